@@ -1,0 +1,39 @@
+// File names are stored and printed with backslashes, as the files name them; here they become
+// names the platform opens.
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace kestralum::paths {
+
+// A stored name as the platform opens it: either separator is taken, and a leading "log" folder
+// stands for the log directory in force.
+std::string to_platform(std::string_view stored);
+
+// The directory that "log\…" names live in; "log" unless set.
+void set_log_directory(std::string_view directory);
+const std::string& log_directory();
+
+// Position of the last separator of either kind, -1 if none; and what follows it.
+int last_separator(std::string_view stored);
+std::string base_name(std::string_view stored);
+
+// The directory part up to and including its separator; "" if none.
+std::string directory_of(std::string_view stored);
+
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+// fopen on the platform name; null when it cannot be opened or is a directory.
+File open(std::string_view stored, const char* mode);
+
+// The whole file as text; false when it cannot be opened or read (reason in `error`: a short
+// text such as "No such file or directory").
+bool read_text(std::string_view stored, std::string& text, std::string& error);
+
+}  // namespace kestralum::paths

@@ -1,0 +1,39 @@
+#!/bin/sh
+# Includes only go down: prints every include of one room by another that the order of the rooms
+# does not allow, and fails when there is one. Also keeps Qt and OpenGL out of the core.
+# Usage: check_includes.sh SOURCE_DIR
+cd "$1" || exit 2
+fail=0
+allowed() {
+    case "$1" in
+        model) echo "model" ;;
+        mesh) echo "mesh model" ;;
+        solver) echo "solver model" ;;
+        results) echo "results model" ;;
+        view) echo "view model" ;;
+        input) echo "input mesh model" ;;
+        elements) echo "elements solver model" ;;
+        analysis) echo "analysis elements solver results model" ;;
+        app) echo "app model mesh input elements solver analysis results view" ;;
+    esac
+}
+files=0
+for room in model mesh input elements solver analysis results view app; do
+    for file in "$room"/*.cpp "$room"/*.h; do
+        [ -f "$file" ] || continue
+        files=$((files + 1))
+        for other in $(sed -n 's|^ *#include "\([a-z]*\)/.*|\1|p' "$file" | sort -u); do
+            case " $(allowed "$room") " in
+                *" $other "*) ;;
+                *) echo "$file includes $other/, which stands beside or above $room/"; fail=1 ;;
+            esac
+        done
+        # only app's readers of the store and the named entry points may say model_store()
+    done
+done
+if grep -lE '#include <(Q[A-Z]|GL/)' model/* mesh/* input/* elements/* solver/* analysis/* results/* app/batch* 2>/dev/null; then
+    echo "the files above include Qt or OpenGL"
+    fail=1
+fi
+[ "$files" -gt 10 ] || { echo "only $files source files found under $1"; fail=1; }
+exit $fail
