@@ -30,8 +30,8 @@ void summary(const char* format, ...) __attribute__((format(printf, 1, 2)));
 void notice(const char* format, ...) __attribute__((format(printf, 1, 2)));
 void error(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// "  %d/%d\r": the counter of a long loop (indent blanks before it). Cheap: no printf.
-void counter(std::int64_t i, std::int64_t n, int indent = 2);
+// "  %d/%d\r": the counter of a long loop after its prefix (at most 16 bytes). Cheap: no printf.
+void counter(std::int64_t i, std::int64_t n, std::string_view prefix = "  ");
 
 // Raw text, line kind; the fast way for a prepared block of counter text.
 void write(std::string_view text);

@@ -48,6 +48,7 @@ private:
     std::int64_t number_ = 0;
     bool skip_comments_ = false;
     bool line_start_ = true;
+    bool ended_ = false;
 };
 
 }  // namespace kestralum

@@ -1,0 +1,96 @@
+#include "model/free_faces.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace kestralum {
+
+namespace {
+
+// A face under its smallest corner node; the other corners, ascending, tell it from its neighbours.
+struct FaceKey {
+    std::int32_t corner[3];  // the corners but the smallest, ascending; -1 fills
+    std::int32_t element, face;
+    bool same_corners(const FaceKey& other) const {
+        return corner[0] == other.corner[0] && corner[1] == other.corner[1] && corner[2] == other.corner[2];
+    }
+};
+
+}  // namespace
+
+std::vector<ElementFace> free_faces(const Mesh& mesh) {
+    const FaceTable table = face_table(mesh.element_type);
+    const int per_element = mesh.node_per_element();
+    const std::int32_t elements = mesh.element_num();
+    const auto nodes = static_cast<std::size_t>(mesh.node_num());
+
+    // bucket the faces by their smallest corner node: counts, then places, then keys
+    std::vector<std::int64_t> start(nodes + 1, 0);
+    std::vector<FaceKey> keys(static_cast<std::size_t>(elements) * static_cast<std::size_t>(table.faces));
+    auto sorted_corners = [&](std::int32_t e, int f, std::int32_t* c) {
+        const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * per_element;
+        const auto local = face_corners(mesh.element_type, f);
+        for (int k = 0; k < table.corners; ++k) c[k] = element[local[static_cast<std::size_t>(k)]];
+        for (int k = 1; k < table.corners; ++k)
+            for (int m = k; m > 0 && c[m] < c[m - 1]; --m) std::swap(c[m], c[m - 1]);
+    };
+    std::int32_t c[4];
+    for (std::int32_t e = 0; e < elements; ++e)
+        for (int f = 0; f < table.faces; ++f) {
+            sorted_corners(e, f, c);
+            ++start[static_cast<std::size_t>(c[0])];
+        }
+    for (std::size_t n = 1; n <= nodes; ++n) start[n] += start[n - 1];
+    std::vector<std::int64_t> place(start.begin(), start.end() - 1);
+    for (std::int32_t e = 0; e < elements; ++e)
+        for (int f = 0; f < table.faces; ++f) {
+            sorted_corners(e, f, c);
+            FaceKey& key = keys[static_cast<std::size_t>(place[static_cast<std::size_t>(c[0]) - 1]++)];
+            key = {{c[1], c[2], table.corners == 4 ? c[3] : -1}, e, f};
+        }
+
+    std::vector<ElementFace> faces;
+    for (std::size_t n = 0; n < nodes; ++n)
+        for (std::int64_t a = start[n]; a < start[n + 1]; ++a) {
+            bool shared = false;
+            for (std::int64_t b = start[n]; b < start[n + 1] && !shared; ++b)
+                shared = a != b && keys[static_cast<std::size_t>(a)].same_corners(keys[static_cast<std::size_t>(b)]);
+            if (!shared) faces.push_back({keys[static_cast<std::size_t>(a)].element, keys[static_cast<std::size_t>(a)].face});
+        }
+    std::sort(faces.begin(), faces.end(), [](const ElementFace& a, const ElementFace& b) {
+        return a.element != b.element ? a.element < b.element : a.face < b.face;
+    });
+    return faces;
+}
+
+void update_node_normals(Mesh& mesh) {
+    mesh.node_n_dir.assign(mesh.coordinates.size(), 0.0);
+    const FaceTable table = face_table(mesh.element_type);
+    const int per_element = mesh.node_per_element();
+    const double* x = mesh.coordinates.data();
+    auto add_triangle = [&](const std::int32_t* element, const int* local) {
+        std::ptrdiff_t at[3];
+        for (int k = 0; k < 3; ++k) at[k] = 3 * static_cast<std::ptrdiff_t>(node_index(element[local[k]]));
+        double u[3], v[3];
+        for (int k = 0; k < 3; ++k) {
+            u[k] = x[at[1] + k] - x[at[0] + k];
+            v[k] = x[at[2] + k] - x[at[0] + k];
+        }
+        const double normal[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
+        for (std::ptrdiff_t node : at)
+            for (int k = 0; k < 3; ++k) mesh.node_n_dir[static_cast<std::size_t>(node + k)] += normal[k];
+    };
+    for (const ElementFace& face : free_faces(mesh)) {
+        const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(face.element) * per_element;
+        const auto triangles = outward_triangles(mesh.element_type, face.face);
+        for (int t = 0; t < table.triangles_per_face; ++t) add_triangle(element, &triangles[static_cast<std::size_t>(3 * t)]);
+    }
+    for (std::size_t n = 0; n + 2 < mesh.node_n_dir.size(); n += 3) {
+        double* d = &mesh.node_n_dir[n];
+        const double length = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
+        if (length > 0)
+            for (int k = 0; k < 3; ++k) d[k] /= length;
+    }
+}
+
+}  // namespace kestralum

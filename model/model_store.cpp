@@ -1,0 +1,74 @@
+#include "model/model_store.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+
+#include "model/console.h"
+#include "model/paths.h"
+
+namespace kestralum {
+
+void Results::resize(std::int32_t mode_num, std::int32_t dof_num) {
+    const auto modes = static_cast<std::size_t>(std::max(mode_num, 1));
+    const auto dofs = static_cast<std::size_t>(std::max(dof_num, 0));
+    n_freq.assign(modes, 0.0);
+    frame_vector.resize(modes);
+    for (std::size_t k = 0; k < modes; ++k) frame_vector[k] = static_cast<std::int32_t>(k);
+    mode_vec.assign(modes * dofs, 0.0);
+    node_stress.assign(stress_groups * modes * dofs, 0.0);
+}
+
+ModelStore& model_store() {
+    static ModelStore store = placeholder_model();
+    return store;
+}
+
+ModelStore placeholder_model() {
+    ModelStore store;
+    store.mesh.coordinates.assign(3, 0.0);
+    store.materials.push_back({.id = 0, .name = "STEEL", .density = 7800, .young = 2.06e11, .poisson = 0.3});
+    store.parameters.push_back({.id = 0, .name = "mm", .value = 0.001, .expression = "0.001"});
+    store.results.resize(1, 0);
+    return store;
+}
+
+void init_model_defaults() {
+    std::error_code ignored;
+    std::filesystem::create_directories(paths::log_directory(), ignored);
+    model_store() = placeholder_model();
+    console::print("KESTRALUM %s\n", program_version);
+}
+
+void update_extent(Mesh& mesh) {
+    mesh.size_info = {};
+    mesh.max_length = 1.0;
+    if (mesh.coordinates.empty()) return;
+    for (std::size_t c = 0; c < 3; ++c) mesh.size_info[c] = mesh.size_info[c + 3] = mesh.coordinates[c];
+    for (std::size_t k = 0; k < mesh.coordinates.size(); ++k) {
+        double& low = mesh.size_info[k % 3];
+        double& high = mesh.size_info[k % 3 + 3];
+        low = std::min(low, mesh.coordinates[k]);
+        high = std::max(high, mesh.coordinates[k]);
+    }
+    double longest = 0;
+    for (std::size_t c = 0; c < 3; ++c) longest = std::max(longest, mesh.size_info[c + 3] - mesh.size_info[c]);
+    if (longest > 0) mesh.max_length = longest;
+}
+
+void resolve_force_points(const Mesh& mesh, std::vector<AppliedForce>& forces) {
+    constexpr double tolerance = 1e-7;  // m
+    const double* x = mesh.coordinates.data();
+    for (AppliedForce& force : forces) {
+        force.node = 0;
+        if (force.kind != ForceKind::node) continue;
+        for (std::int32_t n = 0; n < mesh.node_num() && force.node == 0; ++n) {
+            const double* p = x + 3 * static_cast<std::ptrdiff_t>(n);
+            if (std::abs(p[0] - force.point[0]) < tolerance && std::abs(p[1] - force.point[1]) < tolerance &&
+                std::abs(p[2] - force.point[2]) < tolerance)
+                force.node = n + 1;
+        }
+    }
+}
+
+}  // namespace kestralum

@@ -1,0 +1,10 @@
+#include "model/settings.h"
+
+namespace kestralum {
+
+Settings& settings() {
+    static Settings the_settings;
+    return the_settings;
+}
+
+}  // namespace kestralum

@@ -1,0 +1,142 @@
+#include "solver/factor_files.h"
+
+#include <fcntl.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "model/console.h"
+#include "model/paths.h"
+#include "model/token_reader.h"
+
+namespace kestralum {
+
+FactorFiles::FactorFiles(std::string_view stem, const Profile& profile, const Divisions& divisions)
+    : stem_(stem), profile_(profile), divisions_(divisions),
+      open_(static_cast<std::size_t>(divisions.count()), -1) {}
+
+FactorFiles::~FactorFiles() {
+    for (std::int32_t b = 0; b < divisions_.count(); ++b) close(b);
+}
+
+std::string FactorFiles::stored_name(std::int32_t division) const {
+    return console::format("log\\%s_%d.txt", stem_.c_str(), division);
+}
+
+std::string FactorFiles::error() const {
+    std::lock_guard hold(lock_);
+    return error_;
+}
+
+void FactorFiles::remove_old() {
+    std::error_code ignored;
+    const std::string head = stem_ + "_", tail = ".txt";
+    std::vector<std::filesystem::path> old;
+    for (std::filesystem::directory_iterator at(paths::log_directory(), ignored), end; at != end; at.increment(ignored)) {
+        const std::string name = at->path().filename().string();
+        if (!name.starts_with(head) || !name.ends_with(tail) || name.size() <= head.size() + tail.size()) continue;
+        const auto number = parse_int32(std::string_view(name).substr(head.size(), name.size() - head.size() - tail.size()));
+        if (number && *number >= divisions_.count()) old.push_back(at->path());
+    }
+    for (const auto& path : old) std::filesystem::remove(path, ignored);
+}
+
+void FactorFiles::fail(std::int32_t division, const char* what) {
+    const char* reason = std::strerror(errno);
+    std::lock_guard hold(lock_);
+    if (error_.empty()) error_ = stored_name(division) + ": " + what + ": " + reason;
+    failed_ = true;
+}
+
+int FactorFiles::descriptor(std::int32_t division, bool writing) {
+    const auto b = static_cast<std::size_t>(division);
+    std::unique_lock hold(lock_);
+    if (open_[b] < 0) {
+        const std::string name = paths::to_platform(stored_name(division));
+        open_[b] = ::open(name.c_str(), (writing ? O_RDWR | O_CREAT : O_RDONLY) | O_CLOEXEC, 0666);
+        // an earlier run's file is written over and brought to its new size
+        const std::int64_t bytes = 8 * (divisions_.div_profile[b + 1] - divisions_.div_profile[b]);
+        if (writing && open_[b] >= 0 && ::ftruncate(open_[b], bytes) != 0) {
+            const int reason = errno;
+            ::close(open_[b]);
+            open_[b] = -1;
+            errno = reason;
+        }
+    }
+    return open_[b];
+}
+
+void FactorFiles::close(std::int32_t division) {
+    std::unique_lock hold(lock_);
+    int& descriptor = open_[static_cast<std::size_t>(division)];
+    if (descriptor < 0) return;
+    const bool closed = ::close(descriptor) == 0;
+    descriptor = -1;
+    hold.unlock();
+    if (!closed) fail(division, "cannot be closed");
+}
+
+// Moves rows division by division, a batch of rows per call of the system.
+bool FactorFiles::transfer(std::int32_t first, std::int32_t last, const double* const* rows, bool writing) {
+    std::array<iovec, 512> pieces;
+    for (std::int32_t i = first; i < last;) {
+        const auto after = std::upper_bound(divisions_.div_row.begin(), divisions_.div_row.end() - 1, i);
+        const auto division = static_cast<std::int32_t>(after - divisions_.div_row.begin()) - 1;
+        const std::int32_t stop = std::min({last, divisions_.div_row[static_cast<std::size_t>(division) + 1],
+                                            i + static_cast<std::int32_t>(pieces.size())});
+        const int file = descriptor(division, writing);
+        if (file < 0) {
+            fail(division, "cannot be opened");
+            return false;
+        }
+        std::int64_t bytes = 0;
+        for (std::int32_t k = i; k < stop; ++k) {
+            iovec& piece = pieces[static_cast<std::size_t>(k - i)];
+            piece.iov_base = const_cast<double*>(rows[k - first]);
+            piece.iov_len = static_cast<std::size_t>(profile_.height[static_cast<std::size_t>(k)]) * sizeof(double);
+            bytes += static_cast<std::int64_t>(piece.iov_len);
+        }
+        std::int64_t offset = 8 * (profile_.sky_start[static_cast<std::size_t>(i)] -
+                                   divisions_.div_profile[static_cast<std::size_t>(division)]);
+        iovec* piece = pieces.data();
+        int count = stop - i;
+        while (bytes > 0) {
+            const ssize_t moved = writing ? ::pwritev(file, piece, count, offset) : ::preadv(file, piece, count, offset);
+            if (moved < 0 && errno == EINTR) continue;
+            if (moved <= 0) {
+                if (moved == 0) errno = EIO;
+                fail(division, writing ? "cannot be written" : "cannot be read");
+                return false;
+            }
+            bytes -= moved;
+            offset += moved;
+            for (auto left = static_cast<std::size_t>(moved); left > 0;) {  // past what was moved
+                const std::size_t step = std::min(left, piece->iov_len);
+                piece->iov_base = static_cast<char*>(piece->iov_base) + step;
+                piece->iov_len -= step;
+                left -= step;
+                if (piece->iov_len == 0) {
+                    ++piece;
+                    --count;
+                }
+            }
+        }
+        i = stop;
+    }
+    return true;
+}
+
+bool FactorFiles::write_rows(std::int32_t first, std::int32_t last, const double* const* rows) {
+    return transfer(first, last, rows, true);
+}
+
+bool FactorFiles::read_rows(std::int32_t first, std::int32_t last, double* const* rows) {
+    return transfer(first, last, rows, false);
+}
+
+}  // namespace kestralum

@@ -1,0 +1,54 @@
+// The division files of a factor: raw doubles in machine byte order, row after row of the profile.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "solver/profile.h"
+
+namespace kestralum {
+
+// Files "log\<stem>_%d.txt", one per division. Rows may be written in any order and from several
+// threads; a failed operation is remembered and told by error().
+class FactorFiles {
+public:
+    // Borrows both; they must outlive the object.
+    FactorFiles(std::string_view stem, const Profile& profile, const Divisions& divisions);
+    ~FactorFiles();
+    FactorFiles(const FactorFiles&) = delete;
+    FactorFiles& operator=(const FactorFiles&) = delete;
+
+    // Removes the stem's files of an earlier run that this factor will not write.
+    void remove_old();
+
+    // Writes or reads the profile entries of rows [first, last): row i from or to rows[i - first],
+    // height[i] doubles each.
+    bool write_rows(std::int32_t first, std::int32_t last, const double* const* rows);
+    bool read_rows(std::int32_t first, std::int32_t last, double* const* rows);
+
+    // Closes a division that is complete.
+    void close(std::int32_t division);
+
+    std::string stored_name(std::int32_t division) const;
+    bool failed() const { return failed_.load(std::memory_order_relaxed); }
+    std::string error() const;
+
+private:
+    int descriptor(std::int32_t division, bool writing);
+    bool transfer(std::int32_t first, std::int32_t last, const double* const* rows, bool writing);
+    void fail(std::int32_t division, const char* what);
+
+    std::string stem_;
+    const Profile& profile_;
+    const Divisions& divisions_;
+    mutable std::mutex lock_;
+    std::vector<int> open_;      // descriptor per division, -1 = closed
+    std::atomic<bool> failed_{false};
+    std::string error_;
+};
+
+}  // namespace kestralum

@@ -1,0 +1,126 @@
+#include "solver/ordering.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numeric>
+#include <vector>
+
+#include "model/console.h"
+
+namespace kestralum {
+
+std::int32_t measure_band(const Mesh& mesh) {
+    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
+    std::int32_t band = 0;
+    for (std::size_t e = 0; e + per_element <= mesh.connectivity.size(); e += per_element) {
+        const auto first = mesh.connectivity.begin() + static_cast<std::ptrdiff_t>(e);
+        const auto [low, high] = std::minmax_element(first, first + static_cast<std::ptrdiff_t>(per_element));
+        band = std::max(band, 3 * (*high - *low) + 3);
+    }
+    return band;
+}
+
+namespace {
+
+// The point that distances are measured from.
+std::array<double, 3> sub_origin(const Mesh& mesh, std::string_view method) {
+    const auto& box = mesh.size_info;
+    const std::array<double, 3> extent{box[3] - box[0], box[4] - box[1], box[5] - box[2]};
+    const double longest = mesh.max_length;
+    std::size_t axis = 0;
+    if (method == "LMAX") {
+        if (extent[1] == longest) axis = 1;
+        if (extent[2] == longest) axis = 2;
+    } else if (method == "LY") {
+        axis = 1;
+    } else if (method == "LZ") {
+        axis = 2;
+    }
+    std::array<double, 3> origin{box[0], box[1], box[2]};
+    origin[axis] -= 100 * longest;
+    if (method == "CTR") {
+        for (std::size_t c = 0; c < 3; ++c) origin[c] = (box[c] + box[c + 3]) / 2;
+    } else if (method == "DCTR") {
+        origin = {};
+        for (std::size_t k = 0; k < mesh.coordinates.size(); ++k) origin[k % 3] += mesh.coordinates[k];
+        for (double& c : origin) c /= mesh.node_num();
+    }
+    return origin;
+}
+
+void count_up_to(std::int64_t n) {
+    for (std::int64_t i = 0; i < n; ++i) console::counter(i, n);
+}
+
+}  // namespace
+
+void reorder_nodes(Mesh& mesh, std::string_view method) {
+    console::print("Reordering Node Numbers\n");
+    const auto origin = sub_origin(mesh, method);
+    console::print("Sub-origin: %e,%e,%e\n", origin[0], origin[1], origin[2]);
+
+    const auto nodes = static_cast<std::size_t>(mesh.node_num());
+    struct Place {
+        double distance;
+        std::int32_t node;
+    };
+    std::vector<Place> order(nodes);
+    for (std::size_t n = 0; n < nodes; ++n) {
+        const double* x = &mesh.coordinates[3 * n];
+        const double dx = x[0] - origin[0], dy = x[1] - origin[1], dz = x[2] - origin[2];
+        order[n] = {std::sqrt(dx * dx + dy * dy + dz * dz), static_cast<std::int32_t>(n)};
+    }
+    // distance, then the old number: the order that a stable sort by distance gives
+    std::sort(order.begin(), order.end(), [](const Place& a, const Place& b) {
+        return a.distance != b.distance ? a.distance < b.distance : a.node < b.node;
+    });
+    count_up_to(static_cast<std::int64_t>(nodes));
+
+    std::vector<std::int32_t> new_number(nodes);
+    for (std::size_t k = 0; k < nodes; ++k) new_number[static_cast<std::size_t>(order[k].node)] = static_cast<std::int32_t>(k);
+    auto renumber = [&](std::vector<std::int32_t>& numbers) {
+        for (std::int32_t& c : numbers) c = new_number[static_cast<std::size_t>(node_index(c))] + 1;
+    };
+    renumber(mesh.connectivity);
+    renumber(mesh.surface_facets);
+    count_up_to(mesh.element_num());
+
+    std::vector<double> moved(mesh.coordinates.size());
+    for (std::size_t k = 0; k < nodes; ++k)
+        for (std::size_t c = 0; c < 3; ++c) moved[3 * k + c] = mesh.coordinates[3 * static_cast<std::size_t>(order[k].node) + c];
+    mesh.coordinates = std::move(moved);
+    count_up_to(static_cast<std::int64_t>(nodes));
+    console::print("Complete Reordering Node Numbers\n");
+}
+
+std::int32_t order_nodes(Mesh& mesh, std::string_view ordering_type) {
+    const std::int32_t d0 = measure_band(mesh);
+    console::print("diag_num=%d\n", d0);
+    constexpr std::array<const char*, 3> methods{"LX", "LY", "LZ"};
+    std::array<std::int32_t, 3> band{d0, d0, d0};
+    bool any = false;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        if (ordering_type != "LALL" && ordering_type != methods[axis]) continue;
+        any = true;
+        reorder_nodes(mesh, methods[axis]);
+        band[axis] = measure_band(mesh);
+        console::print("%s: diag_num=%d\n\n", methods[axis], band[axis]);
+    }
+    if (any) {
+        std::size_t best = 0;
+        if (band[1] < band[best]) best = 1;
+        if (band[2] < band[best]) best = 2;
+        reorder_nodes(mesh, methods[best]);
+        console::print("Ordering: min_direc=%s\n", methods[best]);
+    }
+    if (ordering_type == "LMAX") {
+        reorder_nodes(mesh, "LMAX");
+        console::print("Ordering: min_direc=LMAX\n");
+    }
+    const std::int32_t band_in_force = measure_band(mesh);
+    console::print("diag_num=%d\n\n", band_in_force);
+    return band_in_force;
+}
+
+}  // namespace kestralum

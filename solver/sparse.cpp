@@ -1,0 +1,225 @@
+#include "solver/sparse.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cassert>
+
+#include "model/console.h"
+
+namespace kestralum {
+
+NodeElements elements_of_nodes(const Mesh& mesh) {
+    const auto nodes = static_cast<std::size_t>(mesh.node_num());
+    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
+    NodeElements out;
+    out.start.assign(nodes + 1, 0);
+    out.elements.resize(mesh.connectivity.size());
+    for (std::int32_t c : mesh.connectivity) ++out.start[static_cast<std::size_t>(c)];
+    for (std::size_t n = 0; n < nodes; ++n) out.start[n + 1] += out.start[n];
+    std::vector<std::int64_t> place(out.start.begin(), out.start.end() - 1);
+    for (std::size_t k = 0; k < mesh.connectivity.size(); ++k) {
+        const auto node = static_cast<std::size_t>(node_index(mesh.connectivity[k]));
+        out.elements[static_cast<std::size_t>(place[node]++)] = static_cast<std::int32_t>(k / per_element);
+    }
+    return out;
+}
+
+NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_elements) {
+    const std::int32_t nodes = mesh.node_num();
+    const int per_element = mesh.node_per_element();
+    NodeNeighbours out;
+    out.start.assign(static_cast<std::size_t>(nodes) + 1, 0);
+    out.nodes.reserve(static_cast<std::size_t>(nodes) * 27);
+    std::vector<std::int32_t> seen(static_cast<std::size_t>(nodes), -1);  // last node that took this one
+    for (std::int32_t i = 0; i < nodes; ++i) {
+        console::counter(i, nodes);
+        const auto first = static_cast<std::ptrdiff_t>(out.nodes.size());
+        out.nodes.push_back(i);
+        seen[static_cast<std::size_t>(i)] = i;
+        for (std::int64_t k = node_elements.start[static_cast<std::size_t>(i)]; k < node_elements.start[static_cast<std::size_t>(i) + 1]; ++k) {
+            const std::ptrdiff_t e = node_elements.elements[static_cast<std::size_t>(k)];
+            for (int p = 0; p < per_element; ++p) {
+                const auto n = static_cast<std::int32_t>(node_index(mesh.connectivity[static_cast<std::size_t>(e * per_element + p)]));
+                if (seen[static_cast<std::size_t>(n)] == i) continue;
+                seen[static_cast<std::size_t>(n)] = i;
+                out.nodes.push_back(n);
+            }
+        }
+        std::sort(out.nodes.begin() + first, out.nodes.end());
+        out.start[static_cast<std::size_t>(i) + 1] = static_cast<std::int64_t>(out.nodes.size());
+    }
+    return out;
+}
+
+std::int64_t count_overlap(const NodeNeighbours& neighbours, SparseKM& km) {
+    const std::size_t nodes = neighbours.start.size() - 1;
+    km.row_count.resize(3 * nodes);
+    km.row_start.assign(3 * nodes + 1, 0);
+    for (std::size_t i = 0; i < nodes; ++i)
+        for (std::size_t r = 3 * i; r < 3 * i + 3; ++r) {
+            km.row_count[r] = static_cast<std::int32_t>(3 * (neighbours.start[i + 1] - neighbours.start[i]));
+            km.row_start[r + 1] = km.row_start[r] + km.row_count[r];
+        }
+    console::print("\n");
+    console::print("  [K],[M] element num=%lld\n", static_cast<long long>(km.row_start.back()));
+    return km.row_start.back();
+}
+
+void build_index(const NodeNeighbours& neighbours, SparseKM& km) {
+    const std::size_t nodes = neighbours.start.size() - 1;
+    km.col_index.resize(static_cast<std::size_t>(km.row_start.back()));
+    for (std::size_t i = 0; i < nodes; ++i) {
+        const std::int64_t first = neighbours.start[i], last = neighbours.start[i + 1];
+        if (console::lines_enabled())
+            console::print("  %zu/%zu:%lld,%d\r", i, nodes, static_cast<long long>(last - first), km.row_count[3 * i]);
+        for (std::size_t r = 3 * i; r < 3 * i + 3; ++r) {
+            std::int32_t* column = km.col_index.data() + km.row_start[r];
+            for (std::int64_t k = first; k < last; ++k)
+                for (std::int32_t c = 0; c < 3; ++c) *column++ = 3 * neighbours.nodes[static_cast<std::size_t>(k)] + c;
+        }
+    }
+    console::print("  [K],[M] index\n");
+}
+
+void find_diagonals(SparseKM& km) {
+    km.diag_pos.resize(km.row_count.size());
+    for (std::int32_t r = 0; r < km.rows(); ++r) {
+        const auto first = km.col_index.begin() + km.row_start[static_cast<std::size_t>(r)];
+        const auto last = first + km.row_count[static_cast<std::size_t>(r)];
+        const auto at = std::lower_bound(first, last, r);
+        km.diag_pos[static_cast<std::size_t>(r)] = at != last && *at == r ? at - km.col_index.begin() : -1;
+    }
+}
+
+namespace {
+
+// Element matrices are computed in parallel into the slots of one batch, then added.
+struct Batch {
+    std::int32_t first, last;  // elements
+    int per_element;
+    const std::vector<double>& ke;
+    const std::vector<double>& me;
+};
+
+// Adds the batch's contributions to the rows of nodes [node_first, node_last), in element order.
+void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& batch, std::int32_t node_first,
+               std::int32_t node_last, SparseKM& km) {
+    const auto ne = static_cast<std::size_t>(batch.per_element);
+    const std::size_t size = 3 * ne;
+    for (std::int32_t e = batch.first; e < batch.last; ++e) {
+        const std::int32_t* element = mesh.connectivity.data() + static_cast<std::size_t>(e) * ne;
+        const double* ke = batch.ke.data() + static_cast<std::size_t>(e - batch.first) * size * size;
+        const double* me = batch.me.data() + static_cast<std::size_t>(e - batch.first) * ne * ne;
+        for (std::size_t p = 0; p < ne; ++p) {
+            const auto i = static_cast<std::int32_t>(node_index(element[p]));
+            if (i < node_first || i >= node_last) continue;
+            const std::int32_t* set = neighbours.nodes.data() + neighbours.start[static_cast<std::size_t>(i)];
+            const std::int32_t* set_end = neighbours.nodes.data() + neighbours.start[static_cast<std::size_t>(i) + 1];
+            double* k_row[3];
+            double* m_row[3];
+            for (std::size_t a = 0; a < 3; ++a) {
+                const std::int64_t start = km.row_start[3 * static_cast<std::size_t>(i) + a];
+                k_row[a] = km.K_value.data() + start;
+                m_row[a] = km.M_value.data() + start;
+            }
+            for (std::size_t q = 0; q < ne; ++q) {
+                const auto j = static_cast<std::int32_t>(node_index(element[q]));
+                const std::int32_t* at = std::lower_bound(set, set_end, j);
+                assert(at != set_end && *at == j);
+                const std::ptrdiff_t offset = 3 * (at - set);
+                for (std::size_t a = 0; a < 3; ++a) {
+                    const double* block = ke + (3 * p + a) * size + 3 * q;
+                    for (std::size_t b = 0; b < 3; ++b) k_row[a][static_cast<std::size_t>(offset) + b] += block[b];
+                    m_row[a][static_cast<std::size_t>(offset) + a] += me[p * ne + q];
+                }
+            }
+        }
+    }
+}
+
+}  // namespace
+
+std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, const ElementMatrices& matrices,
+                         int threads, SparseKM& km) {
+    const auto ne = static_cast<std::size_t>(mesh.node_per_element());
+    const std::int32_t elements = mesh.element_num();
+    const std::int32_t nodes = mesh.node_num();
+    km.K_value.assign(static_cast<std::size_t>(km.entries()), 0.0);
+    km.M_value.assign(static_cast<std::size_t>(km.entries()), 0.0);
+    constexpr std::int32_t batch_size = 1024;
+    std::vector<double> ke(batch_size * 9 * ne * ne), me(batch_size * ne * ne);
+    std::vector<char> computed(batch_size, 0);
+    for (std::int32_t first = 0; first < elements; first += batch_size) {
+        const std::int32_t last = std::min(elements, first + batch_size);
+#pragma omp parallel for schedule(static) num_threads(threads)
+        for (std::int32_t e = first; e < last; ++e) {
+            const auto slot = static_cast<std::size_t>(e - first);
+            computed[slot] = matrices(e, ke.data() + slot * 9 * ne * ne, me.data() + slot * ne * ne);
+        }
+        for (std::int32_t e = first; e < last; ++e) {
+            console::counter(e, elements, "    k=");
+            if (!computed[static_cast<std::size_t>(e - first)]) return e;
+        }
+        const Batch batch{first, last, static_cast<int>(ne), ke, me};
+        // the rows are dealt out so that every thread has rows of this batch's elements
+        const auto [low, high] = std::minmax_element(mesh.connectivity.begin() + first * static_cast<std::ptrdiff_t>(ne),
+                                                     mesh.connectivity.begin() + last * static_cast<std::ptrdiff_t>(ne));
+        const std::int64_t low_node = *low - 1, span = *high - low_node;
+#pragma omp parallel for schedule(static) num_threads(threads)
+        for (int t = 0; t < threads; ++t)
+            add_batch(mesh, neighbours, batch, static_cast<std::int32_t>(low_node + span * t / threads),
+                      t + 1 == threads ? nodes : static_cast<std::int32_t>(low_node + span * (t + 1) / threads), km);
+    }
+    return -1;
+}
+
+void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km) {
+    console::print(" Eliminate fix index\n");
+    const auto rows = static_cast<std::size_t>(km.rows());
+    std::size_t kept = 0;
+    std::int64_t entry = 0;
+    // compacted in place: every kept entry moves towards the front
+    for (std::size_t r = 0; r < rows; ++r) {
+        if (dof_map[r] < 0) continue;
+        const std::int64_t first = km.row_start[r], last = first + km.row_count[r];
+        const std::int64_t row_first = entry;
+        for (std::int64_t k = first; k < last; ++k) {
+            const auto from = static_cast<std::size_t>(k);
+            const std::int32_t column = dof_map[static_cast<std::size_t>(km.col_index[from])];
+            if (column < 0) continue;
+            const auto to = static_cast<std::size_t>(entry++);
+            km.col_index[to] = column;
+            km.K_value[to] = km.K_value[from];
+            km.M_value[to] = km.M_value[from];
+        }
+        km.row_count[kept] = static_cast<std::int32_t>(entry - row_first);
+        km.row_start[kept] = row_first;
+        ++kept;
+    }
+    km.row_count.resize(kept);
+    km.row_start.resize(kept + 1);
+    km.row_start[kept] = entry;
+    km.col_index.resize(static_cast<std::size_t>(entry));
+    km.K_value.resize(static_cast<std::size_t>(entry));
+    km.M_value.resize(static_cast<std::size_t>(entry));
+    find_diagonals(km);
+    console::print(" Eliminate fix index Complete\n");
+}
+
+std::int64_t profile_size(const SparseKM& km) {
+    std::int64_t size = 0;
+    for (std::int32_t r = 0; r < km.rows(); ++r)
+        size += r - std::min(r, km.col_index[static_cast<std::size_t>(km.row_start[static_cast<std::size_t>(r)])]) + 1;
+    return size;
+}
+
+void multiply(const SparseKM& km, std::span<const double> values, std::span<const double> x, std::span<double> y) {
+    for (std::size_t r = 0; r < km.row_count.size(); ++r) {
+        double sum = 0;
+        for (std::int64_t k = km.row_start[r]; k < km.row_start[r] + km.row_count[r]; ++k)
+            sum += values[static_cast<std::size_t>(k)] * x[static_cast<std::size_t>(km.col_index[static_cast<std::size_t>(k)])];
+        y[r] = sum;
+    }
+}
+
+}  // namespace kestralum

@@ -1,0 +1,68 @@
+// The row-compressed pattern that stiffness [K] and mass [M] share, their assembly from element
+// matrices and the removal of fixed degrees of freedom.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <vector>
+
+#include "model/model_store.h"
+
+namespace kestralum {
+
+// Both triangles are stored; row r holds entries row_start[r] … row_start[r] + row_count[r] - 1 with
+// ascending columns.
+struct SparseKM {
+    std::vector<std::int32_t> row_count;  // rows
+    std::vector<std::int64_t> row_start;  // rows + 1; the last is the number of entries
+    std::vector<std::int32_t> col_index;  // entries
+    std::vector<double> K_value;          // entries, N/m
+    std::vector<double> M_value;          // entries, kg
+    std::vector<std::int64_t> diag_pos;   // rows: offset of the diagonal entry, -1 without one
+
+    std::int32_t rows() const { return static_cast<std::int32_t>(row_count.size()); }
+    std::int64_t entries() const { return static_cast<std::int64_t>(col_index.size()); }
+};
+
+// Elements around each node: nodes' elements in ascending order.
+struct NodeElements {
+    std::vector<std::int64_t> start;     // node_num + 1
+    std::vector<std::int32_t> elements;  // 0-based element numbers
+};
+NodeElements elements_of_nodes(const Mesh& mesh);
+
+// Neighbour set of each node: the node itself and all that share an element with it, ascending.
+struct NodeNeighbours {
+    std::vector<std::int64_t> start;  // node_num + 1
+    std::vector<std::int32_t> nodes;  // 0-based
+};
+NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_elements);
+
+// Row counts and starts of the three rows of every node; returns K_num2, the number of entries.
+std::int64_t count_overlap(const NodeNeighbours& neighbours, SparseKM& km);
+// Column indices of every row.
+void build_index(const NodeNeighbours& neighbours, SparseKM& km);
+// Offset of each row's diagonal entry.
+void find_diagonals(SparseKM& km);
+
+// One element's matrices: Ke (3·nodes square, row-major, degree of freedom 3·local node + direction)
+// and the nodal mass Me (nodes square; the same in each direction, no coupling between directions).
+// Called from several threads at once. False: the element cannot be computed.
+using ElementMatrices = std::function<bool(std::int32_t element, double* ke, double* me)>;
+
+// Adds every element's matrices, in element order for every entry whatever the number of threads.
+// Returns the first element (0-based) that could not be computed, -1 when all could.
+std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, const ElementMatrices& matrices,
+                         int threads, SparseKM& km);
+
+// Keeps the rows and columns with dof_map >= 0 under their new numbers.
+void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km);
+
+// Lower profile size of the pattern: the sum over rows of (row - first column + 1).
+std::int64_t profile_size(const SparseKM& km);
+
+// y = values · x over the pattern.
+void multiply(const SparseKM& km, std::span<const double> values, std::span<const double> x, std::span<double> y);
+
+}  // namespace kestralum
