@@ -1,0 +1,147 @@
+#include "elements/stresses.h"
+
+#include <algorithm>
+
+#include "model/console.h"
+
+namespace kestralum {
+
+void point_stresses(const Mesh& mesh, std::span<const Part> parts, const Elasticity& elasticity,
+                    std::span<const double> u, int threads, PointResults& out) {
+    const ElementType& type = element_type(mesh.element_type);
+    const std::int32_t elements = mesh.element_num();
+    const auto values = static_cast<std::size_t>(elements) * static_cast<std::size_t>(type.points) * 6;
+    out.stress.resize(values);
+    out.strain.resize(values);
+    out.volume.resize(static_cast<std::size_t>(elements));
+#pragma omp parallel for schedule(static) num_threads(threads)
+    for (std::int32_t e = 0; e < elements; ++e) {
+        ElementPoints points;
+        evaluate_points(type, mesh, e, points);
+        out.volume[static_cast<std::size_t>(e)] = element_volume(type, points);
+        const std::int32_t part = mesh.p_ele_part_id[static_cast<std::size_t>(e)];
+        const auto [a, b, g] = moduli(elasticity, parts[static_cast<std::size_t>(part)].material_id);
+        const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+        const double* at[most_nodes];
+        for (int i = 0; i < type.nodes; ++i) at[i] = u.data() + 3 * node_index(element[i]);
+        for (int p = 0; p < type.points; ++p) {
+            double du[3][3] = {};  // ∂u_r/∂x_c
+            for (int i = 0; i < type.nodes; ++i) {
+                const double* dN = points.dN.data() + 3 * (type.nodes * p + i);
+                for (int r = 0; r < 3; ++r)
+                    for (int c = 0; c < 3; ++c) du[r][c] += at[i][r] * dN[c];
+            }
+            double* strain = out.strain.data() + 6 * (static_cast<std::ptrdiff_t>(e) * type.points + p);
+            double* stress = out.stress.data() + 6 * (static_cast<std::ptrdiff_t>(e) * type.points + p);
+            for (int c = 0; c < 3; ++c) strain[c] = du[c][c];
+            strain[3] = du[0][1] + du[1][0];
+            strain[4] = du[1][2] + du[2][1];
+            strain[5] = du[2][0] + du[0][2];
+            stress[0] = a * strain[0] + b * strain[1] + b * strain[2];
+            stress[1] = b * strain[0] + a * strain[1] + b * strain[2];
+            stress[2] = b * strain[0] + b * strain[1] + a * strain[2];
+            for (int c = 3; c < 6; ++c) stress[c] = g * strain[c];
+        }
+    }
+}
+
+namespace {
+
+// One part's average at a node.
+struct PartAverage {
+    std::int32_t part;
+    double volume;
+    double value[13];  // six stresses, six strains, equivalent plastic strain
+};
+
+// Adds element e's values, extrapolated to its local node, to its part's average.
+void add_element(const ElementType& type, const PointResults& points, std::span<const double> plastic,
+                 std::int32_t e, int local, PartAverage& average) {
+    const double volume = points.volume[static_cast<std::size_t>(e)];
+    average.volume += volume;
+    for (int p = 0; p < type.points; ++p) {
+        const double factor = volume * type.extrapolation[local * type.points + p];
+        const auto at = static_cast<std::size_t>(e) * static_cast<std::size_t>(type.points) + static_cast<std::size_t>(p);
+        for (std::size_t c = 0; c < 6; ++c) {
+            average.value[c] += factor * points.stress[6 * at + c];
+            average.value[6 + c] += factor * points.strain[6 * at + c];
+        }
+        if (!plastic.empty()) average.value[12] += factor * plastic[at];
+    }
+}
+
+// Writes the governing part's average into the node's slots of the five groups.
+void store_node(std::span<PartAverage> averages, std::size_t node, std::size_t dof_num, std::span<double> out) {
+    const PartAverage* governing = nullptr;
+    double largest = -1;
+    for (PartAverage& average : averages) {
+        for (double& value : average.value) value /= average.volume;
+        const double equivalent = mises(average.value);
+        if (!governing || equivalent > largest) {
+            governing = &average;
+            largest = equivalent;
+        }
+    }
+    if (!governing) return;
+    for (std::size_t group = 0; group < 4; ++group)
+        for (std::size_t c = 0; c < 3; ++c) out[group * dof_num + 3 * node + c] = governing->value[3 * group + c];
+    double* last = &out[4 * dof_num + 3 * node];
+    last[0] = largest;
+    last[1] = std::max(governing->value[12], 0.0);
+    last[2] = largest_principal(governing->value);
+}
+
+}  // namespace
+
+void mean_stress_strain(const Mesh& mesh, const NodeElements& node_elements, const PointResults& points,
+                        std::span<const double> plastic_strain, int threads, std::span<double> node_stress) {
+    const ElementType& type = element_type(mesh.element_type);
+    const std::int32_t nodes = mesh.node_num();
+    const std::size_t dof_num = 3 * static_cast<std::size_t>(nodes);
+#pragma omp parallel num_threads(threads)
+    {
+        std::vector<PartAverage> averages;
+        averages.reserve(8);
+#pragma omp for schedule(static)
+        for (std::int32_t n = 0; n < nodes; ++n) {
+            averages.clear();
+            for (std::int64_t k = node_elements.start[static_cast<std::size_t>(n)]; k < node_elements.start[static_cast<std::size_t>(n) + 1]; ++k) {
+                const std::int32_t e = node_elements.elements[static_cast<std::size_t>(k)];
+                const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+                const auto local = static_cast<int>(std::find(element, element + type.nodes, n + 1) - element);
+                const std::int32_t part = mesh.p_ele_part_id[static_cast<std::size_t>(e)];
+                auto average = std::find_if(averages.begin(), averages.end(), [&](const PartAverage& a) { return a.part == part; });
+                if (average == averages.end()) average = averages.insert(averages.end(), PartAverage{part, 0, {}});
+                add_element(type, points, plastic_strain, e, local, *average);
+            }
+            store_node(averages, static_cast<std::size_t>(n), dof_num, node_stress);
+        }
+    }
+    console::print("mean_stress_strain\n");
+}
+
+std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points, std::span<const char> wanted) {
+    const ElementType& type = element_type(mesh.element_type);
+    std::vector<double> force(mesh.coordinates.size(), 0.0);
+    ElementPoints element_points;
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+        if (std::none_of(element, element + type.nodes, [&](std::int32_t n) { return wanted[static_cast<std::size_t>(node_index(n))]; })) continue;
+        evaluate_points(type, mesh, e, element_points);
+        for (int p = 0; p < type.points; ++p) {
+            const double* s = points.stress.data() + 6 * (static_cast<std::ptrdiff_t>(e) * type.points + p);
+            const double w = element_points.weight[static_cast<std::size_t>(p)];
+            for (int i = 0; i < type.nodes; ++i) {
+                if (!wanted[static_cast<std::size_t>(node_index(element[i]))]) continue;
+                const double* d = element_points.dN.data() + 3 * (type.nodes * p + i);
+                double* f = force.data() + 3 * node_index(element[i]);
+                f[0] += w * (s[0] * d[0] + s[3] * d[1] + s[5] * d[2]);
+                f[1] += w * (s[3] * d[0] + s[1] * d[1] + s[4] * d[2]);
+                f[2] += w * (s[5] * d[0] + s[4] * d[1] + s[2] * d[2]);
+            }
+        }
+    }
+    return force;
+}
+
+}  // namespace kestralum

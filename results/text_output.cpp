@@ -1,0 +1,94 @@
+#include "results/text_output.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <vector>
+
+namespace kestralum {
+
+void append_e(std::string& text, double value) {
+    if (value == 0 && !std::signbit(value)) {
+        text.append("0.000000e+00", 12);
+        return;
+    }
+    char digits[32];
+    const auto end = std::to_chars(digits, digits + sizeof digits, value, std::chars_format::scientific, 6).ptr;
+    text.append(digits, static_cast<std::size_t>(end - digits));
+}
+
+void append_d(std::string& text, std::int64_t value) {
+    char digits[24];
+    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    text.append(digits, static_cast<std::size_t>(end - digits));
+}
+
+void FormatLine::copy_text() {
+    const char* stop = std::strchr(rest_, '%');
+    const std::size_t length = stop ? static_cast<std::size_t>(stop - rest_) : std::strlen(rest_);
+    text_.append(rest_, length);
+    rest_ += length;
+}
+
+void FormatLine::take(char kind) {
+    assert(rest_[0] == '%' && rest_[1] == kind);
+    (void)kind;
+    rest_ += 2;
+}
+
+FormatLine& FormatLine::operator<<(std::int32_t value) {
+    take('d');
+    append_d(text_, value);
+    copy_text();
+    return *this;
+}
+
+FormatLine& FormatLine::operator<<(double value) {
+    take('e');
+    append_e(text_, value);
+    copy_text();
+    return *this;
+}
+
+FormatLine& FormatLine::operator<<(std::string_view value) {
+    take('s');
+    text_.append(value);
+    copy_text();
+    return *this;
+}
+
+TextOutput::TextOutput(std::string_view stored_name) : file_(paths::open(stored_name, "wb")) {
+    if (!file_) error_ = std::strerror(errno);
+}
+
+void TextOutput::write(std::string_view text) {
+    if (!file_ || !error_.empty() || text.empty()) return;
+    if (std::fwrite(text.data(), 1, text.size(), file_.get()) != text.size()) error_ = std::strerror(errno);
+}
+
+void TextOutput::write_rows(std::int64_t rows, int threads, const std::function<void(std::int64_t, std::string&)>& row) {
+    constexpr std::int64_t block_rows = 512;
+    const std::int64_t blocks = (rows + block_rows - 1) / block_rows;
+    const int team = static_cast<int>(std::max<std::int64_t>(1, std::min<std::int64_t>(threads, blocks)));
+#pragma omp parallel num_threads(team)
+    {
+        std::string text;
+#pragma omp for ordered schedule(static, 1)
+        for (std::int64_t b = 0; b < blocks; ++b) {
+            text.clear();
+            for (std::int64_t r = b * block_rows; r < std::min(rows, (b + 1) * block_rows); ++r) row(r, text);
+#pragma omp ordered
+            write(text);
+        }
+    }
+}
+
+bool TextOutput::finish() {
+    if (file_ && (std::fflush(file_.get()) != 0 || std::ferror(file_.get())) && error_.empty()) error_ = std::strerror(errno);
+    if (file_ && std::fclose(file_.release()) != 0 && error_.empty()) error_ = std::strerror(errno);
+    return error_.empty();
+}
+
+}  // namespace kestralum
