@@ -1,0 +1,182 @@
+#include "analysis/linear_system.h"
+
+#include <unistd.h>
+
+#include <cmath>
+
+#include "elements/element_type.h"
+#include "model/console.h"
+#include "results/result_file.h"
+#include "solver/ordering.h"
+
+namespace kestralum {
+
+bool check_analysable(const ModelStore& store, RunReport& report) {
+    auto refuse = [&](std::string text) {
+        report.fail(RunStatus::bad_input, std::move(text));
+        return false;
+    };
+    if (store.mesh.element_num() < 1) return refuse("the model has no solid elements: nothing to analyse");
+    if (!store.rigid_elements.empty() || !store.rigid_forces.empty() || !store.rigid_combines.empty())
+        return refuse("the model has rigid elements, forces or combines: analyses do not consider them yet");
+    std::vector<char> used(store.parts.size(), 0);
+    for (std::int32_t part : store.mesh.p_ele_part_id) used[static_cast<std::size_t>(part)] = 1;
+    for (std::size_t k = 0; k < store.parts.size(); ++k) {
+        const Part& part = store.parts[k];
+        if (!used[k]) continue;
+        if (part.material_id < 0 || static_cast<std::size_t>(part.material_id) >= store.materials.size())
+            return refuse(console::format("part %s: material '%s' is not in the material table", part.name.c_str(), part.material_name.c_str()));
+    }
+    for (const AppliedForce& force : store.forces)
+        if (!std::isfinite(force.value)) return refuse("force " + force.name + ": the value is not a finite number");
+    return true;
+}
+
+bool renumber_model(ModelStore& store, const Settings& settings, RunReport& report) {
+    Mesh& mesh = store.mesh;
+    report.clock.begin("order");
+    console::print("element_type=%d\n", static_cast<std::int32_t>(mesh.element_type));
+    console::print("element_num=%d,point_num=%d,fn=%d\n", mesh.element_num(), mesh.node_num(), 3 * mesh.node_num());
+    store.diag_num = order_nodes(mesh, settings.ordering_type);
+    update_node_normals(mesh);
+    resolve_force_points(mesh, store.forces);
+    mesh.dof_num = 3 * mesh.node_num();
+    store.results.resize(store.mode_count, mesh.dof_num);
+    report.clock.begin("write");
+    const bool written = write_results(store, Publish::hold, settings.threads());
+    if (!written) report.fail(RunStatus::failed, "the result file cannot be written");
+    report.clock.end();
+    return written;
+}
+
+namespace {
+
+std::string place_of_element(const ModelStore& store, std::int32_t e) {
+    const auto c = element_centre(store.mesh, e);
+    const Part& part = store.parts[static_cast<std::size_t>(store.mesh.p_ele_part_id[static_cast<std::size_t>(e)])];
+    return console::format("element %d of part %s at (%.6g, %.6g, %.6g)", e + 1, part.name.c_str(), c[0], c[1], c[2]);
+}
+
+bool assemble(const ModelStore& store, const Settings& settings, LinearSystem& system, RunReport& report) {
+    const Mesh& mesh = store.mesh;
+    console::print("Make [K],[M]\n");
+    std::int64_t most = 0;
+    for (std::size_t n = 0; n + 1 < system.node_elements.start.size(); ++n)
+        most = std::max(most, system.node_elements.start[n + 1] - system.node_elements.start[n]);
+    console::print("  max_overlap_num=%lld\n", static_cast<long long>(most));
+    const NodeNeighbours neighbours = neighbours_of_nodes(mesh, system.node_elements);
+    const std::int64_t K_num2 = count_overlap(neighbours, system.km);
+    console::print("[K],[M] element num=%lld\n", static_cast<long long>(K_num2));
+    build_index(neighbours, system.km);
+    find_diagonals(system.km);
+    console::print("K,M sparse\n");
+    console::print(" Calculate K,M sparse\n");
+    const ElementType& type = element_type(mesh.element_type);
+    const auto element_matrices = [&](std::int32_t e, double* ke, double* me) {
+        ElementPoints points;
+        if (!evaluate_points(type, mesh, e, points)) return false;
+        const Part& part = store.parts[static_cast<std::size_t>(mesh.p_ele_part_id[static_cast<std::size_t>(e)])];
+        element_stiffness(type, points, moduli(system.elasticity, part.material_id), ke);
+        type.mass(points.x.data(), me);
+        const double density = store.materials[static_cast<std::size_t>(part.material_id)].density;
+        for (int k = 0; k < type.nodes * type.nodes; ++k) me[k] *= density;
+        return true;
+    };
+    const std::int32_t bad = assemble_km(mesh, neighbours, element_matrices, settings.threads(), system.km);
+    if (bad >= 0) {
+        report.fail(RunStatus::failed, place_of_element(store, bad) + ": the Jacobian is not positive (flat or inverted element)");
+        return false;
+    }
+    console::print(" Calculate K,M sparse Complete\n");
+    return true;
+}
+
+void print_sizes(const ModelStore& store, const SparseKM& km) {
+    console::print("fn=%d,diag_num=%d\n", store.fn_free, store.diag_num);
+    console::print("fn_free=%d\n", 3 * store.mesh.node_num());
+    double mass = 0;
+    for (double m : km.M_value) mass += m;
+    console::print("Mass total=%e[kg]\n", mass / 3.0);
+    console::print(" Ls_num=%lld\n", static_cast<long long>(profile_size(km)));
+    console::print(" K_num2=%lld\n", static_cast<long long>(km.entries()));
+    console::print(" [K]memory size=%10.1f[MB]\n", static_cast<double>(km.entries()) * 8 / 1000000);
+}
+
+}  // namespace
+
+bool build_linear_system(ModelStore& store, const Settings& settings, LinearSystem& system, RunReport& report) {
+    report.clock.begin("assemble");
+    store.fn_free = 3 * store.mesh.node_num();
+    system.node_elements = elements_of_nodes(store.mesh);
+    system.numbering = apply_boundary_conditions(store.boundary_conditions, store.mesh, system.node_elements, store.fn_free);
+    const auto true_free = static_cast<std::int32_t>(system.numbering.free_dofs.size());
+    const std::int32_t hanging = 3 * system.numbering.hanging_nodes;
+    if (store.fn_free - hanging < true_free) {
+        const std::string line = console::format("nodes are selected by more than one support: fn_free=%d counts them twice, %d degrees of freedom are free",
+                                                 store.fn_free, true_free);
+        console::notice("%s", line.c_str());
+        report.remarks.notices.push_back(line);
+    }
+    store.fn_free = true_free;
+    if (true_free == 0) {
+        report.fail(RunStatus::failed, "every degree of freedom is fixed: nothing to solve");
+        return false;
+    }
+    system.elasticity = build_elasticity(store.materials);
+    if (!assemble(store, settings, system, report)) return false;
+    print_sizes(store, system.km);
+    if (!store.boundary_conditions.empty() || hanging > 0) eliminate_fixed(system.numbering.dof_map, system.km);
+    console::print("K,M sparse complete\n");
+    report.free_dofs = true_free;
+    return true;
+}
+
+std::unique_ptr<LdlFactor> plan_factor(const ModelStore& store, const Settings& settings, const LinearSystem& system,
+                                       RunReport& report) {
+    report.clock.begin("factor");
+    Profile profile = make_profile(system.km);
+    console::print("temp_n:%d\n", most_divisions(profile.rows(), store.diag_num));
+    Divisions divisions = plan_divisions(profile, settings.memory_size, settings.div_memory_size, store.diag_num);
+    console::print("[L] division:%d\n", divisions.count());
+    for (std::size_t b = 0; b + 1 < divisions.div_row.size(); ++b)
+        console::print("division[%zu]:%lld, %lld, %d, %d\n", b, static_cast<long long>(divisions.div_profile[b]),
+                       static_cast<long long>(divisions.div_profile[b + 1]), divisions.div_row[b], divisions.div_row[b + 1]);
+    console::print("[L]memory size=%10.1f[MB]\n", profile.megabytes());
+    report.factor_entries = profile.Ls_num;
+    if (settings.free_hd_size < profile.megabytes()) {
+        console::print("Warning:HD");
+        report.fail(RunStatus::disk_budget, console::format("the factor needs %.1f MB of disk, FREE_HD_SIZE allows %.1f MB",
+                                                            profile.megabytes(), settings.free_hd_size));
+        return nullptr;
+    }
+    const double physical = static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGE_SIZE)) / 1e6;
+    if (divisions.count() == 1 && profile.megabytes() > physical) {
+        report.fail(RunStatus::failed, console::format("the factor of %.1f MB does not fit this machine's %.0f MB of memory: lower MEMORY_SIZE in the settings",
+                                                       profile.megabytes(), physical));
+        return nullptr;
+    }
+    return std::make_unique<LdlFactor>(std::move(profile), std::move(divisions),
+                                       FactorOptions{.threads = settings.threads(), .diag_num = store.diag_num});
+}
+
+bool run_factorization(const SparseKM& km, std::span<const double> values, LdlFactor& factor, RunReport& report) {
+    console::print("LU K_sparse\n");
+    if (factor.factor_ldl(km, values) != FactorStatus::ok) {
+        report.fail(RunStatus::failed, "the factorization cannot go on: " + factor.error());
+        return false;
+    }
+    console::print("LU K_sparse complete\n");
+    report.negative_pivots = factor.negative_pivots();
+    return true;
+}
+
+std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values, const LdlFactor& factor) {
+    constexpr double smallest_share = 1e-10;
+    for (std::int32_t i = 0; i < km.rows(); ++i) {
+        const double diagonal = values[static_cast<std::size_t>(km.diag_pos[static_cast<std::size_t>(i)])];
+        if (!(std::abs(factor.D()[static_cast<std::size_t>(i)]) >= smallest_share * std::abs(diagonal))) return i;
+    }
+    return -1;
+}
+
+}  // namespace kestralum

@@ -1,0 +1,47 @@
+// What the linear analyses share: from the model store to the reduced, assembled [K] and [M].
+#pragma once
+
+#include <vector>
+
+#include "analysis/run_report.h"
+#include "elements/constraints.h"
+#include "elements/elasticity.h"
+#include "model/settings.h"
+#include "solver/ldl.h"
+#include "solver/sparse.h"
+
+namespace kestralum {
+
+// Scratch of one linear analysis.
+struct LinearSystem {
+    NodeElements node_elements;
+    DofNumbering numbering;
+    Elasticity elasticity;
+    SparseKM km;  // reduced to the free degrees of freedom
+};
+
+// Says what keeps the store from being analysed: no elements, unknown materials, rigid records.
+// False with report.status bad_input.
+bool check_analysable(const ModelStore& store, RunReport& report);
+
+// Renumbers the nodes and rebuilds what depends on the numbering: node normals, the nodes of point
+// forces and, with the held results cleared, the result file under its temporary name.
+bool renumber_model(ModelStore& store, const Settings& settings, RunReport& report);
+
+// Supports, elasticity, pattern, assembly and elimination, with the progress lines. False with
+// report.status set when an element cannot be computed or nothing is free.
+bool build_linear_system(ModelStore& store, const Settings& settings, LinearSystem& system, RunReport& report);
+
+// Profile, divisions and the disk budget of the factor of system.km. Null with report.status
+// disk_budget or failed.
+std::unique_ptr<LdlFactor> plan_factor(const ModelStore& store, const Settings& settings, const LinearSystem& system,
+                                       RunReport& report);
+
+// Factors K ("LU K_sparse" lines); false with report.status failed.
+bool run_factorization(const SparseKM& km, std::span<const double> values, LdlFactor& factor, RunReport& report);
+
+// The first free degree of freedom whose pivot is below 1e-10 of its diagonal: a body or mechanism
+// that the supports do not hold. -1 when there is none.
+std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values, const LdlFactor& factor);
+
+}  // namespace kestralum

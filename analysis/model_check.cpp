@@ -1,0 +1,188 @@
+#include "analysis/model_check.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numeric>
+
+#include "elements/constraints.h"
+#include "elements/element_type.h"
+#include "model/console.h"
+#include "solver/ordering.h"
+#include "solver/panels.h"
+#include "solver/profile.h"
+
+namespace kestralum {
+
+namespace {
+
+// No progress lines while it lives.
+class Silence {
+public:
+    Silence() : lines_(console::lines_enabled()) { console::set_lines_enabled(false); }
+    ~Silence() { console::set_lines_enabled(lines_); }
+
+private:
+    bool lines_;
+};
+
+void check_elements(const ModelStore& store, ModelCheck& out) {
+    const Mesh& mesh = store.mesh;
+    const ElementType& type = element_type(mesh.element_type);
+    ElementPoints points;
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        const bool sound = evaluate_points(type, mesh, e, points);
+        const ElementPlace place{e, element_volume(type, points), element_centre(mesh, e)};
+        out.volume += place.volume;
+        const Part& part = store.parts[static_cast<std::size_t>(mesh.p_ele_part_id[static_cast<std::size_t>(e)])];
+        if (part.material_id >= 0 && static_cast<std::size_t>(part.material_id) < store.materials.size())
+            out.mass += place.volume * store.materials[static_cast<std::size_t>(part.material_id)].density;
+        if (out.smallest.element < 0 || place.volume < out.smallest.volume) out.smallest = place;
+        if (out.largest.element < 0 || place.volume > out.largest.volume) out.largest = place;
+        if (!sound && ++out.bad_count <= 100) out.bad.push_back(place);
+    }
+}
+
+// Bodies: elements that hang together through common nodes.
+void check_bodies(const Mesh& mesh, std::span<const char> fixed, ModelCheck& out) {
+    std::vector<std::int32_t> root(static_cast<std::size_t>(mesh.node_num()));
+    std::iota(root.begin(), root.end(), 0);
+    auto find = [&](std::int32_t n) {
+        while (root[static_cast<std::size_t>(n)] != n) {
+            std::int32_t& up = root[static_cast<std::size_t>(n)];
+            up = root[static_cast<std::size_t>(up)];
+            n = up;
+        }
+        return n;
+    };
+    const int nodes = mesh.node_per_element();
+    auto first_node = [&](std::int32_t e) {
+        return static_cast<std::int32_t>(node_index(mesh.connectivity[static_cast<std::size_t>(e) * static_cast<std::size_t>(nodes)]));
+    };
+    for (std::size_t k = 0; k < mesh.connectivity.size(); ++k) {
+        const std::int32_t a = find(first_node(static_cast<std::int32_t>(k / static_cast<std::size_t>(nodes))));
+        const std::int32_t b = find(static_cast<std::int32_t>(node_index(mesh.connectivity[k])));
+        root[static_cast<std::size_t>(std::max(a, b))] = std::min(a, b);
+    }
+    std::vector<std::int32_t> body_of(root.size(), -1);
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        std::int32_t& body = body_of[static_cast<std::size_t>(find(first_node(e)))];
+        if (body < 0) {
+            body = static_cast<std::int32_t>(out.bodies.size());
+            out.bodies.emplace_back();
+        }
+        Body& b = out.bodies[static_cast<std::size_t>(body)];
+        ++b.elements;
+        const std::int32_t part = mesh.p_ele_part_id[static_cast<std::size_t>(e)];
+        if (b.parts.empty() || b.parts.back() != part) b.parts.push_back(part);
+    }
+    for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
+        const std::int32_t body = body_of[static_cast<std::size_t>(find(n))];
+        if (body >= 0 && fixed[static_cast<std::size_t>(n)]) out.bodies[static_cast<std::size_t>(body)].supported = true;
+    }
+    for (Body& b : out.bodies) {
+        std::sort(b.parts.begin(), b.parts.end());
+        b.parts.erase(std::unique(b.parts.begin(), b.parts.end()), b.parts.end());
+    }
+}
+
+void notice(ModelCheck& out, std::string text) { out.remarks.notices.push_back(std::move(text)); }
+
+void check_supports(const ModelStore& store, ModelCheck& out) {
+    for (const BoundaryCondition& record : store.boundary_conditions) {
+        const auto selected = static_cast<std::int32_t>(select_nodes(record, store.mesh).size());
+        out.support_nodes.push_back(selected);
+        if (selected > 0) continue;
+        std::string line = "support " + record.name + ": selects no node";
+        if (record.kind == Selection::area) {
+            // an area wants its plane exactly: would the nodes within the tolerance do?
+            BoundaryCondition plane = record;
+            plane.kind = Selection::plane;
+            const auto near = select_nodes(plane, store.mesh).size();
+            if (near > 0) line += console::format("; %zu nodes lie within 1e-10 m of its plane: try the selection `plane`", near);
+        }
+        notice(out, std::move(line));
+    }
+}
+
+void check_forces(const ModelStore& store, ModelCheck& out) {
+    constexpr double tolerance = 1e-7;  // m, as the loads take it
+    std::vector<AppliedForce> forces = store.forces;
+    resolve_force_points(store.mesh, forces);
+    for (const AppliedForce& force : forces) {
+        std::int32_t reached = force.node > 0;
+        for (std::int32_t n = 0; force.kind == ForceKind::area && n < store.mesh.node_num(); ++n) {
+            const double* x = store.mesh.coordinates.data() + 3 * static_cast<std::ptrdiff_t>(n);
+            bool inside = true;
+            for (std::size_t c = 0; c < 3; ++c)
+                inside = inside && x[c] > force.box[2 * c] - tolerance && x[c] < force.box[2 * c + 1] + tolerance;
+            reached += inside;
+        }
+        out.force_nodes.push_back(reached);
+        if (reached == 0)
+            notice(out, "force " + force.name + (force.kind == ForceKind::node ? ": no node at its point" : ": no node in its box"));
+    }
+}
+
+// Orders a copy of the mesh and counts what the factor will need.
+void check_factor(const ModelStore& store, const Settings& settings, ModelCheck& out) {
+    Mesh mesh = store.mesh;
+    out.diag_num = order_nodes(mesh, settings.ordering_type);
+    const NodeElements node_elements = elements_of_nodes(mesh);
+    std::int32_t fn_free = 3 * mesh.node_num();
+    const DofNumbering numbering = apply_boundary_conditions(store.boundary_conditions, mesh, node_elements, fn_free);
+    out.hanging_nodes = numbering.hanging_nodes;
+    out.free_dofs = static_cast<std::int64_t>(numbering.free_dofs.size());
+    const NodeNeighbours neighbours = neighbours_of_nodes(mesh, node_elements);
+    // the profile from the neighbour sets: the first free column of each free row
+    Profile profile;
+    profile.sky_start.push_back(0);
+    std::int64_t entries = 0;
+    for (std::int32_t dof : numbering.free_dofs) {
+        const auto node = static_cast<std::size_t>(dof / 3);
+        const std::int32_t row = numbering.dof_map[static_cast<std::size_t>(dof)];
+        std::int32_t first = row;
+        for (std::int64_t k = neighbours.start[node]; k < neighbours.start[node + 1]; ++k) {
+            const std::int32_t equation = numbering.dof_map[3 * static_cast<std::size_t>(neighbours.nodes[static_cast<std::size_t>(k)])];
+            if (equation < 0) continue;
+            first = std::min(first, equation);
+            entries += 3;
+        }
+        profile.height.push_back(row - first + 1);
+        profile.max_height = std::max(profile.max_height, row - first + 1);
+        profile.sky_start.push_back(profile.sky_start.back() + row - first + 1);
+    }
+    profile.Ls_num = profile.sky_start.back();
+    const Divisions divisions = plan_divisions(profile, settings.memory_size, settings.div_memory_size, out.diag_num);
+    const PanelGrid grid = make_panel_grid(profile);
+    std::int64_t held = 0;  // doubles of the panels in memory: all, or those of two bands
+    for (std::int32_t I = 0; I < grid.panels(); ++I) held += grid.doubles(I);
+    if (divisions.count() > 1) held = std::min(held, (2 * std::int64_t{profile.max_height} / grid.nb + 2) * grid.largest_panel());
+    out.divisions = divisions.count();
+    out.factor_megabytes = profile.megabytes();
+    out.memory_megabytes = (static_cast<double>(held) * 8 + static_cast<double>(entries) * 20) / 1e6;
+    if (settings.free_hd_size < out.factor_megabytes)
+        notice(out, console::format("the factor needs %.1f MB of disk, FREE_HD_SIZE allows %.1f MB", out.factor_megabytes, settings.free_hd_size));
+}
+
+}  // namespace
+
+ModelCheck check_model(const ModelStore& store, const Settings& settings) {
+    const Silence silence;
+    ModelCheck out;
+    check_elements(store, out);
+    check_supports(store, out);
+    check_forces(store, out);
+    std::vector<char> fixed(static_cast<std::size_t>(store.mesh.node_num()), 0);
+    for (const BoundaryCondition& record : store.boundary_conditions)
+        for (std::int32_t n : select_nodes(record, store.mesh)) fixed[static_cast<std::size_t>(n)] = 1;
+    check_bodies(store.mesh, fixed, out);
+    for (std::size_t b = 0; b < out.bodies.size(); ++b)
+        if (!out.bodies[b].supported) notice(out, console::format("body %zu (part %s): no support holds it", b + 1,
+                                                                  store.parts[static_cast<std::size_t>(out.bodies[b].parts.front())].name.c_str()));
+    if (store.mesh.element_num() < 1) notice(out, "the model has no solid elements: nothing to analyse");
+    else check_factor(store, settings, out);
+    return out;
+}
+
+}  // namespace kestralum

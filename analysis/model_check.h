@@ -1,0 +1,48 @@
+// What can be said of a meshed model before it is analysed.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "model/model_store.h"
+#include "model/remarks.h"
+#include "model/settings.h"
+
+namespace kestralum {
+
+struct ElementPlace {
+    std::int32_t element = -1;  // 0-based, -1 = none
+    double volume = 0;          // m^3
+    std::array<double, 3> centre{};
+};
+
+struct Body {
+    std::int32_t elements = 0;
+    std::vector<std::int32_t> parts;  // indices, ascending
+    bool supported = false;           // some node of it is fixed
+};
+
+struct ModelCheck {
+    double mass = 0;    // kg
+    double volume = 0;  // m^3
+    ElementPlace smallest, largest;
+    std::vector<ElementPlace> bad;     // elements with a non-positive Jacobian; the first hundred
+    std::int64_t bad_count = 0;
+    std::int32_t hanging_nodes = 0;    // on no solid element, facets of STL parts included
+    std::vector<Body> bodies;          // by first element; elements that share a node are one body
+    std::vector<std::int32_t> support_nodes;  // per boundary condition: nodes selected
+    std::vector<std::int32_t> force_nodes;    // per force: nodes reached
+    std::int64_t free_dofs = 0;
+    std::int32_t diag_num = 0;         // band in the ordering of the settings
+    double factor_megabytes = 0;       // disk for the factor
+    double memory_megabytes = 0;       // [K], [M] and the factor's share in memory
+    std::int32_t divisions = 0;
+    Remarks remarks;  // notices: supports and loads that select nothing, loose bodies, bad elements
+};
+
+// Works on copies; the store is not changed. Prints nothing.
+ModelCheck check_model(const ModelStore& store, const Settings& settings);
+
+}  // namespace kestralum

@@ -1,0 +1,71 @@
+// What a run has to report when it ends: its status, remarks and, stage by stage, time and memory.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "model/remarks.h"
+
+namespace kestralum {
+
+enum class RunStatus {
+    done,
+    bad_input,   // the model cannot be analysed as it is; nothing was computed
+    disk_budget, // the factor is larger than FREE_HD_SIZE: "Warning:HD" was printed, the process ends
+    failed,      // begun, not completed
+};
+
+struct Stage {
+    std::string name;
+    double seconds = 0;
+    double peak_megabytes = 0;  // largest resident memory while the stage ran
+};
+
+// Times the stages of a run one after the other; a stage that comes again adds up.
+class StageClock {
+public:
+    // Ends the stage under way and begins this one.
+    void begin(const char* name);
+    // Ends the stage under way.
+    void end();
+    // A stage that was timed elsewhere.
+    void add(const char* name, double seconds);
+    void add(const Stage& stage);
+    const std::vector<Stage>& stages() const { return stages_; }
+
+private:
+    Stage& stage(const char* name);
+    std::vector<Stage> stages_;
+    std::string current_;
+    std::chrono::steady_clock::time_point start_;
+};
+
+struct NodeValue {
+    std::int32_t node = 0;  // 1-based, 0 = none
+    double value = 0;
+    std::array<double, 3> place{};
+};
+
+struct RunReport {
+    RunStatus status = RunStatus::done;
+    Remarks remarks;  // errors: why the status is not `done`; notices: what the user should know
+    StageClock clock;
+
+    // static analysis
+    NodeValue largest_displacement;  // m
+    NodeValue largest_mises;         // Pa
+    std::array<double, 3> applied{}, reaction{};  // N
+    double residual = 0;             // ‖Ku - F‖ / ‖F‖
+    std::int64_t free_dofs = 0, factor_entries = 0, negative_pivots = 0;
+
+    RunReport& fail(RunStatus why, std::string text) {
+        status = why;
+        remarks.errors.push_back(std::move(text));
+        return *this;
+    }
+};
+
+}  // namespace kestralum

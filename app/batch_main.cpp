@@ -1,0 +1,117 @@
+// kestralum-batch: the program on a command line.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <new>
+#include <span>
+
+#include "analysis/analysis_table.h"
+#include "app/batch_options.h"
+#include "app/batch_summary.h"
+#include "input/settings_reader.h"
+#include "model/console.h"
+#include "model/paths.h"
+#include "model/settings.h"
+#include "results/vtu_file.h"
+
+namespace {
+
+using namespace kestralum;
+
+enum ExitStatus { exit_done = 0, exit_incomplete = 1, exit_bad_input = 2 };
+
+// One run at a time in a log folder: the lock lasts as long as the process. False with a line when
+// another run holds it or the folder cannot be used.
+bool lock_log_directory() {
+    const std::string& directory = paths::log_directory();
+    std::error_code reason;
+    std::filesystem::create_directories(directory, reason);
+    const std::string name = directory + "/.lock";
+    const int file = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (file < 0) {
+        console::error("the folder %s cannot be written: %s", directory.c_str(), std::strerror(errno));
+        return false;
+    }
+    if (::flock(file, LOCK_EX | LOCK_NB) != 0) {
+        console::error("another run is using the folder %s: give this one its own with --log", directory.c_str());
+        ::close(file);
+        return false;
+    }
+    return true;
+}
+
+ExitStatus run_analysis(const BatchOptions& options, const ModelReadReport& model, const AnalysisInfoReport& control) {
+    RunReport report = find_analysis(options.command)->run();
+    RunReport whole = report;
+    whole.clock = {};
+    whole.clock.add("read", model.read_seconds);
+    whole.clock.add("mesh", model.mesh_seconds);
+    for (const Stage& stage : report.clock.stages()) whole.clock.add(stage);
+    std::string vtu;
+    if (options.vtu && report.largest_displacement.node > 0) {
+        vtu = vtu_file_name(model_store());
+        if (!write_vtu(model_store())) {
+            vtu.clear();
+            whole.fail(RunStatus::failed, "the file for ParaView cannot be written");
+        }
+    }
+    print_input_summary(model, control);
+    print_run_summary(model_store(), whole, vtu);
+    for (const std::string& error : whole.remarks.errors) console::error("%s", error.c_str());
+    if (whole.status == RunStatus::done) return exit_done;
+    return whole.status == RunStatus::bad_input ? exit_bad_input : exit_incomplete;
+}
+
+ExitStatus run(const BatchOptions& options) {
+    console::set_lines_enabled(!options.quiet);
+    paths::set_log_directory(options.log_directory);
+    if (options.command != "check" && !lock_log_directory()) return exit_bad_input;
+    if (read_setting_file(options.setting_file) == SettingsStatus::missing) {
+        console::error("the settings file %s cannot be read", options.setting_file.c_str());
+        return exit_bad_input;
+    }
+    init_model_defaults();
+    model_store().model_file_name = options.model_file;
+    if (options.command == "check") console::set_lines_enabled(false);
+    const ModelReadReport model = read_input_file(options.overrides);
+    if (!model.ok) return exit_bad_input;
+    const AnalysisInfoReport control = read_analysis_info_file();
+    if (control.status == AnalysisInfoStatus::wrong) return exit_bad_input;
+    if (options.command == "check") {
+        print_check(model_store(), check_model(model_store(), settings()));
+        print_input_summary(model, control);
+        return exit_done;
+    }
+    return run_analysis(options, model, control);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const BatchOptions options = parse_batch_options(std::span(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0));
+    if (!options.error.empty()) {
+        console::error("kestralum-batch: %s (see kestralum-batch --help)", options.error.c_str());
+        return exit_bad_input;
+    }
+    if (options.help) {
+        console::summary("%s", batch_usage().c_str());
+        return exit_done;
+    }
+    if (options.version) {
+        console::summary("KESTRALUM %s\n", program_version);
+        return exit_done;
+    }
+    try {
+        return run(options);
+    } catch (const std::bad_alloc&) {
+        console::error("not enough memory for this model");
+        return exit_incomplete;
+    } catch (const std::exception& e) {
+        console::error("%s", e.what());
+        return exit_incomplete;
+    }
+}

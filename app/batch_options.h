@@ -1,0 +1,28 @@
+// The command line of kestralum-batch.
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "input/model_reader.h"
+
+namespace kestralum {
+
+struct BatchOptions {
+    bool help = false, version = false;
+    std::string command;     // "check" or an analysis
+    std::string model_file;
+    std::vector<ParameterOverride> overrides;
+    std::string setting_file = "setting\\setting.txt";
+    std::string log_directory = "log";
+    bool vtu = false, quiet = false;
+    std::string error;       // bad usage: why
+};
+
+BatchOptions parse_batch_options(std::span<const char* const> arguments);
+
+// The help text.
+std::string batch_usage();
+
+}  // namespace kestralum

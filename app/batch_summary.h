@@ -1,0 +1,20 @@
+// What the batch command prints when it ends.
+#pragma once
+
+#include "analysis/model_check.h"
+#include "analysis/run_report.h"
+#include "input/analysis_info_reader.h"
+#include "input/model_reader.h"
+#include "model/model_store.h"
+
+namespace kestralum {
+
+// Remarks of reading and control file: notices, and the token where the reading ended when it was not END.
+void print_input_summary(const ModelReadReport& model, const AnalysisInfoReport& control);
+
+// Results, balance and stage table of an analysis. `vtu_file` is empty where none was written.
+void print_run_summary(const ModelStore& store, const RunReport& report, std::string_view vtu_file);
+
+void print_check(const ModelStore& store, const ModelCheck& check);
+
+}  // namespace kestralum

@@ -1,0 +1,144 @@
+#include "results/vtu_file.h"
+
+#include <bit>
+#include <cstdio>
+#include <span>
+#include <vector>
+
+#include "model/console.h"
+#include "model/paths.h"
+#include "results/text_output.h"
+
+namespace kestralum {
+
+namespace {
+
+// VTK's hexahedron runs round the lower face, then the upper one. With local node p at the corner
+// (i, j, k) of hexa_corner these are our nodes in VTK's order.
+constexpr std::array<int, 8> vtk_hexahedron{1, 5, 6, 2, 0, 4, 7, 3};
+// The quadratic tetrahedron: mid-side nodes on edges 01 12 02 03 13 23, as ours.
+constexpr std::array<int, 10> vtk_tetrahedron{0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
+
+enum CellType : std::uint8_t { vtk_triangle = 5, vtk_tetra = 10, vtk_hexa = 12, vtk_quadratic_tetra = 24 };
+
+struct Array {
+    std::string header;  // the DataArray element without its offset
+    std::vector<char> bytes;
+};
+
+template <typename T>
+Array make_array(const char* type, const char* name, int components, std::span<const T> values) {
+    Array array;
+    array.header = console::format("<DataArray type=\"%s\" Name=\"%s\" NumberOfComponents=\"%d\" format=\"appended\"", type, name, components);
+    const char* bytes = reinterpret_cast<const char*>(values.data());
+    array.bytes.assign(bytes, bytes + values.size_bytes());
+    return array;
+}
+
+struct Cells {
+    std::vector<std::int64_t> connectivity, offsets;
+    std::vector<std::uint8_t> types;
+    std::vector<std::int32_t> part, material;
+};
+
+Cells make_cells(const ModelStore& store) {
+    const Mesh& mesh = store.mesh;
+    Cells cells;
+    auto add = [&](const std::int32_t* nodes, std::span<const int> order, CellType type, std::int32_t part) {
+        for (int local : order) cells.connectivity.push_back(node_index(nodes[local]));
+        cells.offsets.push_back(static_cast<std::int64_t>(cells.connectivity.size()));
+        cells.types.push_back(type);
+        cells.part.push_back(part);
+        cells.material.push_back(store.parts[static_cast<std::size_t>(part)].material_id);
+    };
+    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
+    const bool tetra = per_element != 8;
+    const std::span<const int> order = tetra ? std::span<const int>(vtk_tetrahedron).first(per_element) : std::span<const int>(vtk_hexahedron);
+    const CellType type = !tetra ? vtk_hexa : per_element == 4 ? vtk_tetra : vtk_quadratic_tetra;
+    for (std::size_t e = 0; e < mesh.p_ele_part_id.size(); ++e) add(&mesh.connectivity[e * per_element], order, type, mesh.p_ele_part_id[e]);
+    constexpr std::array<int, 3> triangle{0, 1, 2};
+    for (std::size_t f = 0; f < mesh.surface_part_id.size(); ++f) add(&mesh.surface_facets[3 * f], triangle, vtk_triangle, mesh.surface_part_id[f]);
+    return cells;
+}
+
+// Six components per node from two groups of three.
+std::vector<double> six_components(const ModelStore& store, std::size_t first_group) {
+    const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
+    const double* a = store.results.node_stress.data() + first_group * dofs;
+    std::vector<double> out(2 * dofs);
+    for (std::size_t n = 0; n < dofs / 3; ++n)
+        for (std::size_t c = 0; c < 3; ++c) {
+            out[6 * n + c] = a[3 * n + c];
+            out[6 * n + 3 + c] = a[dofs + 3 * n + c];
+        }
+    return out;
+}
+
+std::vector<Array> point_arrays(const ModelStore& store) {
+    const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
+    const auto row = static_cast<std::size_t>(store.results.frame_vector.front());
+    const std::vector<double> stress = six_components(store, 0), strain = six_components(store, 2);
+    std::vector<double> mises(dofs / 3);
+    for (std::size_t n = 0; n < mises.size(); ++n) mises[n] = store.results.node_stress[4 * dofs + 3 * n];
+    return {make_array<double>("Float64", "displacement", 3, std::span(store.results.mode_vec).subspan(row * dofs, dofs)),
+            make_array<double>("Float64", "stress", 6, stress), make_array<double>("Float64", "strain", 6, strain),
+            make_array<double>("Float64", "mises", 1, mises)};
+}
+
+// The XML up to the appended data; every array gets its offset in order.
+std::string make_xml(const Mesh& mesh, std::size_t cells, const std::vector<std::pair<const char*, std::vector<Array>>>& groups) {
+    std::uint64_t offset = 0;
+    std::string xml = console::format(
+        "<?xml version=\"1.0\"?>\n<VTKFile type=\"UnstructuredGrid\" version=\"1.0\" byte_order=\"%s\" header_type=\"UInt64\">\n"
+        "<UnstructuredGrid>\n<Piece NumberOfPoints=\"%d\" NumberOfCells=\"%zu\">\n",
+        std::endian::native == std::endian::little ? "LittleEndian" : "BigEndian", mesh.node_num(), cells);
+    for (const auto& [group, arrays] : groups) {
+        xml += console::format("<%s>\n", group);
+        for (const Array& array : arrays) {
+            xml += array.header + console::format(" offset=\"%llu\"/>\n", static_cast<unsigned long long>(offset));
+            offset += sizeof(std::uint64_t) + array.bytes.size();
+        }
+        xml += console::format("</%s>\n", group);
+    }
+    return xml + "</Piece>\n</UnstructuredGrid>\n<AppendedData encoding=\"raw\">\n_";
+}
+
+}  // namespace
+
+std::string vtu_file_name(const ModelStore& store) {
+    const std::string base = paths::base_name(store.model_file_name);
+    return "log\\" + base.substr(0, base.rfind('.')) + ".vtu";
+}
+
+bool write_vtu(const ModelStore& store) {
+    const Cells cells = make_cells(store);
+    std::vector<std::pair<const char*, std::vector<Array>>> groups;
+    groups.emplace_back("PointData", point_arrays(store));
+    groups.emplace_back("CellData", std::vector<Array>{make_array<std::int32_t>("Int32", "part", 1, cells.part),
+                                                       make_array<std::int32_t>("Int32", "material", 1, cells.material)});
+    groups.emplace_back("Points", std::vector<Array>{make_array<double>("Float64", "Points", 3, store.mesh.coordinates)});
+    groups.emplace_back("Cells", std::vector<Array>{make_array<std::int64_t>("Int64", "connectivity", 1, cells.connectivity),
+                                                    make_array<std::int64_t>("Int64", "offsets", 1, cells.offsets),
+                                                    make_array<std::uint8_t>("UInt8", "types", 1, cells.types)});
+    const std::string target = vtu_file_name(store), held = target + ".part";
+    TextOutput file(held);
+    if (file.is_open()) {
+        file.write(make_xml(store.mesh, cells.types.size(), groups));
+        for (const auto& [group, arrays] : groups)
+            for (const Array& array : arrays) {
+                const std::uint64_t size = array.bytes.size();
+                file.write({reinterpret_cast<const char*>(&size), sizeof size});
+                file.write({array.bytes.data(), array.bytes.size()});
+            }
+        file.write("\n</AppendedData>\n</VTKFile>\n");
+    }
+    const std::string held_path = paths::to_platform(held);
+    if (!file.is_open() || !file.finish() || std::rename(held_path.c_str(), paths::to_platform(target).c_str()) != 0) {
+        console::error("%s cannot be written: %s", target.c_str(), file.error().c_str());
+        std::remove(held_path.c_str());
+        return false;
+    }
+    return true;
+}
+
+}  // namespace kestralum

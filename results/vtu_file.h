@@ -1,0 +1,20 @@
+// The store as a VTK unstructured grid for ParaView.
+#pragma once
+
+#include <string>
+
+#include "model/model_store.h"
+
+namespace kestralum {
+
+// "log\NAME.vtu": the model file's name without its folder and its last ending.
+std::string vtu_file_name(const ModelStore& store);
+
+// Writes frame 1 of the results: XML with raw appended data (version 1.0, 64-bit block sizes, this
+// machine's byte order). Cells: 12 (hexahedron), 10 and 24 (tetrahedra), in VTK's node order, and 5
+// (triangle) for STL facets. Point data: displacement (m), stress and strain (6 components xx yy zz
+// xy yz zx, N/m^2), mises (N/m^2); cell data: part and material index. The file takes its name when
+// it is whole. False when it cannot be written; the reason has been printed.
+bool write_vtu(const ModelStore& store);
+
+}  // namespace kestralum
