@@ -69,19 +69,20 @@ void TextOutput::write(std::string_view text) {
 }
 
 void TextOutput::write_rows(std::int64_t rows, int threads, const std::function<void(std::int64_t, std::string&)>& row) {
-    constexpr std::int64_t block_rows = 512;
-    const std::int64_t blocks = (rows + block_rows - 1) / block_rows;
-    const int team = static_cast<int>(std::max<std::int64_t>(1, std::min<std::int64_t>(threads, blocks)));
-#pragma omp parallel num_threads(team)
-    {
-        std::string text;
-#pragma omp for ordered schedule(static, 1)
+    // rounds of blocks: formatted in parallel, then written in order
+    constexpr std::int64_t block_rows = 256, round_blocks = 32;
+    std::vector<std::string> texts(round_blocks);
+    for (std::int64_t first = 0; first < rows; first += round_blocks * block_rows) {
+        const std::int64_t blocks = std::min(round_blocks, (rows - first + block_rows - 1) / block_rows);
+        const int team = static_cast<int>(std::min<std::int64_t>(std::max(threads, 1), blocks));
+#pragma omp parallel for schedule(dynamic, 1) num_threads(team) if (team > 1)
         for (std::int64_t b = 0; b < blocks; ++b) {
+            std::string& text = texts[static_cast<std::size_t>(b)];
             text.clear();
-            for (std::int64_t r = b * block_rows; r < std::min(rows, (b + 1) * block_rows); ++r) row(r, text);
-#pragma omp ordered
-            write(text);
+            const std::int64_t begin = first + b * block_rows;
+            for (std::int64_t r = begin; r < std::min(rows, begin + block_rows); ++r) row(r, text);
         }
+        for (std::int64_t b = 0; b < blocks; ++b) write(texts[static_cast<std::size_t>(b)]);
     }
 }
 

@@ -1,0 +1,124 @@
+// Box grids for tests and benchmarks: hexahedra, or each cell cut into six tetrahedra of either
+// order (Kuhn, 1960: all six share the cell's diagonal, so that cells fit together), and the same as
+// a Netgen volume file.
+#pragma once
+
+#include <array>
+#include <charconv>
+#include <functional>
+#include <map>
+#include <string>
+#include <utility>
+
+#include "model/model_store.h"
+
+namespace kestralum::testing {
+
+struct Grid {
+    std::array<int, 3> cells;
+    std::array<double, 3> size;
+    // moves the corner nodes (not the mid-side ones, which stay on the edges' midpoints)
+    std::function<void(double* x)> move = nullptr;
+};
+
+inline Mesh corner_grid(const Grid& grid) {
+    Mesh mesh;
+    for (int k = 0; k <= grid.cells[2]; ++k)
+        for (int j = 0; j <= grid.cells[1]; ++j)
+            for (int i = 0; i <= grid.cells[0]; ++i) {
+                const int at[3] = {i, j, k};
+                double x[3];
+                for (std::size_t c = 0; c < 3; ++c) x[c] = at[c] == grid.cells[c] ? grid.size[c] : grid.size[c] * at[c] / grid.cells[c];
+                if (grid.move) grid.move(x);
+                mesh.coordinates.insert(mesh.coordinates.end(), x, x + 3);
+            }
+    return mesh;
+}
+
+inline void finish(Mesh& mesh, ElementKind kind) {
+    mesh.element_type = kind;
+    mesh.p_ele_part_id.assign(static_cast<std::size_t>(mesh.element_num()), 0);
+    mesh.dof_num = 3 * mesh.node_num();
+    update_extent(mesh);
+    update_node_normals(mesh);
+}
+
+// 1-based corner node of cell (i, j, k) at offset (a, b, c).
+inline std::int32_t corner_node(const Grid& grid, int i, int j, int k) {
+    return 1 + i + (grid.cells[0] + 1) * (j + (grid.cells[1] + 1) * k);
+}
+
+template <typename Visit>
+void for_each_cell(const Grid& grid, Visit visit) {
+    for (int k = 0; k < grid.cells[2]; ++k)
+        for (int j = 0; j < grid.cells[1]; ++j)
+            for (int i = 0; i < grid.cells[0]; ++i) visit(i, j, k);
+}
+
+inline Mesh hexa_box(const Grid& grid) {
+    Mesh mesh = corner_grid(grid);
+    for_each_cell(grid, [&](int i, int j, int k) {
+        for (const auto& c : hexa_corner) mesh.connectivity.push_back(corner_node(grid, i + c[0], j + c[1], k + c[2]));
+    });
+    finish(mesh, ElementKind::hexahedron);
+    return mesh;
+}
+
+inline Mesh tetra_box(const Grid& grid, ElementKind kind) {
+    Mesh mesh = corner_grid(grid);
+    std::map<std::pair<std::int32_t, std::int32_t>, std::int32_t> middle;
+    auto mid_node = [&](std::int32_t a, std::int32_t b) {
+        auto [at, added] = middle.try_emplace(std::minmax(a, b), 0);
+        if (added) {
+            for (std::size_t c = 0; c < 3; ++c)
+                mesh.coordinates.push_back(0.5 * (mesh.coordinates[3 * static_cast<std::size_t>(a - 1) + c] +
+                                                  mesh.coordinates[3 * static_cast<std::size_t>(b - 1) + c]));
+            at->second = mesh.node_num();
+        }
+        return at->second;
+    };
+    constexpr int steps[6][3] = {{0, 1, 2}, {1, 2, 0}, {2, 0, 1}, {0, 2, 1}, {2, 1, 0}, {1, 0, 2}};
+    for_each_cell(grid, [&](int i, int j, int k) {
+        for (int t = 0; t < 6; ++t) {
+            int at[3] = {i, j, k};
+            std::int32_t node[4] = {corner_node(grid, i, j, k)};
+            for (int s = 0; s < 3; ++s) {
+                ++at[steps[t][s]];
+                node[s + 1] = corner_node(grid, at[0], at[1], at[2]);
+            }
+            if (t >= 3) std::swap(node[1], node[2]);  // odd permutations run the other way round
+            mesh.connectivity.insert(mesh.connectivity.end(), node, node + 4);
+            if (kind == ElementKind::tetrahedron10)
+                for (const auto& edge : tetra10_edge) mesh.connectivity.push_back(mid_node(node[edge[0]], node[edge[1]]));
+        }
+    });
+    finish(mesh, kind);
+    return mesh;
+}
+
+inline Mesh box_mesh(const Grid& grid, ElementKind kind) {
+    return kind == ElementKind::hexahedron ? hexa_box(grid) : tetra_box(grid, kind);
+}
+
+// The mesh as a Netgen volume file: left-handed tetrahedra, Netgen's mid-side order.
+inline std::string vol_text(const Mesh& mesh) {
+    constexpr std::array<int, 10> program_node{0, 2, 1, 3, 6, 4, 7, 5, 9, 8};  // of file position
+    const int nodes = mesh.node_per_element();
+    std::string text = "mesh3d\ndimension\n3\ngeomtype\n0\n\n# surfnr bcnr domin domout np p1 p2 p3\nsurfaceelements\n0\n\n\n"
+                       "# matnr np p1 p2 p3 p4\nvolumeelements\n" + std::to_string(mesh.element_num()) + "\n";
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        text += "1 " + std::to_string(nodes);
+        for (int p = 0; p < nodes; ++p)
+            text += " " + std::to_string(mesh.connectivity[static_cast<std::size_t>(e * nodes + program_node[static_cast<std::size_t>(p)])]);
+        text += "\n";
+    }
+    text += "\n\n# surfid 0 p1 p2\nedgesegmentsgi2\n0\n\n\n# X Y Z\npoints\n" + std::to_string(mesh.node_num()) + "\n";
+    for (std::size_t k = 0; k < mesh.coordinates.size(); ++k) {
+        char digits[40];
+        text.append(digits, std::to_chars(digits, digits + sizeof digits, mesh.coordinates[k]).ptr);
+        text += k % 3 == 2 ? '\n' : ' ';
+    }
+    return text + "endmesh\n";
+}
+
+}  // namespace kestralum::testing
