@@ -1,0 +1,44 @@
+// Reads the analysis control file beside the model file: settings of the explicit and nonlinear
+// analyses and the plastic constants of the materials.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "model/model_store.h"
+#include "model/remarks.h"
+
+namespace kestralum {
+
+enum class AnalysisInfoStatus {
+    read,         // taken into the store
+    missing,      // no such file, or it cannot be opened; the settings in force stay
+    not_control,  // its second token is not "explicit"; passed over, the settings in force stay
+    wrong,        // `remarks.errors` says why; the settings in force stay
+};
+
+struct AnalysisInfoReport {
+    AnalysisInfoStatus status = AnalysisInfoStatus::missing;
+    std::string file_name;
+    Remarks remarks;
+    // Where the reading ended: "END", another top-level token, or "" for the end of the file.
+    std::string end_token;
+    std::int64_t end_token_number = 0;
+    bool ended_at_end = false;  // at END or with the file
+};
+
+// Reads the file that goes with the model of the process-wide store and prints the remarks.
+AnalysisInfoReport read_analysis_info_file();
+
+// The same on any store, the remarks left to the caller. Changes `control` and the materials'
+// plastic constants, all or nothing.
+AnalysisInfoReport read_analysis_info(ModelStore& store);
+
+// Place of the last "." in the file's own name, -1 if there is none: folders do not count.
+int last_dot(std::string_view model_file_name);
+
+// The model file's name with ".ana" in place of what begins at last_dot().
+std::string analysis_info_file_name(std::string_view model_file_name);
+
+}  // namespace kestralum

@@ -1,0 +1,104 @@
+// Boundary conditions and applied forces.
+#include "input/record_fields.h"
+#include "input/section_readers.h"
+#include "model/console.h"
+
+namespace kestralum {
+
+void read_boundary_condition(const FileSection& section, ModelDefinition& model, InputRemarks& remarks) {
+    static constexpr std::array<std::string_view, 3> selections{"plane", "area", "volume"};
+    echo_tokens(section.tokens);
+    const auto records = records_of(section, 9, remarks);
+    const RecordFields fields(model.parameters, remarks);
+    console::print("bc_num=%d\n", static_cast<int>(records.size()));
+    std::vector<BoundaryCondition> conditions;
+    for (const auto& record : records) {
+        BoundaryCondition& bc = conditions.emplace_back();
+        bc.id = static_cast<std::int32_t>(conditions.size()) - 1;
+        bc.name = fields.name(record[0], name_text_width);
+        bc.selection_word = truncate_text(record[1].text, name_text_width);
+        bc.kind = static_cast<Selection>(fields.word(record[1], selections, "a selection"));
+        bc.axis_word = truncate_text(record[2].text, name_text_width);
+        bc.axis = fields.word(record[2], axis_words, "an axis");
+        bc.box = fields.numbers<6>(record.subspan(3));
+        // a plane takes the upper end along its normal for its place
+        if (bc.kind != Selection::plane)
+            notice_empty_box(record[0], bc.box, bc.kind == Selection::area ? bc.axis : -1, remarks);
+        console::print("%d:%s, %s[%d], %s[%d]\n", bc.id, bc.name.c_str(), bc.selection_word.c_str(),
+                       static_cast<int>(bc.kind), bc.axis_word.c_str(), bc.axis);
+        console::write(":" + labelled_values(record.subspan(3), bc.box) + ",\n");
+    }
+    model.boundary_conditions = std::move(conditions);
+}
+
+namespace {
+
+constexpr std::size_t node_force_fields = 7, area_force_fields = 10;
+
+// Its kind decides how many tokens a force has; a kind that is not understood ends the counting.
+std::vector<std::span<const Token>> force_records(const FileSection& section, InputRemarks& remarks) {
+    const std::span<const Token> tokens(section.tokens);
+    std::vector<std::span<const Token>> records;
+    std::size_t at = 0, length = node_force_fields;
+    while (at + 1 < tokens.size()) {
+        const std::string_view kind = tokens[at + 1].text;
+        if (kind != "node" && kind != "area") {
+            remarks.expected(tokens[at + 1],
+                             "a kind of force (node, area); the section cannot be read further");
+            return records;
+        }
+        length = kind == "area" ? area_force_fields : node_force_fields;
+        if (at + length > tokens.size()) break;
+        records.push_back(tokens.subspan(at, length));
+        at += length;
+    }
+    check_section_end(section, tokens.size() - at, length, remarks);
+    return records;
+}
+
+AppliedForce read_force(std::span<const Token> record, const RecordFields& fields) {
+    AppliedForce force;
+    force.name = fields.name(record[0], name_text_width);
+    force.kind_word = record[1].text;
+    force.kind = force.kind_word == "area" ? ForceKind::area : ForceKind::node;
+    force.axis_word = truncate_text(record[2].text, name_text_width);
+    force.axis = fields.word(record[2], axis_words, "an axis");
+    force.value = fields.number(record[3]);
+    if (force.kind == ForceKind::node) {
+        force.point = fields.numbers<3>(record.subspan(4));
+    } else {
+        force.box = fields.numbers<6>(record.subspan(4));
+        notice_empty_box(record[0], force.box, -1, fields.remarks());
+    }
+    return force;
+}
+
+void list_force(const AppliedForce& force, std::span<const Token> record) {
+    console::print("%d:%s %s %s", force.id, force.name.c_str(), force.kind_word.c_str(),
+                   force.axis_word.c_str());
+    std::string line = ":" + std::string(record[3].text) + console::format("=%.3e", force.value);
+    const std::span<const double> place = force.kind == ForceKind::node ? std::span<const double>(force.point)
+                                                                        : std::span<const double>(force.box);
+    for (std::size_t k = 0; k < place.size(); ++k)
+        line += " " + std::string(record[4 + k].text) + console::format("=%.3e", place[k]);
+    console::write(line);
+}
+
+}  // namespace
+
+void read_apply_force(const FileSection& section, ModelDefinition& model, InputRemarks& remarks) {
+    echo_tokens(section.tokens);
+    const auto records = force_records(section, remarks);
+    const RecordFields fields(model.parameters, remarks);
+    console::print("force_num=%d\n", static_cast<int>(records.size()));
+    console::print("Apply_Force\n");
+    std::vector<AppliedForce> forces;
+    for (const auto& record : records) {
+        forces.push_back(read_force(record, fields));
+        forces.back().id = static_cast<std::int32_t>(forces.size()) - 1;
+        list_force(forces.back(), record);
+    }
+    model.forces = std::move(forces);
+}
+
+}  // namespace kestralum

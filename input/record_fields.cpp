@@ -1,0 +1,96 @@
+#include "input/record_fields.h"
+
+#include <cmath>
+#include <limits>
+
+#include "input/calculator.h"
+#include "model/console.h"
+
+namespace kestralum {
+
+std::optional<double> RecordFields::evaluate(const Token& token) const {
+    const CalcResult result = calc(token.text, parameters_);
+    if (!result.ok()) {
+        remarks_.expected(
+            token, "a number or an expression over the parameters defined so far (" + result.error + ")");
+        return std::nullopt;
+    }
+    if (!std::isfinite(result.value)) {
+        remarks_.expected(token, "a finite value");
+        return std::nullopt;
+    }
+    return result.value;
+}
+
+std::optional<std::int32_t> RecordFields::count(const Token& token, std::int32_t least) const {
+    const auto value = evaluate(token);
+    if (!value) return std::nullopt;
+    if (*value != std::trunc(*value) || *value < least || *value > std::numeric_limits<std::int32_t>::max()) {
+        remarks_.expected(token, "an integer of at least " + std::to_string(least));
+        return std::nullopt;
+    }
+    return static_cast<std::int32_t>(*value);
+}
+
+std::int32_t RecordFields::word(const Token& token, std::span<const std::string_view> words,
+                                std::string_view what) const {
+    std::string list;
+    for (std::size_t k = 0; k < words.size(); ++k) {
+        if (token.text == words[k]) return static_cast<std::int32_t>(k);
+        list += (k ? ", " : "") + std::string(words[k]);
+    }
+    remarks_.expected(token, std::string(what) + " (" + list + ")");
+    return 0;
+}
+
+std::string RecordFields::name(const Token& token, std::size_t width) const {
+    if (token.text.size() > width)
+        remarks_.notice(token, "cut to its first " + std::to_string(width) + " characters");
+    return truncate_text(token.text, width);
+}
+
+void notice_empty_box(const Token& name, std::span<const double, 6> box, int ignored_axis,
+                      InputRemarks& remarks) {
+    for (int axis = 0; axis < 3; ++axis) {
+        const auto low = static_cast<std::size_t>(2 * axis);
+        if (axis == ignored_axis || box[low] <= box[low + 1]) continue;
+        const std::string letter(axis_words[low / 2]);
+        remarks.notice(name, "selects nothing, " + letter + "min is above " + letter + "max");
+        return;
+    }
+}
+
+void check_section_end(const FileSection& section, std::size_t left_over, std::size_t length,
+                       InputRemarks& remarks) {
+    const std::string name = spelling(section.keyword);
+    if (left_over > 0)
+        remarks.expected(section.closing, std::to_string(length - left_over) + " more tokens, a record of " +
+                                              name + " has " + std::to_string(length));
+    else if (section.closing.text.empty())
+        remarks.notice("section " + name + " ends with the file, without its closing %");
+}
+
+std::vector<std::span<const Token>> records_of(const FileSection& section, std::size_t length,
+                                               InputRemarks& remarks) {
+    const std::span<const Token> tokens(section.tokens);
+    std::vector<std::span<const Token>> records;
+    for (std::size_t k = 0; k + length <= tokens.size(); k += length)
+        records.push_back(tokens.subspan(k, length));
+    check_section_end(section, tokens.size() % length, length, remarks);
+    return records;
+}
+
+void echo_tokens(std::span<const Token> tokens) {
+    std::string line;
+    for (const Token& token : tokens) line.append(" ").append(token.text);
+    console::write(line);
+}
+
+std::string labelled_values(std::span<const Token> tokens, std::span<const double> values) {
+    std::string line;
+    for (std::size_t k = 0; k < values.size(); ++k)
+        line += (k ? ", " : "") + std::string(tokens[k].text) + console::format("[%.3e]", values[k]);
+    return line;
+}
+
+}  // namespace kestralum

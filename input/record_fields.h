@@ -1,0 +1,73 @@
+// Conversion of the fields of a record: number, count, word and name, each with its error.
+#pragma once
+
+#include <array>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "input/input_remarks.h"
+#include "input/model_sections.h"
+#include "model/records.h"
+
+namespace kestralum {
+
+class RecordFields {
+public:
+    // `parameters` are the names that expressions may use.
+    RecordFields(std::span<const Parameter> parameters, InputRemarks& remarks)
+        : parameters_(parameters), remarks_(remarks) {}
+
+    // Value of an expression. No value or a non-finite one is an error and gives nothing.
+    std::optional<double> evaluate(const Token& token) const;
+    // The same with 0 in place of nothing.
+    double number(const Token& token) const { return evaluate(token).value_or(0.0); }
+    template <std::size_t N>
+    std::array<double, N> numbers(std::span<const Token> tokens) const {
+        std::array<double, N> values{};
+        for (std::size_t k = 0; k < N; ++k) values[k] = number(tokens[k]);
+        return values;
+    }
+    // A number within a range, said as `range` in the error; 0 outside.
+    template <typename Condition>
+    double number_where(const Token& token, Condition holds, std::string_view range) const {
+        const auto value = evaluate(token);
+        if (!value) return 0;
+        if (holds(*value)) return *value;
+        remarks_.expected(token, range);
+        return 0;
+    }
+    // A whole number of at least `least` that fits 32 bits; otherwise an error and nothing.
+    std::optional<std::int32_t> count(const Token& token, std::int32_t least) const;
+    // Position of the token in the list; an error and 0 where it is not in it.
+    std::int32_t word(const Token& token, std::span<const std::string_view> words,
+                      std::string_view what) const;
+    // The text cut to `width`, with a notice where that cuts something off.
+    std::string name(const Token& token, std::size_t width) const;
+
+    InputRemarks& remarks() const { return remarks_; }
+
+private:
+    std::span<const Parameter> parameters_;
+    InputRemarks& remarks_;
+};
+
+inline constexpr std::array<std::string_view, 3> axis_words{"x", "y", "z"};
+
+// Says that a box (xmin xmax ymin ymax zmin zmax) is empty along one of the axes but `ignored_axis`.
+void notice_empty_box(const Token& name, std::span<const double, 6> box, int ignored_axis,
+                      InputRemarks& remarks);
+
+// Records of fixed length: the section's tokens cut into pieces of `length`. What is left over is an
+// error, a section that ends with the file a notice.
+std::vector<std::span<const Token>> records_of(const FileSection& section, std::size_t length,
+                                               InputRemarks& remarks);
+void check_section_end(const FileSection& section, std::size_t left_over, std::size_t length,
+                       InputRemarks& remarks);
+
+// The tokens of a section, " %s" each.
+void echo_tokens(std::span<const Token> tokens);
+// "%s[%.3e]" per value, the field as written before it, a comma and a blank between them.
+std::string labelled_values(std::span<const Token> tokens, std::span<const double> values);
+
+}  // namespace kestralum

@@ -1,0 +1,36 @@
+// One reader per section of the model file: records become a table, which takes the place of the one
+// before, and the table is listed on the console.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "input/model_definition.h"
+#include "input/model_sections.h"
+
+namespace kestralum {
+
+// Values of parameters given beside the file.
+struct OverrideTable {
+    std::map<std::string, std::string, std::less<>> expressions;  // by name
+    std::vector<Parameter> lasting;  // those that the file does not define: head of every parameter table
+};
+
+void read_material_info(const FileSection& section, ModelDefinition& model, InputRemarks& remarks);
+void read_parameter(const FileSection& section, const OverrideTable& overrides, ModelDefinition& model,
+                    InputRemarks& remarks);
+void read_part_info(const FileSection& section, ModelDefinition& model, InputRemarks& remarks);
+void read_boundary_condition(const FileSection& section, ModelDefinition& model, InputRemarks& remarks);
+void read_apply_force(const FileSection& section, ModelDefinition& model, InputRemarks& remarks);
+void read_rigid_element(const FileSection& section, ModelDefinition& model, InputRemarks& remarks);
+void read_rigid_force(const FileSection& section, ModelDefinition& model, InputRemarks& remarks);
+void read_rigid_combine(const FileSection& section, ModelDefinition& model, InputRemarks& remarks);
+
+// mode_num, step_num, iteration: the integer after the keyword.
+void read_count(const FileSection& section, ModelDefinition& model, InputRemarks& remarks);
+
+// Value of an override; an error that names it, and 0, where it has none.
+double evaluate_override(const std::string& name, const std::string& expression,
+                         std::span<const Parameter> parameters, InputRemarks& remarks);
+
+}  // namespace kestralum

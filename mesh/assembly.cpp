@@ -1,0 +1,190 @@
+#include "mesh/assembly.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "mesh/merge_nodes.h"
+#include "mesh/part_mesh.h"
+#include "mesh/placement.h"
+#include "model/console.h"
+
+namespace kestralum {
+
+namespace {
+
+constexpr double merging_fraction = 1e-6;  // of the model's extent
+
+const char* kind_name(ElementKind kind) {
+    return kind == ElementKind::tetrahedron4    ? "4-node tetrahedra"
+           : kind == ElementKind::tetrahedron10 ? "10-node tetrahedra"
+                                                : "8-node hexahedra";
+}
+
+bool is_solid(const PartMesh& mesh) {
+    return !mesh.surface && !mesh.connectivity.empty();
+}
+
+// Meshes and places all parts; goes on after an error so that all of them are known at once.
+std::vector<PartMesh> mesh_parts(std::span<const Part> parts, std::string_view model_file_name,
+                                 Remarks& remarks) {
+    MeshContext context{model_file_name, memory_budget(), remarks};
+    std::vector<PartMesh> meshes(parts.size());
+    for (std::size_t p = 0; p < parts.size(); ++p) {
+        if (!mesh_part(parts[p], context, meshes[p])) continue;
+        place(parts[p], meshes[p].coordinates);
+        const auto& x = meshes[p].coordinates;
+        if (!std::all_of(x.begin(), x.end(), [](double v) { return std::isfinite(v); }))
+            remarks.errors.push_back("part \"" + parts[p].name +
+                                     "\": its coordinates are too large for numbers");
+        if (meshes[p].surface && !meshes[p].connectivity.empty())
+            remarks.notices.push_back("part \"" + parts[p].name + "\" is an STL surface of " +
+                                      std::to_string(meshes[p].element_num()) +
+                                      " facets: drawn and exported, left out of analyses");
+    }
+    return meshes;
+}
+
+bool find_kind(std::span<const Part> parts, const std::vector<PartMesh>& meshes, ElementKind& kind,
+               Remarks& remarks) {
+    const auto first = std::find_if(meshes.begin(), meshes.end(), is_solid);
+    kind = first == meshes.end() ? ElementKind::hexahedron : first->kind;
+    bool same = true;
+    for (std::size_t p = 0; p < parts.size(); ++p)
+        if (is_solid(meshes[p]) && meshes[p].kind != kind) {
+            remarks.errors.push_back("part \"" + parts[p].name + "\" has " + kind_name(meshes[p].kind) +
+                                     ", part \"" +
+                                     parts[static_cast<std::size_t>(first - meshes.begin())].name + "\" " +
+                                     kind_name(kind) + ": a model has one element type");
+            same = false;
+        }
+    return same;
+}
+
+void print_parts(std::span<const Part> parts, const std::vector<PartMesh>& meshes) {
+    std::int64_t nodes = 0, elements = 0;
+    for (std::size_t p = 0; p < parts.size(); ++p) {
+        const Part& part = parts[p];
+        nodes += meshes[p].node_num();
+        elements += meshes[p].element_num();
+        console::print("part_type:%d\n", static_cast<int>(part.type));
+        console::print("point_num_temp=%d\n", static_cast<int>(nodes));
+        console::print("element_num_temp=%d\n", static_cast<int>(elements));
+        console::print("i_part=%d, material_id = %d\n", static_cast<int>(p), part.material_id);
+        console::print("Nelem1=%d, Nnode1=%d\n", static_cast<int>(meshes[p].element_num()),
+                       static_cast<int>(meshes[p].node_num()));
+        console::write(meshes[p].lines);
+        if (meshes[p].coordinates.empty()) continue;
+        const auto& angles = part.euler_angles;
+        const auto origin = origin_in_metres(part);
+        console::print("EULER_ANG=%.3e,%.3e,%.3e\n", angles[0], angles[1], angles[2]);
+        console::print("origin=%.3e,%.3e,%.3e\n", origin[0], origin[1], origin[2]);
+    }
+}
+
+// The parts' nodes one after the other, and where each part's begin.
+std::vector<NodeRange> gather_nodes(const std::vector<PartMesh>& meshes, std::vector<double>& coordinates) {
+    std::vector<NodeRange> ranges;
+    std::size_t values = 0;
+    for (const PartMesh& mesh : meshes) values += mesh.coordinates.size();
+    coordinates.reserve(values);
+    for (const PartMesh& mesh : meshes) {
+        const auto first = static_cast<std::int64_t>(coordinates.size() / 3);
+        coordinates.insert(coordinates.end(), mesh.coordinates.begin(), mesh.coordinates.end());
+        ranges.push_back({first, first + mesh.node_num(), !mesh.surface});
+    }
+    return ranges;
+}
+
+// Closes the gaps that merged nodes leave; the result gives each gathered node its 1-based number.
+std::vector<std::int32_t> number_nodes(const std::vector<std::int32_t>& target,
+                                       std::vector<double>& coordinates) {
+    std::vector<std::int32_t> number(target.size());
+    std::int32_t kept = 0;
+    for (std::size_t n = 0; n < target.size(); ++n) {
+        if (target[n] != static_cast<std::int32_t>(n)) {
+            number[n] = number[static_cast<std::size_t>(target[n])];  // of an earlier part
+            continue;
+        }
+        for (std::size_t k = 0; k < 3; ++k)
+            coordinates[3 * static_cast<std::size_t>(kept) + k] = coordinates[3 * n + k];
+        number[n] = ++kept;
+    }
+    coordinates.resize(3 * static_cast<std::size_t>(kept));
+    return number;
+}
+
+void gather_elements(const std::vector<PartMesh>& meshes, const std::vector<NodeRange>& ranges,
+                     const std::vector<std::int32_t>& number, Mesh& mesh) {
+    std::size_t nodes = 0;
+    for (const PartMesh& part : meshes) nodes += is_solid(part) ? part.connectivity.size() : 0;
+    mesh.connectivity.reserve(nodes);
+    for (std::size_t p = 0; p < meshes.size(); ++p) {
+        const PartMesh& part = meshes[p];
+        const std::int32_t* of_part = number.data() + ranges[p].first;
+        const auto elements = static_cast<std::size_t>(part.element_num());
+        if (part.surface) {
+            for (std::size_t f = 0; f < elements; ++f)
+                for (std::size_t k = 0; k < 3; ++k)
+                    mesh.surface_facets.push_back(of_part[part.connectivity[8 * f + k] - 1]);
+            mesh.surface_part_id.insert(mesh.surface_part_id.end(), elements, static_cast<std::int32_t>(p));
+        } else {
+            for (std::int32_t node : part.connectivity) mesh.connectivity.push_back(of_part[node - 1]);
+            mesh.p_ele_part_id.insert(mesh.p_ele_part_id.end(), elements, static_cast<std::int32_t>(p));
+        }
+    }
+}
+
+void print_merging(const MergedNodes& merged) {
+    console::print("match_node_num=%d\n", merged.merged);
+    std::int32_t last = -1;
+    for (const auto& [earlier, later] : merged.part_pairs) {
+        if (earlier != last) console::print("part:%d\n", earlier);
+        console::print("part:%d, %d\n", earlier, later);
+        last = earlier;
+    }
+}
+
+}  // namespace
+
+bool build_mesh(std::span<const Part> parts, std::string_view model_file_name, Mesh& mesh, Remarks& remarks) {
+    const std::size_t errors_before = remarks.errors.size();
+    const std::vector<PartMesh> meshes = mesh_parts(parts, model_file_name, remarks);
+    if (remarks.errors.size() > errors_before) {
+        print_parts(parts, meshes);
+        return false;
+    }
+
+    Mesh built;
+    const std::vector<NodeRange> ranges = gather_nodes(meshes, built.coordinates);
+    update_extent(built);
+    console::print("max_length=%.3e\n", built.max_length);
+    print_parts(parts, meshes);
+    if (!find_kind(parts, meshes, built.element_type, remarks)) return false;
+    console::print("element_type=%d\n", static_cast<int>(built.element_type));
+
+    MergedNodes merged;
+    std::pair<std::int32_t, std::int32_t> crowded;
+    const double tolerance = merging_fraction * built.max_length;
+    if (!merge_coincident_nodes(built.coordinates, ranges, tolerance, merged, crowded)) {
+        remarks.errors.push_back(
+            "parts \"" + parts[static_cast<std::size_t>(crowded.first)].name + "\" and \"" +
+            parts[static_cast<std::size_t>(crowded.second)].name +
+            "\" have many nodes within the merging distance " +
+            console::format("%.3e m, 1e-6 of the model's extent %.3e m", tolerance, built.max_length) +
+            ": check units and origins");
+        return false;
+    }
+    const std::vector<std::int32_t> number = number_nodes(merged.target, built.coordinates);
+    gather_elements(meshes, ranges, number, built);
+    print_merging(merged);
+
+    update_extent(built);
+    built.node_n_dir.assign(built.coordinates.size(), 0.0);
+    built.dof_num = 3 * built.node_num();
+    console::print("element_num=%d,point_num=%d,fn=%d\n", built.element_num(), built.node_num(),
+                   built.dof_num);
+    mesh = std::move(built);
+    return true;
+}
+
+}  // namespace kestralum

@@ -1,0 +1,46 @@
+#include "mesh/import_text.h"
+
+#include "model/paths.h"
+
+namespace kestralum {
+
+namespace {
+
+// The record's path is cut to its width; the first size text keeps more of the same field.
+std::string mesh_file_path(const Part& part) {
+    return part.size_text[0].starts_with(part.parent_name) ? part.size_text[0] : part.parent_name;
+}
+
+bool is_absolute(std::string_view path) {
+    return path.starts_with('/') || path.starts_with('\\');
+}
+
+}  // namespace
+
+bool read_mesh_file(const Part& part, std::string_view model_file_name, std::string& name, std::string& text,
+                    std::string& error) {
+    name = mesh_file_path(part);
+    std::string why = "no path given";
+    if (!name.empty() && paths::read_text(name, text, why)) return true;
+    const std::string folder = paths::directory_of(model_file_name);
+    if (!name.empty() && !folder.empty() && !is_absolute(name)) {
+        std::string ignored;
+        if (paths::read_text(folder + name, text, ignored)) {
+            name = folder + name;
+            return true;
+        }
+        why += ", nor beside the model file";
+    }
+    error = "part \"" + part.name + "\": file \"" + name + "\" cannot be read: " + why;
+    return false;
+}
+
+std::string token_error(std::string_view file_name, const TokenReader& reader, std::string_view expected) {
+    std::string text = "file " + std::string(file_name) + ", token " + std::to_string(reader.token_number());
+    if (reader.last().empty())
+        return text + ": the file ends where " + std::string(expected) + " is expected";
+    return text + " \"" + truncate_text(reader.last(), name_text_width) + "\": " + std::string(expected) +
+           " expected";
+}
+
+}  // namespace kestralum

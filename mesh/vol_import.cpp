@@ -1,0 +1,209 @@
+#include "mesh/vol_import.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "mesh/import_text.h"
+#include "model/console.h"
+
+namespace kestralum {
+
+namespace {
+
+// File position of each node of the program's order: the files' tetrahedra are left-handed, so
+// the second and third corner change places and the mid-side nodes follow.
+constexpr std::array<std::size_t, 4> order4{0, 2, 1, 3};
+constexpr std::array<std::size_t, 10> order10{0, 2, 1, 3, 5, 7, 4, 6, 9, 8};
+
+class VolReader {
+public:
+    VolReader(std::string_view text, std::string_view file_name, double unit_factor)
+        : text_(text), file_name_(file_name), unit_factor_(unit_factor), reader_(text) {}
+
+    bool read(PartMesh& mesh, Remarks& remarks) {
+        // A walk that gets lost says nothing about the file: it may only be of another layout.
+        if (!walk()) {
+            *this = VolReader(text_, file_name_, unit_factor_);
+            reader_ = TokenReader(text_, true);
+            if (!read_sections()) {
+                remarks.errors.push_back(error_);
+                return false;
+            }
+        }
+        print_counts(mesh.lines);
+        mesh.kind = nodes_per_ == 10  ? ElementKind::tetrahedron10
+                    : nodes_per_ == 4 ? ElementKind::tetrahedron4
+                                      : ElementKind::hexahedron;
+        mesh.connectivity = std::move(connectivity_);
+        mesh.coordinates = std::move(coordinates_);
+        return true;
+    }
+
+private:
+    // The layout that Netgen writes for one kind of geometry, by token counts alone.
+    bool walk() {
+        if (reader_.next() != "mesh3d" || reader_.next() != "dimension" || !reader_.skip(1)) return false;
+        if (reader_.next() != "geomtype" || !reader_.skip(10)) return false;
+        if (!reader_.next().starts_with("surfaceelements") || !walk_surface()) return false;
+        if (!reader_.skip(7) || reader_.next() != "volumeelements" || !read_elements()) return false;
+        if (!reader_.skip(13) || !reader_.next().starts_with("edgesegments")) return false;
+        const auto segments = reader_.next_int32();
+        if (!segments || *segments < 0 || !reader_.skip(12 * std::int64_t{*segments})) return false;
+        if (!reader_.skip(4) || reader_.next() != "points") return false;
+        return read_points() && check_node_numbers();
+    }
+    bool walk_surface() {
+        const auto count = reader_.next_int32();
+        if (!count || *count < 0) return false;
+        surface_num_ = *count;
+        for (std::int32_t s = 0; s < surface_num_; ++s) {
+            const auto k = reader_.next_int32();
+            if (!k || *k < 0 || !reader_.skip(3)) return false;
+            const auto m = reader_.next_int32();
+            if (!m || *m < 0 || !reader_.skip(std::min(*k, 2) * std::int64_t{*m})) return false;
+        }
+        return true;
+    }
+
+    bool read_sections() {
+        bool have_elements = false, have_points = false;
+        while (!(have_elements && have_points)) {
+            const std::string_view word = reader_.next();
+            if (word.empty() || word == "endmesh")
+                return fail(have_elements ? "section \"points\"" : "section \"volumeelements\"");
+            if (word.starts_with("surfaceelements")) {
+                if (!read_count("the number of surface elements", 6, surface_num_)) return false;
+            } else if (word == "volumeelements" && !have_elements) {
+                if (!read_elements()) return false;
+                have_elements = true;
+            } else if (word == "points" && !have_points) {
+                if (!read_points()) return false;
+                have_points = true;
+            } else if (word == "materials" || word == "bcnames" || word == "cd2names" || word == "cd3names") {
+                if (!skip_names()) return false;
+            }
+        }
+        return check_node_numbers();
+    }
+    // Number and name per record: a name may be any word.
+    bool skip_names() {
+        std::int32_t count = 0;
+        if (!read_count("the number of names", 2, count)) return false;
+        return reader_.skip(2 * std::int64_t{count}) || fail("a number and a name");
+    }
+
+    // A count of records of at least `tokens` each.
+    bool read_count(const char* what, std::int64_t tokens, std::int32_t& count) {
+        const auto value = reader_.next_int32();
+        if (!value || *value < 0) return fail(what);
+        if (*value * tokens > reader_.most_tokens_left())
+            return fail(std::string(what) + ", no more than the file can hold,");
+        count = *value;
+        return true;
+    }
+    bool read_elements() {
+        if (!read_count("the number of volume elements", 6, element_num_)) return false;
+        for (std::int32_t e = 0; e < element_num_; ++e) {
+            if (!reader_.next_int32()) return fail("a domain number");
+            const auto count = reader_.next_int32();
+            if (!count || (*count != 4 && *count != 10))
+                return fail("the node count of a tetrahedron, 4 or 10,");
+            if (e == 0) {
+                nodes_per_ = *count;
+                if (std::int64_t{element_num_} * (2 + nodes_per_) > reader_.most_tokens_left() + 2)
+                    return fail("a number of volume elements that the file can hold");
+                first_element_token_ = reader_.token_number() + 1;
+                connectivity_.reserve(static_cast<std::size_t>(element_num_) *
+                                      static_cast<std::size_t>(nodes_per_));
+            }
+            if (*count != nodes_per_)
+                return fail("node count " + std::to_string(nodes_per_) + " as in the elements before");
+            if (!read_element_nodes()) return false;
+        }
+        return true;
+    }
+    bool read_element_nodes() {
+        std::array<std::int32_t, 10> nodes{};
+        for (std::size_t k = 0; k < static_cast<std::size_t>(nodes_per_); ++k) {
+            const auto number = reader_.next_int32();
+            if (!number || *number < 1) return fail("a node number");
+            nodes[k] = *number;
+        }
+        if (nodes_per_ == 4)
+            for (std::size_t from : order4) connectivity_.push_back(nodes[from]);
+        else
+            for (std::size_t from : order10) connectivity_.push_back(nodes[from]);
+        return true;
+    }
+    bool read_points() {
+        std::int32_t count = 0;
+        if (!read_count("the number of points", 3, count)) return false;
+        coordinates_.reserve(3 * static_cast<std::size_t>(count));
+        for (std::int64_t k = 0; k < 3 * std::int64_t{count}; ++k) {
+            const auto value = reader_.next_double();
+            if (!value || !std::isfinite(*value)) return fail("a coordinate");
+            coordinates_.push_back(*value * unit_factor_);
+        }
+        return true;
+    }
+    // Elements come before the points, so their numbers can be judged only at the end.
+    bool check_node_numbers() {
+        const auto points = static_cast<std::int32_t>(coordinates_.size() / 3);
+        for (std::size_t k = 0; k < connectivity_.size(); ++k)
+            if (connectivity_[k] > points) {
+                const auto per = static_cast<std::size_t>(nodes_per_);
+                const std::size_t from = per == 4 ? order4[k % per] : order10[k % per];
+                const auto token =
+                    first_element_token_ + static_cast<std::int64_t>(k / per * (per + 2) + from);
+                error_ = "file " + std::string(file_name_) + ", token " + std::to_string(token) + " \"" +
+                         std::to_string(connectivity_[k]) + "\": a node number up to " +
+                         std::to_string(points) + " expected";
+                return false;
+            }
+        return true;
+    }
+    bool fail(const std::string& expected) {
+        error_ = token_error(file_name_, reader_, expected);
+        return false;
+    }
+    void print_counts(std::string& lines) const {
+        lines += console::format("  surface element sgi:%d\n", surface_num_);
+        lines += console::format("  Nelem:%d\n", element_num_);
+        lines += console::format("  element_type:%d\n", nodes_per_ == 10 ? 2 : nodes_per_ == 4 ? 1 : 0);
+        lines += console::format("  Nnode:%d\n", static_cast<int>(coordinates_.size() / 3));
+    }
+
+    std::string_view text_, file_name_;
+    double unit_factor_;
+    TokenReader reader_;
+    std::int32_t surface_num_ = 0, element_num_ = 0;
+    int nodes_per_ = 0;                     // 0 until an element has been read
+    std::int64_t first_element_token_ = 0;  // token of the first element's first node number
+    std::vector<std::int32_t> connectivity_;
+    std::vector<double> coordinates_;
+    std::string error_;
+};
+
+}  // namespace
+
+bool read_vol_text(std::string_view text, std::string_view file_name, double unit_factor, PartMesh& mesh,
+                   Remarks& remarks) {
+    return VolReader(text, file_name, unit_factor).read(mesh, remarks);
+}
+
+bool import_vol(const Part& part, MeshContext& context, PartMesh& mesh) {
+    std::string name, text, error;
+    mesh.lines = "VOL:";
+    if (!read_mesh_file(part, context.model_file_name, name, text, error)) {
+        mesh.lines += "FILE OPEN ERROR\n";
+        context.remarks.errors.push_back(error);
+        return false;
+    }
+    mesh.lines += "FILE OPEN !!\n";
+    const bool good = read_vol_text(text, name, part.unit_factor, mesh, context.remarks);
+    mesh.lines += "FILE CLOSE !!\n";
+    return good && take_from_budget(part, {mesh.element_num(), mesh.node_num()}, context);
+}
+
+}  // namespace kestralum

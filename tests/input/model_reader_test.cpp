@@ -1,0 +1,385 @@
+#include "input/model_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+
+#include "input_files.h"
+#include "model/console.h"
+#include "model_text.h"
+
+using namespace kestralum;
+using test::digest;
+using test::model_text;
+
+namespace {
+
+struct Outcome {
+    ModelStore store;
+    ModelReadReport report;
+    std::string lines;
+};
+
+Outcome read_text(const std::string& text, const std::vector<ParameterOverride>& overrides = {},
+                  const ModelStore& before = placeholder_model()) {
+    static const test::TemporaryFolder folder;
+    Outcome outcome{before, {}, {}};
+    outcome.store.model_file_name = folder.write("model.txt", text);
+    console::Capture console;
+    outcome.report = read_model_file(outcome.store, overrides);
+    outcome.lines = console.lines;
+    return outcome;
+}
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+    const auto at = text.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    return at == std::string::npos ? text : text.replace(at, from.size(), to);
+}
+
+bool contains(const std::vector<std::string>& lines, const std::string& text) {
+    for (const std::string& line : lines)
+        if (line.find(text) != std::string::npos) return true;
+    return false;
+}
+
+std::string all(const Remarks& remarks) {
+    std::string text;
+    for (const auto& line : remarks.errors) text += "error: " + line + "\n";
+    for (const auto& line : remarks.notices) text += "notice: " + line + "\n";
+    return text;
+}
+
+double parameter(const ModelStore& store, const std::string& name) {
+    for (const Parameter& p : store.parameters)
+        if (p.name == name) return p.value;
+    ADD_FAILURE() << "no parameter " << name;
+    return 0;
+}
+
+}  // namespace
+
+TEST(ModelReader, TablesOfAWholeModel) {
+    const Outcome o = read_text(model_text);
+    ASSERT_TRUE(o.report.ok) << all(o.report.remarks);
+    EXPECT_EQ(all(o.report.remarks), "");
+    EXPECT_EQ(o.report.end_token, "END");
+    EXPECT_EQ(o.report.end_token_number, static_cast<std::int64_t>(test::tokens_of(model_text).size()));
+    EXPECT_TRUE(o.report.ended_at_end);
+    const ModelStore& s = o.store;
+
+    EXPECT_EQ(s.materials.at(0).density, 7800);
+    EXPECT_EQ(s.parameters.at(1).expression, "200*mm");
+    EXPECT_EQ(s.parts.at(1).material_id, 1);
+    EXPECT_EQ(s.parts.at(1).parent_index, 0);
+    EXPECT_EQ(s.parts.at(1).unit_factor, 0.001);
+    EXPECT_EQ(s.parts_o.size(), 2u);
+    EXPECT_EQ(s.boundary_conditions.at(2).kind, Selection::volume);
+    EXPECT_DOUBLE_EQ(s.boundary_conditions.at(1).box[5], 0.01);
+    EXPECT_DOUBLE_EQ(s.forces.at(1).box[3], 0.02);
+    EXPECT_EQ(s.rigid_elements.at(1).kind, RigidSelection::round);
+    EXPECT_EQ(s.rigid_elements.at(1).region, (std::array<double, 6>{0.001, 0.002, 0.003, 0.005, 2, 0.004}));
+    EXPECT_EQ(s.rigid_forces.at(1).direction, RigidDirection::normal);
+    EXPECT_EQ(s.rigid_forces.at(1).element, 1);
+    EXPECT_EQ(s.rigid_combines.at(0).stiffness[5], 30);
+
+    // 5·3·2 nodes of the bar, 3·3·2 of the block, 3·3 of them on the bar
+    EXPECT_EQ(s.mesh.node_num(), 39);
+    EXPECT_EQ(s.mesh.element_num(), 12);
+    EXPECT_EQ(s.mesh.dof_num, 117);
+    EXPECT_EQ(s.forces[0].node, 30);
+    EXPECT_EQ(s.forces[1].node, 0);
+    EXPECT_EQ(s.forces[2].node, 0);
+    EXPECT_EQ(s.mode_count, 6);
+    EXPECT_EQ(s.iteration_limit, 20);
+    EXPECT_EQ(s.results.mode_num(), 6);
+    EXPECT_EQ(s.results.mode_vec.size(), 6u * 117u);
+    // the corner of the bar at the origin looks outwards along all three axes
+    for (int c = 0; c < 3; ++c) EXPECT_LT(s.mesh.node_n_dir[static_cast<std::size_t>(c)], 0);
+}
+
+TEST(ModelReader, EchoLines) {
+    const std::string lines = read_text(model_text).lines;
+    const char* in_order[] = {
+        "INPUT FILE OPEN !!\nstr=material_info\nmaterial_num=2\n"
+        " STEEL:p=7.800000e+03, E=2.060000e+11, nyu=3.000000e-01\n"
+        " ALU:p=2.700000e+03, E=7.000000e+10, nyu=3.300000e-01\n"
+        "str=mode_num\n6\nstr=iteration\n20\nstr=parameter\nparam_num=3\n mm:1.000000e-03\n L:2.000000e-01\n",
+        "str=part_info\ncreate_PART\nBAR: parent=NONE\n",
+        "BLOCK: parent=BAR\n",
+        "str=boundary_condition\n CLAMP plane x 0 0 0 0 0 0 SIDE area y 0 L",
+        " 5*mmbc_num=3\n0:CLAMP, plane[0], x[0]\n"
+        ":0[0.000e+00], 0[0.000e+00], 0[0.000e+00], 0[0.000e+00], 0[0.000e+00], 0[0.000e+00],\n"
+        "1:SIDE, area[1], y[1]\n:0[0.000e+00], L[2.000e-01],",
+        "str=apply_force\n TIP node z P L",
+        "force_num=3\nApply_Force\n0:TIP node z:P=-1.000e+03 L=2.000e-01 20*mm=2.000e-02 10*mm=1.000e-02"
+        "1:PUSH area x:500=5.000e+02 L=2.000e-01 L=2.000e-01 0=0.000e+00 20*mm=2.000e-02 0=0.000e+00 "
+        "10*mm=1.000e-02"
+        "2:LOST node y:",
+        "str=rigid_element\n HEAD area",
+        "rigid_element_num=2\nRigid_Element\n0:HEAD\n2.000e-01,0.000e+00,0.000e+00\n"
+        "2.000e-01,2.000e-01,0.000e+00,2.000e-02,0.000e+00,1.000e-02\n1:RING\n",
+        "rigid_force_num=2\nRigid_FORCE\n0:RF1\nHEAD, ry[4], 3.5[3.500e+00]\n1:RF2\nRING, n[6], "
+        "-P[1.000e+03]\n",
+        "rigid_combine_num=1\nRigid_Combine\n0:RC\nHEAD[0], RING[1]\n1e6[1.000e+06], 2e6[2.000e+06], "
+        "3e6[3.000e+06], 10[1.000e+01], 20[2.000e+01], 30[3.000e+01]\n",
+        "str=END\nMATERIAL DATA FILE CLOSE !!\n",
+        "element_num=12,point_num=39,fn=117\nPART_O\nNormal "
+        "direction\nforce_point\nmax_length=2.000000e-01\n",
+    };
+    std::size_t at = 0;
+    for (const char* expected : in_order) {
+        const std::size_t found = lines.find(expected, at);
+        ASSERT_NE(found, std::string::npos) << expected << "\nnot in\n" << lines.substr(at);
+        at = found;
+    }
+    EXPECT_TRUE(lines.ends_with("max_length=2.000000e-01\n"));
+}
+
+TEST(ModelReader, KeywordsMatchByTheirBeginning) {
+    const Outcome o = read_text(
+        "% %comment material_info_steel A 1 2 0 %end step_num 10 % parameter1 q 3 % "
+        "iteration: 7 % mode_num||step_num 2*q x boundaryconditions END");
+    ASSERT_TRUE(o.report.ok) << all(o.report.remarks);
+    EXPECT_EQ(o.store.materials.at(0).name, "A");
+    EXPECT_EQ(o.store.iteration_limit, 7);
+    EXPECT_EQ(o.store.mode_count, 6);  // the later one of both keywords
+    EXPECT_EQ(o.report.end_token, "boundaryconditions");
+    EXPECT_EQ(o.report.end_token_number, 22);
+    EXPECT_FALSE(o.report.ended_at_end);
+    EXPECT_TRUE(o.lines.starts_with("INPUT FILE OPEN !!\nstr=%\nstr=%comment\nstr=material_info_steel\n"));
+    EXPECT_NE(o.lines.find("str=boundaryconditions\nMATERIAL"), std::string::npos);
+}
+
+TEST(ModelReader, EndOfFileIsAnEnd) {
+    const Outcome o = read_text(replaced(model_text, "END", ""));
+    ASSERT_TRUE(o.report.ok);
+    EXPECT_TRUE(o.report.ended_at_end);
+    EXPECT_EQ(o.report.end_token, "");
+    EXPECT_EQ(digest(o.store), digest(read_text(model_text).store));
+}
+
+TEST(ModelReader, ParametersHoldFromTheirRecordOn) {
+    const Outcome early = read_text("parameter b 2*a a 1 % END");
+    EXPECT_TRUE(contains(early.report.remarks.errors, "token 3 '2*a': expected"))
+        << all(early.report.remarks);
+    EXPECT_TRUE(contains(early.report.remarks.errors, "unknown name 'a'"));
+    // the table is replaced: mm is gone with it
+    const Outcome gone = read_text("parameter a 1 % parameter b mm % END");
+    EXPECT_TRUE(contains(gone.report.remarks.errors, "unknown name 'mm'"));
+    EXPECT_TRUE(contains(read_text("material_info A rho 1 0 % parameter rho 1 % END").report.remarks.errors,
+                         "unknown name 'rho'"));
+    // names that cannot be told apart or used
+    const Outcome odd = read_text("parameter a 1 a 2 1a 3 b a % END");
+    ASSERT_TRUE(odd.report.ok);
+    EXPECT_EQ(parameter(odd.store, "b"), 1);
+    EXPECT_TRUE(contains(odd.report.remarks.notices, "token 4 'a': defined before"));
+    EXPECT_TRUE(contains(odd.report.remarks.notices, "token 6 '1a': no expression"));
+}
+
+TEST(ModelReader, OverridesOfParameters) {
+    // later records and sections see the value; the first table has a name that the file does not define
+    const std::string text =
+        "material_info A rho 1 0 % parameter L 2 H 3*L % mode_num H % parameter L 1 K L+rho % END";
+    const Outcome o = read_text(text, {{"L", "5"}, {"L", "4*1"}, {"rho", "2*mm"}});
+    ASSERT_TRUE(o.report.ok) << all(o.report.remarks);
+    EXPECT_EQ(o.store.materials[0].density, 0.002);
+    EXPECT_EQ(o.store.mode_count, 12);
+    EXPECT_EQ(parameter(o.store, "L"), 4);
+    EXPECT_EQ(parameter(o.store, "K"), 4.002);
+    ASSERT_EQ(o.store.parameters.size(), 3u);
+    EXPECT_EQ(o.store.parameters[0].name, "rho");
+    EXPECT_EQ(o.store.parameters[1].expression, "4*1");
+    // a name the file does define is not there before its section
+    EXPECT_TRUE(contains(read_text(text, {{"rho", "1"}, {"H", "K"}}).report.remarks.errors, "H=K"));
+    const Outcome early = read_text("material_info A L 1 0 % parameter L 2 % END", {{"L", "5"}});
+    EXPECT_TRUE(contains(early.report.remarks.errors, "unknown name 'L'"));
+    // the whole name counts, also where the table keeps less of it
+    const std::string longest(80, 'n');
+    EXPECT_EQ(read_text("parameter " + longest + " 1 % END", {{longest, "2"}}).store.parameters.at(0).value,
+              2);
+    // the start-up table counts too
+    EXPECT_EQ(parameter(read_text("END", {{"mm", "0.002"}}).store, "mm"), 0.002);
+
+    for (const ParameterOverride& bad :
+         {ParameterOverride{"a", "1+"}, {"a", "1/0"}, {"a", "nope"}, {"1a", "1"}, {"", "1"}, {"time", "1"}}) {
+        const Outcome refused = read_text(model_text, {bad});
+        EXPECT_TRUE(contains(refused.report.remarks.errors, bad.name + "=" + bad.expression))
+            << all(refused.report.remarks);
+        EXPECT_EQ(digest(refused.store), digest(placeholder_model()));
+    }
+}
+
+TEST(ModelReader, ErrorsNameTheTokenAndLeaveTheStore) {
+    const struct {
+        const char *from, *to, *token, *expected;
+    } cases[] = {
+        {"7.8*1000", "-7800", "-7800", "a density of at least 0"},
+        {"7.8*1000", "0/0", "0/0", "a finite value"},
+        {"2.06e11", "0", "0", "a Young's modulus above 0"},
+        {"2.06e11", "2.06e11GPa", "2.06e11GPa", "not understood at 'GPa'"},
+        {" 0.33", " 0.5", "0.5", "a Poisson ratio between -1 and 0.5"},
+        {" 0.33", " -1", "-1", "a Poisson ratio between -1 and 0.5"},
+        {"mode_num 6", "mode_num 0", "0", "an integer of at least 1"},
+        {"mode_num 6", "step_num 2.5", "2.5", "an integer of at least 1"},
+        {"mode_num 6", "mode_num 1e10", "1e10", "an integer of at least 1"},
+        {"iteration 20", "iteration -3", "-3", "an integer of at least 1"},
+        {"iteration 20", "iteration twenty", "twenty", "unknown name 'twenty'"},
+        {"200*mm", "200*nm", "200*nm", "unknown name 'nm'"},
+        {"200*mm", "1/0", "1/0", "a finite value"},
+        {"BLOCK brown ALU", "BLOCK brown BRASS", "BLOCK", "material \"BRASS\""},
+        {"RECT  100", "RECT  1OO", "1OO", "part \"BLOCK\": size b"},
+        {"   4 2 1 0", "   1/0 2 1 0", "1/0", "part \"BAR\": division db"},
+        {"unit=mm", "unit=inch", "unit=inch", "unknown name 'inch'"},
+        {"unit=mm", "unit=", "unit=", "unit=WORD"},
+        {"parent=BAR", "parent=", "parent=", "parent=NAME"},
+        {"SIDE  area", "SIDE  aera", "aera", "a selection (plane, area, volume)"},
+        {"area   y", "area   Y", "Y", "an axis (x, y, z)"},
+        {"0 0  0 10*mm\n  BOX", "0 0  0 10*\n  BOX", "10*", "a number or an expression"},
+        {"TIP  node", "TIP  point", "point", "a kind of force (node, area)"},
+        {"node z P", "node w P", "w", "an axis (x, y, z)"},
+        {"RING round", "RING circle", "circle", "a selection (area, round)"},
+        {"5*mm 2 4*mm", "5*mm 1.5 4*mm", "1.5", "an axis (0, 1, 2)"},
+        {"HEAD ry", "HAED ry", "HAED", "the name of a rigid element"},
+        {"HEAD ry", "HEAD rw", "rw", "a direction (x, y, z, rx, ry, rz, n)"},
+        {"HEAD RING 1e6", "HEAD RONG 1e6", "RONG", "the name of a rigid element"},
+    };
+    const std::string before = digest(placeholder_model());
+    for (const auto& c : cases) {
+        const std::string text = replaced(model_text, c.from, c.to);
+        const Outcome o = read_text(text);
+        EXPECT_FALSE(o.report.ok) << c.to;
+        EXPECT_EQ(digest(o.store), before) << c.to;
+        // the token's own number, counted from the place of the change
+        const std::size_t at = text.find(c.token, text.find(c.to));
+        const std::size_t number = test::tokens_of(text.substr(0, at)).size() + 1;
+        const std::string place = "token " + std::to_string(number) + " '" + c.token + "'";
+        bool said = false;
+        for (const std::string& line : o.report.remarks.errors)
+            said =
+                said || (line.starts_with(o.store.model_file_name + ": ") &&
+                         line.find(place) != std::string::npos && line.find(c.expected) != std::string::npos);
+        EXPECT_TRUE(said) << place << ", " << c.expected << "\n" << all(o.report.remarks);
+        EXPECT_NE(o.lines.find("MATERIAL DATA FILE CLOSE !!\n"), std::string::npos);
+        EXPECT_EQ(o.lines.find("PART_O"), std::string::npos);
+    }
+}
+
+TEST(ModelReader, RecordsThatAreCut) {
+    const auto errors_of = [](const std::string& text) { return read_text(text).report.remarks.errors; };
+    EXPECT_TRUE(contains(errors_of("material_info A 1 2 % END"), "token 5 '%': expected 1 more tokens"));
+    EXPECT_TRUE(
+        contains(errors_of("boundary_condition B area x 0 1"), "end of file: expected 4 more tokens"));
+    EXPECT_TRUE(
+        contains(errors_of("apply_force A area x 1 0 0 0 % END"), "token 9 '%': expected 3 more tokens"));
+    EXPECT_TRUE(contains(errors_of("apply_force A % END"), "token 3 '%': expected 6 more tokens"));
+    EXPECT_TRUE(contains(errors_of("mode_num"), "end of file: expected an integer after mode_num"));
+    EXPECT_TRUE(
+        contains(errors_of(model_text.substr(0, model_text.find("parent=") - 3)), "end of file: expected"));
+
+    const Outcome open = read_text("parameter a 1 b 2");
+    ASSERT_TRUE(open.report.ok);
+    EXPECT_EQ(parameter(open.store, "b"), 2);
+    EXPECT_TRUE(contains(open.report.remarks.notices, "section parameter ends with the file"));
+}
+
+TEST(ModelReader, Notices) {
+    const struct {
+        const char *from, *to, *notice;
+    } cases[] = {
+        {"mode_num 6 %", "mode_num 6", "'iteration': passed over"},
+        {"BOX   volume z  0 5*mm", "BOX   volume z  6*mm 5*mm", "'BOX': selects nothing, xmin is above xmax"},
+        {"SIDE  area   y  0 L  0 0  0", "SIDE  area   y  0 L  0 0  1",
+         "'SIDE': selects nothing, zmin is above zmax"},
+        {"x 500   L L", "x 500   L 0", "'PUSH': selects nothing, xmin is above xmax"},
+        {"5*mm 2 4*mm", "-5*mm 2 4*mm", "'RING': selects nothing"},
+        {"brown ALU   RECT", "brown ALU   rect", "'BLOCK': part \"BLOCK\": shape \"rect\" is unknown"},
+        {"%\nboundary_condition", "boundary_condition",
+         "'boundary_condition': stands inside the section part_info"},
+    };
+    for (const auto& c : cases) {
+        const Outcome o = read_text(replaced(model_text, c.from, c.to));
+        EXPECT_TRUE(contains(o.report.remarks.notices, c.notice)) << c.to << "\n" << all(o.report.remarks);
+    }
+    // along the normal of its plane only the upper end counts
+    EXPECT_EQ(all(read_text(replaced(model_text, "0 L  0 0  0", "0 L  1 0  0")).report.remarks), "");
+    // a long name is cut where the record ends
+    const Outcome cut = read_text(replaced(model_text, "CLAMP", std::string(70, 'c')));
+    ASSERT_TRUE(cut.report.ok);
+    EXPECT_EQ(cut.store.boundary_conditions[0].name, std::string(63, 'c'));
+    EXPECT_TRUE(contains(cut.report.remarks.notices, "cut to its first 63"));
+}
+
+TEST(ModelReader, TablesLeftFromTheModelBefore) {
+    const ModelStore first = read_text(model_text).store;
+    const Outcome second = read_text("boundary_condition % rigid_force % END", {}, first);
+    ASSERT_TRUE(second.report.ok) << all(second.report.remarks);
+    ASSERT_EQ(second.report.remarks.notices.size(), 1u);
+    EXPECT_TRUE(
+        second.report.remarks.notices[0].ends_with("left as the earlier model had them: material_info, "
+                                                   "mode_num, iteration, parameter, part_info, apply_force, "
+                                                   "rigid_element, rigid_combine"))
+        << second.report.remarks.notices[0];
+    EXPECT_TRUE(second.store.boundary_conditions.empty());
+    EXPECT_EQ(second.store.forces.size(), 3u);
+    EXPECT_EQ(second.store.mesh.node_num(), 39);
+    // what is left follows the new tables by name, or cannot stay
+    const Outcome moved = read_text("material_info X 1 1 0 ALU 1 1 0 STEEL 2 2 0 % END", {}, first);
+    ASSERT_TRUE(moved.report.ok) << all(moved.report.remarks);
+    EXPECT_EQ(moved.store.parts[0].material_id, 2);
+    EXPECT_EQ(moved.store.parts[1].material_id, 1);
+    const Outcome orphan = read_text("material_info X 1 1 0 % rigid_element % END", {}, first);
+    EXPECT_TRUE(contains(orphan.report.remarks.errors, "part BAR: no material STEEL"));
+    EXPECT_TRUE(contains(orphan.report.remarks.errors, "rigid force RF1: no rigid element HEAD"));
+    EXPECT_EQ(digest(orphan.store), digest(first));
+    // nothing is said of the start-up values
+    EXPECT_EQ(all(read_text("END").report.remarks), "");
+}
+
+TEST(ModelReader, ResultsThatDoNotFitAreRefused) {
+    const Outcome o = read_text(replaced(model_text, "mode_num 6", "mode_num 2e9"));
+    EXPECT_TRUE(contains(o.report.remarks.errors, "mode_num 2000000000: the results"))
+        << all(o.report.remarks);
+    EXPECT_EQ(digest(o.store), digest(placeholder_model()));
+}
+
+TEST(ModelReader, FileNames) {
+    const test::TemporaryFolder folder;
+    ModelStore store = placeholder_model();
+    store.model_file_name = folder.name("none.txt");
+    {
+        console::Capture console;
+        const ModelReadReport report = read_model_file(store, {});
+        EXPECT_EQ(console.lines, "INPUT FILE OPEN ERROR\n");
+        EXPECT_TRUE(contains(report.remarks.errors, "none.txt: No such file"));
+        EXPECT_FALSE(report.ok);
+    }
+    // asked for on the console
+    store.model_file_known = false;
+    const std::string name = folder.write("typed.txt", "step_num 4 % END");
+    std::istringstream typed("  " + name + " \n");
+    std::streambuf* const former = std::cin.rdbuf(typed.rdbuf());
+    console::Capture console;
+    const ModelReadReport report = read_model_file(store, {});
+    std::cin.rdbuf(former);
+    EXPECT_TRUE(report.ok);
+    EXPECT_TRUE(console.lines.starts_with("Input File Name ?" + name + "\nINPUT FILE OPEN !!\n"))
+        << console.lines;
+    EXPECT_TRUE(store.model_file_known);
+    EXPECT_EQ(store.model_file_name, name);
+    EXPECT_EQ(store.mode_count, 4);
+}
+
+TEST(ModelReader, EntryPrintsEachRemarkOnce) {
+    const test::TemporaryFolder folder;
+    model_store() = placeholder_model();
+    model_store().model_file_name = folder.write("m.txt", "material_info A 1 -1 0 % boundary_condition");
+    console::Capture console;
+    const ModelReadReport report = read_input_file();
+    EXPECT_FALSE(report.ok);
+    ASSERT_EQ(report.remarks.errors.size(), 1u);
+    ASSERT_EQ(report.remarks.notices.size(), 1u);
+    EXPECT_EQ(console.errors, report.remarks.errors[0] + "\n");
+    EXPECT_EQ(console.notices, report.remarks.notices[0] + "\n");
+    model_store() = placeholder_model();
+}

@@ -1,0 +1,174 @@
+// What the tests of the meshers measure on a mesh.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "mesh/assembly.h"
+#include "mesh/part_catalogue.h"
+#include "model/console.h"
+#include "model/free_faces.h"
+
+namespace kestralum::test {
+
+using Vector = std::array<double, 3>;
+
+inline Vector point(const Mesh& mesh, std::int32_t number) {
+    const auto n = 3 * static_cast<std::size_t>(node_index(number));
+    return {mesh.coordinates[n], mesh.coordinates[n + 1], mesh.coordinates[n + 2]};
+}
+
+inline double triple(const Vector& a, const Vector& b, const Vector& c) {
+    return a[0] * (b[1] * c[2] - b[2] * c[1]) + a[1] * (b[2] * c[0] - b[0] * c[2]) +
+           a[2] * (b[0] * c[1] - b[1] * c[0]);
+}
+
+inline Vector minus(const Vector& a, const Vector& b) {
+    return {a[0] - b[0], a[1] - b[1], a[2] - b[2]};
+}
+
+inline double length(const Vector& a) {
+    return std::hypot(a[0], a[1], a[2]);
+}
+
+inline Part make_part(const char* keyword, std::initializer_list<double> sizes,
+                      std::initializer_list<int> divisions) {
+    Part part;
+    part.name = part.type_name = keyword;
+    part.type = find_shape(keyword)->shape;
+    std::copy(sizes.begin(), sizes.end(), part.size.begin());
+    std::copy(divisions.begin(), divisions.end(), part.div.begin());
+    return part;
+}
+
+inline std::string joined(const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines) text += line + "\n";
+    return text;
+}
+
+// Builds the mesh of good parts; what it prints is of no interest.
+inline Mesh mesh_of(const std::vector<Part>& parts, const char* model_file_name = "") {
+    console::Capture quiet;
+    Mesh mesh;
+    Remarks remarks;
+    EXPECT_TRUE(build_mesh(parts, model_file_name, mesh, remarks)) << joined(remarks.errors);
+    return mesh;
+}
+
+// Errors of parts that cannot be meshed.
+inline std::string errors_of(const std::vector<Part>& parts) {
+    console::Capture quiet;
+    Mesh mesh;
+    Remarks remarks;
+    EXPECT_FALSE(build_mesh(parts, "", mesh, remarks));
+    EXPECT_EQ(mesh.node_num(), 0) << "a refused model must leave the mesh alone";
+    return joined(remarks.errors);
+}
+
+// Smallest Jacobian determinant at the 2×2×2 Gauss points, plain and divided by the lengths of its
+// rows, and the volume they integrate with the smallest and largest share of one element.
+struct JacobianCheck {
+    double smallest = 1e300, smallest_scaled = 1, volume = 0;
+    double smallest_element = 1e300, largest_element = 0;
+};
+inline JacobianCheck check_hexahedra(const Mesh& mesh) {
+    JacobianCheck check;
+    for (std::size_t e = 0; e < mesh.connectivity.size(); e += 8) {
+        double element = 0;
+        for (int g = 0; g < 8; ++g) {
+            const double at[3] = {(g & 1 ? 1 : -1) / std::sqrt(3), (g & 2 ? 1 : -1) / std::sqrt(3),
+                                  (g & 4 ? 1 : -1) / std::sqrt(3)};
+            Vector J[3] = {};
+            for (std::size_t n = 0; n < 8; ++n) {
+                const Vector x = point(mesh, mesh.connectivity[e + n]);
+                double sign[3], factor[3];
+                for (std::size_t k = 0; k < 3; ++k) {
+                    sign[k] = hexa_corner[n][k] ? 1 : -1;
+                    factor[k] = 1 + sign[k] * at[k];
+                }
+                for (std::size_t k = 0; k < 3; ++k)
+                    for (std::size_t c = 0; c < 3; ++c)
+                        J[k][c] += sign[k] * factor[(k + 1) % 3] * factor[(k + 2) % 3] / 8 * x[c];
+            }
+            const double det = triple(J[0], J[1], J[2]);
+            check.smallest = std::min(check.smallest, det);
+            check.smallest_scaled =
+                std::min(check.smallest_scaled, det / (length(J[0]) * length(J[1]) * length(J[2])));
+            element += det;
+        }
+        check.volume += element;
+        check.smallest_element = std::min(check.smallest_element, element);
+        check.largest_element = std::max(check.largest_element, element);
+    }
+    return check;
+}
+
+// Sum of the tetrahedra on their four corners.
+inline JacobianCheck check_tetrahedra(const Mesh& mesh) {
+    JacobianCheck check;
+    const auto per = static_cast<std::size_t>(mesh.node_per_element());
+    for (std::size_t e = 0; e < mesh.connectivity.size(); e += per) {
+        const Vector a = point(mesh, mesh.connectivity[e]);
+        const double volume = triple(minus(point(mesh, mesh.connectivity[e + 1]), a),
+                                     minus(point(mesh, mesh.connectivity[e + 2]), a),
+                                     minus(point(mesh, mesh.connectivity[e + 3]), a)) /
+                              6;
+        check.smallest = std::min(check.smallest, volume);
+        check.volume += volume;
+    }
+    return check;
+}
+
+// Volume inside the extracted surface (divergence theorem): right only if the surface is closed
+// and every triangle winds outwards.
+inline double volume_inside_surface(const Mesh& mesh) {
+    double volume = 0;
+    const auto per = static_cast<std::size_t>(mesh.node_per_element());
+    for (const ElementFace& face : free_faces(mesh)) {
+        const auto triangles = outward_triangles(mesh.element_type, face.face);
+        const auto first = static_cast<std::size_t>(face.element) * per;
+        for (std::size_t t = 0; t < triangles.size(); t += 3) {
+            Vector corner[3];
+            for (std::size_t k = 0; k < 3; ++k)
+                corner[k] =
+                    point(mesh, mesh.connectivity[first + static_cast<std::size_t>(triangles[t + k])]);
+            volume += triple(corner[0], corner[1], corner[2]) / 6;
+        }
+    }
+    return volume;
+}
+
+// Bodies not connected through shared nodes; nodes that no element uses count as bodies too.
+inline int count_bodies(const Mesh& mesh) {
+    std::vector<std::size_t> leader(static_cast<std::size_t>(mesh.node_num()));
+    for (std::size_t n = 0; n < leader.size(); ++n) leader[n] = n;
+    auto find = [&](std::size_t n) {
+        while (leader[n] != n) n = leader[n] = leader[leader[n]];
+        return n;
+    };
+    const auto per = static_cast<std::size_t>(mesh.node_per_element());
+    for (std::size_t k = 0; k < mesh.connectivity.size(); ++k)
+        leader[find(static_cast<std::size_t>(node_index(mesh.connectivity[k])))] =
+            find(static_cast<std::size_t>(node_index(mesh.connectivity[k - k % per])));
+    int bodies = 0;
+    for (std::size_t n = 0; n < leader.size(); ++n) bodies += leader[n] == n;
+    return bodies;
+}
+
+// Smallest distance between two nodes: 0 where a seam is not shared. For small meshes.
+inline double smallest_distance(const Mesh& mesh) {
+    double smallest = 1e300;
+    for (std::int32_t a = 1; a <= mesh.node_num(); ++a)
+        for (std::int32_t b = a + 1; b <= mesh.node_num(); ++b)
+            smallest = std::min(smallest, length(minus(point(mesh, a), point(mesh, b))));
+    return smallest;
+}
+
+}  // namespace kestralum::test

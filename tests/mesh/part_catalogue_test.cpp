@@ -1,0 +1,153 @@
+#include "mesh_checks.h"
+#include "model/token_reader.h"
+
+using namespace kestralum;
+using namespace kestralum::test;
+
+namespace {
+
+// Numbers, and one name that is known: enough of a calculator for records.
+bool evaluate(std::string_view text, double& value, std::string& error) {
+    if (text == "t") {
+        value = 0.25;
+        return true;
+    }
+    const auto number = parse_double(text);
+    if (!number) error = "unknown name in \"" + std::string(text) + "\"";
+    value = number.value_or(0);
+    return number.has_value();
+}
+
+PartRow row(const char* name, const char* shape, std::vector<std::string> sizes,
+            std::vector<std::string> divisions) {
+    sizes.resize(6, "unread");
+    divisions.resize(6, "unread");
+    PartRow result{{name, "red", "STEEL", shape}};
+    for (const auto& texts : {sizes, divisions, {"1", "2", "3", "10", "20", "30"}})
+        result.fields.insert(result.fields.end(), texts.begin(), texts.end());
+    return result;
+}
+
+struct Creation {
+    std::vector<Part> parts;
+    Remarks remarks;
+    std::string lines;
+};
+Creation create(const std::vector<PartRow>& rows) {
+    const std::vector<Material> materials{{.id = 0, .name = "STEEL"},
+                                          {.id = 1, .name = "ALU"},
+                                          {.id = 2, .name = "STEEL"},
+                                          {.id = 3, .name = std::string(66, 'm')}};
+    console::Capture capture;
+    Creation creation;
+    creation.parts = create_PART(rows, materials, evaluate, creation.remarks);
+    creation.lines = capture.lines;
+    return creation;
+}
+
+TEST(CreatePart, ReadsOnlyWhatTheShapeReads) {
+    for (const ShapeRow& shape : shape_catalogue()) {
+        SCOPED_TRACE(shape.keyword);
+        std::vector<std::string> sizes, divisions;
+        for (int k = 0; k < shape.size_count(); ++k) sizes.push_back(std::to_string(k + 1));
+        for (int k = 0; k < shape.division_count(); ++k) divisions.push_back(std::to_string(k + 7));
+        const Creation made = create({row("p", shape.keyword, sizes, divisions)});
+        ASSERT_TRUE(made.remarks.ok()) << joined(made.remarks.errors);
+        const Part& part = made.parts.at(0);
+        EXPECT_EQ(part.type, shape.shape);
+        for (int k = 0; k < 6; ++k) {
+            EXPECT_EQ(part.size[static_cast<std::size_t>(k)], k < shape.size_count() ? k + 1 : 0);
+            EXPECT_EQ(part.div[static_cast<std::size_t>(k)], k < shape.division_count() ? k + 7 : 0);
+        }
+        EXPECT_EQ(part.parent_name, shape.import ? "unread" : "NONE");
+        EXPECT_EQ(part.size_text[5], "unread");
+    }
+}
+
+TEST(CreatePart, EchoesTheRecord) {
+    const Creation made = create({row("web", "HOLLOWRECT", {"4", "3", "t", "2"}, {"8", "6", "1.9", "-0.5"})});
+    EXPECT_EQ(made.lines,
+              "create_PART\nweb: parent=NONE\n"
+              " size:4.000e+00,3.000e+00,2.500e-01,2.000e+00,0.000e+00,0.000e+00\n"
+              "  div:8,6,1,0,0,0\n  origin:1.000e+00,2.000e+00,3.000e+00\n  "
+              "euler_ang:1.000e+01,2.000e+01,3.000e+01\n");
+    EXPECT_EQ(made.parts[0].material_id, 2) << "the later of two materials of one name";
+    EXPECT_EQ(made.parts[0].color, (std::array<double, 3>{1, 0, 0}));
+    EXPECT_EQ(made.parts[0].active, 1);
+    EXPECT_TRUE(made.remarks.notices.empty());
+}
+
+TEST(CreatePart, FallsBackAndSaysSo) {
+    PartRow lower = row("p", "rect", {"1", "1", "1"}, {"3.9", "1", "1"});
+    lower.fields[1] = "Red";
+    lower.parent = "q";
+    const Creation made = create({lower});
+    EXPECT_EQ(made.parts[0].type, Shape::rect);
+    EXPECT_EQ(made.parts[0].div[0], 3);
+    EXPECT_EQ(made.parts[0].color, (std::array<double, 3>{1, 1, 1}));
+    EXPECT_EQ(made.parts[0].parent_index, -1);
+    EXPECT_EQ(joined(made.remarks.notices),
+              "part \"p\": shape \"rect\" is unknown, a box (RECT) is taken\npart \"p\": its parent \"q\" "
+              "does not exist\n");
+    EXPECT_TRUE(made.remarks.ok());
+}
+
+TEST(CreatePart, FindsParentsWhereverTheyStandAndUnits) {
+    std::vector<PartRow> rows(5, row("a", "RECT", {"1", "1", "1"}, {"1", "1", "1"}));
+    const char* units[] = {"M", "mm", "0.01", "m", "MM"};
+    for (std::size_t k = 0; k < 5; ++k) rows[k].unit = units[k];
+    rows[0].parent = rows[4].parent = "b";
+    rows[2].fields[0] = rows[3].fields[0] = "b";
+    const Creation made = create(rows);
+    ASSERT_TRUE(made.remarks.ok());
+    const std::array<double, 5> factors{1, 0.001, 0.01, 1, 0.001};
+    for (std::size_t k = 0; k < 5; ++k) EXPECT_EQ(made.parts[k].unit_factor, factors[k]);
+    EXPECT_EQ(made.parts[0].parent_index, 3) << "the last of one name";
+    EXPECT_EQ(made.parts[4].parent_index, 3);
+    EXPECT_EQ(made.parts[1].parent_index, -1);
+}
+
+TEST(CreatePart, NamesPartAndFieldOfEveryError) {
+    const PartRow good = row("p", "RECT", {"1", "1", "1"}, {"1", "1", "1"});
+    const std::tuple<std::size_t, const char*, const char*> wrong[] = {
+        {4, "wide", "part \"p\": size b: unknown name in \"wide\""},
+        {6, "inf", "part \"p\": size L: \"inf\" is not a finite number"},
+        {11, "1e10", "part \"p\": division dh: \"1e10\" = 1e+10"},
+        {12, "-2147483648", "division dl: \"-2147483648\""},
+        {17, "nan", "origin y"},
+        {21, "x", "euler angle 3"},
+        {2, "steel", "material \"steel\" is none"},
+    };
+    for (const auto& [field, text, message] : wrong) {
+        PartRow bad = good;
+        bad.fields[field] = text;
+        const Creation made = create({bad});
+        ASSERT_EQ(made.remarks.errors.size(), 1u) << message;
+        EXPECT_NE(made.remarks.errors[0].find(message), std::string::npos) << made.remarks.errors[0];
+    }
+    for (const char* unit : {"Mm", "0", "-1", "inf"}) {
+        PartRow bad = good;
+        bad.unit = unit;
+        EXPECT_EQ(create({bad}).remarks.errors.size(), 1u) << unit;
+    }
+    PartRow cut = good;
+    cut.fields.pop_back();
+    EXPECT_NE(joined(create({cut}).remarks.errors).find("21 fields, 22 expected"), std::string::npos);
+}
+
+TEST(CreatePart, CutsTextsToTheirWidths) {
+    PartRow wide = row("p", "RECT", {"1", "1", "1"}, {"1", "1", "1"});
+    wide.fields[0] = std::string(100, 'n');
+    wide.fields[2] = std::string(66, 'm');
+    wide.fields[9] = std::string(200, 's');
+    const Creation made = create({wide});
+    EXPECT_TRUE(made.remarks.ok()) << joined(made.remarks.errors);
+    EXPECT_EQ(made.parts[0].name.size(), 63u);
+    EXPECT_EQ(made.parts[0].size_text[5].size(), 127u);
+    EXPECT_EQ(made.parts[0].material_id, 3);
+    EXPECT_EQ(made.parts[0].material_name.size(), 63u);
+    PartRow far = row("v", "VOL", {std::string(128, 'p')}, {});
+    EXPECT_NE(joined(create({far}).remarks.errors).find("128 characters"), std::string::npos);
+}
+
+}  // namespace
