@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numbers>
 
 #include "model/console.h"
 
@@ -61,15 +60,30 @@ double mises(const double* s) {
     return std::sqrt(0.5 * (xy * xy + yz * yz + zx * zx + 6 * (s[3] * s[3] + s[4] * s[4] + s[5] * s[5])));
 }
 
-// Eigenvalues of a symmetric 3 × 3 matrix by the cosine formula (Smith, 1961).
+// Cyclic Jacobi rotations (Golub and Van Loan, Matrix Computations, 3rd ed. 1996, 8.4): accurate for
+// equal and vanishing principal stresses too, where the closed cosine formula loses half the digits.
 double largest_principal(const double* s) {
-    const double mean = (s[0] + s[1] + s[2]) / 3;
-    const double a = s[0] - mean, b = s[1] - mean, c = s[2] - mean;
-    const double p = std::sqrt((a * a + b * b + c * c + 2 * (s[3] * s[3] + s[4] * s[4] + s[5] * s[5])) / 6);
-    if (!(p > 0)) return mean;
-    const double det = a * (b * c - s[4] * s[4]) - s[3] * (s[3] * c - s[4] * s[5]) + s[5] * (s[3] * s[4] - b * s[5]);
-    const double angle = std::acos(std::clamp(det / (2 * p * p * p), -1.0, 1.0)) / 3;
-    return mean + 2 * p * std::cos(angle);
+    double a[3][3] = {{s[0], s[3], s[5]}, {s[3], s[1], s[4]}, {s[5], s[4], s[2]}};
+    for (int sweep = 0; sweep < 10; ++sweep) {
+        const double off = std::abs(a[0][1]) + std::abs(a[1][2]) + std::abs(a[0][2]);
+        const double size = std::abs(a[0][0]) + std::abs(a[1][1]) + std::abs(a[2][2]) + off;
+        if (!(off > 1e-17 * size)) break;
+        for (int p = 0; p < 2; ++p)
+            for (int q = p + 1; q < 3; ++q) {
+                if (a[p][q] == 0) continue;
+                const double theta = (a[q][q] - a[p][p]) / (2 * a[p][q]);
+                const double t = (theta >= 0 ? 1 : -1) / (std::abs(theta) + std::sqrt(theta * theta + 1));
+                const double c = 1 / std::sqrt(t * t + 1), d = t * c;
+                a[p][p] -= t * a[p][q];
+                a[q][q] += t * a[p][q];
+                a[p][q] = a[q][p] = 0;
+                const int r = 3 - p - q;
+                const double rp = a[r][p], rq = a[r][q];
+                a[r][p] = a[p][r] = c * rp - d * rq;
+                a[r][q] = a[q][r] = d * rp + c * rq;
+            }
+    }
+    return std::max({a[0][0], a[1][1], a[2][2]});
 }
 
 }  // namespace kestralum
