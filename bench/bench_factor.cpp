@@ -1,6 +1,10 @@
 // The factorization against LAPACK's band Cholesky (dpbtrf) on the stiffness-like band of cubes and
-// a slender beam of hexahedra clamped at one face: same number of rows, same half band.
-// Usage: bench_factor [CASE] [RUNS]   CASE: 10 20 30 or beam; all of them without arguments.
+// a slender beam of hexahedra clamped at one face: same number of rows, same half band. factor_ldl
+// takes the sparse matrix and writes the factor to its file within its time; dpbtrf is timed alone
+// and with the filling of its band from the same sparse matrix. The memory of both is warm: freed
+// blocks stay with the process, so that no run pays for fresh pages.
+// Usage: bench_factor [CASE] [RUNS] [PANEL_ROWS]   CASE: 10 20 30 beam or all
+#include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -65,7 +69,12 @@ double median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
-double time_dpbtrf(const SparseKM& km, int half_band) {
+struct BandTime {
+    double alone, with_assembly;
+};
+
+BandTime time_dpbtrf(const SparseKM& km, int half_band) {
+    const auto whole = Clock::now();
     const int n = km.rows(), kd = half_band, ldab = kd + 1;
     std::vector<double> band(static_cast<std::size_t>(n) * static_cast<std::size_t>(ldab), 0.0);
     for (int r = 0; r < n; ++r)
@@ -77,7 +86,7 @@ double time_dpbtrf(const SparseKM& km, int half_band) {
     const auto start = Clock::now();
     dpbtrf_("L", &n, &kd, band.data(), &ldab, &info);
     if (info != 0) std::printf("dpbtrf info %d\n", info);
-    return seconds_since(start);
+    return {seconds_since(start), seconds_since(whole)};
 }
 
 extern "C" void openblas_set_num_threads(int);
@@ -89,6 +98,8 @@ int main(int argc, char** argv) {
     const char* only = argc > 1 ? argv[1] : nullptr;
     const int runs = argc > 2 ? std::atoi(argv[2]) : 5;
     const int panel_rows = argc > 3 ? std::atoi(argv[3]) : 0;
+    mallopt(M_MMAP_MAX, 0);
+    mallopt(M_TRIM_THRESHOLD, -1);
     console::set_lines_enabled(false);
     paths::set_log_directory("log");
     mkdir("log", 0777);
@@ -96,10 +107,12 @@ int main(int argc, char** argv) {
         if (only && std::strcmp(only, "all") != 0 && std::strcmp(only, c.name) != 0) continue;
         const SparseKM km = grid_matrix(c);
         const Profile profile = make_profile(km);
-        std::vector<double> ours, theirs;
+        std::vector<double> ours, theirs, theirs_whole;
         for (int run = 0; run < runs; ++run) {
             openblas_set_num_threads(2);
-            theirs.push_back(time_dpbtrf(km, profile.max_height - 1));
+            const BandTime band = time_dpbtrf(km, profile.max_height - 1);
+            theirs.push_back(band.alone);
+            theirs_whole.push_back(band.with_assembly);
             LdlFactor factor(profile, plan_divisions(profile, 1e9, 1, profile.max_height), {.threads = 2, .panel_rows = panel_rows});
             const auto start = Clock::now();
             if (factor.factor_ldl(km, km.K_value) != FactorStatus::ok) {
@@ -108,8 +121,9 @@ int main(int argc, char** argv) {
             }
             ours.push_back(seconds_since(start));
         }
-        std::printf("%-5s n=%d half band=%d  factor_ldl %.3f s  dpbtrf %.3f s  ratio %.2f\n", c.name, km.rows(),
-                    profile.max_height - 1, median(ours), median(theirs), median(ours) / median(theirs));
+        const double a = median(ours), b = median(theirs), c_whole = median(theirs_whole);
+        std::printf("%-5s n=%d half band=%d  factor_ldl %.3f s  dpbtrf %.3f s, ratio %.2f  with its assembly %.3f s, ratio %.2f\n",
+                    c.name, km.rows(), profile.max_height - 1, a, b, a / b, c_whole, a / c_whole);
         std::fflush(stdout);
     }
     return 0;

@@ -68,22 +68,31 @@ void update_node_normals(Mesh& mesh) {
     const FaceTable table = face_table(mesh.element_type);
     const int per_element = mesh.node_per_element();
     const double* x = mesh.coordinates.data();
-    auto add_triangle = [&](const std::int32_t* element, const int* local) {
-        std::ptrdiff_t at[3];
-        for (int k = 0; k < 3; ++k) at[k] = 3 * static_cast<std::ptrdiff_t>(node_index(element[local[k]]));
+    // (b-a)×(c-a) of a triangle: twice its area, outward
+    auto add_triangle = [&](const std::int32_t* element, const int* local, double* sum) {
+        const double* at[3];
+        for (int k = 0; k < 3; ++k) at[k] = x + 3 * node_index(element[local[k]]);
         double u[3], v[3];
         for (int k = 0; k < 3; ++k) {
-            u[k] = x[at[1] + k] - x[at[0] + k];
-            v[k] = x[at[2] + k] - x[at[0] + k];
+            u[k] = at[1][k] - at[0][k];
+            v[k] = at[2][k] - at[0][k];
         }
-        const double normal[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
-        for (std::ptrdiff_t node : at)
-            for (int k = 0; k < 3; ++k) mesh.node_n_dir[static_cast<std::size_t>(node + k)] += normal[k];
+        for (int k = 0; k < 3; ++k) sum[k] += u[(k + 1) % 3] * v[(k + 2) % 3] - u[(k + 2) % 3] * v[(k + 1) % 3];
     };
     for (const ElementFace& face : free_faces(mesh)) {
         const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(face.element) * per_element;
         const auto triangles = outward_triangles(mesh.element_type, face.face);
-        for (int t = 0; t < table.triangles_per_face; ++t) add_triangle(element, &triangles[static_cast<std::size_t>(3 * t)]);
+        double normal[3] = {};
+        for (int t = 0; t < table.triangles_per_face; ++t)
+            add_triangle(element, &triangles[static_cast<std::size_t>(3 * t)], normal);
+        // The whole face counts at each of its nodes: its triangles do not meet all of them equally.
+        std::uint32_t met = 0;
+        for (int local : triangles) {
+            if (met >> local & 1u) continue;
+            met |= 1u << local;
+            double* d = mesh.node_n_dir.data() + 3 * node_index(element[local]);
+            for (int k = 0; k < 3; ++k) d[k] += normal[k];
+        }
     }
     for (std::size_t n = 0; n + 2 < mesh.node_n_dir.size(); n += 3) {
         double* d = &mesh.node_n_dir[n];

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <numeric>
 
 #include "model/console.h"
 #include "model/paths.h"
@@ -27,6 +28,7 @@ ModelStore& model_store() {
 ModelStore placeholder_model() {
     ModelStore store;
     store.mesh.coordinates.assign(3, 0.0);
+    store.mesh.node_n_dir.assign(3, 0.0);
     store.materials.push_back({.id = 0, .name = "STEEL", .density = 7800, .young = 2.06e11, .poisson = 0.3});
     store.parameters.push_back({.id = 0, .name = "mm", .value = 0.001, .expression = "0.001"});
     store.results.resize(1, 0);
@@ -59,14 +61,22 @@ void update_extent(Mesh& mesh) {
 void resolve_force_points(const Mesh& mesh, std::vector<AppliedForce>& forces) {
     constexpr double tolerance = 1e-7;  // m
     const double* x = mesh.coordinates.data();
+    // nodes by x, so that each point looks at one slice only
+    std::vector<std::int32_t> by_x(static_cast<std::size_t>(mesh.node_num()));
+    std::iota(by_x.begin(), by_x.end(), 0);
+    auto x_of = [&](std::int32_t n) { return x[3 * static_cast<std::ptrdiff_t>(n)]; };
+    if (std::any_of(forces.begin(), forces.end(), [](const AppliedForce& f) { return f.kind == ForceKind::node; }))
+        std::sort(by_x.begin(), by_x.end(), [&](std::int32_t a, std::int32_t b) { return x_of(a) < x_of(b); });
     for (AppliedForce& force : forces) {
         force.node = 0;
         if (force.kind != ForceKind::node) continue;
-        for (std::int32_t n = 0; n < mesh.node_num() && force.node == 0; ++n) {
-            const double* p = x + 3 * static_cast<std::ptrdiff_t>(n);
-            if (std::abs(p[0] - force.point[0]) < tolerance && std::abs(p[1] - force.point[1]) < tolerance &&
-                std::abs(p[2] - force.point[2]) < tolerance)
-                force.node = n + 1;
+        const auto begin = std::lower_bound(by_x.begin(), by_x.end(), force.point[0] - 2 * tolerance,
+                                            [&](std::int32_t n, double value) { return x_of(n) < value; });
+        for (auto at = begin; at != by_x.end() && x_of(*at) < force.point[0] + 2 * tolerance; ++at) {
+            const double* p = x + 3 * static_cast<std::ptrdiff_t>(*at);
+            const bool here = std::abs(p[0] - force.point[0]) < tolerance && std::abs(p[1] - force.point[1]) < tolerance &&
+                              std::abs(p[2] - force.point[2]) < tolerance;
+            if (here && (force.node == 0 || *at + 1 < force.node)) force.node = *at + 1;
         }
     }
 }

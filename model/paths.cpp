@@ -13,19 +13,24 @@ std::string& log_directory_in_force() {
     return directory;
 }
 
-}  // namespace
-
-std::string to_platform(std::string_view stored) {
+std::string with_slashes(std::string_view stored) {
     std::string name(stored);
     for (char& c : name)
         if (c == '\\') c = '/';
+    return name;
+}
+
+}  // namespace
+
+std::string to_platform(std::string_view stored) {
+    std::string name = with_slashes(stored);
     if (name.starts_with("log/")) name = log_directory() + name.substr(3);
     return name;
 }
 
 void set_log_directory(std::string_view directory) {
     std::string& in_force = log_directory_in_force();
-    in_force = directory;
+    in_force = with_slashes(directory);
     while (in_force.size() > 1 && in_force.back() == '/') in_force.pop_back();
 }
 
