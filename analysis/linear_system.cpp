@@ -131,7 +131,7 @@ bool build_linear_system(ModelStore& store, const Settings& settings, LinearSyst
     return true;
 }
 
-std::unique_ptr<LdlFactor> plan_factor(const ModelStore& store, const Settings& settings, const LinearSystem& system,
+std::unique_ptr<SkylineFactor> plan_factor(const ModelStore& store, const Settings& settings, const LinearSystem& system,
                                        RunReport& report) {
     report.clock.begin("factor");
     Profile profile = make_profile(system.km);
@@ -155,11 +155,11 @@ std::unique_ptr<LdlFactor> plan_factor(const ModelStore& store, const Settings& 
                                                        profile.megabytes(), physical));
         return nullptr;
     }
-    return std::make_unique<LdlFactor>(std::move(profile), std::move(divisions),
+    return std::make_unique<SkylineFactor>(std::move(profile), std::move(divisions),
                                        FactorOptions{.threads = settings.threads(), .diag_num = store.diag_num});
 }
 
-bool run_factorization(const SparseKM& km, std::span<const double> values, LdlFactor& factor, RunReport& report) {
+bool run_factorization(const SparseKM& km, std::span<const double> values, SkylineFactor& factor, RunReport& report) {
     console::print("LU K_sparse\n");
     if (factor.factor_ldl(km, values) != FactorStatus::ok) {
         report.fail(RunStatus::failed, "the factorization cannot go on: " + factor.error());
@@ -170,7 +170,7 @@ bool run_factorization(const SparseKM& km, std::span<const double> values, LdlFa
     return true;
 }
 
-std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values, const LdlFactor& factor) {
+std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values, const SkylineFactor& factor) {
     constexpr double smallest_share = 1e-10;
     for (std::int32_t i = 0; i < km.rows(); ++i) {
         const double diagonal = values[static_cast<std::size_t>(km.diag_pos[static_cast<std::size_t>(i)])];

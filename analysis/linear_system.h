@@ -34,14 +34,14 @@ bool build_linear_system(ModelStore& store, const Settings& settings, LinearSyst
 
 // Profile, divisions and the disk budget of the factor of system.km. Null with report.status
 // disk_budget or failed.
-std::unique_ptr<LdlFactor> plan_factor(const ModelStore& store, const Settings& settings, const LinearSystem& system,
+std::unique_ptr<SkylineFactor> plan_factor(const ModelStore& store, const Settings& settings, const LinearSystem& system,
                                        RunReport& report);
 
 // Factors K ("LU K_sparse" lines); false with report.status failed.
-bool run_factorization(const SparseKM& km, std::span<const double> values, LdlFactor& factor, RunReport& report);
+bool run_factorization(const SparseKM& km, std::span<const double> values, SkylineFactor& factor, RunReport& report);
 
 // The first free degree of freedom whose pivot is below 1e-10 of its diagonal: a body or mechanism
 // that the supports do not hold. -1 when there is none.
-std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values, const LdlFactor& factor);
+std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values, const SkylineFactor& factor);
 
 }  // namespace kestralum

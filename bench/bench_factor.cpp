@@ -113,7 +113,7 @@ int main(int argc, char** argv) {
             const BandTime band = time_dpbtrf(km, profile.max_height - 1);
             theirs.push_back(band.alone);
             theirs_whole.push_back(band.with_assembly);
-            LdlFactor factor(profile, plan_divisions(profile, 1e9, 1, profile.max_height), {.threads = 2, .panel_rows = panel_rows});
+            SkylineFactor factor(profile, plan_divisions(profile, 1e9, 1, profile.max_height), {.threads = 2, .panel_rows = panel_rows});
             const auto start = Clock::now();
             if (factor.factor_ldl(km, km.K_value) != FactorStatus::ok) {
                 std::printf("%s\n", factor.error().c_str());

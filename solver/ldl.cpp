@@ -15,7 +15,7 @@
 namespace kestralum {
 
 // What the threads share while a factorization runs.
-struct LdlFactor::Progress {
+struct SkylineFactor::Progress {
     explicit Progress(std::int32_t panels)
         : done(static_cast<std::size_t>(panels)), stored(static_cast<std::size_t>(panels), 0) {
         for (auto& flag : done) flag.store(false, std::memory_order_relaxed);
@@ -29,6 +29,7 @@ struct LdlFactor::Progress {
     std::vector<char> stored;   // panel is in its file
     std::int32_t reported = 0;  // panels below are stored and reported
     std::int32_t freed = 0;     // panels below are freed (spilled factor)
+    std::vector<double> diagonal;  // of the matrix, for the lines of W
     std::int32_t division = 0;  // division that the reported row is in, one band behind
 
     void fail(FactorStatus why) {
@@ -38,14 +39,14 @@ struct LdlFactor::Progress {
     }
 };
 
-LdlFactor::LdlFactor(Profile profile, Divisions divisions, FactorOptions options)
+SkylineFactor::SkylineFactor(Profile profile, Divisions divisions, FactorOptions options)
     : profile_(std::move(profile)), divisions_(std::move(divisions)), options_(options),
       grid_(make_panel_grid(profile_, options.panel_rows)), files_(options.file_stem, profile_, divisions_) {
     if (options_.diag_num < profile_.max_height) options_.diag_num = profile_.max_height;
 }
 
 // The panel's rows of the matrix, zero elsewhere.
-void LdlFactor::load_panel_of_matrix(const SparseKM& km, std::span<const double> values, std::int32_t I, double* G) const {
+void SkylineFactor::load_panel_of_matrix(const SparseKM& km, std::span<const double> values, std::int32_t I, double* G) const {
     std::memset(G, 0, static_cast<std::size_t>(grid_.doubles(I)) * sizeof(double));
     for (std::int32_t i = grid_.row_begin(I); i < grid_.row_end(I); ++i) {
         const auto row = static_cast<std::size_t>(i);
@@ -58,9 +59,32 @@ void LdlFactor::load_panel_of_matrix(const SparseKM& km, std::span<const double>
     }
 }
 
+// The triangle of one strip, unblocked: `row` is the number of its first row.
+void SkylineFactor::factor_strip(std::int32_t columns, std::int32_t row, double* g, double* l, std::int32_t ld) {
+    for (std::int32_t a = 0; a < columns; ++a) {
+        double* ga = g + std::int64_t{a} * ld;
+        double* la = l + std::int64_t{a} * ld;
+        double pivot = ga[a];
+        for (std::int32_t b = 0; b < a; ++b) {
+            double sum = ga[b];
+            const double* lb = l + std::int64_t{b} * ld;
+            for (std::int32_t m = 0; m < b; ++m) sum -= ga[m] * lb[m];
+            if (kind_ == Kind::ldl) {
+                ga[b] = sum;
+                la[b] = sum / D_[static_cast<std::size_t>(row + b)];
+            } else {
+                ga[b] = la[b] = sum / lb[b];
+            }
+            pivot -= ga[b] * la[b];
+        }
+        D_[static_cast<std::size_t>(row + a)] = pivot;
+        la[a] = kind_ == Kind::ldl ? 1.0 : std::sqrt(std::abs(pivot));
+    }
+}
+
 // The diagonal block of panel I, in strips of columns: what the strips before and the panels
 // before contribute, the strip's own triangle, then the rows below it.
-void LdlFactor::factor_diagonal_block(std::int32_t I, double* G, double* L) {
+void SkylineFactor::factor_diagonal_block(std::int32_t I, double* G, double* L) {
     constexpr std::int32_t strip = 32;
     const std::int32_t ld = grid_.ld[static_cast<std::size_t>(I)];
     const std::int32_t first = grid_.first_col[static_cast<std::size_t>(I)];
@@ -72,34 +96,21 @@ void LdlFactor::factor_diagonal_block(std::int32_t I, double* G, double* L) {
         if (s > first)
             cblas_dgemm(CblasRowMajor, CblasNoTrans, CblasTrans, below, columns, s - first, -1.0,
                         G + grid_.at(I, s, first), ld, L + grid_.at(I, s, first), ld, 1.0, g, ld);
-        for (std::int32_t a = 0; a < columns; ++a) {
-            double* ga = g + std::int64_t{a} * ld;
-            double* la = l + std::int64_t{a} * ld;
-            double pivot = ga[a];
-            for (std::int32_t b = 0; b < a; ++b) {
-                double sum = ga[b];
-                const double* lb = l + std::int64_t{b} * ld;
-                for (std::int32_t m = 0; m < b; ++m) sum -= ga[m] * lb[m];
-                ga[b] = sum;
-                la[b] = sum / D_[static_cast<std::size_t>(s + b)];
-                pivot -= sum * la[b];
-            }
-            la[a] = 1.0;
-            D_[static_cast<std::size_t>(s + a)] = pivot;
-        }
+        factor_strip(columns, s, g, l, ld);
         const std::int32_t rest = below - columns;
         if (rest == 0) continue;
         double* g_rest = g + std::int64_t{columns} * ld;
         double* l_rest = l + std::int64_t{columns} * ld;
-        cblas_dtrsm(CblasRowMajor, CblasRight, CblasLower, CblasTrans, CblasUnit, rest, columns, 1.0, l, ld, g_rest, ld);
-        for (std::int32_t r = 0; r < rest; ++r)
+        cblas_dtrsm(CblasRowMajor, CblasRight, CblasLower, CblasTrans, kind_ == Kind::ldl ? CblasUnit : CblasNonUnit, rest,
+                    columns, 1.0, l, ld, g_rest, ld);
+        for (std::int32_t r = 0; r < rest && kind_ == Kind::ldl; ++r)
             for (std::int32_t c = 0; c < columns; ++c)
                 l_rest[std::int64_t{r} * ld + c] = g_rest[std::int64_t{r} * ld + c] / D_[static_cast<std::size_t>(s + c)];
     }
 }
 
-// G holds the matrix on entry; L receives the panel of the factor.
-void LdlFactor::factor_panel(std::int32_t I, double* G, double* L) {
+// G holds the matrix on entry; L receives the panel of the factor. For W both are the same block.
+void SkylineFactor::factor_panel(std::int32_t I, double* G, double* L) {
     const std::int32_t ld = grid_.ld[static_cast<std::size_t>(I)];
     const std::int32_t rows = grid_.rows(I), first = grid_.first_col[static_cast<std::size_t>(I)];
     for (std::int32_t J = first / grid_.nb; J < I; ++J) {
@@ -115,8 +126,9 @@ void LdlFactor::factor_panel(std::int32_t I, double* G, double* L) {
         if (c0 > k0)
             cblas_dgemm(CblasRowMajor, CblasNoTrans, CblasTrans, rows, columns, c0 - k0, -1.0, G + (k0 - first), ld,
                         LJ + grid_.at(J, c0, k0), ldJ, 1.0, g, ld);
-        cblas_dtrsm(CblasRowMajor, CblasRight, CblasLower, CblasTrans, CblasUnit, rows, columns, 1.0,
-                    LJ + grid_.at(J, c0, c0), ldJ, g, ld);
+        cblas_dtrsm(CblasRowMajor, CblasRight, CblasLower, CblasTrans, kind_ == Kind::ldl ? CblasUnit : CblasNonUnit, rows,
+                    columns, 1.0, LJ + grid_.at(J, c0, c0), ldJ, g, ld);
+        if (kind_ == Kind::ww) continue;
         const double* d = &D_[static_cast<std::size_t>(c0)];
         for (std::int32_t r = 0; r < rows; ++r) {
             const double* gr = g + std::int64_t{r} * ld;
@@ -127,7 +139,7 @@ void LdlFactor::factor_panel(std::int32_t I, double* G, double* L) {
     factor_diagonal_block(I, G, L);
 }
 
-bool LdlFactor::store_panel(std::int32_t I, const double* L) {
+bool SkylineFactor::store_panel(std::int32_t I, const double* L) {
     std::vector<const double*> rows(static_cast<std::size_t>(grid_.rows(I)));
     for (std::int32_t i = grid_.row_begin(I); i < grid_.row_end(I); ++i)
         rows[static_cast<std::size_t>(i - grid_.row_begin(I))] = L + grid_.at(I, i, profile_.first_column(i));
@@ -136,7 +148,7 @@ bool LdlFactor::store_panel(std::int32_t I, const double* L) {
 
 // The lines of one spilled division, when row i is the first that cannot reach back into it; at the
 // end (i = n) for what is left.
-void LdlFactor::report_spill(std::int32_t i) {
+void SkylineFactor::report_spill(std::int32_t i) {
     const auto b = static_cast<std::size_t>(progress_->division);
     const auto count = static_cast<std::size_t>(divisions_.count());
     const auto& start = divisions_.div_profile;
@@ -149,22 +161,31 @@ void LdlFactor::report_spill(std::int32_t i) {
     ++progress_->division;
 }
 
-void LdlFactor::report_row(std::int32_t i) {
+void SkylineFactor::report_row(std::int32_t i) {
     const std::int32_t n = profile_.rows();
-    if (i > 0) console::counter(i, n);
+    const double d = D_[static_cast<std::size_t>(i)];
+    if (kind_ == Kind::ww) {
+        if (console::lines_enabled()) console::print("  %d/%d: Mii=%.3e\r", i, n, progress_->diagonal[static_cast<std::size_t>(i)]);
+    } else if (i > 0) {
+        console::counter(i, n);
+    }
     if (progress_->division + 1 < divisions_.count() &&
         i == divisions_.div_row[static_cast<std::size_t>(progress_->division) + 1] + options_.diag_num)
         report_spill(i);
-    const double d = D_[static_cast<std::size_t>(i)];
-    if (d < 0.0) {
-        ++negative_pivots_;
+    if (!(d < 0.0)) return;
+    ++negative_pivots_;
+    if (kind_ == Kind::ldl) {
         console::print("Warning   D[%d]:%.3e\n", i, d);
+    } else {
+        const double m = progress_->diagonal[static_cast<std::size_t>(i)];
+        console::print("[M] is not positive define at %dth row\n", i);
+        console::print("  W[%d][%d]^2: %.3e = sqrt( %.3e - %.3e )\n", i, i, d, m, m - d);
     }
 }
 
 // Panel I is in its file: everything up to the first panel that is not is reported in order, and
 // what no later panel reads is freed.
-void LdlFactor::report_stored(std::int32_t I) {
+void SkylineFactor::report_stored(std::int32_t I) {
     Progress& p = *progress_;
     std::lock_guard hold(p.report_lock);
     p.stored[static_cast<std::size_t>(I)] = 1;
@@ -177,26 +198,23 @@ void LdlFactor::report_stored(std::int32_t I) {
         panels_.give_back(p.freed++);
 }
 
-FactorStatus LdlFactor::factor_ldl(const SparseKM& km, std::span<const double> values) {
-    const auto clock_start = std::chrono::steady_clock::now();
+FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> values, Kind kind) {
     const std::int32_t n = profile_.rows();
-    console::print("my_LDLsky_HD_Ksky\n");
-    console::print("  LDL K_sparse\n");
-    console::print("    Ls_num=%lld\n", static_cast<long long>(profile_.Ls_num));
-    console::print("    temp_L[%lld]\n", static_cast<long long>(divisions_.div_profile[divisions_.count() > 1 ? 2 : 1]));
     use_serial_blas();
     files_.remove_old();
+    kind_ = kind;
     D_.assign(static_cast<std::size_t>(n), 0.0);
     negative_pivots_ = 0;
     progress_ = std::make_shared<Progress>(grid_.panels());
+    for (std::int32_t i = 0; i < n; ++i) progress_->diagonal.push_back(values[static_cast<std::size_t>(km.diag_pos[static_cast<std::size_t>(i)])]);
     const std::int64_t largest = grid_.largest_panel();
     panels_ = PanelStore(grid_, spilled());
 
 #pragma omp parallel num_threads(options_.threads)
     {
         Progress& p = *progress_;
-        const Block G = allocate_block(largest);
-        if (!G) p.fail(FactorStatus::out_of_memory);
+        const Block own = kind == Kind::ldl ? allocate_block(largest) : nullptr;
+        if (kind == Kind::ldl && !own) p.fail(FactorStatus::out_of_memory);
         while (!p.stop.load(std::memory_order_relaxed)) {
             const std::int32_t I = p.next.fetch_add(1);
             if (I >= grid_.panels()) break;
@@ -205,8 +223,9 @@ FactorStatus LdlFactor::factor_ldl(const SparseKM& km, std::span<const double> v
                 p.fail(FactorStatus::out_of_memory);
                 break;
             }
-            load_panel_of_matrix(km, values, I, G.get());
-            factor_panel(I, G.get(), L);
+            double* G = kind == Kind::ldl ? own.get() : L;
+            load_panel_of_matrix(km, values, I, G);
+            factor_panel(I, G, L);
             if (p.stop.load(std::memory_order_relaxed)) break;
             p.done[static_cast<std::size_t>(I)].store(true, std::memory_order_release);
             if (!store_panel(I, L)) {
@@ -230,14 +249,50 @@ FactorStatus LdlFactor::factor_ldl(const SparseKM& km, std::span<const double> v
         return status == FactorStatus::ok ? FactorStatus::write_failed : status;
     }
     if (spilled()) panels_ = {};
+    return FactorStatus::ok;
+}
+
+FactorStatus SkylineFactor::factor_ldl(const SparseKM& km, std::span<const double> values) {
+    const auto clock_start = std::chrono::steady_clock::now();
+    console::print("my_LDLsky_HD_Ksky\n");
+    console::print("  LDL K_sparse\n");
+    console::print("    Ls_num=%lld\n", static_cast<long long>(profile_.Ls_num));
+    console::print("    temp_L[%lld]\n", static_cast<long long>(divisions_.div_profile[divisions_.count() > 1 ? 2 : 1]));
+    const FactorStatus status = factor(km, values, Kind::ldl);
+    if (status != FactorStatus::ok) return status;
     console::print("   LDL K_sparse complete\n");
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - clock_start;
     console::print("   %lf[s]\n", seconds.count());
     return FactorStatus::ok;
 }
 
+FactorStatus SkylineFactor::factor_ww(const SparseKM& km, std::span<const double> values) {
+    console::print("my_WWsky_HD_Msky\n");
+    console::print("  WW M_sparse\n");
+    console::print("    Ws_num=%lld\n", static_cast<long long>(profile_.Ls_num));
+    const FactorStatus status = factor(km, values, Kind::ww);
+    if (status != FactorStatus::ok) return status;
+    console::print("   WW M_sparse complete\n");
+    check_rows_of_w(km, values);
+    return FactorStatus::ok;
+}
+
+// m_ii = Σ w_ij² must have come out; it does not where a negative value was replaced by its size.
+void SkylineFactor::check_rows_of_w(const SparseKM& km, std::span<const double> values) {
+    constexpr double tolerance = 1e-6;
+    Block buffer = spilled() ? allocate_block(grid_.largest_panel()) : nullptr;
+    for (std::int32_t I = 0; I < grid_.panels(); ++I) {
+        const double* W = fetch_panel(I, buffer);
+        for (std::int32_t i = grid_.row_begin(I); W && i < grid_.row_end(I); ++i) {
+            double m = values[static_cast<std::size_t>(km.diag_pos[static_cast<std::size_t>(i)])];
+            for (std::int32_t j = profile_.first_column(i); j <= i; ++j) m -= W[grid_.at(I, i, j)] * W[grid_.at(I, i, j)];
+            if (std::abs(m) >= tolerance) console::print("[M] is not positive define at %dth row\n", i);
+        }
+    }
+}
+
 // Panel I of L: as it lies in memory, or read into `buffer`; null when it cannot be read.
-const double* LdlFactor::fetch_panel(std::int32_t I, Block& buffer) {
+const double* SkylineFactor::fetch_panel(std::int32_t I, Block& buffer) {
     if (!spilled()) return panels_.panel(I);
     if (!buffer) return nullptr;
     std::memset(buffer.get(), 0, static_cast<std::size_t>(grid_.doubles(I)) * sizeof(double));
@@ -251,46 +306,115 @@ const double* LdlFactor::fetch_panel(std::int32_t I, Block& buffer) {
     return buffer.get();
 }
 
-bool LdlFactor::solve_ldl(std::span<double> x, std::int32_t k) {
-    const std::int32_t n = profile_.rows();
-    Block buffer = spilled() ? allocate_block(grid_.largest_panel()) : nullptr;
-    if (spilled() && !buffer) error_ = "not enough memory to read the factor";
+// Right-hand sides are taken in groups of this many columns, whatever the number of threads.
+constexpr std::int32_t group_columns = 8;
+
+template <typename Step>
+bool SkylineFactor::sweep(Direction direction, std::int32_t k, const Step& step) {
     use_serial_blas();
-    auto panel_step = [&](std::int32_t I, bool forward) {
-        const double* L = fetch_panel(I, buffer);
-        if (!L) return false;
-        const std::int32_t ld = grid_.ld[static_cast<std::size_t>(I)], rows = grid_.rows(I);
-        const std::int32_t first = grid_.first_col[static_cast<std::size_t>(I)], width = grid_.row_begin(I) - first;
-        const double* triangle = L + width;
-        double* own = x.data() + grid_.row_begin(I);
-        double* before = x.data() + first;
-        // the row-major panel is, column-major, its transpose: P = Lᵀ (width × rows)
-        if (forward) {
-            if (k == 1) cblas_dgemv(CblasColMajor, CblasTrans, width, rows, -1.0, L, ld, before, 1, 1.0, own, 1);
-            else cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, rows, k, width, -1.0, L, ld, before, n, 1.0, own, n);
-        }
-        if (k == 1)
-            cblas_dtrsv(CblasColMajor, CblasUpper, forward ? CblasTrans : CblasNoTrans, CblasUnit, rows, triangle, ld, own, 1);
-        else
-            cblas_dtrsm(CblasColMajor, CblasLeft, CblasUpper, forward ? CblasTrans : CblasNoTrans, CblasUnit, rows, k, 1.0,
-                        triangle, ld, own, n);
-        if (!forward) {
-            if (k == 1) cblas_dgemv(CblasColMajor, CblasNoTrans, width, rows, -1.0, L, ld, own, 1, 1.0, before, 1);
-            else cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, width, k, rows, -1.0, L, ld, own, n, 1.0, before, n);
+    const std::int32_t panels = grid_.panels(), groups = (k + group_columns - 1) / group_columns;
+    auto panel_at = [&](std::int32_t s) { return direction == Direction::forward ? s : panels - 1 - s; };
+    auto columns = [&](std::int32_t g) { return std::min(group_columns, k - g * group_columns); };
+    if (spilled()) {
+        Block buffer = allocate_block(grid_.largest_panel());
+        if (!buffer) error_ = "not enough memory to read the factor";
+        for (std::int32_t s = 0; s < panels; ++s) {
+            const double* L = fetch_panel(panel_at(s), buffer);
+            if (!L) return false;
+            for (std::int32_t g = 0; g < groups; ++g) step(panel_at(s), L, g * group_columns, columns(g));
         }
         return true;
-    };
-    for (std::int32_t I = 0; I < grid_.panels(); ++I)
-        if (!panel_step(I, true)) return false;
-    for (std::int32_t c = 0; c < k; ++c)
-        for (std::int32_t i = 0; i < n; ++i)
-            x[static_cast<std::size_t>(c) * static_cast<std::size_t>(n) + static_cast<std::size_t>(i)] /= D_[static_cast<std::size_t>(i)];
-    for (std::int32_t I = grid_.panels() - 1; I >= 0; --I)
-        if (!panel_step(I, false)) return false;
+    }
+#pragma omp parallel for schedule(static, 1) num_threads(std::min(options_.threads, groups)) if (groups > 1)
+    for (std::int32_t g = 0; g < groups; ++g)
+        for (std::int32_t s = 0; s < panels; ++s) step(panel_at(s), panels_.panel(panel_at(s)), g * group_columns, columns(g));
     return true;
 }
 
-bool LdlFactor::read_row(std::int32_t i, std::span<double> row) {
+namespace {
+
+// One panel seen column-major, where it is its transpose P = Lᵀ: `width` columns before its triangle.
+struct PanelView {
+    const double* P;
+    const double* triangle;
+    std::int32_t ld, rows, width;
+    double* own;     // the panel's rows of x
+    double* before;  // the rows its width reaches back to
+    std::int32_t n, k;
+};
+
+PanelView view(const PanelGrid& grid, std::int32_t I, const double* L, std::span<double> x, std::int32_t column, std::int32_t k) {
+    const std::int32_t first = grid.first_col[static_cast<std::size_t>(I)], width = grid.row_begin(I) - first;
+    double* at = x.data() + std::int64_t{column} * grid.n;
+    return {L, L + width, grid.ld[static_cast<std::size_t>(I)], grid.rows(I), width, at + grid.row_begin(I), at + first, grid.n, k};
+}
+
+// own += factor · L before
+void add_before(const PanelView& v, double factor, bool single) {
+    if (single) cblas_dgemv(CblasColMajor, CblasTrans, v.width, v.rows, factor, v.P, v.ld, v.before, 1, 1.0, v.own, 1);
+    else cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, v.rows, v.k, v.width, factor, v.P, v.ld, v.before, v.n, 1.0, v.own, v.n);
+}
+
+// before += factor · Lᵀ own
+void add_to_before(const PanelView& v, double factor, bool single) {
+    if (single) cblas_dgemv(CblasColMajor, CblasNoTrans, v.width, v.rows, factor, v.P, v.ld, v.own, 1, 1.0, v.before, 1);
+    else cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, v.width, v.k, v.rows, factor, v.P, v.ld, v.own, v.n, 1.0, v.before, v.n);
+}
+
+// The triangle on own: solve or multiply, with L (transposed = true in the transposed view) or Lᵀ.
+void solve_triangle(const PanelView& v, CBLAS_TRANSPOSE trans, CBLAS_DIAG diag) {
+    cblas_dtrsm(CblasColMajor, CblasLeft, CblasUpper, trans, diag, v.rows, v.k, 1.0, v.triangle, v.ld, v.own, v.n);
+}
+void multiply_triangle(const PanelView& v, CBLAS_TRANSPOSE trans) {
+    cblas_dtrmm(CblasColMajor, CblasLeft, CblasUpper, trans, CblasNonUnit, v.rows, v.k, 1.0, v.triangle, v.ld, v.own, v.n);
+}
+
+}  // namespace
+
+bool SkylineFactor::solve_ldl(std::span<double> x, std::int32_t k) {
+    const bool single = k == 1;
+    const bool forward = sweep(Direction::forward, k, [&](std::int32_t I, const double* L, std::int32_t column, std::int32_t columns) {
+        const PanelView v = view(grid_, I, L, x, column, columns);
+        add_before(v, -1.0, single);
+        solve_triangle(v, CblasTrans, CblasUnit);
+    });
+    if (!forward) return false;
+    const auto n = static_cast<std::size_t>(profile_.rows());
+    for (std::size_t c = 0; c < static_cast<std::size_t>(k); ++c)
+        for (std::size_t i = 0; i < n; ++i) x[c * n + i] /= D_[i];
+    return sweep(Direction::backward, k, [&](std::int32_t I, const double* L, std::int32_t column, std::int32_t columns) {
+        const PanelView v = view(grid_, I, L, x, column, columns);
+        solve_triangle(v, CblasNoTrans, CblasUnit);
+        add_to_before(v, -1.0, single);
+    });
+}
+
+// Rows below are done before rows above need the old values of x: backward.
+bool SkylineFactor::multiply_w(std::span<double> x, std::int32_t k) {
+    return sweep(Direction::backward, k, [&](std::int32_t I, const double* W, std::int32_t column, std::int32_t columns) {
+        const PanelView v = view(grid_, I, W, x, column, columns);
+        multiply_triangle(v, CblasTrans);
+        add_before(v, 1.0, k == 1);
+    });
+}
+
+bool SkylineFactor::multiply_wt(std::span<double> x, std::int32_t k) {
+    return sweep(Direction::forward, k, [&](std::int32_t I, const double* W, std::int32_t column, std::int32_t columns) {
+        const PanelView v = view(grid_, I, W, x, column, columns);
+        add_to_before(v, 1.0, k == 1);
+        multiply_triangle(v, CblasNoTrans);
+    });
+}
+
+bool SkylineFactor::solve_wt(std::span<double> x, std::int32_t k) {
+    return sweep(Direction::backward, k, [&](std::int32_t I, const double* W, std::int32_t column, std::int32_t columns) {
+        const PanelView v = view(grid_, I, W, x, column, columns);
+        solve_triangle(v, CblasNoTrans, CblasNonUnit);
+        add_to_before(v, -1.0, k == 1);
+    });
+}
+
+bool SkylineFactor::read_row(std::int32_t i, std::span<double> row) {
     const std::int32_t I = i / grid_.nb;
     if (!spilled()) {
         const double* L = panels_.panel(I) + grid_.at(I, i, profile_.first_column(i));

@@ -1,10 +1,10 @@
-// LDLᵀ factorization of a sparse symmetric matrix on its skyline profile, written to division
-// files as it proceeds, and solves with the factor.
+// LDLᵀ and WWᵀ (Cholesky) factorization of a sparse symmetric matrix on its skyline profile, written
+// to division files as it proceeds, and solves and products with the factor.
 //
 // The factor is computed panel by panel, left-looking (George and Liu, 1981, ch. 4; Dongarra, Du
 // Croz, Hammarling and Duff, 1990, for the blocks): with G = L·D of the panel's own rows,
 //   G(I,J) L(J,J)ᵀ = A(I,J) - Σ_k<J G(I,k) L(J,k)ᵀ,   L(I,J) = G(I,J) D(J)⁻¹.
-// Threads take panels in turn; panel I waits for panel J only when it reaches column J.
+// For W the rows themselves take the place of G. Threads take panels in turn; panel I waits for panel J only when it reaches column J.
 #pragma once
 
 #include <cstdint>
@@ -29,20 +29,31 @@ struct FactorOptions {
     const char* file_stem = "Ltemp";
 };
 
-// A factor L D Lᵀ: D in memory, the rows of L in memory (one division) or in the division files.
-class LdlFactor {
+// A factor L D Lᵀ or W Wᵀ: D in memory, the rows of L or W in memory (one division) or in the division
+// files.
+class SkylineFactor {
 public:
     // Both tables are kept by the object.
-    LdlFactor(Profile profile, Divisions divisions, FactorOptions options);
+    SkylineFactor(Profile profile, Divisions divisions, FactorOptions options);
 
     // Factors the matrix `values` on km's pattern (the pattern the profile was made from). Prints the
     // progress lines, "Warning   D[%d]:%.3e\n" for negative pivots. On failure error() says why and
     // the factor cannot be used.
     FactorStatus factor_ldl(const SparseKM& km, std::span<const double> values);
 
-    // Solves in place for k right-hand sides: x is n × k, column after column. False when a division
-    // file cannot be read (error() says why).
+    // Cholesky: w_ij in place of l_ij, w_ii = √v in the diagonal slot, D()[i] = v. A negative v is told
+    // ("[M] is not positive define at %dth row\n") and its size taken; at the end every row is checked.
+    FactorStatus factor_ww(const SparseKM& km, std::span<const double> values);
+
+    // Solves L D Lᵀ x = b in place for k right-hand sides: x is n × k, column after column. The
+    // columns are taken in fixed groups, so that the threads do not show in the result. False when a
+    // division file cannot be read (error() says why), as below.
     bool solve_ldl(std::span<double> x, std::int32_t k = 1);
+
+    // With the factor W, in place, k columns as above: x = W x, x = Wᵀ x, and the solution of Wᵀ x = b.
+    bool multiply_w(std::span<double> x, std::int32_t k = 1);
+    bool multiply_wt(std::span<double> x, std::int32_t k = 1);
+    bool solve_wt(std::span<double> x, std::int32_t k = 1);
 
     const Profile& profile() const { return profile_; }
     const Divisions& divisions() const { return divisions_; }
@@ -57,6 +68,14 @@ public:
 private:
 
     bool spilled() const { return divisions_.count() > 1; }
+    enum class Kind { ldl, ww };
+    enum class Direction { forward, backward };
+    FactorStatus factor(const SparseKM& km, std::span<const double> values, Kind kind);
+    void factor_strip(std::int32_t columns, std::int32_t row, double* g, double* l, std::int32_t ld);
+    void check_rows_of_w(const SparseKM& km, std::span<const double> values);
+    // Calls step(I, panel, columns' group) for every panel in the direction given.
+    template <typename Step>
+    bool sweep(Direction direction, std::int32_t k, const Step& step);
     void load_panel_of_matrix(const SparseKM& km, std::span<const double> values, std::int32_t I, double* G) const;
     void factor_panel(std::int32_t I, double* G, double* L);
     void factor_diagonal_block(std::int32_t I, double* G, double* L);
@@ -71,6 +90,7 @@ private:
     FactorOptions options_;
     PanelGrid grid_;
     FactorFiles files_;
+    Kind kind_ = Kind::ldl;
     std::vector<double> D_;
     PanelStore panels_;  // L: all panels, or those in reach of a spilled factor
     std::int64_t negative_pivots_ = 0;

@@ -59,7 +59,7 @@ Divisions cut(const Profile& profile, const std::vector<std::int32_t>& rows) {
 }
 
 // ‖A - LDLᵀ‖ / ‖A‖, Frobenius, from the rows of the factor.
-double residual(const SparseKM& km, LdlFactor& factor) {
+double residual(const SparseKM& km, SkylineFactor& factor) {
     const auto n = static_cast<std::size_t>(km.rows());
     std::vector<std::vector<double>> L(n, std::vector<double>(n, 0.0));
     for (std::size_t i = 0; i < n; ++i) {
@@ -115,7 +115,7 @@ TEST_P(Factor, IsExactAndTheSameInOneDivisionAndManyOnOneThreadAndTwo) {
     std::string bytes;
     std::vector<double> solution, pivots;
     auto run = [&](const Divisions& divisions, int threads) {
-        LdlFactor factor(profile, divisions, {.threads = threads});
+        SkylineFactor factor(profile, divisions, {.threads = threads});
         ASSERT_EQ(factor.factor_ldl(km, km.K_value), FactorStatus::ok) << factor.error();
         EXPECT_LT(residual(km, factor), 1e-14 * n);
         std::vector<double> x = right_hand_sides(n, 3);
@@ -163,13 +163,13 @@ TEST(FactorFilesTest, AFailedWriteEndsTheFactorizationWithItsReason) {
         const TempFolder folder;
         if (folder_missing) std::filesystem::remove(folder.path() / "log");
         else std::filesystem::create_directory(folder.path() / "log" / "Ltemp_1.txt");  // a name that is taken
-        LdlFactor factor(profile, cut(profile, {0, 150, 300}), {.threads = 2});
+        SkylineFactor factor(profile, cut(profile, {0, 150, 300}), {.threads = 2});
         EXPECT_EQ(factor.factor_ldl(km, km.K_value), FactorStatus::write_failed);
         EXPECT_NE(factor.error().find("Ltemp_"), std::string::npos) << factor.error();
     }
     // a file cut behind the factor's back is told when it is read
     const TempFolder folder;
-    LdlFactor factor(profile, cut(profile, {0, 150, 300}), {.threads = 1});
+    SkylineFactor factor(profile, cut(profile, {0, 150, 300}), {.threads = 1});
     ASSERT_EQ(factor.factor_ldl(km, km.K_value), FactorStatus::ok);
     std::filesystem::resize_file(folder.path() / "log" / "Ltemp_0.txt", 100);
     std::vector<double> x(300, 1.0);
@@ -183,7 +183,7 @@ TEST(FactorFilesTest, FilesOfAnEarlierRunThatThisOneDoesNotWriteAreRemoved) {
     for (const char* name : {"log/Ltemp_2.txt", "log/Ltemp_17.txt", "log/Ltemp_x.txt", "log/Wtemp_3.txt"}) folder.write(name, "old");
     const SparseKM km = random_matrix(100, 10, 0.5, 2);
     const Profile profile = make_profile(km);
-    LdlFactor factor(profile, cut(profile, {0, 60, 100}), {.threads = 1});
+    SkylineFactor factor(profile, cut(profile, {0, 60, 100}), {.threads = 1});
     ASSERT_EQ(factor.factor_ldl(km, km.K_value), FactorStatus::ok);
     std::vector<std::string> left;
     for (const auto& entry : std::filesystem::directory_iterator(folder.path() / "log")) left.push_back(entry.path().filename());
@@ -197,11 +197,61 @@ TEST(FactorFilesTest, NegativePivotsAreTold) {
     SparseKM km = random_matrix(5, 1, 1, 3);
     km.K_value = {2, -3, 4, 5, -6};
     const Profile profile = make_profile(km);
-    LdlFactor factor(profile, cut(profile, {0, 5}), {.threads = 1});
+    SkylineFactor factor(profile, cut(profile, {0, 5}), {.threads = 1});
     ASSERT_EQ(factor.factor_ldl(km, km.K_value), FactorStatus::ok);
     EXPECT_NE(captured.lines.find("Warning   D[1]:-3.000e+00\n"), std::string::npos);
     EXPECT_NE(captured.lines.find("Warning   D[4]:-6.000e+00\n"), std::string::npos);
     EXPECT_EQ(factor.negative_pivots(), 2);
+}
+
+// W Wᵀ = M: products and solves with W against products with M.
+TEST(CholeskyFactor, MultipliesAndSolvesAsTheMatrixDoes) {
+    const console::Capture quiet;
+    const TempFolder folder;
+    SparseKM km = random_matrix(400, 70, 0.2, 9);
+    for (std::int64_t at : km.diag_pos) km.K_value[static_cast<std::size_t>(at)] = std::abs(km.K_value[static_cast<std::size_t>(at)]);
+    const Profile profile = make_profile(km);
+    std::vector<double> first;
+    for (const auto& rows : {std::vector<std::int32_t>{0, 400}, {0, 150, 399, 400}})
+        for (int threads : {1, 2}) {
+            SkylineFactor W(profile, cut(profile, rows), {.threads = threads, .file_stem = "Wtemp"});
+            ASSERT_EQ(W.factor_ww(km, km.K_value), FactorStatus::ok) << W.error();
+            EXPECT_EQ(W.negative_pivots(), 0);
+            EXPECT_TRUE(std::filesystem::exists(folder.path() / "log" / "Wtemp_0.txt"));
+            for (int k : {1, 3, 20}) {
+                const std::vector<double> x = right_hand_sides(400, k);
+                std::vector<double> y = x, product(x.size());
+                ASSERT_TRUE(W.multiply_wt(y, k));
+                std::vector<double> back = y;
+                ASSERT_TRUE(W.solve_wt(back, k));
+                ASSERT_TRUE(W.multiply_w(y, k));
+                for (std::size_t c = 0; c < static_cast<std::size_t>(k); ++c)
+                    multiply(km, km.K_value, std::span(x).subspan(400 * c, 400), std::span(product).subspan(400 * c, 400));
+                for (std::size_t i = 0; i < x.size(); ++i) {
+                    ASSERT_NEAR(y[i], product[i], 1e-11);
+                    ASSERT_NEAR(back[i], x[i], 1e-11);
+                }
+                if (k == 20) {
+                    if (first.empty()) first = back;
+                    EXPECT_TRUE(back == first) << threads << " threads, " << rows.size() - 1 << " divisions";
+                }
+            }
+        }
+}
+
+TEST(CholeskyFactor, TellsAMatrixThatIsNotPositiveDefinite) {
+    console::Capture captured;
+    const TempFolder folder;
+    SparseKM km = random_matrix(4, 1, 1, 3);
+    km.K_value = {4, -9, 1, 16};
+    const Profile profile = make_profile(km);
+    SkylineFactor W(profile, cut(profile, {0, 4}), {.file_stem = "Wtemp"});
+    ASSERT_EQ(W.factor_ww(km, km.K_value), FactorStatus::ok);
+    EXPECT_NE(captured.lines.find("[M] is not positive define at 1th row\n  W[1][1]^2: -9.000e+00 = sqrt( -9.000e+00 - 0.000e+00 )\n"), std::string::npos) << captured.lines;
+    EXPECT_TRUE(captured.lines.ends_with("   WW M_sparse complete\n[M] is not positive define at 1th row\n")) << captured.lines;
+    double w;
+    ASSERT_TRUE(W.read_row(1, std::span(&w, 1)));
+    EXPECT_EQ(w, 3);
 }
 
 TEST(Divisions, FollowTheBudgetAndTheBand) {

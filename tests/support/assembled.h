@@ -77,7 +77,7 @@ inline Solution solve(const Problem& problem) {
     }
     eliminate_fixed(map, km);
     const Profile profile = make_profile(km);
-    LdlFactor factor(profile, plan_divisions(profile, 1e9, 1, profile.max_height), {.threads = 2});
+    SkylineFactor factor(profile, plan_divisions(profile, 1e9, 1, profile.max_height), {.threads = 2});
     if (factor.factor_ldl(km, km.K_value) != FactorStatus::ok || !factor.solve_ldl(rhs)) {
         out.u.assign(dofs, std::nan(""));
         return out;
