@@ -1,5 +1,6 @@
 #include "analysis/analysis_table.h"
 
+#include "analysis/eigen_driver.h"
 #include "analysis/linear_driver.h"
 
 namespace kestralum {
@@ -7,6 +8,8 @@ namespace kestralum {
 std::span<const AnalysisEntry> analysis_table() {
     static constexpr AnalysisEntry table[] = {
         {"static", "&Static", AnalysisType::linear_static, exec_static},
+        {"eigen-subspace", "&Eigen(Subspace)", AnalysisType::eigen, exec_eigen_subspace},
+        {"eigen-lanczos", "&Eigen(Lanczos)", AnalysisType::eigen, exec_eigen_lanczos},
     };
     return table;
 }

@@ -91,12 +91,13 @@ bool assemble(const ModelStore& store, const Settings& settings, LinearSystem& s
     return true;
 }
 
-void print_sizes(const ModelStore& store, const SparseKM& km) {
+void print_sizes(const ModelStore& store, const SparseKM& km, RunReport& report) {
     console::print("fn=%d,diag_num=%d\n", store.fn_free, store.diag_num);
     console::print("fn_free=%d\n", 3 * store.mesh.node_num());
     double mass = 0;
     for (double m : km.M_value) mass += m;
     console::print("Mass total=%e[kg]\n", mass / 3.0);
+    report.total_mass = mass / 3.0;
     console::print(" Ls_num=%lld\n", static_cast<long long>(profile_size(km)));
     console::print(" K_num2=%lld\n", static_cast<long long>(km.entries()));
     console::print(" [K]memory size=%10.1f[MB]\n", static_cast<double>(km.entries()) * 8 / 1000000);
@@ -124,7 +125,7 @@ bool build_linear_system(ModelStore& store, const Settings& settings, LinearSyst
     }
     system.elasticity = build_elasticity(store.materials);
     if (!assemble(store, settings, system, report)) return false;
-    print_sizes(store, system.km);
+    print_sizes(store, system.km, report);
     if (!store.boundary_conditions.empty() || hanging > 0) eliminate_fixed(system.numbering.dof_map, system.km);
     console::print("K,M sparse complete\n");
     report.free_dofs = true_free;

@@ -49,6 +49,14 @@ void StageClock::end() {
     current_.clear();
 }
 
+double StageClock::rename_last(const char* name) {
+    if (current_.empty()) return 0;
+    current_ = name;
+    const double before = stage(name).seconds;
+    end();
+    return stage(name).seconds - before;
+}
+
 void StageClock::add(const char* name, double seconds) {
     Stage& known = stage(name);
     known.seconds += seconds;

@@ -35,6 +35,8 @@ public:
     void add(const char* name, double seconds);
     void add(const Stage& stage);
     const std::vector<Stage>& stages() const { return stages_; }
+    // Ends the stage under way, booked under another name; returns its seconds.
+    double rename_last(const char* name);
 
 private:
     Stage& stage(const char* name);
@@ -49,10 +51,20 @@ struct NodeValue {
     std::array<double, 3> place{};
 };
 
+struct ModeReport {
+    double lambda = 0;     // rad²/s²
+    double frequency = 0;  // Hz
+    double residual = 0;   // ‖Kφ - λMφ‖ / ‖(K + λ₁M)φ‖, λ₁ the first elastic one
+    bool zero = false;     // |λ| < 1e-6 λ₁
+    std::array<double, 3> effective_mass{};  // kg per direction
+};
+
 struct RunReport {
     RunStatus status = RunStatus::done;
     Remarks remarks;  // errors: why the status is not `done`; notices: what the user should know
     StageClock clock;
+
+    double total_mass = 0;  // kg, fixed nodes included
 
     // static analysis
     NodeValue largest_displacement;  // m
@@ -60,6 +72,15 @@ struct RunReport {
     std::array<double, 3> applied{}, reaction{};  // N
     double residual = 0;             // ‖Ku - F‖ / ‖F‖
     std::int64_t free_dofs = 0, factor_entries = 0, negative_pivots = 0;
+
+    // eigen analysis
+    std::vector<ModeReport> modes;
+    double check_frequency = 0;      // Hz: the completeness check's shift, 0 = no check was possible
+    std::int64_t modes_found = 0, modes_counted = 0;  // below it
+    double check_seconds = 0;
+    std::int64_t factorizations = 0, solved_columns = 0, rounds = 0;
+
+    bool has_results() const { return largest_displacement.node > 0 || !modes.empty(); }
 
     RunReport& fail(RunStatus why, std::string text) {
         status = why;

@@ -1,6 +1,7 @@
 // kestralum-batch: the program on a command line.
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,6 +17,7 @@
 #include "model/console.h"
 #include "model/paths.h"
 #include "model/settings.h"
+#include "results/result_file.h"
 #include "results/vtu_file.h"
 
 namespace {
@@ -44,36 +46,41 @@ bool lock_log_directory() {
     return true;
 }
 
+// Tells a file from the one that replaces it; 0 where there is none.
+std::uint64_t file_identity(const std::string& stored_name) {
+    struct stat status {};
+    return ::stat(paths::to_platform(stored_name).c_str(), &status) == 0 ? status.st_ino : 0;
+}
+
 ExitStatus run_analysis(const BatchOptions& options, const ModelReadReport& model, const AnalysisInfoReport& control) {
+    StageClock clock;  // reading and meshing first: the peak of memory is theirs until the analysis begins
+    clock.add("read", model.read_seconds);
+    clock.add("mesh", model.mesh_seconds);
+    const std::string target = result_file_name(model_store());
+    const std::uint64_t earlier = file_identity(target);
     RunReport report = find_analysis(options.command)->run();
-    RunReport whole = report;
-    whole.clock = {};
-    whole.clock.add("read", model.read_seconds);
-    whole.clock.add("mesh", model.mesh_seconds);
-    for (const Stage& stage : report.clock.stages()) whole.clock.add(stage);
-    std::string vtu;
-    if (options.vtu && report.largest_displacement.node > 0) {
-        vtu = vtu_file_name(model_store());
-        if (!write_vtu(model_store())) {
-            vtu.clear();
-            whole.fail(RunStatus::failed, "the file for ParaView cannot be written");
-        }
+    for (const Stage& stage : report.clock.stages()) clock.add(stage);
+    report.clock = clock;
+    const std::uint64_t now = file_identity(target);
+    const bool computed = report.has_results();
+    WrittenFiles files;
+    if (computed && now != 0 && now != earlier) files.results = target;
+    if (computed && options.vtu) {
+        if (write_vtu(model_store())) files.vtu = vtu_file_name(model_store());
+        else report.fail(RunStatus::failed, "the file for ParaView cannot be written");
     }
     print_input_summary(model, control);
-    print_run_summary(model_store(), whole, vtu);
-    for (const std::string& error : whole.remarks.errors) console::error("%s", error.c_str());
-    if (whole.status == RunStatus::done) return exit_done;
-    return whole.status == RunStatus::bad_input ? exit_bad_input : exit_incomplete;
+    print_run_summary(model_store(), report, files);
+    for (const std::string& error : report.remarks.errors) console::error("%s", error.c_str());
+    if (report.status == RunStatus::done) return exit_done;
+    return report.status == RunStatus::bad_input ? exit_bad_input : exit_incomplete;
 }
 
 ExitStatus run(const BatchOptions& options) {
     console::set_lines_enabled(!options.quiet);
     paths::set_log_directory(options.log_directory);
     if (options.command != "check" && !lock_log_directory()) return exit_bad_input;
-    if (read_setting_file(options.setting_file) == SettingsStatus::missing) {
-        console::error("the settings file %s cannot be read", options.setting_file.c_str());
-        return exit_bad_input;
-    }
+    if (read_setting_file(options.setting_file) == SettingsStatus::missing) return exit_bad_input;
     init_model_defaults();
     model_store().model_file_name = options.model_file;
     if (options.command == "check") console::set_lines_enabled(false);

@@ -5,7 +5,6 @@
 #include "elements/element_type.h"
 #include "model/console.h"
 #include "model/paths.h"
-#include "results/result_file.h"
 
 namespace kestralum {
 
@@ -36,6 +35,24 @@ void print_stages(const RunReport& report) {
     summary("%-10s %10.3f\n", "total", total);
 }
 
+void print_modes(const RunReport& report) {
+    summary("%-6s %14s %10s   %s\n", "mode", "frequency [Hz]", "residual", "effective mass x y z [kg] and its share so far [%]");
+    std::array<double, 3> sum{};
+    for (std::size_t j = 0; j < report.modes.size(); ++j) {
+        const ModeReport& mode = report.modes[j];
+        summary("%-6zu %14.6f %10.1e  ", j + 1, mode.frequency, mode.residual);
+        for (std::size_t c = 0; c < 3; ++c) {
+            sum[c] += mode.effective_mass[c];
+            summary(" %10.4g (%5.1f)", mode.effective_mass[c], 100 * sum[c] / report.total_mass);
+        }
+        summary("%s\n", mode.zero ? "  zero mode" : "");
+    }
+    if (report.check_frequency > 0)
+        summary("modes below %.6g Hz: %lld found, %lld counted\n", report.check_frequency, static_cast<long long>(report.modes_found),
+                static_cast<long long>(report.modes_counted));
+    summary("%-22s %lld factorizations, %lld right-hand sides solved\n", "work", static_cast<long long>(report.factorizations), static_cast<long long>(report.solved_columns));
+}
+
 }  // namespace
 
 void print_input_summary(const ModelReadReport& model, const AnalysisInfoReport& control) {
@@ -46,7 +63,7 @@ void print_input_summary(const ModelReadReport& model, const AnalysisInfoReport&
         print_end_token("control file", control.ended_at_end, control.end_token, control.end_token_number);
 }
 
-void print_run_summary(const ModelStore& store, const RunReport& report, std::string_view vtu_file) {
+void print_run_summary(const ModelStore& store, const RunReport& report, const WrittenFiles& files) {
     print_notices(report.remarks);
     if (report.largest_displacement.node > 0) {
         summary("%-22s %lld free of %d degrees of freedom, %d elements, factor of %lld entries\n", "size",
@@ -57,10 +74,11 @@ void print_run_summary(const ModelStore& store, const RunReport& report, std::st
         summary("%-22s %.6e %.6e %.6e N\n", "reactions", report.reaction[0], report.reaction[1], report.reaction[2]);
         summary("%-22s %.3e\n", "residual |Ku-F|/|F|", report.residual);
     }
+    if (!report.modes.empty()) print_modes(report);
     if (report.negative_pivots > 0) summary("%-22s %lld\n", "negative pivots", static_cast<long long>(report.negative_pivots));
     print_stages(report);
-    if (report.largest_displacement.node > 0) summary("results                %s\n", paths::to_platform(result_file_name(store)).c_str());
-    if (!vtu_file.empty()) summary("for ParaView           %s\n", paths::to_platform(vtu_file).c_str());
+    if (!files.results.empty()) summary("%-22s %s\n", "results", paths::to_platform(files.results).c_str());
+    if (!files.vtu.empty()) summary("%-22s %s\n", "for ParaView", paths::to_platform(files.vtu).c_str());
 }
 
 void print_check(const ModelStore& store, const ModelCheck& check) {

@@ -1,6 +1,8 @@
 // What the batch command prints when it ends.
 #pragma once
 
+#include <string>
+
 #include "analysis/model_check.h"
 #include "analysis/run_report.h"
 #include "input/analysis_info_reader.h"
@@ -12,8 +14,13 @@ namespace kestralum {
 // Remarks of reading and control file: notices, and the token where the reading ended when it was not END.
 void print_input_summary(const ModelReadReport& model, const AnalysisInfoReport& control);
 
-// Results, balance and stage table of an analysis. `vtu_file` is empty where none was written.
-void print_run_summary(const ModelStore& store, const RunReport& report, std::string_view vtu_file);
+// What this run has written, as stored names; empty where it was not.
+struct WrittenFiles {
+    std::string results, vtu;
+};
+
+// Results, balance and stage table of an analysis, and where its files lie.
+void print_run_summary(const ModelStore& store, const RunReport& report, const WrittenFiles& files);
 
 void print_check(const ModelStore& store, const ModelCheck& check);
 

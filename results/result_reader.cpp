@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 #include <iostream>
 
 #include "model/console.h"
@@ -49,6 +50,7 @@ private:
         if (pending_.empty()) {
             tokens_.next();
             pending_ = tokens_.next();
+            if (pending_.empty()) return fail(console::format("the section %s", keyword).c_str());
         }
         if (echo) console::print("str=%.*s\n", static_cast<int>(pending_.size()), pending_.data());
         if (pending_ != keyword) {
@@ -72,6 +74,13 @@ private:
         if (!value) fail("a number");
         return value.value_or(0);
     }
+    // A place: the view cannot draw what is nowhere.
+    void finite_reals(std::span<double> values) {
+        for (double& v : values) {
+            v = real();
+            if (ok() && !std::isfinite(v)) fail("a finite number");
+        }
+    }
     std::string word() {
         if (!ok()) return {};
         const std::string_view token = tokens_.next();
@@ -93,7 +102,7 @@ private:
         if (section("Node")) {
             mesh.coordinates.resize(3 * count(3));
             console::print("%s:%d\n", "Node", mesh.node_num());
-            reals(mesh.coordinates);
+            finite_reals(mesh.coordinates);
         }
         mesh.dof_num = 3 * mesh.node_num();
         if (section("Element_type")) mesh.element_type = static_cast<ElementKind>(integer());
@@ -111,26 +120,30 @@ private:
     void read_held_results(ModelStore& store) {
         Results& results = store.results;
         std::size_t modes = 1;
-        const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
+        auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
         if (section("mode_num")) {
-            modes = count(static_cast<std::int64_t>(std::max<std::size_t>(dofs, 1)));
+            modes = count(1);
             if (ok() && modes < 1) fail("at least one mode");
             console::print("%zu\n,", modes);
         }
         if (!ok()) return;
-        if (static_cast<std::int64_t>(modes * dofs) > 2 * tokens_.most_tokens_left()) {
-            fail("vectors that the file can hold");
-            return;
-        }
-        results.resize(static_cast<std::int32_t>(modes), store.mesh.dof_num);
+        std::vector<double> n_freq(modes);
         if (section("n_freq", true))
             for (std::size_t k = 0; k < modes && ok(); ++k) {
-                results.n_freq[k] = real();
-                console::print("%d,%f\n", results.frame_vector[k], results.n_freq[k]);
+                n_freq[k] = real();
+                console::print("%zu,%f\n", k, n_freq[k]);
             }
-        if (section("mode_vec", true))
-            for (std::size_t r = 0; r < dofs && ok(); ++r)
-                for (std::size_t k = 0; k < modes; ++k) results.mode_vec[k * dofs + r] = real();
+        const bool vectors = section("mode_vec", true);
+        if (vectors && tokens_.peek() == "%") {
+            store.mesh.dof_num = 0;  // the start-up model: nodes without degrees of freedom
+            dofs = 0;
+        }
+        if (ok() && static_cast<std::int64_t>(modes * dofs) > tokens_.most_tokens_left()) fail("vectors that the file can hold");
+        if (!ok()) return;
+        results.resize(static_cast<std::int32_t>(modes), store.mesh.dof_num);
+        results.n_freq = n_freq;
+        for (std::size_t r = 0; vectors && r < dofs && ok(); ++r)
+            for (std::size_t k = 0; k < modes; ++k) results.mode_vec[k * dofs + r] = real();
         if (section("node_stress", true))
             for (std::size_t r = 0; r < dofs && ok(); ++r)
                 for (std::size_t c = 0; c < stress_groups * modes; ++c) results.node_stress[c * dofs + r] = real();
@@ -251,7 +264,7 @@ private:
         }
         update_extent(mesh);
         if (section("size_info")) {
-            reals(mesh.size_info);
+            finite_reals(mesh.size_info);
             double longest = 0;
             for (std::size_t c = 0; c < 3; ++c) longest = std::max(longest, mesh.size_info[c + 3] - mesh.size_info[c]);
             if (longest > 0) mesh.max_length = longest;
@@ -264,6 +277,7 @@ private:
     bool check(const ModelStore& store) {
         if (store.mesh.node_num() < 1) error_ = std::string(file_name_) + ": no nodes: not a result file";
         else if (!pending_.empty()) error_ = std::string(file_name_) + ": the sections end at '" + std::string(pending_.substr(0, 60)) + "'";
+        else if (store.mesh.element_num() > 0 && store.parts.empty()) error_ = std::string(file_name_) + ": elements, but no part that they belong to";
         return ok();
     }
 
@@ -299,14 +313,17 @@ bool read_result_file(std::string_view file_name, ModelStore& store) {
 
 bool read_results() {
     ModelStore& store = model_store();
-    if (!store.result_file_known) {
-        console::print("Result File Name ?\x81\x46");
-        std::string name;
-        if (!(std::cin >> name)) return false;
-        store.result_file_name = name;
-        store.result_file_known = true;
+    if (store.result_file_known) return read_result_file(store.result_file_name, store);
+    console::print("Result File Name ?\x81\x46");
+    std::string name;
+    if (!(std::cin >> name)) {
+        console::error("no name of a result file was given");
+        return false;
     }
-    return read_result_file(store.result_file_name, store);
+    if (!read_result_file(name, store)) return false;
+    store.result_file_name = name;
+    store.result_file_known = true;
+    return true;
 }
 
 }  // namespace kestralum

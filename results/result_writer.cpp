@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 
 #include "model/console.h"
@@ -189,7 +191,7 @@ bool write_results(const ModelStore& store, Publish publish, int threads) {
         return false;
     }
     if (publish == Publish::now && std::rename(held_path.c_str(), target_path.c_str()) != 0) {
-        console::error("%s cannot take its name", target.c_str());
+        console::error("%s cannot be written: %s", target.c_str(), std::strerror(errno));
         std::remove(held_path.c_str());
         return false;
     }

@@ -1,7 +1,9 @@
 #include "results/vtu_file.h"
 
 #include <bit>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <span>
 #include <vector>
 
@@ -61,28 +63,41 @@ Cells make_cells(const ModelStore& store) {
     return cells;
 }
 
-// Six components per node from two groups of three.
-std::vector<double> six_components(const ModelStore& store, std::size_t first_group) {
-    const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
-    const double* a = store.results.node_stress.data() + first_group * dofs;
+// Six components per node from two groups of three of one mode's stresses.
+std::vector<double> six_components(const double* group, std::size_t dofs) {
     std::vector<double> out(2 * dofs);
     for (std::size_t n = 0; n < dofs / 3; ++n)
         for (std::size_t c = 0; c < 3; ++c) {
-            out[6 * n + c] = a[3 * n + c];
-            out[6 * n + 3 + c] = a[dofs + 3 * n + c];
+            out[6 * n + c] = group[3 * n + c];
+            out[6 * n + 3 + c] = group[dofs + 3 * n + c];
         }
     return out;
 }
 
-std::vector<Array> point_arrays(const ModelStore& store) {
+// The fields of one frame; `suffix` tells it from the others.
+void add_frame(const ModelStore& store, std::size_t frame, const std::string& suffix, std::vector<Array>& arrays) {
     const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
-    const auto row = static_cast<std::size_t>(store.results.frame_vector.front());
-    const std::vector<double> stress = six_components(store, 0), strain = six_components(store, 2);
+    const auto row = static_cast<std::size_t>(store.results.frame_vector[frame]);
+    const double* stress = store.results.node_stress.data() + frame * stress_groups * dofs;
     std::vector<double> mises(dofs / 3);
-    for (std::size_t n = 0; n < mises.size(); ++n) mises[n] = store.results.node_stress[4 * dofs + 3 * n];
-    return {make_array<double>("Float64", "displacement", 3, std::span(store.results.mode_vec).subspan(row * dofs, dofs)),
-            make_array<double>("Float64", "stress", 6, stress), make_array<double>("Float64", "strain", 6, strain),
-            make_array<double>("Float64", "mises", 1, mises)};
+    for (std::size_t n = 0; n < mises.size(); ++n) mises[n] = stress[4 * dofs + 3 * n];
+    arrays.push_back(make_array<double>("Float64", ("displacement" + suffix).c_str(), 3, std::span(store.results.mode_vec).subspan(row * dofs, dofs)));
+    arrays.push_back(make_array<double>("Float64", ("stress" + suffix).c_str(), 6, six_components(stress, dofs)));
+    arrays.push_back(make_array<double>("Float64", ("strain" + suffix).c_str(), 6, six_components(stress + 2 * dofs, dofs)));
+    arrays.push_back(make_array<double>("Float64", ("mises" + suffix).c_str(), 1, mises));
+}
+
+// A static analysis holds its result in frame 1; an eigen analysis has a mode in every frame.
+std::vector<Array> point_arrays(const ModelStore& store) {
+    std::vector<Array> arrays;
+    if (store.mesh.dof_num == 0) return arrays;  // the start-up model: a node without values
+    if (store.ana_type != AnalysisType::eigen) {
+        add_frame(store, 0, "", arrays);
+        return arrays;
+    }
+    for (std::size_t k = 0; k < store.results.n_freq.size(); ++k)
+        add_frame(store, k, console::format("_mode%03zu_%.6gHz", k + 1, store.results.n_freq[k]), arrays);
+    return arrays;
 }
 
 // The XML up to the appended data; every array gets its offset in order.
@@ -133,8 +148,9 @@ bool write_vtu(const ModelStore& store) {
         file.write("\n</AppendedData>\n</VTKFile>\n");
     }
     const std::string held_path = paths::to_platform(held);
-    if (!file.is_open() || !file.finish() || std::rename(held_path.c_str(), paths::to_platform(target).c_str()) != 0) {
-        console::error("%s cannot be written: %s", target.c_str(), file.error().c_str());
+    const bool whole = file.is_open() && file.finish();
+    if (!whole || std::rename(held_path.c_str(), paths::to_platform(target).c_str()) != 0) {
+        console::error("%s cannot be written: %s", target.c_str(), whole ? std::strerror(errno) : file.error().c_str());
         std::remove(held_path.c_str());
         return false;
     }

@@ -10,7 +10,8 @@ namespace kestralum {
 // "log\NAME.vtu": the model file's name without its folder and its last ending.
 std::string vtu_file_name(const ModelStore& store);
 
-// Writes frame 1 of the results: XML with raw appended data (version 1.0, 64-bit block sizes, this
+// Writes frame 1 of the results, or every mode of an eigen analysis (its fields named
+// displacement_mode001_84.3Hz and so on): XML with raw appended data (version 1.0, 64-bit block sizes, this
 // machine's byte order). Cells: 12 (hexahedron), 10 and 24 (tetrahedra), in VTK's node order, and 5
 // (triangle) for STL facets. Point data: displacement (m), stress and strain (6 components xx yy zz
 // xy yz zx, N/m^2), mises (N/m^2); cell data: part and material index. The file takes its name when

@@ -34,6 +34,7 @@ std::string FactorFiles::error() const {
 }
 
 void FactorFiles::remove_old() {
+    for (std::int32_t b = 0; b < divisions_.count(); ++b) close(b);  // open for reading since the last factor
     std::error_code ignored;
     const std::string head = stem_ + "_", tail = ".txt";
     std::vector<std::filesystem::path> old;

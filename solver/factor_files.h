@@ -22,7 +22,8 @@ public:
     FactorFiles(const FactorFiles&) = delete;
     FactorFiles& operator=(const FactorFiles&) = delete;
 
-    // Removes the stem's files of an earlier run that this factor will not write.
+    // Closes what is open and removes the stem's files of an earlier run that this factor will not
+    // write: to be called before the first row is written.
     void remove_old();
 
     // Writes or reads the profile entries of rows [first, last): row i from or to rows[i - first],

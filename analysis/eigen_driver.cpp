@@ -1,0 +1,175 @@
+#include "analysis/eigen_driver.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "analysis/eigen_problem.h"
+#include "analysis/lanczos.h"
+#include "analysis/linear_system.h"
+#include "analysis/subspace.h"
+#include "elements/stresses.h"
+#include "model/console.h"
+#include "results/result_file.h"
+
+namespace kestralum {
+
+namespace {
+
+bool check_densities(const ModelStore& store, RunReport& report) {
+    for (std::int32_t part : store.mesh.p_ele_part_id) {
+        const Material& material = store.materials[static_cast<std::size_t>(store.parts[static_cast<std::size_t>(part)].material_id)];
+        if (material.density > 0) continue;
+        report.fail(RunStatus::bad_input, console::format("material %s: an eigen analysis needs a density greater than 0, not %.6g", material.name.c_str(), material.density));
+        return false;
+    }
+    return true;
+}
+
+// Translations along and rotations about the axes through the box's centre, on the free degrees of
+// freedom: n × 6.
+std::vector<double> rigid_motions(const Mesh& mesh, const DofNumbering& numbering) {
+    const std::size_t n = numbering.free_dofs.size();
+    std::vector<double> out(6 * n, 0.0);
+    double centre[3];
+    for (std::size_t c = 0; c < 3; ++c) centre[c] = 0.5 * (mesh.size_info[c] + mesh.size_info[c + 3]);
+    for (std::size_t k = 0; k < n; ++k) {
+        const auto dof = static_cast<std::size_t>(numbering.free_dofs[k]), c = dof % 3;
+        const double* x = &mesh.coordinates[dof - c];
+        out[c * n + k] = 1;
+        // rotation about axis a: u = e_a × (x - centre)
+        out[(3 + (c + 1) % 3) * n + k] = x[(c + 2) % 3] - centre[(c + 2) % 3];
+        out[(3 + (c + 2) % 3) * n + k] = -(x[(c + 1) % 3] - centre[(c + 1) % 3]);
+    }
+    return out;
+}
+
+// φᵀ M φ = 1, and what is reported of every mode.
+void normalise_and_report(EigenProblem& problem, const DofNumbering& numbering, std::int32_t modes, EigenPairs& pairs, RunReport& report) {
+    const auto n = static_cast<std::size_t>(problem.n());
+    console::print("Normalize mode_vec by modal mass\n");
+    std::vector<double> M(n), K(n), all(3 * n, 0.0), M_all(3 * n);
+    for (std::size_t k = 0; k < n; ++k) all[static_cast<std::size_t>(numbering.free_dofs[k] % 3) * n + k] = 1;
+    problem.multiply_m(all, M_all, 3);
+    double first_elastic = 0;
+    for (double l : pairs.lambda)
+        if (first_elastic == 0 && l > problem.rounding()) first_elastic = l;
+    std::vector<double> modal_mass;
+    for (std::int32_t j = 0; j < modes; ++j) {
+        const std::span<double> phi(pairs.vectors.data() + static_cast<std::size_t>(j) * n, n);
+        problem.multiply_m(phi, M, 1);
+        double mass = 0;
+        for (std::size_t i = 0; i < n; ++i) mass += phi[i] * M[i];
+        const double scale = 1 / std::sqrt(mass);
+        for (std::size_t i = 0; i < n; ++i) {
+            phi[i] *= scale;
+            M[i] *= scale;
+        }
+        problem.multiply_k(phi, K, 1);
+        ModeReport mode;
+        mode.lambda = pairs.lambda[static_cast<std::size_t>(j)];
+        mode.frequency = frequency_of(mode.lambda);
+        mode.zero = std::abs(mode.lambda) < 1e-6 * first_elastic;
+        double error = 0, size = 0, check = 0;
+        for (std::size_t i = 0; i < n; ++i) {
+            error += std::pow(K[i] - mode.lambda * M[i], 2);
+            size += std::pow(K[i] + first_elastic * M[i], 2);
+            check += phi[i] * M[i];
+        }
+        mode.residual = std::sqrt(error / size);
+        modal_mass.push_back(check);
+        for (std::size_t d = 0; d < 3; ++d) {
+            double participation = 0;
+            for (std::size_t i = 0; i < n; ++i) participation += phi[i] * M_all[d * n + i];
+            mode.effective_mass[d] = participation * participation;
+        }
+        report.modes.push_back(mode);
+    }
+    console::print("Sorting Eigen Values\n");
+    for (std::int32_t j = 0; j < modes; ++j)
+        console::print("index:%d,freq=%lf, modal Mass=%.5e\n", j, report.modes[static_cast<std::size_t>(j)].frequency, modal_mass[static_cast<std::size_t>(j)]);
+}
+
+// Mode shapes on all degrees of freedom and the strains and stresses they mean.
+void store_modes(ModelStore& store, const Settings& settings, const LinearSystem& system, const EigenPairs& pairs, const RunReport& report) {
+    const std::size_t modes = report.modes.size(), n = system.numbering.free_dofs.size();
+    const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
+    store.results.resize(static_cast<std::int32_t>(modes), store.mesh.dof_num);
+    console::print("Strain Analysis\n");
+    PointResults points;
+    for (std::size_t j = 0; j < modes; ++j) {
+        store.results.n_freq[j] = report.modes[j].frequency;
+        const std::span<double> shape = std::span(store.results.mode_vec).subspan(j * dofs, dofs);
+        for (std::size_t k = 0; k < n; ++k) shape[static_cast<std::size_t>(system.numbering.free_dofs[k])] = pairs.vectors[j * n + k];
+        point_stresses(store.mesh, store.parts, system.elasticity, shape, settings.threads(), points);
+        mean_stress_strain(store.mesh, system.node_elements, points, {}, settings.threads(),
+                           std::span(store.results.node_stress).subspan(j * stress_groups * dofs, stress_groups * dofs));
+    }
+    store.fn_free = store.mesh.dof_num;
+}
+
+// Sylvester's check where the method has not made it.
+bool check_completeness(EigenProblem& problem, const EigenPairs& pairs, const SpectrumGap& gap, RunReport& report) {
+    if (gap.below > 0 && report.check_frequency == 0) {
+        report.modes_counted = problem.count_below(gap.lambda);
+        if (report.modes_counted < 0) return false;
+        report.modes_found = std::count_if(pairs.lambda.begin(), pairs.lambda.end(), [&](double l) { return l < gap.lambda; });
+        report.check_frequency = frequency_of(gap.lambda);
+    }
+    if (gap.below == 0) report.remarks.notices.push_back("no clear gap in the spectrum above the modes asked for: their number could not be checked");
+    if (report.modes_found != report.modes_counted)
+        report.fail(RunStatus::failed, console::format("modes below %.6g Hz: %lld found, %lld counted: the result is not complete", report.check_frequency,
+                                                       static_cast<long long>(report.modes_found), static_cast<long long>(report.modes_counted)));
+    return true;
+}
+
+bool analyse(ModelStore& store, const Settings& settings, EigenMethod method, EigenTolerances tolerances, RunReport& report) {
+    LinearSystem system;
+    if (!build_linear_system(store, settings, system, report)) return false;
+    console::print("Eigen Analysis Start\n");
+    EigenOptions options;
+    options.n_mode = std::min(store.mode_count, store.fn_free);
+    if (options.n_mode < store.mode_count)
+        report.remarks.notices.push_back(console::format("%d modes were asked for: %d degrees of freedom are free and as many modes there are", store.mode_count, store.fn_free));
+    options.supported = !store.boundary_conditions.empty();
+    options.c_eigen_shift = settings.c_eigen_shift;
+    options.subspace_tolerance = tolerances.subspace;
+    options.lanczos_tolerance = tolerances.lanczos;
+    if (!options.supported) options.rigid_motions = rigid_motions(store.mesh, system.numbering);
+    auto factor = plan_factor(store, settings, system, report);
+    if (!factor) return false;
+    EigenProblem problem(system.km, std::move(factor), settings.threads(), report);
+    if (!problem.shift(0.6283185307 * 0.6283185307, false)) return false;
+    EigenPairs pairs;
+    SpectrumGap gap;
+    const bool solved = method == EigenMethod::subspace ? subspace_iteration(problem, options, pairs, gap) : lanczos(problem, options, pairs, gap);
+    if (!solved || !check_completeness(problem, pairs, gap, report)) return false;
+    report.negative_pivots = 0;  // shifted matrices have them by design
+    const std::int32_t modes = std::min(options.n_mode, static_cast<std::int32_t>(pairs.lambda.size()));
+    normalise_and_report(problem, system.numbering, modes, pairs, report);
+    report.clock.begin("recover");
+    store_modes(store, settings, system, pairs, report);
+    return true;
+}
+
+}  // namespace
+
+RunReport run_eigen(ModelStore& store, const Settings& settings, EigenMethod method, EigenTolerances tolerances) {
+    RunReport report;
+    if (!check_analysable(store, report) || !check_densities(store, report)) return report;
+    store.ana_type = AnalysisType::eigen;
+    if (!renumber_model(store, settings, report)) return report;
+    if (!analyse(store, settings, method, tolerances, report)) {
+        release_held_results(store);
+        report.clock.end();
+        return report;
+    }
+    report.clock.begin("write");
+    if (!write_results(store, Publish::now, settings.threads())) report.fail(RunStatus::failed, "the result file cannot be written");
+    report.clock.end();
+    return report;
+}
+
+RunReport exec_eigen_subspace() { return run_eigen(model_store(), settings(), EigenMethod::subspace); }
+RunReport exec_eigen_lanczos() { return run_eigen(model_store(), settings(), EigenMethod::lanczos); }
+
+}  // namespace kestralum

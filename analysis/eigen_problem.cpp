@@ -1,0 +1,176 @@
+#include "analysis/eigen_problem.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "model/console.h"
+
+namespace kestralum {
+
+double frequency_of(double lambda) { return lambda > 0 ? std::sqrt(lambda) * 0.5 / eigen_pi : 0.0; }
+
+double lambda_of(double frequency) { return 4 * eigen_pi * eigen_pi * frequency * frequency; }
+
+double FixedRandom::next() {  // splitmix64 (Steele, Lea and Flood, 2014)
+    std::uint64_t z = (state_ += 0x9e3779b97f4a7c15ull);
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
+    z ^= z >> 31;
+    return static_cast<double>(z >> 11) * 0x1p-52 - 1.0;
+}
+
+EigenProblem::EigenProblem(const SparseKM& km, std::unique_ptr<SkylineFactor> factor, int threads, RunReport& report)
+    : km_(km), factor_(std::move(factor)), threads_(threads), report_(report) {
+    mass_.row_start.push_back(0);
+    double stiffest = 0;
+    for (std::int32_t r = 0; r < n(); ++r) {
+        const auto row = static_cast<std::size_t>(r);
+        for (std::int64_t k = km.row_start[row]; k < km.row_start[row] + km.row_count[row]; ++k) {
+            const auto at = static_cast<std::size_t>(k);
+            if (km.M_value[at] == 0) continue;
+            mass_.col_index.push_back(km.col_index[at]);
+            mass_.value.push_back(km.M_value[at]);
+        }
+        mass_.row_start.push_back(static_cast<std::int64_t>(mass_.value.size()));
+        const auto diagonal = static_cast<std::size_t>(km.diag_pos[row]);
+        stiffest = std::max(stiffest, km.K_value[diagonal] / km.M_value[diagonal]);
+    }
+    rounding_ = 100 * std::numeric_limits<double>::epsilon() * stiffest;
+}
+
+bool EigenProblem::pivots_sound() const {
+    const double share = n() * std::numeric_limits<double>::epsilon();
+    for (std::int32_t i = 0; i < n(); ++i) {
+        const double diagonal = shifted_[static_cast<std::size_t>(km_.diag_pos[static_cast<std::size_t>(i)])];
+        const double pivot = factor_->D()[static_cast<std::size_t>(i)];
+        if (!std::isfinite(pivot) || !(std::abs(pivot) >= share * std::abs(diagonal)) || pivot == 0) return false;
+    }
+    return true;
+}
+
+bool EigenProblem::factor_shifted(double sigma) {
+    sigma_ = sigma;
+    shifted_.resize(km_.K_value.size());
+    for (std::size_t k = 0; k < shifted_.size(); ++k) shifted_[k] = km_.K_value[k] - sigma * km_.M_value[k];
+    report_.clock.begin("factor");
+    ++report_.factorizations;
+    return run_factorization(km_, shifted_, *factor_, report_);
+}
+
+bool EigenProblem::shift(double sigma, bool say_frequency) {
+    double tenth_of_a_hertz = lambda_of(0.1);
+    for (int attempt = 0; attempt < 12; ++attempt) {
+        console::print("Shift K sparse\n");
+        if (say_frequency) console::print("  Shift frequency=%e[Hz]\n", std::sqrt(std::max(sigma, 0.0)) * 0.5 / eigen_pi);
+        console::print("Shift K sparse complete\n");
+        if (!factor_shifted(sigma)) return false;
+        report_.clock.begin("iterate");
+        if (pivots_sound()) return true;
+        if (say_frequency && attempt < 2) {
+            sigma = sigma * 1.001 + tenth_of_a_hertz * 1e-6;
+        } else {
+            tenth_of_a_hertz *= attempt == 2 && say_frequency ? 1 : 100;
+            sigma = tenth_of_a_hertz;
+        }
+        const std::string line = console::format("a pivot of the shifted matrix is nothing but rounding: the shift is moved to %.6g Hz", frequency_of(sigma));
+        console::notice("%s", line.c_str());
+        report_.remarks.notices.push_back(line);
+    }
+    report_.fail(RunStatus::failed, "no shift makes the matrix of the eigenproblem sound");
+    return false;
+}
+
+bool EigenProblem::start_vector_through_w(std::vector<double>& start) {
+    report_.clock.begin("factor");
+    ++report_.factorizations;
+    console::print("LU M_sparse\n");
+    SkylineFactor W(factor_->profile(), factor_->divisions(), {.threads = threads_, .file_stem = "Wtemp"});
+    if (W.factor_ww(km_, km_.M_value) != FactorStatus::ok) {
+        report_.fail(RunStatus::failed, "the factorization of [M] cannot go on: " + W.error());
+        return false;
+    }
+    console::print("LU M_sparse complete\n");
+    console::print("s_L:%lld\n", static_cast<long long>(W.profile().Ls_num));
+    start.assign(static_cast<std::size_t>(n()), 1 / std::sqrt(static_cast<double>(n())));
+    report_.clock.begin("iterate");
+    if (W.solve_wt(start)) return true;
+    report_.fail(RunStatus::failed, "the solution with W cannot go on: " + W.error());
+    return false;
+}
+
+std::int64_t EigenProblem::count_below(double lambda) {
+    const double former = sigma_;
+    const bool lines = console::lines_enabled();
+    console::set_lines_enabled(false);  // the negative pivots are what is counted, not a warning
+    const bool factored = factor_shifted(lambda);
+    console::set_lines_enabled(lines);
+    report_.check_seconds += report_.clock.rename_last("check");
+    report_.clock.begin("iterate");
+    sigma_ = former;
+    return factored ? factor_->negative_pivots() : -1;
+}
+
+bool EigenProblem::solve(std::span<double> x, std::int32_t k) {
+    report_.solved_columns += k;
+    if (factor_->solve_ldl(x, k)) return true;
+    report_.fail(RunStatus::failed, "the solution cannot go on: " + factor_->error());
+    return false;
+}
+
+namespace {
+
+// y = A x row by row; every row's sum runs in the order of its entries whatever the threads.
+void multiply_columns(std::span<const std::int64_t> start, std::span<const std::int32_t> columns, std::span<const double> values,
+                      std::span<const double> x, std::span<double> y, std::int32_t k, int threads) {
+    const auto n = static_cast<std::int64_t>(start.size()) - 1;
+#pragma omp parallel for schedule(static) num_threads(threads) if (n * k > 10000)
+    for (std::int64_t r = 0; r < n; ++r)
+        for (std::int32_t c = 0; c < k; c += 4) {
+            const std::int32_t some = std::min(4, k - c);
+            double sum[4] = {};
+            const double* from = x.data() + c * n;
+            for (std::int64_t e = start[static_cast<std::size_t>(r)]; e < start[static_cast<std::size_t>(r) + 1]; ++e) {
+                const double v = values[static_cast<std::size_t>(e)];
+                const double* at = from + columns[static_cast<std::size_t>(e)];
+                for (std::int32_t q = 0; q < some; ++q) sum[q] += v * at[q * n];
+            }
+            for (std::int32_t q = 0; q < some; ++q) y[static_cast<std::size_t>((c + q) * n + r)] = sum[q];
+        }
+}
+
+}  // namespace
+
+void EigenProblem::multiply_m(std::span<const double> x, std::span<double> y, std::int32_t k) const {
+    multiply_columns(mass_.row_start, mass_.col_index, mass_.value, x, y, k, threads_);
+}
+
+void EigenProblem::multiply_k(std::span<const double> x, std::span<double> y, std::int32_t k) const {
+    multiply_columns(km_.row_start, km_.col_index, km_.K_value, x, y, k, threads_);
+}
+
+SpectrumGap find_gap(std::span<const double> lambda, std::int32_t n_mode, std::int32_t usable, double rounding, bool all_of_them) {
+    SpectrumGap best;
+    double widest = 0.01;  // relative distance that counts as clear
+    for (std::int32_t j = n_mode; j < usable; ++j) {
+        const double a = lambda[static_cast<std::size_t>(j - 1)], b = lambda[static_cast<std::size_t>(j)];
+        if (b - a < 100 * rounding) continue;
+        const double width = (b - a) / std::max(std::abs(b), rounding);
+        if (width <= widest) continue;
+        widest = width;
+        best = {0.5 * (a + b), j};
+    }
+    if (best.below == 0 && all_of_them && !lambda.empty()) {
+        const double largest = lambda.back();
+        best = {largest + std::max(std::abs(largest), 100 * rounding), static_cast<std::int32_t>(lambda.size())};
+    }
+    return best;
+}
+
+double reference_frequency(std::span<const double> lambda, const EigenOptions& options, double rounding) {
+    const std::size_t index = options.supported ? 0 : 6;
+    if (index >= lambda.size() || lambda[index] <= rounding) return 0;
+    return frequency_of(lambda[index]);
+}
+
+}  // namespace kestralum
