@@ -111,10 +111,9 @@ bool build_linear_system(ModelStore& store, const Settings& settings, LinearSyst
     system.node_elements = elements_of_nodes(store.mesh);
     system.numbering = apply_boundary_conditions(store.boundary_conditions, store.mesh, system.node_elements, store.fn_free);
     const auto true_free = static_cast<std::int32_t>(system.numbering.free_dofs.size());
-    const std::int32_t hanging = 3 * system.numbering.hanging_nodes;
-    if (store.fn_free - hanging < true_free) {
-        const std::string line = console::format("nodes are selected by more than one support: fn_free=%d counts them twice, %d degrees of freedom are free",
-                                                 store.fn_free, true_free);
+    if (const std::int32_t repeated = system.numbering.repeated_nodes(); repeated > 0) {
+        const std::string line = console::format("%d node%s selected by more than one support: fn_free=%d counts %s again, %d degrees of freedom are free",
+                                                 repeated, repeated == 1 ? " is" : "s are", store.fn_free, repeated == 1 ? "it" : "them", true_free);
         console::notice("%s", line.c_str());
         report.remarks.notices.push_back(line);
     }
@@ -126,7 +125,7 @@ bool build_linear_system(ModelStore& store, const Settings& settings, LinearSyst
     system.elasticity = build_elasticity(store.materials);
     if (!assemble(store, settings, system, report)) return false;
     print_sizes(store, system.km, report);
-    if (!store.boundary_conditions.empty() || hanging > 0) eliminate_fixed(system.numbering.dof_map, system.km);
+    if (!store.boundary_conditions.empty() || system.numbering.hanging_nodes > 0) eliminate_fixed(system.numbering.dof_map, system.km);
     console::print("K,M sparse complete\n");
     report.free_dofs = true_free;
     return true;

@@ -89,8 +89,12 @@ void check_bodies(const Mesh& mesh, std::span<const char> fixed, ModelCheck& out
 void notice(ModelCheck& out, std::string text) { out.remarks.notices.push_back(std::move(text)); }
 
 void check_supports(const ModelStore& store, ModelCheck& out) {
+    std::vector<char> on_element(static_cast<std::size_t>(store.mesh.node_num()), 0);
+    for (std::int32_t n : store.mesh.connectivity) on_element[static_cast<std::size_t>(node_index(n))] = 1;
     for (const BoundaryCondition& record : store.boundary_conditions) {
-        const auto selected = static_cast<std::int32_t>(select_nodes(record, store.mesh).size());
+        const auto nodes = select_nodes(record, store.mesh);
+        const auto selected = static_cast<std::int32_t>(
+            std::count_if(nodes.begin(), nodes.end(), [&](std::int32_t n) { return on_element[static_cast<std::size_t>(n)]; }));
         out.support_nodes.push_back(selected);
         if (selected > 0) continue;
         std::string line = "support " + record.name + ": selects no node";

@@ -55,7 +55,7 @@ std::string batch_usage() {
     std::string analyses;
     for (const AnalysisEntry& entry : analysis_table()) analyses += std::string(analyses.empty() ? "" : ", ") + entry.batch_word;
     return "kestralum-batch ANALYSIS MODEL_FILE [--set NAME=EXPRESSION]... [--setting FILE] [--log DIR] [--vtu] [--quiet]\n"
-           "kestralum-batch check MODEL_FILE [--set NAME=EXPRESSION]... [--setting FILE]\n"
+           "kestralum-batch check MODEL_FILE [--set NAME=EXPRESSION]... [--setting FILE] [--quiet]\n"
            "kestralum-batch --help | --version\n"
            "\n"
            "  ANALYSIS              " + analyses + "\n"

@@ -1,5 +1,6 @@
 #include "elements/constraints.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "model/console.h"
@@ -47,14 +48,23 @@ std::vector<std::int32_t> select_nodes(const BoundaryCondition& record, const Me
     return nodes;
 }
 
+std::int32_t DofNumbering::repeated_nodes() const {
+    std::vector<std::int32_t> nodes = fixed_nodes;
+    std::sort(nodes.begin(), nodes.end());
+    return static_cast<std::int32_t>(nodes.end() - std::unique(nodes.begin(), nodes.end()));
+}
+
 DofNumbering apply_boundary_conditions(std::span<const BoundaryCondition> records, const Mesh& mesh,
                                        const NodeElements& node_elements, std::int32_t& fn_free) {
     DofNumbering out;
+    const auto on_element = [&](std::int32_t n) {
+        return node_elements.start[static_cast<std::size_t>(n)] != node_elements.start[static_cast<std::size_t>(n) + 1];
+    };
     console::print("Boundary Condition\n");
     for (const BoundaryCondition& record : records) {
         print_selection(record);
         const auto nodes = select_nodes(record, mesh);
-        out.selected.push_back(static_cast<std::int32_t>(nodes.size()));
+        out.selected.push_back(static_cast<std::int32_t>(std::count_if(nodes.begin(), nodes.end(), on_element)));
         out.fixed_nodes.insert(out.fixed_nodes.end(), nodes.begin(), nodes.end());
     }
     console::print("fix_node_num=%d\n", out.fix_node_num());
@@ -67,10 +77,9 @@ DofNumbering apply_boundary_conditions(std::span<const BoundaryCondition> record
     console::print("\n");
     fn_free -= 3 * out.fix_node_num();
     for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
-        const auto node = static_cast<std::size_t>(n);
-        if (node_elements.start[node] != node_elements.start[node + 1]) continue;
+        if (on_element(n)) continue;
         ++out.hanging_nodes;
-        for (std::size_t c = 0; c < 3; ++c) out.dof_map[3 * node + c] = -1;
+        for (std::int32_t c = 0; c < 3; ++c) out.dof_map[static_cast<std::size_t>(3 * n + c)] = -1;
     }
     console::print("free_degree\n");
     console::print("free_degree\n");

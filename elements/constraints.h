@@ -12,10 +12,13 @@ namespace kestralum {
 
 struct DofNumbering {
     std::vector<std::int32_t> fixed_nodes;  // 0-based, record by record; a node selected twice stands twice
-    std::vector<std::int32_t> selected;     // per record: nodes it selects
+    std::vector<std::int32_t> selected;     // per record: nodes on solid elements that it selects
     std::vector<std::int32_t> free_dofs;    // equation -> global degree of freedom, ascending
     std::vector<std::int32_t> dof_map;      // global degree of freedom -> equation, -1 = fixed or hanging
     std::int32_t hanging_nodes = 0;         // nodes on no solid element, eliminated like fixed ones
+
+    // Entries of the list beyond the first of each node.
+    std::int32_t repeated_nodes() const;
 
     std::int32_t fix_node_num() const { return static_cast<std::int32_t>(fixed_nodes.size()); }
 };

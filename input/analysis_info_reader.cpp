@@ -179,8 +179,8 @@ void ControlFile::material_extra_info(std::string_view key) {
     }
     if (tokens.size() % record_length != 0)
         remarks_.expected(token, std::to_string(record_length - tokens.size() % record_length) +
-                                     " more tokens, a record of " + std::string(key) + " has " +
-                                     std::to_string(record_length));
+                                     " more of the " + std::to_string(record_length) + " tokens of a record of " +
+                                     std::string(key));
     else if (token.text.empty())
         remarks_.notice("section " + std::string(key) + " ends with the file, without its closing %");
 }

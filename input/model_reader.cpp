@@ -198,7 +198,10 @@ bool results_fit(const ModelDefinition& model, const Mesh& mesh, InputRemarks& r
 // Meshes the parts and puts everything into the store.
 void mesh_and_store(ModelDefinition&& model, ModelStore& store, InputRemarks& remarks) {
     Mesh mesh;
-    if (!build_mesh(model.parts, store.model_file_name, mesh, remarks.remarks())) return;
+    Remarks of_mesh;
+    build_mesh(model.parts, store.model_file_name, mesh, of_mesh);
+    for (const std::string& text : of_mesh.errors) remarks.error(text);
+    for (const std::string& text : of_mesh.notices) remarks.notice(text);
     if (!remarks.ok() || !results_fit(model, mesh, remarks)) return;
     Results results;
     results.resize(model.mode_count, mesh.dof_num);

@@ -64,8 +64,8 @@ void check_section_end(const FileSection& section, std::size_t left_over, std::s
                        InputRemarks& remarks) {
     const std::string name = spelling(section.keyword);
     if (left_over > 0)
-        remarks.expected(section.closing, std::to_string(length - left_over) + " more tokens, a record of " +
-                                              name + " has " + std::to_string(length));
+        remarks.expected(section.closing, std::to_string(length - left_over) + " more of the " + std::to_string(length) +
+                                              " tokens of a record of " + name);
     else if (section.closing.text.empty())
         remarks.notice("section " + name + " ends with the file, without its closing %");
 }

@@ -68,6 +68,7 @@ TEST(Supports, TwiceSelectedNodesLowerTheCountTwiceButAreFixedOnce) {
     EXPECT_EQ(numbering.fix_node_num(), 8);
     EXPECT_EQ(fn_free, 0);
     EXPECT_EQ(numbering.free_dofs.size(), 6u);  // two nodes on neither plane
+    EXPECT_EQ(numbering.repeated_nodes(), 2);
 }
 
 TEST(Supports, NodesOnNoElementAreEliminatedWithoutBeingCounted) {
@@ -82,6 +83,14 @@ TEST(Supports, NodesOnNoElementAreEliminatedWithoutBeingCounted) {
     EXPECT_EQ(fn_free, 27);
     EXPECT_EQ(numbering.free_dofs.size(), 24u);
     EXPECT_EQ(numbering.dof_map[26], -1);
+    // a support on such a node fixes it, but not twice, and holds nothing
+    const BoundaryCondition record = support(Selection::plane, 2, {0, 0, 0, 0, 0, 5});
+    fn_free = 27;
+    const DofNumbering held = apply_boundary_conditions(std::span(&record, 1), mesh, elements_of_nodes(mesh), fn_free);
+    EXPECT_EQ(held.fix_node_num(), 1);
+    EXPECT_EQ(held.selected[0], 0);
+    EXPECT_EQ(held.repeated_nodes(), 0);
+    EXPECT_EQ(held.free_dofs.size(), 24u);
 }
 
 AppliedForce point_force(std::array<double, 3> at, std::int32_t axis, double value) {

@@ -132,8 +132,8 @@ TEST(AnalysisInfo, ErrorsNameTheTokenAndLeaveTheStore) {
         {"output_frequency 0", "token 4 '0': expected an integer of at least 1"},
         {"C_alfa", "end of file: expected a value for C_alfa"},
         {"MATERIAL_EXTRA_INFO STEEL 1 -2 3 %", "token 6 '-2': expected a constant of at least 0 Pa"},
-        {"MATERIAL_EXTRA_INFO STEEL 1 2 %", "token 7 '%': expected 1 more tokens"},
-        {"d_time 5 MATERIAL_EXTRA_INFO STEEL 1 q", "end of file: expected 1 more tokens"},
+        {"MATERIAL_EXTRA_INFO STEEL 1 2 %", "token 7 '%': expected 1 more of the "},
+        {"d_time 5 MATERIAL_EXTRA_INFO STEEL 1 q", "end of file: expected 1 more of the "},
     };
     for (const auto& c : cases) {
         const Outcome o = read_text(std::string("x explicit ") + c.text);
