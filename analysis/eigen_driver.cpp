@@ -9,7 +9,6 @@
 #include "analysis/subspace.h"
 #include "elements/stresses.h"
 #include "model/console.h"
-#include "results/result_file.h"
 
 namespace kestralum {
 
@@ -155,18 +154,9 @@ bool analyse(ModelStore& store, const Settings& settings, EigenMethod method, Ei
 
 RunReport run_eigen(ModelStore& store, const Settings& settings, EigenMethod method, EigenTolerances tolerances) {
     RunReport report;
-    if (!check_analysable(store, report) || !check_densities(store, report)) return report;
-    store.ana_type = AnalysisType::eigen;
-    if (!renumber_model(store, settings, report)) return report;
-    if (!analyse(store, settings, method, tolerances, report)) {
-        release_held_results(store);
-        report.clock.end();
-        return report;
-    }
-    report.clock.begin("write");
-    if (!write_results(store, Publish::now, settings.threads())) report.fail(RunStatus::failed, "the result file cannot be written");
-    report.clock.end();
-    return report;
+    if (check_analysable(store, report) && !check_densities(store, report)) return report;
+    return run_linear(store, settings, AnalysisType::eigen,
+                      [&](RunReport& run_report) { return analyse(store, settings, method, tolerances, run_report); });
 }
 
 RunReport exec_eigen_subspace() { return run_eigen(model_store(), settings(), EigenMethod::subspace); }

@@ -6,7 +6,6 @@
 #include "elements/loads.h"
 #include "elements/stresses.h"
 #include "model/console.h"
-#include "results/result_file.h"
 
 namespace kestralum {
 
@@ -117,19 +116,8 @@ bool analyse(ModelStore& store, const Settings& settings, RunReport& report) {
 }  // namespace
 
 RunReport run_static(ModelStore& store, const Settings& settings) {
-    RunReport report;
-    if (!check_analysable(store, report)) return report;
-    store.ana_type = AnalysisType::linear_static;
-    if (!renumber_model(store, settings, report)) return report;
-    if (!analyse(store, settings, report)) {
-        release_held_results(store);
-        report.clock.end();
-        return report;
-    }
-    report.clock.begin("write");
-    if (!write_results(store, Publish::now, settings.threads())) report.fail(RunStatus::failed, "the result file cannot be written");
-    report.clock.end();
-    return report;
+    return run_linear(store, settings, AnalysisType::linear_static,
+                      [&](RunReport& report) { return analyse(store, settings, report); });
 }
 
 RunReport exec_static() { return run_static(model_store(), settings()); }

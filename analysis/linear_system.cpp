@@ -49,6 +49,23 @@ bool renumber_model(ModelStore& store, const Settings& settings, RunReport& repo
     return written;
 }
 
+RunReport run_linear(ModelStore& store, const Settings& settings, AnalysisType type,
+                     const std::function<bool(RunReport&)>& analyse) {
+    RunReport report;
+    if (!check_analysable(store, report)) return report;
+    store.ana_type = type;
+    if (!renumber_model(store, settings, report)) return report;
+    if (!analyse(report)) {
+        release_held_results(store);
+        report.clock.end();
+        return report;
+    }
+    report.clock.begin("write");
+    if (!write_results(store, Publish::now, settings.threads())) report.fail(RunStatus::failed, "the result file cannot be written");
+    report.clock.end();
+    return report;
+}
+
 namespace {
 
 std::string place_of_element(const ModelStore& store, std::int32_t e) {

@@ -1,6 +1,7 @@
 // What the linear analyses share: from the model store to the reduced, assembled [K] and [M].
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include "analysis/run_report.h"
@@ -27,6 +28,11 @@ bool check_analysable(const ModelStore& store, RunReport& report);
 // Renumbers the nodes and rebuilds what depends on the numbering: node normals, the nodes of point
 // forces and, with the held results cleared, the result file under its temporary name.
 bool renumber_model(ModelStore& store, const Settings& settings, RunReport& report);
+
+// The frame of a linear analysis: checks the store, renumbers it, runs `analyse` (false: the run ends
+// early, the report says why) and writes the result file; an early end leaves an earlier file as it was.
+RunReport run_linear(ModelStore& store, const Settings& settings, AnalysisType type,
+                     const std::function<bool(RunReport&)>& analyse);
 
 // Supports, elasticity, pattern, assembly and elimination, with the progress lines. False with
 // report.status set when an element cannot be computed or nothing is free.

@@ -55,6 +55,23 @@ std::array<double, 3> element_centre(const Mesh& mesh, std::int32_t e) {
     return centre;
 }
 
+void jacobian(int nodes, const double (*d)[3], const double* x, double* J) {
+    for (int k = 0; k < 9; ++k) J[k] = 0;
+    for (int i = 0; i < nodes; ++i)
+        for (int a = 0; a < 3; ++a)
+            for (int c = 0; c < 3; ++c) J[3 * a + c] += d[i][a] * x[3 * i + c];
+}
+
+double map_gradients(int nodes, const double (*d)[3], const double* x, double* dN) {
+    double J[9], inverse[9] = {};
+    jacobian(nodes, d, x, J);
+    const double det = invert3(J, inverse);
+    for (int i = 0; i < nodes; ++i)
+        for (int c = 0; c < 3; ++c)
+            dN[3 * i + c] = inverse[3 * c] * d[i][0] + inverse[3 * c + 1] * d[i][1] + inverse[3 * c + 2] * d[i][2];
+    return det;
+}
+
 double invert3(const double* J, double* inverse) {
     const double c00 = J[4] * J[8] - J[5] * J[7], c01 = J[5] * J[6] - J[3] * J[8], c02 = J[3] * J[7] - J[4] * J[6];
     const double det = J[0] * c00 + J[1] * c01 + J[2] * c02;

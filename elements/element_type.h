@@ -55,6 +55,13 @@ void strain_displacement(int nodes, const double* dN, double* B);
 // Centre of an element: the mean of its nodes.
 std::array<double, 3> element_centre(const Mesh& mesh, std::int32_t e);
 
+// The isoparametric map, shared by the element types. d: nodes × 3, ∂N/∂(reference coordinates);
+// J = dᵀ x, row-major 3 × 3.
+void jacobian(int nodes, const double (*d)[3], const double* x, double* J);
+
+// One integration point of it: dN = J⁻¹ d (nodes × 3); returns det J.
+double map_gradients(int nodes, const double (*d)[3], const double* x, double* dN);
+
 // Inverse of the 3 × 3 matrix J (row-major) into `inverse`; returns det J. A zero determinant leaves
 // `inverse` untouched.
 double invert3(const double* J, double* inverse);

@@ -41,26 +41,11 @@ Tables make_tables() {
 
 const Tables tables = make_tables();
 
-// J = (∂N/∂ξ) · x, row-major 3 × 3.
-void jacobian(const double (*d)[3], const double* x, double* J) {
-    for (int k = 0; k < 9; ++k) J[k] = 0;
-    for (int i = 0; i < nodes; ++i)
-        for (int a = 0; a < 3; ++a)
-            for (int c = 0; c < 3; ++c) J[3 * a + c] += d[i][a] * x[3 * i + c];
-}
-
 bool gradients(const double* x, double* dN, double* weight) {
     bool sound = true;
     for (int p = 0; p < points; ++p) {
-        double J[9], inverse[9] = {};
-        jacobian(tables.dN[p], x, J);
-        weight[p] = invert3(J, inverse);
+        weight[p] = map_gradients(nodes, tables.dN[p], x, dN + 3 * nodes * p);
         sound = sound && weight[p] > 0;
-        for (int i = 0; i < nodes; ++i) {
-            const double* d = tables.dN[p][i];
-            double* out = dN + 3 * (nodes * p + i);
-            for (int c = 0; c < 3; ++c) out[c] = inverse[3 * c] * d[0] + inverse[3 * c + 1] * d[1] + inverse[3 * c + 2] * d[2];
-        }
     }
     return sound;
 }
@@ -70,7 +55,7 @@ void mass(const double* x, double* me) {
     for (int k = 0; k < nodes * nodes; ++k) me[k] = 0;
     for (int p = 0; p < points; ++p) {
         double J[9], inverse[9];
-        jacobian(tables.dN[p], x, J);
+        jacobian(nodes, tables.dN[p], x, J);
         const double det = invert3(J, inverse);
         for (int i = 0; i < nodes; ++i)
             for (int j = 0; j < nodes; ++j) me[nodes * i + j] += det * tables.N[p][i] * tables.N[p][j];

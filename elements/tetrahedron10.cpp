@@ -86,25 +86,11 @@ Tables make_tables() {
 
 const Tables tables = make_tables();
 
-void jacobian(const double (*d)[3], const double* x, double* J) {
-    for (int k = 0; k < 9; ++k) J[k] = 0;
-    for (int i = 0; i < nodes; ++i)
-        for (int a = 0; a < 3; ++a)
-            for (int c = 0; c < 3; ++c) J[3 * a + c] += d[i][a] * x[3 * i + c];
-}
-
 bool gradients(const double* x, double* dN, double* weight) {
     bool sound = true;
     for (int p = 0; p < points; ++p) {
-        double J[9], inverse[9] = {};
-        jacobian(tables.dN[p], x, J);
-        weight[p] = 0.25 * invert3(J, inverse) / 6;
+        weight[p] = 0.25 * map_gradients(nodes, tables.dN[p], x, dN + 3 * nodes * p) / 6;
         sound = sound && weight[p] > 0;
-        for (int i = 0; i < nodes; ++i) {
-            const double* d = tables.dN[p][i];
-            double* out = dN + 3 * (nodes * p + i);
-            for (int c = 0; c < 3; ++c) out[c] = inverse[3 * c] * d[0] + inverse[3 * c + 1] * d[1] + inverse[3 * c + 2] * d[2];
-        }
     }
     return sound;
 }
@@ -113,7 +99,7 @@ void mass(const double* x, double* me) {
     for (int k = 0; k < nodes * nodes; ++k) me[k] = 0;
     for (int q = 0; q < mass_points; ++q) {
         double J[9], inverse[9];
-        jacobian(tables.mass_dN[q], x, J);
+        jacobian(nodes, tables.mass_dN[q], x, J);
         const double w = tables.mass_weight[q] * invert3(J, inverse) / 6;
         for (int i = 0; i < nodes; ++i)
             for (int j = 0; j < nodes; ++j) me[nodes * i + j] += w * tables.mass_N[q][i] * tables.mass_N[q][j];

@@ -190,7 +190,7 @@ TEST(Assembly, RefusesPartsSmallerThanTheMergingDistance) {
 
 TEST(Assembly, RefusesTwoElementTypes) {
     Part tetrahedra = make_part("VOL", {}, {});
-    tetrahedra.parent_name = KESTRALUM_SOURCE_DIR "/tests/mesh/netgen/cube_csg_o1.vol";
+    tetrahedra.parent_name = KESTRALUM_SOURCE_DIR "/data/netgen/cube_csg_o1.vol";
     EXPECT_NE(errors_of({box("a", {0, 0, 0}, {1, 1, 1}), tetrahedra}).find("one element type"),
               std::string::npos);
 }

@@ -14,7 +14,7 @@ using std::numbers::pi;
 
 namespace {
 
-const std::string folder = KESTRALUM_SOURCE_DIR "/tests/mesh/netgen/";
+const std::string folder = KESTRALUM_SOURCE_DIR "/data/netgen/";
 
 std::string content(const std::string& file) {
     std::string text, error;
