@@ -61,7 +61,8 @@ RunReport run_linear(ModelStore& store, const Settings& settings, AnalysisType t
         return report;
     }
     report.clock.begin("write");
-    if (!write_results(store, Publish::now, settings.threads())) report.fail(RunStatus::failed, "the result file cannot be written");
+    report.written = write_results(store, Publish::now, settings.threads());
+    if (!report.written) report.fail(RunStatus::failed, "the result file cannot be written");
     report.clock.end();
     return report;
 }

@@ -80,6 +80,7 @@ struct RunReport {
     double check_seconds = 0;
     std::int64_t factorizations = 0, solved_columns = 0, rounds = 0;
 
+    bool written = false;  // the result file holds this run's results
     bool has_results() const { return largest_displacement.node > 0 || !modes.empty(); }
 
     RunReport& fail(RunStatus why, std::string text) {

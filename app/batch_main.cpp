@@ -1,7 +1,6 @@
 // kestralum-batch: the program on a command line.
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,6 +18,7 @@
 #include "model/settings.h"
 #include "results/result_file.h"
 #include "results/vtu_file.h"
+#include "solver/panels.h"
 
 namespace {
 
@@ -46,26 +46,24 @@ bool lock_log_directory() {
     return true;
 }
 
-// Tells a file from the one that replaces it; 0 where there is none.
-std::uint64_t file_identity(const std::string& stored_name) {
-    struct stat status {};
-    return ::stat(paths::to_platform(stored_name).c_str(), &status) == 0 ? status.st_ino : 0;
+// Starts the program again with the matrix kernels that this processor deserves; goes on as it is
+// where that is not needed or not possible.
+void use_best_kernels(char** argv) {
+    const char* kernels = better_blas_kernels();
+    if (!kernels || ::setenv("OPENBLAS_CORETYPE", kernels, 0) != 0) return;
+    ::execv("/proc/self/exe", argv);
 }
 
 ExitStatus run_analysis(const BatchOptions& options, const ModelReadReport& model, const AnalysisInfoReport& control) {
     StageClock clock;  // reading and meshing first: the peak of memory is theirs until the analysis begins
     clock.add("read", model.read_seconds);
     clock.add("mesh", model.mesh_seconds);
-    const std::string target = result_file_name(model_store());
-    const std::uint64_t earlier = file_identity(target);
     RunReport report = find_analysis(options.command)->run();
     for (const Stage& stage : report.clock.stages()) clock.add(stage);
     report.clock = clock;
-    const std::uint64_t now = file_identity(target);
-    const bool computed = report.has_results();
     WrittenFiles files;
-    if (computed && now != 0 && now != earlier) files.results = target;
-    if (computed && options.vtu) {
+    if (report.written) files.results = result_file_name(model_store());
+    if (report.has_results() && options.vtu) {
         if (write_vtu(model_store())) files.vtu = vtu_file_name(model_store());
         else report.fail(RunStatus::failed, "the file for ParaView cannot be written");
     }
@@ -112,13 +110,20 @@ int main(int argc, char** argv) {
         console::summary("KESTRALUM %s\n", program_version);
         return exit_done;
     }
+    if (options.command != "check") use_best_kernels(argv);
+    ExitStatus status = exit_incomplete;
     try {
-        return run(options);
+        status = run(options);
     } catch (const std::bad_alloc&) {
+        release_held_results(model_store());
         console::error("not enough memory for this model");
-        return exit_incomplete;
     } catch (const std::exception& e) {
+        release_held_results(model_store());
         console::error("%s", e.what());
-        return exit_incomplete;
     }
+    if (std::fflush(stdout) != 0 && status == exit_done) {
+        console::error("the standard output cannot be written: %s", std::strerror(errno));
+        status = exit_incomplete;
+    }
+    return status;
 }

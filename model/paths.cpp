@@ -24,7 +24,7 @@ std::string with_slashes(std::string_view stored) {
 
 std::string to_platform(std::string_view stored) {
     std::string name = with_slashes(stored);
-    if (name.starts_with("log/")) name = log_directory() + name.substr(3);
+    if (stored.starts_with("log\\")) name = log_directory() + name.substr(3);
     return name;
 }
 

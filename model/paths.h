@@ -9,8 +9,8 @@
 
 namespace kestralum::paths {
 
-// A stored name as the platform opens it: either separator is taken, and a leading "log" folder
-// stands for the log directory in force.
+// A stored name as the platform opens it: either separator is taken. A name that begins with "log\",
+// as the program's own files do, lies in the log directory in force; "log/…" is a folder like others.
 std::string to_platform(std::string_view stored);
 
 // The directory that "log\…" names live in; "log" unless set.

@@ -3,6 +3,8 @@
 #include <cblas.h>
 #include <sys/mman.h>
 
+#include <string_view>
+
 namespace kestralum {
 
 Block allocate_block(std::int64_t doubles) {
@@ -92,6 +94,19 @@ void PanelStore::give_back(std::int32_t I) {
     if (blocks_.empty()) return;
     spare_.push_back(std::move(blocks_[p]));
     place_[p] = nullptr;
+}
+
+const char* better_blas_kernels() {
+#if defined(__x86_64__)
+    if (std::getenv("OPENBLAS_CORETYPE")) return nullptr;
+    if (!__builtin_cpu_supports("avx512f") || !__builtin_cpu_supports("avx512dq") || !__builtin_cpu_supports("avx512bw") ||
+        !__builtin_cpu_supports("avx512vl"))
+        return nullptr;
+    const std::string_view chosen = openblas_get_corename();
+    return chosen == "Haswell" || chosen == "Zen" ? "SkylakeX" : nullptr;
+#else
+    return nullptr;
+#endif
 }
 
 void use_serial_blas() { openblas_set_num_threads(1); }

@@ -1,0 +1,126 @@
+// Runs kestralum-batch as a user does: in a folder with a setting folder and a model.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "model/console.h"
+#include "model/token_reader.h"
+#include "results/result_file.h"
+#include "support/temp_folder.h"
+
+namespace kestralum::testing {
+
+struct Ended {
+    int status = -1;
+    std::string out, err;
+};
+
+inline std::string settings_text(const std::string& memory = "1000", const std::string& disk = "1000",
+                                 const std::string& threads = "2") {
+    return "KESTRALUM settings\nMEMORY_SIZE " + memory + "\nFREE_HD_SIZE " + disk +
+           "\nVIEW_FOVY 45\nVIEW_C_zNear 0.01\nVIEW_C_zFar 100\nORDERING_TYPE LALL\nC_EIGEN_SHIFT "
+           "0.5\nDIV_MEMORY_SIZE 1\n"
+           "NL_STATIC stop\nNL_CONV 1e-6\nN_THREADS " +
+           threads + "\n";
+}
+
+// A bar of 0.2 × 0.02 × 0.02 m without lateral contraction, clamped at x = 0 and pulled with 1000 N:
+// u = P L / (E A) = 2.5e-6 m at the end, a uniform stress of P / A = 2.5e6 N/m^2.
+inline const std::string bar_text = R"(
+material_info
+  STEEL 7800 2e11 0
+%
+parameter
+  L 0.2
+  B 0.02
+  A B*B
+  P 1000
+%
+part_info
+  BAR blue STEEL RECT  L B B 0 0 0  8 2 2 0 0 0  0 0 0  0 0 0
+%
+boundary_condition
+  CLAMP plane x  0 0 -1 1 -1 1
+%
+apply_force
+  PULL area x P  L L -1 1 -1 1
+%
+END
+)";
+constexpr double bar_end = 2.5e-6, bar_mises = 2.5e6;
+
+inline std::string replaced(std::string text, const std::string& from, const std::string& to) {
+    const std::size_t at = text.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    return at == std::string::npos ? text : text.replace(at, from.size(), to);
+}
+
+inline bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+inline std::vector<std::string> lines_of(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    return lines;
+}
+
+// The numbers of the line that begins with `title`, in order; empty where there is no such line.
+inline std::vector<double> numbers_of(const std::string& text, const std::string& title) {
+    std::vector<double> numbers;
+    for (std::string line : lines_of(text)) {
+        if (!line.starts_with(title)) continue;
+        std::replace_if(
+            line.begin(), line.end(), [](char c) { return c == '(' || c == ')' || c == ','; }, ' ');
+        std::istringstream words(line.substr(title.size()));
+        for (std::string word; words >> word;)
+            if (const auto number = parse_double(word)) numbers.push_back(*number);
+        break;
+    }
+    return numbers;
+}
+
+struct Batch : ::testing::Test {
+    TempFolder folder;
+
+    void SetUp() override {
+        std::filesystem::remove(folder.path() / "log");  // the program makes its own
+        std::filesystem::create_directory(folder.path() / "setting");
+        folder.write("setting/setting.txt", settings_text());
+        folder.write("bar.txt", bar_text);
+    }
+    std::string command(const std::string& arguments, const std::string& streams = "run") const {
+        return "timeout -k 5 200 '" KESTRALUM_BINARY_DIR "/kestralum-batch' " + arguments + " > " + streams +
+               ".out 2> " + streams + ".err";
+    }
+    // `before`: shell commands that set the scene for the program.
+    Ended run(const std::string& arguments, const std::string& before = "") const {
+        const std::string line =
+            "cd '" + folder.path().string() + "' && " + before + " " + command(arguments) + " < /dev/null";
+        const int ended = std::system(line.c_str());
+        Ended result{WIFEXITED(ended) ? WEXITSTATUS(ended) : -1, read_file(folder.path() / "run.out"),
+                     read_file(folder.path() / "run.err")};
+        EXPECT_FALSE(contains(result.err, "Sanitizer") || contains(result.err, "runtime error:"))
+            << result.err;
+        return result;
+    }
+    bool exists(const std::string& name) const { return std::filesystem::exists(folder.path() / name); }
+    std::string bytes(const std::string& name) const { return read_file(folder.path() / name); }
+    ModelStore result(const std::string& name) const {
+        console::Capture quiet;
+        ModelStore store = placeholder_model();
+        EXPECT_TRUE(read_result_file(folder.file(name), store)) << quiet.errors;
+        return store;
+    }
+};
+
+}  // namespace kestralum::testing
