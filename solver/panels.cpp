@@ -22,7 +22,7 @@ namespace {
 
 // Wide panels feed the matrix products, narrow ones waste less beside a narrow band.
 std::int32_t choose_panel_rows(std::int32_t height) {
-    if (height >= 2000) return 192;
+    if (height >= 2000) return 256;
     if (height >= 900) return 128;
     if (height >= 350) return 64;
     return 32;
