@@ -145,6 +145,11 @@ bool analyse(ModelStore& store, const Settings& settings, EigenMethod method, Ei
     report.negative_pivots = 0;  // shifted matrices have them by design
     const std::int32_t modes = std::min(options.n_mode, static_cast<std::int32_t>(pairs.lambda.size()));
     normalise_and_report(problem, system.numbering, modes, pairs, report);
+    constexpr double unresolved = 0.05;  // of ‖(K + λ₁M)φ‖: no mode of this pair at all
+    for (std::size_t j = 0; j < report.modes.size() && report.status == RunStatus::done; ++j)
+        if (!(report.modes[j].residual < unresolved))
+            report.fail(RunStatus::failed, console::format("mode %zu at %.6g Hz is not resolved in double precision: its residual is %.1e", j + 1,
+                                                           report.modes[j].frequency, report.modes[j].residual));
     report.clock.begin("recover");
     store_modes(store, settings, system, pairs, report);
     return true;

@@ -53,14 +53,16 @@ bool solve(const ModelStore& store, const Settings& settings, const LinearSystem
     const double load = norm(F);
     report.residual = load > 0 ? norm(Ku) / load : norm(Ku);
 
+    if (!std::isfinite(norm(u))) {  // nothing to store: an earlier result file stays
+        report.fail(RunStatus::failed, "the displacements are not finite numbers");
+        return false;
+    }
     const std::int32_t loose = find_free_motion(system.km, system.km.K_value, *factor);
     if (loose >= 0) {
         const std::int32_t dof = system.numbering.free_dofs[static_cast<std::size_t>(loose)];
         const auto x = place_of_node(store.mesh, static_cast<std::size_t>(dof / 3));
         report.fail(RunStatus::failed, console::format("the body is free: the supports do not hold node %d at (%.6g, %.6g, %.6g) in %c",
                                                        dof / 3 + 1, x[0], x[1], x[2], "xyz"[dof % 3]));
-    } else if (!std::isfinite(norm(u))) {
-        report.fail(RunStatus::failed, "the displacements are not finite numbers");
     }
     return true;
 }

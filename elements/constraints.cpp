@@ -51,7 +51,10 @@ std::vector<std::int32_t> select_nodes(const BoundaryCondition& record, const Me
 std::int32_t DofNumbering::repeated_nodes() const {
     std::vector<std::int32_t> nodes = fixed_nodes;
     std::sort(nodes.begin(), nodes.end());
-    return static_cast<std::int32_t>(nodes.end() - std::unique(nodes.begin(), nodes.end()));
+    std::int32_t repeated = 0;
+    for (std::size_t k = 1; k < nodes.size(); ++k)
+        repeated += nodes[k] == nodes[k - 1] && (k == 1 || nodes[k - 2] != nodes[k]);
+    return repeated;
 }
 
 DofNumbering apply_boundary_conditions(std::span<const BoundaryCondition> records, const Mesh& mesh,

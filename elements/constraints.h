@@ -17,7 +17,7 @@ struct DofNumbering {
     std::vector<std::int32_t> dof_map;      // global degree of freedom -> equation, -1 = fixed or hanging
     std::int32_t hanging_nodes = 0;         // nodes on no solid element, eliminated like fixed ones
 
-    // Entries of the list beyond the first of each node.
+    // Nodes that stand in the list more than once.
     std::int32_t repeated_nodes() const;
 
     std::int32_t fix_node_num() const { return static_cast<std::int32_t>(fixed_nodes.size()); }

@@ -259,6 +259,13 @@ TEST_F(EigenAnalysis, LooseBodiesAndAZeroShiftKeepTheFirstShift) {
     }
 }
 
+TEST_F(EigenAnalysis, ModesThatAreNotResolvedFailTheRun) {
+    settings.c_eigen_shift = 1e5;  // so far above the wanted modes that double precision cannot tell them
+    const RunReport report = run(material + "mode_num 3 %\npart_info b red M RECT 0.1 0.1 1 0 0 0 2 2 8 0 0 0 0 0 0 0 0 0 %\n"
+                                            "boundary_condition c plane z 0 0 0 0 0 0 % END\n", EigenMethod::lanczos);
+    EXPECT_EQ(report.status, RunStatus::failed);
+}
+
 TEST_F(EigenAnalysis, WithoutDensityNothingRuns) {
     const RunReport report = run("material_info M 0 200e9 0.3 %\npart_info a red M RECT 1 1 2 0 0 0 2 2 4 0 0 0 0 0 0 0 0 0 % END\n", EigenMethod::subspace);
     EXPECT_EQ(report.status, RunStatus::bad_input);

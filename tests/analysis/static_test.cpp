@@ -233,6 +233,15 @@ TEST_F(StaticAnalysis, EndsWithoutATornFileWhereItCannotGoOn) {
     EXPECT_EQ(check_model(store, default_settings()).bad.at(0).element, 20);
 }
 
+TEST_F(StaticAnalysis, ARunWithoutFiniteDisplacementsKeepsTheEarlierFile) {
+    ASSERT_EQ(run(small_model).status, RunStatus::done);
+    const std::string good = testing::read_file(folder.path() / "log" / "result_model.txt");
+    const RunReport report = run(std::string(small_model).replace(std::string(small_model).find("1000"), 4, "1e300"));
+    EXPECT_EQ(report.status, RunStatus::failed);
+    EXPECT_FALSE(report.has_results());
+    EXPECT_TRUE(testing::read_file(folder.path() / "log" / "result_model.txt") == good);
+}
+
 TEST_F(StaticAnalysis, RefusesWhatItDoesNotConsider) {
     RunReport report = run(std::string(small_model).replace(std::string(small_model).find("END"), 3,
                            "rigid_element end area 0.15 0.1 1 0 0.3 0 0.2 1 1 % END"));
