@@ -1,0 +1,244 @@
+// Camera arithmetic, the trackball and picking, without a display.
+#include "view/camera.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <tuple>
+
+#include "support/box_mesh.h"
+#include "view/picking.h"
+#include "view/surface.h"
+
+using namespace kestralum;
+using namespace kestralum::testing;
+using namespace kestralum::view;
+
+namespace {
+
+constexpr ViewDirection all_directions[] = {
+    ViewDirection::x,       ViewDirection::y,       ViewDirection::z,        ViewDirection::minus_x,
+    ViewDirection::minus_y, ViewDirection::minus_z, ViewDirection::isometric};
+
+const Scene long_box{{10, -1, 2, 14, 0, 4}, 4};
+
+Camera turned_camera() {
+    Camera camera;
+    resize(camera, 801, 600);
+    look_from(camera, ViewDirection::isometric);
+    mouse_press(camera, 300, 200);
+    mouse_move(camera, long_box, MouseButton::left, MouseMode::rotation, 420, 330);
+    fit(camera, long_box);
+    return camera;
+}
+
+void expect_rotation(const Matrix& m) {
+    for (std::size_t a = 0; a < 3; ++a)
+        for (std::size_t b = 0; b < 3; ++b) {
+            const Vec3 u{m[4 * a], m[4 * a + 1], m[4 * a + 2]}, v{m[4 * b], m[4 * b + 1], m[4 * b + 2]};
+            EXPECT_NEAR(dot(u, v), a == b ? 1 : 0, 1e-12);
+        }
+    EXPECT_NEAR(dot(cross({m[0], m[1], m[2]}, {m[4], m[5], m[6]}), {m[8], m[9], m[10]}), 1, 1e-12);
+}
+
+TEST(Camera, ProjectsAsTheMatricesDoAndBack) {
+    const Camera camera = turned_camera();
+    const Matrix whole = product(projection(camera, long_box), model_view(camera, long_box));
+    for (const Vec3& p : {Vec3{10, -1, 2}, {14, 0, 4}, {12.3, -0.4, 2.2}}) {
+        const auto pixel = project(camera, long_box, p);
+        ASSERT_TRUE(pixel);
+        const Vec3 device = transform(whole, p);
+        EXPECT_NEAR((*pixel)[0], 0.5 * (1 + device[0]) * 801, 1e-9);
+        EXPECT_NEAR((*pixel)[1], 0.5 * (1 - device[1]) * 600, 1e-9);
+        const Ray ray = unproject(camera, long_box, (*pixel)[0], (*pixel)[1]);
+        EXPECT_NEAR(norm(ray.direction), 1, 1e-12);
+        const Vec3 to = minus(p, ray.origin);
+        EXPECT_GT(dot(to, ray.direction), 0);
+        EXPECT_NEAR(norm(cross(to, ray.direction)), 0, 1e-9);
+    }
+}
+
+TEST(Camera, TrackballOnlyTurns) {
+    Camera camera = turned_camera();
+    const Vec3 shift = camera.shift;
+    int x = 10, y = 590;
+    mouse_press(camera, x, y);
+    for (int k = 0; k < 2000; ++k) {  // also far outside the ball and the view
+        x = (x * 37 + 11 * k) % 1500 - 300;
+        y = (y * 53 + 7 * k) % 1100 - 200;
+        mouse_move(camera, long_box, MouseButton::left, MouseMode::rotation, x, y);
+    }
+    expect_rotation(camera.turn);
+    EXPECT_EQ(camera.shift, shift);
+    const Matrix before = camera.turn;
+    mouse_move(camera, long_box, MouseButton::left, MouseMode::rotation, x, y);
+    for (std::size_t k = 0; k < 16; ++k) EXPECT_NEAR(camera.turn[k], before[k], 1e-12);
+}
+
+TEST(Camera, TrackballFollowsTheMouse) {
+    Camera camera;
+    resize(camera, 600, 600);
+    const Matrix right = trackball(camera, 300, 300, 330, 300), up = trackball(camera, 300, 300, 300, 270);
+    const Vec3 front{0, 0, 1};
+    EXPECT_NEAR(transform(right, front)[0], 0.1, 1e-9);  // 30 of 300 pixels of radius
+    EXPECT_NEAR(transform(right, front)[1], 0, 1e-12);
+    EXPECT_NEAR(transform(up, front)[1], 0.1, 1e-9);
+    // also on a model that is turned already: what faced the viewer goes with the mouse
+    look_from(camera, ViewDirection::x);
+    mouse_press(camera, 300, 300);
+    mouse_move(camera, long_box, MouseButton::left, MouseMode::rotation, 330, 300);
+    EXPECT_NEAR(transform(camera.turn, {1, 0, 0})[0], 0.1, 1e-9);
+    EXPECT_NEAR(transform(camera.turn, {0, 0, 1})[1], 1, 1e-9);
+}
+
+TEST(Camera, ButtonsMoveTheModel) {
+    Camera camera;
+    mouse_press(camera, 100, 100);
+    mouse_move(camera, long_box, MouseButton::left, MouseMode::translation, 108, 106);
+    EXPECT_NEAR(camera.shift[0], 8 * 4.0 / 800, 1e-15);
+    EXPECT_NEAR(camera.shift[1], -6 * 4.0 / 600, 1e-15);
+    mouse_move(camera, long_box, MouseButton::right, MouseMode::rotation, 120, 112);
+    EXPECT_NEAR(camera.shift[2], -6 * 4.0 / 600, 1e-15);
+    mouse_move(camera, long_box, MouseButton::middle, MouseMode::rotation, 120, 106);
+    EXPECT_NEAR(camera.shift[1], 0, 1e-15);
+    EXPECT_EQ(camera.turn, identity());
+}
+
+TEST(Camera, WheelKeepsWhatIsUnderTheCursor) {
+    Camera camera = turned_camera();
+    const Ray before = unproject(camera, long_box, 150, 400);
+    // where the ray meets the plane through the centre that faces the camera
+    const Vec3 axis = unproject(camera, long_box, 400.5, 300).direction;
+    const double along = dot(minus(long_box.centre(), before.origin), axis) / dot(before.direction, axis);
+    const Vec3 held = plus(before.origin, times(along, before.direction));
+    for (const double steps : {1.0, 3.0, -2.0}) {
+        const double from = long_box.max_length - camera.shift[2];
+        zoom_at(camera, long_box, steps, 150, 400);
+        EXPECT_NEAR(long_box.max_length - camera.shift[2], from * std::pow(0.9, steps), 1e-9);
+        const auto pixel = project(camera, long_box, held);
+        ASSERT_TRUE(pixel);
+        EXPECT_NEAR((*pixel)[0], 150, 1e-6);
+        EXPECT_NEAR((*pixel)[1], 400, 1e-6);
+    }
+    for (int k = 0; k < 500; ++k) zoom_at(camera, long_box, 1, 150, 400);
+    EXPECT_GT(long_box.max_length - camera.shift[2],
+              long_box.max_length / 100);  // not through the near plane
+    for (int k = 0; k < 500; ++k) zoom_at(camera, long_box, -1, 150, 400);
+    EXPECT_LT(long_box.max_length - camera.shift[2], long_box.max_length * 100);
+}
+
+TEST(Camera, FitShowsTheWholeBoxAndFillsTheView) {
+    for (const auto& [width, height] : {std::pair{800, 600}, {300, 900}, {1600, 300}})
+        for (const ViewDirection direction : all_directions) {
+            Camera camera;
+            resize(camera, width, height);
+            look_from(camera, direction);
+            expect_rotation(camera.turn);
+            fit(camera, long_box);
+            double widest = 0;
+            for (int corner = 0; corner < 8; ++corner) {
+                Vec3 p;
+                for (std::size_t k = 0; k < 3; ++k) p[k] = long_box.size_info[(corner >> k & 1 ? 3 : 0) + k];
+                const auto pixel = project(camera, long_box, p);
+                ASSERT_TRUE(pixel);
+                widest = std::max(
+                    {widest, std::abs(2 * (*pixel)[0] / width - 1), std::abs(2 * (*pixel)[1] / height - 1)});
+                EXPECT_LT(std::abs((*pixel)[2]), 1);
+            }
+            EXPECT_NEAR(widest, 0.9, 1e-9);
+        }
+}
+
+TEST(Camera, LooksAlongTheNamedAxis) {
+    const std::tuple<ViewDirection, Vec3, Vec3> views[] = {
+        {ViewDirection::x, {1, 0, 0}, {0, 0, 1}},
+        {ViewDirection::y, {0, 1, 0}, {0, 0, 1}},
+        {ViewDirection::z, {0, 0, 1}, {0, 1, 0}},
+        {ViewDirection::minus_x, {-1, 0, 0}, {0, 0, 1}},
+        {ViewDirection::minus_y, {0, -1, 0}, {0, 0, 1}},
+        {ViewDirection::minus_z, {0, 0, -1}, {0, 1, 0}},
+        {ViewDirection::isometric, unit({1, 1, 1}), unit({-1, -1, 2})}};
+    for (const auto& [direction, viewer, up] : views) {
+        Camera camera;
+        look_from(camera, direction);
+        EXPECT_NEAR(transform(camera.turn, viewer)[2], 1, 1e-12);
+        EXPECT_NEAR(transform(camera.turn, up)[1], 1, 1e-12);
+    }
+}
+
+TEST(Camera, SurvivesAModelAndAViewWithoutSize) {
+    Camera camera;
+    resize(camera, 0, -3);
+    const Scene point{{}, 0};
+    fit(camera, point);
+    zoom_at(camera, point, 2, 0, 0);
+    const auto pixel = project(camera, point, {0, 0, 0});
+    ASSERT_TRUE(pixel);
+    for (const double value : *pixel) EXPECT_TRUE(std::isfinite(value));
+    for (const double value : projection(camera, point)) EXPECT_TRUE(std::isfinite(value));
+    EXPECT_EQ(normalised_angle(5761), 1);
+    EXPECT_EQ(normalised_angle(-16), 5744);
+    EXPECT_EQ(normalised_angle(5760), 5760);
+}
+
+class Picking : public ::testing::TestWithParam<ElementKind> {};
+
+// Every node of the side that faces the viewer is picked at its own pixel, from all sides.
+TEST_P(Picking, FindsTheNodeUnderThePixel) {
+    const Mesh mesh = box_mesh({{4, 2, 3}, {4, 1, 2}}, GetParam());
+    const Surface surface = build_surface(mesh, Faces::free);
+    const Scene scene{mesh.size_info, mesh.max_length};
+    for (const ViewDirection direction : all_directions) {
+        Camera camera;
+        resize(camera, 900, 700);
+        look_from(camera, direction);
+        fit(camera, scene);
+        int tried = 0;
+        for (const std::int32_t n : surface.nodes) {
+            const Vec3 p = triple(mesh.coordinates, n);
+            const Vec3 eye = unproject(camera, scene, 450, 350).origin;
+            bool faces_viewer = false;  // the viewer stands beyond a side that holds the node
+            for (std::size_t c = 0; c < 3; ++c)
+                faces_viewer |= (p[c] == mesh.size_info[3 + c] && eye[c] > p[c]) ||
+                                (p[c] == mesh.size_info[c] && eye[c] < p[c]);
+            if (!faces_viewer) continue;
+            ++tried;
+            const auto pixel = project(camera, scene, p);
+            const auto pick = pick_node(unproject(camera, scene, (*pixel)[0], (*pixel)[1]), surface,
+                                        mesh.coordinates, pixel_slack(camera, 3));
+            ASSERT_TRUE(pick);
+            EXPECT_EQ(pick->node, n + 1);
+            const auto first = mesh.connectivity.begin() + (pick->element - 1) * mesh.node_per_element();
+            EXPECT_NE(std::find(first, first + mesh.node_per_element(), n + 1),
+                      first + mesh.node_per_element());
+        }
+        EXPECT_GE(tried, 12);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, Picking,
+                         ::testing::Values(ElementKind::hexahedron, ElementKind::tetrahedron4,
+                                           ElementKind::tetrahedron10));
+
+TEST(PickingOnABox, TakesTheFrontAndMissesBeside) {
+    const Mesh mesh = hexa_box({{2, 2, 2}, {2, 2, 2}});
+    const Surface surface = build_surface(mesh, Faces::free);
+    const auto front = pick_node({{1.1, 0.9, 9}, {0, 0, -1}}, surface, mesh.coordinates);
+    ASSERT_TRUE(front);
+    EXPECT_EQ(front->place, (Vec3{1, 1, 2}));
+    EXPECT_EQ(pick_text(*front), "Element:6, Node:23, D.o.f.:66");
+    EXPECT_FALSE(pick_node({{1, 1, 9}, {0, 0, 1}}, surface, mesh.coordinates));      // behind the viewer
+    EXPECT_FALSE(pick_node({{2.01, 1, 9}, {0, 0, -1}}, surface, mesh.coordinates));  // just beside
+    const auto near = pick_node({{2.01, 1.01, 9}, {0, 0, -1}}, surface, mesh.coordinates, 0.01);
+    ASSERT_TRUE(near);
+    EXPECT_EQ(near->place[0], 2);
+    EXPECT_EQ(near->place[1], 1);
+    std::vector<double> u(mesh.coordinates.size(), 0.0), values(27, 7.5);
+    u[3 * 22 + 1] = -0.25;
+    EXPECT_EQ(status_text(*front, mesh, u, values, 4),
+              "Element:6, Node:23, D.o.f.:66   x:1 y:1 z:2 [m]   ux:0.000e+00 uy:-2.500e-01 uz:0.000e+00   "
+              "Mises Stress:7.500e+00");
+    EXPECT_EQ(status_text(*front, mesh, {}, {}, 4), "Element:6, Node:23, D.o.f.:66   x:1 y:1 z:2 [m]");
+}
+
+}  // namespace

@@ -1,0 +1,197 @@
+// Arrows, supports, axes and labels; what the slots set.
+#include "view/symbols.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numbers>
+
+#include "support/box_mesh.h"
+#include "view/display_state.h"
+
+using namespace kestralum;
+using namespace kestralum::testing;
+using namespace kestralum::view;
+
+namespace {
+
+void expect_near(const Vec3& a, const Vec3& b) {
+    for (std::size_t k = 0; k < 3; ++k) EXPECT_NEAR(a[k], b[k], 1e-12);
+}
+
+TEST(Symbols, ForcesEndAtTheirDrawnNodes) {
+    const Mesh mesh = hexa_box({{20, 20, 1}, {2, 2, 0.1}});
+    std::vector<double> drawn = mesh.coordinates;
+    for (std::size_t k = 2; k < drawn.size(); k += 3) drawn[k] += 0.5;
+    std::vector<AppliedForce> forces(5);
+    forces[0].axis = 2;
+    forces[0].value = -1234.5;
+    forces[0].node = 1;
+    forces[1].kind = ForceKind::area;
+    forces[1].value = 10;
+    forces[1].box = {0, 2, 0, 2, 0.1, 0.1};
+    forces[2].kind = ForceKind::area;  // holds no node
+    forces[2].value = 1;
+    forces[2].box = {9, 10, 9, 10, 9, 10};
+    forces[3].axis = 7;  // damaged
+    forces[4].value = 5;
+    forces[4].point = {3, 3, 3};  // no node found
+    const ForceSymbols symbols = force_symbols(mesh, forces, drawn);
+    ASSERT_EQ(symbols.labels.size(), 3u);
+    EXPECT_EQ(symbols.labels[0].text, "1.234e+03[N]");
+    EXPECT_EQ(symbols.labels[1].text, "1.000e+01[N]");
+    ASSERT_GE(symbols.arrows.size(), 102u);
+    EXPECT_LE(symbols.arrows.size(), 202u);  // 441 nodes, thinned out
+    expect_near(symbols.arrows[0].tip, {0, 0, 0.5});
+    expect_near(symbols.arrows[0].tail, {0, 0, 0.8});  // pushes down, 0.15 of 2 m long
+    expect_near(symbols.arrows.back().tip, {3, 3, 3});
+    expect_near(symbols.labels[1].at, {1 - 0.3, 1, 0.6});
+}
+
+TEST(Symbols, RigidForcesTellMomentsApart) {
+    const Mesh mesh = hexa_box({{1, 1, 1}, {1, 1, 1}});
+    std::vector<RigidElement> elements(1);
+    elements[0].reference = {1, 2, 3};
+    elements[0].region = {0, 1, 0, 2, 0, 3};
+    std::vector<RigidForce> forces(4);
+    for (std::size_t k = 0; k < 3; ++k) {
+        forces[k].element = 0;
+        forces[k].value = 2;
+    }
+    forces[0].direction = RigidDirection::y;
+    forces[1].direction = RigidDirection::rz;
+    forces[2].direction = RigidDirection::normal;
+    forces[3].element = 4;  // of no element
+    const ForceSymbols symbols = rigid_force_symbols(mesh, forces, elements);
+    ASSERT_EQ(symbols.arrows.size(), 2u);
+    EXPECT_FALSE(symbols.arrows[0].moment);
+    EXPECT_TRUE(symbols.arrows[1].moment);
+    expect_near(symbols.arrows[1].tail, {1, 2, 2.85});
+    ASSERT_EQ(symbols.labels.size(), 3u);
+    EXPECT_EQ(symbols.labels[1].text, "2.000e+00[Nm]");
+    const RigidMarkers markers = rigid_markers(elements, 1);
+    double length = 0;
+    for (const Line& line : markers.lines) length += norm(minus(line.to, line.from));
+    EXPECT_NEAR(length, 4 * (1 + 2 + 3) + 3 * 0.04, 1e-12);
+    elements[0].kind = RigidSelection::round;  // centre 0 1 0, radius 2, axis x, half thickness 0.5
+    elements[0].region = {0, 1, 0, 2, 0, 0.5};
+    const RigidMarkers round = rigid_markers(elements, 1);
+    ASSERT_GT(round.lines.size(), 3u + 2 * 12u);
+    for (const Line& line : std::span(round.lines).subspan(3)) {
+        EXPECT_NEAR(std::abs(line.from[0]), 0.5, 1e-12);
+        EXPECT_NEAR(std::hypot(line.from[1] - 1, line.from[2]), 2, 1e-12);
+    }
+}
+
+TEST(Symbols, SupportsStandOutsideTheBody) {
+    const Mesh mesh = hexa_box({{2, 2, 2}, {2, 2, 2}});
+    const std::vector<std::int32_t> fixed{4,  22, 4,
+                                          13, -1, 27};  // face middles, the body's middle, strangers
+    const auto cones = support_cones(mesh, fixed, mesh.coordinates);
+    ASSERT_EQ(cones.size(), 3u);
+    expect_near(cones[0].tip, {1, 1, 0});
+    expect_near(cones[0].axis, {0, 0, -1});
+    expect_near(cones[2].tip, {1, 1, 2});
+    expect_near(cones[2].axis, {0, 0, 1});
+    EXPECT_NEAR(norm(cones[1].axis), 1, 1e-12);  // inside: any direction, but one
+}
+
+TEST(Symbols, PartsStandInTheirFrame) {
+    std::vector<Part> parts(2);
+    parts[0].origin = {100, 0, 50};
+    parts[0].unit_factor = 0.001;
+    parts[0].euler_angles = {30, 50, 110};
+    parts[1].active = 0;
+    const auto lines = part_axes(parts, 2);
+    ASSERT_EQ(lines.size(), 5u);
+    // Rz(a)·Rx(b)·Rz(c) written out for the local z and x axes
+    constexpr double degree = std::numbers::pi / 180;
+    const double ca = std::cos(30 * degree), sa = std::sin(30 * degree), cb = std::cos(50 * degree),
+                 sb = std::sin(50 * degree), cc = std::cos(110 * degree), sc = std::sin(110 * degree);
+    expect_near(lines[4].to, {0.1 + 2 * sa * sb, -2 * ca * sb, 0.05 + 2 * cb});
+    expect_near(lines[0].to,
+                {0.1 + 2 * (ca * cc - sa * cb * sc), 2 * (sa * cc + ca * cb * sc), 0.05 + 2 * sb * sc});
+    EXPECT_EQ(lines[0].color, (Color{1, 0, 0, 1}));
+
+    parts[0].type = Shape::hole_cyli;
+    parts[0].size = {20, 60, 0, 0, 0, 0};
+    parts[0].euler_angles = {};
+    const auto outline = feature_outlines(parts);
+    ASSERT_FALSE(outline.empty());
+    for (const Line& line : outline) {
+        EXPECT_NEAR(std::hypot(line.from[0] - 0.1, line.from[1]), 0.02, 1e-12);
+        EXPECT_GE(line.from[2], 0.05 - 1e-12);
+        EXPECT_LE(line.to[2], 0.11 + 1e-12);
+    }
+    parts[0].type = Shape::rect;  // solids come from the mesh
+    EXPECT_TRUE(feature_outlines(parts).empty());
+}
+
+TEST(Symbols, LabelsNameSizesCountsAndParts) {
+    const Mesh mesh = hexa_box({{2, 1, 1}, {0.25, 0.5, 1}});
+    const Dimensions sizes = dimensions({mesh.size_info, mesh.max_length});
+    ASSERT_EQ(sizes.labels.size(), 3u);
+    EXPECT_EQ(sizes.labels[0].text, "x:0.25[m]");
+    EXPECT_EQ(sizes.labels[2].text, "z:1[m]");
+    for (const Label& label : sizes.labels)  // beside the body, not in it
+        EXPECT_TRUE(label.at[0] < 0 || label.at[1] < 0);
+    EXPECT_TRUE(dimensions({{}, 1}).labels.empty());
+    EXPECT_EQ(fem_information(mesh, 2),
+              (std::vector<std::string>{"Element type: 8-node hexahedron", "Node: 12", "Element: 2",
+                                        "D.o.f.: 36", "Part: 2"}));
+    Mesh parted = mesh;
+    parted.p_ele_part_id = {1, 5};  // 5 is no part
+    std::vector<Part> parts(2);
+    parts[0].origin = {7, 0, 0};
+    parts[1].name = "arm";
+    const auto names = part_names(parted, parts, mesh.coordinates);
+    ASSERT_EQ(names.size(), 2u);
+    expect_near(names[0].at, {7, 0, 0});
+    expect_near(names[1].at, {0.0625, 0.25, 0.5});
+    EXPECT_EQ(names[1].text, "arm");
+}
+
+TEST(Display, StartsAsTheMenusDo) {
+    const DisplayState state;
+    for (const auto flag : {ViewFlag::part_axes, ViewFlag::rigid_element, ViewFlag::element_contact,
+                            ViewFlag::part_name, ViewFlag::dimension})
+        EXPECT_FALSE(state.shows(flag));
+    EXPECT_EQ(std::count(state.flags.begin(), state.flags.end(), true), 11);
+    EXPECT_STREQ(view_entries[static_cast<std::size_t>(ViewFlag::dimension)].text, "&Dimension");
+}
+
+TEST(Display, ClampsAndAdvancesTheFrame) {
+    EXPECT_EQ(clamp_frame(0, 5), 1);
+    EXPECT_EQ(clamp_frame(9999, 5), 5);
+    EXPECT_EQ(clamp_frame(3, 0), 0);
+    DisplayState state;
+    state.animation_running = true;
+    std::vector<std::int32_t> shown;
+    for (int tick = 0; tick < 4; ++tick) {
+        advance(state, AnalysisType::explicit_dynamics, 3);
+        shown.push_back(state.frame);
+    }
+    EXPECT_EQ(shown, (std::vector<std::int32_t>{2, 3, 3, 3}));
+    EXPECT_FALSE(state.animation_running);
+    for (int tick = 0; tick < phase_count + 1; ++tick) advance(state, AnalysisType::eigen, 3);
+    EXPECT_EQ(state.phase, 1);
+    EXPECT_EQ(state.frame, 3);
+    advance(state, AnalysisType::linear_static, 3);
+    EXPECT_EQ(state.frame, 1);
+}
+
+TEST(Display, MenuAnswers) {
+    std::array<bool, 18> checked{};
+    checked[4] = true;
+    EXPECT_EQ(chosen_contour(checked, 4), -1);
+    checked[1] = true;
+    EXPECT_EQ(chosen_contour(checked, 4), 1);
+    EXPECT_EQ(chosen_contour({}, 4), -1);
+    EXPECT_EQ(pixmap_size("640x480"), (std::array{640, 480}));
+    EXPECT_EQ(pixmap_size("640  x 480"), (std::array{640, 480}));
+    for (const char* text : {"640*480", " 640x480", "640x480 ", "x480", "640x", "0x480", "-3x4",
+                             "99999999999x1", "20000x10", ""})
+        EXPECT_FALSE(pixmap_size(text)) << text;
+}
+
+}  // namespace

@@ -1,0 +1,88 @@
+// Camera of the view: trackball, pan, zoom, projection. The camera stands at (0, 0, max_length) and
+// looks at the origin with +y up; the model is moved and turned about the centre of its box. Pixels
+// count from the top left corner of the view.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+
+#include "view/display_state.h"
+#include "view/vector.h"
+
+namespace kestralum::view {
+
+using Matrix = std::array<double, 16>;  // 4 × 4 by columns, as OpenGL reads it
+
+Matrix identity();
+Matrix product(const Matrix& a, const Matrix& b);
+Matrix translation(const Vec3& t);
+Matrix rotation(const Vec3& axis, double angle);  // unit axis, radians
+// Field of view over the height in degrees, aspect = width/height.
+Matrix perspective(double field_of_view, double aspect, double z_near, double z_far);
+Vec3 transform(const Matrix& m, const Vec3& p);  // with the division by w
+
+struct Ray {
+    Vec3 origin, direction;  // unit direction
+};
+
+enum class ViewDirection { x, y, z, minus_x, minus_y, minus_z, isometric };
+enum class MouseButton { left, middle, right };
+
+inline constexpr double field_of_view = 30;  // degrees
+
+// What of the mesh the camera needs.
+struct Scene {
+    std::array<double, 6> size_info{};  // xmin ymin zmin xmax ymax zmax, m
+    double max_length = 1;
+    Vec3 centre() const {
+        return {0.5 * (size_info[0] + size_info[3]), 0.5 * (size_info[1] + size_info[4]),
+                0.5 * (size_info[2] + size_info[5])};
+    }
+};
+
+struct Camera {
+    Vec3 shift{0, 0, 0};         // tx ty tz of the model, m
+    Matrix turn = identity();    // rotation of the model
+    int width = 4, height = 3;   // of the view, pixels
+    int last_x = 0, last_y = 0;  // mouse position of the last event
+
+    double aspect() const { return static_cast<double>(width) / height; }
+};
+
+// A side of 0 counts as 1: a collapsed view still has a projection.
+void resize(Camera& camera, int width, int height);
+
+Matrix projection(const Camera& camera, const Scene& scene);
+Matrix model_view(const Camera& camera, const Scene& scene);
+
+void mouse_press(Camera& camera, int x, int y);
+
+// Left button: moves the model, or turns it in rotation mode; right: moves it along the view axis;
+// middle: moves it in either mode.
+void mouse_move(Camera& camera, const Scene& scene, MouseButton button, MouseMode mode, int x, int y);
+
+// Rotation that a drag from one pixel to another gives on a ball in the middle of the view, smaller
+// side across; outside it the ball runs out into a hyperbola (Bell, 1988).
+Matrix trackball(const Camera& camera, int x0, int y0, int x1, int y1);
+
+// Wheel: `steps` forward (positive) brings the model nearer, a tenth of the distance each; what lies
+// under the cursor in the plane of the model's centre stays there.
+void zoom_at(Camera& camera, const Scene& scene, double steps, int x, int y);
+
+// Model centred, its box (grown by `grow` max_length on every side) wholly in the picture.
+void fit(Camera& camera, const Scene& scene, double grow = 0);
+
+// Turns the model so that the viewer stands on the named side: z up for x and y, y up for z.
+void look_from(Camera& camera, ViewDirection direction);
+
+// Where a point of the model is drawn: pixel x, pixel y, depth -1 near … 1 far. None behind the camera.
+std::optional<Vec3> project(const Camera& camera, const Scene& scene, const Vec3& point);
+
+// The ray of the model's space that falls on a pixel, from the camera outwards.
+Ray unproject(const Camera& camera, const Scene& scene, double pixel_x, double pixel_y);
+
+// Angle in sixteenths of a degree, brought into 0 … 5760.
+std::int32_t normalised_angle(std::int32_t sixteenths);
+
+}  // namespace kestralum::view

@@ -1,0 +1,93 @@
+// The contour quantities, their values at the nodes, range and colours.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "model/model_store.h"
+#include "view/vector.h"
+
+namespace kestralum::view {
+
+// Where the values of a quantity stand. A new quantity is one row of `quantities`.
+enum class Source {
+    magnitude,     // length of the displacement vector
+    displacement,  // its component
+    stress,        // component of a group of Results::node_stress
+    none,          // no values: the part's own colour
+};
+struct Quantity {
+    const char* menu_text;
+    const char* text;  // in the legend
+    const char* unit;
+    Source source;
+    int group;      // of node_stress
+    int component;  // 0 … 2
+};
+inline constexpr std::array<Quantity, 18> quantities{{
+    {"&Disp. Mag.", "Displacement Mag.", "m", Source::magnitude, 0, 0},
+    {"&Disp. x", "Displacement x", "m", Source::displacement, 0, 0},
+    {"&Disp. y", "Displacement y", "m", Source::displacement, 0, 1},
+    {"&Disp. z", "Displacement z", "m", Source::displacement, 0, 2},
+    {"&Mises Stress", "Mises Stress", "Pa", Source::stress, 4, 0},
+    {"&Stress xx", "Stress x", "Pa", Source::stress, 0, 0},
+    {"&Stress yy", "Stress y", "Pa", Source::stress, 0, 1},
+    {"&Stress zz", "Stress z", "Pa", Source::stress, 0, 2},
+    {"&Stress xy", "Stress xy", "Pa", Source::stress, 1, 0},
+    {"&Stress yz", "Stress yz", "Pa", Source::stress, 1, 1},
+    {"&Stress xz", "Stress zx", "Pa", Source::stress, 1, 2},
+    {"&Strain xx", "Strain x", "-", Source::stress, 2, 0},
+    {"&Strain yy", "Strain y", "-", Source::stress, 2, 1},
+    {"&Strain zz", "Strain z", "-", Source::stress, 2, 2},
+    {"&Strain xy", "Strain xy", "-", Source::stress, 3, 0},
+    {"&Strain yz", "Strain yz", "-", Source::stress, 3, 1},
+    {"&Strain xz", "Strain zx", "-", Source::stress, 3, 2},
+    {"&Part Color", "", "", Source::none, 0, 0},
+}};
+
+// Row of the table, null for an index outside it.
+const Quantity* quantity_at(std::int32_t index);
+
+// Text of the legend: empty for 17 and for every index outside the table.
+const char* quantity_text(std::int32_t index);
+
+// The vector (dof_num values, m) that frame 1 … mode_num shows; empty where the frame does not exist
+// or the results do not belong to a mesh of `dof_num`.
+std::span<const double> frame_displacement(const Results& results, std::int32_t dof_num, std::int32_t frame);
+
+// Values of a quantity at all nodes (node_num), frame 1 … mode_num; empty where there are none.
+std::vector<double> nodal_values(std::int32_t index, const Mesh& mesh, const Results& results,
+                                 std::int32_t frame);
+
+struct Extreme {
+    double value = 0;
+    std::int32_t node = 0;   // 1-based
+    std::int32_t frame = 0;  // 1-based; 0 where one frame was looked at
+};
+struct ValueRange {
+    Extreme low, high;
+};
+
+// Least and largest value over `nodes` (0-based), the first node where several have it. Values that
+// are not finite do not count; none where nothing remains.
+std::optional<ValueRange> value_range(std::span<const double> values, std::span<const std::int32_t> nodes);
+
+// The same over all frames.
+std::optional<ValueRange> value_range_all_frames(std::int32_t index, const Mesh& mesh, const Results& results,
+                                                 std::span<const std::int32_t> nodes);
+
+// 0 at the low end, 1 at the high end, clamped; 0 in a range without width. NaN stays NaN.
+double normalised(double value, const ValueRange& range);
+
+// Colour of v in [0, 1]: blue, cyan, green, yellow, red, always one component at least at 1. Grey for
+// NaN: no value.
+Color contour_color(double v, double alpha);
+
+// Colour of every node, node_num entries, for the drawing's vertex arrays.
+std::vector<Color> node_colors(std::span<const double> values, const ValueRange& range, double alpha);
+
+}  // namespace kestralum::view

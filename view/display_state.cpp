@@ -1,0 +1,58 @@
+#include "view/display_state.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace kestralum::view {
+
+std::int32_t clamp_frame(std::int32_t frame, std::int32_t mode_num) {
+    return std::min(std::max(frame, 1), std::max(mode_num, 0));
+}
+
+void advance(DisplayState& state, AnalysisType ana_type, std::int32_t mode_num) {
+    switch (ana_type) {
+        case AnalysisType::eigen:
+            state.phase = (state.phase + 1) % phase_count;
+            break;
+        case AnalysisType::linear_static:
+            state.frame = 1;
+            state.animation_running = false;
+            break;
+        default:
+            if (!state.animation_running) break;
+            if (state.frame < mode_num) ++state.frame;
+            if (state.frame >= mode_num) state.animation_running = false;
+    }
+    state.frame = clamp_frame(state.frame, mode_num);
+}
+
+std::int32_t chosen_contour(std::span<const bool> checked, std::int32_t current) {
+    std::int32_t chosen = -1;
+    for (std::size_t k = 0; k < checked.size(); ++k)
+        if (checked[k] && static_cast<std::int32_t>(k) != current) chosen = static_cast<std::int32_t>(k);
+    return chosen;
+}
+
+std::optional<std::array<int, 2>> pixmap_size(std::string_view text) {
+    constexpr int largest_side = 16384;  // what OpenGL implementations allow
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    auto side = [&](int& value) {
+        if (at == end || *at < '0' || *at > '9') return false;
+        const auto [after, failure] = std::from_chars(at, end, value);
+        at = after;
+        return failure == std::errc() && value >= 1 && value <= largest_side;
+    };
+    auto skip_blanks = [&] {
+        while (at != end && *at == ' ') ++at;
+    };
+    std::array<int, 2> size{};
+    if (!side(size[0])) return std::nullopt;
+    skip_blanks();
+    if (at == end || *at++ != 'x') return std::nullopt;
+    skip_blanks();
+    if (!side(size[1]) || at != end) return std::nullopt;
+    return size;
+}
+
+}  // namespace kestralum::view

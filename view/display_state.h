@@ -1,0 +1,100 @@
+// What the window's slots set and the drawing reads.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "model/model_store.h"
+#include "view/vector.h"
+
+namespace kestralum::view {
+
+// The View menu, in its order.
+enum class ViewFlag {
+    node,
+    shape,
+    wire,
+    fem,
+    axes,
+    part_axes,
+    bc,
+    text,
+    force,
+    rigid_element,
+    rigid_wall,
+    element_contact,
+    contour_bar,
+    part_name,
+    dimension,
+    fem_information
+};
+struct ViewEntry {
+    const char* text;  // of the action
+    bool start;        // checked at start
+};
+inline constexpr std::array<ViewEntry, 16> view_entries{{{"&Node", true},
+                                                         {"&Shape", true},
+                                                         {"&Wire", true},
+                                                         {"&Fem", true},
+                                                         {"&Axes", true},
+                                                         {"&Part Axes", false},
+                                                         {"&B.C.", true},
+                                                         {"&Text", true},
+                                                         {"&Force", true},
+                                                         {"&Rigid Element", false},
+                                                         {"&Rigid Wall", true},
+                                                         {"&Element Contact", false},
+                                                         {"&Contour Bar", true},
+                                                         {"&Part Name", false},
+                                                         {"&Dimension", false},
+                                                         {"&Fem infomation", true}}};
+
+constexpr std::array<bool, 16> start_flags() {
+    std::array<bool, 16> flags{};
+    for (std::size_t k = 0; k < flags.size(); ++k) flags[k] = view_entries[k].start;
+    return flags;
+}
+
+enum class MouseMode { translation, rotation };
+enum class EigenMethod : std::int32_t { subspace = 2, lanczos = 3 };
+
+inline constexpr int phase_count = 20;  // pictures per oscillation of a mode
+
+struct DisplayState {
+    std::array<bool, 16> flags = start_flags();
+    std::int32_t contour = 4;          // row of the quantity table, -1 none
+    std::int32_t frame = 1;            // mode or output step shown, 1-based; 0 undeformed
+    std::int32_t frame_increment = 1;  // kept for the control that sets it
+    bool animation_running = false;
+    int phase = 0;  // entry of the phase table shown
+    double mode_scale = 1.0;
+    double transparency = 1.0;      // alpha of the drawn model
+    Vec3 light{1, 1, 1};            // main light, m; max_length each once a view is set up
+    bool auto_scale = true;         // small static displacements are drawn magnified
+    bool all_frames_range = false;  // contour range over all frames, not the one shown
+    MouseMode mouse_mode = MouseMode::translation;
+    EigenMethod eigen_method = EigenMethod::subspace;
+    bool real_time = false;  // explicit analysis stepped by the view
+    bool result_ready = false;
+
+    bool shows(ViewFlag flag) const { return flags[static_cast<std::size_t>(flag)]; }
+};
+
+// `frame` at least 1, then at most mode_num: 0 where there are no frames.
+std::int32_t clamp_frame(std::int32_t frame, std::int32_t mode_num);
+
+// One repaint of the periodic timer later: modes oscillate; a running animation of steps moves one
+// frame on and stops at the last; a static result stays at frame 1. Clamps the frame in all cases.
+void advance(DisplayState& state, AnalysisType ana_type, std::int32_t mode_num);
+
+// The contour that an exclusive menu shows: the last checked entry that is not `current`, else -1.
+std::int32_t chosen_contour(std::span<const bool> checked, std::int32_t current);
+
+// Width and height of an answer as "640x480" or "640 x 480"; none for any other text, for a side of
+// 0 and for one above 16384.
+std::optional<std::array<int, 2>> pixmap_size(std::string_view text);
+
+}  // namespace kestralum::view

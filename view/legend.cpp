@@ -1,0 +1,98 @@
+#include "view/legend.h"
+
+#include <algorithm>
+
+#include "model/console.h"
+
+namespace kestralum::view {
+
+namespace {
+
+bool frame_exists(const Results& results, std::int32_t frame) {
+    return frame >= 1 && frame <= results.mode_num();
+}
+
+double mode_frequency(const Results& results, std::int32_t frame) {
+    const auto k = static_cast<std::size_t>(frame) - 1;
+    const std::int32_t row = k < results.frame_vector.size() ? results.frame_vector[k] : frame - 1;
+    if (row < 0 || row >= results.mode_num()) return 0;
+    return results.n_freq[static_cast<std::size_t>(row)];
+}
+
+std::string mark(const char* name, const Extreme& extreme) {
+    if (extreme.frame > 0)
+        return console::format("%s %.3e Node:%d Frame:%d", name, extreme.value, extreme.node, extreme.frame);
+    return console::format("%s %.3e Node:%d", name, extreme.value, extreme.node);
+}
+
+}  // namespace
+
+double frame_time(const Results& results, const AnalysisControl& control, std::int32_t frame) {
+    if (!frame_exists(results, frame)) return 0;
+    const bool stored =
+        std::any_of(results.n_freq.begin(), results.n_freq.end(), [](double t) { return t != 0; });
+    if (stored) return results.n_freq[static_cast<std::size_t>(frame) - 1];
+    return (frame - 1) * control.end_time / results.mode_num();
+}
+
+std::string legend_text(AnalysisType ana_type, std::int32_t contour, const Results& results,
+                        const AnalysisControl& control, std::int32_t frame) {
+    if (!frame_exists(results, frame)) return "";
+    const char* text = quantity_text(contour);
+    switch (ana_type) {
+        case AnalysisType::eigen:
+            return console::format("%s%d%s%.2f%s", "Mode", frame, "___", mode_frequency(results, frame),
+                                   "[Hz]");
+        case AnalysisType::linear_static:
+            return console::format("%s", text);
+        case AnalysisType::nonlinear_static:
+            return console::format("%s, step %d/%d", text, frame, results.mode_num());
+        case AnalysisType::explicit_dynamics:
+            return console::format("%s, step %d/%d  Time:%.6f[s]", text, frame, results.mode_num(),
+                                   frame_time(results, control, frame));
+    }
+    return "";
+}
+
+ContourBar contour_bar(std::int32_t contour, AnalysisType ana_type, const ValueRange& range) {
+    constexpr int intervals = 8;
+    ContourBar bar;
+    const Quantity* quantity = quantity_at(contour);
+    if (!quantity || quantity->source == Source::none) return bar;
+    bar.title = quantity->text;
+    // modes are scaled freely: neither their displacement nor the stress from it has a unit
+    const bool has_unit = ana_type != AnalysisType::eigen || quantity->unit[0] == '-';
+    bar.title += has_unit ? console::format(" [%s]", quantity->unit) : " [mode amplitude]";
+    const bool flat = !(range.high.value > range.low.value);
+    for (int k = 0; k <= intervals; ++k) {
+        const double at = static_cast<double>(k) / intervals;
+        bar.colors.push_back(contour_color(flat ? 0 : at, 1));
+        if (!flat || k == 0)
+            bar.ticks.push_back(
+                {at, console::format("%.3e", range.low.value * (1 - at) + range.high.value * at)});
+    }
+    bar.largest = mark("Max", range.high);
+    bar.smallest = mark("Min", range.low);
+    return bar;
+}
+
+BarLayout bar_layout(double width, double height, double text_width, double text_height) {
+    const double gap = 0.5 * text_height, line = 1.5 * text_height;
+    BarLayout layout{};
+    layout.bar_width = 1.2 * text_height;
+    layout.panel_width = std::min(layout.bar_width + text_width + 3 * gap, std::max(width, 0.0));
+    layout.panel_x = std::max(width - layout.panel_width - gap, 0.0);
+    // title and largest above the colours, smallest below
+    layout.bar_height = std::max(std::min(0.6 * height, height - 2 * gap - 5 * line), 0.0);
+    layout.panel_height = std::min(layout.bar_height + 4 * line, std::max(height, 0.0));
+    layout.panel_y = std::clamp(gap, 0.0, std::max(height - layout.panel_height, 0.0));
+    layout.title_y = layout.panel_y + text_height + 0.25 * gap;
+    layout.largest_y = layout.title_y + line;
+    layout.bar_x = layout.panel_x + gap;
+    layout.bar_y = layout.largest_y + gap + 0.25 * text_height;
+    layout.text_x = layout.bar_x + layout.bar_width + gap;
+    layout.smallest_y = layout.bar_y + layout.bar_height + line;
+    return layout;
+}
+
+}  // namespace kestralum::view

@@ -1,0 +1,47 @@
+// Texts over the picture and the contour bar.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "view/contour.h"
+
+namespace kestralum::view {
+
+// Simulated time of a frame, s: as stored with the frame; where no frame has a time (a displacement
+// file does not carry it), (frame - 1)·end_time/mode_num.
+double frame_time(const Results& results, const AnalysisControl& control, std::int32_t frame);
+
+// The line at the foot of the picture: mode and frequency, quantity, or quantity with step and time.
+// Empty where the frame does not exist and for an unknown analysis type.
+std::string legend_text(AnalysisType ana_type, std::int32_t contour, const Results& results,
+                        const AnalysisControl& control, std::int32_t frame);
+
+struct BarTick {
+    double at = 0;     // 0 at the foot of the bar, 1 at its head
+    std::string text;  // the value, "%.3e"
+};
+struct ContourBar {
+    std::string title;              // quantity and unit; a mode's amplitude has no unit
+    std::vector<Color> colors;      // foot to head, opaque; neighbours are blended
+    std::vector<BarTick> ticks;     // foot to head; one where the range has no width
+    std::string largest, smallest;  // value and node, with the frame where all were looked at
+};
+
+// Nine colours and values, the quarter points among them.
+ContourBar contour_bar(std::int32_t contour, AnalysisType ana_type, const ValueRange& range);
+
+// Where the bar stands, in pixels from the top left corner of the view.
+struct BarLayout {
+    double panel_x, panel_y, panel_width, panel_height;  // light panel behind it all
+    double bar_x, bar_y, bar_width, bar_height;          // the colours
+    double text_x;                                       // left edge of the values
+    double title_y, largest_y, smallest_y;               // base lines of title and marks
+};
+
+// A panel at the right edge, inside the view, for texts of `text_height` and `text_width` pixels (the
+// widest of the bar). A view too small for it gets a bar as high as there is room, never negative.
+BarLayout bar_layout(double width, double height, double text_width, double text_height);
+
+}  // namespace kestralum::view

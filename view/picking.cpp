@@ -1,0 +1,118 @@
+#include "view/picking.h"
+
+#include <limits>
+#include <numbers>
+
+#include "model/console.h"
+#include "view/contour.h"
+
+namespace kestralum::view {
+
+namespace {
+
+// Distance along the ray to a triangle seen from either side, infinite for a miss (Möller and
+// Trumbore, 1997). Edges belong to the triangle: a ray between two neighbours must not slip through.
+double distance_to(const Ray& ray, const Vec3& a, const Vec3& b, const Vec3& c) {
+    constexpr double miss = std::numeric_limits<double>::infinity(), edge = 1e-9;
+    const Vec3 e1 = minus(b, a), e2 = minus(c, a);
+    const Vec3 p = cross(ray.direction, e2);
+    const double determinant = dot(e1, p);
+    if (determinant == 0) return miss;
+    const Vec3 s = minus(ray.origin, a);
+    const double u = dot(s, p) / determinant;
+    if (!(u >= -edge && u <= 1 + edge)) return miss;
+    const Vec3 q = cross(s, e1);
+    const double v = dot(ray.direction, q) / determinant;
+    if (!(v >= -edge && u + v <= 1 + edge)) return miss;
+    const double t = dot(e2, q) / determinant;
+    return t > 0 ? t : miss;
+}
+
+struct Hit {
+    double t = std::numeric_limits<double>::infinity();
+    std::int64_t face_first = -1;  // first triangle of the face met
+    int face_triangles = 0;
+};
+
+Hit nearest_face(const Ray& ray, const Surface& surface, std::span<const double> x) {
+    Hit hit;
+    for (const PartTriangles& part : surface.parts)
+        for (std::int64_t t = part.first; t < part.first + part.count; ++t) {
+            const std::int32_t* node = surface.triangles.data() + 3 * t;
+            const double at = distance_to(ray, triple(x, node[0]), triple(x, node[1]), triple(x, node[2]));
+            if (at < hit.t)
+                hit = {at, t - (t - part.first) % part.triangles_per_face, part.triangles_per_face};
+        }
+    return hit;
+}
+
+Pick nearest_corner(const Hit& hit, const Vec3& place, const Surface& surface, std::span<const double> x) {
+    Pick pick;
+    double nearest = std::numeric_limits<double>::infinity();
+    for (std::int64_t k = 3 * hit.face_first; k < 3 * (hit.face_first + hit.face_triangles); ++k) {
+        const std::int32_t n = surface.triangles[static_cast<std::size_t>(k)];
+        const double away = norm(minus(triple(x, n), place));
+        if (away >= nearest) continue;
+        nearest = away;
+        pick.node = n + 1;
+        pick.place = triple(x, n);
+    }
+    pick.element = surface.triangle_element[static_cast<std::size_t>(hit.face_first)] + 1;
+    return pick;
+}
+
+// First drawn triangle at a node names its element.
+std::int32_t element_at(std::int32_t node, const Surface& surface) {
+    for (std::size_t k = 0; k < surface.triangles.size(); ++k)
+        if (surface.triangles[k] == node) return surface.triangle_element[k / 3] + 1;
+    return 0;
+}
+
+}  // namespace
+
+std::optional<Pick> pick_node(const Ray& ray, const Surface& surface, std::span<const double> coordinates,
+                              double slack) {
+    const Hit hit = nearest_face(ray, surface, coordinates);
+    if (hit.face_first >= 0)
+        return nearest_corner(hit, plus(ray.origin, times(hit.t, ray.direction)), surface, coordinates);
+    std::optional<Pick> pick;
+    double best = slack;
+    for (const std::int32_t n : surface.nodes) {
+        const Vec3 to = minus(triple(coordinates, n), ray.origin);
+        const double along = dot(to, ray.direction);
+        if (!(along > 0)) continue;
+        const double slope = norm(minus(to, times(along, ray.direction))) / along;
+        if (!(slope < best)) continue;
+        best = slope;
+        pick = Pick{0, n + 1, triple(coordinates, n)};
+    }
+    if (pick) pick->element = element_at(pick->node - 1, surface);
+    return pick;
+}
+
+double pixel_slack(const Camera& camera, double pixels) {
+    return 2 * pixels * std::tan(0.5 * field_of_view * std::numbers::pi / 180) / camera.height;
+}
+
+std::string pick_text(const Pick& pick) {
+    return console::format("Element:%d, Node:%d, D.o.f.:%d", pick.element, pick.node,
+                           static_cast<int>(pick.dof()));
+}
+
+std::string status_text(const Pick& pick, const Mesh& mesh, std::span<const double> displacement,
+                        std::span<const double> values, std::int32_t contour) {
+    std::string text = pick_text(pick);
+    const std::int64_t n = std::int64_t{pick.node} - 1;
+    if (n < 0 || n >= mesh.node_num()) return text;
+    const Vec3 x = triple(mesh.coordinates, n);
+    text += console::format("   x:%.6g y:%.6g z:%.6g [m]", x[0], x[1], x[2]);
+    if (displacement.size() == mesh.coordinates.size()) {
+        const Vec3 u = triple(displacement, n);
+        text += console::format("   ux:%.3e uy:%.3e uz:%.3e", u[0], u[1], u[2]);
+    }
+    if (values.size() == static_cast<std::size_t>(mesh.node_num()))
+        text += console::format("   %s:%.3e", quantity_text(contour), values[static_cast<std::size_t>(n)]);
+    return text;
+}
+
+}  // namespace kestralum::view

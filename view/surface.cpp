@@ -1,0 +1,267 @@
+#include "view/surface.h"
+
+#include <algorithm>
+
+#include "model/free_faces.h"
+
+namespace kestralum::view {
+
+namespace {
+
+constexpr double outline_cosine = 0.86602540378443865;  // 30° between face normals
+
+std::int32_t part_of(std::span<const std::int32_t> part_id, std::size_t row) {
+    return row < part_id.size() && part_id[row] >= 0 ? part_id[row] : -1;
+}
+
+std::vector<ElementFace> all_faces(const Mesh& mesh) {
+    const FaceTable table = face_table(mesh.element_type);
+    std::vector<ElementFace> faces;
+    faces.reserve(static_cast<std::size_t>(mesh.element_num()) * static_cast<std::size_t>(table.faces));
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e)
+        for (int f = 0; f < table.faces; ++f) faces.push_back({e, f});
+    return faces;
+}
+
+// Boundary of a face as local node pairs: corner to corner, by way of the mid-side node if there is one.
+std::vector<std::array<int, 2>> face_segments(ElementKind kind, int face) {
+    const auto corners = face_corners(kind, face);
+    std::vector<std::array<int, 2>> segments;
+    for (std::size_t k = 0; k < corners.size(); ++k) {
+        const int a = corners[k], b = corners[(k + 1) % corners.size()];
+        int middle = -1;
+        if (kind == ElementKind::tetrahedron10)
+            for (int m = 0; m < 6; ++m) {
+                const auto& ends = tetra10_edge[static_cast<std::size_t>(m)];
+                if ((ends[0] == a && ends[1] == b) || (ends[0] == b && ends[1] == a)) middle = 4 + m;
+            }
+        if (middle < 0) {
+            segments.push_back({a, b});
+        } else {
+            segments.push_back({a, middle});
+            segments.push_back({middle, b});
+        }
+    }
+    return segments;
+}
+
+// One side of a face: the face's first triangle stands for the face.
+struct Side {
+    std::int32_t low, high;  // 0-based nodes
+    std::int64_t triangle;
+};
+
+class SurfaceBuilder {
+public:
+    SurfaceBuilder(const Mesh& mesh, Faces faces) : mesh_(mesh), faces_(faces) {}
+
+    Surface run() {
+        add_solid_faces();
+        add_facets();
+        collect_nodes();
+        if (faces_ == Faces::free) normals_ = triangle_normals(out_, mesh_.coordinates);
+        sort_sides();
+        write_edges();
+        return std::move(out_);
+    }
+
+private:
+    // Rows by part, ascending and stable: the order in which `part_id` sorts 0 … rows-1.
+    template <typename PartOf>
+    static std::vector<std::int32_t> rows_by_part(std::size_t rows, PartOf part) {
+        std::vector<std::int32_t> order(rows);
+        bool sorted = true;
+        for (std::size_t k = 0; k < rows; ++k) {
+            order[k] = static_cast<std::int32_t>(k);
+            sorted = sorted && (k == 0 || part(k - 1) <= part(k));
+        }
+        if (!sorted)
+            std::stable_sort(order.begin(), order.end(), [&](std::int32_t a, std::int32_t b) {
+                return part(static_cast<std::size_t>(a)) < part(static_cast<std::size_t>(b));
+            });
+        return order;
+    }
+
+    void count_triangles(std::int32_t part, int per_face, bool new_group) {
+        if (new_group || out_.parts.empty() || out_.parts.back().part != part)
+            out_.parts.push_back({part, out_.triangle_num(), 0, per_face});
+        out_.parts.back().count += per_face;
+    }
+
+    // An element is closed: among all its faces every edge runs once in each direction, and one of
+    // the two is enough.
+    void add_solid_faces() {
+        const auto list = faces_ == Faces::free ? free_faces(mesh_) : all_faces(mesh_);
+        const FaceTable table = face_table(mesh_.element_type);
+        std::vector<std::vector<std::array<int, 2>>> segments;
+        for (int f = 0; f < table.faces; ++f) segments.push_back(face_segments(mesh_.element_type, f));
+        const auto triangle_count = list.size() * static_cast<std::size_t>(table.triangles_per_face);
+        out_.triangles.reserve(3 * triangle_count);
+        out_.triangle_element.reserve(triangle_count);
+        sides_.reserve(list.size() * segments[0].size() / (faces_ == Faces::all ? 2 : 1));
+        auto part = [&](std::size_t k) {
+            return part_of(mesh_.p_ele_part_id, static_cast<std::size_t>(list[k].element));
+        };
+        for (const std::int32_t row : rows_by_part(list.size(), part)) {
+            const ElementFace& face = list[static_cast<std::size_t>(row)];
+            const std::int32_t* element =
+                mesh_.connectivity.data() +
+                static_cast<std::ptrdiff_t>(face.element) * mesh_.node_per_element();
+            const std::int64_t first = out_.triangle_num();
+            count_triangles(part(static_cast<std::size_t>(row)), table.triangles_per_face, false);
+            for (int local : outward_triangles(mesh_.element_type, face.face))
+                out_.triangles.push_back(element[local] - 1);
+            out_.triangle_element.insert(out_.triangle_element.end(),
+                                         static_cast<std::size_t>(table.triangles_per_face), face.element);
+            for (const auto& [a, b] : segments[static_cast<std::size_t>(face.face)])
+                if (faces_ == Faces::free || element[a] < element[b])
+                    add_side(element[a] - 1, element[b] - 1, first);
+        }
+    }
+
+    void add_facets() {
+        const std::size_t facets = mesh_.surface_facets.size() / 3;
+        auto part = [&](std::size_t k) { return part_of(mesh_.surface_part_id, k); };
+        bool new_group = true;
+        for (const std::int32_t row : rows_by_part(facets, part)) {
+            const std::int32_t* node = mesh_.surface_facets.data() + 3 * static_cast<std::ptrdiff_t>(row);
+            const std::int64_t first = out_.triangle_num();
+            count_triangles(part(static_cast<std::size_t>(row)), 1, new_group);
+            new_group = false;
+            for (int k = 0; k < 3; ++k) {
+                out_.triangles.push_back(node[k] - 1);
+                add_side(node[k] - 1, node[(k + 1) % 3] - 1, first);
+            }
+            out_.triangle_element.push_back(-1);
+        }
+    }
+
+    // A collapsed face has sides without length; they are nobody's edge.
+    void add_side(std::int32_t a, std::int32_t b, std::int64_t triangle) {
+        if (a != b) sides_.push_back({std::min(a, b), std::max(a, b), triangle});
+    }
+
+    void collect_nodes() {
+        enum : char { hidden, facet, solid };
+        std::vector<char> drawn(static_cast<std::size_t>(mesh_.node_num()), hidden);
+        for (std::size_t k = 0; k < out_.triangles.size(); ++k) {
+            char& node = drawn[static_cast<std::size_t>(out_.triangles[k])];
+            node = std::max<char>(node, out_.triangle_element[k / 3] >= 0 ? solid : facet);
+        }
+        for (std::size_t n = 0; n < drawn.size(); ++n) {
+            if (drawn[n] != hidden) out_.nodes.push_back(static_cast<std::int32_t>(n));
+            if (drawn[n] == solid) out_.value_nodes.push_back(static_cast<std::int32_t>(n));
+        }
+    }
+
+    // Buckets by the lower node (counts, places), each sorted by the higher: the sides of an edge
+    // come to stand together.
+    void sort_sides() {
+        start_.assign(static_cast<std::size_t>(mesh_.node_num()) + 1, 0);
+        for (const Side& side : sides_) ++start_[static_cast<std::size_t>(side.low) + 1];
+        for (std::size_t n = 1; n < start_.size(); ++n) start_[n] += start_[n - 1];
+        std::vector<Side> sorted(sides_.size());
+        std::vector<std::int64_t> place(start_.begin(), start_.end() - 1);
+        for (const Side& side : sides_)
+            sorted[static_cast<std::size_t>(place[static_cast<std::size_t>(side.low)]++)] = side;
+        for (std::size_t n = 0; n + 1 < start_.size(); ++n)
+            std::sort(sorted.begin() + start_[n], sorted.begin() + start_[n + 1],
+                      [](const Side& a, const Side& b) {
+                          return a.high != b.high ? a.high < b.high : a.triangle < b.triangle;
+                      });
+        sides_.swap(sorted);
+    }
+
+    void write_edges() {
+        for (std::size_t first = 0; first < sides_.size();) {
+            std::size_t end = first + 1;
+            while (end < sides_.size() && sides_[end].low == sides_[first].low &&
+                   sides_[end].high == sides_[first].high)
+                ++end;
+            const std::int32_t edge[2] = {sides_[first].low, sides_[first].high};
+            out_.edges.insert(out_.edges.end(), edge, edge + 2);
+            if (faces_ == Faces::free && shows_shape(first, end))
+                out_.outline.insert(out_.outline.end(), edge, edge + 2);
+            first = end;
+        }
+    }
+
+    bool shows_shape(std::size_t first, std::size_t end) const {
+        if (end - first != 2) return true;
+        const std::int64_t a = sides_[first].triangle, b = sides_[first + 1].triangle;
+        if (part_of_triangle(a) != part_of_triangle(b)) return true;
+        const float* u = &normals_[static_cast<std::size_t>(3 * a)];
+        const float* v = &normals_[static_cast<std::size_t>(3 * b)];
+        return double{u[0]} * v[0] + double{u[1]} * v[1] + double{u[2]} * v[2] < outline_cosine;
+    }
+
+    // Position in the list of parts; that is enough to tell two parts apart.
+    std::ptrdiff_t part_of_triangle(std::int64_t triangle) const {
+        return std::upper_bound(out_.parts.begin(), out_.parts.end(), triangle,
+                                [](std::int64_t t, const PartTriangles& p) { return t < p.first; }) -
+               out_.parts.begin();
+    }
+
+    const Mesh& mesh_;
+    Faces faces_;
+    Surface out_;
+    std::vector<Side> sides_;
+    std::vector<std::int64_t> start_;
+    std::vector<float> normals_;
+};
+
+// Twice the area of triangle t times its normal.
+Vec3 area_vector(const Surface& surface, std::span<const double> x, std::int64_t t) {
+    const std::int32_t* node = surface.triangles.data() + 3 * t;
+    const Vec3 a = triple(x, node[0]);
+    return cross(minus(triple(x, node[1]), a), minus(triple(x, node[2]), a));
+}
+
+// Visits every face: its first triangle, how many it has and the sum of their area vectors.
+template <typename Visit>
+void for_each_face(const Surface& surface, std::span<const double> x, Visit visit) {
+    for (const PartTriangles& part : surface.parts)
+        for (std::int64_t t = part.first; t < part.first + part.count; t += part.triangles_per_face) {
+            Vec3 sum{};
+            for (int k = 0; k < part.triangles_per_face; ++k) sum = plus(sum, area_vector(surface, x, t + k));
+            visit(t, part.triangles_per_face, sum);
+        }
+}
+
+}  // namespace
+
+Surface build_surface(const Mesh& mesh, Faces faces) {
+    return SurfaceBuilder(mesh, faces).run();
+}
+
+std::vector<float> triangle_normals(const Surface& surface, std::span<const double> coordinates) {
+    std::vector<float> normals(surface.triangles.size());
+    for_each_face(surface, coordinates, [&](std::int64_t first, int triangles, const Vec3& sum) {
+        const Vec3 n = unit(sum, {0, 0, 0});
+        for (std::int64_t k = 3 * first; k < 3 * (first + triangles); ++k)
+            normals[static_cast<std::size_t>(k)] = static_cast<float>(n[static_cast<std::size_t>(k % 3)]);
+    });
+    return normals;
+}
+
+std::vector<float> node_normals(const Surface& surface, std::span<const double> coordinates) {
+    std::vector<double> sums(coordinates.size(), 0.0);
+    for_each_face(surface, coordinates, [&](std::int64_t first, int triangles, const Vec3& sum) {
+        // the whole face counts once at each of its nodes, however many of its triangles meet there
+        const std::int32_t* const begin = surface.triangles.data() + 3 * first;
+        const std::int32_t* const end = begin + 3 * triangles;
+        for (const std::int32_t* node = begin; node != end; ++node) {
+            if (std::find(begin, node, *node) != node) continue;
+            for (std::size_t c = 0; c < 3; ++c) sums[3 * static_cast<std::size_t>(*node) + c] += sum[c];
+        }
+    });
+    std::vector<float> normals(coordinates.size(), 0.0f);
+    for (const std::int32_t node : surface.nodes) {
+        const Vec3 n = unit(triple(sums, node), {0, 0, 0});
+        for (std::size_t c = 0; c < 3; ++c)
+            normals[3 * static_cast<std::size_t>(node) + c] = static_cast<float>(n[c]);
+    }
+    return normals;
+}
+
+}  // namespace kestralum::view

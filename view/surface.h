@@ -1,0 +1,50 @@
+// The faces and edges of a mesh that are drawn, as index arrays. They depend on the mesh only:
+// displacement and colour are looked up by node.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "model/model_store.h"
+#include "view/vector.h"
+
+namespace kestralum::view {
+
+// Triangles of one part, consecutive in Surface::triangles.
+struct PartTriangles {
+    std::int32_t part;   // index of the part, -1 where the mesh does not say
+    std::int64_t first;  // triangle
+    std::int64_t count;
+    int triangles_per_face;  // consecutive triangles that make one face and share its normal
+};
+
+struct Surface {
+    std::vector<std::int32_t> triangles;         // × 3: 0-based nodes, winding outwards
+    std::vector<std::int32_t> triangle_element;  // × 1: 0-based element, -1 for facets of STL parts
+    std::vector<PartTriangles> parts;            // solid parts ascending, then parts of facets
+    std::vector<std::int32_t> edges;        // × 2: every drawn element edge once; mid-side nodes split it
+    std::vector<std::int32_t> outline;      // × 2: the edges that show the shape; free faces only
+    std::vector<std::int32_t> nodes;        // drawn nodes, ascending
+    std::vector<std::int32_t> value_nodes;  // of these, the nodes of elements: they carry results
+
+    std::int64_t triangle_num() const { return static_cast<std::int64_t>(triangle_element.size()); }
+};
+
+enum class Faces {
+    free,  // of one element only: all that an opaque model shows
+    all,   // every face of every element: what a transparent model shows
+};
+
+// O(faces). An edge belongs to the outline where its faces meet at more than 30°, belong to different
+// parts or are not two. Facets of STL parts are drawn in both cases.
+Surface build_surface(const Mesh& mesh, Faces faces);
+
+// Unit normal per triangle at `coordinates` (node_num × 3): the triangles of a face share that of the
+// whole face. 0 for a face without area.
+std::vector<float> triangle_normals(const Surface& surface, std::span<const double> coordinates);
+
+// Unit normal per node (node_num × 3), averaged over its faces by area; 0 at nodes that are not drawn.
+std::vector<float> node_normals(const Surface& surface, std::span<const double> coordinates);
+
+}  // namespace kestralum::view

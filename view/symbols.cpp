@@ -1,0 +1,323 @@
+#include "view/symbols.h"
+
+#include <algorithm>
+#include <numbers>
+
+#include "model/console.h"
+
+namespace kestralum::view {
+
+namespace {
+
+constexpr Color red{1, 0, 0, 1}, green{0, 1, 0, 1}, blue{0, 0, 1, 1}, violet{0.5f, 0, 0.5f, 1},
+    dark{0.2f, 0.2f, 0.2f, 1};
+
+Vec3 axis_vector(std::size_t axis, double length) {
+    Vec3 v{};
+    v[axis] = length;
+    return v;
+}
+
+// Every `stride`-th of `count` entries leaves at most about `limit`.
+std::size_t stride_for(std::size_t count, std::size_t limit) {
+    return std::max<std::size_t>(1, (count + limit - 1) / limit);
+}
+
+bool inside(const std::array<double, 6>& box, const Vec3& x) {
+    constexpr double tolerance = 1e-7;  // as the loads select
+    for (std::size_t k = 0; k < 3; ++k)
+        if (!(box[2 * k] - tolerance < x[k] && x[k] < box[2 * k + 1] + tolerance)) return false;
+    return true;
+}
+
+bool in_mesh(const Mesh& mesh, std::int64_t n) {
+    return n >= 0 && n < mesh.node_num();
+}
+
+// Where the arrows of a force end: its nodes as drawn.
+std::vector<Vec3> loaded_places(const Mesh& mesh, const AppliedForce& force, std::span<const double> drawn) {
+    if (force.kind == ForceKind::node) {
+        const std::int64_t n = node_index(force.node);
+        return {in_mesh(mesh, n) ? triple(drawn, n) : Vec3(force.point)};
+    }
+    std::vector<Vec3> places;
+    for (std::int32_t n = 0; n < mesh.node_num(); ++n)
+        if (inside(force.box, triple(mesh.coordinates, n))) places.push_back(triple(drawn, n));
+    return places;
+}
+
+Vec3 middle(const std::vector<Vec3>& places) {
+    Vec3 sum{};
+    for (const Vec3& p : places) sum = plus(sum, p);
+    return places.empty() ? sum : times(1.0 / static_cast<double>(places.size()), sum);
+}
+
+constexpr double arrow_share = 0.15;  // of max_length
+
+}  // namespace
+
+ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> forces,
+                           std::span<const double> coordinates) {
+    constexpr std::size_t most_arrows = 200;
+    const double length = arrow_share * extent_of(mesh.max_length);
+    ForceSymbols out;
+    for (const AppliedForce& force : forces) {
+        if (force.axis < 0 || force.axis > 2) continue;
+        const auto places = loaded_places(mesh, force, coordinates);
+        if (places.empty()) continue;  // an area without nodes loads nothing
+        const double way = force.value > 0 ? length : force.value < 0 ? -length : 0.0;
+        const Vec3 arrow = axis_vector(static_cast<std::size_t>(force.axis), way);
+        const std::size_t stride = stride_for(places.size(), most_arrows);
+        for (std::size_t k = 0; way != 0 && k < places.size(); k += stride)
+            out.arrows.push_back({minus(places[k], arrow), places[k]});
+        out.labels.push_back(
+            {minus(middle(places), arrow), console::format("%.3e[N]", std::abs(force.value))});
+    }
+    return out;
+}
+
+ForceSymbols rigid_force_symbols(const Mesh& mesh, std::span<const RigidForce> forces,
+                                 std::span<const RigidElement> elements) {
+    const double length = arrow_share * extent_of(mesh.max_length);
+    ForceSymbols out;
+    for (const RigidForce& force : forces) {
+        if (force.element < 0 || static_cast<std::size_t>(force.element) >= elements.size()) continue;
+        const Vec3 place = elements[static_cast<std::size_t>(force.element)].reference;
+        const auto direction = static_cast<std::int32_t>(force.direction);
+        const bool moment = direction >= 3 && direction < 6;
+        Vec3 arrow{};
+        if (direction >= 0 && direction < 6 && force.value != 0)
+            arrow = axis_vector(static_cast<std::size_t>(direction % 3), force.value > 0 ? length : -length);
+        if (norm(arrow) > 0) out.arrows.push_back({minus(place, arrow), place, moment});
+        out.labels.push_back(
+            {minus(place, arrow), console::format(moment ? "%.3e[Nm]" : "%.3e[N]", std::abs(force.value))});
+    }
+    return out;
+}
+
+std::vector<Cone> support_cones(const Mesh& mesh, std::span<const std::int32_t> fixed_nodes,
+                                std::span<const double> coordinates) {
+    constexpr std::size_t most_cones = 5000;
+    const double height = 0.025 * extent_of(mesh.max_length);
+    std::vector<std::int32_t> nodes;
+    for (const std::int32_t n : fixed_nodes)
+        if (in_mesh(mesh, n)) nodes.push_back(n);
+    std::sort(nodes.begin(), nodes.end());
+    nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
+    const bool has_normals = mesh.node_n_dir.size() == mesh.coordinates.size();
+    std::vector<Cone> cones;
+    const std::size_t stride = stride_for(nodes.size(), most_cones);
+    for (std::size_t k = 0; k < nodes.size(); k += stride) {
+        const Vec3 outward = has_normals ? triple(mesh.node_n_dir, nodes[k]) : Vec3{};
+        cones.push_back({triple(coordinates, nodes[k]), unit(outward, {0, 0, -1}), height, 0.4 * height});
+    }
+    return cones;
+}
+
+Dimensions dimensions(const Scene& scene) {
+    const double L = extent_of(scene.max_length), gap = 0.08 * L, tick = 0.02 * L;
+    constexpr const char* names[3] = {"x", "y", "z"};
+    const auto& box = scene.size_info;
+    Dimensions out;
+    for (std::size_t a = 0; a < 3; ++a) {
+        const double length = box[3 + a] - box[a];
+        if (!(length > 0) || !std::isfinite(length)) continue;
+        // along x and z below the box in y, along y beside it in x
+        const std::size_t off = a == 1 ? 0 : 1;
+        Vec3 from{box[0], box[1], box[2]};
+        from[off] -= gap;
+        Vec3 to = from;
+        to[a] += length;
+        out.lines.push_back({from, to, dark});
+        for (const Vec3& end : {from, to}) {
+            const Vec3 half = axis_vector(off, tick);
+            out.lines.push_back({minus(end, half), plus(end, half), dark});
+        }
+        out.labels.push_back({times(0.5, plus(from, to)), console::format("%s:%.4g[m]", names[a], length)});
+    }
+    return out;
+}
+
+namespace {
+
+void add_circle(std::vector<Line>& lines, const Vec3& centre, const Vec3& u, const Vec3& v, double degrees,
+                const Color& color) {
+    const int steps = std::max(4, static_cast<int>(degrees / 10));
+    auto at = [&](int k) {
+        const double angle = degrees * k / steps * std::numbers::pi / 180;
+        return plus(centre, plus(times(std::cos(angle), u), times(std::sin(angle), v)));
+    };
+    for (int k = 0; k < steps; ++k) lines.push_back({at(k), at(k + 1), color});
+}
+
+// Twelve edges of the box low … high.
+void add_box(std::vector<Line>& lines, const Vec3& low, const Vec3& high, const Color& color) {
+    for (std::size_t a = 0; a < 3; ++a)
+        for (int side = 0; side < 4; ++side) {
+            Vec3 from = low;
+            from[(a + 1) % 3] = side & 1 ? high[(a + 1) % 3] : low[(a + 1) % 3];
+            from[(a + 2) % 3] = side & 2 ? high[(a + 2) % 3] : low[(a + 2) % 3];
+            Vec3 to = from;
+            to[a] = high[a];
+            lines.push_back({from, to, color});
+        }
+}
+
+void add_rigid_region(std::vector<Line>& lines, const RigidElement& element) {
+    const auto& r = element.region;
+    if (element.kind == RigidSelection::area) {
+        add_box(lines, {r[0], r[2], r[4]}, {r[1], r[3], r[5]}, violet);
+        return;
+    }
+    const auto axis = static_cast<std::size_t>(r[4] >= 0 && r[4] < 3 ? r[4] : 2);
+    const Vec3 centre{r[0], r[1], r[2]};
+    const Vec3 u = axis_vector((axis + 1) % 3, r[3]), v = axis_vector((axis + 2) % 3, r[3]);
+    for (const double side : {-r[5], r[5]})
+        add_circle(lines, plus(centre, axis_vector(axis, side)), u, v, 360, violet);
+}
+
+}  // namespace
+
+RigidMarkers rigid_markers(std::span<const RigidElement> elements, double max_length) {
+    const double half = 0.02 * extent_of(max_length);
+    RigidMarkers out;
+    for (const RigidElement& element : elements) {
+        const Vec3 place = element.reference;
+        for (std::size_t a = 0; a < 3; ++a)
+            out.lines.push_back(
+                {minus(place, axis_vector(a, half)), plus(place, axis_vector(a, half)), violet});
+        add_rigid_region(out.lines, element);
+        out.labels.push_back({place, element.name});
+    }
+    return out;
+}
+
+std::vector<Line> axes(double size) {
+    auto at = [&](double x, double y, double z) { return Vec3{size * x, size * y, size * z}; };
+    return {{at(0, 0, 0), at(1, 0, 0), red},
+            {at(0.8, 0.05, 0), at(1, 0.25, 0), red},
+            {at(0.8, 0.25, 0), at(1, 0.05, 0), red},
+            {at(0, 0, 0), at(0, 1, 0), green},
+            {at(0, 0, 0), at(0, 0, 1), blue}};
+}
+
+Vec3 part_point(const Part& part, const Vec3& local) {
+    Matrix turn = identity();
+    constexpr Vec3 axis[3] = {{0, 0, 1}, {1, 0, 0}, {0, 0, 1}};
+    for (std::size_t k = 0; k < 3; ++k)
+        turn = product(turn, rotation(axis[k], part.euler_angles[k] * std::numbers::pi / 180));
+    return plus(times(part.unit_factor, part.origin), transform(turn, local));
+}
+
+std::vector<Line> part_axes(std::span<const Part> parts_o, double size) {
+    std::vector<Line> lines;
+    for (const Part& part : parts_o) {
+        if (part.active != 1) continue;
+        for (const Line& line : axes(size))
+            lines.push_back({part_point(part, line.from), part_point(part, line.to), line.color});
+    }
+    return lines;
+}
+
+namespace {
+
+// An arc of `degrees` in the plane z = 0, repeated at z = length and joined at its ends.
+void add_cylinder(std::vector<Line>& lines, double radius, double length, double degrees,
+                  const Color& color) {
+    const Vec3 u{radius, 0, 0}, v{0, radius, 0};
+    add_circle(lines, {0, 0, 0}, u, v, degrees, color);
+    if (length == 0) return;
+    const std::size_t arc = lines.size();
+    add_circle(lines, {0, 0, length}, u, v, degrees, color);
+    const std::size_t steps = lines.size() - arc;
+    const std::size_t first = arc - steps;
+    for (const std::size_t k : {std::size_t{0}, steps / 2})
+        lines.push_back({lines[first + k].from, lines[arc + k].from, color});
+    lines.push_back({lines[first + steps - 1].to, lines[arc + steps - 1].to, color});
+}
+
+std::vector<Line> local_outline(const Part& part, const Color& color) {
+    Vec3 s;
+    for (std::size_t k = 0; k < 3; ++k) s[k] = part.size[k] * part.unit_factor;
+    std::vector<Line> lines;
+    switch (part.type) {
+        case Shape::surf_circle:
+            add_cylinder(lines, s[0], 0, 360, color);
+            break;
+        case Shape::surf_rect:
+            add_box(lines, {0, 0, 0}, {s[0], s[1], 0}, color);
+            break;
+        case Shape::hole_cyli:
+            add_cylinder(lines, s[0], s[1], 360, color);
+            break;
+        case Shape::hole_rect:
+            add_box(lines, {0, 0, 0}, s, color);
+            break;
+        case Shape::hole_halfcyli:
+            add_cylinder(lines, s[0], s[1], 180, color);
+            break;
+        case Shape::r_chamfer:
+        case Shape::fillet:
+            add_cylinder(lines, s[0], s[1], 90, color);
+            break;
+        default:
+            break;  // solids are outlined from their mesh
+    }
+    return lines;
+}
+
+}  // namespace
+
+std::vector<Line> feature_outlines(std::span<const Part> parts_o) {
+    std::vector<Line> lines;
+    for (const Part& part : parts_o) {
+        if (part.active != 1) continue;
+        const Color color{static_cast<float>(part.color[0]), static_cast<float>(part.color[1]),
+                          static_cast<float>(part.color[2]), 1};
+        for (const Line& line : local_outline(part, color))
+            if (norm(minus(line.to, line.from)) > 0)
+                lines.push_back({part_point(part, line.from), part_point(part, line.to), color});
+    }
+    return lines;
+}
+
+std::vector<Label> part_names(const Mesh& mesh, std::span<const Part> parts,
+                              std::span<const double> coordinates) {
+    struct Sum {
+        Vec3 place{};
+        double count = 0;
+    };
+    std::vector<Sum> sums(parts.size());
+    auto add = [&](std::span<const std::int32_t> part_id, const std::vector<std::int32_t>& nodes,
+                   std::size_t per_row) {
+        for (std::size_t k = 0; k < nodes.size(); ++k) {
+            const std::size_t row = k / per_row;
+            if (row >= part_id.size() || part_id[row] < 0 ||
+                static_cast<std::size_t>(part_id[row]) >= sums.size())
+                continue;
+            Sum& sum = sums[static_cast<std::size_t>(part_id[row])];
+            sum.place = plus(sum.place, triple(coordinates, node_index(nodes[k])));
+            sum.count += 1;
+        }
+    };
+    add(mesh.p_ele_part_id, mesh.connectivity, static_cast<std::size_t>(mesh.node_per_element()));
+    add(mesh.surface_part_id, mesh.surface_facets, 3);
+    std::vector<Label> labels;
+    for (std::size_t p = 0; p < parts.size(); ++p) {
+        const Vec3 at =
+            sums[p].count > 0 ? times(1 / sums[p].count, sums[p].place) : part_point(parts[p], {0, 0, 0});
+        labels.push_back({at, parts[p].name});
+    }
+    return labels;
+}
+
+std::vector<std::string> fem_information(const Mesh& mesh, std::size_t part_num) {
+    const char* type = mesh.element_type == ElementKind::tetrahedron4    ? "4-node tetrahedron"
+                       : mesh.element_type == ElementKind::tetrahedron10 ? "10-node tetrahedron"
+                                                                         : "8-node hexahedron";
+    return {console::format("Element type: %s", type), console::format("Node: %d", mesh.node_num()),
+            console::format("Element: %d", mesh.element_num()), console::format("D.o.f.: %d", mesh.dof_num),
+            console::format("Part: %zu", part_num)};
+}
+
+}  // namespace kestralum::view

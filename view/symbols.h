@@ -1,0 +1,93 @@
+// Symbols of the picture besides the mesh: axes, forces, supports, rigid elements, dimensions, labels.
+// Lengths in m, places in the model's space.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "model/model_store.h"
+#include "view/camera.h"
+#include "view/vector.h"
+
+namespace kestralum::view {
+
+struct Line {
+    Vec3 from, to;
+    Color color;
+};
+struct Label {
+    Vec3 at;
+    std::string text;
+};
+struct Arrow {
+    Vec3 tail, tip;
+    bool moment = false;  // drawn with two heads
+};
+struct Cone {
+    Vec3 tip;   // at the node
+    Vec3 axis;  // unit, from the tip to the base
+    double height, radius;
+};
+
+struct ForceSymbols {
+    std::vector<Arrow> arrows;
+    std::vector<Label> labels;  // "%.3e[N]" per record, at the tail of its (middle) arrow
+};
+
+// Triad of unit length scaled by `size`: x red with a cross at its tip, y green, z blue.
+std::vector<Line> axes(double size);
+
+// The triad in the frame of every as-read part that is active: at origin × unit factor, turned by the
+// euler angles z, x, z.
+std::vector<Line> part_axes(std::span<const Part> parts_o, double size);
+
+// Place of a point of the part's own frame, m, in the model.
+Vec3 part_point(const Part& part, const Vec3& local);
+
+// Wire outlines, in the part's colour, of the parts that have sizes but no elements: surface and cut
+// features. Size values are taken × unit factor; rectangles have their corner, circles their centre at
+// the part's origin, and the feature runs along its z.
+std::vector<Line> feature_outlines(std::span<const Part> parts_o);
+
+// Arrows of max_length·0.15 that end at the loaded nodes, as drawn at `coordinates`, and point the way
+// the force acts. A node force that found no node stands at its point. An area force has one arrow on
+// each of its nodes, thinned out evenly to about 200, and one label. A force of 0 has a label only.
+ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> forces,
+                           std::span<const double> coordinates);
+
+// Arrows at the reference points of rigid elements: "%.3e[N]", moments "%.3e[Nm]". A force along the
+// normals has a label only.
+ForceSymbols rigid_force_symbols(const Mesh& mesh, std::span<const RigidForce> forces,
+                                 std::span<const RigidElement> elements);
+
+// One cone per fixed node (0-based; repeats and numbers outside the mesh are passed over), outside the
+// body where the node lies on its surface. Thinned out evenly to about 5000.
+std::vector<Cone> support_cones(const Mesh& mesh, std::span<const std::int32_t> fixed_nodes,
+                                std::span<const double> coordinates);
+
+// Box or cylinder of the nodes that a rigid element takes, and a cross at its reference point; names.
+struct RigidMarkers {
+    std::vector<Line> lines;
+    std::vector<Label> labels;
+};
+RigidMarkers rigid_markers(std::span<const RigidElement> elements, double max_length);
+
+// Dimension lines along three edges of the model's box, set off from it, with "x:%.4g[m]" and so on;
+// an axis without length has none.
+struct Dimensions {
+    std::vector<Line> lines;
+    std::vector<Label> labels;
+};
+Dimensions dimensions(const Scene& scene);
+
+// Name of each part at the middle of its elements' nodes or facets; parts without either at their origin.
+std::vector<Label> part_names(const Mesh& mesh, std::span<const Part> parts,
+                              std::span<const double> coordinates);
+
+// Lines of the mesh counts: element type, nodes, elements, degrees of freedom, parts.
+std::vector<std::string> fem_information(const Mesh& mesh, std::size_t part_num);
+
+}  // namespace kestralum::view
