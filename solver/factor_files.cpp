@@ -13,12 +13,13 @@
 #include "model/console.h"
 #include "model/paths.h"
 #include "model/token_reader.h"
+#include "solver/direct_stream.h"
 
 namespace kestralum {
 
-FactorFiles::FactorFiles(std::string_view stem, const Profile& profile, const Divisions& divisions)
-    : stem_(stem), profile_(profile), divisions_(divisions),
-      open_(static_cast<std::size_t>(divisions.count()), -1) {}
+FactorFiles::FactorFiles(std::string_view stem, const Profile& profile, const Divisions& divisions, std::int64_t direct_bytes)
+    : stem_(stem), profile_(profile), divisions_(divisions), direct_bytes_(direct_bytes),
+      open_(static_cast<std::size_t>(divisions.count()), -1), direct_(open_) {}
 
 FactorFiles::~FactorFiles() {
     for (std::int32_t b = 0; b < divisions_.count(); ++b) close(b);
@@ -54,20 +55,30 @@ void FactorFiles::fail(std::int32_t division, const char* what) {
     failed_ = true;
 }
 
+// Brings the file to its division's size (an earlier run's file is written over) and reserves its blocks,
+// so that a full disk shows before the work is done. errno on failure.
+bool FactorFiles::set_size(int file, std::int32_t division) const {
+    const auto b = static_cast<std::size_t>(division);
+    const std::int64_t bytes = 8 * (divisions_.div_profile[b + 1] - divisions_.div_profile[b]);
+    if (::ftruncate(file, bytes) != 0) return false;
+    if (bytes < direct_bytes_) return true;
+    return ::fallocate(file, 0, 0, bytes) == 0 || errno == EOPNOTSUPP;
+}
+
 int FactorFiles::descriptor(std::int32_t division, bool writing) {
     const auto b = static_cast<std::size_t>(division);
     std::unique_lock hold(lock_);
     if (open_[b] < 0) {
         const std::string name = paths::to_platform(stored_name(division));
         open_[b] = ::open(name.c_str(), (writing ? O_RDWR | O_CREAT : O_RDONLY) | O_CLOEXEC, 0666);
-        // an earlier run's file is written over and brought to its new size
-        const std::int64_t bytes = 8 * (divisions_.div_profile[b + 1] - divisions_.div_profile[b]);
-        if (writing && open_[b] >= 0 && ::ftruncate(open_[b], bytes) != 0) {
+        if (writing && open_[b] >= 0 && !set_size(open_[b], division)) {
             const int reason = errno;
             ::close(open_[b]);
             open_[b] = -1;
             errno = reason;
         }
+        const std::int64_t bytes = 8 * (divisions_.div_profile[b + 1] - divisions_.div_profile[b]);
+        if (writing && open_[b] >= 0 && bytes >= direct_bytes_) direct_[b] = ::open(name.c_str(), O_WRONLY | O_DIRECT | O_CLOEXEC);
     }
     return open_[b];
 }
@@ -75,11 +86,24 @@ int FactorFiles::descriptor(std::int32_t division, bool writing) {
 void FactorFiles::close(std::int32_t division) {
     std::unique_lock hold(lock_);
     int& descriptor = open_[static_cast<std::size_t>(division)];
+    int& direct = direct_[static_cast<std::size_t>(division)];
     if (descriptor < 0) return;
-    const bool closed = ::close(descriptor) == 0;
-    descriptor = -1;
+    bool closed = direct < 0 || ::close(direct) == 0;
+    closed = ::close(descriptor) == 0 && closed;
+    descriptor = direct = -1;
     hold.unlock();
     if (!closed) fail(division, "cannot be closed");
+}
+
+bool FactorFiles::write_direct(int direct, std::int32_t division, std::int32_t first, std::int32_t last, const double* const* rows) {
+    const auto b = static_cast<std::size_t>(division);
+    DirectStream stream(direct, open_[b], 8 * (profile_.sky_start[static_cast<std::size_t>(first)] - divisions_.div_profile[b]));
+    bool ok = true;
+    for (std::int32_t k = first; ok && k < last; ++k)
+        ok = stream.put(rows[k - first], static_cast<std::size_t>(profile_.height[static_cast<std::size_t>(k)]) * sizeof(double));
+    if (ok && stream.finish()) return true;
+    fail(division, "cannot be written");
+    return false;
 }
 
 // Moves rows division by division, a batch of rows per call of the system.
@@ -94,6 +118,12 @@ bool FactorFiles::transfer(std::int32_t first, std::int32_t last, const double* 
         if (file < 0) {
             fail(division, "cannot be opened");
             return false;
+        }
+        const int direct = writing ? direct_[static_cast<std::size_t>(division)] : -1;
+        if (direct >= 0) {
+            if (!write_direct(direct, division, i, stop, rows + (i - first))) return false;
+            i = stop;
+            continue;
         }
         std::int64_t bytes = 0;
         for (std::int32_t k = i; k < stop; ++k) {

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <limits>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -17,7 +18,10 @@ namespace kestralum {
 class FactorFiles {
 public:
     // Borrows both; they must outlive the object.
-    FactorFiles(std::string_view stem, const Profile& profile, const Divisions& divisions);
+    // A division of `direct_bytes` or more is written past the page cache, for a factor that stays in
+    // memory and is not read from its file.
+    FactorFiles(std::string_view stem, const Profile& profile, const Divisions& divisions,
+                std::int64_t direct_bytes = std::numeric_limits<std::int64_t>::max());
     ~FactorFiles();
     FactorFiles(const FactorFiles&) = delete;
     FactorFiles& operator=(const FactorFiles&) = delete;
@@ -40,6 +44,8 @@ public:
 
 private:
     int descriptor(std::int32_t division, bool writing);
+    bool set_size(int file, std::int32_t division) const;
+    bool write_direct(int direct, std::int32_t division, std::int32_t first, std::int32_t last, const double* const* rows);
     bool transfer(std::int32_t first, std::int32_t last, const double* const* rows, bool writing);
     void fail(std::int32_t division, const char* what);
 
@@ -47,7 +53,9 @@ private:
     const Profile& profile_;
     const Divisions& divisions_;
     mutable std::mutex lock_;
+    std::int64_t direct_bytes_;
     std::vector<int> open_;      // descriptor per division, -1 = closed
+    std::vector<int> direct_;    // of the same file, past the page cache, -1 = none
     std::atomic<bool> failed_{false};
     std::string error_;
 };

@@ -7,8 +7,12 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <limits>
 #include <mutex>
+#include <thread>
 
 #include "model/console.h"
 
@@ -32,16 +36,48 @@ struct SkylineFactor::Progress {
     std::vector<double> diagonal;  // of the matrix, for the lines of W
     std::int32_t division = 0;  // division that the reported row is in, one band behind
 
+    std::mutex queue_lock;  // guards `computed` and `closed`
+    std::condition_variable queue_changed;
+    std::deque<std::int32_t> computed;  // panels that wait for their file
+    bool closed = false;                // no more will come
+
+    // Hands a panel to the writer; waits where the disk is so far behind that memory would fill.
+    void hand_over(std::int32_t I) {
+        constexpr std::size_t most_waiting = 8;
+        std::unique_lock hold(queue_lock);
+        queue_changed.wait(hold, [&] { return computed.size() < most_waiting || stop; });
+        computed.push_back(I);
+        queue_changed.notify_all();
+    }
+    void close_queue() {
+        std::lock_guard hold(queue_lock);
+        closed = true;
+        queue_changed.notify_all();
+    }
+    // The next panel to write, -1 when all are written or the work has been given up.
+    std::int32_t next_to_write() {
+        std::unique_lock hold(queue_lock);
+        queue_changed.wait(hold, [&] { return !computed.empty() || closed; });
+        if (computed.empty() || stop) return -1;
+        const std::int32_t I = computed.front();
+        computed.pop_front();
+        queue_changed.notify_all();
+        return I;
+    }
+
     void fail(FactorStatus why) {
         FactorStatus ok = FactorStatus::ok;
         status.compare_exchange_strong(ok, why);
+        std::lock_guard hold(queue_lock);
         stop = true;
+        queue_changed.notify_all();
     }
 };
 
 SkylineFactor::SkylineFactor(Profile profile, Divisions divisions, FactorOptions options)
     : profile_(std::move(profile)), divisions_(std::move(divisions)), options_(options),
-      grid_(make_panel_grid(profile_, options.panel_rows)), files_(options.file_stem, profile_, divisions_) {
+      grid_(make_panel_grid(profile_, options.panel_rows)), files_(options.file_stem, profile_, divisions_,
+             divisions_.count() == 1 ? options.direct_bytes : std::numeric_limits<std::int64_t>::max()) {
     if (options_.diag_num < profile_.max_height) options_.diag_num = profile_.max_height;
 }
 
@@ -109,6 +145,30 @@ void SkylineFactor::factor_diagonal_block(std::int32_t I, double* G, double* L) 
     }
 }
 
+// G(:, c0 … c0 + columns) -= G(:, k0 … c0) · L(c0 … c0 + columns, k0 … c0)ᵀ with rows of panel J. Where the
+// rows of panel I begin one after another, those that have not begun are left out in steps of `strip` rows.
+void SkylineFactor::subtract_products(std::int32_t I, std::int32_t J, const Columns& c, double* G, const double* LJ) const {
+    constexpr std::int32_t strip = 64;
+    const std::int32_t first = grid_.first_col[static_cast<std::size_t>(I)], ld = grid_.ld[static_cast<std::size_t>(I)];
+    const auto product = [&](std::int32_t row, std::int32_t rows, std::int32_t from, std::int32_t to) {
+        if (rows <= 0 || from >= to) return;
+        cblas_dgemm(CblasRowMajor, CblasNoTrans, CblasTrans, rows, c.columns, to - from, -1.0, G + grid_.at(I, row, from), ld,
+                    LJ + grid_.at(J, c.c0, from), grid_.ld[static_cast<std::size_t>(J)], 1.0, G + grid_.at(I, row, c.c0), ld);
+    };
+    const std::int32_t all_begun = std::clamp(first + grid_.begin_span[static_cast<std::size_t>(I)], c.k0, c.c0);
+    if (all_begun - c.k0 > strip) {
+        for (std::int32_t row = grid_.row_begin(I); row < grid_.row_end(I); row += strip) {
+            const std::int32_t end = std::min(grid_.row_end(I), row + strip);
+            std::int32_t from = all_begun;
+            for (std::int32_t i = row; i < end; ++i) from = std::min(from, profile_.first_column(i) / 8 * 8);
+            product(row, end - row, std::max(from, c.k0), all_begun);
+        }
+        product(grid_.row_begin(I), grid_.rows(I), all_begun, c.c0);
+    } else {
+        product(grid_.row_begin(I), grid_.rows(I), c.k0, c.c0);
+    }
+}
+
 // G holds the matrix on entry; L receives the panel of the factor. For W both are the same block.
 void SkylineFactor::factor_panel(std::int32_t I, double* G, double* L) {
     const std::int32_t ld = grid_.ld[static_cast<std::size_t>(I)];
@@ -123,11 +183,9 @@ void SkylineFactor::factor_panel(std::int32_t I, double* G, double* L) {
         const std::int32_t c0 = std::max(first, grid_.row_begin(J)), c1 = grid_.row_end(J), columns = c1 - c0;
         const std::int32_t k0 = std::max(first, grid_.first_col[static_cast<std::size_t>(J)]);
         double* g = G + (c0 - first);
-        if (c0 > k0)
-            cblas_dgemm(CblasRowMajor, CblasNoTrans, CblasTrans, rows, columns, c0 - k0, -1.0, G + (k0 - first), ld,
-                        LJ + grid_.at(J, c0, k0), ldJ, 1.0, g, ld);
+        subtract_products(I, J, {k0, c0, columns}, G, LJ);
         cblas_dtrsm(CblasRowMajor, CblasRight, CblasLower, CblasTrans, kind_ == Kind::ldl ? CblasUnit : CblasNonUnit, rows,
-                    columns, 1.0, LJ + grid_.at(J, c0, c0), ldJ, g, ld);
+                    columns, 1.0, LJ + grid_.at(J, c0, c0), grid_.ld[static_cast<std::size_t>(J)], g, ld);
         if (kind_ == Kind::ww) continue;
         const double* d = &D_[static_cast<std::size_t>(c0)];
         for (std::int32_t r = 0; r < rows; ++r) {
@@ -144,6 +202,19 @@ bool SkylineFactor::store_panel(std::int32_t I, const double* L) {
     for (std::int32_t i = grid_.row_begin(I); i < grid_.row_end(I); ++i)
         rows[static_cast<std::size_t>(i - grid_.row_begin(I))] = L + grid_.at(I, i, profile_.first_column(i));
     return files_.write_rows(grid_.row_begin(I), grid_.row_end(I), rows.data());
+}
+
+// Beside the threads that compute, so that these never wait for the disk.
+void SkylineFactor::write_panels() {
+    Progress& p = *progress_;
+    for (std::int32_t I = p.next_to_write(); I >= 0; I = p.next_to_write()) {
+        if (!store_panel(I, panels_.panel(I))) {
+            p.fail(FactorStatus::write_failed);
+            return;
+        }
+        report_stored(I);
+        if (console::cancel_requested()) p.fail(FactorStatus::cancelled);
+    }
 }
 
 // The lines of one spilled division, when row i is the first that cannot reach back into it; at the
@@ -210,6 +281,7 @@ FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> v
     const std::int64_t largest = grid_.largest_panel();
     panels_ = PanelStore(grid_, spilled());
 
+    std::thread writer([this] { write_panels(); });
 #pragma omp parallel num_threads(options_.threads)
     {
         Progress& p = *progress_;
@@ -228,14 +300,11 @@ FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> v
             factor_panel(I, G, L);
             if (p.stop.load(std::memory_order_relaxed)) break;
             p.done[static_cast<std::size_t>(I)].store(true, std::memory_order_release);
-            if (!store_panel(I, L)) {
-                p.fail(FactorStatus::write_failed);
-                break;
-            }
-            report_stored(I);
-            if (console::cancel_requested()) p.fail(FactorStatus::cancelled);
+            p.hand_over(I);
         }
     }
+    progress_->close_queue();
+    writer.join();
 
     const FactorStatus status = progress_->status;
     if (status == FactorStatus::ok)

@@ -27,6 +27,7 @@ struct FactorOptions {
     std::int32_t diag_num = 0;    // band measure: no row is higher; at least the largest height is used
     std::int32_t panel_rows = 0;  // 0: chosen by the profile
     const char* file_stem = "Ltemp";
+    std::int64_t direct_bytes = std::int64_t{64} << 20;  // a factor in one division of this size is written past the page cache
 };
 
 // A factor L D Lᵀ or W Wᵀ: D in memory, the rows of L or W in memory (one division) or in the division
@@ -78,8 +79,13 @@ private:
     bool sweep(Direction direction, std::int32_t k, const Step& step);
     void load_panel_of_matrix(const SparseKM& km, std::span<const double> values, std::int32_t I, double* G) const;
     void factor_panel(std::int32_t I, double* G, double* L);
+    struct Columns {
+        std::int32_t k0, c0, columns;
+    };
+    void subtract_products(std::int32_t I, std::int32_t J, const Columns& c, double* G, const double* LJ) const;
     void factor_diagonal_block(std::int32_t I, double* G, double* L);
     bool store_panel(std::int32_t I, const double* L);
+    void write_panels();
     void report_stored(std::int32_t I);
     void report_row(std::int32_t i);
     void report_spill(std::int32_t i);

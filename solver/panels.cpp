@@ -37,13 +37,17 @@ PanelGrid make_panel_grid(const Profile& profile, std::int32_t panel_rows) {
     const std::int32_t panels = (grid.n + grid.nb - 1) / grid.nb;
     grid.first_col.resize(static_cast<std::size_t>(panels));
     grid.ld.resize(static_cast<std::size_t>(panels));
+    grid.begin_span.resize(static_cast<std::size_t>(panels));
     grid.last_use.resize(static_cast<std::size_t>(panels));
     for (std::int32_t I = 0; I < panels; ++I) {
         std::int32_t first = I * grid.nb;
         for (std::int32_t i = grid.row_begin(I); i < grid.row_end(I); ++i) first = std::min(first, profile.first_column(i));
         first = first / 8 * 8;  // every panel starts on the same vector boundary
+        std::int32_t latest = first;
+        for (std::int32_t i = grid.row_begin(I); i < grid.row_end(I); ++i) latest = std::max(latest, profile.first_column(i));
         const auto p = static_cast<std::size_t>(I);
         grid.first_col[p] = first;
+        grid.begin_span[p] = (std::min(latest, grid.row_begin(I)) - first + 7) / 8 * 8;
         grid.ld[p] = (grid.row_end(I) - first + 7) / 8 * 8;
         if (grid.ld[p] % 512 == 0) grid.ld[p] += 8;  // rows must not fall on the same cache sets
         for (std::int32_t J = first / grid.nb; J <= I; ++J) grid.last_use[static_cast<std::size_t>(J)] = I;

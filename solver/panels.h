@@ -30,6 +30,7 @@ struct PanelGrid {
     std::int32_t nb = 0;                  // rows of a panel
     std::vector<std::int32_t> first_col;  // panels
     std::vector<std::int32_t> ld;         // panels
+    std::vector<std::int32_t> begin_span; // panels: from first_col to where every row but the triangle's has begun
     std::vector<std::int32_t> last_use;   // panels: last panel that reads this one
 
     std::int32_t panels() const { return static_cast<std::int32_t>(first_col.size()); }

@@ -114,8 +114,10 @@ TEST_P(Factor, IsExactAndTheSameInOneDivisionAndManyOnOneThreadAndTwo) {
     const TempFolder folder;
     std::string bytes;
     std::vector<double> solution, pivots;
-    auto run = [&](const Divisions& divisions, int threads) {
-        SkylineFactor factor(profile, divisions, {.threads = threads});
+    auto run = [&](const Divisions& divisions, int threads, bool past_the_cache = false) {
+        FactorOptions options{.threads = threads};
+        if (past_the_cache) options.direct_bytes = 1;
+        SkylineFactor factor(profile, divisions, options);
         ASSERT_EQ(factor.factor_ldl(km, km.K_value), FactorStatus::ok) << factor.error();
         EXPECT_LT(residual(km, factor), 1e-14 * n);
         std::vector<double> x = right_hand_sides(n, 3);
@@ -134,6 +136,7 @@ TEST_P(Factor, IsExactAndTheSameInOneDivisionAndManyOnOneThreadAndTwo) {
         EXPECT_EQ(factor.negative_pivots(), std::count_if(pivots.begin(), pivots.end(), [](double d) { return d < 0; }));
     };
     for (int threads : {1, 2, 5}) run(cut(profile, {0, n}), threads);
+    run(cut(profile, {0, n}), 2, true);
     for (int last : last_rows) {
         std::vector<std::int32_t> rows{0};
         while (rows.back() + band + 12 < n - last) rows.push_back(rows.back() + band + 12);
@@ -154,6 +157,20 @@ INSTANTIATE_TEST_SUITE_P(Matrices, Factor,
                          ::testing::Values(Case{1, 1, 1, {}}, Case{7, 20, 0.5, {1}}, Case{200, 30, 0.3, {1, 30, 31}},
                                            Case{501, 100, 0.05, {1, 100, 101}}, Case{700, 401, 0.02, {1, 50}},
                                            Case{330, 3, 0.9, {1, 3, 4}}));
+
+// Wide panels leave out the rows that have not begun: what they leave out must be zero.
+TEST(FactorFilesTest, PanelsOfEveryWidthGiveTheSameFactor) {
+    const console::Capture quiet;
+    const TempFolder folder;
+    const SparseKM km = random_matrix(1100, 380, 0.02, 5);
+    const Profile profile = make_profile(km);
+    for (const std::int32_t panel_rows : {32, 128, 256, 512}) {
+        FactorOptions options{.threads = 2, .panel_rows = panel_rows};
+        SkylineFactor factor(profile, cut(profile, {0, 1100}), options);
+        ASSERT_EQ(factor.factor_ldl(km, km.K_value), FactorStatus::ok) << factor.error();
+        EXPECT_LT(residual(km, factor), 1e-14 * 1100) << panel_rows;
+    }
+}
 
 TEST(FactorFilesTest, AFailedWriteEndsTheFactorizationWithItsReason) {
     const console::Capture quiet;
