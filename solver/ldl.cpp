@@ -179,7 +179,6 @@ void SkylineFactor::factor_panel(std::int32_t I, double* G, double* L) {
             sched_yield();
         }
         const double* LJ = panels_.panel(J);
-        const std::int32_t ldJ = grid_.ld[static_cast<std::size_t>(J)];
         const std::int32_t c0 = std::max(first, grid_.row_begin(J)), c1 = grid_.row_end(J), columns = c1 - c0;
         const std::int32_t k0 = std::max(first, grid_.first_col[static_cast<std::size_t>(J)]);
         double* g = G + (c0 - first);
