@@ -1,6 +1,7 @@
 #include "analysis/analysis_table.h"
 
 #include "analysis/eigen_driver.h"
+#include "analysis/explicit_driver.h"
 #include "analysis/linear_driver.h"
 
 namespace kestralum {
@@ -10,6 +11,7 @@ std::span<const AnalysisEntry> analysis_table() {
         {"static", "&Static", AnalysisType::linear_static, exec_static},
         {"eigen-subspace", "&Eigen(Subspace)", AnalysisType::eigen, exec_eigen_subspace},
         {"eigen-lanczos", "&Eigen(Lanczos)", AnalysisType::eigen, exec_eigen_lanczos},
+        {"explicit", "&Explicit", AnalysisType::explicit_dynamics, exec_explicit},
     };
     return table;
 }

@@ -59,6 +59,18 @@ struct ModeReport {
     std::array<double, 3> effective_mass{};  // kg per direction
 };
 
+// Of an explicit run: energies and momenta of the last output.
+struct ExplicitReport {
+    std::int64_t steps = 0, time_num = 0, frames = 0, elements = 0;
+    double d_time = 0, stable_step = 0, time = 0;  // s
+    double loop_seconds = 0;
+    const char* kernel = "";                       // instruction set of the internal forces
+    double kinetic = 0, internal = 0, plastic = 0, damping = 0, wall = 0, contact = 0, external = 0, support = 0;  // J
+    double drift = 0;                              // largest error of the balance over the largest energy
+    std::array<double, 3> momentum{}, angular_momentum{};  // kg·m/s, kg·m²/s
+    bool displacements_written = false, history_written = false;
+};
+
 struct RunReport {
     RunStatus status = RunStatus::done;
     Remarks remarks;  // errors: why the status is not `done`; notices: what the user should know
@@ -79,6 +91,8 @@ struct RunReport {
     std::int64_t modes_found = 0, modes_counted = 0;  // below it
     double check_seconds = 0;
     std::int64_t factorizations = 0, solved_columns = 0, rounds = 0;
+
+    ExplicitReport dynamics;
 
     bool written = false;  // the result file holds this run's results
     bool has_results() const { return largest_displacement.node > 0 || !modes.empty(); }

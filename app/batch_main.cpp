@@ -4,12 +4,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <new>
 #include <span>
 
 #include "analysis/analysis_table.h"
+#include "analysis/explicit_driver.h"
 #include "app/batch_options.h"
 #include "app/batch_summary.h"
 #include "input/settings_reader.h"
@@ -54,17 +56,25 @@ void use_best_kernels(char** argv) {
     ::execv("/proc/self/exe", argv);
 }
 
+// The explicit analysis ends after the step under way, its files written; others end at once.
+void stop_on_interrupt(const AnalysisEntry& entry) {
+    if (entry.type == AnalysisType::explicit_dynamics) std::signal(SIGINT, [](int) { console::request_cancel(true); });
+}
+
 ExitStatus run_analysis(const BatchOptions& options, const ModelReadReport& model, const AnalysisInfoReport& control) {
     StageClock clock;  // reading and meshing first: the peak of memory is theirs until the analysis begins
     clock.add("read", model.read_seconds);
     clock.add("mesh", model.mesh_seconds);
+    explicit_options() = {options.probes, options.mean_dilatation};
+    stop_on_interrupt(*find_analysis(options.command));
     RunReport report = find_analysis(options.command)->run();
     for (const Stage& stage : report.clock.stages()) clock.add(stage);
     report.clock = clock;
     WrittenFiles files;
     if (report.written) files.results = result_file_name(model_store());
     if (report.has_results() && options.vtu) {
-        if (write_vtu(model_store())) files.vtu = vtu_file_name(model_store());
+        const bool frames = report.dynamics.frames > 0;
+        if (frames ? write_vtu_frames(model_store()) : write_vtu(model_store())) files.vtu = frames ? pvd_file_name(model_store()) : vtu_file_name(model_store());
         else report.fail(RunStatus::failed, "the file for ParaView cannot be written");
     }
     print_input_summary(model, control);

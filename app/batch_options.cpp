@@ -1,6 +1,9 @@
 #include "app/batch_options.h"
 
+#include <cmath>
+
 #include "analysis/analysis_table.h"
+#include "model/token_reader.h"
 
 namespace kestralum {
 
@@ -13,11 +16,28 @@ bool set_override(BatchOptions& options, const std::string& text) {
     return true;
 }
 
+// X,Y,Z
+bool add_probe(BatchOptions& options, std::string text) {
+    std::array<double, 3> place{};
+    for (std::size_t c = 0; c < 3; ++c) {
+        const std::size_t comma = c < 2 ? text.find(',') : text.size();
+        if (comma == std::string::npos) return false;
+        const auto value = parse_double(std::string_view(text).substr(0, comma));
+        if (!value || !std::isfinite(*value)) return false;
+        place[c] = *value;
+        text.erase(0, comma + 1);
+    }
+    options.probes.push_back(place);
+    return true;
+}
+
 void check_command(BatchOptions& options) {
     if (!options.error.empty() || options.help || options.version) return;
     if (options.command.empty()) options.error = "an analysis or `check` is missing";
     else if (options.command != "check" && !find_analysis(options.command)) options.error = "unknown analysis '" + options.command + "'";
     else if (options.model_file.empty()) options.error = "the model file is missing";
+    else if (options.command != "explicit" && (!options.probes.empty() || options.mean_dilatation))
+        options.error = "--probe and --mean-dilatation go with explicit";
     else if (options.command == "check" && options.vtu) options.error = "check writes no results: --vtu goes with an analysis";
 }
 
@@ -38,7 +58,11 @@ BatchOptions parse_batch_options(std::span<const char* const> arguments) {
         else if (argument == "--quiet") options.quiet = true;
         else if (argument == "--setting") options.setting_file = value();
         else if (argument == "--log") options.log_directory = value();
-        else if (argument == "--set") {
+        else if (argument == "--mean-dilatation") options.mean_dilatation = true;
+        else if (argument == "--probe") {
+            const std::string text = value();
+            if (options.error.empty() && !add_probe(options, text)) options.error = "--probe wants X,Y,Z in metres, not '" + text + "'";
+        } else if (argument == "--set") {
             const std::string text = value();
             if (options.error.empty() && !set_override(options, text)) options.error = "--set wants NAME=EXPRESSION, not '" + text + "'";
         } else if (argument.starts_with("-")) options.error = "unknown option " + argument;
@@ -64,7 +88,9 @@ std::string batch_usage() {
            "  --set NAME=EXPRESSION gives a parameter of the model another expression; repeatable\n"
            "  --setting FILE        settings file instead of setting/setting.txt\n"
            "  --log DIR             writes there instead of log; one run at a time in a folder\n"
-           "  --vtu                 writes NAME.vtu for ParaView beside the result file\n"
+           "  --vtu                 writes NAME.vtu for ParaView beside the result file; explicit: one a frame and NAME.pvd\n"
+           "  --probe X,Y,Z         explicit: motion of the nearest node in the history, metres; repeatable\n"
+           "  --mean-dilatation     explicit: hexahedra with one pressure each, for large plastic strains\n"
            "  --quiet               prints the closing summary only\n"
            "\n"
            "Exit status: 0 done; 1 the analysis could not be completed; 2 bad usage, missing settings, unreadable or wrong input.\n";

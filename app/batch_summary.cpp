@@ -5,6 +5,7 @@
 #include "elements/element_type.h"
 #include "model/console.h"
 #include "model/paths.h"
+#include "results/displacement_file.h"
 
 namespace kestralum {
 
@@ -19,6 +20,19 @@ void print_end_token(const char* what, bool ended_at_end, const std::string& tok
 
 void print_notices(const Remarks& remarks) {
     for (const std::string& notice : remarks.notices) summary("note: %s\n", notice.c_str());
+}
+
+void print_dynamics(const ExplicitReport& d) {
+    summary("%-22s %lld of %lld in %.3f s, %.1f a second, %.4g element-steps a second (%s)\n", "steps", static_cast<long long>(d.steps),
+            static_cast<long long>(d.time_num - 1), d.loop_seconds, static_cast<double>(d.steps) / d.loop_seconds,
+            static_cast<double>(d.steps) * static_cast<double>(d.elements) / d.loop_seconds, d.kernel);
+    summary("%-22s %.6e s, time step %.6e s, stable step %.6e s, %lld frames\n", "time reached", d.time, d.d_time, d.stable_step,
+            static_cast<long long>(d.frames));
+    summary("%-22s kinetic %.6e, internal %.6e (plastic %.6e), damped %.6e J\n", "energy", d.kinetic, d.internal, d.plastic, d.damping);
+    summary("%-22s loads %.6e, walls %.6e, contact %.6e, driven %.6e J\n", "work done", d.external, d.wall, d.contact, d.support);
+    summary("%-22s %.3e of the largest energy\n", "energy drift", d.drift);
+    summary("%-22s %.6e %.6e %.6e kg m/s\n", "momentum", d.momentum[0], d.momentum[1], d.momentum[2]);
+    summary("%-22s %.6e %.6e %.6e kg m^2/s about the origin\n", "angular momentum", d.angular_momentum[0], d.angular_momentum[1], d.angular_momentum[2]);
 }
 
 void print_node_value(const char* title, const NodeValue& value, const char* unit) {
@@ -65,7 +79,15 @@ void print_input_summary(const ModelReadReport& model, const AnalysisInfoReport&
 
 void print_run_summary(const ModelStore& store, const RunReport& report, const WrittenFiles& files) {
     print_notices(report.remarks);
-    if (report.largest_displacement.node > 0) {
+    const bool dynamic = report.dynamics.time_num > 0;
+    if (dynamic) {
+        summary("%-22s %lld free of %d degrees of freedom, %d elements\n", "size", static_cast<long long>(report.free_dofs), store.mesh.dof_num,
+                store.mesh.element_num());
+        print_dynamics(report.dynamics);
+        print_node_value("largest displacement", report.largest_displacement, "m");
+        print_node_value("largest Mises stress", report.largest_mises, "N/m^2");
+        summary("%-22s %.6e %.6e %.6e N\n", "reactions", report.reaction[0], report.reaction[1], report.reaction[2]);
+    } else if (report.largest_displacement.node > 0) {
         summary("%-22s %lld free of %d degrees of freedom, %d elements, factor of %lld entries\n", "size",
                 static_cast<long long>(report.free_dofs), store.mesh.dof_num, store.mesh.element_num(), static_cast<long long>(report.factor_entries));
         print_node_value("largest displacement", report.largest_displacement, "m");
@@ -78,6 +100,8 @@ void print_run_summary(const ModelStore& store, const RunReport& report, const W
     if (report.negative_pivots > 0) summary("%-22s %lld\n", "negative pivots", static_cast<long long>(report.negative_pivots));
     print_stages(report);
     if (!files.results.empty()) summary("%-22s %s\n", "results", paths::to_platform(files.results).c_str());
+    if (report.dynamics.displacements_written) summary("%-22s %s\n", "displacements", paths::to_platform(displacement_file_name(store)).c_str());
+    if (report.dynamics.history_written) summary("%-22s %s\n", "history", paths::to_platform(history_file_name(store)).c_str());
     if (!files.vtu.empty()) summary("%-22s %s\n", "for ParaView", paths::to_platform(files.vtu).c_str());
 }
 

@@ -1,8 +1,10 @@
 #include "input/analysis_info_reader.h"
 
+#include <algorithm>
 #include <new>
 #include <span>
 
+#include "input/explicit_sections.h"
 #include "input/record_fields.h"
 #include "model/console.h"
 #include "model/paths.h"
@@ -19,7 +21,10 @@ public:
           fields_(store.parameters, remarks),
           remarks_(remarks),
           control_(store.control),
-          materials_(store.materials) {}
+          materials_(store.materials),
+          parameters_(store.parameters),
+          parts_(store.parts),
+          tables_(store.explicit_tables) {}
 
     // The header is a label and the word "explicit".
     bool header() {
@@ -30,9 +35,22 @@ public:
     // Everything behind the header, up to the token given back: END, no keyword, or the end of the file.
     Token read();
 
+    // Tables that this file does not name stay as an earlier model had them.
+    void tell_kept_tables() {
+        auto tell = [&](std::string_view key, std::size_t records) {
+            if (records > 0 && std::find(seen_.begin(), seen_.end(), key) == seen_.end())
+                remarks_.notice("no " + std::string(key) + "; the records of the earlier model stay in force");
+        };
+        tell("RIGID_WALL", tables_.walls.size());
+        tell("INITIAL_VELOCITY", tables_.initial_velocities.size());
+        tell("VELOCITY_INPUT", tables_.velocity_inputs.size());
+        tell("ELEMENT_CONTACT", tables_.contacts.size());
+    }
+
     void move_into(ModelStore& store) noexcept {
         store.control = control_;
         store.materials = std::move(materials_);
+        store.explicit_tables = std::move(tables_);
     }
 
 private:
@@ -111,7 +129,15 @@ private:
     }
 
     void material_extra_info(std::string_view key);
-    void pass_over(std::string_view key);
+    void rigid_wall(std::string_view key) { read_walls(section(key), parameters_, remarks_, tables_.walls); }
+    void initial_velocity(std::string_view key) {
+        read_initial_velocities(section(key), parameters_, parts_, remarks_, tables_.initial_velocities);
+    }
+    void velocity_input(std::string_view key) {
+        read_velocity_inputs(section(key), parameters_, parts_, remarks_, tables_.velocity_inputs);
+    }
+    void contact(std::string_view key) { read_contacts(section(key), parameters_, parts_, remarks_, tables_.contacts); }
+    TableSection section(std::string_view key);
     void comment(std::string_view) {}
 
     TokenReader tokens_;
@@ -119,6 +145,10 @@ private:
     InputRemarks& remarks_;
     AnalysisControl control_;
     std::vector<Material> materials_;
+    std::span<const Parameter> parameters_;
+    std::span<const Part> parts_;
+    ExplicitTables tables_;
+    std::vector<std::string_view> seen_;  // keys of the tables read
 };
 
 // The order matters: a token is compared with the beginnings in turn.
@@ -131,10 +161,10 @@ const ControlFile::Row ControlFile::rows[] = {
     {"Plastic", &ControlFile::plastic},
     {"Element_contact", &ControlFile::element_contact},
     {"MATERIAL_EXTRA_INFO", &ControlFile::material_extra_info},
-    {"RIGID_WALL", &ControlFile::pass_over},
-    {"INITIAL_VELOCITY", &ControlFile::pass_over},
-    {"VELOCITY_INPUT", &ControlFile::pass_over},
-    {"ELEMENT_CONTACT", &ControlFile::pass_over},
+    {"RIGID_WALL", &ControlFile::rigid_wall},
+    {"INITIAL_VELOCITY", &ControlFile::initial_velocity},
+    {"VELOCITY_INPUT", &ControlFile::velocity_input},
+    {"ELEMENT_CONTACT", &ControlFile::contact},
     {"%", &ControlFile::comment},
 };
 
@@ -151,18 +181,24 @@ Token ControlFile::read() {
     }
 }
 
+TableSection ControlFile::section(std::string_view key) {
+    seen_.push_back(key);
+    TableSection out{key, {}, next()};
+    for (; !out.closing.text.empty() && !out.closing.text.starts_with('%'); out.closing = next()) out.tokens.push_back(out.closing);
+    return out;
+}
+
 void ControlFile::material_extra_info(std::string_view key) {
     constexpr std::size_t record_length = 4;
-    std::vector<Token> tokens;
-    Token token = next();
-    for (; !token.text.empty() && !token.text.starts_with('%'); token = next()) tokens.push_back(token);
-    console::print("  mat_info_num=%d\n", static_cast<int>(tokens.size() / record_length));
-    for (std::size_t k = 0; k + record_length <= tokens.size(); k += record_length) {
-        const std::string name = fields_.name(tokens[k], material_text_width);
+    const TableSection table = section(key);
+    const auto records = records_of(table, record_length, remarks_);
+    console::print("  mat_info_num=%zu\n", records.size());
+    for (const std::span<const Token> tokens : records) {
+        const std::string name = fields_.name(tokens[0], material_text_width);
         double constants[3];  // G, Sy, Sd
         for (std::size_t c = 0; c < 3; ++c)
             constants[c] = fields_.number_where(
-                tokens[k + 1 + c], [](double v) { return v >= 0; }, "a constant of at least 0 Pa");
+                tokens[1 + c], [](double v) { return v >= 0; }, "a constant of at least 0 Pa");
         bool known = false;
         for (Material& material : materials_) {
             if (material.name != name) continue;
@@ -175,23 +211,8 @@ void ControlFile::material_extra_info(std::string_view key) {
             console::print("%s:G=%.3e, Sy=%.3e, Sd=%.3e\n", name.c_str(), constants[0], constants[1],
                            constants[2]);
         else
-            remarks_.notice(tokens[k], "no material of this name; its constants are passed over");
+            remarks_.notice(tokens[0], "no material of this name; its constants are passed over");
     }
-    if (tokens.size() % record_length != 0)
-        remarks_.expected(token, std::to_string(record_length - tokens.size() % record_length) +
-                                     " more of the " + std::to_string(record_length) + " tokens of a record of " +
-                                     std::string(key));
-    else if (token.text.empty())
-        remarks_.notice("section " + std::string(key) + " ends with the file, without its closing %");
-}
-
-void ControlFile::pass_over(std::string_view key) {
-    const Token opening{tokens_.last(), tokens_.token_number()};
-    Token token = next();
-    while (!token.text.empty() && !token.text.starts_with('%')) token = next();
-    remarks_.notice(opening,
-                    "section " + std::string(key) + " is passed over" +
-                        (token.text.empty() ? "; it ends with the file, without its closing %" : ""));
 }
 
 bool differs_from_start(const AnalysisControl& c) {
@@ -214,6 +235,7 @@ AnalysisInfoStatus read_control_text(std::string_view text, ModelStore& store, I
     report.end_token_number = end.number;
     report.ended_at_end = end.text.empty() || end.text.starts_with("END");
     if (!remarks.ok()) return AnalysisInfoStatus::wrong;
+    file.tell_kept_tables();
     file.move_into(store);
     return AnalysisInfoStatus::read;
 }

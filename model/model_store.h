@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "model/element_kind.h"
+#include "model/explicit_records.h"
 #include "model/records.h"
 
 namespace kestralum {
@@ -86,6 +87,7 @@ struct ModelStore {
     std::int32_t mode_count = 1;       // mode_num / step_num of the model file: what an analysis starts from
     std::int32_t iteration_limit = 0;  // "iteration" of the model file
     AnalysisControl control;
+    ExplicitTables explicit_tables;  // from the control file
 
     Mesh mesh;
     Results results;

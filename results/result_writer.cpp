@@ -6,6 +6,7 @@
 
 #include "model/console.h"
 #include "model/paths.h"
+#include "results/displacement_file.h"
 #include "results/result_file.h"
 #include "results/text_output.h"
 
@@ -59,14 +60,10 @@ void write_mesh(const ModelStore& store, Sections& out) {
     });
 }
 
-void write_held_results(const ModelStore& store, Sections& out) {
+void write_vectors(const ModelStore& store, Sections& out) {
     const Results& results = store.results;
     const std::int32_t modes = results.mode_num();
     const std::int64_t dofs = store.mesh.dof_num > 0 ? store.mesh.dof_num : 0;
-    out.count("mode_num", modes, "mode_num");
-    out.rows("n_freq", "", modes, "n_freq", [&](std::int64_t k, std::string& text) {
-        FormatLine(text, "%e\n") << results.n_freq[static_cast<std::size_t>(k)];
-    });
     out.rows("mode_vec", "", dofs, "mode_vec", [&](std::int64_t r, std::string& text) {
         for (std::int32_t k = 0; k < modes; ++k) {
             const std::int64_t row = results.frame_vector[static_cast<std::size_t>(k)];
@@ -74,13 +71,29 @@ void write_held_results(const ModelStore& store, Sections& out) {
             text += k + 1 < modes ? ' ' : '\n';
         }
     });
-    const std::int64_t columns = std::int64_t{stress_groups} * modes;
+}
+
+void write_node_stress(const ModelStore& store, Sections& out) {
+    const Results& results = store.results;
+    const std::int64_t dofs = store.mesh.dof_num > 0 ? store.mesh.dof_num : 0;
+    const std::int64_t columns = std::int64_t{stress_groups} * results.mode_num();
     out.rows("node_stress", "", dofs, "node_stress", [&](std::int64_t r, std::string& text) {
         for (std::int64_t c = 0; c < columns; ++c) {
             append_e(text, results.node_stress[static_cast<std::size_t>(c * dofs + r)]);
             text += c + 1 < columns ? ' ' : '\n';
         }
     });
+}
+
+void write_held_results(const ModelStore& store, Sections& out) {
+    const Results& results = store.results;
+    const std::int32_t modes = results.mode_num();
+    out.count("mode_num", modes, "mode_num");
+    out.rows("n_freq", "", modes, "n_freq", [&](std::int64_t k, std::string& text) {
+        FormatLine(text, "%e\n") << results.n_freq[static_cast<std::size_t>(k)];
+    });
+    write_vectors(store, out);
+    write_node_stress(store, out);
 }
 
 void write_parts(const char* count_keyword, const char* shown, std::span<const Part> parts, Sections& out) {
@@ -138,6 +151,15 @@ void write_rigid(const ModelStore& store, Sections& out) {
     });
 }
 
+void write_ana_type(const ModelStore& store, Sections& out) { out.count("ana_type", static_cast<std::int32_t>(store.ana_type), "ana_type"); }
+
+void write_extent(const Mesh& mesh, Sections& out) {
+    out.rows("size_info", "", 2, "size_info", [&](std::int64_t k, std::string& text) {
+        const double* corner = mesh.size_info.data() + 3 * k;
+        FormatLine(text, "%e %e %e\n") << corner[0] << corner[1] << corner[2];
+    });
+}
+
 void write_closing_sections(const ModelStore& store, Sections& out) {
     const Mesh& mesh = store.mesh;
     const auto normals = static_cast<std::int64_t>(mesh.node_n_dir.size() / 3);
@@ -147,20 +169,15 @@ void write_closing_sections(const ModelStore& store, Sections& out) {
     });
     out.rows("p_ele_part_id", "", static_cast<std::int64_t>(mesh.p_ele_part_id.size()), "p_ele_part_id",
              [&](std::int64_t e, std::string& text) { FormatLine(text, "%d\n") << mesh.p_ele_part_id[static_cast<std::size_t>(e)]; });
-    out.count("ana_type", static_cast<std::int32_t>(store.ana_type), "ana_type");
-    out.rows("size_info", "", 2, "size_info", [&](std::int64_t k, std::string& text) {
-        const double* corner = mesh.size_info.data() + 3 * k;
-        FormatLine(text, "%e %e %e\n") << corner[0] << corner[1] << corner[2];
-    });
+    write_ana_type(store, out);
+    write_extent(mesh, out);
 }
 
-}  // namespace
-
-std::string result_file_name(const ModelStore& store) { return "log\\result_" + paths::base_name(store.model_file_name); }
-
-bool write_results(const ModelStore& store, Publish publish, int threads) {
-    const std::string base = paths::base_name(store.model_file_name);
-    const std::string target = result_file_name(store), held = target + held_suffix;
+// The frame of both files: console lines, version, the sections of `content`, and the target's name once
+// the text is whole.
+bool write_file(const ModelStore& store, const std::string& target, Publish publish, int threads,
+                const std::function<void(Sections&)>& content) {
+    const std::string base = paths::base_name(store.model_file_name), held = target + held_suffix;
     console::print("index = %d\n", paths::last_separator(store.model_file_name));
     console::print("file_name = %s\n", base.c_str());
     console::print("n_=%d\n", static_cast<int>(base.size()));
@@ -175,13 +192,7 @@ bool write_results(const ModelStore& store, Publish publish, int threads) {
     Sections out(file, threads);
     file.write(store.ver_name + "\n%\n");
     console::print("   ver_name\n");
-    write_mesh(store, out);
-    write_held_results(store, out);
-    write_parts("part_num_o", "PART_O", store.parts_o, out);
-    write_parts("part_num", "PART", store.parts, out);
-    write_conditions(store, out);
-    write_rigid(store, out);
-    write_closing_sections(store, out);
+    content(out);
     const bool whole = file.finish();
     console::print(whole ? "FILE CLOSE !!\n" : "FILE CLOSE ERROR\n");
     const std::string held_path = paths::to_platform(held), target_path = paths::to_platform(target);
@@ -196,6 +207,40 @@ bool write_results(const ModelStore& store, Publish publish, int threads) {
         return false;
     }
     return true;
+}
+
+}  // namespace
+
+std::string result_file_name(const ModelStore& store) { return "log\\result_" + paths::base_name(store.model_file_name); }
+
+std::string displacement_file_name(const ModelStore& store) { return "log\\disp_" + paths::base_name(store.model_file_name); }
+
+std::string history_file_name(const ModelStore& store) {
+    const std::string base = paths::base_name(store.model_file_name);
+    return "log\\history_" + base.substr(0, base.rfind('.')) + ".csv";
+}
+
+bool write_results(const ModelStore& store, Publish publish, int threads) {
+    return write_file(store, result_file_name(store), publish, threads, [&](Sections& out) {
+        write_mesh(store, out);
+        write_held_results(store, out);
+        write_parts("part_num_o", "PART_O", store.parts_o, out);
+        write_parts("part_num", "PART", store.parts, out);
+        write_conditions(store, out);
+        write_rigid(store, out);
+        write_closing_sections(store, out);
+    });
+}
+
+bool write_displacements(const ModelStore& store, int threads) {
+    return write_file(store, displacement_file_name(store), Publish::now, threads, [&](Sections& out) {
+        write_mesh(store, out);
+        out.count("mode_num", store.results.mode_num(), "mode_num");
+        write_vectors(store, out);
+        write_ana_type(store, out);
+        write_node_stress(store, out);
+        write_extent(store.mesh, out);
+    });
 }
 
 void release_held_results(const ModelStore& store) {

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <span>
 #include <vector>
 
@@ -87,6 +88,15 @@ void add_frame(const ModelStore& store, std::size_t frame, const std::string& su
     arrays.push_back(make_array<double>("Float64", ("mises" + suffix).c_str(), 1, mises));
 }
 
+// Equivalent plastic strain of one frame, where there is any.
+void add_plastic_strain(const ModelStore& store, std::size_t frame, std::vector<Array>& arrays) {
+    const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
+    const double* group = store.results.node_stress.data() + (frame * stress_groups + 4) * dofs;
+    std::vector<double> strain(dofs / 3);
+    for (std::size_t n = 0; n < strain.size(); ++n) strain[n] = group[3 * n + 1];
+    arrays.push_back(make_array<double>("Float64", "plastic_strain", 1, strain));
+}
+
 // A static analysis holds its result in frame 1; an eigen analysis has a mode in every frame.
 std::vector<Array> point_arrays(const ModelStore& store) {
     std::vector<Array> arrays;
@@ -118,26 +128,33 @@ std::string make_xml(const Mesh& mesh, std::size_t cells, const std::vector<std:
     return xml + "</Piece>\n</UnstructuredGrid>\n<AppendedData encoding=\"raw\">\n_";
 }
 
-}  // namespace
-
-std::string vtu_file_name(const ModelStore& store) {
+std::string base_of(const ModelStore& store) {
     const std::string base = paths::base_name(store.model_file_name);
-    return "log\\" + base.substr(0, base.rfind('.')) + ".vtu";
+    return "log\\" + base.substr(0, base.rfind('.'));
 }
 
-bool write_vtu(const ModelStore& store) {
-    const Cells cells = make_cells(store);
+// The file gets its name when `fill` has written it whole.
+bool write_whole(const std::string& target, const std::function<void(TextOutput&)>& fill) {
+    const std::string held = target + ".part", held_path = paths::to_platform(held);
+    TextOutput file(held);
+    if (file.is_open()) fill(file);
+    const bool whole = file.is_open() && file.finish();
+    if (whole && std::rename(held_path.c_str(), paths::to_platform(target).c_str()) == 0) return true;
+    console::error("%s cannot be written: %s", target.c_str(), whole ? std::strerror(errno) : file.error().c_str());
+    std::remove(held_path.c_str());
+    return false;
+}
+
+bool write_grid(const ModelStore& store, const Cells& cells, const std::string& target, std::vector<Array> point_data) {
     std::vector<std::pair<const char*, std::vector<Array>>> groups;
-    groups.emplace_back("PointData", point_arrays(store));
+    groups.emplace_back("PointData", std::move(point_data));
     groups.emplace_back("CellData", std::vector<Array>{make_array<std::int32_t>("Int32", "part", 1, cells.part),
                                                        make_array<std::int32_t>("Int32", "material", 1, cells.material)});
     groups.emplace_back("Points", std::vector<Array>{make_array<double>("Float64", "Points", 3, store.mesh.coordinates)});
     groups.emplace_back("Cells", std::vector<Array>{make_array<std::int64_t>("Int64", "connectivity", 1, cells.connectivity),
                                                     make_array<std::int64_t>("Int64", "offsets", 1, cells.offsets),
                                                     make_array<std::uint8_t>("UInt8", "types", 1, cells.types)});
-    const std::string target = vtu_file_name(store), held = target + ".part";
-    TextOutput file(held);
-    if (file.is_open()) {
+    return write_whole(target, [&](TextOutput& file) {
         file.write(make_xml(store.mesh, cells.types.size(), groups));
         for (const auto& [group, arrays] : groups)
             for (const Array& array : arrays) {
@@ -146,15 +163,30 @@ bool write_vtu(const ModelStore& store) {
                 file.write({array.bytes.data(), array.bytes.size()});
             }
         file.write("\n</AppendedData>\n</VTKFile>\n");
+    });
+}
+
+}  // namespace
+
+std::string vtu_file_name(const ModelStore& store) { return base_of(store) + ".vtu"; }
+
+bool write_vtu(const ModelStore& store) { return write_grid(store, make_cells(store), vtu_file_name(store), point_arrays(store)); }
+
+std::string pvd_file_name(const ModelStore& store) { return base_of(store) + ".pvd"; }
+
+bool write_vtu_frames(const ModelStore& store) {
+    const Cells cells = make_cells(store);
+    const std::string base = base_of(store);
+    std::string list = "<?xml version=\"1.0\"?>\n<VTKFile type=\"Collection\" version=\"1.0\">\n<Collection>\n";
+    for (std::size_t k = 0; k < store.results.n_freq.size(); ++k) {
+        const std::string target = base + console::format("_%06zu.vtu", k + 1);
+        std::vector<Array> arrays;
+        add_frame(store, k, "", arrays);
+        add_plastic_strain(store, k, arrays);
+        if (!write_grid(store, cells, target, std::move(arrays))) return false;
+        list += console::format("<DataSet timestep=\"%.9e\" part=\"0\" file=\"%s\"/>\n", store.results.n_freq[k], paths::base_name(target).c_str());
     }
-    const std::string held_path = paths::to_platform(held);
-    const bool whole = file.is_open() && file.finish();
-    if (!whole || std::rename(held_path.c_str(), paths::to_platform(target).c_str()) != 0) {
-        console::error("%s cannot be written: %s", target.c_str(), whole ? std::strerror(errno) : file.error().c_str());
-        std::remove(held_path.c_str());
-        return false;
-    }
-    return true;
+    return write_whole(pvd_file_name(store), [&](TextOutput& file) { file.write(list + "</Collection>\n</VTKFile>\n"); });
 }
 
 }  // namespace kestralum

@@ -18,4 +18,9 @@ std::string vtu_file_name(const ModelStore& store);
 // it is whole. False when it cannot be written; the reason has been printed.
 bool write_vtu(const ModelStore& store);
 
+// Every frame of a history as "log\\NAME_000001.vtu" and on, with the equivalent plastic strain as point
+// data too, and "log\\NAME.pvd", which lists them with their times (n_freq). False as above.
+bool write_vtu_frames(const ModelStore& store);
+std::string pvd_file_name(const ModelStore& store);
+
 }  // namespace kestralum

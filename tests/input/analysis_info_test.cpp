@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "input/analysis_info_reader.h"
 #include "input_files.h"
 #include "model/console.h"
@@ -18,6 +20,9 @@ struct Outcome {
 ModelStore two_materials() {
     ModelStore store = placeholder_model();
     store.materials.push_back({.id = 1, .name = "ALU", .density = 2700, .young = 7e10, .poisson = 0.33});
+    store.parts.resize(2);
+    store.parts[0].name = "STRUT";
+    store.parts[1].name = "PLATE";
     return store;
 }
 
@@ -92,17 +97,81 @@ TEST(AnalysisInfo, GravityAndSwitches) {
     EXPECT_EQ(o.report.remarks.notices.size(), 1u);
 }
 
-TEST(AnalysisInfo, TablesOfTheExplicitAnalysisArePassedOver) {
-    const Outcome o = read_text(
-        "x explicit RIGID_WALL d_time 5 % INITIAL_VELOCITY % VELOCITY_INPUT a %x "
-        "ELEMENT_CONTACT END % C_alfa 2 stop d_time 7");
+TEST(AnalysisInfo, ReadsEndWhereNoKeywordStands) {
+    const Outcome o = read_text("x explicit RIGID_WALL % INITIAL_VELOCITY % VELOCITY_INPUT %x ELEMENT_CONTACT % C_alfa 2 stop d_time 7");
     ASSERT_EQ(o.report.status, AnalysisInfoStatus::read);
     EXPECT_EQ(o.store.control.d_time, 0);
     EXPECT_EQ(o.store.control.c_alfa, 2);
-    EXPECT_EQ(o.report.remarks.notices.size(), 4u);
     EXPECT_EQ(o.report.end_token, "stop");
-    EXPECT_EQ(o.report.end_token_number, 17);
+    EXPECT_EQ(o.report.end_token_number, 13);
     EXPECT_FALSE(o.report.ended_at_end);
+}
+
+TEST(AnalysisInfo, TablesOfTheExplicitAnalysisAndTheirEchoes) {
+    const Outcome o = read_text(
+        "x explicit RIGID_WALL FLOOR plane +z 0 0 0.3 0.1 -1 1 -1 1 0 0 0 0 -1*time "
+        "PIN cylinder -y 2*5*mm 1e6 0 0 0 0 0 1 0 0 mm*sin(time) 0 0 % "
+        "INITIAL_VELOCITY STRUT part x -100 0 0 0 0 0 0 TOP area z 2*mm 0 1 0 1 2 2 % "
+        "VELOCITY_INPUT PUSH volume y 5+time 0 1 0 1 0 1 % "
+        "ELEMENT_CONTACT HIT STRUT PLATE 0.5 0.2 0 mm 0 0 0 0 0 0 1e-3 % END");
+    ASSERT_EQ(o.report.status, AnalysisInfoStatus::read) << (o.report.remarks.errors.empty() ? "" : o.report.remarks.errors[0]);
+    const ExplicitTables& t = o.store.explicit_tables;
+    ASSERT_EQ(t.walls.size(), 2u);
+    EXPECT_EQ(t.walls[0].kind, WallKind::plane);
+    EXPECT_EQ(t.walls[0].axis, 2);
+    EXPECT_EQ(t.walls[0].side, 1);
+    EXPECT_EQ(t.walls[0].friction, 0.3);
+    EXPECT_EQ(t.walls[0].damping, 0.1);
+    EXPECT_EQ(t.walls[0].box[3], 1);
+    EXPECT_EQ(t.walls[0].motion[2].at(0.5, o.store.parameters), -0.5);
+    EXPECT_EQ(t.walls[0].motion[1].at(0.5, o.store.parameters), 0);
+    EXPECT_EQ(t.walls[1].kind, WallKind::cylinder);
+    EXPECT_EQ(t.walls[1].axis, 1);
+    EXPECT_EQ(t.walls[1].side, -1);
+    EXPECT_DOUBLE_EQ(t.walls[1].radius, 0.01);
+    EXPECT_EQ(t.walls[1].stiffness, 1e6);
+    EXPECT_DOUBLE_EQ(t.walls[1].motion[0].at(2, o.store.parameters), 0.001 * std::sin(2.0));
+    ASSERT_EQ(t.initial_velocities.size(), 2u);
+    EXPECT_EQ(t.initial_velocities[0].kind, VelocitySelection::part);
+    EXPECT_EQ(t.initial_velocities[0].velocity.start, -100);
+    EXPECT_EQ(t.initial_velocities[1].axis, 2);
+    EXPECT_EQ(t.initial_velocities[1].box[5], 2);
+    ASSERT_EQ(t.velocity_inputs.size(), 1u);
+    EXPECT_EQ(t.velocity_inputs[0].velocity.at(3, o.store.parameters), 8);
+    ASSERT_EQ(t.contacts.size(), 1u);
+    EXPECT_EQ(t.contacts[0].part[0], 0);
+    EXPECT_EQ(t.contacts[0].part[1], 1);
+    EXPECT_EQ(t.contacts[0].gap, 0.001);
+    EXPECT_EQ(t.contacts[0].start_time, 1e-3);
+    EXPECT_EQ(o.lines,
+              "ANALYSIS INFO FILE OPEN !!\nRIGID_WALL\n  rigid_wall_num=2\n RIGID_WALL\n 0: FLOOR, plane, +z\n"
+              "    0[0.000e+00], 0[0.000e+00], 0.3[3.000e-01], 0.1[1.000e-01]\n"
+              "    -1.000e+00, 1.000e+00, -1.000e+00, 1.000e+00, 0.000e+00, 0.000e+00\n    0, 0, -1*time\n"
+              " 1: PIN, cylinder, -y\n    2*5*mm[1.000e-02], 1e6[1.000e+06], 0[0.000e+00], 0[0.000e+00]\n"
+              "    0.000e+00, 0.000e+00, 0.000e+00, 1.000e+00, 0.000e+00, 0.000e+00\n    mm*sin(time), 0, 0\n"
+              "INITIAL_VELOCITY\n INITIAL_VELOCITY\n 0: STRUT, part, x, -100[-1.000e+02]\n"
+              "     0[0.000e+00], 0[0.000e+00], 0[0.000e+00], 0[0.000e+00], 0[0.000e+00], 0[0.000e+00]\n"
+              " 1: TOP, area, z, 2*mm[2.000e-03]\n"
+              "     0[0.000e+00], 1[1.000e+00], 0[0.000e+00], 1[1.000e+00], 2[2.000e+00], 2[2.000e+00]\n"
+              "VELOCITY_INPUT\n VELOCITY_INPUT\n    5.000e+00[5+time]\n"
+              "     0.000e+00, 1.000e+00, 0.000e+00, 1.000e+00, 0.000e+00, 1.000e+00\n"
+              "ELEMENT_CONTACT\n ELEMENT_CONTACT\n 0: HIT, STRUT[0],  PLATE[1], 0.5[5.000e-01], 0.2[2.000e-01], 0[0.000e+00], mm[1.000e-03]\n"
+              "     0.000e+00, 0.000e+00, 0.000e+00, 0.000e+00, 0.000e+00, 0.000e+00, 1.000e-03\nEND\nFILE CLOSE !!\n");
+}
+
+TEST(AnalysisInfo, ATableThatTheFileDoesNotNameStaysAndThatIsSaid) {
+    ModelStore store = two_materials();
+    store.explicit_tables.walls.resize(2);
+    store.explicit_tables.contacts.resize(1);
+    static const test::TemporaryFolder folder;
+    folder.write("kept.ana", "x explicit ELEMENT_CONTACT % END");
+    store.model_file_name = folder.name("kept.txt");
+    console::Capture console;
+    const AnalysisInfoReport report = read_analysis_info(store);
+    EXPECT_EQ(store.explicit_tables.walls.size(), 2u);
+    EXPECT_TRUE(store.explicit_tables.contacts.empty());
+    ASSERT_EQ(report.remarks.notices.size(), 1u);
+    EXPECT_NE(report.remarks.notices[0].find("no RIGID_WALL"), std::string::npos);
 }
 
 TEST(AnalysisInfo, WhatIsNotAControlFileChangesNothing) {
@@ -134,6 +203,19 @@ TEST(AnalysisInfo, ErrorsNameTheTokenAndLeaveTheStore) {
         {"MATERIAL_EXTRA_INFO STEEL 1 -2 3 %", "token 6 '-2': expected a constant of at least 0 Pa"},
         {"MATERIAL_EXTRA_INFO STEEL 1 2 %", "token 7 '%': expected 1 more of the "},
         {"d_time 5 MATERIAL_EXTRA_INFO STEEL 1 q", "end of file: expected 1 more of the "},
+        {"RIGID_WALL W plane z 0 0 0 0 0 0 0 0 0 0 0 0 0 %", "token 6 'z': expected a signed axis"},
+        {"RIGID_WALL W plain +z 0 0 0 0 0 0 0 0 0 0 0 0 0 %", "token 5 'plain': expected a kind of wall"},
+        {"RIGID_WALL W sphere +z 0 0 0 0 0 0 0 0 0 0 0 0 0 %", "token 7 '0': expected a radius above 0"},
+        {"RIGID_WALL W plane +z 0 0 0 0 1 0 0 0 0 0 0 0 0 %", "token 12 '0': expected an upper bound"},
+        {"RIGID_WALL W plane +z 0 -1 0 0 0 0 0 0 0 0 0 0 0 %", "token 8 '-1': expected a stiffness"},
+        {"RIGID_WALL W plane +z 0 0 0 0 0 0 0 0 0 0 0 0 1/time %", "token 19 '1/time': expected a finite value at time 0"},
+        {"RIGID_WALL W plane +z 0 0 0 0 0 0 0 0 0 0 0 0 timer %", "token 19 'timer': expected a number"},
+        {"RIGID_WALL W plane +z %", "token 7 '%': expected 13 more of the 16 tokens of a record of RIGID_WALL"},
+        {"INITIAL_VELOCITY STRAT part x 1 0 0 0 0 0 0 %", "token 4 'STRAT': expected the name of a part"},
+        {"VELOCITY_INPUT a plane x time+q 0 0 0 0 0 0 %", "token 7 'time+q': expected a number or an expression over the parameters and time"},
+        {"ELEMENT_CONTACT c STRUT PLOTE 1 0 0 0 0 0 0 0 0 0 0 %", "token 6 'PLOTE': expected the name of a part"},
+        {"ELEMENT_CONTACT c STRUT PLATE 2 0 0 0 0 0 0 0 0 0 0 %", "token 7 '2': expected a penalty factor"},
+        {"ELEMENT_CONTACT c STRUT PLATE 1 0 0 0 0 0 0 0 0 0", "end of file: expected 1 more of the 14"},
     };
     for (const auto& c : cases) {
         const Outcome o = read_text(std::string("x explicit ") + c.text);

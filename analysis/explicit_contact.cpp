@@ -1,0 +1,285 @@
+#include "analysis/explicit_contact.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "model/free_faces.h"
+
+namespace kestralum {
+
+namespace {
+
+using Vector = std::array<double, 3>;
+
+Vector minus(const double* a, const double* b) { return {a[0] - b[0], a[1] - b[1], a[2] - b[2]}; }
+double dot(const Vector& a, const Vector& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
+Vector cross(const Vector& a, const Vector& b) {
+    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+}
+double length(const Vector& a) { return std::sqrt(dot(a, a)); }
+const double* at(const double* node4, std::int32_t n) { return node4 + 4 * static_cast<std::ptrdiff_t>(n); }
+
+constexpr std::int32_t most_cells_a_side = 256;
+
+}  // namespace
+
+ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part> parts, const Mesh& mesh) {
+    find_surface(mesh);
+    const auto node_num = static_cast<std::size_t>(mesh.node_num());
+    std::vector<char> seen(node_num);
+    for (const ContactPair& pair : pairs) {
+        Active active{pair, {}, 0, {}, false};
+        for (std::size_t s = 0; s < 2; ++s) {
+            Side& side = active.side[s];
+            std::fill(seen.begin(), seen.end(), 0);
+            for (std::size_t t = 0; t < triangles_.size(); ++t) {
+                if (parts[static_cast<std::size_t>(triangles_[t].part)].name != pair.part_name[s]) continue;
+                side.triangles.push_back(static_cast<std::int32_t>(t));
+                for (std::int32_t n : triangles_[t].node)
+                    if (!std::exchange(seen[static_cast<std::size_t>(n)], 1)) side.nodes.push_back(n);
+            }
+            std::sort(side.nodes.begin(), side.nodes.end());
+        }
+        active.self = pair.part_name[0] == pair.part_name[1];
+        active.touches.reserve(active.side[0].nodes.size() + active.side[1].nodes.size());
+        pairs_.push_back(std::move(active));
+    }
+    contacts_of_.assign(node_num, 0);
+}
+
+void ContactSet::find_surface(const Mesh& mesh) {
+    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
+    const auto node_num = static_cast<std::size_t>(mesh.node_num());
+    std::vector<char> on(node_num, 0);
+    size_.assign(node_num, 0.0);
+    for (const ElementFace& face : free_faces(mesh)) {
+        const auto local = outward_triangles(mesh.element_type, face.face);
+        for (std::size_t k = 0; k + 3 <= local.size(); k += 3) {
+            Triangle triangle{{}, mesh.p_ele_part_id[static_cast<std::size_t>(face.element)]};
+            for (std::size_t c = 0; c < 3; ++c)
+                triangle.node[c] = static_cast<std::int32_t>(
+                    node_index(mesh.connectivity[static_cast<std::size_t>(face.element) * per_element + static_cast<std::size_t>(local[k + c])]));
+            double edge = 0;
+            for (std::size_t c = 0; c < 3; ++c) {
+                const auto a = static_cast<std::size_t>(triangle.node[c]), b = static_cast<std::size_t>(triangle.node[(c + 1) % 3]);
+                edge = std::max(edge, length(minus(mesh.coordinates.data() + 3 * a, mesh.coordinates.data() + 3 * b)));
+            }
+            for (std::int32_t n : triangle.node) {
+                on[static_cast<std::size_t>(n)] = 1;
+                size_[static_cast<std::size_t>(n)] = std::max(size_[static_cast<std::size_t>(n)], edge);
+            }
+            triangles_.push_back(triangle);
+        }
+    }
+    for (std::size_t n = 0; n < node_num; ++n)
+        if (on[n]) surface_nodes_.push_back(static_cast<std::int32_t>(n));
+}
+
+void ContactSet::tune(double d_time, double stable_step, int sharing) {
+    d_time_ = d_time;
+    for (Active& active : pairs_) active.share = active.pair.penalty * penalty_share(d_time, stable_step, active.pair.damping) / std::max(1, sharing);
+}
+
+// Cells of the triangles' size over their bounding box; each triangle stands in every cell that its box,
+// widened by `reach`, meets.
+void ContactSet::fill_grid(const std::vector<std::int32_t>& triangles, const double* x, double reach) {
+    Vector low{1e300, 1e300, 1e300}, high{-1e300, -1e300, -1e300};
+    double edge = 0;
+    for (std::int32_t t : triangles) {
+        const Triangle& triangle = triangles_[static_cast<std::size_t>(t)];
+        for (std::size_t k = 0; k < 3; ++k) {
+            const double* p = at(x, triangle.node[k]);
+            edge += length(minus(p, at(x, triangle.node[(k + 1) % 3])));
+            for (std::size_t c = 0; c < 3; ++c) {
+                low[c] = std::min(low[c], p[c] - reach);
+                high[c] = std::max(high[c], p[c] + reach);
+            }
+        }
+    }
+    grid_.cell = std::max(edge / (3.0 * static_cast<double>(std::max<std::size_t>(triangles.size(), 1))), 2 * reach);
+    for (std::size_t c = 0; c < 3; ++c) grid_.cell = std::max(grid_.cell, (high[c] - low[c]) / most_cells_a_side);
+    if (!(grid_.cell > 0) || !std::isfinite(grid_.cell)) grid_.cell = 1;
+    grid_.low = low;
+    std::size_t cells = 1;
+    for (std::size_t c = 0; c < 3; ++c) {
+        grid_.count[c] = std::clamp(static_cast<std::int32_t>((high[c] - low[c]) / grid_.cell) + 1, 1, most_cells_a_side + 1);
+        cells *= static_cast<std::size_t>(grid_.count[c]);
+    }
+    // hashed into as many buckets as there are triangles, so that memory does not follow the box
+    const std::size_t buckets = std::min(cells, 4 * triangles.size() + 1);
+    grid_.start.assign(buckets + 1, 0);
+    auto each_cell = [&](std::int32_t t, auto visit) {
+        std::array<std::int32_t, 3> from, to;
+        const Triangle& triangle = triangles_[static_cast<std::size_t>(t)];
+        for (std::size_t c = 0; c < 3; ++c) {
+            const double a = at(x, triangle.node[0])[c], b = at(x, triangle.node[1])[c], d = at(x, triangle.node[2])[c];
+            from[c] = grid_.index(c, std::min({a, b, d}) - reach);
+            to[c] = grid_.index(c, std::max({a, b, d}) + reach);
+        }
+        for (std::int32_t k = from[2]; k <= to[2]; ++k)
+            for (std::int32_t j = from[1]; j <= to[1]; ++j)
+                for (std::int32_t i = from[0]; i <= to[0]; ++i) visit(grid_.bucket(i, j, k));
+    };
+    for (std::int32_t t : triangles) each_cell(t, [&](std::size_t bucket) { ++grid_.start[bucket + 1]; });
+    for (std::size_t k = 0; k < buckets; ++k) grid_.start[k + 1] += grid_.start[k];
+    grid_.entry.resize(static_cast<std::size_t>(grid_.start.back()));
+    grid_.next.assign(grid_.start.begin(), grid_.start.end() - 1);
+    for (std::int32_t t : triangles) each_cell(t, [&](std::size_t bucket) { grid_.entry[static_cast<std::size_t>(grid_.next[bucket]++)] = t; });
+}
+
+std::int32_t ContactSet::Grid::index(std::size_t axis, double value) const {
+    const double place = (value - low[axis]) / cell;
+    if (!(place > 0)) return 0;
+    return place < count[axis] ? static_cast<std::int32_t>(place) : count[axis] - 1;
+}
+
+std::size_t ContactSet::Grid::bucket(std::int32_t i, std::int32_t j, std::int32_t k) const {
+    const std::uint64_t cell_number = static_cast<std::uint64_t>(i) + static_cast<std::uint64_t>(count[0]) * (static_cast<std::uint64_t>(j) + static_cast<std::uint64_t>(count[1]) * static_cast<std::uint64_t>(k));
+    return static_cast<std::size_t>(cell_number % (start.size() - 1));
+}
+
+// The foot of p on the triangle's plane: barycentric weights, outward normal, signed height over the
+// plane. False when the foot lies outside (beyond a rounding of the edges) or the triangle is flat.
+bool ContactSet::foot_point(const Triangle& triangle, const double* x, const double* p, Vector& weight, Vector& normal, double& height) const {
+    const double *a = at(x, triangle.node[0]), *b = at(x, triangle.node[1]), *c = at(x, triangle.node[2]);
+    const Vector n = cross(minus(b, a), minus(c, a));
+    const double nn = dot(n, n);
+    if (!(nn > 0)) return false;
+    const Vector d = minus(p, a);
+    weight[1] = dot(cross(d, minus(c, a)), n) / nn;
+    weight[2] = dot(cross(minus(b, a), d), n) / nn;
+    weight[0] = 1 - weight[1] - weight[2];
+    constexpr double edge = -1e-9;
+    if (!(weight[0] >= edge && weight[1] >= edge && weight[2] >= edge)) return false;
+    const double size = std::sqrt(nn);
+    height = dot(d, n) / size;
+    for (std::size_t k = 0; k < 3; ++k) normal[k] = n[k] / size;
+    return true;
+}
+
+// Nodes of side `slave` against the triangles of the other side (the grid's).
+void ContactSet::touch_side(Active& active, std::size_t slave, const ContactArrays& arrays) {
+    const auto& box = active.pair.box;
+    for (std::int32_t n : active.side[slave].nodes) {
+        const double* p = at(arrays.x, n);
+        bool inside = true;
+        for (std::size_t c = 0; c < 3; ++c) inside = inside && !(box[2 * c] < box[2 * c + 1] && !(p[c] >= box[2 * c] && p[c] <= box[2 * c + 1]));
+        if (!inside) continue;
+        // the triangle that it lies least deep behind: nodes do not pass through more than half an element a step
+        const double reach = reach_of(active, n);
+        Touch best{n, {}, {}, {}, {}, 0, slave == 0};
+        double least = reach;
+        const std::size_t bucket = grid_.bucket(grid_.index(0, p[0]), grid_.index(1, p[1]), grid_.index(2, p[2]));
+        for (std::int32_t k = grid_.start[bucket]; k < grid_.start[bucket + 1]; ++k) {
+            const Triangle& triangle = triangles_[static_cast<std::size_t>(grid_.entry[static_cast<std::size_t>(k)])];
+            if (triangle.node[0] == n || triangle.node[1] == n || triangle.node[2] == n) continue;
+            Vector weight, normal;
+            double height;
+            if (!foot_point(triangle, arrays.x, p, weight, normal, height)) continue;
+            const double depth = active.pair.gap - height;
+            if (!(depth > 0 && depth < least)) continue;
+            least = depth;
+            best.corner = triangle.node;
+            best.weight = weight;
+            best.normal = normal;
+            best.depth = depth;
+        }
+        if (best.depth > 0) active.touches.push_back(best);
+    }
+}
+
+double ContactSet::reach_of(const Active& active, std::int32_t n) const {
+    return active.pair.gap + (active.self ? 0.25 : 0.5) * size_[static_cast<std::size_t>(n)];
+}
+
+void ContactSet::press(Active& active, const ContactArrays& arrays) {
+    for (Touch& touch : active.touches) {
+        // 1/m_eff = 1/m_n + Σ N_i² / m_i over what is free to move
+        auto inverse = [&](std::int32_t n) { return arrays.b[4 * static_cast<std::size_t>(n)] > 0 ? 1 / arrays.mass[4 * static_cast<std::size_t>(n)] : 0.0; };
+        double compliance = inverse(touch.node);
+        std::int32_t together = contacts_of_[static_cast<std::size_t>(touch.node)];
+        Vector relative{};
+        for (std::size_t c = 0; c < 3; ++c) relative[c] = at(arrays.v, touch.node)[c];
+        for (std::size_t i = 0; i < 3; ++i) {
+            compliance += touch.weight[i] * touch.weight[i] * inverse(touch.corner[i]);
+            together = std::max(together, contacts_of_[static_cast<std::size_t>(touch.corner[i])]);
+            for (std::size_t c = 0; c < 3; ++c) relative[c] -= touch.weight[i] * at(arrays.v, touch.corner[i])[c];
+        }
+        touch.force = {};
+        if (!(compliance > 0)) continue;
+        const double m = 1 / compliance / together;
+        const double k = active.share * m / (d_time_ * d_time_);
+        const double away = dot(relative, touch.normal);
+        const double normal_force = std::max(0.0, k * touch.depth - 2 * active.pair.damping * std::sqrt(k * m) * away);
+        for (std::size_t c = 0; c < 3; ++c) {
+            touch.force[c] = normal_force * touch.normal[c];
+            relative[c] -= away * touch.normal[c];
+        }
+        const double slip = length(relative);
+        if (slip > 0 && active.pair.friction > 0) {
+            // half of what would stop the slip in one step keeps the lagging velocity from overshooting
+            const double friction = std::min(active.pair.friction * normal_force, 0.5 * m * slip / d_time_);
+            for (std::size_t c = 0; c < 3; ++c) touch.force[c] -= friction * relative[c] / slip;
+        }
+        for (std::size_t c = 0; c < 3; ++c) {
+            arrays.F[4 * static_cast<std::size_t>(touch.node) + c] += touch.force[c];
+            for (std::size_t i = 0; i < 3; ++i) arrays.F[4 * static_cast<std::size_t>(touch.corner[i]) + c] -= touch.weight[i] * touch.force[c];
+        }
+    }
+}
+
+void ContactSet::push(const ContactArrays& arrays, double time) {
+    for (Active& active : pairs_) active.touches.clear();
+    for (Active& active : pairs_) {
+        if (time < active.pair.start_time || active.side[0].triangles.empty() || active.side[1].triangles.empty()) continue;
+        for (std::size_t slave = 0; slave < (active.self ? 1u : 2u); ++slave) {
+            double reach = 0;
+            for (std::int32_t n : active.side[slave].nodes) reach = std::max(reach, reach_of(active, n));
+            fill_grid(active.side[1 - slave].triangles, arrays.x, reach);
+            touch_side(active, slave, arrays);
+        }
+    }
+    // a node's springs share what the step allows it
+    auto count = [&](std::int32_t change) {
+        for (const Active& active : pairs_)
+            for (const Touch& touch : active.touches) {
+                contacts_of_[static_cast<std::size_t>(touch.node)] += change;
+                for (std::int32_t n : touch.corner) contacts_of_[static_cast<std::size_t>(n)] += change;
+            }
+    };
+    count(1);
+    for (Active& active : pairs_) press(active, arrays);
+    count(-1);
+}
+
+std::array<double, 2> ContactSet::power(const double* v, const double* v_new) const {
+    std::array<double, 2> sum{};
+    for (const Active& active : pairs_)
+        for (const Touch& touch : active.touches)
+            for (std::size_t c = 0; c < 3; ++c) {
+                double before = at(v, touch.node)[c], after = at(v_new, touch.node)[c];
+                for (std::size_t i = 0; i < 3; ++i) {
+                    before -= touch.weight[i] * at(v, touch.corner[i])[c];
+                    after -= touch.weight[i] * at(v_new, touch.corner[i])[c];
+                }
+                sum[0] += touch.force[c] * before;
+                sum[1] += touch.force[c] * after;
+            }
+    return sum;
+}
+
+std::array<double, 3> ContactSet::force(std::size_t pair) const {
+    std::array<double, 3> sum{};
+    for (const Touch& touch : pairs_[pair].touches)
+        for (std::size_t c = 0; c < 3; ++c) sum[c] += touch.first ? touch.force[c] : -touch.force[c];
+    return sum;
+}
+
+std::int64_t ContactSet::touching() const {
+    std::int64_t count = 0;
+    for (const Active& active : pairs_) count += static_cast<std::int64_t>(active.touches.size());
+    return count;
+}
+
+}  // namespace kestralum

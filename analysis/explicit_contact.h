@@ -1,0 +1,89 @@
+// Contact between the surfaces of parts: every surface node of either part against the other's surface
+// triangles, by penalty springs with Coulomb friction. Each contact's forces on its node and the three
+// nodes of its triangle are in balance, so that momentum is kept to rounding.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "analysis/explicit_walls.h"
+#include "model/model_store.h"
+
+namespace kestralum {
+
+class ContactSet {
+public:
+    // The surface of the whole mesh; what a pair uses of it is that of its parts, found by name.
+    ContactSet(std::span<const ContactPair> pairs, std::span<const Part> parts, const Mesh& mesh);
+
+    // Chooses the penalties. `sharing`: kinds of contact that a node may have at a time, walls included.
+    void tune(double d_time, double stable_step, int sharing);
+
+    bool empty() const { return pairs_.empty(); }
+    std::span<const std::int32_t> nodes() const { return surface_nodes_; }
+    std::int64_t triangle_num() const { return static_cast<std::int64_t>(triangles_.size()); }
+
+    // Forces of the configuration at `time`, added to arrays.F.
+    void push(const ContactArrays& arrays, double time);
+    // Work of the forces in force with the velocities before and after, W.
+    std::array<double, 2> power(const double* v, const double* v_new) const;
+
+    // Force of each pair on its first part (of a part paired with itself: on the nodes of its contacts), N.
+    std::array<double, 3> force(std::size_t pair) const;
+    std::size_t size() const { return pairs_.size(); }
+    std::int64_t touching() const;
+
+private:
+    struct Triangle {
+        std::array<std::int32_t, 3> node;  // 0-based, winding outwards
+        std::int32_t part;
+    };
+    // A node and a triangle that touch: the force on the node; the triangle's nodes take the opposite by
+    // the weights of the foot point.
+    struct Touch {
+        std::int32_t node;
+        std::array<std::int32_t, 3> corner;
+        std::array<double, 3> weight, normal, force;
+        double depth;
+        bool first;  // the node is of the first part
+    };
+    struct Side {
+        std::vector<std::int32_t> nodes, triangles;  // of one part; triangles are indices
+    };
+    // A regular grid of cells over the triangles of one side, in buckets.
+    struct Grid {
+        std::array<double, 3> low{};
+        double cell = 1;
+        std::array<std::int32_t, 3> count{1, 1, 1};
+        std::vector<std::int32_t> start, next, entry;
+        std::int32_t index(std::size_t axis, double value) const;
+        std::size_t bucket(std::int32_t i, std::int32_t j, std::int32_t k) const;
+    };
+    struct Active {
+        ContactPair pair;
+        std::array<Side, 2> side;
+        double share;  // of m_eff/Δt², the penalty
+        std::vector<Touch> touches;
+        bool self = false;
+    };
+    void find_surface(const Mesh& mesh);
+    void fill_grid(const std::vector<std::int32_t>& triangles, const double* x, double reach);
+    void touch_side(Active& active, std::size_t slave, const ContactArrays& arrays);
+    void press(Active& active, const ContactArrays& arrays);
+    // How deep a node may lie behind a triangle and still be in contact with it, m.
+    double reach_of(const Active& active, std::int32_t n) const;
+    bool foot_point(const Triangle& triangle, const double* x, const double* p, std::array<double, 3>& weight,
+                    std::array<double, 3>& normal, double& height) const;
+
+    std::vector<Active> pairs_;
+    std::vector<Triangle> triangles_;
+    std::vector<std::int32_t> surface_nodes_;
+    std::vector<double> size_;               // per node: longest edge of the surface around it at the start, m
+    std::vector<std::int32_t> contacts_of_;  // per node: contacts of the step under way that it takes part in
+    Grid grid_;
+    double d_time_ = 0;
+};
+
+}  // namespace kestralum

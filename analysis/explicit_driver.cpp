@@ -1,0 +1,223 @@
+#include "analysis/explicit_driver.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <new>
+
+#include "analysis/explicit_state.h"
+#include "model/console.h"
+#include "model/paths.h"
+#include "results/displacement_file.h"
+#include "results/result_file.h"
+#include "results/text_output.h"
+
+namespace kestralum {
+
+namespace {
+
+double seconds_since(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+void run_steps(ModelStore& store, ExplicitState& state, RunReport& report, std::int64_t first, std::int64_t end) {
+    const auto start = std::chrono::steady_clock::now();
+    report.clock.begin("steps");
+    for (std::int64_t s = first; s < end && !state.diverged; ++s) {
+        explicit_step(store, state, report);
+        if (!console::cancel_requested()) continue;
+        report.fail(RunStatus::failed, console::format("stopped on request after step %lld of %lld", static_cast<long long>(s),
+                                                       static_cast<long long>(state.time_num - 1)));
+        break;
+    }
+    report.clock.end();
+    state.loop_seconds += seconds_since(start);
+}
+
+// Keeps the frames that hold results.
+void cut_results(ModelStore& store, const ExplicitState& state) {
+    Results& results = store.results;
+    const auto frames = static_cast<std::size_t>(std::max<std::int64_t>(state.frames, 1)), dofs = static_cast<std::size_t>(store.mesh.dof_num);
+    if (frames >= results.n_freq.size()) return;
+    results.n_freq.resize(frames);
+    results.frame_vector.resize(frames);
+    results.mode_vec.resize(frames * dofs);
+    results.node_stress.resize(frames * dofs * stress_groups);
+}
+
+bool write_history(const ModelStore& store, const ExplicitHistory& history) {
+    std::string text;
+    for (std::size_t c = 0; c < history.columns.size(); ++c) text += (c ? "," : "") + history.columns[c];
+    text += '\n';
+    const std::string target = history_file_name(store), held = target + ".part";
+    TextOutput file(held);
+    if (file.is_open()) {
+        file.write(text);
+        file.write_rows(static_cast<std::int64_t>(history.rows()), 1, [&](std::int64_t r, std::string& line) {
+            for (std::size_t c = 0; c < history.columns.size(); ++c) {
+                if (c) line += ',';
+                append_e(line, history.values[static_cast<std::size_t>(r) * history.columns.size() + c]);
+            }
+            line += '\n';
+        });
+    }
+    const bool whole = file.is_open() && file.finish();
+    const std::string held_path = paths::to_platform(held);
+    if (whole && std::rename(held_path.c_str(), paths::to_platform(target).c_str()) == 0) return true;
+    console::error("%s cannot be written", target.c_str());
+    std::remove(held_path.c_str());
+    return false;
+}
+
+void fill_report(const ModelStore& store, const ExplicitState& s, RunReport& report) {
+    ExplicitReport& out = report.dynamics;
+    out.steps = s.step;
+    out.time_num = s.time_num;
+    out.frames = s.frames;
+    out.d_time = s.d_time;
+    out.stable_step = s.stable_step;
+    out.loop_seconds = s.loop_seconds;
+    out.elements = store.mesh.element_num();
+    out.kernel = s.blocks ? s.blocks->kernel_name() : "";
+    out.time = static_cast<double>(s.step) * s.d_time;
+    const ExplicitEnergies& e = s.energies;
+    out.kinetic = e.kinetic;
+    out.internal = e.internal;
+    out.plastic = e.plastic;
+    out.damping = e.damping;
+    out.wall = e.wall;
+    out.contact = e.contact;
+    out.external = e.external;
+    out.support = e.support;
+    out.drift = 0;
+    for (std::size_t r = 0; r < s.history.rows(); ++r) {
+        const double drift = s.history.value(r, "drift");
+        if (!(std::abs(drift) <= std::abs(out.drift))) out.drift = drift;
+    }
+    out.momentum = s.momentum;
+    out.angular_momentum = s.angular_momentum;
+    report.reaction = s.reaction;
+}
+
+void find_largest(const ModelStore& store, RunReport& report) {
+    const Mesh& mesh = store.mesh;
+    const auto dofs = static_cast<std::size_t>(mesh.dof_num), last = store.results.n_freq.size() - 1;
+    const double* u = store.results.mode_vec.data() + last * dofs;
+    const double* mises = store.results.node_stress.data() + (last * stress_groups + 4) * dofs;
+    for (std::size_t n = 0; n < dofs / 3; ++n) {
+        const double size = std::sqrt(u[3 * n] * u[3 * n] + u[3 * n + 1] * u[3 * n + 1] + u[3 * n + 2] * u[3 * n + 2]);
+        const std::array<double, 3> place{mesh.coordinates[3 * n], mesh.coordinates[3 * n + 1], mesh.coordinates[3 * n + 2]};
+        const auto node = static_cast<std::int32_t>(n + 1);
+        if (report.largest_displacement.node == 0 || size > report.largest_displacement.value) report.largest_displacement = {node, size, place};
+        if (report.largest_mises.node == 0 || mises[3 * n] > report.largest_mises.value) report.largest_mises = {node, mises[3 * n], place};
+    }
+}
+
+void finish(ModelStore& store, const Settings& settings, ExplicitState& state, RunReport& report) {
+    console::print("Explicit Analysis Time:  %lf[s]\n", seconds_since(state.start));
+    cut_results(store, state);
+    fill_report(store, state, report);
+    find_largest(store, report);
+    report.clock.begin("write");
+    report.written = write_results(store, Publish::now, settings.threads());
+    report.dynamics.displacements_written = write_displacements(store, settings.threads());
+    report.dynamics.history_written = write_history(store, state.history);
+    if (!report.written || !report.dynamics.displacements_written || !report.dynamics.history_written)
+        report.fail(RunStatus::failed, "a result file cannot be written");
+    report.clock.end();
+}
+
+bool set_up(ModelStore& store, const Settings& settings, const ExplicitOptions& options, ExplicitState& state, RunReport& report) {
+    try {
+        return set_up_explicit(store, settings, options, state, report);
+    } catch (const std::bad_alloc&) {
+        report.fail(RunStatus::failed, "not enough memory for this model and its frames");
+        store.results.resize(1, store.mesh.dof_num);
+        return false;
+    }
+}
+
+// The run that a window steps.
+struct LiveRun {
+    ExplicitState state;
+    RunReport report;
+    std::int64_t k = 1;
+};
+
+std::unique_ptr<LiveRun>& live_run() {
+    static std::unique_ptr<LiveRun> run;
+    return run;
+}
+
+}  // namespace
+
+ExplicitOptions& explicit_options() {
+    static ExplicitOptions options;
+    return options;
+}
+
+RunReport run_explicit(ModelStore& store, const Settings& settings, const ExplicitOptions& options) {
+    RunReport report;
+    ExplicitState state;
+    if (!set_up(store, settings, options, state, report)) return report;
+    run_steps(store, state, report, 1, state.time_num);
+    finish(store, settings, state, report);
+    return report;
+}
+
+RunReport exec_explicit() {
+    drop_explicit();
+    return run_explicit(model_store(), settings(), explicit_options());
+}
+
+bool begin_explicit(RunReport& report) {
+    live_run() = std::make_unique<LiveRun>();
+    if (set_up(model_store(), settings(), explicit_options(), live_run()->state, live_run()->report)) return true;
+    report = live_run()->report;
+    live_run().reset();
+    return false;
+}
+
+void step_explicit(std::int64_t first, std::int64_t end, int* diverged) {
+    LiveRun* run = live_run().get();
+    if (!run) return;
+    run_steps(model_store(), run->state, run->report, first, std::min(end, run->state.time_num));
+    if (run->state.diverged) *diverged = 1;
+}
+
+RunReport finish_explicit() {
+    RunReport report;
+    if (LiveRun* run = live_run().get()) {
+        finish(model_store(), settings(), run->state, run->report);
+        report = run->report;
+    }
+    live_run().reset();
+    return report;
+}
+
+void drop_explicit() { live_run().reset(); }
+
+ExplicitProgress explicit_progress() {
+    const LiveRun* run = live_run().get();
+    if (!run) return {};
+    const ExplicitState& s = run->state;
+    return {true, run->k, s.step, s.time_num, s.out_time_num, s.output_frequency, static_cast<double>(s.step) * s.d_time, s.diverged};
+}
+
+bool advance_explicit(RunReport& report) {
+    LiveRun* run = live_run().get();
+    if (!run) return false;
+    const ExplicitState& s = run->state;
+    const std::int64_t k = run->k;
+    int diverged = 0;
+    step_explicit((k - 1) * s.output_frequency + 1, std::min(k * s.output_frequency + 1, s.time_num), &diverged);
+    if (!diverged) {
+        run->k = k + 1;
+        console::print(" ti_current = %lld\n", static_cast<long long>(run->k));
+        if (run->k < s.out_time_num && run->report.status == RunStatus::done) return true;
+    }
+    report = finish_explicit();
+    return false;
+}
+
+}  // namespace kestralum

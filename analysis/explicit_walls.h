@@ -1,0 +1,74 @@
+// Rigid walls of the explicit analysis: penalty springs between walls and surface nodes, with Coulomb
+// friction. A wall is a plane, cylinder or sphere that may move as prescribed.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "model/explicit_records.h"
+
+namespace kestralum {
+
+// What walls and contact share of the run: per node × 4, as in ExplicitState.
+struct ContactArrays {
+    const double* x;       // coordinates, m
+    const double* v;       // velocity at the half step before, m/s
+    const double* mass;    // kg
+    const double* b;       // velocity gained per force, s/kg; 0 where a support or an input rules
+    double* F;             // forces of walls and contact, added to, N
+};
+
+// The penalty that a node's contacts may have together, as a share of m/Δt²: what the elements leave of
+// the stability limit k Δt²/m + 2 c Δt/m + (ω Δt)² < 4 with c = 2 ζ √(k m), at most a half.
+double penalty_share(double d_time, double stable_step, double damping);
+
+class WallSet {
+public:
+    // `nodes`: surface nodes, 0-based. `sharing`: contacts that a node may have at a time.
+    WallSet(std::span<const RigidWall> walls, std::span<const Parameter> parameters, std::vector<std::int32_t> nodes,
+            double d_time, double stable_step, int sharing);
+
+    bool empty() const { return walls_.empty(); }
+    std::span<const std::int32_t> nodes() const { return nodes_; }
+
+    // Normal forces of the configuration at `time`, added to arrays.F. False when a wall's displacement
+    // has no value.
+    bool push(const ContactArrays& arrays, double time);
+    // Friction: changes the new velocities of the touching nodes by at most what μ times the normal force
+    // allows and adds the forces that do so to arrays.F.
+    void rub(const ContactArrays& arrays, double* v_new);
+    // Work of the forces in force with the velocities before and after, W.
+    std::array<double, 2> power(const double* v, const double* v_new) const;
+
+    // Force of each wall on the bodies, N.
+    std::array<double, 3> force(std::size_t wall) const;
+    std::size_t size() const { return walls_.size(); }
+    std::int64_t touching() const;
+
+    // The least m/k of springs that are stiffer than chosen ones, s²; 0 when there is none. For the
+    // stable step 2/√(ω² + k/m).
+    double stiff_spring(std::span<const double> mass) const;
+
+private:
+    struct Touch {
+        std::int32_t node;
+        std::array<double, 3> normal, force;  // force: with friction
+        double press;                         // normal force, N
+    };
+    struct Placed {
+        RigidWall wall;
+        std::array<double, 3> centre, now{}, next{};  // displacements at this time and a step later, m
+        double share;                                 // of m/Δt² for a chosen penalty
+        std::vector<Touch> touches;
+    };
+    bool reach(const Placed& wall, const double* x, std::array<double, 3>& normal, double& depth) const;
+
+    std::vector<Placed> walls_;
+    std::vector<Parameter> parameters_;
+    std::vector<std::int32_t> nodes_;
+    double d_time_;
+};
+
+}  // namespace kestralum

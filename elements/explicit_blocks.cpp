@@ -1,0 +1,238 @@
+#include "elements/explicit_blocks.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+#include "elements/element_type.h"
+#include "elements/plasticity.h"
+
+namespace kestralum {
+
+namespace {
+
+// Elements by their smallest node, so that neighbours in memory share nodes.
+std::vector<std::int32_t> element_order(const Mesh& mesh) {
+    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
+    const auto elements = static_cast<std::size_t>(mesh.element_num());
+    std::vector<std::int32_t> least(elements), order(elements);
+    for (std::size_t e = 0; e < elements; ++e) {
+        const auto first = mesh.connectivity.begin() + static_cast<std::ptrdiff_t>(e * per_element);
+        least[e] = *std::min_element(first, first + static_cast<std::ptrdiff_t>(per_element));
+    }
+    std::iota(order.begin(), order.end(), 0);
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::int32_t a, std::int32_t b) { return least[static_cast<std::size_t>(a)] < least[static_cast<std::size_t>(b)]; });
+    return order;
+}
+
+constexpr std::int64_t chunk_blocks = 32;  // blocks that a thread takes at a time
+
+}  // namespace
+
+ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials, const BlockOptions& options)
+    : set_(&kernel_set(options.widest)),
+      law_(options.plastic ? PointLaw::plastic : PointLaw::elastic),
+      lanes_(set_->lanes),
+      nodes_per_element_(mesh.node_per_element()),
+      points_(element_type(mesh.element_type).points),
+      order_(element_order(mesh)) {
+    const auto law = static_cast<std::size_t>(law_);
+    kernel_ = options.mean_dilatation && mesh.element_type == ElementKind::hexahedron
+                  ? set_->mean_dilatation[law]
+                  : set_->kernel[static_cast<std::size_t>(mesh.element_type)][law];
+    const auto W = static_cast<std::size_t>(lanes_), per_element = static_cast<std::size_t>(nodes_per_element_), points = static_cast<std::size_t>(points_);
+    const std::size_t elements = order_.size(), blocks = (elements + W - 1) / W;
+    blocks_ = static_cast<std::int64_t>(blocks);
+    nodes_.resize(blocks * per_element * W);
+    material_.resize(blocks * 4 * W);
+    stress_.assign(blocks * points * 6 * W, 0.0);
+    if (options.plastic) alpha_.assign(blocks * points * W, 0.0);
+    force_.assign(blocks * per_element * 3 * W, 0.0);
+    energy_.assign(blocks * 2 * W, 0.0);
+    least_.assign(blocks * W, 1.0);
+    for (std::size_t slot = 0; slot < blocks * W; ++slot) {
+        const auto e = static_cast<std::size_t>(order_[std::min(slot, elements - 1)]);
+        const std::size_t b = slot / W, lane = slot % W;
+        for (std::size_t i = 0; i < per_element; ++i)
+            nodes_[(b * per_element + i) * W + lane] = static_cast<std::int32_t>(node_index(mesh.connectivity[e * per_element + i]));
+        const Part& part = parts[static_cast<std::size_t>(mesh.p_ele_part_id[e])];
+        const J2Material<double> m = j2_material(materials[static_cast<std::size_t>(part.material_id)], options.plastic);
+        const double values[4] = {m.bulk - 2.0 / 3.0 * m.shear, m.shear, m.yield, m.hardening};
+        for (std::size_t c = 0; c < 4; ++c) material_[(4 * b + c) * W + lane] = values[c];
+    }
+    // the places of each node, by element: the sum's order does not depend on the blocks' order
+    gather_start_.assign(static_cast<std::size_t>(mesh.node_num()) + 1, 0);
+    for (std::int32_t n : mesh.connectivity) ++gather_start_[static_cast<std::size_t>(n)];
+    std::partial_sum(gather_start_.begin(), gather_start_.end(), gather_start_.begin());
+    gather_.resize(mesh.connectivity.size());
+    std::vector<std::size_t> slot_of(elements);
+    for (std::size_t slot = 0; slot < elements; ++slot) slot_of[static_cast<std::size_t>(order_[slot])] = slot;
+    std::vector<std::int64_t> next(gather_start_.begin(), gather_start_.end() - 1);
+    for (std::size_t e = 0; e < elements; ++e)
+        for (std::size_t i = 0; i < per_element; ++i) {
+            const auto n = static_cast<std::size_t>(node_index(mesh.connectivity[e * per_element + i]));
+            const std::size_t b = slot_of[e] / W, lane = slot_of[e] % W;
+            gather_[static_cast<std::size_t>(next[n]++)] = static_cast<std::int32_t>((b * per_element + i) * W + lane);
+        }
+}
+
+bool ElementBlocks::evaluate(const double* x, const double* du, int threads) {
+    const KernelArrays arrays{nodes_.data(), x, du, material_.data(), stress_.data(), alpha_.data(), force_.data(), energy_.data(), least_.data()};
+    const std::int64_t chunks = (blocks_ + chunk_blocks - 1) / chunk_blocks;
+    int inverted = 0;
+#pragma omp parallel for schedule(static) num_threads(threads) if (threads > 1) reduction(| : inverted)
+    for (std::int64_t c = 0; c < chunks; ++c) {
+        const std::int64_t first = c * chunk_blocks, last = std::min(blocks_, first + chunk_blocks);
+        kernel_(arrays, first, last);
+        for (std::int64_t k = first * lanes_; k < last * lanes_; ++k) inverted |= !(least_[static_cast<std::size_t>(k)] > 0);
+    }
+    return inverted == 0;
+}
+
+std::int32_t ElementBlocks::first_inverted() const {
+    std::int32_t first = -1;
+    for (std::size_t slot = 0; slot < order_.size(); ++slot)
+        if (!(least_[slot] > 0) && (first < 0 || order_[slot] < first)) first = order_[slot];
+    return first;
+}
+
+void ElementBlocks::gather_forces(double* R, int threads) const {
+    const auto nodes = static_cast<std::int64_t>(gather_start_.size()) - 1;
+    const double* force = force_.data();
+    const std::int32_t W = lanes_, mask = W - 1;  // lanes are a power of two
+#pragma omp parallel for schedule(static) num_threads(threads) if (threads > 1)
+    for (std::int64_t n = 0; n < nodes; ++n) {
+        double sum[3] = {0, 0, 0};
+        for (std::int64_t k = gather_start_[static_cast<std::size_t>(n)]; k < gather_start_[static_cast<std::size_t>(n) + 1]; ++k) {
+            const std::int32_t place = gather_[static_cast<std::size_t>(k)];
+            const double* f = force + 3 * static_cast<std::int64_t>(place & ~mask) + (place & mask);
+            sum[0] += f[0];
+            sum[1] += f[W];
+            sum[2] += f[2 * W];
+        }
+        double* r = R + 4 * n;
+        r[0] = sum[0];
+        r[1] = sum[1];
+        r[2] = sum[2];
+    }
+}
+
+double ElementBlocks::energy(int kind) const {
+    double sum = 0;
+    const auto W = static_cast<std::size_t>(lanes_);
+    for (std::size_t slot = 0; slot < order_.size(); ++slot) sum += energy_[(2 * (slot / W) + static_cast<std::size_t>(kind)) * W + slot % W];
+    return sum;
+}
+
+std::size_t ElementBlocks::stress_at(std::size_t slot, int point) const {
+    const auto W = static_cast<std::size_t>(lanes_);
+    return ((slot / W) * static_cast<std::size_t>(points_) + static_cast<std::size_t>(point)) * 6 * W + slot % W;
+}
+
+void ElementBlocks::copy_stresses(std::vector<double>& stress, std::vector<double>& plastic_strain) const {
+    const auto W = static_cast<std::size_t>(lanes_), points = static_cast<std::size_t>(points_);
+    stress.resize(order_.size() * points * 6);
+    plastic_strain.resize(alpha_.empty() ? 0 : order_.size() * points);
+    for (std::size_t slot = 0; slot < order_.size(); ++slot) {
+        const auto e = static_cast<std::size_t>(order_[slot]);
+        for (std::size_t p = 0; p < points; ++p) {
+            const std::size_t from = stress_at(slot, static_cast<int>(p));
+            for (std::size_t c = 0; c < 6; ++c) stress[6 * (e * points + p) + c] = stress_[from + c * W];
+            if (!alpha_.empty()) plastic_strain[e * points + p] = alpha_[((slot / W) * points + p) * W + slot % W];
+        }
+    }
+}
+
+void ElementBlocks::set_stresses(std::span<const double> stress) {
+    const auto W = static_cast<std::size_t>(lanes_), points = static_cast<std::size_t>(points_);
+    for (std::size_t slot = 0; slot < static_cast<std::size_t>(blocks_) * W; ++slot) {
+        const auto e = static_cast<std::size_t>(order_[std::min(slot, order_.size() - 1)]);
+        for (std::size_t p = 0; p < points; ++p)
+            for (std::size_t c = 0; c < 6; ++c) stress_[stress_at(slot, static_cast<int>(p)) + c * W] = stress[6 * (e * points + p) + c];
+    }
+}
+
+std::size_t ElementBlocks::bytes() const {
+    return (order_.size() + nodes_.size() + gather_.size()) * sizeof(std::int32_t) + gather_start_.size() * sizeof(std::int64_t) +
+           (material_.size() + stress_.size() + alpha_.size() + force_.size() + energy_.size() + least_.size()) * sizeof(double);
+}
+
+namespace {
+
+// Eigenvalues w and vectors (columns of V) of the symmetric 3 × 3 matrix a, by Jacobi's rotations.
+void eigen3(double a[3][3], double w[3], double V[3][3]) {
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) V[i][j] = i == j;
+    for (int sweep = 0; sweep < 12; ++sweep)
+        for (int p = 0; p < 2; ++p)
+            for (int q = p + 1; q < 3; ++q) {
+                if (a[p][q] == 0) continue;
+                const double theta = (a[q][q] - a[p][p]) / (2 * a[p][q]);
+                const double t = (theta < 0 ? -1 : 1) / (std::abs(theta) + std::sqrt(theta * theta + 1));
+                const double c = 1 / std::sqrt(t * t + 1), s = t * c;
+                for (int k = 0; k < 3; ++k) {
+                    const double akp = a[k][p], akq = a[k][q];
+                    a[k][p] = c * akp - s * akq;
+                    a[k][q] = s * akp + c * akq;
+                }
+                for (int k = 0; k < 3; ++k) {
+                    const double apk = a[p][k], aqk = a[q][k], vkp = V[k][p], vkq = V[k][q];
+                    a[p][k] = c * apk - s * aqk;
+                    a[q][k] = s * apk + c * aqk;
+                    V[k][p] = c * vkp - s * vkq;
+                    V[k][q] = s * vkp + c * vkq;
+                }
+            }
+    for (int i = 0; i < 3; ++i) w[i] = a[i][i];
+}
+
+void logarithmic_strain(const double F[3][3], double* strain) {
+    // F Fᵀ - I, formed without the 1 so that small strains keep their digits
+    double b[3][3], w[3], V[3][3], H[3][3];
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) H[i][j] = F[i][j] - (i == j);
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) {
+            b[i][j] = H[i][j] + H[j][i];
+            for (int k = 0; k < 3; ++k) b[i][j] += H[i][k] * H[j][k];
+        }
+    eigen3(b, w, V);
+    auto component = [&](int i, int j) {
+        double sum = 0;
+        for (int k = 0; k < 3; ++k) sum += 0.5 * std::log1p(w[k]) * V[i][k] * V[j][k];
+        return sum;
+    };
+    for (int c = 0; c < 3; ++c) strain[c] = component(c, c);
+    strain[3] = 2 * component(0, 1);
+    strain[4] = 2 * component(1, 2);
+    strain[5] = 2 * component(2, 0);
+}
+
+}  // namespace
+
+void logarithmic_strains(const Mesh& mesh, std::span<const double> u, int threads, PointResults& out) {
+    const ElementType& type = element_type(mesh.element_type);
+    const std::int32_t elements = mesh.element_num();
+    out.strain.resize(static_cast<std::size_t>(elements) * static_cast<std::size_t>(type.points) * 6);
+    out.volume.resize(static_cast<std::size_t>(elements));
+#pragma omp parallel for schedule(static) num_threads(threads)
+    for (std::int32_t e = 0; e < elements; ++e) {
+        ElementPoints points;
+        evaluate_points(type, mesh, e, points);
+        out.volume[static_cast<std::size_t>(e)] = element_volume(type, points);
+        const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+        for (int p = 0; p < type.points; ++p) {
+            double F[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+            for (int i = 0; i < type.nodes; ++i) {
+                const double* at = u.data() + 3 * node_index(element[i]);
+                const double* dN = points.dN.data() + 3 * (type.nodes * p + i);
+                for (int r = 0; r < 3; ++r)
+                    for (int c = 0; c < 3; ++c) F[r][c] += at[r] * dN[c];
+            }
+            logarithmic_strain(F, out.strain.data() + 6 * (static_cast<std::ptrdiff_t>(e) * type.points + p));
+        }
+    }
+}
+
+}  // namespace kestralum

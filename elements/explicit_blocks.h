@@ -1,0 +1,87 @@
+// The elements of a mesh in the kernels' blocks: connectivity, material, stress state and forces, and
+// the lists through which each node gathers its forces in a fixed order.
+#pragma once
+
+#include <cstdint>
+#include <new>
+#include <span>
+#include <vector>
+
+#include "elements/explicit_kernel.h"
+#include "elements/stresses.h"
+#include "model/model_store.h"
+
+namespace kestralum {
+
+// Storage on cache lines.
+template <typename T>
+struct LineAllocator {
+    using value_type = T;
+    static constexpr std::align_val_t line{64};
+    LineAllocator() = default;
+    template <typename U>
+    LineAllocator(const LineAllocator<U>&) {}
+    T* allocate(std::size_t n) {
+        if (n > std::size_t(-1) / sizeof(T)) throw std::bad_array_new_length();
+        return static_cast<T*>(::operator new(n * sizeof(T), line));
+    }
+    void deallocate(T* p, std::size_t) { ::operator delete(p, line); }
+    friend bool operator==(const LineAllocator&, const LineAllocator&) { return true; }
+};
+using LineDoubles = std::vector<double, LineAllocator<double>>;
+
+struct BlockOptions {
+    bool plastic = false;          // materials with Sy > 0 yield
+    bool mean_dilatation = false;  // hexahedra only
+    int widest = 8;                // lanes at most
+};
+
+class ElementBlocks {
+public:
+    // Elements are put in the order of their smallest nodes; the last block is filled up with copies
+    // whose forces and energies nobody gathers. All stresses start at 0.
+    ElementBlocks(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials, const BlockOptions& options);
+
+    // Stresses and element forces of the configuration x reached by du (node × 4, m). False when a point
+    // of some element has a volume that is not positive; first_inverted() tells the element.
+    bool evaluate(const double* x, const double* du, int threads);
+    std::int32_t first_inverted() const;  // 0-based, -1 = none
+
+    // Σ of the element forces at each node: R, node × 4, N.
+    void gather_forces(double* R, int threads) const;
+
+    // Work done on the points so far and its plastic part, J.
+    double internal_energy() const { return energy(0); }
+    double plastic_energy() const { return energy(1); }
+
+    // Stresses, in the mesh's order of elements, and equivalent plastic strains (element × point; empty
+    // when elastic).
+    void copy_stresses(std::vector<double>& stress, std::vector<double>& plastic_strain) const;
+    // Sets every point's stress (element × point × 6), for tests of forces and rotations.
+    void set_stresses(std::span<const double> stress);
+
+    const char* kernel_name() const { return set_->name; }
+    int lanes() const { return lanes_; }
+    std::size_t bytes() const;
+
+private:
+    double energy(int kind) const;
+    std::size_t stress_at(std::size_t slot, int point) const;
+
+    const KernelSet* set_;
+    ForceKernel kernel_;
+    PointLaw law_;
+    int lanes_, nodes_per_element_, points_;
+    std::int64_t blocks_ = 0;
+    std::vector<std::int32_t> order_;         // slot -> element; a slot is block · lanes + lane
+    std::vector<std::int32_t> nodes_;         // block × local node × lane
+    LineDoubles material_, stress_, alpha_, force_, energy_, least_;
+    std::vector<std::int64_t> gather_start_;  // node_num + 1
+    std::vector<std::int32_t> gather_;        // places (block · nodes + local node) · lanes + lane, by element
+};
+
+// Logarithmic strain ½ ln(F Fᵀ) at every point, xx yy zz xy yz zx with doubled shears, and element
+// volumes of the undeformed mesh; u: 3 per node.
+void logarithmic_strains(const Mesh& mesh, std::span<const double> u, int threads, PointResults& out);
+
+}  // namespace kestralum

@@ -1,0 +1,50 @@
+// The internal forces of the explicit analysis: the program's hottest loop. Elements stand in blocks
+// of as many as a vector register has lanes; every array of a block runs lane by lane innermost.
+//
+// Updated Lagrangian: the strain increment is the symmetric gradient of the displacement increment in
+// the mid-step configuration, the stress of the step before is turned by Hughes and Winget's rotation
+// (Int. J. Numer. Methods Eng. 15, 1980), and the forces are Σ ∫ Bᵀ σ dV in the configuration reached.
+// A finite rigid rotation leaves no strain.
+#pragma once
+
+#include <cstdint>
+
+#include "model/element_kind.h"
+
+namespace kestralum {
+
+// Sizes: `lanes` elements a block; a point's stress is xx yy zz xy yz zx, Cauchy, N/m^2.
+struct KernelArrays {
+    const std::int32_t* nodes;  // block × local node × lane: 0-based node
+    const double* x;            // node × 4: coordinates reached, m; the fourth is 0
+    const double* du;           // node × 4: displacement increment that led there, m
+    const double* material;     // block × 4 × lane: λ, G, Sy, H; Sy infinite where nothing yields, N/m^2
+    double* stress;             // block × point × 6 × lane, in and out
+    double* alpha;              // block × point × lane, in and out: equivalent plastic strain; unused when elastic
+    double* force;              // block × local node × 3 × lane, out: N
+    double* energy;             // block × 2 × lane, added to: internal work and its plastic part, J
+    double* least;              // block × lane, out: smallest det J of the points, m^3 (scaled)
+};
+
+// Takes the blocks first <= b < last.
+using ForceKernel = void (*)(const KernelArrays& arrays, std::int64_t first, std::int64_t last);
+
+enum class PointLaw { elastic, plastic };
+
+// One build of the kernels. `mean_dilatation` has the hexahedron's volume change averaged over its
+// points (Nagtegaal, Parks and Rice, Comput. Methods Appl. Mech. Eng. 4, 1974).
+struct KernelSet {
+    const char* name;
+    int lanes;
+    ForceKernel kernel[3][2];            // by ElementKind and PointLaw
+    ForceKernel mean_dilatation[2];      // hexahedra, by PointLaw
+};
+
+// The widest set that this processor runs; `widest` bounds the lanes (a test compares widths).
+const KernelSet& kernel_set(int widest = 8);
+
+namespace kernels {
+extern const KernelSet base, avx2, avx512;
+}
+
+}  // namespace kestralum

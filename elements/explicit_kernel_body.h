@@ -1,0 +1,489 @@
+// The kernels themselves, compiled once for each vector width: the including file defines
+// KESTRALUM_LANES and KESTRALUM_KERNEL_SET. All of it has internal linkage and uses nothing of the
+// standard library, so that no code for a wide processor can reach the others through the linker.
+//
+// Letters: g_a = ∂x/∂ξ_a, U_a = ∂Δu/∂ξ_a, cof_a = g_b × g_c (cyclic; det·∂ξ_a/∂x), A = ∂Δu/∂x in the
+// configuration reached, G = A (I - A/2)⁻¹ the same in the mid-step one, h half the axial vector of the
+// spin of G, Q = I + 2 (H + H²)/(1 + h·h) with H = [h]×, Cayley's form of Hughes and Winget's rotation.
+#include <immintrin.h>
+
+#include "elements/explicit_kernel.h"
+#include "elements/plasticity.h"
+
+namespace kestralum {
+namespace {
+
+#define KESTRALUM_INLINE [[gnu::always_inline]] inline
+
+constexpr int W = KESTRALUM_LANES;
+typedef double Native __attribute__((vector_size(W * 8)));
+typedef double Loose __attribute__((vector_size(W * 8), aligned(8), may_alias));
+
+// One double per lane.
+struct Vec {
+    Native v{};
+};
+KESTRALUM_INLINE Vec operator+(Vec a, Vec b) { return {a.v + b.v}; }
+KESTRALUM_INLINE Vec operator-(Vec a, Vec b) { return {a.v - b.v}; }
+KESTRALUM_INLINE Vec operator*(Vec a, Vec b) { return {a.v * b.v}; }
+KESTRALUM_INLINE Vec operator/(Vec a, Vec b) { return {a.v / b.v}; }
+KESTRALUM_INLINE Vec operator*(double a, Vec b) { return {a * b.v}; }
+KESTRALUM_INLINE Vec operator/(double a, Vec b) { return {a / b.v}; }
+KESTRALUM_INLINE Vec operator+(double a, Vec b) { return {a + b.v}; }
+KESTRALUM_INLINE Vec operator-(double a, Vec b) { return {a - b.v}; }
+KESTRALUM_INLINE void operator+=(Vec& a, Vec b) { a.v += b.v; }
+KESTRALUM_INLINE void operator-=(Vec& a, Vec b) { a.v -= b.v; }
+KESTRALUM_INLINE Vec larger_of(Vec a, Vec b) { return {a.v < b.v ? b.v : a.v}; }
+KESTRALUM_INLINE Vec smaller_of(Vec a, Vec b) { return {b.v < a.v ? b.v : a.v}; }
+KESTRALUM_INLINE Vec load(const double* p) { return {*reinterpret_cast<const Loose*>(p)}; }
+KESTRALUM_INLINE void store(double* p, Vec a) { *reinterpret_cast<Loose*>(p) = a.v; }
+KESTRALUM_INLINE Vec root(Vec a) {
+#if KESTRALUM_LANES == 8
+    return {_mm512_sqrt_pd(a.v)};
+#elif KESTRALUM_LANES == 4
+    return {_mm256_sqrt_pd(a.v)};
+#else
+    return {_mm_sqrt_pd(a.v)};
+#endif
+}
+
+// x, y and z of the lanes' nodes from node × 4 storage.
+KESTRALUM_INLINE void gather(const double* at, const std::int32_t* n, Vec& x, Vec& y, Vec& z) {
+    auto row = [at](std::int32_t node) { return at + 4 * static_cast<std::ptrdiff_t>(node); };
+#if KESTRALUM_LANES == 8
+    auto two = [&](int a, int b) {
+        return _mm512_insertf64x4(_mm512_castpd256_pd512(_mm256_loadu_pd(row(n[a]))), _mm256_loadu_pd(row(n[b])), 1);
+    };
+    const __m512d a0 = two(0, 2), a1 = two(1, 3), b0 = two(4, 6), b1 = two(5, 7);
+    const __m512d a_lo = _mm512_unpacklo_pd(a0, a1), b_lo = _mm512_unpacklo_pd(b0, b1);
+    x.v = _mm512_shuffle_f64x2(a_lo, b_lo, 0x88);
+    y.v = _mm512_shuffle_f64x2(_mm512_unpackhi_pd(a0, a1), _mm512_unpackhi_pd(b0, b1), 0x88);
+    z.v = _mm512_shuffle_f64x2(a_lo, b_lo, 0xdd);
+#elif KESTRALUM_LANES == 4
+    const __m256d a = _mm256_loadu_pd(row(n[0])), b = _mm256_loadu_pd(row(n[1]));
+    const __m256d c = _mm256_loadu_pd(row(n[2])), d = _mm256_loadu_pd(row(n[3]));
+    const __m256d ab_lo = _mm256_unpacklo_pd(a, b), cd_lo = _mm256_unpacklo_pd(c, d);
+    x.v = _mm256_permute2f128_pd(ab_lo, cd_lo, 0x20);
+    y.v = _mm256_permute2f128_pd(_mm256_unpackhi_pd(a, b), _mm256_unpackhi_pd(c, d), 0x20);
+    z.v = _mm256_permute2f128_pd(ab_lo, cd_lo, 0x31);
+#else
+    const double *a = row(n[0]), *b = row(n[1]);
+    x.v = Native{a[0], b[0]};
+    y.v = Native{a[1], b[1]};
+    z.v = Native{a[2], b[2]};
+#endif
+}
+
+struct Vec3 {
+    Vec c[3];
+};
+KESTRALUM_INLINE Vec dot(const Vec3& a, const Vec3& b) { return a.c[0] * b.c[0] + a.c[1] * b.c[1] + a.c[2] * b.c[2]; }
+KESTRALUM_INLINE Vec3 cross(const Vec3& a, const Vec3& b) {
+    return {{a.c[1] * b.c[2] - a.c[2] * b.c[1], a.c[2] * b.c[0] - a.c[0] * b.c[2], a.c[0] * b.c[1] - a.c[1] * b.c[0]}};
+}
+
+struct Sums {
+    Vec internal, plastic, least;
+};
+
+struct BlockMaterial {
+    Vec lambda;
+    J2Material<Vec> j2;
+};
+KESTRALUM_INLINE BlockMaterial material_of(const KernelArrays& k, std::int64_t b) {
+    const double* m = k.material + 4 * W * b;
+    BlockMaterial out;
+    out.lambda = load(m);
+    out.j2.shear = load(m + W);
+    out.j2.bulk = out.lambda + (2.0 / 3.0) * out.j2.shear;
+    out.j2.yield = load(m + 2 * W);
+    out.j2.hardening = load(m + 3 * W);
+    return out;
+}
+
+// Strain increment and rotation at a point.
+struct Motion {
+    Vec3 cof[3];
+    Vec e[6];       // Δε, engineering shear strains
+    Vec3 h;
+    Vec volume;     // det J in the mid-step configuration
+};
+KESTRALUM_INLINE void find_motion(const Vec3 (&g)[3], const Vec3 (&U)[3], Motion& m, Sums& sums) {
+    m.cof[0] = cross(g[1], g[2]);
+    m.cof[1] = cross(g[2], g[0]);
+    m.cof[2] = cross(g[0], g[1]);
+    const Vec det = dot(g[0], m.cof[0]);
+    sums.least = smaller_of(sums.least, det);
+    const Vec r = 1.0 / det;
+    Vec3 A[3];  // rows
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j)
+            A[i].c[j] = r * (U[0].c[i] * m.cof[0].c[j] + U[1].c[i] * m.cof[1].c[j] + U[2].c[i] * m.cof[2].c[j]);
+    Vec3 M[3];  // rows of I - A/2
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) M[i].c[j] = (i == j ? 1.0 : 0.0) - 0.5 * A[i].c[j];
+    const Vec3 n[3] = {cross(M[1], M[2]), cross(M[2], M[0]), cross(M[0], M[1])};
+    const Vec dm = dot(M[0], n[0]);
+    const Vec rm = 1.0 / dm;
+    auto G = [&](int i, int j) { return rm * dot(A[i], n[j]); };
+    m.volume = det * dm;
+    m.e[0] = G(0, 0);
+    m.e[1] = G(1, 1);
+    m.e[2] = G(2, 2);
+    const Vec xy = G(0, 1), yx = G(1, 0), yz = G(1, 2), zy = G(2, 1), zx = G(2, 0), xz = G(0, 2);
+    m.e[3] = xy + yx;
+    m.e[4] = yz + zy;
+    m.e[5] = zx + xz;
+    m.h.c[0] = 0.25 * (zy - yz);
+    m.h.c[1] = 0.25 * (xz - zx);
+    m.h.c[2] = 0.25 * (yx - xy);
+}
+
+// s := Q s Qᵀ
+KESTRALUM_INLINE void turn(const Vec3& h, Vec (&s)[6]) {
+    const Vec hh = dot(h, h);
+    const Vec f = 2.0 / (1.0 + hh);
+    const Vec diagonal = 1.0 - f * hh;
+    Vec Q[3][3];
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) Q[i][j] = f * h.c[i] * h.c[j];
+    for (int i = 0; i < 3; ++i) Q[i][i] += diagonal;
+    Q[0][1] -= f * h.c[2];
+    Q[1][0] += f * h.c[2];
+    Q[0][2] += f * h.c[1];
+    Q[2][0] -= f * h.c[1];
+    Q[1][2] -= f * h.c[0];
+    Q[2][1] += f * h.c[0];
+    const Vec S[3][3] = {{s[0], s[3], s[5]}, {s[3], s[1], s[4]}, {s[5], s[4], s[2]}};
+    Vec T[3][3];
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) T[i][j] = Q[i][0] * S[0][j] + Q[i][1] * S[1][j] + Q[i][2] * S[2][j];
+    auto product = [&](int i, int j) { return T[i][0] * Q[j][0] + T[i][1] * Q[j][1] + T[i][2] * Q[j][2]; };
+    s[0] = product(0, 0);
+    s[1] = product(1, 1);
+    s[2] = product(2, 2);
+    s[3] = product(0, 1);
+    s[4] = product(1, 2);
+    s[5] = product(2, 0);
+}
+
+KESTRALUM_INLINE Vec contract(const Vec (&s)[6], const Vec (&e)[6]) {
+    return s[0] * e[0] + s[1] * e[1] + s[2] * e[2] + s[3] * e[3] + s[4] * e[4] + s[5] * e[5];
+}
+
+// Brings a trial deviator back onto the yield surface; returns the plastic work per volume.
+KESTRALUM_INLINE Vec yield(const BlockMaterial& m, Vec (&d)[6], double* alpha) {
+    const Vec q = root(1.5 * (d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) + 3.0 * (d[3] * d[3] + d[4] * d[4] + d[5] * d[5]));
+    const Vec a = load(alpha);
+    const Vec zero{}, tiny = 1e-300 + zero;
+    const RadialReturn<Vec> back = radial_return(m.j2, q, a, zero, tiny);
+    for (Vec& c : d) c = back.scale * c;
+    store(alpha, a + back.d_alpha);
+    return q * back.scale * back.d_alpha;
+}
+
+// Stress at the end of the step and its work; `weight` is that of the integration rule.
+template <PointLaw law>
+KESTRALUM_INLINE void update_stress(const Motion& m, const BlockMaterial& material, double weight, double* stress, double* alpha,
+                                    Vec (&s)[6], Sums& sums) {
+    Vec before[6];
+    for (int c = 0; c < 6; ++c) s[c] = before[c] = load(stress + c * W);
+    turn(m.h, s);
+    const Vec mean = material.lambda * (m.e[0] + m.e[1] + m.e[2]);
+    const Vec twice = 2.0 * material.j2.shear;
+    for (int c = 0; c < 3; ++c) s[c] += mean + twice * m.e[c];
+    for (int c = 3; c < 6; ++c) s[c] += material.j2.shear * m.e[c];
+    const Vec volume = weight * m.volume;
+    if constexpr (law == PointLaw::plastic) {
+        const Vec p = (1.0 / 3.0) * (s[0] + s[1] + s[2]);
+        for (int c = 0; c < 3; ++c) s[c] -= p;
+        sums.plastic += yield(material, s, alpha) * volume;
+        for (int c = 0; c < 3; ++c) s[c] += p;
+    }
+    for (int c = 0; c < 6; ++c) {
+        store(stress + c * W, s[c]);
+        before[c] = 0.5 * (before[c] + s[c]);
+    }
+    sums.internal += contract(before, m.e) * volume;
+}
+
+// P_a = weight · σ cof_a: the force of the node whose shape function has the derivative 1 along ξ_a.
+KESTRALUM_INLINE void flux(const Vec (&s)[6], const Vec3 (&cof)[3], double weight, Vec3 (&P)[3]) {
+    for (int a = 0; a < 3; ++a) {
+        const Vec3 n{{weight * cof[a].c[0], weight * cof[a].c[1], weight * cof[a].c[2]}};
+        P[a].c[0] = s[0] * n.c[0] + s[3] * n.c[1] + s[5] * n.c[2];
+        P[a].c[1] = s[3] * n.c[0] + s[1] * n.c[1] + s[4] * n.c[2];
+        P[a].c[2] = s[5] * n.c[0] + s[4] * n.c[1] + s[2] * n.c[2];
+    }
+}
+
+KESTRALUM_INLINE void begin(Sums& sums) { sums.least = 1e300 + Vec{}; }
+KESTRALUM_INLINE void finish(const KernelArrays& k, std::int64_t b, const Sums& sums) {
+    double* energy = k.energy + 2 * W * b;
+    store(energy, load(energy) + sums.internal);
+    store(energy + W, load(energy + W) + sums.plastic);
+    store(k.least + W * b, sums.least);
+}
+
+// --- Hexahedron -----------------------------------------------------------------------------------
+// A derivative along one reference direction does not change along that direction: it has four values
+// at the eight points, one for each of the four edges' sides. Sums over edges take the place of the
+// eight-term sums over nodes.
+
+constexpr int corner[2][2][2] = {{{1, 0}, {2, 3}}, {{5, 4}, {6, 7}}};  // local node at (i, j, k)
+constexpr double gauss = 0.57735026918962576451;                       // 1/√3
+constexpr double near1 = 0.5 * (1 + gauss), far1 = 0.5 * (1 - gauss);
+constexpr double near2 = 0.5 * near1, far2 = 0.5 * far1;  // with the ½ of the difference
+
+// Where the four values of direction `a` lie: edge (q, r) runs along a.
+constexpr int edge_node(int a, int q, int r, int end) {
+    return a == 0 ? corner[end][q][r] : a == 1 ? corner[q][end][r] : corner[q][r][end];
+}
+
+template <int a>
+KESTRALUM_INLINE void differentiate(const Vec (&c)[8], Vec (&out)[4]) {
+    Vec e[2][2], t[2][2];
+    for (int q = 0; q < 2; ++q)
+        for (int r = 0; r < 2; ++r) e[q][r] = c[edge_node(a, q, r, 1)] - c[edge_node(a, q, r, 0)];
+    for (int q = 0; q < 2; ++q)
+        for (int r = 0; r < 2; ++r) t[q][r] = near2 * e[q][r] + far2 * e[1 - q][r];
+    for (int q = 0; q < 2; ++q)
+        for (int r = 0; r < 2; ++r) out[2 * q + r] = near1 * t[q][r] + far1 * t[q][1 - r];
+}
+// The transpose of the above, added to f.
+template <int a>
+KESTRALUM_INLINE void spread(const Vec (&in)[4], Vec (&f)[8]) {
+    Vec t[2][2];
+    for (int q = 0; q < 2; ++q)
+        for (int r = 0; r < 2; ++r) t[q][r] = near1 * in[2 * q + r] + far1 * in[2 * q + 1 - r];
+    for (int q = 0; q < 2; ++q)
+        for (int r = 0; r < 2; ++r) {
+            const Vec e = near2 * t[q][r] + far2 * t[1 - q][r];
+            f[edge_node(a, q, r, 1)] += e;
+            f[edge_node(a, q, r, 0)] -= e;
+        }
+}
+
+struct HexaField {
+    Vec3 along[3][4];  // derivative along a at its four places
+};
+KESTRALUM_INLINE void hexa_gather(const double* at, const std::int32_t* nodes, HexaField& field) {
+    Vec c[3][8];
+    for (int i = 0; i < 8; ++i) gather(at, nodes + W * i, c[0][i], c[1][i], c[2][i]);
+    for (int r = 0; r < 3; ++r) {
+        Vec d[3][4];
+        differentiate<0>(c[r], d[0]);
+        differentiate<1>(c[r], d[1]);
+        differentiate<2>(c[r], d[2]);
+        for (int a = 0; a < 3; ++a)
+            for (int q = 0; q < 4; ++q) field.along[a][q].c[r] = d[a][q];
+    }
+}
+KESTRALUM_INLINE void hexa_store(const HexaField& P, double* force) {
+    for (int r = 0; r < 3; ++r) {
+        Vec f[8], d[4];
+        for (int q = 0; q < 4; ++q) d[q] = P.along[0][q].c[r];
+        spread<0>(d, f);
+        for (int q = 0; q < 4; ++q) d[q] = P.along[1][q].c[r];
+        spread<1>(d, f);
+        for (int q = 0; q < 4; ++q) d[q] = P.along[2][q].c[r];
+        spread<2>(d, f);
+        for (int i = 0; i < 8; ++i) store(force + (3 * i + r) * W, f[i]);
+    }
+}
+
+// Places of point p = local node p in the three sets of four.
+constexpr int place[8][3] = {{1, 1, 0}, {0, 0, 0}, {2, 0, 1}, {3, 1, 1}, {1, 3, 2}, {0, 2, 2}, {2, 2, 3}, {3, 3, 3}};
+
+KESTRALUM_INLINE void add_flux(const Vec (&s)[6], const Vec3 (&cof)[3], int p, HexaField& sum) {
+    Vec3 P[3];
+    flux(s, cof, 1.0, P);
+    for (int a = 0; a < 3; ++a)
+        for (int r = 0; r < 3; ++r) sum.along[a][place[p][a]].c[r] += P[a].c[r];
+}
+
+template <PointLaw law>
+void hexahedra(const KernelArrays& k, std::int64_t first, std::int64_t last) {
+    for (std::int64_t b = first; b < last; ++b) {
+        HexaField x, du, sum{};
+        hexa_gather(k.x, k.nodes + 8 * W * b, x);
+        hexa_gather(k.du, k.nodes + 8 * W * b, du);
+        const BlockMaterial material = material_of(k, b);
+        Sums sums;
+        begin(sums);
+#pragma GCC unroll 1
+        for (int p = 0; p < 8; ++p) {
+            const Vec3 g[3] = {x.along[0][place[p][0]], x.along[1][place[p][1]], x.along[2][place[p][2]]};
+            const Vec3 U[3] = {du.along[0][place[p][0]], du.along[1][place[p][1]], du.along[2][place[p][2]]};
+            Motion m;
+            find_motion(g, U, m, sums);
+            Vec s[6];
+            update_stress<law>(m, material, 1.0, k.stress + 6 * W * (8 * b + p), k.alpha + W * (8 * b + p), s, sums);
+            add_flux(s, m.cof, p, sum);
+        }
+        hexa_store(sum, k.force + 24 * W * b);
+        finish(k, b, sums);
+    }
+}
+
+// The same with one pressure in the element: the volume change is averaged over the points.
+template <PointLaw law>
+void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::int64_t last) {
+    for (std::int64_t b = first; b < last; ++b) {
+        HexaField x, du, sum{};
+        hexa_gather(k.x, k.nodes + 8 * W * b, x);
+        hexa_gather(k.du, k.nodes + 8 * W * b, du);
+        const BlockMaterial material = material_of(k, b);
+        double* stress = k.stress + 48 * W * b;
+        const Vec pressure = (1.0 / 3.0) * (load(stress) + load(stress + W) + load(stress + 2 * W));  // of every point
+        Sums sums;
+        begin(sums);
+        Vec dilatation{}, volume{};
+        Vec3 cof[8][3];
+        Vec deviator[8][6];
+#pragma GCC unroll 1
+        for (int p = 0; p < 8; ++p) {
+            const Vec3 g[3] = {x.along[0][place[p][0]], x.along[1][place[p][1]], x.along[2][place[p][2]]};
+            const Vec3 U[3] = {du.along[0][place[p][0]], du.along[1][place[p][1]], du.along[2][place[p][2]]};
+            Motion m;
+            find_motion(g, U, m, sums);
+            const Vec trace = m.e[0] + m.e[1] + m.e[2];
+            dilatation += trace * m.volume;
+            volume += m.volume;
+            Vec s[6], before[6];
+            for (int c = 0; c < 6; ++c) s[c] = load(stress + (6 * p + c) * W);
+            for (int c = 0; c < 3; ++c) s[c] -= pressure;
+            for (int c = 0; c < 6; ++c) before[c] = s[c];
+            turn(m.h, s);
+            for (int c = 0; c < 3; ++c) m.e[c] -= (1.0 / 3.0) * trace;
+            for (int c = 0; c < 3; ++c) s[c] += 2.0 * material.j2.shear * m.e[c];
+            for (int c = 3; c < 6; ++c) s[c] += material.j2.shear * m.e[c];
+            if constexpr (law == PointLaw::plastic) sums.plastic += yield(material, s, k.alpha + W * (8 * b + p)) * m.volume;
+            for (int c = 0; c < 6; ++c) {
+                deviator[p][c] = s[c];
+                before[c] = 0.5 * (before[c] + s[c]);
+            }
+            sums.internal += contract(before, m.e) * m.volume;
+            for (int a = 0; a < 3; ++a) cof[p][a] = m.cof[a];
+        }
+        const Vec reached = pressure + material.j2.bulk * dilatation / volume;
+        sums.internal += 0.5 * (pressure + reached) * dilatation;
+#pragma GCC unroll 1
+        for (int p = 0; p < 8; ++p) {
+            for (int c = 0; c < 3; ++c) deviator[p][c] += reached;
+            for (int c = 0; c < 6; ++c) store(stress + (6 * p + c) * W, deviator[p][c]);
+            add_flux(deviator[p], cof[p], p, sum);
+        }
+        hexa_store(sum, k.force + 24 * W * b);
+        finish(k, b, sums);
+    }
+}
+
+// --- Tetrahedra -----------------------------------------------------------------------------------
+
+// One point; ξ_a is the volume coordinate of local node a + 1.
+template <PointLaw law>
+void tetrahedra4(const KernelArrays& k, std::int64_t first, std::int64_t last) {
+    for (std::int64_t b = first; b < last; ++b) {
+        Vec3 x[4], u[4], g[3], U[3];
+        const std::int32_t* nodes = k.nodes + 4 * W * b;
+        for (int i = 0; i < 4; ++i) {
+            gather(k.x, nodes + W * i, x[i].c[0], x[i].c[1], x[i].c[2]);
+            gather(k.du, nodes + W * i, u[i].c[0], u[i].c[1], u[i].c[2]);
+        }
+        for (int a = 0; a < 3; ++a)
+            for (int r = 0; r < 3; ++r) {
+                g[a].c[r] = x[a + 1].c[r] - x[0].c[r];
+                U[a].c[r] = u[a + 1].c[r] - u[0].c[r];
+            }
+        Sums sums;
+        begin(sums);
+        Motion m;
+        find_motion(g, U, m, sums);
+        Vec s[6];
+        update_stress<law>(m, material_of(k, b), 1.0 / 6.0, k.stress + 6 * W * b, k.alpha + W * b, s, sums);
+        Vec3 P[3];
+        flux(s, m.cof, 1.0 / 6.0, P);
+        double* force = k.force + 12 * W * b;
+        for (int r = 0; r < 3; ++r) {
+            store(force + r * W, Vec{} - P[0].c[r] - P[1].c[r] - P[2].c[r]);
+            for (int a = 0; a < 3; ++a) store(force + (3 * (a + 1) + r) * W, P[a].c[r]);
+        }
+        finish(k, b, sums);
+    }
+}
+
+// ∂N/∂ξ of the ten-node tetrahedron at its four points, ξ the volume coordinates of corners 2, 3, 4.
+struct TetraTable {
+    double d[4][10][3];
+};
+constexpr TetraTable make_tetra_table() {
+    constexpr double alpha = 0.5854101966249685, beta = 0.1381966011250105;
+    TetraTable t{};
+    for (int p = 0; p < 4; ++p) {
+        double L[4] = {beta, beta, beta, beta};
+        L[p] = alpha;
+        double full[10][4] = {};
+        for (int n = 0; n < 4; ++n) full[n][n] = 4 * L[n] - 1;
+        for (int n = 0; n < 6; ++n) {
+            const int i = tetra10_edge[static_cast<std::size_t>(n)][0], j = tetra10_edge[static_cast<std::size_t>(n)][1];
+            full[4 + n][i] = 4 * L[j];
+            full[4 + n][j] = 4 * L[i];
+        }
+        for (int n = 0; n < 10; ++n)
+            for (int a = 0; a < 3; ++a) t.d[p][n][a] = full[n][a + 1] - full[n][0];
+    }
+    return t;
+}
+constexpr TetraTable tetra_table = make_tetra_table();
+
+template <PointLaw law>
+void tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) {
+    constexpr double weight = 1.0 / 24.0;
+    for (std::int64_t b = first; b < last; ++b) {
+        Vec3 x[10], u[10], f[10];
+        const std::int32_t* nodes = k.nodes + 10 * W * b;
+        for (int i = 0; i < 10; ++i) {
+            gather(k.x, nodes + W * i, x[i].c[0], x[i].c[1], x[i].c[2]);
+            gather(k.du, nodes + W * i, u[i].c[0], u[i].c[1], u[i].c[2]);
+        }
+        const BlockMaterial material = material_of(k, b);
+        Sums sums;
+        begin(sums);
+#pragma GCC unroll 1
+        for (int p = 0; p < 4; ++p) {
+            Vec3 g[3], U[3];
+            const double(*d)[3] = tetra_table.d[p];
+            for (int i = 0; i < 10; ++i)
+                for (int a = 0; a < 3; ++a)
+                    for (int r = 0; r < 3; ++r) {
+                        g[a].c[r] += d[i][a] * x[i].c[r];
+                        U[a].c[r] += d[i][a] * u[i].c[r];
+                    }
+            Motion m;
+            find_motion(g, U, m, sums);
+            Vec s[6];
+            update_stress<law>(m, material, weight, k.stress + 6 * W * (4 * b + p), k.alpha + W * (4 * b + p), s, sums);
+            Vec3 P[3];
+            flux(s, m.cof, weight, P);
+            for (int i = 0; i < 10; ++i)
+                for (int r = 0; r < 3; ++r) f[i].c[r] += d[i][0] * P[0].c[r] + d[i][1] * P[1].c[r] + d[i][2] * P[2].c[r];
+        }
+        double* force = k.force + 30 * W * b;
+        for (int i = 0; i < 10; ++i)
+            for (int r = 0; r < 3; ++r) store(force + (3 * i + r) * W, f[i].c[r]);
+        finish(k, b, sums);
+    }
+}
+
+}  // namespace
+
+const KernelSet kernels::KESTRALUM_KERNEL_SET{
+    KESTRALUM_KERNEL_NAME,
+    W,
+    {{hexahedra<PointLaw::elastic>, hexahedra<PointLaw::plastic>},
+     {tetrahedra4<PointLaw::elastic>, tetrahedra4<PointLaw::plastic>},
+     {tetrahedra10<PointLaw::elastic>, tetrahedra10<PointLaw::plastic>}},
+    {hexahedra_mean_dilatation<PointLaw::elastic>, hexahedra_mean_dilatation<PointLaw::plastic>}};
+
+}  // namespace kestralum

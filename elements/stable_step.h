@@ -1,0 +1,50 @@
+// The largest time step of central differences, 2/ω: no frequency of the mesh is above the largest one
+// of its elements taken alone with their shares of the lumped mass (Irons and Treharne, 1971; Belytschko,
+// Smolinski and Liu, Comput. Methods Appl. Mech. Eng. 49, 1985).
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "elements/element_type.h"
+#include "model/model_store.h"
+
+namespace kestralum {
+
+struct StableStep {
+    double step = 0;            // s
+    std::int32_t element = -1;  // the one that sets it, 0-based
+};
+
+class StepBound {
+public:
+    // `mass_factor`: lumped mass of a degree of freedom over the sum of its elements' diagonal entries of
+    // the consistent mass. The tables must outlive the object.
+    StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials, double mass_factor, int threads);
+
+    // The undeformed mesh. Congruent elements are computed once.
+    const StableStep& undeformed() const { return undeformed_; }
+
+    // In the configuration x (node × 4): the element whose frequency is above 2/step, -1 for none. An
+    // estimate from the element's gradients picks those that are computed in full.
+    StableStep worst_above(const double* x, double step, int threads) const;
+
+private:
+    double estimate(std::int32_t e, const double* coordinates, double* squared_frequency) const;
+    void gather(std::int32_t e, const double* x4, double* coordinates) const;  // null: undeformed
+    void element_mass(std::int32_t e, double* mass) const;
+
+    const Mesh& mesh_;
+    std::span<const Part> parts_;
+    std::span<const Material> materials_;
+    const ElementType& type_;
+    double mass_factor_;
+    std::vector<double> ratio_;  // per element: largest ω² over its estimate in the undeformed mesh
+    StableStep undeformed_;
+};
+
+// Largest eigenvalue ω² of Ke φ = ω² diag(mass) φ; size ≤ 3 · most_nodes.
+double largest_eigenvalue(int size, const double* ke, const double* mass);
+
+}  // namespace kestralum
