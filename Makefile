@@ -1,12 +1,14 @@
 # Short names; scripts/ holds the work.
-.PHONY: build run test bench format
+.PHONY: build run test bench pictures format
 build:
-	scripts/prepare build && scripts/build release
+	scripts/prepare build window && scripts/build release
 run:
 	scripts/run
 test:
 	scripts/test
 bench:
 	scripts/bench
+pictures:
+	scripts/pictures
 format:
 	clang-format -i $$(git ls-files '*.h' '*.cpp')

@@ -1,12 +1,7 @@
 // kestralum-batch: the program on a command line.
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <filesystem>
 #include <new>
 #include <span>
 
@@ -14,47 +9,19 @@
 #include "analysis/explicit_driver.h"
 #include "app/batch_options.h"
 #include "app/batch_summary.h"
+#include "app/run_process.h"
 #include "input/settings_reader.h"
 #include "model/console.h"
 #include "model/paths.h"
 #include "model/settings.h"
 #include "results/result_file.h"
 #include "results/vtu_file.h"
-#include "solver/panels.h"
 
 namespace {
 
 using namespace kestralum;
 
 enum ExitStatus { exit_done = 0, exit_incomplete = 1, exit_bad_input = 2 };
-
-// One run at a time in a log folder: the lock lasts as long as the process. False with a line when
-// another run holds it or the folder cannot be used.
-bool lock_log_directory() {
-    const std::string& directory = paths::log_directory();
-    std::error_code reason;
-    std::filesystem::create_directories(directory, reason);
-    const std::string name = directory + "/.lock";
-    const int file = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-    if (file < 0) {
-        console::error("the folder %s cannot be written: %s", directory.c_str(), std::strerror(errno));
-        return false;
-    }
-    if (::flock(file, LOCK_EX | LOCK_NB) != 0) {
-        console::error("another run is using the folder %s: give this one its own with --log", directory.c_str());
-        ::close(file);
-        return false;
-    }
-    return true;
-}
-
-// Starts the program again with the matrix kernels that this processor deserves; goes on as it is
-// where that is not needed or not possible.
-void use_best_kernels(char** argv) {
-    const char* kernels = better_blas_kernels();
-    if (!kernels || ::setenv("OPENBLAS_CORETYPE", kernels, 0) != 0) return;
-    ::execv("/proc/self/exe", argv);
-}
 
 // The explicit analysis ends after the step under way, its files written; others end at once.
 void stop_on_interrupt(const AnalysisEntry& entry) {
@@ -87,7 +54,8 @@ ExitStatus run_analysis(const BatchOptions& options, const ModelReadReport& mode
 ExitStatus run(const BatchOptions& options) {
     console::set_lines_enabled(!options.quiet);
     paths::set_log_directory(options.log_directory);
-    if (options.command != "check" && !lock_log_directory()) return exit_bad_input;
+    LogLock lock;
+    if (options.command != "check" && !lock.take()) return exit_bad_input;
     if (read_setting_file(options.setting_file) == SettingsStatus::missing) return exit_bad_input;
     init_model_defaults();
     model_store().model_file_name = options.model_file;

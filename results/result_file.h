@@ -33,4 +33,10 @@ bool read_results();
 // The same for one store and file.
 bool read_result_file(std::string_view file_name, ModelStore& store);
 
+// The displacement file "log\\disp_NAME" that the explicit analysis writes: mesh and frames without the
+// definition tables. Where it is not the mesh of the model in the store, that model's parts and
+// conditions go. False as above.
+bool read_displacements();
+bool read_displacement_file(std::string_view file_name, ModelStore& store);
+
 }  // namespace kestralum

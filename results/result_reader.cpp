@@ -30,6 +30,26 @@ public:
         read_closing(store);
         return ok() && check(store);
     }
+    // A displacement file: the mesh, the vectors and what they are drawn from; no definition tables.
+    bool read_displacements(ModelStore& store) {
+        store.ver_name = std::string(tokens_.next());
+        if (store.ver_name.empty()) return fail("a version");
+        const Mesh former = store.mesh;
+        read_mesh(store.mesh);
+        const std::size_t modes = read_mode_num();
+        if (ok()) console::print("mode_num:%zu\n", modes);
+        read_vectors(store, std::vector<double>(modes, 0.0), false);
+        read_ana_type(store);
+        if (ok()) console::print("ana_type:%d\n", static_cast<std::int32_t>(store.ana_type));
+        read_node_stress(store, false);
+        read_extent(store.mesh);
+        if (ok())
+            for (std::size_t k = 0; k < 6; k += 3)
+                console::print("%f,%f,%f\n", store.mesh.size_info[k], store.mesh.size_info[k + 1], store.mesh.size_info[k + 2]);
+        if (!ok() || !check_end(store)) return false;
+        keep_definition(former, store);
+        return true;
+    }
     const std::string& error() const { return error_; }
 
 private:
@@ -117,36 +137,51 @@ private:
         }
     }
 
-    void read_held_results(ModelStore& store) {
-        Results& results = store.results;
+    std::size_t read_mode_num() {
         std::size_t modes = 1;
-        auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
         if (section("mode_num")) {
             modes = count(1);
             if (ok() && modes < 1) fail("at least one mode");
-            console::print("%zu\n,", modes);
         }
-        if (!ok()) return;
-        std::vector<double> n_freq(modes);
-        if (section("n_freq", true))
-            for (std::size_t k = 0; k < modes && ok(); ++k) {
-                n_freq[k] = real();
-                console::print("%zu,%f\n", k, n_freq[k]);
-            }
-        const bool vectors = section("mode_vec", true);
-        if (vectors && tokens_.peek() == "%") {
-            store.mesh.dof_num = 0;  // the start-up model: nodes without degrees of freedom
-            dofs = 0;
-        }
+        return modes;
+    }
+
+    // Sizes the results for the frequencies and reads the vectors; columns are the frames in order.
+    void read_vectors(ModelStore& store, const std::vector<double>& n_freq, bool echo_keyword) {
+        Results& results = store.results;
+        const std::size_t modes = n_freq.size();
+        const bool vectors = section("mode_vec", echo_keyword);
+        if (vectors && tokens_.peek() == "%") store.mesh.dof_num = 0;  // the start-up model: nodes without degrees of freedom
+        const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
         if (ok() && static_cast<std::int64_t>(modes * dofs) > tokens_.most_tokens_left()) fail("vectors that the file can hold");
         if (!ok()) return;
         results.resize(static_cast<std::int32_t>(modes), store.mesh.dof_num);
         results.n_freq = n_freq;
         for (std::size_t r = 0; vectors && r < dofs && ok(); ++r)
             for (std::size_t k = 0; k < modes; ++k) results.mode_vec[k * dofs + r] = real();
-        if (section("node_stress", true))
-            for (std::size_t r = 0; r < dofs && ok(); ++r)
-                for (std::size_t c = 0; c < stress_groups * modes; ++c) results.node_stress[c * dofs + r] = real();
+    }
+
+    void read_node_stress(ModelStore& store, bool echo_keyword) {
+        if (!section("node_stress", echo_keyword)) return;
+        Results& results = store.results;
+        const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
+        const std::size_t columns = stress_groups * results.n_freq.size();
+        for (std::size_t r = 0; r < dofs && ok(); ++r)
+            for (std::size_t c = 0; c < columns; ++c) results.node_stress[c * dofs + r] = real();
+    }
+
+    void read_held_results(ModelStore& store) {
+        const std::size_t modes = read_mode_num();
+        if (!ok()) return;
+        console::print("%zu\n,", modes);
+        std::vector<double> n_freq(modes);
+        if (section("n_freq", true))
+            for (std::size_t k = 0; k < modes && ok(); ++k) {
+                n_freq[k] = real();
+                console::print("%zu,%f\n", k, n_freq[k]);
+            }
+        read_vectors(store, n_freq, true);
+        read_node_stress(store, true);
     }
 
     std::int32_t echo(std::int32_t value) {
@@ -257,27 +292,62 @@ private:
                 part = integer();
                 if (ok() && (part < 0 || static_cast<std::size_t>(part) >= store.parts.size())) fail("a part of the file");
             }
-        if (section("ana_type")) {
-            const std::int32_t type = integer();
-            if (ok() && (type < 0 || type > 3)) fail("an analysis type 0 … 3");
-            store.ana_type = static_cast<AnalysisType>(type);
-        }
+        read_ana_type(store);
+        read_extent(mesh);
+    }
+
+    void read_ana_type(ModelStore& store) {
+        if (!section("ana_type")) return;
+        const std::int32_t type = integer();
+        if (ok() && (type < 0 || type > 3)) fail("an analysis type 0 … 3");
+        store.ana_type = static_cast<AnalysisType>(type);
+    }
+
+    void read_extent(Mesh& mesh) {
         update_extent(mesh);
-        if (section("size_info")) {
-            finite_reals(mesh.size_info);
-            double longest = 0;
-            for (std::size_t c = 0; c < 3; ++c) longest = std::max(longest, mesh.size_info[c + 3] - mesh.size_info[c]);
-            if (longest > 0) mesh.max_length = longest;
-            tokens_.next();
-            if (ok() && tokens_.last() != "%") fail("the closing %");
+        if (!section("size_info")) return;
+        finite_reals(mesh.size_info);
+        double longest = 0;
+        for (std::size_t c = 0; c < 3; ++c) longest = std::max(longest, mesh.size_info[c + 3] - mesh.size_info[c]);
+        if (longest > 0) mesh.max_length = longest;
+        tokens_.next();
+        if (ok() && tokens_.last() != "%") fail("the closing %");
+    }
+
+    // The mesh of the model in the store keeps its definition; that of another one leaves none of it.
+    void keep_definition(const Mesh& former, ModelStore& store) {
+        Mesh& mesh = store.mesh;
+        if (mesh.element_type == former.element_type && mesh.connectivity == former.connectivity &&
+            mesh.node_num() == former.node_num()) {
+            mesh.p_ele_part_id = former.p_ele_part_id;
+            mesh.surface_facets = former.surface_facets;
+            mesh.surface_part_id = former.surface_part_id;
+            mesh.node_n_dir = former.node_n_dir;
+            return;
         }
+        store.parts.assign(1, Part{});
+        store.parts.front().name = store.parts.front().material_name = "NONE";
+        store.parts.front().material_id = -1;
+        store.parts_o = store.parts;
+        store.boundary_conditions.clear();
+        store.forces.clear();
+        store.rigid_elements.clear();
+        store.rigid_forces.clear();
+        store.rigid_combines.clear();
+        mesh.p_ele_part_id.assign(static_cast<std::size_t>(mesh.element_num()), 0);
+        update_node_normals(mesh);
     }
 
     // What every user of the store relies on.
     bool check(const ModelStore& store) {
+        if (!check_end(store)) return false;
+        if (store.mesh.element_num() > 0 && store.parts.empty()) error_ = std::string(file_name_) + ": elements, but no part that they belong to";
+        return ok();
+    }
+
+    bool check_end(const ModelStore& store) {
         if (store.mesh.node_num() < 1) error_ = std::string(file_name_) + ": no nodes: not a result file";
         else if (!pending_.empty()) error_ = std::string(file_name_) + ": the sections end at '" + std::string(pending_.substr(0, 60)) + "'";
-        else if (store.mesh.element_num() > 0 && store.parts.empty()) error_ = std::string(file_name_) + ": elements, but no part that they belong to";
         return ok();
     }
 
@@ -289,7 +359,9 @@ private:
 
 }  // namespace
 
-bool read_result_file(std::string_view file_name, ModelStore& store) {
+namespace {
+
+bool read_whole(std::string_view file_name, ModelStore& store, bool (ResultReader::*read_sections)(ModelStore&)) {
     const std::string name(file_name);
     console::print("----------read_data-----------\n");
     std::string text, reason;
@@ -301,7 +373,7 @@ bool read_result_file(std::string_view file_name, ModelStore& store) {
     console::print("FILE OPEN !!\n");
     ModelStore read = store;
     ResultReader reader(name, text);
-    const bool whole = reader.read(read);
+    const bool whole = (reader.*read_sections)(read);
     console::print("FILE CLOSE !!\n");
     if (!whole) {
         console::error("%s", reader.error().c_str());
@@ -311,19 +383,41 @@ bool read_result_file(std::string_view file_name, ModelStore& store) {
     return true;
 }
 
-bool read_results() {
+// The file that the process-wide store names; asks for the name where it is not known.
+bool read_named(bool (*read_file)(std::string_view, ModelStore&)) {
     ModelStore& store = model_store();
-    if (store.result_file_known) return read_result_file(store.result_file_name, store);
+    if (store.result_file_known) return read_file(store.result_file_name, store);
     console::print("Result File Name ?\x81\x46");
     std::string name;
     if (!(std::cin >> name)) {
         console::error("no name of a result file was given");
         return false;
     }
-    if (!read_result_file(name, store)) return false;
+    if (!read_file(name, store)) return false;
     store.result_file_name = name;
     store.result_file_known = true;
     return true;
 }
+
+}  // namespace
+
+bool read_result_file(std::string_view file_name, ModelStore& store) {
+    return read_whole(file_name, store, &ResultReader::read);
+}
+
+bool read_displacement_file(std::string_view file_name, ModelStore& store) {
+    if (!read_whole(file_name, store, &ResultReader::read_displacements)) return false;
+    // steps and output steps of the control file in force
+    const AnalysisControl& control = store.control;
+    const double steps = control.d_time > 0 ? std::trunc(control.end_time * 1.0000001 / control.d_time) : 0;
+    const double outputs = control.d_time > 0 && control.output_frequency > 0
+                               ? std::floor(control.end_time * 1.0000001 / (control.d_time * control.output_frequency)) : 0;
+    console::print("time_num = %.0f\n", 1 + steps);
+    console::print("out_time_num = %.0f\n", 1 + outputs);
+    return true;
+}
+
+bool read_results() { return read_named(read_result_file); }
+bool read_displacements() { return read_named(read_displacement_file); }
 
 }  // namespace kestralum

@@ -1,7 +1,9 @@
 #include "view/camera.h"
 
 #include <algorithm>
+#include <limits>
 #include <numbers>
+#include <vector>
 
 namespace kestralum::view {
 
@@ -175,21 +177,53 @@ void zoom_at(Camera& camera, const Scene& scene, double steps, int x, int y) {
 }
 
 void fit(Camera& camera, const Scene& scene, double grow) {
-    constexpr double filled = 0.9;  // of the view's width and height
+    const double by = grow * extent_of(scene.max_length);
+    std::vector<double> corners;
+    for (int corner = 0; corner < 8; ++corner)
+        for (std::size_t k = 0; k < 3; ++k)
+            corners.push_back((corner >> k & 1) ? scene.size_info[3 + k] + by : scene.size_info[k] - by);
+    fit_points(camera, scene, corners);
+}
+
+namespace {
+
+// The part of one axis of the picture (-1 … 1 over the view) that a model may fill.
+std::array<double, 2> room(double low_margin, double high_margin, double pixels) {
+    constexpr double filled = 0.9;
+    double low = -1 + 2 * low_margin / pixels, high = 1 - 2 * high_margin / pixels;
+    if (high - low < 2.0 / 3) low = -1, high = 1;
+    const double middle = 0.5 * (low + high), half = 0.5 * filled * (high - low);
+    return {middle - half, middle + half};
+}
+
+}  // namespace
+
+// At distance d a point q appears at (q_x + s)/(T (d - q_z)), s the shift and T the tangent of half the
+// view. Within low … high: T low d + max(-q_x - T low q_z) ≤ s ≤ T high d - max(q_x + T high q_z).
+void fit_points(Camera& camera, const Scene& scene, std::span<const double> points, const Margins& margins) {
     const double L = extent_of(scene.max_length);
-    const double ty = filled * tangent(), tx = ty * camera.aspect();
-    const Vec3 centre = scene.centre();
-    double needed = 0.05 * L;
-    for (int corner = 0; corner < 8; ++corner) {
-        Vec3 p;
-        for (std::size_t k = 0; k < 3; ++k) {
-            const double half = scene.size_info[3 + k] - centre[k] + grow * L;
-            p[k] = (corner >> k & 1) ? half : -half;
+    const std::array<std::array<double, 2>, 2> rooms{room(margins.left, margins.right, camera.width),
+                                                     room(margins.bottom, margins.top, camera.height)};
+    const std::array<double, 2> T{tangent() * camera.aspect(), tangent()};
+    constexpr double none = -std::numeric_limits<double>::infinity();
+    std::array<double, 2> below{none, none}, above{none, none};
+    double nearest = none;
+    for (std::size_t n = 0; n + 2 < points.size(); n += 3) {
+        const Vec3 q = turned(camera.turn, minus(Vec3{points[n], points[n + 1], points[n + 2]}, scene.centre()));
+        if (!std::isfinite(norm(q))) continue;
+        nearest = std::max(nearest, q[2]);
+        for (std::size_t a = 0; a < 2; ++a) {
+            below[a] = std::max(below[a], -q[a] - T[a] * rooms[a][0] * q[2]);
+            above[a] = std::max(above[a], q[a] + T[a] * rooms[a][1] * q[2]);
         }
-        const Vec3 q = turned(camera.turn, p);
-        needed = std::max({needed, q[2] + std::abs(q[0]) / tx, q[2] + std::abs(q[1]) / ty});
     }
-    camera.shift = {0, 0, L - std::min(needed, 90 * L)};
+    if (nearest == none) return;
+    double d = std::max(0.05 * L, nearest + 0.02 * L);
+    for (std::size_t a = 0; a < 2; ++a) d = std::max(d, (below[a] + above[a]) / (T[a] * (rooms[a][1] - rooms[a][0])));
+    d = std::min(d, 90 * L);
+    for (std::size_t a = 0; a < 2; ++a)
+        camera.shift[a] = 0.5 * (T[a] * (rooms[a][0] + rooms[a][1]) * d + below[a] - above[a]);
+    camera.shift[2] = L - d;
 }
 
 void look_from(Camera& camera, ViewDirection direction) {

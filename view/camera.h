@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <span>
 
 #include "view/display_state.h"
 #include "view/vector.h"
@@ -72,6 +73,16 @@ void zoom_at(Camera& camera, const Scene& scene, double steps, int x, int y);
 
 // Model centred, its box (grown by `grow` max_length on every side) wholly in the picture.
 void fit(Camera& camera, const Scene& scene, double grow = 0);
+
+// Room that texts take at the edges of the view, pixels.
+struct Margins {
+    double left = 0, right = 0, top = 0, bottom = 0;
+};
+
+// The same for a cloud of points (n × 3, model space) in what the margins leave of the view: as near
+// as it can come, in the middle. Margins that leave less than a third of a side do not count there.
+void fit_points(Camera& camera, const Scene& scene, std::span<const double> points,
+                const Margins& margins = {});
 
 // Turns the model so that the viewer stands on the named side: z up for x and y, y up for z.
 void look_from(Camera& camera, ViewDirection direction);

@@ -1,0 +1,40 @@
+// The small dialogs of the window.
+#pragma once
+
+#include <QPixmap>
+#include <QSize>
+#include <QString>
+#include <QStringList>
+#include <QWidget>
+#include <optional>
+
+namespace kestralum {
+
+inline constexpr const char* text_files = "Text Files (*.txt);;All Files (*)";
+inline constexpr const char* movie_files = "Text Files (*.mov);;All Files (*)";
+
+// A file to open; "" when cancelled.
+QString ask_for_file(QWidget* parent, const char* filter);
+
+// The size of a pixmap, `current` offered; none when cancelled or not understood.
+std::optional<QSize> ask_for_size(QWidget* parent, const QSize& current);
+
+// What went wrong, a line each.
+void show_errors(QWidget* parent, const QString& headline, const QStringList& errors);
+
+// A pixmap in a window of its own, with a button that saves it.
+class PixmapWindow : public QWidget {
+    Q_OBJECT
+
+public:
+    PixmapWindow(const QPixmap& pixmap, QWidget* parent);
+    const QPixmap& pixmap() const { return pixmap_; }
+
+public slots:
+    void save();
+
+private:
+    QPixmap pixmap_;
+};
+
+}  // namespace kestralum

@@ -1,0 +1,200 @@
+#include "app/gl_widget.h"
+
+#include <QMouseEvent>
+#include <QOpenGLContext>
+#include <QPainter>
+#include <QTimer>
+#include <QWheelEvent>
+
+#include "app/painter_texts.h"
+#include "app/render_image.h"
+#include "input/settings_reader.h"
+#include "model/console.h"
+#include "model/model_store.h"
+
+namespace kestralum {
+
+GLWidget::GLWidget(QWidget* parent) : QOpenGLWidget(parent) {
+    constexpr int period = 50;  // ms
+    setFocusPolicy(Qt::StrongFocus);
+    setMinimumSize(200, 150);
+    auto* timer = new QTimer(this);
+    connect(timer, &QTimer::timeout, this, &GLWidget::advanceGears);
+    timer->start(period);
+    console::print(" Qt timer %d[ms]\n", period);
+}
+
+GLWidget::~GLWidget() {
+    forget_context();
+    if (context()) disconnect(context(), nullptr, this, nullptr);
+}
+
+// The buffers go with their context.
+void GLWidget::forget_context() {
+    if (!context()) return;
+    makeCurrent();
+    shown_.drawing.release(true);
+    doneCurrent();
+}
+
+void GLWidget::advanceGears() {
+    tick_ = true;
+    update();
+}
+
+// Settings and store are set up once in a process: a context made anew finds them.
+void GLWidget::start_up() {
+    static bool done = false;
+    if (done) return;
+    done = true;
+    if (read_setting_file() == SettingsStatus::missing) {
+        QMetaObject::invokeMethod(this, &GLWidget::settings_missing, Qt::QueuedConnection);
+        return;
+    }
+    init_model_defaults();
+}
+
+void GLWidget::initializeGL() {
+    connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, &GLWidget::forget_context, Qt::UniqueConnection);
+    if (ready_) return;  // a new context: buffers are sent again, everything else stands
+    ready_ = true;
+    start_up();
+    shown_.camera.shift = {0, 0, 0};
+    shown_.camera.turn = view::identity();
+    state().mouse_mode = view::MouseMode::translation;
+    reset_light();
+    shown_.model_changed();
+    console::print("max_length = %.3e\n", model_store().mesh.max_length);
+    QMetaObject::invokeMethod(this, &GLWidget::started, Qt::QueuedConnection);
+}
+
+void GLWidget::reset_light() {
+    const double L = model_store().mesh.max_length;
+    state().light = {L, L, L};
+}
+
+void GLWidget::resizeGL(int width, int height) {
+    const double ratio = devicePixelRatioF();
+    view::resize(shown_.camera, static_cast<int>(width * ratio), static_cast<int>(height * ratio));
+}
+
+// A frame per repaint; a mode swings by the timer, so that turning the model does not speed it up.
+void GLWidget::step_animation() {
+    const ModelStore& store = model_store();
+    const int phase = state().phase;
+    view::advance(state(), store.ana_type, store.results.mode_num());
+    if (!tick_) state().phase = phase;
+    tick_ = false;
+}
+
+template <typename Use>
+void GLWidget::with_texts(Use use) {
+    if (use_glut_text()) {
+        view::gl::GlutText texts(shown_.camera.height);
+        use(texts);
+    } else {
+        PainterTexts texts;
+        use(texts);
+        texts.paint(this);
+    }
+}
+
+void GLWidget::draw_scene() {
+    with_texts([&](view::gl::TextPainter& texts) { shown_.draw(texts); });
+}
+
+void GLWidget::paintGL() {
+    if (hold_) {
+        QPainter(this).drawImage(rect(), held_);
+        return;
+    }
+    if (!grabbing_) {
+        if (step_ && !stepping_) {
+            stepping_ = true;
+            const auto step = step_;  // it may take itself away
+            step();
+            stepping_ = false;
+        }
+        step_animation();
+    }
+    draw_scene();
+    if (!grabbing_) emit painted();
+}
+
+QImage GLWidget::grab_picture() {
+    grabbing_ = true;
+    QImage image = grabFramebuffer();
+    grabbing_ = false;
+    return image;
+}
+
+QImage GLWidget::render_picture(const QSize& size, QString& error) {
+    makeCurrent();
+    QImage image = render_image(shown_, size, false, error);
+    doneCurrent();
+    return image;
+}
+
+void GLWidget::hold_picture(bool on) {
+    if (on == hold_) return;
+    if (on) held_ = grab_picture();
+    hold_ = on;
+    if (!on) held_ = {};
+}
+
+void GLWidget::fit_view() {
+    if (use_glut_text())
+        shown_.fit(view::gl::GlutText(shown_.camera.height));
+    else
+        shown_.fit(PainterTexts());
+    update();
+}
+
+void GLWidget::look_from(view::ViewDirection direction) {
+    view::look_from(shown_.camera, direction);
+    fit_view();
+}
+
+QPoint GLWidget::pixel(const QPointF& place) const {
+    return (place * devicePixelRatioF()).toPoint();
+}
+
+void GLWidget::mousePressEvent(QMouseEvent* event) {
+    pressed_at_ = pixel(event->position());
+    click_ = event->button() == Qt::LeftButton;
+    view::mouse_press(shown_.camera, pressed_at_.x(), pressed_at_.y());
+}
+
+void GLWidget::mouseMoveEvent(QMouseEvent* event) {
+    constexpr int drag = 3;  // pixels that a click may shake
+    const QPoint at = pixel(event->position());
+    if (click_ && (at - pressed_at_).manhattanLength() <= drag) return;
+    click_ = false;
+    auto move = [&](view::MouseButton button) {
+        view::mouse_move(shown_.camera, shown_.box(), button, state().mouse_mode, at.x(), at.y());
+    };
+    if (hold_) return;
+    if (event->buttons() & Qt::LeftButton) move(view::MouseButton::left);
+    else if (event->buttons() & Qt::RightButton) move(view::MouseButton::right);
+    else if (event->buttons() & Qt::MiddleButton) move(view::MouseButton::middle);
+    update();
+}
+
+void GLWidget::mouseReleaseEvent(QMouseEvent* event) {
+    const QPoint at = pixel(event->position());
+    view::mouse_press(shown_.camera, at.x(), at.y());
+    if (!click_ || hold_ || event->button() != Qt::LeftButton) return;
+    click_ = false;
+    emit picked(QString::fromStdString(shown_.pick(at.x() + 0.5, at.y() + 0.5)));
+    update();
+}
+
+void GLWidget::wheelEvent(QWheelEvent* event) {
+    if (hold_) return;
+    const QPoint at = pixel(event->position());
+    view::zoom_at(shown_.camera, shown_.box(), event->angleDelta().y() / 120.0, at.x(), at.y());
+    update();
+    event->accept();
+}
+
+}  // namespace kestralum

@@ -1,0 +1,21 @@
+// The explicit analysis that the view steps: one output interval per repaint.
+#pragma once
+
+#include "analysis/run_report.h"
+
+namespace kestralum {
+
+// The calls that step it, on the process-wide store.
+struct RealTimeDriver {
+    bool (*begin)(RunReport& report);    // the set-up; false with report.remarks.errors
+    bool (*advance)(RunReport& report);  // one output interval; false when the run has ended, with its report
+    void (*drop)();                      // lets a run go without writing its results
+    int (*frame)();                      // the frame that holds the state reached, 1-based
+    int pause;                           // ms after each interval: the pace of the picture
+};
+
+// The driver in force; null while there is none.
+const RealTimeDriver* real_time_driver();
+void set_real_time_driver(const RealTimeDriver* driver);
+
+}  // namespace kestralum

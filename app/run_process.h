@@ -1,0 +1,26 @@
+// What every process that runs analyses does for itself.
+#pragma once
+
+namespace kestralum {
+
+// One run at a time in a log folder.
+class LogLock {
+public:
+    LogLock() = default;
+    ~LogLock();
+    LogLock(const LogLock&) = delete;
+    LogLock& operator=(const LogLock&) = delete;
+
+    // Makes the folder and takes its lock, kept until the object ends. False with a line when another
+    // run holds it or the folder cannot be used.
+    bool take();
+
+private:
+    int file_ = -1;
+};
+
+// Starts the program again with the matrix kernels that this processor deserves; goes on as it is
+// where that is not needed or not possible.
+void use_best_kernels(char** argv);
+
+}  // namespace kestralum

@@ -1,0 +1,35 @@
+// The command line of kestralum.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "view/camera.h"
+
+namespace kestralum {
+
+struct WindowOptions {
+    bool help = false, version = false;
+    std::string model_file;     // "" = none
+    std::string snapshot;       // image file to write instead of opening a window; "" = none
+    std::string result_file;    // for a snapshot: results to show
+    std::string analysis;       // for a snapshot: analysis to run first, its batch word
+    std::int32_t contour = 4;   // row of the quantity table, -1 none
+    std::int32_t frame = 1;
+    std::optional<view::ViewDirection> direction;
+    std::array<int, 2> size{800, 600};
+    std::vector<std::size_t> show, hide;  // rows of the View menu
+    double scale = 1;                     // mode scale
+    double opacity = 1;
+    std::string log_directory = "log";
+    std::string error;  // bad usage: why
+};
+
+WindowOptions parse_window_options(std::span<const char* const> arguments);
+std::string window_usage();
+
+}  // namespace kestralum

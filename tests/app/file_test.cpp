@@ -1,0 +1,287 @@
+// Opening models, results and displacements; running the analyses from their menu.
+#include <QFileDialog>
+#include <QLineEdit>
+#include <QProgressBar>
+#include <QProgressDialog>
+#include <QPushButton>
+
+#include "analysis/analysis_table.h"
+#include "app/long_work.h"
+#include "app/real_time.h"
+#include "app/window_fixture.h"
+#include "results/result_file.h"
+
+using namespace kestralum;
+using namespace kestralum::testing;
+
+namespace {
+
+void choose(QFileDialog* dialog, const std::string& file) {
+    EXPECT_EQ(dialog->windowTitle(), "Open file");
+    dialog->findChild<QLineEdit*>("fileNameEdit")->setText(QString::fromStdString(file));
+    QMetaObject::invokeMethod(dialog, "accept");
+}
+
+TEST_F(Window, OpensAndUpdatesAModel) {
+    const std::string file = folder.write("model.txt", block_text);
+    console::Capture captured;
+    answer_next<QFileDialog>([&](QFileDialog* dialog) {
+        EXPECT_EQ(dialog->nameFilters(), (QStringList{"Text Files (*.txt)", "All Files (*)"}));
+        choose(dialog, file);
+    });
+    trigger("&Open Model File");
+    expect_answered();
+    EXPECT_TRUE(contains(captured.lines, "filename=" + file + "\n"));
+    EXPECT_EQ(model_store().mesh.element_num(), 16);
+    EXPECT_TRUE(window->windowTitle().contains("model.txt"));
+    EXPECT_FALSE(state().result_ready) << "a new model has no results";
+
+    folder.write("model.txt", replaced(block_text, "4 2 2 0 0 0", "8 2 2 0 0 0"));
+    const auto camera_before = camera().shift;
+    trigger("&Update Model");
+    EXPECT_EQ(model_store().mesh.element_num(), 32);
+    EXPECT_EQ(camera().shift, camera_before) << "an update keeps the view";
+
+    answer_next<QFileDialog>([](QFileDialog* dialog) { dialog->reject(); });
+    trigger("&Open Model File");
+    expect_answered();
+    EXPECT_EQ(model_store().mesh.element_num(), 32);
+    answer_next<QFileDialog>([](QFileDialog* dialog) {
+        EXPECT_EQ(dialog->nameFilters(), (QStringList{"Text Files (*.mov)", "All Files (*)"}));
+        dialog->reject();
+    });
+    trigger("&Open Mov File");
+    expect_answered();
+}
+
+TEST_F(Window, KeepsTheModelWhenAFileIsDamaged) {
+    ASSERT_TRUE(open(block_text));
+    const QString title = window->windowTitle();
+    QString told;
+    close_next_box(told);
+    EXPECT_FALSE(open(replaced(block_text, "0.4 0.2 0.2 0 0 0  4", "0.4 oops 0.2 0 0 0  4"), "damaged.txt"));
+    expect_answered();
+    EXPECT_TRUE(told.contains("damaged.txt") && told.contains("oops")) << told.toStdString();
+    EXPECT_EQ(model_store().mesh.element_num(), 16);
+    EXPECT_EQ(window->windowTitle(), title);
+    EXPECT_TRUE(contains(model_store().model_file_name, "model.txt"));
+    close_next_box(told);
+    EXPECT_FALSE(window->open_results(QString::fromStdString(folder.write("not_a_result", "ver3.01\n%\nNode\n-5\n"))));
+    EXPECT_TRUE(told.contains("not_a_result") && told.contains("-5")) << told.toStdString();
+    close_next_box(told);
+    EXPECT_FALSE(window->open_displacements(QString::fromStdString(folder.file("nowhere"))));
+    EXPECT_TRUE(told.contains("nowhere"));
+    expect_answered();
+    EXPECT_EQ(model_store().mesh.element_num(), 16);
+    EXPECT_EQ(model_store().forces.size(), 1u);
+}
+
+TEST_F(Window, TellsTablesCarriedOver) {
+    ASSERT_TRUE(open(block_text));
+    ASSERT_TRUE(open(replaced(block_text, "apply_force\n  PULL area x 1000  0.4 0.4 -1 1 -1 1  %\n", ""), "second.txt"));
+    EXPECT_TRUE(status().contains("apply_force")) << status().toStdString();
+}
+
+// What a run leaves in the window is in its file, and comes back from it.
+TEST_F(Window, RunsAnalysesAndReadsTheirResults) {
+    ASSERT_TRUE(open(bar_text, "bar.txt"));
+    const QImage parts = picture();
+    trigger("&Static");
+    EXPECT_EQ(model_store().ana_type, AnalysisType::linear_static);
+    EXPECT_TRUE(state().result_ready);
+    EXPECT_NE(picture(), parts) << "contour and deformed shape are shown without a click";
+    EXPECT_TRUE(status().contains("2.5")) << status().toStdString();
+    const Results run = model_store().results;
+
+    trigger("&Eigen(Lanczos)");
+    EXPECT_EQ(model_store().ana_type, AnalysisType::eigen);
+    EXPECT_EQ(state().eigen_method, view::EigenMethod::lanczos);
+    const double first = model_store().results.n_freq.at(0);
+    trigger("&Eigen(Subspace)");
+    EXPECT_EQ(state().eigen_method, view::EigenMethod::subspace);
+    EXPECT_GT(first, 0);
+    EXPECT_NEAR(model_store().results.n_freq.at(0), first, 1e-6 * first);
+
+    trigger("&Static");  // its file again
+    ASSERT_TRUE(open(block_text));
+    answer_next<QFileDialog>([&](QFileDialog* dialog) { choose(dialog, folder.file("log/result_bar.txt")); });
+    trigger("&Open Result File");
+    expect_answered();
+    EXPECT_TRUE(model_store().result_file_known);
+    EXPECT_TRUE(state().result_ready);
+    EXPECT_EQ(model_store().ana_type, AnalysisType::linear_static);
+    ASSERT_EQ(model_store().results.mode_vec.size(), run.mode_vec.size());
+    for (std::size_t k = 0; k < run.mode_vec.size(); ++k)
+        EXPECT_NEAR(model_store().results.mode_vec[k], run.mode_vec[k], 1e-6 * bar_end);
+}
+
+TEST_F(Window, AnalysesThatAreNotThereSaySo) {
+    ASSERT_TRUE(open(bar_text, "bar.txt"));
+    for (const char* text : {"&Explicit", "&Nonlinear Static"}) {
+        const auto table = analysis_table();
+        if (std::any_of(table.begin(), table.end(), [&](const AnalysisEntry& e) { return std::string_view(e.menu_text) == text; })) continue;
+        const Results before = model_store().results;
+        console::Capture captured;
+        trigger(text);
+        EXPECT_TRUE(contains(captured.notices, "is not built yet"));
+        EXPECT_TRUE(status().contains("is not built yet"));
+        EXPECT_EQ(model_store().results.mode_vec, before.mode_vec);
+    }
+}
+
+TEST_F(Window, RefusedAnalysesTellWhy) {
+    ASSERT_TRUE(open(block_text));
+    QString told;
+    close_next_box(told);
+    trigger("&Static");
+    expect_answered();
+    EXPECT_TRUE(told.contains("rigid")) << told.toStdString();
+    EXPECT_FALSE(state().result_ready);
+}
+
+// Two steps of a mesh of one hexahedron, as the explicit analysis writes them.
+std::string displacement_text() {
+    std::string text = "ver3.01\n%\nNode\n8\n";
+    const int corner[8][3] = {{0, 0, 1}, {0, 0, 0}, {0, 1, 0}, {0, 1, 1}, {1, 0, 1}, {1, 0, 0}, {1, 1, 0}, {1, 1, 1}};
+    for (const auto& x : corner) text += console::format("%e %e %e\n", double(x[0]), double(x[1]), double(x[2]));
+    text += "%\nElement_type\n0\n%\nElement\n1\n1 2 3 4 5 6 7 8\n%\nmode_num\n2\n%\nmode_vec\n";
+    for (int r = 0; r < 24; ++r) text += console::format("%e %e\n", 0.001 * r, 0.002 * r);
+    text += "%\nana_type\n3\n%\nnode_stress\n";
+    for (int r = 0; r < 24; ++r) {
+        for (int c = 0; c < 10; ++c) text += console::format("%e ", 100.0 * c + r);
+        text += "\n";
+    }
+    return text + "%\nsize_info\n0 0 0\n1 1 1\n%\n";
+}
+
+TEST_F(Window, OpensADisplacementFile) {
+    ASSERT_TRUE(open(block_text));
+    const std::string file = folder.write("disp_cube.txt", displacement_text());
+    console::Capture captured;
+    answer_next<QFileDialog>([&](QFileDialog* dialog) { choose(dialog, file); });
+    trigger("&Open Disp. File");
+    expect_answered();
+    EXPECT_EQ(model_store().ana_type, AnalysisType::explicit_dynamics);
+    EXPECT_EQ(model_store().mesh.element_num(), 1);
+    ASSERT_EQ(model_store().results.mode_num(), 2);
+    EXPECT_EQ(model_store().results.mode_vec[24 + 5], 0.01);
+    EXPECT_EQ(model_store().results.node_stress[9 * 24 + 7], 907);
+    EXPECT_TRUE(model_store().forces.empty()) << "the forces belong to another mesh";
+    for (const char* line : {"----------read_data-----------\n", "Node:8\n", "Element:1\n", "mode_num:2\n", "ana_type:3\n",
+                             "1.000000,1.000000,1.000000\n", "FILE CLOSE !!\n", "time_num = ", "out_time_num = "})
+        EXPECT_TRUE(contains(captured.lines, line)) << line;
+    EXPECT_FALSE(picture().isNull());
+    QString told;
+    for (const char* cut : {"0.003", "node_stress", "size_info"}) {
+        std::string damaged = displacement_text();
+        damaged.resize(damaged.find(cut[0] == '0' ? "mode_vec" : cut) + 14);
+        close_next_box(told);
+        EXPECT_FALSE(window->open_displacements(QString::fromStdString(folder.write("cut", damaged)))) << cut;
+        EXPECT_EQ(model_store().results.mode_num(), 2);
+    }
+    expect_answered();
+}
+
+// ---- real time
+
+struct FakeRun {
+    static inline int begun, advanced, dropped, steps;
+    static bool begin(RunReport&) { return ++begun; }
+    static bool advance(RunReport&) { return ++advanced < steps; }
+    static void drop() { ++dropped; }
+    static int frame() { return advanced + 1; }
+    static constexpr RealTimeDriver driver{begin, advance, drop, frame, 1};
+};
+
+class RealTime : public Window {
+protected:
+    void SetUp() override {
+        Window::SetUp();
+        former_ = real_time_driver();
+        set_real_time_driver(&FakeRun::driver);
+        FakeRun::begun = FakeRun::advanced = FakeRun::dropped = 0;
+        FakeRun::steps = 1000;
+        ASSERT_TRUE(open(bar_text, "bar.txt"));
+        model_store().results.resize(50, model_store().mesh.dof_num);
+    }
+    void TearDown() override {
+        window.reset();
+        set_real_time_driver(former_);
+    }
+    const RealTimeDriver* former_ = nullptr;
+};
+
+TEST_F(RealTime, StepsOncePerRepaintAndNeverInAGrab) {
+    int repaints = 0;
+    trigger("&Explicit(Real Time)");
+    QObject::connect(window->view(), &GLWidget::painted, [&] { ++repaints; });
+    EXPECT_EQ(FakeRun::begun, 1);
+    EXPECT_EQ(FakeRun::advanced, 0) << "the slot only sets up";
+    EXPECT_EQ(model_store().ana_type, AnalysisType::explicit_dynamics);
+    EXPECT_TRUE(state().real_time && state().result_ready);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return repaints >= 3; }));
+    EXPECT_EQ(FakeRun::advanced, repaints);
+    const int before = FakeRun::advanced;
+    picture();
+    QString error;
+    window->view()->render_picture(QSize(100, 80), error);
+    EXPECT_EQ(FakeRun::advanced, before);
+
+    trigger("&Static");  // another analysis ends it
+    EXPECT_EQ(FakeRun::dropped, 1);
+    EXPECT_FALSE(state().real_time);
+    trigger("&Explicit(Real Time)");
+    EXPECT_TRUE(state().real_time);
+    trigger("&Update Model");
+    EXPECT_EQ(FakeRun::dropped, 2);
+    EXPECT_FALSE(state().real_time);
+}
+
+TEST_F(RealTime, EndsWithItsLastFrame) {
+    FakeRun::steps = 3;
+    trigger("&Explicit(Real Time)");
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !state().real_time; }));
+    QTest::qWait(200);
+    EXPECT_EQ(FakeRun::advanced, 3);
+    EXPECT_EQ(state().frame, 4);
+    EXPECT_EQ(FakeRun::dropped, 0) << "the run has finished by itself";
+}
+
+// ---- long work
+
+TEST_F(Window, LongWorkShowsProgressAndCanBeCancelled) {
+    int highest = 0;
+    QString text;
+    auto* clicker = new QTimer(window.get());
+    QObject::connect(clicker, &QTimer::timeout, [&] {
+        auto* dialog = qobject_cast<QProgressDialog*>(QApplication::activeModalWidget());
+        if (!dialog) return;
+        highest = std::max(highest, dialog->value());
+        text = dialog->labelText();
+        if (highest > 200) dialog->findChild<QPushButton*>()->click();
+    });
+    clicker->start(20);
+    const QImage before = picture();
+    int reached = 0;
+    window->view()->hold_picture(true);
+    const Heard heard = run_long_work(window.get(), "Static", [&] {
+        console::set_stage("factor");
+        for (int k = 1; k <= 400 && !console::cancel_requested(); ++k) {
+            reached = k;
+            QTest::qSleep(10);
+            console::counter(k, 400);
+        }
+        model_store().mesh.connectivity.clear();  // the picture stays as it was
+        console::counter(1, 400);
+        console::error("it broke");
+    });
+    EXPECT_EQ(picture(), before);
+    window->view()->hold_picture(false);
+    EXPECT_GT(reached, 80);
+    EXPECT_LT(reached, 300) << "the cancel button did nothing";
+    EXPECT_TRUE(text.contains("factor") && text.contains("%")) << text.toStdString();
+    EXPECT_EQ(heard.errors, QStringList{"it broke"});
+    EXPECT_FALSE(console::cancel_requested());
+}
+
+}  // namespace

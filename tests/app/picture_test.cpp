@@ -1,0 +1,311 @@
+// What is in the framebuffer: colours, faces, the mouse on it, and what a repaint sends to the card.
+#include <QOpenGLFramebufferObject>
+
+#include "app/window_fixture.h"
+#include "support/box_mesh.h"
+#include "support/immediate_scene.h"
+#include "view/gl/buffers.h"
+
+using namespace kestralum;
+using namespace kestralum::testing;
+using view::Vec3;
+using view::ViewFlag;
+
+namespace {
+
+class Picture : public Window {
+protected:
+    void show(Mesh mesh) {
+        model_store() = placeholder_model();
+        model_store().mesh = std::move(mesh);
+        Part part;
+        part.name = "BOX";
+        part.color = {1, 0.5, 0};
+        model_store().parts = model_store().parts_o = {part};
+        window->view()->shown().model_changed();
+    }
+    Vec3 pixel_of(const Vec3& place) {
+        const auto at = view::project(camera(), window->view()->shown().box(), place);
+        return at ? *at : Vec3{-1, -1, 0};
+    }
+    // Repaints of the screen until one has happened.
+    void repaint() {
+        bool painted = false;
+        const auto link = QObject::connect(window->view(), &GLWidget::painted, [&] { painted = true; });
+        window->view()->update();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return painted; }));
+        QObject::disconnect(link);
+    }
+};
+
+int farthest(const QColor& a, const std::array<int, 3>& b) {
+    return std::max({std::abs(a.red() - b[0]), std::abs(a.green() - b[1]), std::abs(a.blue() - b[2])});
+}
+
+TEST_F(Picture, ShowsTheColourOfEachValueAtItsNode) {
+    show(hexa_box({{4, 2, 1}, {4, 2, 1}}));
+    set_results([](const double* x) { return std::array<double, 3>{1e-9 * (x[0] - 1), 0, 0}; });
+    state().auto_scale = false;
+    state().contour = 1;
+    show_only({ViewFlag::fem});
+    window->view()->look_from(view::ViewDirection::z);
+    const QImage image = picture();
+    const std::pair<double, std::array<int, 3>> known[] = {
+        {0, {0, 0, 255}}, {1, {0, 255, 255}}, {2, {0, 255, 0}}, {3, {255, 255, 0}}, {4, {255, 0, 0}}};
+    for (const auto& [x, color] : known) {
+        // a node of the middle row; on the rim one pixel inside
+        Vec3 at = pixel_of({x, 1, 1});
+        at[0] += x == 0 ? 1 : x == 4 ? -1 : 0;
+        const QColor seen = image.pixelColor(int(at[0]), int(at[1]));
+        EXPECT_LE(farthest(seen, color), 6) << "v = " << x / 4 << ": " << seen.name().toStdString();
+    }
+    // beside the model the background
+    EXPECT_EQ(farthest(image.pixelColor(2, image.height() / 2), {230, 230, 230}), 0);
+    // no value is grey; a constant field is blue
+    set_results([](const double*) { return std::array<double, 3>{0, 0, 0}; });
+    const Vec3 middle = pixel_of({2, 1, 1});
+    EXPECT_EQ(farthest(picture().pixelColor(int(middle[0]), int(middle[1])), {0, 0, 255}), 0);
+}
+
+TEST_F(Picture, LitFacesHaveThePartsColour) {
+    show(hexa_box({{1, 1, 1}, {1, 1, 1}}));
+    show_only({ViewFlag::fem});
+    window->view()->look_from(view::ViewDirection::isometric);
+    const QImage image = picture();
+    std::array<double, 3> brightness{};
+    for (std::size_t a = 0; a < 3; ++a) {
+        Vec3 face{0.5, 0.5, 0.5};
+        face[a] = 1;
+        const Vec3 at = pixel_of(face);
+        const QColor seen = image.pixelColor(int(at[0]), int(at[1]));
+        EXPECT_GT(seen.red(), 100) << "a side that faces light and viewer is dark";
+        EXPECT_NEAR(seen.green(), seen.red() * 0.5, 40);
+        EXPECT_LT(seen.blue(), 60);
+        brightness[a] = seen.red();
+    }
+    // the light on one side makes that side the brightest
+    state().light = {10, 0.5, 0.5};
+    const QImage turned = picture();
+    const Vec3 x_side = pixel_of({1, 0.5, 0.5}), y_side = pixel_of({0.5, 1, 0.5});
+    EXPECT_GT(turned.pixelColor(int(x_side[0]), int(x_side[1])).red(),
+              turned.pixelColor(int(y_side[0]), int(y_side[1])).red() + 20);
+}
+
+// The picture from buffers against the same faces drawn one vertex after the other.
+TEST_F(Picture, IsThatOfEveryElementsFaces) {
+    const Mesh meshes[] = {hexa_box({{3, 2, 4}, {1, 1, 2}, [](double* x) { x[0] += 0.2 * x[2] * x[1]; }}),
+                           tetra_box({{2, 2, 1}, {1, 1, 1}}, ElementKind::tetrahedron4),
+                           tetra_box({{2, 1, 2}, {1, 1, 1}}, ElementKind::tetrahedron10)};
+    for (const Mesh& mesh : meshes)
+        for (const int contour : {1, 17})
+            for (const double alpha : {1.0, 0.4}) {
+                show(mesh);
+                set_results([](const double* x) { return std::array<double, 3>{0.1 * x[0] * x[1], 0, 0.05 * x[2]}; });
+                state().contour = contour;
+                state().transparency = alpha;
+                show_only({ViewFlag::fem});
+                window->view()->look_from(view::ViewDirection::isometric);
+                const QImage drawn = picture();
+                window->view()->makeCurrent();
+                const ShownModel& shown = window->view()->shown();
+                const view::Scene box = shown.box();
+                std::vector<double> places;
+                shown.drawing.picture().place(shown.tables(), 0, places);
+                glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+                glMatrixMode(GL_PROJECTION);
+                glLoadMatrixd(view::projection(camera(), box).data());
+                glMatrixMode(GL_MODELVIEW);
+                glLoadMatrixd(view::model_view(camera(), box).data());
+                const bool lit = contour == 17;
+                if (lit) glEnable(GL_LIGHTING);
+                view::gl::set_material({1, 0.5f, 0, 1});
+                if (alpha < 1 && !lit) glDepthMask(GL_FALSE);
+                draw_every_face(shown.drawing.picture(), shown.tables(), alpha, places);
+                glDepthMask(GL_TRUE);
+                glDisable(GL_LIGHTING);
+                QImage naive(drawn.size(), QImage::Format_RGBA8888);
+                glReadPixels(0, 0, drawn.width(), drawn.height(), GL_RGBA, GL_UNSIGNED_BYTE, naive.bits());
+                naive = naive.mirrored();
+                window->view()->doneCurrent();
+                int different = 0, covered = 0;
+                for (int y = 0; y < drawn.height(); ++y)
+                    for (int x = 0; x < drawn.width(); ++x) {
+                        const QColor a = drawn.pixelColor(x, y), b = naive.pixelColor(x, y);
+                        covered += farthest(b, {230, 230, 230}) > 2;
+                        different += farthest(a, {b.red(), b.green(), b.blue()}) > 12;
+                    }
+                EXPECT_GT(covered, drawn.width() * drawn.height() / 10);
+                // quadrilaterals split along either diagonal colour a few pixels differently
+                EXPECT_LT(different, covered / 25) << "contour " << contour << " alpha " << alpha << " kind "
+                                                   << static_cast<int>(mesh.element_type);
+            }
+}
+
+TEST_F(Picture, RepaintsSendOnlyWhatHasChanged) {
+    show(hexa_box({{6, 6, 6}, {1, 1, 1}}));
+    set_results([](const double* x) { return std::array<double, 3>{x[0] * x[1], 0, 0}; });
+    model_store().ana_type = AnalysisType::eigen;
+    repaint();
+    auto sent_by = [](auto what) {
+        const std::int64_t before = view::gl::bytes_sent();
+        what();
+        return view::gl::bytes_sent() - before;
+    };
+    EXPECT_GT(view::gl::bytes_sent(), 0);
+    for (int phase = 0; phase < view::phase_count; ++phase) {  // a whole swing
+        state().phase = phase;
+        picture();
+    }
+    EXPECT_EQ(sent_by([&] {
+                  for (int phase = 0; phase < view::phase_count; ++phase) {
+                      state().phase = phase;
+                      camera().shift[0] += 0.01;
+                      picture();
+                  }
+              }),
+              0)
+        << "phase and camera send geometry again";
+    EXPECT_GT(sent_by([&] { state().contour = 1; picture(); }), 0);
+    EXPECT_GT(sent_by([&] { state().mode_scale = 2; picture(); }), 0);
+    EXPECT_EQ(sent_by([&] { state().light[0] = 3; trigger("&Wire"); picture(); }), 0);
+}
+
+TEST_F(Picture, ModesSwing) {
+    show(hexa_box({{2, 2, 2}, {1, 1, 1}}));
+    set_results([](const double* x) { return std::array<double, 3>{x[0], 0, 0}; });
+    model_store().ana_type = AnalysisType::eigen;
+    std::set<int> phases;
+    QObject::connect(window->view(), &GLWidget::painted, [&] { phases.insert(state().phase); });
+    ASSERT_TRUE(QTest::qWaitFor([&] { return phases.size() >= 5; }));
+    // at its ends a free end is a fifth of the model apart from its place, to either side
+    show_only({ViewFlag::fem});
+    window->view()->look_from(view::ViewDirection::z);
+    for (const auto& [phase, end] : {std::pair{0, 1.2}, {10, 0.8}}) {
+        state().phase = phase;
+        const QImage image = picture();
+        const Vec3 at = pixel_of({end, 0.5, 1});
+        EXPECT_GT(farthest(image.pixelColor(int(at[0]) - 4, int(at[1])), {230, 230, 230}), 20) << phase;
+        EXPECT_LT(farthest(image.pixelColor(int(at[0]) + 4, int(at[1])), {230, 230, 230}), 5) << phase;
+    }
+}
+
+TEST_F(Picture, PlaceholderAndEmptyResultsAreDrawn) {
+    model_store() = placeholder_model();
+    window->view()->shown().model_changed();
+    state().result_ready = true;
+    for (const AnalysisType type : {AnalysisType::eigen, AnalysisType::linear_static, AnalysisType::explicit_dynamics}) {
+        model_store().ana_type = type;
+        window->view()->fit_view();
+        EXPECT_FALSE(picture().isNull());
+    }
+}
+
+// ---- mouse and keys
+
+TEST_F(Picture, ClickPicksTheNodeUnderIt) {
+    ASSERT_TRUE(open(block_text));
+    set_results([](const double* x) { return std::array<double, 3>{1e-3 * x[0], 0, 0}; });
+    state().auto_scale = false;
+    state().contour = 1;
+    const Mesh& mesh = model_store().mesh;
+    for (const Vec3& place : {Vec3{0.4, 0.2, 0.2}, Vec3{0.2, 0.1, 0.2}, Vec3{0.4, 0, 0.1}}) {
+        std::int32_t node = 0;
+        for (std::int32_t n = 0; n < mesh.node_num(); ++n)
+            if (view::norm(view::minus(view::triple(mesh.coordinates, n), place)) < 1e-9) node = n + 1;
+        ASSERT_GT(node, 0);
+        const Vec3 at = pixel_of(place);
+        const QImage before = picture();
+        QTest::mouseClick(window->view(), Qt::LeftButton, {}, QPoint(int(at[0]), int(at[1])));
+        EXPECT_TRUE(status().contains(QString("Node:%1, D.o.f.:%2").arg(node).arg(3 * (node - 1)))) << status().toStdString();
+        EXPECT_TRUE(status().contains("Element:") && status().contains("Displacement x:")) << status().toStdString();
+        EXPECT_NE(picture(), before) << "the pick is not marked";
+    }
+    QTest::mouseClick(window->view(), Qt::LeftButton, {}, QPoint(3, window->view()->height() / 2));
+    EXPECT_EQ(status(), "");
+}
+
+TEST_F(Picture, MouseModesAndButtons) {
+    show(hexa_box({{1, 1, 1}, {2, 1, 1}}));
+    console::Capture captured;
+    GLWidget* view = window->view();
+    auto drag = [&](Qt::MouseButton button) {
+        QTest::mousePress(view, button, {}, QPoint(200, 200));
+        // QTest's moves carry no button
+        QMouseEvent move(QEvent::MouseMove, QPointF(240, 230), view->mapToGlobal(QPointF(240, 230)), Qt::NoButton, button, {});
+        QApplication::sendEvent(view, &move);
+        QTest::mouseRelease(view, button, {}, QPoint(240, 230));
+    };
+    auto start = [&] { camera().shift = {0, 0, 0}; camera().turn = view::identity(); };
+    QTest::keyClick(window.get(), Qt::Key_T);
+    EXPECT_TRUE(contains(captured.lines, "keyPressEvent:\n   t\n"));
+    start();
+    drag(Qt::LeftButton);
+    EXPECT_EQ(camera().shift, (Vec3{40 * 2.0 / 800, -30 * 2.0 / 600, 0}));
+    start();
+    drag(Qt::RightButton);
+    EXPECT_EQ(camera().shift, (Vec3{0, 0, -30 * 2.0 / 600}));
+    QTest::keyClick(window.get(), Qt::Key_R);
+    EXPECT_TRUE(contains(captured.lines, "keyPressEvent:\n   r\n"));
+    start();
+    drag(Qt::LeftButton);
+    EXPECT_EQ(camera().shift, (Vec3{0, 0, 0}));
+    EXPECT_NE(camera().turn, view::identity());
+    start();
+    drag(Qt::MiddleButton);
+    EXPECT_EQ(camera().shift[0], 40 * 2.0 / 800);
+    start();
+    QWheelEvent wheel(QPointF(100, 100), view->mapToGlobal(QPointF(100, 100)), {}, QPoint(0, 240), {}, {}, Qt::NoScrollPhase, false);
+    QApplication::sendEvent(view, &wheel);
+    EXPECT_GT(camera().shift[2], 0);
+}
+
+TEST_F(Picture, KeysLookAlongTheAxes) {
+    ASSERT_TRUE(open(block_text));
+    auto toward = [&] { return Vec3{camera().turn[2], camera().turn[6], camera().turn[10]}; };  // the viewer's side
+    const Vec3 sides[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+    const Qt::Key keys[] = {Qt::Key_X, Qt::Key_Y, Qt::Key_Z};
+    const char* buttons[] = {"X", "Y", "Z"};
+    for (std::size_t k = 0; k < 3; ++k) {
+        QTest::keyClick(window.get(), keys[k]);
+        EXPECT_EQ(toward(), sides[k]);
+        QTest::keyClick(window.get(), keys[k], Qt::ShiftModifier);
+        EXPECT_EQ(toward(), view::times(-1, sides[k]));
+        trigger(buttons[k]);
+        EXPECT_EQ(toward(), sides[k]);
+    }
+    QTest::keyClick(window.get(), Qt::Key_I);
+    EXPECT_NEAR(toward()[0], std::sqrt(1.0 / 3), 1e-12);
+    trigger("Iso");
+    const Vec3 fitted = camera().shift;
+    camera().shift = {5, 5, 5};
+    QTest::keyClick(window.get(), Qt::Key_F);
+    EXPECT_EQ(camera().shift, fitted);
+    camera().shift = {5, 5, 5};
+    trigger("Fit");
+    EXPECT_EQ(camera().shift, fitted);
+}
+
+TEST_F(Picture, ToolbarScalesAndRanges) {
+    ASSERT_TRUE(open(block_text));
+    set_results([](const double* x) { return std::array<double, 3>{1e-6 * x[0], 0, 0}; });
+    auto factor = [&] {
+        picture();
+        return window->view()->shown().drawing.picture().factor();
+    };
+    EXPECT_NEAR(factor(), 0.1 * 0.4 / 0.4e-6, 1);
+    trigger("Auto Scale");
+    EXPECT_EQ(factor(), 1);
+    window->slotsModeScaleChanged(3);
+    EXPECT_EQ(factor(), 3);
+    // frame 2 is all zero; negated, the first frame's range reaches below it
+    model_store().ana_type = AnalysisType::explicit_dynamics;
+    state().frame = 2;
+    state().contour = 1;
+    picture();
+    EXPECT_EQ(window->view()->shown().drawing.picture().range()->high.value, 0);
+    trigger("All Frames");
+    picture();
+    EXPECT_EQ(window->view()->shown().drawing.picture().range()->high.value, 0.4e-6);
+}
+
+}  // namespace

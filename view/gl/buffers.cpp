@@ -1,0 +1,128 @@
+#include "view/gl/buffers.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <numbers>
+
+namespace kestralum::view::gl {
+
+namespace {
+
+std::int64_t& sent_so_far() {
+    static std::int64_t bytes = 0;
+    return bytes;
+}
+
+}  // namespace
+
+std::int64_t bytes_sent() {
+    return sent_so_far();
+}
+
+void Buffer::send_bytes(GLenum target, const void* data, std::size_t bytes) {
+    if (id_ == 0) glGenBuffers(1, &id_);
+    glBindBuffer(target, id_);
+    glBufferData(target, static_cast<GLsizeiptr>(bytes), data, GL_STATIC_DRAW);
+    glBindBuffer(target, 0);
+    sent_so_far() += static_cast<std::int64_t>(bytes);
+}
+
+void Buffer::bind(GLenum target) const {
+    glBindBuffer(target, id_);
+}
+
+void Buffer::release(bool context_alive) {
+    if (id_ != 0 && context_alive) glDeleteBuffers(1, &id_);
+    id_ = 0;
+    count_ = 0;
+}
+
+LitVertex lit_vertex(const Vec3& place, const Vec3& normal) {
+    LitVertex v{};
+    for (std::size_t k = 0; k < 3; ++k) {
+        v.place[k] = static_cast<float>(place[k]);
+        v.normal[k] = static_cast<std::int8_t>(std::lround(127 * std::clamp(normal[k], -1.0, 1.0)));
+    }
+    return v;
+}
+
+void draw_lit(const Buffer& buffer, GLint first, GLsizei count) {
+    buffer.bind(GL_ARRAY_BUFFER);
+    glEnableClientState(GL_VERTEX_ARRAY);
+    glEnableClientState(GL_NORMAL_ARRAY);
+    glVertexPointer(3, GL_FLOAT, sizeof(LitVertex), nullptr);
+    glNormalPointer(GL_BYTE, sizeof(LitVertex), reinterpret_cast<const void*>(offsetof(LitVertex, normal)));
+    glDrawArrays(GL_TRIANGLES, first, count);
+    glDisableClientState(GL_NORMAL_ARRAY);
+    glDisableClientState(GL_VERTEX_ARRAY);
+    glBindBuffer(GL_ARRAY_BUFFER, 0);
+}
+
+std::array<std::uint8_t, 4> color_bytes(const Color& color) {
+    std::array<std::uint8_t, 4> bytes;
+    for (std::size_t k = 0; k < 4; ++k)
+        bytes[k] = static_cast<std::uint8_t>(std::lround(255 * std::clamp(color[k], 0.0f, 1.0f)));
+    return bytes;
+}
+
+ColorVertex color_vertex(const Vec3& place, const Color& color) {
+    return {{static_cast<float>(place[0]), static_cast<float>(place[1]), static_cast<float>(place[2])},
+            color_bytes(color)};
+}
+
+std::vector<ColorVertex> line_vertices(std::span<const Line> lines) {
+    std::vector<ColorVertex> out;
+    out.reserve(2 * lines.size());
+    for (const Line& line : lines) {
+        out.push_back(color_vertex(line.from, line.color));
+        out.push_back(color_vertex(line.to, line.color));
+    }
+    return out;
+}
+
+void draw_lines(const Buffer& buffer) {
+    if (buffer.count() == 0) return;
+    buffer.bind(GL_ARRAY_BUFFER);
+    glEnableClientState(GL_VERTEX_ARRAY);
+    glEnableClientState(GL_COLOR_ARRAY);
+    glVertexPointer(3, GL_FLOAT, sizeof(ColorVertex), nullptr);
+    glColorPointer(4, GL_UNSIGNED_BYTE, sizeof(ColorVertex),
+                   reinterpret_cast<const void*>(offsetof(ColorVertex, color)));
+    glDrawArrays(GL_LINES, 0, buffer.count());
+    glDisableClientState(GL_COLOR_ARRAY);
+    glDisableClientState(GL_VERTEX_ARRAY);
+    glBindBuffer(GL_ARRAY_BUFFER, 0);
+}
+
+void add_cone(std::vector<LitVertex>& out, const Cone& cone) {
+    constexpr int sides = 10;
+    const Vec3 across = std::abs(cone.axis[0]) < 0.9 ? Vec3{1, 0, 0} : Vec3{0, 1, 0};
+    const Vec3 u = unit(cross(cone.axis, across)), v = cross(cone.axis, u);
+    const Vec3 base = plus(cone.tip, times(cone.height, cone.axis));
+    const double slope = cone.radius / cone.height;
+    auto around = [&](double k) {
+        const double angle = 2 * std::numbers::pi * k / sides;
+        return plus(times(std::cos(angle), u), times(std::sin(angle), v));
+    };
+    auto normal = [&](double k) { return unit(minus(around(k), times(slope, cone.axis))); };
+    for (int k = 0; k < sides; ++k) {
+        const Vec3 a = plus(base, times(cone.radius, around(k))), b = plus(base, times(cone.radius, around(k + 1)));
+        out.push_back(lit_vertex(cone.tip, normal(k + 0.5)));
+        out.push_back(lit_vertex(b, normal(k + 1)));
+        out.push_back(lit_vertex(a, normal(k)));
+        for (const Vec3& p : {base, a, b}) out.push_back(lit_vertex(p, cone.axis));
+    }
+}
+
+void set_material(const Color& color) {
+    const float diffuse[4] = {color[0], color[1], color[2], 1};
+    const float ambient[4] = {0.5f * color[0], 0.5f * color[1], 0.5f * color[2], 1};
+    const float specular[4] = {0.15f, 0.15f, 0.15f, 1};
+    glMaterialfv(GL_FRONT_AND_BACK, GL_DIFFUSE, diffuse);
+    glMaterialfv(GL_FRONT_AND_BACK, GL_AMBIENT, ambient);
+    glMaterialfv(GL_FRONT_AND_BACK, GL_SPECULAR, specular);
+    glMaterialf(GL_FRONT_AND_BACK, GL_SHININESS, 40);
+}
+
+}  // namespace kestralum::view::gl

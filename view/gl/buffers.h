@@ -1,0 +1,65 @@
+// Vertex and index arrays on the graphics card.
+#pragma once
+
+#include <GL/gl.h>
+#include <GL/glext.h>
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "view/symbols.h"
+
+namespace kestralum::view::gl {
+
+// Bytes of geometry sent to the card by this process so far: a repaint that changes nothing adds none.
+std::int64_t bytes_sent();
+
+// One buffer object. All calls need the context that it was first sent in; a buffer whose context has
+// gone is forgotten with release(false).
+class Buffer {
+public:
+    Buffer() = default;
+    Buffer(const Buffer&) = delete;
+    Buffer& operator=(const Buffer&) = delete;
+
+    template <typename T>
+    void send(GLenum target, const std::vector<T>& data) {
+        send_bytes(target, data.data(), data.size() * sizeof(T));
+        count_ = static_cast<GLsizei>(data.size());
+    }
+    void bind(GLenum target) const;
+    GLsizei count() const { return count_; }  // elements sent
+    bool sent() const { return id_ != 0; }
+    void release(bool context_alive);
+
+private:
+    void send_bytes(GLenum target, const void* data, std::size_t bytes);
+    GLuint id_ = 0;
+    GLsizei count_ = 0;
+};
+
+struct LitVertex {
+    std::array<float, 3> place;
+    std::array<std::int8_t, 4> normal;  // × 127
+};
+LitVertex lit_vertex(const Vec3& place, const Vec3& normal);
+void draw_lit(const Buffer& buffer, GLint first, GLsizei count);  // triangles
+
+struct ColorVertex {
+    std::array<float, 3> place;
+    std::array<std::uint8_t, 4> color;
+};
+ColorVertex color_vertex(const Vec3& place, const Color& color);
+std::array<std::uint8_t, 4> color_bytes(const Color& color);
+std::vector<ColorVertex> line_vertices(std::span<const Line> lines);
+void draw_lines(const Buffer& buffer);
+
+// A cone with its base, as triangles.
+void add_cone(std::vector<LitVertex>& out, const Cone& cone);
+
+// Diffuse `color`, half of it ambient.
+void set_material(const Color& color);
+
+}  // namespace kestralum::view::gl

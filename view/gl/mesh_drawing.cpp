@@ -1,0 +1,175 @@
+#include "view/gl/mesh_drawing.h"
+
+#include <algorithm>
+
+namespace kestralum::view::gl {
+
+namespace {
+
+// Triangles of solid elements come first; facets of STL parts have no values.
+std::int64_t first_facet(const Surface& surface) {
+    const auto at = std::find(surface.triangle_element.begin(), surface.triangle_element.end(), -1);
+    return at - surface.triangle_element.begin();
+}
+
+// cos(2πk/20) takes the same value at k and 20 - k.
+std::size_t distinct_phase(AnalysisType ana_type, int phase) {
+    if (ana_type != AnalysisType::eigen) return 0;
+    return static_cast<std::size_t>(std::min(phase, phase_count - phase));
+}
+
+}  // namespace
+
+void MeshDrawing::update(const Picture& picture, const SceneTables& tables, const DisplayState& state) {
+    centre_ = tables.box().centre();
+    if (faces_revision_ != picture.faces_revision()) {
+        faces_revision_ = picture.faces_revision();
+        send_indices(picture, tables.mesh.node_num());
+        color_revision_ = shape_revision_ = 0;
+    }
+    if (color_revision_ != picture.color_revision() || alpha_ != state.transparency) {
+        color_revision_ = picture.color_revision();
+        alpha_ = state.transparency;
+        if (contour_ != picture.contour())
+            for (Shape& shape : shapes_) shape.lit_valid = false;
+        contour_ = picture.contour();
+        if (contour_) send_colors(picture, alpha_);
+    }
+    if (shape_revision_ != picture.shape_revision()) {
+        shape_revision_ = picture.shape_revision();
+        for (Shape& shape : shapes_) shape.nodes_valid = shape.lit_valid = false;
+    }
+    const std::int64_t lit_first = contour_ ? first_facet(picture.outside()) : 0;
+    if (lit_first != lit_first_)
+        for (Shape& shape : shapes_) shape.lit_valid = false;
+    lit_first_ = lit_first;
+    lit_parts_.clear();
+    for (const PartTriangles& part : picture.outside().parts)
+        if (part.first >= lit_first_) lit_parts_.push_back(part);
+    // undeformed, all phases are one
+    shape_ = picture.deformed() ? distinct_phase(tables.ana_type, state.phase) : 0;
+    send_shape(picture, tables, state.phase, shapes_[shape_]);
+}
+
+void MeshDrawing::send_indices(const Picture& picture, std::int32_t node_num) {
+    const Surface& faces = picture.faces();
+    const Surface& outside = picture.outside();
+    nodes_ = faces.nodes;
+    vertex_of_.assign(static_cast<std::size_t>(node_num), -1);
+    for (std::size_t k = 0; k < nodes_.size(); ++k)
+        vertex_of_[static_cast<std::size_t>(nodes_[k])] = static_cast<std::int32_t>(k);
+    auto send = [&](Buffer& buffer, const std::vector<std::int32_t>& nodes) {
+        std::vector<std::uint32_t> indices(nodes.size());
+        for (std::size_t k = 0; k < nodes.size(); ++k)
+            indices[k] = static_cast<std::uint32_t>(vertex_of_[static_cast<std::size_t>(nodes[k])]);
+        buffer.send(GL_ELEMENT_ARRAY_BUFFER, indices);
+    };
+    send(triangles_, faces.triangles);
+    contour_indices_ = static_cast<GLsizei>(3 * first_facet(faces));
+    send(edges_, outside.edges);
+    send(outline_, outside.outline);
+    send(points_, outside.nodes);
+}
+
+void MeshDrawing::send_colors(const Picture& picture, double alpha) {
+    std::vector<std::array<std::uint8_t, 4>> colors(nodes_.size());
+    for (std::size_t k = 0; k < nodes_.size(); ++k)
+        colors[k] = color_bytes(contour_color(
+            normalised(picture.values()[static_cast<std::size_t>(nodes_[k])], *picture.range()), alpha));
+    colors_.send(GL_ARRAY_BUFFER, colors);
+}
+
+void MeshDrawing::send_shape(const Picture& picture, const SceneTables& tables, int phase, Shape& shape) {
+    const bool lit_needed = !lit_parts_.empty() && !shape.lit_valid;
+    if (shape.nodes_valid && !lit_needed) return;
+    picture.place(tables, phase, places_);
+    if (!shape.nodes_valid) {
+        std::vector<std::array<float, 3>> vertices(nodes_.size());
+        for (std::size_t k = 0; k < nodes_.size(); ++k) {
+            const Vec3 p = minus(triple(places_, nodes_[k]), centre_);
+            vertices[k] = {static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
+        }
+        shape.nodes.send(GL_ARRAY_BUFFER, vertices);
+        shape.nodes_valid = true;
+    }
+    if (!lit_needed) return;
+    const Surface& outside = picture.outside();
+    const std::vector<float> normals = triangle_normals(outside, places_);
+    std::vector<LitVertex> vertices;
+    vertices.reserve(outside.triangles.size() - static_cast<std::size_t>(3 * lit_first_));
+    for (auto k = static_cast<std::size_t>(3 * lit_first_); k < outside.triangles.size(); ++k) {
+        const float* n = &normals[k - k % 3];
+        vertices.push_back(lit_vertex(minus(triple(places_, outside.triangles[k]), centre_), {n[0], n[1], n[2]}));
+    }
+    shape.lit.send(GL_ARRAY_BUFFER, vertices);
+    shape.lit_valid = true;
+}
+
+void MeshDrawing::bind_nodes() const {
+    shapes_[shape_].nodes.bind(GL_ARRAY_BUFFER);
+    glEnableClientState(GL_VERTEX_ARRAY);
+    glVertexPointer(3, GL_FLOAT, 0, nullptr);
+}
+
+namespace {
+
+void draw_indexed(GLenum kind, const Buffer& indices, GLsizei count) {
+    if (count > 0) {
+        indices.bind(GL_ELEMENT_ARRAY_BUFFER);
+        glDrawElements(kind, count, GL_UNSIGNED_INT, nullptr);
+        glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, 0);
+    }
+    glDisableClientState(GL_VERTEX_ARRAY);
+    glBindBuffer(GL_ARRAY_BUFFER, 0);
+}
+
+}  // namespace
+
+void MeshDrawing::draw_contour_faces() const {
+    if (!contour_) return;
+    bind_nodes();
+    colors_.bind(GL_ARRAY_BUFFER);
+    glEnableClientState(GL_COLOR_ARRAY);
+    glColorPointer(4, GL_UNSIGNED_BYTE, 0, nullptr);
+    draw_indexed(GL_TRIANGLES, triangles_, contour_indices_);
+    glDisableClientState(GL_COLOR_ARRAY);
+}
+
+void MeshDrawing::draw_lit_faces(std::span<const Part> parts) const {
+    for (const PartTriangles& group : lit_parts_) {
+        Color color{0.7f, 0.7f, 0.7f, 1};
+        if (group.part >= 0 && static_cast<std::size_t>(group.part) < parts.size())
+            for (std::size_t k = 0; k < 3; ++k)
+                color[k] = static_cast<float>(parts[static_cast<std::size_t>(group.part)].color[k]);
+        set_material(color);
+        draw_lit(shapes_[shape_].lit, static_cast<GLint>(3 * (group.first - lit_first_)),
+                 static_cast<GLsizei>(3 * group.count));
+    }
+}
+
+void MeshDrawing::draw_edges() const {
+    bind_nodes();
+    draw_indexed(GL_LINES, edges_, edges_.count());
+}
+
+void MeshDrawing::draw_outline() const {
+    bind_nodes();
+    draw_indexed(GL_LINES, outline_, outline_.count());
+}
+
+void MeshDrawing::draw_nodes() const {
+    bind_nodes();
+    draw_indexed(GL_POINTS, points_, points_.count());
+}
+
+void MeshDrawing::release(bool context_alive) {
+    for (Buffer* buffer : {&triangles_, &edges_, &outline_, &points_, &colors_}) buffer->release(context_alive);
+    for (Shape& shape : shapes_) {
+        shape.nodes.release(context_alive);
+        shape.lit.release(context_alive);
+        shape.nodes_valid = shape.lit_valid = false;
+    }
+    faces_revision_ = color_revision_ = shape_revision_ = 0;
+}
+
+}  // namespace kestralum::view::gl

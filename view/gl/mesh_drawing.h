@@ -1,0 +1,49 @@
+// The mesh on the graphics card: faces, element edges, outline and nodes. Only drawn nodes are sent.
+// A mode is sent once for each of its eleven different phases and then swings without sending.
+#pragma once
+
+#include "view/gl/buffers.h"
+#include "view/picture.h"
+
+namespace kestralum::view::gl {
+
+class MeshDrawing {
+public:
+    // Sends what has changed; `phase` is the entry of the phase table that will be drawn.
+    void update(const Picture& picture, const SceneTables& tables, const DisplayState& state);
+
+    // Lighting is the caller's affair: off for all but draw_lit_faces.
+    void draw_contour_faces() const;  // coloured by value
+    void draw_lit_faces(std::span<const Part> parts) const;
+    void draw_edges() const;
+    void draw_outline() const;
+    void draw_nodes() const;
+    void release(bool context_alive);
+
+private:
+    // Node places of one phase; the lit triangles are made when they are first shown.
+    struct Shape {
+        Buffer nodes, lit;
+        bool nodes_valid = false, lit_valid = false;
+    };
+    void send_indices(const Picture& picture, std::int32_t node_num);
+    void send_colors(const Picture& picture, double alpha);
+    void send_shape(const Picture& picture, const SceneTables& tables, int phase, Shape& shape);
+    void bind_nodes() const;
+
+    std::vector<std::int32_t> nodes_;       // drawn, ascending, 0-based
+    std::vector<std::int32_t> vertex_of_;   // node -> place in nodes_, -1 = not drawn
+    Buffer triangles_, edges_, outline_, points_, colors_;
+    std::array<Shape, phase_count / 2 + 1> shapes_;
+    std::size_t shape_ = 0;                 // in force
+    std::vector<PartTriangles> lit_parts_;  // drawn lit: all, or in a contour those without values
+    std::int64_t lit_first_ = 0;            // triangle
+    GLsizei contour_indices_ = 0;
+    Vec3 centre_{};
+    std::vector<double> places_;            // scratch
+    std::uint64_t faces_revision_ = 0, color_revision_ = 0, shape_revision_ = 0;
+    double alpha_ = -1;
+    bool contour_ = false;
+};
+
+}  // namespace kestralum::view::gl

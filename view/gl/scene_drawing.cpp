@@ -1,0 +1,290 @@
+#include "view/gl/scene_drawing.h"
+
+#include <GL/glu.h>
+
+#include <algorithm>
+#include <numbers>
+
+namespace kestralum::view::gl {
+
+namespace {
+
+constexpr Color cone_color{0.55f, 0.35f, 0.1f, 1}, arrow_color{0.85f, 0.1f, 0.1f, 1};
+constexpr double head_share = 0.3;  // of an arrow
+
+std::vector<double> arrow_places(const Picture& picture, const SceneTables& tables) {
+    if (tables.ana_type != AnalysisType::eigen && picture.deformed()) {
+        std::vector<double> places;
+        picture.place(tables, 0, places);
+        return places;
+    }
+    return tables.mesh.coordinates;  // a swinging mode leaves its loads behind
+}
+
+void add_arrow(const Arrow& arrow, std::vector<Line>& shafts, std::vector<LitVertex>& heads) {
+    const Vec3 along = minus(arrow.tip, arrow.tail);
+    const double length = norm(along);
+    const Vec3 back = unit(times(-1, along));
+    shafts.push_back({arrow.tail, plus(arrow.tip, times(0.8 * head_share * length, back)), arrow_color});
+    const double height = head_share * length;
+    add_cone(heads, {arrow.tip, back, height, 0.25 * height});
+    if (arrow.moment) add_cone(heads, {plus(arrow.tip, times(0.6 * height, back)), back, height, 0.25 * height});
+}
+
+// Dense meshes fade: edges closer than a few pixels would blacken the faces.
+float fading(double pixels_per_edge) {
+    return static_cast<float>(std::clamp(pixels_per_edge / 16, 0.12, 0.6));
+}
+
+double pixels_per_length(const Camera& camera, const Scene& scene) {
+    const double L = extent_of(scene.max_length);
+    const double away = std::max(L - camera.shift[2], 0.01 * L);
+    return 0.5 * camera.height / (std::tan(0.5 * field_of_view * std::numbers::pi / 180) * away);
+}
+
+}  // namespace
+
+ContourBar shown_bar(const Picture& picture, const DisplayState& state, AnalysisType ana_type) {
+    if (!picture.contour() || !state.shows(ViewFlag::contour_bar)) return {};
+    return contour_bar(state.contour, ana_type, *picture.range());
+}
+
+std::vector<double> extent_points(const Picture& picture, const SceneTables& tables, const DisplayState& state) {
+    std::vector<double> points, places;
+    auto add_mesh = [&](int phase) {
+        picture.place(tables, phase, places);
+        for (const std::int32_t n : picture.outside().nodes)
+            points.insert(points.end(), &places[3 * static_cast<std::size_t>(n)], &places[3 * static_cast<std::size_t>(n)] + 3);
+    };
+    add_mesh(0);
+    if (tables.ana_type == AnalysisType::eigen && picture.deformed()) add_mesh(phase_count / 2);
+    if (state.shows(ViewFlag::force))
+        for (const Arrow& arrow : force_symbols(tables.mesh, tables.forces, arrow_places(picture, tables)).arrows)
+            points.insert(points.end(), arrow.tail.begin(), arrow.tail.end());
+    if (points.empty()) points.assign(tables.mesh.coordinates.begin(), tables.mesh.coordinates.end());
+    return points;
+}
+
+void SceneDrawing::draw(const SceneTables& tables, const DisplayState& state, const Camera& camera,
+                        TextPainter& painter) {
+    picture_.update(tables, state);
+    mesh_.update(picture_, tables, state);
+    update_symbols(tables);
+    update_loads(tables);
+    const Scene scene = tables.box();
+    set_state(state, camera, scene);
+    // opaque symbols first, so that they shine through a translucent model
+    draw_symbols(state);
+    draw_mesh(tables, state, camera);
+    draw_hidden_axes(state);
+    draw_overlay(texts(tables, state), camera, scene, painter);
+}
+
+void SceneDrawing::set_state(const DisplayState& state, const Camera& camera, const Scene& scene) const {
+    glViewport(0, 0, camera.width, camera.height);
+    glClearColor(0.9f, 0.9f, 0.9f, 1);
+    glDepthMask(GL_TRUE);
+    glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
+    glDisable(GL_SCISSOR_TEST);
+    glDisable(GL_STENCIL_TEST);
+    glDisable(GL_TEXTURE_2D);
+    glDisable(GL_CULL_FACE);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    glEnable(GL_MULTISAMPLE);
+    glEnable(GL_DEPTH_TEST);
+    glDepthFunc(GL_LEQUAL);
+    glEnable(GL_ALPHA_TEST);
+    glAlphaFunc(GL_GREATER, 0);
+    glEnable(GL_BLEND);
+    // the picture's own alpha stays 1: a grab must not come out translucent
+    glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+    glShadeModel(GL_SMOOTH);
+    glEnable(GL_NORMALIZE);
+    glPolygonMode(GL_FRONT_AND_BACK, GL_FILL);
+
+    glMatrixMode(GL_PROJECTION);
+    glLoadMatrixd(projection(camera, scene).data());
+    glMatrixMode(GL_MODELVIEW);
+    glLoadIdentity();
+    // a fainter light from the viewer: no side of the model is ever black
+    const float viewer[4] = {0, 0, 1, 0}, dim[4] = {0.35f, 0.35f, 0.35f, 1}, none[4] = {0, 0, 0, 1};
+    glLightfv(GL_LIGHT1, GL_POSITION, viewer);
+    glLightfv(GL_LIGHT1, GL_DIFFUSE, dim);
+    glLightfv(GL_LIGHT1, GL_SPECULAR, none);
+    glLightfv(GL_LIGHT1, GL_AMBIENT, none);
+    glEnable(GL_LIGHT1);
+    glLoadMatrixd(model_view(camera, scene).data());
+    const float main[4] = {static_cast<float>(state.light[0]), static_cast<float>(state.light[1]),
+                           static_cast<float>(state.light[2]), 1};
+    const float diffuse[4] = {0.7f, 0.7f, 0.7f, 1}, specular[4] = {1, 1, 1, 1}, ambient[4] = {0.3f, 0.3f, 0.3f, 1};
+    glLightfv(GL_LIGHT0, GL_POSITION, main);
+    glLightfv(GL_LIGHT0, GL_DIFFUSE, diffuse);
+    glLightfv(GL_LIGHT0, GL_SPECULAR, specular);
+    glLightfv(GL_LIGHT0, GL_AMBIENT, ambient);
+    glEnable(GL_LIGHT0);
+    glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, 1);
+}
+
+void SceneDrawing::draw_mesh(const SceneTables& tables, const DisplayState& state, const Camera& camera) const {
+    const Scene scene = tables.box();
+    const Vec3 centre = scene.centre();
+    glPushMatrix();
+    glTranslated(centre[0], centre[1], centre[2]);
+    glEnable(GL_POLYGON_OFFSET_FILL);
+    glPolygonOffset(1, 1);
+    if (state.shows(ViewFlag::fem)) {
+        glEnable(GL_LIGHTING);
+        mesh_.draw_lit_faces(tables.parts);
+        glDisable(GL_LIGHTING);
+        if (picture_.translucent()) glDepthMask(GL_FALSE);
+        mesh_.draw_contour_faces();
+        glDepthMask(GL_TRUE);
+    }
+    glDisable(GL_POLYGON_OFFSET_FILL);
+    glDisable(GL_LIGHTING);
+    const double pixels = picture_.edge_length() * pixels_per_length(camera, scene);
+    if (state.shows(ViewFlag::wire)) {
+        glLineWidth(1);
+        glColor4f(0.05f, 0.05f, 0.05f, fading(pixels));
+        mesh_.draw_edges();
+    }
+    if (state.shows(ViewFlag::shape)) {
+        glLineWidth(1.5f);
+        glColor4f(0, 0, 0, 0.9f);
+        mesh_.draw_outline();
+    }
+    if (state.shows(ViewFlag::node)) {
+        glPointSize(pixels < 6 ? 1.0f : pixels < 14 ? 2.0f : 3.0f);
+        glColor4f(0, 0, 0, std::min(1.0f, 1.5f * fading(pixels)));
+        mesh_.draw_nodes();
+        glPointSize(1);
+    }
+    glPopMatrix();
+    if (const auto at = picked_place(tables, state)) {
+        glDisable(GL_DEPTH_TEST);
+        glPointSize(9);
+        glColor4f(1, 0, 1, 1);
+        glBegin(GL_POINTS);
+        glVertex3dv(at->data());
+        glEnd();
+        glPointSize(1);
+        glEnable(GL_DEPTH_TEST);
+    }
+}
+
+void SceneDrawing::draw_symbols(const DisplayState& state) const {
+    glDisable(GL_LIGHTING);
+    glLineWidth(2);
+    if (state.shows(ViewFlag::axes)) draw_lines(axes_);
+    if (state.shows(ViewFlag::part_axes)) draw_lines(part_axes_);
+    if (state.shows(ViewFlag::shape)) draw_lines(features_);
+    if (state.shows(ViewFlag::rigid_element)) draw_lines(rigid_);
+    if (state.shows(ViewFlag::dimension)) draw_lines(dimension_lines_);
+    if (state.shows(ViewFlag::force)) draw_lines(arrow_shafts_);
+    glLineWidth(1);
+    glEnable(GL_LIGHTING);
+    if (state.shows(ViewFlag::bc) && cones_.count() > 0) {
+        set_material(cone_color);
+        draw_lit(cones_, 0, cones_.count());
+    }
+    if (state.shows(ViewFlag::force) && arrow_heads_.count() > 0) {
+        set_material(arrow_color);
+        draw_lit(arrow_heads_, 0, arrow_heads_.count());
+    }
+    glDisable(GL_LIGHTING);
+}
+
+// What of the axes lies inside or behind the model shines through it.
+void SceneDrawing::draw_hidden_axes(const DisplayState& state) const {
+    glDepthFunc(GL_GREATER);
+    glDepthMask(GL_FALSE);
+    glLineWidth(2);
+    glEnable(GL_LINE_STIPPLE);
+    glLineStipple(2, 0x5555);
+    if (state.shows(ViewFlag::axes)) draw_lines(axes_);
+    if (state.shows(ViewFlag::part_axes)) draw_lines(part_axes_);
+    glDisable(GL_LINE_STIPPLE);
+    glLineWidth(1);
+    glDepthMask(GL_TRUE);
+    glDepthFunc(GL_LEQUAL);
+}
+
+void SceneDrawing::update_symbols(const SceneTables& tables) {
+    if (symbols_of_ == picture_.mesh_revision()) return;
+    symbols_of_ = picture_.mesh_revision();
+    const double L = extent_of(tables.mesh.max_length);
+    auto send = [](Buffer& buffer, const std::vector<Line>& lines) {
+        buffer.send(GL_ARRAY_BUFFER, line_vertices(lines));
+    };
+    send(axes_, axes(0.2 * L));
+    send(part_axes_, part_axes(tables.parts_o, 0.2 * L));
+    send(features_, feature_outlines(tables.parts_o));
+    const RigidMarkers rigid = rigid_markers(tables.rigid_elements, tables.mesh.max_length);
+    send(rigid_, rigid.lines);
+    rigid_labels_ = rigid.labels;
+    const Dimensions sizes = dimensions(tables.box());
+    send(dimension_lines_, sizes.lines);
+    dimension_labels_ = sizes.labels;
+    part_labels_ = part_names(tables.mesh, tables.parts, tables.mesh.coordinates);
+    std::vector<LitVertex> cones;  // supports do not move
+    for (const Cone& cone : support_cones(tables.mesh, tables.fixed_nodes, tables.mesh.coordinates)) add_cone(cones, cone);
+    cones_.send(GL_ARRAY_BUFFER, cones);
+}
+
+void SceneDrawing::update_loads(const SceneTables& tables) {
+    if (loads_of_mesh_ == picture_.mesh_revision() && loads_of_shape_ == picture_.shape_revision()) return;
+    loads_of_mesh_ = picture_.mesh_revision();
+    loads_of_shape_ = picture_.shape_revision();
+    std::vector<Line> shafts;
+    std::vector<LitVertex> heads;
+    force_labels_.clear();
+    auto add = [&](const ForceSymbols& symbols) {
+        for (const Arrow& arrow : symbols.arrows) add_arrow(arrow, shafts, heads);
+        force_labels_.insert(force_labels_.end(), symbols.labels.begin(), symbols.labels.end());
+    };
+    add(force_symbols(tables.mesh, tables.forces, arrow_places(picture_, tables)));
+    add(rigid_force_symbols(tables.mesh, tables.rigid_forces, tables.rigid_elements));
+    arrow_shafts_.send(GL_ARRAY_BUFFER, line_vertices(shafts));
+    arrow_heads_.send(GL_ARRAY_BUFFER, heads);
+}
+
+OverlayTexts SceneDrawing::texts(const SceneTables& tables, const DisplayState& state) const {
+    OverlayTexts out;
+    if (state.shows(ViewFlag::text) && state.result_ready) {
+        out.legend = legend_text(tables.ana_type, state.contour, tables.results, tables.control, state.frame);
+        if (picture_.deformed()) out.scale = scale_text(picture_.factor());
+    }
+    if (state.shows(ViewFlag::fem_information) && tables.mesh.element_num() > 0)
+        out.lines = fem_information(tables.mesh, tables.parts.size());
+    if (pick_ && state.shows(ViewFlag::text)) out.lines.push_back(pick_text(*pick_));
+    auto add = [&](ViewFlag flag, const std::vector<Label>& labels) {
+        if (state.shows(flag)) out.labels.insert(out.labels.end(), labels.begin(), labels.end());
+    };
+    add(ViewFlag::part_name, part_labels_);
+    add(ViewFlag::rigid_element, rigid_labels_);
+    add(ViewFlag::dimension, dimension_labels_);
+    add(ViewFlag::force, force_labels_);
+    out.bar = shown_bar(picture_, state, tables.ana_type);
+    return out;
+}
+
+std::optional<Vec3> SceneDrawing::picked_place(const SceneTables& tables, const DisplayState& state) const {
+    if (!pick_ || pick_->node < 1 || pick_->node > tables.mesh.node_num()) return std::nullopt;
+    const std::int64_t n = node_index(pick_->node);
+    Vec3 place = triple(tables.mesh.coordinates, n);
+    if (picture_.deformed()) {
+        const double swing = phase_table(tables.ana_type)[static_cast<std::size_t>(state.phase)];
+        place = plus(place, times(picture_.factor() * swing, triple(picture_.vector(), n)));
+    }
+    return place;
+}
+
+void SceneDrawing::release(bool context_alive) {
+    mesh_.release(context_alive);
+    for (Buffer* buffer : {&axes_, &part_axes_, &features_, &rigid_, &dimension_lines_, &cones_, &arrow_shafts_,
+                           &arrow_heads_})
+        buffer->release(context_alive);
+    symbols_of_ = loads_of_mesh_ = loads_of_shape_ = 0;
+}
+
+}  // namespace kestralum::view::gl

@@ -1,0 +1,58 @@
+// Draws the scene with the fixed-function pipeline of OpenGL.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "view/gl/mesh_drawing.h"
+#include "view/gl/overlay.h"
+#include "view/picking.h"
+
+namespace kestralum::view::gl {
+
+// All calls but the *_changed ones and picture() need a current context, always the same one.
+class SceneDrawing {
+public:
+    void mesh_changed() { picture_.mesh_changed(); }
+    void results_changed() { picture_.results_changed(); }
+    const Picture& picture() const { return picture_; }
+
+    // Clears the framebuffer in force and draws. Sets every piece of state it relies on.
+    void draw(const SceneTables& tables, const DisplayState& state, const Camera& camera, TextPainter& painter);
+
+    // The node that was picked: marked and told in the picture until the mesh changes or none is set.
+    void set_pick(const std::optional<Pick>& pick) { pick_ = pick; }
+
+    // Brings picture() up to date without drawing; needs no context.
+    void update(const SceneTables& tables, const DisplayState& state) { picture_.update(tables, state); }
+
+    // Frees what lies on the card, or forgets it where its context has gone.
+    void release(bool context_alive);
+
+private:
+    void set_state(const DisplayState& state, const Camera& camera, const Scene& scene) const;
+    void update_symbols(const SceneTables& tables);
+    void update_loads(const SceneTables& tables);
+    void draw_mesh(const SceneTables& tables, const DisplayState& state, const Camera& camera) const;
+    void draw_symbols(const DisplayState& state) const;
+    void draw_hidden_axes(const DisplayState& state) const;
+    OverlayTexts texts(const SceneTables& tables, const DisplayState& state) const;
+    std::optional<Vec3> picked_place(const SceneTables& tables, const DisplayState& state) const;
+
+    Picture picture_;
+    MeshDrawing mesh_;
+    std::optional<Pick> pick_;
+
+    // symbols of the mesh, and those that follow the deformed shape
+    std::uint64_t symbols_of_ = 0, loads_of_mesh_ = 0, loads_of_shape_ = 0;
+    Buffer axes_, part_axes_, features_, rigid_, dimension_lines_, cones_, arrow_shafts_, arrow_heads_;
+    std::vector<Label> part_labels_, rigid_labels_, dimension_labels_, force_labels_;
+};
+
+// The bar shown; without colours where there is none.
+ContourBar shown_bar(const Picture& picture, const DisplayState& state, AnalysisType ana_type);
+
+// The places that the picture extends to: the mesh at both ends of a mode's swing and its arrows.
+std::vector<double> extent_points(const Picture& picture, const SceneTables& tables, const DisplayState& state);
+
+}  // namespace kestralum::view::gl

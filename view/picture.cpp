@@ -1,0 +1,97 @@
+#include "view/picture.h"
+
+namespace kestralum::view {
+
+namespace {
+
+// The mean over at most about a thousand edges says how dense a mesh looks.
+double mean_edge_length(const Surface& surface, std::span<const double> coordinates) {
+    const std::size_t edges = surface.edges.size() / 2, stride = edges / 1000 + 1;
+    double sum = 0, count = 0;
+    for (std::size_t k = 0; k < edges; k += stride, ++count)
+        sum += norm(minus(triple(coordinates, surface.edges[2 * k + 1]), triple(coordinates, surface.edges[2 * k])));
+    return count > 0 ? sum / count : 0;
+}
+
+// The results belong to the mesh, and the quantity has values in them.
+bool carries_values(const SceneTables& tables, const DisplayState& state) {
+    const Quantity* quantity = quantity_at(state.contour);
+    return state.result_ready && quantity && quantity->source != Source::none &&
+           tables.results.mode_num() > 0 && tables.mesh.element_num() > 0;
+}
+
+}  // namespace
+
+void Picture::mesh_changed() {
+    ++mesh_revision_;
+    ++results_revision_;
+    vector_ = {};
+}
+
+void Picture::update(const SceneTables& tables, const DisplayState& state) {
+    const bool carries = carries_values(tables, state);
+    update_faces(tables, state, carries);
+    update_values(tables, state, carries);
+    update_shape(tables, state);
+}
+
+void Picture::update_faces(const SceneTables& tables, const DisplayState& state, bool carries) {
+    const bool translucent = carries && state.transparency < 1;
+    if (drawn_mesh_ != mesh_revision_) {
+        free_ = build_surface(tables.mesh, Faces::free);
+        all_ = {};
+        all_built_ = false;
+        edge_length_ = mean_edge_length(free_, tables.mesh.coordinates);
+        drawn_mesh_ = mesh_revision_;
+        translucent_ = !translucent;  // counts as a change below
+    }
+    if (translucent_ == translucent) return;
+    translucent_ = translucent;
+    if (translucent && !all_built_) {
+        all_ = build_surface(tables.mesh, Faces::all);
+        all_built_ = true;
+    }
+    ++faces_revision_;
+}
+
+void Picture::update_values(const SceneTables& tables, const DisplayState& state, bool carries) {
+    const ValueKey key{results_revision_, faces_revision_, state.contour, state.frame, state.all_frames_range,
+                       carries};
+    if (key == value_key_) return;
+    value_key_ = key;
+    ++color_revision_;
+    values_.clear();
+    range_.reset();
+    if (!carries) return;
+    values_ = nodal_values(state.contour, tables.mesh, tables.results, state.frame);
+    if (values_.empty()) return;
+    if (!state.all_frames_range) {
+        range_ = value_range(values_, faces().value_nodes);
+        return;
+    }
+    const RangeKey range_key{results_revision_, faces_revision_, state.contour};
+    if (!(range_key == all_frames_key_)) {
+        all_frames_key_ = range_key;
+        all_frames_range_ =
+            value_range_all_frames(state.contour, tables.mesh, tables.results, faces().value_nodes);
+    }
+    range_ = all_frames_range_;
+}
+
+void Picture::update_shape(const SceneTables& tables, const DisplayState& state) {
+    const ShapeKey key{results_revision_, faces_revision_,  state.frame,       tables.ana_type,
+                       state.mode_scale,  state.auto_scale, state.result_ready};
+    if (key == shape_key_) return;
+    shape_key_ = key;
+    ++shape_revision_;
+    vector_ = {};
+    if (state.result_ready) vector_ = frame_displacement(tables.results, 3 * tables.mesh.node_num(), state.frame);
+    factor_ = scale_factor(tables.ana_type, vector_, {tables.mesh.max_length, state.mode_scale, state.auto_scale});
+    phases_ = phase_table(tables.ana_type);
+}
+
+void Picture::place(const SceneTables& tables, int phase, std::vector<double>& out) const {
+    displace(tables.mesh.coordinates, vector_, factor_ * phases_[static_cast<std::size_t>(phase)], out);
+}
+
+}  // namespace kestralum::view

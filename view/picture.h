@@ -1,0 +1,108 @@
+// What the drawing sends to the graphics card, computed from the store's tables and kept until they or
+// the display state change.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "view/camera.h"
+#include "view/contour.h"
+#include "view/deformation.h"
+#include "view/display_state.h"
+#include "view/surface.h"
+
+namespace kestralum::view {
+
+// The tables of the store that are drawn.
+struct SceneTables {
+    const Mesh& mesh;
+    const Results& results;
+    const AnalysisControl& control;
+    AnalysisType ana_type;
+    std::span<const Part> parts, parts_o;
+    std::span<const AppliedForce> forces;
+    std::span<const RigidElement> rigid_elements;
+    std::span<const RigidForce> rigid_forces;
+    std::span<const std::int32_t> fixed_nodes;  // 0-based
+
+    Scene box() const { return {mesh.size_info, mesh.max_length}; }
+};
+
+class Picture {
+public:
+    // The mesh is another one; so are the results.
+    void mesh_changed();
+    // The results are others, on the same mesh.
+    void results_changed() { ++results_revision_; }
+
+    // Brings everything up to date with the tables and the state.
+    void update(const SceneTables& tables, const DisplayState& state);
+
+    // The faces of one element only: what is outlined, lit and picked.
+    const Surface& outside() const { return free_; }
+    // The faces that the contour colours: every element's where the model is translucent.
+    const Surface& faces() const { return translucent_ ? all_ : free_; }
+
+    // Values are shown: there are results and a quantity that they carry.
+    bool contour() const { return range_.has_value(); }
+    bool translucent() const { return translucent_; }
+    const std::vector<double>& values() const { return values_; }  // node_num; empty without contour
+    const std::optional<ValueRange>& range() const { return range_; }
+
+    std::span<const double> vector() const { return vector_; }  // dof_num, into the results; may be empty
+    double factor() const { return factor_; }                   // on it, at the largest swing
+    bool deformed() const { return factor_ != 0 && !vector_.empty(); }
+
+    // The node places drawn (node_num × 3) at an entry of the phase table.
+    void place(const SceneTables& tables, int phase, std::vector<double>& out) const;
+
+    double edge_length() const { return edge_length_; }  // mean over the outside, m; 0 without edges
+
+    // Each grows when what it names has changed.
+    std::uint64_t mesh_revision() const { return mesh_revision_; }
+    std::uint64_t faces_revision() const { return faces_revision_; }  // outside() or faces()
+    std::uint64_t color_revision() const { return color_revision_; }  // values, range or faces()
+    std::uint64_t shape_revision() const { return shape_revision_; }  // vector, factor or faces()
+
+private:
+    void update_faces(const SceneTables& tables, const DisplayState& state, bool carries);
+    void update_values(const SceneTables& tables, const DisplayState& state, bool carries);
+    void update_shape(const SceneTables& tables, const DisplayState& state);
+
+    Surface free_, all_;
+    bool translucent_ = false, all_built_ = false;
+    std::vector<double> values_;
+    std::optional<ValueRange> range_;
+    std::span<const double> vector_;
+    double factor_ = 0, edge_length_ = 0;
+    std::array<double, phase_count> phases_{};
+
+    // what the parts were computed from
+    struct ValueKey {
+        std::uint64_t results = 0, faces = 0;
+        std::int32_t contour = -1, frame = 0;
+        bool all_frames = false, carries = false;
+        bool operator==(const ValueKey&) const = default;
+    } value_key_;
+    struct ShapeKey {
+        std::uint64_t results = 0, faces = 0;
+        std::int32_t frame = 0;
+        AnalysisType ana_type = AnalysisType::eigen;
+        double mode_scale = 0;
+        bool auto_scale = false, ready = false;
+        bool operator==(const ShapeKey&) const = default;
+    } shape_key_;
+    struct RangeKey {
+        std::uint64_t results = 0, faces = 0;
+        std::int32_t contour = -1;
+        bool operator==(const RangeKey&) const = default;
+    } all_frames_key_;
+    std::optional<ValueRange> all_frames_range_;
+
+    std::uint64_t mesh_revision_ = 1, results_revision_ = 1, drawn_mesh_ = 0;
+    std::uint64_t faces_revision_ = 0, color_revision_ = 0, shape_revision_ = 0;
+};
+
+}  // namespace kestralum::view
