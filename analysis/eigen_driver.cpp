@@ -134,7 +134,7 @@ bool analyse(ModelStore& store, const Settings& settings, EigenMethod method, Ei
     options.subspace_tolerance = tolerances.subspace;
     options.lanczos_tolerance = tolerances.lanczos;
     if (!options.supported) options.rigid_motions = rigid_motions(store.mesh, system.numbering);
-    auto factor = plan_factor(store, settings, system, report);
+    auto factor = plan_factor(system.km, store.diag_num, settings, report);
     if (!factor) return false;
     EigenProblem problem(system.km, std::move(factor), settings.threads(), report);
     if (!problem.shift(0.6283185307 * 0.6283185307, false)) return false;

@@ -24,22 +24,13 @@ std::array<double, 3> place_of_node(const Mesh& mesh, std::size_t n) {
 }
 
 void report_loads(const ModelStore& store, const LinearSystem& system, const LoadVector& load, RunReport& report) {
-    for (std::size_t f = 0; f < store.forces.size(); ++f) {
-        const AppliedForce& force = store.forces[f];
-        if (load.reached[f] == 0)
-            report.remarks.notices.push_back("force " + force.name + (force.kind == ForceKind::node ? ": no node at its point" : ": no node in its box"));
-        else if (load.on_fixed[f] == load.reached[f])
-            report.remarks.notices.push_back("force " + force.name + ": acts on fixed degrees of freedom only and is lost");
-    }
-    for (std::size_t b = 0; b < store.boundary_conditions.size(); ++b)
-        if (system.numbering.selected[b] == 0)
-            report.remarks.notices.push_back("support " + store.boundary_conditions[b].name + ": selects no node");
+    report_unused_records(store, system.numbering, load, report);
     for (std::size_t k = 0; k < system.numbering.free_dofs.size(); ++k)
         report.applied[static_cast<std::size_t>(system.numbering.free_dofs[k] % 3)] += load.F[k];
 }
 
 bool solve(const ModelStore& store, const Settings& settings, const LinearSystem& system, std::vector<double>& u, RunReport& report) {
-    const auto factor = plan_factor(store, settings, system, report);
+    const auto factor = plan_factor(system.km, store.diag_num, settings, report);
     if (!factor || !run_factorization(system.km, system.km.K_value, *factor, report)) return false;
     report.clock.begin("solve");
     const std::vector<double> F = u;
@@ -88,15 +79,7 @@ void recover(ModelStore& store, const Settings& settings, const LinearSystem& sy
     const std::vector<double> reaction = internal_forces(mesh, points, fixed);
     for (std::size_t k = 0; k < reaction.size(); ++k) report.reaction[k % 3] += reaction[k];
 
-    const double* mises = store.results.node_stress.data() + 4 * dofs;
-    for (std::size_t n = 0; n < dofs / 3; ++n) {
-        const double size = std::sqrt(u[3 * n] * u[3 * n] + u[3 * n + 1] * u[3 * n + 1] + u[3 * n + 2] * u[3 * n + 2]);
-        const auto node = static_cast<std::int32_t>(n + 1);
-        if (report.largest_displacement.node == 0 || size > report.largest_displacement.value)
-            report.largest_displacement = {node, size, place_of_node(mesh, n)};
-        if (report.largest_mises.node == 0 || mises[3 * n] > report.largest_mises.value)
-            report.largest_mises = {node, mises[3 * n], place_of_node(mesh, n)};
-    }
+    report_largest(store, 0, report);
 }
 
 bool analyse(ModelStore& store, const Settings& settings, RunReport& report) {

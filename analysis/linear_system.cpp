@@ -123,38 +123,66 @@ void print_sizes(const ModelStore& store, const SparseKM& km, RunReport& report)
 
 }  // namespace
 
-bool build_linear_system(ModelStore& store, const Settings& settings, LinearSystem& system, RunReport& report) {
-    report.clock.begin("assemble");
+bool number_freedoms(ModelStore& store, NodeElements& node_elements, DofNumbering& numbering, RunReport& report) {
     store.fn_free = 3 * store.mesh.node_num();
-    system.node_elements = elements_of_nodes(store.mesh);
-    system.numbering = apply_boundary_conditions(store.boundary_conditions, store.mesh, system.node_elements, store.fn_free);
-    const auto true_free = static_cast<std::int32_t>(system.numbering.free_dofs.size());
-    if (const std::int32_t repeated = system.numbering.repeated_nodes(); repeated > 0) {
+    node_elements = elements_of_nodes(store.mesh);
+    numbering = apply_boundary_conditions(store.boundary_conditions, store.mesh, node_elements, store.fn_free);
+    const auto true_free = static_cast<std::int32_t>(numbering.free_dofs.size());
+    if (const std::int32_t repeated = numbering.repeated_nodes(); repeated > 0) {
         const std::string line = console::format("%d node%s selected by more than one support: fn_free=%d counts %s again, %d degrees of freedom are free",
                                                  repeated, repeated == 1 ? " is" : "s are", store.fn_free, repeated == 1 ? "it" : "them", true_free);
         console::notice("%s", line.c_str());
         report.remarks.notices.push_back(line);
     }
-    store.fn_free = true_free;
-    if (true_free == 0) {
-        report.fail(RunStatus::failed, "every degree of freedom is fixed: nothing to solve");
-        return false;
+    store.fn_free = report.free_dofs = true_free;
+    if (true_free == 0) report.fail(RunStatus::failed, "every degree of freedom is fixed: nothing to solve");
+    return true_free > 0;
+}
+
+void report_unused_records(const ModelStore& store, const DofNumbering& numbering, const LoadVector& load, RunReport& report) {
+    for (std::size_t f = 0; f < store.forces.size(); ++f) {
+        const AppliedForce& force = store.forces[f];
+        if (load.reached[f] == 0)
+            report.remarks.notices.push_back("force " + force.name + (force.kind == ForceKind::node ? ": no node at its point" : ": no node in its box"));
+        else if (load.on_fixed[f] == load.reached[f])
+            report.remarks.notices.push_back("force " + force.name + ": acts on fixed degrees of freedom only and is lost");
     }
+    for (std::size_t b = 0; b < store.boundary_conditions.size(); ++b)
+        if (numbering.selected[b] == 0)
+            report.remarks.notices.push_back("support " + store.boundary_conditions[b].name + ": selects no node");
+}
+
+void report_largest(const ModelStore& store, std::int32_t frame, RunReport& report) {
+    const Mesh& mesh = store.mesh;
+    const auto dofs = static_cast<std::size_t>(mesh.dof_num), k = static_cast<std::size_t>(frame);
+    const double* u = store.results.mode_vec.data() + k * dofs;
+    const double* mises = store.results.node_stress.data() + (stress_groups * k + 4) * dofs;
+    report.largest_displacement = report.largest_mises = {};
+    for (std::size_t n = 0; n < dofs / 3; ++n) {
+        const std::array<double, 3> place{mesh.coordinates[3 * n], mesh.coordinates[3 * n + 1], mesh.coordinates[3 * n + 2]};
+        const double size = std::sqrt(u[3 * n] * u[3 * n] + u[3 * n + 1] * u[3 * n + 1] + u[3 * n + 2] * u[3 * n + 2]);
+        const auto node = static_cast<std::int32_t>(n + 1);
+        if (report.largest_displacement.node == 0 || size > report.largest_displacement.value) report.largest_displacement = {node, size, place};
+        if (report.largest_mises.node == 0 || mises[3 * n] > report.largest_mises.value) report.largest_mises = {node, mises[3 * n], place};
+    }
+}
+
+bool build_linear_system(ModelStore& store, const Settings& settings, LinearSystem& system, RunReport& report) {
+    report.clock.begin("assemble");
+    if (!number_freedoms(store, system.node_elements, system.numbering, report)) return false;
     system.elasticity = build_elasticity(store.materials);
     if (!assemble(store, settings, system, report)) return false;
     print_sizes(store, system.km, report);
     if (!store.boundary_conditions.empty() || system.numbering.hanging_nodes > 0) eliminate_fixed(system.numbering.dof_map, system.km);
     console::print("K,M sparse complete\n");
-    report.free_dofs = true_free;
     return true;
 }
 
-std::unique_ptr<SkylineFactor> plan_factor(const ModelStore& store, const Settings& settings, const LinearSystem& system,
-                                       RunReport& report) {
+std::unique_ptr<SkylineFactor> plan_factor(const SparseKM& km, std::int32_t diag_num, const Settings& settings, RunReport& report) {
     report.clock.begin("factor");
-    Profile profile = make_profile(system.km);
-    console::print("temp_n:%d\n", most_divisions(profile.rows(), store.diag_num));
-    Divisions divisions = plan_divisions(profile, settings.memory_size, settings.div_memory_size, store.diag_num);
+    Profile profile = make_profile(km);
+    console::print("temp_n:%d\n", most_divisions(profile.rows(), diag_num));
+    Divisions divisions = plan_divisions(profile, settings.memory_size, settings.div_memory_size, diag_num);
     console::print("[L] division:%d\n", divisions.count());
     for (std::size_t b = 0; b + 1 < divisions.div_row.size(); ++b)
         console::print("division[%zu]:%lld, %lld, %d, %d\n", b, static_cast<long long>(divisions.div_profile[b]),
@@ -174,7 +202,7 @@ std::unique_ptr<SkylineFactor> plan_factor(const ModelStore& store, const Settin
         return nullptr;
     }
     return std::make_unique<SkylineFactor>(std::move(profile), std::move(divisions),
-                                       FactorOptions{.threads = settings.threads(), .diag_num = store.diag_num});
+                                       FactorOptions{.threads = settings.threads(), .diag_num = diag_num});
 }
 
 bool run_factorization(const SparseKM& km, std::span<const double> values, SkylineFactor& factor, RunReport& report) {

@@ -7,6 +7,7 @@
 #include "analysis/run_report.h"
 #include "elements/constraints.h"
 #include "elements/elasticity.h"
+#include "elements/loads.h"
 #include "model/settings.h"
 #include "solver/ldl.h"
 #include "solver/sparse.h"
@@ -34,14 +35,22 @@ bool renumber_model(ModelStore& store, const Settings& settings, RunReport& repo
 RunReport run_linear(ModelStore& store, const Settings& settings, AnalysisType type,
                      const std::function<bool(RunReport&)>& analyse);
 
+// Supports and the numbering of the free degrees of freedom, with the progress lines; sets store.fn_free.
+// False with report.status failed when nothing is free.
+bool number_freedoms(ModelStore& store, NodeElements& node_elements, DofNumbering& numbering, RunReport& report);
+
+// Says which forces and supports reach nothing.
+void report_unused_records(const ModelStore& store, const DofNumbering& numbering, const LoadVector& load, RunReport& report);
+
+// Largest displacement and Mises stress of frame `frame` (from 0) of the store's results.
+void report_largest(const ModelStore& store, std::int32_t frame, RunReport& report);
+
 // Supports, elasticity, pattern, assembly and elimination, with the progress lines. False with
 // report.status set when an element cannot be computed or nothing is free.
 bool build_linear_system(ModelStore& store, const Settings& settings, LinearSystem& system, RunReport& report);
 
-// Profile, divisions and the disk budget of the factor of system.km. Null with report.status
-// disk_budget or failed.
-std::unique_ptr<SkylineFactor> plan_factor(const ModelStore& store, const Settings& settings, const LinearSystem& system,
-                                       RunReport& report);
+// Profile, divisions and the disk budget of the factor of km. Null with report.status disk_budget or failed.
+std::unique_ptr<SkylineFactor> plan_factor(const SparseKM& km, std::int32_t diag_num, const Settings& settings, RunReport& report);
 
 // Factors K ("LU K_sparse" lines); false with report.status failed.
 bool run_factorization(const SparseKM& km, std::span<const double> values, SkylineFactor& factor, RunReport& report);

@@ -71,6 +71,28 @@ struct ExplicitReport {
     bool displacements_written = false, history_written = false;
 };
 
+// One load increment of a nonlinear run.
+struct IncrementReport {
+    double factor = 0;          // of the load
+    int iterations = 0;         // of the attempt that stands
+    double ratio = 0;           // |E|/|F| at its end
+    bool converged = false;
+    bool searched = false;      // started once more, with a line search
+    std::vector<double> ratios; // after each iteration of that attempt
+    std::int64_t negative_pivots = 0;  // of its last factorization
+    double largest_displacement = 0;   // m
+    double plastic_share = 0;   // of the volume, 0 … 1
+    double work = 0;            // of the loads so far, J
+};
+
+struct NonlinearReport {
+    std::vector<IncrementReport> increments;  // done, stored as frames
+    std::int32_t wanted = 0;                  // increments asked for
+    std::array<double, 5> seconds{};          // of all iterations: assemble, factor, solve, stresses, gather
+    std::int64_t iterations = 0;              // factorizations
+    bool history_written = false;
+};
+
 struct RunReport {
     RunStatus status = RunStatus::done;
     Remarks remarks;  // errors: why the status is not `done`; notices: what the user should know
@@ -93,6 +115,7 @@ struct RunReport {
     std::int64_t factorizations = 0, solved_columns = 0, rounds = 0;
 
     ExplicitReport dynamics;
+    NonlinearReport nonlinear;
 
     bool written = false;  // the result file holds this run's results
     bool has_results() const { return largest_displacement.node > 0 || !modes.empty(); }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "model/console.h"
 
@@ -93,6 +94,22 @@ DofNumbering apply_boundary_conditions(std::span<const BoundaryCondition> record
         out.free_dofs.push_back(j);
     }
     return out;
+}
+
+std::int32_t nearest_node(const Mesh& mesh, const NodeElements& node_elements, const std::array<double, 3>& place) {
+    std::int32_t nearest = 0;
+    double best = std::numeric_limits<double>::infinity();
+    for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
+        const auto k = static_cast<std::size_t>(n);
+        if (node_elements.start[k] == node_elements.start[k + 1]) continue;
+        double distance = 0;
+        for (std::size_t c = 0; c < 3; ++c) distance += (mesh.coordinates[3 * k + c] - place[c]) * (mesh.coordinates[3 * k + c] - place[c]);
+        if (distance < best) {
+            best = distance;
+            nearest = n;
+        }
+    }
+    return nearest;
 }
 
 }  // namespace kestralum

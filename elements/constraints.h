@@ -1,6 +1,7 @@
 // Supports: which nodes are fixed, and the numbering of the free degrees of freedom.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -32,5 +33,8 @@ DofNumbering apply_boundary_conditions(std::span<const BoundaryCondition> record
 
 // The nodes (0-based, ascending) that one record selects.
 std::vector<std::int32_t> select_nodes(const BoundaryCondition& record, const Mesh& mesh);
+
+// The node (0-based) on a solid element that lies nearest to a place, the first of several.
+std::int32_t nearest_node(const Mesh& mesh, const NodeElements& node_elements, const std::array<double, 3>& place);
 
 }  // namespace kestralum

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "elements/symmetric3.h"
 #include "model/console.h"
 
 namespace kestralum {
@@ -60,30 +61,10 @@ double mises(const double* s) {
     return std::sqrt(0.5 * (xy * xy + yz * yz + zx * zx + 6 * (s[3] * s[3] + s[4] * s[4] + s[5] * s[5])));
 }
 
-// Cyclic Jacobi rotations (Golub and Van Loan, Matrix Computations, 3rd ed. 1996, 8.4): accurate for
-// equal and vanishing principal stresses too, where the closed cosine formula loses half the digits.
 double largest_principal(const double* s) {
-    double a[3][3] = {{s[0], s[3], s[5]}, {s[3], s[1], s[4]}, {s[5], s[4], s[2]}};
-    for (int sweep = 0; sweep < 10; ++sweep) {
-        const double off = std::abs(a[0][1]) + std::abs(a[1][2]) + std::abs(a[0][2]);
-        const double size = std::abs(a[0][0]) + std::abs(a[1][1]) + std::abs(a[2][2]) + off;
-        if (!(off > 1e-17 * size)) break;
-        for (int p = 0; p < 2; ++p)
-            for (int q = p + 1; q < 3; ++q) {
-                if (a[p][q] == 0) continue;
-                const double theta = (a[q][q] - a[p][p]) / (2 * a[p][q]);
-                const double t = (theta >= 0 ? 1 : -1) / (std::abs(theta) + std::sqrt(theta * theta + 1));
-                const double c = 1 / std::sqrt(t * t + 1), d = t * c;
-                a[p][p] -= t * a[p][q];
-                a[q][q] += t * a[p][q];
-                a[p][q] = a[q][p] = 0;
-                const int r = 3 - p - q;
-                const double rp = a[r][p], rq = a[r][q];
-                a[r][p] = a[p][r] = c * rp - d * rq;
-                a[r][q] = a[q][r] = d * rp + c * rq;
-            }
-    }
-    return std::max({a[0][0], a[1][1], a[2][2]});
+    double values[3];
+    symmetric_eigen3(s, values, nullptr);
+    return std::max({values[0], values[1], values[2]});
 }
 
 }  // namespace kestralum

@@ -278,7 +278,7 @@ FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> v
     progress_ = std::make_shared<Progress>(grid_.panels());
     for (std::int32_t i = 0; i < n; ++i) progress_->diagonal.push_back(values[static_cast<std::size_t>(km.diag_pos[static_cast<std::size_t>(i)])]);
     const std::int64_t largest = grid_.largest_panel();
-    panels_ = PanelStore(grid_, spilled());
+    if (spilled() || panels_.empty()) panels_ = PanelStore(grid_, spilled());  // a factor in memory is written over by the next
 
     std::thread writer([this] { write_panels(); });
 #pragma omp parallel num_threads(options_.threads)

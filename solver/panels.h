@@ -58,6 +58,7 @@ public:
     PanelStore(PanelStore&&) noexcept = default;
     PanelStore& operator=(PanelStore&&) noexcept = default;
 
+    bool empty() const { return place_.empty(); }
     double* take(std::int32_t I);  // uninitialised; null when there is no memory
     void give_back(std::int32_t I);
     const double* panel(std::int32_t I) const { return place_[static_cast<std::size_t>(I)]; }

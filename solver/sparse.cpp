@@ -140,7 +140,7 @@ void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& 
 }  // namespace
 
 std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, const ElementMatrices& matrices,
-                         int threads, SparseKM& km) {
+                         int threads, SparseKM& km, const char* counter) {
     const auto ne = static_cast<std::size_t>(mesh.node_per_element());
     const std::int32_t elements = mesh.element_num();
     const std::int32_t nodes = mesh.node_num();
@@ -157,7 +157,7 @@ std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, con
             computed[slot] = matrices(e, ke.data() + slot * 9 * ne * ne, me.data() + slot * ne * ne);
         }
         for (std::int32_t e = first; e < last; ++e) {
-            console::counter(e, elements, "    k=");
+            console::counter(e, elements, counter);
             if (!computed[static_cast<std::size_t>(e - first)]) return e;
         }
         const Batch batch{first, last, static_cast<int>(ne), ke, me};

@@ -52,9 +52,10 @@ void find_diagonals(SparseKM& km);
 using ElementMatrices = std::function<bool(std::int32_t element, double* ke, double* me)>;
 
 // Adds every element's matrices, in element order for every entry whatever the number of threads.
-// Returns the first element (0-based) that could not be computed, -1 when all could.
+// Returns the first element (0-based) that could not be computed, -1 when all could. `counter` stands
+// before the progress counter.
 std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, const ElementMatrices& matrices,
-                         int threads, SparseKM& km);
+                         int threads, SparseKM& km, const char* counter = "    k=");
 
 // Keeps the rows and columns with dof_map >= 0 under their new numbers.
 void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km);

@@ -1,0 +1,206 @@
+#include "elements/finite_elements.h"
+
+#include <algorithm>
+
+namespace kestralum {
+
+namespace {
+
+struct ElementState {
+    ElementPoints points;
+    std::array<double, 3 * most_nodes> u;
+};
+
+std::size_t first_point(const ElementType& type, std::int32_t e) {
+    return static_cast<std::size_t>(e) * static_cast<std::size_t>(type.points);
+}
+
+bool gather(const FiniteBody& body, const ElementType& type, std::int32_t e, ElementState& out) {
+    if (!evaluate_points(type, body.mesh, e, out.points)) return false;
+    const std::int32_t* element = body.mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+    for (int i = 0; i < type.nodes; ++i) {
+        const double* from = body.u.data() + 3 * node_index(element[i]);
+        std::copy(from, from + 3, out.u.data() + 3 * i);
+    }
+    return true;
+}
+
+// H = Σ u_i ⊗ ∇N_i
+void displacement_gradient(int nodes, const double* u, const double* dN, double* H) {
+    std::fill(H, H + 9, 0.0);
+    for (int i = 0; i < nodes; ++i)
+        for (int r = 0; r < 3; ++r)
+            for (int c = 0; c < 3; ++c) H[3 * r + c] += u[3 * i + r] * dN[3 * i + c];
+}
+
+// Gradients in the current configuration: ∂N/∂x = F⁻ᵀ ∂N/∂X.
+void push_gradients(int nodes, const double* dN, const double* H, double* dn) {
+    double Fi[9];
+    invert_deformation(H, Fi);
+    for (int i = 0; i < nodes; ++i)
+        for (int c = 0; c < 3; ++c) dn[3 * i + c] = dN[3 * i] * Fi[c] + dN[3 * i + 1] * Fi[3 + c] + dN[3 * i + 2] * Fi[6 + c];
+}
+
+// Adds w (Bᵀ c B + (∇Ni·τ∇Nj) 1) to the blocks i <= j.
+void add_point_stiffness(int nodes, const double* dn, const FiniteResponse& at, double w, double* ke) {
+    const int size = 3 * nodes;
+    const double* c = at.tangent.data();
+    const auto& t = at.tau;
+    double cB[most_nodes][6][3];  // c Bj
+    double tn[most_nodes][3];     // τ∇Nj
+    for (int j = 0; j < nodes; ++j) {
+        const double x = w * dn[3 * j], y = w * dn[3 * j + 1], z = w * dn[3 * j + 2];
+        for (int m = 0; m < 6; ++m) {
+            const double* row = c + 6 * m;
+            cB[j][m][0] = row[0] * x + row[3] * y + row[5] * z;
+            cB[j][m][1] = row[3] * x + row[1] * y + row[4] * z;
+            cB[j][m][2] = row[5] * x + row[4] * y + row[2] * z;
+        }
+        tn[j][0] = t[0] * x + t[3] * y + t[5] * z;
+        tn[j][1] = t[3] * x + t[1] * y + t[4] * z;
+        tn[j][2] = t[5] * x + t[4] * y + t[2] * z;
+    }
+    for (int i = 0; i < nodes; ++i) {
+        const double x = dn[3 * i], y = dn[3 * i + 1], z = dn[3 * i + 2];
+        for (int j = i; j < nodes; ++j) {
+            double* block = ke + 3 * i * size + 3 * j;
+            const auto& s = cB[j];
+            const double geometric = x * tn[j][0] + y * tn[j][1] + z * tn[j][2];
+            for (int k = 0; k < 3; ++k) {
+                block[k] += x * s[0][k] + y * s[3][k] + z * s[5][k];
+                block[size + k] += x * s[3][k] + y * s[1][k] + z * s[4][k];
+                block[2 * size + k] += x * s[5][k] + y * s[4][k] + z * s[2][k];
+                block[k * size + k] += geometric;
+            }
+        }
+    }
+}
+
+const J2Material<double>& material_of(const FiniteBody& body, std::int32_t e) {
+    return body.materials[static_cast<std::size_t>(body.material[static_cast<std::size_t>(e)])];
+}
+
+bool update_element(FiniteBody& body, const ElementType& type, std::int32_t e) {
+    ElementState state;
+    if (!gather(body, type, e, state)) return false;
+    double* f = body.element_force.data() + static_cast<std::ptrdiff_t>(e) * 3 * type.nodes;
+    std::fill(f, f + 3 * type.nodes, 0.0);
+    for (int p = 0; p < type.points; ++p) {
+        const std::size_t at = first_point(type, e) + static_cast<std::size_t>(p);
+        const double* dN = state.points.dN.data() + 3 * type.nodes * p;
+        double H[9], dn[3 * most_nodes];
+        displacement_gradient(type.nodes, state.u.data(), dN, H);
+        FiniteResponse response;
+        if (!finite_response(material_of(body, e), H, body.committed[at], false, response)) return false;
+        body.current[at] = response.state;
+        push_gradients(type.nodes, dN, H, dn);
+        const auto& t = response.tau;
+        const double w = state.points.weight[static_cast<std::size_t>(p)];
+        for (int i = 0; i < type.nodes; ++i) {
+            const double x = w * dn[3 * i], y = w * dn[3 * i + 1], z = w * dn[3 * i + 2];
+            f[3 * i] += t[0] * x + t[3] * y + t[5] * z;
+            f[3 * i + 1] += t[3] * x + t[1] * y + t[4] * z;
+            f[3 * i + 2] += t[5] * x + t[4] * y + t[2] * z;
+        }
+        for (std::size_t c = 0; c < 6; ++c) body.stress[6 * at + c] = t[c] / response.J;
+    }
+    return true;
+}
+
+}  // namespace
+
+void FiniteBody::start() {
+    const ElementType& type = element_type(mesh.element_type);
+    const std::size_t points = first_point(type, mesh.element_num());
+    u.assign(mesh.coordinates.size(), 0.0);
+    committed.assign(points, {});
+    current.assign(points, {});
+    stress.assign(6 * points, 0.0);
+    element_force.assign(static_cast<std::size_t>(mesh.element_num()) * 3 * static_cast<std::size_t>(type.nodes), 0.0);
+}
+
+bool finite_stiffness(const FiniteBody& body, std::int32_t e, double* ke) {
+    const ElementType& type = element_type(body.mesh.element_type);
+    const int size = 3 * type.nodes;
+    std::fill(ke, ke + size * size, 0.0);
+    ElementState state;
+    if (!gather(body, type, e, state)) return false;
+    for (int p = 0; p < type.points; ++p) {
+        const double* dN = state.points.dN.data() + 3 * type.nodes * p;
+        double H[9], dn[3 * most_nodes];
+        displacement_gradient(type.nodes, state.u.data(), dN, H);
+        FiniteResponse response;
+        if (!finite_response(material_of(body, e), H, body.committed[first_point(type, e) + static_cast<std::size_t>(p)], true, response))
+            return false;
+        push_gradients(type.nodes, dN, H, dn);
+        add_point_stiffness(type.nodes, dn, response, state.points.weight[static_cast<std::size_t>(p)], ke);
+    }
+    for (int r = 0; r < size; ++r)
+        for (int c = 0; c < r; ++c) ke[r * size + c] = ke[c * size + r];
+    return true;
+}
+
+std::int32_t update_stresses(FiniteBody& body) {
+    const ElementType& type = element_type(body.mesh.element_type);
+    const std::int32_t elements = body.mesh.element_num();
+    std::int32_t bad = elements;
+#pragma omp parallel for schedule(static) num_threads(body.threads) reduction(min : bad)
+    for (std::int32_t e = 0; e < elements; ++e)
+        if (!update_element(body, type, e)) bad = std::min(bad, e);
+    return bad < elements ? bad : -1;
+}
+
+std::vector<double> internal_forces(const FiniteBody& body, const NodeElements& node_elements) {
+    const ElementType& type = element_type(body.mesh.element_type);
+    const std::int32_t nodes = body.mesh.node_num();
+    std::vector<double> force(3 * static_cast<std::size_t>(nodes), 0.0);
+#pragma omp parallel for schedule(static) num_threads(body.threads)
+    for (std::int32_t n = 0; n < nodes; ++n) {
+        const auto node = static_cast<std::size_t>(n);
+        for (std::int64_t k = node_elements.start[node]; k < node_elements.start[node + 1]; ++k) {
+            const std::int32_t e = node_elements.elements[static_cast<std::size_t>(k)];
+            const std::int32_t* element = body.mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+            const auto local = std::find(element, element + type.nodes, n + 1) - element;
+            const double* f = body.element_force.data() + 3 * (static_cast<std::ptrdiff_t>(e) * type.nodes + local);
+            for (std::size_t c = 0; c < 3; ++c) force[3 * node + c] += f[c];
+        }
+    }
+    return force;
+}
+
+PointResults finite_point_results(const FiniteBody& body) {
+    const ElementType& type = element_type(body.mesh.element_type);
+    PointResults out;
+    out.stress = body.stress;
+    out.strain.resize(body.stress.size());
+    out.volume.assign(static_cast<std::size_t>(body.mesh.element_num()), 0.0);
+#pragma omp parallel for schedule(static) num_threads(body.threads)
+    for (std::int32_t e = 0; e < body.mesh.element_num(); ++e) {
+        ElementState state;
+        gather(body, type, e, state);
+        for (int p = 0; p < type.points; ++p) {
+            double H[9], Fi[9];
+            displacement_gradient(type.nodes, state.u.data(), state.points.dN.data() + 3 * type.nodes * p, H);
+            logarithmic_strain(H, &out.strain[6 * (first_point(type, e) + static_cast<std::size_t>(p))]);
+            out.volume[static_cast<std::size_t>(e)] += state.points.weight[static_cast<std::size_t>(p)] * invert_deformation(H, Fi);
+        }
+    }
+    return out;
+}
+
+double plastic_share(const FiniteBody& body) {
+    const ElementType& type = element_type(body.mesh.element_type);
+    double plastic = 0, all = 0;
+    for (std::int32_t e = 0; e < body.mesh.element_num(); ++e) {
+        ElementPoints points;
+        evaluate_points(type, body.mesh, e, points);
+        for (int p = 0; p < type.points; ++p) {
+            const double w = points.weight[static_cast<std::size_t>(p)];
+            all += w;
+            if (body.committed[first_point(type, e) + static_cast<std::size_t>(p)].alpha > 0) plastic += w;
+        }
+    }
+    return all > 0 ? plastic / all : 0;
+}
+
+}  // namespace kestralum

@@ -1,0 +1,50 @@
+// Finite-strain elements on the total displacement: tangent stiffness, internal forces and point states of
+// every element type, from its referential gradients (see finite_strain.h for the point).
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "elements/element_type.h"
+#include "elements/finite_strain.h"
+#include "elements/stresses.h"
+#include "solver/sparse.h"
+
+namespace kestralum {
+
+// One body under finite deformation. Points are numbered element × points of its type.
+struct FiniteBody {
+    const Mesh& mesh;
+    std::span<const std::int32_t> material;          // per element: index into `materials`
+    std::span<const J2Material<double>> materials;
+    int threads = 1;
+
+    std::vector<double> u{};                     // 3 per node, m
+    std::vector<FinitePointState> committed{};   // points: where the last accepted increment ended
+    std::vector<FinitePointState> current{};     // points: at u
+    std::vector<double> stress{};                // points × 6, Cauchy stress at u, xx yy zz xy yz zx, N/m^2
+    std::vector<double> element_force{};         // element × 3·nodes: Σ w Bᵀ τ, N
+
+    // Sizes the tables: at rest, unstressed.
+    void start();
+};
+
+// Tangent stiffness of element e at body.u: (3·nodes)², row-major, symmetric, N/m; no load depends on the
+// displacements. False where the element is inverted or a value is not finite.
+bool finite_stiffness(const FiniteBody& body, std::int32_t e, double* ke);
+
+// Stresses, states and element forces at body.u, from the committed states. Returns the first element
+// (0-based) that is inverted or not finite, -1 when all are sound.
+std::int32_t update_stresses(FiniteBody& body);
+
+// Gathers the element forces at the nodes, in element order: 3 per node, N.
+std::vector<double> internal_forces(const FiniteBody& body, const NodeElements& node_elements);
+
+// Cauchy stress, logarithmic strain and current volume, for the averages at the nodes.
+PointResults finite_point_results(const FiniteBody& body);
+
+// Volume share of the points whose equivalent plastic strain is above zero, 0 … 1.
+double plastic_share(const FiniteBody& body);
+
+}  // namespace kestralum
