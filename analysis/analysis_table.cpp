@@ -3,6 +3,7 @@
 #include "analysis/eigen_driver.h"
 #include "analysis/explicit_driver.h"
 #include "analysis/linear_driver.h"
+#include "analysis/nonlinear_driver.h"
 
 namespace kestralum {
 
@@ -11,6 +12,7 @@ std::span<const AnalysisEntry> analysis_table() {
         {"static", "&Static", AnalysisType::linear_static, exec_static},
         {"eigen-subspace", "&Eigen(Subspace)", AnalysisType::eigen, exec_eigen_subspace},
         {"eigen-lanczos", "&Eigen(Lanczos)", AnalysisType::eigen, exec_eigen_lanczos},
+        {"nonlinear", "&Nonlinear Static", AnalysisType::nonlinear_static, exec_nonlinear},
         {"explicit", "&Explicit", AnalysisType::explicit_dynamics, exec_explicit},
     };
     return table;

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "analysis/explicit_state.h"
+#include "elements/constraints.h"
 #include "model/console.h"
 
 namespace kestralum {
@@ -25,25 +26,6 @@ private:
 
 void add_vector(std::vector<std::string>& columns, const std::string& name) {
     for (const char* axis : axis_letter) columns.push_back(name + "_" + axis);
-}
-
-std::int32_t nearest_node(const ModelStore& store, const NodeElements& node_elements, const std::array<double, 3>& place) {
-    std::int32_t nearest = 0;
-    double best = std::numeric_limits<double>::infinity();
-    for (std::int32_t n = 0; n < store.mesh.node_num(); ++n) {
-        const auto k = static_cast<std::size_t>(n);
-        if (node_elements.start[k] == node_elements.start[k + 1]) continue;
-        double distance = 0;
-        for (std::size_t c = 0; c < 3; ++c) {
-            const double d = store.mesh.coordinates[3 * k + c] - place[c];
-            distance += d * d;
-        }
-        if (distance < best) {
-            best = distance;
-            nearest = n;
-        }
-    }
-    return nearest;
 }
 
 // Sums over the nodes at t_n, in node order: kinetic and external energy, momenta, reactions.
@@ -124,7 +106,7 @@ void begin_history(const ModelStore& store, const ExplicitOptions& options, Expl
     if (s.contacts)
         for (const ContactPair& pair : store.explicit_tables.contacts) add_vector(columns, "contact_" + pair.name);
     for (const auto& place : options.probes) {
-        const std::int32_t n = nearest_node(store, s.node_elements, place);
+        const std::int32_t n = nearest_node(store.mesh, s.node_elements, place);
         s.probes.push_back(n);
         const std::string name = "node" + std::to_string(n + 1);
         for (const char* what : {"_u", "_v", "_a"}) add_vector(columns, name + what);

@@ -7,6 +7,7 @@
 
 #include "analysis/analysis_table.h"
 #include "analysis/explicit_driver.h"
+#include "analysis/nonlinear_driver.h"
 #include "app/batch_options.h"
 #include "app/batch_summary.h"
 #include "app/run_process.h"
@@ -33,6 +34,7 @@ ExitStatus run_analysis(const BatchOptions& options, const ModelReadReport& mode
     clock.add("read", model.read_seconds);
     clock.add("mesh", model.mesh_seconds);
     explicit_options() = {options.probes, options.mean_dilatation};
+    nonlinear_options() = {{}, options.probes};
     stop_on_interrupt(*find_analysis(options.command));
     RunReport report = find_analysis(options.command)->run();
     for (const Stage& stage : report.clock.stages()) clock.add(stage);
@@ -40,7 +42,7 @@ ExitStatus run_analysis(const BatchOptions& options, const ModelReadReport& mode
     WrittenFiles files;
     if (report.written) files.results = result_file_name(model_store());
     if (report.has_results() && options.vtu) {
-        const bool frames = report.dynamics.frames > 0;
+        const bool frames = report.dynamics.frames > 0 || report.nonlinear.wanted > 0;
         if (frames ? write_vtu_frames(model_store()) : write_vtu(model_store())) files.vtu = frames ? pvd_file_name(model_store()) : vtu_file_name(model_store());
         else report.fail(RunStatus::failed, "the file for ParaView cannot be written");
     }

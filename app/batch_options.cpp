@@ -36,8 +36,9 @@ void check_command(BatchOptions& options) {
     if (options.command.empty()) options.error = "an analysis or `check` is missing";
     else if (options.command != "check" && !find_analysis(options.command)) options.error = "unknown analysis '" + options.command + "'";
     else if (options.model_file.empty()) options.error = "the model file is missing";
-    else if (options.command != "explicit" && (!options.probes.empty() || options.mean_dilatation))
-        options.error = "--probe and --mean-dilatation go with explicit";
+    else if (options.command != "explicit" && options.mean_dilatation) options.error = "--mean-dilatation goes with explicit";
+    else if (options.command != "explicit" && options.command != "nonlinear" && !options.probes.empty())
+        options.error = "--probe goes with nonlinear and explicit";
     else if (options.command == "check" && options.vtu) options.error = "check writes no results: --vtu goes with an analysis";
 }
 
@@ -89,7 +90,7 @@ std::string batch_usage() {
            "  --setting FILE        settings file instead of setting/setting.txt\n"
            "  --log DIR             writes there instead of log; one run at a time in a folder\n"
            "  --vtu                 writes NAME.vtu for ParaView beside the result file; explicit: one a frame and NAME.pvd\n"
-           "  --probe X,Y,Z         explicit: motion of the nearest node in the history, metres; repeatable\n"
+           "  --probe X,Y,Z         nonlinear, explicit: motion of the nearest node in the history, metres; repeatable\n"
            "  --mean-dilatation     explicit: hexahedra with one pressure each, for large plastic strains\n"
            "  --quiet               prints the closing summary only\n"
            "\n"

@@ -18,7 +18,7 @@ struct BatchOptions {
     std::string setting_file = "setting\\setting.txt";
     std::string log_directory = "log";
     bool vtu = false, quiet = false;
-    std::vector<std::array<double, 3>> probes;  // explicit: places whose nodes go into the history, m
+    std::vector<std::array<double, 3>> probes;  // nonlinear, explicit: places whose nodes go into the history, m
     bool mean_dilatation = false;               // explicit: hexahedra with one pressure
     std::string error;       // bad usage: why
 };

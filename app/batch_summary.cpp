@@ -35,6 +35,19 @@ void print_dynamics(const ExplicitReport& d) {
     summary("%-22s %.6e %.6e %.6e kg m^2/s about the origin\n", "angular momentum", d.angular_momentum[0], d.angular_momentum[1], d.angular_momentum[2]);
 }
 
+void print_nonlinear(const NonlinearReport& n) {
+    summary("%-9s %12s %10s %11s %14s %14s %12s\n", "increment", "load factor", "iterations", "E/F", "largest u [m]", "plastic volume", "work [J]");
+    for (std::size_t k = 0; k < n.increments.size(); ++k) {
+        const IncrementReport& i = n.increments[k];
+        summary("%-9zu %12.6g %10d %11.3e %14.6e %13.2f%% %12.5e%s\n", k + 1, i.factor, i.iterations, i.ratio, i.largest_displacement,
+                100 * i.plastic_share, i.work, i.converged ? "" : "  not converged");
+    }
+    summary("%-22s %zu of %d increments, %lld iterations\n", "done", n.increments.size(), n.wanted, static_cast<long long>(n.iterations));
+    const double per = n.iterations > 0 ? 1 / static_cast<double>(n.iterations) : 0;
+    summary("%-22s assemble %.3f, factor %.3f, solve %.3f, stresses %.3f, gather %.3f\n", "seconds an iteration", n.seconds[0] * per, n.seconds[1] * per,
+            n.seconds[2] * per, n.seconds[3] * per, n.seconds[4] * per);
+}
+
 void print_node_value(const char* title, const NodeValue& value, const char* unit) {
     summary("%-22s %.6e %s at node %d (%.6g, %.6g, %.6g)\n", title, value.value, unit, value.node, value.place[0], value.place[1], value.place[2]);
 }
@@ -94,14 +107,15 @@ void print_run_summary(const ModelStore& store, const RunReport& report, const W
         print_node_value("largest Mises stress", report.largest_mises, "N/m^2");
         summary("%-22s %.6e %.6e %.6e N\n", "applied loads", report.applied[0], report.applied[1], report.applied[2]);
         summary("%-22s %.6e %.6e %.6e N\n", "reactions", report.reaction[0], report.reaction[1], report.reaction[2]);
-        summary("%-22s %.3e\n", "residual |Ku-F|/|F|", report.residual);
+        if (report.nonlinear.wanted > 0) print_nonlinear(report.nonlinear);
+        else summary("%-22s %.3e\n", "residual |Ku-F|/|F|", report.residual);
     }
     if (!report.modes.empty()) print_modes(report);
     if (report.negative_pivots > 0) summary("%-22s %lld\n", "negative pivots", static_cast<long long>(report.negative_pivots));
     print_stages(report);
     if (!files.results.empty()) summary("%-22s %s\n", "results", paths::to_platform(files.results).c_str());
     if (report.dynamics.displacements_written) summary("%-22s %s\n", "displacements", paths::to_platform(displacement_file_name(store)).c_str());
-    if (report.dynamics.history_written) summary("%-22s %s\n", "history", paths::to_platform(history_file_name(store)).c_str());
+    if (report.dynamics.history_written || report.nonlinear.history_written) summary("%-22s %s\n", "history", paths::to_platform(history_file_name(store)).c_str());
     if (!files.vtu.empty()) summary("%-22s %s\n", "for ParaView", paths::to_platform(files.vtu).c_str());
 }
 
