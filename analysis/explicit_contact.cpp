@@ -21,6 +21,8 @@ double length(const Vector& a) { return std::sqrt(dot(a, a)); }
 const double* at(const double* node4, std::int32_t n) { return node4 + 4 * static_cast<std::ptrdiff_t>(n); }
 
 constexpr std::int32_t most_cells_a_side = 256;
+constexpr double facing = -0.1;      // cosine of node and triangle normals, at most
+constexpr double held_mass = 1e30;  // kg: of a node that nothing moves
 
 }  // namespace
 
@@ -45,7 +47,9 @@ ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part>
         active.touches.reserve(active.side[0].nodes.size() + active.side[1].nodes.size());
         pairs_.push_back(std::move(active));
     }
-    contacts_of_.assign(node_num, 0);
+    normal_.assign(node_num, {});
+    sum_.assign(node_num, 0.0);
+    most_.assign(node_num, 0.0);
 }
 
 void ContactSet::find_surface(const Mesh& mesh) {
@@ -158,6 +162,28 @@ bool ContactSet::foot_point(const Triangle& triangle, const double* x, const dou
     return true;
 }
 
+// Normals at the surface's nodes, from the triangles around them by their angles (Thürmer and Wüthrich,
+// J. Graphics Tools 3, 1998): the division into triangles does not show.
+void ContactSet::find_normals(const double* x) {
+    for (std::int32_t n : surface_nodes_) normal_[static_cast<std::size_t>(n)] = {};
+    for (const Triangle& triangle : triangles_) {
+        const Vector n = cross(minus(at(x, triangle.node[1]), at(x, triangle.node[0])), minus(at(x, triangle.node[2]), at(x, triangle.node[0])));
+        const double size = length(n);
+        if (!(size > 0)) continue;
+        for (std::size_t k = 0; k < 3; ++k) {
+            const double* p = at(x, triangle.node[k]);
+            const Vector a = minus(at(x, triangle.node[(k + 1) % 3]), p), b = minus(at(x, triangle.node[(k + 2) % 3]), p);
+            const double angle = std::atan2(size, dot(a, b));
+            for (std::size_t c = 0; c < 3; ++c) normal_[static_cast<std::size_t>(triangle.node[k])][c] += angle * n[c] / size;
+        }
+    }
+    for (std::int32_t n : surface_nodes_) {
+        Vector& normal = normal_[static_cast<std::size_t>(n)];
+        const double size = length(normal);
+        for (double& c : normal) c = size > 0 ? c / size : 0;
+    }
+}
+
 // Nodes of side `slave` against the triangles of the other side (the grid's).
 void ContactSet::touch_side(Active& active, std::size_t slave, const ContactArrays& arrays) {
     const auto& box = active.pair.box;
@@ -179,6 +205,8 @@ void ContactSet::touch_side(Active& active, std::size_t slave, const ContactArra
             if (!foot_point(triangle, arrays.x, p, weight, normal, height)) continue;
             const double depth = active.pair.gap - height;
             if (!(depth > 0 && depth < least)) continue;
+            // a node meets only surfaces that it faces: not the flanks of what it enters, nor its back
+            if (!(dot(normal, normal_[static_cast<std::size_t>(n)]) < facing)) continue;
             least = depth;
             best.corner = triangle.node;
             best.weight = weight;
@@ -194,21 +222,23 @@ double ContactSet::reach_of(const Active& active, std::int32_t n) const {
 }
 
 void ContactSet::press(Active& active, const ContactArrays& arrays) {
+    // what a node can lend to each of the contacts that it takes part in; nothing moves a held node
+    auto lends = [&](std::int32_t n) {
+        const auto k = static_cast<std::size_t>(n);
+        return arrays.b[4 * k] > 0 ? arrays.mass[4 * k] / std::max(1.0, most_[k]) : held_mass;
+    };
     for (Touch& touch : active.touches) {
-        // 1/m_eff = 1/m_n + Σ N_i² / m_i over what is free to move
-        auto inverse = [&](std::int32_t n) { return arrays.b[4 * static_cast<std::size_t>(n)] > 0 ? 1 / arrays.mass[4 * static_cast<std::size_t>(n)] : 0.0; };
-        double compliance = inverse(touch.node);
-        std::int32_t together = contacts_of_[static_cast<std::size_t>(touch.node)];
+        double opposite = 0;
         Vector relative{};
         for (std::size_t c = 0; c < 3; ++c) relative[c] = at(arrays.v, touch.node)[c];
         for (std::size_t i = 0; i < 3; ++i) {
-            compliance += touch.weight[i] * touch.weight[i] * inverse(touch.corner[i]);
-            together = std::max(together, contacts_of_[static_cast<std::size_t>(touch.corner[i])]);
+            opposite += touch.weight[i] * lends(touch.corner[i]);
             for (std::size_t c = 0; c < 3; ++c) relative[c] -= touch.weight[i] * at(arrays.v, touch.corner[i])[c];
         }
+        const double own = lends(touch.node);
         touch.force = {};
-        if (!(compliance > 0)) continue;
-        const double m = 1 / compliance / together;
+        if (own >= held_mass && opposite >= 0.99 * held_mass) continue;
+        const double m = own * opposite / (own + opposite);
         const double k = active.share * m / (d_time_ * d_time_);
         const double away = dot(relative, touch.normal);
         const double normal_force = std::max(0.0, k * touch.depth - 2 * active.pair.damping * std::sqrt(k * m) * away);
@@ -229,8 +259,27 @@ void ContactSet::press(Active& active, const ContactArrays& arrays) {
     }
 }
 
+// A node's springs share what the step allows it. With g = (1, -N1, -N2, -N3) the row sums of Σ k g gᵀ
+// bound its eigenvalues: Σ_j k_j |g_jn| ≤ ½ share m_n / Δt². The largest Σ |g_jn| so far is taken: a
+// spring that stiffened while it is pressed would make energy out of nothing.
+void ContactSet::share_nodes() {
+    for (const Active& active : pairs_)
+        for (const Touch& touch : active.touches) {
+            sum_[static_cast<std::size_t>(touch.node)] += 1;
+            for (std::size_t i = 0; i < 3; ++i) sum_[static_cast<std::size_t>(touch.corner[i])] += std::abs(touch.weight[i]);
+        }
+    for (const Active& active : pairs_)
+        for (const Touch& touch : active.touches)
+            for (std::int32_t n : {touch.node, touch.corner[0], touch.corner[1], touch.corner[2]}) {
+                const auto k = static_cast<std::size_t>(n);
+                most_[k] = std::max(most_[k], sum_[k]);
+                sum_[k] = 0;
+            }
+}
+
 void ContactSet::push(const ContactArrays& arrays, double time) {
     for (Active& active : pairs_) active.touches.clear();
+    find_normals(arrays.x);
     for (Active& active : pairs_) {
         if (time < active.pair.start_time || active.side[0].triangles.empty() || active.side[1].triangles.empty()) continue;
         for (std::size_t slave = 0; slave < (active.self ? 1u : 2u); ++slave) {
@@ -240,17 +289,8 @@ void ContactSet::push(const ContactArrays& arrays, double time) {
             touch_side(active, slave, arrays);
         }
     }
-    // a node's springs share what the step allows it
-    auto count = [&](std::int32_t change) {
-        for (const Active& active : pairs_)
-            for (const Touch& touch : active.touches) {
-                contacts_of_[static_cast<std::size_t>(touch.node)] += change;
-                for (std::int32_t n : touch.corner) contacts_of_[static_cast<std::size_t>(n)] += change;
-            }
-    };
-    count(1);
+    share_nodes();
     for (Active& active : pairs_) press(active, arrays);
-    count(-1);
 }
 
 std::array<double, 2> ContactSet::power(const double* v, const double* v_new) const {

@@ -71,6 +71,8 @@ private:
     void find_surface(const Mesh& mesh);
     void fill_grid(const std::vector<std::int32_t>& triangles, const double* x, double reach);
     void touch_side(Active& active, std::size_t slave, const ContactArrays& arrays);
+    void find_normals(const double* x);
+    void share_nodes();
     void press(Active& active, const ContactArrays& arrays);
     // How deep a node may lie behind a triangle and still be in contact with it, m.
     double reach_of(const Active& active, std::int32_t n) const;
@@ -81,7 +83,8 @@ private:
     std::vector<Triangle> triangles_;
     std::vector<std::int32_t> surface_nodes_;
     std::vector<double> size_;               // per node: longest edge of the surface around it at the start, m
-    std::vector<std::int32_t> contacts_of_;  // per node: contacts of the step under way that it takes part in
+    std::vector<double> sum_, most_;         // per node: its weights in the contacts of a step, and the most so far
+    std::vector<std::array<double, 3>> normal_;  // per node: unit outward normal in the configuration in force
     Grid grid_;
     double d_time_ = 0;
 };

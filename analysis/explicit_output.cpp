@@ -124,9 +124,9 @@ void store_frame(ModelStore& store, ExplicitState& s) {
     const std::span<double> u = std::span(store.results.mode_vec).subspan(frame * dofs, dofs);
     for (std::size_t d = 0; d < dofs; ++d) u[d] = s.u[4 * (d / 3) + d % 3];
     s.blocks->copy_stresses(s.points.stress, s.plastic_strain);
-    logarithmic_strains(store.mesh, u, s.threads, s.points);
+    logarithmic_strains(store.mesh, u, s.team, s.points);
     const Silence silence;
-    mean_stress_strain(store.mesh, s.node_elements, s.points, s.plastic_strain, s.threads,
+    mean_stress_strain(store.mesh, s.node_elements, s.points, s.plastic_strain, s.team,
                        std::span(store.results.node_stress).subspan(frame * stress_groups * dofs, stress_groups * dofs));
     ++s.frames;
 }

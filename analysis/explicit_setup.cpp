@@ -16,6 +16,7 @@ namespace kestralum {
 namespace {
 
 constexpr double gravity_acceleration = 9.80665;  // m/s², standard (ISO 80000-3)
+constexpr std::int32_t smallest_team = 4000;      // nodes
 constexpr double end_tolerance = 1.0000001;       // keeps the last step of an end_time that is a multiple of d_time
 
 void remark(RunReport& report, std::string line) {
@@ -358,6 +359,7 @@ bool set_up_explicit(ModelStore& store, const Settings& settings, const Explicit
     s.start = std::chrono::steady_clock::now();
     if (!check_input(store, report)) return false;
     s.threads = settings.threads();
+    s.team = store.mesh.node_num() < smallest_team ? 1 : s.threads;
     store.ana_type = AnalysisType::explicit_dynamics;
     report.clock.begin("order");
     order(store);

@@ -64,6 +64,7 @@ struct ExplicitState {
     bool diverged = false;
     bool velocities_known = false;  // v_new is that of the step to come
     int threads = 1;
+    int team = 1;  // threads of a step: a small body is stepped faster by one
 
     // node × 4, the fourth unused: start coordinates and coordinates (m), displacement and its last
     // increment (m), velocities (m/s), internal, constant and contact forces (N), mass (kg), damping

@@ -14,9 +14,6 @@ constexpr std::int64_t steps_per_check = 100;
 
 std::int64_t chunks_of(const ExplicitState& s) { return (static_cast<std::int64_t>(s.u.size() / 4) + chunk_nodes - 1) / chunk_nodes; }
 
-// A small body is stepped faster by one thread than by a team.
-int team(const ExplicitState& s) { return s.u.size() / 4 < 2000 ? 1 : s.threads; }
-
 ContactArrays contact_arrays(ExplicitState& s) { return {s.x.data(), s.v.data(), s.mass.data(), s.b.data(), s.F_contact.data()}; }
 
 // v_{n+½} of the degrees of freedom that the equations of motion rule; the others get 0. Returns the
@@ -25,7 +22,7 @@ std::array<double, 2> update_velocities(ExplicitState& s) {
     const std::int64_t chunks = chunks_of(s), nodes = static_cast<std::int64_t>(s.u.size() / 4);
     s.partial.resize(2 * static_cast<std::size_t>(chunks));
     const double half = 0.5 * s.d_time;
-#pragma omp parallel for schedule(static) num_threads(team(s)) if (team(s) > 1)
+#pragma omp parallel for schedule(static) num_threads(s.team) if (s.team > 1)
     for (std::int64_t c = 0; c < chunks; ++c) {
         const auto first = static_cast<std::size_t>(4 * c * chunk_nodes), last = static_cast<std::size_t>(4 * std::min(nodes, (c + 1) * chunk_nodes));
         for (std::size_t k = first; k < last; ++k) s.v_new[k] = s.a[k] * s.v[k] + s.b[k] * (s.F[k] + s.F_contact[k] - s.R[k]);
@@ -65,7 +62,7 @@ std::array<double, 2> drive(const ModelStore& store, ExplicitState& s) {
 bool move(ExplicitState& s) {
     const std::int64_t chunks = chunks_of(s), nodes = static_cast<std::int64_t>(s.u.size() / 4);
     int lost = 0;
-#pragma omp parallel for schedule(static) num_threads(team(s)) if (team(s) > 1) reduction(| : lost)
+#pragma omp parallel for schedule(static) num_threads(s.team) if (s.team > 1) reduction(| : lost)
     for (std::int64_t c = 0; c < chunks; ++c) {
         const auto first = static_cast<std::size_t>(4 * c * chunk_nodes), last = static_cast<std::size_t>(4 * std::min(nodes, (c + 1) * chunk_nodes));
         double sum = 0;  // of u - u: 0, or not a number
@@ -112,7 +109,7 @@ void stop(ExplicitState& s, RunReport& report, std::string why) {
 void check_shapes(const ModelStore& store, ExplicitState& s, RunReport& report) {
     if (s.step_warned || s.step < s.next_check) return;
     s.next_check = s.step + steps_per_check;
-    const StableStep worst = s.bound->worst_above(s.x.data(), s.d_time, team(s));
+    const StableStep worst = s.bound->worst_above(s.x.data(), s.d_time, s.team);
     if (worst.element < 0) return;
     s.step_warned = true;
     std::string line = console::format("step %lld: d_time = %.3e s passes the stable step of %.3e s of element %d, part %s, in its present shape",
@@ -124,8 +121,8 @@ void check_shapes(const ModelStore& store, ExplicitState& s, RunReport& report) 
 }  // namespace
 
 bool find_forces(ExplicitState& s) {
-    const bool sound = s.blocks->evaluate(s.x.data(), s.du.data(), team(s));
-    s.blocks->gather_forces(s.R.data(), team(s));
+    const bool sound = s.blocks->evaluate(s.x.data(), s.du.data(), s.team);
+    s.blocks->gather_forces(s.R.data(), s.team);
     for (std::int32_t n : s.contact_nodes) std::fill_n(s.F_contact.begin() + 4 * static_cast<std::ptrdiff_t>(n), 3, 0.0);
     const double time = static_cast<double>(s.step) * s.d_time;
     if (s.contacts) s.contacts->push(contact_arrays(s), time);

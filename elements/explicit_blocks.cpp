@@ -38,8 +38,8 @@ ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts, std:
       points_(element_type(mesh.element_type).points),
       order_(element_order(mesh)) {
     const auto law = static_cast<std::size_t>(law_);
-    kernel_ = options.mean_dilatation && mesh.element_type == ElementKind::hexahedron
-                  ? set_->mean_dilatation[law]
+    kernel_ = options.mean_dilatation && options.plastic && mesh.element_type == ElementKind::hexahedron
+                  ? set_->mean_dilatation
                   : set_->kernel[static_cast<std::size_t>(mesh.element_type)][law];
     const auto W = static_cast<std::size_t>(lanes_), per_element = static_cast<std::size_t>(nodes_per_element_), points = static_cast<std::size_t>(points_);
     const std::size_t elements = order_.size(), blocks = (elements + W - 1) / W;
@@ -164,7 +164,9 @@ namespace {
 void eigen3(double a[3][3], double w[3], double V[3][3]) {
     for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 3; ++j) V[i][j] = i == j;
-    for (int sweep = 0; sweep < 12; ++sweep)
+    for (int sweep = 0; sweep < 12; ++sweep) {
+        const double off = a[0][1] * a[0][1] + a[0][2] * a[0][2] + a[1][2] * a[1][2];
+        if (!(off > 1e-36 * (a[0][0] * a[0][0] + a[1][1] * a[1][1] + a[2][2] * a[2][2]))) break;
         for (int p = 0; p < 2; ++p)
             for (int q = p + 1; q < 3; ++q) {
                 if (a[p][q] == 0) continue;
@@ -184,6 +186,7 @@ void eigen3(double a[3][3], double w[3], double V[3][3]) {
                     V[k][q] = s * vkp + c * vkq;
                 }
             }
+    }
     for (int i = 0; i < 3; ++i) w[i] = a[i][i];
 }
 
@@ -198,9 +201,10 @@ void logarithmic_strain(const double F[3][3], double* strain) {
             for (int k = 0; k < 3; ++k) b[i][j] += H[i][k] * H[j][k];
         }
     eigen3(b, w, V);
+    for (double& value : w) value = 0.5 * std::log1p(value);
     auto component = [&](int i, int j) {
         double sum = 0;
-        for (int k = 0; k < 3; ++k) sum += 0.5 * std::log1p(w[k]) * V[i][k] * V[j][k];
+        for (int k = 0; k < 3; ++k) sum += w[k] * V[i][k] * V[j][k];
         return sum;
     };
     for (int c = 0; c < 3; ++c) strain[c] = component(c, c);

@@ -31,13 +31,13 @@ using ForceKernel = void (*)(const KernelArrays& arrays, std::int64_t first, std
 
 enum class PointLaw { elastic, plastic };
 
-// One build of the kernels. `mean_dilatation` has the hexahedron's volume change averaged over its
-// points (Nagtegaal, Parks and Rice, Comput. Methods Appl. Mech. Eng. 4, 1974).
+// One build of the kernels. `mean_dilatation`: plastic hexahedra that average the volume change over
+// their points once one has yielded (Nagtegaal, Parks and Rice, Comput. Methods Appl. Mech. Eng. 4, 1974).
 struct KernelSet {
     const char* name;
     int lanes;
     ForceKernel kernel[3][2];            // by ElementKind and PointLaw
-    ForceKernel mean_dilatation[2];      // hexahedra, by PointLaw
+    ForceKernel mean_dilatation;
 };
 
 // The widest set that this processor runs; `widest` bounds the lanes (a test compares widths).

@@ -35,6 +35,8 @@ KESTRALUM_INLINE void operator+=(Vec& a, Vec b) { a.v += b.v; }
 KESTRALUM_INLINE void operator-=(Vec& a, Vec b) { a.v -= b.v; }
 KESTRALUM_INLINE Vec larger_of(Vec a, Vec b) { return {a.v < b.v ? b.v : a.v}; }
 KESTRALUM_INLINE Vec smaller_of(Vec a, Vec b) { return {b.v < a.v ? b.v : a.v}; }
+// a where the condition is above 0, b elsewhere
+KESTRALUM_INLINE Vec choose(Vec condition, Vec a, Vec b) { return {condition.v > Native{} ? a.v : b.v}; }
 KESTRALUM_INLINE Vec load(const double* p) { return {*reinterpret_cast<const Loose*>(p)}; }
 KESTRALUM_INLINE void store(double* p, Vec a) { *reinterpret_cast<Loose*>(p) = a.v; }
 KESTRALUM_INLINE Vec root(Vec a) {
@@ -326,8 +328,8 @@ void hexahedra(const KernelArrays& k, std::int64_t first, std::int64_t last) {
     }
 }
 
-// The same with one pressure in the element: the volume change is averaged over the points.
-template <PointLaw law>
+// The same with one pressure in every element that has yielded: there the volume change is averaged over
+// the points. Before, each point has its own, so that elastic bodies are those of the full integration.
 void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::int64_t last) {
     for (std::int64_t b = first; b < last; ++b) {
         HexaField x, du, sum{};
@@ -335,30 +337,34 @@ void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::i
         hexa_gather(k.du, k.nodes + 8 * W * b, du);
         const BlockMaterial material = material_of(k, b);
         double* stress = k.stress + 48 * W * b;
-        const Vec pressure = (1.0 / 3.0) * (load(stress) + load(stress + W) + load(stress + 2 * W));  // of every point
+        double* alpha = k.alpha + 8 * W * b;
         Sums sums;
         begin(sums);
-        Vec dilatation{}, volume{};
+        Vec dilatation{}, volume{}, weighted{}, strained{};
         Vec3 cof[8][3];
-        Vec deviator[8][6];
+        Vec deviator[8][6], pressure[8], part[8], trace[8];
 #pragma GCC unroll 1
         for (int p = 0; p < 8; ++p) {
             const Vec3 g[3] = {x.along[0][place[p][0]], x.along[1][place[p][1]], x.along[2][place[p][2]]};
             const Vec3 U[3] = {du.along[0][place[p][0]], du.along[1][place[p][1]], du.along[2][place[p][2]]};
             Motion m;
             find_motion(g, U, m, sums);
-            const Vec trace = m.e[0] + m.e[1] + m.e[2];
-            dilatation += trace * m.volume;
-            volume += m.volume;
             Vec s[6], before[6];
             for (int c = 0; c < 6; ++c) s[c] = load(stress + (6 * p + c) * W);
-            for (int c = 0; c < 3; ++c) s[c] -= pressure;
+            trace[p] = m.e[0] + m.e[1] + m.e[2];
+            part[p] = m.volume;
+            pressure[p] = (1.0 / 3.0) * (s[0] + s[1] + s[2]);
+            dilatation += trace[p] * m.volume;
+            weighted += pressure[p] * m.volume;
+            volume += m.volume;
+            for (int c = 0; c < 3; ++c) s[c] -= pressure[p];
             for (int c = 0; c < 6; ++c) before[c] = s[c];
             turn(m.h, s);
-            for (int c = 0; c < 3; ++c) m.e[c] -= (1.0 / 3.0) * trace;
+            for (int c = 0; c < 3; ++c) m.e[c] -= (1.0 / 3.0) * trace[p];
             for (int c = 0; c < 3; ++c) s[c] += 2.0 * material.j2.shear * m.e[c];
             for (int c = 3; c < 6; ++c) s[c] += material.j2.shear * m.e[c];
-            if constexpr (law == PointLaw::plastic) sums.plastic += yield(material, s, k.alpha + W * (8 * b + p)) * m.volume;
+            strained = larger_of(strained, load(alpha + W * p));
+            sums.plastic += yield(material, s, alpha + W * p) * m.volume;
             for (int c = 0; c < 6; ++c) {
                 deviator[p][c] = s[c];
                 before[c] = 0.5 * (before[c] + s[c]);
@@ -366,10 +372,12 @@ void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::i
             sums.internal += contract(before, m.e) * m.volume;
             for (int a = 0; a < 3; ++a) cof[p][a] = m.cof[a];
         }
-        const Vec reached = pressure + material.j2.bulk * dilatation / volume;
-        sums.internal += 0.5 * (pressure + reached) * dilatation;
+        const Vec mean = weighted / volume, reached_mean = mean + material.j2.bulk * dilatation / volume;
 #pragma GCC unroll 1
         for (int p = 0; p < 8; ++p) {
+            const Vec before = choose(strained, mean, pressure[p]);
+            const Vec reached = choose(strained, reached_mean, pressure[p] + material.j2.bulk * trace[p]);
+            sums.internal += 0.5 * (before + reached) * trace[p] * part[p];
             for (int c = 0; c < 3; ++c) deviator[p][c] += reached;
             for (int c = 0; c < 6; ++c) store(stress + (6 * p + c) * W, deviator[p][c]);
             add_flux(deviator[p], cof[p], p, sum);
@@ -484,6 +492,6 @@ const KernelSet kernels::KESTRALUM_KERNEL_SET{
     {{hexahedra<PointLaw::elastic>, hexahedra<PointLaw::plastic>},
      {tetrahedra4<PointLaw::elastic>, tetrahedra4<PointLaw::plastic>},
      {tetrahedra10<PointLaw::elastic>, tetrahedra10<PointLaw::plastic>}},
-    {hexahedra_mean_dilatation<PointLaw::elastic>, hexahedra_mean_dilatation<PointLaw::plastic>}};
+    hexahedra_mean_dilatation};
 
 }  // namespace kestralum

@@ -50,14 +50,20 @@ double largest_eigenvalue(int size, const double* ke, const double* mass) {
 }
 
 StepBound::StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials, double mass_factor, int threads)
-    : mesh_(mesh), parts_(parts), materials_(materials), type_(element_type(mesh.element_type)), mass_factor_(mass_factor) {
+    : mesh_(mesh), parts_(parts), materials_(materials), type_(element_type(mesh.element_type)) {
     const std::int32_t elements = mesh.element_num();
     const auto count = static_cast<std::size_t>(elements);
     std::vector<double> estimates(count), squared(count, 0.0);
+    const auto nodes = static_cast<std::size_t>(type_.nodes);
+    mass_.resize(count * nodes);
 #pragma omp parallel for schedule(static) num_threads(threads)
     for (std::int32_t e = 0; e < elements; ++e) {
-        double x[most_dofs];
+        double x[most_dofs], me[most_nodes * most_nodes];
         gather(e, nullptr, x);
+        type_.mass(x, me);
+        const Part& part = parts_[static_cast<std::size_t>(mesh_.p_ele_part_id[static_cast<std::size_t>(e)])];
+        const double factor = materials_[static_cast<std::size_t>(part.material_id)].density * mass_factor;
+        for (std::size_t i = 0; i < nodes; ++i) mass_[static_cast<std::size_t>(e) * nodes + i] = me[i * (nodes + 1)] * factor;
         estimates[static_cast<std::size_t>(e)] = estimate(e, x, nullptr);
     }
     // congruent elements of one part: the same estimate to rounding
@@ -105,34 +111,24 @@ void StepBound::gather(std::int32_t e, const double* x4, double* coordinates) co
     }
 }
 
-void StepBound::element_mass(std::int32_t e, double* mass) const {
-    double x[most_dofs], me[most_nodes * most_nodes];
-    gather(e, nullptr, x);
-    type_.mass(x, me);
-    const Part& part = parts_[static_cast<std::size_t>(mesh_.p_ele_part_id[static_cast<std::size_t>(e)])];
-    const double density = materials_[static_cast<std::size_t>(part.material_id)].density;
-    for (int i = 0; i < type_.nodes; ++i)
-        for (int c = 0; c < 3; ++c) mass[3 * i + c] = me[i * type_.nodes + i] * density * mass_factor_;
-}
-
 // The estimate is the trace of diag(mass)⁻¹ Ke; with `squared_frequency` its largest eigenvalue too.
 double StepBound::estimate(std::int32_t e, const double* coordinates, double* squared_frequency) const {
     const Part& part = parts_[static_cast<std::size_t>(mesh_.p_ele_part_id[static_cast<std::size_t>(e)])];
     const IsotropicModuli D = moduli_of(materials_[static_cast<std::size_t>(part.material_id)]);
     ElementPoints points;
     type_.gradients(coordinates, points.dN.data(), points.weight.data());
-    double mass[most_dofs];
-    element_mass(e, mass);
+    const double* mass = mass_.data() + static_cast<std::size_t>(e) * static_cast<std::size_t>(type_.nodes);
     double trace = 0;
     for (int p = 0; p < type_.points; ++p)
         for (int i = 0; i < type_.nodes; ++i) {
             const double* d = points.dN.data() + 3 * (type_.nodes * p + i);
-            trace += points.weight[static_cast<std::size_t>(p)] * (D.a + 2 * D.g) * (d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) / mass[3 * i];
+            trace += points.weight[static_cast<std::size_t>(p)] * (D.a + 2 * D.g) * (d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) / mass[i];
         }
     if (squared_frequency) {
-        double ke[most_dofs * most_dofs];
+        double ke[most_dofs * most_dofs], of_dof[most_dofs];
+        for (int i = 0; i < 3 * type_.nodes; ++i) of_dof[i] = mass[i / 3];
         element_stiffness(type_, points, D, ke);
-        *squared_frequency = largest_eigenvalue(3 * type_.nodes, ke, mass);
+        *squared_frequency = largest_eigenvalue(3 * type_.nodes, ke, of_dof);
     }
     return trace;
 }
@@ -140,17 +136,29 @@ double StepBound::estimate(std::int32_t e, const double* coordinates, double* sq
 StableStep StepBound::worst_above(const double* x, double step, int threads) const {
     const double limit = 4 / (step * step);
     const std::int32_t elements = mesh_.element_num();
-    std::vector<double> squared(static_cast<std::size_t>(elements), 0.0);
-#pragma omp parallel for schedule(dynamic, 256) num_threads(threads)
+    std::vector<double> estimates(static_cast<std::size_t>(elements));
+#pragma omp parallel for schedule(static) num_threads(threads)
     for (std::int32_t e = 0; e < elements; ++e) {
         double at[most_dofs];
         gather(e, x, at);
-        // a fifth below the limit the change of shape may have changed the ratio as well
-        if (estimate(e, at, nullptr) * ratio_[static_cast<std::size_t>(e)] > 0.8 * limit) estimate(e, at, &squared[static_cast<std::size_t>(e)]);
+        estimates[static_cast<std::size_t>(e)] = estimate(e, at, nullptr) * ratio_[static_cast<std::size_t>(e)];
     }
-    StableStep worst;
+    // a fifth below the limit the change of shape may have changed the ratio as well
+    std::vector<std::int32_t> candidates;
     for (std::int32_t e = 0; e < elements; ++e)
-        if (squared[static_cast<std::size_t>(e)] > std::max(limit, worst.step)) worst = {squared[static_cast<std::size_t>(e)], e};
+        if (!(estimates[static_cast<std::size_t>(e)] <= 0.8 * limit)) candidates.push_back(e);
+    const std::size_t few = std::min<std::size_t>(candidates.size(), 16);
+    std::partial_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(few), candidates.end(), [&](std::int32_t a, std::int32_t b) {
+        const double p = estimates[static_cast<std::size_t>(a)], q = estimates[static_cast<std::size_t>(b)];
+        return p != q ? p > q : a < b;
+    });
+    StableStep worst;
+    for (std::size_t k = 0; k < few; ++k) {
+        double at[most_dofs], squared = 0;
+        gather(candidates[k], x, at);
+        estimate(candidates[k], at, &squared);
+        if (squared > std::max(limit, worst.step)) worst = {squared, candidates[k]};
+    }
     if (worst.element >= 0) worst.step = 2 / std::sqrt(worst.step);
     return worst;
 }

@@ -27,19 +27,18 @@ public:
     const StableStep& undeformed() const { return undeformed_; }
 
     // In the configuration x (node × 4): the element whose frequency is above 2/step, -1 for none. An
-    // estimate from the element's gradients picks those that are computed in full.
+    // estimate from the elements' gradients picks the few that are computed in full.
     StableStep worst_above(const double* x, double step, int threads) const;
 
 private:
     double estimate(std::int32_t e, const double* coordinates, double* squared_frequency) const;
     void gather(std::int32_t e, const double* x4, double* coordinates) const;  // null: undeformed
-    void element_mass(std::int32_t e, double* mass) const;
 
     const Mesh& mesh_;
     std::span<const Part> parts_;
     std::span<const Material> materials_;
     const ElementType& type_;
-    double mass_factor_;
+    std::vector<double> mass_;   // element × local node: lumped mass, kg
     std::vector<double> ratio_;  // per element: largest ω² over its estimate in the undeformed mesh
     StableStep undeformed_;
 };
