@@ -270,7 +270,9 @@ void MainWindow::show_run(const RunReport& report, const QString& title, const H
         view_->state().result_ready = report.status == RunStatus::done || report.has_results();
         view_->state().phase = 0;
         view_->shown().model_changed();  // the run has renumbered the nodes
-        set_frame(1);
+        // steps show where they have led to
+        const bool steps = model_store().ana_type >= AnalysisType::nonlinear_static;
+        set_frame(steps ? model_store().results.mode_num() : 1);
     }
     view_->update();
     show_outcome(report, title, heard);
@@ -316,10 +318,6 @@ void MainWindow::slotsExecExplicit() {
 void MainWindow::slotsExecExplicitStep() {
     if (busy_) return;
     const RealTimeDriver* driver = real_time_driver();
-    if (!driver) {
-        tell_unbuilt("&Explicit(Real Time)");
-        return;
-    }
     end_real_time();
     view::DisplayState& state = view_->state();
     const AnalysisType former = model_store().ana_type;
@@ -352,11 +350,11 @@ void MainWindow::slotsExecExplicitStep() {
 void MainWindow::step_real_time() {
     view::DisplayState& state = view_->state();
     const RealTimeDriver* driver = real_time_driver();
-    if (!driver || !state.real_time || model_store().ana_type != AnalysisType::explicit_dynamics) return;
+    if (!state.real_time || model_store().ana_type != AnalysisType::explicit_dynamics) return;
     RunReport report;
     const bool more = driver->advance(report);
     view_->shown().drawing.results_changed();
-    state.frame = driver->frame();
+    state.frame = more ? driver->frame() : model_store().results.mode_num();  // ended: all that was reached
     QThread::msleep(static_cast<unsigned long>(driver->pause));
     if (more) return;
     state.real_time = false;
@@ -379,7 +377,7 @@ void MainWindow::step_real_time() {
 
 // Whatever replaces the store's tables ends a run that the view steps.
 void MainWindow::end_real_time() {
-    if (view_->state().real_time && real_time_driver()) real_time_driver()->drop();
+    if (view_->state().real_time) real_time_driver()->drop();
     view_->set_step({});
     view_->state().real_time = false;
     log_lock_.reset();

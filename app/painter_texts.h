@@ -13,23 +13,22 @@ namespace kestralum {
 
 class PainterTexts : public view::gl::TextPainter {
 public:
-    PainterTexts() : font_("sans-serif"), metrics_((font_.setPixelSize(15), font_)) {}
+    using Size = view::gl::TextSize;
 
-    void draw(double x, double y, const std::string& text, const view::Color& color) override {
-        texts_.push_back({x, y, text, color});
+    void draw(double x, double y, const std::string& text, Size size, const view::Color& color) override {
+        texts_.push_back({x, y, text, size, color});
     }
-    double width(const std::string& text) const override {
-        return metrics_.horizontalAdvance(QString::fromStdString(text));
+    double width(const std::string& text, Size size) const override {
+        return QFontMetricsF(font(size)).horizontalAdvance(QString::fromStdString(text));
     }
-    double height() const override { return 18; }
 
     // Paints what was drawn, in pixels of the device.
     void paint(QPaintDevice* device) {
         QPainter painter(device);
         const double scale = 1 / device->devicePixelRatioF();
         painter.scale(scale, scale);
-        painter.setFont(font_);
         for (const Text& t : texts_) {
+            painter.setFont(font(t.size));
             painter.setPen(QColor::fromRgbF(t.color[0], t.color[1], t.color[2], t.color[3]));
             painter.drawText(QPointF(t.x, t.y), QString::fromStdString(t.text));
         }
@@ -37,13 +36,17 @@ public:
     }
 
 private:
+    static QFont font(Size size) {
+        QFont font("sans-serif");
+        font.setPixelSize(size == Size::large ? 16 : 12);
+        return font;
+    }
     struct Text {
         double x, y;
         std::string text;
+        Size size;
         view::Color color;
     };
-    QFont font_;
-    QFontMetricsF metrics_;
     std::vector<Text> texts_;
 };
 

@@ -1,11 +1,17 @@
 #include "app/real_time.h"
 
+#include "analysis/explicit_driver.h"
+
 namespace kestralum {
 
 namespace {
 
+constexpr RealTimeDriver explicit_analysis{
+    begin_explicit, advance_explicit, drop_explicit,
+    [] { return static_cast<int>(explicit_progress().k); }, 100};
+
 const RealTimeDriver*& driver_in_force() {
-    static const RealTimeDriver* driver = nullptr;
+    static const RealTimeDriver* driver = &explicit_analysis;
     return driver;
 }
 

@@ -10,11 +10,11 @@ struct RealTimeDriver {
     bool (*begin)(RunReport& report);    // the set-up; false with report.remarks.errors
     bool (*advance)(RunReport& report);  // one output interval; false when the run has ended, with its report
     void (*drop)();                      // lets a run go without writing its results
-    int (*frame)();                      // the frame that holds the state reached, 1-based
+    int (*frame)();                      // while it runs: the frame that holds the state reached, 1-based
     int pause;                           // ms after each interval: the pace of the picture
 };
 
-// The driver in force; null while there is none.
+// The driver in force: the program's own explicit analysis unless a test has set another.
 const RealTimeDriver* real_time_driver();
 void set_real_time_driver(const RealTimeDriver* driver);
 

@@ -18,8 +18,18 @@ void ShownModel::model_changed() {
 
 view::SceneTables ShownModel::tables() const {
     const ModelStore& store = model_store();
-    return {store.mesh,    store.results, store.control,        store.ana_type,     store.parts,
-            store.parts_o, store.forces,  store.rigid_elements, store.rigid_forces, fixed_nodes_};
+    return {.mesh = store.mesh,
+            .results = store.results,
+            .control = store.control,
+            .ana_type = store.ana_type,
+            .parts = store.parts,
+            .parts_o = store.parts_o,
+            .forces = store.forces,
+            .rigid_elements = store.rigid_elements,
+            .rigid_forces = store.rigid_forces,
+            .walls = store.explicit_tables.walls,
+            .parameters = store.parameters,
+            .fixed_nodes = fixed_nodes_};
 }
 
 view::Scene ShownModel::box() const {
@@ -31,7 +41,7 @@ void ShownModel::fit(const view::gl::TextPainter& texts) {
     view::Margins margins;
     const auto bar = view::gl::shown_bar(drawing.picture(), state, tables().ana_type);
     margins.right = view::gl::bar_width(bar, camera, texts);
-    if (state.result_ready && state.shows(view::ViewFlag::text)) margins.bottom = 2.5 * texts.height();
+    if (state.result_ready && state.shows(view::ViewFlag::text)) margins.bottom = 2.6 * texts.height(view::gl::TextSize::large);
     const auto points = view::gl::extent_points(drawing.picture(), tables(), state);
     view::fit_points(camera, box(), points, margins);
 }

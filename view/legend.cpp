@@ -84,14 +84,14 @@ BarLayout bar_layout(double width, double height, double text_width, double text
     layout.panel_x = std::max(width - layout.panel_width - gap, 0.0);
     // title and largest above the colours, smallest below
     layout.bar_height = std::max(std::min(0.6 * height, height - 2 * gap - 5 * line), 0.0);
-    layout.panel_height = std::min(layout.bar_height + 4 * line, std::max(height, 0.0));
+    layout.panel_height = std::min(layout.bar_height + 5 * line, std::max(height, 0.0));
     layout.panel_y = std::clamp(gap, 0.0, std::max(height - layout.panel_height, 0.0));
     layout.title_y = layout.panel_y + text_height + 0.25 * gap;
     layout.largest_y = layout.title_y + line;
     layout.bar_x = layout.panel_x + gap;
-    layout.bar_y = layout.largest_y + gap + 0.25 * text_height;
+    layout.bar_y = layout.largest_y + 1.3 * text_height;
     layout.text_x = layout.bar_x + layout.bar_width + gap;
-    layout.smallest_y = layout.bar_y + layout.bar_height + line;
+    layout.smallest_y = layout.bar_y + layout.bar_height + 2 * text_height;
     return layout;
 }
 

@@ -25,6 +25,8 @@ struct SceneTables {
     std::span<const AppliedForce> forces;
     std::span<const RigidElement> rigid_elements;
     std::span<const RigidForce> rigid_forces;
+    std::span<const RigidWall> walls;
+    std::span<const Parameter> parameters;      // that the walls' motions use
     std::span<const std::int32_t> fixed_nodes;  // 0-based
 
     Scene box() const { return {mesh.size_info, mesh.max_length}; }

@@ -52,13 +52,25 @@ Vec3 middle(const std::vector<Vec3>& places) {
     return places.empty() ? sum : times(1.0 / static_cast<double>(places.size()), sum);
 }
 
+// Most of the surface at the places looks the way that the force acts.
+bool pulls_outwards(const Mesh& mesh, const AppliedForce& force, const Vec3& arrow) {
+    constexpr double cosine = 0.5;
+    if (mesh.node_n_dir.size() != mesh.coordinates.size()) return false;
+    Vec3 sum{};
+    if (force.kind == ForceKind::node && in_mesh(mesh, node_index(force.node)))
+        sum = triple(mesh.node_n_dir, node_index(force.node));
+    for (std::int32_t n = 0; force.kind == ForceKind::area && n < mesh.node_num(); ++n)
+        if (inside(force.box, triple(mesh.coordinates, n))) sum = plus(sum, triple(mesh.node_n_dir, n));
+    return norm(sum) > 0 && dot(unit(sum), arrow) > cosine * norm(arrow);
+}
+
 constexpr double arrow_share = 0.15;  // of max_length
 
 }  // namespace
 
 ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> forces,
                            std::span<const double> coordinates) {
-    constexpr std::size_t most_arrows = 200;
+    constexpr std::size_t most_arrows = 40;
     const double length = arrow_share * extent_of(mesh.max_length);
     ForceSymbols out;
     for (const AppliedForce& force : forces) {
@@ -68,10 +80,13 @@ ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> force
         const double way = force.value > 0 ? length : force.value < 0 ? -length : 0.0;
         const Vec3 arrow = axis_vector(static_cast<std::size_t>(force.axis), way);
         const std::size_t stride = stride_for(places.size(), most_arrows);
-        for (std::size_t k = 0; way != 0 && k < places.size(); k += stride)
-            out.arrows.push_back({minus(places[k], arrow), places[k]});
-        out.labels.push_back(
-            {minus(middle(places), arrow), console::format("%.3e[N]", std::abs(force.value))});
+        const bool pulls = way != 0 && pulls_outwards(mesh, force, arrow);
+        const Vec3 free_end = pulls ? arrow : times(-1, arrow);  // seen from the node
+        for (std::size_t k = 0; way != 0 && k < places.size(); k += stride) {
+            const Vec3 end = plus(places[k], free_end);
+            out.arrows.push_back(pulls ? Arrow{places[k], end} : Arrow{end, places[k]});
+        }
+        out.labels.push_back({plus(middle(places), free_end), console::format("%.3e[N]", std::abs(force.value))});
     }
     return out;
 }
@@ -188,6 +203,66 @@ RigidMarkers rigid_markers(std::span<const RigidElement> elements, double max_le
                 {minus(place, axis_vector(a, half)), plus(place, axis_vector(a, half)), violet});
         add_rigid_region(out.lines, element);
         out.labels.push_back({place, element.name});
+    }
+    return out;
+}
+
+namespace {
+
+constexpr Color wall_color{0.35f, 0.35f, 0.45f, 1};
+
+// A rectangle normal to `axis` about `centre`, with lines across it.
+void add_plane(std::vector<Line>& lines, const Vec3& centre, std::size_t axis, const Vec3& half) {
+    constexpr int hatches = 8;
+    const std::size_t u = (axis + 1) % 3, v = (axis + 2) % 3;
+    auto at = [&](double a, double b) {
+        Vec3 p = centre;
+        p[u] += a * half[u];
+        p[v] += b * half[v];
+        return p;
+    };
+    const std::array<Vec3, 4> corner{at(-1, -1), at(1, -1), at(1, 1), at(-1, 1)};
+    for (std::size_t k = 0; k < 4; ++k) lines.push_back({corner[k], corner[(k + 1) % 4], wall_color});
+    for (int k = -hatches + 1; k < hatches; ++k) {  // lines a - b = constant
+        const double c = 2.0 * k / hatches;
+        lines.push_back({at(std::max(-1.0, c - 1), std::max(-1.0, -1 - c)), at(std::min(1.0, c + 1), std::min(1.0, 1 - c)), wall_color});
+    }
+}
+
+void add_round_wall(std::vector<Line>& lines, const RigidWall& wall, const Vec3& centre, std::size_t axis, double half) {
+    if (wall.kind == WallKind::sphere) {
+        for (std::size_t a = 0; a < 3; ++a)
+            add_circle(lines, centre, axis_vector((a + 1) % 3, wall.radius), axis_vector((a + 2) % 3, wall.radius), 360, wall_color);
+        return;
+    }
+    const Vec3 u = axis_vector((axis + 1) % 3, wall.radius), v = axis_vector((axis + 2) % 3, wall.radius);
+    for (const double side : {-half, half}) add_circle(lines, plus(centre, axis_vector(axis, side)), u, v, 360, wall_color);
+    for (const Vec3& r : {u, v, times(-1, u), times(-1, v)})
+        lines.push_back({plus(centre, minus(r, axis_vector(axis, half))), plus(centre, plus(r, axis_vector(axis, half))), wall_color});
+}
+
+}  // namespace
+
+RigidMarkers wall_markers(std::span<const RigidWall> walls, std::span<const Parameter> parameters, double time,
+                          const Scene& scene) {
+    RigidMarkers out;
+    for (const RigidWall& wall : walls) {
+        if (wall.axis < 0 || wall.axis > 2) continue;
+        const auto axis = static_cast<std::size_t>(wall.axis);
+        Vec3 centre, half;
+        for (std::size_t c = 0; c < 3; ++c) {
+            centre[c] = 0.5 * (wall.box[2 * c] + wall.box[2 * c + 1]) + wall.motion[c].at(time, parameters);
+            half[c] = 0.5 * std::abs(wall.box[2 * c + 1] - wall.box[2 * c]);
+            // a wall without bounds is shown about the model
+            const bool bounds = wall.kind == WallKind::plane ? c != axis : wall.kind == WallKind::cylinder && c == axis;
+            if (half[c] > 0 || !bounds) continue;
+            half[c] = 0.6 * extent_of(scene.max_length);
+            centre[c] = scene.centre()[c];
+        }
+        if (!std::isfinite(norm(centre)) || !std::isfinite(norm(half))) continue;
+        if (wall.kind == WallKind::plane) add_plane(out.lines, centre, axis, half);
+        else add_round_wall(out.lines, wall, centre, axis, half[axis]);
+        out.labels.push_back({centre, wall.name});
     }
     return out;
 }

@@ -34,7 +34,7 @@ struct Cone {
 
 struct ForceSymbols {
     std::vector<Arrow> arrows;
-    std::vector<Label> labels;  // "%.3e[N]" per record, at the tail of its (middle) arrow
+    std::vector<Label> labels;  // "%.3e[N]" per record, at the free end of its (middle) arrow
 };
 
 // Triad of unit length scaled by `size`: x red with a cross at its tip, y green, z blue.
@@ -52,9 +52,9 @@ Vec3 part_point(const Part& part, const Vec3& local);
 // the part's origin, and the feature runs along its z.
 std::vector<Line> feature_outlines(std::span<const Part> parts_o);
 
-// Arrows of max_length·0.15 that end at the loaded nodes, as drawn at `coordinates`, and point the way
-// the force acts. A node force that found no node stands at its point. An area force has one arrow on
-// each of its nodes, thinned out evenly to about 200, and one label. A force of 0 has a label only.
+// Arrows of max_length·0.15 at the loaded nodes, as drawn at `coordinates`, that point the way the force
+// acts: they end at the nodes, or begin there where the force pulls outwards. A node force that found no node stands at its point. An area force has one arrow on
+// each of its nodes, thinned out evenly to about 40, and one label. A force of 0 has a label only.
 ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> forces,
                            std::span<const double> coordinates);
 
@@ -74,6 +74,11 @@ struct RigidMarkers {
     std::vector<Label> labels;
 };
 RigidMarkers rigid_markers(std::span<const RigidElement> elements, double max_length);
+
+// Outlines of rigid walls at a time: a hatched rectangle, one of max_length about the model's middle where
+// a plane has no bounds; circles of a cylinder and of a sphere; names.
+RigidMarkers wall_markers(std::span<const RigidWall> walls, std::span<const Parameter> parameters, double time,
+                          const Scene& scene);
 
 // Dimension lines along three edges of the model's box, set off from it, with "x:%.4g[m]" and so on;
 // an axis without length has none.

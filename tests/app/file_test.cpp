@@ -243,8 +243,32 @@ TEST_F(RealTime, EndsWithItsLastFrame) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return !state().real_time; }));
     QTest::qWait(200);
     EXPECT_EQ(FakeRun::advanced, 3);
-    EXPECT_EQ(state().frame, 4);
+    EXPECT_EQ(state().frame, 50) << "the last frame of the results is shown";
     EXPECT_EQ(FakeRun::dropped, 0) << "the run has finished by itself";
+}
+
+// The program's own driver: a bar that starts with a velocity, ten frames of it.
+TEST_F(Window, StepsTheExplicitAnalysisInRealTime) {
+    folder.write("flying.ana", "FLY explicit d_time 1e-7 end_time 1e-5 output_frequency 10 C_alfa 0\n"
+                               "INITIAL_VELOCITY BAR part x 10  0 0 0 0 0 0 % END\n");
+    ASSERT_TRUE(open(replaced(bar_text, "CLAMP plane x  0 0 -1 1 -1 1", ""), "flying.txt"));
+    console::Capture captured;
+    trigger("&Explicit(Real Time)");
+    EXPECT_TRUE(state().real_time);
+    EXPECT_EQ(state().frame, 1);
+    EXPECT_FALSE(contains(captured.lines, "ti_current"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !state().real_time; }, 20000));
+    EXPECT_TRUE(contains(captured.lines, " ti_current = 2\n"));
+    EXPECT_EQ(state().frame, model_store().results.mode_num());
+    EXPECT_TRUE(std::filesystem::exists(folder.file("log/disp_flying.txt")));
+    const Results run = model_store().results;
+    ASSERT_EQ(run.mode_num(), 11);
+    // what the analysis wrote comes back
+    ASSERT_TRUE(window->open_displacements(QString::fromStdString(folder.file("log/disp_flying.txt"))));
+    ASSERT_EQ(model_store().results.mode_vec.size(), run.mode_vec.size());
+    for (std::size_t k = 0; k < run.mode_vec.size(); ++k)
+        EXPECT_NEAR(model_store().results.mode_vec[k], run.mode_vec[k], 1e-5 * std::abs(run.mode_vec[k]));
+    EXPECT_GT(view::largest_displacement(view::frame_displacement(run, model_store().mesh.dof_num, 11)), 5e-5);
 }
 
 // ---- long work

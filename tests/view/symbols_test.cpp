@@ -40,12 +40,41 @@ TEST(Symbols, ForcesEndAtTheirDrawnNodes) {
     ASSERT_EQ(symbols.labels.size(), 3u);
     EXPECT_EQ(symbols.labels[0].text, "1.234e+03[N]");
     EXPECT_EQ(symbols.labels[1].text, "1.000e+01[N]");
-    ASSERT_GE(symbols.arrows.size(), 102u);
-    EXPECT_LE(symbols.arrows.size(), 202u);  // 441 nodes, thinned out
-    expect_near(symbols.arrows[0].tip, {0, 0, 0.5});
-    expect_near(symbols.arrows[0].tail, {0, 0, 0.8});  // pushes down, 0.15 of 2 m long
+    ASSERT_GE(symbols.arrows.size(), 22u);
+    EXPECT_LE(symbols.arrows.size(), 42u);  // 441 nodes, thinned out
+    expect_near(symbols.arrows[0].tail, {0, 0, 0.5});
+    expect_near(symbols.arrows[0].tip, {0, 0, 0.2});  // pulls the lower corner down, 0.15 of 2 m long
+    expect_near(symbols.arrows[1].tip, {0, 0, 0.6});  // along the upper side: ends at the node
     expect_near(symbols.arrows.back().tip, {3, 3, 3});
     expect_near(symbols.labels[1].at, {1 - 0.3, 1, 0.6});
+
+    forces[0].value = 1234.5;  // pushes the same corner up
+    const ForceSymbols pushed = force_symbols(mesh, forces, drawn);
+    expect_near(pushed.arrows[0].tip, {0, 0, 0.5});
+    expect_near(pushed.arrows[0].tail, {0, 0, 0.2});
+}
+
+TEST(Symbols, WallsStandWhereTheirMotionHasBroughtThem) {
+    const Scene scene{{0, 0, 0, 2, 1, 1}, 2};
+    std::vector<RigidWall> walls(3);
+    walls[0].axis = 2;  // a plane z = 0.5 without bounds
+    walls[0].box = {0, 0, 0, 0, 0.5, 0.5};
+    walls[0].motion[2].start = 0.25;
+    walls[1].kind = WallKind::sphere;
+    walls[1].radius = 0.5;
+    walls[1].box = {1, 1, 1, 1, 1, 1};
+    walls[2].axis = 7;  // damaged
+    const RigidMarkers markers = wall_markers(walls, {}, 0, scene);
+    ASSERT_EQ(markers.labels.size(), 2u);
+    expect_near(markers.labels[0].at, {1, 0.5, 0.75});
+    double farthest = 0;
+    for (const Line& line : markers.lines)
+        for (const Vec3& end : {line.from, line.to}) {
+            const bool on_plane = std::abs(end[2] - 0.75) < 1e-12 && std::abs(end[0] - 1) < 1.2 + 1e-9 && std::abs(end[1] - 0.5) < 1.2 + 1e-9;
+            EXPECT_TRUE(on_plane || std::abs(norm(minus(end, {1, 1, 1})) - 0.5) < 1e-9);
+            farthest = std::max(farthest, std::abs(end[0] - 1));
+        }
+    EXPECT_NEAR(farthest, 1.2, 1e-9);
 }
 
 TEST(Symbols, RigidForcesTellMomentsApart) {

@@ -9,7 +9,7 @@ namespace kestralum::view::gl {
 
 namespace {
 
-constexpr Color black{0, 0, 0, 1}, panel{1, 1, 1, 0.8f}, frame{0.4f, 0.4f, 0.4f, 1};
+constexpr Color black{0, 0, 0, 1}, panel{1, 1, 1, 0.75f}, frame{0.4f, 0.4f, 0.4f, 1};
 
 void rectangle(GLenum kind, double x, double y, double width, double height, const Color& color) {
     glColor4fv(color.data());
@@ -21,24 +21,71 @@ void rectangle(GLenum kind, double x, double y, double width, double height, con
     glEnd();
 }
 
-// A text on a light panel, kept inside the view where it fits.
-void boxed_text(double x, double y, const std::string& text, const Camera& camera, TextPainter& painter) {
-    if (text.empty()) return;
-    const double width = painter.width(text), height = painter.height();
-    x = std::clamp(x, 4.0, std::max(camera.width - width - 4, 4.0));
-    y = std::clamp(y, height, std::max(camera.height - 0.4 * height, height));
-    rectangle(GL_QUADS, x - 3, y - 0.9 * height, width + 6, 1.3 * height, panel);
-    painter.draw(x, y, text, black);
-}
+struct Box {
+    double left, top, right, bottom;
+    bool meets(const Box& other) const {
+        return left < other.right && other.left < right && top < other.bottom && other.top < bottom;
+    }
+};
+
+// Texts on light panels that keep clear of each other.
+class Panels {
+public:
+    Panels(const Camera& camera, TextPainter& painter) : camera_(camera), painter_(painter) {}
+
+    void take(const Box& box) { taken_.push_back(box); }
+
+    // At its place.
+    void fixed(double x, double y, const std::string& text, TextSize size) {
+        if (text.empty()) return;
+        const Box box = around(x, y, text, size);
+        take(box);
+        draw(box, text, size);
+    }
+
+    // At the nearest free place above or below, inside the view where it fits.
+    void label(double x, double y, const std::string& text) {
+        constexpr int rows = 12;
+        const double step = 1.4 * painter_.height(TextSize::small);
+        Box best = inside(around(x, y, text, TextSize::small));
+        for (int k = 1; k <= 2 * rows && occupied(best); ++k)
+            best = inside(around(x, y + step * (k % 2 ? 1 : -1) * ((k + 1) / 2), text, TextSize::small));
+        if (occupied(best)) best = inside(around(x, y, text, TextSize::small));
+        take(best);
+        draw(best, text, TextSize::small);
+    }
+
+private:
+    Box around(double x, double y, const std::string& text, TextSize size) const {
+        const double h = painter_.height(size);
+        return {x - 3, y - 0.9 * h, x + painter_.width(text, size) + 3, y + 0.35 * h};
+    }
+    Box inside(Box box) const {
+        const double dx = std::max(0.0, 2 - box.left) - std::max(0.0, box.right + 2 - camera_.width);
+        const double dy = std::max(0.0, 2 - box.top) - std::max(0.0, box.bottom + 2 - camera_.height);
+        return {box.left + dx, box.top + dy, box.right + dx, box.bottom + dy};
+    }
+    bool occupied(const Box& box) const {
+        return std::any_of(taken_.begin(), taken_.end(), [&](const Box& other) { return box.meets(other); });
+    }
+    void draw(const Box& box, const std::string& text, TextSize size) {
+        rectangle(GL_QUADS, box.left, box.top, box.right - box.left, box.bottom - box.top, panel);
+        painter_.draw(box.left + 3, box.top + 0.9 * painter_.height(size), text, size, black);
+    }
+
+    const Camera& camera_;
+    TextPainter& painter_;
+    std::vector<Box> taken_;
+};
 
 BarLayout layout_of(const ContourBar& bar, const Camera& camera, const TextPainter& painter) {
+    const double height = painter.height(TextSize::small);
     double widest = 0;
-    for (const BarTick& tick : bar.ticks) widest = std::max(widest, painter.width(tick.text));
+    for (const BarTick& tick : bar.ticks) widest = std::max(widest, painter.width(tick.text, TextSize::small));
     // title and marks begin at the bar's left edge, the values right of it
-    const double beside = 1.7 * painter.height();
     for (const std::string* text : {&bar.title, &bar.largest, &bar.smallest})
-        widest = std::max(widest, painter.width(*text) - beside);
-    return bar_layout(camera.width, camera.height, widest, painter.height());
+        widest = std::max(widest, painter.width(*text, TextSize::small) - 1.7 * height);
+    return bar_layout(camera.width, camera.height, widest, height);
 }
 
 void draw_bar(const ContourBar& bar, const Camera& camera, TextPainter& painter) {
@@ -55,22 +102,17 @@ void draw_bar(const ContourBar& bar, const Camera& camera, TextPainter& painter)
     }
     glEnd();
     rectangle(GL_LINE_LOOP, at.bar_x, at.bar_y, at.bar_width, at.bar_height, frame);
-    painter.draw(at.bar_x, at.title_y, bar.title, black);
-    painter.draw(at.bar_x, at.largest_y, bar.largest, black);
-    painter.draw(at.bar_x, at.smallest_y, bar.smallest, black);
-    double last = foot + 2 * painter.height();
+    const double height = painter.height(TextSize::small);
+    painter.draw(at.bar_x, at.title_y, bar.title, TextSize::small, black);
+    painter.draw(at.bar_x, at.largest_y, bar.largest, TextSize::small, black);
+    painter.draw(at.bar_x, at.smallest_y, bar.smallest, TextSize::small, black);
+    double last = foot + 2 * height;
     for (const BarTick& tick : bar.ticks) {  // a low bar leaves values out rather than stack them
         const double y = foot - tick.at * at.bar_height;
-        if (last - y < painter.height()) continue;
-        painter.draw(at.text_x, y + 0.35 * painter.height(), tick.text, black);
+        if (last - y < height) continue;
+        painter.draw(at.text_x, y + 0.35 * height, tick.text, TextSize::small, black);
         last = y;
     }
-}
-
-void draw_labels(const OverlayTexts& texts, const Camera& camera, const Scene& scene, TextPainter& painter) {
-    for (const Label& label : texts.labels)
-        if (const auto at = project(camera, scene, label.at))
-            boxed_text((*at)[0] + 6, (*at)[1] - 6, label.text, camera, painter);
 }
 
 }  // namespace
@@ -90,16 +132,23 @@ void draw_overlay(const OverlayTexts& texts, const Camera& camera, const Scene& 
     glDisable(GL_DEPTH_TEST);
     glEnable(GL_BLEND);
     glLineWidth(1);
-    draw_labels(texts, camera, scene, painter);
-    double y = 1.5 * painter.height();
+    Panels panels(camera, painter);
+    const double small = painter.height(TextSize::small), large = painter.height(TextSize::large);
+    double y = 1.5 * small;
     for (const std::string& line : texts.lines) {
-        boxed_text(10, y, line, camera, painter);
-        y += 1.3 * painter.height();
+        panels.fixed(10, y, line, TextSize::small);
+        y += 1.25 * small;
     }
     // the legend begins at (10, 5) of a picture of 100 by 100 that counts from its lower left corner
-    const double left = 0.1 * camera.width, foot = 0.95 * camera.height;
-    boxed_text(left, std::min(foot, camera.height - 1.7 * painter.height()), texts.legend, camera, painter);
-    boxed_text(left, std::max(foot + 1.3 * painter.height(), 0.0), texts.scale, camera, painter);
+    const double left = 0.1 * camera.width, foot = std::min(0.95 * camera.height, camera.height - 1.7 * large);
+    panels.fixed(left, foot, texts.legend, TextSize::large);
+    panels.fixed(left, foot + 1.3 * small + 2, texts.scale, TextSize::small);
+    if (!texts.bar.colors.empty()) {
+        const BarLayout at = layout_of(texts.bar, camera, painter);
+        panels.take({at.panel_x, at.panel_y, at.panel_x + at.panel_width, at.panel_y + at.panel_height});
+    }
+    for (const Label& label : texts.labels)
+        if (const auto at = project(camera, scene, label.at)) panels.label((*at)[0] + 6, (*at)[1] - 6, label.text);
     if (!texts.bar.colors.empty()) draw_bar(texts.bar, camera, painter);
     glEnable(GL_DEPTH_TEST);
 }

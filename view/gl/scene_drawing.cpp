@@ -60,7 +60,7 @@ std::vector<double> extent_points(const Picture& picture, const SceneTables& tab
     if (tables.ana_type == AnalysisType::eigen && picture.deformed()) add_mesh(phase_count / 2);
     if (state.shows(ViewFlag::force))
         for (const Arrow& arrow : force_symbols(tables.mesh, tables.forces, arrow_places(picture, tables)).arrows)
-            points.insert(points.end(), arrow.tail.begin(), arrow.tail.end());
+            for (const Vec3& end : {arrow.tail, arrow.tip}) points.insert(points.end(), end.begin(), end.end());
     if (points.empty()) points.assign(tables.mesh.coordinates.begin(), tables.mesh.coordinates.end());
     return points;
 }
@@ -70,7 +70,7 @@ void SceneDrawing::draw(const SceneTables& tables, const DisplayState& state, co
     picture_.update(tables, state);
     mesh_.update(picture_, tables, state);
     update_symbols(tables);
-    update_loads(tables);
+    update_loads(tables, state);
     const Scene scene = tables.box();
     set_state(state, camera, scene);
     // opaque symbols first, so that they shine through a translucent model
@@ -107,7 +107,7 @@ void SceneDrawing::set_state(const DisplayState& state, const Camera& camera, co
     glMatrixMode(GL_MODELVIEW);
     glLoadIdentity();
     // a fainter light from the viewer: no side of the model is ever black
-    const float viewer[4] = {0, 0, 1, 0}, dim[4] = {0.35f, 0.35f, 0.35f, 1}, none[4] = {0, 0, 0, 1};
+    const float viewer[4] = {0, 0, 1, 0}, dim[4] = {0.45f, 0.45f, 0.45f, 1}, none[4] = {0, 0, 0, 1};
     glLightfv(GL_LIGHT1, GL_POSITION, viewer);
     glLightfv(GL_LIGHT1, GL_DIFFUSE, dim);
     glLightfv(GL_LIGHT1, GL_SPECULAR, none);
@@ -179,6 +179,7 @@ void SceneDrawing::draw_symbols(const DisplayState& state) const {
     if (state.shows(ViewFlag::part_axes)) draw_lines(part_axes_);
     if (state.shows(ViewFlag::shape)) draw_lines(features_);
     if (state.shows(ViewFlag::rigid_element)) draw_lines(rigid_);
+    if (state.shows(ViewFlag::rigid_wall)) draw_lines(wall_lines_);
     if (state.shows(ViewFlag::dimension)) draw_lines(dimension_lines_);
     if (state.shows(ViewFlag::force)) draw_lines(arrow_shafts_);
     glLineWidth(1);
@@ -231,7 +232,7 @@ void SceneDrawing::update_symbols(const SceneTables& tables) {
     cones_.send(GL_ARRAY_BUFFER, cones);
 }
 
-void SceneDrawing::update_loads(const SceneTables& tables) {
+void SceneDrawing::update_loads(const SceneTables& tables, const DisplayState& state) {
     if (loads_of_mesh_ == picture_.mesh_revision() && loads_of_shape_ == picture_.shape_revision()) return;
     loads_of_mesh_ = picture_.mesh_revision();
     loads_of_shape_ = picture_.shape_revision();
@@ -244,6 +245,11 @@ void SceneDrawing::update_loads(const SceneTables& tables) {
     };
     add(force_symbols(tables.mesh, tables.forces, arrow_places(picture_, tables)));
     add(rigid_force_symbols(tables.mesh, tables.rigid_forces, tables.rigid_elements));
+    const bool moves = tables.ana_type == AnalysisType::explicit_dynamics && state.result_ready;
+    const double time = moves ? frame_time(tables.results, tables.control, state.frame) : 0;
+    const RigidMarkers walls = wall_markers(tables.walls, tables.parameters, time, tables.box());
+    wall_lines_.send(GL_ARRAY_BUFFER, line_vertices(walls.lines));
+    wall_labels_ = walls.labels;
     arrow_shafts_.send(GL_ARRAY_BUFFER, line_vertices(shafts));
     arrow_heads_.send(GL_ARRAY_BUFFER, heads);
 }
@@ -262,6 +268,7 @@ OverlayTexts SceneDrawing::texts(const SceneTables& tables, const DisplayState& 
     };
     add(ViewFlag::part_name, part_labels_);
     add(ViewFlag::rigid_element, rigid_labels_);
+    add(ViewFlag::rigid_wall, wall_labels_);
     add(ViewFlag::dimension, dimension_labels_);
     add(ViewFlag::force, force_labels_);
     out.bar = shown_bar(picture_, state, tables.ana_type);
@@ -282,7 +289,7 @@ std::optional<Vec3> SceneDrawing::picked_place(const SceneTables& tables, const 
 void SceneDrawing::release(bool context_alive) {
     mesh_.release(context_alive);
     for (Buffer* buffer : {&axes_, &part_axes_, &features_, &rigid_, &dimension_lines_, &cones_, &arrow_shafts_,
-                           &arrow_heads_})
+                           &arrow_heads_, &wall_lines_})
         buffer->release(context_alive);
     symbols_of_ = loads_of_mesh_ = loads_of_shape_ = 0;
 }

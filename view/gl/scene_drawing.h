@@ -32,7 +32,7 @@ public:
 private:
     void set_state(const DisplayState& state, const Camera& camera, const Scene& scene) const;
     void update_symbols(const SceneTables& tables);
-    void update_loads(const SceneTables& tables);
+    void update_loads(const SceneTables& tables, const DisplayState& state);
     void draw_mesh(const SceneTables& tables, const DisplayState& state, const Camera& camera) const;
     void draw_symbols(const DisplayState& state) const;
     void draw_hidden_axes(const DisplayState& state) const;
@@ -43,10 +43,11 @@ private:
     MeshDrawing mesh_;
     std::optional<Pick> pick_;
 
-    // symbols of the mesh, and those that follow the deformed shape
+    // symbols of the mesh, and those that follow the deformed shape or the time
     std::uint64_t symbols_of_ = 0, loads_of_mesh_ = 0, loads_of_shape_ = 0;
-    Buffer axes_, part_axes_, features_, rigid_, dimension_lines_, cones_, arrow_shafts_, arrow_heads_;
-    std::vector<Label> part_labels_, rigid_labels_, dimension_labels_, force_labels_;
+    Buffer axes_, part_axes_, features_, rigid_, dimension_lines_, cones_, arrow_shafts_, arrow_heads_,
+        wall_lines_;
+    std::vector<Label> part_labels_, rigid_labels_, dimension_labels_, force_labels_, wall_labels_;
 };
 
 // The bar shown; without colours where there is none.

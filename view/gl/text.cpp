@@ -37,16 +37,23 @@ bool glut_available() {
     return available;
 }
 
-// glWindowPos, not glRasterPos: a text that begins left of the view is drawn as far as it is inside.
-void GlutText::draw(double x, double y, const std::string& text, const Color& color) {
-    glColor4fv(color.data());
-    glWindowPos2d(x, view_height_ - y);
-    for (const char letter : text)
-        glutBitmapCharacter(GLUT_BITMAP_HELVETICA_18, static_cast<unsigned char>(letter));
+namespace {
+
+void* font_of(TextSize size) {
+    return size == TextSize::large ? GLUT_BITMAP_HELVETICA_18 : GLUT_BITMAP_HELVETICA_12;
 }
 
-double GlutText::width(const std::string& text) const {
-    return glutBitmapLength(GLUT_BITMAP_HELVETICA_18, reinterpret_cast<const unsigned char*>(text.c_str()));
+}  // namespace
+
+// glWindowPos, not glRasterPos: a text that begins left of the view is drawn as far as it is inside.
+void GlutText::draw(double x, double y, const std::string& text, TextSize size, const Color& color) {
+    glColor4fv(color.data());
+    glWindowPos2d(x, view_height_ - y);
+    for (const char letter : text) glutBitmapCharacter(font_of(size), static_cast<unsigned char>(letter));
+}
+
+double GlutText::width(const std::string& text, TextSize size) const {
+    return glutBitmapLength(font_of(size), reinterpret_cast<const unsigned char*>(text.c_str()));
 }
 
 }  // namespace kestralum::view::gl

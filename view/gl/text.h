@@ -7,25 +7,26 @@
 
 namespace kestralum::view::gl {
 
+enum class TextSize { small, large };  // large: the legend
+
 class TextPainter {
 public:
     virtual ~TextPainter() = default;
-    virtual void draw(double x, double y, const std::string& text, const Color& color) = 0;
-    virtual double width(const std::string& text) const = 0;
-    virtual double height() const = 0;  // of capital letters with a little room
+    virtual void draw(double x, double y, const std::string& text, TextSize size, const Color& color) = 0;
+    virtual double width(const std::string& text, TextSize size) const = 0;
+    double height(TextSize size) const { return size == TextSize::large ? 18 : 13; }  // with a little room
 };
 
 // True where GLUT can be used: it needs an X display. The first call initialises it.
 bool glut_available();
 
-// GLUT's bitmap letters (Helvetica, 18 points) into the framebuffer in force, `view_height` pixels high.
+// GLUT's bitmap letters (Helvetica, 12 and 18 points) into the framebuffer in force, `view_height` pixels high.
 // Only where glut_available().
 class GlutText : public TextPainter {
 public:
     explicit GlutText(int view_height) : view_height_(view_height) {}
-    void draw(double x, double y, const std::string& text, const Color& color) override;
-    double width(const std::string& text) const override;
-    double height() const override { return 18; }
+    void draw(double x, double y, const std::string& text, TextSize size, const Color& color) override;
+    double width(const std::string& text, TextSize size) const override;
 
 private:
     int view_height_;
