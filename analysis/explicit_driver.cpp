@@ -16,6 +16,8 @@ namespace kestralum {
 
 namespace {
 
+constexpr double largest_drift = 0.01;  // of the largest energy; what is above is told
+
 double seconds_since(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
@@ -94,6 +96,8 @@ void fill_report(const ModelStore& store, const ExplicitState& s, RunReport& rep
         const double drift = s.history.value(r, "drift");
         if (!(std::abs(drift) <= std::abs(out.drift))) out.drift = drift;
     }
+    if (std::abs(out.drift) > largest_drift && !s.diverged)
+        report.remarks.notices.push_back(console::format("the energy is out of balance by %.1f %%: d_time is too large or the mesh too coarse", 100 * std::abs(out.drift)));
     out.momentum = s.momentum;
     out.angular_momentum = s.angular_momentum;
     report.reaction = s.reaction;

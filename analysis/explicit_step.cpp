@@ -22,7 +22,7 @@ std::array<double, 2> update_velocities(ExplicitState& s) {
     const std::int64_t chunks = chunks_of(s), nodes = static_cast<std::int64_t>(s.u.size() / 4);
     s.partial.resize(2 * static_cast<std::size_t>(chunks));
     const double half = 0.5 * s.d_time;
-#pragma omp parallel for schedule(static) num_threads(s.team) if (s.team > 1)
+#pragma omp parallel for schedule(dynamic, 2) num_threads(s.team) if (s.team > 1)
     for (std::int64_t c = 0; c < chunks; ++c) {
         const auto first = static_cast<std::size_t>(4 * c * chunk_nodes), last = static_cast<std::size_t>(4 * std::min(nodes, (c + 1) * chunk_nodes));
         for (std::size_t k = first; k < last; ++k) s.v_new[k] = s.a[k] * s.v[k] + s.b[k] * (s.F[k] + s.F_contact[k] - s.R[k]);
@@ -62,7 +62,7 @@ std::array<double, 2> drive(const ModelStore& store, ExplicitState& s) {
 bool move(ExplicitState& s) {
     const std::int64_t chunks = chunks_of(s), nodes = static_cast<std::int64_t>(s.u.size() / 4);
     int lost = 0;
-#pragma omp parallel for schedule(static) num_threads(s.team) if (s.team > 1) reduction(| : lost)
+#pragma omp parallel for schedule(dynamic, 2) num_threads(s.team) if (s.team > 1) reduction(| : lost)
     for (std::int64_t c = 0; c < chunks; ++c) {
         const auto first = static_cast<std::size_t>(4 * c * chunk_nodes), last = static_cast<std::size_t>(4 * std::min(nodes, (c + 1) * chunk_nodes));
         double sum = 0;  // of u - u: 0, or not a number

@@ -81,7 +81,8 @@ bool ElementBlocks::evaluate(const double* x, const double* du, int threads) {
     const KernelArrays arrays{nodes_.data(), x, du, material_.data(), stress_.data(), alpha_.data(), force_.data(), energy_.data(), least_.data()};
     const std::int64_t chunks = (blocks_ + chunk_blocks - 1) / chunk_blocks;
     int inverted = 0;
-#pragma omp parallel for schedule(static) num_threads(threads) if (threads > 1) reduction(| : inverted)
+// taken as threads come free: on a busy machine one of them may be held up
+#pragma omp parallel for schedule(dynamic, 1) num_threads(threads) if (threads > 1) reduction(| : inverted)
     for (std::int64_t c = 0; c < chunks; ++c) {
         const std::int64_t first = c * chunk_blocks, last = std::min(blocks_, first + chunk_blocks);
         kernel_(arrays, first, last);
@@ -101,7 +102,7 @@ void ElementBlocks::gather_forces(double* R, int threads) const {
     const auto nodes = static_cast<std::int64_t>(gather_start_.size()) - 1;
     const double* force = force_.data();
     const std::int32_t W = lanes_, mask = W - 1;  // lanes are a power of two
-#pragma omp parallel for schedule(static) num_threads(threads) if (threads > 1)
+#pragma omp parallel for schedule(dynamic, 2048) num_threads(threads) if (threads > 1)
     for (std::int64_t n = 0; n < nodes; ++n) {
         double sum[3] = {0, 0, 0};
         for (std::int64_t k = gather_start_[static_cast<std::size_t>(n)]; k < gather_start_[static_cast<std::size_t>(n) + 1]; ++k) {

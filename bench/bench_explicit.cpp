@@ -1,0 +1,147 @@
+// Element-steps a second of the explicit analysis: whole steps (internal forces, gathering, motion) of a free
+// body under large displacements, beside what the kernel's operations and bytes allow on this machine.
+// Usage: bench_explicit [THREADS] [SECONDS]
+#include <omp.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#include "analysis/explicit_state.h"
+#include "model/console.h"
+#include "support/box_mesh.h"
+
+namespace {
+
+using namespace kestralum;
+using Clock = std::chrono::steady_clock;
+
+double seconds_since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
+
+// Sustained bytes a second of a = b + s c over arrays that no cache holds.
+double measure_bandwidth(int threads) {
+    const std::int64_t n = 40'000'000;
+    std::vector<double> a(n), b(n, 1.0), c(n, 2.0);
+    double best = 0;
+    for (int round = 0; round < 4; ++round) {
+        const auto start = Clock::now();
+#pragma omp parallel for schedule(static) num_threads(threads)
+        for (std::int64_t k = 0; k < n; ++k) a[static_cast<std::size_t>(k)] = b[static_cast<std::size_t>(k)] + 0.5 * c[static_cast<std::size_t>(k)];
+        best = std::max(best, 24.0 * static_cast<double>(n) / seconds_since(start));
+    }
+    return best;
+}
+
+// Sustained operations a second of independent multiply-adds in registers, AVX-512 where there is one.
+__attribute__((target_clones("avx512f", "avx2,fma", "default"))) double multiply_add(std::int64_t rounds) {
+    constexpr int streams = 12;
+    typedef double Lanes __attribute__((vector_size(64)));
+    Lanes x[streams];
+    for (int s = 0; s < streams; ++s) x[s] = Lanes{} + s;
+    const Lanes f = Lanes{} + 0.999999, g = Lanes{} + 1e-6;
+    for (std::int64_t k = 0; k < rounds; ++k)
+        for (int s = 0; s < streams; ++s) x[s] = x[s] * f + g;
+    double sum = 0;
+    for (int s = 0; s < streams; ++s) sum += x[s][0];
+    return sum;
+}
+double measure_operations(int threads) {
+    const std::int64_t rounds = 20'000'000;
+    double best = 0, keep = 0;
+    for (int repeat = 0; repeat < 3; ++repeat) {
+        const auto start = Clock::now();
+#pragma omp parallel num_threads(threads) reduction(+ : keep)
+        keep += multiply_add(rounds);
+        best = std::max(best, 2.0 * 12 * 8 * static_cast<double>(rounds) * threads / seconds_since(start));
+    }
+    return keep == 1e300 ? 0 : best;
+}
+
+// Additions, multiplications and divisions of an element's step, counted in the kernel's source, and the bytes
+// that it has to move: stresses in and out, forces out and in, lists, and its share of the nodes' arrays.
+struct Trial {
+    ElementKind kind;
+    bool plastic;
+    int cells;
+    double operations, bytes;
+};
+constexpr double point = 427, return_map = 45;
+
+void run(const Trial& work, int threads, double seconds, double operations, double bandwidth) {
+    ModelStore store = placeholder_model();
+    Material material{.id = 0, .name = "M", .density = 7800, .young = 2e11, .poisson = 0.3};
+    material.yield_stress = 1e6;
+    material.hardening = 1e9;
+    store.materials = {material};
+    store.parts.assign(1, {});
+    const double size = 1.0;
+    store.mesh = testing::box_mesh({{work.cells, work.cells, work.cells}, {size, size, size}}, work.kind);
+    store.control.plastic = work.plastic;
+    store.control.end_time = 1e-9;
+    store.control.output_frequency = 1'000'000;
+    Settings settings;
+    settings.n_threads = threads;
+    ExplicitState state;
+    RunReport report;
+    if (!set_up_explicit(store, settings, {}, state, report)) {
+        std::printf("%s\n", report.remarks.errors.front().c_str());
+        return;
+    }
+    state.team = threads;
+    // a twist that strains every element well past yield
+    for (std::size_t k = 0; k < state.x.size() / 4; ++k) {
+        state.v[4 * k] = -300 * state.x[4 * k + 2] * state.x[4 * k + 1];
+        state.v[4 * k + 1] = 300 * state.x[4 * k + 2] * state.x[4 * k];
+        state.v[4 * k + 2] = 100 * state.x[4 * k + 2];
+    }
+    state.velocities_known = false;
+    state.step_warned = true;
+    const int warm_up = work.plastic ? 200 : 5;
+    for (int s = 0; s < warm_up && !state.diverged; ++s) explicit_step(store, state, report);
+    const auto start = Clock::now();
+    int steps = 0;
+    while (seconds_since(start) < seconds && !state.diverged) {
+        explicit_step(store, state, report);
+        ++steps;
+    }
+    const double rate = static_cast<double>(store.mesh.element_num()) * steps / seconds_since(start);
+    std::vector<double> stress, plastic_strain;
+    state.blocks->copy_stresses(stress, plastic_strain);
+    std::size_t yielded = 0;
+    for (double a : plastic_strain) yielded += a > 0;
+    const double bound = std::min(operations / work.operations, bandwidth / work.bytes);
+    std::printf("%-21s %8d %-8s %2d   %8.3f   %8.2f  %8.2f   %4.0f %%%s", element_type(work.kind).name, store.mesh.element_num(),
+                work.plastic ? "plastic" : "elastic", threads, rate / 1e6, operations / work.operations / 1e6, bandwidth / work.bytes / 1e6, 100 * rate / bound,
+                state.diverged ? "  diverged" : "");
+    if (work.plastic) std::printf("   %.0f %% of the points yielded", 100.0 * static_cast<double>(yielded) / static_cast<double>(plastic_strain.size()));
+    std::printf("\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int most_threads = argc > 1 ? std::atoi(argv[1]) : 2;
+    const double seconds = argc > 2 ? std::atof(argv[2]) : 3;
+    console::set_lines_enabled(false);
+    const double node = 13 * 4 * 8;  // bytes of a node's arrays in a step
+    const Trial works[] = {
+        {ElementKind::hexahedron, false, 27, 792 + 8 * point, 768 + 2 * 192 + 72 + 64 + node},
+        {ElementKind::hexahedron, true, 27, 792 + 8 * (point + return_map), 768 + 128 + 2 * 192 + 72 + 64 + node},
+        {ElementKind::tetrahedron4, false, 15, 27 + point, 96 + 2 * 96 + 40 + 64 + node / 6},
+        {ElementKind::tetrahedron10, false, 15, 4 * (point + 540), 384 + 2 * 240 + 80 + 64 + 8 * node / 6},
+        {ElementKind::hexahedron, false, 58, 792 + 8 * point, 768 + 2 * 192 + 72 + 64 + node},
+        {ElementKind::hexahedron, true, 58, 792 + 8 * (point + return_map), 768 + 128 + 2 * 192 + 72 + 64 + node},
+        {ElementKind::tetrahedron4, false, 32, 27 + point, 96 + 2 * 96 + 40 + 64 + node / 6},
+        {ElementKind::tetrahedron10, false, 32, 4 * (point + 540), 384 + 2 * 240 + 80 + 64 + 8 * node / 6},
+    };
+    std::printf("kernels: %s\n", kernel_set().name);
+    for (int threads = 1; threads <= most_threads; ++threads) {
+        const double operations = measure_operations(threads), bandwidth = measure_bandwidth(threads);
+        std::printf("\n%d thread%s: %.1f Gflop/s of multiply-adds, %.1f GB/s\n", threads, threads == 1 ? "" : "s", operations / 1e9, bandwidth / 1e9);
+        std::printf("%-21s %8s %-8s %2s   %8s   %8s  %8s   %s\n", "element", "elements", "law", "T", "M el/s", "by flops", "by bytes", "of the bound");
+        for (const Trial& work : works) run(work, threads, seconds, operations, bandwidth);
+    }
+    return 0;
+}
