@@ -9,6 +9,7 @@
 
 #include "analysis/newton.h"
 #include "model/console.h"
+#include "solver/ordering.h"
 #include "support/assembled.h"
 #include "support/box_mesh.h"
 #include "support/temp_folder.h"
@@ -19,7 +20,7 @@ class FiniteProblem {
 public:
     // held(x, c): direction c of the node at x is held where it is
     FiniteProblem(Mesh mesh_in, const Material& record, const std::function<bool(const double*, int)>& held, double tolerance = 1e-9)
-        : mesh(std::move(mesh_in)), node_elements(elements_of_nodes(mesh)), materials{j2_material(record, true)},
+        : mesh(renumbered(std::move(mesh_in))), node_elements(elements_of_nodes(mesh)), materials{j2_material(record, true)},
           material(static_cast<std::size_t>(mesh.element_num()), 0), body{mesh, material, materials, 2} {
         settings.memory_size = settings.free_hd_size = 1e5;
         settings.div_memory_size = 1;
@@ -46,6 +47,11 @@ public:
     // Displacement c of the node nearest to a place.
     double displacement(const std::array<double, 3>& place, std::size_t c) const {
         return body.u[3 * static_cast<std::size_t>(nearest_node(mesh, node_elements, place)) + c];
+    }
+
+    static Mesh renumbered(Mesh mesh) {
+        reorder_nodes(mesh, "LMAX");
+        return mesh;
     }
 
     console::Capture quiet;
