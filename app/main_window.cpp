@@ -15,6 +15,8 @@
 #include <QStatusBar>
 #include <QThread>
 #include <QVBoxLayout>
+#include <algorithm>
+#include <cassert>
 #include <span>
 
 #include "analysis/analysis_table.h"
@@ -197,10 +199,12 @@ void MainWindow::showMovFileDialog() {
 
 namespace {
 
-const AnalysisEntry* entry_of(const char* menu_text) {
-    for (const AnalysisEntry& entry : analysis_table())
-        if (std::string_view(entry.menu_text) == menu_text && entry.run) return &entry;
-    return nullptr;
+const AnalysisEntry& entry_of(const char* menu_text) {
+    const auto table = analysis_table();
+    const auto entry = std::find_if(table.begin(), table.end(),
+                                    [&](const AnalysisEntry& e) { return std::string_view(e.menu_text) == menu_text; });
+    assert(entry != table.end());
+    return *entry;
 }
 
 QString plain(const char* menu_text) {
@@ -223,23 +227,17 @@ QString outcome(const RunReport& report) {
 }  // namespace
 
 void MainWindow::run_analysis(const char* menu_text, AnalysisType type, const std::function<void()>& select) {
-    if (busy_ || tell_unbuilt(menu_text)) return;
+    if (busy_) return;
     end_real_time();
     const AnalysisType former = model_store().ana_type;
     model_store().ana_type = type;
+    view_->state().real_time = false;
     select();
     Heard heard;
-    const RunReport report = run_on_store(entry_of(menu_text)->run, plain(menu_text), heard);
+    const RunReport report = run_on_store(entry_of(menu_text).run, plain(menu_text), heard);
     // nothing was computed: what is shown keeps its kind
     if (report.status == RunStatus::bad_input) model_store().ana_type = former;
     show_run(report, plain(menu_text), heard);
-}
-
-bool MainWindow::tell_unbuilt(const char* menu_text) {
-    if (entry_of(menu_text)) return false;
-    console::notice("%s is not built yet", plain(menu_text).toStdString().c_str());
-    say(plain(menu_text) + " is not built yet");
-    return true;
 }
 
 RunReport MainWindow::run_on_store(RunReport (*run)(), const QString& title, Heard& heard) {
@@ -308,10 +306,7 @@ void MainWindow::slotsExecNonlinearStatic() {
 }
 
 void MainWindow::slotsExecExplicit() {
-    run_analysis("&Explicit", AnalysisType::explicit_dynamics, [this] {
-        view_->state().real_time = false;
-        view_->state().result_ready = true;
-    });
+    run_analysis("&Explicit", AnalysisType::explicit_dynamics, [this] { view_->state().result_ready = true; });
 }
 
 // The set-up only; from then on every repaint of the view runs one output interval.

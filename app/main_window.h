@@ -99,7 +99,6 @@ private:
     void show_light_in_controls();
 
     void run_analysis(const char* menu_text, AnalysisType type, const std::function<void()>& select);
-    bool tell_unbuilt(const char* menu_text);
     RunReport run_on_store(RunReport (*run)(), const QString& title, Heard& heard);
     void show_run(const RunReport& report, const QString& title, const Heard& heard);
     void show_outcome(const RunReport& report, const QString& title, const Heard& heard);

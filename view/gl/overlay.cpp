@@ -43,14 +43,17 @@ public:
         draw(box, text, size);
     }
 
-    // At the nearest free place above or below, inside the view where it fits.
+    // Beside a place: right or left of it, or the nearest free row above or below, inside the view.
     void label(double x, double y, const std::string& text) {
         constexpr int rows = 12;
+        constexpr double beside = 8;
         const double step = 1.4 * painter_.height(TextSize::small);
-        Box best = inside(around(x, y, text, TextSize::small));
-        for (int k = 1; k <= 2 * rows && occupied(best); ++k)
-            best = inside(around(x, y + step * (k % 2 ? 1 : -1) * ((k + 1) / 2), text, TextSize::small));
-        if (occupied(best)) best = inside(around(x, y, text, TextSize::small));
+        const double columns[2] = {x + beside, x - beside - painter_.width(text, TextSize::small)};
+        Box best = inside(around(columns[0], y, text, TextSize::small));
+        for (int k = 0; k < 4 * rows && occupied(best); ++k) {
+            const int row = (k / 2 + 1) / 2 * (k / 2 % 2 ? 1 : -1);  // 0, 1, -1, 2, -2 …
+            best = inside(around(columns[k % 2], y + step * row, text, TextSize::small));
+        }
         take(best);
         draw(best, text, TextSize::small);
     }
@@ -148,7 +151,7 @@ void draw_overlay(const OverlayTexts& texts, const Camera& camera, const Scene& 
         panels.take({at.panel_x, at.panel_y, at.panel_x + at.panel_width, at.panel_y + at.panel_height});
     }
     for (const Label& label : texts.labels)
-        if (const auto at = project(camera, scene, label.at)) panels.label((*at)[0] + 6, (*at)[1] - 6, label.text);
+        if (const auto at = project(camera, scene, label.at)) panels.label((*at)[0], (*at)[1] - 4, label.text);
     if (!texts.bar.colors.empty()) draw_bar(texts.bar, camera, painter);
     glEnable(GL_DEPTH_TEST);
 }

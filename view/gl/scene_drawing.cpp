@@ -10,7 +10,8 @@ namespace kestralum::view::gl {
 namespace {
 
 constexpr Color cone_color{0.55f, 0.35f, 0.1f, 1}, arrow_color{0.85f, 0.1f, 0.1f, 1};
-constexpr double head_share = 0.3;  // of an arrow
+constexpr double head_share = 0.22;   // of an arrow
+constexpr double axes_share = 0.2;    // of max_length
 
 std::vector<double> arrow_places(const Picture& picture, const SceneTables& tables) {
     if (tables.ana_type != AnalysisType::eigen && picture.deformed()) {
@@ -19,6 +20,26 @@ std::vector<double> arrow_places(const Picture& picture, const SceneTables& tabl
         return places;
     }
     return tables.mesh.coordinates;  // a swinging mode leaves its loads behind
+}
+
+// A wall without bounds reaches to where the model has got.
+Scene box_with(Scene scene, std::span<const double> places) {
+    for (std::size_t k = 0; k < places.size(); ++k) {
+        if (!std::isfinite(places[k])) continue;
+        scene.size_info[k % 3] = std::min(scene.size_info[k % 3], places[k]);
+        scene.size_info[3 + k % 3] = std::max(scene.size_info[3 + k % 3], places[k]);
+    }
+    for (std::size_t c = 0; c < 3; ++c)
+        scene.max_length = std::max(scene.max_length, scene.size_info[3 + c] - scene.size_info[c]);
+    return scene;
+}
+
+// The model's axes are part of its picture where they begin in it or beside it.
+bool near_origin(const Scene& scene) {
+    const double beside = 0.1 * extent_of(scene.max_length);
+    for (std::size_t k = 0; k < 3; ++k)
+        if (scene.size_info[k] > beside || scene.size_info[3 + k] < -beside) return false;
+    return true;
 }
 
 void add_arrow(const Arrow& arrow, std::vector<Line>& shafts, std::vector<LitVertex>& heads) {
@@ -61,6 +82,9 @@ std::vector<double> extent_points(const Picture& picture, const SceneTables& tab
     if (state.shows(ViewFlag::force))
         for (const Arrow& arrow : force_symbols(tables.mesh, tables.forces, arrow_places(picture, tables)).arrows)
             for (const Vec3& end : {arrow.tail, arrow.tip}) points.insert(points.end(), end.begin(), end.end());
+    if (state.shows(ViewFlag::axes) && !points.empty() && near_origin(tables.box()))
+        for (const Line& line : axes(axes_share * extent_of(tables.mesh.max_length)))
+            points.insert(points.end(), line.to.begin(), line.to.end());
     if (points.empty()) points.assign(tables.mesh.coordinates.begin(), tables.mesh.coordinates.end());
     return points;
 }
@@ -133,12 +157,20 @@ void SceneDrawing::draw_mesh(const SceneTables& tables, const DisplayState& stat
     glEnable(GL_POLYGON_OFFSET_FILL);
     glPolygonOffset(1, 1);
     if (state.shows(ViewFlag::fem)) {
+        // opaque faces need neither test nor blending, and both cost where the processor draws
+        glDisable(GL_BLEND);
+        glDisable(GL_ALPHA_TEST);
         glEnable(GL_LIGHTING);
         mesh_.draw_lit_faces(tables.parts);
         glDisable(GL_LIGHTING);
-        if (picture_.translucent()) glDepthMask(GL_FALSE);
+        if (picture_.translucent()) {
+            glEnable(GL_BLEND);
+            glDepthMask(GL_FALSE);
+        }
         mesh_.draw_contour_faces();
         glDepthMask(GL_TRUE);
+        glEnable(GL_BLEND);
+        glEnable(GL_ALPHA_TEST);
     }
     glDisable(GL_POLYGON_OFFSET_FILL);
     glDisable(GL_LIGHTING);
@@ -217,8 +249,8 @@ void SceneDrawing::update_symbols(const SceneTables& tables) {
     auto send = [](Buffer& buffer, const std::vector<Line>& lines) {
         buffer.send(GL_ARRAY_BUFFER, line_vertices(lines));
     };
-    send(axes_, axes(0.2 * L));
-    send(part_axes_, part_axes(tables.parts_o, 0.2 * L));
+    send(axes_, axes(axes_share * L));
+    send(part_axes_, part_axes(tables.parts_o, axes_share * L));
     send(features_, feature_outlines(tables.parts_o));
     const RigidMarkers rigid = rigid_markers(tables.rigid_elements, tables.mesh.max_length);
     send(rigid_, rigid.lines);
@@ -243,11 +275,12 @@ void SceneDrawing::update_loads(const SceneTables& tables, const DisplayState& s
         for (const Arrow& arrow : symbols.arrows) add_arrow(arrow, shafts, heads);
         force_labels_.insert(force_labels_.end(), symbols.labels.begin(), symbols.labels.end());
     };
-    add(force_symbols(tables.mesh, tables.forces, arrow_places(picture_, tables)));
+    const std::vector<double> places = arrow_places(picture_, tables);
+    add(force_symbols(tables.mesh, tables.forces, places));
     add(rigid_force_symbols(tables.mesh, tables.rigid_forces, tables.rigid_elements));
     const bool moves = tables.ana_type == AnalysisType::explicit_dynamics && state.result_ready;
     const double time = moves ? frame_time(tables.results, tables.control, state.frame) : 0;
-    const RigidMarkers walls = wall_markers(tables.walls, tables.parameters, time, tables.box());
+    const RigidMarkers walls = wall_markers(tables.walls, tables.parameters, time, box_with(tables.box(), places));
     wall_lines_.send(GL_ARRAY_BUFFER, line_vertices(walls.lines));
     wall_labels_ = walls.labels;
     arrow_shafts_.send(GL_ARRAY_BUFFER, line_vertices(shafts));
