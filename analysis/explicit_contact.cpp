@@ -316,6 +316,18 @@ std::array<double, 3> ContactSet::force(std::size_t pair) const {
     return sum;
 }
 
+bool ContactSet::can_act(std::size_t pair) const {
+    return !pairs_[pair].side[0].triangles.empty() && !pairs_[pair].side[1].triangles.empty();
+}
+
+std::int32_t ContactSet::common_nodes(std::size_t pair) const {
+    const Active& active = pairs_[pair];
+    if (active.self) return 0;
+    const auto& second = active.side[1].nodes;
+    return static_cast<std::int32_t>(std::count_if(active.side[0].nodes.begin(), active.side[0].nodes.end(),
+                                                   [&](std::int32_t n) { return std::binary_search(second.begin(), second.end(), n); }));
+}
+
 std::int64_t ContactSet::touching() const {
     std::int64_t count = 0;
     for (const Active& active : pairs_) count += static_cast<std::int64_t>(active.touches.size());

@@ -23,6 +23,9 @@ public:
 
     bool empty() const { return pairs_.empty(); }
     std::span<const std::int32_t> nodes() const { return surface_nodes_; }
+    // Both parts of a pair have a surface; and the surface nodes that two different parts share.
+    bool can_act(std::size_t pair) const;
+    std::int32_t common_nodes(std::size_t pair) const;
     std::int64_t triangle_num() const { return static_cast<std::int64_t>(triangles_.size()); }
 
     // Forces of the configuration at `time`, added to arrays.F.

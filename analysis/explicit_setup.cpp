@@ -52,6 +52,7 @@ void order(ModelStore& store) {
     console::print("element_num=%d,point_num=%d,fn=%d\n", mesh.element_num(), mesh.node_num(), 3 * mesh.node_num());
     reorder_nodes(mesh, "LMAX");
     mesh.dof_num = 3 * mesh.node_num();
+    store.results.resize(1, mesh.dof_num);  // earlier results belong to the former numbers
     update_node_normals(mesh);
     resolve_force_points(mesh, store.forces);
 }
@@ -66,6 +67,25 @@ std::vector<std::int32_t> surface_nodes(const Mesh& mesh) {
     for (std::size_t n = 0; n < on.size(); ++n)
         if (on[n]) nodes.push_back(static_cast<std::int32_t>(n));
     return nodes;
+}
+
+// The surface for contact, when it is on; what keeps a pair from acting is said.
+void extract_surface(const ModelStore& store, ExplicitState& s, RunReport& report) {
+    const auto& pairs = store.explicit_tables.contacts;
+    if (!store.control.element_contact) {
+        if (!pairs.empty()) remark(report, "Element_contact is off: the pairs of ELEMENT_CONTACT do not act");
+        return;
+    }
+    s.contacts.emplace(pairs, store.parts, store.mesh);
+    console::print("Nnode_s=%zu\n", s.contacts->nodes().size());
+    console::print("Ntri_s=%lld\n", static_cast<long long>(s.contacts->triangle_num()));
+    for (std::size_t k = 0; k < pairs.size(); ++k) {
+        if (!s.contacts->can_act(k)) remark(report, "contact " + pairs[k].name + ": a part of it has no surface in this model");
+        if (const std::int32_t common = s.contacts->common_nodes(k); common > 0)
+            remark(report, console::format("contact %s: parts %s and %s have %d nodes in common, merged where they touched: nothing slides or parts there",
+                                           pairs[k].name.c_str(), pairs[k].part_name[0].c_str(), pairs[k].part_name[1].c_str(), common));
+    }
+    if (pairs.empty()) s.contacts.reset();
 }
 
 double sum_of(const std::vector<double>& values) { return std::accumulate(values.begin(), values.end(), 0.0); }
@@ -366,11 +386,7 @@ bool set_up_explicit(ModelStore& store, const Settings& settings, const Explicit
     report.clock.begin("assemble");
     SetUp set_up;
     const Mesh& mesh = store.mesh;
-    if (store.control.element_contact && !store.explicit_tables.contacts.empty()) {
-        s.contacts.emplace(store.explicit_tables.contacts, store.parts, mesh);
-        console::print("Nnode_s=%zu\n", s.contacts->nodes().size());
-        console::print("Ntri_s=%lld\n", static_cast<long long>(s.contacts->triangle_num()));
-    }
+    extract_surface(store, s, report);
     store.diag_num = measure_band(mesh);
     console::print("diag_num=%d\n", store.diag_num);
     store.fn_free = 3 * mesh.node_num();
@@ -405,6 +421,11 @@ bool set_up_explicit(ModelStore& store, const Settings& settings, const Explicit
         report.fail(RunStatus::failed, "the forces of the start cannot be found: an element is inverted or an expression has no value");
         return false;
     }
+    if (s.walls && s.walls->touching() > 0)
+        remark(report, console::format("%lld nodes lie behind a wall at the start and are pushed out", static_cast<long long>(s.walls->touching())));
+    if (s.contacts && s.contacts->touching() > 0)
+        remark(report, console::format("%lld nodes lie behind the surface of a contact pair at the start and are pushed out",
+                                       static_cast<long long>(s.contacts->touching())));
     store_frame(store, s);
     return true;
 }

@@ -168,6 +168,48 @@ TEST_F(ExplicitContact, FrictionBetweenBodies) {
     EXPECT_GT(u(node_at(0.1, 0.1, 0.0502), 2), -0.002) << "it has not fallen through";
 }
 
+// A part folded onto itself: two plates on a common back close and push each other apart.
+TEST_F(ExplicitContact, APartMeetsItself) {
+    // a clip: two arms of 0.1 m with a slot of 1 mm, driven together at their ends
+    Mesh mesh = hexa_box({{10, 1, 9}, {0.1, 0.02, 0.09}});
+    std::vector<std::int32_t> kept;
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        const auto c = element_centre(mesh, e);
+        const bool slot = c[0] > 0.02 && c[2] > 0.04 && c[2] < 0.05;
+        if (!slot) kept.insert(kept.end(), mesh.connectivity.begin() + 8 * e, mesh.connectivity.begin() + 8 * (e + 1));
+    }
+    mesh.connectivity = kept;
+    mesh.p_ele_part_id.assign(static_cast<std::size_t>(mesh.element_num()), 0);
+    Material soft = steel;
+    soft.young = 1e9;
+    double through = 0;
+    for (const char* contact : {"off", "on"}) {
+        make(mesh, soft);
+        read_control(std::string("end_time 0.0115 output_frequency 100 Element_contact ") + contact +
+                     " VELOCITY_INPUT low volume z 0.6 0.1 0.1 0 0.02 0 0 high volume z -0.6 0.1 0.1 0 0.02 0.09 0.09 % ELEMENT_CONTACT SELF BODY BODY 1 0 0 0 0 0 0 0 0 0 0 %");
+        run();
+        const double low = 0.04 + u(node_at(0.1, 0, 0.04), 2), high = 0.05 + u(node_at(0.1, 0, 0.05), 2);
+        if (std::string(contact) == "off") through = low - high;
+        else EXPECT_LT(low - high, 0.5 * through) << "the arms pass through each other";  // the springs are 1.5 times as stiff as the arms
+        EXPECT_LT(largest_drift(), 0.01);
+    }
+    EXPECT_GT(through, 2e-3) << "the arms were to meet";
+}
+
+TEST_F(ExplicitContact, WhatKeepsContactFromActingIsSaid) {
+    const std::string parts = "material_info M 1000 1e9 0 %\npart_info A red M RECT 1 1 1 0 0 0 1 1 1 0 0 0 0 0 0 0 0 0 B red M RECT 1 1 1 0 0 0 1 1 1 0 0 0 GAP 0 0 0 0 0 % END";
+    const std::string pair = "end_time 1e-6 ELEMENT_CONTACT HIT A B 1 0 0 0 0 0 0 0 0 0 0 % RIGID_WALL W plane +x 0 0 0 0 0.5 0.5 0 0 0 0 0 0 0 %";
+    read(std::string(parts).replace(parts.find("GAP"), 3, "1"), pair + " Element_contact on");
+    ASSERT_TRUE(begin());
+    EXPECT_NE(console_.notices.find("contact HIT: parts A and B have 4 nodes in common"), std::string::npos) << console_.notices;
+    EXPECT_NE(console_.notices.find("4 nodes lie behind a wall at the start"), std::string::npos) << console_.notices;
+    EXPECT_NE(console_.lines.find("Nnode_s=12\nNtri_s=20\n"), std::string::npos);
+    read(std::string(parts).replace(parts.find("GAP"), 3, "2"), pair + " Element_contact off");
+    ASSERT_TRUE(begin());
+    EXPECT_NE(console_.notices.find("Element_contact is off"), std::string::npos);
+    EXPECT_EQ(console_.lines.find("Nnode_s=", console_.lines.rfind("analysis_info_file_name")), std::string::npos);
+}
+
 // A square grid of cells on a disc with corners that are not flat: the circle's share grows outwards.
 Grid rod_grid(double R, double L, int cells, int along) {
     Grid grid{{cells, cells, along}, {2, 2, L}};
