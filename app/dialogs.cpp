@@ -48,7 +48,8 @@ void show_errors(QWidget* parent, const QString& headline, const QStringList& er
     box.exec();
 }
 
-PixmapWindow::PixmapWindow(const QPixmap& pixmap, QWidget* parent) : QWidget(parent, Qt::Window), pixmap_(pixmap) {
+PixmapWindow::PixmapWindow(const QPixmap& pixmap, QWidget* parent)
+    : QWidget(parent, Qt::Window), pixmap_(pixmap) {
     setAttribute(Qt::WA_DeleteOnClose);
     setWindowTitle(QString("KESTRALUM - pixmap %1 x %2").arg(pixmap.width()).arg(pixmap.height()));
     auto* label = new QLabel;
@@ -64,7 +65,8 @@ PixmapWindow::PixmapWindow(const QPixmap& pixmap, QWidget* parent) : QWidget(par
 }
 
 void PixmapWindow::save() {
-    const QString name = QFileDialog::getSaveFileName(this, "Save pixmap", "picture.png", "Images (*.png *.jpg)");
+    const QString name =
+        QFileDialog::getSaveFileName(this, "Save pixmap", "picture.png", "Images (*.png *.jpg)");
     if (name.isEmpty()) return;
     if (!pixmap_.save(name)) show_errors(this, "The pixmap was not saved", {name + " cannot be written"});
 }

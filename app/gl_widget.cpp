@@ -43,29 +43,30 @@ void GLWidget::advanceGears() {
 }
 
 // Settings and store are set up once in a process: a context made anew finds them.
-void GLWidget::start_up() {
+bool GLWidget::start_up() {
     static bool done = false;
-    if (done) return;
+    if (done) return true;
     done = true;
-    if (read_setting_file() == SettingsStatus::missing) {
-        QMetaObject::invokeMethod(this, &GLWidget::settings_missing, Qt::QueuedConnection);
-        return;
-    }
+    if (read_setting_file() == SettingsStatus::missing) return false;
     init_model_defaults();
+    return true;
 }
 
 void GLWidget::initializeGL() {
-    connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, &GLWidget::forget_context, Qt::UniqueConnection);
+    connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, &GLWidget::forget_context,
+            Qt::UniqueConnection);
     if (ready_) return;  // a new context: buffers are sent again, everything else stands
     ready_ = true;
-    start_up();
+    const bool begun = start_up();
     shown_.camera.shift = {0, 0, 0};
     shown_.camera.turn = view::identity();
     state().mouse_mode = view::MouseMode::translation;
     reset_light();
     shown_.model_changed();
     console::print("max_length = %.3e\n", model_store().mesh.max_length);
-    QMetaObject::invokeMethod(this, &GLWidget::started, Qt::QueuedConnection);
+    // not from within the set-up of the context: what follows opens boxes and models
+    QMetaObject::invokeMethod(this, begun ? &GLWidget::started : &GLWidget::settings_missing,
+                              Qt::QueuedConnection);
 }
 
 void GLWidget::reset_light() {
@@ -174,9 +175,12 @@ void GLWidget::mouseMoveEvent(QMouseEvent* event) {
         view::mouse_move(shown_.camera, shown_.box(), button, state().mouse_mode, at.x(), at.y());
     };
     if (hold_) return;
-    if (event->buttons() & Qt::LeftButton) move(view::MouseButton::left);
-    else if (event->buttons() & Qt::RightButton) move(view::MouseButton::right);
-    else if (event->buttons() & Qt::MiddleButton) move(view::MouseButton::middle);
+    if (event->buttons() & Qt::LeftButton)
+        move(view::MouseButton::left);
+    else if (event->buttons() & Qt::RightButton)
+        move(view::MouseButton::right);
+    else if (event->buttons() & Qt::MiddleButton)
+        move(view::MouseButton::middle);
     update();
 }
 

@@ -55,7 +55,7 @@ protected:
     void wheelEvent(QWheelEvent* event) override;
 
 private:
-    void start_up();
+    bool start_up();  // false: the settings file is missing
     void step_animation();
     void draw_scene();
     void forget_context();

@@ -43,7 +43,8 @@ private:
         former_(kind, text);
         if (kind == console::Kind::error || kind == console::Kind::notice) {
             const std::lock_guard lock(lock_);
-            const QString line = QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())).trimmed();
+            const QString line =
+                QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())).trimmed();
             (kind == console::Kind::error ? heard.errors : heard.notices) << line;
         }
         // lines of worker threads cannot touch the window

@@ -28,7 +28,8 @@ bool given(const char* variable) {
 
 // Qt ends the process with a core file where it finds no display; this says so before.
 bool display_missing() {
-    if (given("QT_QPA_PLATFORM") && std::string_view(std::getenv("QT_QPA_PLATFORM")).substr(0, 3) != "xcb") return false;
+    if (given("QT_QPA_PLATFORM") && std::string_view(std::getenv("QT_QPA_PLATFORM")).substr(0, 3) != "xcb")
+        return false;
     if (given("WAYLAND_DISPLAY") && !given("QT_QPA_PLATFORM")) return false;
     return !given("DISPLAY") || !view::gl::glut_available();
 }
@@ -38,7 +39,8 @@ enum class Renderer { none, software, hardware };
 // Makes a context to see whether there is one, and whether the processor does the drawing.
 Renderer find_renderer() {
     const QString platform = QGuiApplication::platformName();
-    if (platform == "offscreen" || platform.startsWith("minimal") || platform == "vnc" || platform == "linuxfb")
+    if (platform == "offscreen" || platform.startsWith("minimal") || platform == "vnc" ||
+        platform == "linuxfb")
         return Renderer::none;  // a window with an OpenGL view ends these with a fault
     QOffscreenSurface surface;
     surface.create();
@@ -68,7 +70,8 @@ int open_window(const WindowOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const WindowOptions options = parse_window_options(std::span(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0));
+    const WindowOptions options =
+        parse_window_options(std::span(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0));
     if (!options.error.empty()) {
         console::error("kestralum: %s (see kestralum --help)", options.error.c_str());
         return exit_usage;
@@ -83,7 +86,8 @@ int main(int argc, char** argv) {
     }
     use_best_kernels(argv);
     if (display_missing()) {
-        console::error("kestralum: there is no display to open a window on; kestralum-batch runs without one");
+        console::error(
+            "kestralum: there is no display to open a window on; kestralum-batch runs without one");
         return exit_no_display;
     }
     QSurfaceFormat format;

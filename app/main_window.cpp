@@ -201,8 +201,9 @@ namespace {
 
 const AnalysisEntry& entry_of(const char* menu_text) {
     const auto table = analysis_table();
-    const auto entry = std::find_if(table.begin(), table.end(),
-                                    [&](const AnalysisEntry& e) { return std::string_view(e.menu_text) == menu_text; });
+    const auto entry = std::find_if(table.begin(), table.end(), [&](const AnalysisEntry& e) {
+        return std::string_view(e.menu_text) == menu_text;
+    });
     assert(entry != table.end());
     return *entry;
 }
@@ -214,7 +215,9 @@ QString plain(const char* menu_text) {
 // One line on what came out.
 QString outcome(const RunReport& report) {
     if (!report.modes.empty())
-        return QString("%1 modes, the first at %2 Hz").arg(report.modes.size()).arg(report.modes.front().frequency, 0, 'g', 5);
+        return QString("%1 modes, the first at %2 Hz")
+            .arg(report.modes.size())
+            .arg(report.modes.front().frequency, 0, 'g', 5);
     if (report.largest_displacement.node > 0)
         return QString("largest displacement %1 m at node %2, largest Mises stress %3 Pa at node %4")
             .arg(report.largest_displacement.value, 0, 'e', 3)
@@ -280,10 +283,12 @@ void MainWindow::show_outcome(const RunReport& report, const QString& title, con
     QStringList told = heard.notices;
     for (const std::string& notice : report.remarks.notices) told << QString::fromStdString(notice);
     told.removeDuplicates();
-    told.prepend(title + ": " + (report.status == RunStatus::done ? outcome(report) : QString("not completed")));
+    told.prepend(title + ": " +
+                 (report.status == RunStatus::done ? outcome(report) : QString("not completed")));
     say(told.join("   "));
     if (!heard.errors.isEmpty())
-        show_errors(this, title + (report.has_results() ? " ended with a warning" : " was not completed"), heard.errors);
+        show_errors(this, title + (report.has_results() ? " ended with a warning" : " was not completed"),
+                    heard.errors);
     if (report.status == RunStatus::disk_budget) QCoreApplication::exit(1);
 }
 
@@ -306,7 +311,8 @@ void MainWindow::slotsExecNonlinearStatic() {
 }
 
 void MainWindow::slotsExecExplicit() {
-    run_analysis("&Explicit", AnalysisType::explicit_dynamics, [this] { view_->state().result_ready = true; });
+    run_analysis("&Explicit", AnalysisType::explicit_dynamics,
+                 [this] { view_->state().result_ready = true; });
 }
 
 // The set-up only; from then on every repaint of the view runs one output interval.
@@ -466,8 +472,10 @@ void MainWindow::renderIntoPixmap() {
     if (!size) return;
     QString error;
     const QImage image = view_->render_picture(*size, error);
-    if (image.isNull()) show_errors(this, "The pixmap was not drawn", {error});
-    else show_pixmap(image);
+    if (image.isNull())
+        show_errors(this, "The pixmap was not drawn", {error});
+    else
+        show_pixmap(image);
 }
 
 void MainWindow::grabFrameBuffer() {
@@ -479,8 +487,9 @@ void MainWindow::clearPixmap() {
 }
 
 void MainWindow::about() {
-    QMessageBox::about(this, "About KESTRALUM",
-                       "The <b>Grabber</b> example demonstrates two approaches for rendering OpenGL into a Qt pixmap.");
+    QMessageBox::about(
+        this, "About KESTRALUM",
+        "The <b>Grabber</b> example demonstrates two approaches for rendering OpenGL into a Qt pixmap.");
 }
 
 // ---- keys

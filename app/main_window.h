@@ -89,8 +89,8 @@ private:
     void make_controls(QVBoxLayout* column);
     void make_toolbar();
     QSpinBox* integer_control(QVBoxLayout* column, const char* label, void (MainWindow::*slot)(int));
-    QDoubleSpinBox* decimal_control(QVBoxLayout* column, const char* label, std::array<double, 4> range_step_start,
-                                    void (MainWindow::*slot)(double));
+    QDoubleSpinBox* decimal_control(QVBoxLayout* column, const char* label,
+                                    std::array<double, 4> range_step_start, void (MainWindow::*slot)(double));
 
     void on_started();
     void on_settings_missing();

@@ -49,9 +49,11 @@ void MainWindow::make_menus() {
     analysis->addAction(add_action("&Eigen(Lanczos)", "EigenLanczos", &MainWindow::slotsExecEigenLanczos));
     analysis->addAction(add_action("&Explicit", "", &MainWindow::slotsExecExplicit));
     analysis->addAction(add_action("&Explicit(Real Time)", "", &MainWindow::slotsExecExplicitStep));
-    analysis->addAction(add_action("&Nonlinear Static", "NonlinearStatic", &MainWindow::slotsExecNonlinearStatic));
+    analysis->addAction(
+        add_action("&Nonlinear Static", "NonlinearStatic", &MainWindow::slotsExecNonlinearStatic));
 
-    menuBar()->addMenu("&Result")->addAction(add_action("&Start Animation", "", &MainWindow::start_animation));
+    menuBar()->addMenu("&Result")->addAction(
+        add_action("&Start Animation", "", &MainWindow::start_animation));
 
     QMenu* contour = menuBar()->addMenu("&Contour");
     for (std::size_t k = 0; k < contour_actions_.size(); ++k) {
@@ -98,7 +100,8 @@ Box* labelled(QVBoxLayout* column, const char* label, Box* box) {
     box->setObjectName(label);
     box->setFixedWidth(control_width);
     box->setKeyboardTracking(false);
-    box->setButtonSymbols(QAbstractSpinBox::NoButtons);  // the arrow keys and the wheel step; digits need the width
+    box->setButtonSymbols(
+        QAbstractSpinBox::NoButtons);  // the arrow keys and the wheel step; digits need the width
     return box;
 }
 

@@ -24,7 +24,9 @@ QImage render_image(ShownModel& shown, const QSize& size, bool fit, QString& err
     format.setSamples(4);
     QOpenGLFramebufferObject target(size, format);
     if (!target.isValid() || !target.bind()) {
-        error = QString("There is no room on the graphics card for %1 x %2 pixels.").arg(size.width()).arg(size.height());
+        error = QString("There is no room on the graphics card for %1 x %2 pixels.")
+                    .arg(size.width())
+                    .arg(size.height());
         return {};
     }
     const view::Camera on_screen = shown.camera;

@@ -31,7 +31,8 @@ bool LogLock::take() {
         return false;
     }
     if (::flock(file_, LOCK_EX | LOCK_NB) != 0) {
-        console::error("another run is using the folder %s: give this one its own with --log", directory.c_str());
+        console::error("another run is using the folder %s: give this one its own with --log",
+                       directory.c_str());
         ::close(file_);
         file_ = -1;
         return false;

@@ -41,7 +41,8 @@ void ShownModel::fit(const view::gl::TextPainter& texts) {
     view::Margins margins;
     const auto bar = view::gl::shown_bar(drawing.picture(), state, tables().ana_type);
     margins.right = view::gl::bar_width(bar, camera, texts);
-    if (state.result_ready && state.shows(view::ViewFlag::text)) margins.bottom = 2.6 * texts.height(view::gl::TextSize::large);
+    if (state.result_ready && state.shows(view::ViewFlag::text))
+        margins.bottom = 2.6 * texts.height(view::gl::TextSize::large);
     const auto points = view::gl::extent_points(drawing.picture(), tables(), state);
     view::fit_points(camera, box(), points, margins);
 }

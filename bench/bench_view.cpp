@@ -39,7 +39,8 @@ double milliseconds(const std::function<void(int)>& repaint) {
         times.push_back(once(k));
         sum += times.back();
     }
-    std::nth_element(times.begin(), times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2), times.end());
+    std::nth_element(times.begin(), times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2),
+                     times.end());
     return times[times.size() / 2];
 }
 
@@ -68,24 +69,51 @@ public:
     ~Box() { drawing_.release(true); }
 
     SceneTables tables() const {
-        return {.mesh = mesh_, .results = results_, .control = control_, .ana_type = AnalysisType::eigen, .parts = {},
-                .parts_o = {}, .forces = {}, .rigid_elements = {}, .rigid_forces = {}, .walls = {}, .parameters = {},
+        return {.mesh = mesh_,
+                .results = results_,
+                .control = control_,
+                .ana_type = AnalysisType::eigen,
+                .parts = {},
+                .parts_o = {},
+                .forces = {},
+                .rigid_elements = {},
+                .rigid_forces = {},
+                .walls = {},
+                .parameters = {},
                 .fixed_nodes = {}};
     }
 
     void measure() {
-        const double buffers = milliseconds([&](int k) { turn(); draw(k % phase_count); });
-        const double camera_only = milliseconds([&](int) { turn(); draw(0); });
-        const double immediate = milliseconds([&](int k) { begin(k); testing::draw_every_face(drawing_.picture(), tables(), 1, places_); });
-        const double arrays = milliseconds([&](int k) { begin(k); draw_arrays(); });
+        const double buffers = milliseconds([&](int k) {
+            turn();
+            draw(k % phase_count);
+        });
+        const double camera_only = milliseconds([&](int) {
+            turn();
+            draw(0);
+        });
+        const double immediate = milliseconds([&](int k) {
+            begin(k);
+            testing::draw_every_face(drawing_.picture(), tables(), 1, places_);
+        });
+        const double arrays = milliseconds([&](int k) {
+            begin(k);
+            draw_arrays();
+        });
         state_.contour = 17;
-        const double lit = milliseconds([&](int k) { turn(); draw(k % phase_count); });
+        const double lit = milliseconds([&](int k) {
+            turn();
+            draw(k % phase_count);
+        });
         state_.contour = 0;
         state_.flags = start_flags();
-        const double layers = milliseconds([&](int k) { turn(); draw(k % phase_count); });
+        const double layers = milliseconds([&](int k) {
+            turn();
+            draw(k % phase_count);
+        });
         std::printf("%8d %10lld %12.2f %12.2f %12.2f %12.2f %12.2f %12.2f %8.0f\n", mesh_.element_num(),
-                    static_cast<long long>(drawing_.picture().outside().triangle_num()), immediate, arrays, buffers,
-                    camera_only, lit, layers, 1000 / layers);
+                    static_cast<long long>(drawing_.picture().outside().triangle_num()), immediate, arrays,
+                    buffers, camera_only, lit, layers, 1000 / layers);
         std::fflush(stdout);
     }
 
@@ -114,7 +142,9 @@ private:
         const auto& picture = drawing_.picture();
         for (const std::int32_t n : outside.triangles)
             vertices.push_back(gl::color_vertex(
-                triple(places_, n), contour_color(normalised(picture.values()[static_cast<std::size_t>(n)], *picture.range()), 1)));
+                triple(places_, n),
+                contour_color(normalised(picture.values()[static_cast<std::size_t>(n)], *picture.range()),
+                              1)));
         glEnableClientState(GL_VERTEX_ARRAY);
         glEnableClientState(GL_COLOR_ARRAY);
         glVertexPointer(3, GL_FLOAT, sizeof(gl::ColorVertex), vertices.data()->place.data());
@@ -151,9 +181,10 @@ int main(int argc, char** argv) {
     }
     QOpenGLFramebufferObject target(width, height, QOpenGLFramebufferObject::CombinedDepthStencil);
     target.bind();
-    std::printf("ms per repaint at %d x %d, %s\n", width, height, reinterpret_cast<const char*>(glGetString(GL_RENDERER)));
-    std::printf("%8s %10s %12s %12s %12s %12s %12s %12s %8s\n", "elements", "triangles", "immediate", "arrays", "buffers",
-                "camera only", "lit parts", "all layers", "fps");
+    std::printf("ms per repaint at %d x %d, %s\n", width, height,
+                reinterpret_cast<const char*>(glGetString(GL_RENDERER)));
+    std::printf("%8s %10s %12s %12s %12s %12s %12s %12s %8s\n", "elements", "triangles", "immediate",
+                "arrays", "buffers", "camera only", "lit parts", "all layers", "fps");
     std::vector<int> sizes;
     for (int k = 1; k < argc; ++k) sizes.push_back(std::atoi(argv[k]));
     if (sizes.empty()) sizes = {20, 40, 80};

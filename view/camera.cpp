@@ -209,7 +209,8 @@ void fit_points(Camera& camera, const Scene& scene, std::span<const double> poin
     std::array<double, 2> below{none, none}, above{none, none};
     double nearest = none;
     for (std::size_t n = 0; n + 2 < points.size(); n += 3) {
-        const Vec3 q = turned(camera.turn, minus(Vec3{points[n], points[n + 1], points[n + 2]}, scene.centre()));
+        const Vec3 q =
+            turned(camera.turn, minus(Vec3{points[n], points[n + 1], points[n + 2]}, scene.centre()));
         if (!std::isfinite(norm(q))) continue;
         nearest = std::max(nearest, q[2]);
         for (std::size_t a = 0; a < 2; ++a) {
@@ -219,7 +220,8 @@ void fit_points(Camera& camera, const Scene& scene, std::span<const double> poin
     }
     if (nearest == none) return;
     double d = std::max(0.05 * L, nearest + 0.02 * L);
-    for (std::size_t a = 0; a < 2; ++a) d = std::max(d, (below[a] + above[a]) / (T[a] * (rooms[a][1] - rooms[a][0])));
+    for (std::size_t a = 0; a < 2; ++a)
+        d = std::max(d, (below[a] + above[a]) / (T[a] * (rooms[a][1] - rooms[a][0])));
     d = std::min(d, 90 * L);
     for (std::size_t a = 0; a < 2; ++a)
         camera.shift[a] = 0.5 * (T[a] * (rooms[a][0] + rooms[a][1]) * d + below[a] - above[a]);

@@ -9,7 +9,8 @@ double mean_edge_length(const Surface& surface, std::span<const double> coordina
     const std::size_t edges = surface.edges.size() / 2, stride = edges / 1000 + 1;
     double sum = 0, count = 0;
     for (std::size_t k = 0; k < edges; k += stride, ++count)
-        sum += norm(minus(triple(coordinates, surface.edges[2 * k + 1]), triple(coordinates, surface.edges[2 * k])));
+        sum += norm(
+            minus(triple(coordinates, surface.edges[2 * k + 1]), triple(coordinates, surface.edges[2 * k])));
     return count > 0 ? sum / count : 0;
 }
 
@@ -55,8 +56,8 @@ void Picture::update_faces(const SceneTables& tables, const DisplayState& state,
 }
 
 void Picture::update_values(const SceneTables& tables, const DisplayState& state, bool carries) {
-    const ValueKey key{results_revision_, faces_revision_, state.contour, state.frame, state.all_frames_range,
-                       carries};
+    const ValueKey key{results_revision_, faces_revision_,        state.contour,
+                       state.frame,       state.all_frames_range, carries};
     if (key == value_key_) return;
     value_key_ = key;
     ++color_revision_;
@@ -85,8 +86,10 @@ void Picture::update_shape(const SceneTables& tables, const DisplayState& state)
     shape_key_ = key;
     ++shape_revision_;
     vector_ = {};
-    if (state.result_ready) vector_ = frame_displacement(tables.results, 3 * tables.mesh.node_num(), state.frame);
-    factor_ = scale_factor(tables.ana_type, vector_, {tables.mesh.max_length, state.mode_scale, state.auto_scale});
+    if (state.result_ready)
+        vector_ = frame_displacement(tables.results, 3 * tables.mesh.node_num(), state.frame);
+    factor_ =
+        scale_factor(tables.ana_type, vector_, {tables.mesh.max_length, state.mode_scale, state.auto_scale});
     phases_ = phase_table(tables.ana_type);
 }
 

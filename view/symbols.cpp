@@ -86,7 +86,8 @@ ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> force
             const Vec3 end = plus(places[k], free_end);
             out.arrows.push_back(pulls ? Arrow{places[k], end} : Arrow{end, places[k]});
         }
-        out.labels.push_back({plus(middle(places), free_end), console::format("%.3e[N]", std::abs(force.value))});
+        out.labels.push_back(
+            {plus(middle(places), free_end), console::format("%.3e[N]", std::abs(force.value))});
     }
     return out;
 }
@@ -225,26 +226,31 @@ void add_plane(std::vector<Line>& lines, const Vec3& centre, std::size_t axis, c
     for (std::size_t k = 0; k < 4; ++k) lines.push_back({corner[k], corner[(k + 1) % 4], wall_color});
     for (int k = -hatches + 1; k < hatches; ++k) {  // lines a - b = constant
         const double c = 2.0 * k / hatches;
-        lines.push_back({at(std::max(-1.0, c - 1), std::max(-1.0, -1 - c)), at(std::min(1.0, c + 1), std::min(1.0, 1 - c)), wall_color});
+        lines.push_back({at(std::max(-1.0, c - 1), std::max(-1.0, -1 - c)),
+                         at(std::min(1.0, c + 1), std::min(1.0, 1 - c)), wall_color});
     }
 }
 
-void add_round_wall(std::vector<Line>& lines, const RigidWall& wall, const Vec3& centre, std::size_t axis, double half) {
+void add_round_wall(std::vector<Line>& lines, const RigidWall& wall, const Vec3& centre, std::size_t axis,
+                    double half) {
     if (wall.kind == WallKind::sphere) {
         for (std::size_t a = 0; a < 3; ++a)
-            add_circle(lines, centre, axis_vector((a + 1) % 3, wall.radius), axis_vector((a + 2) % 3, wall.radius), 360, wall_color);
+            add_circle(lines, centre, axis_vector((a + 1) % 3, wall.radius),
+                       axis_vector((a + 2) % 3, wall.radius), 360, wall_color);
         return;
     }
     const Vec3 u = axis_vector((axis + 1) % 3, wall.radius), v = axis_vector((axis + 2) % 3, wall.radius);
-    for (const double side : {-half, half}) add_circle(lines, plus(centre, axis_vector(axis, side)), u, v, 360, wall_color);
+    for (const double side : {-half, half})
+        add_circle(lines, plus(centre, axis_vector(axis, side)), u, v, 360, wall_color);
     for (const Vec3& r : {u, v, times(-1, u), times(-1, v)})
-        lines.push_back({plus(centre, minus(r, axis_vector(axis, half))), plus(centre, plus(r, axis_vector(axis, half))), wall_color});
+        lines.push_back({plus(centre, minus(r, axis_vector(axis, half))),
+                         plus(centre, plus(r, axis_vector(axis, half))), wall_color});
 }
 
 }  // namespace
 
-RigidMarkers wall_markers(std::span<const RigidWall> walls, std::span<const Parameter> parameters, double time,
-                          const Scene& scene) {
+RigidMarkers wall_markers(std::span<const RigidWall> walls, std::span<const Parameter> parameters,
+                          double time, const Scene& scene) {
     RigidMarkers out;
     for (const RigidWall& wall : walls) {
         if (wall.axis < 0 || wall.axis > 2) continue;
@@ -254,14 +260,17 @@ RigidMarkers wall_markers(std::span<const RigidWall> walls, std::span<const Para
             centre[c] = 0.5 * (wall.box[2 * c] + wall.box[2 * c + 1]) + wall.motion[c].at(time, parameters);
             half[c] = 0.5 * std::abs(wall.box[2 * c + 1] - wall.box[2 * c]);
             // a wall without bounds is shown about the model
-            const bool bounds = wall.kind == WallKind::plane ? c != axis : wall.kind == WallKind::cylinder && c == axis;
+            const bool bounds =
+                wall.kind == WallKind::plane ? c != axis : wall.kind == WallKind::cylinder && c == axis;
             if (half[c] > 0 || !bounds) continue;
             half[c] = 0.6 * extent_of(scene.max_length);
             centre[c] = scene.centre()[c];
         }
         if (!std::isfinite(norm(centre)) || !std::isfinite(norm(half))) continue;
-        if (wall.kind == WallKind::plane) add_plane(out.lines, centre, axis, half);
-        else add_round_wall(out.lines, wall, centre, axis, half[axis]);
+        if (wall.kind == WallKind::plane)
+            add_plane(out.lines, centre, axis, half);
+        else
+            add_round_wall(out.lines, wall, centre, axis, half[axis]);
         out.labels.push_back({centre, wall.name});
     }
     return out;

@@ -53,8 +53,9 @@ Vec3 part_point(const Part& part, const Vec3& local);
 std::vector<Line> feature_outlines(std::span<const Part> parts_o);
 
 // Arrows of max_length·0.15 at the loaded nodes, as drawn at `coordinates`, that point the way the force
-// acts: they end at the nodes, or begin there where the force pulls outwards. A node force that found no node stands at its point. An area force has one arrow on
-// each of its nodes, thinned out evenly to about 40, and one label. A force of 0 has a label only.
+// acts: they end at the nodes, or begin there where the force pulls outwards. A node force that found no node
+// stands at its point. An area force has one arrow on each of its nodes, thinned out evenly to about 40, and
+// one label. A force of 0 has a label only.
 ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> forces,
                            std::span<const double> coordinates);
 
@@ -77,8 +78,8 @@ RigidMarkers rigid_markers(std::span<const RigidElement> elements, double max_le
 
 // Outlines of rigid walls at a time: a hatched rectangle, one of max_length about the model's middle where
 // a plane has no bounds; circles of a cylinder and of a sphere; names.
-RigidMarkers wall_markers(std::span<const RigidWall> walls, std::span<const Parameter> parameters, double time,
-                          const Scene& scene);
+RigidMarkers wall_markers(std::span<const RigidWall> walls, std::span<const Parameter> parameters,
+                          double time, const Scene& scene);
 
 // Dimension lines along three edges of the model's box, set off from it, with "x:%.4g[m]" and so on;
 // an axis without length has none.

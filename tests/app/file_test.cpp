@@ -66,7 +66,8 @@ TEST_F(Window, KeepsTheModelWhenAFileIsDamaged) {
     EXPECT_EQ(window->windowTitle(), title);
     EXPECT_TRUE(contains(model_store().model_file_name, "model.txt"));
     close_next_box(told);
-    EXPECT_FALSE(window->open_results(QString::fromStdString(folder.write("not_a_result", "ver3.01\n%\nNode\n-5\n"))));
+    EXPECT_FALSE(
+        window->open_results(QString::fromStdString(folder.write("not_a_result", "ver3.01\n%\nNode\n-5\n"))));
     EXPECT_TRUE(told.contains("not_a_result") && told.contains("-5")) << told.toStdString();
     close_next_box(told);
     EXPECT_FALSE(window->open_displacements(QString::fromStdString(folder.file("nowhere"))));
@@ -78,7 +79,8 @@ TEST_F(Window, KeepsTheModelWhenAFileIsDamaged) {
 
 TEST_F(Window, TellsTablesCarriedOver) {
     ASSERT_TRUE(open(block_text));
-    ASSERT_TRUE(open(replaced(block_text, "apply_force\n  PULL area x 1000  0.4 0.4 -1 1 -1 1  %\n", ""), "second.txt"));
+    ASSERT_TRUE(open(replaced(block_text, "apply_force\n  PULL area x 1000  0.4 0.4 -1 1 -1 1  %\n", ""),
+                     "second.txt"));
     EXPECT_TRUE(status().contains("apply_force")) << status().toStdString();
 }
 
@@ -119,8 +121,9 @@ TEST_F(Window, RunsAnalysesAndReadsTheirResults) {
 TEST_F(Window, RunsTheAnalysesThatGoInSteps) {
     folder.write("bar.ana", "BAR explicit d_time 1e-7 end_time 1e-5 output_frequency 10 C_alfa 0 END\n");
     ASSERT_TRUE(open("step_num 4 %\niteration 30 %\n" + bar_text, "bar.txt"));
-    const std::pair<const char*, AnalysisType> analyses[] = {{"&Nonlinear Static", AnalysisType::nonlinear_static},
-                                                             {"&Explicit", AnalysisType::explicit_dynamics}};
+    const std::pair<const char*, AnalysisType> analyses[] = {
+        {"&Nonlinear Static", AnalysisType::nonlinear_static},
+        {"&Explicit", AnalysisType::explicit_dynamics}};
     for (const auto& [text, type] : analyses) {
         trigger(text);
         EXPECT_EQ(model_store().ana_type, type);
@@ -145,11 +148,29 @@ TEST_F(Window, RefusedAnalysesTellWhy) {
     EXPECT_FALSE(state().result_ready);
 }
 
+TEST_F(Window, LeavesAFolderToTheRunThatUsesIt) {
+    ASSERT_TRUE(open(bar_text, "bar.txt"));
+    QString told;
+    {
+        LogLock other;
+        ASSERT_TRUE(other.take());
+        close_next_box(told);
+        trigger("&Static");
+        expect_answered();
+        EXPECT_TRUE(told.contains("another run")) << told.toStdString();
+        EXPECT_FALSE(state().result_ready);
+    }
+    trigger("&Static");
+    EXPECT_TRUE(state().result_ready);
+}
+
 // Two steps of a mesh of one hexahedron, as the explicit analysis writes them.
 std::string displacement_text() {
     std::string text = "ver3.01\n%\nNode\n8\n";
-    const int corner[8][3] = {{0, 0, 1}, {0, 0, 0}, {0, 1, 0}, {0, 1, 1}, {1, 0, 1}, {1, 0, 0}, {1, 1, 0}, {1, 1, 1}};
-    for (const auto& x : corner) text += console::format("%e %e %e\n", double(x[0]), double(x[1]), double(x[2]));
+    const int corner[8][3] = {{0, 0, 1}, {0, 0, 0}, {0, 1, 0}, {0, 1, 1},
+                              {1, 0, 1}, {1, 0, 0}, {1, 1, 0}, {1, 1, 1}};
+    for (const auto& x : corner)
+        text += console::format("%e %e %e\n", double(x[0]), double(x[1]), double(x[2]));
     text += "%\nElement_type\n0\n%\nElement\n1\n1 2 3 4 5 6 7 8\n%\nmode_num\n2\n%\nmode_vec\n";
     for (int r = 0; r < 24; ++r) text += console::format("%e %e\n", 0.001 * r, 0.002 * r);
     text += "%\nana_type\n3\n%\nnode_stress\n";
@@ -173,8 +194,9 @@ TEST_F(Window, OpensADisplacementFile) {
     EXPECT_EQ(model_store().results.mode_vec[24 + 5], 0.01);
     EXPECT_EQ(model_store().results.node_stress[9 * 24 + 7], 907);
     EXPECT_TRUE(model_store().forces.empty()) << "the forces belong to another mesh";
-    for (const char* line : {"----------read_data-----------\n", "Node:8\n", "Element:1\n", "mode_num:2\n", "ana_type:3\n",
-                             "1.000000,1.000000,1.000000\n", "FILE CLOSE !!\n", "time_num = ", "out_time_num = "})
+    for (const char* line :
+         {"----------read_data-----------\n", "Node:8\n", "Element:1\n", "mode_num:2\n", "ana_type:3\n",
+          "1.000000,1.000000,1.000000\n", "FILE CLOSE !!\n", "time_num = ", "out_time_num = "})
         EXPECT_TRUE(contains(captured.lines, line)) << line;
     EXPECT_FALSE(picture().isNull());
     QString told;
@@ -255,8 +277,9 @@ TEST_F(RealTime, EndsWithItsLastFrame) {
 
 // The program's own driver: a bar that starts with a velocity, ten frames of it.
 TEST_F(Window, StepsTheExplicitAnalysisInRealTime) {
-    folder.write("flying.ana", "FLY explicit d_time 1e-7 end_time 1e-5 output_frequency 10 C_alfa 0\n"
-                               "INITIAL_VELOCITY BAR part x 10  0 0 0 0 0 0 % END\n");
+    folder.write("flying.ana",
+                 "FLY explicit d_time 1e-7 end_time 1e-5 output_frequency 10 C_alfa 0\n"
+                 "INITIAL_VELOCITY BAR part x 10  0 0 0 0 0 0 % END\n");
     ASSERT_TRUE(open(replaced(bar_text, "CLAMP plane x  0 0 -1 1 -1 1", ""), "flying.txt"));
     console::Capture captured;
     trigger("&Explicit(Real Time)");
@@ -274,7 +297,8 @@ TEST_F(Window, StepsTheExplicitAnalysisInRealTime) {
     ASSERT_EQ(model_store().results.mode_vec.size(), run.mode_vec.size());
     for (std::size_t k = 0; k < run.mode_vec.size(); ++k)
         EXPECT_NEAR(model_store().results.mode_vec[k], run.mode_vec[k], 1e-5 * std::abs(run.mode_vec[k]));
-    EXPECT_GT(view::largest_displacement(view::frame_displacement(run, model_store().mesh.dof_num, 11)), 5e-5);
+    EXPECT_GT(view::largest_displacement(view::frame_displacement(run, model_store().mesh.dof_num, 11)),
+              5e-5);
 }
 
 // ---- long work

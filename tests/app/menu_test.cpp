@@ -28,15 +28,17 @@ TEST_F(Window, HasItsMenusInOrder) {
     const std::pair<const char*, QStringList> menus[] = {
         {"&Model", {"&Open Model File", "&Update Model", "&Open Result File", "&Open Disp. File", "E&xit"}},
         {"&View",
-         {"&Node", "&Shape", "&Wire", "&Fem", "&Axes", "&Part Axes", "&B.C.", "&Text", "&Force", "&Rigid Element",
-          "&Rigid Wall", "&Element Contact", "&Contour Bar", "&Part Name", "&Dimension", "&Fem infomation"}},
+         {"&Node", "&Shape", "&Wire", "&Fem", "&Axes", "&Part Axes", "&B.C.", "&Text", "&Force",
+          "&Rigid Element", "&Rigid Wall", "&Element Contact", "&Contour Bar", "&Part Name", "&Dimension",
+          "&Fem infomation"}},
         {"&Analysis",
-         {"&Static", "&Eigen(Subspace)", "&Eigen(Lanczos)", "&Explicit", "&Explicit(Real Time)", "&Nonlinear Static"}},
+         {"&Static", "&Eigen(Subspace)", "&Eigen(Lanczos)", "&Explicit", "&Explicit(Real Time)",
+          "&Nonlinear Static"}},
         {"&Result", {"&Start Animation"}},
         {"&Contour",
-         {"&Disp. Mag.", "&Disp. x", "&Disp. y", "&Disp. z", "&Mises Stress", "&Stress xx", "&Stress yy", "&Stress zz",
-          "&Stress xy", "&Stress yz", "&Stress xz", "&Strain xx", "&Strain yy", "&Strain zz", "&Strain xy",
-          "&Strain yz", "&Strain xz", "&Part Color"}}};
+         {"&Disp. Mag.", "&Disp. x", "&Disp. y", "&Disp. z", "&Mises Stress", "&Stress xx", "&Stress yy",
+          "&Stress zz", "&Stress xy", "&Stress yz", "&Stress xz", "&Strain xx", "&Strain yy", "&Strain zz",
+          "&Strain xy", "&Strain yz", "&Strain xz", "&Part Color"}}};
     const auto bar = window->menuBar()->actions();
     ASSERT_EQ(bar.size(), 5);
     for (int k = 0; k < 5; ++k) {
@@ -57,7 +59,8 @@ TEST_F(Window, HasItsMenusInOrder) {
                                                         {"&Stop Rotate", "Ctrl+S"}};
     for (const auto& [text, key] : keys) {
         EXPECT_EQ(action(text)->shortcut(), QKeySequence(key));
-        EXPECT_TRUE(window->actions().contains(action(text))) << "the shortcut of " << text << " does not work";
+        EXPECT_TRUE(window->actions().contains(action(text)))
+            << "the shortcut of " << text << " does not work";
     }
 }
 
@@ -67,23 +70,26 @@ TEST_F(Window, HasItsControls) {
         double low, high, step, start;
     };
     const double L = model_store().mesh.max_length;
-    const Row rows[] = {{"Anime Frame:", 1, 9999, 1, 1},   {"Mode No.:", 1, 9999, 1, 1},
-                        {"Mode Scale:", 0.1, 10, 0.1, 1},  {"Model Trans.:", 0.01, 1, 0.01, 1},
-                        {"LightX", -10, 10, 0.01, L},      {"LightY", -10, 10, 0.01, L},
+    const Row rows[] = {{"Anime Frame:", 1, 9999, 1, 1},  {"Mode No.:", 1, 9999, 1, 1},
+                        {"Mode Scale:", 0.1, 10, 0.1, 1}, {"Model Trans.:", 0.01, 1, 0.01, 1},
+                        {"LightX", -10, 10, 0.01, L},     {"LightY", -10, 10, 0.01, L},
                         {"LightZ", -10, 10, 0.01, L}};
     for (const Row& row : rows) {
         if (const auto* box = window->findChild<QSpinBox*>(row.label)) {
-            EXPECT_EQ(std::make_tuple(box->minimum(), box->maximum(), box->singleStep(), box->value(), box->width()),
+            EXPECT_EQ(std::make_tuple(box->minimum(), box->maximum(), box->singleStep(), box->value(),
+                                      box->width()),
                       std::make_tuple(int(row.low), int(row.high), int(row.step), int(row.start), 50));
         } else {
             const auto* decimal = window->findChild<QDoubleSpinBox*>(row.label);
             ASSERT_NE(decimal, nullptr) << row.label;
-            EXPECT_EQ(std::make_tuple(decimal->minimum(), decimal->maximum(), decimal->singleStep(), decimal->value(),
-                                      decimal->width()),
+            EXPECT_EQ(std::make_tuple(decimal->minimum(), decimal->maximum(), decimal->singleStep(),
+                                      decimal->value(), decimal->width()),
                       std::make_tuple(row.low, row.high, row.step, row.start, 50));
         }
     }
-    auto set = [&](const char* name, double value) { window->findChild<QDoubleSpinBox*>(name)->setValue(value); };
+    auto set = [&](const char* name, double value) {
+        window->findChild<QDoubleSpinBox*>(name)->setValue(value);
+    };
     set("Mode Scale:", 2.5);
     set("Model Trans.:", 0.4);
     set("LightX", -1.5);
@@ -185,7 +191,8 @@ TEST_F(Window, RendersGrabsAndClearsPixmaps) {
         answer_next<QInputDialog>([&, answer](QInputDialog* dialog) {
             EXPECT_EQ(dialog->windowTitle(), "Grabber");
             EXPECT_EQ(dialog->labelText(), "Enter pixmap size:");
-            EXPECT_EQ(dialog->textValue(), QString("%1 x %2").arg(window->view()->width()).arg(window->view()->height()));
+            EXPECT_EQ(dialog->textValue(),
+                      QString("%1 x %2").arg(window->view()->width()).arg(window->view()->height()));
             dialog->setTextValue(answer);
             dialog->accept();
         });
@@ -221,7 +228,8 @@ TEST_F(Window, AboutBoxesComeUp) {
     QString told;
     close_next_box(told);
     trigger("&About");
-    EXPECT_TRUE(told.contains("The <b>Grabber</b> example demonstrates two approaches for rendering OpenGL into a Qt pixmap."));
+    EXPECT_TRUE(told.contains(
+        "The <b>Grabber</b> example demonstrates two approaches for rendering OpenGL into a Qt pixmap."));
     answer_next<QMessageBox>([](QMessageBox* box) { box->accept(); });
     trigger("About &Qt");
     expect_answered();
@@ -240,7 +248,8 @@ TEST_F(Window, TellsAMissingSettingsFile) {
     close_next_box(told);
     emit window->view()->settings_missing();
     expect_answered();
-    EXPECT_TRUE(told.contains("setting/setting.txt") && told.contains(QDir::currentPath())) << told.toStdString();
+    EXPECT_TRUE(told.contains("setting/setting.txt") && told.contains(QDir::currentPath()))
+        << told.toStdString();
 }
 
 }  // namespace

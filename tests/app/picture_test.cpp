@@ -1,6 +1,8 @@
 // What is in the framebuffer: colours, faces, the mouse on it, and what a repaint sends to the card.
 #include <QOpenGLFramebufferObject>
+#include <QOpenGLPaintDevice>
 
+#include "app/painter_texts.h"
 #include "app/window_fixture.h"
 #include "support/box_mesh.h"
 #include "support/immediate_scene.h"
@@ -100,7 +102,9 @@ TEST_F(Picture, IsThatOfEveryElementsFaces) {
         for (const int contour : {1, 17})
             for (const double alpha : {1.0, 0.4}) {
                 show(mesh);
-                set_results([](const double* x) { return std::array<double, 3>{0.1 * x[0] * x[1], 0, 0.05 * x[2]}; });
+                set_results([](const double* x) {
+                    return std::array<double, 3>{0.1 * x[0] * x[1], 0, 0.05 * x[2]};
+                });
                 state().contour = contour;
                 state().transparency = alpha;
                 show_only({ViewFlag::fem});
@@ -165,9 +169,22 @@ TEST_F(Picture, RepaintsSendOnlyWhatHasChanged) {
               }),
               0)
         << "phase and camera send geometry again";
-    EXPECT_GT(sent_by([&] { state().contour = 1; picture(); }), 0);
-    EXPECT_GT(sent_by([&] { state().mode_scale = 2; picture(); }), 0);
-    EXPECT_EQ(sent_by([&] { state().light[0] = 3; trigger("&Wire"); picture(); }), 0);
+    EXPECT_GT(sent_by([&] {
+                  state().contour = 1;
+                  picture();
+              }),
+              0);
+    EXPECT_GT(sent_by([&] {
+                  state().mode_scale = 2;
+                  picture();
+              }),
+              0);
+    EXPECT_EQ(sent_by([&] {
+                  state().light[0] = 3;
+                  trigger("&Wire");
+                  picture();
+              }),
+              0);
 }
 
 TEST_F(Picture, ModesSwing) {
@@ -193,10 +210,53 @@ TEST_F(Picture, PlaceholderAndEmptyResultsAreDrawn) {
     model_store() = placeholder_model();
     window->view()->shown().model_changed();
     state().result_ready = true;
-    for (const AnalysisType type : {AnalysisType::eigen, AnalysisType::linear_static, AnalysisType::explicit_dynamics}) {
+    for (const AnalysisType type :
+         {AnalysisType::eigen, AnalysisType::linear_static, AnalysisType::explicit_dynamics}) {
         model_store().ana_type = type;
         window->view()->fit_view();
         EXPECT_FALSE(picture().isNull());
+    }
+}
+
+// Where GLUT has no X display Qt paints the texts, at the same places.
+TEST_F(Picture, QtPaintsTheTextsToo) {
+    ASSERT_TRUE(open(block_text));
+    set_results([](const double* x) { return std::array<double, 3>{x[0], 0, 0}; });
+    ShownModel& shown = window->view()->shown();
+    shown.state.flags[static_cast<std::size_t>(ViewFlag::force)] = false;
+    auto dark_in = [](const QImage& image, const QRect& area) {
+        int dark = 0;
+        for (int y = area.top(); y <= area.bottom(); ++y)
+            for (int x = area.left(); x <= area.right(); ++x)
+                dark += image.pixelColor(x, y).lightness() < 100;
+        return dark;
+    };
+    const QSize size(700, 500);
+    view::resize(camera(), size.width(), size.height());
+    std::array<QImage, 2> images;
+    window->view()->makeCurrent();
+    for (std::size_t k = 0; k < 2; ++k) {
+        QOpenGLFramebufferObject target(size, QOpenGLFramebufferObject::CombinedDepthStencil);
+        target.bind();
+        if (k == 0) {
+            view::gl::GlutText texts(size.height());
+            shown.draw(texts);
+        } else {
+            PainterTexts texts;
+            shown.draw(texts);
+            QOpenGLPaintDevice device(size);
+            texts.paint(&device);
+        }
+        target.release();
+        images[k] = target.toImage();
+    }
+    window->view()->doneCurrent();
+    // legend, mesh counts
+    for (const QRect& area : {QRect(68, 455, 120, 24), QRect(8, 8, 150, 80)}) {
+        const int glut = dark_in(images[0], area), qt = dark_in(images[1], area);
+        EXPECT_GT(glut, 100);
+        EXPECT_GT(qt, glut / 3);
+        EXPECT_LT(qt, glut * 3);
     }
 }
 
@@ -216,8 +276,10 @@ TEST_F(Picture, ClickPicksTheNodeUnderIt) {
         const Vec3 at = pixel_of(place);
         const QImage before = picture();
         QTest::mouseClick(window->view(), Qt::LeftButton, {}, QPoint(int(at[0]), int(at[1])));
-        EXPECT_TRUE(status().contains(QString("Node:%1, D.o.f.:%2").arg(node).arg(3 * (node - 1)))) << status().toStdString();
-        EXPECT_TRUE(status().contains("Element:") && status().contains("Displacement x:")) << status().toStdString();
+        EXPECT_TRUE(status().contains(QString("Node:%1, D.o.f.:%2").arg(node).arg(3 * (node - 1))))
+            << status().toStdString();
+        EXPECT_TRUE(status().contains("Element:") && status().contains("Displacement x:"))
+            << status().toStdString();
         EXPECT_NE(picture(), before) << "the pick is not marked";
     }
     QTest::mouseClick(window->view(), Qt::LeftButton, {}, QPoint(3, window->view()->height() / 2));
@@ -231,11 +293,15 @@ TEST_F(Picture, MouseModesAndButtons) {
     auto drag = [&](Qt::MouseButton button) {
         QTest::mousePress(view, button, {}, QPoint(200, 200));
         // QTest's moves carry no button
-        QMouseEvent move(QEvent::MouseMove, QPointF(240, 230), view->mapToGlobal(QPointF(240, 230)), Qt::NoButton, button, {});
+        QMouseEvent move(QEvent::MouseMove, QPointF(240, 230), view->mapToGlobal(QPointF(240, 230)),
+                         Qt::NoButton, button, {});
         QApplication::sendEvent(view, &move);
         QTest::mouseRelease(view, button, {}, QPoint(240, 230));
     };
-    auto start = [&] { camera().shift = {0, 0, 0}; camera().turn = view::identity(); };
+    auto start = [&] {
+        camera().shift = {0, 0, 0};
+        camera().turn = view::identity();
+    };
     QTest::keyClick(window.get(), Qt::Key_T);
     EXPECT_TRUE(contains(captured.lines, "keyPressEvent:\n   t\n"));
     start();
@@ -254,14 +320,17 @@ TEST_F(Picture, MouseModesAndButtons) {
     drag(Qt::MiddleButton);
     EXPECT_EQ(camera().shift[0], 40 * 2.0 / 800);
     start();
-    QWheelEvent wheel(QPointF(100, 100), view->mapToGlobal(QPointF(100, 100)), {}, QPoint(0, 240), {}, {}, Qt::NoScrollPhase, false);
+    QWheelEvent wheel(QPointF(100, 100), view->mapToGlobal(QPointF(100, 100)), {}, QPoint(0, 240), {}, {},
+                      Qt::NoScrollPhase, false);
     QApplication::sendEvent(view, &wheel);
     EXPECT_GT(camera().shift[2], 0);
 }
 
 TEST_F(Picture, KeysLookAlongTheAxes) {
     ASSERT_TRUE(open(block_text));
-    auto toward = [&] { return Vec3{camera().turn[2], camera().turn[6], camera().turn[10]}; };  // the viewer's side
+    auto toward = [&] {
+        return Vec3{camera().turn[2], camera().turn[6], camera().turn[10]};
+    };  // the viewer's side
     const Vec3 sides[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
     const Qt::Key keys[] = {Qt::Key_X, Qt::Key_Y, Qt::Key_Z};
     const char* buttons[] = {"X", "Y", "Z"};

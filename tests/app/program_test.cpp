@@ -55,18 +55,19 @@ TEST_F(Program, DrawsSnapshots) {
     EXPECT_EQ(image("parts.png").size(), QSize(800, 600));
     EXPECT_GT(colours(image("parts.png")), 20);
     const QString bare = "wire,node,contour-bar,text,force,bc,axes,fem-infomation";
-    const Ended stress = run({"bar.txt", "--snapshot", "stress.png", "--analysis", "static", "--contour", "1", "--view",
-                              "z", "--size", "400x300", "--hide", bare});
+    const Ended stress = run({"bar.txt", "--snapshot", "stress.png", "--analysis", "static", "--contour", "1",
+                              "--view", "z", "--size", "400x300", "--hide", bare});
     ASSERT_EQ(stress.status, 0) << stress.err;
     const QImage picture = image("stress.png");
     EXPECT_EQ(picture.size(), QSize(400, 300));
     // the displacement runs from blue at the clamp to red at the pulled end
-    const QColor left = picture.pixelColor(400 * 12 / 100, 150), right = picture.pixelColor(400 * 88 / 100, 150);
+    const QColor left = picture.pixelColor(400 * 12 / 100, 150),
+                 right = picture.pixelColor(400 * 88 / 100, 150);
     EXPECT_TRUE(left.blue() > 200 && left.red() < 50) << left.name().toStdString();
     EXPECT_TRUE(right.red() > 200 && right.blue() < 50) << right.name().toStdString();
     // the result file shows the same
-    const Ended again = run({"bar.txt", "--snapshot", "again.png", "--result", "log/result_bar.txt", "--contour", "1",
-                             "--view", "z", "--size", "400x300", "--hide", bare});
+    const Ended again = run({"bar.txt", "--snapshot", "again.png", "--result", "log/result_bar.txt",
+                             "--contour", "1", "--view", "z", "--size", "400x300", "--hide", bare});
     ASSERT_EQ(again.status, 0) << again.err;
     EXPECT_EQ(image("again.png"), picture);
 }

@@ -70,7 +70,8 @@ protected:
             const auto u = displacement(&store.mesh.coordinates[3 * n]);
             for (std::size_t c = 0; c < 3; ++c) {
                 store.results.mode_vec[3 * n + c] = u[c];
-                store.results.node_stress[static_cast<std::size_t>(4 * store.mesh.dof_num) + 3 * n + c] = u[c];
+                store.results.node_stress[static_cast<std::size_t>(4 * store.mesh.dof_num) + 3 * n + c] =
+                    u[c];
             }
         }
         state().result_ready = true;

@@ -8,6 +8,7 @@
 
 #include "full_store.h"
 #include "model/console.h"
+#include "results/displacement_file.h"
 #include "results/result_file.h"
 #include "results/vtu_file.h"
 #include "support/temp_folder.h"
@@ -45,6 +46,7 @@ struct Damaged : ::testing::Test {
     ModelStore before = full_store(ElementKind::tetrahedron10, 1, {1, 1, 1});
     std::string good, before_bytes;
     int read = 0, refused = 0;
+    bool (*read_it)(std::string_view, ModelStore&) = read_result_file;
 
     void SetUp() override {
         ModelStore store = full_store(ElementKind::hexahedron, 2);
@@ -63,7 +65,7 @@ struct Damaged : ::testing::Test {
         ModelStore store = before;
         store.materials.push_back({.id = 1, .name = "MARK"});
         console::Capture console;
-        if (read_result_file("log\\damaged.txt", store)) {
+        if (read_it("log\\damaged.txt", store)) {
             ++read;
             EXPECT_EQ(console.errors, "") << what;
             expect_usable(store, what);
@@ -91,9 +93,25 @@ const char* const odd_tokens[] = {"%",           "-1",   "0",      "1e9",      "
                                   "99999999999", "nope", "nan",    "inf",      "mode_vec",   "Node",
                                   "part_info",   "7",    "1e-320", "\xff\xfe", "-",          "0x1"};
 
+// Both files that the program reads back.
+struct DamagedFile : Damaged, ::testing::WithParamInterface<const char*> {
+    void SetUp() override {
+        Damaged::SetUp();
+        if (std::string(GetParam()) == "result") return;
+        console::Capture quiet;
+        ModelStore store = full_store(ElementKind::hexahedron, 2);
+        store.model_file_name = "probe.txt";
+        EXPECT_TRUE(write_displacements(store, 1));
+        good = read_file(folder.path() / "log/disp_probe.txt");
+        read_it = read_displacement_file;
+    }
+};
+INSTANTIATE_TEST_SUITE_P(Kinds, DamagedFile, ::testing::Values("result", "displacement"),
+                         [](const auto& p) { return std::string(p.param); });
+
 }  // namespace
 
-TEST_F(Damaged, EveryPrefixIsRefused) {
+TEST_P(DamagedFile, EveryPrefixIsRefused) {
     const std::size_t stride = good.size() / 1200 + 1;
     std::vector<std::size_t> lengths;
     for (std::size_t length = 0; length + 3 < good.size(); length += stride) lengths.push_back(length);
@@ -110,7 +128,7 @@ TEST_F(Damaged, EveryPrefixIsRefused) {
     EXPECT_EQ(check(good.substr(0, good.size() - 1), "without the last newline"), "");
 }
 
-TEST_F(Damaged, RandomTokenChanges) {
+TEST_P(DamagedFile, RandomTokenChanges) {
     std::istringstream stream(good);
     std::vector<std::string> tokens;
     for (std::string token; stream >> token;) tokens.push_back(token);

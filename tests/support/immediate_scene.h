@@ -33,7 +33,10 @@ inline void draw_every_face(const view::Picture& picture, const view::SceneTable
             for (const int p : local) {
                 const std::int32_t n = element[p] - 1;
                 if (picture.contour())
-                    glColor4fv(contour_color(normalised(picture.values()[static_cast<std::size_t>(n)], *picture.range()), alpha).data());
+                    glColor4fv(contour_color(normalised(picture.values()[static_cast<std::size_t>(n)],
+                                                        *picture.range()),
+                                             alpha)
+                                   .data());
                 glVertex3dv(places.data() + 3 * static_cast<std::ptrdiff_t>(n));
             }
             glEnd();

@@ -21,8 +21,18 @@ protected:
             results.mode_vec[3 * n] = 0.5 * mesh.coordinates[3 * n];
     }
     SceneTables tables() const {
-        return {.mesh = mesh, .results = results, .control = control, .ana_type = type, .parts = {}, .parts_o = {},
-                .forces = {}, .rigid_elements = {}, .rigid_forces = {}, .walls = {}, .parameters = {}, .fixed_nodes = {}};
+        return {.mesh = mesh,
+                .results = results,
+                .control = control,
+                .ana_type = type,
+                .parts = {},
+                .parts_o = {},
+                .forces = {},
+                .rigid_elements = {},
+                .rigid_forces = {},
+                .walls = {},
+                .parameters = {},
+                .fixed_nodes = {}};
     }
     // Which of faces, colours and shape have changed since the last call.
     std::string changed() {
@@ -87,7 +97,8 @@ TEST_F(PictureOf, ShowsNoValuesWithoutResults) {
 TEST(CameraFit, FillsTheRoomBesideTheTexts) {
     const Mesh mesh = hexa_box({{3, 2, 1}, {3, 1, 0.5}, [](double* x) { x[1] += 0.3 * x[0] * x[0]; }});
     const Scene scene{mesh.size_info, mesh.max_length};
-    for (const ViewDirection direction : {ViewDirection::x, ViewDirection::y, ViewDirection::z, ViewDirection::isometric})
+    for (const ViewDirection direction :
+         {ViewDirection::x, ViewDirection::y, ViewDirection::z, ViewDirection::isometric})
         for (const Margins& margins : {Margins{}, Margins{0, 250, 0, 60}, Margins{100, 0, 80, 0}}) {
             Camera camera;
             resize(camera, 800, 600);

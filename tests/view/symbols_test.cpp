@@ -70,7 +70,8 @@ TEST(Symbols, WallsStandWhereTheirMotionHasBroughtThem) {
     double farthest = 0;
     for (const Line& line : markers.lines)
         for (const Vec3& end : {line.from, line.to}) {
-            const bool on_plane = std::abs(end[2] - 0.75) < 1e-12 && std::abs(end[0] - 1) < 1.2 + 1e-9 && std::abs(end[1] - 0.5) < 1.2 + 1e-9;
+            const bool on_plane = std::abs(end[2] - 0.75) < 1e-12 && std::abs(end[0] - 1) < 1.2 + 1e-9 &&
+                                  std::abs(end[1] - 0.5) < 1.2 + 1e-9;
             EXPECT_TRUE(on_plane || std::abs(norm(minus(end, {1, 1, 1})) - 0.5) < 1e-9);
             farthest = std::max(farthest, std::abs(end[0] - 1));
         }

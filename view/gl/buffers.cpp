@@ -107,7 +107,8 @@ void add_cone(std::vector<LitVertex>& out, const Cone& cone) {
     };
     auto normal = [&](double k) { return unit(minus(around(k), times(slope, cone.axis))); };
     for (int k = 0; k < sides; ++k) {
-        const Vec3 a = plus(base, times(cone.radius, around(k))), b = plus(base, times(cone.radius, around(k + 1)));
+        const Vec3 a = plus(base, times(cone.radius, around(k))),
+                   b = plus(base, times(cone.radius, around(k + 1)));
         out.push_back(lit_vertex(cone.tip, normal(k + 0.5)));
         out.push_back(lit_vertex(b, normal(k + 1)));
         out.push_back(lit_vertex(a, normal(k)));

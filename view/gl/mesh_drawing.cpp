@@ -99,7 +99,8 @@ void MeshDrawing::send_shape(const Picture& picture, const SceneTables& tables, 
     vertices.reserve(outside.triangles.size() - static_cast<std::size_t>(3 * lit_first_));
     for (auto k = static_cast<std::size_t>(3 * lit_first_); k < outside.triangles.size(); ++k) {
         const float* n = &normals[k - k % 3];
-        vertices.push_back(lit_vertex(minus(triple(places_, outside.triangles[k]), centre_), {n[0], n[1], n[2]}));
+        vertices.push_back(
+            lit_vertex(minus(triple(places_, outside.triangles[k]), centre_), {n[0], n[1], n[2]}));
     }
     shape.lit.send(GL_ARRAY_BUFFER, vertices);
     shape.lit_valid = true;
@@ -163,7 +164,8 @@ void MeshDrawing::draw_nodes() const {
 }
 
 void MeshDrawing::release(bool context_alive) {
-    for (Buffer* buffer : {&triangles_, &edges_, &outline_, &points_, &colors_}) buffer->release(context_alive);
+    for (Buffer* buffer : {&triangles_, &edges_, &outline_, &points_, &colors_})
+        buffer->release(context_alive);
     for (Shape& shape : shapes_) {
         shape.nodes.release(context_alive);
         shape.lit.release(context_alive);

@@ -31,8 +31,8 @@ private:
     void send_shape(const Picture& picture, const SceneTables& tables, int phase, Shape& shape);
     void bind_nodes() const;
 
-    std::vector<std::int32_t> nodes_;       // drawn, ascending, 0-based
-    std::vector<std::int32_t> vertex_of_;   // node -> place in nodes_, -1 = not drawn
+    std::vector<std::int32_t> nodes_;      // drawn, ascending, 0-based
+    std::vector<std::int32_t> vertex_of_;  // node -> place in nodes_, -1 = not drawn
     Buffer triangles_, edges_, outline_, points_, colors_;
     std::array<Shape, phase_count / 2 + 1> shapes_;
     std::size_t shape_ = 0;                 // in force
@@ -40,7 +40,7 @@ private:
     std::int64_t lit_first_ = 0;            // triangle
     GLsizei contour_indices_ = 0;
     Vec3 centre_{};
-    std::vector<double> places_;            // scratch
+    std::vector<double> places_;  // scratch
     std::uint64_t faces_revision_ = 0, color_revision_ = 0, shape_revision_ = 0;
     double alpha_ = -1;
     bool contour_ = false;

@@ -84,7 +84,8 @@ private:
 BarLayout layout_of(const ContourBar& bar, const Camera& camera, const TextPainter& painter) {
     const double height = painter.height(TextSize::small);
     double widest = 0;
-    for (const BarTick& tick : bar.ticks) widest = std::max(widest, painter.width(tick.text, TextSize::small));
+    for (const BarTick& tick : bar.ticks)
+        widest = std::max(widest, painter.width(tick.text, TextSize::small));
     // title and marks begin at the bar's left edge, the values right of it
     for (const std::string* text : {&bar.title, &bar.largest, &bar.smallest})
         widest = std::max(widest, painter.width(*text, TextSize::small) - 1.7 * height);
@@ -143,7 +144,8 @@ void draw_overlay(const OverlayTexts& texts, const Camera& camera, const Scene& 
         y += 1.25 * small;
     }
     // the legend begins at (10, 5) of a picture of 100 by 100 that counts from its lower left corner
-    const double left = 0.1 * camera.width, foot = std::min(0.95 * camera.height, camera.height - 1.7 * large);
+    const double left = 0.1 * camera.width,
+                 foot = std::min(0.95 * camera.height, camera.height - 1.7 * large);
     panels.fixed(left, foot, texts.legend, TextSize::large);
     panels.fixed(left, foot + 1.3 * small + 2, texts.scale, TextSize::small);
     if (!texts.bar.colors.empty()) {
@@ -151,7 +153,8 @@ void draw_overlay(const OverlayTexts& texts, const Camera& camera, const Scene& 
         panels.take({at.panel_x, at.panel_y, at.panel_x + at.panel_width, at.panel_y + at.panel_height});
     }
     for (const Label& label : texts.labels)
-        if (const auto at = project(camera, scene, label.at)) panels.label((*at)[0], (*at)[1] - 4, label.text);
+        if (const auto at = project(camera, scene, label.at))
+            panels.label((*at)[0], (*at)[1] - 4, label.text);
     if (!texts.bar.colors.empty()) draw_bar(texts.bar, camera, painter);
     glEnable(GL_DEPTH_TEST);
 }

@@ -10,8 +10,8 @@ namespace kestralum::view::gl {
 namespace {
 
 constexpr Color cone_color{0.55f, 0.35f, 0.1f, 1}, arrow_color{0.85f, 0.1f, 0.1f, 1};
-constexpr double head_share = 0.22;   // of an arrow
-constexpr double axes_share = 0.2;    // of max_length
+constexpr double head_share = 0.22;  // of an arrow
+constexpr double axes_share = 0.2;   // of max_length
 
 std::vector<double> arrow_places(const Picture& picture, const SceneTables& tables) {
     if (tables.ana_type != AnalysisType::eigen && picture.deformed()) {
@@ -49,7 +49,8 @@ void add_arrow(const Arrow& arrow, std::vector<Line>& shafts, std::vector<LitVer
     shafts.push_back({arrow.tail, plus(arrow.tip, times(0.8 * head_share * length, back)), arrow_color});
     const double height = head_share * length;
     add_cone(heads, {arrow.tip, back, height, 0.25 * height});
-    if (arrow.moment) add_cone(heads, {plus(arrow.tip, times(0.6 * height, back)), back, height, 0.25 * height});
+    if (arrow.moment)
+        add_cone(heads, {plus(arrow.tip, times(0.6 * height, back)), back, height, 0.25 * height});
 }
 
 // Dense meshes fade: edges closer than a few pixels would blacken the faces.
@@ -70,18 +71,22 @@ ContourBar shown_bar(const Picture& picture, const DisplayState& state, Analysis
     return contour_bar(state.contour, ana_type, *picture.range());
 }
 
-std::vector<double> extent_points(const Picture& picture, const SceneTables& tables, const DisplayState& state) {
+std::vector<double> extent_points(const Picture& picture, const SceneTables& tables,
+                                  const DisplayState& state) {
     std::vector<double> points, places;
     auto add_mesh = [&](int phase) {
         picture.place(tables, phase, places);
         for (const std::int32_t n : picture.outside().nodes)
-            points.insert(points.end(), &places[3 * static_cast<std::size_t>(n)], &places[3 * static_cast<std::size_t>(n)] + 3);
+            points.insert(points.end(), &places[3 * static_cast<std::size_t>(n)],
+                          &places[3 * static_cast<std::size_t>(n)] + 3);
     };
     add_mesh(0);
     if (tables.ana_type == AnalysisType::eigen && picture.deformed()) add_mesh(phase_count / 2);
     if (state.shows(ViewFlag::force))
-        for (const Arrow& arrow : force_symbols(tables.mesh, tables.forces, arrow_places(picture, tables)).arrows)
-            for (const Vec3& end : {arrow.tail, arrow.tip}) points.insert(points.end(), end.begin(), end.end());
+        for (const Arrow& arrow :
+             force_symbols(tables.mesh, tables.forces, arrow_places(picture, tables)).arrows)
+            for (const Vec3& end : {arrow.tail, arrow.tip})
+                points.insert(points.end(), end.begin(), end.end());
     if (state.shows(ViewFlag::axes) && !points.empty() && near_origin(tables.box()))
         for (const Line& line : axes(axes_share * extent_of(tables.mesh.max_length)))
             points.insert(points.end(), line.to.begin(), line.to.end());
@@ -140,7 +145,8 @@ void SceneDrawing::set_state(const DisplayState& state, const Camera& camera, co
     glLoadMatrixd(model_view(camera, scene).data());
     const float main[4] = {static_cast<float>(state.light[0]), static_cast<float>(state.light[1]),
                            static_cast<float>(state.light[2]), 1};
-    const float diffuse[4] = {0.7f, 0.7f, 0.7f, 1}, specular[4] = {1, 1, 1, 1}, ambient[4] = {0.3f, 0.3f, 0.3f, 1};
+    const float diffuse[4] = {0.7f, 0.7f, 0.7f, 1}, specular[4] = {1, 1, 1, 1},
+                ambient[4] = {0.3f, 0.3f, 0.3f, 1};
     glLightfv(GL_LIGHT0, GL_POSITION, main);
     glLightfv(GL_LIGHT0, GL_DIFFUSE, diffuse);
     glLightfv(GL_LIGHT0, GL_SPECULAR, specular);
@@ -149,7 +155,8 @@ void SceneDrawing::set_state(const DisplayState& state, const Camera& camera, co
     glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, 1);
 }
 
-void SceneDrawing::draw_mesh(const SceneTables& tables, const DisplayState& state, const Camera& camera) const {
+void SceneDrawing::draw_mesh(const SceneTables& tables, const DisplayState& state,
+                             const Camera& camera) const {
     const Scene scene = tables.box();
     const Vec3 centre = scene.centre();
     glPushMatrix();
@@ -260,7 +267,8 @@ void SceneDrawing::update_symbols(const SceneTables& tables) {
     dimension_labels_ = sizes.labels;
     part_labels_ = part_names(tables.mesh, tables.parts, tables.mesh.coordinates);
     std::vector<LitVertex> cones;  // supports do not move
-    for (const Cone& cone : support_cones(tables.mesh, tables.fixed_nodes, tables.mesh.coordinates)) add_cone(cones, cone);
+    for (const Cone& cone : support_cones(tables.mesh, tables.fixed_nodes, tables.mesh.coordinates))
+        add_cone(cones, cone);
     cones_.send(GL_ARRAY_BUFFER, cones);
 }
 
@@ -280,7 +288,8 @@ void SceneDrawing::update_loads(const SceneTables& tables, const DisplayState& s
     add(rigid_force_symbols(tables.mesh, tables.rigid_forces, tables.rigid_elements));
     const bool moves = tables.ana_type == AnalysisType::explicit_dynamics && state.result_ready;
     const double time = moves ? frame_time(tables.results, tables.control, state.frame) : 0;
-    const RigidMarkers walls = wall_markers(tables.walls, tables.parameters, time, box_with(tables.box(), places));
+    const RigidMarkers walls =
+        wall_markers(tables.walls, tables.parameters, time, box_with(tables.box(), places));
     wall_lines_.send(GL_ARRAY_BUFFER, line_vertices(walls.lines));
     wall_labels_ = walls.labels;
     arrow_shafts_.send(GL_ARRAY_BUFFER, line_vertices(shafts));
@@ -321,8 +330,8 @@ std::optional<Vec3> SceneDrawing::picked_place(const SceneTables& tables, const 
 
 void SceneDrawing::release(bool context_alive) {
     mesh_.release(context_alive);
-    for (Buffer* buffer : {&axes_, &part_axes_, &features_, &rigid_, &dimension_lines_, &cones_, &arrow_shafts_,
-                           &arrow_heads_, &wall_lines_})
+    for (Buffer* buffer : {&axes_, &part_axes_, &features_, &rigid_, &dimension_lines_, &cones_,
+                           &arrow_shafts_, &arrow_heads_, &wall_lines_})
         buffer->release(context_alive);
     symbols_of_ = loads_of_mesh_ = loads_of_shape_ = 0;
 }

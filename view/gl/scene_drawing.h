@@ -18,7 +18,8 @@ public:
     const Picture& picture() const { return picture_; }
 
     // Clears the framebuffer in force and draws. Sets every piece of state it relies on.
-    void draw(const SceneTables& tables, const DisplayState& state, const Camera& camera, TextPainter& painter);
+    void draw(const SceneTables& tables, const DisplayState& state, const Camera& camera,
+              TextPainter& painter);
 
     // The node that was picked: marked and told in the picture until the mesh changes or none is set.
     void set_pick(const std::optional<Pick>& pick) { pick_ = pick; }
@@ -54,6 +55,7 @@ private:
 ContourBar shown_bar(const Picture& picture, const DisplayState& state, AnalysisType ana_type);
 
 // The places that the picture extends to: the mesh at both ends of a mode's swing and its arrows.
-std::vector<double> extent_points(const Picture& picture, const SceneTables& tables, const DisplayState& state);
+std::vector<double> extent_points(const Picture& picture, const SceneTables& tables,
+                                  const DisplayState& state);
 
 }  // namespace kestralum::view::gl

@@ -1,8 +1,8 @@
 #include "view/gl/text.h"
 
+#include <GL/freeglut.h>
 #include <GL/gl.h>
 #include <GL/glext.h>
-#include <GL/freeglut.h>
 
 #include <cstdarg>
 

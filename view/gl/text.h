@@ -20,8 +20,8 @@ public:
 // True where GLUT can be used: it needs an X display. The first call initialises it.
 bool glut_available();
 
-// GLUT's bitmap letters (Helvetica, 12 and 18 points) into the framebuffer in force, `view_height` pixels high.
-// Only where glut_available().
+// GLUT's bitmap letters (Helvetica, 12 and 18 points) into the framebuffer in force, `view_height` pixels
+// high. Only where glut_available().
 class GlutText : public TextPainter {
 public:
     explicit GlutText(int view_height) : view_height_(view_height) {}
