@@ -107,7 +107,8 @@ void ContactSet::fill_grid(const std::vector<std::int32_t>& triangles, const dou
     grid_.low = low;
     std::size_t cells = 1;
     for (std::size_t c = 0; c < 3; ++c) {
-        grid_.count[c] = std::clamp(static_cast<std::int32_t>((high[c] - low[c]) / grid_.cell) + 1, 1, most_cells_a_side + 1);
+        const double wanted = (high[c] - low[c]) / grid_.cell;  // may be infinite in a run that is about to end
+        grid_.count[c] = wanted < most_cells_a_side ? std::max(static_cast<std::int32_t>(wanted), 0) + 1 : most_cells_a_side + 1;
         cells *= static_cast<std::size_t>(grid_.count[c]);
     }
     // hashed into as many buckets as there are triangles, so that memory does not follow the box

@@ -27,6 +27,7 @@ void run_steps(ModelStore& store, ExplicitState& state, RunReport& report, std::
     report.clock.begin("steps");
     for (std::int64_t s = first; s < end && !state.diverged; ++s) {
         explicit_step(store, state, report);
+        console::set_progress(s, state.time_num - 1);
         if (!console::cancel_requested()) continue;
         report.fail(RunStatus::failed, console::format("stopped on request after step %lld of %lld", static_cast<long long>(s),
                                                        static_cast<long long>(state.time_num - 1)));

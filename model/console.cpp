@@ -118,6 +118,12 @@ void counter(std::int64_t i, std::int64_t n, std::string_view prefix) {
     s.sink(Kind::line, {text, static_cast<std::size_t>(p - text)});
 }
 
+void set_progress(std::int64_t i, std::int64_t n) {
+    State& s = state();
+    s.count.store(i, std::memory_order_relaxed);
+    s.total.store(n, std::memory_order_relaxed);
+}
+
 void write(std::string_view text) {
     if (state().lines) state().sink(Kind::line, text);
 }

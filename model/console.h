@@ -33,6 +33,9 @@ void error(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // "  %d/%d\r": the counter of a long loop after its prefix (at most 16 bytes). Cheap: no printf.
 void counter(std::int64_t i, std::int64_t n, std::string_view prefix = "  ");
 
+// The same without a line: for loops whose lines are other ones.
+void set_progress(std::int64_t i, std::int64_t n);
+
 // Raw text, line kind; the fast way for a prepared block of counter text.
 void write(std::string_view text);
 

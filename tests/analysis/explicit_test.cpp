@@ -1,4 +1,6 @@
 // The explicit analysis without contact: motion, conservation, waves, supports, outputs.
+#include <filesystem>
+
 #include "support/explicit_run.h"
 
 namespace kestralum {
@@ -308,7 +310,50 @@ TEST_F(Explicit, RefusesWhatItCannotStep) {
         ASSERT_FALSE(refused.remarks.errors.empty()) << c.what;
         EXPECT_NE(refused.remarks.errors[0].find(c.says), std::string::npos) << refused.remarks.errors[0];
         EXPECT_FALSE(refused.written);
+        EXPECT_FALSE(std::filesystem::exists(folder.path() / "log" / "result_bad.txt"));
     }
+}
+
+// Earlier results belong to the numbers that the nodes had then.
+TEST_F(Explicit, ARefusalAfterRenumberingLeavesNoResultsOfOtherNumbers) {
+    make(box_mesh({{2, 1, 1}, {2, 1, 1}}, ElementKind::hexahedron), steel);
+    store.results.resize(3, store.mesh.dof_num);
+    std::fill(store.results.mode_vec.begin(), store.results.mode_vec.end(), 1.0);
+    store.control.end_time = 1;
+    store.control.d_time = 1e-14;
+    EXPECT_EQ(run_explicit(store, explicit_settings()).status, RunStatus::bad_input);
+    EXPECT_EQ(store.results.mode_num(), 1);
+    EXPECT_EQ(store.results.mode_vec, std::vector<double>(static_cast<std::size_t>(store.mesh.dof_num), 0.0));
+}
+
+TEST_F(Explicit, RemarksOnPlasticConstantsAndTheStep) {
+    make(box_mesh({{1, 1, 1}, {1, 1, 1}}, ElementKind::hexahedron), steel);
+    store.materials[0].yield_stress = 1e8;
+    store.materials[0].shear_modulus = 1.2 * 2e11 / 2.6;
+    read_control("Plastic on end_time 1e-4 d_time 1 output_frequency 1");
+    ASSERT_TRUE(begin());
+    EXPECT_NE(console_.notices.find("material STEEL: G = 9.230769e+10 differs from E/(2(1+nu)) = 7.692308e+10"), std::string::npos) << console_.notices;
+    EXPECT_NE(console_.notices.find("d_time = 1.000e+00 s is above the stable step"), std::string::npos);
+    store.materials[0].shear_modulus = 2e11 / 2.6;
+    read_control("d_time 0 output_frequency 1");
+    const std::size_t before = console_.notices.size();
+    ASSERT_TRUE(begin());
+    EXPECT_EQ(console_.notices.find("differs", before), std::string::npos);
+    EXPECT_NEAR(state->d_time, 0.9 * state->stable_step, 1e-15);
+    EXPECT_NE(console_.notices.find("d_time is not given", before), std::string::npos);
+}
+
+// A body squeezed flat: the bound of its shapes passes the step in force, and that is said once.
+TEST_F(Explicit, TheStepIsWatchedAsShapesChange) {
+    make(box_mesh({{2, 2, 4}, {0.1, 0.1, 0.2}}, ElementKind::hexahedron), steel);
+    store.materials[0].yield_stress = 1e7;
+    read_control("Plastic on end_time 2e-3 output_frequency 1000 VELOCITY_INPUT top volume z -80 0 0.1 0 0.1 0.2 0.2 bottom volume z 0 0 0.1 0 0.1 0 0 %");
+    ASSERT_TRUE(begin());
+    run_to(state->time_num - 1);
+    const std::string said = "passes the stable step of";
+    const std::size_t first = console_.notices.find(said);
+    ASSERT_NE(first, std::string::npos);
+    EXPECT_EQ(console_.notices.find(said, first + 1), std::string::npos);
 }
 
 const std::string short_run = "end_time 20e-6 output_frequency 4 d_time 2.5e-7 Gravity -y C_alfa 0.001";
