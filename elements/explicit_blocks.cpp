@@ -82,13 +82,17 @@ namespace {
 // Waves fade ahead of their front into subnormal numbers, which processors compute slowly: here they are 0.
 class FlushSubnormals {
 public:
+#ifdef __x86_64__
     FlushSubnormals() : former_(__builtin_ia32_stmxcsr()) { __builtin_ia32_ldmxcsr(former_ | 0x8040); }
     ~FlushSubnormals() { __builtin_ia32_ldmxcsr(former_); }
+#else
+    FlushSubnormals() = default;
+#endif
     FlushSubnormals(const FlushSubnormals&) = delete;
     FlushSubnormals& operator=(const FlushSubnormals&) = delete;
 
 private:
-    unsigned former_;
+    [[maybe_unused]] unsigned former_ = 0;
 };
 
 }  // namespace

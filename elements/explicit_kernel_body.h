@@ -5,7 +5,9 @@
 // Letters: g_a = ∂x/∂ξ_a, U_a = ∂Δu/∂ξ_a, cof_a = g_b × g_c (cyclic; det·∂ξ_a/∂x), A = ∂Δu/∂x in the
 // configuration reached, G = A (I - A/2)⁻¹ the same in the mid-step one, h half the axial vector of the
 // spin of G, Q = I + 2 (H + H²)/(1 + h·h) with H = [h]×, Cayley's form of Hughes and Winget's rotation.
+#ifdef __x86_64__
 #include <immintrin.h>
+#endif
 
 #include "elements/explicit_kernel.h"
 #include "elements/plasticity.h"
@@ -45,7 +47,7 @@ KESTRALUM_INLINE Vec root(Vec a) {
 #elif KESTRALUM_LANES == 4
     return {_mm256_sqrt_pd(a.v)};
 #else
-    return {_mm_sqrt_pd(a.v)};
+    return {Native{__builtin_sqrt(a.v[0]), __builtin_sqrt(a.v[1])}};
 #endif
 }
 
