@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <numbers>
+#include <set>
 
 #include "model/console.h"
 
@@ -64,6 +65,35 @@ bool pulls_outwards(const Mesh& mesh, const AppliedForce& force, const Vec3& arr
     return norm(sum) > 0 && dot(unit(sum), arrow) > cosine * norm(arrow);
 }
 
+// At most `limit` of the places, spread evenly: one for each cell of the finest grid that suffices.
+std::vector<Vec3> spread_out(const std::vector<Vec3>& places, std::size_t limit) {
+    if (places.size() <= limit) return places;
+    Vec3 low = places[0], high = places[0];
+    for (const Vec3& p : places)
+        for (std::size_t c = 0; c < 3; ++c) {
+            low[c] = std::min(low[c], p[c]);
+            high[c] = std::max(high[c], p[c]);
+        }
+    const double across = norm(minus(high, low));
+    std::vector<Vec3> chosen;
+    for (double cells = 64; cells >= 1; cells /= 1.15) {
+        chosen.clear();
+        std::set<std::array<std::int64_t, 3>> taken;
+        for (const Vec3& p : places) {
+            std::array<std::int64_t, 3> cell{};
+            for (std::size_t c = 0; c < 3; ++c) {
+                const double at = cells * (p[c] - low[c]) / across;
+                if (at >= 0 && at <= cells) cell[c] = static_cast<std::int64_t>(at);
+            }
+            if (!taken.insert(cell).second) continue;
+            chosen.push_back(p);
+            if (chosen.size() > limit) break;
+        }
+        if (chosen.size() <= limit) return chosen;
+    }
+    return {places[0]};
+}
+
 constexpr double arrow_share = 0.15;  // of max_length
 
 }  // namespace
@@ -79,13 +109,13 @@ ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> force
         if (places.empty()) continue;  // an area without nodes loads nothing
         const double way = force.value > 0 ? length : force.value < 0 ? -length : 0.0;
         const Vec3 arrow = axis_vector(static_cast<std::size_t>(force.axis), way);
-        const std::size_t stride = stride_for(places.size(), most_arrows);
         const bool pulls = way != 0 && pulls_outwards(mesh, force, arrow);
         const Vec3 free_end = pulls ? arrow : times(-1, arrow);  // seen from the node
-        for (std::size_t k = 0; way != 0 && k < places.size(); k += stride) {
-            const Vec3 end = plus(places[k], free_end);
-            out.arrows.push_back(pulls ? Arrow{places[k], end} : Arrow{end, places[k]});
-        }
+        if (way != 0)
+            for (const Vec3& node : spread_out(places, most_arrows)) {
+                const Vec3 end = plus(node, free_end);
+                out.arrows.push_back(pulls ? Arrow{node, end} : Arrow{end, node});
+            }
         out.labels.push_back(
             {plus(middle(places), free_end), console::format("%.3e[N]", std::abs(force.value))});
     }

@@ -42,6 +42,11 @@ TEST(Symbols, ForcesEndAtTheirDrawnNodes) {
     EXPECT_EQ(symbols.labels[1].text, "1.000e+01[N]");
     ASSERT_GE(symbols.arrows.size(), 22u);
     EXPECT_LE(symbols.arrows.size(), 42u);  // 441 nodes, thinned out
+    // evenly: no quarter of the side goes without
+    std::array<int, 4> quarter{};
+    for (std::size_t k = 1; k + 1 < symbols.arrows.size(); ++k)
+        ++quarter[(symbols.arrows[k].tip[0] > 1) + 2 * (symbols.arrows[k].tip[1] > 1)];
+    for (const int count : quarter) EXPECT_GE(count, 4);
     expect_near(symbols.arrows[0].tail, {0, 0, 0.5});
     expect_near(symbols.arrows[0].tip, {0, 0, 0.2});  // pulls the lower corner down, 0.15 of 2 m long
     expect_near(symbols.arrows[1].tip, {0, 0, 0.6});  // along the upper side: ends at the node

@@ -55,7 +55,8 @@ void add_arrow(const Arrow& arrow, std::vector<Line>& shafts, std::vector<LitVer
 
 // Dense meshes fade: edges closer than a few pixels would blacken the faces.
 float fading(double pixels_per_edge) {
-    return static_cast<float>(std::clamp(pixels_per_edge / 16, 0.12, 0.6));
+    const double covered = pixels_per_edge < 8 ? pixels_per_edge / 8 : 1;
+    return static_cast<float>(std::clamp(pixels_per_edge / 16 * covered, 0.03, 0.6));
 }
 
 double pixels_per_length(const Camera& camera, const Scene& scene) {
@@ -136,7 +137,7 @@ void SceneDrawing::set_state(const DisplayState& state, const Camera& camera, co
     glMatrixMode(GL_MODELVIEW);
     glLoadIdentity();
     // a fainter light from the viewer: no side of the model is ever black
-    const float viewer[4] = {0, 0, 1, 0}, dim[4] = {0.45f, 0.45f, 0.45f, 1}, none[4] = {0, 0, 0, 1};
+    const float viewer[4] = {0, 0, 1, 0}, dim[4] = {0.55f, 0.55f, 0.55f, 1}, none[4] = {0, 0, 0, 1};
     glLightfv(GL_LIGHT1, GL_POSITION, viewer);
     glLightfv(GL_LIGHT1, GL_DIFFUSE, dim);
     glLightfv(GL_LIGHT1, GL_SPECULAR, none);
