@@ -12,16 +12,24 @@ namespace {
 
 using Vector = std::array<double, 3>;
 
-Vector minus(const double* a, const double* b) { return {a[0] - b[0], a[1] - b[1], a[2] - b[2]}; }
-double dot(const Vector& a, const Vector& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
+Vector minus(const double* a, const double* b) {
+    return {a[0] - b[0], a[1] - b[1], a[2] - b[2]};
+}
+double dot(const Vector& a, const Vector& b) {
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+}
 Vector cross(const Vector& a, const Vector& b) {
     return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
 }
-double length(const Vector& a) { return std::sqrt(dot(a, a)); }
-const double* at(const double* node4, std::int32_t n) { return node4 + 4 * static_cast<std::ptrdiff_t>(n); }
+double length(const Vector& a) {
+    return std::sqrt(dot(a, a));
+}
+const double* at(const double* node4, std::int32_t n) {
+    return node4 + 4 * static_cast<std::ptrdiff_t>(n);
+}
 
 constexpr std::int32_t most_cells_a_side = 256;
-constexpr double facing = -0.1;      // cosine of node and triangle normals, at most
+constexpr double facing = -0.1;     // cosine of node and triangle normals, at most
 constexpr double held_mass = 1e30;  // kg: of a node that nothing moves
 
 }  // namespace
@@ -63,11 +71,14 @@ void ContactSet::find_surface(const Mesh& mesh) {
             Triangle triangle{{}, mesh.p_ele_part_id[static_cast<std::size_t>(face.element)]};
             for (std::size_t c = 0; c < 3; ++c)
                 triangle.node[c] = static_cast<std::int32_t>(
-                    node_index(mesh.connectivity[static_cast<std::size_t>(face.element) * per_element + static_cast<std::size_t>(local[k + c])]));
+                    node_index(mesh.connectivity[static_cast<std::size_t>(face.element) * per_element +
+                                                 static_cast<std::size_t>(local[k + c])]));
             double edge = 0;
             for (std::size_t c = 0; c < 3; ++c) {
-                const auto a = static_cast<std::size_t>(triangle.node[c]), b = static_cast<std::size_t>(triangle.node[(c + 1) % 3]);
-                edge = std::max(edge, length(minus(mesh.coordinates.data() + 3 * a, mesh.coordinates.data() + 3 * b)));
+                const auto a = static_cast<std::size_t>(triangle.node[c]),
+                           b = static_cast<std::size_t>(triangle.node[(c + 1) % 3]);
+                edge = std::max(
+                    edge, length(minus(mesh.coordinates.data() + 3 * a, mesh.coordinates.data() + 3 * b)));
             }
             for (std::int32_t n : triangle.node) {
                 on[static_cast<std::size_t>(n)] = 1;
@@ -82,7 +93,9 @@ void ContactSet::find_surface(const Mesh& mesh) {
 
 void ContactSet::tune(double d_time, double stable_step, int sharing) {
     d_time_ = d_time;
-    for (Active& active : pairs_) active.share = active.pair.penalty * penalty_share(d_time, stable_step, active.pair.damping) / std::max(1, sharing);
+    for (Active& active : pairs_)
+        active.share = active.pair.penalty * penalty_share(d_time, stable_step, active.pair.damping) /
+                       std::max(1, sharing);
 }
 
 // Cells of the triangles' size over their bounding box; each triangle stands in every cell that its box,
@@ -101,14 +114,18 @@ void ContactSet::fill_grid(const std::vector<std::int32_t>& triangles, const dou
             }
         }
     }
-    grid_.cell = std::max(edge / (3.0 * static_cast<double>(std::max<std::size_t>(triangles.size(), 1))), 2 * reach);
-    for (std::size_t c = 0; c < 3; ++c) grid_.cell = std::max(grid_.cell, (high[c] - low[c]) / most_cells_a_side);
+    grid_.cell =
+        std::max(edge / (3.0 * static_cast<double>(std::max<std::size_t>(triangles.size(), 1))), 2 * reach);
+    for (std::size_t c = 0; c < 3; ++c)
+        grid_.cell = std::max(grid_.cell, (high[c] - low[c]) / most_cells_a_side);
     if (!(grid_.cell > 0) || !std::isfinite(grid_.cell)) grid_.cell = 1;
     grid_.low = low;
     std::size_t cells = 1;
     for (std::size_t c = 0; c < 3; ++c) {
-        const double wanted = (high[c] - low[c]) / grid_.cell;  // may be infinite in a run that is about to end
-        grid_.count[c] = wanted < most_cells_a_side ? std::max(static_cast<std::int32_t>(wanted), 0) + 1 : most_cells_a_side + 1;
+        const double wanted =
+            (high[c] - low[c]) / grid_.cell;  // may be infinite in a run that is about to end
+        grid_.count[c] = wanted < most_cells_a_side ? std::max(static_cast<std::int32_t>(wanted), 0) + 1
+                                                    : most_cells_a_side + 1;
         cells *= static_cast<std::size_t>(grid_.count[c]);
     }
     // hashed into as many buckets as there are triangles, so that memory does not follow the box
@@ -118,7 +135,8 @@ void ContactSet::fill_grid(const std::vector<std::int32_t>& triangles, const dou
         std::array<std::int32_t, 3> from, to;
         const Triangle& triangle = triangles_[static_cast<std::size_t>(t)];
         for (std::size_t c = 0; c < 3; ++c) {
-            const double a = at(x, triangle.node[0])[c], b = at(x, triangle.node[1])[c], d = at(x, triangle.node[2])[c];
+            const double a = at(x, triangle.node[0])[c], b = at(x, triangle.node[1])[c],
+                         d = at(x, triangle.node[2])[c];
             from[c] = grid_.index(c, std::min({a, b, d}) - reach);
             to[c] = grid_.index(c, std::max({a, b, d}) + reach);
         }
@@ -130,7 +148,9 @@ void ContactSet::fill_grid(const std::vector<std::int32_t>& triangles, const dou
     for (std::size_t k = 0; k < buckets; ++k) grid_.start[k + 1] += grid_.start[k];
     grid_.entry.resize(static_cast<std::size_t>(grid_.start.back()));
     grid_.next.assign(grid_.start.begin(), grid_.start.end() - 1);
-    for (std::int32_t t : triangles) each_cell(t, [&](std::size_t bucket) { grid_.entry[static_cast<std::size_t>(grid_.next[bucket]++)] = t; });
+    for (std::int32_t t : triangles)
+        each_cell(
+            t, [&](std::size_t bucket) { grid_.entry[static_cast<std::size_t>(grid_.next[bucket]++)] = t; });
 }
 
 std::int32_t ContactSet::Grid::index(std::size_t axis, double value) const {
@@ -140,13 +160,18 @@ std::int32_t ContactSet::Grid::index(std::size_t axis, double value) const {
 }
 
 std::size_t ContactSet::Grid::bucket(std::int32_t i, std::int32_t j, std::int32_t k) const {
-    const std::uint64_t cell_number = static_cast<std::uint64_t>(i) + static_cast<std::uint64_t>(count[0]) * (static_cast<std::uint64_t>(j) + static_cast<std::uint64_t>(count[1]) * static_cast<std::uint64_t>(k));
+    const std::uint64_t cell_number =
+        static_cast<std::uint64_t>(i) +
+        static_cast<std::uint64_t>(count[0]) *
+            (static_cast<std::uint64_t>(j) +
+             static_cast<std::uint64_t>(count[1]) * static_cast<std::uint64_t>(k));
     return static_cast<std::size_t>(cell_number % (start.size() - 1));
 }
 
 // The foot of p on the triangle's plane: barycentric weights, outward normal, signed height over the
 // plane. False when the foot lies outside (beyond a rounding of the edges) or the triangle is flat.
-bool ContactSet::foot_point(const Triangle& triangle, const double* x, const double* p, Vector& weight, Vector& normal, double& height) const {
+bool ContactSet::foot_point(const Triangle& triangle, const double* x, const double* p, Vector& weight,
+                            Vector& normal, double& height) const {
     const double *a = at(x, triangle.node[0]), *b = at(x, triangle.node[1]), *c = at(x, triangle.node[2]);
     const Vector n = cross(minus(b, a), minus(c, a));
     const double nn = dot(n, n);
@@ -168,14 +193,17 @@ bool ContactSet::foot_point(const Triangle& triangle, const double* x, const dou
 void ContactSet::find_normals(const double* x) {
     for (std::int32_t n : surface_nodes_) normal_[static_cast<std::size_t>(n)] = {};
     for (const Triangle& triangle : triangles_) {
-        const Vector n = cross(minus(at(x, triangle.node[1]), at(x, triangle.node[0])), minus(at(x, triangle.node[2]), at(x, triangle.node[0])));
+        const Vector n = cross(minus(at(x, triangle.node[1]), at(x, triangle.node[0])),
+                               minus(at(x, triangle.node[2]), at(x, triangle.node[0])));
         const double size = length(n);
         if (!(size > 0)) continue;
         for (std::size_t k = 0; k < 3; ++k) {
             const double* p = at(x, triangle.node[k]);
-            const Vector a = minus(at(x, triangle.node[(k + 1) % 3]), p), b = minus(at(x, triangle.node[(k + 2) % 3]), p);
+            const Vector a = minus(at(x, triangle.node[(k + 1) % 3]), p),
+                         b = minus(at(x, triangle.node[(k + 2) % 3]), p);
             const double angle = std::atan2(size, dot(a, b));
-            for (std::size_t c = 0; c < 3; ++c) normal_[static_cast<std::size_t>(triangle.node[k])][c] += angle * n[c] / size;
+            for (std::size_t c = 0; c < 3; ++c)
+                normal_[static_cast<std::size_t>(triangle.node[k])][c] += angle * n[c] / size;
         }
     }
     for (std::int32_t n : surface_nodes_) {
@@ -191,15 +219,20 @@ void ContactSet::touch_side(Active& active, std::size_t slave, const ContactArra
     for (std::int32_t n : active.side[slave].nodes) {
         const double* p = at(arrays.x, n);
         bool inside = true;
-        for (std::size_t c = 0; c < 3; ++c) inside = inside && !(box[2 * c] < box[2 * c + 1] && !(p[c] >= box[2 * c] && p[c] <= box[2 * c + 1]));
+        for (std::size_t c = 0; c < 3; ++c)
+            inside =
+                inside && !(box[2 * c] < box[2 * c + 1] && !(p[c] >= box[2 * c] && p[c] <= box[2 * c + 1]));
         if (!inside) continue;
-        // the triangle that it lies least deep behind: nodes do not pass through more than half an element a step
+        // the triangle that it lies least deep behind: nodes do not pass through more than half an element a
+        // step
         const double reach = reach_of(active, n);
         Touch best{n, {}, {}, {}, {}, 0, slave == 0};
         double least = reach;
-        const std::size_t bucket = grid_.bucket(grid_.index(0, p[0]), grid_.index(1, p[1]), grid_.index(2, p[2]));
+        const std::size_t bucket =
+            grid_.bucket(grid_.index(0, p[0]), grid_.index(1, p[1]), grid_.index(2, p[2]));
         for (std::int32_t k = grid_.start[bucket]; k < grid_.start[bucket + 1]; ++k) {
-            const Triangle& triangle = triangles_[static_cast<std::size_t>(grid_.entry[static_cast<std::size_t>(k)])];
+            const Triangle& triangle =
+                triangles_[static_cast<std::size_t>(grid_.entry[static_cast<std::size_t>(k)])];
             if (triangle.node[0] == n || triangle.node[1] == n || triangle.node[2] == n) continue;
             Vector weight, normal;
             double height;
@@ -234,7 +267,8 @@ void ContactSet::press(Active& active, const ContactArrays& arrays) {
         for (std::size_t c = 0; c < 3; ++c) relative[c] = at(arrays.v, touch.node)[c];
         for (std::size_t i = 0; i < 3; ++i) {
             opposite += touch.weight[i] * lends(touch.corner[i]);
-            for (std::size_t c = 0; c < 3; ++c) relative[c] -= touch.weight[i] * at(arrays.v, touch.corner[i])[c];
+            for (std::size_t c = 0; c < 3; ++c)
+                relative[c] -= touch.weight[i] * at(arrays.v, touch.corner[i])[c];
         }
         const double own = lends(touch.node);
         touch.force = {};
@@ -242,7 +276,8 @@ void ContactSet::press(Active& active, const ContactArrays& arrays) {
         const double m = own * opposite / (own + opposite);
         const double k = active.share * m / (d_time_ * d_time_);
         const double away = dot(relative, touch.normal);
-        const double normal_force = std::max(0.0, k * touch.depth - 2 * active.pair.damping * std::sqrt(k * m) * away);
+        const double normal_force =
+            std::max(0.0, k * touch.depth - 2 * active.pair.damping * std::sqrt(k * m) * away);
         for (std::size_t c = 0; c < 3; ++c) {
             touch.force[c] = normal_force * touch.normal[c];
             relative[c] -= away * touch.normal[c];
@@ -255,7 +290,9 @@ void ContactSet::press(Active& active, const ContactArrays& arrays) {
         }
         for (std::size_t c = 0; c < 3; ++c) {
             arrays.F[4 * static_cast<std::size_t>(touch.node) + c] += touch.force[c];
-            for (std::size_t i = 0; i < 3; ++i) arrays.F[4 * static_cast<std::size_t>(touch.corner[i]) + c] -= touch.weight[i] * touch.force[c];
+            for (std::size_t i = 0; i < 3; ++i)
+                arrays.F[4 * static_cast<std::size_t>(touch.corner[i]) + c] -=
+                    touch.weight[i] * touch.force[c];
         }
     }
 }
@@ -267,7 +304,8 @@ void ContactSet::share_nodes() {
     for (const Active& active : pairs_)
         for (const Touch& touch : active.touches) {
             sum_[static_cast<std::size_t>(touch.node)] += 1;
-            for (std::size_t i = 0; i < 3; ++i) sum_[static_cast<std::size_t>(touch.corner[i])] += std::abs(touch.weight[i]);
+            for (std::size_t i = 0; i < 3; ++i)
+                sum_[static_cast<std::size_t>(touch.corner[i])] += std::abs(touch.weight[i]);
         }
     for (const Active& active : pairs_)
         for (const Touch& touch : active.touches)
@@ -282,7 +320,9 @@ void ContactSet::push(const ContactArrays& arrays, double time) {
     for (Active& active : pairs_) active.touches.clear();
     find_normals(arrays.x);
     for (Active& active : pairs_) {
-        if (time < active.pair.start_time || active.side[0].triangles.empty() || active.side[1].triangles.empty()) continue;
+        if (time < active.pair.start_time || active.side[0].triangles.empty() ||
+            active.side[1].triangles.empty())
+            continue;
         for (std::size_t slave = 0; slave < (active.self ? 1u : 2u); ++slave) {
             double reach = 0;
             for (std::int32_t n : active.side[slave].nodes) reach = std::max(reach, reach_of(active, n));
@@ -325,8 +365,9 @@ std::int32_t ContactSet::common_nodes(std::size_t pair) const {
     const Active& active = pairs_[pair];
     if (active.self) return 0;
     const auto& second = active.side[1].nodes;
-    return static_cast<std::int32_t>(std::count_if(active.side[0].nodes.begin(), active.side[0].nodes.end(),
-                                                   [&](std::int32_t n) { return std::binary_search(second.begin(), second.end(), n); }));
+    return static_cast<std::int32_t>(
+        std::count_if(active.side[0].nodes.begin(), active.side[0].nodes.end(),
+                      [&](std::int32_t n) { return std::binary_search(second.begin(), second.end(), n); }));
 }
 
 std::int64_t ContactSet::touching() const {

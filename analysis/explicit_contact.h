@@ -85,9 +85,10 @@ private:
     std::vector<Active> pairs_;
     std::vector<Triangle> triangles_;
     std::vector<std::int32_t> surface_nodes_;
-    std::vector<double> size_;               // per node: longest edge of the surface around it at the start, m
-    std::vector<double> sum_, most_;         // per node: its weights in the contacts of a step, and the most so far
-    std::vector<std::array<double, 3>> normal_;  // per node: unit outward normal in the configuration in force
+    std::vector<double> size_;        // per node: longest edge of the surface around it at the start, m
+    std::vector<double> sum_, most_;  // per node: its weights in the contacts of a step, and the most so far
+    std::vector<std::array<double, 3>>
+        normal_;  // per node: unit outward normal in the configuration in force
     Grid grid_;
     double d_time_ = 0;
 };

@@ -22,15 +22,17 @@ double seconds_since(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-void run_steps(ModelStore& store, ExplicitState& state, RunReport& report, std::int64_t first, std::int64_t end) {
+void run_steps(ModelStore& store, ExplicitState& state, RunReport& report, std::int64_t first,
+               std::int64_t end) {
     const auto start = std::chrono::steady_clock::now();
     report.clock.begin("steps");
     for (std::int64_t s = first; s < end && !state.diverged; ++s) {
         explicit_step(store, state, report);
         console::set_progress(s, state.time_num - 1);
         if (!console::cancel_requested()) continue;
-        report.fail(RunStatus::failed, console::format("stopped on request after step %lld of %lld", static_cast<long long>(s),
-                                                       static_cast<long long>(state.time_num - 1)));
+        report.fail(RunStatus::failed,
+                    console::format("stopped on request after step %lld of %lld", static_cast<long long>(s),
+                                    static_cast<long long>(state.time_num - 1)));
         break;
     }
     report.clock.end();
@@ -40,7 +42,8 @@ void run_steps(ModelStore& store, ExplicitState& state, RunReport& report, std::
 // Keeps the frames that hold results.
 void cut_results(ModelStore& store, const ExplicitState& state) {
     Results& results = store.results;
-    const auto frames = static_cast<std::size_t>(std::max<std::int64_t>(state.frames, 1)), dofs = static_cast<std::size_t>(store.mesh.dof_num);
+    const auto frames = static_cast<std::size_t>(std::max<std::int64_t>(state.frames, 1)),
+               dofs = static_cast<std::size_t>(store.mesh.dof_num);
     if (frames >= results.n_freq.size()) return;
     results.n_freq.resize(frames);
     results.frame_vector.resize(frames);
@@ -98,7 +101,9 @@ void fill_report(const ModelStore& store, const ExplicitState& s, RunReport& rep
         if (!(std::abs(drift) <= std::abs(out.drift))) out.drift = drift;
     }
     if (std::abs(out.drift) > largest_drift && !s.diverged)
-        report.remarks.notices.push_back(console::format("the energy is out of balance by %.1f %%: d_time is too large or the mesh too coarse", 100 * std::abs(out.drift)));
+        report.remarks.notices.push_back(console::format(
+            "the energy is out of balance by %.1f %%: d_time is too large or the mesh too coarse",
+            100 * std::abs(out.drift)));
     out.momentum = s.momentum;
     out.angular_momentum = s.angular_momentum;
     report.reaction = s.reaction;
@@ -110,11 +115,15 @@ void find_largest(const ModelStore& store, RunReport& report) {
     const double* u = store.results.mode_vec.data() + last * dofs;
     const double* mises = store.results.node_stress.data() + (last * stress_groups + 4) * dofs;
     for (std::size_t n = 0; n < dofs / 3; ++n) {
-        const double size = std::sqrt(u[3 * n] * u[3 * n] + u[3 * n + 1] * u[3 * n + 1] + u[3 * n + 2] * u[3 * n + 2]);
-        const std::array<double, 3> place{mesh.coordinates[3 * n], mesh.coordinates[3 * n + 1], mesh.coordinates[3 * n + 2]};
+        const double size =
+            std::sqrt(u[3 * n] * u[3 * n] + u[3 * n + 1] * u[3 * n + 1] + u[3 * n + 2] * u[3 * n + 2]);
+        const std::array<double, 3> place{mesh.coordinates[3 * n], mesh.coordinates[3 * n + 1],
+                                          mesh.coordinates[3 * n + 2]};
         const auto node = static_cast<std::int32_t>(n + 1);
-        if (report.largest_displacement.node == 0 || size > report.largest_displacement.value) report.largest_displacement = {node, size, place};
-        if (report.largest_mises.node == 0 || mises[3 * n] > report.largest_mises.value) report.largest_mises = {node, mises[3 * n], place};
+        if (report.largest_displacement.node == 0 || size > report.largest_displacement.value)
+            report.largest_displacement = {node, size, place};
+        if (report.largest_mises.node == 0 || mises[3 * n] > report.largest_mises.value)
+            report.largest_mises = {node, mises[3 * n], place};
     }
 }
 
@@ -132,7 +141,8 @@ void finish(ModelStore& store, const Settings& settings, ExplicitState& state, R
     report.clock.end();
 }
 
-bool set_up(ModelStore& store, const Settings& settings, const ExplicitOptions& options, ExplicitState& state, RunReport& report) {
+bool set_up(ModelStore& store, const Settings& settings, const ExplicitOptions& options, ExplicitState& state,
+            RunReport& report) {
     try {
         return set_up_explicit(store, settings, options, state, report);
     } catch (const std::bad_alloc&) {
@@ -177,7 +187,8 @@ RunReport exec_explicit() {
 
 bool begin_explicit(RunReport& report) {
     live_run() = std::make_unique<LiveRun>();
-    if (set_up(model_store(), settings(), explicit_options(), live_run()->state, live_run()->report)) return true;
+    if (set_up(model_store(), settings(), explicit_options(), live_run()->state, live_run()->report))
+        return true;
     report = live_run()->report;
     live_run().reset();
     return false;
@@ -200,13 +211,22 @@ RunReport finish_explicit() {
     return report;
 }
 
-void drop_explicit() { live_run().reset(); }
+void drop_explicit() {
+    live_run().reset();
+}
 
 ExplicitProgress explicit_progress() {
     const LiveRun* run = live_run().get();
     if (!run) return {};
     const ExplicitState& s = run->state;
-    return {true, run->k, s.step, s.time_num, s.out_time_num, s.output_frequency, static_cast<double>(s.step) * s.d_time, s.diverged};
+    return {true,
+            run->k,
+            s.step,
+            s.time_num,
+            s.out_time_num,
+            s.output_frequency,
+            static_cast<double>(s.step) * s.d_time,
+            s.diverged};
 }
 
 bool advance_explicit(RunReport& report) {
@@ -215,7 +235,8 @@ bool advance_explicit(RunReport& report) {
     const ExplicitState& s = run->state;
     const std::int64_t k = run->k;
     int diverged = 0;
-    step_explicit((k - 1) * s.output_frequency + 1, std::min(k * s.output_frequency + 1, s.time_num), &diverged);
+    step_explicit((k - 1) * s.output_frequency + 1, std::min(k * s.output_frequency + 1, s.time_num),
+                  &diverged);
     if (!diverged) {
         run->k = k + 1;
         console::print(" ti_current = %lld\n", static_cast<long long>(run->k));

@@ -45,13 +45,13 @@ RunReport finish_explicit();
 void drop_explicit();
 
 struct ExplicitProgress {
-    bool running = false;            // begun and neither finished nor dropped
-    std::int64_t k = 1;              // frame counter: frames 1 … k hold results
-    std::int64_t step = 0;           // last step done
-    std::int64_t time_num = 0;       // steps are 1 … time_num - 1
-    std::int64_t out_time_num = 0;   // frames of the whole run
+    bool running = false;           // begun and neither finished nor dropped
+    std::int64_t k = 1;             // frame counter: frames 1 … k hold results
+    std::int64_t step = 0;          // last step done
+    std::int64_t time_num = 0;      // steps are 1 … time_num - 1
+    std::int64_t out_time_num = 0;  // frames of the whole run
     std::int64_t output_frequency = 1;
-    double time = 0;                 // s
+    double time = 0;  // s
     bool diverged = false;
 };
 ExplicitProgress explicit_progress();

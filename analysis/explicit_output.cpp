@@ -43,12 +43,14 @@ void sum_nodes(ExplicitState& s) {
             if (s.supported[k]) s.reaction[c] += s.R[k] - s.F[k] - s.F_contact[k];
         }
         const double* x = s.x.data() + 4 * n;
-        for (std::size_t c = 0; c < 3; ++c) s.angular_momentum[c] += x[(c + 1) % 3] * p[(c + 2) % 3] - x[(c + 2) % 3] * p[(c + 1) % 3];
+        for (std::size_t c = 0; c < 3; ++c)
+            s.angular_momentum[c] += x[(c + 1) % 3] * p[(c + 2) % 3] - x[(c + 2) % 3] * p[(c + 1) % 3];
     }
     for (const DrivenDofs& driven : s.driven)
         for (std::int32_t place : driven.places) {
             const auto k = static_cast<std::size_t>(place);
-            s.reaction[k % 4] += s.mass[k] * (s.v_new[k] - s.v[k]) / s.d_time + s.R[k] - s.F[k] - s.F_contact[k];
+            s.reaction[k % 4] +=
+                s.mass[k] * (s.v_new[k] - s.v[k]) / s.d_time + s.R[k] - s.F[k] - s.F_contact[k];
         }
     s.energies.kinetic = kinetic;
     s.energies.external = external;
@@ -63,7 +65,8 @@ void balance(ExplicitState& s) {
     e.contact = s.contact_work.at;
     e.support = s.support_work.at;
     if (s.step == 0) s.start_energy = e.total();
-    for (double part : {e.kinetic, e.internal, e.damping, std::abs(e.wall), std::abs(e.contact), std::abs(e.external), std::abs(e.support)})
+    for (double part : {e.kinetic, e.internal, e.damping, std::abs(e.wall), std::abs(e.contact),
+                        std::abs(e.external), std::abs(e.support)})
         s.largest_energy = std::max(s.largest_energy, part);
     s.drift = s.largest_energy > 0 ? (e.total() - s.start_energy) / s.largest_energy : 0.0;
 }
@@ -72,7 +75,9 @@ void add_row(ExplicitState& s) {
     std::vector<double>& row = s.history.values;
     const ExplicitEnergies& e = s.energies;
     row.push_back(static_cast<double>(s.step) * s.d_time);
-    for (double value : {e.kinetic, e.internal, e.plastic, e.damping, e.wall, e.contact, e.external, e.support, s.drift}) row.push_back(value);
+    for (double value :
+         {e.kinetic, e.internal, e.plastic, e.damping, e.wall, e.contact, e.external, e.support, s.drift})
+        row.push_back(value);
     auto add = [&](const std::array<double, 3>& v) { row.insert(row.end(), v.begin(), v.end()); };
     add(s.momentum);
     add(s.angular_momentum);
@@ -82,8 +87,10 @@ void add_row(ExplicitState& s) {
     for (std::int32_t n : s.probes) {
         const std::size_t at = 4 * static_cast<std::size_t>(n);
         add({s.u[at], s.u[at + 1], s.u[at + 2]});
-        add({0.5 * (s.v[at] + s.v_new[at]), 0.5 * (s.v[at + 1] + s.v_new[at + 1]), 0.5 * (s.v[at + 2] + s.v_new[at + 2])});
-        add({(s.v_new[at] - s.v[at]) / s.d_time, (s.v_new[at + 1] - s.v[at + 1]) / s.d_time, (s.v_new[at + 2] - s.v[at + 2]) / s.d_time});
+        add({0.5 * (s.v[at] + s.v_new[at]), 0.5 * (s.v[at + 1] + s.v_new[at + 1]),
+             0.5 * (s.v[at + 2] + s.v_new[at + 2])});
+        add({(s.v_new[at] - s.v[at]) / s.d_time, (s.v_new[at + 1] - s.v[at + 1]) / s.d_time,
+             (s.v_new[at + 2] - s.v[at + 2]) / s.d_time});
     }
 }
 
@@ -97,14 +104,16 @@ double ExplicitHistory::value(std::size_t row, const std::string& name) const {
 
 void begin_history(const ModelStore& store, const ExplicitOptions& options, ExplicitState& s) {
     std::vector<std::string>& columns = s.history.columns;
-    columns = {"time", "kinetic", "internal", "plastic", "damping", "wall", "contact", "external", "support", "drift"};
+    columns = {"time", "kinetic", "internal", "plastic", "damping",
+               "wall", "contact", "external", "support", "drift"};
     add_vector(columns, "momentum");
     add_vector(columns, "angular_momentum");
     add_vector(columns, "reaction");
     if (s.walls)
         for (const RigidWall& wall : store.explicit_tables.walls) add_vector(columns, "wall_" + wall.name);
     if (s.contacts)
-        for (const ContactPair& pair : store.explicit_tables.contacts) add_vector(columns, "contact_" + pair.name);
+        for (const ContactPair& pair : store.explicit_tables.contacts)
+            add_vector(columns, "contact_" + pair.name);
     for (const auto& place : options.probes) {
         const std::int32_t n = nearest_node(store.mesh, s.node_elements, place);
         s.probes.push_back(n);
@@ -119,15 +128,17 @@ void store_frame(ModelStore& store, ExplicitState& s) {
     sum_nodes(s);
     balance(s);
     add_row(s);
-    const auto dofs = static_cast<std::size_t>(store.mesh.dof_num), frame = static_cast<std::size_t>(s.frames);
+    const auto dofs = static_cast<std::size_t>(store.mesh.dof_num),
+               frame = static_cast<std::size_t>(s.frames);
     store.results.n_freq[frame] = static_cast<double>(s.step) * s.d_time;
     const std::span<double> u = std::span(store.results.mode_vec).subspan(frame * dofs, dofs);
     for (std::size_t d = 0; d < dofs; ++d) u[d] = s.u[4 * (d / 3) + d % 3];
     s.blocks->copy_stresses(s.points.stress, s.plastic_strain);
     logarithmic_strains(store.mesh, u, s.team, s.points);
     const Silence silence;
-    mean_stress_strain(store.mesh, s.node_elements, s.points, s.plastic_strain, s.team,
-                       std::span(store.results.node_stress).subspan(frame * stress_groups * dofs, stress_groups * dofs));
+    mean_stress_strain(
+        store.mesh, s.node_elements, s.points, s.plastic_strain, s.team,
+        std::span(store.results.node_stress).subspan(frame * stress_groups * dofs, stress_groups * dofs));
     ++s.frames;
 }
 

@@ -17,7 +17,8 @@ namespace {
 
 constexpr double gravity_acceleration = 9.80665;  // m/s², standard (ISO 80000-3)
 constexpr std::int32_t smallest_team = 4000;      // nodes
-constexpr double end_tolerance = 1.0000001;       // keeps the last step of an end_time that is a multiple of d_time
+constexpr double end_tolerance =
+    1.0000001;  // keeps the last step of an end_time that is a multiple of d_time
 
 void remark(RunReport& report, std::string line) {
     console::notice("%s", line.c_str());
@@ -35,21 +36,28 @@ bool check_input(const ModelStore& store, RunReport& report) {
     for (std::int32_t p : store.mesh.p_ele_part_id) {
         const Part& part = store.parts[static_cast<std::size_t>(p)];
         const Material& m = store.materials[static_cast<std::size_t>(part.material_id)];
-        if (!(m.density > 0 && m.young > 0 && m.poisson > -1 && m.poisson < 0.5 && std::isfinite(m.density) && std::isfinite(m.young)))
-            return refuse(report, console::format("material %s: the explicit analysis wants a density and E above 0 and Poisson's ratio between -1 and 0.5",
+        if (!(m.density > 0 && m.young > 0 && m.poisson > -1 && m.poisson < 0.5 && std::isfinite(m.density) &&
+              std::isfinite(m.young)))
+            return refuse(report, console::format("material %s: the explicit analysis wants a density and E "
+                                                  "above 0 and Poisson's ratio between -1 and 0.5",
                                                   m.name.c_str()));
     }
     const AnalysisControl& c = store.control;
-    if (!(c.d_time >= 0) || !std::isfinite(c.d_time)) return refuse(report, console::format("d_time = %g: the time step must not be negative", c.d_time));
-    if (!(c.end_time >= 0) || !std::isfinite(c.end_time)) return refuse(report, console::format("end_time = %g: the end time must not be negative", c.end_time));
-    if (!(c.c_alfa >= 0) || !std::isfinite(c.c_alfa)) return refuse(report, console::format("C_alfa = %g: the damping must not be negative", c.c_alfa));
+    if (!(c.d_time >= 0) || !std::isfinite(c.d_time))
+        return refuse(report, console::format("d_time = %g: the time step must not be negative", c.d_time));
+    if (!(c.end_time >= 0) || !std::isfinite(c.end_time))
+        return refuse(report,
+                      console::format("end_time = %g: the end time must not be negative", c.end_time));
+    if (!(c.c_alfa >= 0) || !std::isfinite(c.c_alfa))
+        return refuse(report, console::format("C_alfa = %g: the damping must not be negative", c.c_alfa));
     return true;
 }
 
 void order(ModelStore& store) {
     Mesh& mesh = store.mesh;
     console::print("element_type=%d\n", static_cast<std::int32_t>(mesh.element_type));
-    console::print("element_num=%d,point_num=%d,fn=%d\n", mesh.element_num(), mesh.node_num(), 3 * mesh.node_num());
+    console::print("element_num=%d,point_num=%d,fn=%d\n", mesh.element_num(), mesh.node_num(),
+                   3 * mesh.node_num());
     reorder_nodes(mesh, "LMAX");
     mesh.dof_num = 3 * mesh.node_num();
     store.results.resize(1, mesh.dof_num);  // earlier results belong to the former numbers
@@ -62,7 +70,9 @@ std::vector<std::int32_t> surface_nodes(const Mesh& mesh) {
     std::vector<char> on(static_cast<std::size_t>(mesh.node_num()), 0);
     for (const ElementFace& face : free_faces(mesh))
         for (int local : outward_triangles(mesh.element_type, face.face))
-            on[static_cast<std::size_t>(node_index(mesh.connectivity[static_cast<std::size_t>(face.element) * per_element + static_cast<std::size_t>(local)]))] = 1;
+            on[static_cast<std::size_t>(
+                node_index(mesh.connectivity[static_cast<std::size_t>(face.element) * per_element +
+                                             static_cast<std::size_t>(local)]))] = 1;
     std::vector<std::int32_t> nodes;
     for (std::size_t n = 0; n < on.size(); ++n)
         if (on[n]) nodes.push_back(static_cast<std::int32_t>(n));
@@ -80,15 +90,20 @@ void extract_surface(const ModelStore& store, ExplicitState& s, RunReport& repor
     console::print("Nnode_s=%zu\n", s.contacts->nodes().size());
     console::print("Ntri_s=%lld\n", static_cast<long long>(s.contacts->triangle_num()));
     for (std::size_t k = 0; k < pairs.size(); ++k) {
-        if (!s.contacts->can_act(k)) remark(report, "contact " + pairs[k].name + ": a part of it has no surface in this model");
+        if (!s.contacts->can_act(k))
+            remark(report, "contact " + pairs[k].name + ": a part of it has no surface in this model");
         if (const std::int32_t common = s.contacts->common_nodes(k); common > 0)
-            remark(report, console::format("contact %s: parts %s and %s have %d nodes in common, merged where they touched: nothing slides or parts there",
-                                           pairs[k].name.c_str(), pairs[k].part_name[0].c_str(), pairs[k].part_name[1].c_str(), common));
+            remark(report, console::format("contact %s: parts %s and %s have %d nodes in common, merged "
+                                           "where they touched: nothing slides or parts there",
+                                           pairs[k].name.c_str(), pairs[k].part_name[0].c_str(),
+                                           pairs[k].part_name[1].c_str(), common));
     }
     if (pairs.empty()) s.contacts.reset();
 }
 
-double sum_of(const std::vector<double>& values) { return std::accumulate(values.begin(), values.end(), 0.0); }
+double sum_of(const std::vector<double>& values) {
+    return std::accumulate(values.begin(), values.end(), 0.0);
+}
 
 // What the set-up makes and the steps do not need.
 struct SetUp {
@@ -111,7 +126,8 @@ bool assemble(const ModelStore& store, const ExplicitState& state, SetUp& set_up
     const auto matrices = [&](std::int32_t e, double* ke, double* me) {
         ElementPoints points;
         if (!evaluate_points(type, mesh, e, points)) return false;
-        const Part& part = store.parts[static_cast<std::size_t>(mesh.p_ele_part_id[static_cast<std::size_t>(e)])];
+        const Part& part =
+            store.parts[static_cast<std::size_t>(mesh.p_ele_part_id[static_cast<std::size_t>(e)])];
         element_stiffness(type, points, moduli(system.elasticity, part.material_id), ke);
         type.mass(points.x.data(), me);
         const double density = store.materials[static_cast<std::size_t>(part.material_id)].density;
@@ -121,8 +137,11 @@ bool assemble(const ModelStore& store, const ExplicitState& state, SetUp& set_up
     const std::int32_t bad = assemble_km(mesh, neighbours, matrices, state.threads, system.km);
     if (bad < 0) return true;
     const auto c = element_centre(mesh, bad);
-    report.fail(RunStatus::failed, console::format("element %d at (%.6g, %.6g, %.6g): the Jacobian is not positive (flat or inverted element)",
-                                                   bad + 1, c[0], c[1], c[2]));
+    report.fail(
+        RunStatus::failed,
+        console::format(
+            "element %d at (%.6g, %.6g, %.6g): the Jacobian is not positive (flat or inverted element)",
+            bad + 1, c[0], c[1], c[2]));
     return false;
 }
 
@@ -132,7 +151,8 @@ void lump_mass(SetUp& set_up, RunReport& report) {
     const double total = sum_of(km.M_value) / 3.0;
     console::print("Mass total=%e[kg]\n", total);
     set_up.lumped.resize(static_cast<std::size_t>(km.rows()));
-    for (std::size_t d = 0; d < set_up.lumped.size(); ++d) set_up.lumped[d] = km.diag_pos[d] < 0 ? 0.0 : km.M_value[static_cast<std::size_t>(km.diag_pos[d])];
+    for (std::size_t d = 0; d < set_up.lumped.size(); ++d)
+        set_up.lumped[d] = km.diag_pos[d] < 0 ? 0.0 : km.M_value[static_cast<std::size_t>(km.diag_pos[d])];
     const double diagonal = sum_of(set_up.lumped) / 3.0;
     console::print("Diag Mass total=%e[kg]\n", diagonal);
     for (double& m : set_up.lumped) m = m / diagonal * total;
@@ -163,7 +183,8 @@ void find_damping(const ModelStore& store, SetUp& set_up, ExplicitState& state) 
 
 void size_state(const Mesh& mesh, const SetUp& set_up, ExplicitState& s) {
     const auto nodes = static_cast<std::size_t>(mesh.node_num());
-    for (LineDoubles* array : {&s.X, &s.x, &s.u, &s.du, &s.v, &s.v_new, &s.R, &s.F, &s.F_contact, &s.mass, &s.damping, &s.a, &s.b})
+    for (LineDoubles* array :
+         {&s.X, &s.x, &s.u, &s.du, &s.v, &s.v_new, &s.R, &s.F, &s.F_contact, &s.mass, &s.damping, &s.a, &s.b})
         array->assign(4 * nodes, 0.0);
     s.supported.assign(4 * nodes, 1);
     for (std::size_t d = 0; d < 3 * nodes; ++d) {
@@ -185,26 +206,32 @@ void set_loads(const ModelStore& store, const SetUp& set_up, ExplicitState& s, R
         report.applied[dof % 3] += load.F[i];
     }
     for (std::size_t f = 0; f < store.forces.size(); ++f)
-        if (load.reached[f] == 0) report.remarks.notices.push_back("force " + store.forces[f].name + ": no node is reached");
+        if (load.reached[f] == 0)
+            report.remarks.notices.push_back("force " + store.forces[f].name + ": no node is reached");
         else if (load.on_fixed[f] == load.reached[f])
-            report.remarks.notices.push_back("force " + store.forces[f].name + ": acts on fixed degrees of freedom only and is lost");
+            report.remarks.notices.push_back("force " + store.forces[f].name +
+                                             ": acts on fixed degrees of freedom only and is lost");
     for (std::size_t k = 0; k < store.boundary_conditions.size(); ++k)
         if (set_up.system.numbering.selected[k] == 0)
-            report.remarks.notices.push_back("support " + store.boundary_conditions[k].name + ": selects no node");
+            report.remarks.notices.push_back("support " + store.boundary_conditions[k].name +
+                                             ": selects no node");
     if (store.control.gravity_axis < 0) return;
     const auto axis = static_cast<std::size_t>(store.control.gravity_axis);
-    for (std::size_t n = 0; n < s.F.size() / 4; ++n) s.F[4 * n + axis] += s.mass[4 * n + axis] * store.control.gravity_sign * gravity_acceleration;
+    for (std::size_t n = 0; n < s.F.size() / 4; ++n)
+        s.F[4 * n + axis] += s.mass[4 * n + axis] * store.control.gravity_sign * gravity_acceleration;
 }
 
 // Nodes on solid elements that a velocity record selects.
-std::vector<std::int32_t> nodes_of(const VelocityRecord& record, const ModelStore& store, const NodeElements& node_elements) {
+std::vector<std::int32_t> nodes_of(const VelocityRecord& record, const ModelStore& store,
+                                   const NodeElements& node_elements) {
     const Mesh& mesh = store.mesh;
     std::vector<std::int32_t> nodes;
     if (record.kind == VelocitySelection::part) {
         const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
         std::vector<char> on(static_cast<std::size_t>(mesh.node_num()), 0);
         for (std::size_t k = 0; k < mesh.connectivity.size(); ++k)
-            if (store.parts[static_cast<std::size_t>(mesh.p_ele_part_id[k / per_element])].name == record.name)
+            if (store.parts[static_cast<std::size_t>(mesh.p_ele_part_id[k / per_element])].name ==
+                record.name)
                 on[static_cast<std::size_t>(node_index(mesh.connectivity[k]))] = 1;
         for (std::size_t n = 0; n < on.size(); ++n)
             if (on[n]) nodes.push_back(static_cast<std::int32_t>(n));
@@ -215,21 +242,27 @@ std::vector<std::int32_t> nodes_of(const VelocityRecord& record, const ModelStor
     selection.axis = record.axis;
     selection.box = record.box;
     for (std::int32_t n : select_nodes(selection, mesh))
-        if (node_elements.start[static_cast<std::size_t>(n)] != node_elements.start[static_cast<std::size_t>(n) + 1]) nodes.push_back(n);
+        if (node_elements.start[static_cast<std::size_t>(n)] !=
+            node_elements.start[static_cast<std::size_t>(n) + 1])
+            nodes.push_back(n);
     return nodes;
 }
 
-void set_driven(const ModelStore& store, const NodeElements& node_elements, ExplicitState& s, RunReport& report) {
+void set_driven(const ModelStore& store, const NodeElements& node_elements, ExplicitState& s,
+                RunReport& report) {
     for (const VelocityRecord& record : store.explicit_tables.velocity_inputs) {
         DrivenDofs driven{record.velocity, {}};
-        for (std::int32_t n : nodes_of(record, store, node_elements)) driven.places.push_back(4 * n + record.axis);
+        for (std::int32_t n : nodes_of(record, store, node_elements))
+            driven.places.push_back(4 * n + record.axis);
         if (driven.places.empty()) {
             remark(report, "velocity input " + record.name + ": selects no node");
             continue;
         }
         // a later record takes over what an earlier one drove
         for (DrivenDofs& earlier : s.driven)
-            std::erase_if(earlier.places, [&](std::int32_t at) { return std::binary_search(driven.places.begin(), driven.places.end(), at); });
+            std::erase_if(earlier.places, [&](std::int32_t at) {
+                return std::binary_search(driven.places.begin(), driven.places.end(), at);
+            });
         for (std::int32_t at : driven.places) {
             s.supported[static_cast<std::size_t>(at)] = 0;
             s.damping[static_cast<std::size_t>(at)] = 0;
@@ -250,13 +283,15 @@ void set_update_factors(ExplicitState& s) {
     }
 }
 
-void set_initial_velocities(const ModelStore& store, const NodeElements& node_elements, ExplicitState& s, RunReport& report) {
+void set_initial_velocities(const ModelStore& store, const NodeElements& node_elements, ExplicitState& s,
+                            RunReport& report) {
     const auto& records = store.explicit_tables.initial_velocities;
     if (records.empty()) return;
     for (std::size_t k = 0; k < records.size(); ++k) {
         const VelocityRecord& record = records[k];
         const auto nodes = nodes_of(record, store, node_elements);
-        console::print(" INITIAL_VELOCITY[%zu]: %d, %d\n", k, static_cast<std::int32_t>(record.kind), record.axis);
+        console::print(" INITIAL_VELOCITY[%zu]: %d, %d\n", k, static_cast<std::int32_t>(record.kind),
+                       record.axis);
         console::print("  c_ = %zu\n", nodes.size());
         if (nodes.empty()) remark(report, "initial velocity " + record.name + ": selects no node");
         std::int32_t set = 0;
@@ -283,28 +318,37 @@ bool choose_step(const ModelStore& store, const SetUp& set_up, ExplicitState& s,
         return false;
     }
     const auto c = element_centre(store.mesh, stable.element);
-    console::print("Stable time step=%.3e[s], element %d at (%.6g, %.6g, %.6g)\n", stable.step, stable.element + 1, c[0], c[1], c[2]);
+    console::print("Stable time step=%.3e[s], element %d at (%.6g, %.6g, %.6g)\n", stable.step,
+                   stable.element + 1, c[0], c[1], c[2]);
     s.d_time = store.control.d_time > 0 ? store.control.d_time : 0.9 * stable.step;
-    if (!(store.control.d_time > 0)) remark(report, console::format("d_time is not given: %.6e s is taken, 0.9 of the stable step", s.d_time));
+    if (!(store.control.d_time > 0))
+        remark(report,
+               console::format("d_time is not given: %.6e s is taken, 0.9 of the stable step", s.d_time));
     return true;
 }
 
 // A fixed body has a support or a driven degree of freedom; bodies hang together by common nodes.
 bool some_body_is_free(const Mesh& mesh, const ExplicitState& s) {
-    const auto nodes = static_cast<std::size_t>(mesh.node_num()), per_element = static_cast<std::size_t>(mesh.node_per_element());
+    const auto nodes = static_cast<std::size_t>(mesh.node_num()),
+               per_element = static_cast<std::size_t>(mesh.node_per_element());
     std::vector<std::int32_t> root(nodes);
     std::iota(root.begin(), root.end(), 0);
     auto find = [&](std::int32_t n) {
-        while (root[static_cast<std::size_t>(n)] != n) n = root[static_cast<std::size_t>(n)] = root[static_cast<std::size_t>(root[static_cast<std::size_t>(n)])];
+        while (root[static_cast<std::size_t>(n)] != n)
+            n = root[static_cast<std::size_t>(n)] =
+                root[static_cast<std::size_t>(root[static_cast<std::size_t>(n)])];
         return n;
     };
     for (std::size_t k = 0; k < mesh.connectivity.size(); ++k) {
-        const auto head = static_cast<std::int32_t>(node_index(mesh.connectivity[k / per_element * per_element]));
-        root[static_cast<std::size_t>(find(static_cast<std::int32_t>(node_index(mesh.connectivity[k]))))] = find(head);
+        const auto head =
+            static_cast<std::int32_t>(node_index(mesh.connectivity[k / per_element * per_element]));
+        root[static_cast<std::size_t>(find(static_cast<std::int32_t>(node_index(mesh.connectivity[k]))))] =
+            find(head);
     }
     std::vector<char> held(nodes, 0);
     for (std::size_t n = 0; n < nodes; ++n)
-        if (s.b[4 * n] == 0 || s.b[4 * n + 1] == 0 || s.b[4 * n + 2] == 0) held[static_cast<std::size_t>(find(static_cast<std::int32_t>(n)))] = 1;
+        if (s.b[4 * n] == 0 || s.b[4 * n + 1] == 0 || s.b[4 * n + 2] == 0)
+            held[static_cast<std::size_t>(find(static_cast<std::int32_t>(n)))] = 1;
     for (std::int32_t n : mesh.connectivity)
         if (!held[static_cast<std::size_t>(find(static_cast<std::int32_t>(node_index(n))))]) return true;
     return false;
@@ -317,19 +361,26 @@ bool count_steps(ModelStore& store, ExplicitState& s, RunReport& report) {
         remark(report, "output_frequency below 1: every step is stored");
     }
     const double steps = store.control.end_time * end_tolerance / s.d_time;
-    const double frames = std::floor(store.control.end_time * end_tolerance / (s.d_time * static_cast<double>(s.output_frequency))) + 1.0;
-    if (!(steps < 9e18)) return refuse(report, console::format("end_time / d_time = %.3e: too many steps", steps));
+    const double frames = std::floor(store.control.end_time * end_tolerance /
+                                     (s.d_time * static_cast<double>(s.output_frequency))) +
+                          1.0;
+    if (!(steps < 9e18))
+        return refuse(report, console::format("end_time / d_time = %.3e: too many steps", steps));
     s.time_num = 1 + static_cast<std::int64_t>(steps);
     s.out_time_num = static_cast<std::int64_t>(frames);
     console::print("time_num = %lld\n", static_cast<long long>(s.time_num));
     console::print("out_time_num = %lld\n", static_cast<long long>(s.out_time_num));
     const double dofs = store.mesh.dof_num;
-    const double bytes = frames * dofs * (1 + stress_groups) * 8 + static_cast<double>(s.blocks->bytes()) + dofs / 3 * 4 * 13 * 8;
+    const double bytes = frames * dofs * (1 + stress_groups) * 8 + static_cast<double>(s.blocks->bytes()) +
+                         dofs / 3 * 4 * 13 * 8;
     console::print("Memory Size = %8.3f[Mbyte]\n", bytes / 1000000);
-    const double physical = static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGE_SIZE));
+    const double physical =
+        static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGE_SIZE));
     if (frames > std::numeric_limits<std::int32_t>::max() || bytes > 0.9 * physical)
-        return refuse(report, console::format("%lld frames need %.0f MB, this machine has %.0f MB: raise output_frequency", static_cast<long long>(s.out_time_num),
-                                              bytes / 1e6, physical / 1e6));
+        return refuse(
+            report,
+            console::format("%lld frames need %.0f MB, this machine has %.0f MB: raise output_frequency",
+                            static_cast<long long>(s.out_time_num), bytes / 1e6, physical / 1e6));
     return true;
 }
 
@@ -338,7 +389,8 @@ void set_contacts(const ModelStore& store, ExplicitState& s, RunReport& report) 
     if (tables.walls.empty() && !s.contacts) return;
     const int sharing = static_cast<int>(tables.walls.size()) + (s.contacts ? 2 : 0);
     if (!tables.walls.empty()) {
-        s.walls.emplace(tables.walls, store.parameters, surface_nodes(store.mesh), s.d_time, s.stable_step, sharing);
+        s.walls.emplace(tables.walls, store.parameters, surface_nodes(store.mesh), s.d_time, s.stable_step,
+                        sharing);
         s.contact_nodes.assign(s.walls->nodes().begin(), s.walls->nodes().end());
         const double ratio = s.walls->stiff_spring(s.mass);
         double zeta = 0;
@@ -357,7 +409,9 @@ void set_contacts(const ModelStore& store, ExplicitState& s, RunReport& report) 
 
 void warn_of_step(const ExplicitState& s, RunReport& report) {
     if (s.d_time > s.stable_step)
-        remark(report, console::format("d_time = %.3e s is above the stable step of %.3e s: the run may diverge", s.d_time, s.stable_step));
+        remark(report,
+               console::format("d_time = %.3e s is above the stable step of %.3e s: the run may diverge",
+                               s.d_time, s.stable_step));
 }
 
 void report_plasticity(const ModelStore& store, RunReport& report) {
@@ -365,17 +419,21 @@ void report_plasticity(const ModelStore& store, RunReport& report) {
     for (const Material& m : store.materials) {
         const double g = m.young / (2 * (1 + m.poisson));
         if (m.yield_stress > 0 && m.shear_modulus > 0 && std::abs(m.shear_modulus - g) > 1e-3 * g)
-            remark(report, console::format("material %s: G = %.6e differs from E/(2(1+nu)) = %.6e, which is used", m.name.c_str(), m.shear_modulus, g));
+            remark(report,
+                   console::format("material %s: G = %.6e differs from E/(2(1+nu)) = %.6e, which is used",
+                                   m.name.c_str(), m.shear_modulus, g));
     }
 }
 
 bool yields(const ModelStore& store) {
-    return store.control.plastic && std::any_of(store.materials.begin(), store.materials.end(), [](const Material& m) { return m.yield_stress > 0; });
+    return store.control.plastic && std::any_of(store.materials.begin(), store.materials.end(),
+                                                [](const Material& m) { return m.yield_stress > 0; });
 }
 
 }  // namespace
 
-bool set_up_explicit(ModelStore& store, const Settings& settings, const ExplicitOptions& options, ExplicitState& s, RunReport& report) {
+bool set_up_explicit(ModelStore& store, const Settings& settings, const ExplicitOptions& options,
+                     ExplicitState& s, RunReport& report) {
     s.start = std::chrono::steady_clock::now();
     if (!check_input(store, report)) return false;
     s.threads = settings.threads();
@@ -391,12 +449,14 @@ bool set_up_explicit(ModelStore& store, const Settings& settings, const Explicit
     console::print("diag_num=%d\n", store.diag_num);
     store.fn_free = 3 * mesh.node_num();
     set_up.system.node_elements = elements_of_nodes(mesh);
-    set_up.system.numbering = apply_boundary_conditions(store.boundary_conditions, mesh, set_up.system.node_elements, store.fn_free);
+    set_up.system.numbering = apply_boundary_conditions(store.boundary_conditions, mesh,
+                                                        set_up.system.node_elements, store.fn_free);
     store.fn_free = static_cast<std::int32_t>(set_up.system.numbering.free_dofs.size());
     if (!assemble(store, s, set_up, report)) return false;
     lump_mass(set_up, report);
     size_state(mesh, set_up, s);
-    if (set_up.system.numbering.free_dofs.size() < static_cast<std::size_t>(mesh.dof_num)) eliminate_fixed(set_up.system.numbering.dof_map, set_up.system.km);
+    if (set_up.system.numbering.free_dofs.size() < static_cast<std::size_t>(mesh.dof_num))
+        eliminate_fixed(set_up.system.numbering.dof_map, set_up.system.km);
     find_damping(store, set_up, s);
     set_loads(store, set_up, s, report);
     s.node_elements = set_up.system.node_elements;
@@ -404,7 +464,8 @@ bool set_up_explicit(ModelStore& store, const Settings& settings, const Explicit
     report.clock.begin("step size");
     if (!choose_step(store, set_up, s, report)) return false;
     set_up.system = {};
-    s.blocks.emplace(mesh, store.parts, store.materials, BlockOptions{yields(store), options.mean_dilatation, 8});
+    s.blocks.emplace(mesh, store.parts, store.materials,
+                     BlockOptions{yields(store), options.mean_dilatation, 8});
     if (!count_steps(store, s, report)) return false;
     set_driven(store, s.node_elements, s, report);
     set_update_factors(s);
@@ -413,19 +474,25 @@ bool set_up_explicit(ModelStore& store, const Settings& settings, const Explicit
     warn_of_step(s, report);
     report_plasticity(store, report);
     if (s.damped && some_body_is_free(mesh, s))
-        remark(report, "C_alfa damps the rigid motion of a body without supports too, and more so on finer meshes");
+        remark(report,
+               "C_alfa damps the rigid motion of a body without supports too, and more so on finer meshes");
     report.clock.end();
     store.results.resize(static_cast<std::int32_t>(s.out_time_num), mesh.dof_num);
     begin_history(store, options, s);
     if (!find_forces(s)) {
-        report.fail(RunStatus::failed, "the forces of the start cannot be found: an element is inverted or an expression has no value");
+        report.fail(
+            RunStatus::failed,
+            "the forces of the start cannot be found: an element is inverted or an expression has no value");
         return false;
     }
     if (s.walls && s.walls->touching() > 0)
-        remark(report, console::format("%lld nodes lie behind a wall at the start and are pushed out", static_cast<long long>(s.walls->touching())));
+        remark(report, console::format("%lld nodes lie behind a wall at the start and are pushed out",
+                                       static_cast<long long>(s.walls->touching())));
     if (s.contacts && s.contacts->touching() > 0)
-        remark(report, console::format("%lld nodes lie behind the surface of a contact pair at the start and are pushed out",
-                                       static_cast<long long>(s.contacts->touching())));
+        remark(report,
+               console::format(
+                   "%lld nodes lie behind the surface of a contact pair at the start and are pushed out",
+                   static_cast<long long>(s.contacts->touching())));
     store_frame(store, s);
     return true;
 }

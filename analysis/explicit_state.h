@@ -50,8 +50,8 @@ struct ExplicitHistory {
 };
 
 struct ExplicitEnergies {
-    double kinetic = 0, internal = 0, plastic = 0, damping = 0;         // plastic is a part of internal
-    double wall = 0, contact = 0, external = 0, support = 0;            // work done on the bodies
+    double kinetic = 0, internal = 0, plastic = 0, damping = 0;  // plastic is a part of internal
+    double wall = 0, contact = 0, external = 0, support = 0;     // work done on the bodies
     double total() const { return kinetic + internal + damping - wall - contact - external - support; }
 };
 
@@ -59,8 +59,8 @@ struct ExplicitState {
     // steps
     double d_time = 0;
     std::int64_t time_num = 1, out_time_num = 1, output_frequency = 1;
-    std::int64_t step = 0;        // last step done
-    std::int64_t frames = 0;      // stored so far
+    std::int64_t step = 0;    // last step done
+    std::int64_t frames = 0;  // stored so far
     bool diverged = false;
     bool velocities_known = false;  // v_new is that of the step to come
     int threads = 1;
@@ -86,7 +86,7 @@ struct ExplicitState {
     std::array<double, 3> momentum{}, angular_momentum{}, reaction{};
 
     std::optional<StepBound> bound;
-    double stable_step = 0;       // s, of elements and given springs
+    double stable_step = 0;  // s, of elements and given springs
     bool step_warned = false;
     std::int64_t next_check = 0;  // step of the next look at the current shapes
 
@@ -102,7 +102,8 @@ struct ExplicitState {
 
 // Everything that the run needs before its first step, with the set-up's console lines; the
 // results are sized and frame 1 is stored. False with the report's status set.
-bool set_up_explicit(ModelStore& store, const Settings& settings, const ExplicitOptions& options, ExplicitState& state, RunReport& report);
+bool set_up_explicit(ModelStore& store, const Settings& settings, const ExplicitOptions& options,
+                     ExplicitState& state, RunReport& report);
 
 // One step, s = state.step + 1. Sets state.diverged.
 void explicit_step(ModelStore& store, ExplicitState& state, RunReport& report);

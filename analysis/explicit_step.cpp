@@ -12,9 +12,13 @@ namespace {
 constexpr std::int64_t chunk_nodes = 1024;  // one partial sum each, whatever the number of threads
 constexpr std::int64_t steps_per_check = 100;
 
-std::int64_t chunks_of(const ExplicitState& s) { return (static_cast<std::int64_t>(s.u.size() / 4) + chunk_nodes - 1) / chunk_nodes; }
+std::int64_t chunks_of(const ExplicitState& s) {
+    return (static_cast<std::int64_t>(s.u.size() / 4) + chunk_nodes - 1) / chunk_nodes;
+}
 
-ContactArrays contact_arrays(ExplicitState& s) { return {s.x.data(), s.v.data(), s.mass.data(), s.b.data(), s.F_contact.data()}; }
+ContactArrays contact_arrays(ExplicitState& s) {
+    return {s.x.data(), s.v.data(), s.mass.data(), s.b.data(), s.F_contact.data()};
+}
 
 // v_{n+½} of the degrees of freedom that the equations of motion rule; the others get 0. Returns the
 // work of damping in the half steps before and after t_n.
@@ -24,8 +28,10 @@ std::array<double, 2> update_velocities(ExplicitState& s) {
     const double half = 0.5 * s.d_time;
 #pragma omp parallel for schedule(dynamic, 2) num_threads(s.team) if (s.team > 1)
     for (std::int64_t c = 0; c < chunks; ++c) {
-        const auto first = static_cast<std::size_t>(4 * c * chunk_nodes), last = static_cast<std::size_t>(4 * std::min(nodes, (c + 1) * chunk_nodes));
-        for (std::size_t k = first; k < last; ++k) s.v_new[k] = s.a[k] * s.v[k] + s.b[k] * (s.F[k] + s.F_contact[k] - s.R[k]);
+        const auto first = static_cast<std::size_t>(4 * c * chunk_nodes),
+                   last = static_cast<std::size_t>(4 * std::min(nodes, (c + 1) * chunk_nodes));
+        for (std::size_t k = first; k < last; ++k)
+            s.v_new[k] = s.a[k] * s.v[k] + s.b[k] * (s.F[k] + s.F_contact[k] - s.R[k]);
         double before = 0, after = 0;
         if (s.damped)
             for (std::size_t k = first; k < last; ++k) {
@@ -50,7 +56,8 @@ std::array<double, 2> drive(const ModelStore& store, ExplicitState& s) {
         for (std::int32_t place : driven.places) {
             const auto k = static_cast<std::size_t>(place);
             s.v_new[k] = velocity;
-            const double force = s.mass[k] * (velocity - s.v[k]) / s.d_time + s.R[k] - s.F[k] - s.F_contact[k];
+            const double force =
+                s.mass[k] * (velocity - s.v[k]) / s.d_time + s.R[k] - s.F[k] - s.F_contact[k];
             power[0] += force * s.v[k];
             power[1] += force * velocity;
         }
@@ -64,7 +71,8 @@ bool move(ExplicitState& s) {
     int lost = 0;
 #pragma omp parallel for schedule(dynamic, 2) num_threads(s.team) if (s.team > 1) reduction(| : lost)
     for (std::int64_t c = 0; c < chunks; ++c) {
-        const auto first = static_cast<std::size_t>(4 * c * chunk_nodes), last = static_cast<std::size_t>(4 * std::min(nodes, (c + 1) * chunk_nodes));
+        const auto first = static_cast<std::size_t>(4 * c * chunk_nodes),
+                   last = static_cast<std::size_t>(4 * std::min(nodes, (c + 1) * chunk_nodes));
         double sum = 0;  // of u - u: 0, or not a number
         for (std::size_t k = first; k < last; ++k) {
             s.du[k] = s.d_time * s.v_new[k];
@@ -88,12 +96,14 @@ void list_lost_elements(const ModelStore& store, const ExplicitState& s) {
     const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
     for (std::int32_t e = 0; e < mesh.element_num(); ++e)
         for (std::size_t i = 0; i < per_element; ++i) {
-            const auto n = static_cast<std::size_t>(node_index(mesh.connectivity[static_cast<std::size_t>(e) * per_element + i]));
+            const auto n = static_cast<std::size_t>(
+                node_index(mesh.connectivity[static_cast<std::size_t>(e) * per_element + i]));
             const double* u = s.u.data() + 4 * n;
             if (std::isfinite(u[0]) && std::isfinite(u[1]) && std::isfinite(u[2])) continue;
             const double* X = mesh.coordinates.data() + 3 * n;
             const std::int32_t part = mesh.p_ele_part_id[static_cast<std::size_t>(e)];
-            console::print("Ele=%d,%zu; part=%d[%s], coord:%.3e, %.3e, %.3e\n", e, i, part, part_of(store, e).c_str(), X[0], X[1], X[2]);
+            console::print("Ele=%d,%zu; part=%d[%s], coord:%.3e, %.3e, %.3e\n", e, i, part,
+                           part_of(store, e).c_str(), X[0], X[1], X[2]);
             console::print("         :%.3e,%.3e,%.3e\n", u[0], u[1], u[2]);
             break;
         }
@@ -112,8 +122,11 @@ void check_shapes(const ModelStore& store, ExplicitState& s, RunReport& report) 
     const StableStep worst = s.bound->worst_above(s.x.data(), s.d_time, s.team);
     if (worst.element < 0) return;
     s.step_warned = true;
-    std::string line = console::format("step %lld: d_time = %.3e s passes the stable step of %.3e s of element %d, part %s, in its present shape",
-                                       static_cast<long long>(s.step), s.d_time, worst.step, worst.element + 1, part_of(store, worst.element).c_str());
+    std::string line = console::format(
+        "step %lld: d_time = %.3e s passes the stable step of %.3e s of element %d, part %s, in its present "
+        "shape",
+        static_cast<long long>(s.step), s.d_time, worst.step, worst.element + 1,
+        part_of(store, worst.element).c_str());
     console::notice("%s", line.c_str());
     report.remarks.notices.push_back(std::move(line));
 }
@@ -123,7 +136,8 @@ void check_shapes(const ModelStore& store, ExplicitState& s, RunReport& report) 
 bool find_forces(ExplicitState& s) {
     const bool sound = s.blocks->evaluate(s.x.data(), s.du.data(), s.team);
     s.blocks->gather_forces(s.R.data(), s.team);
-    for (std::int32_t n : s.contact_nodes) std::fill_n(s.F_contact.begin() + 4 * static_cast<std::ptrdiff_t>(n), 3, 0.0);
+    for (std::int32_t n : s.contact_nodes)
+        std::fill_n(s.F_contact.begin() + 4 * static_cast<std::ptrdiff_t>(n), 3, 0.0);
     const double time = static_cast<double>(s.step) * s.d_time;
     if (s.contacts) s.contacts->push(contact_arrays(s), time);
     const bool placed = !s.walls || s.walls->push(contact_arrays(s), time);
@@ -134,7 +148,9 @@ void find_velocities(const ModelStore& store, ExplicitState& s) {
     // nothing was done before the start
     const bool start = s.step == 0;
     const double half = 0.5 * s.d_time;
-    auto book = [&](Work& work, std::array<double, 2> power, double factor) { work.add(start ? 0.0 : factor * power[0], factor * power[1]); };
+    auto book = [&](Work& work, std::array<double, 2> power, double factor) {
+        work.add(start ? 0.0 : factor * power[0], factor * power[1]);
+    };
     book(s.damping_work, update_velocities(s), 1.0);
     if (!s.driven.empty()) book(s.support_work, drive(store, s), half);
     if (s.walls) {
@@ -147,8 +163,8 @@ void find_velocities(const ModelStore& store, ExplicitState& s) {
 
 void explicit_step(ModelStore& store, ExplicitState& s, RunReport& report) {
     const std::int64_t step = s.step + 1;
-    console::print("########## Time: %.3e[s]  %lld/%lld##########\n", static_cast<double>(step) * s.d_time, static_cast<long long>(step),
-                   static_cast<long long>(s.time_num));
+    console::print("########## Time: %.3e[s]  %lld/%lld##########\n", static_cast<double>(step) * s.d_time,
+                   static_cast<long long>(step), static_cast<long long>(s.time_num));
     if (!s.velocities_known) find_velocities(store, s);
     s.velocities_known = false;
     const bool finite = move(s);
@@ -156,12 +172,17 @@ void explicit_step(ModelStore& store, ExplicitState& s, RunReport& report) {
     const bool sound = find_forces(s);
     if (!finite) {
         list_lost_elements(store, s);
-        stop(s, report, console::format("the run diverges in step %lld: a displacement is not a finite number", static_cast<long long>(step)));
+        stop(s, report,
+             console::format("the run diverges in step %lld: a displacement is not a finite number",
+                             static_cast<long long>(step)));
     } else if (!sound) {
         const std::int32_t e = s.blocks->first_inverted();
-        stop(s, report, e >= 0 ? console::format("the run diverges in step %lld: element %d of part %s has a point whose volume is no longer positive",
-                                                 static_cast<long long>(step), e + 1, part_of(store, e).c_str())
-                               : console::format("step %lld: the motion of a wall has no finite value", static_cast<long long>(step)));
+        stop(s, report,
+             e >= 0 ? console::format("the run diverges in step %lld: element %d of part %s has a point "
+                                      "whose volume is no longer positive",
+                                      static_cast<long long>(step), e + 1, part_of(store, e).c_str())
+                    : console::format("step %lld: the motion of a wall has no finite value",
+                                      static_cast<long long>(step)));
     } else {
         if (step % s.output_frequency == 0 && s.frames < s.out_time_num) store_frame(store, s);
         check_shapes(store, s, report);

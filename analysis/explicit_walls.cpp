@@ -12,11 +12,12 @@ double penalty_share(double d_time, double stable_step, double damping) {
     return std::min(0.5, root * root);
 }
 
-WallSet::WallSet(std::span<const RigidWall> walls, std::span<const Parameter> parameters, std::vector<std::int32_t> nodes,
-                 double d_time, double stable_step, int sharing)
+WallSet::WallSet(std::span<const RigidWall> walls, std::span<const Parameter> parameters,
+                 std::vector<std::int32_t> nodes, double d_time, double stable_step, int sharing)
     : parameters_(parameters.begin(), parameters.end()), nodes_(std::move(nodes)), d_time_(d_time) {
     for (const RigidWall& wall : walls) {
-        Placed placed{wall, {}, {}, {}, penalty_share(d_time, stable_step, wall.damping) / std::max(1, sharing), {}};
+        Placed placed{
+            wall, {}, {}, {}, penalty_share(d_time, stable_step, wall.damping) / std::max(1, sharing), {}};
         for (std::size_t c = 0; c < 3; ++c) placed.centre[c] = 0.5 * (wall.box[2 * c] + wall.box[2 * c + 1]);
         placed.touches.reserve(nodes_.size());
         walls_.push_back(std::move(placed));
@@ -25,14 +26,18 @@ WallSet::WallSet(std::span<const RigidWall> walls, std::span<const Parameter> pa
 
 // Where x (relative to the displaced wall's frame) lies: the outward normal and the depth behind the
 // surface. False outside of the wall's extent; a box without thickness in a direction does not bound it.
-bool WallSet::reach(const Placed& placed, const double* x, std::array<double, 3>& normal, double& depth) const {
+bool WallSet::reach(const Placed& placed, const double* x, std::array<double, 3>& normal,
+                    double& depth) const {
     const RigidWall& wall = placed.wall;
     const auto axis = static_cast<std::size_t>(wall.axis);
     std::array<double, 3> r{};
     for (std::size_t c = 0; c < 3; ++c) {
         const double at = x[c] - placed.now[c];
-        const bool bounds = wall.kind == WallKind::plane ? c != axis : wall.kind == WallKind::cylinder && c == axis;
-        if (bounds && wall.box[2 * c] < wall.box[2 * c + 1] && !(at >= wall.box[2 * c] && at <= wall.box[2 * c + 1])) return false;
+        const bool bounds =
+            wall.kind == WallKind::plane ? c != axis : wall.kind == WallKind::cylinder && c == axis;
+        if (bounds && wall.box[2 * c] < wall.box[2 * c + 1] &&
+            !(at >= wall.box[2 * c] && at <= wall.box[2 * c + 1]))
+            return false;
         r[c] = at - placed.centre[c];
     }
     normal = {};
@@ -65,7 +70,8 @@ bool WallSet::push(const ContactArrays& arrays, double time) {
             if (!reach(placed, arrays.x + at, normal, depth) || !(depth > 0)) continue;
             if (arrays.b[at] == 0 && arrays.b[at + 1] == 0 && arrays.b[at + 2] == 0) continue;
             const double m = arrays.mass[at];
-            const double k = placed.wall.stiffness > 0 ? placed.wall.stiffness : placed.share * m / (d_time_ * d_time_);
+            const double k =
+                placed.wall.stiffness > 0 ? placed.wall.stiffness : placed.share * m / (d_time_ * d_time_);
             double away = 0;  // speed out of the wall
             for (std::size_t c = 0; c < 3; ++c)
                 away += normal[c] * (arrays.v[at + c] - (placed.next[c] - placed.now[c]) / d_time_);

@@ -13,11 +13,11 @@ namespace kestralum {
 
 // What walls and contact share of the run: per node × 4, as in ExplicitState.
 struct ContactArrays {
-    const double* x;       // coordinates, m
-    const double* v;       // velocity at the half step before, m/s
-    const double* mass;    // kg
-    const double* b;       // velocity gained per force, s/kg; 0 where a support or an input rules
-    double* F;             // forces of walls and contact, added to, N
+    const double* x;     // coordinates, m
+    const double* v;     // velocity at the half step before, m/s
+    const double* mass;  // kg
+    const double* b;     // velocity gained per force, s/kg; 0 where a support or an input rules
+    double* F;           // forces of walls and contact, added to, N
 };
 
 // The penalty that a node's contacts may have together, as a share of m/Δt²: what the elements leave of
@@ -27,8 +27,8 @@ double penalty_share(double d_time, double stable_step, double damping);
 class WallSet {
 public:
     // `nodes`: surface nodes, 0-based. `sharing`: contacts that a node may have at a time.
-    WallSet(std::span<const RigidWall> walls, std::span<const Parameter> parameters, std::vector<std::int32_t> nodes,
-            double d_time, double stable_step, int sharing);
+    WallSet(std::span<const RigidWall> walls, std::span<const Parameter> parameters,
+            std::vector<std::int32_t> nodes, double d_time, double stable_step, int sharing);
 
     bool empty() const { return walls_.empty(); }
     std::span<const std::int32_t> nodes() const { return nodes_; }

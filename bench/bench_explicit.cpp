@@ -19,7 +19,9 @@ namespace {
 using namespace kestralum;
 using Clock = std::chrono::steady_clock;
 
-double seconds_since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
+double seconds_since(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
 
 // Sustained bytes a second of a = b + s c over arrays that no cache holds.
 double measure_bandwidth(int threads) {
@@ -29,7 +31,9 @@ double measure_bandwidth(int threads) {
     for (int round = 0; round < 4; ++round) {
         const auto start = Clock::now();
 #pragma omp parallel for schedule(static) num_threads(threads)
-        for (std::int64_t k = 0; k < n; ++k) a[static_cast<std::size_t>(k)] = b[static_cast<std::size_t>(k)] + 0.5 * c[static_cast<std::size_t>(k)];
+        for (std::int64_t k = 0; k < n; ++k)
+            a[static_cast<std::size_t>(k)] =
+                b[static_cast<std::size_t>(k)] + 0.5 * c[static_cast<std::size_t>(k)];
         best = std::max(best, 24.0 * static_cast<double>(n) / seconds_since(start));
     }
     return best;
@@ -60,8 +64,9 @@ double measure_operations(int threads) {
     return keep == 1e300 ? 0 : best;
 }
 
-// Additions, multiplications and divisions of an element's step, counted in the kernel's source, and the bytes
-// that it has to move: stresses in and out, forces out and in, lists, and its share of the nodes' arrays.
+// Additions, multiplications and divisions of an element's step, counted in the kernel's source, and the
+// bytes that it has to move: stresses in and out, forces out and in, lists, and its share of the nodes'
+// arrays.
 struct Trial {
     ElementKind kind;
     bool plastic;
@@ -107,7 +112,8 @@ void run(const Trial& work, int threads, double seconds, double operations, doub
     while (seconds_since(start) < seconds && !state.diverged) {
         const auto window = Clock::now();
         int steps = 0;
-        for (; (steps < 2 || seconds_since(window) < 0.2) && !state.diverged; ++steps) explicit_step(store, state, report);
+        for (; (steps < 2 || seconds_since(window) < 0.2) && !state.diverged; ++steps)
+            explicit_step(store, state, report);
         rate = std::max(rate, static_cast<double>(store.mesh.element_num()) * steps / seconds_since(window));
     }
     std::vector<double> stress, plastic_strain;
@@ -115,10 +121,13 @@ void run(const Trial& work, int threads, double seconds, double operations, doub
     std::size_t yielded = 0;
     for (double a : plastic_strain) yielded += a > 0;
     const double bound = std::min(operations / work.operations, bandwidth / work.bytes);
-    std::printf("%-21s %8d %-8s %2d   %8.3f   %8.2f  %8.2f   %4.0f %%%s", element_type(work.kind).name, store.mesh.element_num(),
-                work.plastic ? "plastic" : "elastic", threads, rate / 1e6, operations / work.operations / 1e6, bandwidth / work.bytes / 1e6, 100 * rate / bound,
+    std::printf("%-21s %8d %-8s %2d   %8.3f   %8.2f  %8.2f   %4.0f %%%s", element_type(work.kind).name,
+                store.mesh.element_num(), work.plastic ? "plastic" : "elastic", threads, rate / 1e6,
+                operations / work.operations / 1e6, bandwidth / work.bytes / 1e6, 100 * rate / bound,
                 state.diverged ? "  diverged" : "");
-    if (work.plastic) std::printf("   %.0f %% of the points yielded", 100.0 * static_cast<double>(yielded) / static_cast<double>(plastic_strain.size()));
+    if (work.plastic)
+        std::printf("   %.0f %% of the points yielded",
+                    100.0 * static_cast<double>(yielded) / static_cast<double>(plastic_strain.size()));
     std::printf("\n");
 }
 
@@ -131,19 +140,23 @@ int main(int argc, char** argv) {
     const double node = 13 * 4 * 8;  // bytes of a node's arrays in a step
     const Trial works[] = {
         {ElementKind::hexahedron, false, 27, 792 + 8 * point, 768 + 2 * 192 + 72 + 64 + node},
-        {ElementKind::hexahedron, true, 27, 792 + 8 * (point + return_map), 768 + 128 + 2 * 192 + 72 + 64 + node},
+        {ElementKind::hexahedron, true, 27, 792 + 8 * (point + return_map),
+         768 + 128 + 2 * 192 + 72 + 64 + node},
         {ElementKind::tetrahedron4, false, 15, 27 + point, 96 + 2 * 96 + 40 + 64 + node / 6},
         {ElementKind::tetrahedron10, false, 15, 4 * (point + 540), 384 + 2 * 240 + 80 + 64 + 8 * node / 6},
         {ElementKind::hexahedron, false, 58, 792 + 8 * point, 768 + 2 * 192 + 72 + 64 + node},
-        {ElementKind::hexahedron, true, 58, 792 + 8 * (point + return_map), 768 + 128 + 2 * 192 + 72 + 64 + node},
+        {ElementKind::hexahedron, true, 58, 792 + 8 * (point + return_map),
+         768 + 128 + 2 * 192 + 72 + 64 + node},
         {ElementKind::tetrahedron4, false, 32, 27 + point, 96 + 2 * 96 + 40 + 64 + node / 6},
         {ElementKind::tetrahedron10, false, 32, 4 * (point + 540), 384 + 2 * 240 + 80 + 64 + 8 * node / 6},
     };
     std::printf("kernels: %s\n", kernel_set().name);
     for (int threads = 1; threads <= most_threads; ++threads) {
         const double operations = measure_operations(threads), bandwidth = measure_bandwidth(threads);
-        std::printf("\n%d thread%s: %.1f Gflop/s of multiply-adds, %.1f GB/s\n", threads, threads == 1 ? "" : "s", operations / 1e9, bandwidth / 1e9);
-        std::printf("%-21s %8s %-8s %2s   %8s   %8s  %8s   %s\n", "element", "elements", "law", "T", "M el/s", "by flops", "by bytes", "of the bound");
+        std::printf("\n%d thread%s: %.1f Gflop/s of multiply-adds, %.1f GB/s\n", threads,
+                    threads == 1 ? "" : "s", operations / 1e9, bandwidth / 1e9);
+        std::printf("%-21s %8s %-8s %2s   %8s   %8s  %8s   %s\n", "element", "elements", "law", "T", "M el/s",
+                    "by flops", "by bytes", "of the bound");
         for (const Trial& work : works) run(work, threads, seconds, operations, bandwidth);
     }
     return 0;

@@ -21,8 +21,9 @@ std::vector<std::int32_t> element_order(const Mesh& mesh) {
         least[e] = *std::min_element(first, first + static_cast<std::ptrdiff_t>(per_element));
     }
     std::iota(order.begin(), order.end(), 0);
-    std::stable_sort(order.begin(), order.end(),
-                     [&](std::int32_t a, std::int32_t b) { return least[static_cast<std::size_t>(a)] < least[static_cast<std::size_t>(b)]; });
+    std::stable_sort(order.begin(), order.end(), [&](std::int32_t a, std::int32_t b) {
+        return least[static_cast<std::size_t>(a)] < least[static_cast<std::size_t>(b)];
+    });
     return order;
 }
 
@@ -30,7 +31,8 @@ constexpr std::int64_t chunk_blocks = 32;  // blocks that a thread takes at a ti
 
 }  // namespace
 
-ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials, const BlockOptions& options)
+ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts,
+                             std::span<const Material> materials, const BlockOptions& options)
     : set_(&kernel_set(options.widest)),
       law_(options.plastic ? PointLaw::plastic : PointLaw::elastic),
       lanes_(set_->lanes),
@@ -41,7 +43,9 @@ ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts, std:
     kernel_ = options.mean_dilatation && options.plastic && mesh.element_type == ElementKind::hexahedron
                   ? set_->mean_dilatation
                   : set_->kernel[static_cast<std::size_t>(mesh.element_type)][law];
-    const auto W = static_cast<std::size_t>(lanes_), per_element = static_cast<std::size_t>(nodes_per_element_), points = static_cast<std::size_t>(points_);
+    const auto W = static_cast<std::size_t>(lanes_),
+               per_element = static_cast<std::size_t>(nodes_per_element_),
+               points = static_cast<std::size_t>(points_);
     const std::size_t elements = order_.size(), blocks = (elements + W - 1) / W;
     blocks_ = static_cast<std::int64_t>(blocks);
     nodes_.resize(blocks * per_element * W);
@@ -55,9 +59,11 @@ ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts, std:
         const auto e = static_cast<std::size_t>(order_[std::min(slot, elements - 1)]);
         const std::size_t b = slot / W, lane = slot % W;
         for (std::size_t i = 0; i < per_element; ++i)
-            nodes_[(b * per_element + i) * W + lane] = static_cast<std::int32_t>(node_index(mesh.connectivity[e * per_element + i]));
+            nodes_[(b * per_element + i) * W + lane] =
+                static_cast<std::int32_t>(node_index(mesh.connectivity[e * per_element + i]));
         const Part& part = parts[static_cast<std::size_t>(mesh.p_ele_part_id[e])];
-        const J2Material<double> m = j2_material(materials[static_cast<std::size_t>(part.material_id)], options.plastic);
+        const J2Material<double> m =
+            j2_material(materials[static_cast<std::size_t>(part.material_id)], options.plastic);
         const double values[4] = {m.bulk - 2.0 / 3.0 * m.shear, m.shear, m.yield, m.hardening};
         for (std::size_t c = 0; c < 4; ++c) material_[(4 * b + c) * W + lane] = values[c];
     }
@@ -67,13 +73,15 @@ ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts, std:
     std::partial_sum(gather_start_.begin(), gather_start_.end(), gather_start_.begin());
     gather_.resize(mesh.connectivity.size());
     std::vector<std::size_t> slot_of(elements);
-    for (std::size_t slot = 0; slot < elements; ++slot) slot_of[static_cast<std::size_t>(order_[slot])] = slot;
+    for (std::size_t slot = 0; slot < elements; ++slot)
+        slot_of[static_cast<std::size_t>(order_[slot])] = slot;
     std::vector<std::int64_t> next(gather_start_.begin(), gather_start_.end() - 1);
     for (std::size_t e = 0; e < elements; ++e)
         for (std::size_t i = 0; i < per_element; ++i) {
             const auto n = static_cast<std::size_t>(node_index(mesh.connectivity[e * per_element + i]));
             const std::size_t b = slot_of[e] / W, lane = slot_of[e] % W;
-            gather_[static_cast<std::size_t>(next[n]++)] = static_cast<std::int32_t>((b * per_element + i) * W + lane);
+            gather_[static_cast<std::size_t>(next[n]++)] =
+                static_cast<std::int32_t>((b * per_element + i) * W + lane);
         }
 }
 
@@ -83,8 +91,12 @@ namespace {
 class FlushSubnormals {
 public:
 #ifdef __x86_64__
-    FlushSubnormals() : former_(__builtin_ia32_stmxcsr()) { __builtin_ia32_ldmxcsr(former_ | 0x8040); }
-    ~FlushSubnormals() { __builtin_ia32_ldmxcsr(former_); }
+    FlushSubnormals() : former_(__builtin_ia32_stmxcsr()) {
+        __builtin_ia32_ldmxcsr(former_ | 0x8040);
+    }
+    ~FlushSubnormals() {
+        __builtin_ia32_ldmxcsr(former_);
+    }
 #else
     FlushSubnormals() = default;
 #endif
@@ -98,7 +110,9 @@ private:
 }  // namespace
 
 bool ElementBlocks::evaluate(const double* x, const double* du, int threads) {
-    const KernelArrays arrays{nodes_.data(), x, du, material_.data(), stress_.data(), alpha_.data(), force_.data(), energy_.data(), least_.data()};
+    const KernelArrays arrays{
+        nodes_.data(), x, du, material_.data(), stress_.data(), alpha_.data(), force_.data(), energy_.data(),
+        least_.data()};
     const std::int64_t chunks = (blocks_ + chunk_blocks - 1) / chunk_blocks;
     int inverted = 0;
 // taken as threads come free: on a busy machine one of them may be held up
@@ -107,7 +121,8 @@ bool ElementBlocks::evaluate(const double* x, const double* du, int threads) {
         const FlushSubnormals flush;
         const std::int64_t first = c * chunk_blocks, last = std::min(blocks_, first + chunk_blocks);
         kernel_(arrays, first, last);
-        for (std::int64_t k = first * lanes_; k < last * lanes_; ++k) inverted |= !(least_[static_cast<std::size_t>(k)] > 0);
+        for (std::int64_t k = first * lanes_; k < last * lanes_; ++k)
+            inverted |= !(least_[static_cast<std::size_t>(k)] > 0);
     }
     return inverted == 0;
 }
@@ -126,7 +141,8 @@ void ElementBlocks::gather_forces(double* R, int threads) const {
 #pragma omp parallel for schedule(dynamic, 2048) num_threads(threads) if (threads > 1)
     for (std::int64_t n = 0; n < nodes; ++n) {
         double sum[3] = {0, 0, 0};
-        for (std::int64_t k = gather_start_[static_cast<std::size_t>(n)]; k < gather_start_[static_cast<std::size_t>(n) + 1]; ++k) {
+        for (std::int64_t k = gather_start_[static_cast<std::size_t>(n)];
+             k < gather_start_[static_cast<std::size_t>(n) + 1]; ++k) {
             const std::int32_t place = gather_[static_cast<std::size_t>(k)];
             const double* f = force + 3 * static_cast<std::int64_t>(place & ~mask) + (place & mask);
             sum[0] += f[0];
@@ -143,13 +159,15 @@ void ElementBlocks::gather_forces(double* R, int threads) const {
 double ElementBlocks::energy(int kind) const {
     double sum = 0;
     const auto W = static_cast<std::size_t>(lanes_);
-    for (std::size_t slot = 0; slot < order_.size(); ++slot) sum += energy_[(2 * (slot / W) + static_cast<std::size_t>(kind)) * W + slot % W];
+    for (std::size_t slot = 0; slot < order_.size(); ++slot)
+        sum += energy_[(2 * (slot / W) + static_cast<std::size_t>(kind)) * W + slot % W];
     return sum;
 }
 
 std::size_t ElementBlocks::stress_at(std::size_t slot, int point) const {
     const auto W = static_cast<std::size_t>(lanes_);
-    return ((slot / W) * static_cast<std::size_t>(points_) + static_cast<std::size_t>(point)) * 6 * W + slot % W;
+    return ((slot / W) * static_cast<std::size_t>(points_) + static_cast<std::size_t>(point)) * 6 * W +
+           slot % W;
 }
 
 void ElementBlocks::copy_stresses(std::vector<double>& stress, std::vector<double>& plastic_strain) const {
@@ -161,7 +179,8 @@ void ElementBlocks::copy_stresses(std::vector<double>& stress, std::vector<doubl
         for (std::size_t p = 0; p < points; ++p) {
             const std::size_t from = stress_at(slot, static_cast<int>(p));
             for (std::size_t c = 0; c < 6; ++c) stress[6 * (e * points + p) + c] = stress_[from + c * W];
-            if (!alpha_.empty()) plastic_strain[e * points + p] = alpha_[((slot / W) * points + p) * W + slot % W];
+            if (!alpha_.empty())
+                plastic_strain[e * points + p] = alpha_[((slot / W) * points + p) * W + slot % W];
         }
     }
 }
@@ -171,13 +190,17 @@ void ElementBlocks::set_stresses(std::span<const double> stress) {
     for (std::size_t slot = 0; slot < static_cast<std::size_t>(blocks_) * W; ++slot) {
         const auto e = static_cast<std::size_t>(order_[std::min(slot, order_.size() - 1)]);
         for (std::size_t p = 0; p < points; ++p)
-            for (std::size_t c = 0; c < 6; ++c) stress_[stress_at(slot, static_cast<int>(p)) + c * W] = stress[6 * (e * points + p) + c];
+            for (std::size_t c = 0; c < 6; ++c)
+                stress_[stress_at(slot, static_cast<int>(p)) + c * W] = stress[6 * (e * points + p) + c];
     }
 }
 
 std::size_t ElementBlocks::bytes() const {
-    return (order_.size() + nodes_.size() + gather_.size()) * sizeof(std::int32_t) + gather_start_.size() * sizeof(std::int64_t) +
-           (material_.size() + stress_.size() + alpha_.size() + force_.size() + energy_.size() + least_.size()) * sizeof(double);
+    return (order_.size() + nodes_.size() + gather_.size()) * sizeof(std::int32_t) +
+           gather_start_.size() * sizeof(std::int64_t) +
+           (material_.size() + stress_.size() + alpha_.size() + force_.size() + energy_.size() +
+            least_.size()) *
+               sizeof(double);
 }
 
 namespace {

@@ -40,7 +40,8 @@ class ElementBlocks {
 public:
     // Elements are put in the order of their smallest nodes; the last block is filled up with copies
     // whose forces and energies nobody gathers. All stresses start at 0.
-    ElementBlocks(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials, const BlockOptions& options);
+    ElementBlocks(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials,
+                  const BlockOptions& options);
 
     // Stresses and element forces of the configuration x reached by du (node × 4, m). False when a point
     // of some element has a volume that is not positive; first_inverted() tells the element.
@@ -73,11 +74,11 @@ private:
     PointLaw law_;
     int lanes_, nodes_per_element_, points_;
     std::int64_t blocks_ = 0;
-    std::vector<std::int32_t> order_;         // slot -> element; a slot is block · lanes + lane
-    std::vector<std::int32_t> nodes_;         // block × local node × lane
+    std::vector<std::int32_t> order_;  // slot -> element; a slot is block · lanes + lane
+    std::vector<std::int32_t> nodes_;  // block × local node × lane
     LineDoubles material_, stress_, alpha_, force_, energy_, least_;
     std::vector<std::int64_t> gather_start_;  // node_num + 1
-    std::vector<std::int32_t> gather_;        // places (block · nodes + local node) · lanes + lane, by element
+    std::vector<std::int32_t> gather_;  // places (block · nodes + local node) · lanes + lane, by element
 };
 
 // Logarithmic strain ½ ln(F Fᵀ) at every point, xx yy zz xy yz zx with doubled shears, and element

@@ -20,10 +20,10 @@ struct KernelArrays {
     const double* du;           // node × 4: displacement increment that led there, m
     const double* material;     // block × 4 × lane: λ, G, Sy, H; Sy infinite where nothing yields, N/m^2
     double* stress;             // block × point × 6 × lane, in and out
-    double* alpha;              // block × point × lane, in and out: equivalent plastic strain; unused when elastic
-    double* force;              // block × local node × 3 × lane, out: N
-    double* energy;             // block × 2 × lane, added to: internal work and its plastic part, J
-    double* least;              // block × lane, out: smallest det J of the points, m^3 (scaled)
+    double* alpha;   // block × point × lane, in and out: equivalent plastic strain; unused when elastic
+    double* force;   // block × local node × 3 × lane, out: N
+    double* energy;  // block × 2 × lane, added to: internal work and its plastic part, J
+    double* least;   // block × lane, out: smallest det J of the points, m^3 (scaled)
 };
 
 // Takes the blocks first <= b < last.
@@ -36,7 +36,7 @@ enum class PointLaw { elastic, plastic };
 struct KernelSet {
     const char* name;
     int lanes;
-    ForceKernel kernel[3][2];            // by ElementKind and PointLaw
+    ForceKernel kernel[3][2];  // by ElementKind and PointLaw
     ForceKernel mean_dilatation;
 };
 

@@ -25,22 +25,52 @@ typedef double Loose __attribute__((vector_size(W * 8), aligned(8), may_alias));
 struct Vec {
     Native v{};
 };
-KESTRALUM_INLINE Vec operator+(Vec a, Vec b) { return {a.v + b.v}; }
-KESTRALUM_INLINE Vec operator-(Vec a, Vec b) { return {a.v - b.v}; }
-KESTRALUM_INLINE Vec operator*(Vec a, Vec b) { return {a.v * b.v}; }
-KESTRALUM_INLINE Vec operator/(Vec a, Vec b) { return {a.v / b.v}; }
-KESTRALUM_INLINE Vec operator*(double a, Vec b) { return {a * b.v}; }
-KESTRALUM_INLINE Vec operator/(double a, Vec b) { return {a / b.v}; }
-KESTRALUM_INLINE Vec operator+(double a, Vec b) { return {a + b.v}; }
-KESTRALUM_INLINE Vec operator-(double a, Vec b) { return {a - b.v}; }
-KESTRALUM_INLINE void operator+=(Vec& a, Vec b) { a.v += b.v; }
-KESTRALUM_INLINE void operator-=(Vec& a, Vec b) { a.v -= b.v; }
-KESTRALUM_INLINE Vec larger_of(Vec a, Vec b) { return {a.v < b.v ? b.v : a.v}; }
-KESTRALUM_INLINE Vec smaller_of(Vec a, Vec b) { return {b.v < a.v ? b.v : a.v}; }
+KESTRALUM_INLINE Vec operator+(Vec a, Vec b) {
+    return {a.v + b.v};
+}
+KESTRALUM_INLINE Vec operator-(Vec a, Vec b) {
+    return {a.v - b.v};
+}
+KESTRALUM_INLINE Vec operator*(Vec a, Vec b) {
+    return {a.v * b.v};
+}
+KESTRALUM_INLINE Vec operator/(Vec a, Vec b) {
+    return {a.v / b.v};
+}
+KESTRALUM_INLINE Vec operator*(double a, Vec b) {
+    return {a * b.v};
+}
+KESTRALUM_INLINE Vec operator/(double a, Vec b) {
+    return {a / b.v};
+}
+KESTRALUM_INLINE Vec operator+(double a, Vec b) {
+    return {a + b.v};
+}
+KESTRALUM_INLINE Vec operator-(double a, Vec b) {
+    return {a - b.v};
+}
+KESTRALUM_INLINE void operator+=(Vec& a, Vec b) {
+    a.v += b.v;
+}
+KESTRALUM_INLINE void operator-=(Vec& a, Vec b) {
+    a.v -= b.v;
+}
+KESTRALUM_INLINE Vec larger_of(Vec a, Vec b) {
+    return {a.v < b.v ? b.v : a.v};
+}
+KESTRALUM_INLINE Vec smaller_of(Vec a, Vec b) {
+    return {b.v < a.v ? b.v : a.v};
+}
 // a where the condition is above 0, b elsewhere
-KESTRALUM_INLINE Vec choose(Vec condition, Vec a, Vec b) { return {condition.v > Native{} ? a.v : b.v}; }
-KESTRALUM_INLINE Vec load(const double* p) { return {*reinterpret_cast<const Loose*>(p)}; }
-KESTRALUM_INLINE void store(double* p, Vec a) { *reinterpret_cast<Loose*>(p) = a.v; }
+KESTRALUM_INLINE Vec choose(Vec condition, Vec a, Vec b) {
+    return {condition.v > Native{} ? a.v : b.v};
+}
+KESTRALUM_INLINE Vec load(const double* p) {
+    return {*reinterpret_cast<const Loose*>(p)};
+}
+KESTRALUM_INLINE void store(double* p, Vec a) {
+    *reinterpret_cast<Loose*>(p) = a.v;
+}
 KESTRALUM_INLINE Vec root(Vec a) {
 #if KESTRALUM_LANES == 8
     return {_mm512_sqrt_pd(a.v)};
@@ -56,7 +86,8 @@ KESTRALUM_INLINE void gather(const double* at, const std::int32_t* n, Vec& x, Ve
     auto row = [at](std::int32_t node) { return at + 4 * static_cast<std::ptrdiff_t>(node); };
 #if KESTRALUM_LANES == 8
     auto two = [&](int a, int b) {
-        return _mm512_insertf64x4(_mm512_castpd256_pd512(_mm256_loadu_pd(row(n[a]))), _mm256_loadu_pd(row(n[b])), 1);
+        return _mm512_insertf64x4(_mm512_castpd256_pd512(_mm256_loadu_pd(row(n[a]))),
+                                  _mm256_loadu_pd(row(n[b])), 1);
     };
     const __m512d a0 = two(0, 2), a1 = two(1, 3), b0 = two(4, 6), b1 = two(5, 7);
     const __m512d a_lo = _mm512_unpacklo_pd(a0, a1), b_lo = _mm512_unpacklo_pd(b0, b1);
@@ -81,9 +112,12 @@ KESTRALUM_INLINE void gather(const double* at, const std::int32_t* n, Vec& x, Ve
 struct Vec3 {
     Vec c[3];
 };
-KESTRALUM_INLINE Vec dot(const Vec3& a, const Vec3& b) { return a.c[0] * b.c[0] + a.c[1] * b.c[1] + a.c[2] * b.c[2]; }
+KESTRALUM_INLINE Vec dot(const Vec3& a, const Vec3& b) {
+    return a.c[0] * b.c[0] + a.c[1] * b.c[1] + a.c[2] * b.c[2];
+}
 KESTRALUM_INLINE Vec3 cross(const Vec3& a, const Vec3& b) {
-    return {{a.c[1] * b.c[2] - a.c[2] * b.c[1], a.c[2] * b.c[0] - a.c[0] * b.c[2], a.c[0] * b.c[1] - a.c[1] * b.c[0]}};
+    return {{a.c[1] * b.c[2] - a.c[2] * b.c[1], a.c[2] * b.c[0] - a.c[0] * b.c[2],
+             a.c[0] * b.c[1] - a.c[1] * b.c[0]}};
 }
 
 struct Sums {
@@ -108,9 +142,9 @@ KESTRALUM_INLINE BlockMaterial material_of(const KernelArrays& k, std::int64_t b
 // Strain increment and rotation at a point.
 struct Motion {
     Vec3 cof[3];
-    Vec e[6];       // Δε, engineering shear strains
+    Vec e[6];  // Δε, engineering shear strains
     Vec3 h;
-    Vec volume;     // det J in the mid-step configuration
+    Vec volume;  // det J in the mid-step configuration
 };
 KESTRALUM_INLINE void find_motion(const Vec3 (&g)[3], const Vec3 (&U)[3], Motion& m, Sums& sums) {
     m.cof[0] = cross(g[1], g[2]);
@@ -122,7 +156,8 @@ KESTRALUM_INLINE void find_motion(const Vec3 (&g)[3], const Vec3 (&U)[3], Motion
     Vec3 A[3];  // rows
     for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 3; ++j)
-            A[i].c[j] = r * (U[0].c[i] * m.cof[0].c[j] + U[1].c[i] * m.cof[1].c[j] + U[2].c[i] * m.cof[2].c[j]);
+            A[i].c[j] =
+                r * (U[0].c[i] * m.cof[0].c[j] + U[1].c[i] * m.cof[1].c[j] + U[2].c[i] * m.cof[2].c[j]);
     Vec3 M[3];  // rows of I - A/2
     for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 3; ++j) M[i].c[j] = (i == j ? 1.0 : 0.0) - 0.5 * A[i].c[j];
@@ -177,7 +212,8 @@ KESTRALUM_INLINE Vec contract(const Vec (&s)[6], const Vec (&e)[6]) {
 
 // Brings a trial deviator back onto the yield surface; returns the plastic work per volume.
 KESTRALUM_INLINE Vec yield(const BlockMaterial& m, Vec (&d)[6], double* alpha) {
-    const Vec q = root(1.5 * (d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) + 3.0 * (d[3] * d[3] + d[4] * d[4] + d[5] * d[5]));
+    const Vec q = root(1.5 * (d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) +
+                       3.0 * (d[3] * d[3] + d[4] * d[4] + d[5] * d[5]));
     const Vec a = load(alpha);
     const Vec zero{}, tiny = 1e-300 + zero;
     const RadialReturn<Vec> back = radial_return(m.j2, q, a, zero, tiny);
@@ -188,8 +224,8 @@ KESTRALUM_INLINE Vec yield(const BlockMaterial& m, Vec (&d)[6], double* alpha) {
 
 // Stress at the end of the step and its work; `weight` is that of the integration rule.
 template <PointLaw law>
-KESTRALUM_INLINE void update_stress(const Motion& m, const BlockMaterial& material, double weight, double* stress, double* alpha,
-                                    Vec (&s)[6], Sums& sums) {
+KESTRALUM_INLINE void update_stress(const Motion& m, const BlockMaterial& material, double weight,
+                                    double* stress, double* alpha, Vec (&s)[6], Sums& sums) {
     Vec before[6];
     for (int c = 0; c < 6; ++c) s[c] = before[c] = load(stress + c * W);
     turn(m.h, s);
@@ -221,7 +257,9 @@ KESTRALUM_INLINE void flux(const Vec (&s)[6], const Vec3 (&cof)[3], double weigh
     }
 }
 
-KESTRALUM_INLINE void begin(Sums& sums) { sums.least = 1e300 + Vec{}; }
+KESTRALUM_INLINE void begin(Sums& sums) {
+    sums.least = 1e300 + Vec{};
+}
 KESTRALUM_INLINE void finish(const KernelArrays& k, std::int64_t b, const Sums& sums) {
     double* energy = k.energy + 2 * W * b;
     store(energy, load(energy) + sums.internal);
@@ -297,7 +335,8 @@ KESTRALUM_INLINE void hexa_store(const HexaField& P, double* force) {
 }
 
 // Places of point p = local node p in the three sets of four.
-constexpr int place[8][3] = {{1, 1, 0}, {0, 0, 0}, {2, 0, 1}, {3, 1, 1}, {1, 3, 2}, {0, 2, 2}, {2, 2, 3}, {3, 3, 3}};
+constexpr int place[8][3] = {{1, 1, 0}, {0, 0, 0}, {2, 0, 1}, {3, 1, 1},
+                             {1, 3, 2}, {0, 2, 2}, {2, 2, 3}, {3, 3, 3}};
 
 KESTRALUM_INLINE void add_flux(const Vec (&s)[6], const Vec3 (&cof)[3], int p, HexaField& sum) {
     Vec3 P[3];
@@ -322,7 +361,8 @@ void hexahedra(const KernelArrays& k, std::int64_t first, std::int64_t last) {
             Motion m;
             find_motion(g, U, m, sums);
             Vec s[6];
-            update_stress<law>(m, material, 1.0, k.stress + 6 * W * (8 * b + p), k.alpha + W * (8 * b + p), s, sums);
+            update_stress<law>(m, material, 1.0, k.stress + 6 * W * (8 * b + p), k.alpha + W * (8 * b + p), s,
+                               sums);
             add_flux(s, m.cof, p, sum);
         }
         hexa_store(sum, k.force + 24 * W * b);
@@ -436,7 +476,8 @@ constexpr TetraTable make_tetra_table() {
         double full[10][4] = {};
         for (int n = 0; n < 4; ++n) full[n][n] = 4 * L[n] - 1;
         for (int n = 0; n < 6; ++n) {
-            const int i = tetra10_edge[static_cast<std::size_t>(n)][0], j = tetra10_edge[static_cast<std::size_t>(n)][1];
+            const int i = tetra10_edge[static_cast<std::size_t>(n)][0],
+                      j = tetra10_edge[static_cast<std::size_t>(n)][1];
             full[4 + n][i] = 4 * L[j];
             full[4 + n][j] = 4 * L[i];
         }
@@ -473,11 +514,13 @@ void tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) 
             Motion m;
             find_motion(g, U, m, sums);
             Vec s[6];
-            update_stress<law>(m, material, weight, k.stress + 6 * W * (4 * b + p), k.alpha + W * (4 * b + p), s, sums);
+            update_stress<law>(m, material, weight, k.stress + 6 * W * (4 * b + p), k.alpha + W * (4 * b + p),
+                               s, sums);
             Vec3 P[3];
             flux(s, m.cof, weight, P);
             for (int i = 0; i < 10; ++i)
-                for (int r = 0; r < 3; ++r) f[i].c[r] += d[i][0] * P[0].c[r] + d[i][1] * P[1].c[r] + d[i][2] * P[2].c[r];
+                for (int r = 0; r < 3; ++r)
+                    f[i].c[r] += d[i][0] * P[0].c[r] + d[i][1] * P[1].c[r] + d[i][2] * P[2].c[r];
         }
         double* force = k.force + 30 * W * b;
         for (int i = 0; i < 10; ++i)

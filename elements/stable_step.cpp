@@ -49,7 +49,8 @@ double largest_eigenvalue(int size, const double* ke, const double* mass) {
     return value;
 }
 
-StepBound::StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials, double mass_factor, int threads)
+StepBound::StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials,
+                     double mass_factor, int threads)
     : mesh_(mesh), parts_(parts), materials_(materials), type_(element_type(mesh.element_type)) {
     const std::int32_t elements = mesh.element_num();
     const auto count = static_cast<std::size_t>(elements);
@@ -63,7 +64,8 @@ StepBound::StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<co
         type_.mass(x, me);
         const Part& part = parts_[static_cast<std::size_t>(mesh_.p_ele_part_id[static_cast<std::size_t>(e)])];
         const double factor = materials_[static_cast<std::size_t>(part.material_id)].density * mass_factor;
-        for (std::size_t i = 0; i < nodes; ++i) mass_[static_cast<std::size_t>(e) * nodes + i] = me[i * (nodes + 1)] * factor;
+        for (std::size_t i = 0; i < nodes; ++i)
+            mass_[static_cast<std::size_t>(e) * nodes + i] = me[i * (nodes + 1)] * factor;
         estimates[static_cast<std::size_t>(e)] = estimate(e, x, nullptr);
     }
     // congruent elements of one part: the same estimate to rounding
@@ -78,7 +80,8 @@ StepBound::StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<co
     std::vector<std::size_t> heads;
     for (std::size_t k = 0; k < count; ++k) {
         const bool same = k > 0 && part(order[k]) == part(order[heads.back()]) &&
-                          estimates[static_cast<std::size_t>(order[k])] <= estimates[static_cast<std::size_t>(order[heads.back()])] * (1 + 1e-9);
+                          estimates[static_cast<std::size_t>(order[k])] <=
+                              estimates[static_cast<std::size_t>(order[heads.back()])] * (1 + 1e-9);
         if (!same) heads.push_back(k);
     }
     const auto groups = static_cast<std::int64_t>(heads.size());
@@ -122,7 +125,8 @@ double StepBound::estimate(std::int32_t e, const double* coordinates, double* sq
     for (int p = 0; p < type_.points; ++p)
         for (int i = 0; i < type_.nodes; ++i) {
             const double* d = points.dN.data() + 3 * (type_.nodes * p + i);
-            trace += points.weight[static_cast<std::size_t>(p)] * (D.a + 2 * D.g) * (d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) / mass[i];
+            trace += points.weight[static_cast<std::size_t>(p)] * (D.a + 2 * D.g) *
+                     (d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) / mass[i];
         }
     if (squared_frequency) {
         double ke[most_dofs * most_dofs], of_dof[most_dofs];
@@ -141,17 +145,20 @@ StableStep StepBound::worst_above(const double* x, double step, int threads) con
     for (std::int32_t e = 0; e < elements; ++e) {
         double at[most_dofs];
         gather(e, x, at);
-        estimates[static_cast<std::size_t>(e)] = estimate(e, at, nullptr) * ratio_[static_cast<std::size_t>(e)];
+        estimates[static_cast<std::size_t>(e)] =
+            estimate(e, at, nullptr) * ratio_[static_cast<std::size_t>(e)];
     }
     // a fifth below the limit the change of shape may have changed the ratio as well
     std::vector<std::int32_t> candidates;
     for (std::int32_t e = 0; e < elements; ++e)
         if (!(estimates[static_cast<std::size_t>(e)] <= 0.8 * limit)) candidates.push_back(e);
     const std::size_t few = std::min<std::size_t>(candidates.size(), 16);
-    std::partial_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(few), candidates.end(), [&](std::int32_t a, std::int32_t b) {
-        const double p = estimates[static_cast<std::size_t>(a)], q = estimates[static_cast<std::size_t>(b)];
-        return p != q ? p > q : a < b;
-    });
+    std::partial_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(few),
+                      candidates.end(), [&](std::int32_t a, std::int32_t b) {
+                          const double p = estimates[static_cast<std::size_t>(a)],
+                                       q = estimates[static_cast<std::size_t>(b)];
+                          return p != q ? p > q : a < b;
+                      });
     StableStep worst;
     for (std::size_t k = 0; k < few; ++k) {
         double at[most_dofs], squared = 0;

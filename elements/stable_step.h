@@ -21,7 +21,8 @@ class StepBound {
 public:
     // `mass_factor`: lumped mass of a degree of freedom over the sum of its elements' diagonal entries of
     // the consistent mass. The tables must outlive the object.
-    StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials, double mass_factor, int threads);
+    StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials,
+              double mass_factor, int threads);
 
     // The undeformed mesh. Congruent elements are computed once.
     const StableStep& undeformed() const { return undeformed_; }

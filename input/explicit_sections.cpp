@@ -24,13 +24,16 @@ double value_at(std::string_view text, std::span<const Parameter> parameters, do
 // An expression that may name `time`: as a whole name, not as a part of one.
 bool names_time(std::string_view text) {
     constexpr std::string_view word = "time";
-    auto in_name = [&](std::size_t k) { return k < text.size() && (std::isalnum(static_cast<unsigned char>(text[k])) || text[k] == '_'); };
+    auto in_name = [&](std::size_t k) {
+        return k < text.size() && (std::isalnum(static_cast<unsigned char>(text[k])) || text[k] == '_');
+    };
     for (std::size_t at = text.find(word); at != std::string_view::npos; at = text.find(word, at + 1))
         if ((at == 0 || !in_name(at - 1)) && !in_name(at + word.size())) return true;
     return false;
 }
 
-TimeExpression time_expression(const Token& token, std::span<const Parameter> parameters, const RecordFields& fields) {
+TimeExpression time_expression(const Token& token, std::span<const Parameter> parameters,
+                               const RecordFields& fields) {
     TimeExpression out;
     out.text = std::string(token.text);
     out.varies = names_time(token.text);
@@ -40,28 +43,36 @@ TimeExpression time_expression(const Token& token, std::span<const Parameter> pa
     }
     out.evaluate = value_at;
     const CalcResult start = calc(token.text, parameters, 0);
-    if (!start.ok()) fields.remarks().expected(token, "a number or an expression over the parameters and time (" + start.error + ")");
-    else if (!std::isfinite(start.value)) fields.remarks().expected(token, "a finite value at time 0");
-    else out.start = start.value;
+    if (!start.ok())
+        fields.remarks().expected(
+            token, "a number or an expression over the parameters and time (" + start.error + ")");
+    else if (!std::isfinite(start.value))
+        fields.remarks().expected(token, "a finite value at time 0");
+    else
+        out.start = start.value;
     return out;
 }
 
 double not_negative(const Token& token, const RecordFields& fields, std::string_view what) {
-    return fields.number_where(token, [](double v) { return v >= 0; }, what);
+    return fields.number_where(
+        token, [](double v) { return v >= 0; }, what);
 }
 
 std::string box_line(std::span<const double> values) {
     std::string line;
-    for (std::size_t k = 0; k < values.size(); ++k) line += (k ? ", " : "") + console::format("%.3e", values[k]);
+    for (std::size_t k = 0; k < values.size(); ++k)
+        line += (k ? ", " : "") + console::format("%.3e", values[k]);
     return line;
 }
 
-std::string text_of(const Token& token) { return std::string(token.text); }
+std::string text_of(const Token& token) {
+    return std::string(token.text);
+}
 
 constexpr std::size_t velocity_length = 10, wall_length = 16, contact_length = 14;
 
-VelocityRecord velocity_record(std::span<const Token> t, std::span<const Parameter> parameters, std::span<const Part> parts,
-                               const RecordFields& fields) {
+VelocityRecord velocity_record(std::span<const Token> t, std::span<const Parameter> parameters,
+                               std::span<const Part> parts, const RecordFields& fields) {
     VelocityRecord r;
     r.name = fields.name(t[0], name_text_width);
     r.selection_word = text_of(t[1]);
@@ -71,15 +82,22 @@ VelocityRecord velocity_record(std::span<const Token> t, std::span<const Paramet
     r.velocity = time_expression(t[3], parameters, fields);
     r.box = fields.numbers<6>(t.subspan(4, 6));
     if (r.kind == VelocitySelection::part) {
-        if (std::none_of(parts.begin(), parts.end(), [&](const Part& p) { return p.name == r.name; })) fields.remarks().expected(t[0], "the name of a part");
+        if (std::none_of(parts.begin(), parts.end(), [&](const Part& p) { return p.name == r.name; }))
+            fields.remarks().expected(t[0], "the name of a part");
     } else {
-        notice_empty_box(t[0], r.box, r.kind == VelocitySelection::plane ? -2 : r.kind == VelocitySelection::area ? r.axis : -1, fields.remarks());
+        notice_empty_box(t[0], r.box,
+                         r.kind == VelocitySelection::plane  ? -2
+                         : r.kind == VelocitySelection::area ? r.axis
+                                                             : -1,
+                         fields.remarks());
     }
     return r;
 }
 
 std::int32_t part_index(const Token& token, std::span<const Part> parts, InputRemarks& remarks) {
-    const auto at = std::find_if(parts.begin(), parts.end(), [&](const Part& p) { return p.name == truncate_text(token.text, name_text_width); });
+    const auto at = std::find_if(parts.begin(), parts.end(), [&](const Part& p) {
+        return p.name == truncate_text(token.text, name_text_width);
+    });
     if (at != parts.end()) return static_cast<std::int32_t>(at - parts.begin());
     remarks.expected(token, "the name of a part");
     return -1;
@@ -87,20 +105,24 @@ std::int32_t part_index(const Token& token, std::span<const Part> parts, InputRe
 
 }  // namespace
 
-std::vector<std::span<const Token>> records_of(const TableSection& table, std::size_t length, InputRemarks& remarks) {
+std::vector<std::span<const Token>> records_of(const TableSection& table, std::size_t length,
+                                               InputRemarks& remarks) {
     const std::span<const Token> tokens(table.tokens);
     std::vector<std::span<const Token>> records;
-    for (std::size_t k = 0; k + length <= tokens.size(); k += length) records.push_back(tokens.subspan(k, length));
+    for (std::size_t k = 0; k + length <= tokens.size(); k += length)
+        records.push_back(tokens.subspan(k, length));
     const std::size_t left_over = tokens.size() % length;
     if (left_over > 0)
-        remarks.expected(table.closing, std::to_string(length - left_over) + " more of the " + std::to_string(length) + " tokens of a record of " +
+        remarks.expected(table.closing, std::to_string(length - left_over) + " more of the " +
+                                            std::to_string(length) + " tokens of a record of " +
                                             std::string(table.key));
     else if (table.closing.text.empty())
         remarks.notice("section " + std::string(table.key) + " ends with the file, without its closing %");
     return records;
 }
 
-void read_walls(const TableSection& table, std::span<const Parameter> parameters, InputRemarks& remarks, std::vector<RigidWall>& out) {
+void read_walls(const TableSection& table, std::span<const Parameter> parameters, InputRemarks& remarks,
+                std::vector<RigidWall>& out) {
     const RecordFields fields(parameters, remarks);
     const auto records = records_of(table, wall_length, remarks);
     out.clear();
@@ -116,39 +138,45 @@ void read_walls(const TableSection& table, std::span<const Parameter> parameters
         w.axis = axis / 2;
         w.side = axis % 2 == 0 ? 1 : -1;
         w.radius = w.kind == WallKind::plane ? fields.number(t[3])
-                                             : fields.number_where(t[3], [](double v) { return v > 0; }, "a radius above 0");
+                                             : fields.number_where(
+                                                   t[3], [](double v) { return v > 0; }, "a radius above 0");
         w.stiffness = not_negative(t[4], fields, "a stiffness of at least 0 N/m");
         w.friction = not_negative(t[5], fields, "a friction coefficient of at least 0");
         w.damping = not_negative(t[6], fields, "a damping ratio of at least 0");
         w.box = fields.numbers<6>(t.subspan(7, 6));
         for (std::size_t c = 0; c < 3; ++c)
-            if (w.box[2 * c] > w.box[2 * c + 1]) remarks.expected(t[8 + 2 * c], "an upper bound not below its lower one");
+            if (w.box[2 * c] > w.box[2 * c + 1])
+                remarks.expected(t[8 + 2 * c], "an upper bound not below its lower one");
         for (std::size_t c = 0; c < 3; ++c) w.motion[c] = time_expression(t[13 + c], parameters, fields);
         const std::array<double, 4> values{w.radius, w.stiffness, w.friction, w.damping};
-        console::print(" %zu: %s, %s, %s\n", out.size(), w.name.c_str(), w.kind_word.c_str(), w.axis_word.c_str());
+        console::print(" %zu: %s, %s, %s\n", out.size(), w.name.c_str(), w.kind_word.c_str(),
+                       w.axis_word.c_str());
         console::print("    %s\n", labelled_values(t.subspan(3, 4), values).c_str());
         console::print("    %s\n", box_line(w.box).c_str());
-        console::print("    %s, %s, %s\n", w.motion[0].text.c_str(), w.motion[1].text.c_str(), w.motion[2].text.c_str());
+        console::print("    %s, %s, %s\n", w.motion[0].text.c_str(), w.motion[1].text.c_str(),
+                       w.motion[2].text.c_str());
         out.push_back(std::move(w));
     }
 }
 
-void read_initial_velocities(const TableSection& table, std::span<const Parameter> parameters, std::span<const Part> parts,
-                             InputRemarks& remarks, std::vector<VelocityRecord>& out) {
+void read_initial_velocities(const TableSection& table, std::span<const Parameter> parameters,
+                             std::span<const Part> parts, InputRemarks& remarks,
+                             std::vector<VelocityRecord>& out) {
     const RecordFields fields(parameters, remarks);
     out.clear();
     console::print(" INITIAL_VELOCITY\n");
     for (const std::span<const Token> t : records_of(table, velocity_length, remarks)) {
         VelocityRecord r = velocity_record(t, parameters, parts, fields);
-        console::print(" %zu: %s, %s, %s, %s[%.3e]\n", out.size(), r.name.c_str(), r.selection_word.c_str(), r.axis_word.c_str(),
-                       r.velocity.text.c_str(), r.velocity.start);
+        console::print(" %zu: %s, %s, %s, %s[%.3e]\n", out.size(), r.name.c_str(), r.selection_word.c_str(),
+                       r.axis_word.c_str(), r.velocity.text.c_str(), r.velocity.start);
         console::print("     %s\n", labelled_values(t.subspan(4, 6), r.box).c_str());
         out.push_back(std::move(r));
     }
 }
 
-void read_velocity_inputs(const TableSection& table, std::span<const Parameter> parameters, std::span<const Part> parts,
-                          InputRemarks& remarks, std::vector<VelocityRecord>& out) {
+void read_velocity_inputs(const TableSection& table, std::span<const Parameter> parameters,
+                          std::span<const Part> parts, InputRemarks& remarks,
+                          std::vector<VelocityRecord>& out) {
     const RecordFields fields(parameters, remarks);
     out.clear();
     console::print(" VELOCITY_INPUT\n");
@@ -160,8 +188,8 @@ void read_velocity_inputs(const TableSection& table, std::span<const Parameter> 
     }
 }
 
-void read_contacts(const TableSection& table, std::span<const Parameter> parameters, std::span<const Part> parts, InputRemarks& remarks,
-                   std::vector<ContactPair>& out) {
+void read_contacts(const TableSection& table, std::span<const Parameter> parameters,
+                   std::span<const Part> parts, InputRemarks& remarks, std::vector<ContactPair>& out) {
     const RecordFields fields(parameters, remarks);
     out.clear();
     console::print(" ELEMENT_CONTACT\n");
@@ -172,7 +200,8 @@ void read_contacts(const TableSection& table, std::span<const Parameter> paramet
             p.part_name[k] = text_of(t[1 + k]);
             p.part[k] = part_index(t[1 + k], parts, remarks);
         }
-        p.penalty = fields.number_where(t[3], [](double v) { return v >= 0 && v <= 1; }, "a penalty factor from 0 (for 1) to 1");
+        p.penalty = fields.number_where(
+            t[3], [](double v) { return v >= 0 && v <= 1; }, "a penalty factor from 0 (for 1) to 1");
         if (p.penalty == 0) p.penalty = 1;
         p.friction = not_negative(t[4], fields, "a friction coefficient of at least 0");
         p.damping = not_negative(t[5], fields, "a damping ratio of at least 0");
@@ -182,8 +211,9 @@ void read_contacts(const TableSection& table, std::span<const Parameter> paramet
         const std::array<double, 4> values{p.penalty, p.friction, p.damping, p.gap};
         std::vector<double> rest(p.box.begin(), p.box.end());
         rest.push_back(p.start_time);
-        console::print(" %zu: %s, %s[%d],  %s[%d], %s\n", out.size(), p.name.c_str(), p.part_name[0].c_str(), p.part[0], p.part_name[1].c_str(),
-                       p.part[1], labelled_values(t.subspan(3, 4), values).c_str());
+        console::print(" %zu: %s, %s[%d],  %s[%d], %s\n", out.size(), p.name.c_str(), p.part_name[0].c_str(),
+                       p.part[0], p.part_name[1].c_str(), p.part[1],
+                       labelled_values(t.subspan(3, 4), values).c_str());
         console::print("     %s\n", box_line(rest).c_str());
         out.push_back(std::move(p));
     }

@@ -18,7 +18,8 @@ struct TableSection {
 };
 
 // The records of a table, `length` tokens each; left-over tokens are an error, a missing "%" a notice.
-std::vector<std::span<const Token>> records_of(const TableSection& table, std::size_t length, InputRemarks& remarks);
+std::vector<std::span<const Token>> records_of(const TableSection& table, std::size_t length,
+                                               InputRemarks& remarks);
 
 // Token layouts, all numbers expressions:
 //   RIGID_WALL        name  plane|cylinder|sphere  +x…-z  radius  stiffness  friction  damping
@@ -27,12 +28,15 @@ std::vector<std::span<const Token>> records_of(const TableSection& table, std::s
 //   VELOCITY_INPUT    the same; the velocity may name `time`
 //   ELEMENT_CONTACT   name  part  part  penalty  friction  damping  gap  xmin xmax ymin ymax zmin zmax  time
 // Each replaces `out`, prints the section's echo and says what is wrong in `remarks`.
-void read_walls(const TableSection& table, std::span<const Parameter> parameters, InputRemarks& remarks, std::vector<RigidWall>& out);
-void read_initial_velocities(const TableSection& table, std::span<const Parameter> parameters, std::span<const Part> parts,
-                             InputRemarks& remarks, std::vector<VelocityRecord>& out);
-void read_velocity_inputs(const TableSection& table, std::span<const Parameter> parameters, std::span<const Part> parts,
-                          InputRemarks& remarks, std::vector<VelocityRecord>& out);
-void read_contacts(const TableSection& table, std::span<const Parameter> parameters, std::span<const Part> parts,
-                   InputRemarks& remarks, std::vector<ContactPair>& out);
+void read_walls(const TableSection& table, std::span<const Parameter> parameters, InputRemarks& remarks,
+                std::vector<RigidWall>& out);
+void read_initial_velocities(const TableSection& table, std::span<const Parameter> parameters,
+                             std::span<const Part> parts, InputRemarks& remarks,
+                             std::vector<VelocityRecord>& out);
+void read_velocity_inputs(const TableSection& table, std::span<const Parameter> parameters,
+                          std::span<const Part> parts, InputRemarks& remarks,
+                          std::vector<VelocityRecord>& out);
+void read_contacts(const TableSection& table, std::span<const Parameter> parameters,
+                   std::span<const Part> parts, InputRemarks& remarks, std::vector<ContactPair>& out);
 
 }  // namespace kestralum

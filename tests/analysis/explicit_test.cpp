@@ -24,12 +24,14 @@ TEST_F(Explicit, OneFreeElementFallsByTheLeapfrogSum) {
             run_to(500);
             const std::size_t axis = direction[1] == 'z' ? 2 : 0;
             const double t = 500e-6, exact = (direction[0] == '-' ? -0.5 : 0.5) * g * t * (t + 1e-6);
-            for (std::int32_t number : store.mesh.connectivity) EXPECT_NEAR(u(number - 1, axis), exact, 1e-12 * std::abs(exact));
+            for (std::int32_t number : store.mesh.connectivity)
+                EXPECT_NEAR(u(number - 1, axis), exact, 1e-12 * std::abs(exact));
         }
     }
 }
 
-// A body set spinning about an oblique axis: the pull of the centrifugal forces makes waves, the momenta stay.
+// A body set spinning about an oblique axis: the pull of the centrifugal forces makes waves, the momenta
+// stay.
 TEST_F(Explicit, ASpinningBodyKeepsItsMomenta) {
     for (ElementKind kind : every_kind) {
         make(box_mesh({{3, 2, 2}, {0.3, 0.2, 0.15}}, kind), steel);
@@ -38,7 +40,8 @@ TEST_F(Explicit, ASpinningBodyKeepsItsMomenta) {
         const double w[3] = {300, -500, 800};
         for (std::size_t n = 0; n < state->v.size() / 4; ++n)
             for (std::size_t c = 0; c < 3; ++c)
-                state->v[4 * n + c] = w[(c + 1) % 3] * state->x[4 * n + (c + 2) % 3] - w[(c + 2) % 3] * state->x[4 * n + (c + 1) % 3] + 10;
+                state->v[4 * n + c] = w[(c + 1) % 3] * state->x[4 * n + (c + 2) % 3] -
+                                      w[(c + 2) % 3] * state->x[4 * n + (c + 1) % 3] + 10;
         state->velocities_known = false;
         state->frames = 0;
         state->history.values.clear();
@@ -54,11 +57,14 @@ TEST_F(Explicit, ASpinningBodyKeepsItsMomenta) {
         }
         for (std::size_t r = 0; r < rows(); ++r)
             for (const char* axis : {"x", "y", "z"}) {
-                EXPECT_NEAR(history(r, std::string("momentum_") + axis), history(0, std::string("momentum_") + axis), 1e-10 * size);
-                EXPECT_NEAR(history(r, std::string("angular_momentum_") + axis), history(0, std::string("angular_momentum_") + axis), 1e-10 * spin);
+                EXPECT_NEAR(history(r, std::string("momentum_") + axis),
+                            history(0, std::string("momentum_") + axis), 1e-10 * size);
+                EXPECT_NEAR(history(r, std::string("angular_momentum_") + axis),
+                            history(0, std::string("angular_momentum_") + axis), 1e-10 * spin);
             }
         EXPECT_LT(largest_drift(), 0.01);
-        EXPECT_GT(history(rows() - 1, "internal"), 1e-5 * history(rows() - 1, "kinetic")) << "the body was to be strained";
+        EXPECT_GT(history(rows() - 1, "internal"), 1e-5 * history(rows() - 1, "kinetic"))
+            << "the body was to be strained";
     }
 }
 
@@ -68,7 +74,9 @@ const std::string bar_model =
 
 // A step load F on the end of a clamped bar: in the middle σ = F/A from L/2c on and 2σ from 3L/2c on.
 TEST_F(Explicit, AStepLoadsWaveDoublesAtTheClamp) {
-    read(bar_model + "boundary_condition clamp plane x 0 0 0 0 0 0 %\napply_force pull area x 4000 0.2 0.2 0 0.02 0 0.02 % END",
+    read(bar_model +
+             "boundary_condition clamp plane x 0 0 0 0 0 0 %\napply_force pull area x 4000 0.2 0.2 0 0.02 0 "
+             "0.02 % END",
          "end_time 75e-6 output_frequency 1");
     run();
     const double sigma = 4000 / (0.02 * 0.02), c = 5000, L = 0.2;
@@ -85,14 +93,17 @@ TEST_F(Explicit, AStepLoadsWaveDoublesAtTheClamp) {
     }
     for (int w = 0; w < 3; ++w) EXPECT_NEAR(sum[w] / count[w], w * sigma, 0.03 * sigma) << "window " << w;
     EXPECT_LT(largest_drift(), 1e-9);
-    std::printf("    step-loaded bar: mid stress / (F/A) = %.4f, %.4f, %.4f\n", sum[0] / count[0] / sigma, sum[1] / count[1] / sigma, sum[2] / count[2] / sigma);
+    std::printf("    step-loaded bar: mid stress / (F/A) = %.4f, %.4f, %.4f\n", sum[0] / count[0] / sigma,
+                sum[1] / count[1] / sigma, sum[2] / count[2] / sigma);
 }
 
 // A hanging bar when gravity is switched on: its tip sinks by ρgL²/2E in L/c and by twice that in 2L/c.
 TEST_F(Explicit, AHangingBarSinksToTwiceItsStaticLength) {
-    read("material_info M 8000 2e11 0 %\npart_info BAR red M RECT 0.02 0.02 1 0 0 0 1 1 100 0 0 0 0 0 0 0 0 0 %\n"
-         "boundary_condition top plane z 0 0 0 0 1 1 % END",
-         "end_time 8e-4 output_frequency 1 Gravity -z");
+    read(
+        "material_info M 8000 2e11 0 %\npart_info BAR red M RECT 0.02 0.02 1 0 0 0 1 1 100 0 0 0 0 0 0 0 0 0 "
+        "%\n"
+        "boundary_condition top plane z 0 0 0 0 1 1 % END",
+        "end_time 8e-4 output_frequency 1 Gravity -z");
     run(2, {.probes = {{0, 0, 0}}});
     const double sag = 8000 * 9.80665 / (2 * 2e11), arrival = 1 / 5000.0;
     const std::string tip = "node" + std::to_string(state->probes[0] + 1) + "_u_z";
@@ -104,7 +115,8 @@ TEST_F(Explicit, AHangingBarSinksToTwiceItsStaticLength) {
             when = history(r, "time");
         }
     }
-    std::printf("    hanging bar: tip %.4f of ρgL²/2E at L/c, largest %.4f at %.4f L/c\n", -at_arrival / sag, -largest / sag, when / arrival);
+    std::printf("    hanging bar: tip %.4f of ρgL²/2E at L/c, largest %.4f at %.4f L/c\n", -at_arrival / sag,
+                -largest / sag, when / arrival);
     EXPECT_NEAR(at_arrival, -sag, 0.01 * sag);
     EXPECT_NEAR(largest, -2 * sag, 0.01 * sag);
     EXPECT_NEAR(when, 2 * arrival, 0.03 * arrival);
@@ -138,15 +150,20 @@ TEST_F(Explicit, DampedToRestItIsTheLinearStaticAnswer) {
             const double* X = &store.mesh.coordinates[3 * n];
             std::size_t other = 0;
             for (std::size_t m = 0; m < state->u.size() / 4; ++m)
-                if (linear.mesh.coordinates[3 * m] == X[0] && linear.mesh.coordinates[3 * m + 1] == X[1] && linear.mesh.coordinates[3 * m + 2] == X[2]) other = m;
+                if (linear.mesh.coordinates[3 * m] == X[0] && linear.mesh.coordinates[3 * m + 1] == X[1] &&
+                    linear.mesh.coordinates[3 * m + 2] == X[2])
+                    other = m;
             for (std::size_t c = 0; c < 3; ++c) {
                 largest = std::max(largest, std::abs(linear.results.mode_vec[3 * other + c]));
-                worst = std::max(worst, std::abs(state->u[4 * n + c] - linear.results.mode_vec[3 * other + c]));
+                worst =
+                    std::max(worst, std::abs(state->u[4 * n + c] - linear.results.mode_vec[3 * other + c]));
                 stress = std::max(stress, std::abs(linear.results.node_stress[3 * other + c]));
-                worst_stress = std::max(worst_stress, std::abs(store.results.node_stress[3 * n + c] - linear.results.node_stress[3 * other + c]));
+                worst_stress = std::max(worst_stress, std::abs(store.results.node_stress[3 * n + c] -
+                                                               linear.results.node_stress[3 * other + c]));
             }
         }
-        std::printf("    at rest, %s: displacement off by %.1e, stress by %.1e of the largest\n", element_type(kind).name, worst / largest, worst_stress / stress);
+        std::printf("    at rest, %s: displacement off by %.1e, stress by %.1e of the largest\n",
+                    element_type(kind).name, worst / largest, worst_stress / stress);
         EXPECT_LT(worst, 1e-4 * largest);
         EXPECT_LT(worst_stress, 1e-3 * stress);
         for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(state->reaction[c], c == 1 ? -100 : 0, 1e-2);
@@ -173,11 +190,16 @@ TEST_F(Explicit, APrescribedVelocityMovesASupportAndItsWorkIsCounted) {
 }
 
 TEST_F(Explicit, InitialVelocityGoesToWhatTheRecordSelects) {
-    read("material_info M 1000 1e9 0.2 %\npart_info A red M RECT 1 1 1 0 0 0 2 1 1 0 0 0 0 0 0 0 0 0 B red M RECT 1 1 1 0 0 0 1 1 1 0 0 0 5 0 0 0 0 0 %\n"
-         "boundary_condition foot plane z 0 0 0 0 0 0 % END",
-         "end_time 1e-5 d_time 1e-6 INITIAL_VELOCITY B part y 3 0 0 0 0 0 0 some volume x 2*time+7 0 0.5 0 1 0.5 1 face area y -4 0 1 1 1 0 1 %");
+    read(
+        "material_info M 1000 1e9 0.2 %\npart_info A red M RECT 1 1 1 0 0 0 2 1 1 0 0 0 0 0 0 0 0 0 B red M "
+        "RECT 1 1 1 0 0 0 1 1 1 0 0 0 5 0 0 0 0 0 %\n"
+        "boundary_condition foot plane z 0 0 0 0 0 0 % END",
+        "end_time 1e-5 d_time 1e-6 INITIAL_VELOCITY B part y 3 0 0 0 0 0 0 some volume x 2*time+7 0 0.5 0 1 "
+        "0.5 1 face area y -4 0 1 1 1 0 1 %");
     ASSERT_TRUE(begin());
-    auto v = [&](double x, double y, double z, std::size_t c) { return state->v[4 * static_cast<std::size_t>(node_at(x, y, z)) + c]; };
+    auto v = [&](double x, double y, double z, std::size_t c) {
+        return state->v[4 * static_cast<std::size_t>(node_at(x, y, z)) + c];
+    };
     EXPECT_EQ(v(6, 0, 1, 1), 3);
     EXPECT_EQ(v(6, 0, 0, 1), 0) << "the support holds";
     EXPECT_EQ(v(0.5, 0, 1, 0), 7);
@@ -192,7 +214,11 @@ TEST_F(Explicit, StepAndFrameCounts) {
         double end, step;
         int every;
         std::int64_t time_num, out_time_num;
-    } cases[] = {{1e-5, 1e-6, 5, 11, 3}, {0.9e-6, 1e-6, 1, 1, 1}, {1e-5, 1e-6, 1, 11, 11}, {0.7, 0.1, 2, 8, 4}, {1e-5, 1e-6, 0, 11, 11}};
+    } cases[] = {{1e-5, 1e-6, 5, 11, 3},
+                 {0.9e-6, 1e-6, 1, 1, 1},
+                 {1e-5, 1e-6, 1, 11, 11},
+                 {0.7, 0.1, 2, 8, 4},
+                 {1e-5, 1e-6, 0, 11, 11}};
     for (const auto& c : cases) {
         make(box_mesh({{1, 1, 1}, {1e6, 1e6, 1e6}}, ElementKind::hexahedron), steel);
         store.control.end_time = c.end;
@@ -205,21 +231,41 @@ TEST_F(Explicit, StepAndFrameCounts) {
         EXPECT_EQ(done.dynamics.frames, c.out_time_num);
         EXPECT_EQ(done.dynamics.steps, c.time_num - 1);
         EXPECT_EQ(store.results.mode_num(), c.out_time_num);
-        EXPECT_NEAR(store.results.n_freq.back(), static_cast<double>((c.out_time_num - 1) * std::max(c.every, 1)) * c.step, 1e-12);
+        EXPECT_NEAR(store.results.n_freq.back(),
+                    static_cast<double>((c.out_time_num - 1) * std::max(c.every, 1)) * c.step, 1e-12);
         EXPECT_EQ(done.remarks.notices.size(), c.every < 1 ? 1u : 0u);
     }
 }
 
 // The lines of the set-up in their order, with what they say of the masses.
 TEST_F(Explicit, SetUpSaysWhatItMade) {
-    read(bar_model + "boundary_condition clamp plane x 0 0 0 0 0 0 % END", "end_time 1e-5 d_time 1e-7 output_frequency 10");
+    read(bar_model + "boundary_condition clamp plane x 0 0 0 0 0 0 % END",
+         "end_time 1e-5 d_time 1e-7 output_frequency 10");
     ASSERT_TRUE(begin());
     std::size_t at = 0;
-    for (const char* line :
-         {"element_type=0\n", "element_num=400,point_num=909,fn=2727\n", "Reordering Node Numbers\n", "diag_num=", "Boundary Condition\n", "fix_node_num=9\n",
-          "Dmat\n", "Set [K],[M]\n", "[K],[M] element num=", "Mass total=6.400000e-01[kg]\n", "Diag Mass total=", "Modified Diag Mass total=6.400000e-01[kg]\n",
-          " Eliminate fix index\n", " Eliminate fix index Complete\n", "diagM[0]:", "Mass check\n", "  mx = 6.", "vk=", "K,M sparse complete\n", "Force Vector\n",
-          "time_num = 101\n", "out_time_num = 11\n", "Memory Size = "}) {
+    for (const char* line : {"element_type=0\n",
+                             "element_num=400,point_num=909,fn=2727\n",
+                             "Reordering Node Numbers\n",
+                             "diag_num=",
+                             "Boundary Condition\n",
+                             "fix_node_num=9\n",
+                             "Dmat\n",
+                             "Set [K],[M]\n",
+                             "[K],[M] element num=",
+                             "Mass total=6.400000e-01[kg]\n",
+                             "Diag Mass total=",
+                             "Modified Diag Mass total=6.400000e-01[kg]\n",
+                             " Eliminate fix index\n",
+                             " Eliminate fix index Complete\n",
+                             "diagM[0]:",
+                             "Mass check\n",
+                             "  mx = 6.",
+                             "vk=",
+                             "K,M sparse complete\n",
+                             "Force Vector\n",
+                             "time_num = 101\n",
+                             "out_time_num = 11\n",
+                             "Memory Size = "}) {
         const std::size_t next = console_.lines.find(line, at);
         ASSERT_NE(next, std::string::npos) << line;
         at = next;
@@ -250,7 +296,8 @@ TEST_F(Explicit, TheStableStepIsOne) {
             store.control.d_time = factor * stable;
             store.control.end_time = 3000.5 * store.control.d_time;
             ASSERT_TRUE(begin());
-            for (std::size_t n = 0; n < state->v.size() / 4; ++n) state->v[4 * n] = 1e-3 * std::sin(static_cast<double>(n * n));
+            for (std::size_t n = 0; n < state->v.size() / 4; ++n)
+                state->v[4 * n] = 1e-3 * std::sin(static_cast<double>(n * n));
             state->velocities_known = false;
             run_to(3000);
             EXPECT_EQ(state->diverged, factor > 1) << element_type(kind).name;
@@ -276,7 +323,10 @@ TEST_F(Explicit, LostNodesAreListedElementByElement) {
     explicit_step(store, *state, report);
     EXPECT_TRUE(state->diverged);
     const std::string said = console_.lines.substr(before);
-    EXPECT_NE(said.find("########## Time: 4.000e-05[s]  4/101##########\nEle=1,5; part=0[BODY], coord:2.000e+00, 0.000e+00, 0.000e+00\n         :"), std::string::npos) << said;
+    EXPECT_NE(said.find("########## Time: 4.000e-05[s]  4/101##########\nEle=1,5; part=0[BODY], "
+                        "coord:2.000e+00, 0.000e+00, 0.000e+00\n         :"),
+              std::string::npos)
+        << said;
     EXPECT_EQ(said.find("Ele=0"), std::string::npos);
     EXPECT_EQ(state->frames, 4);
 }
@@ -295,7 +345,12 @@ TEST_F(Explicit, RefusesWhatItCannotStep) {
         {"many", [](ModelStore& s) { s.control.d_time = 1e-300; }, "too many steps"},
         {"frames", [](ModelStore& s) { s.control.d_time = 1e-14; }, "raise output_frequency"},
         {"rigid", [](ModelStore& s) { s.rigid_elements.resize(1); }, "rigid"},
-        {"empty", [](ModelStore& s) { s.mesh.connectivity.clear(); s.mesh.p_ele_part_id.clear(); }, "no solid elements"},
+        {"empty",
+         [](ModelStore& s) {
+             s.mesh.connectivity.clear();
+             s.mesh.p_ele_part_id.clear();
+         },
+         "no solid elements"},
         {"damping", [](ModelStore& s) { s.control.c_alfa = -0.1; }, "C_alfa"},
     };
     for (const auto& c : cases) {
@@ -332,7 +387,10 @@ TEST_F(Explicit, RemarksOnPlasticConstantsAndTheStep) {
     store.materials[0].shear_modulus = 1.2 * 2e11 / 2.6;
     read_control("Plastic on end_time 1e-4 d_time 1 output_frequency 1");
     ASSERT_TRUE(begin());
-    EXPECT_NE(console_.notices.find("material STEEL: G = 9.230769e+10 differs from E/(2(1+nu)) = 7.692308e+10"), std::string::npos) << console_.notices;
+    EXPECT_NE(
+        console_.notices.find("material STEEL: G = 9.230769e+10 differs from E/(2(1+nu)) = 7.692308e+10"),
+        std::string::npos)
+        << console_.notices;
     EXPECT_NE(console_.notices.find("d_time = 1.000e+00 s is above the stable step"), std::string::npos);
     store.materials[0].shear_modulus = 2e11 / 2.6;
     read_control("d_time 0 output_frequency 1");
@@ -347,7 +405,9 @@ TEST_F(Explicit, RemarksOnPlasticConstantsAndTheStep) {
 TEST_F(Explicit, TheStepIsWatchedAsShapesChange) {
     make(box_mesh({{2, 2, 4}, {0.1, 0.1, 0.2}}, ElementKind::hexahedron), steel);
     store.materials[0].yield_stress = 1e7;
-    read_control("Plastic on end_time 2e-3 output_frequency 1000 VELOCITY_INPUT top volume z -80 0 0.1 0 0.1 0.2 0.2 bottom volume z 0 0 0.1 0 0.1 0 0 %");
+    read_control(
+        "Plastic on end_time 2e-3 output_frequency 1000 VELOCITY_INPUT top volume z -80 0 0.1 0 0.1 0.2 0.2 "
+        "bottom volume z 0 0 0.1 0 0.1 0 0 %");
     ASSERT_TRUE(begin());
     run_to(state->time_num - 1);
     const std::string said = "passes the stable step of";
@@ -357,12 +417,17 @@ TEST_F(Explicit, TheStepIsWatchedAsShapesChange) {
 }
 
 const std::string short_run = "end_time 20e-6 output_frequency 4 d_time 2.5e-7 Gravity -y C_alfa 0.001";
-const std::string clamped_bar = bar_model + "boundary_condition clamp plane x 0 0 0 0 0 0 %\napply_force pull area y 4000 0.2 0.2 0 0.02 0 0.02 % END";
+const std::string clamped_bar = bar_model +
+                                "boundary_condition clamp plane x 0 0 0 0 0 0 %\napply_force pull area y "
+                                "4000 0.2 0.2 0 0.02 0 0.02 % END";
 
 TEST_F(Explicit, ThreadsDoNotShow) {
     // large enough for a team
-    const std::string model = "material_info M 8000 2e11 0.3 %\npart_info BAR red M RECT 0.2 0.02 0.02 0 0 0 80 8 8 0 0 0 0 0 0 0 0 0 %\n"
-                              "boundary_condition clamp plane x 0 0 0 0 0 0 %\napply_force pull area y 4000 0.2 0.2 0 0.02 0 0.02 % END";
+    const std::string model =
+        "material_info M 8000 2e11 0.3 %\npart_info BAR red M RECT 0.2 0.02 0.02 0 0 0 80 8 8 0 0 0 0 0 0 0 "
+        "0 0 %\n"
+        "boundary_condition clamp plane x 0 0 0 0 0 0 %\napply_force pull area y 4000 0.2 0.2 0 0.02 0 0.02 "
+        "% END";
     std::vector<double> vectors, stress, rows_of;
     for (int threads : {1, 2, 3}) {
         read(model, "end_time 10e-6 output_frequency 10 Gravity -y C_alfa 0.001");
@@ -384,7 +449,8 @@ TEST_F(Explicit, RealTimeIsTheBatchRunInPieces) {
     model_store() = store;
     settings() = explicit_settings();
     ASSERT_EQ(exec_explicit().status, RunStatus::done);
-    const std::string batch = read_file(folder.path() / "log" / "disp_model.txt"), batch_results = read_file(folder.path() / "log" / "result_model.txt");
+    const std::string batch = read_file(folder.path() / "log" / "disp_model.txt"),
+                      batch_results = read_file(folder.path() / "log" / "result_model.txt");
     EXPECT_GT(batch.size(), 10000u);
 
     model_store() = store;
@@ -411,11 +477,14 @@ TEST_F(Explicit, RealTimeIsTheBatchRunInPieces) {
     model_store().control.d_time = 1e-5;
     model_store().control.end_time = 1e-2;
     ASSERT_TRUE(begin_explicit(live));
-    while (advance_explicit(live)) {}
+    while (advance_explicit(live)) {
+    }
     EXPECT_EQ(live.status, RunStatus::failed);
     EXPECT_TRUE(live.written);
     EXPECT_LT(model_store().results.mode_num(), 250);
-    EXPECT_EQ(static_cast<std::size_t>(model_store().results.mode_num()) * static_cast<std::size_t>(model_store().mesh.dof_num), model_store().results.mode_vec.size());
+    EXPECT_EQ(static_cast<std::size_t>(model_store().results.mode_num()) *
+                  static_cast<std::size_t>(model_store().mesh.dof_num),
+              model_store().results.mode_vec.size());
 }
 
 TEST_F(Explicit, ARequestEndsTheRunAfterItsStepWithTheFilesWritten) {
@@ -425,7 +494,8 @@ TEST_F(Explicit, ARequestEndsTheRunAfterItsStepWithTheFilesWritten) {
     console::request_cancel(false);
     EXPECT_EQ(stopped.status, RunStatus::failed);
     EXPECT_EQ(stopped.dynamics.steps, 1);
-    EXPECT_TRUE(stopped.written && stopped.dynamics.displacements_written && stopped.dynamics.history_written);
+    EXPECT_TRUE(stopped.written && stopped.dynamics.displacements_written &&
+                stopped.dynamics.history_written);
     EXPECT_EQ(store.results.mode_num(), 1);
 }
 

@@ -18,7 +18,8 @@ TEST_F(ExplicitBatch, WritesFramesHistoryAndSeries) {
     const ModelStore store = result("log/result_bar.txt");
     EXPECT_EQ(store.ana_type, AnalysisType::explicit_dynamics);
     ASSERT_EQ(store.results.mode_num(), 6);
-    for (std::size_t k = 0; k < 6; ++k) EXPECT_NEAR(store.results.n_freq[k], 4e-6 * static_cast<double>(k), 1e-12);
+    for (std::size_t k = 0; k < 6; ++k)
+        EXPECT_NEAR(store.results.n_freq[k], 4e-6 * static_cast<double>(k), 1e-12);
     // the displacement file holds the same mesh and frames
     console::Capture quiet;
     ModelStore moved = placeholder_model();
@@ -31,18 +32,24 @@ TEST_F(ExplicitBatch, WritesFramesHistoryAndSeries) {
     const auto rows = lines_of(bytes("log/history_bar.csv"));
     ASSERT_EQ(rows.size(), 7u);
     const std::size_t columns = static_cast<std::size_t>(std::count(rows[0].begin(), rows[0].end(), ',')) + 1;
-    for (const std::string& row : rows) EXPECT_EQ(static_cast<std::size_t>(std::count(row.begin(), row.end(), ',')) + 1, columns);
-    EXPECT_TRUE(rows[0].starts_with("time,kinetic,internal,plastic,damping,wall,contact,external,support,drift,momentum_x"));
+    for (const std::string& row : rows)
+        EXPECT_EQ(static_cast<std::size_t>(std::count(row.begin(), row.end(), ',')) + 1, columns);
+    EXPECT_TRUE(rows[0].starts_with(
+        "time,kinetic,internal,plastic,damping,wall,contact,external,support,drift,momentum_x"));
     std::size_t tip = 0;
     for (std::size_t n = 0; n < store.mesh.coordinates.size() / 3; ++n)
-        if (store.mesh.coordinates[3 * n] == 0.2 && store.mesh.coordinates[3 * n + 1] == 0.01 && store.mesh.coordinates[3 * n + 2] == 0.01) tip = n;
+        if (store.mesh.coordinates[3 * n] == 0.2 && store.mesh.coordinates[3 * n + 1] == 0.01 &&
+            store.mesh.coordinates[3 * n + 2] == 0.01)
+            tip = n;
     const std::string column = "node" + std::to_string(tip + 1) + "_u_x";
-    const auto before = static_cast<std::size_t>(std::count(rows[0].begin(), rows[0].begin() + static_cast<std::ptrdiff_t>(rows[0].find(column)), ','));
+    const auto before = static_cast<std::size_t>(std::count(
+        rows[0].begin(), rows[0].begin() + static_cast<std::ptrdiff_t>(rows[0].find(column)), ','));
     ASSERT_TRUE(contains(rows[0], column)) << rows[0];
     std::istringstream last(rows.back());
     std::string field;
     for (std::size_t k = 0; k <= before; ++k) std::getline(last, field, ',');
-    const double moved_tip = store.results.mode_vec[5 * static_cast<std::size_t>(store.mesh.dof_num) + 3 * tip];
+    const double moved_tip =
+        store.results.mode_vec[5 * static_cast<std::size_t>(store.mesh.dof_num) + 3 * tip];
     EXPECT_GT(moved_tip, 0.1 * bar_end);
     EXPECT_EQ(parse_double(field), moved_tip);
     // the series for ParaView
@@ -54,14 +61,17 @@ TEST_F(ExplicitBatch, WritesFramesHistoryAndSeries) {
     }
     EXPECT_TRUE(contains(list, "timestep=\"2.000000000e-05\"")) << list;
     EXPECT_FALSE(exists("log/bar_000007.vtu"));
-    for (const char* title : {"steps ", "energy drift", "momentum", "largest displacement", "displacements", "history"})
+    for (const char* title :
+         {"steps ", "energy drift", "momentum", "largest displacement", "displacements", "history"})
         EXPECT_TRUE(contains(ended.out, title)) << title;
 }
 
 TEST_F(ExplicitBatch, AnInterruptEndsItWithTheFilesWritten) {
     folder.write("bar.ana", "x explicit end_time 1e3 output_frequency 1000000 d_time 1e-6 END");
-    const std::string line = "cd '" + folder.path().string() + "' && { timeout --preserve-status -s INT -k 20 2 '" KESTRALUM_BINARY_DIR
-                             "/kestralum-batch' explicit bar.txt --quiet --set P=1000 > run.out 2> run.err; echo $? > status; }";
+    const std::string line =
+        "cd '" + folder.path().string() +
+        "' && { timeout --preserve-status -s INT -k 20 2 '" KESTRALUM_BINARY_DIR
+        "/kestralum-batch' explicit bar.txt --quiet --set P=1000 > run.out 2> run.err; echo $? > status; }";
     ASSERT_EQ(std::system(line.c_str()), 0);
     EXPECT_EQ(bytes("status"), "1\n");
     const std::string err = bytes("run.err");
@@ -71,7 +81,8 @@ TEST_F(ExplicitBatch, AnInterruptEndsItWithTheFilesWritten) {
 }
 
 TEST_F(ExplicitBatch, WrongOptionsAreRefused) {
-    for (const char* arguments : {"explicit bar.txt --probe 1,2", "explicit bar.txt --probe 1,2,x", "explicit bar.txt --probe 1,2,3,4", "static bar.txt --probe 1,2,3",
+    for (const char* arguments : {"explicit bar.txt --probe 1,2", "explicit bar.txt --probe 1,2,x",
+                                  "explicit bar.txt --probe 1,2,3,4", "static bar.txt --probe 1,2,3",
                                   "static bar.txt --mean-dilatation", "explicit bar.txt --probe"}) {
         const Ended ended = run(arguments);
         EXPECT_EQ(ended.status, 2) << arguments;

@@ -65,7 +65,9 @@ protected:
         run_to(state->time_num - 1);
         EXPECT_FALSE(state->diverged);
     }
-    double history(std::size_t row, const std::string& column) const { return state->history.value(row, column); }
+    double history(std::size_t row, const std::string& column) const {
+        return state->history.value(row, column);
+    }
     std::size_t rows() const { return state->history.rows(); }
     double largest_drift() const {
         double largest = 0;
@@ -85,7 +87,9 @@ protected:
         }
         return static_cast<std::int32_t>(nearest);
     }
-    double u(std::int32_t node, std::size_t axis) const { return state->u[4 * static_cast<std::size_t>(node) + axis]; }
+    double u(std::int32_t node, std::size_t axis) const {
+        return state->u[4 * static_cast<std::size_t>(node) + axis];
+    }
 
     console::Capture console_;
     TempFolder folder;
@@ -95,6 +99,7 @@ protected:
 };
 
 inline const Material steel{.id = 0, .name = "STEEL", .density = 7800, .young = 2e11, .poisson = 0.3};
-inline constexpr ElementKind every_kind[] = {ElementKind::hexahedron, ElementKind::tetrahedron4, ElementKind::tetrahedron10};
+inline constexpr ElementKind every_kind[] = {ElementKind::hexahedron, ElementKind::tetrahedron4,
+                                             ElementKind::tetrahedron10};
 
 }  // namespace kestralum::testing
