@@ -65,9 +65,11 @@ bool pulls_outwards(const Mesh& mesh, const AppliedForce& force, const Vec3& arr
     return norm(sum) > 0 && dot(unit(sum), arrow) > cosine * norm(arrow);
 }
 
-// At most `limit` of the places, spread evenly: one for each cell of the finest grid that suffices.
-std::vector<Vec3> spread_out(const std::vector<Vec3>& places, std::size_t limit) {
-    if (places.size() <= limit) return places;
+// At most `limit` of the places, spread evenly and hardly nearer than `spacing`: one for each cell of
+// the finest grid that suffices.
+std::vector<Vec3> spread_out(const std::vector<Vec3>& places, std::size_t limit, double spacing) {
+    constexpr std::size_t few = 8;
+    if (places.size() <= few) return places;
     Vec3 low = places[0], high = places[0];
     for (const Vec3& p : places)
         for (std::size_t c = 0; c < 3; ++c) {
@@ -76,7 +78,7 @@ std::vector<Vec3> spread_out(const std::vector<Vec3>& places, std::size_t limit)
         }
     const double across = norm(minus(high, low));
     std::vector<Vec3> chosen;
-    for (double cells = 64; cells >= 1; cells /= 1.15) {
+    for (double cells = std::clamp(across / spacing, 1.0, 64.0); cells >= 1; cells /= 1.15) {
         chosen.clear();
         std::set<std::array<std::int64_t, 3>> taken;
         for (const Vec3& p : places) {
@@ -112,7 +114,7 @@ ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> force
         const bool pulls = way != 0 && pulls_outwards(mesh, force, arrow);
         const Vec3 free_end = pulls ? arrow : times(-1, arrow);  // seen from the node
         if (way != 0)
-            for (const Vec3& node : spread_out(places, most_arrows)) {
+            for (const Vec3& node : spread_out(places, most_arrows, 0.2 * length)) {
                 const Vec3 end = plus(node, free_end);
                 out.arrows.push_back(pulls ? Arrow{node, end} : Arrow{end, node});
             }

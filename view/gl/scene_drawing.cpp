@@ -91,6 +91,9 @@ std::vector<double> extent_points(const Picture& picture, const SceneTables& tab
     if (state.shows(ViewFlag::axes) && !points.empty() && near_origin(tables.box()))
         for (const Line& line : axes(axes_share * extent_of(tables.mesh.max_length)))
             points.insert(points.end(), line.to.begin(), line.to.end());
+    if (state.shows(ViewFlag::dimension))
+        for (const Line& line : dimensions(tables.box()).lines)
+            for (const Vec3& end : {line.from, line.to}) points.insert(points.end(), end.begin(), end.end());
     if (points.empty()) points.assign(tables.mesh.coordinates.begin(), tables.mesh.coordinates.end());
     return points;
 }
@@ -137,7 +140,7 @@ void SceneDrawing::set_state(const DisplayState& state, const Camera& camera, co
     glMatrixMode(GL_MODELVIEW);
     glLoadIdentity();
     // a fainter light from the viewer: no side of the model is ever black
-    const float viewer[4] = {0, 0, 1, 0}, dim[4] = {0.55f, 0.55f, 0.55f, 1}, none[4] = {0, 0, 0, 1};
+    const float viewer[4] = {0, 0, 1, 0}, dim[4] = {0.3f, 0.3f, 0.3f, 1}, none[4] = {0, 0, 0, 1};
     glLightfv(GL_LIGHT1, GL_POSITION, viewer);
     glLightfv(GL_LIGHT1, GL_DIFFUSE, dim);
     glLightfv(GL_LIGHT1, GL_SPECULAR, none);
@@ -147,7 +150,7 @@ void SceneDrawing::set_state(const DisplayState& state, const Camera& camera, co
     const float main[4] = {static_cast<float>(state.light[0]), static_cast<float>(state.light[1]),
                            static_cast<float>(state.light[2]), 1};
     const float diffuse[4] = {0.7f, 0.7f, 0.7f, 1}, specular[4] = {1, 1, 1, 1},
-                ambient[4] = {0.3f, 0.3f, 0.3f, 1};
+                ambient[4] = {0.5f, 0.5f, 0.5f, 1};
     glLightfv(GL_LIGHT0, GL_POSITION, main);
     glLightfv(GL_LIGHT0, GL_DIFFUSE, diffuse);
     glLightfv(GL_LIGHT0, GL_SPECULAR, specular);
