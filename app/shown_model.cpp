@@ -28,6 +28,7 @@ view::SceneTables ShownModel::tables() const {
             .rigid_elements = store.rigid_elements,
             .rigid_forces = store.rigid_forces,
             .walls = store.explicit_tables.walls,
+            .contacts = store.explicit_tables.contacts,
             .parameters = store.parameters,
             .fixed_nodes = fixed_nodes_};
 }

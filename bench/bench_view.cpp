@@ -79,6 +79,7 @@ public:
                 .rigid_elements = {},
                 .rigid_forces = {},
                 .walls = {},
+                .contacts = {},
                 .parameters = {},
                 .fixed_nodes = {}};
     }

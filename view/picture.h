@@ -26,6 +26,7 @@ struct SceneTables {
     std::span<const RigidElement> rigid_elements;
     std::span<const RigidForce> rigid_forces;
     std::span<const RigidWall> walls;
+    std::span<const ContactPair> contacts;
     std::span<const Parameter> parameters;      // that the walls' motions use
     std::span<const std::int32_t> fixed_nodes;  // 0-based
 

@@ -1,6 +1,7 @@
 #include "view/symbols.h"
 
 #include <algorithm>
+#include <limits>
 #include <numbers>
 #include <set>
 
@@ -280,6 +281,36 @@ void add_round_wall(std::vector<Line>& lines, const RigidWall& wall, const Vec3&
 }
 
 }  // namespace
+
+RigidMarkers contact_markers(const Mesh& mesh, std::span<const ContactPair> contacts,
+                             std::span<const double> coordinates) {
+    constexpr double none = std::numeric_limits<double>::infinity();
+    constexpr Color pink{0.85f, 0, 0.6f, 1};
+    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
+    RigidMarkers out;
+    for (const ContactPair& pair : contacts) {
+        Vec3 between{};
+        int found = 0;
+        for (const std::int32_t part : pair.part) {
+            Vec3 low{none, none, none}, high{-none, -none, -none};
+            for (std::size_t k = 0; k < mesh.connectivity.size(); ++k) {
+                if (mesh.p_ele_part_id[k / per_element] != part) continue;
+                const Vec3 x = triple(coordinates, node_index(mesh.connectivity[k]));
+                for (std::size_t c = 0; c < 3; ++c) {
+                    low[c] = std::min(low[c], x[c]);
+                    high[c] = std::max(high[c], x[c]);
+                }
+            }
+            if (!(low[0] <= high[0]) || !std::isfinite(norm(minus(high, low)))) continue;
+            add_box(out.lines, low, high, pink);
+            between = plus(between, times(0.25, plus(low, high)));
+            ++found;
+        }
+        if (found == 2)
+            out.labels.push_back({between, pair.name + ": " + pair.part_name[0] + " - " + pair.part_name[1]});
+    }
+    return out;
+}
 
 RigidMarkers wall_markers(std::span<const RigidWall> walls, std::span<const Parameter> parameters,
                           double time, const Scene& scene) {

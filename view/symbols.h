@@ -81,6 +81,10 @@ RigidMarkers rigid_markers(std::span<const RigidElement> elements, double max_le
 RigidMarkers wall_markers(std::span<const RigidWall> walls, std::span<const Parameter> parameters,
                           double time, const Scene& scene);
 
+// Boxes about the two parts of each contact pair, as drawn at `coordinates`; "name: part - part" between.
+RigidMarkers contact_markers(const Mesh& mesh, std::span<const ContactPair> contacts,
+                             std::span<const double> coordinates);
+
 // Dimension lines along three edges of the model's box, set off from it, with "x:%.4g[m]" and so on;
 // an axis without length has none.
 struct Dimensions {

@@ -31,6 +31,7 @@ protected:
                 .rigid_elements = {},
                 .rigid_forces = {},
                 .walls = {},
+                .contacts = {},
                 .parameters = {},
                 .fixed_nodes = {}};
     }

@@ -59,6 +59,25 @@ TEST(Symbols, ForcesEndAtTheirDrawnNodes) {
     expect_near(pushed.arrows[0].tail, {0, 0, 0.2});
 }
 
+TEST(Symbols, ContactPairsHaveABoxAboutEachPart) {
+    Mesh mesh = hexa_box({{2, 1, 1}, {2, 1, 1}});
+    mesh.p_ele_part_id = {0, 1};
+    std::vector<ContactPair> pairs(2);
+    pairs[0].name = "HIT";
+    pairs[0].part_name = {"A", "B"};
+    pairs[0].part = {0, 1};
+    pairs[1].part = {0, 7};  // no such part
+    const RigidMarkers markers = contact_markers(mesh, pairs, mesh.coordinates);
+    ASSERT_EQ(markers.labels.size(), 1u);
+    EXPECT_EQ(markers.labels[0].text, "HIT: A - B");
+    expect_near(markers.labels[0].at, {1, 0.5, 0.5});
+    ASSERT_EQ(markers.lines.size(), 36u);
+    for (std::size_t k = 0; k < 12; ++k)
+        EXPECT_LE(std::max(markers.lines[k].from[0], markers.lines[k].to[0]), 1);
+    for (std::size_t k = 12; k < 24; ++k)
+        EXPECT_GE(std::min(markers.lines[k].from[0], markers.lines[k].to[0]), 1);
+}
+
 TEST(Symbols, WallsStandWhereTheirMotionHasBroughtThem) {
     const Scene scene{{0, 0, 0, 2, 1, 1}, 2};
     std::vector<RigidWall> walls(3);

@@ -223,6 +223,7 @@ void SceneDrawing::draw_symbols(const DisplayState& state) const {
     if (state.shows(ViewFlag::shape)) draw_lines(features_);
     if (state.shows(ViewFlag::rigid_element)) draw_lines(rigid_);
     if (state.shows(ViewFlag::rigid_wall)) draw_lines(wall_lines_);
+    if (state.shows(ViewFlag::element_contact)) draw_lines(contact_lines_);
     if (state.shows(ViewFlag::dimension)) draw_lines(dimension_lines_);
     if (state.shows(ViewFlag::force)) draw_lines(arrow_shafts_);
     glLineWidth(1);
@@ -296,6 +297,9 @@ void SceneDrawing::update_loads(const SceneTables& tables, const DisplayState& s
         wall_markers(tables.walls, tables.parameters, time, box_with(tables.box(), places));
     wall_lines_.send(GL_ARRAY_BUFFER, line_vertices(walls.lines));
     wall_labels_ = walls.labels;
+    const RigidMarkers contacts = contact_markers(tables.mesh, tables.contacts, places);
+    contact_lines_.send(GL_ARRAY_BUFFER, line_vertices(contacts.lines));
+    contact_labels_ = contacts.labels;
     arrow_shafts_.send(GL_ARRAY_BUFFER, line_vertices(shafts));
     arrow_heads_.send(GL_ARRAY_BUFFER, heads);
 }
@@ -315,6 +319,7 @@ OverlayTexts SceneDrawing::texts(const SceneTables& tables, const DisplayState& 
     add(ViewFlag::part_name, part_labels_);
     add(ViewFlag::rigid_element, rigid_labels_);
     add(ViewFlag::rigid_wall, wall_labels_);
+    add(ViewFlag::element_contact, contact_labels_);
     add(ViewFlag::dimension, dimension_labels_);
     add(ViewFlag::force, force_labels_);
     out.bar = shown_bar(picture_, state, tables.ana_type);
@@ -335,7 +340,7 @@ std::optional<Vec3> SceneDrawing::picked_place(const SceneTables& tables, const 
 void SceneDrawing::release(bool context_alive) {
     mesh_.release(context_alive);
     for (Buffer* buffer : {&axes_, &part_axes_, &features_, &rigid_, &dimension_lines_, &cones_,
-                           &arrow_shafts_, &arrow_heads_, &wall_lines_})
+                           &arrow_shafts_, &arrow_heads_, &wall_lines_, &contact_lines_})
         buffer->release(context_alive);
     symbols_of_ = loads_of_mesh_ = loads_of_shape_ = 0;
 }

@@ -47,8 +47,9 @@ private:
     // symbols of the mesh, and those that follow the deformed shape or the time
     std::uint64_t symbols_of_ = 0, loads_of_mesh_ = 0, loads_of_shape_ = 0;
     Buffer axes_, part_axes_, features_, rigid_, dimension_lines_, cones_, arrow_shafts_, arrow_heads_,
-        wall_lines_;
-    std::vector<Label> part_labels_, rigid_labels_, dimension_labels_, force_labels_, wall_labels_;
+        wall_lines_, contact_lines_;
+    std::vector<Label> part_labels_, rigid_labels_, dimension_labels_, force_labels_, wall_labels_,
+        contact_labels_;
 };
 
 // The bar shown; without colours where there is none.
