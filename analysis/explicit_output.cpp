@@ -102,6 +102,17 @@ double ExplicitHistory::value(std::size_t row, const std::string& name) const {
     return values[row * columns.size() + static_cast<std::size_t>(at - columns.begin())];
 }
 
+namespace {
+
+// A name as a column's heading: the separator and quotes would be read as the file's own.
+std::string heading(std::string name) {
+    for (char& c : name)
+        if (c == ',' || c == '"' || c == ';') c = '_';
+    return name;
+}
+
+}  // namespace
+
 void begin_history(const ModelStore& store, const ExplicitOptions& options, ExplicitState& s) {
     std::vector<std::string>& columns = s.history.columns;
     columns = {"time", "kinetic", "internal", "plastic", "damping",
@@ -110,10 +121,10 @@ void begin_history(const ModelStore& store, const ExplicitOptions& options, Expl
     add_vector(columns, "angular_momentum");
     add_vector(columns, "reaction");
     if (s.walls)
-        for (const RigidWall& wall : store.explicit_tables.walls) add_vector(columns, "wall_" + wall.name);
+        for (const RigidWall& wall : store.explicit_tables.walls) add_vector(columns, "wall_" + heading(wall.name));
     if (s.contacts)
         for (const ContactPair& pair : store.explicit_tables.contacts)
-            add_vector(columns, "contact_" + pair.name);
+            add_vector(columns, "contact_" + heading(pair.name));
     for (const auto& place : options.probes) {
         const std::int32_t n = nearest_node(store.mesh, s.node_elements, place);
         s.probes.push_back(n);

@@ -1,6 +1,8 @@
 #include "input/analysis_info_reader.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <new>
 #include <span>
 
@@ -89,9 +91,14 @@ private:
     void output_frequency(std::string_view key) {
         const auto token = value_token(key);
         if (!token) return;
-        const auto value = fields_.count(*token, 1);
+        const auto value = fields_.evaluate(*token);
         if (!value) return;
-        control_.output_frequency = *value;
+        if (*value != std::trunc(*value) || std::abs(*value) > std::numeric_limits<std::int32_t>::max()) {
+            remarks_.expected(*token, "an integer of at least 1");
+            return;
+        }
+        if (*value < 1) remarks_.notice(*token, "below 1: every step is stored");
+        control_.output_frequency = std::max(static_cast<std::int32_t>(*value), 1);
         console::print("  out_inc=%d\n", control_.output_frequency);
     }
 

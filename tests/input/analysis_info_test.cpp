@@ -159,6 +159,17 @@ TEST(AnalysisInfo, TablesOfTheExplicitAnalysisAndTheirEchoes) {
               "     0.000e+00, 0.000e+00, 0.000e+00, 0.000e+00, 0.000e+00, 0.000e+00, 1.000e-03\nEND\nFILE CLOSE !!\n");
 }
 
+TEST(AnalysisInfo, AnOutputFrequencyBelow1Is1) {
+    for (const char* value : {"0", "-3", "-2^31+1"}) {
+        const Outcome o = read_text(std::string("x explicit output_frequency ") + value + " END");
+        ASSERT_EQ(o.report.status, AnalysisInfoStatus::read) << value;
+        EXPECT_EQ(o.store.control.output_frequency, 1);
+        ASSERT_EQ(o.report.remarks.notices.size(), 1u);
+        EXPECT_NE(o.report.remarks.notices[0].find("every step is stored"), std::string::npos);
+        EXPECT_NE(o.lines.find("  out_inc=1\n"), std::string::npos);
+    }
+}
+
 TEST(AnalysisInfo, ATableThatTheFileDoesNotNameStaysAndThatIsSaid) {
     ModelStore store = two_materials();
     store.explicit_tables.walls.resize(2);
@@ -198,7 +209,7 @@ TEST(AnalysisInfo, ErrorsNameTheTokenAndLeaveTheStore) {
         {"d_time 1e-6s", "token 4 '1e-6s': expected a number"},
         {"d_time 1 end_time 1/0 END", "token 6 '1/0': expected a finite value"},
         {"output_frequency 2.5", "token 4 '2.5': expected an integer of at least 1"},
-        {"output_frequency 0", "token 4 '0': expected an integer of at least 1"},
+        {"output_frequency 1e10", "token 4 '1e10': expected an integer of at least 1"},
         {"C_alfa", "end of file: expected a value for C_alfa"},
         {"MATERIAL_EXTRA_INFO STEEL 1 -2 3 %", "token 6 '-2': expected a constant of at least 0 Pa"},
         {"MATERIAL_EXTRA_INFO STEEL 1 2 %", "token 7 '%': expected 1 more of the "},
