@@ -25,13 +25,25 @@ bool check_densities(const ModelStore& store, RunReport& report) {
 }
 
 // Translations along and rotations about the axes through the box's centre, on the free degrees of
-// freedom: n × 6.
-std::vector<double> rigid_motions(const Mesh& mesh, const DofNumbering& numbering) {
-    const std::size_t n = numbering.free_dofs.size();
+// freedom and on the rigid bodies: n × 6.
+std::vector<double> rigid_motions(const Mesh& mesh, const DofNumbering& numbering, const RigidSystem& rigid) {
+    const std::size_t nf = numbering.free_dofs.size(), n = nf + static_cast<std::size_t>(rigid.equations);
     std::vector<double> out(6 * n, 0.0);
     double centre[3];
     for (std::size_t c = 0; c < 3; ++c) centre[c] = 0.5 * (mesh.size_info[c] + mesh.size_info[c + 3]);
-    for (std::size_t k = 0; k < n; ++k) {
+    for (const RigidBody& body : rigid.bodies)
+        for (std::size_t k = 0; k < body.motions.size(); ++k) {
+            const std::size_t row = nf + static_cast<std::size_t>(body.first) + k;
+            const Vec6& m = body.motions[k];
+            for (std::size_t a = 0; a < 3; ++a) {
+                Vec3 axis{};
+                axis[a] = 1;
+                const Vec3 v = cross(axis, {body.pivot[0] - centre[0], body.pivot[1] - centre[1], body.pivot[2] - centre[2]});
+                out[a * n + row] = m[a];  // the motions are orthogonal: a part is a product
+                out[(3 + a) * n + row] = m[0] * v[0] + m[1] * v[1] + m[2] * v[2] + m[3 + a];
+            }
+        }
+    for (std::size_t k = 0; k < nf; ++k) {
         const auto dof = static_cast<std::size_t>(numbering.free_dofs[k]), c = dof % 3;
         const double* x = &mesh.coordinates[dof - c];
         out[c * n + k] = 1;
@@ -43,11 +55,15 @@ std::vector<double> rigid_motions(const Mesh& mesh, const DofNumbering& numberin
 }
 
 // φᵀ M φ = 1, and what is reported of every mode.
-void normalise_and_report(EigenProblem& problem, const DofNumbering& numbering, std::int32_t modes, EigenPairs& pairs, RunReport& report) {
+void normalise_and_report(EigenProblem& problem, const LinearSystem& system, std::int32_t modes, EigenPairs& pairs, RunReport& report) {
     const auto n = static_cast<std::size_t>(problem.n());
     console::print("Normalize mode_vec by modal mass\n");
     std::vector<double> M(n), K(n), all(3 * n, 0.0), M_all(3 * n);
-    for (std::size_t k = 0; k < n; ++k) all[static_cast<std::size_t>(numbering.free_dofs[k] % 3) * n + k] = 1;
+    const std::vector<std::int32_t>& free_dofs = system.numbering.free_dofs;
+    for (std::size_t k = 0; k < free_dofs.size(); ++k) all[static_cast<std::size_t>(free_dofs[k] % 3) * n + k] = 1;
+    for (const RigidBody& body : system.rigid.bodies)
+        for (std::size_t k = 0; k < body.motions.size(); ++k)
+            for (std::size_t d = 0; d < 3; ++d) all[d * n + free_dofs.size() + static_cast<std::size_t>(body.first) + k] = body.motions[k][d];
     problem.multiply_m(all, M_all, 3);
     double first_elastic = 0;
     for (double l : pairs.lambda)
@@ -90,7 +106,7 @@ void normalise_and_report(EigenProblem& problem, const DofNumbering& numbering, 
 
 // Mode shapes on all degrees of freedom and the strains and stresses they mean.
 void store_modes(ModelStore& store, const Settings& settings, const LinearSystem& system, const EigenPairs& pairs, const RunReport& report) {
-    const std::size_t modes = report.modes.size(), n = system.numbering.free_dofs.size();
+    const std::size_t modes = report.modes.size(), n = static_cast<std::size_t>(system.equations());
     const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
     store.results.resize(static_cast<std::int32_t>(modes), store.mesh.dof_num);
     console::print("Strain Analysis\n");
@@ -98,7 +114,7 @@ void store_modes(ModelStore& store, const Settings& settings, const LinearSystem
     for (std::size_t j = 0; j < modes; ++j) {
         store.results.n_freq[j] = report.modes[j].frequency;
         const std::span<double> shape = std::span(store.results.mode_vec).subspan(j * dofs, dofs);
-        for (std::size_t k = 0; k < n; ++k) shape[static_cast<std::size_t>(system.numbering.free_dofs[k])] = pairs.vectors[j * n + k];
+        expand_solution(store.mesh, system.numbering, system.rigid, std::span(pairs.vectors).subspan(j * n, n), shape);
         point_stresses(store.mesh, store.parts, system.elasticity, shape, settings.threads(), points);
         mean_stress_strain(store.mesh, system.node_elements, points, {}, settings.threads(),
                            std::span(store.results.node_stress).subspan(j * stress_groups * dofs, stress_groups * dofs));
@@ -124,6 +140,11 @@ bool check_completeness(EigenProblem& problem, const EigenPairs& pairs, const Sp
 bool analyse(ModelStore& store, const Settings& settings, EigenMethod method, EigenTolerances tolerances, RunReport& report) {
     LinearSystem system;
     if (!build_linear_system(store, settings, system, report)) return false;
+    transform_rigid(store, system, true);
+    if (system.equations() == 0) {
+        report.fail(RunStatus::failed, "the rigid elements and supports leave no motion: nothing to solve");
+        return false;
+    }
     console::print("Eigen Analysis Start\n");
     EigenOptions options;
     options.n_mode = std::min(store.mode_count, store.fn_free);
@@ -133,10 +154,10 @@ bool analyse(ModelStore& store, const Settings& settings, EigenMethod method, Ei
     options.c_eigen_shift = settings.c_eigen_shift;
     options.subspace_tolerance = tolerances.subspace;
     options.lanczos_tolerance = tolerances.lanczos;
-    if (!options.supported) options.rigid_motions = rigid_motions(store.mesh, system.numbering);
-    auto factor = plan_factor(system.km, store.diag_num, settings, report);
+    if (!options.supported) options.rigid_motions = rigid_motions(store.mesh, system.numbering, system.rigid);
+    auto factor = plan_bordered(store, settings, system, report);
     if (!factor) return false;
-    EigenProblem problem(system.km, std::move(factor), settings.threads(), report);
+    EigenProblem problem(system.km, system.border, std::move(factor), settings.threads(), report);
     if (!problem.shift(0.6283185307 * 0.6283185307, false)) return false;
     EigenPairs pairs;
     SpectrumGap gap;
@@ -144,7 +165,7 @@ bool analyse(ModelStore& store, const Settings& settings, EigenMethod method, Ei
     if (!solved || !check_completeness(problem, pairs, gap, report)) return false;
     report.negative_pivots = 0;  // shifted matrices have them by design
     const std::int32_t modes = std::min(options.n_mode, static_cast<std::int32_t>(pairs.lambda.size()));
-    normalise_and_report(problem, system.numbering, modes, pairs, report);
+    normalise_and_report(problem, system, modes, pairs, report);
     constexpr double unresolved = 0.05;  // of ‖(K + λ₁M)φ‖: no mode of this pair at all
     for (std::size_t j = 0; j < report.modes.size() && report.status == RunStatus::done; ++j)
         if (!(report.modes[j].residual < unresolved))

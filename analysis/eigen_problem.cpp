@@ -20,11 +20,16 @@ double FixedRandom::next() {  // splitmix64 (Steele, Lea and Flood, 2014)
     return static_cast<double>(z >> 11) * 0x1p-52 - 1.0;
 }
 
-EigenProblem::EigenProblem(const SparseKM& km, std::unique_ptr<SkylineFactor> factor, int threads, RunReport& report)
-    : km_(km), factor_(std::move(factor)), threads_(threads), report_(report) {
+double EigenProblem::diagonal(std::int32_t i, const std::vector<double>& values, const std::vector<double>& rr) const {
+    if (i < km_.rows()) return values[static_cast<std::size_t>(km_.diag_pos[static_cast<std::size_t>(i)])];
+    return rr[static_cast<std::size_t>(i - km_.rows()) * static_cast<std::size_t>(border_.nr + 1)];
+}
+
+EigenProblem::EigenProblem(const SparseKM& km, const Border& border, std::unique_ptr<BorderedFactor> factor, int threads, RunReport& report)
+    : km_(km), border_(border), factor_(std::move(factor)), threads_(threads), report_(report) {
     mass_.row_start.push_back(0);
     double stiffest = 0;
-    for (std::int32_t r = 0; r < n(); ++r) {
+    for (std::int32_t r = 0; r < km.rows(); ++r) {
         const auto row = static_cast<std::size_t>(r);
         for (std::int64_t k = km.row_start[row]; k < km.row_start[row] + km.row_count[row]; ++k) {
             const auto at = static_cast<std::size_t>(k);
@@ -33,17 +38,17 @@ EigenProblem::EigenProblem(const SparseKM& km, std::unique_ptr<SkylineFactor> fa
             mass_.value.push_back(km.M_value[at]);
         }
         mass_.row_start.push_back(static_cast<std::int64_t>(mass_.value.size()));
-        const auto diagonal = static_cast<std::size_t>(km.diag_pos[row]);
-        stiffest = std::max(stiffest, km.K_value[diagonal] / km.M_value[diagonal]);
     }
+    for (std::int32_t i = 0; i < n(); ++i) stiffest = std::max(stiffest, diagonal_k(i) / diagonal_m(i));
     rounding_ = 100 * std::numeric_limits<double>::epsilon() * stiffest;
 }
 
 bool EigenProblem::pivots_sound() const {
     const double share = n() * std::numeric_limits<double>::epsilon();
-    for (std::int32_t i = 0; i < n(); ++i) {
+    if (border_.nr > 0 && !(factor_->smallest_scaled(shifted_rr_) >= share)) return false;
+    for (std::int32_t i = 0; i < km_.rows(); ++i) {
         const double diagonal = shifted_[static_cast<std::size_t>(km_.diag_pos[static_cast<std::size_t>(i)])];
-        const double pivot = factor_->D()[static_cast<std::size_t>(i)];
+        const double pivot = factor_->free()->D()[static_cast<std::size_t>(i)];
         if (!std::isfinite(pivot) || !(std::abs(pivot) >= share * std::abs(diagonal)) || pivot == 0) return false;
     }
     return true;
@@ -53,9 +58,15 @@ bool EigenProblem::factor_shifted(double sigma) {
     sigma_ = sigma;
     shifted_.resize(km_.K_value.size());
     for (std::size_t k = 0; k < shifted_.size(); ++k) shifted_[k] = km_.K_value[k] - sigma * km_.M_value[k];
+    const auto shift_part = [&](const std::vector<double>& K, const std::vector<double>& M, std::vector<double>& out) {
+        out.resize(K.size());
+        for (std::size_t k = 0; k < K.size(); ++k) out[k] = K[k] - sigma * M[k];
+    };
+    shift_part(border_.K_fr, border_.M_fr, shifted_fr_);
+    shift_part(border_.K_rr, border_.M_rr, shifted_rr_);
     report_.clock.begin("factor");
     ++report_.factorizations;
-    return run_factorization(km_, shifted_, *factor_, report_);
+    return factor_->factor(km_, shifted_, shifted_fr_, shifted_rr_, report_);
 }
 
 bool EigenProblem::shift(double sigma, bool say_frequency) {
@@ -85,16 +96,22 @@ bool EigenProblem::start_vector_through_w(std::vector<double>& start) {
     report_.clock.begin("factor");
     ++report_.factorizations;
     console::print("LU M_sparse\n");
-    SkylineFactor W(factor_->profile(), factor_->divisions(), {.threads = threads_, .file_stem = "Wtemp"});
+    // the bodies' part of the vector goes through the diagonal alone: it only has to reach every mode
+    start.assign(static_cast<std::size_t>(n()), 1 / std::sqrt(static_cast<double>(n())));
+    for (std::int32_t i = km_.rows(); i < n(); ++i) start[static_cast<std::size_t>(i)] /= std::sqrt(diagonal_m(i));
+    if (!factor_->free()) {
+        console::print("LU M_sparse complete\n");
+        return true;
+    }
+    SkylineFactor W(factor_->free()->profile(), factor_->free()->divisions(), {.threads = threads_, .file_stem = "Wtemp"});
     if (W.factor_ww(km_, km_.M_value) != FactorStatus::ok) {
         report_.fail(RunStatus::failed, "the factorization of [M] cannot go on: " + W.error());
         return false;
     }
     console::print("LU M_sparse complete\n");
     console::print("s_L:%lld\n", static_cast<long long>(W.profile().Ls_num));
-    start.assign(static_cast<std::size_t>(n()), 1 / std::sqrt(static_cast<double>(n())));
     report_.clock.begin("iterate");
-    if (W.solve_wt(start)) return true;
+    if (W.solve_wt(std::span(start).first(static_cast<std::size_t>(km_.rows())))) return true;
     report_.fail(RunStatus::failed, "the solution with W cannot go on: " + W.error());
     return false;
 }
@@ -113,19 +130,20 @@ std::int64_t EigenProblem::count_below(double lambda) {
 
 bool EigenProblem::solve(std::span<double> x, std::int32_t k) {
     report_.solved_columns += k;
-    if (factor_->solve_ldl(x, k)) return true;
+    if (factor_->solve(x, k)) return true;
     report_.fail(RunStatus::failed, "the solution cannot go on: " + factor_->error());
     return false;
 }
 
 namespace {
 
-// y = A x row by row; every row's sum runs in the order of its entries whatever the threads.
+// y = A x row by row, columns n apart, 0 below the last row of A; every row's sum runs in the order of its entries whatever the threads.
 void multiply_columns(std::span<const std::int64_t> start, std::span<const std::int32_t> columns, std::span<const double> values,
-                      std::span<const double> x, std::span<double> y, std::int32_t k, int threads) {
-    const auto n = static_cast<std::int64_t>(start.size()) - 1;
-#pragma omp parallel for schedule(static) num_threads(threads) if (n * k > 10000)
-    for (std::int64_t r = 0; r < n; ++r)
+                      std::span<const double> x, std::span<double> y, std::int64_t n, std::int32_t k, int threads) {
+    const auto rows = static_cast<std::int64_t>(start.size()) - 1;
+    for (std::int32_t c = 0; c < k; ++c) std::fill(y.begin() + c * n + rows, y.begin() + (c + 1) * n, 0.0);
+#pragma omp parallel for schedule(static) num_threads(threads) if (rows * k > 10000)
+    for (std::int64_t r = 0; r < rows; ++r)
         for (std::int32_t c = 0; c < k; c += 4) {
             const std::int32_t some = std::min(4, k - c);
             double sum[4] = {};
@@ -142,11 +160,13 @@ void multiply_columns(std::span<const std::int64_t> start, std::span<const std::
 }  // namespace
 
 void EigenProblem::multiply_m(std::span<const double> x, std::span<double> y, std::int32_t k) const {
-    multiply_columns(mass_.row_start, mass_.col_index, mass_.value, x, y, k, threads_);
+    multiply_columns(mass_.row_start, mass_.col_index, mass_.value, x, y, n(), k, threads_);
+    multiply_border(border_, border_.M_fr, border_.M_rr, x, y, k);
 }
 
 void EigenProblem::multiply_k(std::span<const double> x, std::span<double> y, std::int32_t k) const {
-    multiply_columns(km_.row_start, km_.col_index, km_.K_value, x, y, k, threads_);
+    multiply_columns(km_.row_start, km_.col_index, km_.K_value, x, y, n(), k, threads_);
+    multiply_border(border_, border_.K_fr, border_.K_rr, x, y, k);
 }
 
 SpectrumGap find_gap(std::span<const double> lambda, std::int32_t n_mode, std::int32_t usable, double rounding, bool all_of_them) {

@@ -45,13 +45,16 @@ struct CompactMatrix {
 
 class EigenProblem {
 public:
-    // `km`: the reduced K and M; borrowed. `plan`: profile, divisions and threads of the factors.
-    EigenProblem(const SparseKM& km, std::unique_ptr<SkylineFactor> factor, int threads, RunReport& report);
+    // `km`, `border`: the reduced K and M and the rigid bodies' part; borrowed. `factor`: profile, divisions and
+    // threads of the factors.
+    EigenProblem(const SparseKM& km, const Border& border, std::unique_ptr<BorderedFactor> factor, int threads, RunReport& report);
 
-    std::int32_t n() const { return km_.rows(); }
+    std::int32_t n() const { return km_.rows() + border_.nr; }
     int threads() const { return threads_; }
     double sigma() const { return sigma_; }
-    const SparseKM& km() const { return km_; }
+    // Diagonal entries of equation i.
+    double diagonal_k(std::int32_t i) const { return diagonal(i, km_.K_value, border_.K_rr); }
+    double diagonal_m(std::int32_t i) const { return diagonal(i, km_.M_value, border_.M_rr); }
     RunReport& report() { return report_; }
 
     // Factors K - σM with the lines "Shift K sparse" … "LU K_sparse complete"; say_frequency adds
@@ -80,15 +83,17 @@ public:
 
 private:
     bool factor_shifted(double sigma);
+    double diagonal(std::int32_t i, const std::vector<double>& values, const std::vector<double>& rr) const;
     bool pivots_sound() const;
 
     const SparseKM& km_;
-    std::unique_ptr<SkylineFactor> factor_;
+    const Border& border_;
+    std::unique_ptr<BorderedFactor> factor_;
     int threads_;
     RunReport& report_;
     double sigma_ = 0;
     double rounding_ = 0;
-    std::vector<double> shifted_;
+    std::vector<double> shifted_, shifted_fr_, shifted_rr_;
     CompactMatrix mass_;
 };
 

@@ -33,6 +33,10 @@ bool refuse(RunReport& report, std::string line) {
 // Materials and settings that explicit stepping cannot do without.
 bool check_input(const ModelStore& store, RunReport& report) {
     if (!check_analysable(store, report)) return false;
+    if (!store.rigid_elements.empty()) {
+        report.fail(RunStatus::bad_input, "the model has rigid elements: the explicit analysis does not consider them yet");
+        return false;
+    }
     for (std::int32_t p : store.mesh.p_ele_part_id) {
         const Part& part = store.parts[static_cast<std::size_t>(p)];
         const Material& m = store.materials[static_cast<std::size_t>(part.material_id)];

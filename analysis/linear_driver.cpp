@@ -27,19 +27,39 @@ void report_loads(const ModelStore& store, const LinearSystem& system, const Loa
     report_unused_records(store, system.numbering, load, report);
     for (std::size_t k = 0; k < system.numbering.free_dofs.size(); ++k)
         report.applied[static_cast<std::size_t>(system.numbering.free_dofs[k] % 3)] += load.F[k];
+    for (std::size_t b = 0; b < system.rigid.bodies.size(); ++b) {
+        const Vec6 force = rigid_force_resultant(system.rigid, static_cast<std::int32_t>(b), {}, store.rigid_forces, store.mesh);
+        for (std::size_t c = 0; c < 3; ++c) report.applied[c] += force[c];
+    }
+}
+
+// Says which node, or which rigid element, nothing holds.
+void report_free_motion(const ModelStore& store, const LinearSystem& system, const BorderedFactor& factor, RunReport& report) {
+    const std::int32_t loose = factor.free() ? find_free_motion(system.km, system.km.K_value, *factor.free()) : -1;
+    if (loose >= 0) {
+        const std::int32_t dof = system.numbering.free_dofs[static_cast<std::size_t>(loose)];
+        const auto x = place_of_node(store.mesh, static_cast<std::size_t>(dof / 3));
+        report.fail(RunStatus::failed, console::format("the body is free: the supports do not hold node %d at (%.6g, %.6g, %.6g) in %c",
+                                                       dof / 3 + 1, x[0], x[1], x[2], "xyz"[dof % 3]));
+    } else if (factor.has_free_motion(system.border.K_rr)) {
+        std::string names;
+        for (const RigidElement& element : store.rigid_elements) names += (names.empty() ? "" : ", ") + element.name;
+        report.fail(RunStatus::failed, "the body is free: a motion of the rigid elements (" + names + ") meets no resistance");
+    }
 }
 
 bool solve(const ModelStore& store, const Settings& settings, const LinearSystem& system, std::vector<double>& u, RunReport& report) {
-    const auto factor = plan_factor(system.km, store.diag_num, settings, report);
-    if (!factor || !run_factorization(system.km, system.km.K_value, *factor, report)) return false;
+    const auto factor = plan_bordered(store, settings, system, report);
+    if (!factor || !factor->factor(system.km, system.km.K_value, system.border.K_fr, system.border.K_rr, report)) return false;
     report.clock.begin("solve");
     const std::vector<double> F = u;
-    if (!factor->solve_ldl(u)) {
+    if (!factor->solve(u)) {
         report.fail(RunStatus::failed, "the solution cannot go on: " + factor->error());
         return false;
     }
     std::vector<double> Ku(u.size());
-    multiply(system.km, system.km.K_value, u, Ku);
+    multiply(system.km, system.km.K_value, std::span(u).first(system.numbering.free_dofs.size()), Ku);
+    multiply_border(system.border, system.border.K_fr, system.border.K_rr, u, Ku, 1);
     for (std::size_t k = 0; k < Ku.size(); ++k) Ku[k] -= F[k];
     const double load = norm(F);
     report.residual = load > 0 ? norm(Ku) / load : norm(Ku);
@@ -48,23 +68,37 @@ bool solve(const ModelStore& store, const Settings& settings, const LinearSystem
         report.fail(RunStatus::failed, "the displacements are not finite numbers");
         return false;
     }
-    const std::int32_t loose = find_free_motion(system.km, system.km.K_value, *factor);
-    if (loose >= 0) {
-        const std::int32_t dof = system.numbering.free_dofs[static_cast<std::size_t>(loose)];
-        const auto x = place_of_node(store.mesh, static_cast<std::size_t>(dof / 3));
-        report.fail(RunStatus::failed, console::format("the body is free: the supports do not hold node %d at (%.6g, %.6g, %.6g) in %c",
-                                                       dof / 3 + 1, x[0], x[1], x[2], "xyz"[dof % 3]));
-    }
+    report_free_motion(store, system, *factor, report);
     return true;
 }
 
 void store_displacements(ModelStore& store, const LinearSystem& system, std::span<const double> u) {
     store.results.resize(static_columns, store.mesh.dof_num);
-    for (std::size_t k = 0; k < u.size(); ++k) store.results.mode_vec[static_cast<std::size_t>(system.numbering.free_dofs[k])] = u[k];
+    expand_solution(store.mesh, system.numbering, system.rigid, u, std::span(store.results.mode_vec).first(static_cast<std::size_t>(store.mesh.dof_num)));
     store.fn_free = store.mesh.dof_num;
 }
 
-void recover(ModelStore& store, const Settings& settings, const LinearSystem& system, RunReport& report) {
+// What the supports carry: internal forces at the fixed nodes; a rigid body that a support holds hands on all that acts on it.
+void report_reactions(const ModelStore& store, const LinearSystem& system, const PointResults& points, std::span<const double> q,
+                      std::span<const double> nodal, RunReport& report) {
+    const Mesh& mesh = store.mesh;
+    std::vector<char> wanted(static_cast<std::size_t>(mesh.node_num()), 0);
+    for (std::int32_t n : system.numbering.fixed_nodes) wanted[static_cast<std::size_t>(n)] = 1;
+    for (const RigidBody& body : system.rigid.bodies)
+        for (std::int32_t n : body.members) wanted[static_cast<std::size_t>(n)] = !body.fixed.empty();
+    const std::vector<double> force = internal_forces(mesh, points, wanted);
+    for (std::size_t k = 0; k < force.size(); ++k) report.reaction[k % 3] += force[k];
+    for (std::size_t b = 0; b < system.rigid.bodies.size(); ++b) {
+        const RigidBody& body = system.rigid.bodies[b];
+        if (body.fixed.empty()) continue;
+        const Vec6 loads = resultant(body, {}, mesh, nodal), own = rigid_force_resultant(system.rigid, static_cast<std::int32_t>(b), {}, store.rigid_forces, mesh);
+        const Vec6 springs = spring_resistance(store.rigid_combines, system.rigid, static_cast<std::int32_t>(b), q);
+        for (std::size_t c = 0; c < 3; ++c) report.reaction[c] += springs[c] - loads[c] - own[c];
+    }
+}
+
+void recover(ModelStore& store, const Settings& settings, const LinearSystem& system, std::span<const double> q,
+             std::span<const double> nodal, RunReport& report) {
     console::print("Strain Analysis\n");
     const Mesh& mesh = store.mesh;
     const auto dofs = static_cast<std::size_t>(mesh.dof_num);
@@ -73,12 +107,7 @@ void recover(ModelStore& store, const Settings& settings, const LinearSystem& sy
     point_stresses(mesh, store.parts, system.elasticity, u, settings.threads(), points);
     mean_stress_strain(mesh, system.node_elements, points, {}, settings.threads(),
                        std::span(store.results.node_stress).first(stress_groups * dofs));
-
-    std::vector<char> fixed(static_cast<std::size_t>(mesh.node_num()), 0);
-    for (std::int32_t n : system.numbering.fixed_nodes) fixed[static_cast<std::size_t>(n)] = 1;
-    const std::vector<double> reaction = internal_forces(mesh, points, fixed);
-    for (std::size_t k = 0; k < reaction.size(); ++k) report.reaction[k % 3] += reaction[k];
-
+    report_reactions(store, system, points, q, nodal, report);
     report_largest(store, 0, report);
 }
 
@@ -89,12 +118,21 @@ bool analyse(ModelStore& store, const Settings& settings, RunReport& report) {
     LoadVector load = build_loads(store.forces, store.mesh, system.numbering, system.km);
     console::print("Force Vector Complete\n");
     report_loads(store, system, load, report);
+    std::vector<double> nodal(static_cast<std::size_t>(store.mesh.dof_num), 0.0);
+    for (std::size_t k = 0; k < load.F.size(); ++k) nodal[static_cast<std::size_t>(system.numbering.free_dofs[k])] = load.F[k];
+    const std::vector<std::int32_t> free_dofs = system.numbering.free_dofs;
+    transform_rigid(store, system, false);
+    std::vector<double> q = reduce_loads(store, system.rigid, {}, system.numbering, free_dofs, load.F);
+    if (system.equations() == 0) {
+        report.fail(RunStatus::failed, "the rigid elements and supports leave no motion: nothing to solve");
+        return false;
+    }
     console::print("Static Analysis Start\n");
-    if (!solve(store, settings, system, load.F, report)) return false;
+    if (!solve(store, settings, system, q, report)) return false;
     report.clock.begin("recover");
-    store_displacements(store, system, load.F);
+    store_displacements(store, system, q);
     system.km = {};
-    recover(store, settings, system, report);
+    recover(store, settings, system, std::span<const double>(q).subspan(system.numbering.free_dofs.size()), nodal, report);
     return true;
 }
 

@@ -17,8 +17,6 @@ bool check_analysable(const ModelStore& store, RunReport& report) {
         return false;
     };
     if (store.mesh.element_num() < 1) return refuse("the model has no solid elements: nothing to analyse");
-    if (!store.rigid_elements.empty() || !store.rigid_forces.empty() || !store.rigid_combines.empty())
-        return refuse("the model has rigid elements, forces or combines: analyses do not consider them yet");
     std::vector<char> used(store.parts.size(), 0);
     for (std::int32_t part : store.mesh.p_ele_part_id) used[static_cast<std::size_t>(part)] = 1;
     for (std::size_t k = 0; k < store.parts.size(); ++k) {
@@ -27,6 +25,11 @@ bool check_analysable(const ModelStore& store, RunReport& report) {
         if (part.material_id < 0 || static_cast<std::size_t>(part.material_id) >= store.materials.size())
             return refuse(console::format("part %s: material '%s' is not in the material table", part.name.c_str(), part.material_name.c_str()));
     }
+    for (const RigidForce& force : store.rigid_forces)
+        if (!std::isfinite(force.value)) return refuse("rigid force " + force.name + ": the value is not a finite number");
+    for (const RigidCombine& combine : store.rigid_combines)
+        for (double k : combine.stiffness)
+            if (!(k >= 0) || !std::isfinite(k)) return refuse(console::format("rigid combine %s: stiffness %g: not a finite number of at least 0", combine.name.c_str(), k));
     for (const AppliedForce& force : store.forces)
         if (!std::isfinite(force.value)) return refuse("force " + force.name + ": the value is not a finite number");
     return true;
@@ -94,7 +97,9 @@ bool assemble(const ModelStore& store, const Settings& settings, LinearSystem& s
         ElementPoints points;
         if (!evaluate_points(type, mesh, e, points)) return false;
         const Part& part = store.parts[static_cast<std::size_t>(mesh.p_ele_part_id[static_cast<std::size_t>(e)])];
-        element_stiffness(type, points, moduli(system.elasticity, part.material_id), ke);
+        const std::int32_t* nodes = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+        if (system.rigid.common_body(nodes, type.nodes) >= 0) std::fill(ke, ke + 9 * type.nodes * type.nodes, 0.0);  // it cannot be strained
+        else element_stiffness(type, points, moduli(system.elasticity, part.material_id), ke);
         type.mass(points.x.data(), me);
         const double density = store.materials[static_cast<std::size_t>(part.material_id)].density;
         for (int k = 0; k < type.nodes * type.nodes; ++k) me[k] *= density;
@@ -134,7 +139,8 @@ bool number_freedoms(ModelStore& store, NodeElements& node_elements, DofNumberin
         console::notice("%s", line.c_str());
         report.remarks.notices.push_back(line);
     }
-    store.fn_free = report.free_dofs = true_free;
+    store.fn_free = true_free;
+    report.free_dofs = true_free;
     if (true_free == 0) report.fail(RunStatus::failed, "every degree of freedom is fixed: nothing to solve");
     return true_free > 0;
 }
@@ -170,12 +176,94 @@ void report_largest(const ModelStore& store, std::int32_t frame, RunReport& repo
 bool build_linear_system(ModelStore& store, const Settings& settings, LinearSystem& system, RunReport& report) {
     report.clock.begin("assemble");
     if (!number_freedoms(store, system.node_elements, system.numbering, report)) return false;
+    if (!find_rigid_bodies(store, system.node_elements, system.numbering, system.rigid, report)) return false;
     system.elasticity = build_elasticity(store.materials);
     if (!assemble(store, settings, system, report)) return false;
     print_sizes(store, system.km, report);
     if (!store.boundary_conditions.empty() || system.numbering.hanging_nodes > 0) eliminate_fixed(system.numbering.dof_map, system.km);
     console::print("K,M sparse complete\n");
     return true;
+}
+
+bool find_rigid_bodies(const ModelStore& store, const NodeElements& node_elements, const DofNumbering& numbering, RigidSystem& rigid,
+                       RunReport& report) {
+    rigid = build_rigid_system(store.rigid_elements, store.mesh, node_elements, numbering.fixed_nodes);
+    for (const std::string& line : rigid.notices) {
+        console::notice("%s", line.c_str());
+        report.remarks.notices.push_back(line);
+    }
+    if (!rigid.error.empty()) {
+        report.fail(RunStatus::bad_input, rigid.error);
+        return false;
+    }
+    const auto bodies = static_cast<std::int32_t>(rigid.bodies.size());
+    const auto known = [&](std::int32_t element) { return element >= 0 && element < bodies; };
+    for (const RigidForce& force : store.rigid_forces) {
+        if (!known(force.element)) {
+            report.fail(RunStatus::bad_input, "rigid force " + force.name + ": no rigid element '" + force.element_name + "'");
+            return false;
+        }
+        const Vec6 f = rigid_force_resultant(rigid, force.element, {}, std::span(&force, 1), store.mesh);
+        if (force.direction == RigidDirection::normal && force.value != 0 && f[0] == 0 && f[1] == 0 && f[2] == 0) {
+            report.fail(RunStatus::bad_input, "rigid force " + force.name + ": the members of '" + force.element_name + "' have no mean outward normal");
+            return false;
+        }
+    }
+    for (const RigidCombine& combine : store.rigid_combines)
+        for (std::size_t side = 0; side < 2; ++side)
+            if (!known(combine.element[side]) || combine.element[0] == combine.element[1]) {
+                report.fail(RunStatus::bad_input, "rigid combine " + combine.name + ": it wants two different rigid elements, not '" + combine.element_name[0] +
+                                                      "' and '" + combine.element_name[1] + "'");
+                return false;
+            }
+    return true;
+}
+
+void transform_rigid(ModelStore& store, LinearSystem& system, bool with_mass) {
+    if (system.rigid.empty()) return;
+    const auto free_before = static_cast<std::int32_t>(system.numbering.free_dofs.size());
+    rigid_transform(system.rigid, {}, store.mesh, with_mass, system.km, system.numbering, system.border);
+    const std::vector<RigidState> rest(system.rigid.bodies.size());
+    add_combine_stiffness(store.rigid_combines, system.rigid, rest, system.border.K_rr);
+    store.fn_free = system.equations();
+    console::print("   fn=%d, fn_r=%d, fn_fix=%d, fn_free=%d\n", 3 * store.mesh.node_num(), system.border.nr, 3 * store.mesh.node_num() - free_before,
+                   system.equations());
+    console::print("Rigid node\n");
+    for (const RigidBody& body : system.rigid.bodies)
+        for (std::int32_t n : body.members) console::print("  %d", n + 1);
+    console::print("\n");
+}
+
+std::vector<double> reduce_loads(const ModelStore& store, const RigidSystem& rigid, std::span<const RigidState> states,
+                                 const DofNumbering& numbering, std::span<const std::int32_t> free_dofs, std::span<const double> F) {
+    std::vector<double> nodal(3 * static_cast<std::size_t>(store.mesh.node_num()), 0.0);
+    for (std::size_t k = 0; k < F.size(); ++k) nodal[static_cast<std::size_t>(free_dofs[k])] = F[k];
+    const std::size_t nf = numbering.free_dofs.size();
+    std::vector<double> out(nf + static_cast<std::size_t>(rigid.equations), 0.0);
+    for (std::size_t k = 0; k < nf; ++k) out[k] = nodal[static_cast<std::size_t>(numbering.free_dofs[k])];
+    for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
+        const RigidBody& body = rigid.bodies[b];
+        const RigidState state = states.empty() ? RigidState{} : states[b];
+        double* at = out.data() + nf + static_cast<std::size_t>(body.first);
+        project(body, state, resultant(body, state, store.mesh, nodal), 1, at);
+        project(body, state, rigid_force_resultant(rigid, static_cast<std::int32_t>(b), state, store.rigid_forces, store.mesh), 1, at);
+    }
+    return out;
+}
+
+void expand_solution(const Mesh& mesh, const DofNumbering& numbering, const RigidSystem& rigid, std::span<const double> q, std::span<double> u) {
+    const std::size_t nf = numbering.free_dofs.size();
+    for (std::size_t k = 0; k < nf; ++k) u[static_cast<std::size_t>(numbering.free_dofs[k])] = q[k];
+    expand_members(rigid, mesh, q.subspan(nf), u);
+}
+
+std::unique_ptr<BorderedFactor> plan_bordered(const ModelStore& store, const Settings& settings, const LinearSystem& system, RunReport& report) {
+    std::unique_ptr<SkylineFactor> free;
+    if (system.km.rows() > 0) {
+        free = plan_factor(system.km, store.diag_num, settings, report);
+        if (!free) return nullptr;
+    }
+    return std::make_unique<BorderedFactor>(std::move(free), system.km.rows(), system.border.nr);
 }
 
 std::unique_ptr<SkylineFactor> plan_factor(const SparseKM& km, std::int32_t diag_num, const Settings& settings, RunReport& report) {

@@ -4,6 +4,7 @@
 #include <functional>
 #include <vector>
 
+#include "analysis/bordered.h"
 #include "analysis/run_report.h"
 #include "elements/constraints.h"
 #include "elements/elasticity.h"
@@ -19,10 +20,14 @@ struct LinearSystem {
     NodeElements node_elements;
     DofNumbering numbering;
     Elasticity elasticity;
-    SparseKM km;  // reduced to the free degrees of freedom
+    SparseKM km;           // reduced to the free degrees of freedom; the members' taken out by transform_rigid()
+    RigidSystem rigid;
+    Border border;         // of the rigid bodies
+
+    std::int32_t equations() const { return km.rows() + border.nr; }
 };
 
-// Says what keeps the store from being analysed: no elements, unknown materials, rigid records.
+// Says what keeps the store from being analysed: no elements, unknown materials, loads that are no numbers.
 // False with report.status bad_input.
 bool check_analysable(const ModelStore& store, RunReport& report);
 
@@ -44,6 +49,26 @@ void report_unused_records(const ModelStore& store, const DofNumbering& numberin
 
 // Largest displacement and Mises stress of frame `frame` (from 0) of the store's results.
 void report_largest(const ModelStore& store, std::int32_t frame, RunReport& report);
+
+// Members and motions of the rigid elements; false with report.status bad_input when the records contradict the
+// mesh, each other, or name no element.
+bool find_rigid_bodies(const ModelStore& store, const NodeElements& node_elements, const DofNumbering& numbering, RigidSystem& rigid,
+                       RunReport& report);
+
+// Takes the members out of the system (rigid_transform), adds the combines' springs and prints the counts and the
+// members. Nothing without bodies.
+void transform_rigid(ModelStore& store, LinearSystem& system, bool with_mass);
+
+// Forces on the equations after the transformation: F, one per degree of freedom free_dofs before it, and the rigid
+// forces at the states (empty: at rest).
+std::vector<double> reduce_loads(const ModelStore& store, const RigidSystem& rigid, std::span<const RigidState> states,
+                                 const DofNumbering& numbering, std::span<const std::int32_t> free_dofs, std::span<const double> F);
+
+// Displacements of all nodes (3 per node) from the equations' values, for small motions.
+void expand_solution(const Mesh& mesh, const DofNumbering& numbering, const RigidSystem& rigid, std::span<const double> q, std::span<double> u);
+
+// The factor of the system with its border; null as plan_factor().
+std::unique_ptr<BorderedFactor> plan_bordered(const ModelStore& store, const Settings& settings, const LinearSystem& system, RunReport& report);
 
 // Supports, elasticity, pattern, assembly and elimination, with the progress lines. False with
 // report.status set when an element cannot be computed or nothing is free.

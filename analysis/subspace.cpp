@@ -163,21 +163,19 @@ private:
 
     // The diagonal of M, unit vectors where k/m is smallest, and random vectors.
     void start() {
-        const SparseKM& km = problem_.km();
         std::vector<std::int32_t> by_ratio(static_cast<std::size_t>(n_));
         std::iota(by_ratio.begin(), by_ratio.end(), 0);
-        auto diagonal = [&](const std::vector<double>& v, std::int32_t i) { return v[static_cast<std::size_t>(km.diag_pos[static_cast<std::size_t>(i)])]; };
         const auto units = static_cast<std::ptrdiff_t>(p_ / 3);
         std::partial_sort(by_ratio.begin(), by_ratio.begin() + units, by_ratio.end(), [&](std::int32_t a, std::int32_t b) {
-            const double x = diagonal(km.K_value, a) * diagonal(km.M_value, b), y = diagonal(km.K_value, b) * diagonal(km.M_value, a);
+            const double x = problem_.diagonal_k(a) * problem_.diagonal_m(b), y = problem_.diagonal_k(b) * problem_.diagonal_m(a);
             return x != y ? x < y : a < b;
         });
         for (std::int32_t c = 0; c < p_; ++c)
             for (std::int32_t i = 0; i < n_; ++i) {
                 double& b = B_[static_cast<std::size_t>(c) * static_cast<std::size_t>(n_) + static_cast<std::size_t>(i)];
-                if (c == 0) b = diagonal(km.M_value, i);
-                else if (c <= units) b = by_ratio[static_cast<std::size_t>(c - 1)] == i ? diagonal(km.M_value, i) : 0.0;
-                else b = diagonal(km.M_value, i) * random_.next();
+                if (c == 0) b = problem_.diagonal_m(i);
+                else if (c <= units) b = by_ratio[static_cast<std::size_t>(c - 1)] == i ? problem_.diagonal_m(i) : 0.0;
+                else b = problem_.diagonal_m(i) * random_.next();
             }
     }
 

@@ -173,8 +173,8 @@ std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, con
     return -1;
 }
 
-void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km) {
-    console::print(" Eliminate fix index\n");
+void keep_rows(std::span<const std::int32_t> dof_map, SparseKM& km) {
+    const bool with_mass = !km.M_value.empty();
     const auto rows = static_cast<std::size_t>(km.rows());
     std::size_t kept = 0;
     std::int64_t entry = 0;
@@ -190,7 +190,7 @@ void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km) {
             const auto to = static_cast<std::size_t>(entry++);
             km.col_index[to] = column;
             km.K_value[to] = km.K_value[from];
-            km.M_value[to] = km.M_value[from];
+            if (with_mass) km.M_value[to] = km.M_value[from];
         }
         km.row_count[kept] = static_cast<std::int32_t>(entry - row_first);
         km.row_start[kept] = row_first;
@@ -201,8 +201,13 @@ void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km) {
     km.row_start[kept] = entry;
     km.col_index.resize(static_cast<std::size_t>(entry));
     km.K_value.resize(static_cast<std::size_t>(entry));
-    km.M_value.resize(static_cast<std::size_t>(entry));
+    if (with_mass) km.M_value.resize(static_cast<std::size_t>(entry));
     find_diagonals(km);
+}
+
+void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km) {
+    console::print(" Eliminate fix index\n");
+    keep_rows(dof_map, km);
     console::print(" Eliminate fix index Complete\n");
 }
 

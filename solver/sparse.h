@@ -57,7 +57,9 @@ using ElementMatrices = std::function<bool(std::int32_t element, double* ke, dou
 std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, const ElementMatrices& matrices,
                          int threads, SparseKM& km, const char* counter = "    k=");
 
-// Keeps the rows and columns with dof_map >= 0 under their new numbers.
+// Keeps the rows and columns with map >= 0 under their new numbers; an empty M_value stays empty.
+void keep_rows(std::span<const std::int32_t> map, SparseKM& km);
+// The same with the progress lines.
 void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km);
 
 // Lower profile size of the pattern: the sum over rows of (row - first column + 1).
