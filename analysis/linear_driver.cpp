@@ -78,23 +78,22 @@ void store_displacements(ModelStore& store, const LinearSystem& system, std::spa
     store.fn_free = store.mesh.dof_num;
 }
 
-// What the supports carry: internal forces at the fixed nodes; a rigid body that a support holds hands on all that acts on it.
 void report_reactions(const ModelStore& store, const LinearSystem& system, const PointResults& points, std::span<const double> q,
                       std::span<const double> nodal, RunReport& report) {
     const Mesh& mesh = store.mesh;
+    const RigidSystem& rigid = system.rigid;
     std::vector<char> wanted(static_cast<std::size_t>(mesh.node_num()), 0);
     for (std::int32_t n : system.numbering.fixed_nodes) wanted[static_cast<std::size_t>(n)] = 1;
-    for (const RigidBody& body : system.rigid.bodies)
-        for (std::int32_t n : body.members) wanted[static_cast<std::size_t>(n)] = !body.fixed.empty();
-    const std::vector<double> force = internal_forces(mesh, points, wanted);
-    for (std::size_t k = 0; k < force.size(); ++k) report.reaction[k % 3] += force[k];
-    for (std::size_t b = 0; b < system.rigid.bodies.size(); ++b) {
-        const RigidBody& body = system.rigid.bodies[b];
-        if (body.fixed.empty()) continue;
-        const Vec6 loads = resultant(body, {}, mesh, nodal), own = rigid_force_resultant(system.rigid, static_cast<std::int32_t>(b), {}, store.rigid_forces, mesh);
-        const Vec6 springs = spring_resistance(store.rigid_combines, system.rigid, static_cast<std::int32_t>(b), q);
-        for (std::size_t c = 0; c < 3; ++c) report.reaction[c] += springs[c] - loads[c] - own[c];
+    std::vector<Vec6> springs, loads;
+    for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
+        const auto number = static_cast<std::int32_t>(b);
+        for (std::int32_t n : rigid.bodies[b].members) wanted[static_cast<std::size_t>(n)] = !rigid.bodies[b].fixed.empty();
+        springs.push_back(spring_resistance(store.rigid_combines, rigid, number, q));
+        loads.push_back(resultant(rigid.bodies[b], {}, mesh, nodal));
+        const Vec6 own = rigid_force_resultant(rigid, number, {}, store.rigid_forces, mesh);
+        for (std::size_t c = 0; c < 6; ++c) loads[b][c] += own[c];
     }
+    report.reaction = sum_reactions(system.numbering, rigid, internal_forces(mesh, points, wanted), springs, loads);
 }
 
 void recover(ModelStore& store, const Settings& settings, const LinearSystem& system, std::span<const double> q,
@@ -122,7 +121,7 @@ bool analyse(ModelStore& store, const Settings& settings, RunReport& report) {
     for (std::size_t k = 0; k < load.F.size(); ++k) nodal[static_cast<std::size_t>(system.numbering.free_dofs[k])] = load.F[k];
     const std::vector<std::int32_t> free_dofs = system.numbering.free_dofs;
     transform_rigid(store, system, false);
-    std::vector<double> q = reduce_loads(store, system.rigid, {}, system.numbering, free_dofs, load.F);
+    std::vector<double> q = reduce_loads(store.mesh, store.rigid_forces, system.rigid, {}, system.numbering, free_dofs, load.F);
     if (system.equations() == 0) {
         report.fail(RunStatus::failed, "the rigid elements and supports leave no motion: nothing to solve");
         return false;

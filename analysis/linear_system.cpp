@@ -234,9 +234,28 @@ void transform_rigid(ModelStore& store, LinearSystem& system, bool with_mass) {
     console::print("\n");
 }
 
-std::vector<double> reduce_loads(const ModelStore& store, const RigidSystem& rigid, std::span<const RigidState> states,
+std::array<double, 3> sum_reactions(const DofNumbering& numbering, const RigidSystem& rigid, std::span<const double> internal,
+                                    std::span<const Vec6> springs, std::span<const Vec6> loads) {
+    std::array<double, 3> sum{};
+    std::vector<char> counted(internal.size() / 3, 0);
+    const auto count_node = [&](std::int32_t n) {
+        const auto k = static_cast<std::size_t>(n);
+        for (std::size_t c = 0; c < 3 && !counted[k]; ++c) sum[c] += internal[3 * k + c];
+        counted[k] = 1;
+    };
+    for (std::int32_t n : numbering.fixed_nodes) count_node(n);
+    for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
+        const RigidBody& body = rigid.bodies[b];
+        if (body.fixed.empty()) continue;
+        for (std::int32_t n : body.members) count_node(n);
+        for (std::size_t c = 0; c < 3; ++c) sum[c] += springs[b][c] - loads[b][c];
+    }
+    return sum;
+}
+
+std::vector<double> reduce_loads(const Mesh& mesh, std::span<const RigidForce> forces, const RigidSystem& rigid, std::span<const RigidState> states,
                                  const DofNumbering& numbering, std::span<const std::int32_t> free_dofs, std::span<const double> F) {
-    std::vector<double> nodal(3 * static_cast<std::size_t>(store.mesh.node_num()), 0.0);
+    std::vector<double> nodal(3 * static_cast<std::size_t>(mesh.node_num()), 0.0);
     for (std::size_t k = 0; k < F.size(); ++k) nodal[static_cast<std::size_t>(free_dofs[k])] = F[k];
     const std::size_t nf = numbering.free_dofs.size();
     std::vector<double> out(nf + static_cast<std::size_t>(rigid.equations), 0.0);
@@ -245,8 +264,8 @@ std::vector<double> reduce_loads(const ModelStore& store, const RigidSystem& rig
         const RigidBody& body = rigid.bodies[b];
         const RigidState state = states.empty() ? RigidState{} : states[b];
         double* at = out.data() + nf + static_cast<std::size_t>(body.first);
-        project(body, state, resultant(body, state, store.mesh, nodal), 1, at);
-        project(body, state, rigid_force_resultant(rigid, static_cast<std::int32_t>(b), state, store.rigid_forces, store.mesh), 1, at);
+        project(body, state, resultant(body, state, mesh, nodal), 1, at);
+        project(body, state, rigid_force_resultant(rigid, static_cast<std::int32_t>(b), state, forces, mesh), 1, at);
     }
     return out;
 }

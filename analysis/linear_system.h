@@ -61,8 +61,13 @@ void transform_rigid(ModelStore& store, LinearSystem& system, bool with_mass);
 
 // Forces on the equations after the transformation: F, one per degree of freedom free_dofs before it, and the rigid
 // forces at the states (empty: at rest).
-std::vector<double> reduce_loads(const ModelStore& store, const RigidSystem& rigid, std::span<const RigidState> states,
+std::vector<double> reduce_loads(const Mesh& mesh, std::span<const RigidForce> forces, const RigidSystem& rigid, std::span<const RigidState> states,
                                  const DofNumbering& numbering, std::span<const std::int32_t> free_dofs, std::span<const double> F);
+
+// What the supports carry: internal forces (3 per node) at the fixed nodes; a rigid body that a support holds hands on
+// what acts on it: its members' internal forces and the springs' resistance (per body) less its loads.
+std::array<double, 3> sum_reactions(const DofNumbering& numbering, const RigidSystem& rigid, std::span<const double> internal,
+                                    std::span<const Vec6> springs, std::span<const Vec6> loads);
 
 // Displacements of all nodes (3 per node) from the equations' values, for small motions.
 void expand_solution(const Mesh& mesh, const DofNumbering& numbering, const RigidSystem& rigid, std::span<const double> q, std::span<double> u);

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "analysis/bordered.h"
 #include "analysis/run_report.h"
 #include "elements/constraints.h"
 #include "elements/finite_elements.h"
@@ -26,20 +27,27 @@ struct NewtonOptions {
     std::int32_t diag_num = 0;  // band measure of the numbering
 };
 
+// The rigid bodies of the run, with their records; borrowed.
+struct NewtonBodies {
+    const RigidSystem& system;
+    std::span<const RigidForce> forces;
+    std::span<const RigidCombine> combines;
+};
+
 // The iteration of one body. Prints the progress lines.
 class NewtonSolver {
 public:
-    // Borrows all; the body is at rest. load: F at load factor 1. print_load: called where an iteration
-    // tells its forces (may be empty).
+    // Borrows all; the body is at rest. load: nodal forces at load factor 1, one per free degree of freedom of
+    // `numbering`, members of rigid bodies included. bodies: null without any.
     NewtonSolver(FiniteBody& body, const NodeElements& node_elements, const DofNumbering& numbering, std::span<const double> load,
-                 const NewtonOptions& options, const Settings& settings);
+                 const NewtonOptions& options, const Settings& settings, const NewtonBodies* bodies = nullptr);
 
     // The pattern and its reduction to the equations, and K at rest. False with the error told in
     // report: a flat element, nothing free, the disk budget.
     bool prepare(RunReport& report);
 
-    // K at rest, reduced: its diagonal weighs the shares of area forces.
-    const SparseKM& stiffness() const { return reduced_; }
+    // K at rest without the supported degrees of freedom: its diagonal weighs the shares of area forces.
+    const SparseKM& stiffness() const { return constrained_; }
     void set_load(std::vector<double> load) { load_ = std::move(load); }
 
     // Increment `number` (from 1) up to `factor` times the load. Starts once more with a line search where the
@@ -47,8 +55,11 @@ public:
     // at its last iterate; on `diverged` and `failed` it is where the increment began.
     IncrementReport advance(std::int32_t number, double factor);
 
-    std::span<const double> internal() const { return Q_; }  // one per equation
-    const SkylineFactor& factor() const { return *factor_; }
+    // One per equation: those of nodes on no rigid body, then the bodies'.
+    std::span<const double> internal() const { return Q_; }
+    std::span<const RigidState> states() const { return states_; }
+    // Work of the loads between two placements, by the trapezoidal rule (J).
+    double work(const std::vector<double>& u_before, std::span<const RigidState> states_before, double factor_before, double factor) const;
     std::vector<double> seconds{0, 0, 0, 0, 0};  // assemble, factor, solve, stresses, gather; all iterations
     NewtonOutcome outcome = NewtonOutcome::converged;  // of the last increment
     std::string error;                           // why the last increment ended as `failed` or `diverged`
@@ -57,12 +68,20 @@ private:
     NewtonOutcome attempt(bool search, IncrementReport& report);
     bool assemble();
     bool factor_and_solve(std::vector<double>& du, IncrementReport& report);
-    bool place(const std::vector<double>& u0, const std::vector<double>& du, double s);
+    struct Placement {
+        std::vector<double> u;
+        std::vector<RigidState> states;
+    };
+    Placement placement() const { return {body_.u, states_}; }
+    bool place(const Placement& from, std::span<const double> du, double s);
+    void set_forces(double factor);
+    void add_load_stiffness(std::span<double> K_rr) const;
     double energy(const std::vector<double>& du) const;
-    bool search_along(const std::vector<double>& u0, const std::vector<double>& du);
+    bool search_along(const Placement& from, const std::vector<double>& du);
     bool evaluate();  // stresses and Q at body.u; false where an element is inverted
     double measure(IncrementReport& report);
     void print_head(int iteration) const;
+    void print_rigid_displacements() const;
 
     FiniteBody& body_;
     const NodeElements& node_elements_;
@@ -71,11 +90,19 @@ private:
     NewtonOptions options_;
     const Settings& settings_;
 
+    const NewtonBodies* bodies_;
     NodeNeighbours neighbours_;
-    SparseKM full_, reduced_;
-    std::vector<std::int64_t> kept_;  // per reduced entry: its place in full_
-    std::unique_ptr<SkylineFactor> factor_;
+    // K of all degrees of freedom, of those that no support holds, and of those on no rigid body either
+    SparseKM full_, constrained_, reduced_;
+    std::vector<std::int64_t> kept_, kept_free_;  // per entry of constrained_ and reduced_: its place in full_
+    DofNumbering free_;                           // numbering of reduced_
+    std::vector<std::int32_t> equation_;          // per row of constrained_: row of reduced_, -1 = member
+    Border border_;
+    std::vector<RigidState> states_;
+    std::unique_ptr<BorderedFactor> factor_;
     std::vector<double> F_, Q_;
+    std::vector<double> nodal_Q_;                 // 3 per node
+    double load_factor_ = 0;
     double largest_load_ = 0;  // |F| so far: E is told against it where F vanishes
     double gather_seconds_ = 0;
     std::int32_t number_ = 0;

@@ -23,6 +23,7 @@ struct NonlinearRun {
     const NonlinearOptions& options;
     NodeElements node_elements;
     DofNumbering numbering;
+    RigidSystem rigid;
     std::vector<std::int32_t> material;         // per element
     std::vector<J2Material<double>> materials;
     std::vector<double> factors;
@@ -96,17 +97,6 @@ void store_frame(NonlinearRun& run, const FiniteBody& body, IncrementReport& inc
     increment.plastic_share = plastic_share(body);
 }
 
-// Work of the loads over the increment, by the trapezoidal rule: ½ (F_before + F)·Δu.
-double work_of_increment(const std::vector<double>& load, const DofNumbering& numbering, const std::vector<double>& u_before,
-                         const std::vector<double>& u, double factor_before, double factor) {
-    double sum = 0;
-    for (std::size_t k = 0; k < load.size(); ++k) {
-        const auto dof = static_cast<std::size_t>(numbering.free_dofs[k]);
-        sum += 0.5 * (factor_before + factor) * load[k] * (u[dof] - u_before[dof]);
-    }
-    return sum;
-}
-
 void print_increment(const DofNumbering& numbering, const std::vector<double>& u_before, const std::vector<double>& u) {
     if (!console::lines_enabled()) return;
     for (std::size_t k = 0; k < numbering.free_dofs.size(); ++k) {
@@ -126,12 +116,13 @@ std::string describe(const IncrementReport& increment, std::size_t number, Newto
 }
 
 // All increments; the last frames that were not reached are cut off.
-void run_increments(NonlinearRun& run, FiniteBody& body, NewtonSolver& solver, const std::vector<double>& load, RunReport& report) {
+void run_increments(NonlinearRun& run, FiniteBody& body, NewtonSolver& solver, RunReport& report) {
     NonlinearReport& nonlinear = report.nonlinear;
     const bool go_on = run.settings.nl_static == 1;
     double factor_before = 0, work = 0;
     for (std::size_t k = 0; k < run.factors.size(); ++k) {
         const std::vector<double> u_before = body.u;
+        const std::vector<RigidState> states_before(solver.states().begin(), solver.states().end());
         IncrementReport increment = solver.advance(static_cast<std::int32_t>(k + 1), run.factors[k]);
         nonlinear.iterations += static_cast<std::int64_t>(increment.iterations);
         const NewtonOutcome outcome = solver.outcome;
@@ -146,7 +137,7 @@ void run_increments(NonlinearRun& run, FiniteBody& body, NewtonSolver& solver, c
             report.remarks.notices.push_back(console::format("the stiffness went from %lld to %lld negative pivots at load factor %.6g: a limit or bifurcation point was passed",
                                                              static_cast<long long>(before), static_cast<long long>(increment.negative_pivots), increment.factor));
         print_increment(run.numbering, u_before, body.u);
-        increment.work = work += work_of_increment(load, run.numbering, u_before, body.u, factor_before, increment.factor);
+        increment.work = work += solver.work(u_before, states_before, factor_before, increment.factor);
         factor_before = increment.factor;
         store_frame(run, body, increment);
         run.history.add(increment.factor, solver.internal(), body);
@@ -163,14 +154,27 @@ void run_increments(NonlinearRun& run, FiniteBody& body, NewtonSolver& solver, c
     for (std::size_t s = 0; s < nonlinear.seconds.size(); ++s) nonlinear.seconds[s] = solver.seconds[s];
 }
 
-void report_end(NonlinearRun& run, const FiniteBody& body, const std::vector<double>& load, RunReport& report) {
+void report_end(NonlinearRun& run, const FiniteBody& body, const NewtonSolver& solver, const std::vector<double>& load, RunReport& report) {
     if (report.nonlinear.increments.empty()) return;
     const IncrementReport& last = report.nonlinear.increments.back();
     for (std::size_t k = 0; k < load.size(); ++k)
         report.applied[static_cast<std::size_t>(run.numbering.free_dofs[k] % 3)] += last.factor * load[k];
-    const std::vector<double> force = internal_forces(body, run.node_elements);
-    for (std::size_t d = 0; d < force.size(); ++d)
-        if (run.numbering.dof_map[d] < 0) report.reaction[d % 3] += force[d];
+    std::vector<double> nodal(static_cast<std::size_t>(run.store.mesh.dof_num), 0.0);
+    for (std::size_t k = 0; k < load.size(); ++k) nodal[static_cast<std::size_t>(run.numbering.free_dofs[k])] = last.factor * load[k];
+    std::vector<Vec6> springs(run.rigid.bodies.size()), loads;
+    for (const RigidCombine& record : run.store.rigid_combines) {
+        std::array<Vec6, 2> force{};
+        combine_forces(record, run.rigid, solver.states(), force);
+        for (std::size_t side = 0; side < 2; ++side)
+            for (std::size_t c = 0; c < 6; ++c) springs[static_cast<std::size_t>(record.element[side])][c] += force[side][c];
+    }
+    for (std::size_t b = 0; b < run.rigid.bodies.size(); ++b) {
+        loads.push_back(resultant(run.rigid.bodies[b], solver.states()[b], run.store.mesh, nodal));
+        const Vec6 own = rigid_force_resultant(run.rigid, static_cast<std::int32_t>(b), solver.states()[b], run.store.rigid_forces, run.store.mesh);
+        for (std::size_t c = 0; c < 6; ++c) loads[b][c] += last.factor * own[c];
+        for (std::size_t c = 0; c < 3; ++c) report.applied[c] += last.factor * own[c];
+    }
+    report.reaction = sum_reactions(run.numbering, run.rigid, internal_forces(body, run.node_elements), springs, loads);
     report.residual = last.ratio;
     report.negative_pivots = last.negative_pivots;
     report_largest(run.store, static_cast<std::int32_t>(report.nonlinear.increments.size()) - 1, report);
@@ -189,13 +193,15 @@ bool analyse(NonlinearRun& run, RunReport& report) {
     renumber(store, report);
     report.clock.begin("assemble");
     if (!number_freedoms(store, run.node_elements, run.numbering, report)) return false;
+    if (!find_rigid_bodies(store, run.node_elements, run.numbering, run.rigid, report)) return false;
     build_elasticity(store.materials);
     set_materials(run, report);
     FiniteBody body{store.mesh, run.material, run.materials, run.settings.threads()};
     body.start();
     NewtonOptions options{run.settings.nl_conv, 100, static_cast<std::int32_t>(run.factors.size()), store.diag_num};
     if (store.iteration_limit >= 1 && store.iteration_limit <= 100) options.limit = store.iteration_limit;
-    NewtonSolver solver(body, run.node_elements, run.numbering, {}, options, run.settings);
+    const NewtonBodies bodies{run.rigid, store.rigid_forces, store.rigid_combines};
+    NewtonSolver solver(body, run.node_elements, run.numbering, {}, options, run.settings, run.rigid.empty() ? nullptr : &bodies);
     if (!solver.prepare(report)) return false;
     const LoadVector load = build_loads(store.forces, store.mesh, run.numbering, solver.stiffness());
     report_unused_records(store, run.numbering, load, report);
@@ -204,10 +210,10 @@ bool analyse(NonlinearRun& run, RunReport& report) {
     report.clock.begin("iterate");
     report.nonlinear.wanted = static_cast<std::int32_t>(run.factors.size());
     run.history.begin(store, run.node_elements, run.options.probes);
-    run_increments(run, body, solver, load.F, report);
+    run_increments(run, body, solver, report);
     report.clock.begin("recover");
     cut_frames(store.results, report.nonlinear.increments.size(), static_cast<std::size_t>(store.mesh.dof_num));
-    report_end(run, body, load.F, report);
+    report_end(run, body, solver, load.F, report);
     return !report.nonlinear.increments.empty();
 }
 
@@ -217,7 +223,7 @@ RunReport run_nonlinear(ModelStore& store, const Settings& settings, const Nonli
     const auto start = std::chrono::steady_clock::now();
     RunReport report;
     if (!check_analysable(store, report) || !check_materials(store, report)) return report;
-    NonlinearRun run{store, settings, options, {}, {}, {}, {}, options.factors, {}};
+    NonlinearRun run{store, settings, options, {}, {}, {}, {}, {}, options.factors, {}};
     const std::int32_t steps = store.mode_count < 1 ? 1 : store.mode_count;
     if (run.factors.empty() && !check_memory(store, static_cast<std::size_t>(steps), report)) return report;
     for (std::int32_t k = 1; options.factors.empty() && k <= steps; ++k) run.factors.push_back(double(k) / steps);

@@ -123,6 +123,7 @@ bool finite_stiffness(const FiniteBody& body, std::int32_t e, double* ke) {
     const ElementType& type = element_type(body.mesh.element_type);
     const int size = 3 * type.nodes;
     std::fill(ke, ke + size * size, 0.0);
+    if (body.is_rigid(e)) return true;
     ElementState state;
     if (!gather(body, type, e, state)) return false;
     for (int p = 0; p < type.points; ++p) {
@@ -146,7 +147,7 @@ std::int32_t update_stresses(FiniteBody& body) {
     std::int32_t bad = elements;
 #pragma omp parallel for schedule(static) num_threads(body.threads) reduction(min : bad)
     for (std::int32_t e = 0; e < elements; ++e)
-        if (!update_element(body, type, e)) bad = std::min(bad, e);
+        if (!body.is_rigid(e) && !update_element(body, type, e)) bad = std::min(bad, e);
     return bad < elements ? bad : -1;
 }
 

@@ -19,6 +19,7 @@ struct FiniteBody {
     std::span<const std::int32_t> material;          // per element: index into `materials`
     std::span<const J2Material<double>> materials;
     int threads = 1;
+    std::vector<char> rigid{};                   // per element: all its nodes move as one rigid body; empty: none does
 
     std::vector<double> u{};                     // 3 per node, m
     std::vector<FinitePointState> committed{};   // points: where the last accepted increment ended
@@ -28,6 +29,7 @@ struct FiniteBody {
 
     // Sizes the tables: at rest, unstressed.
     void start();
+    bool is_rigid(std::int32_t e) const { return !rigid.empty() && rigid[static_cast<std::size_t>(e)] != 0; }
 };
 
 // Tangent stiffness of element e at body.u: (3·nodes)², row-major, symmetric, N/m; no load depends on the

@@ -7,9 +7,11 @@
 
 #include "analysis/eigen_driver.h"
 #include "analysis/linear_driver.h"
+#include "analysis/nonlinear_driver.h"
 #include "elements/rigid_bodies.h"
 #include "input/model_reader.h"
 #include "model/console.h"
+#include "support/finite_problem.h"
 #include "support/temp_folder.h"
 
 namespace kestralum {
@@ -286,6 +288,66 @@ TEST_F(RigidAnalysis, SharedNodesAndEmptyElementsAreTold) {
     report = run_static(store, settings_of());
     EXPECT_EQ(report.status, RunStatus::failed);
     EXPECT_NE(report.remarks.errors.at(0).find("END_FACE"), std::string::npos);
+}
+
+// Pure bending: κ = M/EI everywhere, so that M = (π/2) EI/L makes a quarter circle (elastica; strains 1.6 %).
+TEST(RigidNonlinear, AnEndPlateTurnedByAMomentRollsTheStripIntoAQuarterCircle) {
+    const double E = 1e9, L = 1, t = 0.02, I = t * t * t * t / 12, pi = std::acos(-1.0);
+    Material material;
+    material.young = E;
+    testing::FiniteProblem problem(testing::box_mesh({{1, 1, 30}, {t, t, L}}, ElementKind::tetrahedron10), material,
+                                   [](const double* x, int) { return x[2] < 1e-12; }, 1e-7);
+    RigidElement plate;
+    plate.name = "PLATE";
+    plate.reference = {t / 2, t / 2, L};
+    plate.region = {0, t, 0, t, L, L};
+    const RigidSystem rigid = build_rigid_system(std::span(&plate, 1), problem.mesh, problem.node_elements, {});
+    RigidForce moment;
+    moment.element = 0;
+    moment.direction = RigidDirection::rx;
+    moment.value = -pi / 2 * E * I / L;  // lifts the end towards +y
+    const NewtonBodies bodies{rigid, std::span(&moment, 1), {}};
+    problem.start({}, &bodies);
+    for (int k = 1; k <= 5; ++k) {
+        const IncrementReport report = problem.solver->advance(k, 0.2 * k);
+        ASSERT_TRUE(report.converged) << k;
+        const auto& e = report.ratios;  // quadratic to the end: the moment's own stiffness is in the tangent
+        EXPECT_TRUE(e.back() < 1e-3 * e[e.size() - 2] || e[e.size() - 2] < 1e-5) << e[e.size() - 2] << ' ' << e.back();
+    }
+    const RigidState& end = problem.solver->states()[0];
+    const Vec3 turn = rotation_vector(end.R);
+    EXPECT_NEAR(turn[0], -pi / 2, 0.01 * pi / 2);
+    EXPECT_NEAR(turn[1], 0, 1e-3);
+    EXPECT_NEAR(end.u[1], 2 * L / pi, 0.01 * L);       // the end lies at (R, R) with R = 2L/π
+    EXPECT_NEAR(end.u[2], 2 * L / pi - L, 0.01 * L);
+    ::testing::Test::RecordProperty("turn_deg", std::to_string(turn[0] * 180 / pi));
+    // members stay as far apart as they were
+    double distance2 = 0;
+    for (std::size_t c = 0; c < 3; ++c) {
+        const double d = problem.displacement({0, t, L}, c) - problem.displacement({0, 0, L}, c) + (c == 1 ? t : 0);
+        distance2 += d * d;
+    }
+    EXPECT_NEAR(std::sqrt(distance2), t, 1e-13);
+}
+
+TEST_F(RigidAnalysis, SmallLoadsOnRigidBodiesGiveTheLinearAnswer) {
+    const char* block = "HEAD red M RECT 0.1 0.1 0.05 0 0 0 1 1 1 0 0 0 0 0 2.1 0 0 0\n";
+    const std::string text = cantilever("HEAD area 0.05 0.05 2.1 0 0.1 0 0.1 2.1 2.15\n%\nrigid_combine\nS END_FACE HEAD 1e6 2e6 1e6 1e3 1e4 1e4\n%\n"
+                                        "rigid_force\nF HEAD y 1e-3\nM HEAD rz 1e-4\n%\nEND\n", 2, block);
+    ASSERT_TRUE(read(text));
+    store.mode_count = 1;
+    ModelStore linear = store;
+    Settings settings = settings_of();
+    settings.nl_conv = 1e-5;
+    const RunReport report = run_nonlinear(store, settings);
+    ASSERT_EQ(report.status, RunStatus::done) << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
+    ASSERT_EQ(run_static(linear, settings).status, RunStatus::done);
+    double largest = 0;
+    const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
+    for (std::size_t k = 0; k < dofs; ++k) largest = std::max(largest, std::abs(linear.results.mode_vec[k]));
+    for (std::size_t k = 0; k < dofs; ++k) ASSERT_NEAR(store.results.mode_vec[k], linear.results.mode_vec[k], 1e-6 * largest);
+    for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(report.reaction[c], -report.applied[c], 1e-8);
+    EXPECT_NEAR(report.applied[1], 1e-3, 1e-12);
 }
 
 TEST(RigidSprings, ResistWithTheGradientOfTheirEnergyAtLargeRotations) {

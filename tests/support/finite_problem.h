@@ -36,10 +36,10 @@ public:
     }
 
     // full: 3 per node, N, at load factor 1
-    void start(const std::vector<double>& full) {
+    void start(const std::vector<double>& full, const NewtonBodies* bodies = nullptr) {
         std::vector<double> load;
         for (std::int32_t d : numbering.free_dofs) load.push_back(full.empty() ? 0.0 : full[static_cast<std::size_t>(d)]);
-        solver = std::make_unique<NewtonSolver>(body, node_elements, numbering, load, options, settings);
+        solver = std::make_unique<NewtonSolver>(body, node_elements, numbering, load, options, settings, bodies);
         RunReport report;
         ASSERT_TRUE(solver->prepare(report));
     }
