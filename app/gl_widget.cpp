@@ -14,12 +14,23 @@
 
 namespace kestralum {
 
+namespace {
+
+constexpr int period = 50;  // ms
+
+}  // namespace
+
 GLWidget::GLWidget(QWidget* parent) : QOpenGLWidget(parent) {
-    constexpr int period = 50;  // ms
     setFocusPolicy(Qt::StrongFocus);
     setMinimumSize(200, 150);
     auto* timer = new QTimer(this);
     connect(timer, &QTimer::timeout, this, &GLWidget::advanceGears);
+    connect(this, &QOpenGLWidget::frameSwapped, this, [this] {
+        if (!drawing_.isValid()) return;
+        draw_time_ = drawing_.elapsed();
+        drawing_.invalidate();
+        since_drawn_.start();
+    });
     timer->start(period);
     console::print(" Qt timer %d[ms]\n", period);
 }
@@ -37,7 +48,9 @@ void GLWidget::forget_context() {
     doneCurrent();
 }
 
+// A picture that takes longer than the period leaves as much time to the rest of the window.
 void GLWidget::advanceGears() {
+    if (draw_time_ > period && since_drawn_.isValid() && since_drawn_.elapsed() < draw_time_) return;
     tick_ = true;
     update();
 }
@@ -117,6 +130,7 @@ void GLWidget::paintGL() {
             stepping_ = false;
         }
         step_animation();
+        drawing_.start();
     }
     draw_scene();
     if (!grabbing_) emit painted();

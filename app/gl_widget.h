@@ -1,6 +1,7 @@
 // The 3-D view: camera, mouse, animation.
 #pragma once
 
+#include <QElapsedTimer>
 #include <QImage>
 #include <QOpenGLWidget>
 #include <QPoint>
@@ -68,6 +69,8 @@ private:
     bool hold_ = false, grabbing_ = false, tick_ = false, stepping_ = false, ready_ = false;
     bool click_ = false;
     QPoint pressed_at_;
+    QElapsedTimer drawing_, since_drawn_;  // of the picture under way; since the last was shown
+    qint64 draw_time_ = 0;                 // of the last picture, ms
     std::function<void()> step_;
 };
 

@@ -206,6 +206,17 @@ TEST_F(Picture, ModesSwing) {
     }
 }
 
+TEST_F(Picture, SlowPicturesLeaveTimeToTheWindow) {
+    int pictures = 0;
+    QObject::connect(window->view(), &GLWidget::painted, [&] {
+        ++pictures;
+        QTest::qSleep(200);
+    });
+    QTest::qWait(2000);
+    EXPECT_GE(pictures, 2);
+    EXPECT_LE(pictures, 7) << "one picture follows the other without a pause";
+}
+
 TEST_F(Picture, PlaceholderAndEmptyResultsAreDrawn) {
     model_store() = placeholder_model();
     window->view()->shown().model_changed();
