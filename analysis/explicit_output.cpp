@@ -34,6 +34,9 @@ void sum_nodes(ExplicitState& s) {
     double kinetic = 0, external = 0;
     for (std::size_t n = 0; n < s.u.size() / 4; ++n) {
         std::array<double, 3> p{};
+        const bool member = s.bodies && s.bodies->is_member(static_cast<std::int32_t>(n));
+        for (std::size_t c = 0; c < 3 && member; ++c) external += s.F[4 * n + c] * s.u[4 * n + c];
+        if (member) continue;
         for (std::size_t c = 0; c < 3; ++c) {
             const std::size_t k = 4 * n + c;
             kinetic += 0.5 * s.v[k] * s.mass[k] * s.v_new[k];
@@ -52,13 +55,23 @@ void sum_nodes(ExplicitState& s) {
             s.reaction[k % 4] +=
                 s.mass[k] * (s.v_new[k] - s.v[k]) / s.d_time + s.R[k] - s.F[k] - s.F_contact[k];
         }
+    if (s.bodies) {
+        kinetic += s.bodies->kinetic();
+        external += s.rigid_work.at;
+        const Vec3 p = s.bodies->momentum(), L = s.bodies->angular_momentum(), r = s.bodies->reaction();
+        for (std::size_t c = 0; c < 3; ++c) {
+            s.momentum[c] += p[c];
+            s.angular_momentum[c] += L[c];
+            s.reaction[c] += r[c];
+        }
+    }
     s.energies.kinetic = kinetic;
     s.energies.external = external;
 }
 
 void balance(ExplicitState& s) {
     ExplicitEnergies& e = s.energies;
-    e.internal = s.blocks->internal_energy();
+    e.internal = s.blocks->internal_energy() + (s.bodies ? s.bodies->spring_energy() : 0.0);
     e.plastic = s.blocks->plastic_energy();
     e.damping = s.damping_work.at;
     e.wall = s.wall_work.at;

@@ -33,10 +33,6 @@ bool refuse(RunReport& report, std::string line) {
 // Materials and settings that explicit stepping cannot do without.
 bool check_input(const ModelStore& store, RunReport& report) {
     if (!check_analysable(store, report)) return false;
-    if (!store.rigid_elements.empty()) {
-        report.fail(RunStatus::bad_input, "the model has rigid elements: the explicit analysis does not consider them yet");
-        return false;
-    }
     for (std::int32_t p : store.mesh.p_ele_part_id) {
         const Part& part = store.parts[static_cast<std::size_t>(p)];
         const Material& m = store.materials[static_cast<std::size_t>(part.material_id)];
@@ -252,13 +248,31 @@ std::vector<std::int32_t> nodes_of(const VelocityRecord& record, const ModelStor
     return nodes;
 }
 
+// The members among the nodes of a record, body by body.
+void add_members(std::span<const std::int32_t> nodes, const VelocityRecord& record, const ExplicitState& s, std::vector<DrivenMembers>& out) {
+    if (!s.bodies) return;
+    const std::size_t first = out.size();
+    for (std::int32_t n : nodes) {
+        const std::int32_t body = s.bodies->system().body_of_node[static_cast<std::size_t>(n)];
+        if (body < 0) continue;
+        auto at = std::find_if(out.begin() + static_cast<std::ptrdiff_t>(first), out.end(), [&](const DrivenMembers& d) { return d.body == body; });
+        if (at == out.end()) at = out.insert(out.end(), DrivenMembers{body, {}, record.axis, record.velocity.start});
+        at->nodes.push_back(n);
+    }
+}
+
 void set_driven(const ModelStore& store, const NodeElements& node_elements, ExplicitState& s,
                 RunReport& report) {
     for (const VelocityRecord& record : store.explicit_tables.velocity_inputs) {
         DrivenDofs driven{record.velocity, {}};
-        for (std::int32_t n : nodes_of(record, store, node_elements))
-            driven.places.push_back(4 * n + record.axis);
+        const auto nodes = nodes_of(record, store, node_elements);
+        const std::size_t bodies_before = s.driven_members.size();
+        add_members(nodes, record, s, s.driven_members);
+        s.member_velocities.resize(s.driven_members.size(), record.velocity);
+        for (std::int32_t n : nodes)
+            if (!s.bodies || !s.bodies->is_member(n)) driven.places.push_back(4 * n + record.axis);
         if (driven.places.empty()) {
+            if (s.driven_members.size() > bodies_before) continue;
             remark(report, "velocity input " + record.name + ": selects no node");
             continue;
         }
@@ -291,6 +305,7 @@ void set_initial_velocities(const ModelStore& store, const NodeElements& node_el
                             RunReport& report) {
     const auto& records = store.explicit_tables.initial_velocities;
     if (records.empty()) return;
+    std::vector<DrivenMembers> members;
     for (std::size_t k = 0; k < records.size(); ++k) {
         const VelocityRecord& record = records[k];
         const auto nodes = nodes_of(record, store, node_elements);
@@ -299,6 +314,7 @@ void set_initial_velocities(const ModelStore& store, const NodeElements& node_el
         console::print("  c_ = %zu\n", nodes.size());
         if (nodes.empty()) remark(report, "initial velocity " + record.name + ": selects no node");
         std::int32_t set = 0;
+        add_members(nodes, record, s, members);
         for (std::int32_t n : nodes) {
             const std::size_t at = 4 * static_cast<std::size_t>(n) + static_cast<std::size_t>(record.axis);
             if (s.b[at] == 0) continue;
@@ -309,6 +325,7 @@ void set_initial_velocities(const ModelStore& store, const NodeElements& node_el
         console::print("  %d", set);
         console::print("\n");
     }
+    if (s.bodies) s.bodies->start(members, s.d_time);
     console::print("INITIAL_VELOCITY set\n");
 }
 
@@ -324,7 +341,11 @@ bool choose_step(const ModelStore& store, const SetUp& set_up, ExplicitState& s,
     const auto c = element_centre(store.mesh, stable.element);
     console::print("Stable time step=%.3e[s], element %d at (%.6g, %.6g, %.6g)\n", stable.step,
                    stable.element + 1, c[0], c[1], c[2]);
-    s.d_time = store.control.d_time > 0 ? store.control.d_time : 0.9 * stable.step;
+    if (const double rate = s.bodies ? s.bodies->spring_rate() : 0; rate > 0) {
+        s.stable_step = 2 / std::sqrt(4 / (stable.step * stable.step) + rate);
+        console::print("Stable time step=%.3e[s] with the springs between rigid elements\n", s.stable_step);
+    }
+    s.d_time = store.control.d_time > 0 ? store.control.d_time : 0.9 * s.stable_step;
     if (!(store.control.d_time > 0))
         remark(report,
                console::format("d_time is not given: %.6e s is taken, 0.9 of the stable step", s.d_time));
@@ -429,6 +450,33 @@ void report_plasticity(const ModelStore& store, RunReport& report) {
     }
 }
 
+// The rigid bodies with their masses; returns per element whether it moves as one with a body (empty: none).
+std::vector<char> set_bodies(const ModelStore& store, SetUp& set_up, ExplicitState& s, RunReport& report) {
+    const RigidSystem& system = set_up.system.rigid;
+    if (system.empty()) return {};
+    const Mesh& mesh = store.mesh;
+    s.bodies.emplace(system, mesh, set_up.lumped, store.rigid_forces, store.rigid_combines);
+    s.acting.assign(4 * static_cast<std::size_t>(mesh.node_num()), 0.0);
+    std::int32_t free = 0;
+    for (std::int32_t dof : set_up.system.numbering.free_dofs) free += !s.bodies->is_member(dof / 3);
+    s.bodies->print_masses(free);
+    report.free_dofs = free + system.equations;
+    for (const ExplicitBody& body : s.bodies->bodies())
+        for (std::int32_t n : body.geometry.members) {
+            const auto k = 4 * static_cast<std::size_t>(n);
+            std::fill_n(s.damping.begin() + static_cast<std::ptrdiff_t>(k), 3, 0.0);
+        }
+    for (std::size_t b = 0; b < system.bodies.size(); ++b) {
+        const Vec6 force = rigid_force_resultant(system, static_cast<std::int32_t>(b), {}, store.rigid_forces, mesh);
+        for (std::size_t c = 0; c < 3; ++c) report.applied[c] += force[c];
+    }
+    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
+    std::vector<char> rigid(static_cast<std::size_t>(mesh.element_num()));
+    for (std::size_t e = 0; e < rigid.size(); ++e)
+        rigid[e] = system.common_body(&mesh.connectivity[e * per_element], static_cast<int>(per_element)) >= 0;
+    return rigid;
+}
+
 bool yields(const ModelStore& store) {
     return store.control.plastic && std::any_of(store.materials.begin(), store.materials.end(),
                                                 [](const Material& m) { return m.yield_stress > 0; });
@@ -456,6 +504,7 @@ bool set_up_explicit(ModelStore& store, const Settings& settings, const Explicit
     set_up.system.numbering = apply_boundary_conditions(store.boundary_conditions, mesh,
                                                         set_up.system.node_elements, store.fn_free);
     store.fn_free = static_cast<std::int32_t>(set_up.system.numbering.free_dofs.size());
+    if (!find_rigid_bodies(store, set_up.system.node_elements, set_up.system.numbering, set_up.system.rigid, report)) return false;
     if (!assemble(store, s, set_up, report)) return false;
     lump_mass(set_up, report);
     size_state(mesh, set_up, s);
@@ -463,13 +512,14 @@ bool set_up_explicit(ModelStore& store, const Settings& settings, const Explicit
         eliminate_fixed(set_up.system.numbering.dof_map, set_up.system.km);
     find_damping(store, set_up, s);
     set_loads(store, set_up, s, report);
+    const std::vector<char> rigid = set_bodies(store, set_up, s, report);
     s.node_elements = set_up.system.node_elements;
-    report.free_dofs = store.fn_free;
+    if (!s.bodies) report.free_dofs = store.fn_free;
     report.clock.begin("step size");
     if (!choose_step(store, set_up, s, report)) return false;
     set_up.system = {};
     s.blocks.emplace(mesh, store.parts, store.materials,
-                     BlockOptions{yields(store), options.mean_dilatation, 8});
+                     BlockOptions{yields(store), options.mean_dilatation, 8, rigid});
     if (!count_steps(store, s, report)) return false;
     set_driven(store, s.node_elements, s, report);
     set_update_factors(s);

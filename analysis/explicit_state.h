@@ -17,6 +17,7 @@
 
 #include "analysis/explicit_contact.h"
 #include "analysis/explicit_driver.h"
+#include "analysis/explicit_rigid.h"
 #include "analysis/explicit_walls.h"
 #include "analysis/linear_system.h"
 #include "elements/explicit_blocks.h"
@@ -78,9 +79,13 @@ struct ExplicitState {
     std::optional<ContactSet> contacts;
     std::vector<std::int32_t> contact_nodes;  // where F_contact can be other than 0
     std::vector<DrivenDofs> driven;
+    std::optional<ExplicitBodies> bodies;
+    std::vector<DrivenMembers> driven_members;      // one per record and body
+    std::vector<TimeExpression> member_velocities;  // of each
+    LineDoubles acting;                             // node × 4: loads and contacts less internal forces, at members
     std::vector<double> partial;  // sums of the sweeps' chunks
 
-    Work damping_work, wall_work, contact_work, support_work;
+    Work damping_work, wall_work, contact_work, support_work, rigid_work;
     double start_energy = 0, largest_energy = 0, drift = 0;
     ExplicitEnergies energies;
     std::array<double, 3> momentum{}, angular_momentum{}, reaction{};

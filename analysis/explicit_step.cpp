@@ -133,6 +133,24 @@ void check_shapes(const ModelStore& store, ExplicitState& s, RunReport& report) 
 
 }  // namespace
 
+namespace {
+
+// The bodies' part of the velocities at t_n + Δt/2, after friction has said what it takes.
+void advance_bodies(const ModelStore& store, ExplicitState& s, std::array<double, 2>& driving, std::array<double, 2>& loads) {
+    const double middle = (static_cast<double>(s.step) + 0.5) * s.d_time;
+    for (std::size_t k = 0; k < s.driven_members.size(); ++k)
+        s.driven_members[k].velocity = s.member_velocities[k].at(middle, store.parameters);
+    for (const ExplicitBody& body : s.bodies->bodies())
+        for (std::int32_t n : body.geometry.members)
+            for (std::size_t c = 0; c < 3; ++c) {
+                const std::size_t k = 4 * static_cast<std::size_t>(n) + c;
+                s.acting[k] = s.F[k] + s.F_contact[k] - s.R[k];
+            }
+    s.bodies->advance({s.u.data(), s.acting.data(), s.v_new.data()}, s.driven_members, s.d_time, driving, loads);
+}
+
+}  // namespace
+
 bool find_forces(ExplicitState& s) {
     const bool sound = s.blocks->evaluate(s.x.data(), s.du.data(), s.team);
     s.blocks->gather_forces(s.R.data(), s.team);
@@ -152,9 +170,15 @@ void find_velocities(const ModelStore& store, ExplicitState& s) {
         work.add(start ? 0.0 : factor * power[0], factor * power[1]);
     };
     book(s.damping_work, update_velocities(s), 1.0);
-    if (!s.driven.empty()) book(s.support_work, drive(store, s), half);
+    std::array<double, 2> driving{}, loads{};
+    if (!s.driven.empty()) driving = drive(store, s);
+    if (s.walls) s.walls->rub(contact_arrays(s), s.v_new.data());
+    if (s.bodies) {
+        advance_bodies(store, s, driving, loads);
+        book(s.rigid_work, loads, half);
+    }
+    book(s.support_work, driving, half);
     if (s.walls) {
-        s.walls->rub(contact_arrays(s), s.v_new.data());
         book(s.wall_work, s.walls->power(s.v.data(), s.v_new.data()), half);
     }
     if (s.contacts) book(s.contact_work, s.contacts->power(s.v.data(), s.v_new.data()), half);
@@ -168,6 +192,10 @@ void explicit_step(ModelStore& store, ExplicitState& s, RunReport& report) {
     if (!s.velocities_known) find_velocities(store, s);
     s.velocities_known = false;
     const bool finite = move(s);
+    if (s.bodies) {
+        s.bodies->arrive(s.u, s.du, s.x, s.X);
+        s.bodies->print_velocities();
+    }
     s.step = step;
     const bool sound = find_forces(s);
     if (!finite) {

@@ -1,6 +1,7 @@
 #include "elements/explicit_blocks.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numeric>
 
@@ -64,7 +65,9 @@ ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts,
         const Part& part = parts[static_cast<std::size_t>(mesh.p_ele_part_id[e])];
         const J2Material<double> m =
             j2_material(materials[static_cast<std::size_t>(part.material_id)], options.plastic);
-        const double values[4] = {m.bulk - 2.0 / 3.0 * m.shear, m.shear, m.yield, m.hardening};
+        const bool rigid = !options.rigid.empty() && options.rigid[e] != 0;
+        const std::array<double, 4> elastic{m.bulk - 2.0 / 3.0 * m.shear, m.shear, m.yield, m.hardening};
+        const std::array<double, 4> values = rigid ? std::array<double, 4>{0, 0, m.yield, 1} : elastic;
         for (std::size_t c = 0; c < 4; ++c) material_[(4 * b + c) * W + lane] = values[c];
     }
     // the places of each node, by element: the sum's order does not depend on the blocks' order

@@ -392,7 +392,7 @@ TEST_F(Explicit, RefusesWhatItCannotStep) {
         {"nan", [](ModelStore& s) { s.control.end_time = std::nan(""); }, "end_time"},
         {"many", [](ModelStore& s) { s.control.d_time = 1e-300; }, "too many steps"},
         {"frames", [](ModelStore& s) { s.control.d_time = 1e-14; }, "raise output_frequency"},
-        {"rigid", [](ModelStore& s) { s.rigid_elements.resize(1); }, "rigid"},
+        {"rigid", [](ModelStore& s) { s.rigid_elements.resize(1); s.rigid_elements[0].region.fill(9); }, "no node of its own"},
         {"empty",
          [](ModelStore& s) {
              s.mesh.connectivity.clear();

@@ -1,0 +1,379 @@
+#include "analysis/explicit_rigid.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <jama/jama_eig.h>
+
+#include "elements/symmetric3.h"
+#include "model/console.h"
+
+namespace kestralum {
+
+namespace {
+
+Vec3 plus(const Vec3& a, const Vec3& b, double s = 1) { return {a[0] + s * b[0], a[1] + s * b[1], a[2] + s * b[2]}; }
+double dot(const Vec3& a, const Vec3& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
+Vec3 scaled(const Vec3& a, double s) { return {s * a[0], s * a[1], s * a[2]}; }
+Vec3 place_of(const Mesh& mesh, std::int32_t n) {
+    const double* x = mesh.coordinates.data() + 3 * static_cast<std::ptrdiff_t>(n);
+    return {x[0], x[1], x[2]};
+}
+
+std::array<double, 9> transposed(const std::array<double, 9>& a) { return {a[0], a[3], a[6], a[1], a[4], a[7], a[2], a[5], a[8]}; }
+
+// R I Rᵀ
+std::array<double, 9> turned_inertia(const std::array<double, 9>& R, const std::array<double, 9>& I) {
+    return multiply3(multiply3(R, I), transposed(R));
+}
+
+// ω of I ω = L in the rotations that the body has: along its rotational motions (as they are at R).
+Vec3 angular_velocity(const ExplicitBody& body, const std::array<double, 9>& R, const Vec3& L) {
+    RigidState at;
+    at.R = R;
+    std::vector<Vec3> axes;
+    for (const Vec6& m : current_motions(body.geometry, at))
+        if (m[3] != 0 || m[4] != 0 || m[5] != 0) axes.push_back({m[3], m[4], m[5]});
+    const std::array<double, 9> I = turned_inertia(R, body.inertia);
+    const std::size_t n = axes.size();
+    if (n == 0) return {};
+    // (aᵢ·I aⱼ) qⱼ = aᵢ·L, at most 3 × 3, by elimination with pivoting
+    double A[3][4] = {};
+    for (std::size_t i = 0; i < n; ++i) {
+        for (std::size_t j = 0; j < n; ++j) A[i][j] = dot(axes[i], turned(I, axes[j]));
+        A[i][3] = dot(axes[i], L);
+    }
+    for (std::size_t p = 0; p < n; ++p) {
+        std::size_t best = p;
+        for (std::size_t i = p + 1; i < n; ++i)
+            if (std::abs(A[i][p]) > std::abs(A[best][p])) best = i;
+        std::swap(A[p], A[best]);
+        for (std::size_t i = 0; i < n; ++i) {
+            if (i == p || A[p][p] == 0) continue;
+            const double f = A[i][p] / A[p][p];
+            for (std::size_t c = p; c < 4; ++c) A[i][c] -= f * A[p][c];
+        }
+    }
+    Vec3 omega{};
+    for (std::size_t i = 0; i < n; ++i)
+        if (A[i][i] != 0) omega = plus(omega, axes[i], A[i][3] / A[i][i]);
+    return omega;
+}
+
+}  // namespace
+
+ExplicitBodies::ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std::span<const double> lumped, std::span<const RigidForce> forces,
+                               std::span<const RigidCombine> combines)
+    : system_(system), mesh_(mesh), forces_(forces.begin(), forces.end()), combines_(combines.begin(), combines.end()) {
+    for (RigidBody& geometry : system_.bodies) {
+        ExplicitBody body;
+        Vec3 centre{};
+        for (std::int32_t n : geometry.members) {
+            const double m = lumped[3 * static_cast<std::size_t>(n)];
+            body.mass += m;
+            centre = plus(centre, place_of(mesh, n), m);
+        }
+        body.moves = geometry.fixed.empty();
+        if (body.moves && body.mass > 0) geometry.pivot = scaled(centre, 1 / body.mass);
+        for (std::int32_t n : geometry.members) {
+            const double m = lumped[3 * static_cast<std::size_t>(n)];
+            const Vec3 r = plus(place_of(mesh, n), geometry.pivot, -1);
+            for (std::size_t i = 0; i < 3; ++i)
+                for (std::size_t j = 0; j < 3; ++j) body.inertia[3 * i + j] += m * ((i == j ? dot(r, r) : 0) - r[i] * r[j]);
+        }
+        body.geometry = geometry;
+        bodies_.push_back(std::move(body));
+    }
+}
+
+std::vector<RigidState> ExplicitBodies::states() const {
+    std::vector<RigidState> out;
+    for (const ExplicitBody& body : bodies_) out.push_back(body.state);
+    return out;
+}
+
+// The next place from p_new and L_new: the implicit equation of the middle is solved by iteration, which contracts by
+// half the angle of a step.
+void ExplicitBodies::turn(ExplicitBody& body, double d_time) const {
+    body.next = body.state;
+    if (body.moves) body.next.u = plus(body.state.u, body.p_new, d_time / body.mass);
+    Vec3 omega = angular_velocity(body, body.state.R, body.L_new);
+    for (int k = 0; k < 50; ++k) {
+        const Vec3 better = angular_velocity(body, multiply3(rotation_of(scaled(omega, 0.5 * d_time)), body.state.R), body.L_new);
+        const Vec3 change = plus(better, omega, -1);
+        omega = better;
+        if (dot(change, change) <= 1e-30 * dot(omega, omega)) break;
+    }
+    body.omega_new = omega;
+    body.next.R = multiply3(rotation_of(scaled(omega, d_time)), body.state.R);
+}
+
+namespace {
+
+using Matrix = TNT::Array2D<double>;
+
+// The prescribed rows as least squares on (v of the pivot, ω): A = Σ cᵀc, g = Σ cᵀd.
+void gather_rows(const ExplicitBody& body, const Mesh& mesh, std::span<const DrivenMembers> driven, std::int32_t b, Matrix& A, double* g,
+                 std::size_t& rows) {
+    for (const DrivenMembers& record : driven) {
+        if (record.body != b) continue;
+        for (std::int32_t n : record.nodes) {
+            const Vec3 r = turned(body.state.R, plus(place_of(mesh, n), body.geometry.pivot, -1));
+            Vec3 unit{};
+            unit[static_cast<std::size_t>(record.axis)] = 1;
+            const Vec3 arm = cross(r, unit);  // e·(ω × r) = ω·(r × e)
+            const double c[6] = {unit[0], unit[1], unit[2], arm[0], arm[1], arm[2]};
+            for (int i = 0; i < 6; ++i) {
+                g[i] += c[i] * record.velocity;
+                for (int j = 0; j < 6; ++j) A[i][j] += c[i] * c[j];
+            }
+            ++rows;
+        }
+    }
+}
+
+}  // namespace
+
+// Prescribed velocities take the directions of (v, ω) that they say something about; the rest of the motion is what the
+// momenta give, in the metric of the kinetic energy.
+void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> driven, double d_time, std::size_t b) {
+    Matrix A(6, 6, 0.0);
+    double g[6] = {};
+    std::size_t rows = 0;
+    gather_rows(body, mesh_, driven, static_cast<std::int32_t>(b), A, g, rows);
+    if (rows == 0) return;
+    // lengths scale rotations
+    double size = 0;
+    for (std::int32_t n : body.geometry.members) size = std::max(size, std::sqrt(dot(plus(place_of(mesh_, n), body.geometry.pivot, -1), plus(place_of(mesh_, n), body.geometry.pivot, -1))));
+    const double unit = size > 0 ? size : 1;
+    const auto scale = [&](int i) { return i < 3 ? 1.0 : 1 / unit; };
+    for (int i = 0; i < 6; ++i) {
+        g[i] *= scale(i);
+        for (int j = 0; j < 6; ++j) A[i][j] *= scale(i) * scale(j);
+    }
+    JAMA::Eigenvalue<double> eigen(A);
+    TNT::Array1D<double> values;
+    Matrix V;
+    eigen.getRealEigenvalues(values);
+    eigen.getV(V);
+    // the dynamic velocity in scaled coordinates
+    const Vec3 v = body.moves ? scaled(body.p_new, 1 / body.mass) : Vec3{};
+    double q[6] = {v[0], v[1], v[2], unit * body.omega_new[0], unit * body.omega_new[1], unit * body.omega_new[2]};
+    // inverse mass in scaled coordinates
+    const std::array<double, 9> I = turned_inertia(body.state.R, body.inertia);
+    double iv[3], axes[9];
+    const double packed[6] = {I[0], I[4], I[8], I[1], I[5], I[2]};
+    symmetric_eigen3(packed, iv, axes);
+    double W[6][6] = {};
+    const double largest = std::max({iv[0], iv[1], iv[2], 1e-300});
+    for (int i = 0; i < 3; ++i) {
+        W[i][i] = body.moves ? 1 / body.mass : 0;
+        for (int j = 0; j < 3; ++j)
+            for (int k = 0; k < 3; ++k)
+                if (iv[k] > 1e-9 * largest) W[3 + i][3 + j] += unit * unit * axes[3 * k + i] * axes[3 * k + j] / iv[k];
+    }
+    std::vector<int> ruled;
+    for (int k = 0; k < 6; ++k)
+        if (values[k] > 1e-9 * values[5]) ruled.push_back(k);
+    const int m = static_cast<int>(ruled.size());
+    Matrix S(m, m, 0.0);
+    std::vector<double> gap(static_cast<std::size_t>(m));
+    for (int a = 0; a < m; ++a) {
+        double wanted = 0, has = 0;
+        for (int i = 0; i < 6; ++i) {
+            wanted += V[i][ruled[static_cast<std::size_t>(a)]] * g[i] / values[ruled[static_cast<std::size_t>(a)]];
+            has += V[i][ruled[static_cast<std::size_t>(a)]] * q[i];
+        }
+        gap[static_cast<std::size_t>(a)] = wanted - has;
+        for (int c = 0; c < m; ++c)
+            for (int i = 0; i < 6; ++i)
+                for (int j = 0; j < 6; ++j) S[a][c] += V[i][ruled[static_cast<std::size_t>(a)]] * W[i][j] * V[j][ruled[static_cast<std::size_t>(c)]];
+    }
+    // S y = gap, S positive definite: elimination without pivoting
+    for (int p = 0; p < m; ++p)
+        for (int i = p + 1; i < m && S[p][p] > 0; ++i) {
+            const double f = S[i][p] / S[p][p];
+            for (int c = p; c < m; ++c) S[i][c] -= f * S[p][c];
+            gap[static_cast<std::size_t>(i)] -= f * gap[static_cast<std::size_t>(p)];
+        }
+    for (int p = m - 1; p >= 0; --p) {
+        for (int c = p + 1; c < m; ++c) gap[static_cast<std::size_t>(p)] -= S[p][c] * gap[static_cast<std::size_t>(c)];
+        gap[static_cast<std::size_t>(p)] = S[p][p] > 0 ? gap[static_cast<std::size_t>(p)] / S[p][p] : 0;  // 0: held by a support
+    }
+    for (int i = 0; i < 6; ++i)
+        for (int j = 0; j < 6; ++j)
+            for (int a = 0; a < m; ++a) q[i] += W[i][j] * V[j][ruled[static_cast<std::size_t>(a)]] * gap[static_cast<std::size_t>(a)];
+    if (body.moves) body.p_new = scaled({q[0], q[1], q[2]}, body.mass);
+    const Vec3 omega{q[3] / unit, q[4] / unit, q[5] / unit};
+    const std::array<double, 9> middle = multiply3(rotation_of(scaled(omega, 0.5 * d_time)), body.state.R);
+    body.L_new = turned(turned_inertia(middle, body.inertia), omega);
+}
+
+void ExplicitBodies::start(std::span<const DrivenMembers> given, double d_time) {
+    for (std::size_t b = 0; b < bodies_.size(); ++b) {
+        ExplicitBody& body = bodies_[b];
+        obey(body, given, d_time, b);
+        // velocities of half a step before the start: the middle of that step is half a step behind
+        body.p = body.p_new;
+        body.omega_new = angular_velocity(body, body.state.R, body.L_new);
+        body.omega = body.omega_new;
+        body.L = body.L_new;
+    }
+}
+
+void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenMembers> driven, double d_time,
+                             std::array<double, 2>& driving, std::array<double, 2>& loads) {
+    const std::vector<RigidState> now = states();
+    std::vector<Vec6> resist(bodies_.size());
+    for (const RigidCombine& record : combines_) {
+        std::array<Vec6, 2> force{};
+        combine_forces(record, system_, now, force);
+        for (std::size_t side = 0; side < 2; ++side)
+            for (std::size_t c = 0; c < 6; ++c) resist[static_cast<std::size_t>(record.element[side])][c] += force[side][c];
+    }
+    reaction_ = {};
+    for (std::size_t b = 0; b < bodies_.size(); ++b) {
+        ExplicitBody& body = bodies_[b];
+        const Vec6 own = rigid_force_resultant(system_, static_cast<std::int32_t>(b), body.state, forces_, mesh_);
+        Vec3 f{own[0] - resist[b][0], own[1] - resist[b][1], own[2] - resist[b][2]};
+        Vec3 m{own[3] - resist[b][3], own[4] - resist[b][4], own[5] - resist[b][5]};
+        for (std::int32_t n : body.geometry.members) {
+            const double* at = arrays.force + 4 * static_cast<std::ptrdiff_t>(n);
+            const Vec3 nodal{at[0], at[1], at[2]};
+            f = plus(f, nodal);
+            m = plus(m, cross(turned(body.state.R, plus(place_of(mesh_, n), body.geometry.pivot, -1)), nodal));
+        }
+        body.p_new = body.moves ? plus(body.p, f, d_time) : Vec3{};
+        body.L_new = plus(body.L, m, d_time);
+        turn(body, d_time);
+        const Vec3 p_free = body.p_new, L_free = body.L_new;
+        obey(body, driven, d_time, b);
+        if (p_free != body.p_new || L_free != body.L_new) turn(body, d_time);
+        const Vec3 v = body.moves ? scaled(body.p, 1 / body.mass) : Vec3{}, v_new = body.moves ? scaled(body.p_new, 1 / body.mass) : Vec3{};
+        const Vec3 f_drive = scaled(plus(body.p_new, p_free, -1), 1 / d_time), m_drive = scaled(plus(body.L_new, L_free, -1), 1 / d_time);
+        driving[0] += dot(f_drive, v) + dot(m_drive, body.omega);
+        driving[1] += dot(f_drive, v_new) + dot(m_drive, body.omega_new);
+        const Vec3 own_f{own[0], own[1], own[2]}, own_m{own[3], own[4], own[5]};
+        loads[0] += dot(own_f, v) + dot(own_m, body.omega);
+        loads[1] += dot(own_f, v_new) + dot(own_m, body.omega_new);
+        if (!body.moves) reaction_ = plus(reaction_, f, -1);
+        for (std::int32_t n : body.geometry.members) {
+            const Vec3 next = displacement_of(body.geometry, body.next, place_of(mesh_, n));
+            for (std::size_t c = 0; c < 3; ++c) {
+                const std::size_t k = 4 * static_cast<std::size_t>(n) + c;
+                arrays.v_new[k] = (next[c] - arrays.u[k]) / d_time;
+            }
+        }
+    }
+}
+
+void ExplicitBodies::arrive(std::span<double> u, std::span<double> du, std::span<double> x, std::span<const double> X) {
+    for (ExplicitBody& body : bodies_) {
+        for (std::int32_t n : body.geometry.members) {
+            const Vec3 next = displacement_of(body.geometry, body.next, place_of(mesh_, n));
+            for (std::size_t c = 0; c < 3; ++c) {
+                const std::size_t k = 4 * static_cast<std::size_t>(n) + c;
+                du[k] += next[c] - u[k];
+                u[k] = next[c];
+                x[k] = X[k] + next[c];
+            }
+        }
+        body.state = body.next;
+        body.p = body.p_new;
+        body.L = body.L_new;
+        body.omega = body.omega_new;
+    }
+}
+
+double ExplicitBodies::kinetic() const {
+    double sum = 0;
+    for (const ExplicitBody& body : bodies_) {
+        if (body.moves) sum += 0.5 * dot(body.p, body.p_new) / body.mass;
+        sum += 0.25 * (dot(body.omega, body.L_new) + dot(body.omega_new, body.L));
+    }
+    return sum;
+}
+
+double ExplicitBodies::spring_energy() const {
+    const std::vector<RigidState> now = states();
+    std::array<Vec6, 2> unused{};
+    double sum = 0;
+    for (const RigidCombine& record : combines_) sum += combine_forces(record, system_, now, unused);
+    return sum;
+}
+
+Vec3 ExplicitBodies::momentum() const {
+    Vec3 sum{};
+    for (const ExplicitBody& body : bodies_) sum = plus(sum, plus(body.p, body.p_new), 0.5);
+    return sum;
+}
+
+Vec3 ExplicitBodies::angular_momentum() const {
+    Vec3 sum{};
+    for (const ExplicitBody& body : bodies_) {
+        const Vec3 x = plus(body.geometry.pivot, body.state.u);
+        sum = plus(sum, plus(cross(x, plus(body.p, body.p_new)), plus(body.L, body.L_new)), 0.5);
+    }
+    return sum;
+}
+
+double ExplicitBodies::spring_rate() const {
+    if (combines_.empty() || system_.equations == 0) return 0;
+    const int n = system_.equations;
+    std::vector<double> K(static_cast<std::size_t>(n) * static_cast<std::size_t>(n), 0.0);
+    add_combine_stiffness(combines_, system_, states(), K);
+    // each body's mass on its motions, then M^-½ K M^-½ bounded by its largest row sum
+    double rate = 0;
+    std::vector<double> root(static_cast<std::size_t>(n), 0.0);
+    for (const ExplicitBody& body : bodies_)
+        for (std::int32_t k = 0; k < body.geometry.count(); ++k) {
+            const Vec6& motion = body.geometry.motions[static_cast<std::size_t>(k)];
+            const Vec3 w{motion[3], motion[4], motion[5]};
+            // the smallest inertia that the motion can meet bounds the rate from above
+            double smallest = body.mass;
+            if (dot(w, w) > 0) {
+                double values[3];
+                const double packed[6] = {body.inertia[0], body.inertia[4], body.inertia[8], body.inertia[1], body.inertia[5], body.inertia[2]};
+                symmetric_eigen3(packed, values, nullptr);
+                smallest = std::max({values[0], values[1], values[2]});
+                for (double v : values)
+                    if (v > 1e-9 * smallest) smallest = std::min(smallest, v);
+            }
+            root[static_cast<std::size_t>(body.geometry.first + k)] = 1 / std::sqrt(smallest);
+        }
+    for (int i = 0; i < n; ++i) {
+        double sum = 0;
+        for (int j = 0; j < n; ++j)
+            sum += std::abs(K[static_cast<std::size_t>(i * n + j)]) * root[static_cast<std::size_t>(i)] * root[static_cast<std::size_t>(j)];
+        rate = std::max(rate, sum);
+    }
+    return rate;
+}
+
+void ExplicitBodies::print_masses(std::int32_t free_equations) const {
+    console::print("fn=%d (fn_rigid=%d)\n", free_equations + system_.equations, system_.equations);
+    std::int32_t first = 0;
+    for (const ExplicitBody& body : bodies_) {
+        const auto last = first + 3 * static_cast<std::int32_t>(body.geometry.members.size());
+        console::print("j_s=%d, j_e=%d\n", first, last);
+        console::print(" Mx=%.3e, My=%.3e, Mz=%.3e\n", body.mass, body.mass, body.mass);
+        // about the reference point (Steiner)
+        const Vec3 r = plus(body.geometry.pivot, body.geometry.reference, -1);
+        double I[3];
+        for (std::size_t c = 0; c < 3; ++c)
+            I[c] = body.inertia[4 * c] + (body.moves ? body.mass * (dot(r, r) - r[c] * r[c]) : 0);
+        console::print("Ixx=%.3e, Iyy=%.3e, Izz=%.3e\n", I[0], I[1], I[2]);
+        first = last;
+    }
+}
+
+void ExplicitBodies::print_velocities() const {
+    for (const ExplicitBody& body : bodies_) {
+        const Vec3 v = body.moves ? scaled(body.p_new, 1 / body.mass) : Vec3{};
+        const Vec3 arm = turned(body.state.R, plus(body.geometry.reference, body.geometry.pivot, -1));
+        const Vec3 at = plus(v, cross(body.omega_new, arm));
+        console::print("Vr:%.3e,%.3e,%.3e,%.3e,%.3e,%.3e\n", at[0], at[1], at[2], body.omega_new[0], body.omega_new[1], body.omega_new[2]);
+    }
+}
+
+}  // namespace kestralum
