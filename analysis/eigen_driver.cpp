@@ -141,6 +141,7 @@ bool analyse(ModelStore& store, const Settings& settings, EigenMethod method, Ei
     LinearSystem system;
     if (!build_linear_system(store, settings, system, report)) return false;
     transform_rigid(store, system, true);
+    report.free_dofs = system.equations();
     if (system.equations() == 0) {
         report.fail(RunStatus::failed, "the rigid elements and supports leave no motion: nothing to solve");
         return false;

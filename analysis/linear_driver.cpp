@@ -122,6 +122,7 @@ bool analyse(ModelStore& store, const Settings& settings, RunReport& report) {
     const std::vector<std::int32_t> free_dofs = system.numbering.free_dofs;
     transform_rigid(store, system, false);
     std::vector<double> q = reduce_loads(store.mesh, store.rigid_forces, system.rigid, {}, system.numbering, free_dofs, load.F);
+    report.free_dofs = system.equations();
     if (system.equations() == 0) {
         report.fail(RunStatus::failed, "the rigid elements and supports leave no motion: nothing to solve");
         return false;

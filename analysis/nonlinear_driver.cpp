@@ -203,6 +203,7 @@ bool analyse(NonlinearRun& run, RunReport& report) {
     const NewtonBodies bodies{run.rigid, store.rigid_forces, store.rigid_combines};
     NewtonSolver solver(body, run.node_elements, run.numbering, {}, options, run.settings, run.rigid.empty() ? nullptr : &bodies);
     if (!solver.prepare(report)) return false;
+    report.free_dofs = static_cast<std::int64_t>(solver.internal().size());
     const LoadVector load = build_loads(store.forces, store.mesh, run.numbering, solver.stiffness());
     report_unused_records(store, run.numbering, load, report);
     solver.set_load(load.F);
