@@ -65,7 +65,7 @@ TEST_F(Batch, InputThatIsWrongNeverRunsAnAnalysis) {
         {"cut", {"-1 1 -1 1\n%\nEND\n", "-1 1"}},
         {"poisson", {"2e11 0", "2e11 0.5"}},
         {"load", {"P 1000", "P 1/0"}},
-        {"rigid", {"%\nEND", "%\nrigid_element\n  HEAD area 0 0 0  0 0 -1 1 -1 1\n%\nEND"}},
+        {"rigid", {"%\nEND", "%\nrigid_element\n  HEAD area 0 0 0  8 9 8 9 8 9\n%\nEND"}},
     };
     std::vector<std::string> models{"absent", "empty", "binary", "control"};
     for (const auto& [name, change] : changes) {
