@@ -13,7 +13,6 @@
 #include "model/console.h"
 #include "model/paths.h"
 #include "model/token_reader.h"
-#include "solver/direct_stream.h"
 
 namespace kestralum {
 
@@ -97,13 +96,24 @@ void FactorFiles::close(std::int32_t division) {
 
 bool FactorFiles::write_direct(int direct, std::int32_t division, std::int32_t first, std::int32_t last, const double* const* rows) {
     const auto b = static_cast<std::size_t>(division);
-    DirectStream stream(direct, open_[b], 8 * (profile_.sky_start[static_cast<std::size_t>(first)] - divisions_.div_profile[b]));
-    bool ok = true;
-    for (std::int32_t k = first; ok && k < last; ++k)
-        ok = stream.put(rows[k - first], static_cast<std::size_t>(profile_.height[static_cast<std::size_t>(k)]) * sizeof(double));
-    if (ok && stream.finish()) return true;
-    fail(division, "cannot be written");
-    return false;
+    const std::int64_t offset = 8 * (profile_.sky_start[static_cast<std::size_t>(first)] - divisions_.div_profile[b]);
+    if (stream_ && (stream_division_ != division || stream_->position() != offset) && !flush()) return false;
+    if (!stream_) stream_.emplace(direct, open_[b], offset);
+    stream_division_ = division;
+    for (std::int32_t k = first; k < last; ++k)
+        if (!stream_->put(rows[k - first], static_cast<std::size_t>(profile_.height[static_cast<std::size_t>(k)]) * sizeof(double))) {
+            stream_.reset();
+            fail(division, "cannot be written");
+            return false;
+        }
+    return true;
+}
+
+bool FactorFiles::flush() {
+    const bool written = !stream_ || stream_->finish();
+    stream_.reset();
+    if (!written) fail(stream_division_, "cannot be written");
+    return written;
 }
 
 // Moves rows division by division, a batch of rows per call of the system.

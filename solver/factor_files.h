@@ -5,10 +5,12 @@
 #include <cstdint>
 #include <limits>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "solver/direct_stream.h"
 #include "solver/profile.h"
 
 namespace kestralum {
@@ -32,7 +34,10 @@ public:
 
     // Writes or reads the profile entries of rows [first, last): row i from or to rows[i - first],
     // height[i] doubles each.
+    // Rows of a division written past the page cache are written by one thread, which calls flush() at the end;
+    // rows that follow one another are gathered to large writes.
     bool write_rows(std::int32_t first, std::int32_t last, const double* const* rows);
+    bool flush();
     bool read_rows(std::int32_t first, std::int32_t last, double* const* rows);
 
     // Closes a division that is complete.
@@ -55,6 +60,8 @@ private:
     mutable std::mutex lock_;
     std::int64_t direct_bytes_;
     std::vector<int> open_;      // descriptor per division, -1 = closed
+    std::optional<DirectStream> stream_;  // of the division that is being written past the page cache
+    std::int32_t stream_division_ = 0;
     std::vector<int> direct_;    // of the same file, past the page cache, -1 = none
     std::atomic<bool> failed_{false};
     std::string error_;

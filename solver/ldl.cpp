@@ -21,7 +21,7 @@ namespace kestralum {
 // What the threads share while a factorization runs.
 struct SkylineFactor::Progress {
     explicit Progress(std::int32_t panels)
-        : done(static_cast<std::size_t>(panels)), stored(static_cast<std::size_t>(panels), 0) {
+        : done(static_cast<std::size_t>(panels)) {
         for (auto& flag : done) flag.store(false, std::memory_order_relaxed);
     }
     std::vector<std::atomic<bool>> done;  // panel is computed: others may read it
@@ -29,8 +29,7 @@ struct SkylineFactor::Progress {
     std::atomic<bool> stop{false};
     std::atomic<FactorStatus> status{FactorStatus::ok};
 
-    std::mutex report_lock;     // guards what follows: lines are printed in row order
-    std::vector<char> stored;   // panel is in its file
+    // of the thread that writes
     std::int32_t reported = 0;  // panels below are stored and reported
     std::int32_t freed = 0;     // panels below are freed (spilled factor)
     std::vector<double> diagonal;  // of the matrix, for the lines of W
@@ -203,17 +202,23 @@ bool SkylineFactor::store_panel(std::int32_t I, const double* L) {
     return files_.write_rows(grid_.row_begin(I), grid_.row_end(I), rows.data());
 }
 
-// Beside the threads that compute, so that these never wait for the disk.
+// Beside the threads that compute, so that these never wait for the disk; in the order of the rows.
 void SkylineFactor::write_panels() {
     Progress& p = *progress_;
+    std::vector<char> waiting(static_cast<std::size_t>(grid_.panels()), 0);
+    std::int32_t next = 0;
     for (std::int32_t I = p.next_to_write(); I >= 0; I = p.next_to_write()) {
-        if (!store_panel(I, panels_.panel(I))) {
-            p.fail(FactorStatus::write_failed);
-            return;
+        waiting[static_cast<std::size_t>(I)] = 1;
+        for (; next < grid_.panels() && waiting[static_cast<std::size_t>(next)]; ++next) {
+            if (!store_panel(next, panels_.panel(next))) {
+                p.fail(FactorStatus::write_failed);
+                break;
+            }
+            report_stored(next);
         }
-        report_stored(I);
         if (console::cancel_requested()) p.fail(FactorStatus::cancelled);
     }
+    if (!files_.flush()) p.fail(FactorStatus::write_failed);
 }
 
 // The lines of one spilled division, when row i is the first that cannot reach back into it; at the
@@ -253,16 +258,11 @@ void SkylineFactor::report_row(std::int32_t i) {
     }
 }
 
-// Panel I is in its file: everything up to the first panel that is not is reported in order, and
-// what no later panel reads is freed.
+// Panel I is in its file: its rows are reported, and what no later panel reads is freed.
 void SkylineFactor::report_stored(std::int32_t I) {
     Progress& p = *progress_;
-    std::lock_guard hold(p.report_lock);
-    p.stored[static_cast<std::size_t>(I)] = 1;
-    while (p.reported < grid_.panels() && p.stored[static_cast<std::size_t>(p.reported)]) {
-        for (std::int32_t i = grid_.row_begin(p.reported); i < grid_.row_end(p.reported); ++i) report_row(i);
-        ++p.reported;
-    }
+    for (std::int32_t i = grid_.row_begin(I); i < grid_.row_end(I); ++i) report_row(i);
+    p.reported = I + 1;
     if (!spilled()) return;
     while (p.freed < p.reported && grid_.last_use[static_cast<std::size_t>(p.freed)] < p.reported)
         panels_.give_back(p.freed++);

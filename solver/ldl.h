@@ -27,7 +27,7 @@ struct FactorOptions {
     std::int32_t diag_num = 0;    // band measure: no row is higher; at least the largest height is used
     std::int32_t panel_rows = 0;  // 0: chosen by the profile
     const char* file_stem = "Ltemp";
-    std::int64_t direct_bytes = std::int64_t{64} << 20;  // a factor in one division of this size is written past the page cache
+    std::int64_t direct_bytes = std::int64_t{256} << 20;  // a factor in one division of this size is written past the page cache
 };
 
 // A factor L D Lᵀ or W Wᵀ: D in memory, the rows of L or W in memory (one division) or in the division
