@@ -32,6 +32,9 @@ bool check_analysable(const ModelStore& store, RunReport& report) {
             if (!(k >= 0) || !std::isfinite(k)) return refuse(console::format("rigid combine %s: stiffness %g: not a finite number of at least 0", combine.name.c_str(), k));
     for (const AppliedForce& force : store.forces)
         if (!std::isfinite(force.value)) return refuse("force " + force.name + ": the value is not a finite number");
+    RunReport rigid_report;  // its notices come again when the supports are known
+    RigidSystem rigid;
+    if (!find_rigid_bodies(store, elements_of_nodes(store.mesh), {}, rigid, rigid_report)) return refuse(rigid_report.remarks.errors.back());
     return true;
 }
 
@@ -188,10 +191,7 @@ bool build_linear_system(ModelStore& store, const Settings& settings, LinearSyst
 bool find_rigid_bodies(const ModelStore& store, const NodeElements& node_elements, const DofNumbering& numbering, RigidSystem& rigid,
                        RunReport& report) {
     rigid = build_rigid_system(store.rigid_elements, store.mesh, node_elements, numbering.fixed_nodes);
-    for (const std::string& line : rigid.notices) {
-        console::notice("%s", line.c_str());
-        report.remarks.notices.push_back(line);
-    }
+    report.remarks.notices.insert(report.remarks.notices.end(), rigid.notices.begin(), rigid.notices.end());
     if (!rigid.error.empty()) {
         report.fail(RunStatus::bad_input, rigid.error);
         return false;

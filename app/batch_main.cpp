@@ -24,9 +24,13 @@ using namespace kestralum;
 
 enum ExitStatus { exit_done = 0, exit_incomplete = 1, exit_bad_input = 2 };
 
-// The explicit analysis ends after the step under way, its files written; others end at once.
-void stop_on_interrupt(const AnalysisEntry& entry) {
-    if (entry.type == AnalysisType::explicit_dynamics) std::signal(SIGINT, [](int) { console::request_cancel(true); });
+// Ctrl-C ends a run at its next counter, with its files in order; a second one ends it at once.
+void stop_on_interrupt() {
+    for (const int which : {SIGINT, SIGTERM})
+        std::signal(which, [](int number) {
+            console::request_cancel(true);
+            std::signal(number, SIG_DFL);
+        });
 }
 
 ExitStatus run_analysis(const BatchOptions& options, const ModelReadReport& model, const AnalysisInfoReport& control) {
@@ -35,7 +39,7 @@ ExitStatus run_analysis(const BatchOptions& options, const ModelReadReport& mode
     clock.add("mesh", model.mesh_seconds);
     explicit_options() = {options.probes, options.mean_dilatation};
     nonlinear_options() = {{}, options.probes};
-    stop_on_interrupt(*find_analysis(options.command));
+    stop_on_interrupt();
     RunReport report = find_analysis(options.command)->run();
     for (const Stage& stage : report.clock.stages()) clock.add(stage);
     report.clock = clock;

@@ -1,5 +1,7 @@
 #include "model/paths.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -64,6 +66,11 @@ bool read_text(std::string_view stored, std::string& text, std::string& error) {
     File file = open(stored, "rb");
     if (!file) {
         error = std::strerror(errno);
+        return false;
+    }
+    struct stat what;
+    if (::fstat(::fileno(file.get()), &what) == 0 && (S_ISCHR(what.st_mode) || S_ISDIR(what.st_mode))) {  // a device may never end
+        error = "not a file";
         return false;
     }
     char block[1 << 16];
