@@ -457,6 +457,8 @@ void MainWindow::slotsContourMenu() {
     contour = view::chosen_contour(checked, contour);
     for (std::size_t k = 0; k < checked.size(); ++k)
         contour_actions_[k]->setChecked(static_cast<std::int32_t>(k) == contour);
+    view_->state().plastic_strain = false;  // what was chosen last shows
+    plastic_->setChecked(false);
 }
 
 // ---- pixmaps

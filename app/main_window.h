@@ -112,6 +112,7 @@ private:
     GLWidget* view_ = nullptr;
     std::array<QAction*, 16> view_actions_{};
     std::array<QAction*, 18> contour_actions_{};
+    QAction* plastic_ = nullptr;
     std::array<QDoubleSpinBox*, 3> light_boxes_{};
     QSpinBox* frame_box_ = nullptr;
     QSpinBox* mode_box_ = nullptr;

@@ -162,6 +162,9 @@ void MainWindow::make_toolbar() {
     QAction* frames = add("All Frames", "Contour range over all frames, not the one shown",
                           [this](bool on) { view_->state().all_frames_range = on; });
     frames->setCheckable(true);
+    plastic_ = add(view::plastic_strain.menu_text, "Equivalent plastic strain in place of the chosen contour",
+                   [this](bool on) { view_->state().plastic_strain = on; });
+    plastic_->setCheckable(true);
 }
 
 }  // namespace kestralum

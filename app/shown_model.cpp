@@ -1,9 +1,44 @@
 #include "app/shown_model.h"
 
+#include <utility>
+
 #include "elements/constraints.h"
+#include "elements/rigid_bodies.h"
 #include "model/model_store.h"
+#include "solver/sparse.h"
 
 namespace kestralum {
+
+namespace {
+
+// Nodes and normals of the rigid elements as an analysis finds them; the first element keeps a node. Records
+// that an analysis refuses are shown all the same.
+std::vector<view::RigidHold> find_rigid_holds(const ModelStore& store) {
+    std::vector<view::RigidHold> holds;
+    if (store.rigid_elements.empty()) return holds;
+    const Mesh& mesh = store.mesh;
+    const NodeElements around = elements_of_nodes(mesh);
+    std::vector<bool> taken(static_cast<std::size_t>(mesh.node_num()));
+    RigidSystem system;
+    for (const RigidElement& record : store.rigid_elements) {
+        RigidBody& body = system.bodies.emplace_back();
+        body.members = select_members(record, mesh, around);
+        std::erase_if(body.members, [&](std::int32_t n) { return taken[static_cast<std::size_t>(n)]; });
+        for (const std::int32_t n : body.members) taken[static_cast<std::size_t>(n)] = true;
+        view::RigidHold& hold = holds.emplace_back();
+        hold.nodes = body.members;
+        if (mesh.node_n_dir.size() != mesh.coordinates.size()) continue;
+        RigidForce along;
+        along.element = static_cast<std::int32_t>(system.bodies.size()) - 1;
+        along.direction = RigidDirection::normal;
+        along.value = 1;
+        const Vec6 f = rigid_force_resultant(system, along.element, {}, std::span(&along, 1), mesh);
+        hold.normal = {f[0], f[1], f[2]};
+    }
+    return holds;
+}
+
+}  // namespace
 
 void ShownModel::model_changed() {
     const ModelStore& store = model_store();
@@ -12,6 +47,7 @@ void ShownModel::model_changed() {
         const auto nodes = select_nodes(record, store.mesh);
         fixed_nodes_.insert(fixed_nodes_.end(), nodes.begin(), nodes.end());
     }
+    rigid_holds_ = find_rigid_holds(store);
     drawing.set_pick({});
     drawing.mesh_changed();
 }
@@ -27,6 +63,8 @@ view::SceneTables ShownModel::tables() const {
             .forces = store.forces,
             .rigid_elements = store.rigid_elements,
             .rigid_forces = store.rigid_forces,
+            .rigid_combines = store.rigid_combines,
+            .rigid_holds = rigid_holds_,
             .walls = store.explicit_tables.walls,
             .contacts = store.explicit_tables.contacts,
             .parameters = store.parameters,
@@ -58,7 +96,7 @@ std::string ShownModel::pick(double x, double y) {
                                        view::pixel_slack(camera, 5));
     drawing.set_pick(found);
     if (!found) return "";
-    return view::status_text(*found, shown.mesh, picture.vector(), picture.values(), state.contour);
+    return view::status_text(*found, shown.mesh, picture.vector(), picture.values(), state.shown_contour());
 }
 
 }  // namespace kestralum

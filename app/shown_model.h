@@ -14,7 +14,8 @@ public:
     view::Camera camera;
     view::gl::SceneDrawing drawing;
 
-    // The store holds another model, or the same one renumbered: its fixed nodes are looked up again.
+    // The store holds another model, or the same one renumbered: its fixed nodes and
+    // those of its rigid elements are looked up again.
     void model_changed();
 
     view::SceneTables tables() const;
@@ -31,6 +32,7 @@ public:
 
 private:
     std::vector<std::int32_t> fixed_nodes_;  // 0-based
+    std::vector<view::RigidHold> rigid_holds_;
 };
 
 }  // namespace kestralum

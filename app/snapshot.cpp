@@ -78,6 +78,7 @@ int make_snapshot(const WindowOptions& options) {
     const double L = model_store().mesh.max_length;
     state.light = {L, L, L};
     state.contour = options.contour;
+    state.plastic_strain = options.plastic_strain;
     state.frame = view::clamp_frame(options.frame, model_store().results.mode_num());
     state.mode_scale = options.scale;
     state.transparency = options.opacity;

@@ -64,7 +64,7 @@ private:
         else if (argument == "--analysis")
             out_.analysis = text;
         else if (argument == "--contour")
-            integer(argument, text, -1, static_cast<std::int32_t>(view::quantities.size()) - 1, out_.contour);
+            contour(argument, text);
         else if (argument == "--frame")
             integer(argument, text, 1, 9999, out_.frame);
         else if (argument == "--scale")
@@ -108,6 +108,13 @@ private:
         else
             out_.error = argument + " wants an integer from " + std::to_string(low) + " to " +
                          std::to_string(high) + ", not '" + text + "'";
+    }
+
+    void contour(const std::string& argument, const std::string& text) {
+        out_.plastic_strain = text == "plastic";
+        if (out_.plastic_strain) return;
+        integer(argument, text, -1, static_cast<std::int32_t>(view::quantities.size()) - 1, out_.contour);
+        if (!out_.error.empty()) out_.error += ", or plastic";
     }
 
     void number(const std::string& argument, const std::string& text, double low, double high,
@@ -192,8 +199,9 @@ std::string window_usage() {
            analyses +
            "\n"
            "  --result FILE         shows the results of this file\n"
-           "  --contour N           0 ... 16 in the order of the Contour menu, 17 part colours, -1 none; 4 "
-           "unless given\n"
+           "  --contour N|plastic   0 ... 16 in the order of the Contour menu, 17 part colours, -1 none; 4 "
+           "unless given;\n"
+           "                        plastic: equivalent plastic strain\n"
            "  --frame K             mode or output step, from 1\n"
            "  --view x|y|z|iso      looks from there; iso unless given\n"
            "  --size WxH            pixels; 800x600 unless given\n"

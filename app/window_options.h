@@ -14,11 +14,12 @@ namespace kestralum {
 
 struct WindowOptions {
     bool help = false, version = false;
-    std::string model_file;    // "" = none
-    std::string snapshot;      // image file to write instead of opening a window; "" = none
-    std::string result_file;   // for a snapshot: results to show
-    std::string analysis;      // for a snapshot: analysis to run first, its batch word
-    std::int32_t contour = 4;  // row of the quantity table, -1 none
+    std::string model_file;       // "" = none
+    std::string snapshot;         // image file to write instead of opening a window; "" = none
+    std::string result_file;      // for a snapshot: results to show
+    std::string analysis;         // for a snapshot: analysis to run first, its batch word
+    std::int32_t contour = 4;     // row of the Contour menu, -1 none
+    bool plastic_strain = false;  // shown in place of the contour
     std::int32_t frame = 1;
     std::optional<view::ViewDirection> direction;
     std::array<int, 2> size{800, 600};

@@ -5,6 +5,7 @@
 namespace kestralum::view {
 
 const Quantity* quantity_at(std::int32_t index) {
+    if (index == plastic_strain_row) return &plastic_strain;
     if (index < 0 || index >= static_cast<std::int32_t>(quantities.size())) return nullptr;
     return &quantities[static_cast<std::size_t>(index)];
 }

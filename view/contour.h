@@ -23,7 +23,7 @@ enum class Source {
 struct Quantity {
     const char* menu_text;
     const char* text;  // in the legend
-    const char* unit;
+    const char* unit;  // "": the title has none
     Source source;
     int group;      // of node_stress
     int component;  // 0 … 2
@@ -49,10 +49,14 @@ inline constexpr std::array<Quantity, 18> quantities{{
     {"&Part Color", "", "", Source::none, 0, 0},
 }};
 
-// Row of the table, null for an index outside it.
+// Beside the menu's eighteen, under a number of its own: it has a toggle in the toolbar.
+inline constexpr std::int32_t plastic_strain_row = 100;
+inline constexpr Quantity plastic_strain{"Plastic Strain", "Eq. plastic strain", "", Source::stress, 4, 1};
+
+// Row of the table or plastic_strain_row; null for any other index.
 const Quantity* quantity_at(std::int32_t index);
 
-// Text of the legend: empty for 17 and for every index outside the table.
+// Text of the legend: empty for 17 and for every index without a row.
 const char* quantity_text(std::int32_t index);
 
 // The vector (dof_num values, m) that frame 1 … mode_num shows; empty where the frame does not exist

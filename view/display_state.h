@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "model/model_store.h"
+#include "view/contour.h"
 #include "view/vector.h"
 
 namespace kestralum::view {
@@ -65,7 +66,8 @@ inline constexpr int phase_count = 20;  // pictures per oscillation of a mode
 
 struct DisplayState {
     std::array<bool, 16> flags = start_flags();
-    std::int32_t contour = 4;          // row of the quantity table, -1 none
+    std::int32_t contour = 4;          // row of the Contour menu, -1 none
+    bool plastic_strain = false;       // shown in place of the contour
     std::int32_t frame = 1;            // mode or output step shown, 1-based; 0 undeformed
     std::int32_t frame_increment = 1;  // kept for the control that sets it
     bool animation_running = false;
@@ -80,6 +82,8 @@ struct DisplayState {
     bool real_time = false;  // explicit analysis stepped by the view
     bool result_ready = false;
 
+    // Row of the quantity table, -1 none.
+    std::int32_t shown_contour() const { return plastic_strain ? plastic_strain_row : contour; }
     bool shows(ViewFlag flag) const { return flags[static_cast<std::size_t>(flag)]; }
 };
 

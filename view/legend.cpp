@@ -62,7 +62,8 @@ ContourBar contour_bar(std::int32_t contour, AnalysisType ana_type, const ValueR
     bar.title = quantity->text;
     // modes are scaled freely: neither their displacement nor the stress from it has a unit
     const bool has_unit = ana_type != AnalysisType::eigen || quantity->unit[0] == '-';
-    bar.title += has_unit ? console::format(" [%s]", quantity->unit) : " [mode amplitude]";
+    if (quantity->unit[0] != '\0')
+        bar.title += has_unit ? console::format(" [%s]", quantity->unit) : " [mode amplitude]";
     const bool flat = !(range.high.value > range.low.value);
     for (int k = 0; k <= intervals; ++k) {
         const double at = static_cast<double>(k) / intervals;

@@ -16,7 +16,7 @@ double mean_edge_length(const Surface& surface, std::span<const double> coordina
 
 // The results belong to the mesh, and the quantity has values in them.
 bool carries_values(const SceneTables& tables, const DisplayState& state) {
-    const Quantity* quantity = quantity_at(state.contour);
+    const Quantity* quantity = quantity_at(state.shown_contour());
     return state.result_ready && quantity && quantity->source != Source::none &&
            tables.results.mode_num() > 0 && tables.mesh.element_num() > 0;
 }
@@ -56,7 +56,7 @@ void Picture::update_faces(const SceneTables& tables, const DisplayState& state,
 }
 
 void Picture::update_values(const SceneTables& tables, const DisplayState& state, bool carries) {
-    const ValueKey key{results_revision_, faces_revision_,        state.contour,
+    const ValueKey key{results_revision_, faces_revision_,        state.shown_contour(),
                        state.frame,       state.all_frames_range, carries};
     if (key == value_key_) return;
     value_key_ = key;
@@ -64,17 +64,17 @@ void Picture::update_values(const SceneTables& tables, const DisplayState& state
     values_.clear();
     range_.reset();
     if (!carries) return;
-    values_ = nodal_values(state.contour, tables.mesh, tables.results, state.frame);
+    values_ = nodal_values(state.shown_contour(), tables.mesh, tables.results, state.frame);
     if (values_.empty()) return;
     if (!state.all_frames_range) {
         range_ = value_range(values_, faces().value_nodes);
         return;
     }
-    const RangeKey range_key{results_revision_, faces_revision_, state.contour};
+    const RangeKey range_key{results_revision_, faces_revision_, state.shown_contour()};
     if (!(range_key == all_frames_key_)) {
         all_frames_key_ = range_key;
         all_frames_range_ =
-            value_range_all_frames(state.contour, tables.mesh, tables.results, faces().value_nodes);
+            value_range_all_frames(state.shown_contour(), tables.mesh, tables.results, faces().value_nodes);
     }
     range_ = all_frames_range_;
 }
@@ -93,8 +93,12 @@ void Picture::update_shape(const SceneTables& tables, const DisplayState& state)
     phases_ = phase_table(tables.ana_type);
 }
 
+double Picture::swing(int phase) const {
+    return factor_ * phases_[static_cast<std::size_t>(phase)];
+}
+
 void Picture::place(const SceneTables& tables, int phase, std::vector<double>& out) const {
-    displace(tables.mesh.coordinates, vector_, factor_ * phases_[static_cast<std::size_t>(phase)], out);
+    displace(tables.mesh.coordinates, vector_, swing(phase), out);
 }
 
 }  // namespace kestralum::view

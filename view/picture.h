@@ -11,6 +11,7 @@
 #include "view/contour.h"
 #include "view/deformation.h"
 #include "view/display_state.h"
+#include "view/rigid_symbols.h"
 #include "view/surface.h"
 
 namespace kestralum::view {
@@ -25,6 +26,8 @@ struct SceneTables {
     std::span<const AppliedForce> forces;
     std::span<const RigidElement> rigid_elements;
     std::span<const RigidForce> rigid_forces;
+    std::span<const RigidCombine> rigid_combines = {};
+    std::span<const RigidHold> rigid_holds = {};  // one per rigid element
     std::span<const RigidWall> walls;
     std::span<const ContactPair> contacts;
     std::span<const Parameter> parameters;      // that the walls' motions use
@@ -57,6 +60,7 @@ public:
     std::span<const double> vector() const { return vector_; }  // dof_num, into the results; may be empty
     double factor() const { return factor_; }                   // on it, at the largest swing
     bool deformed() const { return factor_ != 0 && !vector_.empty(); }
+    double swing(int phase) const;  // on it, at an entry of the phase table
 
     // The node places drawn (node_num × 3) at an entry of the phase table.
     void place(const SceneTables& tables, int phase, std::vector<double>& out) const;

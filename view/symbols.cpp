@@ -11,8 +11,7 @@ namespace kestralum::view {
 
 namespace {
 
-constexpr Color red{1, 0, 0, 1}, green{0, 1, 0, 1}, blue{0, 0, 1, 1}, violet{0.5f, 0, 0.5f, 1},
-    dark{0.2f, 0.2f, 0.2f, 1};
+constexpr Color red{1, 0, 0, 1}, green{0, 1, 0, 1}, blue{0, 0, 1, 1}, dark{0.2f, 0.2f, 0.2f, 1};
 
 Vec3 axis_vector(std::size_t axis, double length) {
     Vec3 v{};
@@ -66,8 +65,10 @@ bool pulls_outwards(const Mesh& mesh, const AppliedForce& force, const Vec3& arr
     return norm(sum) > 0 && dot(unit(sum), arrow) > cosine * norm(arrow);
 }
 
-// At most `limit` of the places, spread evenly and hardly nearer than `spacing`: one for each cell of
-// the finest grid that suffices.
+constexpr double arrow_share = 0.15;  // of max_length
+
+}  // namespace
+
 std::vector<Vec3> spread_out(const std::vector<Vec3>& places, std::size_t limit, double spacing) {
     constexpr std::size_t few = 8;
     if (places.size() <= few) return places;
@@ -97,10 +98,6 @@ std::vector<Vec3> spread_out(const std::vector<Vec3>& places, std::size_t limit,
     return {places[0]};
 }
 
-constexpr double arrow_share = 0.15;  // of max_length
-
-}  // namespace
-
 ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> forces,
                            std::span<const double> coordinates) {
     constexpr std::size_t most_arrows = 40;
@@ -121,25 +118,6 @@ ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> force
             }
         out.labels.push_back(
             {plus(middle(places), free_end), console::format("%.3e[N]", std::abs(force.value))});
-    }
-    return out;
-}
-
-ForceSymbols rigid_force_symbols(const Mesh& mesh, std::span<const RigidForce> forces,
-                                 std::span<const RigidElement> elements) {
-    const double length = arrow_share * extent_of(mesh.max_length);
-    ForceSymbols out;
-    for (const RigidForce& force : forces) {
-        if (force.element < 0 || static_cast<std::size_t>(force.element) >= elements.size()) continue;
-        const Vec3 place = elements[static_cast<std::size_t>(force.element)].reference;
-        const auto direction = static_cast<std::int32_t>(force.direction);
-        const bool moment = direction >= 3 && direction < 6;
-        Vec3 arrow{};
-        if (direction >= 0 && direction < 6 && force.value != 0)
-            arrow = axis_vector(static_cast<std::size_t>(direction % 3), force.value > 0 ? length : -length);
-        if (norm(arrow) > 0) out.arrows.push_back({minus(place, arrow), place, moment});
-        out.labels.push_back(
-            {minus(place, arrow), console::format(moment ? "%.3e[Nm]" : "%.3e[N]", std::abs(force.value))});
     }
     return out;
 }
@@ -187,8 +165,6 @@ Dimensions dimensions(const Scene& scene) {
     return out;
 }
 
-namespace {
-
 void add_circle(std::vector<Line>& lines, const Vec3& centre, const Vec3& u, const Vec3& v, double degrees,
                 const Color& color) {
     const int steps = std::max(4, static_cast<int>(degrees / 10));
@@ -199,7 +175,6 @@ void add_circle(std::vector<Line>& lines, const Vec3& centre, const Vec3& u, con
     for (int k = 0; k < steps; ++k) lines.push_back({at(k), at(k + 1), color});
 }
 
-// Twelve edges of the box low … high.
 void add_box(std::vector<Line>& lines, const Vec3& low, const Vec3& high, const Color& color) {
     for (std::size_t a = 0; a < 3; ++a)
         for (int side = 0; side < 4; ++side) {
@@ -210,35 +185,6 @@ void add_box(std::vector<Line>& lines, const Vec3& low, const Vec3& high, const 
             to[a] = high[a];
             lines.push_back({from, to, color});
         }
-}
-
-void add_rigid_region(std::vector<Line>& lines, const RigidElement& element) {
-    const auto& r = element.region;
-    if (element.kind == RigidSelection::area) {
-        add_box(lines, {r[0], r[2], r[4]}, {r[1], r[3], r[5]}, violet);
-        return;
-    }
-    const auto axis = static_cast<std::size_t>(r[4] >= 0 && r[4] < 3 ? r[4] : 2);
-    const Vec3 centre{r[0], r[1], r[2]};
-    const Vec3 u = axis_vector((axis + 1) % 3, r[3]), v = axis_vector((axis + 2) % 3, r[3]);
-    for (const double side : {-r[5], r[5]})
-        add_circle(lines, plus(centre, axis_vector(axis, side)), u, v, 360, violet);
-}
-
-}  // namespace
-
-RigidMarkers rigid_markers(std::span<const RigidElement> elements, double max_length) {
-    const double half = 0.02 * extent_of(max_length);
-    RigidMarkers out;
-    for (const RigidElement& element : elements) {
-        const Vec3 place = element.reference;
-        for (std::size_t a = 0; a < 3; ++a)
-            out.lines.push_back(
-                {minus(place, axis_vector(a, half)), plus(place, axis_vector(a, half)), violet});
-        add_rigid_region(out.lines, element);
-        out.labels.push_back({place, element.name});
-    }
-    return out;
 }
 
 namespace {
@@ -282,12 +228,12 @@ void add_round_wall(std::vector<Line>& lines, const RigidWall& wall, const Vec3&
 
 }  // namespace
 
-RigidMarkers contact_markers(const Mesh& mesh, std::span<const ContactPair> contacts,
-                             std::span<const double> coordinates) {
+Markers contact_markers(const Mesh& mesh, std::span<const ContactPair> contacts,
+                        std::span<const double> coordinates) {
     constexpr double none = std::numeric_limits<double>::infinity();
     constexpr Color pink{0.85f, 0, 0.6f, 1};
     const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
-    RigidMarkers out;
+    Markers out;
     for (const ContactPair& pair : contacts) {
         Vec3 between{};
         int found = 0;
@@ -312,9 +258,9 @@ RigidMarkers contact_markers(const Mesh& mesh, std::span<const ContactPair> cont
     return out;
 }
 
-RigidMarkers wall_markers(std::span<const RigidWall> walls, std::span<const Parameter> parameters,
-                          double time, const Scene& scene) {
-    RigidMarkers out;
+Markers wall_markers(std::span<const RigidWall> walls, std::span<const Parameter> parameters, double time,
+                     const Scene& scene) {
+    Markers out;
     for (const RigidWall& wall : walls) {
         if (wall.axis < 0 || wall.axis > 2) continue;
         const auto axis = static_cast<std::size_t>(wall.axis);

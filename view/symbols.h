@@ -1,4 +1,4 @@
-// Symbols of the picture besides the mesh: axes, forces, supports, rigid elements, dimensions, labels.
+// Symbols of the picture besides the mesh: axes, forces, supports, walls, dimensions, labels.
 // Lengths in m, places in the model's space.
 #pragma once
 
@@ -24,7 +24,6 @@ struct Label {
 };
 struct Arrow {
     Vec3 tail, tip;
-    bool moment = false;  // drawn with two heads
 };
 struct Cone {
     Vec3 tip;   // at the node
@@ -36,6 +35,15 @@ struct ForceSymbols {
     std::vector<Arrow> arrows;
     std::vector<Label> labels;  // "%.3e[N]" per record, at the free end of its (middle) arrow
 };
+
+// Twelve edges of the box low … high; part of a circle from `u` towards `v`.
+void add_box(std::vector<Line>& lines, const Vec3& low, const Vec3& high, const Color& color);
+void add_circle(std::vector<Line>& lines, const Vec3& centre, const Vec3& u, const Vec3& v, double degrees,
+                const Color& color);
+
+// At most `limit` of the places, spread evenly and hardly nearer than `spacing`: one for each cell of the
+// finest grid that suffices.
+std::vector<Vec3> spread_out(const std::vector<Vec3>& places, std::size_t limit, double spacing);
 
 // Triad of unit length scaled by `size`: x red with a cross at its tip, y green, z blue.
 std::vector<Line> axes(double size);
@@ -59,31 +67,25 @@ std::vector<Line> feature_outlines(std::span<const Part> parts_o);
 ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> forces,
                            std::span<const double> coordinates);
 
-// Arrows at the reference points of rigid elements: "%.3e[N]", moments "%.3e[Nm]". A force along the
-// normals has a label only.
-ForceSymbols rigid_force_symbols(const Mesh& mesh, std::span<const RigidForce> forces,
-                                 std::span<const RigidElement> elements);
-
 // One cone per fixed node (0-based; repeats and numbers outside the mesh are passed over), outside the
 // body where the node lies on its surface. Thinned out evenly to about 5000.
 std::vector<Cone> support_cones(const Mesh& mesh, std::span<const std::int32_t> fixed_nodes,
                                 std::span<const double> coordinates);
 
-// Box or cylinder of the nodes that a rigid element takes, and a cross at its reference point; names.
-struct RigidMarkers {
+// Outlines with names.
+struct Markers {
     std::vector<Line> lines;
     std::vector<Label> labels;
 };
-RigidMarkers rigid_markers(std::span<const RigidElement> elements, double max_length);
 
 // Outlines of rigid walls at a time: a hatched rectangle, one of max_length about the model's middle where
 // a plane has no bounds; circles of a cylinder and of a sphere; names.
-RigidMarkers wall_markers(std::span<const RigidWall> walls, std::span<const Parameter> parameters,
-                          double time, const Scene& scene);
+Markers wall_markers(std::span<const RigidWall> walls, std::span<const Parameter> parameters, double time,
+                     const Scene& scene);
 
 // Boxes about the two parts of each contact pair, as drawn at `coordinates`; "name: part - part" between.
-RigidMarkers contact_markers(const Mesh& mesh, std::span<const ContactPair> contacts,
-                             std::span<const double> coordinates);
+Markers contact_markers(const Mesh& mesh, std::span<const ContactPair> contacts,
+                        std::span<const double> coordinates);
 
 // Dimension lines along three edges of the model's box, set off from it, with "x:%.4g[m]" and so on;
 // an axis without length has none.

@@ -152,6 +152,33 @@ TEST_F(Window, ContourEntriesExcludeEachOther) {
     EXPECT_EQ(picture(), part_colour) << "no contour shows the parts' colours";
 }
 
+// node_stress 4: Mises, plastic strain. set_results puts the displacement's x and y there.
+TEST_F(Window, PlasticStrainShowsInPlaceOfTheContour) {
+    ASSERT_TRUE(open(block_text));
+    set_results([](const double* x) { return std::array<double, 3>{x[0], 0.01 + x[1], 0}; });
+    state().contour = 4;
+    state().auto_scale = false;
+    const QImage mises = picture();
+    QAction* toggle = action("Plastic Strain");
+    ASSERT_TRUE(toggle && toggle->isCheckable());
+    EXPECT_FALSE(toggle->isChecked());
+    EXPECT_EQ(window->menuBar()->actions()[4]->menu()->actions().size(), 18);
+    toggle->trigger();
+    EXPECT_NE(picture(), mises);
+    const ModelStore& store = model_store();
+    const auto& values = window->view()->shown().drawing.picture().values();
+    ASSERT_EQ(values.size(), static_cast<std::size_t>(store.mesh.node_num()));
+    for (std::size_t n = 0; n < values.size(); ++n)
+        EXPECT_DOUBLE_EQ(values[n], 0.01 + store.mesh.coordinates[3 * n + 1]) << "node " << n + 1;
+    toggle->trigger();
+    EXPECT_EQ(picture(), mises);
+    toggle->trigger();
+    trigger("&Disp. x");  // what was chosen last shows
+    EXPECT_FALSE(toggle->isChecked());
+    picture();
+    EXPECT_DOUBLE_EQ(window->view()->shown().drawing.picture().range()->high.value, 0.4);
+}
+
 TEST_F(Window, FramesStayWithinTheResults) {
     ASSERT_TRUE(open(block_text));
     model_store().ana_type = AnalysisType::explicit_dynamics;

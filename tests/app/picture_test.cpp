@@ -206,6 +206,55 @@ TEST_F(Picture, ModesSwing) {
     }
 }
 
+// The members of a rigid element, their reference point and its force: found in the model, drawn where the
+// body has gone, swinging with a mode, sent only while they show.
+TEST_F(Picture, RigidElementsMoveWithTheBody) {
+    ASSERT_TRUE(open(replaced(block_text, "END", "rigid_force\n  PUSH HEAD n 5\n%\nEND")));
+    model_store().ana_type = AnalysisType::eigen;
+    set_results([](const double* x) { return std::array<double, 3>{0, x[0], 0}; });
+    model_store().ana_type = AnalysisType::eigen;
+    const auto holds = window->view()->shown().tables().rigid_holds;
+    ASSERT_EQ(holds.size(), 1u);
+    ASSERT_EQ(holds[0].nodes.size(), 9u);
+    // corners and edges of the face lean the normals of their nodes outwards, all sides alike
+    EXPECT_NEAR(holds[0].normal[0], 1, 1e-9);
+    for (const std::int32_t n : holds[0].nodes)
+        EXPECT_DOUBLE_EQ(view::triple(model_store().mesh.coordinates, n)[0], 0.4);
+    show_only({ViewFlag::rigid_element});
+    window->view()->look_from(view::ViewDirection::z);
+    auto seen_at = [&](const QImage& image, const Vec3& place, bool (*wanted)(const QColor&)) {
+        const Vec3 at = pixel_of(place);
+        int found = 0;
+        for (int y = -2; y <= 2; ++y)
+            for (int x = -2; x <= 2; ++x) found += wanted(image.pixelColor(int(at[0]) + x, int(at[1]) + y));
+        return found;
+    };
+    const auto violet = [](const QColor& c) { return c.green() < 100 && c.red() > 80 && c.blue() > 80; };
+    const auto red = [](const QColor& c) { return c.red() > 180 && c.green() < 80 && c.blue() < 80; };
+    // a fifth of 0.4 m is the largest swing; the picture mirrors at half of the period
+    for (const auto& [phase, lift] : {std::pair{0, 0.08}, {10, -0.08}}) {
+        state().phase = phase;
+        const QImage image = picture();
+        for (const double y : {0.0, 0.1, 0.2}) {
+            EXPECT_GT(seen_at(image, {0.4, y + lift, 0.2}, violet), 6)
+                << "member, phase " << phase << " y " << y;
+            EXPECT_EQ(seen_at(image, {0.3, y + lift, 0.2}, violet), 0);
+        }
+        // the members all move alike, and so does their reference point
+        EXPECT_GT(seen_at(image, {0.497, 0.1 + lift, 0.1}, violet), 2) << "reference point, phase " << phase;
+        EXPECT_GT(seen_at(image, {0.53, 0.1 + lift, 0.1}, red), 2) << "force, phase " << phase;
+    }
+    show_only({ViewFlag::fem});
+    for (int phase : {0, 10, 3, 4}) {
+        state().phase = phase;
+        picture();
+    }
+    const std::int64_t before = view::gl::bytes_sent();
+    state().phase = 10;
+    picture();
+    EXPECT_EQ(view::gl::bytes_sent(), before);
+}
+
 TEST_F(Picture, SlowPicturesLeaveTimeToTheWindow) {
     int pictures = 0;
     QObject::connect(window->view(), &GLWidget::painted, [&] {

@@ -70,6 +70,12 @@ TEST_F(Program, DrawsSnapshots) {
                              "--contour", "1", "--view", "z", "--size", "400x300", "--hide", bare});
     ASSERT_EQ(again.status, 0) << again.err;
     EXPECT_EQ(image("again.png"), picture);
+    // an elastic bar has no plastic strain anywhere: the blue of a range without width
+    const Ended plastic = run({"bar.txt", "--snapshot", "plastic.png", "--result", "log/result_bar.txt",
+                               "--contour", "plastic", "--view", "z", "--size", "400x300", "--hide", bare});
+    ASSERT_EQ(plastic.status, 0) << plastic.err;
+    for (const int x : {400 * 12 / 100, 200, 400 * 88 / 100})
+        EXPECT_EQ(image("plastic.png").pixelColor(x, 150), QColor(0, 0, 255)) << x;
 }
 
 TEST_F(Program, RefusesBadUsage) {
@@ -78,6 +84,7 @@ TEST_F(Program, RefusesBadUsage) {
         {{"--snapshot", "a.png"}, "model file"},
         {{"bar.txt", "--contour", "3"}, "--snapshot"},
         {{"bar.txt", "--snapshot", "a.png", "--contour", "18"}, "from -1 to 17"},
+        {{"bar.txt", "--snapshot", "a.png", "--contour", "plastics"}, "or plastic"},
         {{"bar.txt", "--snapshot", "a.png", "--size", "640*480"}, "640*480"},
         {{"bar.txt", "--snapshot", "a.png", "--view", "w"}, "iso"},
         {{"bar.txt", "--snapshot", "a.png", "--hide", "wires"}, "wires"},

@@ -63,6 +63,7 @@ TEST_F(Values, StandWhereTheTableSays) {
         for (std::int32_t frame : {1, 2})
             EXPECT_DOUBLE_EQ(value(4 + k, frame), 100 * frame + group_and_component[k])
                 << quantity_text(4 + k);
+    for (std::int32_t frame : {1, 2}) EXPECT_DOUBLE_EQ(value(plastic_strain_row, frame), 100 * frame + 41);
 }
 
 TEST_F(Values, AreMissingWithoutAFrameOrAQuantity) {
@@ -150,6 +151,8 @@ TEST(Legend, BarCarriesValuesAndColours) {
         EXPECT_EQ(bar.colors[k], contour_color(normalised(value, range), 1));
     }
     EXPECT_EQ(contour_bar(0, AnalysisType::eigen, range).title.find("[m]"), std::string::npos);
+    EXPECT_EQ(contour_bar(plastic_strain_row, AnalysisType::nonlinear_static, range).title,
+              "Eq. plastic strain");
     const ContourBar flat = contour_bar(4, AnalysisType::linear_static, {{2, 1, 0}, {2, 1, 0}});
     EXPECT_EQ(flat.ticks.size(), 1u);
     EXPECT_EQ(flat.colors.front(), flat.colors.back());

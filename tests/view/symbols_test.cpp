@@ -67,7 +67,7 @@ TEST(Symbols, ContactPairsHaveABoxAboutEachPart) {
     pairs[0].part_name = {"A", "B"};
     pairs[0].part = {0, 1};
     pairs[1].part = {0, 7};  // no such part
-    const RigidMarkers markers = contact_markers(mesh, pairs, mesh.coordinates);
+    const Markers markers = contact_markers(mesh, pairs, mesh.coordinates);
     ASSERT_EQ(markers.labels.size(), 1u);
     EXPECT_EQ(markers.labels[0].text, "HIT: A - B");
     expect_near(markers.labels[0].at, {1, 0.5, 0.5});
@@ -88,7 +88,7 @@ TEST(Symbols, WallsStandWhereTheirMotionHasBroughtThem) {
     walls[1].radius = 0.5;
     walls[1].box = {1, 1, 1, 1, 1, 1};
     walls[2].axis = 7;  // damaged
-    const RigidMarkers markers = wall_markers(walls, {}, 0, scene);
+    const Markers markers = wall_markers(walls, {}, 0, scene);
     ASSERT_EQ(markers.labels.size(), 2u);
     expect_near(markers.labels[0].at, {1, 0.5, 0.75});
     double farthest = 0;
@@ -100,41 +100,6 @@ TEST(Symbols, WallsStandWhereTheirMotionHasBroughtThem) {
             farthest = std::max(farthest, std::abs(end[0] - 1));
         }
     EXPECT_NEAR(farthest, 1.2, 1e-9);
-}
-
-TEST(Symbols, RigidForcesTellMomentsApart) {
-    const Mesh mesh = hexa_box({{1, 1, 1}, {1, 1, 1}});
-    std::vector<RigidElement> elements(1);
-    elements[0].reference = {1, 2, 3};
-    elements[0].region = {0, 1, 0, 2, 0, 3};
-    std::vector<RigidForce> forces(4);
-    for (std::size_t k = 0; k < 3; ++k) {
-        forces[k].element = 0;
-        forces[k].value = 2;
-    }
-    forces[0].direction = RigidDirection::y;
-    forces[1].direction = RigidDirection::rz;
-    forces[2].direction = RigidDirection::normal;
-    forces[3].element = 4;  // of no element
-    const ForceSymbols symbols = rigid_force_symbols(mesh, forces, elements);
-    ASSERT_EQ(symbols.arrows.size(), 2u);
-    EXPECT_FALSE(symbols.arrows[0].moment);
-    EXPECT_TRUE(symbols.arrows[1].moment);
-    expect_near(symbols.arrows[1].tail, {1, 2, 2.85});
-    ASSERT_EQ(symbols.labels.size(), 3u);
-    EXPECT_EQ(symbols.labels[1].text, "2.000e+00[Nm]");
-    const RigidMarkers markers = rigid_markers(elements, 1);
-    double length = 0;
-    for (const Line& line : markers.lines) length += norm(minus(line.to, line.from));
-    EXPECT_NEAR(length, 4 * (1 + 2 + 3) + 3 * 0.04, 1e-12);
-    elements[0].kind = RigidSelection::round;  // centre 0 1 0, radius 2, axis x, half thickness 0.5
-    elements[0].region = {0, 1, 0, 2, 0, 0.5};
-    const RigidMarkers round = rigid_markers(elements, 1);
-    ASSERT_GT(round.lines.size(), 3u + 2 * 12u);
-    for (const Line& line : std::span(round.lines).subspan(3)) {
-        EXPECT_NEAR(std::abs(line.from[0]), 0.5, 1e-12);
-        EXPECT_NEAR(std::hypot(line.from[1] - 1, line.from[2]), 2, 1e-12);
-    }
 }
 
 TEST(Symbols, SupportsStandOutsideTheBody) {

@@ -81,7 +81,9 @@ std::vector<ColorVertex> line_vertices(std::span<const Line> lines) {
     return out;
 }
 
-void draw_lines(const Buffer& buffer) {
+namespace {
+
+void draw_colored(const Buffer& buffer, GLenum kind) {
     if (buffer.count() == 0) return;
     buffer.bind(GL_ARRAY_BUFFER);
     glEnableClientState(GL_VERTEX_ARRAY);
@@ -89,10 +91,20 @@ void draw_lines(const Buffer& buffer) {
     glVertexPointer(3, GL_FLOAT, sizeof(ColorVertex), nullptr);
     glColorPointer(4, GL_UNSIGNED_BYTE, sizeof(ColorVertex),
                    reinterpret_cast<const void*>(offsetof(ColorVertex, color)));
-    glDrawArrays(GL_LINES, 0, buffer.count());
+    glDrawArrays(kind, 0, buffer.count());
     glDisableClientState(GL_COLOR_ARRAY);
     glDisableClientState(GL_VERTEX_ARRAY);
     glBindBuffer(GL_ARRAY_BUFFER, 0);
+}
+
+}  // namespace
+
+void draw_lines(const Buffer& buffer) {
+    draw_colored(buffer, GL_LINES);
+}
+
+void draw_points(const Buffer& buffer) {
+    draw_colored(buffer, GL_POINTS);
 }
 
 void add_cone(std::vector<LitVertex>& out, const Cone& cone) {

@@ -55,6 +55,7 @@ ColorVertex color_vertex(const Vec3& place, const Color& color);
 std::array<std::uint8_t, 4> color_bytes(const Color& color);
 std::vector<ColorVertex> line_vertices(std::span<const Line> lines);
 void draw_lines(const Buffer& buffer);
+void draw_points(const Buffer& buffer);  // of color_vertex
 
 // A cone with its base, as triangles.
 void add_cone(std::vector<LitVertex>& out, const Cone& cone);

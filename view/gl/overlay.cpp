@@ -154,7 +154,7 @@ void draw_overlay(const OverlayTexts& texts, const Camera& camera, const Scene& 
     }
     for (const Label& label : texts.labels)
         if (const auto at = project(camera, scene, label.at))
-            panels.label((*at)[0], (*at)[1] - 4, label.text);
+            panels.label((*at)[0], (*at)[1] - 8, label.text);  // a line to the right stays in sight
     if (!texts.bar.colors.empty()) draw_bar(texts.bar, camera, painter);
     glEnable(GL_DEPTH_TEST);
 }

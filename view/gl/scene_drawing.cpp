@@ -49,8 +49,23 @@ void add_arrow(const Arrow& arrow, std::vector<Line>& shafts, std::vector<LitVer
     shafts.push_back({arrow.tail, plus(arrow.tip, times(0.8 * head_share * length, back)), arrow_color});
     const double height = head_share * length;
     add_cone(heads, {arrow.tip, back, height, 0.25 * height});
-    if (arrow.moment)
-        add_cone(heads, {plus(arrow.tip, times(0.6 * height, back)), back, height, 0.25 * height});
+}
+
+void add_turn(const TurnArrow& turn, std::vector<Line>& shafts, std::vector<LitVertex>& heads) {
+    const double radius = norm(turn.u), height = 0.7 * radius;
+    const double end = turn_degrees * std::numbers::pi / 180;
+    const Vec3 at = plus(turn.centre, plus(times(std::cos(end), turn.u), times(std::sin(end), turn.v)));
+    const Vec3 back = unit(minus(times(std::sin(end), turn.u), times(std::cos(end), turn.v)));
+    shafts.push_back({turn.foot, turn.centre, arrow_color});
+    add_circle(shafts, turn.centre, turn.u, turn.v, turn_degrees, arrow_color);
+    add_cone(heads, {minus(at, times(height, back)), back, height, 0.3 * height});
+}
+
+RigidSymbols rigid_at(const Picture& picture, const SceneTables& tables, int phase) {
+    const bool finite = tables.ana_type >= AnalysisType::nonlinear_static;
+    return rigid_symbols(
+        {tables.mesh, tables.rigid_elements, tables.rigid_holds, tables.rigid_forces, tables.rigid_combines},
+        {picture.vector(), picture.swing(phase), finite});
 }
 
 // Dense meshes fade: edges closer than a few pixels would blacken the faces.
@@ -69,7 +84,7 @@ double pixels_per_length(const Camera& camera, const Scene& scene) {
 
 ContourBar shown_bar(const Picture& picture, const DisplayState& state, AnalysisType ana_type) {
     if (!picture.contour() || !state.shows(ViewFlag::contour_bar)) return {};
-    return contour_bar(state.contour, ana_type, *picture.range());
+    return contour_bar(state.shown_contour(), ana_type, *picture.range());
 }
 
 std::vector<double> extent_points(const Picture& picture, const SceneTables& tables,
@@ -81,8 +96,25 @@ std::vector<double> extent_points(const Picture& picture, const SceneTables& tab
             points.insert(points.end(), &places[3 * static_cast<std::size_t>(n)],
                           &places[3 * static_cast<std::size_t>(n)] + 3);
     };
+    auto add_rigid = [&](int phase) {
+        if (!state.shows(ViewFlag::rigid_element)) return;
+        const RigidSymbols rigid = rigid_at(picture, tables, phase);
+        for (const Line& line : rigid.lines) points.insert(points.end(), line.from.begin(), line.from.end());
+        for (const TurnArrow& turn : rigid.turns)
+            for (const Vec3& r : {turn.u, turn.v, times(-1, turn.u), times(-1, turn.v)}) {
+                const Vec3 rim = plus(turn.centre, r);
+                points.insert(points.end(), rim.begin(), rim.end());
+            }
+        for (const Arrow& arrow : rigid.arrows)
+            for (const Vec3& end : {arrow.tail, arrow.tip})
+                points.insert(points.end(), end.begin(), end.end());
+    };
     add_mesh(0);
-    if (tables.ana_type == AnalysisType::eigen && picture.deformed()) add_mesh(phase_count / 2);
+    add_rigid(0);
+    if (tables.ana_type == AnalysisType::eigen && picture.deformed()) {
+        add_mesh(phase_count / 2);
+        add_rigid(phase_count / 2);
+    }
     if (state.shows(ViewFlag::force))
         for (const Arrow& arrow :
              force_symbols(tables.mesh, tables.forces, arrow_places(picture, tables)).arrows)
@@ -104,12 +136,13 @@ void SceneDrawing::draw(const SceneTables& tables, const DisplayState& state, co
     mesh_.update(picture_, tables, state);
     update_symbols(tables);
     update_loads(tables, state);
+    update_rigid(tables, state);
     const Scene scene = tables.box();
     set_state(state, camera, scene);
     // opaque symbols first, so that they shine through a translucent model
-    draw_symbols(state);
+    draw_symbols(state, picture_.edge_length() * pixels_per_length(camera, scene));
     draw_mesh(tables, state, camera);
-    draw_hidden_axes(state);
+    draw_hidden_lines(state);
     draw_overlay(texts(tables, state), camera, scene, painter);
 }
 
@@ -215,13 +248,18 @@ void SceneDrawing::draw_mesh(const SceneTables& tables, const DisplayState& stat
     }
 }
 
-void SceneDrawing::draw_symbols(const DisplayState& state) const {
+void SceneDrawing::draw_symbols(const DisplayState& state, double pixels) const {
     glDisable(GL_LIGHTING);
     glLineWidth(2);
     if (state.shows(ViewFlag::axes)) draw_lines(axes_);
     if (state.shows(ViewFlag::part_axes)) draw_lines(part_axes_);
     if (state.shows(ViewFlag::shape)) draw_lines(features_);
-    if (state.shows(ViewFlag::rigid_element)) draw_lines(rigid_);
+    if (state.shows(ViewFlag::rigid_element)) {
+        draw_lines(rigid_);
+        glPointSize(pixels < 8 ? 3 : 5);
+        draw_points(rigid_members_);
+        glPointSize(1);
+    }
     if (state.shows(ViewFlag::rigid_wall)) draw_lines(wall_lines_);
     if (state.shows(ViewFlag::element_contact)) draw_lines(contact_lines_);
     if (state.shows(ViewFlag::dimension)) draw_lines(dimension_lines_);
@@ -236,11 +274,15 @@ void SceneDrawing::draw_symbols(const DisplayState& state) const {
         set_material(arrow_color);
         draw_lit(arrow_heads_, 0, arrow_heads_.count());
     }
+    if (state.shows(ViewFlag::rigid_element) && rigid_heads_.count() > 0) {
+        set_material(arrow_color);
+        draw_lit(rigid_heads_, 0, rigid_heads_.count());
+    }
     glDisable(GL_LIGHTING);
 }
 
-// What of the axes lies inside or behind the model shines through it.
-void SceneDrawing::draw_hidden_axes(const DisplayState& state) const {
+// What of axes and rigid elements lies inside or behind the model shines through it.
+void SceneDrawing::draw_hidden_lines(const DisplayState& state) const {
     glDepthFunc(GL_GREATER);
     glDepthMask(GL_FALSE);
     glLineWidth(2);
@@ -248,6 +290,7 @@ void SceneDrawing::draw_hidden_axes(const DisplayState& state) const {
     glLineStipple(2, 0x5555);
     if (state.shows(ViewFlag::axes)) draw_lines(axes_);
     if (state.shows(ViewFlag::part_axes)) draw_lines(part_axes_);
+    if (state.shows(ViewFlag::rigid_element)) draw_lines(rigid_);
     glDisable(GL_LINE_STIPPLE);
     glLineWidth(1);
     glDepthMask(GL_TRUE);
@@ -264,9 +307,6 @@ void SceneDrawing::update_symbols(const SceneTables& tables) {
     send(axes_, axes(axes_share * L));
     send(part_axes_, part_axes(tables.parts_o, axes_share * L));
     send(features_, feature_outlines(tables.parts_o));
-    const RigidMarkers rigid = rigid_markers(tables.rigid_elements, tables.mesh.max_length);
-    send(rigid_, rigid.lines);
-    rigid_labels_ = rigid.labels;
     const Dimensions sizes = dimensions(tables.box());
     send(dimension_lines_, sizes.lines);
     dimension_labels_ = sizes.labels;
@@ -290,24 +330,41 @@ void SceneDrawing::update_loads(const SceneTables& tables, const DisplayState& s
     };
     const std::vector<double> places = arrow_places(picture_, tables);
     add(force_symbols(tables.mesh, tables.forces, places));
-    add(rigid_force_symbols(tables.mesh, tables.rigid_forces, tables.rigid_elements));
     const bool moves = tables.ana_type == AnalysisType::explicit_dynamics && state.result_ready;
     const double time = moves ? frame_time(tables.results, tables.control, state.frame) : 0;
-    const RigidMarkers walls =
-        wall_markers(tables.walls, tables.parameters, time, box_with(tables.box(), places));
+    const Markers walls = wall_markers(tables.walls, tables.parameters, time, box_with(tables.box(), places));
     wall_lines_.send(GL_ARRAY_BUFFER, line_vertices(walls.lines));
     wall_labels_ = walls.labels;
-    const RigidMarkers contacts = contact_markers(tables.mesh, tables.contacts, places);
+    const Markers contacts = contact_markers(tables.mesh, tables.contacts, places);
     contact_lines_.send(GL_ARRAY_BUFFER, line_vertices(contacts.lines));
     contact_labels_ = contacts.labels;
     arrow_shafts_.send(GL_ARRAY_BUFFER, line_vertices(shafts));
     arrow_heads_.send(GL_ARRAY_BUFFER, heads);
 }
 
+// They swing with a mode; nothing is sent while they are not shown.
+void SceneDrawing::update_rigid(const SceneTables& tables, const DisplayState& state) {
+    if (!state.shows(ViewFlag::rigid_element)) return;
+    const RigidKey key{picture_.mesh_revision(), picture_.shape_revision(), picture_.swing(state.phase)};
+    if (key == rigid_of_) return;
+    rigid_of_ = key;
+    RigidSymbols rigid = rigid_at(picture_, tables, state.phase);
+    std::vector<LitVertex> heads;
+    for (const Arrow& arrow : rigid.arrows) add_arrow(arrow, rigid.lines, heads);
+    for (const TurnArrow& turn : rigid.turns) add_turn(turn, rigid.lines, heads);
+    std::vector<ColorVertex> members;
+    for (const Vec3& place : rigid.members) members.push_back(color_vertex(place, {0.6f, 0, 0.6f, 1}));
+    rigid_.send(GL_ARRAY_BUFFER, line_vertices(rigid.lines));
+    rigid_members_.send(GL_ARRAY_BUFFER, members);
+    rigid_heads_.send(GL_ARRAY_BUFFER, heads);
+    rigid_labels_ = std::move(rigid.labels);
+}
+
 OverlayTexts SceneDrawing::texts(const SceneTables& tables, const DisplayState& state) const {
     OverlayTexts out;
     if (state.shows(ViewFlag::text) && state.result_ready) {
-        out.legend = legend_text(tables.ana_type, state.contour, tables.results, tables.control, state.frame);
+        out.legend =
+            legend_text(tables.ana_type, state.shown_contour(), tables.results, tables.control, state.frame);
         if (picture_.deformed()) out.scale = scale_text(picture_.factor());
     }
     if (state.shows(ViewFlag::fem_information) && tables.mesh.element_num() > 0)
@@ -339,10 +396,12 @@ std::optional<Vec3> SceneDrawing::picked_place(const SceneTables& tables, const 
 
 void SceneDrawing::release(bool context_alive) {
     mesh_.release(context_alive);
-    for (Buffer* buffer : {&axes_, &part_axes_, &features_, &rigid_, &dimension_lines_, &cones_,
-                           &arrow_shafts_, &arrow_heads_, &wall_lines_, &contact_lines_})
+    for (Buffer* buffer :
+         {&axes_, &part_axes_, &features_, &rigid_, &rigid_members_, &rigid_heads_, &dimension_lines_,
+          &cones_, &arrow_shafts_, &arrow_heads_, &wall_lines_, &contact_lines_})
         buffer->release(context_alive);
     symbols_of_ = loads_of_mesh_ = loads_of_shape_ = 0;
+    rigid_of_ = {};
 }
 
 }  // namespace kestralum::view::gl

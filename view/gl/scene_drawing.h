@@ -34,9 +34,11 @@ private:
     void set_state(const DisplayState& state, const Camera& camera, const Scene& scene) const;
     void update_symbols(const SceneTables& tables);
     void update_loads(const SceneTables& tables, const DisplayState& state);
+    void update_rigid(const SceneTables& tables, const DisplayState& state);
     void draw_mesh(const SceneTables& tables, const DisplayState& state, const Camera& camera) const;
-    void draw_symbols(const DisplayState& state) const;
-    void draw_hidden_axes(const DisplayState& state) const;
+    // `pixels` an edge of the mesh is long
+    void draw_symbols(const DisplayState& state, double pixels) const;
+    void draw_hidden_lines(const DisplayState& state) const;
     OverlayTexts texts(const SceneTables& tables, const DisplayState& state) const;
     std::optional<Vec3> picked_place(const SceneTables& tables, const DisplayState& state) const;
 
@@ -46,8 +48,13 @@ private:
 
     // symbols of the mesh, and those that follow the deformed shape or the time
     std::uint64_t symbols_of_ = 0, loads_of_mesh_ = 0, loads_of_shape_ = 0;
-    Buffer axes_, part_axes_, features_, rigid_, dimension_lines_, cones_, arrow_shafts_, arrow_heads_,
-        wall_lines_, contact_lines_;
+    struct RigidKey {
+        std::uint64_t mesh = 0, shape = 0;
+        double swing = 0;
+        bool operator==(const RigidKey&) const = default;
+    } rigid_of_;
+    Buffer axes_, part_axes_, features_, rigid_, rigid_members_, rigid_heads_, dimension_lines_, cones_,
+        arrow_shafts_, arrow_heads_, wall_lines_, contact_lines_;
     std::vector<Label> part_labels_, rigid_labels_, dimension_labels_, force_labels_, wall_labels_,
         contact_labels_;
 };
