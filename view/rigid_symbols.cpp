@@ -38,6 +38,7 @@ struct Carried {
 Carried carried_by(const Mesh& mesh, std::span<const std::int32_t> nodes, const RigidShape& shape) {
     constexpr double tolerance = 1e-7;  // of the nodes' extent
     Carried out;
+    if (nodes.empty() || !shape.deforms()) return out;
     auto place = [&](std::int32_t n) { return triple(mesh.coordinates, n); };
     auto moved = [&](std::int32_t n) { return minus(triple(shape.vector, n), out.u0); };
     out.p0 = place(nodes[0]);
@@ -133,7 +134,9 @@ private:
         if (k < tables_.holds.size())
             for (const std::int32_t n : tables_.holds[k].nodes)
                 if (n >= 0 && n < tables_.mesh.node_num()) nodes.push_back(n);
-        const Vec3 place = carried_point(element.reference, tables_.mesh, nodes, shape_);
+        const Carried carried = carried_by(tables_.mesh, nodes, shape_);
+        auto drawn = [&](const Vec3& x) { return plus(x, times(shape_.factor, carried.displacement(x))); };
+        const Vec3 place = drawn(element.reference);
         places_.push_back(place);
         const double half = 0.02 * extent_;
         for (std::size_t a = 0; a < 3; ++a) {
@@ -152,13 +155,12 @@ private:
         outward_.push_back(unit(minus(element.reference, middle), Vec3{}));
         // chosen where they rest: the same ones in every frame
         for (const Vec3& x : spread_out(at_rest, most_spokes, 0.05 * extent_))
-            out_.lines.push_back({place, carried_point(x, tables_.mesh, nodes, shape_), faint_violet});
+            out_.lines.push_back({place, drawn(x), faint_violet});
         const std::size_t stride = (nodes.size() + most_members - 1) / most_members;
         for (std::size_t i = 0; i < nodes.size(); i += stride)
             out_.members.push_back(
-                shape_.vector.empty()
-                    ? at_rest[i]
-                    : plus(at_rest[i], times(shape_.factor, triple(shape_.vector, nodes[i]))));
+                shape_.deforms() ? plus(at_rest[i], times(shape_.factor, triple(shape_.vector, nodes[i])))
+                                 : at_rest[i]);
     }
 
     void add_combine(const RigidCombine& combine) {
@@ -211,7 +213,6 @@ private:
 
 Vec3 carried_point(const Vec3& point, const Mesh& mesh, std::span<const std::int32_t> nodes,
                    const RigidShape& shape) {
-    if (nodes.empty() || shape.vector.empty() || shape.factor == 0) return point;
     return plus(point, times(shape.factor, carried_by(mesh, nodes, shape).displacement(point)));
 }
 

@@ -30,6 +30,8 @@ struct RigidShape {
     std::span<const double> vector;  // dof_num, m; empty: at rest
     double factor = 0;               // on it
     bool finite = false;             // rotations are finite, not those of small motions
+
+    bool deforms() const { return factor != 0 && !vector.empty(); }
 };
 
 // Where a point fixed to the nodes is drawn when they move as one. What the nodes leave open stays: all

@@ -56,7 +56,7 @@ protected:
         shape.vector = displacement;
     }
 
-    Mesh mesh = hexa_box({{2, 3, 3}, {2, 1, 1}});
+    Mesh mesh = hexa_box({{2, 5, 5}, {2, 1, 1}});
     std::vector<RigidElement> elements;
     std::vector<RigidHold> holds;
     std::vector<RigidForce> forces;
@@ -95,7 +95,7 @@ TEST_F(RigidPicture, PointsFollowTheBodyThatCarriesThem) {
     std::vector<std::int32_t> row;
     for (const std::int32_t n : holds[1].nodes)
         if (triple(mesh.coordinates, n)[1] == 0) row.push_back(n);
-    ASSERT_EQ(row.size(), 4u);
+    ASSERT_EQ(row.size(), 6u);
     const Vec3 on_line{2, 0, 7};
     expect_near(carried_point(on_line, mesh, row, shape), plus(on_line, times(-20, small_turn(on_line))),
                 1e-11);
@@ -103,6 +103,10 @@ TEST_F(RigidPicture, PointsFollowTheBodyThatCarriesThem) {
     expect_near(carried_point(corner, mesh, std::span(row).first(1), shape),
                 plus(corner, times(-20, small_turn(corner))), 1e-11);
     EXPECT_EQ(carried_point(point, mesh, {}, shape), point);
+    // beside the line too, where the body does not turn about it
+    const auto tilt = [](const Vec3& x) { return cross({0.3, -0.7, 0}, x); };
+    displace(tilt);
+    expect_near(carried_point(point, mesh, row, shape), plus(point, times(-20, tilt(point))), 1e-11);
 }
 
 TEST_F(RigidPicture, MembersAreWhereTheirNodesAreDrawn) {
@@ -111,8 +115,8 @@ TEST_F(RigidPicture, MembersAreWhereTheirNodesAreDrawn) {
     holds[1].nodes.push_back(-1);  // strangers
     holds[1].nodes.push_back(mesh.node_num());
     const RigidSymbols out = symbols();
-    ASSERT_EQ(out.members.size(), 32u);
-    for (std::size_t k = 0; k < 32; ++k) EXPECT_DOUBLE_EQ(out.members[k][0], k < 16 ? 0 : 3);
+    ASSERT_EQ(out.members.size(), 72u);
+    for (std::size_t k = 0; k < 72; ++k) EXPECT_DOUBLE_EQ(out.members[k][0], k < 36 ? 0 : 3);
     ASSERT_EQ(out.labels.size(), 2u);
     EXPECT_EQ(out.labels[1].text, "RIGHT");
     expect_near(out.labels[1].at, {3.5, 0.5, 0.5});
@@ -125,6 +129,16 @@ TEST_F(RigidPicture, MembersAreWhereTheirNodesAreDrawn) {
     }
     EXPECT_GE(spokes, 8);
     EXPECT_LE(spokes, 16);
+}
+
+// A displacement that is not finite is drawn undeformed, by a factor of 0.
+TEST_F(RigidPicture, StaysWhereTheDisplacementIsNotFinite) {
+    displace([](const Vec3&) { return Vec3{std::nan(""), 0, 0}; });
+    shape.factor = 0;
+    const RigidSymbols out = symbols();
+    expect_near(out.labels[1].at, elements[1].reference);
+    for (const Vec3& place : out.members) EXPECT_TRUE(place[0] == 0 || place[0] == 2) << place[0];
+    for (const Line& line : out.lines) EXPECT_TRUE(std::isfinite(norm(line.to)));
 }
 
 TEST_F(RigidPicture, WithoutMembersTheRegionShows) {
@@ -171,7 +185,9 @@ TEST_F(RigidPicture, SpringsReachFromPointToPoint) {
     holds[1] = holds[0];
     const RigidSymbols joint = symbols();
     for (const Line& line : joint.lines) ASSERT_TRUE(std::isfinite(norm(line.to)));
-    EXPECT_NEAR(norm(minus(joint.lines.back().to, elements[0].reference)), 0.04, 1e-12);
+    const Vec3 end{0, 0, 0.04}, start = joint.lines[joint.lines.size() - spring.size()].from;
+    expect_near(minus(joint.lines.back().to, elements[0].reference), end);
+    expect_near(minus(elements[0].reference, start), end);
 }
 
 TEST_F(RigidPicture, ForcesTellMomentsApartAndKeepOutOfTheBody) {
