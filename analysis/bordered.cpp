@@ -235,6 +235,6 @@ double BorderedFactor::smallest_scaled(std::span<const double> rr) const {
     return smallest;
 }
 
-bool BorderedFactor::has_free_motion(std::span<const double> rr) const { return !(smallest_scaled(rr) >= 1e-10); }
+bool BorderedFactor::has_free_motion(std::span<const double> rr) const { return !(smallest_scaled(rr) >= 1e-12); }
 
 }  // namespace kestralum

@@ -56,7 +56,7 @@ public:
     std::int32_t nf() const { return nf_; }
     std::int32_t nr() const { return nr_; }
     std::int64_t negative_pivots() const;
-    // The smallest eigenvalue of S, scaled to the diagonal of Arr, is below 1e-10: a motion of the bodies that
+    // The smallest eigenvalue of S, scaled to the diagonal of Arr, is below 1e-12: a motion of the bodies that
     // nothing resists. `rr`: the diagonal's source.
     bool has_free_motion(std::span<const double> rr) const;
     // The smallest size of an eigenvalue of the scaled S; infinity without bodies.

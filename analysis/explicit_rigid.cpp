@@ -27,13 +27,19 @@ std::array<double, 9> turned_inertia(const std::array<double, 9>& R, const std::
     return multiply3(multiply3(R, I), transposed(R));
 }
 
-// ω of I ω = L in the rotations that the body has: along its rotational motions (as they are at R).
-Vec3 angular_velocity(const ExplicitBody& body, const std::array<double, 9>& R, const Vec3& L) {
+// The rotations that a body has at R: unit vectors, orthogonal to one another.
+std::vector<Vec3> rotation_axes(const ExplicitBody& body, const std::array<double, 9>& R) {
     RigidState at;
     at.R = R;
     std::vector<Vec3> axes;
     for (const Vec6& m : current_motions(body.geometry, at))
         if (m[3] != 0 || m[4] != 0 || m[5] != 0) axes.push_back({m[3], m[4], m[5]});
+    return axes;
+}
+
+// ω of I ω = L in the rotations that the body has: along its rotational motions (as they are at R).
+Vec3 angular_velocity(const ExplicitBody& body, const std::array<double, 9>& R, const Vec3& L) {
+    const std::vector<Vec3> axes = rotation_axes(body, R);
     const std::array<double, 9> I = turned_inertia(R, body.inertia);
     const std::size_t n = axes.size();
     if (n == 0) return {};
@@ -74,7 +80,9 @@ ExplicitBodies::ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std:
             centre = plus(centre, place_of(mesh, n), m);
         }
         body.moves = geometry.fixed.empty();
-        if (body.moves && body.mass > 0) geometry.pivot = scaled(centre, 1 / body.mass);
+        centre = body.mass > 0 ? scaled(centre, 1 / body.mass) : geometry.pivot;
+        if (body.moves) geometry.pivot = centre;
+        body.centre = plus(centre, geometry.pivot, -1);
         for (std::int32_t n : geometry.members) {
             const double m = lumped[3 * static_cast<std::size_t>(n)];
             const Vec3 r = plus(place_of(mesh, n), geometry.pivot, -1);
@@ -105,6 +113,10 @@ void ExplicitBodies::turn(ExplicitBody& body, double d_time) const {
         if (dot(change, change) <= 1e-30 * dot(omega, omega)) break;
     }
     body.omega_new = omega;
+    if (!body.moves) {
+        const Vec3 arm = turned(multiply3(rotation_of(scaled(omega, 0.5 * d_time)), body.state.R), body.centre);
+        body.p_new = scaled(cross(omega, arm), body.mass);
+    }
     body.next.R = multiply3(rotation_of(scaled(omega, d_time)), body.state.R);
 }
 
@@ -134,6 +146,33 @@ void gather_rows(const ExplicitBody& body, const Mesh& mesh, std::span<const Dri
 
 }  // namespace
 
+namespace {
+
+// Of a symmetric matrix that may be singular: eigenvalues below 1e-9 of the largest count as 0.
+Matrix pseudo_inverse(const Matrix& A) {
+    const int n = A.dim1();
+    Matrix out(n, n, 0.0), V, symmetric(n, n);
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j) {
+            symmetric[i][j] = 0.5 * (A[i][j] + A[j][i]);
+            if (!std::isfinite(symmetric[i][j])) return out;
+        }
+    if (n == 0) return out;
+    JAMA::Eigenvalue<double> eigen(symmetric);
+    TNT::Array1D<double> values;
+    eigen.getRealEigenvalues(values);
+    eigen.getV(V);
+    double largest = 0;
+    for (int k = 0; k < n; ++k) largest = std::max(largest, std::abs(values[k]));
+    for (int k = 0; k < n; ++k)
+        if (std::abs(values[k]) > 1e-9 * largest)
+            for (int i = 0; i < n; ++i)
+                for (int j = 0; j < n; ++j) out[i][j] += V[i][k] * V[j][k] / values[k];
+    return out;
+}
+
+}  // namespace
+
 // Prescribed velocities take the directions of (v, ω) that they say something about; the rest of the motion is what the
 // momenta give, in the metric of the kinetic energy.
 void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> driven, double d_time, std::size_t b) {
@@ -159,19 +198,25 @@ void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> dri
     // the dynamic velocity in scaled coordinates
     const Vec3 v = body.moves ? scaled(body.p_new, 1 / body.mass) : Vec3{};
     double q[6] = {v[0], v[1], v[2], unit * body.omega_new[0], unit * body.omega_new[1], unit * body.omega_new[2]};
-    // inverse mass in scaled coordinates
+    // inverse mass on the body's motions, in scaled coordinates: the momenta that it can take
     const std::array<double, 9> I = turned_inertia(body.state.R, body.inertia);
-    double iv[3], axes[9];
-    const double packed[6] = {I[0], I[4], I[8], I[1], I[5], I[2]};
-    symmetric_eigen3(packed, iv, axes);
+    const std::vector<Vec6> motions = current_motions(body.geometry, body.state);
+    const int count = static_cast<int>(motions.size());
+    if (count == 0) return;
+    Matrix mass(count, count, 0.0);
+    for (int a = 0; a < count; ++a)
+        for (int c = 0; c < count; ++c) {
+            const Vec6 &x = motions[static_cast<std::size_t>(a)], &y = motions[static_cast<std::size_t>(c)];
+            mass[a][c] = body.mass * (x[0] * y[0] + x[1] * y[1] + x[2] * y[2]) + dot({x[3], x[4], x[5]}, turned(I, {y[3], y[4], y[5]}));
+        }
+    const Matrix inverse = pseudo_inverse(mass);
     double W[6][6] = {};
-    const double largest = std::max({iv[0], iv[1], iv[2], 1e-300});
-    for (int i = 0; i < 3; ++i) {
-        W[i][i] = body.moves ? 1 / body.mass : 0;
-        for (int j = 0; j < 3; ++j)
-            for (int k = 0; k < 3; ++k)
-                if (iv[k] > 1e-9 * largest) W[3 + i][3 + j] += unit * unit * axes[3 * k + i] * axes[3 * k + j] / iv[k];
-    }
+    for (int i = 0; i < 6; ++i)
+        for (int k = 0; k < 6; ++k)
+            for (int a = 0; a < count; ++a)
+                for (int c = 0; c < count; ++c)
+                    W[i][k] += motions[static_cast<std::size_t>(a)][static_cast<std::size_t>(i)] * inverse[a][c] *
+                               motions[static_cast<std::size_t>(c)][static_cast<std::size_t>(k)] / (scale(i) * scale(k));
     std::vector<int> ruled;
     for (int k = 0; k < 6; ++k)
         if (values[k] > 1e-9 * values[5]) ruled.push_back(k);
@@ -189,20 +234,14 @@ void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> dri
             for (int i = 0; i < 6; ++i)
                 for (int j = 0; j < 6; ++j) S[a][c] += V[i][ruled[static_cast<std::size_t>(a)]] * W[i][j] * V[j][ruled[static_cast<std::size_t>(c)]];
     }
-    // S y = gap, S positive definite: elimination without pivoting
-    for (int p = 0; p < m; ++p)
-        for (int i = p + 1; i < m && S[p][p] > 0; ++i) {
-            const double f = S[i][p] / S[p][p];
-            for (int c = p; c < m; ++c) S[i][c] -= f * S[p][c];
-            gap[static_cast<std::size_t>(i)] -= f * gap[static_cast<std::size_t>(p)];
-        }
-    for (int p = m - 1; p >= 0; --p) {
-        for (int c = p + 1; c < m; ++c) gap[static_cast<std::size_t>(p)] -= S[p][c] * gap[static_cast<std::size_t>(c)];
-        gap[static_cast<std::size_t>(p)] = S[p][p] > 0 ? gap[static_cast<std::size_t>(p)] / S[p][p] : 0;  // 0: held by a support
-    }
+    // directions that the supports leave no freedom in are not driven
+    const Matrix solved = pseudo_inverse(S);
+    std::vector<double> push(static_cast<std::size_t>(m), 0.0);
+    for (int a = 0; a < m; ++a)
+        for (int c = 0; c < m; ++c) push[static_cast<std::size_t>(a)] += solved[a][c] * gap[static_cast<std::size_t>(c)];
     for (int i = 0; i < 6; ++i)
         for (int j = 0; j < 6; ++j)
-            for (int a = 0; a < m; ++a) q[i] += W[i][j] * V[j][ruled[static_cast<std::size_t>(a)]] * gap[static_cast<std::size_t>(a)];
+            for (int a = 0; a < m; ++a) q[i] += W[i][j] * V[j][ruled[static_cast<std::size_t>(a)]] * push[static_cast<std::size_t>(a)];
     if (body.moves) body.p_new = scaled({q[0], q[1], q[2]}, body.mass);
     const Vec3 omega{q[3] / unit, q[4] / unit, q[5] / unit};
     const std::array<double, 9> middle = multiply3(rotation_of(scaled(omega, 0.5 * d_time)), body.state.R);
@@ -234,7 +273,7 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
     reaction_ = {};
     for (std::size_t b = 0; b < bodies_.size(); ++b) {
         ExplicitBody& body = bodies_[b];
-        const Vec6 own = rigid_force_resultant(system_, static_cast<std::int32_t>(b), body.state, forces_, mesh_);
+        const Vec6 own = rigid_force_resultant(system_, static_cast<std::int32_t>(b), body.state, forces_);
         Vec3 f{own[0] - resist[b][0], own[1] - resist[b][1], own[2] - resist[b][2]};
         Vec3 m{own[3] - resist[b][3], own[4] - resist[b][4], own[5] - resist[b][5]};
         for (std::int32_t n : body.geometry.members) {
@@ -243,8 +282,11 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
             f = plus(f, nodal);
             m = plus(m, cross(turned(body.state.R, plus(place_of(mesh_, n), body.geometry.pivot, -1)), nodal));
         }
-        body.p_new = body.moves ? plus(body.p, f, d_time) : Vec3{};
-        body.L_new = plus(body.L, m, d_time);
+        if (body.moves) body.p_new = plus(body.p, f, d_time);
+        // what acts about directions that the body cannot turn in goes to what holds it
+        body.L_new = {};
+        const Vec3 pushed = plus(body.L, m, d_time);
+        for (const Vec3& axis : rotation_axes(body, body.state.R)) body.L_new = plus(body.L_new, axis, dot(axis, pushed));
         turn(body, d_time);
         const Vec3 p_free = body.p_new, L_free = body.L_new;
         obey(body, driven, d_time, b);
@@ -256,7 +298,7 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
         const Vec3 own_f{own[0], own[1], own[2]}, own_m{own[3], own[4], own[5]};
         loads[0] += dot(own_f, v) + dot(own_m, body.omega);
         loads[1] += dot(own_f, v_new) + dot(own_m, body.omega_new);
-        if (!body.moves) reaction_ = plus(reaction_, f, -1);
+        if (!body.moves) reaction_ = plus(reaction_, plus(scaled(plus(body.p_new, body.p, -1), 1 / d_time), f, -1));
         for (std::int32_t n : body.geometry.members) {
             const Vec3 next = displacement_of(body.geometry, body.next, place_of(mesh_, n));
             for (std::size_t c = 0; c < 3; ++c) {

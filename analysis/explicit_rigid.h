@@ -22,6 +22,7 @@ struct ExplicitBody {
     RigidState next;                   // at t_{n+1}
     double mass = 0;                   // kg, lumped
     std::array<double, 9> inertia{};   // about the pivot, at rest, kg·m^2
+    Vec3 centre{};                     // mass centre from the pivot, at rest, m; 0 where the body is not held
     Vec3 p{}, L{};                     // momentum and spatial angular momentum about the pivot, at t_{n-½}
     Vec3 p_new{}, L_new{};             // at t_{n+½}
     Vec3 omega{}, omega_new{};         // angular velocity at the half steps, rad/s
@@ -64,7 +65,7 @@ public:
     // t_{n+1} has come: the states move on. Exact displacements of the members into u (node × 4), x = X + u.
     void arrive(std::span<double> u, std::span<double> du, std::span<double> x, std::span<const double> X);
 
-    // At t_n, after advance(): of all bodies. The members' nodal sums leave them out.
+    // At t_n, after advance(): of all bodies, held ones included. The members' nodal sums leave them out.
     double kinetic() const;
     double spring_energy() const;
     Vec3 momentum() const;

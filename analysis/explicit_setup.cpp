@@ -269,6 +269,10 @@ void set_driven(const ModelStore& store, const NodeElements& node_elements, Expl
         const std::size_t bodies_before = s.driven_members.size();
         add_members(nodes, record, s, s.driven_members);
         s.member_velocities.resize(s.driven_members.size(), record.velocity);
+        for (std::size_t k = bodies_before; k < s.driven_members.size(); ++k)
+            if (const RigidBody& body = s.bodies->system().bodies[static_cast<std::size_t>(s.driven_members[k].body)]; body.count() < 6)
+                remark(report, "velocity input " + record.name + ": supports hold rigid element " +
+                                   store.rigid_elements[static_cast<std::size_t>(body.record)].name + ": it moves only as they let it");
         for (std::int32_t n : nodes)
             if (!s.bodies || !s.bodies->is_member(n)) driven.places.push_back(4 * n + record.axis);
         if (driven.places.empty()) {
@@ -467,7 +471,7 @@ std::vector<char> set_bodies(const ModelStore& store, SetUp& set_up, ExplicitSta
             std::fill_n(s.damping.begin() + static_cast<std::ptrdiff_t>(k), 3, 0.0);
         }
     for (std::size_t b = 0; b < system.bodies.size(); ++b) {
-        const Vec6 force = rigid_force_resultant(system, static_cast<std::int32_t>(b), {}, store.rigid_forces, mesh);
+        const Vec6 force = rigid_force_resultant(system, static_cast<std::int32_t>(b), {}, store.rigid_forces);
         for (std::size_t c = 0; c < 3; ++c) report.applied[c] += force[c];
     }
     const auto per_element = static_cast<std::size_t>(mesh.node_per_element());

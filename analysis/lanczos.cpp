@@ -54,6 +54,7 @@ struct Ritz {
 // Eigenvalues and vectors of the tridiagonal matrix, ascending in θ, with the residuals that the last
 // β gives.
 std::vector<Ritz> solve_tridiagonal(const std::vector<double>& alpha, const std::vector<double>& beta, std::int32_t m) {
+    if (m == 0) return {};  // the run found nothing to start from
     TNT::Array2D<double> T(m, m, 0.0);
     for (std::int32_t j = 0; j < m; ++j) {
         T[j][j] = alpha[static_cast<std::size_t>(j)];
@@ -357,6 +358,7 @@ private:
 
     void print_tridiagonal(const Run& run) {
         const std::int32_t m = run.steps();
+        if (m == 0) return;
         console::print("Tmat\n");
         if (console::lines_enabled()) {
             std::string text;

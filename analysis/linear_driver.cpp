@@ -28,7 +28,7 @@ void report_loads(const ModelStore& store, const LinearSystem& system, const Loa
     for (std::size_t k = 0; k < system.numbering.free_dofs.size(); ++k)
         report.applied[static_cast<std::size_t>(system.numbering.free_dofs[k] % 3)] += load.F[k];
     for (std::size_t b = 0; b < system.rigid.bodies.size(); ++b) {
-        const Vec6 force = rigid_force_resultant(system.rigid, static_cast<std::int32_t>(b), {}, store.rigid_forces, store.mesh);
+        const Vec6 force = rigid_force_resultant(system.rigid, static_cast<std::int32_t>(b), {}, store.rigid_forces);
         for (std::size_t c = 0; c < 3; ++c) report.applied[c] += force[c];
     }
 }
@@ -90,7 +90,7 @@ void report_reactions(const ModelStore& store, const LinearSystem& system, const
         for (std::int32_t n : rigid.bodies[b].members) wanted[static_cast<std::size_t>(n)] = !rigid.bodies[b].fixed.empty();
         springs.push_back(spring_resistance(store.rigid_combines, rigid, number, q));
         loads.push_back(resultant(rigid.bodies[b], {}, mesh, nodal));
-        const Vec6 own = rigid_force_resultant(rigid, number, {}, store.rigid_forces, mesh);
+        const Vec6 own = rigid_force_resultant(rigid, number, {}, store.rigid_forces);
         for (std::size_t c = 0; c < 6; ++c) loads[b][c] += own[c];
     }
     report.reaction = sum_reactions(system.numbering, rigid, internal_forces(mesh, points, wanted), springs, loads);

@@ -203,11 +203,23 @@ bool find_rigid_bodies(const ModelStore& store, const NodeElements& node_element
             report.fail(RunStatus::bad_input, "rigid force " + force.name + ": no rigid element '" + force.element_name + "'");
             return false;
         }
-        const Vec6 f = rigid_force_resultant(rigid, force.element, {}, std::span(&force, 1), store.mesh);
+        const Vec6 f = rigid_force_resultant(rigid, force.element, {}, std::span(&force, 1));
         if (force.direction == RigidDirection::normal && force.value != 0 && f[0] == 0 && f[1] == 0 && f[2] == 0) {
             report.fail(RunStatus::bad_input, "rigid force " + force.name + ": the members of '" + force.element_name + "' have no mean outward normal");
             return false;
         }
+    }
+    for (const RigidForce& force : store.rigid_forces) {
+        const RigidBody& body = rigid.bodies[static_cast<std::size_t>(force.element)];
+        const Vec6 f = rigid_force_resultant(rigid, force.element, {}, std::span(&force, 1));
+        double reaches = 0;
+        for (const Vec6& motion : body.motions) {
+            double power = 0;
+            for (std::size_t c = 0; c < 6; ++c) power += motion[c] * f[c];
+            reaches = std::max(reaches, std::abs(power));
+        }
+        if (force.value != 0 && !(reaches > 1e-12 * std::abs(force.value)))
+            report.remarks.notices.push_back("rigid force " + force.name + ": acts on held motions of " + force.element_name + " only and is lost");
     }
     for (const RigidCombine& combine : store.rigid_combines)
         for (std::size_t side = 0; side < 2; ++side)
@@ -265,7 +277,7 @@ std::vector<double> reduce_loads(const Mesh& mesh, std::span<const RigidForce> f
         const RigidState state = states.empty() ? RigidState{} : states[b];
         double* at = out.data() + nf + static_cast<std::size_t>(body.first);
         project(body, state, resultant(body, state, mesh, nodal), 1, at);
-        project(body, state, rigid_force_resultant(rigid, static_cast<std::int32_t>(b), state, forces, mesh), 1, at);
+        project(body, state, rigid_force_resultant(rigid, static_cast<std::int32_t>(b), state, forces), 1, at);
     }
     return out;
 }

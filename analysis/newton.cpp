@@ -134,7 +134,7 @@ void NewtonSolver::add_load_stiffness(std::span<double> K_rr) const {
             const auto k = 3 * static_cast<std::size_t>(n);
             add({body_.mesh.coordinates[k], body_.mesh.coordinates[k + 1], body_.mesh.coordinates[k + 2]}, {nodal[k], nodal[k + 1], nodal[k + 2]});
         }
-        const Vec6 own = rigid_force_resultant(system, static_cast<std::int32_t>(b), states_[b], bodies_->forces, body_.mesh);
+        const Vec6 own = rigid_force_resultant(system, static_cast<std::int32_t>(b), states_[b], bodies_->forces);
         add(body.reference, {-load_factor_ * own[0], -load_factor_ * own[1], -load_factor_ * own[2]});
         const std::vector<Vec6> motions = current_motions(body, states_[b]);
         for (std::size_t i = 0; i < motions.size(); ++i)
@@ -244,6 +244,22 @@ bool NewtonSolver::factor_and_solve(std::vector<double>& du, IncrementReport& re
     return true;
 }
 
+// At the first factorization, at rest: a motion that nothing resists, told in `error`.
+bool NewtonSolver::names_free_motion() {
+    if (free_motion_checked_) return false;
+    free_motion_checked_ = true;
+    const std::int32_t loose = factor_->free() ? find_free_motion(reduced_, reduced_.K_value, *factor_->free()) : -1;
+    if (loose >= 0) {
+        const std::int32_t dof = free_.free_dofs[static_cast<std::size_t>(loose)];
+        const double* x = &body_.mesh.coordinates[static_cast<std::size_t>(dof - dof % 3)];
+        error = console::format("the body is free: the supports do not hold node %d at (%.6g, %.6g, %.6g) in %c", dof / 3 + 1, x[0], x[1], x[2], "xyz"[dof % 3]);
+        return true;
+    }
+    if (!factor_->has_free_motion(border_.K_rr)) return false;
+    error = "the body is free: a motion of the rigid elements meets no resistance";
+    return true;
+}
+
 // The heading of an iteration and the forces it starts from.
 void NewtonSolver::print_head(int iteration) const {
     console::print("########## Iteration: %d, %d/%d ##########\n", iteration, number_, options_.increments);
@@ -276,7 +292,7 @@ double NewtonSolver::work(const std::vector<double>& u_before, std::span<const R
                 sum += force.value * turn[direction - 3];
                 continue;
             }
-            const Vec6 f = rigid_force_resultant(bodies_->system, static_cast<std::int32_t>(b), {}, std::span(&force, 1), body_.mesh);
+            const Vec6 f = rigid_force_resultant(bodies_->system, static_cast<std::int32_t>(b), {}, std::span(&force, 1));
             for (std::size_t c = 0; c < 3; ++c) sum += f[c] * (u[c] - before[c]);
         }
     }
@@ -316,7 +332,7 @@ NewtonOutcome NewtonSolver::attempt(bool search, IncrementReport& report) {
         console::print("Q Rigid Transformaion\n");
         console::print("fn_no_rigid=%zu, fn_rigid=%d\n", free_.free_dofs.size(), border_.nr);
         console::print("Q_Rigid Time:  %lf[s]\n", 0.0);
-        if (!factor_and_solve(du, report)) return NewtonOutcome::failed;
+        if (!factor_and_solve(du, report) || names_free_motion()) return NewtonOutcome::failed;
         const auto start = Clock::now();
         const Placement from = placement();
         const bool sound = search ? search_along(from, du) : place(from, du, 1);

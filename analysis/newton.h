@@ -80,6 +80,7 @@ private:
     bool search_along(const Placement& from, const std::vector<double>& du);
     bool evaluate();  // stresses and Q at body.u; false where an element is inverted
     double measure(IncrementReport& report);
+    bool names_free_motion();
     void print_head(int iteration) const;
     void print_rigid_displacements() const;
 
@@ -103,6 +104,7 @@ private:
     std::vector<double> F_, Q_;
     std::vector<double> nodal_Q_;                 // 3 per node
     double load_factor_ = 0;
+    bool free_motion_checked_ = false;
     double largest_load_ = 0;  // |F| so far: E is told against it where F vanishes
     double gather_seconds_ = 0;
     std::int32_t number_ = 0;

@@ -170,7 +170,7 @@ void report_end(NonlinearRun& run, const FiniteBody& body, const NewtonSolver& s
     }
     for (std::size_t b = 0; b < run.rigid.bodies.size(); ++b) {
         loads.push_back(resultant(run.rigid.bodies[b], solver.states()[b], run.store.mesh, nodal));
-        const Vec6 own = rigid_force_resultant(run.rigid, static_cast<std::int32_t>(b), solver.states()[b], run.store.rigid_forces, run.store.mesh);
+        const Vec6 own = rigid_force_resultant(run.rigid, static_cast<std::int32_t>(b), solver.states()[b], run.store.rigid_forces);
         for (std::size_t c = 0; c < 6; ++c) loads[b][c] += last.factor * own[c];
         for (std::size_t c = 0; c < 3; ++c) report.applied[c] += last.factor * own[c];
     }
@@ -224,6 +224,8 @@ RunReport run_nonlinear(ModelStore& store, const Settings& settings, const Nonli
     const auto start = std::chrono::steady_clock::now();
     RunReport report;
     if (!check_analysable(store, report) || !check_materials(store, report)) return report;
+    if (!(settings.nl_conv > 0) || !std::isfinite(settings.nl_conv))
+        return report.fail(RunStatus::bad_input, console::format("NL_CONV %g of the settings: the tolerance must be above 0", settings.nl_conv));
     NonlinearRun run{store, settings, options, {}, {}, {}, {}, {}, options.factors, {}};
     const std::int32_t steps = store.mode_count < 1 ? 1 : store.mode_count;
     if (run.factors.empty() && !check_memory(store, static_cast<std::size_t>(steps), report)) return report;

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "model/console.h"
+#include "model/free_faces.h"
 
 namespace kestralum {
 
@@ -89,11 +90,8 @@ void add_rotations(RigidBody& body) {
 // The motions that supports leave and that move a member.
 void find_motions(RigidBody& body, const Mesh& mesh, const std::string& name, std::vector<std::string>& notices) {
     const Spread all = spread_of(mesh, body.members), held = spread_of(mesh, body.fixed);
-    body.pivot = body.reference;
-    if (all.rank < 2) {  // no inertia about the line: the pivot lies on it
-        body.pivot = {};
-        for (std::int32_t n : body.members) add(body.pivot, place_of(mesh, n), 1.0 / static_cast<double>(body.members.size()));
-    }
+    body.pivot = {};
+    for (std::int32_t n : body.members) add(body.pivot, place_of(mesh, n), 1.0 / static_cast<double>(body.members.size()));
     if (!body.fixed.empty()) body.pivot = place_of(mesh, body.fixed[0]);
     if (body.fixed.empty()) add_translations(body);
     const bool turns = body.fixed.empty() || held.rank == 0;
@@ -149,6 +147,36 @@ std::vector<std::int32_t> select_members(const RigidElement& record, const Mesh&
     return out;
 }
 
+// Area vectors of the free faces whose corners are members of one body; where a body has none, the sum of its nodes'
+// normals. Sums that cancel but for rounding leave 0.
+static void find_normals(RigidSystem& system, const Mesh& mesh) {
+    std::vector<double> area(system.bodies.size(), 0.0);
+    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
+    for (const ElementFace& face : free_faces(mesh)) {
+        const auto local = outward_triangles(mesh.element_type, face.face);
+        std::vector<std::int32_t> nodes;
+        for (int p : local) nodes.push_back(mesh.connectivity[static_cast<std::size_t>(face.element) * per_element + static_cast<std::size_t>(p)]);
+        const std::int32_t b = system.common_body(nodes.data(), static_cast<int>(nodes.size()));
+        if (b < 0) continue;
+        for (std::size_t t = 0; t + 2 < nodes.size(); t += 3) {
+            const Vec3 a = place_of(mesh, nodes[t] - 1), n = scaled(cross(minus(place_of(mesh, nodes[t + 1] - 1), a), minus(place_of(mesh, nodes[t + 2] - 1), a)), 0.5);
+            add(system.bodies[static_cast<std::size_t>(b)].normal, n);
+            area[static_cast<std::size_t>(b)] += length(n);
+        }
+    }
+    for (std::size_t b = 0; b < system.bodies.size(); ++b) {
+        RigidBody& body = system.bodies[b];
+        if (area[b] == 0)
+            for (std::int32_t n : body.members) {
+                const double* d = mesh.node_n_dir.data() + 3 * static_cast<std::ptrdiff_t>(n);
+                add(body.normal, {d[0], d[1], d[2]});
+                area[b] += 1;
+            }
+        const double size = length(body.normal);
+        body.normal = size > 1e-6 * area[b] ? scaled(body.normal, 1 / size) : Vec3{};
+    }
+}
+
 RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh& mesh, const NodeElements& node_elements,
                                std::span<const std::int32_t> fixed_nodes) {
     RigidSystem out;
@@ -188,6 +216,7 @@ RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh
         out.equations += body.count();
         out.bodies.push_back(std::move(body));
     }
+    find_normals(out, mesh);
     return out;
 }
 
@@ -298,8 +327,7 @@ Vec6 resultant(const RigidBody& body, const RigidState& state, const Mesh& mesh,
     return sum;
 }
 
-Vec6 rigid_force_resultant(const RigidSystem& system, std::int32_t b, const RigidState& state, std::span<const RigidForce> forces,
-                           const Mesh& mesh) {
+Vec6 rigid_force_resultant(const RigidSystem& system, std::int32_t b, const RigidState& state, std::span<const RigidForce> forces) {
     const RigidBody& body = system.bodies[static_cast<std::size_t>(b)];
     Vec6 sum{};
     for (const RigidForce& force : forces) {
@@ -311,13 +339,7 @@ Vec6 rigid_force_resultant(const RigidSystem& system, std::int32_t b, const Rigi
         }
         Vec3 f{};
         if (direction < 3) f[direction] = force.value;
-        else {
-            for (std::int32_t n : body.members)
-                for (std::size_t c = 0; c < 3; ++c) f[c] += mesh.node_n_dir[3 * static_cast<std::size_t>(n) + c];
-            const double size = length(f);
-            // normals that cancel but for rounding have no mean
-            f = size > 1e-6 * static_cast<double>(body.members.size()) ? scaled(f, force.value / size) : Vec3{};
-        }
+        else f = scaled(body.normal, force.value);
         const Vec3 m = cross(turned(state.R, minus(body.reference, body.pivot)), f);
         for (std::size_t c = 0; c < 3; ++c) {
             sum[c] += f[c];

@@ -2,8 +2,8 @@
 // the loads and springs on it; for small and for finite rotations.
 //
 // Glossary
-//   pivot      the point that a body's motions are told at: its reference point, or the fixed node, or the
-//              middle of members on a line
+//   pivot      the point that a body's motions are told at: the middle of its members or the fixed node; the
+//              reference point may lie far off
 //   motion     one independent velocity field: (v, ω), v the velocity of the pivot, ω the angular velocity;
 //              a member at r from the pivot has v + ω × r
 //   equations  of all bodies, one per motion, body after body; they follow those of the free nodes
@@ -29,6 +29,7 @@ struct RigidBody {
     std::vector<std::int32_t> fixed;        // members that supports hold
     Vec3 reference{};                       // reference point of the record, m
     Vec3 pivot{};                           // m
+    Vec3 normal{};                          // mean outward normal: of the free faces of members, else of the nodes; 0: none
     std::vector<Vec6> motions;              // unit motions; at most six
     bool axes_turn = false;                 // ω of the motions turn with the body (members on a line)
     std::int32_t first = 0;                 // its first equation, counted from the first body's
@@ -86,8 +87,7 @@ void place_members(const RigidSystem& system, std::span<const RigidState> states
 // Force and moment about the pivot of nodal forces (3 per node) on the members; of the rigid force records.
 Vec6 resultant(const RigidBody& body, const RigidState& state, const Mesh& mesh, std::span<const double> nodal);
 // Sum of the records on body `b` (of records' `element`); `n`: along the mean outward normal of the members.
-Vec6 rigid_force_resultant(const RigidSystem& system, std::int32_t b, const RigidState& state, std::span<const RigidForce> forces,
-                           const Mesh& mesh);
+Vec6 rigid_force_resultant(const RigidSystem& system, std::int32_t b, const RigidState& state, std::span<const RigidForce> forces);
 
 // Forces on the body's equations: the power of (force, moment) in each motion. Adds factor times it to `out`.
 void project(const RigidBody& body, const RigidState& state, const Vec6& force, double factor, double* out);

@@ -191,6 +191,15 @@ TEST_F(ExplicitRigid, HingesPendulumsAndDrivenMembersMoveAsTheyMust) {
             for (std::size_t c = 0; c < 3; ++c) hinge = std::max(hinge, std::abs(end[3 * n + c]));
     }
     EXPECT_EQ(hinge, 0);
+    // the hinge carries the weight and what turns the mass: reaction less weight is the change of momentum
+    double carried = 0, weight = 0;
+    for (std::size_t r = 1; r < rows(); ++r) {
+        carried += history(r, "reaction_z") * (history(r, "time") - history(r - 1, "time"));
+        weight += 9.80665 * (history(r, "time") - history(r - 1, "time"));  // 1 kg
+    }
+    EXPECT_NEAR(carried - weight, last("momentum_z"), 0.02 * weight);
+    EXPECT_GT(std::abs(last("momentum_z")), 0.1);
+    EXPECT_EQ(last("angular_momentum_x"), 0);  // only the hinge's direction turns
     EXPECT_LT(deepest, -0.3);
     // members driven along x: all of the body follows
     read(rod + "END", "d_time 1e-5 end_time 0.01 output_frequency 100 VELOCITY_INPUT A part x 3*time 0 0 0 0 0 0 %");

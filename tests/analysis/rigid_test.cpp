@@ -291,6 +291,50 @@ TEST_F(RigidAnalysis, SharedNodesAndEmptyElementsAreTold) {
 }
 
 // Pure bending: κ = M/EI everywhere, so that M = (π/2) EI/L makes a quarter circle (elastica; strains 1.6 %).
+TEST_F(RigidAnalysis, TheNormalIsThatOfTheFaceAndLostForcesAndMechanismsAreNamed) {
+    // half of the end face: its nodes' normals lean outwards at the edges, the face's own does not
+    std::string text = cantilever("%\nrigid_force\nN END_FACE n 1000\n%\nEND\n", 2);
+    text.replace(text.find("0 0.1 0 0.1 2 2"), 15, "0 0.05 0 0.1 2 2");
+    ASSERT_TRUE(read(text));
+    RunReport report = run_static(store, settings_of());
+    ASSERT_EQ(report.status, RunStatus::done);
+    EXPECT_NEAR(report.applied[0], 0, 1e-9);
+    EXPECT_NEAR(report.applied[2], 1000, 1e-9);
+    // a moment about the line that all members lie on
+    text = cantilever("%\nrigid_force\nM END_FACE ry 1000\n%\nEND\n", 2);
+    text.replace(text.find("0 0.1 0 0.1 2 2"), 15, "0 0 0 0.1 2 2");
+    ASSERT_TRUE(read(text));
+    report = run_static(store, settings_of());
+    EXPECT_TRUE(std::any_of(report.remarks.notices.begin(), report.remarks.notices.end(), [](const std::string& n) { return n.find("is lost") != std::string::npos; }));
+    // a reference point far off changes nothing
+    text = cantilever("%\nrigid_force\nF END_FACE rx 10\n%\nEND\n", 2);
+    ASSERT_TRUE(read(text));
+    ASSERT_EQ(run_static(store, settings_of()).status, RunStatus::done);
+    const auto near = displacement(0, 0, 2);
+    text.replace(text.find("END_FACE area 0.05 0.05 2"), 25, "END_FACE area 5000 -9000 2");
+    ASSERT_TRUE(read(text));
+    ASSERT_EQ(run_static(store, settings_of()).status, RunStatus::done);
+    for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(displacement(0, 0, 2)[c], near[c], 1e-9 * std::abs(near[1]));
+    // nothing holds it: every analysis that needs a support says so
+    text = cantilever("%\nrigid_force\nM END_FACE rz 100\n%\nEND\n", 2);
+    text.replace(text.find("boundary_condition"), text.find("rigid_element") - text.find("boundary_condition"), "");
+    ASSERT_TRUE(read(text));
+    Settings settings = settings_of();
+    settings.nl_conv = 1e-6;
+    report = run_nonlinear(store, settings);
+    EXPECT_EQ(report.status, RunStatus::failed);
+    EXPECT_NE(report.remarks.errors.at(0).find("the body is free"), std::string::npos);
+    settings.nl_conv = 0;
+    EXPECT_EQ(run_nonlinear(store, settings).status, RunStatus::bad_input);
+    // one rigid block alone has six zero modes, by both methods
+    for (const EigenMethod method : {EigenMethod::subspace, EigenMethod::lanczos}) {
+        ASSERT_TRUE(read("material_info\nM 1000 200e9 0.3\n%\nmode_num 6 %\npart_info\nA blue M RECT 1 1 1 0 0 0 1 1 1 0 0 0 0 0 0 0 0 0\n%\n"
+                         "rigid_element\nR area 0 0 0 0 1 0 1 0 1\n%\nEND\n"));
+        report = run_eigen(store, settings_of(), method);
+        for (const ModeReport& mode : report.modes) EXPECT_LT(mode.frequency, 1e-3);
+    }
+}
+
 TEST(RigidNonlinear, AnEndPlateTurnedByAMomentRollsTheStripIntoAQuarterCircle) {
     const double E = 1e9, L = 1, t = 0.02, I = t * t * t * t / 12, pi = std::acos(-1.0);
     Material material;
