@@ -32,7 +32,7 @@ std::vector<view::RigidHold> find_rigid_holds(const ModelStore& store) {
         along.element = static_cast<std::int32_t>(system.bodies.size()) - 1;
         along.direction = RigidDirection::normal;
         along.value = 1;
-        const Vec6 f = rigid_force_resultant(system, along.element, {}, std::span(&along, 1), mesh);
+        const Vec6 f = rigid_force_resultant(system, along.element, {}, std::span(&along, 1));
         hold.normal = {f[0], f[1], f[2]};
     }
     return holds;
