@@ -31,6 +31,8 @@ const double* at(const double* node4, std::int32_t n) {
 constexpr std::int32_t most_cells_a_side = 256;
 constexpr double facing = -0.1;     // cosine of node and triangle normals, at most
 constexpr double held_mass = 1e30;  // kg: of a node that nothing moves
+constexpr double rounding = 1e-9;   // of a triangle's edge
+constexpr double border = 0.1;      // how far beyond its triangle a closed contact holds, in weights
 
 }  // namespace
 
@@ -39,7 +41,7 @@ ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part>
     const auto node_num = static_cast<std::size_t>(mesh.node_num());
     std::vector<char> seen(node_num);
     for (const ContactPair& pair : pairs) {
-        Active active{pair, {}, 0, {}, false};
+        Active active{pair, {}, 0, {}, false, false};
         for (std::size_t s = 0; s < 2; ++s) {
             Side& side = active.side[s];
             std::fill(seen.begin(), seen.end(), 0);
@@ -50,6 +52,7 @@ ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part>
                     if (!std::exchange(seen[static_cast<std::size_t>(n)], 1)) side.nodes.push_back(n);
             }
             std::sort(side.nodes.begin(), side.nodes.end());
+            side.memory.resize(side.nodes.size());
         }
         active.self = pair.part_name[0] == pair.part_name[1];
         active.touches.reserve(active.side[0].nodes.size() + active.side[1].nodes.size());
@@ -169,10 +172,10 @@ std::size_t ContactSet::Grid::bucket(std::int32_t i, std::int32_t j, std::int32_
 }
 
 // The foot of p on the triangle's plane: barycentric weights, outward normal, signed height over the
-// plane. False when the foot lies outside (beyond a rounding of the edges) or the triangle is flat.
-bool ContactSet::foot_point(const Triangle& triangle, const double* x, const double* p, Vector& weight,
-                            Vector& normal, double& height) const {
-    const double *a = at(x, triangle.node[0]), *b = at(x, triangle.node[1]), *c = at(x, triangle.node[2]);
+// plane. False when a weight is below -edge or the triangle is flat.
+bool ContactSet::foot_point(const std::array<std::int32_t, 3>& corner, const double* x, const double* p,
+                            double edge, Vector& weight, Vector& normal, double& height) const {
+    const double *a = at(x, corner[0]), *b = at(x, corner[1]), *c = at(x, corner[2]);
     const Vector n = cross(minus(b, a), minus(c, a));
     const double nn = dot(n, n);
     if (!(nn > 0)) return false;
@@ -180,8 +183,7 @@ bool ContactSet::foot_point(const Triangle& triangle, const double* x, const dou
     weight[1] = dot(cross(d, minus(c, a)), n) / nn;
     weight[2] = dot(cross(minus(b, a), d), n) / nn;
     weight[0] = 1 - weight[1] - weight[2];
-    constexpr double edge = -1e-9;
-    if (!(weight[0] >= edge && weight[1] >= edge && weight[2] >= edge)) return false;
+    if (!(weight[0] >= -edge && weight[1] >= -edge && weight[2] >= -edge)) return false;
     const double size = std::sqrt(nn);
     height = dot(d, n) / size;
     for (std::size_t k = 0; k < 3; ++k) normal[k] = n[k] / size;
@@ -216,39 +218,86 @@ void ContactSet::find_normals(const double* x) {
 // Nodes of side `slave` against the triangles of the other side (the grid's).
 void ContactSet::touch_side(Active& active, std::size_t slave, const ContactArrays& arrays) {
     const auto& box = active.pair.box;
-    for (std::int32_t n : active.side[slave].nodes) {
+    Side& side = active.side[slave];
+    for (std::size_t i = 0; i < side.nodes.size(); ++i) {
+        const std::int32_t n = side.nodes[i];
         const double* p = at(arrays.x, n);
         bool inside = true;
         for (std::size_t c = 0; c < 3; ++c)
             inside =
                 inside && !(box[2 * c] < box[2 * c + 1] && !(p[c] >= box[2 * c] && p[c] <= box[2 * c + 1]));
-        if (!inside) continue;
-        // the triangle that it lies least deep behind: nodes do not pass through more than half an element a
-        // step
-        const double reach = reach_of(active, n);
-        Touch best{n, {}, {}, {}, {}, 0, slave == 0};
-        double least = reach;
-        const std::size_t bucket =
-            grid_.bucket(grid_.index(0, p[0]), grid_.index(1, p[1]), grid_.index(2, p[2]));
-        for (std::int32_t k = grid_.start[bucket]; k < grid_.start[bucket + 1]; ++k) {
-            const Triangle& triangle =
-                triangles_[static_cast<std::size_t>(grid_.entry[static_cast<std::size_t>(k)])];
-            if (triangle.node[0] == n || triangle.node[1] == n || triangle.node[2] == n) continue;
+        Touch best{n, {}, {}, {}, {}, 0, slave == 0, static_cast<std::int32_t>(i)};
+        Memory& memory = side.memory[i];
+        if (inside) find_foot(active, best, arrays);
+        if (inside && memory.closed && !(best.depth > 0)) {
+            // at a border or behind a hollow edge: held a little beyond, so that it does not come and go
             Vector weight, normal;
             double height;
-            if (!foot_point(triangle, arrays.x, p, weight, normal, height)) continue;
-            const double depth = active.pair.gap - height;
-            if (!(depth > 0 && depth < least)) continue;
-            // a node meets only surfaces that it faces: not the flanks of what it enters, nor its back
-            if (!(dot(normal, normal_[static_cast<std::size_t>(n)]) < facing)) continue;
-            least = depth;
-            best.corner = triangle.node;
-            best.weight = weight;
-            best.normal = normal;
-            best.depth = depth;
+            if (foot_point(memory.corner, arrays.x, p, border, weight, normal, height) &&
+                active.pair.gap - height > 0 && active.pair.gap - height < reach_of(active, n)) {
+                best.corner = memory.corner;
+                best.weight = weight;
+                best.normal = normal;
+                best.depth = active.pair.gap - height;
+            }
         }
-        if (best.depth > 0) active.touches.push_back(best);
+        if (best.depth > 0) {
+            remember(active, best, memory, arrays);
+            active.touches.push_back(best);
+        } else if (memory.closed) {
+            memory = {};
+        }
     }
+}
+
+void ContactSet::find_foot(const Active& active, Touch& best, const ContactArrays& arrays) const {
+    // nodes do not pass through more than half an element a step
+    const std::int32_t n = best.node;
+    const double* p = at(arrays.x, n);
+    double least = reach_of(active, n);
+    const std::size_t bucket = grid_.bucket(grid_.index(0, p[0]), grid_.index(1, p[1]), grid_.index(2, p[2]));
+    for (std::int32_t k = grid_.start[bucket]; k < grid_.start[bucket + 1]; ++k) {
+        const Triangle& triangle =
+            triangles_[static_cast<std::size_t>(grid_.entry[static_cast<std::size_t>(k)])];
+        if (triangle.node[0] == n || triangle.node[1] == n || triangle.node[2] == n) continue;
+        Vector weight, normal;
+        double height;
+        if (!foot_point(triangle.node, arrays.x, p, rounding, weight, normal, height)) continue;
+        const double depth = active.pair.gap - height;
+        if (!(depth > 0 && depth < least)) continue;
+        // a node meets only surfaces that it faces: not the flanks of what it enters, nor its back
+        if (!(dot(normal, normal_[static_cast<std::size_t>(n)]) < facing)) continue;
+        least = depth;
+        best.corner = triangle.node;
+        best.weight = weight;
+        best.normal = normal;
+        best.depth = depth;
+    }
+}
+
+// The spring is pressed by what the surfaces moved towards each other in the step, whichever triangles they
+// show; never by more than the depth. What lies behind a surface when the pair begins is pushed out.
+void ContactSet::remember(const Active& active, const Touch& touch, Memory& memory,
+                          const ContactArrays& arrays) const {
+    double closing = touch.depth;
+    if (memory.closed && memory.corner == touch.corner) {
+        closing = touch.depth - memory.depth;
+    } else if (active.begun) {
+        closing = 0;
+        for (std::size_t c = 0; c < 3; ++c) {
+            double away = at(arrays.v, touch.node)[c];
+            for (std::size_t i = 0; i < 3; ++i) away -= touch.weight[i] * at(arrays.v, touch.corner[i])[c];
+            closing -= d_time_ * away * touch.normal[c];
+        }
+    }
+    memory.pressed = std::max(0.0, std::min(memory.pressed + closing, touch.depth));
+    memory.depth = touch.depth;
+    memory.corner = touch.corner;
+    memory.closed = true;
+}
+
+ContactSet::Memory& ContactSet::memory_of(Active& active, const Touch& touch) const {
+    return active.side[touch.first ? 0 : 1].memory[static_cast<std::size_t>(touch.memory)];
 }
 
 double ContactSet::reach_of(const Active& active, std::int32_t n) const {
@@ -266,7 +315,7 @@ void ContactSet::press(Active& active, const ContactArrays& arrays) {
         Vector relative{};
         for (std::size_t c = 0; c < 3; ++c) relative[c] = at(arrays.v, touch.node)[c];
         for (std::size_t i = 0; i < 3; ++i) {
-            opposite += touch.weight[i] * lends(touch.corner[i]);
+            opposite += std::abs(touch.weight[i]) * lends(touch.corner[i]);
             for (std::size_t c = 0; c < 3; ++c)
                 relative[c] -= touch.weight[i] * at(arrays.v, touch.corner[i])[c];
         }
@@ -274,10 +323,13 @@ void ContactSet::press(Active& active, const ContactArrays& arrays) {
         touch.force = {};
         if (own >= held_mass && opposite >= 0.99 * held_mass) continue;
         const double m = own * opposite / (own + opposite);
-        const double k = active.share * m / (d_time_ * d_time_);
+        Memory& memory = memory_of(active, touch);
+        const double allowed = active.share * m / (d_time_ * d_time_);
+        const double k = memory.stiffness > 0 ? std::min(memory.stiffness, allowed) : allowed;
+        memory.stiffness = k;
         const double away = dot(relative, touch.normal);
         const double normal_force =
-            std::max(0.0, k * touch.depth - 2 * active.pair.damping * std::sqrt(k * m) * away);
+            std::max(0.0, k * memory.pressed - 2 * active.pair.damping * std::sqrt(k * m) * away);
         for (std::size_t c = 0; c < 3; ++c) {
             touch.force[c] = normal_force * touch.normal[c];
             relative[c] -= away * touch.normal[c];
@@ -329,6 +381,7 @@ void ContactSet::push(const ContactArrays& arrays, double time) {
             fill_grid(active.side[1 - slave].triangles, arrays.x, reach);
             touch_side(active, slave, arrays);
         }
+        active.begun = true;
     }
     share_nodes();
     for (Active& active : pairs_) press(active, arrays);

@@ -49,11 +49,22 @@ private:
         std::int32_t node;
         std::array<std::int32_t, 3> corner;
         std::array<double, 3> weight, normal, force;
-        double depth;
-        bool first;  // the node is of the first part
+        double depth;  // behind the triangle's surface at the gap, m
+        bool first;    // the node is of the first part
+        std::int32_t memory;
+    };
+    // What a node keeps of its contact from step to step while it stays closed. The spring's force is
+    // stiffness · pressed: a node that turns up behind a surface other than through it starts unpressed,
+    // and the stiffness never grows, so that the spring gives back no more than was put into it.
+    struct Memory {
+        std::array<std::int32_t, 3> corner{-1, -1, -1};
+        double stiffness = 0;  // N/m; 0: not known yet
+        double depth = 0, pressed = 0;
+        bool closed = false;
     };
     struct Side {
         std::vector<std::int32_t> nodes, triangles;  // of one part; triangles are indices
+        std::vector<Memory> memory;                  // of each node
     };
     // A regular grid of cells over the triangles of one side, in buckets.
     struct Grid {
@@ -69,18 +80,23 @@ private:
         std::array<Side, 2> side;
         double share;  // of m_eff/Δt², the penalty
         std::vector<Touch> touches;
-        bool self = false;
+        bool self = false, begun = false;
     };
     void find_surface(const Mesh& mesh);
     void fill_grid(const std::vector<std::int32_t>& triangles, const double* x, double reach);
     void touch_side(Active& active, std::size_t slave, const ContactArrays& arrays);
+    // The triangle of the grid that the touch's node lies least deep behind.
+    void find_foot(const Active& active, Touch& best, const ContactArrays& arrays) const;
+    void remember(const Active& active, const Touch& touch, Memory& memory,
+                  const ContactArrays& arrays) const;
+    Memory& memory_of(Active& active, const Touch& touch) const;
     void find_normals(const double* x);
     void share_nodes();
     void press(Active& active, const ContactArrays& arrays);
     // How deep a node may lie behind a triangle and still be in contact with it, m.
     double reach_of(const Active& active, std::int32_t n) const;
-    bool foot_point(const Triangle& triangle, const double* x, const double* p, std::array<double, 3>& weight,
-                    std::array<double, 3>& normal, double& height) const;
+    bool foot_point(const std::array<std::int32_t, 3>& corner, const double* x, const double* p, double edge,
+                    std::array<double, 3>& weight, std::array<double, 3>& normal, double& height) const;
 
     std::vector<Active> pairs_;
     std::vector<Triangle> triangles_;

@@ -174,6 +174,57 @@ TEST_F(ExplicitContact, EqualBarsExchangeTheirSpeeds) {
     }
 }
 
+// Springs give back what was put into them, no more, however finely the time is divided: bars that bulge
+// where they meet, with nodes at the border of the other's face and beyond, and a partner that is wider.
+TEST_F(ExplicitContact, ContactMakesNoEnergy) {
+    for (const char* partner :
+         {"0.1 0.02 0.02 0 0 0 30 2 2 0 0 0 0.1001 0 0", "0.1 0.02 0.02 0 0 0 30 3 3 0 0 0 0.1001 0 0",
+          "0.1 0.03 0.03 0 0 0 30 4 4 0 0 0 0.1001 -0.004 -0.006"})
+        for (double part_of_step : {1.0, 0.2}) {
+            read(
+                std::string("material_info M 8000 2e11 0.3 %\npart_info A red M RECT 0.1 0.02 0.02 0 0 0 30 "
+                            "2 2 0 0 0 0 0 0 0 0 0 B blue M RECT ") +
+                    partner + " 0 0 0 % END",
+                "end_time 100e-6 output_frequency 20 Element_contact on INITIAL_VELOCITY A part x 20 0 0 0 0 "
+                "0 0 B part x -10 0 0 0 0 0 0 % ELEMENT_CONTACT HIT A B 1 0 0 0 0 0 0 0 0 0 0 %");
+            ASSERT_TRUE(begin());
+            store.control.d_time = part_of_step * state->d_time;
+            run();
+            const double start = history(0, "kinetic");
+            std::printf("    onto %s, d_time %.2e: contact %+.2f %% of the energy, drift %.1e\n", partner,
+                        state->d_time, 100 * last("contact") / start, largest_drift());
+            EXPECT_LT(std::abs(last("contact")), 0.01 * start) << partner << " " << part_of_step;
+            EXPECT_GT(pulse("contact_HIT_x").last, 0);
+            EXPECT_EQ(last("contact_HIT_x"), 0) << "they have parted";
+            for (const char* momentum : {"momentum_x", "momentum_y", "momentum_z"})
+                EXPECT_NEAR(last(momentum), history(0, momentum), 1e-10) << momentum;
+        }
+}
+
+// What overlaps when the pair begins to act is pushed out; with the pair still to come nothing happens.
+TEST_F(ExplicitContact, OverlappingPartsArePushedApart) {
+    for (const char* start : {"0", "20e-6", "1"}) {
+        read(
+            "material_info M 8000 2e11 0.3 %\npart_info A red M RECT 0.04 0.02 0.02 0 0 0 8 2 2 0 0 0 0 0 0 "
+            "0 "
+            "0 0 B blue M RECT 0.04 0.02 0.02 0 0 0 8 3 3 0 0 0 0.03999 0 0 0 0 0 % END",
+            std::string("end_time 100e-6 output_frequency 5 Element_contact on ELEMENT_CONTACT HIT A B 1 0 0 "
+                        "0 0 0 0 0 0 0 ") +
+                start + " %");
+        run();
+        const double overlap =
+            0.04 + u(node_at(0.04, 0.01, 0.01), 0) - 0.03999 - u(node_at(0.03999, 0, 0), 0);
+        if (start == std::string("1")) {
+            EXPECT_EQ(last("contact"), 0);
+            EXPECT_NEAR(overlap, 1e-5, 1e-12);
+        } else {
+            EXPECT_GT(last("contact"), 0) << start;
+            EXPECT_LT(overlap, 0) << start;
+        }
+        EXPECT_LT(largest_drift(), 0.02) << start;
+    }
+}
+
 // A block slides on another body that a support holds: contact, friction and a search box.
 TEST_F(ExplicitContact, FrictionBetweenBodies) {
     read(
