@@ -24,12 +24,14 @@ using namespace kestralum;
 
 enum ExitStatus { exit_done = 0, exit_incomplete = 1, exit_bad_input = 2 };
 
-// Ctrl-C ends a run at its next counter, with its files in order; a second one ends it at once.
+// Ctrl-C ends a run at its next counter, with its files in order; the third one ends it at once.
 void stop_on_interrupt() {
+    static volatile std::sig_atomic_t asked = 0;
     for (const int which : {SIGINT, SIGTERM})
         std::signal(which, [](int number) {
             console::request_cancel(true);
-            std::signal(number, SIG_DFL);
+            if (asked == 2) std::signal(number, SIG_DFL);
+            if (asked < 2) asked = asked + 1;
         });
 }
 

@@ -18,22 +18,23 @@ std::vector<view::RigidHold> find_rigid_holds(const ModelStore& store) {
     if (store.rigid_elements.empty()) return holds;
     const Mesh& mesh = store.mesh;
     const NodeElements around = elements_of_nodes(mesh);
-    std::vector<bool> taken(static_cast<std::size_t>(mesh.node_num()));
     RigidSystem system;
+    system.body_of_node.assign(static_cast<std::size_t>(mesh.node_num()), -1);
     for (const RigidElement& record : store.rigid_elements) {
+        const auto number = static_cast<std::int32_t>(system.bodies.size());
         RigidBody& body = system.bodies.emplace_back();
-        body.members = select_members(record, mesh, around);
-        std::erase_if(body.members, [&](std::int32_t n) { return taken[static_cast<std::size_t>(n)]; });
-        for (const std::int32_t n : body.members) taken[static_cast<std::size_t>(n)] = true;
+        for (const std::int32_t n : select_members(record, mesh, around)) {
+            std::int32_t& owner = system.body_of_node[static_cast<std::size_t>(n)];
+            if (owner >= 0) continue;
+            owner = number;
+            body.members.push_back(n);
+        }
+    }
+    if (mesh.node_n_dir.size() == mesh.coordinates.size()) find_normals(system, mesh);
+    for (const RigidBody& body : system.bodies) {
         view::RigidHold& hold = holds.emplace_back();
         hold.nodes = body.members;
-        if (mesh.node_n_dir.size() != mesh.coordinates.size()) continue;
-        RigidForce along;
-        along.element = static_cast<std::int32_t>(system.bodies.size()) - 1;
-        along.direction = RigidDirection::normal;
-        along.value = 1;
-        const Vec6 f = rigid_force_resultant(system, along.element, {}, std::span(&along, 1));
-        hold.normal = {f[0], f[1], f[2]};
+        hold.normal = body.normal;
     }
     return holds;
 }

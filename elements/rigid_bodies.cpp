@@ -147,9 +147,7 @@ std::vector<std::int32_t> select_members(const RigidElement& record, const Mesh&
     return out;
 }
 
-// Area vectors of the free faces whose corners are members of one body; where a body has none, the sum of its nodes'
-// normals. Sums that cancel but for rounding leave 0.
-static void find_normals(RigidSystem& system, const Mesh& mesh) {
+void find_normals(RigidSystem& system, const Mesh& mesh) {
     std::vector<double> area(system.bodies.size(), 0.0);
     const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
     for (const ElementFace& face : free_faces(mesh)) {

@@ -52,6 +52,10 @@ struct RigidSystem {
 // Nodes on solid elements that a record selects, 0-based ascending: 1e-7 m beside its box or disc count.
 std::vector<std::int32_t> select_members(const RigidElement& record, const Mesh& mesh, const NodeElements& node_elements);
 
+// Sets the bodies' normals: area vectors of the free faces whose corners are members of one body; where a body has none,
+// the sum of its nodes' normals. Sums that cancel but for rounding leave 0. Needs members and body_of_node.
+void find_normals(RigidSystem& system, const Mesh& mesh);
+
 // Members, duplicates (the first element of the file keeps the node), supports and motions. fixed_nodes: 0-based.
 RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh& mesh, const NodeElements& node_elements,
                                std::span<const std::int32_t> fixed_nodes);
