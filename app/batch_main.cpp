@@ -43,6 +43,11 @@ ExitStatus run_analysis(const BatchOptions& options, const ModelReadReport& mode
     nonlinear_options() = {{}, options.probes};
     stop_on_interrupt();
     RunReport report = find_analysis(options.command)->run();
+    for (const Stage& stage : report.clock.stages()) {
+        constexpr double worth_telling = 1;  // seconds
+        if (stage.name != "factor" || stage.seconds < worth_telling) continue;
+        if (const std::string note = slow_kernels_note(); !note.empty()) report.remarks.notices.push_back(note);
+    }
     for (const Stage& stage : report.clock.stages()) clock.add(stage);
     report.clock = clock;
     WrittenFiles files;

@@ -1,6 +1,8 @@
 // What every process that runs analyses does for itself.
 #pragma once
 
+#include <string>
+
 namespace kestralum {
 
 // One run at a time in a log folder.
@@ -20,7 +22,10 @@ private:
 };
 
 // Starts the program again with the matrix kernels that this processor deserves; goes on as it is
-// where that is not needed or not possible.
+// where that is not needed, not possible, or the environment has chosen.
 void use_best_kernels(char** argv);
+
+// What to tell the user where the environment has chosen slower kernels; otherwise empty.
+std::string slow_kernels_note();
 
 }  // namespace kestralum

@@ -85,7 +85,9 @@ def write_ccx(folder, across, along, modes=0):
 
 def run(command, folder, environment):
     start = time.perf_counter()
-    done = subprocess.run(command, cwd=folder, env={**os.environ, **environment}, capture_output=True, text=True)
+    # the kernels that OpenBLAS or the program takes by itself, whatever this shell has chosen
+    inherited = {name: value for name, value in os.environ.items() if name != "OPENBLAS_CORETYPE"}
+    done = subprocess.run(command, cwd=folder, env={**inherited, **environment}, capture_output=True, text=True)
     seconds = time.perf_counter() - start
     if done.returncode != 0:
         sys.exit(f"{command[0]} ended with {done.returncode}:\n{done.stdout[-2000:]}{done.stderr[-2000:]}")

@@ -102,7 +102,6 @@ void PanelStore::give_back(std::int32_t I) {
 
 const char* better_blas_kernels() {
 #if defined(__x86_64__)
-    if (std::getenv("OPENBLAS_CORETYPE")) return nullptr;
     if (!__builtin_cpu_supports("avx512f") || !__builtin_cpu_supports("avx512dq") || !__builtin_cpu_supports("avx512bw") ||
         !__builtin_cpu_supports("avx512vl"))
         return nullptr;

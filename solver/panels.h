@@ -73,9 +73,8 @@ private:
 };
 
 // OpenBLAS chooses its kernels by the processors it knows; on a newer one with AVX-512 it falls back to
-// those for AVX2. Returns the OPENBLAS_CORETYPE that would serve better, null where the choice is right
-// or the user has made one. The variable is read when a process loads the library: a program that wants
-// it sets it and starts itself again.
+// those for AVX2. Returns the OPENBLAS_CORETYPE that would serve better than the kernels in use, null where these are
+// right. The variable is read when a process loads the library: a program that wants it sets it and starts itself again.
 const char* better_blas_kernels();
 
 // Keeps OpenBLAS to one thread: the parallel loops are ours.
