@@ -118,10 +118,10 @@ bool EigenProblem::start_vector_through_w(std::vector<double>& start) {
 
 std::int64_t EigenProblem::count_below(double lambda) {
     const double former = sigma_;
-    const bool lines = console::lines_enabled();
-    console::set_lines_enabled(false);  // the negative pivots are what is counted, not a warning
-    const bool factored = factor_shifted(lambda);
-    console::set_lines_enabled(lines);
+    const bool factored = [&] {
+        const console::Silence silence;  // the negative pivots are what is counted, not a warning
+        return factor_shifted(lambda);
+    }();
     report_.check_seconds += report_.clock.rename_last("check");
     report_.clock.begin("iterate");
     sigma_ = former;

@@ -5,24 +5,16 @@
 #include <utility>
 
 #include "model/free_faces.h"
+#include "model/vector3.h"
 
 namespace kestralum {
 
 namespace {
 
-using Vector = std::array<double, 3>;
+using Vector = Vec3;
 
 Vector minus(const double* a, const double* b) {
     return {a[0] - b[0], a[1] - b[1], a[2] - b[2]};
-}
-double dot(const Vector& a, const Vector& b) {
-    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
-}
-Vector cross(const Vector& a, const Vector& b) {
-    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
-}
-double length(const Vector& a) {
-    return std::sqrt(dot(a, a));
 }
 const double* at(const double* node4, std::int32_t n) {
     return node4 + 4 * static_cast<std::ptrdiff_t>(n);
@@ -81,7 +73,7 @@ void ContactSet::find_surface(const Mesh& mesh) {
                 const auto a = static_cast<std::size_t>(triangle.node[c]),
                            b = static_cast<std::size_t>(triangle.node[(c + 1) % 3]);
                 edge = std::max(
-                    edge, length(minus(mesh.coordinates.data() + 3 * a, mesh.coordinates.data() + 3 * b)));
+                    edge, norm(minus(mesh.coordinates.data() + 3 * a, mesh.coordinates.data() + 3 * b)));
             }
             for (std::int32_t n : triangle.node) {
                 on[static_cast<std::size_t>(n)] = 1;
@@ -110,7 +102,7 @@ void ContactSet::fill_grid(const std::vector<std::int32_t>& triangles, const dou
         const Triangle& triangle = triangles_[static_cast<std::size_t>(t)];
         for (std::size_t k = 0; k < 3; ++k) {
             const double* p = at(x, triangle.node[k]);
-            edge += length(minus(p, at(x, triangle.node[(k + 1) % 3])));
+            edge += norm(minus(p, at(x, triangle.node[(k + 1) % 3])));
             for (std::size_t c = 0; c < 3; ++c) {
                 low[c] = std::min(low[c], p[c] - reach);
                 high[c] = std::max(high[c], p[c] + reach);
@@ -197,7 +189,7 @@ void ContactSet::find_normals(const double* x) {
     for (const Triangle& triangle : triangles_) {
         const Vector n = cross(minus(at(x, triangle.node[1]), at(x, triangle.node[0])),
                                minus(at(x, triangle.node[2]), at(x, triangle.node[0])));
-        const double size = length(n);
+        const double size = norm(n);
         if (!(size > 0)) continue;
         for (std::size_t k = 0; k < 3; ++k) {
             const double* p = at(x, triangle.node[k]);
@@ -210,7 +202,7 @@ void ContactSet::find_normals(const double* x) {
     }
     for (std::int32_t n : surface_nodes_) {
         Vector& normal = normal_[static_cast<std::size_t>(n)];
-        const double size = length(normal);
+        const double size = norm(normal);
         for (double& c : normal) c = size > 0 ? c / size : 0;
     }
 }
@@ -334,7 +326,7 @@ void ContactSet::press(Active& active, const ContactArrays& arrays) {
             touch.force[c] = normal_force * touch.normal[c];
             relative[c] -= away * touch.normal[c];
         }
-        const double slip = length(relative);
+        const double slip = norm(relative);
         if (slip > 0 && active.pair.friction > 0) {
             // half of what would stop the slip in one step keeps the lagging velocity from overshooting
             const double friction = std::min(active.pair.friction * normal_force, 0.5 * m * slip / d_time_);

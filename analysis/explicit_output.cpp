@@ -12,18 +12,6 @@ namespace {
 
 const char* const axis_letter[] = {"x", "y", "z"};
 
-// Progress lines of a step's parts, which an explicit run does not have.
-class Silence {
-public:
-    Silence() : lines_(console::lines_enabled()) { console::set_lines_enabled(false); }
-    ~Silence() { console::set_lines_enabled(lines_); }
-    Silence(const Silence&) = delete;
-    Silence& operator=(const Silence&) = delete;
-
-private:
-    bool lines_;
-};
-
 void add_vector(std::vector<std::string>& columns, const std::string& name) {
     for (const char* axis : axis_letter) columns.push_back(name + "_" + axis);
 }
@@ -159,7 +147,7 @@ void store_frame(ModelStore& store, ExplicitState& s) {
     for (std::size_t d = 0; d < dofs; ++d) u[d] = s.u[4 * (d / 3) + d % 3];
     s.blocks->copy_stresses(s.points.stress, s.plastic_strain);
     logarithmic_strains(store.mesh, u, s.team, s.points);
-    const Silence silence;
+    const console::Silence silence;
     mean_stress_strain(
         store.mesh, s.node_elements, s.points, s.plastic_strain, s.team,
         std::span(store.results.node_stress).subspan(frame * stress_groups * dofs, stress_groups * dofs));

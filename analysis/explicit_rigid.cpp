@@ -12,23 +12,17 @@ namespace kestralum {
 
 namespace {
 
-Vec3 plus(const Vec3& a, const Vec3& b, double s = 1) { return {a[0] + s * b[0], a[1] + s * b[1], a[2] + s * b[2]}; }
-double dot(const Vec3& a, const Vec3& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
-Vec3 scaled(const Vec3& a, double s) { return {s * a[0], s * a[1], s * a[2]}; }
-Vec3 place_of(const Mesh& mesh, std::int32_t n) {
-    const double* x = mesh.coordinates.data() + 3 * static_cast<std::ptrdiff_t>(n);
-    return {x[0], x[1], x[2]};
-}
-
-std::array<double, 9> transposed(const std::array<double, 9>& a) { return {a[0], a[3], a[6], a[1], a[4], a[7], a[2], a[5], a[8]}; }
+// a + s b
+Vec3 plus(const Vec3& a, const Vec3& b, double s) { return {a[0] + s * b[0], a[1] + s * b[1], a[2] + s * b[2]}; }
+Vec3 place_of(const Mesh& mesh, std::int32_t n) { return triple(mesh.coordinates, n); }
 
 // R I Rᵀ
-std::array<double, 9> turned_inertia(const std::array<double, 9>& R, const std::array<double, 9>& I) {
+Mat3 turned_inertia(const Mat3& R, const Mat3& I) {
     return multiply3(multiply3(R, I), transposed(R));
 }
 
 // The rotations that a body has at R: unit vectors, orthogonal to one another.
-std::vector<Vec3> rotation_axes(const ExplicitBody& body, const std::array<double, 9>& R) {
+std::vector<Vec3> rotation_axes(const ExplicitBody& body, const Mat3& R) {
     RigidState at;
     at.R = R;
     std::vector<Vec3> axes;
@@ -38,9 +32,9 @@ std::vector<Vec3> rotation_axes(const ExplicitBody& body, const std::array<doubl
 }
 
 // ω of I ω = L in the rotations that the body has: along its rotational motions (as they are at R).
-Vec3 angular_velocity(const ExplicitBody& body, const std::array<double, 9>& R, const Vec3& L) {
+Vec3 angular_velocity(const ExplicitBody& body, const Mat3& R, const Vec3& L) {
     const std::vector<Vec3> axes = rotation_axes(body, R);
-    const std::array<double, 9> I = turned_inertia(R, body.inertia);
+    const Mat3 I = turned_inertia(R, body.inertia);
     const std::size_t n = axes.size();
     if (n == 0) return {};
     // (aᵢ·I aⱼ) qⱼ = aᵢ·L, at most 3 × 3, by elimination with pivoting
@@ -80,12 +74,12 @@ ExplicitBodies::ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std:
             centre = plus(centre, place_of(mesh, n), m);
         }
         body.moves = geometry.fixed.empty();
-        centre = body.mass > 0 ? scaled(centre, 1 / body.mass) : geometry.pivot;
+        centre = body.mass > 0 ? times(1 / body.mass, centre) : geometry.pivot;
         if (body.moves) geometry.pivot = centre;
-        body.centre = plus(centre, geometry.pivot, -1);
+        body.centre = minus(centre, geometry.pivot);
         for (std::int32_t n : geometry.members) {
             const double m = lumped[3 * static_cast<std::size_t>(n)];
-            const Vec3 r = plus(place_of(mesh, n), geometry.pivot, -1);
+            const Vec3 r = minus(place_of(mesh, n), geometry.pivot);
             for (std::size_t i = 0; i < 3; ++i)
                 for (std::size_t j = 0; j < 3; ++j) body.inertia[3 * i + j] += m * ((i == j ? dot(r, r) : 0) - r[i] * r[j]);
         }
@@ -107,17 +101,17 @@ void ExplicitBodies::turn(ExplicitBody& body, double d_time) const {
     if (body.moves) body.next.u = plus(body.state.u, body.p_new, d_time / body.mass);
     Vec3 omega = angular_velocity(body, body.state.R, body.L_new);
     for (int k = 0; k < 50; ++k) {
-        const Vec3 better = angular_velocity(body, multiply3(rotation_of(scaled(omega, 0.5 * d_time)), body.state.R), body.L_new);
-        const Vec3 change = plus(better, omega, -1);
+        const Vec3 better = angular_velocity(body, multiply3(rotation_of(times(0.5 * d_time, omega)), body.state.R), body.L_new);
+        const Vec3 change = minus(better, omega);
         omega = better;
         if (dot(change, change) <= 1e-30 * dot(omega, omega)) break;
     }
     body.omega_new = omega;
     if (!body.moves) {
-        const Vec3 arm = turned(multiply3(rotation_of(scaled(omega, 0.5 * d_time)), body.state.R), body.centre);
-        body.p_new = scaled(cross(omega, arm), body.mass);
+        const Vec3 arm = turned(multiply3(rotation_of(times(0.5 * d_time, omega)), body.state.R), body.centre);
+        body.p_new = times(body.mass, cross(omega, arm));
     }
-    body.next.R = multiply3(rotation_of(scaled(omega, d_time)), body.state.R);
+    body.next.R = multiply3(rotation_of(times(d_time, omega)), body.state.R);
 }
 
 namespace {
@@ -130,7 +124,7 @@ void gather_rows(const ExplicitBody& body, const Mesh& mesh, std::span<const Dri
     for (const DrivenMembers& record : driven) {
         if (record.body != b) continue;
         for (std::int32_t n : record.nodes) {
-            const Vec3 r = turned(body.state.R, plus(place_of(mesh, n), body.geometry.pivot, -1));
+            const Vec3 r = turned(body.state.R, minus(place_of(mesh, n), body.geometry.pivot));
             Vec3 unit{};
             unit[static_cast<std::size_t>(record.axis)] = 1;
             const Vec3 arm = cross(r, unit);  // e·(ω × r) = ω·(r × e)
@@ -183,7 +177,7 @@ void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> dri
     if (rows == 0) return;
     // lengths scale rotations
     double size = 0;
-    for (std::int32_t n : body.geometry.members) size = std::max(size, std::sqrt(dot(plus(place_of(mesh_, n), body.geometry.pivot, -1), plus(place_of(mesh_, n), body.geometry.pivot, -1))));
+    for (std::int32_t n : body.geometry.members) size = std::max(size, std::sqrt(dot(minus(place_of(mesh_, n), body.geometry.pivot), minus(place_of(mesh_, n), body.geometry.pivot))));
     const double unit = size > 0 ? size : 1;
     const auto scale = [&](int i) { return i < 3 ? 1.0 : 1 / unit; };
     for (int i = 0; i < 6; ++i) {
@@ -196,10 +190,10 @@ void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> dri
     eigen.getRealEigenvalues(values);
     eigen.getV(V);
     // the dynamic velocity in scaled coordinates
-    const Vec3 v = body.moves ? scaled(body.p_new, 1 / body.mass) : Vec3{};
+    const Vec3 v = body.moves ? times(1 / body.mass, body.p_new) : Vec3{};
     double q[6] = {v[0], v[1], v[2], unit * body.omega_new[0], unit * body.omega_new[1], unit * body.omega_new[2]};
     // inverse mass on the body's motions, in scaled coordinates: the momenta that it can take
-    const std::array<double, 9> I = turned_inertia(body.state.R, body.inertia);
+    const Mat3 I = turned_inertia(body.state.R, body.inertia);
     const std::vector<Vec6> motions = current_motions(body.geometry, body.state);
     const int count = static_cast<int>(motions.size());
     if (count == 0) return;
@@ -242,9 +236,9 @@ void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> dri
     for (int i = 0; i < 6; ++i)
         for (int j = 0; j < 6; ++j)
             for (int a = 0; a < m; ++a) q[i] += W[i][j] * V[j][ruled[static_cast<std::size_t>(a)]] * push[static_cast<std::size_t>(a)];
-    if (body.moves) body.p_new = scaled({q[0], q[1], q[2]}, body.mass);
+    if (body.moves) body.p_new = times(body.mass, {q[0], q[1], q[2]});
     const Vec3 omega{q[3] / unit, q[4] / unit, q[5] / unit};
-    const std::array<double, 9> middle = multiply3(rotation_of(scaled(omega, 0.5 * d_time)), body.state.R);
+    const Mat3 middle = multiply3(rotation_of(times(0.5 * d_time, omega)), body.state.R);
     body.L_new = turned(turned_inertia(middle, body.inertia), omega);
 }
 
@@ -280,7 +274,7 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
             const double* at = arrays.force + 4 * static_cast<std::ptrdiff_t>(n);
             const Vec3 nodal{at[0], at[1], at[2]};
             f = plus(f, nodal);
-            m = plus(m, cross(turned(body.state.R, plus(place_of(mesh_, n), body.geometry.pivot, -1)), nodal));
+            m = plus(m, cross(turned(body.state.R, minus(place_of(mesh_, n), body.geometry.pivot)), nodal));
         }
         if (body.moves) body.p_new = plus(body.p, f, d_time);
         // what acts about directions that the body cannot turn in goes to what holds it
@@ -291,14 +285,14 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
         const Vec3 p_free = body.p_new, L_free = body.L_new;
         obey(body, driven, d_time, b);
         if (p_free != body.p_new || L_free != body.L_new) turn(body, d_time);
-        const Vec3 v = body.moves ? scaled(body.p, 1 / body.mass) : Vec3{}, v_new = body.moves ? scaled(body.p_new, 1 / body.mass) : Vec3{};
-        const Vec3 f_drive = scaled(plus(body.p_new, p_free, -1), 1 / d_time), m_drive = scaled(plus(body.L_new, L_free, -1), 1 / d_time);
+        const Vec3 v = body.moves ? times(1 / body.mass, body.p) : Vec3{}, v_new = body.moves ? times(1 / body.mass, body.p_new) : Vec3{};
+        const Vec3 f_drive = times(1 / d_time, minus(body.p_new, p_free)), m_drive = times(1 / d_time, minus(body.L_new, L_free));
         driving[0] += dot(f_drive, v) + dot(m_drive, body.omega);
         driving[1] += dot(f_drive, v_new) + dot(m_drive, body.omega_new);
         const Vec3 own_f{own[0], own[1], own[2]}, own_m{own[3], own[4], own[5]};
         loads[0] += dot(own_f, v) + dot(own_m, body.omega);
         loads[1] += dot(own_f, v_new) + dot(own_m, body.omega_new);
-        if (!body.moves) reaction_ = plus(reaction_, plus(scaled(plus(body.p_new, body.p, -1), 1 / d_time), f, -1));
+        if (!body.moves) reaction_ = plus(reaction_, minus(times(1 / d_time, minus(body.p_new, body.p)), f));
         for (std::int32_t n : body.geometry.members) {
             const Vec3 next = displacement_of(body.geometry, body.next, place_of(mesh_, n));
             for (std::size_t c = 0; c < 3; ++c) {
@@ -400,7 +394,7 @@ void ExplicitBodies::print_masses(std::int32_t free_equations) const {
         console::print("j_s=%d, j_e=%d\n", first, last);
         console::print(" Mx=%.3e, My=%.3e, Mz=%.3e\n", body.mass, body.mass, body.mass);
         // about the reference point (Steiner)
-        const Vec3 r = plus(body.geometry.pivot, body.geometry.reference, -1);
+        const Vec3 r = minus(body.geometry.pivot, body.geometry.reference);
         double I[3];
         for (std::size_t c = 0; c < 3; ++c)
             I[c] = body.inertia[4 * c] + (body.moves ? body.mass * (dot(r, r) - r[c] * r[c]) : 0);
@@ -411,8 +405,8 @@ void ExplicitBodies::print_masses(std::int32_t free_equations) const {
 
 void ExplicitBodies::print_velocities() const {
     for (const ExplicitBody& body : bodies_) {
-        const Vec3 v = body.moves ? scaled(body.p_new, 1 / body.mass) : Vec3{};
-        const Vec3 arm = turned(body.state.R, plus(body.geometry.reference, body.geometry.pivot, -1));
+        const Vec3 v = body.moves ? times(1 / body.mass, body.p_new) : Vec3{};
+        const Vec3 arm = turned(body.state.R, minus(body.geometry.reference, body.geometry.pivot));
         const Vec3 at = plus(v, cross(body.omega_new, arm));
         console::print("Vr:%.3e,%.3e,%.3e,%.3e,%.3e,%.3e\n", at[0], at[1], at[2], body.omega_new[0], body.omega_new[1], body.omega_new[2]);
     }

@@ -21,7 +21,7 @@ struct ExplicitBody {
     RigidState state;                  // at t_n
     RigidState next;                   // at t_{n+1}
     double mass = 0;                   // kg, lumped
-    std::array<double, 9> inertia{};   // about the pivot, at rest, kg·m^2
+    Mat3 inertia{};   // about the pivot, at rest, kg·m^2
     Vec3 centre{};                     // mass centre from the pivot, at rest, m; 0 where the body is not held
     Vec3 p{}, L{};                     // momentum and spatial angular momentum about the pivot, at t_{n-½}
     Vec3 p_new{}, L_new{};             // at t_{n+½}

@@ -16,16 +16,6 @@ namespace kestralum {
 
 namespace {
 
-// No progress lines while it lives.
-class Silence {
-public:
-    Silence() : lines_(console::lines_enabled()) { console::set_lines_enabled(false); }
-    ~Silence() { console::set_lines_enabled(lines_); }
-
-private:
-    bool lines_;
-};
-
 void check_elements(const ModelStore& store, ModelCheck& out) {
     const Mesh& mesh = store.mesh;
     const ElementType& type = element_type(mesh.element_type);
@@ -172,7 +162,7 @@ void check_factor(const ModelStore& store, const Settings& settings, ModelCheck&
 }  // namespace
 
 ModelCheck check_model(const ModelStore& store, const Settings& settings) {
-    const Silence silence;
+    const console::Silence silence;
     ModelCheck out;
     check_elements(store, out);
     check_supports(store, out);

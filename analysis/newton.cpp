@@ -70,7 +70,11 @@ bool NewtonSolver::prepare(RunReport& report) {
     }
     Q_.assign(equations, 0.0);
     nodal_Q_.assign(body_.u.size(), 0.0);
-    if (!assemble()) {
+    at_rest_ = [&] {
+        const console::Silence silence;  // its lines come with the first iteration
+        return assemble();
+    }();
+    if (!at_rest_) {
         report.fail(RunStatus::failed, error);
         return false;
     }
@@ -90,7 +94,6 @@ bool NewtonSolver::assemble() {
         std::fill(me, me + nodes * nodes, 0.0);
         return finite_stiffness(body_, e, ke);
     }, body_.threads, full_, "k=");
-    console::print("Calculate K sparse Complete\n");
     if (bad >= 0) {
         const auto c = element_centre(body_.mesh, bad);
         error = console::format("element %d at (%.6g, %.6g, %.6g) is flat or inverted", bad + 1, c[0], c[1], c[2]);
@@ -98,8 +101,7 @@ bool NewtonSolver::assemble() {
     }
     for (std::size_t k = 0; k < kept_.size(); ++k) constrained_.K_value[k] = full_.K_value[static_cast<std::size_t>(kept_[k])];
     for (std::size_t k = 0; k < kept_free_.size(); ++k) reduced_.K_value[k] = full_.K_value[static_cast<std::size_t>(kept_free_[k])];
-    seconds[assembling] += since(start);
-    console::print("Kmat Time:  %lf[s]\n", since(start));
+    seconds[assembling] += assemble_seconds_ = since(start);
     return true;
 }
 
@@ -281,10 +283,7 @@ double NewtonSolver::work(const std::vector<double>& u_before, std::span<const R
     for (std::size_t b = 0; b < states_.size(); ++b) {
         const RigidBody& at_reference = bodies_->system.bodies[b];
         const Vec3 u = displacement_of(at_reference, states_[b], at_reference.reference), before = displacement_of(at_reference, states_before[b], at_reference.reference);
-        std::array<double, 9> back;
-        for (std::size_t i = 0; i < 3; ++i)
-            for (std::size_t j = 0; j < 3; ++j) back[3 * i + j] = states_before[b].R[3 * j + i];
-        const Vec3 turn = rotation_vector(multiply3(states_[b].R, back));
+        const Vec3 turn = rotation_vector(multiply3(states_[b].R, transposed(states_before[b].R)));
         for (const RigidForce& force : bodies_->forces) {
             if (force.element != static_cast<std::int32_t>(b)) continue;
             const auto direction = static_cast<std::size_t>(force.direction);
@@ -316,7 +315,10 @@ NewtonOutcome NewtonSolver::attempt(bool search, IncrementReport& report) {
     std::vector<double> du(Q_.size());
     for (int iteration = 0;; ++iteration) {
         print_head(iteration);
-        if (!assemble()) return NewtonOutcome::diverged;
+        if (!at_rest_ && !assemble()) return NewtonOutcome::diverged;
+        at_rest_ = false;
+        console::print("Calculate K sparse Complete\n");
+        console::print("Kmat Time:  %lf[s]\n", assemble_seconds_);
         console::print("Force Vector\n");
         for (std::size_t k = 0; console::lines_enabled() && k < load_.size(); ++k)
             if (load_[k] != 0) console::print("[%zu]:%e, %e\n", k, load_factor_ * load_[k], load_[k]);
@@ -368,11 +370,16 @@ IncrementReport NewtonSolver::advance(std::int32_t number, double factor) {
         second.searched = true;
         place(at_start, {}, 0);
         const NewtonOutcome again = attempt(true, second);
-        if (again != NewtonOutcome::diverged || outcome == NewtonOutcome::diverged) {
+        // the better end stands where neither has converged
+        const bool better = again == NewtonOutcome::converged || again == NewtonOutcome::failed || outcome == NewtonOutcome::diverged ||
+                            (again == NewtonOutcome::unconverged && second.ratio <= report.ratio);
+        if (better) {
             outcome = again;
             report = std::move(second);
         } else {
             place(first, {}, 0);  // the first attempt's last iterate stands
+            report.searched = true;
+            outcome = NewtonOutcome::unconverged;
         }
     }
     report.converged = outcome == NewtonOutcome::converged;

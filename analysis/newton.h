@@ -105,6 +105,8 @@ private:
     std::vector<double> nodal_Q_;                 // 3 per node
     double load_factor_ = 0;
     bool free_motion_checked_ = false;
+    bool at_rest_ = false;  // prepare() has left K at rest, which the first iteration takes
+    double assemble_seconds_ = 0;
     double largest_load_ = 0;  // |F| so far: E is told against it where F vanishes
     double gather_seconds_ = 0;
     std::int32_t number_ = 0;

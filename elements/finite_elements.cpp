@@ -34,11 +34,10 @@ void displacement_gradient(int nodes, const double* u, const double* dN, double*
 }
 
 // Gradients in the current configuration: ∂N/∂x = F⁻ᵀ ∂N/∂X.
-void push_gradients(int nodes, const double* dN, const double* H, double* dn) {
-    double Fi[9];
-    invert_deformation(H, Fi);
+void push_gradients(int nodes, const double* dN, const std::array<double, 9>& Fi, double* dn) {
     for (int i = 0; i < nodes; ++i)
-        for (int c = 0; c < 3; ++c) dn[3 * i + c] = dN[3 * i] * Fi[c] + dN[3 * i + 1] * Fi[3 + c] + dN[3 * i + 2] * Fi[6 + c];
+        for (int c = 0; c < 3; ++c) dn[3 * i + c] = dN[3 * i] * Fi[static_cast<std::size_t>(c)] + dN[3 * i + 1] * Fi[static_cast<std::size_t>(3 + c)] +
+                            dN[3 * i + 2] * Fi[static_cast<std::size_t>(6 + c)];
 }
 
 // Adds w (Bᵀ c B + (∇Ni·τ∇Nj) 1) to the blocks i <= j.
@@ -93,7 +92,7 @@ bool update_element(FiniteBody& body, const ElementType& type, std::int32_t e) {
         FiniteResponse response;
         if (!finite_response(material_of(body, e), H, body.committed[at], false, response)) return false;
         body.current[at] = response.state;
-        push_gradients(type.nodes, dN, H, dn);
+        push_gradients(type.nodes, dN, response.F_inverse, dn);
         const auto& t = response.tau;
         const double w = state.points.weight[static_cast<std::size_t>(p)];
         for (int i = 0; i < type.nodes; ++i) {
@@ -133,7 +132,7 @@ bool finite_stiffness(const FiniteBody& body, std::int32_t e, double* ke) {
         FiniteResponse response;
         if (!finite_response(material_of(body, e), H, body.committed[first_point(type, e) + static_cast<std::size_t>(p)], true, response))
             return false;
-        push_gradients(type.nodes, dN, H, dn);
+        push_gradients(type.nodes, dN, response.F_inverse, dn);
         add_point_stiffness(type.nodes, dn, response, state.points.weight[static_cast<std::size_t>(p)], ke);
     }
     for (int r = 0; r < size; ++r)

@@ -94,7 +94,7 @@ double invert_deformation(const double* H, double* F_inverse) {
 
 bool finite_response(const J2Material<double>& m, const double* H, const FinitePointState& committed, bool with_tangent,
                      FiniteResponse& out) {
-    double Fi[9];
+    double* Fi = out.F_inverse.data();
     out.J = invert_deformation(H, Fi);
     if (!(out.J > 0) || !std::isfinite(out.J)) return false;
     double be[6], mu[3], n[9];  // be - 1, its eigenvalues λ² - 1 and axes

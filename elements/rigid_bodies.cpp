@@ -8,36 +8,12 @@
 
 namespace kestralum {
 
-Vec3 cross(const Vec3& a, const Vec3& b) {
-    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
-}
-
-Vec3 turned(const std::array<double, 9>& R, const Vec3& v) {
-    return {R[0] * v[0] + R[1] * v[1] + R[2] * v[2], R[3] * v[0] + R[4] * v[1] + R[5] * v[2], R[6] * v[0] + R[7] * v[1] + R[8] * v[2]};
-}
-
-std::array<double, 9> multiply3(const std::array<double, 9>& a, const std::array<double, 9>& b) {
-    std::array<double, 9> c{};
-    for (std::size_t i = 0; i < 3; ++i)
-        for (std::size_t j = 0; j < 3; ++j)
-            for (std::size_t k = 0; k < 3; ++k) c[3 * i + j] += a[3 * i + k] * b[3 * k + j];
-    return c;
-}
-
 namespace {
 
-Vec3 minus(const Vec3& a, const Vec3& b) { return {a[0] - b[0], a[1] - b[1], a[2] - b[2]}; }
-Vec3 scaled(const Vec3& a, double s) { return {s * a[0], s * a[1], s * a[2]}; }
-double dot(const Vec3& a, const Vec3& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
-double length(const Vec3& a) { return std::sqrt(dot(a, a)); }
-std::array<double, 9> transposed(const std::array<double, 9>& a) { return {a[0], a[3], a[6], a[1], a[4], a[7], a[2], a[5], a[8]}; }
 void add(Vec3& a, const Vec3& b, double s = 1) {
     for (std::size_t c = 0; c < 3; ++c) a[c] += s * b[c];
 }
-Vec3 place_of(const Mesh& mesh, std::int32_t node) {
-    const double* x = mesh.coordinates.data() + 3 * static_cast<std::ptrdiff_t>(node);
-    return {x[0], x[1], x[2]};
-}
+Vec3 place_of(const Mesh& mesh, std::int32_t node) { return triple(mesh.coordinates, node); }
 Vec3 force_of(const Vec6& f) { return {f[0], f[1], f[2]}; }
 Vec3 moment_of(const Vec6& f) { return {f[3], f[4], f[5]}; }
 
@@ -54,16 +30,16 @@ Spread spread_of(const Mesh& mesh, std::span<const std::int32_t> nodes) {
     double farthest = 0;
     for (std::int32_t n : nodes) {
         const Vec3 r = minus(place_of(mesh, n), origin);
-        if (length(r) > farthest) {
-            farthest = length(r);
+        if (norm(r) > farthest) {
+            farthest = norm(r);
             out.direction = r;
         }
     }
     if (!(farthest > 0)) return out;
     out.rank = 1;
-    out.direction = scaled(out.direction, 1 / farthest);
+    out.direction = times(1 / farthest, out.direction);
     for (std::int32_t n : nodes)
-        if (length(cross(minus(place_of(mesh, n), origin), out.direction)) > tolerance * farthest) out.rank = 2;
+        if (norm(cross(minus(place_of(mesh, n), origin), out.direction)) > tolerance * farthest) out.rank = 2;
     return out;
 }
 
@@ -75,7 +51,7 @@ std::array<Vec3, 2> across(const Vec3& axis) {
     Vec3 unit{};
     unit[smallest] = 1;
     Vec3 first = cross(axis, unit);
-    first = scaled(first, 1 / length(first));
+    first = times(1 / norm(first), first);
     return {first, cross(axis, first)};
 }
 
@@ -157,9 +133,9 @@ void find_normals(RigidSystem& system, const Mesh& mesh) {
         const std::int32_t b = system.common_body(nodes.data(), static_cast<int>(nodes.size()));
         if (b < 0) continue;
         for (std::size_t t = 0; t + 2 < nodes.size(); t += 3) {
-            const Vec3 a = place_of(mesh, nodes[t] - 1), n = scaled(cross(minus(place_of(mesh, nodes[t + 1] - 1), a), minus(place_of(mesh, nodes[t + 2] - 1), a)), 0.5);
+            const Vec3 a = place_of(mesh, nodes[t] - 1), n = times(0.5, cross(minus(place_of(mesh, nodes[t + 1] - 1), a), minus(place_of(mesh, nodes[t + 2] - 1), a)));
             add(system.bodies[static_cast<std::size_t>(b)].normal, n);
-            area[static_cast<std::size_t>(b)] += length(n);
+            area[static_cast<std::size_t>(b)] += norm(n);
         }
     }
     for (std::size_t b = 0; b < system.bodies.size(); ++b) {
@@ -170,8 +146,8 @@ void find_normals(RigidSystem& system, const Mesh& mesh) {
                 add(body.normal, {d[0], d[1], d[2]});
                 area[b] += 1;
             }
-        const double size = length(body.normal);
-        body.normal = size > 1e-6 * area[b] ? scaled(body.normal, 1 / size) : Vec3{};
+        const double size = norm(body.normal);
+        body.normal = size > 1e-6 * area[b] ? times(1 / size, body.normal) : Vec3{};
     }
 }
 
@@ -218,13 +194,13 @@ RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh
     return out;
 }
 
-std::array<double, 9> rotation_of(const Vec3& t) {
+Mat3 rotation_of(const Vec3& t) {
     const double angle2 = dot(t, t), angle = std::sqrt(angle2);
     // sin x / x and (1 - cos x)/x², smooth through 0
     const double a = angle > 1e-4 ? std::sin(angle) / angle : 1 - angle2 / 6;
     const double half = std::sin(angle / 2);
     const double b = angle > 1e-4 ? 2 * half * half / angle2 : 0.5 - angle2 / 24;
-    std::array<double, 9> R;
+    Mat3 R;
     for (std::size_t i = 0; i < 3; ++i)
         for (std::size_t j = 0; j < 3; ++j) R[3 * i + j] = b * t[i] * t[j] + (i == j ? 1 - b * angle2 : 0);
     R[1] -= a * t[2], R[2] += a * t[1], R[3] += a * t[2], R[5] -= a * t[0], R[6] -= a * t[1], R[7] += a * t[0];
@@ -232,7 +208,7 @@ std::array<double, 9> rotation_of(const Vec3& t) {
 }
 
 // Through the quaternion's largest component (Spurrier, J. Spacecraft 15, 1978), which keeps its digits at every angle.
-Vec3 rotation_vector(const std::array<double, 9>& R) {
+Vec3 rotation_vector(const Mat3& R) {
     const double trace = R[0] + R[4] + R[8];
     double w;
     Vec3 v;
@@ -249,10 +225,10 @@ Vec3 rotation_vector(const std::array<double, 9>& R) {
     }
     if (w < 0) {
         w = -w;
-        v = scaled(v, -1);
+        v = times(-1, v);
     }
-    const double size = length(v);
-    return scaled(v, size > 1e-8 ? 2 * std::atan2(size, w) / size : 2 / w);
+    const double size = norm(v);
+    return times(size > 1e-8 ? 2 * std::atan2(size, w) / size : 2 / w, v);
 }
 
 std::vector<Vec6> current_motions(const RigidBody& body, const RigidState& state) {
@@ -337,7 +313,7 @@ Vec6 rigid_force_resultant(const RigidSystem& system, std::int32_t b, const Rigi
         }
         Vec3 f{};
         if (direction < 3) f[direction] = force.value;
-        else f = scaled(body.normal, force.value);
+        else f = times(force.value, body.normal);
         const Vec3 m = cross(turned(state.R, minus(body.reference, body.pivot)), f);
         for (std::size_t c = 0; c < 3; ++c) {
             sum[c] += f[c];
@@ -358,7 +334,7 @@ namespace {
 // Jᵀ⁻¹ of the left Jacobian of the rotation vector φ applied to v (Barfoot, State Estimation for Robotics, 2017,
 // 7.1.5): the moment whose power with the spatial spin is v·φ'. The right Jacobian's is that of -φ.
 Vec3 inverse_left_jacobian_transposed(const Vec3& phi, const Vec3& v) {
-    const double angle = length(phi), half = angle / 2;
+    const double angle = norm(phi), half = angle / 2;
     // J⁻¹ = 1 - ½[φ] + b [φ]², b = (1 - (x/2) cot(x/2))/x²
     const double b = angle > 1e-3 ? (1 - half / std::tan(half)) / (angle * angle) : 1.0 / 12 + angle * angle / 720;
     const Vec3 first = cross(phi, v), second = cross(phi, first);
@@ -388,7 +364,7 @@ double combine_forces(const RigidCombine& record, const RigidSystem& system, std
         m[c] = record.stiffness[3 + c] * phi[c];
         energy += 0.5 * (f[c] * w[c] + m[c] * phi[c]);
     }
-    const Vec3 m2 = inverse_left_jacobian_transposed(phi, m), m1 = inverse_left_jacobian_transposed(scaled(phi, -1), m);
+    const Vec3 m2 = inverse_left_jacobian_transposed(phi, m), m1 = inverse_left_jacobian_transposed(times(-1, phi), m);
     const Vec3 t1 = cross(arm1, f), t2 = cross(arm2, f);
     for (std::size_t c = 0; c < 3; ++c) {
         force[0][c] = -f[c];

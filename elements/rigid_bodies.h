@@ -17,10 +17,10 @@
 
 #include "elements/constraints.h"
 #include "model/model_store.h"
+#include "model/vector3.h"
 
 namespace kestralum {
 
-using Vec3 = std::array<double, 3>;
 using Vec6 = std::array<double, 6>;  // velocity and angular velocity, or force and moment
 
 struct RigidBody {
@@ -63,15 +63,12 @@ RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh
 // Where a body is: the pivot has moved by u, the body has turned by R (row-major).
 struct RigidState {
     Vec3 u{};
-    std::array<double, 9> R{1, 0, 0, 0, 1, 0, 0, 0, 1};
+    Mat3 R{1, 0, 0, 0, 1, 0, 0, 0, 1};
 };
 
-Vec3 cross(const Vec3& a, const Vec3& b);
-Vec3 turned(const std::array<double, 9>& R, const Vec3& v);
 // Rotation by the vector θ (axis times angle; Rodrigues), and its inverse with |θ| <= π.
-std::array<double, 9> rotation_of(const Vec3& theta);
-Vec3 rotation_vector(const std::array<double, 9>& R);
-std::array<double, 9> multiply3(const std::array<double, 9>& a, const std::array<double, 9>& b);
+Mat3 rotation_of(const Vec3& theta);
+Vec3 rotation_vector(const Mat3& R);
 
 // The body's motions as they are at `state`.
 std::vector<Vec6> current_motions(const RigidBody& body, const RigidState& state);

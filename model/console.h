@@ -43,6 +43,18 @@ void write(std::string_view text);
 void set_lines_enabled(bool enabled);
 bool lines_enabled();
 
+// Lines off while it lives: for work whose progress nobody wants to read.
+class Silence {
+public:
+    Silence() : lines_(lines_enabled()) { set_lines_enabled(false); }
+    ~Silence() { set_lines_enabled(lines_); }
+    Silence(const Silence&) = delete;
+    Silence& operator=(const Silence&) = delete;
+
+private:
+    bool lines_;
+};
+
 // printf into a string, independent of the locale.
 std::string format(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
