@@ -9,7 +9,6 @@
 #include "elements/loads.h"
 #include "model/console.h"
 #include "model/free_faces.h"
-#include "solver/ordering.h"
 
 namespace kestralum {
 
@@ -51,18 +50,6 @@ bool check_input(const ModelStore& store, RunReport& report) {
     if (!(c.c_alfa >= 0) || !std::isfinite(c.c_alfa))
         return refuse(report, console::format("C_alfa = %g: the damping must not be negative", c.c_alfa));
     return true;
-}
-
-void order(ModelStore& store) {
-    Mesh& mesh = store.mesh;
-    console::print("element_type=%d\n", static_cast<std::int32_t>(mesh.element_type));
-    console::print("element_num=%d,point_num=%d,fn=%d\n", mesh.element_num(), mesh.node_num(),
-                   3 * mesh.node_num());
-    reorder_nodes(mesh, "LMAX");
-    mesh.dof_num = 3 * mesh.node_num();
-    store.results.resize(1, mesh.dof_num);  // earlier results belong to the former numbers
-    update_node_normals(mesh);
-    resolve_force_points(mesh, store.forces);
 }
 
 std::vector<std::int32_t> surface_nodes(const Mesh& mesh) {
@@ -122,26 +109,9 @@ bool assemble(const ModelStore& store, const ExplicitState& state, SetUp& set_up
     build_index(neighbours, system.km);
     find_diagonals(system.km);
     console::print("[K],[M] element num=%lld\n", static_cast<long long>(entries));
-    const ElementType& type = element_type(mesh.element_type);
-    const auto matrices = [&](std::int32_t e, double* ke, double* me) {
-        ElementPoints points;
-        if (!evaluate_points(type, mesh, e, points)) return false;
-        const Part& part =
-            store.parts[static_cast<std::size_t>(mesh.p_ele_part_id[static_cast<std::size_t>(e)])];
-        element_stiffness(type, points, moduli(system.elasticity, part.material_id), ke);
-        type.mass(points.x.data(), me);
-        const double density = store.materials[static_cast<std::size_t>(part.material_id)].density;
-        for (int k = 0; k < type.nodes * type.nodes; ++k) me[k] *= density;
-        return true;
-    };
-    const std::int32_t bad = assemble_km(mesh, neighbours, matrices, state.threads, system.km);
+    const std::int32_t bad = assemble_km(mesh, neighbours, element_matrices(store, system.elasticity, {}), state.threads, system.km);
     if (bad < 0) return true;
-    const auto c = element_centre(mesh, bad);
-    report.fail(
-        RunStatus::failed,
-        console::format(
-            "element %d at (%.6g, %.6g, %.6g): the Jacobian is not positive (flat or inverted element)",
-            bad + 1, c[0], c[1], c[2]));
+    report.fail(RunStatus::failed, place_of_element(store, bad) + ": the Jacobian is not positive (flat or inverted element)");
     return false;
 }
 
@@ -197,7 +167,7 @@ void size_state(const Mesh& mesh, const SetUp& set_up, ExplicitState& s) {
 
 void set_loads(const ModelStore& store, const SetUp& set_up, ExplicitState& s, RunReport& report) {
     console::print("Force Vector\n");
-    const LoadVector load = build_loads(store.forces, store.mesh, set_up.system.numbering, set_up.system.km);
+    const LoadVector load = build_loads(store.forces, store.mesh, set_up.system.numbering, diagonal_of(set_up.system.km));
     console::print("Force Vector Complete\n");
     const auto& free = set_up.system.numbering.free_dofs;
     for (std::size_t i = 0; i < free.size(); ++i) {
@@ -205,16 +175,7 @@ void set_loads(const ModelStore& store, const SetUp& set_up, ExplicitState& s, R
         s.F[4 * (dof / 3) + dof % 3] = load.F[i];
         report.applied[dof % 3] += load.F[i];
     }
-    for (std::size_t f = 0; f < store.forces.size(); ++f)
-        if (load.reached[f] == 0)
-            report.remarks.notices.push_back("force " + store.forces[f].name + ": no node is reached");
-        else if (load.on_fixed[f] == load.reached[f])
-            report.remarks.notices.push_back("force " + store.forces[f].name +
-                                             ": acts on fixed degrees of freedom only and is lost");
-    for (std::size_t k = 0; k < store.boundary_conditions.size(); ++k)
-        if (set_up.system.numbering.selected[k] == 0)
-            report.remarks.notices.push_back("support " + store.boundary_conditions[k].name +
-                                             ": selects no node");
+    report_unused_records(store, set_up.system.numbering, load, report);
     if (store.control.gravity_axis < 0) return;
     const auto axis = static_cast<std::size_t>(store.control.gravity_axis);
     for (std::size_t n = 0; n < s.F.size() / 4; ++n)
@@ -496,12 +457,12 @@ bool set_up_explicit(ModelStore& store, const Settings& settings, const Explicit
     s.team = store.mesh.node_num() < smallest_team ? 1 : s.threads;
     store.ana_type = AnalysisType::explicit_dynamics;
     report.clock.begin("order");
-    order(store);
+    renumber_along_longest(store);
+    store.results.resize(1, store.mesh.dof_num);  // earlier results belong to the former numbers
     report.clock.begin("assemble");
     SetUp set_up;
     const Mesh& mesh = store.mesh;
     extract_surface(store, s, report);
-    store.diag_num = measure_band(mesh);
     console::print("diag_num=%d\n", store.diag_num);
     store.fn_free = 3 * mesh.node_num();
     set_up.system.node_elements = elements_of_nodes(mesh);

@@ -114,7 +114,7 @@ bool analyse(ModelStore& store, const Settings& settings, RunReport& report) {
     LinearSystem system;
     if (!build_linear_system(store, settings, system, report)) return false;
     console::print("Force Vector\n");
-    LoadVector load = build_loads(store.forces, store.mesh, system.numbering, system.km);
+    LoadVector load = build_loads(store.forces, store.mesh, system.numbering, unstrained_diagonal(store, system.numbering, system.rigid, system.km));
     console::print("Force Vector Complete\n");
     report_loads(store, system, load, report);
     std::vector<double> nodal(static_cast<std::size_t>(store.mesh.dof_num), 0.0);

@@ -38,6 +38,61 @@ bool check_analysable(const ModelStore& store, RunReport& report) {
     return true;
 }
 
+std::string place_of_element(const ModelStore& store, std::int32_t e) {
+    const auto c = element_centre(store.mesh, e);
+    const Part& part = store.parts[static_cast<std::size_t>(store.mesh.p_ele_part_id[static_cast<std::size_t>(e)])];
+    return console::format("element %d of part %s at (%.6g, %.6g, %.6g)", e + 1, part.name.c_str(), c[0], c[1], c[2]);
+}
+
+ElementMatrices element_matrices(const ModelStore& store, const Elasticity& elasticity, const RigidSystem& rigid) {
+    return [&](std::int32_t e, double* ke, double* me) {
+        const Mesh& mesh = store.mesh;
+        const ElementType& type = element_type(mesh.element_type);
+        ElementPoints points;
+        if (!evaluate_points(type, mesh, e, points)) return false;
+        const Part& part = store.parts[static_cast<std::size_t>(mesh.p_ele_part_id[static_cast<std::size_t>(e)])];
+        const std::int32_t* nodes = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+        if (rigid.common_body(nodes, type.nodes) >= 0) std::fill(ke, ke + 9 * type.nodes * type.nodes, 0.0);  // it cannot be strained
+        else element_stiffness(type, points, moduli(elasticity, part.material_id), ke);
+        type.mass(points.x.data(), me);
+        const double density = store.materials[static_cast<std::size_t>(part.material_id)].density;
+        for (int k = 0; k < type.nodes * type.nodes; ++k) me[k] *= density;
+        return true;
+    };
+}
+
+std::vector<double> unstrained_diagonal(const ModelStore& store, const DofNumbering& numbering, const RigidSystem& rigid, const SparseKM& km) {
+    std::vector<double> diagonal = diagonal_of(km);
+    if (rigid.empty()) return diagonal;
+    const Mesh& mesh = store.mesh;
+    const ElementType& type = element_type(mesh.element_type);
+    const int dofs = 3 * type.nodes;
+    const Elasticity elasticity = build_elasticity(store.materials);
+    const RigidSystem none;
+    const ElementMatrices matrices = element_matrices(store, elasticity, none);
+    std::vector<double> ke(static_cast<std::size_t>(dofs * dofs)), me(static_cast<std::size_t>(type.nodes * type.nodes));
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        const std::int32_t* nodes = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+        if (rigid.common_body(nodes, type.nodes) < 0 || !matrices(e, ke.data(), me.data())) continue;
+        for (int d = 0; d < dofs; ++d) {
+            const std::int32_t equation = numbering.dof_map[static_cast<std::size_t>(3 * (nodes[d / 3] - 1) + d % 3)];
+            if (equation >= 0) diagonal[static_cast<std::size_t>(equation)] += ke[static_cast<std::size_t>(d * dofs + d)];
+        }
+    }
+    return diagonal;
+}
+
+void renumber_along_longest(ModelStore& store) {
+    Mesh& mesh = store.mesh;
+    console::print("element_type=%d\n", static_cast<std::int32_t>(mesh.element_type));
+    console::print("element_num=%d,point_num=%d,fn=%d\n", mesh.element_num(), mesh.node_num(), 3 * mesh.node_num());
+    reorder_nodes(mesh, "LMAX");
+    store.diag_num = measure_band(mesh);
+    mesh.dof_num = 3 * mesh.node_num();
+    update_node_normals(mesh);
+    resolve_force_points(mesh, store.forces);
+}
+
 bool renumber_model(ModelStore& store, const Settings& settings, RunReport& report) {
     Mesh& mesh = store.mesh;
     report.clock.begin("order");
@@ -75,12 +130,6 @@ RunReport run_linear(ModelStore& store, const Settings& settings, AnalysisType t
 
 namespace {
 
-std::string place_of_element(const ModelStore& store, std::int32_t e) {
-    const auto c = element_centre(store.mesh, e);
-    const Part& part = store.parts[static_cast<std::size_t>(store.mesh.p_ele_part_id[static_cast<std::size_t>(e)])];
-    return console::format("element %d of part %s at (%.6g, %.6g, %.6g)", e + 1, part.name.c_str(), c[0], c[1], c[2]);
-}
-
 bool assemble(const ModelStore& store, const Settings& settings, LinearSystem& system, RunReport& report) {
     const Mesh& mesh = store.mesh;
     console::print("Make [K],[M]\n");
@@ -95,20 +144,7 @@ bool assemble(const ModelStore& store, const Settings& settings, LinearSystem& s
     find_diagonals(system.km);
     console::print("K,M sparse\n");
     console::print(" Calculate K,M sparse\n");
-    const ElementType& type = element_type(mesh.element_type);
-    const auto element_matrices = [&](std::int32_t e, double* ke, double* me) {
-        ElementPoints points;
-        if (!evaluate_points(type, mesh, e, points)) return false;
-        const Part& part = store.parts[static_cast<std::size_t>(mesh.p_ele_part_id[static_cast<std::size_t>(e)])];
-        const std::int32_t* nodes = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
-        if (system.rigid.common_body(nodes, type.nodes) >= 0) std::fill(ke, ke + 9 * type.nodes * type.nodes, 0.0);  // it cannot be strained
-        else element_stiffness(type, points, moduli(system.elasticity, part.material_id), ke);
-        type.mass(points.x.data(), me);
-        const double density = store.materials[static_cast<std::size_t>(part.material_id)].density;
-        for (int k = 0; k < type.nodes * type.nodes; ++k) me[k] *= density;
-        return true;
-    };
-    const std::int32_t bad = assemble_km(mesh, neighbours, element_matrices, settings.threads(), system.km);
+    const std::int32_t bad = assemble_km(mesh, neighbours, element_matrices(store, system.elasticity, system.rigid), settings.threads(), system.km);
     if (bad >= 0) {
         report.fail(RunStatus::failed, place_of_element(store, bad) + ": the Jacobian is not positive (flat or inverted element)");
         return false;

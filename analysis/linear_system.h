@@ -40,6 +40,21 @@ bool renumber_model(ModelStore& store, const Settings& settings, RunReport& repo
 RunReport run_linear(ModelStore& store, const Settings& settings, AnalysisType type,
                      const std::function<bool(RunReport&)>& analyse);
 
+// "element 12 of part A at (x, y, z)", e 0-based.
+std::string place_of_element(const ModelStore& store, std::int32_t e);
+
+// Renumbers along the longest axis (LMAX) with the lines of the counts, for the analyses that keep no result file open
+// meanwhile, and rebuilds what depends on the numbering; sets diag_num without printing it.
+void renumber_along_longest(ModelStore& store);
+
+// Ke and Me of the store's elements for assemble_km: linear elasticity, consistent mass; no stiffness inside a rigid
+// body. Borrows all.
+ElementMatrices element_matrices(const ModelStore& store, const Elasticity& elasticity, const RigidSystem& rigid);
+
+// The diagonal of K, one entry per equation, as if no body were rigid: what area forces are spread by. `km` is the
+// constrained matrix, without the elements inside rigid bodies.
+std::vector<double> unstrained_diagonal(const ModelStore& store, const DofNumbering& numbering, const RigidSystem& rigid, const SparseKM& km);
+
 // Supports and the numbering of the free degrees of freedom, with the progress lines; sets store.fn_free.
 // False with report.status failed when nothing is free.
 bool number_freedoms(ModelStore& store, NodeElements& node_elements, DofNumbering& numbering, RunReport& report);

@@ -10,7 +10,6 @@
 #include "analysis/nonlinear_output.h"
 #include "model/console.h"
 #include "results/result_file.h"
-#include "solver/ordering.h"
 
 namespace kestralum {
 
@@ -52,19 +51,6 @@ bool check_memory(const ModelStore& store, std::size_t increments, RunReport& re
     if (bytes < physical) return true;
     report.fail(RunStatus::bad_input, console::format("step_num %zu: the results need %.1f GB, this machine has %.1f GB", increments, bytes / 1e9, physical / 1e9));
     return false;
-}
-
-void renumber(ModelStore& store, RunReport& report) {
-    Mesh& mesh = store.mesh;
-    report.clock.begin("order");
-    console::print("element_type=%d\n", static_cast<std::int32_t>(mesh.element_type));
-    console::print("element_num=%d,point_num=%d,fn=%d\n", mesh.element_num(), mesh.node_num(), 3 * mesh.node_num());
-    reorder_nodes(mesh, "LMAX");
-    store.diag_num = measure_band(mesh);
-    console::print("diag_num=%d\n", store.diag_num);
-    update_node_normals(mesh);
-    resolve_force_points(mesh, store.forces);
-    mesh.dof_num = 3 * mesh.node_num();
 }
 
 void set_materials(NonlinearRun& run, RunReport& report) {
@@ -190,7 +176,9 @@ void cut_frames(Results& results, std::size_t frames, std::size_t dofs) {
 
 bool analyse(NonlinearRun& run, RunReport& report) {
     ModelStore& store = run.store;
-    renumber(store, report);
+    report.clock.begin("order");
+    renumber_along_longest(store);
+    console::print("diag_num=%d\n", store.diag_num);
     report.clock.begin("assemble");
     if (!number_freedoms(store, run.node_elements, run.numbering, report)) return false;
     if (!find_rigid_bodies(store, run.node_elements, run.numbering, run.rigid, report)) return false;
@@ -204,7 +192,8 @@ bool analyse(NonlinearRun& run, RunReport& report) {
     NewtonSolver solver(body, run.node_elements, run.numbering, {}, options, run.settings, run.rigid.empty() ? nullptr : &bodies);
     if (!solver.prepare(report)) return false;
     report.free_dofs = static_cast<std::int64_t>(solver.internal().size());
-    const LoadVector load = build_loads(store.forces, store.mesh, run.numbering, solver.stiffness());
+    const LoadVector load = build_loads(store.forces, store.mesh, run.numbering,
+                                        unstrained_diagonal(store, run.numbering, run.rigid, solver.stiffness()));
     report_unused_records(store, run.numbering, load, report);
     solver.set_load(load.F);
     store.results.resize(static_cast<std::int32_t>(run.factors.size()), store.mesh.dof_num);

@@ -41,12 +41,10 @@ Loaded collect_area(const AppliedForce& force, const Mesh& mesh, const DofNumber
     return loaded;
 }
 
-void spread(const AppliedForce& force, const Mesh& mesh, const SparseKM& km, const std::vector<std::int32_t>& equations,
-            std::vector<double>& F) {
+void spread(const AppliedForce& force, const Mesh& mesh, std::span<const double> stiffness,
+            const std::vector<std::int32_t>& equations, std::vector<double>& F) {
     auto weight = [&](std::int32_t k) {
-        return mesh.element_type == ElementKind::hexahedron
-                   ? km.K_value[static_cast<std::size_t>(km.diag_pos[static_cast<std::size_t>(k)])]
-                   : 1.0;
+        return mesh.element_type == ElementKind::hexahedron ? stiffness[static_cast<std::size_t>(k)] : 1.0;
     };
     double sum = 0, applied = 0;
     for (std::int32_t k : equations) sum += weight(k);
@@ -57,7 +55,7 @@ void spread(const AppliedForce& force, const Mesh& mesh, const SparseKM& km, con
 }  // namespace
 
 LoadVector build_loads(std::span<const AppliedForce> forces, const Mesh& mesh, const DofNumbering& numbering,
-                       const SparseKM& km) {
+                       std::span<const double> stiffness) {
     LoadVector out;
     out.F.assign(numbering.free_dofs.size(), 0.0);
     std::vector<AppliedForce> resolved(forces.begin(), forces.end());
@@ -78,12 +76,18 @@ LoadVector build_loads(std::span<const AppliedForce> forces, const Mesh& mesh, c
             reached = loaded.nodes;
             on_fixed = loaded.nodes - static_cast<std::int32_t>(loaded.equations.size());
             console::print("  points in area:%d\n", loaded.nodes);
-            spread(force, mesh, km, loaded.equations, out.F);
+            spread(force, mesh, stiffness, loaded.equations, out.F);
         }
         out.reached.push_back(reached);
         out.on_fixed.push_back(on_fixed);
     }
     return out;
+}
+
+std::vector<double> diagonal_of(const SparseKM& km) {
+    std::vector<double> diagonal;
+    for (std::int64_t k : km.diag_pos) diagonal.push_back(km.K_value[static_cast<std::size_t>(k)]);
+    return diagonal;
 }
 
 }  // namespace kestralum

@@ -17,10 +17,13 @@ struct LoadVector {
 };
 
 // Point forces go to the first node within 1e-7 of the point in each direction; area forces are
-// spread over the nodes of the box (1e-7 wider, strictly inside): by the diagonal of the reduced
-// stiffness on hexahedra, evenly on tetrahedra. Each record assigns, it does not add. A force on a
+// spread over the nodes of the box (1e-7 wider, strictly inside): by `stiffness`, one entry of the
+// stiffness diagonal per equation, on hexahedra, evenly on tetrahedra. Each record assigns, it does not add. A force on a
 // fixed degree of freedom is reported and lost; in an area such a node takes no share.
 LoadVector build_loads(std::span<const AppliedForce> forces, const Mesh& mesh, const DofNumbering& numbering,
-                       const SparseKM& km);
+                       std::span<const double> stiffness);
+
+// The diagonal of K, one entry per equation.
+std::vector<double> diagonal_of(const SparseKM& km);
 
 }  // namespace kestralum

@@ -164,6 +164,22 @@ TEST_F(RigidAnalysis, TwoBlocksOnSpringsMoveAsTheirStiffnessSays) {
     EXPECT_NEAR(held.reaction[0], 0, 1e-6);
 }
 
+// The nodes inside a rigid block have a share of an area force too: on a symmetric face its middle line is loaded.
+TEST_F(RigidAnalysis, AnAreaForceOnARigidBlockActsAtTheMiddleOfTheArea) {
+    const std::string fix = "boundary_condition\nFIX plane x 0 0 0 0 0 0\n%\n";
+    std::vector<double> moved[2];
+    int k = 0;
+    for (const char* load : {"apply_force\nP area y 700 0.7 0.7 0.05 0.35 -0.1 0.4\n%\nEND\n",
+                             "rigid_force\nF B y 700\nX B rx 105\nZ B rz 105\n%\nEND\n"}) {
+        ASSERT_TRUE(read(std::string(two_blocks) + fix + load));
+        const RunReport report = run_static(store, settings_of());
+        ASSERT_EQ(report.status, RunStatus::done) << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
+        EXPECT_NEAR(report.applied[1], 700, 1e-9);
+        moved[k++] = store.results.mode_vec;
+    }
+    for (std::size_t d = 0; d < moved[0].size(); ++d) ASSERT_NEAR(moved[0][d], moved[1][d], 1e-11);
+}
+
 // A square cantilever, 0.1 × 0.1 × 2 m, ν = 0; its end face may be rigid, or led by a rigid face through stiff springs.
 std::string cantilever(const std::string& rigid, int cells = 4, const char* extra_part = "") {
     return console::format("material_info\nM 8000 200e9 0\n%%\nmode_num 4 %%\npart_info\nBEAM blue M RECT 0.1 0.1 2 0 0 0 %d %d %d 0 0 0 0 0 0 0 0 0\n%s%%\n"

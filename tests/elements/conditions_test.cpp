@@ -135,7 +135,7 @@ Loaded load(ElementKind kind, const std::vector<AppliedForce>& forces) {
     out.numbering = apply_boundary_conditions(std::span(&clamp, 1), out.mesh, elements_of_nodes(out.mesh), fn_free);
     out.km = testing::assemble(out.mesh, steel, build_elasticity(std::span(&steel, 1)));
     eliminate_fixed(out.numbering.dof_map, out.km);
-    out.load = build_loads(forces, out.mesh, out.numbering, out.km);
+    out.load = build_loads(forces, out.mesh, out.numbering, diagonal_of(out.km));
     return out;
 }
 
