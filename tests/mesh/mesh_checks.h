@@ -1,41 +1,16 @@
 // What the tests of the meshers measure on a mesh.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <array>
-#include <cmath>
 #include <initializer_list>
-#include <string>
-#include <vector>
 
 #include "mesh/assembly.h"
 #include "mesh/part_catalogue.h"
 #include "model/console.h"
-#include "model/free_faces.h"
+#include "support/mesh_geometry.h"
+#include "support/text_checks.h"
 
-namespace kestralum::test {
-
-using Vector = std::array<double, 3>;
-
-inline Vector point(const Mesh& mesh, std::int32_t number) {
-    const auto n = 3 * static_cast<std::size_t>(node_index(number));
-    return {mesh.coordinates[n], mesh.coordinates[n + 1], mesh.coordinates[n + 2]};
-}
-
-inline double triple(const Vector& a, const Vector& b, const Vector& c) {
-    return a[0] * (b[1] * c[2] - b[2] * c[1]) + a[1] * (b[2] * c[0] - b[0] * c[2]) +
-           a[2] * (b[0] * c[1] - b[1] * c[0]);
-}
-
-inline Vector minus(const Vector& a, const Vector& b) {
-    return {a[0] - b[0], a[1] - b[1], a[2] - b[2]};
-}
-
-inline double length(const Vector& a) {
-    return std::hypot(a[0], a[1], a[2]);
-}
+namespace kestralum::testing {
 
 inline Part make_part(const char* keyword, std::initializer_list<double> sizes,
                       std::initializer_list<int> divisions) {
@@ -45,12 +20,6 @@ inline Part make_part(const char* keyword, std::initializer_list<double> sizes,
     std::copy(sizes.begin(), sizes.end(), part.size.begin());
     std::copy(divisions.begin(), divisions.end(), part.div.begin());
     return part;
-}
-
-inline std::string joined(const std::vector<std::string>& lines) {
-    std::string text;
-    for (const std::string& line : lines) text += line + "\n";
-    return text;
 }
 
 // Builds the mesh of good parts; what it prints is of no interest.
@@ -85,9 +54,9 @@ inline JacobianCheck check_hexahedra(const Mesh& mesh) {
         for (int g = 0; g < 8; ++g) {
             const double at[3] = {(g & 1 ? 1 : -1) / std::sqrt(3), (g & 2 ? 1 : -1) / std::sqrt(3),
                                   (g & 4 ? 1 : -1) / std::sqrt(3)};
-            Vector J[3] = {};
+            Vec3 J[3] = {};
             for (std::size_t n = 0; n < 8; ++n) {
-                const Vector x = point(mesh, mesh.connectivity[e + n]);
+                const Vec3 x = point(mesh, mesh.connectivity[e + n]);
                 double sign[3], factor[3];
                 for (std::size_t k = 0; k < 3; ++k) {
                     sign[k] = hexa_corner[n][k] ? 1 : -1;
@@ -97,10 +66,10 @@ inline JacobianCheck check_hexahedra(const Mesh& mesh) {
                     for (std::size_t c = 0; c < 3; ++c)
                         J[k][c] += sign[k] * factor[(k + 1) % 3] * factor[(k + 2) % 3] / 8 * x[c];
             }
-            const double det = triple(J[0], J[1], J[2]);
+            const double det = dot(J[0], cross(J[1], J[2]));
             check.smallest = std::min(check.smallest, det);
             check.smallest_scaled =
-                std::min(check.smallest_scaled, det / (length(J[0]) * length(J[1]) * length(J[2])));
+                std::min(check.smallest_scaled, det / (norm(J[0]) * norm(J[1]) * norm(J[2])));
             element += det;
         }
         check.volume += element;
@@ -115,34 +84,14 @@ inline JacobianCheck check_tetrahedra(const Mesh& mesh) {
     JacobianCheck check;
     const auto per = static_cast<std::size_t>(mesh.node_per_element());
     for (std::size_t e = 0; e < mesh.connectivity.size(); e += per) {
-        const Vector a = point(mesh, mesh.connectivity[e]);
-        const double volume = triple(minus(point(mesh, mesh.connectivity[e + 1]), a),
-                                     minus(point(mesh, mesh.connectivity[e + 2]), a),
-                                     minus(point(mesh, mesh.connectivity[e + 3]), a)) /
-                              6;
+        const Vec3 a = point(mesh, mesh.connectivity[e]);
+        Vec3 edge[3];
+        for (std::size_t k = 0; k < 3; ++k) edge[k] = minus(point(mesh, mesh.connectivity[e + 1 + k]), a);
+        const double volume = dot(edge[0], cross(edge[1], edge[2])) / 6;
         check.smallest = std::min(check.smallest, volume);
         check.volume += volume;
     }
     return check;
-}
-
-// Volume inside the extracted surface (divergence theorem): right only if the surface is closed
-// and every triangle winds outwards.
-inline double volume_inside_surface(const Mesh& mesh) {
-    double volume = 0;
-    const auto per = static_cast<std::size_t>(mesh.node_per_element());
-    for (const ElementFace& face : free_faces(mesh)) {
-        const auto triangles = outward_triangles(mesh.element_type, face.face);
-        const auto first = static_cast<std::size_t>(face.element) * per;
-        for (std::size_t t = 0; t < triangles.size(); t += 3) {
-            Vector corner[3];
-            for (std::size_t k = 0; k < 3; ++k)
-                corner[k] =
-                    point(mesh, mesh.connectivity[first + static_cast<std::size_t>(triangles[t + k])]);
-            volume += triple(corner[0], corner[1], corner[2]) / 6;
-        }
-    }
-    return volume;
 }
 
 // Bodies not connected through shared nodes; nodes that no element uses count as bodies too.
@@ -162,13 +111,4 @@ inline int count_bodies(const Mesh& mesh) {
     return bodies;
 }
 
-// Smallest distance between two nodes: 0 where a seam is not shared. For small meshes.
-inline double smallest_distance(const Mesh& mesh) {
-    double smallest = 1e300;
-    for (std::int32_t a = 1; a <= mesh.node_num(); ++a)
-        for (std::int32_t b = a + 1; b <= mesh.node_num(); ++b)
-            smallest = std::min(smallest, length(minus(point(mesh, a), point(mesh, b))));
-    return smallest;
-}
-
-}  // namespace kestralum::test
+}  // namespace kestralum::testing

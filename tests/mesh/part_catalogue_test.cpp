@@ -2,7 +2,7 @@
 #include "model/token_reader.h"
 
 using namespace kestralum;
-using namespace kestralum::test;
+using namespace kestralum::testing;
 
 namespace {
 
@@ -27,6 +27,8 @@ PartRow row(const char* name, const char* shape, std::vector<std::string> sizes,
         result.fields.insert(result.fields.end(), texts.begin(), texts.end());
     return result;
 }
+
+const PartRow good = row("p", "RECT", {"1", "1", "1"}, {"1", "1", "1"});
 
 struct Creation {
     std::vector<Part> parts;
@@ -93,7 +95,7 @@ TEST(CreatePart, FallsBackAndSaysSo) {
 }
 
 TEST(CreatePart, FindsParentsWhereverTheyStandAndUnits) {
-    std::vector<PartRow> rows(5, row("a", "RECT", {"1", "1", "1"}, {"1", "1", "1"}));
+    std::vector<PartRow> rows(5, good);
     const char* units[] = {"M", "mm", "0.01", "m", "MM"};
     for (std::size_t k = 0; k < 5; ++k) rows[k].unit = units[k];
     rows[0].parent = rows[4].parent = "b";
@@ -108,7 +110,6 @@ TEST(CreatePart, FindsParentsWhereverTheyStandAndUnits) {
 }
 
 TEST(CreatePart, NamesPartAndFieldOfEveryError) {
-    const PartRow good = row("p", "RECT", {"1", "1", "1"}, {"1", "1", "1"});
     const std::tuple<std::size_t, const char*, const char*> wrong[] = {
         {4, "wide", "part \"p\": size b: unknown name in \"wide\""},
         {6, "inf", "part \"p\": size L: \"inf\" is not a finite number"},
@@ -123,7 +124,7 @@ TEST(CreatePart, NamesPartAndFieldOfEveryError) {
         bad.fields[field] = text;
         const Creation made = create({bad});
         ASSERT_EQ(made.remarks.errors.size(), 1u) << message;
-        EXPECT_NE(made.remarks.errors[0].find(message), std::string::npos) << made.remarks.errors[0];
+        EXPECT_TRUE(contains(made.remarks.errors[0], message)) << made.remarks.errors[0];
     }
     for (const char* unit : {"Mm", "0", "-1", "inf"}) {
         PartRow bad = good;
@@ -132,11 +133,11 @@ TEST(CreatePart, NamesPartAndFieldOfEveryError) {
     }
     PartRow cut = good;
     cut.fields.pop_back();
-    EXPECT_NE(joined(create({cut}).remarks.errors).find("21 fields, 22 expected"), std::string::npos);
+    EXPECT_TRUE(contains(joined(create({cut}).remarks.errors), "21 fields, 22 expected"));
 }
 
 TEST(CreatePart, CutsTextsToTheirWidths) {
-    PartRow wide = row("p", "RECT", {"1", "1", "1"}, {"1", "1", "1"});
+    PartRow wide = good;
     wide.fields[0] = std::string(100, 'n');
     wide.fields[2] = std::string(66, 'm');
     wide.fields[9] = std::string(200, 's');
@@ -147,7 +148,7 @@ TEST(CreatePart, CutsTextsToTheirWidths) {
     EXPECT_EQ(made.parts[0].material_id, 3);
     EXPECT_EQ(made.parts[0].material_name.size(), 63u);
     PartRow far = row("v", "VOL", {std::string(128, 'p')}, {});
-    EXPECT_NE(joined(create({far}).remarks.errors).find("128 characters"), std::string::npos);
+    EXPECT_TRUE(contains(joined(create({far}).remarks.errors), "128 characters"));
 }
 
 }  // namespace
