@@ -29,31 +29,21 @@ TEST(StartUp, MakesTheFolderPrintsTheBannerAndPutsThePlaceholderModelIntoTheStor
 
     EXPECT_EQ(store.ver_name, "ver3.01");
     EXPECT_EQ(store.model_file_name, "data\\buckle_pipe_plastic2_v207.txt");
-    EXPECT_TRUE(store.model_file_known);
-    EXPECT_FALSE(store.result_file_known);
+    EXPECT_TRUE(store.model_file_known && !store.result_file_known);
     const Mesh& mesh = store.mesh;
     EXPECT_EQ(mesh.coordinates, std::vector<double>(3, 0.0));
-    EXPECT_EQ(mesh.node_n_dir, std::vector<double>(3, 0.0))
-        << "per-node tables hold one entry for the one node";
+    EXPECT_EQ(mesh.node_n_dir, std::vector<double>(3, 0.0)) << "one entry for the one node";
     EXPECT_EQ(mesh.dof_num, 0) << "0 at start although there is a node";
-    EXPECT_EQ(mesh.element_num(), 0);
-    EXPECT_EQ(mesh.element_type, ElementKind::hexahedron);
     EXPECT_EQ(mesh.max_length, 1.0);
-    EXPECT_EQ(mesh.size_info, (std::array<double, 6>{}));
     EXPECT_EQ(store.results.mode_num(), 1);
     EXPECT_EQ(store.store_limit, 500);
-    EXPECT_EQ(store.accumulators, (std::array<double, 3>{}));
-    ASSERT_EQ(store.materials.size(), 1u);
+    ASSERT_TRUE(store.materials.size() == 1 && store.parameters.size() == 1);
     const Material& steel = store.materials[0];
     EXPECT_EQ(steel.name, "STEEL");
     EXPECT_EQ((std::array{steel.density, steel.young, steel.poisson}), (std::array{7800.0, 2.06e11, 0.3}));
-    ASSERT_EQ(store.parameters.size(), 1u);
-    EXPECT_EQ(store.parameters[0].name, "mm");
-    EXPECT_EQ(store.parameters[0].value, 0.001);
-    EXPECT_EQ(store.parameters[0].expression, "0.001");
-    EXPECT_TRUE(store.parts.empty() && store.parts_o.empty() && store.boundary_conditions.empty() &&
-                store.forces.empty() && store.rigid_elements.empty() && store.rigid_forces.empty() &&
-                store.rigid_combines.empty());
+    const Parameter& mm = store.parameters[0];
+    EXPECT_TRUE(mm.name == "mm" && mm.value == 0.001 && mm.expression == "0.001");
+    EXPECT_TRUE(mesh.connectivity.empty() && store.boundary_conditions.empty());
 }
 
 TEST(Results, AllVectorsAreResizedTogetherAndZeroed) {
