@@ -1,8 +1,6 @@
 // Whole runs: what comes out, where it lies and what the summary says of it.
-#include <cmath>
-
 #include "batch_run.h"
-#include "support/box_mesh.h"
+#include "model/vector3.h"
 
 using namespace kestralum;
 using namespace kestralum::testing;
@@ -10,8 +8,7 @@ using namespace kestralum::testing;
 namespace {
 
 double displacement(const ModelStore& store, std::size_t node) {
-    const double* u = store.results.mode_vec.data() + 3 * (node - 1);
-    return std::sqrt(u[0] * u[0] + u[1] * u[1] + u[2] * u[2]);
+    return norm(triple(store.results.mode_vec, static_cast<std::int64_t>(node - 1)));
 }
 
 double mises(const ModelStore& store, std::size_t node) {
@@ -109,30 +106,6 @@ TEST_F(Batch, LoadsAndReactionsBalanceOnAFrameOfTwoParts) {
     EXPECT_GT(store.forces.at(1).node, 0) << "the node force has found its node";
     EXPECT_TRUE(exists("log/frame.vtu"));
     EXPECT_TRUE(contains(run.out, "log/frame.vtu") && contains(run.out, "log/result_frame.txt"));
-    // reading a whole run's file and writing it again
-    ModelStore again = store;
-    again.model_file_name = "again.txt";
-    console::Capture quiet;
-    paths::set_log_directory(folder.file("log"));
-    ASSERT_TRUE(write_results(again, Publish::now, 2));
-    EXPECT_TRUE(bytes("log/result_again.txt") == bytes("log/result_frame.txt"));
-}
-
-TEST_F(Batch, TheSameBytesForAnyThreadsAndMemory) {
-    folder.write("frame.txt", frame_text);
-    ASSERT_EQ(run("static frame.txt").status, 0);
-    const std::string first = bytes("log/result_frame.txt");
-    for (const auto& [memory, threads] : {std::pair{"1000", "1"}, {"0.1", "2"}, {"0.1", "1"}}) {
-        folder.write("other.txt", settings_text(memory, "1000", threads));
-        const Ended other = run("static frame.txt --setting other.txt --log other");
-        ASSERT_EQ(other.status, 0) << other.err;
-        const bool spilled = std::string(memory) != "1000";
-        EXPECT_EQ(contains(other.out, "[L] division:1\n"), !spilled);
-        EXPECT_EQ(exists("other/Ltemp_1.txt"), spilled);
-        EXPECT_TRUE(bytes("other/result_frame.txt") == first) << memory << " MB, " << threads << " threads";
-        EXPECT_TRUE(contains(other.out, "N_THREADS:" + std::string(threads)));
-    }
-    EXPECT_FALSE(first.empty());
 }
 
 TEST_F(Batch, QuietLeavesTheSummaryOnly) {
@@ -173,55 +146,33 @@ TEST_F(Batch, EveryStageIsTimedAndItsMemoryIsItsOwn) {
 }
 
 TEST_F(Batch, AFreeBodyIsComputedWrittenAndSaid) {
-    folder.write("free.txt", replaced(bar_text, "  CLAMP plane x  0 0 -1 1 -1 1\n", ""));
     // a second bar beside the clamped one hangs on nothing
     folder.write("loose.txt",
                  replaced(bar_text, "0 0 0  0 0 0\n",
                           "0 0 0  0 0 0\n  LOOSE red STEEL RECT B B B 0 0 0  1 1 1 0 0 0  2*L 0 0  0 0 0\n"));
-    for (const char* model : {"free", "loose"}) {
-        const Ended run = this->run(std::string("static ") + model + ".txt");
-        EXPECT_EQ(run.status, 1) << model;
-        EXPECT_EQ(lines_of(run.err).size(), 1u) << run.err;
-        EXPECT_TRUE(contains(run.err, "the body is free")) << run.err;
-        EXPECT_TRUE(contains(run.err, " node ")) << run.err;
-        const ModelStore store = result("log/result_" + std::string(model) + ".txt");
-        EXPECT_EQ(store.results.mode_num(), 6) << "the last write, as of any analysis";
-        EXPECT_FALSE(exists("log/result_" + std::string(model) + ".txt.part"));
-    }
-    EXPECT_TRUE(contains(run("static loose.txt").err, "(0.4")) << "the line names a place of the loose part";
+    const Ended run = refused("static loose.txt", 1);
+    EXPECT_TRUE(contains(run.err, "the body is free") && contains(run.err, " node ")) << run.err;
+    EXPECT_TRUE(contains(run.err, "(0.4")) << "the line names a place of the loose part";
+    EXPECT_EQ(result("log/result_loose.txt").results.mode_num(), 6) << "the last write, as of any analysis";
+    EXPECT_FALSE(exists("log/result_loose.txt.part"));
 }
 
 TEST_F(Batch, ParametersSetBesideTheFileReachLaterRecordsAndSections) {
-    // B is used by the record of A, by the part, and so by the stress; the load by the force
-    ASSERT_EQ(run("static bar.txt --set B=0.04 --set 'P=4*A*1e6'").status, 0);
-    ModelStore store = result("log/result_bar.txt");
+    // B is used by the record of A, by the part, and so by the stress; the load by the force; of two
+    // values the last counts, and its expression sees what the file has defined before
+    ASSERT_EQ(run("static bar.txt --set B=7 --set B=L/5 --set 'P=4*A*1e6'").status, 0);
+    const ModelStore store = result("log/result_bar.txt");
     EXPECT_NEAR(store.mesh.size_info[4], 0.04, 1e-9);
     EXPECT_NEAR(store.forces.at(0).value, 4 * 0.04 * 0.04 * 1e6, 1e-2);
     EXPECT_NEAR(mises(store, 1), 4e6, 4);
-    // of two the last counts; the expression sees what the file has defined before
-    ASSERT_EQ(run("static bar.txt --set B=7 --set 'B=L/4'").status, 0);
-    EXPECT_NEAR(result("log/result_bar.txt").mesh.size_info[4], 0.05, 1e-9);
     // a name that the file does not define
     folder.write("new.txt", replaced(bar_text, "L B B 0", "L EXTRA B 0"));
-    const Ended without = run("static new.txt");
-    EXPECT_EQ(without.status, 2);
-    EXPECT_TRUE(contains(without.err, "EXTRA")) << without.err;
-    EXPECT_FALSE(exists("log/result_new.txt")) << "an error in the input never runs an analysis";
     ASSERT_EQ(run("static new.txt --set EXTRA=0.03").status, 0);
     EXPECT_NEAR(result("log/result_new.txt").mesh.size_info[4], 0.03, 1e-9);
-    // a name that is there from the start, in a file without parameters
-    const std::size_t from = bar_text.find("parameter"), to = bar_text.find("part_info");
-    std::string plain = bar_text.substr(0, from) + bar_text.substr(to);
-    plain = replaced(replaced(plain, "L B B", "200*mm 20*mm 20*mm"), "x P  L L", "x 1000 200*mm 200*mm");
-    folder.write("plain.txt", plain);
-    ASSERT_EQ(run("static plain.txt").status, 0);
-    EXPECT_NEAR(result("log/result_plain.txt").mesh.size_info[3], 0.2, 1e-9);
-    ASSERT_EQ(run("static plain.txt --set mm=1/500").status, 0);
-    EXPECT_NEAR(result("log/result_plain.txt").mesh.size_info[3], 0.4, 1e-9);
-    for (const char* wrong : {"B=nope", "B=1+", "B=)", "9B=1", "B-1=2"}) {
+    for (const char* wrong : {"B=nope", "9B=1"}) {
         const Ended run = this->run("static bar.txt --quiet --set '" + std::string(wrong) + "'");
         EXPECT_EQ(run.status, 2) << wrong;
-        EXPECT_NE(run.err, "") << wrong;
+        EXPECT_TRUE(contains(run.err, wrong)) << run.err;
     }
 }
 
@@ -243,23 +194,19 @@ TEST_F(Batch, FilesAreFoundUnderStoredAndPlatformNames) {
 }
 
 TEST_F(Batch, SurfaceMeshesAreLeftOutOfTheAnalysisAndStandInTheFileForParaView) {
-    const std::string facet =
-        " facet normal 0 0 1 outer loop vertex 0 0 50 vertex 5 0 50 vertex 0 5 50 endloop endfacet\n";
-    const std::string other =
-        " facet normal 0 0 1 outer loop vertex 5 0 50 vertex 5 5 50 vertex 0 5 50 endloop endfacet\n";
-    folder.write("skin.stl", "solid skin\n" + facet + other + "endsolid skin\n");
-    folder.write(
-        "stl.txt",
-        replaced(
-            bar_text, "0 0 0  0 0 0\n",
-            "0 0 0  0 0 0\n  SKIN red STEEL STL skin.stl 0 0 0 0 0  0 0 0 0 0 0  0 0 0  0 0 0 unit=mm\n"));
-    const Ended run = this->run("static stl.txt --vtu");
+    folder.write("skin.stl",
+                 "solid skin\n"
+                 "facet normal 0 0 1 outer loop vertex 0 0 50 vertex 5 0 50 vertex 0 5 50 endloop endfacet\n"
+                 "facet normal 0 0 1 outer loop vertex 5 0 50 vertex 5 5 50 vertex 0 5 50 endloop endfacet\n"
+                 "endsolid skin\n");
+    folder.write("stl.txt", replaced(bar_text, "0 0 0  0 0 0\n",
+                                     "0 0 0  0 0 0\n  SKIN red STEEL STL skin.stl 0 0 0 0 0  0 0 0 0 0 0  "
+                                     "0 0 0  0 0 0 unit=mm\n"));
+    const Ended run = this->run("static stl.txt --vtu"), check = this->run("check stl.txt");
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_NEAR(numbers_of(run.out, "largest displacement").at(0), bar_end, 1e-6 * bar_end);
     EXPECT_TRUE(contains(run.out, "SKIN")) << "and that is said";
-    const std::string vtu = bytes("log/stl.vtu");
-    EXPECT_TRUE(contains(vtu, "NumberOfCells=\"34\"")) << vtu.substr(0, 300);  // 32 hexahedra and 2 facets
-    const Ended check = this->run("check stl.txt");
+    EXPECT_TRUE(contains(bytes("log/stl.vtu"), "NumberOfCells=\"34\"")) << "32 hexahedra and 2 facets";
     EXPECT_TRUE(contains(check.out, "2, left out of analyses")) << check.out;
     EXPECT_EQ(numbers_of(check.out, "hanging nodes").at(0), 6) << "facets share no nodes";
 }

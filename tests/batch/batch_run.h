@@ -7,14 +7,12 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "model/console.h"
 #include "model/token_reader.h"
 #include "results/result_file.h"
 #include "support/temp_folder.h"
+#include "support/text_checks.h"
 
 namespace kestralum::testing {
 
@@ -57,23 +55,6 @@ END
 )";
 constexpr double bar_end = 2.5e-6, bar_mises = 2.5e6;
 
-inline std::string replaced(std::string text, const std::string& from, const std::string& to) {
-    const std::size_t at = text.find(from);
-    EXPECT_NE(at, std::string::npos) << from;
-    return at == std::string::npos ? text : text.replace(at, from.size(), to);
-}
-
-inline bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
-inline std::vector<std::string> lines_of(const std::string& text) {
-    std::istringstream stream(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);) lines.push_back(line);
-    return lines;
-}
-
 // The numbers of the line that begins with `title`, in order; empty where there is no such line.
 inline std::vector<double> numbers_of(const std::string& text, const std::string& title) {
     std::vector<double> numbers;
@@ -81,8 +62,7 @@ inline std::vector<double> numbers_of(const std::string& text, const std::string
         if (!line.starts_with(title)) continue;
         std::replace_if(
             line.begin(), line.end(), [](char c) { return c == '(' || c == ')' || c == ','; }, ' ');
-        std::istringstream words(line.substr(title.size()));
-        for (std::string word; words >> word;)
+        for (const std::string& word : tokens_of(line.substr(title.size())))
             if (const auto number = parse_double(word)) numbers.push_back(*number);
         break;
     }
@@ -111,6 +91,13 @@ struct Batch : ::testing::Test {
                      read_file(folder.path() / "run.err")};
         EXPECT_FALSE(contains(result.err, "Sanitizer") || contains(result.err, "runtime error:"))
             << result.err;
+        return result;
+    }
+    // A run that ends with this status and one line that says why.
+    Ended refused(const std::string& arguments, int status = 2, const std::string& before = "") const {
+        const Ended result = run(arguments, before);
+        EXPECT_EQ(result.status, status) << arguments << result.out;
+        EXPECT_EQ(lines_of(result.err).size(), 1u) << arguments << result.err;
         return result;
     }
     bool exists(const std::string& name) const { return std::filesystem::exists(folder.path() / name); }
