@@ -14,6 +14,9 @@
 
 namespace kestralum::testing {
 
+inline constexpr ElementKind every_kind[] = {ElementKind::hexahedron, ElementKind::tetrahedron4,
+                                             ElementKind::tetrahedron10};
+
 struct Grid {
     std::array<int, 3> cells;
     std::array<double, 3> size;

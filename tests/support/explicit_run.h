@@ -1,38 +1,21 @@
 // Explicit analyses of models written as text, or of meshes made in place, with their history at hand.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cmath>
+#include <functional>
 
 #include "analysis/explicit_state.h"
 #include "analysis/linear_driver.h"
 #include "input/analysis_info_reader.h"
-#include "input/model_reader.h"
-#include "model/console.h"
+#include "support/analysis_run.h"
 #include "support/box_mesh.h"
-#include "support/temp_folder.h"
 
 namespace kestralum::testing {
 
-inline Settings explicit_settings(int threads = 2) {
-    Settings settings;
-    settings.memory_size = 4000;
-    settings.free_hd_size = 20000;
-    settings.div_memory_size = 1;
-    settings.ordering_type = "LALL";
-    settings.n_threads = threads;
-    return settings;
-}
-
-class ExplicitTest : public ::testing::Test {
+class ExplicitTest : public AnalysisTest {
 protected:
     void read(const std::string& model, const std::string& control) {
-        store = placeholder_model();
-        store.model_file_name = folder.write("model.txt", model);
-        folder.write("model.ana", "x explicit " + control + " END");
-        const ModelReadReport report_of_model = read_model_file(store, {});
-        for (const auto& error : report_of_model.remarks.errors) ADD_FAILURE() << error;
+        AnalysisTest::read(model);
         read_control(control);
     }
     void read_control(const std::string& control) {
@@ -53,7 +36,7 @@ protected:
     bool begin(int threads = 2, const ExplicitOptions& options = {}) {
         state = std::make_unique<ExplicitState>();
         report = {};
-        const bool done = set_up_explicit(store, explicit_settings(threads), options, *state, report);
+        const bool done = set_up_explicit(store, analysis_settings(threads), options, *state, report);
         for (const auto& error : report.remarks.errors) ADD_FAILURE() << error;
         return done;
     }
@@ -69,37 +52,42 @@ protected:
         return state->history.value(row, column);
     }
     std::size_t rows() const { return state->history.rows(); }
-    double largest_drift() const {
+    // Largest size of a column.
+    double most(const std::string& column) const {
         double largest = 0;
-        for (std::size_t r = 0; r < rows(); ++r) largest = std::max(largest, std::abs(history(r, "drift")));
+        for (std::size_t r = 0; r < rows(); ++r) largest = std::max(largest, std::abs(history(r, column)));
         return largest;
     }
-    std::int32_t node_at(double x, double y, double z) const {
-        const auto& c = store.mesh.coordinates;
-        std::size_t nearest = 0;
-        double best = 1e300;
-        for (std::size_t n = 0; n < c.size() / 3; ++n) {
-            const double d = std::hypot(c[3 * n] - x, c[3 * n + 1] - y, c[3 * n + 2] - z);
-            if (d < best) {
-                best = d;
-                nearest = n;
-            }
-        }
-        return static_cast<std::int32_t>(nearest);
+    double largest_drift() const { return most("drift"); }
+    void expect_kept(const std::string& column, double tolerance) const {
+        for (std::size_t r = 0; r < rows(); ++r)
+            ASSERT_NEAR(history(r, column), history(0, column), tolerance) << column << " in row " << r;
     }
-    double u(std::int32_t node, std::size_t axis) const {
-        return state->u[4 * static_cast<std::size_t>(node) + axis];
+    // A body made in place: clamped at x = 0, with a force along an axis on its end at x = `length`.
+    void clamp_and_push(double length, int axis, double value) {
+        BoundaryCondition clamp;
+        clamp.name = "CLAMP";
+        AppliedForce push;
+        push.name = "PUSH";
+        push.kind = ForceKind::area;
+        push.axis = axis;
+        push.value = value;
+        push.box = {length, length, -1, 1, -1, 1};
+        store.boundary_conditions = {clamp};
+        store.forces = {push};
     }
+    void set_velocities(const std::function<double(std::size_t n, std::size_t c)>& v) {
+        for (std::size_t d = 0; d < state->v.size(); ++d)
+            if (d % 4 < 3) state->v[d] = v(d / 4, d % 4);
+        state->velocities_known = false;
+    }
+    double last(const std::string& column) const { return history(rows() - 1, column); }
+    double u(std::size_t node, std::size_t axis) const { return state->u[4 * node + axis]; }
 
-    console::Capture console_;
-    TempFolder folder;
-    ModelStore store;
     std::unique_ptr<ExplicitState> state;
     RunReport report;
 };
 
 inline const Material steel{.id = 0, .name = "STEEL", .density = 7800, .young = 2e11, .poisson = 0.3};
-inline constexpr ElementKind every_kind[] = {ElementKind::hexahedron, ElementKind::tetrahedron4,
-                                             ElementKind::tetrahedron10};
 
 }  // namespace kestralum::testing

@@ -5,30 +5,28 @@
 #include <memory>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include "analysis/newton.h"
-#include "model/console.h"
 #include "solver/ordering.h"
+#include "support/analysis_run.h"
 #include "support/assembled.h"
 #include "support/box_mesh.h"
-#include "support/temp_folder.h"
 
 namespace kestralum::testing {
 
 class FiniteProblem {
 public:
     // held(x, c): direction c of the node at x is held where it is
-    FiniteProblem(Mesh mesh_in, const Material& record, const std::function<bool(const double*, int)>& held, double tolerance = 1e-9)
-        : mesh(renumbered(std::move(mesh_in))), node_elements(elements_of_nodes(mesh)), materials{j2_material(record, true)},
-          material(static_cast<std::size_t>(mesh.element_num()), 0), body{mesh, material, materials, 2} {
-        settings.memory_size = settings.free_hd_size = 1e5;
-        settings.div_memory_size = 1;
-        settings.n_threads = 2;
+    FiniteProblem(Mesh mesh_in, const Material& record, const std::function<bool(const double*, int)>& held,
+                  double tolerance = 1e-9)
+        : mesh(renumbered(std::move(mesh_in))),
+          node_elements(elements_of_nodes(mesh)),
+          materials{j2_material(record, true)},
+          material(mesh.element_num(), 0),
+          body{mesh, material, materials, 2} {
         numbering.dof_map.assign(mesh.coordinates.size(), -1);
         for (std::int32_t d = 0; d < mesh.dof_num; ++d) {
-            if (held(&mesh.coordinates[static_cast<std::size_t>(d / 3 * 3)], d % 3)) continue;
-            numbering.dof_map[static_cast<std::size_t>(d)] = static_cast<std::int32_t>(numbering.free_dofs.size());
+            if (held(&mesh.coordinates[d / 3 * 3], d % 3)) continue;
+            numbering.dof_map[d] = static_cast<std::int32_t>(numbering.free_dofs.size());
             numbering.free_dofs.push_back(d);
         }
         body.start();
@@ -38,15 +36,22 @@ public:
     // full: 3 per node, N, at load factor 1
     void start(const std::vector<double>& full, const NewtonBodies* bodies = nullptr) {
         std::vector<double> load;
-        for (std::int32_t d : numbering.free_dofs) load.push_back(full.empty() ? 0.0 : full[static_cast<std::size_t>(d)]);
-        solver = std::make_unique<NewtonSolver>(body, node_elements, numbering, load, options, settings, bodies);
+        for (std::int32_t d : numbering.free_dofs) load.push_back(full.empty() ? 0.0 : full[d]);
+        solver = std::make_unique<NewtonSolver>(body, node_elements, numbering, load, options, settings,
+                                                bodies);
         RunReport report;
         ASSERT_TRUE(solver->prepare(report));
     }
 
+    // Pulled by a uniform traction, N/m^2, on the side at the greatest z.
+    void start_with_traction(std::array<double, 3> traction) {
+        const double end = mesh.size_info[5] - 1e-9;
+        start(consistent_forces(mesh, traction.data(), [&](const double* x) { return x[2] > end; }));
+    }
+
     // Displacement c of the node nearest to a place.
     double displacement(const std::array<double, 3>& place, std::size_t c) const {
-        return body.u[3 * static_cast<std::size_t>(nearest_node(mesh, node_elements, place)) + c];
+        return body.u[3 * nearest_node(mesh, node_elements, place) + c];
     }
 
     static Mesh renumbered(Mesh mesh) {
@@ -62,7 +67,7 @@ public:
     std::vector<J2Material<double>> materials;
     std::vector<std::int32_t> material;
     FiniteBody body;
-    Settings settings;
+    Settings settings = analysis_settings();
     NewtonOptions options;
     std::unique_ptr<NewtonSolver> solver;
 };

@@ -1,0 +1,99 @@
+// Analyses of models that are written as text: the settings, the store filled from the file, its results.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+
+#include "analysis/run_report.h"
+#include "elements/constraints.h"
+#include "input/model_reader.h"
+#include "model/console.h"
+#include "model/model_store.h"
+#include "support/box_mesh.h"
+#include "support/temp_folder.h"
+#include "support/text_checks.h"
+
+namespace kestralum::testing {
+
+inline Settings analysis_settings(int threads = 2) {
+    Settings settings;
+    settings.memory_size = 4000;
+    settings.free_hd_size = 20000;
+    settings.div_memory_size = 1;
+    settings.ordering_type = "LALL";
+    settings.c_eigen_shift = 0.5;
+    settings.nl_conv = 1e-8;
+    settings.n_threads = threads;
+    return settings;
+}
+
+// The record of a block of material M in `cells`, its lower corner at a place.
+inline std::string rect(const std::string& name, const std::string& size, const std::string& cells,
+                        const std::string& at = "0 0 0") {
+    return name + " red M RECT " + size + " 0 0 0 " + cells + " 0 0 0 " + at + " 0 0 0\n";
+}
+
+// A model file of one material M: what stands in its sections.
+struct ModelText {
+    std::string material = "7800 2e11 0.3";  // density, Young's modulus, Poisson's ratio
+    std::string parts, supports = {}, forces = {};
+    std::string rigid = {};   // rigid elements, and what follows their end
+    std::string others = {};  // sections before the parts
+    operator std::string() const {
+        std::string text = "material_info M " + material + " %\n" + others + "part_info " + parts + "%\n";
+        if (!supports.empty()) text += "boundary_condition " + supports + " %\n";
+        if (!forces.empty()) text += "apply_force " + forces + " %\n";
+        if (!rigid.empty()) text += "rigid_element " + rigid + "\n";
+        return text + "END\n";
+    }
+};
+
+inline void expect_in_order(const std::string& text, std::initializer_list<const char*> lines) {
+    std::size_t at = 0;
+    for (const char* line : lines) {
+        at = text.find(line, at);
+        ASSERT_NE(at, std::string::npos) << line;
+    }
+}
+
+class AnalysisTest : public ::testing::Test {
+protected:
+    bool read(const std::string& text) {
+        store = placeholder_model();
+        store.model_file_name = folder.write("model.txt", text);
+        const ModelReadReport input = read_model_file(store, {});
+        for (const auto& error : input.remarks.errors) ADD_FAILURE() << error;
+        return input.ok;
+    }
+    // The record of a part whose mesh, of tetrahedra, comes from a file; `turn`: its angles.
+    std::string vol(const std::string& name, const Mesh& mesh, const std::string& turn = "0 0 0") {
+        folder.write(name + ".vol", vol_text(mesh));
+        return name + " red M VOL " + name + ".vol 0 0 0 0 0 0 0 0 0 0 0 0 0 0 " + turn + "\n";
+    }
+    std::size_t node_at(double x, double y, double z) const {
+        const std::array<double, 3> place{x, y, z};
+        const std::size_t n = nearest_node(store.mesh, elements_of_nodes(store.mesh), place);
+        for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(store.mesh.coordinates[3 * n + c], place[c], 1e-6);
+        return n;
+    }
+    // Of the first frame.
+    std::array<double, 3> displacement(double x, double y, double z) const {
+        const double* u = &store.results.mode_vec[3 * node_at(x, y, z)];
+        return {u[0], u[1], u[2]};
+    }
+    std::filesystem::path log(const std::string& name) const { return folder.path() / "log" / name; }
+    std::string file(const std::string& name) const { return read_file(log(name)); }
+
+    console::Capture console_;
+    TempFolder folder;
+    ModelStore store;
+};
+
+inline void expect_done(const RunReport& report) {
+    EXPECT_EQ(report.status, RunStatus::done);
+    for (const auto& error : report.remarks.errors) ADD_FAILURE() << error;
+}
+
+}  // namespace kestralum::testing
