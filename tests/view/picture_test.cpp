@@ -1,4 +1,4 @@
-// What is recomputed when, and how a model is fitted into the room that the texts leave.
+// What is recomputed when.
 #include "view/picture.h"
 
 #include <gtest/gtest.h>
@@ -21,19 +21,9 @@ protected:
             results.mode_vec[3 * n] = 0.5 * mesh.coordinates[3 * n];
     }
     SceneTables tables() const {
-        return {.mesh = mesh,
-                .results = results,
-                .control = control,
-                .ana_type = type,
-                .parts = {},
-                .parts_o = {},
-                .forces = {},
-                .rigid_elements = {},
-                .rigid_forces = {},
-                .walls = {},
-                .contacts = {},
-                .parameters = {},
-                .fixed_nodes = {}};
+        return {.mesh = mesh, .results = results, .control = control, .ana_type = AnalysisType::linear_static,
+                .parts = {}, .parts_o = {}, .forces = {}, .rigid_elements = {}, .rigid_forces = {},
+                .walls = {}, .contacts = {}, .parameters = {}, .fixed_nodes = {}};
     }
     // Which of faces, colours and shape have changed since the last call.
     std::string changed() {
@@ -47,7 +37,6 @@ protected:
     Mesh mesh = hexa_box({{2, 2, 2}, {2, 1, 1}});
     Results results;
     AnalysisControl control;
-    AnalysisType type = AnalysisType::linear_static;
     DisplayState state;
     Picture picture;
     std::array<std::uint64_t, 3> last{};
@@ -92,52 +81,6 @@ TEST_F(PictureOf, ShowsNoValuesWithoutResults) {
     std::vector<double> places;
     picture.place(tables(), 0, places);
     EXPECT_EQ(places, mesh.coordinates);
-}
-
-// The nearest distance at which every point lies within nine tenths of the room, and in its middle.
-TEST(CameraFit, FillsTheRoomBesideTheTexts) {
-    const Mesh mesh = hexa_box({{3, 2, 1}, {3, 1, 0.5}, [](double* x) { x[1] += 0.3 * x[0] * x[0]; }});
-    const Scene scene{mesh.size_info, mesh.max_length};
-    for (const ViewDirection direction :
-         {ViewDirection::x, ViewDirection::y, ViewDirection::z, ViewDirection::isometric})
-        for (const Margins& margins : {Margins{}, Margins{0, 250, 0, 60}, Margins{100, 0, 80, 0}}) {
-            Camera camera;
-            resize(camera, 800, 600);
-            look_from(camera, direction);
-            fit_points(camera, scene, mesh.coordinates, margins);
-            double low[2] = {1e9, 1e9}, high[2] = {-1e9, -1e9};
-            for (std::int64_t n = 0; n < mesh.node_num(); ++n) {
-                const auto at = project(camera, scene, triple(mesh.coordinates, n));
-                ASSERT_TRUE(at);
-                for (std::size_t a = 0; a < 2; ++a) {
-                    low[a] = std::min(low[a], (*at)[a]);
-                    high[a] = std::max(high[a], (*at)[a]);
-                }
-            }
-            const double room[2] = {800 - margins.left - margins.right, 600 - margins.top - margins.bottom};
-            const double middle[2] = {margins.left + room[0] / 2, margins.top + room[1] / 2};
-            double filled = 0;
-            for (std::size_t a = 0; a < 2; ++a) {
-                // where a side has room to spare the points' nearer end counts a little more
-                EXPECT_GE(low[a], middle[a] - 0.45 * room[a] - 1e-6);
-                EXPECT_LE(high[a], middle[a] + 0.45 * room[a] + 1e-6);
-                filled = std::max(filled, (high[a] - low[a]) / room[a]);
-            }
-            EXPECT_NEAR(filled, 0.9, 1e-6);
-        }
-}
-
-TEST(CameraFit, IgnoresMarginsThatLeaveNothing) {
-    const Mesh mesh = hexa_box({{1, 1, 1}, {1, 1, 1}});
-    const Scene scene{mesh.size_info, mesh.max_length};
-    Camera plain, squeezed;
-    for (Camera* camera : {&plain, &squeezed}) resize(*camera, 200, 100);
-    fit_points(plain, scene, mesh.coordinates);
-    fit_points(squeezed, scene, mesh.coordinates, {0, 190, 60, 30});
-    EXPECT_EQ(squeezed.shift, plain.shift);
-    const Vec3 before = plain.shift;
-    fit_points(plain, scene, {});
-    EXPECT_EQ(plain.shift, before) << "nothing to fit";
 }
 
 }  // namespace

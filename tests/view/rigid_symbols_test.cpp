@@ -7,6 +7,7 @@
 #include <string>
 
 #include "support/box_mesh.h"
+#include "support/near.h"
 #include "view/vector.h"
 
 using namespace kestralum;
@@ -15,16 +16,10 @@ using namespace kestralum::view;
 
 namespace {
 
-void expect_near(const Vec3& a, const Vec3& b, double tolerance = 1e-12) {
-    for (std::size_t k = 0; k < 3; ++k) EXPECT_NEAR(a[k], b[k], tolerance) << "component " << k;
-}
-
 class RigidPicture : public ::testing::Test {
 protected:
     // A bar 2 × 1 × 1 m with a rigid end at either side, each told at a point 0.5 m outside.
     RigidPicture() {
-        elements.resize(2);
-        holds.resize(2);
         elements[0].name = "LEFT";
         elements[0].reference = {-0.5, 0.5, 0.5};
         elements[1].name = "RIGHT";
@@ -38,12 +33,11 @@ protected:
         holds[1].normal = {1, 0, 0};
     }
     RigidSymbols symbols() const { return rigid_symbols({mesh, elements, holds, forces, combines}, shape); }
-    RigidForce& force(std::int32_t element, RigidDirection direction, double value) {
-        RigidForce& f = forces.emplace_back();
-        f.element = element;
-        f.direction = direction;
-        f.value = value;
-        return f;
+    void force(std::int32_t element, RigidDirection direction, double value) {
+        forces.emplace_back();
+        forces.back().element = element;
+        forces.back().direction = direction;
+        forces.back().value = value;
     }
     // u of all nodes from a place's displacement.
     template <typename Field>
@@ -57,8 +51,8 @@ protected:
     }
 
     Mesh mesh = hexa_box({{2, 5, 5}, {2, 1, 1}});
-    std::vector<RigidElement> elements;
-    std::vector<RigidHold> holds;
+    std::vector<RigidElement> elements{2};
+    std::vector<RigidHold> holds{2};
     std::vector<RigidForce> forces;
     std::vector<RigidCombine> combines;
     std::vector<double> displacement;
@@ -79,34 +73,28 @@ Vec3 small_turn(const Vec3& x) {
 
 TEST_F(RigidPicture, PointsFollowTheBodyThatCarriesThem) {
     const Vec3 point{4, -3, 2};  // off the plane of the nodes
-    displace(turn);
+    const auto expect_carried = [&](const Vec3& p, std::span<const std::int32_t> nodes, auto motion) {
+        displace(motion);
+        expect_near(carried_point(p, mesh, nodes, shape), plus(p, times(shape.factor, motion(p))), 1e-11);
+    };
+    shape.finite = true;
     for (const double factor : {1.0, 0.0, 3.0}) {
         shape.factor = factor;
-        shape.finite = true;
-        expect_near(carried_point(point, mesh, holds[1].nodes, shape),
-                    plus(point, times(factor, turn(point))), 1e-11);
+        expect_carried(point, holds[1].nodes, turn);
     }
-    displace(small_turn);
     shape.finite = false;
     shape.factor = -20;
-    expect_near(carried_point(point, mesh, holds[1].nodes, shape), plus(point, times(-20, small_turn(point))),
-                1e-11);
+    expect_carried(point, holds[1].nodes, small_turn);
     // nodes in a row carry the points of their line, one node itself
     std::vector<std::int32_t> row;
     for (const std::int32_t n : holds[1].nodes)
         if (triple(mesh.coordinates, n)[1] == 0) row.push_back(n);
     ASSERT_EQ(row.size(), 6u);
-    const Vec3 on_line{2, 0, 7};
-    expect_near(carried_point(on_line, mesh, row, shape), plus(on_line, times(-20, small_turn(on_line))),
-                1e-11);
-    const Vec3 corner = triple(mesh.coordinates, row[0]);
-    expect_near(carried_point(corner, mesh, std::span(row).first(1), shape),
-                plus(corner, times(-20, small_turn(corner))), 1e-11);
+    expect_carried({2, 0, 7}, row, small_turn);
+    expect_carried(triple(mesh.coordinates, row[0]), std::span(row).first(1), small_turn);
     EXPECT_EQ(carried_point(point, mesh, {}, shape), point);
     // beside the line too, where the body does not turn about it
-    const auto tilt = [](const Vec3& x) { return cross({0.3, -0.7, 0}, x); };
-    displace(tilt);
-    expect_near(carried_point(point, mesh, row, shape), plus(point, times(-20, tilt(point))), 1e-11);
+    expect_carried(point, row, [](const Vec3& x) { return cross({0.3, -0.7, 0}, x); });
 }
 
 TEST_F(RigidPicture, MembersAreWhereTheirNodesAreDrawn) {

@@ -18,7 +18,7 @@ const Grid plain{{3, 2, 4}, {3, 1, 2}};
 double volume_inside(const Mesh& mesh, const Surface& surface) {
     double volume = 0;
     for (std::int64_t t = 0; t < surface.triangle_num(); ++t) {
-        const std::int32_t* n = &surface.triangles[static_cast<std::size_t>(3 * t)];
+        const std::int32_t* n = &surface.triangles[3 * t];
         const auto& x = mesh.coordinates;
         volume += dot(triple(x, n[0]), cross(triple(x, n[1]), triple(x, n[2]))) / 6;
     }
@@ -46,7 +46,7 @@ protected:
     std::int64_t faces() const { return surface.triangle_num() / face_table(GetParam()).triangles_per_face; }
 };
 
-TEST_P(SurfaceOf, ClosesAroundTheVolume) {
+TEST_P(SurfaceOf, ClosesAroundTheVolumeWithEveryEdgeOnce) {
     EXPECT_NEAR(volume_inside(mesh, surface), 6.0, 1e-12);
     // directed sides of the triangles come in opposite pairs
     std::multiset<std::pair<std::int32_t, std::int32_t>> sides;
@@ -57,14 +57,10 @@ TEST_P(SurfaceOf, ClosesAroundTheVolume) {
         EXPECT_EQ(sides.count(side), 1u);
         EXPECT_EQ(sides.count({side.second, side.first}), 1u);
     }
-}
-
-TEST_P(SurfaceOf, HasEveryEdgeOnce) {
-    const auto edges = surface.edges.size() / 2;
-    EXPECT_EQ(distinct_edges(surface), edges);
     // Euler: V - E + F = 2 on a closed surface. A mid-side node adds one node and one segment.
-    EXPECT_EQ(static_cast<std::int64_t>(surface.nodes.size()) - static_cast<std::int64_t>(edges) + faces(),
-              2);
+    const std::int64_t edges = surface.edges.size() / 2, nodes = surface.nodes.size();
+    EXPECT_EQ(distinct_edges(surface), edges);
+    EXPECT_EQ(nodes - edges + faces(), 2);
     EXPECT_EQ(surface.value_nodes, surface.nodes);
 }
 
@@ -72,11 +68,10 @@ TEST_P(SurfaceOf, OutlinesTheBoxAndThePartsInIt) {
     EXPECT_NEAR(total_length(mesh, surface.outline), 4 * (3 + 1 + 2), 1e-12);
     // a second part from x = 1 on: the outline gains the rectangle between them
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        const int nodes = mesh.node_per_element();
         double x = 0;
-        for (int k = 0; k < mesh.node_per_element(); ++k)
-            x += triple(mesh.coordinates,
-                        mesh.connectivity[static_cast<std::size_t>(e * mesh.node_per_element() + k)] - 1)[0];
-        mesh.p_ele_part_id[static_cast<std::size_t>(e)] = x / mesh.node_per_element() > 1 ? 0 : 1;
+        for (int k = 0; k < nodes; ++k) x += triple(mesh.coordinates, mesh.connectivity[e * nodes + k] - 1)[0];
+        mesh.p_ele_part_id[e] = x / nodes > 1 ? 0 : 1;
     }
     const Surface parted = build_surface(mesh, Faces::free);
     EXPECT_NEAR(total_length(mesh, parted.outline), 4 * (3 + 1 + 2) + 2 * (1 + 2), 1e-12);
@@ -86,8 +81,7 @@ TEST_P(SurfaceOf, OutlinesTheBoxAndThePartsInIt) {
         EXPECT_EQ(part.first, next);
         next += part.count;
         for (std::int64_t t = part.first; t < next; ++t) {
-            const std::int32_t element = parted.triangle_element[static_cast<std::size_t>(t)];
-            EXPECT_EQ(mesh.p_ele_part_id[static_cast<std::size_t>(element)], part.part);
+            EXPECT_EQ(mesh.p_ele_part_id[parted.triangle_element[t]], part.part);
         }
     }
     EXPECT_EQ(next, surface.triangle_num());
@@ -99,23 +93,22 @@ TEST_P(SurfaceOf, DrawsEveryFaceWhenTransparent) {
     EXPECT_EQ(all.triangle_num(), std::int64_t{mesh.element_num()} * table.faces * table.triangles_per_face);
     EXPECT_NEAR(volume_inside(mesh, all), 6.0, 1e-11);  // every element closes by itself
     EXPECT_EQ(distinct_edges(all), all.edges.size() / 2);
-    EXPECT_EQ(all.nodes.size(), static_cast<std::size_t>(mesh.node_num()));
+    EXPECT_EQ(all.nodes.size(), mesh.node_num());
     // Euler in a solid: V - E + F - C = 1, each inner face drawn from both its elements
     const std::int64_t faces_once = (std::int64_t{mesh.element_num()} * table.faces + faces()) / 2;
-    EXPECT_EQ(
-        mesh.node_num() - static_cast<std::int64_t>(all.edges.size() / 2) + faces_once - mesh.element_num(),
-        1);
+    const std::int64_t edges = all.edges.size() / 2;
+    EXPECT_EQ(mesh.node_num() - edges + faces_once - mesh.element_num(), 1);
 }
 
 TEST_P(SurfaceOf, NormalsPointOutwards) {
     const auto flat = triangle_normals(surface, mesh.coordinates);
     for (std::int64_t t = 0; t < surface.triangle_num(); ++t) {
-        const std::int32_t* n = &surface.triangles[static_cast<std::size_t>(3 * t)];
+        const std::int32_t* n = &surface.triangles[3 * t];
         Vec3 middle{};
         for (int k = 0; k < 3; ++k) middle = plus(middle, times(1.0 / 3, triple(mesh.coordinates, n[k])));
         int sides = 0;
         for (std::size_t c = 0; c < 3; ++c) {
-            const double normal = flat[static_cast<std::size_t>(3 * t) + c];
+            const double normal = flat[3 * t + c];
             if (normal == 0) continue;
             ++sides;
             EXPECT_NEAR(middle[c], normal > 0 ? plain.size[c] : 0, 1e-12);
@@ -128,9 +121,7 @@ TEST_P(SurfaceOf, NormalsPointOutwards) {
     for (std::size_t k = 0; k < smooth.size(); ++k) EXPECT_NEAR(smooth[k], mesh.node_n_dir[k], 1e-6);
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, SurfaceOf,
-                         ::testing::Values(ElementKind::hexahedron, ElementKind::tetrahedron4,
-                                           ElementKind::tetrahedron10));
+INSTANTIATE_TEST_SUITE_P(Kinds, SurfaceOf, ::testing::ValuesIn(every_kind));
 
 TEST(Surface, DrawsFacetsApartFromElements) {
     Mesh mesh = hexa_box({{1, 1, 1}, {1, 1, 1}});
@@ -148,24 +139,13 @@ TEST(Surface, DrawsFacetsApartFromElements) {
     EXPECT_EQ(surface.triangle_element.back(), -1);
     EXPECT_EQ(surface.edges.size() / 2, 12u + 6u);
     const auto normals = triangle_normals(surface, mesh.coordinates);
-    const std::size_t first_facet = 3 * static_cast<std::size_t>(surface.parts[1].first);
-    EXPECT_FLOAT_EQ(normals[first_facet + 2], -1);
+    EXPECT_FLOAT_EQ(normals[3 * surface.parts[1].first + 2], -1);
     EXPECT_EQ(surface.outline.size() / 2, 12u + 6u);
     // an open sheet is outlined along its rim, not along its fold-free diagonal
     mesh.surface_facets = {9, 10, 11, 10, 13, 11};
     mesh.surface_part_id = {1, 1};
     mesh.coordinates.insert(mesh.coordinates.end(), {6, 1, 0});
     EXPECT_EQ(build_surface(mesh, Faces::free).outline.size() / 2, 12u + 4u);
-}
-
-TEST(Surface, IsEmptyForThePlaceholderModel) {
-    const ModelStore store = placeholder_model();
-    for (const Faces faces : {Faces::free, Faces::all}) {
-        const Surface surface = build_surface(store.mesh, faces);
-        EXPECT_EQ(surface.triangle_num(), 0);
-        EXPECT_TRUE(surface.edges.empty());
-        EXPECT_TRUE(surface.nodes.empty());
-    }
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <numbers>
 
 #include "support/box_mesh.h"
+#include "support/near.h"
 #include "view/display_state.h"
 
 using namespace kestralum;
@@ -14,10 +15,6 @@ using namespace kestralum::testing;
 using namespace kestralum::view;
 
 namespace {
-
-void expect_near(const Vec3& a, const Vec3& b) {
-    for (std::size_t k = 0; k < 3; ++k) EXPECT_NEAR(a[k], b[k], 1e-12);
-}
 
 TEST(Symbols, ForcesEndAtTheirDrawnNodes) {
     const Mesh mesh = hexa_box({{20, 20, 1}, {2, 2, 0.1}});
@@ -27,13 +24,12 @@ TEST(Symbols, ForcesEndAtTheirDrawnNodes) {
     forces[0].axis = 2;
     forces[0].value = -1234.5;
     forces[0].node = 1;
-    forces[1].kind = ForceKind::area;
+    forces[1].kind = forces[2].kind = ForceKind::area;
     forces[1].value = 10;
     forces[1].box = {0, 2, 0, 2, 0.1, 0.1};
-    forces[2].kind = ForceKind::area;  // holds no node
     forces[2].value = 1;
-    forces[2].box = {9, 10, 9, 10, 9, 10};
-    forces[3].axis = 7;  // damaged
+    forces[2].box = {9, 10, 9, 10, 9, 10};  // holds no node
+    forces[3].axis = 7;                     // damaged
     forces[4].value = 5;
     forces[4].point = {3, 3, 3};  // no node found
     const ForceSymbols symbols = force_symbols(mesh, forces, drawn);
@@ -53,7 +49,8 @@ TEST(Symbols, ForcesEndAtTheirDrawnNodes) {
     expect_near(symbols.arrows.back().tip, {3, 3, 3});
     expect_near(symbols.labels[1].at, {1 - 0.3, 1, 0.6});
 
-    forces[0].value = 1234.5;  // pushes the same corner up
+    // pushes the same corner up
+    forces[0].value = 1234.5;
     const ForceSymbols pushed = force_symbols(mesh, forces, drawn);
     expect_near(pushed.arrows[0].tip, {0, 0, 0.5});
     expect_near(pushed.arrows[0].tail, {0, 0, 0.2});
@@ -104,8 +101,8 @@ TEST(Symbols, WallsStandWhereTheirMotionHasBroughtThem) {
 
 TEST(Symbols, SupportsStandOutsideTheBody) {
     const Mesh mesh = hexa_box({{2, 2, 2}, {2, 2, 2}});
-    const std::vector<std::int32_t> fixed{4,  22, 4,
-                                          13, -1, 27};  // face middles, the body's middle, strangers
+    // face middles, the body's middle, strangers
+    const std::vector<std::int32_t> fixed{4, 22, 4, 13, -1, 27};
     const auto cones = support_cones(mesh, fixed, mesh.coordinates);
     ASSERT_EQ(cones.size(), 3u);
     expect_near(cones[0].tip, {1, 1, 0});
@@ -170,15 +167,6 @@ TEST(Symbols, LabelsNameSizesCountsAndParts) {
     EXPECT_EQ(names[1].text, "arm");
 }
 
-TEST(Display, StartsAsTheMenusDo) {
-    const DisplayState state;
-    for (const auto flag : {ViewFlag::part_axes, ViewFlag::rigid_element, ViewFlag::element_contact,
-                            ViewFlag::part_name, ViewFlag::dimension})
-        EXPECT_FALSE(state.shows(flag));
-    EXPECT_EQ(std::count(state.flags.begin(), state.flags.end(), true), 11);
-    EXPECT_STREQ(view_entries[static_cast<std::size_t>(ViewFlag::dimension)].text, "&Dimension");
-}
-
 TEST(Display, ClampsAndAdvancesTheFrame) {
     EXPECT_EQ(clamp_frame(0, 5), 1);
     EXPECT_EQ(clamp_frame(9999, 5), 5);
@@ -206,8 +194,8 @@ TEST(Display, MenuAnswers) {
     checked[1] = true;
     EXPECT_EQ(chosen_contour(checked, 4), 1);
     EXPECT_EQ(chosen_contour({}, 4), -1);
-    EXPECT_EQ(pixmap_size("640x480"), (std::array{640, 480}));
-    EXPECT_EQ(pixmap_size("640  x 480"), (std::array{640, 480}));
+    for (const char* text : {"640x480", "640  x 480"})
+        EXPECT_EQ(pixmap_size(text), (std::array{640, 480})) << text;
     for (const char* text : {"640*480", " 640x480", "640x480 ", "x480", "640x", "0x480", "-3x4",
                              "99999999999x1", "20000x10", ""})
         EXPECT_FALSE(pixmap_size(text)) << text;
