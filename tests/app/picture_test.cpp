@@ -30,6 +30,11 @@ protected:
         const auto at = view::project(camera(), window->view()->shown().box(), place);
         return at ? *at : Vec3{-1, -1, 0};
     }
+    // What is drawn where a place of the model shows, `aside` pixels to the right.
+    QColor seen_at(const QImage& image, const Vec3& place, int aside = 0) {
+        const Vec3 at = pixel_of(place);
+        return image.pixelColor(int(at[0]) + aside, int(at[1]));
+    }
     // Repaints of the screen until one has happened.
     void repaint() {
         bool painted = false;
@@ -40,13 +45,15 @@ protected:
     }
 };
 
+constexpr std::array background{230, 230, 230};
+
 int farthest(const QColor& a, const std::array<int, 3>& b) {
     return std::max({std::abs(a.red() - b[0]), std::abs(a.green() - b[1]), std::abs(a.blue() - b[2])});
 }
 
 TEST_F(Picture, ShowsTheColourOfEachValueAtItsNode) {
     show(hexa_box({{4, 2, 1}, {4, 2, 1}}));
-    set_results([](const double* x) { return std::array<double, 3>{1e-9 * (x[0] - 1), 0, 0}; });
+    set_results([](const double* x) { return Vec3{1e-9 * (x[0] - 1), 0, 0}; });
     state().auto_scale = false;
     state().contour = 1;
     show_only({ViewFlag::fem});
@@ -56,17 +63,13 @@ TEST_F(Picture, ShowsTheColourOfEachValueAtItsNode) {
         {0, {0, 0, 255}}, {1, {0, 255, 255}}, {2, {0, 255, 0}}, {3, {255, 255, 0}}, {4, {255, 0, 0}}};
     for (const auto& [x, color] : known) {
         // a node of the middle row; on the rim one pixel inside
-        Vec3 at = pixel_of({x, 1, 1});
-        at[0] += x == 0 ? 1 : x == 4 ? -1 : 0;
-        const QColor seen = image.pixelColor(int(at[0]), int(at[1]));
+        const QColor seen = seen_at(image, {x, 1, 1}, x == 0 ? 1 : x == 4 ? -1 : 0);
         EXPECT_LE(farthest(seen, color), 6) << "v = " << x / 4 << ": " << seen.name().toStdString();
     }
-    // beside the model the background
-    EXPECT_EQ(farthest(image.pixelColor(2, image.height() / 2), {230, 230, 230}), 0);
+    EXPECT_EQ(farthest(image.pixelColor(2, image.height() / 2), background), 0) << "beside the model";
     // no value is grey; a constant field is blue
-    set_results([](const double*) { return std::array<double, 3>{0, 0, 0}; });
-    const Vec3 middle = pixel_of({2, 1, 1});
-    EXPECT_EQ(farthest(picture().pixelColor(int(middle[0]), int(middle[1])), {0, 0, 255}), 0);
+    set_results([](const double*) { return Vec3{}; });
+    EXPECT_EQ(farthest(seen_at(picture(), {2, 1, 1}), {0, 0, 255}), 0);
 }
 
 TEST_F(Picture, LitFacesHaveThePartsColour) {
@@ -74,23 +77,16 @@ TEST_F(Picture, LitFacesHaveThePartsColour) {
     show_only({ViewFlag::fem});
     window->view()->look_from(view::ViewDirection::isometric);
     const QImage image = picture();
-    std::array<double, 3> brightness{};
-    for (std::size_t a = 0; a < 3; ++a) {
-        Vec3 face{0.5, 0.5, 0.5};
-        face[a] = 1;
-        const Vec3 at = pixel_of(face);
-        const QColor seen = image.pixelColor(int(at[0]), int(at[1]));
+    for (const Vec3& face : {Vec3{1, 0.5, 0.5}, {0.5, 1, 0.5}, {0.5, 0.5, 1}}) {
+        const QColor seen = seen_at(image, face);
         EXPECT_GT(seen.red(), 100) << "a side that faces light and viewer is dark";
         EXPECT_NEAR(seen.green(), seen.red() * 0.5, 40);
         EXPECT_LT(seen.blue(), 60);
-        brightness[a] = seen.red();
     }
     // the light on one side makes that side the brightest
     state().light = {10, 0.5, 0.5};
-    const QImage turned = picture();
-    const Vec3 x_side = pixel_of({1, 0.5, 0.5}), y_side = pixel_of({0.5, 1, 0.5});
-    EXPECT_GT(turned.pixelColor(int(x_side[0]), int(x_side[1])).red(),
-              turned.pixelColor(int(y_side[0]), int(y_side[1])).red() + 20);
+    const QImage lit = picture();
+    EXPECT_GT(seen_at(lit, {1, 0.5, 0.5}).red(), seen_at(lit, {0.5, 1, 0.5}).red() + 20);
 }
 
 // The picture from buffers against the same faces drawn one vertex after the other.
@@ -103,7 +99,7 @@ TEST_F(Picture, IsThatOfEveryElementsFaces) {
             for (const double alpha : {1.0, 0.4}) {
                 show(mesh);
                 set_results([](const double* x) {
-                    return std::array<double, 3>{0.1 * x[0] * x[1], 0, 0.05 * x[2]};
+                    return Vec3{0.1 * x[0] * x[1], 0, 0.05 * x[2]};
                 });
                 state().contour = contour;
                 state().transparency = alpha;
@@ -135,7 +131,7 @@ TEST_F(Picture, IsThatOfEveryElementsFaces) {
                 for (int y = 0; y < drawn.height(); ++y)
                     for (int x = 0; x < drawn.width(); ++x) {
                         const QColor a = drawn.pixelColor(x, y), b = naive.pixelColor(x, y);
-                        covered += farthest(b, {230, 230, 230}) > 2;
+                        covered += farthest(b, background) > 2;
                         different += farthest(a, {b.red(), b.green(), b.blue()}) > 12;
                     }
                 EXPECT_GT(covered, drawn.width() * drawn.height() / 10);
@@ -147,50 +143,33 @@ TEST_F(Picture, IsThatOfEveryElementsFaces) {
 
 TEST_F(Picture, RepaintsSendOnlyWhatHasChanged) {
     show(hexa_box({{6, 6, 6}, {1, 1, 1}}));
-    set_results([](const double* x) { return std::array<double, 3>{x[0] * x[1], 0, 0}; });
-    model_store().ana_type = AnalysisType::eigen;
+    set_results([](const double* x) { return Vec3{x[0] * x[1], 0, 0}; }, AnalysisType::eigen);
     repaint();
-    auto sent_by = [](auto what) {
+    auto sent_by = [&](const std::function<void()>& change) {
         const std::int64_t before = view::gl::bytes_sent();
-        what();
+        change();
+        picture();
         return view::gl::bytes_sent() - before;
     };
+    auto swing = [&] {
+        for (int phase = 0; phase < view::phase_count; ++phase) {
+            state().phase = phase;
+            camera().shift[0] += 0.01;
+            picture();
+        }
+    };
     EXPECT_GT(view::gl::bytes_sent(), 0);
-    for (int phase = 0; phase < view::phase_count; ++phase) {  // a whole swing
-        state().phase = phase;
-        picture();
-    }
-    EXPECT_EQ(sent_by([&] {
-                  for (int phase = 0; phase < view::phase_count; ++phase) {
-                      state().phase = phase;
-                      camera().shift[0] += 0.01;
-                      picture();
-                  }
-              }),
-              0)
-        << "phase and camera send geometry again";
-    EXPECT_GT(sent_by([&] {
-                  state().contour = 1;
-                  picture();
-              }),
-              0);
-    EXPECT_GT(sent_by([&] {
-                  state().mode_scale = 2;
-                  picture();
-              }),
-              0);
-    EXPECT_EQ(sent_by([&] {
-                  state().light[0] = 3;
-                  trigger("&Wire");
-                  picture();
-              }),
-              0);
+    swing();
+    EXPECT_EQ(sent_by(swing), 0) << "phase and camera send geometry again";
+    EXPECT_GT(sent_by([&] { state().contour = 1; }), 0);
+    EXPECT_GT(sent_by([&] { state().mode_scale = 2; }), 0);
+    state().light[0] = 3;
+    EXPECT_EQ(sent_by([&] { trigger("&Wire"); }), 0);
 }
 
 TEST_F(Picture, ModesSwing) {
     show(hexa_box({{2, 2, 2}, {1, 1, 1}}));
-    set_results([](const double* x) { return std::array<double, 3>{x[0], 0, 0}; });
-    model_store().ana_type = AnalysisType::eigen;
+    set_results([](const double* x) { return Vec3{x[0], 0, 0}; }, AnalysisType::eigen);
     std::set<int> phases;
     QObject::connect(window->view(), &GLWidget::painted, [&] { phases.insert(state().phase); });
     ASSERT_TRUE(QTest::qWaitFor([&] { return phases.size() >= 5; }));
@@ -200,9 +179,8 @@ TEST_F(Picture, ModesSwing) {
     for (const auto& [phase, end] : {std::pair{0, 1.2}, {10, 0.8}}) {
         state().phase = phase;
         const QImage image = picture();
-        const Vec3 at = pixel_of({end, 0.5, 1});
-        EXPECT_GT(farthest(image.pixelColor(int(at[0]) - 4, int(at[1])), {230, 230, 230}), 20) << phase;
-        EXPECT_LT(farthest(image.pixelColor(int(at[0]) + 4, int(at[1])), {230, 230, 230}), 5) << phase;
+        EXPECT_GT(farthest(seen_at(image, {end, 0.5, 1}, -4), background), 20) << phase;
+        EXPECT_LT(farthest(seen_at(image, {end, 0.5, 1}, 4), background), 5) << phase;
     }
 }
 
@@ -210,9 +188,7 @@ TEST_F(Picture, ModesSwing) {
 // body has gone, swinging with a mode, sent only while they show.
 TEST_F(Picture, RigidElementsMoveWithTheBody) {
     ASSERT_TRUE(open(replaced(block_text, "END", "rigid_force\n  PUSH HEAD n 5\n%\nEND")));
-    model_store().ana_type = AnalysisType::eigen;
-    set_results([](const double* x) { return std::array<double, 3>{0, x[0], 0}; });
-    model_store().ana_type = AnalysisType::eigen;
+    set_results([](const double* x) { return Vec3{0, x[0], 0}; }, AnalysisType::eigen);
     const auto holds = window->view()->shown().tables().rigid_holds;
     ASSERT_EQ(holds.size(), 1u);
     ASSERT_EQ(holds[0].nodes.size(), 9u);
@@ -222,7 +198,7 @@ TEST_F(Picture, RigidElementsMoveWithTheBody) {
         EXPECT_DOUBLE_EQ(view::triple(model_store().mesh.coordinates, n)[0], 0.4);
     show_only({ViewFlag::rigid_element});
     window->view()->look_from(view::ViewDirection::z);
-    auto seen_at = [&](const QImage& image, const Vec3& place, bool (*wanted)(const QColor&)) {
+    auto count_at = [&](const QImage& image, const Vec3& place, bool (*wanted)(const QColor&)) {
         const Vec3 at = pixel_of(place);
         int found = 0;
         for (int y = -2; y <= 2; ++y)
@@ -236,13 +212,13 @@ TEST_F(Picture, RigidElementsMoveWithTheBody) {
         state().phase = phase;
         const QImage image = picture();
         for (const double y : {0.0, 0.1, 0.2}) {
-            EXPECT_GT(seen_at(image, {0.4, y + lift, 0.2}, violet), 6)
+            EXPECT_GT(count_at(image, {0.4, y + lift, 0.2}, violet), 6)
                 << "member, phase " << phase << " y " << y;
-            EXPECT_EQ(seen_at(image, {0.3, y + lift, 0.2}, violet), 0);
+            EXPECT_EQ(count_at(image, {0.3, y + lift, 0.2}, violet), 0);
         }
         // the members all move alike, and so does their reference point
-        EXPECT_GT(seen_at(image, {0.497, 0.1 + lift, 0.1}, violet), 2) << "reference point, phase " << phase;
-        EXPECT_GT(seen_at(image, {0.53, 0.1 + lift, 0.1}, red), 2) << "force, phase " << phase;
+        EXPECT_GT(count_at(image, {0.497, 0.1 + lift, 0.1}, violet), 2) << "reference point, phase " << phase;
+        EXPECT_GT(count_at(image, {0.53, 0.1 + lift, 0.1}, red), 2) << "force, phase " << phase;
     }
     show_only({ViewFlag::fem});
     for (int phase : {0, 10, 3, 4}) {
@@ -266,22 +242,10 @@ TEST_F(Picture, SlowPicturesLeaveTimeToTheWindow) {
     EXPECT_LE(pictures, 7) << "one picture follows the other without a pause";
 }
 
-TEST_F(Picture, PlaceholderAndEmptyResultsAreDrawn) {
-    model_store() = placeholder_model();
-    window->view()->shown().model_changed();
-    state().result_ready = true;
-    for (const AnalysisType type :
-         {AnalysisType::eigen, AnalysisType::linear_static, AnalysisType::explicit_dynamics}) {
-        model_store().ana_type = type;
-        window->view()->fit_view();
-        EXPECT_FALSE(picture().isNull());
-    }
-}
-
 // Where GLUT has no X display Qt paints the texts, at the same places.
 TEST_F(Picture, QtPaintsTheTextsToo) {
     ASSERT_TRUE(open(block_text));
-    set_results([](const double* x) { return std::array<double, 3>{x[0], 0, 0}; });
+    set_results([](const double* x) { return Vec3{x[0], 0, 0}; });
     ShownModel& shown = window->view()->shown();
     shown.state.flags[static_cast<std::size_t>(ViewFlag::force)] = false;
     auto dark_in = [](const QImage& image, const QRect& area) {
@@ -324,15 +288,13 @@ TEST_F(Picture, QtPaintsTheTextsToo) {
 
 TEST_F(Picture, ClickPicksTheNodeUnderIt) {
     ASSERT_TRUE(open(block_text));
-    set_results([](const double* x) { return std::array<double, 3>{1e-3 * x[0], 0, 0}; });
+    set_results([](const double* x) { return Vec3{1e-3 * x[0], 0, 0}; });
     state().auto_scale = false;
     state().contour = 1;
     const Mesh& mesh = model_store().mesh;
     for (const Vec3& place : {Vec3{0.4, 0.2, 0.2}, Vec3{0.2, 0.1, 0.2}, Vec3{0.4, 0, 0.1}}) {
-        std::int32_t node = 0;
-        for (std::int32_t n = 0; n < mesh.node_num(); ++n)
-            if (view::norm(view::minus(view::triple(mesh.coordinates, n), place)) < 1e-9) node = n + 1;
-        ASSERT_GT(node, 0);
+        std::int32_t node = 1;
+        while (view::norm(view::minus(view::triple(mesh.coordinates, node - 1), place)) > 1e-9) ++node;
         const Vec3 at = pixel_of(place);
         const QImage before = picture();
         QTest::mouseClick(window->view(), Qt::LeftButton, {}, QPoint(int(at[0]), int(at[1])));
@@ -358,28 +320,24 @@ TEST_F(Picture, MouseModesAndButtons) {
         QApplication::sendEvent(view, &move);
         QTest::mouseRelease(view, button, {}, QPoint(240, 230));
     };
-    auto start = [&] {
+    auto moved_by = [&](Qt::MouseButton button) {
         camera().shift = {0, 0, 0};
         camera().turn = view::identity();
+        drag(button);
+        return camera().shift;
     };
+    const double right = 40 * 2.0 / 800, up = -30 * 2.0 / 600;
     QTest::keyClick(window.get(), Qt::Key_T);
     EXPECT_TRUE(contains(captured.lines, "keyPressEvent:\n   t\n"));
-    start();
-    drag(Qt::LeftButton);
-    EXPECT_EQ(camera().shift, (Vec3{40 * 2.0 / 800, -30 * 2.0 / 600, 0}));
-    start();
-    drag(Qt::RightButton);
-    EXPECT_EQ(camera().shift, (Vec3{0, 0, -30 * 2.0 / 600}));
+    EXPECT_EQ(moved_by(Qt::LeftButton), (Vec3{right, up, 0}));
+    EXPECT_EQ(moved_by(Qt::RightButton), (Vec3{0, 0, up}));
+    EXPECT_EQ(camera().turn, view::identity());
     QTest::keyClick(window.get(), Qt::Key_R);
     EXPECT_TRUE(contains(captured.lines, "keyPressEvent:\n   r\n"));
-    start();
-    drag(Qt::LeftButton);
-    EXPECT_EQ(camera().shift, (Vec3{0, 0, 0}));
+    EXPECT_EQ(moved_by(Qt::LeftButton), (Vec3{}));
     EXPECT_NE(camera().turn, view::identity());
-    start();
-    drag(Qt::MiddleButton);
-    EXPECT_EQ(camera().shift[0], 40 * 2.0 / 800);
-    start();
+    EXPECT_EQ(moved_by(Qt::MiddleButton), (Vec3{right, up, 0}));
+    camera().shift = {0, 0, 0};
     QWheelEvent wheel(QPointF(100, 100), view->mapToGlobal(QPointF(100, 100)), {}, QPoint(0, 240), {}, {},
                       Qt::NoScrollPhase, false);
     QApplication::sendEvent(view, &wheel);
@@ -388,9 +346,8 @@ TEST_F(Picture, MouseModesAndButtons) {
 
 TEST_F(Picture, KeysLookAlongTheAxes) {
     ASSERT_TRUE(open(block_text));
-    auto toward = [&] {
-        return Vec3{camera().turn[2], camera().turn[6], camera().turn[10]};
-    };  // the viewer's side
+    // the viewer's side
+    auto toward = [&] { return Vec3{camera().turn[2], camera().turn[6], camera().turn[10]}; };
     const Vec3 sides[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
     const Qt::Key keys[] = {Qt::Key_X, Qt::Key_Y, Qt::Key_Z};
     const char* buttons[] = {"X", "Y", "Z"};
@@ -416,10 +373,10 @@ TEST_F(Picture, KeysLookAlongTheAxes) {
 
 TEST_F(Picture, ToolbarScalesAndRanges) {
     ASSERT_TRUE(open(block_text));
-    set_results([](const double* x) { return std::array<double, 3>{1e-6 * x[0], 0, 0}; });
+    set_results([](const double* x) { return Vec3{1e-6 * x[0], 0, 0}; });
     auto factor = [&] {
         picture();
-        return window->view()->shown().drawing.picture().factor();
+        return shown_picture().factor();
     };
     EXPECT_NEAR(factor(), 0.1 * 0.4 / 0.4e-6, 1);
     trigger("Auto Scale");
@@ -431,10 +388,10 @@ TEST_F(Picture, ToolbarScalesAndRanges) {
     state().frame = 2;
     state().contour = 1;
     picture();
-    EXPECT_EQ(window->view()->shown().drawing.picture().range()->high.value, 0);
+    EXPECT_EQ(shown_picture().range()->high.value, 0);
     trigger("All Frames");
     picture();
-    EXPECT_EQ(window->view()->shown().drawing.picture().range()->high.value, 0.4e-6);
+    EXPECT_EQ(shown_picture().range()->high.value, 0.4e-6);
 }
 
 }  // namespace

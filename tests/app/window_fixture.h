@@ -54,6 +54,7 @@ protected:
     void TearDown() override { window.reset(); }
 
     view::DisplayState& state() { return window->view()->state(); }
+    const view::Picture& shown_picture() { return window->view()->shown().drawing.picture(); }
     view::Camera& camera() { return window->view()->shown().camera; }
     QImage picture() { return window->view()->grab_picture(); }
     QString status() { return window->statusBar()->currentMessage(); }
@@ -61,19 +62,15 @@ protected:
     bool open(const std::string& text, const std::string& name = "model.txt") {
         return window->open_model(QString::fromStdString(folder.write(name, text)));
     }
-    // A static result by hand: displacement and stress are what `value` says of a node's place.
-    void set_results(const std::function<std::array<double, 3>(const double* x)>& displacement) {
+    // A result by hand: displacement and stress (node_stress 4) are what `value` says of a node's place.
+    void set_results(const std::function<view::Vec3(const double* x)>& value,
+                     AnalysisType type = AnalysisType::linear_static) {
         ModelStore& store = model_store();
-        store.ana_type = AnalysisType::linear_static;
+        store.ana_type = type;
         store.results.resize(2, store.mesh.dof_num);
-        for (std::size_t n = 0; n < static_cast<std::size_t>(store.mesh.node_num()); ++n) {
-            const auto u = displacement(&store.mesh.coordinates[3 * n]);
-            for (std::size_t c = 0; c < 3; ++c) {
-                store.results.mode_vec[3 * n + c] = u[c];
-                store.results.node_stress[static_cast<std::size_t>(4 * store.mesh.dof_num) + 3 * n + c] =
-                    u[c];
-            }
-        }
+        for (std::int32_t d = 0; d < store.mesh.dof_num; ++d)
+            store.results.mode_vec[d] = store.results.node_stress[4 * store.mesh.dof_num + d] =
+                value(&store.mesh.coordinates[d / 3 * 3])[d % 3];
         state().result_ready = true;
         window->view()->shown().drawing.results_changed();
     }
