@@ -4,7 +4,6 @@
 #include <cmath>
 #include <utility>
 
-#include "model/free_faces.h"
 #include "model/vector3.h"
 
 namespace kestralum {
@@ -20,6 +19,34 @@ const double* at(const double* node4, std::int32_t n) {
     return node4 + 4 * static_cast<std::ptrdiff_t>(n);
 }
 
+// A box of positions, m.
+struct Box {
+    Vector low{1e300, 1e300, 1e300}, high{-1e300, -1e300, -1e300};
+    bool holds(const double* p) const {
+        return p[0] >= low[0] && p[0] <= high[0] && p[1] >= low[1] && p[1] <= high[1] && p[2] >= low[2] && p[2] <= high[2];
+    }
+    // With the box of a triangle.
+    bool meets(const std::array<std::int32_t, 3>& node, const double* x) const {
+        const double *a = at(x, node[0]), *b = at(x, node[1]), *d = at(x, node[2]);
+        for (std::size_t c = 0; c < 3; ++c)
+            if (!(std::max({a[c], b[c], d[c]}) >= low[c] && std::min({a[c], b[c], d[c]}) <= high[c])) return false;
+        return true;
+    }
+};
+
+// Of the nodes node(0) … node(count - 1), wider by `reach`.
+template <typename Node>
+Box box_of(std::size_t count, const Node& node, const double* x, double reach) {
+    Box box;
+    for (std::size_t i = 0; i < count; ++i)
+        for (std::size_t c = 0; c < 3; ++c) {
+            const double value = at(x, node(i))[c];
+            box.low[c] = std::min(box.low[c], value - reach);
+            box.high[c] = std::max(box.high[c], value + reach);
+        }
+    return box;
+}
+
 constexpr std::int32_t most_cells_a_side = 256;
 constexpr double facing = -0.1;     // cosine of node and triangle normals, at most
 constexpr double held_mass = 1e30;  // kg: of a node that nothing moves
@@ -28,17 +55,20 @@ constexpr double border = 0.1;      // how far beyond its triangle a closed cont
 
 }  // namespace
 
-ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part> parts, const Mesh& mesh) {
-    find_surface(mesh);
+ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part> parts, const Mesh& mesh, std::vector<SurfaceTriangle> surface)
+    : triangles_(std::move(surface)) {
+    measure_edges(mesh);
     const auto node_num = static_cast<std::size_t>(mesh.node_num());
     std::vector<char> seen(node_num);
+    std::vector<char> of_side(parts.size());
     for (const ContactPair& pair : pairs) {
         Active active{pair, {}, 0, {}, false, false};
         for (std::size_t s = 0; s < 2; ++s) {
             Side& side = active.side[s];
             std::fill(seen.begin(), seen.end(), 0);
+            for (std::size_t k = 0; k < parts.size(); ++k) of_side[k] = parts[k].name == pair.part_name[s];
             for (std::size_t t = 0; t < triangles_.size(); ++t) {
-                if (parts[static_cast<std::size_t>(triangles_[t].part)].name != pair.part_name[s]) continue;
+                if (!of_side[static_cast<std::size_t>(triangles_[t].part)]) continue;
                 side.triangles.push_back(static_cast<std::int32_t>(t));
                 for (std::int32_t n : triangles_[t].node)
                     if (!std::exchange(seen[static_cast<std::size_t>(n)], 1)) side.nodes.push_back(n);
@@ -47,43 +77,25 @@ ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part>
             side.memory.resize(side.nodes.size());
         }
         active.self = pair.part_name[0] == pair.part_name[1];
+        for (Side& side : active.side)
+            for (std::int32_t n : side.nodes) side.reach = std::max(side.reach, reach_of(active, n));
         active.touches.reserve(active.side[0].nodes.size() + active.side[1].nodes.size());
         pairs_.push_back(std::move(active));
     }
     normal_.assign(node_num, {});
+    marked_.assign(node_num, 0);
     sum_.assign(node_num, 0.0);
     most_.assign(node_num, 0.0);
 }
 
-void ContactSet::find_surface(const Mesh& mesh) {
-    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
-    const auto node_num = static_cast<std::size_t>(mesh.node_num());
-    std::vector<char> on(node_num, 0);
-    size_.assign(node_num, 0.0);
-    for (const ElementFace& face : free_faces(mesh)) {
-        const auto local = outward_triangles(mesh.element_type, face.face);
-        for (std::size_t k = 0; k + 3 <= local.size(); k += 3) {
-            Triangle triangle{{}, mesh.p_ele_part_id[static_cast<std::size_t>(face.element)]};
-            for (std::size_t c = 0; c < 3; ++c)
-                triangle.node[c] = static_cast<std::int32_t>(
-                    node_index(mesh.connectivity[static_cast<std::size_t>(face.element) * per_element +
-                                                 static_cast<std::size_t>(local[k + c])]));
-            double edge = 0;
-            for (std::size_t c = 0; c < 3; ++c) {
-                const auto a = static_cast<std::size_t>(triangle.node[c]),
-                           b = static_cast<std::size_t>(triangle.node[(c + 1) % 3]);
-                edge = std::max(
-                    edge, norm(minus(mesh.coordinates.data() + 3 * a, mesh.coordinates.data() + 3 * b)));
-            }
-            for (std::int32_t n : triangle.node) {
-                on[static_cast<std::size_t>(n)] = 1;
-                size_[static_cast<std::size_t>(n)] = std::max(size_[static_cast<std::size_t>(n)], edge);
-            }
-            triangles_.push_back(triangle);
-        }
+void ContactSet::measure_edges(const Mesh& mesh) {
+    size_.assign(static_cast<std::size_t>(mesh.node_num()), 0.0);
+    const auto place = [&](std::int32_t n) { return mesh.coordinates.data() + 3 * static_cast<std::ptrdiff_t>(n); };
+    for (const SurfaceTriangle& triangle : triangles_) {
+        double edge = 0;
+        for (std::size_t c = 0; c < 3; ++c) edge = std::max(edge, norm(minus(place(triangle.node[c]), place(triangle.node[(c + 1) % 3]))));
+        for (std::int32_t n : triangle.node) size_[static_cast<std::size_t>(n)] = std::max(size_[static_cast<std::size_t>(n)], edge);
     }
-    for (std::size_t n = 0; n < node_num; ++n)
-        if (on[n]) surface_nodes_.push_back(static_cast<std::int32_t>(n));
 }
 
 void ContactSet::tune(double d_time, double stable_step, int sharing) {
@@ -99,7 +111,7 @@ void ContactSet::fill_grid(const std::vector<std::int32_t>& triangles, const dou
     Vector low{1e300, 1e300, 1e300}, high{-1e300, -1e300, -1e300};
     double edge = 0;
     for (std::int32_t t : triangles) {
-        const Triangle& triangle = triangles_[static_cast<std::size_t>(t)];
+        const SurfaceTriangle& triangle = triangles_[static_cast<std::size_t>(t)];
         for (std::size_t k = 0; k < 3; ++k) {
             const double* p = at(x, triangle.node[k]);
             edge += norm(minus(p, at(x, triangle.node[(k + 1) % 3])));
@@ -128,7 +140,7 @@ void ContactSet::fill_grid(const std::vector<std::int32_t>& triangles, const dou
     grid_.start.assign(buckets + 1, 0);
     auto each_cell = [&](std::int32_t t, auto visit) {
         std::array<std::int32_t, 3> from, to;
-        const Triangle& triangle = triangles_[static_cast<std::size_t>(t)];
+        const SurfaceTriangle& triangle = triangles_[static_cast<std::size_t>(t)];
         for (std::size_t c = 0; c < 3; ++c) {
             const double a = at(x, triangle.node[0])[c], b = at(x, triangle.node[1])[c],
                          d = at(x, triangle.node[2])[c];
@@ -182,16 +194,24 @@ bool ContactSet::foot_point(const std::array<std::int32_t, 3>& corner, const dou
     return true;
 }
 
-// Normals at the surface's nodes, from the triangles around them by their angles (Thürmer and Wüthrich,
+// Normals at the marked nodes, from the triangles around them by their angles (Thürmer and Wüthrich,
 // J. Graphics Tools 3, 1998): the division into triangles does not show.
 void ContactSet::find_normals(const double* x) {
-    for (std::int32_t n : surface_nodes_) normal_[static_cast<std::size_t>(n)] = {};
-    for (const Triangle& triangle : triangles_) {
+    const auto each_marked = [&](auto visit) {
+        for (const Active& active : pairs_)
+            for (const Side& side : active.side)
+                for (std::int32_t i : side.near) visit(static_cast<std::size_t>(side.nodes[static_cast<std::size_t>(i)]));
+    };
+    each_marked([&](std::size_t n) { normal_[n] = {}; });
+    for (const SurfaceTriangle& triangle : triangles_) {
+        const auto wanted = [&](std::size_t k) { return marked_[static_cast<std::size_t>(triangle.node[k])] != 0; };
+        if (!wanted(0) && !wanted(1) && !wanted(2)) continue;
         const Vector n = cross(minus(at(x, triangle.node[1]), at(x, triangle.node[0])),
                                minus(at(x, triangle.node[2]), at(x, triangle.node[0])));
         const double size = norm(n);
         if (!(size > 0)) continue;
         for (std::size_t k = 0; k < 3; ++k) {
+            if (!wanted(k)) continue;
             const double* p = at(x, triangle.node[k]);
             const Vector a = minus(at(x, triangle.node[(k + 1) % 3]), p),
                          b = minus(at(x, triangle.node[(k + 2) % 3]), p);
@@ -200,25 +220,51 @@ void ContactSet::find_normals(const double* x) {
                 normal_[static_cast<std::size_t>(triangle.node[k])][c] += angle * n[c] / size;
         }
     }
-    for (std::int32_t n : surface_nodes_) {
-        Vector& normal = normal_[static_cast<std::size_t>(n)];
-        const double size = norm(normal);
-        for (double& c : normal) c = size > 0 ? c / size : 0;
+    each_marked([&](std::size_t n) {
+        if (!std::exchange(marked_[n], 0)) return;  // near in several pairs
+        const double size = norm(normal_[n]);
+        for (double& c : normal_[n]) c = size > 0 ? c / size : 0;
+    });
+}
+
+void ContactSet::find_near(Active& active, std::size_t slave, const double* x) {
+    Side& side = active.side[slave];
+    side.near.clear();
+    const auto& other = active.side[1 - slave].nodes;
+    Box box = box_of(other.size(), [&](std::size_t i) { return other[i]; }, x, side.reach);
+    const auto& within = active.pair.box;
+    for (std::size_t c = 0; c < 3; ++c)
+        if (within[2 * c] < within[2 * c + 1]) {
+            box.low[c] = std::max(box.low[c], within[2 * c]);
+            box.high[c] = std::min(box.high[c], within[2 * c + 1]);
+        }
+    for (std::size_t i = 0; i < side.nodes.size(); ++i) {
+        if (!side.memory[i].closed && !box.holds(at(x, side.nodes[i]))) continue;
+        side.near.push_back(static_cast<std::int32_t>(i));
+        marked_[static_cast<std::size_t>(side.nodes[i])] = 1;
     }
 }
 
-// Nodes of side `slave` against the triangles of the other side (the grid's).
+// The near nodes of side `slave` against the triangles of the other side that they may meet.
 void ContactSet::touch_side(Active& active, std::size_t slave, const ContactArrays& arrays) {
     const auto& box = active.pair.box;
     Side& side = active.side[slave];
-    for (std::size_t i = 0; i < side.nodes.size(); ++i) {
+    if (side.near.empty()) return;
+    const auto near = [&](std::size_t k) { return side.nodes[static_cast<std::size_t>(side.near[k])]; };
+    const Box around = box_of(side.near.size(), near, arrays.x, side.reach);
+    met_.clear();
+    for (std::int32_t t : active.side[1 - slave].triangles)
+        if (around.meets(triangles_[static_cast<std::size_t>(t)].node, arrays.x)) met_.push_back(t);
+    fill_grid(met_, arrays.x, side.reach);
+    for (std::int32_t index : side.near) {
+        const auto i = static_cast<std::size_t>(index);
         const std::int32_t n = side.nodes[i];
         const double* p = at(arrays.x, n);
         bool inside = true;
         for (std::size_t c = 0; c < 3; ++c)
             inside =
                 inside && !(box[2 * c] < box[2 * c + 1] && !(p[c] >= box[2 * c] && p[c] <= box[2 * c + 1]));
-        Touch best{n, {}, {}, {}, {}, 0, slave == 0, static_cast<std::int32_t>(i)};
+        Touch best{n, {}, {}, {}, {}, 0, slave == 0, index};
         Memory& memory = side.memory[i];
         if (inside) find_foot(active, best, arrays);
         if (inside && memory.closed && !(best.depth > 0)) {
@@ -249,7 +295,7 @@ void ContactSet::find_foot(const Active& active, Touch& best, const ContactArray
     double least = reach_of(active, n);
     const std::size_t bucket = grid_.bucket(grid_.index(0, p[0]), grid_.index(1, p[1]), grid_.index(2, p[2]));
     for (std::int32_t k = grid_.start[bucket]; k < grid_.start[bucket + 1]; ++k) {
-        const Triangle& triangle =
+        const SurfaceTriangle& triangle =
             triangles_[static_cast<std::size_t>(grid_.entry[static_cast<std::size_t>(k)])];
         if (triangle.node[0] == n || triangle.node[1] == n || triangle.node[2] == n) continue;
         Vector weight, normal;
@@ -361,18 +407,17 @@ void ContactSet::share_nodes() {
 }
 
 void ContactSet::push(const ContactArrays& arrays, double time) {
-    for (Active& active : pairs_) active.touches.clear();
+    const auto acts = [&](const Active& active) {
+        return time >= active.pair.start_time && !active.side[0].triangles.empty() && !active.side[1].triangles.empty();
+    };
+    for (Active& active : pairs_) {
+        active.touches.clear();
+        for (std::size_t slave = 0; acts(active) && slave < (active.self ? 1u : 2u); ++slave) find_near(active, slave, arrays.x);
+    }
     find_normals(arrays.x);
     for (Active& active : pairs_) {
-        if (time < active.pair.start_time || active.side[0].triangles.empty() ||
-            active.side[1].triangles.empty())
-            continue;
-        for (std::size_t slave = 0; slave < (active.self ? 1u : 2u); ++slave) {
-            double reach = 0;
-            for (std::int32_t n : active.side[slave].nodes) reach = std::max(reach, reach_of(active, n));
-            fill_grid(active.side[1 - slave].triangles, arrays.x, reach);
-            touch_side(active, slave, arrays);
-        }
+        if (!acts(active)) continue;
+        for (std::size_t slave = 0; slave < (active.self ? 1u : 2u); ++slave) touch_side(active, slave, arrays);
         active.begun = true;
     }
     share_nodes();

@@ -9,24 +9,21 @@
 #include <vector>
 
 #include "analysis/explicit_walls.h"
-#include "model/model_store.h"
+#include "model/free_faces.h"
 
 namespace kestralum {
 
 class ContactSet {
 public:
-    // The surface of the whole mesh; what a pair uses of it is that of its parts, found by name.
-    ContactSet(std::span<const ContactPair> pairs, std::span<const Part> parts, const Mesh& mesh);
+    // `surface`: of the whole mesh; what a pair uses of it is that of its parts, found by name.
+    ContactSet(std::span<const ContactPair> pairs, std::span<const Part> parts, const Mesh& mesh, std::vector<SurfaceTriangle> surface);
 
     // Chooses the penalties. `sharing`: kinds of contact that a node may have at a time, walls included.
     void tune(double d_time, double stable_step, int sharing);
 
-    bool empty() const { return pairs_.empty(); }
-    std::span<const std::int32_t> nodes() const { return surface_nodes_; }
     // Both parts of a pair have a surface; and the surface nodes that two different parts share.
     bool can_act(std::size_t pair) const;
     std::int32_t common_nodes(std::size_t pair) const;
-    std::int64_t triangle_num() const { return static_cast<std::int64_t>(triangles_.size()); }
 
     // Forces of the configuration at `time`, added to arrays.F.
     void push(const ContactArrays& arrays, double time);
@@ -39,10 +36,6 @@ public:
     std::int64_t touching() const;
 
 private:
-    struct Triangle {
-        std::array<std::int32_t, 3> node;  // 0-based, winding outwards
-        std::int32_t part;
-    };
     // A node and a triangle that touch: the force on the node; the triangle's nodes take the opposite by
     // the weights of the foot point.
     struct Touch {
@@ -65,6 +58,8 @@ private:
     struct Side {
         std::vector<std::int32_t> nodes, triangles;  // of one part; triangles are indices
         std::vector<Memory> memory;                  // of each node
+        std::vector<std::int32_t> near;              // indices of nodes that may touch in the step
+        double reach = 0;                            // the largest of its nodes, m
     };
     // A regular grid of cells over the triangles of one side, in buckets.
     struct Grid {
@@ -82,7 +77,10 @@ private:
         std::vector<Touch> touches;
         bool self = false, begun = false;
     };
-    void find_surface(const Mesh& mesh);
+    void measure_edges(const Mesh& mesh);
+    // Nodes of side `slave` that the box of the other side, widened by the reach, holds, and those that were closed;
+    // marks them for find_normals().
+    void find_near(Active& active, std::size_t slave, const double* x);
     void fill_grid(const std::vector<std::int32_t>& triangles, const double* x, double reach);
     void touch_side(Active& active, std::size_t slave, const ContactArrays& arrays);
     // The triangle of the grid that the touch's node lies least deep behind.
@@ -99,12 +97,12 @@ private:
                     std::array<double, 3>& weight, std::array<double, 3>& normal, double& height) const;
 
     std::vector<Active> pairs_;
-    std::vector<Triangle> triangles_;
-    std::vector<std::int32_t> surface_nodes_;
+    std::vector<SurfaceTriangle> triangles_;
     std::vector<double> size_;        // per node: longest edge of the surface around it at the start, m
     std::vector<double> sum_, most_;  // per node: its weights in the contacts of a step, and the most so far
-    std::vector<std::array<double, 3>>
-        normal_;  // per node: unit outward normal in the configuration in force
+    std::vector<char> marked_;        // per node: near in some pair
+    std::vector<std::array<double, 3>> normal_;  // per marked node: unit outward normal in the configuration in force
+    std::vector<std::int32_t> met_;   // triangles that near nodes may meet
     Grid grid_;
     double d_time_ = 0;
 };

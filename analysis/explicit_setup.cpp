@@ -52,20 +52,6 @@ bool check_input(const ModelStore& store, RunReport& report) {
     return true;
 }
 
-std::vector<std::int32_t> surface_nodes(const Mesh& mesh) {
-    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
-    std::vector<char> on(static_cast<std::size_t>(mesh.node_num()), 0);
-    for (const ElementFace& face : free_faces(mesh))
-        for (int local : outward_triangles(mesh.element_type, face.face))
-            on[static_cast<std::size_t>(
-                node_index(mesh.connectivity[static_cast<std::size_t>(face.element) * per_element +
-                                             static_cast<std::size_t>(local)]))] = 1;
-    std::vector<std::int32_t> nodes;
-    for (std::size_t n = 0; n < on.size(); ++n)
-        if (on[n]) nodes.push_back(static_cast<std::int32_t>(n));
-    return nodes;
-}
-
 // The surface for contact, when it is on; what keeps a pair from acting is said.
 void extract_surface(const ModelStore& store, ExplicitState& s, RunReport& report) {
     const auto& pairs = store.explicit_tables.contacts;
@@ -73,9 +59,11 @@ void extract_surface(const ModelStore& store, ExplicitState& s, RunReport& repor
         if (!pairs.empty()) remark(report, "Element_contact is off: the pairs of ELEMENT_CONTACT do not act");
         return;
     }
-    s.contacts.emplace(pairs, store.parts, store.mesh);
-    console::print("Nnode_s=%zu\n", s.contacts->nodes().size());
-    console::print("Ntri_s=%lld\n", static_cast<long long>(s.contacts->triangle_num()));
+    std::vector<SurfaceTriangle> surface = surface_triangles(store.mesh);
+    s.contact_nodes = surface_nodes(surface, store.mesh.node_num());
+    console::print("Nnode_s=%zu\n", s.contact_nodes.size());
+    console::print("Ntri_s=%zu\n", surface.size());
+    s.contacts.emplace(pairs, store.parts, store.mesh, std::move(surface));
     for (std::size_t k = 0; k < pairs.size(); ++k) {
         if (!s.contacts->can_act(k))
             remark(report, "contact " + pairs[k].name + ": a part of it has no surface in this model");
@@ -85,7 +73,9 @@ void extract_surface(const ModelStore& store, ExplicitState& s, RunReport& repor
                                            pairs[k].name.c_str(), pairs[k].part_name[0].c_str(),
                                            pairs[k].part_name[1].c_str(), common));
     }
-    if (pairs.empty()) s.contacts.reset();
+    if (!pairs.empty()) return;
+    s.contacts.reset();
+    s.contact_nodes.clear();
 }
 
 double sum_of(const std::vector<double>& values) {
@@ -379,9 +369,8 @@ void set_contacts(const ModelStore& store, ExplicitState& s, RunReport& report) 
     if (tables.walls.empty() && !s.contacts) return;
     const int sharing = static_cast<int>(tables.walls.size()) + (s.contacts ? 2 : 0);
     if (!tables.walls.empty()) {
-        s.walls.emplace(tables.walls, store.parameters, surface_nodes(store.mesh), s.d_time, s.stable_step,
-                        sharing);
-        s.contact_nodes.assign(s.walls->nodes().begin(), s.walls->nodes().end());
+        if (s.contact_nodes.empty()) s.contact_nodes = surface_nodes(surface_triangles(store.mesh), store.mesh.node_num());
+        s.walls.emplace(tables.walls, store.parameters, s.contact_nodes, s.d_time, s.stable_step, sharing);
         const double ratio = s.walls->stiff_spring(s.mass);
         double zeta = 0;
         for (const RigidWall& wall : tables.walls) zeta = std::max(zeta, wall.damping);
@@ -392,7 +381,6 @@ void set_contacts(const ModelStore& store, ExplicitState& s, RunReport& report) 
         }
     }
     if (s.contacts) s.contacts->tune(s.d_time, s.stable_step, 1 + static_cast<int>(tables.walls.size()));
-    if (s.contacts) s.contact_nodes.assign(s.contacts->nodes().begin(), s.contacts->nodes().end());
     if (s.d_time > 0.9 * s.bound->undeformed().step)
         remark(report, "d_time is above 0.9 of the stable step: walls and contact are soft, to stay stable");
 }

@@ -30,9 +30,6 @@ public:
     WallSet(std::span<const RigidWall> walls, std::span<const Parameter> parameters,
             std::vector<std::int32_t> nodes, double d_time, double stable_step, int sharing);
 
-    bool empty() const { return walls_.empty(); }
-    std::span<const std::int32_t> nodes() const { return nodes_; }
-
     // Normal forces of the configuration at `time`, added to arrays.F. False when a wall's displacement
     // has no value.
     bool push(const ContactArrays& arrays, double time);

@@ -102,4 +102,27 @@ void update_node_normals(Mesh& mesh) {
     }
 }
 
+std::vector<SurfaceTriangle> surface_triangles(const Mesh& mesh) {
+    std::vector<SurfaceTriangle> out;
+    for (const ElementFace& face : free_faces(mesh)) {
+        const auto e = static_cast<std::size_t>(face.element);
+        const std::int32_t* element = &mesh.connectivity[e * static_cast<std::size_t>(mesh.node_per_element())];
+        const auto local = outward_triangles(mesh.element_type, face.face);
+        const auto node = [&](std::size_t k) { return static_cast<std::int32_t>(node_index(element[local[k]])); };
+        for (std::size_t k = 0; k + 2 < local.size(); k += 3)
+            out.push_back({{node(k), node(k + 1), node(k + 2)}, mesh.p_ele_part_id[e]});
+    }
+    return out;
+}
+
+std::vector<std::int32_t> surface_nodes(std::span<const SurfaceTriangle> surface, std::int32_t node_num) {
+    std::vector<char> on(static_cast<std::size_t>(node_num), 0);
+    for (const SurfaceTriangle& triangle : surface)
+        for (std::int32_t n : triangle.node) on[static_cast<std::size_t>(n)] = 1;
+    std::vector<std::int32_t> nodes;
+    for (std::int32_t n = 0; n < node_num; ++n)
+        if (on[static_cast<std::size_t>(n)]) nodes.push_back(n);
+    return nodes;
+}
+
 }  // namespace kestralum

@@ -1,7 +1,9 @@
 // The faces of a mesh that belong to one element only: its surface.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "model/model_store.h"
@@ -15,5 +17,14 @@ struct ElementFace {
 
 // Faces whose corner nodes no other element shares, in element order. O(faces).
 std::vector<ElementFace> free_faces(const Mesh& mesh);
+
+struct SurfaceTriangle {
+    std::array<std::int32_t, 3> node;  // 0-based, winding outwards
+    std::int32_t part;
+};
+
+// The free faces cut into triangles, in their order, and the nodes of such a surface, ascending.
+std::vector<SurfaceTriangle> surface_triangles(const Mesh& mesh);
+std::vector<std::int32_t> surface_nodes(std::span<const SurfaceTriangle> surface, std::int32_t node_num);
 
 }  // namespace kestralum
