@@ -23,6 +23,12 @@ struct Publishing : ::testing::Test {
     console::Capture console;
 
     void SetUp() override { cleared.results.resize(1, store.mesh.dof_num); }
+    // the write fails with one line that gives the reason
+    void expect_refused(bool written, const std::string& file, const std::string& reason) {
+        EXPECT_FALSE(written);
+        EXPECT_EQ(console.errors, "log\\" + file + " cannot be written: " + reason + "\n");
+        console.errors.clear();
+    }
     std::ptrdiff_t files() const {
         return std::distance(std::filesystem::directory_iterator(folder.path() / "log"),
                              std::filesystem::directory_iterator());
@@ -66,39 +72,27 @@ TEST_F(Publishing, AFullDiskLeavesTheEarlierFileAsItWas) {
     folder.write("log/full.vtu", "earlier");
     for (const Publish publish : {Publish::hold, Publish::now}) {
         std::filesystem::create_symlink("/dev/full", held);
-        console.errors.clear();
-        EXPECT_FALSE(write_results(store, publish, 2));
-        EXPECT_EQ(console.errors, "log\\result_full.txt cannot be written: No space left on device\n");
+        expect_refused(write_results(store, publish, 2), "result_full.txt", "No space left on device");
         EXPECT_TRUE(console.lines.ends_with("FILE CLOSE ERROR\n"));
         EXPECT_EQ(read_file(target), "earlier");
         EXPECT_FALSE(std::filesystem::is_symlink(held)) << "what is left of the try goes";
     }
     std::filesystem::create_symlink("/dev/full", folder.path() / "log/full.vtu.part");
-    console.errors.clear();
-    EXPECT_FALSE(write_vtu(store));
-    EXPECT_EQ(console.errors, "log\\full.vtu cannot be written: No space left on device\n");
+    expect_refused(write_vtu(store), "full.vtu", "No space left on device");
     EXPECT_EQ(read_file(folder.path() / "log/full.vtu"), "earlier");
     EXPECT_EQ(files(), 2);
 }
 
-TEST_F(Publishing, AFolderThatCannotBeWrittenIsOneErrorLine) {
+TEST_F(Publishing, FoldersThatAreAbsentOrInTheFilesPlaceAreOneErrorLine) {
     paths::set_log_directory(folder.file("absent"));
-    EXPECT_FALSE(write_results(store, Publish::now, 1));
+    expect_refused(write_results(store, Publish::now, 1), "result_full.txt", "No such file or directory");
     EXPECT_TRUE(console.lines.ends_with("resfile_name:log\\result_full.txt\nFILE OPEN ERROR\n"));
-    EXPECT_EQ(console.errors, "log\\result_full.txt cannot be written: No such file or directory\n");
-    console.errors.clear();
-    EXPECT_FALSE(write_vtu(store));
-    EXPECT_EQ(console.errors, "log\\full.vtu cannot be written: No such file or directory\n");
+    expect_refused(write_vtu(store), "full.vtu", "No such file or directory");
     release_held_results(store);
-}
-
-TEST_F(Publishing, AFolderInTheFilesPlaceIsToldWithItsReason) {
+    paths::set_log_directory(folder.file("log"));
     std::filesystem::create_directories(target / "x");
     std::filesystem::create_directories(folder.path() / "log/full.vtu/x");
-    EXPECT_FALSE(write_results(store, Publish::now, 1));
-    EXPECT_FALSE(write_vtu(store));
-    EXPECT_EQ(console.errors,
-              "log\\result_full.txt cannot be written: Is a directory\nlog\\full.vtu cannot be written: Is a "
-              "directory\n");
+    expect_refused(write_results(store, Publish::now, 1), "result_full.txt", "Is a directory");
+    expect_refused(write_vtu(store), "full.vtu", "Is a directory");
     EXPECT_EQ(files(), 2) << "no temporary file stays";
 }

@@ -13,18 +13,12 @@
 #include "results/text_output.h"
 #include "support/comma_locale.h"
 #include "support/temp_folder.h"
+#include "support/text_checks.h"
 
 using namespace kestralum;
 using namespace kestralum::testing;
 
 namespace {
-
-std::vector<std::string> lines_of(const std::string& text) {
-    std::istringstream stream(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);) lines.push_back(line);
-    return lines;
-}
 
 struct Section {
     std::string keyword;
@@ -76,10 +70,9 @@ std::string e(double value) {
 
 TEST(ResultNumbers, AreThePrintfOnes) {
     std::mt19937_64 random(11);
-    std::vector<double> values{0.0,          -0.0,          1,        -1,        9.9999995,
-                               0.1,          1e100,         -1e-100,  5e-324,    1.7976931348623157e308,
-                               std::nan(""), -std::nan(""), HUGE_VAL, -HUGE_VAL, 1.0000005,
-                               2.5e-7};
+    std::vector<double> values{0.0, -0.0, 1, -1, 9.9999995, 0.1, 1e100, -1e-100, 5e-324, 1.0000005, 2.5e-7};
+    for (double special : {1.7976931348623157e308, std::nan(""), HUGE_VAL})
+        values.insert(values.end(), {special, -special});
     while (values.size() < 100000) values.push_back(std::bit_cast<double>(random()));
     std::string text;
     for (double value : values) {
@@ -96,77 +89,81 @@ TEST(ResultNumbers, AreThePrintfOnes) {
 TEST(ResultFile, SectionsStandInOrderWithTheirCountsAndLines) {
     const TempFolder folder;
     const ModelStore store = full_store(ElementKind::tetrahedron4, 2);
-    const auto sections = sections_of(written(store, folder));
-    const std::vector<std::string> keywords{
-        "",           "Node",          "Element_type", "Element",    "mode_num",           "n_freq",
-        "mode_vec",   "node_stress",   "part_num_o",   "part_info",  "part_num",           "part_info",
-        "bc_num",     "bc_info",       "force_num",    "force_info", "rigid_element_info", "rigid_force_info",
-        "node_n_dir", "p_ele_part_id", "ana_type",     "size_info"};
-    ASSERT_EQ(sections.size(), keywords.size());
-    for (std::size_t k = 0; k < keywords.size(); ++k) EXPECT_EQ(sections[k].keyword, keywords[k]);
-    const auto line = [&](std::size_t section, std::size_t number) {
-        return sections.at(section).lines.at(number);
-    };
-    const Mesh& mesh = store.mesh;
-    const auto nodes = static_cast<std::size_t>(mesh.node_num()),
-               elements = static_cast<std::size_t>(mesh.element_num());
-    const std::size_t lengths[] = {
-        1, nodes + 1, 1, elements + 1, 1,        2, 3 * nodes, 3 * nodes, 1, 1, 1, 2, 1, 2, 1,
-        2, 3,         2, nodes,        elements, 1, 2};
-    for (std::size_t k = 0; k < keywords.size(); ++k)
-        EXPECT_EQ(sections[k].lines.size(), lengths[k]) << k << " " << keywords[k];
-
-    EXPECT_EQ(line(0, 0), "ver3.01");
-    EXPECT_EQ(line(1, 0), "18");
-    EXPECT_EQ(line(1, 18), "1.375000e+00 6.666667e-01 3.000000e+00");
-    EXPECT_EQ(line(2, 0), "1");
-    EXPECT_EQ(line(3, 0), "24");
-    EXPECT_EQ(line(3, 1), "1 2 5 11");
-    EXPECT_EQ(line(4, 0), "2");
-    EXPECT_EQ(line(5, 1), e(store.results.n_freq[1]));
+    const Results& results = store.results;
+    const auto nodes = static_cast<std::size_t>(store.mesh.node_num()), dofs = 3 * nodes,
+               elements = static_cast<std::size_t>(store.mesh.element_num());
     // row of degree of freedom 7: frame 1 shows vector 1, frame 2 vector 0
-    const std::size_t dofs = 3 * nodes;
-    EXPECT_EQ(line(6, 7), e(store.results.mode_vec[dofs + 7]) + " " + e(store.results.mode_vec[7]));
+    const std::string row = e(results.mode_vec[dofs + 7]) + " " + e(results.mode_vec[7]);
     std::string stress;
-    for (std::size_t c = 0; c < 10; ++c)
-        stress += (c ? " " : "") + e(store.results.node_stress[c * dofs + 7]);
-    EXPECT_EQ(line(7, 7), stress);
-    EXPECT_EQ(line(12, 0), "2");
-    EXPECT_EQ(line(13, 0),
-              "0  CLAMP  plane  x  0 0  0.000000e+00 0.000000e+00 -1.000000e+00 1.000000e+00 -2.000000e+00 "
-              "3.333333e-01");
-    EXPECT_EQ(line(15, 0),
-              "0  PUSH  node 0  y 1  -1.234568e+03  1.000000e-01 2.000000e-01 3.000000e-01"
-              "  0.000000e+00 0.000000e+00 0.000000e+00 0.000000e+00 0.000000e+00 0.000000e+00  3");
-    EXPECT_EQ(line(16, 1),
-              "0  HEAD  round 1  1.000000e+00 2.000000e+00 3.000000e+00"
-              "  0.000000e+00 0.000000e+00 0.000000e+00 2.500000e-01 2.000000e+00 1.000000e-03");
-    EXPECT_EQ(line(17, 0), "1");
-    EXPECT_EQ(line(17, 1), "0  TURN  FOOT  ry  4  3.500000e+00");
-    EXPECT_EQ(line(19, 11), "0");
-    EXPECT_EQ(line(19, 12), "1");
-    EXPECT_EQ(line(20, 0), "1");
-    EXPECT_EQ(line(21, 0), "0.000000e+00 0.000000e+00 0.000000e+00");
-    EXPECT_EQ(line(21, 1), "1.375000e+00 6.666667e-01 3.000000e+00");
-
-    Part part = store.parts[1];
-    std::string expected = "1  BLOCK  blue  1.000000e-01 3.333333e-01 9.000000e-01  STEEL  1  HOLLOWRECT  3 ";
-    for (double v : part.size) expected += " " + e(v);
-    expected += "  1 20 300 0 -5 2147483647 ";
-    for (double v : part.origin) expected += " " + e(v);
-    expected += " ";
-    for (double v : part.euler_angles) expected += " " + e(v);
-    EXPECT_EQ(line(11, 1), expected + "  1");
-    const double* normal = mesh.node_n_dir.data() + 3;
-    EXPECT_EQ(line(18, 1), e(normal[0]) + "  " + e(normal[1]) + "  " + e(normal[2]));
+    for (std::size_t c = 0; c < 10; ++c) stress += (c ? " " : "") + e(results.node_stress[c * dofs + 7]);
+    const Part& part = store.parts[1];
+    std::string block = "1  BLOCK  blue  1.000000e-01 3.333333e-01 9.000000e-01  STEEL  1  HOLLOWRECT  3 ";
+    for (double v : part.size) block += " " + e(v);
+    block += "  1 20 300 0 -5 2147483647 ";
+    for (double v : part.origin) block += " " + e(v);
+    block += " ";
+    for (double v : part.euler_angles) block += " " + e(v);
+    const double* n = store.mesh.node_n_dir.data() + 3;
+    const std::string normal = e(n[0]) + "  " + e(n[1]) + "  " + e(n[2]);
+    // keyword, number of lines, some of them by their index
+    const struct {
+        const char* keyword;
+        std::size_t lines;
+        std::vector<std::pair<std::size_t, std::string>> some;
+    } expected[] = {
+        {"", 1, {{0, "ver3.01"}}},
+        {"Node", nodes + 1, {{0, "18"}, {18, "1.375000e+00 6.666667e-01 3.000000e+00"}}},
+        {"Element_type", 1, {{0, "1"}}},
+        {"Element", elements + 1, {{0, "24"}, {1, "1 2 5 11"}}},
+        {"mode_num", 1, {{0, "2"}}},
+        {"n_freq", 2, {{1, e(results.n_freq[1])}}},
+        {"mode_vec", dofs, {{7, row}}},
+        {"node_stress", dofs, {{7, stress}}},
+        {"part_num_o", 1, {{0, "1"}}},
+        {"part_info", 1, {}},
+        {"part_num", 1, {{0, "2"}}},
+        {"part_info", 2, {{1, block + "  1"}}},
+        {"bc_num", 1, {{0, "2"}}},
+        {"bc_info",
+         2,
+         {{0,
+           "0  CLAMP  plane  x  0 0  0.000000e+00 0.000000e+00 -1.000000e+00 1.000000e+00 -2.000000e+00 "
+           "3.333333e-01"}}},
+        {"force_num", 1, {{0, "2"}}},
+        {"force_info",
+         2,
+         {{0,
+           "0  PUSH  node 0  y 1  -1.234568e+03  1.000000e-01 2.000000e-01 3.000000e-01"
+           "  0.000000e+00 0.000000e+00 0.000000e+00 0.000000e+00 0.000000e+00 0.000000e+00  3"}}},
+        {"rigid_element_info",
+         3,
+         {{1,
+           "0  HEAD  round 1  1.000000e+00 2.000000e+00 3.000000e+00"
+           "  0.000000e+00 0.000000e+00 0.000000e+00 2.500000e-01 2.000000e+00 1.000000e-03"}}},
+        {"rigid_force_info", 2, {{0, "1"}, {1, "0  TURN  FOOT  ry  4  3.500000e+00"}}},
+        {"node_n_dir", nodes, {{1, normal}}},
+        {"p_ele_part_id", elements, {{11, "0"}, {12, "1"}}},
+        {"ana_type", 1, {{0, "1"}}},
+        {"size_info",
+         2,
+         {{0, "0.000000e+00 0.000000e+00 0.000000e+00"}, {1, "1.375000e+00 6.666667e-01 3.000000e+00"}}},
+    };
+    const auto sections = sections_of(written(store, folder));
+    ASSERT_EQ(sections.size(), std::size(expected));
+    for (std::size_t k = 0; k < sections.size(); ++k) {
+        SCOPED_TRACE(expected[k].keyword);
+        EXPECT_EQ(sections[k].keyword, expected[k].keyword);
+        ASSERT_EQ(sections[k].lines.size(), expected[k].lines);
+        for (const auto& [index, line] : expected[k].some) EXPECT_EQ(sections[k].lines[index], line);
+    }
 }
 
 TEST(ResultFile, ASingleModeStandsAloneOnItsLine) {
     const TempFolder folder;
     const auto sections = sections_of(written(full_store(ElementKind::hexahedron, 1), folder));
-    for (const std::string& line : sections[6].lines) ASSERT_EQ(line.find(' '), std::string::npos);
-    EXPECT_EQ(std::count(sections[7].lines[0].begin(), sections[7].lines[0].end(), ' '), 4);
-    EXPECT_EQ(std::count(sections[3].lines[1].begin(), sections[3].lines[1].end(), ' '), 7);
+    for (const std::string& line : sections[6].lines) ASSERT_FALSE(contains(line, " "));
+    EXPECT_EQ(tokens_of(sections[7].lines[0]).size(), 5u);
+    EXPECT_EQ(tokens_of(sections[3].lines[1]).size(), 8u);
 }
 
 TEST(ResultFile, TheConsoleFollowsTheWritingAndTheReading) {
@@ -195,17 +192,15 @@ TEST(ResultFile, TheConsoleFollowsTheWritingAndTheReading) {
     EXPECT_EQ(console.notices + console.errors, "");
 }
 
-class RoundTrip : public ::testing::TestWithParam<std::tuple<ElementKind, int>> {};
+class RoundTrip : public ::testing::TestWithParam<ElementKind> {};
 INSTANTIATE_TEST_SUITE_P(ResultFile, RoundTrip,
-                         ::testing::Combine(::testing::Values(ElementKind::hexahedron,
-                                                              ElementKind::tetrahedron4,
-                                                              ElementKind::tetrahedron10),
-                                            ::testing::Values(1, 3, 6)));
+                         ::testing::Values(ElementKind::hexahedron, ElementKind::tetrahedron4,
+                                           ElementKind::tetrahedron10));
 
 TEST_P(RoundTrip, RewritingGivesTheSameBytes) {
     const TempFolder folder;
-    const auto [kind, modes] = GetParam();
-    const ModelStore store = full_store(kind, modes);
+    const std::size_t modes = 3;
+    const ModelStore store = full_store(GetParam(), modes);
     const std::string first = written(store, folder);
     const ModelStore read = read_back();
     EXPECT_EQ(written(read, folder, "again.txt"), first);
@@ -216,7 +211,7 @@ TEST_P(RoundTrip, RewritingGivesTheSameBytes) {
     EXPECT_EQ(read.rigid_forces[0].element, 1) << "the name becomes the index again";
     // column i of the file held the vector that frame i showed; now it is vector i
     const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
-    for (std::size_t k = 0; k < static_cast<std::size_t>(modes); ++k) {
+    for (std::size_t k = 0; k < modes; ++k) {
         EXPECT_EQ(read.results.frame_vector[k], static_cast<std::int32_t>(k));
         const auto row = static_cast<std::size_t>(store.results.frame_vector[k]);
         for (std::size_t r = 0; r < dofs; ++r) {
@@ -247,8 +242,8 @@ TEST(ResultFile, EverythingOfTheFormerModelIsReplaced) {
 TEST(ResultFile, OfTheStartUpModelIsReadBackWithItsNodeAndNoValues) {
     const TempFolder folder;
     const std::string bytes = written(placeholder_model(), folder);
-    EXPECT_NE(bytes.find("\nmode_vec\n%\nnode_stress\n%\n"), std::string::npos);
-    EXPECT_NE(bytes.find("\nnode_n_dir\n0.000000e+00  0.000000e+00  0.000000e+00\n%\n"), std::string::npos)
+    EXPECT_TRUE(contains(bytes, "\nmode_vec\n%\nnode_stress\n%\n"));
+    EXPECT_TRUE(contains(bytes, "\nnode_n_dir\n0.000000e+00  0.000000e+00  0.000000e+00\n%\n"))
         << "one line per node";
     const ModelStore read = read_back();
     EXPECT_EQ(read.mesh.node_num(), 1);
@@ -310,7 +305,7 @@ TEST(ResultFile, IsAskedForOnTheConsoleUntilOneIsRead) {
     EXPECT_EQ(console.lines.find("----------read_data"), 0u);
     store = placeholder_model();
     EXPECT_FALSE(read_results()) << "the console has ended";
-    EXPECT_NE(console.errors.find("result file"), std::string::npos) << "and that is said";
+    EXPECT_TRUE(contains(console.errors, "result file")) << "and that is said";
     std::cin.clear();
     std::cin.rdbuf(former);
 }
