@@ -5,7 +5,10 @@
 #include <cmath>
 #include <limits>
 
+#include "support/text_checks.h"
+
 using namespace kestralum;
+using namespace kestralum::testing;
 
 namespace {
 
@@ -13,11 +16,6 @@ const std::vector<Parameter> parameters = {
     {0, "mm", 0.001, ""}, {1, "sine", 5, ""}, {2, "time2", 7, ""}, {3, "SWITCHx", 9, ""},
     {4, "sin", 11, ""},   {5, "_a1", 13, ""}, {6, "mm", 1000, ""}, {7, "e3", 17, ""},
     {8, "inf", 19, ""},   {9, "zero", 0, ""}, {10, "MM", 21, ""},  {11, "time", 23, ""},
-};
-
-struct Case {
-    const char* text;
-    double value;
 };
 
 std::string deep(int count, const char* open, const char* inner, const char* close) {
@@ -33,7 +31,7 @@ std::string deep(int count, const char* open, const char* inner, const char* clo
 TEST(Calculator, ValuesOfExpressions) {
     const double pi = std::acos(-1.0);
     // clang-format off
-    const Case cases[] = {
+    const std::pair<const char*, double> cases[] = {
         {"100*mm", 0.1}, {"7.8*1000", 7800}, {"2^3", 8}, {"sgn(-4)", -1}, {"sgn(0)", 0},
         {"sgn(1e-300)", 1}, {"SWITCH(-1, 1, 2, 3)", 3}, {"SWITCH(0,1,2,3)", 2}, {"SWITCH(2,1,2,3)", 1},
         {"SWITCH(0/0,1,2,3)", 0},
@@ -44,7 +42,7 @@ TEST(Calculator, ValuesOfExpressions) {
         {"-(1+2)", -3},
         // numbers
         {".5", 0.5}, {"5.", 5}, {"1e3", 1000}, {"1E-3", 0.001}, {"1.5e+2", 150}, {"0.1", 0.1},
-        {"+1.5", 1.5}, {"-1.5", -1.5}, {"1.2.e3*0", std::numeric_limits<double>::quiet_NaN()},
+        {"+1.5", 1.5}, {"-1.5", -1.5},
         // functions
         {"sin(0)", 0}, {"cos(0)", 1}, {"asin(1)*2", pi}, {"acos(-1)", pi}, {"sin(acos(0))", 1},
         {"SWITCH(sgn(-1),1,2,SWITCH(0,4,5,6))", 5}, {"cos (0)", 1},
@@ -53,14 +51,10 @@ TEST(Calculator, ValuesOfExpressions) {
         {"_a1", 13}, {"e3", 17}, {"inf", 19}, {"-inf", -19}, {"MM", 21}, {"3*e3", 51}, {" 1 +\t2\n", 3},
     };
     // clang-format on
-    for (const Case& c : cases) {
-        const CalcResult result = calc(c.text, parameters, 2.5);
-        if (std::isnan(c.value)) {
-            EXPECT_FALSE(result.ok()) << c.text;
-            continue;
-        }
-        EXPECT_TRUE(result.ok()) << c.text << ": " << result.error;
-        EXPECT_DOUBLE_EQ(result.value, c.value) << c.text;
+    for (const auto& [text, value] : cases) {
+        const CalcResult result = calc(text, parameters, 2.5);
+        EXPECT_TRUE(result.ok()) << text << ": " << result.error;
+        EXPECT_DOUBLE_EQ(result.value, value) << text;
     }
 }
 
@@ -68,10 +62,8 @@ TEST(Calculator, ValuesOfExpressions) {
 TEST(Calculator, NumbersAreReadExactly) {
     for (const char* text :
          {"0.1", "2.06e11", "1.7976931348623157e308", "8.66e-4", "123456789.123456789", "3e-7"}) {
-        const CalcResult alone = calc(text, {});
-        const CalcResult inside = calc(std::string("(") + text + ")", {});
-        EXPECT_EQ(alone.value, std::strtod(text, nullptr)) << text;
-        EXPECT_EQ(inside.value, alone.value) << text;
+        EXPECT_EQ(calc(text, {}).value, std::strtod(text, nullptr)) << text;
+        EXPECT_EQ(calc(std::string("(") + text + ")", {}).value, std::strtod(text, nullptr)) << text;
     }
 }
 
@@ -91,14 +83,14 @@ TEST(Calculator, ErrorsSayWhatIsWrongAndGiveZero) {
         {"SWITCH(1,2,3)", "SWITCH() takes 4, not 3"}, {"sin()", "'()'"},
         {"time(1)", "unknown function 'time'"}, {"1e999", "out of range"}, {"2^", "'^'"}, {"1,5", "',5'"},
         {"0x10", "'x10'"}, {"nan", "unknown name 'nan'"}, {"%", "'%'"}, {"1e", "'e'"},
-        {"\xff", "not understood"}, {deep(50000, "(", "1", ")"), "longer than 1024"},
-        {deep(1000, "-", "", ""), "not understood"},
+        {"1.2.e3*0", "not understood"}, {"\xff", "not understood"},
+        {deep(50000, "(", "1", ")"), "longer than 1024"}, {deep(1000, "-", "", ""), "not understood"},
     };
     // clang-format on
     for (const auto& [text, expected] : cases) {
         const CalcResult result = calc(text, parameters);
         EXPECT_EQ(result.value, 0) << text;
-        EXPECT_NE(result.error.find(expected), std::string::npos) << text << ": " << result.error;
+        EXPECT_TRUE(contains(result.error, expected)) << text << ": " << result.error;
     }
     // nothing of a failed text is left for the next one
     EXPECT_EQ(calc("(3)", {}).value, 3);

@@ -2,15 +2,14 @@
 // says why not, and in the latter case the store is as it was.
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "input/analysis_info_reader.h"
 #include "input/model_reader.h"
-#include "input_files.h"
 #include "model/console.h"
 #include "model_text.h"
+#include "support/text_damage.h"
 
 using namespace kestralum;
+using namespace kestralum::testing;
 
 namespace {
 
@@ -21,10 +20,10 @@ MATERIAL_EXTRA_INFO STEEL 8e10 2.5e8 1e9 ALU 2.6e10 1e8 0 %
 RIGID_WALL a b c % END
 )";
 
-struct Reader {
-    test::TemporaryFolder folder;
+struct DamagedModel : ::testing::Test {
+    TempFolder folder;
     const ModelStore before = placeholder_model();
-    const std::string before_digest = test::digest(before);
+    const std::string before_digest = digest(before);
     int read = 0, refused = 0;
 
     void check(const std::string& model, const std::string& control, const std::string& what) {
@@ -37,79 +36,51 @@ struct Reader {
         ASSERT_LE(report.remarks.errors.size(), 21u) << what;  // the list is kept short
         for (const std::string& line : report.remarks.errors) ASSERT_GT(line.size(), 10u) << what;
         if (!report.ok) {
-            ASSERT_EQ(test::digest(store), before_digest) << what;
+            ASSERT_EQ(digest(store), before_digest) << what;
         } else {
             ASSERT_EQ(store.results.mode_vec.size(), static_cast<std::size_t>(store.mode_count) *
                                                          static_cast<std::size_t>(store.mesh.dof_num));
             for (const Part& part : store.parts)
                 ASSERT_LT(static_cast<std::size_t>(part.material_id), store.materials.size()) << what;
         }
-        const std::string read_digest = test::digest(store);
+        const std::string read_digest = digest(store);
         const AnalysisInfoReport info = read_analysis_info(store);
         ASSERT_EQ(info.status == AnalysisInfoStatus::wrong, !info.remarks.errors.empty()) << what;
         if (info.status != AnalysisInfoStatus::read) {
-            ASSERT_EQ(test::digest(store), read_digest) << what;
+            ASSERT_EQ(digest(store), read_digest) << what;
         }
         (report.ok ? read : refused) += 1;
     }
 };
 
-const char* const odd_tokens[] = {
-    "%",         "END",        "-1",   "0",          "1e9",        "1e308*1e308",
-    "0/0",       "3000000000", "nope", "((((",       "part_info",  "material_info",
-    "parameter", "area",       "node", "unit=mm",    "x",          "1e-320",
-    "-",         "time",       "sin(", "2147483647", "HOLLOWCYLI", "VOL",
-    "STL",       "\xff\xfe"};
-
 }  // namespace
 
-TEST(DamagedModel, EveryPrefix) {
-    Reader reader;
-    for (std::size_t length = 0; length <= test::model_text.size(); ++length)
-        reader.check(test::model_text.substr(0, length), control_text.substr(0, length),
-                     "prefix of " + std::to_string(length));
+TEST_F(DamagedModel, EveryPrefix) {
+    for (std::size_t length = 0; length <= model_text.size() && !HasFatalFailure(); ++length)
+        check(model_text.substr(0, length), control_text.substr(0, length), std::to_string(length));
     // a prefix is a model only where it ends between records
-    EXPECT_GT(reader.read, 20);
-    EXPECT_GT(reader.refused, reader.read);
+    EXPECT_GT(read, 20);
+    EXPECT_GT(refused, read);
 }
 
-TEST(DamagedModel, RandomTokenChanges) {
-    Reader reader;
+TEST_F(DamagedModel, RandomTokenChanges) {
     std::mt19937 random(20260711);
-    const std::vector<std::string> model = test::tokens_of(test::model_text),
-                                   control = test::tokens_of(control_text);
-    const auto damage = [&](std::vector<std::string> tokens) {
-        const std::size_t at = random() % tokens.size();
-        switch (random() % 3) {
-            case 0:
-                tokens.erase(tokens.begin() + static_cast<std::ptrdiff_t>(at));
-                break;
-            case 1:
-                tokens[at] = odd_tokens[random() % std::size(odd_tokens)];
-                break;
-            default:
-                tokens.insert(tokens.begin() + static_cast<std::ptrdiff_t>(at),
-                              odd_tokens[random() % std::size(odd_tokens)]);
-        }
-        return test::joined(tokens);
-    };
-    for (int k = 0; k < 200; ++k) {
-        const std::string text = damage(model);
-        reader.check(text, damage(control), "change " + std::to_string(k) + "\n" + text);
-        if (HasFatalFailure()) return;
+    const auto model = tokens_of(model_text), control = tokens_of(control_text);
+    for (int k = 0; k < 200 && !HasFatalFailure(); ++k) {
+        const std::string text = damaged(model, random() % model.size(), random);
+        check(text, damaged(control, random() % control.size(), random), text);
     }
-    EXPECT_GT(reader.refused, 50);
+    EXPECT_GT(refused, 50);
 }
 
-TEST(DamagedModel, NoLimitOfLengthIsAssumed) {
-    Reader reader;
+TEST_F(DamagedModel, NoLimitOfLengthIsAssumed) {
     const std::string longest(200000, 'x');
-    reader.check("material_info " + longest + " 1 1 0 % END", longest, "long name");
-    reader.check("material_info A " + longest + " 1 0 % " + longest, "a explicit " + longest, "long number");
-    reader.check("material_info A " + std::string(50000, '(') + " 1 0 % END", "", "parentheses");
+    check("material_info " + longest + " 1 1 0 % END", longest, "long name");
+    check("material_info A " + longest + " 1 0 % " + longest, "a explicit " + longest, "long number");
+    check("material_info A " + std::string(50000, '(') + " 1 0 % END", "", "parentheses");
     std::string many = "boundary_condition ";
     for (int k = 0; k < 20000; ++k) many += "wrong ";
-    reader.check(many, "a explicit MATERIAL_EXTRA_INFO " + many, "many wrong tokens");
-    reader.check(std::string(1000, '\0') + "END", std::string("\0\0", 2), "zero bytes");
-    EXPECT_EQ(reader.refused, 3);
+    check(many, "a explicit MATERIAL_EXTRA_INFO " + many, "many wrong tokens");
+    check(std::string(1000, '\0') + "END", std::string("\0\0", 2), "zero bytes");
+    EXPECT_EQ(refused, 3);
 }

@@ -3,12 +3,12 @@
 
 #include <sstream>
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include "model/model_store.h"
+#include "support/temp_folder.h"
+#include "support/text_checks.h"
 
-namespace kestralum::test {
+namespace kestralum::testing {
 
 // A bar with a block on it.
 inline const std::string model_text = R"(material_info
@@ -50,51 +50,38 @@ rigid_combine
 END
 )";
 
-inline std::vector<std::string> tokens_of(const std::string& text) {
-    std::istringstream stream(text);
-    std::vector<std::string> tokens;
-    for (std::string token; stream >> token;) tokens.push_back(token);
-    return tokens;
-}
-
-inline std::string joined(const std::vector<std::string>& tokens) {
-    std::string text;
-    for (const std::string& token : tokens) text += token + "\n";
-    return text;
-}
-
 // Everything a reader may change, so that "unchanged" is one comparison.
 inline std::string digest(const ModelStore& s) {
     std::ostringstream out;
     out.precision(17);
+    const auto add = [&](const auto&... values) { ((out << values << ' '), ...) << '\n'; };
+    const auto add_all = [&](const auto& values) {
+        for (double v : values) out << v << ' ';
+    };
     for (const auto& m : s.materials)
-        out << m.id << m.name << ' ' << m.density << ' ' << m.young << ' ' << m.poisson << ' '
-            << m.shear_modulus << ' ' << m.yield_stress << ' ' << m.hardening << '\n';
-    for (const auto& p : s.parameters) out << p.id << p.name << '=' << p.value << '=' << p.expression << '\n';
+        add(m.id, m.name, m.density, m.young, m.poisson, m.shear_modulus, m.yield_stress, m.hardening);
+    for (const auto& p : s.parameters) add(p.id, p.name, p.value, p.expression);
     for (const auto* parts : {&s.parts, &s.parts_o})
         for (const auto& p : *parts) {
-            out << p.id << p.name << p.material_id << p.type_name << p.parent_index << p.unit_factor;
-            for (double v : p.size) out << ' ' << v;
-            for (double v : p.origin) out << ' ' << v;
-            out << '\n';
+            add(p.id, p.name, p.material_id, p.type_name, p.parent_index, p.unit_factor);
+            add_all(p.size);
+            add_all(p.origin);
         }
     for (const auto& b : s.boundary_conditions) {
-        out << b.id << b.name << static_cast<int>(b.kind) << b.axis;
-        for (double v : b.box) out << ' ' << v;
+        add(b.id, b.name, static_cast<int>(b.kind), b.axis);
+        add_all(b.box);
     }
-    for (const auto& f : s.forces)
-        out << f.id << f.name << static_cast<int>(f.kind) << f.axis << f.value << f.node;
-    for (const auto& e : s.rigid_elements) out << e.id << e.name << e.region[3];
-    for (const auto& f : s.rigid_forces) out << f.id << f.name << f.element << f.value;
-    for (const auto& c : s.rigid_combines)
-        out << c.id << c.name << c.element[0] << c.element[1] << c.stiffness[5];
-    out << s.mode_count << ' ' << s.iteration_limit << ' ' << s.mesh.node_num() << ' ' << s.mesh.element_num()
-        << ' ' << s.mesh.dof_num << ' ' << s.mesh.max_length << ' ' << s.results.mode_vec.size() << ' '
-        << s.results.n_freq.size() << '\n';
+    for (const auto& f : s.forces) add(f.id, f.name, static_cast<int>(f.kind), f.axis, f.value, f.node);
+    for (const auto& e : s.rigid_elements) add(e.id, e.name, e.region[3]);
+    for (const auto& f : s.rigid_forces) add(f.id, f.name, f.element, f.value);
+    for (const auto& c : s.rigid_combines) add(c.id, c.name, c.element[0], c.element[1], c.stiffness[5]);
+    const Mesh& mesh = s.mesh;
+    add(s.mode_count, s.iteration_limit, s.results.mode_vec.size(), s.results.n_freq.size());
+    add(mesh.node_num(), mesh.element_num(), mesh.dof_num, mesh.max_length);
     const AnalysisControl& c = s.control;
-    out << c.d_time << ' ' << c.end_time << ' ' << c.output_frequency << ' ' << c.c_alfa << ' '
-        << c.gravity_axis << ' ' << c.gravity_sign << c.plastic << c.element_contact;
+    add(c.d_time, c.end_time, c.output_frequency, c.c_alfa, c.gravity_axis, c.gravity_sign);
+    add(c.plastic, c.element_contact);
     return out.str();
 }
 
-}  // namespace kestralum::test
+}  // namespace kestralum::testing

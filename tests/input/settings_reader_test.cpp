@@ -6,10 +6,12 @@
 #include <algorithm>
 #include <climits>
 
-#include "input_files.h"
 #include "model/console.h"
+#include "support/temp_folder.h"
+#include "support/text_checks.h"
 
 using namespace kestralum;
+using namespace kestralum::testing;
 
 namespace {
 
@@ -24,17 +26,11 @@ std::string settings_text(const std::string& nl_static, const std::string& threa
 TEST(Settings, EveryEntryAndItsEcho) {
     console::Capture console;
     const Settings s = parse_settings(settings_text("go_on", "MAX"), "s.txt", 8);
-    EXPECT_EQ(s.memory_size, 2000);
-    EXPECT_EQ(s.free_hd_size, 1e5);
-    EXPECT_EQ(s.view_fovy, 40);
-    EXPECT_EQ(s.view_c_znear, 0.01);
-    EXPECT_EQ(s.view_c_zfar, 100);
+    EXPECT_EQ((std::array{s.memory_size, s.free_hd_size}), (std::array{2000.0, 1e5}));
+    EXPECT_EQ((std::array{s.view_fovy, s.view_c_znear, s.view_c_zfar}), (std::array{40.0, 0.01, 100.0}));
     EXPECT_EQ(s.ordering_type, "LMAX");
-    EXPECT_EQ(s.c_eigen_shift, 0.5);
-    EXPECT_EQ(s.div_memory_size, 2);
-    EXPECT_EQ(s.nl_static, 1);
-    EXPECT_EQ(s.nl_conv, 1e-3);
-    EXPECT_EQ(s.n_threads, 8);
+    EXPECT_EQ((std::array{s.c_eigen_shift, s.nl_conv}), (std::array{0.5, 1e-3}));
+    EXPECT_EQ((std::array{s.div_memory_size, s.nl_static, s.n_threads}), (std::array{2, 1, 8}));
     EXPECT_EQ(console.lines,
               "  MEMORY_SIZE=      2000[MB]\n  FREE_HD_SIZE=    100000[MB]\n  VIEW_FOVY:4.0e+01\n"
               "  VIEW_C_zNear:1.000e-02\n  VIEW_C_zFar:1.000e+02\n  ORDERING_TYPE:LMAX\n"
@@ -44,11 +40,7 @@ TEST(Settings, EveryEntryAndItsEcho) {
 }
 
 TEST(Settings, NumberOfThreads) {
-    const struct {
-        const char* word;
-        int kept;
-        const char* echo;
-    } cases[] = {
+    const std::tuple<const char*, int, const char*> cases[] = {
         {"16", 8, "  N_THREADS:16\n  N_THREADS:8\n"},
         {"2*2", 4, "  N_THREADS:4\n  N_THREADS:4\n"},
         {"3.9", 3, "  N_THREADS:3\n  N_THREADS:3\n"},
@@ -58,10 +50,10 @@ TEST(Settings, NumberOfThreads) {
         {"-1e99", INT_MIN, "  N_THREADS:-2147483648\n"},
         {"max", 0, "  N_THREADS:0\n  N_THREADS:0\n"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [word, kept, echo] : cases) {
         console::Capture console;
-        EXPECT_EQ(parse_settings(settings_text("stop", c.word), "s.txt", 8).n_threads, c.kept) << c.word;
-        EXPECT_NE(console.lines.find(c.echo), std::string::npos) << c.word << "\n" << console.lines;
+        EXPECT_EQ(parse_settings(settings_text("stop", word), "s.txt", 8).n_threads, kept) << word;
+        EXPECT_TRUE(contains(console.lines, echo)) << word << "\n" << console.lines;
     }
 }
 
@@ -69,8 +61,8 @@ TEST(Settings, WhatIsNotUnderstoodStaysZeroAndIsSaid) {
     {
         console::Capture console;
         EXPECT_EQ(parse_settings(settings_text("Stop", "1"), "s.txt", 8).nl_static, 0);
-        EXPECT_NE(console.lines.find("  NL_STATIC:Stop[0]\n"), std::string::npos);
-        EXPECT_NE(console.notices.find("s.txt: token 20 'Stop': expected stop or go_on"), std::string::npos)
+        EXPECT_TRUE(contains(console.lines, "  NL_STATIC:Stop[0]\n"));
+        EXPECT_TRUE(contains(console.notices, "s.txt: token 20 'Stop': expected stop or go_on"))
             << console.notices;
     }
     console::Capture console;
@@ -90,18 +82,18 @@ TEST(Settings, ShortFile) {
     EXPECT_EQ(s.memory_size, 10);
     EXPECT_EQ(s.free_hd_size, 0);
     EXPECT_EQ(s.n_threads, 0);
-    EXPECT_NE(console.lines.find("  NL_STATIC:[0]\n"), std::string::npos);
+    EXPECT_TRUE(contains(console.lines, "  NL_STATIC:[0]\n"));
     EXPECT_TRUE(console.lines.ends_with("  N_THREADS:0\n  N_THREADS:0\n"));
     EXPECT_EQ(console.notices, "s.txt: ends before FREE_HD_SIZE; it and what follows keep 0\n");
 }
 
 TEST(Settings, FileOnDisk) {
     const Settings before = settings();
-    const test::TemporaryFolder folder;
+    const TempFolder folder;
     {
         console::Capture console;
         settings().n_threads = 77;
-        EXPECT_EQ(read_setting_file(folder.name("none.txt")), SettingsStatus::missing);
+        EXPECT_EQ(read_setting_file(folder.file("none.txt")), SettingsStatus::missing);
         EXPECT_EQ(console.lines, "SETTING FILE OPEN ERROR\n");
         EXPECT_EQ(settings().n_threads, 77);
     }
