@@ -71,17 +71,13 @@ TEST_F(Batch, TheBarComesOutAsTheorySaysAndTheSummaryAgreesWithTheResultFile) {
     EXPECT_FALSE(exists("log/result_bar.txt.part") || exists("log/bar.vtu"));
     const auto largest = numbers_of(run.out, "largest displacement"),
                stress = numbers_of(run.out, "largest Mises stress");
-    const auto loads = numbers_of(run.out, "applied loads"), reactions = numbers_of(run.out, "reactions");
-    ASSERT_TRUE(largest.size() == 5 && stress.size() == 5 && loads.size() == 3 && reactions.size() == 3)
-        << run.out;
+    ASSERT_TRUE(largest.size() == 5 && stress.size() == 5) << run.out;
     EXPECT_NEAR(largest[0], bar_end, 1e-6 * bar_end);
     EXPECT_EQ(largest[2], 0.2);
     EXPECT_NEAR(stress[0], bar_mises, 1e-6 * bar_mises);
-    EXPECT_NEAR(loads[0], 1000, 1e-3);
-    EXPECT_NEAR(reactions[0], -1000, 1e-3);
-    const auto residual = numbers_of(run.out, "residual |Ku-F|/|F|");
-    ASSERT_EQ(residual.size(), 1u);
-    EXPECT_LT(residual[0], 1e-8);
+    expect_near(numbers_of(run.out, "applied loads"), {1000, 0, 0}, 1e-3);
+    expect_near(numbers_of(run.out, "reactions"), {-1000, 0, 0}, 1e-3);
+    expect_near(numbers_of(run.out, "residual |Ku-F|/|F|"), {0}, 1e-8);
     const ModelStore store = result("log/result_bar.txt");
     expect_largest(largest, store, displacement);
     expect_largest(stress, store, mises);
@@ -93,13 +89,8 @@ TEST_F(Batch, LoadsAndReactionsBalanceOnAFrameOfTwoParts) {
     folder.write("frame.txt", frame_text);
     const Ended run = this->run("static frame.txt --vtu");
     ASSERT_EQ(run.status, 0) << run.err;
-    const auto loads = numbers_of(run.out, "applied loads"), reactions = numbers_of(run.out, "reactions");
-    ASSERT_TRUE(loads.size() == 3 && reactions.size() == 3);
-    const double expected[] = {0, 300, -77};
-    for (std::size_t c = 0; c < 3; ++c) {
-        EXPECT_NEAR(loads[c], expected[c], 1e-4);
-        EXPECT_NEAR(reactions[c], -expected[c], 1e-4);
-    }
+    expect_near(numbers_of(run.out, "applied loads"), {0, 300, -77}, 1e-4);
+    expect_near(numbers_of(run.out, "reactions"), {0, -300, 77}, 1e-4);
     const ModelStore store = result("log/result_frame.txt");
     expect_largest(numbers_of(run.out, "largest displacement"), store, displacement);
     expect_largest(numbers_of(run.out, "largest Mises stress"), store, mises);

@@ -69,6 +69,12 @@ inline std::vector<double> numbers_of(const std::string& text, const std::string
     return numbers;
 }
 
+inline void expect_near(const std::vector<double>& numbers, const std::vector<double>& expected,
+                        double within) {
+    ASSERT_EQ(numbers.size(), expected.size());
+    for (std::size_t k = 0; k < numbers.size(); ++k) EXPECT_NEAR(numbers[k], expected[k], within);
+}
+
 struct Batch : ::testing::Test {
     TempFolder folder;
 

@@ -57,12 +57,9 @@ TEST(Placement, RotatesAboutZThenXThenZ) {
 }
 
 TEST(Merging, TwoBoxesShareTheirFace) {
-    console::Capture capture;
-    const std::vector<Part> parts{box("left", {0, 0, 0}, {1, 1, 1}, {2, 3, 4}),
-                                  box("right", {1, 0, 0}, {2, 1, 1}, {3, 3, 4})};
-    Mesh mesh;
-    Remarks remarks;
-    ASSERT_TRUE(build_mesh(parts, "", mesh, remarks));
+    const auto [good, mesh, remarks, lines] =
+        build({box("left", {0, 0, 0}, {1, 1, 1}, {2, 3, 4}), box("right", {1, 0, 0}, {2, 1, 1}, {3, 3, 4})});
+    ASSERT_TRUE(good);
     EXPECT_EQ(mesh.node_num(), 3 * 4 * 5 + 4 * 4 * 5 - 4 * 5);
     EXPECT_EQ(mesh.element_num(), 24 + 36);
     EXPECT_EQ(mesh.dof_num, 3 * mesh.node_num());
@@ -71,7 +68,7 @@ TEST(Merging, TwoBoxesShareTheirFace) {
     EXPECT_EQ(mesh.max_length, 3.0);
     EXPECT_EQ(count_bodies(mesh), 1);
     EXPECT_NEAR(volume_inside_surface(mesh), 3.0, 1e-12);
-    EXPECT_EQ(capture.lines,
+    EXPECT_EQ(lines,
               "max_length=3.000e+00\n"
               "part_type:0\npoint_num_temp=60\nelement_num_temp=24\ni_part=0, material_id = 0\nNelem1=24, "
               "Nnode1=60\n"
@@ -142,17 +139,13 @@ TEST(Merging, FindsEveryPairWhereverTheCellsOfTheGridLie) {
 }
 
 TEST(Merging, SaysWhichPartsShareNodes) {
-    console::Capture capture;
     // b and c meet a; all three meet on the edge x = 1, y = 1
-    const std::vector<Part> parts{box("a", {0, 0, 0}, {1, 1, 1}), box("alone", {9, 9, 9}, {1, 1, 1}),
-                                  box("b", {1, 0, 0}, {1, 1, 1}), box("c", {0, 1, 0}, {1, 1, 1})};
-    Mesh mesh;
-    Remarks remarks;
-    ASSERT_TRUE(build_mesh(parts, "", mesh, remarks));
-    EXPECT_TRUE(contains(capture.lines,
+    const Built built = build({box("a", {0, 0, 0}, {1, 1, 1}), box("alone", {9, 9, 9}, {1, 1, 1}),
+                               box("b", {1, 0, 0}, {1, 1, 1}), box("c", {0, 1, 0}, {1, 1, 1})});
+    EXPECT_TRUE(contains(built.lines,
                          "match_node_num=8\npart:0\npart:0, 2\npart:0, 3\npart:2\n"
                          "part:2, 3\nelement_num=4"))
-        << capture.lines;
+        << built.lines;
 }
 
 TEST(Assembly, RefusesPartsBelowTheMergingDistanceAndTwoElementTypes) {

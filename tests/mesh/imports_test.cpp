@@ -43,11 +43,8 @@ const VolFile vol_files[] = {
 TEST(Vol, NetgenFilesLoadAsClosedBodies) {
     for (const VolFile& file : vol_files) {
         SCOPED_TRACE(file.name);
-        console::Capture quiet;
-        const Part part = import_part("VOL", folder + file.name);
-        Mesh mesh;
-        Remarks remarks;
-        ASSERT_TRUE(build_mesh({&part, 1}, "", mesh, remarks)) << joined(remarks.errors);
+        const auto [good, mesh, remarks, lines] = build({import_part("VOL", folder + file.name)});
+        ASSERT_TRUE(good) << joined(remarks.errors);
         EXPECT_EQ(mesh.node_num(), file.nodes);
         EXPECT_EQ(mesh.element_type, file.kind);
         const JacobianCheck tetrahedra = check_tetrahedra(mesh);
@@ -59,9 +56,9 @@ TEST(Vol, NetgenFilesLoadAsClosedBodies) {
         // on a curved surface the second-order faces enclose more than the straight tetrahedra
         EXPECT_NEAR(volume_inside_surface(mesh), tetrahedra.volume,
                     (file.kind == ElementKind::tetrahedron10 ? file.within : 1e-12) * tetrahedra.volume);
-        EXPECT_TRUE(contains(quiet.lines,
-                             console::format("  Nelem:%d\n  element_type:%d\n  Nnode:%d\nFILE CLOSE !!\n",
-                                             file.elements, static_cast<int>(file.kind), file.nodes)));
+        EXPECT_TRUE(
+            contains(lines, console::format("  Nelem:%d\n  element_type:%d\n  Nnode:%d\nFILE CLOSE !!\n",
+                                            file.elements, static_cast<int>(file.kind), file.nodes)));
         if (file.kind != ElementKind::tetrahedron10 || file.within > 1e-9) continue;
         for (std::size_t e = 0; e < mesh.connectivity.size(); e += 10)  // straight edges
             for (std::size_t m = 0; m < 6; ++m) {
@@ -189,12 +186,9 @@ TEST(Stl, FacetsAreDegenerateHexahedraWithNodesOfTheirOwn) {
 }
 
 TEST(Stl, IsASurfaceThatMergesWithNobodyAndDecidesNothing) {
-    console::Capture capture;
-    const std::vector<Part> parts{import_part("STL", folder + "cube.stl"),
-                                  import_part("VOL", folder + "cube_stl_o1.vol")};
-    Mesh mesh;
-    Remarks remarks;
-    ASSERT_TRUE(build_mesh(parts, "", mesh, remarks)) << joined(remarks.errors);
+    const auto [good, mesh, remarks, lines] =
+        build({import_part("STL", folder + "cube.stl"), import_part("VOL", folder + "cube_stl_o1.vol")});
+    ASSERT_TRUE(good) << joined(remarks.errors);
     EXPECT_EQ(mesh.element_type, ElementKind::tetrahedron4);
     EXPECT_EQ(mesh.element_num(), 12);
     EXPECT_EQ(mesh.node_num(), 36 + 9);
@@ -209,8 +203,8 @@ TEST(Stl, IsASurfaceThatMergesWithNobodyAndDecidesNothing) {
         area += norm(cross(u, v)) / 2;
     }
     EXPECT_NEAR(area, 6, 1e-12);
-    EXPECT_TRUE(contains(capture.lines, "STL:FILE OPEN !!\nNelem1=12\nNnode1=36\nFILE CLOSE !!\n"));
-    EXPECT_TRUE(contains(joined(remarks.notices), "left out of analyses"));
+    EXPECT_TRUE(contains(lines, "STL:FILE OPEN !!\nNelem1=12\nNnode1=36\nFILE CLOSE !!\n"));
+    EXPECT_TRUE(contains(remarks.notices, "left out of analyses"));
 }
 
 TEST(Imports, FindTheFileBesideTheModelAndSayWhenThereIsNone) {
@@ -218,17 +212,14 @@ TEST(Imports, FindTheFileBesideTheModelAndSayWhenThereIsNone) {
     Part part = import_part("VOL", "netgen\\" + std::string(60, 'n'));
     part.size_text[0] = "netgen\\cube_csg_o1.vol";
     part.parent_name = "netgen\\cube_csg";
-    EXPECT_EQ(mesh_of({part}, KESTRALUM_SOURCE_DIR "/data/model.txt").element_num(), 6);
+    EXPECT_EQ(build({part}, KESTRALUM_SOURCE_DIR "/data/model.txt").mesh.element_num(), 6);
 
-    console::Capture capture;
-    const std::vector<Part> missing{import_part("VOL", "no_such.vol"), import_part("STL", folder)};
-    Mesh mesh;
-    Remarks remarks;
-    EXPECT_FALSE(build_mesh(missing, "m.txt", mesh, remarks));
-    ASSERT_EQ(remarks.errors.size(), 2u);
-    EXPECT_TRUE(contains(remarks.errors[0], "\"no_such.vol\" cannot be read: No such file"));
-    EXPECT_TRUE(contains(capture.lines, "VOL:FILE OPEN ERROR\n"));
-    EXPECT_TRUE(contains(capture.lines, "STL:FILE OPEN ERROR\n"));
+    const Built missing = build({import_part("VOL", "no_such.vol"), import_part("STL", folder)}, "m.txt");
+    EXPECT_FALSE(missing.good);
+    ASSERT_EQ(missing.remarks.errors.size(), 2u);
+    EXPECT_TRUE(contains(missing.remarks.errors[0], "\"no_such.vol\" cannot be read: No such file"));
+    EXPECT_TRUE(contains(missing.lines, "VOL:FILE OPEN ERROR\n"));
+    EXPECT_TRUE(contains(missing.lines, "STL:FILE OPEN ERROR\n"));
 }
 
 // What came of a damaged file: an error and nothing else, or a mesh that can be used.

@@ -22,23 +22,33 @@ inline Part make_part(const char* keyword, std::initializer_list<double> sizes,
     return part;
 }
 
-// Builds the mesh of good parts; what it prints is of no interest.
-inline Mesh mesh_of(const std::vector<Part>& parts, const char* model_file_name = "") {
-    console::Capture quiet;
+// What came of building a mesh; a refused model leaves the mesh alone.
+struct Built {
+    bool good;
     Mesh mesh;
     Remarks remarks;
-    EXPECT_TRUE(build_mesh(parts, model_file_name, mesh, remarks)) << joined(remarks.errors);
-    return mesh;
+    std::string lines;
+};
+inline Built build(const std::vector<Part>& parts, const char* model_file_name = "") {
+    console::Capture capture;
+    Built built{};
+    built.good = build_mesh(parts, model_file_name, built.mesh, built.remarks);
+    EXPECT_TRUE(built.good || built.mesh.node_num() == 0);
+    built.lines = capture.lines;
+    return built;
+}
+
+inline Mesh mesh_of(const std::vector<Part>& parts) {
+    const Built built = build(parts);
+    EXPECT_TRUE(built.good) << joined(built.remarks.errors);
+    return built.mesh;
 }
 
 // Errors of parts that cannot be meshed.
 inline std::string errors_of(const std::vector<Part>& parts) {
-    console::Capture quiet;
-    Mesh mesh;
-    Remarks remarks;
-    EXPECT_FALSE(build_mesh(parts, "", mesh, remarks));
-    EXPECT_EQ(mesh.node_num(), 0) << "a refused model must leave the mesh alone";
-    return joined(remarks.errors);
+    const Built built = build(parts);
+    EXPECT_FALSE(built.good);
+    return joined(built.remarks.errors);
 }
 
 // Smallest Jacobian determinant at the 2×2×2 Gauss points, plain and divided by the lengths of its

@@ -197,12 +197,9 @@ TEST(Meshers, PrintTheirHeads) {
         {make_part("SPHERE", {}, {}), "Nelem1=0, Nnode1=0\nSPHERE:dr=0\nR=0.000000e+00\nelement_type=0\n"},
     };
     for (const auto& [part, lines] : expected) {
-        console::Capture capture;
-        Mesh mesh;
-        Remarks remarks;
-        ASSERT_TRUE(build_mesh({&part, 1}, "", mesh, remarks));
-        EXPECT_TRUE(contains(capture.lines, lines)) << capture.lines;
-        EXPECT_EQ(remarks.notices.size(), part.type == Shape::sphere ? 1u : 0u);
+        const Built built = build({part});
+        EXPECT_TRUE(built.good && contains(built.lines, lines)) << built.lines;
+        EXPECT_EQ(built.remarks.notices.size(), part.type == Shape::sphere ? 1u : 0u);
     }
 }
 
@@ -265,13 +262,10 @@ TEST(Meshers, DivisionsBelowOneMakeNoElementsAndSaySo) {
             for (int division : {0, -1, -2147483647 - 1}) {
                 Part part = make_part(row.keyword, {4, 5, 0.5, 2, 1}, {9, 9, 2, 2});
                 part.div[static_cast<std::size_t>(slot)] = division;
-                console::Capture quiet;
-                Mesh mesh;
-                Remarks remarks;
-                EXPECT_TRUE(build_mesh({&part, 1}, "", mesh, remarks));
-                EXPECT_EQ(mesh.element_num(), 0);
-                EXPECT_EQ(remarks.notices.size(), 1u) << row.keyword;
-                EXPECT_TRUE(contains(joined(remarks.notices), "without elements"));
+                const Built built = build({part});
+                EXPECT_TRUE(built.good && built.mesh.element_num() == 0) << row.keyword;
+                EXPECT_EQ(built.remarks.notices.size(), 1u) << row.keyword;
+                EXPECT_TRUE(contains(built.remarks.notices, "without elements"));
             }
     }
 }
