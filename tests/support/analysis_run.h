@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 
 #include "analysis/run_report.h"
 #include "elements/constraints.h"
@@ -82,6 +83,11 @@ protected:
     std::array<double, 3> displacement(double x, double y, double z) const {
         const double* u = &store.results.mode_vec[3 * node_at(x, y, z)];
         return {u[0], u[1], u[2]};
+    }
+    // Prints the figure with what it should be; `tolerance` is relative.
+    static void expect_figure(const std::string& what, double value, double exact, double tolerance) {
+        std::printf("    %s: %.5g (%.5g, %+.2f %%)\n", what.c_str(), value, exact, 100 * (value / exact - 1));
+        EXPECT_NEAR(value, exact, tolerance * std::abs(exact)) << what;
     }
     std::filesystem::path log(const std::string& name) const { return folder.path() / "log" / name; }
     std::string file(const std::string& name) const { return read_file(log(name)); }
