@@ -16,21 +16,26 @@ using namespace kestralum::testing;
 
 namespace {
 
-void choose(QFileDialog* dialog, const std::string& file) {
-    EXPECT_EQ(dialog->windowTitle(), "Open file");
-    dialog->findChild<QLineEdit*>("fileNameEdit")->setText(QString::fromStdString(file));
-    QMetaObject::invokeMethod(dialog, "accept");
-}
+class Files : public Window {
+protected:
+    // Answers the file dialog of a menu entry; without a name it is closed.
+    void choose(const char* entry, const std::string& file, const char* filter = nullptr) {
+        answer_next<QFileDialog>([&](QFileDialog* dialog) {
+            EXPECT_EQ(dialog->windowTitle(), "Open file");
+            EXPECT_TRUE(!filter || dialog->nameFilters() == (QStringList{filter, "All Files (*)"}));
+            if (file.empty()) return dialog->reject();
+            dialog->findChild<QLineEdit*>("fileNameEdit")->setText(QString::fromStdString(file));
+            QMetaObject::invokeMethod(dialog, "accept");
+        });
+        trigger(entry);
+        expect_answered();
+    }
+};
 
-TEST_F(Window, OpensAndUpdatesAModel) {
+TEST_F(Files, OpensAndUpdatesAModel) {
     const std::string file = folder.write("model.txt", block_text);
     console::Capture captured;
-    answer_next<QFileDialog>([&](QFileDialog* dialog) {
-        EXPECT_EQ(dialog->nameFilters(), (QStringList{"Text Files (*.txt)", "All Files (*)"}));
-        choose(dialog, file);
-    });
-    trigger("&Open Model File");
-    expect_answered();
+    choose("&Open Model File", file, "Text Files (*.txt)");
     EXPECT_TRUE(contains(captured.lines, "filename=" + file + "\n"));
     EXPECT_EQ(model_store().mesh.element_num(), 16);
     EXPECT_TRUE(window->windowTitle().contains("model.txt"));
@@ -42,54 +47,45 @@ TEST_F(Window, OpensAndUpdatesAModel) {
     EXPECT_EQ(model_store().mesh.element_num(), 32);
     EXPECT_EQ(camera().shift, camera_before) << "an update keeps the view";
 
-    answer_next<QFileDialog>([](QFileDialog* dialog) { dialog->reject(); });
-    trigger("&Open Model File");
-    expect_answered();
+    choose("&Open Model File", "");
     EXPECT_EQ(model_store().mesh.element_num(), 32);
-    answer_next<QFileDialog>([](QFileDialog* dialog) {
-        EXPECT_EQ(dialog->nameFilters(), (QStringList{"Text Files (*.mov)", "All Files (*)"}));
-        dialog->reject();
-    });
-    trigger("&Open Mov File");
-    expect_answered();
+    choose("&Open Mov File", "", "Text Files (*.mov)");
 }
 
-TEST_F(Window, KeepsTheModelWhenAFileIsDamaged) {
+TEST_F(Files, KeepsTheModelWhenAFileIsDamaged) {
     ASSERT_TRUE(open(block_text));
     const QString title = window->windowTitle();
-    QString told;
-    close_next_box(told);
-    EXPECT_FALSE(open(replaced(block_text, "0.4 0.2 0.2 0 0 0  4", "0.4 oops 0.2 0 0 0  4"), "damaged.txt"));
-    expect_answered();
-    EXPECT_TRUE(told.contains("damaged.txt") && told.contains("oops")) << told.toStdString();
-    EXPECT_EQ(model_store().mesh.element_num(), 16);
+    const std::string typo = replaced(block_text, "0.4 0.2 0.2 0 0 0  4", "0.4 oops 0.2 0 0 0  4");
+    const QString cut = write("not_a_result", "ver3.01\n%\nNode\n-5\n");
+    const struct {
+        std::function<bool()> opens;
+        const char *file, *what;
+    } damaged[] = {{[&] { return open(typo, "damaged.txt"); }, "damaged.txt", "oops"},
+                   {[&] { return window->open_results(cut); }, "not_a_result", "-5"},
+                   {[&] { return window->open_displacements("nowhere"); }, "nowhere", ""}};
+    for (const auto& d : damaged) {
+        const std::string told = told_by([&] { EXPECT_FALSE(d.opens()); });
+        EXPECT_TRUE(contains(told, d.file) && contains(told, d.what)) << told;
+    }
     EXPECT_EQ(window->windowTitle(), title);
     EXPECT_TRUE(contains(model_store().model_file_name, "model.txt"));
-    close_next_box(told);
-    EXPECT_FALSE(
-        window->open_results(QString::fromStdString(folder.write("not_a_result", "ver3.01\n%\nNode\n-5\n"))));
-    EXPECT_TRUE(told.contains("not_a_result") && told.contains("-5")) << told.toStdString();
-    close_next_box(told);
-    EXPECT_FALSE(window->open_displacements(QString::fromStdString(folder.file("nowhere"))));
-    EXPECT_TRUE(told.contains("nowhere"));
-    expect_answered();
     EXPECT_EQ(model_store().mesh.element_num(), 16);
     EXPECT_EQ(model_store().forces.size(), 1u);
     // tables that a file leaves out are carried over, and that is told
     ASSERT_TRUE(open(replaced(block_text, "apply_force\n  PULL area x 1000  0.4 0.4 -1 1 -1 1  %\n", ""),
                      "second.txt"));
-    EXPECT_TRUE(status().contains("apply_force")) << status().toStdString();
+    EXPECT_TRUE(contains(status(), "apply_force")) << status();
 }
 
 // What a run leaves in the window is in its file, and comes back from it.
-TEST_F(Window, RunsAnalysesAndReadsTheirResults) {
+TEST_F(Files, RunsAnalysesAndReadsTheirResults) {
     ASSERT_TRUE(open(bar_text, "bar.txt"));
     const QImage parts = picture();
     trigger("&Static");
     EXPECT_EQ(model_store().ana_type, AnalysisType::linear_static);
     EXPECT_TRUE(state().result_ready);
     EXPECT_NE(picture(), parts) << "contour and deformed shape are shown without a click";
-    EXPECT_TRUE(status().contains("2.5")) << status().toStdString();
+    EXPECT_TRUE(contains(status(), "2.5")) << status();
     const Results run = model_store().results;
 
     trigger("&Eigen(Lanczos)");
@@ -103,9 +99,7 @@ TEST_F(Window, RunsAnalysesAndReadsTheirResults) {
 
     trigger("&Static");  // its file again
     ASSERT_TRUE(open(block_text));
-    answer_next<QFileDialog>([&](QFileDialog* dialog) { choose(dialog, folder.file("log/result_bar.txt")); });
-    trigger("&Open Result File");
-    expect_answered();
+    choose("&Open Result File", folder.file("log/result_bar.txt"));
     EXPECT_TRUE(model_store().result_file_known);
     EXPECT_TRUE(state().result_ready);
     EXPECT_EQ(model_store().ana_type, AnalysisType::linear_static);
@@ -115,7 +109,7 @@ TEST_F(Window, RunsAnalysesAndReadsTheirResults) {
 }
 
 // Load and time steps are shown where they have led to, and played from the start.
-TEST_F(Window, RunsTheAnalysesThatGoInSteps) {
+TEST_F(Files, RunsTheAnalysesThatGoInSteps) {
     folder.write("bar.ana", "BAR explicit d_time 1e-7 end_time 1e-5 output_frequency 10 C_alfa 0 END\n");
     ASSERT_TRUE(open("step_num 4 %\niteration 30 %\n" + bar_text, "bar.txt"));
     const std::pair<const char*, AnalysisType> analyses[] = {
@@ -135,22 +129,18 @@ TEST_F(Window, RunsTheAnalysesThatGoInSteps) {
     }
 }
 
-TEST_F(Window, RefusedAnalysesTellWhy) {
-    QString told;
-    close_next_box(told);
-    trigger("&Static");  // the start-up model has nothing to analyse
-    expect_answered();
-    EXPECT_TRUE(told.contains("no solid elements")) << told.toStdString();
+TEST_F(Files, RefusedAnalysesTellWhy) {
+    // the start-up model has nothing to analyse
+    std::string told = told_by([&] { trigger("&Static"); });
+    EXPECT_TRUE(contains(told, "no solid elements")) << told;
     EXPECT_FALSE(state().result_ready);
     EXPECT_EQ(model_store().ana_type, AnalysisType::eigen) << "what is shown keeps its kind";
     ASSERT_TRUE(open(bar_text, "bar.txt"));
     {
         LogLock other;
         ASSERT_TRUE(other.take());
-        close_next_box(told);
-        trigger("&Static");
-        expect_answered();
-        EXPECT_TRUE(told.contains("another run")) << told.toStdString();
+        told = told_by([&] { trigger("&Static"); });
+        EXPECT_TRUE(contains(told, "another run")) << told;
         EXPECT_FALSE(state().result_ready);
     }
     trigger("&Static");
@@ -223,7 +213,7 @@ TEST_F(RealTime, EndsWithItsLastFrame) {
 }
 
 // The program's own driver: a bar that starts with a velocity, ten frames of it.
-TEST_F(Window, StepsTheExplicitAnalysisInRealTime) {
+TEST_F(Files, StepsTheExplicitAnalysisInRealTime) {
     folder.write("flying.ana",
                  "FLY explicit d_time 1e-7 end_time 1e-5 output_frequency 10 C_alfa 0\n"
                  "INITIAL_VELOCITY BAR part x 10  0 0 0 0 0 0 % END\n");
@@ -245,8 +235,7 @@ TEST_F(Window, StepsTheExplicitAnalysisInRealTime) {
     ASSERT_TRUE(open(block_text));
     captured.lines.clear();
     const std::string written = folder.file("log/disp_flying.txt");
-    answer_next<QFileDialog>([&](QFileDialog* dialog) { choose(dialog, written); });
-    trigger("&Open Disp. File");
+    choose("&Open Disp. File", written);
     EXPECT_EQ(model_store().ana_type, AnalysisType::explicit_dynamics);
     EXPECT_EQ(model_store().mesh.element_num(), 32);
     EXPECT_TRUE(model_store().forces.empty()) << "the forces belong to another mesh";
@@ -259,18 +248,16 @@ TEST_F(Window, StepsTheExplicitAnalysisInRealTime) {
     // cut short it is told and left alone
     const std::string text = read_file(written);
     for (const char* at : {"mode_vec", "node_stress", "size_info"}) {
-        QString told;
-        close_next_box(told);
-        folder.write("cut", text.substr(0, text.find(at) + 14));
-        EXPECT_FALSE(window->open_displacements(QString::fromStdString(folder.file("cut")))) << at;
+        told_by([&] {
+            EXPECT_FALSE(window->open_displacements(write("cut", text.substr(0, text.find(at) + 14)))) << at;
+        });
         EXPECT_EQ(model_store().results.mode_num(), 11);
     }
-    expect_answered();
 }
 
 // ---- long work
 
-TEST_F(Window, LongWorkShowsProgressAndCanBeCancelled) {
+TEST_F(Files, LongWorkShowsProgressAndCanBeCancelled) {
     ASSERT_TRUE(open(block_text));
     int highest = 0;
     QString text;

@@ -75,17 +75,13 @@ TEST_F(Window, HasItsControls) {
                         {"LightX", -10, 10, 0.01, L},     {"LightY", -10, 10, 0.01, L},
                         {"LightZ", -10, 10, 0.01, L}};
     for (const Row& row : rows) {
-        if (const auto* box = window->findChild<QSpinBox*>(row.label)) {
-            EXPECT_EQ(std::make_tuple(box->minimum(), box->maximum(), box->singleStep(), box->value(),
-                                      box->width()),
-                      std::make_tuple(int(row.low), int(row.high), int(row.step), int(row.start), 50));
-        } else {
-            const auto* decimal = window->findChild<QDoubleSpinBox*>(row.label);
-            ASSERT_NE(decimal, nullptr) << row.label;
-            EXPECT_EQ(std::make_tuple(decimal->minimum(), decimal->maximum(), decimal->singleStep(),
-                                      decimal->value(), decimal->width()),
-                      std::make_tuple(row.low, row.high, row.step, row.start, 50));
-        }
+        const auto* box = window->findChild<QAbstractSpinBox*>(row.label);
+        ASSERT_NE(box, nullptr) << row.label;
+        const std::pair<const char*, double> expected[] = {
+            {"minimum", row.low}, {"maximum", row.high}, {"singleStep", row.step}, {"value", row.start}};
+        for (const auto& [name, value] : expected)
+            EXPECT_EQ(box->property(name).toDouble(), value) << row.label << " " << name;
+        EXPECT_EQ(box->width(), 50);
     }
     const std::pair<const char*, double> values[] = {
         {"Mode Scale:", 2.5}, {"Model Trans.:", 0.4}, {"LightX", -1.5}, {"LightY", 2.25}, {"LightZ", 9.75}};
@@ -228,7 +224,7 @@ TEST_F(Window, RendersGrabsAndClearsPixmaps) {
     EXPECT_EQ(pixmap(), QSize(320, 200));
     trigger("&Clear Pixmap");
     EXPECT_EQ(pixmap(), QSize());
-    QString told;
+    std::string told;
     // the box comes up while the slot is still in its prompt's call
     answer_next<QInputDialog>([&](QInputDialog* dialog) {
         dialog->setTextValue("640*480");
@@ -237,7 +233,7 @@ TEST_F(Window, RendersGrabsAndClearsPixmaps) {
     });
     trigger("&Render into Pixmap...");
     expect_answered();
-    EXPECT_TRUE(told.contains("640*480")) << told.toStdString();
+    EXPECT_TRUE(contains(told, "640*480")) << told;
     EXPECT_EQ(pixmap(), QSize());
     QApplication::setActiveWindow(window.get());
     QTest::keyClick(window.get(), Qt::Key_G, Qt::ControlModifier);
@@ -248,21 +244,17 @@ TEST_F(Window, RendersGrabsAndClearsPixmaps) {
 }
 
 TEST_F(Window, BoxesComeUpAndExitCloses) {
-    QString told;
-    close_next_box(told);
-    trigger("&About");
-    EXPECT_TRUE(told.contains(
+    const std::string about = told_by([&] { trigger("&About"); });
+    EXPECT_TRUE(contains(
+        about,
         "The <b>Grabber</b> example demonstrates two approaches for rendering OpenGL into a Qt pixmap."));
-    close_next_box(told);
-    trigger("About &Qt");
+    told_by([&] { trigger("About &Qt"); });
     trigger("&Stop Rotate");
     trigger("&Open Graph Window");
     // the program ends after the box has told where the file was looked for
-    close_next_box(told);
-    emit window->view()->settings_missing();
-    expect_answered();
-    EXPECT_TRUE(told.contains("setting/setting.txt") && told.contains(QDir::currentPath()))
-        << told.toStdString();
+    const std::string missing = told_by([&] { emit window->view()->settings_missing(); });
+    EXPECT_TRUE(contains(missing, "setting/setting.txt")) << missing;
+    EXPECT_TRUE(contains(missing, QDir::currentPath().toStdString())) << missing;
     trigger("E&xit");
     EXPECT_FALSE(window->isVisible());
 }

@@ -56,8 +56,7 @@ TEST_F(Picture, ShowsTheColourOfEachValueAtItsNode) {
     set_results([](const double* x) { return Vec3{1e-9 * (x[0] - 1), 0, 0}; });
     state().auto_scale = false;
     state().contour = 1;
-    show_only({ViewFlag::fem});
-    window->view()->look_from(view::ViewDirection::z);
+    show_only({ViewFlag::fem}, view::ViewDirection::z);
     const QImage image = picture();
     const std::pair<double, std::array<int, 3>> known[] = {
         {0, {0, 0, 255}}, {1, {0, 255, 255}}, {2, {0, 255, 0}}, {3, {255, 255, 0}}, {4, {255, 0, 0}}};
@@ -74,8 +73,7 @@ TEST_F(Picture, ShowsTheColourOfEachValueAtItsNode) {
 
 TEST_F(Picture, LitFacesHaveThePartsColour) {
     show(hexa_box({{1, 1, 1}, {1, 1, 1}}));
-    show_only({ViewFlag::fem});
-    window->view()->look_from(view::ViewDirection::isometric);
+    show_only({ViewFlag::fem}, view::ViewDirection::isometric);
     const QImage image = picture();
     for (const Vec3& face : {Vec3{1, 0.5, 0.5}, {0.5, 1, 0.5}, {0.5, 0.5, 1}}) {
         const QColor seen = seen_at(image, face);
@@ -103,8 +101,7 @@ TEST_F(Picture, IsThatOfEveryElementsFaces) {
                 });
                 state().contour = contour;
                 state().transparency = alpha;
-                show_only({ViewFlag::fem});
-                window->view()->look_from(view::ViewDirection::isometric);
+                show_only({ViewFlag::fem}, view::ViewDirection::isometric);
                 const QImage drawn = picture();
                 window->view()->makeCurrent();
                 const ShownModel& shown = window->view()->shown();
@@ -174,8 +171,7 @@ TEST_F(Picture, ModesSwing) {
     QObject::connect(window->view(), &GLWidget::painted, [&] { phases.insert(state().phase); });
     ASSERT_TRUE(QTest::qWaitFor([&] { return phases.size() >= 5; }));
     // at its ends a free end is a fifth of the model apart from its place, to either side
-    show_only({ViewFlag::fem});
-    window->view()->look_from(view::ViewDirection::z);
+    show_only({ViewFlag::fem}, view::ViewDirection::z);
     for (const auto& [phase, end] : {std::pair{0, 1.2}, {10, 0.8}}) {
         state().phase = phase;
         const QImage image = picture();
@@ -196,8 +192,7 @@ TEST_F(Picture, RigidElementsMoveWithTheBody) {
     EXPECT_NEAR(holds[0].normal[0], 1, 1e-9);
     for (const std::int32_t n : holds[0].nodes)
         EXPECT_DOUBLE_EQ(view::triple(model_store().mesh.coordinates, n)[0], 0.4);
-    show_only({ViewFlag::rigid_element});
-    window->view()->look_from(view::ViewDirection::z);
+    show_only({ViewFlag::rigid_element}, view::ViewDirection::z);
     auto count_at = [&](const QImage& image, const Vec3& place, bool (*wanted)(const QColor&)) {
         const Vec3 at = pixel_of(place);
         int found = 0;
@@ -220,7 +215,7 @@ TEST_F(Picture, RigidElementsMoveWithTheBody) {
         EXPECT_GT(count_at(image, {0.497, 0.1 + lift, 0.1}, violet), 2) << "reference point, phase " << phase;
         EXPECT_GT(count_at(image, {0.53, 0.1 + lift, 0.1}, red), 2) << "force, phase " << phase;
     }
-    show_only({ViewFlag::fem});
+    show_only({ViewFlag::fem}, view::ViewDirection::z);
     for (int phase : {0, 10, 3, 4}) {
         state().phase = phase;
         picture();
@@ -298,10 +293,9 @@ TEST_F(Picture, ClickPicksTheNodeUnderIt) {
         const Vec3 at = pixel_of(place);
         const QImage before = picture();
         QTest::mouseClick(window->view(), Qt::LeftButton, {}, QPoint(int(at[0]), int(at[1])));
-        EXPECT_TRUE(status().contains(QString("Node:%1, D.o.f.:%2").arg(node).arg(3 * (node - 1))))
-            << status().toStdString();
-        EXPECT_TRUE(status().contains("Element:") && status().contains("Displacement x:"))
-            << status().toStdString();
+        const std::string picked = console::format("Node:%d, D.o.f.:%d", node, 3 * (node - 1));
+        for (const std::string& words : {picked, std::string("Element:"), std::string("Displacement x:")})
+            EXPECT_TRUE(contains(status(), words)) << status();
         EXPECT_NE(picture(), before) << "the pick is not marked";
     }
     QTest::mouseClick(window->view(), Qt::LeftButton, {}, QPoint(3, window->view()->height() / 2));

@@ -57,10 +57,13 @@ protected:
     const view::Picture& shown_picture() { return window->view()->shown().drawing.picture(); }
     view::Camera& camera() { return window->view()->shown().camera; }
     QImage picture() { return window->view()->grab_picture(); }
-    QString status() { return window->statusBar()->currentMessage(); }
+    std::string status() { return window->statusBar()->currentMessage().toStdString(); }
 
     bool open(const std::string& text, const std::string& name = "model.txt") {
-        return window->open_model(QString::fromStdString(folder.write(name, text)));
+        return window->open_model(write(name, text));
+    }
+    QString write(const std::string& name, const std::string& text) {
+        return QString::fromStdString(folder.write(name, text));
     }
     // A result by hand: displacement and stress (node_stress 4) are what `value` says of a node's place.
     void set_results(const std::function<view::Vec3(const double* x)>& value,
@@ -74,9 +77,10 @@ protected:
         state().result_ready = true;
         window->view()->shown().drawing.results_changed();
     }
-    void show_only(std::initializer_list<view::ViewFlag> flags) {
+    void show_only(std::initializer_list<view::ViewFlag> flags, view::ViewDirection from) {
         state().flags.fill(false);
         for (const view::ViewFlag flag : flags) state().flags[static_cast<std::size_t>(flag)] = true;
+        window->view()->look_from(from);
     }
 
     QAction* action(const QString& text) {
@@ -97,11 +101,19 @@ protected:
         wait_for_dialog<Dialog>(answer, 100);
     }
     // Reads and closes the next message box.
-    void close_next_box(QString& text) {
+    void close_next_box(std::string& text) {
         answer_next<QMessageBox>([&text](QMessageBox* box) {
-            text = box->text() + "\n" + box->informativeText();
+            text = (box->text() + "\n" + box->informativeText()).toStdString();
             box->accept();
         });
+    }
+    // What the message box says that comes up meanwhile.
+    std::string told_by(const std::function<void()>& what) {
+        std::string told;
+        close_next_box(told);
+        what();
+        expect_answered();
+        return told;
     }
     void expect_answered() { EXPECT_EQ(answered, expected_answers) << "a dialog did not come up"; }
 
