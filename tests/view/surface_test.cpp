@@ -100,23 +100,8 @@ TEST_P(SurfaceOf, DrawsEveryFaceWhenTransparent) {
     EXPECT_EQ(mesh.node_num() - edges + faces_once - mesh.element_num(), 1);
 }
 
-TEST_P(SurfaceOf, NormalsPointOutwards) {
-    const auto flat = triangle_normals(surface, mesh.coordinates);
-    for (std::int64_t t = 0; t < surface.triangle_num(); ++t) {
-        const std::int32_t* n = &surface.triangles[3 * t];
-        Vec3 middle{};
-        for (int k = 0; k < 3; ++k) middle = plus(middle, times(1.0 / 3, triple(mesh.coordinates, n[k])));
-        int sides = 0;
-        for (std::size_t c = 0; c < 3; ++c) {
-            const double normal = flat[3 * t + c];
-            if (normal == 0) continue;
-            ++sides;
-            EXPECT_NEAR(middle[c], normal > 0 ? plain.size[c] : 0, 1e-12);
-            EXPECT_NEAR(std::abs(normal), 1, 1e-6);
-        }
-        EXPECT_EQ(sides, 1);
-    }
-    // the mesh's own normals come from another loop
+// The mesh's own normals come from another loop.
+TEST_P(SurfaceOf, NodesHaveTheMeshsNormals) {
     const auto smooth = node_normals(surface, mesh.coordinates);
     for (std::size_t k = 0; k < smooth.size(); ++k) EXPECT_NEAR(smooth[k], mesh.node_n_dir[k], 1e-6);
 }

@@ -167,10 +167,7 @@ TEST(Symbols, LabelsNameSizesCountsAndParts) {
     EXPECT_EQ(names[1].text, "arm");
 }
 
-TEST(Display, ClampsAndAdvancesTheFrame) {
-    EXPECT_EQ(clamp_frame(0, 5), 1);
-    EXPECT_EQ(clamp_frame(9999, 5), 5);
-    EXPECT_EQ(clamp_frame(3, 0), 0);
+TEST(Display, AdvancesTheFrame) {
     DisplayState state;
     state.animation_running = true;
     std::vector<std::int32_t> shown;
@@ -187,13 +184,7 @@ TEST(Display, ClampsAndAdvancesTheFrame) {
     EXPECT_EQ(state.frame, 1);
 }
 
-TEST(Display, MenuAnswers) {
-    std::array<bool, 18> checked{};
-    checked[4] = true;
-    EXPECT_EQ(chosen_contour(checked, 4), -1);
-    checked[1] = true;
-    EXPECT_EQ(chosen_contour(checked, 4), 1);
-    EXPECT_EQ(chosen_contour({}, 4), -1);
+TEST(Display, PixmapSizesAreReadOrRefused) {
     for (const char* text : {"640x480", "640  x 480"})
         EXPECT_EQ(pixmap_size(text), (std::array{640, 480})) << text;
     for (const char* text : {"640*480", " 640x480", "640x480 ", "x480", "640x", "0x480", "-3x4",
