@@ -40,6 +40,7 @@ TEST_P(EveryKind, EveryTriangleOfEveryFaceWindsOutwards) {
         Vec3 centre{};
         for (int k = 0; k < nodes; ++k)
             for (std::size_t c = 0; c < 3; ++c) centre[c] += corner_of(mesh, e, k)[c] / nodes;
+        std::set<std::pair<Vec3, Vec3>> open_edges;  // met in this direction only
         for (std::int32_t f = 0; f < face_table(GetParam()).faces; ++f) {
             std::set<Vec3> on_face;
             for (int corner : face_corners(GetParam(), f)) on_face.insert(corner_of(mesh, e, corner));
@@ -48,10 +49,13 @@ TEST_P(EveryKind, EveryTriangleOfEveryFaceWindsOutwards) {
                 EXPECT_GT(dot(cross(minus(b, a), minus(c, a)), minus(a, centre)), 0)
                     << "element " << e << " face " << f;
                 for (const Vec3& p : {a, b, c}) corners_met += on_face.erase(p);
+                for (const auto& [from, to] : {std::pair{a, b}, {b, c}, {c, a}})
+                    if (!open_edges.erase({to, from})) open_edges.insert({from, to});
             });
             EXPECT_EQ(corners_met, face_corners(GetParam(), f).size())
                 << "corners and triangles tell of different faces";
         }
+        EXPECT_TRUE(open_edges.empty()) << "the triangles do not close around element " << e;
     }
 }
 
