@@ -39,25 +39,11 @@ void run_steps(ModelStore& store, ExplicitState& state, RunReport& report, std::
     state.loop_seconds += seconds_since(start);
 }
 
-// Keeps the frames that hold results.
-void cut_results(ModelStore& store, const ExplicitState& state) {
-    Results& results = store.results;
-    const auto frames = static_cast<std::size_t>(std::max<std::int64_t>(state.frames, 1)),
-               dofs = static_cast<std::size_t>(store.mesh.dof_num);
-    if (frames >= results.n_freq.size()) return;
-    results.n_freq.resize(frames);
-    results.frame_vector.resize(frames);
-    results.mode_vec.resize(frames * dofs);
-    results.node_stress.resize(frames * dofs * stress_groups);
-}
-
 bool write_history(const ModelStore& store, const ExplicitHistory& history) {
     std::string text;
     for (std::size_t c = 0; c < history.columns.size(); ++c) text += (c ? "," : "") + history.columns[c];
     text += '\n';
-    const std::string target = history_file_name(store), held = target + ".part";
-    TextOutput file(held);
-    if (file.is_open()) {
+    const std::string trouble = write_whole(history_file_name(store), [&](TextOutput& file) {
         file.write(text);
         file.write_rows(static_cast<std::int64_t>(history.rows()), 1, [&](std::int64_t r, std::string& line) {
             for (std::size_t c = 0; c < history.columns.size(); ++c) {
@@ -66,13 +52,9 @@ bool write_history(const ModelStore& store, const ExplicitHistory& history) {
             }
             line += '\n';
         });
-    }
-    const bool whole = file.is_open() && file.finish();
-    const std::string held_path = paths::to_platform(held);
-    if (whole && std::rename(held_path.c_str(), paths::to_platform(target).c_str()) == 0) return true;
-    console::error("%s cannot be written", target.c_str());
-    std::remove(held_path.c_str());
-    return false;
+    });
+    if (!trouble.empty()) console::error("%s", trouble.c_str());
+    return trouble.empty();
 }
 
 void fill_report(const ModelStore& store, const ExplicitState& s, RunReport& report) {
@@ -109,29 +91,11 @@ void fill_report(const ModelStore& store, const ExplicitState& s, RunReport& rep
     report.reaction = s.reaction;
 }
 
-void find_largest(const ModelStore& store, RunReport& report) {
-    const Mesh& mesh = store.mesh;
-    const auto dofs = static_cast<std::size_t>(mesh.dof_num), last = store.results.n_freq.size() - 1;
-    const double* u = store.results.mode_vec.data() + last * dofs;
-    const double* mises = store.results.node_stress.data() + (last * stress_groups + 4) * dofs;
-    for (std::size_t n = 0; n < dofs / 3; ++n) {
-        const double size =
-            std::sqrt(u[3 * n] * u[3 * n] + u[3 * n + 1] * u[3 * n + 1] + u[3 * n + 2] * u[3 * n + 2]);
-        const std::array<double, 3> place{mesh.coordinates[3 * n], mesh.coordinates[3 * n + 1],
-                                          mesh.coordinates[3 * n + 2]};
-        const auto node = static_cast<std::int32_t>(n + 1);
-        if (report.largest_displacement.node == 0 || size > report.largest_displacement.value)
-            report.largest_displacement = {node, size, place};
-        if (report.largest_mises.node == 0 || mises[3 * n] > report.largest_mises.value)
-            report.largest_mises = {node, mises[3 * n], place};
-    }
-}
-
 void finish(ModelStore& store, const Settings& settings, ExplicitState& state, RunReport& report) {
     console::print("Explicit Analysis Time:  %lf[s]\n", seconds_since(state.start));
-    cut_results(store, state);
+    store.results.keep(static_cast<std::int32_t>(std::max<std::int64_t>(state.frames, 1)), store.mesh.dof_num);
     fill_report(store, state, report);
-    find_largest(store, report);
+    report_largest(store, store.results.mode_num() - 1, report);
     report.clock.begin("write");
     report.written = write_results(store, Publish::now, settings.threads());
     report.dynamics.displacements_written = write_displacements(store, settings.threads());

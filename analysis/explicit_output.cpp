@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "analysis/explicit_state.h"
+#include "elements/finite_elements.h"
 #include "elements/constraints.h"
 #include "model/console.h"
 

@@ -257,13 +257,7 @@ void ExplicitBodies::start(std::span<const DrivenMembers> given, double d_time) 
 void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenMembers> driven, double d_time,
                              std::array<double, 2>& driving, std::array<double, 2>& loads) {
     const std::vector<RigidState> now = states();
-    std::vector<Vec6> resist(bodies_.size());
-    for (const RigidCombine& record : combines_) {
-        std::array<Vec6, 2> force{};
-        combine_forces(record, system_, now, force);
-        for (std::size_t side = 0; side < 2; ++side)
-            for (std::size_t c = 0; c < 6; ++c) resist[static_cast<std::size_t>(record.element[side])][c] += force[side][c];
-    }
+    const std::vector<Vec6> resist = combine_resistance(combines_, system_, now);
     reaction_ = {};
     for (std::size_t b = 0; b < bodies_.size(); ++b) {
         ExplicitBody& body = bodies_[b];

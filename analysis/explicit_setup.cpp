@@ -285,8 +285,8 @@ void set_initial_velocities(const ModelStore& store, const NodeElements& node_el
 }
 
 // The step in force: given, or 0.9 of the stable one.
-bool choose_step(const ModelStore& store, const SetUp& set_up, ExplicitState& s, RunReport& report) {
-    s.bound.emplace(store.mesh, store.parts, store.materials, set_up.mass_factor, s.threads);
+bool choose_step(const ModelStore& store, const SetUp& set_up, std::span<const char> rigid, ExplicitState& s, RunReport& report) {
+    s.bound.emplace(store.mesh, store.parts, store.materials, set_up.mass_factor, s.threads, rigid);
     const StableStep stable = s.bound->undeformed();
     s.stable_step = stable.step;
     if (!(stable.step > 0) || !std::isfinite(stable.step)) {
@@ -403,10 +403,10 @@ void report_plasticity(const ModelStore& store, RunReport& report) {
     }
 }
 
-// The rigid bodies with their masses; returns per element whether it moves as one with a body (empty: none).
-std::vector<char> set_bodies(const ModelStore& store, SetUp& set_up, ExplicitState& s, RunReport& report) {
+// The rigid bodies with their masses.
+void set_bodies(const ModelStore& store, SetUp& set_up, ExplicitState& s, RunReport& report) {
     const RigidSystem& system = set_up.system.rigid;
-    if (system.empty()) return {};
+    if (system.empty()) return;
     const Mesh& mesh = store.mesh;
     s.bodies.emplace(system, mesh, set_up.lumped, store.rigid_forces, store.rigid_combines);
     s.acting.assign(4 * static_cast<std::size_t>(mesh.node_num()), 0.0);
@@ -423,11 +423,6 @@ std::vector<char> set_bodies(const ModelStore& store, SetUp& set_up, ExplicitSta
         const Vec6 force = rigid_force_resultant(system, static_cast<std::int32_t>(b), {}, store.rigid_forces);
         for (std::size_t c = 0; c < 3; ++c) report.applied[c] += force[c];
     }
-    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
-    std::vector<char> rigid(static_cast<std::size_t>(mesh.element_num()));
-    for (std::size_t e = 0; e < rigid.size(); ++e)
-        rigid[e] = system.common_body(&mesh.connectivity[e * per_element], static_cast<int>(per_element)) >= 0;
-    return rigid;
 }
 
 bool yields(const ModelStore& store) {
@@ -465,11 +460,12 @@ bool set_up_explicit(ModelStore& store, const Settings& settings, const Explicit
         eliminate_fixed(set_up.system.numbering.dof_map, set_up.system.km);
     find_damping(store, set_up, s);
     set_loads(store, set_up, s, report);
-    const std::vector<char> rigid = set_bodies(store, set_up, s, report);
-    s.node_elements = set_up.system.node_elements;
+    set_bodies(store, set_up, s, report);
+    const std::vector<char> rigid = set_up.system.rigid.elements_inside(mesh);
+    s.node_elements = std::move(set_up.system.node_elements);
     if (!s.bodies) report.free_dofs = store.fn_free;
     report.clock.begin("step size");
-    if (!choose_step(store, set_up, s, report)) return false;
+    if (!choose_step(store, set_up, rigid, s, report)) return false;
     set_up.system = {};
     s.blocks.emplace(mesh, store.parts, store.materials,
                      BlockOptions{yields(store), options.mean_dilatation, 8, rigid});

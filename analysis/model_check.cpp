@@ -5,6 +5,7 @@
 #include <limits>
 #include <numeric>
 
+#include "analysis/linear_system.h"
 #include "elements/constraints.h"
 #include "elements/element_type.h"
 #include "model/console.h"
@@ -33,8 +34,8 @@ void check_elements(const ModelStore& store, ModelCheck& out) {
     }
 }
 
-// Bodies: elements that hang together through common nodes.
-void check_bodies(const Mesh& mesh, std::span<const char> fixed, ModelCheck& out) {
+// Bodies: elements that hang together through common nodes and `links`, pairs of 0-based nodes.
+void check_bodies(const Mesh& mesh, std::span<const char> fixed, std::span<const std::array<std::int32_t, 2>> links, ModelCheck& out) {
     std::vector<std::int32_t> root(static_cast<std::size_t>(mesh.node_num()));
     std::iota(root.begin(), root.end(), 0);
     auto find = [&](std::int32_t n) {
@@ -49,11 +50,13 @@ void check_bodies(const Mesh& mesh, std::span<const char> fixed, ModelCheck& out
     auto first_node = [&](std::int32_t e) {
         return static_cast<std::int32_t>(node_index(mesh.connectivity[static_cast<std::size_t>(e) * static_cast<std::size_t>(nodes)]));
     };
-    for (std::size_t k = 0; k < mesh.connectivity.size(); ++k) {
-        const std::int32_t a = find(first_node(static_cast<std::int32_t>(k / static_cast<std::size_t>(nodes))));
-        const std::int32_t b = find(static_cast<std::int32_t>(node_index(mesh.connectivity[k])));
+    const auto join = [&](std::int32_t m, std::int32_t n) {
+        const std::int32_t a = find(m), b = find(n);
         root[static_cast<std::size_t>(std::max(a, b))] = std::min(a, b);
-    }
+    };
+    for (std::size_t k = 0; k < mesh.connectivity.size(); ++k)
+        join(first_node(static_cast<std::int32_t>(k / static_cast<std::size_t>(nodes))), static_cast<std::int32_t>(node_index(mesh.connectivity[k])));
+    for (const auto& [m, n] : links) join(m, n);
     std::vector<std::int32_t> body_of(root.size(), -1);
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         std::int32_t& body = body_of[static_cast<std::size_t>(find(first_node(e)))];
@@ -118,6 +121,34 @@ void check_forces(const ModelStore& store, ModelCheck& out) {
     }
 }
 
+// What the rigid records select; returns the pairs of nodes that rigid elements and springs hold together.
+std::vector<std::array<std::int32_t, 2>> check_rigid(const ModelStore& store, ModelCheck& out) {
+    std::vector<std::array<std::int32_t, 2>> links;
+    const NodeElements node_elements = elements_of_nodes(store.mesh);
+    DofNumbering held;
+    std::int32_t fn_free = 3 * store.mesh.node_num();
+    held = apply_boundary_conditions(store.boundary_conditions, store.mesh, node_elements, fn_free);
+    RigidSystem rigid;
+    RunReport report;
+    find_rigid_bodies(store, node_elements, held, rigid, report);
+    for (const auto* texts : {&report.remarks.notices, &report.remarks.errors})
+        for (const std::string& text : *texts) notice(out, text);
+    for (const RigidBody& body : rigid.bodies) {
+        out.rigid_members.push_back(static_cast<std::int32_t>(body.members.size()));
+        for (std::int32_t n : body.members) links.push_back({body.members.front(), n});
+    }
+    for (const RigidCombine& springs : store.rigid_combines) {
+        std::array<std::int32_t, 2> ends{-1, -1};
+        for (std::size_t side = 0; side < 2; ++side) {
+            const auto b = static_cast<std::size_t>(springs.element[side]);
+            if (springs.element[side] >= 0 && b < rigid.bodies.size() && !rigid.bodies[b].members.empty()) ends[side] = rigid.bodies[b].members.front();
+        }
+        const bool holds = std::any_of(springs.stiffness.begin(), springs.stiffness.end(), [](double k) { return k != 0; });
+        if (holds && ends[0] >= 0 && ends[1] >= 0) links.push_back(ends);
+    }
+    return links;
+}
+
 // Orders a copy of the mesh and counts what the factor will need.
 void check_factor(const ModelStore& store, const Settings& settings, ModelCheck& out) {
     Mesh mesh = store.mesh;
@@ -170,7 +201,7 @@ ModelCheck check_model(const ModelStore& store, const Settings& settings) {
     std::vector<char> fixed(static_cast<std::size_t>(store.mesh.node_num()), 0);
     for (const BoundaryCondition& record : store.boundary_conditions)
         for (std::int32_t n : select_nodes(record, store.mesh)) fixed[static_cast<std::size_t>(n)] = 1;
-    check_bodies(store.mesh, fixed, out);
+    check_bodies(store.mesh, fixed, check_rigid(store, out), out);
     for (std::size_t b = 0; b < out.bodies.size(); ++b)
         if (!out.bodies[b].supported) notice(out, console::format("body %zu (part %s): no support holds it", b + 1,
                                                                   store.parts[static_cast<std::size_t>(out.bodies[b].parts.front())].name.c_str()));

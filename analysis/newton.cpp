@@ -29,11 +29,7 @@ NewtonSolver::NewtonSolver(FiniteBody& body, const NodeElements& node_elements, 
                            std::span<const double> load, const NewtonOptions& options, const Settings& settings, const NewtonBodies* bodies)
     : body_(body), node_elements_(node_elements), numbering_(numbering), load_(load.begin(), load.end()), options_(options),
       settings_(settings), bodies_(bodies), free_(numbering), states_(bodies ? bodies->system.bodies.size() : 0) {
-    if (!bodies) return;
-    const int nodes = body.mesh.node_per_element();
-    body.rigid.resize(static_cast<std::size_t>(body.mesh.element_num()));
-    for (std::size_t e = 0; e < body.rigid.size(); ++e)
-        body.rigid[e] = bodies->system.common_body(&body.mesh.connectivity[e * static_cast<std::size_t>(nodes)], nodes) >= 0;
+    if (bodies) body.rigid = bodies->system.elements_inside(body.mesh);
 }
 
 namespace {

@@ -147,13 +147,8 @@ void report_end(NonlinearRun& run, const FiniteBody& body, const NewtonSolver& s
         report.applied[static_cast<std::size_t>(run.numbering.free_dofs[k] % 3)] += last.factor * load[k];
     std::vector<double> nodal(static_cast<std::size_t>(run.store.mesh.dof_num), 0.0);
     for (std::size_t k = 0; k < load.size(); ++k) nodal[static_cast<std::size_t>(run.numbering.free_dofs[k])] = last.factor * load[k];
-    std::vector<Vec6> springs(run.rigid.bodies.size()), loads;
-    for (const RigidCombine& record : run.store.rigid_combines) {
-        std::array<Vec6, 2> force{};
-        combine_forces(record, run.rigid, solver.states(), force);
-        for (std::size_t side = 0; side < 2; ++side)
-            for (std::size_t c = 0; c < 6; ++c) springs[static_cast<std::size_t>(record.element[side])][c] += force[side][c];
-    }
+    const std::vector<Vec6> springs = combine_resistance(run.store.rigid_combines, run.rigid, solver.states());
+    std::vector<Vec6> loads;
     for (std::size_t b = 0; b < run.rigid.bodies.size(); ++b) {
         loads.push_back(resultant(run.rigid.bodies[b], solver.states()[b], run.store.mesh, nodal));
         const Vec6 own = rigid_force_resultant(run.rigid, static_cast<std::int32_t>(b), solver.states()[b], run.store.rigid_forces);
@@ -164,14 +159,6 @@ void report_end(NonlinearRun& run, const FiniteBody& body, const NewtonSolver& s
     report.residual = last.ratio;
     report.negative_pivots = last.negative_pivots;
     report_largest(run.store, static_cast<std::int32_t>(report.nonlinear.increments.size()) - 1, report);
-}
-
-// Keeps the frames that were reached.
-void cut_frames(Results& results, std::size_t frames, std::size_t dofs) {
-    results.n_freq.resize(frames);
-    results.frame_vector.resize(frames);
-    results.mode_vec.resize(frames * dofs);
-    results.node_stress.resize(stress_groups * frames * dofs);
 }
 
 bool analyse(NonlinearRun& run, RunReport& report) {
@@ -202,7 +189,7 @@ bool analyse(NonlinearRun& run, RunReport& report) {
     run.history.begin(store, run.node_elements, run.options.probes);
     run_increments(run, body, solver, report);
     report.clock.begin("recover");
-    cut_frames(store.results, report.nonlinear.increments.size(), static_cast<std::size_t>(store.mesh.dof_num));
+    store.results.keep(static_cast<std::int32_t>(report.nonlinear.increments.size()), store.mesh.dof_num);
     report_end(run, body, solver, load.F, report);
     return !report.nonlinear.increments.empty();
 }

@@ -32,46 +32,41 @@ std::vector<std::int32_t> hardest_elements(const std::vector<double>& mises, std
     return order;
 }
 
-bool finish(TextOutput& file, const char* name, RunReport& report) {
-    if (file.is_open() && file.finish()) return true;
-    report.fail(RunStatus::failed, std::string(name) + " cannot be written: " + file.error());
-    return false;
+bool write(const std::string& name, RunReport& report, const std::function<void(TextOutput&)>& fill) {
+    const std::string trouble = write_whole(name, fill);
+    if (!trouble.empty()) report.fail(RunStatus::failed, trouble);
+    return trouble.empty();
 }
 
 bool write_integ_stress(const NonlinearHistory& history, const ModelStore& store, RunReport& report) {
-    const char* name = "log\\integ_stress.txt";
-    TextOutput file(name);
     const auto points = static_cast<std::size_t>(element_type(store.mesh.element_type).points);
-    std::string line;
-    for (std::int32_t e : hardest_elements(history.mises.back(), store.mesh.element_num(), points))
-        for (std::size_t p = 0; p < points; ++p) {
-            line.clear();
-            for (const auto& mises : history.mises) {
-                FormatLine(line, "[%d][%d]:%e ") << e + 1 << static_cast<std::int32_t>(p) << mises[static_cast<std::size_t>(e) * points + p];
+    return write("log\\integ_stress.txt", report, [&](TextOutput& file) {
+        std::string line;
+        for (std::int32_t e : hardest_elements(history.mises.back(), store.mesh.element_num(), points))
+            for (std::size_t p = 0; p < points; ++p) {
+                line.clear();
+                for (const auto& mises : history.mises)
+                    FormatLine(line, "[%d][%d]:%e ") << e + 1 << static_cast<std::int32_t>(p) << mises[static_cast<std::size_t>(e) * points + p];
+                file.write(line += '\n');
             }
-            file.write(line += '\n');
-        }
-    return finish(file, name, report);
+    });
 }
 
 bool write_Q(const NonlinearHistory& history, RunReport& report) {
-    const char* name = "log\\Q.txt";
-    TextOutput file(name);
-    std::string line;
-    for (std::size_t k = 0; k < history.Q.front().size(); ++k) {
-        line.clear();
-        for (const auto& Q : history.Q) {
-            append_e(line, Q[k]);
-            line += ' ';
+    return write("log\\Q.txt", report, [&](TextOutput& file) {
+        std::string line;
+        for (std::size_t k = 0; k < history.Q.front().size(); ++k) {
+            line.clear();
+            for (const auto& Q : history.Q) {
+                append_e(line, Q[k]);
+                line += ' ';
+            }
+            file.write(line += '\n');
         }
-        file.write(line += '\n');
-    }
-    return finish(file, name, report);
+    });
 }
 
 bool write_history(const NonlinearHistory& history, const ModelStore& store, RunReport& report) {
-    const std::string name = history_file_name(store);
-    TextOutput file(name);
     std::string text = "load_factor,iterations,E/F,converged,largest_displacement[m],plastic_volume_share,work[J],negative_pivots";
     for (std::int32_t node : history.probes)
         for (const char* axis : {"x", "y", "z"}) text += console::format(",u%s_node%d[m]", axis, node + 1);
@@ -95,8 +90,7 @@ bool write_history(const NonlinearHistory& history, const ModelStore& store, Run
         for (double u : history.probe_u[k]) number(u);
         text += '\n';
     }
-    file.write(text);
-    return finish(file, name.c_str(), report);
+    return write(history_file_name(store), report, [&](TextOutput& file) { file.write(text); });
 }
 
 }  // namespace

@@ -30,8 +30,10 @@ void stop_on_interrupt() {
     for (const int which : {SIGINT, SIGTERM})
         std::signal(which, [](int number) {
             console::request_cancel(true);
-            if (asked == 2) std::signal(number, SIG_DFL);
-            if (asked < 2) asked = asked + 1;
+            asked = asked + 1;
+            if (asked < 3) return;
+            std::signal(number, SIG_DFL);
+            std::raise(number);
         });
 }
 

@@ -149,6 +149,8 @@ void print_check(const ModelStore& store, const ModelCheck& check) {
         summary("%-22s %s: %d nodes\n", "support", store.boundary_conditions[k].name.c_str(), check.support_nodes[k]);
     for (std::size_t k = 0; k < check.force_nodes.size(); ++k)
         summary("%-22s %s: %d nodes\n", "force", store.forces[k].name.c_str(), check.force_nodes[k]);
+    for (std::size_t k = 0; k < check.rigid_members.size(); ++k)
+        summary("%-22s %s: %d nodes\n", "rigid element", store.rigid_elements[k].name.c_str(), check.rigid_members[k]);
     summary("%-22s %lld free degrees of freedom, band %d, %.1f MB of memory, %.1f MB of disk in %d division%s\n", "the factor needs",
             static_cast<long long>(check.free_dofs), check.diag_num, check.memory_megabytes, check.factor_megabytes, check.divisions,
             check.divisions == 1 ? "" : "s");

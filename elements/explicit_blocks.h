@@ -82,8 +82,4 @@ private:
     std::vector<std::int32_t> gather_;  // places (block · nodes + local node) · lanes + lane, by element
 };
 
-// Logarithmic strain ½ ln(F Fᵀ) at every point, xx yy zz xy yz zx with doubled shears, and element
-// volumes of the undeformed mesh; u: 3 per node.
-void logarithmic_strains(const Mesh& mesh, std::span<const double> u, int threads, PointResults& out);
-
 }  // namespace kestralum

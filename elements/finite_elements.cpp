@@ -15,11 +15,11 @@ std::size_t first_point(const ElementType& type, std::int32_t e) {
     return static_cast<std::size_t>(e) * static_cast<std::size_t>(type.points);
 }
 
-bool gather(const FiniteBody& body, const ElementType& type, std::int32_t e, ElementState& out) {
-    if (!evaluate_points(type, body.mesh, e, out.points)) return false;
-    const std::int32_t* element = body.mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+bool gather(const Mesh& mesh, std::span<const double> u, const ElementType& type, std::int32_t e, ElementState& out) {
+    if (!evaluate_points(type, mesh, e, out.points)) return false;
+    const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
     for (int i = 0; i < type.nodes; ++i) {
-        const double* from = body.u.data() + 3 * node_index(element[i]);
+        const double* from = u.data() + 3 * node_index(element[i]);
         std::copy(from, from + 3, out.u.data() + 3 * i);
     }
     return true;
@@ -81,7 +81,7 @@ const J2Material<double>& material_of(const FiniteBody& body, std::int32_t e) {
 
 bool update_element(FiniteBody& body, const ElementType& type, std::int32_t e) {
     ElementState state;
-    if (!gather(body, type, e, state)) return false;
+    if (!gather(body.mesh, body.u, type, e, state)) return false;
     double* f = body.element_force.data() + static_cast<std::ptrdiff_t>(e) * 3 * type.nodes;
     std::fill(f, f + 3 * type.nodes, 0.0);
     for (int p = 0; p < type.points; ++p) {
@@ -124,7 +124,7 @@ bool finite_stiffness(const FiniteBody& body, std::int32_t e, double* ke) {
     std::fill(ke, ke + size * size, 0.0);
     if (body.is_rigid(e)) return true;
     ElementState state;
-    if (!gather(body, type, e, state)) return false;
+    if (!gather(body.mesh, body.u, type, e, state)) return false;
     for (int p = 0; p < type.points; ++p) {
         const double* dN = state.points.dN.data() + 3 * type.nodes * p;
         double H[9], dn[3 * most_nodes];
@@ -168,16 +168,15 @@ std::vector<double> internal_forces(const FiniteBody& body, const NodeElements& 
     return force;
 }
 
-PointResults finite_point_results(const FiniteBody& body) {
-    const ElementType& type = element_type(body.mesh.element_type);
-    PointResults out;
-    out.stress = body.stress;
-    out.strain.resize(body.stress.size());
-    out.volume.assign(static_cast<std::size_t>(body.mesh.element_num()), 0.0);
-#pragma omp parallel for schedule(static) num_threads(body.threads)
-    for (std::int32_t e = 0; e < body.mesh.element_num(); ++e) {
+void logarithmic_strains(const Mesh& mesh, std::span<const double> u, int threads, PointResults& out) {
+    const ElementType& type = element_type(mesh.element_type);
+    const std::int32_t elements = mesh.element_num();
+    out.strain.resize(6 * first_point(type, elements));
+    out.volume.assign(static_cast<std::size_t>(elements), 0.0);
+#pragma omp parallel for schedule(static) num_threads(threads)
+    for (std::int32_t e = 0; e < elements; ++e) {
         ElementState state;
-        gather(body, type, e, state);
+        gather(mesh, u, type, e, state);
         for (int p = 0; p < type.points; ++p) {
             double H[9], Fi[9];
             displacement_gradient(type.nodes, state.u.data(), state.points.dN.data() + 3 * type.nodes * p, H);
@@ -185,6 +184,12 @@ PointResults finite_point_results(const FiniteBody& body) {
             out.volume[static_cast<std::size_t>(e)] += state.points.weight[static_cast<std::size_t>(p)] * invert_deformation(H, Fi);
         }
     }
+}
+
+PointResults finite_point_results(const FiniteBody& body) {
+    PointResults out;
+    out.stress = body.stress;
+    logarithmic_strains(body.mesh, body.u, body.threads, out);
     return out;
 }
 

@@ -43,6 +43,10 @@ std::int32_t update_stresses(FiniteBody& body);
 // Gathers the element forces at the nodes, in element order: 3 per node, N.
 std::vector<double> internal_forces(const FiniteBody& body, const NodeElements& node_elements);
 
+// Logarithmic strain ½ ln(F Fᵀ) at every point, xx yy zz xy yz zx with doubled shears, and the elements' current
+// volumes; u: 3 per node. The stress of `out` stays.
+void logarithmic_strains(const Mesh& mesh, std::span<const double> u, int threads, PointResults& out);
+
 // Cauchy stress, logarithmic strain and current volume, for the averages at the nodes.
 PointResults finite_point_results(const FiniteBody& body);
 

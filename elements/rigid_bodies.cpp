@@ -106,6 +106,15 @@ std::int32_t RigidSystem::common_body(const std::int32_t* nodes, int count) cons
     return body;
 }
 
+std::vector<char> RigidSystem::elements_inside(const Mesh& mesh) const {
+    if (bodies.empty()) return {};
+    const int nodes = mesh.node_per_element();
+    std::vector<char> inside(static_cast<std::size_t>(mesh.element_num()));
+    for (std::size_t e = 0; e < inside.size(); ++e)
+        inside[e] = common_body(&mesh.connectivity[e * static_cast<std::size_t>(nodes)], nodes) >= 0;
+    return inside;
+}
+
 std::vector<std::int32_t> select_members(const RigidElement& record, const Mesh& mesh, const NodeElements& node_elements) {
     constexpr double tolerance = 1e-7;  // m
     std::vector<std::int32_t> out;
@@ -373,6 +382,17 @@ double combine_forces(const RigidCombine& record, const RigidSystem& system, std
         force[1][3 + c] = t2[c] + m2[c];
     }
     return energy;
+}
+
+std::vector<Vec6> combine_resistance(std::span<const RigidCombine> records, const RigidSystem& system, std::span<const RigidState> states) {
+    std::vector<Vec6> out(system.bodies.size());
+    for (const RigidCombine& record : records) {
+        std::array<Vec6, 2> force{};
+        combine_forces(record, system, states, force);
+        for (std::size_t side = 0; side < 2; ++side)
+            for (std::size_t c = 0; c < 6; ++c) out[static_cast<std::size_t>(record.element[side])][c] += force[side][c];
+    }
+    return out;
 }
 
 void add_combine_forces(std::span<const RigidCombine> records, const RigidSystem& system, std::span<const RigidState> states,

@@ -47,6 +47,8 @@ struct RigidSystem {
     bool empty() const { return bodies.empty(); }
     // The body that all `count` nodes (1-based) belong to, -1 when they do not belong to one.
     std::int32_t common_body(const std::int32_t* nodes, int count) const;
+    // Per element: it lies wholly inside one body and is never strained. Empty without bodies.
+    std::vector<char> elements_inside(const Mesh& mesh) const;
 };
 
 // Nodes on solid elements that a record selects, 0-based ascending: 1e-7 m beside its box or disc count.
@@ -106,6 +108,9 @@ void add_combine_stiffness(std::span<const RigidCombine> records, const RigidSys
 // The springs' resistance on the equations of all bodies, added to Q.
 void add_combine_forces(std::span<const RigidCombine> records, const RigidSystem& system, std::span<const RigidState> states,
                         std::span<double> Q);
+
+// What the springs resist with on every body, force and moment about its pivot.
+std::vector<Vec6> combine_resistance(std::span<const RigidCombine> records, const RigidSystem& system, std::span<const RigidState> states);
 
 // Small motions q of all bodies: force and moment about the pivot with which the springs resist body b.
 Vec6 spring_resistance(std::span<const RigidCombine> records, const RigidSystem& system, std::int32_t b, std::span<const double> q);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
 
 #include "elements/elasticity.h"
 #include "elements/plasticity.h"
@@ -50,7 +49,7 @@ double largest_eigenvalue(int size, const double* ke, const double* mass) {
 }
 
 StepBound::StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials,
-                     double mass_factor, int threads)
+                     double mass_factor, int threads, std::span<const char> rigid)
     : mesh_(mesh), parts_(parts), materials_(materials), type_(element_type(mesh.element_type)) {
     const std::int32_t elements = mesh.element_num();
     const auto count = static_cast<std::size_t>(elements);
@@ -69,8 +68,10 @@ StepBound::StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<co
         estimates[static_cast<std::size_t>(e)] = estimate(e, x, nullptr);
     }
     // congruent elements of one part: the same estimate to rounding
-    std::vector<std::int32_t> order(count);
-    std::iota(order.begin(), order.end(), 0);
+    std::vector<std::int32_t> order;
+    const bool any_strained = rigid.empty() || std::find(rigid.begin(), rigid.end(), 0) != rigid.end();
+    for (std::int32_t e = 0; e < elements; ++e)
+        if (rigid.empty() || !any_strained || !rigid[static_cast<std::size_t>(e)]) order.push_back(e);
     auto part = [&](std::int32_t e) { return mesh.p_ele_part_id[static_cast<std::size_t>(e)]; };
     std::sort(order.begin(), order.end(), [&](std::int32_t a, std::int32_t b) {
         if (part(a) != part(b)) return part(a) < part(b);
@@ -78,7 +79,7 @@ StepBound::StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<co
         return x != y ? x < y : a < b;
     });
     std::vector<std::size_t> heads;
-    for (std::size_t k = 0; k < count; ++k) {
+    for (std::size_t k = 0; k < order.size(); ++k) {
         const bool same = k > 0 && part(order[k]) == part(order[heads.back()]) &&
                           estimates[static_cast<std::size_t>(order[k])] <=
                               estimates[static_cast<std::size_t>(order[heads.back()])] * (1 + 1e-9);
@@ -96,7 +97,7 @@ StepBound::StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<co
     double largest = 0;
     for (std::size_t h = 0; h < heads.size(); ++h) {
         const auto head = static_cast<std::size_t>(order[heads[h]]);
-        for (std::size_t k = heads[h]; k < (h + 1 < heads.size() ? heads[h + 1] : count); ++k)
+        for (std::size_t k = heads[h]; k < (h + 1 < heads.size() ? heads[h + 1] : order.size()); ++k)
             ratio_[static_cast<std::size_t>(order[k])] = squared[head] / estimates[head];
         if (squared[head] > largest) {
             largest = squared[head];

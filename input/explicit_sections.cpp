@@ -196,9 +196,10 @@ void read_contacts(const TableSection& table, std::span<const Parameter> paramet
     for (const std::span<const Token> t : records_of(table, contact_length, remarks)) {
         ContactPair p;
         p.name = fields.name(t[0], name_text_width);
+        std::array<std::int32_t, 2> part{};
         for (std::size_t k = 0; k < 2; ++k) {
             p.part_name[k] = text_of(t[1 + k]);
-            p.part[k] = part_index(t[1 + k], parts, remarks);
+            part[k] = part_index(t[1 + k], parts, remarks);
         }
         p.penalty = fields.number_where(
             t[3], [](double v) { return v >= 0 && v <= 1; }, "a penalty factor from 0 (for 1) to 1");
@@ -212,7 +213,7 @@ void read_contacts(const TableSection& table, std::span<const Parameter> paramet
         std::vector<double> rest(p.box.begin(), p.box.end());
         rest.push_back(p.start_time);
         console::print(" %zu: %s, %s[%d],  %s[%d], %s\n", out.size(), p.name.c_str(), p.part_name[0].c_str(),
-                       p.part[0], p.part_name[1].c_str(), p.part[1],
+                       part[0], p.part_name[1].c_str(), part[1],
                        labelled_values(t.subspan(3, 4), values).c_str());
         console::print("     %s\n", box_line(rest).c_str());
         out.push_back(std::move(p));

@@ -20,6 +20,15 @@ void Results::resize(std::int32_t mode_num, std::int32_t dof_num) {
     node_stress.assign(stress_groups * modes * dofs, 0.0);
 }
 
+void Results::keep(std::int32_t frames, std::int32_t dof_num) {
+    if (frames >= mode_num()) return;
+    const auto count = static_cast<std::size_t>(frames), dofs = static_cast<std::size_t>(dof_num);
+    n_freq.resize(count);
+    frame_vector.resize(count);
+    mode_vec.resize(count * dofs);
+    node_stress.resize(stress_groups * count * dofs);
+}
+
 ModelStore& model_store() {
     static ModelStore store = placeholder_model();
     return store;

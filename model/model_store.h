@@ -52,6 +52,8 @@ struct Results {
     std::int32_t mode_num() const { return static_cast<std::int32_t>(n_freq.size()); }
     // Sizes every vector for `mode_num` frames of `dof_num` values, all 0, frame k showing row k.
     void resize(std::int32_t mode_num, std::int32_t dof_num);
+    // Drops what is behind the first `frames` frames.
+    void keep(std::int32_t frames, std::int32_t dof_num);
 };
 inline constexpr int stress_groups = 5;
 
@@ -60,7 +62,7 @@ struct AnalysisControl {
     double d_time = 0;                  // time step, s
     double end_time = 0;                // s
     std::int32_t output_frequency = 0;  // steps between outputs
-    double c_alfa = 0;                  // mass-proportional damping coefficient
+    double c_alfa = 0;                  // damping as a fraction of the critical one, per degree of freedom
     std::int32_t gravity_axis = -1;     // 0 x, 1 y, 2 z, -1 off
     std::int32_t gravity_sign = 1;      // +1 or -1
     bool plastic = false;

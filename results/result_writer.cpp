@@ -185,7 +185,7 @@ bool write_file(const ModelStore& store, const std::string& target, Publish publ
     TextOutput file(held);
     if (!file.is_open()) {
         console::print("FILE OPEN ERROR\n");
-        console::error("%s cannot be written: %s", target.c_str(), file.error().c_str());
+        console::error("%s cannot be written: %s", paths::to_platform(target).c_str(), file.error().c_str());
         return false;
     }
     console::print("RESULT FILE OPEN !!\n");
@@ -197,12 +197,12 @@ bool write_file(const ModelStore& store, const std::string& target, Publish publ
     console::print(whole ? "FILE CLOSE !!\n" : "FILE CLOSE ERROR\n");
     const std::string held_path = paths::to_platform(held), target_path = paths::to_platform(target);
     if (!whole) {
-        console::error("%s cannot be written: %s", target.c_str(), file.error().c_str());
+        console::error("%s cannot be written: %s", target_path.c_str(), file.error().c_str());
         std::remove(held_path.c_str());
         return false;
     }
     if (publish == Publish::now && std::rename(held_path.c_str(), target_path.c_str()) != 0) {
-        console::error("%s cannot be written: %s", target.c_str(), std::strerror(errno));
+        console::error("%s cannot be written: %s", target_path.c_str(), std::strerror(errno));
         std::remove(held_path.c_str());
         return false;
     }

@@ -92,4 +92,15 @@ bool TextOutput::finish() {
     return error_.empty();
 }
 
+std::string write_whole(const std::string& target, const std::function<void(TextOutput&)>& fill) {
+    const std::string held = target + ".part", held_path = paths::to_platform(held), path = paths::to_platform(target);
+    TextOutput file(held);
+    if (file.is_open()) fill(file);
+    const bool whole = file.is_open() && file.finish();
+    if (whole && std::rename(held_path.c_str(), path.c_str()) == 0) return {};
+    const std::string reason = whole ? std::strerror(errno) : file.error();
+    std::remove(held_path.c_str());
+    return path + " cannot be written: " + reason;
+}
+
 }  // namespace kestralum

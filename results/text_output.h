@@ -52,4 +52,7 @@ private:
     std::string error_;
 };
 
+// Writes beside `target`; the file takes its name when `fill` has written it whole. What went wrong, empty if nothing.
+[[nodiscard]] std::string write_whole(const std::string& target, const std::function<void(TextOutput&)>& fill);
+
 }  // namespace kestralum

@@ -88,7 +88,7 @@ void add_frame(const ModelStore& store, std::size_t frame, const std::string& su
     arrays.push_back(make_array<double>("Float64", ("mises" + suffix).c_str(), 1, mises));
 }
 
-// Equivalent plastic strain of one frame, where there is any.
+// Equivalent plastic strain of one frame.
 void add_plastic_strain(const ModelStore& store, std::size_t frame, std::vector<Array>& arrays) {
     const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
     const double* group = store.results.node_stress.data() + (frame * stress_groups + 4) * dofs;
@@ -133,16 +133,9 @@ std::string base_of(const ModelStore& store) {
     return "log\\" + base.substr(0, base.rfind('.'));
 }
 
-// The file gets its name when `fill` has written it whole.
-bool write_whole(const std::string& target, const std::function<void(TextOutput&)>& fill) {
-    const std::string held = target + ".part", held_path = paths::to_platform(held);
-    TextOutput file(held);
-    if (file.is_open()) fill(file);
-    const bool whole = file.is_open() && file.finish();
-    if (whole && std::rename(held_path.c_str(), paths::to_platform(target).c_str()) == 0) return true;
-    console::error("%s cannot be written: %s", target.c_str(), whole ? std::strerror(errno) : file.error().c_str());
-    std::remove(held_path.c_str());
-    return false;
+bool told(const std::string& trouble) {
+    if (!trouble.empty()) console::error("%s", trouble.c_str());
+    return trouble.empty();
 }
 
 bool write_grid(const ModelStore& store, const Cells& cells, const std::string& target, std::vector<Array> point_data) {
@@ -154,7 +147,7 @@ bool write_grid(const ModelStore& store, const Cells& cells, const std::string& 
     groups.emplace_back("Cells", std::vector<Array>{make_array<std::int64_t>("Int64", "connectivity", 1, cells.connectivity),
                                                     make_array<std::int64_t>("Int64", "offsets", 1, cells.offsets),
                                                     make_array<std::uint8_t>("UInt8", "types", 1, cells.types)});
-    return write_whole(target, [&](TextOutput& file) {
+    return told(write_whole(target, [&](TextOutput& file) {
         file.write(make_xml(store.mesh, cells.types.size(), groups));
         for (const auto& [group, arrays] : groups)
             for (const Array& array : arrays) {
@@ -163,7 +156,7 @@ bool write_grid(const ModelStore& store, const Cells& cells, const std::string& 
                 file.write({array.bytes.data(), array.bytes.size()});
             }
         file.write("\n</AppendedData>\n</VTKFile>\n");
-    });
+    }));
 }
 
 }  // namespace
@@ -186,7 +179,7 @@ bool write_vtu_frames(const ModelStore& store) {
         if (!write_grid(store, cells, target, std::move(arrays))) return false;
         list += console::format("<DataSet timestep=\"%.9e\" part=\"0\" file=\"%s\"/>\n", store.results.n_freq[k], paths::base_name(target).c_str());
     }
-    return write_whole(pvd_file_name(store), [&](TextOutput& file) { file.write(list + "</Collection>\n</VTKFile>\n"); });
+    return told(write_whole(pvd_file_name(store), [&](TextOutput& file) { file.write(list + "</Collection>\n</VTKFile>\n"); }));
 }
 
 }  // namespace kestralum

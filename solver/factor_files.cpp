@@ -50,7 +50,7 @@ void FactorFiles::remove_old() {
 void FactorFiles::fail(std::int32_t division, const char* what) {
     const char* reason = std::strerror(errno);
     std::lock_guard hold(lock_);
-    if (error_.empty()) error_ = stored_name(division) + ": " + what + ": " + reason;
+    if (error_.empty()) error_ = paths::to_platform(stored_name(division)) + ": " + what + ": " + reason;
     failed_ = true;
 }
 

@@ -228,28 +228,36 @@ void add_round_wall(std::vector<Line>& lines, const RigidWall& wall, const Vec3&
 
 }  // namespace
 
-Markers contact_markers(const Mesh& mesh, std::span<const ContactPair> contacts,
+Markers contact_markers(const Mesh& mesh, std::span<const Part> parts, std::span<const ContactPair> contacts,
                         std::span<const double> coordinates) {
     constexpr double none = std::numeric_limits<double>::infinity();
     constexpr Color pink{0.85f, 0, 0.6f, 1};
+    struct Box {
+        Vec3 low{none, none, none}, high{-none, -none, -none};
+        bool finite() const { return low[0] <= high[0] && std::isfinite(norm(minus(high, low))); }
+    };
+    std::vector<Box> boxes(parts.size());
     const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
+    for (std::size_t k = 0; k < mesh.connectivity.size(); ++k) {
+        const auto part = static_cast<std::size_t>(mesh.p_ele_part_id[k / per_element]);
+        if (part >= boxes.size()) continue;
+        const Vec3 x = triple(coordinates, node_index(mesh.connectivity[k]));
+        for (std::size_t c = 0; c < 3; ++c) {
+            boxes[part].low[c] = std::min(boxes[part].low[c], x[c]);
+            boxes[part].high[c] = std::max(boxes[part].high[c], x[c]);
+        }
+    }
     Markers out;
     for (const ContactPair& pair : contacts) {
         Vec3 between{};
         int found = 0;
-        for (const std::int32_t part : pair.part) {
-            Vec3 low{none, none, none}, high{-none, -none, -none};
-            for (std::size_t k = 0; k < mesh.connectivity.size(); ++k) {
-                if (mesh.p_ele_part_id[k / per_element] != part) continue;
-                const Vec3 x = triple(coordinates, node_index(mesh.connectivity[k]));
-                for (std::size_t c = 0; c < 3; ++c) {
-                    low[c] = std::min(low[c], x[c]);
-                    high[c] = std::max(high[c], x[c]);
-                }
-            }
-            if (!(low[0] <= high[0]) || !std::isfinite(norm(minus(high, low)))) continue;
-            add_box(out.lines, low, high, pink);
-            between = plus(between, times(0.25, plus(low, high)));
+        for (const std::string& name : pair.part_name) {
+            const auto part = std::find_if(parts.begin(), parts.end(), [&](const Part& p) { return p.name == name; });
+            if (part == parts.end()) continue;
+            const Box& box = boxes[static_cast<std::size_t>(part - parts.begin())];
+            if (!box.finite()) continue;
+            add_box(out.lines, box.low, box.high, pink);
+            between = plus(between, times(0.25, plus(box.low, box.high)));
             ++found;
         }
         if (found == 2)

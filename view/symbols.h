@@ -84,7 +84,7 @@ Markers wall_markers(std::span<const RigidWall> walls, std::span<const Parameter
                      const Scene& scene);
 
 // Boxes about the two parts of each contact pair, as drawn at `coordinates`; "name: part - part" between.
-Markers contact_markers(const Mesh& mesh, std::span<const ContactPair> contacts,
+Markers contact_markers(const Mesh& mesh, std::span<const Part> parts, std::span<const ContactPair> contacts,
                         std::span<const double> coordinates);
 
 // Dimension lines along three edges of the model's box, set off from it, with "x:%.4g[m]" and so on;

@@ -7,6 +7,7 @@
 
 #include "analysis/eigen_driver.h"
 #include "analysis/linear_driver.h"
+#include "analysis/model_check.h"
 #include "analysis/nonlinear_driver.h"
 #include "elements/rigid_bodies.h"
 #include "input/model_reader.h"
@@ -178,6 +179,27 @@ TEST_F(RigidAnalysis, AnAreaForceOnARigidBlockActsAtTheMiddleOfTheArea) {
         moved[k++] = store.results.mode_vec;
     }
     for (std::size_t d = 0; d < moved[0].size(); ++d) ASSERT_NEAR(moved[0][d], moved[1][d], 1e-11);
+}
+
+TEST_F(RigidAnalysis, TheCheckSeesWhatRigidRecordsHoldTogether) {
+    const std::string fix = "boundary_condition\nFIX plane x 0 0 0 0 0 0\n%\n", blocks = two_blocks;
+    ASSERT_TRUE(read(blocks + fix + "END\n"));
+    const ModelCheck joined = check_model(store, settings_of());
+    EXPECT_EQ(joined.bodies.size(), 1u);
+    EXPECT_TRUE(joined.remarks.notices.empty()) << joined.remarks.notices[0];
+    EXPECT_EQ(joined.rigid_members, (std::vector<std::int32_t>{12, 18}));
+
+    ASSERT_TRUE(read(blocks.substr(0, blocks.find("rigid_combine")) + fix + "END\n"));
+    const ModelCheck loose = check_model(store, settings_of());
+    EXPECT_EQ(loose.bodies.size(), 2u);
+    ASSERT_EQ(loose.remarks.notices.size(), 1u);
+    EXPECT_EQ(loose.remarks.notices[0], "body 2 (part B): no support holds it");
+
+    ASSERT_TRUE(read(blocks + fix + "END\n"));
+    store.rigid_elements[1].region = {9, 10, 9, 10, 9, 10};
+    const ModelCheck empty = check_model(store, settings_of());
+    ASSERT_FALSE(empty.remarks.notices.empty());
+    EXPECT_EQ(empty.remarks.notices[0], "rigid element B: no node of its own in its region");
 }
 
 // A square cantilever, 0.1 × 0.1 × 2 m, ν = 0; its end face may be rigid, or led by a rigid face through stiff springs.

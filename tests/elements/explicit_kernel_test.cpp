@@ -7,6 +7,7 @@
 
 #include "elements/elasticity.h"
 #include "elements/explicit_blocks.h"
+#include "elements/finite_elements.h"
 #include "elements/stable_step.h"
 #include "model/console.h"
 #include "support/assembled.h"

@@ -62,9 +62,11 @@ TEST(Symbols, ContactPairsHaveABoxAboutEachPart) {
     std::vector<ContactPair> pairs(2);
     pairs[0].name = "HIT";
     pairs[0].part_name = {"A", "B"};
-    pairs[0].part = {0, 1};
-    pairs[1].part = {0, 7};  // no such part
-    const Markers markers = contact_markers(mesh, pairs, mesh.coordinates);
+    pairs[1].part_name = {"A", "C"};  // no such part
+    std::vector<Part> parts(2);
+    parts[0].name = "A";
+    parts[1].name = "B";
+    const Markers markers = contact_markers(mesh, parts, pairs, mesh.coordinates);
     ASSERT_EQ(markers.labels.size(), 1u);
     EXPECT_EQ(markers.labels[0].text, "HIT: A - B");
     expect_near(markers.labels[0].at, {1, 0.5, 0.5});

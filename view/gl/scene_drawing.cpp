@@ -136,6 +136,7 @@ void SceneDrawing::draw(const SceneTables& tables, const DisplayState& state, co
     mesh_.update(picture_, tables, state);
     update_symbols(tables);
     update_loads(tables, state);
+    update_contacts(tables, state);
     update_rigid(tables, state);
     const Scene scene = tables.box();
     set_state(state, camera, scene);
@@ -335,11 +336,18 @@ void SceneDrawing::update_loads(const SceneTables& tables, const DisplayState& s
     const Markers walls = wall_markers(tables.walls, tables.parameters, time, box_with(tables.box(), places));
     wall_lines_.send(GL_ARRAY_BUFFER, line_vertices(walls.lines));
     wall_labels_ = walls.labels;
-    const Markers contacts = contact_markers(tables.mesh, tables.contacts, places);
-    contact_lines_.send(GL_ARRAY_BUFFER, line_vertices(contacts.lines));
-    contact_labels_ = contacts.labels;
     arrow_shafts_.send(GL_ARRAY_BUFFER, line_vertices(shafts));
     arrow_heads_.send(GL_ARRAY_BUFFER, heads);
+}
+
+// Boxes that follow the parts; nothing is sent while they are not shown.
+void SceneDrawing::update_contacts(const SceneTables& tables, const DisplayState& state) {
+    const auto now = std::pair(picture_.mesh_revision(), picture_.shape_revision());
+    if (!state.shows(ViewFlag::element_contact) || contacts_of_ == now) return;
+    contacts_of_ = now;
+    const Markers contacts = contact_markers(tables.mesh, tables.parts, tables.contacts, arrow_places(picture_, tables));
+    contact_lines_.send(GL_ARRAY_BUFFER, line_vertices(contacts.lines));
+    contact_labels_ = contacts.labels;
 }
 
 // They swing with a mode; nothing is sent while they are not shown.

@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "view/gl/mesh_drawing.h"
 #include "view/gl/overlay.h"
@@ -34,6 +35,7 @@ private:
     void set_state(const DisplayState& state, const Camera& camera, const Scene& scene) const;
     void update_symbols(const SceneTables& tables);
     void update_loads(const SceneTables& tables, const DisplayState& state);
+    void update_contacts(const SceneTables& tables, const DisplayState& state);
     void update_rigid(const SceneTables& tables, const DisplayState& state);
     void draw_mesh(const SceneTables& tables, const DisplayState& state, const Camera& camera) const;
     // `pixels` an edge of the mesh is long
@@ -48,6 +50,7 @@ private:
 
     // symbols of the mesh, and those that follow the deformed shape or the time
     std::uint64_t symbols_of_ = 0, loads_of_mesh_ = 0, loads_of_shape_ = 0;
+    std::pair<std::uint64_t, std::uint64_t> contacts_of_{};  // revisions of mesh and shape
     struct RigidKey {
         std::uint64_t mesh = 0, shape = 0;
         double swing = 0;
