@@ -120,6 +120,17 @@ TEST_F(StaticAnalysis, ClampedSquarePlate) {
     EXPECT_TRUE(testing::contains(console_.notices, "selected by more than one support")) << "corner nodes";
 }
 
+// HOLLOWCYLI R = 0.05, t = 0.01, L = 1, tip force F across: F L³/(3EI) + F L/(κGA).
+TEST_F(StaticAnalysis, AThickTubeBendsAsABeam) {
+    run_balanced(ModelText{.parts = "tube red M HOLLOWCYLI 0.05 0.01 1 0 0 0 48 2 80 0 0 0 0 0 0 0 0 0 ",
+                           .supports = "clamp plane z 0 0 0 0 0 0",
+                           .forces = "tip area y 1000 -1 1 -1 1 1 1"},
+                 {0, 1000, 0});
+    const double E = 2e11, G = E / 2.6, I = M_PI / 4 * (std::pow(0.05, 4) - std::pow(0.04, 4)),
+                 A = M_PI * (0.0025 - 0.0016), kappa = 0.53;  // of a tube of this wall (Cowper, 1966)
+    expect_figure("tube", displacement(0.05, 0, 1)[1], 1000 / (3 * E * I) + 1000 / (kappa * G * A), 0.015);
+}
+
 TEST_F(StaticAnalysis, AFreeBodyIsToldAndStillWritesItsFile) {
     const std::string block = rect("a", "1 1 1", "2 2 2");
     const ModelText cases[] = {
