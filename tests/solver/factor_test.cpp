@@ -168,7 +168,8 @@ TEST_F(FactorFiles, AFailedWriteAndACutFileAreToldAndOldFilesGo) {
     SkylineFactor factor(profile, cut(profile, {0, 150, 300}), {.threads = 1});
     ASSERT_EQ(factor.factor_ldl(km, km.K_value), FactorStatus::ok);
     std::set<std::string> left;
-    for (const auto& entry : std::filesystem::directory_iterator(file(""))) left.insert(entry.path().filename());
+    for (const auto& entry : std::filesystem::directory_iterator(file("")))
+        left.insert(entry.path().filename());
     EXPECT_EQ(left, (std::set<std::string>{"Ltemp_0.txt", "Ltemp_1.txt", "Ltemp_x.txt", "Wtemp_3.txt"}));
     // cut behind the factor's back
     std::filesystem::resize_file(file("Ltemp_0.txt"), 100);
