@@ -21,43 +21,57 @@ Mat3 turned_inertia(const Mat3& R, const Mat3& I) {
     return multiply3(multiply3(R, I), transposed(R));
 }
 
-// The rotations that a body has at R: unit vectors, orthogonal to one another.
-std::vector<Vec3> rotation_axes(const ExplicitBody& body, const Mat3& R) {
-    RigidState at;
-    at.R = R;
-    std::vector<Vec3> axes;
-    for (const Vec6& m : current_motions(body.geometry, at))
-        if (m[3] != 0 || m[4] != 0 || m[5] != 0) axes.push_back({m[3], m[4], m[5]});
-    return axes;
+// A matrix of the body's frame acts on a vector of space.
+Vec3 act(const Mat3& in_body, const Mat3& R, const Vec3& v) { return turned(R, turned(in_body, turned(transposed(R), v))); }
+
+// ω of I ω = L in the rotations that the body has.
+Vec3 angular_velocity(const ExplicitBody& body, const Mat3& R, const Vec3& L) { return act(body.mobility, R, L); }
+
+using Matrix = TNT::Array2D<double>;
+
+// With A Aᵀ = S⁺ of a symmetric S >= 0: its columns, one per eigenvalue above 1e-9 of the largest; none where S is not finite.
+std::vector<std::vector<double>> inverse_root(const Matrix& S) {
+    const int n = S.dim1();
+    std::vector<std::vector<double>> columns;
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j)
+            if (!std::isfinite(S[i][j])) return columns;
+    if (n == 0) return columns;
+    JAMA::Eigenvalue<double> eigen(S);
+    TNT::Array1D<double> values;
+    Matrix V;
+    eigen.getRealEigenvalues(values);
+    eigen.getV(V);
+    for (int k = 0; k < n; ++k) {
+        if (!(values[k] > 1e-9 * values[n - 1])) continue;
+        auto& column = columns.emplace_back();
+        for (int i = 0; i < n; ++i) column.push_back(V[i][k] / std::sqrt(values[k]));
+    }
+    return columns;
 }
 
-// ω of I ω = L in the rotations that the body has: along its rotational motions (as they are at R).
-Vec3 angular_velocity(const ExplicitBody& body, const Mat3& R, const Vec3& L) {
-    const std::vector<Vec3> axes = rotation_axes(body, R);
-    const Mat3 I = turned_inertia(R, body.inertia);
-    const std::size_t n = axes.size();
-    if (n == 0) return {};
-    // (aᵢ·I aⱼ) qⱼ = aᵢ·L, at most 3 × 3, by elimination with pivoting
-    double A[3][4] = {};
-    for (std::size_t i = 0; i < n; ++i) {
-        for (std::size_t j = 0; j < n; ++j) A[i][j] = dot(axes[i], turned(I, axes[j]));
-        A[i][3] = dot(axes[i], L);
+// The rotations of the body: what a moment can turn, and ω by L there. Both are constant in the body's frame: an axis
+// that is held in space lies still in the body too.
+void find_mobility(ExplicitBody& body) {
+    std::vector<Vec3> axes;  // orthogonal unit vectors
+    for (const Vec6& m : body.geometry.motions)
+        if (m[3] != 0 || m[4] != 0 || m[5] != 0) axes.push_back({m[3], m[4], m[5]});
+    const int n = static_cast<int>(axes.size());
+    const auto axis = [&](int k) { return axes[static_cast<std::size_t>(k)]; };
+    Matrix I(n, n, 0.0);
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j) I[i][j] = dot(axis(i), turned(body.inertia, axis(j)));
+    const auto add_square = [](Mat3& sum, const Vec3& a) {
+        for (std::size_t i = 0; i < 3; ++i)
+            for (std::size_t j = 0; j < 3; ++j) sum[3 * i + j] += a[i] * a[j];
+    };
+    for (const Vec3& a : axes) add_square(body.turnable, a);
+    body.turns_freely = n == 3;
+    for (const auto& column : inverse_root(I)) {
+        Vec3 a{};
+        for (int k = 0; k < n; ++k) a = plus(a, axis(k), column[static_cast<std::size_t>(k)]);
+        add_square(body.mobility, a);
     }
-    for (std::size_t p = 0; p < n; ++p) {
-        std::size_t best = p;
-        for (std::size_t i = p + 1; i < n; ++i)
-            if (std::abs(A[i][p]) > std::abs(A[best][p])) best = i;
-        std::swap(A[p], A[best]);
-        for (std::size_t i = 0; i < n; ++i) {
-            if (i == p || A[p][p] == 0) continue;
-            const double f = A[i][p] / A[p][p];
-            for (std::size_t c = p; c < 4; ++c) A[i][c] -= f * A[p][c];
-        }
-    }
-    Vec3 omega{};
-    for (std::size_t i = 0; i < n; ++i)
-        if (A[i][i] != 0) omega = plus(omega, axes[i], A[i][3] / A[i][i]);
-    return omega;
 }
 
 }  // namespace
@@ -84,6 +98,7 @@ ExplicitBodies::ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std:
                 for (std::size_t j = 0; j < 3; ++j) body.inertia[3 * i + j] += m * ((i == j ? dot(r, r) : 0) - r[i] * r[j]);
         }
         body.geometry = geometry;
+        find_mobility(body);
         bodies_.push_back(std::move(body));
     }
 }
@@ -114,130 +129,58 @@ void ExplicitBodies::turn(ExplicitBody& body, double d_time) const {
     body.next.R = multiply3(rotation_of(times(d_time, omega)), body.state.R);
 }
 
-namespace {
-
-using Matrix = TNT::Array2D<double>;
-
-// The prescribed rows as least squares on (v of the pivot, ω): A = Σ cᵀc, g = Σ cᵀd.
-void gather_rows(const ExplicitBody& body, const Mesh& mesh, std::span<const DrivenMembers> driven, std::int32_t b, Matrix& A, double* g,
-                 std::size_t& rows) {
-    for (const DrivenMembers& record : driven) {
-        if (record.body != b) continue;
-        for (std::int32_t n : record.nodes) {
-            const Vec3 r = turned(body.state.R, minus(place_of(mesh, n), body.geometry.pivot));
-            Vec3 unit{};
-            unit[static_cast<std::size_t>(record.axis)] = 1;
-            const Vec3 arm = cross(r, unit);  // e·(ω × r) = ω·(r × e)
-            const double c[6] = {unit[0], unit[1], unit[2], arm[0], arm[1], arm[2]};
-            for (int i = 0; i < 6; ++i) {
-                g[i] += c[i] * record.velocity;
-                for (int j = 0; j < 6; ++j) A[i][j] += c[i] * c[j];
-            }
-            ++rows;
-        }
-    }
-}
-
-}  // namespace
-
-namespace {
-
-// Of a symmetric matrix that may be singular: eigenvalues below 1e-9 of the largest count as 0.
-Matrix pseudo_inverse(const Matrix& A) {
-    const int n = A.dim1();
-    Matrix out(n, n, 0.0), V, symmetric(n, n);
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < n; ++j) {
-            symmetric[i][j] = 0.5 * (A[i][j] + A[j][i]);
-            if (!std::isfinite(symmetric[i][j])) return out;
-        }
-    if (n == 0) return out;
-    JAMA::Eigenvalue<double> eigen(symmetric);
-    TNT::Array1D<double> values;
-    eigen.getRealEigenvalues(values);
-    eigen.getV(V);
-    double largest = 0;
-    for (int k = 0; k < n; ++k) largest = std::max(largest, std::abs(values[k]));
-    for (int k = 0; k < n; ++k)
-        if (std::abs(values[k]) > 1e-9 * largest)
-            for (int i = 0; i < n; ++i)
-                for (int j = 0; j < n; ++j) out[i][j] += V[i][k] * V[j][k] / values[k];
-    return out;
-}
-
-}  // namespace
-
-// Prescribed velocities take the directions of (v, ω) that they say something about; the rest of the motion is what the
-// momenta give, in the metric of the kinetic energy.
+// Prescribed velocities take the motions that they say something about, as least squares; the rest is what the momenta
+// give, in the metric of the kinetic energy: Δq = A (AᵀBA)⁺ Aᵀ Σ cᵀ(d - c q) with B = Σ cᵀc and A Aᵀ = M⁻¹ on the
+// motions that the body has.
 void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> driven, double d_time, std::size_t b) {
-    Matrix A(6, 6, 0.0);
-    double g[6] = {};
-    std::size_t rows = 0;
-    gather_rows(body, mesh_, driven, static_cast<std::int32_t>(b), A, g, rows);
-    if (rows == 0) return;
-    // lengths scale rotations
-    double size = 0;
-    for (std::int32_t n : body.geometry.members) size = std::max(size, std::sqrt(dot(minus(place_of(mesh_, n), body.geometry.pivot), minus(place_of(mesh_, n), body.geometry.pivot))));
-    const double unit = size > 0 ? size : 1;
-    const auto scale = [&](int i) { return i < 3 ? 1.0 : 1 / unit; };
-    for (int i = 0; i < 6; ++i) {
-        g[i] *= scale(i);
-        for (int j = 0; j < 6; ++j) A[i][j] *= scale(i) * scale(j);
-    }
-    JAMA::Eigenvalue<double> eigen(A);
-    TNT::Array1D<double> values;
-    Matrix V;
-    eigen.getRealEigenvalues(values);
-    eigen.getV(V);
-    // the dynamic velocity in scaled coordinates
-    const Vec3 v = body.moves ? times(1 / body.mass, body.p_new) : Vec3{};
-    double q[6] = {v[0], v[1], v[2], unit * body.omega_new[0], unit * body.omega_new[1], unit * body.omega_new[2]};
-    // inverse mass on the body's motions, in scaled coordinates: the momenta that it can take
-    const Mat3 I = turned_inertia(body.state.R, body.inertia);
+    const auto rules = [&](const DrivenMembers& record) { return record.body == static_cast<std::int32_t>(b); };
+    if (std::none_of(driven.begin(), driven.end(), rules)) return;
     const std::vector<Vec6> motions = current_motions(body.geometry, body.state);
     const int count = static_cast<int>(motions.size());
-    if (count == 0) return;
-    Matrix mass(count, count, 0.0);
-    for (int a = 0; a < count; ++a)
-        for (int c = 0; c < count; ++c) {
-            const Vec6 &x = motions[static_cast<std::size_t>(a)], &y = motions[static_cast<std::size_t>(c)];
-            mass[a][c] = body.mass * (x[0] * y[0] + x[1] * y[1] + x[2] * y[2]) + dot({x[3], x[4], x[5]}, turned(I, {y[3], y[4], y[5]}));
+    const auto force_part = [](const Vec6& m) { return Vec3{m[0], m[1], m[2]}; };
+    const auto turn_part = [](const Vec6& m) { return Vec3{m[3], m[4], m[5]}; };
+    const Mat3 I = turned_inertia(body.state.R, body.inertia);
+    Matrix M(count, count, 0.0);
+    for (int i = 0; i < count; ++i)
+        for (int j = 0; j < count; ++j) {
+            const Vec6 &x = motions[static_cast<std::size_t>(i)], &y = motions[static_cast<std::size_t>(j)];
+            M[i][j] = body.mass * dot(force_part(x), force_part(y)) + dot(turn_part(x), turned(I, turn_part(y)));
         }
-    const Matrix inverse = pseudo_inverse(mass);
-    double W[6][6] = {};
-    for (int i = 0; i < 6; ++i)
-        for (int k = 0; k < 6; ++k)
-            for (int a = 0; a < count; ++a)
-                for (int c = 0; c < count; ++c)
-                    W[i][k] += motions[static_cast<std::size_t>(a)][static_cast<std::size_t>(i)] * inverse[a][c] *
-                               motions[static_cast<std::size_t>(c)][static_cast<std::size_t>(k)] / (scale(i) * scale(k));
-    std::vector<int> ruled;
-    for (int k = 0; k < 6; ++k)
-        if (values[k] > 1e-9 * values[5]) ruled.push_back(k);
-    const int m = static_cast<int>(ruled.size());
-    Matrix S(m, m, 0.0);
-    std::vector<double> gap(static_cast<std::size_t>(m));
-    for (int a = 0; a < m; ++a) {
-        double wanted = 0, has = 0;
-        for (int i = 0; i < 6; ++i) {
-            wanted += V[i][ruled[static_cast<std::size_t>(a)]] * g[i] / values[ruled[static_cast<std::size_t>(a)]];
-            has += V[i][ruled[static_cast<std::size_t>(a)]] * q[i];
-        }
-        gap[static_cast<std::size_t>(a)] = wanted - has;
-        for (int c = 0; c < m; ++c)
-            for (int i = 0; i < 6; ++i)
-                for (int j = 0; j < 6; ++j) S[a][c] += V[i][ruled[static_cast<std::size_t>(a)]] * W[i][j] * V[j][ruled[static_cast<std::size_t>(c)]];
+    // motions of unit kinetic energy, velocity of the pivot and ω
+    std::vector<Vec6> unit;
+    for (const auto& column : inverse_root(M)) {
+        Vec6& m = unit.emplace_back();
+        for (int k = 0; k < count; ++k)
+            for (std::size_t c = 0; c < 6; ++c) m[c] += column[static_cast<std::size_t>(k)] * motions[static_cast<std::size_t>(k)][c];
     }
-    // directions that the supports leave no freedom in are not driven
-    const Matrix solved = pseudo_inverse(S);
-    std::vector<double> push(static_cast<std::size_t>(m), 0.0);
-    for (int a = 0; a < m; ++a)
-        for (int c = 0; c < m; ++c) push[static_cast<std::size_t>(a)] += solved[a][c] * gap[static_cast<std::size_t>(c)];
-    for (int i = 0; i < 6; ++i)
-        for (int j = 0; j < 6; ++j)
-            for (int a = 0; a < m; ++a) q[i] += W[i][j] * V[j][ruled[static_cast<std::size_t>(a)]] * push[static_cast<std::size_t>(a)];
-    if (body.moves) body.p_new = times(body.mass, {q[0], q[1], q[2]});
-    const Vec3 omega{q[3] / unit, q[4] / unit, q[5] / unit};
+    Vec3 v = body.moves ? times(1 / body.mass, body.p_new) : Vec3{}, omega = body.omega_new;
+    const int n = static_cast<int>(unit.size());
+    Matrix B(n, n, 0.0);
+    std::vector<double> g(unit.size(), 0.0), c(unit.size());
+    for (const DrivenMembers& record : driven) {
+        if (!rules(record)) continue;
+        const auto axis = static_cast<std::size_t>(record.axis);
+        for (std::int32_t node : record.nodes) {
+            const Vec3 r = turned(body.state.R, minus(place_of(mesh_, node), body.geometry.pivot));
+            const auto along = [&](const Vec3& velocity, const Vec3& spin) { return velocity[axis] + cross(spin, r)[axis]; };
+            for (std::size_t k = 0; k < unit.size(); ++k) c[k] = along(force_part(unit[k]), turn_part(unit[k]));
+            const double gap = record.velocity - along(v, omega);
+            for (int i = 0; i < n; ++i) {
+                g[static_cast<std::size_t>(i)] += c[static_cast<std::size_t>(i)] * gap;
+                for (int j = 0; j < n; ++j) B[i][j] += c[static_cast<std::size_t>(i)] * c[static_cast<std::size_t>(j)];
+            }
+        }
+    }
+    if (n == 0) return;
+    for (const auto& column : inverse_root(B)) {
+        double size = 0;
+        for (std::size_t k = 0; k < column.size(); ++k) size += column[k] * g[k];
+        for (std::size_t k = 0; k < column.size(); ++k) {
+            v = plus(v, force_part(unit[k]), size * column[k]);
+            omega = plus(omega, turn_part(unit[k]), size * column[k]);
+        }
+    }
+    if (body.moves) body.p_new = times(body.mass, v);
     const Mat3 middle = multiply3(rotation_of(times(0.5 * d_time, omega)), body.state.R);
     body.L_new = turned(turned_inertia(middle, body.inertia), omega);
 }
@@ -272,9 +215,8 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
         }
         if (body.moves) body.p_new = plus(body.p, f, d_time);
         // what acts about directions that the body cannot turn in goes to what holds it
-        body.L_new = {};
-        const Vec3 pushed = plus(body.L, m, d_time);
-        for (const Vec3& axis : rotation_axes(body, body.state.R)) body.L_new = plus(body.L_new, axis, dot(axis, pushed));
+        body.L_new = plus(body.L, m, d_time);
+        if (!body.turns_freely) body.L_new = act(body.turnable, body.state.R, body.L_new);
         turn(body, d_time);
         const Vec3 p_free = body.p_new, L_free = body.L_new;
         obey(body, driven, d_time, b);

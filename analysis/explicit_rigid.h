@@ -21,12 +21,14 @@ struct ExplicitBody {
     RigidState state;                  // at t_n
     RigidState next;                   // at t_{n+1}
     double mass = 0;                   // kg, lumped
-    Mat3 inertia{};   // about the pivot, at rest, kg·m^2
+    Mat3 inertia{};                    // about the pivot, at rest, kg·m^2
+    Mat3 turnable{}, mobility{};       // at rest: onto the rotations that the body has; ω by L there, 1/(kg·m^2)
     Vec3 centre{};                     // mass centre from the pivot, at rest, m; 0 where the body is not held
     Vec3 p{}, L{};                     // momentum and spatial angular momentum about the pivot, at t_{n-½}
     Vec3 p_new{}, L_new{};             // at t_{n+½}
     Vec3 omega{}, omega_new{};         // angular velocity at the half steps, rad/s
     bool moves = true;                 // its mass centre is free
+    bool turns_freely = true;          // about every axis: turnable is 1
 };
 
 // A prescribed velocity of members: rows of one body.
@@ -35,6 +37,7 @@ struct DrivenMembers {
     std::vector<std::int32_t> nodes;  // 0-based
     std::int32_t axis;
     double velocity = 0;              // at the middle of the step, m/s
+    TimeExpression given{};           // where it comes from
 };
 
 // The members' nodal arrays, node × 4 as in ExplicitState.

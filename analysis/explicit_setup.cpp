@@ -207,7 +207,7 @@ void add_members(std::span<const std::int32_t> nodes, const VelocityRecord& reco
         const std::int32_t body = s.bodies->system().body_of_node[static_cast<std::size_t>(n)];
         if (body < 0) continue;
         auto at = std::find_if(out.begin() + static_cast<std::ptrdiff_t>(first), out.end(), [&](const DrivenMembers& d) { return d.body == body; });
-        if (at == out.end()) at = out.insert(out.end(), DrivenMembers{body, {}, record.axis, record.velocity.start});
+        if (at == out.end()) at = out.insert(out.end(), DrivenMembers{body, {}, record.axis, record.velocity.start, record.velocity});
         at->nodes.push_back(n);
     }
 }
@@ -219,7 +219,6 @@ void set_driven(const ModelStore& store, const NodeElements& node_elements, Expl
         const auto nodes = nodes_of(record, store, node_elements);
         const std::size_t bodies_before = s.driven_members.size();
         add_members(nodes, record, s, s.driven_members);
-        s.member_velocities.resize(s.driven_members.size(), record.velocity);
         for (std::size_t k = bodies_before; k < s.driven_members.size(); ++k)
             if (const RigidBody& body = s.bodies->system().bodies[static_cast<std::size_t>(s.driven_members[k].body)]; body.count() < 6)
                 remark(report, "velocity input " + record.name + ": supports hold rigid element " +

@@ -81,7 +81,6 @@ struct ExplicitState {
     std::vector<DrivenDofs> driven;
     std::optional<ExplicitBodies> bodies;
     std::vector<DrivenMembers> driven_members;      // one per record and body
-    std::vector<TimeExpression> member_velocities;  // of each
     LineDoubles acting;                             // node × 4: loads and contacts less internal forces, at members
     std::vector<double> partial;  // sums of the sweeps' chunks
 

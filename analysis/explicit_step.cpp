@@ -138,8 +138,7 @@ namespace {
 // The bodies' part of the velocities at t_n + Δt/2, after friction has said what it takes.
 void advance_bodies(const ModelStore& store, ExplicitState& s, std::array<double, 2>& driving, std::array<double, 2>& loads) {
     const double middle = (static_cast<double>(s.step) + 0.5) * s.d_time;
-    for (std::size_t k = 0; k < s.driven_members.size(); ++k)
-        s.driven_members[k].velocity = s.member_velocities[k].at(middle, store.parameters);
+    for (DrivenMembers& record : s.driven_members) record.velocity = record.given.at(middle, store.parameters);
     for (const ExplicitBody& body : s.bodies->bodies())
         for (std::int32_t n : body.geometry.members)
             for (std::size_t c = 0; c < 3; ++c) {
