@@ -68,20 +68,8 @@ void fill_report(const ModelStore& store, const ExplicitState& s, RunReport& rep
     out.elements = store.mesh.element_num();
     out.kernel = s.blocks ? s.blocks->kernel_name() : "";
     out.time = static_cast<double>(s.step) * s.d_time;
-    const ExplicitEnergies& e = s.energies;
-    out.kinetic = e.kinetic;
-    out.internal = e.internal;
-    out.plastic = e.plastic;
-    out.damping = e.damping;
-    out.wall = e.wall;
-    out.contact = e.contact;
-    out.external = e.external;
-    out.support = e.support;
-    out.drift = 0;
-    for (std::size_t r = 0; r < s.history.rows(); ++r) {
-        const double drift = s.history.value(r, "drift");
-        if (!(std::abs(drift) <= std::abs(out.drift))) out.drift = drift;
-    }
+    out.energies = s.energies;
+    out.drift = s.largest_drift;
     if (std::abs(out.drift) > largest_drift && !s.diverged)
         report.remarks.notices.push_back(console::format(
             "the energy is out of balance by %.1f %%: d_time is too large or the mesh too coarse",

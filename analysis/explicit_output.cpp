@@ -71,6 +71,7 @@ void balance(ExplicitState& s) {
                         std::abs(e.external), std::abs(e.support)})
         s.largest_energy = std::max(s.largest_energy, part);
     s.drift = s.largest_energy > 0 ? (e.total() - s.start_energy) / s.largest_energy : 0.0;
+    if (!(std::abs(s.drift) <= std::abs(s.largest_drift))) s.largest_drift = s.drift;
 }
 
 void add_row(ExplicitState& s) {

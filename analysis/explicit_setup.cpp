@@ -446,11 +446,7 @@ bool set_up_explicit(ModelStore& store, const Settings& settings, const Explicit
     const Mesh& mesh = store.mesh;
     extract_surface(store, s, report);
     console::print("diag_num=%d\n", store.diag_num);
-    store.fn_free = 3 * mesh.node_num();
-    set_up.system.node_elements = elements_of_nodes(mesh);
-    set_up.system.numbering = apply_boundary_conditions(store.boundary_conditions, mesh,
-                                                        set_up.system.node_elements, store.fn_free);
-    store.fn_free = static_cast<std::int32_t>(set_up.system.numbering.free_dofs.size());
+    count_freedoms(store, set_up.system.node_elements, set_up.system.numbering, report);
     if (!find_rigid_bodies(store, set_up.system.node_elements, set_up.system.numbering, set_up.system.rigid, report)) return false;
     if (!assemble(store, s, set_up, report)) return false;
     lump_mass(set_up, report);
@@ -462,7 +458,6 @@ bool set_up_explicit(ModelStore& store, const Settings& settings, const Explicit
     set_bodies(store, set_up, s, report);
     const std::vector<char> rigid = set_up.system.rigid.elements_inside(mesh);
     s.node_elements = std::move(set_up.system.node_elements);
-    if (!s.bodies) report.free_dofs = store.fn_free;
     report.clock.begin("step size");
     if (!choose_step(store, set_up, rigid, s, report)) return false;
     set_up.system = {};

@@ -50,12 +50,6 @@ struct ExplicitHistory {
     double value(std::size_t row, const std::string& name) const;
 };
 
-struct ExplicitEnergies {
-    double kinetic = 0, internal = 0, plastic = 0, damping = 0;  // plastic is a part of internal
-    double wall = 0, contact = 0, external = 0, support = 0;     // work done on the bodies
-    double total() const { return kinetic + internal + damping - wall - contact - external - support; }
-};
-
 struct ExplicitState {
     // steps
     double d_time = 0;
@@ -85,7 +79,7 @@ struct ExplicitState {
     std::vector<double> partial;  // sums of the sweeps' chunks
 
     Work damping_work, wall_work, contact_work, support_work, rigid_work;
-    double start_energy = 0, largest_energy = 0, drift = 0;
+    double start_energy = 0, largest_energy = 0, drift = 0, largest_drift = 0;
     ExplicitEnergies energies;
     std::array<double, 3> momentum{}, angular_momentum{}, reaction{};
 

@@ -167,7 +167,7 @@ void print_sizes(const ModelStore& store, const SparseKM& km, RunReport& report)
 
 }  // namespace
 
-bool number_freedoms(ModelStore& store, NodeElements& node_elements, DofNumbering& numbering, RunReport& report) {
+void count_freedoms(ModelStore& store, NodeElements& node_elements, DofNumbering& numbering, RunReport& report) {
     store.fn_free = 3 * store.mesh.node_num();
     node_elements = elements_of_nodes(store.mesh);
     numbering = apply_boundary_conditions(store.boundary_conditions, store.mesh, node_elements, store.fn_free);
@@ -180,8 +180,12 @@ bool number_freedoms(ModelStore& store, NodeElements& node_elements, DofNumberin
     }
     store.fn_free = true_free;
     report.free_dofs = true_free;
-    if (true_free == 0) report.fail(RunStatus::failed, "every degree of freedom is fixed: nothing to solve");
-    return true_free > 0;
+}
+
+bool number_freedoms(ModelStore& store, NodeElements& node_elements, DofNumbering& numbering, RunReport& report) {
+    count_freedoms(store, node_elements, numbering, report);
+    if (report.free_dofs == 0) report.fail(RunStatus::failed, "every degree of freedom is fixed: nothing to solve");
+    return report.free_dofs > 0;
 }
 
 void report_unused_records(const ModelStore& store, const DofNumbering& numbering, const LoadVector& load, RunReport& report) {

@@ -56,7 +56,8 @@ ElementMatrices element_matrices(const ModelStore& store, const Elasticity& elas
 std::vector<double> unstrained_diagonal(const ModelStore& store, const DofNumbering& numbering, const RigidSystem& rigid, const SparseKM& km);
 
 // Supports and the numbering of the free degrees of freedom, with the progress lines; sets store.fn_free.
-// False with report.status failed when nothing is free.
+// number_freedoms: false with report.status failed when nothing is free.
+void count_freedoms(ModelStore& store, NodeElements& node_elements, DofNumbering& numbering, RunReport& report);
 bool number_freedoms(ModelStore& store, NodeElements& node_elements, DofNumbering& numbering, RunReport& report);
 
 // Says which forces and supports reach nothing.

@@ -60,12 +60,18 @@ struct ModeReport {
 };
 
 // Of an explicit run: energies and momenta of the last output.
+struct ExplicitEnergies {                                        // J
+    double kinetic = 0, internal = 0, plastic = 0, damping = 0;  // plastic is a part of internal
+    double wall = 0, contact = 0, external = 0, support = 0;     // work done on the bodies
+    double total() const { return kinetic + internal + damping - wall - contact - external - support; }
+};
+
 struct ExplicitReport {
     std::int64_t steps = 0, time_num = 0, frames = 0, elements = 0;
     double d_time = 0, stable_step = 0, time = 0;  // s
     double loop_seconds = 0;
     const char* kernel = "";                       // instruction set of the internal forces
-    double kinetic = 0, internal = 0, plastic = 0, damping = 0, wall = 0, contact = 0, external = 0, support = 0;  // J
+    ExplicitEnergies energies;
     double drift = 0;                              // largest error of the balance over the largest energy
     std::array<double, 3> momentum{}, angular_momentum{};  // kg·m/s, kg·m²/s
     bool displacements_written = false, history_written = false;

@@ -23,13 +23,14 @@ void print_notices(const Remarks& remarks) {
 }
 
 void print_dynamics(const ExplicitReport& d) {
+    const ExplicitEnergies& e = d.energies;
     summary("%-22s %lld of %lld in %.3f s, %.1f a second, %.4g element-steps a second (%s)\n", "steps", static_cast<long long>(d.steps),
             static_cast<long long>(d.time_num - 1), d.loop_seconds, static_cast<double>(d.steps) / d.loop_seconds,
             static_cast<double>(d.steps) * static_cast<double>(d.elements) / d.loop_seconds, d.kernel);
     summary("%-22s %.6e s, time step %.6e s, stable step %.6e s, %lld frames\n", "time reached", d.time, d.d_time, d.stable_step,
             static_cast<long long>(d.frames));
-    summary("%-22s kinetic %.6e, internal %.6e (plastic %.6e), damped %.6e J\n", "energy", d.kinetic, d.internal, d.plastic, d.damping);
-    summary("%-22s loads %.6e, walls %.6e, contact %.6e, driven %.6e J\n", "work done", d.external, d.wall, d.contact, d.support);
+    summary("%-22s kinetic %.6e, internal %.6e (plastic %.6e), damped %.6e J\n", "energy", e.kinetic, e.internal, e.plastic, e.damping);
+    summary("%-22s loads %.6e, walls %.6e, contact %.6e, driven %.6e J\n", "work done", e.external, e.wall, e.contact, e.support);
     summary("%-22s %.3e of the largest energy\n", "energy drift", d.drift);
     summary("%-22s %.6e %.6e %.6e kg m/s\n", "momentum", d.momentum[0], d.momentum[1], d.momentum[2]);
     summary("%-22s %.6e %.6e %.6e kg m^2/s about the origin\n", "angular momentum", d.angular_momentum[0], d.angular_momentum[1], d.angular_momentum[2]);

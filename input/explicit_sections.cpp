@@ -105,20 +105,8 @@ std::int32_t part_index(const Token& token, std::span<const Part> parts, InputRe
 
 }  // namespace
 
-std::vector<std::span<const Token>> records_of(const TableSection& table, std::size_t length,
-                                               InputRemarks& remarks) {
-    const std::span<const Token> tokens(table.tokens);
-    std::vector<std::span<const Token>> records;
-    for (std::size_t k = 0; k + length <= tokens.size(); k += length)
-        records.push_back(tokens.subspan(k, length));
-    const std::size_t left_over = tokens.size() % length;
-    if (left_over > 0)
-        remarks.expected(table.closing, std::to_string(length - left_over) + " more of the " +
-                                            std::to_string(length) + " tokens of a record of " +
-                                            std::string(table.key));
-    else if (table.closing.text.empty())
-        remarks.notice("section " + std::string(table.key) + " ends with the file, without its closing %");
-    return records;
+std::vector<std::span<const Token>> records_of(const TableSection& table, std::size_t length, InputRemarks& remarks) {
+    return records_of(std::string(table.key), table.tokens, table.closing, length, remarks);
 }
 
 void read_walls(const TableSection& table, std::span<const Parameter> parameters, InputRemarks& remarks,
