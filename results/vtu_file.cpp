@@ -110,13 +110,29 @@ std::vector<Array> point_arrays(const ModelStore& store) {
     return arrays;
 }
 
+// The data of a file, in the order they stand in it.
+using Groups = std::vector<std::pair<const char*, std::vector<Array>>>;
+
+// All that the frames of a mesh share; the first group waits for the point data.
+Groups make_groups(const ModelStore& store) {
+    const Cells cells = make_cells(store);
+    return {{"PointData", {}},
+            {"CellData", {make_array<std::int32_t>("Int32", "part", 1, cells.part),
+                          make_array<std::int32_t>("Int32", "material", 1, cells.material)}},
+            {"Points", {make_array<double>("Float64", "Points", 3, store.mesh.coordinates)}},
+            {"Cells", {make_array<std::int64_t>("Int64", "connectivity", 1, cells.connectivity),
+                       make_array<std::int64_t>("Int64", "offsets", 1, cells.offsets),
+                       make_array<std::uint8_t>("UInt8", "types", 1, cells.types)}}};
+}
+
 // The XML up to the appended data; every array gets its offset in order.
-std::string make_xml(const Mesh& mesh, std::size_t cells, const std::vector<std::pair<const char*, std::vector<Array>>>& groups) {
+std::string make_xml(const Mesh& mesh, const Groups& groups) {
     std::uint64_t offset = 0;
     std::string xml = console::format(
         "<?xml version=\"1.0\"?>\n<VTKFile type=\"UnstructuredGrid\" version=\"1.0\" byte_order=\"%s\" header_type=\"UInt64\">\n"
         "<UnstructuredGrid>\n<Piece NumberOfPoints=\"%d\" NumberOfCells=\"%zu\">\n",
-        std::endian::native == std::endian::little ? "LittleEndian" : "BigEndian", mesh.node_num(), cells);
+        std::endian::native == std::endian::little ? "LittleEndian" : "BigEndian", mesh.node_num(),
+        mesh.p_ele_part_id.size() + mesh.surface_part_id.size());
     for (const auto& [group, arrays] : groups) {
         xml += console::format("<%s>\n", group);
         for (const Array& array : arrays) {
@@ -138,17 +154,9 @@ bool told(const std::string& trouble) {
     return trouble.empty();
 }
 
-bool write_grid(const ModelStore& store, const Cells& cells, const std::string& target, std::vector<Array> point_data) {
-    std::vector<std::pair<const char*, std::vector<Array>>> groups;
-    groups.emplace_back("PointData", std::move(point_data));
-    groups.emplace_back("CellData", std::vector<Array>{make_array<std::int32_t>("Int32", "part", 1, cells.part),
-                                                       make_array<std::int32_t>("Int32", "material", 1, cells.material)});
-    groups.emplace_back("Points", std::vector<Array>{make_array<double>("Float64", "Points", 3, store.mesh.coordinates)});
-    groups.emplace_back("Cells", std::vector<Array>{make_array<std::int64_t>("Int64", "connectivity", 1, cells.connectivity),
-                                                    make_array<std::int64_t>("Int64", "offsets", 1, cells.offsets),
-                                                    make_array<std::uint8_t>("UInt8", "types", 1, cells.types)});
+bool write_grid(const Mesh& mesh, const Groups& groups, const std::string& target) {
     return told(write_whole(target, [&](TextOutput& file) {
-        file.write(make_xml(store.mesh, cells.types.size(), groups));
+        file.write(make_xml(mesh, groups));
         for (const auto& [group, arrays] : groups)
             for (const Array& array : arrays) {
                 const std::uint64_t size = array.bytes.size();
@@ -163,20 +171,25 @@ bool write_grid(const ModelStore& store, const Cells& cells, const std::string& 
 
 std::string vtu_file_name(const ModelStore& store) { return base_of(store) + ".vtu"; }
 
-bool write_vtu(const ModelStore& store) { return write_grid(store, make_cells(store), vtu_file_name(store), point_arrays(store)); }
+bool write_vtu(const ModelStore& store) {
+    Groups groups = make_groups(store);
+    groups.front().second = point_arrays(store);
+    return write_grid(store.mesh, groups, vtu_file_name(store));
+}
 
 std::string pvd_file_name(const ModelStore& store) { return base_of(store) + ".pvd"; }
 
 bool write_vtu_frames(const ModelStore& store) {
-    const Cells cells = make_cells(store);
+    Groups groups = make_groups(store);
     const std::string base = base_of(store);
     std::string list = "<?xml version=\"1.0\"?>\n<VTKFile type=\"Collection\" version=\"1.0\">\n<Collection>\n";
     for (std::size_t k = 0; k < store.results.n_freq.size(); ++k) {
         const std::string target = base + console::format("_%06zu.vtu", k + 1);
-        std::vector<Array> arrays;
+        std::vector<Array>& arrays = groups.front().second;
+        arrays.clear();
         add_frame(store, k, "", arrays);
         add_plastic_strain(store, k, arrays);
-        if (!write_grid(store, cells, target, std::move(arrays))) return false;
+        if (!write_grid(store.mesh, groups, target)) return false;
         list += console::format("<DataSet timestep=\"%.9e\" part=\"0\" file=\"%s\"/>\n", store.results.n_freq[k], paths::base_name(target).c_str());
     }
     return told(write_whole(pvd_file_name(store), [&](TextOutput& file) { file.write(list + "</Collection>\n</VTKFile>\n"); }));
