@@ -167,18 +167,9 @@ void drop_explicit() {
     live_run().reset();
 }
 
-ExplicitProgress explicit_progress() {
+std::int64_t explicit_frame() {
     const LiveRun* run = live_run().get();
-    if (!run) return {};
-    const ExplicitState& s = run->state;
-    return {true,
-            run->k,
-            s.step,
-            s.time_num,
-            s.out_time_num,
-            s.output_frequency,
-            static_cast<double>(s.step) * s.d_time,
-            s.diverged};
+    return run ? run->k : 0;
 }
 
 bool advance_explicit(RunReport& report) {

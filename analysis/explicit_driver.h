@@ -44,17 +44,8 @@ RunReport finish_explicit();
 // Lets the state go without writing: before another analysis starts or another model is read.
 void drop_explicit();
 
-struct ExplicitProgress {
-    bool running = false;           // begun and neither finished nor dropped
-    std::int64_t k = 1;             // frame counter: frames 1 … k hold results
-    std::int64_t step = 0;          // last step done
-    std::int64_t time_num = 0;      // steps are 1 … time_num - 1
-    std::int64_t out_time_num = 0;  // frames of the whole run
-    std::int64_t output_frequency = 1;
-    double time = 0;  // s
-    bool diverged = false;
-};
-ExplicitProgress explicit_progress();
+// Frame counter: frames 1 … k hold results. 0 when no run has begun, or it is finished or dropped.
+std::int64_t explicit_frame();
 
 // One output interval, as a repaint calls it: steps (k - 1)·output_frequency + 1 up to, exclusively,
 // min(k·output_frequency + 1, time_num); then k rises by one with the line " ti_current = %d\n". On

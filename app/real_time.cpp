@@ -7,7 +7,7 @@ namespace kestralum {
 namespace {
 
 constexpr RealTimeDriver explicit_analysis{begin_explicit, advance_explicit, drop_explicit,
-                                           [] { return static_cast<int>(explicit_progress().k); }, 100};
+                                           [] { return static_cast<int>(explicit_frame()); }, 100};
 
 const RealTimeDriver*& driver_in_force() {
     static const RealTimeDriver* driver = &explicit_analysis;
