@@ -64,7 +64,7 @@ public:
         state_.light = {1, 1, 1};
         resize(camera_, width, height);
         look_from(camera_, ViewDirection::isometric);
-        fit(camera_, tables().box());
+        fit_points(camera_, tables().box(), mesh_.coordinates);
     }
     ~Box() { drawing_.release(true); }
 

@@ -43,18 +43,6 @@ Spread spread_of(const Mesh& mesh, std::span<const std::int32_t> nodes) {
     return out;
 }
 
-// Two unit vectors across `axis`.
-std::array<Vec3, 2> across(const Vec3& axis) {
-    std::size_t smallest = 0;
-    for (std::size_t c = 1; c < 3; ++c)
-        if (std::abs(axis[c]) < std::abs(axis[smallest])) smallest = c;
-    Vec3 unit{};
-    unit[smallest] = 1;
-    Vec3 first = cross(axis, unit);
-    first = times(1 / norm(first), first);
-    return {first, cross(axis, first)};
-}
-
 void add_translations(RigidBody& body) {
     for (std::size_t c = 0; c < 3; ++c) body.motions.emplace_back()[c] = 1;
 }
@@ -76,8 +64,11 @@ void find_motions(RigidBody& body, const Mesh& mesh, const std::string& name, st
     } else if (all.rank == 1) {
         notices.push_back("rigid element " + name + ": its members lie on a line: the rotation about it is held");
         body.axes_turn = true;
-        if (turns)
-            for (const Vec3& axis : across(all.direction)) add_rotation(body, axis);
+        if (turns) {
+            const Vec3 first = across(all.direction);
+            add_rotation(body, first);
+            add_rotation(body, cross(all.direction, first));
+        }
     } else if (turns) {
         add_rotations(body);
     } else if (held.rank == 1) {
@@ -160,28 +151,38 @@ void find_normals(RigidSystem& system, const Mesh& mesh) {
     }
 }
 
+std::vector<std::int32_t> add_body(RigidSystem& system, const RigidElement& record, const Mesh& mesh, const NodeElements& node_elements) {
+    if (system.empty()) system.body_of_node.assign(static_cast<std::size_t>(mesh.node_num()), -1);
+    RigidBody body;
+    body.record = static_cast<std::int32_t>(system.bodies.size());
+    body.reference = record.reference;
+    std::vector<std::int32_t> taken;
+    for (std::int32_t n : select_members(record, mesh, node_elements)) {
+        std::int32_t& owner = system.body_of_node[static_cast<std::size_t>(n)];
+        if (owner >= 0) {
+            taken.push_back(n);
+            continue;
+        }
+        owner = body.record;
+        body.members.push_back(n);
+    }
+    system.bodies.push_back(std::move(body));
+    return taken;
+}
+
 RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh& mesh, const NodeElements& node_elements,
                                std::span<const std::int32_t> fixed_nodes) {
     RigidSystem out;
     if (records.empty()) return out;
-    out.body_of_node.assign(static_cast<std::size_t>(mesh.node_num()), -1);
     std::vector<char> fixed(static_cast<std::size_t>(mesh.node_num()), 0);
     for (std::int32_t n : fixed_nodes) fixed[static_cast<std::size_t>(n)] = 1;
     for (std::size_t k = 0; k < records.size(); ++k) {
-        RigidBody body;
-        body.record = static_cast<std::int32_t>(k);
-        body.reference = records[k].reference;
         std::vector<std::vector<std::int32_t>> shared(k);
-        for (std::int32_t n : select_members(records[k], mesh, node_elements)) {
-            std::int32_t& owner = out.body_of_node[static_cast<std::size_t>(n)];
-            if (owner >= 0) {
-                shared[static_cast<std::size_t>(owner)].push_back(n);
-                continue;
-            }
-            owner = body.record;
-            body.members.push_back(n);
+        for (std::int32_t n : add_body(out, records[k], mesh, node_elements))
+            shared[static_cast<std::size_t>(out.body_of_node[static_cast<std::size_t>(n)])].push_back(n);
+        RigidBody& body = out.bodies.back();
+        for (std::int32_t n : body.members)
             if (fixed[static_cast<std::size_t>(n)]) body.fixed.push_back(n);
-        }
         for (std::size_t other = 0; other < k; ++other) {
             if (shared[other].empty()) continue;
             if (spread_of(mesh, shared[other]).rank == 2)
@@ -197,7 +198,6 @@ RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh
         find_motions(body, mesh, records[k].name, out.notices);
         body.first = out.equations;
         out.equations += body.count();
-        out.bodies.push_back(std::move(body));
     }
     find_normals(out, mesh);
     return out;

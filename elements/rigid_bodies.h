@@ -54,6 +54,9 @@ struct RigidSystem {
 // Nodes on solid elements that a record selects, 0-based ascending: 1e-7 m beside its box or disc count.
 std::vector<std::int32_t> select_members(const RigidElement& record, const Mesh& mesh, const NodeElements& node_elements);
 
+// Adds the body of the next record with the nodes it selects, but for those of bodies that stand already: these are returned.
+std::vector<std::int32_t> add_body(RigidSystem& system, const RigidElement& record, const Mesh& mesh, const NodeElements& node_elements);
+
 // Sets the bodies' normals: area vectors of the free faces whose corners are members of one body; where a body has none,
 // the sum of its nodes' normals. Sums that cancel but for rounding leave 0. Needs members and body_of_node.
 void find_normals(RigidSystem& system, const Mesh& mesh);

@@ -17,6 +17,9 @@ inline constexpr const char* program_version = "ver3.01";
 
 enum class AnalysisType : std::int32_t { eigen = 0, linear_static = 1, nonlinear_static = 2, explicit_dynamics = 3 };
 
+// Its frames are states one after the other, each reached from the one before, with finite rotations.
+constexpr bool has_steps(AnalysisType type) { return type >= AnalysisType::nonlinear_static; }
+
 // The mesh of the whole model. Node n (0-based) owns degrees of freedom 3n, 3n+1, 3n+2.
 struct Mesh {
     std::vector<double> coordinates;          // node_num × 3: x y z, m

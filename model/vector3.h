@@ -37,6 +37,16 @@ inline Vec3 unit(const Vec3& a, const Vec3& fallback = {0, 0, 1}) {
     return length > 0 && std::isfinite(length) ? times(1 / length, a) : fallback;
 }
 
+// Unit vector across a unit vector: at right angles to it and to the coordinate axis that it follows least.
+inline Vec3 across(const Vec3& axis) {
+    std::size_t smallest = 0;
+    for (std::size_t c = 1; c < 3; ++c)
+        if (std::abs(axis[c]) < std::abs(axis[smallest])) smallest = c;
+    Vec3 direction{};
+    direction[smallest] = 1;
+    return unit(cross(axis, direction));
+}
+
 // Triple n (0-based) of a node_num × 3 table.
 inline Vec3 triple(std::span<const double> table, std::int64_t n) {
     const double* x = table.data() + 3 * n;

@@ -7,16 +7,15 @@
 
 namespace kestralum::view {
 
-namespace {
-
 double tangent() {
     return std::tan(0.5 * field_of_view * std::numbers::pi / 180);
 }
 
-// Distance from the camera to the model's centre along the view axis.
-double distance(const Camera& camera, double L) {
-    return L - camera.shift[2];
+double distance(const Camera& camera, const Scene& scene) {
+    return extent_of(scene.max_length) - camera.shift[2];
 }
+
+namespace {
 
 // Model turned about its centre, then moved; the camera's own place comes on top.
 Vec3 turned(const Matrix& turn, const Vec3& p) {
@@ -164,7 +163,7 @@ Matrix trackball(const Camera& camera, int x0, int y0, int x1, int y1) {
 
 void zoom_at(Camera& camera, const Scene& scene, double steps, int x, int y) {
     const double L = extent_of(scene.max_length);
-    const double from = distance(camera, L);
+    const double from = distance(camera, scene);
     if (!(from > 0)) {  // the right button may have moved the centre behind the camera
         if (steps < 0) camera.shift[2] -= 0.1 * L;
         return;
@@ -174,15 +173,6 @@ void zoom_at(Camera& camera, const Scene& scene, double steps, int x, int y) {
     camera.shift[0] += sx * (to - from);
     camera.shift[1] += sy * (to - from);
     camera.shift[2] = L - to;
-}
-
-void fit(Camera& camera, const Scene& scene, double grow) {
-    const double by = grow * extent_of(scene.max_length);
-    std::vector<double> corners;
-    for (int corner = 0; corner < 8; ++corner)
-        for (std::size_t k = 0; k < 3; ++k)
-            corners.push_back((corner >> k & 1) ? scene.size_info[3 + k] + by : scene.size_info[k] - by);
-    fit_points(camera, scene, corners);
 }
 
 namespace {
@@ -272,13 +262,6 @@ Ray unproject(const Camera& camera, const Scene& scene, double pixel_x, double p
     const Vec3 place = minus(Vec3{0, 0, L}, camera.shift);
     return {plus(turned_back(camera.turn, place), scene.centre()),
             unit(turned_back(camera.turn, {sx, sy, -1}))};
-}
-
-std::int32_t normalised_angle(std::int32_t sixteenths) {
-    constexpr std::int32_t full_turn = 360 * 16;
-    if (sixteenths >= 0 && sixteenths <= full_turn) return sixteenths;
-    const std::int32_t rest = sixteenths % full_turn;
-    return rest < 0 ? rest + full_turn : rest;
 }
 
 }  // namespace kestralum::view

@@ -54,6 +54,10 @@ struct Camera {
 // A side of 0 counts as 1: a collapsed view still has a projection.
 void resize(Camera& camera, int width, int height);
 
+double tangent();  // of half the field of view
+// From the camera to the model's centre along the view axis, m; not positive where that lies behind.
+double distance(const Camera& camera, const Scene& scene);
+
 Matrix projection(const Camera& camera, const Scene& scene);
 Matrix model_view(const Camera& camera, const Scene& scene);
 
@@ -71,15 +75,12 @@ Matrix trackball(const Camera& camera, int x0, int y0, int x1, int y1);
 // under the cursor in the plane of the model's centre stays there.
 void zoom_at(Camera& camera, const Scene& scene, double steps, int x, int y);
 
-// Model centred, its box (grown by `grow` max_length on every side) wholly in the picture.
-void fit(Camera& camera, const Scene& scene, double grow = 0);
-
 // Room that texts take at the edges of the view, pixels.
 struct Margins {
     double left = 0, right = 0, top = 0, bottom = 0;
 };
 
-// The same for a cloud of points (n × 3, model space) in what the margins leave of the view: as near
+// Brings a cloud of points (n × 3, model space) wholly into what the margins leave of the view: as near
 // as it can come, in the middle. Margins that leave less than a third of a side do not count there.
 void fit_points(Camera& camera, const Scene& scene, std::span<const double> points,
                 const Margins& margins = {});
@@ -92,8 +93,5 @@ std::optional<Vec3> project(const Camera& camera, const Scene& scene, const Vec3
 
 // The ray of the model's space that falls on a pixel, from the camera outwards.
 Ray unproject(const Camera& camera, const Scene& scene, double pixel_x, double pixel_y);
-
-// Angle in sixteenths of a degree, brought into 0 … 5760.
-std::int32_t normalised_angle(std::int32_t sixteenths);
 
 }  // namespace kestralum::view

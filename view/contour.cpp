@@ -100,11 +100,4 @@ Color contour_color(double v, double alpha) {
     return {static_cast<float>(red / m), static_cast<float>(green / m), static_cast<float>(blue / m), a};
 }
 
-std::vector<Color> node_colors(std::span<const double> values, const ValueRange& range, double alpha) {
-    std::vector<Color> colors(values.size());
-    for (std::size_t n = 0; n < values.size(); ++n)
-        colors[n] = contour_color(normalised(values[n], range), alpha);
-    return colors;
-}
-
 }  // namespace kestralum::view

@@ -91,7 +91,4 @@ double normalised(double value, const ValueRange& range);
 // NaN: no value.
 Color contour_color(double v, double alpha);
 
-// Colour of every node, node_num entries, for the drawing's vertex arrays.
-std::vector<Color> node_colors(std::span<const double> values, const ValueRange& range, double alpha);
-
 }  // namespace kestralum::view

@@ -1,7 +1,6 @@
 #include "view/picking.h"
 
 #include <limits>
-#include <numbers>
 
 #include "model/console.h"
 #include "view/contour.h"
@@ -91,7 +90,7 @@ std::optional<Pick> pick_node(const Ray& ray, const Surface& surface, std::span<
 }
 
 double pixel_slack(const Camera& camera, double pixels) {
-    return 2 * pixels * std::tan(0.5 * field_of_view * std::numbers::pi / 180) / camera.height;
+    return 2 * pixels * tangent() / camera.height;
 }
 
 std::string pick_text(const Pick& pick) {

@@ -12,16 +12,6 @@ namespace {
 
 constexpr Color violet{0.5f, 0, 0.5f, 1}, faint_violet{0.5f, 0, 0.5f, 0.45f}, spring_color{0, 0.4f, 0.3f, 1};
 
-// Unit vector across a unit vector.
-Vec3 across(const Vec3& axis) {
-    std::size_t smallest = 0;
-    for (std::size_t c = 1; c < 3; ++c)
-        if (std::abs(axis[c]) < std::abs(axis[smallest])) smallest = c;
-    Vec3 direction{};
-    direction[smallest] = 1;
-    return unit(cross(axis, direction));
-}
-
 // How nodes that move as one displace any point x: u = u0 + Σ ((x - p0)·e_k) d_k, with unit vectors e_k fixed
 // to the nodes and their changes d_k. Affine, so that it holds for a multiple of a finite rotation as well.
 struct Carried {
@@ -156,7 +146,7 @@ private:
         // chosen where they rest: the same ones in every frame
         for (const Vec3& x : spread_out(at_rest, most_spokes, 0.05 * extent_))
             out_.lines.push_back({place, drawn(x), faint_violet});
-        const std::size_t stride = (nodes.size() + most_members - 1) / most_members;
+        const std::size_t stride = stride_for(nodes.size(), most_members);
         for (std::size_t i = 0; i < nodes.size(); i += stride)
             out_.members.push_back(
                 shape_.deforms() ? plus(at_rest[i], times(shape_.factor, triple(shape_.vector, nodes[i])))

@@ -217,17 +217,6 @@ Vec3 area_vector(const Surface& surface, std::span<const double> x, std::int64_t
     return cross(minus(triple(x, node[1]), a), minus(triple(x, node[2]), a));
 }
 
-// Visits every face: its first triangle, how many it has and the sum of their area vectors.
-template <typename Visit>
-void for_each_face(const Surface& surface, std::span<const double> x, Visit visit) {
-    for (const PartTriangles& part : surface.parts)
-        for (std::int64_t t = part.first; t < part.first + part.count; t += part.triangles_per_face) {
-            Vec3 sum{};
-            for (int k = 0; k < part.triangles_per_face; ++k) sum = plus(sum, area_vector(surface, x, t + k));
-            visit(t, part.triangles_per_face, sum);
-        }
-}
-
 }  // namespace
 
 Surface build_surface(const Mesh& mesh, Faces faces) {
@@ -235,32 +224,18 @@ Surface build_surface(const Mesh& mesh, Faces faces) {
 }
 
 std::vector<float> triangle_normals(const Surface& surface, std::span<const double> coordinates) {
-    std::vector<float> normals(surface.triangles.size());
-    for_each_face(surface, coordinates, [&](std::int64_t first, int triangles, const Vec3& sum) {
-        const Vec3 n = unit(sum, {0, 0, 0});
-        for (std::int64_t k = 3 * first; k < 3 * (first + triangles); ++k)
-            normals[static_cast<std::size_t>(k)] = static_cast<float>(n[static_cast<std::size_t>(k % 3)]);
-    });
-    return normals;
-}
-
-std::vector<float> node_normals(const Surface& surface, std::span<const double> coordinates) {
-    std::vector<double> sums(coordinates.size(), 0.0);
-    for_each_face(surface, coordinates, [&](std::int64_t first, int triangles, const Vec3& sum) {
-        // the whole face counts once at each of its nodes, however many of its triangles meet there
-        const std::int32_t* const begin = surface.triangles.data() + 3 * first;
-        const std::int32_t* const end = begin + 3 * triangles;
-        for (const std::int32_t* node = begin; node != end; ++node) {
-            if (std::find(begin, node, *node) != node) continue;
-            for (std::size_t c = 0; c < 3; ++c) sums[3 * static_cast<std::size_t>(*node) + c] += sum[c];
+    std::vector<float> normals;
+    normals.reserve(surface.triangles.size());
+    for (const PartTriangles& part : surface.parts)
+        for (std::int64_t first = part.first; first < part.first + part.count;
+             first += part.triangles_per_face) {
+            Vec3 sum{};
+            for (int k = 0; k < part.triangles_per_face; ++k)
+                sum = plus(sum, area_vector(surface, coordinates, first + k));
+            const Vec3 n = unit(sum, {0, 0, 0});
+            for (int k = 0; k < part.triangles_per_face; ++k)
+                for (const double component : n) normals.push_back(static_cast<float>(component));
         }
-    });
-    std::vector<float> normals(coordinates.size(), 0.0f);
-    for (const std::int32_t node : surface.nodes) {
-        const Vec3 n = unit(triple(sums, node), {0, 0, 0});
-        for (std::size_t c = 0; c < 3; ++c)
-            normals[3 * static_cast<std::size_t>(node) + c] = static_cast<float>(n[c]);
-    }
     return normals;
 }
 

@@ -44,7 +44,4 @@ Surface build_surface(const Mesh& mesh, Faces faces);
 // whole face. 0 for a face without area.
 std::vector<float> triangle_normals(const Surface& surface, std::span<const double> coordinates);
 
-// Unit normal per node (node_num × 3), averaged over its faces by area; 0 at nodes that are not drawn.
-std::vector<float> node_normals(const Surface& surface, std::span<const double> coordinates);
-
 }  // namespace kestralum::view

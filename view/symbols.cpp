@@ -19,11 +19,6 @@ Vec3 axis_vector(std::size_t axis, double length) {
     return v;
 }
 
-// Every `stride`-th of `count` entries leaves at most about `limit`.
-std::size_t stride_for(std::size_t count, std::size_t limit) {
-    return std::max<std::size_t>(1, (count + limit - 1) / limit);
-}
-
 bool inside(const std::array<double, 6>& box, const Vec3& x) {
     constexpr double tolerance = 1e-7;  // as the loads select
     for (std::size_t k = 0; k < 3; ++k)
@@ -35,16 +30,16 @@ bool in_mesh(const Mesh& mesh, std::int64_t n) {
     return n >= 0 && n < mesh.node_num();
 }
 
-// Where the arrows of a force end: its nodes as drawn.
-std::vector<Vec3> loaded_places(const Mesh& mesh, const AppliedForce& force, std::span<const double> drawn) {
+// The nodes that a force loads, 0-based.
+std::vector<std::int64_t> loaded_nodes(const Mesh& mesh, const AppliedForce& force) {
+    std::vector<std::int64_t> nodes;
     if (force.kind == ForceKind::node) {
-        const std::int64_t n = node_index(force.node);
-        return {in_mesh(mesh, n) ? triple(drawn, n) : Vec3(force.point)};
+        if (const std::int64_t n = node_index(force.node); in_mesh(mesh, n)) nodes.push_back(n);
+        return nodes;
     }
-    std::vector<Vec3> places;
-    for (std::int32_t n = 0; n < mesh.node_num(); ++n)
-        if (inside(force.box, triple(mesh.coordinates, n))) places.push_back(triple(drawn, n));
-    return places;
+    for (std::int64_t n = 0; n < mesh.node_num(); ++n)
+        if (inside(force.box, triple(mesh.coordinates, n))) nodes.push_back(n);
+    return nodes;
 }
 
 Vec3 middle(const std::vector<Vec3>& places) {
@@ -53,21 +48,22 @@ Vec3 middle(const std::vector<Vec3>& places) {
     return places.empty() ? sum : times(1.0 / static_cast<double>(places.size()), sum);
 }
 
-// Most of the surface at the places looks the way that the force acts.
-bool pulls_outwards(const Mesh& mesh, const AppliedForce& force, const Vec3& arrow) {
+// Most of the surface at the nodes looks the way that the force acts.
+bool pulls_outwards(const Mesh& mesh, std::span<const std::int64_t> nodes, const Vec3& arrow) {
     constexpr double cosine = 0.5;
     if (mesh.node_n_dir.size() != mesh.coordinates.size()) return false;
     Vec3 sum{};
-    if (force.kind == ForceKind::node && in_mesh(mesh, node_index(force.node)))
-        sum = triple(mesh.node_n_dir, node_index(force.node));
-    for (std::int32_t n = 0; force.kind == ForceKind::area && n < mesh.node_num(); ++n)
-        if (inside(force.box, triple(mesh.coordinates, n))) sum = plus(sum, triple(mesh.node_n_dir, n));
+    for (const std::int64_t n : nodes) sum = plus(sum, triple(mesh.node_n_dir, n));
     return norm(sum) > 0 && dot(unit(sum), arrow) > cosine * norm(arrow);
 }
 
 constexpr double arrow_share = 0.15;  // of max_length
 
 }  // namespace
+
+std::size_t stride_for(std::size_t count, std::size_t limit) {
+    return std::max<std::size_t>(1, (count + limit - 1) / limit);
+}
 
 std::vector<Vec3> spread_out(const std::vector<Vec3>& places, std::size_t limit, double spacing) {
     constexpr std::size_t few = 8;
@@ -105,11 +101,14 @@ ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> force
     ForceSymbols out;
     for (const AppliedForce& force : forces) {
         if (force.axis < 0 || force.axis > 2) continue;
-        const auto places = loaded_places(mesh, force, coordinates);
+        const auto nodes = loaded_nodes(mesh, force);
+        std::vector<Vec3> places;
+        for (const std::int64_t n : nodes) places.push_back(triple(coordinates, n));
+        if (nodes.empty() && force.kind == ForceKind::node) places.push_back(force.point);
         if (places.empty()) continue;  // an area without nodes loads nothing
         const double way = force.value > 0 ? length : force.value < 0 ? -length : 0.0;
         const Vec3 arrow = axis_vector(static_cast<std::size_t>(force.axis), way);
-        const bool pulls = way != 0 && pulls_outwards(mesh, force, arrow);
+        const bool pulls = way != 0 && pulls_outwards(mesh, nodes, arrow);
         const Vec3 free_end = pulls ? arrow : times(-1, arrow);  // seen from the node
         if (way != 0)
             for (const Vec3& node : spread_out(places, most_arrows, 0.2 * length)) {
@@ -141,11 +140,11 @@ std::vector<Cone> support_cones(const Mesh& mesh, std::span<const std::int32_t> 
     return cones;
 }
 
-Dimensions dimensions(const Scene& scene) {
+Markers dimensions(const Scene& scene) {
     const double L = extent_of(scene.max_length), gap = 0.08 * L, tick = 0.02 * L;
     constexpr const char* names[3] = {"x", "y", "z"};
     const auto& box = scene.size_info;
-    Dimensions out;
+    Markers out;
     for (std::size_t a = 0; a < 3; ++a) {
         const double length = box[3 + a] - box[a];
         if (!(length > 0) || !std::isfinite(length)) continue;

@@ -41,6 +41,9 @@ void add_box(std::vector<Line>& lines, const Vec3& low, const Vec3& high, const 
 void add_circle(std::vector<Line>& lines, const Vec3& centre, const Vec3& u, const Vec3& v, double degrees,
                 const Color& color);
 
+// Every how many-th of `count` entries leaves about `limit` at most; at least 1.
+std::size_t stride_for(std::size_t count, std::size_t limit);
+
 // At most `limit` of the places, spread evenly and hardly nearer than `spacing`: one for each cell of the
 // finest grid that suffices.
 std::vector<Vec3> spread_out(const std::vector<Vec3>& places, std::size_t limit, double spacing);
@@ -89,11 +92,7 @@ Markers contact_markers(const Mesh& mesh, std::span<const Part> parts, std::span
 
 // Dimension lines along three edges of the model's box, set off from it, with "x:%.4g[m]" and so on;
 // an axis without length has none.
-struct Dimensions {
-    std::vector<Line> lines;
-    std::vector<Label> labels;
-};
-Dimensions dimensions(const Scene& scene);
+Markers dimensions(const Scene& scene);
 
 // Name of each part at the middle of its elements' nodes or facets; parts without either at their origin.
 std::vector<Label> part_names(const Mesh& mesh, std::span<const Part> parts,

@@ -8,6 +8,7 @@
 
 namespace kestralum::view {
 
+using kestralum::across;
 using kestralum::cross;
 using kestralum::dot;
 using kestralum::minus;

@@ -100,12 +100,6 @@ TEST_P(SurfaceOf, DrawsEveryFaceWhenTransparent) {
     EXPECT_EQ(mesh.node_num() - edges + faces_once - mesh.element_num(), 1);
 }
 
-// The mesh's own normals come from another loop.
-TEST_P(SurfaceOf, NodesHaveTheMeshsNormals) {
-    const auto smooth = node_normals(surface, mesh.coordinates);
-    for (std::size_t k = 0; k < smooth.size(); ++k) EXPECT_NEAR(smooth[k], mesh.node_n_dir[k], 1e-6);
-}
-
 INSTANTIATE_TEST_SUITE_P(Kinds, SurfaceOf, ::testing::ValuesIn(every_kind));
 
 TEST(Surface, DrawsFacetsApartFromElements) {

@@ -147,7 +147,7 @@ TEST(Symbols, PartsStandInTheirFrame) {
 
 TEST(Symbols, LabelsNameSizesCountsAndParts) {
     const Mesh mesh = hexa_box({{2, 1, 1}, {0.25, 0.5, 1}});
-    const Dimensions sizes = dimensions({mesh.size_info, mesh.max_length});
+    const Markers sizes = dimensions({mesh.size_info, mesh.max_length});
     ASSERT_EQ(sizes.labels.size(), 3u);
     EXPECT_EQ(sizes.labels[0].text, "x:0.25[m]");
     EXPECT_EQ(sizes.labels[2].text, "z:1[m]");

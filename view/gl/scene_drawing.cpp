@@ -62,10 +62,9 @@ void add_turn(const TurnArrow& turn, std::vector<Line>& shafts, std::vector<LitV
 }
 
 RigidSymbols rigid_at(const Picture& picture, const SceneTables& tables, int phase) {
-    const bool finite = tables.ana_type >= AnalysisType::nonlinear_static;
     return rigid_symbols(
         {tables.mesh, tables.rigid_elements, tables.rigid_holds, tables.rigid_forces, tables.rigid_combines},
-        {picture.vector(), picture.swing(phase), finite});
+        {picture.vector(), picture.swing(phase), has_steps(tables.ana_type)});
 }
 
 // Dense meshes fade: edges closer than a few pixels would blacken the faces.
@@ -75,9 +74,8 @@ float fading(double pixels_per_edge) {
 }
 
 double pixels_per_length(const Camera& camera, const Scene& scene) {
-    const double L = extent_of(scene.max_length);
-    const double away = std::max(L - camera.shift[2], 0.01 * L);
-    return 0.5 * camera.height / (std::tan(0.5 * field_of_view * std::numbers::pi / 180) * away);
+    const double away = std::max(distance(camera, scene), 0.01 * extent_of(scene.max_length));
+    return 0.5 * camera.height / (tangent() * away);
 }
 
 }  // namespace
@@ -308,7 +306,7 @@ void SceneDrawing::update_symbols(const SceneTables& tables) {
     send(axes_, axes(axes_share * L));
     send(part_axes_, part_axes(tables.parts_o, axes_share * L));
     send(features_, feature_outlines(tables.parts_o));
-    const Dimensions sizes = dimensions(tables.box());
+    const Markers sizes = dimensions(tables.box());
     send(dimension_lines_, sizes.lines);
     dimension_labels_ = sizes.labels;
     part_labels_ = part_names(tables.mesh, tables.parts, tables.mesh.coordinates);
@@ -395,10 +393,8 @@ std::optional<Vec3> SceneDrawing::picked_place(const SceneTables& tables, const 
     if (!pick_ || pick_->node < 1 || pick_->node > tables.mesh.node_num()) return std::nullopt;
     const std::int64_t n = node_index(pick_->node);
     Vec3 place = triple(tables.mesh.coordinates, n);
-    if (picture_.deformed()) {
-        const double swing = phase_table(tables.ana_type)[static_cast<std::size_t>(state.phase)];
-        place = plus(place, times(picture_.factor() * swing, triple(picture_.vector(), n)));
-    }
+    if (picture_.deformed())
+        place = plus(place, times(picture_.swing(state.phase), triple(picture_.vector(), n)));
     return place;
 }
 
