@@ -52,15 +52,14 @@ ExitStatus run_analysis(const BatchOptions& options, const ModelReadReport& mode
     }
     for (const Stage& stage : report.clock.stages()) clock.add(stage);
     report.clock = clock;
-    WrittenFiles files;
-    if (report.written) files.results = result_file_name(model_store());
+    std::string vtu;
     if (report.has_results() && options.vtu) {
-        const bool frames = report.dynamics.frames > 0 || report.nonlinear.wanted > 0;
-        if (frames ? write_vtu_frames(model_store()) : write_vtu(model_store())) files.vtu = frames ? pvd_file_name(model_store()) : vtu_file_name(model_store());
+        const bool steps = has_steps(model_store().ana_type);
+        if (steps ? write_vtu_frames(model_store()) : write_vtu(model_store())) vtu = steps ? pvd_file_name(model_store()) : vtu_file_name(model_store());
         else report.fail(RunStatus::failed, "the file for ParaView cannot be written");
     }
     print_input_summary(model, control);
-    print_run_summary(model_store(), report, files);
+    print_run_summary(model_store(), report, vtu);
     for (const std::string& error : report.remarks.errors) console::error("%s", error.c_str());
     if (report.status == RunStatus::done) return exit_done;
     return report.status == RunStatus::bad_input ? exit_bad_input : exit_incomplete;

@@ -89,7 +89,7 @@ std::string batch_usage() {
            "  --set NAME=EXPRESSION gives a parameter of the model another expression; repeatable\n"
            "  --setting FILE        settings file instead of setting/setting.txt\n"
            "  --log DIR             writes there instead of log; one run at a time in a folder\n"
-           "  --vtu                 writes NAME.vtu for ParaView beside the result file; explicit: one a frame and NAME.pvd\n"
+           "  --vtu                 writes NAME.vtu for ParaView beside the result file; nonlinear, explicit: one a frame and NAME.pvd\n"
            "  --probe X,Y,Z         nonlinear, explicit: motion of the nearest node in the history, metres; repeatable\n"
            "  --mean-dilatation     explicit: hexahedra with one pressure each, for large plastic strains\n"
            "  --quiet               prints the closing summary only\n"

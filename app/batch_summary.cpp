@@ -6,6 +6,7 @@
 #include "model/console.h"
 #include "model/paths.h"
 #include "results/displacement_file.h"
+#include "results/result_file.h"
 
 namespace kestralum {
 
@@ -91,7 +92,7 @@ void print_input_summary(const ModelReadReport& model, const AnalysisInfoReport&
         print_end_token("control file", control.ended_at_end, control.end_token, control.end_token_number);
 }
 
-void print_run_summary(const ModelStore& store, const RunReport& report, const WrittenFiles& files) {
+void print_run_summary(const ModelStore& store, const RunReport& report, const std::string& vtu) {
     print_notices(report.remarks);
     const bool dynamic = report.dynamics.time_num > 0;
     if (dynamic) {
@@ -114,10 +115,10 @@ void print_run_summary(const ModelStore& store, const RunReport& report, const W
     if (!report.modes.empty()) print_modes(report);
     if (report.negative_pivots > 0) summary("%-22s %lld\n", "negative pivots", static_cast<long long>(report.negative_pivots));
     print_stages(report);
-    if (!files.results.empty()) summary("%-22s %s\n", "results", paths::to_platform(files.results).c_str());
+    if (report.written) summary("%-22s %s\n", "results", paths::to_platform(result_file_name(store)).c_str());
     if (report.dynamics.displacements_written) summary("%-22s %s\n", "displacements", paths::to_platform(displacement_file_name(store)).c_str());
     if (report.dynamics.history_written || report.nonlinear.history_written) summary("%-22s %s\n", "history", paths::to_platform(history_file_name(store)).c_str());
-    if (!files.vtu.empty()) summary("%-22s %s\n", "for ParaView", paths::to_platform(files.vtu).c_str());
+    if (!vtu.empty()) summary("%-22s %s\n", "for ParaView", paths::to_platform(vtu).c_str());
 }
 
 void print_check(const ModelStore& store, const ModelCheck& check) {

@@ -14,13 +14,9 @@ namespace kestralum {
 // Remarks of reading and control file: notices, and the token where the reading ended when it was not END.
 void print_input_summary(const ModelReadReport& model, const AnalysisInfoReport& control);
 
-// What this run has written, as stored names; empty where it was not.
-struct WrittenFiles {
-    std::string results, vtu;
-};
-
-// Results, balance and stage table of an analysis, and where its files lie.
-void print_run_summary(const ModelStore& store, const RunReport& report, const WrittenFiles& files);
+// Results, balance and stage table of an analysis, and where its files lie; `vtu`: the stored name of the one for
+// ParaView, empty where there is none.
+void print_run_summary(const ModelStore& store, const RunReport& report, const std::string& vtu = {});
 
 void print_check(const ModelStore& store, const ModelCheck& check);
 

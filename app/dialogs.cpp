@@ -6,7 +6,6 @@
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QRegularExpression>
 #include <QScrollArea>
 #include <QVBoxLayout>
 #include <algorithm>
@@ -28,9 +27,8 @@ std::optional<QSize> ask_for_size(QWidget* parent, const QSize& current) {
         QInputDialog::getText(parent, "Grabber", "Enter pixmap size:", QLineEdit::Normal,
                               QString("%1 x %2").arg(current.width()).arg(current.height()), &taken);
     if (!taken) return std::nullopt;
-    const auto match = QRegularExpression("^([0-9]+) *x *([0-9]+)$").match(text);
     const auto size = view::pixmap_size(text.toStdString());
-    if (!match.hasMatch() || !size) {
+    if (!size) {
         show_errors(parent, "No size of a pixmap: " + text, {"Write width x height, such as 640 x 480."});
         return std::nullopt;
     }

@@ -74,17 +74,12 @@ void GLWidget::initializeGL() {
     shown_.camera.shift = {0, 0, 0};
     shown_.camera.turn = view::identity();
     state().mouse_mode = view::MouseMode::translation;
-    reset_light();
+    shown_.reset_light();
     shown_.model_changed();
     console::print("max_length = %.3e\n", model_store().mesh.max_length);
     // not from within the set-up of the context: what follows opens boxes and models
     QMetaObject::invokeMethod(this, begun ? &GLWidget::started : &GLWidget::settings_missing,
                               Qt::QueuedConnection);
-}
-
-void GLWidget::reset_light() {
-    const double L = model_store().mesh.max_length;
-    state().light = {L, L, L};
 }
 
 void GLWidget::resizeGL(int width, int height) {

@@ -24,7 +24,6 @@ public:
 
     void fit_view();
     void look_from(view::ViewDirection direction);  // and fit
-    void reset_light();                             // to max_length each
 
     // The picture as it is now, without a step of the animation or of an analysis.
     QImage grab_picture();

@@ -81,6 +81,16 @@ void MainWindow::say(const QString& text) {
     statusBar()->showMessage(text);
 }
 
+// The view keeps its picture meanwhile, and nothing else can be started.
+Heard MainWindow::work(const QString& title, const std::function<void()>& what) {
+    busy_ = true;
+    view_->hold_picture(true);
+    Heard heard = run_long_work(this, title, what);
+    view_->hold_picture(false);
+    busy_ = false;
+    return heard;
+}
+
 // ---- files
 
 bool MainWindow::open_model(const QString& name, bool fresh) {
@@ -91,14 +101,10 @@ bool MainWindow::open_model(const QString& name, bool fresh) {
     store.model_file_name = name.toStdString();
     store.model_file_known = true;
     bool taken = false;
-    busy_ = true;
-    view_->hold_picture(true);
-    const Heard heard = run_long_work(this, "Reading " + QFileInfo(name).fileName(), [&] {
+    const Heard heard = work("Reading " + QFileInfo(name).fileName(), [&] {
         taken = read_input_file().ok;
         if (taken) read_analysis_info_file();
     });
-    view_->hold_picture(false);
-    busy_ = false;
     if (taken) {
         view::DisplayState& state = view_->state();
         state.result_ready = false;
@@ -106,7 +112,7 @@ bool MainWindow::open_model(const QString& name, bool fresh) {
         state.phase = 0;
         set_frame(1);
         view_->shown().model_changed();
-        view_->reset_light();
+        view_->shown().reset_light();
         show_light_in_controls();
         if (fresh) view_->look_from(view::ViewDirection::isometric);
         setWindowTitle("KESTRALUM - " + QFileInfo(name).fileName());
@@ -142,42 +148,30 @@ void MainWindow::show_results_read(const QString& name) {
     state.phase = 0;
     view_->shown().model_changed();
     set_frame(1);
-    view_->reset_light();
+    view_->shown().reset_light();
     show_light_in_controls();
     view_->look_from(view::ViewDirection::isometric);
     say(QString("%1: %2 frames").arg(QFileInfo(name).fileName()).arg(model_store().results.mode_num()));
 }
 
-bool MainWindow::open_results(const QString& name) {
+bool MainWindow::open_frames(const QString& name, const QString& what, bool (*read)()) {
     if (busy_) return false;
     end_real_time();
     model_store().result_file_name = name.toStdString();
     model_store().result_file_known = true;
     bool taken = false;
-    busy_ = true;
-    view_->hold_picture(true);
-    const Heard heard = run_long_work(this, "Reading results", [&] { taken = read_results(); });
-    view_->hold_picture(false);
-    busy_ = false;
+    const Heard heard = work("Reading " + what, [&] { taken = read(); });
     if (taken) show_results_read(name);
-    if (!heard.errors.isEmpty()) show_errors(this, "The results were not read", heard.errors);
+    if (!heard.errors.isEmpty()) show_errors(this, "The " + what + " were not read", heard.errors);
     return taken;
 }
 
+bool MainWindow::open_results(const QString& name) {
+    return open_frames(name, "results", read_results);
+}
+
 bool MainWindow::open_displacements(const QString& name) {
-    if (busy_) return false;
-    end_real_time();
-    model_store().result_file_name = name.toStdString();
-    model_store().result_file_known = true;
-    bool taken = false;
-    busy_ = true;
-    view_->hold_picture(true);
-    const Heard heard = run_long_work(this, "Reading displacements", [&] { taken = read_displacements(); });
-    view_->hold_picture(false);
-    busy_ = false;
-    if (taken) show_results_read(name);
-    if (!heard.errors.isEmpty()) show_errors(this, "The displacements were not read", heard.errors);
-    return taken;
+    return open_frames(name, "displacements", read_displacements);
 }
 
 void MainWindow::showResultFileDialog() {
@@ -229,40 +223,35 @@ QString outcome(const RunReport& report) {
 
 }  // namespace
 
-void MainWindow::run_analysis(const char* menu_text, AnalysisType type, const std::function<void()>& select) {
+void MainWindow::run_analysis(const char* menu_text, const std::function<void()>& select) {
     if (busy_) return;
     end_real_time();
+    const AnalysisEntry& entry = entry_of(menu_text);
     const AnalysisType former = model_store().ana_type;
-    model_store().ana_type = type;
+    model_store().ana_type = entry.type;
     view_->state().real_time = false;
     select();
     Heard heard;
-    const RunReport report = run_on_store(entry_of(menu_text).run, plain(menu_text), heard);
+    const RunReport report = run_on_store(entry, heard);
     // nothing was computed: what is shown keeps its kind
     if (report.status == RunStatus::bad_input) model_store().ana_type = former;
     show_run(report, plain(menu_text), heard);
 }
 
-RunReport MainWindow::run_on_store(RunReport (*run)(), const QString& title, Heard& heard) {
+RunReport MainWindow::run_on_store(const AnalysisEntry& entry, Heard& heard) {
     RunReport report;
-    busy_ = true;
-    view_->hold_picture(true);
-    heard = run_long_work(this, title, [&] {
+    heard = work(plain(entry.menu_text), [&] {
         report.status = RunStatus::failed;  // until the run has come back
         LogLock lock;
         if (!lock.take()) {
             report.status = RunStatus::bad_input;
             return;
         }
-        report = run();
-        WrittenFiles files;
-        if (report.written) files.results = result_file_name(model_store());
-        print_run_summary(model_store(), report, files);
+        report = entry.run();
+        print_run_summary(model_store(), report);
         for (const std::string& error : report.remarks.errors) console::error("%s", error.c_str());
     });
     if (report.status == RunStatus::failed) release_held_results(model_store());
-    view_->hold_picture(false);
-    busy_ = false;
     return report;
 }
 
@@ -272,8 +261,7 @@ void MainWindow::show_run(const RunReport& report, const QString& title, const H
         view_->state().phase = 0;
         view_->shown().model_changed();  // the run has renumbered the nodes
         // steps show where they have led to
-        const bool steps = model_store().ana_type >= AnalysisType::nonlinear_static;
-        set_frame(steps ? model_store().results.mode_num() : 1);
+        set_frame(has_steps(model_store().ana_type) ? model_store().results.mode_num() : 1);
     }
     view_->update();
     show_outcome(report, title, heard);
@@ -293,26 +281,23 @@ void MainWindow::show_outcome(const RunReport& report, const QString& title, con
 }
 
 void MainWindow::slotsExecStatic() {
-    run_analysis("&Static", AnalysisType::linear_static, [] {});
+    run_analysis("&Static");
 }
 
 void MainWindow::slotsExecEigenSubspace() {
-    run_analysis("&Eigen(Subspace)", AnalysisType::eigen,
-                 [this] { view_->state().eigen_method = view::EigenMethod::subspace; });
+    run_analysis("&Eigen(Subspace)", [this] { view_->state().eigen_method = view::EigenMethod::subspace; });
 }
 
 void MainWindow::slotsExecEigenLanczos() {
-    run_analysis("&Eigen(Lanczos)", AnalysisType::eigen,
-                 [this] { view_->state().eigen_method = view::EigenMethod::lanczos; });
+    run_analysis("&Eigen(Lanczos)", [this] { view_->state().eigen_method = view::EigenMethod::lanczos; });
 }
 
 void MainWindow::slotsExecNonlinearStatic() {
-    run_analysis("&Nonlinear Static", AnalysisType::nonlinear_static, [] {});
+    run_analysis("&Nonlinear Static");
 }
 
 void MainWindow::slotsExecExplicit() {
-    run_analysis("&Explicit", AnalysisType::explicit_dynamics,
-                 [this] { view_->state().result_ready = true; });
+    run_analysis("&Explicit", [this] { view_->state().result_ready = true; });
 }
 
 // The set-up only; from then on every repaint of the view runs one output interval.
@@ -326,15 +311,11 @@ void MainWindow::slotsExecExplicitStep() {
     state.real_time = true;
     RunReport report;
     bool begun = false;
-    busy_ = true;
-    view_->hold_picture(true);
-    const Heard heard = run_long_work(this, "Explicit(Real Time)", [&] {
+    const Heard heard = work("Explicit(Real Time)", [&] {
         log_lock_ = std::make_unique<LogLock>();
         begun = log_lock_->take() && driver->begin(report);
         for (const std::string& error : report.remarks.errors) console::error("%s", error.c_str());
     });
-    view_->hold_picture(false);
-    busy_ = false;
     view_->shown().model_changed();  // the set-up has renumbered the nodes
     if (!begun) {
         model_store().ana_type = former;

@@ -20,6 +20,7 @@ class QVBoxLayout;
 namespace kestralum {
 
 class PixmapWindow;
+struct AnalysisEntry;
 struct Heard;
 
 class MainWindow : public QMainWindow {
@@ -98,8 +99,11 @@ private:
     void show_frame_in_controls();
     void show_light_in_controls();
 
-    void run_analysis(const char* menu_text, AnalysisType type, const std::function<void()>& select);
-    RunReport run_on_store(RunReport (*run)(), const QString& title, Heard& heard);
+    Heard work(const QString& title, const std::function<void()>& what);
+    bool open_frames(const QString& name, const QString& what, bool (*read)());
+    // `select`: what the choice of the analysis sets in the display state
+    void run_analysis(const char* menu_text, const std::function<void()>& select = [] {});
+    RunReport run_on_store(const AnalysisEntry& entry, Heard& heard);
     void show_run(const RunReport& report, const QString& title, const Heard& heard);
     void show_outcome(const RunReport& report, const QString& title, const Heard& heard);
     void step_real_time();

@@ -19,23 +19,9 @@ std::vector<view::RigidHold> find_rigid_holds(const ModelStore& store) {
     const Mesh& mesh = store.mesh;
     const NodeElements around = elements_of_nodes(mesh);
     RigidSystem system;
-    system.body_of_node.assign(static_cast<std::size_t>(mesh.node_num()), -1);
-    for (const RigidElement& record : store.rigid_elements) {
-        const auto number = static_cast<std::int32_t>(system.bodies.size());
-        RigidBody& body = system.bodies.emplace_back();
-        for (const std::int32_t n : select_members(record, mesh, around)) {
-            std::int32_t& owner = system.body_of_node[static_cast<std::size_t>(n)];
-            if (owner >= 0) continue;
-            owner = number;
-            body.members.push_back(n);
-        }
-    }
+    for (const RigidElement& record : store.rigid_elements) add_body(system, record, mesh, around);
     if (mesh.node_n_dir.size() == mesh.coordinates.size()) find_normals(system, mesh);
-    for (const RigidBody& body : system.bodies) {
-        view::RigidHold& hold = holds.emplace_back();
-        hold.nodes = body.members;
-        hold.normal = body.normal;
-    }
+    for (RigidBody& body : system.bodies) holds.push_back({std::move(body.members), body.normal});
     return holds;
 }
 
@@ -51,6 +37,11 @@ void ShownModel::model_changed() {
     rigid_holds_ = find_rigid_holds(store);
     drawing.set_pick({});
     drawing.mesh_changed();
+}
+
+void ShownModel::reset_light() {
+    const double L = model_store().mesh.max_length;
+    state.light = {L, L, L};
 }
 
 view::SceneTables ShownModel::tables() const {

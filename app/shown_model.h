@@ -18,6 +18,8 @@ public:
     // those of its rigid elements are looked up again.
     void model_changed();
 
+    void reset_light();  // to max_length each
+
     view::SceneTables tables() const;
     view::Scene box() const;
 

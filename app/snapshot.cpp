@@ -75,8 +75,7 @@ int make_snapshot(const WindowOptions& options) {
     ShownModel shown;
     view::DisplayState& state = shown.state;
     if (const auto ended = fill_store(options, state)) return *ended;
-    const double L = model_store().mesh.max_length;
-    state.light = {L, L, L};
+    shown.reset_light();
     state.contour = options.contour;
     state.plastic_strain = options.plastic_strain;
     state.frame = view::clamp_frame(options.frame, model_store().results.mode_num());
