@@ -35,12 +35,11 @@ constexpr std::int64_t chunk_blocks = 32;  // blocks that a thread takes at a ti
 ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts,
                              std::span<const Material> materials, const BlockOptions& options)
     : set_(&kernel_set(options.widest)),
-      law_(options.plastic ? PointLaw::plastic : PointLaw::elastic),
       lanes_(set_->lanes),
       nodes_per_element_(mesh.node_per_element()),
       points_(element_type(mesh.element_type).points),
       order_(element_order(mesh)) {
-    const auto law = static_cast<std::size_t>(law_);
+    const auto law = static_cast<std::size_t>(options.plastic ? PointLaw::plastic : PointLaw::elastic);
     kernel_ = options.mean_dilatation && options.plastic && mesh.element_type == ElementKind::hexahedron
                   ? set_->mean_dilatation
                   : set_->kernel[static_cast<std::size_t>(mesh.element_type)][law];

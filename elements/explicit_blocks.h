@@ -63,7 +63,6 @@ public:
     void set_stresses(std::span<const double> stress);
 
     const char* kernel_name() const { return set_->name; }
-    int lanes() const { return lanes_; }
     std::size_t bytes() const;
 
 private:
@@ -72,7 +71,6 @@ private:
 
     const KernelSet* set_;
     ForceKernel kernel_;
-    PointLaw law_;
     int lanes_, nodes_per_element_, points_;
     std::int64_t blocks_ = 0;
     std::vector<std::int32_t> order_;  // slot -> element; a slot is block · lanes + lane

@@ -10,44 +10,14 @@
 #include "analysis/model_check.h"
 #include "analysis/nonlinear_driver.h"
 #include "elements/rigid_bodies.h"
-#include "input/model_reader.h"
-#include "model/console.h"
+#include "support/analysis_run.h"
 #include "support/finite_problem.h"
-#include "support/temp_folder.h"
 
 namespace kestralum {
 namespace {
 
-using testing::TempFolder;
-
-Settings settings_of(int threads = 2) {
-    Settings settings;
-    settings.memory_size = settings.free_hd_size = 1e5;
-    settings.div_memory_size = 1;
-    settings.ordering_type = "LALL";
-    settings.c_eigen_shift = 0.5;
-    settings.n_threads = threads;
-    return settings;
-}
-
-class RigidAnalysis : public ::testing::Test {
-protected:
-    bool read(const std::string& text) {
-        store = placeholder_model();
-        store.model_file_name = folder.write("model.txt", text);
-        const ModelReadReport input = read_model_file(store, {});
-        for (const auto& error : input.remarks.errors) ADD_FAILURE() << error;
-        return input.ok;
-    }
-    std::array<double, 3> displacement(double x, double y, double z) const {
-        const std::int32_t n = nearest_node(store.mesh, elements_of_nodes(store.mesh), {x, y, z});
-        const double* u = store.results.mode_vec.data() + 3 * static_cast<std::ptrdiff_t>(n);
-        return {u[0], u[1], u[2]};
-    }
-    console::Capture console_;
-    TempFolder folder;
-    ModelStore store;
-};
+using testing::analysis_settings;
+using RigidAnalysis = testing::AnalysisTest;
 
 // Two blocks, 0.1 m apart, each all rigid, with six springs between reference points that lie off the centres.
 const char* const two_blocks = "material_info\nM 1000 200e9 0.3\n%\nmode_num 12 %\npart_info\n"
@@ -124,7 +94,7 @@ TEST_F(RigidAnalysis, TwoBlocksOnSpringsHaveTheFrequenciesOfTheirTwelveByTwelveM
     const std::vector<double> lambda = eigenvalues(spring_matrix({0.2, 0.1, 0.25}, {3e6, 2e6, 5e6, 4e4, 6e4, 3e4}), M);
     for (const EigenMethod method : {EigenMethod::subspace, EigenMethod::lanczos}) {
         ASSERT_TRUE(read(std::string(two_blocks) + "END\n"));
-        const RunReport report = run_eigen(store, settings_of(), method);
+        const RunReport report = run_eigen(store, analysis_settings(), method);
         ASSERT_EQ(report.status, RunStatus::done) << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
         ASSERT_EQ(report.modes.size(), 12u);
         for (std::size_t j = 0; j < 6; ++j) EXPECT_TRUE(report.modes[j].zero);
@@ -138,10 +108,10 @@ TEST_F(RigidAnalysis, TwoBlocksOnSpringsHaveTheFrequenciesOfTheirTwelveByTwelveM
 TEST_F(RigidAnalysis, TwoBlocksOnSpringsMoveAsTheirStiffnessSays) {
     const std::string more = "boundary_condition\nFIX plane x 0 0 0 0 0 0\n%\nrigid_force\nF B y 700\nG B rz 50\nN B n 1\n%\nEND\n";
     ASSERT_TRUE(read(std::string(two_blocks) + more));
-    const RunReport report = run_static(store, settings_of());
+    const RunReport report = run_static(store, analysis_settings());
     ASSERT_EQ(report.status, RunStatus::bad_input);  // a whole block has no mean outward normal
     ASSERT_TRUE(read(std::string(two_blocks) + "boundary_condition\nFIX plane x 0 0 0 0 0 0\n%\nrigid_force\nF B y 700\nG B rz 50\n%\nEND\n"));
-    const RunReport held = run_static(store, settings_of());
+    const RunReport held = run_static(store, analysis_settings());
     ASSERT_EQ(held.status, RunStatus::done) << (held.remarks.errors.empty() ? "" : held.remarks.errors[0]);
     // block B alone: K22 q = F by Gauss-Jordan
     const Matrix K = spring_matrix({0.2, 0.1, 0.25}, {3e6, 2e6, 5e6, 4e4, 6e4, 3e4});
@@ -173,7 +143,7 @@ TEST_F(RigidAnalysis, AnAreaForceOnARigidBlockActsAtTheMiddleOfTheArea) {
     for (const char* load : {"apply_force\nP area y 700 0.7 0.7 0.05 0.35 -0.1 0.4\n%\nEND\n",
                              "rigid_force\nF B y 700\nX B rx 105\nZ B rz 105\n%\nEND\n"}) {
         ASSERT_TRUE(read(std::string(two_blocks) + fix + load));
-        const RunReport report = run_static(store, settings_of());
+        const RunReport report = run_static(store, analysis_settings());
         ASSERT_EQ(report.status, RunStatus::done) << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
         EXPECT_NEAR(report.applied[1], 700, 1e-9);
         moved[k++] = store.results.mode_vec;
@@ -184,20 +154,20 @@ TEST_F(RigidAnalysis, AnAreaForceOnARigidBlockActsAtTheMiddleOfTheArea) {
 TEST_F(RigidAnalysis, TheCheckSeesWhatRigidRecordsHoldTogether) {
     const std::string fix = "boundary_condition\nFIX plane x 0 0 0 0 0 0\n%\n", blocks = two_blocks;
     ASSERT_TRUE(read(blocks + fix + "END\n"));
-    const ModelCheck joined = check_model(store, settings_of());
+    const ModelCheck joined = check_model(store, analysis_settings());
     EXPECT_EQ(joined.bodies.size(), 1u);
     EXPECT_TRUE(joined.remarks.notices.empty()) << joined.remarks.notices[0];
     EXPECT_EQ(joined.rigid_members, (std::vector<std::int32_t>{12, 18}));
 
     ASSERT_TRUE(read(blocks.substr(0, blocks.find("rigid_combine")) + fix + "END\n"));
-    const ModelCheck loose = check_model(store, settings_of());
+    const ModelCheck loose = check_model(store, analysis_settings());
     EXPECT_EQ(loose.bodies.size(), 2u);
     ASSERT_EQ(loose.remarks.notices.size(), 1u);
     EXPECT_EQ(loose.remarks.notices[0], "body 2 (part B): no support holds it");
 
     ASSERT_TRUE(read(blocks + fix + "END\n"));
     store.rigid_elements[1].region = {9, 10, 9, 10, 9, 10};
-    const ModelCheck empty = check_model(store, settings_of());
+    const ModelCheck empty = check_model(store, analysis_settings());
     ASSERT_FALSE(empty.remarks.notices.empty());
     EXPECT_EQ(empty.remarks.notices[0], "rigid element B: no node of its own in its region");
 }
@@ -214,7 +184,7 @@ TEST_F(RigidAnalysis, ACantileverBendsAndTwistsAsItsRigidEndIsLoaded) {
     const double kappa = 10.0 / 12;  // Cowper (1966)
     const auto end_motion = [&](const char* force) {
         EXPECT_TRUE(read(cantilever(console::format("%%\nrigid_force\nF END_FACE %s\n%%\nEND\n", force))));
-        const RunReport report = run_static(store, settings_of());
+        const RunReport report = run_static(store, analysis_settings());
         EXPECT_EQ(report.status, RunStatus::done);
         EXPECT_LT(report.residual, 1e-8);
         return std::pair(displacement(0, 0, 2), displacement(0.1, 0.1, 2));
@@ -230,7 +200,7 @@ TEST_F(RigidAnalysis, ACantileverBendsAndTwistsAsItsRigidEndIsLoaded) {
     for (const auto& [from, to] : {std::pair{"0.1 0.1 2 0 0 0 4 4 200", "0.1 0.1 4 0 0 0 10 10 80"}, std::pair{"0.05 0.05 2 0 0.1 0 0.1 2 2", "0.05 0.05 4 0 0.1 0 0.1 4 4"}})
         shaft.replace(shaft.find(from), std::string(from).size(), to);
     ASSERT_TRUE(read(shaft));
-    ASSERT_EQ(run_static(store, settings_of()).status, RunStatus::done);
+    ASSERT_EQ(run_static(store, analysis_settings()).status, RunStatus::done);
     const double turn = (displacement(0.1, 0.1, 4)[1] - displacement(0, 0, 4)[1]) / a;
     EXPECT_NEAR(turn, 2 * 1000 * L / (G * J), 0.01 * 2 * 1000 * L / (G * J));
     RecordProperty("theta_over_ML_EI", std::to_string((bend.second[2] - bend.first[2]) / a / (1000 * L / (E * I))));
@@ -240,7 +210,7 @@ TEST_F(RigidAnalysis, ACantileverBendsAndTwistsAsItsRigidEndIsLoaded) {
     const char* block = "HEAD red M RECT 0.1 0.1 0.05 0 0 0 1 1 1 0 0 0 0 0 2.1 0 0 0\n";
     ASSERT_TRUE(read(cantilever("HEAD area 0.05 0.05 2.1 0 0.1 0 0.1 2.1 2.15\n%\nrigid_combine\nS END_FACE HEAD 1e13 1e13 1e13 1e12 1e12 1e12\n%\n"
                                 "rigid_force\nF HEAD rz 1000\nM HEAD rx 1000\n%\nEND\n", 4, block)));
-    ASSERT_EQ(run_static(store, settings_of()).status, RunStatus::done);
+    ASSERT_EQ(run_static(store, analysis_settings()).status, RunStatus::done);
     EXPECT_NEAR(displacement(0.1, 0.1, 2)[1] - displacement(0, 0, 2)[1], twist.second[1] - twist.first[1] + bend.second[1] - bend.first[1], 1e-6 * 1e-4);
     EXPECT_NEAR(displacement(0.1, 0.1, 2)[2] - displacement(0, 0, 2)[2], bend.second[2] - bend.first[2], 1e-6 * 1e-4);
 }
@@ -252,7 +222,7 @@ TEST_F(RigidAnalysis, AFreeBodyWithRigidFacesKeepsSixZeroModesAndAStifferFirstFr
     double first[2];
     for (const EigenMethod method : {EigenMethod::subspace, EigenMethod::lanczos}) {
         ASSERT_TRUE(read(text));
-        const RunReport report = run_eigen(store, settings_of(), method);
+        const RunReport report = run_eigen(store, analysis_settings(), method);
         ASSERT_EQ(report.status, RunStatus::done) << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
         EXPECT_EQ(std::count_if(report.modes.begin(), report.modes.end(), [](const ModeReport& m) { return m.zero; }), 6);
         EXPECT_EQ(report.modes_found, report.modes_counted);
@@ -261,7 +231,7 @@ TEST_F(RigidAnalysis, AFreeBodyWithRigidFacesKeepsSixZeroModesAndAStifferFirstFr
     EXPECT_NEAR(first[0], first[1], 1e-7 * first[0]);
     text.erase(text.find("rigid_element"), text.find("%\nEND") + 2 - text.find("rigid_element"));
     ASSERT_TRUE(read(text));
-    const RunReport loose = run_eigen(store, settings_of(), EigenMethod::subspace);
+    const RunReport loose = run_eigen(store, analysis_settings(), EigenMethod::subspace);
     EXPECT_GE(first[0], (1 - 1e-9) * loose.modes[6].frequency);
     EXPECT_LT(first[0], 1.05 * loose.modes[6].frequency);
 }
@@ -298,7 +268,7 @@ TEST_F(RigidAnalysis, SupportedMembersLeaveTheMotionsAboutThem) {
         std::string text = cantilever("%\nrigid_force\nM END_FACE rx 100\n%\nEND\n", 2);
         text.insert(text.find("rigid_element") - 2, std::string(support) + "\n");
         ASSERT_TRUE(read(text));
-        const RunReport report = run_static(store, settings_of());
+        const RunReport report = run_static(store, analysis_settings());
         EXPECT_EQ(report.status, RunStatus::done) << support;
         EXPECT_NE(displacement(0.1, 0.1, 2)[2], 0) << support;
         EXPECT_EQ(displacement(0, 0, 2), (std::array<double, 3>{0, 0, 0})) << support;
@@ -308,22 +278,22 @@ TEST_F(RigidAnalysis, SupportedMembersLeaveTheMotionsAboutThem) {
 
 TEST_F(RigidAnalysis, SharedNodesAndEmptyElementsAreTold) {
     ASSERT_TRUE(read(cantilever("SIDE area 0 0 0 0 0 0 0.1 1.5 2\n%\nEND\n", 2)));  // shares the edge x = 0, z = 2
-    RunReport report = run_static(store, settings_of());
+    RunReport report = run_static(store, analysis_settings());
     EXPECT_EQ(report.status, RunStatus::done);
     EXPECT_TRUE(std::any_of(report.remarks.notices.begin(), report.remarks.notices.end(), [](const std::string& n) { return n.find("share 3 nodes") != std::string::npos; }));
     ASSERT_TRUE(read(cantilever("TWIN area 0 0 0 0 0.1 0 0.1 1.9 2\n%\nEND\n", 2)));
-    report = run_static(store, settings_of());
+    report = run_static(store, analysis_settings());
     EXPECT_EQ(report.status, RunStatus::bad_input);
     EXPECT_NE(report.remarks.errors.at(0).find("END_FACE and TWIN"), std::string::npos);
     ASSERT_TRUE(read(cantilever("VOID area 0 0 0 5 6 5 6 5 6\n%\nEND\n", 2)));
-    report = run_static(store, settings_of());
+    report = run_static(store, analysis_settings());
     EXPECT_EQ(report.status, RunStatus::bad_input);
     EXPECT_NE(report.remarks.errors.at(0).find("VOID"), std::string::npos);
     // a body that only a hinge holds
     std::string text = cantilever("%\nrigid_force\nM END_FACE rz 100\n%\nEND\n", 2);
     text.replace(text.find("boundary_condition"), text.find("rigid_element") - text.find("boundary_condition"), "");
     ASSERT_TRUE(read(text));
-    report = run_static(store, settings_of());
+    report = run_static(store, analysis_settings());
     EXPECT_EQ(report.status, RunStatus::failed);
     EXPECT_NE(report.remarks.errors.at(0).find("END_FACE"), std::string::npos);
 }
@@ -334,7 +304,7 @@ TEST_F(RigidAnalysis, TheNormalIsThatOfTheFaceAndLostForcesAndMechanismsAreNamed
     std::string text = cantilever("%\nrigid_force\nN END_FACE n 1000\n%\nEND\n", 2);
     text.replace(text.find("0 0.1 0 0.1 2 2"), 15, "0 0.05 0 0.1 2 2");
     ASSERT_TRUE(read(text));
-    RunReport report = run_static(store, settings_of());
+    RunReport report = run_static(store, analysis_settings());
     ASSERT_EQ(report.status, RunStatus::done);
     EXPECT_NEAR(report.applied[0], 0, 1e-9);
     EXPECT_NEAR(report.applied[2], 1000, 1e-9);
@@ -342,22 +312,22 @@ TEST_F(RigidAnalysis, TheNormalIsThatOfTheFaceAndLostForcesAndMechanismsAreNamed
     text = cantilever("%\nrigid_force\nM END_FACE ry 1000\n%\nEND\n", 2);
     text.replace(text.find("0 0.1 0 0.1 2 2"), 15, "0 0 0 0.1 2 2");
     ASSERT_TRUE(read(text));
-    report = run_static(store, settings_of());
+    report = run_static(store, analysis_settings());
     EXPECT_TRUE(std::any_of(report.remarks.notices.begin(), report.remarks.notices.end(), [](const std::string& n) { return n.find("is lost") != std::string::npos; }));
     // a reference point far off changes nothing
     text = cantilever("%\nrigid_force\nF END_FACE rx 10\n%\nEND\n", 2);
     ASSERT_TRUE(read(text));
-    ASSERT_EQ(run_static(store, settings_of()).status, RunStatus::done);
+    ASSERT_EQ(run_static(store, analysis_settings()).status, RunStatus::done);
     const auto near = displacement(0, 0, 2);
     text.replace(text.find("END_FACE area 0.05 0.05 2"), 25, "END_FACE area 5000 -9000 2");
     ASSERT_TRUE(read(text));
-    ASSERT_EQ(run_static(store, settings_of()).status, RunStatus::done);
+    ASSERT_EQ(run_static(store, analysis_settings()).status, RunStatus::done);
     for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(displacement(0, 0, 2)[c], near[c], 1e-9 * std::abs(near[1]));
     // nothing holds it: every analysis that needs a support says so
     text = cantilever("%\nrigid_force\nM END_FACE rz 100\n%\nEND\n", 2);
     text.replace(text.find("boundary_condition"), text.find("rigid_element") - text.find("boundary_condition"), "");
     ASSERT_TRUE(read(text));
-    Settings settings = settings_of();
+    Settings settings = analysis_settings();
     settings.nl_conv = 1e-6;
     report = run_nonlinear(store, settings);
     EXPECT_EQ(report.status, RunStatus::failed);
@@ -368,7 +338,7 @@ TEST_F(RigidAnalysis, TheNormalIsThatOfTheFaceAndLostForcesAndMechanismsAreNamed
     for (const EigenMethod method : {EigenMethod::subspace, EigenMethod::lanczos}) {
         ASSERT_TRUE(read("material_info\nM 1000 200e9 0.3\n%\nmode_num 6 %\npart_info\nA blue M RECT 1 1 1 0 0 0 1 1 1 0 0 0 0 0 0 0 0 0\n%\n"
                          "rigid_element\nR area 0 0 0 0 1 0 1 0 1\n%\nEND\n"));
-        report = run_eigen(store, settings_of(), method);
+        report = run_eigen(store, analysis_settings(), method);
         for (const ModeReport& mode : report.modes) EXPECT_LT(mode.frequency, 1e-3);
     }
 }
@@ -419,7 +389,7 @@ TEST_F(RigidAnalysis, SmallLoadsOnRigidBodiesGiveTheLinearAnswer) {
     ASSERT_TRUE(read(text));
     store.mode_count = 1;
     ModelStore linear = store;
-    Settings settings = settings_of();
+    Settings settings = analysis_settings();
     settings.nl_conv = 1e-5;
     const RunReport report = run_nonlinear(store, settings);
     ASSERT_EQ(report.status, RunStatus::done) << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
