@@ -337,7 +337,7 @@ bool count_steps(ModelStore& store, ExplicitState& s, RunReport& report) {
     s.output_frequency = store.control.output_frequency;
     if (s.output_frequency < 1) {
         s.output_frequency = 1;
-        remark(report, "output_frequency below 1: every step is stored");
+        remark(report, "output_frequency is not given or below 1: every step is stored");
     }
     const double steps = store.control.end_time * end_tolerance / s.d_time;
     const double frames = std::floor(store.control.end_time * end_tolerance /

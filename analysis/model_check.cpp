@@ -121,22 +121,25 @@ void check_forces(const ModelStore& store, ModelCheck& out) {
     }
 }
 
-// What the rigid records select; returns the pairs of nodes that rigid elements and springs hold together.
-std::vector<std::array<std::int32_t, 2>> check_rigid(const ModelStore& store, ModelCheck& out) {
-    std::vector<std::array<std::int32_t, 2>> links;
+// What the rigid records select.
+RigidSystem check_rigid(const ModelStore& store, ModelCheck& out) {
     const NodeElements node_elements = elements_of_nodes(store.mesh);
-    DofNumbering held;
     std::int32_t fn_free = 3 * store.mesh.node_num();
-    held = apply_boundary_conditions(store.boundary_conditions, store.mesh, node_elements, fn_free);
+    const DofNumbering held = apply_boundary_conditions(store.boundary_conditions, store.mesh, node_elements, fn_free);
     RigidSystem rigid;
     RunReport report;
     find_rigid_bodies(store, node_elements, held, rigid, report);
+    for (const RigidBody& body : rigid.bodies) out.rigid_members.push_back(static_cast<std::int32_t>(body.members.size()));
     for (const auto* texts : {&report.remarks.notices, &report.remarks.errors})
         for (const std::string& text : *texts) notice(out, text);
-    for (const RigidBody& body : rigid.bodies) {
-        out.rigid_members.push_back(static_cast<std::int32_t>(body.members.size()));
+    return rigid;
+}
+
+// The pairs of nodes that rigid elements and springs hold together.
+std::vector<std::array<std::int32_t, 2>> rigid_links(const ModelStore& store, const RigidSystem& rigid) {
+    std::vector<std::array<std::int32_t, 2>> links;
+    for (const RigidBody& body : rigid.bodies)
         for (std::int32_t n : body.members) links.push_back({body.members.front(), n});
-    }
     for (const RigidCombine& springs : store.rigid_combines) {
         std::array<std::int32_t, 2> ends{-1, -1};
         for (std::size_t side = 0; side < 2; ++side) {
@@ -149,15 +152,27 @@ std::vector<std::array<std::int32_t, 2>> check_rigid(const ModelStore& store, Mo
     return links;
 }
 
-// Orders a copy of the mesh and counts what the factor will need.
-void check_factor(const ModelStore& store, const Settings& settings, ModelCheck& out) {
+// Orders a copy of the mesh and counts what the factor will need: the members of rigid bodies have no rows in it, each
+// motion of a body has a dense one beside it.
+void check_factor(const ModelStore& store, const Settings& settings, const RigidSystem& rigid, ModelCheck& out) {
     Mesh mesh = store.mesh;
     out.diag_num = order_nodes(mesh, settings.ordering_type);
     const NodeElements node_elements = elements_of_nodes(mesh);
     std::int32_t fn_free = 3 * mesh.node_num();
-    const DofNumbering numbering = apply_boundary_conditions(store.boundary_conditions, mesh, node_elements, fn_free);
+    DofNumbering numbering = apply_boundary_conditions(store.boundary_conditions, mesh, node_elements, fn_free);
     out.hanging_nodes = numbering.hanging_nodes;
-    out.free_dofs = static_cast<std::int64_t>(numbering.free_dofs.size());
+    if (rigid.bodies.size() == store.rigid_elements.size()) {  // otherwise the records contradict
+        const RigidSystem ordered = build_rigid_system(store.rigid_elements, mesh, node_elements, numbering.fixed_nodes);
+        std::vector<std::int32_t> free;
+        for (std::int32_t dof : numbering.free_dofs) {
+            std::int32_t& equation = numbering.dof_map[static_cast<std::size_t>(dof)];
+            equation = !ordered.empty() && ordered.body_of_node[static_cast<std::size_t>(dof / 3)] >= 0 ? -1 : static_cast<std::int32_t>(free.size());
+            if (equation >= 0) free.push_back(dof);
+        }
+        numbering.free_dofs = std::move(free);
+    }
+    const auto rows = static_cast<std::int64_t>(numbering.free_dofs.size());
+    out.free_dofs = rows + rigid.equations;
     const NodeNeighbours neighbours = neighbours_of_nodes(mesh, node_elements);
     // the profile from the neighbour sets: the first free column of each free row
     Profile profile;
@@ -185,6 +200,8 @@ void check_factor(const ModelStore& store, const Settings& settings, ModelCheck&
     if (divisions.count() > 1) held = std::min(held, (2 * std::int64_t{profile.max_height} / grid.nb + 2) * grid.largest_panel());
     out.divisions = divisions.count();
     out.factor_megabytes = profile.megabytes();
+    constexpr std::int64_t border_arrays = 2;  // K_fr and K_ff⁻¹ K_fr
+    held += border_arrays * rows * rigid.equations;
     out.memory_megabytes = (static_cast<double>(held) * 8 + static_cast<double>(entries) * 20) / 1e6;
     if (settings.free_hd_size < out.factor_megabytes)
         notice(out, console::format("the factor needs %.1f MB of disk, FREE_HD_SIZE allows %.1f MB", out.factor_megabytes, settings.free_hd_size));
@@ -201,12 +218,13 @@ ModelCheck check_model(const ModelStore& store, const Settings& settings) {
     std::vector<char> fixed(static_cast<std::size_t>(store.mesh.node_num()), 0);
     for (const BoundaryCondition& record : store.boundary_conditions)
         for (std::int32_t n : select_nodes(record, store.mesh)) fixed[static_cast<std::size_t>(n)] = 1;
-    check_bodies(store.mesh, fixed, check_rigid(store, out), out);
+    const RigidSystem rigid = check_rigid(store, out);
+    check_bodies(store.mesh, fixed, rigid_links(store, rigid), out);
     for (std::size_t b = 0; b < out.bodies.size(); ++b)
         if (!out.bodies[b].supported) notice(out, console::format("body %zu (part %s): no support holds it", b + 1,
                                                                   store.parts[static_cast<std::size_t>(out.bodies[b].parts.front())].name.c_str()));
     if (store.mesh.element_num() < 1) notice(out, "the model has no solid elements: nothing to analyse");
-    else check_factor(store, settings, out);
+    else check_factor(store, settings, rigid, out);
     return out;
 }
 

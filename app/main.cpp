@@ -100,6 +100,7 @@ int main(int argc, char** argv) {
     QApplication application(qt_argc, argv);
     std::setlocale(LC_NUMERIC, "C");  // Qt took the user's; numbers have a point
     paths::set_log_directory(options.log_directory);
+    console::set_lines_enabled(!options.quiet);
     const Renderer renderer = find_renderer();
     if (renderer == Renderer::none) {
         console::error("kestralum: OpenGL cannot be used on this display (platform %s)",

@@ -43,6 +43,8 @@ private:
             out_.version = true;
         else if (argument == "--log")
             out_.log_directory = value(argument);
+        else if (argument == "--quiet")
+            out_.quiet = true;
         else if (argument.starts_with("--"))
             take_snapshot_option(argument);
         else if (argument.starts_with("-") && argument.size() > 1)
@@ -186,12 +188,13 @@ std::string window_usage() {
                   : k % 8 == 0 ? ",\n                        "
                                : ", ") +
                  option_word(view::view_entries[k].text);
-    return "kestralum [MODEL_FILE] [--log DIR]\n"
+    return "kestralum [MODEL_FILE] [--log DIR] [--quiet]\n"
            "kestralum MODEL_FILE --snapshot FILE [OPTION]...\n"
            "kestralum --help | --version\n"
            "\n"
            "  MODEL_FILE            the model to open\n"
            "  --log DIR             analyses write there instead of log\n"
+           "  --quiet               no lines of the stages on the console\n"
            "  --snapshot FILE       draws the model into an image (.png) without showing a window\n"
            "\n"
            "Options of a snapshot:\n"

@@ -27,6 +27,7 @@ struct WindowOptions {
     double scale = 1;                     // mode scale
     double opacity = 1;
     std::string log_directory = "log";
+    bool quiet = false;
     std::string error;  // bad usage: why
 };
 

@@ -158,6 +158,7 @@ TEST_F(RigidAnalysis, TheCheckSeesWhatRigidRecordsHoldTogether) {
     EXPECT_EQ(joined.bodies.size(), 1u);
     EXPECT_TRUE(joined.remarks.notices.empty()) << joined.remarks.notices[0];
     EXPECT_EQ(joined.rigid_members, (std::vector<std::int32_t>{12, 18}));
+    EXPECT_EQ(joined.free_dofs, run_static(store, analysis_settings()).free_dofs) << "members have no rows of their own";
 
     ASSERT_TRUE(read(blocks.substr(0, blocks.find("rigid_combine")) + fix + "END\n"));
     const ModelCheck loose = check_model(store, analysis_settings());
