@@ -144,8 +144,8 @@ private:
         }
         outward_.push_back(unit(minus(element.reference, middle), Vec3{}));
         // chosen where they rest: the same ones in every frame
-        for (const Vec3& x : spread_out(at_rest, most_spokes, 0.05 * extent_))
-            out_.lines.push_back({place, drawn(x), faint_violet});
+        for (const std::size_t k : spread_out(at_rest, most_spokes, 0.05 * extent_))
+            out_.lines.push_back({place, drawn(at_rest[k]), faint_violet});
         const std::size_t stride = stride_for(nodes.size(), most_members);
         for (std::size_t i = 0; i < nodes.size(); i += stride)
             out_.members.push_back(

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <limits>
+#include <map>
 #include <numbers>
-#include <set>
+#include <numeric>
 
 #include "model/console.h"
 
@@ -65,9 +66,11 @@ std::size_t stride_for(std::size_t count, std::size_t limit) {
     return std::max<std::size_t>(1, (count + limit - 1) / limit);
 }
 
-std::vector<Vec3> spread_out(const std::vector<Vec3>& places, std::size_t limit, double spacing) {
+std::vector<std::size_t> spread_out(const std::vector<Vec3>& places, std::size_t limit, double spacing) {
     constexpr std::size_t few = 8;
-    if (places.size() <= few) return places;
+    std::vector<std::size_t> chosen(places.size());
+    std::iota(chosen.begin(), chosen.end(), std::size_t{0});
+    if (places.size() <= few) return chosen;
     Vec3 low = places[0], high = places[0];
     for (const Vec3& p : places)
         for (std::size_t c = 0; c < 3; ++c) {
@@ -75,23 +78,33 @@ std::vector<Vec3> spread_out(const std::vector<Vec3>& places, std::size_t limit,
             high[c] = std::max(high[c], p[c]);
         }
     const double across = norm(minus(high, low));
-    std::vector<Vec3> chosen;
+    struct Nearest {
+        std::size_t place;
+        double distance;  // from the cell's middle, in cells
+    };
     for (double cells = std::clamp(across / spacing, 1.0, 64.0); cells >= 1; cells /= 1.15) {
-        chosen.clear();
-        std::set<std::array<std::int64_t, 3>> taken;
-        for (const Vec3& p : places) {
+        std::map<std::array<std::int64_t, 3>, Nearest> taken;
+        for (std::size_t k = 0; k < places.size() && taken.size() <= limit; ++k) {
             std::array<std::int64_t, 3> cell{};
+            double distance = 0;
             for (std::size_t c = 0; c < 3; ++c) {
-                const double at = cells * (p[c] - low[c]) / across;
+                const double at = cells * (places[k][c] - low[c]) / across;
                 if (at >= 0 && at <= cells) cell[c] = static_cast<std::int64_t>(at);
+                distance += std::abs(at - static_cast<double>(cell[c]) - 0.5);
             }
-            if (!taken.insert(cell).second) continue;
-            chosen.push_back(p);
-            if (chosen.size() > limit) break;
+            const auto [entry, is_new] = taken.try_emplace(cell, Nearest{k, distance});
+            Nearest& nearest = entry->second;
+            // the same place whatever the order: of equally near ones the first by coordinates
+            const bool nearer = distance < nearest.distance - 1e-6 ||
+                                (distance < nearest.distance + 1e-6 && places[k] < places[nearest.place]);
+            if (!is_new && nearer) nearest = {k, distance};
         }
-        if (chosen.size() <= limit) return chosen;
+        if (taken.size() > limit) continue;
+        chosen.clear();
+        for (const auto& [cell, nearest] : taken) chosen.push_back(nearest.place);
+        return chosen;
     }
-    return {places[0]};
+    return {0};
 }
 
 ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> forces,
@@ -102,19 +115,20 @@ ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> force
     for (const AppliedForce& force : forces) {
         if (force.axis < 0 || force.axis > 2) continue;
         const auto nodes = loaded_nodes(mesh, force);
-        std::vector<Vec3> places;
-        for (const std::int64_t n : nodes) places.push_back(triple(coordinates, n));
-        if (nodes.empty() && force.kind == ForceKind::node) places.push_back(force.point);
-        if (places.empty()) continue;  // an area without nodes loads nothing
-        const double way = force.value > 0 ? length : force.value < 0 ? -length : 0.0;
-        const Vec3 arrow = axis_vector(static_cast<std::size_t>(force.axis), way);
-        const bool pulls = way != 0 && pulls_outwards(mesh, nodes, arrow);
+        std::vector<Vec3> at_rest, places;
+        for (const std::int64_t n : nodes) {
+            at_rest.push_back(triple(mesh.coordinates, n));
+            places.push_back(triple(coordinates, n));
+        }
+        if (nodes.empty() && force.kind == ForceKind::node) at_rest = places = {force.point};
+        if (places.empty() || force.value == 0) continue;  // loads nothing
+        const Vec3 arrow = axis_vector(static_cast<std::size_t>(force.axis), force.value > 0 ? length : -length);
+        const bool pulls = pulls_outwards(mesh, nodes, arrow);
         const Vec3 free_end = pulls ? arrow : times(-1, arrow);  // seen from the node
-        if (way != 0)
-            for (const Vec3& node : spread_out(places, most_arrows, 0.2 * length)) {
-                const Vec3 end = plus(node, free_end);
-                out.arrows.push_back(pulls ? Arrow{node, end} : Arrow{end, node});
-            }
+        for (const std::size_t k : spread_out(at_rest, most_arrows, 0.2 * length)) {
+            const Vec3 end = plus(places[k], free_end);
+            out.arrows.push_back(pulls ? Arrow{places[k], end} : Arrow{end, places[k]});
+        }
         out.labels.push_back(
             {plus(middle(places), free_end), console::format("%.3e[N]", std::abs(force.value))});
     }

@@ -44,9 +44,9 @@ void add_circle(std::vector<Line>& lines, const Vec3& centre, const Vec3& u, con
 // Every how many-th of `count` entries leaves about `limit` at most; at least 1.
 std::size_t stride_for(std::size_t count, std::size_t limit);
 
-// At most `limit` of the places, spread evenly and hardly nearer than `spacing`: one for each cell of the
-// finest grid that suffices.
-std::vector<Vec3> spread_out(const std::vector<Vec3>& places, std::size_t limit, double spacing);
+// Indices of at most `limit` of the places, spread evenly and hardly nearer than `spacing`: for each cell of
+// the finest grid that suffices the one nearest to its middle, whatever the places' order.
+std::vector<std::size_t> spread_out(const std::vector<Vec3>& places, std::size_t limit, double spacing);
 
 // Triad of unit length scaled by `size`: x red with a cross at its tip, y green, z blue.
 std::vector<Line> axes(double size);

@@ -20,7 +20,7 @@ TEST(Symbols, ForcesEndAtTheirDrawnNodes) {
     const Mesh mesh = hexa_box({{20, 20, 1}, {2, 2, 0.1}});
     std::vector<double> drawn = mesh.coordinates;
     for (std::size_t k = 2; k < drawn.size(); k += 3) drawn[k] += 0.5;
-    std::vector<AppliedForce> forces(5);
+    std::vector<AppliedForce> forces(6);
     forces[0].axis = 2;
     forces[0].value = -1234.5;
     forces[0].node = 1;
@@ -32,6 +32,7 @@ TEST(Symbols, ForcesEndAtTheirDrawnNodes) {
     forces[3].axis = 7;                     // damaged
     forces[4].value = 5;
     forces[4].point = {3, 3, 3};  // no node found
+    forces[5].node = 1;           // of 0 N: nothing is drawn
     const ForceSymbols symbols = force_symbols(mesh, forces, drawn);
     ASSERT_EQ(symbols.labels.size(), 3u);
     EXPECT_EQ(symbols.labels[0].text, "1.234e+03[N]");
@@ -45,7 +46,8 @@ TEST(Symbols, ForcesEndAtTheirDrawnNodes) {
     for (const int count : quarter) EXPECT_GE(count, 4);
     expect_near(symbols.arrows[0].tail, {0, 0, 0.5});
     expect_near(symbols.arrows[0].tip, {0, 0, 0.2});  // pulls the lower corner down, 0.15 of 2 m long
-    expect_near(symbols.arrows[1].tip, {0, 0, 0.6});  // along the upper side: ends at the node
+    EXPECT_NEAR(symbols.arrows[1].tip[2], 0.6, 1e-12);  // along the upper side: ends at the node
+    expect_near(minus(symbols.arrows[1].tip, symbols.arrows[1].tail), {0.3, 0, 0});
     expect_near(symbols.arrows.back().tip, {3, 3, 3});
     expect_near(symbols.labels[1].at, {1 - 0.3, 1, 0.6});
 
