@@ -1,6 +1,7 @@
 #include "view/symbols.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <map>
 #include <numbers>
@@ -83,13 +84,16 @@ std::vector<std::size_t> spread_out(const std::vector<Vec3>& places, std::size_t
         double distance;  // from the cell's middle, in cells
     };
     for (double cells = std::clamp(across / spacing, 1.0, 64.0); cells >= 1; cells /= 1.15) {
+        Vec3 scale{};  // a whole number of cells along each axis
+        for (std::size_t c = 0; c < 3; ++c)
+            if (high[c] > low[c]) scale[c] = std::max(1.0, std::round(cells * (high[c] - low[c]) / across)) / (high[c] - low[c]);
         std::map<std::array<std::int64_t, 3>, Nearest> taken;
         for (std::size_t k = 0; k < places.size() && taken.size() <= limit; ++k) {
             std::array<std::int64_t, 3> cell{};
             double distance = 0;
             for (std::size_t c = 0; c < 3; ++c) {
-                const double at = cells * (places[k][c] - low[c]) / across;
-                if (at >= 0 && at <= cells) cell[c] = static_cast<std::int64_t>(at);
+                const double at = scale[c] * (places[k][c] - low[c]), last = std::round(scale[c] * (high[c] - low[c])) - 1;
+                if (at >= 0 && at <= 64.5) cell[c] = static_cast<std::int64_t>(std::min(at, std::max(0.0, last)));
                 distance += std::abs(at - static_cast<double>(cell[c]) - 0.5);
             }
             const auto [entry, is_new] = taken.try_emplace(cell, Nearest{k, distance});
