@@ -7,6 +7,7 @@
 
 #include "analysis/explicit_state.h"
 #include "elements/loads.h"
+#include "model/connected.h"
 #include "model/console.h"
 #include "model/free_faces.h"
 
@@ -308,29 +309,13 @@ bool choose_step(const ModelStore& store, const SetUp& set_up, std::span<const c
 
 // A fixed body has a support or a driven degree of freedom; bodies hang together by common nodes.
 bool some_body_is_free(const Mesh& mesh, const ExplicitState& s) {
-    const auto nodes = static_cast<std::size_t>(mesh.node_num()),
-               per_element = static_cast<std::size_t>(mesh.node_per_element());
-    std::vector<std::int32_t> root(nodes);
-    std::iota(root.begin(), root.end(), 0);
-    auto find = [&](std::int32_t n) {
-        while (root[static_cast<std::size_t>(n)] != n)
-            n = root[static_cast<std::size_t>(n)] =
-                root[static_cast<std::size_t>(root[static_cast<std::size_t>(n)])];
-        return n;
-    };
-    for (std::size_t k = 0; k < mesh.connectivity.size(); ++k) {
-        const auto head =
-            static_cast<std::int32_t>(node_index(mesh.connectivity[k / per_element * per_element]));
-        root[static_cast<std::size_t>(find(static_cast<std::int32_t>(node_index(mesh.connectivity[k]))))] =
-            find(head);
-    }
-    std::vector<char> held(nodes, 0);
-    for (std::size_t n = 0; n < nodes; ++n)
-        if (s.b[4 * n] == 0 || s.b[4 * n + 1] == 0 || s.b[4 * n + 2] == 0)
-            held[static_cast<std::size_t>(find(static_cast<std::int32_t>(n)))] = 1;
-    for (std::int32_t n : mesh.connectivity)
-        if (!held[static_cast<std::size_t>(find(static_cast<std::int32_t>(node_index(n))))]) return true;
-    return false;
+    const std::vector<std::int32_t> body = connected_nodes(mesh);
+    std::vector<char> held(body.size(), 0);
+    for (std::size_t n = 0; n < body.size(); ++n)
+        if (s.b[4 * n] == 0 || s.b[4 * n + 1] == 0 || s.b[4 * n + 2] == 0) held[static_cast<std::size_t>(body[n])] = 1;
+    return std::any_of(mesh.connectivity.begin(), mesh.connectivity.end(), [&](std::int32_t n) {
+        return !held[static_cast<std::size_t>(body[static_cast<std::size_t>(node_index(n))])];
+    });
 }
 
 bool count_steps(ModelStore& store, ExplicitState& s, RunReport& report) {

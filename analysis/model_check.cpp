@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numeric>
 
 #include "analysis/linear_system.h"
 #include "elements/constraints.h"
 #include "elements/element_type.h"
+#include "model/connected.h"
 #include "model/console.h"
 #include "solver/ordering.h"
 #include "solver/panels.h"
@@ -36,30 +36,12 @@ void check_elements(const ModelStore& store, ModelCheck& out) {
 
 // Bodies: elements that hang together through common nodes and `links`, pairs of 0-based nodes.
 void check_bodies(const Mesh& mesh, std::span<const char> fixed, std::span<const std::array<std::int32_t, 2>> links, ModelCheck& out) {
-    std::vector<std::int32_t> root(static_cast<std::size_t>(mesh.node_num()));
-    std::iota(root.begin(), root.end(), 0);
-    auto find = [&](std::int32_t n) {
-        while (root[static_cast<std::size_t>(n)] != n) {
-            std::int32_t& up = root[static_cast<std::size_t>(n)];
-            up = root[static_cast<std::size_t>(up)];
-            n = up;
-        }
-        return n;
-    };
-    const int nodes = mesh.node_per_element();
-    auto first_node = [&](std::int32_t e) {
-        return static_cast<std::int32_t>(node_index(mesh.connectivity[static_cast<std::size_t>(e) * static_cast<std::size_t>(nodes)]));
-    };
-    const auto join = [&](std::int32_t m, std::int32_t n) {
-        const std::int32_t a = find(m), b = find(n);
-        root[static_cast<std::size_t>(std::max(a, b))] = std::min(a, b);
-    };
-    for (std::size_t k = 0; k < mesh.connectivity.size(); ++k)
-        join(first_node(static_cast<std::int32_t>(k / static_cast<std::size_t>(nodes))), static_cast<std::int32_t>(node_index(mesh.connectivity[k])));
-    for (const auto& [m, n] : links) join(m, n);
-    std::vector<std::int32_t> body_of(root.size(), -1);
+    const std::vector<std::int32_t> lowest = connected_nodes(mesh, links);
+    const auto nodes = static_cast<std::size_t>(mesh.node_per_element());
+    std::vector<std::int32_t> body_of(lowest.size(), -1);  // of each lowest node
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
-        std::int32_t& body = body_of[static_cast<std::size_t>(find(first_node(e)))];
+        const auto first = static_cast<std::size_t>(node_index(mesh.connectivity[static_cast<std::size_t>(e) * nodes]));
+        std::int32_t& body = body_of[static_cast<std::size_t>(lowest[first])];
         if (body < 0) {
             body = static_cast<std::int32_t>(out.bodies.size());
             out.bodies.emplace_back();
@@ -69,9 +51,9 @@ void check_bodies(const Mesh& mesh, std::span<const char> fixed, std::span<const
         const std::int32_t part = mesh.p_ele_part_id[static_cast<std::size_t>(e)];
         if (b.parts.empty() || b.parts.back() != part) b.parts.push_back(part);
     }
-    for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
-        const std::int32_t body = body_of[static_cast<std::size_t>(find(n))];
-        if (body >= 0 && fixed[static_cast<std::size_t>(n)]) out.bodies[static_cast<std::size_t>(body)].supported = true;
+    for (std::size_t n = 0; n < lowest.size(); ++n) {
+        const std::int32_t body = body_of[static_cast<std::size_t>(lowest[n])];
+        if (body >= 0 && fixed[n]) out.bodies[static_cast<std::size_t>(body)].supported = true;
     }
     for (Body& b : out.bodies) {
         std::sort(b.parts.begin(), b.parts.end());
