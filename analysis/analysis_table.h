@@ -13,7 +13,7 @@ struct AnalysisEntry {
     const char* batch_word;  // on the command line
     const char* menu_text;   // in the "&Analysis" menu
     AnalysisType type;
-    RunReport (*run)();      // on the process-wide store; null while it is not built yet
+    RunReport (*run)();  // on the process-wide store; null while it is not built yet
 };
 
 std::span<const AnalysisEntry> analysis_table();

@@ -12,10 +12,10 @@
 // LAPACK, from OpenBLAS (Anderson et al., LAPACK Users' Guide, 3rd ed. 1999)
 extern "C" {
 void dgetrf_(const int* m, const int* n, double* a, const int* lda, int* pivots, int* info);
-void dgetrs_(const char* trans, const int* n, const int* columns, const double* a, const int* lda, const int* pivots, double* b,
-             const int* ldb, int* info, std::size_t);
-void dsyev_(const char* vectors, const char* triangle, const int* n, double* a, const int* lda, double* values, double* work,
-            const int* lwork, int* info, std::size_t, std::size_t);
+void dgetrs_(const char* trans, const int* n, const int* columns, const double* a, const int* lda,
+             const int* pivots, double* b, const int* ldb, int* info, std::size_t);
+void dsyev_(const char* vectors, const char* triangle, const int* n, double* a, const int* lda,
+            double* values, double* work, const int* lwork, int* info, std::size_t, std::size_t);
 }
 
 namespace kestralum {
@@ -29,20 +29,26 @@ struct MemberRows {
     std::span<const RigidState> states;
     const Mesh& mesh;
 
-    const RigidBody& body(std::int32_t node) const { return rigid.bodies[static_cast<std::size_t>(rigid.body_of_node[static_cast<std::size_t>(node)])]; }
-    bool is_member(std::int32_t dof) const { return rigid.body_of_node[static_cast<std::size_t>(dof / 3)] >= 0; }
+    const RigidBody& body(std::int32_t node) const {
+        return rigid.bodies[static_cast<std::size_t>(rigid.body_of_node[static_cast<std::size_t>(node)])];
+    }
+    bool is_member(std::int32_t dof) const {
+        return rigid.body_of_node[static_cast<std::size_t>(dof / 3)] >= 0;
+    }
 
     std::array<double, 6> row(std::int32_t dof) const {
         const std::int32_t node = dof / 3;
         const auto b = static_cast<std::size_t>(rigid.body_of_node[static_cast<std::size_t>(node)]);
         const RigidBody& of = rigid.bodies[b];
         Vec3 arm;
-        for (std::size_t c = 0; c < 3; ++c) arm[c] = mesh.coordinates[3 * static_cast<std::size_t>(node) + c] - of.pivot[c];
+        for (std::size_t c = 0; c < 3; ++c)
+            arm[c] = mesh.coordinates[3 * static_cast<std::size_t>(node) + c] - of.pivot[c];
         if (!states.empty()) arm = turned(states[b].R, arm);
         std::array<double, 6> t{};
         for (std::size_t k = 0; k < motions[b].size(); ++k) {
             const Vec6& m = motions[b][k];
-            t[k] = m[static_cast<std::size_t>(dof % 3)] + cross({m[3], m[4], m[5]}, arm)[static_cast<std::size_t>(dof % 3)];
+            t[k] = m[static_cast<std::size_t>(dof % 3)] +
+                   cross({m[3], m[4], m[5]}, arm)[static_cast<std::size_t>(dof % 3)];
         }
         return t;
     }
@@ -57,10 +63,12 @@ MemberRows member_rows(const RigidSystem& rigid, std::span<const RigidState> sta
 
 }  // namespace
 
-void fill_border(const RigidSystem& rigid, std::span<const RigidState> states, const Mesh& mesh, const SparseKM& km,
-                 std::span<const std::int32_t> free_dofs, std::span<const std::int32_t> equation, bool with_mass, Border& border) {
+void fill_border(const RigidSystem& rigid, std::span<const RigidState> states, const Mesh& mesh,
+                 const SparseKM& km, std::span<const std::int32_t> free_dofs,
+                 std::span<const std::int32_t> equation, bool with_mass, Border& border) {
     border.nr = rigid.equations;
-    border.nf = static_cast<std::int32_t>(std::count_if(equation.begin(), equation.end(), [](std::int32_t e) { return e >= 0; }));
+    border.nf = static_cast<std::int32_t>(
+        std::count_if(equation.begin(), equation.end(), [](std::int32_t e) { return e >= 0; }));
     const auto nf = static_cast<std::size_t>(border.nf), nr = static_cast<std::size_t>(border.nr);
     border.K_fr.assign(nf * nr, 0.0);
     border.K_rr.assign(nr * nr, 0.0);
@@ -99,8 +107,8 @@ void fill_border(const RigidSystem& rigid, std::span<const RigidState> states, c
     }
 }
 
-void rigid_transform(const RigidSystem& rigid, std::span<const RigidState> states, const Mesh& mesh, bool with_mass, SparseKM& km,
-                     DofNumbering& numbering, Border& border) {
+void rigid_transform(const RigidSystem& rigid, std::span<const RigidState> states, const Mesh& mesh,
+                     bool with_mass, SparseKM& km, DofNumbering& numbering, Border& border) {
     std::vector<std::int32_t> equation(numbering.free_dofs.size(), -1), left;
     for (std::size_t r = 0; r < equation.size(); ++r) {
         const std::int32_t dof = numbering.free_dofs[r];
@@ -117,19 +125,22 @@ void rigid_transform(const RigidSystem& rigid, std::span<const RigidState> state
     numbering.free_dofs = std::move(left);
 }
 
-void multiply_border(const Border& border, std::span<const double> fr, std::span<const double> rr, std::span<const double> x,
-                     std::span<double> y, std::int32_t k) {
+void multiply_border(const Border& border, std::span<const double> fr, std::span<const double> rr,
+                     std::span<const double> x, std::span<double> y, std::int32_t k) {
     const int nf = border.nf, nr = border.nr, n = nf + nr;
     if (nr == 0) return;
     if (nf > 0) {
-        cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, nf, k, nr, 1.0, fr.data(), nf, x.data() + nf, n, 1.0, y.data(), n);
-        cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, nr, k, nf, 1.0, fr.data(), nf, x.data(), n, 1.0, y.data() + nf, n);
+        cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, nf, k, nr, 1.0, fr.data(), nf, x.data() + nf,
+                    n, 1.0, y.data(), n);
+        cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, nr, k, nf, 1.0, fr.data(), nf, x.data(), n, 1.0,
+                    y.data() + nf, n);
     }
-    cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, nr, k, nr, 1.0, rr.data(), nr, x.data() + nf, n, 1.0, y.data() + nf, n);
+    cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, nr, k, nr, 1.0, rr.data(), nr, x.data() + nf, n, 1.0,
+                y.data() + nf, n);
 }
 
-bool BorderedFactor::factor(const SparseKM& km, std::span<const double> values, std::span<const double> fr, std::span<const double> rr,
-                            RunReport& report) {
+bool BorderedFactor::factor(const SparseKM& km, std::span<const double> values, std::span<const double> fr,
+                            std::span<const double> rr, RunReport& report) {
     const auto n = static_cast<std::size_t>(nr_);
     if (free_ && !run_factorization(km, values, *free_, report)) return false;
     if (nr_ == 0) return true;
@@ -142,7 +153,8 @@ bool BorderedFactor::factor(const SparseKM& km, std::span<const double> values, 
             return false;
         }
         // S -= Arf X; row-major S is its transpose column-major, and Arf X is symmetric
-        cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, nr_, nr_, nf_, -1.0, X_.data(), nf_, fr_.data(), nf_, 1.0, S_.data(), nr_);
+        cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, nr_, nr_, nf_, -1.0, X_.data(), nf_, fr_.data(),
+                    nf_, 1.0, S_.data(), nr_);
     }
     LU_.resize(n * n);
     for (std::size_t i = 0; i < n; ++i)
@@ -152,7 +164,8 @@ bool BorderedFactor::factor(const SparseKM& km, std::span<const double> values, 
     dgetrf_(&nr_, &nr_, LU_.data(), &nr_, pivots_.data(), &info);
     report.negative_pivots = negative_pivots();
     if (info == 0) return true;
-    // a motion with no stiffness at all: a tiny pivot lets the solve go on, the caller tells of the free motion
+    // a motion with no stiffness at all: a tiny pivot lets the solve go on, the caller tells of the free
+    // motion
     double largest = 0;
     for (double v : S_) largest = std::max(largest, std::abs(v));
     for (std::size_t i = 0; i < n; ++i)
@@ -167,7 +180,8 @@ bool BorderedFactor::solve(std::span<double> x, std::int32_t k) {
         return false;
     }
     const std::int32_t n = nf_ + nr_;
-    std::vector<double> top(static_cast<std::size_t>(nf_) * static_cast<std::size_t>(k)), bottom(static_cast<std::size_t>(nr_) * static_cast<std::size_t>(k));
+    std::vector<double> top(static_cast<std::size_t>(nf_) * static_cast<std::size_t>(k)),
+        bottom(static_cast<std::size_t>(nr_) * static_cast<std::size_t>(k));
     for (std::int32_t c = 0; c < k; ++c) {
         const auto from = x.begin() + static_cast<std::ptrdiff_t>(c) * n;
         std::copy(from, from + nf_, top.begin() + static_cast<std::ptrdiff_t>(c) * nf_);
@@ -178,11 +192,14 @@ bool BorderedFactor::solve(std::span<double> x, std::int32_t k) {
             error_ = free_->error();
             return false;
         }
-        cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, nr_, k, nf_, -1.0, fr_.data(), nf_, top.data(), nf_, 1.0, bottom.data(), nr_);
+        cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, nr_, k, nf_, -1.0, fr_.data(), nf_, top.data(),
+                    nf_, 1.0, bottom.data(), nr_);
     }
     int info = 0;
     dgetrs_("N", &nr_, &k, LU_.data(), &nr_, pivots_.data(), bottom.data(), &nr_, &info, 1);
-    if (nf_ > 0) cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, nf_, k, nr_, -1.0, X_.data(), nf_, bottom.data(), nr_, 1.0, top.data(), nf_);
+    if (nf_ > 0)
+        cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, nf_, k, nr_, -1.0, X_.data(), nf_,
+                    bottom.data(), nr_, 1.0, top.data(), nf_);
     for (std::int32_t c = 0; c < k; ++c) {
         const auto to = x.begin() + static_cast<std::ptrdiff_t>(c) * n;
         std::copy_n(top.begin() + static_cast<std::ptrdiff_t>(c) * nf_, nf_, to);
@@ -235,6 +252,8 @@ double BorderedFactor::smallest_scaled(std::span<const double> rr) const {
     return smallest;
 }
 
-bool BorderedFactor::has_free_motion(std::span<const double> rr) const { return !(smallest_scaled(rr) >= 1e-12); }
+bool BorderedFactor::has_free_motion(std::span<const double> rr) const {
+    return !(smallest_scaled(rr) >= 1e-12);
+}
 
 }  // namespace kestralum

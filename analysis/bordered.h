@@ -28,27 +28,30 @@ struct Border {
 // Takes the members out of the reduced [K] and [M] (rows: numbering.free_dofs) into the border: TᵀKT and TᵀMT
 // with u_member = v + ω × r at the states (null: at rest). km and numbering keep the nodes of no body.
 // `with_mass` false leaves the M parts empty.
-void rigid_transform(const RigidSystem& rigid, std::span<const RigidState> states, const Mesh& mesh, bool with_mass, SparseKM& km,
-                     DofNumbering& numbering, Border& border);
+void rigid_transform(const RigidSystem& rigid, std::span<const RigidState> states, const Mesh& mesh,
+                     bool with_mass, SparseKM& km, DofNumbering& numbering, Border& border);
 
-// The border alone, for values assembled anew on the pattern that rigid_transform() has taken apart: km is the full
-// pattern before it, free_dofs its rows, equation[row] the row's free equation or -1 for a member.
-void fill_border(const RigidSystem& rigid, std::span<const RigidState> states, const Mesh& mesh, const SparseKM& km,
-                 std::span<const std::int32_t> free_dofs, std::span<const std::int32_t> equation, bool with_mass, Border& border);
+// The border alone, for values assembled anew on the pattern that rigid_transform() has taken apart: km is
+// the full pattern before it, free_dofs its rows, equation[row] the row's free equation or -1 for a member.
+void fill_border(const RigidSystem& rigid, std::span<const RigidState> states, const Mesh& mesh,
+                 const SparseKM& km, std::span<const std::int32_t> free_dofs,
+                 std::span<const std::int32_t> equation, bool with_mass, Border& border);
 
 // Adds factor times border to the products of the sparse block: y (nf + nr) += [0 Afr; Arf Arr] x, k columns.
-void multiply_border(const Border& border, std::span<const double> fr, std::span<const double> rr, std::span<const double> x,
-                     std::span<double> y, std::int32_t k);
+void multiply_border(const Border& border, std::span<const double> fr, std::span<const double> rr,
+                     std::span<const double> x, std::span<double> y, std::int32_t k);
 
 // Factor of a bordered matrix.
 class BorderedFactor {
 public:
     // free: the skyline factor of Aff, null where nf = 0.
-    BorderedFactor(std::unique_ptr<SkylineFactor> free, std::int32_t nf, std::int32_t nr) : free_(std::move(free)), nf_(nf), nr_(nr) {}
+    BorderedFactor(std::unique_ptr<SkylineFactor> free, std::int32_t nf, std::int32_t nr)
+        : free_(std::move(free)), nf_(nf), nr_(nr) {}
 
     // Factors with the lines of run_factorization(); false with report.status failed. fr, rr as in Border;
     // rr need not be symmetric.
-    bool factor(const SparseKM& km, std::span<const double> values, std::span<const double> fr, std::span<const double> rr, RunReport& report);
+    bool factor(const SparseKM& km, std::span<const double> values, std::span<const double> fr,
+                std::span<const double> rr, RunReport& report);
 
     // Solves in place, x: (nf + nr) × k, column after column. False with error().
     bool solve(std::span<double> x, std::int32_t k = 1);
@@ -56,8 +59,8 @@ public:
     std::int32_t nf() const { return nf_; }
     std::int32_t nr() const { return nr_; }
     std::int64_t negative_pivots() const;
-    // The smallest eigenvalue of S, scaled to the diagonal of Arr, is below 1e-12: a motion of the bodies that
-    // nothing resists. `rr`: the diagonal's source.
+    // The smallest eigenvalue of S, scaled to the diagonal of Arr, is below 1e-12: a motion of the bodies
+    // that nothing resists. `rr`: the diagonal's source.
     bool has_free_motion(std::span<const double> rr) const;
     // The smallest size of an eigenvalue of the scaled S; infinity without bodies.
     double smallest_scaled(std::span<const double> rr) const;
@@ -67,10 +70,10 @@ public:
 private:
     std::unique_ptr<SkylineFactor> free_;
     std::int32_t nf_, nr_;
-    std::vector<double> X_;    // Aff⁻¹ Afr: nf × nr
-    std::vector<double> fr_;   // Afr
-    std::vector<double> S_;    // row-major, symmetric part kept for the inertia
-    std::vector<double> LU_;   // of S, column-major
+    std::vector<double> X_;   // Aff⁻¹ Afr: nf × nr
+    std::vector<double> fr_;  // Afr
+    std::vector<double> S_;   // row-major, symmetric part kept for the inertia
+    std::vector<double> LU_;  // of S, column-major
     std::vector<int> pivots_;
     std::string error_;
 };

@@ -16,9 +16,13 @@ namespace {
 
 bool check_densities(const ModelStore& store, RunReport& report) {
     for (std::int32_t part : store.mesh.p_ele_part_id) {
-        const Material& material = store.materials[static_cast<std::size_t>(store.parts[static_cast<std::size_t>(part)].material_id)];
+        const Material& material =
+            store
+                .materials[static_cast<std::size_t>(store.parts[static_cast<std::size_t>(part)].material_id)];
         if (material.density > 0) continue;
-        report.fail(RunStatus::bad_input, console::format("material %s: an eigen analysis needs a density greater than 0, not %.6g", material.name.c_str(), material.density));
+        report.fail(RunStatus::bad_input,
+                    console::format("material %s: an eigen analysis needs a density greater than 0, not %.6g",
+                                    material.name.c_str(), material.density));
         return false;
     }
     return true;
@@ -38,7 +42,8 @@ std::vector<double> rigid_motions(const Mesh& mesh, const DofNumbering& numberin
             for (std::size_t a = 0; a < 3; ++a) {
                 Vec3 axis{};
                 axis[a] = 1;
-                const Vec3 v = cross(axis, {body.pivot[0] - centre[0], body.pivot[1] - centre[1], body.pivot[2] - centre[2]});
+                const Vec3 v = cross(
+                    axis, {body.pivot[0] - centre[0], body.pivot[1] - centre[1], body.pivot[2] - centre[2]});
                 out[a * n + row] = m[a];  // the motions are orthogonal: a part is a product
                 out[(3 + a) * n + row] = m[0] * v[0] + m[1] * v[1] + m[2] * v[2] + m[3 + a];
             }
@@ -55,15 +60,18 @@ std::vector<double> rigid_motions(const Mesh& mesh, const DofNumbering& numberin
 }
 
 // φᵀ M φ = 1, and what is reported of every mode.
-void normalise_and_report(EigenProblem& problem, const LinearSystem& system, std::int32_t modes, EigenPairs& pairs, RunReport& report) {
+void normalise_and_report(EigenProblem& problem, const LinearSystem& system, std::int32_t modes,
+                          EigenPairs& pairs, RunReport& report) {
     const auto n = static_cast<std::size_t>(problem.n());
     console::print("Normalize mode_vec by modal mass\n");
     std::vector<double> M(n), K(n), all(3 * n, 0.0), M_all(3 * n);
     const std::vector<std::int32_t>& free_dofs = system.numbering.free_dofs;
-    for (std::size_t k = 0; k < free_dofs.size(); ++k) all[static_cast<std::size_t>(free_dofs[k] % 3) * n + k] = 1;
+    for (std::size_t k = 0; k < free_dofs.size(); ++k)
+        all[static_cast<std::size_t>(free_dofs[k] % 3) * n + k] = 1;
     for (const RigidBody& body : system.rigid.bodies)
         for (std::size_t k = 0; k < body.motions.size(); ++k)
-            for (std::size_t d = 0; d < 3; ++d) all[d * n + free_dofs.size() + static_cast<std::size_t>(body.first) + k] = body.motions[k][d];
+            for (std::size_t d = 0; d < 3; ++d)
+                all[d * n + free_dofs.size() + static_cast<std::size_t>(body.first) + k] = body.motions[k][d];
     problem.multiply_m(all, M_all, 3);
     double first_elastic = 0;
     for (double l : pairs.lambda)
@@ -101,11 +109,14 @@ void normalise_and_report(EigenProblem& problem, const LinearSystem& system, std
     }
     console::print("Sorting Eigen Values\n");
     for (std::int32_t j = 0; j < modes; ++j)
-        console::print("index:%d,freq=%lf, modal Mass=%.5e\n", j, report.modes[static_cast<std::size_t>(j)].frequency, modal_mass[static_cast<std::size_t>(j)]);
+        console::print("index:%d,freq=%lf, modal Mass=%.5e\n", j,
+                       report.modes[static_cast<std::size_t>(j)].frequency,
+                       modal_mass[static_cast<std::size_t>(j)]);
 }
 
 // Mode shapes on all degrees of freedom and the strains and stresses they mean.
-void store_modes(ModelStore& store, const Settings& settings, const LinearSystem& system, const EigenPairs& pairs, const RunReport& report) {
+void store_modes(ModelStore& store, const Settings& settings, const LinearSystem& system,
+                 const EigenPairs& pairs, const RunReport& report) {
     const std::size_t modes = report.modes.size(), n = static_cast<std::size_t>(system.equations());
     const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
     store.results.resize(static_cast<std::int32_t>(modes), store.mesh.dof_num);
@@ -114,30 +125,40 @@ void store_modes(ModelStore& store, const Settings& settings, const LinearSystem
     for (std::size_t j = 0; j < modes; ++j) {
         store.results.n_freq[j] = report.modes[j].frequency;
         const std::span<double> shape = std::span(store.results.mode_vec).subspan(j * dofs, dofs);
-        expand_solution(store.mesh, system.numbering, system.rigid, std::span(pairs.vectors).subspan(j * n, n), shape);
+        expand_solution(store.mesh, system.numbering, system.rigid,
+                        std::span(pairs.vectors).subspan(j * n, n), shape);
         point_stresses(store.mesh, store.parts, system.elasticity, shape, settings.threads(), points);
-        mean_stress_strain(store.mesh, system.node_elements, points, {}, settings.threads(),
-                           std::span(store.results.node_stress).subspan(j * stress_groups * dofs, stress_groups * dofs));
+        mean_stress_strain(
+            store.mesh, system.node_elements, points, {}, settings.threads(),
+            std::span(store.results.node_stress).subspan(j * stress_groups * dofs, stress_groups * dofs));
     }
     store.fn_free = store.mesh.dof_num;
 }
 
 // Sylvester's check where the method has not made it.
-bool check_completeness(EigenProblem& problem, const EigenPairs& pairs, const SpectrumGap& gap, RunReport& report) {
+bool check_completeness(EigenProblem& problem, const EigenPairs& pairs, const SpectrumGap& gap,
+                        RunReport& report) {
     if (gap.below > 0 && report.check_frequency == 0) {
         report.modes_counted = problem.count_below(gap.lambda);
         if (report.modes_counted < 0) return false;
-        report.modes_found = std::count_if(pairs.lambda.begin(), pairs.lambda.end(), [&](double l) { return l < gap.lambda; });
+        report.modes_found =
+            std::count_if(pairs.lambda.begin(), pairs.lambda.end(), [&](double l) { return l < gap.lambda; });
         report.check_frequency = frequency_of(gap.lambda);
     }
-    if (gap.below == 0) report.remarks.notices.push_back("no clear gap in the spectrum above the modes asked for: their number could not be checked");
+    if (gap.below == 0)
+        report.remarks.notices.push_back(
+            "no clear gap in the spectrum above the modes asked for: their number could not be checked");
     if (report.modes_found != report.modes_counted)
-        report.fail(RunStatus::failed, console::format("modes below %.6g Hz: %lld found, %lld counted: the result is not complete", report.check_frequency,
-                                                       static_cast<long long>(report.modes_found), static_cast<long long>(report.modes_counted)));
+        report.fail(
+            RunStatus::failed,
+            console::format("modes below %.6g Hz: %lld found, %lld counted: the result is not complete",
+                            report.check_frequency, static_cast<long long>(report.modes_found),
+                            static_cast<long long>(report.modes_counted)));
     return true;
 }
 
-bool analyse(ModelStore& store, const Settings& settings, EigenMethod method, EigenTolerances tolerances, RunReport& report) {
+bool analyse(ModelStore& store, const Settings& settings, EigenMethod method, EigenTolerances tolerances,
+             RunReport& report) {
     LinearSystem system;
     if (!build_linear_system(store, settings, system, report)) return false;
     transform_rigid(store, system, true);
@@ -150,7 +171,9 @@ bool analyse(ModelStore& store, const Settings& settings, EigenMethod method, Ei
     EigenOptions options;
     options.n_mode = std::min(store.mode_count, store.fn_free);
     if (options.n_mode < store.mode_count)
-        report.remarks.notices.push_back(console::format("%d modes were asked for: %d degrees of freedom are free and as many modes there are", store.mode_count, store.fn_free));
+        report.remarks.notices.push_back(console::format(
+            "%d modes were asked for: %d degrees of freedom are free and as many modes there are",
+            store.mode_count, store.fn_free));
     options.supported = !store.boundary_conditions.empty();
     options.c_eigen_shift = settings.c_eigen_shift;
     options.subspace_tolerance = tolerances.subspace;
@@ -162,7 +185,8 @@ bool analyse(ModelStore& store, const Settings& settings, EigenMethod method, Ei
     if (!problem.shift(0.6283185307 * 0.6283185307, false)) return false;
     EigenPairs pairs;
     SpectrumGap gap;
-    const bool solved = method == EigenMethod::subspace ? subspace_iteration(problem, options, pairs, gap) : lanczos(problem, options, pairs, gap);
+    const bool solved = method == EigenMethod::subspace ? subspace_iteration(problem, options, pairs, gap)
+                                                        : lanczos(problem, options, pairs, gap);
     if (!solved || !check_completeness(problem, pairs, gap, report)) return false;
     report.negative_pivots = 0;  // shifted matrices have them by design
     const std::int32_t modes = std::min(options.n_mode, static_cast<std::int32_t>(pairs.lambda.size()));
@@ -170,8 +194,10 @@ bool analyse(ModelStore& store, const Settings& settings, EigenMethod method, Ei
     constexpr double unresolved = 0.05;  // of ‖(K + λ₁M)φ‖: no mode of this pair at all
     for (std::size_t j = 0; j < report.modes.size() && report.status == RunStatus::done; ++j)
         if (!(report.modes[j].residual < unresolved))
-            report.fail(RunStatus::failed, console::format("mode %zu at %.6g Hz is not resolved in double precision: its residual is %.1e", j + 1,
-                                                           report.modes[j].frequency, report.modes[j].residual));
+            report.fail(RunStatus::failed,
+                        console::format(
+                            "mode %zu at %.6g Hz is not resolved in double precision: its residual is %.1e",
+                            j + 1, report.modes[j].frequency, report.modes[j].residual));
     report.clock.begin("recover");
     store_modes(store, settings, system, pairs, report);
     return true;
@@ -179,14 +205,20 @@ bool analyse(ModelStore& store, const Settings& settings, EigenMethod method, Ei
 
 }  // namespace
 
-RunReport run_eigen(ModelStore& store, const Settings& settings, EigenMethod method, EigenTolerances tolerances) {
+RunReport run_eigen(ModelStore& store, const Settings& settings, EigenMethod method,
+                    EigenTolerances tolerances) {
     RunReport report;
     if (check_analysable(store, report) && !check_densities(store, report)) return report;
-    return run_linear(store, settings, AnalysisType::eigen,
-                      [&](RunReport& run_report) { return analyse(store, settings, method, tolerances, run_report); });
+    return run_linear(store, settings, AnalysisType::eigen, [&](RunReport& run_report) {
+        return analyse(store, settings, method, tolerances, run_report);
+    });
 }
 
-RunReport exec_eigen_subspace() { return run_eigen(model_store(), settings(), EigenMethod::subspace); }
-RunReport exec_eigen_lanczos() { return run_eigen(model_store(), settings(), EigenMethod::lanczos); }
+RunReport exec_eigen_subspace() {
+    return run_eigen(model_store(), settings(), EigenMethod::subspace);
+}
+RunReport exec_eigen_lanczos() {
+    return run_eigen(model_store(), settings(), EigenMethod::lanczos);
+}
 
 }  // namespace kestralum

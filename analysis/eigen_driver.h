@@ -20,6 +20,7 @@ RunReport exec_eigen_subspace();
 RunReport exec_eigen_lanczos();
 
 // The same on one store.
-RunReport run_eigen(ModelStore& store, const Settings& settings, EigenMethod method, EigenTolerances tolerances = {});
+RunReport run_eigen(ModelStore& store, const Settings& settings, EigenMethod method,
+                    EigenTolerances tolerances = {});
 
 }  // namespace kestralum

@@ -8,9 +8,13 @@
 
 namespace kestralum {
 
-double frequency_of(double lambda) { return lambda > 0 ? std::sqrt(lambda) * 0.5 / eigen_pi : 0.0; }
+double frequency_of(double lambda) {
+    return lambda > 0 ? std::sqrt(lambda) * 0.5 / eigen_pi : 0.0;
+}
 
-double lambda_of(double frequency) { return 4 * eigen_pi * eigen_pi * frequency * frequency; }
+double lambda_of(double frequency) {
+    return 4 * eigen_pi * eigen_pi * frequency * frequency;
+}
 
 double FixedRandom::next() {  // splitmix64 (Steele, Lea and Flood, 2014)
     std::uint64_t z = (state_ += 0x9e3779b97f4a7c15ull);
@@ -20,12 +24,14 @@ double FixedRandom::next() {  // splitmix64 (Steele, Lea and Flood, 2014)
     return static_cast<double>(z >> 11) * 0x1p-52 - 1.0;
 }
 
-double EigenProblem::diagonal(std::int32_t i, const std::vector<double>& values, const std::vector<double>& rr) const {
+double EigenProblem::diagonal(std::int32_t i, const std::vector<double>& values,
+                              const std::vector<double>& rr) const {
     if (i < km_.rows()) return values[static_cast<std::size_t>(km_.diag_pos[static_cast<std::size_t>(i)])];
     return rr[static_cast<std::size_t>(i - km_.rows()) * static_cast<std::size_t>(border_.nr + 1)];
 }
 
-EigenProblem::EigenProblem(const SparseKM& km, const Border& border, std::unique_ptr<BorderedFactor> factor, int threads, RunReport& report)
+EigenProblem::EigenProblem(const SparseKM& km, const Border& border, std::unique_ptr<BorderedFactor> factor,
+                           int threads, RunReport& report)
     : km_(km), border_(border), factor_(std::move(factor)), threads_(threads), report_(report) {
     mass_.row_start.push_back(0);
     double stiffest = 0;
@@ -49,7 +55,8 @@ bool EigenProblem::pivots_sound() const {
     for (std::int32_t i = 0; i < km_.rows(); ++i) {
         const double diagonal = shifted_[static_cast<std::size_t>(km_.diag_pos[static_cast<std::size_t>(i)])];
         const double pivot = factor_->free()->D()[static_cast<std::size_t>(i)];
-        if (!std::isfinite(pivot) || !(std::abs(pivot) >= share * std::abs(diagonal)) || pivot == 0) return false;
+        if (!std::isfinite(pivot) || !(std::abs(pivot) >= share * std::abs(diagonal)) || pivot == 0)
+            return false;
     }
     return true;
 }
@@ -58,7 +65,8 @@ bool EigenProblem::factor_shifted(double sigma) {
     sigma_ = sigma;
     shifted_.resize(km_.K_value.size());
     for (std::size_t k = 0; k < shifted_.size(); ++k) shifted_[k] = km_.K_value[k] - sigma * km_.M_value[k];
-    const auto shift_part = [&](const std::vector<double>& K, const std::vector<double>& M, std::vector<double>& out) {
+    const auto shift_part = [&](const std::vector<double>& K, const std::vector<double>& M,
+                                std::vector<double>& out) {
         out.resize(K.size());
         for (std::size_t k = 0; k < K.size(); ++k) out[k] = K[k] - sigma * M[k];
     };
@@ -73,7 +81,8 @@ bool EigenProblem::shift(double sigma, bool say_frequency) {
     double tenth_of_a_hertz = lambda_of(0.1);
     for (int attempt = 0; attempt < 12; ++attempt) {
         console::print("Shift K sparse\n");
-        if (say_frequency) console::print("  Shift frequency=%e[Hz]\n", std::sqrt(std::max(sigma, 0.0)) * 0.5 / eigen_pi);
+        if (say_frequency)
+            console::print("  Shift frequency=%e[Hz]\n", std::sqrt(std::max(sigma, 0.0)) * 0.5 / eigen_pi);
         console::print("Shift K sparse complete\n");
         if (!factor_shifted(sigma)) return false;
         report_.clock.begin("iterate");
@@ -84,7 +93,9 @@ bool EigenProblem::shift(double sigma, bool say_frequency) {
             tenth_of_a_hertz *= attempt == 2 && say_frequency ? 1 : 100;
             sigma = tenth_of_a_hertz;
         }
-        const std::string line = console::format("a pivot of the shifted matrix is nothing but rounding: the shift is moved to %.6g Hz", frequency_of(sigma));
+        const std::string line = console::format(
+            "a pivot of the shifted matrix is nothing but rounding: the shift is moved to %.6g Hz",
+            frequency_of(sigma));
         console::notice("%s", line.c_str());
         report_.remarks.notices.push_back(line);
     }
@@ -98,12 +109,14 @@ bool EigenProblem::start_vector_through_w(std::vector<double>& start) {
     console::print("LU M_sparse\n");
     // the bodies' part of the vector goes through the diagonal alone: it only has to reach every mode
     start.assign(static_cast<std::size_t>(n()), 1 / std::sqrt(static_cast<double>(n())));
-    for (std::int32_t i = km_.rows(); i < n(); ++i) start[static_cast<std::size_t>(i)] /= std::sqrt(diagonal_m(i));
+    for (std::int32_t i = km_.rows(); i < n(); ++i)
+        start[static_cast<std::size_t>(i)] /= std::sqrt(diagonal_m(i));
     if (!factor_->free()) {
         console::print("LU M_sparse complete\n");
         return true;
     }
-    SkylineFactor W(factor_->free()->profile(), factor_->free()->divisions(), {.threads = threads_, .file_stem = "Wtemp"});
+    SkylineFactor W(factor_->free()->profile(), factor_->free()->divisions(),
+                    {.threads = threads_, .file_stem = "Wtemp"});
     if (W.factor_ww(km_, km_.M_value) != FactorStatus::ok) {
         report_.fail(RunStatus::failed, "the factorization of [M] cannot go on: " + W.error());
         return false;
@@ -137,9 +150,11 @@ bool EigenProblem::solve(std::span<double> x, std::int32_t k) {
 
 namespace {
 
-// y = A x row by row, columns n apart, 0 below the last row of A; every row's sum runs in the order of its entries whatever the threads.
-void multiply_columns(std::span<const std::int64_t> start, std::span<const std::int32_t> columns, std::span<const double> values,
-                      std::span<const double> x, std::span<double> y, std::int64_t n, std::int32_t k, int threads) {
+// y = A x row by row, columns n apart, 0 below the last row of A; every row's sum runs in the order of its
+// entries whatever the threads.
+void multiply_columns(std::span<const std::int64_t> start, std::span<const std::int32_t> columns,
+                      std::span<const double> values, std::span<const double> x, std::span<double> y,
+                      std::int64_t n, std::int32_t k, int threads) {
     const auto rows = static_cast<std::int64_t>(start.size()) - 1;
     for (std::int32_t c = 0; c < k; ++c) std::fill(y.begin() + c * n + rows, y.begin() + (c + 1) * n, 0.0);
 #pragma omp parallel for schedule(static) num_threads(threads) if (rows * k > 10000)
@@ -148,7 +163,8 @@ void multiply_columns(std::span<const std::int64_t> start, std::span<const std::
             const std::int32_t some = std::min(4, k - c);
             double sum[4] = {};
             const double* from = x.data() + c * n;
-            for (std::int64_t e = start[static_cast<std::size_t>(r)]; e < start[static_cast<std::size_t>(r) + 1]; ++e) {
+            for (std::int64_t e = start[static_cast<std::size_t>(r)];
+                 e < start[static_cast<std::size_t>(r) + 1]; ++e) {
                 const double v = values[static_cast<std::size_t>(e)];
                 const double* at = from + columns[static_cast<std::size_t>(e)];
                 for (std::int32_t q = 0; q < some; ++q) sum[q] += v * at[q * n];
@@ -169,7 +185,8 @@ void EigenProblem::multiply_k(std::span<const double> x, std::span<double> y, st
     multiply_border(border_, border_.K_fr, border_.K_rr, x, y, k);
 }
 
-SpectrumGap find_gap(std::span<const double> lambda, std::int32_t n_mode, std::int32_t usable, double rounding, bool all_of_them) {
+SpectrumGap find_gap(std::span<const double> lambda, std::int32_t n_mode, std::int32_t usable,
+                     double rounding, bool all_of_them) {
     SpectrumGap best;
     double widest = 0.01;  // relative distance that counts as clear
     for (std::int32_t j = n_mode; j < usable; ++j) {
@@ -182,7 +199,8 @@ SpectrumGap find_gap(std::span<const double> lambda, std::int32_t n_mode, std::i
     }
     if (best.below == 0 && all_of_them && !lambda.empty()) {
         const double largest = lambda.back();
-        best = {largest + std::max(std::abs(largest), 100 * rounding), static_cast<std::int32_t>(lambda.size())};
+        best = {largest + std::max(std::abs(largest), 100 * rounding),
+                static_cast<std::int32_t>(lambda.size())};
     }
     return best;
 }

@@ -28,12 +28,12 @@ struct EigenPairs {
 };
 
 struct EigenOptions {
-    std::int32_t n_mode = 1;             // modes asked for, at most the free degrees of freedom
-    bool supported = true;               // the model has boundary conditions
-    double c_eigen_shift = 0.5;          // factor on the reference frequency of the second shift
-    double subspace_tolerance = 1e-6;    // relative change of the frequencies
-    double lanczos_tolerance = 1e-9;     // |β s| / |θ|
-    std::vector<double> rigid_motions;   // n × 6: the body's rigid motions, empty when supported
+    std::int32_t n_mode = 1;            // modes asked for, at most the free degrees of freedom
+    bool supported = true;              // the model has boundary conditions
+    double c_eigen_shift = 0.5;         // factor on the reference frequency of the second shift
+    double subspace_tolerance = 1e-6;   // relative change of the frequencies
+    double lanczos_tolerance = 1e-9;    // |β s| / |θ|
+    std::vector<double> rigid_motions;  // n × 6: the body's rigid motions, empty when supported
 };
 
 // A row-compressed matrix without zeros, for products with many vectors.
@@ -45,9 +45,10 @@ struct CompactMatrix {
 
 class EigenProblem {
 public:
-    // `km`, `border`: the reduced K and M and the rigid bodies' part; borrowed. `factor`: profile, divisions and
-    // threads of the factors.
-    EigenProblem(const SparseKM& km, const Border& border, std::unique_ptr<BorderedFactor> factor, int threads, RunReport& report);
+    // `km`, `border`: the reduced K and M and the rigid bodies' part; borrowed. `factor`: profile, divisions
+    // and threads of the factors.
+    EigenProblem(const SparseKM& km, const Border& border, std::unique_ptr<BorderedFactor> factor,
+                 int threads, RunReport& report);
 
     std::int32_t n() const { return km_.rows() + border_.nr; }
     int threads() const { return threads_; }
@@ -104,7 +105,8 @@ struct SpectrumGap {
     double lambda = 0;
     std::int32_t below = 0;  // pairs below it
 };
-SpectrumGap find_gap(std::span<const double> lambda, std::int32_t n_mode, std::int32_t usable, double rounding, bool all_of_them);
+SpectrumGap find_gap(std::span<const double> lambda, std::int32_t n_mode, std::int32_t usable,
+                     double rounding, bool all_of_them);
 
 // The frequency that the second shift is taken from: the first of a supported model, the seventh of
 // a free one. 0 where there is none or it is nothing but rounding.

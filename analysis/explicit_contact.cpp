@@ -23,13 +23,15 @@ const double* at(const double* node4, std::int32_t n) {
 struct Box {
     Vector low{1e300, 1e300, 1e300}, high{-1e300, -1e300, -1e300};
     bool holds(const double* p) const {
-        return p[0] >= low[0] && p[0] <= high[0] && p[1] >= low[1] && p[1] <= high[1] && p[2] >= low[2] && p[2] <= high[2];
+        return p[0] >= low[0] && p[0] <= high[0] && p[1] >= low[1] && p[1] <= high[1] && p[2] >= low[2] &&
+               p[2] <= high[2];
     }
     // With the box of a triangle.
     bool meets(const std::array<std::int32_t, 3>& node, const double* x) const {
         const double *a = at(x, node[0]), *b = at(x, node[1]), *d = at(x, node[2]);
         for (std::size_t c = 0; c < 3; ++c)
-            if (!(std::max({a[c], b[c], d[c]}) >= low[c] && std::min({a[c], b[c], d[c]}) <= high[c])) return false;
+            if (!(std::max({a[c], b[c], d[c]}) >= low[c] && std::min({a[c], b[c], d[c]}) <= high[c]))
+                return false;
         return true;
     }
 };
@@ -55,7 +57,8 @@ constexpr double border = 0.1;      // how far beyond its triangle a closed cont
 
 }  // namespace
 
-ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part> parts, const Mesh& mesh, std::vector<SurfaceTriangle> surface)
+ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part> parts, const Mesh& mesh,
+                       std::vector<SurfaceTriangle> surface)
     : triangles_(std::move(surface)) {
     measure_edges(mesh);
     const auto node_num = static_cast<std::size_t>(mesh.node_num());
@@ -90,11 +93,15 @@ ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part>
 
 void ContactSet::measure_edges(const Mesh& mesh) {
     size_.assign(static_cast<std::size_t>(mesh.node_num()), 0.0);
-    const auto place = [&](std::int32_t n) { return mesh.coordinates.data() + 3 * static_cast<std::ptrdiff_t>(n); };
+    const auto place = [&](std::int32_t n) {
+        return mesh.coordinates.data() + 3 * static_cast<std::ptrdiff_t>(n);
+    };
     for (const SurfaceTriangle& triangle : triangles_) {
         double edge = 0;
-        for (std::size_t c = 0; c < 3; ++c) edge = std::max(edge, norm(minus(place(triangle.node[c]), place(triangle.node[(c + 1) % 3]))));
-        for (std::int32_t n : triangle.node) size_[static_cast<std::size_t>(n)] = std::max(size_[static_cast<std::size_t>(n)], edge);
+        for (std::size_t c = 0; c < 3; ++c)
+            edge = std::max(edge, norm(minus(place(triangle.node[c]), place(triangle.node[(c + 1) % 3]))));
+        for (std::int32_t n : triangle.node)
+            size_[static_cast<std::size_t>(n)] = std::max(size_[static_cast<std::size_t>(n)], edge);
     }
 }
 
@@ -200,11 +207,14 @@ void ContactSet::find_normals(const double* x) {
     const auto each_marked = [&](auto visit) {
         for (const Active& active : pairs_)
             for (const Side& side : active.side)
-                for (std::int32_t i : side.near) visit(static_cast<std::size_t>(side.nodes[static_cast<std::size_t>(i)]));
+                for (std::int32_t i : side.near)
+                    visit(static_cast<std::size_t>(side.nodes[static_cast<std::size_t>(i)]));
     };
     each_marked([&](std::size_t n) { normal_[n] = {}; });
     for (const SurfaceTriangle& triangle : triangles_) {
-        const auto wanted = [&](std::size_t k) { return marked_[static_cast<std::size_t>(triangle.node[k])] != 0; };
+        const auto wanted = [&](std::size_t k) {
+            return marked_[static_cast<std::size_t>(triangle.node[k])] != 0;
+        };
         if (!wanted(0) && !wanted(1) && !wanted(2)) continue;
         const Vector n = cross(minus(at(x, triangle.node[1]), at(x, triangle.node[0])),
                                minus(at(x, triangle.node[2]), at(x, triangle.node[0])));
@@ -231,7 +241,8 @@ void ContactSet::find_near(Active& active, std::size_t slave, const double* x) {
     Side& side = active.side[slave];
     side.near.clear();
     const auto& other = active.side[1 - slave].nodes;
-    Box box = box_of(other.size(), [&](std::size_t i) { return other[i]; }, x, side.reach);
+    Box box = box_of(
+        other.size(), [&](std::size_t i) { return other[i]; }, x, side.reach);
     const auto& within = active.pair.box;
     for (std::size_t c = 0; c < 3; ++c)
         if (within[2 * c] < within[2 * c + 1]) {
@@ -408,16 +419,19 @@ void ContactSet::share_nodes() {
 
 void ContactSet::push(const ContactArrays& arrays, double time) {
     const auto acts = [&](const Active& active) {
-        return time >= active.pair.start_time && !active.side[0].triangles.empty() && !active.side[1].triangles.empty();
+        return time >= active.pair.start_time && !active.side[0].triangles.empty() &&
+               !active.side[1].triangles.empty();
     };
     for (Active& active : pairs_) {
         active.touches.clear();
-        for (std::size_t slave = 0; acts(active) && slave < (active.self ? 1u : 2u); ++slave) find_near(active, slave, arrays.x);
+        for (std::size_t slave = 0; acts(active) && slave < (active.self ? 1u : 2u); ++slave)
+            find_near(active, slave, arrays.x);
     }
     find_normals(arrays.x);
     for (Active& active : pairs_) {
         if (!acts(active)) continue;
-        for (std::size_t slave = 0; slave < (active.self ? 1u : 2u); ++slave) touch_side(active, slave, arrays);
+        for (std::size_t slave = 0; slave < (active.self ? 1u : 2u); ++slave)
+            touch_side(active, slave, arrays);
         active.begun = true;
     }
     share_nodes();

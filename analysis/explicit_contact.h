@@ -16,7 +16,8 @@ namespace kestralum {
 class ContactSet {
 public:
     // `surface`: of the whole mesh; what a pair uses of it is that of its parts, found by name.
-    ContactSet(std::span<const ContactPair> pairs, std::span<const Part> parts, const Mesh& mesh, std::vector<SurfaceTriangle> surface);
+    ContactSet(std::span<const ContactPair> pairs, std::span<const Part> parts, const Mesh& mesh,
+               std::vector<SurfaceTriangle> surface);
 
     // Chooses the penalties. `sharing`: kinds of contact that a node may have at a time, walls included.
     void tune(double d_time, double stable_step, int sharing);
@@ -78,8 +79,8 @@ private:
         bool self = false, begun = false;
     };
     void measure_edges(const Mesh& mesh);
-    // Nodes of side `slave` that the box of the other side, widened by the reach, holds, and those that were closed;
-    // marks them for find_normals().
+    // Nodes of side `slave` that the box of the other side, widened by the reach, holds, and those that were
+    // closed; marks them for find_normals().
     void find_near(Active& active, std::size_t slave, const double* x);
     void fill_grid(const std::vector<std::int32_t>& triangles, const double* x, double reach);
     void touch_side(Active& active, std::size_t slave, const ContactArrays& arrays);
@@ -101,8 +102,9 @@ private:
     std::vector<double> size_;        // per node: longest edge of the surface around it at the start, m
     std::vector<double> sum_, most_;  // per node: its weights in the contacts of a step, and the most so far
     std::vector<char> marked_;        // per node: near in some pair
-    std::vector<std::array<double, 3>> normal_;  // per marked node: unit outward normal in the configuration in force
-    std::vector<std::int32_t> met_;   // triangles that near nodes may meet
+    std::vector<std::array<double, 3>>
+        normal_;                     // per marked node: unit outward normal in the configuration in force
+    std::vector<std::int32_t> met_;  // triangles that near nodes may meet
     Grid grid_;
     double d_time_ = 0;
 };

@@ -81,7 +81,8 @@ void fill_report(const ModelStore& store, const ExplicitState& s, RunReport& rep
 
 void finish(ModelStore& store, const Settings& settings, ExplicitState& state, RunReport& report) {
     console::print("Explicit Analysis Time:  %lf[s]\n", seconds_since(state.start));
-    store.results.keep(static_cast<std::int32_t>(std::max<std::int64_t>(state.frames, 1)), store.mesh.dof_num);
+    store.results.keep(static_cast<std::int32_t>(std::max<std::int64_t>(state.frames, 1)),
+                       store.mesh.dof_num);
     fill_report(store, state, report);
     report_largest(store, store.results.mode_num() - 1, report);
     report.clock.begin("write");

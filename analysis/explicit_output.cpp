@@ -3,8 +3,8 @@
 #include <limits>
 
 #include "analysis/explicit_state.h"
-#include "elements/finite_elements.h"
 #include "elements/constraints.h"
+#include "elements/finite_elements.h"
 #include "model/console.h"
 
 namespace kestralum {
@@ -124,7 +124,8 @@ void begin_history(const ModelStore& store, const ExplicitOptions& options, Expl
     add_vector(columns, "angular_momentum");
     add_vector(columns, "reaction");
     if (s.walls)
-        for (const RigidWall& wall : store.explicit_tables.walls) add_vector(columns, "wall_" + heading(wall.name));
+        for (const RigidWall& wall : store.explicit_tables.walls)
+            add_vector(columns, "wall_" + heading(wall.name));
     if (s.contacts)
         for (const ContactPair& pair : store.explicit_tables.contacts)
             add_vector(columns, "contact_" + heading(pair.name));

@@ -13,8 +13,12 @@ namespace kestralum {
 namespace {
 
 // a + s b
-Vec3 plus(const Vec3& a, const Vec3& b, double s) { return {a[0] + s * b[0], a[1] + s * b[1], a[2] + s * b[2]}; }
-Vec3 place_of(const Mesh& mesh, std::int32_t n) { return triple(mesh.coordinates, n); }
+Vec3 plus(const Vec3& a, const Vec3& b, double s) {
+    return {a[0] + s * b[0], a[1] + s * b[1], a[2] + s * b[2]};
+}
+Vec3 place_of(const Mesh& mesh, std::int32_t n) {
+    return triple(mesh.coordinates, n);
+}
 
 // R I Rᵀ
 Mat3 turned_inertia(const Mat3& R, const Mat3& I) {
@@ -22,14 +26,19 @@ Mat3 turned_inertia(const Mat3& R, const Mat3& I) {
 }
 
 // A matrix of the body's frame acts on a vector of space.
-Vec3 act(const Mat3& in_body, const Mat3& R, const Vec3& v) { return turned(R, turned(in_body, turned(transposed(R), v))); }
+Vec3 act(const Mat3& in_body, const Mat3& R, const Vec3& v) {
+    return turned(R, turned(in_body, turned(transposed(R), v)));
+}
 
 // ω of I ω = L in the rotations that the body has.
-Vec3 angular_velocity(const ExplicitBody& body, const Mat3& R, const Vec3& L) { return act(body.mobility, R, L); }
+Vec3 angular_velocity(const ExplicitBody& body, const Mat3& R, const Vec3& L) {
+    return act(body.mobility, R, L);
+}
 
 using Matrix = TNT::Array2D<double>;
 
-// With A Aᵀ = S⁺ of a symmetric S >= 0: its columns, one per eigenvalue above 1e-9 of the largest; none where S is not finite.
+// With A Aᵀ = S⁺ of a symmetric S >= 0: its columns, one per eigenvalue above 1e-9 of the largest; none where
+// S is not finite.
 std::vector<std::vector<double>> inverse_root(const Matrix& S) {
     const int n = S.dim1();
     std::vector<std::vector<double>> columns;
@@ -50,8 +59,8 @@ std::vector<std::vector<double>> inverse_root(const Matrix& S) {
     return columns;
 }
 
-// The rotations of the body: what a moment can turn, and ω by L there. Both are constant in the body's frame: an axis
-// that is held in space lies still in the body too.
+// The rotations of the body: what a moment can turn, and ω by L there. Both are constant in the body's frame:
+// an axis that is held in space lies still in the body too.
 void find_mobility(ExplicitBody& body) {
     std::vector<Vec3> axes;  // orthogonal unit vectors
     for (const Vec6& m : body.geometry.motions)
@@ -76,9 +85,12 @@ void find_mobility(ExplicitBody& body) {
 
 }  // namespace
 
-ExplicitBodies::ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std::span<const double> lumped, std::span<const RigidForce> forces,
-                               std::span<const RigidCombine> combines)
-    : system_(system), mesh_(mesh), forces_(forces.begin(), forces.end()), combines_(combines.begin(), combines.end()) {
+ExplicitBodies::ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std::span<const double> lumped,
+                               std::span<const RigidForce> forces, std::span<const RigidCombine> combines)
+    : system_(system),
+      mesh_(mesh),
+      forces_(forces.begin(), forces.end()),
+      combines_(combines.begin(), combines.end()) {
     for (RigidBody& geometry : system_.bodies) {
         ExplicitBody body;
         Vec3 centre{};
@@ -95,7 +107,8 @@ ExplicitBodies::ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std:
             const double m = lumped[3 * static_cast<std::size_t>(n)];
             const Vec3 r = minus(place_of(mesh, n), geometry.pivot);
             for (std::size_t i = 0; i < 3; ++i)
-                for (std::size_t j = 0; j < 3; ++j) body.inertia[3 * i + j] += m * ((i == j ? dot(r, r) : 0) - r[i] * r[j]);
+                for (std::size_t j = 0; j < 3; ++j)
+                    body.inertia[3 * i + j] += m * ((i == j ? dot(r, r) : 0) - r[i] * r[j]);
         }
         body.geometry = geometry;
         find_mobility(body);
@@ -109,31 +122,36 @@ std::vector<RigidState> ExplicitBodies::states() const {
     return out;
 }
 
-// The next place from p_new and L_new: the implicit equation of the middle is solved by iteration, which contracts by
-// half the angle of a step.
+// The next place from p_new and L_new: the implicit equation of the middle is solved by iteration, which
+// contracts by half the angle of a step.
 void ExplicitBodies::turn(ExplicitBody& body, double d_time) const {
     body.next = body.state;
     if (body.moves) body.next.u = plus(body.state.u, body.p_new, d_time / body.mass);
     Vec3 omega = angular_velocity(body, body.state.R, body.L_new);
     for (int k = 0; k < 50; ++k) {
-        const Vec3 better = angular_velocity(body, multiply3(rotation_of(times(0.5 * d_time, omega)), body.state.R), body.L_new);
+        const Vec3 better = angular_velocity(
+            body, multiply3(rotation_of(times(0.5 * d_time, omega)), body.state.R), body.L_new);
         const Vec3 change = minus(better, omega);
         omega = better;
         if (dot(change, change) <= 1e-30 * dot(omega, omega)) break;
     }
     body.omega_new = omega;
     if (!body.moves) {
-        const Vec3 arm = turned(multiply3(rotation_of(times(0.5 * d_time, omega)), body.state.R), body.centre);
+        const Vec3 arm =
+            turned(multiply3(rotation_of(times(0.5 * d_time, omega)), body.state.R), body.centre);
         body.p_new = times(body.mass, cross(omega, arm));
     }
     body.next.R = multiply3(rotation_of(times(d_time, omega)), body.state.R);
 }
 
-// Prescribed velocities take the motions that they say something about, as least squares; the rest is what the momenta
-// give, in the metric of the kinetic energy: Δq = A (AᵀBA)⁺ Aᵀ Σ cᵀ(d - c q) with B = Σ cᵀc and A Aᵀ = M⁻¹ on the
-// motions that the body has.
-void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> driven, double d_time, std::size_t b) {
-    const auto rules = [&](const DrivenMembers& record) { return record.body == static_cast<std::int32_t>(b); };
+// Prescribed velocities take the motions that they say something about, as least squares; the rest is what
+// the momenta give, in the metric of the kinetic energy: Δq = A (AᵀBA)⁺ Aᵀ Σ cᵀ(d - c q) with B = Σ cᵀc and A
+// Aᵀ = M⁻¹ on the motions that the body has.
+void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> driven, double d_time,
+                          std::size_t b) {
+    const auto rules = [&](const DrivenMembers& record) {
+        return record.body == static_cast<std::int32_t>(b);
+    };
     if (std::none_of(driven.begin(), driven.end(), rules)) return;
     const std::vector<Vec6> motions = current_motions(body.geometry, body.state);
     const int count = static_cast<int>(motions.size());
@@ -144,14 +162,16 @@ void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> dri
     for (int i = 0; i < count; ++i)
         for (int j = 0; j < count; ++j) {
             const Vec6 &x = motions[static_cast<std::size_t>(i)], &y = motions[static_cast<std::size_t>(j)];
-            M[i][j] = body.mass * dot(force_part(x), force_part(y)) + dot(turn_part(x), turned(I, turn_part(y)));
+            M[i][j] =
+                body.mass * dot(force_part(x), force_part(y)) + dot(turn_part(x), turned(I, turn_part(y)));
         }
     // motions of unit kinetic energy, velocity of the pivot and ω
     std::vector<Vec6> unit;
     for (const auto& column : inverse_root(M)) {
         Vec6& m = unit.emplace_back();
         for (int k = 0; k < count; ++k)
-            for (std::size_t c = 0; c < 6; ++c) m[c] += column[static_cast<std::size_t>(k)] * motions[static_cast<std::size_t>(k)][c];
+            for (std::size_t c = 0; c < 6; ++c)
+                m[c] += column[static_cast<std::size_t>(k)] * motions[static_cast<std::size_t>(k)][c];
     }
     Vec3 v = body.moves ? times(1 / body.mass, body.p_new) : Vec3{}, omega = body.omega_new;
     const int n = static_cast<int>(unit.size());
@@ -162,12 +182,16 @@ void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> dri
         const auto axis = static_cast<std::size_t>(record.axis);
         for (std::int32_t node : record.nodes) {
             const Vec3 r = turned(body.state.R, minus(place_of(mesh_, node), body.geometry.pivot));
-            const auto along = [&](const Vec3& velocity, const Vec3& spin) { return velocity[axis] + cross(spin, r)[axis]; };
-            for (std::size_t k = 0; k < unit.size(); ++k) c[k] = along(force_part(unit[k]), turn_part(unit[k]));
+            const auto along = [&](const Vec3& velocity, const Vec3& spin) {
+                return velocity[axis] + cross(spin, r)[axis];
+            };
+            for (std::size_t k = 0; k < unit.size(); ++k)
+                c[k] = along(force_part(unit[k]), turn_part(unit[k]));
             const double gap = record.velocity - along(v, omega);
             for (int i = 0; i < n; ++i) {
                 g[static_cast<std::size_t>(i)] += c[static_cast<std::size_t>(i)] * gap;
-                for (int j = 0; j < n; ++j) B[i][j] += c[static_cast<std::size_t>(i)] * c[static_cast<std::size_t>(j)];
+                for (int j = 0; j < n; ++j)
+                    B[i][j] += c[static_cast<std::size_t>(i)] * c[static_cast<std::size_t>(j)];
             }
         }
     }
@@ -221,8 +245,10 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
         const Vec3 p_free = body.p_new, L_free = body.L_new;
         obey(body, driven, d_time, b);
         if (p_free != body.p_new || L_free != body.L_new) turn(body, d_time);
-        const Vec3 v = body.moves ? times(1 / body.mass, body.p) : Vec3{}, v_new = body.moves ? times(1 / body.mass, body.p_new) : Vec3{};
-        const Vec3 f_drive = times(1 / d_time, minus(body.p_new, p_free)), m_drive = times(1 / d_time, minus(body.L_new, L_free));
+        const Vec3 v = body.moves ? times(1 / body.mass, body.p) : Vec3{},
+                   v_new = body.moves ? times(1 / body.mass, body.p_new) : Vec3{};
+        const Vec3 f_drive = times(1 / d_time, minus(body.p_new, p_free)),
+                   m_drive = times(1 / d_time, minus(body.L_new, L_free));
         driving[0] += dot(f_drive, v) + dot(m_drive, body.omega);
         driving[1] += dot(f_drive, v_new) + dot(m_drive, body.omega_new);
         const Vec3 own_f{own[0], own[1], own[2]}, own_m{own[3], own[4], own[5]};
@@ -239,7 +265,8 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
     }
 }
 
-void ExplicitBodies::arrive(std::span<double> u, std::span<double> du, std::span<double> x, std::span<const double> X) {
+void ExplicitBodies::arrive(std::span<double> u, std::span<double> du, std::span<double> x,
+                            std::span<const double> X) {
     for (ExplicitBody& body : bodies_) {
         for (std::int32_t n : body.geometry.members) {
             const Vec3 next = displacement_of(body.geometry, body.next, place_of(mesh_, n));
@@ -305,7 +332,8 @@ double ExplicitBodies::spring_rate() const {
             double smallest = body.mass;
             if (dot(w, w) > 0) {
                 double values[3];
-                const double packed[6] = {body.inertia[0], body.inertia[4], body.inertia[8], body.inertia[1], body.inertia[5], body.inertia[2]};
+                const double packed[6] = {body.inertia[0], body.inertia[4], body.inertia[8],
+                                          body.inertia[1], body.inertia[5], body.inertia[2]};
                 symmetric_eigen3(packed, values, nullptr);
                 smallest = std::max({values[0], values[1], values[2]});
                 for (double v : values)
@@ -316,7 +344,8 @@ double ExplicitBodies::spring_rate() const {
     for (int i = 0; i < n; ++i) {
         double sum = 0;
         for (int j = 0; j < n; ++j)
-            sum += std::abs(K[static_cast<std::size_t>(i * n + j)]) * root[static_cast<std::size_t>(i)] * root[static_cast<std::size_t>(j)];
+            sum += std::abs(K[static_cast<std::size_t>(i * n + j)]) * root[static_cast<std::size_t>(i)] *
+                   root[static_cast<std::size_t>(j)];
         rate = std::max(rate, sum);
     }
     return rate;
@@ -344,7 +373,8 @@ void ExplicitBodies::print_velocities() const {
         const Vec3 v = body.moves ? times(1 / body.mass, body.p_new) : Vec3{};
         const Vec3 arm = turned(body.state.R, minus(body.geometry.reference, body.geometry.pivot));
         const Vec3 at = plus(v, cross(body.omega_new, arm));
-        console::print("Vr:%.3e,%.3e,%.3e,%.3e,%.3e,%.3e\n", at[0], at[1], at[2], body.omega_new[0], body.omega_new[1], body.omega_new[2]);
+        console::print("Vr:%.3e,%.3e,%.3e,%.3e,%.3e,%.3e\n", at[0], at[1], at[2], body.omega_new[0],
+                       body.omega_new[1], body.omega_new[2]);
     }
 }
 

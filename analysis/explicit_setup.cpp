@@ -100,9 +100,11 @@ bool assemble(const ModelStore& store, const ExplicitState& state, SetUp& set_up
     build_index(neighbours, system.km);
     find_diagonals(system.km);
     console::print("[K],[M] element num=%lld\n", static_cast<long long>(entries));
-    const std::int32_t bad = assemble_km(mesh, neighbours, element_matrices(store, system.elasticity, {}), state.threads, system.km);
+    const std::int32_t bad = assemble_km(mesh, neighbours, element_matrices(store, system.elasticity, {}),
+                                         state.threads, system.km);
     if (bad < 0) return true;
-    report.fail(RunStatus::failed, place_of_element(store, bad) + ": the Jacobian is not positive (flat or inverted element)");
+    report.fail(RunStatus::failed,
+                place_of_element(store, bad) + ": the Jacobian is not positive (flat or inverted element)");
     return false;
 }
 
@@ -158,7 +160,8 @@ void size_state(const Mesh& mesh, const SetUp& set_up, ExplicitState& s) {
 
 void set_loads(const ModelStore& store, const SetUp& set_up, ExplicitState& s, RunReport& report) {
     console::print("Force Vector\n");
-    const LoadVector load = build_loads(store.forces, store.mesh, set_up.system.numbering, diagonal_of(set_up.system.km));
+    const LoadVector load =
+        build_loads(store.forces, store.mesh, set_up.system.numbering, diagonal_of(set_up.system.km));
     console::print("Force Vector Complete\n");
     const auto& free = set_up.system.numbering.free_dofs;
     for (std::size_t i = 0; i < free.size(); ++i) {
@@ -201,14 +204,18 @@ std::vector<std::int32_t> nodes_of(const VelocityRecord& record, const ModelStor
 }
 
 // The members among the nodes of a record, body by body.
-void add_members(std::span<const std::int32_t> nodes, const VelocityRecord& record, const ExplicitState& s, std::vector<DrivenMembers>& out) {
+void add_members(std::span<const std::int32_t> nodes, const VelocityRecord& record, const ExplicitState& s,
+                 std::vector<DrivenMembers>& out) {
     if (!s.bodies) return;
     const std::size_t first = out.size();
     for (std::int32_t n : nodes) {
         const std::int32_t body = s.bodies->system().body_of_node[static_cast<std::size_t>(n)];
         if (body < 0) continue;
-        auto at = std::find_if(out.begin() + static_cast<std::ptrdiff_t>(first), out.end(), [&](const DrivenMembers& d) { return d.body == body; });
-        if (at == out.end()) at = out.insert(out.end(), DrivenMembers{body, {}, record.axis, record.velocity.start, record.velocity});
+        auto at = std::find_if(out.begin() + static_cast<std::ptrdiff_t>(first), out.end(),
+                               [&](const DrivenMembers& d) { return d.body == body; });
+        if (at == out.end())
+            at = out.insert(out.end(),
+                            DrivenMembers{body, {}, record.axis, record.velocity.start, record.velocity});
         at->nodes.push_back(n);
     }
 }
@@ -221,9 +228,12 @@ void set_driven(const ModelStore& store, const NodeElements& node_elements, Expl
         const std::size_t bodies_before = s.driven_members.size();
         add_members(nodes, record, s, s.driven_members);
         for (std::size_t k = bodies_before; k < s.driven_members.size(); ++k)
-            if (const RigidBody& body = s.bodies->system().bodies[static_cast<std::size_t>(s.driven_members[k].body)]; body.count() < 6)
+            if (const RigidBody& body =
+                    s.bodies->system().bodies[static_cast<std::size_t>(s.driven_members[k].body)];
+                body.count() < 6)
                 remark(report, "velocity input " + record.name + ": supports hold rigid element " +
-                                   store.rigid_elements[static_cast<std::size_t>(body.record)].name + ": it moves only as they let it");
+                                   store.rigid_elements[static_cast<std::size_t>(body.record)].name +
+                                   ": it moves only as they let it");
         for (std::int32_t n : nodes)
             if (!s.bodies || !s.bodies->is_member(n)) driven.places.push_back(4 * n + record.axis);
         if (driven.places.empty()) {
@@ -285,7 +295,8 @@ void set_initial_velocities(const ModelStore& store, const NodeElements& node_el
 }
 
 // The step in force: given, or 0.9 of the stable one.
-bool choose_step(const ModelStore& store, const SetUp& set_up, std::span<const char> rigid, ExplicitState& s, RunReport& report) {
+bool choose_step(const ModelStore& store, const SetUp& set_up, std::span<const char> rigid, ExplicitState& s,
+                 RunReport& report) {
     s.bound.emplace(store.mesh, store.parts, store.materials, set_up.mass_factor, s.threads, rigid);
     const StableStep stable = s.bound->undeformed();
     s.stable_step = stable.step;
@@ -312,7 +323,8 @@ bool some_body_is_free(const Mesh& mesh, const ExplicitState& s) {
     const std::vector<std::int32_t> body = connected_nodes(mesh);
     std::vector<char> held(body.size(), 0);
     for (std::size_t n = 0; n < body.size(); ++n)
-        if (s.b[4 * n] == 0 || s.b[4 * n + 1] == 0 || s.b[4 * n + 2] == 0) held[static_cast<std::size_t>(body[n])] = 1;
+        if (s.b[4 * n] == 0 || s.b[4 * n + 1] == 0 || s.b[4 * n + 2] == 0)
+            held[static_cast<std::size_t>(body[n])] = 1;
     return std::any_of(mesh.connectivity.begin(), mesh.connectivity.end(), [&](std::int32_t n) {
         return !held[static_cast<std::size_t>(body[static_cast<std::size_t>(node_index(n))])];
     });
@@ -353,7 +365,8 @@ void set_contacts(const ModelStore& store, ExplicitState& s, RunReport& report) 
     if (tables.walls.empty() && !s.contacts) return;
     const int sharing = static_cast<int>(tables.walls.size()) + (s.contacts ? 2 : 0);
     if (!tables.walls.empty()) {
-        if (s.contact_nodes.empty()) s.contact_nodes = surface_nodes(surface_triangles(store.mesh), store.mesh.node_num());
+        if (s.contact_nodes.empty())
+            s.contact_nodes = surface_nodes(surface_triangles(store.mesh), store.mesh.node_num());
         s.walls.emplace(tables.walls, store.parameters, s.contact_nodes, s.d_time, s.stable_step, sharing);
         const double ratio = s.walls->stiff_spring(s.mass);
         double zeta = 0;
@@ -404,7 +417,8 @@ void set_bodies(const ModelStore& store, SetUp& set_up, ExplicitState& s, RunRep
             std::fill_n(s.damping.begin() + static_cast<std::ptrdiff_t>(k), 3, 0.0);
         }
     for (std::size_t b = 0; b < system.bodies.size(); ++b) {
-        const Vec6 force = rigid_force_resultant(system, static_cast<std::int32_t>(b), {}, store.rigid_forces);
+        const Vec6 force =
+            rigid_force_resultant(system, static_cast<std::int32_t>(b), {}, store.rigid_forces);
         for (std::size_t c = 0; c < 3; ++c) report.applied[c] += force[c];
     }
 }
@@ -432,7 +446,9 @@ bool set_up_explicit(ModelStore& store, const Settings& settings, const Explicit
     extract_surface(store, s, report);
     console::print("diag_num=%d\n", store.diag_num);
     count_freedoms(store, set_up.system.node_elements, set_up.system.numbering, report);
-    if (!find_rigid_bodies(store, set_up.system.node_elements, set_up.system.numbering, set_up.system.rigid, report)) return false;
+    if (!find_rigid_bodies(store, set_up.system.node_elements, set_up.system.numbering, set_up.system.rigid,
+                           report))
+        return false;
     if (!assemble(store, s, set_up, report)) return false;
     lump_mass(set_up, report);
     size_state(mesh, set_up, s);

@@ -74,8 +74,8 @@ struct ExplicitState {
     std::vector<std::int32_t> contact_nodes;  // where F_contact can be other than 0
     std::vector<DrivenDofs> driven;
     std::optional<ExplicitBodies> bodies;
-    std::vector<DrivenMembers> driven_members;      // one per record and body
-    LineDoubles acting;                             // node × 4: loads and contacts less internal forces, at members
+    std::vector<DrivenMembers> driven_members;  // one per record and body
+    LineDoubles acting;           // node × 4: loads and contacts less internal forces, at members
     std::vector<double> partial;  // sums of the sweeps' chunks
 
     Work damping_work, wall_work, contact_work, support_work, rigid_work;

@@ -136,16 +136,19 @@ void check_shapes(const ModelStore& store, ExplicitState& s, RunReport& report) 
 namespace {
 
 // The bodies' part of the velocities at t_n + Δt/2, after friction has said what it takes.
-void advance_bodies(const ModelStore& store, ExplicitState& s, std::array<double, 2>& driving, std::array<double, 2>& loads) {
+void advance_bodies(const ModelStore& store, ExplicitState& s, std::array<double, 2>& driving,
+                    std::array<double, 2>& loads) {
     const double middle = (static_cast<double>(s.step) + 0.5) * s.d_time;
-    for (DrivenMembers& record : s.driven_members) record.velocity = record.given.at(middle, store.parameters);
+    for (DrivenMembers& record : s.driven_members)
+        record.velocity = record.given.at(middle, store.parameters);
     for (const ExplicitBody& body : s.bodies->bodies())
         for (std::int32_t n : body.geometry.members)
             for (std::size_t c = 0; c < 3; ++c) {
                 const std::size_t k = 4 * static_cast<std::size_t>(n) + c;
                 s.acting[k] = s.F[k] + s.F_contact[k] - s.R[k];
             }
-    s.bodies->advance({s.u.data(), s.acting.data(), s.v_new.data()}, s.driven_members, s.d_time, driving, loads);
+    s.bodies->advance({s.u.data(), s.acting.data(), s.v_new.data()}, s.driven_members, s.d_time, driving,
+                      loads);
 }
 
 }  // namespace

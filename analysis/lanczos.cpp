@@ -13,7 +13,7 @@ namespace kestralum {
 
 namespace {
 
-constexpr std::int32_t printed_steps = 100;   // at least: the steps that the console shows
+constexpr std::int32_t printed_steps = 100;  // at least: the steps that the console shows
 constexpr std::int32_t guard_modes = 4;
 constexpr std::int32_t preliminary_steps = 30;
 constexpr int most_restarts = 30;
@@ -27,7 +27,9 @@ class Basis {
 public:
     explicit Basis(std::int32_t n) : n_(n) {}
     std::int32_t count() const { return static_cast<std::int32_t>(V_.size() / static_cast<std::size_t>(n_)); }
-    const double* vector(std::int32_t j) const { return V_.data() + std::size_t(j) * static_cast<std::size_t>(n_); }
+    const double* vector(std::int32_t j) const {
+        return V_.data() + std::size_t(j) * static_cast<std::size_t>(n_);
+    }
     void add(const std::vector<double>& v) { V_.insert(V_.end(), v.begin(), v.end()); }
     void clear() { V_.clear(); }
     const std::vector<double>& all() const { return V_; }
@@ -53,7 +55,8 @@ struct Ritz {
 
 // Eigenvalues and vectors of the tridiagonal matrix, ascending in θ, with the residuals that the last
 // β gives.
-std::vector<Ritz> solve_tridiagonal(const std::vector<double>& alpha, const std::vector<double>& beta, std::int32_t m) {
+std::vector<Ritz> solve_tridiagonal(const std::vector<double>& alpha, const std::vector<double>& beta,
+                                    std::int32_t m) {
     if (m == 0) return {};  // the run found nothing to start from
     TNT::Array2D<double> T(m, m, 0.0);
     for (std::int32_t j = 0; j < m; ++j) {
@@ -99,7 +102,8 @@ public:
     bool step() {
         w_ = Mv_;
         if (!problem_.solve(w_, 1)) return false;
-        if (!beta_.empty()) cblas_daxpy(problem_.n(), -beta_.back(), basis_.vector(basis_.count() - 2), 1, w_.data(), 1);
+        if (!beta_.empty())
+            cblas_daxpy(problem_.n(), -beta_.back(), basis_.vector(basis_.count() - 2), 1, w_.data(), 1);
         alpha_.push_back(cblas_ddot(problem_.n(), w_.data(), 1, Mv_.data(), 1));
         cblas_daxpy(problem_.n(), -alpha_.back(), v_.data(), 1, w_.data(), 1);
         problem_.multiply_m(w_, Mw_, 1);
@@ -124,7 +128,8 @@ public:
     // V s
     std::vector<double> vector(const Ritz& ritz) const {
         std::vector<double> x(static_cast<std::size_t>(problem_.n()));
-        cblas_dgemv(CblasColMajor, CblasNoTrans, problem_.n(), steps(), 1.0, basis_.all().data(), problem_.n(), ritz.s.data(), 1, 0.0, x.data(), 1);
+        cblas_dgemv(CblasColMajor, CblasNoTrans, problem_.n(), steps(), 1.0, basis_.all().data(),
+                    problem_.n(), ritz.s.data(), 1, 0.0, x.data(), 1);
         return x;
     }
 
@@ -163,12 +168,15 @@ struct Found {
         std::sort(values.begin(), values.end());
         return values;
     }
-    std::int64_t below(double limit) const { return std::count_if(lambda.begin(), lambda.end(), [&](double l) { return l < limit; }); }
+    std::int64_t below(double limit) const {
+        return std::count_if(lambda.begin(), lambda.end(), [&](double l) { return l < limit; });
+    }
 };
 
 class Lanczos {
 public:
-    Lanczos(EigenProblem& problem, const EigenOptions& options) : problem_(problem), options_(options), found_(problem.n()), random_(19500101) {
+    Lanczos(EigenProblem& problem, const EigenOptions& options)
+        : problem_(problem), options_(options), found_(problem.n()), random_(19500101) {
         wanted_ = std::min(problem.n(), options.n_mode + guard_modes);
         shown_ = std::max(printed_steps, options.n_mode);
     }
@@ -192,7 +200,8 @@ public:
         std::vector<double> sorted;
         for (std::size_t j = 0; j < values.size(); ++j) {
             sorted.push_back(values[j].first);
-            if (j < static_cast<std::size_t>(options_.n_mode)) console::print("n_freq=%lf,[%.5e]\n", frequency_of(values[j].first), values[j].second);
+            if (j < static_cast<std::size_t>(options_.n_mode))
+                console::print("n_freq=%lf,[%.5e]\n", frequency_of(values[j].first), values[j].second);
         }
         reference = reference_frequency(sorted, options_, problem_.rounding());
         return true;
@@ -212,7 +221,10 @@ public:
                 console::print("%d: %.3e\n", j, run.alpha().back());
                 console::print("%d: %.3e, %.3e\n", j, run.alpha().back(), run.beta().back());
             }
-            if (run.exhausted()) say("the Lanczos vectors span an invariant subspace after %d steps: the recurrence ends there", run.steps());
+            if (run.exhausted())
+                say("the Lanczos vectors span an invariant subspace after %d steps: the recurrence ends "
+                    "there",
+                    run.steps());
             if (run.steps() == shown_ || (run.exhausted() && run.steps() <= shown_)) print_tridiagonal(run);
             if (run.steps() < next_look) continue;
             next_look += 20;
@@ -229,11 +241,13 @@ public:
     // random vectors until the number below the gap is the number counted there.
     bool complete(SpectrumGap& gap) {
         if (!restart_from_rigid_motions()) return false;
-        for (int restart = 0; static_cast<std::int32_t>(found_.lambda.size()) < wanted_ && restart < most_restarts; ++restart)
+        for (int restart = 0;
+             static_cast<std::int32_t>(found_.lambda.size()) < wanted_ && restart < most_restarts; ++restart)
             if (!restart_at_random(wanted_ - static_cast<std::int32_t>(found_.lambda.size()))) return false;
         const std::vector<double> lambda = found_.sorted();
         const auto usable = static_cast<std::int32_t>(lambda.size());
-        gap = find_gap(lambda, std::min(options_.n_mode, usable), usable, problem_.rounding(), usable == problem_.n());
+        gap = find_gap(lambda, std::min(options_.n_mode, usable), usable, problem_.rounding(),
+                       usable == problem_.n());
         if (gap.below == 0) return true;
         const double sigma = problem_.sigma();
         const std::int64_t counted = problem_.count_below(gap.lambda);
@@ -241,9 +255,11 @@ public:
         RunReport& report = problem_.report();
         if (counted > found_.below(gap.lambda) && !problem_.shift(sigma, true)) return false;
         for (int restart = 0; counted > found_.below(gap.lambda) && restart < most_restarts; ++restart) {
-            say("%lld modes are found where %lld are counted: a run orthogonal to the former ones looks for the others",
+            say("%lld modes are found where %lld are counted: a run orthogonal to the former ones looks for "
+                "the others",
                 static_cast<long long>(found_.below(gap.lambda)), static_cast<long long>(counted));
-            if (!restart_at_random(static_cast<std::int32_t>(counted - found_.below(gap.lambda)))) return false;
+            if (!restart_at_random(static_cast<std::int32_t>(counted - found_.below(gap.lambda))))
+                return false;
         }
         report.modes_found = found_.below(gap.lambda);
         report.modes_counted = counted;
@@ -255,7 +271,8 @@ public:
         const auto n = static_cast<std::size_t>(problem_.n());
         std::vector<std::size_t> order(found_.lambda.size());
         std::iota(order.begin(), order.end(), 0);
-        std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return found_.lambda[a] < found_.lambda[b]; });
+        std::stable_sort(order.begin(), order.end(),
+                         [&](std::size_t a, std::size_t b) { return found_.lambda[a] < found_.lambda[b]; });
         for (std::size_t j : order) {
             out.lambda.push_back(found_.lambda[j]);
             const double* v = found_.modes.vector(static_cast<std::int32_t>(j));
@@ -288,7 +305,8 @@ private:
     std::int32_t count_converged(const std::vector<Ritz>& all) const {
         double limit = 1e300;
         for (const Ritz& ritz : all)
-            if (!converged(ritz) && ritz.theta > 0) limit = std::min(limit, problem_.sigma() + 1 / ritz.theta);
+            if (!converged(ritz) && ritz.theta > 0)
+                limit = std::min(limit, problem_.sigma() + 1 / ritz.theta);
         return static_cast<std::int32_t>(std::count_if(all.begin(), all.end(), [&](const Ritz& ritz) {
             return converged(ritz) && problem_.sigma() + 1 / ritz.theta < limit;
         }));
@@ -298,7 +316,8 @@ private:
     void keep_converged(const Run& run, std::int32_t most) {
         std::vector<Ritz> all = run.ritz();
         std::erase_if(all, [&](const Ritz& ritz) { return !converged(ritz); });
-        std::sort(all.begin(), all.end(), [&](const Ritz& a, const Ritz& b) { return 1 / a.theta < 1 / b.theta; });
+        std::sort(all.begin(), all.end(),
+                  [&](const Ritz& a, const Ritz& b) { return 1 / a.theta < 1 / b.theta; });
         for (std::size_t j = 0; j < all.size() && j < static_cast<std::size_t>(most); ++j) {
             found_.lambda.push_back(problem_.sigma() + 1 / all[j].theta);
             found_.modes.add(run.vector(all[j]));
@@ -338,7 +357,8 @@ private:
         const auto n = static_cast<std::size_t>(problem_.n());
         std::vector<double> v(n), Mv(n), Kv(n);
         for (std::size_t c = 0; c * n < options_.rigid_motions.size(); ++c) {
-            v.assign(options_.rigid_motions.begin() + static_cast<std::ptrdiff_t>(c * n), options_.rigid_motions.begin() + static_cast<std::ptrdiff_t>((c + 1) * n));
+            v.assign(options_.rigid_motions.begin() + static_cast<std::ptrdiff_t>(c * n),
+                     options_.rigid_motions.begin() + static_cast<std::ptrdiff_t>((c + 1) * n));
             for (int pass = 0; pass < 3; ++pass) {
                 problem_.multiply_m(v, Mv, 1);
                 const double size = std::sqrt(dot(v, Mv));
@@ -365,7 +385,9 @@ private:
             for (std::int32_t i = 0; i < m; ++i) {
                 for (std::int32_t j = 0; j < m; ++j) {
                     const double t = i == j ? run.alpha()[static_cast<std::size_t>(i)]
-                                            : std::abs(i - j) == 1 ? run.beta()[static_cast<std::size_t>(std::min(i, j))] : 0.0;
+                                     : std::abs(i - j) == 1
+                                         ? run.beta()[static_cast<std::size_t>(std::min(i, j))]
+                                         : 0.0;
                     text += console::format("%.3e ", t);
                 }
                 text += "\n";
@@ -401,7 +423,10 @@ bool lanczos(EigenProblem& problem, const EigenOptions& options, EigenPairs& out
     if (shift > 0 || (options.supported && options.c_eigen_shift == 0)) {
         if (!problem.shift(lambda_of(shift), true)) return false;
     } else {
-        const std::string line = console::format("the reference frequency of the second shift is nothing but rounding: the shift of %.6g Hz is kept", frequency_of(problem.sigma()));
+        const std::string line = console::format(
+            "the reference frequency of the second shift is nothing but rounding: the shift of %.6g Hz is "
+            "kept",
+            frequency_of(problem.sigma()));
         console::notice("%s", line.c_str());
         problem.report().remarks.notices.push_back(line);
     }

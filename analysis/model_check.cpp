@@ -25,7 +25,8 @@ void check_elements(const ModelStore& store, ModelCheck& out) {
         const bool sound = evaluate_points(type, mesh, e, points);
         const ElementPlace place{e, element_volume(type, points), element_centre(mesh, e)};
         out.volume += place.volume;
-        const Part& part = store.parts[static_cast<std::size_t>(mesh.p_ele_part_id[static_cast<std::size_t>(e)])];
+        const Part& part =
+            store.parts[static_cast<std::size_t>(mesh.p_ele_part_id[static_cast<std::size_t>(e)])];
         if (part.material_id >= 0 && static_cast<std::size_t>(part.material_id) < store.materials.size())
             out.mass += place.volume * store.materials[static_cast<std::size_t>(part.material_id)].density;
         if (out.smallest.element < 0 || place.volume < out.smallest.volume) out.smallest = place;
@@ -35,12 +36,14 @@ void check_elements(const ModelStore& store, ModelCheck& out) {
 }
 
 // Bodies: elements that hang together through common nodes and `links`, pairs of 0-based nodes.
-void check_bodies(const Mesh& mesh, std::span<const char> fixed, std::span<const std::array<std::int32_t, 2>> links, ModelCheck& out) {
+void check_bodies(const Mesh& mesh, std::span<const char> fixed,
+                  std::span<const std::array<std::int32_t, 2>> links, ModelCheck& out) {
     const std::vector<std::int32_t> lowest = connected_nodes(mesh, links);
     const auto nodes = static_cast<std::size_t>(mesh.node_per_element());
     std::vector<std::int32_t> body_of(lowest.size(), -1);  // of each lowest node
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
-        const auto first = static_cast<std::size_t>(node_index(mesh.connectivity[static_cast<std::size_t>(e) * nodes]));
+        const auto first =
+            static_cast<std::size_t>(node_index(mesh.connectivity[static_cast<std::size_t>(e) * nodes]));
         std::int32_t& body = body_of[static_cast<std::size_t>(lowest[first])];
         if (body < 0) {
             body = static_cast<std::int32_t>(out.bodies.size());
@@ -61,15 +64,19 @@ void check_bodies(const Mesh& mesh, std::span<const char> fixed, std::span<const
     }
 }
 
-void notice(ModelCheck& out, std::string text) { out.remarks.notices.push_back(std::move(text)); }
+void notice(ModelCheck& out, std::string text) {
+    out.remarks.notices.push_back(std::move(text));
+}
 
 void check_supports(const ModelStore& store, ModelCheck& out) {
     std::vector<char> on_element(static_cast<std::size_t>(store.mesh.node_num()), 0);
     for (std::int32_t n : store.mesh.connectivity) on_element[static_cast<std::size_t>(node_index(n))] = 1;
     for (const BoundaryCondition& record : store.boundary_conditions) {
         const auto nodes = select_nodes(record, store.mesh);
-        const auto selected = static_cast<std::int32_t>(
-            std::count_if(nodes.begin(), nodes.end(), [&](std::int32_t n) { return on_element[static_cast<std::size_t>(n)]; }));
+        const auto selected =
+            static_cast<std::int32_t>(std::count_if(nodes.begin(), nodes.end(), [&](std::int32_t n) {
+                return on_element[static_cast<std::size_t>(n)];
+            }));
         out.support_nodes.push_back(selected);
         if (selected > 0) continue;
         std::string line = "support " + record.name + ": selects no node";
@@ -78,7 +85,9 @@ void check_supports(const ModelStore& store, ModelCheck& out) {
             BoundaryCondition plane = record;
             plane.kind = Selection::plane;
             const auto near = select_nodes(plane, store.mesh).size();
-            if (near > 0) line += console::format("; %zu nodes lie within 1e-10 m of its plane: try the selection `plane`", near);
+            if (near > 0)
+                line += console::format(
+                    "; %zu nodes lie within 1e-10 m of its plane: try the selection `plane`", near);
         }
         notice(out, std::move(line));
     }
@@ -94,12 +103,15 @@ void check_forces(const ModelStore& store, ModelCheck& out) {
             const double* x = store.mesh.coordinates.data() + 3 * static_cast<std::ptrdiff_t>(n);
             bool inside = true;
             for (std::size_t c = 0; c < 3; ++c)
-                inside = inside && x[c] > force.box[2 * c] - tolerance && x[c] < force.box[2 * c + 1] + tolerance;
+                inside =
+                    inside && x[c] > force.box[2 * c] - tolerance && x[c] < force.box[2 * c + 1] + tolerance;
             reached += inside;
         }
         out.force_nodes.push_back(reached);
         if (reached == 0)
-            notice(out, "force " + force.name + (force.kind == ForceKind::node ? ": no node at its point" : ": no node in its box"));
+            notice(out,
+                   "force " + force.name +
+                       (force.kind == ForceKind::node ? ": no node at its point" : ": no node in its box"));
     }
 }
 
@@ -107,11 +119,13 @@ void check_forces(const ModelStore& store, ModelCheck& out) {
 RigidSystem check_rigid(const ModelStore& store, ModelCheck& out) {
     const NodeElements node_elements = elements_of_nodes(store.mesh);
     std::int32_t fn_free = 3 * store.mesh.node_num();
-    const DofNumbering held = apply_boundary_conditions(store.boundary_conditions, store.mesh, node_elements, fn_free);
+    const DofNumbering held =
+        apply_boundary_conditions(store.boundary_conditions, store.mesh, node_elements, fn_free);
     RigidSystem rigid;
     RunReport report;
     find_rigid_bodies(store, node_elements, held, rigid, report);
-    for (const RigidBody& body : rigid.bodies) out.rigid_members.push_back(static_cast<std::int32_t>(body.members.size()));
+    for (const RigidBody& body : rigid.bodies)
+        out.rigid_members.push_back(static_cast<std::int32_t>(body.members.size()));
     for (const auto* texts : {&report.remarks.notices, &report.remarks.errors})
         for (const std::string& text : *texts) notice(out, text);
     return rigid;
@@ -126,29 +140,36 @@ std::vector<std::array<std::int32_t, 2>> rigid_links(const ModelStore& store, co
         std::array<std::int32_t, 2> ends{-1, -1};
         for (std::size_t side = 0; side < 2; ++side) {
             const auto b = static_cast<std::size_t>(springs.element[side]);
-            if (springs.element[side] >= 0 && b < rigid.bodies.size() && !rigid.bodies[b].members.empty()) ends[side] = rigid.bodies[b].members.front();
+            if (springs.element[side] >= 0 && b < rigid.bodies.size() && !rigid.bodies[b].members.empty())
+                ends[side] = rigid.bodies[b].members.front();
         }
-        const bool holds = std::any_of(springs.stiffness.begin(), springs.stiffness.end(), [](double k) { return k != 0; });
+        const bool holds =
+            std::any_of(springs.stiffness.begin(), springs.stiffness.end(), [](double k) { return k != 0; });
         if (holds && ends[0] >= 0 && ends[1] >= 0) links.push_back(ends);
     }
     return links;
 }
 
-// Orders a copy of the mesh and counts what the factor will need: the members of rigid bodies have no rows in it, each
-// motion of a body has a dense one beside it.
-void check_factor(const ModelStore& store, const Settings& settings, const RigidSystem& rigid, ModelCheck& out) {
+// Orders a copy of the mesh and counts what the factor will need: the members of rigid bodies have no rows in
+// it, each motion of a body has a dense one beside it.
+void check_factor(const ModelStore& store, const Settings& settings, const RigidSystem& rigid,
+                  ModelCheck& out) {
     Mesh mesh = store.mesh;
     out.diag_num = order_nodes(mesh, settings.ordering_type);
     const NodeElements node_elements = elements_of_nodes(mesh);
     std::int32_t fn_free = 3 * mesh.node_num();
-    DofNumbering numbering = apply_boundary_conditions(store.boundary_conditions, mesh, node_elements, fn_free);
+    DofNumbering numbering =
+        apply_boundary_conditions(store.boundary_conditions, mesh, node_elements, fn_free);
     out.hanging_nodes = numbering.hanging_nodes;
     if (rigid.bodies.size() == store.rigid_elements.size()) {  // otherwise the records contradict
-        const RigidSystem ordered = build_rigid_system(store.rigid_elements, mesh, node_elements, numbering.fixed_nodes);
+        const RigidSystem ordered =
+            build_rigid_system(store.rigid_elements, mesh, node_elements, numbering.fixed_nodes);
         std::vector<std::int32_t> free;
         for (std::int32_t dof : numbering.free_dofs) {
             std::int32_t& equation = numbering.dof_map[static_cast<std::size_t>(dof)];
-            equation = !ordered.empty() && ordered.body_of_node[static_cast<std::size_t>(dof / 3)] >= 0 ? -1 : static_cast<std::int32_t>(free.size());
+            equation = !ordered.empty() && ordered.body_of_node[static_cast<std::size_t>(dof / 3)] >= 0
+                           ? -1
+                           : static_cast<std::int32_t>(free.size());
             if (equation >= 0) free.push_back(dof);
         }
         numbering.free_dofs = std::move(free);
@@ -165,7 +186,9 @@ void check_factor(const ModelStore& store, const Settings& settings, const Rigid
         const std::int32_t row = numbering.dof_map[static_cast<std::size_t>(dof)];
         std::int32_t first = row;
         for (std::int64_t k = neighbours.start[node]; k < neighbours.start[node + 1]; ++k) {
-            const std::int32_t equation = numbering.dof_map[3 * static_cast<std::size_t>(neighbours.nodes[static_cast<std::size_t>(k)])];
+            const std::int32_t equation =
+                numbering
+                    .dof_map[3 * static_cast<std::size_t>(neighbours.nodes[static_cast<std::size_t>(k)])];
             if (equation < 0) continue;
             first = std::min(first, equation);
             entries += 3;
@@ -175,18 +198,21 @@ void check_factor(const ModelStore& store, const Settings& settings, const Rigid
         profile.sky_start.push_back(profile.sky_start.back() + row - first + 1);
     }
     profile.Ls_num = profile.sky_start.back();
-    const Divisions divisions = plan_divisions(profile, settings.memory_size, settings.div_memory_size, out.diag_num);
+    const Divisions divisions =
+        plan_divisions(profile, settings.memory_size, settings.div_memory_size, out.diag_num);
     const PanelGrid grid = make_panel_grid(profile);
     std::int64_t held = 0;  // doubles of the panels in memory: all, or those of two bands
     for (std::int32_t I = 0; I < grid.panels(); ++I) held += grid.doubles(I);
-    if (divisions.count() > 1) held = std::min(held, (2 * std::int64_t{profile.max_height} / grid.nb + 2) * grid.largest_panel());
+    if (divisions.count() > 1)
+        held = std::min(held, (2 * std::int64_t{profile.max_height} / grid.nb + 2) * grid.largest_panel());
     out.divisions = divisions.count();
     out.factor_megabytes = profile.megabytes();
     constexpr std::int64_t border_arrays = 2;  // K_fr and K_ff⁻¹ K_fr
     held += border_arrays * rows * rigid.equations;
     out.memory_megabytes = (static_cast<double>(held) * 8 + static_cast<double>(entries) * 20) / 1e6;
     if (settings.free_hd_size < out.factor_megabytes)
-        notice(out, console::format("the factor needs %.1f MB of disk, FREE_HD_SIZE allows %.1f MB", out.factor_megabytes, settings.free_hd_size));
+        notice(out, console::format("the factor needs %.1f MB of disk, FREE_HD_SIZE allows %.1f MB",
+                                    out.factor_megabytes, settings.free_hd_size));
 }
 
 }  // namespace
@@ -203,10 +229,14 @@ ModelCheck check_model(const ModelStore& store, const Settings& settings) {
     const RigidSystem rigid = check_rigid(store, out);
     check_bodies(store.mesh, fixed, rigid_links(store, rigid), out);
     for (std::size_t b = 0; b < out.bodies.size(); ++b)
-        if (!out.bodies[b].supported) notice(out, console::format("body %zu (part %s): no support holds it", b + 1,
-                                                                  store.parts[static_cast<std::size_t>(out.bodies[b].parts.front())].name.c_str()));
-    if (store.mesh.element_num() < 1) notice(out, "the model has no solid elements: nothing to analyse");
-    else check_factor(store, settings, rigid, out);
+        if (!out.bodies[b].supported)
+            notice(out, console::format(
+                            "body %zu (part %s): no support holds it", b + 1,
+                            store.parts[static_cast<std::size_t>(out.bodies[b].parts.front())].name.c_str()));
+    if (store.mesh.element_num() < 1)
+        notice(out, "the model has no solid elements: nothing to analyse");
+    else
+        check_factor(store, settings, rigid, out);
     return out;
 }
 

@@ -28,17 +28,19 @@ struct ModelCheck {
     double mass = 0;    // kg
     double volume = 0;  // m^3
     ElementPlace smallest, largest;
-    std::vector<ElementPlace> bad;     // elements with a non-positive Jacobian; the first hundred
+    std::vector<ElementPlace> bad;  // elements with a non-positive Jacobian; the first hundred
     std::int64_t bad_count = 0;
-    std::int32_t hanging_nodes = 0;    // on no solid element, facets of STL parts included
-    std::vector<Body> bodies;          // by first element; elements that share a node, a rigid element or springs are one
+    std::int32_t hanging_nodes = 0;  // on no solid element, facets of STL parts included
+    std::vector<Body>
+        bodies;  // by first element; elements that share a node, a rigid element or springs are one
     std::vector<std::int32_t> support_nodes;  // per boundary condition: nodes selected
     std::vector<std::int32_t> force_nodes;    // per force: nodes reached
-    std::vector<std::int32_t> rigid_members;  // per rigid element: nodes that move with it; empty where the records contradict
+    std::vector<std::int32_t>
+        rigid_members;  // per rigid element: nodes that move with it; empty where the records contradict
     std::int64_t free_dofs = 0;
-    std::int32_t diag_num = 0;         // band in the ordering of the settings
-    double factor_megabytes = 0;       // disk for the factor
-    double memory_megabytes = 0;       // [K], [M] and the factor's share in memory
+    std::int32_t diag_num = 0;    // band in the ordering of the settings
+    double factor_megabytes = 0;  // disk for the factor
+    double memory_megabytes = 0;  // [K], [M] and the factor's share in memory
     std::int32_t divisions = 0;
     Remarks remarks;  // notices: supports and loads that select nothing, loose bodies, bad elements
 };

@@ -13,7 +13,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-double since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
+double since(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
 
 double norm(std::span<const double> v) {
     double sum = 0;
@@ -26,15 +28,24 @@ enum Timed { assembling, factoring, solving, stressing, gathering };
 }  // namespace
 
 NewtonSolver::NewtonSolver(FiniteBody& body, const NodeElements& node_elements, const DofNumbering& numbering,
-                           std::span<const double> load, const NewtonOptions& options, const Settings& settings, const NewtonBodies* bodies)
-    : body_(body), node_elements_(node_elements), numbering_(numbering), load_(load.begin(), load.end()), options_(options),
-      settings_(settings), bodies_(bodies), free_(numbering), states_(bodies ? bodies->system.bodies.size() : 0) {
+                           std::span<const double> load, const NewtonOptions& options,
+                           const Settings& settings, const NewtonBodies* bodies)
+    : body_(body),
+      node_elements_(node_elements),
+      numbering_(numbering),
+      load_(load.begin(), load.end()),
+      options_(options),
+      settings_(settings),
+      bodies_(bodies),
+      free_(numbering),
+      states_(bodies ? bodies->system.bodies.size() : 0) {
     if (bodies) body.rigid = bodies->system.elements_inside(body.mesh);
 }
 
 namespace {
 
-// Entry numbers in place of values (exact below 2^53) go through an elimination: where each entry that stays comes from.
+// Entry numbers in place of values (exact below 2^53) go through an elimination: where each entry that stays
+// comes from.
 std::vector<std::int64_t> entry_numbers(SparseKM& km) {
     std::vector<std::int64_t> out(km.K_value.size());
     for (std::size_t k = 0; k < out.size(); ++k) out[k] = static_cast<std::int64_t>(km.K_value[k]);
@@ -50,13 +61,15 @@ bool NewtonSolver::prepare(RunReport& report) {
     find_diagonals(full_);
     constrained_ = full_;
     constrained_.K_value.resize(static_cast<std::size_t>(full_.entries()));
-    for (std::size_t k = 0; k < constrained_.K_value.size(); ++k) constrained_.K_value[k] = static_cast<double>(k);
+    for (std::size_t k = 0; k < constrained_.K_value.size(); ++k)
+        constrained_.K_value[k] = static_cast<double>(k);
     eliminate_fixed(numbering_.dof_map, constrained_);
     kept_ = entry_numbers(constrained_);
     reduced_ = constrained_;
     if (bodies_) {
         rigid_transform(bodies_->system, {}, body_.mesh, false, reduced_, free_, border_);
-        for (std::int32_t dof : numbering_.free_dofs) equation_.push_back(free_.dof_map[static_cast<std::size_t>(dof)]);
+        for (std::int32_t dof : numbering_.free_dofs)
+            equation_.push_back(free_.dof_map[static_cast<std::size_t>(dof)]);
     }
     kept_free_ = entry_numbers(reduced_);
     const std::size_t equations = free_.free_dofs.size() + static_cast<std::size_t>(border_.nr);
@@ -86,17 +99,23 @@ bool NewtonSolver::prepare(RunReport& report) {
 bool NewtonSolver::assemble() {
     const auto start = Clock::now();
     const int nodes = body_.mesh.node_per_element();
-    const std::int32_t bad = assemble_km(body_.mesh, neighbours_, [&](std::int32_t e, double* ke, double* me) {
-        std::fill(me, me + nodes * nodes, 0.0);
-        return finite_stiffness(body_, e, ke);
-    }, body_.threads, full_, "k=");
+    const std::int32_t bad = assemble_km(
+        body_.mesh, neighbours_,
+        [&](std::int32_t e, double* ke, double* me) {
+            std::fill(me, me + nodes * nodes, 0.0);
+            return finite_stiffness(body_, e, ke);
+        },
+        body_.threads, full_, "k=");
     if (bad >= 0) {
         const auto c = element_centre(body_.mesh, bad);
-        error = console::format("element %d at (%.6g, %.6g, %.6g) is flat or inverted", bad + 1, c[0], c[1], c[2]);
+        error = console::format("element %d at (%.6g, %.6g, %.6g) is flat or inverted", bad + 1, c[0], c[1],
+                                c[2]);
         return false;
     }
-    for (std::size_t k = 0; k < kept_.size(); ++k) constrained_.K_value[k] = full_.K_value[static_cast<std::size_t>(kept_[k])];
-    for (std::size_t k = 0; k < kept_free_.size(); ++k) reduced_.K_value[k] = full_.K_value[static_cast<std::size_t>(kept_free_[k])];
+    for (std::size_t k = 0; k < kept_.size(); ++k)
+        constrained_.K_value[k] = full_.K_value[static_cast<std::size_t>(kept_[k])];
+    for (std::size_t k = 0; k < kept_free_.size(); ++k)
+        reduced_.K_value[k] = full_.K_value[static_cast<std::size_t>(kept_free_[k])];
     seconds[assembling] += assemble_seconds_ = since(start);
     return true;
 }
@@ -107,37 +126,44 @@ void NewtonSolver::set_forces(double factor) {
     if (!bodies_) {
         F_ = load_;
     } else {
-        F_ = reduce_loads(body_.mesh, bodies_->forces, bodies_->system, states_, free_, numbering_.free_dofs, load_);
+        F_ = reduce_loads(body_.mesh, bodies_->forces, bodies_->system, states_, free_, numbering_.free_dofs,
+                          load_);
     }
     for (double& f : F_) f *= factor;
 }
 
 // What turning a body changes in the moments of the forces on it: for the force f at the arm r
-// d(r × f) = (δθ × r) × f = (r fᵀ - (r·f) 1) δθ, for internal forces less loads. Not symmetric while a moment is left.
+// d(r × f) = (δθ × r) × f = (r fᵀ - (r·f) 1) δθ, for internal forces less loads. Not symmetric while a moment
+// is left.
 void NewtonSolver::add_load_stiffness(std::span<double> K_rr) const {
     const RigidSystem& system = bodies_->system;
     const auto nr = static_cast<std::size_t>(system.equations);
     std::vector<double> nodal = nodal_Q_;
-    for (std::size_t k = 0; k < load_.size(); ++k) nodal[static_cast<std::size_t>(numbering_.free_dofs[k])] -= load_factor_ * load_[k];
+    for (std::size_t k = 0; k < load_.size(); ++k)
+        nodal[static_cast<std::size_t>(numbering_.free_dofs[k])] -= load_factor_ * load_[k];
     for (std::size_t b = 0; b < system.bodies.size(); ++b) {
         const RigidBody& body = system.bodies[b];
         std::array<double, 9> G{};
         const auto add = [&](const Vec3& X, const Vec3& f) {
-            const Vec3 r = turned(states_[b].R, {X[0] - body.pivot[0], X[1] - body.pivot[1], X[2] - body.pivot[2]});
+            const Vec3 r =
+                turned(states_[b].R, {X[0] - body.pivot[0], X[1] - body.pivot[1], X[2] - body.pivot[2]});
             const double rf = r[0] * f[0] + r[1] * f[1] + r[2] * f[2];
             for (std::size_t i = 0; i < 3; ++i)
                 for (std::size_t j = 0; j < 3; ++j) G[3 * i + j] += r[i] * f[j] - (i == j ? rf : 0);
         };
         for (std::int32_t n : body.members) {
             const auto k = 3 * static_cast<std::size_t>(n);
-            add({body_.mesh.coordinates[k], body_.mesh.coordinates[k + 1], body_.mesh.coordinates[k + 2]}, {nodal[k], nodal[k + 1], nodal[k + 2]});
+            add({body_.mesh.coordinates[k], body_.mesh.coordinates[k + 1], body_.mesh.coordinates[k + 2]},
+                {nodal[k], nodal[k + 1], nodal[k + 2]});
         }
-        const Vec6 own = rigid_force_resultant(system, static_cast<std::int32_t>(b), states_[b], bodies_->forces);
+        const Vec6 own =
+            rigid_force_resultant(system, static_cast<std::int32_t>(b), states_[b], bodies_->forces);
         add(body.reference, {-load_factor_ * own[0], -load_factor_ * own[1], -load_factor_ * own[2]});
         const std::vector<Vec6> motions = current_motions(body, states_[b]);
         for (std::size_t i = 0; i < motions.size(); ++i)
             for (std::size_t j = 0; j < motions.size(); ++j) {
-                const auto to = (static_cast<std::size_t>(body.first) + i) * nr + static_cast<std::size_t>(body.first) + j;
+                const auto to = (static_cast<std::size_t>(body.first) + i) * nr +
+                                static_cast<std::size_t>(body.first) + j;
                 const Vec3 turn = turned(G, {motions[j][3], motions[j][4], motions[j][5]});
                 for (std::size_t c = 0; c < 3; ++c) K_rr[to] += motions[i][3 + c] * turn[c];
             }
@@ -150,7 +176,8 @@ bool NewtonSolver::evaluate() {
     seconds[stressing] += since(start);
     if (bad >= 0) {
         const auto c = element_centre(body_.mesh, bad);
-        error = console::format("element %d at (%.6g, %.6g, %.6g) is inverted or its stress is not finite", bad + 1, c[0], c[1], c[2]);
+        error = console::format("element %d at (%.6g, %.6g, %.6g) is inverted or its stress is not finite",
+                                bad + 1, c[0], c[1], c[2]);
         return false;
     }
     const auto gather = Clock::now();
@@ -162,7 +189,8 @@ bool NewtonSolver::evaluate() {
         std::fill(own.begin(), own.end(), 0.0);
         for (std::size_t b = 0; b < states_.size(); ++b) {
             const RigidBody& rigid = bodies_->system.bodies[b];
-            project(rigid, states_[b], resultant(rigid, states_[b], body_.mesh, nodal_Q_), 1, own.data() + rigid.first);
+            project(rigid, states_[b], resultant(rigid, states_[b], body_.mesh, nodal_Q_), 1,
+                    own.data() + rigid.first);
         }
         add_combine_forces(bodies_->combines, bodies_->system, states_, own);
         set_forces(load_factor_);
@@ -176,12 +204,14 @@ bool NewtonSolver::place(const Placement& from, std::span<const double> du, doub
     body_.u = from.u;
     states_ = from.states;
     const std::size_t nf = free_.free_dofs.size();
-    for (std::size_t k = 0; k < std::min(nf, du.size()); ++k) body_.u[static_cast<std::size_t>(free_.free_dofs[k])] += s * du[k];
+    for (std::size_t k = 0; k < std::min(nf, du.size()); ++k)
+        body_.u[static_cast<std::size_t>(free_.free_dofs[k])] += s * du[k];
     if (bodies_ && !du.empty()) {
         std::vector<double> q(du.begin() + static_cast<std::ptrdiff_t>(nf), du.end());
         for (double& v : q) v *= s;
         for (std::size_t b = 0; b < states_.size(); ++b)
-            states_[b] = advanced(bodies_->system.bodies[b], from.states[b], q.data() + bodies_->system.bodies[b].first);
+            states_[b] = advanced(bodies_->system.bodies[b], from.states[b],
+                                  q.data() + bodies_->system.bodies[b].first);
         place_members(bodies_->system, states_, body_.mesh, body_.u);
     }
     return evaluate();
@@ -194,8 +224,8 @@ double NewtonSolver::energy(const std::vector<double>& du) const {
 }
 
 // The step s in (0, 1] at which the energy du·(F - Q) has fallen to half of its start or changed its sign
-// by no more (Crisfield, Non-linear Finite Element Analysis, vol. 1, 1991, 9.2): halves a step that inverts an
-// element, interpolates linearly between signs.
+// by no more (Crisfield, Non-linear Finite Element Analysis, vol. 1, 1991, 9.2): halves a step that inverts
+// an element, interpolates linearly between signs.
 bool NewtonSolver::search_along(const Placement& from, const std::vector<double>& du) {
     constexpr int most_trials = 10;
     const double g0 = energy(du);
@@ -246,11 +276,14 @@ bool NewtonSolver::factor_and_solve(std::vector<double>& du, IncrementReport& re
 bool NewtonSolver::names_free_motion() {
     if (free_motion_checked_) return false;
     free_motion_checked_ = true;
-    const std::int32_t loose = factor_->free() ? find_free_motion(reduced_, reduced_.K_value, *factor_->free()) : -1;
+    const std::int32_t loose =
+        factor_->free() ? find_free_motion(reduced_, reduced_.K_value, *factor_->free()) : -1;
     if (loose >= 0) {
         const std::int32_t dof = free_.free_dofs[static_cast<std::size_t>(loose)];
         const double* x = &body_.mesh.coordinates[static_cast<std::size_t>(dof - dof % 3)];
-        error = console::format("the body is free: the supports do not hold node %d at (%.6g, %.6g, %.6g) in %c", dof / 3 + 1, x[0], x[1], x[2], "xyz"[dof % 3]);
+        error =
+            console::format("the body is free: the supports do not hold node %d at (%.6g, %.6g, %.6g) in %c",
+                            dof / 3 + 1, x[0], x[1], x[2], "xyz"[dof % 3]);
         return true;
     }
     if (!factor_->has_free_motion(border_.K_rr)) return false;
@@ -265,12 +298,16 @@ void NewtonSolver::print_head(int iteration) const {
 
 void NewtonSolver::print_rigid_displacements() const {
     for (std::size_t b = 0; b < states_.size(); ++b) {
-        const Vec3 u = displacement_of(bodies_->system.bodies[b], states_[b], bodies_->system.bodies[b].reference), turn = rotation_vector(states_[b].R);
-        for (std::size_t c = 0; c < 6; ++c) console::print("rigid_disp[%zu]:%.3e\n", 6 * b + c, c < 3 ? u[c] : turn[c - 3]);
+        const Vec3 u = displacement_of(bodies_->system.bodies[b], states_[b],
+                                       bodies_->system.bodies[b].reference),
+                   turn = rotation_vector(states_[b].R);
+        for (std::size_t c = 0; c < 6; ++c)
+            console::print("rigid_disp[%zu]:%.3e\n", 6 * b + c, c < 3 ? u[c] : turn[c - 3]);
     }
 }
 
-double NewtonSolver::work(const std::vector<double>& u_before, std::span<const RigidState> states_before, double factor_before, double factor) const {
+double NewtonSolver::work(const std::vector<double>& u_before, std::span<const RigidState> states_before,
+                          double factor_before, double factor) const {
     double sum = 0;
     for (std::size_t k = 0; k < load_.size(); ++k) {
         const auto dof = static_cast<std::size_t>(numbering_.free_dofs[k]);
@@ -278,7 +315,8 @@ double NewtonSolver::work(const std::vector<double>& u_before, std::span<const R
     }
     for (std::size_t b = 0; b < states_.size(); ++b) {
         const RigidBody& at_reference = bodies_->system.bodies[b];
-        const Vec3 u = displacement_of(at_reference, states_[b], at_reference.reference), before = displacement_of(at_reference, states_before[b], at_reference.reference);
+        const Vec3 u = displacement_of(at_reference, states_[b], at_reference.reference),
+                   before = displacement_of(at_reference, states_before[b], at_reference.reference);
         const Vec3 turn = rotation_vector(multiply3(states_[b].R, transposed(states_before[b].R)));
         for (const RigidForce& force : bodies_->forces) {
             if (force.element != static_cast<std::int32_t>(b)) continue;
@@ -287,7 +325,8 @@ double NewtonSolver::work(const std::vector<double>& u_before, std::span<const R
                 sum += force.value * turn[direction - 3];
                 continue;
             }
-            const Vec6 f = rigid_force_resultant(bodies_->system, static_cast<std::int32_t>(b), {}, std::span(&force, 1));
+            const Vec6 f = rigid_force_resultant(bodies_->system, static_cast<std::int32_t>(b), {},
+                                                 std::span(&force, 1));
             for (std::size_t c = 0; c < 3; ++c) sum += f[c] * (u[c] - before[c]);
         }
     }
@@ -321,7 +360,8 @@ NewtonOutcome NewtonSolver::attempt(bool search, IncrementReport& report) {
         console::print("Force Vector Complete\n");
         const auto rigid_start = Clock::now();
         if (bodies_) {
-            fill_border(bodies_->system, states_, body_.mesh, constrained_, numbering_.free_dofs, equation_, false, border_);
+            fill_border(bodies_->system, states_, body_.mesh, constrained_, numbering_.free_dofs, equation_,
+                        false, border_);
             add_combine_stiffness(bodies_->combines, bodies_->system, states_, border_.K_rr);
             add_load_stiffness(border_.K_rr);
         }
@@ -367,7 +407,8 @@ IncrementReport NewtonSolver::advance(std::int32_t number, double factor) {
         place(at_start, {}, 0);
         const NewtonOutcome again = attempt(true, second);
         // the better end stands where neither has converged
-        const bool better = again == NewtonOutcome::converged || again == NewtonOutcome::failed || outcome == NewtonOutcome::diverged ||
+        const bool better = again == NewtonOutcome::converged || again == NewtonOutcome::failed ||
+                            outcome == NewtonOutcome::diverged ||
                             (again == NewtonOutcome::unconverged && second.ratio <= report.ratio);
         if (better) {
             outcome = again;

@@ -18,10 +18,11 @@ struct NonlinearOptions {
 // Options of runs on the process-wide store; set by the command line or the window.
 NonlinearOptions& nonlinear_options();
 
-// Large displacements and plasticity (Sy > 0) by load increments: increment k of `step_num` applies k/step_num
-// of the loads. Stores one frame per increment done, writes the result file, "log\integ_stress.txt",
-// "log\Q.txt" and "log\history_NAME.csv". An increment that does not converge ends the run with NL_STATIC
-// "stop"; a divergence always does. report.status is then `failed` and the frames before stand.
+// Large displacements and plasticity (Sy > 0) by load increments: increment k of `step_num` applies
+// k/step_num of the loads. Stores one frame per increment done, writes the result file,
+// "log\integ_stress.txt", "log\Q.txt" and "log\history_NAME.csv". An increment that does not converge ends
+// the run with NL_STATIC "stop"; a divergence always does. report.status is then `failed` and the frames
+// before stand.
 RunReport run_nonlinear(ModelStore& store, const Settings& settings, const NonlinearOptions& options = {});
 
 // The same on the process-wide store and settings.

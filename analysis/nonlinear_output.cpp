@@ -13,7 +13,8 @@ namespace kestralum {
 namespace {
 
 // The elements with the largest Mises stress at one of their points, in ascending number.
-std::vector<std::int32_t> hardest_elements(const std::vector<double>& mises, std::int32_t elements, std::size_t points) {
+std::vector<std::int32_t> hardest_elements(const std::vector<double>& mises, std::int32_t elements,
+                                           std::size_t points) {
     constexpr std::size_t most = 100;
     std::vector<std::int32_t> order(static_cast<std::size_t>(elements));
     std::iota(order.begin(), order.end(), 0);
@@ -22,10 +23,11 @@ std::vector<std::int32_t> hardest_elements(const std::vector<double>& mises, std
         return *std::max_element(first, first + static_cast<std::ptrdiff_t>(points));
     };
     if (order.size() > most) {
-        std::nth_element(order.begin(), order.begin() + most, order.end(), [&](std::int32_t a, std::int32_t b) {
-            const double x = value(a), y = value(b);
-            return x != y ? x > y : a < b;
-        });
+        std::nth_element(order.begin(), order.begin() + most, order.end(),
+                         [&](std::int32_t a, std::int32_t b) {
+                             const double x = value(a), y = value(b);
+                             return x != y ? x > y : a < b;
+                         });
         order.resize(most);
     }
     std::sort(order.begin(), order.end());
@@ -46,7 +48,8 @@ bool write_integ_stress(const NonlinearHistory& history, const ModelStore& store
             for (std::size_t p = 0; p < points; ++p) {
                 line.clear();
                 for (const auto& mises : history.mises)
-                    FormatLine(line, "[%d][%d]:%e ") << e + 1 << static_cast<std::int32_t>(p) << mises[static_cast<std::size_t>(e) * points + p];
+                    FormatLine(line, "[%d][%d]:%e ") << e + 1 << static_cast<std::int32_t>(p)
+                                                     << mises[static_cast<std::size_t>(e) * points + p];
                 file.write(line += '\n');
             }
     });
@@ -67,7 +70,9 @@ bool write_Q(const NonlinearHistory& history, RunReport& report) {
 }
 
 bool write_history(const NonlinearHistory& history, const ModelStore& store, RunReport& report) {
-    std::string text = "load_factor,iterations,E/F,converged,largest_displacement[m],plastic_volume_share,work[J],negative_pivots";
+    std::string text =
+        "load_factor,iterations,E/"
+        "F,converged,largest_displacement[m],plastic_volume_share,work[J],negative_pivots";
     for (std::int32_t node : history.probes)
         for (const char* axis : {"x", "y", "z"}) text += console::format(",u%s_node%d[m]", axis, node + 1);
     text += '\n';
@@ -95,7 +100,8 @@ bool write_history(const NonlinearHistory& history, const ModelStore& store, Run
 
 }  // namespace
 
-void NonlinearHistory::begin(const ModelStore& store, const NodeElements& node_elements, std::span<const std::array<double, 3>> places) {
+void NonlinearHistory::begin(const ModelStore& store, const NodeElements& node_elements,
+                             std::span<const std::array<double, 3>> places) {
     for (const auto& place : places) probes.push_back(nearest_node(store.mesh, node_elements, place));
 }
 

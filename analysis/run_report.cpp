@@ -29,7 +29,8 @@ void reset_peak() {
 }  // namespace
 
 Stage& StageClock::stage(const char* name) {
-    const auto at = std::find_if(stages_.begin(), stages_.end(), [&](const Stage& s) { return s.name == name; });
+    const auto at =
+        std::find_if(stages_.begin(), stages_.end(), [&](const Stage& s) { return s.name == name; });
     return at != stages_.end() ? *at : stages_.emplace_back(Stage{name, 0, 0});
 }
 

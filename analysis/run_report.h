@@ -13,9 +13,9 @@ namespace kestralum {
 
 enum class RunStatus {
     done,
-    bad_input,   // the model cannot be analysed as it is; nothing was computed
-    disk_budget, // the factor is larger than FREE_HD_SIZE: "Warning:HD" was printed, the process ends
-    failed,      // begun, not completed
+    bad_input,    // the model cannot be analysed as it is; nothing was computed
+    disk_budget,  // the factor is larger than FREE_HD_SIZE: "Warning:HD" was printed, the process ends
+    failed,       // begun, not completed
 };
 
 struct Stage {
@@ -70,25 +70,25 @@ struct ExplicitReport {
     std::int64_t steps = 0, time_num = 0, frames = 0, elements = 0;
     double d_time = 0, stable_step = 0, time = 0;  // s
     double loop_seconds = 0;
-    const char* kernel = "";                       // instruction set of the internal forces
+    const char* kernel = "";  // instruction set of the internal forces
     ExplicitEnergies energies;
-    double drift = 0;                              // largest error of the balance over the largest energy
+    double drift = 0;  // largest error of the balance over the largest energy
     std::array<double, 3> momentum{}, angular_momentum{};  // kg·m/s, kg·m²/s
     bool displacements_written = false, history_written = false;
 };
 
 // One load increment of a nonlinear run.
 struct IncrementReport {
-    double factor = 0;          // of the load
-    int iterations = 0;         // of the attempt that stands
-    double ratio = 0;           // |E|/|F| at its end
+    double factor = 0;   // of the load
+    int iterations = 0;  // of the attempt that stands
+    double ratio = 0;    // |E|/|F| at its end
     bool converged = false;
-    bool searched = false;      // started once more, with a line search
-    std::vector<double> ratios; // after each iteration of that attempt
+    bool searched = false;             // started once more, with a line search
+    std::vector<double> ratios;        // after each iteration of that attempt
     std::int64_t negative_pivots = 0;  // of its last factorization
     double largest_displacement = 0;   // m
-    double plastic_share = 0;   // of the volume, 0 … 1
-    double work = 0;            // of the loads so far, J
+    double plastic_share = 0;          // of the volume, 0 … 1
+    double work = 0;                   // of the loads so far, J
 };
 
 struct NonlinearReport {
@@ -107,15 +107,15 @@ struct RunReport {
     double total_mass = 0;  // kg, fixed nodes included
 
     // static analysis
-    NodeValue largest_displacement;  // m
-    NodeValue largest_mises;         // Pa
+    NodeValue largest_displacement;               // m
+    NodeValue largest_mises;                      // Pa
     std::array<double, 3> applied{}, reaction{};  // N
-    double residual = 0;             // ‖Ku - F‖ / ‖F‖
+    double residual = 0;                          // ‖Ku - F‖ / ‖F‖
     std::int64_t free_dofs = 0, factor_entries = 0, negative_pivots = 0;
 
     // eigen analysis
     std::vector<ModeReport> modes;
-    double check_frequency = 0;      // Hz: the completeness check's shift, 0 = no check was possible
+    double check_frequency = 0;  // Hz: the completeness check's shift, 0 = no check was possible
     std::int64_t modes_found = 0, modes_counted = 0;  // below it
     double check_seconds = 0;
     std::int64_t factorizations = 0, solved_columns = 0, rounds = 0;

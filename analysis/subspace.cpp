@@ -19,18 +19,22 @@ constexpr std::int32_t reshift_round = 5;
 constexpr std::int32_t most_guard_rounds = 40;
 
 // C = Aᵀ B for two n × p blocks, symmetrised: p × p.
-TNT::Array2D<double> inner_products(const std::vector<double>& A, const std::vector<double>& B, int n, int p) {
+TNT::Array2D<double> inner_products(const std::vector<double>& A, const std::vector<double>& B, int n,
+                                    int p) {
     std::vector<double> c(static_cast<std::size_t>(p * p));
-    cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, p, p, n, 1.0, A.data(), n, B.data(), n, 0.0, c.data(), p);
+    cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, p, p, n, 1.0, A.data(), n, B.data(), n, 0.0,
+                c.data(), p);
     TNT::Array2D<double> C(p, p);
     for (int i = 0; i < p; ++i)
-        for (int j = 0; j < p; ++j) C[i][j] = 0.5 * (c[static_cast<std::size_t>(i + p * j)] + c[static_cast<std::size_t>(j + p * i)]);
+        for (int j = 0; j < p; ++j)
+            C[i][j] = 0.5 * (c[static_cast<std::size_t>(i + p * j)] + c[static_cast<std::size_t>(j + p * i)]);
     return C;
 }
 
 // The projected problem K q = λ M q through the Cholesky factor of M: λ ascending and Q (p × p,
 // column after column) with Qᵀ M Q = I. False when the vectors that M comes from are nearly dependent.
-bool solve_projected(const TNT::Array2D<double>& K, const TNT::Array2D<double>& M, std::vector<double>& lambda, std::vector<double>& Q) {
+bool solve_projected(const TNT::Array2D<double>& K, const TNT::Array2D<double>& M,
+                     std::vector<double>& lambda, std::vector<double>& Q) {
     const int p = K.dim1();
     std::vector<double> scale(static_cast<std::size_t>(p));
     TNT::Array2D<double> L(p, p, 0.0), C(p, p);
@@ -137,7 +141,9 @@ private:
     // eigenvalues lie next to the shift - the rigid motions of a free body - all columns come out of
     // the solve nearly parallel to them. A column of which nothing is left becomes a random one.
     void orthonormalise() {
-        auto column = [this](std::vector<double>& A, std::int32_t j) { return A.data() + std::ptrdiff_t(j) * n_; };
+        auto column = [this](std::vector<double>& A, std::int32_t j) {
+            return A.data() + std::ptrdiff_t(j) * n_;
+        };
         for (std::int32_t j = 0; j < p_; ++j)
             for (int pass = 0; pass < 3; ++pass) {
                 double* y = column(Y_, j);
@@ -148,12 +154,15 @@ private:
                     cblas_daxpy(n_, c, column(Y_, i), 1, y, 1);
                     cblas_daxpy(n_, c, column(B_, i), 1, b, 1);
                 }
-                problem_.multiply_m({y, static_cast<std::size_t>(n_)}, {column(MY_, j), static_cast<std::size_t>(n_)}, 1);
+                problem_.multiply_m({y, static_cast<std::size_t>(n_)},
+                                    {column(MY_, j), static_cast<std::size_t>(n_)}, 1);
                 double left = std::sqrt(std::max(cblas_ddot(n_, y, 1, column(MY_, j), 1), 0.0));
                 if (!(left > 1e-12 * before)) {
                     for (std::int32_t i = 0; i < n_; ++i) y[i] = random_.next();
-                    problem_.multiply_m({y, static_cast<std::size_t>(n_)}, {column(MY_, j), static_cast<std::size_t>(n_)}, 1);
-                    problem_.multiply_k({y, static_cast<std::size_t>(n_)}, {b, static_cast<std::size_t>(n_)}, 1);
+                    problem_.multiply_m({y, static_cast<std::size_t>(n_)},
+                                        {column(MY_, j), static_cast<std::size_t>(n_)}, 1);
+                    problem_.multiply_k({y, static_cast<std::size_t>(n_)}, {b, static_cast<std::size_t>(n_)},
+                                        1);
                     cblas_daxpy(n_, -problem_.sigma(), column(MY_, j), 1, b, 1);
                     left = std::sqrt(cblas_ddot(n_, y, 1, column(MY_, j), 1));
                 }
@@ -166,25 +175,33 @@ private:
         std::vector<std::int32_t> by_ratio(static_cast<std::size_t>(n_));
         std::iota(by_ratio.begin(), by_ratio.end(), 0);
         const auto units = static_cast<std::ptrdiff_t>(p_ / 3);
-        std::partial_sort(by_ratio.begin(), by_ratio.begin() + units, by_ratio.end(), [&](std::int32_t a, std::int32_t b) {
-            const double x = problem_.diagonal_k(a) * problem_.diagonal_m(b), y = problem_.diagonal_k(b) * problem_.diagonal_m(a);
-            return x != y ? x < y : a < b;
-        });
+        std::partial_sort(by_ratio.begin(), by_ratio.begin() + units, by_ratio.end(),
+                          [&](std::int32_t a, std::int32_t b) {
+                              const double x = problem_.diagonal_k(a) * problem_.diagonal_m(b),
+                                           y = problem_.diagonal_k(b) * problem_.diagonal_m(a);
+                              return x != y ? x < y : a < b;
+                          });
         for (std::int32_t c = 0; c < p_; ++c)
             for (std::int32_t i = 0; i < n_; ++i) {
-                double& b = B_[static_cast<std::size_t>(c) * static_cast<std::size_t>(n_) + static_cast<std::size_t>(i)];
-                if (c == 0) b = problem_.diagonal_m(i);
-                else if (c <= units) b = by_ratio[static_cast<std::size_t>(c - 1)] == i ? problem_.diagonal_m(i) : 0.0;
-                else b = problem_.diagonal_m(i) * random_.next();
+                double& b = B_[static_cast<std::size_t>(c) * static_cast<std::size_t>(n_) +
+                               static_cast<std::size_t>(i)];
+                if (c == 0)
+                    b = problem_.diagonal_m(i);
+                else if (c <= units)
+                    b = by_ratio[static_cast<std::size_t>(c - 1)] == i ? problem_.diagonal_m(i) : 0.0;
+                else
+                    b = problem_.diagonal_m(i) * random_.next();
             }
     }
 
     bool project(const TNT::Array2D<double>& K, const TNT::Array2D<double>& M) {
         std::vector<double> Q;
         if (!solve_projected(K, M, lambda_, Q)) return false;
-        cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n_, p_, p_, 1.0, Y_.data(), n_, Q.data(), p_, 0.0, X_.data(), n_);
+        cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n_, p_, p_, 1.0, Y_.data(), n_, Q.data(), p_,
+                    0.0, X_.data(), n_);
         std::vector<double>& next_B = Y_;  // M X = (M Y) Q; Y is not needed any more
-        cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n_, p_, p_, 1.0, MY_.data(), n_, Q.data(), p_, 0.0, next_B.data(), n_);
+        cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n_, p_, p_, 1.0, MY_.data(), n_, Q.data(), p_,
+                    0.0, next_B.data(), n_);
         B_.swap(Y_);
         return true;
     }
@@ -210,7 +227,10 @@ std::int32_t settled(const std::vector<double>& now, const std::vector<double>& 
 bool shift_again(EigenProblem& problem, const EigenOptions& options, std::span<const double> lambda) {
     const double reference = reference_frequency(lambda, options, problem.rounding()) * options.c_eigen_shift;
     if (reference == 0 && !(options.supported && options.c_eigen_shift == 0)) {
-        const std::string line = console::format("the reference frequency of the second shift is nothing but rounding: the shift of %.6g Hz is kept", frequency_of(problem.sigma()));
+        const std::string line = console::format(
+            "the reference frequency of the second shift is nothing but rounding: the shift of %.6g Hz is "
+            "kept",
+            frequency_of(problem.sigma()));
         console::notice("%s", line.c_str());
         problem.report().remarks.notices.push_back(line);
         return true;
@@ -220,7 +240,8 @@ bool shift_again(EigenProblem& problem, const EigenOptions& options, std::span<c
 
 }  // namespace
 
-bool subspace_iteration(EigenProblem& problem, const EigenOptions& options, EigenPairs& out, SpectrumGap& gap) {
+bool subspace_iteration(EigenProblem& problem, const EigenOptions& options, EigenPairs& out,
+                        SpectrumGap& gap) {
     const std::int32_t p = std::min(options.n_mode + spare_vectors, problem.n());
     const std::int32_t shown = std::min(options.n_mode, p);
     Iteration iteration(problem, p);
@@ -233,11 +254,13 @@ bool subspace_iteration(EigenProblem& problem, const EigenOptions& options, Eige
         ++problem.report().rounds;
         double convergence = 0;
         for (std::int32_t j = 0; j < shown; ++j) {
-            const double f_new = frequency_of(iteration.lambda()[static_cast<std::size_t>(j)]), f_old = frequency_of(before[static_cast<std::size_t>(j)]);
+            const double f_new = frequency_of(iteration.lambda()[static_cast<std::size_t>(j)]),
+                         f_old = frequency_of(before[static_cast<std::size_t>(j)]);
             const double change = std::abs(f_new - f_old) / f_old;
             console::print("n_freq=%lf,[%lf]\n", f_new, change);
             // the zero modes of a supported model's loose body are rounding: no measure of convergence
-            const bool rounding = std::abs(iteration.lambda()[static_cast<std::size_t>(j)]) <= problem.rounding();
+            const bool rounding =
+                std::abs(iteration.lambda()[static_cast<std::size_t>(j)]) <= problem.rounding();
             if (j >= (options.supported ? 0 : 6) && !rounding) convergence = std::max(convergence, change);
         }
         console::print("convergence=%lf\n", convergence);
@@ -249,10 +272,12 @@ bool subspace_iteration(EigenProblem& problem, const EigenOptions& options, Eige
         before = iteration.lambda();
         if (k == reshift_round && !shift_again(problem, options, iteration.lambda())) return false;
     }
-    if (k == most_rounds - 1) problem.report().remarks.notices.push_back("the subspace iteration has not converged in 100 rounds");
+    if (k == most_rounds - 1)
+        problem.report().remarks.notices.push_back("the subspace iteration has not converged in 100 rounds");
     // a gap above n_mode needs a guard or two that have settled
     for (int round = 0;; ++round) {
-        const std::int32_t usable = p == problem.n() ? p : settled(iteration.lambda(), before, problem.rounding());
+        const std::int32_t usable =
+            p == problem.n() ? p : settled(iteration.lambda(), before, problem.rounding());
         gap = find_gap(iteration.lambda(), options.n_mode, usable, problem.rounding(), p == problem.n());
         if (gap.below > 0 || round == most_guard_rounds) break;
         before = iteration.lambda();

@@ -9,6 +9,7 @@ namespace kestralum {
 // sixth round and leaves all of the set's pairs, ascending, in `out`. The lines are those of the
 // console; `gap` is a shift clear of the spectrum above n_mode, below = 0 when none was found.
 // False with the report's status set.
-bool subspace_iteration(EigenProblem& problem, const EigenOptions& options, EigenPairs& out, SpectrumGap& gap);
+bool subspace_iteration(EigenProblem& problem, const EigenOptions& options, EigenPairs& out,
+                        SpectrumGap& gap);
 
 }  // namespace kestralum

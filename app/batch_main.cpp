@@ -37,7 +37,8 @@ void stop_on_interrupt() {
         });
 }
 
-ExitStatus run_analysis(const BatchOptions& options, const ModelReadReport& model, const AnalysisInfoReport& control) {
+ExitStatus run_analysis(const BatchOptions& options, const ModelReadReport& model,
+                        const AnalysisInfoReport& control) {
     StageClock clock;  // reading and meshing first: the peak of memory is theirs until the analysis begins
     clock.add("read", model.read_seconds);
     clock.add("mesh", model.mesh_seconds);
@@ -48,15 +49,18 @@ ExitStatus run_analysis(const BatchOptions& options, const ModelReadReport& mode
     for (const Stage& stage : report.clock.stages()) {
         constexpr double worth_telling = 1;  // seconds
         if (stage.name != "factor" || stage.seconds < worth_telling) continue;
-        if (const std::string note = slow_kernels_note(); !note.empty()) report.remarks.notices.push_back(note);
+        if (const std::string note = slow_kernels_note(); !note.empty())
+            report.remarks.notices.push_back(note);
     }
     for (const Stage& stage : report.clock.stages()) clock.add(stage);
     report.clock = clock;
     std::string vtu;
     if (report.has_results() && options.vtu) {
         const bool steps = has_steps(model_store().ana_type);
-        if (steps ? write_vtu_frames(model_store()) : write_vtu(model_store())) vtu = steps ? pvd_file_name(model_store()) : vtu_file_name(model_store());
-        else report.fail(RunStatus::failed, "the file for ParaView cannot be written");
+        if (steps ? write_vtu_frames(model_store()) : write_vtu(model_store()))
+            vtu = steps ? pvd_file_name(model_store()) : vtu_file_name(model_store());
+        else
+            report.fail(RunStatus::failed, "the file for ParaView cannot be written");
     }
     print_input_summary(model, control);
     print_run_summary(model_store(), report, vtu);
@@ -89,7 +93,8 @@ ExitStatus run(const BatchOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const BatchOptions options = parse_batch_options(std::span(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0));
+    const BatchOptions options =
+        parse_batch_options(std::span(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0));
     if (!options.error.empty()) {
         console::error("kestralum-batch: %s (see kestralum-batch --help)", options.error.c_str());
         return exit_bad_input;

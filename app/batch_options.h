@@ -12,15 +12,16 @@ namespace kestralum {
 
 struct BatchOptions {
     bool help = false, version = false;
-    std::string command;     // "check" or an analysis
+    std::string command;  // "check" or an analysis
     std::string model_file;
     std::vector<ParameterOverride> overrides;
     std::string setting_file = "setting\\setting.txt";
     std::string log_directory = "log";
     bool vtu = false, quiet = false;
-    std::vector<std::array<double, 3>> probes;  // nonlinear, explicit: places whose nodes go into the history, m
-    bool mean_dilatation = false;               // explicit: hexahedra with one pressure
-    std::string error;       // bad usage: why
+    std::vector<std::array<double, 3>>
+        probes;                    // nonlinear, explicit: places whose nodes go into the history, m
+    bool mean_dilatation = false;  // explicit: hexahedra with one pressure
+    std::string error;             // bad usage: why
 };
 
 BatchOptions parse_batch_options(std::span<const char* const> arguments);

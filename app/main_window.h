@@ -102,7 +102,8 @@ private:
     Heard work(const QString& title, const std::function<void()>& what);
     bool open_frames(const QString& name, const QString& what, bool (*read)());
     // `select`: what the choice of the analysis sets in the display state
-    void run_analysis(const char* menu_text, const std::function<void()>& select = [] {});
+    void run_analysis(
+        const char* menu_text, const std::function<void()>& select = [] {});
     RunReport run_on_store(const AnalysisEntry& entry, Heard& heard);
     void show_run(const RunReport& report, const QString& title, const Heard& heard);
     void show_outcome(const RunReport& report, const QString& title, const Heard& heard);

@@ -42,7 +42,8 @@ bool LogLock::take() {
 
 void use_best_kernels(char** argv) {
     const char* kernels = better_blas_kernels();
-    if (!kernels || std::getenv("OPENBLAS_CORETYPE") || ::setenv("OPENBLAS_CORETYPE", kernels, 0) != 0) return;
+    if (!kernels || std::getenv("OPENBLAS_CORETYPE") || ::setenv("OPENBLAS_CORETYPE", kernels, 0) != 0)
+        return;
     ::execv("/proc/self/exe", argv);
 }
 
@@ -50,7 +51,10 @@ std::string slow_kernels_note() {
     const char* kept = std::getenv("OPENBLAS_CORETYPE");
     const char* better = better_blas_kernels();
     if (!kept || !better) return {};
-    return console::format("OPENBLAS_CORETYPE=%s of the environment is kept: without it %s would be taken, faster on this processor", kept, better);
+    return console::format(
+        "OPENBLAS_CORETYPE=%s of the environment is kept: without it %s would be taken, faster on this "
+        "processor",
+        kept, better);
 }
 
 }  // namespace kestralum

@@ -21,7 +21,8 @@
 #include "solver/ldl.h"
 #include "solver/ordering.h"
 
-extern "C" void dpbtrf_(const char* uplo, const int* n, const int* kd, double* ab, const int* ldab, int* info);
+extern "C" void dpbtrf_(const char* uplo, const int* n, const int* kd, double* ab, const int* ldab,
+                        int* info);
 
 namespace {
 
@@ -46,13 +47,15 @@ SparseKM grid_matrix(const Case& c) {
         for (int dz = -1; dz <= 1; ++dz)
             for (int dy = -1; dy <= 1; ++dy)
                 for (int dx = -1; dx <= 1; ++dx)
-                    if (x + dx >= 0 && x + dx < side && y + dy >= 0 && y + dy < side && z + dz >= 0 && z + dz < c.along)
+                    if (x + dx >= 0 && x + dx < side && y + dy >= 0 && y + dy < side && z + dz >= 0 &&
+                        z + dz < c.along)
                         near.push_back((x + dx) + side * (y + dy) + side * side * (z + dz));
         for (int a = 0; a < 3; ++a) {
             for (int other : near)
                 for (int b = 0; b < 3; ++b) {
                     km.col_index.push_back(3 * other + b);
-                    km.K_value.push_back(other == node && a == b ? 100.0 : -1.0 + 0.01 * ((3 * other + b + 3 * node + a) % 7));
+                    km.K_value.push_back(
+                        other == node && a == b ? 100.0 : -1.0 + 0.01 * ((3 * other + b + 3 * node + a) % 7));
                 }
             km.row_count.push_back(static_cast<std::int32_t>(3 * near.size()));
             km.row_start.push_back(static_cast<std::int64_t>(km.col_index.size()));
@@ -62,7 +65,9 @@ SparseKM grid_matrix(const Case& c) {
     return km;
 }
 
-double seconds_since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
+double seconds_since(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
 
 double median(std::vector<double> values) {
     std::sort(values.begin(), values.end());
@@ -78,9 +83,12 @@ BandTime time_dpbtrf(const SparseKM& km, int half_band) {
     const int n = km.rows(), kd = half_band, ldab = kd + 1;
     std::vector<double> band(static_cast<std::size_t>(n) * static_cast<std::size_t>(ldab), 0.0);
     for (int r = 0; r < n; ++r)
-        for (std::int64_t k = km.row_start[static_cast<std::size_t>(r)]; k < km.row_start[static_cast<std::size_t>(r) + 1]; ++k) {
+        for (std::int64_t k = km.row_start[static_cast<std::size_t>(r)];
+             k < km.row_start[static_cast<std::size_t>(r) + 1]; ++k) {
             const int column = km.col_index[static_cast<std::size_t>(k)];
-            if (column <= r) band[static_cast<std::size_t>(column) * static_cast<std::size_t>(ldab) + static_cast<std::size_t>(r - column)] = km.K_value[static_cast<std::size_t>(k)];
+            if (column <= r)
+                band[static_cast<std::size_t>(column) * static_cast<std::size_t>(ldab) +
+                     static_cast<std::size_t>(r - column)] = km.K_value[static_cast<std::size_t>(k)];
         }
     int info = 0;
     const auto start = Clock::now();
@@ -113,7 +121,8 @@ int main(int argc, char** argv) {
             const BandTime band = time_dpbtrf(km, profile.max_height - 1);
             theirs.push_back(band.alone);
             theirs_whole.push_back(band.with_assembly);
-            SkylineFactor factor(profile, plan_divisions(profile, 1e9, 1, profile.max_height), {.threads = 2, .panel_rows = panel_rows});
+            SkylineFactor factor(profile, plan_divisions(profile, 1e9, 1, profile.max_height),
+                                 {.threads = 2, .panel_rows = panel_rows});
             const auto start = Clock::now();
             if (factor.factor_ldl(km, km.K_value) != FactorStatus::ok) {
                 std::printf("%s\n", factor.error().c_str());
@@ -122,8 +131,10 @@ int main(int argc, char** argv) {
             ours.push_back(seconds_since(start));
         }
         const double a = median(ours), b = median(theirs), c_whole = median(theirs_whole);
-        std::printf("%-5s n=%d half band=%d  factor_ldl %.3f s  dpbtrf %.3f s, ratio %.2f  with its assembly %.3f s, ratio %.2f\n",
-                    c.name, km.rows(), profile.max_height - 1, a, b, a / b, c_whole, a / c_whole);
+        std::printf(
+            "%-5s n=%d half band=%d  factor_ldl %.3f s  dpbtrf %.3f s, ratio %.2f  with its assembly %.3f s, "
+            "ratio %.2f\n",
+            c.name, km.rows(), profile.max_height - 1, a, b, a / b, c_whole, a / c_whole);
         std::fflush(stdout);
     }
     return 0;

@@ -13,22 +13,29 @@ namespace {
 constexpr double plane_tolerance = 1e-10;  // m
 constexpr double box_tolerance = 1e-6;     // m
 
-double low(const BoundaryCondition& record, std::int32_t axis) { return record.box[static_cast<std::size_t>(2 * axis)]; }
-double high(const BoundaryCondition& record, std::int32_t axis) { return record.box[static_cast<std::size_t>(2 * axis + 1)]; }
+double low(const BoundaryCondition& record, std::int32_t axis) {
+    return record.box[static_cast<std::size_t>(2 * axis)];
+}
+double high(const BoundaryCondition& record, std::int32_t axis) {
+    return record.box[static_cast<std::size_t>(2 * axis + 1)];
+}
 
 bool selects(const BoundaryCondition& record, const double* x) {
     switch (record.kind) {
-        case Selection::plane: return std::abs(x[record.axis] - high(record, record.axis)) < plane_tolerance;
+        case Selection::plane:
+            return std::abs(x[record.axis] - high(record, record.axis)) < plane_tolerance;
         case Selection::area:
             // the plane itself is compared exactly: a face that lies on it, not one near it
             if (x[record.axis] != high(record, record.axis)) return false;
             for (std::int32_t c = 0; c < 3; ++c)
-                if (c != record.axis && !(x[c] - low(record, c) >= -plane_tolerance && x[c] - high(record, c) <= plane_tolerance))
+                if (c != record.axis &&
+                    !(x[c] - low(record, c) >= -plane_tolerance && x[c] - high(record, c) <= plane_tolerance))
                     return false;
             return true;
         case Selection::volume:
             for (std::int32_t c = 0; c < 3; ++c)
-                if (!(low(record, c) - box_tolerance <= x[c] && x[c] <= high(record, c) + box_tolerance)) return false;
+                if (!(low(record, c) - box_tolerance <= x[c] && x[c] <= high(record, c) + box_tolerance))
+                    return false;
             return true;
     }
     return false;
@@ -62,13 +69,15 @@ DofNumbering apply_boundary_conditions(std::span<const BoundaryCondition> record
                                        const NodeElements& node_elements, std::int32_t& fn_free) {
     DofNumbering out;
     const auto on_element = [&](std::int32_t n) {
-        return node_elements.start[static_cast<std::size_t>(n)] != node_elements.start[static_cast<std::size_t>(n) + 1];
+        return node_elements.start[static_cast<std::size_t>(n)] !=
+               node_elements.start[static_cast<std::size_t>(n) + 1];
     };
     console::print("Boundary Condition\n");
     for (const BoundaryCondition& record : records) {
         print_selection(record);
         const auto nodes = select_nodes(record, mesh);
-        out.selected.push_back(static_cast<std::int32_t>(std::count_if(nodes.begin(), nodes.end(), on_element)));
+        out.selected.push_back(
+            static_cast<std::int32_t>(std::count_if(nodes.begin(), nodes.end(), on_element)));
         out.fixed_nodes.insert(out.fixed_nodes.end(), nodes.begin(), nodes.end());
     }
     console::print("fix_node_num=%d\n", out.fix_node_num());
@@ -96,14 +105,16 @@ DofNumbering apply_boundary_conditions(std::span<const BoundaryCondition> record
     return out;
 }
 
-std::int32_t nearest_node(const Mesh& mesh, const NodeElements& node_elements, const std::array<double, 3>& place) {
+std::int32_t nearest_node(const Mesh& mesh, const NodeElements& node_elements,
+                          const std::array<double, 3>& place) {
     std::int32_t nearest = 0;
     double best = std::numeric_limits<double>::infinity();
     for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
         const auto k = static_cast<std::size_t>(n);
         if (node_elements.start[k] == node_elements.start[k + 1]) continue;
         double distance = 0;
-        for (std::size_t c = 0; c < 3; ++c) distance += (mesh.coordinates[3 * k + c] - place[c]) * (mesh.coordinates[3 * k + c] - place[c]);
+        for (std::size_t c = 0; c < 3; ++c)
+            distance += (mesh.coordinates[3 * k + c] - place[c]) * (mesh.coordinates[3 * k + c] - place[c]);
         if (distance < best) {
             best = distance;
             nearest = n;

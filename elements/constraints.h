@@ -35,6 +35,7 @@ DofNumbering apply_boundary_conditions(std::span<const BoundaryCondition> record
 std::vector<std::int32_t> select_nodes(const BoundaryCondition& record, const Mesh& mesh);
 
 // The node (0-based) on a solid element that lies nearest to a place, the first of several.
-std::int32_t nearest_node(const Mesh& mesh, const NodeElements& node_elements, const std::array<double, 3>& place);
+std::int32_t nearest_node(const Mesh& mesh, const NodeElements& node_elements,
+                          const std::array<double, 3>& place);
 
 }  // namespace kestralum

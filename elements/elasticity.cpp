@@ -12,7 +12,8 @@ Elasticity build_elasticity(std::span<const Material> materials) {
     const int count = static_cast<int>(materials.size());
     Elasticity table{TNT::Array3D<double>(6, 6, std::max(count, 1), 0.0)};
     for (int m = 0; m < count; ++m) {
-        const double E = materials[static_cast<std::size_t>(m)].young, nu = materials[static_cast<std::size_t>(m)].poisson;
+        const double E = materials[static_cast<std::size_t>(m)].young,
+                     nu = materials[static_cast<std::size_t>(m)].poisson;
         const double a = E * (1 - nu) / ((1 + nu) * (1 - 2 * nu));
         const double b = nu * a / (1 - nu);
         const double g = (1 - 2 * nu) * a * 0.5 / (1 - nu);
@@ -31,7 +32,8 @@ IsotropicModuli moduli(const Elasticity& elasticity, std::int32_t material) {
 
 // With D00 = D01 + 2 D33, the 3 × 3 block of nodes i and j is
 // b ∇Ni ∇Njᵀ + g ∇Nj ∇Niᵀ + g (∇Ni·∇Nj) I.
-void element_stiffness(const ElementType& type, const ElementPoints& points, const IsotropicModuli& D, double* ke) {
+void element_stiffness(const ElementType& type, const ElementPoints& points, const IsotropicModuli& D,
+                       double* ke) {
     const int n = type.nodes, size = 3 * n;
     std::fill(ke, ke + size * size, 0.0);
     for (int p = 0; p < type.points; ++p) {

@@ -26,7 +26,8 @@ struct IsotropicModuli {
 IsotropicModuli moduli(const Elasticity& elasticity, std::int32_t material);
 
 // Ke = Σ Bᵀ D B w over the points: (3·nodes)², row-major, N/m.
-void element_stiffness(const ElementType& type, const ElementPoints& points, const IsotropicModuli& D, double* ke);
+void element_stiffness(const ElementType& type, const ElementPoints& points, const IsotropicModuli& D,
+                       double* ke);
 
 // Equivalent (Mises) stress of xx yy zz xy yz zx.
 double mises(const double* stress);

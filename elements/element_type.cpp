@@ -6,9 +6,12 @@ namespace kestralum {
 
 const ElementType& element_type(ElementKind kind) {
     switch (kind) {
-        case ElementKind::tetrahedron4: return tetrahedron4_type;
-        case ElementKind::tetrahedron10: return tetrahedron10_type;
-        default: return hexahedron_type;
+        case ElementKind::tetrahedron4:
+            return tetrahedron4_type;
+        case ElementKind::tetrahedron10:
+            return tetrahedron10_type;
+        default:
+            return hexahedron_type;
     }
 }
 
@@ -49,7 +52,9 @@ std::array<double, 3> element_centre(const Mesh& mesh, std::int32_t e) {
     const int nodes = mesh.node_per_element();
     std::array<double, 3> centre{};
     for (int i = 0; i < nodes; ++i) {
-        const auto n = static_cast<std::size_t>(node_index(mesh.connectivity[static_cast<std::size_t>(e) * static_cast<std::size_t>(nodes) + static_cast<std::size_t>(i)]));
+        const auto n = static_cast<std::size_t>(
+            node_index(mesh.connectivity[static_cast<std::size_t>(e) * static_cast<std::size_t>(nodes) +
+                                         static_cast<std::size_t>(i)]));
         for (std::size_t c = 0; c < 3; ++c) centre[c] += mesh.coordinates[3 * n + c] / nodes;
     }
     return centre;
@@ -68,12 +73,14 @@ double map_gradients(int nodes, const double (*d)[3], const double* x, double* d
     const double det = invert3(J, inverse);
     for (int i = 0; i < nodes; ++i)
         for (int c = 0; c < 3; ++c)
-            dN[3 * i + c] = inverse[3 * c] * d[i][0] + inverse[3 * c + 1] * d[i][1] + inverse[3 * c + 2] * d[i][2];
+            dN[3 * i + c] =
+                inverse[3 * c] * d[i][0] + inverse[3 * c + 1] * d[i][1] + inverse[3 * c + 2] * d[i][2];
     return det;
 }
 
 double invert3(const double* J, double* inverse) {
-    const double c00 = J[4] * J[8] - J[5] * J[7], c01 = J[5] * J[6] - J[3] * J[8], c02 = J[3] * J[7] - J[4] * J[6];
+    const double c00 = J[4] * J[8] - J[5] * J[7], c01 = J[5] * J[6] - J[3] * J[8],
+                 c02 = J[3] * J[7] - J[4] * J[6];
     const double det = J[0] * c00 + J[1] * c01 + J[2] * c02;
     if (det == 0) return 0;
     const double r = 1 / det;

@@ -34,7 +34,8 @@ struct BlockOptions {
     bool plastic = false;          // materials with Sy > 0 yield
     bool mean_dilatation = false;  // hexahedra only
     int widest = 8;                // lanes at most
-    std::span<const char> rigid{};  // per element: it moves as a rigid body and has no stress; empty: none does
+    std::span<const char>
+        rigid{};  // per element: it moves as a rigid body and has no stress; empty: none does
 };
 
 class ElementBlocks {

@@ -15,7 +15,8 @@ std::size_t first_point(const ElementType& type, std::int32_t e) {
     return static_cast<std::size_t>(e) * static_cast<std::size_t>(type.points);
 }
 
-bool gather(const Mesh& mesh, std::span<const double> u, const ElementType& type, std::int32_t e, ElementState& out) {
+bool gather(const Mesh& mesh, std::span<const double> u, const ElementType& type, std::int32_t e,
+            ElementState& out) {
     if (!evaluate_points(type, mesh, e, out.points)) return false;
     const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
     for (int i = 0; i < type.nodes; ++i) {
@@ -36,7 +37,9 @@ void displacement_gradient(int nodes, const double* u, const double* dN, double*
 // Gradients in the current configuration: ∂N/∂x = F⁻ᵀ ∂N/∂X.
 void push_gradients(int nodes, const double* dN, const std::array<double, 9>& Fi, double* dn) {
     for (int i = 0; i < nodes; ++i)
-        for (int c = 0; c < 3; ++c) dn[3 * i + c] = dN[3 * i] * Fi[static_cast<std::size_t>(c)] + dN[3 * i + 1] * Fi[static_cast<std::size_t>(3 + c)] +
+        for (int c = 0; c < 3; ++c)
+            dn[3 * i + c] = dN[3 * i] * Fi[static_cast<std::size_t>(c)] +
+                            dN[3 * i + 1] * Fi[static_cast<std::size_t>(3 + c)] +
                             dN[3 * i + 2] * Fi[static_cast<std::size_t>(6 + c)];
 }
 
@@ -115,7 +118,8 @@ void FiniteBody::start() {
     committed.assign(points, {});
     current.assign(points, {});
     stress.assign(6 * points, 0.0);
-    element_force.assign(static_cast<std::size_t>(mesh.element_num()) * 3 * static_cast<std::size_t>(type.nodes), 0.0);
+    element_force.assign(
+        static_cast<std::size_t>(mesh.element_num()) * 3 * static_cast<std::size_t>(type.nodes), 0.0);
 }
 
 bool finite_stiffness(const FiniteBody& body, std::int32_t e, double* ke) {
@@ -130,7 +134,9 @@ bool finite_stiffness(const FiniteBody& body, std::int32_t e, double* ke) {
         double H[9], dn[3 * most_nodes];
         displacement_gradient(type.nodes, state.u.data(), dN, H);
         FiniteResponse response;
-        if (!finite_response(material_of(body, e), H, body.committed[first_point(type, e) + static_cast<std::size_t>(p)], true, response))
+        if (!finite_response(material_of(body, e), H,
+                             body.committed[first_point(type, e) + static_cast<std::size_t>(p)], true,
+                             response))
             return false;
         push_gradients(type.nodes, dN, response.F_inverse, dn);
         add_point_stiffness(type.nodes, dn, response, state.points.weight[static_cast<std::size_t>(p)], ke);
@@ -159,9 +165,11 @@ std::vector<double> internal_forces(const FiniteBody& body, const NodeElements& 
         const auto node = static_cast<std::size_t>(n);
         for (std::int64_t k = node_elements.start[node]; k < node_elements.start[node + 1]; ++k) {
             const std::int32_t e = node_elements.elements[static_cast<std::size_t>(k)];
-            const std::int32_t* element = body.mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+            const std::int32_t* element =
+                body.mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
             const auto local = std::find(element, element + type.nodes, n + 1) - element;
-            const double* f = body.element_force.data() + 3 * (static_cast<std::ptrdiff_t>(e) * type.nodes + local);
+            const double* f =
+                body.element_force.data() + 3 * (static_cast<std::ptrdiff_t>(e) * type.nodes + local);
             for (std::size_t c = 0; c < 3; ++c) force[3 * node + c] += f[c];
         }
     }
@@ -181,7 +189,8 @@ void logarithmic_strains(const Mesh& mesh, std::span<const double> u, int thread
             double H[9], Fi[9];
             displacement_gradient(type.nodes, state.u.data(), state.points.dN.data() + 3 * type.nodes * p, H);
             logarithmic_strain(H, &out.strain[6 * (first_point(type, e) + static_cast<std::size_t>(p))]);
-            out.volume[static_cast<std::size_t>(e)] += state.points.weight[static_cast<std::size_t>(p)] * invert_deformation(H, Fi);
+            out.volume[static_cast<std::size_t>(e)] +=
+                state.points.weight[static_cast<std::size_t>(p)] * invert_deformation(H, Fi);
         }
     }
 }

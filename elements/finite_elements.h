@@ -16,16 +16,16 @@ namespace kestralum {
 // One body under finite deformation. Points are numbered element × points of its type.
 struct FiniteBody {
     const Mesh& mesh;
-    std::span<const std::int32_t> material;          // per element: index into `materials`
+    std::span<const std::int32_t> material;  // per element: index into `materials`
     std::span<const J2Material<double>> materials;
     int threads = 1;
-    std::vector<char> rigid{};                   // per element: all its nodes move as one rigid body; empty: none does
+    std::vector<char> rigid{};  // per element: all its nodes move as one rigid body; empty: none does
 
-    std::vector<double> u{};                     // 3 per node, m
-    std::vector<FinitePointState> committed{};   // points: where the last accepted increment ended
-    std::vector<FinitePointState> current{};     // points: at u
-    std::vector<double> stress{};                // points × 6, Cauchy stress at u, xx yy zz xy yz zx, N/m^2
-    std::vector<double> element_force{};         // element × 3·nodes: Σ w Bᵀ τ, N
+    std::vector<double> u{};                    // 3 per node, m
+    std::vector<FinitePointState> committed{};  // points: where the last accepted increment ended
+    std::vector<FinitePointState> current{};    // points: at u
+    std::vector<double> stress{};               // points × 6, Cauchy stress at u, xx yy zz xy yz zx, N/m^2
+    std::vector<double> element_force{};        // element × 3·nodes: Σ w Bᵀ τ, N
 
     // Sizes the tables: at rest, unstressed.
     void start();
@@ -43,8 +43,8 @@ std::int32_t update_stresses(FiniteBody& body);
 // Gathers the element forces at the nodes, in element order: 3 per node, N.
 std::vector<double> internal_forces(const FiniteBody& body, const NodeElements& node_elements);
 
-// Logarithmic strain ½ ln(F Fᵀ) at every point, xx yy zz xy yz zx with doubled shears, and the elements' current
-// volumes; u: 3 per node. The stress of `out` stays.
+// Logarithmic strain ½ ln(F Fᵀ) at every point, xx yy zz xy yz zx with doubled shears, and the elements'
+// current volumes; u: 3 per node. The stress of `out` stays.
 void logarithmic_strains(const Mesh& mesh, std::span<const double> u, int threads, PointResults& out);
 
 // Cauchy stress, logarithmic strain and current volume, for the averages at the nodes.

@@ -92,8 +92,8 @@ double invert_deformation(const double* H, double* F_inverse) {
     return invert3(F, F_inverse);
 }
 
-bool finite_response(const J2Material<double>& m, const double* H, const FinitePointState& committed, bool with_tangent,
-                     FiniteResponse& out) {
+bool finite_response(const J2Material<double>& m, const double* H, const FinitePointState& committed,
+                     bool with_tangent, FiniteResponse& out) {
     double* Fi = out.F_inverse.data();
     out.J = invert_deformation(H, Fi);
     if (!(out.J > 0) || !std::isfinite(out.J)) return false;
@@ -130,7 +130,9 @@ bool finite_response(const J2Material<double>& m, const double* H, const FiniteP
     }
     if (!with_tangent) return true;
     // 2G [3G/(3G+H) - 3G Δα/q] in the direction of flow (Simo and Hughes, 1998, box 3.2)
-    const double flow = back.d_alpha > 0 ? G2 * (3 * m.shear / (3 * m.shear + m.hardening) - (1 - back.scale)) / (size * size) : 0;
+    const double flow =
+        back.d_alpha > 0 ? G2 * (3 * m.shear / (3 * m.shear + m.hardening) - (1 - back.scale)) / (size * size)
+                         : 0;
     double C[3][3], g[3];
     for (int k = 0; k < 3; ++k) {
         const int l = (k + 1) % 3;

@@ -20,10 +20,10 @@ struct FinitePointState {
 };
 
 struct FiniteResponse {
-    std::array<double, 6> tau;  // Kirchhoff stress, N/m^2: xx yy zz xy yz zx
-    double J;                   // det F, volume ratio
+    std::array<double, 6> tau;        // Kirchhoff stress, N/m^2: xx yy zz xy yz zx
+    double J;                         // det F, volume ratio
     std::array<double, 9> F_inverse;  // row-major
-    FinitePointState state;     // where the step ends
+    FinitePointState state;           // where the step ends
     // Spatial tangent, 6 × 6, symmetric, N/m^2: the derivative of τ along the motion (Oldroyd rate), so that
     // Σ w (Bᵀ c B + (∇Ni·τ∇Nj) 1) with current gradients and referential weights is the derivative of
     // Σ w Bᵀ τ. Consistent with the return mapping. Filled only when asked for.

@@ -11,7 +11,9 @@ namespace {
 constexpr int nodes = 8, points = 8;
 
 // Reference corner (ξi, ηi, ζi) = ±1 of local node i.
-constexpr double corner(int i, int c) { return 2.0 * hexa_corner[static_cast<std::size_t>(i)][static_cast<std::size_t>(c)] - 1.0; }
+constexpr double corner(int i, int c) {
+    return 2.0 * hexa_corner[static_cast<std::size_t>(i)][static_cast<std::size_t>(c)] - 1.0;
+}
 
 struct Tables {
     double N[points][nodes];              // shape functions at the points
@@ -64,7 +66,8 @@ void mass(const double* x, double* me) {
 
 }  // namespace
 
-const ElementType hexahedron_type{ElementKind::hexahedron, "8-node hexahedron", nodes, points,
-                                  gradients, mass, &tables.extrapolation[0][0]};
+const ElementType hexahedron_type{
+    ElementKind::hexahedron,    "8-node hexahedron", nodes, points, gradients, mass,
+    &tables.extrapolation[0][0]};
 
 }  // namespace kestralum

@@ -48,7 +48,8 @@ void spread(const AppliedForce& force, const Mesh& mesh, std::span<const double>
     };
     double sum = 0, applied = 0;
     for (std::int32_t k : equations) sum += weight(k);
-    for (std::int32_t k : equations) applied += F[static_cast<std::size_t>(k)] = weight(k) * force.value / sum;
+    for (std::int32_t k : equations)
+        applied += F[static_cast<std::size_t>(k)] = weight(k) * force.value / sum;
     console::print("   area_force=%.3e,force_value=%.3e\n", applied, force.value);
 }
 

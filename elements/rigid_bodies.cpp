@@ -13,9 +13,15 @@ namespace {
 void add(Vec3& a, const Vec3& b, double s = 1) {
     for (std::size_t c = 0; c < 3; ++c) a[c] += s * b[c];
 }
-Vec3 place_of(const Mesh& mesh, std::int32_t node) { return triple(mesh.coordinates, node); }
-Vec3 force_of(const Vec6& f) { return {f[0], f[1], f[2]}; }
-Vec3 moment_of(const Vec6& f) { return {f[3], f[4], f[5]}; }
+Vec3 place_of(const Mesh& mesh, std::int32_t node) {
+    return triple(mesh.coordinates, node);
+}
+Vec3 force_of(const Vec6& f) {
+    return {f[0], f[1], f[2]};
+}
+Vec3 moment_of(const Vec6& f) {
+    return {f[3], f[4], f[5]};
+}
 
 // How nodes lie: at one point (0), on a line (1), or spread (2); the line's direction.
 struct Spread {
@@ -46,23 +52,28 @@ Spread spread_of(const Mesh& mesh, std::span<const std::int32_t> nodes) {
 void add_translations(RigidBody& body) {
     for (std::size_t c = 0; c < 3; ++c) body.motions.emplace_back()[c] = 1;
 }
-void add_rotation(RigidBody& body, const Vec3& axis) { body.motions.push_back({0, 0, 0, axis[0], axis[1], axis[2]}); }
+void add_rotation(RigidBody& body, const Vec3& axis) {
+    body.motions.push_back({0, 0, 0, axis[0], axis[1], axis[2]});
+}
 void add_rotations(RigidBody& body) {
     for (std::size_t c = 0; c < 3; ++c) body.motions.emplace_back()[3 + c] = 1;
 }
 
 // The motions that supports leave and that move a member.
-void find_motions(RigidBody& body, const Mesh& mesh, const std::string& name, std::vector<std::string>& notices) {
+void find_motions(RigidBody& body, const Mesh& mesh, const std::string& name,
+                  std::vector<std::string>& notices) {
     const Spread all = spread_of(mesh, body.members), held = spread_of(mesh, body.fixed);
     body.pivot = {};
-    for (std::int32_t n : body.members) add(body.pivot, place_of(mesh, n), 1.0 / static_cast<double>(body.members.size()));
+    for (std::int32_t n : body.members)
+        add(body.pivot, place_of(mesh, n), 1.0 / static_cast<double>(body.members.size()));
     if (!body.fixed.empty()) body.pivot = place_of(mesh, body.fixed[0]);
     if (body.fixed.empty()) add_translations(body);
     const bool turns = body.fixed.empty() || held.rank == 0;
     if (all.rank == 0) {
         notices.push_back("rigid element " + name + ": its members lie at one point: its rotations are held");
     } else if (all.rank == 1) {
-        notices.push_back("rigid element " + name + ": its members lie on a line: the rotation about it is held");
+        notices.push_back("rigid element " + name +
+                          ": its members lie on a line: the rotation about it is held");
         body.axes_turn = true;
         if (turns) {
             const Vec3 first = across(all.direction);
@@ -81,8 +92,10 @@ bool inside_round(const RigidElement& record, const Vec3& x, double tolerance) {
     double along = 0, across2 = 0;
     for (std::size_t c = 0; c < 3; ++c) {
         const double d = x[c] - record.region[c];
-        if (c == axis) along = std::abs(d);
-        else across2 += d * d;
+        if (c == axis)
+            along = std::abs(d);
+        else
+            across2 += d * d;
     }
     return along <= record.region[5] + tolerance && std::sqrt(across2) <= record.region[3] + tolerance;
 }
@@ -106,7 +119,8 @@ std::vector<char> RigidSystem::elements_inside(const Mesh& mesh) const {
     return inside;
 }
 
-std::vector<std::int32_t> select_members(const RigidElement& record, const Mesh& mesh, const NodeElements& node_elements) {
+std::vector<std::int32_t> select_members(const RigidElement& record, const Mesh& mesh,
+                                         const NodeElements& node_elements) {
     constexpr double tolerance = 1e-7;  // m
     std::vector<std::int32_t> out;
     for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
@@ -114,10 +128,12 @@ std::vector<std::int32_t> select_members(const RigidElement& record, const Mesh&
         if (node_elements.start[k] == node_elements.start[k + 1]) continue;
         const Vec3 x = place_of(mesh, n);
         bool inside = true;
-        if (record.kind == RigidSelection::round) inside = inside_round(record, x, tolerance);
+        if (record.kind == RigidSelection::round)
+            inside = inside_round(record, x, tolerance);
         else
             for (std::size_t c = 0; c < 3; ++c)
-                inside = inside && x[c] >= record.region[2 * c] - tolerance && x[c] <= record.region[2 * c + 1] + tolerance;
+                inside = inside && x[c] >= record.region[2 * c] - tolerance &&
+                         x[c] <= record.region[2 * c + 1] + tolerance;
         if (inside) out.push_back(n);
     }
     return out;
@@ -129,11 +145,15 @@ void find_normals(RigidSystem& system, const Mesh& mesh) {
     for (const ElementFace& face : free_faces(mesh)) {
         const auto local = outward_triangles(mesh.element_type, face.face);
         std::vector<std::int32_t> nodes;
-        for (int p : local) nodes.push_back(mesh.connectivity[static_cast<std::size_t>(face.element) * per_element + static_cast<std::size_t>(p)]);
+        for (int p : local)
+            nodes.push_back(mesh.connectivity[static_cast<std::size_t>(face.element) * per_element +
+                                              static_cast<std::size_t>(p)]);
         const std::int32_t b = system.common_body(nodes.data(), static_cast<int>(nodes.size()));
         if (b < 0) continue;
         for (std::size_t t = 0; t + 2 < nodes.size(); t += 3) {
-            const Vec3 a = place_of(mesh, nodes[t] - 1), n = times(0.5, cross(minus(place_of(mesh, nodes[t + 1] - 1), a), minus(place_of(mesh, nodes[t + 2] - 1), a)));
+            const Vec3 a = place_of(mesh, nodes[t] - 1),
+                       n = times(0.5, cross(minus(place_of(mesh, nodes[t + 1] - 1), a),
+                                            minus(place_of(mesh, nodes[t + 2] - 1), a)));
             add(system.bodies[static_cast<std::size_t>(b)].normal, n);
             area[static_cast<std::size_t>(b)] += norm(n);
         }
@@ -151,7 +171,8 @@ void find_normals(RigidSystem& system, const Mesh& mesh) {
     }
 }
 
-std::vector<std::int32_t> add_body(RigidSystem& system, const RigidElement& record, const Mesh& mesh, const NodeElements& node_elements) {
+std::vector<std::int32_t> add_body(RigidSystem& system, const RigidElement& record, const Mesh& mesh,
+                                   const NodeElements& node_elements) {
     if (system.empty()) system.body_of_node.assign(static_cast<std::size_t>(mesh.node_num()), -1);
     RigidBody body;
     body.record = static_cast<std::int32_t>(system.bodies.size());
@@ -170,8 +191,8 @@ std::vector<std::int32_t> add_body(RigidSystem& system, const RigidElement& reco
     return taken;
 }
 
-RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh& mesh, const NodeElements& node_elements,
-                               std::span<const std::int32_t> fixed_nodes) {
+RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh& mesh,
+                               const NodeElements& node_elements, std::span<const std::int32_t> fixed_nodes) {
     RigidSystem out;
     if (records.empty()) return out;
     std::vector<char> fixed(static_cast<std::size_t>(mesh.node_num()), 0);
@@ -186,14 +207,17 @@ RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh
         for (std::size_t other = 0; other < k; ++other) {
             if (shared[other].empty()) continue;
             if (spread_of(mesh, shared[other]).rank == 2)
-                out.error = "rigid elements " + records[other].name + " and " + records[k].name + " share " + std::to_string(shared[other].size()) +
+                out.error = "rigid elements " + records[other].name + " and " + records[k].name + " share " +
+                            std::to_string(shared[other].size()) +
                             " nodes that are not on a line: they are one body, make them one element";
             else
-                out.notices.push_back(console::format("rigid elements %s and %s share %zu node%s: %s has %s", records[other].name.c_str(), records[k].name.c_str(),
-                                                      shared[other].size(), shared[other].size() == 1 ? "" : "s", records[other].name.c_str(),
-                                                      shared[other].size() == 1 ? "it" : "them"));
+                out.notices.push_back(console::format(
+                    "rigid elements %s and %s share %zu node%s: %s has %s", records[other].name.c_str(),
+                    records[k].name.c_str(), shared[other].size(), shared[other].size() == 1 ? "" : "s",
+                    records[other].name.c_str(), shared[other].size() == 1 ? "it" : "them"));
         }
-        if (body.members.empty() && out.error.empty()) out.error = "rigid element " + records[k].name + ": no node of its own in its region";
+        if (body.members.empty() && out.error.empty())
+            out.error = "rigid element " + records[k].name + ": no node of its own in its region";
         if (!out.error.empty()) return out;
         find_motions(body, mesh, records[k].name, out.notices);
         body.first = out.equations;
@@ -212,11 +236,13 @@ Mat3 rotation_of(const Vec3& t) {
     Mat3 R;
     for (std::size_t i = 0; i < 3; ++i)
         for (std::size_t j = 0; j < 3; ++j) R[3 * i + j] = b * t[i] * t[j] + (i == j ? 1 - b * angle2 : 0);
-    R[1] -= a * t[2], R[2] += a * t[1], R[3] += a * t[2], R[5] -= a * t[0], R[6] -= a * t[1], R[7] += a * t[0];
+    R[1] -= a * t[2], R[2] += a * t[1], R[3] += a * t[2], R[5] -= a * t[0], R[6] -= a * t[1],
+        R[7] += a * t[0];
     return R;
 }
 
-// Through the quaternion's largest component (Spurrier, J. Spacecraft 15, 1978), which keeps its digits at every angle.
+// Through the quaternion's largest component (Spurrier, J. Spacecraft 15, 1978), which keeps its digits at
+// every angle.
 Vec3 rotation_vector(const Mat3& R) {
     const double trace = R[0] + R[4] + R[8];
     double w;
@@ -269,7 +295,8 @@ RigidState advanced(const RigidBody& body, const RigidState& state, const double
     return out;
 }
 
-void expand_members(const RigidSystem& system, const Mesh& mesh, std::span<const double> q, std::span<double> u) {
+void expand_members(const RigidSystem& system, const Mesh& mesh, std::span<const double> q,
+                    std::span<double> u) {
     for (const RigidBody& body : system.bodies) {
         Vec3 v{}, w{};
         for (std::int32_t k = 0; k < body.count(); ++k) {
@@ -285,7 +312,8 @@ void expand_members(const RigidSystem& system, const Mesh& mesh, std::span<const
     }
 }
 
-void place_members(const RigidSystem& system, std::span<const RigidState> states, const Mesh& mesh, std::span<double> u) {
+void place_members(const RigidSystem& system, std::span<const RigidState> states, const Mesh& mesh,
+                   std::span<double> u) {
     for (std::size_t b = 0; b < system.bodies.size(); ++b) {
         const RigidBody& body = system.bodies[b];
         for (std::int32_t n : body.members) {
@@ -296,7 +324,8 @@ void place_members(const RigidSystem& system, std::span<const RigidState> states
     }
 }
 
-Vec6 resultant(const RigidBody& body, const RigidState& state, const Mesh& mesh, std::span<const double> nodal) {
+Vec6 resultant(const RigidBody& body, const RigidState& state, const Mesh& mesh,
+               std::span<const double> nodal) {
     Vec6 sum{};
     for (std::int32_t n : body.members) {
         const auto k = 3 * static_cast<std::size_t>(n);
@@ -310,7 +339,8 @@ Vec6 resultant(const RigidBody& body, const RigidState& state, const Mesh& mesh,
     return sum;
 }
 
-Vec6 rigid_force_resultant(const RigidSystem& system, std::int32_t b, const RigidState& state, std::span<const RigidForce> forces) {
+Vec6 rigid_force_resultant(const RigidSystem& system, std::int32_t b, const RigidState& state,
+                           std::span<const RigidForce> forces) {
     const RigidBody& body = system.bodies[static_cast<std::size_t>(b)];
     Vec6 sum{};
     for (const RigidForce& force : forces) {
@@ -321,8 +351,10 @@ Vec6 rigid_force_resultant(const RigidSystem& system, std::int32_t b, const Rigi
             continue;
         }
         Vec3 f{};
-        if (direction < 3) f[direction] = force.value;
-        else f = times(force.value, body.normal);
+        if (direction < 3)
+            f[direction] = force.value;
+        else
+            f = times(force.value, body.normal);
         const Vec3 m = cross(turned(state.R, minus(body.reference, body.pivot)), f);
         for (std::size_t c = 0; c < 3; ++c) {
             sum[c] += f[c];
@@ -340,12 +372,13 @@ void project(const RigidBody& body, const RigidState& state, const Vec6& force, 
 
 namespace {
 
-// Jᵀ⁻¹ of the left Jacobian of the rotation vector φ applied to v (Barfoot, State Estimation for Robotics, 2017,
-// 7.1.5): the moment whose power with the spatial spin is v·φ'. The right Jacobian's is that of -φ.
+// Jᵀ⁻¹ of the left Jacobian of the rotation vector φ applied to v (Barfoot, State Estimation for Robotics,
+// 2017, 7.1.5): the moment whose power with the spatial spin is v·φ'. The right Jacobian's is that of -φ.
 Vec3 inverse_left_jacobian_transposed(const Vec3& phi, const Vec3& v) {
     const double angle = norm(phi), half = angle / 2;
     // J⁻¹ = 1 - ½[φ] + b [φ]², b = (1 - (x/2) cot(x/2))/x²
-    const double b = angle > 1e-3 ? (1 - half / std::tan(half)) / (angle * angle) : 1.0 / 12 + angle * angle / 720;
+    const double b =
+        angle > 1e-3 ? (1 - half / std::tan(half)) / (angle * angle) : 1.0 / 12 + angle * angle / 720;
     const Vec3 first = cross(phi, v), second = cross(phi, first);
     Vec3 out = v;
     add(out, first, 0.5);  // transposed: the sign of [φ] turns
@@ -355,9 +388,10 @@ Vec3 inverse_left_jacobian_transposed(const Vec3& phi, const Vec3& v) {
 
 }  // namespace
 
-double combine_forces(const RigidCombine& record, const RigidSystem& system, std::span<const RigidState> states,
-                      std::array<Vec6, 2>& force) {
-    const auto i1 = static_cast<std::size_t>(record.element[0]), i2 = static_cast<std::size_t>(record.element[1]);
+double combine_forces(const RigidCombine& record, const RigidSystem& system,
+                      std::span<const RigidState> states, std::array<Vec6, 2>& force) {
+    const auto i1 = static_cast<std::size_t>(record.element[0]),
+               i2 = static_cast<std::size_t>(record.element[1]);
     const RigidBody &b1 = system.bodies[i1], &b2 = system.bodies[i2];
     const RigidState &s1 = states[i1], &s2 = states[i2];
     const Vec3 d = minus(b2.reference, b1.reference);
@@ -373,7 +407,8 @@ double combine_forces(const RigidCombine& record, const RigidSystem& system, std
         m[c] = record.stiffness[3 + c] * phi[c];
         energy += 0.5 * (f[c] * w[c] + m[c] * phi[c]);
     }
-    const Vec3 m2 = inverse_left_jacobian_transposed(phi, m), m1 = inverse_left_jacobian_transposed(times(-1, phi), m);
+    const Vec3 m2 = inverse_left_jacobian_transposed(phi, m),
+               m1 = inverse_left_jacobian_transposed(times(-1, phi), m);
     const Vec3 t1 = cross(arm1, f), t2 = cross(arm2, f);
     for (std::size_t c = 0; c < 3; ++c) {
         force[0][c] = -f[c];
@@ -384,19 +419,21 @@ double combine_forces(const RigidCombine& record, const RigidSystem& system, std
     return energy;
 }
 
-std::vector<Vec6> combine_resistance(std::span<const RigidCombine> records, const RigidSystem& system, std::span<const RigidState> states) {
+std::vector<Vec6> combine_resistance(std::span<const RigidCombine> records, const RigidSystem& system,
+                                     std::span<const RigidState> states) {
     std::vector<Vec6> out(system.bodies.size());
     for (const RigidCombine& record : records) {
         std::array<Vec6, 2> force{};
         combine_forces(record, system, states, force);
         for (std::size_t side = 0; side < 2; ++side)
-            for (std::size_t c = 0; c < 6; ++c) out[static_cast<std::size_t>(record.element[side])][c] += force[side][c];
+            for (std::size_t c = 0; c < 6; ++c)
+                out[static_cast<std::size_t>(record.element[side])][c] += force[side][c];
     }
     return out;
 }
 
-void add_combine_forces(std::span<const RigidCombine> records, const RigidSystem& system, std::span<const RigidState> states,
-                        std::span<double> Q) {
+void add_combine_forces(std::span<const RigidCombine> records, const RigidSystem& system,
+                        std::span<const RigidState> states, std::span<double> Q) {
     for (const RigidCombine& record : records) {
         std::array<Vec6, 2> force{};
         combine_forces(record, system, states, force);
@@ -410,7 +447,9 @@ void add_combine_forces(std::span<const RigidCombine> records, const RigidSystem
 
 namespace {
 
-bool at_rest(const RigidState& state) { return state.u == Vec3{} && state.R == RigidState{}.R; }
+bool at_rest(const RigidState& state) {
+    return state.u == Vec3{} && state.R == RigidState{}.R;
+}
 
 // One record at rest: Gᵀ k G, G the relative displacement at the middle and the relative rotation.
 void add_at_rest(const RigidCombine& record, const RigidSystem& system, std::span<double> K) {
@@ -418,7 +457,8 @@ void add_at_rest(const RigidCombine& record, const RigidSystem& system, std::spa
     std::vector<std::size_t> columns;
     std::vector<Vec6> G;
     Vec3 middle{};
-    for (std::int32_t e : record.element) add(middle, system.bodies[static_cast<std::size_t>(e)].reference, 0.5);
+    for (std::int32_t e : record.element)
+        add(middle, system.bodies[static_cast<std::size_t>(e)].reference, 0.5);
     for (std::size_t side = 0; side < 2; ++side) {
         const RigidBody& body = system.bodies[static_cast<std::size_t>(record.element[side])];
         const double sign = side == 0 ? -1 : 1;
@@ -436,16 +476,18 @@ void add_at_rest(const RigidCombine& record, const RigidSystem& system, std::spa
     }
     for (std::size_t i = 0; i < G.size(); ++i)
         for (std::size_t j = 0; j < G.size(); ++j)
-            for (std::size_t c = 0; c < 6; ++c) K[columns[i] * n + columns[j]] += record.stiffness[c] * G[i][c] * G[j][c];
+            for (std::size_t c = 0; c < 6; ++c)
+                K[columns[i] * n + columns[j]] += record.stiffness[c] * G[i][c] * G[j][c];
 }
 
 }  // namespace
 
-void add_combine_stiffness(std::span<const RigidCombine> records, const RigidSystem& system, std::span<const RigidState> states,
-                           std::span<double> K) {
+void add_combine_stiffness(std::span<const RigidCombine> records, const RigidSystem& system,
+                           std::span<const RigidState> states, std::span<double> K) {
     const auto n = static_cast<std::size_t>(system.equations);
     for (const RigidCombine& record : records) {
-        if (at_rest(states[static_cast<std::size_t>(record.element[0])]) && at_rest(states[static_cast<std::size_t>(record.element[1])])) {
+        if (at_rest(states[static_cast<std::size_t>(record.element[0])]) &&
+            at_rest(states[static_cast<std::size_t>(record.element[1])])) {
             add_at_rest(record, system, K);
             continue;
         }
@@ -455,7 +497,8 @@ void add_combine_stiffness(std::span<const RigidCombine> records, const RigidSys
             const RigidBody& body = system.bodies[b];
             for (std::int32_t k = 0; k < body.count(); ++k) {
                 constexpr double h = 1e-6;  // m or rad
-                std::vector<double> plus(n, 0.0), minus_side(n, 0.0), q(static_cast<std::size_t>(body.count()), 0.0);
+                std::vector<double> plus(n, 0.0), minus_side(n, 0.0),
+                    q(static_cast<std::size_t>(body.count()), 0.0);
                 const auto forces_at = [&](double step, std::vector<double>& out) {
                     q[static_cast<std::size_t>(k)] = step;
                     moved[b] = advanced(body, states[b], q.data());
@@ -464,20 +507,26 @@ void add_combine_stiffness(std::span<const RigidCombine> records, const RigidSys
                 forces_at(h, plus);
                 forces_at(-h, minus_side);
                 moved[b] = states[b];
-                for (std::size_t i = 0; i < n; ++i) K[i * n + static_cast<std::size_t>(body.first + k)] += (plus[i] - minus_side[i]) / (2 * h);
+                for (std::size_t i = 0; i < n; ++i)
+                    K[i * n + static_cast<std::size_t>(body.first + k)] +=
+                        (plus[i] - minus_side[i]) / (2 * h);
             }
         }
     }
 }
 
-Vec6 spring_resistance(std::span<const RigidCombine> records, const RigidSystem& system, std::int32_t b, std::span<const double> q) {
-    const auto motion_of = [&](std::int32_t e, const Vec3& at, Vec3& w) {  // displacement of the body's point, and its rotation
+Vec6 spring_resistance(std::span<const RigidCombine> records, const RigidSystem& system, std::int32_t b,
+                       std::span<const double> q) {
+    const auto motion_of = [&](std::int32_t e, const Vec3& at,
+                               Vec3& w) {  // displacement of the body's point, and its rotation
         const RigidBody& body = system.bodies[static_cast<std::size_t>(e)];
         Vec3 v{};
         w = {};
         for (std::int32_t k = 0; k < body.count(); ++k) {
-            add(v, force_of(body.motions[static_cast<std::size_t>(k)]), q[static_cast<std::size_t>(body.first + k)]);
-            add(w, moment_of(body.motions[static_cast<std::size_t>(k)]), q[static_cast<std::size_t>(body.first + k)]);
+            add(v, force_of(body.motions[static_cast<std::size_t>(k)]),
+                q[static_cast<std::size_t>(body.first + k)]);
+            add(w, moment_of(body.motions[static_cast<std::size_t>(k)]),
+                q[static_cast<std::size_t>(body.first + k)]);
         }
         add(v, cross(w, minus(at, body.pivot)));
         return v;
@@ -486,8 +535,10 @@ Vec6 spring_resistance(std::span<const RigidCombine> records, const RigidSystem&
     for (const RigidCombine& record : records) {
         if (record.element[0] != b && record.element[1] != b) continue;
         Vec3 middle{}, w1, w2;
-        for (std::int32_t e : record.element) add(middle, system.bodies[static_cast<std::size_t>(e)].reference, 0.5);
-        const Vec3 u1 = motion_of(record.element[0], middle, w1), u2 = motion_of(record.element[1], middle, w2);
+        for (std::int32_t e : record.element)
+            add(middle, system.bodies[static_cast<std::size_t>(e)].reference, 0.5);
+        const Vec3 u1 = motion_of(record.element[0], middle, w1),
+                   u2 = motion_of(record.element[1], middle, w2);
         const double sign = record.element[1] == b ? 1 : -1;
         Vec3 f;
         for (std::size_t c = 0; c < 3; ++c) f[c] = sign * record.stiffness[c] * (u2[c] - u1[c]);

@@ -20,8 +20,8 @@ struct StableStep {
 class StepBound {
 public:
     // `mass_factor`: lumped mass of a degree of freedom over the sum of its elements' diagonal entries of
-    // the consistent mass. `rigid`: per element, it lies inside a rigid body and does not count where another does
-    // (empty: all count). The tables must outlive the object.
+    // the consistent mass. `rigid`: per element, it lies inside a rigid body and does not count where another
+    // does (empty: all count). The tables must outlive the object.
     StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials,
               double mass_factor, int threads, std::span<const char> rigid = {});
 
@@ -40,8 +40,9 @@ private:
     std::span<const Part> parts_;
     std::span<const Material> materials_;
     const ElementType& type_;
-    std::vector<double> mass_;   // element × local node: lumped mass, kg
-    std::vector<double> ratio_;  // per element: largest ω² over its estimate in the undeformed mesh; 0: does not count
+    std::vector<double> mass_;  // element × local node: lumped mass, kg
+    std::vector<double>
+        ratio_;  // per element: largest ω² over its estimate in the undeformed mesh; 0: does not count
     StableStep undeformed_;
 };
 

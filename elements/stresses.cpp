@@ -61,7 +61,8 @@ void add_element(const ElementType& type, const PointResults& points, std::span<
     average.volume += volume;
     for (int p = 0; p < type.points; ++p) {
         const double factor = volume * type.extrapolation[local * type.points + p];
-        const auto at = static_cast<std::size_t>(e) * static_cast<std::size_t>(type.points) + static_cast<std::size_t>(p);
+        const auto at =
+            static_cast<std::size_t>(e) * static_cast<std::size_t>(type.points) + static_cast<std::size_t>(p);
         for (std::size_t c = 0; c < 6; ++c) {
             average.value[c] += factor * points.stress[6 * at + c];
             average.value[6 + c] += factor * points.strain[6 * at + c];
@@ -71,7 +72,8 @@ void add_element(const ElementType& type, const PointResults& points, std::span<
 }
 
 // Writes the governing part's average into the node's slots of the five groups.
-void store_node(std::span<PartAverage> averages, std::size_t node, std::size_t dof_num, std::span<double> out) {
+void store_node(std::span<PartAverage> averages, std::size_t node, std::size_t dof_num,
+                std::span<double> out) {
     const PartAverage* governing = nullptr;
     double largest = -1;
     for (PartAverage& average : averages) {
@@ -84,7 +86,8 @@ void store_node(std::span<PartAverage> averages, std::size_t node, std::size_t d
     }
     if (!governing) return;
     for (std::size_t group = 0; group < 4; ++group)
-        for (std::size_t c = 0; c < 3; ++c) out[group * dof_num + 3 * node + c] = governing->value[3 * group + c];
+        for (std::size_t c = 0; c < 3; ++c)
+            out[group * dof_num + 3 * node + c] = governing->value[3 * group + c];
     double* last = &out[4 * dof_num + 3 * node];
     last[0] = largest;
     last[1] = std::max(governing->value[12], 0.0);
@@ -105,13 +108,18 @@ void mean_stress_strain(const Mesh& mesh, const NodeElements& node_elements, con
 #pragma omp for schedule(static)
         for (std::int32_t n = 0; n < nodes; ++n) {
             averages.clear();
-            for (std::int64_t k = node_elements.start[static_cast<std::size_t>(n)]; k < node_elements.start[static_cast<std::size_t>(n) + 1]; ++k) {
+            for (std::int64_t k = node_elements.start[static_cast<std::size_t>(n)];
+                 k < node_elements.start[static_cast<std::size_t>(n) + 1]; ++k) {
                 const std::int32_t e = node_elements.elements[static_cast<std::size_t>(k)];
-                const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
-                const auto local = static_cast<int>(std::find(element, element + type.nodes, n + 1) - element);
+                const std::int32_t* element =
+                    mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+                const auto local =
+                    static_cast<int>(std::find(element, element + type.nodes, n + 1) - element);
                 const std::int32_t part = mesh.p_ele_part_id[static_cast<std::size_t>(e)];
-                auto average = std::find_if(averages.begin(), averages.end(), [&](const PartAverage& a) { return a.part == part; });
-                if (average == averages.end()) average = averages.insert(averages.end(), PartAverage{part, 0, {}});
+                auto average = std::find_if(averages.begin(), averages.end(),
+                                            [&](const PartAverage& a) { return a.part == part; });
+                if (average == averages.end())
+                    average = averages.insert(averages.end(), PartAverage{part, 0, {}});
                 add_element(type, points, plastic_strain, e, local, *average);
             }
             store_node(averages, static_cast<std::size_t>(n), dof_num, node_stress);
@@ -120,13 +128,16 @@ void mean_stress_strain(const Mesh& mesh, const NodeElements& node_elements, con
     console::print("mean_stress_strain\n");
 }
 
-std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points, std::span<const char> wanted) {
+std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points,
+                                    std::span<const char> wanted) {
     const ElementType& type = element_type(mesh.element_type);
     std::vector<double> force(mesh.coordinates.size(), 0.0);
     ElementPoints element_points;
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
-        if (std::none_of(element, element + type.nodes, [&](std::int32_t n) { return wanted[static_cast<std::size_t>(node_index(n))]; })) continue;
+        if (std::none_of(element, element + type.nodes,
+                         [&](std::int32_t n) { return wanted[static_cast<std::size_t>(node_index(n))]; }))
+            continue;
         evaluate_points(type, mesh, e, element_points);
         for (int p = 0; p < type.points; ++p) {
             const double* s = points.stress.data() + 6 * (static_cast<std::ptrdiff_t>(e) * type.points + p);

@@ -31,6 +31,7 @@ void mean_stress_strain(const Mesh& mesh, const NodeElements& node_elements, con
                         std::span<const double> plastic_strain, int threads, std::span<double> node_stress);
 
 // Internal forces Σ ∫ Bᵀ σ dV at the nodes with wanted[node] != 0 (3 per node, 0 elsewhere), N.
-std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points, std::span<const char> wanted);
+std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points,
+                                    std::span<const char> wanted);
 
 }  // namespace kestralum

@@ -21,7 +21,8 @@ using Volume = std::array<double, 4>;  // L1 … L4
 void shape(const Volume& L, double* N) {
     for (std::size_t k = 0; k < 4; ++k) N[k] = L[k] * (2 * L[k] - 1);
     for (std::size_t m = 0; m < 6; ++m)
-        N[4 + m] = 4 * L[static_cast<std::size_t>(tetra10_edge[m][0])] * L[static_cast<std::size_t>(tetra10_edge[m][1])];
+        N[4 + m] = 4 * L[static_cast<std::size_t>(tetra10_edge[m][0])] *
+                   L[static_cast<std::size_t>(tetra10_edge[m][1])];
 }
 
 // ∂N/∂(L1 L2 L3) with L4 = 1 - L1 - L2 - L3, as rows of a 3 × 3 map: local node × 3.
@@ -29,7 +30,8 @@ void shape_derivatives(const Volume& L, double (*d)[3]) {
     double full[nodes][4] = {};
     for (std::size_t k = 0; k < 4; ++k) full[k][k] = 4 * L[k] - 1;
     for (std::size_t m = 0; m < 6; ++m) {
-        const auto a = static_cast<std::size_t>(tetra10_edge[m][0]), b = static_cast<std::size_t>(tetra10_edge[m][1]);
+        const auto a = static_cast<std::size_t>(tetra10_edge[m][0]),
+                   b = static_cast<std::size_t>(tetra10_edge[m][1]);
         full[4 + m][a] = 4 * L[b];
         full[4 + m][b] = 4 * L[a];
     }
@@ -54,10 +56,12 @@ Tables make_tables() {
     }
     // the linear function through the points at corner k: (v_k - β Σv) / (α - β)
     for (std::size_t k = 0; k < 4; ++k)
-        for (std::size_t p = 0; p < points; ++p) t.extrapolation[k][p] = ((k == p ? 1 : 0) - beta) / (alpha - beta);
+        for (std::size_t p = 0; p < points; ++p)
+            t.extrapolation[k][p] = ((k == p ? 1 : 0) - beta) / (alpha - beta);
     for (std::size_t m = 0; m < 6; ++m)
         for (std::size_t p = 0; p < points; ++p)
-            t.extrapolation[4 + m][p] = 0.5 * (t.extrapolation[tetra10_edge[m][0]][p] + t.extrapolation[tetra10_edge[m][1]][p]);
+            t.extrapolation[4 + m][p] =
+                0.5 * (t.extrapolation[tetra10_edge[m][0]][p] + t.extrapolation[tetra10_edge[m][1]][p]);
 
     constexpr double a1 = 0.31088591926330060980, w1 = 0.11268792571801585080;
     constexpr double a2 = 0.09273525031089122640, w2 = 0.07349304311636194934;
@@ -102,13 +106,15 @@ void mass(const double* x, double* me) {
         jacobian(nodes, tables.mass_dN[q], x, J);
         const double w = tables.mass_weight[q] * invert3(J, inverse) / 6;
         for (int i = 0; i < nodes; ++i)
-            for (int j = 0; j < nodes; ++j) me[nodes * i + j] += w * tables.mass_N[q][i] * tables.mass_N[q][j];
+            for (int j = 0; j < nodes; ++j)
+                me[nodes * i + j] += w * tables.mass_N[q][i] * tables.mass_N[q][j];
     }
 }
 
 }  // namespace
 
-const ElementType tetrahedron10_type{ElementKind::tetrahedron10, "10-node tetrahedron", nodes, points,
-                                     gradients, mass, &tables.extrapolation[0][0]};
+const ElementType tetrahedron10_type{
+    ElementKind::tetrahedron10, "10-node tetrahedron", nodes, points, gradients, mass,
+    &tables.extrapolation[0][0]};
 
 }  // namespace kestralum

@@ -33,6 +33,7 @@ constexpr double extrapolation[nodes] = {1, 1, 1, 1};
 
 }  // namespace
 
-const ElementType tetrahedron4_type{ElementKind::tetrahedron4, "4-node tetrahedron", nodes, 1, gradients, mass, extrapolation};
+const ElementType tetrahedron4_type{
+    ElementKind::tetrahedron4, "4-node tetrahedron", nodes, 1, gradients, mass, extrapolation};
 
 }  // namespace kestralum

@@ -41,7 +41,8 @@ public:
     void tell_kept_tables() {
         auto tell = [&](std::string_view key, std::size_t records) {
             if (records > 0 && std::find(seen_.begin(), seen_.end(), key) == seen_.end())
-                remarks_.notice("no " + std::string(key) + "; the records of the earlier model stay in force");
+                remarks_.notice("no " + std::string(key) +
+                                "; the records of the earlier model stay in force");
         };
         tell("RIGID_WALL", tables_.walls.size());
         tell("INITIAL_VELOCITY", tables_.initial_velocities.size());
@@ -143,7 +144,9 @@ private:
     void velocity_input(std::string_view key) {
         read_velocity_inputs(section(key), parameters_, parts_, remarks_, tables_.velocity_inputs);
     }
-    void contact(std::string_view key) { read_contacts(section(key), parameters_, parts_, remarks_, tables_.contacts); }
+    void contact(std::string_view key) {
+        read_contacts(section(key), parameters_, parts_, remarks_, tables_.contacts);
+    }
     TableSection section(std::string_view key);
     void comment(std::string_view) {}
 
@@ -191,7 +194,8 @@ Token ControlFile::read() {
 TableSection ControlFile::section(std::string_view key) {
     seen_.push_back(key);
     TableSection out{key, {}, next()};
-    for (; !out.closing.text.empty() && !out.closing.text.starts_with('%'); out.closing = next()) out.tokens.push_back(out.closing);
+    for (; !out.closing.text.empty() && !out.closing.text.starts_with('%'); out.closing = next())
+        out.tokens.push_back(out.closing);
     return out;
 }
 

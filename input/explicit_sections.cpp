@@ -105,7 +105,8 @@ std::int32_t part_index(const Token& token, std::span<const Part> parts, InputRe
 
 }  // namespace
 
-std::vector<std::span<const Token>> records_of(const TableSection& table, std::size_t length, InputRemarks& remarks) {
+std::vector<std::span<const Token>> records_of(const TableSection& table, std::size_t length,
+                                               InputRemarks& remarks) {
     return records_of(std::string(table.key), table.tokens, table.closing, length, remarks);
 }
 

@@ -58,7 +58,8 @@ OverrideTable prepare_overrides(std::span<const ParameterOverride> overrides, co
     for (const std::string& name : order) {
         if (defined.contains(name)) continue;
         const std::string& expression = table.expressions[name];
-        remarks.notice("--set " + name + ": the model file defines no such parameter; it is there from the start");
+        remarks.notice("--set " + name +
+                       ": the model file defines no such parameter; it is there from the start");
         const Parameter p{0, name, evaluate_override(name, expression, model.parameters, remarks),
                           truncate_text(expression, parameter_text_width)};
         table.lasting.push_back(p);

@@ -60,19 +60,23 @@ void notice_empty_box(const Token& name, std::span<const double, 6> box, int ign
     }
 }
 
-void check_section_end(const std::string& name, const Token& closing, std::size_t left_over, std::size_t length, InputRemarks& remarks) {
+void check_section_end(const std::string& name, const Token& closing, std::size_t left_over,
+                       std::size_t length, InputRemarks& remarks) {
     if (left_over > 0)
-        remarks.expected(closing, std::to_string(length - left_over) + " more of the " + std::to_string(length) + " tokens of a record of " + name);
+        remarks.expected(closing, std::to_string(length - left_over) + " more of the " +
+                                      std::to_string(length) + " tokens of a record of " + name);
     else if (closing.text.empty())
         remarks.notice("section " + name + " ends with the file, without its closing %");
 }
 
-void check_section_end(const FileSection& section, std::size_t left_over, std::size_t length, InputRemarks& remarks) {
+void check_section_end(const FileSection& section, std::size_t left_over, std::size_t length,
+                       InputRemarks& remarks) {
     check_section_end(spelling(section.keyword), section.closing, left_over, length, remarks);
 }
 
-std::vector<std::span<const Token>> records_of(const std::string& name, std::span<const Token> tokens, const Token& closing,
-                                               std::size_t length, InputRemarks& remarks) {
+std::vector<std::span<const Token>> records_of(const std::string& name, std::span<const Token> tokens,
+                                               const Token& closing, std::size_t length,
+                                               InputRemarks& remarks) {
     std::vector<std::span<const Token>> records;
     for (std::size_t k = 0; k + length <= tokens.size(); k += length)
         records.push_back(tokens.subspan(k, length));
@@ -80,7 +84,8 @@ std::vector<std::span<const Token>> records_of(const std::string& name, std::spa
     return records;
 }
 
-std::vector<std::span<const Token>> records_of(const FileSection& section, std::size_t length, InputRemarks& remarks) {
+std::vector<std::span<const Token>> records_of(const FileSection& section, std::size_t length,
+                                               InputRemarks& remarks) {
     return records_of(spelling(section.keyword), section.tokens, section.closing, length, remarks);
 }
 

@@ -62,8 +62,9 @@ void notice_empty_box(const Token& name, std::span<const double, 6> box, int ign
 // error, a section that ends with the file a notice.
 std::vector<std::span<const Token>> records_of(const FileSection& section, std::size_t length,
                                                InputRemarks& remarks);
-std::vector<std::span<const Token>> records_of(const std::string& name, std::span<const Token> tokens, const Token& closing,
-                                               std::size_t length, InputRemarks& remarks);
+std::vector<std::span<const Token>> records_of(const std::string& name, std::span<const Token> tokens,
+                                               const Token& closing, std::size_t length,
+                                               InputRemarks& remarks);
 void check_section_end(const FileSection& section, std::size_t left_over, std::size_t length,
                        InputRemarks& remarks);
 

@@ -1,11 +1,11 @@
 #include "model/console.h"
 
+#include <locale.h>
+#include <atomic>
+#include <charconv>
 #include <clocale>
 #include <cstdarg>
 #include <cstdio>
-#include <atomic>
-#include <charconv>
-#include <locale.h>
 #include <mutex>
 #include <vector>
 
@@ -128,8 +128,12 @@ void write(std::string_view text) {
     if (state().lines) state().sink(Kind::line, text);
 }
 
-void set_lines_enabled(bool enabled) { state().lines = enabled; }
-bool lines_enabled() { return state().lines; }
+void set_lines_enabled(bool enabled) {
+    state().lines = enabled;
+}
+bool lines_enabled() {
+    return state().lines;
+}
 
 void set_stage(std::string_view stage) {
     State& s = state();
@@ -145,17 +149,29 @@ Progress progress() {
     return {s.stage, s.count.load(), s.total.load()};
 }
 
-void request_cancel(bool cancel) { state().cancel = cancel; }
-bool cancel_requested() { return state().cancel.load(std::memory_order_relaxed); }
+void request_cancel(bool cancel) {
+    state().cancel = cancel;
+}
+bool cancel_requested() {
+    return state().cancel.load(std::memory_order_relaxed);
+}
 
 Capture::Capture() : enabled_(lines_enabled()) {
     set_lines_enabled(true);
     former_ = set_sink([this](Kind kind, std::string_view text) {
         switch (kind) {
-            case Kind::line: lines += text; break;
-            case Kind::notice: notices += text; break;
-            case Kind::error: errors += text; break;
-            case Kind::summary: summaries += text; break;
+            case Kind::line:
+                lines += text;
+                break;
+            case Kind::notice:
+                notices += text;
+                break;
+            case Kind::error:
+                errors += text;
+                break;
+            case Kind::summary:
+                summaries += text;
+                break;
         }
     });
 }

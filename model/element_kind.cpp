@@ -32,9 +32,12 @@ constexpr std::array<int, 48> tetra10_outward = [] {
 
 FaceTable face_table(ElementKind kind) {
     switch (kind) {
-        case ElementKind::tetrahedron4: return {4, 3, 1};
-        case ElementKind::tetrahedron10: return {4, 3, 4};
-        default: return {6, 4, 2};
+        case ElementKind::tetrahedron4:
+            return {4, 3, 1};
+        case ElementKind::tetrahedron10:
+            return {4, 3, 4};
+        default:
+            return {6, 4, 2};
     }
 }
 

@@ -16,30 +16,40 @@ constexpr int nodes_per_element(ElementKind kind) {
 }
 
 // Index of a 1-based node number.
-constexpr std::int64_t node_index(std::int32_t node_number) { return std::int64_t{node_number} - 1; }
+constexpr std::int64_t node_index(std::int32_t node_number) {
+    return std::int64_t{node_number} - 1;
+}
 
 // Corner offsets (i, j, k) of the hexahedron's eight local nodes along the part's directions.
-inline constexpr std::array<std::array<int, 3>, 8> hexa_corner{{
-    {0, 0, 1}, {0, 0, 0}, {0, 1, 0}, {0, 1, 1}, {1, 0, 1}, {1, 0, 0}, {1, 1, 0}, {1, 1, 1}}};
+inline constexpr std::array<std::array<int, 3>, 8> hexa_corner{
+    {{0, 0, 1}, {0, 0, 0}, {0, 1, 0}, {0, 1, 1}, {1, 0, 1}, {1, 0, 0}, {1, 1, 0}, {1, 1, 1}}};
 
 // Faces by 0-based local node. hexa_face_tri and tetra10_face_tri wind inwards, the other two
 // as listed; outward_triangles() gives a consistent outward winding for all kinds.
-inline constexpr std::array<std::array<int, 4>, 6> hexa_face{{
-    {0, 3, 2, 1}, {4, 5, 6, 7}, {1, 2, 6, 5}, {2, 3, 7, 6}, {0, 4, 7, 3}, {0, 1, 5, 4}}};
-inline constexpr std::array<std::array<int, 3>, 12> hexa_face_tri{{
-    {0, 2, 3}, {0, 1, 2}, {4, 6, 5}, {4, 7, 6}, {1, 6, 2}, {1, 5, 6},
-    {2, 7, 3}, {2, 6, 7}, {0, 7, 4}, {0, 3, 7}, {0, 5, 1}, {0, 4, 5}}};
-inline constexpr std::array<std::array<int, 3>, 4> tetra_face{{
-    {2, 3, 1}, {3, 2, 0}, {1, 3, 0}, {2, 1, 0}}};
-inline constexpr std::array<std::array<std::array<int, 3>, 4>, 4> tetra10_face_tri{{
-    {{{1, 8, 5}, {2, 5, 9}, {3, 9, 8}, {5, 8, 9}}},
-    {{{0, 6, 7}, {2, 9, 6}, {3, 7, 9}, {6, 9, 7}}},
-    {{{0, 7, 4}, {1, 4, 8}, {3, 8, 7}, {4, 7, 8}}},
-    {{{0, 4, 6}, {1, 5, 4}, {2, 6, 5}, {4, 5, 6}}}}};
+inline constexpr std::array<std::array<int, 4>, 6> hexa_face{
+    {{0, 3, 2, 1}, {4, 5, 6, 7}, {1, 2, 6, 5}, {2, 3, 7, 6}, {0, 4, 7, 3}, {0, 1, 5, 4}}};
+inline constexpr std::array<std::array<int, 3>, 12> hexa_face_tri{{{0, 2, 3},
+                                                                   {0, 1, 2},
+                                                                   {4, 6, 5},
+                                                                   {4, 7, 6},
+                                                                   {1, 6, 2},
+                                                                   {1, 5, 6},
+                                                                   {2, 7, 3},
+                                                                   {2, 6, 7},
+                                                                   {0, 7, 4},
+                                                                   {0, 3, 7},
+                                                                   {0, 5, 1},
+                                                                   {0, 4, 5}}};
+inline constexpr std::array<std::array<int, 3>, 4> tetra_face{{{2, 3, 1}, {3, 2, 0}, {1, 3, 0}, {2, 1, 0}}};
+inline constexpr std::array<std::array<std::array<int, 3>, 4>, 4> tetra10_face_tri{
+    {{{{1, 8, 5}, {2, 5, 9}, {3, 9, 8}, {5, 8, 9}}},
+     {{{0, 6, 7}, {2, 9, 6}, {3, 7, 9}, {6, 9, 7}}},
+     {{{0, 7, 4}, {1, 4, 8}, {3, 8, 7}, {4, 7, 8}}},
+     {{{0, 4, 6}, {1, 5, 4}, {2, 6, 5}, {4, 5, 6}}}}};
 
 // Mid-side node of the ten-node tetrahedron: local nodes 4 … 9 lie between these corners.
-inline constexpr std::array<std::array<int, 2>, 6> tetra10_edge{{
-    {0, 1}, {1, 2}, {0, 2}, {0, 3}, {1, 3}, {2, 3}}};
+inline constexpr std::array<std::array<int, 2>, 6> tetra10_edge{
+    {{0, 1}, {1, 2}, {0, 2}, {0, 3}, {1, 3}, {2, 3}}};
 
 // The surface of one element, ready for normals and drawing.
 struct FaceTable {

@@ -57,8 +57,8 @@ struct RigidWall {
 
 struct ContactPair {
     std::string name;
-    std::array<std::string, 2> part_name;      // found by name in the model in force
-    double penalty = 1;                        // factor on the stiffness that the step allows
+    std::array<std::string, 2> part_name;  // found by name in the model in force
+    double penalty = 1;                    // factor on the stiffness that the step allows
     double friction = 0;
     double damping = 0;           // fraction of the critical damping
     double gap = 0;               // m: surfaces touch at this distance

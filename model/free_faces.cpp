@@ -54,8 +54,11 @@ std::vector<ElementFace> free_faces(const Mesh& mesh) {
         for (std::int64_t a = start[n]; a < start[n + 1]; ++a) {
             bool shared = false;
             for (std::int64_t b = start[n]; b < start[n + 1] && !shared; ++b)
-                shared = a != b && keys[static_cast<std::size_t>(a)].same_corners(keys[static_cast<std::size_t>(b)]);
-            if (!shared) faces.push_back({keys[static_cast<std::size_t>(a)].element, keys[static_cast<std::size_t>(a)].face});
+                shared = a != b &&
+                         keys[static_cast<std::size_t>(a)].same_corners(keys[static_cast<std::size_t>(b)]);
+            if (!shared)
+                faces.push_back(
+                    {keys[static_cast<std::size_t>(a)].element, keys[static_cast<std::size_t>(a)].face});
         }
     std::sort(faces.begin(), faces.end(), [](const ElementFace& a, const ElementFace& b) {
         return a.element != b.element ? a.element < b.element : a.face < b.face;
@@ -77,10 +80,12 @@ void update_node_normals(Mesh& mesh) {
             u[k] = at[1][k] - at[0][k];
             v[k] = at[2][k] - at[0][k];
         }
-        for (int k = 0; k < 3; ++k) sum[k] += u[(k + 1) % 3] * v[(k + 2) % 3] - u[(k + 2) % 3] * v[(k + 1) % 3];
+        for (int k = 0; k < 3; ++k)
+            sum[k] += u[(k + 1) % 3] * v[(k + 2) % 3] - u[(k + 2) % 3] * v[(k + 1) % 3];
     };
     for (const ElementFace& face : free_faces(mesh)) {
-        const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(face.element) * per_element;
+        const std::int32_t* element =
+            mesh.connectivity.data() + static_cast<std::ptrdiff_t>(face.element) * per_element;
         const auto triangles = outward_triangles(mesh.element_type, face.face);
         double normal[3] = {};
         for (int t = 0; t < table.triangles_per_face; ++t)
@@ -106,9 +111,12 @@ std::vector<SurfaceTriangle> surface_triangles(const Mesh& mesh) {
     std::vector<SurfaceTriangle> out;
     for (const ElementFace& face : free_faces(mesh)) {
         const auto e = static_cast<std::size_t>(face.element);
-        const std::int32_t* element = &mesh.connectivity[e * static_cast<std::size_t>(mesh.node_per_element())];
+        const std::int32_t* element =
+            &mesh.connectivity[e * static_cast<std::size_t>(mesh.node_per_element())];
         const auto local = outward_triangles(mesh.element_type, face.face);
-        const auto node = [&](std::size_t k) { return static_cast<std::int32_t>(node_index(element[local[k]])); };
+        const auto node = [&](std::size_t k) {
+            return static_cast<std::int32_t>(node_index(element[local[k]]));
+        };
         for (std::size_t k = 0; k + 2 < local.size(); k += 3)
             out.push_back({{node(k), node(k + 1), node(k + 2)}, mesh.p_ele_part_id[e]});
     }

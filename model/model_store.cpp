@@ -63,7 +63,8 @@ void update_extent(Mesh& mesh) {
         high = std::max(high, mesh.coordinates[k]);
     }
     double longest = 0;
-    for (std::size_t c = 0; c < 3; ++c) longest = std::max(longest, mesh.size_info[c + 3] - mesh.size_info[c]);
+    for (std::size_t c = 0; c < 3; ++c)
+        longest = std::max(longest, mesh.size_info[c + 3] - mesh.size_info[c]);
     if (longest > 0) mesh.max_length = longest;
 }
 
@@ -74,8 +75,10 @@ void resolve_force_points(const Mesh& mesh, std::vector<AppliedForce>& forces) {
     std::vector<std::int32_t> by_x(static_cast<std::size_t>(mesh.node_num()));
     std::iota(by_x.begin(), by_x.end(), 0);
     auto x_of = [&](std::int32_t n) { return x[3 * static_cast<std::ptrdiff_t>(n)]; };
-    if (std::any_of(forces.begin(), forces.end(), [](const AppliedForce& f) { return f.kind == ForceKind::node; }))
-        std::sort(by_x.begin(), by_x.end(), [&](std::int32_t a, std::int32_t b) { return x_of(a) < x_of(b); });
+    if (std::any_of(forces.begin(), forces.end(),
+                    [](const AppliedForce& f) { return f.kind == ForceKind::node; }))
+        std::sort(by_x.begin(), by_x.end(),
+                  [&](std::int32_t a, std::int32_t b) { return x_of(a) < x_of(b); });
     for (AppliedForce& force : forces) {
         force.node = 0;
         if (force.kind != ForceKind::node) continue;
@@ -83,7 +86,8 @@ void resolve_force_points(const Mesh& mesh, std::vector<AppliedForce>& forces) {
                                             [&](std::int32_t n, double value) { return x_of(n) < value; });
         for (auto at = begin; at != by_x.end() && x_of(*at) < force.point[0] + 2 * tolerance; ++at) {
             const double* p = x + 3 * static_cast<std::ptrdiff_t>(*at);
-            const bool here = std::abs(p[0] - force.point[0]) < tolerance && std::abs(p[1] - force.point[1]) < tolerance &&
+            const bool here = std::abs(p[0] - force.point[0]) < tolerance &&
+                              std::abs(p[1] - force.point[1]) < tolerance &&
                               std::abs(p[2] - force.point[2]) < tolerance;
             if (here && (force.node == 0 || *at + 1 < force.node)) force.node = *at + 1;
         }

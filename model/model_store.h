@@ -15,14 +15,21 @@ namespace kestralum {
 
 inline constexpr const char* program_version = "ver3.01";
 
-enum class AnalysisType : std::int32_t { eigen = 0, linear_static = 1, nonlinear_static = 2, explicit_dynamics = 3 };
+enum class AnalysisType : std::int32_t {
+    eigen = 0,
+    linear_static = 1,
+    nonlinear_static = 2,
+    explicit_dynamics = 3
+};
 
 // Its frames are states one after the other, each reached from the one before, with finite rotations.
-constexpr bool has_steps(AnalysisType type) { return type >= AnalysisType::nonlinear_static; }
+constexpr bool has_steps(AnalysisType type) {
+    return type >= AnalysisType::nonlinear_static;
+}
 
 // The mesh of the whole model. Node n (0-based) owns degrees of freedom 3n, 3n+1, 3n+2.
 struct Mesh {
-    std::vector<double> coordinates;          // node_num × 3: x y z, m
+    std::vector<double> coordinates;  // node_num × 3: x y z, m
     ElementKind element_type = ElementKind::hexahedron;
     std::vector<std::int32_t> connectivity;   // element_num × nodes per element, 1-based node numbers
     std::vector<std::int32_t> p_ele_part_id;  // element_num: index of the element's part
@@ -30,9 +37,9 @@ struct Mesh {
     // Facets of STL parts: drawn and exported, no solid elements and not in `connectivity`.
     std::vector<std::int32_t> surface_facets;   // facets × 3, 1-based node numbers
     std::vector<std::int32_t> surface_part_id;  // facets: index of the facet's part
-    std::array<double, 6> size_info{};        // xmin ymin zmin xmax ymax zmax of all nodes, m
-    double max_length = 1.0;                  // largest edge of that box, m
-    std::int32_t dof_num = 0;                 // 3 × node_num once a mesh has been read; 0 at start
+    std::array<double, 6> size_info{};          // xmin ymin zmin xmax ymax zmax of all nodes, m
+    double max_length = 1.0;                    // largest edge of that box, m
+    std::int32_t dof_num = 0;                   // 3 × node_num once a mesh has been read; 0 at start
 
     std::int32_t node_num() const { return static_cast<std::int32_t>(coordinates.size() / 3); }
     int node_per_element() const { return nodes_per_element(element_type); }

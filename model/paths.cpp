@@ -36,7 +36,9 @@ void set_log_directory(std::string_view directory) {
     while (in_force.size() > 1 && in_force.back() == '/') in_force.pop_back();
 }
 
-const std::string& log_directory() { return log_directory_in_force(); }
+const std::string& log_directory() {
+    return log_directory_in_force();
+}
 
 int last_separator(std::string_view stored) {
     const std::size_t at = stored.find_last_of("\\/");
@@ -69,7 +71,8 @@ bool read_text(std::string_view stored, std::string& text, std::string& error) {
         return false;
     }
     struct stat what;
-    if (::fstat(::fileno(file.get()), &what) == 0 && (S_ISCHR(what.st_mode) || S_ISDIR(what.st_mode))) {  // a device may never end
+    if (::fstat(::fileno(file.get()), &what) == 0 &&
+        (S_ISCHR(what.st_mode) || S_ISDIR(what.st_mode))) {  // a device may never end
         error = "not a file";
         return false;
     }

@@ -21,12 +21,12 @@ std::string truncate_text(std::string_view text, std::size_t width);
 struct Material {
     std::int32_t id = 0;
     std::string name;
-    double density = 0;         // kg/m^3
-    double young = 0;           // E, Pa
-    double poisson = 0;         // ν
-    double shear_modulus = 0;   // G, Pa; 0 unless the control file gives it
-    double yield_stress = 0;    // Sy, Pa
-    double hardening = 0;       // Sd, Pa: isotropic hardening modulus, 0 = perfectly plastic
+    double density = 0;        // kg/m^3
+    double young = 0;          // E, Pa
+    double poisson = 0;        // ν
+    double shear_modulus = 0;  // G, Pa; 0 unless the control file gives it
+    double yield_stress = 0;   // Sy, Pa
+    double hardening = 0;      // Sd, Pa: isotropic hardening modulus, 0 = perfectly plastic
 };
 
 struct Parameter {
@@ -38,11 +38,29 @@ struct Parameter {
 
 // Shape keywords of a part; the value is the type id of the files.
 enum class Shape : std::int32_t {
-    rect = 0, cyli = 1, cyli2rect = 2, hollowrect = 3, hollowcyli = 4, trapezoid = 5, tripole = 6,
-    sphere = 7, arch = 8, half_arch = 9, half_cyli = 10, quart_cyli = 11, stl = 12, vol = 13,
-    half_hollowcyli = 14, quart_hollowcyli = 15,
-    surf_circle = 1000, surf_rect = 1001,
-    hole_cyli = 2000, hole_rect = 2001, r_chamfer = 2002, fillet = 2003, hole_halfcyli = 2004,
+    rect = 0,
+    cyli = 1,
+    cyli2rect = 2,
+    hollowrect = 3,
+    hollowcyli = 4,
+    trapezoid = 5,
+    tripole = 6,
+    sphere = 7,
+    arch = 8,
+    half_arch = 9,
+    half_cyli = 10,
+    quart_cyli = 11,
+    stl = 12,
+    vol = 13,
+    half_hollowcyli = 14,
+    quart_hollowcyli = 15,
+    surf_circle = 1000,
+    surf_rect = 1001,
+    hole_cyli = 2000,
+    hole_rect = 2001,
+    r_chamfer = 2002,
+    fillet = 2003,
+    hole_halfcyli = 2004,
 };
 
 struct Part {
@@ -51,8 +69,8 @@ struct Part {
     std::string color_name;
     std::array<double, 3> color{1, 1, 1};  // red, green, blue, 0 … 1
     std::string material_name;
-    std::int32_t material_id = 0;          // index into the material table
-    std::string type_name;                 // shape keyword as written
+    std::int32_t material_id = 0;  // index into the material table
+    std::string type_name;         // shape keyword as written
     Shape type = Shape::rect;
     std::array<double, 6> size{};          // values as evaluated, before the unit factor
     std::array<std::int32_t, 6> div{};     // element divisions
@@ -61,10 +79,10 @@ struct Part {
     std::int32_t active = 1;
     std::array<std::string, 6> size_text, div_text;
     std::array<std::string, 3> origin_text, euler_text;
-    std::int32_t parent_index = -1;        // index of the parent part, -1 = none
-    std::string parent_name = "NONE";      // STL and VOL parts: path of the mesh file
+    std::int32_t parent_index = -1;    // index of the parent part, -1 = none
+    std::string parent_name = "NONE";  // STL and VOL parts: path of the mesh file
     std::string unit_text = "M";
-    double unit_factor = 1.0;              // m per unit of size and origin
+    double unit_factor = 1.0;  // m per unit of size and origin
 };
 
 // How a boundary condition selects nodes; the value is the `kind` of the files.
@@ -76,8 +94,8 @@ struct BoundaryCondition {
     std::string name;
     std::string selection_word, axis_word;  // as written
     Selection kind = Selection::plane;
-    std::int32_t axis = 0;                  // normal of the selecting plane: 0 x, 1 y, 2 z
-    std::array<double, 6> box{};            // xmin xmax ymin ymax zmin zmax, m
+    std::int32_t axis = 0;        // normal of the selecting plane: 0 x, 1 y, 2 z
+    std::array<double, 6> box{};  // xmin xmax ymin ymax zmin zmax, m
 };
 
 enum class ForceKind : std::int32_t { node = 0, area = 1 };
@@ -88,11 +106,11 @@ struct AppliedForce {
     std::string kind_word;
     ForceKind kind = ForceKind::node;
     std::string axis_word;
-    std::int32_t axis = 0;           // loaded direction: 0 x, 1 y, 2 z
-    double value = 0;                // total force, N
-    std::array<double, 3> point{};   // kind node: place, m
-    std::array<double, 6> box{};     // kind area: xmin xmax ymin ymax zmin zmax, m
-    std::int32_t node = 0;           // kind node: 1-based node found, 0 = none
+    std::int32_t axis = 0;          // loaded direction: 0 x, 1 y, 2 z
+    double value = 0;               // total force, N
+    std::array<double, 3> point{};  // kind node: place, m
+    std::array<double, 6> box{};    // kind area: xmin xmax ymin ymax zmin zmax, m
+    std::int32_t node = 0;          // kind node: 1-based node found, 0 = none
 };
 
 enum class RigidSelection : std::int32_t { area = 0, round = 1 };
@@ -117,7 +135,7 @@ struct RigidForce {
     std::int32_t element = -1;  // index into the rigid elements
     std::string direction_word;
     RigidDirection direction = RigidDirection::x;
-    double value = 0;           // N, or N·m for rx ry rz
+    double value = 0;  // N, or N·m for rx ry rz
 };
 
 struct RigidCombine {

@@ -7,9 +7,9 @@
 namespace kestralum {
 
 struct Settings {
-    double memory_size = 0;            // MB: in-core budget of the factorization
-    double free_hd_size = 0;           // MB: disk budget of the factor
-    double view_fovy = 0;              // kept and echoed only
+    double memory_size = 0;   // MB: in-core budget of the factorization
+    double free_hd_size = 0;  // MB: disk budget of the factor
+    double view_fovy = 0;     // kept and echoed only
     double view_c_znear = 0;
     double view_c_zfar = 0;
     std::string ordering_type;         // LX LY LZ LALL LMAX

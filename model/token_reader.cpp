@@ -6,7 +6,9 @@ namespace kestralum {
 
 namespace {
 
-bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r') || c == '\0'; }
+bool is_blank(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r') || c == '\0';
+}
 
 template <typename T>
 std::optional<T> parse_whole(std::string_view token) {
@@ -19,9 +21,15 @@ std::optional<T> parse_whole(std::string_view token) {
 
 }  // namespace
 
-std::optional<double> parse_double(std::string_view token) { return parse_whole<double>(token); }
-std::optional<std::int32_t> parse_int32(std::string_view token) { return parse_whole<std::int32_t>(token); }
-std::optional<std::int64_t> parse_int64(std::string_view token) { return parse_whole<std::int64_t>(token); }
+std::optional<double> parse_double(std::string_view token) {
+    return parse_whole<double>(token);
+}
+std::optional<std::int32_t> parse_int32(std::string_view token) {
+    return parse_whole<std::int32_t>(token);
+}
+std::optional<std::int64_t> parse_int64(std::string_view token) {
+    return parse_whole<std::int64_t>(token);
+}
 
 void TokenReader::skip_blank() {
     while (position_ < text_.size()) {

@@ -38,7 +38,9 @@ public:
 
     // What is left can hold at most this many tokens: a count read from the text that is larger
     // cannot be right.
-    std::int64_t most_tokens_left() const { return static_cast<std::int64_t>((text_.size() - position_ + 1) / 2); }
+    std::int64_t most_tokens_left() const {
+        return static_cast<std::int64_t>((text_.size() - position_ + 1) / 2);
+    }
 
 private:
     void skip_blank();

@@ -45,7 +45,8 @@ public:
         read_extent(store.mesh);
         if (ok())
             for (std::size_t k = 0; k < 6; k += 3)
-                console::print("%f,%f,%f\n", store.mesh.size_info[k], store.mesh.size_info[k + 1], store.mesh.size_info[k + 2]);
+                console::print("%f,%f,%f\n", store.mesh.size_info[k], store.mesh.size_info[k + 1],
+                               store.mesh.size_info[k + 2]);
         if (!ok() || !check_end(store)) return false;
         keep_definition(former, store);
         return true;
@@ -57,9 +58,11 @@ private:
 
     bool fail(const char* expected) {
         if (error_.empty())
-            error_ = console::format("%.*s: token %lld '%.*s': expected %s", static_cast<int>(file_name_.size()), file_name_.data(),
-                                     static_cast<long long>(tokens_.token_number()),
-                                     static_cast<int>(std::min<std::size_t>(tokens_.last().size(), 60)), tokens_.last().data(), expected);
+            error_ =
+                console::format("%.*s: token %lld '%.*s': expected %s", static_cast<int>(file_name_.size()),
+                                file_name_.data(), static_cast<long long>(tokens_.token_number()),
+                                static_cast<int>(std::min<std::size_t>(tokens_.last().size(), 60)),
+                                tokens_.last().data(), expected);
         return false;
     }
 
@@ -74,8 +77,9 @@ private:
         }
         if (echo) console::print("str=%.*s\n", static_cast<int>(pending_.size()), pending_.data());
         if (pending_ != keyword) {
-            console::notice("%.*s: section %s expected, '%.*s' found", static_cast<int>(file_name_.size()), file_name_.data(),
-                            keyword, static_cast<int>(std::min<std::size_t>(pending_.size(), 60)), pending_.data());
+            console::notice("%.*s: section %s expected, '%.*s' found", static_cast<int>(file_name_.size()),
+                            file_name_.data(), keyword,
+                            static_cast<int>(std::min<std::size_t>(pending_.size(), 60)), pending_.data());
             return false;
         }
         pending_ = {};
@@ -110,7 +114,8 @@ private:
     // A count of records that need at least `tokens_each` tokens.
     std::size_t count(std::int64_t tokens_each) {
         const std::int32_t value = integer();
-        if (ok() && (value < 0 || value * tokens_each > tokens_.most_tokens_left())) fail("a count that the file can hold");
+        if (ok() && (value < 0 || value * tokens_each > tokens_.most_tokens_left()))
+            fail("a count that the file can hold");
         return ok() ? static_cast<std::size_t>(value) : 0;
     }
     void reals(std::span<double> values) {
@@ -151,9 +156,11 @@ private:
         Results& results = store.results;
         const std::size_t modes = n_freq.size();
         const bool vectors = section("mode_vec", echo_keyword);
-        if (vectors && tokens_.peek() == "%") store.mesh.dof_num = 0;  // the start-up model: nodes without degrees of freedom
+        if (vectors && tokens_.peek() == "%")
+            store.mesh.dof_num = 0;  // the start-up model: nodes without degrees of freedom
         const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
-        if (ok() && static_cast<std::int64_t>(modes * dofs) > tokens_.most_tokens_left()) fail("vectors that the file can hold");
+        if (ok() && static_cast<std::int64_t>(modes * dofs) > tokens_.most_tokens_left())
+            fail("vectors that the file can hold");
         if (!ok()) return;
         results.resize(static_cast<std::int32_t>(modes), store.mesh.dof_num);
         results.n_freq = n_freq;
@@ -277,7 +284,8 @@ private:
                 f.direction = static_cast<RigidDirection>(integer());
                 f.value = real();
                 for (std::size_t k = 0; k < store.rigid_elements.size(); ++k)
-                    if (store.rigid_elements[k].name == f.element_name) f.element = static_cast<std::int32_t>(k);
+                    if (store.rigid_elements[k].name == f.element_name)
+                        f.element = static_cast<std::int32_t>(k);
             }
         }
     }
@@ -290,7 +298,8 @@ private:
         if (section("p_ele_part_id"))
             for (std::int32_t& part : mesh.p_ele_part_id) {
                 part = integer();
-                if (ok() && (part < 0 || static_cast<std::size_t>(part) >= store.parts.size())) fail("a part of the file");
+                if (ok() && (part < 0 || static_cast<std::size_t>(part) >= store.parts.size()))
+                    fail("a part of the file");
             }
         read_ana_type(store);
         read_extent(mesh);
@@ -308,7 +317,8 @@ private:
         if (!section("size_info")) return;
         finite_reals(mesh.size_info);
         double longest = 0;
-        for (std::size_t c = 0; c < 3; ++c) longest = std::max(longest, mesh.size_info[c + 3] - mesh.size_info[c]);
+        for (std::size_t c = 0; c < 3; ++c)
+            longest = std::max(longest, mesh.size_info[c + 3] - mesh.size_info[c]);
         if (longest > 0) mesh.max_length = longest;
         tokens_.next();
         if (ok() && tokens_.last() != "%") fail("the closing %");
@@ -341,13 +351,17 @@ private:
     // What every user of the store relies on.
     bool check(const ModelStore& store) {
         if (!check_end(store)) return false;
-        if (store.mesh.element_num() > 0 && store.parts.empty()) error_ = std::string(file_name_) + ": elements, but no part that they belong to";
+        if (store.mesh.element_num() > 0 && store.parts.empty())
+            error_ = std::string(file_name_) + ": elements, but no part that they belong to";
         return ok();
     }
 
     bool check_end(const ModelStore& store) {
-        if (store.mesh.node_num() < 1) error_ = std::string(file_name_) + ": no nodes: not a result file";
-        else if (!pending_.empty()) error_ = std::string(file_name_) + ": the sections end at '" + std::string(pending_.substr(0, 60)) + "'";
+        if (store.mesh.node_num() < 1)
+            error_ = std::string(file_name_) + ": no nodes: not a result file";
+        else if (!pending_.empty())
+            error_ = std::string(file_name_) + ": the sections end at '" +
+                     std::string(pending_.substr(0, 60)) + "'";
         return ok();
     }
 
@@ -361,7 +375,8 @@ private:
 
 namespace {
 
-bool read_whole(std::string_view file_name, ModelStore& store, bool (ResultReader::*read_sections)(ModelStore&)) {
+bool read_whole(std::string_view file_name, ModelStore& store,
+                bool (ResultReader::*read_sections)(ModelStore&)) {
     const std::string name(file_name);
     console::print("----------read_data-----------\n");
     std::string text, reason;
@@ -410,14 +425,20 @@ bool read_displacement_file(std::string_view file_name, ModelStore& store) {
     // steps and output steps of the control file in force
     const AnalysisControl& control = store.control;
     const double steps = control.d_time > 0 ? std::trunc(control.end_time * 1.0000001 / control.d_time) : 0;
-    const double outputs = control.d_time > 0 && control.output_frequency > 0
-                               ? std::floor(control.end_time * 1.0000001 / (control.d_time * control.output_frequency)) : 0;
+    const double outputs =
+        control.d_time > 0 && control.output_frequency > 0
+            ? std::floor(control.end_time * 1.0000001 / (control.d_time * control.output_frequency))
+            : 0;
     console::print("time_num = %.0f\n", 1 + steps);
     console::print("out_time_num = %.0f\n", 1 + outputs);
     return true;
 }
 
-bool read_results() { return read_named(read_result_file); }
-bool read_displacements() { return read_named(read_displacement_file); }
+bool read_results() {
+    return read_named(read_result_file);
+}
+bool read_displacements() {
+    return read_named(read_displacement_file);
+}
 
 }  // namespace kestralum

@@ -42,22 +42,26 @@ private:
     int threads_;
 };
 
-std::string count_line(std::int64_t count) { return std::to_string(count) + "\n"; }
+std::string count_line(std::int64_t count) {
+    return std::to_string(count) + "\n";
+}
 
 void write_mesh(const ModelStore& store, Sections& out) {
     const Mesh& mesh = store.mesh;
-    out.rows("Node", count_line(mesh.node_num()), mesh.node_num(), "Node", [&](std::int64_t n, std::string& text) {
-        const double* x = mesh.coordinates.data() + 3 * n;
-        FormatLine(text, "%e %e %e\n") << x[0] << x[1] << x[2];
-    });
+    out.rows("Node", count_line(mesh.node_num()), mesh.node_num(), "Node",
+             [&](std::int64_t n, std::string& text) {
+                 const double* x = mesh.coordinates.data() + 3 * n;
+                 FormatLine(text, "%e %e %e\n") << x[0] << x[1] << x[2];
+             });
     out.count("Element_type", static_cast<std::int32_t>(mesh.element_type), nullptr);
-    out.rows("Element", count_line(mesh.element_num()), mesh.element_num(), "Element", [&](std::int64_t e, std::string& text) {
-        const int nodes = mesh.node_per_element();
-        for (int k = 0; k < nodes; ++k) {
-            append_d(text, mesh.connectivity[static_cast<std::size_t>(e * nodes + k)]);
-            text += k + 1 < nodes ? ' ' : '\n';
-        }
-    });
+    out.rows("Element", count_line(mesh.element_num()), mesh.element_num(), "Element",
+             [&](std::int64_t e, std::string& text) {
+                 const int nodes = mesh.node_per_element();
+                 for (int k = 0; k < nodes; ++k) {
+                     append_d(text, mesh.connectivity[static_cast<std::size_t>(e * nodes + k)]);
+                     text += k + 1 < nodes ? ' ' : '\n';
+                 }
+             });
 }
 
 void write_vectors(const ModelStore& store, Sections& out) {
@@ -98,60 +102,70 @@ void write_held_results(const ModelStore& store, Sections& out) {
 
 void write_parts(const char* count_keyword, const char* shown, std::span<const Part> parts, Sections& out) {
     out.count(count_keyword, static_cast<std::int64_t>(parts.size()), count_keyword);
-    out.rows("part_info", "", static_cast<std::int64_t>(parts.size()), shown, [&](std::int64_t k, std::string& text) {
-        const Part& p = parts[static_cast<std::size_t>(k)];
-        FormatLine line(text, "%d  %s  %s  %e %e %e  %s  %d  %s  %d  %e %e %e %e %e %e  %d %d %d %d %d %d  %e %e %e  %e %e %e  %d\n");
-        line << p.id << p.name << p.color_name << p.color[0] << p.color[1] << p.color[2] << p.material_name
-             << p.material_id << p.type_name << static_cast<std::int32_t>(p.type);
-        for (double s : p.size) line << s;
-        for (std::int32_t d : p.div) line << d;
-        for (double c : p.origin) line << c;
-        for (double c : p.euler_angles) line << c;
-        line << p.active;
-    });
+    out.rows("part_info", "", static_cast<std::int64_t>(parts.size()), shown,
+             [&](std::int64_t k, std::string& text) {
+                 const Part& p = parts[static_cast<std::size_t>(k)];
+                 FormatLine line(text,
+                                 "%d  %s  %s  %e %e %e  %s  %d  %s  %d  %e %e %e %e %e %e  %d %d %d %d %d %d "
+                                 " %e %e %e  %e %e %e  %d\n");
+                 line << p.id << p.name << p.color_name << p.color[0] << p.color[1] << p.color[2]
+                      << p.material_name << p.material_id << p.type_name << static_cast<std::int32_t>(p.type);
+                 for (double s : p.size) line << s;
+                 for (std::int32_t d : p.div) line << d;
+                 for (double c : p.origin) line << c;
+                 for (double c : p.euler_angles) line << c;
+                 line << p.active;
+             });
 }
 
 void write_conditions(const ModelStore& store, Sections& out) {
     const auto& conditions = store.boundary_conditions;
     out.count("bc_num", static_cast<std::int64_t>(conditions.size()), "bc_num");
-    out.rows("bc_info", "", static_cast<std::int64_t>(conditions.size()), "B_COND", [&](std::int64_t k, std::string& text) {
-        const BoundaryCondition& b = conditions[static_cast<std::size_t>(k)];
-        FormatLine line(text, "%d  %s  %s  %s  %d %d  %e %e %e %e %e %e\n");
-        line << b.id << b.name << b.selection_word << b.axis_word << static_cast<std::int32_t>(b.kind) << b.axis;
-        for (double v : b.box) line << v;
-    });
+    out.rows("bc_info", "", static_cast<std::int64_t>(conditions.size()), "B_COND",
+             [&](std::int64_t k, std::string& text) {
+                 const BoundaryCondition& b = conditions[static_cast<std::size_t>(k)];
+                 FormatLine line(text, "%d  %s  %s  %s  %d %d  %e %e %e %e %e %e\n");
+                 line << b.id << b.name << b.selection_word << b.axis_word
+                      << static_cast<std::int32_t>(b.kind) << b.axis;
+                 for (double v : b.box) line << v;
+             });
     const auto& forces = store.forces;
     out.count("force_num", static_cast<std::int64_t>(forces.size()), "force_num");
-    out.rows("force_info", "", static_cast<std::int64_t>(forces.size()), "A_FORCE", [&](std::int64_t k, std::string& text) {
-        const AppliedForce& f = forces[static_cast<std::size_t>(k)];
-        FormatLine line(text, "%d  %s  %s %d  %s %d  %e  %e %e %e  %e %e %e %e %e %e  %d\n");
-        line << f.id << f.name << f.kind_word << static_cast<std::int32_t>(f.kind) << f.axis_word << f.axis << f.value;
-        for (double v : f.point) line << v;
-        for (double v : f.box) line << v;
-        line << f.node;
-    });
+    out.rows("force_info", "", static_cast<std::int64_t>(forces.size()), "A_FORCE",
+             [&](std::int64_t k, std::string& text) {
+                 const AppliedForce& f = forces[static_cast<std::size_t>(k)];
+                 FormatLine line(text, "%d  %s  %s %d  %s %d  %e  %e %e %e  %e %e %e %e %e %e  %d\n");
+                 line << f.id << f.name << f.kind_word << static_cast<std::int32_t>(f.kind) << f.axis_word
+                      << f.axis << f.value;
+                 for (double v : f.point) line << v;
+                 for (double v : f.box) line << v;
+                 line << f.node;
+             });
 }
 
 void write_rigid(const ModelStore& store, Sections& out) {
     const auto& elements = store.rigid_elements;
     out.rows("rigid_element_info", count_line(static_cast<std::int64_t>(elements.size())),
              static_cast<std::int64_t>(elements.size()), "R_ELEMENT", [&](std::int64_t k, std::string& text) {
-        const RigidElement& r = elements[static_cast<std::size_t>(k)];
-        FormatLine line(text, "%d  %s  %s %d  %e %e %e  %e %e %e %e %e %e\n");
-        line << r.id << r.name << r.selection_word << static_cast<std::int32_t>(r.kind);
-        for (double v : r.reference) line << v;
-        for (double v : r.region) line << v;
-    });
+                 const RigidElement& r = elements[static_cast<std::size_t>(k)];
+                 FormatLine line(text, "%d  %s  %s %d  %e %e %e  %e %e %e %e %e %e\n");
+                 line << r.id << r.name << r.selection_word << static_cast<std::int32_t>(r.kind);
+                 for (double v : r.reference) line << v;
+                 for (double v : r.region) line << v;
+             });
     const auto& forces = store.rigid_forces;
     out.rows("rigid_force_info", count_line(static_cast<std::int64_t>(forces.size())),
              static_cast<std::int64_t>(forces.size()), "R_FORCE", [&](std::int64_t k, std::string& text) {
-        const RigidForce& f = forces[static_cast<std::size_t>(k)];
-        FormatLine(text, "%d  %s  %s  %s  %d  %e\n") << f.id << f.name << f.element_name << f.direction_word
-                                                     << static_cast<std::int32_t>(f.direction) << f.value;
-    });
+                 const RigidForce& f = forces[static_cast<std::size_t>(k)];
+                 FormatLine(text, "%d  %s  %s  %s  %d  %e\n")
+                     << f.id << f.name << f.element_name << f.direction_word
+                     << static_cast<std::int32_t>(f.direction) << f.value;
+             });
 }
 
-void write_ana_type(const ModelStore& store, Sections& out) { out.count("ana_type", static_cast<std::int32_t>(store.ana_type), "ana_type"); }
+void write_ana_type(const ModelStore& store, Sections& out) {
+    out.count("ana_type", static_cast<std::int32_t>(store.ana_type), "ana_type");
+}
 
 void write_extent(const Mesh& mesh, Sections& out) {
     out.rows("size_info", "", 2, "size_info", [&](std::int64_t k, std::string& text) {
@@ -168,7 +182,9 @@ void write_closing_sections(const ModelStore& store, Sections& out) {
         FormatLine(text, "%e  %e  %e\n") << d[0] << d[1] << d[2];
     });
     out.rows("p_ele_part_id", "", static_cast<std::int64_t>(mesh.p_ele_part_id.size()), "p_ele_part_id",
-             [&](std::int64_t e, std::string& text) { FormatLine(text, "%d\n") << mesh.p_ele_part_id[static_cast<std::size_t>(e)]; });
+             [&](std::int64_t e, std::string& text) {
+                 FormatLine(text, "%d\n") << mesh.p_ele_part_id[static_cast<std::size_t>(e)];
+             });
     write_ana_type(store, out);
     write_extent(mesh, out);
 }
@@ -211,9 +227,13 @@ bool write_file(const ModelStore& store, const std::string& target, Publish publ
 
 }  // namespace
 
-std::string result_file_name(const ModelStore& store) { return "log\\result_" + paths::base_name(store.model_file_name); }
+std::string result_file_name(const ModelStore& store) {
+    return "log\\result_" + paths::base_name(store.model_file_name);
+}
 
-std::string displacement_file_name(const ModelStore& store) { return "log\\disp_" + paths::base_name(store.model_file_name); }
+std::string displacement_file_name(const ModelStore& store) {
+    return "log\\disp_" + paths::base_name(store.model_file_name);
+}
 
 std::string history_file_name(const ModelStore& store) {
     const std::string base = paths::base_name(store.model_file_name);
@@ -246,8 +266,10 @@ bool write_displacements(const ModelStore& store, int threads) {
 void release_held_results(const ModelStore& store) {
     const std::string target = paths::to_platform(result_file_name(store)), held = target + held_suffix;
     std::error_code ignored;
-    if (std::filesystem::exists(target, ignored)) std::filesystem::remove(held, ignored);
-    else std::filesystem::rename(held, target, ignored);
+    if (std::filesystem::exists(target, ignored))
+        std::filesystem::remove(held, ignored);
+    else
+        std::filesystem::rename(held, target, ignored);
 }
 
 }  // namespace kestralum

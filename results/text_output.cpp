@@ -15,7 +15,8 @@ void append_e(std::string& text, double value) {
         return;
     }
     char digits[32];
-    const auto end = std::to_chars(digits, digits + sizeof digits, value, std::chars_format::scientific, 6).ptr;
+    const auto end =
+        std::to_chars(digits, digits + sizeof digits, value, std::chars_format::scientific, 6).ptr;
     text.append(digits, static_cast<std::size_t>(end - digits));
 }
 
@@ -68,7 +69,8 @@ void TextOutput::write(std::string_view text) {
     if (std::fwrite(text.data(), 1, text.size(), file_.get()) != text.size()) error_ = std::strerror(errno);
 }
 
-void TextOutput::write_rows(std::int64_t rows, int threads, const std::function<void(std::int64_t, std::string&)>& row) {
+void TextOutput::write_rows(std::int64_t rows, int threads,
+                            const std::function<void(std::int64_t, std::string&)>& row) {
     // rounds of blocks: formatted in parallel, then written in order
     constexpr std::int64_t block_rows = 256, round_blocks = 32;
     std::vector<std::string> texts(round_blocks);
@@ -87,13 +89,15 @@ void TextOutput::write_rows(std::int64_t rows, int threads, const std::function<
 }
 
 bool TextOutput::finish() {
-    if (file_ && (std::fflush(file_.get()) != 0 || std::ferror(file_.get())) && error_.empty()) error_ = std::strerror(errno);
+    if (file_ && (std::fflush(file_.get()) != 0 || std::ferror(file_.get())) && error_.empty())
+        error_ = std::strerror(errno);
     if (file_ && std::fclose(file_.release()) != 0 && error_.empty()) error_ = std::strerror(errno);
     return error_.empty();
 }
 
 std::string write_whole(const std::string& target, const std::function<void(TextOutput&)>& fill) {
-    const std::string held = target + ".part", held_path = paths::to_platform(held), path = paths::to_platform(target);
+    const std::string held = target + ".part", held_path = paths::to_platform(held),
+                      path = paths::to_platform(target);
     TextOutput file(held);
     if (file.is_open()) fill(file);
     const bool whole = file.is_open() && file.finish();

@@ -26,8 +26,8 @@ public:
     FormatLine& operator<<(std::string_view value);
 
 private:
-    void copy_text();     // up to the next conversion
-    void take(char kind); // asserts the conversion's kind
+    void copy_text();      // up to the next conversion
+    void take(char kind);  // asserts the conversion's kind
     std::string& text_;
     const char* rest_;
 };
@@ -41,7 +41,8 @@ public:
 
     // Writes `rows` rows in order; row(r, text) appends row r. The rows are formatted in blocks by
     // `threads` threads.
-    void write_rows(std::int64_t rows, int threads, const std::function<void(std::int64_t, std::string&)>& row);
+    void write_rows(std::int64_t rows, int threads,
+                    const std::function<void(std::int64_t, std::string&)>& row);
 
     // Closes; false when anything could not be written (reason in error()).
     bool finish();
@@ -52,7 +53,9 @@ private:
     std::string error_;
 };
 
-// Writes beside `target`; the file takes its name when `fill` has written it whole. What went wrong, empty if nothing.
-[[nodiscard]] std::string write_whole(const std::string& target, const std::function<void(TextOutput&)>& fill);
+// Writes beside `target`; the file takes its name when `fill` has written it whole. What went wrong, empty if
+// nothing.
+[[nodiscard]] std::string write_whole(const std::string& target,
+                                      const std::function<void(TextOutput&)>& fill);
 
 }  // namespace kestralum

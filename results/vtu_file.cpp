@@ -32,7 +32,9 @@ struct Array {
 template <typename T>
 Array make_array(const char* type, const char* name, int components, std::span<const T> values) {
     Array array;
-    array.header = console::format("<DataArray type=\"%s\" Name=\"%s\" NumberOfComponents=\"%d\" format=\"appended\"", type, name, components);
+    array.header =
+        console::format("<DataArray type=\"%s\" Name=\"%s\" NumberOfComponents=\"%d\" format=\"appended\"",
+                        type, name, components);
     const char* bytes = reinterpret_cast<const char*>(values.data());
     array.bytes.assign(bytes, bytes + values.size_bytes());
     return array;
@@ -56,11 +58,14 @@ Cells make_cells(const ModelStore& store) {
     };
     const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
     const bool tetra = per_element != 8;
-    const std::span<const int> order = tetra ? std::span<const int>(vtk_tetrahedron).first(per_element) : std::span<const int>(vtk_hexahedron);
+    const std::span<const int> order = tetra ? std::span<const int>(vtk_tetrahedron).first(per_element)
+                                             : std::span<const int>(vtk_hexahedron);
     const CellType type = !tetra ? vtk_hexa : per_element == 4 ? vtk_tetra : vtk_quadratic_tetra;
-    for (std::size_t e = 0; e < mesh.p_ele_part_id.size(); ++e) add(&mesh.connectivity[e * per_element], order, type, mesh.p_ele_part_id[e]);
+    for (std::size_t e = 0; e < mesh.p_ele_part_id.size(); ++e)
+        add(&mesh.connectivity[e * per_element], order, type, mesh.p_ele_part_id[e]);
     constexpr std::array<int, 3> triangle{0, 1, 2};
-    for (std::size_t f = 0; f < mesh.surface_part_id.size(); ++f) add(&mesh.surface_facets[3 * f], triangle, vtk_triangle, mesh.surface_part_id[f]);
+    for (std::size_t f = 0; f < mesh.surface_part_id.size(); ++f)
+        add(&mesh.surface_facets[3 * f], triangle, vtk_triangle, mesh.surface_part_id[f]);
     return cells;
 }
 
@@ -76,15 +81,19 @@ std::vector<double> six_components(const double* group, std::size_t dofs) {
 }
 
 // The fields of one frame; `suffix` tells it from the others.
-void add_frame(const ModelStore& store, std::size_t frame, const std::string& suffix, std::vector<Array>& arrays) {
+void add_frame(const ModelStore& store, std::size_t frame, const std::string& suffix,
+               std::vector<Array>& arrays) {
     const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
     const auto row = static_cast<std::size_t>(store.results.frame_vector[frame]);
     const double* stress = store.results.node_stress.data() + frame * stress_groups * dofs;
     std::vector<double> mises(dofs / 3);
     for (std::size_t n = 0; n < mises.size(); ++n) mises[n] = stress[4 * dofs + 3 * n];
-    arrays.push_back(make_array<double>("Float64", ("displacement" + suffix).c_str(), 3, std::span(store.results.mode_vec).subspan(row * dofs, dofs)));
-    arrays.push_back(make_array<double>("Float64", ("stress" + suffix).c_str(), 6, six_components(stress, dofs)));
-    arrays.push_back(make_array<double>("Float64", ("strain" + suffix).c_str(), 6, six_components(stress + 2 * dofs, dofs)));
+    arrays.push_back(make_array<double>("Float64", ("displacement" + suffix).c_str(), 3,
+                                        std::span(store.results.mode_vec).subspan(row * dofs, dofs)));
+    arrays.push_back(
+        make_array<double>("Float64", ("stress" + suffix).c_str(), 6, six_components(stress, dofs)));
+    arrays.push_back(make_array<double>("Float64", ("strain" + suffix).c_str(), 6,
+                                        six_components(stress + 2 * dofs, dofs)));
     arrays.push_back(make_array<double>("Float64", ("mises" + suffix).c_str(), 1, mises));
 }
 
@@ -117,26 +126,30 @@ using Groups = std::vector<std::pair<const char*, std::vector<Array>>>;
 Groups make_groups(const ModelStore& store) {
     const Cells cells = make_cells(store);
     return {{"PointData", {}},
-            {"CellData", {make_array<std::int32_t>("Int32", "part", 1, cells.part),
-                          make_array<std::int32_t>("Int32", "material", 1, cells.material)}},
+            {"CellData",
+             {make_array<std::int32_t>("Int32", "part", 1, cells.part),
+              make_array<std::int32_t>("Int32", "material", 1, cells.material)}},
             {"Points", {make_array<double>("Float64", "Points", 3, store.mesh.coordinates)}},
-            {"Cells", {make_array<std::int64_t>("Int64", "connectivity", 1, cells.connectivity),
-                       make_array<std::int64_t>("Int64", "offsets", 1, cells.offsets),
-                       make_array<std::uint8_t>("UInt8", "types", 1, cells.types)}}};
+            {"Cells",
+             {make_array<std::int64_t>("Int64", "connectivity", 1, cells.connectivity),
+              make_array<std::int64_t>("Int64", "offsets", 1, cells.offsets),
+              make_array<std::uint8_t>("UInt8", "types", 1, cells.types)}}};
 }
 
 // The XML up to the appended data; every array gets its offset in order.
 std::string make_xml(const Mesh& mesh, const Groups& groups) {
     std::uint64_t offset = 0;
     std::string xml = console::format(
-        "<?xml version=\"1.0\"?>\n<VTKFile type=\"UnstructuredGrid\" version=\"1.0\" byte_order=\"%s\" header_type=\"UInt64\">\n"
+        "<?xml version=\"1.0\"?>\n<VTKFile type=\"UnstructuredGrid\" version=\"1.0\" byte_order=\"%s\" "
+        "header_type=\"UInt64\">\n"
         "<UnstructuredGrid>\n<Piece NumberOfPoints=\"%d\" NumberOfCells=\"%zu\">\n",
         std::endian::native == std::endian::little ? "LittleEndian" : "BigEndian", mesh.node_num(),
         mesh.p_ele_part_id.size() + mesh.surface_part_id.size());
     for (const auto& [group, arrays] : groups) {
         xml += console::format("<%s>\n", group);
         for (const Array& array : arrays) {
-            xml += array.header + console::format(" offset=\"%llu\"/>\n", static_cast<unsigned long long>(offset));
+            xml += array.header +
+                   console::format(" offset=\"%llu\"/>\n", static_cast<unsigned long long>(offset));
             offset += sizeof(std::uint64_t) + array.bytes.size();
         }
         xml += console::format("</%s>\n", group);
@@ -169,7 +182,9 @@ bool write_grid(const Mesh& mesh, const Groups& groups, const std::string& targe
 
 }  // namespace
 
-std::string vtu_file_name(const ModelStore& store) { return base_of(store) + ".vtu"; }
+std::string vtu_file_name(const ModelStore& store) {
+    return base_of(store) + ".vtu";
+}
 
 bool write_vtu(const ModelStore& store) {
     Groups groups = make_groups(store);
@@ -177,12 +192,15 @@ bool write_vtu(const ModelStore& store) {
     return write_grid(store.mesh, groups, vtu_file_name(store));
 }
 
-std::string pvd_file_name(const ModelStore& store) { return base_of(store) + ".pvd"; }
+std::string pvd_file_name(const ModelStore& store) {
+    return base_of(store) + ".pvd";
+}
 
 bool write_vtu_frames(const ModelStore& store) {
     Groups groups = make_groups(store);
     const std::string base = base_of(store);
-    std::string list = "<?xml version=\"1.0\"?>\n<VTKFile type=\"Collection\" version=\"1.0\">\n<Collection>\n";
+    std::string list =
+        "<?xml version=\"1.0\"?>\n<VTKFile type=\"Collection\" version=\"1.0\">\n<Collection>\n";
     for (std::size_t k = 0; k < store.results.n_freq.size(); ++k) {
         const std::string target = base + console::format("_%06zu.vtu", k + 1);
         std::vector<Array>& arrays = groups.front().second;
@@ -190,9 +208,11 @@ bool write_vtu_frames(const ModelStore& store) {
         add_frame(store, k, "", arrays);
         add_plastic_strain(store, k, arrays);
         if (!write_grid(store.mesh, groups, target)) return false;
-        list += console::format("<DataSet timestep=\"%.9e\" part=\"0\" file=\"%s\"/>\n", store.results.n_freq[k], paths::base_name(target).c_str());
+        list += console::format("<DataSet timestep=\"%.9e\" part=\"0\" file=\"%s\"/>\n",
+                                store.results.n_freq[k], paths::base_name(target).c_str());
     }
-    return told(write_whole(pvd_file_name(store), [&](TextOutput& file) { file.write(list + "</Collection>\n</VTKFile>\n"); }));
+    return told(write_whole(pvd_file_name(store),
+                            [&](TextOutput& file) { file.write(list + "</Collection>\n</VTKFile>\n"); }));
 }
 
 }  // namespace kestralum

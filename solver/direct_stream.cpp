@@ -13,7 +13,8 @@ namespace kestralum {
 namespace {
 
 char* thread_buffer() {
-    static_assert(DirectStream::buffer_bytes >= (std::size_t{4} << 20), "large blocks are aligned to pages of 2 MB");
+    static_assert(DirectStream::buffer_bytes >= (std::size_t{4} << 20),
+                  "large blocks are aligned to pages of 2 MB");
     thread_local const Block buffer = allocate_block(DirectStream::buffer_bytes / sizeof(double));
     return reinterpret_cast<char*>(buffer.get());
 }
@@ -36,8 +37,12 @@ bool write_all(int file, const char* bytes, std::size_t count, std::int64_t offs
 }  // namespace
 
 DirectStream::DirectStream(int direct, int buffered, std::int64_t offset)
-    : direct_(direct), buffered_(buffered), start_(offset / std::int64_t{block} * std::int64_t{block}),
-      begin_(static_cast<std::size_t>(offset - start_)), end_(begin_), buffer_(thread_buffer()) {}
+    : direct_(direct),
+      buffered_(buffered),
+      start_(offset / std::int64_t{block} * std::int64_t{block}),
+      begin_(static_cast<std::size_t>(offset - start_)),
+      end_(begin_),
+      buffer_(thread_buffer()) {}
 
 bool DirectStream::put(const void* bytes, std::size_t count) {
     if (!buffer_) {
@@ -77,6 +82,8 @@ bool DirectStream::flush() {
     return true;
 }
 
-bool DirectStream::finish() { return end_ == begin_ || flush(); }
+bool DirectStream::finish() {
+    return end_ == begin_ || flush();
+}
 
 }  // namespace kestralum

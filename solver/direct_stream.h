@@ -19,8 +19,8 @@ public:
     // Where the next byte goes.
     std::int64_t position() const { return start_ + static_cast<std::int64_t>(end_); }
 
-    static constexpr std::size_t block = 4096;               // bytes: alignment of direct transfers
-    static constexpr std::size_t buffer_bytes = 4u << 20;    // of each thread
+    static constexpr std::size_t block = 4096;             // bytes: alignment of direct transfers
+    static constexpr std::size_t buffer_bytes = 4u << 20;  // of each thread
 
 private:
     bool flush();

@@ -16,9 +16,14 @@
 
 namespace kestralum {
 
-FactorFiles::FactorFiles(std::string_view stem, const Profile& profile, const Divisions& divisions, std::int64_t direct_bytes)
-    : stem_(stem), profile_(profile), divisions_(divisions), direct_bytes_(direct_bytes),
-      open_(static_cast<std::size_t>(divisions.count()), -1), direct_(open_) {}
+FactorFiles::FactorFiles(std::string_view stem, const Profile& profile, const Divisions& divisions,
+                         std::int64_t direct_bytes)
+    : stem_(stem),
+      profile_(profile),
+      divisions_(divisions),
+      direct_bytes_(direct_bytes),
+      open_(static_cast<std::size_t>(divisions.count()), -1),
+      direct_(open_) {}
 
 FactorFiles::~FactorFiles() {
     for (std::int32_t b = 0; b < divisions_.count(); ++b) close(b);
@@ -38,10 +43,13 @@ void FactorFiles::remove_old() {
     std::error_code ignored;
     const std::string head = stem_ + "_", tail = ".txt";
     std::vector<std::filesystem::path> old;
-    for (std::filesystem::directory_iterator at(paths::log_directory(), ignored), end; at != end; at.increment(ignored)) {
+    for (std::filesystem::directory_iterator at(paths::log_directory(), ignored), end; at != end;
+         at.increment(ignored)) {
         const std::string name = at->path().filename().string();
-        if (!name.starts_with(head) || !name.ends_with(tail) || name.size() <= head.size() + tail.size()) continue;
-        const auto number = parse_int32(std::string_view(name).substr(head.size(), name.size() - head.size() - tail.size()));
+        if (!name.starts_with(head) || !name.ends_with(tail) || name.size() <= head.size() + tail.size())
+            continue;
+        const auto number =
+            parse_int32(std::string_view(name).substr(head.size(), name.size() - head.size() - tail.size()));
         if (number && *number >= divisions_.count()) old.push_back(at->path());
     }
     for (const auto& path : old) std::filesystem::remove(path, ignored);
@@ -77,7 +85,8 @@ int FactorFiles::descriptor(std::int32_t division, bool writing) {
             errno = reason;
         }
         const std::int64_t bytes = 8 * (divisions_.div_profile[b + 1] - divisions_.div_profile[b]);
-        if (writing && open_[b] >= 0 && bytes >= direct_bytes_) direct_[b] = ::open(name.c_str(), O_WRONLY | O_DIRECT | O_CLOEXEC);
+        if (writing && open_[b] >= 0 && bytes >= direct_bytes_)
+            direct_[b] = ::open(name.c_str(), O_WRONLY | O_DIRECT | O_CLOEXEC);
     }
     return open_[b];
 }
@@ -94,14 +103,18 @@ void FactorFiles::close(std::int32_t division) {
     if (!closed) fail(division, "cannot be closed");
 }
 
-bool FactorFiles::write_direct(int direct, std::int32_t division, std::int32_t first, std::int32_t last, const double* const* rows) {
+bool FactorFiles::write_direct(int direct, std::int32_t division, std::int32_t first, std::int32_t last,
+                               const double* const* rows) {
     const auto b = static_cast<std::size_t>(division);
-    const std::int64_t offset = 8 * (profile_.sky_start[static_cast<std::size_t>(first)] - divisions_.div_profile[b]);
+    const std::int64_t offset =
+        8 * (profile_.sky_start[static_cast<std::size_t>(first)] - divisions_.div_profile[b]);
     if (stream_ && (stream_division_ != division || stream_->position() != offset) && !flush()) return false;
     if (!stream_) stream_.emplace(direct, open_[b], offset);
     stream_division_ = division;
     for (std::int32_t k = first; k < last; ++k)
-        if (!stream_->put(rows[k - first], static_cast<std::size_t>(profile_.height[static_cast<std::size_t>(k)]) * sizeof(double))) {
+        if (!stream_->put(
+                rows[k - first],
+                static_cast<std::size_t>(profile_.height[static_cast<std::size_t>(k)]) * sizeof(double))) {
             stream_.reset();
             fail(division, "cannot be written");
             return false;
@@ -139,7 +152,8 @@ bool FactorFiles::transfer(std::int32_t first, std::int32_t last, const double* 
         for (std::int32_t k = i; k < stop; ++k) {
             iovec& piece = pieces[static_cast<std::size_t>(k - i)];
             piece.iov_base = const_cast<double*>(rows[k - first]);
-            piece.iov_len = static_cast<std::size_t>(profile_.height[static_cast<std::size_t>(k)]) * sizeof(double);
+            piece.iov_len =
+                static_cast<std::size_t>(profile_.height[static_cast<std::size_t>(k)]) * sizeof(double);
             bytes += static_cast<std::int64_t>(piece.iov_len);
         }
         std::int64_t offset = 8 * (profile_.sky_start[static_cast<std::size_t>(i)] -
@@ -147,7 +161,8 @@ bool FactorFiles::transfer(std::int32_t first, std::int32_t last, const double* 
         iovec* piece = pieces.data();
         int count = stop - i;
         while (bytes > 0) {
-            const ssize_t moved = writing ? ::pwritev(file, piece, count, offset) : ::preadv(file, piece, count, offset);
+            const ssize_t moved =
+                writing ? ::pwritev(file, piece, count, offset) : ::preadv(file, piece, count, offset);
             if (moved < 0 && errno == EINTR) continue;
             if (moved <= 0) {
                 if (moved == 0) errno = EIO;

@@ -34,8 +34,8 @@ public:
 
     // Writes or reads the profile entries of rows [first, last): row i from or to rows[i - first],
     // height[i] doubles each.
-    // Rows of a division written past the page cache are written by one thread, which calls flush() at the end;
-    // rows that follow one another are gathered to large writes.
+    // Rows of a division written past the page cache are written by one thread, which calls flush() at the
+    // end; rows that follow one another are gathered to large writes.
     bool write_rows(std::int32_t first, std::int32_t last, const double* const* rows);
     bool flush();
     bool read_rows(std::int32_t first, std::int32_t last, double* const* rows);
@@ -50,7 +50,8 @@ public:
 private:
     int descriptor(std::int32_t division, bool writing);
     bool set_size(int file, std::int32_t division) const;
-    bool write_direct(int direct, std::int32_t division, std::int32_t first, std::int32_t last, const double* const* rows);
+    bool write_direct(int direct, std::int32_t division, std::int32_t first, std::int32_t last,
+                      const double* const* rows);
     bool transfer(std::int32_t first, std::int32_t last, const double* const* rows, bool writing);
     void fail(std::int32_t division, const char* what);
 
@@ -59,10 +60,10 @@ private:
     const Divisions& divisions_;
     mutable std::mutex lock_;
     std::int64_t direct_bytes_;
-    std::vector<int> open_;      // descriptor per division, -1 = closed
+    std::vector<int> open_;               // descriptor per division, -1 = closed
     std::optional<DirectStream> stream_;  // of the division that is being written past the page cache
     std::int32_t stream_division_ = 0;
-    std::vector<int> direct_;    // of the same file, past the page cache, -1 = none
+    std::vector<int> direct_;  // of the same file, past the page cache, -1 = none
     std::atomic<bool> failed_{false};
     std::string error_;
 };

@@ -20,8 +20,7 @@ namespace kestralum {
 
 // What the threads share while a factorization runs.
 struct SkylineFactor::Progress {
-    explicit Progress(std::int32_t panels)
-        : done(static_cast<std::size_t>(panels)) {
+    explicit Progress(std::int32_t panels) : done(static_cast<std::size_t>(panels)) {
         for (auto& flag : done) flag.store(false, std::memory_order_relaxed);
     }
     std::vector<std::atomic<bool>> done;  // panel is computed: others may read it
@@ -30,10 +29,10 @@ struct SkylineFactor::Progress {
     std::atomic<FactorStatus> status{FactorStatus::ok};
 
     // of the thread that writes
-    std::int32_t reported = 0;  // panels below are stored and reported
-    std::int32_t freed = 0;     // panels below are freed (spilled factor)
+    std::int32_t reported = 0;     // panels below are stored and reported
+    std::int32_t freed = 0;        // panels below are freed (spilled factor)
     std::vector<double> diagonal;  // of the matrix, for the lines of W
-    std::int32_t division = 0;  // division that the reported row is in, one band behind
+    std::int32_t division = 0;     // division that the reported row is in, one band behind
 
     std::mutex queue_lock;  // guards `computed` and `closed`
     std::condition_variable queue_changed;
@@ -74,14 +73,18 @@ struct SkylineFactor::Progress {
 };
 
 SkylineFactor::SkylineFactor(Profile profile, Divisions divisions, FactorOptions options)
-    : profile_(std::move(profile)), divisions_(std::move(divisions)), options_(options),
-      grid_(make_panel_grid(profile_, options.panel_rows)), files_(options.file_stem, profile_, divisions_,
+    : profile_(std::move(profile)),
+      divisions_(std::move(divisions)),
+      options_(options),
+      grid_(make_panel_grid(profile_, options.panel_rows)),
+      files_(options.file_stem, profile_, divisions_,
              divisions_.count() == 1 ? options.direct_bytes : std::numeric_limits<std::int64_t>::max()) {
     if (options_.diag_num < profile_.max_height) options_.diag_num = profile_.max_height;
 }
 
 // The panel's rows of the matrix, zero elsewhere.
-void SkylineFactor::load_panel_of_matrix(const SparseKM& km, std::span<const double> values, std::int32_t I, double* G) const {
+void SkylineFactor::load_panel_of_matrix(const SparseKM& km, std::span<const double> values, std::int32_t I,
+                                         double* G) const {
     std::memset(G, 0, static_cast<std::size_t>(grid_.doubles(I)) * sizeof(double));
     for (std::int32_t i = grid_.row_begin(I); i < grid_.row_end(I); ++i) {
         const auto row = static_cast<std::size_t>(i);
@@ -95,7 +98,8 @@ void SkylineFactor::load_panel_of_matrix(const SparseKM& km, std::span<const dou
 }
 
 // The triangle of one strip, unblocked: `row` is the number of its first row.
-void SkylineFactor::factor_strip(std::int32_t columns, std::int32_t row, double* g, double* l, std::int32_t ld) {
+void SkylineFactor::factor_strip(std::int32_t columns, std::int32_t row, double* g, double* l,
+                                 std::int32_t ld) {
     for (std::int32_t a = 0; a < columns; ++a) {
         double* ga = g + std::int64_t{a} * ld;
         double* la = l + std::int64_t{a} * ld;
@@ -136,25 +140,30 @@ void SkylineFactor::factor_diagonal_block(std::int32_t I, double* G, double* L) 
         if (rest == 0) continue;
         double* g_rest = g + std::int64_t{columns} * ld;
         double* l_rest = l + std::int64_t{columns} * ld;
-        cblas_dtrsm(CblasRowMajor, CblasRight, CblasLower, CblasTrans, kind_ == Kind::ldl ? CblasUnit : CblasNonUnit, rest,
-                    columns, 1.0, l, ld, g_rest, ld);
+        cblas_dtrsm(CblasRowMajor, CblasRight, CblasLower, CblasTrans,
+                    kind_ == Kind::ldl ? CblasUnit : CblasNonUnit, rest, columns, 1.0, l, ld, g_rest, ld);
         for (std::int32_t r = 0; r < rest && kind_ == Kind::ldl; ++r)
             for (std::int32_t c = 0; c < columns; ++c)
-                l_rest[std::int64_t{r} * ld + c] = g_rest[std::int64_t{r} * ld + c] / D_[static_cast<std::size_t>(s + c)];
+                l_rest[std::int64_t{r} * ld + c] =
+                    g_rest[std::int64_t{r} * ld + c] / D_[static_cast<std::size_t>(s + c)];
     }
 }
 
 // G(:, c0 … c0 + columns) -= G(:, k0 … c0) · L(c0 … c0 + columns, k0 … c0)ᵀ with rows of panel J. Where the
 // rows of panel I begin one after another, those that have not begun are left out in steps of `strip` rows.
-void SkylineFactor::subtract_products(std::int32_t I, std::int32_t J, const Columns& c, double* G, const double* LJ) const {
+void SkylineFactor::subtract_products(std::int32_t I, std::int32_t J, const Columns& c, double* G,
+                                      const double* LJ) const {
     constexpr std::int32_t strip = 64;
-    const std::int32_t first = grid_.first_col[static_cast<std::size_t>(I)], ld = grid_.ld[static_cast<std::size_t>(I)];
+    const std::int32_t first = grid_.first_col[static_cast<std::size_t>(I)],
+                       ld = grid_.ld[static_cast<std::size_t>(I)];
     const auto product = [&](std::int32_t row, std::int32_t rows, std::int32_t from, std::int32_t to) {
         if (rows <= 0 || from >= to) return;
-        cblas_dgemm(CblasRowMajor, CblasNoTrans, CblasTrans, rows, c.columns, to - from, -1.0, G + grid_.at(I, row, from), ld,
-                    LJ + grid_.at(J, c.c0, from), grid_.ld[static_cast<std::size_t>(J)], 1.0, G + grid_.at(I, row, c.c0), ld);
+        cblas_dgemm(CblasRowMajor, CblasNoTrans, CblasTrans, rows, c.columns, to - from, -1.0,
+                    G + grid_.at(I, row, from), ld, LJ + grid_.at(J, c.c0, from),
+                    grid_.ld[static_cast<std::size_t>(J)], 1.0, G + grid_.at(I, row, c.c0), ld);
     };
-    const std::int32_t all_begun = std::clamp(first + grid_.begin_span[static_cast<std::size_t>(I)], c.k0, c.c0);
+    const std::int32_t all_begun =
+        std::clamp(first + grid_.begin_span[static_cast<std::size_t>(I)], c.k0, c.c0);
     if (all_begun - c.k0 > strip) {
         for (std::int32_t row = grid_.row_begin(I); row < grid_.row_end(I); row += strip) {
             const std::int32_t end = std::min(grid_.row_end(I), row + strip);
@@ -182,8 +191,9 @@ void SkylineFactor::factor_panel(std::int32_t I, double* G, double* L) {
         const std::int32_t k0 = std::max(first, grid_.first_col[static_cast<std::size_t>(J)]);
         double* g = G + (c0 - first);
         subtract_products(I, J, {k0, c0, columns}, G, LJ);
-        cblas_dtrsm(CblasRowMajor, CblasRight, CblasLower, CblasTrans, kind_ == Kind::ldl ? CblasUnit : CblasNonUnit, rows,
-                    columns, 1.0, LJ + grid_.at(J, c0, c0), grid_.ld[static_cast<std::size_t>(J)], g, ld);
+        cblas_dtrsm(CblasRowMajor, CblasRight, CblasLower, CblasTrans,
+                    kind_ == Kind::ldl ? CblasUnit : CblasNonUnit, rows, columns, 1.0,
+                    LJ + grid_.at(J, c0, c0), grid_.ld[static_cast<std::size_t>(J)], g, ld);
         if (kind_ == Kind::ww) continue;
         const double* d = &D_[static_cast<std::size_t>(c0)];
         for (std::int32_t r = 0; r < rows; ++r) {
@@ -229,7 +239,8 @@ void SkylineFactor::report_spill(std::int32_t i) {
     const auto& start = divisions_.div_profile;
     const std::int64_t kept = profile_.sky_start[static_cast<std::size_t>(i)] - start[b + 1];
     const std::int64_t room = b + 1 < count ? start[std::min(b + 3, count)] - start[b + 1] : 0;
-    console::print("    %s, n=%lld,", files_.stored_name(progress_->division).c_str(), static_cast<long long>(start[b + 1] - start[b]));
+    console::print("    %s, n=%lld,", files_.stored_name(progress_->division).c_str(),
+                   static_cast<long long>(start[b + 1] - start[b]));
     console::print(" n2=%lld,", static_cast<long long>(kept));
     console::print(" n=%lld\n", static_cast<long long>(room));
     files_.close(progress_->division);
@@ -240,7 +251,8 @@ void SkylineFactor::report_row(std::int32_t i) {
     const std::int32_t n = profile_.rows();
     const double d = D_[static_cast<std::size_t>(i)];
     if (kind_ == Kind::ww) {
-        if (console::lines_enabled()) console::print("  %d/%d: Mii=%.3e\r", i, n, progress_->diagonal[static_cast<std::size_t>(i)]);
+        if (console::lines_enabled())
+            console::print("  %d/%d: Mii=%.3e\r", i, n, progress_->diagonal[static_cast<std::size_t>(i)]);
     } else if (i > 0) {
         console::counter(i, n);
     }
@@ -276,9 +288,12 @@ FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> v
     D_.assign(static_cast<std::size_t>(n), 0.0);
     negative_pivots_ = 0;
     progress_ = std::make_shared<Progress>(grid_.panels());
-    for (std::int32_t i = 0; i < n; ++i) progress_->diagonal.push_back(values[static_cast<std::size_t>(km.diag_pos[static_cast<std::size_t>(i)])]);
+    for (std::int32_t i = 0; i < n; ++i)
+        progress_->diagonal.push_back(
+            values[static_cast<std::size_t>(km.diag_pos[static_cast<std::size_t>(i)])]);
     const std::int64_t largest = grid_.largest_panel();
-    if (spilled() || panels_.empty()) panels_ = PanelStore(grid_, spilled());  // a factor in memory is written over by the next
+    if (spilled() || panels_.empty())
+        panels_ = PanelStore(grid_, spilled());  // a factor in memory is written over by the next
 
     std::thread writer([this] { write_panels(); });
 #pragma omp parallel num_threads(options_.threads)
@@ -308,9 +323,12 @@ FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> v
     const FactorStatus status = progress_->status;
     if (status == FactorStatus::ok)
         while (progress_->division < divisions_.count()) report_spill(n);
-    if (files_.failed()) error_ = files_.error();
-    else if (status == FactorStatus::out_of_memory) error_ = "not enough memory for the factor";
-    else if (status == FactorStatus::cancelled) error_ = "stopped by the user";
+    if (files_.failed())
+        error_ = files_.error();
+    else if (status == FactorStatus::out_of_memory)
+        error_ = "not enough memory for the factor";
+    else if (status == FactorStatus::cancelled)
+        error_ = "stopped by the user";
     progress_.reset();
     if (status != FactorStatus::ok || files_.failed()) {
         panels_ = {};
@@ -325,7 +343,8 @@ FactorStatus SkylineFactor::factor_ldl(const SparseKM& km, std::span<const doubl
     console::print("my_LDLsky_HD_Ksky\n");
     console::print("  LDL K_sparse\n");
     console::print("    Ls_num=%lld\n", static_cast<long long>(profile_.Ls_num));
-    console::print("    temp_L[%lld]\n", static_cast<long long>(divisions_.div_profile[divisions_.count() > 1 ? 2 : 1]));
+    console::print("    temp_L[%lld]\n",
+                   static_cast<long long>(divisions_.div_profile[divisions_.count() > 1 ? 2 : 1]));
     const FactorStatus status = factor(km, values, Kind::ldl);
     if (status != FactorStatus::ok) return status;
     console::print("   LDL K_sparse complete\n");
@@ -353,7 +372,8 @@ void SkylineFactor::check_rows_of_w(const SparseKM& km, std::span<const double> 
         const double* W = fetch_panel(I, buffer);
         for (std::int32_t i = grid_.row_begin(I); W && i < grid_.row_end(I); ++i) {
             double m = values[static_cast<std::size_t>(km.diag_pos[static_cast<std::size_t>(i)])];
-            for (std::int32_t j = profile_.first_column(i); j <= i; ++j) m -= W[grid_.at(I, i, j)] * W[grid_.at(I, i, j)];
+            for (std::int32_t j = profile_.first_column(i); j <= i; ++j)
+                m -= W[grid_.at(I, i, j)] * W[grid_.at(I, i, j)];
             if (std::abs(m) >= tolerance) console::print("[M] is not positive define at %dth row\n", i);
         }
     }
@@ -366,7 +386,8 @@ const double* SkylineFactor::fetch_panel(std::int32_t I, Block& buffer) {
     std::memset(buffer.get(), 0, static_cast<std::size_t>(grid_.doubles(I)) * sizeof(double));
     std::vector<double*> rows(static_cast<std::size_t>(grid_.rows(I)));
     for (std::int32_t i = grid_.row_begin(I); i < grid_.row_end(I); ++i)
-        rows[static_cast<std::size_t>(i - grid_.row_begin(I))] = buffer.get() + grid_.at(I, i, profile_.first_column(i));
+        rows[static_cast<std::size_t>(i - grid_.row_begin(I))] =
+            buffer.get() + grid_.at(I, i, profile_.first_column(i));
     if (!files_.read_rows(grid_.row_begin(I), grid_.row_end(I), rows.data())) {
         error_ = files_.error();
         return nullptr;
@@ -395,7 +416,8 @@ bool SkylineFactor::sweep(Direction direction, std::int32_t k, const Step& step)
     }
 #pragma omp parallel for schedule(static, 1) num_threads(std::min(options_.threads, groups)) if (groups > 1)
     for (std::int32_t g = 0; g < groups; ++g)
-        for (std::int32_t s = 0; s < panels; ++s) step(panel_at(s), panels_.panel(panel_at(s)), g * group_columns, columns(g));
+        for (std::int32_t s = 0; s < panels; ++s)
+            step(panel_at(s), panels_.panel(panel_at(s)), g * group_columns, columns(g));
     return true;
 }
 
@@ -411,75 +433,100 @@ struct PanelView {
     std::int32_t n, k;
 };
 
-PanelView view(const PanelGrid& grid, std::int32_t I, const double* L, std::span<double> x, std::int32_t column, std::int32_t k) {
+PanelView view(const PanelGrid& grid, std::int32_t I, const double* L, std::span<double> x,
+               std::int32_t column, std::int32_t k) {
     const std::int32_t first = grid.first_col[static_cast<std::size_t>(I)], width = grid.row_begin(I) - first;
     double* at = x.data() + std::int64_t{column} * grid.n;
-    return {L, L + width, grid.ld[static_cast<std::size_t>(I)], grid.rows(I), width, at + grid.row_begin(I), at + first, grid.n, k};
+    return {L,
+            L + width,
+            grid.ld[static_cast<std::size_t>(I)],
+            grid.rows(I),
+            width,
+            at + grid.row_begin(I),
+            at + first,
+            grid.n,
+            k};
 }
 
 // own += factor · L before
 void add_before(const PanelView& v, double factor, bool single) {
-    if (single) cblas_dgemv(CblasColMajor, CblasTrans, v.width, v.rows, factor, v.P, v.ld, v.before, 1, 1.0, v.own, 1);
-    else cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, v.rows, v.k, v.width, factor, v.P, v.ld, v.before, v.n, 1.0, v.own, v.n);
+    if (single)
+        cblas_dgemv(CblasColMajor, CblasTrans, v.width, v.rows, factor, v.P, v.ld, v.before, 1, 1.0, v.own,
+                    1);
+    else
+        cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, v.rows, v.k, v.width, factor, v.P, v.ld,
+                    v.before, v.n, 1.0, v.own, v.n);
 }
 
 // before += factor · Lᵀ own
 void add_to_before(const PanelView& v, double factor, bool single) {
-    if (single) cblas_dgemv(CblasColMajor, CblasNoTrans, v.width, v.rows, factor, v.P, v.ld, v.own, 1, 1.0, v.before, 1);
-    else cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, v.width, v.k, v.rows, factor, v.P, v.ld, v.own, v.n, 1.0, v.before, v.n);
+    if (single)
+        cblas_dgemv(CblasColMajor, CblasNoTrans, v.width, v.rows, factor, v.P, v.ld, v.own, 1, 1.0, v.before,
+                    1);
+    else
+        cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, v.width, v.k, v.rows, factor, v.P, v.ld, v.own,
+                    v.n, 1.0, v.before, v.n);
 }
 
 // The triangle on own: solve or multiply, with L (transposed = true in the transposed view) or Lᵀ.
 void solve_triangle(const PanelView& v, CBLAS_TRANSPOSE trans, CBLAS_DIAG diag) {
-    cblas_dtrsm(CblasColMajor, CblasLeft, CblasUpper, trans, diag, v.rows, v.k, 1.0, v.triangle, v.ld, v.own, v.n);
+    cblas_dtrsm(CblasColMajor, CblasLeft, CblasUpper, trans, diag, v.rows, v.k, 1.0, v.triangle, v.ld, v.own,
+                v.n);
 }
 void multiply_triangle(const PanelView& v, CBLAS_TRANSPOSE trans) {
-    cblas_dtrmm(CblasColMajor, CblasLeft, CblasUpper, trans, CblasNonUnit, v.rows, v.k, 1.0, v.triangle, v.ld, v.own, v.n);
+    cblas_dtrmm(CblasColMajor, CblasLeft, CblasUpper, trans, CblasNonUnit, v.rows, v.k, 1.0, v.triangle, v.ld,
+                v.own, v.n);
 }
 
 }  // namespace
 
 bool SkylineFactor::solve_ldl(std::span<double> x, std::int32_t k) {
     const bool single = k == 1;
-    const bool forward = sweep(Direction::forward, k, [&](std::int32_t I, const double* L, std::int32_t column, std::int32_t columns) {
-        const PanelView v = view(grid_, I, L, x, column, columns);
-        add_before(v, -1.0, single);
-        solve_triangle(v, CblasTrans, CblasUnit);
-    });
+    const bool forward =
+        sweep(Direction::forward, k,
+              [&](std::int32_t I, const double* L, std::int32_t column, std::int32_t columns) {
+                  const PanelView v = view(grid_, I, L, x, column, columns);
+                  add_before(v, -1.0, single);
+                  solve_triangle(v, CblasTrans, CblasUnit);
+              });
     if (!forward) return false;
     const auto n = static_cast<std::size_t>(profile_.rows());
     for (std::size_t c = 0; c < static_cast<std::size_t>(k); ++c)
         for (std::size_t i = 0; i < n; ++i) x[c * n + i] /= D_[i];
-    return sweep(Direction::backward, k, [&](std::int32_t I, const double* L, std::int32_t column, std::int32_t columns) {
-        const PanelView v = view(grid_, I, L, x, column, columns);
-        solve_triangle(v, CblasNoTrans, CblasUnit);
-        add_to_before(v, -1.0, single);
-    });
+    return sweep(Direction::backward, k,
+                 [&](std::int32_t I, const double* L, std::int32_t column, std::int32_t columns) {
+                     const PanelView v = view(grid_, I, L, x, column, columns);
+                     solve_triangle(v, CblasNoTrans, CblasUnit);
+                     add_to_before(v, -1.0, single);
+                 });
 }
 
 // Rows below are done before rows above need the old values of x: backward.
 bool SkylineFactor::multiply_w(std::span<double> x, std::int32_t k) {
-    return sweep(Direction::backward, k, [&](std::int32_t I, const double* W, std::int32_t column, std::int32_t columns) {
-        const PanelView v = view(grid_, I, W, x, column, columns);
-        multiply_triangle(v, CblasTrans);
-        add_before(v, 1.0, k == 1);
-    });
+    return sweep(Direction::backward, k,
+                 [&](std::int32_t I, const double* W, std::int32_t column, std::int32_t columns) {
+                     const PanelView v = view(grid_, I, W, x, column, columns);
+                     multiply_triangle(v, CblasTrans);
+                     add_before(v, 1.0, k == 1);
+                 });
 }
 
 bool SkylineFactor::multiply_wt(std::span<double> x, std::int32_t k) {
-    return sweep(Direction::forward, k, [&](std::int32_t I, const double* W, std::int32_t column, std::int32_t columns) {
-        const PanelView v = view(grid_, I, W, x, column, columns);
-        add_to_before(v, 1.0, k == 1);
-        multiply_triangle(v, CblasNoTrans);
-    });
+    return sweep(Direction::forward, k,
+                 [&](std::int32_t I, const double* W, std::int32_t column, std::int32_t columns) {
+                     const PanelView v = view(grid_, I, W, x, column, columns);
+                     add_to_before(v, 1.0, k == 1);
+                     multiply_triangle(v, CblasNoTrans);
+                 });
 }
 
 bool SkylineFactor::solve_wt(std::span<double> x, std::int32_t k) {
-    return sweep(Direction::backward, k, [&](std::int32_t I, const double* W, std::int32_t column, std::int32_t columns) {
-        const PanelView v = view(grid_, I, W, x, column, columns);
-        solve_triangle(v, CblasNoTrans, CblasNonUnit);
-        add_to_before(v, -1.0, k == 1);
-    });
+    return sweep(Direction::backward, k,
+                 [&](std::int32_t I, const double* W, std::int32_t column, std::int32_t columns) {
+                     const PanelView v = view(grid_, I, W, x, column, columns);
+                     solve_triangle(v, CblasNoTrans, CblasNonUnit);
+                     add_to_before(v, -1.0, k == 1);
+                 });
 }
 
 bool SkylineFactor::read_row(std::int32_t i, std::span<double> row) {

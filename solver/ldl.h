@@ -4,7 +4,8 @@
 // The factor is computed panel by panel, left-looking (George and Liu, 1981, ch. 4; Dongarra, Du
 // Croz, Hammarling and Duff, 1990, for the blocks): with G = L·D of the panel's own rows,
 //   G(I,J) L(J,J)ᵀ = A(I,J) - Σ_k<J G(I,k) L(J,k)ᵀ,   L(I,J) = G(I,J) D(J)⁻¹.
-// For W the rows themselves take the place of G. Threads take panels in turn; panel I waits for panel J only when it reaches column J.
+// For W the rows themselves take the place of G. Threads take panels in turn; panel I waits for panel J only
+// when it reaches column J.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +28,8 @@ struct FactorOptions {
     std::int32_t diag_num = 0;    // band measure: no row is higher; at least the largest height is used
     std::int32_t panel_rows = 0;  // 0: chosen by the profile
     const char* file_stem = "Ltemp";
-    std::int64_t direct_bytes = std::int64_t{256} << 20;  // a factor in one division of this size is written past the page cache
+    std::int64_t direct_bytes =
+        std::int64_t{256} << 20;  // a factor in one division of this size is written past the page cache
 };
 
 // A factor L D Lᵀ or W Wᵀ: D in memory, the rows of L or W in memory (one division) or in the division
@@ -67,7 +69,6 @@ public:
     bool read_row(std::int32_t i, std::span<double> row);
 
 private:
-
     bool spilled() const { return divisions_.count() > 1; }
     enum class Kind { ldl, ww };
     enum class Direction { forward, backward };
@@ -77,12 +78,14 @@ private:
     // Calls step(I, panel, columns' group) for every panel in the direction given.
     template <typename Step>
     bool sweep(Direction direction, std::int32_t k, const Step& step);
-    void load_panel_of_matrix(const SparseKM& km, std::span<const double> values, std::int32_t I, double* G) const;
+    void load_panel_of_matrix(const SparseKM& km, std::span<const double> values, std::int32_t I,
+                              double* G) const;
     void factor_panel(std::int32_t I, double* G, double* L);
     struct Columns {
         std::int32_t k0, c0, columns;
     };
-    void subtract_products(std::int32_t I, std::int32_t J, const Columns& c, double* G, const double* LJ) const;
+    void subtract_products(std::int32_t I, std::int32_t J, const Columns& c, double* G,
+                           const double* LJ) const;
     void factor_diagonal_block(std::int32_t I, double* G, double* L);
     bool store_panel(std::int32_t I, const double* L);
     void write_panels();

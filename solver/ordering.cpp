@@ -78,7 +78,8 @@ void reorder_nodes(Mesh& mesh, std::string_view method) {
     count_up_to(static_cast<std::int64_t>(nodes));
 
     std::vector<std::int32_t> new_number(nodes);
-    for (std::size_t k = 0; k < nodes; ++k) new_number[static_cast<std::size_t>(order[k].node)] = static_cast<std::int32_t>(k);
+    for (std::size_t k = 0; k < nodes; ++k)
+        new_number[static_cast<std::size_t>(order[k].node)] = static_cast<std::int32_t>(k);
     auto renumber = [&](std::vector<std::int32_t>& numbers) {
         for (std::int32_t& c : numbers) c = new_number[static_cast<std::size_t>(node_index(c))] + 1;
     };
@@ -88,7 +89,8 @@ void reorder_nodes(Mesh& mesh, std::string_view method) {
 
     std::vector<double> moved(mesh.coordinates.size());
     for (std::size_t k = 0; k < nodes; ++k)
-        for (std::size_t c = 0; c < 3; ++c) moved[3 * k + c] = mesh.coordinates[3 * static_cast<std::size_t>(order[k].node) + c];
+        for (std::size_t c = 0; c < 3; ++c)
+            moved[3 * k + c] = mesh.coordinates[3 * static_cast<std::size_t>(order[k].node) + c];
     mesh.coordinates = std::move(moved);
     count_up_to(static_cast<std::int64_t>(nodes));
     console::print("Complete Reordering Node Numbers\n");

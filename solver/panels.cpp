@@ -41,10 +41,12 @@ PanelGrid make_panel_grid(const Profile& profile, std::int32_t panel_rows) {
     grid.last_use.resize(static_cast<std::size_t>(panels));
     for (std::int32_t I = 0; I < panels; ++I) {
         std::int32_t first = I * grid.nb;
-        for (std::int32_t i = grid.row_begin(I); i < grid.row_end(I); ++i) first = std::min(first, profile.first_column(i));
+        for (std::int32_t i = grid.row_begin(I); i < grid.row_end(I); ++i)
+            first = std::min(first, profile.first_column(i));
         first = first / 8 * 8;  // every panel starts on the same vector boundary
         std::int32_t latest = first;
-        for (std::int32_t i = grid.row_begin(I); i < grid.row_end(I); ++i) latest = std::max(latest, profile.first_column(i));
+        for (std::int32_t i = grid.row_begin(I); i < grid.row_end(I); ++i)
+            latest = std::max(latest, profile.first_column(i));
         const auto p = static_cast<std::size_t>(I);
         grid.first_col[p] = first;
         grid.begin_span[p] = (std::min(latest, grid.row_begin(I)) - first + 7) / 8 * 8;
@@ -102,8 +104,8 @@ void PanelStore::give_back(std::int32_t I) {
 
 const char* better_blas_kernels() {
 #if defined(__x86_64__)
-    if (!__builtin_cpu_supports("avx512f") || !__builtin_cpu_supports("avx512dq") || !__builtin_cpu_supports("avx512bw") ||
-        !__builtin_cpu_supports("avx512vl"))
+    if (!__builtin_cpu_supports("avx512f") || !__builtin_cpu_supports("avx512dq") ||
+        !__builtin_cpu_supports("avx512bw") || !__builtin_cpu_supports("avx512vl"))
         return nullptr;
     const std::string_view chosen = openblas_get_corename();
     return chosen == "Haswell" || chosen == "Zen" ? "SkylakeX" : nullptr;
@@ -112,6 +114,8 @@ const char* better_blas_kernels() {
 #endif
 }
 
-void use_serial_blas() { openblas_set_num_threads(1); }
+void use_serial_blas() {
+    openblas_set_num_threads(1);
+}
 
 }  // namespace kestralum

@@ -30,19 +30,23 @@ struct PanelGrid {
     std::int32_t nb = 0;                  // rows of a panel
     std::vector<std::int32_t> first_col;  // panels
     std::vector<std::int32_t> ld;         // panels
-    std::vector<std::int32_t> begin_span; // panels: from first_col to where every row but the triangle's has begun
-    std::vector<std::int32_t> last_use;   // panels: last panel that reads this one
+    std::vector<std::int32_t>
+        begin_span;  // panels: from first_col to where every row but the triangle's has begun
+    std::vector<std::int32_t> last_use;  // panels: last panel that reads this one
 
     std::int32_t panels() const { return static_cast<std::int32_t>(first_col.size()); }
     std::int32_t row_begin(std::int32_t I) const { return I * nb; }
     std::int32_t row_end(std::int32_t I) const { return std::min(n, (I + 1) * nb); }
     std::int32_t rows(std::int32_t I) const { return row_end(I) - row_begin(I); }
     std::int32_t width(std::int32_t I) const { return row_end(I) - first_col[static_cast<std::size_t>(I)]; }
-    std::int64_t doubles(std::int32_t I) const { return std::int64_t{rows(I)} * ld[static_cast<std::size_t>(I)]; }
+    std::int64_t doubles(std::int32_t I) const {
+        return std::int64_t{rows(I)} * ld[static_cast<std::size_t>(I)];
+    }
     std::int64_t largest_panel() const;
     // Offset of (row, col) of panel I in its block.
     std::int64_t at(std::int32_t I, std::int32_t row, std::int32_t col) const {
-        return std::int64_t{row - row_begin(I)} * ld[static_cast<std::size_t>(I)] + (col - first_col[static_cast<std::size_t>(I)]);
+        return std::int64_t{row - row_begin(I)} * ld[static_cast<std::size_t>(I)] +
+               (col - first_col[static_cast<std::size_t>(I)]);
     }
 };
 
@@ -73,8 +77,9 @@ private:
 };
 
 // OpenBLAS chooses its kernels by the processors it knows; on a newer one with AVX-512 it falls back to
-// those for AVX2. Returns the OPENBLAS_CORETYPE that would serve better than the kernels in use, null where these are
-// right. The variable is read when a process loads the library: a program that wants it sets it and starts itself again.
+// those for AVX2. Returns the OPENBLAS_CORETYPE that would serve better than the kernels in use, null where
+// these are right. The variable is read when a process loads the library: a program that wants it sets it and
+// starts itself again.
 const char* better_blas_kernels();
 
 // Keeps OpenBLAS to one thread: the parallel loops are ours.

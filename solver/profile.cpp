@@ -15,7 +15,8 @@ Profile make_profile(const SparseKM& km) {
         const auto row = static_cast<std::size_t>(i);
         // a row without an entry left of or on the diagonal still has its diagonal slot
         const std::int32_t first =
-            km.row_count[row] > 0 ? std::min(i, km.col_index[static_cast<std::size_t>(km.row_start[row])]) : i;
+            km.row_count[row] > 0 ? std::min(i, km.col_index[static_cast<std::size_t>(km.row_start[row])])
+                                  : i;
         profile.height[row] = i - first + 1;
         profile.max_height = std::max(profile.max_height, profile.height[row]);
         profile.sky_start[row + 1] = profile.sky_start[row] + profile.height[row];

@@ -36,10 +36,12 @@ NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_el
         const auto first = static_cast<std::ptrdiff_t>(out.nodes.size());
         out.nodes.push_back(i);
         seen[static_cast<std::size_t>(i)] = i;
-        for (std::int64_t k = node_elements.start[static_cast<std::size_t>(i)]; k < node_elements.start[static_cast<std::size_t>(i) + 1]; ++k) {
+        for (std::int64_t k = node_elements.start[static_cast<std::size_t>(i)];
+             k < node_elements.start[static_cast<std::size_t>(i) + 1]; ++k) {
             const std::ptrdiff_t e = node_elements.elements[static_cast<std::size_t>(k)];
             for (int p = 0; p < per_element; ++p) {
-                const auto n = static_cast<std::int32_t>(node_index(mesh.connectivity[static_cast<std::size_t>(e * per_element + p)]));
+                const auto n = static_cast<std::int32_t>(
+                    node_index(mesh.connectivity[static_cast<std::size_t>(e * per_element + p)]));
                 if (seen[static_cast<std::size_t>(n)] == i) continue;
                 seen[static_cast<std::size_t>(n)] = i;
                 out.nodes.push_back(n);
@@ -71,11 +73,13 @@ void build_index(const NodeNeighbours& neighbours, SparseKM& km) {
     for (std::size_t i = 0; i < nodes; ++i) {
         const std::int64_t first = neighbours.start[i], last = neighbours.start[i + 1];
         if (console::lines_enabled())
-            console::print("  %zu/%zu:%lld,%d\r", i, nodes, static_cast<long long>(last - first), km.row_count[3 * i]);
+            console::print("  %zu/%zu:%lld,%d\r", i, nodes, static_cast<long long>(last - first),
+                           km.row_count[3 * i]);
         for (std::size_t r = 3 * i; r < 3 * i + 3; ++r) {
             std::int32_t* column = km.col_index.data() + km.row_start[r];
             for (std::int64_t k = first; k < last; ++k)
-                for (std::int32_t c = 0; c < 3; ++c) *column++ = 3 * neighbours.nodes[static_cast<std::size_t>(k)] + c;
+                for (std::int32_t c = 0; c < 3; ++c)
+                    *column++ = 3 * neighbours.nodes[static_cast<std::size_t>(k)] + c;
         }
     }
     console::print("  [K],[M] index\n");
@@ -102,8 +106,8 @@ struct Batch {
 };
 
 // Adds the batch's contributions to the rows of nodes [node_first, node_last), in element order.
-void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& batch, std::int32_t node_first,
-               std::int32_t node_last, SparseKM& km) {
+void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& batch,
+               std::int32_t node_first, std::int32_t node_last, SparseKM& km) {
     const auto ne = static_cast<std::size_t>(batch.per_element);
     const std::size_t size = 3 * ne;
     for (std::int32_t e = batch.first; e < batch.last; ++e) {
@@ -114,7 +118,8 @@ void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& 
             const auto i = static_cast<std::int32_t>(node_index(element[p]));
             if (i < node_first || i >= node_last) continue;
             const std::int32_t* set = neighbours.nodes.data() + neighbours.start[static_cast<std::size_t>(i)];
-            const std::int32_t* set_end = neighbours.nodes.data() + neighbours.start[static_cast<std::size_t>(i) + 1];
+            const std::int32_t* set_end =
+                neighbours.nodes.data() + neighbours.start[static_cast<std::size_t>(i) + 1];
             double* k_row[3];
             double* m_row[3];
             for (std::size_t a = 0; a < 3; ++a) {
@@ -129,7 +134,8 @@ void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& 
                 const std::ptrdiff_t offset = 3 * (at - set);
                 for (std::size_t a = 0; a < 3; ++a) {
                     const double* block = ke + (3 * p + a) * size + 3 * q;
-                    for (std::size_t b = 0; b < 3; ++b) k_row[a][static_cast<std::size_t>(offset) + b] += block[b];
+                    for (std::size_t b = 0; b < 3; ++b)
+                        k_row[a][static_cast<std::size_t>(offset) + b] += block[b];
                     m_row[a][static_cast<std::size_t>(offset) + a] += me[p * ne + q];
                 }
             }
@@ -162,13 +168,16 @@ std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, con
         }
         const Batch batch{first, last, static_cast<int>(ne), ke, me};
         // the rows are dealt out so that every thread has rows of this batch's elements
-        const auto [low, high] = std::minmax_element(mesh.connectivity.begin() + first * static_cast<std::ptrdiff_t>(ne),
-                                                     mesh.connectivity.begin() + last * static_cast<std::ptrdiff_t>(ne));
+        const auto [low, high] =
+            std::minmax_element(mesh.connectivity.begin() + first * static_cast<std::ptrdiff_t>(ne),
+                                mesh.connectivity.begin() + last * static_cast<std::ptrdiff_t>(ne));
         const std::int64_t low_node = *low - 1, span = *high - low_node;
 #pragma omp parallel for schedule(static) num_threads(threads)
         for (int t = 0; t < threads; ++t)
-            add_batch(mesh, neighbours, batch, static_cast<std::int32_t>(low_node + span * t / threads),
-                      t + 1 == threads ? nodes : static_cast<std::int32_t>(low_node + span * (t + 1) / threads), km);
+            add_batch(
+                mesh, neighbours, batch, static_cast<std::int32_t>(low_node + span * t / threads),
+                t + 1 == threads ? nodes : static_cast<std::int32_t>(low_node + span * (t + 1) / threads),
+                km);
     }
     return -1;
 }
@@ -214,15 +223,20 @@ void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km) {
 std::int64_t profile_size(const SparseKM& km) {
     std::int64_t size = 0;
     for (std::int32_t r = 0; r < km.rows(); ++r)
-        size += r - std::min(r, km.col_index[static_cast<std::size_t>(km.row_start[static_cast<std::size_t>(r)])]) + 1;
+        size +=
+            r -
+            std::min(r, km.col_index[static_cast<std::size_t>(km.row_start[static_cast<std::size_t>(r)])]) +
+            1;
     return size;
 }
 
-void multiply(const SparseKM& km, std::span<const double> values, std::span<const double> x, std::span<double> y) {
+void multiply(const SparseKM& km, std::span<const double> values, std::span<const double> x,
+              std::span<double> y) {
     for (std::size_t r = 0; r < km.row_count.size(); ++r) {
         double sum = 0;
         for (std::int64_t k = km.row_start[r]; k < km.row_start[r] + km.row_count[r]; ++k)
-            sum += values[static_cast<std::size_t>(k)] * x[static_cast<std::size_t>(km.col_index[static_cast<std::size_t>(k)])];
+            sum += values[static_cast<std::size_t>(k)] *
+                   x[static_cast<std::size_t>(km.col_index[static_cast<std::size_t>(k)])];
         y[r] = sum;
     }
 }

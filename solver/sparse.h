@@ -66,6 +66,7 @@ void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km);
 std::int64_t profile_size(const SparseKM& km);
 
 // y = values · x over the pattern.
-void multiply(const SparseKM& km, std::span<const double> values, std::span<const double> x, std::span<double> y);
+void multiply(const SparseKM& km, std::span<const double> values, std::span<const double> x,
+              std::span<double> y);
 
 }  // namespace kestralum

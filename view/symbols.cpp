@@ -86,14 +86,18 @@ std::vector<std::size_t> spread_out(const std::vector<Vec3>& places, std::size_t
     for (double cells = std::clamp(across / spacing, 1.0, 64.0); cells >= 1; cells /= 1.15) {
         Vec3 scale{};  // a whole number of cells along each axis
         for (std::size_t c = 0; c < 3; ++c)
-            if (high[c] > low[c]) scale[c] = std::max(1.0, std::round(cells * (high[c] - low[c]) / across)) / (high[c] - low[c]);
+            if (high[c] > low[c])
+                scale[c] =
+                    std::max(1.0, std::round(cells * (high[c] - low[c]) / across)) / (high[c] - low[c]);
         std::map<std::array<std::int64_t, 3>, Nearest> taken;
         for (std::size_t k = 0; k < places.size() && taken.size() <= limit; ++k) {
             std::array<std::int64_t, 3> cell{};
             double distance = 0;
             for (std::size_t c = 0; c < 3; ++c) {
-                const double at = scale[c] * (places[k][c] - low[c]), last = std::round(scale[c] * (high[c] - low[c])) - 1;
-                if (at >= 0 && at <= 64.5) cell[c] = static_cast<std::int64_t>(std::min(at, std::max(0.0, last)));
+                const double at = scale[c] * (places[k][c] - low[c]),
+                             last = std::round(scale[c] * (high[c] - low[c])) - 1;
+                if (at >= 0 && at <= 64.5)
+                    cell[c] = static_cast<std::int64_t>(std::min(at, std::max(0.0, last)));
                 distance += std::abs(at - static_cast<double>(cell[c]) - 0.5);
             }
             const auto [entry, is_new] = taken.try_emplace(cell, Nearest{k, distance});
@@ -126,7 +130,8 @@ ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> force
         }
         if (nodes.empty() && force.kind == ForceKind::node) at_rest = places = {force.point};
         if (places.empty() || force.value == 0) continue;  // loads nothing
-        const Vec3 arrow = axis_vector(static_cast<std::size_t>(force.axis), force.value > 0 ? length : -length);
+        const Vec3 arrow =
+            axis_vector(static_cast<std::size_t>(force.axis), force.value > 0 ? length : -length);
         const bool pulls = pulls_outwards(mesh, nodes, arrow);
         const Vec3 free_end = pulls ? arrow : times(-1, arrow);  // seen from the node
         for (const std::size_t k : spread_out(at_rest, most_arrows, 0.2 * length)) {
@@ -269,7 +274,8 @@ Markers contact_markers(const Mesh& mesh, std::span<const Part> parts, std::span
         Vec3 between{};
         int found = 0;
         for (const std::string& name : pair.part_name) {
-            const auto part = std::find_if(parts.begin(), parts.end(), [&](const Part& p) { return p.name == name; });
+            const auto part =
+                std::find_if(parts.begin(), parts.end(), [&](const Part& p) { return p.name == name; });
             if (part == parts.end()) continue;
             const Box& box = boxes[static_cast<std::size_t>(part - parts.begin())];
             if (!box.finite()) continue;

@@ -121,9 +121,10 @@ TEST_F(EigenAnalysis, ClampedBeam) {
     // Euler and Bernoulli; Timoshenko with Cowper's (1966) κ = 0.850, from the roots of his frequency
     // equation. The solid lies between: its clamps hold the sections' contraction too.
     const double beam[3] = {259.42, 715.11, 1401.90}, timoshenko[3] = {255.12, 688.54, 1314.06};
-    const auto modes = run_complete(EigenMethod::lanczos,
-                                    model(8, part_of(tetra10, {{2, 2, 30}, {0.05, 0.05, 1}}),
-                                          "a plane z 0 0 0 0 0 0 b plane z 0 0 0 0 0 1")).modes;
+    const auto modes =
+        run_complete(EigenMethod::lanczos, model(8, part_of(tetra10, {{2, 2, 30}, {0.05, 0.05, 1}}),
+                                                 "a plane z 0 0 0 0 0 0 b plane z 0 0 0 0 0 1"))
+            .modes;
     std::vector<double> pairs;
     for (std::size_t j = 1; j < modes.size(); ++j)
         if (modes[j].frequency - modes[j - 1].frequency < 2e-3 * modes[j].frequency)
@@ -136,8 +137,9 @@ TEST_F(EigenAnalysis, ClampedBeam) {
 }
 
 TEST_F(EigenAnalysis, FreeRodAlongItsAxis) {
-    const auto modes = run_complete(EigenMethod::subspace,
-                                    model(22, rect("b", "0.1 0.1 1", "2 2 40"), "", "7850 200e9 0")).modes;
+    const auto modes =
+        run_complete(EigenMethod::subspace, model(22, rect("b", "0.1 0.1 1", "2 2 40"), "", "7850 200e9 0"))
+            .modes;
     int n = 0;
     for (std::size_t j = 6; j < modes.size(); ++j)
         if (share(j, 2) > 0.999) {  // neither bending nor torsion
@@ -150,11 +152,14 @@ TEST_F(EigenAnalysis, FreeRodAlongItsAxis) {
 
 // Two half rings of quadratic tetrahedra, joined at their ends.
 TEST_F(EigenAnalysis, FreeRingInItsPlane) {
-    const Mesh half = tetra_box({{30, 2, 1}, {M_PI, 0.048, 0.05}, [](double* x) {
+    const Mesh half = tetra_box({{30, 2, 1},
+                                 {M_PI, 0.048, 0.05},
+                                 [](double* x) {
                                      const double r = 0.345 + x[1], angle = M_PI - x[0];
                                      x[0] = r * std::cos(angle);
                                      x[1] = r * std::sin(angle);
-                                 }}, tetra10);
+                                 }},
+                                tetra10);
     const std::string parts = vol("a", half) + vol("b", half, "180 0 0");
     const auto modes = run_complete(EigenMethod::subspace, model(16, parts, "", "7800 185e9 0.3")).modes;
     std::vector<double> in_plane;
@@ -177,9 +182,9 @@ TEST_F(EigenAnalysis, FreeSquarePlateAndCantilever) {
         const double unit = std::sqrt(200e9 * t * t / (12 * 7850 * (1 - 0.09))) / (2 * M_PI * a * a);
         expect_within("free plate", plate.modes.at(6 + k).frequency, value[k] * unit, 0.985, 1.015);
     }
-    const auto beam = run_complete(EigenMethod::subspace,
-                                   model(3, part_of(tetra10, {{15, 3, 2}, {0.15, 0.03, 0.01}}),
-                                         "c plane x 0 0 0 0 0 0", "2700 70e9 0.35"));
+    const auto beam =
+        run_complete(EigenMethod::subspace, model(3, part_of(tetra10, {{15, 3, 2}, {0.15, 0.03, 0.01}}),
+                                                  "c plane x 0 0 0 0 0 0", "2700 70e9 0.35"));
     expect_within("cantilever", beam.modes.at(0).frequency, 371, 370 / 371.0, 372 / 371.0);
 }
 

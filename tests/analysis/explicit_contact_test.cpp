@@ -86,7 +86,7 @@ TEST_F(ExplicitContact, WallsOfEveryKindCarryWhatRestsOnThem) {
     const std::pair<const char*, double> cases[] = {
         {"plane +z 0 0 0 0.3 0 0 0 0 0 0 0 0 0", 1},
         {"plane +z 0 0 0 0.3 -1 1 -1 1 0 0 0 0 0", 1},
-        {"plane +z 0 0 0 0.3 5 6 -1 1 0 0 0 0 0", 0},           // beside its extent
+        {"plane +z 0 0 0 0.3 5 6 -1 1 0 0 0 0 0", 0},        // beside its extent
         {"cylinder +y 1 0 0 0.3 0 0.2 0 0 -1 -1 0 0 0", 1},  // from outside: z = 0 at its crest
         {"cylinder -y 1 0 0 0.3 0 0.2 -1 1 1 1 0 0 0", 1},   // from inside: z = 0 at its bottom
         {"sphere -z 2 0 0 0.3 0 0.2 0 0.2 2 2 0 0 0", 1},
@@ -114,12 +114,13 @@ TEST_F(ExplicitContact, FrictionStopsASlidingBlock) {
     EXPECT_LT(std::abs(last("momentum_x")), 1e-6 * 7800 * 1e-3 * 2);
     EXPECT_LT(largest_drift(), 0.01);
 
-    read(ModelText{.material = "7800 1e8 0",
-                   .parts = rect("FLOOR", "1 0.2 0.1", "10 2 1", "0 0 -0.1") +
-                            rect("BLOCK", "0.1 0.08 0.05", "2 2 1", "0.05 0.06 0.0002"),
-                   .supports = "ground plane z 0 0 0 0 0 -0.1"},
-         "end_time 0.5 output_frequency 200 Gravity -z Element_contact on INITIAL_VELOCITY BLOCK part x 1.2 0 "
-         "0 0 0 0 0 % ELEMENT_CONTACT SLIDE FLOOR BLOCK 1 0.3 0.2 0 0 0 0 0 0 0 0 %");
+    read(
+        ModelText{.material = "7800 1e8 0",
+                  .parts = rect("FLOOR", "1 0.2 0.1", "10 2 1", "0 0 -0.1") +
+                           rect("BLOCK", "0.1 0.08 0.05", "2 2 1", "0.05 0.06 0.0002"),
+                  .supports = "ground plane z 0 0 0 0 0 -0.1"},
+        "end_time 0.5 output_frequency 200 Gravity -z Element_contact on INITIAL_VELOCITY BLOCK part x 1.2 0 "
+        "0 0 0 0 0 % ELEMENT_CONTACT SLIDE FLOOR BLOCK 1 0.3 0.2 0 0 0 0 0 0 0 0 %");
     run();
     const std::size_t node = node_at(0.1, 0.1, 0.0502);
     expect_figure("block on a body", u(node, 0), 1.44 / (2 * 0.3 * 9.80665), 0.05);
@@ -150,7 +151,8 @@ TEST_F(ExplicitContact, EqualBarsExchangeTheirSpeeds) {
         const std::string size = "0.2 0.02 0.02";
         read(two_parts("8000 2e11 0", rect("A", size, "60 2 2"), size, cells, "0.2001 0 0"),
              "end_time 200e-6 output_frequency 5 INITIAL_VELOCITY A part x 20 0 0 0 0 0 0 "
-             "B part x -10 0 0 0 0 0 0 %" + pair);
+             "B part x -10 0 0 0 0 0 0 %" +
+                 pair);
         run();
         const double mass = 8000 * 0.2 * 4e-4;
         double momentum[2] = {};
@@ -176,7 +178,8 @@ TEST_F(ExplicitContact, ContactMakesNoEnergy) {
         for (double part_of_step : {1.0, 0.2}) {
             read(two_parts("8000 2e11 0.3", rect("A", "0.1 0.02 0.02", "30 2 2"), size, cells, at),
                  "end_time 100e-6 output_frequency 20 INITIAL_VELOCITY A part x 20 0 0 0 0 0 0 "
-                 "B part x -10 0 0 0 0 0 0 %" + pair);
+                 "B part x -10 0 0 0 0 0 0 %" +
+                     pair);
             ASSERT_TRUE(begin());
             store.control.d_time = part_of_step * state->d_time;
             run();

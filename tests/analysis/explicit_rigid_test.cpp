@@ -150,8 +150,9 @@ TEST_F(ExplicitRigid, TwoBlocksOnASpringSwingAtTheirFrequencyAndFallTogether) {
     const std::string model =
         ModelText{.material = "1000 1e9 0.3",
                   .parts = rect("A", cube, "1 1 1") + rect("B", cube, "1 1 1", "0.3 0 0"),
-                  .rigid = "A area 0.05 0.05 0.05 0 0.1 0 0.1 0 0.1 B area 0.35 0.05 0.05 0.3 0.4 0 0.1 0 0.1 "
-                           "%\nrigid_combine S A B 5000 5000 5000 10 10 10 %"};
+                  .rigid =
+                      "A area 0.05 0.05 0.05 0 0.1 0 0.1 0 0.1 B area 0.35 0.05 0.05 0.3 0.4 0 0.1 0 0.1 "
+                      "%\nrigid_combine S A B 5000 5000 5000 10 10 10 %"};
     const double omega = std::sqrt(2 * 5000.0), period = 2 * M_PI / omega;
     const std::string thrown = " output_frequency 1 INITIAL_VELOCITY B part x 1 0 0 0 0 0 0 %";
     read(model, console::format("d_time 1e-5 end_time %.12g", 0.75 * period) + thrown);

@@ -237,14 +237,29 @@ TEST_F(Explicit, StepAndFrameCounts) {
 TEST_F(Explicit, SetUpSaysWhatItMade) {
     read(bar(clamp), "end_time 1e-5 d_time 1e-7 output_frequency 10");
     ASSERT_TRUE(begin());
-    expect_in_order(console_.lines,
-                    {"element_type=0\n", "element_num=400,point_num=909,fn=2727\n",
-                     "Reordering Node Numbers\n", "diag_num=", "Boundary Condition\n", "fix_node_num=9\n",
-                     "Dmat\n", "Set [K],[M]\n", "[K],[M] element num=", "Mass total=6.400000e-01[kg]\n",
-                     "Diag Mass total=", "Modified Diag Mass total=6.400000e-01[kg]\n",
-                     " Eliminate fix index\n", " Eliminate fix index Complete\n", "diagM[0]:", "Mass check\n",
-                     "  mx = 6.", "vk=", "K,M sparse complete\n", "Force Vector\n", "time_num = 101\n",
-                     "out_time_num = 11\n", "Memory Size = "});
+    expect_in_order(console_.lines, {"element_type=0\n",
+                                     "element_num=400,point_num=909,fn=2727\n",
+                                     "Reordering Node Numbers\n",
+                                     "diag_num=",
+                                     "Boundary Condition\n",
+                                     "fix_node_num=9\n",
+                                     "Dmat\n",
+                                     "Set [K],[M]\n",
+                                     "[K],[M] element num=",
+                                     "Mass total=6.400000e-01[kg]\n",
+                                     "Diag Mass total=",
+                                     "Modified Diag Mass total=6.400000e-01[kg]\n",
+                                     " Eliminate fix index\n",
+                                     " Eliminate fix index Complete\n",
+                                     "diagM[0]:",
+                                     "Mass check\n",
+                                     "  mx = 6.",
+                                     "vk=",
+                                     "K,M sparse complete\n",
+                                     "Force Vector\n",
+                                     "time_num = 101\n",
+                                     "out_time_num = 11\n",
+                                     "Memory Size = "});
     EXPECT_FALSE(contains(console_.lines, "INITIAL_VELOCITY"));
     double mass = 0;
     for (double m : state->mass) mass += m;
@@ -276,8 +291,8 @@ TEST_F(Explicit, TheStableStepIsOne) {
             run_to(3000);
             EXPECT_EQ(state->diverged, factor > 1) << element_type(kind).name;
             EXPECT_EQ(report.status == RunStatus::failed, factor > 1);
-            EXPECT_EQ(state->step < 3000, factor > 1);
-            EXPECT_EQ(state->frames < state->out_time_num, factor > 1);
+            EXPECT_EQ(state->step<3000, factor> 1);
+            EXPECT_EQ(state->frames<state->out_time_num, factor> 1);
             EXPECT_TRUE(factor > 1 || last("internal") + last("kinetic") < 1.0);
         }
     }
@@ -435,7 +450,8 @@ TEST_F(Explicit, RealTimeIsTheBatchRunInPieces) {
     console::request_cancel(false);
     EXPECT_EQ(stopped.status, RunStatus::failed);
     EXPECT_EQ(stopped.dynamics.steps, 1);
-    EXPECT_TRUE(stopped.written && stopped.dynamics.displacements_written && stopped.dynamics.history_written);
+    EXPECT_TRUE(stopped.written && stopped.dynamics.displacements_written &&
+                stopped.dynamics.history_written);
     EXPECT_EQ(store.results.mode_num(), 1);
 }
 

@@ -119,8 +119,9 @@ TEST(NewtonAttempts, AnIncrementThatFailsIsStartedOnceMoreFromTheCommittedState)
     for (const FinitePointState& state : bent.body.committed) EXPECT_EQ(state.alpha, 0);
     EXPECT_GT(bent.displacement({0, 0, 2}, 1), 0);  // the last iterate stands
 
-    FiniteProblem torn(box_mesh({{1, 1, 2}, {0.1, 0.1, 0.4}}, ElementKind::hexahedron),
-                       material(1e9, 0.3, 1e6, 0), [](const double* x, int c) { return x[c] < 1e-12; }, 1e-10);
+    FiniteProblem torn(
+        box_mesh({{1, 1, 2}, {0.1, 0.1, 0.4}}, ElementKind::hexahedron), material(1e9, 0.3, 1e6, 0),
+        [](const double* x, int c) { return x[c] < 1e-12; }, 1e-10);
     torn.options.limit = 30;
     torn.start_with_traction({0, 0, 2e6});
     ASSERT_TRUE(torn.solver->advance(1, 0.4).converged);

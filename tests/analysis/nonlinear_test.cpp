@@ -147,15 +147,29 @@ TEST_F(NonlinearAnalysis, ALooseToleranceConvergesInOneIterationAndTheLinesComeI
     const RunReport report = run(bar(4e5, 3), 250e6, 2e9);
     ASSERT_EQ(report.nonlinear.increments.size(), 3u);
     for (const IncrementReport& increment : report.nonlinear.increments) EXPECT_EQ(increment.iterations, 1);
-    testing::expect_in_order(
-        console_.lines,
-        {"element_type=0\n", "diag_num=", "Boundary Condition", "Dmat",
-         "########## Force Iteration: 1 ##########\n", "########## Iteration: 0, 1/3 ##########\n",
-         "Calculate K sparse Complete\n", "Kmat Time:  ",
-         "Force Vector\n", "Force Vector Complete\n", "K_F_Rigid Time:  ", "cal_QF Time:  ",
-         "Q Rigid Transformaion\n", "Q_Rigid Time:  ", "Static Analysis Start\n", "[L] division:1\n",
-         "LU K_sparse\n", "LU K_sparse complete\n", "cal_stress Time:  ", "Q:", "du[0]:",
-         "########## Force Iteration: 2 ##########\n", "NLstatic Analysis Time:  "});
+    testing::expect_in_order(console_.lines, {"element_type=0\n",
+                                              "diag_num=",
+                                              "Boundary Condition",
+                                              "Dmat",
+                                              "########## Force Iteration: 1 ##########\n",
+                                              "########## Iteration: 0, 1/3 ##########\n",
+                                              "Calculate K sparse Complete\n",
+                                              "Kmat Time:  ",
+                                              "Force Vector\n",
+                                              "Force Vector Complete\n",
+                                              "K_F_Rigid Time:  ",
+                                              "cal_QF Time:  ",
+                                              "Q Rigid Transformaion\n",
+                                              "Q_Rigid Time:  ",
+                                              "Static Analysis Start\n",
+                                              "[L] division:1\n",
+                                              "LU K_sparse\n",
+                                              "LU K_sparse complete\n",
+                                              "cal_stress Time:  ",
+                                              "Q:",
+                                              "du[0]:",
+                                              "########## Force Iteration: 2 ##########\n",
+                                              "NLstatic Analysis Time:  "});
 }
 
 TEST_F(NonlinearAnalysis, AnUnconvergedIncrementStopsOrGoesOnAsTheSettingsSay) {
@@ -171,7 +185,8 @@ TEST_F(NonlinearAnalysis, AnUnconvergedIncrementStopsOrGoesOnAsTheSettingsSay) {
     EXPECT_EQ(all.status, RunStatus::done);
     EXPECT_EQ(all.nonlinear.increments.size(), 3u);
     EXPECT_EQ(std::count_if(all.remarks.notices.begin(), all.remarks.notices.end(),
-                            [](const auto& n) { return testing::contains(n, "did not converge"); }), 3);
+                            [](const auto& n) { return testing::contains(n, "did not converge"); }),
+              3);
 }
 
 TEST_F(NonlinearAnalysis, ADivergenceKeepsTheFramesBeforeIt) {

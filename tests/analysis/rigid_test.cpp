@@ -1,4 +1,5 @@
-// Rigid elements, forces and combines in static and eigen analyses: against hand-made matrices and beam theory.
+// Rigid elements, forces and combines in static and eigen analyses: against hand-made matrices and beam
+// theory.
 #include <gtest/gtest.h>
 
 #include <jama/jama_eig.h>
@@ -19,19 +20,23 @@ namespace {
 using testing::analysis_settings;
 using RigidAnalysis = testing::AnalysisTest;
 
-// Two blocks, 0.1 m apart, each all rigid, with six springs between reference points that lie off the centres.
-const char* const two_blocks = "material_info\nM 1000 200e9 0.3\n%\nmode_num 12 %\npart_info\n"
-                               "A blue M RECT 0.4 0.3 0.2 0 0 0 2 1 1 0 0 0 0 0 0 0 0 0\n"
-                               "B red M RECT 0.2 0.3 0.5 0 0 0 1 2 2 0 0 0 0.5 0.05 -0.1 0 0 0\n%\n"
-                               "rigid_element\nA area 0.35 0.1 0.05 0 0.4 0 0.3 0 0.2\nB area 0.55 0.2 0.3 0.5 0.7 0.05 0.35 -0.1 0.4\n%\n"
-                               "rigid_combine\nS A B 3e6 2e6 5e6 4e4 6e4 3e4\n%\n";
+// Two blocks, 0.1 m apart, each all rigid, with six springs between reference points that lie off the
+// centres.
+const char* const two_blocks =
+    "material_info\nM 1000 200e9 0.3\n%\nmode_num 12 %\npart_info\n"
+    "A blue M RECT 0.4 0.3 0.2 0 0 0 2 1 1 0 0 0 0 0 0 0 0 0\n"
+    "B red M RECT 0.2 0.3 0.5 0 0 0 1 2 2 0 0 0 0.5 0.05 -0.1 0 0 0\n%\n"
+    "rigid_element\nA area 0.35 0.1 0.05 0 0.4 0 0.3 0 0.2\nB area 0.55 0.2 0.3 0.5 0.7 0.05 0.35 -0.1 "
+    "0.4\n%\n"
+    "rigid_combine\nS A B 3e6 2e6 5e6 4e4 6e4 3e4\n%\n";
 
 using Matrix = TNT::Array2D<double>;
 
 // Mass of a homogeneous block about a reference point: m [1, -[c]; [c], I].
 void add_block(Matrix& M, int at, double density, const Vec3& size, const Vec3& centre) {
     const double m = density * size[0] * size[1] * size[2];
-    const double cross[3][3] = {{0, -centre[2], centre[1]}, {centre[2], 0, -centre[0]}, {-centre[1], centre[0], 0}};
+    const double cross[3][3] = {
+        {0, -centre[2], centre[1]}, {centre[2], 0, -centre[0]}, {-centre[1], centre[0], 0}};
     for (int i = 0; i < 3; ++i) {
         M[at + i][at + i] = m;
         for (int j = 0; j < 3; ++j) {
@@ -48,7 +53,8 @@ void add_block(Matrix& M, int at, double density, const Vec3& size, const Vec3& 
 
 // Springs at the middle: w = (u₂ - θ₂ × d/2) - (u₁ + θ₁ × d/2), φ = θ₂ - θ₁.
 Matrix spring_matrix(const Vec3& d, const std::array<double, 6>& k) {
-    const double x[3][3] = {{0, -d[2] / 2, d[1] / 2}, {d[2] / 2, 0, -d[0] / 2}, {-d[1] / 2, d[0] / 2, 0}};  // [d/2]
+    const double x[3][3] = {
+        {0, -d[2] / 2, d[1] / 2}, {d[2] / 2, 0, -d[0] / 2}, {-d[1] / 2, d[0] / 2, 0}};  // [d/2]
     double G[6][12] = {};
     for (int i = 0; i < 3; ++i) {
         G[i][i] = -1, G[i][6 + i] = 1;
@@ -91,14 +97,17 @@ TEST_F(RigidAnalysis, TwoBlocksOnSpringsHaveTheFrequenciesOfTheirTwelveByTwelveM
     Matrix M(12, 12, 0.0);
     add_block(M, 0, 1000, {0.4, 0.3, 0.2}, {0.2 - 0.35, 0.15 - 0.1, 0.1 - 0.05});
     add_block(M, 6, 1000, {0.2, 0.3, 0.5}, {0.6 - 0.55, 0.2 - 0.2, 0.15 - 0.3});
-    const std::vector<double> lambda = eigenvalues(spring_matrix({0.2, 0.1, 0.25}, {3e6, 2e6, 5e6, 4e4, 6e4, 3e4}), M);
+    const std::vector<double> lambda =
+        eigenvalues(spring_matrix({0.2, 0.1, 0.25}, {3e6, 2e6, 5e6, 4e4, 6e4, 3e4}), M);
     for (const EigenMethod method : {EigenMethod::subspace, EigenMethod::lanczos}) {
         ASSERT_TRUE(read(std::string(two_blocks) + "END\n"));
         const RunReport report = run_eigen(store, analysis_settings(), method);
-        ASSERT_EQ(report.status, RunStatus::done) << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
+        ASSERT_EQ(report.status, RunStatus::done)
+            << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
         ASSERT_EQ(report.modes.size(), 12u);
         for (std::size_t j = 0; j < 6; ++j) EXPECT_TRUE(report.modes[j].zero);
-        for (std::size_t j = 6; j < 12; ++j) EXPECT_NEAR(report.modes[j].lambda, lambda[j], 1e-8 * lambda[j]) << j;
+        for (std::size_t j = 6; j < 12; ++j)
+            EXPECT_NEAR(report.modes[j].lambda, lambda[j], 1e-8 * lambda[j]) << j;
         double mass = 0;
         for (const ModeReport& mode : report.modes) mass += mode.effective_mass[0];
         EXPECT_NEAR(mass, 54, 1e-6);  // all of it
@@ -106,11 +115,15 @@ TEST_F(RigidAnalysis, TwoBlocksOnSpringsHaveTheFrequenciesOfTheirTwelveByTwelveM
 }
 
 TEST_F(RigidAnalysis, TwoBlocksOnSpringsMoveAsTheirStiffnessSays) {
-    const std::string more = "boundary_condition\nFIX plane x 0 0 0 0 0 0\n%\nrigid_force\nF B y 700\nG B rz 50\nN B n 1\n%\nEND\n";
+    const std::string more =
+        "boundary_condition\nFIX plane x 0 0 0 0 0 0\n%\nrigid_force\nF B y 700\nG B rz 50\nN B n "
+        "1\n%\nEND\n";
     ASSERT_TRUE(read(std::string(two_blocks) + more));
     const RunReport report = run_static(store, analysis_settings());
     ASSERT_EQ(report.status, RunStatus::bad_input);  // a whole block has no mean outward normal
-    ASSERT_TRUE(read(std::string(two_blocks) + "boundary_condition\nFIX plane x 0 0 0 0 0 0\n%\nrigid_force\nF B y 700\nG B rz 50\n%\nEND\n"));
+    ASSERT_TRUE(
+        read(std::string(two_blocks) +
+             "boundary_condition\nFIX plane x 0 0 0 0 0 0\n%\nrigid_force\nF B y 700\nG B rz 50\n%\nEND\n"));
     const RunReport held = run_static(store, analysis_settings());
     ASSERT_EQ(held.status, RunStatus::done) << (held.remarks.errors.empty() ? "" : held.remarks.errors[0]);
     // block B alone: K22 q = F by Gauss-Jordan
@@ -128,14 +141,16 @@ TEST_F(RigidAnalysis, TwoBlocksOnSpringsMoveAsTheirStiffnessSays) {
     Vec3 u, theta;
     for (std::size_t c = 0; c < 3; ++c) u[c] = a[c][6] / a[c][c], theta[c] = a[3 + c][6] / a[3 + c][3 + c];
     for (const Vec3& x : {Vec3{0.5, 0.05, -0.1}, Vec3{0.7, 0.35, 0.4}, Vec3{0.5, 0.2, 0.15}}) {
-        const Vec3 turn = cross(theta, {x[0] - 0.55, x[1] - 0.2, x[2] - 0.3}), got = displacement(x[0], x[1], x[2]);
+        const Vec3 turn = cross(theta, {x[0] - 0.55, x[1] - 0.2, x[2] - 0.3}),
+                   got = displacement(x[0], x[1], x[2]);
         for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(got[c], u[c] + turn[c], 1e-8 * 1e-3);
     }
     EXPECT_NEAR(held.reaction[1], -700, 1e-6);
     EXPECT_NEAR(held.reaction[0], 0, 1e-6);
 }
 
-// The nodes inside a rigid block have a share of an area force too: on a symmetric face its middle line is loaded.
+// The nodes inside a rigid block have a share of an area force too: on a symmetric face its middle line is
+// loaded.
 TEST_F(RigidAnalysis, AnAreaForceOnARigidBlockActsAtTheMiddleOfTheArea) {
     const std::string fix = "boundary_condition\nFIX plane x 0 0 0 0 0 0\n%\n";
     std::vector<double> moved[2];
@@ -144,7 +159,8 @@ TEST_F(RigidAnalysis, AnAreaForceOnARigidBlockActsAtTheMiddleOfTheArea) {
                              "rigid_force\nF B y 700\nX B rx 105\nZ B rz 105\n%\nEND\n"}) {
         ASSERT_TRUE(read(std::string(two_blocks) + fix + load));
         const RunReport report = run_static(store, analysis_settings());
-        ASSERT_EQ(report.status, RunStatus::done) << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
+        ASSERT_EQ(report.status, RunStatus::done)
+            << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
         EXPECT_NEAR(report.applied[1], 700, 1e-9);
         moved[k++] = store.results.mode_vec;
     }
@@ -158,7 +174,8 @@ TEST_F(RigidAnalysis, TheCheckSeesWhatRigidRecordsHoldTogether) {
     EXPECT_EQ(joined.bodies.size(), 1u);
     EXPECT_TRUE(joined.remarks.notices.empty()) << joined.remarks.notices[0];
     EXPECT_EQ(joined.rigid_members, (std::vector<std::int32_t>{12, 18}));
-    EXPECT_EQ(joined.free_dofs, run_static(store, analysis_settings()).free_dofs) << "members have no rows of their own";
+    EXPECT_EQ(joined.free_dofs, run_static(store, analysis_settings()).free_dofs)
+        << "members have no rows of their own";
 
     ASSERT_TRUE(read(blocks.substr(0, blocks.find("rigid_combine")) + fix + "END\n"));
     const ModelCheck loose = check_model(store, analysis_settings());
@@ -173,11 +190,15 @@ TEST_F(RigidAnalysis, TheCheckSeesWhatRigidRecordsHoldTogether) {
     EXPECT_EQ(empty.remarks.notices[0], "rigid element B: no node of its own in its region");
 }
 
-// A square cantilever, 0.1 × 0.1 × 2 m, ν = 0; its end face may be rigid, or led by a rigid face through stiff springs.
+// A square cantilever, 0.1 × 0.1 × 2 m, ν = 0; its end face may be rigid, or led by a rigid face through
+// stiff springs.
 std::string cantilever(const std::string& rigid, int cells = 4, const char* extra_part = "") {
-    return console::format("material_info\nM 8000 200e9 0\n%%\nmode_num 4 %%\npart_info\nBEAM blue M RECT 0.1 0.1 2 0 0 0 %d %d %d 0 0 0 0 0 0 0 0 0\n%s%%\n"
-                           "boundary_condition\nFIX plane z 0 0 0 0 0 0\n%%\nrigid_element\nEND_FACE area 0.05 0.05 2 0 0.1 0 0.1 2 2\n%s",
-                           cells, cells, 50 * cells, extra_part, rigid.c_str());
+    return console::format(
+        "material_info\nM 8000 200e9 0\n%%\nmode_num 4 %%\npart_info\nBEAM blue M RECT 0.1 0.1 2 0 0 0 %d %d "
+        "%d 0 0 0 0 0 0 0 0 0\n%s%%\n"
+        "boundary_condition\nFIX plane z 0 0 0 0 0 0\n%%\nrigid_element\nEND_FACE area 0.05 0.05 2 0 0.1 0 "
+        "0.1 2 2\n%s",
+        cells, cells, 50 * cells, extra_part, rigid.c_str());
 }
 
 TEST_F(RigidAnalysis, ACantileverBendsAndTwistsAsItsRigidEndIsLoaded) {
@@ -198,34 +219,45 @@ TEST_F(RigidAnalysis, ACantileverBendsAndTwistsAsItsRigidEndIsLoaded) {
     const auto twist = end_motion("rz 1000");
     // long and fine enough that the warping held at both ends and the section's mesh do not show
     std::string shaft = cantilever("%\nrigid_force\nF END_FACE rz 1000\n%\nEND\n", 4);
-    for (const auto& [from, to] : {std::pair{"0.1 0.1 2 0 0 0 4 4 200", "0.1 0.1 4 0 0 0 10 10 80"}, std::pair{"0.05 0.05 2 0 0.1 0 0.1 2 2", "0.05 0.05 4 0 0.1 0 0.1 4 4"}})
+    for (const auto& [from, to] : {std::pair{"0.1 0.1 2 0 0 0 4 4 200", "0.1 0.1 4 0 0 0 10 10 80"},
+                                   std::pair{"0.05 0.05 2 0 0.1 0 0.1 2 2", "0.05 0.05 4 0 0.1 0 0.1 4 4"}})
         shaft.replace(shaft.find(from), std::string(from).size(), to);
     ASSERT_TRUE(read(shaft));
     ASSERT_EQ(run_static(store, analysis_settings()).status, RunStatus::done);
     const double turn = (displacement(0.1, 0.1, 4)[1] - displacement(0, 0, 4)[1]) / a;
     EXPECT_NEAR(turn, 2 * 1000 * L / (G * J), 0.01 * 2 * 1000 * L / (G * J));
-    RecordProperty("theta_over_ML_EI", std::to_string((bend.second[2] - bend.first[2]) / a / (1000 * L / (E * I))));
+    RecordProperty("theta_over_ML_EI",
+                   std::to_string((bend.second[2] - bend.first[2]) / a / (1000 * L / (E * I))));
     RecordProperty("deflection_over_theory", std::to_string(push.first[1] / deflection));
     RecordProperty("twist_over_TL_GJ", std::to_string(turn / (2 * 1000 * L / (G * J))));
     // through stiff springs from a second, small body
     const char* block = "HEAD red M RECT 0.1 0.1 0.05 0 0 0 1 1 1 0 0 0 0 0 2.1 0 0 0\n";
-    ASSERT_TRUE(read(cantilever("HEAD area 0.05 0.05 2.1 0 0.1 0 0.1 2.1 2.15\n%\nrigid_combine\nS END_FACE HEAD 1e13 1e13 1e13 1e12 1e12 1e12\n%\n"
-                                "rigid_force\nF HEAD rz 1000\nM HEAD rx 1000\n%\nEND\n", 4, block)));
+    ASSERT_TRUE(
+        read(cantilever("HEAD area 0.05 0.05 2.1 0 0.1 0 0.1 2.1 2.15\n%\nrigid_combine\nS END_FACE HEAD "
+                        "1e13 1e13 1e13 1e12 1e12 1e12\n%\n"
+                        "rigid_force\nF HEAD rz 1000\nM HEAD rx 1000\n%\nEND\n",
+                        4, block)));
     ASSERT_EQ(run_static(store, analysis_settings()).status, RunStatus::done);
-    EXPECT_NEAR(displacement(0.1, 0.1, 2)[1] - displacement(0, 0, 2)[1], twist.second[1] - twist.first[1] + bend.second[1] - bend.first[1], 1e-6 * 1e-4);
-    EXPECT_NEAR(displacement(0.1, 0.1, 2)[2] - displacement(0, 0, 2)[2], bend.second[2] - bend.first[2], 1e-6 * 1e-4);
+    EXPECT_NEAR(displacement(0.1, 0.1, 2)[1] - displacement(0, 0, 2)[1],
+                twist.second[1] - twist.first[1] + bend.second[1] - bend.first[1], 1e-6 * 1e-4);
+    EXPECT_NEAR(displacement(0.1, 0.1, 2)[2] - displacement(0, 0, 2)[2], bend.second[2] - bend.first[2],
+                1e-6 * 1e-4);
 }
 
 TEST_F(RigidAnalysis, AFreeBodyWithRigidFacesKeepsSixZeroModesAndAStifferFirstFrequency) {
     std::string text = cantilever("BASE area 0.05 0.05 0 0 0.1 0 0.1 0 0\n%\nEND\n", 2);
-    text.replace(text.find("boundary_condition"), text.find("rigid_element") - text.find("boundary_condition"), "");
+    text.replace(text.find("boundary_condition"),
+                 text.find("rigid_element") - text.find("boundary_condition"), "");
     text.replace(text.find("mode_num 4"), 10, "mode_num 9");
     double first[2];
     for (const EigenMethod method : {EigenMethod::subspace, EigenMethod::lanczos}) {
         ASSERT_TRUE(read(text));
         const RunReport report = run_eigen(store, analysis_settings(), method);
-        ASSERT_EQ(report.status, RunStatus::done) << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
-        EXPECT_EQ(std::count_if(report.modes.begin(), report.modes.end(), [](const ModeReport& m) { return m.zero; }), 6);
+        ASSERT_EQ(report.status, RunStatus::done)
+            << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
+        EXPECT_EQ(std::count_if(report.modes.begin(), report.modes.end(),
+                                [](const ModeReport& m) { return m.zero; }),
+                  6);
         EXPECT_EQ(report.modes_found, report.modes_counted);
         first[method == EigenMethod::lanczos] = report.modes[6].frequency;
     }
@@ -246,8 +278,10 @@ TEST_F(RigidAnalysis, SupportedMembersLeaveTheMotionsAboutThem) {
         EXPECT_TRUE(read(text));
         const NodeElements around = elements_of_nodes(store.mesh);
         std::int32_t fn = store.mesh.dof_num;
-        const DofNumbering numbering = apply_boundary_conditions(store.boundary_conditions, store.mesh, around, fn);
-        const RigidSystem rigid = build_rigid_system(store.rigid_elements, store.mesh, around, numbering.fixed_nodes);
+        const DofNumbering numbering =
+            apply_boundary_conditions(store.boundary_conditions, store.mesh, around, fn);
+        const RigidSystem rigid =
+            build_rigid_system(store.rigid_elements, store.mesh, around, numbering.fixed_nodes);
         EXPECT_EQ(rigid.error, "");
         return rigid;
     };
@@ -273,15 +307,19 @@ TEST_F(RigidAnalysis, SupportedMembersLeaveTheMotionsAboutThem) {
         EXPECT_EQ(report.status, RunStatus::done) << support;
         EXPECT_NE(displacement(0.1, 0.1, 2)[2], 0) << support;
         EXPECT_EQ(displacement(0, 0, 2), (std::array<double, 3>{0, 0, 0})) << support;
-        for (double r : report.reaction) EXPECT_NEAR(r, 0, 1e-6) << support;  // a moment asks for no net force
+        for (double r : report.reaction)
+            EXPECT_NEAR(r, 0, 1e-6) << support;  // a moment asks for no net force
     }
 }
 
 TEST_F(RigidAnalysis, SharedNodesAndEmptyElementsAreTold) {
-    ASSERT_TRUE(read(cantilever("SIDE area 0 0 0 0 0 0 0.1 1.5 2\n%\nEND\n", 2)));  // shares the edge x = 0, z = 2
+    ASSERT_TRUE(
+        read(cantilever("SIDE area 0 0 0 0 0 0 0.1 1.5 2\n%\nEND\n", 2)));  // shares the edge x = 0, z = 2
     RunReport report = run_static(store, analysis_settings());
     EXPECT_EQ(report.status, RunStatus::done);
-    EXPECT_TRUE(std::any_of(report.remarks.notices.begin(), report.remarks.notices.end(), [](const std::string& n) { return n.find("share 3 nodes") != std::string::npos; }));
+    EXPECT_TRUE(
+        std::any_of(report.remarks.notices.begin(), report.remarks.notices.end(),
+                    [](const std::string& n) { return n.find("share 3 nodes") != std::string::npos; }));
     ASSERT_TRUE(read(cantilever("TWIN area 0 0 0 0 0.1 0 0.1 1.9 2\n%\nEND\n", 2)));
     report = run_static(store, analysis_settings());
     EXPECT_EQ(report.status, RunStatus::bad_input);
@@ -292,7 +330,8 @@ TEST_F(RigidAnalysis, SharedNodesAndEmptyElementsAreTold) {
     EXPECT_NE(report.remarks.errors.at(0).find("VOID"), std::string::npos);
     // a body that only a hinge holds
     std::string text = cantilever("%\nrigid_force\nM END_FACE rz 100\n%\nEND\n", 2);
-    text.replace(text.find("boundary_condition"), text.find("rigid_element") - text.find("boundary_condition"), "");
+    text.replace(text.find("boundary_condition"),
+                 text.find("rigid_element") - text.find("boundary_condition"), "");
     ASSERT_TRUE(read(text));
     report = run_static(store, analysis_settings());
     EXPECT_EQ(report.status, RunStatus::failed);
@@ -314,7 +353,8 @@ TEST_F(RigidAnalysis, TheNormalIsThatOfTheFaceAndLostForcesAndMechanismsAreNamed
     text.replace(text.find("0 0.1 0 0.1 2 2"), 15, "0 0 0 0.1 2 2");
     ASSERT_TRUE(read(text));
     report = run_static(store, analysis_settings());
-    EXPECT_TRUE(std::any_of(report.remarks.notices.begin(), report.remarks.notices.end(), [](const std::string& n) { return n.find("is lost") != std::string::npos; }));
+    EXPECT_TRUE(std::any_of(report.remarks.notices.begin(), report.remarks.notices.end(),
+                            [](const std::string& n) { return n.find("is lost") != std::string::npos; }));
     // a reference point far off changes nothing
     text = cantilever("%\nrigid_force\nF END_FACE rx 10\n%\nEND\n", 2);
     ASSERT_TRUE(read(text));
@@ -323,10 +363,12 @@ TEST_F(RigidAnalysis, TheNormalIsThatOfTheFaceAndLostForcesAndMechanismsAreNamed
     text.replace(text.find("END_FACE area 0.05 0.05 2"), 25, "END_FACE area 5000 -9000 2");
     ASSERT_TRUE(read(text));
     ASSERT_EQ(run_static(store, analysis_settings()).status, RunStatus::done);
-    for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(displacement(0, 0, 2)[c], near[c], 1e-9 * std::abs(near[1]));
+    for (std::size_t c = 0; c < 3; ++c)
+        EXPECT_NEAR(displacement(0, 0, 2)[c], near[c], 1e-9 * std::abs(near[1]));
     // nothing holds it: every analysis that needs a support says so
     text = cantilever("%\nrigid_force\nM END_FACE rz 100\n%\nEND\n", 2);
-    text.replace(text.find("boundary_condition"), text.find("rigid_element") - text.find("boundary_condition"), "");
+    text.replace(text.find("boundary_condition"),
+                 text.find("rigid_element") - text.find("boundary_condition"), "");
     ASSERT_TRUE(read(text));
     Settings settings = analysis_settings();
     settings.nl_conv = 1e-6;
@@ -337,8 +379,10 @@ TEST_F(RigidAnalysis, TheNormalIsThatOfTheFaceAndLostForcesAndMechanismsAreNamed
     EXPECT_EQ(run_nonlinear(store, settings).status, RunStatus::bad_input);
     // one rigid block alone has six zero modes, by both methods
     for (const EigenMethod method : {EigenMethod::subspace, EigenMethod::lanczos}) {
-        ASSERT_TRUE(read("material_info\nM 1000 200e9 0.3\n%\nmode_num 6 %\npart_info\nA blue M RECT 1 1 1 0 0 0 1 1 1 0 0 0 0 0 0 0 0 0\n%\n"
-                         "rigid_element\nR area 0 0 0 0 1 0 1 0 1\n%\nEND\n"));
+        ASSERT_TRUE(
+            read("material_info\nM 1000 200e9 0.3\n%\nmode_num 6 %\npart_info\nA blue M RECT 1 1 1 0 0 0 1 1 "
+                 "1 0 0 0 0 0 0 0 0 0\n%\n"
+                 "rigid_element\nR area 0 0 0 0 1 0 1 0 1\n%\nEND\n"));
         report = run_eigen(store, analysis_settings(), method);
         for (const ModeReport& mode : report.modes) EXPECT_LT(mode.frequency, 1e-3);
     }
@@ -348,13 +392,15 @@ TEST(RigidNonlinear, AnEndPlateTurnedByAMomentRollsTheStripIntoAQuarterCircle) {
     const double E = 1e9, L = 1, t = 0.02, I = t * t * t * t / 12, pi = std::acos(-1.0);
     Material material;
     material.young = E;
-    testing::FiniteProblem problem(testing::box_mesh({{1, 1, 30}, {t, t, L}}, ElementKind::tetrahedron10), material,
-                                   [](const double* x, int) { return x[2] < 1e-12; }, 1e-7);
+    testing::FiniteProblem problem(
+        testing::box_mesh({{1, 1, 30}, {t, t, L}}, ElementKind::tetrahedron10), material,
+        [](const double* x, int) { return x[2] < 1e-12; }, 1e-7);
     RigidElement plate;
     plate.name = "PLATE";
     plate.reference = {t / 2, t / 2, L};
     plate.region = {0, t, 0, t, L, L};
-    const RigidSystem rigid = build_rigid_system(std::span(&plate, 1), problem.mesh, problem.node_elements, {});
+    const RigidSystem rigid =
+        build_rigid_system(std::span(&plate, 1), problem.mesh, problem.node_elements, {});
     RigidForce moment;
     moment.element = 0;
     moment.direction = RigidDirection::rx;
@@ -365,19 +411,21 @@ TEST(RigidNonlinear, AnEndPlateTurnedByAMomentRollsTheStripIntoAQuarterCircle) {
         const IncrementReport report = problem.solver->advance(k, 0.2 * k);
         ASSERT_TRUE(report.converged) << k;
         const auto& e = report.ratios;  // quadratic to the end: the moment's own stiffness is in the tangent
-        EXPECT_TRUE(e.back() < 1e-3 * e[e.size() - 2] || e[e.size() - 2] < 1e-5) << e[e.size() - 2] << ' ' << e.back();
+        EXPECT_TRUE(e.back() < 1e-3 * e[e.size() - 2] || e[e.size() - 2] < 1e-5)
+            << e[e.size() - 2] << ' ' << e.back();
     }
     const RigidState& end = problem.solver->states()[0];
     const Vec3 turn = rotation_vector(end.R);
     EXPECT_NEAR(turn[0], -pi / 2, 0.01 * pi / 2);
     EXPECT_NEAR(turn[1], 0, 1e-3);
-    EXPECT_NEAR(end.u[1], 2 * L / pi, 0.01 * L);       // the end lies at (R, R) with R = 2L/π
+    EXPECT_NEAR(end.u[1], 2 * L / pi, 0.01 * L);  // the end lies at (R, R) with R = 2L/π
     EXPECT_NEAR(end.u[2], 2 * L / pi - L, 0.01 * L);
     ::testing::Test::RecordProperty("turn_deg", std::to_string(turn[0] * 180 / pi));
     // members stay as far apart as they were
     double distance2 = 0;
     for (std::size_t c = 0; c < 3; ++c) {
-        const double d = problem.displacement({0, t, L}, c) - problem.displacement({0, 0, L}, c) + (c == 1 ? t : 0);
+        const double d =
+            problem.displacement({0, t, L}, c) - problem.displacement({0, 0, L}, c) + (c == 1 ? t : 0);
         distance2 += d * d;
     }
     EXPECT_NEAR(std::sqrt(distance2), t, 1e-13);
@@ -385,20 +433,25 @@ TEST(RigidNonlinear, AnEndPlateTurnedByAMomentRollsTheStripIntoAQuarterCircle) {
 
 TEST_F(RigidAnalysis, SmallLoadsOnRigidBodiesGiveTheLinearAnswer) {
     const char* block = "HEAD red M RECT 0.1 0.1 0.05 0 0 0 1 1 1 0 0 0 0 0 2.1 0 0 0\n";
-    const std::string text = cantilever("HEAD area 0.05 0.05 2.1 0 0.1 0 0.1 2.1 2.15\n%\nrigid_combine\nS END_FACE HEAD 1e6 2e6 1e6 1e3 1e4 1e4\n%\n"
-                                        "rigid_force\nF HEAD y 1e-3\nM HEAD rz 1e-4\n%\nEND\n", 2, block);
+    const std::string text = cantilever(
+        "HEAD area 0.05 0.05 2.1 0 0.1 0 0.1 2.1 2.15\n%\nrigid_combine\nS END_FACE HEAD 1e6 2e6 1e6 1e3 1e4 "
+        "1e4\n%\n"
+        "rigid_force\nF HEAD y 1e-3\nM HEAD rz 1e-4\n%\nEND\n",
+        2, block);
     ASSERT_TRUE(read(text));
     store.mode_count = 1;
     ModelStore linear = store;
     Settings settings = analysis_settings();
     settings.nl_conv = 1e-5;
     const RunReport report = run_nonlinear(store, settings);
-    ASSERT_EQ(report.status, RunStatus::done) << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
+    ASSERT_EQ(report.status, RunStatus::done)
+        << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
     ASSERT_EQ(run_static(linear, settings).status, RunStatus::done);
     double largest = 0;
     const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
     for (std::size_t k = 0; k < dofs; ++k) largest = std::max(largest, std::abs(linear.results.mode_vec[k]));
-    for (std::size_t k = 0; k < dofs; ++k) ASSERT_NEAR(store.results.mode_vec[k], linear.results.mode_vec[k], 1e-6 * largest);
+    for (std::size_t k = 0; k < dofs; ++k)
+        ASSERT_NEAR(store.results.mode_vec[k], linear.results.mode_vec[k], 1e-6 * largest);
     for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(report.reaction[c], -report.applied[c], 1e-8);
     EXPECT_NEAR(report.applied[1], 1e-3, 1e-12);
 }

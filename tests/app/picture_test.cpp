@@ -96,9 +96,7 @@ TEST_F(Picture, IsThatOfEveryElementsFaces) {
         for (const int contour : {1, 17})
             for (const double alpha : {1.0, 0.4}) {
                 show(mesh);
-                set_results([](const double* x) {
-                    return Vec3{0.1 * x[0] * x[1], 0, 0.05 * x[2]};
-                });
+                set_results([](const double* x) { return Vec3{0.1 * x[0] * x[1], 0, 0.05 * x[2]}; });
                 state().contour = contour;
                 state().transparency = alpha;
                 show_only({ViewFlag::fem}, view::ViewDirection::isometric);

@@ -55,8 +55,10 @@ TEST_F(Program, DrawsSnapshots) {
     EXPECT_EQ(image("parts.png").size(), QSize(800, 600));
     EXPECT_GT(colours(image("parts.png")), 20);
     auto shown = [&](const QStringList& what) {
-        const QStringList bare{"bar.txt", "--snapshot", "a.png", "--view", "z", "--size", "400x300", "--hide",
-                               "wire,node,contour-bar,text,force,bc,axes,fem-infomation"};
+        const QStringList bare{
+            "bar.txt", "--snapshot", "a.png",
+            "--view",  "z",          "--size",
+            "400x300", "--hide",     "wire,node,contour-bar,text,force,bc,axes,fem-infomation"};
         const Ended ended = run(bare + what);
         EXPECT_EQ(ended.status, 0) << ended.err;
         return image("a.png");

@@ -104,7 +104,8 @@ TEST_P(Element, ReproducesConstantStrainOnADistortedMesh) {
     for (std::size_t k = 0; k < solution.points.strain.size(); ++k) {
         const double* e = &strain[k % 6];
         EXPECT_NEAR(solution.points.strain[k], *e, 1e-10 * 1e-4);
-        EXPECT_NEAR(solution.points.stress[k], k % 6 < 3 ? pressure + 2 * mu * *e : mu * *e, 1e-10 * 1e-4 * E);
+        EXPECT_NEAR(solution.points.stress[k], k % 6 < 3 ? pressure + 2 * mu * *e : mu * *e,
+                    1e-10 * 1e-4 * E);
     }
     // nodal averages of a constant field are the field, by the element's extrapolation
     std::vector<double> nodal(5 * mesh.dof_num), Ku(mesh.dof_num);

@@ -13,11 +13,14 @@ TEST(StableStep, ElementsInsideRigidBodiesDoNotBoundIt) {
     for (std::size_t n = 0; n < mesh.coordinates.size(); n += 3)
         if (mesh.coordinates[n] == 1) mesh.coordinates[n] = 1.9;
     const std::vector<Part> parts(1);
-    const std::vector<Material> materials{{.id = 0, .name = "S", .density = 8000, .young = 2e11, .poisson = 0.3}};
+    const std::vector<Material> materials{
+        {.id = 0, .name = "S", .density = 8000, .young = 2e11, .poisson = 0.3}};
     std::vector<double> x;
     for (std::size_t n = 0; n < mesh.coordinates.size(); n += 3)
         x.insert(x.end(), {mesh.coordinates[n], mesh.coordinates[n + 1], mesh.coordinates[n + 2], 0});
-    const auto bound = [&](std::vector<char> rigid) { return StepBound(mesh, parts, materials, 1, 1, rigid); };
+    const auto bound = [&](std::vector<char> rigid) {
+        return StepBound(mesh, parts, materials, 1, 1, rigid);
+    };
     const StableStep thin = bound({}).undeformed(), thick = bound({0, 1}).undeformed();
     EXPECT_EQ(thin.element, 1);
     EXPECT_EQ(thick.element, 0);

@@ -26,7 +26,8 @@ struct Publishing : ::testing::Test {
     // the write fails with one line that gives the reason
     void expect_refused(bool written, const std::string& file, const std::string& reason) {
         EXPECT_FALSE(written);
-        EXPECT_EQ(console.errors, paths::to_platform("log\\" + file) + " cannot be written: " + reason + "\n");
+        EXPECT_EQ(console.errors,
+                  paths::to_platform("log\\" + file) + " cannot be written: " + reason + "\n");
         console.errors.clear();
     }
     std::ptrdiff_t files() const {

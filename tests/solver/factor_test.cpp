@@ -146,8 +146,9 @@ TEST_P(Factor, IsExactAndTheSameInOneDivisionAndManyOnOneThreadAndTwo) {
 
 INSTANTIATE_TEST_SUITE_P(Matrices, Factor,
                          ::testing::Values(Case{1, 1, 1, {}}, Case{7, 20, 0.5, {1}},
-                                           Case{200, 30, 0.3, {1, 30, 31}}, Case{501, 100, 0.05, {1, 100, 101}},
-                                           Case{700, 401, 0.02, {1, 50}}, Case{330, 3, 0.9, {1, 3, 4}}));
+                                           Case{200, 30, 0.3, {1, 30, 31}},
+                                           Case{501, 100, 0.05, {1, 100, 101}}, Case{700, 401, 0.02, {1, 50}},
+                                           Case{330, 3, 0.9, {1, 3, 4}}));
 
 // Wide panels leave out the rows that have not begun: what they leave out must be zero.
 TEST_F(FactorFiles, PanelsOfEveryWidthGiveTheSameFactor) {
@@ -178,7 +179,8 @@ TEST_F(FactorFiles, AFailedWriteAndACutFileAreToldAndOldFilesGo) {
     EXPECT_NE(factor.error().find("Ltemp_0"), std::string::npos) << factor.error();
     for (const bool folder_missing : {false, true}) {
         std::filesystem::remove_all(file(""));
-        if (!folder_missing) std::filesystem::create_directories(file("Ltemp_1.txt"));  // a name that is taken
+        if (!folder_missing)
+            std::filesystem::create_directories(file("Ltemp_1.txt"));  // a name that is taken
         SkylineFactor failed(profile, cut(profile, {0, 150, 300}), {.threads = 2});
         EXPECT_EQ(failed.factor_ldl(km, km.K_value), FactorStatus::write_failed);
         EXPECT_NE(failed.error().find("Ltemp_"), std::string::npos) << failed.error();

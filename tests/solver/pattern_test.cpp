@@ -75,7 +75,8 @@ TEST(Ordering, KeepsTheOrderOfEqualDistancesAndTheEarlierAxisOfEqualBands) {
         Mesh ordered = c.mesh;
         captured.lines.clear();
         order_nodes(ordered, c.type);
-        EXPECT_NE(captured.lines.find(std::string("Ordering: min_direc=") + c.taken + "\n"), std::string::npos)
+        EXPECT_NE(captured.lines.find(std::string("Ordering: min_direc=") + c.taken + "\n"),
+                  std::string::npos)
             << captured.lines;
     }
 }

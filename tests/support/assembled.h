@@ -37,14 +37,17 @@ inline SparseKM assemble(const Mesh& mesh, const Material& material, const Elast
     build_index(neighbours, km);
     find_diagonals(km);
     const ElementType& type = element_type(mesh.element_type);
-    assemble_km(mesh, neighbours, [&](std::int32_t e, double* ke, double* me) {
-        ElementPoints points;
-        if (!evaluate_points(type, mesh, e, points)) return false;
-        element_stiffness(type, points, moduli(elasticity, 0), ke);
-        type.mass(points.x.data(), me);
-        for (int k = 0; k < type.nodes * type.nodes; ++k) me[k] *= material.density;
-        return true;
-    }, 2, km);
+    assemble_km(
+        mesh, neighbours,
+        [&](std::int32_t e, double* ke, double* me) {
+            ElementPoints points;
+            if (!evaluate_points(type, mesh, e, points)) return false;
+            element_stiffness(type, points, moduli(elasticity, 0), ke);
+            type.mass(points.x.data(), me);
+            for (int k = 0; k < type.nodes * type.nodes; ++k) me[k] *= material.density;
+            return true;
+        },
+        2, km);
     return km;
 }
 
@@ -95,7 +98,8 @@ inline std::vector<double> consistent_forces(const Mesh& mesh, const double* t,
             const auto corners = face_corners(kind, f);
             if (!std::all_of(corners.begin(), corners.end(), [&](int p) { return on_face(x(element[p])); }))
                 continue;
-            const double *a = x(element[corners[0]]), *b = x(element[corners[1]]), *c = x(element[corners[2]]);
+            const double *a = x(element[corners[0]]), *b = x(element[corners[1]]),
+                         *c = x(element[corners[2]]);
             double square = 0;  // of the parallelogram on two sides
             for (int k = 0, m = 1; k < 3; ++k, m = (m + 1) % 3)
                 square += std::pow((b[k] - a[k]) * (c[m] - a[m]) - (b[m] - a[m]) * (c[k] - a[k]), 2);

@@ -31,7 +31,8 @@ inline Mesh corner_grid(const Grid& grid) {
             for (int i = 0; i <= grid.cells[0]; ++i) {
                 const int at[3] = {i, j, k};
                 double x[3];
-                for (std::size_t c = 0; c < 3; ++c) x[c] = at[c] == grid.cells[c] ? grid.size[c] : grid.size[c] * at[c] / grid.cells[c];
+                for (std::size_t c = 0; c < 3; ++c)
+                    x[c] = at[c] == grid.cells[c] ? grid.size[c] : grid.size[c] * at[c] / grid.cells[c];
                 if (grid.move) grid.move(x);
                 mesh.coordinates.insert(mesh.coordinates.end(), x, x + 3);
             }
@@ -61,7 +62,8 @@ void for_each_cell(const Grid& grid, Visit visit) {
 inline Mesh hexa_box(const Grid& grid) {
     Mesh mesh = corner_grid(grid);
     for_each_cell(grid, [&](int i, int j, int k) {
-        for (const auto& c : hexa_corner) mesh.connectivity.push_back(corner_node(grid, i + c[0], j + c[1], k + c[2]));
+        for (const auto& c : hexa_corner)
+            mesh.connectivity.push_back(corner_node(grid, i + c[0], j + c[1], k + c[2]));
     });
     finish(mesh, ElementKind::hexahedron);
     return mesh;
@@ -92,7 +94,8 @@ inline Mesh tetra_box(const Grid& grid, ElementKind kind) {
             if (t >= 3) std::swap(node[1], node[2]);  // odd permutations run the other way round
             mesh.connectivity.insert(mesh.connectivity.end(), node, node + 4);
             if (kind == ElementKind::tetrahedron10)
-                for (const auto& edge : tetra10_edge) mesh.connectivity.push_back(mid_node(node[edge[0]], node[edge[1]]));
+                for (const auto& edge : tetra10_edge)
+                    mesh.connectivity.push_back(mid_node(node[edge[0]], node[edge[1]]));
         }
     });
     finish(mesh, kind);
@@ -107,15 +110,20 @@ inline Mesh box_mesh(const Grid& grid, ElementKind kind) {
 inline std::string vol_text(const Mesh& mesh) {
     constexpr std::array<int, 10> program_node{0, 2, 1, 3, 6, 4, 7, 5, 9, 8};  // of file position
     const int nodes = mesh.node_per_element();
-    std::string text = "mesh3d\ndimension\n3\ngeomtype\n0\n\n# surfnr bcnr domin domout np p1 p2 p3\nsurfaceelements\n0\n\n\n"
-                       "# matnr np p1 p2 p3 p4\nvolumeelements\n" + std::to_string(mesh.element_num()) + "\n";
+    std::string text =
+        "mesh3d\ndimension\n3\ngeomtype\n0\n\n# surfnr bcnr domin domout np p1 p2 "
+        "p3\nsurfaceelements\n0\n\n\n"
+        "# matnr np p1 p2 p3 p4\nvolumeelements\n" +
+        std::to_string(mesh.element_num()) + "\n";
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         text += "1 " + std::to_string(nodes);
         for (int p = 0; p < nodes; ++p)
-            text += " " + std::to_string(mesh.connectivity[static_cast<std::size_t>(e * nodes + program_node[static_cast<std::size_t>(p)])]);
+            text += " " + std::to_string(mesh.connectivity[static_cast<std::size_t>(
+                              e * nodes + program_node[static_cast<std::size_t>(p)])]);
         text += "\n";
     }
-    text += "\n\n# surfid 0 p1 p2\nedgesegmentsgi2\n0\n\n\n# X Y Z\npoints\n" + std::to_string(mesh.node_num()) + "\n";
+    text += "\n\n# surfid 0 p1 p2\nedgesegmentsgi2\n0\n\n\n# X Y Z\npoints\n" +
+            std::to_string(mesh.node_num()) + "\n";
     for (std::size_t k = 0; k < mesh.coordinates.size(); ++k) {
         char digits[40];
         text.append(digits, std::to_chars(digits, digits + sizeof digits, mesh.coordinates[k]).ptr);

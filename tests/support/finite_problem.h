@@ -37,8 +37,8 @@ public:
     void start(const std::vector<double>& full, const NewtonBodies* bodies = nullptr) {
         std::vector<double> load;
         for (std::int32_t d : numbering.free_dofs) load.push_back(full.empty() ? 0.0 : full[d]);
-        solver = std::make_unique<NewtonSolver>(body, node_elements, numbering, load, options, settings,
-                                                bodies);
+        solver =
+            std::make_unique<NewtonSolver>(body, node_elements, numbering, load, options, settings, bodies);
         RunReport report;
         ASSERT_TRUE(solver->prepare(report));
     }

@@ -110,7 +110,8 @@ TEST(Camera, WheelKeepsWhatIsUnderTheCursor) {
 // its middle.
 TEST(Camera, FitFillsTheRoomBesideTheTexts) {
     const Mesh bent = hexa_box({{3, 2, 1}, {3, 1, 0.5}, [](double* x) { x[1] += 0.3 * x[0] * x[0]; }});
-    const Mesh corners = hexa_box({{1, 1, 1}, {4, 1, 2}, [](double* x) { x[0] += 10, x[1] -= 1, x[2] += 2; }});
+    const Mesh corners =
+        hexa_box({{1, 1, 1}, {4, 1, 2}, [](double* x) { x[0] += 10, x[1] -= 1, x[2] += 2; }});
     for (const Mesh* mesh : {&bent, &corners})
         for (const auto& [width, height] : {std::pair{800, 600}, {300, 900}, {1600, 300}})
             for (const ViewDirection direction : all_directions)

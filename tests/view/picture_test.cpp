@@ -21,9 +21,19 @@ protected:
             results.mode_vec[3 * n] = 0.5 * mesh.coordinates[3 * n];
     }
     SceneTables tables() const {
-        return {.mesh = mesh, .results = results, .control = control, .ana_type = AnalysisType::linear_static,
-                .parts = {}, .parts_o = {}, .forces = {}, .rigid_elements = {}, .rigid_forces = {},
-                .walls = {}, .contacts = {}, .parameters = {}, .fixed_nodes = {}};
+        return {.mesh = mesh,
+                .results = results,
+                .control = control,
+                .ana_type = AnalysisType::linear_static,
+                .parts = {},
+                .parts_o = {},
+                .forces = {},
+                .rigid_elements = {},
+                .rigid_forces = {},
+                .walls = {},
+                .contacts = {},
+                .parameters = {},
+                .fixed_nodes = {}};
     }
     // Which of faces, colours and shape have changed since the last call.
     std::string changed() {

@@ -70,7 +70,8 @@ TEST_P(SurfaceOf, OutlinesTheBoxAndThePartsInIt) {
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         const int nodes = mesh.node_per_element();
         double x = 0;
-        for (int k = 0; k < nodes; ++k) x += triple(mesh.coordinates, mesh.connectivity[e * nodes + k] - 1)[0];
+        for (int k = 0; k < nodes; ++k)
+            x += triple(mesh.coordinates, mesh.connectivity[e * nodes + k] - 1)[0];
         mesh.p_ele_part_id[e] = x / nodes > 1 ? 0 : 1;
     }
     const Surface parted = build_surface(mesh, Faces::free);

@@ -45,7 +45,7 @@ TEST(Symbols, ForcesEndAtTheirDrawnNodes) {
         ++quarter[(symbols.arrows[k].tip[0] > 1) + 2 * (symbols.arrows[k].tip[1] > 1)];
     for (const int count : quarter) EXPECT_GE(count, 4);
     expect_near(symbols.arrows[0].tail, {0, 0, 0.5});
-    expect_near(symbols.arrows[0].tip, {0, 0, 0.2});  // pulls the lower corner down, 0.15 of 2 m long
+    expect_near(symbols.arrows[0].tip, {0, 0, 0.2});    // pulls the lower corner down, 0.15 of 2 m long
     EXPECT_NEAR(symbols.arrows[1].tip[2], 0.6, 1e-12);  // along the upper side: ends at the node
     expect_near(minus(symbols.arrows[1].tip, symbols.arrows[1].tail), {0.3, 0, 0});
     expect_near(symbols.arrows.back().tip, {3, 3, 3});

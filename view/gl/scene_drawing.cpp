@@ -343,7 +343,8 @@ void SceneDrawing::update_contacts(const SceneTables& tables, const DisplayState
     const auto now = std::pair(picture_.mesh_revision(), picture_.shape_revision());
     if (!state.shows(ViewFlag::element_contact) || contacts_of_ == now) return;
     contacts_of_ = now;
-    const Markers contacts = contact_markers(tables.mesh, tables.parts, tables.contacts, arrow_places(picture_, tables));
+    const Markers contacts =
+        contact_markers(tables.mesh, tables.parts, tables.contacts, arrow_places(picture_, tables));
     contact_lines_.send(GL_ARRAY_BUFFER, line_vertices(contacts.lines));
     contact_labels_ = contacts.labels;
 }
