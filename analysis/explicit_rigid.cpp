@@ -37,9 +37,9 @@ Vec3 angular_velocity(const ExplicitBody& body, const Mat3& R, const Vec3& L) {
 
 using Matrix = TNT::Array2D<double>;
 
-// With A Aᵀ = S⁺ of a symmetric S >= 0: its columns, one per eigenvalue above 1e-9 of the largest; none where
-// S is not finite.
-std::vector<std::vector<double>> inverse_root(const Matrix& S) {
+// With A Aᵀ = S⁺ of a symmetric S >= 0: its columns, one per eigenvalue above `cut` times the largest; none
+// where S is not finite.
+std::vector<std::vector<double>> inverse_root(const Matrix& S, double cut) {
     const int n = S.dim1();
     std::vector<std::vector<double>> columns;
     for (int i = 0; i < n; ++i)
@@ -52,12 +52,15 @@ std::vector<std::vector<double>> inverse_root(const Matrix& S) {
     eigen.getRealEigenvalues(values);
     eigen.getV(V);
     for (int k = 0; k < n; ++k) {
-        if (!(values[k] > 1e-9 * values[n - 1])) continue;
+        if (!(values[k] > cut * values[n - 1])) continue;
         auto& column = columns.emplace_back();
         for (int i = 0; i < n; ++i) column.push_back(V[i][k] / std::sqrt(values[k]));
     }
     return columns;
 }
+
+constexpr double rounding = 1e-14;     // of inertia: the motions of a body all have some
+constexpr double undetermined = 1e-9;  // motions that prescribed velocities hardly see
 
 // The rotations of the body: what a moment can turn, and ω by L there. Both are constant in the body's frame:
 // an axis that is held in space lies still in the body too.
@@ -76,7 +79,7 @@ void find_mobility(ExplicitBody& body) {
     };
     for (const Vec3& a : axes) add_square(body.turnable, a);
     body.turns_freely = n == 3;
-    for (const auto& column : inverse_root(I)) {
+    for (const auto& column : inverse_root(I, rounding)) {
         Vec3 a{};
         for (int k = 0; k < n; ++k) a = plus(a, axis(k), column[static_cast<std::size_t>(k)]);
         add_square(body.mobility, a);
@@ -153,8 +156,13 @@ void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> dri
         return record.body == static_cast<std::int32_t>(b);
     };
     if (std::none_of(driven.begin(), driven.end(), rules)) return;
-    const std::vector<Vec6> motions = current_motions(body.geometry, body.state);
+    std::vector<Vec6> motions = current_motions(body.geometry, body.state);
     const int count = static_cast<int>(motions.size());
+    // rotations by the radius of gyration: all motions of one unit
+    const double trace = body.inertia[0] + body.inertia[4] + body.inertia[8];
+    const double radius = trace > 0 ? std::sqrt(trace / (2 * body.mass)) : 1;
+    for (Vec6& m : motions)
+        for (std::size_t c = 3; c < 6; ++c) m[c] /= radius;
     const auto force_part = [](const Vec6& m) { return Vec3{m[0], m[1], m[2]}; };
     const auto turn_part = [](const Vec6& m) { return Vec3{m[3], m[4], m[5]}; };
     const Mat3 I = turned_inertia(body.state.R, body.inertia);
@@ -167,7 +175,7 @@ void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> dri
         }
     // motions of unit kinetic energy, velocity of the pivot and ω
     std::vector<Vec6> unit;
-    for (const auto& column : inverse_root(M)) {
+    for (const auto& column : inverse_root(M, rounding)) {
         Vec6& m = unit.emplace_back();
         for (int k = 0; k < count; ++k)
             for (std::size_t c = 0; c < 6; ++c)
@@ -196,7 +204,7 @@ void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> dri
         }
     }
     if (n == 0) return;
-    for (const auto& column : inverse_root(B)) {
+    for (const auto& column : inverse_root(B, undetermined)) {
         double size = 0;
         for (std::size_t k = 0; k < column.size(); ++k) size += column[k] * g[k];
         for (std::size_t k = 0; k < column.size(); ++k) {

@@ -460,7 +460,10 @@ bool set_up_explicit(ModelStore& store, const Settings& settings, const Explicit
     const std::vector<char> rigid = set_up.system.rigid.elements_inside(mesh);
     s.node_elements = std::move(set_up.system.node_elements);
     report.clock.begin("step size");
-    if (!choose_step(store, set_up, rigid, s, report)) return false;
+    // a surface that is touched wants the step of its own size: the springs of contact are as stiff as the
+    // step lets them
+    const bool touched = s.contacts || !store.explicit_tables.walls.empty();
+    if (!choose_step(store, set_up, touched ? std::span<const char>() : rigid, s, report)) return false;
     set_up.system = {};
     s.blocks.emplace(mesh, store.parts, store.materials,
                      BlockOptions{yields(store), options.mean_dilatation, 8, rigid});

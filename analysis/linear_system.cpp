@@ -81,6 +81,7 @@ std::vector<double> unstrained_diagonal(const ModelStore& store, const DofNumber
     const Mesh& mesh = store.mesh;
     const ElementType& type = element_type(mesh.element_type);
     const int dofs = 3 * type.nodes;
+    const console::Silence silence;  // its line has been printed
     const Elasticity elasticity = build_elasticity(store.materials);
     const RigidSystem none;
     const ElementMatrices matrices = element_matrices(store, elasticity, none);

@@ -350,7 +350,9 @@ NewtonOutcome NewtonSolver::attempt(bool search, IncrementReport& report) {
     std::vector<double> du(Q_.size());
     for (int iteration = 0;; ++iteration) {
         print_head(iteration);
+        const std::int32_t elements = body_.mesh.element_num();
         if (!at_rest_ && !assemble()) return NewtonOutcome::diverged;
+        for (std::int32_t e = 0; at_rest_ && e < elements; ++e) console::counter(e, elements, "k=");
         at_rest_ = false;
         console::print("Calculate K sparse Complete\n");
         console::print("Kmat Time:  %lf[s]\n", assemble_seconds_);

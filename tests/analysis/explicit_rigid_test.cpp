@@ -207,5 +207,32 @@ TEST_F(ExplicitRigid, HingesPendulumsAndDrivenMembersMoveAsTheyMust) {
     EXPECT_NEAR(last("support"), last("kinetic"), 1e-9);
 }
 
+// The step must suit the fine surface that is hit, though nothing inside the body can be strained.
+TEST_F(ExplicitRigid, AFineRigidBodyIsNotDrivenThrough) {
+    read(
+        ModelText{.material = "8000 2e11 0.3",
+                  .parts = rect("B", "0.1 0.02 0.02", "30 6 6") +
+                           rect("C", "0.1 0.02 0.02", "5 1 1", "0.1001 0.003 0.002"),
+                  .rigid = "R area 0.05 0.01 0.01 0 0.1 0 0.02 0 0.02 %"},
+        "end_time 100e-6 output_frequency 20 Element_contact on INITIAL_VELOCITY C part x -200 0 0 0 0 0 0 % "
+        "ELEMENT_CONTACT H B C 1 0 0 0 0 0 0 0 0 0 0 %");
+    run();
+    expect_done(report);
+    const double face = 0.1 + u(node_at(0.1, 0, 0), 0);
+    for (double y : {0.003, 0.023})
+        for (double z : {0.002, 0.022}) EXPECT_GT(0.1001 + u(node_at(0.1001, y, z), 0) - face, -0.001);
+    EXPECT_LT(u(node_at(0, 0, 0), 0), -0.004) << "it is pushed ahead";
+}
+
+TEST_F(ExplicitRigid, ASmallBodyTurnsAsItsEndsAreDriven) {
+    read(ModelText{.material = "8000 2e11 0.3",
+                   .parts = rect("A", "1e-5 2e-6 3e-6", "2 1 1"),
+                   .rigid = "A area 0 0 0 0 1 0 1 0 1 %"},
+         "d_time 1e-13 end_time 1e-12 output_frequency 1 INITIAL_VELOCITY E volume y 5 1e-5 1e-5 0 1 0 1 "
+         "S volume y -3 0 0 0 1 0 1 %");
+    ASSERT_TRUE(begin());
+    EXPECT_NEAR(state->bodies->bodies()[0].omega[2], 8 / 1e-5, 1e-6 * 8 / 1e-5);
+}
+
 }  // namespace
 }  // namespace kestralum
