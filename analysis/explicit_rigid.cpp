@@ -16,10 +16,6 @@ namespace {
 Vec3 plus(const Vec3& a, const Vec3& b, double s) {
     return {a[0] + s * b[0], a[1] + s * b[1], a[2] + s * b[2]};
 }
-Vec3 place_of(const Mesh& mesh, std::int32_t n) {
-    return triple(mesh.coordinates, n);
-}
-
 // R I Rᵀ
 Mat3 turned_inertia(const Mat3& R, const Mat3& I) {
     return multiply3(multiply3(R, I), transposed(R));

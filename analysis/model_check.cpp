@@ -116,11 +116,8 @@ void check_forces(const ModelStore& store, ModelCheck& out) {
 }
 
 // What the rigid records select.
-RigidSystem check_rigid(const ModelStore& store, ModelCheck& out) {
-    const NodeElements node_elements = elements_of_nodes(store.mesh);
-    std::int32_t fn_free = 3 * store.mesh.node_num();
-    const DofNumbering held =
-        apply_boundary_conditions(store.boundary_conditions, store.mesh, node_elements, fn_free);
+RigidSystem check_rigid(const ModelStore& store, const NodeElements& node_elements, const DofNumbering& held,
+                        ModelCheck& out) {
     RigidSystem rigid;
     RunReport report;
     find_rigid_bodies(store, node_elements, held, rigid, report);
@@ -223,10 +220,13 @@ ModelCheck check_model(const ModelStore& store, const Settings& settings) {
     check_elements(store, out);
     check_supports(store, out);
     check_forces(store, out);
+    const NodeElements node_elements = elements_of_nodes(store.mesh);
+    std::int32_t fn_free = 3 * store.mesh.node_num();
+    const DofNumbering held =
+        apply_boundary_conditions(store.boundary_conditions, store.mesh, node_elements, fn_free);
     std::vector<char> fixed(static_cast<std::size_t>(store.mesh.node_num()), 0);
-    for (const BoundaryCondition& record : store.boundary_conditions)
-        for (std::int32_t n : select_nodes(record, store.mesh)) fixed[static_cast<std::size_t>(n)] = 1;
-    const RigidSystem rigid = check_rigid(store, out);
+    for (std::int32_t n : held.fixed_nodes) fixed[static_cast<std::size_t>(n)] = 1;
+    const RigidSystem rigid = check_rigid(store, node_elements, held, out);
     check_bodies(store.mesh, fixed, rigid_links(store, rigid), out);
     for (std::size_t b = 0; b < out.bodies.size(); ++b)
         if (!out.bodies[b].supported)

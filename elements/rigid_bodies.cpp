@@ -13,9 +13,6 @@ namespace {
 void add(Vec3& a, const Vec3& b, double s = 1) {
     for (std::size_t c = 0; c < 3; ++c) a[c] += s * b[c];
 }
-Vec3 place_of(const Mesh& mesh, std::int32_t node) {
-    return triple(mesh.coordinates, node);
-}
 Vec3 force_of(const Vec6& f) {
     return {f[0], f[1], f[2]};
 }
