@@ -1,9 +1,9 @@
 #include "analysis/analysis_table.h"
 
-#include "analysis/eigen_driver.h"
-#include "analysis/explicit_driver.h"
-#include "analysis/linear_driver.h"
-#include "analysis/nonlinear_driver.h"
+#include "analysis/eigen/eigen_analysis.h"
+#include "analysis/explicit/explicit_analysis.h"
+#include "analysis/nonlinear/nonlinear_analysis.h"
+#include "analysis/static/static_analysis.h"
 
 namespace kestralum {
 

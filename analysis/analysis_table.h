@@ -4,8 +4,8 @@
 #include <span>
 #include <string_view>
 
-#include "analysis/run_report.h"
 #include "model/model_store.h"
+#include "model/run_report.h"
 
 namespace kestralum {
 

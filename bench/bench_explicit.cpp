@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "analysis/explicit_state.h"
+#include "analysis/explicit/explicit_state.h"
 #include "model/console.h"
 #include "support/box_mesh.h"
 
@@ -31,9 +31,7 @@ double measure_bandwidth(int threads) {
     for (int round = 0; round < 4; ++round) {
         const auto start = Clock::now();
 #pragma omp parallel for schedule(static) num_threads(threads)
-        for (std::int64_t k = 0; k < n; ++k)
-            a[static_cast<std::size_t>(k)] =
-                b[static_cast<std::size_t>(k)] + 0.5 * c[static_cast<std::size_t>(k)];
+        for (std::int64_t k = 0; k < n; ++k) a[k] = b[k] + 0.5 * c[k];
         best = std::max(best, 24.0 * static_cast<double>(n) / seconds_since(start));
     }
     return best;

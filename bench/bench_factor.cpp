@@ -83,12 +83,11 @@ BandTime time_dpbtrf(const SparseKM& km, int half_band) {
     const int n = km.rows(), kd = half_band, ldab = kd + 1;
     std::vector<double> band(static_cast<std::size_t>(n) * static_cast<std::size_t>(ldab), 0.0);
     for (int r = 0; r < n; ++r)
-        for (std::int64_t k = km.row_start[static_cast<std::size_t>(r)];
-             k < km.row_start[static_cast<std::size_t>(r) + 1]; ++k) {
-            const int column = km.col_index[static_cast<std::size_t>(k)];
+        for (std::int64_t k = km.row_start[r]; k < km.row_start[static_cast<std::size_t>(r) + 1]; ++k) {
+            const int column = km.col_index[k];
             if (column <= r)
                 band[static_cast<std::size_t>(column) * static_cast<std::size_t>(ldab) +
-                     static_cast<std::size_t>(r - column)] = km.K_value[static_cast<std::size_t>(k)];
+                     static_cast<std::size_t>(r - column)] = km.K_value[k];
         }
     int info = 0;
     const auto start = Clock::now();

@@ -143,9 +143,7 @@ private:
         const auto& picture = drawing_.picture();
         for (const std::int32_t n : outside.triangles)
             vertices.push_back(gl::color_vertex(
-                triple(places_, n),
-                contour_color(normalised(picture.values()[static_cast<std::size_t>(n)], *picture.range()),
-                              1)));
+                triple(places_, n), contour_color(normalised(picture.values()[n], *picture.range()), 1)));
         glEnableClientState(GL_VERTEX_ARRAY);
         glEnableClientState(GL_COLOR_ARRAY);
         glVertexPointer(3, GL_FLOAT, sizeof(gl::ColorVertex), vertices.data()->place.data());

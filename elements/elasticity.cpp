@@ -12,8 +12,7 @@ Elasticity build_elasticity(std::span<const Material> materials) {
     const int count = static_cast<int>(materials.size());
     Elasticity table{TNT::Array3D<double>(6, 6, std::max(count, 1), 0.0)};
     for (int m = 0; m < count; ++m) {
-        const double E = materials[static_cast<std::size_t>(m)].young,
-                     nu = materials[static_cast<std::size_t>(m)].poisson;
+        const double E = materials[m].young, nu = materials[m].poisson;
         const double a = E * (1 - nu) / ((1 + nu) * (1 - 2 * nu));
         const double b = nu * a / (1 - nu);
         const double g = (1 - 2 * nu) * a * 0.5 / (1 - nu);
@@ -38,7 +37,7 @@ void element_stiffness(const ElementType& type, const ElementPoints& points, con
     std::fill(ke, ke + size * size, 0.0);
     for (int p = 0; p < type.points; ++p) {
         const double* dN = points.dN.data() + 3 * n * p;
-        const double w = points.weight[static_cast<std::size_t>(p)];
+        const double w = points.weight[p];
         for (int i = 0; i < n; ++i) {
             const double* u = dN + 3 * i;
             const double bu[3] = {w * D.b * u[0], w * D.b * u[1], w * D.b * u[2]};

@@ -26,7 +26,7 @@ bool evaluate_points(const ElementType& type, const Mesh& mesh, std::int32_t e, 
 
 double element_volume(const ElementType& type, const ElementPoints& points) {
     double volume = 0;
-    for (int p = 0; p < type.points; ++p) volume += points.weight[static_cast<std::size_t>(p)];
+    for (int p = 0; p < type.points; ++p) volume += points.weight[p];
     return volume;
 }
 
@@ -52,9 +52,9 @@ std::array<double, 3> element_centre(const Mesh& mesh, std::int32_t e) {
     const int nodes = mesh.node_per_element();
     std::array<double, 3> centre{};
     for (int i = 0; i < nodes; ++i) {
-        const auto n = static_cast<std::size_t>(
+        const std::size_t n =
             node_index(mesh.connectivity[static_cast<std::size_t>(e) * static_cast<std::size_t>(nodes) +
-                                         static_cast<std::size_t>(i)]));
+                                         static_cast<std::size_t>(i)]);
         for (std::size_t c = 0; c < 3; ++c) centre[c] += mesh.coordinates[3 * n + c] / nodes;
     }
     return centre;

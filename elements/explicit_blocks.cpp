@@ -14,17 +14,16 @@ namespace {
 
 // Elements by their smallest node, so that neighbours in memory share nodes.
 std::vector<std::int32_t> element_order(const Mesh& mesh) {
-    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
-    const auto elements = static_cast<std::size_t>(mesh.element_num());
+    const std::size_t per_element = mesh.node_per_element();
+    const std::size_t elements = mesh.element_num();
     std::vector<std::int32_t> least(elements), order(elements);
     for (std::size_t e = 0; e < elements; ++e) {
         const auto first = mesh.connectivity.begin() + static_cast<std::ptrdiff_t>(e * per_element);
         least[e] = *std::min_element(first, first + static_cast<std::ptrdiff_t>(per_element));
     }
     std::iota(order.begin(), order.end(), 0);
-    std::stable_sort(order.begin(), order.end(), [&](std::int32_t a, std::int32_t b) {
-        return least[static_cast<std::size_t>(a)] < least[static_cast<std::size_t>(b)];
-    });
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::int32_t a, std::int32_t b) { return least[a] < least[b]; });
     return order;
 }
 
@@ -56,14 +55,13 @@ ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts,
     energy_.assign(blocks * 2 * W, 0.0);
     least_.assign(blocks * W, 1.0);
     for (std::size_t slot = 0; slot < blocks * W; ++slot) {
-        const auto e = static_cast<std::size_t>(order_[std::min(slot, elements - 1)]);
+        const std::size_t e = order_[std::min(slot, elements - 1)];
         const std::size_t b = slot / W, lane = slot % W;
         for (std::size_t i = 0; i < per_element; ++i)
             nodes_[(b * per_element + i) * W + lane] =
                 static_cast<std::int32_t>(node_index(mesh.connectivity[e * per_element + i]));
-        const Part& part = parts[static_cast<std::size_t>(mesh.p_ele_part_id[e])];
-        const J2Material<double> m =
-            j2_material(materials[static_cast<std::size_t>(part.material_id)], options.plastic);
+        const Part& part = parts[mesh.p_ele_part_id[e]];
+        const J2Material<double> m = j2_material(materials[part.material_id], options.plastic);
         const bool rigid = !options.rigid.empty() && options.rigid[e] != 0;
         const std::array<double, 4> elastic{m.bulk - 2.0 / 3.0 * m.shear, m.shear, m.yield, m.hardening};
         const std::array<double, 4> values = rigid ? std::array<double, 4>{0, 0, m.yield, 1} : elastic;
@@ -71,19 +69,17 @@ ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts,
     }
     // the places of each node, by element: the sum's order does not depend on the blocks' order
     gather_start_.assign(static_cast<std::size_t>(mesh.node_num()) + 1, 0);
-    for (std::int32_t n : mesh.connectivity) ++gather_start_[static_cast<std::size_t>(n)];
+    for (std::int32_t n : mesh.connectivity) ++gather_start_[n];
     std::partial_sum(gather_start_.begin(), gather_start_.end(), gather_start_.begin());
     gather_.resize(mesh.connectivity.size());
     std::vector<std::size_t> slot_of(elements);
-    for (std::size_t slot = 0; slot < elements; ++slot)
-        slot_of[static_cast<std::size_t>(order_[slot])] = slot;
+    for (std::size_t slot = 0; slot < elements; ++slot) slot_of[order_[slot]] = slot;
     std::vector<std::int64_t> next(gather_start_.begin(), gather_start_.end() - 1);
     for (std::size_t e = 0; e < elements; ++e)
         for (std::size_t i = 0; i < per_element; ++i) {
-            const auto n = static_cast<std::size_t>(node_index(mesh.connectivity[e * per_element + i]));
+            const std::size_t n = node_index(mesh.connectivity[e * per_element + i]);
             const std::size_t b = slot_of[e] / W, lane = slot_of[e] % W;
-            gather_[static_cast<std::size_t>(next[n]++)] =
-                static_cast<std::int32_t>((b * per_element + i) * W + lane);
+            gather_[next[n]++] = static_cast<std::int32_t>((b * per_element + i) * W + lane);
         }
 }
 
@@ -123,8 +119,7 @@ bool ElementBlocks::evaluate(const double* x, const double* du, int threads) {
         const FlushSubnormals flush;
         const std::int64_t first = c * chunk_blocks, last = std::min(blocks_, first + chunk_blocks);
         kernel_(arrays, first, last);
-        for (std::int64_t k = first * lanes_; k < last * lanes_; ++k)
-            inverted |= !(least_[static_cast<std::size_t>(k)] > 0);
+        for (std::int64_t k = first * lanes_; k < last * lanes_; ++k) inverted |= !(least_[k] > 0);
     }
     return inverted == 0;
 }
@@ -143,9 +138,8 @@ void ElementBlocks::gather_forces(double* R, int threads) const {
 #pragma omp parallel for schedule(dynamic, 2048) num_threads(threads) if (threads > 1)
     for (std::int64_t n = 0; n < nodes; ++n) {
         double sum[3] = {0, 0, 0};
-        for (std::int64_t k = gather_start_[static_cast<std::size_t>(n)];
-             k < gather_start_[static_cast<std::size_t>(n) + 1]; ++k) {
-            const std::int32_t place = gather_[static_cast<std::size_t>(k)];
+        for (std::int64_t k = gather_start_[n]; k < gather_start_[static_cast<std::size_t>(n) + 1]; ++k) {
+            const std::int32_t place = gather_[k];
             const double* f = force + 3 * static_cast<std::int64_t>(place & ~mask) + (place & mask);
             sum[0] += f[0];
             sum[1] += f[W];
@@ -160,14 +154,14 @@ void ElementBlocks::gather_forces(double* R, int threads) const {
 
 double ElementBlocks::energy(int kind) const {
     double sum = 0;
-    const auto W = static_cast<std::size_t>(lanes_);
+    const std::size_t W = lanes_;
     for (std::size_t slot = 0; slot < order_.size(); ++slot)
         sum += energy_[(2 * (slot / W) + static_cast<std::size_t>(kind)) * W + slot % W];
     return sum;
 }
 
 std::size_t ElementBlocks::stress_at(std::size_t slot, int point) const {
-    const auto W = static_cast<std::size_t>(lanes_);
+    const std::size_t W = lanes_;
     return ((slot / W) * static_cast<std::size_t>(points_) + static_cast<std::size_t>(point)) * 6 * W +
            slot % W;
 }
@@ -177,7 +171,7 @@ void ElementBlocks::copy_stresses(std::vector<double>& stress, std::vector<doubl
     stress.resize(order_.size() * points * 6);
     plastic_strain.resize(alpha_.empty() ? 0 : order_.size() * points);
     for (std::size_t slot = 0; slot < order_.size(); ++slot) {
-        const auto e = static_cast<std::size_t>(order_[slot]);
+        const std::size_t e = order_[slot];
         for (std::size_t p = 0; p < points; ++p) {
             const std::size_t from = stress_at(slot, static_cast<int>(p));
             for (std::size_t c = 0; c < 6; ++c) stress[6 * (e * points + p) + c] = stress_[from + c * W];
@@ -190,7 +184,7 @@ void ElementBlocks::copy_stresses(std::vector<double>& stress, std::vector<doubl
 void ElementBlocks::set_stresses(std::span<const double> stress) {
     const auto W = static_cast<std::size_t>(lanes_), points = static_cast<std::size_t>(points_);
     for (std::size_t slot = 0; slot < static_cast<std::size_t>(blocks_) * W; ++slot) {
-        const auto e = static_cast<std::size_t>(order_[std::min(slot, order_.size() - 1)]);
+        const std::size_t e = order_[std::min(slot, order_.size() - 1)];
         for (std::size_t p = 0; p < points; ++p)
             for (std::size_t c = 0; c < 6; ++c)
                 stress_[stress_at(slot, static_cast<int>(p)) + c * W] = stress[6 * (e * points + p) + c];

@@ -38,9 +38,7 @@ void displacement_gradient(int nodes, const double* u, const double* dN, double*
 void push_gradients(int nodes, const double* dN, const std::array<double, 9>& Fi, double* dn) {
     for (int i = 0; i < nodes; ++i)
         for (int c = 0; c < 3; ++c)
-            dn[3 * i + c] = dN[3 * i] * Fi[static_cast<std::size_t>(c)] +
-                            dN[3 * i + 1] * Fi[static_cast<std::size_t>(3 + c)] +
-                            dN[3 * i + 2] * Fi[static_cast<std::size_t>(6 + c)];
+            dn[3 * i + c] = dN[3 * i] * Fi[c] + dN[3 * i + 1] * Fi[3 + c] + dN[3 * i + 2] * Fi[6 + c];
 }
 
 // Adds w (Bᵀ c B + (∇Ni·τ∇Nj) 1) to the blocks i <= j.
@@ -79,7 +77,7 @@ void add_point_stiffness(int nodes, const double* dn, const FiniteResponse& at, 
 }
 
 const J2Material<double>& material_of(const FiniteBody& body, std::int32_t e) {
-    return body.materials[static_cast<std::size_t>(body.material[static_cast<std::size_t>(e)])];
+    return body.materials[body.material[e]];
 }
 
 bool update_element(FiniteBody& body, const ElementType& type, std::int32_t e) {
@@ -97,7 +95,7 @@ bool update_element(FiniteBody& body, const ElementType& type, std::int32_t e) {
         body.current[at] = response.state;
         push_gradients(type.nodes, dN, response.F_inverse, dn);
         const auto& t = response.tau;
-        const double w = state.points.weight[static_cast<std::size_t>(p)];
+        const double w = state.points.weight[p];
         for (int i = 0; i < type.nodes; ++i) {
             const double x = w * dn[3 * i], y = w * dn[3 * i + 1], z = w * dn[3 * i + 2];
             f[3 * i] += t[0] * x + t[3] * y + t[5] * z;
@@ -118,8 +116,7 @@ void FiniteBody::start() {
     committed.assign(points, {});
     current.assign(points, {});
     stress.assign(6 * points, 0.0);
-    element_force.assign(
-        static_cast<std::size_t>(mesh.element_num()) * 3 * static_cast<std::size_t>(type.nodes), 0.0);
+    element_force.assign(static_cast<std::size_t>(mesh.element_num()) * 3 * type.nodes, 0.0);
 }
 
 bool finite_stiffness(const FiniteBody& body, std::int32_t e, double* ke) {
@@ -139,7 +136,7 @@ bool finite_stiffness(const FiniteBody& body, std::int32_t e, double* ke) {
                              response))
             return false;
         push_gradients(type.nodes, dN, response.F_inverse, dn);
-        add_point_stiffness(type.nodes, dn, response, state.points.weight[static_cast<std::size_t>(p)], ke);
+        add_point_stiffness(type.nodes, dn, response, state.points.weight[p], ke);
     }
     for (int r = 0; r < size; ++r)
         for (int c = 0; c < r; ++c) ke[r * size + c] = ke[c * size + r];
@@ -159,12 +156,12 @@ std::int32_t update_stresses(FiniteBody& body) {
 std::vector<double> internal_forces(const FiniteBody& body, const NodeElements& node_elements) {
     const ElementType& type = element_type(body.mesh.element_type);
     const std::int32_t nodes = body.mesh.node_num();
-    std::vector<double> force(3 * static_cast<std::size_t>(nodes), 0.0);
+    std::vector<double> force(3 * nodes, 0.0);
 #pragma omp parallel for schedule(static) num_threads(body.threads)
     for (std::int32_t n = 0; n < nodes; ++n) {
-        const auto node = static_cast<std::size_t>(n);
+        const std::size_t node = n;
         for (std::int64_t k = node_elements.start[node]; k < node_elements.start[node + 1]; ++k) {
-            const std::int32_t e = node_elements.elements[static_cast<std::size_t>(k)];
+            const std::int32_t e = node_elements.elements[k];
             const std::int32_t* element =
                 body.mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
             const auto local = std::find(element, element + type.nodes, n + 1) - element;
@@ -180,7 +177,7 @@ void logarithmic_strains(const Mesh& mesh, std::span<const double> u, int thread
     const ElementType& type = element_type(mesh.element_type);
     const std::int32_t elements = mesh.element_num();
     out.strain.resize(6 * first_point(type, elements));
-    out.volume.assign(static_cast<std::size_t>(elements), 0.0);
+    out.volume.assign(elements, 0.0);
 #pragma omp parallel for schedule(static) num_threads(threads)
     for (std::int32_t e = 0; e < elements; ++e) {
         ElementState state;
@@ -189,8 +186,7 @@ void logarithmic_strains(const Mesh& mesh, std::span<const double> u, int thread
             double H[9], Fi[9];
             displacement_gradient(type.nodes, state.u.data(), state.points.dN.data() + 3 * type.nodes * p, H);
             logarithmic_strain(H, &out.strain[6 * (first_point(type, e) + static_cast<std::size_t>(p))]);
-            out.volume[static_cast<std::size_t>(e)] +=
-                state.points.weight[static_cast<std::size_t>(p)] * invert_deformation(H, Fi);
+            out.volume[e] += state.points.weight[p] * invert_deformation(H, Fi);
         }
     }
 }
@@ -209,7 +205,7 @@ double plastic_share(const FiniteBody& body) {
         ElementPoints points;
         evaluate_points(type, body.mesh, e, points);
         for (int p = 0; p < type.points; ++p) {
-            const double w = points.weight[static_cast<std::size_t>(p)];
+            const double w = points.weight[p];
             all += w;
             if (body.committed[first_point(type, e) + static_cast<std::size_t>(p)].alpha > 0) plastic += w;
         }

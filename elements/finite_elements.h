@@ -9,7 +9,7 @@
 #include "elements/element_type.h"
 #include "elements/finite_strain.h"
 #include "elements/stresses.h"
-#include "solver/sparse.h"
+#include "model/topology.h"
 
 namespace kestralum {
 
@@ -29,7 +29,7 @@ struct FiniteBody {
 
     // Sizes the tables: at rest, unstressed.
     void start();
-    bool is_rigid(std::int32_t e) const { return !rigid.empty() && rigid[static_cast<std::size_t>(e)] != 0; }
+    bool is_rigid(std::int32_t e) const { return !rigid.empty() && rigid[e] != 0; }
 };
 
 // Tangent stiffness of element e at body.u: (3·nodes)², row-major, symmetric, N/m; no load depends on the

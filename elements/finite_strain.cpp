@@ -43,7 +43,7 @@ void compose(const double* value, const double* n, Out& out) {
     for (int m = 0; m < 6; ++m) {
         double sum = 0;
         for (int k = 0; k < 3; ++k) sum += value[k] * n[3 * k + row_of[m]] * n[3 * k + column_of[m]];
-        out[static_cast<std::size_t>(m)] = sum;
+        out[m] = sum;
     }
 }
 

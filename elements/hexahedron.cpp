@@ -12,7 +12,7 @@ constexpr int nodes = 8, points = 8;
 
 // Reference corner (ξi, ηi, ζi) = ±1 of local node i.
 constexpr double corner(int i, int c) {
-    return 2.0 * hexa_corner[static_cast<std::size_t>(i)][static_cast<std::size_t>(c)] - 1.0;
+    return 2.0 * hexa_corner[i][c] - 1.0;
 }
 
 struct Tables {

@@ -52,53 +52,52 @@ StepBound::StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<co
                      double mass_factor, int threads, std::span<const char> rigid)
     : mesh_(mesh), parts_(parts), materials_(materials), type_(element_type(mesh.element_type)) {
     const std::int32_t elements = mesh.element_num();
-    const auto count = static_cast<std::size_t>(elements);
+    const std::size_t count = elements;
     std::vector<double> estimates(count), squared(count, 0.0);
-    const auto nodes = static_cast<std::size_t>(type_.nodes);
+    const std::size_t nodes = type_.nodes;
     mass_.resize(count * nodes);
 #pragma omp parallel for schedule(static) num_threads(threads)
     for (std::int32_t e = 0; e < elements; ++e) {
         double x[most_dofs], me[most_nodes * most_nodes];
         gather(e, nullptr, x);
         type_.mass(x, me);
-        const Part& part = parts_[static_cast<std::size_t>(mesh_.p_ele_part_id[static_cast<std::size_t>(e)])];
-        const double factor = materials_[static_cast<std::size_t>(part.material_id)].density * mass_factor;
+        const Part& part = parts_[mesh_.p_ele_part_id[e]];
+        const double factor = materials_[part.material_id].density * mass_factor;
         for (std::size_t i = 0; i < nodes; ++i)
             mass_[static_cast<std::size_t>(e) * nodes + i] = me[i * (nodes + 1)] * factor;
-        estimates[static_cast<std::size_t>(e)] = estimate(e, x, nullptr);
+        estimates[e] = estimate(e, x, nullptr);
     }
     // congruent elements of one part: the same estimate to rounding
     std::vector<std::int32_t> order;
     const bool any_strained = rigid.empty() || std::find(rigid.begin(), rigid.end(), 0) != rigid.end();
     for (std::int32_t e = 0; e < elements; ++e)
-        if (rigid.empty() || !any_strained || !rigid[static_cast<std::size_t>(e)]) order.push_back(e);
-    auto part = [&](std::int32_t e) { return mesh.p_ele_part_id[static_cast<std::size_t>(e)]; };
+        if (rigid.empty() || !any_strained || !rigid[e]) order.push_back(e);
+    auto part = [&](std::int32_t e) { return mesh.p_ele_part_id[e]; };
     std::sort(order.begin(), order.end(), [&](std::int32_t a, std::int32_t b) {
         if (part(a) != part(b)) return part(a) < part(b);
-        const double x = estimates[static_cast<std::size_t>(a)], y = estimates[static_cast<std::size_t>(b)];
+        const double x = estimates[a], y = estimates[b];
         return x != y ? x < y : a < b;
     });
     std::vector<std::size_t> heads;
     for (std::size_t k = 0; k < order.size(); ++k) {
         const bool same = k > 0 && part(order[k]) == part(order[heads.back()]) &&
-                          estimates[static_cast<std::size_t>(order[k])] <=
-                              estimates[static_cast<std::size_t>(order[heads.back()])] * (1 + 1e-9);
+                          estimates[order[k]] <= estimates[order[heads.back()]] * (1 + 1e-9);
         if (!same) heads.push_back(k);
     }
     const auto groups = static_cast<std::int64_t>(heads.size());
 #pragma omp parallel for schedule(dynamic, 64) num_threads(threads)
     for (std::int64_t h = 0; h < groups; ++h) {
-        const std::int32_t e = order[heads[static_cast<std::size_t>(h)]];
+        const std::int32_t e = order[heads[h]];
         double x[most_dofs];
         gather(e, nullptr, x);
-        estimate(e, x, &squared[static_cast<std::size_t>(e)]);
+        estimate(e, x, &squared[e]);
     }
     ratio_.resize(count);
     double largest = 0;
     for (std::size_t h = 0; h < heads.size(); ++h) {
-        const auto head = static_cast<std::size_t>(order[heads[h]]);
+        const std::size_t head = order[heads[h]];
         for (std::size_t k = heads[h]; k < (h + 1 < heads.size() ? heads[h + 1] : order.size()); ++k)
-            ratio_[static_cast<std::size_t>(order[k])] = squared[head] / estimates[head];
+            ratio_[order[k]] = squared[head] / estimates[head];
         if (squared[head] > largest) {
             largest = squared[head];
             undeformed_ = {2 / std::sqrt(largest), static_cast<std::int32_t>(head)};
@@ -117,8 +116,8 @@ void StepBound::gather(std::int32_t e, const double* x4, double* coordinates) co
 
 // The estimate is the trace of diag(mass)⁻¹ Ke; with `squared_frequency` its largest eigenvalue too.
 double StepBound::estimate(std::int32_t e, const double* coordinates, double* squared_frequency) const {
-    const Part& part = parts_[static_cast<std::size_t>(mesh_.p_ele_part_id[static_cast<std::size_t>(e)])];
-    const IsotropicModuli D = moduli_of(materials_[static_cast<std::size_t>(part.material_id)]);
+    const Part& part = parts_[mesh_.p_ele_part_id[e]];
+    const IsotropicModuli D = moduli_of(materials_[part.material_id]);
     ElementPoints points;
     type_.gradients(coordinates, points.dN.data(), points.weight.data());
     const double* mass = mass_.data() + static_cast<std::size_t>(e) * static_cast<std::size_t>(type_.nodes);
@@ -126,8 +125,7 @@ double StepBound::estimate(std::int32_t e, const double* coordinates, double* sq
     for (int p = 0; p < type_.points; ++p)
         for (int i = 0; i < type_.nodes; ++i) {
             const double* d = points.dN.data() + 3 * (type_.nodes * p + i);
-            trace += points.weight[static_cast<std::size_t>(p)] * (D.a + 2 * D.g) *
-                     (d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) / mass[i];
+            trace += points.weight[p] * (D.a + 2 * D.g) * (d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) / mass[i];
         }
     if (squared_frequency) {
         double ke[most_dofs * most_dofs], of_dof[most_dofs];
@@ -141,23 +139,21 @@ double StepBound::estimate(std::int32_t e, const double* coordinates, double* sq
 StableStep StepBound::worst_above(const double* x, double step, int threads) const {
     const double limit = 4 / (step * step);
     const std::int32_t elements = mesh_.element_num();
-    std::vector<double> estimates(static_cast<std::size_t>(elements));
+    std::vector<double> estimates(elements);
 #pragma omp parallel for schedule(static) num_threads(threads)
     for (std::int32_t e = 0; e < elements; ++e) {
         double at[most_dofs];
         gather(e, x, at);
-        estimates[static_cast<std::size_t>(e)] =
-            estimate(e, at, nullptr) * ratio_[static_cast<std::size_t>(e)];
+        estimates[e] = estimate(e, at, nullptr) * ratio_[e];
     }
     // a fifth below the limit the change of shape may have changed the ratio as well
     std::vector<std::int32_t> candidates;
     for (std::int32_t e = 0; e < elements; ++e)
-        if (!(estimates[static_cast<std::size_t>(e)] <= 0.8 * limit)) candidates.push_back(e);
+        if (!(estimates[e] <= 0.8 * limit)) candidates.push_back(e);
     const std::size_t few = std::min<std::size_t>(candidates.size(), 16);
     std::partial_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(few),
                       candidates.end(), [&](std::int32_t a, std::int32_t b) {
-                          const double p = estimates[static_cast<std::size_t>(a)],
-                                       q = estimates[static_cast<std::size_t>(b)];
+                          const double p = estimates[a], q = estimates[b];
                           return p != q ? p > q : a < b;
                       });
     StableStep worst;

@@ -13,14 +13,14 @@ void point_stresses(const Mesh& mesh, std::span<const Part> parts, const Elastic
     const auto values = static_cast<std::size_t>(elements) * static_cast<std::size_t>(type.points) * 6;
     out.stress.resize(values);
     out.strain.resize(values);
-    out.volume.resize(static_cast<std::size_t>(elements));
+    out.volume.resize(elements);
 #pragma omp parallel for schedule(static) num_threads(threads)
     for (std::int32_t e = 0; e < elements; ++e) {
         ElementPoints points;
         evaluate_points(type, mesh, e, points);
-        out.volume[static_cast<std::size_t>(e)] = element_volume(type, points);
-        const std::int32_t part = mesh.p_ele_part_id[static_cast<std::size_t>(e)];
-        const auto [a, b, g] = moduli(elasticity, parts[static_cast<std::size_t>(part)].material_id);
+        out.volume[e] = element_volume(type, points);
+        const std::int32_t part = mesh.p_ele_part_id[e];
+        const auto [a, b, g] = moduli(elasticity, parts[part].material_id);
         const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
         const double* at[most_nodes];
         for (int i = 0; i < type.nodes; ++i) at[i] = u.data() + 3 * node_index(element[i]);
@@ -57,7 +57,7 @@ struct PartAverage {
 // Adds element e's values, extrapolated to its local node, to its part's average.
 void add_element(const ElementType& type, const PointResults& points, std::span<const double> plastic,
                  std::int32_t e, int local, PartAverage& average) {
-    const double volume = points.volume[static_cast<std::size_t>(e)];
+    const double volume = points.volume[e];
     average.volume += volume;
     for (int p = 0; p < type.points; ++p) {
         const double factor = volume * type.extrapolation[local * type.points + p];
@@ -100,7 +100,7 @@ void mean_stress_strain(const Mesh& mesh, const NodeElements& node_elements, con
                         std::span<const double> plastic_strain, int threads, std::span<double> node_stress) {
     const ElementType& type = element_type(mesh.element_type);
     const std::int32_t nodes = mesh.node_num();
-    const std::size_t dof_num = 3 * static_cast<std::size_t>(nodes);
+    const std::size_t dof_num = 3 * nodes;
 #pragma omp parallel num_threads(threads)
     {
         std::vector<PartAverage> averages;
@@ -108,14 +108,14 @@ void mean_stress_strain(const Mesh& mesh, const NodeElements& node_elements, con
 #pragma omp for schedule(static)
         for (std::int32_t n = 0; n < nodes; ++n) {
             averages.clear();
-            for (std::int64_t k = node_elements.start[static_cast<std::size_t>(n)];
+            for (std::int64_t k = node_elements.start[n];
                  k < node_elements.start[static_cast<std::size_t>(n) + 1]; ++k) {
-                const std::int32_t e = node_elements.elements[static_cast<std::size_t>(k)];
+                const std::int32_t e = node_elements.elements[k];
                 const std::int32_t* element =
                     mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
                 const auto local =
                     static_cast<int>(std::find(element, element + type.nodes, n + 1) - element);
-                const std::int32_t part = mesh.p_ele_part_id[static_cast<std::size_t>(e)];
+                const std::int32_t part = mesh.p_ele_part_id[e];
                 auto average = std::find_if(averages.begin(), averages.end(),
                                             [&](const PartAverage& a) { return a.part == part; });
                 if (average == averages.end())
@@ -136,14 +136,14 @@ std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
         if (std::none_of(element, element + type.nodes,
-                         [&](std::int32_t n) { return wanted[static_cast<std::size_t>(node_index(n))]; }))
+                         [&](std::int32_t n) { return wanted[node_index(n)]; }))
             continue;
         evaluate_points(type, mesh, e, element_points);
         for (int p = 0; p < type.points; ++p) {
             const double* s = points.stress.data() + 6 * (static_cast<std::ptrdiff_t>(e) * type.points + p);
-            const double w = element_points.weight[static_cast<std::size_t>(p)];
+            const double w = element_points.weight[p];
             for (int i = 0; i < type.nodes; ++i) {
-                if (!wanted[static_cast<std::size_t>(node_index(element[i]))]) continue;
+                if (!wanted[node_index(element[i])]) continue;
                 const double* d = element_points.dN.data() + 3 * (type.nodes * p + i);
                 double* f = force.data() + 3 * node_index(element[i]);
                 f[0] += w * (s[0] * d[0] + s[3] * d[1] + s[5] * d[2]);

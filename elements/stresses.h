@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "elements/elasticity.h"
-#include "solver/sparse.h"
+#include "model/topology.h"
 
 namespace kestralum {
 

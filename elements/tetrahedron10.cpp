@@ -20,9 +20,7 @@ using Volume = std::array<double, 4>;  // L1 … L4
 
 void shape(const Volume& L, double* N) {
     for (std::size_t k = 0; k < 4; ++k) N[k] = L[k] * (2 * L[k] - 1);
-    for (std::size_t m = 0; m < 6; ++m)
-        N[4 + m] = 4 * L[static_cast<std::size_t>(tetra10_edge[m][0])] *
-                   L[static_cast<std::size_t>(tetra10_edge[m][1])];
+    for (std::size_t m = 0; m < 6; ++m) N[4 + m] = 4 * L[tetra10_edge[m][0]] * L[tetra10_edge[m][1]];
 }
 
 // ∂N/∂(L1 L2 L3) with L4 = 1 - L1 - L2 - L3, as rows of a 3 × 3 map: local node × 3.
@@ -82,7 +80,7 @@ Tables make_tables() {
     }
     for (std::size_t m = 0; m < 6; ++m) {
         Volume L{a3, a3, a3, a3};
-        for (int end : tetra10_edge[m]) L[static_cast<std::size_t>(end)] = 0.5 - a3;
+        for (int end : tetra10_edge[m]) L[end] = 0.5 - a3;
         add(L, w3);
     }
     return t;

@@ -124,7 +124,7 @@ void resolve_references(ModelDefinition& model, InputRemarks& remarks) {
         const auto named = [&](const Material& m) {
             return truncate_text(m.name, name_text_width) == part.material_name;
         };
-        const auto id = static_cast<std::size_t>(part.material_id);
+        const std::size_t id = part.material_id;
         bool found = id < model.materials.size() && named(model.materials[id]);
         if (found) continue;
         for (const Material& material : model.materials)

@@ -52,7 +52,7 @@ std::string RecordFields::name(const Token& token, std::size_t width) const {
 void notice_empty_box(const Token& name, std::span<const double, 6> box, int ignored_axis,
                       InputRemarks& remarks) {
     for (int axis = 0; axis < 3; ++axis) {
-        const auto low = static_cast<std::size_t>(2 * axis);
+        const std::size_t low = 2 * axis;
         if (axis == ignored_axis || box[low] <= box[low + 1]) continue;
         const std::string letter(axis_words[low / 2]);
         remarks.notice(name, "selects nothing, " + letter + "min is above " + letter + "max");

@@ -52,8 +52,7 @@ bool find_kind(std::span<const Part> parts, const std::vector<PartMesh>& meshes,
     for (std::size_t p = 0; p < parts.size(); ++p)
         if (is_solid(meshes[p]) && meshes[p].kind != kind) {
             remarks.errors.push_back("part \"" + parts[p].name + "\" has " + kind_name(meshes[p].kind) +
-                                     ", part \"" +
-                                     parts[static_cast<std::size_t>(first - meshes.begin())].name + "\" " +
+                                     ", part \"" + parts[first - meshes.begin()].name + "\" " +
                                      kind_name(kind) + ": a model has one element type");
             same = false;
         }
@@ -102,14 +101,13 @@ std::vector<std::int32_t> number_nodes(const std::vector<std::int32_t>& target,
     std::int32_t kept = 0;
     for (std::size_t n = 0; n < target.size(); ++n) {
         if (target[n] != static_cast<std::int32_t>(n)) {
-            number[n] = number[static_cast<std::size_t>(target[n])];  // of an earlier part
+            number[n] = number[target[n]];  // of an earlier part
             continue;
         }
-        for (std::size_t k = 0; k < 3; ++k)
-            coordinates[3 * static_cast<std::size_t>(kept) + k] = coordinates[3 * n + k];
+        for (std::size_t k = 0; k < 3; ++k) coordinates[3 * kept + k] = coordinates[3 * n + k];
         number[n] = ++kept;
     }
-    coordinates.resize(3 * static_cast<std::size_t>(kept));
+    coordinates.resize(3 * kept);
     return number;
 }
 
@@ -121,7 +119,7 @@ void gather_elements(const std::vector<PartMesh>& meshes, const std::vector<Node
     for (std::size_t p = 0; p < meshes.size(); ++p) {
         const PartMesh& part = meshes[p];
         const std::int32_t* of_part = number.data() + ranges[p].first;
-        const auto elements = static_cast<std::size_t>(part.element_num());
+        const std::size_t elements = part.element_num();
         if (part.surface) {
             for (std::size_t f = 0; f < elements; ++f)
                 for (std::size_t k = 0; k < 3; ++k)
@@ -167,8 +165,7 @@ bool build_mesh(std::span<const Part> parts, std::string_view model_file_name, M
     const double tolerance = merging_fraction * built.max_length;
     if (!merge_coincident_nodes(built.coordinates, ranges, tolerance, merged, crowded)) {
         remarks.errors.push_back(
-            "parts \"" + parts[static_cast<std::size_t>(crowded.first)].name + "\" and \"" +
-            parts[static_cast<std::size_t>(crowded.second)].name +
+            "parts \"" + parts[crowded.first].name + "\" and \"" + parts[crowded.second].name +
             "\" have many nodes within the merging distance " +
             console::format("%.3e m, 1e-6 of the model's extent %.3e m", tolerance, built.max_length) +
             ": check units and origins");

@@ -57,7 +57,7 @@ public:
                                    : u == w ? w + v
                                    : v == h ? w + h + (w - u)
                                             : 2 * w + h + (h - v);
-        return rings_[static_cast<std::size_t>(r)][static_cast<std::size_t>(along)];
+        return rings_[r][along];
     }
 
 private:

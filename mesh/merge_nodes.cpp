@@ -53,9 +53,8 @@ public:
         for (std::int64_t c = 0; c < 8; ++c) {
             const std::uint64_t key =
                 key_of({first[0] + (c & 1), first[1] + (c >> 1 & 1), first[2] + (c >> 2)});
-            for (std::int32_t e = heads_[slot(key)]; e >= 0; e = entries_[static_cast<std::size_t>(e)].next)
-                if (entries_[static_cast<std::size_t>(e)].key == key)
-                    visit(entries_[static_cast<std::size_t>(e)].node);
+            for (std::int32_t e = heads_[slot(key)]; e >= 0; e = entries_[e].next)
+                if (entries_[e].key == key) visit(entries_[e].node);
         }
     }
 
@@ -157,7 +156,7 @@ private:
                          std::pair<std::int32_t, std::int32_t>& crowded) {
         // A mesh coarser than the tolerance gives a node one or two neighbours at most.
         constexpr std::int64_t most_per_node = 64, most_anyway = 100000;
-        const NodeRange& range = parts_[static_cast<std::size_t>(part)];
+        const NodeRange& range = parts_[part];
         const std::int64_t most = most_anyway + most_per_node * (range.last - range.first);
         std::int64_t visited = 0;
         std::int32_t last_seen = 0;

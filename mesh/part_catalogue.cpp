@@ -175,8 +175,7 @@ private:
 // A part may name a parent that comes after it; the last of several of one name is taken.
 void find_parents(std::span<const PartRow> rows, std::vector<Part>& parts, Remarks& remarks) {
     for (Part& part : parts) {
-        const std::string parent =
-            truncate_text(rows[static_cast<std::size_t>(part.id)].parent, name_text_width);
+        const std::string parent = truncate_text(rows[part.id].parent, name_text_width);
         if (parent == "NONE") continue;
         for (const Part& other : parts)
             if (other.name == parent) part.parent_index = other.id;

@@ -56,8 +56,8 @@ bool mesh_extruded(const Part& part, const ShapeRow& row, MeshContext& context, 
     if (fault.empty() && shape.fault) fault = shape.fault(part);
     if (!fault.empty()) return refuse(part, fault, context);
 
-    const double length = part.size[static_cast<std::size_t>(row.size_count() - 1)];
-    const std::int32_t layers = part.div[static_cast<std::size_t>(row.division_count() - 1)];
+    const double length = part.size[row.size_count() - 1];
+    const std::int32_t layers = part.div[row.division_count() - 1];
     const MeshCounts of_section = shape.section_counts(part);
     const MeshCounts counts{saturated_product(of_section.elements, layers),
                             saturated_product(of_section.nodes, std::int64_t{layers} + 1)};

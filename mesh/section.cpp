@@ -8,7 +8,7 @@ namespace kestralum {
 void extrude(const Section& section, double length, std::int32_t layers, double unit, PartMesh& mesh) {
     const std::size_t nodes = section.xy.size() / 2;
     const std::size_t cells = section.quads.size() / 4;
-    const auto layer_num = static_cast<std::size_t>(layers);
+    const std::size_t layer_num = layers;
     mesh.kind = ElementKind::hexahedron;
     mesh.coordinates.resize(3 * nodes * (layer_num + 1));
     double* x = mesh.coordinates.data();
@@ -27,8 +27,7 @@ void extrude(const Section& section, double length, std::int32_t layers, double 
     for (std::size_t k = 0; k < layer_num; ++k)
         for (std::size_t c = 0; c < cells; ++c)
             for (const auto& [i, j, e] : hexa_corner) {
-                const auto at = static_cast<std::size_t>(
-                    corner_at[static_cast<std::size_t>(i)][static_cast<std::size_t>(j)]);
+                const std::size_t at = corner_at[i][j];
                 const std::size_t layer = k + static_cast<std::size_t>(e);
                 *out++ = section.quads[4 * c + at] + 1 + static_cast<std::int32_t>(layer * nodes);
             }

@@ -139,7 +139,7 @@ private:
     bool read_points() {
         std::int32_t count = 0;
         if (!read_count("the number of points", 3, count)) return false;
-        coordinates_.reserve(3 * static_cast<std::size_t>(count));
+        coordinates_.reserve(3 * count);
         for (std::int64_t k = 0; k < 3 * std::int64_t{count}; ++k) {
             const auto value = reader_.next_double();
             if (!value || !std::isfinite(*value)) return fail("a coordinate");
@@ -152,7 +152,7 @@ private:
         const auto points = static_cast<std::int32_t>(coordinates_.size() / 3);
         for (std::size_t k = 0; k < connectivity_.size(); ++k)
             if (connectivity_[k] > points) {
-                const auto per = static_cast<std::size_t>(nodes_per_);
+                const std::size_t per = nodes_per_;
                 const std::size_t from = per == 4 ? order4[k % per] : order10[k % per];
                 const auto token =
                     first_element_token_ + static_cast<std::int64_t>(k / per * (per + 2) + from);

@@ -42,13 +42,13 @@ FaceTable face_table(ElementKind kind) {
 }
 
 std::span<const int> face_corners(ElementKind kind, int face) {
-    const auto f = static_cast<std::size_t>(face);
+    const std::size_t f = face;
     if (kind == ElementKind::tetrahedron4 || kind == ElementKind::tetrahedron10) return tetra_face[f];
     return hexa_face[f];
 }
 
 std::span<const int> outward_triangles(ElementKind kind, int face) {
-    const auto f = static_cast<std::size_t>(face);
+    const std::size_t f = face;
     if (kind == ElementKind::tetrahedron4) return tetra_face[f];
     if (kind == ElementKind::tetrahedron10) return std::span(tetra10_outward).subspan(12 * f, 12);
     return std::span(hexa_outward).subspan(6 * f, 6);

@@ -22,7 +22,7 @@ std::vector<ElementFace> free_faces(const Mesh& mesh) {
     const FaceTable table = face_table(mesh.element_type);
     const int per_element = mesh.node_per_element();
     const std::int32_t elements = mesh.element_num();
-    const auto nodes = static_cast<std::size_t>(mesh.node_num());
+    const std::size_t nodes = mesh.node_num();
 
     // bucket the faces by their smallest corner node: counts, then places, then keys
     std::vector<std::int64_t> start(nodes + 1, 0);
@@ -30,7 +30,7 @@ std::vector<ElementFace> free_faces(const Mesh& mesh) {
     auto sorted_corners = [&](std::int32_t e, int f, std::int32_t* c) {
         const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * per_element;
         const auto local = face_corners(mesh.element_type, f);
-        for (int k = 0; k < table.corners; ++k) c[k] = element[local[static_cast<std::size_t>(k)]];
+        for (int k = 0; k < table.corners; ++k) c[k] = element[local[k]];
         for (int k = 1; k < table.corners; ++k)
             for (int m = k; m > 0 && c[m] < c[m - 1]; --m) std::swap(c[m], c[m - 1]);
     };
@@ -38,14 +38,14 @@ std::vector<ElementFace> free_faces(const Mesh& mesh) {
     for (std::int32_t e = 0; e < elements; ++e)
         for (int f = 0; f < table.faces; ++f) {
             sorted_corners(e, f, c);
-            ++start[static_cast<std::size_t>(c[0])];
+            ++start[c[0]];
         }
     for (std::size_t n = 1; n <= nodes; ++n) start[n] += start[n - 1];
     std::vector<std::int64_t> place(start.begin(), start.end() - 1);
     for (std::int32_t e = 0; e < elements; ++e)
         for (int f = 0; f < table.faces; ++f) {
             sorted_corners(e, f, c);
-            FaceKey& key = keys[static_cast<std::size_t>(place[static_cast<std::size_t>(c[0]) - 1]++)];
+            FaceKey& key = keys[place[static_cast<std::size_t>(c[0]) - 1]++];
             key = {{c[1], c[2], table.corners == 4 ? c[3] : -1}, e, f};
         }
 
@@ -54,11 +54,8 @@ std::vector<ElementFace> free_faces(const Mesh& mesh) {
         for (std::int64_t a = start[n]; a < start[n + 1]; ++a) {
             bool shared = false;
             for (std::int64_t b = start[n]; b < start[n + 1] && !shared; ++b)
-                shared = a != b &&
-                         keys[static_cast<std::size_t>(a)].same_corners(keys[static_cast<std::size_t>(b)]);
-            if (!shared)
-                faces.push_back(
-                    {keys[static_cast<std::size_t>(a)].element, keys[static_cast<std::size_t>(a)].face});
+                shared = a != b && keys[a].same_corners(keys[b]);
+            if (!shared) faces.push_back({keys[a].element, keys[a].face});
         }
     std::sort(faces.begin(), faces.end(), [](const ElementFace& a, const ElementFace& b) {
         return a.element != b.element ? a.element < b.element : a.face < b.face;
@@ -88,8 +85,7 @@ void update_node_normals(Mesh& mesh) {
             mesh.connectivity.data() + static_cast<std::ptrdiff_t>(face.element) * per_element;
         const auto triangles = outward_triangles(mesh.element_type, face.face);
         double normal[3] = {};
-        for (int t = 0; t < table.triangles_per_face; ++t)
-            add_triangle(element, &triangles[static_cast<std::size_t>(3 * t)], normal);
+        for (int t = 0; t < table.triangles_per_face; ++t) add_triangle(element, &triangles[3 * t], normal);
         // The whole face counts at each of its nodes: its triangles do not meet all of them equally.
         std::uint32_t met = 0;
         for (int local : triangles) {
@@ -110,7 +106,7 @@ void update_node_normals(Mesh& mesh) {
 std::vector<SurfaceTriangle> surface_triangles(const Mesh& mesh) {
     std::vector<SurfaceTriangle> out;
     for (const ElementFace& face : free_faces(mesh)) {
-        const auto e = static_cast<std::size_t>(face.element);
+        const std::size_t e = face.element;
         const std::int32_t* element =
             &mesh.connectivity[e * static_cast<std::size_t>(mesh.node_per_element())];
         const auto local = outward_triangles(mesh.element_type, face.face);
@@ -124,12 +120,12 @@ std::vector<SurfaceTriangle> surface_triangles(const Mesh& mesh) {
 }
 
 std::vector<std::int32_t> surface_nodes(std::span<const SurfaceTriangle> surface, std::int32_t node_num) {
-    std::vector<char> on(static_cast<std::size_t>(node_num), 0);
+    std::vector<char> on(node_num, 0);
     for (const SurfaceTriangle& triangle : surface)
-        for (std::int32_t n : triangle.node) on[static_cast<std::size_t>(n)] = 1;
+        for (std::int32_t n : triangle.node) on[n] = 1;
     std::vector<std::int32_t> nodes;
     for (std::int32_t n = 0; n < node_num; ++n)
-        if (on[static_cast<std::size_t>(n)]) nodes.push_back(n);
+        if (on[n]) nodes.push_back(n);
     return nodes;
 }
 

@@ -11,8 +11,8 @@
 namespace kestralum {
 
 void Results::resize(std::int32_t mode_num, std::int32_t dof_num) {
-    const auto modes = static_cast<std::size_t>(std::max(mode_num, 1));
-    const auto dofs = static_cast<std::size_t>(std::max(dof_num, 0));
+    const std::size_t modes = std::max(mode_num, 1);
+    const std::size_t dofs = std::max(dof_num, 0);
     n_freq.assign(modes, 0.0);
     frame_vector.resize(modes);
     for (std::size_t k = 0; k < modes; ++k) frame_vector[k] = static_cast<std::int32_t>(k);
@@ -72,7 +72,7 @@ void resolve_force_points(const Mesh& mesh, std::vector<AppliedForce>& forces) {
     constexpr double tolerance = 1e-7;  // m
     const double* x = mesh.coordinates.data();
     // nodes by x, so that each point looks at one slice only
-    std::vector<std::int32_t> by_x(static_cast<std::size_t>(mesh.node_num()));
+    std::vector<std::int32_t> by_x(mesh.node_num());
     std::iota(by_x.begin(), by_x.end(), 0);
     auto x_of = [&](std::int32_t n) { return x[3 * static_cast<std::ptrdiff_t>(n)]; };
     if (std::any_of(forces.begin(), forces.end(),

@@ -132,7 +132,7 @@ private:
         mesh.dof_num = 3 * mesh.node_num();
         if (section("Element_type")) mesh.element_type = static_cast<ElementKind>(integer());
         if (section("Element")) {
-            const auto nodes = static_cast<std::size_t>(mesh.node_per_element());
+            const std::size_t nodes = mesh.node_per_element();
             mesh.connectivity.resize(nodes * count(static_cast<std::int64_t>(nodes)));
             console::print("%s:%d\n", "Element", mesh.element_num());
             for (std::int32_t& c : mesh.connectivity) {
@@ -158,7 +158,7 @@ private:
         const bool vectors = section("mode_vec", echo_keyword);
         if (vectors && tokens_.peek() == "%")
             store.mesh.dof_num = 0;  // the start-up model: nodes without degrees of freedom
-        const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
+        const std::size_t dofs = store.mesh.dof_num;
         if (ok() && static_cast<std::int64_t>(modes * dofs) > tokens_.most_tokens_left())
             fail("vectors that the file can hold");
         if (!ok()) return;
@@ -171,7 +171,7 @@ private:
     void read_node_stress(ModelStore& store, bool echo_keyword) {
         if (!section("node_stress", echo_keyword)) return;
         Results& results = store.results;
-        const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
+        const std::size_t dofs = store.mesh.dof_num;
         const std::size_t columns = stress_groups * results.n_freq.size();
         for (std::size_t r = 0; r < dofs && ok(); ++r)
             for (std::size_t c = 0; c < columns; ++c) results.node_stress[c * dofs + r] = real();
@@ -294,7 +294,7 @@ private:
         Mesh& mesh = store.mesh;
         mesh.node_n_dir.assign(mesh.coordinates.size(), 0.0);
         if (section("node_n_dir")) reals(mesh.node_n_dir);
-        mesh.p_ele_part_id.assign(static_cast<std::size_t>(mesh.element_num()), 0);
+        mesh.p_ele_part_id.assign(mesh.element_num(), 0);
         if (section("p_ele_part_id"))
             for (std::int32_t& part : mesh.p_ele_part_id) {
                 part = integer();
@@ -344,7 +344,7 @@ private:
         store.rigid_elements.clear();
         store.rigid_forces.clear();
         store.rigid_combines.clear();
-        mesh.p_ele_part_id.assign(static_cast<std::size_t>(mesh.element_num()), 0);
+        mesh.p_ele_part_id.assign(mesh.element_num(), 0);
         update_node_normals(mesh);
     }
 

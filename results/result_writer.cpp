@@ -58,7 +58,7 @@ void write_mesh(const ModelStore& store, Sections& out) {
              [&](std::int64_t e, std::string& text) {
                  const int nodes = mesh.node_per_element();
                  for (int k = 0; k < nodes; ++k) {
-                     append_d(text, mesh.connectivity[static_cast<std::size_t>(e * nodes + k)]);
+                     append_d(text, mesh.connectivity[e * nodes + k]);
                      text += k + 1 < nodes ? ' ' : '\n';
                  }
              });
@@ -70,8 +70,8 @@ void write_vectors(const ModelStore& store, Sections& out) {
     const std::int64_t dofs = store.mesh.dof_num > 0 ? store.mesh.dof_num : 0;
     out.rows("mode_vec", "", dofs, "mode_vec", [&](std::int64_t r, std::string& text) {
         for (std::int32_t k = 0; k < modes; ++k) {
-            const std::int64_t row = results.frame_vector[static_cast<std::size_t>(k)];
-            append_e(text, results.mode_vec[static_cast<std::size_t>(row * dofs + r)]);
+            const std::int64_t row = results.frame_vector[k];
+            append_e(text, results.mode_vec[row * dofs + r]);
             text += k + 1 < modes ? ' ' : '\n';
         }
     });
@@ -83,7 +83,7 @@ void write_node_stress(const ModelStore& store, Sections& out) {
     const std::int64_t columns = std::int64_t{stress_groups} * results.mode_num();
     out.rows("node_stress", "", dofs, "node_stress", [&](std::int64_t r, std::string& text) {
         for (std::int64_t c = 0; c < columns; ++c) {
-            append_e(text, results.node_stress[static_cast<std::size_t>(c * dofs + r)]);
+            append_e(text, results.node_stress[c * dofs + r]);
             text += c + 1 < columns ? ' ' : '\n';
         }
     });
@@ -93,9 +93,8 @@ void write_held_results(const ModelStore& store, Sections& out) {
     const Results& results = store.results;
     const std::int32_t modes = results.mode_num();
     out.count("mode_num", modes, "mode_num");
-    out.rows("n_freq", "", modes, "n_freq", [&](std::int64_t k, std::string& text) {
-        FormatLine(text, "%e\n") << results.n_freq[static_cast<std::size_t>(k)];
-    });
+    out.rows("n_freq", "", modes, "n_freq",
+             [&](std::int64_t k, std::string& text) { FormatLine(text, "%e\n") << results.n_freq[k]; });
     write_vectors(store, out);
     write_node_stress(store, out);
 }
@@ -104,7 +103,7 @@ void write_parts(const char* count_keyword, const char* shown, std::span<const P
     out.count(count_keyword, static_cast<std::int64_t>(parts.size()), count_keyword);
     out.rows("part_info", "", static_cast<std::int64_t>(parts.size()), shown,
              [&](std::int64_t k, std::string& text) {
-                 const Part& p = parts[static_cast<std::size_t>(k)];
+                 const Part& p = parts[k];
                  FormatLine line(text,
                                  "%d  %s  %s  %e %e %e  %s  %d  %s  %d  %e %e %e %e %e %e  %d %d %d %d %d %d "
                                  " %e %e %e  %e %e %e  %d\n");
@@ -123,7 +122,7 @@ void write_conditions(const ModelStore& store, Sections& out) {
     out.count("bc_num", static_cast<std::int64_t>(conditions.size()), "bc_num");
     out.rows("bc_info", "", static_cast<std::int64_t>(conditions.size()), "B_COND",
              [&](std::int64_t k, std::string& text) {
-                 const BoundaryCondition& b = conditions[static_cast<std::size_t>(k)];
+                 const BoundaryCondition& b = conditions[k];
                  FormatLine line(text, "%d  %s  %s  %s  %d %d  %e %e %e %e %e %e\n");
                  line << b.id << b.name << b.selection_word << b.axis_word
                       << static_cast<std::int32_t>(b.kind) << b.axis;
@@ -133,7 +132,7 @@ void write_conditions(const ModelStore& store, Sections& out) {
     out.count("force_num", static_cast<std::int64_t>(forces.size()), "force_num");
     out.rows("force_info", "", static_cast<std::int64_t>(forces.size()), "A_FORCE",
              [&](std::int64_t k, std::string& text) {
-                 const AppliedForce& f = forces[static_cast<std::size_t>(k)];
+                 const AppliedForce& f = forces[k];
                  FormatLine line(text, "%d  %s  %s %d  %s %d  %e  %e %e %e  %e %e %e %e %e %e  %d\n");
                  line << f.id << f.name << f.kind_word << static_cast<std::int32_t>(f.kind) << f.axis_word
                       << f.axis << f.value;
@@ -147,7 +146,7 @@ void write_rigid(const ModelStore& store, Sections& out) {
     const auto& elements = store.rigid_elements;
     out.rows("rigid_element_info", count_line(static_cast<std::int64_t>(elements.size())),
              static_cast<std::int64_t>(elements.size()), "R_ELEMENT", [&](std::int64_t k, std::string& text) {
-                 const RigidElement& r = elements[static_cast<std::size_t>(k)];
+                 const RigidElement& r = elements[k];
                  FormatLine line(text, "%d  %s  %s %d  %e %e %e  %e %e %e %e %e %e\n");
                  line << r.id << r.name << r.selection_word << static_cast<std::int32_t>(r.kind);
                  for (double v : r.reference) line << v;
@@ -156,7 +155,7 @@ void write_rigid(const ModelStore& store, Sections& out) {
     const auto& forces = store.rigid_forces;
     out.rows("rigid_force_info", count_line(static_cast<std::int64_t>(forces.size())),
              static_cast<std::int64_t>(forces.size()), "R_FORCE", [&](std::int64_t k, std::string& text) {
-                 const RigidForce& f = forces[static_cast<std::size_t>(k)];
+                 const RigidForce& f = forces[k];
                  FormatLine(text, "%d  %s  %s  %s  %d  %e\n")
                      << f.id << f.name << f.element_name << f.direction_word
                      << static_cast<std::int32_t>(f.direction) << f.value;
@@ -182,9 +181,7 @@ void write_closing_sections(const ModelStore& store, Sections& out) {
         FormatLine(text, "%e  %e  %e\n") << d[0] << d[1] << d[2];
     });
     out.rows("p_ele_part_id", "", static_cast<std::int64_t>(mesh.p_ele_part_id.size()), "p_ele_part_id",
-             [&](std::int64_t e, std::string& text) {
-                 FormatLine(text, "%d\n") << mesh.p_ele_part_id[static_cast<std::size_t>(e)];
-             });
+             [&](std::int64_t e, std::string& text) { FormatLine(text, "%d\n") << mesh.p_ele_part_id[e]; });
     write_ana_type(store, out);
     write_extent(mesh, out);
 }

@@ -79,12 +79,12 @@ void TextOutput::write_rows(std::int64_t rows, int threads,
         const int team = static_cast<int>(std::min<std::int64_t>(std::max(threads, 1), blocks));
 #pragma omp parallel for schedule(dynamic, 1) num_threads(team) if (team > 1)
         for (std::int64_t b = 0; b < blocks; ++b) {
-            std::string& text = texts[static_cast<std::size_t>(b)];
+            std::string& text = texts[b];
             text.clear();
             const std::int64_t begin = first + b * block_rows;
             for (std::int64_t r = begin; r < std::min(rows, begin + block_rows); ++r) row(r, text);
         }
-        for (std::int64_t b = 0; b < blocks; ++b) write(texts[static_cast<std::size_t>(b)]);
+        for (std::int64_t b = 0; b < blocks; ++b) write(texts[b]);
     }
 }
 

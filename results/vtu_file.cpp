@@ -54,9 +54,9 @@ Cells make_cells(const ModelStore& store) {
         cells.offsets.push_back(static_cast<std::int64_t>(cells.connectivity.size()));
         cells.types.push_back(type);
         cells.part.push_back(part);
-        cells.material.push_back(store.parts[static_cast<std::size_t>(part)].material_id);
+        cells.material.push_back(store.parts[part].material_id);
     };
-    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
+    const std::size_t per_element = mesh.node_per_element();
     const bool tetra = per_element != 8;
     const std::span<const int> order = tetra ? std::span<const int>(vtk_tetrahedron).first(per_element)
                                              : std::span<const int>(vtk_hexahedron);
@@ -83,8 +83,8 @@ std::vector<double> six_components(const double* group, std::size_t dofs) {
 // The fields of one frame; `suffix` tells it from the others.
 void add_frame(const ModelStore& store, std::size_t frame, const std::string& suffix,
                std::vector<Array>& arrays) {
-    const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
-    const auto row = static_cast<std::size_t>(store.results.frame_vector[frame]);
+    const std::size_t dofs = store.mesh.dof_num;
+    const std::size_t row = store.results.frame_vector[frame];
     const double* stress = store.results.node_stress.data() + frame * stress_groups * dofs;
     std::vector<double> mises(dofs / 3);
     for (std::size_t n = 0; n < mises.size(); ++n) mises[n] = stress[4 * dofs + 3 * n];
@@ -99,7 +99,7 @@ void add_frame(const ModelStore& store, std::size_t frame, const std::string& su
 
 // Equivalent plastic strain of one frame.
 void add_plastic_strain(const ModelStore& store, std::size_t frame, std::vector<Array>& arrays) {
-    const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
+    const std::size_t dofs = store.mesh.dof_num;
     const double* group = store.results.node_stress.data() + (frame * stress_groups + 4) * dofs;
     std::vector<double> strain(dofs / 3);
     for (std::size_t n = 0; n < strain.size(); ++n) strain[n] = group[3 * n + 1];

@@ -65,7 +65,7 @@ void FactorFiles::fail(std::int32_t division, const char* what) {
 // Brings the file to its division's size (an earlier run's file is written over) and reserves its blocks,
 // so that a full disk shows before the work is done. errno on failure.
 bool FactorFiles::set_size(int file, std::int32_t division) const {
-    const auto b = static_cast<std::size_t>(division);
+    const std::size_t b = division;
     const std::int64_t bytes = 8 * (divisions_.div_profile[b + 1] - divisions_.div_profile[b]);
     if (::ftruncate(file, bytes) != 0) return false;
     if (bytes < direct_bytes_) return true;
@@ -73,7 +73,7 @@ bool FactorFiles::set_size(int file, std::int32_t division) const {
 }
 
 int FactorFiles::descriptor(std::int32_t division, bool writing) {
-    const auto b = static_cast<std::size_t>(division);
+    const std::size_t b = division;
     std::unique_lock hold(lock_);
     if (open_[b] < 0) {
         const std::string name = paths::to_platform(stored_name(division));
@@ -93,8 +93,8 @@ int FactorFiles::descriptor(std::int32_t division, bool writing) {
 
 void FactorFiles::close(std::int32_t division) {
     std::unique_lock hold(lock_);
-    int& descriptor = open_[static_cast<std::size_t>(division)];
-    int& direct = direct_[static_cast<std::size_t>(division)];
+    int& descriptor = open_[division];
+    int& direct = direct_[division];
     if (descriptor < 0) return;
     bool closed = direct < 0 || ::close(direct) == 0;
     closed = ::close(descriptor) == 0 && closed;
@@ -105,16 +105,13 @@ void FactorFiles::close(std::int32_t division) {
 
 bool FactorFiles::write_direct(int direct, std::int32_t division, std::int32_t first, std::int32_t last,
                                const double* const* rows) {
-    const auto b = static_cast<std::size_t>(division);
-    const std::int64_t offset =
-        8 * (profile_.sky_start[static_cast<std::size_t>(first)] - divisions_.div_profile[b]);
+    const std::size_t b = division;
+    const std::int64_t offset = 8 * (profile_.sky_start[first] - divisions_.div_profile[b]);
     if (stream_ && (stream_division_ != division || stream_->position() != offset) && !flush()) return false;
     if (!stream_) stream_.emplace(direct, open_[b], offset);
     stream_division_ = division;
     for (std::int32_t k = first; k < last; ++k)
-        if (!stream_->put(
-                rows[k - first],
-                static_cast<std::size_t>(profile_.height[static_cast<std::size_t>(k)]) * sizeof(double))) {
+        if (!stream_->put(rows[k - first], static_cast<std::size_t>(profile_.height[k]) * sizeof(double))) {
             stream_.reset();
             fail(division, "cannot be written");
             return false;
@@ -142,7 +139,7 @@ bool FactorFiles::transfer(std::int32_t first, std::int32_t last, const double* 
             fail(division, "cannot be opened");
             return false;
         }
-        const int direct = writing ? direct_[static_cast<std::size_t>(division)] : -1;
+        const int direct = writing ? direct_[division] : -1;
         if (direct >= 0) {
             if (!write_direct(direct, division, i, stop, rows + (i - first))) return false;
             i = stop;
@@ -150,14 +147,12 @@ bool FactorFiles::transfer(std::int32_t first, std::int32_t last, const double* 
         }
         std::int64_t bytes = 0;
         for (std::int32_t k = i; k < stop; ++k) {
-            iovec& piece = pieces[static_cast<std::size_t>(k - i)];
+            iovec& piece = pieces[k - i];
             piece.iov_base = const_cast<double*>(rows[k - first]);
-            piece.iov_len =
-                static_cast<std::size_t>(profile_.height[static_cast<std::size_t>(k)]) * sizeof(double);
+            piece.iov_len = static_cast<std::size_t>(profile_.height[k]) * sizeof(double);
             bytes += static_cast<std::int64_t>(piece.iov_len);
         }
-        std::int64_t offset = 8 * (profile_.sky_start[static_cast<std::size_t>(i)] -
-                                   divisions_.div_profile[static_cast<std::size_t>(division)]);
+        std::int64_t offset = 8 * (profile_.sky_start[i] - divisions_.div_profile[division]);
         iovec* piece = pieces.data();
         int count = stop - i;
         while (bytes > 0) {

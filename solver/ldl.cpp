@@ -87,12 +87,12 @@ void SkylineFactor::load_panel_of_matrix(const SparseKM& km, std::span<const dou
                                          double* G) const {
     std::memset(G, 0, static_cast<std::size_t>(grid_.doubles(I)) * sizeof(double));
     for (std::int32_t i = grid_.row_begin(I); i < grid_.row_end(I); ++i) {
-        const auto row = static_cast<std::size_t>(i);
+        const std::size_t row = i;
         double* g = G + grid_.at(I, i, 0);
         for (std::int64_t k = km.row_start[row]; k < km.row_start[row] + km.row_count[row]; ++k) {
-            const std::int32_t j = km.col_index[static_cast<std::size_t>(k)];
+            const std::int32_t j = km.col_index[k];
             if (j > i) break;
-            g[j] = values[static_cast<std::size_t>(k)];
+            g[j] = values[k];
         }
     }
 }
@@ -110,13 +110,13 @@ void SkylineFactor::factor_strip(std::int32_t columns, std::int32_t row, double*
             for (std::int32_t m = 0; m < b; ++m) sum -= ga[m] * lb[m];
             if (kind_ == Kind::ldl) {
                 ga[b] = sum;
-                la[b] = sum / D_[static_cast<std::size_t>(row + b)];
+                la[b] = sum / D_[row + b];
             } else {
                 ga[b] = la[b] = sum / lb[b];
             }
             pivot -= ga[b] * la[b];
         }
-        D_[static_cast<std::size_t>(row + a)] = pivot;
+        D_[row + a] = pivot;
         la[a] = kind_ == Kind::ldl ? 1.0 : std::sqrt(std::abs(pivot));
     }
 }
@@ -125,8 +125,8 @@ void SkylineFactor::factor_strip(std::int32_t columns, std::int32_t row, double*
 // before contribute, the strip's own triangle, then the rows below it.
 void SkylineFactor::factor_diagonal_block(std::int32_t I, double* G, double* L) {
     constexpr std::int32_t strip = 32;
-    const std::int32_t ld = grid_.ld[static_cast<std::size_t>(I)];
-    const std::int32_t first = grid_.first_col[static_cast<std::size_t>(I)];
+    const std::int32_t ld = grid_.ld[I];
+    const std::int32_t first = grid_.first_col[I];
     const std::int32_t end = grid_.row_end(I);
     for (std::int32_t s = grid_.row_begin(I); s < end; s += strip) {
         const std::int32_t s_end = std::min(end, s + strip), columns = s_end - s, below = end - s;
@@ -144,8 +144,7 @@ void SkylineFactor::factor_diagonal_block(std::int32_t I, double* G, double* L) 
                     kind_ == Kind::ldl ? CblasUnit : CblasNonUnit, rest, columns, 1.0, l, ld, g_rest, ld);
         for (std::int32_t r = 0; r < rest && kind_ == Kind::ldl; ++r)
             for (std::int32_t c = 0; c < columns; ++c)
-                l_rest[std::int64_t{r} * ld + c] =
-                    g_rest[std::int64_t{r} * ld + c] / D_[static_cast<std::size_t>(s + c)];
+                l_rest[std::int64_t{r} * ld + c] = g_rest[std::int64_t{r} * ld + c] / D_[s + c];
     }
 }
 
@@ -154,16 +153,14 @@ void SkylineFactor::factor_diagonal_block(std::int32_t I, double* G, double* L) 
 void SkylineFactor::subtract_products(std::int32_t I, std::int32_t J, const Columns& c, double* G,
                                       const double* LJ) const {
     constexpr std::int32_t strip = 64;
-    const std::int32_t first = grid_.first_col[static_cast<std::size_t>(I)],
-                       ld = grid_.ld[static_cast<std::size_t>(I)];
+    const std::int32_t first = grid_.first_col[I], ld = grid_.ld[I];
     const auto product = [&](std::int32_t row, std::int32_t rows, std::int32_t from, std::int32_t to) {
         if (rows <= 0 || from >= to) return;
         cblas_dgemm(CblasRowMajor, CblasNoTrans, CblasTrans, rows, c.columns, to - from, -1.0,
-                    G + grid_.at(I, row, from), ld, LJ + grid_.at(J, c.c0, from),
-                    grid_.ld[static_cast<std::size_t>(J)], 1.0, G + grid_.at(I, row, c.c0), ld);
+                    G + grid_.at(I, row, from), ld, LJ + grid_.at(J, c.c0, from), grid_.ld[J], 1.0,
+                    G + grid_.at(I, row, c.c0), ld);
     };
-    const std::int32_t all_begun =
-        std::clamp(first + grid_.begin_span[static_cast<std::size_t>(I)], c.k0, c.c0);
+    const std::int32_t all_begun = std::clamp(first + grid_.begin_span[I], c.k0, c.c0);
     if (all_begun - c.k0 > strip) {
         for (std::int32_t row = grid_.row_begin(I); row < grid_.row_end(I); row += strip) {
             const std::int32_t end = std::min(grid_.row_end(I), row + strip);
@@ -179,23 +176,23 @@ void SkylineFactor::subtract_products(std::int32_t I, std::int32_t J, const Colu
 
 // G holds the matrix on entry; L receives the panel of the factor. For W both are the same block.
 void SkylineFactor::factor_panel(std::int32_t I, double* G, double* L) {
-    const std::int32_t ld = grid_.ld[static_cast<std::size_t>(I)];
-    const std::int32_t rows = grid_.rows(I), first = grid_.first_col[static_cast<std::size_t>(I)];
+    const std::int32_t ld = grid_.ld[I];
+    const std::int32_t rows = grid_.rows(I), first = grid_.first_col[I];
     for (std::int32_t J = first / grid_.nb; J < I; ++J) {
-        while (!progress_->done[static_cast<std::size_t>(J)].load(std::memory_order_acquire)) {
+        while (!progress_->done[J].load(std::memory_order_acquire)) {
             if (progress_->stop.load(std::memory_order_relaxed)) return;
             sched_yield();
         }
         const double* LJ = panels_.panel(J);
         const std::int32_t c0 = std::max(first, grid_.row_begin(J)), c1 = grid_.row_end(J), columns = c1 - c0;
-        const std::int32_t k0 = std::max(first, grid_.first_col[static_cast<std::size_t>(J)]);
+        const std::int32_t k0 = std::max(first, grid_.first_col[J]);
         double* g = G + (c0 - first);
         subtract_products(I, J, {k0, c0, columns}, G, LJ);
         cblas_dtrsm(CblasRowMajor, CblasRight, CblasLower, CblasTrans,
                     kind_ == Kind::ldl ? CblasUnit : CblasNonUnit, rows, columns, 1.0,
-                    LJ + grid_.at(J, c0, c0), grid_.ld[static_cast<std::size_t>(J)], g, ld);
+                    LJ + grid_.at(J, c0, c0), grid_.ld[J], g, ld);
         if (kind_ == Kind::ww) continue;
-        const double* d = &D_[static_cast<std::size_t>(c0)];
+        const double* d = &D_[c0];
         for (std::int32_t r = 0; r < rows; ++r) {
             const double* gr = g + std::int64_t{r} * ld;
             double* lr = L + std::int64_t{r} * ld + (c0 - first);
@@ -206,20 +203,20 @@ void SkylineFactor::factor_panel(std::int32_t I, double* G, double* L) {
 }
 
 bool SkylineFactor::store_panel(std::int32_t I, const double* L) {
-    std::vector<const double*> rows(static_cast<std::size_t>(grid_.rows(I)));
+    std::vector<const double*> rows(grid_.rows(I));
     for (std::int32_t i = grid_.row_begin(I); i < grid_.row_end(I); ++i)
-        rows[static_cast<std::size_t>(i - grid_.row_begin(I))] = L + grid_.at(I, i, profile_.first_column(i));
+        rows[i - grid_.row_begin(I)] = L + grid_.at(I, i, profile_.first_column(i));
     return files_.write_rows(grid_.row_begin(I), grid_.row_end(I), rows.data());
 }
 
 // Beside the threads that compute, so that these never wait for the disk; in the order of the rows.
 void SkylineFactor::write_panels() {
     Progress& p = *progress_;
-    std::vector<char> waiting(static_cast<std::size_t>(grid_.panels()), 0);
+    std::vector<char> waiting(grid_.panels(), 0);
     std::int32_t next = 0;
     for (std::int32_t I = p.next_to_write(); I >= 0; I = p.next_to_write()) {
-        waiting[static_cast<std::size_t>(I)] = 1;
-        for (; next < grid_.panels() && waiting[static_cast<std::size_t>(next)]; ++next) {
+        waiting[I] = 1;
+        for (; next < grid_.panels() && waiting[next]; ++next) {
             if (!store_panel(next, panels_.panel(next))) {
                 p.fail(FactorStatus::write_failed);
                 break;
@@ -234,10 +231,10 @@ void SkylineFactor::write_panels() {
 // The lines of one spilled division, when row i is the first that cannot reach back into it; at the
 // end (i = n) for what is left.
 void SkylineFactor::report_spill(std::int32_t i) {
-    const auto b = static_cast<std::size_t>(progress_->division);
-    const auto count = static_cast<std::size_t>(divisions_.count());
+    const std::size_t b = progress_->division;
+    const std::size_t count = divisions_.count();
     const auto& start = divisions_.div_profile;
-    const std::int64_t kept = profile_.sky_start[static_cast<std::size_t>(i)] - start[b + 1];
+    const std::int64_t kept = profile_.sky_start[i] - start[b + 1];
     const std::int64_t room = b + 1 < count ? start[std::min(b + 3, count)] - start[b + 1] : 0;
     console::print("    %s, n=%lld,", files_.stored_name(progress_->division).c_str(),
                    static_cast<long long>(start[b + 1] - start[b]));
@@ -249,10 +246,9 @@ void SkylineFactor::report_spill(std::int32_t i) {
 
 void SkylineFactor::report_row(std::int32_t i) {
     const std::int32_t n = profile_.rows();
-    const double d = D_[static_cast<std::size_t>(i)];
+    const double d = D_[i];
     if (kind_ == Kind::ww) {
-        if (console::lines_enabled())
-            console::print("  %d/%d: Mii=%.3e\r", i, n, progress_->diagonal[static_cast<std::size_t>(i)]);
+        if (console::lines_enabled()) console::print("  %d/%d: Mii=%.3e\r", i, n, progress_->diagonal[i]);
     } else if (i > 0) {
         console::counter(i, n);
     }
@@ -264,7 +260,7 @@ void SkylineFactor::report_row(std::int32_t i) {
     if (kind_ == Kind::ldl) {
         console::print("Warning   D[%d]:%.3e\n", i, d);
     } else {
-        const double m = progress_->diagonal[static_cast<std::size_t>(i)];
+        const double m = progress_->diagonal[i];
         console::print("[M] is not positive define at %dth row\n", i);
         console::print("  W[%d][%d]^2: %.3e = sqrt( %.3e - %.3e )\n", i, i, d, m, m - d);
     }
@@ -276,8 +272,7 @@ void SkylineFactor::report_stored(std::int32_t I) {
     for (std::int32_t i = grid_.row_begin(I); i < grid_.row_end(I); ++i) report_row(i);
     p.reported = I + 1;
     if (!spilled()) return;
-    while (p.freed < p.reported && grid_.last_use[static_cast<std::size_t>(p.freed)] < p.reported)
-        panels_.give_back(p.freed++);
+    while (p.freed < p.reported && grid_.last_use[p.freed] < p.reported) panels_.give_back(p.freed++);
 }
 
 FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> values, Kind kind) {
@@ -285,12 +280,10 @@ FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> v
     use_serial_blas();
     files_.remove_old();
     kind_ = kind;
-    D_.assign(static_cast<std::size_t>(n), 0.0);
+    D_.assign(n, 0.0);
     negative_pivots_ = 0;
     progress_ = std::make_shared<Progress>(grid_.panels());
-    for (std::int32_t i = 0; i < n; ++i)
-        progress_->diagonal.push_back(
-            values[static_cast<std::size_t>(km.diag_pos[static_cast<std::size_t>(i)])]);
+    for (std::int32_t i = 0; i < n; ++i) progress_->diagonal.push_back(values[km.diag_pos[i]]);
     const std::int64_t largest = grid_.largest_panel();
     if (spilled() || panels_.empty())
         panels_ = PanelStore(grid_, spilled());  // a factor in memory is written over by the next
@@ -313,7 +306,7 @@ FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> v
             load_panel_of_matrix(km, values, I, G);
             factor_panel(I, G, L);
             if (p.stop.load(std::memory_order_relaxed)) break;
-            p.done[static_cast<std::size_t>(I)].store(true, std::memory_order_release);
+            p.done[I].store(true, std::memory_order_release);
             p.hand_over(I);
         }
     }
@@ -371,7 +364,7 @@ void SkylineFactor::check_rows_of_w(const SparseKM& km, std::span<const double> 
     for (std::int32_t I = 0; I < grid_.panels(); ++I) {
         const double* W = fetch_panel(I, buffer);
         for (std::int32_t i = grid_.row_begin(I); W && i < grid_.row_end(I); ++i) {
-            double m = values[static_cast<std::size_t>(km.diag_pos[static_cast<std::size_t>(i)])];
+            double m = values[km.diag_pos[i]];
             for (std::int32_t j = profile_.first_column(i); j <= i; ++j)
                 m -= W[grid_.at(I, i, j)] * W[grid_.at(I, i, j)];
             if (std::abs(m) >= tolerance) console::print("[M] is not positive define at %dth row\n", i);
@@ -384,10 +377,9 @@ const double* SkylineFactor::fetch_panel(std::int32_t I, Block& buffer) {
     if (!spilled()) return panels_.panel(I);
     if (!buffer) return nullptr;
     std::memset(buffer.get(), 0, static_cast<std::size_t>(grid_.doubles(I)) * sizeof(double));
-    std::vector<double*> rows(static_cast<std::size_t>(grid_.rows(I)));
+    std::vector<double*> rows(grid_.rows(I));
     for (std::int32_t i = grid_.row_begin(I); i < grid_.row_end(I); ++i)
-        rows[static_cast<std::size_t>(i - grid_.row_begin(I))] =
-            buffer.get() + grid_.at(I, i, profile_.first_column(i));
+        rows[i - grid_.row_begin(I)] = buffer.get() + grid_.at(I, i, profile_.first_column(i));
     if (!files_.read_rows(grid_.row_begin(I), grid_.row_end(I), rows.data())) {
         error_ = files_.error();
         return nullptr;
@@ -435,17 +427,9 @@ struct PanelView {
 
 PanelView view(const PanelGrid& grid, std::int32_t I, const double* L, std::span<double> x,
                std::int32_t column, std::int32_t k) {
-    const std::int32_t first = grid.first_col[static_cast<std::size_t>(I)], width = grid.row_begin(I) - first;
+    const std::int32_t first = grid.first_col[I], width = grid.row_begin(I) - first;
     double* at = x.data() + std::int64_t{column} * grid.n;
-    return {L,
-            L + width,
-            grid.ld[static_cast<std::size_t>(I)],
-            grid.rows(I),
-            width,
-            at + grid.row_begin(I),
-            at + first,
-            grid.n,
-            k};
+    return {L, L + width, grid.ld[I], grid.rows(I), width, at + grid.row_begin(I), at + first, grid.n, k};
 }
 
 // own += factor · L before
@@ -490,7 +474,7 @@ bool SkylineFactor::solve_ldl(std::span<double> x, std::int32_t k) {
                   solve_triangle(v, CblasTrans, CblasUnit);
               });
     if (!forward) return false;
-    const auto n = static_cast<std::size_t>(profile_.rows());
+    const std::size_t n = profile_.rows();
     for (std::size_t c = 0; c < static_cast<std::size_t>(k); ++c)
         for (std::size_t i = 0; i < n; ++i) x[c * n + i] /= D_[i];
     return sweep(Direction::backward, k,
@@ -533,7 +517,7 @@ bool SkylineFactor::read_row(std::int32_t i, std::span<double> row) {
     const std::int32_t I = i / grid_.nb;
     if (!spilled()) {
         const double* L = panels_.panel(I) + grid_.at(I, i, profile_.first_column(i));
-        std::copy(L, L + profile_.height[static_cast<std::size_t>(i)], row.begin());
+        std::copy(L, L + profile_.height[i], row.begin());
         return true;
     }
     double* target = row.data();

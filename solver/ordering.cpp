@@ -11,7 +11,7 @@
 namespace kestralum {
 
 std::int32_t measure_band(const Mesh& mesh) {
-    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
+    const std::size_t per_element = mesh.node_per_element();
     std::int32_t band = 0;
     for (std::size_t e = 0; e + per_element <= mesh.connectivity.size(); e += per_element) {
         const auto first = mesh.connectivity.begin() + static_cast<std::ptrdiff_t>(e);
@@ -60,7 +60,7 @@ void reorder_nodes(Mesh& mesh, std::string_view method) {
     const auto origin = sub_origin(mesh, method);
     console::print("Sub-origin: %e,%e,%e\n", origin[0], origin[1], origin[2]);
 
-    const auto nodes = static_cast<std::size_t>(mesh.node_num());
+    const std::size_t nodes = mesh.node_num();
     struct Place {
         double distance;
         std::int32_t node;
@@ -78,10 +78,9 @@ void reorder_nodes(Mesh& mesh, std::string_view method) {
     count_up_to(static_cast<std::int64_t>(nodes));
 
     std::vector<std::int32_t> new_number(nodes);
-    for (std::size_t k = 0; k < nodes; ++k)
-        new_number[static_cast<std::size_t>(order[k].node)] = static_cast<std::int32_t>(k);
+    for (std::size_t k = 0; k < nodes; ++k) new_number[order[k].node] = static_cast<std::int32_t>(k);
     auto renumber = [&](std::vector<std::int32_t>& numbers) {
-        for (std::int32_t& c : numbers) c = new_number[static_cast<std::size_t>(node_index(c))] + 1;
+        for (std::int32_t& c : numbers) c = new_number[node_index(c)] + 1;
     };
     renumber(mesh.connectivity);
     renumber(mesh.surface_facets);

@@ -35,10 +35,10 @@ PanelGrid make_panel_grid(const Profile& profile, std::int32_t panel_rows) {
     grid.n = profile.rows();
     grid.nb = panel_rows > 0 ? panel_rows : choose_panel_rows(profile.max_height);
     const std::int32_t panels = (grid.n + grid.nb - 1) / grid.nb;
-    grid.first_col.resize(static_cast<std::size_t>(panels));
-    grid.ld.resize(static_cast<std::size_t>(panels));
-    grid.begin_span.resize(static_cast<std::size_t>(panels));
-    grid.last_use.resize(static_cast<std::size_t>(panels));
+    grid.first_col.resize(panels);
+    grid.ld.resize(panels);
+    grid.begin_span.resize(panels);
+    grid.last_use.resize(panels);
     for (std::int32_t I = 0; I < panels; ++I) {
         std::int32_t first = I * grid.nb;
         for (std::int32_t i = grid.row_begin(I); i < grid.row_end(I); ++i)
@@ -47,12 +47,12 @@ PanelGrid make_panel_grid(const Profile& profile, std::int32_t panel_rows) {
         std::int32_t latest = first;
         for (std::int32_t i = grid.row_begin(I); i < grid.row_end(I); ++i)
             latest = std::max(latest, profile.first_column(i));
-        const auto p = static_cast<std::size_t>(I);
+        const std::size_t p = I;
         grid.first_col[p] = first;
         grid.begin_span[p] = (std::min(latest, grid.row_begin(I)) - first + 7) / 8 * 8;
         grid.ld[p] = (grid.row_end(I) - first + 7) / 8 * 8;
         if (grid.ld[p] % 512 == 0) grid.ld[p] += 8;  // rows must not fall on the same cache sets
-        for (std::int32_t J = first / grid.nb; J <= I; ++J) grid.last_use[static_cast<std::size_t>(J)] = I;
+        for (std::int32_t J = first / grid.nb; J <= I; ++J) grid.last_use[J] = I;
     }
     return grid;
 }
@@ -76,13 +76,13 @@ PanelStore::PanelStore(const PanelGrid& grid, bool spilled)
     double* next = all_.get();
     if (!next) return;
     for (std::int32_t I = 0; I < grid.panels(); ++I) {
-        place_[static_cast<std::size_t>(I)] = next;
+        place_[I] = next;
         next += grid.doubles(I);
     }
 }
 
 double* PanelStore::take(std::int32_t I) {
-    const auto p = static_cast<std::size_t>(I);
+    const std::size_t p = I;
     if (block_doubles_ == 0) return place_[p];
     std::lock_guard hold(*lock_);
     if (spare_.empty()) {
@@ -95,7 +95,7 @@ double* PanelStore::take(std::int32_t I) {
 }
 
 void PanelStore::give_back(std::int32_t I) {
-    const auto p = static_cast<std::size_t>(I);
+    const std::size_t p = I;
     std::lock_guard hold(*lock_);
     if (blocks_.empty()) return;
     spare_.push_back(std::move(blocks_[p]));

@@ -38,15 +38,12 @@ struct PanelGrid {
     std::int32_t row_begin(std::int32_t I) const { return I * nb; }
     std::int32_t row_end(std::int32_t I) const { return std::min(n, (I + 1) * nb); }
     std::int32_t rows(std::int32_t I) const { return row_end(I) - row_begin(I); }
-    std::int32_t width(std::int32_t I) const { return row_end(I) - first_col[static_cast<std::size_t>(I)]; }
-    std::int64_t doubles(std::int32_t I) const {
-        return std::int64_t{rows(I)} * ld[static_cast<std::size_t>(I)];
-    }
+    std::int32_t width(std::int32_t I) const { return row_end(I) - first_col[I]; }
+    std::int64_t doubles(std::int32_t I) const { return std::int64_t{rows(I)} * ld[I]; }
     std::int64_t largest_panel() const;
     // Offset of (row, col) of panel I in its block.
     std::int64_t at(std::int32_t I, std::int32_t row, std::int32_t col) const {
-        return std::int64_t{row - row_begin(I)} * ld[static_cast<std::size_t>(I)] +
-               (col - first_col[static_cast<std::size_t>(I)]);
+        return std::int64_t{row - row_begin(I)} * ld[I] + (col - first_col[I]);
     }
 };
 
@@ -65,7 +62,7 @@ public:
     bool empty() const { return place_.empty(); }
     double* take(std::int32_t I);  // uninitialised; null when there is no memory
     void give_back(std::int32_t I);
-    const double* panel(std::int32_t I) const { return place_[static_cast<std::size_t>(I)]; }
+    const double* panel(std::int32_t I) const { return place_[I]; }
 
 private:
     Block all_;                       // unspilled: every panel

@@ -9,14 +9,12 @@ namespace kestralum {
 Profile make_profile(const SparseKM& km) {
     Profile profile;
     const std::int32_t n = km.rows();
-    profile.height.resize(static_cast<std::size_t>(n));
+    profile.height.resize(n);
     profile.sky_start.assign(static_cast<std::size_t>(n) + 1, 0);
     for (std::int32_t i = 0; i < n; ++i) {
-        const auto row = static_cast<std::size_t>(i);
+        const std::size_t row = i;
         // a row without an entry left of or on the diagonal still has its diagonal slot
-        const std::int32_t first =
-            km.row_count[row] > 0 ? std::min(i, km.col_index[static_cast<std::size_t>(km.row_start[row])])
-                                  : i;
+        const std::int32_t first = km.row_count[row] > 0 ? std::min(i, km.col_index[km.row_start[row]]) : i;
         profile.height[row] = i - first + 1;
         profile.max_height = std::max(profile.max_height, profile.height[row]);
         profile.sky_start[row + 1] = profile.sky_start[row] + profile.height[row];

@@ -17,7 +17,7 @@ struct Profile {
     std::int32_t max_height = 0;
 
     std::int32_t rows() const { return static_cast<std::int32_t>(height.size()); }
-    std::int32_t first_column(std::int32_t i) const { return i - height[static_cast<std::size_t>(i)] + 1; }
+    std::int32_t first_column(std::int32_t i) const { return i - height[i] + 1; }
     double megabytes() const { return static_cast<double>(Ls_num) * 8 / 1e6; }
 };
 

@@ -8,42 +8,25 @@
 
 namespace kestralum {
 
-NodeElements elements_of_nodes(const Mesh& mesh) {
-    const auto nodes = static_cast<std::size_t>(mesh.node_num());
-    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
-    NodeElements out;
-    out.start.assign(nodes + 1, 0);
-    out.elements.resize(mesh.connectivity.size());
-    for (std::int32_t c : mesh.connectivity) ++out.start[static_cast<std::size_t>(c)];
-    for (std::size_t n = 0; n < nodes; ++n) out.start[n + 1] += out.start[n];
-    std::vector<std::int64_t> place(out.start.begin(), out.start.end() - 1);
-    for (std::size_t k = 0; k < mesh.connectivity.size(); ++k) {
-        const auto node = static_cast<std::size_t>(node_index(mesh.connectivity[k]));
-        out.elements[static_cast<std::size_t>(place[node]++)] = static_cast<std::int32_t>(k / per_element);
-    }
-    return out;
-}
-
 NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_elements) {
     const std::int32_t nodes = mesh.node_num();
     const int per_element = mesh.node_per_element();
     NodeNeighbours out;
     out.start.assign(static_cast<std::size_t>(nodes) + 1, 0);
     out.nodes.reserve(static_cast<std::size_t>(nodes) * 27);
-    std::vector<std::int32_t> seen(static_cast<std::size_t>(nodes), -1);  // last node that took this one
+    std::vector<std::int32_t> seen(nodes, -1);  // last node that took this one
     for (std::int32_t i = 0; i < nodes; ++i) {
         console::counter(i, nodes);
         const auto first = static_cast<std::ptrdiff_t>(out.nodes.size());
         out.nodes.push_back(i);
-        seen[static_cast<std::size_t>(i)] = i;
-        for (std::int64_t k = node_elements.start[static_cast<std::size_t>(i)];
+        seen[i] = i;
+        for (std::int64_t k = node_elements.start[i];
              k < node_elements.start[static_cast<std::size_t>(i) + 1]; ++k) {
-            const std::ptrdiff_t e = node_elements.elements[static_cast<std::size_t>(k)];
+            const std::ptrdiff_t e = node_elements.elements[k];
             for (int p = 0; p < per_element; ++p) {
-                const auto n = static_cast<std::int32_t>(
-                    node_index(mesh.connectivity[static_cast<std::size_t>(e * per_element + p)]));
-                if (seen[static_cast<std::size_t>(n)] == i) continue;
-                seen[static_cast<std::size_t>(n)] = i;
+                const auto n = static_cast<std::int32_t>(node_index(mesh.connectivity[e * per_element + p]));
+                if (seen[n] == i) continue;
+                seen[n] = i;
                 out.nodes.push_back(n);
             }
         }
@@ -69,7 +52,7 @@ std::int64_t count_overlap(const NodeNeighbours& neighbours, SparseKM& km) {
 
 void build_index(const NodeNeighbours& neighbours, SparseKM& km) {
     const std::size_t nodes = neighbours.start.size() - 1;
-    km.col_index.resize(static_cast<std::size_t>(km.row_start.back()));
+    km.col_index.resize(km.row_start.back());
     for (std::size_t i = 0; i < nodes; ++i) {
         const std::int64_t first = neighbours.start[i], last = neighbours.start[i + 1];
         if (console::lines_enabled())
@@ -78,8 +61,7 @@ void build_index(const NodeNeighbours& neighbours, SparseKM& km) {
         for (std::size_t r = 3 * i; r < 3 * i + 3; ++r) {
             std::int32_t* column = km.col_index.data() + km.row_start[r];
             for (std::int64_t k = first; k < last; ++k)
-                for (std::int32_t c = 0; c < 3; ++c)
-                    *column++ = 3 * neighbours.nodes[static_cast<std::size_t>(k)] + c;
+                for (std::int32_t c = 0; c < 3; ++c) *column++ = 3 * neighbours.nodes[k] + c;
         }
     }
     console::print("  [K],[M] index\n");
@@ -88,10 +70,10 @@ void build_index(const NodeNeighbours& neighbours, SparseKM& km) {
 void find_diagonals(SparseKM& km) {
     km.diag_pos.resize(km.row_count.size());
     for (std::int32_t r = 0; r < km.rows(); ++r) {
-        const auto first = km.col_index.begin() + km.row_start[static_cast<std::size_t>(r)];
-        const auto last = first + km.row_count[static_cast<std::size_t>(r)];
+        const auto first = km.col_index.begin() + km.row_start[r];
+        const auto last = first + km.row_count[r];
         const auto at = std::lower_bound(first, last, r);
-        km.diag_pos[static_cast<std::size_t>(r)] = at != last && *at == r ? at - km.col_index.begin() : -1;
+        km.diag_pos[r] = at != last && *at == r ? at - km.col_index.begin() : -1;
     }
 }
 
@@ -108,7 +90,7 @@ struct Batch {
 // Adds the batch's contributions to the rows of nodes [node_first, node_last), in element order.
 void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& batch,
                std::int32_t node_first, std::int32_t node_last, SparseKM& km) {
-    const auto ne = static_cast<std::size_t>(batch.per_element);
+    const std::size_t ne = batch.per_element;
     const std::size_t size = 3 * ne;
     for (std::int32_t e = batch.first; e < batch.last; ++e) {
         const std::int32_t* element = mesh.connectivity.data() + static_cast<std::size_t>(e) * ne;
@@ -117,13 +99,13 @@ void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& 
         for (std::size_t p = 0; p < ne; ++p) {
             const auto i = static_cast<std::int32_t>(node_index(element[p]));
             if (i < node_first || i >= node_last) continue;
-            const std::int32_t* set = neighbours.nodes.data() + neighbours.start[static_cast<std::size_t>(i)];
+            const std::int32_t* set = neighbours.nodes.data() + neighbours.start[i];
             const std::int32_t* set_end =
                 neighbours.nodes.data() + neighbours.start[static_cast<std::size_t>(i) + 1];
             double* k_row[3];
             double* m_row[3];
             for (std::size_t a = 0; a < 3; ++a) {
-                const std::int64_t start = km.row_start[3 * static_cast<std::size_t>(i) + a];
+                const std::int64_t start = km.row_start[3 * i + a];
                 k_row[a] = km.K_value.data() + start;
                 m_row[a] = km.M_value.data() + start;
             }
@@ -147,11 +129,11 @@ void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& 
 
 std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, const ElementMatrices& matrices,
                          int threads, SparseKM& km, const char* counter) {
-    const auto ne = static_cast<std::size_t>(mesh.node_per_element());
+    const std::size_t ne = mesh.node_per_element();
     const std::int32_t elements = mesh.element_num();
     const std::int32_t nodes = mesh.node_num();
-    km.K_value.assign(static_cast<std::size_t>(km.entries()), 0.0);
-    km.M_value.assign(static_cast<std::size_t>(km.entries()), 0.0);
+    km.K_value.assign(km.entries(), 0.0);
+    km.M_value.assign(km.entries(), 0.0);
     constexpr std::int32_t batch_size = 1024;
     std::vector<double> ke(batch_size * 9 * ne * ne), me(batch_size * ne * ne);
     std::vector<char> computed(batch_size, 0);
@@ -159,12 +141,12 @@ std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, con
         const std::int32_t last = std::min(elements, first + batch_size);
 #pragma omp parallel for schedule(static) num_threads(threads)
         for (std::int32_t e = first; e < last; ++e) {
-            const auto slot = static_cast<std::size_t>(e - first);
+            const std::size_t slot = e - first;
             computed[slot] = matrices(e, ke.data() + slot * 9 * ne * ne, me.data() + slot * ne * ne);
         }
         for (std::int32_t e = first; e < last; ++e) {
             console::counter(e, elements, counter);
-            if (!computed[static_cast<std::size_t>(e - first)]) return e;
+            if (!computed[e - first]) return e;
         }
         const Batch batch{first, last, static_cast<int>(ne), ke, me};
         // the rows are dealt out so that every thread has rows of this batch's elements
@@ -184,7 +166,7 @@ std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, con
 
 void keep_rows(std::span<const std::int32_t> dof_map, SparseKM& km) {
     const bool with_mass = !km.M_value.empty();
-    const auto rows = static_cast<std::size_t>(km.rows());
+    const std::size_t rows = km.rows();
     std::size_t kept = 0;
     std::int64_t entry = 0;
     // compacted in place: every kept entry moves towards the front
@@ -193,10 +175,10 @@ void keep_rows(std::span<const std::int32_t> dof_map, SparseKM& km) {
         const std::int64_t first = km.row_start[r], last = first + km.row_count[r];
         const std::int64_t row_first = entry;
         for (std::int64_t k = first; k < last; ++k) {
-            const auto from = static_cast<std::size_t>(k);
-            const std::int32_t column = dof_map[static_cast<std::size_t>(km.col_index[from])];
+            const std::size_t from = k;
+            const std::int32_t column = dof_map[km.col_index[from]];
             if (column < 0) continue;
-            const auto to = static_cast<std::size_t>(entry++);
+            const std::size_t to = entry++;
             km.col_index[to] = column;
             km.K_value[to] = km.K_value[from];
             if (with_mass) km.M_value[to] = km.M_value[from];
@@ -208,9 +190,9 @@ void keep_rows(std::span<const std::int32_t> dof_map, SparseKM& km) {
     km.row_count.resize(kept);
     km.row_start.resize(kept + 1);
     km.row_start[kept] = entry;
-    km.col_index.resize(static_cast<std::size_t>(entry));
-    km.K_value.resize(static_cast<std::size_t>(entry));
-    if (with_mass) km.M_value.resize(static_cast<std::size_t>(entry));
+    km.col_index.resize(entry);
+    km.K_value.resize(entry);
+    if (with_mass) km.M_value.resize(entry);
     find_diagonals(km);
 }
 
@@ -222,11 +204,7 @@ void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km) {
 
 std::int64_t profile_size(const SparseKM& km) {
     std::int64_t size = 0;
-    for (std::int32_t r = 0; r < km.rows(); ++r)
-        size +=
-            r -
-            std::min(r, km.col_index[static_cast<std::size_t>(km.row_start[static_cast<std::size_t>(r)])]) +
-            1;
+    for (std::int32_t r = 0; r < km.rows(); ++r) size += r - std::min(r, km.col_index[km.row_start[r]]) + 1;
     return size;
 }
 
@@ -235,10 +213,15 @@ void multiply(const SparseKM& km, std::span<const double> values, std::span<cons
     for (std::size_t r = 0; r < km.row_count.size(); ++r) {
         double sum = 0;
         for (std::int64_t k = km.row_start[r]; k < km.row_start[r] + km.row_count[r]; ++k)
-            sum += values[static_cast<std::size_t>(k)] *
-                   x[static_cast<std::size_t>(km.col_index[static_cast<std::size_t>(k)])];
+            sum += values[k] * x[km.col_index[k]];
         y[r] = sum;
     }
+}
+
+std::vector<double> diagonal_of(const SparseKM& km) {
+    std::vector<double> diagonal;
+    for (std::int64_t k : km.diag_pos) diagonal.push_back(km.K_value[k]);
+    return diagonal;
 }
 
 }  // namespace kestralum

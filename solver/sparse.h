@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-#include "model/model_store.h"
+#include "model/topology.h"
 
 namespace kestralum {
 
@@ -24,13 +24,6 @@ struct SparseKM {
     std::int32_t rows() const { return static_cast<std::int32_t>(row_count.size()); }
     std::int64_t entries() const { return static_cast<std::int64_t>(col_index.size()); }
 };
-
-// Elements around each node: nodes' elements in ascending order.
-struct NodeElements {
-    std::vector<std::int64_t> start;     // node_num + 1
-    std::vector<std::int32_t> elements;  // 0-based element numbers
-};
-NodeElements elements_of_nodes(const Mesh& mesh);
 
 // Neighbour set of each node: the node itself and all that share an element with it, ascending.
 struct NodeNeighbours {
@@ -61,6 +54,9 @@ std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, con
 void keep_rows(std::span<const std::int32_t> map, SparseKM& km);
 // The same with the progress lines.
 void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km);
+
+// The diagonal of K, one entry per row.
+std::vector<double> diagonal_of(const SparseKM& km);
 
 // Lower profile size of the pattern: the sum over rows of (row - first column + 1).
 std::int64_t profile_size(const SparseKM& km);

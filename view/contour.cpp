@@ -7,7 +7,7 @@ namespace kestralum::view {
 const Quantity* quantity_at(std::int32_t index) {
     if (index == plastic_strain_row) return &plastic_strain;
     if (index < 0 || index >= static_cast<std::int32_t>(quantities.size())) return nullptr;
-    return &quantities[static_cast<std::size_t>(index)];
+    return &quantities[index];
 }
 
 const char* quantity_text(std::int32_t index) {
@@ -19,7 +19,7 @@ std::span<const double> frame_displacement(const Results& results, std::int32_t 
     const auto k = static_cast<std::size_t>(frame) - 1;
     if (frame < 1 || dof_num < 1 || k >= results.frame_vector.size()) return {};
     const std::int32_t row = results.frame_vector[k];
-    const auto dofs = static_cast<std::size_t>(dof_num);
+    const std::size_t dofs = dof_num;
     const std::size_t rows = results.n_freq.size();
     if (results.mode_vec.size() != rows * dofs || row < 0 || static_cast<std::size_t>(row) >= rows) return {};
     return std::span(results.mode_vec).subspan(static_cast<std::size_t>(row) * dofs, dofs);
@@ -31,7 +31,7 @@ namespace {
 std::span<const double> stress_group(const Results& results, std::int32_t dof_num, std::int32_t frame,
                                      int group) {
     if (frame < 1 || dof_num < 1 || frame > results.mode_num()) return {};
-    const auto dofs = static_cast<std::size_t>(dof_num);
+    const std::size_t dofs = dof_num;
     const auto row = static_cast<std::size_t>(frame - 1) * stress_groups + static_cast<std::size_t>(group);
     if (results.node_stress.size() != stress_groups * results.n_freq.size() * dofs) return {};
     return std::span(results.node_stress).subspan(row * dofs, dofs);
@@ -48,7 +48,7 @@ std::vector<double> nodal_values(std::int32_t index, const Mesh& mesh, const Res
                            ? stress_group(results, 3 * nodes, frame, quantity->group)
                            : frame_displacement(results, 3 * nodes, frame);
     if (table.empty()) return {};
-    std::vector<double> values(static_cast<std::size_t>(nodes));
+    std::vector<double> values(nodes);
     for (std::size_t n = 0; n < values.size(); ++n)
         values[n] = quantity->source == Source::magnitude
                         ? norm(triple(table, static_cast<std::int64_t>(n)))
@@ -60,7 +60,7 @@ std::optional<ValueRange> value_range(std::span<const double> values, std::span<
     std::optional<ValueRange> range;
     for (const std::int32_t n : nodes) {
         if (static_cast<std::size_t>(n) >= values.size()) continue;
-        const Extreme here{values[static_cast<std::size_t>(n)], n + 1, 0};
+        const Extreme here{values[n], n + 1, 0};
         if (!std::isfinite(here.value)) continue;
         if (!range) range = ValueRange{here, here};
         if (here.value < range->low.value) range->low = here;

@@ -16,7 +16,7 @@ double mode_frequency(const Results& results, std::int32_t frame) {
     const auto k = static_cast<std::size_t>(frame) - 1;
     const std::int32_t row = k < results.frame_vector.size() ? results.frame_vector[k] : frame - 1;
     if (row < 0 || row >= results.mode_num()) return 0;
-    return results.n_freq[static_cast<std::size_t>(row)];
+    return results.n_freq[row];
 }
 
 std::string mark(const char* name, const Extreme& extreme) {

@@ -49,14 +49,14 @@ Pick nearest_corner(const Hit& hit, const Vec3& place, const Surface& surface, s
     Pick pick;
     double nearest = std::numeric_limits<double>::infinity();
     for (std::int64_t k = 3 * hit.face_first; k < 3 * (hit.face_first + hit.face_triangles); ++k) {
-        const std::int32_t n = surface.triangles[static_cast<std::size_t>(k)];
+        const std::int32_t n = surface.triangles[k];
         const double away = norm(minus(triple(x, n), place));
         if (away >= nearest) continue;
         nearest = away;
         pick.node = n + 1;
         pick.place = triple(x, n);
     }
-    pick.element = surface.triangle_element[static_cast<std::size_t>(hit.face_first)] + 1;
+    pick.element = surface.triangle_element[hit.face_first] + 1;
     return pick;
 }
 
@@ -110,7 +110,7 @@ std::string status_text(const Pick& pick, const Mesh& mesh, std::span<const doub
         text += console::format("   ux:%.3e uy:%.3e uz:%.3e", u[0], u[1], u[2]);
     }
     if (values.size() == static_cast<std::size_t>(mesh.node_num()))
-        text += console::format("   %s:%.3e", quantity_text(contour), values[static_cast<std::size_t>(n)]);
+        text += console::format("   %s:%.3e", quantity_text(contour), values[n]);
     return text;
 }
 

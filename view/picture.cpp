@@ -94,7 +94,7 @@ void Picture::update_shape(const SceneTables& tables, const DisplayState& state)
 }
 
 double Picture::swing(int phase) const {
-    return factor_ * phases_[static_cast<std::size_t>(phase)];
+    return factor_ * phases_[phase];
 }
 
 void Picture::place(const SceneTables& tables, int phase, std::vector<double>& out) const {

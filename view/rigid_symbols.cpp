@@ -144,8 +144,8 @@ private:
         }
         outward_.push_back(unit(minus(element.reference, middle), Vec3{}));
         // chosen where they rest: the same ones in every frame
-        for (const std::size_t k : spread_out(at_rest, most_spokes, 0.05 * extent_))
-            out_.lines.push_back({place, drawn(at_rest[k]), faint_violet});
+        for (const std::size_t chosen : spread_out(at_rest, most_spokes, 0.05 * extent_))
+            out_.lines.push_back({place, drawn(at_rest[chosen]), faint_violet});
         const std::size_t stride = stride_for(nodes.size(), most_members);
         for (std::size_t i = 0; i < nodes.size(); i += stride)
             out_.members.push_back(
@@ -155,15 +155,14 @@ private:
 
     void add_combine(const RigidCombine& combine) {
         if (!exists(combine.element[0]) || !exists(combine.element[1])) return;
-        const Vec3 from = places_[static_cast<std::size_t>(combine.element[0])],
-                   to = places_[static_cast<std::size_t>(combine.element[1])];
+        const Vec3 from = places_[combine.element[0]], to = places_[combine.element[1]];
         add_spring(out_.lines, from, to, extent_);
         out_.labels.push_back({times(0.5, plus(from, to)), combine.name});
     }
 
     void add_force(const RigidForce& force) {
         if (!exists(force.element)) return;
-        const auto k = static_cast<std::size_t>(force.element);
+        const std::size_t k = force.element;
         const auto direction = static_cast<std::int32_t>(force.direction);
         const bool moment = direction >= 3 && direction < 6;
         const Vec3 normal = k < tables_.holds.size() ? tables_.holds[k].normal : Vec3{};
@@ -171,7 +170,7 @@ private:
         if (direction == static_cast<std::int32_t>(RigidDirection::normal))
             way = normal;
         else if (direction >= 0 && direction < 6)
-            way[static_cast<std::size_t>(direction % 3)] = 1;
+            way[direction % 3] = 1;
         const double sense = force.value > 0 ? 1 : force.value < 0 ? -1 : 0;
         const Vec3 arrow = times(sense * 0.15 * extent_, way);
         // away from the body the arrow begins at the point, so that the body does not hide it

@@ -32,7 +32,7 @@ std::vector<std::array<int, 2>> face_segments(ElementKind kind, int face) {
         int middle = -1;
         if (kind == ElementKind::tetrahedron10)
             for (int m = 0; m < 6; ++m) {
-                const auto& ends = tetra10_edge[static_cast<std::size_t>(m)];
+                const auto& ends = tetra10_edge[m];
                 if ((ends[0] == a && ends[1] == b) || (ends[0] == b && ends[1] == a)) middle = 4 + m;
             }
         if (middle < 0) {
@@ -103,7 +103,7 @@ private:
             return part_of(mesh_.p_ele_part_id, static_cast<std::size_t>(list[k].element));
         };
         for (const std::int32_t row : rows_by_part(list.size(), part)) {
-            const ElementFace& face = list[static_cast<std::size_t>(row)];
+            const ElementFace& face = list[row];
             const std::int32_t* element =
                 mesh_.connectivity.data() +
                 static_cast<std::ptrdiff_t>(face.element) * mesh_.node_per_element();
@@ -113,7 +113,7 @@ private:
                 out_.triangles.push_back(element[local] - 1);
             out_.triangle_element.insert(out_.triangle_element.end(),
                                          static_cast<std::size_t>(table.triangles_per_face), face.element);
-            for (const auto& [a, b] : segments[static_cast<std::size_t>(face.face)])
+            for (const auto& [a, b] : segments[face.face])
                 if (faces_ == Faces::free || element[a] < element[b])
                     add_side(element[a] - 1, element[b] - 1, first);
         }
@@ -143,9 +143,9 @@ private:
 
     void collect_nodes() {
         enum : char { hidden, facet, solid };
-        std::vector<char> drawn(static_cast<std::size_t>(mesh_.node_num()), hidden);
+        std::vector<char> drawn(mesh_.node_num(), hidden);
         for (std::size_t k = 0; k < out_.triangles.size(); ++k) {
-            char& node = drawn[static_cast<std::size_t>(out_.triangles[k])];
+            char& node = drawn[out_.triangles[k]];
             node = std::max<char>(node, out_.triangle_element[k / 3] >= 0 ? solid : facet);
         }
         for (std::size_t n = 0; n < drawn.size(); ++n) {
@@ -162,8 +162,7 @@ private:
         for (std::size_t n = 1; n < start_.size(); ++n) start_[n] += start_[n - 1];
         std::vector<Side> sorted(sides_.size());
         std::vector<std::int64_t> place(start_.begin(), start_.end() - 1);
-        for (const Side& side : sides_)
-            sorted[static_cast<std::size_t>(place[static_cast<std::size_t>(side.low)]++)] = side;
+        for (const Side& side : sides_) sorted[place[side.low]++] = side;
         for (std::size_t n = 0; n + 1 < start_.size(); ++n)
             std::sort(sorted.begin() + start_[n], sorted.begin() + start_[n + 1],
                       [](const Side& a, const Side& b) {
@@ -190,8 +189,8 @@ private:
         if (end - first != 2) return true;
         const std::int64_t a = sides_[first].triangle, b = sides_[first + 1].triangle;
         if (part_of_triangle(a) != part_of_triangle(b)) return true;
-        const float* u = &normals_[static_cast<std::size_t>(3 * a)];
-        const float* v = &normals_[static_cast<std::size_t>(3 * b)];
+        const float* u = &normals_[3 * a];
+        const float* v = &normals_[3 * b];
         return double{u[0]} * v[0] + double{u[1]} * v[1] + double{u[2]} * v[2] < outline_cosine;
     }
 

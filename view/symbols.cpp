@@ -259,9 +259,9 @@ Markers contact_markers(const Mesh& mesh, std::span<const Part> parts, std::span
         bool finite() const { return low[0] <= high[0] && std::isfinite(norm(minus(high, low))); }
     };
     std::vector<Box> boxes(parts.size());
-    const auto per_element = static_cast<std::size_t>(mesh.node_per_element());
+    const std::size_t per_element = mesh.node_per_element();
     for (std::size_t k = 0; k < mesh.connectivity.size(); ++k) {
-        const auto part = static_cast<std::size_t>(mesh.p_ele_part_id[k / per_element]);
+        const std::size_t part = mesh.p_ele_part_id[k / per_element];
         if (part >= boxes.size()) continue;
         const Vec3 x = triple(coordinates, node_index(mesh.connectivity[k]));
         for (std::size_t c = 0; c < 3; ++c) {
@@ -277,7 +277,7 @@ Markers contact_markers(const Mesh& mesh, std::span<const Part> parts, std::span
             const auto part =
                 std::find_if(parts.begin(), parts.end(), [&](const Part& p) { return p.name == name; });
             if (part == parts.end()) continue;
-            const Box& box = boxes[static_cast<std::size_t>(part - parts.begin())];
+            const Box& box = boxes[part - parts.begin()];
             if (!box.finite()) continue;
             add_box(out.lines, box.low, box.high, pink);
             between = plus(between, times(0.25, plus(box.low, box.high)));
@@ -294,7 +294,7 @@ Markers wall_markers(std::span<const RigidWall> walls, std::span<const Parameter
     Markers out;
     for (const RigidWall& wall : walls) {
         if (wall.axis < 0 || wall.axis > 2) continue;
-        const auto axis = static_cast<std::size_t>(wall.axis);
+        const std::size_t axis = wall.axis;
         Vec3 centre, half;
         for (std::size_t c = 0; c < 3; ++c) {
             centre[c] = 0.5 * (wall.box[2 * c] + wall.box[2 * c + 1]) + wall.motion[c].at(time, parameters);
@@ -419,7 +419,7 @@ std::vector<Label> part_names(const Mesh& mesh, std::span<const Part> parts,
             if (row >= part_id.size() || part_id[row] < 0 ||
                 static_cast<std::size_t>(part_id[row]) >= sums.size())
                 continue;
-            Sum& sum = sums[static_cast<std::size_t>(part_id[row])];
+            Sum& sum = sums[part_id[row]];
             sum.place = plus(sum.place, triple(coordinates, node_index(nodes[k])));
             sum.count += 1;
         }

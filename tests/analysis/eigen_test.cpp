@@ -10,10 +10,10 @@
 #include <cmath>
 #include <numeric>
 
-#include "analysis/eigen_driver.h"
-#include "analysis/eigen_problem.h"
-#include "analysis/linear_system.h"
+#include "analysis/eigen/eigen_analysis.h"
+#include "analysis/eigen/eigen_problem.h"
 #include "support/analysis_run.h"
+#include "system/linear_system.h"
 
 namespace kestralum {
 namespace {

@@ -1,7 +1,7 @@
 // Rigid bodies in explicit runs: tumbling, impact, springs, gravity, hinges and prescribed velocities.
 #include <cmath>
 
-#include "analysis/explicit_rigid.h"
+#include "analysis/explicit/explicit_rigid.h"
 #include "support/explicit_run.h"
 
 namespace kestralum {

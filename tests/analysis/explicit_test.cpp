@@ -1,7 +1,7 @@
 // The explicit analysis without contact: motion, conservation, waves, supports, outputs.
 #include <filesystem>
 
-#include "analysis/nonlinear_driver.h"
+#include "analysis/nonlinear/nonlinear_analysis.h"
 #include "support/explicit_run.h"
 
 namespace kestralum {

@@ -4,9 +4,9 @@
 
 #include <cmath>
 
-#include "analysis/explicit_driver.h"
-#include "analysis/linear_driver.h"
-#include "analysis/nonlinear_driver.h"
+#include "analysis/explicit/explicit_analysis.h"
+#include "analysis/nonlinear/nonlinear_analysis.h"
+#include "analysis/static/static_analysis.h"
 #include "results/result_file.h"
 #include "support/finite_problem.h"
 

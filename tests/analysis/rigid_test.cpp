@@ -6,13 +6,13 @@
 
 #include <cmath>
 
-#include "analysis/eigen_driver.h"
-#include "analysis/linear_driver.h"
-#include "analysis/model_check.h"
-#include "analysis/nonlinear_driver.h"
-#include "elements/rigid_bodies.h"
+#include "analysis/eigen/eigen_analysis.h"
+#include "analysis/nonlinear/nonlinear_analysis.h"
+#include "analysis/static/static_analysis.h"
+#include "conditions/rigid_bodies.h"
 #include "support/analysis_run.h"
 #include "support/finite_problem.h"
+#include "system/model_check.h"
 
 namespace kestralum {
 namespace {

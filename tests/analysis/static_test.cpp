@@ -3,10 +3,10 @@
 
 #include <cmath>
 
-#include "analysis/linear_driver.h"
-#include "analysis/model_check.h"
+#include "analysis/static/static_analysis.h"
 #include "results/result_file.h"
 #include "support/analysis_run.h"
+#include "system/model_check.h"
 
 namespace kestralum {
 namespace {

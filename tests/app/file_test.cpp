@@ -6,8 +6,8 @@
 #include <QPushButton>
 
 #include "analysis/analysis_table.h"
-#include "app/long_work.h"
-#include "app/real_time.h"
+#include "app/window/long_work.h"
+#include "app/window/real_time.h"
 #include "app/window_fixture.h"
 #include "results/result_file.h"
 

@@ -8,7 +8,7 @@
 #include <QSpinBox>
 
 #include "analysis/analysis_table.h"
-#include "app/dialogs.h"
+#include "app/window/dialogs.h"
 #include "app/window_fixture.h"
 #include "results/result_file.h"
 

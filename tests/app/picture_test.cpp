@@ -2,7 +2,7 @@
 #include <QOpenGLFramebufferObject>
 #include <QOpenGLPaintDevice>
 
-#include "app/painter_texts.h"
+#include "app/window/painter_texts.h"
 #include "app/window_fixture.h"
 #include "support/box_mesh.h"
 #include "support/immediate_scene.h"

@@ -12,7 +12,7 @@
 #include <functional>
 #include <memory>
 
-#include "app/main_window.h"
+#include "app/window/main_window.h"
 #include "batch/batch_run.h"
 #include "model/console.h"
 #include "model/model_store.h"

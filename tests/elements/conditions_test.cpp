@@ -3,8 +3,8 @@
 
 #include <cmath>
 
-#include "elements/constraints.h"
-#include "elements/loads.h"
+#include "conditions/constraints.h"
+#include "conditions/loads.h"
 #include "model/console.h"
 #include "support/assembled.h"
 #include "support/box_mesh.h"

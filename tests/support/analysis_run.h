@@ -7,11 +7,11 @@
 #include <array>
 #include <cmath>
 
-#include "analysis/run_report.h"
-#include "elements/constraints.h"
+#include "conditions/constraints.h"
 #include "input/model_reader.h"
 #include "model/console.h"
 #include "model/model_store.h"
+#include "model/run_report.h"
 #include "support/box_mesh.h"
 #include "support/temp_folder.h"
 #include "support/text_checks.h"

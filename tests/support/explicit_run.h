@@ -4,8 +4,8 @@
 #include <cmath>
 #include <functional>
 
-#include "analysis/explicit_state.h"
-#include "analysis/linear_driver.h"
+#include "analysis/explicit/explicit_state.h"
+#include "analysis/static/static_analysis.h"
 #include "input/analysis_info_reader.h"
 #include "support/analysis_run.h"
 #include "support/box_mesh.h"

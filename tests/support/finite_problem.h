@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "analysis/newton.h"
+#include "analysis/nonlinear/newton.h"
 #include "solver/ordering.h"
 #include "support/analysis_run.h"
 #include "support/assembled.h"

@@ -55,13 +55,12 @@ void MeshDrawing::send_indices(const Picture& picture, std::int32_t node_num) {
     const Surface& faces = picture.faces();
     const Surface& outside = picture.outside();
     nodes_ = faces.nodes;
-    vertex_of_.assign(static_cast<std::size_t>(node_num), -1);
-    for (std::size_t k = 0; k < nodes_.size(); ++k)
-        vertex_of_[static_cast<std::size_t>(nodes_[k])] = static_cast<std::int32_t>(k);
+    vertex_of_.assign(node_num, -1);
+    for (std::size_t k = 0; k < nodes_.size(); ++k) vertex_of_[nodes_[k]] = static_cast<std::int32_t>(k);
     auto send = [&](Buffer& buffer, const std::vector<std::int32_t>& nodes) {
         std::vector<std::uint32_t> indices(nodes.size());
         for (std::size_t k = 0; k < nodes.size(); ++k)
-            indices[k] = static_cast<std::uint32_t>(vertex_of_[static_cast<std::size_t>(nodes[k])]);
+            indices[k] = static_cast<std::uint32_t>(vertex_of_[nodes[k]]);
         buffer.send(GL_ELEMENT_ARRAY_BUFFER, indices);
     };
     send(triangles_, faces.triangles);
@@ -74,8 +73,8 @@ void MeshDrawing::send_indices(const Picture& picture, std::int32_t node_num) {
 void MeshDrawing::send_colors(const Picture& picture, double alpha) {
     std::vector<std::array<std::uint8_t, 4>> colors(nodes_.size());
     for (std::size_t k = 0; k < nodes_.size(); ++k)
-        colors[k] = color_bytes(contour_color(
-            normalised(picture.values()[static_cast<std::size_t>(nodes_[k])], *picture.range()), alpha));
+        colors[k] =
+            color_bytes(contour_color(normalised(picture.values()[nodes_[k]], *picture.range()), alpha));
     colors_.send(GL_ARRAY_BUFFER, colors);
 }
 
@@ -140,8 +139,7 @@ void MeshDrawing::draw_lit_faces(std::span<const Part> parts) const {
     for (const PartTriangles& group : lit_parts_) {
         Color color{0.7f, 0.7f, 0.7f, 1};
         if (group.part >= 0 && static_cast<std::size_t>(group.part) < parts.size())
-            for (std::size_t k = 0; k < 3; ++k)
-                color[k] = static_cast<float>(parts[static_cast<std::size_t>(group.part)].color[k]);
+            for (std::size_t k = 0; k < 3; ++k) color[k] = static_cast<float>(parts[group.part].color[k]);
         set_material(color);
         draw_lit(shapes_[shape_].lit, static_cast<GLint>(3 * (group.first - lit_first_)),
                  static_cast<GLsizei>(3 * group.count));

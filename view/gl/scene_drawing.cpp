@@ -91,8 +91,7 @@ std::vector<double> extent_points(const Picture& picture, const SceneTables& tab
     auto add_mesh = [&](int phase) {
         picture.place(tables, phase, places);
         for (const std::int32_t n : picture.outside().nodes)
-            points.insert(points.end(), &places[3 * static_cast<std::size_t>(n)],
-                          &places[3 * static_cast<std::size_t>(n)] + 3);
+            points.insert(points.end(), &places[3 * n], &places[3 * n] + 3);
     };
     auto add_rigid = [&](int phase) {
         if (!state.shows(ViewFlag::rigid_element)) return;

@@ -1,0 +1,125 @@
+// K φ = λ M φ on the free degrees of freedom with a shifted, inverted operator: what the two eigen
+// methods work with.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "model/run_report.h"
+#include "system/linear_system.h"
+
+namespace kestralum {
+
+// π as the frequencies and shifts of the eigen analyses take it.
+inline constexpr double eigen_pi = 3.1415926535;
+
+// √λ / 2π, Hz; 0 for the negative rounding of a rigid mode.
+double frequency_of(double lambda);
+// (2πf)²
+double lambda_of(double frequency);
+
+// Eigenpairs, ascending: vectors n × count, column after column, M-orthonormal.
+struct EigenPairs {
+    std::vector<double> lambda;
+    std::vector<double> vectors;
+};
+
+struct EigenOptions {
+    std::int32_t n_mode = 1;            // modes asked for, at most the free degrees of freedom
+    bool supported = true;              // the model has boundary conditions
+    double c_eigen_shift = 0.5;         // factor on the reference frequency of the second shift
+    double subspace_tolerance = 1e-6;   // relative change of the frequencies
+    double lanczos_tolerance = 1e-9;    // |β s| / |θ|
+    std::vector<double> rigid_motions;  // n × 6: the body's rigid motions, empty when supported
+};
+
+// A row-compressed matrix without zeros, for products with many vectors.
+struct CompactMatrix {
+    std::vector<std::int64_t> row_start;
+    std::vector<std::int32_t> col_index;
+    std::vector<double> value;
+};
+
+class EigenProblem {
+public:
+    // `km`, `border`: the reduced K and M and the rigid bodies' part; borrowed. `factor`: profile, divisions
+    // and threads of the factors.
+    EigenProblem(const SparseKM& km, const Border& border, std::unique_ptr<BorderedFactor> factor,
+                 int threads, RunReport& report);
+
+    std::int32_t n() const { return km_.rows() + border_.nr; }
+    int threads() const { return threads_; }
+    double sigma() const { return sigma_; }
+    // Diagonal entries of equation i.
+    double diagonal_k(std::int32_t i) const { return diagonal(i, km_.K_value, border_.K_rr); }
+    double diagonal_m(std::int32_t i) const { return diagonal(i, km_.M_value, border_.M_rr); }
+    RunReport& report() { return report_; }
+
+    // Factors K - σM with the lines "Shift K sparse" … "LU K_sparse complete"; say_frequency adds
+    // "  Shift frequency=%e[Hz]". A pivot that is zero, not finite or below n·ε·a_ii moves σ: up in
+    // small steps first, then to 0.1 Hz and tenfold frequencies from there, and that is said. False
+    // with the report's status set when the factor cannot be written or no shift is sound.
+    bool shift(double sigma, bool say_frequency);
+
+    // Factors M - no shift - as W Wᵀ with the lines "LU M_sparse" …; the vector 1/√n · W⁻ᵀ(1 … 1) comes
+    // back in `start`. The factor of W is let go.
+    bool start_vector_through_w(std::vector<double>& start);
+
+    // Number of eigenvalues below `lambda`: negative pivots of K - λM (Sylvester's law of inertia).
+    // The factor in force is that of the last shift() no more. -1 on failure.
+    std::int64_t count_below(double lambda);
+
+    // x := (K - σM)⁻¹ x for k columns; false with the report's status set.
+    bool solve(std::span<double> x, std::int32_t k);
+
+    // y := M x, y := K x, k columns.
+    void multiply_m(std::span<const double> x, std::span<double> y, std::int32_t k) const;
+    void multiply_k(std::span<const double> x, std::span<double> y, std::int32_t k) const;
+
+    // Size of the rounding of an eigenvalue: some hundred ε of the largest k_ii/m_ii.
+    double rounding() const { return rounding_; }
+
+private:
+    bool factor_shifted(double sigma);
+    double diagonal(std::int32_t i, const std::vector<double>& values, const std::vector<double>& rr) const;
+    bool pivots_sound() const;
+
+    const SparseKM& km_;
+    const Border& border_;
+    std::unique_ptr<BorderedFactor> factor_;
+    int threads_;
+    RunReport& report_;
+    double sigma_ = 0;
+    double rounding_ = 0;
+    std::vector<double> shifted_, shifted_fr_, shifted_rr_;
+    CompactMatrix mass_;
+};
+
+// A shift inside a clear gap at or above mode n_mode: between pairs j and j+1 (j >= n_mode, counted
+// from 1) whose relative distance is largest among the usable ones. `usable` counts the lowest pairs
+// whose values can be trusted to a thousandth. below = 0 when there is no such gap.
+struct SpectrumGap {
+    double lambda = 0;
+    std::int32_t below = 0;  // pairs below it
+};
+SpectrumGap find_gap(std::span<const double> lambda, std::int32_t n_mode, std::int32_t usable,
+                     double rounding, bool all_of_them);
+
+// The frequency that the second shift is taken from: the first of a supported model, the seventh of
+// a free one. 0 where there is none or it is nothing but rounding.
+double reference_frequency(std::span<const double> lambda, const EigenOptions& options, double rounding);
+
+// Random numbers in (-1, 1) from a fixed seed.
+class FixedRandom {
+public:
+    explicit FixedRandom(std::uint64_t seed) : state_(seed) {}
+    double next();
+
+private:
+    std::uint64_t state_;
+};
+
+}  // namespace kestralum

@@ -1,0 +1,160 @@
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "analysis/explicit/explicit_state.h"
+#include "conditions/constraints.h"
+#include "elements/finite_elements.h"
+#include "model/console.h"
+
+namespace kestralum {
+
+namespace {
+
+const char* const axis_letter[] = {"x", "y", "z"};
+
+void add_vector(std::vector<std::string>& columns, const std::string& name) {
+    for (const char* axis : axis_letter) columns.push_back(name + "_" + axis);
+}
+
+// Sums over the nodes at t_n, in node order: kinetic and external energy, momenta, reactions.
+void sum_nodes(ExplicitState& s) {
+    s.momentum = s.angular_momentum = s.reaction = {};
+    double kinetic = 0, external = 0;
+    for (std::size_t n = 0; n < s.u.size() / 4; ++n) {
+        std::array<double, 3> p{};
+        const bool member = s.bodies && s.bodies->is_member(static_cast<std::int32_t>(n));
+        for (std::size_t c = 0; c < 3 && member; ++c) external += s.F[4 * n + c] * s.u[4 * n + c];
+        if (member) continue;
+        for (std::size_t c = 0; c < 3; ++c) {
+            const std::size_t k = 4 * n + c;
+            kinetic += 0.5 * s.v[k] * s.mass[k] * s.v_new[k];
+            external += s.F[k] * s.u[k];
+            p[c] = 0.5 * s.mass[k] * (s.v[k] + s.v_new[k]);
+            s.momentum[c] += p[c];
+            if (s.supported[k]) s.reaction[c] += s.R[k] - s.F[k] - s.F_contact[k];
+        }
+        const double* x = s.x.data() + 4 * n;
+        for (std::size_t c = 0; c < 3; ++c)
+            s.angular_momentum[c] += x[(c + 1) % 3] * p[(c + 2) % 3] - x[(c + 2) % 3] * p[(c + 1) % 3];
+    }
+    for (const DrivenDofs& driven : s.driven)
+        for (std::int32_t place : driven.places) {
+            const std::size_t k = place;
+            s.reaction[k % 4] +=
+                s.mass[k] * (s.v_new[k] - s.v[k]) / s.d_time + s.R[k] - s.F[k] - s.F_contact[k];
+        }
+    if (s.bodies) {
+        kinetic += s.bodies->kinetic();
+        external += s.rigid_work.at;
+        const Vec3 p = s.bodies->momentum(), L = s.bodies->angular_momentum(), r = s.bodies->reaction();
+        for (std::size_t c = 0; c < 3; ++c) {
+            s.momentum[c] += p[c];
+            s.angular_momentum[c] += L[c];
+            s.reaction[c] += r[c];
+        }
+    }
+    s.energies.kinetic = kinetic;
+    s.energies.external = external;
+}
+
+void balance(ExplicitState& s) {
+    ExplicitEnergies& e = s.energies;
+    e.internal = s.blocks->internal_energy() + (s.bodies ? s.bodies->spring_energy() : 0.0);
+    e.plastic = s.blocks->plastic_energy();
+    e.damping = s.damping_work.at;
+    e.wall = s.wall_work.at;
+    e.contact = s.contact_work.at;
+    e.support = s.support_work.at;
+    if (s.step == 0) s.start_energy = e.total();
+    for (double part : {e.kinetic, e.internal, e.damping, std::abs(e.wall), std::abs(e.contact),
+                        std::abs(e.external), std::abs(e.support)})
+        s.largest_energy = std::max(s.largest_energy, part);
+    s.drift = s.largest_energy > 0 ? (e.total() - s.start_energy) / s.largest_energy : 0.0;
+    if (!(std::abs(s.drift) <= std::abs(s.largest_drift))) s.largest_drift = s.drift;
+}
+
+void add_row(ExplicitState& s) {
+    std::vector<double>& row = s.history.values;
+    const ExplicitEnergies& e = s.energies;
+    row.push_back(static_cast<double>(s.step) * s.d_time);
+    for (double value :
+         {e.kinetic, e.internal, e.plastic, e.damping, e.wall, e.contact, e.external, e.support, s.drift})
+        row.push_back(value);
+    auto add = [&](const std::array<double, 3>& v) { row.insert(row.end(), v.begin(), v.end()); };
+    add(s.momentum);
+    add(s.angular_momentum);
+    add(s.reaction);
+    for (std::size_t k = 0; s.walls && k < s.walls->size(); ++k) add(s.walls->force(k));
+    for (std::size_t k = 0; s.contacts && k < s.contacts->size(); ++k) add(s.contacts->force(k));
+    for (std::int32_t n : s.probes) {
+        const std::size_t at = 4 * n;
+        add({s.u[at], s.u[at + 1], s.u[at + 2]});
+        add({0.5 * (s.v[at] + s.v_new[at]), 0.5 * (s.v[at + 1] + s.v_new[at + 1]),
+             0.5 * (s.v[at + 2] + s.v_new[at + 2])});
+        add({(s.v_new[at] - s.v[at]) / s.d_time, (s.v_new[at + 1] - s.v[at + 1]) / s.d_time,
+             (s.v_new[at + 2] - s.v[at + 2]) / s.d_time});
+    }
+}
+
+}  // namespace
+
+double ExplicitHistory::value(std::size_t row, const std::string& name) const {
+    const auto at = std::find(columns.begin(), columns.end(), name);
+    if (at == columns.end() || row >= rows()) return std::numeric_limits<double>::quiet_NaN();
+    return values[row * columns.size() + static_cast<std::size_t>(at - columns.begin())];
+}
+
+namespace {
+
+// A name as a column's heading: the separator and quotes would be read as the file's own.
+std::string heading(std::string name) {
+    for (char& c : name)
+        if (c == ',' || c == '"' || c == ';') c = '_';
+    return name;
+}
+
+}  // namespace
+
+void begin_history(const ModelStore& store, const ExplicitOptions& options, ExplicitState& s) {
+    std::vector<std::string>& columns = s.history.columns;
+    columns = {"time", "kinetic", "internal", "plastic", "damping",
+               "wall", "contact", "external", "support", "drift"};
+    add_vector(columns, "momentum");
+    add_vector(columns, "angular_momentum");
+    add_vector(columns, "reaction");
+    if (s.walls)
+        for (const RigidWall& wall : store.explicit_tables.walls)
+            add_vector(columns, "wall_" + heading(wall.name));
+    if (s.contacts)
+        for (const ContactPair& pair : store.explicit_tables.contacts)
+            add_vector(columns, "contact_" + heading(pair.name));
+    for (const auto& place : options.probes) {
+        const std::int32_t n = nearest_node(store.mesh, s.node_elements, place);
+        s.probes.push_back(n);
+        const std::string name = "node" + std::to_string(n + 1);
+        for (const char* what : {"_u", "_v", "_a"}) add_vector(columns, name + what);
+    }
+    s.history.values.clear();
+}
+
+void store_frame(ModelStore& store, ExplicitState& s) {
+    if (!s.velocities_known) find_velocities(store, s);
+    sum_nodes(s);
+    balance(s);
+    add_row(s);
+    const auto dofs = static_cast<std::size_t>(store.mesh.dof_num),
+               frame = static_cast<std::size_t>(s.frames);
+    store.results.n_freq[frame] = static_cast<double>(s.step) * s.d_time;
+    const std::span<double> u = std::span(store.results.mode_vec).subspan(frame * dofs, dofs);
+    for (std::size_t d = 0; d < dofs; ++d) u[d] = s.u[4 * (d / 3) + d % 3];
+    s.blocks->copy_stresses(s.points.stress, s.plastic_strain);
+    logarithmic_strains(store.mesh, u, s.team, s.points);
+    const console::Silence silence;
+    mean_stress_strain(
+        store.mesh, s.node_elements, s.points, s.plastic_strain, s.team,
+        std::span(store.results.node_stress).subspan(frame * stress_groups * dofs, stress_groups * dofs));
+    ++s.frames;
+}
+
+}  // namespace kestralum

@@ -1,0 +1,120 @@
+// The state of an explicit analysis between its steps, its set-up and its step routine.
+//
+//   n        a whole step, t_n = n Δt; displacements, stresses and forces belong to it
+//   v_{n-½}  the velocity that led to n
+// Central differences with a lumped mass: v_{n+½} = [(m/Δt - c/2) v_{n-½} + F_n - R_n] / (m/Δt + c/2),
+// u_{n+1} = u_n + Δt v_{n+½}. With kinetic energy ½ v_{n-½} m v_{n+½} and work by the trapezoidal rule
+// the energy balance of a linear body is exact (Belytschko, Liu and Moran, 2000, 6.2).
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "analysis/explicit/explicit_analysis.h"
+#include "analysis/explicit/explicit_contact.h"
+#include "analysis/explicit/explicit_rigid.h"
+#include "analysis/explicit/explicit_walls.h"
+#include "elements/explicit_blocks.h"
+#include "elements/stable_step.h"
+#include "system/linear_system.h"
+
+namespace kestralum {
+
+// Work of one kind of force up to t_n, from its power before and after each t_n: half a step to each side.
+struct Work {
+    double total = 0;  // up to the interval under way
+    double at = 0;     // up to t_n, J
+    void add(double before, double after) {
+        at = total + before;
+        total += before + after;
+    }
+};
+
+// Degrees of freedom whose velocity is prescribed by one record.
+struct DrivenDofs {
+    TimeExpression velocity;
+    std::vector<std::int32_t> places;  // 4 node + direction
+};
+
+// Rows of numbers for the history file: one per output, by column.
+struct ExplicitHistory {
+    std::vector<std::string> columns;
+    std::vector<double> values;  // rows × columns
+    std::size_t rows() const { return columns.empty() ? 0 : values.size() / columns.size(); }
+    // Column `name` of a row; not a number where there is none.
+    double value(std::size_t row, const std::string& name) const;
+};
+
+struct ExplicitState {
+    // steps
+    double d_time = 0;
+    std::int64_t time_num = 1, out_time_num = 1, output_frequency = 1;
+    std::int64_t step = 0;    // last step done
+    std::int64_t frames = 0;  // stored so far
+    bool diverged = false;
+    bool velocities_known = false;  // v_new is that of the step to come
+    int threads = 1;
+    int team = 1;  // threads of a step: a small body is stepped faster by one
+
+    // node × 4, the fourth unused: start coordinates and coordinates (m), displacement and its last
+    // increment (m), velocities (m/s), internal, constant and contact forces (N), mass (kg), damping
+    // (N·s/m), and the factors of the velocity update
+    LineDoubles X, x, u, du, v, v_new, R, F, F_contact, mass, damping, a, b;
+    std::vector<std::uint8_t> supported;  // node × 4: fixed by a support (or on no element), not driven
+    bool damped = false;
+
+    std::optional<ElementBlocks> blocks;
+    std::optional<WallSet> walls;
+    std::optional<ContactSet> contacts;
+    std::vector<std::int32_t> contact_nodes;  // where F_contact can be other than 0
+    std::vector<DrivenDofs> driven;
+    std::optional<ExplicitBodies> bodies;
+    std::vector<DrivenMembers> driven_members;  // one per record and body
+    LineDoubles acting;           // node × 4: loads and contacts less internal forces, at members
+    std::vector<double> partial;  // sums of the sweeps' chunks
+
+    Work damping_work, wall_work, contact_work, support_work, rigid_work;
+    double start_energy = 0, largest_energy = 0, drift = 0, largest_drift = 0;
+    ExplicitEnergies energies;
+    std::array<double, 3> momentum{}, angular_momentum{}, reaction{};
+
+    std::optional<StepBound> bound;
+    double stable_step = 0;  // s, of elements and given springs
+    bool step_warned = false;
+    std::int64_t next_check = 0;  // step of the next look at the current shapes
+
+    // output
+    NodeElements node_elements;
+    PointResults points;
+    std::vector<double> plastic_strain;
+    std::vector<std::int32_t> probes;  // 0-based nodes
+    ExplicitHistory history;
+    double loop_seconds = 0;
+    std::chrono::steady_clock::time_point start;
+};
+
+// Everything that the run needs before its first step, with the set-up's console lines; the
+// results are sized and frame 1 is stored. False with the report's status set.
+bool set_up_explicit(ModelStore& store, const Settings& settings, const ExplicitOptions& options,
+                     ExplicitState& state, RunReport& report);
+
+// One step, s = state.step + 1. Sets state.diverged.
+void explicit_step(ModelStore& store, ExplicitState& state, RunReport& report);
+
+// Forces of the configuration in force at t_n: internal ones from the blocks, then walls and contact.
+// False when an element is inverted or an expression has no value.
+bool find_forces(ExplicitState& state);
+
+// v_{n+½} into v_new and the works up to t_n.
+void find_velocities(const ModelStore& store, ExplicitState& state);
+
+// Stores the frame and the row of the history that belong to the step done last.
+void store_frame(ModelStore& store, ExplicitState& state);
+void begin_history(const ModelStore& store, const ExplicitOptions& options, ExplicitState& state);
+
+}  // namespace kestralum

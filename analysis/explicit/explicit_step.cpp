@@ -1,0 +1,222 @@
+#include <algorithm>
+#include <cmath>
+
+#include "analysis/explicit/explicit_state.h"
+#include "elements/element_type.h"
+#include "model/console.h"
+
+namespace kestralum {
+
+namespace {
+
+constexpr std::int64_t chunk_nodes = 1024;  // one partial sum each, whatever the number of threads
+constexpr std::int64_t steps_per_check = 100;
+
+std::int64_t chunks_of(const ExplicitState& s) {
+    return (static_cast<std::int64_t>(s.u.size() / 4) + chunk_nodes - 1) / chunk_nodes;
+}
+
+ContactArrays contact_arrays(ExplicitState& s) {
+    return {s.x.data(), s.v.data(), s.mass.data(), s.b.data(), s.F_contact.data()};
+}
+
+// v_{n+½} of the degrees of freedom that the equations of motion rule; the others get 0. Returns the
+// work of damping in the half steps before and after t_n.
+std::array<double, 2> update_velocities(ExplicitState& s) {
+    const std::int64_t chunks = chunks_of(s), nodes = static_cast<std::int64_t>(s.u.size() / 4);
+    s.partial.resize(2 * chunks);
+    const double half = 0.5 * s.d_time;
+#pragma omp parallel for schedule(dynamic, 2) num_threads(s.team) if (s.team > 1)
+    for (std::int64_t c = 0; c < chunks; ++c) {
+        const auto first = static_cast<std::size_t>(4 * c * chunk_nodes),
+                   last = static_cast<std::size_t>(4 * std::min(nodes, (c + 1) * chunk_nodes));
+        for (std::size_t k = first; k < last; ++k)
+            s.v_new[k] = s.a[k] * s.v[k] + s.b[k] * (s.F[k] + s.F_contact[k] - s.R[k]);
+        double before = 0, after = 0;
+        if (s.damped)
+            for (std::size_t k = first; k < last; ++k) {
+                const double force = 0.5 * s.damping[k] * (s.v[k] + s.v_new[k]);
+                before += force * s.v[k];
+                after += force * s.v_new[k];
+            }
+        s.partial[2 * c] = half * before;
+        s.partial[2 * c + 1] = half * after;
+    }
+    std::array<double, 2> work{};
+    for (std::size_t c = 0; c < s.partial.size(); ++c) work[c % 2] += s.partial[c];
+    return work;
+}
+
+// Prescribed velocities at t_n + Δt/2, and the power of the forces that see to them.
+std::array<double, 2> drive(const ModelStore& store, ExplicitState& s) {
+    std::array<double, 2> power{};
+    const double middle = (static_cast<double>(s.step) + 0.5) * s.d_time;
+    for (const DrivenDofs& driven : s.driven) {
+        const double velocity = driven.velocity.at(middle, store.parameters);
+        for (std::int32_t place : driven.places) {
+            const std::size_t k = place;
+            s.v_new[k] = velocity;
+            const double force =
+                s.mass[k] * (velocity - s.v[k]) / s.d_time + s.R[k] - s.F[k] - s.F_contact[k];
+            power[0] += force * s.v[k];
+            power[1] += force * velocity;
+        }
+    }
+    return power;
+}
+
+// u_{n+1} and x_{n+1}; false when some displacement is not a finite number.
+bool move(ExplicitState& s) {
+    const std::int64_t chunks = chunks_of(s), nodes = static_cast<std::int64_t>(s.u.size() / 4);
+    int lost = 0;
+#pragma omp parallel for schedule(dynamic, 2) num_threads(s.team) if (s.team > 1) reduction(| : lost)
+    for (std::int64_t c = 0; c < chunks; ++c) {
+        const auto first = static_cast<std::size_t>(4 * c * chunk_nodes),
+                   last = static_cast<std::size_t>(4 * std::min(nodes, (c + 1) * chunk_nodes));
+        double sum = 0;  // of u - u: 0, or not a number
+        for (std::size_t k = first; k < last; ++k) {
+            s.du[k] = s.d_time * s.v_new[k];
+            s.u[k] += s.du[k];
+            s.x[k] = s.X[k] + s.u[k];
+            sum += s.u[k] - s.u[k];
+        }
+        lost |= !(sum == 0);
+    }
+    s.v.swap(s.v_new);
+    return lost == 0;
+}
+
+std::string part_of(const ModelStore& store, std::int32_t e) {
+    return store.parts[store.mesh.p_ele_part_id[e]].name;
+}
+
+// Every element with a node whose displacement is not finite, at its first such node.
+void list_lost_elements(const ModelStore& store, const ExplicitState& s) {
+    const Mesh& mesh = store.mesh;
+    const std::size_t per_element = mesh.node_per_element();
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e)
+        for (std::size_t i = 0; i < per_element; ++i) {
+            const std::size_t n =
+                node_index(mesh.connectivity[static_cast<std::size_t>(e) * per_element + i]);
+            const double* u = s.u.data() + 4 * n;
+            if (std::isfinite(u[0]) && std::isfinite(u[1]) && std::isfinite(u[2])) continue;
+            const double* X = mesh.coordinates.data() + 3 * n;
+            const std::int32_t part = mesh.p_ele_part_id[e];
+            console::print("Ele=%d,%zu; part=%d[%s], coord:%.3e, %.3e, %.3e\n", e, i, part,
+                           part_of(store, e).c_str(), X[0], X[1], X[2]);
+            console::print("         :%.3e,%.3e,%.3e\n", u[0], u[1], u[2]);
+            break;
+        }
+}
+
+void stop(ExplicitState& s, RunReport& report, std::string why) {
+    s.diverged = true;
+    console::notice("%s", why.c_str());
+    report.fail(RunStatus::failed, std::move(why));
+}
+
+// The stable step of the shapes in force, looked at now and then and said once.
+void check_shapes(const ModelStore& store, ExplicitState& s, RunReport& report) {
+    if (s.step_warned || s.step < s.next_check) return;
+    s.next_check = s.step + steps_per_check;
+    const StableStep worst = s.bound->worst_above(s.x.data(), s.d_time, s.team);
+    if (worst.element < 0) return;
+    s.step_warned = true;
+    std::string line = console::format(
+        "step %lld: d_time = %.3e s passes the stable step of %.3e s of element %d, part %s, in its present "
+        "shape",
+        static_cast<long long>(s.step), s.d_time, worst.step, worst.element + 1,
+        part_of(store, worst.element).c_str());
+    console::notice("%s", line.c_str());
+    report.remarks.notices.push_back(std::move(line));
+}
+
+}  // namespace
+
+namespace {
+
+// The bodies' part of the velocities at t_n + Δt/2, after friction has said what it takes.
+void advance_bodies(const ModelStore& store, ExplicitState& s, std::array<double, 2>& driving,
+                    std::array<double, 2>& loads) {
+    const double middle = (static_cast<double>(s.step) + 0.5) * s.d_time;
+    for (DrivenMembers& record : s.driven_members)
+        record.velocity = record.given.at(middle, store.parameters);
+    for (const ExplicitBody& body : s.bodies->bodies())
+        for (std::int32_t n : body.geometry.members)
+            for (std::size_t c = 0; c < 3; ++c) {
+                const std::size_t k = 4 * n + c;
+                s.acting[k] = s.F[k] + s.F_contact[k] - s.R[k];
+            }
+    s.bodies->advance({s.u.data(), s.acting.data(), s.v_new.data()}, s.driven_members, s.d_time, driving,
+                      loads);
+}
+
+}  // namespace
+
+bool find_forces(ExplicitState& s) {
+    const bool sound = s.blocks->evaluate(s.x.data(), s.du.data(), s.team);
+    s.blocks->gather_forces(s.R.data(), s.team);
+    for (std::int32_t n : s.contact_nodes)
+        std::fill_n(s.F_contact.begin() + 4 * static_cast<std::ptrdiff_t>(n), 3, 0.0);
+    const double time = static_cast<double>(s.step) * s.d_time;
+    if (s.contacts) s.contacts->push(contact_arrays(s), time);
+    const bool placed = !s.walls || s.walls->push(contact_arrays(s), time);
+    return sound && placed;
+}
+
+void find_velocities(const ModelStore& store, ExplicitState& s) {
+    // nothing was done before the start
+    const bool start = s.step == 0;
+    const double half = 0.5 * s.d_time;
+    auto book = [&](Work& work, std::array<double, 2> power, double factor) {
+        work.add(start ? 0.0 : factor * power[0], factor * power[1]);
+    };
+    book(s.damping_work, update_velocities(s), 1.0);
+    std::array<double, 2> driving{}, loads{};
+    if (!s.driven.empty()) driving = drive(store, s);
+    if (s.walls) s.walls->rub(contact_arrays(s), s.v_new.data());
+    if (s.bodies) {
+        advance_bodies(store, s, driving, loads);
+        book(s.rigid_work, loads, half);
+    }
+    book(s.support_work, driving, half);
+    if (s.walls) {
+        book(s.wall_work, s.walls->power(s.v.data(), s.v_new.data()), half);
+    }
+    if (s.contacts) book(s.contact_work, s.contacts->power(s.v.data(), s.v_new.data()), half);
+    s.velocities_known = true;
+}
+
+void explicit_step(ModelStore& store, ExplicitState& s, RunReport& report) {
+    const std::int64_t step = s.step + 1;
+    console::print("########## Time: %.3e[s]  %lld/%lld##########\n", static_cast<double>(step) * s.d_time,
+                   static_cast<long long>(step), static_cast<long long>(s.time_num));
+    if (!s.velocities_known) find_velocities(store, s);
+    s.velocities_known = false;
+    const bool finite = move(s);
+    if (s.bodies) {
+        s.bodies->arrive(s.u, s.du, s.x, s.X);
+        s.bodies->print_velocities();
+    }
+    s.step = step;
+    const bool sound = find_forces(s);
+    if (!finite) {
+        list_lost_elements(store, s);
+        stop(s, report,
+             console::format("the run diverges in step %lld: a displacement is not a finite number",
+                             static_cast<long long>(step)));
+    } else if (!sound) {
+        const std::int32_t e = s.blocks->first_inverted();
+        stop(s, report,
+             e >= 0 ? console::format("the run diverges in step %lld: element %d of part %s has a point "
+                                      "whose volume is no longer positive",
+                                      static_cast<long long>(step), e + 1, part_of(store, e).c_str())
+                    : console::format("step %lld: the motion of a wall has no finite value",
+                                      static_cast<long long>(step)));
+    } else {
+        if (step % s.output_frequency == 0 && s.frames < s.out_time_num) store_frame(store, s);
+        check_shapes(store, s, report);
+    }
+}
+
+}  // namespace kestralum

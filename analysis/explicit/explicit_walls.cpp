@@ -1,0 +1,155 @@
+#include "analysis/explicit/explicit_walls.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace kestralum {
+
+double penalty_share(double d_time, double stable_step, double damping) {
+    const double wt = 2 * d_time / stable_step;
+    const double room = std::max(0.05, 0.9 * (4 - wt * wt));
+    const double root = std::sqrt(4 * damping * damping + room) - 2 * damping;
+    return std::min(0.5, root * root);
+}
+
+WallSet::WallSet(std::span<const RigidWall> walls, std::span<const Parameter> parameters,
+                 std::vector<std::int32_t> nodes, double d_time, double stable_step, int sharing)
+    : parameters_(parameters.begin(), parameters.end()), nodes_(std::move(nodes)), d_time_(d_time) {
+    for (const RigidWall& wall : walls) {
+        Placed placed{
+            wall, {}, {}, {}, penalty_share(d_time, stable_step, wall.damping) / std::max(1, sharing), {}};
+        for (std::size_t c = 0; c < 3; ++c) placed.centre[c] = 0.5 * (wall.box[2 * c] + wall.box[2 * c + 1]);
+        placed.touches.reserve(nodes_.size());
+        walls_.push_back(std::move(placed));
+    }
+}
+
+// Where x (relative to the displaced wall's frame) lies: the outward normal and the depth behind the
+// surface. False outside of the wall's extent; a box without thickness in a direction does not bound it.
+bool WallSet::reach(const Placed& placed, const double* x, std::array<double, 3>& normal,
+                    double& depth) const {
+    const RigidWall& wall = placed.wall;
+    const std::size_t axis = wall.axis;
+    std::array<double, 3> r{};
+    for (std::size_t c = 0; c < 3; ++c) {
+        const double at = x[c] - placed.now[c];
+        const bool bounds =
+            wall.kind == WallKind::plane ? c != axis : wall.kind == WallKind::cylinder && c == axis;
+        if (bounds && wall.box[2 * c] < wall.box[2 * c + 1] &&
+            !(at >= wall.box[2 * c] && at <= wall.box[2 * c + 1]))
+            return false;
+        r[c] = at - placed.centre[c];
+    }
+    normal = {};
+    if (wall.kind == WallKind::plane) {
+        depth = -wall.side * r[axis];
+        normal[axis] = wall.side;
+        const double thickness = wall.box[2 * axis + 1] - wall.box[2 * axis];
+        return !(thickness > 0 && depth > 0.5 * thickness);
+    }
+    if (wall.kind == WallKind::cylinder) r[axis] = 0;
+    const double distance = std::sqrt(r[0] * r[0] + r[1] * r[1] + r[2] * r[2]);
+    if (!(distance > 0)) return false;
+    depth = wall.side * (wall.radius - distance);
+    for (std::size_t c = 0; c < 3; ++c) normal[c] = wall.side * r[c] / distance;
+    return true;
+}
+
+bool WallSet::push(const ContactArrays& arrays, double time) {
+    for (Placed& placed : walls_) {
+        for (std::size_t c = 0; c < 3; ++c) {
+            placed.now[c] = placed.wall.motion[c].at(time, parameters_);
+            placed.next[c] = placed.wall.motion[c].at(time + d_time_, parameters_);
+            if (!std::isfinite(placed.now[c]) || !std::isfinite(placed.next[c])) return false;
+        }
+        placed.touches.clear();
+        for (std::int32_t n : nodes_) {
+            const std::size_t at = 4 * n;
+            std::array<double, 3> normal;
+            double depth;
+            if (!reach(placed, arrays.x + at, normal, depth) || !(depth > 0)) continue;
+            if (arrays.b[at] == 0 && arrays.b[at + 1] == 0 && arrays.b[at + 2] == 0) continue;
+            const double m = arrays.mass[at];
+            const double k =
+                placed.wall.stiffness > 0 ? placed.wall.stiffness : placed.share * m / (d_time_ * d_time_);
+            double away = 0;  // speed out of the wall
+            for (std::size_t c = 0; c < 3; ++c)
+                away += normal[c] * (arrays.v[at + c] - (placed.next[c] - placed.now[c]) / d_time_);
+            const double press = std::max(0.0, k * depth - 2 * placed.wall.damping * std::sqrt(k * m) * away);
+            Touch touch{n, normal, {}, press};
+            for (std::size_t c = 0; c < 3; ++c) arrays.F[at + c] += touch.force[c] = press * normal[c];
+            placed.touches.push_back(touch);
+        }
+    }
+    return true;
+}
+
+void WallSet::rub(const ContactArrays& arrays, double* v_new) {
+    for (Placed& placed : walls_) {
+        if (!(placed.wall.friction > 0)) continue;
+        for (Touch& touch : placed.touches) {
+            const std::size_t at = 4 * touch.node;
+            std::array<double, 3> slip{};
+            double along = 0, speed = 0, gain = 0;
+            for (std::size_t c = 0; c < 3; ++c) {
+                slip[c] = v_new[at + c] - (placed.next[c] - placed.now[c]) / d_time_;
+                along += slip[c] * touch.normal[c];
+                gain = std::max(gain, arrays.b[at + c]);
+            }
+            for (std::size_t c = 0; c < 3; ++c) {
+                slip[c] -= along * touch.normal[c];
+                speed += slip[c] * slip[c];
+            }
+            speed = std::sqrt(speed);
+            if (!(speed > 0)) continue;
+            // what stops the slip within the step, at most the sliding force
+            const double force = std::min(placed.wall.friction * touch.press, speed / gain);
+            for (std::size_t c = 0; c < 3; ++c) {
+                if (arrays.b[at + c] == 0) continue;
+                const double f = -force * slip[c] / speed;
+                touch.force[c] += f;
+                arrays.F[at + c] += f;
+                v_new[at + c] += arrays.b[at + c] * f;
+            }
+        }
+    }
+}
+
+std::array<double, 2> WallSet::power(const double* v, const double* v_new) const {
+    std::array<double, 2> sum{};
+    for (const Placed& placed : walls_)
+        for (const Touch& touch : placed.touches)
+            for (std::size_t c = 0; c < 3; ++c) {
+                const std::size_t at = 4 * touch.node + c;
+                sum[0] += touch.force[c] * v[at];
+                sum[1] += touch.force[c] * v_new[at];
+            }
+    return sum;
+}
+
+std::array<double, 3> WallSet::force(std::size_t wall) const {
+    std::array<double, 3> sum{};
+    for (const Touch& touch : walls_[wall].touches)
+        for (std::size_t c = 0; c < 3; ++c) sum[c] += touch.force[c];
+    return sum;
+}
+
+std::int64_t WallSet::touching() const {
+    std::int64_t count = 0;
+    for (const Placed& placed : walls_) count += static_cast<std::int64_t>(placed.touches.size());
+    return count;
+}
+
+double WallSet::stiff_spring(std::span<const double> mass) const {
+    double least = 0;
+    for (const Placed& placed : walls_)
+        for (std::int32_t n : nodes_) {
+            const double m = mass[4 * n];
+            if (!(placed.wall.stiffness > placed.share * m / (d_time_ * d_time_))) continue;
+            const double ratio = m / placed.wall.stiffness;
+            least = least > 0 ? std::min(least, ratio) : ratio;
+        }
+    return least;
+}
+
+}  // namespace kestralum

@@ -1,0 +1,118 @@
+// Load increments and the Newton iteration on Q(u) = F: the numerical half of the nonlinear static analysis.
+//
+// F   applied forces of the increment, one per equation, N
+// Q   internal forces of the current stresses, one per equation, N
+// E   F - Q; an increment has converged when |E|/|F| < tolerance
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "conditions/constraints.h"
+#include "elements/finite_elements.h"
+#include "model/run_report.h"
+#include "model/settings.h"
+#include "solver/ldl.h"
+#include "solver/sparse.h"
+#include "system/bordered.h"
+
+namespace kestralum {
+
+enum class NewtonOutcome { converged, unconverged, diverged, failed };
+
+struct NewtonOptions {
+    double tolerance = 1e-6;
+    int limit = 100;              // iterations of one attempt
+    std::int32_t increments = 1;  // told in the progress lines
+    std::int32_t diag_num = 0;    // band measure of the numbering
+};
+
+// The rigid bodies of the run, with their records; borrowed.
+struct NewtonBodies {
+    const RigidSystem& system;
+    std::span<const RigidForce> forces;
+    std::span<const RigidCombine> combines;
+};
+
+// The iteration of one body. Prints the progress lines.
+class NewtonSolver {
+public:
+    // Borrows all; the body is at rest. load: nodal forces at load factor 1, one per free degree of freedom
+    // of `numbering`, members of rigid bodies included. bodies: null without any.
+    NewtonSolver(FiniteBody& body, const NodeElements& node_elements, const DofNumbering& numbering,
+                 std::span<const double> load, const NewtonOptions& options, const Settings& settings,
+                 const NewtonBodies* bodies = nullptr);
+
+    // The pattern and its reduction to the equations, and K at rest. False with the error told in
+    // report: a flat element, nothing free, the disk budget.
+    bool prepare(RunReport& report);
+
+    // K at rest without the supported degrees of freedom: its diagonal weighs the shares of area forces.
+    const SparseKM& stiffness() const { return constrained_; }
+    void set_load(std::vector<double> load) { load_ = std::move(load); }
+
+    // Increment `number` (from 1) up to `factor` times the load. Starts once more with a line search where
+    // the first attempt does not converge. On `converged` the states are committed; on `unconverged` the body
+    // is at its last iterate; on `diverged` and `failed` it is where the increment began.
+    IncrementReport advance(std::int32_t number, double factor);
+
+    // One per equation: those of nodes on no rigid body, then the bodies'.
+    std::span<const double> internal() const { return Q_; }
+    std::span<const RigidState> states() const { return states_; }
+    // Work of the loads between two placements, by the trapezoidal rule (J).
+    double work(const std::vector<double>& u_before, std::span<const RigidState> states_before,
+                double factor_before, double factor) const;
+    std::vector<double> seconds{0, 0, 0, 0, 0};  // assemble, factor, solve, stresses, gather; all iterations
+    NewtonOutcome outcome = NewtonOutcome::converged;  // of the last increment
+    std::string error;  // why the last increment ended as `failed` or `diverged`
+
+private:
+    NewtonOutcome attempt(bool search, IncrementReport& report);
+    bool assemble();
+    bool factor_and_solve(std::vector<double>& du, IncrementReport& report);
+    struct Placement {
+        std::vector<double> u;
+        std::vector<RigidState> states;
+    };
+    Placement placement() const { return {body_.u, states_}; }
+    bool place(const Placement& from, std::span<const double> du, double s);
+    void set_forces(double factor);
+    void add_load_stiffness(std::span<double> K_rr) const;
+    double energy(const std::vector<double>& du) const;
+    bool search_along(const Placement& from, const std::vector<double>& du);
+    bool evaluate();  // stresses and Q at body.u; false where an element is inverted
+    double measure(IncrementReport& report);
+    bool names_free_motion();
+    void print_head(int iteration) const;
+    void print_rigid_displacements() const;
+
+    FiniteBody& body_;
+    const NodeElements& node_elements_;
+    const DofNumbering& numbering_;
+    std::vector<double> load_;
+    NewtonOptions options_;
+    const Settings& settings_;
+
+    const NewtonBodies* bodies_;
+    NodeNeighbours neighbours_;
+    // K of all degrees of freedom, of those that no support holds, and of those on no rigid body either
+    SparseKM full_, constrained_, reduced_;
+    std::vector<std::int64_t> kept_,
+        kept_free_;                       // per entry of constrained_ and reduced_: its place in full_
+    DofNumbering free_;                   // numbering of reduced_
+    std::vector<std::int32_t> equation_;  // per row of constrained_: row of reduced_, -1 = member
+    Border border_;
+    std::vector<RigidState> states_;
+    std::unique_ptr<BorderedFactor> factor_;
+    std::vector<double> F_, Q_;
+    std::vector<double> nodal_Q_;  // 3 per node
+    double load_factor_ = 0;
+    bool free_motion_checked_ = false;
+    bool at_rest_ = false;  // prepare() has left K at rest, which the first iteration takes
+    double assemble_seconds_ = 0;
+    double largest_load_ = 0;  // |F| so far: E is told against it where F vanishes
+    double gather_seconds_ = 0;
+    std::int32_t number_ = 0;
+};
+
+}  // namespace kestralum

@@ -1,0 +1,124 @@
+#include "analysis/nonlinear/nonlinear_output.h"
+
+#include <algorithm>
+#include <limits>
+#include <numeric>
+
+#include "model/console.h"
+#include "results/displacement_file.h"
+#include "results/text_output.h"
+
+namespace kestralum {
+
+namespace {
+
+// The elements with the largest Mises stress at one of their points, in ascending number.
+std::vector<std::int32_t> hardest_elements(const std::vector<double>& mises, std::int32_t elements,
+                                           std::size_t points) {
+    constexpr std::size_t most = 100;
+    std::vector<std::int32_t> order(elements);
+    std::iota(order.begin(), order.end(), 0);
+    const auto value = [&](std::int32_t e) {
+        const auto first = mises.begin() + static_cast<std::ptrdiff_t>(static_cast<std::size_t>(e) * points);
+        return *std::max_element(first, first + static_cast<std::ptrdiff_t>(points));
+    };
+    if (order.size() > most) {
+        std::nth_element(order.begin(), order.begin() + most, order.end(),
+                         [&](std::int32_t a, std::int32_t b) {
+                             const double x = value(a), y = value(b);
+                             return x != y ? x > y : a < b;
+                         });
+        order.resize(most);
+    }
+    std::sort(order.begin(), order.end());
+    return order;
+}
+
+bool write(const std::string& name, RunReport& report, const std::function<void(TextOutput&)>& fill) {
+    const std::string trouble = write_whole(name, fill);
+    if (!trouble.empty()) report.fail(RunStatus::failed, trouble);
+    return trouble.empty();
+}
+
+bool write_integ_stress(const NonlinearHistory& history, const ModelStore& store, RunReport& report) {
+    const std::size_t points = element_type(store.mesh.element_type).points;
+    return write("log\\integ_stress.txt", report, [&](TextOutput& file) {
+        std::string line;
+        for (std::int32_t e : hardest_elements(history.mises.back(), store.mesh.element_num(), points))
+            for (std::size_t p = 0; p < points; ++p) {
+                line.clear();
+                for (const auto& mises : history.mises)
+                    FormatLine(line, "[%d][%d]:%e ") << e + 1 << static_cast<std::int32_t>(p)
+                                                     << mises[static_cast<std::size_t>(e) * points + p];
+                file.write(line += '\n');
+            }
+    });
+}
+
+bool write_Q(const NonlinearHistory& history, RunReport& report) {
+    return write("log\\Q.txt", report, [&](TextOutput& file) {
+        std::string line;
+        for (std::size_t k = 0; k < history.Q.front().size(); ++k) {
+            line.clear();
+            for (const auto& Q : history.Q) {
+                append_e(line, Q[k]);
+                line += ' ';
+            }
+            file.write(line += '\n');
+        }
+    });
+}
+
+bool write_history(const NonlinearHistory& history, const ModelStore& store, RunReport& report) {
+    std::string text =
+        "load_factor,iterations,E/"
+        "F,converged,largest_displacement[m],plastic_volume_share,work[J],negative_pivots";
+    for (std::int32_t node : history.probes)
+        for (const char* axis : {"x", "y", "z"}) text += console::format(",u%s_node%d[m]", axis, node + 1);
+    text += '\n';
+    for (std::size_t k = 0; k < history.factors.size(); ++k) {
+        const IncrementReport& i = report.nonlinear.increments[k];
+        const auto number = [&](double value) {
+            text += ',';
+            append_e(text, value);
+        };
+        append_e(text, i.factor);
+        text += ',';
+        append_d(text, i.iterations);
+        number(i.ratio);
+        text += i.converged ? ",1" : ",0";
+        number(i.largest_displacement);
+        number(i.plastic_share);
+        number(i.work);
+        text += ',';
+        append_d(text, i.negative_pivots);
+        for (double u : history.probe_u[k]) number(u);
+        text += '\n';
+    }
+    return write(history_file_name(store), report, [&](TextOutput& file) { file.write(text); });
+}
+
+}  // namespace
+
+void NonlinearHistory::begin(const ModelStore& store, const NodeElements& node_elements,
+                             std::span<const std::array<double, 3>> places) {
+    for (const auto& place : places) probes.push_back(nearest_node(store.mesh, node_elements, place));
+}
+
+void NonlinearHistory::add(double factor, std::span<const double> internal, const FiniteBody& body) {
+    factors.push_back(factor);
+    Q.emplace_back(internal.begin(), internal.end());
+    std::vector<double>& values = mises.emplace_back(body.stress.size() / 6);
+    for (std::size_t p = 0; p < values.size(); ++p) values[p] = kestralum::mises(&body.stress[6 * p]);
+    std::vector<double>& u = probe_u.emplace_back();
+    for (std::int32_t node : probes)
+        for (std::size_t c = 0; c < 3; ++c) u.push_back(body.u[3 * node + c]);
+}
+
+bool NonlinearHistory::write(const ModelStore& store, RunReport& report) const {
+    const bool stress = write_integ_stress(*this, store, report);
+    const bool forces = write_Q(*this, report);
+    return write_history(*this, store, report) && stress && forces;
+}
+
+}  // namespace kestralum

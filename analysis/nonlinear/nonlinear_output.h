@@ -1,0 +1,35 @@
+// What a nonlinear run writes beside its result file.
+#pragma once
+
+#include <array>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "conditions/constraints.h"
+#include "elements/finite_elements.h"
+#include "model/model_store.h"
+#include "model/run_report.h"
+
+namespace kestralum {
+
+// Per increment: internal forces, Mises stresses of all points and the probes' displacements.
+struct NonlinearHistory {
+    std::vector<double> factors;
+    std::vector<std::vector<double>> Q;        // increment × equations, N
+    std::vector<std::vector<double>> mises;    // increment × points, N/m^2
+    std::vector<std::int32_t> probes;          // nodes, 0-based
+    std::vector<std::vector<double>> probe_u;  // increment × 3·probes, m
+
+    void begin(const ModelStore& store, const NodeElements& node_elements,
+               std::span<const std::array<double, 3>> places);
+    void add(double factor, std::span<const double> internal, const FiniteBody& body);
+
+    // "log\integ_stress.txt": a line for each point of the 100 elements with the largest Mises stress at the
+    // end, "[element][point]:%e " per increment (element from 1, point from 0). "log\Q.txt": a line for each
+    // equation, "%e " per increment. "log\history_NAME.csv". False with report's error when one cannot be
+    // written.
+    bool write(const ModelStore& store, RunReport& report) const;
+};
+
+}  // namespace kestralum

@@ -1,0 +1,72 @@
+#include "app/window/dialogs.h"
+
+#include <QDir>
+#include <QFileDialog>
+#include <QInputDialog>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QVBoxLayout>
+#include <algorithm>
+
+#include "view/display_state.h"
+
+namespace kestralum {
+
+QString ask_for_file(QWidget* parent, const char* filter) {
+    static QString folder = QDir("data").exists() ? QDir("data").absolutePath() : QDir::currentPath();
+    const QString name = QFileDialog::getOpenFileName(parent, "Open file", folder, filter);
+    if (!name.isEmpty()) folder = QFileInfo(name).absolutePath();
+    return name;
+}
+
+std::optional<QSize> ask_for_size(QWidget* parent, const QSize& current) {
+    bool taken = false;
+    const QString text =
+        QInputDialog::getText(parent, "Grabber", "Enter pixmap size:", QLineEdit::Normal,
+                              QString("%1 x %2").arg(current.width()).arg(current.height()), &taken);
+    if (!taken) return std::nullopt;
+    const auto size = view::pixmap_size(text.toStdString());
+    if (!size) {
+        show_errors(parent, "No size of a pixmap: " + text, {"Write width x height, such as 640 x 480."});
+        return std::nullopt;
+    }
+    return QSize((*size)[0], (*size)[1]);
+}
+
+void show_errors(QWidget* parent, const QString& headline, const QStringList& errors) {
+    constexpr qsizetype most = 12;
+    QStringList shown = errors.mid(0, most);
+    if (errors.size() > most) shown << QString("and %1 more, on the console").arg(errors.size() - most);
+    QMessageBox box(QMessageBox::Warning, "KESTRALUM", headline, QMessageBox::Ok, parent);
+    box.setInformativeText(shown.join("\n").toHtmlEscaped().replace("\n", "<br>"));
+    box.setTextFormat(Qt::RichText);
+    box.setText(headline.toHtmlEscaped());
+    box.exec();
+}
+
+PixmapWindow::PixmapWindow(const QPixmap& pixmap, QWidget* parent)
+    : QWidget(parent, Qt::Window), pixmap_(pixmap) {
+    setAttribute(Qt::WA_DeleteOnClose);
+    setWindowTitle(QString("KESTRALUM - pixmap %1 x %2").arg(pixmap.width()).arg(pixmap.height()));
+    auto* label = new QLabel;
+    label->setPixmap(pixmap);
+    auto* scroll = new QScrollArea;
+    scroll->setWidget(label);
+    auto* button = new QPushButton("&Save...");
+    connect(button, &QPushButton::clicked, this, &PixmapWindow::save);
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(scroll);
+    layout->addWidget(button, 0, Qt::AlignLeft);
+    resize(std::min(pixmap.width() + 40, 1000), std::min(pixmap.height() + 80, 760));
+}
+
+void PixmapWindow::save() {
+    const QString name =
+        QFileDialog::getSaveFileName(this, "Save pixmap", "picture.png", "Images (*.png *.jpg)");
+    if (name.isEmpty()) return;
+    if (!pixmap_.save(name)) show_errors(this, "The pixmap was not saved", {name + " cannot be written"});
+}
+
+}  // namespace kestralum

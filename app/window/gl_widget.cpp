@@ -1,0 +1,213 @@
+#include "app/window/gl_widget.h"
+
+#include <QMouseEvent>
+#include <QOpenGLContext>
+#include <QPainter>
+#include <QTimer>
+#include <QWheelEvent>
+
+#include "app/window/painter_texts.h"
+#include "app/window/render_image.h"
+#include "input/settings_reader.h"
+#include "model/console.h"
+#include "model/model_store.h"
+
+namespace kestralum {
+
+namespace {
+
+constexpr int period = 50;  // ms
+
+}  // namespace
+
+GLWidget::GLWidget(QWidget* parent) : QOpenGLWidget(parent) {
+    setFocusPolicy(Qt::StrongFocus);
+    setMinimumSize(200, 150);
+    auto* timer = new QTimer(this);
+    connect(timer, &QTimer::timeout, this, &GLWidget::advanceGears);
+    connect(this, &QOpenGLWidget::frameSwapped, this, [this] {
+        if (!drawing_.isValid()) return;
+        draw_time_ = drawing_.elapsed();
+        drawing_.invalidate();
+        since_drawn_.start();
+    });
+    timer->start(period);
+    console::print(" Qt timer %d[ms]\n", period);
+}
+
+GLWidget::~GLWidget() {
+    forget_context();
+    if (context()) disconnect(context(), nullptr, this, nullptr);
+}
+
+// The buffers go with their context.
+void GLWidget::forget_context() {
+    if (!context()) return;
+    makeCurrent();
+    shown_.drawing.release(true);
+    doneCurrent();
+}
+
+// A picture that takes longer than the period leaves as much time to the rest of the window.
+void GLWidget::advanceGears() {
+    if (draw_time_ > period && since_drawn_.isValid() && since_drawn_.elapsed() < draw_time_) return;
+    tick_ = true;
+    update();
+}
+
+// Settings and store are set up once in a process: a context made anew finds them.
+bool GLWidget::start_up() {
+    static bool done = false;
+    if (done) return true;
+    done = true;
+    if (read_setting_file() == SettingsStatus::missing) return false;
+    init_model_defaults();
+    return true;
+}
+
+void GLWidget::initializeGL() {
+    connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, &GLWidget::forget_context,
+            Qt::UniqueConnection);
+    if (ready_) return;  // a new context: buffers are sent again, everything else stands
+    ready_ = true;
+    const bool begun = start_up();
+    shown_.camera.shift = {0, 0, 0};
+    shown_.camera.turn = view::identity();
+    state().mouse_mode = view::MouseMode::translation;
+    shown_.reset_light();
+    shown_.model_changed();
+    console::print("max_length = %.3e\n", model_store().mesh.max_length);
+    // not from within the set-up of the context: what follows opens boxes and models
+    QMetaObject::invokeMethod(this, begun ? &GLWidget::started : &GLWidget::settings_missing,
+                              Qt::QueuedConnection);
+}
+
+void GLWidget::resizeGL(int width, int height) {
+    const double ratio = devicePixelRatioF();
+    view::resize(shown_.camera, static_cast<int>(width * ratio), static_cast<int>(height * ratio));
+}
+
+// A frame per repaint; a mode swings by the timer, so that turning the model does not speed it up.
+void GLWidget::step_animation() {
+    const ModelStore& store = model_store();
+    const int phase = state().phase;
+    view::advance(state(), store.ana_type, store.results.mode_num());
+    if (!tick_) state().phase = phase;
+    tick_ = false;
+}
+
+template <typename Use>
+void GLWidget::with_texts(Use use) {
+    if (use_glut_text()) {
+        view::gl::GlutText texts(shown_.camera.height);
+        use(texts);
+    } else {
+        PainterTexts texts;
+        use(texts);
+        texts.paint(this);
+    }
+}
+
+void GLWidget::draw_scene() {
+    with_texts([&](view::gl::TextPainter& texts) { shown_.draw(texts); });
+}
+
+void GLWidget::paintGL() {
+    if (hold_) {
+        QPainter(this).drawImage(rect(), held_);
+        return;
+    }
+    if (!grabbing_) {
+        if (step_ && !stepping_) {
+            stepping_ = true;
+            const auto step = step_;  // it may take itself away
+            step();
+            stepping_ = false;
+        }
+        step_animation();
+        drawing_.start();
+    }
+    draw_scene();
+    if (!grabbing_) emit painted();
+}
+
+QImage GLWidget::grab_picture() {
+    grabbing_ = true;
+    QImage image = grabFramebuffer();
+    grabbing_ = false;
+    return image;
+}
+
+QImage GLWidget::render_picture(const QSize& size, QString& error) {
+    makeCurrent();
+    QImage image = render_image(shown_, size, false, error);
+    doneCurrent();
+    return image;
+}
+
+void GLWidget::hold_picture(bool on) {
+    if (on == hold_) return;
+    if (on) held_ = grab_picture();
+    hold_ = on;
+    if (!on) held_ = {};
+}
+
+void GLWidget::fit_view() {
+    if (use_glut_text())
+        shown_.fit(view::gl::GlutText(shown_.camera.height));
+    else
+        shown_.fit(PainterTexts());
+    update();
+}
+
+void GLWidget::look_from(view::ViewDirection direction) {
+    view::look_from(shown_.camera, direction);
+    fit_view();
+}
+
+QPoint GLWidget::pixel(const QPointF& place) const {
+    return (place * devicePixelRatioF()).toPoint();
+}
+
+void GLWidget::mousePressEvent(QMouseEvent* event) {
+    pressed_at_ = pixel(event->position());
+    click_ = event->button() == Qt::LeftButton;
+    view::mouse_press(shown_.camera, pressed_at_.x(), pressed_at_.y());
+}
+
+void GLWidget::mouseMoveEvent(QMouseEvent* event) {
+    constexpr int drag = 3;  // pixels that a click may shake
+    const QPoint at = pixel(event->position());
+    if (click_ && (at - pressed_at_).manhattanLength() <= drag) return;
+    click_ = false;
+    auto move = [&](view::MouseButton button) {
+        view::mouse_move(shown_.camera, shown_.box(), button, state().mouse_mode, at.x(), at.y());
+    };
+    if (hold_) return;
+    if (event->buttons() & Qt::LeftButton)
+        move(view::MouseButton::left);
+    else if (event->buttons() & Qt::RightButton)
+        move(view::MouseButton::right);
+    else if (event->buttons() & Qt::MiddleButton)
+        move(view::MouseButton::middle);
+    update();
+}
+
+void GLWidget::mouseReleaseEvent(QMouseEvent* event) {
+    const QPoint at = pixel(event->position());
+    view::mouse_press(shown_.camera, at.x(), at.y());
+    if (!click_ || hold_ || event->button() != Qt::LeftButton) return;
+    click_ = false;
+    emit picked(QString::fromStdString(shown_.pick(at.x() + 0.5, at.y() + 0.5)));
+    update();
+}
+
+void GLWidget::wheelEvent(QWheelEvent* event) {
+    if (hold_) return;
+    const QPoint at = pixel(event->position());
+    view::zoom_at(shown_.camera, shown_.box(), event->angleDelta().y() / 120.0, at.x(), at.y());
+    update();
+    event->accept();
+}
+
+}  // namespace kestralum

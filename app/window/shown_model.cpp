@@ -1,0 +1,94 @@
+#include "app/window/shown_model.h"
+
+#include <utility>
+
+#include "conditions/constraints.h"
+#include "conditions/rigid_bodies.h"
+#include "model/model_store.h"
+#include "solver/sparse.h"
+
+namespace kestralum {
+
+namespace {
+
+// Nodes and normals of the rigid elements as an analysis finds them; the first element keeps a node. Records
+// that an analysis refuses are shown all the same.
+std::vector<view::RigidHold> find_rigid_holds(const ModelStore& store) {
+    std::vector<view::RigidHold> holds;
+    if (store.rigid_elements.empty()) return holds;
+    const Mesh& mesh = store.mesh;
+    const NodeElements around = elements_of_nodes(mesh);
+    RigidSystem system;
+    for (const RigidElement& record : store.rigid_elements) add_body(system, record, mesh, around);
+    if (mesh.node_n_dir.size() == mesh.coordinates.size()) find_normals(system, mesh);
+    for (RigidBody& body : system.bodies) holds.push_back({std::move(body.members), body.normal});
+    return holds;
+}
+
+}  // namespace
+
+void ShownModel::model_changed() {
+    const ModelStore& store = model_store();
+    fixed_nodes_.clear();
+    for (const BoundaryCondition& record : store.boundary_conditions) {
+        const auto nodes = select_nodes(record, store.mesh);
+        fixed_nodes_.insert(fixed_nodes_.end(), nodes.begin(), nodes.end());
+    }
+    rigid_holds_ = find_rigid_holds(store);
+    drawing.set_pick({});
+    drawing.mesh_changed();
+}
+
+void ShownModel::reset_light() {
+    const double L = model_store().mesh.max_length;
+    state.light = {L, L, L};
+}
+
+view::SceneTables ShownModel::tables() const {
+    const ModelStore& store = model_store();
+    return {.mesh = store.mesh,
+            .results = store.results,
+            .control = store.control,
+            .ana_type = store.ana_type,
+            .parts = store.parts,
+            .parts_o = store.parts_o,
+            .forces = store.forces,
+            .rigid_elements = store.rigid_elements,
+            .rigid_forces = store.rigid_forces,
+            .rigid_combines = store.rigid_combines,
+            .rigid_holds = rigid_holds_,
+            .walls = store.explicit_tables.walls,
+            .contacts = store.explicit_tables.contacts,
+            .parameters = store.parameters,
+            .fixed_nodes = fixed_nodes_};
+}
+
+view::Scene ShownModel::box() const {
+    return tables().box();
+}
+
+void ShownModel::fit(const view::gl::TextPainter& texts) {
+    drawing.update(tables(), state);
+    view::Margins margins;
+    const auto bar = view::gl::shown_bar(drawing.picture(), state, tables().ana_type);
+    margins.right = view::gl::bar_width(bar, camera, texts);
+    if (state.result_ready && state.shows(view::ViewFlag::text))
+        margins.bottom = 2.6 * texts.height(view::gl::TextSize::large);
+    const auto points = view::gl::extent_points(drawing.picture(), tables(), state);
+    view::fit_points(camera, box(), points, margins);
+}
+
+std::string ShownModel::pick(double x, double y) {
+    const view::SceneTables shown = tables();
+    drawing.update(shown, state);
+    const view::Picture& picture = drawing.picture();
+    std::vector<double> places;
+    picture.place(shown, state.phase, places);
+    const auto found = view::pick_node(view::unproject(camera, box(), x, y), picture.outside(), places,
+                                       view::pixel_slack(camera, 5));
+    drawing.set_pick(found);
+    if (!found) return "";
+    return view::status_text(*found, shown.mesh, picture.vector(), picture.values(), state.shown_contour());
+}
+
+}  // namespace kestralum

@@ -1,0 +1,12 @@
+// Draws a model into an image file without showing a window.
+#pragma once
+
+#include "app/window/window_options.h"
+
+namespace kestralum {
+
+// Reads what the options name, runs the analysis they ask for and writes the picture. The exit status of
+// the program; the console says why it is not 0.
+int make_snapshot(const WindowOptions& options);
+
+}  // namespace kestralum

@@ -1,0 +1,545 @@
+#include "conditions/rigid_bodies.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "model/console.h"
+#include "model/free_faces.h"
+
+namespace kestralum {
+
+namespace {
+
+void add(Vec3& a, const Vec3& b, double s = 1) {
+    for (std::size_t c = 0; c < 3; ++c) a[c] += s * b[c];
+}
+Vec3 force_of(const Vec6& f) {
+    return {f[0], f[1], f[2]};
+}
+Vec3 moment_of(const Vec6& f) {
+    return {f[3], f[4], f[5]};
+}
+
+// How nodes lie: at one point (0), on a line (1), or spread (2); the line's direction.
+struct Spread {
+    int rank = 0;
+    Vec3 direction{};
+};
+Spread spread_of(const Mesh& mesh, std::span<const std::int32_t> nodes) {
+    constexpr double tolerance = 1e-7;  // of the extent
+    Spread out;
+    if (nodes.empty()) return out;
+    const Vec3 origin = place_of(mesh, nodes[0]);
+    double farthest = 0;
+    for (std::int32_t n : nodes) {
+        const Vec3 r = minus(place_of(mesh, n), origin);
+        if (norm(r) > farthest) {
+            farthest = norm(r);
+            out.direction = r;
+        }
+    }
+    if (!(farthest > 0)) return out;
+    out.rank = 1;
+    out.direction = times(1 / farthest, out.direction);
+    for (std::int32_t n : nodes)
+        if (norm(cross(minus(place_of(mesh, n), origin), out.direction)) > tolerance * farthest) out.rank = 2;
+    return out;
+}
+
+void add_translations(RigidBody& body) {
+    for (std::size_t c = 0; c < 3; ++c) body.motions.emplace_back()[c] = 1;
+}
+void add_rotation(RigidBody& body, const Vec3& axis) {
+    body.motions.push_back({0, 0, 0, axis[0], axis[1], axis[2]});
+}
+void add_rotations(RigidBody& body) {
+    for (std::size_t c = 0; c < 3; ++c) body.motions.emplace_back()[3 + c] = 1;
+}
+
+// The motions that supports leave and that move a member.
+void find_motions(RigidBody& body, const Mesh& mesh, const std::string& name,
+                  std::vector<std::string>& notices) {
+    const Spread all = spread_of(mesh, body.members), held = spread_of(mesh, body.fixed);
+    body.pivot = {};
+    for (std::int32_t n : body.members)
+        add(body.pivot, place_of(mesh, n), 1.0 / static_cast<double>(body.members.size()));
+    if (!body.fixed.empty()) body.pivot = place_of(mesh, body.fixed[0]);
+    if (body.fixed.empty()) add_translations(body);
+    const bool turns = body.fixed.empty() || held.rank == 0;
+    if (all.rank == 0) {
+        notices.push_back("rigid element " + name + ": its members lie at one point: its rotations are held");
+    } else if (all.rank == 1) {
+        notices.push_back("rigid element " + name +
+                          ": its members lie on a line: the rotation about it is held");
+        body.axes_turn = true;
+        if (turns) {
+            const Vec3 first = across(all.direction);
+            add_rotation(body, first);
+            add_rotation(body, cross(all.direction, first));
+        }
+    } else if (turns) {
+        add_rotations(body);
+    } else if (held.rank == 1) {
+        add_rotation(body, held.direction);
+    }
+}
+
+bool inside_round(const RigidElement& record, const Vec3& x, double tolerance) {
+    const auto axis = static_cast<std::size_t>(std::clamp(record.region[4], 0.0, 2.0));
+    double along = 0, across2 = 0;
+    for (std::size_t c = 0; c < 3; ++c) {
+        const double d = x[c] - record.region[c];
+        if (c == axis)
+            along = std::abs(d);
+        else
+            across2 += d * d;
+    }
+    return along <= record.region[5] + tolerance && std::sqrt(across2) <= record.region[3] + tolerance;
+}
+
+}  // namespace
+
+std::int32_t RigidSystem::common_body(const std::int32_t* nodes, int count) const {
+    if (bodies.empty()) return -1;
+    const std::int32_t body = body_of_node[nodes[0] - 1];
+    for (int i = 1; i < count && body >= 0; ++i)
+        if (body_of_node[nodes[i] - 1] != body) return -1;
+    return body;
+}
+
+std::vector<char> RigidSystem::elements_inside(const Mesh& mesh) const {
+    if (bodies.empty()) return {};
+    const int nodes = mesh.node_per_element();
+    std::vector<char> inside(mesh.element_num());
+    for (std::size_t e = 0; e < inside.size(); ++e)
+        inside[e] = common_body(&mesh.connectivity[e * static_cast<std::size_t>(nodes)], nodes) >= 0;
+    return inside;
+}
+
+std::vector<std::int32_t> select_members(const RigidElement& record, const Mesh& mesh,
+                                         const NodeElements& node_elements) {
+    constexpr double tolerance = 1e-7;  // m
+    std::vector<std::int32_t> out;
+    for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
+        const std::size_t k = n;
+        if (node_elements.start[k] == node_elements.start[k + 1]) continue;
+        const Vec3 x = place_of(mesh, n);
+        bool inside = true;
+        if (record.kind == RigidSelection::round)
+            inside = inside_round(record, x, tolerance);
+        else
+            for (std::size_t c = 0; c < 3; ++c)
+                inside = inside && x[c] >= record.region[2 * c] - tolerance &&
+                         x[c] <= record.region[2 * c + 1] + tolerance;
+        if (inside) out.push_back(n);
+    }
+    return out;
+}
+
+void find_normals(RigidSystem& system, const Mesh& mesh) {
+    std::vector<double> area(system.bodies.size(), 0.0);
+    const std::size_t per_element = mesh.node_per_element();
+    for (const ElementFace& face : free_faces(mesh)) {
+        const auto local = outward_triangles(mesh.element_type, face.face);
+        std::vector<std::int32_t> nodes;
+        for (int p : local)
+            nodes.push_back(mesh.connectivity[static_cast<std::size_t>(face.element) * per_element +
+                                              static_cast<std::size_t>(p)]);
+        const std::int32_t b = system.common_body(nodes.data(), static_cast<int>(nodes.size()));
+        if (b < 0) continue;
+        for (std::size_t t = 0; t + 2 < nodes.size(); t += 3) {
+            const Vec3 a = place_of(mesh, nodes[t] - 1),
+                       n = times(0.5, cross(minus(place_of(mesh, nodes[t + 1] - 1), a),
+                                            minus(place_of(mesh, nodes[t + 2] - 1), a)));
+            add(system.bodies[b].normal, n);
+            area[b] += norm(n);
+        }
+    }
+    for (std::size_t b = 0; b < system.bodies.size(); ++b) {
+        RigidBody& body = system.bodies[b];
+        if (area[b] == 0)
+            for (std::int32_t n : body.members) {
+                const double* d = mesh.node_n_dir.data() + 3 * static_cast<std::ptrdiff_t>(n);
+                add(body.normal, {d[0], d[1], d[2]});
+                area[b] += 1;
+            }
+        const double size = norm(body.normal);
+        body.normal = size > 1e-6 * area[b] ? times(1 / size, body.normal) : Vec3{};
+    }
+}
+
+std::vector<std::int32_t> add_body(RigidSystem& system, const RigidElement& record, const Mesh& mesh,
+                                   const NodeElements& node_elements) {
+    if (system.empty()) system.body_of_node.assign(mesh.node_num(), -1);
+    RigidBody body;
+    body.record = static_cast<std::int32_t>(system.bodies.size());
+    body.reference = record.reference;
+    std::vector<std::int32_t> taken;
+    for (std::int32_t n : select_members(record, mesh, node_elements)) {
+        std::int32_t& owner = system.body_of_node[n];
+        if (owner >= 0) {
+            taken.push_back(n);
+            continue;
+        }
+        owner = body.record;
+        body.members.push_back(n);
+    }
+    system.bodies.push_back(std::move(body));
+    return taken;
+}
+
+RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh& mesh,
+                               const NodeElements& node_elements, std::span<const std::int32_t> fixed_nodes) {
+    RigidSystem out;
+    if (records.empty()) return out;
+    std::vector<char> fixed(mesh.node_num(), 0);
+    for (std::int32_t n : fixed_nodes) fixed[n] = 1;
+    for (std::size_t k = 0; k < records.size(); ++k) {
+        std::vector<std::vector<std::int32_t>> shared(k);
+        for (std::int32_t n : add_body(out, records[k], mesh, node_elements))
+            shared[out.body_of_node[n]].push_back(n);
+        RigidBody& body = out.bodies.back();
+        for (std::int32_t n : body.members)
+            if (fixed[n]) body.fixed.push_back(n);
+        for (std::size_t other = 0; other < k; ++other) {
+            if (shared[other].empty()) continue;
+            if (spread_of(mesh, shared[other]).rank == 2)
+                out.error = "rigid elements " + records[other].name + " and " + records[k].name + " share " +
+                            std::to_string(shared[other].size()) +
+                            " nodes that are not on a line: they are one body, make them one element";
+            else
+                out.notices.push_back(console::format(
+                    "rigid elements %s and %s share %zu node%s: %s has %s", records[other].name.c_str(),
+                    records[k].name.c_str(), shared[other].size(), shared[other].size() == 1 ? "" : "s",
+                    records[other].name.c_str(), shared[other].size() == 1 ? "it" : "them"));
+        }
+        if (body.members.empty() && out.error.empty())
+            out.error = "rigid element " + records[k].name + ": no node of its own in its region";
+        if (!out.error.empty()) return out;
+        find_motions(body, mesh, records[k].name, out.notices);
+        body.first = out.equations;
+        out.equations += body.count();
+    }
+    find_normals(out, mesh);
+    return out;
+}
+
+Mat3 rotation_of(const Vec3& t) {
+    const double angle2 = dot(t, t), angle = std::sqrt(angle2);
+    // sin x / x and (1 - cos x)/x², smooth through 0
+    const double a = angle > 1e-4 ? std::sin(angle) / angle : 1 - angle2 / 6;
+    const double half = std::sin(angle / 2);
+    const double b = angle > 1e-4 ? 2 * half * half / angle2 : 0.5 - angle2 / 24;
+    Mat3 R;
+    for (std::size_t i = 0; i < 3; ++i)
+        for (std::size_t j = 0; j < 3; ++j) R[3 * i + j] = b * t[i] * t[j] + (i == j ? 1 - b * angle2 : 0);
+    R[1] -= a * t[2], R[2] += a * t[1], R[3] += a * t[2], R[5] -= a * t[0], R[6] -= a * t[1],
+        R[7] += a * t[0];
+    return R;
+}
+
+// Through the quaternion's largest component (Spurrier, J. Spacecraft 15, 1978), which keeps its digits at
+// every angle.
+Vec3 rotation_vector(const Mat3& R) {
+    const double trace = R[0] + R[4] + R[8];
+    double w;
+    Vec3 v;
+    const double largest = std::max({trace, R[0], R[4], R[8]});
+    if (largest == trace) {
+        w = 0.5 * std::sqrt(1 + trace);
+        v = {(R[7] - R[5]) / (4 * w), (R[2] - R[6]) / (4 * w), (R[3] - R[1]) / (4 * w)};
+    } else {
+        const std::size_t i = largest == R[0] ? 0 : largest == R[4] ? 1 : 2, j = (i + 1) % 3, k = (i + 2) % 3;
+        v[i] = std::sqrt(0.5 * R[4 * i] + 0.25 * (1 - trace));
+        w = (R[3 * k + j] - R[3 * j + k]) / (4 * v[i]);
+        v[j] = (R[3 * j + i] + R[3 * i + j]) / (4 * v[i]);
+        v[k] = (R[3 * k + i] + R[3 * i + k]) / (4 * v[i]);
+    }
+    if (w < 0) {
+        w = -w;
+        v = times(-1, v);
+    }
+    const double size = norm(v);
+    return times(size > 1e-8 ? 2 * std::atan2(size, w) / size : 2 / w, v);
+}
+
+std::vector<Vec6> current_motions(const RigidBody& body, const RigidState& state) {
+    std::vector<Vec6> motions = body.motions;
+    if (body.axes_turn)
+        for (Vec6& m : motions) {
+            const Vec3 w = turned(state.R, moment_of(m));
+            std::copy(w.begin(), w.end(), m.begin() + 3);
+        }
+    return motions;
+}
+
+Vec3 displacement_of(const RigidBody& body, const RigidState& state, const Vec3& X) {
+    const Vec3 arm = minus(X, body.pivot);
+    Vec3 u = minus(turned(state.R, arm), arm);
+    add(u, state.u);
+    return u;
+}
+
+RigidState advanced(const RigidBody& body, const RigidState& state, const double* q) {
+    RigidState out = state;
+    Vec3 theta{};
+    const std::vector<Vec6> motions = current_motions(body, state);
+    for (std::size_t k = 0; k < motions.size(); ++k) {
+        add(out.u, force_of(motions[k]), q[k]);
+        add(theta, moment_of(motions[k]), q[k]);
+    }
+    out.R = multiply3(rotation_of(theta), state.R);
+    return out;
+}
+
+void expand_members(const RigidSystem& system, const Mesh& mesh, std::span<const double> q,
+                    std::span<double> u) {
+    for (const RigidBody& body : system.bodies) {
+        Vec3 v{}, w{};
+        for (std::int32_t k = 0; k < body.count(); ++k) {
+            const double amount = q[body.first + k];
+            add(v, force_of(body.motions[k]), amount);
+            add(w, moment_of(body.motions[k]), amount);
+        }
+        for (std::int32_t n : body.members) {
+            const Vec3 turn = cross(w, minus(place_of(mesh, n), body.pivot));
+            for (std::size_t c = 0; c < 3; ++c) u[3 * n + c] = v[c] + turn[c];
+        }
+        for (std::int32_t n : body.fixed) std::fill_n(u.begin() + 3 * n, 3, 0.0);
+    }
+}
+
+void place_members(const RigidSystem& system, std::span<const RigidState> states, const Mesh& mesh,
+                   std::span<double> u) {
+    for (std::size_t b = 0; b < system.bodies.size(); ++b) {
+        const RigidBody& body = system.bodies[b];
+        for (std::int32_t n : body.members) {
+            const Vec3 d = displacement_of(body, states[b], place_of(mesh, n));
+            std::copy(d.begin(), d.end(), u.begin() + 3 * n);
+        }
+        for (std::int32_t n : body.fixed) std::fill_n(u.begin() + 3 * n, 3, 0.0);
+    }
+}
+
+Vec6 resultant(const RigidBody& body, const RigidState& state, const Mesh& mesh,
+               std::span<const double> nodal) {
+    Vec6 sum{};
+    for (std::int32_t n : body.members) {
+        const auto k = 3 * n;
+        const Vec3 f{nodal[k], nodal[k + 1], nodal[k + 2]};
+        const Vec3 m = cross(turned(state.R, minus(place_of(mesh, n), body.pivot)), f);
+        for (std::size_t c = 0; c < 3; ++c) {
+            sum[c] += f[c];
+            sum[3 + c] += m[c];
+        }
+    }
+    return sum;
+}
+
+Vec6 rigid_force_resultant(const RigidSystem& system, std::int32_t b, const RigidState& state,
+                           std::span<const RigidForce> forces) {
+    const RigidBody& body = system.bodies[b];
+    Vec6 sum{};
+    for (const RigidForce& force : forces) {
+        if (force.element != b) continue;
+        const auto direction = static_cast<std::size_t>(force.direction);
+        if (direction >= 3 && direction < 6) {
+            sum[direction] += force.value;
+            continue;
+        }
+        Vec3 f{};
+        if (direction < 3)
+            f[direction] = force.value;
+        else
+            f = times(force.value, body.normal);
+        const Vec3 m = cross(turned(state.R, minus(body.reference, body.pivot)), f);
+        for (std::size_t c = 0; c < 3; ++c) {
+            sum[c] += f[c];
+            sum[3 + c] += m[c];
+        }
+    }
+    return sum;
+}
+
+void project(const RigidBody& body, const RigidState& state, const Vec6& force, double factor, double* out) {
+    const std::vector<Vec6> motions = current_motions(body, state);
+    for (std::size_t k = 0; k < motions.size(); ++k)
+        for (std::size_t c = 0; c < 6; ++c) out[k] += factor * motions[k][c] * force[c];
+}
+
+namespace {
+
+// Jᵀ⁻¹ of the left Jacobian of the rotation vector φ applied to v (Barfoot, State Estimation for Robotics,
+// 2017, 7.1.5): the moment whose power with the spatial spin is v·φ'. The right Jacobian's is that of -φ.
+Vec3 inverse_left_jacobian_transposed(const Vec3& phi, const Vec3& v) {
+    const double angle = norm(phi), half = angle / 2;
+    // J⁻¹ = 1 - ½[φ] + b [φ]², b = (1 - (x/2) cot(x/2))/x²
+    const double b =
+        angle > 1e-3 ? (1 - half / std::tan(half)) / (angle * angle) : 1.0 / 12 + angle * angle / 720;
+    const Vec3 first = cross(phi, v), second = cross(phi, first);
+    Vec3 out = v;
+    add(out, first, 0.5);  // transposed: the sign of [φ] turns
+    add(out, second, b);
+    return out;
+}
+
+}  // namespace
+
+double combine_forces(const RigidCombine& record, const RigidSystem& system,
+                      std::span<const RigidState> states, std::array<Vec6, 2>& force) {
+    const auto i1 = static_cast<std::size_t>(record.element[0]),
+               i2 = static_cast<std::size_t>(record.element[1]);
+    const RigidBody &b1 = system.bodies[i1], &b2 = system.bodies[i2];
+    const RigidState &s1 = states[i1], &s2 = states[i2];
+    const Vec3 d = minus(b2.reference, b1.reference);
+    Vec3 middle = b1.reference;
+    add(middle, d, 0.5);
+    const Vec3 arm1 = turned(s1.R, minus(middle, b1.pivot)), arm2 = turned(s2.R, minus(middle, b2.pivot));
+    const Vec3 w = minus(displacement_of(b2, s2, middle), displacement_of(b1, s1, middle));
+    const Vec3 phi = rotation_vector(multiply3(s2.R, transposed(s1.R)));
+    Vec3 f, m;
+    double energy = 0;
+    for (std::size_t c = 0; c < 3; ++c) {
+        f[c] = record.stiffness[c] * w[c];
+        m[c] = record.stiffness[3 + c] * phi[c];
+        energy += 0.5 * (f[c] * w[c] + m[c] * phi[c]);
+    }
+    const Vec3 m2 = inverse_left_jacobian_transposed(phi, m),
+               m1 = inverse_left_jacobian_transposed(times(-1, phi), m);
+    const Vec3 t1 = cross(arm1, f), t2 = cross(arm2, f);
+    for (std::size_t c = 0; c < 3; ++c) {
+        force[0][c] = -f[c];
+        force[0][3 + c] = -t1[c] - m1[c];
+        force[1][c] = f[c];
+        force[1][3 + c] = t2[c] + m2[c];
+    }
+    return energy;
+}
+
+std::vector<Vec6> combine_resistance(std::span<const RigidCombine> records, const RigidSystem& system,
+                                     std::span<const RigidState> states) {
+    std::vector<Vec6> out(system.bodies.size());
+    for (const RigidCombine& record : records) {
+        std::array<Vec6, 2> force{};
+        combine_forces(record, system, states, force);
+        for (std::size_t side = 0; side < 2; ++side)
+            for (std::size_t c = 0; c < 6; ++c) out[record.element[side]][c] += force[side][c];
+    }
+    return out;
+}
+
+void add_combine_forces(std::span<const RigidCombine> records, const RigidSystem& system,
+                        std::span<const RigidState> states, std::span<double> Q) {
+    for (const RigidCombine& record : records) {
+        std::array<Vec6, 2> force{};
+        combine_forces(record, system, states, force);
+        for (std::size_t side = 0; side < 2; ++side) {
+            const std::size_t b = record.element[side];
+            const RigidBody& body = system.bodies[b];
+            project(body, states[b], force[side], 1, Q.data() + body.first);
+        }
+    }
+}
+
+namespace {
+
+bool at_rest(const RigidState& state) {
+    return state.u == Vec3{} && state.R == RigidState{}.R;
+}
+
+// One record at rest: Gᵀ k G, G the relative displacement at the middle and the relative rotation.
+void add_at_rest(const RigidCombine& record, const RigidSystem& system, std::span<double> K) {
+    const std::size_t n = system.equations;
+    std::vector<std::size_t> columns;
+    std::vector<Vec6> G;
+    Vec3 middle{};
+    for (std::int32_t e : record.element) add(middle, system.bodies[e].reference, 0.5);
+    for (std::size_t side = 0; side < 2; ++side) {
+        const RigidBody& body = system.bodies[record.element[side]];
+        const double sign = side == 0 ? -1 : 1;
+        for (std::int32_t k = 0; k < body.count(); ++k) {
+            const Vec6& motion = body.motions[k];
+            const Vec3 turn = cross(moment_of(motion), minus(middle, body.pivot));
+            Vec6 g;
+            for (std::size_t c = 0; c < 3; ++c) {
+                g[c] = sign * (motion[c] + turn[c]);
+                g[3 + c] = sign * motion[3 + c];
+            }
+            columns.push_back(static_cast<std::size_t>(body.first + k));
+            G.push_back(g);
+        }
+    }
+    for (std::size_t i = 0; i < G.size(); ++i)
+        for (std::size_t j = 0; j < G.size(); ++j)
+            for (std::size_t c = 0; c < 6; ++c)
+                K[columns[i] * n + columns[j]] += record.stiffness[c] * G[i][c] * G[j][c];
+}
+
+}  // namespace
+
+void add_combine_stiffness(std::span<const RigidCombine> records, const RigidSystem& system,
+                           std::span<const RigidState> states, std::span<double> K) {
+    const std::size_t n = system.equations;
+    for (const RigidCombine& record : records) {
+        if (at_rest(states[record.element[0]]) && at_rest(states[record.element[1]])) {
+            add_at_rest(record, system, K);
+            continue;
+        }
+        std::vector<RigidState> moved(states.begin(), states.end());
+        for (std::int32_t e : record.element) {
+            const std::size_t b = e;
+            const RigidBody& body = system.bodies[b];
+            for (std::int32_t k = 0; k < body.count(); ++k) {
+                constexpr double h = 1e-6;  // m or rad
+                std::vector<double> plus(n, 0.0), minus_side(n, 0.0),
+                    q(static_cast<std::size_t>(body.count()), 0.0);
+                const auto forces_at = [&](double step, std::vector<double>& out) {
+                    q[k] = step;
+                    moved[b] = advanced(body, states[b], q.data());
+                    add_combine_forces(std::span(&record, 1), system, moved, out);
+                };
+                forces_at(h, plus);
+                forces_at(-h, minus_side);
+                moved[b] = states[b];
+                for (std::size_t i = 0; i < n; ++i)
+                    K[i * n + static_cast<std::size_t>(body.first + k)] +=
+                        (plus[i] - minus_side[i]) / (2 * h);
+            }
+        }
+    }
+}
+
+Vec6 spring_resistance(std::span<const RigidCombine> records, const RigidSystem& system, std::int32_t b,
+                       std::span<const double> q) {
+    const auto motion_of = [&](std::int32_t e, const Vec3& at,
+                               Vec3& w) {  // displacement of the body's point, and its rotation
+        const RigidBody& body = system.bodies[e];
+        Vec3 v{};
+        w = {};
+        for (std::int32_t k = 0; k < body.count(); ++k) {
+            add(v, force_of(body.motions[k]), q[body.first + k]);
+            add(w, moment_of(body.motions[k]), q[body.first + k]);
+        }
+        add(v, cross(w, minus(at, body.pivot)));
+        return v;
+    };
+    Vec6 sum{};
+    for (const RigidCombine& record : records) {
+        if (record.element[0] != b && record.element[1] != b) continue;
+        Vec3 middle{}, w1, w2;
+        for (std::int32_t e : record.element) add(middle, system.bodies[e].reference, 0.5);
+        const Vec3 u1 = motion_of(record.element[0], middle, w1),
+                   u2 = motion_of(record.element[1], middle, w2);
+        const double sign = record.element[1] == b ? 1 : -1;
+        Vec3 f;
+        for (std::size_t c = 0; c < 3; ++c) f[c] = sign * record.stiffness[c] * (u2[c] - u1[c]);
+        const Vec3 m = cross(minus(middle, system.bodies[b].pivot), f);
+        for (std::size_t c = 0; c < 3; ++c) {
+            sum[c] += f[c];
+            sum[3 + c] += m[c] + sign * record.stiffness[3 + c] * (w2[c] - w1[c]);
+        }
+    }
+    return sum;
+}
+
+}  // namespace kestralum

@@ -1,0 +1,137 @@
+// Rigid bodies: the nodes of a rigid element move as one. What each body can do, where its members are, and
+// the loads and springs on it; for small and for finite rotations.
+//
+// Glossary
+//   pivot      the point that a body's motions are told at: the middle of its members or the fixed node; the
+//              reference point may lie far off
+//   motion     one independent velocity field: (v, ω), v the velocity of the pivot, ω the angular velocity;
+//              a member at r from the pivot has v + ω × r
+//   equations  of all bodies, one per motion, body after body; they follow those of the free nodes
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "conditions/constraints.h"
+#include "model/model_store.h"
+#include "model/vector3.h"
+
+namespace kestralum {
+
+// Of a node, 0-based, at rest.
+inline Vec3 place_of(const Mesh& mesh, std::int32_t node) {
+    return triple(mesh.coordinates, node);
+}
+
+using Vec6 = std::array<double, 6>;  // velocity and angular velocity, or force and moment
+
+struct RigidBody {
+    std::int32_t record = 0;            // index into the rigid elements
+    std::vector<std::int32_t> members;  // nodes, 0-based, ascending
+    std::vector<std::int32_t> fixed;    // members that supports hold
+    Vec3 reference{};                   // reference point of the record, m
+    Vec3 pivot{};                       // m
+    Vec3 normal{};  // mean outward normal: of the free faces of members, else of the nodes; 0: none
+    std::vector<Vec6> motions;  // unit motions; at most six
+    bool axes_turn = false;     // ω of the motions turn with the body (members on a line)
+    std::int32_t first = 0;     // its first equation, counted from the first body's
+
+    std::int32_t count() const { return static_cast<std::int32_t>(motions.size()); }
+};
+
+struct RigidSystem {
+    std::vector<RigidBody> bodies;           // one per rigid element, in file order
+    std::vector<std::int32_t> body_of_node;  // -1: none
+    std::int32_t equations = 0;
+    std::vector<std::string> notices;  // what the user should know
+    std::string error;                 // not empty: the records contradict the mesh or each other
+
+    bool empty() const { return bodies.empty(); }
+    // The body that all `count` nodes (1-based) belong to, -1 when they do not belong to one.
+    std::int32_t common_body(const std::int32_t* nodes, int count) const;
+    // Per element: it lies wholly inside one body and is never strained. Empty without bodies.
+    std::vector<char> elements_inside(const Mesh& mesh) const;
+};
+
+// Nodes on solid elements that a record selects, 0-based ascending: 1e-7 m beside its box or disc count.
+std::vector<std::int32_t> select_members(const RigidElement& record, const Mesh& mesh,
+                                         const NodeElements& node_elements);
+
+// Adds the body of the next record with the nodes it selects, but for those of bodies that stand already:
+// these are returned.
+std::vector<std::int32_t> add_body(RigidSystem& system, const RigidElement& record, const Mesh& mesh,
+                                   const NodeElements& node_elements);
+
+// Sets the bodies' normals: area vectors of the free faces whose corners are members of one body; where a
+// body has none, the sum of its nodes' normals. Sums that cancel but for rounding leave 0. Needs members and
+// body_of_node.
+void find_normals(RigidSystem& system, const Mesh& mesh);
+
+// Members, duplicates (the first element of the file keeps the node), supports and motions. fixed_nodes:
+// 0-based.
+RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh& mesh,
+                               const NodeElements& node_elements, std::span<const std::int32_t> fixed_nodes);
+
+// Where a body is: the pivot has moved by u, the body has turned by R (row-major).
+struct RigidState {
+    Vec3 u{};
+    Mat3 R{1, 0, 0, 0, 1, 0, 0, 0, 1};
+};
+
+// Rotation by the vector θ (axis times angle; Rodrigues), and its inverse with |θ| <= π.
+Mat3 rotation_of(const Vec3& theta);
+Vec3 rotation_vector(const Mat3& R);
+
+// The body's motions as they are at `state`.
+std::vector<Vec6> current_motions(const RigidBody& body, const RigidState& state);
+
+// Displacement of the material point at X (m).
+Vec3 displacement_of(const RigidBody& body, const RigidState& state, const Vec3& X);
+
+// state after the motions' amounts q (body.count() values): the rotation by the exponential map.
+RigidState advanced(const RigidBody& body, const RigidState& state, const double* q);
+
+// Small motions: u (3 per node) at the members, from the amounts q of all bodies.
+void expand_members(const RigidSystem& system, const Mesh& mesh, std::span<const double> q,
+                    std::span<double> u);
+
+// Writes the members' displacements at the states, finite rotations included.
+void place_members(const RigidSystem& system, std::span<const RigidState> states, const Mesh& mesh,
+                   std::span<double> u);
+
+// Force and moment about the pivot of nodal forces (3 per node) on the members; of the rigid force records.
+Vec6 resultant(const RigidBody& body, const RigidState& state, const Mesh& mesh,
+               std::span<const double> nodal);
+// Sum of the records on body `b` (of records' `element`); `n`: along the mean outward normal of the members.
+Vec6 rigid_force_resultant(const RigidSystem& system, std::int32_t b, const RigidState& state,
+                           std::span<const RigidForce> forces);
+
+// Forces on the body's equations: the power of (force, moment) in each motion. Adds factor times it to `out`.
+void project(const RigidBody& body, const RigidState& state, const Vec6& force, double factor, double* out);
+
+// Springs of one combine record between the reference points of two bodies, acting at their midpoint.
+// force: what the springs resist with, on (pivot 1, pivot 2), force and moment each; returns the energy, J.
+double combine_forces(const RigidCombine& record, const RigidSystem& system,
+                      std::span<const RigidState> states, std::array<Vec6, 2>& force);
+
+// The springs' stiffness on the equations of all bodies, added to K (equations × equations, row-major); at
+// rest exact and symmetric, elsewhere the derivative of combine_forces by central differences.
+void add_combine_stiffness(std::span<const RigidCombine> records, const RigidSystem& system,
+                           std::span<const RigidState> states, std::span<double> K);
+
+// The springs' resistance on the equations of all bodies, added to Q.
+void add_combine_forces(std::span<const RigidCombine> records, const RigidSystem& system,
+                        std::span<const RigidState> states, std::span<double> Q);
+
+// What the springs resist with on every body, force and moment about its pivot.
+std::vector<Vec6> combine_resistance(std::span<const RigidCombine> records, const RigidSystem& system,
+                                     std::span<const RigidState> states);
+
+// Small motions q of all bodies: force and moment about the pivot with which the springs resist body b.
+Vec6 spring_resistance(std::span<const RigidCombine> records, const RigidSystem& system, std::int32_t b,
+                       std::span<const double> q);
+
+}  // namespace kestralum
