@@ -4,16 +4,22 @@
 #include <span>
 #include <string_view>
 
-#include "model/model_store.h"
-#include "model/run_report.h"
+#include "model/progress.h"
+#include "model/run.h"
 
 namespace kestralum {
+
+// An analysis of a model: prints its lines, writes its files into options.log_folder and returns what it
+// computed. Never alters the model. run.report.status tells how it ended: `bad_input` before anything was
+// touched; `failed` and `cancelled` with an earlier result file as it was, unless report.has_results().
+using Analyse = Run (*)(const Model& model, const Settings& settings, const RunOptions& options,
+                        Progress& progress);
 
 struct AnalysisEntry {
     const char* batch_word;  // on the command line
     const char* menu_text;   // in the "&Analysis" menu
     AnalysisType type;
-    RunReport (*run)();  // on the process-wide store; null while it is not built yet
+    Analyse analyse;
 };
 
 std::span<const AnalysisEntry> analysis_table();

@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-#include "model/model_store.h"
+#include "model/mesh.h"
 
 namespace kestralum {
 

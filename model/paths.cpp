@@ -10,11 +10,6 @@ namespace kestralum::paths {
 
 namespace {
 
-std::string& log_directory_in_force() {
-    static std::string directory = "log";
-    return directory;
-}
-
 std::string with_slashes(std::string_view stored) {
     std::string name(stored);
     for (char& c : name)
@@ -24,20 +19,12 @@ std::string with_slashes(std::string_view stored) {
 
 }  // namespace
 
-std::string to_platform(std::string_view stored) {
+std::string to_platform(std::string_view stored, std::string_view log_folder) {
     std::string name = with_slashes(stored);
-    if (stored.starts_with("log\\")) name = log_directory() + name.substr(3);
-    return name;
-}
-
-void set_log_directory(std::string_view directory) {
-    std::string& in_force = log_directory_in_force();
-    in_force = with_slashes(directory);
-    while (in_force.size() > 1 && in_force.back() == '/') in_force.pop_back();
-}
-
-const std::string& log_directory() {
-    return log_directory_in_force();
+    if (!stored.starts_with("log\\")) return name;
+    std::string folder = with_slashes(log_folder);
+    while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
+    return folder + name.substr(3);
 }
 
 int last_separator(std::string_view stored) {
@@ -53,8 +40,8 @@ std::string directory_of(std::string_view stored) {
     return std::string(stored.substr(0, static_cast<std::size_t>(last_separator(stored) + 1)));
 }
 
-File open(std::string_view stored, const char* mode) {
-    const std::string name = to_platform(stored);
+File open(std::string_view stored, const char* mode, std::string_view log_folder) {
+    const std::string name = to_platform(stored, log_folder);
     std::error_code ignored;
     if (std::filesystem::is_directory(name, ignored)) {
         errno = EISDIR;
@@ -63,9 +50,9 @@ File open(std::string_view stored, const char* mode) {
     return File(std::fopen(name.c_str(), mode));
 }
 
-bool read_text(std::string_view stored, std::string& text, std::string& error) {
+bool read_text(std::string_view stored, std::string& text, std::string& error, std::string_view log_folder) {
     text.clear();
-    File file = open(stored, "rb");
+    File file = open(stored, "rb", log_folder);
     if (!file) {
         error = std::strerror(errno);
         return false;

@@ -10,12 +10,8 @@
 namespace kestralum::paths {
 
 // A stored name as the platform opens it: either separator is taken. A name that begins with "log\",
-// as the program's own files do, lies in the log directory in force; "log/…" is a folder like others.
-std::string to_platform(std::string_view stored);
-
-// The directory that "log\…" names live in; "log" unless set.
-void set_log_directory(std::string_view directory);
-const std::string& log_directory();
+// as the program's own files do, lies in `log_folder`; "log/…" is a folder like others.
+std::string to_platform(std::string_view stored, std::string_view log_folder = "log");
 
 // Position of the last separator of either kind, -1 if none; and what follows it.
 int last_separator(std::string_view stored);
@@ -30,10 +26,11 @@ struct FileCloser {
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
 // fopen on the platform name; null when it cannot be opened or is a directory.
-File open(std::string_view stored, const char* mode);
+File open(std::string_view stored, const char* mode, std::string_view log_folder = "log");
 
 // The whole file as text; false when it cannot be opened or read (reason in `error`: a short
 // text such as "No such file or directory").
-bool read_text(std::string_view stored, std::string& text, std::string& error);
+bool read_text(std::string_view stored, std::string& text, std::string& error,
+               std::string_view log_folder = "log");
 
 }  // namespace kestralum::paths

@@ -110,7 +110,6 @@ struct AppliedForce {
     double value = 0;               // total force, N
     std::array<double, 3> point{};  // kind node: place, m
     std::array<double, 6> box{};    // kind area: xmin xmax ymin ymax zmin zmax, m
-    std::int32_t node = 0;          // kind node: 1-based node found, 0 = none
 };
 
 enum class RigidSelection : std::int32_t { area = 0, round = 1 };

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <array>
-#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -16,33 +15,13 @@ enum class RunStatus {
     bad_input,    // the model cannot be analysed as it is; nothing was computed
     disk_budget,  // the factor is larger than FREE_HD_SIZE: "Warning:HD" was printed, the process ends
     failed,       // begun, not completed
+    cancelled,    // begun, ended on request
 };
 
 struct Stage {
     std::string name;
     double seconds = 0;
     double peak_megabytes = 0;  // largest resident memory while the stage ran
-};
-
-// Times the stages of a run one after the other; a stage that comes again adds up.
-class StageClock {
-public:
-    // Ends the stage under way and begins this one.
-    void begin(const char* name);
-    // Ends the stage under way.
-    void end();
-    // A stage that was timed elsewhere.
-    void add(const char* name, double seconds);
-    void add(const Stage& stage);
-    const std::vector<Stage>& stages() const { return stages_; }
-    // Ends the stage under way, booked under another name; returns its seconds.
-    double rename_last(const char* name);
-
-private:
-    Stage& stage(const char* name);
-    std::vector<Stage> stages_;
-    std::string current_;
-    std::chrono::steady_clock::time_point start_;
 };
 
 struct NodeValue {
@@ -101,8 +80,8 @@ struct NonlinearReport {
 
 struct RunReport {
     RunStatus status = RunStatus::done;
-    Remarks remarks;  // errors: why the status is not `done`; notices: what the user should know
-    StageClock clock;
+    Remarks remarks;            // errors: why the status is not `done`; notices: what the user should know
+    std::vector<Stage> stages;  // in the order in which they began first
 
     double total_mass = 0;  // kg, fixed nodes included
 

@@ -21,9 +21,7 @@ struct Settings {
 
     // Team size for a parallel region: n_threads, at least 1.
     int threads() const { return n_threads < 1 ? 1 : n_threads; }
+    bool operator==(const Settings&) const = default;
 };
-
-// The process-wide settings; named like the model store only by entry points and drivers.
-Settings& settings();
 
 }  // namespace kestralum

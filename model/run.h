@@ -1,0 +1,85 @@
+// A run: what an analysis computed of a model, or what a file holds of such a run. Made whole by the analysis
+// or the reader and not altered afterwards.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "model/mesh.h"
+#include "model/model.h"
+#include "model/run_report.h"
+#include "model/settings.h"
+
+namespace kestralum {
+
+enum class AnalysisType : std::int32_t {
+    eigen = 0,
+    linear_static = 1,
+    nonlinear_static = 2,
+    explicit_dynamics = 3
+};
+
+// Its frames are states one after the other, each reached from the one before, with finite rotations.
+constexpr bool has_steps(AnalysisType type) {
+    return type >= AnalysisType::nonlinear_static;
+}
+
+inline constexpr int stress_groups = 5;
+
+// One mode, load step or output of a run.
+struct Frame {
+    double n_freq = 0;             // Hz (eigen), 0 (static), load factor (nonlinear), s (explicit)
+    std::vector<double> mode_vec;  // dof_num: displacements, m
+    // stress_groups × dof_num: value group·dof_num + 3·node + k.
+    // 0 = σxx σyy σzz, 1 = σxy σyz σzx (Pa), 2 = εxx εyy εzz, 3 = γxy γyz γzx,
+    // 4 = Mises (Pa), equivalent plastic strain, largest principal stress (Pa).
+    std::vector<double> node_stress;
+
+    explicit Frame(std::int32_t dof_num = 0)
+        : mode_vec(dof_num), node_stress(std::size_t(stress_groups) * dof_num) {}
+};
+
+// The frames that were reached, in order; shared, so that a view keeps one while a run goes on.
+using Results = std::vector<std::shared_ptr<const Frame>>;
+
+// What the caller chooses beside the settings file.
+struct RunOptions {
+    std::string log_folder = "log";             // where "log\…" names live
+    std::vector<std::array<double, 3>> probes;  // nonlinear, explicit: places whose nearest nodes go into the
+                                                // history, m
+    bool mean_dilatation = false;               // explicit: hexahedra with one pressure per element
+    std::vector<double> factors;       // nonlinear: of the load, one per increment; empty: k/step_num
+    double subspace_tolerance = 1e-6;  // eigen: relative change of the frequencies in one round
+    double lanczos_tolerance = 1e-9;   // eigen: |β s| / |θ| of the inverted operator
+};
+
+// What a run was made from.
+struct RunOrigin {
+    std::string model_file_name;
+    std::string analysis;   // word of the command line; empty where a file does not tell
+    std::string file_name;  // of the file the run was read from; empty for one computed here
+    std::string ver_name = program_version;
+    std::chrono::system_clock::time_point time{};  // of its start
+    Settings settings;
+    RunOptions options;
+};
+
+struct Run {
+    RunOrigin origin;
+    AnalysisType ana_type = AnalysisType::eigen;
+    std::vector<std::int32_t> node_of;  // per node of the model's mesh: its node (0-based) in this mesh;
+                                        // empty where a file does not tell
+    Mesh mesh;                             // renumbered
+    std::vector<std::int32_t> force_node;  // per force of the model: resolve_force_points() on this mesh
+    std::vector<double> load;  // dof_num: nodal loads at load factor 1, N; empty in eigen analyses
+    Results results;
+    RunReport report;
+
+    std::int32_t mode_num() const { return static_cast<std::int32_t>(results.size()); }
+};
+
+}  // namespace kestralum

@@ -1,0 +1,34 @@
+// One analysis under way: what it was given and the run that it fills.
+#pragma once
+
+#include <string>
+#include <utility>
+
+#include "model/run.h"
+#include "system/stage_clock.h"
+
+namespace kestralum {
+
+struct Job {
+    const Model& model;
+    const Settings& settings;
+    const RunOptions& options;
+    Progress& progress;
+    Run& run;
+    StageClock clock{run.report.stages, progress};
+
+    RunReport& report() { return run.report; }
+    const Mesh& mesh() const { return run.mesh; }
+    int threads() const { return settings.threads(); }
+
+    // Why the run cannot go on; returns false, so that a stage can end with it.
+    bool fail(RunStatus why, std::string text) {
+        run.report.fail(why, std::move(text));
+        return false;
+    }
+    void note(std::string text) { run.report.remarks.notices.push_back(std::move(text)); }
+    // Sees to a cancel: false with the status set.
+    bool goes_on() { return !progress.cancelled() || fail(RunStatus::cancelled, "stopped on request"); }
+};
+
+}  // namespace kestralum
