@@ -10,15 +10,16 @@
 #include <cstring>
 #include <filesystem>
 
-#include "model/console.h"
+#include "model/format.h"
 #include "model/paths.h"
 #include "model/token_reader.h"
 
 namespace kestralum {
 
-FactorFiles::FactorFiles(std::string_view stem, const Profile& profile, const Divisions& divisions,
-                         std::int64_t direct_bytes)
-    : stem_(stem),
+FactorFiles::FactorFiles(std::string_view log_folder, std::string_view stem, const Profile& profile,
+                         const Divisions& divisions, std::int64_t direct_bytes)
+    : log_folder_(log_folder),
+      stem_(stem),
       profile_(profile),
       divisions_(divisions),
       direct_bytes_(direct_bytes),
@@ -30,7 +31,14 @@ FactorFiles::~FactorFiles() {
 }
 
 std::string FactorFiles::stored_name(std::int32_t division) const {
-    return console::format("log\\%s_%d.txt", stem_.c_str(), division);
+    return formatted("log\\%s_%d.txt", stem_.c_str(), division);
+}
+
+std::vector<std::string> FactorFiles::names() const {
+    std::vector<std::string> out;
+    for (std::int32_t b = 0; b < divisions_.count(); ++b)
+        out.push_back(paths::to_platform(stored_name(b), log_folder_));
+    return out;
 }
 
 std::string FactorFiles::error() const {
@@ -43,7 +51,7 @@ void FactorFiles::remove_old() {
     std::error_code ignored;
     const std::string head = stem_ + "_", tail = ".txt";
     std::vector<std::filesystem::path> old;
-    for (std::filesystem::directory_iterator at(paths::log_directory(), ignored), end; at != end;
+    for (std::filesystem::directory_iterator at(paths::to_platform(log_folder_), ignored), end; at != end;
          at.increment(ignored)) {
         const std::string name = at->path().filename().string();
         if (!name.starts_with(head) || !name.ends_with(tail) || name.size() <= head.size() + tail.size())
@@ -58,7 +66,8 @@ void FactorFiles::remove_old() {
 void FactorFiles::fail(std::int32_t division, const char* what) {
     const char* reason = std::strerror(errno);
     std::lock_guard hold(lock_);
-    if (error_.empty()) error_ = paths::to_platform(stored_name(division)) + ": " + what + ": " + reason;
+    if (error_.empty())
+        error_ = paths::to_platform(stored_name(division), log_folder_) + ": " + what + ": " + reason;
     failed_ = true;
 }
 
@@ -76,7 +85,7 @@ int FactorFiles::descriptor(std::int32_t division, bool writing) {
     const std::size_t b = division;
     std::unique_lock hold(lock_);
     if (open_[b] < 0) {
-        const std::string name = paths::to_platform(stored_name(division));
+        const std::string name = paths::to_platform(stored_name(division), log_folder_);
         open_[b] = ::open(name.c_str(), (writing ? O_RDWR | O_CREAT : O_RDONLY) | O_CLOEXEC, 0666);
         if (writing && open_[b] >= 0 && !set_size(open_[b], division)) {
             const int reason = errno;

@@ -22,7 +22,8 @@ public:
     // Borrows both; they must outlive the object.
     // A division of `direct_bytes` or more is written past the page cache, for a factor that stays in
     // memory and is not read from its file.
-    FactorFiles(std::string_view stem, const Profile& profile, const Divisions& divisions,
+    FactorFiles(std::string_view log_folder, std::string_view stem, const Profile& profile,
+                const Divisions& divisions,
                 std::int64_t direct_bytes = std::numeric_limits<std::int64_t>::max());
     ~FactorFiles();
     FactorFiles(const FactorFiles&) = delete;
@@ -44,6 +45,8 @@ public:
     void close(std::int32_t division);
 
     std::string stored_name(std::int32_t division) const;
+    // The division files in the log folder, as the platform names them.
+    std::vector<std::string> names() const;
     bool failed() const { return failed_.load(std::memory_order_relaxed); }
     std::string error() const;
 
@@ -55,7 +58,7 @@ private:
     bool transfer(std::int32_t first, std::int32_t last, const double* const* rows, bool writing);
     void fail(std::int32_t division, const char* what);
 
-    std::string stem_;
+    std::string log_folder_, stem_;
     const Profile& profile_;
     const Divisions& divisions_;
     mutable std::mutex lock_;

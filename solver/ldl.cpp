@@ -14,15 +14,14 @@
 #include <mutex>
 #include <thread>
 
-#include "model/console.h"
-
 namespace kestralum {
 
 // What the threads share while a factorization runs.
-struct SkylineFactor::Progress {
-    explicit Progress(std::int32_t panels) : done(static_cast<std::size_t>(panels)) {
+struct SkylineFactor::Shared {
+    Shared(std::int32_t panels, Progress& to) : progress(to), done(panels) {
         for (auto& flag : done) flag.store(false, std::memory_order_relaxed);
     }
+    Progress& progress;
     std::vector<std::atomic<bool>> done;  // panel is computed: others may read it
     std::atomic<std::int32_t> next{0};    // next panel to take
     std::atomic<bool> stop{false};
@@ -75,10 +74,10 @@ struct SkylineFactor::Progress {
 SkylineFactor::SkylineFactor(Profile profile, Divisions divisions, FactorOptions options)
     : profile_(std::move(profile)),
       divisions_(std::move(divisions)),
-      options_(options),
-      grid_(make_panel_grid(profile_, options.panel_rows)),
-      files_(options.file_stem, profile_, divisions_,
-             divisions_.count() == 1 ? options.direct_bytes : std::numeric_limits<std::int64_t>::max()) {
+      options_(std::move(options)),
+      grid_(make_panel_grid(profile_, options_.panel_rows)),
+      files_(options_.log_folder, options_.file_stem, profile_, divisions_,
+             divisions_.count() == 1 ? options_.direct_bytes : std::numeric_limits<std::int64_t>::max()) {
     if (options_.diag_num < profile_.max_height) options_.diag_num = profile_.max_height;
 }
 
@@ -179,10 +178,12 @@ void SkylineFactor::factor_panel(std::int32_t I, double* G, double* L) {
     const std::int32_t ld = grid_.ld[I];
     const std::int32_t rows = grid_.rows(I), first = grid_.first_col[I];
     for (std::int32_t J = first / grid_.nb; J < I; ++J) {
-        while (!progress_->done[J].load(std::memory_order_acquire)) {
-            if (progress_->stop.load(std::memory_order_relaxed)) return;
+        while (!shared_->done[J].load(std::memory_order_acquire)) {
+            if (shared_->stop.load(std::memory_order_relaxed)) return;
             sched_yield();
         }
+        if (shared_->progress.cancelled()) shared_->fail(FactorStatus::cancelled);
+        if (shared_->stop.load(std::memory_order_relaxed)) return;
         const double* LJ = panels_.panel(J);
         const std::int32_t c0 = std::max(first, grid_.row_begin(J)), c1 = grid_.row_end(J), columns = c1 - c0;
         const std::int32_t k0 = std::max(first, grid_.first_col[J]);
@@ -211,7 +212,7 @@ bool SkylineFactor::store_panel(std::int32_t I, const double* L) {
 
 // Beside the threads that compute, so that these never wait for the disk; in the order of the rows.
 void SkylineFactor::write_panels() {
-    Progress& p = *progress_;
+    Shared& p = *shared_;
     std::vector<char> waiting(grid_.panels(), 0);
     std::int32_t next = 0;
     for (std::int32_t I = p.next_to_write(); I >= 0; I = p.next_to_write()) {
@@ -223,7 +224,7 @@ void SkylineFactor::write_panels() {
             }
             report_stored(next);
         }
-        if (console::cancel_requested()) p.fail(FactorStatus::cancelled);
+        if (p.progress.cancelled()) p.fail(FactorStatus::cancelled);
     }
     if (!files_.flush()) p.fail(FactorStatus::write_failed);
 }
@@ -231,59 +232,61 @@ void SkylineFactor::write_panels() {
 // The lines of one spilled division, when row i is the first that cannot reach back into it; at the
 // end (i = n) for what is left.
 void SkylineFactor::report_spill(std::int32_t i) {
-    const std::size_t b = progress_->division;
+    const std::size_t b = shared_->division;
     const std::size_t count = divisions_.count();
     const auto& start = divisions_.div_profile;
     const std::int64_t kept = profile_.sky_start[i] - start[b + 1];
     const std::int64_t room = b + 1 < count ? start[std::min(b + 3, count)] - start[b + 1] : 0;
-    console::print("    %s, n=%lld,", files_.stored_name(progress_->division).c_str(),
-                   static_cast<long long>(start[b + 1] - start[b]));
-    console::print(" n2=%lld,", static_cast<long long>(kept));
-    console::print(" n=%lld\n", static_cast<long long>(room));
-    files_.close(progress_->division);
-    ++progress_->division;
+    shared_->progress.print("    %s, n=%lld,", files_.stored_name(shared_->division).c_str(),
+                            static_cast<long long>(start[b + 1] - start[b]));
+    shared_->progress.print(" n2=%lld,", static_cast<long long>(kept));
+    shared_->progress.print(" n=%lld\n", static_cast<long long>(room));
+    files_.close(shared_->division);
+    ++shared_->division;
 }
 
 void SkylineFactor::report_row(std::int32_t i) {
     const std::int32_t n = profile_.rows();
     const double d = D_[i];
     if (kind_ == Kind::ww) {
-        if (console::lines_enabled()) console::print("  %d/%d: Mii=%.3e\r", i, n, progress_->diagonal[i]);
+        if (shared_->progress.lines_wanted())
+            shared_->progress.print("  %d/%d: Mii=%.3e\r", i, n, shared_->diagonal[i]);
     } else if (i > 0) {
-        console::counter(i, n);
+        shared_->progress.counter(i, n);
     }
-    if (progress_->division + 1 < divisions_.count() &&
-        i == divisions_.div_row[static_cast<std::size_t>(progress_->division) + 1] + options_.diag_num)
+    if (shared_->division + 1 < divisions_.count() &&
+        i == divisions_.div_row[static_cast<std::size_t>(shared_->division) + 1] + options_.diag_num)
         report_spill(i);
     if (!(d < 0.0)) return;
     ++negative_pivots_;
     if (kind_ == Kind::ldl) {
-        console::print("Warning   D[%d]:%.3e\n", i, d);
+        shared_->progress.print("Warning   D[%d]:%.3e\n", i, d);
     } else {
-        const double m = progress_->diagonal[i];
-        console::print("[M] is not positive define at %dth row\n", i);
-        console::print("  W[%d][%d]^2: %.3e = sqrt( %.3e - %.3e )\n", i, i, d, m, m - d);
+        const double m = shared_->diagonal[i];
+        shared_->progress.print("[M] is not positive define at %dth row\n", i);
+        shared_->progress.print("  W[%d][%d]^2: %.3e = sqrt( %.3e - %.3e )\n", i, i, d, m, m - d);
     }
 }
 
 // Panel I is in its file: its rows are reported, and what no later panel reads is freed.
 void SkylineFactor::report_stored(std::int32_t I) {
-    Progress& p = *progress_;
+    Shared& p = *shared_;
     for (std::int32_t i = grid_.row_begin(I); i < grid_.row_end(I); ++i) report_row(i);
     p.reported = I + 1;
     if (!spilled()) return;
     while (p.freed < p.reported && grid_.last_use[p.freed] < p.reported) panels_.give_back(p.freed++);
 }
 
-FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> values, Kind kind) {
+FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> values, Kind kind,
+                                   Progress& progress) {
     const std::int32_t n = profile_.rows();
     use_serial_blas();
     files_.remove_old();
     kind_ = kind;
     D_.assign(n, 0.0);
     negative_pivots_ = 0;
-    progress_ = std::make_shared<Progress>(grid_.panels());
-    for (std::int32_t i = 0; i < n; ++i) progress_->diagonal.push_back(values[km.diag_pos[i]]);
+    shared_ = std::make_shared<Shared>(grid_.panels(), progress);
+    for (std::int32_t i = 0; i < n; ++i) shared_->diagonal.push_back(values[km.diag_pos[i]]);
     const std::int64_t largest = grid_.largest_panel();
     if (spilled() || panels_.empty())
         panels_ = PanelStore(grid_, spilled());  // a factor in memory is written over by the next
@@ -291,7 +294,7 @@ FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> v
     std::thread writer([this] { write_panels(); });
 #pragma omp parallel num_threads(options_.threads)
     {
-        Progress& p = *progress_;
+        Shared& p = *shared_;
         const Block own = kind == Kind::ldl ? allocate_block(largest) : nullptr;
         if (kind == Kind::ldl && !own) p.fail(FactorStatus::out_of_memory);
         while (!p.stop.load(std::memory_order_relaxed)) {
@@ -310,19 +313,19 @@ FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> v
             p.hand_over(I);
         }
     }
-    progress_->close_queue();
+    shared_->close_queue();
     writer.join();
 
-    const FactorStatus status = progress_->status;
+    const FactorStatus status = shared_->status;
     if (status == FactorStatus::ok)
-        while (progress_->division < divisions_.count()) report_spill(n);
+        while (shared_->division < divisions_.count()) report_spill(n);
     if (files_.failed())
         error_ = files_.error();
     else if (status == FactorStatus::out_of_memory)
         error_ = "not enough memory for the factor";
     else if (status == FactorStatus::cancelled)
         error_ = "stopped by the user";
-    progress_.reset();
+    shared_.reset();
     if (status != FactorStatus::ok || files_.failed()) {
         panels_ = {};
         return status == FactorStatus::ok ? FactorStatus::write_failed : status;
@@ -331,34 +334,36 @@ FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> v
     return FactorStatus::ok;
 }
 
-FactorStatus SkylineFactor::factor_ldl(const SparseKM& km, std::span<const double> values) {
+FactorStatus SkylineFactor::factor_ldl(const SparseKM& km, std::span<const double> values,
+                                       Progress& progress) {
     const auto clock_start = std::chrono::steady_clock::now();
-    console::print("my_LDLsky_HD_Ksky\n");
-    console::print("  LDL K_sparse\n");
-    console::print("    Ls_num=%lld\n", static_cast<long long>(profile_.Ls_num));
-    console::print("    temp_L[%lld]\n",
+    progress.print("my_LDLsky_HD_Ksky\n");
+    progress.print("  LDL K_sparse\n");
+    progress.print("    Ls_num=%lld\n", static_cast<long long>(profile_.Ls_num));
+    progress.print("    temp_L[%lld]\n",
                    static_cast<long long>(divisions_.div_profile[divisions_.count() > 1 ? 2 : 1]));
-    const FactorStatus status = factor(km, values, Kind::ldl);
+    const FactorStatus status = factor(km, values, Kind::ldl, progress);
     if (status != FactorStatus::ok) return status;
-    console::print("   LDL K_sparse complete\n");
+    progress.print("   LDL K_sparse complete\n");
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - clock_start;
-    console::print("   %lf[s]\n", seconds.count());
+    progress.print("   %lf[s]\n", seconds.count());
     return FactorStatus::ok;
 }
 
-FactorStatus SkylineFactor::factor_ww(const SparseKM& km, std::span<const double> values) {
-    console::print("my_WWsky_HD_Msky\n");
-    console::print("  WW M_sparse\n");
-    console::print("    Ws_num=%lld\n", static_cast<long long>(profile_.Ls_num));
-    const FactorStatus status = factor(km, values, Kind::ww);
+FactorStatus SkylineFactor::factor_ww(const SparseKM& km, std::span<const double> values,
+                                      Progress& progress) {
+    progress.print("my_WWsky_HD_Msky\n");
+    progress.print("  WW M_sparse\n");
+    progress.print("    Ws_num=%lld\n", static_cast<long long>(profile_.Ls_num));
+    const FactorStatus status = factor(km, values, Kind::ww, progress);
     if (status != FactorStatus::ok) return status;
-    console::print("   WW M_sparse complete\n");
-    check_rows_of_w(km, values);
+    progress.print("   WW M_sparse complete\n");
+    check_rows_of_w(km, values, progress);
     return FactorStatus::ok;
 }
 
 // m_ii = Σ w_ij² must have come out; it does not where a negative value was replaced by its size.
-void SkylineFactor::check_rows_of_w(const SparseKM& km, std::span<const double> values) {
+void SkylineFactor::check_rows_of_w(const SparseKM& km, std::span<const double> values, Progress& progress) {
     constexpr double tolerance = 1e-6;
     Block buffer = spilled() ? allocate_block(grid_.largest_panel()) : nullptr;
     for (std::int32_t I = 0; I < grid_.panels(); ++I) {
@@ -367,7 +372,7 @@ void SkylineFactor::check_rows_of_w(const SparseKM& km, std::span<const double> 
             double m = values[km.diag_pos[i]];
             for (std::int32_t j = profile_.first_column(i); j <= i; ++j)
                 m -= W[grid_.at(I, i, j)] * W[grid_.at(I, i, j)];
-            if (std::abs(m) >= tolerance) console::print("[M] is not positive define at %dth row\n", i);
+            if (std::abs(m) >= tolerance) progress.print("[M] is not positive define at %dth row\n", i);
         }
     }
 }

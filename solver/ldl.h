@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "model/progress.h"
 #include "solver/factor_files.h"
 #include "solver/panels.h"
 #include "solver/profile.h"
@@ -25,8 +26,9 @@ enum class FactorStatus { ok, write_failed, out_of_memory, cancelled };
 
 struct FactorOptions {
     int threads = 1;
-    std::int32_t diag_num = 0;    // band measure: no row is higher; at least the largest height is used
-    std::int32_t panel_rows = 0;  // 0: chosen by the profile
+    std::int32_t diag_num = 0;       // band measure: no row is higher; at least the largest height is used
+    std::int32_t panel_rows = 0;     // 0: chosen by the profile
+    std::string log_folder = "log";  // where the division files lie
     const char* file_stem = "Ltemp";
     std::int64_t direct_bytes =
         std::int64_t{256} << 20;  // a factor in one division of this size is written past the page cache
@@ -42,11 +44,11 @@ public:
     // Factors the matrix `values` on km's pattern (the pattern the profile was made from). Prints the
     // progress lines, "Warning   D[%d]:%.3e\n" for negative pivots. On failure error() says why and
     // the factor cannot be used.
-    FactorStatus factor_ldl(const SparseKM& km, std::span<const double> values);
+    FactorStatus factor_ldl(const SparseKM& km, std::span<const double> values, Progress& progress);
 
     // Cholesky: w_ij in place of l_ij, w_ii = √v in the diagonal slot, D()[i] = v. A negative v is told
     // ("[M] is not positive define at %dth row\n") and its size taken; at the end every row is checked.
-    FactorStatus factor_ww(const SparseKM& km, std::span<const double> values);
+    FactorStatus factor_ww(const SparseKM& km, std::span<const double> values, Progress& progress);
 
     // Solves L D Lᵀ x = b in place for k right-hand sides: x is n × k, column after column. The
     // columns are taken in fixed groups, so that the threads do not show in the result. False when a
@@ -63,6 +65,7 @@ public:
     const std::vector<double>& D() const { return D_; }
     std::int64_t negative_pivots() const { return negative_pivots_; }
     std::string error() const { return error_; }
+    std::vector<std::string> file_names() const { return files_.names(); }
 
     // Row i of L from its first column to the diagonal (1.0 there), for tests and W: read from
     // memory or file.
@@ -72,9 +75,9 @@ private:
     bool spilled() const { return divisions_.count() > 1; }
     enum class Kind { ldl, ww };
     enum class Direction { forward, backward };
-    FactorStatus factor(const SparseKM& km, std::span<const double> values, Kind kind);
+    FactorStatus factor(const SparseKM& km, std::span<const double> values, Kind kind, Progress& progress);
     void factor_strip(std::int32_t columns, std::int32_t row, double* g, double* l, std::int32_t ld);
-    void check_rows_of_w(const SparseKM& km, std::span<const double> values);
+    void check_rows_of_w(const SparseKM& km, std::span<const double> values, Progress& progress);
     // Calls step(I, panel, columns' group) for every panel in the direction given.
     template <typename Step>
     bool sweep(Direction direction, std::int32_t k, const Step& step);
@@ -105,9 +108,9 @@ private:
     std::int64_t negative_pivots_ = 0;
     std::string error_;
 
-    // progress of a factorization, see ldl.cpp
-    struct Progress;
-    std::shared_ptr<Progress> progress_;
+    // what the threads of a factorization share, see ldl.cpp
+    struct Shared;
+    std::shared_ptr<Shared> shared_;
 };
 
 }  // namespace kestralum

@@ -6,16 +6,13 @@
 #include <numeric>
 #include <vector>
 
-#include "model/console.h"
-
 namespace kestralum {
 
 std::int32_t measure_band(const Mesh& mesh) {
-    const std::size_t per_element = mesh.node_per_element();
     std::int32_t band = 0;
-    for (std::size_t e = 0; e + per_element <= mesh.connectivity.size(); e += per_element) {
-        const auto first = mesh.connectivity.begin() + static_cast<std::ptrdiff_t>(e);
-        const auto [low, high] = std::minmax_element(first, first + static_cast<std::ptrdiff_t>(per_element));
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        const auto nodes = mesh.element(e);
+        const auto [low, high] = std::minmax_element(nodes.begin(), nodes.end());
         band = std::max(band, 3 * (*high - *low) + 3);
     }
     return band;
@@ -39,26 +36,20 @@ std::array<double, 3> sub_origin(const Mesh& mesh, std::string_view method) {
     }
     std::array<double, 3> origin{box[0], box[1], box[2]};
     origin[axis] -= 100 * longest;
-    if (method == "CTR") {
-        for (std::size_t c = 0; c < 3; ++c) origin[c] = (box[c] + box[c + 3]) / 2;
-    } else if (method == "DCTR") {
-        origin = {};
-        for (std::size_t k = 0; k < mesh.coordinates.size(); ++k) origin[k % 3] += mesh.coordinates[k];
-        for (double& c : origin) c /= mesh.node_num();
-    }
     return origin;
 }
 
-void count_up_to(std::int64_t n) {
-    for (std::int64_t i = 0; i < n; ++i) console::counter(i, n);
+// The counter lines of a loop that is long over.
+void count_up_to(std::int64_t n, Progress& progress) {
+    for (std::int64_t i = 0; i < n && progress.lines_wanted(); ++i) progress.counter(i, n);
 }
 
 }  // namespace
 
-void reorder_nodes(Mesh& mesh, std::string_view method) {
-    console::print("Reordering Node Numbers\n");
+std::vector<std::int32_t> reorder_nodes(Mesh& mesh, std::string_view method, Progress& progress) {
+    progress.print("Reordering Node Numbers\n");
     const auto origin = sub_origin(mesh, method);
-    console::print("Sub-origin: %e,%e,%e\n", origin[0], origin[1], origin[2]);
+    progress.print("Sub-origin: %e,%e,%e\n", origin[0], origin[1], origin[2]);
 
     const std::size_t nodes = mesh.node_num();
     struct Place {
@@ -75,7 +66,7 @@ void reorder_nodes(Mesh& mesh, std::string_view method) {
     std::sort(order.begin(), order.end(), [](const Place& a, const Place& b) {
         return a.distance != b.distance ? a.distance < b.distance : a.node < b.node;
     });
-    count_up_to(static_cast<std::int64_t>(nodes));
+    count_up_to(mesh.node_num(), progress);
 
     std::vector<std::int32_t> new_number(nodes);
     for (std::size_t k = 0; k < nodes; ++k) new_number[order[k].node] = static_cast<std::int32_t>(k);
@@ -84,44 +75,51 @@ void reorder_nodes(Mesh& mesh, std::string_view method) {
     };
     renumber(mesh.connectivity);
     renumber(mesh.surface_facets);
-    count_up_to(mesh.element_num());
+    count_up_to(mesh.element_num(), progress);
 
     std::vector<double> moved(mesh.coordinates.size());
     for (std::size_t k = 0; k < nodes; ++k)
-        for (std::size_t c = 0; c < 3; ++c)
-            moved[3 * k + c] = mesh.coordinates[3 * static_cast<std::size_t>(order[k].node) + c];
+        for (std::size_t c = 0; c < 3; ++c) moved[3 * k + c] = mesh.coordinates[3 * order[k].node + c];
     mesh.coordinates = std::move(moved);
-    count_up_to(static_cast<std::int64_t>(nodes));
-    console::print("Complete Reordering Node Numbers\n");
+    count_up_to(mesh.node_num(), progress);
+    progress.print("Complete Reordering Node Numbers\n");
+    return new_number;
 }
 
-std::int32_t order_nodes(Mesh& mesh, std::string_view ordering_type) {
+Ordering order_nodes(Mesh& mesh, std::string_view ordering_type, Progress& progress) {
+    Ordering out;
+    out.node_of.resize(mesh.node_num());
+    std::iota(out.node_of.begin(), out.node_of.end(), 0);
+    const auto reorder = [&](const char* method) {
+        const std::vector<std::int32_t> number = reorder_nodes(mesh, method, progress);
+        for (std::int32_t& n : out.node_of) n = number[n];
+    };
     const std::int32_t d0 = measure_band(mesh);
-    console::print("diag_num=%d\n", d0);
+    progress.print("diag_num=%d\n", d0);
     constexpr std::array<const char*, 3> methods{"LX", "LY", "LZ"};
     std::array<std::int32_t, 3> band{d0, d0, d0};
     bool any = false;
     for (std::size_t axis = 0; axis < 3; ++axis) {
         if (ordering_type != "LALL" && ordering_type != methods[axis]) continue;
         any = true;
-        reorder_nodes(mesh, methods[axis]);
+        reorder(methods[axis]);
         band[axis] = measure_band(mesh);
-        console::print("%s: diag_num=%d\n\n", methods[axis], band[axis]);
+        progress.print("%s: diag_num=%d\n\n", methods[axis], band[axis]);
     }
     if (any) {
         std::size_t best = 0;
         if (band[1] < band[best]) best = 1;
         if (band[2] < band[best]) best = 2;
-        reorder_nodes(mesh, methods[best]);
-        console::print("Ordering: min_direc=%s\n", methods[best]);
+        reorder(methods[best]);
+        progress.print("Ordering: min_direc=%s\n", methods[best]);
     }
     if (ordering_type == "LMAX") {
-        reorder_nodes(mesh, "LMAX");
-        console::print("Ordering: min_direc=LMAX\n");
+        reorder("LMAX");
+        progress.print("Ordering: min_direc=LMAX\n");
     }
-    const std::int32_t band_in_force = measure_band(mesh);
-    console::print("diag_num=%d\n\n", band_in_force);
-    return band_in_force;
+    out.diag_num = measure_band(mesh);
+    progress.print("diag_num=%d\n\n", out.diag_num);
+    return out;
 }
 
 }  // namespace kestralum

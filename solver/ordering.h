@@ -4,8 +4,10 @@
 
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
-#include "model/model_store.h"
+#include "model/mesh.h"
+#include "model/progress.h"
 
 namespace kestralum {
 
@@ -15,13 +17,18 @@ std::int32_t measure_band(const Mesh& mesh);
 
 // Renumbers the nodes in place: connectivity, surface facets and coordinates (node_n_dir is not
 // touched; it must be rebuilt). Methods: LX LY LZ sort along an axis, LMAX along the longest one
-// of the bounding box, CTR from the box's centre, DCTR from the nodes' mean; any other word as LX.
-// Stable: nodes at the same distance keep their order. O(n log n).
-void reorder_nodes(Mesh& mesh, std::string_view method);
+// of the bounding box; any other word as LX.
+// Stable: nodes at the same distance keep their order. O(n log n). Returns the new number (0-based) of each
+// node.
+std::vector<std::int32_t> reorder_nodes(Mesh& mesh, std::string_view method, Progress& progress);
 
 // The linear analyses' choice by the setting ORDERING_TYPE: tries the axes that the word names,
-// reorders with the best (ties keep the earlier axis) and returns the band in force. Words that are
-// not understood leave the numbering as it is.
-std::int32_t order_nodes(Mesh& mesh, std::string_view ordering_type);
+// reorders with the best (ties keep the earlier axis). Words that are not understood leave the numbering as
+// it is.
+struct Ordering {
+    std::int32_t diag_num = 0;          // band in force
+    std::vector<std::int32_t> node_of;  // per node before: its number now, 0-based
+};
+Ordering order_nodes(Mesh& mesh, std::string_view ordering_type, Progress& progress);
 
 }  // namespace kestralum

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "model/console.h"
-
 namespace kestralum {
 
 Profile make_profile(const SparseKM& km) {
@@ -28,14 +26,14 @@ std::int32_t most_divisions(std::int32_t rows, std::int32_t diag_num) {
 }
 
 Divisions plan_divisions(const Profile& profile, double memory_size, std::int32_t div_memory_size,
-                         std::int32_t diag_num) {
+                         std::int32_t diag_num, Progress& progress) {
     const std::int32_t n = profile.rows();
     const std::int32_t temp_n = most_divisions(n, diag_num);
     Divisions divisions{{0}, {0}};
     if (memory_size / div_memory_size < profile.megabytes()) {
         constexpr std::int32_t margin = 10;  // rows beyond one band
         for (std::int32_t i = 0; i < n && static_cast<std::int32_t>(divisions.div_row.size()) < temp_n; ++i) {
-            console::counter(i, n);
+            progress.counter(i, n);
             if (i > divisions.div_row.back() + margin + diag_num && i + 1 < n) {
                 divisions.div_row.push_back(i + 1);
                 divisions.div_profile.push_back(profile.sky_start[static_cast<std::size_t>(i) + 1]);
@@ -44,7 +42,7 @@ Divisions plan_divisions(const Profile& profile, double memory_size, std::int32_
     }
     divisions.div_row.push_back(n);
     divisions.div_profile.push_back(profile.Ls_num);
-    console::print("\n");
+    progress.print("\n");
     return divisions;
 }
 

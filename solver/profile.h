@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "model/progress.h"
 #include "solver/sparse.h"
 
 namespace kestralum {
@@ -34,7 +35,7 @@ struct Divisions {
 // Cuts the profile into divisions of diag_num + 12 rows when its megabytes exceed
 // memory_size / div_memory_size; one division otherwise. At most max(n / diag_num, 1) divisions.
 Divisions plan_divisions(const Profile& profile, double memory_size, std::int32_t div_memory_size,
-                         std::int32_t diag_num);
+                         std::int32_t diag_num, Progress& progress);
 
 // How many divisions a band of diag_num allows: n / diag_num ("temp_n").
 std::int32_t most_divisions(std::int32_t rows, std::int32_t diag_num);

@@ -4,11 +4,9 @@
 #include <atomic>
 #include <cassert>
 
-#include "model/console.h"
-
 namespace kestralum {
 
-NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_elements) {
+NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_elements, Progress& progress) {
     const std::int32_t nodes = mesh.node_num();
     const int per_element = mesh.node_per_element();
     NodeNeighbours out;
@@ -16,7 +14,7 @@ NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_el
     out.nodes.reserve(static_cast<std::size_t>(nodes) * 27);
     std::vector<std::int32_t> seen(nodes, -1);  // last node that took this one
     for (std::int32_t i = 0; i < nodes; ++i) {
-        console::counter(i, nodes);
+        progress.counter(i, nodes);
         const auto first = static_cast<std::ptrdiff_t>(out.nodes.size());
         out.nodes.push_back(i);
         seen[i] = i;
@@ -36,7 +34,7 @@ NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_el
     return out;
 }
 
-std::int64_t count_overlap(const NodeNeighbours& neighbours, SparseKM& km) {
+std::int64_t count_overlap(const NodeNeighbours& neighbours, SparseKM& km, Progress& progress) {
     const std::size_t nodes = neighbours.start.size() - 1;
     km.row_count.resize(3 * nodes);
     km.row_start.assign(3 * nodes + 1, 0);
@@ -45,18 +43,18 @@ std::int64_t count_overlap(const NodeNeighbours& neighbours, SparseKM& km) {
             km.row_count[r] = static_cast<std::int32_t>(3 * (neighbours.start[i + 1] - neighbours.start[i]));
             km.row_start[r + 1] = km.row_start[r] + km.row_count[r];
         }
-    console::print("\n");
-    console::print("  [K],[M] element num=%lld\n", static_cast<long long>(km.row_start.back()));
+    progress.print("\n");
+    progress.print("  [K],[M] element num=%lld\n", static_cast<long long>(km.row_start.back()));
     return km.row_start.back();
 }
 
-void build_index(const NodeNeighbours& neighbours, SparseKM& km) {
+void build_index(const NodeNeighbours& neighbours, SparseKM& km, Progress& progress) {
     const std::size_t nodes = neighbours.start.size() - 1;
     km.col_index.resize(km.row_start.back());
     for (std::size_t i = 0; i < nodes; ++i) {
         const std::int64_t first = neighbours.start[i], last = neighbours.start[i + 1];
-        if (console::lines_enabled())
-            console::print("  %zu/%zu:%lld,%d\r", i, nodes, static_cast<long long>(last - first),
+        if (progress.lines_wanted())
+            progress.print("  %zu/%zu:%lld,%d\r", i, nodes, static_cast<long long>(last - first),
                            km.row_count[3 * i]);
         for (std::size_t r = 3 * i; r < 3 * i + 3; ++r) {
             std::int32_t* column = km.col_index.data() + km.row_start[r];
@@ -64,7 +62,7 @@ void build_index(const NodeNeighbours& neighbours, SparseKM& km) {
                 for (std::int32_t c = 0; c < 3; ++c) *column++ = 3 * neighbours.nodes[k] + c;
         }
     }
-    console::print("  [K],[M] index\n");
+    progress.print("  [K],[M] index\n");
 }
 
 void find_diagonals(SparseKM& km) {
@@ -95,7 +93,9 @@ void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& 
     for (std::int32_t e = batch.first; e < batch.last; ++e) {
         const std::int32_t* element = mesh.connectivity.data() + static_cast<std::size_t>(e) * ne;
         const double* ke = batch.ke.data() + static_cast<std::size_t>(e - batch.first) * size * size;
-        const double* me = batch.me.data() + static_cast<std::size_t>(e - batch.first) * ne * ne;
+        const double* me = batch.me.empty()
+                               ? nullptr
+                               : batch.me.data() + static_cast<std::size_t>(e - batch.first) * ne * ne;
         for (std::size_t p = 0; p < ne; ++p) {
             const auto i = static_cast<std::int32_t>(node_index(element[p]));
             if (i < node_first || i >= node_last) continue;
@@ -107,18 +107,17 @@ void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& 
             for (std::size_t a = 0; a < 3; ++a) {
                 const std::int64_t start = km.row_start[3 * i + a];
                 k_row[a] = km.K_value.data() + start;
-                m_row[a] = km.M_value.data() + start;
+                m_row[a] = me ? km.M_value.data() + start : nullptr;
             }
             for (std::size_t q = 0; q < ne; ++q) {
                 const auto j = static_cast<std::int32_t>(node_index(element[q]));
                 const std::int32_t* at = std::lower_bound(set, set_end, j);
                 assert(at != set_end && *at == j);
-                const std::ptrdiff_t offset = 3 * (at - set);
+                const std::size_t offset = 3 * (at - set);
                 for (std::size_t a = 0; a < 3; ++a) {
                     const double* block = ke + (3 * p + a) * size + 3 * q;
-                    for (std::size_t b = 0; b < 3; ++b)
-                        k_row[a][static_cast<std::size_t>(offset) + b] += block[b];
-                    m_row[a][static_cast<std::size_t>(offset) + a] += me[p * ne + q];
+                    for (std::size_t b = 0; b < 3; ++b) k_row[a][offset + b] += block[b];
+                    if (me) m_row[a][offset + a] += me[p * ne + q];
                 }
             }
         }
@@ -128,24 +127,25 @@ void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& 
 }  // namespace
 
 std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, const ElementMatrices& matrices,
-                         int threads, SparseKM& km, const char* counter) {
+                         int threads, SparseKM& km, Progress& progress, bool with_mass, const char* counter) {
     const std::size_t ne = mesh.node_per_element();
     const std::int32_t elements = mesh.element_num();
     const std::int32_t nodes = mesh.node_num();
     km.K_value.assign(km.entries(), 0.0);
-    km.M_value.assign(km.entries(), 0.0);
+    km.M_value.assign(with_mass ? km.entries() : 0, 0.0);
     constexpr std::int32_t batch_size = 1024;
-    std::vector<double> ke(batch_size * 9 * ne * ne), me(batch_size * ne * ne);
+    std::vector<double> ke(batch_size * 9 * ne * ne), me(with_mass ? batch_size * ne * ne : 0);
     std::vector<char> computed(batch_size, 0);
-    for (std::int32_t first = 0; first < elements; first += batch_size) {
+    for (std::int32_t first = 0; first < elements && !progress.cancelled(); first += batch_size) {
         const std::int32_t last = std::min(elements, first + batch_size);
 #pragma omp parallel for schedule(static) num_threads(threads)
         for (std::int32_t e = first; e < last; ++e) {
             const std::size_t slot = e - first;
-            computed[slot] = matrices(e, ke.data() + slot * 9 * ne * ne, me.data() + slot * ne * ne);
+            computed[slot] =
+                matrices(e, ke.data() + slot * 9 * ne * ne, with_mass ? me.data() + slot * ne * ne : nullptr);
         }
         for (std::int32_t e = first; e < last; ++e) {
-            console::counter(e, elements, counter);
+            progress.counter(e, elements, counter);
             if (!computed[e - first]) return e;
         }
         const Batch batch{first, last, static_cast<int>(ne), ke, me};
@@ -196,10 +196,10 @@ void keep_rows(std::span<const std::int32_t> dof_map, SparseKM& km) {
     find_diagonals(km);
 }
 
-void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km) {
-    console::print(" Eliminate fix index\n");
+void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km, Progress& progress) {
+    progress.print(" Eliminate fix index\n");
     keep_rows(dof_map, km);
-    console::print(" Eliminate fix index Complete\n");
+    progress.print(" Eliminate fix index Complete\n");
 }
 
 std::int64_t profile_size(const SparseKM& km) {

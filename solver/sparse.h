@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include "model/progress.h"
 #include "model/topology.h"
 
 namespace kestralum {
@@ -30,12 +31,12 @@ struct NodeNeighbours {
     std::vector<std::int64_t> start;  // node_num + 1
     std::vector<std::int32_t> nodes;  // 0-based
 };
-NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_elements);
+NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_elements, Progress& progress);
 
 // Row counts and starts of the three rows of every node; returns K_num2, the number of entries.
-std::int64_t count_overlap(const NodeNeighbours& neighbours, SparseKM& km);
+std::int64_t count_overlap(const NodeNeighbours& neighbours, SparseKM& km, Progress& progress);
 // Column indices of every row.
-void build_index(const NodeNeighbours& neighbours, SparseKM& km);
+void build_index(const NodeNeighbours& neighbours, SparseKM& km, Progress& progress);
 // Offset of each row's diagonal entry.
 void find_diagonals(SparseKM& km);
 
@@ -45,15 +46,16 @@ void find_diagonals(SparseKM& km);
 using ElementMatrices = std::function<bool(std::int32_t element, double* ke, double* me)>;
 
 // Adds every element's matrices, in element order for every entry whatever the number of threads.
-// Returns the first element (0-based) that could not be computed, -1 when all could. `counter` stands
-// before the progress counter.
+// Returns the first element (0-based) that could not be computed, -1 when all could or a cancel ended it.
+// `counter` stands before the progress counter. `with_mass` false: M_value stays empty, `me` is null.
 std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, const ElementMatrices& matrices,
-                         int threads, SparseKM& km, const char* counter = "    k=");
+                         int threads, SparseKM& km, Progress& progress, bool with_mass = true,
+                         const char* counter = "    k=");
 
 // Keeps the rows and columns with map >= 0 under their new numbers; an empty M_value stays empty.
 void keep_rows(std::span<const std::int32_t> map, SparseKM& km);
 // The same with the progress lines.
-void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km);
+void eliminate_fixed(std::span<const std::int32_t> dof_map, SparseKM& km, Progress& progress);
 
 // The diagonal of K, one entry per row.
 std::vector<double> diagonal_of(const SparseKM& km);
