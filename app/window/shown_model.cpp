@@ -4,8 +4,7 @@
 
 #include "conditions/constraints.h"
 #include "conditions/rigid_bodies.h"
-#include "model/model_store.h"
-#include "solver/sparse.h"
+#include "model/topology.h"
 
 namespace kestralum {
 
@@ -13,13 +12,12 @@ namespace {
 
 // Nodes and normals of the rigid elements as an analysis finds them; the first element keeps a node. Records
 // that an analysis refuses are shown all the same.
-std::vector<view::RigidHold> find_rigid_holds(const ModelStore& store) {
+std::vector<view::RigidHold> find_rigid_holds(const Model& model, const Mesh& mesh) {
     std::vector<view::RigidHold> holds;
-    if (store.rigid_elements.empty()) return holds;
-    const Mesh& mesh = store.mesh;
+    if (model.rigid_elements.empty()) return holds;
     const NodeElements around = elements_of_nodes(mesh);
     RigidSystem system;
-    for (const RigidElement& record : store.rigid_elements) add_body(system, record, mesh, around);
+    for (const RigidElement& record : model.rigid_elements) add_body(system, record, mesh, around);
     if (mesh.node_n_dir.size() == mesh.coordinates.size()) find_normals(system, mesh);
     for (RigidBody& body : system.bodies) holds.push_back({std::move(body.members), body.normal});
     return holds;
@@ -27,20 +25,22 @@ std::vector<view::RigidHold> find_rigid_holds(const ModelStore& store) {
 
 }  // namespace
 
-void ShownModel::model_changed() {
-    const ModelStore& store = model_store();
+void ShownModel::show(std::shared_ptr<const Model> model, std::shared_ptr<const Run> run) {
+    store.model = std::move(model);
+    store.run = std::move(run);
     fixed_nodes_.clear();
-    for (const BoundaryCondition& record : store.boundary_conditions) {
-        const auto nodes = select_nodes(record, store.mesh);
+    for (const BoundaryCondition& record : store.model->boundary_conditions) {
+        const auto nodes = select_nodes(record, mesh());
         fixed_nodes_.insert(fixed_nodes_.end(), nodes.begin(), nodes.end());
     }
-    rigid_holds_ = find_rigid_holds(store);
+    rigid_holds_ = find_rigid_holds(*store.model, mesh());
+    state.result_ready = mode_num() > 0;
     drawing.set_pick({});
     drawing.mesh_changed();
 }
 
 void ShownModel::reset_light() {
-    const double L = model_store().mesh.max_length;
+    const double L = mesh().max_length;
     state.light = {L, L, L};
 }
 

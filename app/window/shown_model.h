@@ -2,21 +2,30 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <string>
 #include <vector>
 
+#include "app/model_store.h"
 #include "view/gl/scene_drawing.h"
 
 namespace kestralum {
 
 class ShownModel {
 public:
+    ModelStore store;
     view::DisplayState state;
     view::Camera camera;
     view::gl::SceneDrawing drawing;
 
-    // The store holds another model, or the same one renumbered: its fixed nodes and
-    // those of its rigid elements are looked up again.
-    void model_changed();
+    // Puts a model and its run (null: none) into the store. The run's mesh and frames are drawn, without one
+    // the model's mesh.
+    void show(std::shared_ptr<const Model> model, std::shared_ptr<const Run> run);
+
+    // The mesh that is drawn, and the frames that there are of it.
+    const Mesh& mesh() const { return store.run ? store.run->mesh : store.model->mesh; }
+    std::int32_t mode_num() const { return store.run ? store.run->mode_num() : 0; }
+    AnalysisType ana_type() const { return store.run ? store.run->ana_type : AnalysisType::eigen; }
 
     void reset_light();  // to max_length each
 
@@ -28,12 +37,12 @@ public:
 
     void draw(view::gl::TextPainter& texts) { drawing.draw(tables(), state, camera, texts); }
 
-    // The node under a pixel: marked in the picture and told in a line for the status bar; "" beside the
+    // The node under a pixel: marked in the picture and named in a line for the status bar; "" beside the
     // model, which takes the mark away.
     std::string pick(double x, double y);
 
 private:
-    std::vector<std::int32_t> fixed_nodes_;  // 0-based
+    std::vector<std::int32_t> fixed_nodes_;  // of mesh(), 0-based
     std::vector<view::RigidHold> rigid_holds_;
 };
 
