@@ -16,6 +16,37 @@
 
 namespace kestralum {
 
+namespace fs = std::filesystem;
+
+namespace {
+
+struct DivisionName {
+    std::string stem;
+    std::int32_t division;
+};
+
+// "<stem>_<division>.txt" taken apart; nothing for other names.
+std::optional<DivisionName> division_of(std::string_view name) {
+    constexpr std::string_view tail = ".txt";
+    const std::size_t bar = name.rfind('_');
+    if (bar == name.npos || !name.ends_with(tail)) return {};
+    const auto division = parse_int32(name.substr(bar + 1, name.size() - bar - 1 - tail.size()));
+    if (!division || *division < 0) return {};
+    return DivisionName{std::string(name.substr(0, bar)), *division};
+}
+
+std::vector<fs::path> files_in(std::string_view log_folder) {
+    std::vector<fs::path> out;
+    std::error_code ignored;
+    for (fs::directory_iterator at(paths::to_platform(log_folder), ignored), end; at != end;
+         at.increment(ignored))
+        out.push_back(at->path());
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+}  // namespace
+
 FactorFiles::FactorFiles(std::string_view log_folder, std::string_view stem, const Profile& profile,
                          const Divisions& divisions, std::int64_t direct_bytes)
     : log_folder_(log_folder),
@@ -48,19 +79,13 @@ std::string FactorFiles::error() const {
 
 void FactorFiles::remove_old() {
     for (std::int32_t b = 0; b < divisions_.count(); ++b) close(b);  // open for reading since the last factor
-    std::error_code ignored;
-    const std::string head = stem_ + "_", tail = ".txt";
-    std::vector<std::filesystem::path> old;
-    for (std::filesystem::directory_iterator at(paths::to_platform(log_folder_), ignored), end; at != end;
-         at.increment(ignored)) {
-        const std::string name = at->path().filename().string();
-        if (!name.starts_with(head) || !name.ends_with(tail) || name.size() <= head.size() + tail.size())
-            continue;
-        const auto number =
-            parse_int32(std::string_view(name).substr(head.size(), name.size() - head.size() - tail.size()));
-        if (number && *number >= divisions_.count()) old.push_back(at->path());
+    std::vector<fs::path> old;
+    for (const fs::path& path : files_in(log_folder_)) {
+        const auto name = division_of(path.filename().string());
+        if (name && name->stem == stem_ && name->division >= divisions_.count()) old.push_back(path);
     }
-    for (const auto& path : old) std::filesystem::remove(path, ignored);
+    std::error_code ignored;
+    for (const fs::path& path : old) fs::remove(path, ignored);
 }
 
 void FactorFiles::fail(std::int32_t division, const char* what) {
@@ -197,6 +222,32 @@ bool FactorFiles::write_rows(std::int32_t first, std::int32_t last, const double
 
 bool FactorFiles::read_rows(std::int32_t first, std::int32_t last, double* const* rows) {
     return transfer(first, last, rows, false);
+}
+
+FactorFileList list_factor_files(std::string_view log_folder) {
+    FactorFileList list;
+    for (const fs::path& path : files_in(log_folder)) {
+        std::error_code missing;
+        const auto name = division_of(path.filename().string());
+        if (!name || (name->stem != stiffness_stem && name->stem != mass_stem)) continue;
+        const auto bytes = fs::file_size(path, missing);
+        if (missing) continue;
+        list.names.push_back(path.string());
+        list.megabytes += static_cast<double>(bytes) / 1e6;
+    }
+    return list;
+}
+
+FactorFileList remove_factor_files(std::string_view log_folder) {
+    FactorFileList removed;
+    for (const std::string& name : list_factor_files(log_folder).names) {
+        std::error_code failed;
+        const auto bytes = fs::file_size(name, failed);
+        if (!fs::remove(name, failed) || failed) continue;
+        removed.names.push_back(name);
+        removed.megabytes += static_cast<double>(bytes) / 1e6;
+    }
+    return removed;
 }
 
 }  // namespace kestralum

@@ -15,6 +15,10 @@
 
 namespace kestralum {
 
+// Stems of the division files' names: L of [K] and W of [M].
+inline constexpr const char* stiffness_stem = "Ltemp";
+inline constexpr const char* mass_stem = "Wtemp";
+
 // Files "log\<stem>_%d.txt", one per division. Rows may be written in any order and from several
 // threads; a failed operation is remembered and told by error().
 class FactorFiles {
@@ -70,5 +74,15 @@ private:
     std::atomic<bool> failed_{false};
     std::string error_;
 };
+
+// The division files of every factor, of this run or an earlier one, that lie in a log folder: names as the
+// platform opens them, in order; megabytes: 10⁶ bytes, all together. A folder that is not there holds none.
+struct FactorFileList {
+    std::vector<std::string> names;
+    double megabytes = 0;
+};
+FactorFileList list_factor_files(std::string_view log_folder);
+// Removes them; the list tells what was removed. One that cannot be removed stays, unlisted.
+FactorFileList remove_factor_files(std::string_view log_folder);
 
 }  // namespace kestralum

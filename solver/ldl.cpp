@@ -40,9 +40,8 @@ struct SkylineFactor::Shared {
 
     // Hands a panel to the writer; waits where the disk is so far behind that memory would fill.
     void hand_over(std::int32_t I) {
-        constexpr std::size_t most_waiting = 8;
         std::unique_lock hold(queue_lock);
-        queue_changed.wait(hold, [&] { return computed.size() < most_waiting || stop; });
+        queue_changed.wait(hold, [&] { return computed.size() < most_panels_waiting || stop; });
         computed.push_back(I);
         queue_changed.notify_all();
     }
@@ -77,7 +76,7 @@ SkylineFactor::SkylineFactor(Profile profile, Divisions divisions, FactorOptions
       options_(std::move(options)),
       grid_(make_panel_grid(profile_, options_.panel_rows)),
       files_(options_.log_folder, options_.file_stem, profile_, divisions_,
-             divisions_.count() == 1 ? options_.direct_bytes : std::numeric_limits<std::int64_t>::max()) {
+             spilled() ? std::numeric_limits<std::int64_t>::max() : options_.direct_bytes) {
     if (options_.diag_num < profile_.max_height) options_.diag_num = profile_.max_height;
 }
 

@@ -29,7 +29,10 @@ struct FactorOptions {
     std::int32_t diag_num = 0;       // band measure: no row is higher; at least the largest height is used
     std::int32_t panel_rows = 0;     // 0: chosen by the profile
     std::string log_folder = "log";  // where the division files lie
-    const char* file_stem = "Ltemp";
+    const char* file_stem = stiffness_stem;
+    // False: rows are freed as soon as no later row needs them, and solves read them back from the files; so
+    // it is in any case where there are several divisions. The factor is the same to the last bit.
+    bool keep_in_memory = true;
     std::int64_t direct_bytes =
         std::int64_t{256} << 20;  // a factor in one division of this size is written past the page cache
 };
@@ -72,7 +75,7 @@ public:
     bool read_row(std::int32_t i, std::span<double> row);
 
 private:
-    bool spilled() const { return divisions_.count() > 1; }
+    bool spilled() const { return divisions_.count() > 1 || !options_.keep_in_memory; }
     enum class Kind { ldl, ww };
     enum class Direction { forward, backward };
     FactorStatus factor(const SparseKM& km, std::span<const double> values, Kind kind, Progress& progress);

@@ -63,6 +63,25 @@ std::int64_t PanelGrid::largest_panel() const {
     return largest;
 }
 
+double panel_megabytes(const Profile& profile, int threads) {
+    const PanelGrid grid = make_panel_grid(profile);
+    std::int64_t doubles = threads * grid.largest_panel();
+    for (std::int32_t I = 0; I < grid.panels(); ++I) doubles += grid.doubles(I);
+    return 8e-6 * static_cast<double>(doubles);
+}
+
+double spilled_megabytes(const Profile& profile, int threads) {
+    const PanelGrid grid = make_panel_grid(profile);
+    // the panels that are stored but still read, those that wait for their file, those in work
+    std::int64_t most = 0;
+    for (std::int32_t stored = 0, freed = 0; stored <= grid.panels(); ++stored) {
+        while (freed < stored && grid.last_use[freed] < stored) ++freed;
+        const std::int64_t ahead = static_cast<std::int64_t>(most_panels_waiting) + 1 + threads;
+        most = std::max(most, std::min<std::int64_t>(stored + ahead, grid.panels()) - freed);
+    }
+    return 8e-6 * static_cast<double>((most + threads) * grid.largest_panel());
+}
+
 PanelStore::PanelStore(const PanelGrid& grid, bool spilled)
     : place_(static_cast<std::size_t>(grid.panels()), nullptr), lock_(std::make_unique<std::mutex>()) {
     if (spilled) {

@@ -50,6 +50,15 @@ struct PanelGrid {
 // `panel_rows` 0 chooses by the profile's height.
 PanelGrid make_panel_grid(const Profile& profile, std::int32_t panel_rows = 0);
 
+// Panels that have been computed and wait for their file: no more than these.
+inline constexpr std::size_t most_panels_waiting = 8;
+
+// Memory of a factor that is kept, with the scratch panels of the threads; and the largest of one whose rows
+// are read back from its files (FactorOptions::keep_in_memory false, or several divisions). Millions of
+// bytes.
+double panel_megabytes(const Profile& profile, int threads = 1);
+double spilled_megabytes(const Profile& profile, int threads = 1);
+
 // The panels of one factor: all in one block, or, spilled, those between take() and give_back() in
 // blocks that are used again. take() and give_back() may be called from several threads.
 class PanelStore {
