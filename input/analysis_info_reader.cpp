@@ -8,8 +8,8 @@
 
 #include "input/explicit_sections.h"
 #include "input/record_fields.h"
-#include "model/console.h"
 #include "model/paths.h"
+#include "model/progress.h"
 #include "model/token_reader.h"
 
 namespace kestralum {
@@ -18,15 +18,16 @@ namespace {
 
 class ControlFile {
 public:
-    ControlFile(std::string_view text, const ModelStore& store, InputRemarks& remarks)
+    ControlFile(std::string_view text, const Model& model, InputRemarks& remarks, Progress& progress)
         : tokens_(text),
-          fields_(store.parameters, remarks),
+          fields_(model.parameters, remarks),
           remarks_(remarks),
-          control_(store.control),
-          materials_(store.materials),
-          parameters_(store.parameters),
-          parts_(store.parts),
-          tables_(store.explicit_tables) {}
+          progress_(progress),
+          control_(model.control),
+          materials_(model.materials),
+          parameters_(model.parameters),
+          parts_(model.parts),
+          tables_(model.explicit_tables) {}
 
     // The header is a label and the word "explicit".
     bool header() {
@@ -38,22 +39,22 @@ public:
     Token read();
 
     // Tables that this file does not name stay as an earlier model had them.
-    void tell_kept_tables() {
-        auto tell = [&](std::string_view key, std::size_t records) {
+    void notice_kept_tables() {
+        const auto notice = [&](std::string_view key, std::size_t records) {
             if (records > 0 && std::find(seen_.begin(), seen_.end(), key) == seen_.end())
                 remarks_.notice("no " + std::string(key) +
                                 "; the records of the earlier model stay in force");
         };
-        tell("RIGID_WALL", tables_.walls.size());
-        tell("INITIAL_VELOCITY", tables_.initial_velocities.size());
-        tell("VELOCITY_INPUT", tables_.velocity_inputs.size());
-        tell("ELEMENT_CONTACT", tables_.contacts.size());
+        notice("RIGID_WALL", tables_.walls.size());
+        notice("INITIAL_VELOCITY", tables_.initial_velocities.size());
+        notice("VELOCITY_INPUT", tables_.velocity_inputs.size());
+        notice("ELEMENT_CONTACT", tables_.contacts.size());
     }
 
-    void move_into(ModelStore& store) noexcept {
-        store.control = control_;
-        store.materials = std::move(materials_);
-        store.explicit_tables = std::move(tables_);
+    void move_into(Model& model) noexcept {
+        model.control = control_;
+        model.materials = std::move(materials_);
+        model.explicit_tables = std::move(tables_);
     }
 
 private:
@@ -82,7 +83,7 @@ private:
         const auto value = fields_.evaluate(*token);
         if (!value) return;
         place = *value;
-        console::print(echo, place);
+        progress_.print(echo, place);
     }
 
     void d_time(std::string_view key) { read_number(key, control_.d_time, "  d_time=%.3e\n"); }
@@ -100,7 +101,7 @@ private:
         }
         if (*value < 1) remarks_.notice(*token, "below 1: every step is stored");
         control_.output_frequency = std::max(static_cast<std::int32_t>(*value), 1);
-        console::print("  out_inc=%d\n", control_.output_frequency);
+        progress_.print("  out_inc=%d\n", control_.output_frequency);
     }
 
     void gravity(std::string_view key) {
@@ -125,8 +126,8 @@ private:
             place = token->text == "on";
         else
             remarks_.notice(*token, "not on or off; " + std::string(key) + " stays as it was");
-        console::print(echo_word, std::string(token->text).c_str());
-        console::print(echo_value, place ? 1 : 0);
+        progress_.print(echo_word, std::string(token->text).c_str());
+        progress_.print(echo_value, place ? 1 : 0);
     }
 
     void plastic(std::string_view key) {
@@ -137,15 +138,18 @@ private:
     }
 
     void material_extra_info(std::string_view key);
-    void rigid_wall(std::string_view key) { read_walls(section(key), parameters_, remarks_, tables_.walls); }
+    void rigid_wall(std::string_view key) {
+        read_walls(section(key), parameters_, remarks_, tables_.walls, progress_);
+    }
     void initial_velocity(std::string_view key) {
-        read_initial_velocities(section(key), parameters_, parts_, remarks_, tables_.initial_velocities);
+        read_initial_velocities(section(key), parameters_, parts_, remarks_, tables_.initial_velocities,
+                                progress_);
     }
     void velocity_input(std::string_view key) {
-        read_velocity_inputs(section(key), parameters_, parts_, remarks_, tables_.velocity_inputs);
+        read_velocity_inputs(section(key), parameters_, parts_, remarks_, tables_.velocity_inputs, progress_);
     }
     void contact(std::string_view key) {
-        read_contacts(section(key), parameters_, parts_, remarks_, tables_.contacts);
+        read_contacts(section(key), parameters_, parts_, remarks_, tables_.contacts, progress_);
     }
     TableSection section(std::string_view key);
     void comment(std::string_view) {}
@@ -153,6 +157,7 @@ private:
     TokenReader tokens_;
     RecordFields fields_;
     InputRemarks& remarks_;
+    Progress& progress_;
     AnalysisControl control_;
     std::vector<Material> materials_;
     std::span<const Parameter> parameters_;
@@ -181,8 +186,8 @@ const ControlFile::Row ControlFile::rows[] = {
 Token ControlFile::read() {
     for (;;) {
         const Token token = next();
-        if (token.text.empty()) return token;
-        console::print("%s\n", std::string(token.text).c_str());
+        if (token.text.empty() || progress_.cancelled()) return token;
+        progress_.print("%s\n", std::string(token.text).c_str());
         const Row* found = nullptr;
         for (const Row& row : rows)
             if (!found && token.text.starts_with(row.key)) found = &row;
@@ -194,7 +199,8 @@ Token ControlFile::read() {
 TableSection ControlFile::section(std::string_view key) {
     seen_.push_back(key);
     TableSection out{key, {}, next()};
-    for (; !out.closing.text.empty() && !out.closing.text.starts_with('%'); out.closing = next())
+    for (; !out.closing.text.empty() && !out.closing.text.starts_with('%') && !progress_.cancelled();
+         out.closing = next())
         out.tokens.push_back(out.closing);
     return out;
 }
@@ -203,7 +209,7 @@ void ControlFile::material_extra_info(std::string_view key) {
     constexpr std::size_t record_length = 4;
     const TableSection table = section(key);
     const auto records = records_of(table, record_length, remarks_);
-    console::print("  mat_info_num=%zu\n", records.size());
+    progress_.print("  mat_info_num=%zu\n", records.size());
     for (const std::span<const Token> tokens : records) {
         const std::string name = fields_.name(tokens[0], material_text_width);
         double constants[3];  // G, Sy, Sd
@@ -219,24 +225,16 @@ void ControlFile::material_extra_info(std::string_view key) {
             material.hardening = constants[2];
         }
         if (known)
-            console::print("%s:G=%.3e, Sy=%.3e, Sd=%.3e\n", name.c_str(), constants[0], constants[1],
-                           constants[2]);
+            progress_.print("%s:G=%.3e, Sy=%.3e, Sd=%.3e\n", name.c_str(), constants[0], constants[1],
+                            constants[2]);
         else
             remarks_.notice(tokens[0], "no material of this name; its constants are passed over");
     }
 }
 
-bool differs_from_start(const AnalysisControl& c) {
-    const AnalysisControl start;
-    return c.d_time != start.d_time || c.end_time != start.end_time ||
-           c.output_frequency != start.output_frequency || c.c_alfa != start.c_alfa ||
-           c.gravity_axis != start.gravity_axis || c.gravity_sign != start.gravity_sign ||
-           c.plastic != start.plastic || c.element_contact != start.element_contact;
-}
-
-AnalysisInfoStatus read_control_text(std::string_view text, ModelStore& store, InputRemarks& remarks,
-                                     AnalysisInfoReport& report) {
-    ControlFile file(text, store, remarks);
+AnalysisInfoStatus read_control_text(std::string_view text, Model& model, InputRemarks& remarks,
+                                     AnalysisInfoReport& report, Progress& progress) {
+    ControlFile file(text, model, remarks, progress);
     if (!file.header()) {
         remarks.notice("the second token is not explicit; the file is passed over");
         return AnalysisInfoStatus::not_control;
@@ -245,9 +243,9 @@ AnalysisInfoStatus read_control_text(std::string_view text, ModelStore& store, I
     report.end_token = end.text;
     report.end_token_number = end.number;
     report.ended_at_end = end.text.empty() || end.text.starts_with("END");
-    if (!remarks.ok()) return AnalysisInfoStatus::wrong;
-    file.tell_kept_tables();
-    file.move_into(store);
+    if (!remarks.ok() || progress.cancelled()) return AnalysisInfoStatus::wrong;
+    file.notice_kept_tables();
+    file.move_into(model);
     return AnalysisInfoStatus::read;
 }
 
@@ -265,34 +263,31 @@ std::string analysis_info_file_name(std::string_view model_file_name) {
            ".ana";
 }
 
-AnalysisInfoReport read_analysis_info(ModelStore& store) {
+AnalysisInfoReport read_analysis_info_file(Model& model, Progress& progress) {
     AnalysisInfoReport report;
-    report.file_name = analysis_info_file_name(store.model_file_name);
-    console::print("  n_=%d\n", last_dot(store.model_file_name));
-    console::print("analysis_info_file_name:%s\n", report.file_name.c_str());
+    report.file_name = analysis_info_file_name(model.model_file_name);
+    progress.print("  n_=%d\n", last_dot(model.model_file_name));
+    progress.print("analysis_info_file_name:%s\n", report.file_name.c_str());
     InputRemarks remarks(report.file_name, report.remarks);
+    std::string text, reason;
     try {
-        std::string text, reason;
         if (!paths::read_text(report.file_name, text, reason)) {
-            console::print("FILE OPEN ERROR\n");
-            if (differs_from_start(store.control))
+            progress.print("FILE OPEN ERROR\n");
+            if (model.control != AnalysisControl{})
                 remarks.notice(reason + "; the settings of the earlier model stay in force");
-            return report;
+        } else {
+            progress.print("ANALYSIS INFO FILE OPEN !!\n");
+            report.status = read_control_text(text, model, remarks, report, progress);
+            progress.print("FILE CLOSE !!\n");
         }
-        console::print("ANALYSIS INFO FILE OPEN !!\n");
-        report.status = read_control_text(text, store, remarks, report);
-        console::print("FILE CLOSE !!\n");
     } catch (const std::bad_alloc&) {
         remarks.error("not enough memory to read it");
         report.status = AnalysisInfoStatus::wrong;
     }
     remarks.close();
-    return report;
-}
-
-AnalysisInfoReport read_analysis_info_file() {
-    AnalysisInfoReport report = read_analysis_info(model_store());
-    print_remarks(report.remarks);
+    if (report.status == AnalysisInfoStatus::wrong && progress.cancelled())
+        report.remarks.errors = {report.file_name + ": stopped on request"};
+    print_remarks(report.remarks, progress);
     return report;
 }
 

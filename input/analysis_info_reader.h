@@ -6,13 +6,14 @@
 #include <string>
 #include <string_view>
 
-#include "model/model_store.h"
+#include "model/model.h"
+#include "model/progress.h"
 #include "model/remarks.h"
 
 namespace kestralum {
 
 enum class AnalysisInfoStatus {
-    read,         // taken into the store
+    read,         // taken into the model
     missing,      // no such file, or it cannot be opened; the settings in force stay
     not_control,  // its second token is not "explicit"; passed over, the settings in force stay
     wrong,        // `remarks.errors` says why; the settings in force stay
@@ -28,12 +29,10 @@ struct AnalysisInfoReport {
     bool ended_at_end = false;  // at END or with the file
 };
 
-// Reads the file that goes with the model of the process-wide store and prints the remarks.
-AnalysisInfoReport read_analysis_info_file();
-
-// The same on any store, the remarks left to the caller. Changes `control` and the materials'
-// plastic constants, all or nothing.
-AnalysisInfoReport read_analysis_info(ModelStore& store);
+// Reads the file that goes with model.model_file_name and prints the remarks. Changes model.control,
+// explicit_tables and the materials' plastic constants, all or nothing; a stop that `progress` asks for is
+// the error "stopped on request".
+AnalysisInfoReport read_analysis_info_file(Model& model, Progress& progress);
 
 // Place of the last "." in the file's own name, -1 if there is none: folders do not count.
 int last_dot(std::string_view model_file_name);

@@ -81,8 +81,7 @@ struct PushNumber {
 struct PushName {
     Calculation* c;
     void operator()(const char* first, const char* last) const {
-        c->names.push_back(
-            {std::string_view(first, static_cast<std::size_t>(last - first)), c->values.size()});
+        c->names.push_back({std::string_view(first, last), c->values.size()});
         c->reached = last;
     }
 };
@@ -148,37 +147,34 @@ double apply(double a, double b) {
     return Operation{}(a, b);
 }
 
+// The rules and what their actions work on; one for each thread, since a rule holds the addresses of both.
 // Every alternative is chosen by its first character, so that no action fires for a text that is
 // then read another way.
-struct Expression : spirit::grammar<Expression> {
-    explicit Expression(Calculation* state) : c(state) {}
-    Calculation* c;
+struct Grammar {
+    using Scanner = spirit::phrase_scanner_t;
+    Calculation c;
+    spirit::rule<Scanner> expression, term, factor, power, operand, call;
+    spirit::rule<spirit::lexeme_scanner<Scanner>::type> number, name;
 
-    template <typename Scanner>
-    struct definition {
-        spirit::rule<Scanner> expression, term, factor, power, operand, call;
-        spirit::rule<typename spirit::lexeme_scanner<Scanner>::type> number, name;
-
-        explicit definition(const Expression& self) {
-            using namespace spirit;
-            Calculation* c = self.c;
-            const auto letter = range_p('a', 'z') | range_p('A', 'Z') | '_';
-            const auto digit = range_p('0', '9');
-            const auto exponent = (ch_p('e') | 'E') >> !(ch_p('+') | '-') >> +digit;
-            number = (+digit >> !('.' >> *digit) | '.' >> +digit) >> !exponent;
-            name = letter >> *(letter | digit);
-            expression = term >> *(('+' >> term)[Binary{c, apply<std::plus<>>}] |
-                                   ('-' >> term)[Binary{c, apply<std::minus<>>}]);
-            term = factor >> *(('*' >> factor)[Binary{c, apply<std::multiplies<>>}] |
-                               ('/' >> factor)[Binary{c, apply<std::divides<>>}]);
-            factor = ('-' >> factor)[Negate{c}] | '+' >> factor | power;
-            power = operand >> !('^' >> factor)[Binary{c, std::pow}];
-            operand = lexeme_d[number][PushNumber{c}] | '(' >> expression >> ')' |
-                      lexeme_d[name][PushName{c}] >> (call[Call{c}] | (~eps_p('('))[Resolve{c}]);
-            call = '(' >> expression >> *(',' >> expression) >> ')';
-        }
-        const spirit::rule<Scanner>& start() const { return expression; }
-    };
+    Grammar() {
+        using namespace spirit;
+        const auto letter = range_p('a', 'z') | range_p('A', 'Z') | '_';
+        const auto digit = range_p('0', '9');
+        const auto exponent = (ch_p('e') | 'E') >> !(ch_p('+') | '-') >> +digit;
+        number = (+digit >> !('.' >> *digit) | '.' >> +digit) >> !exponent;
+        name = letter >> *(letter | digit);
+        expression = term >> *(('+' >> term)[Binary{&c, apply<std::plus<>>}] |
+                               ('-' >> term)[Binary{&c, apply<std::minus<>>}]);
+        term = factor >> *(('*' >> factor)[Binary{&c, apply<std::multiplies<>>}] |
+                           ('/' >> factor)[Binary{&c, apply<std::divides<>>}]);
+        factor = ('-' >> factor)[Negate{&c}] | '+' >> factor | power;
+        power = operand >> !('^' >> factor)[Binary{&c, std::pow}];
+        operand = lexeme_d[number][PushNumber{&c}] | '(' >> expression >> ')' |
+                  lexeme_d[name][PushName{&c}] >> (call[Call{&c}] | (~eps_p('('))[Resolve{&c}]);
+        call = '(' >> expression >> *(',' >> expression) >> ')';
+    }
+    Grammar(const Grammar&) = delete;
+    Grammar& operator=(const Grammar&) = delete;
 };
 
 // Sign, digits, point: texts of this beginning may be plain numbers, the common case.
@@ -202,8 +198,8 @@ CalcResult calc(std::string_view text, std::span<const Parameter> parameters, do
     if (text.size() > longest_expression)
         return {0, "longer than " + std::to_string(longest_expression) + " characters"};
 
-    static Calculation c;
-    static const Expression grammar(&c);
+    thread_local Grammar grammar;
+    Calculation& c = grammar.c;
     c.parameters = parameters;
     c.time = time;
     c.values.clear();
@@ -211,9 +207,9 @@ CalcResult calc(std::string_view text, std::span<const Parameter> parameters, do
     c.error.clear();
     c.reached = text.data();
     const char* const end = text.data() + text.size();
-    const auto info = spirit::parse(text.data(), end, grammar, spirit::space_p);
+    const auto info = spirit::parse(text.data(), end, grammar.expression, spirit::space_p);
     if (!info.full) {
-        const std::string_view rest(c.reached, static_cast<std::size_t>(end - c.reached));
+        const std::string_view rest(c.reached, end);
         if (rest.empty()) return {0, text.empty() ? "empty" : "ends too early"};
         return {0, "not understood at '" + shortened(rest) + "'"};
     }

@@ -24,7 +24,7 @@ struct CalcResult {
 };
 
 // Value of `text` with `time` in seconds; of several parameters of one name the first counts. Errors:
-// unknown name or function, wrong number of arguments, text left over, text too long. One thread at a time.
+// unknown name or function, wrong number of arguments, text left over, text too long. Any thread.
 CalcResult calc(std::string_view text, std::span<const Parameter> parameters, double time = 0);
 
 // Whether an expression can refer to a parameter of this name.

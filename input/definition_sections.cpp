@@ -6,16 +6,17 @@
 #include "input/record_fields.h"
 #include "input/section_readers.h"
 #include "mesh/part_catalogue.h"
-#include "model/console.h"
+#include "model/progress.h"
 
 namespace kestralum {
 
-void read_material_info(const FileSection& section, ModelDefinition& model, InputRemarks& remarks) {
+void read_material_info(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
     const auto records = records_of(section, 4, remarks);
     const RecordFields fields(model.parameters, remarks);
-    console::print("material_num=%d\n", static_cast<int>(records.size()));
+    progress.print("material_num=%d\n", static_cast<int>(records.size()));
     std::vector<Material> materials;
     for (const auto& record : records) {
+        if (progress.cancelled()) return;
         Material& m = materials.emplace_back();
         m.id = static_cast<std::int32_t>(materials.size()) - 1;
         m.name = fields.name(record[0], material_text_width);
@@ -25,7 +26,7 @@ void read_material_info(const FileSection& section, ModelDefinition& model, Inpu
             record[2], [](double v) { return v > 0; }, "a Young's modulus above 0 Pa");
         m.poisson = fields.number_where(
             record[3], [](double v) { return v > -1 && v < 0.5; }, "a Poisson ratio between -1 and 0.5");
-        console::print(" %s:p=%e, E=%e, nyu=%e\n", m.name.c_str(), m.density, m.young, m.poisson);
+        progress.print(" %s:p=%e, E=%e, nyu=%e\n", m.name.c_str(), m.density, m.young, m.poisson);
     }
     model.materials = std::move(materials);
 }
@@ -40,13 +41,14 @@ double evaluate_override(const std::string& name, const std::string& expression,
     return 0;
 }
 
-void read_parameter(const FileSection& section, const OverrideTable& overrides, ModelDefinition& model,
-                    InputRemarks& remarks) {
+void read_parameter(const FileSection& section, const OverrideTable& overrides, Model& model,
+                    InputRemarks& remarks, Progress& progress) {
     const auto records = records_of(section, 2, remarks);
     std::vector<Parameter> parameters = overrides.lasting;
     std::set<std::string> names;
-    console::print("param_num=%d\n", static_cast<int>(records.size() + parameters.size()));
+    progress.print("param_num=%d\n", static_cast<int>(records.size() + parameters.size()));
     for (const auto& record : records) {
+        if (progress.cancelled()) return;
         // the records before this one are known to it
         const RecordFields fields(parameters, remarks);
         Parameter p;
@@ -65,7 +67,7 @@ void read_parameter(const FileSection& section, const OverrideTable& overrides, 
     }
     for (std::size_t k = 0; k < parameters.size(); ++k) {
         parameters[k].id = static_cast<std::int32_t>(k);
-        console::print(" %s:%e\n", parameters[k].name.c_str(), parameters[k].value);
+        progress.print(" %s:%e\n", parameters[k].name.c_str(), parameters[k].value);
     }
     model.parameters = std::move(parameters);
 }
@@ -129,7 +131,7 @@ std::string placed_remark(const PartRecords& records, const std::string& line) {
 
 }  // namespace
 
-void read_part_info(const FileSection& section, ModelDefinition& model, InputRemarks& remarks) {
+void read_part_info(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
     const PartRecords records = part_records(section, RecordFields(model.parameters, remarks));
     int failures = 0;
     const Evaluate evaluate = [&](std::string_view text, double& value, std::string& error) {
@@ -144,7 +146,7 @@ void read_part_info(const FileSection& section, ModelDefinition& model, InputRem
         return false;
     };
     Remarks said;
-    model.parts = create_PART(records.rows, model.materials, evaluate, said);
+    model.parts = create_PART(records.rows, model.materials, evaluate, said, progress);
     for (const auto* lines : {&said.errors, &said.notices})
         for (std::size_t k = 0; k < lines->size(); ++k) {
             const std::string& line = (*lines)[k];
@@ -153,7 +155,7 @@ void read_part_info(const FileSection& section, ModelDefinition& model, InputRem
         }
 }
 
-void read_count(const FileSection& section, ModelDefinition& model, InputRemarks& remarks) {
+void read_count(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
     const RecordFields fields(model.parameters, remarks);
     const Token value = section.tokens.empty() ? Token{} : section.tokens[0];
     if (value.text.empty()) {
@@ -163,7 +165,7 @@ void read_count(const FileSection& section, ModelDefinition& model, InputRemarks
     const auto count = fields.count(value, 1);
     if (count) {
         (section.keyword == Keyword::iteration ? model.iteration_limit : model.mode_count) = *count;
-        console::print("%d\n", *count);
+        progress.print("%d\n", *count);
     }
     if (section.tokens.size() < 2) return;
     const auto passed_over = keyword_of(section.tokens[1].text);

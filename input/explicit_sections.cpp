@@ -6,7 +6,8 @@
 
 #include "input/calculator.h"
 #include "input/record_fields.h"
-#include "model/console.h"
+#include "model/format.h"
+#include "model/progress.h"
 
 namespace kestralum {
 
@@ -60,8 +61,7 @@ double not_negative(const Token& token, const RecordFields& fields, std::string_
 
 std::string box_line(std::span<const double> values) {
     std::string line;
-    for (std::size_t k = 0; k < values.size(); ++k)
-        line += (k ? ", " : "") + console::format("%.3e", values[k]);
+    for (std::size_t k = 0; k < values.size(); ++k) line += (k ? ", " : "") + formatted("%.3e", values[k]);
     return line;
 }
 
@@ -111,13 +111,14 @@ std::vector<std::span<const Token>> records_of(const TableSection& table, std::s
 }
 
 void read_walls(const TableSection& table, std::span<const Parameter> parameters, InputRemarks& remarks,
-                std::vector<RigidWall>& out) {
+                std::vector<RigidWall>& out, Progress& progress) {
     const RecordFields fields(parameters, remarks);
     const auto records = records_of(table, wall_length, remarks);
     out.clear();
-    console::print("  rigid_wall_num=%zu\n", records.size());
-    console::print(" RIGID_WALL\n");
+    progress.print("  rigid_wall_num=%zu\n", records.size());
+    progress.print(" RIGID_WALL\n");
     for (const std::span<const Token> t : records) {
+        if (progress.cancelled()) return;
         RigidWall w;
         w.name = fields.name(t[0], name_text_width);
         w.kind_word = text_of(t[1]);
@@ -138,11 +139,11 @@ void read_walls(const TableSection& table, std::span<const Parameter> parameters
                 remarks.expected(t[8 + 2 * c], "an upper bound not below its lower one");
         for (std::size_t c = 0; c < 3; ++c) w.motion[c] = time_expression(t[13 + c], parameters, fields);
         const std::array<double, 4> values{w.radius, w.stiffness, w.friction, w.damping};
-        console::print(" %zu: %s, %s, %s\n", out.size(), w.name.c_str(), w.kind_word.c_str(),
+        progress.print(" %zu: %s, %s, %s\n", out.size(), w.name.c_str(), w.kind_word.c_str(),
                        w.axis_word.c_str());
-        console::print("    %s\n", labelled_values(t.subspan(3, 4), values).c_str());
-        console::print("    %s\n", box_line(w.box).c_str());
-        console::print("    %s, %s, %s\n", w.motion[0].text.c_str(), w.motion[1].text.c_str(),
+        progress.print("    %s\n", labelled_values(t.subspan(3, 4), values).c_str());
+        progress.print("    %s\n", box_line(w.box).c_str());
+        progress.print("    %s, %s, %s\n", w.motion[0].text.c_str(), w.motion[1].text.c_str(),
                        w.motion[2].text.c_str());
         out.push_back(std::move(w));
     }
@@ -150,39 +151,43 @@ void read_walls(const TableSection& table, std::span<const Parameter> parameters
 
 void read_initial_velocities(const TableSection& table, std::span<const Parameter> parameters,
                              std::span<const Part> parts, InputRemarks& remarks,
-                             std::vector<VelocityRecord>& out) {
+                             std::vector<VelocityRecord>& out, Progress& progress) {
     const RecordFields fields(parameters, remarks);
     out.clear();
-    console::print(" INITIAL_VELOCITY\n");
+    progress.print(" INITIAL_VELOCITY\n");
     for (const std::span<const Token> t : records_of(table, velocity_length, remarks)) {
+        if (progress.cancelled()) return;
         VelocityRecord r = velocity_record(t, parameters, parts, fields);
-        console::print(" %zu: %s, %s, %s, %s[%.3e]\n", out.size(), r.name.c_str(), r.selection_word.c_str(),
+        progress.print(" %zu: %s, %s, %s, %s[%.3e]\n", out.size(), r.name.c_str(), r.selection_word.c_str(),
                        r.axis_word.c_str(), r.velocity.text.c_str(), r.velocity.start);
-        console::print("     %s\n", labelled_values(t.subspan(4, 6), r.box).c_str());
+        progress.print("     %s\n", labelled_values(t.subspan(4, 6), r.box).c_str());
         out.push_back(std::move(r));
     }
 }
 
 void read_velocity_inputs(const TableSection& table, std::span<const Parameter> parameters,
                           std::span<const Part> parts, InputRemarks& remarks,
-                          std::vector<VelocityRecord>& out) {
+                          std::vector<VelocityRecord>& out, Progress& progress) {
     const RecordFields fields(parameters, remarks);
     out.clear();
-    console::print(" VELOCITY_INPUT\n");
+    progress.print(" VELOCITY_INPUT\n");
     for (const std::span<const Token> t : records_of(table, velocity_length, remarks)) {
+        if (progress.cancelled()) return;
         VelocityRecord r = velocity_record(t, parameters, parts, fields);
-        console::print("    %.3e[%s]\n", r.velocity.start, r.velocity.text.c_str());
-        console::print("     %s\n", box_line(r.box).c_str());
+        progress.print("    %.3e[%s]\n", r.velocity.start, r.velocity.text.c_str());
+        progress.print("     %s\n", box_line(r.box).c_str());
         out.push_back(std::move(r));
     }
 }
 
 void read_contacts(const TableSection& table, std::span<const Parameter> parameters,
-                   std::span<const Part> parts, InputRemarks& remarks, std::vector<ContactPair>& out) {
+                   std::span<const Part> parts, InputRemarks& remarks, std::vector<ContactPair>& out,
+                   Progress& progress) {
     const RecordFields fields(parameters, remarks);
     out.clear();
-    console::print(" ELEMENT_CONTACT\n");
+    progress.print(" ELEMENT_CONTACT\n");
     for (const std::span<const Token> t : records_of(table, contact_length, remarks)) {
+        if (progress.cancelled()) return;
         ContactPair p;
         p.name = fields.name(t[0], name_text_width);
         std::array<std::int32_t, 2> part{};
@@ -201,10 +206,10 @@ void read_contacts(const TableSection& table, std::span<const Parameter> paramet
         const std::array<double, 4> values{p.penalty, p.friction, p.damping, p.gap};
         std::vector<double> rest(p.box.begin(), p.box.end());
         rest.push_back(p.start_time);
-        console::print(" %zu: %s, %s[%d],  %s[%d], %s\n", out.size(), p.name.c_str(), p.part_name[0].c_str(),
+        progress.print(" %zu: %s, %s[%d],  %s[%d], %s\n", out.size(), p.name.c_str(), p.part_name[0].c_str(),
                        part[0], p.part_name[1].c_str(), part[1],
                        labelled_values(t.subspan(3, 4), values).c_str());
-        console::print("     %s\n", box_line(rest).c_str());
+        progress.print("     %s\n", box_line(rest).c_str());
         out.push_back(std::move(p));
     }
 }

@@ -27,16 +27,18 @@ std::vector<std::span<const Token>> records_of(const TableSection& table, std::s
 //   INITIAL_VELOCITY  name  plane|area|volume|part  x|y|z  velocity  xmin xmax ymin ymax zmin zmax
 //   VELOCITY_INPUT    the same; the velocity may name `time`
 //   ELEMENT_CONTACT   name  part  part  penalty  friction  damping  gap  xmin xmax ymin ymax zmin zmax  time
-// Each replaces `out`, prints the section's echo and says what is wrong in `remarks`.
+// Each replaces `out`, prints the section's echo and adds to `remarks` what is wrong; it ends early where
+// `progress` asks to stop.
 void read_walls(const TableSection& table, std::span<const Parameter> parameters, InputRemarks& remarks,
-                std::vector<RigidWall>& out);
+                std::vector<RigidWall>& out, Progress& progress);
 void read_initial_velocities(const TableSection& table, std::span<const Parameter> parameters,
                              std::span<const Part> parts, InputRemarks& remarks,
-                             std::vector<VelocityRecord>& out);
+                             std::vector<VelocityRecord>& out, Progress& progress);
 void read_velocity_inputs(const TableSection& table, std::span<const Parameter> parameters,
                           std::span<const Part> parts, InputRemarks& remarks,
-                          std::vector<VelocityRecord>& out);
+                          std::vector<VelocityRecord>& out, Progress& progress);
 void read_contacts(const TableSection& table, std::span<const Parameter> parameters,
-                   std::span<const Part> parts, InputRemarks& remarks, std::vector<ContactPair>& out);
+                   std::span<const Part> parts, InputRemarks& remarks, std::vector<ContactPair>& out,
+                   Progress& progress);
 
 }  // namespace kestralum

@@ -1,7 +1,5 @@
 #include "input/input_remarks.h"
 
-#include "model/console.h"
-
 namespace kestralum {
 
 std::string place_of(const Token& token) {
@@ -39,9 +37,9 @@ void InputRemarks::close() {
     errors_ = notices_ = 0;
 }
 
-void print_remarks(const Remarks& remarks) {
-    for (const std::string& line : remarks.errors) console::error("%s", line.c_str());
-    for (const std::string& line : remarks.notices) console::notice("%s", line.c_str());
+void print_remarks(const Remarks& remarks, Progress& progress) {
+    for (const std::string& line : remarks.errors) progress.error("%s", line.c_str());
+    for (const std::string& line : remarks.notices) progress.notice("%s", line.c_str());
 }
 
 }  // namespace kestralum

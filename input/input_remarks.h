@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "model/progress.h"
 #include "model/remarks.h"
 
 namespace kestralum {
@@ -47,6 +48,6 @@ private:
 };
 
 // Prints what a report holds: a line for each error and notice.
-void print_remarks(const Remarks& remarks);
+void print_remarks(const Remarks& remarks, Progress& progress);
 
 }  // namespace kestralum

@@ -1,18 +1,21 @@
 // Boundary conditions and applied forces.
 #include "input/record_fields.h"
 #include "input/section_readers.h"
-#include "model/console.h"
+#include "model/format.h"
+#include "model/progress.h"
 
 namespace kestralum {
 
-void read_boundary_condition(const FileSection& section, ModelDefinition& model, InputRemarks& remarks) {
+void read_boundary_condition(const FileSection& section, Model& model, InputRemarks& remarks,
+                             Progress& progress) {
     static constexpr std::array<std::string_view, 3> selections{"plane", "area", "volume"};
-    echo_tokens(section.tokens);
+    echo_tokens(section.tokens, progress);
     const auto records = records_of(section, 9, remarks);
     const RecordFields fields(model.parameters, remarks);
-    console::print("bc_num=%d\n", static_cast<int>(records.size()));
+    progress.print("bc_num=%d\n", static_cast<int>(records.size()));
     std::vector<BoundaryCondition> conditions;
     for (const auto& record : records) {
+        if (progress.cancelled()) return;
         BoundaryCondition& bc = conditions.emplace_back();
         bc.id = static_cast<std::int32_t>(conditions.size()) - 1;
         bc.name = fields.name(record[0], name_text_width);
@@ -24,9 +27,9 @@ void read_boundary_condition(const FileSection& section, ModelDefinition& model,
         // a plane takes the upper end along its normal for its place
         if (bc.kind != Selection::plane)
             notice_empty_box(record[0], bc.box, bc.kind == Selection::area ? bc.axis : -1, remarks);
-        console::print("%d:%s, %s[%d], %s[%d]\n", bc.id, bc.name.c_str(), bc.selection_word.c_str(),
+        progress.print("%d:%s, %s[%d], %s[%d]\n", bc.id, bc.name.c_str(), bc.selection_word.c_str(),
                        static_cast<int>(bc.kind), bc.axis_word.c_str(), bc.axis);
-        console::write(":" + labelled_values(record.subspan(3), bc.box) + ",\n");
+        progress.write(":" + labelled_values(record.subspan(3), bc.box) + ",\n");
     }
     model.boundary_conditions = std::move(conditions);
 }
@@ -73,30 +76,31 @@ AppliedForce read_force(std::span<const Token> record, const RecordFields& field
     return force;
 }
 
-void list_force(const AppliedForce& force, std::span<const Token> record) {
-    console::print("%d:%s %s %s", force.id, force.name.c_str(), force.kind_word.c_str(),
+void list_force(const AppliedForce& force, std::span<const Token> record, Progress& progress) {
+    progress.print("%d:%s %s %s", force.id, force.name.c_str(), force.kind_word.c_str(),
                    force.axis_word.c_str());
-    std::string line = ":" + std::string(record[3].text) + console::format("=%.3e", force.value);
+    std::string line = ":" + std::string(record[3].text) + formatted("=%.3e", force.value);
     const std::span<const double> place = force.kind == ForceKind::node ? std::span<const double>(force.point)
                                                                         : std::span<const double>(force.box);
     for (std::size_t k = 0; k < place.size(); ++k)
-        line += " " + std::string(record[4 + k].text) + console::format("=%.3e", place[k]);
-    console::write(line);
+        line += " " + std::string(record[4 + k].text) + formatted("=%.3e", place[k]);
+    progress.write(line);
 }
 
 }  // namespace
 
-void read_apply_force(const FileSection& section, ModelDefinition& model, InputRemarks& remarks) {
-    echo_tokens(section.tokens);
+void read_apply_force(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
+    echo_tokens(section.tokens, progress);
     const auto records = force_records(section, remarks);
     const RecordFields fields(model.parameters, remarks);
-    console::print("force_num=%d\n", static_cast<int>(records.size()));
-    console::print("Apply_Force\n");
+    progress.print("force_num=%d\n", static_cast<int>(records.size()));
+    progress.print("Apply_Force\n");
     std::vector<AppliedForce> forces;
     for (const auto& record : records) {
+        if (progress.cancelled()) return;
         forces.push_back(read_force(record, fields));
         forces.back().id = static_cast<std::int32_t>(forces.size()) - 1;
-        list_force(forces.back(), record);
+        list_force(forces.back(), record, progress);
     }
     model.forces = std::move(forces);
 }

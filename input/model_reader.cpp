@@ -1,7 +1,5 @@
 #include "input/model_reader.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <iostream>
@@ -12,8 +10,8 @@
 #include "input/calculator.h"
 #include "input/section_readers.h"
 #include "mesh/assembly.h"
-#include "model/console.h"
 #include "model/paths.h"
+#include "model/progress.h"
 
 namespace kestralum {
 
@@ -26,20 +24,20 @@ double seconds_since(Clock::time_point start) {
 }
 
 // The file name as typed, without the blanks around it; "" where the console has ended.
-std::string ask_for_file_name() {
-    console::print("Input File Name ?");
+std::string ask_for_file_name(Progress& progress) {
+    progress.print("Input File Name ?");
     std::string name;
     std::getline(std::cin, name);
     const auto first = name.find_first_not_of(" \t\r");
     const auto last = name.find_last_not_of(" \t\r");
     name = first == std::string::npos ? std::string() : name.substr(first, last - first + 1);
-    console::print("%s\n", name.c_str());
+    progress.print("%s\n", name.c_str());
     return name;
 }
 
 // Puts the parameters that the file does not define into the table in force.
 OverrideTable prepare_overrides(std::span<const ParameterOverride> overrides, const ModelSections& sections,
-                                ModelDefinition& model, InputRemarks& remarks) {
+                                Model& model, InputRemarks& remarks) {
     OverrideTable table;
     std::vector<std::string> order;
     for (const ParameterOverride& o : overrides) {
@@ -76,30 +74,30 @@ OverrideTable prepare_overrides(std::span<const ParameterOverride> overrides, co
     return table;
 }
 
-void convert_section(const FileSection& section, const OverrideTable& overrides, ModelDefinition& model,
-                     InputRemarks& remarks) {
-    console::print("str=%s\n", std::string(section.opening.text).c_str());
+void convert_section(const FileSection& section, const OverrideTable& overrides, Model& model,
+                     InputRemarks& remarks, Progress& progress) {
+    progress.print("str=%s\n", std::string(section.opening.text).c_str());
     switch (section.keyword) {
         case Keyword::material_info:
-            return read_material_info(section, model, remarks);
+            return read_material_info(section, model, remarks, progress);
         case Keyword::mode_num:
         case Keyword::step_num:
         case Keyword::iteration:
-            return read_count(section, model, remarks);
+            return read_count(section, model, remarks, progress);
         case Keyword::parameter:
-            return read_parameter(section, overrides, model, remarks);
+            return read_parameter(section, overrides, model, remarks, progress);
         case Keyword::part_info:
-            return read_part_info(section, model, remarks);
+            return read_part_info(section, model, remarks, progress);
         case Keyword::boundary_condition:
-            return read_boundary_condition(section, model, remarks);
+            return read_boundary_condition(section, model, remarks, progress);
         case Keyword::apply_force:
-            return read_apply_force(section, model, remarks);
+            return read_apply_force(section, model, remarks, progress);
         case Keyword::rigid_element:
-            return read_rigid_element(section, model, remarks);
+            return read_rigid_element(section, model, remarks, progress);
         case Keyword::rigid_force:
-            return read_rigid_force(section, model, remarks);
+            return read_rigid_force(section, model, remarks, progress);
         case Keyword::rigid_combine:
-            return read_rigid_combine(section, model, remarks);
+            return read_rigid_combine(section, model, remarks, progress);
         case Keyword::comment:
         case Keyword::end:
             return;
@@ -107,9 +105,10 @@ void convert_section(const FileSection& section, const OverrideTable& overrides,
 }
 
 // A keyword that stands whole inside a section most likely shows a forgotten "%".
-void notice_swallowed_keywords(const FileSection& section, InputRemarks& remarks) {
+void notice_swallowed_keywords(const FileSection& section, InputRemarks& remarks, const Progress& progress) {
     if (is_count(section.keyword)) return;
     for (const Token& token : section.tokens) {
+        if (progress.cancelled()) return;
         const auto keyword = keyword_of(token.text);
         if (keyword && token.text == spelling(*keyword))
             remarks.notice(token, std::string("stands inside the section ") + spelling(section.keyword) +
@@ -119,7 +118,7 @@ void notice_swallowed_keywords(const FileSection& section, InputRemarks& remarks
 
 // Names become numbers once more, against the tables as they are at the end: a table may have been
 // replaced after the one that refers to it, or the latter may be an earlier model's.
-void resolve_references(ModelDefinition& model, InputRemarks& remarks) {
+void resolve_references(Model& model, InputRemarks& remarks) {
     for (Part& part : model.parts) {
         const auto named = [&](const Material& m) {
             return truncate_text(m.name, name_text_width) == part.material_name;
@@ -159,23 +158,23 @@ bool same_parameters(const std::vector<Parameter>& a, const std::vector<Paramete
 }
 
 // What the file says nothing of and an earlier model has left; the start-up values are nobody's.
-void notice_tables_left(const ModelStore& store, const ModelSections& sections, InputRemarks& remarks) {
-    const ModelStore start = placeholder_model();
+void notice_tables_left(const Model& former, const ModelSections& sections, InputRemarks& remarks) {
+    const Model start = placeholder_model();
     std::set<Keyword> given;
     for (const FileSection& section : sections.sections) given.insert(section.keyword);
     const std::pair<Keyword, bool> tables[] = {
         {Keyword::material_info,
-         !store.materials.empty() && !same_materials(store.materials, start.materials)},
-        {Keyword::mode_num, store.mode_count != start.mode_count && !given.contains(Keyword::step_num)},
-        {Keyword::iteration, store.iteration_limit != start.iteration_limit},
+         !former.materials.empty() && !same_materials(former.materials, start.materials)},
+        {Keyword::mode_num, former.mode_count != start.mode_count && !given.contains(Keyword::step_num)},
+        {Keyword::iteration, former.iteration_limit != start.iteration_limit},
         {Keyword::parameter,
-         !store.parameters.empty() && !same_parameters(store.parameters, start.parameters)},
-        {Keyword::part_info, !store.parts.empty()},
-        {Keyword::boundary_condition, !store.boundary_conditions.empty()},
-        {Keyword::apply_force, !store.forces.empty()},
-        {Keyword::rigid_element, !store.rigid_elements.empty()},
-        {Keyword::rigid_force, !store.rigid_forces.empty()},
-        {Keyword::rigid_combine, !store.rigid_combines.empty()},
+         !former.parameters.empty() && !same_parameters(former.parameters, start.parameters)},
+        {Keyword::part_info, !former.parts.empty()},
+        {Keyword::boundary_condition, !former.boundary_conditions.empty()},
+        {Keyword::apply_force, !former.forces.empty()},
+        {Keyword::rigid_element, !former.rigid_elements.empty()},
+        {Keyword::rigid_force, !former.rigid_forces.empty()},
+        {Keyword::rigid_combine, !former.rigid_combines.empty()},
     };
     std::string names;
     for (const auto& [keyword, held] : tables)
@@ -184,99 +183,86 @@ void notice_tables_left(const ModelStore& store, const ModelSections& sections, 
     if (!names.empty()) remarks.notice("not in the file, left as the earlier model had them: " + names);
 }
 
-// The result tables hold six values per frame and degree of freedom; an analysis needs room beside them.
-bool results_fit(const ModelDefinition& model, const Mesh& mesh, InputRemarks& remarks) {
-    const double bytes = double{1 + stress_groups} * sizeof(double) * model.mode_count * mesh.dof_num;
-    const double memory =
-        static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
-    if (bytes <= memory / 2) return true;
-    remarks.error(
-        console::format("mode_num %d: the results of %d degrees of freedom need %.1f GB, more than half of "
-                        "the machine's %.1f",
-                        model.mode_count, mesh.dof_num, bytes / 1e9, memory / 1e9));
-    return false;
-}
-
-// Meshes the parts and puts everything into the store.
-void mesh_and_store(ModelDefinition&& model, ModelStore& store, InputRemarks& remarks) {
-    Mesh mesh;
-    Remarks of_mesh;
-    build_mesh(model.parts, store.model_file_name, mesh, of_mesh);
-    for (const std::string& text : of_mesh.errors) remarks.error(text);
-    for (const std::string& text : of_mesh.notices) remarks.notice(text);
-    if (!remarks.ok() || !results_fit(model, mesh, remarks)) return;
-    Results results;
-    results.resize(model.mode_count, mesh.dof_num);
-    console::print("PART_O\n");
-    model.parts_o = model.parts;
-    console::print("Normal direction\n");
-    update_node_normals(mesh);
-    console::print("force_point\n");
-    resolve_force_points(mesh, model.forces);
-    console::print("max_length=%e\n", mesh.max_length);
-
-    store.mesh = std::move(mesh);
-    store.results = std::move(results);
-    std::move(model).move_into(store);
-}
-
-void read_text_and_mesh(const std::string& text, ModelStore& store,
-                        std::span<const ParameterOverride> overrides, InputRemarks& remarks,
-                        ModelReadReport& report) {
-    const auto start = Clock::now();
-    const ModelSections sections = split_sections(text);
+// Text becomes tables; false with an error in `remarks` or after a stop.
+bool read_tables(const std::string& text, std::span<const ParameterOverride> overrides, Model& model,
+                 InputRemarks& remarks, ModelReadReport& report, Progress& progress) {
+    const ModelSections sections = split_sections(text, progress);
     report.end_token = sections.end.text;
     report.end_token_number = sections.end.number;
     report.ended_at_end = sections.end.text.empty() || keyword_of(sections.end.text) == Keyword::end;
 
-    ModelDefinition model = ModelDefinition::of(store);
+    const Model former = model;
     const OverrideTable table = prepare_overrides(overrides, sections, model, remarks);
     for (const FileSection& section : sections.sections) {
-        notice_swallowed_keywords(section, remarks);
-        convert_section(section, table, model, remarks);
+        notice_swallowed_keywords(section, remarks, progress);
+        convert_section(section, table, model, remarks, progress);
+        if (progress.cancelled()) return false;
     }
-    if (!sections.end.text.empty()) console::print("str=%s\n", report.end_token.c_str());
-    console::print("MATERIAL DATA FILE CLOSE !!\n");
-    notice_tables_left(store, sections, remarks);
+    if (!sections.end.text.empty()) progress.print("str=%s\n", report.end_token.c_str());
+    progress.print("MATERIAL DATA FILE CLOSE !!\n");
+    notice_tables_left(former, sections, remarks);
     if (remarks.ok()) resolve_references(model, remarks);
-    report.read_seconds += seconds_since(start);
+    return remarks.ok();
+}
 
-    if (!remarks.ok()) return;
+bool mesh_model(Model& model, InputRemarks& remarks, Progress& progress) {
+    Remarks of_mesh;
+    build_mesh(model.parts, model.model_file_name, model.mesh, of_mesh, progress);
+    for (const std::string& text : of_mesh.errors) remarks.error(text);
+    for (const std::string& text : of_mesh.notices) remarks.notice(text);
+    if (!remarks.ok()) return false;
+    progress.print("PART_O\n");
+    model.parts_o = model.parts;
+    progress.print("Normal direction\n");
+    update_node_normals(model.mesh);
+    progress.print("force_point\n");
+    progress.print("max_length=%e\n", model.mesh.max_length);
+    return true;
+}
+
+// The file's text in place of what it names in `model`; false with an error in `remarks` or after a stop.
+bool read_and_mesh(std::span<const ParameterOverride> overrides, Model& model, InputRemarks& remarks,
+                   ModelReadReport& report, Progress& progress) {
+    const auto start = Clock::now();
+    std::string text, reason;
+    if (!paths::read_text(model.model_file_name, text, reason)) {
+        progress.print("INPUT FILE OPEN ERROR\n");
+        remarks.error(reason);
+        return false;
+    }
+    progress.print("INPUT FILE OPEN !!\n");
+    const bool good = read_tables(text, overrides, model, remarks, report, progress);
+    report.read_seconds = seconds_since(start);
+    if (!good) return false;
     const auto mesh_start = Clock::now();
-    mesh_and_store(std::move(model), store, remarks);
+    const bool meshed = mesh_model(model, remarks, progress);
     report.mesh_seconds = seconds_since(mesh_start);
+    return meshed;
 }
 
 }  // namespace
 
-ModelReadReport read_model_file(ModelStore& store, std::span<const ParameterOverride> overrides) {
+ModelReadReport read_input_file(Model& model, std::span<const ParameterOverride> overrides,
+                                Progress& progress) {
+    progress.set_stage("read");
     ModelReadReport report;
-    if (!store.model_file_known) store.model_file_name = ask_for_file_name();
-    InputRemarks remarks(store.model_file_name, report.remarks);
-    const auto start = Clock::now();
+    const std::string file_name =
+        model.model_file_name.empty() ? ask_for_file_name(progress) : model.model_file_name;
+    InputRemarks remarks(file_name, report.remarks);
     try {
-        std::string text, reason;
-        if (!paths::read_text(store.model_file_name, text, reason)) {
-            console::print("INPUT FILE OPEN ERROR\n");
-            remarks.error(reason);
-            return report;
+        Model read = model;
+        read.model_file_name = file_name;
+        report.ok = read_and_mesh(overrides, read, remarks, report, progress) && !progress.cancelled();
+        if (report.ok) {
+            read.source = ModelSource::model_file;
+            model = std::move(read);
         }
-        store.model_file_known = true;
-        console::print("INPUT FILE OPEN !!\n");
-        report.read_seconds = seconds_since(start);
-        read_text_and_mesh(text, store, overrides, remarks, report);
     } catch (const std::bad_alloc&) {
         remarks.error("not enough memory for this model");
     }
     remarks.close();
-    report.ok = report.remarks.ok();
-    return report;
-}
-
-ModelReadReport read_input_file(std::span<const ParameterOverride> overrides) {
-    console::set_stage("read");
-    ModelReadReport report = read_model_file(model_store(), overrides);
-    print_remarks(report.remarks);
+    if (!report.ok && progress.cancelled()) report.remarks.errors = {file_name + ": stopped on request"};
+    print_remarks(report.remarks, progress);
     return report;
 }
 

@@ -1,11 +1,12 @@
-// Reads the model file: text becomes the tables of the store, and the parts in force are meshed.
+// Reads the model file: text becomes the tables of a model, and the parts in force are meshed.
 #pragma once
 
 #include <cstdint>
 #include <span>
 #include <string>
 
-#include "model/model_store.h"
+#include "model/model.h"
+#include "model/progress.h"
 #include "model/remarks.h"
 
 namespace kestralum {
@@ -18,7 +19,7 @@ struct ParameterOverride {
 };
 
 struct ModelReadReport {
-    bool ok = false;  // false: `remarks.errors` says why, and the tables are as they were
+    bool ok = false;  // false: `remarks.errors` gives the reasons, and the model is as it was
     Remarks remarks;
     // Where the reading ended: "END", another top-level token, or "" for the end of the file.
     std::string end_token;
@@ -27,13 +28,10 @@ struct ModelReadReport {
     double read_seconds = 0, mesh_seconds = 0;  // wall clock
 };
 
-// Reads the file that the process-wide store names (asking for the name on the console where it is
-// not known) and prints the remarks.
-ModelReadReport read_input_file(std::span<const ParameterOverride> overrides = {});
-
-// The same on any store, the remarks left to the caller. A section of the file replaces its table, the
-// others stay; the mesh is always rebuilt and the results are sized for it and zeroed. All or nothing:
-// with an error only the file name asked for and model_file_known may have changed.
-ModelReadReport read_model_file(ModelStore& store, std::span<const ParameterOverride> overrides);
+// Reads the file that model.model_file_name names (an empty name is asked for on the console) and prints
+// the remarks. A section of the file replaces its table, the others stay; the mesh is always rebuilt. All or
+// nothing; a stop that `progress` asks for is the error "stopped on request".
+ModelReadReport read_input_file(Model& model, std::span<const ParameterOverride> overrides,
+                                Progress& progress);
 
 }  // namespace kestralum

@@ -34,8 +34,8 @@ Token next_token(TokenReader& reader) {
     return {text, reader.token_number()};
 }
 
-void read_until_closed(TokenReader& reader, FileSection& section) {
-    for (;;) {
+void read_until_closed(TokenReader& reader, FileSection& section, const Progress& progress) {
+    while (!progress.cancelled()) {
         const Token token = next_token(reader);
         if (token.text.empty() || token.text.starts_with('%')) {
             section.closing = token;
@@ -59,10 +59,10 @@ const char* spelling(Keyword keyword) {
     return "";
 }
 
-ModelSections split_sections(std::string_view text) {
+ModelSections split_sections(std::string_view text, const Progress& progress) {
     ModelSections model;
     TokenReader reader(text);
-    for (;;) {
+    while (!progress.cancelled()) {
         const Token token = next_token(reader);
         const auto keyword = keyword_of(token.text);
         if (!keyword || *keyword == Keyword::end) {
@@ -72,7 +72,7 @@ ModelSections split_sections(std::string_view text) {
         FileSection& section = model.sections.emplace_back(FileSection{*keyword, token, {}, {}});
         if (*keyword == Keyword::comment) continue;
         if (!is_count(*keyword)) {
-            read_until_closed(reader, section);
+            read_until_closed(reader, section, progress);
             continue;
         }
         for (int k = 0; k < 2; ++k) {
@@ -80,6 +80,7 @@ ModelSections split_sections(std::string_view text) {
             if (!value.text.empty()) section.tokens.push_back(value);
         }
     }
+    return model;
 }
 
 }  // namespace kestralum

@@ -51,7 +51,7 @@ struct ModelSections {
     Token end;  // END or the token that is no keyword; empty text at the end of the file
 };
 
-// The tokens refer to `text`, which must outlive them.
-ModelSections split_sections(std::string_view text);
+// The tokens refer to `text`, which must outlive them. Ends early where `progress` asks to stop.
+ModelSections split_sections(std::string_view text, const Progress& progress);
 
 }  // namespace kestralum

@@ -4,7 +4,7 @@
 #include <limits>
 
 #include "input/calculator.h"
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum {
 
@@ -89,16 +89,16 @@ std::vector<std::span<const Token>> records_of(const FileSection& section, std::
     return records_of(spelling(section.keyword), section.tokens, section.closing, length, remarks);
 }
 
-void echo_tokens(std::span<const Token> tokens) {
+void echo_tokens(std::span<const Token> tokens, Progress& progress) {
     std::string line;
     for (const Token& token : tokens) line.append(" ").append(token.text);
-    console::write(line);
+    progress.write(line);
 }
 
 std::string labelled_values(std::span<const Token> tokens, std::span<const double> values) {
     std::string line;
     for (std::size_t k = 0; k < values.size(); ++k)
-        line += (k ? ", " : "") + std::string(tokens[k].text) + console::format("[%.3e]", values[k]);
+        line += (k ? ", " : "") + std::string(tokens[k].text) + formatted("[%.3e]", values[k]);
     return line;
 }
 

@@ -69,7 +69,7 @@ void check_section_end(const FileSection& section, std::size_t left_over, std::s
                        InputRemarks& remarks);
 
 // The tokens of a section, " %s" each.
-void echo_tokens(std::span<const Token> tokens);
+void echo_tokens(std::span<const Token> tokens, Progress& progress);
 // "%s[%.3e]" per value, the field as written before it, a comma and a blank between them.
 std::string labelled_values(std::span<const Token> tokens, std::span<const double> values);
 

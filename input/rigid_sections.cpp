@@ -1,7 +1,7 @@
 // Rigid elements, the forces on them and the springs between them.
 #include "input/record_fields.h"
 #include "input/section_readers.h"
-#include "model/console.h"
+#include "model/progress.h"
 
 namespace kestralum {
 
@@ -34,7 +34,7 @@ RigidElement read_element(std::span<const Token> record, const RecordFields& fie
     return element;
 }
 
-std::int32_t named_element(const Token& token, const std::string& name, const ModelDefinition& model,
+std::int32_t named_element(const Token& token, const std::string& name, const Model& model,
                            InputRemarks& remarks) {
     const std::int32_t element = find_rigid_element(model.rigid_elements, name);
     if (element < 0) remarks.expected(token, "the name of a rigid element defined before");
@@ -43,33 +43,42 @@ std::int32_t named_element(const Token& token, const std::string& name, const Mo
 
 }  // namespace
 
-void read_rigid_element(const FileSection& section, ModelDefinition& model, InputRemarks& remarks) {
-    echo_tokens(section.tokens);
+std::int32_t find_rigid_element(const std::vector<RigidElement>& elements, std::string_view name) {
+    std::int32_t found = -1;
+    for (const RigidElement& element : elements)
+        if (element.name == name) found = element.id;
+    return found;
+}
+
+void read_rigid_element(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
+    echo_tokens(section.tokens, progress);
     const auto records = records_of(section, 11, remarks);
     const RecordFields fields(model.parameters, remarks);
-    console::print("rigid_element_num=%d\n", static_cast<int>(records.size()));
-    console::print("Rigid_Element\n");
+    progress.print("rigid_element_num=%d\n", static_cast<int>(records.size()));
+    progress.print("Rigid_Element\n");
     std::vector<RigidElement> elements;
     for (const auto& record : records) {
+        if (progress.cancelled()) return;
         RigidElement& e = elements.emplace_back(read_element(record, fields));
         e.id = static_cast<std::int32_t>(elements.size()) - 1;
-        console::print("%d:%s\n", e.id, e.name.c_str());
-        console::print("%.3e,%.3e,%.3e\n", e.reference[0], e.reference[1], e.reference[2]);
-        console::print("%.3e,%.3e,%.3e,%.3e,%.3e,%.3e\n", e.region[0], e.region[1], e.region[2], e.region[3],
+        progress.print("%d:%s\n", e.id, e.name.c_str());
+        progress.print("%.3e,%.3e,%.3e\n", e.reference[0], e.reference[1], e.reference[2]);
+        progress.print("%.3e,%.3e,%.3e,%.3e,%.3e,%.3e\n", e.region[0], e.region[1], e.region[2], e.region[3],
                        e.region[4], e.region[5]);
     }
     model.rigid_elements = std::move(elements);
 }
 
-void read_rigid_force(const FileSection& section, ModelDefinition& model, InputRemarks& remarks) {
+void read_rigid_force(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
     static constexpr std::array<std::string_view, 7> directions{"x", "y", "z", "rx", "ry", "rz", "n"};
-    echo_tokens(section.tokens);
+    echo_tokens(section.tokens, progress);
     const auto records = records_of(section, 4, remarks);
     const RecordFields fields(model.parameters, remarks);
-    console::print("rigid_force_num=%d\n", static_cast<int>(records.size()));
-    console::print("Rigid_FORCE\n");
+    progress.print("rigid_force_num=%d\n", static_cast<int>(records.size()));
+    progress.print("Rigid_FORCE\n");
     std::vector<RigidForce> forces;
     for (const auto& record : records) {
+        if (progress.cancelled()) return;
         RigidForce& f = forces.emplace_back();
         f.id = static_cast<std::int32_t>(forces.size()) - 1;
         f.name = fields.name(record[0], name_text_width);
@@ -78,21 +87,22 @@ void read_rigid_force(const FileSection& section, ModelDefinition& model, InputR
         f.direction_word = truncate_text(record[2].text, name_text_width);
         f.direction = static_cast<RigidDirection>(fields.word(record[2], directions, "a direction"));
         f.value = fields.number(record[3]);
-        console::print("%d:%s\n", f.id, f.name.c_str());
-        console::print("%s, %s[%d], %s[%.3e]\n", f.element_name.c_str(), f.direction_word.c_str(),
+        progress.print("%d:%s\n", f.id, f.name.c_str());
+        progress.print("%s, %s[%d], %s[%.3e]\n", f.element_name.c_str(), f.direction_word.c_str(),
                        static_cast<int>(f.direction), std::string(record[3].text).c_str(), f.value);
     }
     model.rigid_forces = std::move(forces);
 }
 
-void read_rigid_combine(const FileSection& section, ModelDefinition& model, InputRemarks& remarks) {
-    echo_tokens(section.tokens);
+void read_rigid_combine(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
+    echo_tokens(section.tokens, progress);
     const auto records = records_of(section, 9, remarks);
     const RecordFields fields(model.parameters, remarks);
-    console::print("rigid_combine_num=%d\n", static_cast<int>(records.size()));
-    console::print("Rigid_Combine\n");
+    progress.print("rigid_combine_num=%d\n", static_cast<int>(records.size()));
+    progress.print("Rigid_Combine\n");
     std::vector<RigidCombine> combines;
     for (const auto& record : records) {
+        if (progress.cancelled()) return;
         RigidCombine& c = combines.emplace_back();
         c.id = static_cast<std::int32_t>(combines.size()) - 1;
         c.name = fields.name(record[0], name_text_width);
@@ -104,10 +114,10 @@ void read_rigid_combine(const FileSection& section, ModelDefinition& model, Inpu
         c.stiffness = fields.numbers<6>(stiffness_tokens);
         for (std::size_t k = 0; k < 6; ++k)
             c.stiffness_text[k] = truncate_text(stiffness_tokens[k].text, field_text_width);
-        console::print("%d:%s\n", c.id, c.name.c_str());
-        console::print("%s[%d], %s[%d]\n", c.element_name[0].c_str(), c.element[0], c.element_name[1].c_str(),
+        progress.print("%d:%s\n", c.id, c.name.c_str());
+        progress.print("%s[%d], %s[%d]\n", c.element_name[0].c_str(), c.element[0], c.element_name[1].c_str(),
                        c.element[1]);
-        console::write(labelled_values(stiffness_tokens, c.stiffness) + "\n");
+        progress.write(labelled_values(stiffness_tokens, c.stiffness) + "\n");
     }
     model.rigid_combines = std::move(combines);
 }

@@ -10,8 +10,8 @@
 
 #include "input/calculator.h"
 #include "input/input_remarks.h"
-#include "model/console.h"
 #include "model/paths.h"
+#include "model/progress.h"
 #include "model/records.h"
 #include "model/token_reader.h"
 
@@ -43,8 +43,8 @@ const Row row_nl_conv = {"NL_CONV", "  NL_CONV:%.3e\n", &Settings::nl_conv};
 
 class SettingsParser {
 public:
-    SettingsParser(std::string_view text, std::string_view file_name)
-        : tokens_(text), remarks_(std::string(file_name), collected_) {}
+    SettingsParser(std::string_view text, std::string_view file_name, Progress& progress)
+        : tokens_(text), remarks_(std::string(file_name), collected_), progress_(progress) {}
 
     Settings parse(std::int32_t available_threads) {
         tokens_.skip(2);
@@ -53,7 +53,7 @@ public:
         read_row(row_nl_conv);
         read_threads(available_threads);
         remarks_.close();
-        print_remarks(collected_);
+        print_remarks(collected_, progress_);
         return settings_;
     }
 
@@ -85,7 +85,7 @@ private:
             value = *number;
         else
             not_understood(token, row.key, "a number");
-        console::print(row.echo, value);
+        progress_.print(row.echo, value);
     }
 
     void take(const Row& row, const Token& token, std::int32_t& value) {
@@ -94,7 +94,7 @@ private:
             value = *number;
         else
             not_understood(token, row.key, "an integer");
-        console::print(row.echo, value);
+        progress_.print(row.echo, value);
     }
 
     void take(const Row& row, const Token& token, std::string& value) {
@@ -104,7 +104,7 @@ private:
         else if (std::find(std::begin(words), std::end(words), token.text) == std::end(words))
             remarks_.notice(token, std::string("no known ") + row.key + " (LX, LY, LZ, LALL, LMAX, DCTR)");
         value = truncate_text(token.text, ordering_type_width);
-        console::print(row.echo, value.c_str());
+        progress_.print(row.echo, value.c_str());
     }
 
     void read_nl_static() {
@@ -115,14 +115,14 @@ private:
             settings_.nl_static = 1;
         else
             not_understood(token, "NL_STATIC", "stop or go_on");
-        console::print("  NL_STATIC:%s[%d]\n", std::string(token.text).c_str(), settings_.nl_static);
+        progress_.print("  NL_STATIC:%s[%d]\n", std::string(token.text).c_str(), settings_.nl_static);
     }
 
     void read_threads(std::int32_t available) {
         const Token token = value_token();
         if (token.text == "MAX") {
             settings_.n_threads = available;
-            console::print("  N_THREADS:%s\n", std::string(token.text).c_str());
+            progress_.print("  N_THREADS:%s\n", std::string(token.text).c_str());
         } else {
             const CalcResult result = calc(token.text, {});
             if (result.ok() && !std::isnan(result.value)) {
@@ -133,16 +133,17 @@ private:
             } else {
                 not_understood(token, "N_THREADS", "MAX or an expression");
             }
-            console::print("  N_THREADS:%d\n", settings_.n_threads);
+            progress_.print("  N_THREADS:%d\n", settings_.n_threads);
             settings_.n_threads = std::min(settings_.n_threads, available);
         }
-        console::print("  N_THREADS:%d\n", settings_.n_threads);
+        progress_.print("  N_THREADS:%d\n", settings_.n_threads);
     }
 
     TokenReader tokens_;
     Settings settings_;
     Remarks collected_;
     InputRemarks remarks_;
+    Progress& progress_;
     bool ended_ = false;
 };
 
@@ -157,20 +158,21 @@ std::int32_t count_available_threads() {
 
 }  // namespace
 
-Settings parse_settings(std::string_view text, std::string_view file_name, std::int32_t available_threads) {
-    return SettingsParser(text, file_name).parse(available_threads);
+Settings parse_settings(std::string_view text, std::string_view file_name, std::int32_t available_threads,
+                        Progress& progress) {
+    return SettingsParser(text, file_name, progress).parse(available_threads);
 }
 
-SettingsStatus read_setting_file(std::string_view file_name) {
+SettingsStatus read_setting_file(std::string_view file_name, Settings& settings, Progress& progress) {
     std::string text, reason;
     if (!paths::read_text(file_name, text, reason)) {
-        console::print("SETTING FILE OPEN ERROR\n");
-        console::error("%s: %s", std::string(file_name).c_str(), reason.c_str());
+        progress.print("SETTING FILE OPEN ERROR\n");
+        progress.error("%s: %s", std::string(file_name).c_str(), reason.c_str());
         return SettingsStatus::missing;
     }
-    console::print("SETTING FILE OPEN !!\n");
-    settings() = parse_settings(text, file_name, count_available_threads());
-    console::print("FILE CLOSE !!\n");
+    progress.print("SETTING FILE OPEN !!\n");
+    settings = parse_settings(text, file_name, count_available_threads(), progress);
+    progress.print("FILE CLOSE !!\n");
     return SettingsStatus::read;
 }
 

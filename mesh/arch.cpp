@@ -2,7 +2,7 @@
 // axis; "HALF_ARCH" is its half x ≥ 0. dr cells from the opening to the outside, dt per 45°. Even
 // steps on the opening's arc and on the block's edges, where the steps then meet those of a box.
 #include "mesh/section.h"
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum {
 
@@ -14,8 +14,7 @@ std::int64_t cells_around(const Part& part) {
 
 std::string fault(const Part& part) {
     if (part.size[0] < part.size[1]) return {};
-    return console::format("opening R = %e must be smaller than the half width W = %e", part.size[0],
-                           part.size[1]);
+    return formatted("opening R = %e must be smaller than the half width W = %e", part.size[0], part.size[1]);
 }
 
 MeshCounts section_counts(const Part& part) {
@@ -24,10 +23,10 @@ MeshCounts section_counts(const Part& part) {
 }
 
 std::string head(const Part& part, const MeshCounts& counts) {
-    return console::format("Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
-                           static_cast<int>(counts.nodes)) +
-           console::format("dr=%d,dt=%d,dl=%d,", part.div[0], part.div[1], part.div[2]) +
-           console::format("R=%.3e,W=%.3e,L=%.3e\n", part.size[0], part.size[1], part.size[2]) +
+    return formatted("Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
+                     static_cast<int>(counts.nodes)) +
+           formatted("dr=%d,dt=%d,dl=%d,", part.div[0], part.div[1], part.div[2]) +
+           formatted("R=%.3e,W=%.3e,L=%.3e\n", part.size[0], part.size[1], part.size[2]) +
            (part.type == Shape::half_arch ? "  HALF_ARCH\n" : "  ARCH\n");
 }
 

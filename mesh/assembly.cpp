@@ -6,7 +6,8 @@
 #include "mesh/merge_nodes.h"
 #include "mesh/part_mesh.h"
 #include "mesh/placement.h"
-#include "model/console.h"
+#include "model/format.h"
+#include "model/progress.h"
 
 namespace kestralum {
 
@@ -26,10 +27,10 @@ bool is_solid(const PartMesh& mesh) {
 
 // Meshes and places all parts; goes on after an error so that all of them are known at once.
 std::vector<PartMesh> mesh_parts(std::span<const Part> parts, std::string_view model_file_name,
-                                 Remarks& remarks) {
-    MeshContext context{model_file_name, memory_budget(), remarks};
+                                 Remarks& remarks, Progress& progress) {
+    MeshContext context{model_file_name, memory_budget(), remarks, progress};
     std::vector<PartMesh> meshes(parts.size());
-    for (std::size_t p = 0; p < parts.size(); ++p) {
+    for (std::size_t p = 0; p < parts.size() && !progress.cancelled(); ++p) {
         if (!mesh_part(parts[p], context, meshes[p])) continue;
         place(parts[p], meshes[p].coordinates);
         const auto& x = meshes[p].coordinates;
@@ -59,24 +60,24 @@ bool find_kind(std::span<const Part> parts, const std::vector<PartMesh>& meshes,
     return same;
 }
 
-void print_parts(std::span<const Part> parts, const std::vector<PartMesh>& meshes) {
+void print_parts(std::span<const Part> parts, const std::vector<PartMesh>& meshes, Progress& progress) {
     std::int64_t nodes = 0, elements = 0;
     for (std::size_t p = 0; p < parts.size(); ++p) {
         const Part& part = parts[p];
         nodes += meshes[p].node_num();
         elements += meshes[p].element_num();
-        console::print("part_type:%d\n", static_cast<int>(part.type));
-        console::print("point_num_temp=%d\n", static_cast<int>(nodes));
-        console::print("element_num_temp=%d\n", static_cast<int>(elements));
-        console::print("i_part=%d, material_id = %d\n", static_cast<int>(p), part.material_id);
-        console::print("Nelem1=%d, Nnode1=%d\n", static_cast<int>(meshes[p].element_num()),
+        progress.print("part_type:%d\n", static_cast<int>(part.type));
+        progress.print("point_num_temp=%d\n", static_cast<int>(nodes));
+        progress.print("element_num_temp=%d\n", static_cast<int>(elements));
+        progress.print("i_part=%d, material_id = %d\n", static_cast<int>(p), part.material_id);
+        progress.print("Nelem1=%d, Nnode1=%d\n", static_cast<int>(meshes[p].element_num()),
                        static_cast<int>(meshes[p].node_num()));
-        console::write(meshes[p].lines);
+        progress.write(meshes[p].lines);
         if (meshes[p].coordinates.empty()) continue;
         const auto& angles = part.euler_angles;
         const auto origin = origin_in_metres(part);
-        console::print("EULER_ANG=%.3e,%.3e,%.3e\n", angles[0], angles[1], angles[2]);
-        console::print("origin=%.3e,%.3e,%.3e\n", origin[0], origin[1], origin[2]);
+        progress.print("EULER_ANG=%.3e,%.3e,%.3e\n", angles[0], angles[1], angles[2]);
+        progress.print("origin=%.3e,%.3e,%.3e\n", origin[0], origin[1], origin[2]);
     }
 }
 
@@ -132,54 +133,60 @@ void gather_elements(const std::vector<PartMesh>& meshes, const std::vector<Node
     }
 }
 
-void print_merging(const MergedNodes& merged) {
-    console::print("match_node_num=%d\n", merged.merged);
+void print_merging(const MergedNodes& merged, Progress& progress) {
+    progress.print("match_node_num=%d\n", merged.merged);
     std::int32_t last = -1;
     for (const auto& [earlier, later] : merged.part_pairs) {
-        if (earlier != last) console::print("part:%d\n", earlier);
-        console::print("part:%d, %d\n", earlier, later);
+        if (earlier != last) progress.print("part:%d\n", earlier);
+        progress.print("part:%d, %d\n", earlier, later);
         last = earlier;
     }
 }
 
 }  // namespace
 
-bool build_mesh(std::span<const Part> parts, std::string_view model_file_name, Mesh& mesh, Remarks& remarks) {
+bool build_mesh(std::span<const Part> parts, std::string_view model_file_name, Mesh& mesh, Remarks& remarks,
+                Progress& progress) {
+    const auto stopped = [&] {
+        if (progress.cancelled()) remarks.errors.push_back("stopped on request");
+        return progress.cancelled();
+    };
     const std::size_t errors_before = remarks.errors.size();
-    const std::vector<PartMesh> meshes = mesh_parts(parts, model_file_name, remarks);
+    const std::vector<PartMesh> meshes = mesh_parts(parts, model_file_name, remarks, progress);
+    if (stopped()) return false;
     if (remarks.errors.size() > errors_before) {
-        print_parts(parts, meshes);
+        print_parts(parts, meshes, progress);
         return false;
     }
 
     Mesh built;
     const std::vector<NodeRange> ranges = gather_nodes(meshes, built.coordinates);
     update_extent(built);
-    console::print("max_length=%.3e\n", built.max_length);
-    print_parts(parts, meshes);
+    progress.print("max_length=%.3e\n", built.max_length);
+    print_parts(parts, meshes, progress);
     if (!find_kind(parts, meshes, built.element_type, remarks)) return false;
-    console::print("element_type=%d\n", static_cast<int>(built.element_type));
+    progress.print("element_type=%d\n", static_cast<int>(built.element_type));
 
     MergedNodes merged;
     std::pair<std::int32_t, std::int32_t> crowded;
     const double tolerance = merging_fraction * built.max_length;
-    if (!merge_coincident_nodes(built.coordinates, ranges, tolerance, merged, crowded)) {
+    if (!merge_coincident_nodes(built.coordinates, ranges, tolerance, merged, crowded, progress)) {
         remarks.errors.push_back(
             "parts \"" + parts[crowded.first].name + "\" and \"" + parts[crowded.second].name +
             "\" have many nodes within the merging distance " +
-            console::format("%.3e m, 1e-6 of the model's extent %.3e m", tolerance, built.max_length) +
+            formatted("%.3e m, 1e-6 of the model's extent %.3e m", tolerance, built.max_length) +
             ": check units and origins");
         return false;
     }
+    if (stopped()) return false;
     const std::vector<std::int32_t> number = number_nodes(merged.target, built.coordinates);
     gather_elements(meshes, ranges, number, built);
-    print_merging(merged);
+    print_merging(merged, progress);
 
     update_extent(built);
     built.node_n_dir.assign(built.coordinates.size(), 0.0);
-    built.dof_num = 3 * built.node_num();
-    console::print("element_num=%d,point_num=%d,fn=%d\n", built.element_num(), built.node_num(),
-                   built.dof_num);
+    progress.print("element_num=%d,point_num=%d,fn=%d\n", built.element_num(), built.node_num(),
+                   built.dof_num());
     mesh = std::move(built);
     return true;
 }

@@ -11,7 +11,7 @@
 #include <cstdlib>
 
 #include "mesh/section.h"
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum {
 
@@ -35,12 +35,12 @@ MeshCounts section_counts(const Part& part) {
 }
 
 std::string head(const Part& part, const MeshCounts& counts) {
-    std::string lines = console::format("CYLI:dr=%d,dl=%d,", part.div[0], part.div[1]) +
-                        console::format("R=%e,L=%e\n", part.size[0], part.size[1]);
+    std::string lines = formatted("CYLI:dr=%d,dl=%d,", part.div[0], part.div[1]) +
+                        formatted("R=%e,L=%e\n", part.size[0], part.size[1]);
     if (part.type == Shape::half_cyli) lines += "  HALF_CYLI\n";
     if (part.type == Shape::quart_cyli) lines += "  QUART_CYLI\n";
-    return lines + console::format("Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
-                                   static_cast<int>(counts.nodes));
+    return lines + formatted("Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
+                             static_cast<int>(counts.nodes));
 }
 
 // Disc place of the grid point p, q steps from the axes, |p|, |q| ≤ dr.

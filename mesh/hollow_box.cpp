@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "mesh/section.h"
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum {
 
@@ -13,12 +13,12 @@ namespace {
 std::string fault(const Part& part) {
     const auto [b, h, t, length, unused1, unused2] = part.size;
     const std::int64_t walls = 2 * std::int64_t{part.div[2]};
-    if (2 * t >= b) return console::format("wall t = %e leaves no opening in the width b = %e", t, b);
-    if (2 * t >= h) return console::format("wall t = %e leaves no opening in the height h = %e", t, h);
+    if (2 * t >= b) return formatted("wall t = %e leaves no opening in the width b = %e", t, b);
+    if (2 * t >= h) return formatted("wall t = %e leaves no opening in the height h = %e", t, h);
     if (walls >= part.div[0])
-        return console::format("dt = %d leaves no opening in db = %d divisions", part.div[2], part.div[0]);
+        return formatted("dt = %d leaves no opening in db = %d divisions", part.div[2], part.div[0]);
     if (walls >= part.div[1])
-        return console::format("dt = %d leaves no opening in dh = %d divisions", part.div[2], part.div[1]);
+        return formatted("dt = %d leaves no opening in dh = %d divisions", part.div[2], part.div[1]);
     return {};
 }
 
@@ -29,11 +29,10 @@ MeshCounts section_counts(const Part& part) {
 }
 
 std::string head(const Part& part, const MeshCounts& counts) {
-    return console::format("HOLLOWRECT:Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
-                           static_cast<int>(counts.nodes)) +
-           console::format("db=%d,dh=%d,dt=%d,dl=%d,", part.div[0], part.div[1], part.div[2], part.div[3]) +
-           console::format("b=%.3e,h=%.3e,t=%.3e,L=%.3e\n", part.size[0], part.size[1], part.size[2],
-                           part.size[3]);
+    return formatted("HOLLOWRECT:Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
+                     static_cast<int>(counts.nodes)) +
+           formatted("db=%d,dh=%d,dt=%d,dl=%d,", part.div[0], part.div[1], part.div[2], part.div[3]) +
+           formatted("b=%.3e,h=%.3e,t=%.3e,L=%.3e\n", part.size[0], part.size[1], part.size[2], part.size[3]);
 }
 
 // Distance from the axis of the line `from_middle` half steps away from the middle of n divisions.

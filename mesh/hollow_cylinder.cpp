@@ -2,7 +2,7 @@
 // z axis; da cells around whatever there is of the ring, dt through the wall. i runs outwards, j
 // counter-clockwise; the closed ring shares its seam.
 #include "mesh/section.h"
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum {
 
@@ -18,13 +18,12 @@ double span_degrees(const Part& part) {
 
 std::string fault(const Part& part) {
     if (part.size[1] >= part.size[0])
-        return console::format("wall t = %e must be smaller than the radius R = %e", part.size[1],
-                               part.size[0]);
+        return formatted("wall t = %e must be smaller than the radius R = %e", part.size[1], part.size[0]);
     // fewer cells would each span 180° or more
     const std::int32_t least = closed(part) ? 3 : part.type == Shape::half_hollowcyli ? 2 : 1;
     if (part.div[0] < least)
-        return console::format("da = %d is too few around %g degrees, at least %d", part.div[0],
-                               span_degrees(part), least);
+        return formatted("da = %d is too few around %g degrees, at least %d", part.div[0], span_degrees(part),
+                         least);
     return {};
 }
 
@@ -34,10 +33,10 @@ MeshCounts section_counts(const Part& part) {
 }
 
 std::string head(const Part& part, const MeshCounts& counts) {
-    std::string lines = console::format("HOLLOWCYLI:Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
-                                        static_cast<int>(counts.nodes)) +
-                        console::format("da=%d,dt=%d,dl=%d,", part.div[0], part.div[1], part.div[2]) +
-                        console::format("R=%.3e,t=%.3e,L=%.3e\n", part.size[0], part.size[1], part.size[2]);
+    std::string lines = formatted("HOLLOWCYLI:Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
+                                  static_cast<int>(counts.nodes)) +
+                        formatted("da=%d,dt=%d,dl=%d,", part.div[0], part.div[1], part.div[2]) +
+                        formatted("R=%.3e,t=%.3e,L=%.3e\n", part.size[0], part.size[1], part.size[2]);
     if (part.type == Shape::half_hollowcyli) lines += "  HALF_HOLLOWCYLI\n";
     if (part.type == Shape::quart_hollowcyli) lines += "  QUART_HOLLOWCYLI\n";
     return lines;

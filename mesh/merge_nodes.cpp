@@ -91,8 +91,8 @@ struct Candidate {
 class Merger {
 public:
     Merger(std::span<const double> coordinates, std::span<const NodeRange> parts, double tolerance,
-           MergedNodes& out)
-        : x_(coordinates), parts_(parts), tolerance_(tolerance), out_(out) {}
+           MergedNodes& out, const Progress& progress)
+        : x_(coordinates), parts_(parts), tolerance_(tolerance), out_(out), progress_(progress) {}
 
     bool merge(std::pair<std::int32_t, std::int32_t>& crowded) {
         out_ = {};
@@ -106,6 +106,7 @@ public:
         CellGrid grid(low, 2 * tolerance_, shared_num_);
         for (std::size_t part = 0; part < parts_.size(); ++part) {
             if (!parts_[part].merges) continue;
+            if (progress_.cancelled()) return true;
             if (!find_candidates(grid, static_cast<std::int32_t>(part), crowded)) return false;
             take_closest_first();
             for (std::int64_t n = parts_[part].first; n < parts_[part].last; ++n)
@@ -139,7 +140,7 @@ private:
         }
         shared_.assign(x_.size() / 3, 0);
         std::vector<const Box*> near;
-        for (std::size_t p = 0; p < parts_.size(); ++p) {
+        for (std::size_t p = 0; p < parts_.size() && !progress_.cancelled(); ++p) {
             near.clear();
             for (std::size_t other = 0; other < parts_.size(); ++other)
                 if (other != p && boxes_[p].overlaps(boxes_[other])) near.push_back(&boxes_[other]);
@@ -163,6 +164,7 @@ private:
         candidates_.clear();
         for (std::int64_t n = range.first; n < range.last && visited <= most; ++n) {
             if (!shared_[index(n)]) continue;
+            if (n % 4096 == 0 && progress_.cancelled()) return true;
             const double* p = place(n);
             grid.visit_near(p, [&](std::int32_t other) {
                 const double* q = place(other);
@@ -213,6 +215,7 @@ private:
     std::span<const NodeRange> parts_;
     double tolerance_;
     MergedNodes& out_;
+    const Progress& progress_;
     std::vector<Box> boxes_;
     std::vector<char> shared_;
     std::size_t shared_num_ = 0;
@@ -224,8 +227,8 @@ private:
 
 bool merge_coincident_nodes(std::span<const double> coordinates, std::span<const NodeRange> parts,
                             double tolerance, MergedNodes& merged,
-                            std::pair<std::int32_t, std::int32_t>& crowded) {
-    return Merger(coordinates, parts, tolerance, merged).merge(crowded);
+                            std::pair<std::int32_t, std::int32_t>& crowded, const Progress& progress) {
+    return Merger(coordinates, parts, tolerance, merged, progress).merge(crowded);
 }
 
 }  // namespace kestralum

@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "model/progress.h"
+
 namespace kestralum {
 
 // Nodes [first, last) of one part, 0-based; a part that merges with nobody keeps all its own.
@@ -24,9 +26,9 @@ struct MergedNodes {
 // part that stays itself, so distances never add up along a chain; the closest pairs come first,
 // and a node takes at most one of each part, so nodes of one part never become one. O(n log n).
 // False, with the parts in `crowded`, when nodes lie so much closer than the tolerance that the
-// question has no sensible answer.
+// question has no sensible answer. Ends early, with some nodes merged, where `progress` asks to stop.
 bool merge_coincident_nodes(std::span<const double> coordinates, std::span<const NodeRange> parts,
                             double tolerance, MergedNodes& merged,
-                            std::pair<std::int32_t, std::int32_t>& crowded);
+                            std::pair<std::int32_t, std::int32_t>& crowded, const Progress& progress);
 
 }  // namespace kestralum

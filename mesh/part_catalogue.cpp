@@ -5,7 +5,8 @@
 
 #include "mesh/stl_import.h"
 #include "mesh/vol_import.h"
-#include "model/console.h"
+#include "model/format.h"
+#include "model/progress.h"
 
 namespace kestralum {
 
@@ -111,7 +112,7 @@ private:
     std::int32_t division(const std::string& field, const std::string& text) {
         const double whole = std::trunc(value(field, text));
         if (std::abs(whole) > 2147483647.0) {
-            error(field + ": \"" + text + "\" = " + console::format("%.6g", whole) +
+            error(field + ": \"" + text + "\" = " + formatted("%.6g", whole) +
                   ", at most 2147483647 expected");
             return 0;
         }
@@ -185,14 +186,14 @@ void find_parents(std::span<const PartRow> rows, std::vector<Part>& parts, Remar
     }
 }
 
-void echo(const Part& part) {
-    console::print("%s: parent=%s\n", part.name.c_str(), part.parent_name.c_str());
-    console::print(" size:%.3e,%.3e,%.3e,%.3e,%.3e,%.3e\n", part.size[0], part.size[1], part.size[2],
+void echo(const Part& part, Progress& progress) {
+    progress.print("%s: parent=%s\n", part.name.c_str(), part.parent_name.c_str());
+    progress.print(" size:%.3e,%.3e,%.3e,%.3e,%.3e,%.3e\n", part.size[0], part.size[1], part.size[2],
                    part.size[3], part.size[4], part.size[5]);
-    console::print("  div:%d,%d,%d,%d,%d,%d\n", part.div[0], part.div[1], part.div[2], part.div[3],
+    progress.print("  div:%d,%d,%d,%d,%d,%d\n", part.div[0], part.div[1], part.div[2], part.div[3],
                    part.div[4], part.div[5]);
-    console::print("  origin:%.3e,%.3e,%.3e\n", part.origin[0], part.origin[1], part.origin[2]);
-    console::print("  euler_ang:%.3e,%.3e,%.3e\n", part.euler_angles[0], part.euler_angles[1],
+    progress.print("  origin:%.3e,%.3e,%.3e\n", part.origin[0], part.origin[1], part.origin[2]);
+    progress.print("  euler_ang:%.3e,%.3e,%.3e\n", part.euler_angles[0], part.euler_angles[1],
                    part.euler_angles[2]);
 }
 
@@ -228,10 +229,10 @@ std::array<double, 3> part_color(std::string_view color_name) {
 }
 
 std::vector<Part> create_PART(std::span<const PartRow> rows, std::span<const Material> materials,
-                              const Evaluate& evaluate, Remarks& remarks) {
+                              const Evaluate& evaluate, Remarks& remarks, Progress& progress) {
     std::vector<Part> parts;
     if (rows.empty()) return parts;
-    console::print("create_PART\n");
+    progress.print("create_PART\n");
     for (std::size_t k = 0; k < rows.size(); ++k)
         if (rows[k].fields.size() < row_fields) {
             remarks.errors.push_back("part " + std::to_string(k) + ": " +
@@ -239,8 +240,9 @@ std::vector<Part> create_PART(std::span<const PartRow> rows, std::span<const Mat
             return parts;
         }
     for (std::size_t k = 0; k < rows.size(); ++k) {
+        if (progress.cancelled()) return parts;
         parts.push_back(PartMaker(rows[k], static_cast<std::int32_t>(k), evaluate, remarks).make(materials));
-        echo(parts.back());
+        echo(parts.back(), progress);
     }
     find_parents(rows, parts, remarks);
     return parts;

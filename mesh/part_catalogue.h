@@ -51,11 +51,11 @@ struct PartRow {
 // the place.
 using Evaluate = std::function<bool(std::string_view text, double& value, std::string& error)>;
 
-// Makes the part records of all rows and echoes them. Errors, for which the records are not to be
-// used: a row of fewer than 22 fields, an expression that cannot be evaluated or is not finite, a
-// division outside 32 bits, a unit factor not above 0, an unknown material. Notices: an unknown
-// shape keyword (a box is taken) and an unknown parent (none is taken).
+// Makes the part records of all rows and echoes them; not all of them where `progress` asks to stop. Errors,
+// for which the records are not to be used: a row of fewer than 22 fields, an expression that cannot be
+// evaluated or is not finite, a division outside 32 bits, a unit factor not above 0, an unknown material.
+// Notices: an unknown shape keyword (a box is taken) and an unknown parent (none is taken).
 std::vector<Part> create_PART(std::span<const PartRow> rows, std::span<const Material> materials,
-                              const Evaluate& evaluate, Remarks& remarks);
+                              const Evaluate& evaluate, Remarks& remarks, Progress& progress);
 
 }  // namespace kestralum

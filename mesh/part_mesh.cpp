@@ -7,7 +7,7 @@
 
 #include "mesh/part_catalogue.h"
 #include "mesh/section.h"
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum {
 
@@ -20,7 +20,7 @@ constexpr std::int64_t bytes_per_element = 256;
 // The first division below 1 as "db = 0", "" where every division the shape reads is at least 1.
 std::string division_below_one(const Part& part, const ShapeRow& row) {
     for (std::size_t k = 0; k < row.divisions.size() && row.divisions[k]; ++k)
-        if (part.div[k] < 1) return console::format("%s = %d", row.divisions[k], part.div[k]);
+        if (part.div[k] < 1) return formatted("%s = %d", row.divisions[k], part.div[k]);
     return {};
 }
 
@@ -28,9 +28,9 @@ std::string division_below_one(const Part& part, const ShapeRow& row) {
 std::string size_fault(const Part& part, const ShapeRow& row) {
     for (std::size_t k = 0; k < row.sizes.size() && row.sizes[k]; ++k) {
         const double value = part.size[k];
-        if (!std::isfinite(value)) return console::format("%s = %e is not finite", row.sizes[k], value);
+        if (!std::isfinite(value)) return formatted("%s = %e is not finite", row.sizes[k], value);
         if (!(value > 0) && static_cast<int>(k) != row.extruded->signed_size)
-            return console::format("%s = %e must be greater than 0", row.sizes[k], value);
+            return formatted("%s = %e must be greater than 0", row.sizes[k], value);
     }
     return {};
 }
@@ -63,8 +63,7 @@ bool mesh_extruded(const Part& part, const ShapeRow& row, MeshContext& context, 
                             saturated_product(of_section.nodes, std::int64_t{layers} + 1)};
     if (!take_from_budget(part, counts, context)) return false;
     mesh.lines = shape.head(part, counts);
-    extrude(shape.section(part), length, layers, part.unit_factor, mesh);
-    return true;
+    return extrude(shape.section(part), length, layers, part.unit_factor, mesh, context.progress);
 }
 
 }  // namespace
@@ -78,13 +77,13 @@ MeshCounts memory_budget() {
 
 bool take_from_budget(const Part& part, const MeshCounts& counts, MeshContext& context) {
     if (counts.elements > context.left.elements || counts.nodes > context.left.nodes)
-        return refuse(part,
-                      console::format("%.4g elements and %.4g nodes do not fit this machine, "
-                                      "%.4g elements and %.4g nodes are left",
-                                      static_cast<double>(counts.elements), static_cast<double>(counts.nodes),
-                                      static_cast<double>(context.left.elements),
-                                      static_cast<double>(context.left.nodes)),
-                      context);
+        return refuse(
+            part,
+            formatted("%.4g elements and %.4g nodes do not fit this machine, "
+                      "%.4g elements and %.4g nodes are left",
+                      static_cast<double>(counts.elements), static_cast<double>(counts.nodes),
+                      static_cast<double>(context.left.elements), static_cast<double>(context.left.nodes)),
+            context);
     context.left.elements -= counts.elements;
     context.left.nodes -= counts.nodes;
     return true;
@@ -94,20 +93,21 @@ bool mesh_part(const Part& part, MeshContext& context, PartMesh& mesh) {
     mesh = {};
     const ShapeRow& row = shape_row(part.type);
     if (!std::isfinite(part.unit_factor) || !(part.unit_factor > 0))
-        return refuse(part, console::format("unit factor %e must be greater than 0", part.unit_factor),
-                      context);
-    if (row.extruded) return mesh_extruded(part, row, context, mesh);
-    if (row.import) {
-        if (!row.import(part, context, mesh)) {
+        return refuse(part, formatted("unit factor %e must be greater than 0", part.unit_factor), context);
+    if (row.extruded || row.import) {
+        const bool good =
+            row.extruded ? mesh_extruded(part, row, context, mesh) : row.import(part, context, mesh);
+        if (!good) {
             mesh.connectivity.clear();
             mesh.coordinates.clear();
             return false;
         }
+        if (row.extruded) return true;
         if (mesh.connectivity.empty()) say_without_elements(part, "since its file has none", context);
         return true;
     }
     if (row.shape == Shape::sphere || row.shape == Shape::cyli2rect)
-        mesh.lines = console::format("%s:dr=%d\nR=%e\n", row.keyword, part.div[0], part.size[0]);
+        mesh.lines = formatted("%s:dr=%d\nR=%e\n", row.keyword, part.div[0], part.size[0]);
     say_without_elements(part, "since its shape is not meshed", context);
     return true;
 }

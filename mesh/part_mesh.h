@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "model/element_kind.h"
+#include "model/progress.h"
 #include "model/records.h"
 #include "model/remarks.h"
 
@@ -37,6 +38,7 @@ struct MeshContext {
     std::string_view model_file_name;  // mesh files are also looked for beside it
     MeshCounts left;                   // what the parts still to come may use together
     Remarks& remarks;
+    Progress& progress;
 };
 
 // What this machine can hold: node and degree-of-freedom numbers are 32-bit, and an analysis needs
@@ -54,8 +56,8 @@ inline std::int64_t saturated_product(std::int64_t a, std::int64_t b) {
 }
 
 // Meshes one part according to its row of the catalogue. True with an empty mesh and a notice for
-// a part without elements; false with an error in context.remarks, the mesh then empty but for its
-// console lines.
+// a part without elements; false with an error in context.remarks, or without one where context.progress
+// asks to stop, the mesh then empty but for its console lines.
 bool mesh_part(const Part& part, MeshContext& context, PartMesh& mesh);
 
 }  // namespace kestralum

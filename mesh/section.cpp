@@ -5,7 +5,8 @@
 
 namespace kestralum {
 
-void extrude(const Section& section, double length, std::int32_t layers, double unit, PartMesh& mesh) {
+bool extrude(const Section& section, double length, std::int32_t layers, double unit, PartMesh& mesh,
+             const Progress& progress) {
     const std::size_t nodes = section.xy.size() / 2;
     const std::size_t cells = section.quads.size() / 4;
     const std::size_t layer_num = layers;
@@ -13,6 +14,7 @@ void extrude(const Section& section, double length, std::int32_t layers, double 
     mesh.coordinates.resize(3 * nodes * (layer_num + 1));
     double* x = mesh.coordinates.data();
     for (std::int32_t k = 0; k <= layers; ++k) {
+        if (progress.cancelled()) return false;
         const double z = grid_line(k, layers, length) * unit;
         for (std::size_t n = 0; n < nodes; ++n) {
             *x++ = section.xy[2 * n] * unit;
@@ -24,13 +26,15 @@ void extrude(const Section& section, double length, std::int32_t layers, double 
     constexpr std::array<std::array<int, 2>, 2> corner_at{{{0, 3}, {1, 2}}};
     mesh.connectivity.resize(8 * cells * layer_num);
     std::int32_t* out = mesh.connectivity.data();
-    for (std::size_t k = 0; k < layer_num; ++k)
+    for (std::size_t k = 0; k < layer_num; ++k) {
+        if (progress.cancelled()) return false;
         for (std::size_t c = 0; c < cells; ++c)
             for (const auto& [i, j, e] : hexa_corner) {
                 const std::size_t at = corner_at[i][j];
-                const std::size_t layer = k + static_cast<std::size_t>(e);
-                *out++ = section.quads[4 * c + at] + 1 + static_cast<std::int32_t>(layer * nodes);
+                *out++ = section.quads[4 * c + at] + 1 + static_cast<std::int32_t>((k + e) * nodes);
             }
+    }
+    return true;
 }
 
 void add_grid_quads(std::int32_t ni, std::int32_t nj, Section& section) {

@@ -40,8 +40,10 @@ extern const ExtrudedShape box_shape, hollow_box_shape, trapezoid_shape, cylinde
     hollow_cylinder_shape, tripole_shape;
 
 // Hexahedra over `layers` equal layers up to z = length. Node: section node + layer × section
-// nodes; element: section cell + layer × section cells. All coordinates are multiplied by `unit`.
-void extrude(const Section& section, double length, std::int32_t layers, double unit, PartMesh& mesh);
+// nodes; element: section cell + layer × section cells. All coordinates are multiplied by `unit`. False
+// where `progress` asked to stop; the mesh is then not whole.
+bool extrude(const Section& section, double length, std::int32_t layers, double unit, PartMesh& mesh,
+             const Progress& progress);
 
 // Cells of a grid of ni × nj whose node (i, j) is i + (ni + 1)·j, row by row.
 void add_grid_quads(std::int32_t ni, std::int32_t nj, Section& section);

@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "mesh/import_text.h"
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum {
 
@@ -23,8 +23,13 @@ bool is_word(std::string_view token, std::string_view word) {
 class StlReader {
 public:
     StlReader(std::string_view text, std::string_view file_name, double unit_factor, PartMesh& mesh,
-              Remarks& remarks)
-        : reader_(text), file_name_(file_name), unit_factor_(unit_factor), mesh_(mesh), remarks_(remarks) {}
+              Remarks& remarks, const Progress& progress)
+        : reader_(text),
+          file_name_(file_name),
+          unit_factor_(unit_factor),
+          mesh_(mesh),
+          remarks_(remarks),
+          progress_(progress) {}
 
     bool read() {
         if (!read_header()) return false;
@@ -35,6 +40,7 @@ public:
                                            ": ends without \"endsolid\", the facets read are taken");
                 return true;
             }
+            if (progress_.cancelled()) return false;
             if (is_word(token, "endsolid")) break;
             if (!is_word(token, "facet")) return fail("\"facet\" or \"endsolid\"");
             if (!read_facet()) return false;
@@ -102,15 +108,16 @@ private:
     double unit_factor_;
     PartMesh& mesh_;
     Remarks& remarks_;
+    const Progress& progress_;
 };
 
 }  // namespace
 
 bool read_stl_text(std::string_view text, std::string_view file_name, double unit_factor, PartMesh& mesh,
-                   Remarks& remarks) {
+                   Remarks& remarks, const Progress& progress) {
     mesh.kind = ElementKind::hexahedron;
     mesh.surface = true;
-    return StlReader(text, file_name, unit_factor, mesh, remarks).read();
+    return StlReader(text, file_name, unit_factor, mesh, remarks, progress).read();
 }
 
 bool import_stl(const Part& part, MeshContext& context, PartMesh& mesh) {
@@ -122,9 +129,9 @@ bool import_stl(const Part& part, MeshContext& context, PartMesh& mesh) {
         return false;
     }
     mesh.lines += "FILE OPEN !!\n";
-    const bool good = read_stl_text(text, name, part.unit_factor, mesh, context.remarks);
-    mesh.lines += console::format("Nelem1=%d\n", static_cast<int>(mesh.element_num())) +
-                  console::format("Nnode1=%d\n", static_cast<int>(mesh.node_num())) + "FILE CLOSE !!\n";
+    const bool good = read_stl_text(text, name, part.unit_factor, mesh, context.remarks, context.progress);
+    mesh.lines += formatted("Nelem1=%d\n", static_cast<int>(mesh.element_num())) +
+                  formatted("Nnode1=%d\n", static_cast<int>(mesh.node_num())) + "FILE CLOSE !!\n";
     return good && take_from_budget(part, {mesh.element_num(), mesh.node_num()}, context);
 }
 

@@ -12,7 +12,7 @@ namespace kestralum {
 // ends without "endsolid" after a whole facet is taken, with a notice. False with an error
 // (file, token number, token, what is expected), `mesh` then without nodes.
 bool read_stl_text(std::string_view text, std::string_view file_name, double unit_factor, PartMesh& mesh,
-                   Remarks& remarks);
+                   Remarks& remarks, const Progress& progress);
 
 // The mesh of an "STL" part, with its console lines. False with an error when the file cannot be
 // opened or read.

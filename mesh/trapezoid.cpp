@@ -1,7 +1,7 @@
 // "TRAPEZOID": lower edge b1 from the local origin along x, upper edge b2 at y = h shifted by t
 // along x, extruded over L.
 #include "mesh/section.h"
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum {
 
@@ -13,11 +13,11 @@ MeshCounts section_counts(const Part& part) {
 }
 
 std::string head(const Part& part, const MeshCounts& counts) {
-    return console::format("TRAPEZOID:Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
-                           static_cast<int>(counts.nodes)) +
-           console::format("db=%d,dh=%d,dl=%d,", part.div[0], part.div[1], part.div[2]) +
-           console::format("b1=%.3e,b2=%.3e,h=%.3e,t=%.3e,L=%.3e\n", part.size[0], part.size[1], part.size[2],
-                           part.size[3], part.size[4]);
+    return formatted("TRAPEZOID:Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
+                     static_cast<int>(counts.nodes)) +
+           formatted("db=%d,dh=%d,dl=%d,", part.div[0], part.div[1], part.div[2]) +
+           formatted("b1=%.3e,b2=%.3e,h=%.3e,t=%.3e,L=%.3e\n", part.size[0], part.size[1], part.size[2],
+                     part.size[3], part.size[4]);
 }
 
 Section section(const Part& part) {

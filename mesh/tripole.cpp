@@ -2,7 +2,7 @@
 // at the angle ANG (degrees) to it. The medians cut it into three quadrilateral blocks of db × db
 // cells, so every side has 2·db cells.
 #include "mesh/section.h"
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum {
 
@@ -10,7 +10,7 @@ namespace {
 
 std::string fault(const Part& part) {
     if (part.size[2] < 180) return {};
-    return console::format("angle ANG = %e must lie between 0 and 180 degrees", part.size[2]);
+    return formatted("angle ANG = %e must lie between 0 and 180 degrees", part.size[2]);
 }
 
 MeshCounts section_counts(const Part& part) {
@@ -20,11 +20,11 @@ MeshCounts section_counts(const Part& part) {
 }
 
 std::string head(const Part& part, const MeshCounts& counts) {
-    return console::format("TRIPOLE:Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
-                           static_cast<int>(counts.nodes)) +
-           console::format("db=%d,dl=%d,", part.div[0], part.div[1]) +
-           console::format("b1=%.3e,b2=%.3e,ANG=%.3e,L=%.3e\n", part.size[0], part.size[1], part.size[2],
-                           part.size[3]);
+    return formatted("TRIPOLE:Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
+                     static_cast<int>(counts.nodes)) +
+           formatted("db=%d,dl=%d,", part.div[0], part.div[1]) +
+           formatted("b1=%.3e,b2=%.3e,ANG=%.3e,L=%.3e\n", part.size[0], part.size[1], part.size[2],
+                     part.size[3]);
 }
 
 // Nodes: the centroid, the three spokes from it to the sides' middles, then block by block what

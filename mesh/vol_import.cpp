@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "mesh/import_text.h"
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum {
 
@@ -18,16 +18,21 @@ constexpr std::array<std::size_t, 10> order10{0, 2, 1, 3, 5, 7, 4, 6, 9, 8};
 
 class VolReader {
 public:
-    VolReader(std::string_view text, std::string_view file_name, double unit_factor)
-        : text_(text), file_name_(file_name), unit_factor_(unit_factor), reader_(text) {}
+    VolReader(std::string_view text, std::string_view file_name, double unit_factor, const Progress& progress)
+        : text_(text),
+          file_name_(file_name),
+          unit_factor_(unit_factor),
+          progress_(&progress),
+          reader_(text) {}
 
     bool read(PartMesh& mesh, Remarks& remarks) {
         // A walk that gets lost says nothing about the file: it may only be of another layout.
         if (!walk()) {
-            *this = VolReader(text_, file_name_, unit_factor_);
+            if (stopped()) return false;
+            *this = VolReader(text_, file_name_, unit_factor_, *progress_);
             reader_ = TokenReader(text_, true);
             if (!read_sections()) {
-                remarks.errors.push_back(error_);
+                if (!stopped()) remarks.errors.push_back(error_);
                 return false;
             }
         }
@@ -41,6 +46,8 @@ public:
     }
 
 private:
+    bool stopped() const { return progress_->cancelled(); }
+
     // The layout that Netgen writes for one kind of geometry, by token counts alone.
     bool walk() {
         if (reader_.next() != "mesh3d" || reader_.next() != "dimension" || !reader_.skip(1)) return false;
@@ -58,6 +65,7 @@ private:
         if (!count || *count < 0) return false;
         surface_num_ = *count;
         for (std::int32_t s = 0; s < surface_num_; ++s) {
+            if (stopped()) return false;
             const auto k = reader_.next_int32();
             if (!k || *k < 0 || !reader_.skip(3)) return false;
             const auto m = reader_.next_int32();
@@ -70,6 +78,7 @@ private:
         bool have_elements = false, have_points = false;
         while (!(have_elements && have_points)) {
             const std::string_view word = reader_.next();
+            if (stopped()) return false;
             if (word.empty() || word == "endmesh")
                 return fail(have_elements ? "section \"points\"" : "section \"volumeelements\"");
             if (word.starts_with("surfaceelements")) {
@@ -105,6 +114,7 @@ private:
     bool read_elements() {
         if (!read_count("the number of volume elements", 6, element_num_)) return false;
         for (std::int32_t e = 0; e < element_num_; ++e) {
+            if (stopped()) return false;
             if (!reader_.next_int32()) return fail("a domain number");
             const auto count = reader_.next_int32();
             if (!count || (*count != 4 && *count != 10))
@@ -141,6 +151,7 @@ private:
         if (!read_count("the number of points", 3, count)) return false;
         coordinates_.reserve(3 * count);
         for (std::int64_t k = 0; k < 3 * std::int64_t{count}; ++k) {
+            if (k % 3 == 0 && stopped()) return false;
             const auto value = reader_.next_double();
             if (!value || !std::isfinite(*value)) return fail("a coordinate");
             coordinates_.push_back(*value * unit_factor_);
@@ -168,14 +179,15 @@ private:
         return false;
     }
     void print_counts(std::string& lines) const {
-        lines += console::format("  surface element sgi:%d\n", surface_num_);
-        lines += console::format("  Nelem:%d\n", element_num_);
-        lines += console::format("  element_type:%d\n", nodes_per_ == 10 ? 2 : nodes_per_ == 4 ? 1 : 0);
-        lines += console::format("  Nnode:%d\n", static_cast<int>(coordinates_.size() / 3));
+        lines += formatted("  surface element sgi:%d\n", surface_num_);
+        lines += formatted("  Nelem:%d\n", element_num_);
+        lines += formatted("  element_type:%d\n", nodes_per_ == 10 ? 2 : nodes_per_ == 4 ? 1 : 0);
+        lines += formatted("  Nnode:%d\n", static_cast<int>(coordinates_.size() / 3));
     }
 
     std::string_view text_, file_name_;
     double unit_factor_;
+    const Progress* progress_;
     TokenReader reader_;
     std::int32_t surface_num_ = 0, element_num_ = 0;
     int nodes_per_ = 0;                     // 0 until an element has been read
@@ -188,8 +200,8 @@ private:
 }  // namespace
 
 bool read_vol_text(std::string_view text, std::string_view file_name, double unit_factor, PartMesh& mesh,
-                   Remarks& remarks) {
-    return VolReader(text, file_name, unit_factor).read(mesh, remarks);
+                   Remarks& remarks, const Progress& progress) {
+    return VolReader(text, file_name, unit_factor, progress).read(mesh, remarks);
 }
 
 bool import_vol(const Part& part, MeshContext& context, PartMesh& mesh) {
@@ -201,7 +213,7 @@ bool import_vol(const Part& part, MeshContext& context, PartMesh& mesh) {
         return false;
     }
     mesh.lines += "FILE OPEN !!\n";
-    const bool good = read_vol_text(text, name, part.unit_factor, mesh, context.remarks);
+    const bool good = read_vol_text(text, name, part.unit_factor, mesh, context.remarks, context.progress);
     mesh.lines += "FILE CLOSE !!\n";
     return good && take_from_budget(part, {mesh.element_num(), mesh.node_num()}, context);
 }

@@ -14,7 +14,7 @@ namespace kestralum {
 // error (file, token number, token, what is expected), `mesh` then without nodes; also for a file
 // that mixes node counts or has elements of other shapes.
 bool read_vol_text(std::string_view text, std::string_view file_name, double unit_factor, PartMesh& mesh,
-                   Remarks& remarks);
+                   Remarks& remarks, const Progress& progress);
 
 // The mesh of a "VOL" part, with its console lines. False with an error when the file cannot be
 // opened or read.
