@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-#include "model/model_store.h"
+#include "model/progress.h"
 #include "model/topology.h"
 
 namespace kestralum {
@@ -24,18 +24,10 @@ struct DofNumbering {
     std::int32_t fix_node_num() const { return static_cast<std::int32_t>(fixed_nodes.size()); }
 };
 
-// Fixes all three degrees of freedom of every node that a record selects: kind plane within 1e-10 of
-// the plane (the axis's max), kind area exactly on it and within 1e-10 of the rectangle, kind volume
-// within 1e-6 of the box. fn_free comes in as 3·node_num and falls by 3 for every entry of the list,
-// repeats included; free_dofs.size() is the true number.
+// Fixes all three degrees of freedom of every node that a record selects. fn_free comes in as 3·node_num and
+// falls by 3 for every entry of the list, repeats included; free_dofs.size() is the true number.
 DofNumbering apply_boundary_conditions(std::span<const BoundaryCondition> records, const Mesh& mesh,
-                                       const NodeElements& node_elements, std::int32_t& fn_free);
-
-// The nodes (0-based, ascending) that one record selects.
-std::vector<std::int32_t> select_nodes(const BoundaryCondition& record, const Mesh& mesh);
-
-// The node (0-based) on a solid element that lies nearest to a place, the first of several.
-std::int32_t nearest_node(const Mesh& mesh, const NodeElements& node_elements,
-                          const std::array<double, 3>& place);
+                                       const NodeElements& node_elements, std::int32_t& fn_free,
+                                       Progress& progress);
 
 }  // namespace kestralum

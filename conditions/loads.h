@@ -1,26 +1,38 @@
-// The load vector of the linear analyses.
+// Forces on nodes: what the force records of a model put on the degrees of freedom of a mesh.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <vector>
 
 #include "conditions/constraints.h"
+#include "model/progress.h"
 
 namespace kestralum {
 
-struct LoadVector {
-    std::vector<double> F;  // one per equation, N
-    std::vector<std::int32_t>
-        reached;  // per record: nodes found (node force: 0 or 1; area: nodes in the box)
-    std::vector<std::int32_t> on_fixed;  // per record: of these, nodes whose degree of freedom is fixed
+// What became of one force record.
+struct LoadedRecord {
+    std::int32_t reached = 0;        // nodes found (node force: 0 or 1; area: nodes in the box)
+    std::int32_t on_fixed = 0;       // of these, nodes whose degree of freedom is fixed
+    std::int32_t replaced = 0;       // of these, nodes that a later record loads in the same direction
+    double applied = 0;              // what is left of its force, N
+    std::array<double, 3> moment{};  // of an area's shares about the middle of its area, N·m
+    double arm = 0;                  // that moment's size over the force, m
+    double size = 0;                 // largest edge of the box around the area's nodes, m
 };
 
-// Point forces go to the first node within 1e-7 of the point in each direction; area forces are
-// spread over the nodes of the box (1e-7 wider, strictly inside): by `stiffness`, one entry of the
-// stiffness diagonal per equation, on hexahedra, evenly on tetrahedra. Each record assigns, it does not add.
-// A force on a fixed degree of freedom is reported and lost; in an area such a node takes no share.
-LoadVector build_loads(std::span<const AppliedForce> forces, const Mesh& mesh, const DofNumbering& numbering,
-                       std::span<const double> stiffness);
+struct LoadVector {
+    std::vector<double> F;              // one per equation, N
+    std::vector<LoadedRecord> records;  // one per force record
+};
+
+// Point forces go to their node (resolve_force_points); area forces are spread over the nodes of the box: by
+// `stiffness`, one entry of the stiffness diagonal per equation, on hexahedra, evenly on tetrahedra. Each
+// record assigns, it does not add: of two on one degree of freedom the later stands. A force on a fixed
+// degree of freedom is printed and lost; in an area such a node takes no share.
+LoadVector build_loads(std::span<const AppliedForce> forces, std::span<const std::int32_t> force_node,
+                       const Mesh& mesh, const NodeElements& node_elements, const DofNumbering& numbering,
+                       std::span<const double> stiffness, Progress& progress);
 
 }  // namespace kestralum

@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "model/console.h"
+#include "model/format.h"
 #include "model/free_faces.h"
+#include "model/selection.h"
 
 namespace kestralum {
 
@@ -84,19 +85,6 @@ void find_motions(RigidBody& body, const Mesh& mesh, const std::string& name,
     }
 }
 
-bool inside_round(const RigidElement& record, const Vec3& x, double tolerance) {
-    const auto axis = static_cast<std::size_t>(std::clamp(record.region[4], 0.0, 2.0));
-    double along = 0, across2 = 0;
-    for (std::size_t c = 0; c < 3; ++c) {
-        const double d = x[c] - record.region[c];
-        if (c == axis)
-            along = std::abs(d);
-        else
-            across2 += d * d;
-    }
-    return along <= record.region[5] + tolerance && std::sqrt(across2) <= record.region[3] + tolerance;
-}
-
 }  // namespace
 
 std::int32_t RigidSystem::common_body(const std::int32_t* nodes, int count) const {
@@ -114,26 +102,6 @@ std::vector<char> RigidSystem::elements_inside(const Mesh& mesh) const {
     for (std::size_t e = 0; e < inside.size(); ++e)
         inside[e] = common_body(&mesh.connectivity[e * static_cast<std::size_t>(nodes)], nodes) >= 0;
     return inside;
-}
-
-std::vector<std::int32_t> select_members(const RigidElement& record, const Mesh& mesh,
-                                         const NodeElements& node_elements) {
-    constexpr double tolerance = 1e-7;  // m
-    std::vector<std::int32_t> out;
-    for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
-        const std::size_t k = n;
-        if (node_elements.start[k] == node_elements.start[k + 1]) continue;
-        const Vec3 x = place_of(mesh, n);
-        bool inside = true;
-        if (record.kind == RigidSelection::round)
-            inside = inside_round(record, x, tolerance);
-        else
-            for (std::size_t c = 0; c < 3; ++c)
-                inside = inside && x[c] >= record.region[2 * c] - tolerance &&
-                         x[c] <= record.region[2 * c + 1] + tolerance;
-        if (inside) out.push_back(n);
-    }
-    return out;
 }
 
 void find_normals(RigidSystem& system, const Mesh& mesh) {
@@ -175,7 +143,7 @@ std::vector<std::int32_t> add_body(RigidSystem& system, const RigidElement& reco
     body.record = static_cast<std::int32_t>(system.bodies.size());
     body.reference = record.reference;
     std::vector<std::int32_t> taken;
-    for (std::int32_t n : select_members(record, mesh, node_elements)) {
+    for (std::int32_t n : select_nodes(record, mesh, node_elements)) {
         std::int32_t& owner = system.body_of_node[n];
         if (owner >= 0) {
             taken.push_back(n);
@@ -208,7 +176,7 @@ RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh
                             std::to_string(shared[other].size()) +
                             " nodes that are not on a line: they are one body, make them one element";
             else
-                out.notices.push_back(console::format(
+                out.notices.push_back(formatted(
                     "rigid elements %s and %s share %zu node%s: %s has %s", records[other].name.c_str(),
                     records[k].name.c_str(), shared[other].size(), shared[other].size() == 1 ? "" : "s",
                     records[other].name.c_str(), shared[other].size() == 1 ? "it" : "them"));

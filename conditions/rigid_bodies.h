@@ -16,7 +16,6 @@
 #include <vector>
 
 #include "conditions/constraints.h"
-#include "model/model_store.h"
 #include "model/vector3.h"
 
 namespace kestralum {
@@ -55,10 +54,6 @@ struct RigidSystem {
     // Per element: it lies wholly inside one body and is never strained. Empty without bodies.
     std::vector<char> elements_inside(const Mesh& mesh) const;
 };
-
-// Nodes on solid elements that a record selects, 0-based ascending: 1e-7 m beside its box or disc count.
-std::vector<std::int32_t> select_members(const RigidElement& record, const Mesh& mesh,
-                                         const NodeElements& node_elements);
 
 // Adds the body of the next record with the nodes it selects, but for those of bodies that stand already:
 // these are returned.

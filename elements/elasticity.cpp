@@ -4,11 +4,10 @@
 #include <cmath>
 
 #include "elements/symmetric3.h"
-#include "model/console.h"
 
 namespace kestralum {
 
-Elasticity build_elasticity(std::span<const Material> materials) {
+Elasticity build_elasticity(std::span<const Material> materials, Progress& progress) {
     const int count = static_cast<int>(materials.size());
     Elasticity table{TNT::Array3D<double>(6, 6, std::max(count, 1), 0.0)};
     for (int m = 0; m < count; ++m) {
@@ -21,7 +20,7 @@ Elasticity build_elasticity(std::span<const Material> materials) {
             table.D[i + 3][i + 3][m] = g;
         }
     }
-    console::print("Dmat\n");
+    progress.print("Dmat\n");
     return table;
 }
 

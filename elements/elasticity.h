@@ -6,6 +6,7 @@
 #include <tnt/tnt_array3d.h>
 
 #include "elements/element_type.h"
+#include "model/progress.h"
 #include "model/records.h"
 
 namespace kestralum {
@@ -17,7 +18,7 @@ struct Elasticity {
 };
 
 // Builds the table of all materials and prints the line "Dmat". ν = 0.5 gives infinite entries.
-Elasticity build_elasticity(std::span<const Material> materials);
+Elasticity build_elasticity(std::span<const Material> materials, Progress& progress);
 
 // The three distinct entries of one material: D00, D01 and D33.
 struct IsotropicModuli {

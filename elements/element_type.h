@@ -8,7 +8,7 @@
 #include <array>
 #include <span>
 
-#include "model/model_store.h"
+#include "model/mesh.h"
 
 namespace kestralum {
 

@@ -9,7 +9,7 @@
 
 #include "elements/explicit_kernel.h"
 #include "elements/stresses.h"
-#include "model/model_store.h"
+#include "model/mesh.h"
 
 namespace kestralum {
 

@@ -12,13 +12,13 @@ struct ElementState {
 };
 
 std::size_t first_point(const ElementType& type, std::int32_t e) {
-    return static_cast<std::size_t>(e) * static_cast<std::size_t>(type.points);
+    return std::size_t(e) * type.points;
 }
 
 bool gather(const Mesh& mesh, std::span<const double> u, const ElementType& type, std::int32_t e,
             ElementState& out) {
     if (!evaluate_points(type, mesh, e, out.points)) return false;
-    const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+    const std::int32_t* element = mesh.element(e).data();
     for (int i = 0; i < type.nodes; ++i) {
         const double* from = u.data() + 3 * node_index(element[i]);
         std::copy(from, from + 3, out.u.data() + 3 * i);
@@ -86,7 +86,7 @@ bool update_element(FiniteBody& body, const ElementType& type, std::int32_t e) {
     double* f = body.element_force.data() + static_cast<std::ptrdiff_t>(e) * 3 * type.nodes;
     std::fill(f, f + 3 * type.nodes, 0.0);
     for (int p = 0; p < type.points; ++p) {
-        const std::size_t at = first_point(type, e) + static_cast<std::size_t>(p);
+        const std::size_t at = first_point(type, e) + p;
         const double* dN = state.points.dN.data() + 3 * type.nodes * p;
         double H[9], dn[3 * most_nodes];
         displacement_gradient(type.nodes, state.u.data(), dN, H);
@@ -131,8 +131,7 @@ bool finite_stiffness(const FiniteBody& body, std::int32_t e, double* ke) {
         double H[9], dn[3 * most_nodes];
         displacement_gradient(type.nodes, state.u.data(), dN, H);
         FiniteResponse response;
-        if (!finite_response(material_of(body, e), H,
-                             body.committed[first_point(type, e) + static_cast<std::size_t>(p)], true,
+        if (!finite_response(material_of(body, e), H, body.committed[first_point(type, e) + p], true,
                              response))
             return false;
         push_gradients(type.nodes, dN, response.F_inverse, dn);
@@ -159,15 +158,11 @@ std::vector<double> internal_forces(const FiniteBody& body, const NodeElements& 
     std::vector<double> force(3 * nodes, 0.0);
 #pragma omp parallel for schedule(static) num_threads(body.threads)
     for (std::int32_t n = 0; n < nodes; ++n) {
-        const std::size_t node = n;
-        for (std::int64_t k = node_elements.start[node]; k < node_elements.start[node + 1]; ++k) {
-            const std::int32_t e = node_elements.elements[k];
-            const std::int32_t* element =
-                body.mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
-            const auto local = std::find(element, element + type.nodes, n + 1) - element;
-            const double* f =
-                body.element_force.data() + 3 * (static_cast<std::ptrdiff_t>(e) * type.nodes + local);
-            for (std::size_t c = 0; c < 3; ++c) force[3 * node + c] += f[c];
+        for (const std::int32_t e : node_elements.of(n)) {
+            const auto element = body.mesh.element(e);
+            const auto local = std::find(element.begin(), element.end(), n + 1) - element.begin();
+            const double* f = body.element_force.data() + 3 * (std::ptrdiff_t(e) * type.nodes + local);
+            for (std::size_t c = 0; c < 3; ++c) force[3 * n + c] += f[c];
         }
     }
     return force;
@@ -185,7 +180,7 @@ void logarithmic_strains(const Mesh& mesh, std::span<const double> u, int thread
         for (int p = 0; p < type.points; ++p) {
             double H[9], Fi[9];
             displacement_gradient(type.nodes, state.u.data(), state.points.dN.data() + 3 * type.nodes * p, H);
-            logarithmic_strain(H, &out.strain[6 * (first_point(type, e) + static_cast<std::size_t>(p))]);
+            logarithmic_strain(H, &out.strain[6 * (first_point(type, e) + p)]);
             out.volume[e] += state.points.weight[p] * invert_deformation(H, Fi);
         }
     }
@@ -207,7 +202,7 @@ double plastic_share(const FiniteBody& body) {
         for (int p = 0; p < type.points; ++p) {
             const double w = points.weight[p];
             all += w;
-            if (body.committed[first_point(type, e) + static_cast<std::size_t>(p)].alpha > 0) plastic += w;
+            if (body.committed[first_point(type, e) + p].alpha > 0) plastic += w;
         }
     }
     return all > 0 ? plastic / all : 0;

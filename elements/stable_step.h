@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "elements/element_type.h"
-#include "model/model_store.h"
+#include "model/mesh.h"
 
 namespace kestralum {
 

@@ -2,26 +2,25 @@
 
 #include <algorithm>
 
-#include "model/console.h"
-
 namespace kestralum {
 
 void point_stresses(const Mesh& mesh, std::span<const Part> parts, const Elasticity& elasticity,
-                    std::span<const double> u, int threads, PointResults& out) {
+                    std::span<const double> u, int threads, PointResults& out, const Progress& progress) {
     const ElementType& type = element_type(mesh.element_type);
     const std::int32_t elements = mesh.element_num();
-    const auto values = static_cast<std::size_t>(elements) * static_cast<std::size_t>(type.points) * 6;
+    const std::size_t values = std::size_t(6) * type.points * elements;
     out.stress.resize(values);
     out.strain.resize(values);
     out.volume.resize(elements);
 #pragma omp parallel for schedule(static) num_threads(threads)
     for (std::int32_t e = 0; e < elements; ++e) {
+        if (progress.cancelled()) continue;
         ElementPoints points;
         evaluate_points(type, mesh, e, points);
         out.volume[e] = element_volume(type, points);
         const std::int32_t part = mesh.p_ele_part_id[e];
         const auto [a, b, g] = moduli(elasticity, parts[part].material_id);
-        const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+        const std::int32_t* element = mesh.element(e).data();
         const double* at[most_nodes];
         for (int i = 0; i < type.nodes; ++i) at[i] = u.data() + 3 * node_index(element[i]);
         for (int p = 0; p < type.points; ++p) {
@@ -31,8 +30,8 @@ void point_stresses(const Mesh& mesh, std::span<const Part> parts, const Elastic
                 for (int r = 0; r < 3; ++r)
                     for (int c = 0; c < 3; ++c) du[r][c] += at[i][r] * dN[c];
             }
-            double* strain = out.strain.data() + 6 * (static_cast<std::ptrdiff_t>(e) * type.points + p);
-            double* stress = out.stress.data() + 6 * (static_cast<std::ptrdiff_t>(e) * type.points + p);
+            double* strain = out.strain.data() + 6 * (std::ptrdiff_t(e) * type.points + p);
+            double* stress = out.stress.data() + 6 * (std::ptrdiff_t(e) * type.points + p);
             for (int c = 0; c < 3; ++c) strain[c] = du[c][c];
             strain[3] = du[0][1] + du[1][0];
             strain[4] = du[1][2] + du[2][1];
@@ -61,8 +60,7 @@ void add_element(const ElementType& type, const PointResults& points, std::span<
     average.volume += volume;
     for (int p = 0; p < type.points; ++p) {
         const double factor = volume * type.extrapolation[local * type.points + p];
-        const auto at =
-            static_cast<std::size_t>(e) * static_cast<std::size_t>(type.points) + static_cast<std::size_t>(p);
+        const std::size_t at = std::size_t(e) * type.points + p;
         for (std::size_t c = 0; c < 6; ++c) {
             average.value[c] += factor * points.stress[6 * at + c];
             average.value[6 + c] += factor * points.strain[6 * at + c];
@@ -97,7 +95,8 @@ void store_node(std::span<PartAverage> averages, std::size_t node, std::size_t d
 }  // namespace
 
 void mean_stress_strain(const Mesh& mesh, const NodeElements& node_elements, const PointResults& points,
-                        std::span<const double> plastic_strain, int threads, std::span<double> node_stress) {
+                        std::span<const double> plastic_strain, int threads, std::span<double> node_stress,
+                        Progress& progress) {
     const ElementType& type = element_type(mesh.element_type);
     const std::int32_t nodes = mesh.node_num();
     const std::size_t dof_num = 3 * nodes;
@@ -107,14 +106,12 @@ void mean_stress_strain(const Mesh& mesh, const NodeElements& node_elements, con
         averages.reserve(8);
 #pragma omp for schedule(static)
         for (std::int32_t n = 0; n < nodes; ++n) {
+            if (progress.cancelled()) continue;
             averages.clear();
-            for (std::int64_t k = node_elements.start[n];
-                 k < node_elements.start[static_cast<std::size_t>(n) + 1]; ++k) {
-                const std::int32_t e = node_elements.elements[k];
-                const std::int32_t* element =
-                    mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+            for (const std::int32_t e : node_elements.of(n)) {
+                const auto element = mesh.element(e);
                 const auto local =
-                    static_cast<int>(std::find(element, element + type.nodes, n + 1) - element);
+                    static_cast<int>(std::find(element.begin(), element.end(), n + 1) - element.begin());
                 const std::int32_t part = mesh.p_ele_part_id[e];
                 auto average = std::find_if(averages.begin(), averages.end(),
                                             [&](const PartAverage& a) { return a.part == part; });
@@ -122,10 +119,10 @@ void mean_stress_strain(const Mesh& mesh, const NodeElements& node_elements, con
                     average = averages.insert(averages.end(), PartAverage{part, 0, {}});
                 add_element(type, points, plastic_strain, e, local, *average);
             }
-            store_node(averages, static_cast<std::size_t>(n), dof_num, node_stress);
+            store_node(averages, n, dof_num, node_stress);
         }
     }
-    console::print("mean_stress_strain\n");
+    progress.print("mean_stress_strain\n");
 }
 
 std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points,
@@ -134,13 +131,13 @@ std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points
     std::vector<double> force(mesh.coordinates.size(), 0.0);
     ElementPoints element_points;
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
-        const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type.nodes;
+        const std::int32_t* element = mesh.element(e).data();
         if (std::none_of(element, element + type.nodes,
                          [&](std::int32_t n) { return wanted[node_index(n)]; }))
             continue;
         evaluate_points(type, mesh, e, element_points);
         for (int p = 0; p < type.points; ++p) {
-            const double* s = points.stress.data() + 6 * (static_cast<std::ptrdiff_t>(e) * type.points + p);
+            const double* s = points.stress.data() + 6 * (std::ptrdiff_t(e) * type.points + p);
             const double w = element_points.weight[p];
             for (int i = 0; i < type.nodes; ++i) {
                 if (!wanted[node_index(element[i])]) continue;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "elements/elasticity.h"
+#include "model/progress.h"
 #include "model/topology.h"
 
 namespace kestralum {
@@ -20,15 +21,16 @@ struct PointResults {
 
 // ε = B u and σ = D ε at every point; u: 3 per node.
 void point_stresses(const Mesh& mesh, std::span<const Part> parts, const Elasticity& elasticity,
-                    std::span<const double> u, int threads, PointResults& out);
+                    std::span<const double> u, int threads, PointResults& out, const Progress& progress);
 
 // Averages at the nodes: point values extrapolated to the nodes of each element, averaged over the
 // elements of one part around the node with their volumes as weights; on a node of several parts
 // the part with the larger Mises stress of the average stands. plastic_strain (element_num × points)
 // may be empty. Writes groups 0 … 4 of one mode: node_stress is that mode's slice, 5 × dof_num.
-// Prints "mean_stress_strain".
+// Prints "mean_stress_strain". A cancel leaves both unfinished.
 void mean_stress_strain(const Mesh& mesh, const NodeElements& node_elements, const PointResults& points,
-                        std::span<const double> plastic_strain, int threads, std::span<double> node_stress);
+                        std::span<const double> plastic_strain, int threads, std::span<double> node_stress,
+                        Progress& progress);
 
 // Internal forces Σ ∫ Bᵀ σ dV at the nodes with wanted[node] != 0 (3 per node, 0 elsewhere), N.
 std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points,

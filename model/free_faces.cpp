@@ -20,15 +20,14 @@ struct FaceKey {
 
 std::vector<ElementFace> free_faces(const Mesh& mesh) {
     const FaceTable table = face_table(mesh.element_type);
-    const int per_element = mesh.node_per_element();
     const std::int32_t elements = mesh.element_num();
     const std::size_t nodes = mesh.node_num();
 
     // bucket the faces by their smallest corner node: counts, then places, then keys
     std::vector<std::int64_t> start(nodes + 1, 0);
-    std::vector<FaceKey> keys(static_cast<std::size_t>(elements) * static_cast<std::size_t>(table.faces));
+    std::vector<FaceKey> keys(std::size_t(elements) * table.faces);
     auto sorted_corners = [&](std::int32_t e, int f, std::int32_t* c) {
-        const std::int32_t* element = mesh.connectivity.data() + static_cast<std::ptrdiff_t>(e) * per_element;
+        const auto element = mesh.element(e);
         const auto local = face_corners(mesh.element_type, f);
         for (int k = 0; k < table.corners; ++k) c[k] = element[local[k]];
         for (int k = 1; k < table.corners; ++k)
@@ -45,7 +44,7 @@ std::vector<ElementFace> free_faces(const Mesh& mesh) {
     for (std::int32_t e = 0; e < elements; ++e)
         for (int f = 0; f < table.faces; ++f) {
             sorted_corners(e, f, c);
-            FaceKey& key = keys[place[static_cast<std::size_t>(c[0]) - 1]++];
+            FaceKey& key = keys[place[c[0] - 1]++];
             key = {{c[1], c[2], table.corners == 4 ? c[3] : -1}, e, f};
         }
 
@@ -66,7 +65,6 @@ std::vector<ElementFace> free_faces(const Mesh& mesh) {
 void update_node_normals(Mesh& mesh) {
     mesh.node_n_dir.assign(mesh.coordinates.size(), 0.0);
     const FaceTable table = face_table(mesh.element_type);
-    const int per_element = mesh.node_per_element();
     const double* x = mesh.coordinates.data();
     // (b-a)×(c-a) of a triangle: twice its area, outward
     auto add_triangle = [&](const std::int32_t* element, const int* local, double* sum) {
@@ -81,8 +79,7 @@ void update_node_normals(Mesh& mesh) {
             sum[k] += u[(k + 1) % 3] * v[(k + 2) % 3] - u[(k + 2) % 3] * v[(k + 1) % 3];
     };
     for (const ElementFace& face : free_faces(mesh)) {
-        const std::int32_t* element =
-            mesh.connectivity.data() + static_cast<std::ptrdiff_t>(face.element) * per_element;
+        const std::int32_t* element = mesh.element(face.element).data();
         const auto triangles = outward_triangles(mesh.element_type, face.face);
         double normal[3] = {};
         for (int t = 0; t < table.triangles_per_face; ++t) add_triangle(element, &triangles[3 * t], normal);
@@ -103,19 +100,58 @@ void update_node_normals(Mesh& mesh) {
     }
 }
 
+namespace {
+
+void add_triangles(const Mesh& mesh, const ElementFace& face, std::vector<SurfaceTriangle>& out) {
+    const auto element = mesh.element(face.element);
+    const auto local = outward_triangles(mesh.element_type, face.face);
+    const auto node = [&](std::size_t k) { return static_cast<std::int32_t>(node_index(element[local[k]])); };
+    for (std::size_t k = 0; k + 2 < local.size(); k += 3)
+        out.push_back({{node(k), node(k + 1), node(k + 2)}, mesh.p_ele_part_id[face.element]});
+}
+
+// Whether an element but `except` has all these nodes (numbers).
+bool shared_by_another(const Mesh& mesh, const NodeElements& node_elements,
+                       std::span<const std::int32_t> nodes, std::int32_t except) {
+    for (const std::int32_t e : node_elements.of(node_index(nodes[0]))) {
+        const auto element = mesh.element(e);
+        if (e != except && std::all_of(nodes.begin(), nodes.end(), [&](std::int32_t n) {
+                return std::find(element.begin(), element.end(), n) != element.end();
+            }))
+            return true;
+    }
+    return false;
+}
+
+}  // namespace
+
 std::vector<SurfaceTriangle> surface_triangles(const Mesh& mesh) {
     std::vector<SurfaceTriangle> out;
-    for (const ElementFace& face : free_faces(mesh)) {
-        const std::size_t e = face.element;
-        const std::int32_t* element =
-            &mesh.connectivity[e * static_cast<std::size_t>(mesh.node_per_element())];
-        const auto local = outward_triangles(mesh.element_type, face.face);
-        const auto node = [&](std::size_t k) {
-            return static_cast<std::int32_t>(node_index(element[local[k]]));
-        };
-        for (std::size_t k = 0; k + 2 < local.size(); k += 3)
-            out.push_back({{node(k), node(k + 1), node(k + 2)}, mesh.p_ele_part_id[e]});
-    }
+    for (const ElementFace& face : free_faces(mesh)) add_triangles(mesh, face, out);
+    return out;
+}
+
+std::vector<SurfaceTriangle> surface_triangles_of(const Mesh& mesh, const NodeElements& node_elements,
+                                                  std::span<const char> chosen) {
+    std::vector<std::int32_t> elements;
+    for (std::size_t n = 0; n < chosen.size(); ++n)
+        if (chosen[n])
+            elements.insert(elements.end(), node_elements.of(n).begin(), node_elements.of(n).end());
+    std::sort(elements.begin(), elements.end());
+    elements.erase(std::unique(elements.begin(), elements.end()), elements.end());
+    std::vector<SurfaceTriangle> out;
+    std::vector<std::int32_t> corners;
+    for (const std::int32_t e : elements)
+        for (int f = 0; f < face_table(mesh.element_type).faces; ++f) {
+            const auto element = mesh.element(e);
+            const auto local = outward_triangles(mesh.element_type, f);
+            if (!std::all_of(local.begin(), local.end(),
+                             [&](int k) { return chosen[node_index(element[k])] != 0; }))
+                continue;
+            corners.clear();
+            for (int k : face_corners(mesh.element_type, f)) corners.push_back(element[k]);
+            if (!shared_by_another(mesh, node_elements, corners, e)) add_triangles(mesh, {e, f}, out);
+        }
     return out;
 }
 

@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-#include "model/mesh.h"
+#include "model/topology.h"
 
 namespace kestralum {
 
@@ -25,6 +25,10 @@ struct SurfaceTriangle {
 
 // The free faces cut into triangles, in their order, and the nodes of such a surface, ascending.
 std::vector<SurfaceTriangle> surface_triangles(const Mesh& mesh);
+// The triangles of the free faces all of whose nodes are chosen (node_num flags), without a look at the rest
+// of the mesh.
+std::vector<SurfaceTriangle> surface_triangles_of(const Mesh& mesh, const NodeElements& node_elements,
+                                                  std::span<const char> chosen);
 std::vector<std::int32_t> surface_nodes(std::span<const SurfaceTriangle> surface, std::int32_t node_num);
 
 }  // namespace kestralum

@@ -71,8 +71,8 @@ struct RunOrigin {
 struct Run {
     RunOrigin origin;
     AnalysisType ana_type = AnalysisType::eigen;
-    std::vector<std::int32_t> node_of;  // per node of the model's mesh: its node (0-based) in this mesh;
-                                        // empty where a file does not tell
+    std::vector<std::int32_t> node_of;     // per node of the model's mesh: its node (0-based) in this mesh;
+                                           // empty where a file does not tell
     Mesh mesh;                             // renumbered
     std::vector<std::int32_t> force_node;  // per force of the model: resolve_force_points() on this mesh
     std::vector<double> load;  // dof_num: nodal loads at load factor 1, N; empty in eigen analyses

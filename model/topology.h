@@ -14,6 +14,12 @@ namespace kestralum {
 struct NodeElements {
     std::vector<std::int64_t> start;     // node_num + 1
     std::vector<std::int32_t> elements;  // 0-based element numbers
+
+    // Those around node n (0-based), and whether there are any.
+    std::span<const std::int32_t> of(std::int64_t n) const {
+        return {elements.data() + start[n], elements.data() + start[n + 1]};
+    }
+    bool any(std::int64_t n) const { return start[n] != start[n + 1]; }
 };
 NodeElements elements_of_nodes(const Mesh& mesh);
 

@@ -6,9 +6,6 @@
 #include <cmath>
 #include <limits>
 
-#include "model/console.h"
-#include "system/linear_system.h"
-
 // LAPACK, from OpenBLAS (Anderson et al., LAPACK Users' Guide, 3rd ed. 1999)
 extern "C" {
 void dgetrf_(const int* m, const int* n, double* a, const int* lda, int* pivots, int* info);
@@ -63,7 +60,7 @@ void fill_border(const RigidSystem& rigid, std::span<const RigidState> states, c
     border.nr = rigid.equations;
     border.nf = static_cast<std::int32_t>(
         std::count_if(equation.begin(), equation.end(), [](std::int32_t e) { return e >= 0; }));
-    const auto nf = static_cast<std::size_t>(border.nf), nr = static_cast<std::size_t>(border.nr);
+    const std::size_t nf = border.nf, nr = border.nr;
     border.K_fr.assign(nf * nr, 0.0);
     border.K_rr.assign(nr * nr, 0.0);
     if (with_mass) {
@@ -77,14 +74,14 @@ void fill_border(const RigidSystem& rigid, std::span<const RigidState> states, c
     for (std::size_t r = 0; r < rows.size(); ++r) {
         if (equation[r] >= 0) continue;
         const RigidBody& a = members.body(free_dofs[r] / 3);
-        const auto first_a = static_cast<std::size_t>(a.first), count_a = static_cast<std::size_t>(a.count());
+        const std::size_t first_a = a.first, count_a = a.count();
         for (std::int64_t e = km.row_start[r]; e < km.row_start[r] + km.row_count[r]; ++e) {
             const std::size_t at = e;
             const std::size_t column = km.col_index[at];
             const double k = km.K_value[at], m = with_mass ? km.M_value[at] : 0;
             if (equation[column] >= 0) {  // Afr, as the transpose of this row
                 for (std::size_t i = 0; i < count_a; ++i) {
-                    const std::size_t to = (first_a + i) * nf + static_cast<std::size_t>(equation[column]);
+                    const std::size_t to = (first_a + i) * nf + equation[column];
                     border.K_fr[to] += k * rows[r][i];
                     if (with_mass) border.M_fr[to] += m * rows[r][i];
                 }
@@ -92,8 +89,8 @@ void fill_border(const RigidSystem& rigid, std::span<const RigidState> states, c
             }
             const RigidBody& b = members.body(free_dofs[column] / 3);
             for (std::size_t i = 0; i < count_a; ++i)
-                for (std::size_t j = 0; j < static_cast<std::size_t>(b.count()); ++j) {
-                    const std::size_t to = (first_a + i) * nr + static_cast<std::size_t>(b.first) + j;
+                for (std::size_t j = 0; j < b.motions.size(); ++j) {
+                    const std::size_t to = (first_a + i) * nr + b.first + j;
                     border.K_rr[to] += rows[r][i] * k * rows[column][j];
                     if (with_mass) border.M_rr[to] += rows[r][i] * m * rows[column][j];
                 }
@@ -133,19 +130,16 @@ void multiply_border(const Border& border, std::span<const double> fr, std::span
                 y.data() + nf, n);
 }
 
-bool BorderedFactor::factor(const SparseKM& km, std::span<const double> values, std::span<const double> fr,
-                            std::span<const double> rr, RunReport& report) {
+bool BorderedFactor::factor(Job& job, const SparseKM& km, std::span<const double> values,
+                            std::span<const double> fr, std::span<const double> rr) {
     const std::size_t n = nr_;
-    if (free_ && !run_factorization(km, values, *free_, report)) return false;
+    if (free_ && !run_factorization(job, km, values, *free_)) return false;
     if (nr_ == 0) return true;
     S_.assign(rr.begin(), rr.end());
     if (nf_ > 0) {
         fr_.assign(fr.begin(), fr.end());
         X_ = fr_;
-        if (!free_->solve_ldl(X_, nr_)) {
-            report.fail(RunStatus::failed, "the solution cannot go on: " + free_->error());
-            return false;
-        }
+        if (!solve_free(job, X_, nr_)) return false;
         // S -= Arf X; row-major S is its transpose column-major, and Arf X is symmetric
         cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, nr_, nr_, nf_, -1.0, X_.data(), nf_, fr_.data(),
                     nf_, 1.0, S_.data(), nr_);
@@ -156,9 +150,9 @@ bool BorderedFactor::factor(const SparseKM& km, std::span<const double> values, 
     pivots_.resize(n);
     int info = 0;
     dgetrf_(&nr_, &nr_, LU_.data(), &nr_, pivots_.data(), &info);
-    report.negative_pivots = negative_pivots();
+    job.report().negative_pivots = negative_pivots();
     if (info == 0) return true;
-    // a motion with no stiffness at all: a tiny pivot lets the solve go on, the caller tells of the free
+    // a motion with no stiffness at all: a tiny pivot lets the solve go on, the caller reports the free
     // motion
     double largest = 0;
     for (double v : S_) largest = std::max(largest, std::abs(v));
@@ -167,25 +161,23 @@ bool BorderedFactor::factor(const SparseKM& km, std::span<const double> values, 
     return true;
 }
 
-bool BorderedFactor::solve(std::span<double> x, std::int32_t k) {
-    if (nr_ == 0) {
-        if (free_->solve_ldl(x, k)) return true;
-        error_ = free_->error();
-        return false;
-    }
+bool BorderedFactor::solve_free(Job& job, std::span<double> x, std::int32_t k) {
+    if (!free_->solve_ldl(x, k))
+        return job.fail(RunStatus::failed, "the solution cannot go on: " + free_->error());
+    return job.goes_on();
+}
+
+bool BorderedFactor::solve(Job& job, std::span<double> x, std::int32_t k) {
+    if (nr_ == 0) return solve_free(job, x, k);
     const std::int32_t n = nf_ + nr_;
-    std::vector<double> top(static_cast<std::size_t>(nf_) * static_cast<std::size_t>(k)),
-        bottom(static_cast<std::size_t>(nr_) * static_cast<std::size_t>(k));
+    std::vector<double> top(std::size_t(nf_) * k), bottom(std::size_t(nr_) * k);
     for (std::int32_t c = 0; c < k; ++c) {
-        const auto from = x.begin() + static_cast<std::ptrdiff_t>(c) * n;
-        std::copy(from, from + nf_, top.begin() + static_cast<std::ptrdiff_t>(c) * nf_);
-        std::copy(from + nf_, from + n, bottom.begin() + static_cast<std::ptrdiff_t>(c) * nr_);
+        const auto from = x.begin() + std::ptrdiff_t(c) * n;
+        std::copy(from, from + nf_, top.begin() + std::ptrdiff_t(c) * nf_);
+        std::copy(from + nf_, from + n, bottom.begin() + std::ptrdiff_t(c) * nr_);
     }
     if (nf_ > 0) {
-        if (!free_->solve_ldl(top, k)) {
-            error_ = free_->error();
-            return false;
-        }
+        if (!solve_free(job, top, k)) return false;
         cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, nr_, k, nf_, -1.0, fr_.data(), nf_, top.data(),
                     nf_, 1.0, bottom.data(), nr_);
     }
@@ -195,9 +187,9 @@ bool BorderedFactor::solve(std::span<double> x, std::int32_t k) {
         cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, nf_, k, nr_, -1.0, X_.data(), nf_,
                     bottom.data(), nr_, 1.0, top.data(), nf_);
     for (std::int32_t c = 0; c < k; ++c) {
-        const auto to = x.begin() + static_cast<std::ptrdiff_t>(c) * n;
-        std::copy_n(top.begin() + static_cast<std::ptrdiff_t>(c) * nf_, nf_, to);
-        std::copy_n(bottom.begin() + static_cast<std::ptrdiff_t>(c) * nr_, nr_, to + nf_);
+        const auto to = x.begin() + std::ptrdiff_t(c) * n;
+        std::copy_n(top.begin() + std::ptrdiff_t(c) * nf_, nf_, to);
+        std::copy_n(bottom.begin() + std::ptrdiff_t(c) * nr_, nr_, to + nf_);
     }
     return true;
 }

@@ -13,9 +13,8 @@
 #include <vector>
 
 #include "conditions/rigid_bodies.h"
-#include "model/run_report.h"
-#include "solver/ldl.h"
 #include "solver/sparse.h"
+#include "system/factorization.h"
 
 namespace kestralum {
 
@@ -48,13 +47,13 @@ public:
     BorderedFactor(std::unique_ptr<SkylineFactor> free, std::int32_t nf, std::int32_t nr)
         : free_(std::move(free)), nf_(nf), nr_(nr) {}
 
-    // Factors with the lines of run_factorization(); false with report.status failed. fr, rr as in Border;
-    // rr need not be symmetric.
-    bool factor(const SparseKM& km, std::span<const double> values, std::span<const double> fr,
-                std::span<const double> rr, RunReport& report);
+    // Factors with the lines of run_factorization(); false with its status. fr, rr as in Border; rr need not
+    // be symmetric.
+    bool factor(Job& job, const SparseKM& km, std::span<const double> values, std::span<const double> fr,
+                std::span<const double> rr);
 
-    // Solves in place, x: (nf + nr) × k, column after column. False with error().
-    bool solve(std::span<double> x, std::int32_t k = 1);
+    // Solves in place, x: (nf + nr) × k, column after column. False with status failed or cancelled.
+    bool solve(Job& job, std::span<double> x, std::int32_t k = 1);
 
     std::int32_t nf() const { return nf_; }
     std::int32_t nr() const { return nr_; }
@@ -65,9 +64,9 @@ public:
     // The smallest size of an eigenvalue of the scaled S; infinity without bodies.
     double smallest_scaled(std::span<const double> rr) const;
     const SkylineFactor* free() const { return free_.get(); }
-    const std::string& error() const { return error_; }
 
 private:
+    bool solve_free(Job& job, std::span<double> x, std::int32_t k);
     std::unique_ptr<SkylineFactor> free_;
     std::int32_t nf_, nr_;
     std::vector<double> X_;   // Aff⁻¹ Afr: nf × nr
@@ -75,7 +74,6 @@ private:
     std::vector<double> S_;   // row-major, symmetric part kept for the inertia
     std::vector<double> LU_;  // of S, column-major
     std::vector<int> pivots_;
-    std::string error_;
 };
 
 }  // namespace kestralum

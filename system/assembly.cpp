@@ -1,0 +1,182 @@
+#include "system/assembly.h"
+
+#include <algorithm>
+
+#include "elements/element_type.h"
+
+namespace kestralum {
+
+ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, const RigidSystem* rigid) {
+    return [&job, &elasticity, rigid](std::int32_t e, double* ke, double* me) {
+        const Mesh& mesh = job.mesh();
+        const ElementType& type = element_type(mesh.element_type);
+        ElementPoints points;
+        if (!evaluate_points(type, mesh, e, points)) return false;
+        const Part& part = job.model.parts[mesh.p_ele_part_id[e]];
+        if (rigid && rigid->common_body(mesh.element(e).data(), type.nodes) >= 0)
+            std::fill(ke, ke + 9 * type.nodes * type.nodes, 0.0);  // it cannot be strained
+        else
+            element_stiffness(type, points, moduli(elasticity, part.material_id), ke);
+        if (!me) return true;
+        type.mass(points.x.data(), me);
+        const double density = job.model.materials[part.material_id].density;
+        for (int k = 0; k < type.nodes * type.nodes; ++k) me[k] *= density;
+        return true;
+    };
+}
+
+std::vector<double> unstrained_diagonal(const Job& job, const Freedoms& freedoms, const SparseKM& km) {
+    std::vector<double> diagonal = diagonal_of(km);
+    if (freedoms.rigid.empty()) return diagonal;
+    const Mesh& mesh = job.mesh();
+    const ElementType& type = element_type(mesh.element_type);
+    const int dofs = 3 * type.nodes;
+    SilentProgress silent(job.progress);  // its line has been printed
+    const Elasticity elasticity = build_elasticity(job.model.materials, silent);
+    const ElementMatrices matrices = element_matrices(job, elasticity, nullptr);
+    std::vector<double> ke(dofs * dofs);
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        const auto nodes = mesh.element(e);
+        if (freedoms.rigid.common_body(nodes.data(), type.nodes) < 0 || !matrices(e, ke.data(), nullptr))
+            continue;
+        for (int d = 0; d < dofs; ++d) {
+            const std::int32_t equation = freedoms.numbering.dof_map[3 * (nodes[d / 3] - 1) + d % 3];
+            if (equation >= 0) diagonal[equation] += ke[d * dofs + d];
+        }
+    }
+    return diagonal;
+}
+
+namespace {
+
+bool assemble(Job& job, AssembledSystem& system) {
+    const Mesh& mesh = job.mesh();
+    const NodeElements& around = system.freedoms.node_elements;
+    Progress& progress = job.progress;
+    progress.print("Make [K],[M]\n");
+    std::size_t most = 0;
+    for (std::int32_t n = 0; n < mesh.node_num(); ++n) most = std::max(most, around.of(n).size());
+    progress.print("  max_overlap_num=%zu\n", most);
+    const NodeNeighbours neighbours = neighbours_of_nodes(mesh, around, progress);
+    const std::int64_t K_num2 = count_overlap(neighbours, system.km, progress);
+    progress.print("[K],[M] element num=%ld\n", K_num2);
+    build_index(neighbours, system.km, progress);
+    find_diagonals(system.km);
+    progress.print("K,M sparse\n");
+    progress.print(" Calculate K,M sparse\n");
+    const std::int32_t bad =
+        assemble_km(mesh, neighbours, element_matrices(job, system.elasticity, &system.freedoms.rigid),
+                    job.threads(), system.km, progress);
+    if (bad >= 0)
+        return job.fail(RunStatus::failed, place_of_element(job, bad) +
+                                               ": the Jacobian is not positive (flat or inverted element)");
+    if (!job.goes_on()) return false;
+    progress.print(" Calculate K,M sparse Complete\n");
+    return true;
+}
+
+void print_sizes(Job& job, const AssembledSystem& system) {
+    const SparseKM& km = system.km;
+    Progress& progress = job.progress;
+    progress.print("fn=%ld,diag_num=%d\n", job.report().free_dofs, system.freedoms.diag_num);
+    progress.print("fn_free=%d\n", job.mesh().dof_num());
+    double mass = 0;
+    for (double m : km.M_value) mass += m;
+    progress.print("Mass total=%e[kg]\n", mass / 3.0);
+    job.report().total_mass = mass / 3.0;
+    progress.print(" Ls_num=%ld\n", profile_size(km));
+    progress.print(" K_num2=%ld\n", km.entries());
+    progress.print(" [K]memory size=%10.1f[MB]\n", static_cast<double>(km.entries()) * 8 / 1000000);
+}
+
+}  // namespace
+
+bool assemble_system(Job& job, AssembledSystem& system) {
+    job.clock.begin("assemble");
+    if (!number_freedoms(job, system.freedoms)) return false;
+    system.elasticity = build_elasticity(job.model.materials, job.progress);
+    if (!assemble(job, system)) return false;
+    print_sizes(job, system);
+    const DofNumbering& numbering = system.freedoms.numbering;
+    if (!job.model.boundary_conditions.empty() || numbering.hanging_nodes > 0)
+        eliminate_fixed(numbering.dof_map, system.km, job.progress);
+    job.progress.print("K,M sparse complete\n");
+    return true;
+}
+
+bool transform_rigid(Job& job, AssembledSystem& system, bool with_mass) {
+    const RigidSystem& rigid = system.freedoms.rigid;
+    DofNumbering& numbering = system.freedoms.numbering;
+    if (!rigid.empty()) {
+        const auto free_before = static_cast<std::int32_t>(numbering.free_dofs.size());
+        rigid_transform(rigid, {}, job.mesh(), with_mass, system.km, numbering, system.border);
+        const std::vector<RigidState> rest(rigid.bodies.size());
+        add_combine_stiffness(job.model.rigid_combines, rigid, rest, system.border.K_rr);
+        const std::int32_t fn = job.mesh().dof_num();
+        job.progress.print("   fn=%d, fn_r=%d, fn_fix=%d, fn_free=%d\n", fn, system.border.nr,
+                           fn - free_before, system.equations());
+        job.progress.print("Rigid node\n");
+        for (const RigidBody& body : rigid.bodies)
+            for (std::int32_t n : body.members) job.progress.print("  %d", n + 1);
+        job.progress.print("\n");
+    }
+    job.report().free_dofs = system.equations();
+    return system.equations() > 0 ||
+           job.fail(RunStatus::failed, "the rigid elements and supports leave no motion: nothing to solve");
+}
+
+std::unique_ptr<BorderedFactor> plan_bordered(Job& job, const AssembledSystem& system, int factors_on_disk) {
+    std::unique_ptr<SkylineFactor> free;
+    if (system.km.rows() > 0) {
+        constexpr double border_arrays = 4;  // Kfr and Mfr, and Kfr and Kff⁻¹ Kfr of the factor
+        const double border = border_arrays * 8e-6 * system.km.rows() * system.border.nr;
+        free = plan_factor(job, system.km, system.freedoms.diag_num, {factors_on_disk, border});
+        if (!free) return nullptr;
+    }
+    return std::make_unique<BorderedFactor>(std::move(free), system.km.rows(), system.border.nr);
+}
+
+std::array<double, 3> sum_reactions(const Freedoms& freedoms, std::span<const double> internal,
+                                    std::span<const Vec6> springs, std::span<const Vec6> loads) {
+    std::array<double, 3> sum{};
+    std::vector<char> counted(internal.size() / 3, 0);
+    const auto count_node = [&](std::int32_t n) {
+        for (std::size_t c = 0; c < 3 && !counted[n]; ++c) sum[c] += internal[3 * n + c];
+        counted[n] = 1;
+    };
+    for (std::int32_t n : freedoms.numbering.fixed_nodes) count_node(n);
+    for (std::size_t b = 0; b < freedoms.rigid.bodies.size(); ++b) {
+        const RigidBody& body = freedoms.rigid.bodies[b];
+        if (body.fixed.empty()) continue;
+        for (std::int32_t n : body.members) count_node(n);
+        for (std::size_t c = 0; c < 3; ++c) sum[c] += springs[b][c] - loads[b][c];
+    }
+    return sum;
+}
+
+std::vector<double> reduce_loads(const Job& job, const DofNumbering& numbering, const RigidSystem& rigid,
+                                 std::span<const RigidState> states) {
+    const std::vector<double>& nodal = job.run.load;
+    const std::size_t nf = numbering.free_dofs.size();
+    std::vector<double> out(nf + rigid.equations, 0.0);
+    for (std::size_t k = 0; k < nf; ++k) out[k] = nodal[numbering.free_dofs[k]];
+    for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
+        const RigidBody& body = rigid.bodies[b];
+        const RigidState state = states.empty() ? RigidState{} : states[b];
+        double* at = out.data() + nf + body.first;
+        project(body, state, resultant(body, state, job.mesh(), nodal), 1, at);
+        project(body, state,
+                rigid_force_resultant(rigid, static_cast<std::int32_t>(b), state, job.model.rigid_forces), 1,
+                at);
+    }
+    return out;
+}
+
+void expand_solution(const Mesh& mesh, const Freedoms& freedoms, std::span<const double> q,
+                     std::span<double> u) {
+    const std::vector<std::int32_t>& free_dofs = freedoms.numbering.free_dofs;
+    for (std::size_t k = 0; k < free_dofs.size(); ++k) u[free_dofs[k]] = q[k];
+    expand_members(freedoms.rigid, mesh, q.subspan(free_dofs.size()), u);
+}
+
+}  // namespace kestralum

@@ -1,0 +1,58 @@
+// From the run's mesh to the assembled, reduced [K] and [M] of linear elasticity, with the border of the
+// rigid bodies beside them.
+#pragma once
+
+#include <vector>
+
+#include "elements/elasticity.h"
+#include "solver/sparse.h"
+#include "system/bordered.h"
+#include "system/freedoms.h"
+
+namespace kestralum {
+
+struct AssembledSystem {
+    Freedoms freedoms;
+    Elasticity elasticity;
+    SparseKM km;    // reduced to the free degrees of freedom; the members' taken out by transform_rigid()
+    Border border;  // of the rigid bodies
+
+    std::int32_t equations() const { return km.rows() + border.nr; }
+};
+
+// Ke and Me of the run's elements for assemble_km: linear elasticity, consistent mass (none where `me` is
+// null); no stiffness inside a rigid body of `rigid` (null: none is). Borrows all.
+ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, const RigidSystem* rigid);
+
+// The diagonal of K, one entry per equation, as if no body were rigid: what area forces are spread by. `km`
+// is the constrained matrix, without the elements inside rigid bodies.
+std::vector<double> unstrained_diagonal(const Job& job, const Freedoms& freedoms, const SparseKM& km);
+
+// Supports, elasticity, pattern, assembly and elimination, with the progress lines. system.freedoms is as
+// make_run_mesh() left it. False with the status set when an element cannot be computed or nothing is free.
+bool assemble_system(Job& job, AssembledSystem& system);
+
+// Takes the members out of the system (rigid_transform), adds the combines' springs and prints the counts and
+// the members. Nothing without bodies. False with status failed when no equation is left.
+bool transform_rigid(Job& job, AssembledSystem& system, bool with_mass);
+
+// The factor of the system with its border; null as plan_factor().
+std::unique_ptr<BorderedFactor> plan_bordered(Job& job, const AssembledSystem& system,
+                                              int factors_on_disk = 1);
+
+// Forces on the equations after the transformation: the run's nodal load, and the rigid forces at the states
+// (empty: at rest).
+std::vector<double> reduce_loads(const Job& job, const DofNumbering& numbering, const RigidSystem& rigid,
+                                 std::span<const RigidState> states);
+
+// Displacements of all nodes (3 per node) from the equations' values, for small motions.
+void expand_solution(const Mesh& mesh, const Freedoms& freedoms, std::span<const double> q,
+                     std::span<double> u);
+
+// What the supports carry: internal forces (3 per node) at the fixed nodes; a rigid body that a support holds
+// hands on what acts on it: its members' internal forces and the springs' resistance (per body) less its
+// loads.
+std::array<double, 3> sum_reactions(const Freedoms& freedoms, std::span<const double> internal,
+                                    std::span<const Vec6> springs, std::span<const Vec6> loads);
+
+}  // namespace kestralum

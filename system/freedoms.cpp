@@ -1,0 +1,245 @@
+#include "system/freedoms.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+#include "elements/element_type.h"
+#include "model/format.h"
+#include "model/selection.h"
+#include "solver/ordering.h"
+
+namespace kestralum {
+
+namespace {
+
+// What a file that is not a model file cannot say of a model.
+const char* missing_definition(ModelSource source) {
+    switch (source) {
+        case ModelSource::result_file:
+            return "the model was opened from a result file, which holds no materials, parameters, springs "
+                   "between "
+                   "rigid elements, walls or control settings: open its model file to analyse it";
+        case ModelSource::displacement_file:
+            return "the mesh was opened from a displacement file, which holds no parts, materials, supports "
+                   "or "
+                   "forces: open its model file to analyse it";
+        default:
+            return nullptr;
+    }
+}
+
+bool check_materials_known(Job& job) {
+    const Model& model = job.model;
+    std::vector<char> used(model.parts.size(), 0);
+    for (std::int32_t part : model.mesh.p_ele_part_id) used[part] = 1;
+    for (std::size_t k = 0; k < model.parts.size(); ++k) {
+        const Part& part = model.parts[k];
+        if (used[k] && (part.material_id < 0 || std::size_t(part.material_id) >= model.materials.size()))
+            return job.fail(RunStatus::bad_input,
+                            formatted("part %s: material '%s' is not in the material table",
+                                      part.name.c_str(), part.material_name.c_str()));
+    }
+    return true;
+}
+
+bool check_loads_finite(Job& job) {
+    const auto refuse = [&](const std::string& record) {
+        return job.fail(RunStatus::bad_input, record + ": the value is not a finite number");
+    };
+    for (const RigidForce& force : job.model.rigid_forces)
+        if (!std::isfinite(force.value)) return refuse("rigid force " + force.name);
+    for (const RigidCombine& combine : job.model.rigid_combines)
+        for (double k : combine.stiffness)
+            if (!(k >= 0) || !std::isfinite(k))
+                return job.fail(RunStatus::bad_input,
+                                formatted("rigid combine %s: stiffness %g: not a finite number of at least 0",
+                                          combine.name.c_str(), k));
+    for (const AppliedForce& force : job.model.forces)
+        if (!std::isfinite(force.value)) return refuse("force " + force.name);
+    return true;
+}
+
+}  // namespace
+
+bool check_analysable(Job& job) {
+    if (const char* missing = missing_definition(job.model.source))
+        return job.fail(RunStatus::bad_input, missing);
+    if (job.model.mesh.element_num() < 1)
+        return job.fail(RunStatus::bad_input, "the model has no solid elements: nothing to analyse");
+    return check_materials_known(job) && check_loads_finite(job);
+}
+
+std::string place_of_element(const Job& job, std::int32_t e) {
+    const auto c = element_centre(job.mesh(), e);
+    return formatted("element %d of part %s at (%.6g, %.6g, %.6g)", e + 1,
+                     job.model.parts[job.mesh().p_ele_part_id[e]].name.c_str(), c[0], c[1], c[2]);
+}
+
+namespace {
+
+// Nodes that supports hold.
+std::vector<std::int32_t> supported_nodes(const Model& model, const Mesh& mesh) {
+    std::vector<std::int32_t> nodes;
+    for (const BoundaryCondition& record : model.boundary_conditions) {
+        const auto selected = select_nodes(record, mesh);
+        nodes.insert(nodes.end(), selected.begin(), selected.end());
+    }
+    return nodes;
+}
+
+// The largest power of a force in one of the body's motions.
+double reach_of(const RigidBody& body, const Vec6& force) {
+    double reach = 0;
+    for (const Vec6& motion : body.motions)
+        reach =
+            std::max(reach, std::abs(std::inner_product(motion.begin(), motion.end(), force.begin(), 0.0)));
+    return reach;
+}
+
+bool check_rigid_forces(Job& job, RigidSystem& rigid) {
+    const auto bodies = static_cast<std::int32_t>(rigid.bodies.size());
+    for (const RigidForce& force : job.model.rigid_forces) {
+        if (force.element < 0 || force.element >= bodies)
+            return job.fail(RunStatus::bad_input,
+                            "rigid force " + force.name + ": no rigid element '" + force.element_name + "'");
+        const Vec6 f = rigid_force_resultant(rigid, force.element, {}, std::span(&force, 1));
+        if (force.direction == RigidDirection::normal && force.value != 0 && f[0] == 0 && f[1] == 0 &&
+            f[2] == 0)
+            return job.fail(RunStatus::bad_input, "rigid force " + force.name + ": the members of '" +
+                                                      force.element_name + "' have no mean outward normal");
+    }
+    for (const RigidForce& force : job.model.rigid_forces) {
+        const Vec6 f = rigid_force_resultant(rigid, force.element, {}, std::span(&force, 1));
+        if (force.value != 0 && !(reach_of(rigid.bodies[force.element], f) > 1e-12 * std::abs(force.value)))
+            rigid.notices.push_back("rigid force " + force.name + ": acts on held motions of " +
+                                    force.element_name + " only and is lost");
+    }
+    return true;
+}
+
+// Members and motions of the rigid elements, with what is to be noted of them in `notices`.
+bool find_rigid_bodies(Job& job, Freedoms& freedoms) {
+    const Model& model = job.model;
+    RigidSystem& rigid = freedoms.rigid;
+    if (!model.rigid_elements.empty())
+        rigid = build_rigid_system(model.rigid_elements, job.mesh(), freedoms.node_elements,
+                                   supported_nodes(model, job.mesh()));
+    if (!rigid.error.empty()) return job.fail(RunStatus::bad_input, rigid.error);
+    if (!check_rigid_forces(job, rigid)) return false;
+    const auto bodies = static_cast<std::int32_t>(rigid.bodies.size());
+    for (const RigidCombine& combine : model.rigid_combines)
+        for (const std::int32_t element : combine.element)
+            if (element < 0 || element >= bodies || combine.element[0] == combine.element[1])
+                return job.fail(RunStatus::bad_input, "rigid combine " + combine.name +
+                                                          ": it wants two different rigid elements, not '" +
+                                                          combine.element_name[0] + "' and '" +
+                                                          combine.element_name[1] + "'");
+    return true;
+}
+
+}  // namespace
+
+bool make_run_mesh(Job& job, Renumbering how, Freedoms& freedoms) {
+    job.clock.begin("order");
+    Mesh& mesh = job.run.mesh;
+    mesh = job.model.mesh;
+    job.progress.print("element_type=%d\n", static_cast<std::int32_t>(mesh.element_type));
+    job.progress.print("element_num=%d,point_num=%d,fn=%d\n", mesh.element_num(), mesh.node_num(),
+                       mesh.dof_num());
+    if (how == Renumbering::by_settings) {
+        Ordering ordering = order_nodes(mesh, job.settings.ordering_type, job.progress);
+        freedoms.diag_num = ordering.diag_num;
+        job.run.node_of = std::move(ordering.node_of);
+    } else {
+        job.run.node_of = reorder_nodes(mesh, "LMAX", job.progress);
+        freedoms.diag_num = measure_band(mesh);
+    }
+    update_node_normals(mesh);
+    job.run.force_node = resolve_force_points(mesh, job.model.forces);
+    freedoms.node_elements = elements_of_nodes(mesh);
+    return find_rigid_bodies(job, freedoms) && job.goes_on();
+}
+
+void count_freedoms(Job& job, Freedoms& freedoms) {
+    std::int32_t fn_free = job.mesh().dof_num();
+    freedoms.numbering = apply_boundary_conditions(job.model.boundary_conditions, job.mesh(),
+                                                   freedoms.node_elements, fn_free, job.progress);
+    const auto true_free = static_cast<std::int32_t>(freedoms.numbering.free_dofs.size());
+    if (const std::int32_t repeated = freedoms.numbering.repeated_nodes(); repeated > 0) {
+        const std::string line = formatted(
+            "%d node%s selected by more than one support: fn_free=%d counts %s again, %d degrees of freedom "
+            "are free",
+            repeated, repeated == 1 ? " is" : "s are", fn_free, repeated == 1 ? "it" : "them", true_free);
+        job.progress.notice("%s", line.c_str());
+        job.note(line);
+    }
+    job.report().free_dofs = true_free;
+    for (const std::string& notice : freedoms.rigid.notices) job.note(notice);
+}
+
+bool number_freedoms(Job& job, Freedoms& freedoms) {
+    count_freedoms(job, freedoms);
+    return job.report().free_dofs > 0 ||
+           job.fail(RunStatus::failed, "every degree of freedom is fixed: nothing to solve");
+}
+
+namespace {
+
+// A moment of an area's shares below this part of the force times the area's size is of no matter.
+constexpr double smallest_arm = 0.01;
+
+void note_loads(Job& job, const LoadVector& load) {
+    for (std::size_t f = 0; f < load.records.size(); ++f) {
+        const AppliedForce& force = job.model.forces[f];
+        const LoadedRecord& record = load.records[f];
+        const std::string name = "force " + force.name;
+        if (record.reached == 0)
+            job.note(name +
+                     (force.kind == ForceKind::node ? ": no node at its point" : ": no node in its box"));
+        else if (record.on_fixed == record.reached)
+            job.note(name + ": acts on fixed degrees of freedom only and is lost");
+        if (record.replaced > 0)
+            job.note(formatted(
+                "%s: %d of its %d nodes are loaded by a later force in the same direction, which takes "
+                "the place of their shares: %.6g of %.6g N act",
+                name.c_str(), record.replaced, record.reached, record.applied, force.value));
+        if (record.arm > smallest_arm * record.size)
+            job.note(formatted(
+                "%s: its shares on the nodes act %.3g m off the middle of the area, a moment of (%.3g, "
+                "%.3g, %.3g) N m: the nodes of the area are spread unevenly",
+                name.c_str(), record.arm, record.moment[0], record.moment[1], record.moment[2]));
+    }
+}
+
+}  // namespace
+
+LoadVector resolve_loads(Job& job, const Freedoms& freedoms, std::span<const double> stiffness) {
+    LoadVector load = build_loads(job.model.forces, job.run.force_node, job.mesh(), freedoms.node_elements,
+                                  freedoms.numbering, stiffness, job.progress);
+    job.run.load.assign(job.mesh().dof_num(), 0.0);
+    for (std::size_t k = 0; k < load.F.size(); ++k) job.run.load[freedoms.numbering.free_dofs[k]] = load.F[k];
+    note_loads(job, load);
+    for (std::size_t b = 0; b < job.model.boundary_conditions.size(); ++b)
+        if (freedoms.numbering.selected[b] == 0)
+            job.note("support " + job.model.boundary_conditions[b].name + ": selects no node");
+    return load;
+}
+
+void report_largest(Job& job, const Frame& frame) {
+    const Mesh& mesh = job.mesh();
+    const double* u = frame.mode_vec.data();
+    const double* mises = frame.node_stress.data() + 4 * frame.mode_vec.size();
+    NodeValue displacement, stress;
+    for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
+        const std::array<double, 3> place{mesh.node(n)[0], mesh.node(n)[1], mesh.node(n)[2]};
+        const double size =
+            std::sqrt(u[3 * n] * u[3 * n] + u[3 * n + 1] * u[3 * n + 1] + u[3 * n + 2] * u[3 * n + 2]);
+        if (n == 0 || size > displacement.value) displacement = {n + 1, size, place};
+        if (n == 0 || mises[3 * n] > stress.value) stress = {n + 1, mises[3 * n], place};
+    }
+    job.report().largest_displacement = displacement;
+    job.report().largest_mises = stress;
+}
+
+}  // namespace kestralum

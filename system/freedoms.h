@@ -1,0 +1,43 @@
+// What can move: the run's numbering of the nodes, its supports, rigid bodies and degrees of freedom.
+#pragma once
+
+#include "conditions/loads.h"
+#include "conditions/rigid_bodies.h"
+#include "system/job.h"
+
+namespace kestralum {
+
+struct Freedoms {
+    std::int32_t diag_num = 0;  // band measure of the numbering in force
+    NodeElements node_elements;
+    DofNumbering numbering;
+    RigidSystem rigid;
+};
+
+// Looks for what keeps the model from being analysed: a definition that is not whole, no elements, unknown
+// materials, loads that are no numbers. False with the report's status bad_input.
+bool check_analysable(Job& job);
+
+// "element 12 of part A at (x, y, z)", e 0-based, in the run's numbering.
+std::string place_of_element(const Job& job, std::int32_t e);
+
+// Makes the run's mesh: the model's, renumbered by the settings' ORDERING_TYPE or along the longest axis,
+// with its node normals and the nodes of point forces; then the rigid bodies on it. Prints the counts and the
+// renumbering. False with status bad_input where the rigid records contradict the mesh, each other, or name
+// no element.
+enum class Renumbering { by_settings, along_longest };
+bool make_run_mesh(Job& job, Renumbering how, Freedoms& freedoms);
+
+// Supports and the numbering of the free degrees of freedom, with the progress lines; sets report.free_dofs.
+// number_freedoms: false with status failed when nothing is free.
+void count_freedoms(Job& job, Freedoms& freedoms);
+bool number_freedoms(Job& job, Freedoms& freedoms);
+
+// Loads of the force records on the free degrees of freedom and, into run.load, on all nodes; notes the
+// records that reach nothing, lose force or turn. `stiffness` as build_loads().
+LoadVector resolve_loads(Job& job, const Freedoms& freedoms, std::span<const double> stiffness);
+
+// Largest displacement and Mises stress of the last frame added.
+void report_largest(Job& job, const Frame& frame);
+
+}  // namespace kestralum
