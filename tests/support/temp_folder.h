@@ -1,4 +1,4 @@
-// A folder of its own for one test, with the log directory inside; removed at the end.
+// A folder of its own for one test, with a folder "log" inside; removed at the end.
 #pragma once
 
 #include <unistd.h>
@@ -9,7 +9,6 @@
 #include <sstream>
 #include <string>
 
-#include "model/paths.h"
 
 namespace kestralum::testing {
 
@@ -19,11 +18,8 @@ public:
         std::string pattern = (std::filesystem::temp_directory_path() / "kestralum_test_XXXXXX").string();
         path_ = ::mkdtemp(pattern.data());
         std::filesystem::create_directory(path_ / "log");
-        former_log_ = paths::log_directory();
-        paths::set_log_directory((path_ / "log").string());
     }
     ~TempFolder() {
-        paths::set_log_directory(former_log_);
         std::error_code ignored;
         std::filesystem::remove_all(path_, ignored);
     }
@@ -39,7 +35,6 @@ public:
 
 private:
     std::filesystem::path path_;
-    std::string former_log_;
 };
 
 inline std::string read_file(const std::filesystem::path& path) {
