@@ -3,7 +3,6 @@
 #include <cmath>
 
 #include "input/analysis_info_reader.h"
-#include "model/console.h"
 #include "model_text.h"
 
 using namespace kestralum;
@@ -12,33 +11,33 @@ using namespace kestralum::testing;
 namespace {
 
 struct Outcome {
-    ModelStore store;
+    Model model;
     AnalysisInfoReport report;
     std::string lines;
 };
 
-ModelStore two_materials() {
-    ModelStore store = placeholder_model();
-    store.materials.push_back({.id = 1, .name = "ALU", .density = 2700, .young = 7e10, .poisson = 0.33});
-    store.parts.resize(2);
-    store.parts[0].name = "STRUT";
-    store.parts[1].name = "PLATE";
-    return store;
+Model two_materials() {
+    Model model = placeholder_model();
+    model.materials.push_back({.id = 1, .name = "ALU", .density = 2700, .young = 7e10, .poisson = 0.33});
+    model.parts.resize(2);
+    model.parts[0].name = "STRUT";
+    model.parts[1].name = "PLATE";
+    return model;
 }
 
-Outcome read_text(const std::string& text, const ModelStore& before = two_materials()) {
+Outcome read_text(const std::string& text, const Model& before = two_materials()) {
     static const TempFolder folder;
     Outcome outcome{before, {}, {}};
     folder.write("beam.ana", text);
-    outcome.store.model_file_name = folder.file("beam.txt");
-    console::Capture console;
-    outcome.report = read_analysis_info(outcome.store);
+    outcome.model.model_file_name = folder.file("beam.txt");
+    Collected console;
+    outcome.report = read_analysis_info_file(outcome.model, console);
     outcome.lines =
         console.lines.substr(console.lines.find('\n', console.lines.find("analysis_info_file_name:")) + 1);
     return outcome;
 }
 
-Outcome read_control(const std::string& sections, const ModelStore& before = two_materials()) {
+Outcome read_control(const std::string& sections, const Model& before = two_materials()) {
     return read_text("x explicit " + sections, before);
 }
 
@@ -58,16 +57,16 @@ TEST(AnalysisInfo, EverySettingAndItsEcho) {
         "Plastic on Element_contact on MATERIAL_EXTRA_INFO ALU 2.6e10 1e8 1e9 BRASS 1 1 1 % END");
     ASSERT_EQ(o.report.status, AnalysisInfoStatus::read);
     EXPECT_TRUE(o.report.ended_at_end);
-    const AnalysisControl& c = o.store.control;
+    const AnalysisControl& c = o.model.control;
     EXPECT_EQ((std::array{c.d_time, c.end_time, c.c_alfa}), (std::array{1e-6, 0.002, 5.0}));
     EXPECT_EQ(c.output_frequency, 10);
     EXPECT_EQ(c.gravity_axis, 2);
     EXPECT_EQ(c.gravity_sign, -1);
     EXPECT_TRUE(c.plastic && c.element_contact);
-    const Material& alu = o.store.materials[1];
+    const Material& alu = o.model.materials[1];
     EXPECT_EQ((std::array{alu.shear_modulus, alu.yield_stress, alu.hardening}),
               (std::array{2.6e10, 1e8, 1e9}));
-    EXPECT_EQ(o.store.materials[0].yield_stress, 0);
+    EXPECT_EQ(o.model.materials[0].yield_stress, 0);
     ASSERT_EQ(o.report.remarks.notices.size(), 1u);
     EXPECT_TRUE(contains(o.report.remarks.notices, "beam.ana: token 23 'BRASS': no material"));
     EXPECT_EQ(o.lines,
@@ -84,18 +83,18 @@ TEST(AnalysisInfo, GravitySwitchesAndFrequencies) {
                                                            {"+xx", -1, 1}};
     for (const auto& [word, axis, sign] : gravities) {
         const Outcome o = read_control(std::string("Gravity ") + word + " d_time 1 END");
-        EXPECT_EQ(o.store.control.gravity_axis, axis) << word;
-        EXPECT_EQ(o.store.control.gravity_sign, sign) << word;
-        EXPECT_EQ(o.store.control.d_time, 1);
+        EXPECT_EQ(o.model.control.gravity_axis, axis) << word;
+        EXPECT_EQ(o.model.control.gravity_sign, sign) << word;
+        EXPECT_EQ(o.model.control.d_time, 1);
     }
     const Outcome o = read_control("Plastic on Plastic yes END");
-    EXPECT_TRUE(o.store.control.plastic);
+    EXPECT_TRUE(o.model.control.plastic);
     EXPECT_TRUE(contains(o.lines, "  Plastic=yes\n  plastic_analysis=1\n"));
     EXPECT_EQ(o.report.remarks.notices.size(), 1u);
     for (const char* value : {"0", "-3", "-2^31+1"}) {
         const Outcome every = read_control(std::string("output_frequency ") + value + " END");
-        EXPECT_EQ(every.store.control.output_frequency, 1) << value;
-        EXPECT_TRUE(contains(every.report.remarks.notices, "every step is stored"));
+        EXPECT_EQ(every.model.control.output_frequency, 1) << value;
+        EXPECT_TRUE(contains(every.report.remarks.notices, "every step is modeld"));
         EXPECT_TRUE(contains(every.lines, "  out_inc=1\n"));
     }
 }
@@ -104,8 +103,8 @@ TEST(AnalysisInfo, ReadsEndWhereNoKeywordStands) {
     const Outcome o = read_control(
         "RIGID_WALL % INITIAL_VELOCITY % VELOCITY_INPUT %x ELEMENT_CONTACT % C_alfa 2 stop d_time 7");
     ASSERT_EQ(o.report.status, AnalysisInfoStatus::read);
-    EXPECT_EQ(o.store.control.d_time, 0);
-    EXPECT_EQ(o.store.control.c_alfa, 2);
+    EXPECT_EQ(o.model.control.d_time, 0);
+    EXPECT_EQ(o.model.control.c_alfa, 2);
     EXPECT_EQ(o.report.end_token, "stop");
     EXPECT_EQ(o.report.end_token_number, 13);
     EXPECT_FALSE(o.report.ended_at_end);
@@ -119,8 +118,8 @@ TEST(AnalysisInfo, TablesOfTheExplicitAnalysisAndTheirEchoes) {
         "VELOCITY_INPUT PUSH volume y 5+time 0 1 0 1 0 1 % "
         "ELEMENT_CONTACT HIT STRUT PLATE 0.5 0.2 0 mm 0 0 0 0 0 0 1e-3 % END");
     ASSERT_EQ(o.report.status, AnalysisInfoStatus::read) << joined(o.report.remarks.errors);
-    const ExplicitTables& t = o.store.explicit_tables;
-    const auto& known = o.store.parameters;
+    const ExplicitTables& t = o.model.explicit_tables;
+    const auto& known = o.model.parameters;
     ASSERT_TRUE(t.walls.size() == 2 && t.initial_velocities.size() == 2 && t.velocity_inputs.size() == 1 &&
                 t.contacts.size() == 1);
     const auto &floor = t.walls[0], &pin = t.walls[1];
@@ -159,29 +158,29 @@ TEST(AnalysisInfo, TablesOfTheExplicitAnalysisAndTheirEchoes) {
 }
 
 TEST(AnalysisInfo, WhatTheFileDoesNotNameStays) {
-    ModelStore before = two_materials();
+    Model before = two_materials();
     before.explicit_tables.walls.resize(2);
     before.explicit_tables.contacts.resize(1);
     const Outcome kept = read_control("ELEMENT_CONTACT % END", before);
-    EXPECT_EQ(kept.store.explicit_tables.walls.size(), 2u);
-    EXPECT_TRUE(kept.store.explicit_tables.contacts.empty());
+    EXPECT_EQ(kept.model.explicit_tables.walls.size(), 2u);
+    EXPECT_TRUE(kept.model.explicit_tables.contacts.empty());
     ASSERT_EQ(kept.report.remarks.notices.size(), 1u);
     EXPECT_TRUE(contains(kept.report.remarks.notices, "no RIGID_WALL"));
     // what is not a control file changes nothing
     for (const char* text : {"", "x", "x Explicit d_time 1 END", "explicit d_time 1 END"}) {
         const Outcome o = read_text(text);
         EXPECT_EQ(o.report.status, AnalysisInfoStatus::not_control) << text;
-        EXPECT_EQ(digest(o.store), digest(two_materials())) << text;
+        EXPECT_EQ(digest(o.model), digest(two_materials())) << text;
     }
     // a missing one keeps the earlier settings, and says so when there are any
-    ModelStore store = two_materials();
-    store.model_file_name = "no folder\\none.txt";
-    console::Capture console;
-    EXPECT_EQ(read_analysis_info(store).status, AnalysisInfoStatus::missing);
+    Model model = two_materials();
+    model.model_file_name = "no folder\\none.txt";
+    Collected console;
+    EXPECT_EQ(read_analysis_info_file(model, console).status, AnalysisInfoStatus::missing);
     EXPECT_EQ(console.lines, "  n_=14\nanalysis_info_file_name:no folder\\none.ana\nFILE OPEN ERROR\n");
-    EXPECT_TRUE(read_analysis_info(store).remarks.notices.empty());
-    store.control.plastic = true;
-    EXPECT_EQ(read_analysis_info(store).remarks.notices.size(), 1u);
+    EXPECT_TRUE(read_analysis_info_file(model, console).remarks.notices.empty());
+    model.control.plastic = true;
+    EXPECT_EQ(read_analysis_info_file(model, console).remarks.notices.size(), 1u);
 }
 
 TEST(AnalysisInfo, ErrorsNameTheTokenAndLeaveTheStore) {
@@ -218,6 +217,6 @@ TEST(AnalysisInfo, ErrorsNameTheTokenAndLeaveTheStore) {
         const Outcome o = read_control(sections);
         EXPECT_EQ(o.report.status, AnalysisInfoStatus::wrong) << sections;
         EXPECT_TRUE(contains(o.report.remarks.errors, error)) << error << joined(o.report.remarks.errors);
-        EXPECT_EQ(digest(o.store), digest(two_materials())) << sections;
+        EXPECT_EQ(digest(o.model), digest(two_materials())) << sections;
     }
 }

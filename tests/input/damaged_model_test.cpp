@@ -1,10 +1,9 @@
 // Files that were cut or changed: whatever they hold, the reader ends with a model or with a line that
-// says why not, and in the latter case the store is as it was.
+// says why not, and in the latter case the model is as it was.
 #include <gtest/gtest.h>
 
 #include "input/analysis_info_reader.h"
 #include "input/model_reader.h"
-#include "model/console.h"
 #include "model_text.h"
 #include "support/text_damage.h"
 
@@ -22,32 +21,30 @@ RIGID_WALL a b c % END
 
 struct DamagedModel : ::testing::Test {
     TempFolder folder;
-    const ModelStore before = placeholder_model();
+    const Model before = placeholder_model();
     const std::string before_digest = digest(before);
     int read = 0, refused = 0;
 
-    void check(const std::string& model, const std::string& control, const std::string& what) {
-        ModelStore store = before;
-        store.model_file_name = folder.write("m.txt", model);
+    void check(const std::string& text, const std::string& control, const std::string& what) {
+        Model model = before;
+        model.model_file_name = folder.write("m.txt", text);
         folder.write("m.ana", control);
-        console::Capture console;
-        const ModelReadReport report = read_model_file(store, {});
+        SilentProgress silent;
+        const ModelReadReport report = read_input_file(model, {}, silent);
         ASSERT_EQ(report.ok, report.remarks.errors.empty()) << what;
         ASSERT_LE(report.remarks.errors.size(), 21u) << what;  // the list is kept short
         for (const std::string& line : report.remarks.errors) ASSERT_GT(line.size(), 10u) << what;
         if (!report.ok) {
-            ASSERT_EQ(digest(store), before_digest) << what;
+            ASSERT_EQ(digest(model), before_digest) << what;
         } else {
-            ASSERT_EQ(store.results.mode_vec.size(), static_cast<std::size_t>(store.mode_count) *
-                                                         static_cast<std::size_t>(store.mesh.dof_num));
-            for (const Part& part : store.parts)
-                ASSERT_LT(static_cast<std::size_t>(part.material_id), store.materials.size()) << what;
+            for (const Part& part : model.parts)
+                ASSERT_LT(static_cast<std::size_t>(part.material_id), model.materials.size()) << what;
         }
-        const std::string read_digest = digest(store);
-        const AnalysisInfoReport info = read_analysis_info(store);
+        const std::string read_digest = digest(model);
+        const AnalysisInfoReport info = read_analysis_info_file(model, silent);
         ASSERT_EQ(info.status == AnalysisInfoStatus::wrong, !info.remarks.errors.empty()) << what;
         if (info.status != AnalysisInfoStatus::read) {
-            ASSERT_EQ(digest(store), read_digest) << what;
+            ASSERT_EQ(digest(model), read_digest) << what;
         }
         (report.ok ? read : refused) += 1;
     }

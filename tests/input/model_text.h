@@ -1,10 +1,11 @@
-// A model file that uses every section, and a digest of what a store holds.
+// A model file that uses every section, and a digest of what a model holds.
 #pragma once
 
 #include <sstream>
 #include <string>
 
-#include "model/model_store.h"
+#include "model/model.h"
+#include "support/collected.h"
 #include "support/temp_folder.h"
 #include "support/text_checks.h"
 
@@ -51,7 +52,7 @@ END
 )";
 
 // Everything a reader may change, so that "unchanged" is one comparison.
-inline std::string digest(const ModelStore& s) {
+inline std::string digest(const Model& s) {
     std::ostringstream out;
     out.precision(17);
     const auto add = [&](const auto&... values) { ((out << values << ' '), ...) << '\n'; };
@@ -71,13 +72,13 @@ inline std::string digest(const ModelStore& s) {
         add(b.id, b.name, static_cast<int>(b.kind), b.axis);
         add_all(b.box);
     }
-    for (const auto& f : s.forces) add(f.id, f.name, static_cast<int>(f.kind), f.axis, f.value, f.node);
+    for (const auto& f : s.forces) add(f.id, f.name, static_cast<int>(f.kind), f.axis, f.value);
     for (const auto& e : s.rigid_elements) add(e.id, e.name, e.region[3]);
     for (const auto& f : s.rigid_forces) add(f.id, f.name, f.element, f.value);
     for (const auto& c : s.rigid_combines) add(c.id, c.name, c.element[0], c.element[1], c.stiffness[5]);
     const Mesh& mesh = s.mesh;
-    add(s.mode_count, s.iteration_limit, s.results.mode_vec.size(), s.results.n_freq.size());
-    add(mesh.node_num(), mesh.element_num(), mesh.dof_num, mesh.max_length);
+    add(s.mode_count, s.iteration_limit, static_cast<int>(s.source));
+    add(mesh.node_num(), mesh.element_num(), mesh.dof_num(), mesh.max_length);
     const AnalysisControl& c = s.control;
     add(c.d_time, c.end_time, c.output_frequency, c.c_alfa, c.gravity_axis, c.gravity_sign);
     add(c.plastic, c.element_contact);

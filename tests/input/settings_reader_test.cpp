@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <climits>
 
-#include "model/console.h"
+#include "support/collected.h"
 #include "support/temp_folder.h"
 #include "support/text_checks.h"
 
@@ -24,8 +24,8 @@ std::string settings_text(const std::string& nl_static, const std::string& threa
 }  // namespace
 
 TEST(Settings, EveryEntryAndItsEcho) {
-    console::Capture console;
-    const Settings s = parse_settings(settings_text("go_on", "MAX"), "s.txt", 8);
+    Collected console;
+    const Settings s = parse_settings(settings_text("go_on", "MAX"), "s.txt", 8, console);
     EXPECT_EQ((std::array{s.memory_size, s.free_hd_size}), (std::array{2000.0, 1e5}));
     EXPECT_EQ((std::array{s.view_fovy, s.view_c_znear, s.view_c_zfar}), (std::array{40.0, 0.01, 100.0}));
     EXPECT_EQ(s.ordering_type, "LMAX");
@@ -51,23 +51,23 @@ TEST(Settings, NumberOfThreads) {
         {"max", 0, "  N_THREADS:0\n  N_THREADS:0\n"},
     };
     for (const auto& [word, kept, echo] : cases) {
-        console::Capture console;
-        EXPECT_EQ(parse_settings(settings_text("stop", word), "s.txt", 8).n_threads, kept) << word;
+        Collected console;
+        EXPECT_EQ(parse_settings(settings_text("stop", word), "s.txt", 8, console).n_threads, kept) << word;
         EXPECT_TRUE(contains(console.lines, echo)) << word << "\n" << console.lines;
     }
 }
 
 TEST(Settings, WhatIsNotUnderstoodStaysZeroAndIsSaid) {
     {
-        console::Capture console;
-        EXPECT_EQ(parse_settings(settings_text("Stop", "1"), "s.txt", 8).nl_static, 0);
+        Collected console;
+        EXPECT_EQ(parse_settings(settings_text("Stop", "1"), "s.txt", 8, console).nl_static, 0);
         EXPECT_TRUE(contains(console.lines, "  NL_STATIC:Stop[0]\n"));
         EXPECT_TRUE(contains(console.notices, "s.txt: token 20 'Stop': expected stop or go_on"))
             << console.notices;
     }
-    console::Capture console;
+    Collected console;
     const Settings s = parse_settings(
-        "head er a 1000MB b nan c 3 d 4 e 5 f LLMAXIMUM g 0.5 h 2.5 i stop j 0.1 k 1", "s.txt", 8);
+        "head er a 1000MB b nan c 3 d 4 e 5 f LLMAXIMUM g 0.5 h 2.5 i stop j 0.1 k 1", "s.txt", 8, console);
     EXPECT_EQ(s.memory_size, 0);
     EXPECT_EQ(s.free_hd_size, 0);
     EXPECT_EQ(s.div_memory_size, 0);
@@ -77,8 +77,8 @@ TEST(Settings, WhatIsNotUnderstoodStaysZeroAndIsSaid) {
 }
 
 TEST(Settings, ShortFile) {
-    console::Capture console;
-    const Settings s = parse_settings("head er MEMORY_SIZE 10 FREE_HD_SIZE", "s.txt", 8);
+    Collected console;
+    const Settings s = parse_settings("head er MEMORY_SIZE 10 FREE_HD_SIZE", "s.txt", 8, console);
     EXPECT_EQ(s.memory_size, 10);
     EXPECT_EQ(s.free_hd_size, 0);
     EXPECT_EQ(s.n_threads, 0);
@@ -88,18 +88,16 @@ TEST(Settings, ShortFile) {
 }
 
 TEST(Settings, FileOnDisk) {
-    const Settings before = settings();
     const TempFolder folder;
-    {
-        console::Capture console;
-        settings().n_threads = 77;
-        EXPECT_EQ(read_setting_file(folder.file("none.txt")), SettingsStatus::missing);
-        EXPECT_EQ(console.lines, "SETTING FILE OPEN ERROR\n");
-        EXPECT_EQ(settings().n_threads, 77);
-    }
-    console::Capture console;
-    EXPECT_EQ(read_setting_file(folder.write("s.txt", settings_text("stop", "MAX"))), SettingsStatus::read);
-    EXPECT_TRUE(console.lines.starts_with("SETTING FILE OPEN !!\n  MEMORY_SIZE="));
-    EXPECT_EQ(settings().n_threads, omp_get_max_threads());
-    settings() = before;
+    Settings settings;
+    settings.n_threads = 77;
+    Collected missing;
+    EXPECT_EQ(read_setting_file(folder.file("none.txt"), settings, missing), SettingsStatus::missing);
+    EXPECT_EQ(missing.lines, "SETTING FILE OPEN ERROR\n");
+    EXPECT_EQ(settings.n_threads, 77);
+    Collected read;
+    EXPECT_EQ(read_setting_file(folder.write("s.txt", settings_text("stop", "MAX")), settings, read),
+              SettingsStatus::read);
+    EXPECT_TRUE(read.lines.starts_with("SETTING FILE OPEN !!\n  MEMORY_SIZE="));
+    EXPECT_EQ(settings.n_threads, omp_get_max_threads());
 }

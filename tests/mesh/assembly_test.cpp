@@ -62,7 +62,7 @@ TEST(Merging, TwoBoxesShareTheirFace) {
     ASSERT_TRUE(good);
     EXPECT_EQ(mesh.node_num(), 3 * 4 * 5 + 4 * 4 * 5 - 4 * 5);
     EXPECT_EQ(mesh.element_num(), 24 + 36);
-    EXPECT_EQ(mesh.dof_num, 3 * mesh.node_num());
+    EXPECT_EQ(mesh.dof_num(), 3 * mesh.node_num());
     EXPECT_EQ(mesh.p_ele_part_id[23], 0);
     EXPECT_EQ(mesh.p_ele_part_id[24], 1);
     EXPECT_EQ(mesh.max_length, 3.0);
@@ -111,12 +111,12 @@ TEST(Merging, NeitherDriftsAlongChainsNorJoinsNodesOfOnePart) {
     const std::vector<NodeRange> single{{0, 1}, {1, 2}, {2, 3}};
     MergedNodes merged;
     std::pair<std::int32_t, std::int32_t> crowded;
-    ASSERT_TRUE(merge_coincident_nodes(row, single, tol, merged, crowded));
+    ASSERT_TRUE(merge_coincident_nodes(row, single, tol, merged, crowded, SilentProgress()));
     EXPECT_EQ(merged.target, (std::vector<std::int32_t>{0, 0, 2}));
 
     const std::vector<double> close{0, 0, 0, 0.5 * tol, 0, 0, 0.1 * tol, 0, 0};
     const std::vector<NodeRange> one_and_two{{0, 1}, {1, 3}};
-    ASSERT_TRUE(merge_coincident_nodes(close, one_and_two, tol, merged, crowded));
+    ASSERT_TRUE(merge_coincident_nodes(close, one_and_two, tol, merged, crowded, SilentProgress()));
     EXPECT_EQ(merged.target, (std::vector<std::int32_t>{0, 1, 0}))
         << "the closest one is taken, the other stays";
 }
@@ -133,7 +133,7 @@ TEST(Merging, FindsEveryPairWhereverTheCellsOfTheGridLie) {
         const std::vector<NodeRange> parts{{0, 343}, {343, 686}};
         MergedNodes merged;
         std::pair<std::int32_t, std::int32_t> crowded;
-        ASSERT_TRUE(merge_coincident_nodes(x, parts, tol, merged, crowded));
+        ASSERT_TRUE(merge_coincident_nodes(x, parts, tol, merged, crowded, SilentProgress()));
         EXPECT_EQ(merged.merged, 343) << "each node of the copy has exactly one within the tolerance";
     }
 }

@@ -4,6 +4,7 @@
 #include "mesh/stl_import.h"
 #include "mesh/vol_import.h"
 #include "mesh_checks.h"
+#include "model/format.h"
 #include "model/paths.h"
 #include "model/token_reader.h"
 
@@ -56,9 +57,8 @@ TEST(Vol, NetgenFilesLoadAsClosedBodies) {
         // on a curved surface the second-order faces enclose more than the straight tetrahedra
         EXPECT_NEAR(volume_inside_surface(mesh), tetrahedra.volume,
                     (file.kind == ElementKind::tetrahedron10 ? file.within : 1e-12) * tetrahedra.volume);
-        EXPECT_TRUE(
-            contains(lines, console::format("  Nelem:%d\n  element_type:%d\n  Nnode:%d\nFILE CLOSE !!\n",
-                                            file.elements, static_cast<int>(file.kind), file.nodes)));
+        EXPECT_TRUE(contains(lines, formatted("  Nelem:%d\n  element_type:%d\n  Nnode:%d\nFILE CLOSE !!\n",
+                                              file.elements, static_cast<int>(file.kind), file.nodes)));
         if (file.kind != ElementKind::tetrahedron10 || file.within > 1e-9) continue;
         for (std::size_t e = 0; e < mesh.connectivity.size(); e += 10)  // straight edges
             for (std::size_t m = 0; m < 6; ++m) {
@@ -77,10 +77,10 @@ struct Reading {
     PartMesh mesh;
     Remarks remarks;
 };
-using Reader = bool(std::string_view, std::string_view, double, PartMesh&, Remarks&);
+using Reader = bool(std::string_view, std::string_view, double, PartMesh&, Remarks&, const Progress&);
 Reading read(Reader* reader, const std::string& text, double unit = 1) {
     Reading reading{};
-    reading.good = reader(text, "f", unit, reading.mesh, reading.remarks);
+    reading.good = reader(text, "f", unit, reading.mesh, reading.remarks, SilentProgress());
     return reading;
 }
 

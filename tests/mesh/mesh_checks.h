@@ -6,7 +6,7 @@
 
 #include "mesh/assembly.h"
 #include "mesh/part_catalogue.h"
-#include "model/console.h"
+#include "support/collected.h"
 #include "support/mesh_geometry.h"
 #include "support/text_checks.h"
 
@@ -30,11 +30,11 @@ struct Built {
     std::string lines;
 };
 inline Built build(const std::vector<Part>& parts, const char* model_file_name = "") {
-    console::Capture capture;
+    Collected collected;
     Built built{};
-    built.good = build_mesh(parts, model_file_name, built.mesh, built.remarks);
+    built.good = build_mesh(parts, model_file_name, built.mesh, built.remarks, collected);
     EXPECT_TRUE(built.good || built.mesh.node_num() == 0);
-    built.lines = capture.lines;
+    built.lines = collected.lines;
     return built;
 }
 

@@ -40,10 +40,10 @@ Creation create(const std::vector<PartRow>& rows) {
                                           {.id = 1, .name = "ALU"},
                                           {.id = 2, .name = "STEEL"},
                                           {.id = 3, .name = std::string(66, 'm')}};
-    console::Capture capture;
+    Collected collected;
     Creation creation;
-    creation.parts = create_PART(rows, materials, evaluate, creation.remarks);
-    creation.lines = capture.lines;
+    creation.parts = create_PART(rows, materials, evaluate, creation.remarks, collected);
+    creation.lines = collected.lines;
     return creation;
 }
 

@@ -239,7 +239,8 @@ TEST(Meshers, RefuseCountsThatDoNotFitBeforeAllocating) {
     }
     // the parts share what there is
     Remarks remarks;
-    MeshContext context{"", {12, 30}, remarks};
+    SilentProgress silent;
+    MeshContext context{"", {12, 30}, remarks, silent};
     PartMesh mesh;
     const Part part = make_part("RECT", {1, 1, 1}, {2, 2, 2});
     EXPECT_TRUE(mesh_part(part, context, mesh));
