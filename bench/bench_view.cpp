@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "support/box_mesh.h"
@@ -39,8 +40,7 @@ double milliseconds(const std::function<void(int)>& repaint) {
         times.push_back(once(k));
         sum += times.back();
     }
-    std::nth_element(times.begin(), times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2),
-                     times.end());
+    std::nth_element(times.begin(), times.begin() + times.size() / 2, times.end());
     return times[times.size() / 2];
 }
 
@@ -51,12 +51,12 @@ class NoTexts : public gl::TextPainter {
 
 class Box {
 public:
-    explicit Box(int cells) : mesh_(testing::hexa_box({{cells, cells, cells}, {1, 1, 1}})) {
-        results_.resize(1, mesh_.dof_num);
-        for (std::size_t n = 0; n < static_cast<std::size_t>(mesh_.node_num()); ++n) {
-            const double* x = &mesh_.coordinates[3 * n];
-            results_.mode_vec[3 * n] = x[2] * x[2];
-        }
+    explicit Box(int cells) {
+        run_.mesh = testing::hexa_box({{cells, cells, cells}, {1, 1, 1}});
+        Frame frame(run_.mesh.dof_num());
+        for (std::int32_t n = 0; n < run_.mesh.node_num(); ++n)
+            frame.mode_vec[3 * n] = run_.mesh.node(n)[2] * run_.mesh.node(n)[2];
+        run_.results.push_back(std::make_shared<const Frame>(std::move(frame)));
         state_.result_ready = true;
         state_.contour = 0;
         state_.flags.fill(false);
@@ -64,24 +64,12 @@ public:
         state_.light = {1, 1, 1};
         resize(camera_, width, height);
         look_from(camera_, ViewDirection::isometric);
-        fit_points(camera_, tables().box(), mesh_.coordinates);
+        fit_points(camera_, tables().box(), run_.mesh.coordinates);
     }
     ~Box() { drawing_.release(true); }
 
     SceneTables tables() const {
-        return {.mesh = mesh_,
-                .results = results_,
-                .control = control_,
-                .ana_type = AnalysisType::eigen,
-                .parts = {},
-                .parts_o = {},
-                .forces = {},
-                .rigid_elements = {},
-                .rigid_forces = {},
-                .walls = {},
-                .contacts = {},
-                .parameters = {},
-                .fixed_nodes = {}};
+        return {.model = model_, .run = &run_, .force_node = {}, .fixed_nodes = {}};
     }
 
     void measure() {
@@ -112,7 +100,7 @@ public:
             turn();
             draw(k % phase_count);
         });
-        std::printf("%8d %10lld %12.2f %12.2f %12.2f %12.2f %12.2f %12.2f %8.0f\n", mesh_.element_num(),
+        std::printf("%8d %10lld %12.2f %12.2f %12.2f %12.2f %12.2f %12.2f %8.0f\n", run_.mesh.element_num(),
                     static_cast<long long>(drawing_.picture().outside().triangle_num()), immediate, arrays,
                     buffers, camera_only, lit, layers, 1000 / layers);
         std::fflush(stdout);
@@ -153,9 +141,8 @@ private:
         glDisableClientState(GL_VERTEX_ARRAY);
     }
 
-    Mesh mesh_;
-    Results results_;
-    AnalysisControl control_;
+    Model model_;
+    Run run_;
     DisplayState state_;
     Camera camera_;
     gl::SceneDrawing drawing_;

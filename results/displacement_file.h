@@ -1,21 +1,26 @@
-// What an explicit run writes beside its result file: "log\disp_NAME", mesh and frames without the
-// definition tables, and the names of its history and of its frames for ParaView.
+// What a run writes beside its result file: "log\disp_NAME", mesh and frames without the definition
+// tables, and the names of the histories.
 #pragma once
 
 #include <string>
+#include <string_view>
 
-#include "model/model_store.h"
+#include "model/model.h"
+#include "model/progress.h"
+#include "model/run.h"
 
 namespace kestralum {
 
-// "log\disp_" and what follows the last separator of the model file name.
-std::string displacement_file_name(const ModelStore& store);
+// "log\disp_" and what follows the last separator of the model file's name.
+std::string displacement_file_name(std::string_view model_file_name);
 
-// "log\history_NAME.csv": the model file's name without its folder and its last ending.
-std::string history_file_name(const ModelStore& store);
+// "log\history_NAME.csv" of an explicit run, "log\history_nonlinear_NAME.csv" of a nonlinear one: the model
+// file's name without its folder and its last ending.
+std::string history_file_name(std::string_view model_file_name);
+std::string nonlinear_history_file_name(std::string_view model_file_name);
 
-// Writes the store's mesh and frames; the file takes its name when it is whole. False when it could
-// not be written; the reason has been printed and an earlier file of the name is as it was.
-bool write_displacements(const ModelStore& store, int threads);
+// Writes the run's mesh and frames; the file takes its name when it is whole. False when it could not be
+// written or was cancelled, as write_results().
+bool write_displacements(const Model& model, const Run& run, Progress& progress);
 
 }  // namespace kestralum

@@ -2,13 +2,15 @@
 // formatted numbers, most of them zero.
 #pragma once
 
+#include <array>
 #include <cstdint>
-#include <cstring>
 #include <functional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "model/paths.h"
+#include "model/progress.h"
 
 namespace kestralum {
 
@@ -24,6 +26,16 @@ public:
     FormatLine& operator<<(std::int32_t value);
     FormatLine& operator<<(double value);
     FormatLine& operator<<(std::string_view value);
+    // An enum as its number; an array value by value.
+    template <typename T>
+    requires std::is_enum_v<T> FormatLine& operator<<(T value) {
+        return *this << static_cast<std::int32_t>(value);
+    }
+    template <typename T, std::size_t n>
+    FormatLine& operator<<(const std::array<T, n>& values) {
+        for (const T& value : values) *this << value;
+        return *this;
+    }
 
 private:
     void copy_text();      // up to the next conversion
@@ -32,10 +44,11 @@ private:
     const char* rest_;
 };
 
-// A file under a temporary name beside its target. Errors are remembered; finish() tells them.
+// A file being written. What goes wrong first is kept and reported by finish(); what follows it is not
+// written. A cancel that comes while the file is open counts as such a fault, "stopped on request".
 class TextOutput {
 public:
-    explicit TextOutput(std::string_view stored_name);
+    TextOutput(const std::string& path, const Progress& progress);  // as the platform opens it
     bool is_open() const { return file_ != nullptr; }
     void write(std::string_view text);
 
@@ -49,13 +62,17 @@ public:
     const std::string& error() const { return error_; }
 
 private:
+    bool stopped() const { return !was_cancelled_ && progress_.cancelled(); }
+    bool goes_on();
     paths::File file_;
     std::string error_;
+    const Progress& progress_;
+    const bool was_cancelled_;  // before: a stopped run still writes what it has reached
 };
 
-// Writes beside `target`; the file takes its name when `fill` has written it whole. What went wrong, empty if
-// nothing.
-[[nodiscard]] std::string write_whole(const std::string& target,
-                                      const std::function<void(TextOutput&)>& fill);
+// Writes beside `target`, a stored name; the file takes its name when `fill` has written it whole. What
+// went wrong, empty if nothing.
+[[nodiscard]] std::string write_whole(std::string_view target, std::string_view log_folder,
+                                      const std::function<void(TextOutput&)>& fill, const Progress& progress);
 
 }  // namespace kestralum

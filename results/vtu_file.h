@@ -1,26 +1,29 @@
-// The store as a VTK unstructured grid for ParaView.
+// A run as a VTK unstructured grid for ParaView.
 #pragma once
 
 #include <string>
+#include <string_view>
 
-#include "model/model_store.h"
+#include "model/model.h"
+#include "model/progress.h"
+#include "model/run.h"
 
 namespace kestralum {
 
 // "log\NAME.vtu": the model file's name without its folder and its last ending.
-std::string vtu_file_name(const ModelStore& store);
+std::string vtu_file_name(std::string_view model_file_name);
 
 // Writes frame 1 of the results, or every mode of an eigen analysis (its fields named
 // displacement_mode001_84.3Hz and so on): XML with raw appended data (version 1.0, 64-bit block sizes, this
 // machine's byte order). Cells: 12 (hexahedron), 10 and 24 (tetrahedra), in VTK's node order, and 5
 // (triangle) for STL facets. Point data: displacement (m), stress and strain (6 components xx yy zz
 // xy yz zx, N/m^2), mises (N/m^2); cell data: part and material index. The file takes its name when
-// it is whole. False when it cannot be written; the reason has been printed.
-bool write_vtu(const ModelStore& store);
+// it is whole. False when it cannot be written or was cancelled; the reason has been printed.
+bool write_vtu(const Model& model, const Run& run, Progress& progress);
 
-// Every frame of a history as "log\\NAME_000001.vtu" and on, with the equivalent plastic strain as point
-// data too, and "log\\NAME.pvd", which lists them with their times (n_freq). False as above.
-bool write_vtu_frames(const ModelStore& store);
-std::string pvd_file_name(const ModelStore& store);
+// Every frame of a history as "log\NAME_000001.vtu" and on, with the equivalent plastic strain as point
+// data too, and "log\NAME.pvd", which lists them with their times (n_freq). False as above.
+bool write_vtu_frames(const Model& model, const Run& run, Progress& progress);
+std::string pvd_file_name(std::string_view model_file_name);
 
 }  // namespace kestralum

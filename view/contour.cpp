@@ -15,44 +15,23 @@ const char* quantity_text(std::int32_t index) {
     return quantity ? quantity->text : "";
 }
 
-std::span<const double> frame_displacement(const Results& results, std::int32_t dof_num, std::int32_t frame) {
-    const auto k = static_cast<std::size_t>(frame) - 1;
-    if (frame < 1 || dof_num < 1 || k >= results.frame_vector.size()) return {};
-    const std::int32_t row = results.frame_vector[k];
-    const std::size_t dofs = dof_num;
-    const std::size_t rows = results.n_freq.size();
-    if (results.mode_vec.size() != rows * dofs || row < 0 || static_cast<std::size_t>(row) >= rows) return {};
-    return std::span(results.mode_vec).subspan(static_cast<std::size_t>(row) * dofs, dofs);
+std::shared_ptr<const Frame> frame_at(Frames frames, std::int32_t frame) {
+    return frame >= 1 && frame <= std::ssize(frames) ? frames[frame - 1] : nullptr;
 }
 
-namespace {
-
-// One group of the nodal stresses: dof_num values, three per node.
-std::span<const double> stress_group(const Results& results, std::int32_t dof_num, std::int32_t frame,
-                                     int group) {
-    if (frame < 1 || dof_num < 1 || frame > results.mode_num()) return {};
-    const std::size_t dofs = dof_num;
-    const auto row = static_cast<std::size_t>(frame - 1) * stress_groups + static_cast<std::size_t>(group);
-    if (results.node_stress.size() != stress_groups * results.n_freq.size() * dofs) return {};
-    return std::span(results.node_stress).subspan(row * dofs, dofs);
-}
-
-}  // namespace
-
-std::vector<double> nodal_values(std::int32_t index, const Mesh& mesh, const Results& results,
-                                 std::int32_t frame) {
+std::vector<double> nodal_values(std::int32_t index, const Mesh& mesh, const Frame& frame) {
     const Quantity* quantity = quantity_at(index);
-    if (!quantity || quantity->source == Source::none) return {};
-    const std::int32_t nodes = mesh.node_num();
+    const std::size_t dofs = mesh.dof_num();
+    if (!quantity || quantity->source == Source::none || frame.mode_vec.size() != dofs ||
+        frame.node_stress.size() != stress_groups * dofs)
+        return {};
     const auto table = quantity->source == Source::stress
-                           ? stress_group(results, 3 * nodes, frame, quantity->group)
-                           : frame_displacement(results, 3 * nodes, frame);
-    if (table.empty()) return {};
-    std::vector<double> values(nodes);
+                           ? std::span(frame.node_stress).subspan(quantity->group * dofs, dofs)
+                           : std::span(frame.mode_vec);
+    std::vector<double> values(mesh.node_num());
     for (std::size_t n = 0; n < values.size(); ++n)
-        values[n] = quantity->source == Source::magnitude
-                        ? norm(triple(table, static_cast<std::int64_t>(n)))
-                        : table[3 * n + static_cast<std::size_t>(quantity->component)];
+        values[n] = quantity->source == Source::magnitude ? norm(triple(table, n))
+                                                          : table[3 * n + quantity->component];
     return values;
 }
 
@@ -69,11 +48,11 @@ std::optional<ValueRange> value_range(std::span<const double> values, std::span<
     return range;
 }
 
-std::optional<ValueRange> value_range_all_frames(std::int32_t index, const Mesh& mesh, const Results& results,
+std::optional<ValueRange> value_range_all_frames(std::int32_t index, const Mesh& mesh, Frames frames,
                                                  std::span<const std::int32_t> nodes) {
     std::optional<ValueRange> range;
-    for (std::int32_t frame = 1; frame <= results.mode_num(); ++frame) {
-        auto here = value_range(nodal_values(index, mesh, results, frame), nodes);
+    for (std::int32_t frame = 1; frame <= std::ssize(frames); ++frame) {
+        auto here = value_range(nodal_values(index, mesh, *frame_at(frames, frame)), nodes);
         if (!here) continue;
         here->low.frame = here->high.frame = frame;
         if (!range) range = here;

@@ -3,12 +3,13 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "model/model_store.h"
+#include "model/run.h"
 #include "view/vector.h"
 
 namespace kestralum::view {
@@ -17,7 +18,7 @@ namespace kestralum::view {
 enum class Source {
     magnitude,     // length of the displacement vector
     displacement,  // its component
-    stress,        // component of a group of Results::node_stress
+    stress,        // component of a group of Frame::node_stress
     none,          // no values: the part's own colour
 };
 struct Quantity {
@@ -59,13 +60,15 @@ const Quantity* quantity_at(std::int32_t index);
 // Text of the legend: empty for 17 and for every index without a row.
 const char* quantity_text(std::int32_t index);
 
-// The vector (dof_num values, m) that frame 1 … mode_num shows; empty where the frame does not exist
-// or the results do not belong to a mesh of `dof_num`.
-std::span<const double> frame_displacement(const Results& results, std::int32_t dof_num, std::int32_t frame);
+// Frames in order, the first one counted as 1.
+using Frames = std::span<const std::shared_ptr<const Frame>>;
 
-// Values of a quantity at all nodes (node_num), frame 1 … mode_num; empty where there are none.
-std::vector<double> nodal_values(std::int32_t index, const Mesh& mesh, const Results& results,
-                                 std::int32_t frame);
+// Null where the frame does not exist.
+std::shared_ptr<const Frame> frame_at(Frames frames, std::int32_t frame);
+
+// Values of a quantity at all nodes (node_num); empty where there are none, or where the frame belongs to
+// another mesh.
+std::vector<double> nodal_values(std::int32_t index, const Mesh& mesh, const Frame& frame);
 
 struct Extreme {
     double value = 0;
@@ -81,7 +84,7 @@ struct ValueRange {
 std::optional<ValueRange> value_range(std::span<const double> values, std::span<const std::int32_t> nodes);
 
 // The same over all frames.
-std::optional<ValueRange> value_range_all_frames(std::int32_t index, const Mesh& mesh, const Results& results,
+std::optional<ValueRange> value_range_all_frames(std::int32_t index, const Mesh& mesh, Frames frames,
                                                  std::span<const std::int32_t> nodes);
 
 // 0 at the low end, 1 at the high end, clamped; 0 in a range without width. NaN stays NaN.

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum::view {
 
@@ -52,7 +52,7 @@ void displace(std::span<const double> coordinates, std::span<const double> vecto
 }
 
 std::string scale_text(double factor) {
-    return console::format("Deformation x %.4g", factor);
+    return formatted("Deformation x %.4g", factor);
 }
 
 }  // namespace kestralum::view

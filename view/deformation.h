@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "model/model_store.h"
+#include "model/run.h"
 #include "view/display_state.h"
 
 namespace kestralum::view {

@@ -7,7 +7,7 @@
 #include <span>
 #include <string_view>
 
-#include "model/model_store.h"
+#include "model/run.h"
 #include "view/contour.h"
 #include "view/vector.h"
 

@@ -2,54 +2,44 @@
 
 #include <algorithm>
 
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum::view {
 
 namespace {
 
-bool frame_exists(const Results& results, std::int32_t frame) {
-    return frame >= 1 && frame <= results.mode_num();
-}
-
-double mode_frequency(const Results& results, std::int32_t frame) {
-    const auto k = static_cast<std::size_t>(frame) - 1;
-    const std::int32_t row = k < results.frame_vector.size() ? results.frame_vector[k] : frame - 1;
-    if (row < 0 || row >= results.mode_num()) return 0;
-    return results.n_freq[row];
-}
-
 std::string mark(const char* name, const Extreme& extreme) {
     if (extreme.frame > 0)
-        return console::format("%s %.3e Node:%d Frame:%d", name, extreme.value, extreme.node, extreme.frame);
-    return console::format("%s %.3e Node:%d", name, extreme.value, extreme.node);
+        return formatted("%s %.3e Node:%d Frame:%d", name, extreme.value, extreme.node, extreme.frame);
+    return formatted("%s %.3e Node:%d", name, extreme.value, extreme.node);
 }
 
 }  // namespace
 
-double frame_time(const Results& results, const AnalysisControl& control, std::int32_t frame) {
-    if (!frame_exists(results, frame)) return 0;
+double frame_time(Frames frames, const AnalysisControl& control, std::int32_t frame) {
+    const auto shown = frame_at(frames, frame);
+    if (!shown) return 0;
     const bool stored =
-        std::any_of(results.n_freq.begin(), results.n_freq.end(), [](double t) { return t != 0; });
-    if (stored) return results.n_freq[static_cast<std::size_t>(frame) - 1];
-    return (frame - 1) * control.end_time / results.mode_num();
+        std::any_of(frames.begin(), frames.end(), [](const auto& f) { return f->n_freq != 0; });
+    return stored ? shown->n_freq : (frame - 1) * control.end_time / static_cast<double>(frames.size());
 }
 
-std::string legend_text(AnalysisType ana_type, std::int32_t contour, const Results& results,
+std::string legend_text(AnalysisType ana_type, std::int32_t contour, Frames frames,
                         const AnalysisControl& control, std::int32_t frame) {
-    if (!frame_exists(results, frame)) return "";
+    const auto shown = frame_at(frames, frame);
+    if (!shown) return "";
     const char* text = quantity_text(contour);
+    const auto mode_num = static_cast<std::int32_t>(frames.size());
     switch (ana_type) {
         case AnalysisType::eigen:
-            return console::format("%s%d%s%.2f%s", "Mode", frame, "___", mode_frequency(results, frame),
-                                   "[Hz]");
+            return formatted("%s%d%s%.2f%s", "Mode", frame, "___", shown->n_freq, "[Hz]");
         case AnalysisType::linear_static:
-            return console::format("%s", text);
+            return formatted("%s", text);
         case AnalysisType::nonlinear_static:
-            return console::format("%s, step %d/%d", text, frame, results.mode_num());
+            return formatted("%s, step %d/%d", text, frame, mode_num);
         case AnalysisType::explicit_dynamics:
-            return console::format("%s, step %d/%d  Time:%.6f[s]", text, frame, results.mode_num(),
-                                   frame_time(results, control, frame));
+            return formatted("%s, step %d/%d  Time:%.6f[s]", text, frame, mode_num,
+                             frame_time(frames, control, frame));
     }
     return "";
 }
@@ -63,14 +53,13 @@ ContourBar contour_bar(std::int32_t contour, AnalysisType ana_type, const ValueR
     // modes are scaled freely: neither their displacement nor the stress from it has a unit
     const bool has_unit = ana_type != AnalysisType::eigen || quantity->unit[0] == '-';
     if (quantity->unit[0] != '\0')
-        bar.title += has_unit ? console::format(" [%s]", quantity->unit) : " [mode amplitude]";
+        bar.title += has_unit ? formatted(" [%s]", quantity->unit) : " [mode amplitude]";
     const bool flat = !(range.high.value > range.low.value);
     for (int k = 0; k <= intervals; ++k) {
         const double at = static_cast<double>(k) / intervals;
         bar.colors.push_back(contour_color(flat ? 0 : at, 1));
         if (!flat || k == 0)
-            bar.ticks.push_back(
-                {at, console::format("%.3e", range.low.value * (1 - at) + range.high.value * at)});
+            bar.ticks.push_back({at, formatted("%.3e", range.low.value * (1 - at) + range.high.value * at)});
     }
     bar.largest = mark("Max", range.high);
     bar.smallest = mark("Min", range.low);

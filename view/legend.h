@@ -10,12 +10,12 @@
 namespace kestralum::view {
 
 // Simulated time of a frame, s: as stored with the frame; where no frame has a time (a displacement
-// file does not carry it), (frame - 1)·end_time/mode_num.
-double frame_time(const Results& results, const AnalysisControl& control, std::int32_t frame);
+// file of an unknown model), (frame - 1)·end_time/mode_num.
+double frame_time(Frames frames, const AnalysisControl& control, std::int32_t frame);
 
 // The line at the foot of the picture: mode and frequency, quantity, or quantity with step and time.
 // Empty where the frame does not exist and for an unknown analysis type.
-std::string legend_text(AnalysisType ana_type, std::int32_t contour, const Results& results,
+std::string legend_text(AnalysisType ana_type, std::int32_t contour, Frames frames,
                         const AnalysisControl& control, std::int32_t frame);
 
 struct BarTick {

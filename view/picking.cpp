@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "model/console.h"
+#include "model/format.h"
 #include "view/contour.h"
 
 namespace kestralum::view {
@@ -94,8 +94,7 @@ double pixel_slack(const Camera& camera, double pixels) {
 }
 
 std::string pick_text(const Pick& pick) {
-    return console::format("Element:%d, Node:%d, D.o.f.:%d", pick.element, pick.node,
-                           static_cast<int>(pick.dof()));
+    return formatted("Element:%d, Node:%d, D.o.f.:%d", pick.element, pick.node, static_cast<int>(pick.dof()));
 }
 
 std::string status_text(const Pick& pick, const Mesh& mesh, std::span<const double> displacement,
@@ -104,13 +103,13 @@ std::string status_text(const Pick& pick, const Mesh& mesh, std::span<const doub
     const std::int64_t n = std::int64_t{pick.node} - 1;
     if (n < 0 || n >= mesh.node_num()) return text;
     const Vec3 x = triple(mesh.coordinates, n);
-    text += console::format("   x:%.6g y:%.6g z:%.6g [m]", x[0], x[1], x[2]);
+    text += formatted("   x:%.6g y:%.6g z:%.6g [m]", x[0], x[1], x[2]);
     if (displacement.size() == mesh.coordinates.size()) {
         const Vec3 u = triple(displacement, n);
-        text += console::format("   ux:%.3e uy:%.3e uz:%.3e", u[0], u[1], u[2]);
+        text += formatted("   ux:%.3e uy:%.3e uz:%.3e", u[0], u[1], u[2]);
     }
     if (values.size() == static_cast<std::size_t>(mesh.node_num()))
-        text += console::format("   %s:%.3e", quantity_text(contour), values[n]);
+        text += formatted("   %s:%.3e", quantity_text(contour), values[n]);
     return text;
 }
 

@@ -17,8 +17,8 @@ double mean_edge_length(const Surface& surface, std::span<const double> coordina
 // The results belong to the mesh, and the quantity has values in them.
 bool carries_values(const SceneTables& tables, const DisplayState& state) {
     const Quantity* quantity = quantity_at(state.shown_contour());
-    return state.result_ready && quantity && quantity->source != Source::none &&
-           tables.results.mode_num() > 0 && tables.mesh.element_num() > 0;
+    return state.result_ready && quantity && quantity->source != Source::none && !tables.frames().empty() &&
+           tables.mesh().element_num() > 0;
 }
 
 }  // namespace
@@ -26,7 +26,7 @@ bool carries_values(const SceneTables& tables, const DisplayState& state) {
 void Picture::mesh_changed() {
     ++mesh_revision_;
     ++results_revision_;
-    vector_ = {};
+    frame_ = nullptr;
 }
 
 void Picture::update(const SceneTables& tables, const DisplayState& state) {
@@ -39,17 +39,17 @@ void Picture::update(const SceneTables& tables, const DisplayState& state) {
 void Picture::update_faces(const SceneTables& tables, const DisplayState& state, bool carries) {
     const bool translucent = carries && state.transparency < 1;
     if (drawn_mesh_ != mesh_revision_) {
-        free_ = build_surface(tables.mesh, Faces::free);
+        free_ = build_surface(tables.mesh(), Faces::free);
         all_ = {};
         all_built_ = false;
-        edge_length_ = mean_edge_length(free_, tables.mesh.coordinates);
+        edge_length_ = mean_edge_length(free_, tables.mesh().coordinates);
         drawn_mesh_ = mesh_revision_;
         translucent_ = !translucent;  // counts as a change below
     }
     if (translucent_ == translucent) return;
     translucent_ = translucent;
     if (translucent && !all_built_) {
-        all_ = build_surface(tables.mesh, Faces::all);
+        all_ = build_surface(tables.mesh(), Faces::all);
         all_built_ = true;
     }
     ++faces_revision_;
@@ -63,8 +63,9 @@ void Picture::update_values(const SceneTables& tables, const DisplayState& state
     ++color_revision_;
     values_.clear();
     range_.reset();
-    if (!carries) return;
-    values_ = nodal_values(state.shown_contour(), tables.mesh, tables.results, state.frame);
+    const auto frame = frame_at(tables.frames(), state.frame);
+    if (!carries || !frame) return;
+    values_ = nodal_values(state.shown_contour(), tables.mesh(), *frame);
     if (values_.empty()) return;
     if (!state.all_frames_range) {
         range_ = value_range(values_, faces().value_nodes);
@@ -73,24 +74,23 @@ void Picture::update_values(const SceneTables& tables, const DisplayState& state
     const RangeKey range_key{results_revision_, faces_revision_, state.shown_contour()};
     if (!(range_key == all_frames_key_)) {
         all_frames_key_ = range_key;
-        all_frames_range_ =
-            value_range_all_frames(state.shown_contour(), tables.mesh, tables.results, faces().value_nodes);
+        all_frames_range_ = value_range_all_frames(state.shown_contour(), tables.mesh(), tables.frames(),
+                                                   faces().value_nodes);
     }
     range_ = all_frames_range_;
 }
 
 void Picture::update_shape(const SceneTables& tables, const DisplayState& state) {
-    const ShapeKey key{results_revision_, faces_revision_,  state.frame,       tables.ana_type,
+    const ShapeKey key{results_revision_, faces_revision_,  state.frame,       tables.ana_type(),
                        state.mode_scale,  state.auto_scale, state.result_ready};
     if (key == shape_key_) return;
     shape_key_ = key;
     ++shape_revision_;
-    vector_ = {};
-    if (state.result_ready)
-        vector_ = frame_displacement(tables.results, 3 * tables.mesh.node_num(), state.frame);
-    factor_ =
-        scale_factor(tables.ana_type, vector_, {tables.mesh.max_length, state.mode_scale, state.auto_scale});
-    phases_ = phase_table(tables.ana_type);
+    frame_ = state.result_ready ? frame_at(tables.frames(), state.frame) : nullptr;
+    if (frame_ && frame_->mode_vec.size() != tables.mesh().coordinates.size()) frame_ = nullptr;
+    factor_ = scale_factor(tables.ana_type(), vector(),
+                           {tables.mesh().max_length, state.mode_scale, state.auto_scale});
+    phases_ = phase_table(tables.ana_type());
 }
 
 double Picture::swing(int phase) const {
@@ -98,7 +98,7 @@ double Picture::swing(int phase) const {
 }
 
 void Picture::place(const SceneTables& tables, int phase, std::vector<double>& out) const {
-    displace(tables.mesh.coordinates, vector_, swing(phase), out);
+    displace(tables.mesh().coordinates, vector(), swing(phase), out);
 }
 
 }  // namespace kestralum::view

@@ -1,12 +1,15 @@
-// What the drawing sends to the graphics card, computed from the store's tables and kept until they or
-// the display state change.
+// What the drawing sends to the graphics card, computed from a model and a run and kept until they or the
+// display state change.
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <vector>
 
+#include "model/model.h"
+#include "model/run.h"
 #include "view/camera.h"
 #include "view/contour.h"
 #include "view/deformation.h"
@@ -16,24 +19,18 @@
 
 namespace kestralum::view {
 
-// The tables of the store that are drawn.
+// What is drawn: a model as it was meshed, or a run with its own mesh and frames.
 struct SceneTables {
-    const Mesh& mesh;
-    const Results& results;
-    const AnalysisControl& control;
-    AnalysisType ana_type;
-    std::span<const Part> parts, parts_o;
-    std::span<const AppliedForce> forces;
-    std::span<const RigidElement> rigid_elements;
-    std::span<const RigidForce> rigid_forces;
-    std::span<const RigidCombine> rigid_combines = {};
+    const Model& model;
+    const Run* run = nullptr;                     // null: the model's own mesh and no results
+    std::span<const std::int32_t> force_node;     // per force: its node of mesh() (1-based), 0 for none
+    std::span<const std::int32_t> fixed_nodes;    // of mesh(), 0-based
     std::span<const RigidHold> rigid_holds = {};  // one per rigid element
-    std::span<const RigidWall> walls;
-    std::span<const ContactPair> contacts;
-    std::span<const Parameter> parameters;      // that the walls' motions use
-    std::span<const std::int32_t> fixed_nodes;  // 0-based
 
-    Scene box() const { return {mesh.size_info, mesh.max_length}; }
+    const Mesh& mesh() const { return run ? run->mesh : model.mesh; }
+    Frames frames() const { return run ? Frames(run->results) : Frames(); }
+    AnalysisType ana_type() const { return run ? run->ana_type : AnalysisType::eigen; }
+    Scene box() const { return {mesh().size_info, mesh().max_length}; }
 };
 
 class Picture {
@@ -57,9 +54,11 @@ public:
     const std::vector<double>& values() const { return values_; }  // node_num; empty without contour
     const std::optional<ValueRange>& range() const { return range_; }
 
-    std::span<const double> vector() const { return vector_; }  // dof_num, into the results; may be empty
-    double factor() const { return factor_; }                   // on it, at the largest swing
-    bool deformed() const { return factor_ != 0 && !vector_.empty(); }
+    std::span<const double> vector() const {  // dof_num, of the frame shown; may be empty
+        return frame_ ? std::span(frame_->mode_vec) : std::span<const double>();
+    }
+    double factor() const { return factor_; }  // on it, at the largest swing
+    bool deformed() const { return factor_ != 0 && !vector().empty(); }
     double swing(int phase) const;  // on it, at an entry of the phase table
 
     // The node places drawn (node_num × 3) at an entry of the phase table.
@@ -82,7 +81,7 @@ private:
     bool translucent_ = false, all_built_ = false;
     std::vector<double> values_;
     std::optional<ValueRange> range_;
-    std::span<const double> vector_;
+    std::shared_ptr<const Frame> frame_;  // null: undeformed
     double factor_ = 0, edge_length_ = 0;
     std::array<double, phase_count> phases_{};
 

@@ -4,7 +4,7 @@
 #include <numbers>
 #include <utility>
 
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum::view {
 
@@ -186,8 +186,7 @@ private:
         } else if (norm(arrow) > 0) {
             out_.arrows.push_back(pulls ? Arrow{place, free_end} : Arrow{free_end, place});
         }
-        out_.labels.push_back(
-            {label, console::format(moment ? "%.3e[Nm]" : "%.3e[N]", std::abs(force.value))});
+        out_.labels.push_back({label, formatted(moment ? "%.3e[Nm]" : "%.3e[N]", std::abs(force.value))});
     }
 
     const RigidTables& tables_;

@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "model/model_store.h"
+#include "model/model.h"
 #include "view/symbols.h"
 #include "view/vector.h"
 

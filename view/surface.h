@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-#include "model/model_store.h"
+#include "model/model.h"
 #include "view/vector.h"
 
 namespace kestralum::view {

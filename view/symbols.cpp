@@ -7,7 +7,7 @@
 #include <numbers>
 #include <numeric>
 
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum::view {
 
@@ -32,11 +32,11 @@ bool in_mesh(const Mesh& mesh, std::int64_t n) {
     return n >= 0 && n < mesh.node_num();
 }
 
-// The nodes that a force loads, 0-based.
-std::vector<std::int64_t> loaded_nodes(const Mesh& mesh, const AppliedForce& force) {
+// The nodes that a force loads, 0-based; `node` is that of a node force, 1-based.
+std::vector<std::int64_t> loaded_nodes(const Mesh& mesh, const AppliedForce& force, std::int32_t node) {
     std::vector<std::int64_t> nodes;
     if (force.kind == ForceKind::node) {
-        if (const std::int64_t n = node_index(force.node); in_mesh(mesh, n)) nodes.push_back(n);
+        if (const std::int64_t n = node_index(node); in_mesh(mesh, n)) nodes.push_back(n);
         return nodes;
     }
     for (std::int64_t n = 0; n < mesh.node_num(); ++n)
@@ -116,13 +116,14 @@ std::vector<std::size_t> spread_out(const std::vector<Vec3>& places, std::size_t
 }
 
 ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> forces,
-                           std::span<const double> coordinates) {
+                           std::span<const std::int32_t> force_node, std::span<const double> coordinates) {
     constexpr std::size_t most_arrows = 40;
     const double length = arrow_share * extent_of(mesh.max_length);
     ForceSymbols out;
-    for (const AppliedForce& force : forces) {
+    for (std::size_t f = 0; f < forces.size(); ++f) {
+        const AppliedForce& force = forces[f];
         if (force.axis < 0 || force.axis > 2) continue;
-        const auto nodes = loaded_nodes(mesh, force);
+        const auto nodes = loaded_nodes(mesh, force, f < force_node.size() ? force_node[f] : 0);
         std::vector<Vec3> at_rest, places;
         for (const std::int64_t n : nodes) {
             at_rest.push_back(triple(mesh.coordinates, n));
@@ -138,8 +139,7 @@ ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> force
             const Vec3 end = plus(places[k], free_end);
             out.arrows.push_back(pulls ? Arrow{places[k], end} : Arrow{end, places[k]});
         }
-        out.labels.push_back(
-            {plus(middle(places), free_end), console::format("%.3e[N]", std::abs(force.value))});
+        out.labels.push_back({plus(middle(places), free_end), formatted("%.3e[N]", std::abs(force.value))});
     }
     return out;
 }
@@ -182,7 +182,7 @@ Markers dimensions(const Scene& scene) {
             const Vec3 half = axis_vector(off, tick);
             out.lines.push_back({minus(end, half), plus(end, half), dark});
         }
-        out.labels.push_back({times(0.5, plus(from, to)), console::format("%s:%.4g[m]", names[a], length)});
+        out.labels.push_back({times(0.5, plus(from, to)), formatted("%s:%.4g[m]", names[a], length)});
     }
     return out;
 }
@@ -439,9 +439,9 @@ std::vector<std::string> fem_information(const Mesh& mesh, std::size_t part_num)
     const char* type = mesh.element_type == ElementKind::tetrahedron4    ? "4-node tetrahedron"
                        : mesh.element_type == ElementKind::tetrahedron10 ? "10-node tetrahedron"
                                                                          : "8-node hexahedron";
-    return {console::format("Element type: %s", type), console::format("Node: %d", mesh.node_num()),
-            console::format("Element: %d", mesh.element_num()), console::format("D.o.f.: %d", mesh.dof_num),
-            console::format("Part: %zu", part_num)};
+    return {formatted("Element type: %s", type), formatted("Node: %d", mesh.node_num()),
+            formatted("Element: %d", mesh.element_num()), formatted("D.o.f.: %d", mesh.dof_num()),
+            formatted("Part: %zu", part_num)};
 }
 
 }  // namespace kestralum::view

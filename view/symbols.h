@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "model/model_store.h"
+#include "model/model.h"
 #include "view/camera.h"
 #include "view/vector.h"
 
@@ -67,8 +67,9 @@ std::vector<Line> feature_outlines(std::span<const Part> parts_o);
 // acts: they end at the nodes, or begin there where the force pulls outwards. A node force that found no node
 // stands at its point. An area force has one arrow on each of its nodes, thinned out evenly to about 40, and
 // one label. A force of 0 has a label only.
+// `force_node` has the node (1-based, 0 for none) of each node force.
 ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> forces,
-                           std::span<const double> coordinates);
+                           std::span<const std::int32_t> force_node, std::span<const double> coordinates);
 
 // One cone per fixed node (0-based; repeats and numbers outside the mesh are passed over), outside the
 // body where the node lies on its surface. Thinned out evenly to about 5000.

@@ -10,7 +10,7 @@
 #include <string>
 #include <utility>
 
-#include "model/model_store.h"
+#include "model/mesh.h"
 
 namespace kestralum::testing {
 
@@ -42,7 +42,6 @@ inline Mesh corner_grid(const Grid& grid) {
 inline void finish(Mesh& mesh, ElementKind kind) {
     mesh.element_type = kind;
     mesh.p_ele_part_id.assign(static_cast<std::size_t>(mesh.element_num()), 0);
-    mesh.dof_num = 3 * mesh.node_num();
     update_extent(mesh);
     update_node_normals(mesh);
 }

@@ -14,7 +14,7 @@ namespace kestralum::testing {
 inline void draw_every_face(const view::Picture& picture, const view::SceneTables& tables, double alpha,
                             std::span<const double> places) {
     using namespace view;
-    const Mesh& mesh = tables.mesh;
+    const Mesh& mesh = tables.mesh();
     const FaceTable table = face_table(mesh.element_type);
     const int nodes = mesh.node_per_element();
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {

@@ -24,7 +24,7 @@ void MeshDrawing::update(const Picture& picture, const SceneTables& tables, cons
     centre_ = tables.box().centre();
     if (faces_revision_ != picture.faces_revision()) {
         faces_revision_ = picture.faces_revision();
-        send_indices(picture, tables.mesh.node_num());
+        send_indices(picture, tables.mesh().node_num());
         color_revision_ = shape_revision_ = 0;
     }
     if (color_revision_ != picture.color_revision() || alpha_ != state.transparency) {
@@ -47,7 +47,7 @@ void MeshDrawing::update(const Picture& picture, const SceneTables& tables, cons
     for (const PartTriangles& part : picture.outside().parts)
         if (part.first >= lit_first_) lit_parts_.push_back(part);
     // undeformed, all phases are one
-    shape_ = picture.deformed() ? distinct_phase(tables.ana_type, state.phase) : 0;
+    shape_ = picture.deformed() ? distinct_phase(tables.ana_type(), state.phase) : 0;
     send_shape(picture, tables, state.phase, shapes_[shape_]);
 }
 

@@ -14,12 +14,12 @@ constexpr double head_share = 0.22;  // of an arrow
 constexpr double axes_share = 0.2;   // of max_length
 
 std::vector<double> arrow_places(const Picture& picture, const SceneTables& tables) {
-    if (tables.ana_type != AnalysisType::eigen && picture.deformed()) {
+    if (tables.ana_type() != AnalysisType::eigen && picture.deformed()) {
         std::vector<double> places;
         picture.place(tables, 0, places);
         return places;
     }
-    return tables.mesh.coordinates;  // a swinging mode leaves its loads behind
+    return tables.mesh().coordinates;  // a swinging mode leaves its loads behind
 }
 
 // A wall without bounds reaches to where the model has got.
@@ -62,9 +62,9 @@ void add_turn(const TurnArrow& turn, std::vector<Line>& shafts, std::vector<LitV
 }
 
 RigidSymbols rigid_at(const Picture& picture, const SceneTables& tables, int phase) {
-    return rigid_symbols(
-        {tables.mesh, tables.rigid_elements, tables.rigid_holds, tables.rigid_forces, tables.rigid_combines},
-        {picture.vector(), picture.swing(phase), has_steps(tables.ana_type)});
+    return rigid_symbols({tables.mesh(), tables.model.rigid_elements, tables.rigid_holds,
+                          tables.model.rigid_forces, tables.model.rigid_combines},
+                         {picture.vector(), picture.swing(phase), has_steps(tables.ana_type())});
 }
 
 // Dense meshes fade: edges closer than a few pixels would blacken the faces.
@@ -108,22 +108,23 @@ std::vector<double> extent_points(const Picture& picture, const SceneTables& tab
     };
     add_mesh(0);
     add_rigid(0);
-    if (tables.ana_type == AnalysisType::eigen && picture.deformed()) {
+    if (tables.ana_type() == AnalysisType::eigen && picture.deformed()) {
         add_mesh(phase_count / 2);
         add_rigid(phase_count / 2);
     }
     if (state.shows(ViewFlag::force))
-        for (const Arrow& arrow :
-             force_symbols(tables.mesh, tables.forces, arrow_places(picture, tables)).arrows)
+        for (const Arrow& arrow : force_symbols(tables.mesh(), tables.model.forces, tables.force_node,
+                                                arrow_places(picture, tables))
+                                      .arrows)
             for (const Vec3& end : {arrow.tail, arrow.tip})
                 points.insert(points.end(), end.begin(), end.end());
     if (state.shows(ViewFlag::axes) && !points.empty() && near_origin(tables.box()))
-        for (const Line& line : axes(axes_share * extent_of(tables.mesh.max_length)))
+        for (const Line& line : axes(axes_share * extent_of(tables.mesh().max_length)))
             points.insert(points.end(), line.to.begin(), line.to.end());
     if (state.shows(ViewFlag::dimension))
         for (const Line& line : dimensions(tables.box()).lines)
             for (const Vec3& end : {line.from, line.to}) points.insert(points.end(), end.begin(), end.end());
-    if (points.empty()) points.assign(tables.mesh.coordinates.begin(), tables.mesh.coordinates.end());
+    if (points.empty()) points.assign(tables.mesh().coordinates.begin(), tables.mesh().coordinates.end());
     return points;
 }
 
@@ -203,7 +204,7 @@ void SceneDrawing::draw_mesh(const SceneTables& tables, const DisplayState& stat
         glDisable(GL_BLEND);
         glDisable(GL_ALPHA_TEST);
         glEnable(GL_LIGHTING);
-        mesh_.draw_lit_faces(tables.parts);
+        mesh_.draw_lit_faces(tables.model.parts);
         glDisable(GL_LIGHTING);
         if (picture_.translucent()) {
             glEnable(GL_BLEND);
@@ -298,19 +299,19 @@ void SceneDrawing::draw_hidden_lines(const DisplayState& state) const {
 void SceneDrawing::update_symbols(const SceneTables& tables) {
     if (symbols_of_ == picture_.mesh_revision()) return;
     symbols_of_ = picture_.mesh_revision();
-    const double L = extent_of(tables.mesh.max_length);
+    const double L = extent_of(tables.mesh().max_length);
     auto send = [](Buffer& buffer, const std::vector<Line>& lines) {
         buffer.send(GL_ARRAY_BUFFER, line_vertices(lines));
     };
     send(axes_, axes(axes_share * L));
-    send(part_axes_, part_axes(tables.parts_o, axes_share * L));
-    send(features_, feature_outlines(tables.parts_o));
+    send(part_axes_, part_axes(tables.model.parts_o, axes_share * L));
+    send(features_, feature_outlines(tables.model.parts_o));
     const Markers sizes = dimensions(tables.box());
     send(dimension_lines_, sizes.lines);
     dimension_labels_ = sizes.labels;
-    part_labels_ = part_names(tables.mesh, tables.parts, tables.mesh.coordinates);
+    part_labels_ = part_names(tables.mesh(), tables.model.parts, tables.mesh().coordinates);
     std::vector<LitVertex> cones;  // supports do not move
-    for (const Cone& cone : support_cones(tables.mesh, tables.fixed_nodes, tables.mesh.coordinates))
+    for (const Cone& cone : support_cones(tables.mesh(), tables.fixed_nodes, tables.mesh().coordinates))
         add_cone(cones, cone);
     cones_.send(GL_ARRAY_BUFFER, cones);
 }
@@ -327,10 +328,11 @@ void SceneDrawing::update_loads(const SceneTables& tables, const DisplayState& s
         force_labels_.insert(force_labels_.end(), symbols.labels.begin(), symbols.labels.end());
     };
     const std::vector<double> places = arrow_places(picture_, tables);
-    add(force_symbols(tables.mesh, tables.forces, places));
-    const bool moves = tables.ana_type == AnalysisType::explicit_dynamics && state.result_ready;
-    const double time = moves ? frame_time(tables.results, tables.control, state.frame) : 0;
-    const Markers walls = wall_markers(tables.walls, tables.parameters, time, box_with(tables.box(), places));
+    add(force_symbols(tables.mesh(), tables.model.forces, tables.force_node, places));
+    const bool moves = tables.ana_type() == AnalysisType::explicit_dynamics && state.result_ready;
+    const double time = moves ? frame_time(tables.frames(), tables.model.control, state.frame) : 0;
+    const Markers walls = wall_markers(tables.model.explicit_tables.walls, tables.model.parameters, time,
+                                       box_with(tables.box(), places));
     wall_lines_.send(GL_ARRAY_BUFFER, line_vertices(walls.lines));
     wall_labels_ = walls.labels;
     arrow_shafts_.send(GL_ARRAY_BUFFER, line_vertices(shafts));
@@ -343,7 +345,8 @@ void SceneDrawing::update_contacts(const SceneTables& tables, const DisplayState
     if (!state.shows(ViewFlag::element_contact) || contacts_of_ == now) return;
     contacts_of_ = now;
     const Markers contacts =
-        contact_markers(tables.mesh, tables.parts, tables.contacts, arrow_places(picture_, tables));
+        contact_markers(tables.mesh(), tables.model.parts, tables.model.explicit_tables.contacts,
+                        arrow_places(picture_, tables));
     contact_lines_.send(GL_ARRAY_BUFFER, line_vertices(contacts.lines));
     contact_labels_ = contacts.labels;
 }
@@ -369,12 +372,12 @@ void SceneDrawing::update_rigid(const SceneTables& tables, const DisplayState& s
 OverlayTexts SceneDrawing::texts(const SceneTables& tables, const DisplayState& state) const {
     OverlayTexts out;
     if (state.shows(ViewFlag::text) && state.result_ready) {
-        out.legend =
-            legend_text(tables.ana_type, state.shown_contour(), tables.results, tables.control, state.frame);
+        out.legend = legend_text(tables.ana_type(), state.shown_contour(), tables.frames(),
+                                 tables.model.control, state.frame);
         if (picture_.deformed()) out.scale = scale_text(picture_.factor());
     }
-    if (state.shows(ViewFlag::fem_information) && tables.mesh.element_num() > 0)
-        out.lines = fem_information(tables.mesh, tables.parts.size());
+    if (state.shows(ViewFlag::fem_information) && tables.mesh().element_num() > 0)
+        out.lines = fem_information(tables.mesh(), tables.model.parts.size());
     if (pick_ && state.shows(ViewFlag::text)) out.lines.push_back(pick_text(*pick_));
     auto add = [&](ViewFlag flag, const std::vector<Label>& labels) {
         if (state.shows(flag)) out.labels.insert(out.labels.end(), labels.begin(), labels.end());
@@ -385,14 +388,14 @@ OverlayTexts SceneDrawing::texts(const SceneTables& tables, const DisplayState& 
     add(ViewFlag::element_contact, contact_labels_);
     add(ViewFlag::dimension, dimension_labels_);
     add(ViewFlag::force, force_labels_);
-    out.bar = shown_bar(picture_, state, tables.ana_type);
+    out.bar = shown_bar(picture_, state, tables.ana_type());
     return out;
 }
 
 std::optional<Vec3> SceneDrawing::picked_place(const SceneTables& tables, const DisplayState& state) const {
-    if (!pick_ || pick_->node < 1 || pick_->node > tables.mesh.node_num()) return std::nullopt;
+    if (!pick_ || pick_->node < 1 || pick_->node > tables.mesh().node_num()) return std::nullopt;
     const std::int64_t n = node_index(pick_->node);
-    Vec3 place = triple(tables.mesh.coordinates, n);
+    Vec3 place = triple(tables.mesh().coordinates, n);
     if (picture_.deformed())
         place = plus(place, times(picture_.swing(state.phase), triple(picture_.vector(), n)));
     return place;
