@@ -14,8 +14,11 @@
 
 namespace kestralum {
 
-QString ask_for_file(QWidget* parent, const char* filter) {
-    static QString folder = QDir("data").exists() ? QDir("data").absolutePath() : QDir::currentPath();
+QString first_folder() {
+    return QDir("data").exists() ? QDir("data").absolutePath() : QDir::currentPath();
+}
+
+QString ask_for_file(QWidget* parent, const char* filter, QString& folder) {
     const QString name = QFileDialog::getOpenFileName(parent, "Open file", folder, filter);
     if (!name.isEmpty()) folder = QFileInfo(name).absolutePath();
     return name;
@@ -35,15 +38,45 @@ std::optional<QSize> ask_for_size(QWidget* parent, const QSize& current) {
     return QSize((*size)[0], (*size)[1]);
 }
 
-void show_errors(QWidget* parent, const QString& headline, const QStringList& errors) {
-    constexpr qsizetype most = 12;
-    QStringList shown = errors.mid(0, most);
-    if (errors.size() > most) shown << QString("and %1 more, on the console").arg(errors.size() - most);
-    QMessageBox box(QMessageBox::Warning, "KESTRALUM", headline, QMessageBox::Ok, parent);
-    box.setInformativeText(shown.join("\n").toHtmlEscaped().replace("\n", "<br>"));
+namespace {
+
+void set_texts(QMessageBox& box, const QString& headline, const QString& text) {
     box.setTextFormat(Qt::RichText);
     box.setText(headline.toHtmlEscaped());
+    box.setInformativeText(text.toHtmlEscaped().replace("\n", "<br>"));
+}
+
+void show_lines(QWidget* parent, QMessageBox::Icon icon, const QString& headline, const QStringList& lines) {
+    constexpr qsizetype most = 12;
+    QStringList shown = lines.mid(0, most);
+    if (lines.size() > most) shown << QString("and %1 more, on the console").arg(lines.size() - most);
+    QMessageBox box(icon, "KESTRALUM", "", QMessageBox::Ok, parent);
+    set_texts(box, headline, shown.join("\n"));
     box.exec();
+}
+
+}  // namespace
+
+void show_errors(QWidget* parent, const QString& headline, const QStringList& errors) {
+    show_lines(parent, QMessageBox::Warning, headline, errors);
+}
+
+void show_notices(QWidget* parent, const QString& headline, const QStringList& notices) {
+    show_lines(parent, QMessageBox::Information, headline, notices);
+}
+
+int ask(QWidget* parent, const QString& headline, const QString& text, const QStringList& answers, int preset,
+        int closed) {
+    QMessageBox box(QMessageBox::Question, "KESTRALUM", "", QMessageBox::NoButton, parent);
+    set_texts(box, headline, text);
+    QList<QPushButton*> buttons;
+    for (const QString& answer : answers) buttons << box.addButton(answer, QMessageBox::ActionRole);
+    box.setDefaultButton(buttons[preset]);
+    box.setEscapeButton(buttons[closed]);
+    box.exec();
+    for (int k = 0; k < buttons.size(); ++k)
+        if (box.clickedButton() == buttons[k]) return k;
+    return closed;
 }
 
 PixmapWindow::PixmapWindow(const QPixmap& pixmap, QWidget* parent)

@@ -13,14 +13,21 @@ namespace kestralum {
 inline constexpr const char* text_files = "Text Files (*.txt);;All Files (*)";
 inline constexpr const char* movie_files = "Text Files (*.mov);;All Files (*)";
 
-// A file to open; "" when cancelled.
-QString ask_for_file(QWidget* parent, const char* filter);
+// A file to open; "" when cancelled. The dialog opens in `folder`, which becomes that of the file.
+QString ask_for_file(QWidget* parent, const char* filter, QString& folder);
+QString first_folder();  // the one of the models, or the current one
 
 // The size of a pixmap, `current` offered; none when cancelled or not understood.
 std::optional<QSize> ask_for_size(QWidget* parent, const QSize& current);
 
 // What went wrong, a line each.
 void show_errors(QWidget* parent, const QString& headline, const QStringList& errors);
+// What the user should know before he goes on.
+void show_notices(QWidget* parent, const QString& headline, const QStringList& notices);
+
+// Which of the answers, from 0: `preset` is that of the Enter key, `closed` what closing the box means.
+int ask(QWidget* parent, const QString& headline, const QString& text, const QStringList& answers, int preset,
+        int closed);
 
 // A pixmap in a window of its own, with a button that saves it.
 class PixmapWindow : public QWidget {

@@ -2,15 +2,14 @@
 
 #include <QMouseEvent>
 #include <QOpenGLContext>
-#include <QPainter>
 #include <QTimer>
 #include <QWheelEvent>
+#include <filesystem>
+#include <utility>
 
 #include "app/window/painter_texts.h"
 #include "app/window/render_image.h"
 #include "input/settings_reader.h"
-#include "model/console.h"
-#include "model/model_store.h"
 
 namespace kestralum {
 
@@ -20,7 +19,8 @@ constexpr int period = 50;  // ms
 
 }  // namespace
 
-GLWidget::GLWidget(QWidget* parent) : QOpenGLWidget(parent) {
+GLWidget::GLWidget(Progress& console, std::string log_folder, QWidget* parent)
+    : QOpenGLWidget(parent), console_(console), log_folder_(std::move(log_folder)) {
     setFocusPolicy(Qt::StrongFocus);
     setMinimumSize(200, 150);
     auto* timer = new QTimer(this);
@@ -32,7 +32,7 @@ GLWidget::GLWidget(QWidget* parent) : QOpenGLWidget(parent) {
         since_drawn_.start();
     });
     timer->start(period);
-    console::print(" Qt timer %d[ms]\n", period);
+    console_.print(" Qt timer %d[ms]\n", period);
 }
 
 GLWidget::~GLWidget() {
@@ -55,13 +55,12 @@ void GLWidget::advanceGears() {
     update();
 }
 
-// Settings and store are set up once in a process: a context made anew finds them.
 bool GLWidget::start_up() {
-    static bool done = false;
-    if (done) return true;
-    done = true;
-    if (read_setting_file() == SettingsStatus::missing) return false;
-    init_model_defaults();
+    if (read_setting_file("setting\\setting.txt", shown_.store.settings, console_) == SettingsStatus::missing)
+        return false;
+    std::error_code ignored;  // a run that finds no folder says so
+    std::filesystem::create_directories(log_folder_, ignored);
+    console_.print("KESTRALUM %s\n", program_version);
     return true;
 }
 
@@ -75,8 +74,8 @@ void GLWidget::initializeGL() {
     shown_.camera.turn = view::identity();
     state().mouse_mode = view::MouseMode::translation;
     shown_.reset_light();
-    shown_.model_changed();
-    console::print("max_length = %.3e\n", model_store().mesh.max_length);
+    shown_.show(shown_.store.model, nullptr);
+    console_.print("max_length = %.3e\n", shown_.mesh().max_length);
     // not from within the set-up of the context: what follows opens boxes and models
     QMetaObject::invokeMethod(this, begun ? &GLWidget::started : &GLWidget::settings_missing,
                               Qt::QueuedConnection);
@@ -89,9 +88,8 @@ void GLWidget::resizeGL(int width, int height) {
 
 // A frame per repaint; a mode swings by the timer, so that turning the model does not speed it up.
 void GLWidget::step_animation() {
-    const ModelStore& store = model_store();
     const int phase = state().phase;
-    view::advance(state(), store.ana_type, store.results.mode_num());
+    view::advance(state(), shown_.ana_type(), shown_.mode_num());
     if (!tick_) state().phase = phase;
     tick_ = false;
 }
@@ -113,17 +111,7 @@ void GLWidget::draw_scene() {
 }
 
 void GLWidget::paintGL() {
-    if (hold_) {
-        QPainter(this).drawImage(rect(), held_);
-        return;
-    }
     if (!grabbing_) {
-        if (step_ && !stepping_) {
-            stepping_ = true;
-            const auto step = step_;  // it may take itself away
-            step();
-            stepping_ = false;
-        }
         step_animation();
         drawing_.start();
     }
@@ -143,13 +131,6 @@ QImage GLWidget::render_picture(const QSize& size, QString& error) {
     QImage image = render_image(shown_, size, false, error);
     doneCurrent();
     return image;
-}
-
-void GLWidget::hold_picture(bool on) {
-    if (on == hold_) return;
-    if (on) held_ = grab_picture();
-    hold_ = on;
-    if (!on) held_ = {};
 }
 
 void GLWidget::fit_view() {
@@ -183,7 +164,6 @@ void GLWidget::mouseMoveEvent(QMouseEvent* event) {
     auto move = [&](view::MouseButton button) {
         view::mouse_move(shown_.camera, shown_.box(), button, state().mouse_mode, at.x(), at.y());
     };
-    if (hold_) return;
     if (event->buttons() & Qt::LeftButton)
         move(view::MouseButton::left);
     else if (event->buttons() & Qt::RightButton)
@@ -196,14 +176,13 @@ void GLWidget::mouseMoveEvent(QMouseEvent* event) {
 void GLWidget::mouseReleaseEvent(QMouseEvent* event) {
     const QPoint at = pixel(event->position());
     view::mouse_press(shown_.camera, at.x(), at.y());
-    if (!click_ || hold_ || event->button() != Qt::LeftButton) return;
+    if (!click_ || event->button() != Qt::LeftButton) return;
     click_ = false;
     emit picked(QString::fromStdString(shown_.pick(at.x() + 0.5, at.y() + 0.5)));
     update();
 }
 
 void GLWidget::wheelEvent(QWheelEvent* event) {
-    if (hold_) return;
     const QPoint at = pixel(event->position());
     view::zoom_at(shown_.camera, shown_.box(), event->angleDelta().y() / 120.0, at.x(), at.y());
     update();

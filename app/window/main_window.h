@@ -1,5 +1,5 @@
-// The window: menus, controls and the view. Slots set a field of the display state or run a command;
-// the view repaints by its timer.
+// The window: menus, controls and the view. Slots set a field of the display state or start a job of the
+// worker; the view repaints by its timer meanwhile and shows what a job has made once that is whole.
 #pragma once
 
 #include <QMainWindow>
@@ -7,39 +7,43 @@
 #include <array>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 
-#include "app/run_process.h"
 #include "app/window/gl_widget.h"
-#include "model/run_report.h"
+#include "app/window/worker.h"
 
 class QDoubleSpinBox;
-class QLabel;
 class QSpinBox;
 class QVBoxLayout;
 
 namespace kestralum {
 
+class LiveRun;
 class PixmapWindow;
 struct AnalysisEntry;
-struct Heard;
+struct StoredRun;
 
 class MainWindow : public QMainWindow {
     Q_OBJECT
 
 public:
-    MainWindow();
+    // `quiet`: without the progress and echo lines on the console.
+    explicit MainWindow(const std::string& log_folder = "log", bool quiet = false);
     ~MainWindow() override;
 
     GLWidget* view() { return view_; }
+    const ModelStore& store() { return view_->shown().store; }
+    Worker& worker() { return *worker_; }
 
-    // Reads a model and its control file; with an error the former model stays, and a box tells why.
-    // `fresh`: turned and fitted as a new picture, not only updated.
-    bool open_model(const QString& name, bool fresh = true);
-    // A file with results; the same goes for errors.
-    bool open_results(const QString& name);
-    bool open_displacements(const QString& name);
+    // Begins to read a model and its control file. With an error the former model stays, and a box gives the
+    // reason.
+    void open_model(const QString& name);
+    // The same for a file with results.
+    void open_results(const QString& name);
+    void open_displacements(const QString& name);
 
-    // Opened once the store stands.
+    // Opened once the settings are read.
     void open_at_start(const QString& name) { at_start_ = name; }
 
 public slots:
@@ -99,32 +103,61 @@ private:
     void show_frame_in_controls();
     void show_light_in_controls();
 
-    Heard work(const QString& title, const std::function<void()>& what);
-    bool open_frames(const QString& name, const QString& what, bool (*read)());
-    // `select`: what the choice of the analysis sets in the display state
-    void run_analysis(
-        const char* menu_text, const std::function<void()>& select = [] {});
-    RunReport run_on_store(const AnalysisEntry& entry, Heard& heard);
-    void show_run(const RunReport& report, const QString& title, const Heard& heard);
-    void show_outcome(const RunReport& report, const QString& title, const Heard& heard);
-    void step_real_time();
-    void end_real_time();
-    void show_results_read(const QString& name);
+    // Does `action` now or, while a job is under way, what the user chooses: after its end, after stopping
+    // it, or not at all. `what` names the action.
+    void after_run(const QString& what, std::function<void()> action);
+    void go_on();
+
+    // main_window_files.cpp
+    struct Reading;
+    void look_into(const QString& name);
+    void read_model(const QString& name, std::shared_ptr<const Model> base, bool fresh);
+    void take_model(Reading& reading, const Heard& heard, bool fresh);
+    void open_frames(const QString& name, const QString& what,
+                     std::function<std::optional<StoredRun>(const Model* own, Progress&)> read);
+    void take_frames(StoredRun& stored, const QString& name);
+
+    // main_window_runs.cpp
+    void run_analysis(const char* menu_text);
+    void prepare_run(const AnalysisEntry& entry, std::function<void()> start);
+    void check_budget(const AnalysisEntry& entry, std::function<void()> start);
+    void start_run(const AnalysisEntry& entry);
+    void start_live_run();
+    void show_live_start(std::shared_ptr<Run> run);
+    void show_live_frame(std::shared_ptr<const Frame> frame);
+    void end_live_run(const Run* run, const Heard& heard);
+    void show_outcome(const Run& run, const QString& title, const Heard& heard);
+    RunOptions run_options() const;
+
     void show_pixmap(const QImage& image);
-    bool busy() const { return busy_; }
     void say(const QString& text);
+
+    const std::string log_folder_;
+    WindowProgress console_;  // what the window itself prints
+    std::unique_ptr<Worker> worker_;
+    std::function<void()> after_;  // done once the worker is idle
 
     GLWidget* view_ = nullptr;
     std::array<QAction*, 16> view_actions_{};
     std::array<QAction*, 18> contour_actions_{};
     QAction* plastic_ = nullptr;
+    QAction* remove_factor_ = nullptr;
     std::array<QDoubleSpinBox*, 3> light_boxes_{};
     QSpinBox* frame_box_ = nullptr;
     QSpinBox* mode_box_ = nullptr;
     QPointer<PixmapWindow> pixmap_;
-    QString at_start_;
-    std::unique_ptr<LogLock> log_lock_;  // of a real-time run
-    bool busy_ = false;
+    QString at_start_, folder_;  // of the file dialogs
+
+    QStringList control_errors_;  // of the model's control file: no analysis starts
+    struct Budget {
+        std::weak_ptr<const Model> model;
+        double factor_megabytes = 0;
+    } budget_;  // of the model last looked at
+
+    // of an explicit run that goes on while it is drawn
+    std::shared_ptr<LiveRun> live_;
+    std::shared_ptr<Run> live_frames_;  // store().run while it goes on
+    bool live_frame_new_ = false;       // the last of them is not on the screen yet
 };
 
 }  // namespace kestralum

@@ -11,7 +11,6 @@
 #include <QVBoxLayout>
 
 #include "app/window/main_window.h"
-#include "model/model_store.h"
 #include "view/contour.h"
 
 namespace kestralum {
@@ -51,6 +50,10 @@ void MainWindow::make_menus() {
     analysis->addAction(add_action("&Explicit(Real Time)", "", &MainWindow::slotsExecExplicitStep));
     analysis->addAction(
         add_action("&Nonlinear Static", "NonlinearStatic", &MainWindow::slotsExecNonlinearStatic));
+    analysis->addSeparator();
+    remove_factor_ = analysis->addAction("Remove &Factor Files");
+    remove_factor_->setStatusTip("Remove the files of the factor from the log folder after each run");
+    remove_factor_->setCheckable(true);
 
     menuBar()->addMenu("&Result")->addAction(
         add_action("&Start Animation", "", &MainWindow::start_animation));
@@ -133,7 +136,7 @@ void MainWindow::make_controls(QVBoxLayout* column) {
     mode_box_ = integer_control(column, "Mode No.:", &MainWindow::slotsModeNumberChanged);
     decimal_control(column, "Mode Scale:", {0.1, 10, 0.1, 1}, &MainWindow::slotsModeScaleChanged);
     decimal_control(column, "Model Trans.:", {0.01, 1, 0.01, 1}, &MainWindow::slotsTransChanged);
-    const std::array<double, 4> light{-10, 10, 0.01, model_store().mesh.max_length};
+    const std::array<double, 4> light{-10, 10, 0.01, view_->shown().mesh().max_length};
     light_boxes_ = {decimal_control(column, "LightX", light, &MainWindow::slotsMainLightPosXChanged),
                     decimal_control(column, "LightY", light, &MainWindow::slotsMainLightPosYChanged),
                     decimal_control(column, "LightZ", light, &MainWindow::slotsMainLightPosZChanged)};

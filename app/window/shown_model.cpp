@@ -2,9 +2,8 @@
 
 #include <utility>
 
-#include "conditions/constraints.h"
 #include "conditions/rigid_bodies.h"
-#include "model/topology.h"
+#include "model/selection.h"
 
 namespace kestralum {
 
@@ -34,6 +33,7 @@ void ShownModel::show(std::shared_ptr<const Model> model, std::shared_ptr<const 
         fixed_nodes_.insert(fixed_nodes_.end(), nodes.begin(), nodes.end());
     }
     rigid_holds_ = find_rigid_holds(*store.model, mesh());
+    force_node_ = store.run ? store.run->force_node : resolve_force_points(mesh(), store.model->forces);
     state.result_ready = mode_num() > 0;
     drawing.set_pick({});
     drawing.mesh_changed();
@@ -45,22 +45,7 @@ void ShownModel::reset_light() {
 }
 
 view::SceneTables ShownModel::tables() const {
-    const ModelStore& store = model_store();
-    return {.mesh = store.mesh,
-            .results = store.results,
-            .control = store.control,
-            .ana_type = store.ana_type,
-            .parts = store.parts,
-            .parts_o = store.parts_o,
-            .forces = store.forces,
-            .rigid_elements = store.rigid_elements,
-            .rigid_forces = store.rigid_forces,
-            .rigid_combines = store.rigid_combines,
-            .rigid_holds = rigid_holds_,
-            .walls = store.explicit_tables.walls,
-            .contacts = store.explicit_tables.contacts,
-            .parameters = store.parameters,
-            .fixed_nodes = fixed_nodes_};
+    return {*store.model, store.run.get(), force_node_, fixed_nodes_, rigid_holds_};
 }
 
 view::Scene ShownModel::box() const {
@@ -70,7 +55,7 @@ view::Scene ShownModel::box() const {
 void ShownModel::fit(const view::gl::TextPainter& texts) {
     drawing.update(tables(), state);
     view::Margins margins;
-    const auto bar = view::gl::shown_bar(drawing.picture(), state, tables().ana_type);
+    const auto bar = view::gl::shown_bar(drawing.picture(), state, ana_type());
     margins.right = view::gl::bar_width(bar, camera, texts);
     if (state.result_ready && state.shows(view::ViewFlag::text))
         margins.bottom = 2.6 * texts.height(view::gl::TextSize::large);
@@ -88,7 +73,7 @@ std::string ShownModel::pick(double x, double y) {
                                        view::pixel_slack(camera, 5));
     drawing.set_pick(found);
     if (!found) return "";
-    return view::status_text(*found, shown.mesh, picture.vector(), picture.values(), state.shown_contour());
+    return view::status_text(*found, mesh(), picture.vector(), picture.values(), state.shown_contour());
 }
 
 }  // namespace kestralum

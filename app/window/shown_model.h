@@ -42,6 +42,7 @@ public:
     std::string pick(double x, double y);
 
 private:
+    std::vector<std::int32_t> force_node_;   // per force: its node of mesh(), 1-based, 0 for none
     std::vector<std::int32_t> fixed_nodes_;  // of mesh(), 0-based
     std::vector<view::RigidHold> rigid_holds_;
 };

@@ -1,0 +1,47 @@
+// An explicit analysis that goes on while the view draws it: one output interval for each repaint.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+#include "model/model.h"
+#include "model/progress.h"
+#include "model/run.h"
+
+namespace kestralum {
+
+// work() belongs to the worker's thread, repainted() to the window's.
+class LiveRun {
+public:
+    // Called on the worker's thread.
+    struct Shows {
+        std::function<void(std::shared_ptr<Run>)> start;  // the set-up stands: a copy, with frame 1
+        std::function<void(std::shared_ptr<const Frame>)> interval;  // one frame more
+    };
+
+    LiveRun(std::shared_ptr<const Model> model, const Settings& settings, const RunOptions& options)
+        : model_(std::move(model)), settings_(settings), options_(options) {}
+
+    // From the set-up to the files of the end, which hold what was reached when the run was stopped. The
+    // whole run with its report; without frames where it was not started.
+    Run work(const Shows& shows, Progress& progress);
+
+    // The frame shown last is on the screen: the next interval may be computed.
+    void repainted();
+
+private:
+    void wait_for_repaint(const Progress& progress);  // and the end of the pause, or a cancel
+
+    const std::shared_ptr<const Model> model_;
+    const Settings settings_;
+    const RunOptions options_;
+    std::chrono::steady_clock::time_point next_{};  // not before this: the pause after an interval
+    std::mutex lock_;
+    std::condition_variable painted_;
+    bool on_screen_ = false;
+};
+
+}  // namespace kestralum

@@ -1,0 +1,192 @@
+// Models, results and displacements: read by the worker, shown once they are whole.
+#include <QFileInfo>
+#include <QStatusBar>
+#include <utility>
+
+#include "app/window/dialogs.h"
+#include "app/window/kept_tables.h"
+#include "app/window/main_window.h"
+#include "input/analysis_info_reader.h"
+#include "input/model_reader.h"
+#include "results/result_file.h"
+
+namespace kestralum {
+
+namespace {
+
+QString file_of(const QString& name) {
+    return QFileInfo(name).fileName();
+}
+
+QString counts_of(const Model& model) {
+    return QString("%1 nodes, %2 elements").arg(model.mesh.node_num()).arg(model.mesh.element_num());
+}
+
+}  // namespace
+
+struct MainWindow::Reading {
+    std::shared_ptr<Model> model;
+    ModelReadReport report;
+    AnalysisInfoReport control;
+
+    // Where files ended before their end, a line each.
+    QStringList unread() const {
+        QStringList lines;
+        const auto add = [&](const char* what, const auto& r) {
+            if (!r.ended_at_end)
+                lines << QString(
+                             "The %1 was read up to token %2 '%3', which is no keyword: what follows was not "
+                             "read.")
+                             .arg(what)
+                             .arg(r.end_token_number)
+                             .arg(QString::fromStdString(r.end_token));
+        };
+        add("model file", report);
+        if (control.status == AnalysisInfoStatus::read) add("control file", control);
+        return lines;
+    }
+};
+
+void MainWindow::open_model(const QString& name) {
+    after_run("Opening " + file_of(name), [this, name] { look_into(name); });
+}
+
+// Another model may leave tables of the former one in force; the user says whether it shall.
+void MainWindow::look_into(const QString& name) {
+    const std::shared_ptr<const Model> former = store().model;
+    const auto start = std::make_shared<const Model>(placeholder_model());
+    if (former->source == ModelSource::start_up) return read_model(name, start, true);
+    const std::string file = name.toStdString();
+    if (same_file(file, former->model_file_name)) return read_model(name, former, true);
+    auto kept = std::make_shared<QStringList>();
+    worker_->start(
+        "Reading " + file_of(name),
+        [kept, former, file](Progress& progress) {
+            for (const std::string& table : kept_tables(*former, file, progress))
+                *kept << QString::fromStdString(table);
+        },
+        [this, kept, former, start, name](const Heard& heard) {
+            if (heard.stopped) return say("Reading " + file_of(name) + " was stopped");
+            enum Answer { start_up, keep };
+            const bool keeps =
+                !kept->empty() &&
+                ask(this, file_of(name) + " does not have everything that the model before had.",
+                    "Missing: " + kept->join(", ") + ".\nUse the start-up values, or keep those of " +
+                        file_of(QString::fromStdString(former->model_file_name)) + "?",
+                    {"Start-up values", "Keep"}, start_up, start_up) == keep;
+            read_model(name, keeps ? former : start, true);
+        });
+}
+
+// `base`: the tables that the file leaves out. `fresh`: turned and fitted as a new picture, not only updated.
+void MainWindow::read_model(const QString& name, std::shared_ptr<const Model> base, bool fresh) {
+    auto reading = std::make_shared<Reading>();
+    worker_->start(
+        "Reading " + file_of(name),
+        [reading, base = std::move(base), file = name.toStdString()](Progress& progress) {
+            reading->model = std::make_shared<Model>(*base);
+            reading->model->model_file_name = file;
+            reading->report = read_input_file(*reading->model, {}, progress);
+            if (reading->report.ok) reading->control = read_analysis_info_file(*reading->model, progress);
+        },
+        [this, reading, fresh](const Heard& heard) { take_model(*reading, heard, fresh); });
+}
+
+void MainWindow::take_model(Reading& reading, const Heard& heard, bool fresh) {
+    const QString file = file_of(QString::fromStdString(reading.model->model_file_name));
+    if (heard.stopped) return say("Reading " + file + " was stopped");
+    if (!reading.report.ok) return show_errors(this, "The model was not read", heard.errors);
+    control_errors_ = reading.control.status == AnalysisInfoStatus::wrong ? heard.errors : QStringList{};
+    view::DisplayState& state = view_->state();
+    state.animation_running = false;
+    state.phase = 0;
+    view_->shown().show(reading.model, nullptr);
+    set_frame(1);
+    view_->shown().reset_light();
+    show_light_in_controls();
+    if (fresh) view_->look_from(view::ViewDirection::isometric);
+    view_->update();
+    setWindowTitle("KESTRALUM - " + file);
+    say((QStringList{file + ": " + counts_of(*reading.model)} + heard.notices).join("   "));
+    if (!control_errors_.isEmpty())
+        show_errors(this, "The control file is not used; no analysis starts before it is mended",
+                    control_errors_);
+    if (const QStringList unread = reading.unread(); !unread.isEmpty())
+        show_notices(this, file + " was not read to its end", unread);
+}
+
+void MainWindow::updateModel() {
+    const QString name = QString::fromStdString(store().model->model_file_name);
+    after_run("Updating the model", [this, name] { read_model(name, store().model, false); });
+}
+
+void MainWindow::showInputFileDialog() {
+    const QString name = ask_for_file(this, text_files, folder_);
+    if (name.isEmpty()) return;
+    console_.print("filename=%s\n", name.toStdString().c_str());
+    open_model(name);
+}
+
+void MainWindow::open_frames(const QString& name, const QString& what,
+                             std::function<std::optional<StoredRun>(const Model* own, Progress&)> read) {
+    after_run("Opening " + file_of(name), [this, name, what, read = std::move(read)] {
+        auto stored = std::make_shared<std::optional<StoredRun>>();
+        worker_->start(
+            "Reading " + file_of(name),
+            [stored, read, own = store().model](Progress& progress) { *stored = read(own.get(), progress); },
+            [this, stored, name, what](const Heard& heard) {
+                if (*stored) return take_frames(**stored, name);
+                if (heard.stopped) return say("Reading " + file_of(name) + " was stopped");
+                show_errors(this, "The " + what + " were not read", heard.errors);
+            });
+    });
+}
+
+void MainWindow::take_frames(StoredRun& stored, const QString& name) {
+    // "Update Model" reads the model's file again, whatever was looked at meanwhile
+    stored.model.model_file_name = store().model->model_file_name;
+    if (stored.model.source != ModelSource::model_file) control_errors_.clear();
+    view::DisplayState& state = view_->state();
+    state.animation_running = false;
+    state.phase = 0;
+    view_->shown().show(std::make_shared<const Model>(std::move(stored.model)),
+                        std::make_shared<const Run>(std::move(stored.run)));
+    set_frame(1);
+    view_->shown().reset_light();
+    show_light_in_controls();
+    view_->look_from(view::ViewDirection::isometric);
+    setWindowTitle("KESTRALUM - " + file_of(name));
+    const int frames = view_->shown().mode_num();
+    say(QString("%1: %2 frame%3").arg(file_of(name)).arg(frames).arg(frames == 1 ? "" : "s"));
+}
+
+void MainWindow::open_results(const QString& name) {
+    open_frames(name, "results",
+                [file = name.toStdString(), folder = log_folder_](const Model*, Progress& progress) {
+                    return read_result_file(file, folder, progress);
+                });
+}
+
+void MainWindow::open_displacements(const QString& name) {
+    open_frames(name, "displacements",
+                [file = name.toStdString(), folder = log_folder_](const Model* own, Progress& progress) {
+                    return read_displacement_file(file, folder, own, progress);
+                });
+}
+
+void MainWindow::showResultFileDialog() {
+    const QString name = ask_for_file(this, text_files, folder_);
+    if (!name.isEmpty()) open_results(name);
+}
+
+void MainWindow::showDispFileDialog() {
+    const QString name = ask_for_file(this, text_files, folder_);
+    if (!name.isEmpty()) open_displacements(name);
+}
+
+void MainWindow::showMovFileDialog() {
+    const QString name = ask_for_file(this, movie_files, folder_);
+    if (!name.isEmpty()) say("Movie files cannot be shown: " + name);
+}
+
+}  // namespace kestralum
