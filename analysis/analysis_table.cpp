@@ -9,11 +9,11 @@ namespace kestralum {
 
 std::span<const AnalysisEntry> analysis_table() {
     static constexpr AnalysisEntry table[] = {
-        {"static", "&Static", AnalysisType::linear_static, exec_static},
-        {"eigen-subspace", "&Eigen(Subspace)", AnalysisType::eigen, exec_eigen_subspace},
-        {"eigen-lanczos", "&Eigen(Lanczos)", AnalysisType::eigen, exec_eigen_lanczos},
-        {"nonlinear", "&Nonlinear Static", AnalysisType::nonlinear_static, exec_nonlinear},
-        {"explicit", "&Explicit", AnalysisType::explicit_dynamics, exec_explicit},
+        {"static", "&Static", AnalysisType::linear_static, analyse_static},
+        {"eigen-subspace", "&Eigen(Subspace)", AnalysisType::eigen, analyse_eigen_subspace},
+        {"eigen-lanczos", "&Eigen(Lanczos)", AnalysisType::eigen, analyse_eigen_lanczos},
+        {"nonlinear", "&Nonlinear Static", AnalysisType::nonlinear_static, analyse_nonlinear},
+        {"explicit", "&Explicit", AnalysisType::explicit_dynamics, analyse_explicit},
     };
     return table;
 }

@@ -26,6 +26,7 @@ void update_extent(Mesh& mesh) {
 std::vector<std::int32_t> resolve_force_points(const Mesh& mesh, std::span<const AppliedForce> forces) {
     constexpr double tolerance = 1e-7;  // m
     std::vector<std::int32_t> found(forces.size(), 0), by_x;
+    std::vector<char> in_element;
     const auto x_of = [&](std::int32_t n) { return mesh.node(n)[0]; };
     for (std::size_t f = 0; f < forces.size(); ++f) {
         const AppliedForce& force = forces[f];
@@ -35,6 +36,8 @@ std::vector<std::int32_t> resolve_force_points(const Mesh& mesh, std::span<const
             std::iota(by_x.begin(), by_x.end(), 0);
             std::sort(by_x.begin(), by_x.end(),
                       [&](std::int32_t a, std::int32_t b) { return x_of(a) < x_of(b); });
+            in_element.resize(mesh.node_num());
+            for (std::int32_t node : mesh.connectivity) in_element[node - 1] = 1;
         }
         auto at = std::lower_bound(by_x.begin(), by_x.end(), force.point[0] - 2 * tolerance,
                                    [&](std::int32_t n, double value) { return x_of(n) < value; });
@@ -43,7 +46,11 @@ std::vector<std::int32_t> resolve_force_points(const Mesh& mesh, std::span<const
             const bool here = std::abs(p[0] - force.point[0]) < tolerance &&
                               std::abs(p[1] - force.point[1]) < tolerance &&
                               std::abs(p[2] - force.point[2]) < tolerance;
-            if (here && (found[f] == 0 || *at + 1 < found[f])) found[f] = *at + 1;
+            if (!here) continue;
+            const std::int32_t best = found[f] - 1;
+            const bool better = best < 0 || in_element[*at] > in_element[best] ||
+                                (in_element[*at] == in_element[best] && *at < best);
+            if (better) found[f] = *at + 1;
         }
     }
     return found;

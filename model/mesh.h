@@ -43,7 +43,8 @@ struct Mesh {
 void update_extent(Mesh& mesh);
 
 // Per record the 1-based node of a node force: the first node, in node order, whose x, y and z each differ
-// from the point by less than 1e-7 m; 0 where there is none and for area forces.
+// from the point by less than 1e-7 m, a node of an element before one of a facet only; 0 where there is none
+// and for area forces.
 std::vector<std::int32_t> resolve_force_points(const Mesh& mesh, std::span<const AppliedForce> forces);
 
 // Unit outward normals averaged over the free faces at each node, weighted by area; 0 inside.

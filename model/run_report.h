@@ -102,8 +102,9 @@ struct RunReport {
     ExplicitReport dynamics;
     NonlinearReport nonlinear;
 
+    bool kept = false;     // the run's frames are whole results: they may be shown
     bool written = false;  // the result file holds this run's results
-    bool has_results() const { return largest_displacement.node > 0 || !modes.empty(); }
+    bool has_results() const { return kept; }
 
     RunReport& fail(RunStatus why, std::string text) {
         status = why;

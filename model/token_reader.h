@@ -16,10 +16,12 @@ std::optional<std::int64_t> parse_int64(std::string_view token);
 
 class TokenReader {
 public:
-    // `text` must outlive the reader. `skip_comment_lines`: lines whose first non-blank
-    // character is '#' hold no tokens.
+    // `text` must outlive the reader; a byte-order mark at its beginning is passed over.
+    // `skip_comment_lines`: lines whose first non-blank character is '#' hold no tokens.
     explicit TokenReader(std::string_view text, bool skip_comment_lines = false)
-        : text_(text), skip_comments_(skip_comment_lines) {}
+        : text_(text),
+          position_(text.starts_with("\xef\xbb\xbf") ? 3 : 0),
+          skip_comments_(skip_comment_lines) {}
 
     // Next token; empty at the end of the text.
     std::string_view next();
@@ -46,7 +48,7 @@ private:
     void skip_blank();
     std::string_view text_;
     std::string_view last_;
-    std::size_t position_ = 0;
+    std::size_t position_;
     std::int64_t number_ = 0;
     bool skip_comments_ = false;
     bool line_start_ = true;

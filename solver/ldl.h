@@ -64,6 +64,7 @@ public:
     bool solve_wt(std::span<double> x, std::int32_t k = 1);
 
     const Profile& profile() const { return profile_; }
+    const FactorOptions& options() const { return options_; }
     const Divisions& divisions() const { return divisions_; }
     const std::vector<double>& D() const { return D_; }
     std::int64_t negative_pivots() const { return negative_pivots_; }

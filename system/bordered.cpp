@@ -130,10 +130,10 @@ void multiply_border(const Border& border, std::span<const double> fr, std::span
                 y.data() + nf, n);
 }
 
-bool BorderedFactor::factor(Job& job, const SparseKM& km, std::span<const double> values,
+bool BorderedFactor::factor(Job& job, Progress& progress, const SparseKM& km, std::span<const double> values,
                             std::span<const double> fr, std::span<const double> rr) {
     const std::size_t n = nr_;
-    if (free_ && !run_factorization(job, km, values, *free_)) return false;
+    if (free_ && !run_factorization(job, progress, km, values, *free_)) return false;
     if (nr_ == 0) return true;
     S_.assign(rr.begin(), rr.end());
     if (nf_ > 0) {

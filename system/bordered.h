@@ -49,8 +49,9 @@ public:
 
     // Factors with the lines of run_factorization(); false with its status. fr, rr as in Border; rr need not
     // be symmetric.
-    bool factor(Job& job, const SparseKM& km, std::span<const double> values, std::span<const double> fr,
-                std::span<const double> rr);
+    // Lines go to `progress`.
+    bool factor(Job& job, Progress& progress, const SparseKM& km, std::span<const double> values,
+                std::span<const double> fr, std::span<const double> rr);
 
     // Solves in place, x: (nf + nr) × k, column after column. False with status failed or cancelled.
     bool solve(Job& job, std::span<double> x, std::int32_t k = 1);

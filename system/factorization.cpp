@@ -40,9 +40,10 @@ std::unique_ptr<SkylineFactor> plan_factor(Job& job, const SparseKM& km, std::in
                                                          .keep_in_memory = keep});
 }
 
-bool run_factorization(Job& job, const SparseKM& km, std::span<const double> values, SkylineFactor& factor) {
-    job.progress.print("LU K_sparse\n");
-    switch (factor.factor_ldl(km, values, job.progress)) {
+bool run_factorization(Job& job, Progress& progress, const SparseKM& km, std::span<const double> values,
+                       SkylineFactor& factor) {
+    progress.print("LU K_sparse\n");
+    switch (factor.factor_ldl(km, values, progress)) {
         case FactorStatus::ok:
             break;
         case FactorStatus::cancelled:
@@ -50,7 +51,7 @@ bool run_factorization(Job& job, const SparseKM& km, std::span<const double> val
         default:
             return job.fail(RunStatus::failed, "the factorization cannot go on: " + factor.error());
     }
-    job.progress.print("LU K_sparse complete\n");
+    progress.print("LU K_sparse complete\n");
     job.report().negative_pivots = factor.negative_pivots();
     return true;
 }

@@ -20,8 +20,9 @@ struct FactorNeeds {
 std::unique_ptr<SkylineFactor> plan_factor(Job& job, const SparseKM& km, std::int32_t diag_num,
                                            const FactorNeeds& needs = {});
 
-// Factors K ("LU K_sparse" lines); false with status failed or cancelled.
-bool run_factorization(Job& job, const SparseKM& km, std::span<const double> values, SkylineFactor& factor);
+// Factors K ("LU K_sparse" lines, to `progress`); false with status failed or cancelled.
+bool run_factorization(Job& job, Progress& progress, const SparseKM& km, std::span<const double> values,
+                       SkylineFactor& factor);
 
 // The first free degree of freedom whose pivot is below 1e-10 of its diagonal: a body or mechanism
 // that the supports do not hold. -1 when there is none.

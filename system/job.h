@@ -9,6 +9,10 @@
 
 namespace kestralum {
 
+// Begins the record of what a run is made from.
+void begin_run(Run& run, const Model& model, const Settings& settings, const RunOptions& options,
+               AnalysisType type, const char* batch_word);
+
 struct Job {
     const Model& model;
     const Settings& settings;

@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "model/model_store.h"
+#include "model/model.h"
+#include "model/progress.h"
 #include "model/remarks.h"
 #include "model/settings.h"
 
@@ -45,7 +46,7 @@ struct ModelCheck {
     Remarks remarks;  // notices: supports and loads that select nothing, loose bodies, bad elements
 };
 
-// Works on copies; the store is not changed. Prints nothing.
-ModelCheck check_model(const ModelStore& store, const Settings& settings);
+// Prints nothing; a cancel of `progress` ends it early with what is known.
+ModelCheck check_model(const Model& model, const Settings& settings, const Progress& progress);
 
 }  // namespace kestralum

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <limits>
 
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum {
 
@@ -27,21 +27,18 @@ double FixedRandom::next() {  // splitmix64 (Steele, Lea and Flood, 2014)
 double EigenProblem::diagonal(std::int32_t i, const std::vector<double>& values,
                               const std::vector<double>& rr) const {
     if (i < km_.rows()) return values[km_.diag_pos[i]];
-    return rr[static_cast<std::size_t>(i - km_.rows()) * static_cast<std::size_t>(border_.nr + 1)];
+    return rr[std::size_t(i - km_.rows()) * (border_.nr + 1)];
 }
 
-EigenProblem::EigenProblem(const SparseKM& km, const Border& border, std::unique_ptr<BorderedFactor> factor,
-                           int threads, RunReport& report)
-    : km_(km), border_(border), factor_(std::move(factor)), threads_(threads), report_(report) {
+EigenProblem::EigenProblem(Job& job, const AssembledSystem& system, std::unique_ptr<BorderedFactor> factor)
+    : job_(job), km_(system.km), border_(system.border), factor_(std::move(factor)) {
     mass_.row_start.push_back(0);
     double stiffest = 0;
-    for (std::int32_t r = 0; r < km.rows(); ++r) {
-        const std::size_t row = r;
-        for (std::int64_t k = km.row_start[row]; k < km.row_start[row] + km.row_count[row]; ++k) {
-            const std::size_t at = k;
-            if (km.M_value[at] == 0) continue;
-            mass_.col_index.push_back(km.col_index[at]);
-            mass_.value.push_back(km.M_value[at]);
+    for (std::int32_t row = 0; row < km_.rows(); ++row) {
+        for (std::int64_t k = km_.row_start[row]; k < km_.row_start[row] + km_.row_count[row]; ++k) {
+            if (km_.M_value[k] == 0) continue;
+            mass_.col_index.push_back(km_.col_index[k]);
+            mass_.value.push_back(km_.M_value[k]);
         }
         mass_.row_start.push_back(static_cast<std::int64_t>(mass_.value.size()));
     }
@@ -61,7 +58,7 @@ bool EigenProblem::pivots_sound() const {
     return true;
 }
 
-bool EigenProblem::factor_shifted(double sigma) {
+bool EigenProblem::factor_shifted(double sigma, Progress& lines) {
     sigma_ = sigma;
     shifted_.resize(km_.K_value.size());
     for (std::size_t k = 0; k < shifted_.size(); ++k) shifted_[k] = km_.K_value[k] - sigma * km_.M_value[k];
@@ -72,79 +69,84 @@ bool EigenProblem::factor_shifted(double sigma) {
     };
     shift_part(border_.K_fr, border_.M_fr, shifted_fr_);
     shift_part(border_.K_rr, border_.M_rr, shifted_rr_);
-    report_.clock.begin("factor");
-    ++report_.factorizations;
-    return factor_->factor(km_, shifted_, shifted_fr_, shifted_rr_, report_);
+    job_.clock.begin("factor");
+    ++report().factorizations;
+    return factor_->factor(job_, lines, km_, shifted_, shifted_fr_, shifted_rr_);
 }
 
-bool EigenProblem::shift(double sigma, bool say_frequency) {
+bool EigenProblem::shift(double sigma, bool with_frequency) {
     double tenth_of_a_hertz = lambda_of(0.1);
     for (int attempt = 0; attempt < 12; ++attempt) {
-        console::print("Shift K sparse\n");
-        if (say_frequency)
-            console::print("  Shift frequency=%e[Hz]\n", std::sqrt(std::max(sigma, 0.0)) * 0.5 / eigen_pi);
-        console::print("Shift K sparse complete\n");
-        if (!factor_shifted(sigma)) return false;
-        report_.clock.begin("iterate");
+        progress().print("Shift K sparse\n");
+        if (with_frequency)
+            progress().print("  Shift frequency=%e[Hz]\n", std::sqrt(std::max(sigma, 0.0)) * 0.5 / eigen_pi);
+        progress().print("Shift K sparse complete\n");
+        if (!factor_shifted(sigma, progress())) return false;
+        job_.clock.begin("iterate");
         if (pivots_sound()) return true;
-        if (say_frequency && attempt < 2) {
+        if (with_frequency && attempt < 2) {
             sigma = sigma * 1.001 + tenth_of_a_hertz * 1e-6;
         } else {
-            tenth_of_a_hertz *= attempt == 2 && say_frequency ? 1 : 100;
+            tenth_of_a_hertz *= attempt == 2 && with_frequency ? 1 : 100;
             sigma = tenth_of_a_hertz;
         }
-        const std::string line = console::format(
-            "a pivot of the shifted matrix is nothing but rounding: the shift is moved to %.6g Hz",
-            frequency_of(sigma));
-        console::notice("%s", line.c_str());
-        report_.remarks.notices.push_back(line);
+        const std::string line =
+            formatted("a pivot of the shifted matrix is nothing but rounding: the shift is moved to %.6g Hz",
+                      frequency_of(sigma));
+        progress().notice("%s", line.c_str());
+        job_.note(line);
     }
-    report_.fail(RunStatus::failed, "no shift makes the matrix of the eigenproblem sound");
-    return false;
+    return job_.fail(RunStatus::failed, "no shift makes the matrix of the eigenproblem sound");
 }
 
 bool EigenProblem::start_vector_through_w(std::vector<double>& start) {
-    report_.clock.begin("factor");
-    ++report_.factorizations;
-    console::print("LU M_sparse\n");
+    job_.clock.begin("factor");
+    ++report().factorizations;
+    progress().print("LU M_sparse\n");
     // the bodies' part of the vector goes through the diagonal alone: it only has to reach every mode
     start.assign(n(), 1 / std::sqrt(static_cast<double>(n())));
     for (std::int32_t i = km_.rows(); i < n(); ++i) start[i] /= std::sqrt(diagonal_m(i));
     if (!factor_->free()) {
-        console::print("LU M_sparse complete\n");
+        progress().print("LU M_sparse complete\n");
         return true;
     }
-    SkylineFactor W(factor_->free()->profile(), factor_->free()->divisions(),
-                    {.threads = threads_, .file_stem = "Wtemp"});
-    if (W.factor_ww(km_, km_.M_value) != FactorStatus::ok) {
-        report_.fail(RunStatus::failed, "the factorization of [M] cannot go on: " + W.error());
-        return false;
-    }
-    console::print("LU M_sparse complete\n");
-    console::print("s_L:%lld\n", static_cast<long long>(W.profile().Ls_num));
-    report_.clock.begin("iterate");
-    if (W.solve_wt(std::span(start).first(km_.rows()))) return true;
-    report_.fail(RunStatus::failed, "the solution with W cannot go on: " + W.error());
-    return false;
+    const SkylineFactor& like = *factor_->free();
+    FactorOptions options = like.options();
+    options.file_stem = "Wtemp";
+    SkylineFactor W(like.profile(), like.divisions(), options);
+    const FactorStatus status = W.factor_ww(km_, km_.M_value, progress());
+    if (status == FactorStatus::cancelled) return job_.goes_on();
+    if (status != FactorStatus::ok)
+        return job_.fail(RunStatus::failed, "the factorization of [M] cannot go on: " + W.error());
+    progress().print("LU M_sparse complete\n");
+    progress().print("s_L:%ld\n", W.profile().Ls_num);
+    job_.clock.begin("iterate");
+    return W.solve_wt(std::span(start).first(km_.rows())) ||
+           job_.fail(RunStatus::failed, "the solution with W cannot go on: " + W.error());
 }
 
-std::int64_t EigenProblem::count_below(double lambda) {
-    const double former = sigma_;
-    const bool factored = [&] {
-        const console::Silence silence;  // the negative pivots are what is counted, not a warning
-        return factor_shifted(lambda);
-    }();
-    report_.check_seconds += report_.clock.rename_last("check");
-    report_.clock.begin("iterate");
+std::int64_t EigenProblem::count_below(double& lambda, double slack) {
+    const double former = sigma_, middle = lambda;
+    // the middle of the gap, then ever farther from it to either side
+    constexpr std::array<double, 5> places{0, 0.3, -0.3, 0.6, -0.6};
+    bool factored = false, sound = false;
+    for (std::size_t k = 0; k < places.size() && !sound; ++k) {
+        lambda = middle + places[k] * slack;
+        SilentProgress silent(progress());
+        factored = factor_shifted(lambda, silent);  // the negative pivots are what is counted, not a warning
+        if (!factored) break;
+        sound = pivots_sound();
+    }
+    report().check_seconds += job_.clock.rename_last("check");
+    job_.clock.begin("iterate");
     sigma_ = former;
-    return factored ? factor_->negative_pivots() : -1;
+    if (!factored) return -1;
+    return sound ? factor_->negative_pivots() : unsound_count;
 }
 
 bool EigenProblem::solve(std::span<double> x, std::int32_t k) {
-    report_.solved_columns += k;
-    if (factor_->solve(x, k)) return true;
-    report_.fail(RunStatus::failed, "the solution cannot go on: " + factor_->error());
-    return false;
+    report().solved_columns += k;
+    return factor_->solve(job_, x, k);
 }
 
 namespace {
@@ -162,7 +164,7 @@ void multiply_columns(std::span<const std::int64_t> start, std::span<const std::
             const std::int32_t some = std::min(4, k - c);
             double sum[4] = {};
             const double* from = x.data() + c * n;
-            for (std::int64_t e = start[r]; e < start[static_cast<std::size_t>(r) + 1]; ++e) {
+            for (std::int64_t e = start[r]; e < start[r + 1]; ++e) {
                 const double v = values[e];
                 const double* at = from + columns[e];
                 for (std::int32_t q = 0; q < some; ++q) sum[q] += v * at[q * n];
@@ -174,12 +176,12 @@ void multiply_columns(std::span<const std::int64_t> start, std::span<const std::
 }  // namespace
 
 void EigenProblem::multiply_m(std::span<const double> x, std::span<double> y, std::int32_t k) const {
-    multiply_columns(mass_.row_start, mass_.col_index, mass_.value, x, y, n(), k, threads_);
+    multiply_columns(mass_.row_start, mass_.col_index, mass_.value, x, y, n(), k, job_.threads());
     multiply_border(border_, border_.M_fr, border_.M_rr, x, y, k);
 }
 
 void EigenProblem::multiply_k(std::span<const double> x, std::span<double> y, std::int32_t k) const {
-    multiply_columns(km_.row_start, km_.col_index, km_.K_value, x, y, n(), k, threads_);
+    multiply_columns(km_.row_start, km_.col_index, km_.K_value, x, y, n(), k, job_.threads());
     multiply_border(border_, border_.K_fr, border_.K_rr, x, y, k);
 }
 
@@ -193,12 +195,12 @@ SpectrumGap find_gap(std::span<const double> lambda, std::int32_t n_mode, std::i
         const double width = (b - a) / std::max(std::abs(b), rounding);
         if (width <= widest) continue;
         widest = width;
-        best = {0.5 * (a + b), j};
+        best = {0.5 * (a + b), 0.5 * (b - a), j};
     }
     if (best.below == 0 && all_of_them && !lambda.empty()) {
         const double largest = lambda.back();
-        best = {largest + std::max(std::abs(largest), 100 * rounding),
-                static_cast<std::int32_t>(lambda.size())};
+        const double above = std::max(std::abs(largest), 100 * rounding);
+        best = {largest + above, above, static_cast<std::int32_t>(lambda.size())};
     }
     return best;
 }

@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "model/run_report.h"
-#include "system/linear_system.h"
+#include "system/assembly.h"
 
 namespace kestralum {
 
@@ -31,8 +30,6 @@ struct EigenOptions {
     std::int32_t n_mode = 1;            // modes asked for, at most the free degrees of freedom
     bool supported = true;              // the model has boundary conditions
     double c_eigen_shift = 0.5;         // factor on the reference frequency of the second shift
-    double subspace_tolerance = 1e-6;   // relative change of the frequencies
-    double lanczos_tolerance = 1e-9;    // |β s| / |θ|
     std::vector<double> rigid_motions;  // n × 6: the body's rigid motions, empty when supported
 };
 
@@ -45,32 +42,35 @@ struct CompactMatrix {
 
 class EigenProblem {
 public:
-    // `km`, `border`: the reduced K and M and the rigid bodies' part; borrowed. `factor`: profile, divisions
-    // and threads of the factors.
-    EigenProblem(const SparseKM& km, const Border& border, std::unique_ptr<BorderedFactor> factor,
-                 int threads, RunReport& report);
+    // Borrows both: the reduced K and M with the rigid bodies' part. `factor`: profile, divisions and threads
+    // of the factors.
+    EigenProblem(Job& job, const AssembledSystem& system, std::unique_ptr<BorderedFactor> factor);
 
     std::int32_t n() const { return km_.rows() + border_.nr; }
-    int threads() const { return threads_; }
     double sigma() const { return sigma_; }
     // Diagonal entries of equation i.
     double diagonal_k(std::int32_t i) const { return diagonal(i, km_.K_value, border_.K_rr); }
     double diagonal_m(std::int32_t i) const { return diagonal(i, km_.M_value, border_.M_rr); }
-    RunReport& report() { return report_; }
+    Job& job() { return job_; }
+    RunReport& report() { return job_.report(); }
+    Progress& progress() { return job_.progress; }
 
-    // Factors K - σM with the lines "Shift K sparse" … "LU K_sparse complete"; say_frequency adds
+    // Factors K - σM with the lines "Shift K sparse" … "LU K_sparse complete"; with_frequency adds
     // "  Shift frequency=%e[Hz]". A pivot that is zero, not finite or below n·ε·a_ii moves σ: up in
-    // small steps first, then to 0.1 Hz and tenfold frequencies from there, and that is said. False
+    // small steps first, then to 0.1 Hz and tenfold frequencies from there, with a note. False
     // with the report's status set when the factor cannot be written or no shift is sound.
-    bool shift(double sigma, bool say_frequency);
+    bool shift(double sigma, bool with_frequency);
 
     // Factors M - no shift - as W Wᵀ with the lines "LU M_sparse" …; the vector 1/√n · W⁻ᵀ(1 … 1) comes
     // back in `start`. The factor of W is let go.
     bool start_vector_through_w(std::vector<double>& start);
 
-    // Number of eigenvalues below `lambda`: negative pivots of K - λM (Sylvester's law of inertia).
-    // The factor in force is that of the last shift() no more. -1 on failure.
-    std::int64_t count_below(double lambda);
+    // Number of eigenvalues below `lambda`: negative pivots of K - λM (Sylvester's law of inertia). Where a
+    // pivot is nothing but rounding, `lambda` is moved by up to `slack` either way until the pivots are
+    // sound. The factor in force is that of the last shift() no more. unsound_count where they never are, -1
+    // on failure.
+    static constexpr std::int64_t unsound_count = -2;
+    std::int64_t count_below(double& lambda, double slack);
 
     // x := (K - σM)⁻¹ x for k columns; false with the report's status set.
     bool solve(std::span<double> x, std::int32_t k);
@@ -83,15 +83,14 @@ public:
     double rounding() const { return rounding_; }
 
 private:
-    bool factor_shifted(double sigma);
+    bool factor_shifted(double sigma, Progress& lines);
     double diagonal(std::int32_t i, const std::vector<double>& values, const std::vector<double>& rr) const;
     bool pivots_sound() const;
 
+    Job& job_;
     const SparseKM& km_;
     const Border& border_;
     std::unique_ptr<BorderedFactor> factor_;
-    int threads_;
-    RunReport& report_;
     double sigma_ = 0;
     double rounding_ = 0;
     std::vector<double> shifted_, shifted_fr_, shifted_rr_;
@@ -103,6 +102,7 @@ private:
 // whose values can be trusted to a thousandth. below = 0 when there is no such gap.
 struct SpectrumGap {
     double lambda = 0;
+    double slack = 0;        // the middle may move by as much either way
     std::int32_t below = 0;  // pairs below it
 };
 SpectrumGap find_gap(std::span<const double> lambda, std::int32_t n_mode, std::int32_t usable,

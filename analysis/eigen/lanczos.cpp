@@ -7,7 +7,7 @@
 #include <cmath>
 #include <numeric>
 
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum {
 
@@ -26,10 +26,8 @@ double dot(const std::vector<double>& a, const std::vector<double>& b) {
 class Basis {
 public:
     explicit Basis(std::int32_t n) : n_(n) {}
-    std::int32_t count() const { return static_cast<std::int32_t>(V_.size() / static_cast<std::size_t>(n_)); }
-    const double* vector(std::int32_t j) const {
-        return V_.data() + std::size_t(j) * static_cast<std::size_t>(n_);
-    }
+    std::int32_t count() const { return static_cast<std::int32_t>(V_.size() / n_); }
+    const double* vector(std::int32_t j) const { return V_.data() + std::size_t(j) * n_; }
     void add(const std::vector<double>& v) { V_.insert(V_.end(), v.begin(), v.end()); }
     void clear() { V_.clear(); }
     const std::vector<double>& all() const { return V_; }
@@ -80,9 +78,9 @@ std::vector<Ritz> solve_tridiagonal(const std::vector<double>& alpha, const std:
 }
 
 // One run of the recurrence, orthogonal to the modes found before.
-class Run {
+class Recurrence {
 public:
-    Run(EigenProblem& problem, Basis& found) : problem_(problem), found_(found), basis_(problem.n()) {}
+    Recurrence(EigenProblem& problem, Basis& found) : problem_(problem), found_(found), basis_(problem.n()) {}
 
     // Starts from v (changed). False when nothing of it is left beside what was found.
     bool start(std::vector<double> v) {
@@ -111,6 +109,8 @@ public:
         beta_.push_back(std::sqrt(std::max(dot(w_, Mw_), 0.0)));
         double size = 0;
         for (double a : alpha_) size = std::max(size, std::abs(a));
+        if (!std::isfinite(alpha_.back()) || !std::isfinite(beta_.back()))
+            return problem_.job().fail(RunStatus::failed, "the Lanczos vectors are not finite");
         exhausted_ = !(beta_.back() > 1e-13 * size) || basis_.count() + found_.count() >= problem_.n();
         if (!exhausted_) take(beta_.back());
         return true;
@@ -186,7 +186,7 @@ public:
         Basis rigid(problem_.n());
         std::vector<double> lambda;
         if (!add_rigid_motions(rigid, lambda)) return false;
-        Run run(problem_, rigid);
+        Recurrence run(problem_, rigid);
         if (run.start(random_vector())) {
             const std::int32_t steps = std::max(preliminary_steps, 2 * std::min(options_.n_mode, 20));
             while (!run.exhausted() && run.steps() < steps)
@@ -200,8 +200,9 @@ public:
         std::vector<double> sorted;
         for (std::size_t j = 0; j < values.size(); ++j) {
             sorted.push_back(values[j].first);
-            if (j < static_cast<std::size_t>(options_.n_mode))
-                console::print("n_freq=%lf,[%.5e]\n", frequency_of(values[j].first), values[j].second);
+            if (j < std::size_t(options_.n_mode))
+                problem_.progress().print("n_freq=%lf,[%.5e]\n", frequency_of(values[j].first),
+                                          values[j].second);
         }
         reference = reference_frequency(sorted, options_, problem_.rounding());
         return true;
@@ -209,8 +210,8 @@ public:
 
     // The run that the console shows, from the start vector given; goes on until enough has converged.
     bool main_run(std::vector<double> start) {
-        console::print("Lanczos Start:\n");
-        Run run(problem_, found_.modes);
+        problem_.progress().print("Lanczos Start:\n");
+        Recurrence run(problem_, found_.modes);
         if (!run.start(std::move(start))) return true;
         const std::int32_t most = std::min(problem_.n(), 4 * shown_);
         std::int32_t next_look = shown_;
@@ -218,22 +219,23 @@ public:
             if (!run.step()) return false;
             const std::int32_t j = run.steps() - 1;
             if (j < shown_) {
-                console::print("%d: %.3e\n", j, run.alpha().back());
-                console::print("%d: %.3e, %.3e\n", j, run.alpha().back(), run.beta().back());
+                problem_.progress().print("%d: %.3e\n", j, run.alpha().back());
+                problem_.progress().print("%d: %.3e, %.3e\n", j, run.alpha().back(), run.beta().back());
             }
             if (run.exhausted())
-                say("the Lanczos vectors span an invariant subspace after %d steps: the recurrence ends "
+                note(
+                    "the Lanczos vectors span an invariant subspace after %d steps: the recurrence ends "
                     "there",
                     run.steps());
             if (run.steps() == shown_ || (run.exhausted() && run.steps() <= shown_)) print_tridiagonal(run);
             if (run.steps() < next_look) continue;
             next_look += 20;
-            if (stopped()) return false;
+            if (!problem_.job().goes_on()) return false;
             if (count_converged(run.ritz()) >= wanted_) break;
         }
-        console::print("Calculate mode_vec from Tmat\n");
+        problem_.progress().print("Calculate mode_vec from Tmat\n");
         keep_converged(run, wanted_);
-        console::print("Calculate mode_vec\n");
+        problem_.progress().print("Calculate mode_vec\n");
         return true;
     }
 
@@ -250,12 +252,17 @@ public:
                        usable == problem_.n());
         if (gap.below == 0) return true;
         const double sigma = problem_.sigma();
-        const std::int64_t counted = problem_.count_below(gap.lambda);
+        const std::int64_t counted = problem_.count_below(gap.lambda, gap.slack);
+        if (counted == EigenProblem::unsound_count) {
+            gap.below = 0;
+            return true;
+        }
         if (counted < 0) return false;
         RunReport& report = problem_.report();
         if (counted > found_.below(gap.lambda) && !problem_.shift(sigma, true)) return false;
         for (int restart = 0; counted > found_.below(gap.lambda) && restart < most_restarts; ++restart) {
-            say("%lld modes are found where %lld are counted: a run orthogonal to the former ones looks for "
+            note(
+                "%lld modes are found where %lld are counted: a run orthogonal to the former ones looks for "
                 "the others",
                 static_cast<long long>(found_.below(gap.lambda)), static_cast<long long>(counted));
             if (!restart_at_random(static_cast<std::int32_t>(counted - found_.below(gap.lambda))))
@@ -282,15 +289,10 @@ public:
 
 private:
     template <typename... Arguments>
-    void say(const char* format, Arguments... arguments) {
-        problem_.report().remarks.notices.push_back(console::format(format, arguments...));
-        console::notice("%s", problem_.report().remarks.notices.back().c_str());
-    }
-
-    bool stopped() {
-        if (!console::cancel_requested()) return false;
-        problem_.report().fail(RunStatus::failed, "stopped by the user");
-        return true;
+    void note(const char* format, Arguments... arguments) {
+        const std::string line = formatted(format, arguments...);
+        problem_.job().note(line);
+        problem_.progress().notice("%s", line.c_str());
     }
 
     std::vector<double> random_vector() {
@@ -299,7 +301,9 @@ private:
         return v;
     }
 
-    bool converged(const Ritz& ritz) const { return ritz.residual < options_.lanczos_tolerance; }
+    bool converged(const Ritz& ritz) const {
+        return ritz.residual < problem_.job().options.lanczos_tolerance;
+    }
 
     // Converged pairs below the lowest one that is not.
     std::int32_t count_converged(const std::vector<Ritz>& all) const {
@@ -313,12 +317,12 @@ private:
     }
 
     // Keeps the lowest `most` converged pairs.
-    void keep_converged(const Run& run, std::int32_t most) {
+    void keep_converged(const Recurrence& run, std::int32_t most) {
         std::vector<Ritz> all = run.ritz();
         std::erase_if(all, [&](const Ritz& ritz) { return !converged(ritz); });
         std::sort(all.begin(), all.end(),
                   [&](const Ritz& a, const Ritz& b) { return 1 / a.theta < 1 / b.theta; });
-        for (std::size_t j = 0; j < all.size() && j < static_cast<std::size_t>(most); ++j) {
+        for (std::size_t j = 0; j < all.size() && j < std::size_t(most); ++j) {
             found_.lambda.push_back(problem_.sigma() + 1 / all[j].theta);
             found_.modes.add(run.vector(all[j]));
         }
@@ -326,7 +330,7 @@ private:
 
     // A run for `missing` more modes.
     bool restart(std::vector<double> start, std::int32_t missing) {
-        Run run(problem_, found_.modes);
+        Recurrence run(problem_, found_.modes);
         if (!run.start(std::move(start))) return true;
         const std::int32_t most = std::min(problem_.n(), 2 * shown_);
         std::int32_t next_look = 10;
@@ -334,7 +338,7 @@ private:
             if (!run.step()) return false;
             if (run.steps() < next_look) continue;
             next_look += 10;
-            if (stopped()) return false;
+            if (!problem_.job().goes_on()) return false;
             if (count_converged(run.ritz()) >= missing) break;
         }
         keep_converged(run, missing);
@@ -346,8 +350,8 @@ private:
     bool restart_from_rigid_motions() {
         const std::size_t n = problem_.n();
         for (std::size_t c = 0; c * n < options_.rigid_motions.size(); ++c) {
-            const auto first = options_.rigid_motions.begin() + static_cast<std::ptrdiff_t>(c * n);
-            if (!restart({first, first + static_cast<std::ptrdiff_t>(n)}, 1)) return false;
+            const auto first = options_.rigid_motions.begin() + std::ptrdiff_t(c * n);
+            if (!restart({first, first + std::ptrdiff_t(n)}, 1)) return false;
         }
         return true;
     }
@@ -357,8 +361,8 @@ private:
         const std::size_t n = problem_.n();
         std::vector<double> v(n), Mv(n), Kv(n);
         for (std::size_t c = 0; c * n < options_.rigid_motions.size(); ++c) {
-            v.assign(options_.rigid_motions.begin() + static_cast<std::ptrdiff_t>(c * n),
-                     options_.rigid_motions.begin() + static_cast<std::ptrdiff_t>((c + 1) * n));
+            v.assign(options_.rigid_motions.begin() + std::ptrdiff_t(c * n),
+                     options_.rigid_motions.begin() + std::ptrdiff_t((c + 1) * n));
             for (int pass = 0; pass < 3; ++pass) {
                 problem_.multiply_m(v, Mv, 1);
                 const double size = std::sqrt(dot(v, Mv));
@@ -376,31 +380,31 @@ private:
         return true;
     }
 
-    void print_tridiagonal(const Run& run) {
+    void print_tridiagonal(const Recurrence& run) {
         const std::int32_t m = run.steps();
         if (m == 0) return;
-        console::print("Tmat\n");
-        if (console::lines_enabled()) {
+        problem_.progress().print("Tmat\n");
+        if (problem_.progress().lines_wanted()) {
             std::string text;
             for (std::int32_t i = 0; i < m; ++i) {
                 for (std::int32_t j = 0; j < m; ++j) {
                     const double t = i == j                 ? run.alpha()[i]
                                      : std::abs(i - j) == 1 ? run.beta()[std::min(i, j)]
                                                             : 0.0;
-                    text += console::format("%.3e ", t);
+                    text += formatted("%.3e ", t);
                 }
                 text += "\n";
             }
-            console::write(text);
+            problem_.progress().write(text);
         }
-        console::print("eig\n");
+        problem_.progress().print("eig\n");
         std::vector<Ritz> all = run.ritz();
-        console::print("getV\n");
-        console::print("getD\n");
-        console::print("Calculate eigen values and vectors\n");
-        console::print("Natural Frequency\n");
+        problem_.progress().print("getV\n");
+        problem_.progress().print("getD\n");
+        problem_.progress().print("Calculate eigen values and vectors\n");
+        problem_.progress().print("Natural Frequency\n");
         for (std::size_t j = 0; j < all.size(); ++j)
-            console::print("%zu:%e\n", j, frequency_of(problem_.sigma() + 1 / all[j].theta));
+            problem_.progress().print("%zu:%e\n", j, frequency_of(problem_.sigma() + 1 / all[j].theta));
     }
 
     EigenProblem& problem_;
@@ -422,12 +426,12 @@ bool lanczos(EigenProblem& problem, const EigenOptions& options, EigenPairs& out
     if (shift > 0 || (options.supported && options.c_eigen_shift == 0)) {
         if (!problem.shift(lambda_of(shift), true)) return false;
     } else {
-        const std::string line = console::format(
+        const std::string line = formatted(
             "the reference frequency of the second shift is nothing but rounding: the shift of %.6g Hz is "
             "kept",
             frequency_of(problem.sigma()));
-        console::notice("%s", line.c_str());
-        problem.report().remarks.notices.push_back(line);
+        problem.progress().notice("%s", line.c_str());
+        problem.job().note(line);
     }
     if (!method.main_run(std::move(start)) || !method.complete(gap)) return false;
     method.hand_over(out);

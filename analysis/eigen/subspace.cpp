@@ -7,7 +7,7 @@
 #include <cmath>
 #include <numeric>
 
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum {
 
@@ -94,7 +94,7 @@ bool solve_projected(const TNT::Array2D<double>& K, const TNT::Array2D<double>& 
 class Iteration {
 public:
     Iteration(EigenProblem& problem, std::int32_t p) : problem_(problem), n_(problem.n()), p_(p) {
-        X_.resize(static_cast<std::size_t>(n_) * static_cast<std::size_t>(p_));
+        X_.resize(std::size_t(n_) * p_);
         B_ = X_;
         Y_ = X_;
         MY_ = X_;
@@ -112,8 +112,7 @@ public:
         if (project_on_Y()) return true;
         orthonormalise();
         if (project_on_Y()) return true;
-        problem_.report().fail(RunStatus::failed, "the vectors of the subspace iteration are not finite");
-        return false;
+        return problem_.job().fail(RunStatus::failed, "the vectors of the subspace iteration are not finite");
     }
 
     // Projection of K itself on the set as it stands.
@@ -123,8 +122,7 @@ public:
         std::vector<double> KX(X_.size());
         problem_.multiply_k(X_, KX, p_);
         if (project(inner_products(X_, KX, n_, p_), inner_products(X_, B_, n_, p_))) return true;
-        problem_.report().fail(RunStatus::failed, "the vectors of the subspace iteration are not finite");
-        return false;
+        return problem_.job().fail(RunStatus::failed, "the vectors of the subspace iteration are not finite");
     }
 
 private:
@@ -153,15 +151,12 @@ private:
                     cblas_daxpy(n_, c, column(Y_, i), 1, y, 1);
                     cblas_daxpy(n_, c, column(B_, i), 1, b, 1);
                 }
-                problem_.multiply_m({y, static_cast<std::size_t>(n_)},
-                                    {column(MY_, j), static_cast<std::size_t>(n_)}, 1);
+                problem_.multiply_m({y, std::size_t(n_)}, {column(MY_, j), std::size_t(n_)}, 1);
                 double left = std::sqrt(std::max(cblas_ddot(n_, y, 1, column(MY_, j), 1), 0.0));
                 if (!(left > 1e-12 * before)) {
                     for (std::int32_t i = 0; i < n_; ++i) y[i] = random_.next();
-                    problem_.multiply_m({y, static_cast<std::size_t>(n_)},
-                                        {column(MY_, j), static_cast<std::size_t>(n_)}, 1);
-                    problem_.multiply_k({y, static_cast<std::size_t>(n_)}, {b, static_cast<std::size_t>(n_)},
-                                        1);
+                    problem_.multiply_m({y, std::size_t(n_)}, {column(MY_, j), std::size_t(n_)}, 1);
+                    problem_.multiply_k({y, std::size_t(n_)}, {b, std::size_t(n_)}, 1);
                     cblas_daxpy(n_, -problem_.sigma(), column(MY_, j), 1, b, 1);
                     left = std::sqrt(cblas_ddot(n_, y, 1, column(MY_, j), 1));
                 }
@@ -182,8 +177,7 @@ private:
                           });
         for (std::int32_t c = 0; c < p_; ++c)
             for (std::int32_t i = 0; i < n_; ++i) {
-                double& b = B_[static_cast<std::size_t>(c) * static_cast<std::size_t>(n_) +
-                               static_cast<std::size_t>(i)];
+                double& b = B_[std::size_t(c) * n_ + i];
                 if (c == 0)
                     b = problem_.diagonal_m(i);
                 else if (c <= units)
@@ -214,7 +208,7 @@ private:
 // How many of the lowest pairs have settled to a thousandth in their last round.
 std::int32_t settled(const std::vector<double>& now, const std::vector<double>& before, double rounding) {
     std::int32_t count = 0;
-    while (static_cast<std::size_t>(count) < now.size()) {
+    while (count < static_cast<std::int32_t>(now.size())) {
         const double a = now[count], b = before[count];
         if (std::abs(a - b) > 1e-3 * std::abs(a) + rounding) break;
         ++count;
@@ -226,12 +220,12 @@ std::int32_t settled(const std::vector<double>& now, const std::vector<double>& 
 bool shift_again(EigenProblem& problem, const EigenOptions& options, std::span<const double> lambda) {
     const double reference = reference_frequency(lambda, options, problem.rounding()) * options.c_eigen_shift;
     if (reference == 0 && !(options.supported && options.c_eigen_shift == 0)) {
-        const std::string line = console::format(
+        const std::string line = formatted(
             "the reference frequency of the second shift is nothing but rounding: the shift of %.6g Hz is "
             "kept",
             frequency_of(problem.sigma()));
-        console::notice("%s", line.c_str());
-        problem.report().remarks.notices.push_back(line);
+        problem.progress().notice("%s", line.c_str());
+        problem.job().note(line);
         return true;
     }
     return problem.shift(lambda_of(reference), true);
@@ -247,30 +241,28 @@ bool subspace_iteration(EigenProblem& problem, const EigenOptions& options, Eige
     std::vector<double> before(p, 0.0);
     std::int32_t k = 0;
     for (;; ++k) {
-        problem.report().clock.begin("iterate");
-        console::print("calculate modal K, M\n");
+        problem.job().clock.begin("iterate");
+        problem.progress().print("calculate modal K, M\n");
         if (!iteration.round()) return false;
         ++problem.report().rounds;
         double convergence = 0;
         for (std::int32_t j = 0; j < shown; ++j) {
             const double f_new = frequency_of(iteration.lambda()[j]), f_old = frequency_of(before[j]);
             const double change = std::abs(f_new - f_old) / f_old;
-            console::print("n_freq=%lf,[%lf]\n", f_new, change);
+            problem.progress().print("n_freq=%lf,[%lf]\n", f_new, change);
             // the zero modes of a supported model's loose body are rounding: no measure of convergence
             const bool rounding = std::abs(iteration.lambda()[j]) <= problem.rounding();
             if (j >= (options.supported ? 0 : 6) && !rounding) convergence = std::max(convergence, change);
         }
-        console::print("convergence=%lf\n", convergence);
-        if (console::cancel_requested()) {
-            problem.report().fail(RunStatus::failed, "stopped by the user");
-            return false;
-        }
-        if ((k > reshift_round && convergence < options.subspace_tolerance) || k == most_rounds - 1) break;
+        problem.progress().print("convergence=%lf\n", convergence);
+        if (!problem.job().goes_on()) return false;
+        if ((k > reshift_round && convergence < problem.job().options.subspace_tolerance) ||
+            k == most_rounds - 1)
+            break;
         before = iteration.lambda();
         if (k == reshift_round && !shift_again(problem, options, iteration.lambda())) return false;
     }
-    if (k == most_rounds - 1)
-        problem.report().remarks.notices.push_back("the subspace iteration has not converged in 100 rounds");
+    if (k == most_rounds - 1) problem.job().note("the subspace iteration has not converged in 100 rounds");
     // a gap above n_mode needs a guard or two that have settled
     for (int round = 0;; ++round) {
         const std::int32_t usable =
@@ -281,8 +273,8 @@ bool subspace_iteration(EigenProblem& problem, const EigenOptions& options, Eige
         if (!iteration.round()) return false;
         ++problem.report().rounds;
     }
-    console::print("Subspace method completed\n");
-    console::print("calculate modal K, M\n");
+    problem.progress().print("Subspace method completed\n");
+    problem.progress().print("calculate modal K, M\n");
     if (!iteration.project_last()) return false;
     out.lambda = iteration.lambda();
     out.vectors = std::move(iteration.X());

@@ -4,8 +4,8 @@
 #include <chrono>
 #include <cmath>
 
-#include "model/console.h"
-#include "system/linear_system.h"
+#include "elements/element_type.h"
+#include "model/format.h"
 
 namespace kestralum {
 
@@ -27,19 +27,16 @@ enum Timed { assembling, factoring, solving, stressing, gathering };
 
 }  // namespace
 
-NewtonSolver::NewtonSolver(FiniteBody& body, const NodeElements& node_elements, const DofNumbering& numbering,
-                           std::span<const double> load, const NewtonOptions& options,
-                           const Settings& settings, const NewtonBodies* bodies)
-    : body_(body),
-      node_elements_(node_elements),
-      numbering_(numbering),
-      load_(load.begin(), load.end()),
+NewtonSolver::NewtonSolver(Job& job, FiniteBody& body, const Freedoms& freedoms, const NewtonOptions& options)
+    : job_(job),
+      body_(body),
+      freedoms_(freedoms),
+      numbering_(freedoms.numbering),
+      rigid_(freedoms.rigid),
       options_(options),
-      settings_(settings),
-      bodies_(bodies),
-      free_(numbering),
-      states_(bodies ? bodies->system.bodies.size() : 0) {
-    if (bodies) body.rigid = bodies->system.elements_inside(body.mesh);
+      free_(freedoms.numbering),
+      states_(freedoms.rigid.bodies.size()) {
+    body.rigid = rigid_.elements_inside(body.mesh);
 }
 
 namespace {
@@ -54,61 +51,51 @@ std::vector<std::int64_t> entry_numbers(SparseKM& km) {
 
 }  // namespace
 
-bool NewtonSolver::prepare(RunReport& report) {
-    neighbours_ = neighbours_of_nodes(body_.mesh, node_elements_);
-    count_overlap(neighbours_, full_);
-    build_index(neighbours_, full_);
+bool NewtonSolver::prepare() {
+    neighbours_ = neighbours_of_nodes(body_.mesh, freedoms_.node_elements, job_.progress);
+    count_overlap(neighbours_, full_, job_.progress);
+    build_index(neighbours_, full_, job_.progress);
     find_diagonals(full_);
     constrained_ = full_;
     constrained_.K_value.resize(full_.entries());
     for (std::size_t k = 0; k < constrained_.K_value.size(); ++k)
         constrained_.K_value[k] = static_cast<double>(k);
-    eliminate_fixed(numbering_.dof_map, constrained_);
+    eliminate_fixed(numbering_.dof_map, constrained_, job_.progress);
     kept_ = entry_numbers(constrained_);
     reduced_ = constrained_;
-    if (bodies_) {
-        rigid_transform(bodies_->system, {}, body_.mesh, false, reduced_, free_, border_);
+    if (!rigid_.empty()) {
+        rigid_transform(rigid_, {}, body_.mesh, false, reduced_, free_, border_);
         for (std::int32_t dof : numbering_.free_dofs) equation_.push_back(free_.dof_map[dof]);
     }
     kept_free_ = entry_numbers(reduced_);
-    const std::size_t equations = free_.free_dofs.size() + static_cast<std::size_t>(border_.nr);
-    if (equations == 0) {
-        report.fail(RunStatus::failed, "every degree of freedom is fixed: nothing to solve");
-        return false;
-    }
+    const std::size_t equations = free_.free_dofs.size() + border_.nr;
+    if (equations == 0)
+        return job_.fail(RunStatus::failed, "every degree of freedom is fixed: nothing to solve");
     Q_.assign(equations, 0.0);
     nodal_Q_.assign(body_.u.size(), 0.0);
-    at_rest_ = [&] {
-        const console::Silence silence;  // its lines come with the first iteration
-        return assemble();
-    }();
-    if (!at_rest_) {
-        report.fail(RunStatus::failed, error);
-        return false;
-    }
+    SilentProgress silent(job_.progress);  // its lines come with the first iteration
+    at_rest_ = assemble(silent);
+    if (!job_.goes_on()) return false;
+    if (!at_rest_) return job_.fail(RunStatus::failed, error);
     std::unique_ptr<SkylineFactor> free;
     if (reduced_.rows() > 0) {
-        free = plan_factor(reduced_, options_.diag_num, settings_, report);
+        const double border = 2 * 8e-6 * reduced_.rows() * border_.nr;
+        free = plan_factor(job_, reduced_, freedoms_.diag_num, {1, border});
         if (!free) return false;
     }
     factor_ = std::make_unique<BorderedFactor>(std::move(free), reduced_.rows(), border_.nr);
     return true;
 }
 
-bool NewtonSolver::assemble() {
+bool NewtonSolver::assemble(Progress& lines) {
     const auto start = Clock::now();
-    const int nodes = body_.mesh.node_per_element();
     const std::int32_t bad = assemble_km(
         body_.mesh, neighbours_,
-        [&](std::int32_t e, double* ke, double* me) {
-            std::fill(me, me + nodes * nodes, 0.0);
-            return finite_stiffness(body_, e, ke);
-        },
-        body_.threads, full_, "k=");
+        [&](std::int32_t e, double* ke, double*) { return finite_stiffness(body_, e, ke); }, body_.threads,
+        full_, lines, false, "k=");
     if (bad >= 0) {
         const auto c = element_centre(body_.mesh, bad);
-        error = console::format("element %d at (%.6g, %.6g, %.6g) is flat or inverted", bad + 1, c[0], c[1],
-                                c[2]);
+        error = formatted("element %d at (%.6g, %.6g, %.6g) is flat or inverted", bad + 1, c[0], c[1], c[2]);
         return false;
     }
     for (std::size_t k = 0; k < kept_.size(); ++k) constrained_.K_value[k] = full_.K_value[kept_[k]];
@@ -120,12 +107,7 @@ bool NewtonSolver::assemble() {
 // The forces of the increment at the bodies' places: dead loads, whose arms turn with the bodies.
 void NewtonSolver::set_forces(double factor) {
     load_factor_ = factor;
-    if (!bodies_) {
-        F_ = load_;
-    } else {
-        F_ = reduce_loads(body_.mesh, bodies_->forces, bodies_->system, states_, free_, numbering_.free_dofs,
-                          load_);
-    }
+    F_ = reduce_loads(job_, free_, rigid_, states_);
     for (double& f : F_) f *= factor;
 }
 
@@ -133,12 +115,11 @@ void NewtonSolver::set_forces(double factor) {
 // d(r × f) = (δθ × r) × f = (r fᵀ - (r·f) 1) δθ, for internal forces less loads. Not symmetric while a moment
 // is left.
 void NewtonSolver::add_load_stiffness(std::span<double> K_rr) const {
-    const RigidSystem& system = bodies_->system;
-    const std::size_t nr = system.equations;
+    const std::size_t nr = rigid_.equations;
     std::vector<double> nodal = nodal_Q_;
-    for (std::size_t k = 0; k < load_.size(); ++k) nodal[numbering_.free_dofs[k]] -= load_factor_ * load_[k];
-    for (std::size_t b = 0; b < system.bodies.size(); ++b) {
-        const RigidBody& body = system.bodies[b];
+    for (std::size_t d = 0; d < nodal.size(); ++d) nodal[d] -= load_factor_ * job_.run.load[d];
+    for (std::size_t b = 0; b < rigid_.bodies.size(); ++b) {
+        const RigidBody& body = rigid_.bodies[b];
         std::array<double, 9> G{};
         const auto add = [&](const Vec3& X, const Vec3& f) {
             const Vec3 r =
@@ -153,13 +134,12 @@ void NewtonSolver::add_load_stiffness(std::span<double> K_rr) const {
                 {nodal[k], nodal[k + 1], nodal[k + 2]});
         }
         const Vec6 own =
-            rigid_force_resultant(system, static_cast<std::int32_t>(b), states_[b], bodies_->forces);
+            rigid_force_resultant(rigid_, static_cast<std::int32_t>(b), states_[b], job_.model.rigid_forces);
         add(body.reference, {-load_factor_ * own[0], -load_factor_ * own[1], -load_factor_ * own[2]});
         const std::vector<Vec6> motions = current_motions(body, states_[b]);
         for (std::size_t i = 0; i < motions.size(); ++i)
             for (std::size_t j = 0; j < motions.size(); ++j) {
-                const auto to = (static_cast<std::size_t>(body.first) + i) * nr +
-                                static_cast<std::size_t>(body.first) + j;
+                const std::size_t to = (body.first + i) * nr + body.first + j;
                 const Vec3 turn = turned(G, {motions[j][3], motions[j][4], motions[j][5]});
                 for (std::size_t c = 0; c < 3; ++c) K_rr[to] += motions[i][3 + c] * turn[c];
             }
@@ -172,23 +152,23 @@ bool NewtonSolver::evaluate() {
     seconds[stressing] += since(start);
     if (bad >= 0) {
         const auto c = element_centre(body_.mesh, bad);
-        error = console::format("element %d at (%.6g, %.6g, %.6g) is inverted or its stress is not finite",
-                                bad + 1, c[0], c[1], c[2]);
+        error = formatted("element %d at (%.6g, %.6g, %.6g) is inverted or its stress is not finite", bad + 1,
+                          c[0], c[1], c[2]);
         return false;
     }
     const auto gather = Clock::now();
-    nodal_Q_ = internal_forces(body_, node_elements_);
+    nodal_Q_ = internal_forces(body_, freedoms_.node_elements);
     const std::size_t nf = free_.free_dofs.size();
     for (std::size_t k = 0; k < nf; ++k) Q_[k] = nodal_Q_[free_.free_dofs[k]];
-    if (bodies_) {
+    if (!rigid_.empty()) {
         const std::span<double> own = std::span(Q_).subspan(nf);
         std::fill(own.begin(), own.end(), 0.0);
         for (std::size_t b = 0; b < states_.size(); ++b) {
-            const RigidBody& rigid = bodies_->system.bodies[b];
+            const RigidBody& rigid = rigid_.bodies[b];
             project(rigid, states_[b], resultant(rigid, states_[b], body_.mesh, nodal_Q_), 1,
                     own.data() + rigid.first);
         }
-        add_combine_forces(bodies_->combines, bodies_->system, states_, own);
+        add_combine_forces(job_.model.rigid_combines, rigid_, states_, own);
         set_forces(load_factor_);
     }
     gather_seconds_ = since(gather);
@@ -201,13 +181,12 @@ bool NewtonSolver::place(const Placement& from, std::span<const double> du, doub
     states_ = from.states;
     const std::size_t nf = free_.free_dofs.size();
     for (std::size_t k = 0; k < std::min(nf, du.size()); ++k) body_.u[free_.free_dofs[k]] += s * du[k];
-    if (bodies_ && !du.empty()) {
-        std::vector<double> q(du.begin() + static_cast<std::ptrdiff_t>(nf), du.end());
+    if (!rigid_.empty() && !du.empty()) {
+        std::vector<double> q(du.begin() + std::ptrdiff_t(nf), du.end());
         for (double& v : q) v *= s;
         for (std::size_t b = 0; b < states_.size(); ++b)
-            states_[b] = advanced(bodies_->system.bodies[b], from.states[b],
-                                  q.data() + bodies_->system.bodies[b].first);
-        place_members(bodies_->system, states_, body_.mesh, body_.u);
+            states_[b] = advanced(rigid_.bodies[b], from.states[b], q.data() + rigid_.bodies[b].first);
+        place_members(rigid_, states_, body_.mesh, body_.u);
     }
     return evaluate();
 }
@@ -244,31 +223,29 @@ bool NewtonSolver::search_along(const Placement& from, const std::vector<double>
 }
 
 bool NewtonSolver::factor_and_solve(std::vector<double>& du, IncrementReport& report) {
-    console::print("Static Analysis Start\n");
+    job_.progress.print("Static Analysis Start\n");
     if (const SkylineFactor* free = factor_->free()) {
-        console::print("[L] division:%d\n", free->divisions().count());
-        console::print("[L]memory size=%10.1f[MB]\n", free->profile().megabytes());
+        job_.progress.print("[L] division:%d\n", free->divisions().count());
+        job_.progress.print("[L]memory size=%10.1f[MB]\n", free->profile().megabytes());
     }
-    RunReport run;
     auto start = Clock::now();
-    if (!factor_->factor(reduced_, reduced_.K_value, border_.K_fr, border_.K_rr, run)) {
-        error = run.remarks.errors.back();
+    const auto failed = [&] {
+        error = job_.report().remarks.errors.back();
         return false;
-    }
+    };
+    if (!factor_->factor(job_, job_.progress, reduced_, reduced_.K_value, border_.K_fr, border_.K_rr))
+        return failed();
     seconds[factoring] += since(start);
     report.negative_pivots = factor_->negative_pivots();
     start = Clock::now();
     for (std::size_t k = 0; k < du.size(); ++k) du[k] = F_[k] - Q_[k];
-    if (!factor_->solve(du)) {
-        error = "the solution cannot go on: " + factor_->error();
-        return false;
-    }
+    if (!factor_->solve(job_, du)) return failed();
     seconds[solving] += since(start);
     return true;
 }
 
-// At the first factorization, at rest: a motion that nothing resists, told in `error`.
-bool NewtonSolver::names_free_motion() {
+// At the first factorization, at rest: a motion that nothing resists, named in `error`.
+bool NewtonSolver::finds_free_motion() {
     if (free_motion_checked_) return false;
     free_motion_checked_ = true;
     const std::int32_t loose =
@@ -276,9 +253,8 @@ bool NewtonSolver::names_free_motion() {
     if (loose >= 0) {
         const std::int32_t dof = free_.free_dofs[loose];
         const double* x = &body_.mesh.coordinates[dof - dof % 3];
-        error =
-            console::format("the body is free: the supports do not hold node %d at (%.6g, %.6g, %.6g) in %c",
-                            dof / 3 + 1, x[0], x[1], x[2], "xyz"[dof % 3]);
+        error = formatted("the body is free: the supports do not hold node %d at (%.6g, %.6g, %.6g) in %c",
+                          dof / 3 + 1, x[0], x[1], x[2], "xyz"[dof % 3]);
         return true;
     }
     if (!factor_->has_free_motion(border_.K_rr)) return false;
@@ -288,40 +264,43 @@ bool NewtonSolver::names_free_motion() {
 
 // The heading of an iteration and the forces it starts from.
 void NewtonSolver::print_head(int iteration) const {
-    console::print("########## Iteration: %d, %d/%d ##########\n", iteration, number_, options_.increments);
+    job_.progress.print("########## Iteration: %d, %d/%d ##########\n", iteration, number_,
+                        options_.increments);
+}
+
+void NewtonSolver::print_load() const {
+    for (std::size_t k = 0; job_.progress.lines_wanted() && k < numbering_.free_dofs.size(); ++k)
+        if (const double load = job_.run.load[numbering_.free_dofs[k]]; load != 0)
+            job_.progress.print("[%zu]:%e, %e\n", k, load_factor_ * load, load);
 }
 
 void NewtonSolver::print_rigid_displacements() const {
     for (std::size_t b = 0; b < states_.size(); ++b) {
-        const Vec3 u = displacement_of(bodies_->system.bodies[b], states_[b],
-                                       bodies_->system.bodies[b].reference),
+        const Vec3 u = displacement_of(rigid_.bodies[b], states_[b], rigid_.bodies[b].reference),
                    turn = rotation_vector(states_[b].R);
         for (std::size_t c = 0; c < 6; ++c)
-            console::print("rigid_disp[%zu]:%.3e\n", 6 * b + c, c < 3 ? u[c] : turn[c - 3]);
+            job_.progress.print("rigid_disp[%zu]:%.3e\n", 6 * b + c, c < 3 ? u[c] : turn[c - 3]);
     }
 }
 
 double NewtonSolver::work(const std::vector<double>& u_before, std::span<const RigidState> states_before,
                           double factor_before, double factor) const {
     double sum = 0;
-    for (std::size_t k = 0; k < load_.size(); ++k) {
-        const std::size_t dof = numbering_.free_dofs[k];
-        sum += load_[k] * (body_.u[dof] - u_before[dof]);
-    }
+    for (std::int32_t dof : numbering_.free_dofs) sum += job_.run.load[dof] * (body_.u[dof] - u_before[dof]);
     for (std::size_t b = 0; b < states_.size(); ++b) {
-        const RigidBody& at_reference = bodies_->system.bodies[b];
+        const RigidBody& at_reference = rigid_.bodies[b];
         const Vec3 u = displacement_of(at_reference, states_[b], at_reference.reference),
                    before = displacement_of(at_reference, states_before[b], at_reference.reference);
         const Vec3 turn = rotation_vector(multiply3(states_[b].R, transposed(states_before[b].R)));
-        for (const RigidForce& force : bodies_->forces) {
+        for (const RigidForce& force : job_.model.rigid_forces) {
             if (force.element != static_cast<std::int32_t>(b)) continue;
             const auto direction = static_cast<std::size_t>(force.direction);
             if (direction >= 3 && direction < 6) {
                 sum += force.value * turn[direction - 3];
                 continue;
             }
-            const Vec6 f = rigid_force_resultant(bodies_->system, static_cast<std::int32_t>(b), {},
-                                                 std::span(&force, 1));
+            const Vec6 f =
+                rigid_force_resultant(rigid_, static_cast<std::int32_t>(b), {}, std::span(&force, 1));
             for (std::size_t c = 0; c < 3; ++c) sum += f[c] * (u[c] - before[c]);
         }
     }
@@ -336,7 +315,7 @@ double NewtonSolver::measure(IncrementReport& report) {
     const double against = F > 0 ? F : largest_load_;
     report.ratio = against > 0 ? E / against : E;
     report.ratios.push_back(report.ratio);
-    console::print("Q:%e, F:%e, E:%e, E/F:%e\n", Q, F, E, report.ratio);
+    job_.progress.print("Q:%e, F:%e, E:%e, E/F:%e\n", Q, F, E, report.ratio);
     return report.ratio;
 }
 
@@ -346,33 +325,33 @@ NewtonOutcome NewtonSolver::attempt(bool search, IncrementReport& report) {
     for (int iteration = 0;; ++iteration) {
         print_head(iteration);
         const std::int32_t elements = body_.mesh.element_num();
-        if (!at_rest_ && !assemble()) return NewtonOutcome::diverged;
-        for (std::int32_t e = 0; at_rest_ && e < elements; ++e) console::counter(e, elements, "k=");
+        if (!at_rest_ && !assemble(job_.progress)) return NewtonOutcome::diverged;
+        for (std::int32_t e = 0; at_rest_ && job_.progress.lines_wanted() && e < elements; ++e)
+            job_.progress.counter(e, elements, "k=");
         at_rest_ = false;
-        console::print("Calculate K sparse Complete\n");
-        console::print("Kmat Time:  %lf[s]\n", assemble_seconds_);
-        console::print("Force Vector\n");
-        for (std::size_t k = 0; console::lines_enabled() && k < load_.size(); ++k)
-            if (load_[k] != 0) console::print("[%zu]:%e, %e\n", k, load_factor_ * load_[k], load_[k]);
-        console::print("Force Vector Complete\n");
+        job_.progress.print("Calculate K sparse Complete\n");
+        job_.progress.print("Kmat Time:  %lf[s]\n", assemble_seconds_);
+        job_.progress.print("Force Vector\n");
+        print_load();
+        job_.progress.print("Force Vector Complete\n");
         const auto rigid_start = Clock::now();
-        if (bodies_) {
-            fill_border(bodies_->system, states_, body_.mesh, constrained_, numbering_.free_dofs, equation_,
-                        false, border_);
-            add_combine_stiffness(bodies_->combines, bodies_->system, states_, border_.K_rr);
+        if (!rigid_.empty()) {
+            fill_border(rigid_, states_, body_.mesh, constrained_, numbering_.free_dofs, equation_, false,
+                        border_);
+            add_combine_stiffness(job_.model.rigid_combines, rigid_, states_, border_.K_rr);
             add_load_stiffness(border_.K_rr);
         }
-        console::print("K_F_Rigid Time:  %lf[s]\n", bodies_ ? since(rigid_start) : 0.0);
-        console::print("cal_QF Time:  %lf[s]\n", gather_seconds_);
-        console::print("Q Rigid Transformaion\n");
-        console::print("fn_no_rigid=%zu, fn_rigid=%d\n", free_.free_dofs.size(), border_.nr);
-        console::print("Q_Rigid Time:  %lf[s]\n", 0.0);
-        if (!factor_and_solve(du, report) || names_free_motion()) return NewtonOutcome::failed;
+        job_.progress.print("K_F_Rigid Time:  %lf[s]\n", rigid_.empty() ? 0.0 : since(rigid_start));
+        job_.progress.print("cal_QF Time:  %lf[s]\n", gather_seconds_);
+        job_.progress.print("Q Rigid Transformaion\n");
+        job_.progress.print("fn_no_rigid=%zu, fn_rigid=%d\n", free_.free_dofs.size(), border_.nr);
+        job_.progress.print("Q_Rigid Time:  %lf[s]\n", 0.0);
+        if (!factor_and_solve(du, report) || finds_free_motion()) return NewtonOutcome::failed;
         const auto start = Clock::now();
         const Placement from = placement();
         const bool sound = search ? search_along(from, du) : place(from, du, 1);
         print_rigid_displacements();
-        console::print("cal_stress Time:  %lf[s]\n", since(start));
+        job_.progress.print("cal_stress Time:  %lf[s]\n", since(start));
         report.iterations = iteration + 1;
         if (!sound) return NewtonOutcome::diverged;
         if (measure(report) < options_.tolerance) return NewtonOutcome::converged;
@@ -381,17 +360,14 @@ NewtonOutcome NewtonSolver::attempt(bool search, IncrementReport& report) {
             return NewtonOutcome::diverged;
         }
         if (iteration == options_.limit - 1) return NewtonOutcome::unconverged;
-        if (console::cancel_requested()) {
-            error = "stopped by the user";
-            return NewtonOutcome::failed;
-        }
+        if (!job_.goes_on()) return NewtonOutcome::failed;
     }
 }
 
 IncrementReport NewtonSolver::advance(std::int32_t number, double factor) {
     number_ = number;
     set_forces(factor);
-    console::print("########## Force Iteration: %d ##########\n", number);
+    job_.progress.print("########## Force Iteration: %d ##########\n", number);
     const Placement at_start = placement();
     IncrementReport report;
     report.factor = factor;

@@ -8,13 +8,9 @@
 #include <memory>
 #include <string>
 
-#include "conditions/constraints.h"
 #include "elements/finite_elements.h"
-#include "model/run_report.h"
-#include "model/settings.h"
-#include "solver/ldl.h"
 #include "solver/sparse.h"
-#include "system/bordered.h"
+#include "system/assembly.h"
 
 namespace kestralum {
 
@@ -23,37 +19,26 @@ enum class NewtonOutcome { converged, unconverged, diverged, failed };
 struct NewtonOptions {
     double tolerance = 1e-6;
     int limit = 100;              // iterations of one attempt
-    std::int32_t increments = 1;  // told in the progress lines
-    std::int32_t diag_num = 0;    // band measure of the numbering
-};
-
-// The rigid bodies of the run, with their records; borrowed.
-struct NewtonBodies {
-    const RigidSystem& system;
-    std::span<const RigidForce> forces;
-    std::span<const RigidCombine> combines;
+    std::int32_t increments = 1;  // named in the progress lines
 };
 
 // The iteration of one body. Prints the progress lines.
 class NewtonSolver {
 public:
-    // Borrows all; the body is at rest. load: nodal forces at load factor 1, one per free degree of freedom
-    // of `numbering`, members of rigid bodies included. bodies: null without any.
-    NewtonSolver(FiniteBody& body, const NodeElements& node_elements, const DofNumbering& numbering,
-                 std::span<const double> load, const NewtonOptions& options, const Settings& settings,
-                 const NewtonBodies* bodies = nullptr);
+    // Borrows all; the body is at rest, its run's nodal load not known yet.
+    NewtonSolver(Job& job, FiniteBody& body, const Freedoms& freedoms, const NewtonOptions& options);
 
-    // The pattern and its reduction to the equations, and K at rest. False with the error told in
-    // report: a flat element, nothing free, the disk budget.
-    bool prepare(RunReport& report);
+    // The pattern and its reduction to the equations, and K at rest. False with the run's status set: a flat
+    // element, nothing free, a budget, a cancel.
+    bool prepare();
 
     // K at rest without the supported degrees of freedom: its diagonal weighs the shares of area forces.
     const SparseKM& stiffness() const { return constrained_; }
-    void set_load(std::vector<double> load) { load_ = std::move(load); }
 
     // Increment `number` (from 1) up to `factor` times the load. Starts once more with a line search where
     // the first attempt does not converge. On `converged` the states are committed; on `unconverged` the body
-    // is at its last iterate; on `diverged` and `failed` it is where the increment began.
+    // is at its last iterate; on `diverged` and `failed`, a cancel among them, it is where the increment
+    // began.
     IncrementReport advance(std::int32_t number, double factor);
 
     // One per equation: those of nodes on no rigid body, then the bodies'.
@@ -68,7 +53,7 @@ public:
 
 private:
     NewtonOutcome attempt(bool search, IncrementReport& report);
-    bool assemble();
+    bool assemble(Progress& lines);
     bool factor_and_solve(std::vector<double>& du, IncrementReport& report);
     struct Placement {
         std::vector<double> u;
@@ -82,18 +67,18 @@ private:
     bool search_along(const Placement& from, const std::vector<double>& du);
     bool evaluate();  // stresses and Q at body.u; false where an element is inverted
     double measure(IncrementReport& report);
-    bool names_free_motion();
+    bool finds_free_motion();
     void print_head(int iteration) const;
+    void print_load() const;
     void print_rigid_displacements() const;
 
+    Job& job_;
     FiniteBody& body_;
-    const NodeElements& node_elements_;
+    const Freedoms& freedoms_;
     const DofNumbering& numbering_;
-    std::vector<double> load_;
+    const RigidSystem& rigid_;
     NewtonOptions options_;
-    const Settings& settings_;
 
-    const NewtonBodies* bodies_;
     NodeNeighbours neighbours_;
     // K of all degrees of freedom, of those that no support holds, and of those on no rigid body either
     SparseKM full_, constrained_, reduced_;
@@ -110,7 +95,7 @@ private:
     bool free_motion_checked_ = false;
     bool at_rest_ = false;  // prepare() has left K at rest, which the first iteration takes
     double assemble_seconds_ = 0;
-    double largest_load_ = 0;  // |F| so far: E is told against it where F vanishes
+    double largest_load_ = 0;  // |F| so far: what E is measured against where F vanishes
     double gather_seconds_ = 0;
     std::int32_t number_ = 0;
 };

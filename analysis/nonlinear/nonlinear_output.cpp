@@ -4,7 +4,9 @@
 #include <limits>
 #include <numeric>
 
-#include "model/console.h"
+#include "elements/element_type.h"
+#include "model/format.h"
+#include "model/selection.h"
 #include "results/displacement_file.h"
 #include "results/text_output.h"
 
@@ -19,8 +21,8 @@ std::vector<std::int32_t> hardest_elements(const std::vector<double>& mises, std
     std::vector<std::int32_t> order(elements);
     std::iota(order.begin(), order.end(), 0);
     const auto value = [&](std::int32_t e) {
-        const auto first = mises.begin() + static_cast<std::ptrdiff_t>(static_cast<std::size_t>(e) * points);
-        return *std::max_element(first, first + static_cast<std::ptrdiff_t>(points));
+        const auto first = mises.begin() + std::ptrdiff_t(e * points);
+        return *std::max_element(first, first + std::ptrdiff_t(points));
     };
     if (order.size() > most) {
         std::nth_element(order.begin(), order.begin() + most, order.end(),
@@ -34,29 +36,28 @@ std::vector<std::int32_t> hardest_elements(const std::vector<double>& mises, std
     return order;
 }
 
-bool write(const std::string& name, RunReport& report, const std::function<void(TextOutput&)>& fill) {
-    const std::string trouble = write_whole(name, fill);
-    if (!trouble.empty()) report.fail(RunStatus::failed, trouble);
-    return trouble.empty();
+bool write(const std::string& name, Job& job, const std::function<void(TextOutput&)>& fill) {
+    const std::string trouble = write_whole(name, job.options.log_folder, fill, job.progress);
+    return trouble.empty() || job.fail(RunStatus::failed, trouble);
 }
 
-bool write_integ_stress(const NonlinearHistory& history, const ModelStore& store, RunReport& report) {
-    const std::size_t points = element_type(store.mesh.element_type).points;
-    return write("log\\integ_stress.txt", report, [&](TextOutput& file) {
+bool write_integ_stress(const NonlinearHistory& history, Job& job) {
+    const std::size_t points = element_type(job.mesh().element_type).points;
+    return write("log\\integ_stress.txt", job, [&](TextOutput& file) {
         std::string line;
-        for (std::int32_t e : hardest_elements(history.mises.back(), store.mesh.element_num(), points))
+        for (std::int32_t e : hardest_elements(history.mises.back(), job.mesh().element_num(), points))
             for (std::size_t p = 0; p < points; ++p) {
                 line.clear();
                 for (const auto& mises : history.mises)
-                    FormatLine(line, "[%d][%d]:%e ") << e + 1 << static_cast<std::int32_t>(p)
-                                                     << mises[static_cast<std::size_t>(e) * points + p];
+                    FormatLine(line, "[%d][%d]:%e ")
+                        << e + 1 << static_cast<std::int32_t>(p) << mises[e * points + p];
                 file.write(line += '\n');
             }
     });
 }
 
-bool write_Q(const NonlinearHistory& history, RunReport& report) {
-    return write("log\\Q.txt", report, [&](TextOutput& file) {
+bool write_Q(const NonlinearHistory& history, Job& job) {
+    return write("log\\Q.txt", job, [&](TextOutput& file) {
         std::string line;
         for (std::size_t k = 0; k < history.Q.front().size(); ++k) {
             line.clear();
@@ -69,15 +70,15 @@ bool write_Q(const NonlinearHistory& history, RunReport& report) {
     });
 }
 
-bool write_history(const NonlinearHistory& history, const ModelStore& store, RunReport& report) {
+bool write_history(const NonlinearHistory& history, Job& job) {
     std::string text =
         "load_factor,iterations,E/"
         "F,converged,largest_displacement[m],plastic_volume_share,work[J],negative_pivots";
     for (std::int32_t node : history.probes)
-        for (const char* axis : {"x", "y", "z"}) text += console::format(",u%s_node%d[m]", axis, node + 1);
+        for (const char* axis : {"x", "y", "z"}) text += formatted(",u%s_node%d[m]", axis, node + 1);
     text += '\n';
     for (std::size_t k = 0; k < history.factors.size(); ++k) {
-        const IncrementReport& i = report.nonlinear.increments[k];
+        const IncrementReport& i = job.report().nonlinear.increments[k];
         const auto number = [&](double value) {
             text += ',';
             append_e(text, value);
@@ -95,14 +96,15 @@ bool write_history(const NonlinearHistory& history, const ModelStore& store, Run
         for (double u : history.probe_u[k]) number(u);
         text += '\n';
     }
-    return write(history_file_name(store), report, [&](TextOutput& file) { file.write(text); });
+    return write(nonlinear_history_file_name(job.model.model_file_name), job,
+                 [&](TextOutput& file) { file.write(text); });
 }
 
 }  // namespace
 
-void NonlinearHistory::begin(const ModelStore& store, const NodeElements& node_elements,
+void NonlinearHistory::begin(const Mesh& mesh, const NodeElements& node_elements,
                              std::span<const std::array<double, 3>> places) {
-    for (const auto& place : places) probes.push_back(nearest_node(store.mesh, node_elements, place));
+    for (const auto& place : places) probes.push_back(nearest_node(mesh, node_elements, place));
 }
 
 void NonlinearHistory::add(double factor, std::span<const double> internal, const FiniteBody& body) {
@@ -115,10 +117,10 @@ void NonlinearHistory::add(double factor, std::span<const double> internal, cons
         for (std::size_t c = 0; c < 3; ++c) u.push_back(body.u[3 * node + c]);
 }
 
-bool NonlinearHistory::write(const ModelStore& store, RunReport& report) const {
-    const bool stress = write_integ_stress(*this, store, report);
-    const bool forces = write_Q(*this, report);
-    return write_history(*this, store, report) && stress && forces;
+bool NonlinearHistory::write(Job& job) const {
+    const bool stress = write_integ_stress(*this, job);
+    const bool forces = write_Q(*this, job);
+    return write_history(*this, job) && stress && forces;
 }
 
 }  // namespace kestralum

@@ -6,10 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "conditions/constraints.h"
 #include "elements/finite_elements.h"
-#include "model/model_store.h"
-#include "model/run_report.h"
+#include "system/job.h"
 
 namespace kestralum {
 
@@ -21,15 +19,15 @@ struct NonlinearHistory {
     std::vector<std::int32_t> probes;          // nodes, 0-based
     std::vector<std::vector<double>> probe_u;  // increment × 3·probes, m
 
-    void begin(const ModelStore& store, const NodeElements& node_elements,
+    void begin(const Mesh& mesh, const NodeElements& node_elements,
                std::span<const std::array<double, 3>> places);
     void add(double factor, std::span<const double> internal, const FiniteBody& body);
 
     // "log\integ_stress.txt": a line for each point of the 100 elements with the largest Mises stress at the
     // end, "[element][point]:%e " per increment (element from 1, point from 0). "log\Q.txt": a line for each
-    // equation, "%e " per increment. "log\history_NAME.csv". False with report's error when one cannot be
-    // written.
-    bool write(const ModelStore& store, RunReport& report) const;
+    // equation, "%e " per increment. "log\history_nonlinear_NAME.csv". False with status failed when one
+    // cannot be written.
+    bool write(Job& job) const;
 };
 
 }  // namespace kestralum

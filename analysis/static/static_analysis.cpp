@@ -1,17 +1,17 @@
 #include "analysis/static/static_analysis.h"
 
 #include <cmath>
+#include <memory>
 
-#include "conditions/loads.h"
+#include "analysis/linear_run.h"
 #include "elements/stresses.h"
-#include "model/console.h"
-#include "system/linear_system.h"
+#include "model/format.h"
 
 namespace kestralum {
 
 namespace {
 
-constexpr std::int32_t static_columns = 6;  // result columns of a static analysis; the first is used
+constexpr std::int32_t static_columns = 6;  // of the result file
 
 double norm(std::span<const double> v) {
     double sum = 0;
@@ -19,148 +19,116 @@ double norm(std::span<const double> v) {
     return std::sqrt(sum);
 }
 
-std::array<double, 3> place_of_node(const Mesh& mesh, std::size_t n) {
-    return {mesh.coordinates[3 * n], mesh.coordinates[3 * n + 1], mesh.coordinates[3 * n + 2]};
-}
-
-void report_loads(const ModelStore& store, const LinearSystem& system, const LoadVector& load,
-                  RunReport& report) {
-    report_unused_records(store, system.numbering, load, report);
-    for (std::size_t k = 0; k < system.numbering.free_dofs.size(); ++k)
-        report.applied[system.numbering.free_dofs[k] % 3] += load.F[k];
-    for (std::size_t b = 0; b < system.rigid.bodies.size(); ++b) {
+void report_applied(Job& job, const RigidSystem& rigid) {
+    std::array<double, 3>& applied = job.report().applied;
+    for (std::size_t d = 0; d < job.run.load.size(); ++d) applied[d % 3] += job.run.load[d];
+    for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
         const Vec6 force =
-            rigid_force_resultant(system.rigid, static_cast<std::int32_t>(b), {}, store.rigid_forces);
-        for (std::size_t c = 0; c < 3; ++c) report.applied[c] += force[c];
+            rigid_force_resultant(rigid, static_cast<std::int32_t>(b), {}, job.model.rigid_forces);
+        for (std::size_t c = 0; c < 3; ++c) applied[c] += force[c];
     }
 }
 
-// Says which node, or which rigid element, nothing holds.
-void report_free_motion(const ModelStore& store, const LinearSystem& system, const BorderedFactor& factor,
-                        RunReport& report) {
+// False where nothing holds a node or a rigid element.
+bool check_held(Job& job, const AssembledSystem& system, const BorderedFactor& factor) {
     const std::int32_t loose =
         factor.free() ? find_free_motion(system.km, system.km.K_value, *factor.free()) : -1;
     if (loose >= 0) {
-        const std::int32_t dof = system.numbering.free_dofs[loose];
-        const auto x = place_of_node(store.mesh, static_cast<std::size_t>(dof / 3));
-        report.fail(
+        const std::int32_t dof = system.freedoms.numbering.free_dofs[loose];
+        const double* x = job.mesh().node(dof / 3);
+        return job.fail(
             RunStatus::failed,
-            console::format("the body is free: the supports do not hold node %d at (%.6g, %.6g, %.6g) in %c",
-                            dof / 3 + 1, x[0], x[1], x[2], "xyz"[dof % 3]));
-    } else if (factor.has_free_motion(system.border.K_rr)) {
-        std::string names;
-        for (const RigidElement& element : store.rigid_elements)
-            names += (names.empty() ? "" : ", ") + element.name;
-        report.fail(RunStatus::failed,
-                    "the body is free: a motion of the rigid elements (" + names + ") meets no resistance");
+            formatted("the body is free: the supports do not hold node %d at (%.6g, %.6g, %.6g) in %c",
+                      dof / 3 + 1, x[0], x[1], x[2], "xyz"[dof % 3]));
     }
+    if (!factor.has_free_motion(system.border.K_rr)) return true;
+    std::string names;
+    for (const RigidElement& element : job.model.rigid_elements)
+        names += (names.empty() ? "" : ", ") + element.name;
+    return job.fail(RunStatus::failed,
+                    "the body is free: a motion of the rigid elements (" + names + ") meets no resistance");
 }
 
-bool solve(const ModelStore& store, const Settings& settings, const LinearSystem& system,
-           std::vector<double>& u, RunReport& report) {
-    const auto factor = plan_bordered(store, settings, system, report);
-    if (!factor ||
-        !factor->factor(system.km, system.km.K_value, system.border.K_fr, system.border.K_rr, report))
+// F in, u out: one value per equation.
+bool solve(Job& job, const AssembledSystem& system, std::vector<double>& u) {
+    const auto factor = plan_bordered(job, system);
+    if (!factor || !factor->factor(job, job.progress, system.km, system.km.K_value, system.border.K_fr,
+                                   system.border.K_rr))
         return false;
-    report.clock.begin("solve");
+    job.clock.begin("solve");
     const std::vector<double> F = u;
-    if (!factor->solve(u)) {
-        report.fail(RunStatus::failed, "the solution cannot go on: " + factor->error());
-        return false;
-    }
+    if (!factor->solve(job, u)) return false;
     std::vector<double> Ku(u.size());
-    multiply(system.km, system.km.K_value, std::span(u).first(system.numbering.free_dofs.size()), Ku);
+    multiply(system.km, system.km.K_value, std::span(u).first(system.km.rows()), Ku);
     multiply_border(system.border, system.border.K_fr, system.border.K_rr, u, Ku, 1);
     for (std::size_t k = 0; k < Ku.size(); ++k) Ku[k] -= F[k];
     const double load = norm(F);
-    report.residual = load > 0 ? norm(Ku) / load : norm(Ku);
-
-    if (!std::isfinite(norm(u))) {  // nothing to store: an earlier result file stays
-        report.fail(RunStatus::failed, "the displacements are not finite numbers");
-        return false;
-    }
-    report_free_motion(store, system, *factor, report);
-    return true;
+    job.report().residual = load > 0 ? norm(Ku) / load : norm(Ku);
+    if (!check_held(job, system, *factor)) return false;
+    return std::isfinite(norm(u)) || job.fail(RunStatus::failed, "the displacements are not finite numbers");
 }
 
-void store_displacements(ModelStore& store, const LinearSystem& system, std::span<const double> u) {
-    store.results.resize(static_columns, store.mesh.dof_num);
-    expand_solution(store.mesh, system.numbering, system.rigid, u,
-                    std::span(store.results.mode_vec).first(store.mesh.dof_num));
-    store.fn_free = store.mesh.dof_num;
-}
-
-void report_reactions(const ModelStore& store, const LinearSystem& system, const PointResults& points,
-                      std::span<const double> q, std::span<const double> nodal, RunReport& report) {
-    const Mesh& mesh = store.mesh;
-    const RigidSystem& rigid = system.rigid;
+// q: the amounts of the rigid bodies' motions.
+void report_reactions(Job& job, const AssembledSystem& system, const PointResults& points,
+                      std::span<const double> q) {
+    const Mesh& mesh = job.mesh();
+    const RigidSystem& rigid = system.freedoms.rigid;
     std::vector<char> wanted(mesh.node_num(), 0);
-    for (std::int32_t n : system.numbering.fixed_nodes) wanted[n] = 1;
+    for (std::int32_t n : system.freedoms.numbering.fixed_nodes) wanted[n] = 1;
     std::vector<Vec6> springs, loads;
     for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
         const auto number = static_cast<std::int32_t>(b);
         for (std::int32_t n : rigid.bodies[b].members) wanted[n] = !rigid.bodies[b].fixed.empty();
-        springs.push_back(spring_resistance(store.rigid_combines, rigid, number, q));
-        loads.push_back(resultant(rigid.bodies[b], {}, mesh, nodal));
-        const Vec6 own = rigid_force_resultant(rigid, number, {}, store.rigid_forces);
+        springs.push_back(spring_resistance(job.model.rigid_combines, rigid, number, q));
+        loads.push_back(resultant(rigid.bodies[b], {}, mesh, job.run.load));
+        const Vec6 own = rigid_force_resultant(rigid, number, {}, job.model.rigid_forces);
         for (std::size_t c = 0; c < 6; ++c) loads[b][c] += own[c];
     }
-    report.reaction =
-        sum_reactions(system.numbering, rigid, internal_forces(mesh, points, wanted), springs, loads);
+    job.report().reaction =
+        sum_reactions(system.freedoms, internal_forces(mesh, points, wanted), springs, loads);
 }
 
-void recover(ModelStore& store, const Settings& settings, const LinearSystem& system,
-             std::span<const double> q, std::span<const double> nodal, RunReport& report) {
-    console::print("Strain Analysis\n");
-    const Mesh& mesh = store.mesh;
-    const std::size_t dofs = mesh.dof_num;
+bool recover(Job& job, const AssembledSystem& system, std::span<const double> q) {
+    job.clock.begin("recover");
+    const Mesh& mesh = job.mesh();
+    const Freedoms& freedoms = system.freedoms;
+    const auto frame = std::make_shared<Frame>(mesh.dof_num());
+    expand_solution(mesh, freedoms, q, frame->mode_vec);
+    job.progress.print("Strain Analysis\n");
     PointResults points;
-    const std::span<const double> u(store.results.mode_vec.data(), dofs);
-    point_stresses(mesh, store.parts, system.elasticity, u, settings.threads(), points);
-    mean_stress_strain(mesh, system.node_elements, points, {}, settings.threads(),
-                       std::span(store.results.node_stress).first(stress_groups * dofs));
-    report_reactions(store, system, points, q, nodal, report);
-    report_largest(store, 0, report);
+    point_stresses(mesh, job.model.parts, system.elasticity, frame->mode_vec, job.threads(), points,
+                   job.progress);
+    mean_stress_strain(mesh, freedoms.node_elements, points, {}, job.threads(), frame->node_stress,
+                       job.progress);
+    if (!job.goes_on()) return false;
+    report_reactions(job, system, points, q.subspan(freedoms.numbering.free_dofs.size()));
+    report_largest(job, *frame);
+    job.run.results.push_back(frame);
+    return true;
 }
 
-bool analyse(ModelStore& store, const Settings& settings, RunReport& report) {
-    LinearSystem system;
-    if (!build_linear_system(store, settings, system, report)) return false;
-    console::print("Force Vector\n");
-    LoadVector load = build_loads(store.forces, store.mesh, system.numbering,
-                                  unstrained_diagonal(store, system.numbering, system.rigid, system.km));
-    console::print("Force Vector Complete\n");
-    report_loads(store, system, load, report);
-    std::vector<double> nodal(store.mesh.dof_num, 0.0);
-    for (std::size_t k = 0; k < load.F.size(); ++k) nodal[system.numbering.free_dofs[k]] = load.F[k];
-    const std::vector<std::int32_t> free_dofs = system.numbering.free_dofs;
-    transform_rigid(store, system, false);
-    std::vector<double> q =
-        reduce_loads(store.mesh, store.rigid_forces, system.rigid, {}, system.numbering, free_dofs, load.F);
-    report.free_dofs = system.equations();
-    if (system.equations() == 0) {
-        report.fail(RunStatus::failed, "the rigid elements and supports leave no motion: nothing to solve");
-        return false;
-    }
-    console::print("Static Analysis Start\n");
-    if (!solve(store, settings, system, q, report)) return false;
-    report.clock.begin("recover");
-    store_displacements(store, system, q);
+bool work(Job& job, AssembledSystem& system) {
+    if (!assemble_system(job, system)) return false;
+    job.progress.print("Force Vector\n");
+    resolve_loads(job, system.freedoms, unstrained_diagonal(job, system.freedoms, system.km));
+    job.progress.print("Force Vector Complete\n");
+    report_applied(job, system.freedoms.rigid);
+    if (!transform_rigid(job, system, false)) return false;
+    std::vector<double> q = reduce_loads(job, system.freedoms.numbering, system.freedoms.rigid, {});
+    job.progress.print("Static Analysis Start\n");
+    if (!solve(job, system, q)) return false;
     system.km = {};
-    recover(store, settings, system, std::span<const double>(q).subspan(system.numbering.free_dofs.size()),
-            nodal, report);
-    return true;
+    return recover(job, system, q);
 }
 
 }  // namespace
 
-RunReport run_static(ModelStore& store, const Settings& settings) {
-    return run_linear(store, settings, AnalysisType::linear_static,
-                      [&](RunReport& report) { return analyse(store, settings, report); });
-}
-
-RunReport exec_static() {
-    return run_static(model_store(), settings());
+Run analyse_static(const Model& model, const Settings& settings, const RunOptions& options,
+                   Progress& progress) {
+    Run run;
+    begin_run(run, model, settings, options, AnalysisType::linear_static, "static");
+    run_linear({model, settings, options, progress, run}, nullptr, work, static_columns);
+    return run;
 }
 
 }  // namespace kestralum

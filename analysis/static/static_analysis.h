@@ -1,17 +1,14 @@
-// The driver of the linear analyses.
+// The linear static analysis: K u = F.
 #pragma once
 
-#include "model/model_store.h"
-#include "model/run_report.h"
-#include "model/settings.h"
+#include "analysis/analysis_table.h"
 
 namespace kestralum {
 
-// Linear static analysis of the process-wide store: K u = F, stresses, result file. The store keeps
-// the renumbered mesh and the results; the factor files stay in the log folder.
-RunReport exec_static();
-
-// The same on one store.
-RunReport run_static(ModelStore& store, const Settings& settings);
+// Displacements and nodal stresses of the loads, in one frame; the result file has six columns, the first of
+// which is the frame. The report has the largest values, loads, reactions and the residual. A body that the
+// supports do not hold is a failed run.
+Run analyse_static(const Model& model, const Settings& settings, const RunOptions& options,
+                   Progress& progress);
 
 }  // namespace kestralum
