@@ -53,7 +53,7 @@ ProgressLine::ProgressLine(Worker& worker, QWidget* parent)
 
 void ProgressLine::show_place() {
     constexpr int patience = 300;  // ms
-    if (!worker_.busy()) return;   // its end shows a box
+    if (!worker_.busy()) return hide();  // a box about its end is up
     const Progress::Place at = worker_.place();
     if (at.stage != stage_ || at.count < count_) stage_time_.start();
     stage_ = at.stage;
