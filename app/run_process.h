@@ -2,6 +2,12 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+
+#include "model/model.h"
+#include "model/progress.h"
+#include "model/run.h"
+#include "model/settings.h"
 
 namespace kestralum {
 
@@ -15,7 +21,7 @@ public:
 
     // Makes the folder and takes its lock, kept until the object ends. False with a line when another
     // run holds it or the folder cannot be used.
-    bool take();
+    bool take(std::string_view log_folder, Progress& progress);
 
 private:
     int file_ = -1;
@@ -25,7 +31,16 @@ private:
 // where that is not needed, not possible, or the environment has chosen.
 void use_best_kernels(char** argv);
 
+// Reads the settings, makes the log folder and prints the banner. False where there are no settings.
+bool start_up(std::string_view setting_file, std::string_view log_folder, Settings& settings,
+              Progress& progress);
+
 // What to tell the user where the environment has chosen slower kernels; otherwise empty.
 std::string slow_kernels_note();
+
+// What to tell the user before an analysis of this type replaces the model's result file in the log folder:
+// that the file holds another analysis, a model of another size or no results of this program. Empty where
+// there is no such file or it holds an earlier run of the same. Reads the end of the file only.
+std::string replaced_results_note(const Model& model, AnalysisType type, std::string_view log_folder);
 
 }  // namespace kestralum

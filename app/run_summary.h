@@ -1,23 +1,34 @@
-// What the batch command prints when it ends.
+// What is printed when a run or a check ends.
 #pragma once
 
 #include <string>
 
 #include "input/analysis_info_reader.h"
 #include "input/model_reader.h"
-#include "model/model_store.h"
-#include "model/run_report.h"
+#include "model/model.h"
+#include "model/progress.h"
+#include "model/run.h"
+#include "solver/factor_files.h"
 #include "system/model_check.h"
 
 namespace kestralum {
 
-// Remarks of reading and control file: notices, and the token where the reading ended when it was not END.
-void print_input_summary(const ModelReadReport& model, const AnalysisInfoReport& control);
+struct RunSummary {
+    const Model& model;
+    const Run& run;
+    const ModelReadReport* read = nullptr;        // null: what reading had to say is left out
+    const AnalysisInfoReport* control = nullptr;  // the same
+    std::string vtu;              // stored name of the file for ParaView; empty: there is none
+    FactorFileList factor_files;  // left in the log folder
+};
 
-// Results, balance and stage table of an analysis, and where its files lie; `vtu`: the stored name of the one
-// for ParaView, empty where there is none.
-void print_run_summary(const ModelStore& store, const RunReport& report, const std::string& vtu = {});
+// Notes, results, balance and stage table of an analysis, and where its files lie. A static or eigen run
+// tells what its probes met.
+void print_run_summary(const RunSummary& summary, Progress& progress);
 
-void print_check(const ModelStore& store, const ModelCheck& check);
+// Notes of reading and of the control file, and the token where the reading ended when it was not END.
+void print_input_summary(const ModelReadReport& model, const AnalysisInfoReport& control, Progress& progress);
+
+void print_check(const Model& model, const ModelCheck& check, Progress& progress);
 
 }  // namespace kestralum

@@ -3,125 +3,115 @@
 #include <cmath>
 
 #include "analysis/analysis_table.h"
+#include "app/command_line.h"
 #include "model/token_reader.h"
 
 namespace kestralum {
 
 namespace {
 
-bool set_override(BatchOptions& options, const std::string& text) {
+// NAME=EXPRESSION
+std::string add_override(BatchOptions& options, const std::string& text) {
     const std::size_t equals = text.find('=');
-    if (equals == std::string::npos || equals == 0 || equals + 1 == text.size()) return false;
+    if (equals == std::string::npos || equals == 0 || equals + 1 == text.size())
+        return "--set wants NAME=EXPRESSION, not '" + text + "'";
     options.overrides.push_back({text.substr(0, equals), text.substr(equals + 1)});
-    return true;
+    return {};
 }
 
 // X,Y,Z
-bool add_probe(BatchOptions& options, std::string text) {
+std::string add_probe(BatchOptions& options, const std::string& text) {
+    const std::string refused = "--probe wants X,Y,Z in metres, not '" + text + "'";
+    std::string rest = text;
     std::array<double, 3> place{};
     for (std::size_t c = 0; c < 3; ++c) {
-        const std::size_t comma = c < 2 ? text.find(',') : text.size();
-        if (comma == std::string::npos) return false;
-        const auto value = parse_double(std::string_view(text).substr(0, comma));
-        if (!value || !std::isfinite(*value)) return false;
+        const std::size_t comma = c < 2 ? rest.find(',') : rest.size();
+        if (comma == std::string::npos) return refused;
+        const auto value = parse_double(std::string_view(rest).substr(0, comma));
+        if (!value || !std::isfinite(*value)) return refused;
         place[c] = *value;
-        text.erase(0, comma + 1);
+        rest.erase(0, comma + 1);
     }
     options.probes.push_back(place);
-    return true;
+    return {};
 }
 
-void check_command(BatchOptions& options) {
-    if (!options.error.empty() || options.help || options.version) return;
-    if (options.command.empty())
-        options.error = "an analysis or `check` is missing";
-    else if (options.command != "check" && !find_analysis(options.command))
-        options.error = "unknown analysis '" + options.command + "'";
-    else if (options.model_file.empty())
-        options.error = "the model file is missing";
-    else if (options.command != "explicit" && options.mean_dilatation)
-        options.error = "--mean-dilatation goes with explicit";
-    else if (options.command != "explicit" && options.command != "nonlinear" && !options.probes.empty())
-        options.error = "--probe goes with nonlinear and explicit";
-    else if (options.command == "check" && options.vtu)
-        options.error = "check writes no results: --vtu goes with an analysis";
+void describe(CLI::App& app, BatchOptions& options) {
+    std::string analyses;
+    for (const AnalysisEntry& entry : analysis_table())
+        analyses += std::string(analyses.empty() ? "" : ", ") + entry.batch_word;
+    set_up(app,
+           "kestralum-batch ANALYSIS MODEL_FILE [OPTION]...\n"
+           "kestralum-batch check MODEL_FILE [--set NAME=EXPRESSION]... [--setting FILE] [--quiet]\n"
+           "kestralum-batch --help | --version",
+           options.help, options.version);
+    add_text(app, "ANALYSIS", "",
+             analyses +
+                 "; or check:\n"
+                 "reads and meshes only and tells what the model is made of and what it needs",
+             options.command);
+    add_text(app, "MODEL_FILE", "", "the model; its control file (.ana) is read from beside it",
+             options.model_file);
+    add_value(app, "--set", "NAME=EXPRESSION",
+              "gives a parameter of the model another expression; repeatable",
+              [&options](const std::string& text) { return add_override(options, text); });
+    add_text(app, "--setting", "FILE", "settings file instead of setting/setting.txt", options.setting_file);
+    add_text(app, "--log", "DIR", "writes there instead of log; one run at a time in a folder",
+             options.log_folder);
+    app.add_flag("--vtu", options.vtu,
+                 "writes NAME.vtu for ParaView beside the result file; nonlinear, explicit: one a frame\n"
+                 "and NAME.pvd");
+    add_value(app, "--probe", "X,Y,Z",
+              "what becomes of the node nearest to this place, metres: static, eigen: in the summary;\n"
+              "nonlinear, explicit: in the history; repeatable",
+              [&options](const std::string& text) { return add_probe(options, text); });
+    app.add_flag("--mean-dilatation", options.mean_dilatation,
+                 "explicit: hexahedra with one pressure each, for large plastic strains");
+    app.add_flag("--tidy", options.tidy, "removes the files of the factor after the run");
+    app.add_flag("--quiet", options.quiet, "prints the closing summary only");
+    app.footer(
+        "Exit status: 0 done; 1 the analysis could not be completed; 2 bad usage, missing settings, "
+        "unreadable\n"
+        "or wrong input.");
+}
+
+// What does not go together.
+std::string check_command(const BatchOptions& options) {
+    if (options.command.empty()) return "an analysis or `check` is missing";
+    if (options.command != "check" && !find_analysis(options.command))
+        return "unknown analysis '" + options.command + "'";
+    if (options.model_file.empty()) return "the model file is missing";
+    if (options.command != "explicit" && options.mean_dilatation)
+        return "--mean-dilatation goes with explicit";
+    if (options.command != "check") return {};
+    if (!options.probes.empty()) return "check computes nothing: --probe goes with an analysis";
+    if (options.vtu) return "check writes no results: --vtu goes with an analysis";
+    if (options.tidy) return "check writes no factor: --tidy goes with an analysis";
+    return {};
 }
 
 }  // namespace
 
 BatchOptions parse_batch_options(std::span<const char* const> arguments) {
     BatchOptions options;
-    for (std::size_t k = 0; k < arguments.size() && options.error.empty(); ++k) {
-        const std::string argument = arguments[k];
-        auto value = [&]() -> std::string {
-            if (k + 1 < arguments.size()) return arguments[++k];
-            options.error = argument + " wants a value";
-            return {};
-        };
-        if (argument == "--help" || argument == "-h")
-            options.help = true;
-        else if (argument == "--version")
-            options.version = true;
-        else if (argument == "--vtu")
-            options.vtu = true;
-        else if (argument == "--quiet")
-            options.quiet = true;
-        else if (argument == "--setting")
-            options.setting_file = value();
-        else if (argument == "--log")
-            options.log_directory = value();
-        else if (argument == "--mean-dilatation")
-            options.mean_dilatation = true;
-        else if (argument == "--probe") {
-            const std::string text = value();
-            if (options.error.empty() && !add_probe(options, text))
-                options.error = "--probe wants X,Y,Z in metres, not '" + text + "'";
-        } else if (argument == "--set") {
-            const std::string text = value();
-            if (options.error.empty() && !set_override(options, text))
-                options.error = "--set wants NAME=EXPRESSION, not '" + text + "'";
-        } else if (argument.starts_with("-"))
-            options.error = "unknown option " + argument;
-        else if (options.command.empty())
-            options.command = argument;
-        else if (options.model_file.empty())
-            options.model_file = argument;
-        else
-            options.error = "'" + argument + "' is one argument too many";
-    }
-    if (options.error.empty() && (options.log_directory.empty() || options.setting_file.empty()))
+    CLI::App app;
+    describe(app, options);
+    options.error = parse_command_line(app, arguments);
+    if (!options.error.empty()) return options;
+    if (options.log_folder.empty() || options.setting_file.empty())
         options.error = "an empty file or folder name";
-    check_command(options);
+    else if (options.command == "-" || options.model_file == "-")
+        options.error = "unknown option -";
+    else if (!options.help && !options.version)
+        options.error = check_command(options);
     return options;
 }
 
 std::string batch_usage() {
-    std::string analyses;
-    for (const AnalysisEntry& entry : analysis_table())
-        analyses += std::string(analyses.empty() ? "" : ", ") + entry.batch_word;
-    return "kestralum-batch ANALYSIS MODEL_FILE [--set NAME=EXPRESSION]... [--setting FILE] [--log DIR] "
-           "[--vtu] [--quiet]\n"
-           "kestralum-batch check MODEL_FILE [--set NAME=EXPRESSION]... [--setting FILE] [--quiet]\n"
-           "kestralum-batch --help | --version\n"
-           "\n"
-           "  ANALYSIS              " +
-           analyses +
-           "\n"
-           "  MODEL_FILE            the model; its control file (.ana) is read from beside it\n"
-           "  check                 reads and meshes only and tells what the model is made of and what it "
-           "needs\n"
-           "  --set NAME=EXPRESSION gives a parameter of the model another expression; repeatable\n"
-           "  --setting FILE        settings file instead of setting/setting.txt\n"
-           "  --log DIR             writes there instead of log; one run at a time in a folder\n"
-           "  --vtu                 writes NAME.vtu for ParaView beside the result file; nonlinear, "
-           "explicit: one a frame and NAME.pvd\n"
-           "  --probe X,Y,Z         nonlinear, explicit: motion of the nearest node in the history, metres; "
-           "repeatable\n"
-           "  --mean-dilatation     explicit: hexahedra with one pressure each, for large plastic strains\n"
-           "  --quiet               prints the closing summary only\n"
-           "\n"
-           "Exit status: 0 done; 1 the analysis could not be completed; 2 bad usage, missing settings, "
-           "unreadable or wrong input.\n";
+    BatchOptions unused;
+    CLI::App app;
+    describe(app, unused);
+    return app.help();
 }
 
 }  // namespace kestralum

@@ -16,12 +16,11 @@ struct BatchOptions {
     std::string model_file;
     std::vector<ParameterOverride> overrides;
     std::string setting_file = "setting\\setting.txt";
-    std::string log_directory = "log";
-    bool vtu = false, quiet = false;
-    std::vector<std::array<double, 3>>
-        probes;                    // nonlinear, explicit: places whose nodes go into the history, m
-    bool mean_dilatation = false;  // explicit: hexahedra with one pressure
-    std::string error;             // bad usage: why
+    std::string log_folder = "log";
+    bool vtu = false, quiet = false, tidy = false;
+    std::vector<std::array<double, 3>> probes;  // places whose nearest nodes are told, m
+    bool mean_dilatation = false;               // explicit: hexahedra with one pressure
+    std::string error;                          // bad usage: why
 };
 
 BatchOptions parse_batch_options(std::span<const char* const> arguments);

@@ -2,21 +2,20 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <exception>
 #include <new>
 #include <span>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "analysis/analysis_table.h"
-#include "analysis/explicit/explicit_analysis.h"
-#include "analysis/nonlinear/nonlinear_analysis.h"
 #include "app/batch/batch_options.h"
 #include "app/run_process.h"
 #include "app/run_summary.h"
-#include "input/settings_reader.h"
-#include "model/console.h"
-#include "model/paths.h"
-#include "model/settings.h"
 #include "results/result_file.h"
 #include "results/vtu_file.h"
+#include "system/stage_clock.h"
 
 namespace {
 
@@ -24,12 +23,14 @@ using namespace kestralum;
 
 enum ExitStatus { exit_done = 0, exit_incomplete = 1, exit_bad_input = 2 };
 
-// Ctrl-C ends a run at its next counter, with its files in order; the third one ends it at once.
-void stop_on_interrupt() {
+// Ctrl-C asks the work to stop, with its files in order; the third one ends the program at once.
+Progress* to_stop = nullptr;
+void stop_on_interrupt(Progress& progress) {
     static volatile std::sig_atomic_t asked = 0;
+    to_stop = &progress;
     for (const int which : {SIGINT, SIGTERM})
         std::signal(which, [](int number) {
-            console::request_cancel(true);
+            to_stop->cancel();
             asked = asked + 1;
             if (asked < 3) return;
             std::signal(number, SIG_DFL);
@@ -37,89 +38,136 @@ void stop_on_interrupt() {
         });
 }
 
-ExitStatus run_analysis(const BatchOptions& options, const ModelReadReport& model,
-                        const AnalysisInfoReport& control) {
-    StageClock clock;  // reading and meshing first: the peak of memory is theirs until the analysis begins
-    clock.add("read", model.read_seconds);
-    clock.add("mesh", model.mesh_seconds);
-    explicit_options() = {options.probes, options.mean_dilatation};
-    nonlinear_options() = {{}, options.probes};
-    stop_on_interrupt();
-    RunReport report = find_analysis(options.command)->run();
-    for (const Stage& stage : report.clock.stages()) {
-        constexpr double worth_telling = 1;  // seconds
+struct Input {
+    Model model = placeholder_model();
+    ModelReadReport read;
+    AnalysisInfoReport control;
+    std::vector<Stage> stages;  // of reading
+};
+
+// False with a line where the model cannot be analysed.
+bool read_input(const BatchOptions& options, Input& input, Progress& progress) {
+    MemoryWatch memory;
+    input.model.model_file_name = options.model_file;
+    input.read = read_input_file(input.model, options.overrides, progress);
+    if (!input.read.ok) return false;
+    input.control = read_analysis_info_file(input.model, progress);
+    const double peak = memory.take_peak();  // of both: the parts are meshed while the text is in memory
+    input.stages = {{"read", input.read.read_seconds, peak}, {"mesh", input.read.mesh_seconds, peak}};
+    return input.control.status != AnalysisInfoStatus::wrong;
+}
+
+// The file for ParaView, its stored name; empty where none is wanted or it cannot be written.
+std::string write_for_paraview(const BatchOptions& options, const Model& model, Run& run,
+                               Progress& progress) {
+    if (!options.vtu || !run.report.has_results()) return {};
+    const bool steps = has_steps(run.ana_type);
+    if (steps ? write_vtu_frames(model, run, progress) : write_vtu(model, run, progress))
+        return steps ? pvd_file_name(model.model_file_name) : vtu_file_name(model.model_file_name);
+    run.report.fail(RunStatus::failed, "the file for ParaView cannot be written");
+    return {};
+}
+
+// Notes and stages beside those of the analysis.
+void complete_report(const Input& input, const std::string& replaced, RunReport& report) {
+    constexpr double worth_telling = 1;  // seconds
+    for (const Stage& stage : report.stages) {
         if (stage.name != "factor" || stage.seconds < worth_telling) continue;
         if (const std::string note = slow_kernels_note(); !note.empty())
             report.remarks.notices.push_back(note);
     }
-    for (const Stage& stage : report.clock.stages()) clock.add(stage);
-    report.clock = clock;
-    std::string vtu;
-    if (report.has_results() && options.vtu) {
-        const bool steps = has_steps(model_store().ana_type);
-        if (steps ? write_vtu_frames(model_store()) : write_vtu(model_store()))
-            vtu = steps ? pvd_file_name(model_store()) : vtu_file_name(model_store());
-        else
-            report.fail(RunStatus::failed, "the file for ParaView cannot be written");
-    }
-    print_input_summary(model, control);
-    print_run_summary(model_store(), report, vtu);
-    for (const std::string& error : report.remarks.errors) console::error("%s", error.c_str());
-    if (report.status == RunStatus::done) return exit_done;
-    return report.status == RunStatus::bad_input ? exit_bad_input : exit_incomplete;
+    if (report.written && !replaced.empty()) report.remarks.notices.push_back(replaced);
+    std::vector<Stage> stages = input.stages;
+    for (const Stage& stage : report.stages) add_stage(stages, stage);
+    report.stages = std::move(stages);
 }
 
-ExitStatus run(const BatchOptions& options) {
-    console::set_lines_enabled(!options.quiet);
-    paths::set_log_directory(options.log_directory);
-    LogLock lock;
-    if (options.command != "check" && !lock.take()) return exit_bad_input;
-    if (read_setting_file(options.setting_file) == SettingsStatus::missing) return exit_bad_input;
-    init_model_defaults();
-    model_store().model_file_name = options.model_file;
-    if (options.command == "check") console::set_lines_enabled(false);
-    const ModelReadReport model = read_input_file(options.overrides);
-    if (!model.ok) return exit_bad_input;
-    const AnalysisInfoReport control = read_analysis_info_file();
-    if (control.status == AnalysisInfoStatus::wrong) return exit_bad_input;
-    if (options.command == "check") {
-        print_check(model_store(), check_model(model_store(), settings()));
-        print_input_summary(model, control);
-        return exit_done;
+ExitStatus run_analysis(const BatchOptions& options, const Settings& settings, const Input& input,
+                        Progress& progress) {
+    const AnalysisEntry& analysis = *find_analysis(options.command);
+    const std::string replaced = replaced_results_note(input.model, analysis.type, options.log_folder);
+    if (!replaced.empty()) progress.notice("%s", replaced.c_str());
+    RunOptions run_options;
+    run_options.log_folder = options.log_folder;
+    run_options.probes = options.probes;
+    run_options.mean_dilatation = options.mean_dilatation;
+    Run run = analysis.analyse(input.model, settings, run_options, progress);
+    if (options.tidy) remove_factor_files(options.log_folder);
+    complete_report(input, replaced, run.report);
+    const std::string vtu = write_for_paraview(options, input.model, run, progress);
+    print_run_summary({.model = input.model,
+                       .run = run,
+                       .read = &input.read,
+                       .control = &input.control,
+                       .vtu = vtu,
+                       .factor_files = list_factor_files(options.log_folder)},
+                      progress);
+    for (const std::string& error : run.report.remarks.errors) progress.error("%s", error.c_str());
+    if (run.report.status == RunStatus::done) return exit_done;
+    return run.report.status == RunStatus::bad_input ? exit_bad_input : exit_incomplete;
+}
+
+ExitStatus check(const BatchOptions& options, const Settings& settings) {
+    ConsoleProgress progress(true);  // without the echo of the model
+    stop_on_interrupt(progress);
+    Input input;
+    if (!read_input(options, input, progress)) return progress.cancelled() ? exit_incomplete : exit_bad_input;
+    const ModelCheck found = check_model(input.model, settings, progress);
+    if (progress.cancelled()) {
+        progress.error("stopped on request");
+        return exit_incomplete;
     }
-    return run_analysis(options, model, control);
+    print_check(input.model, found, progress);
+    print_input_summary(input.read, input.control, progress);
+    return exit_done;
+}
+
+ExitStatus run(const BatchOptions& options, Progress& progress) {
+    Settings settings;
+    if (!start_up(options.setting_file, options.log_folder, settings, progress)) return exit_bad_input;
+    if (options.command == "check") return check(options, settings);
+    stop_on_interrupt(progress);
+    Input input;
+    if (!read_input(options, input, progress)) return progress.cancelled() ? exit_incomplete : exit_bad_input;
+    return run_analysis(options, settings, input, progress);
+}
+
+// With the log folder to itself; what cannot be foreseen, memory above all, is told like everything else.
+ExitStatus guarded_run(const BatchOptions& options, Progress& progress) {
+    LogLock lock;
+    if (options.command != "check" && !lock.take(options.log_folder, progress)) return exit_bad_input;
+    try {
+        return run(options, progress);
+    } catch (const std::bad_alloc&) {
+        progress.error("not enough memory for this model");
+    } catch (const std::exception& e) {
+        progress.error("%s", e.what());
+    }
+    if (options.command != "check") release_held_results(options.model_file, options.log_folder);
+    return exit_incomplete;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const BatchOptions options =
-        parse_batch_options(std::span(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0));
+    const BatchOptions options = parse_batch_options(std::span(argv, argc).subspan(argc > 0 ? 1 : 0));
+    ConsoleProgress progress(options.quiet);
     if (!options.error.empty()) {
-        console::error("kestralum-batch: %s (see kestralum-batch --help)", options.error.c_str());
+        progress.error("kestralum-batch: %s (see kestralum-batch --help)", options.error.c_str());
         return exit_bad_input;
     }
     if (options.help) {
-        console::summary("%s", batch_usage().c_str());
+        progress.summary("%s", batch_usage().c_str());
         return exit_done;
     }
     if (options.version) {
-        console::summary("KESTRALUM %s\n", program_version);
+        progress.summary("KESTRALUM %s\n", program_version);
         return exit_done;
     }
     if (options.command != "check") use_best_kernels(argv);
-    ExitStatus status = exit_incomplete;
-    try {
-        status = run(options);
-    } catch (const std::bad_alloc&) {
-        release_held_results(model_store());
-        console::error("not enough memory for this model");
-    } catch (const std::exception& e) {
-        release_held_results(model_store());
-        console::error("%s", e.what());
-    }
+    ExitStatus status = guarded_run(options, progress);
     if (std::fflush(stdout) != 0 && status == exit_done) {
-        console::error("the standard output cannot be written: %s", std::strerror(errno));
+        progress.error("the standard output cannot be written: %s", std::strerror(errno));
         status = exit_incomplete;
     }
     return status;

@@ -8,12 +8,11 @@
 #include <cstdlib>
 #include <span>
 
+#include "app/run_process.h"
 #include "app/window/main_window.h"
 #include "app/window/snapshot.h"
 #include "app/window/window_options.h"
-#include "model/console.h"
-#include "model/model_store.h"
-#include "model/paths.h"
+#include "model/progress.h"
 
 namespace {
 
@@ -61,7 +60,7 @@ void choose_format(Renderer renderer) {
 }
 
 int open_window(const WindowOptions& options) {
-    MainWindow window;
+    MainWindow window(options.log_folder, options.quiet);
     if (!options.model_file.empty()) window.open_at_start(QString::fromStdString(options.model_file));
     window.show();
     return QApplication::exec();
@@ -70,23 +69,23 @@ int open_window(const WindowOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const WindowOptions options =
-        parse_window_options(std::span(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0));
+    const WindowOptions options = parse_window_options(std::span(argv, argc).subspan(argc > 0 ? 1 : 0));
+    ConsoleProgress progress;
     if (!options.error.empty()) {
-        console::error("kestralum: %s (see kestralum --help)", options.error.c_str());
+        progress.error("kestralum: %s (see kestralum --help)", options.error.c_str());
         return exit_usage;
     }
     if (options.help) {
-        console::summary("%s", window_usage().c_str());
+        progress.summary("%s", window_usage().c_str());
         return 0;
     }
     if (options.version) {
-        console::summary("KESTRALUM %s\n", program_version);
+        progress.summary("KESTRALUM %s\n", program_version);
         return 0;
     }
     use_best_kernels(argv);
     if (display_missing()) {
-        console::error(
+        progress.error(
             "kestralum: there is no display to open a window on; kestralum-batch runs without one");
         return exit_no_display;
     }
@@ -99,16 +98,16 @@ int main(int argc, char** argv) {
     int qt_argc = 1;  // the options are the program's own
     QApplication application(qt_argc, argv);
     std::setlocale(LC_NUMERIC, "C");  // Qt took the user's; numbers have a point
-    paths::set_log_directory(options.log_directory);
-    console::set_lines_enabled(!options.quiet);
     const Renderer renderer = find_renderer();
     if (renderer == Renderer::none) {
-        console::error("kestralum: OpenGL cannot be used on this display (platform %s)",
+        progress.error("kestralum: OpenGL cannot be used on this display (platform %s)",
                        QGuiApplication::platformName().toStdString().c_str());
         if (options.snapshot.empty() && QGuiApplication::platformName() == "xcb")
             QMessageBox::critical(nullptr, "KESTRALUM", "OpenGL cannot be used on this display.");
         return exit_no_display;
     }
     choose_format(renderer);
-    return options.snapshot.empty() ? open_window(options) : make_snapshot(options);
+    if (options.snapshot.empty()) return open_window(options);
+    ConsoleProgress of_stages(options.quiet);
+    return make_snapshot(options, of_stages);
 }

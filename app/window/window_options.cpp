@@ -1,8 +1,10 @@
 #include "app/window/window_options.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "analysis/analysis_table.h"
+#include "app/command_line.h"
 #include "model/token_reader.h"
 #include "view/contour.h"
 #include "view/display_state.h"
@@ -21,201 +23,159 @@ std::string option_word(const char* menu_text) {
     return word;
 }
 
-class Parser {
-public:
-    explicit Parser(std::span<const char* const> arguments) : arguments_(arguments) {}
+std::string take_integer(const std::string& option, const std::string& text, std::int32_t low,
+                         std::int32_t high, std::int32_t& place) {
+    const auto value = parse_int32(text);
+    if (!value || *value < low || *value > high)
+        return option + " wants an integer from " + std::to_string(low) + " to " + std::to_string(high) +
+               ", not '" + text + "'";
+    place = *value;
+    return {};
+}
 
-    WindowOptions parse() {
-        for (at_ = 0; at_ < arguments_.size() && out_.error.empty(); ++at_) take(arguments_[at_]);
-        if (!out_.error.empty() || out_.help || out_.version) return out_;
-        if (snapshot_only_.empty() || !out_.snapshot.empty())
-            check();
-        else
-            out_.error = snapshot_only_ + " goes with --snapshot";
-        return out_;
-    }
+std::string take_number(const std::string& option, const std::string& text, double low, double high,
+                        double& place) {
+    const auto value = parse_double(text);
+    if (!value || !(*value >= low && *value <= high))
+        return option + " wants a number within the range of its control, not '" + text + "'";
+    place = *value;
+    return {};
+}
 
-private:
-    void take(const std::string& argument) {
-        if (argument == "--help" || argument == "-h")
-            out_.help = true;
-        else if (argument == "--version")
-            out_.version = true;
-        else if (argument == "--log")
-            out_.log_directory = value(argument);
-        else if (argument == "--quiet")
-            out_.quiet = true;
-        else if (argument.starts_with("--"))
-            take_snapshot_option(argument);
-        else if (argument.starts_with("-") && argument.size() > 1)
-            out_.error = "unknown option " + argument;
-        else if (out_.model_file.empty())
-            out_.model_file = argument;
-        else
-            out_.error = "'" + argument + "' is one argument too many";
-    }
+std::string take_contour(WindowOptions& options, const std::string& text) {
+    options.plastic_strain = text == "plastic";
+    if (options.plastic_strain) return {};
+    const std::string refused = take_integer(
+        "--contour", text, -1, static_cast<std::int32_t>(view::quantities.size()) - 1, options.contour);
+    return refused.empty() ? refused : refused + ", or plastic";
+}
 
-    void take_snapshot_option(const std::string& argument) {
-        const std::string text = value(argument);
-        if (!out_.error.empty()) return;
-        if (argument != "--snapshot") snapshot_only_ = argument;
-        if (argument == "--snapshot")
-            out_.snapshot = text;
-        else if (argument == "--result")
-            out_.result_file = text;
-        else if (argument == "--analysis")
-            out_.analysis = text;
-        else if (argument == "--contour")
-            contour(argument, text);
-        else if (argument == "--frame")
-            integer(argument, text, 1, 9999, out_.frame);
-        else if (argument == "--scale")
-            number(argument, text, 0.1, 10, out_.scale);
-        else if (argument == "--opacity")
-            number(argument, text, 0.01, 1, out_.opacity);
-        else if (argument == "--show")
-            entries(argument, text, out_.show);
-        else if (argument == "--hide")
-            entries(argument, text, out_.hide);
-        else if (argument == "--size")
-            size(text);
-        else if (argument == "--view")
-            direction(text);
-        else
-            out_.error = "unknown option " + argument;
-    }
+std::string take_size(WindowOptions& options, const std::string& text) {
+    const auto sides = view::pixmap_size(text);
+    if (!sides) return "--size wants WIDTHxHEIGHT, not '" + text + "'";
+    options.size = *sides;
+    return {};
+}
 
-    void check() {
-        if (!out_.snapshot.empty() && out_.model_file.empty() && out_.result_file.empty())
-            out_.error = "--snapshot wants a model file";
-        else if (!out_.analysis.empty() && !find_analysis(out_.analysis))
-            out_.error = "unknown analysis '" + out_.analysis + "'";
-        else if (!out_.analysis.empty() && !out_.result_file.empty())
-            out_.error = "--analysis and --result exclude each other";
-        else if (out_.log_directory.empty())
-            out_.error = "an empty folder name";
-    }
-
-    std::string value(const std::string& argument) {
-        if (at_ + 1 < arguments_.size()) return arguments_[++at_];
-        out_.error = argument + " wants a value";
-        return {};
-    }
-
-    void integer(const std::string& argument, const std::string& text, std::int32_t low, std::int32_t high,
-                 std::int32_t& place) {
-        const auto value = parse_int32(text);
-        if (value && *value >= low && *value <= high)
-            place = *value;
-        else
-            out_.error = argument + " wants an integer from " + std::to_string(low) + " to " +
-                         std::to_string(high) + ", not '" + text + "'";
-    }
-
-    void contour(const std::string& argument, const std::string& text) {
-        out_.plastic_strain = text == "plastic";
-        if (out_.plastic_strain) return;
-        integer(argument, text, -1, static_cast<std::int32_t>(view::quantities.size()) - 1, out_.contour);
-        if (!out_.error.empty()) out_.error += ", or plastic";
-    }
-
-    void number(const std::string& argument, const std::string& text, double low, double high,
-                double& place) {
-        const auto value = parse_double(text);
-        if (value && *value >= low && *value <= high)
-            place = *value;
-        else
-            out_.error = argument + " wants a number within the range of its control, not '" + text + "'";
-    }
-
-    void size(const std::string& text) {
-        const auto sides = view::pixmap_size(text);
-        if (sides)
-            out_.size = *sides;
-        else
-            out_.error = "--size wants WIDTHxHEIGHT, not '" + text + "'";
-    }
-
-    void direction(const std::string& text) {
-        using view::ViewDirection;
-        if (text == "x")
-            out_.direction = ViewDirection::x;
-        else if (text == "y")
-            out_.direction = ViewDirection::y;
-        else if (text == "z")
-            out_.direction = ViewDirection::z;
-        else if (text == "iso")
-            out_.direction = ViewDirection::isometric;
-        else
-            out_.error = "--view wants x, y, z or iso, not '" + text + "'";
-    }
-
-    // Words separated by commas.
-    void entries(const std::string& argument, const std::string& text, std::vector<std::size_t>& rows) {
-        for (std::size_t from = 0; from <= text.size();) {
-            const std::size_t comma = std::min(text.find(',', from), text.size());
-            const std::string word = text.substr(from, comma - from);
-            from = comma + 1;
-            const auto row =
-                std::find_if(view::view_entries.begin(), view::view_entries.end(),
-                             [&](const view::ViewEntry& entry) { return option_word(entry.text) == word; });
-            if (row == view::view_entries.end()) {
-                out_.error = argument + ": '" + word + "' is no entry of the View menu";
-                return;
-            }
-            rows.push_back(static_cast<std::size_t>(row - view::view_entries.begin()));
+std::string take_direction(WindowOptions& options, const std::string& text) {
+    using view::ViewDirection;
+    constexpr std::pair<std::string_view, ViewDirection> words[] = {{"x", ViewDirection::x},
+                                                                    {"y", ViewDirection::y},
+                                                                    {"z", ViewDirection::z},
+                                                                    {"iso", ViewDirection::isometric}};
+    for (const auto& [word, direction] : words)
+        if (text == word) {
+            options.direction = direction;
+            return {};
         }
-    }
+    return "--view wants x, y, z or iso, not '" + text + "'";
+}
 
-    std::span<const char* const> arguments_;
-    std::size_t at_ = 0;
-    WindowOptions out_;
-    std::string snapshot_only_;  // an option that a window does not know
-};
+// Words separated by commas.
+std::string take_entries(const std::string& option, const std::string& text, std::vector<std::size_t>& rows) {
+    for (std::size_t from = 0; from <= text.size();) {
+        const std::size_t comma = std::min(text.find(',', from), text.size());
+        const std::string word = text.substr(from, comma - from);
+        from = comma + 1;
+        const auto row =
+            std::find_if(view::view_entries.begin(), view::view_entries.end(),
+                         [&](const view::ViewEntry& entry) { return option_word(entry.text) == word; });
+        if (row == view::view_entries.end()) return option + ": '" + word + "' is no entry of the View menu";
+        rows.push_back(row - view::view_entries.begin());
+    }
+    return {};
+}
+
+// Words for a help text that goes on in lines of at most eight.
+std::string listed(std::span<const std::string> words) {
+    std::string text;
+    for (std::size_t k = 0; k < words.size(); ++k)
+        text += (k == 0 ? "" : k % 8 == 0 ? ",\n" : ", ") + words[k];
+    return text;
+}
+
+void describe_snapshot(CLI::App& app, WindowOptions& options) {
+    std::vector<std::string> analyses, entries;
+    for (const AnalysisEntry& entry : analysis_table()) analyses.push_back(entry.batch_word);
+    for (const view::ViewEntry& entry : view::view_entries) entries.push_back(option_word(entry.text));
+    CLI::Option* snapshot =
+        add_text(app, "--snapshot", "FILE", "draws the model into an image (.png) without showing a window",
+                 options.snapshot);
+    auto add = [&](const std::string& name, const std::string& shape, const std::string& description,
+                   Take take) {
+        return add_value(app, name, shape, description, std::move(take))
+            ->needs(snapshot)
+            ->group("Options of a snapshot");
+    };
+    auto place = [](std::string& text) {
+        return [&text](const std::string& given) {
+            text = given;
+            return std::string();
+        };
+    };
+    using Text = const std::string&;
+    CLI::Option* analysis =
+        add("--analysis", "ANALYSIS", "runs it first: " + listed(analyses), place(options.analysis));
+    add("--result", "FILE", "shows the results of this file", place(options.result_file))->excludes(analysis);
+    add("--contour", "N|plastic",
+        "0 ... 16 in the order of the Contour menu, 17 part colours, -1 none; 4 unless given;\n"
+        "plastic: equivalent plastic strain",
+        [&options](Text text) { return take_contour(options, text); });
+    add("--frame", "K", "mode or output step, from 1",
+        [&options](Text text) { return take_integer("--frame", text, 1, 9999, options.frame); });
+    add("--view", "x|y|z|iso", "looks from there; iso unless given",
+        [&options](Text text) { return take_direction(options, text); });
+    add("--size", "WxH", "pixels; 800x600 unless given",
+        [&options](Text text) { return take_size(options, text); });
+    add("--scale", "S", "mode scale, 0.1 ... 10",
+        [&options](Text text) { return take_number("--scale", text, 0.1, 10, options.scale); });
+    add("--opacity", "A", "of the contour, 0.01 ... 1",
+        [&options](Text text) { return take_number("--opacity", text, 0.01, 1, options.opacity); });
+    add("--show", "LIST", "entries of the View menu, separated by commas:\n" + listed(entries),
+        [&options](Text text) { return take_entries("--show", text, options.show); });
+    add("--hide", "LIST", "the same",
+        [&options](Text text) { return take_entries("--hide", text, options.hide); });
+}
+
+void describe(CLI::App& app, WindowOptions& options) {
+    set_up(app,
+           "kestralum [MODEL_FILE] [--log DIR] [--quiet]\n"
+           "kestralum MODEL_FILE --snapshot FILE [OPTION]...\n"
+           "kestralum --help | --version",
+           options.help, options.version);
+    add_text(app, "MODEL_FILE", "", "the model to open", options.model_file);
+    add_text(app, "--log", "DIR", "analyses write there instead of log", options.log_folder);
+    app.add_flag("--quiet", options.quiet, "no lines of the stages on the console");
+    describe_snapshot(app, options);
+    app.footer("Exit status: 0 done; 1 the picture could not be made; 2 bad usage or wrong input.");
+}
+
+// What does not go together.
+std::string check_options(const WindowOptions& options) {
+    if (!options.snapshot.empty() && options.model_file.empty() && options.result_file.empty())
+        return "--snapshot wants a model file";
+    if (!options.analysis.empty() && !find_analysis(options.analysis))
+        return "unknown analysis '" + options.analysis + "'";
+    if (options.log_folder.empty()) return "an empty folder name";
+    return {};
+}
 
 }  // namespace
 
 WindowOptions parse_window_options(std::span<const char* const> arguments) {
-    return Parser(arguments).parse();
+    WindowOptions options;
+    CLI::App app;
+    describe(app, options);
+    options.error = parse_command_line(app, arguments);
+    if (options.error.empty() && !options.help && !options.version) options.error = check_options(options);
+    return options;
 }
 
 std::string window_usage() {
-    std::string analyses, words;
-    for (const AnalysisEntry& entry : analysis_table())
-        analyses += std::string(analyses.empty() ? "" : ", ") + entry.batch_word;
-    for (std::size_t k = 0; k < view::view_entries.size(); ++k)
-        words += (k == 0       ? ""
-                  : k % 8 == 0 ? ",\n                        "
-                               : ", ") +
-                 option_word(view::view_entries[k].text);
-    return "kestralum [MODEL_FILE] [--log DIR] [--quiet]\n"
-           "kestralum MODEL_FILE --snapshot FILE [OPTION]...\n"
-           "kestralum --help | --version\n"
-           "\n"
-           "  MODEL_FILE            the model to open\n"
-           "  --log DIR             analyses write there instead of log\n"
-           "  --quiet               no lines of the stages on the console\n"
-           "  --snapshot FILE       draws the model into an image (.png) without showing a window\n"
-           "\n"
-           "Options of a snapshot:\n"
-           "  --analysis ANALYSIS   runs it first: " +
-           analyses +
-           "\n"
-           "  --result FILE         shows the results of this file\n"
-           "  --contour N|plastic   0 ... 16 in the order of the Contour menu, 17 part colours, -1 none; 4 "
-           "unless given;\n"
-           "                        plastic: equivalent plastic strain\n"
-           "  --frame K             mode or output step, from 1\n"
-           "  --view x|y|z|iso      looks from there; iso unless given\n"
-           "  --size WxH            pixels; 800x600 unless given\n"
-           "  --scale S             mode scale, 0.1 ... 10\n"
-           "  --opacity A           of the contour, 0.01 ... 1\n"
-           "  --show, --hide LIST   entries of the View menu, separated by commas:\n"
-           "                        " +
-           words +
-           "\n"
-           "\n"
-           "Exit status: 0 done; 1 the picture could not be made; 2 bad usage or wrong input.\n";
+    WindowOptions unused;
+    CLI::App app;
+    describe(app, unused);
+    return app.help();
 }
 
 }  // namespace kestralum

@@ -26,7 +26,7 @@ struct WindowOptions {
     std::vector<std::size_t> show, hide;  // rows of the View menu
     double scale = 1;                     // mode scale
     double opacity = 1;
-    std::string log_directory = "log";
+    std::string log_folder = "log";
     bool quiet = false;
     std::string error;  // bad usage: why
 };
