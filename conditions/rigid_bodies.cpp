@@ -48,13 +48,13 @@ Spread spread_of(const Mesh& mesh, std::span<const std::int32_t> nodes) {
 }
 
 void add_translations(RigidBody& body) {
-    for (std::size_t c = 0; c < 3; ++c) body.motions.emplace_back()[c] = 1;
+    for (std::size_t c = 0; c < 3; ++c) body.motions.add()[c] = 1;
 }
 void add_rotation(RigidBody& body, const Vec3& axis) {
-    body.motions.push_back({0, 0, 0, axis[0], axis[1], axis[2]});
+    body.motions.add({0, 0, 0, axis[0], axis[1], axis[2]});
 }
 void add_rotations(RigidBody& body) {
-    for (std::size_t c = 0; c < 3; ++c) body.motions.emplace_back()[3 + c] = 1;
+    for (std::size_t c = 0; c < 3; ++c) body.motions.add()[3 + c] = 1;
 }
 
 // The motions that supports leave and that move a member.
@@ -100,19 +100,16 @@ std::vector<char> RigidSystem::elements_inside(const Mesh& mesh) const {
     const int nodes = mesh.node_per_element();
     std::vector<char> inside(mesh.element_num());
     for (std::size_t e = 0; e < inside.size(); ++e)
-        inside[e] = common_body(&mesh.connectivity[e * static_cast<std::size_t>(nodes)], nodes) >= 0;
+        inside[e] = common_body(mesh.element(e).data(), nodes) >= 0;
     return inside;
 }
 
 void find_normals(RigidSystem& system, const Mesh& mesh) {
     std::vector<double> area(system.bodies.size(), 0.0);
-    const std::size_t per_element = mesh.node_per_element();
     for (const ElementFace& face : free_faces(mesh)) {
         const auto local = outward_triangles(mesh.element_type, face.face);
         std::vector<std::int32_t> nodes;
-        for (int p : local)
-            nodes.push_back(mesh.connectivity[static_cast<std::size_t>(face.element) * per_element +
-                                              static_cast<std::size_t>(p)]);
+        for (int p : local) nodes.push_back(mesh.element(face.element)[p]);
         const std::int32_t b = system.common_body(nodes.data(), static_cast<int>(nodes.size()));
         if (b < 0) continue;
         for (std::size_t t = 0; t + 2 < nodes.size(); t += 3) {
@@ -127,7 +124,7 @@ void find_normals(RigidSystem& system, const Mesh& mesh) {
         RigidBody& body = system.bodies[b];
         if (area[b] == 0)
             for (std::int32_t n : body.members) {
-                const double* d = mesh.node_n_dir.data() + 3 * static_cast<std::ptrdiff_t>(n);
+                const double* d = &mesh.node_n_dir[3 * n];
                 add(body.normal, {d[0], d[1], d[2]});
                 area[b] += 1;
             }
@@ -231,8 +228,8 @@ Vec3 rotation_vector(const Mat3& R) {
     return times(size > 1e-8 ? 2 * std::atan2(size, w) / size : 2 / w, v);
 }
 
-std::vector<Vec6> current_motions(const RigidBody& body, const RigidState& state) {
-    std::vector<Vec6> motions = body.motions;
+Motions current_motions(const RigidBody& body, const RigidState& state) {
+    Motions motions = body.motions;
     if (body.axes_turn)
         for (Vec6& m : motions) {
             const Vec3 w = turned(state.R, moment_of(m));
@@ -251,7 +248,7 @@ Vec3 displacement_of(const RigidBody& body, const RigidState& state, const Vec3&
 RigidState advanced(const RigidBody& body, const RigidState& state, const double* q) {
     RigidState out = state;
     Vec3 theta{};
-    const std::vector<Vec6> motions = current_motions(body, state);
+    const Motions motions = current_motions(body, state);
     for (std::size_t k = 0; k < motions.size(); ++k) {
         add(out.u, force_of(motions[k]), q[k]);
         add(theta, moment_of(motions[k]), q[k]);
@@ -330,7 +327,7 @@ Vec6 rigid_force_resultant(const RigidSystem& system, std::int32_t b, const Rigi
 }
 
 void project(const RigidBody& body, const RigidState& state, const Vec6& force, double factor, double* out) {
-    const std::vector<Vec6> motions = current_motions(body, state);
+    const Motions motions = current_motions(body, state);
     for (std::size_t k = 0; k < motions.size(); ++k)
         for (std::size_t c = 0; c < 6; ++c) out[k] += factor * motions[k][c] * force[c];
 }
@@ -355,8 +352,7 @@ Vec3 inverse_left_jacobian_transposed(const Vec3& phi, const Vec3& v) {
 
 double combine_forces(const RigidCombine& record, const RigidSystem& system,
                       std::span<const RigidState> states, std::array<Vec6, 2>& force) {
-    const auto i1 = static_cast<std::size_t>(record.element[0]),
-               i2 = static_cast<std::size_t>(record.element[1]);
+    const std::size_t i1 = record.element[0], i2 = record.element[1];
     const RigidBody &b1 = system.bodies[i1], &b2 = system.bodies[i2];
     const RigidState &s1 = states[i1], &s2 = states[i2];
     const Vec3 d = minus(b2.reference, b1.reference);
@@ -384,16 +380,15 @@ double combine_forces(const RigidCombine& record, const RigidSystem& system,
     return energy;
 }
 
-std::vector<Vec6> combine_resistance(std::span<const RigidCombine> records, const RigidSystem& system,
-                                     std::span<const RigidState> states) {
-    std::vector<Vec6> out(system.bodies.size());
+void combine_resistance(std::span<const RigidCombine> records, const RigidSystem& system,
+                        std::span<const RigidState> states, std::span<Vec6> out) {
+    std::fill(out.begin(), out.end(), Vec6{});
     for (const RigidCombine& record : records) {
         std::array<Vec6, 2> force{};
         combine_forces(record, system, states, force);
         for (std::size_t side = 0; side < 2; ++side)
             for (std::size_t c = 0; c < 6; ++c) out[record.element[side]][c] += force[side][c];
     }
-    return out;
 }
 
 void add_combine_forces(std::span<const RigidCombine> records, const RigidSystem& system,
@@ -418,8 +413,9 @@ bool at_rest(const RigidState& state) {
 // One record at rest: Gᵀ k G, G the relative displacement at the middle and the relative rotation.
 void add_at_rest(const RigidCombine& record, const RigidSystem& system, std::span<double> K) {
     const std::size_t n = system.equations;
-    std::vector<std::size_t> columns;
-    std::vector<Vec6> G;
+    std::array<std::size_t, 12> columns;
+    std::array<Vec6, 12> G;
+    std::size_t count = 0;
     Vec3 middle{};
     for (std::int32_t e : record.element) add(middle, system.bodies[e].reference, 0.5);
     for (std::size_t side = 0; side < 2; ++side) {
@@ -428,17 +424,16 @@ void add_at_rest(const RigidCombine& record, const RigidSystem& system, std::spa
         for (std::int32_t k = 0; k < body.count(); ++k) {
             const Vec6& motion = body.motions[k];
             const Vec3 turn = cross(moment_of(motion), minus(middle, body.pivot));
-            Vec6 g;
+            Vec6& g = G[count];
             for (std::size_t c = 0; c < 3; ++c) {
                 g[c] = sign * (motion[c] + turn[c]);
                 g[3 + c] = sign * motion[3 + c];
             }
-            columns.push_back(static_cast<std::size_t>(body.first + k));
-            G.push_back(g);
+            columns[count++] = body.first + k;
         }
     }
-    for (std::size_t i = 0; i < G.size(); ++i)
-        for (std::size_t j = 0; j < G.size(); ++j)
+    for (std::size_t i = 0; i < count; ++i)
+        for (std::size_t j = 0; j < count; ++j)
             for (std::size_t c = 0; c < 6; ++c)
                 K[columns[i] * n + columns[j]] += record.stiffness[c] * G[i][c] * G[j][c];
 }
@@ -447,33 +442,39 @@ void add_at_rest(const RigidCombine& record, const RigidSystem& system, std::spa
 
 void add_combine_stiffness(std::span<const RigidCombine> records, const RigidSystem& system,
                            std::span<const RigidState> states, std::span<double> K) {
+    constexpr double h = 1e-6;  // m or rad
     const std::size_t n = system.equations;
+    std::vector<RigidState> moved(states.begin(), states.end());
     for (const RigidCombine& record : records) {
         if (at_rest(states[record.element[0]]) && at_rest(states[record.element[1]])) {
             add_at_rest(record, system, K);
             continue;
         }
-        std::vector<RigidState> moved(states.begin(), states.end());
-        for (std::int32_t e : record.element) {
-            const std::size_t b = e;
-            const RigidBody& body = system.bodies[b];
-            for (std::int32_t k = 0; k < body.count(); ++k) {
-                constexpr double h = 1e-6;  // m or rad
-                std::vector<double> plus(n, 0.0), minus_side(n, 0.0),
-                    q(static_cast<std::size_t>(body.count()), 0.0);
-                const auto forces_at = [&](double step, std::vector<double>& out) {
-                    q[k] = step;
-                    moved[b] = advanced(body, states[b], q.data());
-                    add_combine_forces(std::span(&record, 1), system, moved, out);
-                };
-                forces_at(h, plus);
-                forces_at(-h, minus_side);
-                moved[b] = states[b];
-                for (std::size_t i = 0; i < n; ++i)
-                    K[i * n + static_cast<std::size_t>(body.first + k)] +=
-                        (plus[i] - minus_side[i]) / (2 * h);
+        // forces on the motions of both bodies, six each, where motion k of body b has gone a step on
+        const auto forces_at = [&](std::int32_t b, std::int32_t k, double step) {
+            std::array<double, 6> q{};
+            q[k] = step;
+            moved[b] = advanced(system.bodies[b], states[b], q.data());
+            std::array<Vec6, 2> force{};
+            combine_forces(record, system, moved, force);
+            std::array<double, 12> out{};
+            for (std::size_t side = 0; side < 2; ++side) {
+                const std::int32_t e = record.element[side];
+                project(system.bodies[e], moved[e], force[side], 1, out.data() + 6 * side);
             }
-        }
+            moved[b] = states[b];
+            return out;
+        };
+        for (std::int32_t b : record.element)
+            for (std::int32_t k = 0; k < system.bodies[b].count(); ++k) {
+                const auto forward = forces_at(b, k, h), backward = forces_at(b, k, -h);
+                for (std::size_t side = 0; side < 2; ++side) {
+                    const RigidBody& body = system.bodies[record.element[side]];
+                    for (std::int32_t i = 0; i < body.count(); ++i)
+                        K[(body.first + i) * n + system.bodies[b].first + k] +=
+                            (forward[6 * side + i] - backward[6 * side + i]) / (2 * h);
+                }
+            }
     }
 }
 

@@ -27,16 +27,33 @@ inline Vec3 place_of(const Mesh& mesh, std::int32_t node) {
 
 using Vec6 = std::array<double, 6>;  // velocity and angular velocity, or force and moment
 
+// The independent motions of one body, at most six; needs no memory of its own.
+class Motions {
+public:
+    Vec6& add(const Vec6& motion = {}) { return motions_[count_++] = motion; }
+    std::size_t size() const { return count_; }
+    Vec6& operator[](std::size_t k) { return motions_[k]; }
+    const Vec6& operator[](std::size_t k) const { return motions_[k]; }
+    Vec6* begin() { return motions_.data(); }
+    Vec6* end() { return begin() + count_; }
+    const Vec6* begin() const { return motions_.data(); }
+    const Vec6* end() const { return begin() + count_; }
+
+private:
+    std::array<Vec6, 6> motions_{};
+    std::size_t count_ = 0;
+};
+
 struct RigidBody {
     std::int32_t record = 0;            // index into the rigid elements
     std::vector<std::int32_t> members;  // nodes, 0-based, ascending
     std::vector<std::int32_t> fixed;    // members that supports hold
     Vec3 reference{};                   // reference point of the record, m
     Vec3 pivot{};                       // m
-    Vec3 normal{};  // mean outward normal: of the free faces of members, else of the nodes; 0: none
-    std::vector<Vec6> motions;  // unit motions; at most six
-    bool axes_turn = false;     // ω of the motions turn with the body (members on a line)
-    std::int32_t first = 0;     // its first equation, counted from the first body's
+    Vec3 normal{};           // mean outward normal: of the free faces of members, else of the nodes; 0: none
+    Motions motions;         // unit motions
+    bool axes_turn = false;  // ω of the motions turn with the body (members on a line)
+    std::int32_t first = 0;  // its first equation, counted from the first body's
 
     std::int32_t count() const { return static_cast<std::int32_t>(motions.size()); }
 };
@@ -81,7 +98,7 @@ Mat3 rotation_of(const Vec3& theta);
 Vec3 rotation_vector(const Mat3& R);
 
 // The body's motions as they are at `state`.
-std::vector<Vec6> current_motions(const RigidBody& body, const RigidState& state);
+Motions current_motions(const RigidBody& body, const RigidState& state);
 
 // Displacement of the material point at X (m).
 Vec3 displacement_of(const RigidBody& body, const RigidState& state, const Vec3& X);
@@ -121,9 +138,9 @@ void add_combine_stiffness(std::span<const RigidCombine> records, const RigidSys
 void add_combine_forces(std::span<const RigidCombine> records, const RigidSystem& system,
                         std::span<const RigidState> states, std::span<double> Q);
 
-// What the springs resist with on every body, force and moment about its pivot.
-std::vector<Vec6> combine_resistance(std::span<const RigidCombine> records, const RigidSystem& system,
-                                     std::span<const RigidState> states);
+// What the springs resist with on every body, force and moment about its pivot, into `out` (one per body).
+void combine_resistance(std::span<const RigidCombine> records, const RigidSystem& system,
+                        std::span<const RigidState> states, std::span<Vec6> out);
 
 // Small motions q of all bodies: force and moment about the pivot with which the springs resist body b.
 Vec6 spring_resistance(std::span<const RigidCombine> records, const RigidSystem& system, std::int32_t b,

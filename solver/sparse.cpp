@@ -34,6 +34,27 @@ NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_el
     return out;
 }
 
+namespace {
+
+std::int64_t entries_of(const NodeNeighbours& neighbours) {
+    return 9 * neighbours.start.back();
+}
+
+void print_overlap(const NodeNeighbours& neighbours, Progress& progress) {
+    progress.print("\n");
+    progress.print("  [K],[M] element num=%ld\n", entries_of(neighbours));
+}
+
+void print_index(const NodeNeighbours& neighbours, Progress& progress) {
+    for (std::size_t i = 0; progress.lines_wanted() && i + 1 < neighbours.start.size(); ++i) {
+        const std::int64_t count = neighbours.start[i + 1] - neighbours.start[i];
+        progress.print("  %zu/%zu:%ld,%ld\r", i, neighbours.start.size() - 1, count, 3 * count);
+    }
+    progress.print("  [K],[M] index\n");
+}
+
+}  // namespace
+
 std::int64_t count_overlap(const NodeNeighbours& neighbours, SparseKM& km, Progress& progress) {
     const std::size_t nodes = neighbours.start.size() - 1;
     km.row_count.resize(3 * nodes);
@@ -43,26 +64,24 @@ std::int64_t count_overlap(const NodeNeighbours& neighbours, SparseKM& km, Progr
             km.row_count[r] = static_cast<std::int32_t>(3 * (neighbours.start[i + 1] - neighbours.start[i]));
             km.row_start[r + 1] = km.row_start[r] + km.row_count[r];
         }
-    progress.print("\n");
-    progress.print("  [K],[M] element num=%lld\n", static_cast<long long>(km.row_start.back()));
+    print_overlap(neighbours, progress);
     return km.row_start.back();
 }
 
 void build_index(const NodeNeighbours& neighbours, SparseKM& km, Progress& progress) {
-    const std::size_t nodes = neighbours.start.size() - 1;
     km.col_index.resize(km.row_start.back());
-    for (std::size_t i = 0; i < nodes; ++i) {
-        const std::int64_t first = neighbours.start[i], last = neighbours.start[i + 1];
-        if (progress.lines_wanted())
-            progress.print("  %zu/%zu:%lld,%d\r", i, nodes, static_cast<long long>(last - first),
-                           km.row_count[3 * i]);
-        for (std::size_t r = 3 * i; r < 3 * i + 3; ++r) {
-            std::int32_t* column = km.col_index.data() + km.row_start[r];
-            for (std::int64_t k = first; k < last; ++k)
+    std::int32_t* column = km.col_index.data();
+    for (std::size_t i = 0; i + 1 < neighbours.start.size(); ++i)
+        for (int row = 0; row < 3; ++row)
+            for (std::int64_t k = neighbours.start[i]; k < neighbours.start[i + 1]; ++k)
                 for (std::int32_t c = 0; c < 3; ++c) *column++ = 3 * neighbours.nodes[k] + c;
-        }
-    }
-    progress.print("  [K],[M] index\n");
+    print_index(neighbours, progress);
+}
+
+std::int64_t print_pattern(const NodeNeighbours& neighbours, Progress& progress) {
+    print_overlap(neighbours, progress);
+    print_index(neighbours, progress);
+    return entries_of(neighbours);
 }
 
 void find_diagonals(SparseKM& km) {

@@ -37,6 +37,8 @@ NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_el
 std::int64_t count_overlap(const NodeNeighbours& neighbours, SparseKM& km, Progress& progress);
 // Column indices of every row.
 void build_index(const NodeNeighbours& neighbours, SparseKM& km, Progress& progress);
+// The lines of both for a pattern that is not made; returns its number of entries.
+std::int64_t print_pattern(const NodeNeighbours& neighbours, Progress& progress);
 // Offset of each row's diagonal entry.
 void find_diagonals(SparseKM& km);
 

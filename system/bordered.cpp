@@ -6,13 +6,13 @@
 #include <cmath>
 #include <limits>
 
+#include "system/dense_eigen.h"
+
 // LAPACK, from OpenBLAS (Anderson et al., LAPACK Users' Guide, 3rd ed. 1999)
 extern "C" {
 void dgetrf_(const int* m, const int* n, double* a, const int* lda, int* pivots, int* info);
 void dgetrs_(const char* trans, const int* n, const int* columns, const double* a, const int* lda,
              const int* pivots, double* b, const int* ldb, int* info, std::size_t);
-void dsyev_(const char* vectors, const char* triangle, const int* n, double* a, const int* lda,
-            double* values, double* work, const int* lwork, int* info, std::size_t, std::size_t);
 }
 
 namespace kestralum {
@@ -21,7 +21,7 @@ namespace {
 
 // The row of T of one member degree of freedom: its part in each motion of the body.
 struct MemberRows {
-    std::vector<std::vector<Vec6>> motions;  // per body, at its state
+    std::vector<Motions> motions;  // per body, at its state
     const RigidSystem& rigid;
     std::span<const RigidState> states;
     const Mesh& mesh;
@@ -203,12 +203,9 @@ std::vector<double> symmetric_values(std::span<const double> S, std::int32_t n) 
     for (std::size_t i = 0; i < size; ++i)
         for (std::size_t j = 0; j < size; ++j) {
             a[i * size + j] = 0.5 * (S[i * size + j] + S[j * size + i]);
-            if (!std::isfinite(a[i * size + j])) return {};
         }
-    const int lwork = 64 * n;
-    std::vector<double> work(lwork);
-    int info = 0;
-    dsyev_("N", "L", &n, a.data(), &n, values.data(), work.data(), &lwork, &info, 1, 1);
+    std::vector<double> work(64 * size);
+    if (!symmetric_eigen(n, a, values, work, false)) return {};
     return values;
 }
 

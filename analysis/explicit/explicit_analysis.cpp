@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
 #include <new>
+#include <utility>
 
 #include "analysis/explicit/explicit_state.h"
-#include "model/console.h"
-#include "model/paths.h"
+#include "model/format.h"
 #include "results/displacement_file.h"
 #include "results/result_file.h"
 #include "results/text_output.h"
@@ -16,178 +15,154 @@ namespace kestralum {
 
 namespace {
 
-constexpr double largest_drift = 0.01;  // of the largest energy; what is above is told
+constexpr double largest_drift = 0.01;  // of the largest energy; what is above is noted
 
 double seconds_since(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-void run_steps(ModelStore& store, ExplicitState& state, RunReport& report, std::int64_t first,
-               std::int64_t end) {
+// Steps first <= s < end. False when the run has ended among them.
+bool run_steps(Job& job, ExplicitState& state, std::int64_t first, std::int64_t end) {
     const auto start = std::chrono::steady_clock::now();
-    report.clock.begin("steps");
+    job.clock.begin("steps");
     for (std::int64_t s = first; s < end && !state.diverged; ++s) {
-        explicit_step(store, state, report);
-        console::set_progress(s, state.time_num - 1);
-        if (!console::cancel_requested()) continue;
-        report.fail(RunStatus::failed,
-                    console::format("stopped on request after step %lld of %lld", static_cast<long long>(s),
-                                    static_cast<long long>(state.time_num - 1)));
+        explicit_step(job, state);
+        job.progress.set_count(s, state.time_num - 1);
+        if (!job.progress.cancelled() || state.diverged) continue;
+        job.fail(RunStatus::cancelled,
+                 formatted("stopped on request after step %ld of %ld", s, state.time_num - 1));
         break;
     }
-    report.clock.end();
+    job.clock.end();
     state.loop_seconds += seconds_since(start);
+    return job.report().status == RunStatus::done;
 }
 
-bool write_history(const ModelStore& store, const ExplicitHistory& history) {
+bool write_history(Job& job, const ExplicitHistory& history) {
     std::string text;
     for (std::size_t c = 0; c < history.columns.size(); ++c) text += (c ? "," : "") + history.columns[c];
     text += '\n';
-    const std::string trouble = write_whole(history_file_name(store), [&](TextOutput& file) {
+    const auto fill = [&](TextOutput& file) {
         file.write(text);
         file.write_rows(static_cast<std::int64_t>(history.rows()), 1, [&](std::int64_t r, std::string& line) {
             for (std::size_t c = 0; c < history.columns.size(); ++c) {
                 if (c) line += ',';
-                append_e(line, history.values[static_cast<std::size_t>(r) * history.columns.size() + c]);
+                append_e(line, history.values[r * history.columns.size() + c]);
             }
             line += '\n';
         });
-    });
-    if (!trouble.empty()) console::error("%s", trouble.c_str());
+    };
+    const std::string trouble =
+        write_whole(history_file_name(job.model.model_file_name), job.options.log_folder, fill, job.progress);
+    if (!trouble.empty()) job.progress.error("%s", trouble.c_str());
     return trouble.empty();
 }
 
-void fill_report(const ModelStore& store, const ExplicitState& s, RunReport& report) {
-    ExplicitReport& out = report.dynamics;
+void fill_report(Job& job, const ExplicitState& s) {
+    ExplicitReport& out = job.report().dynamics;
     out.steps = s.step;
     out.time_num = s.time_num;
-    out.frames = s.frames;
+    out.frames = job.run.mode_num();
     out.d_time = s.d_time;
     out.stable_step = s.stable_step;
     out.loop_seconds = s.loop_seconds;
-    out.elements = store.mesh.element_num();
+    out.elements = job.mesh().element_num();
     out.kernel = s.blocks ? s.blocks->kernel_name() : "";
     out.time = static_cast<double>(s.step) * s.d_time;
     out.energies = s.energies;
     out.drift = s.largest_drift;
     if (std::abs(out.drift) > largest_drift && !s.diverged)
-        report.remarks.notices.push_back(console::format(
-            "the energy is out of balance by %.1f %%: d_time is too large or the mesh too coarse",
-            100 * std::abs(out.drift)));
+        job.note(
+            formatted("the energy is out of balance by %.1f %%: d_time is too large or the mesh too coarse",
+                      100 * std::abs(out.drift)));
     out.momentum = s.momentum;
     out.angular_momentum = s.angular_momentum;
-    report.reaction = s.reaction;
-}
-
-void finish(ModelStore& store, const Settings& settings, ExplicitState& state, RunReport& report) {
-    console::print("Explicit Analysis Time:  %lf[s]\n", seconds_since(state.start));
-    store.results.keep(static_cast<std::int32_t>(std::max<std::int64_t>(state.frames, 1)),
-                       store.mesh.dof_num);
-    fill_report(store, state, report);
-    report_largest(store, store.results.mode_num() - 1, report);
-    report.clock.begin("write");
-    report.written = write_results(store, Publish::now, settings.threads());
-    report.dynamics.displacements_written = write_displacements(store, settings.threads());
-    report.dynamics.history_written = write_history(store, state.history);
-    if (!report.written || !report.dynamics.displacements_written || !report.dynamics.history_written)
-        report.fail(RunStatus::failed, "a result file cannot be written");
-    report.clock.end();
-}
-
-bool set_up(ModelStore& store, const Settings& settings, const ExplicitOptions& options, ExplicitState& state,
-            RunReport& report) {
-    try {
-        return set_up_explicit(store, settings, options, state, report);
-    } catch (const std::bad_alloc&) {
-        report.fail(RunStatus::failed, "not enough memory for this model and its frames");
-        store.results.resize(1, store.mesh.dof_num);
-        return false;
-    }
-}
-
-// The run that a window steps.
-struct LiveRun {
-    ExplicitState state;
-    RunReport report;
-    std::int64_t k = 1;
-};
-
-std::unique_ptr<LiveRun>& live_run() {
-    static std::unique_ptr<LiveRun> run;
-    return run;
+    job.report().reaction = s.reaction;
 }
 
 }  // namespace
 
-ExplicitOptions& explicit_options() {
-    static ExplicitOptions options;
-    return options;
-}
-
-RunReport run_explicit(ModelStore& store, const Settings& settings, const ExplicitOptions& options) {
-    RunReport report;
+struct ExplicitAnalysis::Parts {
+    Parts(const Model& model, const Settings& settings, const RunOptions& options, Progress& progress)
+        : job{model, settings, options, progress, run} {
+        begin_run(run, model, settings, options, AnalysisType::explicit_dynamics, "explicit");
+    }
+    Run run;
+    Job job;
     ExplicitState state;
-    if (!set_up(store, settings, options, state, report)) return report;
-    run_steps(store, state, report, 1, state.time_num);
-    finish(store, settings, state, report);
-    return report;
-}
+};
 
-RunReport exec_explicit() {
-    drop_explicit();
-    return run_explicit(model_store(), settings(), explicit_options());
-}
+ExplicitAnalysis::ExplicitAnalysis(const Model& model, const Settings& settings, const RunOptions& options,
+                                   Progress& progress)
+    : parts_(std::make_unique<Parts>(model, settings, options, progress)) {}
 
-bool begin_explicit(RunReport& report) {
-    live_run() = std::make_unique<LiveRun>();
-    if (set_up(model_store(), settings(), explicit_options(), live_run()->state, live_run()->report))
-        return true;
-    report = live_run()->report;
-    live_run().reset();
-    return false;
-}
+ExplicitAnalysis::~ExplicitAnalysis() = default;
 
-void step_explicit(std::int64_t first, std::int64_t end, int* diverged) {
-    LiveRun* run = live_run().get();
-    if (!run) return;
-    run_steps(model_store(), run->state, run->report, first, std::min(end, run->state.time_num));
-    if (run->state.diverged) *diverged = 1;
-}
-
-RunReport finish_explicit() {
-    RunReport report;
-    if (LiveRun* run = live_run().get()) {
-        finish(model_store(), settings(), run->state, run->report);
-        report = run->report;
+bool ExplicitAnalysis::begin() {
+    bool begun = false;
+    try {
+        begun = set_up_explicit(parts_->job, parts_->state);
+    } catch (const std::bad_alloc&) {
+        parts_->job.fail(RunStatus::failed, "not enough memory for this model and its frames");
     }
-    live_run().reset();
-    return report;
+    parts_->job.clock.end();
+    if (!begun) parts_->run.results.clear();
+    return begun;
 }
 
-void drop_explicit() {
-    live_run().reset();
-}
-
-std::int64_t explicit_frame() {
-    const LiveRun* run = live_run().get();
-    return run ? run->k : 0;
-}
-
-bool advance_explicit(RunReport& report) {
-    LiveRun* run = live_run().get();
-    if (!run) return false;
-    const ExplicitState& s = run->state;
-    const std::int64_t k = run->k;
-    int diverged = 0;
-    step_explicit((k - 1) * s.output_frequency + 1, std::min(k * s.output_frequency + 1, s.time_num),
-                  &diverged);
-    if (!diverged) {
-        run->k = k + 1;
-        console::print(" ti_current = %lld\n", static_cast<long long>(run->k));
-        if (run->k < s.out_time_num && run->report.status == RunStatus::done) return true;
+bool ExplicitAnalysis::advance() {
+    ExplicitState& s = parts_->state;
+    const std::int64_t k = parts_->run.mode_num();
+    const std::int64_t first = (k - 1) * s.output_frequency + 1,
+                       end = std::min(k * s.output_frequency + 1, s.time_num);
+    try {
+        if (!run_steps(parts_->job, s, first, end)) return false;
+    } catch (const std::bad_alloc&) {
+        return parts_->job.fail(RunStatus::failed, "not enough memory for another frame");
     }
-    report = finish_explicit();
-    return false;
+    parts_->job.progress.print(" ti_current = %ld\n", k + 1);
+    return k + 1 < s.out_time_num;
+}
+
+void ExplicitAnalysis::run_to_end() {
+    try {
+        run_steps(parts_->job, parts_->state, parts_->state.step + 1, parts_->state.time_num);
+    } catch (const std::bad_alloc&) {
+        parts_->job.fail(RunStatus::failed, "not enough memory for another frame");
+    }
+}
+
+void ExplicitAnalysis::finish() {
+    Job& job = parts_->job;
+    job.progress.print("Explicit Analysis Time:  %lf[s]\n", seconds_since(parts_->state.start));
+    fill_report(job, parts_->state);
+    report_largest(job, *job.run.results.back());
+    RunReport& report = job.report();
+    report.kept = true;
+    job.clock.begin("write");
+    report.written = write_results(job.model, job.run, job.run.mode_num(), Publish::now, job.progress);
+    report.dynamics.displacements_written = write_displacements(job.model, job.run, job.progress);
+    report.dynamics.history_written = write_history(job, parts_->state.history);
+    if (!report.written || !report.dynamics.displacements_written || !report.dynamics.history_written)
+        job.fail(RunStatus::failed, "a result file cannot be written");
+    job.clock.end();
+}
+
+const Run& ExplicitAnalysis::run() const {
+    return parts_->run;
+}
+
+Run ExplicitAnalysis::take() {
+    return std::move(parts_->run);
+}
+
+Run analyse_explicit(const Model& model, const Settings& settings, const RunOptions& options,
+                     Progress& progress) {
+    ExplicitAnalysis analysis(model, settings, options, progress);
+    if (!analysis.begin()) return analysis.take();
+    analysis.run_to_end();
+    analysis.finish();
+    return analysis.take();
 }
 
 }  // namespace kestralum

@@ -29,6 +29,9 @@ public:
     // (report failed) or a cancel (report cancelled).
     bool advance();
 
+    // Every step that is left, in one go.
+    void run_to_end();
+
     // Writes result file, displacement file and history with the frames so far and prints the analysis time.
     void finish();
 

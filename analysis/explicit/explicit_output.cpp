@@ -3,9 +3,8 @@
 #include <limits>
 
 #include "analysis/explicit/explicit_state.h"
-#include "conditions/constraints.h"
 #include "elements/finite_elements.h"
-#include "model/console.h"
+#include "model/selection.h"
 
 namespace kestralum {
 
@@ -116,7 +115,7 @@ std::string heading(std::string name) {
 
 }  // namespace
 
-void begin_history(const ModelStore& store, const ExplicitOptions& options, ExplicitState& s) {
+void begin_history(const Job& job, ExplicitState& s) {
     std::vector<std::string>& columns = s.history.columns;
     columns = {"time", "kinetic", "internal", "plastic", "damping",
                "wall", "contact", "external", "support", "drift"};
@@ -124,13 +123,13 @@ void begin_history(const ModelStore& store, const ExplicitOptions& options, Expl
     add_vector(columns, "angular_momentum");
     add_vector(columns, "reaction");
     if (s.walls)
-        for (const RigidWall& wall : store.explicit_tables.walls)
+        for (const RigidWall& wall : job.model.explicit_tables.walls)
             add_vector(columns, "wall_" + heading(wall.name));
     if (s.contacts)
-        for (const ContactPair& pair : store.explicit_tables.contacts)
+        for (const ContactPair& pair : job.model.explicit_tables.contacts)
             add_vector(columns, "contact_" + heading(pair.name));
-    for (const auto& place : options.probes) {
-        const std::int32_t n = nearest_node(store.mesh, s.node_elements, place);
+    for (const auto& place : job.options.probes) {
+        const std::int32_t n = nearest_node(job.mesh(), s.node_elements, place);
         s.probes.push_back(n);
         const std::string name = "node" + std::to_string(n + 1);
         for (const char* what : {"_u", "_v", "_a"}) add_vector(columns, name + what);
@@ -138,23 +137,21 @@ void begin_history(const ModelStore& store, const ExplicitOptions& options, Expl
     s.history.values.clear();
 }
 
-void store_frame(ModelStore& store, ExplicitState& s) {
-    if (!s.velocities_known) find_velocities(store, s);
+void store_frame(Job& job, ExplicitState& s) {
+    if (!s.velocities_known) find_velocities(job, s);
     sum_nodes(s);
     balance(s);
     add_row(s);
-    const auto dofs = static_cast<std::size_t>(store.mesh.dof_num),
-               frame = static_cast<std::size_t>(s.frames);
-    store.results.n_freq[frame] = static_cast<double>(s.step) * s.d_time;
-    const std::span<double> u = std::span(store.results.mode_vec).subspan(frame * dofs, dofs);
-    for (std::size_t d = 0; d < dofs; ++d) u[d] = s.u[4 * (d / 3) + d % 3];
+    const auto frame = std::make_shared<Frame>(job.mesh().dof_num());
+    frame->n_freq = static_cast<double>(s.step) * s.d_time;
+    std::vector<double>& u = frame->mode_vec;
+    for (std::size_t d = 0; d < u.size(); ++d) u[d] = s.u[4 * (d / 3) + d % 3];
     s.blocks->copy_stresses(s.points.stress, s.plastic_strain);
-    logarithmic_strains(store.mesh, u, s.team, s.points);
-    const console::Silence silence;
-    mean_stress_strain(
-        store.mesh, s.node_elements, s.points, s.plastic_strain, s.team,
-        std::span(store.results.node_stress).subspan(frame * stress_groups * dofs, stress_groups * dofs));
-    ++s.frames;
+    logarithmic_strains(job.mesh(), u, s.team, s.points);
+    SilentProgress silent;  // a frame is whole, whatever is asked meanwhile
+    mean_stress_strain(job.mesh(), s.node_elements, s.points, s.plastic_strain, s.team, frame->node_stress,
+                       silent);
+    job.run.results.push_back(frame);
 }
 
 }  // namespace kestralum

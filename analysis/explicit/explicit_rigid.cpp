@@ -3,10 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include <jama/jama_eig.h>
-
 #include "elements/symmetric3.h"
-#include "model/console.h"
+#include "system/dense_eigen.h"
 
 namespace kestralum {
 
@@ -31,28 +29,33 @@ Vec3 angular_velocity(const ExplicitBody& body, const Mat3& R, const Vec3& L) {
     return act(body.mobility, R, L);
 }
 
-using Matrix = TNT::Array2D<double>;
+// A symmetric matrix of at most six rows, and up to six columns of its inverse root; no memory of their own.
+struct Matrix6 {
+    int n = 0;
+    std::array<double, 36> a{};
+    double* operator[](int i) { return &a[i * n]; }
+};
+struct Columns6 {
+    int count = 0;
+    std::array<std::array<double, 6>, 6> column{};
+    auto begin() const { return column.begin(); }
+    auto end() const { return column.begin() + count; }
+};
 
 // With A Aᵀ = S⁺ of a symmetric S >= 0: its columns, one per eigenvalue above `cut` times the largest; none
 // where S is not finite.
-std::vector<std::vector<double>> inverse_root(const Matrix& S, double cut) {
-    const int n = S.dim1();
-    std::vector<std::vector<double>> columns;
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < n; ++j)
-            if (!std::isfinite(S[i][j])) return columns;
-    if (n == 0) return columns;
-    JAMA::Eigenvalue<double> eigen(S);
-    TNT::Array1D<double> values;
-    Matrix V;
-    eigen.getRealEigenvalues(values);
-    eigen.getV(V);
+Columns6 inverse_root(Matrix6 S, double cut) {
+    Columns6 out;
+    std::array<double, 6> values{};
+    std::array<double, 256> work{};
+    const int n = S.n;
+    if (n == 0 || !symmetric_eigen(n, {S.a.data(), std::size_t(n * n)}, values, work, true)) return out;
     for (int k = 0; k < n; ++k) {
         if (!(values[k] > cut * values[n - 1])) continue;
-        auto& column = columns.emplace_back();
-        for (int i = 0; i < n; ++i) column.push_back(V[i][k] / std::sqrt(values[k]));
+        auto& column = out.column[out.count++];
+        for (int i = 0; i < n; ++i) column[i] = S[k][i] / std::sqrt(values[k]);
     }
-    return columns;
+    return out;
 }
 
 constexpr double rounding = 1e-14;     // of inertia: the motions of a body all have some
@@ -66,7 +69,7 @@ void find_mobility(ExplicitBody& body) {
         if (m[3] != 0 || m[4] != 0 || m[5] != 0) axes.push_back({m[3], m[4], m[5]});
     const int n = static_cast<int>(axes.size());
     const auto axis = [&](int k) { return axes[k]; };
-    Matrix I(n, n, 0.0);
+    Matrix6 I{n};
     for (int i = 0; i < n; ++i)
         for (int j = 0; j < n; ++j) I[i][j] = dot(axis(i), turned(body.inertia, axis(j)));
     const auto add_square = [](Mat3& sum, const Vec3& a) {
@@ -113,12 +116,13 @@ ExplicitBodies::ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std:
         find_mobility(body);
         bodies_.push_back(std::move(body));
     }
+    states_.resize(bodies_.size());
+    resist_.resize(bodies_.size());
 }
 
-std::vector<RigidState> ExplicitBodies::states() const {
-    std::vector<RigidState> out;
-    for (const ExplicitBody& body : bodies_) out.push_back(body.state);
-    return out;
+std::span<const RigidState> ExplicitBodies::states() const {
+    for (std::size_t b = 0; b < bodies_.size(); ++b) states_[b] = bodies_[b].state;
+    return states_;
 }
 
 // The next place from p_new and L_new: the implicit equation of the middle is solved by iteration, which
@@ -146,13 +150,13 @@ void ExplicitBodies::turn(ExplicitBody& body, double d_time) const {
 // Prescribed velocities take the motions that they say something about, as least squares; the rest is what
 // the momenta give, in the metric of the kinetic energy: Δq = A (AᵀBA)⁺ Aᵀ Σ cᵀ(d - c q) with B = Σ cᵀc and A
 // Aᵀ = M⁻¹ on the motions that the body has.
-void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> driven, double d_time,
-                          std::size_t b) {
+void ExplicitBodies::drive(ExplicitBody& body, std::span<const DrivenMembers> driven, double d_time,
+                           std::size_t b) {
     const auto rules = [&](const DrivenMembers& record) {
         return record.body == static_cast<std::int32_t>(b);
     };
     if (std::none_of(driven.begin(), driven.end(), rules)) return;
-    std::vector<Vec6> motions = current_motions(body.geometry, body.state);
+    Motions motions = current_motions(body.geometry, body.state);
     const int count = static_cast<int>(motions.size());
     // rotations by the radius of gyration: all motions of one unit
     const double trace = body.inertia[0] + body.inertia[4] + body.inertia[8];
@@ -162,7 +166,7 @@ void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> dri
     const auto force_part = [](const Vec6& m) { return Vec3{m[0], m[1], m[2]}; };
     const auto turn_part = [](const Vec6& m) { return Vec3{m[3], m[4], m[5]}; };
     const Mat3 I = turned_inertia(body.state.R, body.inertia);
-    Matrix M(count, count, 0.0);
+    Matrix6 M{count};
     for (int i = 0; i < count; ++i)
         for (int j = 0; j < count; ++j) {
             const Vec6 &x = motions[i], &y = motions[j];
@@ -170,16 +174,16 @@ void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> dri
                 body.mass * dot(force_part(x), force_part(y)) + dot(turn_part(x), turned(I, turn_part(y)));
         }
     // motions of unit kinetic energy, velocity of the pivot and ω
-    std::vector<Vec6> unit;
+    Motions unit;
     for (const auto& column : inverse_root(M, rounding)) {
-        Vec6& m = unit.emplace_back();
+        Vec6& m = unit.add();
         for (int k = 0; k < count; ++k)
             for (std::size_t c = 0; c < 6; ++c) m[c] += column[k] * motions[k][c];
     }
     Vec3 v = body.moves ? times(1 / body.mass, body.p_new) : Vec3{}, omega = body.omega_new;
     const int n = static_cast<int>(unit.size());
-    Matrix B(n, n, 0.0);
-    std::vector<double> g(unit.size(), 0.0), c(unit.size());
+    Matrix6 B{n};
+    std::array<double, 6> g{}, c{};
     for (const DrivenMembers& record : driven) {
         if (!rules(record)) continue;
         const std::size_t axis = record.axis;
@@ -200,8 +204,8 @@ void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> dri
     if (n == 0) return;
     for (const auto& column : inverse_root(B, undetermined)) {
         double size = 0;
-        for (std::size_t k = 0; k < column.size(); ++k) size += column[k] * g[k];
-        for (std::size_t k = 0; k < column.size(); ++k) {
+        for (int k = 0; k < n; ++k) size += column[k] * g[k];
+        for (int k = 0; k < n; ++k) {
             v = plus(v, force_part(unit[k]), size * column[k]);
             omega = plus(omega, turn_part(unit[k]), size * column[k]);
         }
@@ -214,7 +218,7 @@ void ExplicitBodies::obey(ExplicitBody& body, std::span<const DrivenMembers> dri
 void ExplicitBodies::start(std::span<const DrivenMembers> given, double d_time) {
     for (std::size_t b = 0; b < bodies_.size(); ++b) {
         ExplicitBody& body = bodies_[b];
-        obey(body, given, d_time, b);
+        drive(body, given, d_time, b);
         // velocities of half a step before the start: the middle of that step is half a step behind
         body.p = body.p_new;
         body.omega_new = angular_velocity(body, body.state.R, body.L_new);
@@ -225,8 +229,8 @@ void ExplicitBodies::start(std::span<const DrivenMembers> given, double d_time) 
 
 void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenMembers> driven, double d_time,
                              std::array<double, 2>& driving, std::array<double, 2>& loads) {
-    const std::vector<RigidState> now = states();
-    const std::vector<Vec6> resist = combine_resistance(combines_, system_, now);
+    combine_resistance(combines_, system_, states(), resist_);
+    const std::vector<Vec6>& resist = resist_;
     reaction_ = {};
     for (std::size_t b = 0; b < bodies_.size(); ++b) {
         ExplicitBody& body = bodies_[b];
@@ -234,7 +238,7 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
         Vec3 f{own[0] - resist[b][0], own[1] - resist[b][1], own[2] - resist[b][2]};
         Vec3 m{own[3] - resist[b][3], own[4] - resist[b][4], own[5] - resist[b][5]};
         for (std::int32_t n : body.geometry.members) {
-            const double* at = arrays.force + 4 * static_cast<std::ptrdiff_t>(n);
+            const double* at = arrays.force + 4 * n;
             const Vec3 nodal{at[0], at[1], at[2]};
             f = plus(f, nodal);
             m = plus(m, cross(turned(body.state.R, minus(place_of(mesh_, n), body.geometry.pivot)), nodal));
@@ -245,7 +249,7 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
         if (!body.turns_freely) body.L_new = act(body.turnable, body.state.R, body.L_new);
         turn(body, d_time);
         const Vec3 p_free = body.p_new, L_free = body.L_new;
-        obey(body, driven, d_time, b);
+        drive(body, driven, d_time, b);
         if (p_free != body.p_new || L_free != body.L_new) turn(body, d_time);
         const Vec3 v = body.moves ? times(1 / body.mass, body.p) : Vec3{},
                    v_new = body.moves ? times(1 / body.mass, body.p_new) : Vec3{};
@@ -296,7 +300,7 @@ double ExplicitBodies::kinetic() const {
 }
 
 double ExplicitBodies::spring_energy() const {
-    const std::vector<RigidState> now = states();
+    const std::span<const RigidState> now = states();
     std::array<Vec6, 2> unused{};
     double sum = 0;
     for (const RigidCombine& record : combines_) sum += combine_forces(record, system_, now, unused);
@@ -321,7 +325,7 @@ Vec3 ExplicitBodies::angular_momentum() const {
 double ExplicitBodies::spring_rate() const {
     if (combines_.empty() || system_.equations == 0) return 0;
     const int n = system_.equations;
-    std::vector<double> K(static_cast<std::size_t>(n) * static_cast<std::size_t>(n), 0.0);
+    std::vector<double> K(std::size_t(n) * n, 0.0);
     add_combine_stiffness(combines_, system_, states(), K);
     // each body's mass on its motions, then M^-½ K M^-½ bounded by its largest row sum
     double rate = 0;
@@ -351,29 +355,30 @@ double ExplicitBodies::spring_rate() const {
     return rate;
 }
 
-void ExplicitBodies::print_masses(std::int32_t free_equations) const {
-    console::print("fn=%d (fn_rigid=%d)\n", free_equations + system_.equations, system_.equations);
+void ExplicitBodies::print_masses(std::int32_t free_equations, Progress& progress) const {
+    progress.print("fn=%d (fn_rigid=%d)\n", free_equations + system_.equations, system_.equations);
     std::int32_t first = 0;
     for (const ExplicitBody& body : bodies_) {
         const auto last = first + 3 * static_cast<std::int32_t>(body.geometry.members.size());
-        console::print("j_s=%d, j_e=%d\n", first, last);
-        console::print(" Mx=%.3e, My=%.3e, Mz=%.3e\n", body.mass, body.mass, body.mass);
+        progress.print("j_s=%d, j_e=%d\n", first, last);
+        progress.print(" Mx=%.3e, My=%.3e, Mz=%.3e\n", body.mass, body.mass, body.mass);
         // about the reference point (Steiner)
         const Vec3 r = minus(body.geometry.pivot, body.geometry.reference);
         double I[3];
         for (std::size_t c = 0; c < 3; ++c)
             I[c] = body.inertia[4 * c] + (body.moves ? body.mass * (dot(r, r) - r[c] * r[c]) : 0);
-        console::print("Ixx=%.3e, Iyy=%.3e, Izz=%.3e\n", I[0], I[1], I[2]);
+        progress.print("Ixx=%.3e, Iyy=%.3e, Izz=%.3e\n", I[0], I[1], I[2]);
         first = last;
     }
 }
 
-void ExplicitBodies::print_velocities() const {
+void ExplicitBodies::print_velocities(Progress& progress) const {
+    if (!progress.lines_wanted()) return;
     for (const ExplicitBody& body : bodies_) {
         const Vec3 v = body.moves ? times(1 / body.mass, body.p_new) : Vec3{};
         const Vec3 arm = turned(body.state.R, minus(body.geometry.reference, body.geometry.pivot));
         const Vec3 at = plus(v, cross(body.omega_new, arm));
-        console::print("Vr:%.3e,%.3e,%.3e,%.3e,%.3e,%.3e\n", at[0], at[1], at[2], body.omega_new[0],
+        progress.print("Vr:%.3e,%.3e,%.3e,%.3e,%.3e,%.3e\n", at[0], at[1], at[2], body.omega_new[0],
                        body.omega_new[1], body.omega_new[2]);
     }
 }

@@ -13,6 +13,7 @@
 
 #include "conditions/rigid_bodies.h"
 #include "model/explicit_records.h"
+#include "model/progress.h"
 
 namespace kestralum {
 
@@ -82,13 +83,13 @@ public:
     double spring_rate() const;
 
     // The lines of the set-up ("fn=%d (fn_rigid=%d)" …) and of a step ("Vr:…").
-    void print_masses(std::int32_t free_equations) const;
-    void print_velocities() const;
+    void print_masses(std::int32_t free_equations, Progress& progress) const;
+    void print_velocities(Progress& progress) const;
 
 private:
-    std::vector<RigidState> states() const;
+    std::span<const RigidState> states() const;  // until the next call
     void turn(ExplicitBody& body, double d_time) const;
-    void obey(ExplicitBody& body, std::span<const DrivenMembers> driven, double d_time, std::size_t b);
+    void drive(ExplicitBody& body, std::span<const DrivenMembers> driven, double d_time, std::size_t b);
 
     RigidSystem system_;
     const Mesh& mesh_;
@@ -96,6 +97,8 @@ private:
     std::vector<RigidForce> forces_;
     std::vector<RigidCombine> combines_;
     Vec3 reaction_{};
+    mutable std::vector<RigidState> states_;  // room of states()
+    std::vector<Vec6> resist_;                // of the springs, per body
 };
 
 }  // namespace kestralum

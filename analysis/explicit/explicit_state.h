@@ -15,13 +15,12 @@
 #include <string>
 #include <vector>
 
-#include "analysis/explicit/explicit_analysis.h"
 #include "analysis/explicit/explicit_contact.h"
 #include "analysis/explicit/explicit_rigid.h"
 #include "analysis/explicit/explicit_walls.h"
 #include "elements/explicit_blocks.h"
 #include "elements/stable_step.h"
-#include "system/linear_system.h"
+#include "system/assembly.h"
 
 namespace kestralum {
 
@@ -54,8 +53,7 @@ struct ExplicitState {
     // steps
     double d_time = 0;
     std::int64_t time_num = 1, out_time_num = 1, output_frequency = 1;
-    std::int64_t step = 0;    // last step done
-    std::int64_t frames = 0;  // stored so far
+    std::int64_t step = 0;  // last step done
     bool diverged = false;
     bool velocities_known = false;  // v_new is that of the step to come
     int threads = 1;
@@ -98,23 +96,22 @@ struct ExplicitState {
     std::chrono::steady_clock::time_point start;
 };
 
-// Everything that the run needs before its first step, with the set-up's console lines; the
-// results are sized and frame 1 is stored. False with the report's status set.
-bool set_up_explicit(ModelStore& store, const Settings& settings, const ExplicitOptions& options,
-                     ExplicitState& state, RunReport& report);
+// Everything that the run needs before its first step, with the set-up's console lines; frame 1, the start,
+// is then in the run's results. False with the status set.
+bool set_up_explicit(Job& job, ExplicitState& state);
 
 // One step, s = state.step + 1. Sets state.diverged.
-void explicit_step(ModelStore& store, ExplicitState& state, RunReport& report);
+void explicit_step(Job& job, ExplicitState& state);
 
 // Forces of the configuration in force at t_n: internal ones from the blocks, then walls and contact.
 // False when an element is inverted or an expression has no value.
 bool find_forces(ExplicitState& state);
 
 // v_{n+½} into v_new and the works up to t_n.
-void find_velocities(const ModelStore& store, ExplicitState& state);
+void find_velocities(const Job& job, ExplicitState& state);
 
 // Stores the frame and the row of the history that belong to the step done last.
-void store_frame(ModelStore& store, ExplicitState& state);
-void begin_history(const ModelStore& store, const ExplicitOptions& options, ExplicitState& state);
+void store_frame(Job& job, ExplicitState& state);
+void begin_history(const Job& job, ExplicitState& state);
 
 }  // namespace kestralum

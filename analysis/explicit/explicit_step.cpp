@@ -3,7 +3,7 @@
 
 #include "analysis/explicit/explicit_state.h"
 #include "elements/element_type.h"
-#include "model/console.h"
+#include "model/format.h"
 
 namespace kestralum {
 
@@ -28,8 +28,7 @@ std::array<double, 2> update_velocities(ExplicitState& s) {
     const double half = 0.5 * s.d_time;
 #pragma omp parallel for schedule(dynamic, 2) num_threads(s.team) if (s.team > 1)
     for (std::int64_t c = 0; c < chunks; ++c) {
-        const auto first = static_cast<std::size_t>(4 * c * chunk_nodes),
-                   last = static_cast<std::size_t>(4 * std::min(nodes, (c + 1) * chunk_nodes));
+        const std::size_t first = 4 * c * chunk_nodes, last = 4 * std::min(nodes, (c + 1) * chunk_nodes);
         for (std::size_t k = first; k < last; ++k)
             s.v_new[k] = s.a[k] * s.v[k] + s.b[k] * (s.F[k] + s.F_contact[k] - s.R[k]);
         double before = 0, after = 0;
@@ -48,11 +47,11 @@ std::array<double, 2> update_velocities(ExplicitState& s) {
 }
 
 // Prescribed velocities at t_n + Δt/2, and the power of the forces that see to them.
-std::array<double, 2> drive(const ModelStore& store, ExplicitState& s) {
+std::array<double, 2> drive(const Job& job, ExplicitState& s) {
     std::array<double, 2> power{};
     const double middle = (static_cast<double>(s.step) + 0.5) * s.d_time;
     for (const DrivenDofs& driven : s.driven) {
-        const double velocity = driven.velocity.at(middle, store.parameters);
+        const double velocity = driven.velocity.at(middle, job.model.parameters);
         for (std::int32_t place : driven.places) {
             const std::size_t k = place;
             s.v_new[k] = velocity;
@@ -71,8 +70,7 @@ bool move(ExplicitState& s) {
     int lost = 0;
 #pragma omp parallel for schedule(dynamic, 2) num_threads(s.team) if (s.team > 1) reduction(| : lost)
     for (std::int64_t c = 0; c < chunks; ++c) {
-        const auto first = static_cast<std::size_t>(4 * c * chunk_nodes),
-                   last = static_cast<std::size_t>(4 * std::min(nodes, (c + 1) * chunk_nodes));
+        const std::size_t first = 4 * c * chunk_nodes, last = 4 * std::min(nodes, (c + 1) * chunk_nodes);
         double sum = 0;  // of u - u: 0, or not a number
         for (std::size_t k = first; k < last; ++k) {
             s.du[k] = s.d_time * s.v_new[k];
@@ -86,13 +84,13 @@ bool move(ExplicitState& s) {
     return lost == 0;
 }
 
-std::string part_of(const ModelStore& store, std::int32_t e) {
-    return store.parts[store.mesh.p_ele_part_id[e]].name;
+std::string part_of(const Job& job, std::int32_t e) {
+    return job.model.parts[job.mesh().p_ele_part_id[e]].name;
 }
 
 // Every element with a node whose displacement is not finite, at its first such node.
-void list_lost_elements(const ModelStore& store, const ExplicitState& s) {
-    const Mesh& mesh = store.mesh;
+void list_lost_elements(Job& job, const ExplicitState& s) {
+    const Mesh& mesh = job.mesh();
     const std::size_t per_element = mesh.node_per_element();
     for (std::int32_t e = 0; e < mesh.element_num(); ++e)
         for (std::size_t i = 0; i < per_element; ++i) {
@@ -102,45 +100,40 @@ void list_lost_elements(const ModelStore& store, const ExplicitState& s) {
             if (std::isfinite(u[0]) && std::isfinite(u[1]) && std::isfinite(u[2])) continue;
             const double* X = mesh.coordinates.data() + 3 * n;
             const std::int32_t part = mesh.p_ele_part_id[e];
-            console::print("Ele=%d,%zu; part=%d[%s], coord:%.3e, %.3e, %.3e\n", e, i, part,
-                           part_of(store, e).c_str(), X[0], X[1], X[2]);
-            console::print("         :%.3e,%.3e,%.3e\n", u[0], u[1], u[2]);
+            job.progress.print("Ele=%d,%zu; part=%d[%s], coord:%.3e, %.3e, %.3e\n", e, i, part,
+                               part_of(job, e).c_str(), X[0], X[1], X[2]);
+            job.progress.print("         :%.3e,%.3e,%.3e\n", u[0], u[1], u[2]);
             break;
         }
 }
 
-void stop(ExplicitState& s, RunReport& report, std::string why) {
+void stop(Job& job, ExplicitState& s, std::string why) {
     s.diverged = true;
-    console::notice("%s", why.c_str());
-    report.fail(RunStatus::failed, std::move(why));
+    job.progress.notice("%s", why.c_str());
+    job.fail(RunStatus::failed, std::move(why));
 }
 
 // The stable step of the shapes in force, looked at now and then and said once.
-void check_shapes(const ModelStore& store, ExplicitState& s, RunReport& report) {
+void check_shapes(Job& job, ExplicitState& s) {
     if (s.step_warned || s.step < s.next_check) return;
     s.next_check = s.step + steps_per_check;
     const StableStep worst = s.bound->worst_above(s.x.data(), s.d_time, s.team);
     if (worst.element < 0) return;
     s.step_warned = true;
-    std::string line = console::format(
-        "step %lld: d_time = %.3e s passes the stable step of %.3e s of element %d, part %s, in its present "
+    std::string line = formatted(
+        "step %ld: d_time = %.3e s passes the stable step of %.3e s of element %d, part %s, in its present "
         "shape",
-        static_cast<long long>(s.step), s.d_time, worst.step, worst.element + 1,
-        part_of(store, worst.element).c_str());
-    console::notice("%s", line.c_str());
-    report.remarks.notices.push_back(std::move(line));
+        s.step, s.d_time, worst.step, worst.element + 1, part_of(job, worst.element).c_str());
+    job.progress.notice("%s", line.c_str());
+    job.note(std::move(line));
 }
 
-}  // namespace
-
-namespace {
-
 // The bodies' part of the velocities at t_n + Δt/2, after friction has said what it takes.
-void advance_bodies(const ModelStore& store, ExplicitState& s, std::array<double, 2>& driving,
+void advance_bodies(const Job& job, ExplicitState& s, std::array<double, 2>& driving,
                     std::array<double, 2>& loads) {
     const double middle = (static_cast<double>(s.step) + 0.5) * s.d_time;
     for (DrivenMembers& record : s.driven_members)
-        record.velocity = record.given.at(middle, store.parameters);
+        record.velocity = record.given.at(middle, job.model.parameters);
     for (const ExplicitBody& body : s.bodies->bodies())
         for (std::int32_t n : body.geometry.members)
             for (std::size_t c = 0; c < 3; ++c) {
@@ -164,7 +157,7 @@ bool find_forces(ExplicitState& s) {
     return sound && placed;
 }
 
-void find_velocities(const ModelStore& store, ExplicitState& s) {
+void find_velocities(const Job& job, ExplicitState& s) {
     // nothing was done before the start
     const bool start = s.step == 0;
     const double half = 0.5 * s.d_time;
@@ -173,10 +166,10 @@ void find_velocities(const ModelStore& store, ExplicitState& s) {
     };
     book(s.damping_work, update_velocities(s), 1.0);
     std::array<double, 2> driving{}, loads{};
-    if (!s.driven.empty()) driving = drive(store, s);
+    if (!s.driven.empty()) driving = drive(job, s);
     if (s.walls) s.walls->rub(contact_arrays(s), s.v_new.data());
     if (s.bodies) {
-        advance_bodies(store, s, driving, loads);
+        advance_bodies(job, s, driving, loads);
         book(s.rigid_work, loads, half);
     }
     book(s.support_work, driving, half);
@@ -187,35 +180,32 @@ void find_velocities(const ModelStore& store, ExplicitState& s) {
     s.velocities_known = true;
 }
 
-void explicit_step(ModelStore& store, ExplicitState& s, RunReport& report) {
+void explicit_step(Job& job, ExplicitState& s) {
     const std::int64_t step = s.step + 1;
-    console::print("########## Time: %.3e[s]  %lld/%lld##########\n", static_cast<double>(step) * s.d_time,
-                   static_cast<long long>(step), static_cast<long long>(s.time_num));
-    if (!s.velocities_known) find_velocities(store, s);
+    job.progress.print("########## Time: %.3e[s]  %ld/%ld##########\n", static_cast<double>(step) * s.d_time,
+                       step, s.time_num);
+    if (!s.velocities_known) find_velocities(job, s);
     s.velocities_known = false;
     const bool finite = move(s);
     if (s.bodies) {
         s.bodies->arrive(s.u, s.du, s.x, s.X);
-        s.bodies->print_velocities();
+        s.bodies->print_velocities(job.progress);
     }
     s.step = step;
     const bool sound = find_forces(s);
     if (!finite) {
-        list_lost_elements(store, s);
-        stop(s, report,
-             console::format("the run diverges in step %lld: a displacement is not a finite number",
-                             static_cast<long long>(step)));
+        list_lost_elements(job, s);
+        stop(job, s, formatted("the run diverges in step %ld: a displacement is not a finite number", step));
     } else if (!sound) {
         const std::int32_t e = s.blocks->first_inverted();
-        stop(s, report,
-             e >= 0 ? console::format("the run diverges in step %lld: element %d of part %s has a point "
-                                      "whose volume is no longer positive",
-                                      static_cast<long long>(step), e + 1, part_of(store, e).c_str())
-                    : console::format("step %lld: the motion of a wall has no finite value",
-                                      static_cast<long long>(step)));
+        stop(job, s,
+             e >= 0 ? formatted("the run diverges in step %ld: element %d of part %s has a point "
+                                "whose volume is no longer positive",
+                                step, e + 1, part_of(job, e).c_str())
+                    : formatted("step %ld: the motion of a wall has no finite value", step));
     } else {
-        if (step % s.output_frequency == 0 && s.frames < s.out_time_num) store_frame(store, s);
-        check_shapes(store, s, report);
+        if (step % s.output_frequency == 0 && job.run.mode_num() < s.out_time_num) store_frame(job, s);
+        check_shapes(job, s);
     }
 }
 

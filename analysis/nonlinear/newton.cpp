@@ -136,7 +136,7 @@ void NewtonSolver::add_load_stiffness(std::span<double> K_rr) const {
         const Vec6 own =
             rigid_force_resultant(rigid_, static_cast<std::int32_t>(b), states_[b], job_.model.rigid_forces);
         add(body.reference, {-load_factor_ * own[0], -load_factor_ * own[1], -load_factor_ * own[2]});
-        const std::vector<Vec6> motions = current_motions(body, states_[b]);
+        const Motions motions = current_motions(body, states_[b]);
         for (std::size_t i = 0; i < motions.size(); ++i)
             for (std::size_t j = 0; j < motions.size(); ++j) {
                 const std::size_t to = (body.first + i) * nr + body.first + j;

@@ -174,8 +174,8 @@ void report_end(Job& job, const Freedoms& freedoms, const FiniteBody& body, cons
     std::vector<double> nodal = job.run.load;
     for (double& f : nodal) f *= last.factor;
     for (std::size_t d = 0; d < nodal.size(); ++d) report.applied[d % 3] += nodal[d];
-    const std::vector<Vec6> springs = combine_resistance(job.model.rigid_combines, rigid, solver.states());
-    std::vector<Vec6> loads;
+    std::vector<Vec6> springs(rigid.bodies.size()), loads;
+    combine_resistance(job.model.rigid_combines, rigid, solver.states(), springs);
     for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
         const RigidState& state = solver.states()[b];
         loads.push_back(resultant(rigid.bodies[b], state, job.mesh(), nodal));

@@ -1,0 +1,15 @@
+// Eigenvalues of small dense symmetric matrices, by LAPACK (Anderson et al., LAPACK Users' Guide, 3rd ed.
+// 1999).
+#pragma once
+
+#include <span>
+
+namespace kestralum {
+
+// Eigenvalues of the symmetric n × n matrix `a`, ascending into `values`; with `vectors` a becomes the matrix
+// of unit eigenvectors, column after column. `work`: at least 3n - 1, room. Takes no memory of its own. False
+// where `a` is not finite (a is then unchanged) or the iteration does not end.
+bool symmetric_eigen(int n, std::span<double> a, std::span<double> values, std::span<double> work,
+                     bool vectors);
+
+}  // namespace kestralum
