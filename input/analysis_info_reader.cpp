@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <limits>
 #include <new>
 #include <span>
@@ -35,7 +36,8 @@ public:
         return tokens_.next() == "explicit";
     }
 
-    // Everything behind the header, up to the token given back: END, no keyword, or the end of the file.
+    // Everything behind the header, up to the token given back: END, no key, or the end of the file. An error
+    // where there is no key before it: then this is no control file.
     Token read();
 
     // Tables that this file does not name stay as an earlier model had them.
@@ -184,14 +186,17 @@ const ControlFile::Row ControlFile::rows[] = {
 };
 
 Token ControlFile::read() {
-    for (;;) {
+    for (bool any_key = false;;) {
         const Token token = next();
         if (token.text.empty() || progress_.cancelled()) return token;
         progress_.print("%s\n", std::string(token.text).c_str());
         const Row* found = nullptr;
         for (const Row& row : rows)
             if (!found && token.text.starts_with(row.key)) found = &row;
+        if (!found && !any_key && !token.text.starts_with("END"))
+            remarks_.expected(token, "a key such as d_time or END");
         if (!found) return token;
+        any_key = any_key || found->take != &ControlFile::comment;
         (this->*found->take)(found->key);
     }
 }
@@ -249,18 +254,30 @@ AnalysisInfoStatus read_control_text(std::string_view text, Model& model, InputR
     return AnalysisInfoStatus::read;
 }
 
+// Whether a control file has set anything in the model.
+bool holds_settings(const Model& model) {
+    const ExplicitTables& t = model.explicit_tables;
+    return model.control != AnalysisControl{} || !t.walls.empty() || !t.initial_velocities.empty() ||
+           !t.velocity_inputs.empty() || !t.contacts.empty();
+}
+
+// Whether there is something of this name, readable or not.
+bool stands(std::string_view stored) {
+    std::error_code ignored;
+    return std::filesystem::status(paths::to_platform(stored), ignored).type() !=
+           std::filesystem::file_type::not_found;
+}
+
 }  // namespace
 
 int last_dot(std::string_view model_file_name) {
-    const std::size_t dot = model_file_name.rfind('.');
-    if (dot == std::string_view::npos) return -1;
-    return static_cast<int>(dot) > paths::last_separator(model_file_name) ? static_cast<int>(dot) : -1;
+    const int dot = static_cast<int>(model_file_name.rfind('.'));  // -1 for npos
+    return dot > paths::last_separator(model_file_name) ? dot : -1;
 }
 
 std::string analysis_info_file_name(std::string_view model_file_name) {
     const int dot = last_dot(model_file_name);
-    return std::string(dot < 0 ? model_file_name : model_file_name.substr(0, static_cast<std::size_t>(dot))) +
-           ".ana";
+    return std::string(model_file_name.substr(0, dot)) + ".ana";  // -1: the whole name
 }
 
 AnalysisInfoReport read_analysis_info_file(Model& model, Progress& progress) {
@@ -273,8 +290,12 @@ AnalysisInfoReport read_analysis_info_file(Model& model, Progress& progress) {
     try {
         if (!paths::read_text(report.file_name, text, reason)) {
             progress.print("FILE OPEN ERROR\n");
-            if (model.control != AnalysisControl{})
+            if (stands(report.file_name)) {
+                report.status = AnalysisInfoStatus::wrong;
+                remarks.error("cannot be read: " + reason);
+            } else if (holds_settings(model)) {
                 remarks.notice(reason + "; the settings of the earlier model stay in force");
+            }
         } else {
             progress.print("ANALYSIS INFO FILE OPEN !!\n");
             report.status = read_control_text(text, model, remarks, report, progress);

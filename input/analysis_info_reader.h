@@ -14,9 +14,9 @@ namespace kestralum {
 
 enum class AnalysisInfoStatus {
     read,         // taken into the model
-    missing,      // no such file, or it cannot be opened; the settings in force stay
+    missing,      // no such file; the settings in force stay
     not_control,  // its second token is not "explicit"; passed over, the settings in force stay
-    wrong,        // `remarks.errors` says why; the settings in force stay
+    wrong,        // cannot be read or used, `remarks.errors` has the reasons; the settings in force stay
 };
 
 struct AnalysisInfoReport {

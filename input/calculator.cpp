@@ -2,6 +2,7 @@
 
 // Under the sanitizers g++ 12 takes the empty match of a Spirit parser for an uninitialized one.
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#include <algorithm>
 #include <boost/spirit/include/classic_core.hpp>
 #include <charconv>
 #include <cmath>
@@ -177,10 +178,17 @@ struct Grammar {
     Grammar& operator=(const Grammar&) = delete;
 };
 
+bool is_letter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+
 // Sign, digits, point: texts of this beginning may be plain numbers, the common case.
 bool may_be_plain(std::string_view text) {
     if (text.size() > 1 && (text[0] == '+' || text[0] == '-')) text.remove_prefix(1);
-    return !text.empty() && ((text[0] >= '0' && text[0] <= '9') || text[0] == '.');
+    return !text.empty() && (is_digit(text[0]) || text[0] == '.');
 }
 
 std::string shortened(std::string_view text) {
@@ -217,14 +225,19 @@ CalcResult calc(std::string_view text, std::span<const Parameter> parameters, do
     return {c.pop(), {}};
 }
 
-bool is_parameter_name(std::string_view text) {
-    const auto is_letter = [](char ch) {
-        return (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z') || ch == '_';
+bool names_time(std::string_view text) {
+    constexpr std::string_view word = "time";
+    const auto in_name = [&](std::size_t k) {
+        return k < text.size() && (is_letter(text[k]) || is_digit(text[k]));
     };
+    for (std::size_t at = text.find(word); at != std::string_view::npos; at = text.find(word, at + 1))
+        if ((at == 0 || !in_name(at - 1)) && !in_name(at + word.size())) return true;
+    return false;
+}
+
+bool is_parameter_name(std::string_view text) {
     if (text.empty() || text == "time" || !is_letter(text[0])) return false;
-    for (const char ch : text)
-        if (!is_letter(ch) && !(ch >= '0' && ch <= '9')) return false;
-    return true;
+    return std::all_of(text.begin(), text.end(), [](char c) { return is_letter(c) || is_digit(c); });
 }
 
 }  // namespace kestralum

@@ -27,6 +27,9 @@ struct CalcResult {
 // unknown name or function, wrong number of arguments, text left over, text too long. Any thread.
 CalcResult calc(std::string_view text, std::span<const Parameter> parameters, double time = 0);
 
+// Whether the expression names `time`, as a whole name and not as a part of one.
+bool names_time(std::string_view text);
+
 // Whether an expression can refer to a parameter of this name.
 bool is_parameter_name(std::string_view text);
 

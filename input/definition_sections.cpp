@@ -1,6 +1,5 @@
 // Materials, parameters, parts and the counts.
 #include <cmath>
-#include <set>
 
 #include "input/calculator.h"
 #include "input/record_fields.h"
@@ -15,11 +14,13 @@ void read_material_info(const FileSection& section, Model& model, InputRemarks& 
     const RecordFields fields(model.parameters, remarks);
     progress.print("material_num=%d\n", static_cast<int>(records.size()));
     std::vector<Material> materials;
+    RecordNames names("a part takes the later material", remarks);
     for (const auto& record : records) {
         if (progress.cancelled()) return;
         Material& m = materials.emplace_back();
         m.id = static_cast<std::int32_t>(materials.size()) - 1;
         m.name = fields.name(record[0], material_text_width);
+        names.add(record[0], m.name);
         m.density = fields.number_where(
             record[1], [](double v) { return v >= 0; }, "a density of at least 0 kg/m^3");
         m.young = fields.number_where(
@@ -45,7 +46,7 @@ void read_parameter(const FileSection& section, const OverrideTable& overrides, 
                     InputRemarks& remarks, Progress& progress) {
     const auto records = records_of(section, 2, remarks);
     std::vector<Parameter> parameters = overrides.lasting;
-    std::set<std::string> names;
+    RecordNames names("the first value holds", remarks);
     progress.print("param_num=%d\n", static_cast<int>(records.size() + parameters.size()));
     for (const auto& record : records) {
         if (progress.cancelled()) return;
@@ -55,8 +56,8 @@ void read_parameter(const FileSection& section, const OverrideTable& overrides, 
         p.name = fields.name(record[0], material_text_width);
         if (!is_parameter_name(p.name))
             remarks.notice(record[0], "no expression can refer to this name");
-        else if (!names.insert(p.name).second)
-            remarks.notice(record[0], "defined before, the first value holds");
+        else
+            names.add(record[0], p.name);
         const auto set = overrides.expressions.find(record[0].text);
         const bool replaced = set != overrides.expressions.end();
         p.value =
@@ -132,14 +133,22 @@ std::string placed_remark(const PartRecords& records, const std::string& line) {
 }  // namespace
 
 void read_part_info(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
-    const PartRecords records = part_records(section, RecordFields(model.parameters, remarks));
-    int failures = 0;
+    const RecordFields fields(model.parameters, remarks);
+    const PartRecords records = part_records(section, fields);
+    int searches = 0;
     const Evaluate evaluate = [&](std::string_view text, double& value, std::string& error) {
         const CalcResult result = calc(text, model.parameters);
         value = result.value;
-        if (result.ok() && std::isfinite(value)) return true;
+        const bool good = result.ok() && std::isfinite(value);
+        if (good && !names_time(text)) return true;
         // the search for the place is worth its time for the lines that will be listed
-        error = ++failures > remarks_listed ? "'" + std::string(text) + "'" : place_of_text(records, text);
+        const std::string place =
+            ++searches > remarks_listed ? "'" + std::string(text) + "'" : place_of_text(records, text);
+        if (good) {
+            remarks.notice(place + ": " + time_is_zero);
+            return true;
+        }
+        error = place;
         error += result.ok() ? ": expected a finite value"
                              : ": expected a number or an expression over the parameters defined so far (" +
                                    result.error + ")";
@@ -147,6 +156,9 @@ void read_part_info(const FileSection& section, Model& model, InputRemarks& rema
     };
     Remarks said;
     model.parts = create_PART(records.rows, model.materials, evaluate, said, progress);
+    RecordNames names("records that name this part take all of the name", remarks);
+    for (std::size_t k = 0; k < model.parts.size(); ++k)
+        names.add(*records.first[k], fields.name(*records.first[k], name_text_width));
     for (const auto* lines : {&said.errors, &said.notices})
         for (std::size_t k = 0; k < lines->size(); ++k) {
             const std::string& line = (*lines)[k];

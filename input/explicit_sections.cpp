@@ -22,17 +22,6 @@ double value_at(std::string_view text, std::span<const Parameter> parameters, do
     return result.ok() ? result.value : std::numeric_limits<double>::quiet_NaN();
 }
 
-// An expression that may name `time`: as a whole name, not as a part of one.
-bool names_time(std::string_view text) {
-    constexpr std::string_view word = "time";
-    auto in_name = [&](std::size_t k) {
-        return k < text.size() && (std::isalnum(static_cast<unsigned char>(text[k])) || text[k] == '_');
-    };
-    for (std::size_t at = text.find(word); at != std::string_view::npos; at = text.find(word, at + 1))
-        if ((at == 0 || !in_name(at - 1)) && !in_name(at + word.size())) return true;
-    return false;
-}
-
 TimeExpression time_expression(const Token& token, std::span<const Parameter> parameters,
                                const RecordFields& fields) {
     TimeExpression out;
@@ -94,10 +83,9 @@ VelocityRecord velocity_record(std::span<const Token> t, std::span<const Paramet
     return r;
 }
 
-std::int32_t part_index(const Token& token, std::span<const Part> parts, InputRemarks& remarks) {
-    const auto at = std::find_if(parts.begin(), parts.end(), [&](const Part& p) {
-        return p.name == truncate_text(token.text, name_text_width);
-    });
+std::int32_t part_index(const Token& token, const std::string& name, std::span<const Part> parts,
+                        InputRemarks& remarks) {
+    const auto at = std::find_if(parts.begin(), parts.end(), [&](const Part& p) { return p.name == name; });
     if (at != parts.end()) return static_cast<std::int32_t>(at - parts.begin());
     remarks.expected(token, "the name of a part");
     return -1;
@@ -192,8 +180,8 @@ void read_contacts(const TableSection& table, std::span<const Parameter> paramet
         p.name = fields.name(t[0], name_text_width);
         std::array<std::int32_t, 2> part{};
         for (std::size_t k = 0; k < 2; ++k) {
-            p.part_name[k] = text_of(t[1 + k]);
-            part[k] = part_index(t[1 + k], parts, remarks);
+            p.part_name[k] = fields.name(t[1 + k], name_text_width);
+            part[k] = part_index(t[1 + k], p.part_name[k], parts, remarks);
         }
         p.penalty = fields.number_where(
             t[3], [](double v) { return v >= 0 && v <= 1; }, "a penalty factor from 0 (for 1) to 1");

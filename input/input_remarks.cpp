@@ -1,13 +1,33 @@
 #include "input/input_remarks.h"
 
+#include <algorithm>
+
 namespace kestralum {
+
+namespace {
+
+// Bytes of the UTF-8 character that `text` begins with; 0 for a control character or anything else.
+std::size_t character_size(std::string_view text) {
+    const unsigned char lead = text[0];
+    if (lead < 0x80) return lead >= ' ' && lead != 127;
+    const std::size_t size = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
+    if (lead < 0xc2 || lead > 0xf4 || size > text.size()) return 0;
+    for (const char c : text.substr(1, size - 1))
+        if ((c & 0xc0) != 0x80) return 0;
+    return size;
+}
+
+}  // namespace
 
 std::string place_of(const Token& token) {
     if (token.text.empty()) return "end of file";
     constexpr std::size_t shown = 60;
-    std::string text(token.text.substr(0, shown));
-    for (char& c : text)
-        if ((c >= 0 && c < ' ') || c == 127) c = '?';
+    std::string text;
+    for (std::string_view rest = token.text; !rest.empty() && text.size() < shown;) {
+        const std::size_t size = character_size(rest);
+        text += size > 0 ? rest.substr(0, size) : "?";
+        rest.remove_prefix(std::max<std::size_t>(size, 1));
+    }
     if (token.text.size() > shown) text += "...";
     return "token " + std::to_string(token.number) + " '" + text + "'";
 }

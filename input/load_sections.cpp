@@ -14,11 +14,13 @@ void read_boundary_condition(const FileSection& section, Model& model, InputRema
     const RecordFields fields(model.parameters, remarks);
     progress.print("bc_num=%d\n", static_cast<int>(records.size()));
     std::vector<BoundaryCondition> conditions;
+    RecordNames names("both supports act", remarks);
     for (const auto& record : records) {
         if (progress.cancelled()) return;
         BoundaryCondition& bc = conditions.emplace_back();
         bc.id = static_cast<std::int32_t>(conditions.size()) - 1;
         bc.name = fields.name(record[0], name_text_width);
+        names.add(record[0], bc.name);
         bc.selection_word = truncate_text(record[1].text, name_text_width);
         bc.kind = static_cast<Selection>(fields.word(record[1], selections, "a selection"));
         bc.axis_word = truncate_text(record[2].text, name_text_width);
@@ -96,9 +98,11 @@ void read_apply_force(const FileSection& section, Model& model, InputRemarks& re
     progress.print("force_num=%d\n", static_cast<int>(records.size()));
     progress.print("Apply_Force\n");
     std::vector<AppliedForce> forces;
+    RecordNames names("both forces act", remarks);
     for (const auto& record : records) {
         if (progress.cancelled()) return;
         forces.push_back(read_force(record, fields));
+        names.add(record[0], forces.back().name);
         forces.back().id = static_cast<std::int32_t>(forces.size()) - 1;
         list_force(forces.back(), record, progress);
     }

@@ -157,8 +157,14 @@ bool same_parameters(const std::vector<Parameter>& a, const std::vector<Paramete
         a, b, [](const Parameter& p, const Parameter& q) { return p.name == q.name && p.value == q.value; });
 }
 
-// What the file says nothing of and an earlier model has left; the start-up values are nobody's.
-void notice_tables_left(const Model& former, const ModelSections& sections, InputRemarks& remarks) {
+std::string joined(std::span<const std::string> names) {
+    std::string text;
+    for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+    return text;
+}
+
+// What the file has no section for and an earlier model has left; the start-up values are nobody's.
+std::vector<std::string> sections_kept(const Model& former, const ModelSections& sections) {
     const Model start = placeholder_model();
     std::set<Keyword> given;
     for (const FileSection& section : sections.sections) given.insert(section.keyword);
@@ -176,11 +182,10 @@ void notice_tables_left(const Model& former, const ModelSections& sections, Inpu
         {Keyword::rigid_force, !former.rigid_forces.empty()},
         {Keyword::rigid_combine, !former.rigid_combines.empty()},
     };
-    std::string names;
+    std::vector<std::string> kept;
     for (const auto& [keyword, held] : tables)
-        if (held && !given.contains(keyword))
-            names += (names.empty() ? "" : ", ") + std::string(spelling(keyword));
-    if (!names.empty()) remarks.notice("not in the file, left as the earlier model had them: " + names);
+        if (held && !given.contains(keyword)) kept.emplace_back(spelling(keyword));
+    return kept;
 }
 
 // Text becomes tables; false with an error in `remarks` or after a stop.
@@ -191,7 +196,14 @@ bool read_tables(const std::string& text, std::span<const ParameterOverride> ove
     report.end_token_number = sections.end.number;
     report.ended_at_end = sections.end.text.empty() || keyword_of(sections.end.text) == Keyword::end;
 
-    const Model former = model;
+    const auto is_comment = [](const FileSection& section) { return section.keyword == Keyword::comment; };
+    if (!report.ended_at_end && std::ranges::all_of(sections.sections, is_comment)) {
+        // a picture, a letter, a file of another program
+        remarks.expected(sections.end, "a section keyword such as part_info");
+        progress.print("MATERIAL DATA FILE CLOSE !!\n");
+        return false;
+    }
+    report.kept_sections = sections_kept(model, sections);
     const OverrideTable table = prepare_overrides(overrides, sections, model, remarks);
     for (const FileSection& section : sections.sections) {
         notice_swallowed_keywords(section, remarks, progress);
@@ -200,7 +212,9 @@ bool read_tables(const std::string& text, std::span<const ParameterOverride> ove
     }
     if (!sections.end.text.empty()) progress.print("str=%s\n", report.end_token.c_str());
     progress.print("MATERIAL DATA FILE CLOSE !!\n");
-    notice_tables_left(former, sections, remarks);
+    if (!report.kept_sections.empty())
+        remarks.notice("not in the file, left as the earlier model had them: " +
+                       joined(report.kept_sections));
     if (remarks.ok()) resolve_references(model, remarks);
     return remarks.ok();
 }

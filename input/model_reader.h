@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "model/model.h"
 #include "model/progress.h"
@@ -21,6 +22,9 @@ struct ParameterOverride {
 struct ModelReadReport {
     bool ok = false;  // false: `remarks.errors` gives the reasons, and the model is as it was
     Remarks remarks;
+    // Sections that the file does not have and whose tables, an earlier model's, stay in force; also a
+    // notice.
+    std::vector<std::string> kept_sections;
     // Where the reading ended: "END", another top-level token, or "" for the end of the file.
     std::string end_token;
     std::int64_t end_token_number = 0;

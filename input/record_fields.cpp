@@ -19,6 +19,7 @@ std::optional<double> RecordFields::evaluate(const Token& token) const {
         remarks_.expected(token, "a finite value");
         return std::nullopt;
     }
+    if (names_time(token.text)) remarks_.notice(token, time_is_zero);
     return result.value;
 }
 

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 
@@ -18,7 +19,8 @@ public:
     RecordFields(std::span<const Parameter> parameters, InputRemarks& remarks)
         : parameters_(parameters), remarks_(remarks) {}
 
-    // Value of an expression. No value or a non-finite one is an error and gives nothing.
+    // Value of an expression at time 0, with a notice where it names `time`. No value or a non-finite one is
+    // an error and gives nothing.
     std::optional<double> evaluate(const Token& token) const;
     // The same with 0 in place of nothing.
     double number(const Token& token) const { return evaluate(token).value_or(0.0); }
@@ -53,6 +55,24 @@ private:
 };
 
 inline constexpr std::array<std::string_view, 3> axis_words{"x", "y", "z"};
+
+// The notice for an expression that is evaluated once and names `time`.
+inline constexpr const char* time_is_zero = "time is 0 here, the value does not change with it";
+
+// Names of a table's records: a name that stands twice gets a notice, which ends with what that means.
+class RecordNames {
+public:
+    RecordNames(std::string_view meaning, InputRemarks& remarks) : meaning_(meaning), remarks_(remarks) {}
+    void add(const Token& token, const std::string& name) {
+        if (!names_.insert(name).second)
+            remarks_.notice(token, "the name stands before; " + std::string(meaning_));
+    }
+
+private:
+    std::set<std::string> names_;
+    std::string_view meaning_;
+    InputRemarks& remarks_;
+};
 
 // Says that a box (xmin xmax ymin ymax zmin zmax) is empty along one of the axes but `ignored_axis`.
 void notice_empty_box(const Token& name, std::span<const double, 6> box, int ignored_axis,

@@ -57,10 +57,12 @@ void read_rigid_element(const FileSection& section, Model& model, InputRemarks& 
     progress.print("rigid_element_num=%d\n", static_cast<int>(records.size()));
     progress.print("Rigid_Element\n");
     std::vector<RigidElement> elements;
+    RecordNames names("forces and springs take the later element", remarks);
     for (const auto& record : records) {
         if (progress.cancelled()) return;
         RigidElement& e = elements.emplace_back(read_element(record, fields));
         e.id = static_cast<std::int32_t>(elements.size()) - 1;
+        names.add(record[0], e.name);
         progress.print("%d:%s\n", e.id, e.name.c_str());
         progress.print("%.3e,%.3e,%.3e\n", e.reference[0], e.reference[1], e.reference[2]);
         progress.print("%.3e,%.3e,%.3e,%.3e,%.3e,%.3e\n", e.region[0], e.region[1], e.region[2], e.region[3],

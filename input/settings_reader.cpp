@@ -166,8 +166,8 @@ Settings parse_settings(std::string_view text, std::string_view file_name, std::
 SettingsStatus read_setting_file(std::string_view file_name, Settings& settings, Progress& progress) {
     std::string text, reason;
     if (!paths::read_text(file_name, text, reason)) {
-        progress.print("SETTING FILE OPEN ERROR\n");
-        progress.error("%s: %s", std::string(file_name).c_str(), reason.c_str());
+        progress.summary("SETTING FILE OPEN ERROR\n");  // a quiet run ends here too and prints it
+        progress.error("%s: %s", paths::to_platform(file_name).c_str(), reason.c_str());
         return SettingsStatus::missing;
     }
     progress.print("SETTING FILE OPEN !!\n");

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "mesh/merge_nodes.h"
 #include "mesh/part_mesh.h"
@@ -12,8 +13,6 @@
 namespace kestralum {
 
 namespace {
-
-constexpr double merging_fraction = 1e-6;  // of the model's extent
 
 const char* kind_name(ElementKind kind) {
     return kind == ElementKind::tetrahedron4    ? "4-node tetrahedra"
@@ -143,6 +142,21 @@ void print_merging(const MergedNodes& merged, Progress& progress) {
     }
 }
 
+// Largest edge of the box around the parts that merge, m; 1 where they span nothing.
+double merging_extent(const std::vector<PartMesh>& meshes) {
+    double longest = 0;
+    for (int axis = 0; axis < 3; ++axis) {
+        double low = std::numeric_limits<double>::infinity(), high = -low;
+        for (const PartMesh& mesh : meshes)
+            for (std::size_t k = axis; k < mesh.coordinates.size() && !mesh.surface; k += 3) {
+                low = std::min(low, mesh.coordinates[k]);
+                high = std::max(high, mesh.coordinates[k]);
+            }
+        longest = std::max(longest, high - low);
+    }
+    return longest > 0 ? longest : 1.0;
+}
+
 }  // namespace
 
 bool build_mesh(std::span<const Part> parts, std::string_view model_file_name, Mesh& mesh, Remarks& remarks,
@@ -169,13 +183,14 @@ bool build_mesh(std::span<const Part> parts, std::string_view model_file_name, M
 
     MergedNodes merged;
     std::pair<std::int32_t, std::int32_t> crowded;
-    const double tolerance = merging_fraction * built.max_length;
+    const double extent = merging_extent(meshes);
+    const double tolerance = merging_fraction * extent;
     if (!merge_coincident_nodes(built.coordinates, ranges, tolerance, merged, crowded, progress)) {
-        remarks.errors.push_back(
-            "parts \"" + parts[crowded.first].name + "\" and \"" + parts[crowded.second].name +
-            "\" have many nodes within the merging distance " +
-            formatted("%.3e m, 1e-6 of the model's extent %.3e m", tolerance, built.max_length) +
-            ": check units and origins");
+        remarks.errors.push_back("parts \"" + parts[crowded.first].name + "\" and \"" +
+                                 parts[crowded.second].name +
+                                 "\" have many nodes within the merging distance " +
+                                 formatted("%.3e m, 1e-6 of their extent %.3e m", tolerance, extent) +
+                                 ": check units and origins");
         return false;
     }
     if (stopped()) return false;

@@ -11,7 +11,7 @@
 namespace kestralum {
 
 // Meshes every part, places it, merges coincident nodes of different parts within 1e-6 of the
-// model's extent and numbers what is left part by part. STL parts become surface_facets: their
+// solid parts' extent and numbers what is left part by part. STL parts become surface_facets: their
 // nodes follow the same numbering but merge with nobody, and they do not decide the element type.
 // Fills coordinates, element_type, connectivity, p_ele_part_id, the facets and the extent; node_n_dir is
 // sized and 0. Prints the console lines up to "element_num=…", with

@@ -35,6 +35,35 @@ bool read_mesh_file(const Part& part, std::string_view model_file_name, std::str
     return false;
 }
 
+std::string foreign_format(std::string_view text, std::string_view own_word, std::string_view expected) {
+    struct Packer {
+        std::string_view begins, name;
+    };
+    static constexpr Packer packers[] = {{"\x1f\x8b", "gzip"},
+                                         {"PK\x03\x04", "zip"},
+                                         {"BZh", "bzip2"},
+                                         {"\xfd"
+                                          "7zXZ",
+                                          "xz"}};
+    for (const auto& [begins, name] : packers)
+        if (text.starts_with(begins)) return "is compressed (" + std::string(name) + "): unpack it first";
+
+    struct Format {
+        std::string_view first_word, name;
+    };
+    static constexpr Format formats[] = {{"$MeshFormat", "a Gmsh mesh ($MeshFormat)"},
+                                         {"mesh3d", "a Netgen volume mesh (mesh3d)"},
+                                         {"solid", "an STL surface (solid)"},
+                                         {"*Heading", "an Abaqus input (*Heading)"},
+                                         {"*NODE", "an Abaqus input (*NODE)"}};
+    const std::string_view word = TokenReader(text).next();
+    for (const auto& [first_word, name] : formats)
+        if (word == first_word && word != own_word)
+            return "is " + std::string(name) + ": " + std::string(expected) + " is expected";
+    if (text.starts_with("# vtk DataFile")) return "is a VTK file: " + std::string(expected) + " is expected";
+    return {};
+}
+
 std::string token_error(std::string_view file_name, const TokenReader& reader, std::string_view expected) {
     std::string text = "file " + std::string(file_name) + ", token " + std::to_string(reader.token_number());
     if (reader.last().empty())

@@ -14,6 +14,10 @@ namespace kestralum {
 bool read_mesh_file(const Part& part, std::string_view model_file_name, std::string& name, std::string& text,
                     std::string& error);
 
+// What a mesh file of another kind is, known by its first bytes, and what to do about it: "is compressed
+// (gzip): unpack it first". "" for any other text and for one that begins with `own_word`.
+std::string foreign_format(std::string_view text, std::string_view own_word, std::string_view expected);
+
 // "file NAME, token N "TOKEN": EXPECTED expected" for the token given last, or that the file ends there.
 std::string token_error(std::string_view file_name, const TokenReader& reader, std::string_view expected);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 #include "mesh/import_text.h"
@@ -20,11 +21,21 @@ bool is_word(std::string_view token, std::string_view word) {
                       [](char a, char b) { return (a >= 'A' && a <= 'Z' ? a - 'A' + 'a' : a) == b; });
 }
 
+// A header of 80 bytes, the number of facets and 50 bytes for each.
+bool is_binary(std::string_view text) {
+    constexpr std::size_t header = 80;
+    std::uint32_t facets = 0;
+    if (text.size() < header + sizeof facets) return false;
+    std::memcpy(&facets, text.data() + header, sizeof facets);
+    return text.size() == header + sizeof facets + 50 * std::size_t{facets};
+}
+
 class StlReader {
 public:
     StlReader(std::string_view text, std::string_view file_name, double unit_factor, PartMesh& mesh,
               Remarks& remarks, const Progress& progress)
-        : reader_(text),
+        : text_(text),
+          reader_(text),
           file_name_(file_name),
           unit_factor_(unit_factor),
           mesh_(mesh),
@@ -45,7 +56,7 @@ public:
             if (!is_word(token, "facet")) return fail("\"facet\" or \"endsolid\"");
             if (!read_facet()) return false;
         }
-        say_rest();
+        notice_rest();
         return true;
     }
 
@@ -85,7 +96,7 @@ private:
         mesh_.connectivity.insert(mesh_.connectivity.end(), {n, n + 1, n + 2, n, n, n, n, n});
         return true;
     }
-    void say_rest() {
+    void notice_rest() {
         for (std::string_view token = reader_.next(); !token.empty(); token = reader_.next())
             if (is_word(token, "facet")) {
                 remarks_.notices.push_back("file " + std::string(file_name_) +
@@ -97,12 +108,16 @@ private:
         return is_word(reader_.next(), word) || fail("\"" + std::string(word) + "\"");
     }
     bool fail(const std::string& expected) {
-        remarks_.errors.push_back(token_error(file_name_, reader_, expected));
+        const std::string kind = is_binary(text_) ? "is a binary STL file: an ASCII one is expected"
+                                                  : foreign_format(text_, "solid", "an ASCII STL file");
+        remarks_.errors.push_back(kind.empty() ? token_error(file_name_, reader_, expected)
+                                               : "file " + std::string(file_name_) + " " + kind);
         mesh_.coordinates.clear();
         mesh_.connectivity.clear();
         return false;
     }
 
+    std::string_view text_;
     TokenReader reader_;
     std::string_view file_name_;
     double unit_factor_;

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "mesh/import_text.h"
+#include "mesh/tetra_order.h"
 #include "model/format.h"
 
 namespace kestralum {
@@ -32,6 +33,8 @@ public:
             *this = VolReader(text_, file_name_, unit_factor_, *progress_);
             reader_ = TokenReader(text_, true);
             if (!read_sections()) {
+                const std::string kind = foreign_format(text_, "mesh3d", "a Netgen .vol file");
+                if (!kind.empty()) error_ = "file " + std::string(file_name_) + " " + kind;
                 if (!stopped()) remarks.errors.push_back(error_);
                 return false;
             }
@@ -42,7 +45,10 @@ public:
                                       : ElementKind::hexahedron;
         mesh.connectivity = std::move(connectivity_);
         mesh.coordinates = std::move(coordinates_);
-        return true;
+        if (check_tetra_order(file_name_, mesh, remarks, *progress_)) return true;
+        mesh.connectivity.clear();
+        mesh.coordinates.clear();
+        return false;
     }
 
 private:

@@ -39,6 +39,9 @@ struct Mesh {
     const double* node(std::int64_t n) const { return coordinates.data() + 3 * n; }
 };
 
+// Nodes of different parts that are closer than this share of the solid parts' extent become one.
+inline constexpr double merging_fraction = 1e-6;
+
 // Bounding box and largest edge of the nodes; max_length 1 where the nodes span nothing.
 void update_extent(Mesh& mesh);
 
