@@ -2,11 +2,10 @@
 #include <random>
 
 #include "mesh/stl_import.h"
+#include "mesh/tetra_order.h"
 #include "mesh/vol_import.h"
 #include "mesh_checks.h"
 #include "model/format.h"
-#include "model/paths.h"
-#include "model/token_reader.h"
 
 using namespace kestralum;
 using namespace kestralum::testing;
@@ -20,6 +19,22 @@ Part import_part(const char* keyword, const std::string& path) {
     Part part = make_part(keyword, {}, {});
     part.parent_name = path;
     return part;
+}
+
+// A reading of text: the mesh or the one error.
+struct Reading {
+    bool good = false;
+    PartMesh mesh;
+    Remarks remarks;
+};
+using Reader = bool(std::string_view, std::string_view, double, PartMesh&, Remarks&, const Progress&);
+Reading read(Reader* reader, const std::string& text, double unit = 1) {
+    Reading reading;
+    reading.good = reader(text, "f", unit, reading.mesh, reading.remarks, SilentProgress());
+    return reading;
+}
+Reading read_sample(const std::string& name) {
+    return read(name.ends_with("stl") ? read_stl_text : read_vol_text, read_file(folder + name));
 }
 
 struct VolFile {
@@ -45,7 +60,7 @@ TEST(Vol, NetgenFilesLoadAsClosedBodies) {
     for (const VolFile& file : vol_files) {
         SCOPED_TRACE(file.name);
         const auto [good, mesh, remarks, lines] = build({import_part("VOL", folder + file.name)});
-        ASSERT_TRUE(good) << joined(remarks.errors);
+        ASSERT_TRUE(good && remarks.notices.empty()) << joined(remarks.errors) << joined(remarks.notices);
         EXPECT_EQ(mesh.node_num(), file.nodes);
         EXPECT_EQ(mesh.element_type, file.kind);
         const JacobianCheck tetrahedra = check_tetrahedra(mesh);
@@ -60,28 +75,63 @@ TEST(Vol, NetgenFilesLoadAsClosedBodies) {
         EXPECT_TRUE(contains(lines, formatted("  Nelem:%d\n  element_type:%d\n  Nnode:%d\nFILE CLOSE !!\n",
                                               file.elements, static_cast<int>(file.kind), file.nodes)));
         if (file.kind != ElementKind::tetrahedron10 || file.within > 1e-9) continue;
-        for (std::size_t e = 0; e < mesh.connectivity.size(); e += 10)  // straight edges
-            for (std::size_t m = 0; m < 6; ++m) {
-                const auto end = [&](std::size_t k) {
-                    return point(mesh, mesh.connectivity[e + static_cast<std::size_t>(tetra10_edge[m][k])]);
-                };
-                const Vec3 a = end(0), b = end(1), middle = point(mesh, mesh.connectivity[e + 4 + m]);
-                for (std::size_t k = 0; k < 3; ++k) EXPECT_NEAR(middle[k], (a[k] + b[k]) / 2, 1e-12);
+        for (std::int32_t e = 0; e < mesh.element_num(); ++e)  // straight edges
+            for (int m = 0; m < 6; ++m) {
+                const auto node = [&](int k) { return point(mesh, mesh.element(e)[k]); };
+                const Vec3 ends = plus(node(tetra10_edge[m][0]), node(tetra10_edge[m][1]));
+                EXPECT_LT(norm(minus(node(4 + m), times(0.5, ends))), 1e-12);
             }
     }
 }
 
-// A reading of text: the mesh or the one error.
-struct Reading {
-    bool good;
-    PartMesh mesh;
-    Remarks remarks;
-};
-using Reader = bool(std::string_view, std::string_view, double, PartMesh&, Remarks&, const Progress&);
-Reading read(Reader* reader, const std::string& text, double unit = 1) {
-    Reading reading{};
-    reading.good = reader(text, "f", unit, reading.mesh, reading.remarks, SilentProgress());
-    return reading;
+TEST(Vol, TurnsRightHandedTetrahedraAndRefusesWhatHasNoOneOrder) {
+    constexpr int mirrored[] = {0, 2, 1, 3, 6, 5, 4, 7, 9, 8}, shuffled[] = {0, 1, 2, 3, 5, 6, 4, 7, 8, 9};
+    const auto permuted = [](const PartMesh& mesh, const int* order, std::int64_t elements) {
+        PartMesh out = mesh;
+        const int per = nodes_per_element(mesh.kind);
+        for (std::int64_t k = 0; k < per * elements; ++k)
+            out.connectivity[k] = mesh.connectivity[k / per * per + order[k % per]];
+        return out;
+    };
+    for (const VolFile& file : vol_files) {
+        SCOPED_TRACE(file.name);
+        const PartMesh good = read_sample(file.name).mesh;
+        PartMesh mesh = permuted(good, mirrored, file.elements);
+        Remarks turned, mixed, middles;
+        EXPECT_TRUE(check_tetra_order("f", mesh, turned, SilentProgress()));
+        EXPECT_EQ(mesh.connectivity, good.connectivity);
+        EXPECT_EQ(joined(turned.notices),
+                  "file f: its tetrahedra are right-handed, Netgen's left-handed: they are turned\n");
+        mesh = permuted(good, mirrored, 2);
+        EXPECT_FALSE(check_tetra_order("f", mesh, mixed, SilentProgress()));
+        EXPECT_TRUE(contains(mixed.errors, "file f: 2 of its " + std::to_string(file.elements) +
+                                               " tetrahedra are right-handed, the others left-handed "
+                                               "(right-handed is for example element 1)"));
+        if (file.kind == ElementKind::tetrahedron4) continue;
+        mesh = permuted(good, shuffled, file.elements);
+        EXPECT_FALSE(check_tetra_order("f", mesh, middles, SilentProgress()));
+        EXPECT_TRUE(contains(middles.errors, "in another order than Netgen's"));
+    }
+}
+
+TEST(Imports, FilesOfAnotherKindAreNamed) {
+    const std::string binary_stl =
+        "solid" + std::string(75, ' ') + std::string("\x02\0\0\0", 4) + std::string(100, 'x');
+    const std::tuple<Reader*, std::string, const char*> files[] = {
+        {read_vol_text, "$MeshFormat\n4.1 0 8\n",
+         "file f is a Gmsh mesh ($MeshFormat): a Netgen .vol file is expected"},
+        {read_vol_text, "\x1f\x8b\x08xyz", "file f is compressed (gzip): unpack it first"},
+        {read_vol_text, "# vtk DataFile Version 3.0", "file f is a VTK file: a Netgen"},
+        {read_vol_text, read_file(folder + "cube.stl"), "file f is an STL surface (solid): a Netgen"},
+        {read_stl_text, "\x1f\x8b\x08xyz", "file f is compressed (gzip)"},
+        {read_stl_text, "mesh3d dimension", "file f is a Netgen volume mesh (mesh3d): an ASCII STL file"},
+        {read_stl_text, binary_stl, "file f is a binary STL file: an ASCII one is expected"},
+    };
+    for (const auto& [reader, text, message] : files) {
+        const Reading reading = read(reader, text);
+        ASSERT_EQ(reading.remarks.errors.size(), 1u) << message;
+        EXPECT_TRUE(reading.remarks.errors[0].starts_with(message)) << reading.remarks.errors[0];
+    }
 }
 
 // What is replaced, by what, and the error that must say so.
@@ -117,10 +167,13 @@ TEST(Vol, ReadsEveryLayoutAlike) {
     const PartMesh expected = read(read_vol_text, small_vol).mesh;
     std::string one_line = small_vol;
     std::replace(one_line.begin(), one_line.end(), '\n', ' ');
+    std::string crlf;
+    for (const std::string& line : lines_of(small_vol)) crlf += line + "\r\n";
     const std::string plain = replaced(small_vol, "surfaceelementsgi", "surfaceelements"),
                       surface = "5 1 1 0 3 1 2 3 9 9 9";
     const std::string variants[] = {
         one_line,
+        "\xef\xbb\xbf" + crlf,
         replaced(one_line, "# surfnr", "\n# surfnr"),  // a '#' line that holds the data too
         "# Generated by NETGEN 6.2\n" +
             replaced(small_vol, "# surfnr", "facedescriptors\n1\n1 1 0 0 0\n\n# surfnr"),
@@ -163,7 +216,8 @@ const std::string facet =
     "facet normal 0 0 1 outer loop vertex 0 0 0 vertex 2000 0 0 vertex 0 3 0 endloop endfacet ";
 
 TEST(Stl, FacetsAreDegenerateHexahedraWithNodesOfTheirOwn) {
-    for (const char* name : {"solid a ", "solid ", "solid my facet no. 3\n", "SOLID a\n"}) {
+    for (const char* name :
+         {"solid a ", "solid ", "solid my facet no. 3\n", "SOLID a\n", "\xef\xbb\xbfsolid\r\n"}) {
         const Reading reading = read(read_stl_text, name + facet + facet + "endsolid a", 0.001);
         ASSERT_TRUE(reading.good) << joined(reading.remarks.errors);
         EXPECT_TRUE(reading.remarks.notices.empty());
@@ -222,17 +276,14 @@ TEST(Imports, FindTheFileBesideTheModelAndSayWhenThereIsNone) {
     EXPECT_TRUE(contains(missing.lines, "STL:FILE OPEN ERROR\n"));
 }
 
-// What came of a damaged file: an error and nothing else, or a mesh that can be used.
+// A damaged file gives an error and nothing else, or a mesh that can be used.
 void expect_sound(const Reading& reading, const std::string& what) {
     EXPECT_NE(reading.good, !reading.remarks.errors.empty()) << what;
     if (!reading.good) {
         EXPECT_EQ(reading.mesh.node_num() + reading.mesh.element_num(), 0) << what;
-        return;
     }
-    for (std::int32_t node : reading.mesh.connectivity) {
-        ASSERT_GE(node, 1) << what;
-        ASSERT_LE(node, reading.mesh.node_num()) << what;
-    }
+    for (std::int32_t node : reading.mesh.connectivity)
+        ASSERT_TRUE(node >= 1 && node <= reading.mesh.node_num()) << what;
     for (double value : reading.mesh.coordinates) ASSERT_TRUE(std::isfinite(value)) << what;
 }
 
@@ -241,28 +292,21 @@ TEST(Imports, DamagedFilesGiveAnErrorOrASoundMesh) {
     const char* junk[] = {"-1", "0",  "2147483647", "99999999999999", "x",   "nan", "1e400", "points",
                           "4",  "10", "#",          "endmesh",        "\n#", ""};
     for (const std::string name : {"cube.stl", "cube_csg_o1.vol", "cube_csg_o2.vol", "cube_stl_o1.vol"}) {
-        std::string text, error;
-        ASSERT_TRUE(paths::read_text(folder + name, text, error)) << error;
+        const std::string text = read_file(folder + name);
         const bool stl = name.ends_with("stl");
         Reader* const reader = stl ? read_stl_text : read_vol_text;
-        ASSERT_TRUE(read(reader, text).good);
         const std::size_t data_end = stl ? 0 : text.find("# ", text.find("points"));
         for (std::size_t size = 0; size < text.size(); size += 7) {
             const Reading reading = read(reader, text.substr(0, size));
             expect_sound(reading, name + " cut at " + std::to_string(size));
-            if (size + 60 < data_end) {
-                EXPECT_FALSE(reading.good) << "cut at " << size;
-            }
+            EXPECT_FALSE(reading.good && size + 60 < data_end) << "cut at " << size;
         }
-        TokenReader walk(text);
-        std::vector<std::string_view> tokens;
-        for (std::string_view token = walk.next(); !token.empty(); token = walk.next())
-            tokens.push_back(token);
+        const std::vector<std::string> tokens = tokens_of(text);
         for (int change = 0; change < 200; ++change) {
-            const std::string_view token = tokens[random() % tokens.size()];
-            const auto at = static_cast<std::size_t>(token.data() - text.data());
             std::string damaged = text;
-            damaged.replace(at, token.size(), junk[random() % std::size(junk)]);
+            const std::size_t at = text.find(tokens[random() % tokens.size()], random() % text.size());
+            if (at == std::string::npos) continue;
+            damaged.replace(at, text.find_first_of(" \n", at) - at, junk[random() % std::size(junk)]);
             expect_sound(read(reader, damaged), name + " changed at " + std::to_string(at));
         }
     }

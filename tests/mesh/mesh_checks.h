@@ -2,18 +2,19 @@
 #pragma once
 
 #include <algorithm>
-#include <initializer_list>
+#include <set>
 
 #include "mesh/assembly.h"
 #include "mesh/part_catalogue.h"
 #include "support/collected.h"
 #include "support/mesh_geometry.h"
+#include "support/temp_folder.h"
 #include "support/text_checks.h"
 
 namespace kestralum::testing {
 
-inline Part make_part(const char* keyword, std::initializer_list<double> sizes,
-                      std::initializer_list<int> divisions) {
+inline Part make_part(const char* keyword, const std::vector<double>& sizes,
+                      const std::vector<int>& divisions) {
     Part part;
     part.name = part.type_name = keyword;
     part.type = find_shape(keyword)->shape;
@@ -52,29 +53,27 @@ inline std::string errors_of(const std::vector<Part>& parts) {
 }
 
 // Smallest Jacobian determinant at the 2×2×2 Gauss points, plain and divided by the lengths of its
-// rows, and the volume they integrate with the smallest and largest share of one element.
+// rows, and the volume they integrate with the smallest and largest share of one element. Tetrahedra: on
+// their four corners.
 struct JacobianCheck {
     double smallest = 1e300, smallest_scaled = 1, volume = 0;
     double smallest_element = 1e300, largest_element = 0;
 };
 inline JacobianCheck check_hexahedra(const Mesh& mesh) {
     JacobianCheck check;
-    for (std::size_t e = 0; e < mesh.connectivity.size(); e += 8) {
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         double element = 0;
         for (int g = 0; g < 8; ++g) {
-            const double at[3] = {(g & 1 ? 1 : -1) / std::sqrt(3), (g & 2 ? 1 : -1) / std::sqrt(3),
-                                  (g & 4 ? 1 : -1) / std::sqrt(3)};
             Vec3 J[3] = {};
-            for (std::size_t n = 0; n < 8; ++n) {
-                const Vec3 x = point(mesh, mesh.connectivity[e + n]);
+            for (int n = 0; n < 8; ++n) {
                 double sign[3], factor[3];
-                for (std::size_t k = 0; k < 3; ++k) {
+                for (int k = 0; k < 3; ++k) {
                     sign[k] = hexa_corner[n][k] ? 1 : -1;
-                    factor[k] = 1 + sign[k] * at[k];
+                    factor[k] = 1 + sign[k] * (g >> k & 1 ? 1 : -1) / std::sqrt(3);
                 }
-                for (std::size_t k = 0; k < 3; ++k)
-                    for (std::size_t c = 0; c < 3; ++c)
-                        J[k][c] += sign[k] * factor[(k + 1) % 3] * factor[(k + 2) % 3] / 8 * x[c];
+                for (int k = 0; k < 3; ++k)
+                    J[k] = plus(J[k], times(sign[k] * factor[(k + 1) % 3] * factor[(k + 2) % 3] / 8,
+                                            point(mesh, mesh.element(e)[n])));
             }
             const double det = dot(J[0], cross(J[1], J[2]));
             check.smallest = std::min(check.smallest, det);
@@ -88,15 +87,12 @@ inline JacobianCheck check_hexahedra(const Mesh& mesh) {
     }
     return check;
 }
-
-// Sum of the tetrahedra on their four corners.
 inline JacobianCheck check_tetrahedra(const Mesh& mesh) {
     JacobianCheck check;
-    const auto per = static_cast<std::size_t>(mesh.node_per_element());
-    for (std::size_t e = 0; e < mesh.connectivity.size(); e += per) {
-        const Vec3 a = point(mesh, mesh.connectivity[e]);
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         Vec3 edge[3];
-        for (std::size_t k = 0; k < 3; ++k) edge[k] = minus(point(mesh, mesh.connectivity[e + 1 + k]), a);
+        for (int k = 0; k < 3; ++k)
+            edge[k] = minus(point(mesh, mesh.element(e)[k + 1]), point(mesh, mesh.element(e)[0]));
         const double volume = dot(edge[0], cross(edge[1], edge[2])) / 6;
         check.smallest = std::min(check.smallest, volume);
         check.volume += volume;
@@ -106,19 +102,8 @@ inline JacobianCheck check_tetrahedra(const Mesh& mesh) {
 
 // Bodies not connected through shared nodes; nodes that no element uses count as bodies too.
 inline int count_bodies(const Mesh& mesh) {
-    std::vector<std::size_t> leader(static_cast<std::size_t>(mesh.node_num()));
-    for (std::size_t n = 0; n < leader.size(); ++n) leader[n] = n;
-    auto find = [&](std::size_t n) {
-        while (leader[n] != n) n = leader[n] = leader[leader[n]];
-        return n;
-    };
-    const auto per = static_cast<std::size_t>(mesh.node_per_element());
-    for (std::size_t k = 0; k < mesh.connectivity.size(); ++k)
-        leader[find(static_cast<std::size_t>(node_index(mesh.connectivity[k])))] =
-            find(static_cast<std::size_t>(node_index(mesh.connectivity[k - k % per])));
-    int bodies = 0;
-    for (std::size_t n = 0; n < leader.size(); ++n) bodies += leader[n] == n;
-    return bodies;
+    const std::vector<std::int32_t> lowest = connected_nodes(mesh);
+    return static_cast<int>(std::set(lowest.begin(), lowest.end()).size());
 }
 
 }  // namespace kestralum::testing
