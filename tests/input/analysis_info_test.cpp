@@ -94,7 +94,7 @@ TEST(AnalysisInfo, GravitySwitchesAndFrequencies) {
     for (const char* value : {"0", "-3", "-2^31+1"}) {
         const Outcome every = read_control(std::string("output_frequency ") + value + " END");
         EXPECT_EQ(every.model.control.output_frequency, 1) << value;
-        EXPECT_TRUE(contains(every.report.remarks.notices, "every step is modeld"));
+        EXPECT_TRUE(contains(every.report.remarks.notices, "every step is stored"));
         EXPECT_TRUE(contains(every.lines, "  out_inc=1\n"));
     }
 }
@@ -181,6 +181,40 @@ TEST(AnalysisInfo, WhatTheFileDoesNotNameStays) {
     EXPECT_TRUE(read_analysis_info_file(model, console).remarks.notices.empty());
     model.control.plastic = true;
     EXPECT_EQ(read_analysis_info_file(model, console).remarks.notices.size(), 1u);
+}
+
+TEST(AnalysisInfo, AFileThatCannotBeReadOrHasNoKeyIsWrong) {
+    const TempFolder folder;
+    Model model = two_materials();
+    model.model_file_name = folder.file("beam.txt");
+    std::filesystem::create_directory(folder.path() / "beam.ana");
+    Collected collected;
+    EXPECT_EQ(read_analysis_info_file(model, collected).status, AnalysisInfoStatus::wrong);
+    EXPECT_EQ(collected.errors, folder.file("beam.ana") + ": cannot be read: Is a directory\n");
+    EXPECT_TRUE(collected.lines.ends_with("FILE OPEN ERROR\n"));
+    for (const char* text : {"is explicit about nothing", "x explicit % %x stop d_time 1 END"}) {
+        const Outcome o = read_text(text);
+        EXPECT_EQ(o.report.status, AnalysisInfoStatus::wrong) << text;
+        EXPECT_TRUE(contains(o.report.remarks.errors, "': expected a key such as d_time or END")) << text;
+    }
+    for (const char* text :
+         {"x explicit", "x explicit END", "x explicit % END", "\xef\xbb\xbfx explicit\r\nEND\r\n"})
+        EXPECT_EQ(read_text(text).report.status, AnalysisInfoStatus::read) << text;
+}
+
+TEST(AnalysisInfo, LongPartNamesAreCutAsInTheModel) {
+    Model model = two_materials();
+    const std::string longest(80, 'p');
+    model.parts[0].name = longest.substr(0, 63);
+    const Outcome o =
+        read_control("ELEMENT_CONTACT c " + longest + " PLATE 1 0 0 0 0 0 0 0 0 0 0 % INITIAL_VELOCITY " +
+                         longest + " part x 1 0 0 0 0 0 0 % d_time 1e-6+time",
+                     model);
+    ASSERT_EQ(o.report.status, AnalysisInfoStatus::read) << joined(o.report.remarks.errors);
+    EXPECT_EQ(o.model.explicit_tables.contacts[0].part_name[0], model.parts[0].name);
+    EXPECT_EQ(o.model.explicit_tables.initial_velocities[0].name, model.parts[0].name);
+    EXPECT_TRUE(contains(o.report.remarks.notices, "cut to its first 63 characters"));
+    EXPECT_TRUE(contains(o.report.remarks.notices, "token 32 '1e-6+time': time is 0 here"));
 }
 
 TEST(AnalysisInfo, ErrorsNameTheTokenAndLeaveTheStore) {

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <limits>
+#include <thread>
 
 #include "support/text_checks.h"
 
@@ -108,4 +109,29 @@ TEST(Calculator, NamesThatExpressionsCanUse) {
         EXPECT_TRUE(is_parameter_name(name)) << name;
     for (const char* name : {"", "time", "1a", "a-b", "a b", "\xe4"})
         EXPECT_FALSE(is_parameter_name(name)) << name;
+}
+
+TEST(Calculator, ThreadsDoNotSeeOneAnother) {
+    const auto sum_of = [](double mm, int errors) {
+        const std::vector<Parameter> own{{0, "mm", mm, ""}};
+        double sum = 0;
+        for (int k = 0; k < 3000; ++k) {
+            sum += calc("2*(mm+SWITCH(time,mm,0,0))-sgn(mm)^2", own, k % 2).value;
+            errors -= !calc("mm+(2", own).ok() && !calc("nope(mm)", own).ok();
+        }
+        return errors == 0 ? sum : -1.0;
+    };
+    double sums[2] = {};
+    std::thread other([&] { sums[0] = sum_of(3, 3000); });
+    sums[1] = sum_of(5, 3000);
+    other.join();
+    EXPECT_EQ(sums[0], 3000 * 5 + 1500 * 6);
+    EXPECT_EQ(sums[1], 3000 * 9 + 1500 * 10);
+}
+
+TEST(Calculator, NamesOfTime) {
+    for (const char* text : {"time", "2*time", "sin(-time)", "timer+time"})
+        EXPECT_TRUE(names_time(text)) << text;
+    for (const char* text : {"", "timer", "atime", "time2", "_time", "2*mm"})
+        EXPECT_FALSE(names_time(text)) << text;
 }

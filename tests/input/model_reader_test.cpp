@@ -36,6 +36,12 @@ std::string all(const Remarks& remarks) {
     return joined(remarks.errors) + joined(remarks.notices);
 }
 
+std::string with_crlf(const std::string& text) {
+    std::string out;
+    for (const std::string& line : lines_of(text)) out += line + "\r\n";
+    return out;
+}
+
 double parameter(const Model& model, const std::string& name) {
     for (const Parameter& p : model.parameters)
         if (p.name == name) return p.value;
@@ -132,12 +138,30 @@ TEST(ModelReader, KeywordsMatchByTheirBeginning) {
     EXPECT_TRUE(contains(o.lines, "str=boundaryconditions\nMATERIAL"));
 }
 
-TEST(ModelReader, EndOfFileIsAnEnd) {
-    const Outcome o = read_text(replaced(model_text, "END", ""));
-    ASSERT_TRUE(o.report.ok);
+TEST(ModelReader, EndOfFileIsAnEndAndAByteOrderMarkNoToken) {
+    const Outcome o = read_text("\xef\xbb\xbf" + with_crlf(replaced(model_text, "END", "")));
+    ASSERT_TRUE(o.report.ok) << all(o.report.remarks);
     EXPECT_TRUE(o.report.ended_at_end);
     EXPECT_EQ(o.report.end_token, "");
     EXPECT_EQ(digest(o.model), digest(read_text(model_text).model));
+}
+
+TEST(ModelReader, AFileThatBeginsWithNoKeywordIsRefused) {
+    const std::pair<std::string, const char*> cases[] = {
+        {"xyz material_info A 1 1 0 % END", "token 1 'xyz'"},
+        {"%A steel pipe", "token 2 'steel'"},
+        {"\x89PNG\r\n\x1a\n", "token 1 '?PNG'"},
+        {"Beh\xc3\xb6rde", "token 1 'Beh\xc3\xb6rde'"},
+        {"Material_info A 1 1 0 %", "token 1 'Material_info'"},
+    };
+    for (const auto& [text, place] : cases) {
+        const Outcome o = read_text(text);
+        EXPECT_EQ(joined(o.report.remarks.errors), o.model.model_file_name + ": " + place +
+                                                       ": expected a section keyword such as part_info\n");
+        EXPECT_EQ(digest(o.model), digest(placeholder_model()));
+    }
+    for (const char* text : {"", "%only %comments", "END", "% %x END no keyword"})
+        EXPECT_TRUE(read_text(text).report.ok);
 }
 
 TEST(ModelReader, ParametersHoldFromTheirRecordOn) {
@@ -150,7 +174,8 @@ TEST(ModelReader, ParametersHoldFromTheirRecordOn) {
     const Outcome odd = read_text("parameter a 1 a 2 1a 3 b a % END");
     ASSERT_TRUE(odd.report.ok);
     EXPECT_EQ(parameter(odd.model, "b"), 1);
-    EXPECT_TRUE(contains(odd.report.remarks.notices, "token 4 'a': defined before"));
+    EXPECT_TRUE(
+        contains(odd.report.remarks.notices, "token 4 'a': the name stands before; the first value holds"));
     EXPECT_TRUE(contains(odd.report.remarks.notices, "token 6 '1a': no expression"));
 }
 
@@ -274,6 +299,26 @@ TEST(ModelReader, Notices) {
         const Outcome o = read_text(replaced(model_text, c.from, c.to));
         EXPECT_TRUE(contains(o.report.remarks.notices, c.notice)) << c.to << "\n" << all(o.report.remarks);
     }
+    // values that would have to change with time, names that stand twice
+    const std::pair<const char*, const char*> once[] = {{"P  -2*500", "P  -2*time"},
+                                                        {"x 500   L L", "x time+500   L L"},
+                                                        {"RECT  100 20", "RECT  100+time 20"}};
+    for (const auto& [from, to] : once) {
+        const Outcome o = read_text(replaced(model_text, from, to));
+        EXPECT_TRUE(o.report.ok && contains(o.report.remarks.notices, "time is 0 here") &&
+                    contains(o.report.remarks.notices, "': "))
+            << to << all(o.report.remarks);
+    }
+    const std::pair<const char*, const char*> twice[] = {
+        {"ALU   2700", "STEEL   2700"}, {"P  -2", "L  -2"},        {"BLOCK brown", "BAR brown"},
+        {"SIDE  area", "CLAMP area"},   {"PUSH area", "TIP area"}, {"RING round", "HEAD round"},
+    };
+    for (const auto& [from, to] : twice) {
+        const std::string name = tokens_of(to)[0];
+        const Outcome o = read_text(replaced(model_text, from, to));
+        EXPECT_TRUE(contains(o.report.remarks.notices, " '" + name + "': the name stands before; "))
+            << to << all(o.report.remarks);
+    }
     // along the normal of its plane only the upper end counts
     EXPECT_EQ(all(read_text(replaced(model_text, "0 L  0 0  0", "0 L  1 0  0")).report.remarks), "");
     // a long name is cut where the record ends
@@ -281,6 +326,9 @@ TEST(ModelReader, Notices) {
     ASSERT_TRUE(cut.report.ok);
     EXPECT_EQ(cut.model.boundary_conditions[0].name, std::string(63, 'c'));
     EXPECT_TRUE(contains(cut.report.remarks.notices, "cut to its first 63"));
+    EXPECT_TRUE(
+        contains(read_text(replaced(model_text, "BLOCK", std::string(70, 'c'))).report.remarks.notices,
+                 "cut to its first 63"));
 }
 
 TEST(ModelReader, TablesLeftFromTheModelBefore) {
@@ -291,6 +339,7 @@ TEST(ModelReader, TablesLeftFromTheModelBefore) {
                          "left as the earlier model had them: material_info, mode_num, iteration, parameter, "
                          "part_info, apply_force, rigid_element, rigid_combine\n"))
         << all(second.report.remarks);
+    EXPECT_EQ(second.report.kept_sections.size(), 8u);
     EXPECT_TRUE(second.model.boundary_conditions.empty());
     EXPECT_EQ(second.model.forces.size(), 3u);
     EXPECT_EQ(second.model.mesh.node_num(), 39);
@@ -305,6 +354,11 @@ TEST(ModelReader, TablesLeftFromTheModelBefore) {
     EXPECT_EQ(digest(orphan.model), digest(first));
     // nothing is said of the start-up values
     EXPECT_EQ(all(read_text("END").report.remarks), "");
+}
+
+TEST(ModelReader, NothingIsSizedByTheCount) {
+    EXPECT_EQ(read_text(replaced(model_text, "mode_num 6", "mode_num 2147483647")).model.mode_count,
+              2147483647);
 }
 
 TEST(ModelReader, FileNames) {

@@ -51,38 +51,36 @@ rigid_combine
 END
 )";
 
-// Everything a reader may change, so that "unchanged" is one comparison.
-inline std::string digest(const Model& s) {
+// What a reader may change, so that "unchanged" is one comparison.
+inline std::string digest(const Model& m) {
     std::ostringstream out;
     out.precision(17);
     const auto add = [&](const auto&... values) { ((out << values << ' '), ...) << '\n'; };
-    const auto add_all = [&](const auto& values) {
-        for (double v : values) out << v << ' ';
-    };
-    for (const auto& m : s.materials)
-        add(m.id, m.name, m.density, m.young, m.poisson, m.shear_modulus, m.yield_stress, m.hardening);
-    for (const auto& p : s.parameters) add(p.id, p.name, p.value, p.expression);
-    for (const auto* parts : {&s.parts, &s.parts_o})
-        for (const auto& p : *parts) {
-            add(p.id, p.name, p.material_id, p.type_name, p.parent_index, p.unit_factor);
-            add_all(p.size);
-            add_all(p.origin);
-        }
-    for (const auto& b : s.boundary_conditions) {
-        add(b.id, b.name, static_cast<int>(b.kind), b.axis);
-        add_all(b.box);
-    }
-    for (const auto& f : s.forces) add(f.id, f.name, static_cast<int>(f.kind), f.axis, f.value);
-    for (const auto& e : s.rigid_elements) add(e.id, e.name, e.region[3]);
-    for (const auto& f : s.rigid_forces) add(f.id, f.name, f.element, f.value);
-    for (const auto& c : s.rigid_combines) add(c.id, c.name, c.element[0], c.element[1], c.stiffness[5]);
-    const Mesh& mesh = s.mesh;
-    add(s.mode_count, s.iteration_limit, static_cast<int>(s.source));
-    add(mesh.node_num(), mesh.element_num(), mesh.dof_num(), mesh.max_length);
-    const AnalysisControl& c = s.control;
-    add(c.d_time, c.end_time, c.output_frequency, c.c_alfa, c.gravity_axis, c.gravity_sign);
-    add(c.plastic, c.element_contact);
+    for (const auto& a : m.materials) add(a.name, a.density, a.young, a.poisson, a.yield_stress, a.hardening);
+    for (const auto& a : m.parameters) add(a.id, a.name, a.value, a.expression);
+    for (const auto* parts : {&m.parts, &m.parts_o})
+        for (const auto& a : *parts)
+            add(a.name, a.material_id, a.type_name, a.parent_index, a.size[0], a.origin[2]);
+    for (const auto& a : m.boundary_conditions) add(a.name, static_cast<int>(a.kind), a.axis, a.box[5]);
+    for (const auto& a : m.forces) add(a.name, static_cast<int>(a.kind), a.axis, a.value);
+    for (const auto& a : m.rigid_elements) add(a.name, a.region[3]);
+    for (const auto& a : m.rigid_forces) add(a.name, a.element, a.value);
+    for (const auto& a : m.rigid_combines) add(a.name, a.element[0], a.element[1], a.stiffness[5]);
+    add(m.mode_count, m.iteration_limit, static_cast<int>(m.source), m.mesh.node_num(), m.mesh.max_length);
+    const AnalysisControl& c = m.control;
+    add(c.d_time, c.end_time, c.output_frequency, c.c_alfa, c.gravity_axis, c.gravity_sign, c.plastic,
+        c.element_contact, m.explicit_tables.walls.size(), m.explicit_tables.contacts.size());
     return out.str();
 }
+
+// Asks to stop at its n-th look.
+class StopsAtLook : public SilentProgress {
+public:
+    explicit StopsAtLook(int n) : left_(n) {}
+    bool cancelled() const override { return --left_ <= 0; }
+
+private:
+    mutable int left_;
+};
 
 }  // namespace kestralum::testing

@@ -92,12 +92,14 @@ TEST(Settings, FileOnDisk) {
     Settings settings;
     settings.n_threads = 77;
     Collected missing;
-    EXPECT_EQ(read_setting_file(folder.file("none.txt"), settings, missing), SettingsStatus::missing);
-    EXPECT_EQ(missing.lines, "SETTING FILE OPEN ERROR\n");
+    EXPECT_EQ(read_setting_file(folder.file("no\\none.txt"), settings, missing), SettingsStatus::missing);
+    EXPECT_EQ(missing.summaries, "SETTING FILE OPEN ERROR\n");
+    EXPECT_EQ(missing.errors, folder.file("no/none.txt") + ": No such file or directory\n");
     EXPECT_EQ(settings.n_threads, 77);
     Collected read;
-    EXPECT_EQ(read_setting_file(folder.write("s.txt", settings_text("stop", "MAX")), settings, read),
+    EXPECT_EQ(read_setting_file(folder.write("s.txt", "\xef\xbb\xbf " + settings_text("stop", "MAX")),
+                                settings, read),
               SettingsStatus::read);
-    EXPECT_TRUE(read.lines.starts_with("SETTING FILE OPEN !!\n  MEMORY_SIZE="));
+    EXPECT_TRUE(read.lines.starts_with("SETTING FILE OPEN !!\n  MEMORY_SIZE=      2000[MB]"));
     EXPECT_EQ(settings.n_threads, omp_get_max_threads());
 }
