@@ -65,13 +65,6 @@ std::string FactorFiles::stored_name(std::int32_t division) const {
     return formatted("log\\%s_%d.txt", stem_.c_str(), division);
 }
 
-std::vector<std::string> FactorFiles::names() const {
-    std::vector<std::string> out;
-    for (std::int32_t b = 0; b < divisions_.count(); ++b)
-        out.push_back(paths::to_platform(stored_name(b), log_folder_));
-    return out;
-}
-
 std::string FactorFiles::error() const {
     std::lock_guard hold(lock_);
     return error_;
@@ -79,6 +72,8 @@ std::string FactorFiles::error() const {
 
 void FactorFiles::remove_old() {
     for (std::int32_t b = 0; b < divisions_.count(); ++b) close(b);  // open for reading since the last factor
+    error_.clear();
+    failed_ = false;
     std::vector<fs::path> old;
     for (const fs::path& path : files_in(log_folder_)) {
         const auto name = division_of(path.filename().string());

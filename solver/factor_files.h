@@ -33,8 +33,8 @@ public:
     FactorFiles(const FactorFiles&) = delete;
     FactorFiles& operator=(const FactorFiles&) = delete;
 
-    // Closes what is open and removes the stem's files of an earlier run that this factor will not
-    // write: to be called before the first row is written.
+    // Closes what is open, forgets failures and removes the stem's files of an earlier factor that this one
+    // will not write: to be called before the first row is written.
     void remove_old();
 
     // Writes or reads the profile entries of rows [first, last): row i from or to rows[i - first],
@@ -49,8 +49,6 @@ public:
     void close(std::int32_t division);
 
     std::string stored_name(std::int32_t division) const;
-    // The division files in the log folder, as the platform names them.
-    std::vector<std::string> names() const;
     bool failed() const { return failed_.load(std::memory_order_relaxed); }
     std::string error() const;
 

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -22,7 +23,7 @@
 
 namespace kestralum {
 
-enum class FactorStatus { ok, write_failed, out_of_memory, cancelled };
+enum class FactorStatus { ok, file_failed, out_of_memory, cancelled };
 
 struct FactorOptions {
     int threads = 1;
@@ -43,6 +44,7 @@ class SkylineFactor {
 public:
     // Both tables are kept by the object.
     SkylineFactor(Profile profile, Divisions divisions, FactorOptions options);
+    ~SkylineFactor();
 
     // Factors the matrix `values` on km's pattern (the pattern the profile was made from). Prints the
     // progress lines, "Warning   D[%d]:%.3e\n" for negative pivots. On failure error() says why and
@@ -53,15 +55,15 @@ public:
     // ("[M] is not positive define at %dth row\n") and its size taken; at the end every row is checked.
     FactorStatus factor_ww(const SparseKM& km, std::span<const double> values, Progress& progress);
 
-    // Solves L D Lᵀ x = b in place for k right-hand sides: x is n × k, column after column. The
-    // columns are taken in fixed groups, so that the threads do not show in the result. False when a
-    // division file cannot be read (error() says why), as below.
-    bool solve_ldl(std::span<double> x, std::int32_t k = 1);
-
-    // With the factor W, in place, k columns as above: x = W x, x = Wᵀ x, and the solution of Wᵀ x = b.
-    bool multiply_w(std::span<double> x, std::int32_t k = 1);
-    bool multiply_wt(std::span<double> x, std::int32_t k = 1);
-    bool solve_wt(std::span<double> x, std::int32_t k = 1);
+    // In place for k columns: x is n × k, column after column. The columns are taken in fixed groups, so that
+    // the threads do not show in the result. Where `progress` is given its cancel ends them. False when a
+    // division file cannot be read, memory is missing or the user stopped (error() says why).
+    // L D Lᵀ x = b is solved:
+    bool solve_ldl(std::span<double> x, std::int32_t k = 1, const Progress* progress = nullptr);
+    // with the factor W: x = W x, x = Wᵀ x, and the solution of Wᵀ x = b.
+    bool multiply_w(std::span<double> x, std::int32_t k = 1, const Progress* progress = nullptr);
+    bool multiply_wt(std::span<double> x, std::int32_t k = 1, const Progress* progress = nullptr);
+    bool solve_wt(std::span<double> x, std::int32_t k = 1, const Progress* progress = nullptr);
 
     const Profile& profile() const { return profile_; }
     const FactorOptions& options() const { return options_; }
@@ -69,37 +71,43 @@ public:
     const std::vector<double>& D() const { return D_; }
     std::int64_t negative_pivots() const { return negative_pivots_; }
     std::string error() const { return error_; }
-    std::vector<std::string> file_names() const { return files_.names(); }
 
-    // Row i of L from its first column to the diagonal (1.0 there), for tests and W: read from
-    // memory or file.
+    // Row i of L from its first column to the diagonal (1.0 there), or of W: read from memory or file.
     bool read_row(std::int32_t i, std::span<double> row);
 
 private:
-    bool spilled() const { return divisions_.count() > 1 || !options_.keep_in_memory; }
     enum class Kind { ldl, ww };
     enum class Direction { forward, backward };
-    FactorStatus factor(const SparseKM& km, std::span<const double> values, Kind kind, Progress& progress);
-    void factor_strip(std::int32_t columns, std::int32_t row, double* g, double* l, std::int32_t ld);
-    void check_rows_of_w(const SparseKM& km, std::span<const double> values, Progress& progress);
-    // Calls step(I, panel, columns' group) for every panel in the direction given.
-    template <typename Step>
-    bool sweep(Direction direction, std::int32_t k, const Step& step);
-    void load_panel_of_matrix(const SparseKM& km, std::span<const double> values, std::int32_t I,
-                              double* G) const;
-    void factor_panel(std::int32_t I, double* G, double* L);
-    struct Columns {
+    struct Span {  // columns c0 … c0 + columns of a panel, and k0, the first that reaches them
         std::int32_t k0, c0, columns;
     };
-    void subtract_products(std::int32_t I, std::int32_t J, const Columns& c, double* G,
-                           const double* LJ) const;
-    void factor_diagonal_block(std::int32_t I, double* G, double* L);
-    bool store_panel(std::int32_t I, const double* L);
+    struct Columns {  // of right-hand sides
+        std::int32_t first, count;
+    };
+    using Step = std::function<void(std::int32_t I, const double* panel, const Columns& columns)>;
+    struct Shared;  // what the threads of a factorization share
+    bool spilled() const { return divisions_.count() > 1 || !options_.keep_in_memory; }
+
+    FactorStatus factor(const SparseKM& km, std::span<const double> values, Kind kind, Progress& progress);
+    void prepare(const SparseKM& km, std::span<const double> values, Kind kind, Progress& progress);
+    void compute_panels(const SparseKM& km, std::span<const double> values);
+    void load_panel_of_matrix(const SparseKM& km, std::span<const double> values, std::int32_t I,
+                              double* G) const;
+    bool factor_panel(std::int32_t I, double* G, double* L);
+    bool subtract_products(std::int32_t I, std::int32_t J, const Span& c, double* G, const double* LJ) const;
+    bool factor_diagonal_block(std::int32_t I, double* G, double* L);
+    void factor_strip(std::int32_t columns, std::int32_t row, double* g, double* l, std::int32_t ld);
     void write_panels();
+    bool store_panel(std::int32_t I, const double* L);
     void report_stored(std::int32_t I);
     void report_row(std::int32_t i);
     void report_spill(std::int32_t i);
-    const double* fetch_panel(std::int32_t I, Block& buffer);
+    FactorStatus check_rows_of_w(const SparseKM& km, std::span<const double> values, Progress& progress);
+
+    // Takes the step with every panel in the direction given and every group of columns; fail() is done.
+    FactorStatus sweep(Direction direction, std::int32_t k, const Progress* progress, const Step& step);
+    bool read_panel(std::int32_t I, double* buffer);
+    void fail(FactorStatus why);
 
     Profile profile_;
     Divisions divisions_;
@@ -108,13 +116,10 @@ private:
     FactorFiles files_;
     Kind kind_ = Kind::ldl;
     std::vector<double> D_;
-    PanelStore panels_;  // L: all panels, or those in reach of a spilled factor
+    PanelStore panels_;  // kept: all; spilled: those in reach while it is computed
     std::int64_t negative_pivots_ = 0;
     std::string error_;
-
-    // what the threads of a factorization share, see ldl.cpp
-    struct Shared;
-    std::shared_ptr<Shared> shared_;
+    std::unique_ptr<Shared> shared_;  // while it is computed
 };
 
 }  // namespace kestralum

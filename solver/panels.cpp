@@ -28,6 +28,18 @@ std::int32_t choose_panel_rows(std::int32_t height) {
     return 32;
 }
 
+std::int64_t entries_of(const Profile& profile, const PanelGrid& grid, std::int32_t I) {
+    return profile.sky_start[grid.row_end(I)] - profile.sky_start[grid.row_begin(I)];
+}
+
+// Solves go faster over panels that lie dense than over packed ones, which they spread out first. Up to this
+// share of zeros left of the rows it is worth the memory.
+bool is_wasteful(const PanelGrid& grid, std::int32_t I, std::int64_t entries) {
+    constexpr double most = 1.125;
+    const std::int64_t triangle = std::int64_t{grid.rows(I)} * (grid.rows(I) - 1) / 2;
+    return static_cast<double>(grid.doubles(I) - triangle) > most * static_cast<double>(entries);
+}
+
 }  // namespace
 
 PanelGrid make_panel_grid(const Profile& profile, std::int32_t panel_rows) {
@@ -39,6 +51,8 @@ PanelGrid make_panel_grid(const Profile& profile, std::int32_t panel_rows) {
     grid.ld.resize(panels);
     grid.begin_span.resize(panels);
     grid.last_use.resize(panels);
+    grid.packed.resize(panels);
+    grid.kept_start.assign(std::int64_t{panels} + 1, 0);
     for (std::int32_t I = 0; I < panels; ++I) {
         std::int32_t first = I * grid.nb;
         for (std::int32_t i = grid.row_begin(I); i < grid.row_end(I); ++i)
@@ -53,6 +67,10 @@ PanelGrid make_panel_grid(const Profile& profile, std::int32_t panel_rows) {
         grid.ld[p] = (grid.row_end(I) - first + 7) / 8 * 8;
         if (grid.ld[p] % 512 == 0) grid.ld[p] += 8;  // rows must not fall on the same cache sets
         for (std::int32_t J = first / grid.nb; J <= I; ++J) grid.last_use[J] = I;
+        const std::int64_t entries = entries_of(profile, grid, I);
+        grid.packed[p] = is_wasteful(grid, I, entries);
+        grid.kept_start[p + 1] =
+            grid.kept_start[p] + (grid.packed[p] ? (entries + 7) / 8 * 8 : grid.doubles(I));
     }
     return grid;
 }
@@ -63,62 +81,96 @@ std::int64_t PanelGrid::largest_panel() const {
     return largest;
 }
 
+std::int64_t PanelGrid::largest_packed_panel() const {
+    std::int64_t largest = 0;
+    for (std::int32_t I = 0; I < panels(); ++I)
+        if (packed[I]) largest = std::max(largest, doubles(I));
+    return largest;
+}
+
+namespace {
+
+// Most doubles at a time: of the panels released so far what is kept, of those that are still read, wait for
+// their file or are in work all, and the threads' scratch panels.
+std::int64_t most_doubles(const PanelGrid& grid, int threads, bool spilled) {
+    const std::int64_t ahead = std::int64_t{most_panels_waiting} + 1 + threads;
+    const auto dense = [&](std::int64_t I) {
+        return I < grid.panels() ? grid.doubles(static_cast<std::int32_t>(I)) : 0;
+    };
+    std::int64_t now = 0, most = 0;
+    for (std::int64_t I = 0; I < ahead; ++I) now += dense(I);
+    for (std::int32_t stored = 0, released = 0; stored <= grid.panels(); ++stored) {
+        most = std::max(most, now);
+        for (; released < stored && grid.last_use[released] < stored; ++released)
+            now -= grid.doubles(released) -
+                   (spilled ? 0 : grid.kept_start[std::int64_t{released} + 1] - grid.kept_start[released]);
+        now += dense(stored + ahead);
+    }
+    return most + threads * grid.largest_panel();
+}
+
+}  // namespace
+
 double panel_megabytes(const Profile& profile, int threads) {
-    const PanelGrid grid = make_panel_grid(profile);
-    std::int64_t doubles = threads * grid.largest_panel();
-    for (std::int32_t I = 0; I < grid.panels(); ++I) doubles += grid.doubles(I);
-    return 8e-6 * static_cast<double>(doubles);
+    return 8e-6 * static_cast<double>(most_doubles(make_panel_grid(profile), threads, false));
 }
 
 double spilled_megabytes(const Profile& profile, int threads) {
-    const PanelGrid grid = make_panel_grid(profile);
-    // the panels that are stored but still read, those that wait for their file, those in work
-    std::int64_t most = 0;
-    for (std::int32_t stored = 0, freed = 0; stored <= grid.panels(); ++stored) {
-        while (freed < stored && grid.last_use[freed] < stored) ++freed;
-        const std::int64_t ahead = static_cast<std::int64_t>(most_panels_waiting) + 1 + threads;
-        most = std::max(most, std::min<std::int64_t>(stored + ahead, grid.panels()) - freed);
-    }
-    return 8e-6 * static_cast<double>((most + threads) * grid.largest_panel());
+    return 8e-6 * static_cast<double>(most_doubles(make_panel_grid(profile), threads, true));
 }
 
-PanelStore::PanelStore(const PanelGrid& grid, bool spilled)
-    : place_(static_cast<std::size_t>(grid.panels()), nullptr), lock_(std::make_unique<std::mutex>()) {
-    if (spilled) {
-        block_doubles_ = grid.largest_panel();
-        blocks_.resize(place_.size());
-        return;
-    }
-    std::int64_t total = 0;
-    for (std::int32_t I = 0; I < grid.panels(); ++I) total += grid.doubles(I);
-    all_ = allocate_block(total);
-    double* next = all_.get();
-    if (!next) return;
-    for (std::int32_t I = 0; I < grid.panels(); ++I) {
-        place_[I] = next;
-        next += grid.doubles(I);
-    }
+PanelStore::PanelStore(const Profile& profile, const PanelGrid& grid, bool spilled)
+    : profile_(&profile),
+      grid_(&grid),
+      spilled_(spilled),
+      dense_(grid.panels(), nullptr),
+      blocks_(grid.panels()) {
+    if (!spilled) kept_ = allocate_block(grid.kept_start.back());
 }
 
 double* PanelStore::take(std::int32_t I) {
-    const std::size_t p = I;
-    if (block_doubles_ == 0) return place_[p];
-    std::lock_guard hold(*lock_);
-    if (spare_.empty()) {
-        blocks_[p] = allocate_block(block_doubles_);
-    } else {
-        blocks_[p] = std::move(spare_.back());
-        spare_.pop_back();
-    }
-    return place_[p] = blocks_[p].get();
+    if (!spilled_ && !kept_) return nullptr;
+    if (!spilled_ && !grid_->packed[I]) return dense_[I] = kept_.get() + grid_->kept_start[I];
+    blocks_[I] = allocate_block(grid_->doubles(I));
+    return dense_[I] = blocks_[I].get();
 }
 
-void PanelStore::give_back(std::int32_t I) {
-    const std::size_t p = I;
-    std::lock_guard hold(*lock_);
-    if (blocks_.empty()) return;
-    spare_.push_back(std::move(blocks_[p]));
-    place_[p] = nullptr;
+void PanelStore::release(std::int32_t I) {
+    if (!blocks_[I]) return;
+    for (std::int32_t i = grid_->row_begin(I); !spilled_ && i < grid_->row_end(I); ++i) {
+        const double* from = dense_[I] + grid_->at(I, i, profile_->first_column(i));
+        std::copy(from, from + profile_->height[i], kept_.get() + kept_offset(i));
+    }
+    blocks_[I].reset();
+    dense_[I] = nullptr;
+}
+
+std::int64_t PanelStore::kept_offset(std::int32_t i) const {
+    const std::int32_t I = i / grid_->nb;
+    return grid_->kept_start[I] + (grid_->packed[I]
+                                       ? profile_->sky_start[i] - profile_->sky_start[grid_->row_begin(I)]
+                                       : grid_->at(I, i, profile_->first_column(i)));
+}
+
+const double* PanelStore::row(std::int32_t i) const {
+    return kept_.get() + kept_offset(i);
+}
+
+const double* PanelStore::dense(std::int32_t I, double* buffer) const {
+    if (!grid_->packed[I]) return kept_.get() + grid_->kept_start[I];
+    clear_before_rows(*profile_, *grid_, I, buffer);
+    for (std::int32_t i = grid_->row_begin(I); i < grid_->row_end(I); ++i) {
+        const double* from = row(i);
+        std::copy(from, from + profile_->height[i], buffer + grid_->at(I, i, profile_->first_column(i)));
+    }
+    return buffer;
+}
+
+void clear_before_rows(const Profile& profile, const PanelGrid& grid, std::int32_t I, double* panel) {
+    for (std::int32_t i = grid.row_begin(I); i < grid.row_end(I); ++i) {
+        double* row = panel + grid.at(I, i, grid.first_col[I]);
+        std::fill(row, row + (profile.first_column(i) - grid.first_col[I]), 0.0);
+    }
 }
 
 const char* better_blas_kernels() {

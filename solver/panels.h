@@ -1,12 +1,12 @@
-// How a factor is laid out in memory: panels of consecutive rows, dense from the panel's first
-// column to its last row, so that the arithmetic runs in BLAS level 3.
+// How a factor is laid out in memory: panels of consecutive rows. While it is computed, and for arithmetic, a
+// panel is dense from its first column to its last row, so that it runs in BLAS level 3; what no later panel
+// reads any more is kept without the zeros before the rows where these are many.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "solver/profile.h"
@@ -22,7 +22,7 @@ using Block = std::unique_ptr<double[], FreeDeleter>;
 // no memory.
 Block allocate_block(std::int64_t doubles);
 
-// Panel I holds rows row_begin(I) … row_end(I)-1 and columns first_col[I] … row_end(I)-1, row-major
+// Panel I holds rows row_begin(I) … row_end(I)-1 and, dense, columns first_col[I] … row_end(I)-1, row-major
 // with leading dimension ld[I]. The grid depends on the profile alone, so that the arithmetic, and
 // with it every bit of the factor, is the same for any number of divisions or threads.
 struct PanelGrid {
@@ -33,6 +33,8 @@ struct PanelGrid {
     std::vector<std::int32_t>
         begin_span;  // panels: from first_col to where every row but the triangle's has begun
     std::vector<std::int32_t> last_use;  // panels: last panel that reads this one
+    std::vector<char> packed;  // panels: kept as its rows of the profile, one after the other, not dense
+    std::vector<std::int64_t> kept_start;  // panels + 1: doubles before panel I among the kept ones
 
     std::int32_t panels() const { return static_cast<std::int32_t>(first_col.size()); }
     std::int32_t row_begin(std::int32_t I) const { return I * nb; }
@@ -40,8 +42,10 @@ struct PanelGrid {
     std::int32_t rows(std::int32_t I) const { return row_end(I) - row_begin(I); }
     std::int32_t width(std::int32_t I) const { return row_end(I) - first_col[I]; }
     std::int64_t doubles(std::int32_t I) const { return std::int64_t{rows(I)} * ld[I]; }
+    // Of the largest dense panel; of the largest among the packed ones, 0 without any.
     std::int64_t largest_panel() const;
-    // Offset of (row, col) of panel I in its block.
+    std::int64_t largest_packed_panel() const;
+    // Offset of (row, col) of panel I in its dense block.
     std::int64_t at(std::int32_t I, std::int32_t row, std::int32_t col) const {
         return std::int64_t{row - row_begin(I)} * ld[I] + (col - first_col[I]);
     }
@@ -51,36 +55,48 @@ struct PanelGrid {
 PanelGrid make_panel_grid(const Profile& profile, std::int32_t panel_rows = 0);
 
 // Panels that have been computed and wait for their file: no more than these.
-inline constexpr std::size_t most_panels_waiting = 8;
+inline constexpr std::int32_t most_panels_waiting = 8;
 
-// Memory of a factor that is kept, with the scratch panels of the threads; and the largest of one whose rows
-// are read back from its files (FactorOptions::keep_in_memory false, or several divisions). Millions of
-// bytes.
+// Largest memory of a factorization, panels in work and scratch panels of the threads included, millions of
+// bytes: of a factor that is kept, and of one whose rows are read back from its files
+// (FactorOptions::keep_in_memory false, or several divisions).
 double panel_megabytes(const Profile& profile, int threads = 1);
 double spilled_megabytes(const Profile& profile, int threads = 1);
 
-// The panels of one factor: all in one block, or, spilled, those between take() and give_back() in
-// blocks that are used again. take() and give_back() may be called from several threads.
+// The panels of one factor, each dense from take() to release(). Kept ones lie in one block: those that are
+// not packed from the start, packed ones from release(). Spilled ones are gone after release(). Several
+// threads may take and release, a panel one at a time. Both tables must outlive the object.
 class PanelStore {
 public:
     PanelStore() = default;
-    PanelStore(const PanelGrid& grid, bool spilled);
-    PanelStore(PanelStore&&) noexcept = default;
-    PanelStore& operator=(PanelStore&&) noexcept = default;
+    PanelStore(const Profile& profile, const PanelGrid& grid, bool spilled);
 
-    bool empty() const { return place_.empty(); }
-    double* take(std::int32_t I);  // uninitialised; null when there is no memory
-    void give_back(std::int32_t I);
-    const double* panel(std::int32_t I) const { return place_[I]; }
+    bool empty() const { return dense_.empty(); }
+    // Dense space of panel I, uninitialised; null when there is no memory.
+    double* take(std::int32_t I);
+    const double* taken(std::int32_t I) const { return dense_[I]; }
+    // No later panel reads panel I.
+    void release(std::int32_t I);
+
+    // Of kept panels that have been released: row i from its first column on; panel I dense, as it lies there
+    // or made in `buffer` of largest_packed_panel() doubles. What stands right of the diagonal has no
+    // meaning.
+    const double* row(std::int32_t i) const;
+    const double* dense(std::int32_t I, double* buffer) const;
 
 private:
-    Block all_;                       // unspilled: every panel
-    std::vector<double*> place_;      // panels
-    std::int64_t block_doubles_ = 0;  // spilled: size of each block
-    std::vector<Block> blocks_;       // spilled: panels' blocks
-    std::vector<Block> spare_;
-    std::unique_ptr<std::mutex> lock_;
+    std::int64_t kept_offset(std::int32_t i) const;
+
+    const Profile* profile_ = nullptr;
+    const PanelGrid* grid_ = nullptr;
+    bool spilled_ = false;
+    Block kept_;
+    std::vector<double*> dense_;  // panels
+    std::vector<Block> blocks_;   // panels: of those that are packed or spilled
 };
+
+// Zeros before the first column of each row, in dense panel I.
+void clear_before_rows(const Profile& profile, const PanelGrid& grid, std::int32_t I, double* panel);
 
 // OpenBLAS chooses its kernels by the processors it knows; on a newer one with AVX-512 it falls back to
 // those for AVX2. Returns the OPENBLAS_CORETYPE that would serve better than the kernels in use, null where
