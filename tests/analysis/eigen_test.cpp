@@ -13,7 +13,7 @@
 #include "analysis/eigen/eigen_analysis.h"
 #include "analysis/eigen/eigen_problem.h"
 #include "support/analysis_run.h"
-#include "system/linear_system.h"
+#include "system/assembly.h"
 
 namespace kestralum {
 namespace {
@@ -22,40 +22,43 @@ using testing::every_kind;
 using testing::Grid;
 using testing::rect;
 using testing::tetra_box;
-constexpr EigenMethod both_methods[] = {EigenMethod::subspace, EigenMethod::lanczos};
+constexpr Analyse both_methods[] = {analyse_eigen_subspace, analyse_eigen_lanczos};
 constexpr auto tetra10 = ElementKind::tetrahedron10;
 
 const std::string foot = "c plane z 0 0 0 0 0 0";
 
-std::string model(int modes, const std::string& parts, const std::string& supports = "",
+std::string model_text(int modes, const std::string& parts, const std::string& supports = "",
                   const std::string& material = "7850 200e9 0.3") {
     return testing::ModelText{.material = material,
                               .parts = parts,
                               .supports = supports,
-                              .others = console::format("mode_num %d %%\n", modes)};
+                              .others = formatted("mode_num %d %%\n", modes)};
 }
 
 class EigenAnalysis : public testing::AnalysisTest {
 protected:
-    RunReport run(EigenMethod method, const std::string& text, EigenTolerances tolerances = {}) {
-        return read(text) ? run_eigen(store, settings, method, tolerances) : RunReport{};
+    // tolerance: of either method, 0 for the usual ones
+    RunReport run(Analyse method, const std::string& text, double tolerance = 0) {
+        options = {};
+        if (tolerance > 0) options.subspace_tolerance = options.lanczos_tolerance = tolerance;
+        return read(text) ? analyse(method, settings) : RunReport{};
     }
     // Done, and complete by the count of negative pivots.
-    RunReport run_complete(EigenMethod method, const std::string& text, EigenTolerances tolerances = {}) {
-        RunReport report = run(method, text, tolerances);
+    RunReport run_complete(Analyse method, const std::string& text, double tolerance = 0) {
+        RunReport report = run(method, text, tolerance);
         testing::expect_done(report);
         EXPECT_GT(report.check_frequency, 0);
         EXPECT_EQ(report.modes_found, report.modes_counted);
-        EXPECT_EQ(store.results.mode_num(), report.modes.size());
+        EXPECT_EQ(result.mode_num(), report.modes.size());
         EXPECT_TRUE(std::is_sorted(report.modes.begin(), report.modes.end(),
                                    [](const auto& a, const auto& b) { return a.lambda < b.lambda; }));
         return report;
     }
     // Share of one direction in the squared motion of a mode.
     double share(std::size_t mode, int direction) const {
-        const double* u = &store.results.mode_vec[mode * store.mesh.dof_num];
+        const std::vector<double>& u = frame(mode).mode_vec;
         double all = 0, one = 0;
-        for (int d = 0; d < store.mesh.dof_num; ++d) {
+        for (int d = 0; d < result.mesh.dof_num(); ++d) {
             all += u[d] * u[d];
             if (d % 3 == direction) one += u[d] * u[d];
         }
@@ -63,8 +66,8 @@ protected:
     }
     std::string part_of(ElementKind kind, const Grid& g) {
         if (kind != ElementKind::hexahedron) return vol("b", tetra_box(g, kind));
-        return rect("b", console::format("%.17g %.17g %.17g", g.size[0], g.size[1], g.size[2]),
-                    console::format("%d %d %d", g.cells[0], g.cells[1], g.cells[2]));
+        return rect("b", formatted("%.17g %.17g %.17g", g.size[0], g.size[1], g.size[2]),
+                    formatted("%d %d %d", g.cells[0], g.cells[1], g.cells[2]));
     }
     static std::ptrdiff_t zero_modes(const RunReport& report) {
         return std::count_if(report.modes.begin(), report.modes.end(),
@@ -80,15 +83,15 @@ protected:
 };
 
 TEST_F(EigenAnalysis, BothMethodsAgree) {
-    constexpr EigenTolerances tight{.subspace = 1e-12, .lanczos = 1e-12};
+    constexpr double tight = 1e-12;
     for (ElementKind kind : every_kind)
         for (const std::string& support : {foot, std::string()}) {
             const int fine = kind == ElementKind::hexahedron;
             const Grid grid{{2 + fine, 3 + fine, 6 + 6 * fine}, {0.2, 0.3, 1}};
-            const std::string text = model(12, part_of(kind, grid), support);
-            const auto a = run_complete(EigenMethod::subspace, text, tight).modes;
-            const auto b = run_complete(EigenMethod::lanczos, text, tight).modes;
-            const auto c = run_complete(EigenMethod::subspace, text).modes;
+            const std::string text = model_text(12, part_of(kind, grid), support);
+            const auto a = run_complete(analyse_eigen_subspace, text, tight).modes;
+            const auto b = run_complete(analyse_eigen_lanczos, text, tight).modes;
+            const auto c = run_complete(analyse_eigen_subspace, text).modes;
             ASSERT_EQ(a.size(), 12u);
             ASSERT_EQ(b.size(), 12u);
             for (std::size_t j = support.empty() ? 6 : 0; j < 12; ++j) {
@@ -100,8 +103,8 @@ TEST_F(EigenAnalysis, BothMethodsAgree) {
 }
 
 TEST_F(EigenAnalysis, AFreeBodyHasSixZeroModesAndEverySquareSectionItsPairs) {
-    for (EigenMethod method : both_methods) {
-        const RunReport report = run_complete(method, model(14, rect("b", "0.1 0.1 0.8", "3 3 16")));
+    for (Analyse method : both_methods) {
+        const RunReport report = run_complete(method, model_text(14, rect("b", "0.1 0.1 0.8", "3 3 16")));
         for (int c = 0; c < 3; ++c) {
             double mass = 0;
             for (int j = 0; j < 6; ++j) mass += report.modes[j].effective_mass[c];
@@ -122,8 +125,8 @@ TEST_F(EigenAnalysis, ClampedBeam) {
     // equation. The solid lies between: its clamps hold the sections' contraction too.
     const double beam[3] = {259.42, 715.11, 1401.90}, timoshenko[3] = {255.12, 688.54, 1314.06};
     const auto modes =
-        run_complete(EigenMethod::lanczos, model(8, part_of(tetra10, {{2, 2, 30}, {0.05, 0.05, 1}}),
-                                                 "a plane z 0 0 0 0 0 0 b plane z 0 0 0 0 0 1"))
+        run_complete(analyse_eigen_lanczos, model_text(8, part_of(tetra10, {{2, 2, 30}, {0.05, 0.05, 1}}),
+                                                  "a plane z 0 0 0 0 0 0 b plane z 0 0 0 0 0 1"))
             .modes;
     std::vector<double> pairs;
     for (std::size_t j = 1; j < modes.size(); ++j)
@@ -138,7 +141,7 @@ TEST_F(EigenAnalysis, ClampedBeam) {
 
 TEST_F(EigenAnalysis, FreeRodAlongItsAxis) {
     const auto modes =
-        run_complete(EigenMethod::subspace, model(22, rect("b", "0.1 0.1 1", "2 2 40"), "", "7850 200e9 0"))
+        run_complete(analyse_eigen_subspace, model_text(22, rect("b", "0.1 0.1 1", "2 2 40"), "", "7850 200e9 0"))
             .modes;
     int n = 0;
     for (std::size_t j = 6; j < modes.size(); ++j)
@@ -161,7 +164,7 @@ TEST_F(EigenAnalysis, FreeRingInItsPlane) {
                                  }},
                                 tetra10);
     const std::string parts = vol("a", half) + vol("b", half, "180 0 0");
-    const auto modes = run_complete(EigenMethod::subspace, model(16, parts, "", "7800 185e9 0.3")).modes;
+    const auto modes = run_complete(analyse_eigen_subspace, model_text(16, parts, "", "7800 185e9 0.3")).modes;
     std::vector<double> in_plane;
     for (std::size_t j = 6; j < modes.size(); ++j)
         if (share(j, 2) < 0.02) in_plane.push_back(modes[j].frequency);
@@ -176,15 +179,15 @@ TEST_F(EigenAnalysis, FreeRingInItsPlane) {
 TEST_F(EigenAnalysis, FreeSquarePlateAndCantilever) {
     constexpr double a = 1, t = 0.02;
     const std::string part = part_of(tetra10, {{14, 14, 1}, {a, a, t}});
-    const auto plate = run_complete(EigenMethod::subspace, model(11, part));
+    const auto plate = run_complete(analyse_eigen_subspace, model_text(11, part));
     const double value[5] = {13.49, 19.79, 24.43, 35.02, 35.02};  // Leissa (1969), ν = 0.3
     for (int k = 0; k < 5; ++k) {
         const double unit = std::sqrt(200e9 * t * t / (12 * 7850 * (1 - 0.09))) / (2 * M_PI * a * a);
         expect_within("free plate", plate.modes.at(6 + k).frequency, value[k] * unit, 0.985, 1.015);
     }
     const auto beam =
-        run_complete(EigenMethod::subspace, model(3, part_of(tetra10, {{15, 3, 2}, {0.15, 0.03, 0.01}}),
-                                                  "c plane x 0 0 0 0 0 0", "2700 70e9 0.35"));
+        run_complete(analyse_eigen_subspace, model_text(3, part_of(tetra10, {{15, 3, 2}, {0.15, 0.03, 0.01}}),
+                                                   "c plane x 0 0 0 0 0 0", "2700 70e9 0.35"));
     expect_within("cantilever", beam.modes.at(0).frequency, 371, 370 / 371.0, 372 / 371.0);
 }
 
@@ -192,7 +195,7 @@ TEST_F(EigenAnalysis, MeshesConvergeToTheSameFrequencyFromAbove) {
     // a chunky body, for which no mesh locks; reference: the finest quadratic one
     auto first = [&](ElementKind kind, int cells) {
         const std::string part = part_of(kind, {{cells, cells, cells}, {1, 0.8, 1.2}});
-        return run_complete(EigenMethod::subspace, model(1, part, foot)).modes.at(0).frequency;
+        return run_complete(analyse_eigen_subspace, model_text(1, part, foot)).modes.at(0).frequency;
     };
     const double reference = first(tetra10, 8);
     for (ElementKind kind : every_kind) {
@@ -206,13 +209,13 @@ TEST_F(EigenAnalysis, MeshesConvergeToTheSameFrequencyFromAbove) {
 }
 
 TEST_F(EigenAnalysis, GivesTheSameBytesForAnyThreadsAndMemory) {
-    for (EigenMethod method : both_methods) {
+    for (Analyse method : both_methods) {
         std::string reference;
         for (int threads : {1, 2})
             for (double memory : {4000.0, 0.05}) {
                 settings.n_threads = threads;
                 settings.memory_size = memory;
-                run_complete(method, model(9, rect("b", "0.2 0.2 1", "3 3 20"), foot));
+                run_complete(method, model_text(9, rect("b", "0.2 0.2 1", "3 3 20"), foot));
                 const std::string bytes = file("result_model.txt");
                 if (reference.empty()) reference = bytes;
                 EXPECT_TRUE(bytes == reference) << threads << " threads, " << memory << " MB";
@@ -223,43 +226,43 @@ TEST_F(EigenAnalysis, GivesTheSameBytesForAnyThreadsAndMemory) {
 TEST_F(EigenAnalysis, SmallAndLooseBodiesGiveAllTheirModesAndNoMore) {
     const std::string cube = rect("b", "1 1 1", "1 1 1"), one = rect("a", "1 1 2", "2 2 4"),
                       two = one + rect("b", "1 1 2", "2 2 4", "5 0 0");
-    for (EigenMethod method : both_methods) {
+    for (Analyse method : both_methods) {
         settings.c_eigen_shift = 0.5;
-        const RunReport few = run_complete(method, model(50, cube, foot));
+        const RunReport few = run_complete(method, model_text(50, cube, foot));
         ASSERT_EQ(few.modes.size(), 12u);
         EXPECT_TRUE(testing::contains(few.remarks.notices, "50 modes were asked for: 12"));
         EXPECT_EQ(few.modes_counted, 12);
-        const RunReport free_cube = run_complete(method, model(24, cube));
+        const RunReport free_cube = run_complete(method, model_text(24, cube));
         ASSERT_EQ(free_cube.modes.size(), 24u);
         EXPECT_EQ(zero_modes(free_cube), 6);
-        const RunReport loose = run_complete(method, model(16, two));
+        const RunReport loose = run_complete(method, model_text(16, two));
         EXPECT_EQ(zero_modes(loose), 12);
         EXPECT_TRUE(testing::contains(loose.remarks.notices, "is kept"));
-        EXPECT_EQ(zero_modes(run_complete(method, model(10, two, foot))), 0);
+        EXPECT_EQ(zero_modes(run_complete(method, model_text(10, two, foot))), 0);
         settings.c_eigen_shift = 0;
-        EXPECT_EQ(zero_modes(run_complete(method, model(8, one))), 6);
+        EXPECT_EQ(zero_modes(run_complete(method, model_text(8, one))), 6);
         settings.c_eigen_shift = 1;  // the second shift falls on the first frequency
-        run_complete(method, model(4, one, foot), {.subspace = 1e-10, .lanczos = 1e-10});
+        run_complete(method, model_text(4, one, foot), 1e-10);
     }
 }
 
 TEST_F(EigenAnalysis, UnresolvedModesAndMissingDensityFailTheRun) {
     const std::string part = rect("b", "0.1 0.1 1", "2 2 8");
-    const RunReport massless = run(EigenMethod::subspace, model(3, part, "", "0 200e9 0.3"));
+    const RunReport massless = run(analyse_eigen_subspace, model_text(3, part, "", "0 200e9 0.3"));
     EXPECT_EQ(massless.status, RunStatus::bad_input);
     EXPECT_TRUE(testing::contains(massless.remarks.errors, "density"));
     EXPECT_FALSE(std::filesystem::exists(log("result_model.txt")));
     settings.c_eigen_shift = 1e5;  // so far above the wanted modes that double precision cannot tell them
-    EXPECT_EQ(run(EigenMethod::lanczos, model(3, part, foot)).status, RunStatus::failed);
+    EXPECT_EQ(run(analyse_eigen_lanczos, model_text(3, part, foot)).status, RunStatus::failed);
 }
 
 // The printed coefficients are those of A = Wᵀ (K - σM)⁻¹ W from the vector of equal components:
 // recomputed here with dense matrices and the plain recurrence.
 TEST_F(EigenAnalysis, LanczosPrintsTheCoefficientsOfTheOperator) {
-    run_complete(EigenMethod::lanczos, model(2, rect("a", "1 1 1", "1 1 2"), foot));
+    run_complete(analyse_eigen_lanczos, model_text(2, rect("a", "1 1 1", "1 1 2"), foot));
     std::vector<double> alpha, beta;
     double shift = 0;
-    std::istringstream lines(console_.lines.substr(console_.lines.find("Shift K sparse complete")));
+    std::istringstream lines(said.lines.substr(said.lines.find("Shift K sparse complete")));
     for (std::string line; std::getline(lines, line);) {
         int j;
         double a, b;
@@ -270,9 +273,11 @@ TEST_F(EigenAnalysis, LanczosPrintsTheCoefficientsOfTheOperator) {
     }
     ASSERT_GE(alpha.size(), 4u);
     // dense K and M of the free degrees of freedom, through the product with unit vectors
-    LinearSystem system;
-    RunReport report;
-    ASSERT_TRUE(build_linear_system(store, settings, system, report));
+    AssembledSystem system;
+    kestralum::Run again;
+    Job job{model, settings, options, said, again};
+    ASSERT_TRUE(make_run_mesh(job, Renumbering::by_settings, system.freedoms) &&
+                assemble_system(job, system));
     const int n = system.km.rows();
     TNT::Array2D<double> K(n, n), M(n, n);
     std::vector<double> unit(n, 0.0), k(n), m(n);

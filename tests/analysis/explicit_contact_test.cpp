@@ -142,7 +142,7 @@ TEST_F(ExplicitContact, AStiffWallLowersTheStepThatIsPrinted) {
     // a corner node: m = 7800 · 1e-3 / 8
     EXPECT_NEAR(stable[1], 2 / std::sqrt(4 / (stable[0] * stable[0]) + 1e12 / (7800 * 1e-3 / 8)),
                 1e-3 * stable[1]);
-    EXPECT_TRUE(contains(console_.notices, "is above the stable step"));
+    EXPECT_TRUE(contains(said.notices, "is above the stable step"));
 }
 
 // Two equal bars meet face on: they exchange their speeds; the momentum of both stays to rounding.
@@ -181,7 +181,7 @@ TEST_F(ExplicitContact, ContactMakesNoEnergy) {
                  "B part x -10 0 0 0 0 0 0 %" +
                      pair);
             ASSERT_TRUE(begin());
-            store.control.d_time = part_of_step * state->d_time;
+            model.control.d_time = part_of_step * state->d_time;
             run();
             const double start = history(0, "kinetic");
             std::printf("    onto %s, d_time %.2e: contact %+.2f %% of the energy\n", cells, state->d_time,
@@ -244,15 +244,15 @@ TEST_F(ExplicitContact, WhatKeepsContactFromActingIsSaid) {
     const std::string control = "end_time 1e-6 RIGID_WALL W plane +x 0 0 0 0 0.5 0.5 0 0 0 0 0 0 0 %" + pair;
     read(two_parts("1000 1e9 0", rect("A", "1 1 1", "1 1 1"), "1 1 1", "1 1 1", "1 0 0"), control);
     ASSERT_TRUE(begin());
-    EXPECT_TRUE(contains(console_.notices, "contact HIT: parts A and B have 4 nodes in common"));
-    EXPECT_TRUE(contains(console_.notices, "4 nodes lie behind a wall at the start"));
-    EXPECT_TRUE(contains(console_.lines, "Nnode_s=12\nNtri_s=20\n"));
-    console_.lines.clear();
+    EXPECT_TRUE(contains(said.notices, "contact HIT: parts A and B have 4 nodes in common"));
+    EXPECT_TRUE(contains(said.notices, "4 nodes lie behind a wall at the start"));
+    EXPECT_TRUE(contains(said.lines, "Nnode_s=12\nNtri_s=20\n"));
+    said.lines.clear();
     read(two_parts("1000 1e9 0", rect("A", "1 1 1", "1 1 1"), "1 1 1", "1 1 1", "2 0 0"),
          replaced(control, "Element_contact on", "Element_contact off"));
     ASSERT_TRUE(begin());
-    EXPECT_TRUE(contains(console_.notices, "Element_contact is off"));
-    EXPECT_FALSE(contains(console_.lines, "Nnode_s="));
+    EXPECT_TRUE(contains(said.notices, "Element_contact is off"));
+    EXPECT_FALSE(contains(said.lines, "Nnode_s="));
 }
 
 // A square grid of cells on a disc with corners that are not flat: the circle's share grows outwards.
@@ -289,8 +289,9 @@ TEST_F(ExplicitContact, TaylorBar) {
         read_control(
             "end_time 80e-6 output_frequency 2000 Plastic on RIGID_WALL ANVIL plane +z 0 0 0 0.1 0 0 0 0 0 0 "
             "0 0 0 % INITIAL_VELOCITY BODY part z -227 0 0 0 0 0 0 %");
-        store.control.d_time = c.step;
-        run(2, {.probes = {}, .mean_dilatation = c.mean});
+        model.control.d_time = c.step;
+        options.mean_dilatation = c.mean;
+        run();
         double high = 0, low = 1, radius = 0;  // radius: mean of the foot's rim
         int rim = 0;
         for (std::size_t n = 0; n < state->x.size(); n += 4) {
@@ -319,13 +320,13 @@ TEST_F(ExplicitContact, ShippedModelsKeepTheirEnergy) {
          std::filesystem::directory_iterator(std::filesystem::path(KESTRALUM_SOURCE_DIR) / "data")) {
         const std::string name = entry.path().filename().string();
         if (!name.starts_with("explicit_") || entry.path().extension() != ".txt") continue;
-        store = placeholder_model();
-        store.model_file_name = entry.path().string();
-        ASSERT_TRUE(read_model_file(store, {}).ok) << name;
-        const AnalysisInfoReport control = read_analysis_info(store);
+        model = placeholder_model();
+        model.model_file_name = entry.path().string();
+        ASSERT_TRUE(read_input_file(model, {}, said).ok) << name;
+        const AnalysisInfoReport control = read_analysis_info_file(model, said);
         ASSERT_EQ(control.status, AnalysisInfoStatus::read) << name;
         EXPECT_TRUE(control.ended_at_end && control.remarks.notices.empty()) << name;
-        const RunReport done = run_explicit(store, analysis_settings());
+        const RunReport done = analyse(analyse_explicit, analysis_settings());
         EXPECT_EQ(done.status, RunStatus::done) << name;
         EXPECT_LT(std::abs(done.dynamics.drift), 0.01) << name;
         EXPECT_EQ(done.dynamics.steps, done.dynamics.time_num - 1) << name;

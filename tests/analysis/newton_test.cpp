@@ -109,7 +109,7 @@ TEST(Elastica, ASlenderCantileverBendsAsTheElasticaDoes) {
 TEST(NewtonAttempts, AnIncrementThatFailsIsStartedOnceMoreFromTheCommittedState) {
     FiniteProblem bent(box_mesh({{2, 2, 10}, {0.1, 0.1, 2}}, ElementKind::hexahedron),
                        material(1e9, 0.3, 1e6, 1e7), foot, 1e-10);
-    bent.options.limit = 2;
+    bent.newton.limit = 2;
     bent.start_with_traction({0, 2e4, 0});
     const IncrementReport report = bent.solver->advance(1, 1);
     EXPECT_FALSE(report.converged);
@@ -122,7 +122,7 @@ TEST(NewtonAttempts, AnIncrementThatFailsIsStartedOnceMoreFromTheCommittedState)
     FiniteProblem torn(
         box_mesh({{1, 1, 2}, {0.1, 0.1, 0.4}}, ElementKind::hexahedron), material(1e9, 0.3, 1e6, 0),
         [](const double* x, int c) { return x[c] < 1e-12; }, 1e-10);
-    torn.options.limit = 30;
+    torn.newton.limit = 30;
     torn.start_with_traction({0, 0, 2e6});
     ASSERT_TRUE(torn.solver->advance(1, 0.4).converged);
     const std::vector<double> u = torn.body.u;

@@ -61,28 +61,26 @@ class NonlinearAnalysis : public testing::AnalysisTest {
 protected:
     RunReport run(const std::string& text, double yield = 0, double hardening = 0) {
         read(text, yield, hardening);
-        return run_nonlinear(store, settings, options);
+        return analyse(analyse_nonlinear, settings);
     }
     void read(const std::string& text, double yield = 0, double hardening = 0) {
         AnalysisTest::read(text);
-        for (Material& m : store.materials) {
+        for (Material& m : model.materials) {
             m.yield_stress = yield;
             m.hardening = hardening;
         }
     }
     Settings settings = analysis_settings();
-    NonlinearOptions options;
 };
 
 // A clamped bar of 1 × 0.2 × 0.1 m with `force` at its end.
 std::string bar(double force, int steps, int iterations = 50, char axis = 'y',
                 const std::string& part = testing::rect("BAR", "0.2 0.1 1", "2 2 10")) {
-    return testing::ModelText{
-        .material = "8000 200e9 0.3",
-        .parts = part,
-        .supports = "FIX plane z 0 0 0 0 0 0",
-        .forces = console::format("PULL area %c %.17g 0 0.2 0 0.1 1 1", axis, force),
-        .others = console::format("step_num %d %%\niteration %d %%\n", steps, iterations)};
+    return testing::ModelText{.material = "8000 200e9 0.3",
+                              .parts = part,
+                              .supports = "FIX plane z 0 0 0 0 0 0",
+                              .forces = formatted("PULL area %c %.17g 0 0.2 0 0.1 1 1", axis, force),
+                              .others = formatted("step_num %d %%\niteration %d %%\n", steps, iterations)};
 }
 
 TEST_F(NonlinearAnalysis, ASmallLoadGivesTheLinearResultFile) {
@@ -91,25 +89,25 @@ TEST_F(NonlinearAnalysis, ASmallLoadGivesTheLinearResultFile) {
         read(bar(1e-3, 1, 50, 'y',
                  kind == ElementKind::hexahedron ? hexahedra
                                                  : vol("BAR", box_mesh({{2, 2, 10}, {0.2, 0.1, 1}}, kind))));
-        ModelStore linear = store;
         settings.nl_conv = 1e-6;
         settings.ordering_type = "LMAX";  // the same numbers
-        const RunReport report = run_nonlinear(store, settings);
+        const RunReport report = analyse(analyse_nonlinear, settings);
         testing::expect_done(report);
         EXPECT_EQ(report.nonlinear.increments.at(0).iterations, 1);
-        testing::expect_done(run_static(linear, settings));
-        ASSERT_EQ(store.mesh.coordinates, linear.mesh.coordinates);
+        const kestralum::Run nonlinear = result;
+        testing::expect_done(analyse(analyse_static, settings));
+        ASSERT_EQ(result.mesh.coordinates, nonlinear.mesh.coordinates);
         const auto compare = [&](const auto& a, const auto& b, int group, double tolerance) {
             double size = 0, error = 0;
-            for (int k = group * store.mesh.dof_num; k < (group + 1) * store.mesh.dof_num; ++k) {
+            for (int k = group * result.mesh.dof_num(); k < (group + 1) * result.mesh.dof_num(); ++k) {
                 size = std::max(size, std::abs(b[k]));
                 error = std::max(error, std::abs(a[k] - b[k]));
             }
             EXPECT_LT(error, tolerance * size);
         };
-        compare(store.results.mode_vec, linear.results.mode_vec, 0, 1e-8);
+        compare(nonlinear.results[0]->mode_vec, frame().mode_vec, 0, 1e-8);
         for (int group = 0; group < 4; ++group)
-            compare(store.results.node_stress, linear.results.node_stress, group, 1e-7);
+            compare(nonlinear.results[0]->node_stress, frame().node_stress, group, 1e-7);
         for (int c = 0; c < 3; ++c) EXPECT_NEAR(report.reaction[c], -report.applied[c], 1e-9 * 1e-3);
     }
 }
@@ -119,27 +117,28 @@ TEST_F(NonlinearAnalysis, EveryIncrementIsAFrameInAllFilesAndTheThreadsDoNotShow
     settings.n_threads = 1;
     const RunReport report = run(bar(4e5, 4), 250e6, 2e9);
     testing::expect_done(report);
-    ASSERT_EQ(store.results.mode_num(), 4);
-    EXPECT_EQ(store.results.n_freq, (std::vector<double>{0.25, 0.5, 0.75, 1}));
+    ASSERT_EQ(result.mode_num(), 4);
+    for (int k = 0; k < 4; ++k) EXPECT_EQ(frame(k).n_freq, 0.25 * (k + 1));
     EXPECT_GT(report.nonlinear.increments.back().plastic_share, 0.01);
     EXPECT_EQ(report.nonlinear.increments.front().plastic_share, 0);
-    const std::string names[] = {"result_model.txt", "history_model.csv", "Q.txt", "integ_stress.txt"};
+    const std::string names[] = {"result_model.txt", "history_nonlinear_model.csv", "Q.txt",
+                                 "integ_stress.txt"};
     std::map<std::string, std::string> files;
     for (const auto& name : names) files[name] = file(name);
     const auto lines = [&](const std::string& name) {
         return std::count(files[name].begin(), files[name].end(), '\n');
     };
-    EXPECT_EQ(lines("history_model.csv"), 5);
+    EXPECT_EQ(lines("history_nonlinear_model.csv"), 5);
     EXPECT_EQ(lines("Q.txt"), report.free_dofs);
     EXPECT_EQ(lines("integ_stress.txt"), 40 * 8);
     EXPECT_TRUE(files["integ_stress.txt"].starts_with("[1][0]:"));
-    EXPECT_TRUE(testing::contains(files["history_model.csv"], ",uy_node"));
+    EXPECT_TRUE(testing::contains(files["history_nonlinear_model.csv"], ",uy_node"));
     settings.n_threads = 2;
     run(bar(4e5, 4), 250e6, 2e9);
     for (const auto& name : names) EXPECT_TRUE(name == names[1] || files[name] == file(name)) << name;
-    ModelStore again = placeholder_model();
-    ASSERT_TRUE(read_result_file("log\\result_model.txt", again));
-    EXPECT_EQ(again.results.mode_num(), 4);
+    const auto again = read_result_file("log\\result_model.txt", folder.file("log"), said);
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->run.mode_num(), 4);
 }
 
 TEST_F(NonlinearAnalysis, ALooseToleranceConvergesInOneIterationAndTheLinesComeInOrder) {
@@ -147,29 +146,29 @@ TEST_F(NonlinearAnalysis, ALooseToleranceConvergesInOneIterationAndTheLinesComeI
     const RunReport report = run(bar(4e5, 3), 250e6, 2e9);
     ASSERT_EQ(report.nonlinear.increments.size(), 3u);
     for (const IncrementReport& increment : report.nonlinear.increments) EXPECT_EQ(increment.iterations, 1);
-    testing::expect_in_order(console_.lines, {"element_type=0\n",
-                                              "diag_num=",
-                                              "Boundary Condition",
-                                              "Dmat",
-                                              "########## Force Iteration: 1 ##########\n",
-                                              "########## Iteration: 0, 1/3 ##########\n",
-                                              "Calculate K sparse Complete\n",
-                                              "Kmat Time:  ",
-                                              "Force Vector\n",
-                                              "Force Vector Complete\n",
-                                              "K_F_Rigid Time:  ",
-                                              "cal_QF Time:  ",
-                                              "Q Rigid Transformaion\n",
-                                              "Q_Rigid Time:  ",
-                                              "Static Analysis Start\n",
-                                              "[L] division:1\n",
-                                              "LU K_sparse\n",
-                                              "LU K_sparse complete\n",
-                                              "cal_stress Time:  ",
-                                              "Q:",
-                                              "du[0]:",
-                                              "########## Force Iteration: 2 ##########\n",
-                                              "NLstatic Analysis Time:  "});
+    testing::expect_in_order(said.lines, {"element_type=0\n",
+                                          "diag_num=",
+                                          "Boundary Condition",
+                                          "Dmat",
+                                          "########## Force Iteration: 1 ##########\n",
+                                          "########## Iteration: 0, 1/3 ##########\n",
+                                          "Calculate K sparse Complete\n",
+                                          "Kmat Time:  ",
+                                          "Force Vector\n",
+                                          "Force Vector Complete\n",
+                                          "K_F_Rigid Time:  ",
+                                          "cal_QF Time:  ",
+                                          "Q Rigid Transformaion\n",
+                                          "Q_Rigid Time:  ",
+                                          "Static Analysis Start\n",
+                                          "[L] division:1\n",
+                                          "LU K_sparse\n",
+                                          "LU K_sparse complete\n",
+                                          "cal_stress Time:  ",
+                                          "Q:",
+                                          "du[0]:",
+                                          "########## Force Iteration: 2 ##########\n",
+                                          "NLstatic Analysis Time:  "});
 }
 
 TEST_F(NonlinearAnalysis, AnUnconvergedIncrementStopsOrGoesOnAsTheSettingsSay) {
@@ -178,7 +177,7 @@ TEST_F(NonlinearAnalysis, AnUnconvergedIncrementStopsOrGoesOnAsTheSettingsSay) {
     EXPECT_EQ(stopped.status, RunStatus::failed);
     ASSERT_EQ(stopped.nonlinear.increments.size(), 1u);
     EXPECT_EQ(stopped.nonlinear.increments[0].iterations, 3);
-    EXPECT_EQ(store.results.mode_num(), 1);
+    EXPECT_EQ(result.mode_num(), 1);
     EXPECT_TRUE(stopped.written);
     settings.nl_static = 1;
     const RunReport all = run(bar(1e5, 3, 3));
@@ -195,20 +194,21 @@ TEST_F(NonlinearAnalysis, ADivergenceKeepsTheFramesBeforeIt) {
     EXPECT_EQ(report.status, RunStatus::failed);
     ASSERT_GE(report.nonlinear.increments.size(), 2u);
     EXPECT_LT(report.nonlinear.increments.size(), 4u);
-    EXPECT_EQ(store.results.mode_num(), report.nonlinear.increments.size());
+    EXPECT_EQ(result.mode_num(), report.nonlinear.increments.size());
     EXPECT_TRUE(report.written);
-    for (double u : store.results.mode_vec) ASSERT_TRUE(std::isfinite(u));
+    for (const auto& reached : result.results)
+        for (double u : reached->mode_vec) ASSERT_TRUE(std::isfinite(u));
     EXPECT_FALSE(report.remarks.errors.empty());
 }
 
 TEST_F(NonlinearAnalysis, WrongMaterialsAndHugeCountsAreRefused) {
     EXPECT_EQ(run(bar(1, 1), 250e6, -1e9).status, RunStatus::bad_input);
     read(bar(1, 1));
-    store.materials[0].poisson = 0.5;
-    EXPECT_EQ(run_nonlinear(store, settings).status, RunStatus::bad_input);
+    model.materials[0].poisson = 0.5;
+    EXPECT_EQ(analyse(analyse_nonlinear, settings).status, RunStatus::bad_input);
     read(bar(1, 1));
-    store.mode_count = 2000000000;
-    EXPECT_EQ(run_nonlinear(store, settings).status, RunStatus::bad_input);
+    model.mode_count = 2000000000;
+    EXPECT_EQ(analyse(analyse_nonlinear, settings).status, RunStatus::bad_input);
 }
 
 // A plastic bar loaded at once, damped so that its displacement only rises, comes to rest where the nonlinear
@@ -219,12 +219,12 @@ TEST_F(NonlinearAnalysis, AnExplicitRunDampedToRestAgreesWithinOnePercent) {
     testing::expect_done(report);
     const double rest = report.largest_displacement.value;
     read(text, 250e6, 40e9);
-    store.control.d_time = 0;  // 0.9 of the stable step
-    store.control.end_time = 0.08;
-    store.control.output_frequency = 1000;
-    store.control.c_alfa = 0.12;
-    store.control.plastic = true;
-    const RunReport dynamic = run_explicit(store, settings);
+    model.control.d_time = 0;  // 0.9 of the stable step
+    model.control.end_time = 0.08;
+    model.control.output_frequency = 1000;
+    model.control.c_alfa = 0.12;
+    model.control.plastic = true;
+    const RunReport dynamic = analyse(analyse_explicit, settings);
     testing::expect_done(dynamic);
     EXPECT_GT(dynamic.dynamics.energies.plastic, 0);
     EXPECT_LT(dynamic.dynamics.energies.kinetic, 1e-6 * dynamic.dynamics.energies.internal);

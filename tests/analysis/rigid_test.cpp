@@ -99,9 +99,9 @@ TEST_F(RigidAnalysis, TwoBlocksOnSpringsHaveTheFrequenciesOfTheirTwelveByTwelveM
     add_block(M, 6, 1000, {0.2, 0.3, 0.5}, {0.6 - 0.55, 0.2 - 0.2, 0.15 - 0.3});
     const std::vector<double> lambda =
         eigenvalues(spring_matrix({0.2, 0.1, 0.25}, {3e6, 2e6, 5e6, 4e4, 6e4, 3e4}), M);
-    for (const EigenMethod method : {EigenMethod::subspace, EigenMethod::lanczos}) {
+    for (const Analyse method : {analyse_eigen_subspace, analyse_eigen_lanczos}) {
         ASSERT_TRUE(read(std::string(two_blocks) + "END\n"));
-        const RunReport report = run_eigen(store, analysis_settings(), method);
+        const RunReport report = analyse(method, analysis_settings());
         ASSERT_EQ(report.status, RunStatus::done)
             << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
         ASSERT_EQ(report.modes.size(), 12u);
@@ -119,12 +119,12 @@ TEST_F(RigidAnalysis, TwoBlocksOnSpringsMoveAsTheirStiffnessSays) {
         "boundary_condition\nFIX plane x 0 0 0 0 0 0\n%\nrigid_force\nF B y 700\nG B rz 50\nN B n "
         "1\n%\nEND\n";
     ASSERT_TRUE(read(std::string(two_blocks) + more));
-    const RunReport report = run_static(store, analysis_settings());
+    const RunReport report = analyse(analyse_static, analysis_settings());
     ASSERT_EQ(report.status, RunStatus::bad_input);  // a whole block has no mean outward normal
     ASSERT_TRUE(
         read(std::string(two_blocks) +
              "boundary_condition\nFIX plane x 0 0 0 0 0 0\n%\nrigid_force\nF B y 700\nG B rz 50\n%\nEND\n"));
-    const RunReport held = run_static(store, analysis_settings());
+    const RunReport held = analyse(analyse_static, analysis_settings());
     ASSERT_EQ(held.status, RunStatus::done) << (held.remarks.errors.empty() ? "" : held.remarks.errors[0]);
     // block B alone: K22 q = F by Gauss-Jordan
     const Matrix K = spring_matrix({0.2, 0.1, 0.25}, {3e6, 2e6, 5e6, 4e4, 6e4, 3e4});
@@ -158,11 +158,11 @@ TEST_F(RigidAnalysis, AnAreaForceOnARigidBlockActsAtTheMiddleOfTheArea) {
     for (const char* load : {"apply_force\nP area y 700 0.7 0.7 0.05 0.35 -0.1 0.4\n%\nEND\n",
                              "rigid_force\nF B y 700\nX B rx 105\nZ B rz 105\n%\nEND\n"}) {
         ASSERT_TRUE(read(std::string(two_blocks) + fix + load));
-        const RunReport report = run_static(store, analysis_settings());
+        const RunReport report = analyse(analyse_static, analysis_settings());
         ASSERT_EQ(report.status, RunStatus::done)
             << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
         EXPECT_NEAR(report.applied[1], 700, 1e-9);
-        moved[k++] = store.results.mode_vec;
+        moved[k++] = frame().mode_vec;
     }
     for (std::size_t d = 0; d < moved[0].size(); ++d) ASSERT_NEAR(moved[0][d], moved[1][d], 1e-11);
 }
@@ -170,22 +170,22 @@ TEST_F(RigidAnalysis, AnAreaForceOnARigidBlockActsAtTheMiddleOfTheArea) {
 TEST_F(RigidAnalysis, TheCheckSeesWhatRigidRecordsHoldTogether) {
     const std::string fix = "boundary_condition\nFIX plane x 0 0 0 0 0 0\n%\n", blocks = two_blocks;
     ASSERT_TRUE(read(blocks + fix + "END\n"));
-    const ModelCheck joined = check_model(store, analysis_settings());
+    const ModelCheck joined = check_model(model, analysis_settings(), said);
     EXPECT_EQ(joined.bodies.size(), 1u);
     EXPECT_TRUE(joined.remarks.notices.empty()) << joined.remarks.notices[0];
     EXPECT_EQ(joined.rigid_members, (std::vector<std::int32_t>{12, 18}));
-    EXPECT_EQ(joined.free_dofs, run_static(store, analysis_settings()).free_dofs)
+    EXPECT_EQ(joined.free_dofs, analyse(analyse_static, analysis_settings()).free_dofs)
         << "members have no rows of their own";
 
     ASSERT_TRUE(read(blocks.substr(0, blocks.find("rigid_combine")) + fix + "END\n"));
-    const ModelCheck loose = check_model(store, analysis_settings());
+    const ModelCheck loose = check_model(model, analysis_settings(), said);
     EXPECT_EQ(loose.bodies.size(), 2u);
     ASSERT_EQ(loose.remarks.notices.size(), 1u);
     EXPECT_EQ(loose.remarks.notices[0], "body 2 (part B): no support holds it");
 
     ASSERT_TRUE(read(blocks + fix + "END\n"));
-    store.rigid_elements[1].region = {9, 10, 9, 10, 9, 10};
-    const ModelCheck empty = check_model(store, analysis_settings());
+    model.rigid_elements[1].region = {9, 10, 9, 10, 9, 10};
+    const ModelCheck empty = check_model(model, analysis_settings(), said);
     ASSERT_FALSE(empty.remarks.notices.empty());
     EXPECT_EQ(empty.remarks.notices[0], "rigid element B: no node of its own in its region");
 }
@@ -193,7 +193,7 @@ TEST_F(RigidAnalysis, TheCheckSeesWhatRigidRecordsHoldTogether) {
 // A square cantilever, 0.1 × 0.1 × 2 m, ν = 0; its end face may be rigid, or led by a rigid face through
 // stiff springs.
 std::string cantilever(const std::string& rigid, int cells = 4, const char* extra_part = "") {
-    return console::format(
+    return formatted(
         "material_info\nM 8000 200e9 0\n%%\nmode_num 4 %%\npart_info\nBEAM blue M RECT 0.1 0.1 2 0 0 0 %d %d "
         "%d 0 0 0 0 0 0 0 0 0\n%s%%\n"
         "boundary_condition\nFIX plane z 0 0 0 0 0 0\n%%\nrigid_element\nEND_FACE area 0.05 0.05 2 0 0.1 0 "
@@ -205,8 +205,8 @@ TEST_F(RigidAnalysis, ACantileverBendsAndTwistsAsItsRigidEndIsLoaded) {
     const double E = 200e9, G = E / 2, a = 0.1, L = 2, I = a * a * a * a / 12, J = 0.1406 * a * a * a * a;
     const double kappa = 10.0 / 12;  // Cowper (1966)
     const auto end_motion = [&](const char* force) {
-        EXPECT_TRUE(read(cantilever(console::format("%%\nrigid_force\nF END_FACE %s\n%%\nEND\n", force))));
-        const RunReport report = run_static(store, analysis_settings());
+        EXPECT_TRUE(read(cantilever(formatted("%%\nrigid_force\nF END_FACE %s\n%%\nEND\n", force))));
+        const RunReport report = analyse(analyse_static, analysis_settings());
         EXPECT_EQ(report.status, RunStatus::done);
         EXPECT_LT(report.residual, 1e-8);
         return std::pair(displacement(0, 0, 2), displacement(0.1, 0.1, 2));
@@ -223,7 +223,7 @@ TEST_F(RigidAnalysis, ACantileverBendsAndTwistsAsItsRigidEndIsLoaded) {
                                    std::pair{"0.05 0.05 2 0 0.1 0 0.1 2 2", "0.05 0.05 4 0 0.1 0 0.1 4 4"}})
         shaft.replace(shaft.find(from), std::string(from).size(), to);
     ASSERT_TRUE(read(shaft));
-    ASSERT_EQ(run_static(store, analysis_settings()).status, RunStatus::done);
+    ASSERT_EQ(analyse(analyse_static, analysis_settings()).status, RunStatus::done);
     const double turn = (displacement(0.1, 0.1, 4)[1] - displacement(0, 0, 4)[1]) / a;
     EXPECT_NEAR(turn, 2 * 1000 * L / (G * J), 0.01 * 2 * 1000 * L / (G * J));
     RecordProperty("theta_over_ML_EI",
@@ -237,7 +237,7 @@ TEST_F(RigidAnalysis, ACantileverBendsAndTwistsAsItsRigidEndIsLoaded) {
                         "1e13 1e13 1e13 1e12 1e12 1e12\n%\n"
                         "rigid_force\nF HEAD rz 1000\nM HEAD rx 1000\n%\nEND\n",
                         4, block)));
-    ASSERT_EQ(run_static(store, analysis_settings()).status, RunStatus::done);
+    ASSERT_EQ(analyse(analyse_static, analysis_settings()).status, RunStatus::done);
     EXPECT_NEAR(displacement(0.1, 0.1, 2)[1] - displacement(0, 0, 2)[1],
                 twist.second[1] - twist.first[1] + bend.second[1] - bend.first[1], 1e-6 * 1e-4);
     EXPECT_NEAR(displacement(0.1, 0.1, 2)[2] - displacement(0, 0, 2)[2], bend.second[2] - bend.first[2],
@@ -250,21 +250,21 @@ TEST_F(RigidAnalysis, AFreeBodyWithRigidFacesKeepsSixZeroModesAndAStifferFirstFr
                  text.find("rigid_element") - text.find("boundary_condition"), "");
     text.replace(text.find("mode_num 4"), 10, "mode_num 9");
     double first[2];
-    for (const EigenMethod method : {EigenMethod::subspace, EigenMethod::lanczos}) {
+    for (const Analyse method : {analyse_eigen_subspace, analyse_eigen_lanczos}) {
         ASSERT_TRUE(read(text));
-        const RunReport report = run_eigen(store, analysis_settings(), method);
+        const RunReport report = analyse(method, analysis_settings());
         ASSERT_EQ(report.status, RunStatus::done)
             << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
         EXPECT_EQ(std::count_if(report.modes.begin(), report.modes.end(),
                                 [](const ModeReport& m) { return m.zero; }),
                   6);
         EXPECT_EQ(report.modes_found, report.modes_counted);
-        first[method == EigenMethod::lanczos] = report.modes[6].frequency;
+        first[method == analyse_eigen_lanczos] = report.modes[6].frequency;
     }
     EXPECT_NEAR(first[0], first[1], 1e-7 * first[0]);
     text.erase(text.find("rigid_element"), text.find("%\nEND") + 2 - text.find("rigid_element"));
     ASSERT_TRUE(read(text));
-    const RunReport loose = run_eigen(store, analysis_settings(), EigenMethod::subspace);
+    const RunReport loose = analyse(analyse_eigen_subspace, analysis_settings());
     EXPECT_GE(first[0], (1 - 1e-9) * loose.modes[6].frequency);
     EXPECT_LT(first[0], 1.05 * loose.modes[6].frequency);
 }
@@ -276,12 +276,12 @@ TEST_F(RigidAnalysis, SupportedMembersLeaveTheMotionsAboutThem) {
         text.replace(text.find("FIX plane z 0 0 0 0 0 0"), 23, support);
         text.replace(text.find("0 0.1 0 0.1 2 2"), 15, region);
         EXPECT_TRUE(read(text));
-        const NodeElements around = elements_of_nodes(store.mesh);
-        std::int32_t fn = store.mesh.dof_num;
+        const NodeElements around = elements_of_nodes(model.mesh);
+        std::int32_t fn = model.mesh.dof_num();
         const DofNumbering numbering =
-            apply_boundary_conditions(store.boundary_conditions, store.mesh, around, fn);
+            apply_boundary_conditions(model.boundary_conditions, model.mesh, around, fn, said);
         const RigidSystem rigid =
-            build_rigid_system(store.rigid_elements, store.mesh, around, numbering.fixed_nodes);
+            build_rigid_system(model.rigid_elements, model.mesh, around, numbering.fixed_nodes);
         EXPECT_EQ(rigid.error, "");
         return rigid;
     };
@@ -303,7 +303,7 @@ TEST_F(RigidAnalysis, SupportedMembersLeaveTheMotionsAboutThem) {
         std::string text = cantilever("%\nrigid_force\nM END_FACE rx 100\n%\nEND\n", 2);
         text.insert(text.find("rigid_element") - 2, std::string(support) + "\n");
         ASSERT_TRUE(read(text));
-        const RunReport report = run_static(store, analysis_settings());
+        const RunReport report = analyse(analyse_static, analysis_settings());
         EXPECT_EQ(report.status, RunStatus::done) << support;
         EXPECT_NE(displacement(0.1, 0.1, 2)[2], 0) << support;
         EXPECT_EQ(displacement(0, 0, 2), (std::array<double, 3>{0, 0, 0})) << support;
@@ -315,17 +315,17 @@ TEST_F(RigidAnalysis, SupportedMembersLeaveTheMotionsAboutThem) {
 TEST_F(RigidAnalysis, SharedNodesAndEmptyElementsAreTold) {
     ASSERT_TRUE(
         read(cantilever("SIDE area 0 0 0 0 0 0 0.1 1.5 2\n%\nEND\n", 2)));  // shares the edge x = 0, z = 2
-    RunReport report = run_static(store, analysis_settings());
+    RunReport report = analyse(analyse_static, analysis_settings());
     EXPECT_EQ(report.status, RunStatus::done);
     EXPECT_TRUE(
         std::any_of(report.remarks.notices.begin(), report.remarks.notices.end(),
                     [](const std::string& n) { return n.find("share 3 nodes") != std::string::npos; }));
     ASSERT_TRUE(read(cantilever("TWIN area 0 0 0 0 0.1 0 0.1 1.9 2\n%\nEND\n", 2)));
-    report = run_static(store, analysis_settings());
+    report = analyse(analyse_static, analysis_settings());
     EXPECT_EQ(report.status, RunStatus::bad_input);
     EXPECT_NE(report.remarks.errors.at(0).find("END_FACE and TWIN"), std::string::npos);
     ASSERT_TRUE(read(cantilever("VOID area 0 0 0 5 6 5 6 5 6\n%\nEND\n", 2)));
-    report = run_static(store, analysis_settings());
+    report = analyse(analyse_static, analysis_settings());
     EXPECT_EQ(report.status, RunStatus::bad_input);
     EXPECT_NE(report.remarks.errors.at(0).find("VOID"), std::string::npos);
     // a body that only a hinge holds
@@ -333,7 +333,7 @@ TEST_F(RigidAnalysis, SharedNodesAndEmptyElementsAreTold) {
     text.replace(text.find("boundary_condition"),
                  text.find("rigid_element") - text.find("boundary_condition"), "");
     ASSERT_TRUE(read(text));
-    report = run_static(store, analysis_settings());
+    report = analyse(analyse_static, analysis_settings());
     EXPECT_EQ(report.status, RunStatus::failed);
     EXPECT_NE(report.remarks.errors.at(0).find("END_FACE"), std::string::npos);
 }
@@ -344,7 +344,7 @@ TEST_F(RigidAnalysis, TheNormalIsThatOfTheFaceAndLostForcesAndMechanismsAreNamed
     std::string text = cantilever("%\nrigid_force\nN END_FACE n 1000\n%\nEND\n", 2);
     text.replace(text.find("0 0.1 0 0.1 2 2"), 15, "0 0.05 0 0.1 2 2");
     ASSERT_TRUE(read(text));
-    RunReport report = run_static(store, analysis_settings());
+    RunReport report = analyse(analyse_static, analysis_settings());
     ASSERT_EQ(report.status, RunStatus::done);
     EXPECT_NEAR(report.applied[0], 0, 1e-9);
     EXPECT_NEAR(report.applied[2], 1000, 1e-9);
@@ -352,17 +352,17 @@ TEST_F(RigidAnalysis, TheNormalIsThatOfTheFaceAndLostForcesAndMechanismsAreNamed
     text = cantilever("%\nrigid_force\nM END_FACE ry 1000\n%\nEND\n", 2);
     text.replace(text.find("0 0.1 0 0.1 2 2"), 15, "0 0 0 0.1 2 2");
     ASSERT_TRUE(read(text));
-    report = run_static(store, analysis_settings());
+    report = analyse(analyse_static, analysis_settings());
     EXPECT_TRUE(std::any_of(report.remarks.notices.begin(), report.remarks.notices.end(),
                             [](const std::string& n) { return n.find("is lost") != std::string::npos; }));
     // a reference point far off changes nothing
     text = cantilever("%\nrigid_force\nF END_FACE rx 10\n%\nEND\n", 2);
     ASSERT_TRUE(read(text));
-    ASSERT_EQ(run_static(store, analysis_settings()).status, RunStatus::done);
+    ASSERT_EQ(analyse(analyse_static, analysis_settings()).status, RunStatus::done);
     const auto near = displacement(0, 0, 2);
     text.replace(text.find("END_FACE area 0.05 0.05 2"), 25, "END_FACE area 5000 -9000 2");
     ASSERT_TRUE(read(text));
-    ASSERT_EQ(run_static(store, analysis_settings()).status, RunStatus::done);
+    ASSERT_EQ(analyse(analyse_static, analysis_settings()).status, RunStatus::done);
     for (std::size_t c = 0; c < 3; ++c)
         EXPECT_NEAR(displacement(0, 0, 2)[c], near[c], 1e-9 * std::abs(near[1]));
     // nothing holds it: every analysis that needs a support says so
@@ -372,18 +372,18 @@ TEST_F(RigidAnalysis, TheNormalIsThatOfTheFaceAndLostForcesAndMechanismsAreNamed
     ASSERT_TRUE(read(text));
     Settings settings = analysis_settings();
     settings.nl_conv = 1e-6;
-    report = run_nonlinear(store, settings);
+    report = analyse(analyse_nonlinear, settings);
     EXPECT_EQ(report.status, RunStatus::failed);
     EXPECT_NE(report.remarks.errors.at(0).find("the body is free"), std::string::npos);
     settings.nl_conv = 0;
-    EXPECT_EQ(run_nonlinear(store, settings).status, RunStatus::bad_input);
+    EXPECT_EQ(analyse(analyse_nonlinear, settings).status, RunStatus::bad_input);
     // one rigid block alone has six zero modes, by both methods
-    for (const EigenMethod method : {EigenMethod::subspace, EigenMethod::lanczos}) {
+    for (const Analyse method : {analyse_eigen_subspace, analyse_eigen_lanczos}) {
         ASSERT_TRUE(
             read("material_info\nM 1000 200e9 0.3\n%\nmode_num 6 %\npart_info\nA blue M RECT 1 1 1 0 0 0 1 1 "
                  "1 0 0 0 0 0 0 0 0 0\n%\n"
                  "rigid_element\nR area 0 0 0 0 1 0 1 0 1\n%\nEND\n"));
-        report = run_eigen(store, analysis_settings(), method);
+        report = analyse(method, analysis_settings());
         for (const ModeReport& mode : report.modes) EXPECT_LT(mode.frequency, 1e-3);
     }
 }
@@ -400,13 +400,14 @@ TEST(RigidNonlinear, AnEndPlateTurnedByAMomentRollsTheStripIntoAQuarterCircle) {
     plate.reference = {t / 2, t / 2, L};
     plate.region = {0, t, 0, t, L, L};
     const RigidSystem rigid =
-        build_rigid_system(std::span(&plate, 1), problem.mesh, problem.node_elements, {});
+        build_rigid_system(std::span(&plate, 1), problem.mesh, problem.freedoms.node_elements, {});
     RigidForce moment;
     moment.element = 0;
     moment.direction = RigidDirection::rx;
     moment.value = -pi / 2 * E * I / L;  // lifts the end towards +y
-    const NewtonBodies bodies{rigid, std::span(&moment, 1), {}};
-    problem.start({}, &bodies);
+    problem.freedoms.rigid = rigid;
+    problem.model.rigid_forces = {moment};
+    problem.start({});
     for (int k = 1; k <= 5; ++k) {
         const IncrementReport report = problem.solver->advance(k, 0.2 * k);
         ASSERT_TRUE(report.converged) << k;
@@ -439,19 +440,19 @@ TEST_F(RigidAnalysis, SmallLoadsOnRigidBodiesGiveTheLinearAnswer) {
         "rigid_force\nF HEAD y 1e-3\nM HEAD rz 1e-4\n%\nEND\n",
         2, block);
     ASSERT_TRUE(read(text));
-    store.mode_count = 1;
-    ModelStore linear = store;
+    model.mode_count = 1;
     Settings settings = analysis_settings();
     settings.nl_conv = 1e-5;
-    const RunReport report = run_nonlinear(store, settings);
+    const RunReport report = analyse(analyse_nonlinear, settings);
     ASSERT_EQ(report.status, RunStatus::done)
         << (report.remarks.errors.empty() ? "" : report.remarks.errors[0]);
-    ASSERT_EQ(run_static(linear, settings).status, RunStatus::done);
+    const kestralum::Run nonlinear = result;
+    ASSERT_EQ(analyse(analyse_static, settings).status, RunStatus::done);
     double largest = 0;
-    const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
-    for (std::size_t k = 0; k < dofs; ++k) largest = std::max(largest, std::abs(linear.results.mode_vec[k]));
+    const auto dofs = static_cast<std::size_t>(result.mesh.dof_num());
+    for (std::size_t k = 0; k < dofs; ++k) largest = std::max(largest, std::abs(frame().mode_vec[k]));
     for (std::size_t k = 0; k < dofs; ++k)
-        ASSERT_NEAR(store.results.mode_vec[k], linear.results.mode_vec[k], 1e-6 * largest);
+        ASSERT_NEAR(nonlinear.results[0]->mode_vec[k], frame().mode_vec[k], 1e-6 * largest);
     for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(report.reaction[c], -report.applied[c], 1e-8);
     EXPECT_NEAR(report.applied[1], 1e-3, 1e-12);
 }
@@ -462,7 +463,7 @@ TEST(RigidSprings, ResistWithTheGradientOfTheirEnergyAtLargeRotations) {
         RigidBody body;
         body.reference = {0.3 * b, 0.1, -0.2 * b};
         body.pivot = {0.1, 0.2 * b, 0};
-        for (std::size_t c = 0; c < 6; ++c) body.motions.emplace_back()[c] = 1;
+        for (std::size_t c = 0; c < 6; ++c) body.motions.add()[c] = 1;
         body.first = 6 * b;
         system.bodies.push_back(body);
     }

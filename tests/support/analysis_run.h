@@ -1,4 +1,4 @@
-// Analyses of models that are written as text: the settings, the store filled from the file, its results.
+// Analyses of models that are written as text: the settings, the model read from the file, its run.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -7,12 +7,12 @@
 #include <array>
 #include <cmath>
 
-#include "conditions/constraints.h"
+#include "analysis/analysis_table.h"
 #include "input/model_reader.h"
-#include "model/console.h"
-#include "model/model_store.h"
-#include "model/run_report.h"
+#include "model/format.h"
+#include "model/selection.h"
 #include "support/box_mesh.h"
+#include "support/collected.h"
 #include "support/temp_folder.h"
 #include "support/text_checks.h"
 
@@ -62,11 +62,17 @@ inline void expect_in_order(const std::string& text, std::initializer_list<const
 class AnalysisTest : public ::testing::Test {
 protected:
     bool read(const std::string& text) {
-        store = placeholder_model();
-        store.model_file_name = folder.write("model.txt", text);
-        const ModelReadReport input = read_model_file(store, {});
+        model = placeholder_model();
+        model.model_file_name = folder.write("model.txt", text);
+        const ModelReadReport input = read_input_file(model, {}, said);
         for (const auto& error : input.remarks.errors) ADD_FAILURE() << error;
         return input.ok;
+    }
+    // Runs an analysis of the model into `result`; its report.
+    RunReport analyse(Analyse analysis, const Settings& settings = analysis_settings()) {
+        options.log_folder = folder.file("log");
+        result = analysis(model, settings, options, said);
+        return result.report;
     }
     // The record of a part whose mesh, of tetrahedra, comes from a file; `turn`: its angles.
     std::string vol(const std::string& name, const Mesh& mesh, const std::string& turn = "0 0 0") {
@@ -75,13 +81,14 @@ protected:
     }
     std::size_t node_at(double x, double y, double z) const {
         const std::array<double, 3> place{x, y, z};
-        const std::size_t n = nearest_node(store.mesh, elements_of_nodes(store.mesh), place);
-        for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(store.mesh.coordinates[3 * n + c], place[c], 1e-6);
+        const std::size_t n = nearest_node(result.mesh, elements_of_nodes(result.mesh), place);
+        for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(result.mesh.coordinates[3 * n + c], place[c], 1e-6);
         return n;
     }
+    const Frame& frame(std::size_t k = 0) const { return *result.results.at(k); }
     // Of the first frame.
     std::array<double, 3> displacement(double x, double y, double z) const {
-        const double* u = &store.results.mode_vec[3 * node_at(x, y, z)];
+        const double* u = &frame().mode_vec[3 * node_at(x, y, z)];
         return {u[0], u[1], u[2]};
     }
     // Prints the figure with what it should be; `tolerance` is relative.
@@ -92,9 +99,11 @@ protected:
     std::filesystem::path log(const std::string& name) const { return folder.path() / "log" / name; }
     std::string file(const std::string& name) const { return read_file(log(name)); }
 
-    console::Capture console_;
+    Collected said;
     TempFolder folder;
-    ModelStore store;
+    Model model;
+    RunOptions options;
+    kestralum::Run result;
 };
 
 inline void expect_done(const RunReport& report) {

@@ -9,7 +9,7 @@
 
 #include "elements/elasticity.h"
 #include "elements/stresses.h"
-#include "model/model_store.h"
+#include "model/mesh.h"
 #include "solver/ldl.h"
 #include "solver/sparse.h"
 
@@ -32,9 +32,10 @@ struct Solution {
 
 inline SparseKM assemble(const Mesh& mesh, const Material& material, const Elasticity& elasticity) {
     SparseKM km;
-    const NodeNeighbours neighbours = neighbours_of_nodes(mesh, elements_of_nodes(mesh));
-    count_overlap(neighbours, km);
-    build_index(neighbours, km);
+    SilentProgress silent;
+    const NodeNeighbours neighbours = neighbours_of_nodes(mesh, elements_of_nodes(mesh), silent);
+    count_overlap(neighbours, km, silent);
+    build_index(neighbours, km, silent);
     find_diagonals(km);
     const ElementType& type = element_type(mesh.element_type);
     assemble_km(
@@ -47,20 +48,21 @@ inline SparseKM assemble(const Mesh& mesh, const Material& material, const Elast
             for (int k = 0; k < type.nodes * type.nodes; ++k) me[k] *= material.density;
             return true;
         },
-        2, km);
+        2, km, silent);
     return km;
 }
 
-// The factor's files go to the log directory in force.
-inline Solution solve(const Problem& problem) {
+// The factor's files go to `log_folder`.
+inline Solution solve(const Problem& problem, const std::string& log_folder) {
+    SilentProgress silent;
     const Mesh& mesh = problem.mesh;
     Solution out;
     out.parts.resize(1);
-    out.elasticity = build_elasticity(std::span(&problem.material, 1));
+    out.elasticity = build_elasticity(std::span(&problem.material, 1), silent);
     SparseKM km = assemble(mesh, problem.material, out.elasticity);
-    out.u.assign(mesh.dof_num, 0.0);
-    std::vector<std::int32_t> map(mesh.dof_num, -1), free;
-    for (std::int32_t d = 0; d < mesh.dof_num; ++d) {
+    out.u.assign(mesh.dof_num(), 0.0);
+    std::vector<std::int32_t> map(mesh.dof_num(), -1), free;
+    for (std::int32_t d = 0; d < mesh.dof_num(); ++d) {
         const double* x = &mesh.coordinates[d / 3 * 3];
         if (problem.prescribed(x)) {
             if (d % 3 == 0) problem.displacement(x, &out.u[d]);
@@ -69,18 +71,19 @@ inline Solution solve(const Problem& problem) {
         map[d] = static_cast<std::int32_t>(free.size());
         free.push_back(d);
     }
-    std::vector<double> Ku(mesh.dof_num), rhs;
+    std::vector<double> Ku(mesh.dof_num()), rhs;
     multiply(km, km.K_value, out.u, Ku);
     for (std::int32_t d : free) rhs.push_back(-Ku[d]);
-    eliminate_fixed(map, km);
+    eliminate_fixed(map, km, silent);
     const Profile profile = make_profile(km);
-    SkylineFactor factor(profile, plan_divisions(profile, 1e9, 1, profile.max_height), {.threads = 2});
-    if (factor.factor_ldl(km, km.K_value) != FactorStatus::ok || !factor.solve_ldl(rhs)) {
-        out.u.assign(mesh.dof_num, std::nan(""));
+    SkylineFactor factor(profile, plan_divisions(profile, 1e9, 1, profile.max_height, silent),
+                         {.threads = 2, .log_folder = log_folder});
+    if (factor.factor_ldl(km, km.K_value, silent) != FactorStatus::ok || !factor.solve_ldl(rhs)) {
+        out.u.assign(mesh.dof_num(), std::nan(""));
         return out;
     }
     for (std::size_t k = 0; k < free.size(); ++k) out.u[free[k]] = rhs[k];
-    point_stresses(mesh, out.parts, out.elasticity, out.u, 2, out.points);
+    point_stresses(mesh, out.parts, out.elasticity, out.u, 2, out.points, silent);
     return out;
 }
 

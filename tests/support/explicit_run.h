@@ -4,6 +4,7 @@
 #include <cmath>
 #include <functional>
 
+#include "analysis/explicit/explicit_analysis.h"
 #include "analysis/explicit/explicit_state.h"
 #include "analysis/static/static_analysis.h"
 #include "input/analysis_info_reader.h"
@@ -19,32 +20,35 @@ protected:
         read_control(control);
     }
     void read_control(const std::string& control) {
-        store.model_file_name = folder.file("model.txt");
+        model.model_file_name = folder.file("model.txt");
         folder.write("model.ana", "x explicit " + control + " END");
-        const AnalysisInfoReport report_of_control = read_analysis_info(store);
+        const AnalysisInfoReport report_of_control = read_analysis_info_file(model, said);
         for (const auto& error : report_of_control.remarks.errors) ADD_FAILURE() << error;
     }
     // One part of one material on a mesh made in place.
     void make(const Mesh& mesh, const Material& material) {
-        store = placeholder_model();
-        store.materials = {material};
-        store.parts.assign(1, {});
-        store.parts[0].name = "BODY";
-        store.mesh = mesh;
+        model = placeholder_model();
+        model.materials = {material};
+        model.parts.assign(1, {});
+        model.parts[0].name = "BODY";
+        model.mesh = mesh;
     }
     // The set-up; steps follow with run_to().
-    bool begin(int threads = 2, const ExplicitOptions& options = {}) {
+    bool begin(int threads = 2) {
         state = std::make_unique<ExplicitState>();
-        report = {};
-        const bool done = set_up_explicit(store, analysis_settings(threads), options, *state, report);
+        settings = analysis_settings(threads);
+        job.reset();
+        result = {};
+        job.reset(new Job{model, settings, options, said, result});
+        const bool done = set_up_explicit(*job, *state);
         for (const auto& error : report.remarks.errors) ADD_FAILURE() << error;
         return done;
     }
     void run_to(std::int64_t step) {
-        while (state->step < step && !state->diverged) explicit_step(store, *state, report);
+        while (state->step < step && !state->diverged) explicit_step(*job, *state);
     }
-    void run(int threads = 2, const ExplicitOptions& options = {}) {
-        ASSERT_TRUE(begin(threads, options));
+    void run(int threads = 2) {
+        ASSERT_TRUE(begin(threads));
         run_to(state->time_num - 1);
         EXPECT_FALSE(state->diverged);
     }
@@ -73,8 +77,8 @@ protected:
         push.axis = axis;
         push.value = value;
         push.box = {length, length, -1, 1, -1, 1};
-        store.boundary_conditions = {clamp};
-        store.forces = {push};
+        model.boundary_conditions = {clamp};
+        model.forces = {push};
     }
     void set_velocities(const std::function<double(std::size_t n, std::size_t c)>& v) {
         for (std::size_t d = 0; d < state->v.size(); ++d)
@@ -85,7 +89,9 @@ protected:
     double u(std::size_t node, std::size_t axis) const { return state->u[4 * node + axis]; }
 
     std::unique_ptr<ExplicitState> state;
-    RunReport report;
+    Settings settings;
+    std::unique_ptr<Job> job;
+    RunReport& report = result.report;
 };
 
 inline const Material steel{.id = 0, .name = "STEEL", .density = 7800, .young = 2e11, .poisson = 0.3};

@@ -19,28 +19,29 @@ public:
     FiniteProblem(Mesh mesh_in, const Material& record, const std::function<bool(const double*, int)>& held,
                   double tolerance = 1e-9)
         : mesh(renumbered(std::move(mesh_in))),
-          node_elements(elements_of_nodes(mesh)),
           materials{j2_material(record, true)},
           material(mesh.element_num(), 0),
           body{mesh, material, materials, 2} {
-        numbering.dof_map.assign(mesh.coordinates.size(), -1);
-        for (std::int32_t d = 0; d < mesh.dof_num; ++d) {
+        freedoms.node_elements = elements_of_nodes(mesh);
+        freedoms.diag_num = measure_band(mesh);
+        result.mesh = mesh;
+        result.load.assign(mesh.dof_num(), 0.0);
+        options.log_folder = folder.file("log");
+        freedoms.numbering.dof_map.assign(mesh.coordinates.size(), -1);
+        for (std::int32_t d = 0; d < mesh.dof_num(); ++d) {
             if (held(&mesh.coordinates[d / 3 * 3], d % 3)) continue;
-            numbering.dof_map[d] = static_cast<std::int32_t>(numbering.free_dofs.size());
-            numbering.free_dofs.push_back(d);
+            freedoms.numbering.dof_map[d] = static_cast<std::int32_t>(freedoms.numbering.free_dofs.size());
+            freedoms.numbering.free_dofs.push_back(d);
         }
         body.start();
-        options.tolerance = tolerance;
+        newton.tolerance = tolerance;
     }
 
     // full: 3 per node, N, at load factor 1
-    void start(const std::vector<double>& full, const NewtonBodies* bodies = nullptr) {
-        std::vector<double> load;
-        for (std::int32_t d : numbering.free_dofs) load.push_back(full.empty() ? 0.0 : full[d]);
-        solver =
-            std::make_unique<NewtonSolver>(body, node_elements, numbering, load, options, settings, bodies);
-        RunReport report;
-        ASSERT_TRUE(solver->prepare(report));
+    void start(const std::vector<double>& full) {
+        for (std::int32_t d : freedoms.numbering.free_dofs) result.load[d] = full.empty() ? 0.0 : full[d];
+        solver = std::make_unique<NewtonSolver>(job, body, freedoms, newton);
+        ASSERT_TRUE(solver->prepare());
     }
 
     // Pulled by a uniform traction, N/m^2, on the side at the greatest z.
@@ -51,24 +52,28 @@ public:
 
     // Displacement c of the node nearest to a place.
     double displacement(const std::array<double, 3>& place, std::size_t c) const {
-        return body.u[3 * nearest_node(mesh, node_elements, place) + c];
+        return body.u[3 * nearest_node(mesh, freedoms.node_elements, place) + c];
     }
 
     static Mesh renumbered(Mesh mesh) {
-        reorder_nodes(mesh, "LMAX");
+        SilentProgress silent;
+        reorder_nodes(mesh, "LMAX", silent);
         return mesh;
     }
 
-    console::Capture quiet;
     TempFolder folder;
+    SilentProgress silent;
     Mesh mesh;
-    NodeElements node_elements;
-    DofNumbering numbering;
+    Freedoms freedoms;
     std::vector<J2Material<double>> materials;
     std::vector<std::int32_t> material;
     FiniteBody body;
+    Model model;
     Settings settings = analysis_settings();
-    NewtonOptions options;
+    RunOptions options;
+    Run result;
+    NewtonOptions newton;
+    Job job{model, settings, options, silent, result};
     std::unique_ptr<NewtonSolver> solver;
 };
 
