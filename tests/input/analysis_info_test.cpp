@@ -13,7 +13,8 @@ namespace {
 struct Outcome {
     Model model;
     AnalysisInfoReport report;
-    std::string lines;
+    std::string lines, errors, notices;
+    const AnalysisControl& control() const { return model.control; }
 };
 
 Model two_materials() {
@@ -27,14 +28,18 @@ Model two_materials() {
 
 Outcome read_text(const std::string& text, const Model& before = two_materials()) {
     static const TempFolder folder;
-    Outcome outcome{before, {}, {}};
+    Model model = before;
     folder.write("beam.ana", text);
-    outcome.model.model_file_name = folder.file("beam.txt");
-    Collected console;
-    outcome.report = read_analysis_info_file(outcome.model, console);
-    outcome.lines =
-        console.lines.substr(console.lines.find('\n', console.lines.find("analysis_info_file_name:")) + 1);
-    return outcome;
+    model.model_file_name = folder.file("beam.txt");
+    Collected c;
+    const AnalysisInfoReport report = read_analysis_info_file(model, c);
+    EXPECT_EQ(c.errors + c.notices, joined(report.remarks.errors) + joined(report.remarks.notices));
+    EXPECT_EQ(report.status == AnalysisInfoStatus::wrong, !c.errors.empty());
+    if (report.status != AnalysisInfoStatus::read) {
+        EXPECT_EQ(digest(model), digest(before)) << text;
+    }
+    const std::size_t name = c.lines.find("analysis_info_file_name:");
+    return {model, report, c.lines.substr(c.lines.find('\n', name) + 1), c.errors, c.notices};
 }
 
 Outcome read_control(const std::string& sections, const Model& before = two_materials()) {
@@ -55,20 +60,14 @@ TEST(AnalysisInfo, EverySettingAndItsEcho) {
     const Outcome o = read_control(
         "d_time: 1e-6 end_time 2*mm % output_frequency 10 C_alfa 5 Gravity -z "
         "Plastic on Element_contact on MATERIAL_EXTRA_INFO ALU 2.6e10 1e8 1e9 BRASS 1 1 1 % END");
-    ASSERT_EQ(o.report.status, AnalysisInfoStatus::read);
     EXPECT_TRUE(o.report.ended_at_end);
-    const AnalysisControl& c = o.model.control;
-    EXPECT_EQ((std::array{c.d_time, c.end_time, c.c_alfa}), (std::array{1e-6, 0.002, 5.0}));
-    EXPECT_EQ(c.output_frequency, 10);
-    EXPECT_EQ(c.gravity_axis, 2);
-    EXPECT_EQ(c.gravity_sign, -1);
-    EXPECT_TRUE(c.plastic && c.element_contact);
+    EXPECT_EQ(o.control(), (AnalysisControl{1e-6, 0.002, 10, 5, 2, -1, true, true}));
     const Material& alu = o.model.materials[1];
     EXPECT_EQ((std::array{alu.shear_modulus, alu.yield_stress, alu.hardening}),
               (std::array{2.6e10, 1e8, 1e9}));
     EXPECT_EQ(o.model.materials[0].yield_stress, 0);
-    ASSERT_EQ(o.report.remarks.notices.size(), 1u);
-    EXPECT_TRUE(contains(o.report.remarks.notices, "beam.ana: token 23 'BRASS': no material"));
+    EXPECT_EQ(lines_of(o.notices).size(), 1u);
+    EXPECT_TRUE(contains(o.notices, "beam.ana: token 23 'BRASS': no material"));
     EXPECT_EQ(o.lines,
               "ANALYSIS INFO FILE OPEN !!\nd_time:\n  d_time=1.000e-06\nend_time\n  end_time=2.000e-03\n%\n"
               "output_frequency\n  out_inc=10\nC_alfa\n  C_alfa=5.000e+00\nGravity\nPlastic\n  Plastic=on\n"
@@ -82,32 +81,19 @@ TEST(AnalysisInfo, GravitySwitchesAndFrequencies) {
                                                            {"off", -1, 1}, {"z", -1, 1},  {"-w", -1, 1},
                                                            {"+xx", -1, 1}};
     for (const auto& [word, axis, sign] : gravities) {
-        const Outcome o = read_control(std::string("Gravity ") + word + " d_time 1 END");
-        EXPECT_EQ(o.model.control.gravity_axis, axis) << word;
-        EXPECT_EQ(o.model.control.gravity_sign, sign) << word;
-        EXPECT_EQ(o.model.control.d_time, 1);
+        const AnalysisControl c = read_control(std::string("Gravity ") + word + " d_time 1 END").control();
+        EXPECT_TRUE(c.gravity_axis == axis && c.gravity_sign == sign && c.d_time == 1) << word;
     }
     const Outcome o = read_control("Plastic on Plastic yes END");
-    EXPECT_TRUE(o.model.control.plastic);
+    EXPECT_TRUE(o.control().plastic);
     EXPECT_TRUE(contains(o.lines, "  Plastic=yes\n  plastic_analysis=1\n"));
-    EXPECT_EQ(o.report.remarks.notices.size(), 1u);
+    EXPECT_TRUE(contains(o.notices, "'yes': not on or off"));
     for (const char* value : {"0", "-3", "-2^31+1"}) {
         const Outcome every = read_control(std::string("output_frequency ") + value + " END");
-        EXPECT_EQ(every.model.control.output_frequency, 1) << value;
-        EXPECT_TRUE(contains(every.report.remarks.notices, "every step is stored"));
-        EXPECT_TRUE(contains(every.lines, "  out_inc=1\n"));
+        EXPECT_EQ(every.control().output_frequency, 1) << value;
+        EXPECT_TRUE(contains(every.notices, "every step is stored") &&
+                    contains(every.lines, "  out_inc=1\n"));
     }
-}
-
-TEST(AnalysisInfo, ReadsEndWhereNoKeywordStands) {
-    const Outcome o = read_control(
-        "RIGID_WALL % INITIAL_VELOCITY % VELOCITY_INPUT %x ELEMENT_CONTACT % C_alfa 2 stop d_time 7");
-    ASSERT_EQ(o.report.status, AnalysisInfoStatus::read);
-    EXPECT_EQ(o.model.control.d_time, 0);
-    EXPECT_EQ(o.model.control.c_alfa, 2);
-    EXPECT_EQ(o.report.end_token, "stop");
-    EXPECT_EQ(o.report.end_token_number, 13);
-    EXPECT_FALSE(o.report.ended_at_end);
 }
 
 TEST(AnalysisInfo, TablesOfTheExplicitAnalysisAndTheirEchoes) {
@@ -117,7 +103,6 @@ TEST(AnalysisInfo, TablesOfTheExplicitAnalysisAndTheirEchoes) {
         "INITIAL_VELOCITY STRUT part x -100 0 0 0 0 0 0 TOP area z 2*mm 0 1 0 1 2 2 % "
         "VELOCITY_INPUT PUSH volume y 5+time 0 1 0 1 0 1 % "
         "ELEMENT_CONTACT HIT STRUT PLATE 0.5 0.2 0 mm 0 0 0 0 0 0 1e-3 % END");
-    ASSERT_EQ(o.report.status, AnalysisInfoStatus::read) << joined(o.report.remarks.errors);
     const ExplicitTables& t = o.model.explicit_tables;
     const auto& known = o.model.parameters;
     ASSERT_TRUE(t.walls.size() == 2 && t.initial_velocities.size() == 2 && t.velocity_inputs.size() == 1 &&
@@ -164,42 +149,56 @@ TEST(AnalysisInfo, WhatTheFileDoesNotNameStays) {
     const Outcome kept = read_control("ELEMENT_CONTACT % END", before);
     EXPECT_EQ(kept.model.explicit_tables.walls.size(), 2u);
     EXPECT_TRUE(kept.model.explicit_tables.contacts.empty());
-    ASSERT_EQ(kept.report.remarks.notices.size(), 1u);
-    EXPECT_TRUE(contains(kept.report.remarks.notices, "no RIGID_WALL"));
-    // what is not a control file changes nothing
-    for (const char* text : {"", "x", "x Explicit d_time 1 END", "explicit d_time 1 END"}) {
-        const Outcome o = read_text(text);
-        EXPECT_EQ(o.report.status, AnalysisInfoStatus::not_control) << text;
-        EXPECT_EQ(digest(o.model), digest(two_materials())) << text;
+    EXPECT_EQ(lines_of(kept.notices).size(), 1u);
+    EXPECT_TRUE(contains(kept.notices, "no RIGID_WALL"));
+    // a missing file keeps the earlier settings, with a notice when there are any
+    for (const bool any : {false, true}) {
+        Model model = any ? before : two_materials();
+        model.model_file_name = "no folder\\none.txt";
+        Collected c;
+        EXPECT_EQ(read_analysis_info_file(model, c).status, AnalysisInfoStatus::missing);
+        EXPECT_EQ(c.lines, "  n_=14\nanalysis_info_file_name:no folder\\none.ana\nFILE OPEN ERROR\n");
+        EXPECT_EQ(c.notices.empty(), !any);
     }
-    // a missing one keeps the earlier settings, and says so when there are any
-    Model model = two_materials();
-    model.model_file_name = "no folder\\none.txt";
-    Collected console;
-    EXPECT_EQ(read_analysis_info_file(model, console).status, AnalysisInfoStatus::missing);
-    EXPECT_EQ(console.lines, "  n_=14\nanalysis_info_file_name:no folder\\none.ana\nFILE OPEN ERROR\n");
-    EXPECT_TRUE(read_analysis_info_file(model, console).remarks.notices.empty());
-    model.control.plastic = true;
-    EXPECT_EQ(read_analysis_info_file(model, console).remarks.notices.size(), 1u);
 }
 
-TEST(AnalysisInfo, AFileThatCannotBeReadOrHasNoKeyIsWrong) {
+TEST(AnalysisInfo, OtherFilesAreNoControlFiles) {
+    using Status = AnalysisInfoStatus;
+    const std::pair<const char*, Status> files[] = {
+        {"x explicit", Status::read},
+        {"x explicit % END", Status::read},
+        {"\xef\xbb\xbfx explicit\r\nEND\r\n", Status::read},
+        {"", Status::not_control},
+        {"x", Status::not_control},
+        {"x Explicit d_time 1 END", Status::not_control},
+        {"explicit d_time 1 END", Status::not_control},
+        {"is explicit about nothing", Status::wrong},
+        {"x explicit % %x stop d_time 1 END", Status::wrong},
+    };
+    for (const auto& [text, status] : files) {
+        const Outcome o = read_text(text);
+        EXPECT_EQ(o.report.status, status) << text;
+        EXPECT_EQ(status == Status::wrong, contains(o.errors, "': expected a key such as d_time or END"))
+            << text;
+        EXPECT_EQ(status == Status::not_control, contains(o.notices, "second token is not explicit")) << text;
+    }
+    // a later word that is no key ends the file
+    const Outcome o = read_control(
+        "RIGID_WALL % INITIAL_VELOCITY % VELOCITY_INPUT %x ELEMENT_CONTACT % C_alfa 2 stop d_time 7");
+    EXPECT_EQ(o.report.status, Status::read);
+    EXPECT_TRUE(o.control().d_time == 0 && o.control().c_alfa == 2);
+    EXPECT_EQ(o.report.end_token, "stop");
+    EXPECT_EQ(o.report.end_token_number, 13);
+    EXPECT_FALSE(o.report.ended_at_end);
+    // one that stands there and cannot be read
     const TempFolder folder;
     Model model = two_materials();
     model.model_file_name = folder.file("beam.txt");
     std::filesystem::create_directory(folder.path() / "beam.ana");
-    Collected collected;
-    EXPECT_EQ(read_analysis_info_file(model, collected).status, AnalysisInfoStatus::wrong);
-    EXPECT_EQ(collected.errors, folder.file("beam.ana") + ": cannot be read: Is a directory\n");
-    EXPECT_TRUE(collected.lines.ends_with("FILE OPEN ERROR\n"));
-    for (const char* text : {"is explicit about nothing", "x explicit % %x stop d_time 1 END"}) {
-        const Outcome o = read_text(text);
-        EXPECT_EQ(o.report.status, AnalysisInfoStatus::wrong) << text;
-        EXPECT_TRUE(contains(o.report.remarks.errors, "': expected a key such as d_time or END")) << text;
-    }
-    for (const char* text :
-         {"x explicit", "x explicit END", "x explicit % END", "\xef\xbb\xbfx explicit\r\nEND\r\n"})
-        EXPECT_EQ(read_text(text).report.status, AnalysisInfoStatus::read) << text;
+    Collected c;
+    EXPECT_EQ(read_analysis_info_file(model, c).status, Status::wrong);
+    EXPECT_EQ(c.errors, folder.file("beam.ana") + ": cannot be read: Is a directory\n");
+    EXPECT_TRUE(c.lines.ends_with("FILE OPEN ERROR\n"));
 }
 
 TEST(AnalysisInfo, LongPartNamesAreCutAsInTheModel) {
@@ -210,21 +209,19 @@ TEST(AnalysisInfo, LongPartNamesAreCutAsInTheModel) {
         read_control("ELEMENT_CONTACT c " + longest + " PLATE 1 0 0 0 0 0 0 0 0 0 0 % INITIAL_VELOCITY " +
                          longest + " part x 1 0 0 0 0 0 0 % d_time 1e-6+time",
                      model);
-    ASSERT_EQ(o.report.status, AnalysisInfoStatus::read) << joined(o.report.remarks.errors);
-    EXPECT_EQ(o.model.explicit_tables.contacts[0].part_name[0], model.parts[0].name);
-    EXPECT_EQ(o.model.explicit_tables.initial_velocities[0].name, model.parts[0].name);
-    EXPECT_TRUE(contains(o.report.remarks.notices, "cut to its first 63 characters"));
-    EXPECT_TRUE(contains(o.report.remarks.notices, "token 32 '1e-6+time': time is 0 here"));
+    EXPECT_EQ(o.model.explicit_tables.contacts.at(0).part_name[0], model.parts[0].name);
+    EXPECT_EQ(o.model.explicit_tables.initial_velocities.at(0).name, model.parts[0].name);
+    EXPECT_TRUE(contains(o.notices, "cut to its first 63 characters"));
+    EXPECT_TRUE(contains(o.notices, "token 32 '1e-6+time': time is 0 here"));
 }
 
-TEST(AnalysisInfo, ErrorsNameTheTokenAndLeaveTheStore) {
+TEST(AnalysisInfo, ErrorsNameTheToken) {
     // clang-format off
     const std::pair<const char*, const char*> cases[] = {
-        {"d_time 1e-6s", "token 4 '1e-6s': expected a number"},
+        {"d_time 1e-6s", "token 4 '1e-6s': expected a number"}, {"C_alfa", "end of file: expected a value for C_alfa"},
         {"d_time 1 end_time 1/0 END", "token 6 '1/0': expected a finite value"},
         {"output_frequency 2.5", "token 4 '2.5': expected an integer of at least 1"},
         {"output_frequency 1e10", "token 4 '1e10': expected an integer of at least 1"},
-        {"C_alfa", "end of file: expected a value for C_alfa"},
         {"MATERIAL_EXTRA_INFO STEEL 1 -2 3 %", "token 6 '-2': expected a constant of at least 0 Pa"},
         {"MATERIAL_EXTRA_INFO STEEL 1 2 %", "token 7 '%': expected 1 more of the "},
         {"d_time 5 MATERIAL_EXTRA_INFO STEEL 1 q", "end of file: expected 1 more of the "},
@@ -233,24 +230,17 @@ TEST(AnalysisInfo, ErrorsNameTheTokenAndLeaveTheStore) {
         {"RIGID_WALL W sphere +z 0 0 0 0 0 0 0 0 0 0 0 0 0 %", "token 7 '0': expected a radius above 0"},
         {"RIGID_WALL W plane +z 0 0 0 0 1 0 0 0 0 0 0 0 0 %", "token 12 '0': expected an upper bound"},
         {"RIGID_WALL W plane +z 0 -1 0 0 0 0 0 0 0 0 0 0 0 %", "token 8 '-1': expected a stiffness"},
-        {"RIGID_WALL W plane +z 0 0 0 0 0 0 0 0 0 0 0 0 1/time %",
-         "token 19 '1/time': expected a finite value at time 0"},
+        {"RIGID_WALL W plane +z 0 0 0 0 0 0 0 0 0 0 0 0 1/time %", "token 19 '1/time': expected a finite value at time 0"},
         {"RIGID_WALL W plane +z 0 0 0 0 0 0 0 0 0 0 0 0 timer %", "token 19 'timer': expected a number"},
-        {"RIGID_WALL W plane +z %",
-         "token 7 '%': expected 13 more of the 16 tokens of a record of RIGID_WALL"},
+        {"RIGID_WALL W plane +z %", "token 7 '%': expected 13 more of the 16 tokens of a record of RIGID_WALL"},
         {"INITIAL_VELOCITY STRAT part x 1 0 0 0 0 0 0 %", "token 4 'STRAT': expected the name of a part"},
         {"VELOCITY_INPUT a plane x time+q 0 0 0 0 0 0 %",
          "token 7 'time+q': expected a number or an expression over the parameters and time"},
-        {"ELEMENT_CONTACT c STRUT PLOTE 1 0 0 0 0 0 0 0 0 0 0 %",
-         "token 6 'PLOTE': expected the name of a part"},
+        {"ELEMENT_CONTACT c STRUT PLOTE 1 0 0 0 0 0 0 0 0 0 0 %", "token 6 'PLOTE': expected the name of a part"},
         {"ELEMENT_CONTACT c STRUT PLATE 2 0 0 0 0 0 0 0 0 0 0 %", "token 7 '2': expected a penalty factor"},
         {"ELEMENT_CONTACT c STRUT PLATE 1 0 0 0 0 0 0 0 0 0", "end of file: expected 1 more of the 14"},
     };
     // clang-format on
-    for (const auto& [sections, error] : cases) {
-        const Outcome o = read_control(sections);
-        EXPECT_EQ(o.report.status, AnalysisInfoStatus::wrong) << sections;
-        EXPECT_TRUE(contains(o.report.remarks.errors, error)) << error << joined(o.report.remarks.errors);
-        EXPECT_EQ(digest(o.model), digest(two_materials())) << sections;
-    }
+    for (const auto& [sections, error] : cases)
+        EXPECT_TRUE(contains(read_control(sections).errors, error)) << error;
 }

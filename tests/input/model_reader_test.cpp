@@ -14,32 +14,23 @@ namespace {
 struct Outcome {
     Model model;
     ModelReadReport report;
-    std::string lines;
+    std::string lines, errors, notices;
 };
 
 Outcome read_text(const std::string& text, const std::vector<ParameterOverride>& overrides = {},
                   const Model& before = placeholder_model()) {
     static const TempFolder folder;
-    Outcome outcome{before, {}, {}};
-    outcome.model.model_file_name = folder.write("model.txt", text);
-    Collected collected;
-    outcome.report = read_input_file(outcome.model, overrides, collected);
-    outcome.lines = collected.lines;
-    return outcome;
-}
-
-std::string errors_of(const std::string& text, const std::vector<ParameterOverride>& overrides = {}) {
-    return joined(read_text(text, overrides).report.remarks.errors);
-}
-
-std::string all(const Remarks& remarks) {
-    return joined(remarks.errors) + joined(remarks.notices);
-}
-
-std::string with_crlf(const std::string& text) {
-    std::string out;
-    for (const std::string& line : lines_of(text)) out += line + "\r\n";
-    return out;
+    Model model = before;
+    model.model_file_name = folder.write("model.txt", text);
+    Collected console;
+    const ModelReadReport report = read_input_file(model, overrides, console);
+    EXPECT_EQ(console.errors, joined(report.remarks.errors));  // each remark is printed, once
+    EXPECT_EQ(console.notices, joined(report.remarks.notices));
+    EXPECT_EQ(report.ok, console.errors.empty());
+    if (!report.ok) {
+        EXPECT_EQ(digest(model), digest(before)) << text;
+    }
+    return {model, report, console.lines, console.errors, console.notices};
 }
 
 double parameter(const Model& model, const std::string& name) {
@@ -52,41 +43,31 @@ double parameter(const Model& model, const std::string& name) {
 }  // namespace
 
 TEST(ModelReader, TablesOfAWholeModel) {
-    const Outcome o = read_text(model_text);
-    ASSERT_TRUE(o.report.ok) << all(o.report.remarks);
-    EXPECT_EQ(all(o.report.remarks), "");
-    EXPECT_EQ(o.report.end_token, "END");
-    EXPECT_EQ(o.report.end_token_number, static_cast<std::int64_t>(tokens_of(model_text).size()));
-    EXPECT_TRUE(o.report.ended_at_end);
-    const Model& s = o.model;
-
-    const Part& block = s.parts.at(1);
-    EXPECT_EQ(s.materials.at(0).density, 7800);
-    EXPECT_EQ(s.parameters.at(1).expression, "200*mm");
+    const auto [m, report, lines, errors, notices] = read_text(model_text);
+    ASSERT_EQ(errors + notices, "");
+    EXPECT_EQ(report.end_token, "END");
+    EXPECT_EQ(report.end_token_number, static_cast<std::int64_t>(tokens_of(model_text).size()));
+    EXPECT_TRUE(report.ended_at_end);
+    EXPECT_EQ(m.materials.at(0).density, 7800);
+    EXPECT_EQ(m.parameters.at(1).expression, "200*mm");
+    const Part& block = m.parts.at(1);
     EXPECT_TRUE(block.material_id == 1 && block.parent_index == 0 && block.unit_factor == 0.001);
-    EXPECT_EQ(s.parts_o.size(), 2u);
-    EXPECT_EQ(s.boundary_conditions.at(2).kind, Selection::volume);
-    EXPECT_DOUBLE_EQ(s.boundary_conditions.at(1).box[5], 0.01);
-    EXPECT_DOUBLE_EQ(s.forces.at(1).box[3], 0.02);
-    EXPECT_EQ(s.rigid_elements.at(1).kind, RigidSelection::round);
-    EXPECT_EQ(s.rigid_elements.at(1).region, (std::array<double, 6>{0.001, 0.002, 0.003, 0.005, 2, 0.004}));
-    EXPECT_EQ(s.rigid_forces.at(1).direction, RigidDirection::normal);
-    EXPECT_EQ(s.rigid_forces.at(1).element, 1);
-    EXPECT_EQ(s.rigid_combines.at(0).stiffness[5], 30);
-
+    EXPECT_EQ(m.parts_o.size(), 2u);
+    EXPECT_EQ(m.boundary_conditions.at(2).kind, Selection::volume);
+    EXPECT_DOUBLE_EQ(m.boundary_conditions.at(1).box[5], 0.01);
+    EXPECT_DOUBLE_EQ(m.forces.at(1).box[3], 0.02);
+    EXPECT_EQ(m.rigid_elements.at(1).kind, RigidSelection::round);
+    EXPECT_EQ(m.rigid_elements.at(1).region, (std::array<double, 6>{0.001, 0.002, 0.003, 0.005, 2, 0.004}));
+    EXPECT_EQ(m.rigid_forces.at(1).direction, RigidDirection::normal);
+    EXPECT_EQ(m.rigid_forces.at(1).element, 1);
+    EXPECT_EQ(m.rigid_combines.at(0).stiffness[5], 30);
+    EXPECT_EQ(m.iteration_limit, 20);
+    EXPECT_EQ(m.mode_count, 6);
     // 5·3·2 nodes of the bar, 3·3·2 of the block, 3·3 of them on the bar
-    EXPECT_EQ(s.mesh.node_num(), 39);
-    EXPECT_EQ(s.mesh.element_num(), 12);
-    EXPECT_EQ(s.mesh.dof_num(), 117);
-    EXPECT_EQ(resolve_force_points(s.mesh, s.forces), (std::vector<std::int32_t>{30, 0, 0}));
-    EXPECT_EQ(s.iteration_limit, 20);
-    EXPECT_EQ(s.mode_count, 6);
+    EXPECT_EQ(m.mesh.node_num(), 39);
+    EXPECT_EQ(resolve_force_points(m.mesh, m.forces), (std::vector<std::int32_t>{30, 0, 0}));
     // the corner of the bar at the origin looks outwards along all three axes
-    for (int c = 0; c < 3; ++c) EXPECT_LT(s.mesh.node_n_dir[static_cast<std::size_t>(c)], 0);
-}
-
-TEST(ModelReader, EchoLines) {
-    const std::string lines = read_text(model_text).lines;
+    for (int c = 0; c < 3; ++c) EXPECT_LT(m.mesh.node_n_dir[c], 0);
     const char* in_order[] = {
         "INPUT FILE OPEN !!\nstr=material_info\nmaterial_num=2\n"
         " STEEL:p=7.800000e+03, E=2.060000e+11, nyu=3.000000e-01\n"
@@ -101,8 +82,7 @@ TEST(ModelReader, EchoLines) {
         "str=apply_force\n TIP node z P L",
         "force_num=3\nApply_Force\n0:TIP node z:P=-1.000e+03 L=2.000e-01 20*mm=2.000e-02 10*mm=1.000e-02"
         "1:PUSH area x:500=5.000e+02 L=2.000e-01 L=2.000e-01 0=0.000e+00 20*mm=2.000e-02 0=0.000e+00 "
-        "10*mm=1.000e-02"
-        "2:LOST node y:",
+        "10*mm=1.000e-022:LOST node y:",
         "str=rigid_element\n HEAD area",
         "rigid_element_num=2\nRigid_Element\n0:HEAD\n2.000e-01,0.000e+00,0.000e+00\n"
         "2.000e-01,2.000e-01,0.000e+00,2.000e-02,0.000e+00,1.000e-02\n1:RING\n",
@@ -116,9 +96,8 @@ TEST(ModelReader, EchoLines) {
     };
     std::size_t at = 0;
     for (const char* expected : in_order) {
-        const std::size_t found = lines.find(expected, at);
-        ASSERT_NE(found, std::string::npos) << expected << "\nnot in\n" << lines.substr(at);
-        at = found;
+        at = lines.find(expected, at);
+        ASSERT_NE(at, std::string::npos) << expected << "\nnot in its place in\n" << lines;
     }
     EXPECT_TRUE(lines.ends_with("max_length=2.000000e-01\n"));
 }
@@ -127,7 +106,6 @@ TEST(ModelReader, KeywordsMatchByTheirBeginning) {
     const Outcome o = read_text(
         "% %comment material_info_steel A 1 2 0 %end step_num 10 % parameter1 q 3 % "
         "iteration: 7 % mode_num||step_num 2*q x boundaryconditions END");
-    ASSERT_TRUE(o.report.ok) << all(o.report.remarks);
     EXPECT_EQ(o.model.materials.at(0).name, "A");
     EXPECT_EQ(o.model.iteration_limit, 7);
     EXPECT_EQ(o.model.mode_count, 6);  // the later one of both keywords
@@ -138,45 +116,41 @@ TEST(ModelReader, KeywordsMatchByTheirBeginning) {
     EXPECT_TRUE(contains(o.lines, "str=boundaryconditions\nMATERIAL"));
 }
 
-TEST(ModelReader, EndOfFileIsAnEndAndAByteOrderMarkNoToken) {
-    const Outcome o = read_text("\xef\xbb\xbf" + with_crlf(replaced(model_text, "END", "")));
-    ASSERT_TRUE(o.report.ok) << all(o.report.remarks);
-    EXPECT_TRUE(o.report.ended_at_end);
-    EXPECT_EQ(o.report.end_token, "");
-    EXPECT_EQ(digest(o.model), digest(read_text(model_text).model));
-}
-
-TEST(ModelReader, AFileThatBeginsWithNoKeywordIsRefused) {
-    const std::pair<std::string, const char*> cases[] = {
+TEST(ModelReader, ByteOrderMarkLineEndsAndFilesOfAnotherKind) {
+    std::string dos = "\xef\xbb\xbf";
+    for (const std::string& line : lines_of(replaced(model_text, "END", ""))) dos += line + "\r\n";
+    const Outcome same = read_text(dos);
+    EXPECT_EQ(same.errors + same.notices + same.report.end_token, "");
+    EXPECT_TRUE(same.report.ended_at_end);
+    EXPECT_EQ(digest(same.model), digest(read_text(model_text).model));
+    const std::pair<std::string, const char*> refused[] = {
         {"xyz material_info A 1 1 0 % END", "token 1 'xyz'"},
         {"%A steel pipe", "token 2 'steel'"},
         {"\x89PNG\r\n\x1a\n", "token 1 '?PNG'"},
         {"Beh\xc3\xb6rde", "token 1 'Beh\xc3\xb6rde'"},
-        {"Material_info A 1 1 0 %", "token 1 'Material_info'"},
     };
-    for (const auto& [text, place] : cases) {
+    for (const auto& [text, place] : refused) {
         const Outcome o = read_text(text);
-        EXPECT_EQ(joined(o.report.remarks.errors), o.model.model_file_name + ": " + place +
-                                                       ": expected a section keyword such as part_info\n");
-        EXPECT_EQ(digest(o.model), digest(placeholder_model()));
+        EXPECT_EQ(o.errors, o.model.model_file_name + ": " + place +
+                                ": expected a section keyword such as part_info\n");
     }
     for (const char* text : {"", "%only %comments", "END", "% %x END no keyword"})
-        EXPECT_TRUE(read_text(text).report.ok);
+        EXPECT_EQ(read_text(text).errors, "") << text;
 }
 
 TEST(ModelReader, ParametersHoldFromTheirRecordOn) {
-    const std::string early = errors_of("parameter b 2*a a 1 % END");
-    EXPECT_TRUE(contains(early, "token 3 '2*a': expected") && contains(early, "unknown name 'a'")) << early;
-    // the table is replaced: mm is gone with it
-    EXPECT_TRUE(contains(errors_of("parameter a 1 % parameter b mm % END"), "unknown name 'mm'"));
-    EXPECT_TRUE(contains(errors_of("material_info A rho 1 0 % parameter rho 1 % END"), "unknown name 'rho'"));
+    const std::pair<const char*, const char*> unknown[] = {
+        {"parameter b 2*a a 1 % END",
+         "token 3 '2*a': expected a number or an expression over the parameters "
+         "defined so far (unknown name 'a')"},
+        {"parameter a 1 % parameter b mm % END", "unknown name 'mm'"},  // the table is replaced
+        {"material_info A rho 1 0 % parameter rho 1 % END", "unknown name 'rho'"}};
+    for (const auto& [text, error] : unknown) EXPECT_TRUE(contains(read_text(text).errors, error)) << text;
     // names that cannot be told apart or used
     const Outcome odd = read_text("parameter a 1 a 2 1a 3 b a % END");
-    ASSERT_TRUE(odd.report.ok);
     EXPECT_EQ(parameter(odd.model, "b"), 1);
-    EXPECT_TRUE(
-        contains(odd.report.remarks.notices, "token 4 'a': the name stands before; the first value holds"));
-    EXPECT_TRUE(contains(odd.report.remarks.notices, "token 6 '1a': no expression"));
+    EXPECT_TRUE(contains(odd.notices, "token 4 'a': the name stands before; the first value holds"));
+    EXPECT_TRUE(contains(odd.notices, "token 6 '1a': no expression"));
 }
 
 TEST(ModelReader, OverridesOfParameters) {
@@ -184,7 +158,7 @@ TEST(ModelReader, OverridesOfParameters) {
     const std::string text =
         "material_info A rho 1 0 % parameter L 2 H 3*L % mode_num H % parameter L 1 K L+rho % END";
     const Outcome o = read_text(text, {{"L", "5"}, {"L", "4*1"}, {"rho", "2*mm"}});
-    ASSERT_TRUE(o.report.ok) << all(o.report.remarks);
+    ASSERT_TRUE(o.report.ok) << o.errors;
     EXPECT_EQ(o.model.materials[0].density, 0.002);
     EXPECT_EQ(o.model.mode_count, 12);
     EXPECT_EQ(parameter(o.model, "L"), 4);
@@ -193,80 +167,53 @@ TEST(ModelReader, OverridesOfParameters) {
     EXPECT_EQ(o.model.parameters[0].name, "rho");
     EXPECT_EQ(o.model.parameters[1].expression, "4*1");
     // a name the file does define is not there before its section
-    EXPECT_TRUE(contains(errors_of(text, {{"rho", "1"}, {"H", "K"}}), "H=K"));
-    EXPECT_TRUE(
-        contains(errors_of("material_info A L 1 0 % parameter L 2 % END", {{"L", "5"}}), "unknown name 'L'"));
-    // the whole name counts, also where the table keeps less of it
+    EXPECT_TRUE(contains(read_text(text, {{"rho", "1"}, {"H", "K"}}).errors, "H=K"));
+    EXPECT_TRUE(contains(read_text("material_info A L 1 0 % parameter L 2 % END", {{"L", "5"}}).errors,
+                         "unknown name 'L'"));
+    // the whole name counts, also where the table keeps less of it; the start-up table counts too
     const std::string longest(80, 'n');
     EXPECT_EQ(read_text("parameter " + longest + " 1 % END", {{longest, "2"}}).model.parameters.at(0).value,
               2);
-    // the start-up table counts too
     EXPECT_EQ(parameter(read_text("END", {{"mm", "0.002"}}).model, "mm"), 0.002);
-
     for (const ParameterOverride& bad :
-         {ParameterOverride{"a", "1+"}, {"a", "1/0"}, {"a", "nope"}, {"1a", "1"}, {"", "1"}, {"time", "1"}}) {
-        const Outcome refused = read_text(model_text, {bad});
-        EXPECT_TRUE(contains(refused.report.remarks.errors, bad.name + "=" + bad.expression))
-            << all(refused.report.remarks);
-        EXPECT_EQ(digest(refused.model), digest(placeholder_model()));
-    }
+         {ParameterOverride{"a", "1+"}, {"a", "1/0"}, {"a", "nope"}, {"1a", "1"}, {"", "1"}, {"time", "1"}})
+        EXPECT_TRUE(contains(read_text(model_text, {bad}).errors, bad.name + "=" + bad.expression));
 }
 
-TEST(ModelReader, ErrorsNameTheTokenAndLeaveTheStore) {
-    const struct {
-        const char *from, *to, *token, *expected;
-    } cases[] = {
-        {"7.8*1000", "-7800", "-7800", "a density of at least 0"},
-        {"7.8*1000", "0/0", "0/0", "a finite value"},
-        {"2.06e11", "0", "0", "a Young's modulus above 0"},
-        {"2.06e11", "2.06e11GPa", "2.06e11GPa", "not understood at 'GPa'"},
-        {" 0.33", " 0.5", "0.5", "a Poisson ratio between -1 and 0.5"},
-        {" 0.33", " -1", "-1", "a Poisson ratio between -1 and 0.5"},
-        {"mode_num 6", "mode_num 0", "0", "an integer of at least 1"},
-        {"mode_num 6", "step_num 2.5", "2.5", "an integer of at least 1"},
-        {"mode_num 6", "mode_num 1e10", "1e10", "an integer of at least 1"},
-        {"iteration 20", "iteration -3", "-3", "an integer of at least 1"},
-        {"iteration 20", "iteration twenty", "twenty", "unknown name 'twenty'"},
-        {"200*mm", "200*nm", "200*nm", "unknown name 'nm'"},
-        {"200*mm", "1/0", "1/0", "a finite value"},
-        {"BLOCK brown ALU", "BLOCK brown BRASS", "BLOCK", "material \"BRASS\""},
-        {"RECT  100", "RECT  1OO", "1OO", "part \"BLOCK\": size b"},
-        {"   4 2 1 0", "   1/0 2 1 0", "1/0", "part \"BAR\": division db"},
-        {"unit=mm", "unit=inch", "unit=inch", "unknown name 'inch'"},
-        {"unit=mm", "unit=", "unit=", "unit=WORD"},
-        {"parent=BAR", "parent=", "parent=", "parent=NAME"},
-        {"SIDE  area", "SIDE  aera", "aera", "a selection (plane, area, volume)"},
-        {"area   y", "area   Y", "Y", "an axis (x, y, z)"},
+TEST(ModelReader, ErrorsNameTheToken) {
+    // what is replaced, by what, the token at fault, what is expected there
+    // clang-format off
+    const char* cases[][4] = {
+        {"7.8*1000", "-7800", "-7800", "a density of at least 0"}, {"7.8*1000", "0/0", "0/0", "a finite value"},
+        {"2.06e11", "0", "0", "a Young's modulus above 0"}, {"2.06e11", "2.06e11GPa", "2.06e11GPa", "not understood at 'GPa'"},
+        {" 0.33", " 0.5", "0.5", "a Poisson ratio between -1 and 0.5"}, {" 0.33", " -1", "-1", "a Poisson ratio between"},
+        {"mode_num 6", "mode_num 0", "0", "an integer of at least 1"}, {"mode_num 6", "step_num 2.5", "2.5", "an integer of at"},
+        {"mode_num 6", "mode_num 1e10", "1e10", "an integer of"}, {"iteration 20", "iteration -3", "-3", "an integer of at least 1"},
+        {"iteration 20", "iteration twenty", "twenty", "unknown name 'twenty'"}, {"200*mm", "1/0", "1/0", "a finite value"},
+        {"BLOCK brown ALU", "BLOCK brown BRASS", "BLOCK", "material \"BRASS\""}, {"RECT  100", "RECT  1OO", "1OO", "part \"BLOCK\": size b"},
+        {"   4 2 1 0", "   1/0 2 1 0", "1/0", "part \"BAR\": division db"}, {"unit=mm", "unit=inch", "unit=inch", "unknown name 'inch'"},
+        {"unit=mm", "unit=", "unit=", "unit=WORD"}, {"parent=BAR", "parent=", "parent=", "parent=NAME"},
+        {"SIDE  area", "SIDE  aera", "aera", "a selection (plane, area, volume)"}, {"area   y", "area   Y", "Y", "an axis (x, y, z)"},
         {"0 0  0 10*mm\n  BOX", "0 0  0 10*\n  BOX", "10*", "a number or an expression"},
-        {"TIP  node", "TIP  point", "point", "a kind of force (node, area)"},
-        {"node z P", "node w P", "w", "an axis (x, y, z)"},
-        {"RING round", "RING circle", "circle", "a selection (area, round)"},
-        {"5*mm 2 4*mm", "5*mm 1.5 4*mm", "1.5", "an axis (0, 1, 2)"},
-        {"HEAD ry", "HAED ry", "HAED", "the name of a rigid element"},
-        {"HEAD ry", "HEAD rw", "rw", "a direction (x, y, z, rx, ry, rz, n)"},
+        {"TIP  node", "TIP  point", "point", "a kind of force (node, area)"}, {"node z P", "node w P", "w", "an axis (x, y, z)"},
+        {"RING round", "RING circle", "circle", "a selection (area, round)"}, {"5*mm 2 4*mm", "5*mm 1.5 4*mm", "1.5", "an axis (0, 1, 2)"},
+        {"HEAD ry", "HAED ry", "HAED", "the name of a rigid element"}, {"HEAD ry", "HEAD rw", "rw", "a direction (x, y, z, rx, ry, rz, n)"},
         {"HEAD RING 1e6", "HEAD RONG 1e6", "RONG", "the name of a rigid element"},
     };
-    const std::string before = digest(placeholder_model());
-    for (const auto& c : cases) {
-        const std::string text = replaced(model_text, c.from, c.to);
+    // clang-format on
+    for (const auto& [from, to, token, expected] : cases) {
+        const std::string text = replaced(model_text, from, to);
         const Outcome o = read_text(text);
-        EXPECT_FALSE(o.report.ok) << c.to;
-        EXPECT_EQ(digest(o.model), before) << c.to;
         // the token's own number, counted from the place of the change
-        const std::size_t number = tokens_of(text.substr(0, text.find(c.token, text.find(c.to)))).size() + 1;
-        const std::string place = "token " + std::to_string(number) + " '" + c.token + "'";
-        bool said = false;
-        for (const std::string& line : o.report.remarks.errors)
-            said = said || (line.starts_with(o.model.model_file_name + ": ") && contains(line, place) &&
-                            contains(line, c.expected));
-        EXPECT_TRUE(said) << place << ", " << c.expected << "\n" << all(o.report.remarks);
-        EXPECT_TRUE(contains(o.lines, "MATERIAL DATA FILE CLOSE !!\n"));
-        EXPECT_FALSE(contains(o.lines, "PART_O"));
+        const std::size_t number = tokens_of(text.substr(0, text.find(token, text.find(to)))).size() + 1;
+        const std::string place = "token " + std::to_string(number) + " '" + token + "'";
+        const auto fits = [&](const std::string& line) {
+            return line.starts_with(o.model.model_file_name + ": " + place) && contains(line, expected);
+        };
+        EXPECT_TRUE(std::ranges::any_of(o.report.remarks.errors, fits)) << place << expected << o.errors;
+        EXPECT_TRUE(o.lines.ends_with("MATERIAL DATA FILE CLOSE !!\n"));
     }
-}
-
-TEST(ModelReader, RecordsThatAreCut) {
-    const std::pair<std::string, const char*> cases[] = {
+    const std::pair<std::string, const char*> cut[] = {
         {"material_info A 1 2 % END", "token 5 '%': expected 1 more of the "},
         {"boundary_condition B area x 0 1", "end of file: expected 4 more of the "},
         {"apply_force A area x 1 0 0 0 % END", "token 9 '%': expected 3 more of the "},
@@ -274,89 +221,58 @@ TEST(ModelReader, RecordsThatAreCut) {
         {"mode_num", "end of file: expected an integer after mode_num"},
         {model_text.substr(0, model_text.find("parent=") - 3), "end of file: expected"},
     };
-    for (const auto& [text, error] : cases) EXPECT_TRUE(contains(errors_of(text), error)) << error;
-    const Outcome open = read_text("parameter a 1 b 2");
-    ASSERT_TRUE(open.report.ok);
-    EXPECT_EQ(parameter(open.model, "b"), 2);
-    EXPECT_TRUE(contains(open.report.remarks.notices, "section parameter ends with the file"));
+    for (const auto& [text, error] : cut) EXPECT_TRUE(contains(read_text(text).errors, error)) << error;
 }
 
 TEST(ModelReader, Notices) {
-    const struct {
-        const char *from, *to, *notice;
-    } cases[] = {
+    const std::string longest(70, 'c');
+    // clang-format off
+    const std::string cases[][3] = {
         {"mode_num 6 %", "mode_num 6", "'iteration': passed over"},
         {"BOX   volume z  0 5*mm", "BOX   volume z  6*mm 5*mm", "'BOX': selects nothing, xmin is above xmax"},
-        {"SIDE  area   y  0 L  0 0  0", "SIDE  area   y  0 L  0 0  1",
-         "'SIDE': selects nothing, zmin is above zmax"},
+        {"SIDE  area   y  0 L  0 0  0", "SIDE  area   y  0 L  0 0  1", "'SIDE': selects nothing, zmin is above zmax"},
         {"x 500   L L", "x 500   L 0", "'PUSH': selects nothing, xmin is above xmax"},
         {"5*mm 2 4*mm", "-5*mm 2 4*mm", "'RING': selects nothing"},
         {"brown ALU   RECT", "brown ALU   rect", "'BLOCK': part \"BLOCK\": shape \"rect\" is unknown"},
-        {"%\nboundary_condition", "boundary_condition",
-         "'boundary_condition': stands inside the section part_info"},
+        {"%\nboundary_condition", "boundary_condition", "'boundary_condition': stands inside the section part_info"},
+        {"%\nEND", "", "section rigid_combine ends with the file"},
+        // texts that are cut, values that would have to change with time, names that stand twice
+        {"CLAMP", longest, "cut to its first 63"}, {"BLOCK", longest, "cut to its first 63"},
+        {"P  -2*500", "P  -2*time", "'-2*time': time is 0 here"}, {"x 500 ", "x time+500 ", "'time+500': time is 0 here"},
+        {"RECT  100 20", "RECT  100+time 20", "'100+time': time is 0 here"},
+        {"ALU   2700", "STEEL 2700", "'STEEL': the name stands before"}, {"P  -2*500", "L  -2*500", "'L': the name stands before"},
+        {"BLOCK brown", "BAR brown", "'BAR': the name stands before"}, {"SIDE  area", "CLAMP area", "'CLAMP': the name stands before"},
+        {"PUSH area", "TIP area", "'TIP': the name stands before"}, {"RING round", "HEAD round", "'HEAD': the name stands before"},
     };
-    for (const auto& c : cases) {
-        const Outcome o = read_text(replaced(model_text, c.from, c.to));
-        EXPECT_TRUE(contains(o.report.remarks.notices, c.notice)) << c.to << "\n" << all(o.report.remarks);
-    }
-    // values that would have to change with time, names that stand twice
-    const std::pair<const char*, const char*> once[] = {{"P  -2*500", "P  -2*time"},
-                                                        {"x 500   L L", "x time+500   L L"},
-                                                        {"RECT  100 20", "RECT  100+time 20"}};
-    for (const auto& [from, to] : once) {
-        const Outcome o = read_text(replaced(model_text, from, to));
-        EXPECT_TRUE(o.report.ok && contains(o.report.remarks.notices, "time is 0 here") &&
-                    contains(o.report.remarks.notices, "': "))
-            << to << all(o.report.remarks);
-    }
-    const std::pair<const char*, const char*> twice[] = {
-        {"ALU   2700", "STEEL   2700"}, {"P  -2", "L  -2"},        {"BLOCK brown", "BAR brown"},
-        {"SIDE  area", "CLAMP area"},   {"PUSH area", "TIP area"}, {"RING round", "HEAD round"},
-    };
-    for (const auto& [from, to] : twice) {
-        const std::string name = tokens_of(to)[0];
-        const Outcome o = read_text(replaced(model_text, from, to));
-        EXPECT_TRUE(contains(o.report.remarks.notices, " '" + name + "': the name stands before; "))
-            << to << all(o.report.remarks);
-    }
+    // clang-format on
+    for (const auto& [from, to, notice] : cases)
+        EXPECT_TRUE(contains(read_text(replaced(model_text, from, to)).notices, notice)) << to;
+    EXPECT_EQ(read_text(replaced(model_text, "CLAMP", longest)).model.boundary_conditions[0].name.size(),
+              63u);
     // along the normal of its plane only the upper end counts
-    EXPECT_EQ(all(read_text(replaced(model_text, "0 L  0 0  0", "0 L  1 0  0")).report.remarks), "");
-    // a long name is cut where the record ends
-    const Outcome cut = read_text(replaced(model_text, "CLAMP", std::string(70, 'c')));
-    ASSERT_TRUE(cut.report.ok);
-    EXPECT_EQ(cut.model.boundary_conditions[0].name, std::string(63, 'c'));
-    EXPECT_TRUE(contains(cut.report.remarks.notices, "cut to its first 63"));
-    EXPECT_TRUE(
-        contains(read_text(replaced(model_text, "BLOCK", std::string(70, 'c'))).report.remarks.notices,
-                 "cut to its first 63"));
+    EXPECT_EQ(read_text(replaced(model_text, "0 L  0 0  0", "0 L  1 0  0")).notices, "");
 }
 
 TEST(ModelReader, TablesLeftFromTheModelBefore) {
     const Model first = read_text(model_text).model;
     const Outcome second = read_text("boundary_condition % rigid_force % END", {}, first);
-    ASSERT_TRUE(second.report.ok) << all(second.report.remarks);
-    EXPECT_TRUE(contains(all(second.report.remarks),
+    EXPECT_TRUE(contains(second.notices,
                          "left as the earlier model had them: material_info, mode_num, iteration, parameter, "
                          "part_info, apply_force, rigid_element, rigid_combine\n"))
-        << all(second.report.remarks);
+        << second.errors << second.notices;
     EXPECT_EQ(second.report.kept_sections.size(), 8u);
     EXPECT_TRUE(second.model.boundary_conditions.empty());
     EXPECT_EQ(second.model.forces.size(), 3u);
     EXPECT_EQ(second.model.mesh.node_num(), 39);
     // what is left follows the new tables by name, or cannot stay
     const Outcome moved = read_text("material_info X 1 1 0 ALU 1 1 0 STEEL 2 2 0 % END", {}, first);
-    ASSERT_TRUE(moved.report.ok) << all(moved.report.remarks);
     EXPECT_EQ(moved.model.parts[0].material_id, 2);
     EXPECT_EQ(moved.model.parts[1].material_id, 1);
     const Outcome orphan = read_text("material_info X 1 1 0 % rigid_element % END", {}, first);
-    EXPECT_TRUE(contains(orphan.report.remarks.errors, "part BAR: no material STEEL"));
-    EXPECT_TRUE(contains(orphan.report.remarks.errors, "rigid force RF1: no rigid element HEAD"));
-    EXPECT_EQ(digest(orphan.model), digest(first));
-    // nothing is said of the start-up values
-    EXPECT_EQ(all(read_text("END").report.remarks), "");
-}
-
-TEST(ModelReader, NothingIsSizedByTheCount) {
+    EXPECT_TRUE(contains(orphan.errors, "part BAR: no material STEEL"));
+    EXPECT_TRUE(contains(orphan.errors, "rigid force RF1: no rigid element HEAD"));
+    // nothing is kept of the start-up values, and nothing is sized by a count
+    EXPECT_EQ(read_text("END").notices, "");
     EXPECT_EQ(read_text(replaced(model_text, "mode_num 6", "mode_num 2147483647")).model.mode_count,
               2147483647);
 }
@@ -365,7 +281,7 @@ TEST(ModelReader, FileNames) {
     const TempFolder folder;
     Model model = placeholder_model();
     model.model_file_name = folder.file("none.txt");
-    Collected missing;
+    Collected missing, asked;
     EXPECT_FALSE(read_input_file(model, {}, missing).ok);
     EXPECT_EQ(missing.lines, "INPUT FILE OPEN ERROR\n");
     EXPECT_TRUE(contains(missing.errors, "none.txt: No such file"));
@@ -375,26 +291,11 @@ TEST(ModelReader, FileNames) {
     const std::string name = folder.write("typed.txt", "step_num 4 % END");
     std::istringstream typed("  " + name + " \n");
     std::streambuf* const former = std::cin.rdbuf(typed.rdbuf());
-    Collected asked;
-    const ModelReadReport report = read_input_file(model, {}, asked);
+    EXPECT_TRUE(read_input_file(model, {}, asked).ok);
     std::cin.rdbuf(former);
-    EXPECT_TRUE(report.ok);
     EXPECT_TRUE(asked.lines.starts_with("Input File Name ?" + name + "\nINPUT FILE OPEN !!\n"))
         << asked.lines;
     EXPECT_EQ(model.model_file_name, name);
     EXPECT_EQ(model.mode_count, 4);
     EXPECT_EQ(model.source, ModelSource::model_file);
-}
-
-TEST(ModelReader, PrintsEachRemarkOnce) {
-    const TempFolder folder;
-    Model model = placeholder_model();
-    model.model_file_name = folder.write("m.txt", "material_info A 1 -1 0 % boundary_condition");
-    Collected collected;
-    const ModelReadReport report = read_input_file(model, {}, collected);
-    EXPECT_FALSE(report.ok);
-    ASSERT_EQ(report.remarks.errors.size(), 1u);
-    ASSERT_EQ(report.remarks.notices.size(), 1u);
-    EXPECT_EQ(collected.errors, report.remarks.errors[0] + "\n");
-    EXPECT_EQ(collected.notices, report.remarks.notices[0] + "\n");
 }

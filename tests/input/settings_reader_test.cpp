@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
-#include <algorithm>
 #include <climits>
 
 #include "support/collected.h"
@@ -26,11 +25,7 @@ std::string settings_text(const std::string& nl_static, const std::string& threa
 TEST(Settings, EveryEntryAndItsEcho) {
     Collected console;
     const Settings s = parse_settings(settings_text("go_on", "MAX"), "s.txt", 8, console);
-    EXPECT_EQ((std::array{s.memory_size, s.free_hd_size}), (std::array{2000.0, 1e5}));
-    EXPECT_EQ((std::array{s.view_fovy, s.view_c_znear, s.view_c_zfar}), (std::array{40.0, 0.01, 100.0}));
-    EXPECT_EQ(s.ordering_type, "LMAX");
-    EXPECT_EQ((std::array{s.c_eigen_shift, s.nl_conv}), (std::array{0.5, 1e-3}));
-    EXPECT_EQ((std::array{s.div_memory_size, s.nl_static, s.n_threads}), (std::array{2, 1, 8}));
+    EXPECT_EQ(s, (Settings{2000, 1e5, 40, 0.01, 100, "LMAX", 0.5, 2, 1, 1e-3, 8}));
     EXPECT_EQ(console.lines,
               "  MEMORY_SIZE=      2000[MB]\n  FREE_HD_SIZE=    100000[MB]\n  VIEW_FOVY:4.0e+01\n"
               "  VIEW_C_zNear:1.000e-02\n  VIEW_C_zFar:1.000e+02\n  ORDERING_TYPE:LMAX\n"
@@ -41,14 +36,10 @@ TEST(Settings, EveryEntryAndItsEcho) {
 
 TEST(Settings, NumberOfThreads) {
     const std::tuple<const char*, int, const char*> cases[] = {
-        {"16", 8, "  N_THREADS:16\n  N_THREADS:8\n"},
-        {"2*2", 4, "  N_THREADS:4\n  N_THREADS:4\n"},
-        {"3.9", 3, "  N_THREADS:3\n  N_THREADS:3\n"},
-        {"-2", -2, "  N_THREADS:-2\n  N_THREADS:-2\n"},
-        {"-0.5", 0, "  N_THREADS:0\n  N_THREADS:0\n"},
-        {"1e99", 8, "  N_THREADS:2147483647\n  N_THREADS:8\n"},
-        {"-1e99", INT_MIN, "  N_THREADS:-2147483648\n"},
-        {"max", 0, "  N_THREADS:0\n  N_THREADS:0\n"},
+        {"16", 8, "  N_THREADS:16\n  N_THREADS:8\n"},  {"2*2", 4, "  N_THREADS:4\n  N_THREADS:4\n"},
+        {"3.9", 3, "  N_THREADS:3\n  N_THREADS:3\n"},  {"-2", -2, "  N_THREADS:-2\n  N_THREADS:-2\n"},
+        {"-0.5", 0, "  N_THREADS:0\n  N_THREADS:0\n"}, {"1e99", 8, "  N_THREADS:2147483647\n  N_THREADS:8\n"},
+        {"max", 0, "  N_THREADS:0\n  N_THREADS:0\n"},  {"-1e99", INT_MIN, "  N_THREADS:-2147483648\n"},
     };
     for (const auto& [word, kept, echo] : cases) {
         Collected console;
@@ -57,34 +48,22 @@ TEST(Settings, NumberOfThreads) {
     }
 }
 
-TEST(Settings, WhatIsNotUnderstoodStaysZeroAndIsSaid) {
-    {
-        Collected console;
-        EXPECT_EQ(parse_settings(settings_text("Stop", "1"), "s.txt", 8, console).nl_static, 0);
-        EXPECT_TRUE(contains(console.lines, "  NL_STATIC:Stop[0]\n"));
-        EXPECT_TRUE(contains(console.notices, "s.txt: token 20 'Stop': expected stop or go_on"))
-            << console.notices;
-    }
-    Collected console;
+TEST(Settings, WhatIsNotUnderstoodStaysZeroWithANotice) {
+    Collected word, odd, cut;
+    EXPECT_EQ(parse_settings(settings_text("Stop", "1"), "s.txt", 8, word).nl_static, 0);
+    EXPECT_TRUE(contains(word.lines, "  NL_STATIC:Stop[0]\n"));
+    EXPECT_TRUE(contains(word.notices, "s.txt: token 20 'Stop': expected stop or go_on")) << word.notices;
     const Settings s = parse_settings(
-        "head er a 1000MB b nan c 3 d 4 e 5 f LLMAXIMUM g 0.5 h 2.5 i stop j 0.1 k 1", "s.txt", 8, console);
-    EXPECT_EQ(s.memory_size, 0);
-    EXPECT_EQ(s.free_hd_size, 0);
-    EXPECT_EQ(s.div_memory_size, 0);
+        "head er a 1000MB b nan c 3 d 4 e 5 f LLMAXIMUM g 0.5 h 2.5 i stop j 0.1 k 1", "s.txt", 8, odd);
+    EXPECT_TRUE(s.memory_size == 0 && s.free_hd_size == 0 && s.div_memory_size == 0);
     EXPECT_EQ(s.ordering_type, "LLMAXIM");
     EXPECT_EQ(s.nl_conv, 0.1);  // labels are free, the order counts
-    EXPECT_EQ(std::ranges::count(console.notices, '\n'), 4) << console.notices;
-}
-
-TEST(Settings, ShortFile) {
-    Collected console;
-    const Settings s = parse_settings("head er MEMORY_SIZE 10 FREE_HD_SIZE", "s.txt", 8, console);
-    EXPECT_EQ(s.memory_size, 10);
-    EXPECT_EQ(s.free_hd_size, 0);
-    EXPECT_EQ(s.n_threads, 0);
-    EXPECT_TRUE(contains(console.lines, "  NL_STATIC:[0]\n"));
-    EXPECT_TRUE(console.lines.ends_with("  N_THREADS:0\n  N_THREADS:0\n"));
-    EXPECT_EQ(console.notices, "s.txt: ends before FREE_HD_SIZE; it and what follows keep 0\n");
+    EXPECT_EQ(lines_of(odd.notices).size(), 4u) << odd.notices;
+    const Settings few = parse_settings("head er MEMORY_SIZE 10 FREE_HD_SIZE", "s.txt", 8, cut);
+    EXPECT_TRUE(few.memory_size == 10 && few.free_hd_size == 0 && few.n_threads == 0);
+    EXPECT_TRUE(contains(cut.lines, "  NL_STATIC:[0]\n"));
+    EXPECT_TRUE(cut.lines.ends_with("  N_THREADS:0\n  N_THREADS:0\n"));
+    EXPECT_EQ(cut.notices, "s.txt: ends before FREE_HD_SIZE; it and what follows keep 0\n");
 }
 
 TEST(Settings, FileOnDisk) {
