@@ -29,24 +29,24 @@ void report_applied(Job& job, const RigidSystem& rigid) {
     }
 }
 
-// False where nothing holds a node or a rigid element.
-bool check_held(Job& job, const AssembledSystem& system, const BorderedFactor& factor) {
+// Where nothing holds a node or a rigid element the run has failed; its numbers are written all the same.
+void check_held(Job& job, const AssembledSystem& system, const BorderedFactor& factor) {
     const std::int32_t loose =
         factor.free() ? find_free_motion(system.km, system.km.K_value, *factor.free()) : -1;
     if (loose >= 0) {
         const std::int32_t dof = system.freedoms.numbering.free_dofs[loose];
         const double* x = job.mesh().node(dof / 3);
-        return job.fail(
-            RunStatus::failed,
-            formatted("the body is free: the supports do not hold node %d at (%.6g, %.6g, %.6g) in %c",
-                      dof / 3 + 1, x[0], x[1], x[2], "xyz"[dof % 3]));
+        job.fail(RunStatus::failed,
+                 formatted("the body is free: the supports do not hold node %d at (%.6g, %.6g, %.6g) in %c",
+                           dof / 3 + 1, x[0], x[1], x[2], "xyz"[dof % 3]));
+        return;
     }
-    if (!factor.has_free_motion(system.border.K_rr)) return true;
+    if (!factor.has_free_motion(system.border.K_rr)) return;
     std::string names;
     for (const RigidElement& element : job.model.rigid_elements)
         names += (names.empty() ? "" : ", ") + element.name;
-    return job.fail(RunStatus::failed,
-                    "the body is free: a motion of the rigid elements (" + names + ") meets no resistance");
+    job.fail(RunStatus::failed,
+             "the body is free: a motion of the rigid elements (" + names + ") meets no resistance");
 }
 
 // F in, u out: one value per equation.
@@ -64,8 +64,10 @@ bool solve(Job& job, const AssembledSystem& system, std::vector<double>& u) {
     for (std::size_t k = 0; k < Ku.size(); ++k) Ku[k] -= F[k];
     const double load = norm(F);
     job.report().residual = load > 0 ? norm(Ku) / load : norm(Ku);
-    if (!check_held(job, system, *factor)) return false;
-    return std::isfinite(norm(u)) || job.fail(RunStatus::failed, "the displacements are not finite numbers");
+    if (!std::isfinite(norm(u)))
+        return job.fail(RunStatus::failed, "the displacements are not finite numbers");
+    check_held(job, system, *factor);
+    return true;
 }
 
 // q: the amounts of the rigid bodies' motions.
