@@ -1,15 +1,11 @@
-// Result files that were cut, changed or are none: one clear line and the store as it was, or a store
-// that everybody can use.
+// Result files that were cut, changed or are none: one clear line, or a run that everybody can use.
 #include <gtest/gtest.h>
 
 #include <chrono>
 
-#include "full_store.h"
-#include "model/console.h"
+#include "full_run.h"
 #include "results/displacement_file.h"
-#include "results/result_file.h"
 #include "results/vtu_file.h"
-#include "support/temp_folder.h"
 #include "support/text_damage.h"
 
 using namespace kestralum;
@@ -18,90 +14,74 @@ using namespace kestralum::testing;
 namespace {
 
 // What drawing, analyses and writers rely on.
-void expect_usable(const ModelStore& store, const std::string& what) {
-    const Mesh& mesh = store.mesh;
+void expect_usable(const StoredRun& stored, const std::string& what) {
+    const Mesh& mesh = stored.run.mesh;
     ASSERT_GE(mesh.node_num(), 1) << what;
-    ASSERT_TRUE(mesh.dof_num == 0 || mesh.dof_num == 3 * mesh.node_num()) << what;
     ASSERT_EQ(mesh.node_n_dir.size(), mesh.coordinates.size()) << what;
-    ASSERT_EQ(mesh.connectivity.size() % static_cast<std::size_t>(mesh.node_per_element()), 0u) << what;
+    ASSERT_LE(static_cast<unsigned>(mesh.element_type), 2u) << what;
+    ASSERT_EQ(mesh.connectivity.size() % mesh.node_per_element(), 0u) << what;
     for (std::int32_t node : mesh.connectivity) ASSERT_TRUE(node >= 1 && node <= mesh.node_num()) << what;
-    ASSERT_EQ(mesh.p_ele_part_id.size(), static_cast<std::size_t>(mesh.element_num())) << what;
+    ASSERT_EQ(mesh.p_ele_part_id.size(), mesh.element_num()) << what;
     for (std::int32_t part : mesh.p_ele_part_id)
-        ASSERT_LT(static_cast<std::size_t>(part), store.parts.size()) << what;
+        ASSERT_LT(static_cast<std::size_t>(part), stored.model.parts.size()) << what;
     for (double x : mesh.coordinates) ASSERT_TRUE(std::isfinite(x)) << what;
     for (double x : mesh.size_info) ASSERT_TRUE(std::isfinite(x)) << what;
     ASSERT_TRUE(std::isfinite(mesh.max_length) && mesh.max_length > 0) << what;
-    const Results& results = store.results;
-    const auto modes = static_cast<std::size_t>(results.mode_num()),
-               dofs = static_cast<std::size_t>(mesh.dof_num);
-    ASSERT_GE(modes, 1u) << what;
-    ASSERT_EQ(results.frame_vector.size(), modes) << what;
-    ASSERT_EQ(results.mode_vec.size(), modes * dofs) << what;
-    ASSERT_EQ(results.node_stress.size(), 5 * modes * dofs) << what;
+    ASSERT_EQ(stored.run.force_node.size(), stored.model.forces.size()) << what;
+    ASSERT_GE(stored.run.mode_num(), 1) << what;
+    for (const auto& frame : stored.run.results) {
+        ASSERT_TRUE(frame->mode_vec.empty() || frame->mode_vec.size() == mesh.coordinates.size()) << what;
+        ASSERT_EQ(frame->node_stress.size(), 5 * frame->mode_vec.size()) << what;
+    }
 }
 
 struct Damaged : ::testing::Test {
     TempFolder folder;
-    ModelStore before = full_store(ElementKind::tetrahedron10, 1, {1, 1, 1});
-    std::string good, before_bytes;
+    std::string good, log = folder.file("log");
     int read = 0, refused = 0;
-    bool (*read_it)(std::string_view, ModelStore&) = read_result_file;
+    bool displacements = false;
 
-    void SetUp() override {
-        ModelStore store = full_store(ElementKind::hexahedron, 2);
-        good = bytes_of(store);
-        before_bytes = bytes_of(before);
-    }
-    std::string bytes_of(ModelStore store) const {
-        console::Capture quiet;
-        store.model_file_name = "probe.txt";
-        EXPECT_TRUE(write_results(store, Publish::now, 1));
-        return read_file(folder.path() / "log/result_probe.txt");
-    }
-    // Reads the text over the store `before`; gives the error line, "" where it was read.
+    void SetUp() override { good = written(full_run(folder, ElementKind::hexahedron, 2), folder); }
+
+    // Reads the text; gives the error line, "" where it was read.
     std::string check(const std::string& text, const std::string& what) {
         folder.write("log/damaged.txt", text);
-        ModelStore store = before;
-        store.materials.push_back({.id = 1, .name = "MARK"});
-        console::Capture console;
-        if (read_it("log\\damaged.txt", store)) {
+        Collected console;
+        auto stored = displacements ? read_displacement_file("log\\damaged.txt", log, nullptr, console)
+                                    : read_result_file("log\\damaged.txt", log, console);
+        if (stored) {
             ++read;
             EXPECT_EQ(console.errors, "") << what;
-            expect_usable(store, what);
-            EXPECT_TRUE(write_vtu(store)) << what;
+            expect_usable(*stored, what);
+            EXPECT_TRUE(write_vtu(stored->model, stored->run, console)) << what;
             return "";
         }
         ++refused;
         EXPECT_TRUE(console.errors.starts_with("log\\damaged.txt: ")) << what << console.errors;
         EXPECT_EQ(lines_of(console.errors).size(), 1u) << what << console.errors;
         EXPECT_LT(console.errors.size(), 250u) << what;
-        EXPECT_EQ(store.materials.size(), before.materials.size() + 1);
-        EXPECT_TRUE(bytes_of(store) == before_bytes) << what << ": the store was changed";
         return console.errors.empty() ? "failed without a word" : console.errors;
     }
     // The good file with the first line after `mark` replaced.
     std::string with_line(const std::string& mark, const std::string& line) const {
         const std::size_t at = good.find(mark) + mark.size();
-        EXPECT_LT(mark.size(), at);
+        EXPECT_LT(mark.size(), at) << mark;
         return good.substr(0, at) + line + good.substr(good.find('\n', at));
     }
 };
 
 // Both files that the program reads back.
-struct DamagedFile : Damaged, ::testing::WithParamInterface<const char*> {
+struct DamagedFile : Damaged, ::testing::WithParamInterface<bool> {
     void SetUp() override {
         Damaged::SetUp();
-        if (std::string(GetParam()) == "result") return;
-        console::Capture quiet;
-        ModelStore store = full_store(ElementKind::hexahedron, 2);
-        store.model_file_name = "probe.txt";
-        EXPECT_TRUE(write_displacements(store, 1));
-        good = read_file(folder.path() / "log/disp_probe.txt");
-        read_it = read_displacement_file;
+        if (!(displacements = GetParam())) return;
+        Collected quiet;
+        const StoredRun stored = full_run(folder, ElementKind::hexahedron, 2);
+        EXPECT_TRUE(write_displacements(stored.model, stored.run, quiet));
+        good = read_file(folder.path() / "log/disp_full.txt");
     }
 };
-INSTANTIATE_TEST_SUITE_P(Kinds, DamagedFile, ::testing::Values("result", "displacement"),
-                         [](const auto& p) { return std::string(p.param); });
+INSTANTIATE_TEST_SUITE_P(Displacements, DamagedFile, ::testing::Bool());
 
 }  // namespace
 
@@ -118,7 +98,6 @@ TEST_P(DamagedFile, EveryPrefixIsRefused) {
             << "cut at " << length;
         if (HasFailure()) return;
     }
-    EXPECT_EQ(check(good, "whole"), "");
     EXPECT_EQ(check(good.substr(0, good.size() - 1), "without the last newline"), "");
 }
 
@@ -156,12 +135,28 @@ TEST_F(Damaged, ValuesThatNobodyCanUseAreRefusedWithTheirToken) {
              {"%\nElement\n4\n", "1 2 3 4 5 6 7 0", "'0'"},
              {"%\np_ele_part_id\n", "2", "'2'"},
              {"%\np_ele_part_id\n", "-1", "'-1'"},
-             {"%\nana_type\n", "4", "'4'"},
+             {"%\nana_type\n", "4", "'4': expected an analysis type 0 … 3"},
              {"%\nsize_info\n", "nan 0 0", "'nan'"},
          }) {
         const std::string error = check(with_line(mark, line), std::string(mark) + line);
         EXPECT_TRUE(contains(error, expected)) << mark << line << "\n" << error;
     }
+    // numbers that stand for something
+    for (const auto& [from, to, expected] : {
+             std::tuple{"HOLLOWRECT  3 ", "HOLLOWRECT  16 ", "'16': expected the number of a shape"},
+             {"HOLLOWRECT  3 ", "HOLLOWRECT  2005 ", "'2005'"},
+             {"  plane  x  0 0 ", "  plane  x  3 0 ", "'3': expected a selection 0, 1 or 2"},
+             {"  plane  x  0 0 ", "  plane  x  0 3 ", "'3': expected an axis"},
+             {"  node 0 ", "  node 2 ", "'2': expected a kind of force"},
+             {"  node 0  y 1 ", "  node 0  y -1 ", "'-1': expected an axis"},
+             {"  round 1 ", "  round 2 ", "'2': expected a selection 0 or 1"},
+             {"  ry  4 ", "  ry  7 ", "'7': expected a direction"},
+         }) {
+        const std::string error = check(replaced(good, from, to), to);
+        EXPECT_TRUE(contains(error, expected)) << to << "\n" << error;
+    }
+    // any other type of element has eight nodes
+    EXPECT_EQ(check(with_line("%\nElement_type\n", "7"), "type"), "");
     // results may hold what a failed analysis left
     EXPECT_EQ(check(with_line("%\nmode_vec\n", "nan inf"), "values"), "");
 }
@@ -175,11 +170,12 @@ TEST_F(Damaged, ForeignFilesAreNotResultFiles) {
     const std::size_t parts = good.find("part_num\n"), end = good.find("bc_num\n"),
                       ids = good.find("p_ele_part_id\n"), type = good.find("ana_type\n");
     const std::string without = good.substr(0, parts) + good.substr(end, ids - end) + good.substr(type);
-    check(without, "no parts and no part of any element");
-    ModelStore store = placeholder_model();
-    console::Capture console;
-    EXPECT_FALSE(read_result_file("log\\absent.txt", store));
+    EXPECT_TRUE(contains(check(without, "no parts and no part of any element"), "no part that they belong"));
+    const std::size_t forces = good.find("force_num\n"), rigid = good.find("rigid_element_info\n");
+    EXPECT_EQ(check(good.substr(0, forces) + good.substr(rigid), "no forces"), "");
+    Collected console;
+    EXPECT_FALSE(read_result_file("log\\absent.txt", log, console));
     EXPECT_EQ(console.lines, "----------read_data-----------\nFILE OPEN ERROR\n");
     EXPECT_EQ(console.errors, "log\\absent.txt cannot be read: No such file or directory\n");
-    EXPECT_FALSE(read_result_file("log", store)) << "a folder";
+    EXPECT_FALSE(read_result_file("log", log, console)) << "a folder";
 }

@@ -3,11 +3,10 @@
 
 #include <filesystem>
 
-#include "full_store.h"
-#include "model/console.h"
-#include "results/result_file.h"
+#include "full_run.h"
+#include "results/displacement_file.h"
+#include "results/text_output.h"
 #include "results/vtu_file.h"
-#include "support/temp_folder.h"
 
 using namespace kestralum;
 using namespace kestralum::testing;
@@ -16,84 +15,119 @@ namespace {
 
 struct Publishing : ::testing::Test {
     TempFolder folder;
+    const std::string log = folder.file("log");
     const std::filesystem::path target = folder.path() / "log/result_full.txt",
                                 held = folder.path() / "log/result_full.txt.part";
-    const ModelStore store = full_store(ElementKind::hexahedron, 2);
-    ModelStore cleared = store;
-    console::Capture console;
+    StoredRun stored = full_run(folder, ElementKind::hexahedron, 2);
+    Collected console;
 
-    void SetUp() override { cleared.results.resize(1, store.mesh.dof_num); }
+    bool write(Publish publish) { return write_results(stored.model, stored.run, 2, publish, console); }
+    // before anything is computed
+    bool hold() {
+        kestralum::Run cleared = stored.run;
+        cleared.results.clear();
+        return write_results(stored.model, cleared, 1, Publish::hold, console);
+    }
     // the write fails with one line that gives the reason
-    void expect_refused(bool written, const std::string& file, const std::string& reason) {
-        EXPECT_FALSE(written);
-        EXPECT_EQ(console.errors,
-                  paths::to_platform("log\\" + file) + " cannot be written: " + reason + "\n");
+    void expect_refused(bool done, const std::string& path, const std::string& reason) {
+        EXPECT_FALSE(done);
+        EXPECT_EQ(console.errors, path + " cannot be written: " + reason + "\n");
         console.errors.clear();
     }
     std::ptrdiff_t files() const {
-        return std::distance(std::filesystem::directory_iterator(folder.path() / "log"),
-                             std::filesystem::directory_iterator());
+        return std::distance(std::filesystem::directory_iterator(log), std::filesystem::directory_iterator());
     }
 };
 
 }  // namespace
 
-TEST_F(Publishing, AHeldFileTakesTheNameOnlyThroughTheLastWrite) {
+TEST_F(Publishing, AHeldFileTakesTheNameThroughTheLastWriteOrWhereThereIsNone) {
     folder.write("log/result_full.txt", "earlier");
-    ASSERT_TRUE(write_results(cleared, Publish::hold, 1));
+    ASSERT_TRUE(hold());
     EXPECT_EQ(read_file(target), "earlier");
     EXPECT_TRUE(std::filesystem::exists(held));
-    ASSERT_TRUE(write_results(store, Publish::now, 1));
+    release_held_results("data\\full.txt", log);
+    EXPECT_EQ(read_file(target), "earlier");
+    EXPECT_EQ(files(), 1) << "the held file goes";
+    std::filesystem::remove(target);
+    ASSERT_TRUE(hold());
+    release_held_results("data\\full.txt", log);
+    EXPECT_EQ(read_back(folder).run.results.at(0)->mode_vec, Frame(stored.run.mesh.dof_num()).mode_vec);
+    ASSERT_TRUE(hold());
+    ASSERT_TRUE(write(Publish::now));
     EXPECT_FALSE(std::filesystem::exists(held));
-    ModelStore read = placeholder_model();
-    ASSERT_TRUE(read_result_file(full_target, read));
-    EXPECT_EQ(read.results.mode_num(), 2) << "the last write, not the one held";
-    release_held_results(store);  // nothing is held any more
+    EXPECT_EQ(read_back(folder).run.mode_num(), 2) << "the last write, not the one held";
+    release_held_results("data\\full.txt", log);  // nothing is held any more
     EXPECT_EQ(files(), 1);
 }
 
-TEST_F(Publishing, AtAnEarlyEndTheHeldFileServesWhereThereIsNoEarlierOne) {
-    ASSERT_TRUE(write_results(cleared, Publish::hold, 1));
-    EXPECT_FALSE(std::filesystem::exists(target));
-    release_held_results(store);
-    ModelStore read = placeholder_model();
-    ASSERT_TRUE(read_result_file(full_target, read));
-    EXPECT_EQ(read.results.mode_vec, std::vector<double>(cleared.results.mode_vec.size(), 0.0));
-
-    folder.write("log/result_full.txt", "earlier");
-    ASSERT_TRUE(write_results(cleared, Publish::hold, 1));
-    release_held_results(store);
-    EXPECT_EQ(read_file(target), "earlier");
-    EXPECT_EQ(files(), 1) << "the held file goes";
+TEST_F(Publishing, AFullDiskLeavesTheEarlierFileAsItWasAndIsReportedOnce) {
+    ASSERT_TRUE(std::filesystem::exists("/dev/full"));
+    for (const char* name : {"result_full.txt", "disp_full.txt", "full.vtu"})
+        folder.write(std::string("log/") + name, "earlier");
+    const auto expect_full = [&](const char* name, const std::function<bool()>& write_it) {
+        const std::string path = folder.file(std::string("log/") + name);
+        std::filesystem::create_symlink("/dev/full", path + ".part");
+        expect_refused(write_it(), path, "No space left on device");
+        EXPECT_EQ(read_file(path), "earlier");
+        EXPECT_FALSE(std::filesystem::is_symlink(path + ".part")) << "what is left of the try goes";
+    };
+    for (const Publish publish : {Publish::hold, Publish::now}) {
+        expect_full("result_full.txt", [&] { return write(publish); });
+        EXPECT_TRUE(console.lines.ends_with("FILE CLOSE ERROR\n"));
+    }
+    expect_full("disp_full.txt", [&] { return write_displacements(stored.model, stored.run, console); });
+    expect_full("full.vtu", [&] { return write_vtu(stored.model, stored.run, console); });
+    EXPECT_EQ(files(), 3);
+    // rows that nobody will have are not made
+    std::filesystem::create_symlink("/dev/full", held);
+    std::int64_t made = 0;
+    TextOutput file(held, console);
+    file.write_rows(1 << 20, 1, [&](std::int64_t, std::string& text) {
+        ++made;
+        text += "0.000000e+00\n";
+    });
+    EXPECT_FALSE(file.finish());
+    EXPECT_LT(made, 1 << 14);
 }
 
-TEST_F(Publishing, AFullDiskLeavesTheEarlierFileAsItWas) {
-    ASSERT_TRUE(std::filesystem::exists("/dev/full"));
+TEST_F(Publishing, ACancelLeavesTheEarlierFileAsItWas) {
+    stored = full_run(folder, ElementKind::hexahedron, 1, {14, 14, 14});
+    const std::string whole = written(stored, folder);
     folder.write("log/result_full.txt", "earlier");
-    folder.write("log/full.vtu", "earlier");
     for (const Publish publish : {Publish::hold, Publish::now}) {
-        std::filesystem::create_symlink("/dev/full", held);
-        expect_refused(write_results(store, publish, 2), "result_full.txt", "No space left on device");
-        EXPECT_TRUE(console.lines.ends_with("FILE CLOSE ERROR\n"));
+        StopAt stopping("   n_freq\n");
+        EXPECT_FALSE(write_results(stored.model, stored.run, 1, publish, stopping));
+        EXPECT_EQ(stopping.errors, target.string() + " cannot be written: stopped on request\n");
+        EXPECT_TRUE(stopping.lines.ends_with("FILE CLOSE ERROR\n"));
         EXPECT_EQ(read_file(target), "earlier");
-        EXPECT_FALSE(std::filesystem::is_symlink(held)) << "what is left of the try goes";
+        EXPECT_EQ(files(), 1);
     }
-    std::filesystem::create_symlink("/dev/full", folder.path() / "log/full.vtu.part");
-    expect_refused(write_vtu(store), "full.vtu", "No space left on device");
-    EXPECT_EQ(read_file(folder.path() / "log/full.vtu"), "earlier");
-    EXPECT_EQ(files(), 2);
+    // what a run has reached when it was stopped is kept
+    StopAt stopped("");
+    stopped.cancel();
+    EXPECT_TRUE(write_results(stored.model, stored.run, 1, Publish::now, stopped));
+    EXPECT_EQ(read_file(target), whole);
+
+    for (const char* mark : {"Element:", "str=node_stress"}) {
+        StopAt stopping(mark);
+        EXPECT_FALSE(read_result_file("log\\result_full.txt", log, stopping));
+        EXPECT_EQ(stopping.errors, "stopped on request\n");
+    }
 }
 
 TEST_F(Publishing, FoldersThatAreAbsentOrInTheFilesPlaceAreOneErrorLine) {
-    paths::set_log_directory(folder.file("absent"));
-    expect_refused(write_results(store, Publish::now, 1), "result_full.txt", "No such file or directory");
+    const std::string absent = folder.file("absent");
+    stored.run.origin.options.log_folder = absent;
+    expect_refused(write(Publish::now), absent + "/result_full.txt", "No such file or directory");
     EXPECT_TRUE(console.lines.ends_with("resfile_name:log\\result_full.txt\nFILE OPEN ERROR\n"));
-    expect_refused(write_vtu(store), "full.vtu", "No such file or directory");
-    release_held_results(store);
-    paths::set_log_directory(folder.file("log"));
+    expect_refused(write_vtu(stored.model, stored.run, console), absent + "/full.vtu",
+                   "No such file or directory");
+    release_held_results("data\\full.txt", absent);
+    stored.run.origin.options.log_folder = log;
     std::filesystem::create_directories(target / "x");
     std::filesystem::create_directories(folder.path() / "log/full.vtu/x");
-    expect_refused(write_results(store, Publish::now, 1), "result_full.txt", "Is a directory");
-    expect_refused(write_vtu(store), "full.vtu", "Is a directory");
+    expect_refused(write(Publish::now), target.string(), "Is a directory");
+    expect_refused(write_vtu(stored.model, stored.run, console), log + "/full.vtu", "Is a directory");
     EXPECT_EQ(files(), 2) << "no temporary file stays";
 }

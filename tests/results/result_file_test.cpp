@@ -8,56 +8,28 @@
 #include <iostream>
 #include <sstream>
 
-#include "full_store.h"
-#include "model/console.h"
+#include "full_run.h"
+#include "model/format.h"
+#include "results/displacement_file.h"
 #include "results/text_output.h"
 #include "support/comma_locale.h"
-#include "support/temp_folder.h"
-#include "support/text_checks.h"
 
 using namespace kestralum;
 using namespace kestralum::testing;
 
 namespace {
 
-struct Section {
-    std::string keyword;
-    std::vector<std::string> lines;
-};
-
-// Splits at the lines "%". The first section has no keyword, its line is the version.
-std::vector<Section> sections_of(const std::string& text) {
+// Lines of each section, the keyword first; the first section has the version only.
+std::vector<std::vector<std::string>> sections_of(const std::string& text) {
     EXPECT_TRUE(text.ends_with("%\n"));
-    std::vector<Section> sections(1);
-    bool begins = false;
-    for (const std::string& line : lines_of(text)) {
-        if (line == "%") {
-            begins = true;
-            continue;
-        }
-        if (begins)
-            sections.push_back({line, {}});
+    std::vector<std::vector<std::string>> sections(1);
+    for (const std::string& line : lines_of(text))
+        if (line == "%")
+            sections.emplace_back();
         else
-            sections.back().lines.push_back(line);
-        begins = false;
-    }
+            sections.back().push_back(line);
+    sections.pop_back();
     return sections;
-}
-
-// Writes the store and gives the bytes of the file.
-std::string written(ModelStore store, const TempFolder& folder, const char* name = "full.txt",
-                    int threads = 2) {
-    console::Capture quiet;
-    store.model_file_name = std::string("data\\") + name;
-    EXPECT_TRUE(write_results(store, Publish::now, threads)) << quiet.errors;
-    return read_file(folder.path() / "log" / (std::string("result_") + name));
-}
-
-ModelStore read_back(const char* name = "full.txt") {
-    console::Capture quiet;
-    ModelStore store = placeholder_model();
-    EXPECT_TRUE(read_result_file(std::string("log\\result_") + name, store)) << quiet.errors;
-    return store;
 }
 
 std::string e(double value) {
@@ -65,14 +37,17 @@ std::string e(double value) {
     std::snprintf(text, sizeof text, "%e", value);
     return text;
 }
+std::string e(std::span<const double> values) {
+    std::string text;
+    for (const double value : values) text += (text.empty() ? "" : " ") + e(value);
+    return text;
+}
 
 }  // namespace
 
 TEST(ResultNumbers, AreThePrintfOnes) {
     std::mt19937_64 random(11);
-    std::vector<double> values{0.0, -0.0, 1, -1, 9.9999995, 0.1, 1e100, -1e-100, 5e-324, 1.0000005, 2.5e-7};
-    for (double special : {1.7976931348623157e308, std::nan(""), HUGE_VAL})
-        values.insert(values.end(), {special, -special});
+    std::vector<double> values{0.0, -0.0, -1, 9.9999995, 1.0000005, 2.5e-7, 5e-324, HUGE_VAL, -HUGE_VAL};
     while (values.size() < 100000) values.push_back(std::bit_cast<double>(random()));
     std::string text;
     for (double value : values) {
@@ -81,231 +56,238 @@ TEST(ResultNumbers, AreThePrintfOnes) {
         ASSERT_EQ(text, e(value));
     }
     text.clear();
-    for (std::int64_t value : {std::int64_t{0}, std::int64_t{-7}, INT64_MAX, INT64_MIN})
-        append_d(text, value);
-    EXPECT_EQ(text, "0-79223372036854775807-9223372036854775808");
+    for (std::int64_t value : {std::int64_t{0}, INT64_MAX, INT64_MIN}) append_d(text, value);
+    EXPECT_EQ(text, "09223372036854775807-9223372036854775808");
 }
 
 TEST(ResultFile, SectionsStandInOrderWithTheirCountsAndLines) {
     const TempFolder folder;
-    const ModelStore store = full_store(ElementKind::tetrahedron4, 2);
-    const Results& results = store.results;
-    const auto nodes = static_cast<std::size_t>(store.mesh.node_num()), dofs = 3 * nodes,
-               elements = static_cast<std::size_t>(store.mesh.element_num());
-    // row of degree of freedom 7: frame 1 shows vector 1, frame 2 vector 0
-    const std::string row = e(results.mode_vec[dofs + 7]) + " " + e(results.mode_vec[7]);
-    std::string stress;
-    for (std::size_t c = 0; c < 10; ++c) stress += (c ? " " : "") + e(results.node_stress[c * dofs + 7]);
-    const Part& part = store.parts[1];
-    std::string block = "1  BLOCK  blue  1.000000e-01 3.333333e-01 9.000000e-01  STEEL  1  HOLLOWRECT  3 ";
-    for (double v : part.size) block += " " + e(v);
-    block += "  1 20 300 0 -5 2147483647 ";
-    for (double v : part.origin) block += " " + e(v);
-    block += " ";
-    for (double v : part.euler_angles) block += " " + e(v);
-    const double* n = store.mesh.node_n_dir.data() + 3;
-    const std::string normal = e(n[0]) + "  " + e(n[1]) + "  " + e(n[2]);
-    // keyword, number of lines, some of them by their index
-    const struct {
-        const char* keyword;
-        std::size_t lines;
-        std::vector<std::pair<std::size_t, std::string>> some;
-    } expected[] = {
-        {"", 1, {{0, "ver3.01"}}},
-        {"Node", nodes + 1, {{0, "18"}, {18, "1.375000e+00 6.666667e-01 3.000000e+00"}}},
-        {"Element_type", 1, {{0, "1"}}},
-        {"Element", elements + 1, {{0, "24"}, {1, "1 2 5 11"}}},
-        {"mode_num", 1, {{0, "2"}}},
-        {"n_freq", 2, {{1, e(results.n_freq[1])}}},
-        {"mode_vec", dofs, {{7, row}}},
-        {"node_stress", dofs, {{7, stress}}},
-        {"part_num_o", 1, {{0, "1"}}},
-        {"part_info", 1, {}},
-        {"part_num", 1, {{0, "2"}}},
-        {"part_info", 2, {{1, block + "  1"}}},
-        {"bc_num", 1, {{0, "2"}}},
-        {"bc_info",
-         2,
-         {{0,
-           "0  CLAMP  plane  x  0 0  0.000000e+00 0.000000e+00 -1.000000e+00 1.000000e+00 -2.000000e+00 "
-           "3.333333e-01"}}},
-        {"force_num", 1, {{0, "2"}}},
-        {"force_info",
-         2,
-         {{0,
-           "0  PUSH  node 0  y 1  -1.234568e+03  1.000000e-01 2.000000e-01 3.000000e-01"
-           "  0.000000e+00 0.000000e+00 0.000000e+00 0.000000e+00 0.000000e+00 0.000000e+00  3"}}},
-        {"rigid_element_info",
-         3,
-         {{1,
-           "0  HEAD  round 1  1.000000e+00 2.000000e+00 3.000000e+00"
-           "  0.000000e+00 0.000000e+00 0.000000e+00 2.500000e-01 2.000000e+00 1.000000e-03"}}},
-        {"rigid_force_info", 2, {{0, "1"}, {1, "0  TURN  FOOT  ry  4  3.500000e+00"}}},
-        {"node_n_dir", nodes, {{1, normal}}},
-        {"p_ele_part_id", elements, {{11, "0"}, {12, "1"}}},
-        {"ana_type", 1, {{0, "1"}}},
-        {"size_info",
-         2,
-         {{0, "0.000000e+00 0.000000e+00 0.000000e+00"}, {1, "1.375000e+00 6.666667e-01 3.000000e+00"}}},
-    };
-    const auto sections = sections_of(written(store, folder));
-    ASSERT_EQ(sections.size(), std::size(expected));
-    for (std::size_t k = 0; k < sections.size(); ++k) {
-        SCOPED_TRACE(expected[k].keyword);
-        EXPECT_EQ(sections[k].keyword, expected[k].keyword);
-        ASSERT_EQ(sections[k].lines.size(), expected[k].lines);
-        for (const auto& [index, line] : expected[k].some) EXPECT_EQ(sections[k].lines[index], line);
+    const auto [model, run] = full_run(folder, ElementKind::tetrahedron4, 2);
+    const std::size_t nodes = run.mesh.node_num(), dofs = 3 * nodes, elements = run.mesh.element_num();
+    // degree of freedom 7: two frames, and a column that the run does not have
+    std::vector<double> row, stress;
+    for (const auto& frame : run.results) {
+        row.push_back(frame->mode_vec[7]);
+        for (std::size_t group = 0; group < 5; ++group)
+            stress.push_back(frame->node_stress[group * dofs + 7]);
     }
+    row.push_back(0);
+    stress.resize(15);
+    const Part& part = model.parts[1];
+    const double* n = run.mesh.node_n_dir.data() + 3;
+    const auto sections = sections_of(written({model, run}, folder, "full.txt", 3));
+    std::string keywords;
+    std::vector<std::size_t> lines;
+    for (const auto& section : sections) {
+        keywords += section.at(0) + " ";
+        lines.push_back(section.size() - 1);
+    }
+    EXPECT_EQ(keywords,
+              "ver3.01 Node Element_type Element mode_num n_freq mode_vec node_stress part_num_o part_info "
+              "part_num part_info bc_num bc_info force_num force_info rigid_element_info rigid_force_info "
+              "node_n_dir p_ele_part_id ana_type size_info ");
+    EXPECT_EQ(lines, (std::vector<std::size_t>{
+                         0, nodes + 1, 1, elements + 1, 1,        3, dofs, dofs, 1, 1, 1, 2, 1, 2, 1,
+                         2, 3,         2, nodes,        elements, 1, 2}));
+    for (const auto& [section, line, text] : std::initializer_list<std::tuple<int, int, std::string>>{
+             {1, 19, "1.375000e+00 6.666667e-01 3.000000e+00"},
+             {3, 1, "24"},
+             {3, 2, "1 2 5 11"},
+             {4, 1, "3"},
+             {5, 2, e(run.results[1]->n_freq)},
+             {6, 8, e(row)},
+             {7, 8, e(stress)},
+             {11, 2,
+              "1  BLOCK  blue  1.000000e-01 3.333333e-01 9.000000e-01  STEEL  1  HOLLOWRECT  3  " +
+                  e(part.size) + "  1 20 300 0 -5 2147483647  " + e(part.origin) + "  " +
+                  e(part.euler_angles) + "  1"},
+             {13, 1, "0  CLAMP  plane  x  0 0  " + e(model.boundary_conditions[0].box)},
+             {15, 1,
+              "0  PUSH  node 0  y 1  -1.234568e+03  1.000000e-01 2.000000e-01 3.000000e-01  " +
+                  e(model.forces[0].box) + "  3"},
+             {16, 2,
+              "0  HEAD  round 1  " + e(std::vector<double>{1, 2, 3}) + "  " +
+                  e(model.rigid_elements[0].region)},
+             {17, 2, "0  TURN  FOOT  ry  4  3.500000e+00"},
+             {18, 2, e(n[0]) + "  " + e(n[1]) + "  " + e(n[2])},
+             {19, 13, "1"},
+             {20, 1, "1"},
+             {21, 2, "1.375000e+00 6.666667e-01 3.000000e+00"}})
+        EXPECT_EQ(sections.at(section).at(line), text);
 }
 
-TEST(ResultFile, ASingleModeStandsAloneOnItsLine) {
+TEST(ResultFile, TheConsoleFollowsTheReading) {
     const TempFolder folder;
-    const auto sections = sections_of(written(full_store(ElementKind::hexahedron, 1), folder));
-    for (const std::string& line : sections[6].lines) ASSERT_FALSE(contains(line, " "));
-    EXPECT_EQ(tokens_of(sections[7].lines[0]).size(), 5u);
-    EXPECT_EQ(tokens_of(sections[3].lines[1]).size(), 8u);
-}
-
-TEST(ResultFile, TheConsoleFollowsTheWritingAndTheReading) {
-    const TempFolder folder;
-    const ModelStore store = full_store(ElementKind::tetrahedron10, 2);
-    console::Capture console;
-    ASSERT_TRUE(write_results(store, Publish::now, 1));
-    EXPECT_EQ(
-        console.lines,
-        "index = 4\nfile_name = full.txt\nn_=8\nresfile_name:log\\result_full.txt\nRESULT FILE OPEN !!\n"
-        "   ver_name\n   Node\n   Element\n   mode_num\n   n_freq\n   mode_vec\n   node_stress\n   "
-        "part_num_o\n   PART_O\n   part_num\n"
-        "   PART\n   bc_num\n   B_COND\n   force_num\n   A_FORCE\n   R_ELEMENT\n   R_FORCE\n   node_n_dir\n  "
-        " p_ele_part_id\n"
-        "   ana_type\n   size_info\nFILE CLOSE !!\n");
-    console.lines.clear();
-    ModelStore other = placeholder_model();
-    ASSERT_TRUE(read_result_file(full_target, other));
-    const std::string start = console::format(
+    const auto [model, run] = full_run(folder, ElementKind::tetrahedron10, 2);
+    written({model, run}, folder);
+    const std::string log = folder.file("log");
+    Collected console;
+    const auto read = read_result_file("log\\result_full.txt", log, console);
+    ASSERT_TRUE(read);
+    const std::string start = formatted(
         "----------read_data-----------\nFILE OPEN "
         "!!\nver3.01\nNode:%d\nElement:24\n2\n,str=n_freq\n0,%f\n1,%f\nstr=mode_vec\nstr=node_stress\n 0, "
         "BAR_AS_READ, blue, 1.000e-01, 3.333e-01,",
-        store.mesh.node_num(), other.results.n_freq[0], other.results.n_freq[1]);
+        run.mesh.node_num(), read->run.results[0]->n_freq, read->run.results[1]->n_freq);
     EXPECT_TRUE(console.lines.starts_with(start)) << console.lines.substr(0, 400);
     EXPECT_TRUE(console.lines.ends_with("FILE CLOSE !!\n"));
     EXPECT_EQ(console.notices + console.errors, "");
+    ASSERT_TRUE(write_displacements(model, run, console));
+    Model own;
+    own.control = {.d_time = 0.1, .end_time = 1, .output_frequency = 5};
+    console.clear();
+    ASSERT_TRUE(read_displacement_file("log\\disp_full.txt", log, &own, console));
+    EXPECT_EQ(console.lines,
+              formatted("----------read_data-----------\nFILE OPEN !!\nNode:%d\n", run.mesh.node_num()) +
+                  "Element:24\nmode_num:2\nana_type:1\n0.000000,0.000000,0.000000\n"
+                  "1.375000,0.666667,3.000000\nFILE CLOSE !!\ntime_num = 11\nout_time_num = 3\n");
+
+    std::istringstream answers("log\\result_full.txt log\\absent.txt");
+    std::streambuf* former = std::cin.rdbuf(answers.rdbuf());
+    console.clear();
+    EXPECT_TRUE(read_result_file("", log, console)) << "an empty name is asked for";
+    EXPECT_TRUE(
+        console.lines.starts_with("Result File Name ?\x81\x46----------read_data-----------\nFILE OPEN !!"));
+    console.clear();
+    EXPECT_FALSE(read_displacement_file("", log, nullptr, console));
+    EXPECT_EQ(console.lines,
+              "----------read_data-----------\nResult File Name ?\x81\x46"
+              "FILE OPEN ERROR\n");
+    console.clear();
+    EXPECT_FALSE(read_result_file("", log, console)) << "the console has ended";
+    EXPECT_EQ(console.errors, "no name of a result file was given\n");
+    std::cin.clear();
+    std::cin.rdbuf(former);
 }
 
 class RoundTrip : public ::testing::TestWithParam<ElementKind> {};
-INSTANTIATE_TEST_SUITE_P(ResultFile, RoundTrip,
-                         ::testing::Values(ElementKind::hexahedron, ElementKind::tetrahedron4,
-                                           ElementKind::tetrahedron10));
+INSTANTIATE_TEST_SUITE_P(ResultFile, RoundTrip, ::testing::ValuesIn(every_kind));
 
 TEST_P(RoundTrip, RewritingGivesTheSameBytes) {
     const TempFolder folder;
-    const std::size_t modes = 3;
-    const ModelStore store = full_store(GetParam(), modes);
-    const std::string first = written(store, folder);
-    const ModelStore read = read_back();
+    const StoredRun stored = full_run(folder, GetParam(), 3);
+    const std::string first = written(stored, folder);
+    const StoredRun read = read_back(folder);
     EXPECT_EQ(written(read, folder, "again.txt"), first);
-
-    EXPECT_EQ(read.mesh.connectivity, store.mesh.connectivity);
-    EXPECT_EQ(read.mesh.dof_num, store.mesh.dof_num);
-    EXPECT_NEAR(read.mesh.max_length, store.mesh.max_length, 1e-6);
-    EXPECT_EQ(read.rigid_forces[0].element, 1) << "the name becomes the index again";
-    // column i of the file held the vector that frame i showed; now it is vector i
-    const auto dofs = static_cast<std::size_t>(store.mesh.dof_num);
-    for (std::size_t k = 0; k < modes; ++k) {
-        EXPECT_EQ(read.results.frame_vector[k], static_cast<std::int32_t>(k));
-        const auto row = static_cast<std::size_t>(store.results.frame_vector[k]);
-        for (std::size_t r = 0; r < dofs; ++r) {
-            const double value = store.results.mode_vec[row * dofs + r];
-            ASSERT_NEAR(read.results.mode_vec[k * dofs + r], value, 1e-6 * std::abs(value));
-        }
-    }
+    EXPECT_EQ(read.model.mesh.connectivity, stored.run.mesh.connectivity);
+    EXPECT_NEAR(read.run.mesh.max_length, stored.run.mesh.max_length, 1e-6);
+    EXPECT_EQ(read.model.rigid_forces[0].element, 1) << "the name becomes the index again";
+    EXPECT_TRUE(read.model.materials.empty() && read.model.parameters.empty()) << "not in the file";
+    EXPECT_EQ(read.run.origin.file_name, "log\\result_full.txt");
 }
 
-TEST(ResultFile, EverythingOfTheFormerModelIsReplaced) {
+TEST(ResultFile, ColumnsThatAStaticRunDoesNotFillAreNoFrames) {
     const TempFolder folder;
-    ModelStore small = full_store(ElementKind::tetrahedron4, 1);
-    small.boundary_conditions.clear();
-    small.rigid_elements.clear();
-    small.rigid_forces.clear();
-    const std::string bytes = written(small, folder);
-    ModelStore store = full_store(ElementKind::hexahedron, 4);
-    store.rigid_combines.resize(2);
-    store.mesh.surface_facets = {1, 2, 3};
-    store.mesh.surface_part_id = {0};
-    console::Capture quiet;
-    ASSERT_TRUE(read_result_file(full_target, store));
-    EXPECT_TRUE(store.rigid_combines.empty() && store.mesh.surface_facets.empty() &&
-                store.mesh.surface_part_id.empty());
-    EXPECT_EQ(written(store, folder, "again.txt"), bytes);
+    StoredRun stored = full_run(folder, ElementKind::hexahedron, 1);
+    const auto frames = [&] {
+        written(stored, folder, "full.txt", 6);
+        return read_back(folder).run.mode_num();
+    };
+    EXPECT_EQ(frames(), 1);
+    stored.run.ana_type = AnalysisType::eigen;  // a mode is a mode
+    EXPECT_EQ(frames(), 6);
+    stored.run.ana_type = AnalysisType::linear_static;
+    stored.run.results.clear();  // as written before anything is computed
+    EXPECT_EQ(frames(), 1);
 }
 
-TEST(ResultFile, OfTheStartUpModelIsReadBackWithItsNodeAndNoValues) {
+TEST(ResultFile, NodesWithoutValuesAreReadBackSo) {
     const TempFolder folder;
-    const std::string bytes = written(placeholder_model(), folder);
+    StoredRun start{placeholder_model(), {}};
+    start.run.mesh = start.model.mesh;
+    start.run.origin.options.log_folder = folder.file("log");
+    start.run.results.assign(3, std::make_shared<const Frame>());
+    const std::string bytes = written(start, folder);
     EXPECT_TRUE(contains(bytes, "\nmode_vec\n%\nnode_stress\n%\n"));
-    EXPECT_TRUE(contains(bytes, "\nnode_n_dir\n0.000000e+00  0.000000e+00  0.000000e+00\n%\n"))
-        << "one line per node";
-    const ModelStore read = read_back();
-    EXPECT_EQ(read.mesh.node_num(), 1);
-    EXPECT_EQ(read.mesh.dof_num, 0);
-    EXPECT_EQ(read.results.mode_vec.size(), 0u);
-    EXPECT_EQ(written(read, folder, "again.txt"), bytes);
-
-    ModelStore frames = placeholder_model();
-    frames.results.resize(3, 0);
-    frames.results.n_freq = {1, 2, 3};
-    const std::string three = written(frames, folder);
-    EXPECT_EQ(read_back().results.n_freq, frames.results.n_freq);
-    EXPECT_EQ(written(read_back(), folder, "again.txt"), three);
+    EXPECT_EQ(written(read_back(folder), folder, "again.txt"), bytes);
 }
 
 TEST(ResultFile, BytesDoNotDependOnThreadsOrLocale) {
     const TempFolder folder;
-    const ModelStore store =
-        full_store(ElementKind::hexahedron, 1, {14, 14, 14});  // more rows than one round of blocks
-    const std::string one = written(store, folder, "full.txt", 1);
+    // more rows than one round of blocks
+    StoredRun stored = full_run(folder, ElementKind::hexahedron, 1, {14, 14, 14});
+    stored.run.origin.settings.n_threads = 1;
+    const std::string one = written(stored, folder);
     const CommaLocale locale;
-    paths::set_log_directory(folder.file("log"));
-    for (int threads : {2, 3, 7})
-        EXPECT_TRUE(written(store, folder, "full.txt", threads) == one) << threads << " threads";
-    EXPECT_TRUE(written(store, folder, "full.txt", -1) == one);
-    console::Capture quiet;
-    ModelStore read = placeholder_model();
-    ASSERT_TRUE(read_result_file(full_target, read)) << quiet.errors;
-    EXPECT_TRUE(written(read, folder, "again.txt") == one);
-}
-
-TEST(ResultFile, NameIsMadeOfWhatFollowsTheLastSeparator) {
-    ModelStore store;
-    for (const auto& [model, expected] : {std::pair{"data\\a.txt", "log\\result_a.txt"},
-                                          {"a.txt", "log\\result_a.txt"},
-                                          {"/abs/path.d/a b", "log\\result_a b"},
-                                          {"x\\y/z.dat", "log\\result_z.dat"}}) {
-        store.model_file_name = model;
-        EXPECT_EQ(result_file_name(store), expected);
+    for (int threads : {2, 7, -1}) {
+        stored.run.origin.settings.n_threads = threads;
+        EXPECT_TRUE(written(stored, folder) == one) << threads << " threads";
     }
+    EXPECT_TRUE(written(read_back(folder), folder, "again.txt") == one);
 }
 
-TEST(ResultFile, IsAskedForOnTheConsoleUntilOneIsRead) {
-    const TempFolder folder;
-    ModelStore& store = model_store();
-    store = placeholder_model();
-    written(full_store(ElementKind::tetrahedron4, 1), folder);
-    std::istringstream answers("log\\absent.txt log\\result_full.txt");
-    std::streambuf* former = std::cin.rdbuf(answers.rdbuf());
-    console::Capture console;
-    EXPECT_FALSE(read_results());
-    EXPECT_FALSE(store.result_file_known) << "a name that leads nowhere is not kept";
-    EXPECT_TRUE(read_results());
-    EXPECT_TRUE(store.result_file_known);
-    EXPECT_EQ(store.mesh.node_num(), 18);
-    EXPECT_EQ(console.lines.find("Result File Name ?\x81\x46----------read_data"), 0u);
-    console.lines.clear();
-    EXPECT_TRUE(read_results()) << "the name is known now";
-    EXPECT_EQ(console.lines.find("----------read_data"), 0u);
-    store = placeholder_model();
-    EXPECT_FALSE(read_results()) << "the console has ended";
-    EXPECT_TRUE(contains(console.errors, "result file")) << "and that is said";
-    std::cin.clear();
-    std::cin.rdbuf(former);
+TEST(ResultFile, NamesAreMadeOfWhatFollowsTheLastSeparator) {
+    EXPECT_EQ(result_file_name("/abs/path.d/a b"), "log\\result_a b");
+    EXPECT_EQ(displacement_file_name("x/y\\z.dat"), "log\\disp_z.dat");
+    EXPECT_EQ(history_file_name("data\\a.b.txt"), "log\\history_a.b.csv");
+    EXPECT_EQ(nonlinear_history_file_name("some.where/a"), "log\\history_nonlinear_a.csv");
+}
+
+namespace {
+
+// A model with a node force and a facet, and an explicit run of it with the nodes numbered backwards, as a
+// displacement file.
+struct Displacements : ::testing::Test {
+    TempFolder folder;
+    StoredRun made = full_run(folder, ElementKind::tetrahedron10, 3);
+    Model& own = made.model;
+
+    void SetUp() override {
+        Mesh &mesh = own.mesh, &moved = made.run.mesh;
+        const std::int32_t first = mesh.node_num(), nodes = first + 3;
+        for (const double x : {1.0 / 3, 0.0, 0.0, 1.0 / 3, 0.0, 0.0, 0.0, 2.0, 0.0})  // two in one place
+            mesh.coordinates.push_back(x);
+        update_extent(mesh);
+        mesh.surface_facets = {first + 1, first + 2, nodes};
+        mesh.surface_part_id = {1};
+        own.forces[0].point = {mesh.node(4)[0], mesh.node(4)[1], mesh.node(4)[2]};
+        own.control = {.d_time = 1e-3, .end_time = 0.02, .output_frequency = 8};
+        moved = mesh;
+        for (std::int32_t n = 0; n < nodes; ++n)
+            std::copy_n(mesh.node(n), 3, &moved.coordinates[3 * (nodes - 1 - n)]);
+        for (std::int32_t& n : moved.connectivity) n = nodes + 1 - n;
+        made.run.ana_type = AnalysisType::explicit_dynamics;
+        made.run.results.assign(3, std::make_shared<const Frame>(moved.dof_num()));
+        Collected quiet;
+        EXPECT_TRUE(write_displacements(own, made.run, quiet)) << quiet.errors;
+    }
+    StoredRun read(const Model* model) {
+        Collected quiet;
+        return read_displacement_file("log\\disp_full.txt", folder.file("log"), model, quiet).value();
+    }
+};
+
+}  // namespace
+
+TEST_F(Displacements, OfTheOwnModelKeepItsDefinitionWhateverTheNumbering) {
+    const auto [model, run] = read(&own);
+    const std::int32_t nodes = own.mesh.node_num();
+    for (std::int32_t n = 0; n < nodes - 3; ++n) EXPECT_EQ(run.node_of.at(n), nodes - 1 - n);
+    EXPECT_EQ(model.source, own.source);
+    EXPECT_EQ(model.parts.size(), 2u);
+    EXPECT_EQ(model.mesh.coordinates, own.mesh.coordinates);
+    EXPECT_EQ(run.mesh.p_ele_part_id, own.mesh.p_ele_part_id);
+    EXPECT_EQ(run.mesh.surface_part_id, own.mesh.surface_part_id);
+    EXPECT_EQ(run.mesh.surface_facets.at(2), 1) << "the last node is the first now";
+    EXPECT_EQ(run.force_node, (std::vector<std::int32_t>{nodes - 4, 0}));
+    EXPECT_EQ(run.mesh.node_n_dir.size(), run.mesh.coordinates.size());
+    for (int k = 0; k < 3; ++k) EXPECT_DOUBLE_EQ(run.results[k]->n_freq, k * 8e-3);
+    own.control.output_frequency = 0;
+    EXPECT_EQ(read(&own).run.results[2]->n_freq, 0) << "not known";
+}
+
+TEST_F(Displacements, OfAnotherMeshAreTheMeshAlone) {
+    Model moved = own, turned = own, finer = own, facet = own;
+    moved.mesh.coordinates[0] += 1e-5;
+    std::swap(turned.mesh.connectivity[0], turned.mesh.connectivity[1]);
+    finer.mesh.coordinates.resize(own.mesh.coordinates.size() + 3);
+    facet.mesh.coordinates.back() += 1e-5;
+    for (const Model* other : std::initializer_list<const Model*>{nullptr, &moved, &turned, &finer, &facet}) {
+        const auto [model, run] = read(other);
+        EXPECT_EQ(model.source, ModelSource::displacement_file);
+        ASSERT_EQ(model.parts.size(), 1u);
+        EXPECT_TRUE(model.forces.empty() && run.mesh.surface_facets.empty());
+        EXPECT_EQ(run.mesh.p_ele_part_id, std::vector<std::int32_t>(own.mesh.element_num(), 0));
+        EXPECT_EQ(run.results[2]->n_freq, 0);
+    }
 }

@@ -11,42 +11,29 @@ using namespace kestralum::view;
 
 namespace {
 
-class PictureOf : public ::testing::Test {
-protected:
+struct PictureOf : ::testing::Test {
     PictureOf() {
         state.result_ready = true;
         state.contour = 1;
-        results.resize(2, mesh.dof_num);
-        for (std::size_t n = 0; n < static_cast<std::size_t>(mesh.node_num()); ++n)
-            results.mode_vec[3 * n] = 0.5 * mesh.coordinates[3 * n];
-    }
-    SceneTables tables() const {
-        return {.mesh = mesh,
-                .results = results,
-                .control = control,
-                .ana_type = AnalysisType::linear_static,
-                .parts = {},
-                .parts_o = {},
-                .forces = {},
-                .rigid_elements = {},
-                .rigid_forces = {},
-                .walls = {},
-                .contacts = {},
-                .parameters = {},
-                .fixed_nodes = {}};
+        run.mesh = model.mesh = hexa_box({{2, 2, 2}, {2, 1, 1}});
+        run.ana_type = AnalysisType::linear_static;
+        Frame frame(run.mesh.dof_num());
+        for (std::int32_t n = 0; n < run.mesh.node_num(); ++n)
+            frame.mode_vec[3 * n] = 0.5 * run.mesh.node(n)[0];
+        run.results.assign(2, std::make_shared<const Frame>(frame));
     }
     // Which of faces, colours and shape have changed since the last call.
     std::string changed() {
         const std::array<std::uint64_t, 3> before = last;
-        picture.update(tables(), state);
+        picture.update(tables, state);
         last = {picture.faces_revision(), picture.color_revision(), picture.shape_revision()};
         std::string text;
         for (std::size_t k = 0; k < 3; ++k) text += last[k] != before[k] ? "fcs"[k] : '-';
         return text;
     }
-    Mesh mesh = hexa_box({{2, 2, 2}, {2, 1, 1}});
-    Results results;
-    AnalysisControl control;
+    Model model;
+    kestralum::Run run;
+    SceneTables tables{model, &run, {}, {}};
     DisplayState state;
     Picture picture;
     std::array<std::uint64_t, 3> last{};
@@ -84,13 +71,19 @@ TEST_F(PictureOf, ShowsNoValuesWithoutResults) {
     ASSERT_TRUE(picture.contour());
     EXPECT_EQ(picture.range()->high.value, 1);
     EXPECT_TRUE(picture.deformed());
-    state.result_ready = false;
-    changed();
-    EXPECT_FALSE(picture.contour());
-    EXPECT_FALSE(picture.deformed());
-    std::vector<double> places;
-    picture.place(tables(), 0, places);
-    EXPECT_EQ(places, mesh.coordinates);
+    run.results.clear();  // the frame shown stays until the picture is brought up to date
+    EXPECT_EQ(picture.vector()[3], 0.5);
+    for (const bool ready : {true, false}) {  // no frames; a model that no run belongs to
+        state.result_ready = ready;
+        SceneTables alone{model, ready ? &run : nullptr, {}, {}};
+        picture.results_changed();
+        picture.update(alone, state);
+        EXPECT_FALSE(picture.contour());
+        EXPECT_FALSE(picture.deformed());
+        std::vector<double> places;
+        picture.place(alone, 0, places);
+        EXPECT_EQ(places, model.mesh.coordinates);
+    }
 }
 
 }  // namespace

@@ -68,11 +68,9 @@ TEST_P(SurfaceOf, OutlinesTheBoxAndThePartsInIt) {
     EXPECT_NEAR(total_length(mesh, surface.outline), 4 * (3 + 1 + 2), 1e-12);
     // a second part from x = 1 on: the outline gains the rectangle between them
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
-        const int nodes = mesh.node_per_element();
         double x = 0;
-        for (int k = 0; k < nodes; ++k)
-            x += triple(mesh.coordinates, mesh.connectivity[e * nodes + k] - 1)[0];
-        mesh.p_ele_part_id[e] = x / nodes > 1 ? 0 : 1;
+        for (const std::int32_t n : mesh.element(e)) x += mesh.node(n - 1)[0];
+        mesh.p_ele_part_id[e] = x > mesh.node_per_element() ? 0 : 1;
     }
     const Surface parted = build_surface(mesh, Faces::free);
     EXPECT_NEAR(total_length(mesh, parted.outline), 4 * (3 + 1 + 2) + 2 * (1 + 2), 1e-12);
