@@ -33,7 +33,7 @@ bool write_results(const Model& model, const Run& run, std::int32_t columns, Pub
 // and is removed otherwise.
 void release_held_results(std::string_view model_file_name, std::string_view log_folder);
 
-// A run as a file holds it, with what the file tells of the model. run.origin.file_name is the file's name;
+// A run as a file holds it, with what the file has of the model. run.origin.file_name is the file's name;
 // run.origin.model_file_name and model.model_file_name are empty.
 struct StoredRun {
     Model model;

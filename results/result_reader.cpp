@@ -14,6 +14,11 @@ namespace kestralum {
 
 namespace {
 
+// As much of a word as a message shows.
+std::string shortened(std::string_view word) {
+    return std::string(word.substr(0, 60));
+}
+
 // Walks the sections of a file. The first thing that cannot be right stops the walk and is kept as the
 // reason.
 class ResultReader {
@@ -49,8 +54,8 @@ public:
         if (!read_version(run)) return false;
         stored.model.source = ModelSource::displacement_file;
         read_mesh(run.mesh);
-        const std::int64_t modes = read_mode_num();
-        if (ok()) progress_.print("mode_num:%lld\n", static_cast<long long>(modes));
+        const std::int32_t modes = read_mode_num();
+        if (ok()) progress_.print("mode_num:%d\n", modes);
         read_vectors(run.mesh, std::vector<double>(modes, 0.0), false);
         read_ana_type(run);
         if (ok()) progress_.print("ana_type:%d\n", static_cast<std::int32_t>(run.ana_type));
@@ -64,8 +69,7 @@ public:
     }
     // Hands the frames over; those of a file without times are `interval` apart, s.
     void take_frames(Run& run, double interval) {
-        for (std::size_t k = 0; interval > 0 && k < frames_.size(); ++k)
-            frames_[k]->n_freq = static_cast<double>(k) * interval;
+        for (int k = 0; interval > 0 && k < std::ssize(frames_); ++k) frames_[k]->n_freq = k * interval;
         run.results.assign(frames_.begin(), frames_.end());
     }
     const std::string& error() const { return error_; }
@@ -75,10 +79,8 @@ private:
 
     bool fail(const char* expected) {
         if (error_.empty())
-            error_ = formatted("%.*s: token %lld '%.*s': expected %s", static_cast<int>(file_name_.size()),
-                               file_name_.data(), static_cast<long long>(tokens_.token_number()),
-                               static_cast<int>(std::min<std::size_t>(tokens_.last().size(), 60)),
-                               tokens_.last().data(), expected);
+            error_ = file_name_ + ": token " + std::to_string(tokens_.token_number()) + " '" +
+                     shortened(tokens_.last()) + "': expected " + expected;
         return false;
     }
 
@@ -91,11 +93,10 @@ private:
             pending_ = tokens_.next();
             if (pending_.empty()) return fail(formatted("the section %s", keyword).c_str());
         }
-        if (echo) progress_.print("str=%.*s\n", static_cast<int>(pending_.size()), pending_.data());
+        if (echo) progress_.print("str=%s\n", std::string(pending_).c_str());
         if (pending_ != keyword) {
-            progress_.notice("%.*s: section %s expected, '%.*s' found", static_cast<int>(file_name_.size()),
-                             file_name_.data(), keyword,
-                             static_cast<int>(std::min<std::size_t>(pending_.size(), 60)), pending_.data());
+            progress_.notice("%s: section %s expected, '%s' found", file_name_.c_str(), keyword,
+                             shortened(pending_).c_str());
             return false;
         }
         pending_ = {};
@@ -123,10 +124,9 @@ private:
     // A number that has a meaning: an enum's value from first to last.
     template <typename Enum>
     Enum number(Enum first, Enum last, const char* expected) {
-        const std::int32_t value = integer();
-        if (ok() && (value < static_cast<std::int32_t>(first) || value > static_cast<std::int32_t>(last)))
-            fail(expected);
-        return ok() ? static_cast<Enum>(value) : first;
+        const auto value = static_cast<Enum>(integer());
+        if (ok() && (value < first || value > last)) fail(expected);
+        return ok() ? value : first;
     }
     std::int32_t axis() {
         const std::int32_t value = integer();
@@ -147,7 +147,7 @@ private:
         return truncate_text(token, name_text_width);
     }
     // A count of records that need at least `tokens_each` tokens.
-    std::int64_t count(std::int64_t tokens_each) {
+    std::int32_t count(std::int64_t tokens_each) {
         const std::int32_t value = integer();
         if (ok() && (value < 0 || value * tokens_each > tokens_.most_tokens_left()))
             fail("a count that the file can hold");
@@ -164,7 +164,7 @@ private:
 
     void read_mesh(Mesh& mesh) {
         if (section("Node")) {
-            mesh.coordinates.resize(3 * count(3));
+            mesh.coordinates.resize(3 * std::int64_t{count(3)});
             progress_.print("%s:%d\n", "Node", mesh.node_num());
             finite_reals(mesh.coordinates);
         }
@@ -174,7 +174,7 @@ private:
                 mesh.element_type = static_cast<ElementKind>(type);  // others: 8 nodes
         }
         if (section("Element")) {
-            const int nodes = mesh.node_per_element();
+            const std::int64_t nodes = mesh.node_per_element();
             mesh.connectivity.resize(nodes * count(nodes));
             progress_.print("%s:%d\n", "Element", mesh.element_num());
             for (std::int32_t& c : mesh.connectivity) {
@@ -184,8 +184,8 @@ private:
         }
     }
 
-    std::int64_t read_mode_num() {
-        std::int64_t modes = 1;
+    std::int32_t read_mode_num() {
+        std::int32_t modes = 1;
         if (section("mode_num")) {
             modes = count(1);
             if (ok() && modes < 1) fail("at least one mode");
@@ -224,9 +224,9 @@ private:
     }
 
     void read_held_results(Run& run) {
-        const std::int64_t modes = read_mode_num();
+        const std::int32_t modes = read_mode_num();
         if (!ok()) return;
-        progress_.print("%lld\n,", static_cast<long long>(modes));
+        progress_.print("%d\n,", modes);
         std::vector<double> n_freq(modes);
         if (section("n_freq", true))
             for (std::size_t k = 0; k < n_freq.size() && ok(); ++k) {
@@ -339,8 +339,8 @@ private:
             f.direction = number(RigidDirection::x, RigidDirection::normal, "a direction 0 … 6");
             f.value = real();
             const auto& elements = model.rigid_elements;
-            for (std::size_t k = 0; k < elements.size(); ++k)
-                if (elements[k].name == f.element_name) f.element = static_cast<std::int32_t>(k);
+            for (std::int32_t k = 0; k < std::ssize(elements); ++k)
+                if (elements[k].name == f.element_name) f.element = k;
         }
     }
 
@@ -380,20 +380,19 @@ private:
     bool check(const Model& model, const Run& run) {
         if (!check_end(run)) return false;
         if (run.mesh.element_num() > 0 && model.parts.empty())
-            error_ = std::string(file_name_) + ": elements, but no part that they belong to";
+            error_ = file_name_ + ": elements, but no part that they belong to";
         return ok();
     }
 
     bool check_end(const Run& run) {
         if (run.mesh.node_num() < 1)
-            error_ = std::string(file_name_) + ": no nodes: not a result file";
+            error_ = file_name_ + ": no nodes: not a result file";
         else if (!pending_.empty())
-            error_ = std::string(file_name_) + ": the sections end at '" +
-                     std::string(pending_.substr(0, 60)) + "'";
+            error_ = file_name_ + ": the sections end at '" + shortened(pending_) + "'";
         return ok();
     }
 
-    std::string_view file_name_;
+    std::string file_name_;
     TokenReader tokens_;
     Progress& progress_;
     std::string_view pending_;  // a keyword that was not the one expected

@@ -207,7 +207,7 @@ bool write_file(const Model& model, const Run& run, const std::string& target, P
     const std::string base = paths::base_name(model.model_file_name);
     progress.print("index = %d\n", paths::last_separator(model.model_file_name));
     progress.print("file_name = %s\n", base.c_str());
-    progress.print("n_=%d\n", static_cast<int>(base.size()));
+    progress.print("n_=%zu\n", base.size());
     progress.print("resfile_name:%s\n", target.c_str());
     const std::string path = paths::to_platform(target, run.origin.options.log_folder),
                       held = path + held_suffix;

@@ -139,7 +139,7 @@ std::string make_xml(const Mesh& mesh, const Groups& groups) {
     for (const auto& [group, arrays] : groups) {
         xml += formatted("<%s>\n", group);
         for (const Array& array : arrays) {
-            xml += array.header + formatted(" offset=\"%llu\"/>\n", static_cast<unsigned long long>(offset));
+            xml += array.header + " offset=\"" + std::to_string(offset) + "\"/>\n";
             offset += sizeof(std::uint64_t) + array.bytes.size();
         }
         xml += formatted("</%s>\n", group);

@@ -48,7 +48,7 @@ struct Camera {
     int width = 4, height = 3;   // of the view, pixels
     int last_x = 0, last_y = 0;  // mouse position of the last event
 
-    double aspect() const { return static_cast<double>(width) / height; }
+    double aspect() const { return 1.0 * width / height; }
 };
 
 // A side of 0 counts as 1: a collapsed view still has a projection.

@@ -6,7 +6,7 @@ namespace kestralum::view {
 
 const Quantity* quantity_at(std::int32_t index) {
     if (index == plastic_strain_row) return &plastic_strain;
-    if (index < 0 || index >= static_cast<std::int32_t>(quantities.size())) return nullptr;
+    if (index < 0 || index >= std::ssize(quantities)) return nullptr;
     return &quantities[index];
 }
 
@@ -16,7 +16,7 @@ const char* quantity_text(std::int32_t index) {
 }
 
 std::shared_ptr<const Frame> frame_at(Frames frames, std::int32_t frame) {
-    return frame >= 1 && frame <= std::ssize(frames) ? frames[frame - 1] : nullptr;
+    return frame >= 1 && frame <= mode_num(frames) ? frames[frame - 1] : nullptr;
 }
 
 std::vector<double> nodal_values(std::int32_t index, const Mesh& mesh, const Frame& frame) {
@@ -38,7 +38,7 @@ std::vector<double> nodal_values(std::int32_t index, const Mesh& mesh, const Fra
 std::optional<ValueRange> value_range(std::span<const double> values, std::span<const std::int32_t> nodes) {
     std::optional<ValueRange> range;
     for (const std::int32_t n : nodes) {
-        if (static_cast<std::size_t>(n) >= values.size()) continue;
+        if (n < 0 || n >= std::ssize(values)) continue;
         const Extreme here{values[n], n + 1, 0};
         if (!std::isfinite(here.value)) continue;
         if (!range) range = ValueRange{here, here};
@@ -51,7 +51,7 @@ std::optional<ValueRange> value_range(std::span<const double> values, std::span<
 std::optional<ValueRange> value_range_all_frames(std::int32_t index, const Mesh& mesh, Frames frames,
                                                  std::span<const std::int32_t> nodes) {
     std::optional<ValueRange> range;
-    for (std::int32_t frame = 1; frame <= std::ssize(frames); ++frame) {
+    for (std::int32_t frame = 1; frame <= mode_num(frames); ++frame) {
         auto here = value_range(nodal_values(index, mesh, *frame_at(frames, frame)), nodes);
         if (!here) continue;
         here->low.frame = here->high.frame = frame;
@@ -71,12 +71,15 @@ double normalised(double value, const ValueRange& range) {
 }
 
 Color contour_color(double v, double alpha) {
-    const auto a = static_cast<float>(alpha);
-    if (std::isnan(v)) return {0.5f, 0.5f, 0.5f, a};
-    const double d = 2 * std::abs(0.5 - v);
-    const double red = v > 0.5 ? d : 0, green = 1 - d, blue = v < 0.5 ? d : 0;
-    const double m = std::max({red, green, blue});
-    return {static_cast<float>(red / m), static_cast<float>(green / m), static_cast<float>(blue / m), a};
+    Vec3 color{0.5, 0.5, 0.5};
+    if (!std::isnan(v)) {
+        const double d = 2 * std::abs(0.5 - v);
+        const double red = v > 0.5 ? d : 0, green = 1 - d, blue = v < 0.5 ? d : 0;
+        const double m = std::max({red, green, blue});
+        color = {red / m, green / m, blue / m};
+    }
+    const auto [red, green, blue] = to_float(color);
+    return {red, green, blue, static_cast<float>(alpha)};
 }
 
 }  // namespace kestralum::view

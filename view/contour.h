@@ -63,6 +63,10 @@ const char* quantity_text(std::int32_t index);
 // Frames in order, the first one counted as 1.
 using Frames = std::span<const std::shared_ptr<const Frame>>;
 
+inline std::int32_t mode_num(Frames frames) {
+    return static_cast<std::int32_t>(frames.size());
+}
+
 // Null where the frame does not exist.
 std::shared_ptr<const Frame> frame_at(Frames frames, std::int32_t frame);
 

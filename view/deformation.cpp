@@ -37,9 +37,8 @@ double scale_factor(AnalysisType ana_type, std::span<const double> vector, const
 std::array<double, phase_count> phase_table(AnalysisType ana_type) {
     constexpr double two_pi = 6.283185307;
     std::array<double, phase_count> table;
-    for (std::size_t k = 0; k < table.size(); ++k)
-        table[k] =
-            ana_type == AnalysisType::eigen ? std::cos(static_cast<double>(k) * two_pi / phase_count) : 1.0;
+    for (int k = 0; k < phase_count; ++k)
+        table[k] = ana_type == AnalysisType::eigen ? std::cos(k * two_pi / phase_count) : 1.0;
     return table;
 }
 

@@ -28,8 +28,8 @@ void advance(DisplayState& state, AnalysisType ana_type, std::int32_t mode_num) 
 
 std::int32_t chosen_contour(std::span<const bool> checked, std::int32_t current) {
     std::int32_t chosen = -1;
-    for (std::size_t k = 0; k < checked.size(); ++k)
-        if (checked[k] && static_cast<std::int32_t>(k) != current) chosen = static_cast<std::int32_t>(k);
+    for (std::int32_t k = 0; k < std::ssize(checked); ++k)
+        if (checked[k] && k != current) chosen = k;
     return chosen;
 }
 

@@ -21,7 +21,7 @@ double frame_time(Frames frames, const AnalysisControl& control, std::int32_t fr
     if (!shown) return 0;
     const bool stored =
         std::any_of(frames.begin(), frames.end(), [](const auto& f) { return f->n_freq != 0; });
-    return stored ? shown->n_freq : (frame - 1) * control.end_time / static_cast<double>(frames.size());
+    return stored ? shown->n_freq : (frame - 1) * control.end_time / mode_num(frames);
 }
 
 std::string legend_text(AnalysisType ana_type, std::int32_t contour, Frames frames,
@@ -29,23 +29,22 @@ std::string legend_text(AnalysisType ana_type, std::int32_t contour, Frames fram
     const auto shown = frame_at(frames, frame);
     if (!shown) return "";
     const char* text = quantity_text(contour);
-    const auto mode_num = static_cast<std::int32_t>(frames.size());
     switch (ana_type) {
         case AnalysisType::eigen:
             return formatted("%s%d%s%.2f%s", "Mode", frame, "___", shown->n_freq, "[Hz]");
         case AnalysisType::linear_static:
             return formatted("%s", text);
         case AnalysisType::nonlinear_static:
-            return formatted("%s, step %d/%d", text, frame, mode_num);
+            return formatted("%s, step %d/%d", text, frame, mode_num(frames));
         case AnalysisType::explicit_dynamics:
-            return formatted("%s, step %d/%d  Time:%.6f[s]", text, frame, mode_num,
+            return formatted("%s, step %d/%d  Time:%.6f[s]", text, frame, mode_num(frames),
                              frame_time(frames, control, frame));
     }
     return "";
 }
 
 ContourBar contour_bar(std::int32_t contour, AnalysisType ana_type, const ValueRange& range) {
-    constexpr int intervals = 8;
+    constexpr double intervals = 8;
     ContourBar bar;
     const Quantity* quantity = quantity_at(contour);
     if (!quantity || quantity->source == Source::none) return bar;
@@ -56,7 +55,7 @@ ContourBar contour_bar(std::int32_t contour, AnalysisType ana_type, const ValueR
         bar.title += has_unit ? formatted(" [%s]", quantity->unit) : " [mode amplitude]";
     const bool flat = !(range.high.value > range.low.value);
     for (int k = 0; k <= intervals; ++k) {
-        const double at = static_cast<double>(k) / intervals;
+        const double at = k / intervals;
         bar.colors.push_back(contour_color(flat ? 0 : at, 1));
         if (!flat || k == 0)
             bar.ticks.push_back({at, formatted("%.3e", range.low.value * (1 - at) + range.high.value * at)});

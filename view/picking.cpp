@@ -94,7 +94,7 @@ double pixel_slack(const Camera& camera, double pixels) {
 }
 
 std::string pick_text(const Pick& pick) {
-    return formatted("Element:%d, Node:%d, D.o.f.:%d", pick.element, pick.node, static_cast<int>(pick.dof()));
+    return formatted("Element:%d, Node:%d, D.o.f.:%d", pick.element, pick.node, pick.dof());
 }
 
 std::string status_text(const Pick& pick, const Mesh& mesh, std::span<const double> displacement,
@@ -108,7 +108,7 @@ std::string status_text(const Pick& pick, const Mesh& mesh, std::span<const doub
         const Vec3 u = triple(displacement, n);
         text += formatted("   ux:%.3e uy:%.3e uz:%.3e", u[0], u[1], u[2]);
     }
-    if (values.size() == static_cast<std::size_t>(mesh.node_num()))
+    if (std::ssize(values) == mesh.node_num())
         text += formatted("   %s:%.3e", quantity_text(contour), values[n]);
     return text;
 }

@@ -17,7 +17,7 @@ struct Pick {
     Vec3 place{};              // of the node as drawn, m
 
     // Global number of the node's x direction: 0-based, three per node.
-    std::int64_t dof() const { return 3 * (std::int64_t{node} - 1); }
+    std::int32_t dof() const { return 3 * (node - 1); }
 };
 
 // The nearest face that the ray meets, and of its nodes the one nearest to where it meets it. A ray

@@ -4,7 +4,7 @@ namespace kestralum::view {
 
 namespace {
 
-// The mean over at most about a thousand edges says how dense a mesh looks.
+// The mean over at most about a thousand edges: how dense a mesh looks.
 double mean_edge_length(const Surface& surface, std::span<const double> coordinates) {
     const std::size_t edges = surface.edges.size() / 2, stride = edges / 1000 + 1;
     double sum = 0, count = 0;

@@ -65,7 +65,7 @@ void add_region(std::vector<Line>& lines, const RigidElement& element) {
         add_box(lines, {r[0], r[2], r[4]}, {r[1], r[3], r[5]}, violet);
         return;
     }
-    const auto axis = static_cast<std::size_t>(r[4] >= 0 && r[4] < 3 ? r[4] : 2);
+    const int axis = r[4] >= 0 && r[4] < 3 ? static_cast<int>(r[4]) : 2;
     Vec3 u{}, v{}, half{};
     u[(axis + 1) % 3] = v[(axis + 2) % 3] = r[3];
     half[axis] = r[5];
@@ -113,9 +113,7 @@ public:
     }
 
 private:
-    bool exists(std::int32_t element) const {
-        return element >= 0 && static_cast<std::size_t>(element) < places_.size();
-    }
+    bool exists(std::int32_t element) const { return element >= 0 && element < std::ssize(places_); }
 
     void add_element(std::size_t k) {
         constexpr std::size_t most_members = 5000, most_spokes = 16;
@@ -137,12 +135,8 @@ private:
         out_.labels.push_back({place, element.name});
         if (nodes.empty()) add_region(out_.lines, element);
         std::vector<Vec3> at_rest;
-        Vec3 middle{};
-        for (const std::int32_t n : nodes) {
-            at_rest.push_back(triple(tables_.mesh.coordinates, n));
-            middle = plus(middle, times(1 / static_cast<double>(nodes.size()), at_rest.back()));
-        }
-        outward_.push_back(unit(minus(element.reference, middle), Vec3{}));
+        for (const std::int32_t n : nodes) at_rest.push_back(triple(tables_.mesh.coordinates, n));
+        outward_.push_back(unit(minus(element.reference, middle(at_rest)), Vec3{}));
         // chosen where they rest: the same ones in every frame
         for (const std::size_t chosen : spread_out(at_rest, most_spokes, 0.05 * extent_))
             out_.lines.push_back({place, drawn(at_rest[chosen]), faint_violet});
@@ -163,14 +157,14 @@ private:
     void add_force(const RigidForce& force) {
         if (!exists(force.element)) return;
         const std::size_t k = force.element;
-        const auto direction = static_cast<std::int32_t>(force.direction);
-        const bool moment = direction >= 3 && direction < 6;
+        const auto direction = force.direction;
+        const bool moment = direction >= RigidDirection::rx && direction <= RigidDirection::rz;
         const Vec3 normal = k < tables_.holds.size() ? tables_.holds[k].normal : Vec3{};
         Vec3 way{};
-        if (direction == static_cast<std::int32_t>(RigidDirection::normal))
+        if (direction == RigidDirection::normal)
             way = normal;
-        else if (direction >= 0 && direction < 6)
-            way[direction % 3] = 1;
+        else
+            way[static_cast<std::size_t>(direction) % 3] = 1;
         const double sense = force.value > 0 ? 1 : force.value < 0 ? -1 : 0;
         const Vec3 arrow = times(sense * 0.15 * extent_, way);
         // away from the body the arrow begins at the point, so that the body does not hide it

@@ -1,6 +1,7 @@
 #include "view/surface.h"
 
 #include <algorithm>
+#include <numeric>
 
 #include "model/free_faces.h"
 
@@ -10,14 +11,14 @@ namespace {
 
 constexpr double outline_cosine = 0.86602540378443865;  // 30° between face normals
 
-std::int32_t part_of(std::span<const std::int32_t> part_id, std::size_t row) {
-    return row < part_id.size() && part_id[row] >= 0 ? part_id[row] : -1;
+std::int32_t part_of(std::span<const std::int32_t> part_id, std::int64_t row) {
+    return row < std::ssize(part_id) && part_id[row] >= 0 ? part_id[row] : -1;
 }
 
 std::vector<ElementFace> all_faces(const Mesh& mesh) {
     const FaceTable table = face_table(mesh.element_type);
     std::vector<ElementFace> faces;
-    faces.reserve(static_cast<std::size_t>(mesh.element_num()) * static_cast<std::size_t>(table.faces));
+    faces.reserve(std::int64_t{mesh.element_num()} * table.faces);
     for (std::int32_t e = 0; e < mesh.element_num(); ++e)
         for (int f = 0; f < table.faces; ++f) faces.push_back({e, f});
     return faces;
@@ -70,15 +71,10 @@ private:
     template <typename PartOf>
     static std::vector<std::int32_t> rows_by_part(std::size_t rows, PartOf part) {
         std::vector<std::int32_t> order(rows);
-        bool sorted = true;
-        for (std::size_t k = 0; k < rows; ++k) {
-            order[k] = static_cast<std::int32_t>(k);
-            sorted = sorted && (k == 0 || part(k - 1) <= part(k));
-        }
-        if (!sorted)
-            std::stable_sort(order.begin(), order.end(), [&](std::int32_t a, std::int32_t b) {
-                return part(static_cast<std::size_t>(a)) < part(static_cast<std::size_t>(b));
-            });
+        std::iota(order.begin(), order.end(), 0);
+        const auto before = [&](std::int32_t a, std::int32_t b) { return part(a) < part(b); };
+        if (!std::is_sorted(order.begin(), order.end(), before))
+            std::stable_sort(order.begin(), order.end(), before);
         return order;
     }
 
@@ -95,24 +91,19 @@ private:
         const FaceTable table = face_table(mesh_.element_type);
         std::vector<std::vector<std::array<int, 2>>> segments;
         for (int f = 0; f < table.faces; ++f) segments.push_back(face_segments(mesh_.element_type, f));
-        const auto triangle_count = list.size() * static_cast<std::size_t>(table.triangles_per_face);
+        const auto triangle_count = list.size() * table.triangles_per_face;
         out_.triangles.reserve(3 * triangle_count);
         out_.triangle_element.reserve(triangle_count);
         sides_.reserve(list.size() * segments[0].size() / (faces_ == Faces::all ? 2 : 1));
-        auto part = [&](std::size_t k) {
-            return part_of(mesh_.p_ele_part_id, static_cast<std::size_t>(list[k].element));
-        };
+        auto part = [&](std::int32_t k) { return part_of(mesh_.p_ele_part_id, list[k].element); };
         for (const std::int32_t row : rows_by_part(list.size(), part)) {
             const ElementFace& face = list[row];
-            const std::int32_t* element =
-                mesh_.connectivity.data() +
-                static_cast<std::ptrdiff_t>(face.element) * mesh_.node_per_element();
+            const auto element = mesh_.element(face.element);
             const std::int64_t first = out_.triangle_num();
-            count_triangles(part(static_cast<std::size_t>(row)), table.triangles_per_face, false);
+            count_triangles(part(row), table.triangles_per_face, false);
             for (int local : outward_triangles(mesh_.element_type, face.face))
                 out_.triangles.push_back(element[local] - 1);
-            out_.triangle_element.insert(out_.triangle_element.end(),
-                                         static_cast<std::size_t>(table.triangles_per_face), face.element);
+            out_.triangle_element.insert(out_.triangle_element.end(), table.triangles_per_face, face.element);
             for (const auto& [a, b] : segments[face.face])
                 if (faces_ == Faces::free || element[a] < element[b])
                     add_side(element[a] - 1, element[b] - 1, first);
@@ -121,12 +112,12 @@ private:
 
     void add_facets() {
         const std::size_t facets = mesh_.surface_facets.size() / 3;
-        auto part = [&](std::size_t k) { return part_of(mesh_.surface_part_id, k); };
+        auto part = [&](std::int32_t k) { return part_of(mesh_.surface_part_id, k); };
         bool new_group = true;
         for (const std::int32_t row : rows_by_part(facets, part)) {
-            const std::int32_t* node = mesh_.surface_facets.data() + 3 * static_cast<std::ptrdiff_t>(row);
+            const std::int32_t* node = mesh_.surface_facets.data() + 3 * std::int64_t{row};
             const std::int64_t first = out_.triangle_num();
-            count_triangles(part(static_cast<std::size_t>(row)), 1, new_group);
+            count_triangles(part(row), 1, new_group);
             new_group = false;
             for (int k = 0; k < 3; ++k) {
                 out_.triangles.push_back(node[k] - 1);
@@ -148,17 +139,17 @@ private:
             char& node = drawn[out_.triangles[k]];
             node = std::max<char>(node, out_.triangle_element[k / 3] >= 0 ? solid : facet);
         }
-        for (std::size_t n = 0; n < drawn.size(); ++n) {
-            if (drawn[n] != hidden) out_.nodes.push_back(static_cast<std::int32_t>(n));
-            if (drawn[n] == solid) out_.value_nodes.push_back(static_cast<std::int32_t>(n));
+        for (std::int32_t n = 0; n < mesh_.node_num(); ++n) {
+            if (drawn[n] != hidden) out_.nodes.push_back(n);
+            if (drawn[n] == solid) out_.value_nodes.push_back(n);
         }
     }
 
     // Buckets by the lower node (counts, places), each sorted by the higher: the sides of an edge
     // come to stand together.
     void sort_sides() {
-        start_.assign(static_cast<std::size_t>(mesh_.node_num()) + 1, 0);
-        for (const Side& side : sides_) ++start_[static_cast<std::size_t>(side.low) + 1];
+        start_.assign(mesh_.node_num() + 1, 0);
+        for (const Side& side : sides_) ++start_[side.low + 1];
         for (std::size_t n = 1; n < start_.size(); ++n) start_[n] += start_[n - 1];
         std::vector<Side> sorted(sides_.size());
         std::vector<std::int64_t> place(start_.begin(), start_.end() - 1);
@@ -194,7 +185,7 @@ private:
         return double{u[0]} * v[0] + double{u[1]} * v[1] + double{u[2]} * v[2] < outline_cosine;
     }
 
-    // Position in the list of parts; that is enough to tell two parts apart.
+    // Position in the list of parts; that is enough to distinguish two parts.
     std::ptrdiff_t part_of_triangle(std::int64_t triangle) const {
         return std::upper_bound(out_.parts.begin(), out_.parts.end(), triangle,
                                 [](std::int64_t t, const PartTriangles& p) { return t < p.first; }) -
@@ -231,9 +222,9 @@ std::vector<float> triangle_normals(const Surface& surface, std::span<const doub
             Vec3 sum{};
             for (int k = 0; k < part.triangles_per_face; ++k)
                 sum = plus(sum, area_vector(surface, coordinates, first + k));
-            const Vec3 n = unit(sum, {0, 0, 0});
+            const auto n = to_float(unit(sum, {0, 0, 0}));
             for (int k = 0; k < part.triangles_per_face; ++k)
-                for (const double component : n) normals.push_back(static_cast<float>(component));
+                normals.insert(normals.end(), n.begin(), n.end());
         }
     return normals;
 }

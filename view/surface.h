@@ -13,7 +13,7 @@ namespace kestralum::view {
 
 // Triangles of one part, consecutive in Surface::triangles.
 struct PartTriangles {
-    std::int32_t part;   // index of the part, -1 where the mesh does not say
+    std::int32_t part;   // index of the part, -1 where the mesh has none
     std::int64_t first;  // triangle
     std::int64_t count;
     int triangles_per_face;  // consecutive triangles that make one face and share its normal
@@ -28,7 +28,7 @@ struct Surface {
     std::vector<std::int32_t> nodes;        // drawn nodes, ascending
     std::vector<std::int32_t> value_nodes;  // of these, the nodes of elements: they carry results
 
-    std::int64_t triangle_num() const { return static_cast<std::int64_t>(triangle_element.size()); }
+    std::int64_t triangle_num() const { return triangle_element.size(); }
 };
 
 enum class Faces {

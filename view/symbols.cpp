@@ -44,12 +44,6 @@ std::vector<std::int64_t> loaded_nodes(const Mesh& mesh, const AppliedForce& for
     return nodes;
 }
 
-Vec3 middle(const std::vector<Vec3>& places) {
-    Vec3 sum{};
-    for (const Vec3& p : places) sum = plus(sum, p);
-    return places.empty() ? sum : times(1.0 / static_cast<double>(places.size()), sum);
-}
-
 // Most of the surface at the nodes looks the way that the force acts.
 bool pulls_outwards(const Mesh& mesh, std::span<const std::int64_t> nodes, const Vec3& arrow) {
     constexpr double cosine = 0.5;
@@ -62,6 +56,12 @@ bool pulls_outwards(const Mesh& mesh, std::span<const std::int64_t> nodes, const
 constexpr double arrow_share = 0.15;  // of max_length
 
 }  // namespace
+
+Vec3 middle(std::span<const Vec3> places) {
+    Vec3 sum{};
+    for (const Vec3& p : places) sum = plus(sum, p);
+    return places.empty() ? sum : times(1.0 / static_cast<double>(places.size()), sum);
+}
 
 std::size_t stride_for(std::size_t count, std::size_t limit) {
     return std::max<std::size_t>(1, (count + limit - 1) / limit);
@@ -89,16 +89,15 @@ std::vector<std::size_t> spread_out(const std::vector<Vec3>& places, std::size_t
             if (high[c] > low[c])
                 scale[c] =
                     std::max(1.0, std::round(cells * (high[c] - low[c]) / across)) / (high[c] - low[c]);
-        std::map<std::array<std::int64_t, 3>, Nearest> taken;
+        std::map<std::array<int, 3>, Nearest> taken;
         for (std::size_t k = 0; k < places.size() && taken.size() <= limit; ++k) {
-            std::array<std::int64_t, 3> cell{};
+            std::array<int, 3> cell{};
             double distance = 0;
             for (std::size_t c = 0; c < 3; ++c) {
                 const double at = scale[c] * (places[k][c] - low[c]),
                              last = std::round(scale[c] * (high[c] - low[c])) - 1;
-                if (at >= 0 && at <= 64.5)
-                    cell[c] = static_cast<std::int64_t>(std::min(at, std::max(0.0, last)));
-                distance += std::abs(at - static_cast<double>(cell[c]) - 0.5);
+                if (at >= 0 && at <= 64.5) cell[c] = static_cast<int>(std::min(at, std::max(0.0, last)));
+                distance += std::abs(at - cell[c] - 0.5);
             }
             const auto [entry, is_new] = taken.try_emplace(cell, Nearest{k, distance});
             Nearest& nearest = entry->second;
@@ -131,8 +130,7 @@ ForceSymbols force_symbols(const Mesh& mesh, std::span<const AppliedForce> force
         }
         if (nodes.empty() && force.kind == ForceKind::node) at_rest = places = {force.point};
         if (places.empty() || force.value == 0) continue;  // loads nothing
-        const Vec3 arrow =
-            axis_vector(static_cast<std::size_t>(force.axis), force.value > 0 ? length : -length);
+        const Vec3 arrow = axis_vector(force.axis, force.value > 0 ? length : -length);
         const bool pulls = pulls_outwards(mesh, nodes, arrow);
         const Vec3 free_end = pulls ? arrow : times(-1, arrow);  // seen from the node
         for (const std::size_t k : spread_out(at_rest, most_arrows, 0.2 * length)) {
@@ -396,8 +394,7 @@ std::vector<Line> feature_outlines(std::span<const Part> parts_o) {
     std::vector<Line> lines;
     for (const Part& part : parts_o) {
         if (part.active != 1) continue;
-        const Color color{static_cast<float>(part.color[0]), static_cast<float>(part.color[1]),
-                          static_cast<float>(part.color[2]), 1};
+        const Color color = color_of(part.color);
         for (const Line& line : local_outline(part, color))
             if (norm(minus(line.to, line.from)) > 0)
                 lines.push_back({part_point(part, line.from), part_point(part, line.to), color});
@@ -416,15 +413,13 @@ std::vector<Label> part_names(const Mesh& mesh, std::span<const Part> parts,
                    std::size_t per_row) {
         for (std::size_t k = 0; k < nodes.size(); ++k) {
             const std::size_t row = k / per_row;
-            if (row >= part_id.size() || part_id[row] < 0 ||
-                static_cast<std::size_t>(part_id[row]) >= sums.size())
-                continue;
+            if (row >= part_id.size() || part_id[row] < 0 || part_id[row] >= std::ssize(sums)) continue;
             Sum& sum = sums[part_id[row]];
             sum.place = plus(sum.place, triple(coordinates, node_index(nodes[k])));
             sum.count += 1;
         }
     };
-    add(mesh.p_ele_part_id, mesh.connectivity, static_cast<std::size_t>(mesh.node_per_element()));
+    add(mesh.p_ele_part_id, mesh.connectivity, mesh.node_per_element());
     add(mesh.surface_part_id, mesh.surface_facets, 3);
     std::vector<Label> labels;
     for (std::size_t p = 0; p < parts.size(); ++p) {

@@ -41,6 +41,9 @@ void add_box(std::vector<Line>& lines, const Vec3& low, const Vec3& high, const 
 void add_circle(std::vector<Line>& lines, const Vec3& centre, const Vec3& u, const Vec3& v, double degrees,
                 const Color& color);
 
+// Mean of the places; the origin where there are none.
+Vec3 middle(std::span<const Vec3> places);
+
 // Every how many-th of `count` entries leaves about `limit` at most; at least 1.
 std::size_t stride_for(std::size_t count, std::size_t limit);
 

@@ -7,25 +7,12 @@
 
 namespace kestralum::view::gl {
 
-namespace {
-
-std::int64_t& sent_so_far() {
-    static std::int64_t bytes = 0;
-    return bytes;
-}
-
-}  // namespace
-
-std::int64_t bytes_sent() {
-    return sent_so_far();
-}
-
 void Buffer::send_bytes(GLenum target, const void* data, std::size_t bytes) {
     if (id_ == 0) glGenBuffers(1, &id_);
     glBindBuffer(target, id_);
-    glBufferData(target, static_cast<GLsizeiptr>(bytes), data, GL_STATIC_DRAW);
+    glBufferData(target, bytes, data, GL_STATIC_DRAW);
     glBindBuffer(target, 0);
-    sent_so_far() += static_cast<std::int64_t>(bytes);
+    bytes_sent_ += bytes;
 }
 
 void Buffer::bind(GLenum target) const {
@@ -39,21 +26,19 @@ void Buffer::release(bool context_alive) {
 }
 
 LitVertex lit_vertex(const Vec3& place, const Vec3& normal) {
-    LitVertex v{};
-    for (std::size_t k = 0; k < 3; ++k) {
-        v.place[k] = static_cast<float>(place[k]);
+    LitVertex v{to_float(place), {}};
+    for (std::size_t k = 0; k < 3; ++k)
         v.normal[k] = static_cast<std::int8_t>(std::lround(127 * std::clamp(normal[k], -1.0, 1.0)));
-    }
     return v;
 }
 
-void draw_lit(const Buffer& buffer, GLint first, GLsizei count) {
+void draw_lit(const Buffer& buffer, std::int64_t first, std::int64_t count) {
     buffer.bind(GL_ARRAY_BUFFER);
     glEnableClientState(GL_VERTEX_ARRAY);
     glEnableClientState(GL_NORMAL_ARRAY);
     glVertexPointer(3, GL_FLOAT, sizeof(LitVertex), nullptr);
     glNormalPointer(GL_BYTE, sizeof(LitVertex), reinterpret_cast<const void*>(offsetof(LitVertex, normal)));
-    glDrawArrays(GL_TRIANGLES, first, count);
+    glDrawArrays(GL_TRIANGLES, static_cast<GLint>(first), static_cast<GLsizei>(count));
     glDisableClientState(GL_NORMAL_ARRAY);
     glDisableClientState(GL_VERTEX_ARRAY);
     glBindBuffer(GL_ARRAY_BUFFER, 0);
@@ -67,8 +52,7 @@ std::array<std::uint8_t, 4> color_bytes(const Color& color) {
 }
 
 ColorVertex color_vertex(const Vec3& place, const Color& color) {
-    return {{static_cast<float>(place[0]), static_cast<float>(place[1]), static_cast<float>(place[2])},
-            color_bytes(color)};
+    return {to_float(place), color_bytes(color)};
 }
 
 std::vector<ColorVertex> line_vertices(std::span<const Line> lines) {

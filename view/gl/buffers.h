@@ -13,9 +13,6 @@
 
 namespace kestralum::view::gl {
 
-// Bytes of geometry sent to the card by this process so far: a repaint that changes nothing adds none.
-std::int64_t bytes_sent();
-
 // One buffer object. All calls need the context that it was first sent in; a buffer whose context has
 // gone is forgotten with release(false).
 class Buffer {
@@ -32,12 +29,14 @@ public:
     void bind(GLenum target) const;
     GLsizei count() const { return count_; }  // elements sent
     bool sent() const { return id_ != 0; }
+    std::int64_t bytes_sent() const { return bytes_sent_; }  // so far
     void release(bool context_alive);
 
 private:
     void send_bytes(GLenum target, const void* data, std::size_t bytes);
     GLuint id_ = 0;
     GLsizei count_ = 0;
+    std::int64_t bytes_sent_ = 0;
 };
 
 struct LitVertex {
@@ -45,7 +44,7 @@ struct LitVertex {
     std::array<std::int8_t, 4> normal;  // × 127
 };
 LitVertex lit_vertex(const Vec3& place, const Vec3& normal);
-void draw_lit(const Buffer& buffer, GLint first, GLsizei count);  // triangles
+void draw_lit(const Buffer& buffer, std::int64_t first, std::int64_t count);  // triangles
 
 struct ColorVertex {
     std::array<float, 3> place;

@@ -13,9 +13,9 @@ std::int64_t first_facet(const Surface& surface) {
 }
 
 // cos(2πk/20) takes the same value at k and 20 - k.
-std::size_t distinct_phase(AnalysisType ana_type, int phase) {
+int distinct_phase(AnalysisType ana_type, int phase) {
     if (ana_type != AnalysisType::eigen) return 0;
-    return static_cast<std::size_t>(std::min(phase, phase_count - phase));
+    return std::min(phase, phase_count - phase);
 }
 
 }  // namespace
@@ -56,15 +56,14 @@ void MeshDrawing::send_indices(const Picture& picture, std::int32_t node_num) {
     const Surface& outside = picture.outside();
     nodes_ = faces.nodes;
     vertex_of_.assign(node_num, -1);
-    for (std::size_t k = 0; k < nodes_.size(); ++k) vertex_of_[nodes_[k]] = static_cast<std::int32_t>(k);
+    for (std::int32_t k = 0; k < std::ssize(nodes_); ++k) vertex_of_[nodes_[k]] = k;
     auto send = [&](Buffer& buffer, const std::vector<std::int32_t>& nodes) {
         std::vector<std::uint32_t> indices(nodes.size());
-        for (std::size_t k = 0; k < nodes.size(); ++k)
-            indices[k] = static_cast<std::uint32_t>(vertex_of_[nodes[k]]);
+        for (std::size_t k = 0; k < nodes.size(); ++k) indices[k] = vertex_of_[nodes[k]];
         buffer.send(GL_ELEMENT_ARRAY_BUFFER, indices);
     };
     send(triangles_, faces.triangles);
-    contour_indices_ = static_cast<GLsizei>(3 * first_facet(faces));
+    contour_indices_ = 3 * first_facet(faces);
     send(edges_, outside.edges);
     send(outline_, outside.outline);
     send(points_, outside.nodes);
@@ -84,10 +83,8 @@ void MeshDrawing::send_shape(const Picture& picture, const SceneTables& tables, 
     picture.place(tables, phase, places_);
     if (!shape.nodes_valid) {
         std::vector<std::array<float, 3>> vertices(nodes_.size());
-        for (std::size_t k = 0; k < nodes_.size(); ++k) {
-            const Vec3 p = minus(triple(places_, nodes_[k]), centre_);
-            vertices[k] = {static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
-        }
+        for (std::size_t k = 0; k < nodes_.size(); ++k)
+            vertices[k] = to_float(minus(triple(places_, nodes_[k]), centre_));
         shape.nodes.send(GL_ARRAY_BUFFER, vertices);
         shape.nodes_valid = true;
     }
@@ -95,8 +92,8 @@ void MeshDrawing::send_shape(const Picture& picture, const SceneTables& tables, 
     const Surface& outside = picture.outside();
     const std::vector<float> normals = triangle_normals(outside, places_);
     std::vector<LitVertex> vertices;
-    vertices.reserve(outside.triangles.size() - static_cast<std::size_t>(3 * lit_first_));
-    for (auto k = static_cast<std::size_t>(3 * lit_first_); k < outside.triangles.size(); ++k) {
+    vertices.reserve(outside.triangles.size() - 3 * lit_first_);
+    for (std::size_t k = 3 * lit_first_; k < outside.triangles.size(); ++k) {
         const float* n = &normals[k - k % 3];
         vertices.push_back(
             lit_vertex(minus(triple(places_, outside.triangles[k]), centre_), {n[0], n[1], n[2]}));
@@ -113,10 +110,10 @@ void MeshDrawing::bind_nodes() const {
 
 namespace {
 
-void draw_indexed(GLenum kind, const Buffer& indices, GLsizei count) {
+void draw_indexed(GLenum kind, const Buffer& indices, std::int64_t count) {
     if (count > 0) {
         indices.bind(GL_ELEMENT_ARRAY_BUFFER);
-        glDrawElements(kind, count, GL_UNSIGNED_INT, nullptr);
+        glDrawElements(kind, static_cast<GLsizei>(count), GL_UNSIGNED_INT, nullptr);
         glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, 0);
     }
     glDisableClientState(GL_VERTEX_ARRAY);
@@ -138,11 +135,9 @@ void MeshDrawing::draw_contour_faces() const {
 void MeshDrawing::draw_lit_faces(std::span<const Part> parts) const {
     for (const PartTriangles& group : lit_parts_) {
         Color color{0.7f, 0.7f, 0.7f, 1};
-        if (group.part >= 0 && static_cast<std::size_t>(group.part) < parts.size())
-            for (std::size_t k = 0; k < 3; ++k) color[k] = static_cast<float>(parts[group.part].color[k]);
+        if (group.part >= 0 && group.part < std::ssize(parts)) color = color_of(parts[group.part].color);
         set_material(color);
-        draw_lit(shapes_[shape_].lit, static_cast<GLint>(3 * (group.first - lit_first_)),
-                 static_cast<GLsizei>(3 * group.count));
+        draw_lit(shapes_[shape_].lit, 3 * (group.first - lit_first_), 3 * group.count);
     }
 }
 
@@ -159,6 +154,14 @@ void MeshDrawing::draw_outline() const {
 void MeshDrawing::draw_nodes() const {
     bind_nodes();
     draw_indexed(GL_POINTS, points_, points_.count());
+}
+
+std::int64_t MeshDrawing::bytes_sent() const {
+    std::int64_t bytes = 0;
+    for (const Buffer* buffer : {&triangles_, &edges_, &outline_, &points_, &colors_})
+        bytes += buffer->bytes_sent();
+    for (const Shape& shape : shapes_) bytes += shape.nodes.bytes_sent() + shape.lit.bytes_sent();
+    return bytes;
 }
 
 void MeshDrawing::release(bool context_alive) {

@@ -19,6 +19,7 @@ public:
     void draw_outline() const;
     void draw_nodes() const;
     void release(bool context_alive);
+    std::int64_t bytes_sent() const;  // to the card so far
 
 private:
     // Node places of one phase; the lit triangles are made when they are first shown.
@@ -38,7 +39,7 @@ private:
     std::size_t shape_ = 0;                 // in force
     std::vector<PartTriangles> lit_parts_;  // drawn lit: all, or in a contour those without values
     std::int64_t lit_first_ = 0;            // triangle
-    GLsizei contour_indices_ = 0;
+    std::int64_t contour_indices_ = 0;
     Vec3 centre_{};
     std::vector<double> places_;  // scratch
     std::uint64_t faces_revision_ = 0, color_revision_ = 0, shape_revision_ = 0;

@@ -96,10 +96,10 @@ void draw_bar(const ContourBar& bar, const Camera& camera, TextPainter& painter)
     const BarLayout at = layout_of(bar, camera, painter);
     rectangle(GL_QUADS, at.panel_x, at.panel_y, at.panel_width, at.panel_height, {1, 1, 1, 0.85f});
     const double foot = at.bar_y + at.bar_height;
-    const double step = at.bar_height / static_cast<double>(bar.colors.size() - 1);
+    const int steps = static_cast<int>(bar.colors.size()) - 1;
     glBegin(GL_QUAD_STRIP);
-    for (std::size_t k = 0; k < bar.colors.size(); ++k) {
-        const double y = foot - step * static_cast<double>(k);
+    for (int k = 0; k <= steps; ++k) {
+        const double y = foot - at.bar_height * k / steps;
         glColor4fv(bar.colors[k].data());
         glVertex2d(at.bar_x, y);
         glVertex2d(at.bar_x + at.bar_width, y);

@@ -179,8 +179,8 @@ void SceneDrawing::set_state(const DisplayState& state, const Camera& camera, co
     glLightfv(GL_LIGHT1, GL_AMBIENT, none);
     glEnable(GL_LIGHT1);
     glLoadMatrixd(model_view(camera, scene).data());
-    const float main[4] = {static_cast<float>(state.light[0]), static_cast<float>(state.light[1]),
-                           static_cast<float>(state.light[2]), 1};
+    const auto [x, y, z] = to_float(state.light);
+    const float main[4] = {x, y, z, 1};
     const float diffuse[4] = {0.7f, 0.7f, 0.7f, 1}, specular[4] = {1, 1, 1, 1},
                 ambient[4] = {0.5f, 0.5f, 0.5f, 1};
     glLightfv(GL_LIGHT0, GL_POSITION, main);
@@ -401,12 +401,21 @@ std::optional<Vec3> SceneDrawing::picked_place(const SceneTables& tables, const 
     return place;
 }
 
+std::array<Buffer*, 12> SceneDrawing::buffers() {
+    return {&axes_,          &part_axes_,   &features_,        &rigid_,
+            &rigid_members_, &rigid_heads_, &dimension_lines_, &cones_,
+            &arrow_shafts_,  &arrow_heads_, &wall_lines_,      &contact_lines_};
+}
+
+std::int64_t SceneDrawing::bytes_sent() {
+    std::int64_t bytes = mesh_.bytes_sent();
+    for (const Buffer* buffer : buffers()) bytes += buffer->bytes_sent();
+    return bytes;
+}
+
 void SceneDrawing::release(bool context_alive) {
     mesh_.release(context_alive);
-    for (Buffer* buffer :
-         {&axes_, &part_axes_, &features_, &rigid_, &rigid_members_, &rigid_heads_, &dimension_lines_,
-          &cones_, &arrow_shafts_, &arrow_heads_, &wall_lines_, &contact_lines_})
-        buffer->release(context_alive);
+    for (Buffer* buffer : buffers()) buffer->release(context_alive);
     symbols_of_ = loads_of_mesh_ = loads_of_shape_ = 0;
     rigid_of_ = {};
 }

@@ -22,16 +22,20 @@ public:
     void draw(const SceneTables& tables, const DisplayState& state, const Camera& camera,
               TextPainter& painter);
 
-    // The node that was picked: marked and told in the picture until the mesh changes or none is set.
+    // The node that was picked: marked and named in the picture until the mesh changes or none is set.
     void set_pick(const std::optional<Pick>& pick) { pick_ = pick; }
 
     // Brings picture() up to date without drawing; needs no context.
     void update(const SceneTables& tables, const DisplayState& state) { picture_.update(tables, state); }
 
+    // Bytes of geometry sent to the card so far: a repaint that changes nothing adds none.
+    std::int64_t bytes_sent();
+
     // Frees what lies on the card, or forgets it where its context has gone.
     void release(bool context_alive);
 
 private:
+    std::array<Buffer*, 12> buffers();
     void set_state(const DisplayState& state, const Camera& camera, const Scene& scene) const;
     void update_symbols(const SceneTables& tables);
     void update_loads(const SceneTables& tables, const DisplayState& state);
