@@ -12,7 +12,7 @@ namespace kestralum {
 void read_material_info(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
     const auto records = records_of(section, 4, remarks);
     const RecordFields fields(model.parameters, remarks);
-    progress.print("material_num=%d\n", static_cast<int>(records.size()));
+    progress.print("material_num=%zu\n", records.size());
     std::vector<Material> materials;
     RecordNames names("a part takes the later material", remarks);
     for (const auto& record : records) {
@@ -47,7 +47,7 @@ void read_parameter(const FileSection& section, const OverrideTable& overrides, 
     const auto records = records_of(section, 2, remarks);
     std::vector<Parameter> parameters = overrides.lasting;
     RecordNames names("the first value holds", remarks);
-    progress.print("param_num=%d\n", static_cast<int>(records.size() + parameters.size()));
+    progress.print("param_num=%zu\n", records.size() + parameters.size());
     for (const auto& record : records) {
         if (progress.cancelled()) return;
         // the records before this one are known to it
@@ -111,7 +111,7 @@ PartRecords part_records(const FileSection& section, const RecordFields& fields)
     return records;
 }
 
-// The catalogue evaluates the rows' own texts: their address tells the token.
+// The catalogue evaluates the rows' own texts: their address leads to the token.
 std::string place_of_text(const PartRecords& records, std::string_view text) {
     for (std::size_t k = 0; k < records.rows.size(); ++k) {
         if (records.rows[k].unit.data() == text.data()) return place_of(records.unit[k]);
@@ -121,7 +121,7 @@ std::string place_of_text(const PartRecords& records, std::string_view text) {
     return "'" + std::string(text) + "'";
 }
 
-// What the catalogue says of a part as a whole gets the place where the part's record begins.
+// A remark of the catalogue on a part as a whole gets the place where the part's record begins.
 std::string placed_remark(const PartRecords& records, const std::string& line) {
     if (line.find("token ") != std::string::npos) return line;
     for (std::size_t k = 0; k < records.rows.size(); ++k)
@@ -154,16 +154,16 @@ void read_part_info(const FileSection& section, Model& model, InputRemarks& rema
                                    result.error + ")";
         return false;
     };
-    Remarks said;
-    model.parts = create_PART(records.rows, model.materials, evaluate, said, progress);
+    Remarks of_parts;
+    model.parts = create_PART(records.rows, model.materials, evaluate, of_parts, progress);
     RecordNames names("records that name this part take all of the name", remarks);
     for (std::size_t k = 0; k < model.parts.size(); ++k)
         names.add(*records.first[k], fields.name(*records.first[k], name_text_width));
-    for (const auto* lines : {&said.errors, &said.notices})
+    for (const auto* lines : {&of_parts.errors, &of_parts.notices})
         for (std::size_t k = 0; k < lines->size(); ++k) {
             const std::string& line = (*lines)[k];
             const std::string placed = k < remarks_listed ? placed_remark(records, line) : line;
-            lines == &said.errors ? remarks.error(placed) : remarks.notice(placed);
+            lines == &of_parts.errors ? remarks.error(placed) : remarks.notice(placed);
         }
 }
 

@@ -38,7 +38,7 @@ public:
     bool ok() const { return remarks_.ok(); }
     Remarks& remarks() { return remarks_; }
     const std::string& file_name() const { return file_name_; }
-    // Says how many errors and notices were left out of the lists. Called once, when the file has been read.
+    // Adds how many errors and notices were left out of the lists. Called once, when the file has been read.
     void close();
 
 private:

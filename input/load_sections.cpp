@@ -12,7 +12,7 @@ void read_boundary_condition(const FileSection& section, Model& model, InputRema
     echo_tokens(section.tokens, progress);
     const auto records = records_of(section, 9, remarks);
     const RecordFields fields(model.parameters, remarks);
-    progress.print("bc_num=%d\n", static_cast<int>(records.size()));
+    progress.print("bc_num=%zu\n", records.size());
     std::vector<BoundaryCondition> conditions;
     RecordNames names("both supports act", remarks);
     for (const auto& record : records) {
@@ -95,7 +95,7 @@ void read_apply_force(const FileSection& section, Model& model, InputRemarks& re
     echo_tokens(section.tokens, progress);
     const auto records = force_records(section, remarks);
     const RecordFields fields(model.parameters, remarks);
-    progress.print("force_num=%d\n", static_cast<int>(records.size()));
+    progress.print("force_num=%zu\n", records.size());
     progress.print("Apply_Force\n");
     std::vector<AppliedForce> forces;
     RecordNames names("both forces act", remarks);

@@ -30,7 +30,7 @@ public:
         for (std::size_t k = 0; k < N; ++k) values[k] = number(tokens[k]);
         return values;
     }
-    // A number within a range, said as `range` in the error; 0 outside.
+    // A number within a range, named as `range` in the error; 0 outside.
     template <typename Condition>
     double number_where(const Token& token, Condition holds, std::string_view range) const {
         const auto value = evaluate(token);
@@ -74,7 +74,7 @@ private:
     InputRemarks& remarks_;
 };
 
-// Says that a box (xmin xmax ymin ymax zmin zmax) is empty along one of the axes but `ignored_axis`.
+// The notice that a box (xmin xmax ymin ymax zmin zmax) is empty along one of the axes but `ignored_axis`.
 void notice_empty_box(const Token& name, std::span<const double, 6> box, int ignored_axis,
                       InputRemarks& remarks);
 

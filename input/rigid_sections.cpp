@@ -54,7 +54,7 @@ void read_rigid_element(const FileSection& section, Model& model, InputRemarks& 
     echo_tokens(section.tokens, progress);
     const auto records = records_of(section, 11, remarks);
     const RecordFields fields(model.parameters, remarks);
-    progress.print("rigid_element_num=%d\n", static_cast<int>(records.size()));
+    progress.print("rigid_element_num=%zu\n", records.size());
     progress.print("Rigid_Element\n");
     std::vector<RigidElement> elements;
     RecordNames names("forces and springs take the later element", remarks);
@@ -76,7 +76,7 @@ void read_rigid_force(const FileSection& section, Model& model, InputRemarks& re
     echo_tokens(section.tokens, progress);
     const auto records = records_of(section, 4, remarks);
     const RecordFields fields(model.parameters, remarks);
-    progress.print("rigid_force_num=%d\n", static_cast<int>(records.size()));
+    progress.print("rigid_force_num=%zu\n", records.size());
     progress.print("Rigid_FORCE\n");
     std::vector<RigidForce> forces;
     for (const auto& record : records) {
@@ -100,7 +100,7 @@ void read_rigid_combine(const FileSection& section, Model& model, InputRemarks& 
     echo_tokens(section.tokens, progress);
     const auto records = records_of(section, 9, remarks);
     const RecordFields fields(model.parameters, remarks);
-    progress.print("rigid_combine_num=%d\n", static_cast<int>(records.size()));
+    progress.print("rigid_combine_num=%zu\n", records.size());
     progress.print("Rigid_Combine\n");
     std::vector<RigidCombine> combines;
     for (const auto& record : records) {

@@ -23,9 +23,7 @@ MeshCounts section_counts(const Part& part) {
 }
 
 std::string head(const Part& part, const MeshCounts& counts) {
-    return formatted("Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
-                     static_cast<int>(counts.nodes)) +
-           formatted("dr=%d,dt=%d,dl=%d,", part.div[0], part.div[1], part.div[2]) +
+    return counts_line(counts) + formatted("dr=%d,dt=%d,dl=%d,", part.div[0], part.div[1], part.div[2]) +
            formatted("R=%.3e,W=%.3e,L=%.3e\n", part.size[0], part.size[1], part.size[2]) +
            (part.type == Shape::half_arch ? "  HALF_ARCH\n" : "  ARCH\n");
 }

@@ -66,11 +66,10 @@ void print_parts(std::span<const Part> parts, const std::vector<PartMesh>& meshe
         nodes += meshes[p].node_num();
         elements += meshes[p].element_num();
         progress.print("part_type:%d\n", static_cast<int>(part.type));
-        progress.print("point_num_temp=%d\n", static_cast<int>(nodes));
-        progress.print("element_num_temp=%d\n", static_cast<int>(elements));
-        progress.print("i_part=%d, material_id = %d\n", static_cast<int>(p), part.material_id);
-        progress.print("Nelem1=%d, Nnode1=%d\n", static_cast<int>(meshes[p].element_num()),
-                       static_cast<int>(meshes[p].node_num()));
+        progress.print("point_num_temp=%ld\n", nodes);
+        progress.print("element_num_temp=%ld\n", elements);
+        progress.print("i_part=%zu, material_id = %d\n", p, part.material_id);
+        progress.print("Nelem1=%ld, Nnode1=%ld\n", meshes[p].element_num(), meshes[p].node_num());
         progress.write(meshes[p].lines);
         if (meshes[p].coordinates.empty()) continue;
         const auto& angles = part.euler_angles;

@@ -39,8 +39,7 @@ std::string head(const Part& part, const MeshCounts& counts) {
                         formatted("R=%e,L=%e\n", part.size[0], part.size[1]);
     if (part.type == Shape::half_cyli) lines += "  HALF_CYLI\n";
     if (part.type == Shape::quart_cyli) lines += "  QUART_CYLI\n";
-    return lines + formatted("Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
-                             static_cast<int>(counts.nodes));
+    return lines + counts_line(counts);
 }
 
 // Disc place of the grid point p, q steps from the axes, |p|, |q| ≤ dr.

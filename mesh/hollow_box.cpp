@@ -29,8 +29,7 @@ MeshCounts section_counts(const Part& part) {
 }
 
 std::string head(const Part& part, const MeshCounts& counts) {
-    return formatted("HOLLOWRECT:Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
-                     static_cast<int>(counts.nodes)) +
+    return "HOLLOWRECT:" + counts_line(counts) +
            formatted("db=%d,dh=%d,dt=%d,dl=%d,", part.div[0], part.div[1], part.div[2], part.div[3]) +
            formatted("b=%.3e,h=%.3e,t=%.3e,L=%.3e\n", part.size[0], part.size[1], part.size[2], part.size[3]);
 }
@@ -46,8 +45,7 @@ double line_from_axis(std::int32_t from_middle, std::int32_t n, std::int32_t dt,
 class Rings {
 public:
     Rings(std::int32_t db, std::int32_t dh, std::int32_t dt) : db_(db), dh_(dh) {
-        for (std::int32_t r = 0; r <= dt; ++r)
-            rings_.emplace_back(static_cast<std::size_t>(perimeter(r)), -1);
+        for (std::int32_t r = 0; r <= dt; ++r) rings_.emplace_back(perimeter(r), -1);
     }
     std::int32_t& node(std::int32_t i, std::int32_t j) {
         const std::int32_t r = std::min({i, db_ - i, j, dh_ - j});

@@ -33,8 +33,7 @@ MeshCounts section_counts(const Part& part) {
 }
 
 std::string head(const Part& part, const MeshCounts& counts) {
-    std::string lines = formatted("HOLLOWCYLI:Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
-                                  static_cast<int>(counts.nodes)) +
+    std::string lines = "HOLLOWCYLI:" + counts_line(counts) +
                         formatted("da=%d,dt=%d,dl=%d,", part.div[0], part.div[1], part.div[2]) +
                         formatted("R=%.3e,t=%.3e,L=%.3e\n", part.size[0], part.size[1], part.size[2]);
     if (part.type == Shape::half_hollowcyli) lines += "  HALF_HOLLOWCYLI\n";

@@ -68,9 +68,7 @@ private:
         return static_cast<std::uint64_t>(at[0] + 1) | static_cast<std::uint64_t>(at[1] + 1) << 21 |
                static_cast<std::uint64_t>(at[2] + 1) << 42;
     }
-    std::size_t slot(std::uint64_t key) const {
-        return static_cast<std::size_t>(key * 0x9E3779B97F4A7C15u >> shift_);
-    }
+    std::size_t slot(std::uint64_t key) const { return key * 0x9E3779B97F4A7C15u >> shift_; }
 
     std::array<double, 3> low_;
     double cell_;
@@ -110,15 +108,13 @@ public:
             if (!find_candidates(grid, static_cast<std::int32_t>(part), crowded)) return false;
             take_closest_first();
             for (std::int64_t n = parts_[part].first; n < parts_[part].last; ++n)
-                if (shared_[index(n)] && out_.target[index(n)] == n)
-                    grid.insert(place(n), static_cast<std::int32_t>(n));
+                if (shared_[n] && out_.target[n] == n) grid.insert(place(n), static_cast<std::int32_t>(n));
         }
         find_part_pairs();
         return true;
     }
 
 private:
-    static std::size_t index(std::int64_t n) { return static_cast<std::size_t>(n); }
     const double* place(std::int64_t n) const { return x_.data() + 3 * n; }
     std::int32_t part_of(std::int32_t node) const {
         const auto after = std::partition_point(parts_.begin(), parts_.end(),
@@ -148,7 +144,7 @@ private:
             for (std::int64_t n = parts_[p].first; n < parts_[p].last; ++n)
                 if (std::any_of(near.begin(), near.end(),
                                 [&](const Box* box) { return box->contains(place(n)); })) {
-                    shared_[index(n)] = 1;
+                    shared_[n] = 1;
                     ++shared_num_;
                 }
         }
@@ -163,7 +159,7 @@ private:
         std::int32_t last_seen = 0;
         candidates_.clear();
         for (std::int64_t n = range.first; n < range.last && visited <= most; ++n) {
-            if (!shared_[index(n)]) continue;
+            if (!shared_[n]) continue;
             if (n % 4096 == 0 && progress_.cancelled()) return true;
             const double* p = place(n);
             grid.visit_near(p, [&](std::int32_t other) {
@@ -184,11 +180,11 @@ private:
         std::sort(candidates_.begin(), candidates_.end());
         if (!candidates_.empty()) last_taker_.resize(out_.target.size(), -1);
         for (const Candidate& c : candidates_) {
-            if (out_.target[index(c.node)] != c.node) continue;
-            std::int32_t& last_taker = last_taker_[index(c.target)];
+            if (out_.target[c.node] != c.node) continue;
+            std::int32_t& last_taker = last_taker_[c.target];
             if (last_taker >= 0 && part_of(last_taker) == part_of(c.node)) continue;
             last_taker = c.node;
-            out_.target[index(c.node)] = c.target;
+            out_.target[c.node] = c.target;
             ++out_.merged;
         }
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <unordered_map>
 
 #include "mesh/stl_import.h"
 #include "mesh/vol_import.h"
@@ -78,9 +79,9 @@ public:
         copy_texts(part_.div_text, 10, field_text_width);
         copy_texts(part_.origin_text, 16, field_text_width);
         copy_texts(part_.euler_text, 19, field_text_width);
-        for (std::size_t k = 0; k < static_cast<std::size_t>(shape.size_count()); ++k)
+        for (int k = 0; k < shape.size_count(); ++k)
             part_.size[k] = value(std::string("size ") + shape.sizes[k], row_.fields[4 + k]);
-        for (std::size_t k = 0; k < static_cast<std::size_t>(shape.division_count()); ++k)
+        for (int k = 0; k < shape.division_count(); ++k)
             part_.div[k] = division(std::string("division ") + shape.divisions[k], row_.fields[10 + k]);
         find_path_or_parent_name(shape);
         find_unit();
@@ -175,12 +176,15 @@ private:
 
 // A part may name a parent that comes after it; the last of several of one name is taken.
 void find_parents(std::span<const PartRow> rows, std::vector<Part>& parts, Remarks& remarks) {
+    std::unordered_map<std::string_view, std::int32_t> last_of_name;
+    for (const Part& part : parts) last_of_name[part.name] = part.id;
     for (Part& part : parts) {
         const std::string parent = truncate_text(rows[part.id].parent, name_text_width);
         if (parent == "NONE") continue;
-        for (const Part& other : parts)
-            if (other.name == parent) part.parent_index = other.id;
-        if (part.parent_index < 0)
+        const auto found = last_of_name.find(parent);
+        if (found != last_of_name.end())
+            part.parent_index = found->second;
+        else
             remarks.notices.push_back("part \"" + part.name + "\": its parent \"" + parent +
                                       "\" does not exist");
     }

@@ -47,7 +47,7 @@ struct PartRow {
     std::string unit = "M";
 };
 
-// Evaluates an expression. False: `error` says why, complete with name and expression but without
+// Evaluates an expression. False: `error` has the reason, complete with name and expression but without
 // the place.
 using Evaluate = std::function<bool(std::string_view text, double& value, std::string& error)>;
 

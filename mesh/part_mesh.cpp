@@ -28,8 +28,9 @@ std::string division_below_one(const Part& part, const ShapeRow& row) {
 std::string size_fault(const Part& part, const ShapeRow& row) {
     for (std::size_t k = 0; k < row.sizes.size() && row.sizes[k]; ++k) {
         const double value = part.size[k];
+        const bool any_sign = row.extruded->signed_size == int(k);
         if (!std::isfinite(value)) return formatted("%s = %e is not finite", row.sizes[k], value);
-        if (!(value > 0) && static_cast<int>(k) != row.extruded->signed_size)
+        if (!(value > 0) && !any_sign)
             return formatted("%s = %e must be greater than 0", row.sizes[k], value);
     }
     return {};
@@ -40,7 +41,7 @@ bool refuse(const Part& part, const std::string& why, MeshContext& context) {
     return false;
 }
 
-void say_without_elements(const Part& part, const std::string& why, MeshContext& context) {
+void notice_without_elements(const Part& part, const std::string& why, MeshContext& context) {
     context.remarks.notices.push_back("part \"" + part.name + "\" (" + part.type_name +
                                       "): a part without elements, " + why);
 }
@@ -49,7 +50,7 @@ bool mesh_extruded(const Part& part, const ShapeRow& row, MeshContext& context, 
     const ExtrudedShape& shape = *row.extruded;
     if (const std::string empty = division_below_one(part, row); !empty.empty()) {
         mesh.lines = shape.head(part, {});
-        say_without_elements(part, "since its division " + empty, context);
+        notice_without_elements(part, "since its division " + empty, context);
         return true;
     }
     std::string fault = size_fault(part, row);
@@ -67,6 +68,10 @@ bool mesh_extruded(const Part& part, const ShapeRow& row, MeshContext& context, 
 }
 
 }  // namespace
+
+std::string counts_line(const MeshCounts& counts) {
+    return formatted("Nelem1=%ld,Nnode1=%ld\n", counts.elements, counts.nodes);
+}
 
 MeshCounts memory_budget() {
     const std::int64_t bytes =
@@ -103,12 +108,12 @@ bool mesh_part(const Part& part, MeshContext& context, PartMesh& mesh) {
             return false;
         }
         if (row.extruded) return true;
-        if (mesh.connectivity.empty()) say_without_elements(part, "since its file has none", context);
+        if (mesh.connectivity.empty()) notice_without_elements(part, "since its file has none", context);
         return true;
     }
     if (row.shape == Shape::sphere || row.shape == Shape::cyli2rect)
         mesh.lines = formatted("%s:dr=%d\nR=%e\n", row.keyword, part.div[0], part.size[0]);
-    say_without_elements(part, "since its shape is not meshed", context);
+    notice_without_elements(part, "since its shape is not meshed", context);
     return true;
 }
 

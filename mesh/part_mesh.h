@@ -33,6 +33,9 @@ struct MeshCounts {
     std::int64_t elements = 0, nodes = 0;
 };
 
+// "Nelem1=%d,Nnode1=%d\n": what most shapes print first.
+std::string counts_line(const MeshCounts& counts);
+
 // What a mesher is handed beside its part.
 struct MeshContext {
     std::string_view model_file_name;  // mesh files are also looked for beside it

@@ -38,8 +38,7 @@ bool extrude(const Section& section, double length, std::int32_t layers, double 
 }
 
 void add_grid_quads(std::int32_t ni, std::int32_t nj, Section& section) {
-    section.quads.reserve(section.quads.size() +
-                          4 * static_cast<std::size_t>(ni) * static_cast<std::size_t>(nj));
+    section.quads.reserve(section.quads.size() + 4 * std::int64_t{ni} * nj);
     for (std::int32_t j = 0; j < nj; ++j)
         for (std::int32_t i = 0; i < ni; ++i) {
             const std::int32_t n = i + (ni + 1) * j;

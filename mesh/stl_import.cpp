@@ -145,8 +145,8 @@ bool import_stl(const Part& part, MeshContext& context, PartMesh& mesh) {
     }
     mesh.lines += "FILE OPEN !!\n";
     const bool good = read_stl_text(text, name, part.unit_factor, mesh, context.remarks, context.progress);
-    mesh.lines += formatted("Nelem1=%d\n", static_cast<int>(mesh.element_num())) +
-                  formatted("Nnode1=%d\n", static_cast<int>(mesh.node_num())) + "FILE CLOSE !!\n";
+    mesh.lines += formatted("Nelem1=%ld\n", mesh.element_num()) + formatted("Nnode1=%ld\n", mesh.node_num()) +
+                  "FILE CLOSE !!\n";
     return good && take_from_budget(part, {mesh.element_num(), mesh.node_num()}, context);
 }
 

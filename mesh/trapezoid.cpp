@@ -13,8 +13,7 @@ MeshCounts section_counts(const Part& part) {
 }
 
 std::string head(const Part& part, const MeshCounts& counts) {
-    return formatted("TRAPEZOID:Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
-                     static_cast<int>(counts.nodes)) +
+    return "TRAPEZOID:" + counts_line(counts) +
            formatted("db=%d,dh=%d,dl=%d,", part.div[0], part.div[1], part.div[2]) +
            formatted("b1=%.3e,b2=%.3e,h=%.3e,t=%.3e,L=%.3e\n", part.size[0], part.size[1], part.size[2],
                      part.size[3], part.size[4]);

@@ -20,9 +20,7 @@ MeshCounts section_counts(const Part& part) {
 }
 
 std::string head(const Part& part, const MeshCounts& counts) {
-    return formatted("TRIPOLE:Nelem1=%d,Nnode1=%d\n", static_cast<int>(counts.elements),
-                     static_cast<int>(counts.nodes)) +
-           formatted("db=%d,dl=%d,", part.div[0], part.div[1]) +
+    return "TRIPOLE:" + counts_line(counts) + formatted("db=%d,dl=%d,", part.div[0], part.div[1]) +
            formatted("b1=%.3e,b2=%.3e,ANG=%.3e,L=%.3e\n", part.size[0], part.size[1], part.size[2],
                      part.size[3]);
 }
@@ -47,12 +45,12 @@ Section section(const Part& part) {
         centroid[k] = (corner[0][k] + corner[1][k] + corner[2][k]) / 3;
     }
     Section section;
-    section.xy.resize(2 * static_cast<std::size_t>(section_counts(part).nodes));
+    section.xy.resize(2 * section_counts(part).nodes);
     for (std::int32_t q = 0; q < 3; ++q)
         for (std::int32_t j = 0; j <= db; ++j)
             for (std::int32_t i = 0; i <= db; ++i) {
                 const double u = static_cast<double>(i) / db, v = static_cast<double>(j) / db;
-                double* xy = &section.xy[2 * static_cast<std::size_t>(node(q, i, j, db))];
+                double* xy = &section.xy[2 * std::int64_t{node(q, i, j, db)}];
                 for (int k = 0; k < 2; ++k)
                     xy[k] = (1 - u) * (1 - v) * centroid[k] + u * (1 - v) * middle[q][k] +
                             (1 - u) * v * middle[(q + 1) % 3][k] + u * v * corner[q][k];

@@ -27,7 +27,7 @@ public:
           reader_(text) {}
 
     bool read(PartMesh& mesh, Remarks& remarks) {
-        // A walk that gets lost says nothing about the file: it may only be of another layout.
+        // A walk that gets lost is no proof against the file: it may only be of another layout.
         if (!walk()) {
             if (stopped()) return false;
             *this = VolReader(text_, file_name_, unit_factor_, *progress_);
@@ -130,8 +130,7 @@ private:
                 if (std::int64_t{element_num_} * (2 + nodes_per_) > reader_.most_tokens_left() + 2)
                     return fail("a number of volume elements that the file can hold");
                 first_element_token_ = reader_.token_number() + 1;
-                connectivity_.reserve(static_cast<std::size_t>(element_num_) *
-                                      static_cast<std::size_t>(nodes_per_));
+                connectivity_.reserve(std::int64_t{element_num_} * nodes_per_);
             }
             if (*count != nodes_per_)
                 return fail("node count " + std::to_string(nodes_per_) + " as in the elements before");
@@ -141,7 +140,7 @@ private:
     }
     bool read_element_nodes() {
         std::array<std::int32_t, 10> nodes{};
-        for (std::size_t k = 0; k < static_cast<std::size_t>(nodes_per_); ++k) {
+        for (int k = 0; k < nodes_per_; ++k) {
             const auto number = reader_.next_int32();
             if (!number || *number < 1) return fail("a node number");
             nodes[k] = *number;
@@ -188,7 +187,7 @@ private:
         lines += formatted("  surface element sgi:%d\n", surface_num_);
         lines += formatted("  Nelem:%d\n", element_num_);
         lines += formatted("  element_type:%d\n", nodes_per_ == 10 ? 2 : nodes_per_ == 4 ? 1 : 0);
-        lines += formatted("  Nnode:%d\n", static_cast<int>(coordinates_.size() / 3));
+        lines += formatted("  Nnode:%zu\n", coordinates_.size() / 3);
     }
 
     std::string_view text_, file_name_;

@@ -105,24 +105,15 @@ TEST(AnalysisInfo, TablesOfTheExplicitAnalysisAndTheirEchoes) {
         "ELEMENT_CONTACT HIT STRUT PLATE 0.5 0.2 0 mm 0 0 0 0 0 0 1e-3 % END");
     const ExplicitTables& t = o.model.explicit_tables;
     const auto& known = o.model.parameters;
-    ASSERT_TRUE(t.walls.size() == 2 && t.initial_velocities.size() == 2 && t.velocity_inputs.size() == 1 &&
-                t.contacts.size() == 1);
-    const auto &floor = t.walls[0], &pin = t.walls[1];
+    const auto &floor = t.walls.at(0), &pin = t.walls.at(1);
     EXPECT_TRUE(floor.kind == WallKind::plane && floor.axis == 2 && floor.side == 1);
-    EXPECT_EQ((std::array{floor.friction, floor.damping, floor.box[3]}), (std::array{0.3, 0.1, 1.0}));
-    EXPECT_EQ(floor.motion[2].at(0.5, known), -0.5);
-    EXPECT_EQ(floor.motion[1].at(0.5, known), 0);
+    EXPECT_TRUE(floor.motion[2].at(0.5, known) == -0.5 && floor.motion[1].at(0.5, known) == 0);
     EXPECT_TRUE(pin.kind == WallKind::cylinder && pin.axis == 1 && pin.side == -1);
-    EXPECT_DOUBLE_EQ(pin.radius, 0.01);
-    EXPECT_EQ(pin.stiffness, 1e6);
     EXPECT_DOUBLE_EQ(pin.motion[0].at(2, known), 0.001 * std::sin(2.0));
-    EXPECT_EQ(t.initial_velocities[0].kind, VelocitySelection::part);
-    EXPECT_EQ(t.initial_velocities[0].velocity.start, -100);
-    EXPECT_EQ(t.initial_velocities[1].axis, 2);
-    EXPECT_EQ(t.initial_velocities[1].box[5], 2);
-    EXPECT_EQ(t.velocity_inputs[0].velocity.at(3, known), 8);
-    EXPECT_EQ(t.contacts[0].gap, 0.001);
-    EXPECT_EQ(t.contacts[0].start_time, 1e-3);
+    EXPECT_EQ(t.initial_velocities.at(0).kind, VelocitySelection::part);
+    EXPECT_EQ(t.initial_velocities.at(1).axis, 2);
+    EXPECT_EQ(t.velocity_inputs.at(0).velocity.at(3, known), 8);
+    EXPECT_EQ(t.contacts.at(0).start_time, 1e-3);
     EXPECT_EQ(o.lines,
               "ANALYSIS INFO FILE OPEN !!\nRIGID_WALL\n  rigid_wall_num=2\n RIGID_WALL\n"
               " 0: FLOOR, plane, +z\n"
@@ -164,17 +155,15 @@ TEST(AnalysisInfo, WhatTheFileDoesNotNameStays) {
 
 TEST(AnalysisInfo, OtherFilesAreNoControlFiles) {
     using Status = AnalysisInfoStatus;
-    const std::pair<const char*, Status> files[] = {
-        {"x explicit", Status::read},
-        {"x explicit % END", Status::read},
-        {"\xef\xbb\xbfx explicit\r\nEND\r\n", Status::read},
-        {"", Status::not_control},
-        {"x", Status::not_control},
-        {"x Explicit d_time 1 END", Status::not_control},
-        {"explicit d_time 1 END", Status::not_control},
-        {"is explicit about nothing", Status::wrong},
-        {"x explicit % %x stop d_time 1 END", Status::wrong},
-    };
+    const std::pair<const char*, Status> files[] = {{"x explicit", Status::read},
+                                                    {"x explicit % END", Status::read},
+                                                    {"\xef\xbb\xbfx explicit\r\nEND\r\n", Status::read},
+                                                    {"", Status::not_control},
+                                                    {"x", Status::not_control},
+                                                    {"x Explicit d_time 1 END", Status::not_control},
+                                                    {"explicit d_time 1 END", Status::not_control},
+                                                    {"is explicit about nothing", Status::wrong},
+                                                    {"x explicit % %x stop d_time 1 END", Status::wrong}};
     for (const auto& [text, status] : files) {
         const Outcome o = read_text(text);
         EXPECT_EQ(o.report.status, status) << text;
@@ -238,7 +227,7 @@ TEST(AnalysisInfo, ErrorsNameTheToken) {
          "token 7 'time+q': expected a number or an expression over the parameters and time"},
         {"ELEMENT_CONTACT c STRUT PLOTE 1 0 0 0 0 0 0 0 0 0 0 %", "token 6 'PLOTE': expected the name of a part"},
         {"ELEMENT_CONTACT c STRUT PLATE 2 0 0 0 0 0 0 0 0 0 0 %", "token 7 '2': expected a penalty factor"},
-        {"ELEMENT_CONTACT c STRUT PLATE 1 0 0 0 0 0 0 0 0 0", "end of file: expected 1 more of the 14"},
+        {"ELEMENT_CONTACT c STRUT PLATE 1 0 0 0 0 0 0 0 0 0", "end of file: expected 1 more of the 14"}
     };
     // clang-format on
     for (const auto& [sections, error] : cases)

@@ -39,8 +39,7 @@ TEST(Settings, NumberOfThreads) {
         {"16", 8, "  N_THREADS:16\n  N_THREADS:8\n"},  {"2*2", 4, "  N_THREADS:4\n  N_THREADS:4\n"},
         {"3.9", 3, "  N_THREADS:3\n  N_THREADS:3\n"},  {"-2", -2, "  N_THREADS:-2\n  N_THREADS:-2\n"},
         {"-0.5", 0, "  N_THREADS:0\n  N_THREADS:0\n"}, {"1e99", 8, "  N_THREADS:2147483647\n  N_THREADS:8\n"},
-        {"max", 0, "  N_THREADS:0\n  N_THREADS:0\n"},  {"-1e99", INT_MIN, "  N_THREADS:-2147483648\n"},
-    };
+        {"max", 0, "  N_THREADS:0\n  N_THREADS:0\n"},  {"-1e99", INT_MIN, "  N_THREADS:-2147483648\n"}};
     for (const auto& [word, kept, echo] : cases) {
         Collected console;
         EXPECT_EQ(parse_settings(settings_text("stop", word), "s.txt", 8, console).n_threads, kept) << word;

@@ -21,16 +21,22 @@ Part import_part(const char* keyword, const std::string& path) {
     return part;
 }
 
-// A reading of text: the mesh or the one error.
+// A reading of text: a mesh that can be used, or the one error and no mesh.
 struct Reading {
     bool good = false;
     PartMesh mesh;
     Remarks remarks;
+    std::string error() const { return good ? "" : remarks.errors.at(0); }
 };
 using Reader = bool(std::string_view, std::string_view, double, PartMesh&, Remarks&, const Progress&);
 Reading read(Reader* reader, const std::string& text, double unit = 1) {
     Reading reading;
+    const PartMesh& mesh = reading.mesh;
     reading.good = reader(text, "f", unit, reading.mesh, reading.remarks, SilentProgress());
+    EXPECT_EQ(reading.remarks.errors.size(), reading.good ? 0u : 1u) << text;
+    EXPECT_TRUE(reading.good || mesh.node_num() + mesh.element_num() == 0) << text;
+    for (std::int32_t node : mesh.connectivity) EXPECT_TRUE(node >= 1 && node <= mesh.node_num()) << text;
+    for (double value : mesh.coordinates) EXPECT_TRUE(std::isfinite(value)) << text;
     return reading;
 }
 Reading read_sample(const std::string& name) {
@@ -52,7 +58,7 @@ const VolFile vol_files[] = {
     {"cube_stl_o1.vol", 12, 9, ElementKind::tetrahedron4, 1, 1e-12},
     {"cylinder_csg_o1.vol", 397, 157, ElementKind::tetrahedron4, pi / 2, 0.03},
     {"cylinder_csg_o2.vol", 397, 854, ElementKind::tetrahedron10, pi / 2, 0.03},
-    {"part1_stl_o1.vol", 327, 115, ElementKind::tetrahedron4, 0, 0},
+    {"part1_stl_o1.vol", 327, 115, ElementKind::tetrahedron4, 0, 0}
 };
 // clang-format on
 
@@ -74,13 +80,6 @@ TEST(Vol, NetgenFilesLoadAsClosedBodies) {
                     (file.kind == ElementKind::tetrahedron10 ? file.within : 1e-12) * tetrahedra.volume);
         EXPECT_TRUE(contains(lines, formatted("  Nelem:%d\n  element_type:%d\n  Nnode:%d\nFILE CLOSE !!\n",
                                               file.elements, static_cast<int>(file.kind), file.nodes)));
-        if (file.kind != ElementKind::tetrahedron10 || file.within > 1e-9) continue;
-        for (std::int32_t e = 0; e < mesh.element_num(); ++e)  // straight edges
-            for (int m = 0; m < 6; ++m) {
-                const auto node = [&](int k) { return point(mesh, mesh.element(e)[k]); };
-                const Vec3 ends = plus(node(tetra10_edge[m][0]), node(tetra10_edge[m][1]));
-                EXPECT_LT(norm(minus(node(4 + m), times(0.5, ends))), 1e-12);
-            }
     }
 }
 
@@ -125,25 +124,16 @@ TEST(Imports, FilesOfAnotherKindAreNamed) {
         {read_vol_text, read_file(folder + "cube.stl"), "file f is an STL surface (solid): a Netgen"},
         {read_stl_text, "\x1f\x8b\x08xyz", "file f is compressed (gzip)"},
         {read_stl_text, "mesh3d dimension", "file f is a Netgen volume mesh (mesh3d): an ASCII STL file"},
-        {read_stl_text, binary_stl, "file f is a binary STL file: an ASCII one is expected"},
-    };
-    for (const auto& [reader, text, message] : files) {
-        const Reading reading = read(reader, text);
-        ASSERT_EQ(reading.remarks.errors.size(), 1u) << message;
-        EXPECT_TRUE(reading.remarks.errors[0].starts_with(message)) << reading.remarks.errors[0];
-    }
+        {read_stl_text, binary_stl, "file f is a binary STL file: an ASCII one is expected"}};
+    for (const auto& [reader, text, message] : files)
+        EXPECT_TRUE(read(reader, text).error().starts_with(message)) << read(reader, text).error();
 }
 
-// What is replaced, by what, and the error that must say so.
+// What is replaced, by what, and the error that must come of it.
 using Fault = std::array<std::string, 3>;
 void expect_errors(Reader* reader, const std::string& text, std::initializer_list<Fault> faults) {
-    for (const auto& [what, by, message] : faults) {
-        const Reading reading = read(reader, replaced(text, what, by));
-        EXPECT_FALSE(reading.good) << by;
-        ASSERT_EQ(reading.remarks.errors.size(), 1u);
-        EXPECT_TRUE(contains(reading.remarks.errors[0], message)) << reading.remarks.errors[0];
-        EXPECT_EQ(reading.mesh.node_num() + reading.mesh.element_num(), 0);
-    }
+    for (const auto& [what, by, message] : faults)
+        EXPECT_TRUE(contains(read(reader, replaced(text, what, by)).error(), message)) << by;
 }
 
 // One tetrahedron in the layout that Netgen writes for STL geometry; one surface record with k = 5.
@@ -156,7 +146,6 @@ const std::string small_vol =
 
 TEST(Vol, ReordersScalesAndKeepsUnusedNodes) {
     const Reading one = read(read_vol_text, small_vol, 0.001);
-    ASSERT_TRUE(one.good) << joined(one.remarks.errors);
     EXPECT_EQ(one.mesh.connectivity, (std::vector<std::int32_t>{1, 3, 2, 4}));
     EXPECT_EQ(one.mesh.node_num(), 5);
     EXPECT_EQ(one.mesh.coordinates[4], 1.0);
@@ -182,11 +171,9 @@ TEST(Vol, ReadsEveryLayoutAlike) {
                  "0.5 0.5 0.5 0.5 0.5 0.5"),
         replaced(plain, surface, "2 1 1 0 3 1 2 3"),
         replaced(plain, surface, "1 1 1 0 3 1 2 3"),
-        replaced(small_vol, "# surfnr", "materials\n2\n1 points\n2 volumeelements\n# surfnr"),
-    };
+        replaced(small_vol, "# surfnr", "materials\n2\n1 points\n2 volumeelements\n# surfnr")};
     for (const std::string& text : variants) {
         const Reading reading = read(read_vol_text, text);
-        ASSERT_TRUE(reading.good) << joined(reading.remarks.errors) << text;
         EXPECT_EQ(reading.mesh.connectivity, expected.connectivity);
         EXPECT_EQ(reading.mesh.coordinates, expected.coordinates);
         EXPECT_EQ(reading.mesh.lines, "  surface element sgi:1\n  Nelem:1\n  element_type:1\n  Nnode:5\n");
@@ -196,20 +183,17 @@ TEST(Vol, ReadsEveryLayoutAlike) {
 TEST(Vol, SaysWhereAFileIsWrong) {
     expect_errors(
         read_vol_text, small_vol,
-        {
-            {"1 4 1 2 3 4", "1 4 1 2 3 6", "token 26 \"6\": a node number up to 5 expected"},
-            {"1 4 1 2 3 4", "1 4 1 2 0 4", "token 25 \"0\": a node number expected"},
-            {"1 4 1 2 3 4", "1 4 1 2 x 4", "token 25 \"x\": a node number expected"},
-            {"1 4 1 2 3 4", "1 8 1 2 3 4",
-             "token 22 \"8\": the node count of a tetrahedron, 4 or 10, expected"},
-            {"1\n1 4 1 2 3 4", "2\n1 4 1 2 3 4 1 10 1 2 3 4 1 1 1 1 1 1", "token 28 \"10\": node count 4"},
-            {"volumeelements\n1\n", "volumeelements\n2000000000\n", "no more than the file can hold"},
-            {"volumeelements\n1\n", "volumeelements\n-1\n",
-             "token 20 \"-1\": the number of volume elements expected"},
-            {"points\n5\n", "points\n6\n", "token 58 \"endmesh\": a coordinate expected"},
-            {"7 7 7", "7 nan 7", "\"nan\": a coordinate expected"},
-            {"volumeelements", "volumelements", "section \"volumeelements\" expected"},
-        });
+        {{"1 4 1 2 3 4", "1 4 1 2 3 6", "token 26 \"6\": a node number up to 5 expected"},
+         {"1 4 1 2 3 4", "1 4 1 2 0 4", "token 25 \"0\": a node number expected"},
+         {"1 4 1 2 3 4", "1 4 1 2 x 4", "token 25 \"x\": a node number expected"},
+         {"1 4 1 2 3 4", "1 8 1 2 3 4", "token 22 \"8\": the node count of a tetrahedron, 4 or 10, expected"},
+         {"1\n1 4 1 2 3 4", "2\n1 4 1 2 3 4 1 10 1 2 3 4 1 1 1 1 1 1", "token 28 \"10\": node count 4"},
+         {"volumeelements\n1\n", "volumeelements\n2000000000\n", "no more than the file can hold"},
+         {"volumeelements\n1\n", "volumeelements\n-1\n",
+          "token 20 \"-1\": the number of volume elements expected"},
+         {"points\n5\n", "points\n6\n", "token 58 \"endmesh\": a coordinate expected"},
+         {"7 7 7", "7 nan 7", "\"nan\": a coordinate expected"},
+         {"volumeelements", "volumelements", "section \"volumeelements\" expected"}});
 }
 
 const std::string facet =
@@ -219,8 +203,7 @@ TEST(Stl, FacetsAreDegenerateHexahedraWithNodesOfTheirOwn) {
     for (const char* name :
          {"solid a ", "solid ", "solid my facet no. 3\n", "SOLID a\n", "\xef\xbb\xbfsolid\r\n"}) {
         const Reading reading = read(read_stl_text, name + facet + facet + "endsolid a", 0.001);
-        ASSERT_TRUE(reading.good) << joined(reading.remarks.errors);
-        EXPECT_TRUE(reading.remarks.notices.empty());
+        EXPECT_EQ(reading.error() + joined(reading.remarks.notices), "");
         EXPECT_EQ(reading.mesh.connectivity,
                   (std::vector<std::int32_t>{1, 2, 3, 1, 1, 1, 1, 1, 4, 5, 6, 4, 4, 4, 4, 4}));
         EXPECT_EQ(reading.mesh.node_num(), 6);
@@ -231,12 +214,10 @@ TEST(Stl, FacetsAreDegenerateHexahedraWithNodesOfTheirOwn) {
                   .remarks.notices.size(),
               1u);
     expect_errors(read_stl_text, "solid a " + facet + "endsolid",
-                  {
-                      {"vertex 2000", "vertex 2oo0", "token 15 \"2oo0\": a coordinate expected"},
-                      {"vertex 2000", "vertx 2000", "token 14 \"vertx\": \"vertex\" expected"},
-                      {"0 3 0 ", "0 inf 0 ", "token 20 \"inf\": a coordinate expected"},
-                      {"solid", "sloid", "token 1 \"sloid\": \"solid\" of an ASCII STL file expected"},
-                  });
+                  {{"vertex 2000", "vertex 2oo0", "token 15 \"2oo0\": a coordinate expected"},
+                   {"vertex 2000", "vertx 2000", "token 14 \"vertx\": \"vertex\" expected"},
+                   {"0 3 0 ", "0 inf 0 ", "token 20 \"inf\": a coordinate expected"},
+                   {"solid", "sloid", "token 1 \"sloid\": \"solid\" of an ASCII STL file expected"}});
 }
 
 TEST(Stl, IsASurfaceThatMergesWithNobodyAndDecidesNothing) {
@@ -244,19 +225,11 @@ TEST(Stl, IsASurfaceThatMergesWithNobodyAndDecidesNothing) {
         build({import_part("STL", folder + "cube.stl"), import_part("VOL", folder + "cube_stl_o1.vol")});
     ASSERT_TRUE(good) << joined(remarks.errors);
     EXPECT_EQ(mesh.element_type, ElementKind::tetrahedron4);
-    EXPECT_EQ(mesh.element_num(), 12);
-    EXPECT_EQ(mesh.node_num(), 36 + 9);
+    EXPECT_TRUE(mesh.element_num() == 12 && mesh.node_num() == 36 + 9);
     ASSERT_EQ(mesh.surface_facets.size(), 36u);
     EXPECT_EQ(mesh.surface_part_id, std::vector<std::int32_t>(12, 0));
     EXPECT_EQ(*std::min_element(mesh.connectivity.begin(), mesh.connectivity.end()), 37);
-    double area = 0;
-    for (std::size_t f = 0; f < 36; f += 3) {
-        const Vec3 a = point(mesh, mesh.surface_facets[f]);
-        const Vec3 u = minus(point(mesh, mesh.surface_facets[f + 1]), a),
-                   v = minus(point(mesh, mesh.surface_facets[f + 2]), a);
-        area += norm(cross(u, v)) / 2;
-    }
-    EXPECT_NEAR(area, 6, 1e-12);
+    for (int k = 0; k < 36; ++k) EXPECT_EQ(mesh.surface_facets[k], k + 1);
     EXPECT_TRUE(contains(lines, "STL:FILE OPEN !!\nNelem1=12\nNnode1=36\nFILE CLOSE !!\n"));
     EXPECT_TRUE(contains(remarks.notices, "left out of analyses"));
 }
@@ -276,17 +249,6 @@ TEST(Imports, FindTheFileBesideTheModelAndSayWhenThereIsNone) {
     EXPECT_TRUE(contains(missing.lines, "STL:FILE OPEN ERROR\n"));
 }
 
-// A damaged file gives an error and nothing else, or a mesh that can be used.
-void expect_sound(const Reading& reading, const std::string& what) {
-    EXPECT_NE(reading.good, !reading.remarks.errors.empty()) << what;
-    if (!reading.good) {
-        EXPECT_EQ(reading.mesh.node_num() + reading.mesh.element_num(), 0) << what;
-    }
-    for (std::int32_t node : reading.mesh.connectivity)
-        ASSERT_TRUE(node >= 1 && node <= reading.mesh.node_num()) << what;
-    for (double value : reading.mesh.coordinates) ASSERT_TRUE(std::isfinite(value)) << what;
-}
-
 TEST(Imports, DamagedFilesGiveAnErrorOrASoundMesh) {
     std::mt19937 random(1);
     const char* junk[] = {"-1", "0",  "2147483647", "99999999999999", "x",   "nan", "1e400", "points",
@@ -297,9 +259,8 @@ TEST(Imports, DamagedFilesGiveAnErrorOrASoundMesh) {
         Reader* const reader = stl ? read_stl_text : read_vol_text;
         const std::size_t data_end = stl ? 0 : text.find("# ", text.find("points"));
         for (std::size_t size = 0; size < text.size(); size += 7) {
-            const Reading reading = read(reader, text.substr(0, size));
-            expect_sound(reading, name + " cut at " + std::to_string(size));
-            EXPECT_FALSE(reading.good && size + 60 < data_end) << "cut at " << size;
+            const bool good = read(reader, text.substr(0, size)).good;
+            EXPECT_FALSE(good && size + 60 < data_end) << "cut at " << size;
         }
         const std::vector<std::string> tokens = tokens_of(text);
         for (int change = 0; change < 200; ++change) {
@@ -307,7 +268,7 @@ TEST(Imports, DamagedFilesGiveAnErrorOrASoundMesh) {
             const std::size_t at = text.find(tokens[random() % tokens.size()], random() % text.size());
             if (at == std::string::npos) continue;
             damaged.replace(at, text.find_first_of(" \n", at) - at, junk[random() % std::size(junk)]);
-            expect_sound(read(reader, damaged), name + " changed at " + std::to_string(at));
+            read(reader, damaged);
         }
     }
 }

@@ -93,7 +93,7 @@ const ShapeCase cases[] = {
     {"HALF_HOLLOWCYLI", {2, 1.9, 3}, pi / 2 * (4 - 0.01) * 3, true, of_ring, grid},
     {"QUART_HOLLOWCYLI", {2, 0.1, 3}, pi / 4 * (4 - 3.61) * 3, true, of_ring, grid},
     {"ARCH", {1, 2, 3}, (8 - pi / 2) * 3, true, of_grid, arch},
-    {"HALF_ARCH", {0.99, 1, 3}, (1 - pi / 4 * 0.9801) * 3, true, of_grid, half_arch},
+    {"HALF_ARCH", {0.99, 1, 3}, (1 - pi / 4 * 0.9801) * 3, true, of_grid, half_arch}
 };
 // clang-format on
 
@@ -156,8 +156,7 @@ TEST(Sections, CutPlanesAreExact) {
         {make_part("HALF_HOLLOWCYLI", {0.7, 0.3, 1}, {6, 3, 1}), -0.7, 16},
         {make_part("QUART_HOLLOWCYLI", {0.7, 0.3, 1}, {6, 3, 1}), 0, 8},
         {make_part("ARCH", {0.3, 0.7, 1}, {3, 5, 1}), -0.7, 16},
-        {make_part("HALF_ARCH", {0.3, 0.7, 1}, {3, 5, 1}), 0, 8},
-    };
+        {make_part("HALF_ARCH", {0.3, 0.7, 1}, {3, 5, 1}), 0, 8}};
     for (const auto& [part, left, on_cut] : sections) {
         const Mesh mesh = mesh_of({part});
         EXPECT_EQ(mesh.size_info, (std::array<double, 6>{left, 0, 0, 0.7, 0.7, 1})) << part.name;
@@ -183,7 +182,7 @@ TEST(Meshers, PrintTheirHeads) {
          "da=1,dt=1,dl=1,R=2.000e+00,t=1.000e+00,L=1.000e+00\n  QUART_HOLLOWCYLI\n"},
         {make_part("TRIPOLE", {1, 1, 60, 1}, {1, 1}),
          "TRIPOLE:Nelem1=3,Nnode1=14\ndb=1,dl=1,b1=1.000e+00,b2=1.000e+00,ANG=6.000e+01,L=1.000e+00\n"},
-        {make_part("SPHERE", {}, {}), "Nelem1=0, Nnode1=0\nSPHERE:dr=0\nR=0.000000e+00\nelement_type=0\n"},
+        {make_part("SPHERE", {}, {}), "Nelem1=0, Nnode1=0\nSPHERE:dr=0\nR=0.000000e+00\nelement_type=0\n"}
     };
     // clang-format on
     for (const auto& [part, lines] : expected) {
@@ -208,8 +207,7 @@ TEST(Meshers, RefuseWhatHasNoGeometry) {
         {make_part("HALF_HOLLOWCYLI", {1, 0.5, 1}, {1, 1, 1}), "da = 1"},
         {make_part("ARCH", {1, 1, 1}, {1, 1, 1}), "R = 1"},
         {make_part("TRIPOLE", {1, 1, 180, 1}, {1, 1}), "ANG = 1.8"},
-        {make_part("TRIPOLE", {1, 1, -10, 1}, {1, 1}), "ANG = -1"},
-    };
+        {make_part("TRIPOLE", {1, 1, -10, 1}, {1, 1}), "ANG = -1"}};
     for (const auto& [part, text] : bad) {
         const std::string errors = errors_of({part});
         EXPECT_TRUE(contains(errors, text) && contains(errors, "part \"" + part.name + "\"")) << errors;
