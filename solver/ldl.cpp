@@ -308,8 +308,11 @@ void SkylineFactor::prepare(const SparseKM& km, std::span<const double> values, 
     error_.clear();
     shared_ = std::make_unique<Shared>(grid_.panels(), progress);
     for (std::int32_t i = 0; i < profile_.rows(); ++i) shared_->diagonal.push_back(values[km.diag_pos[i]]);
-    // a factor in memory is written over by the next
-    if (panels_.empty()) panels_ = PanelStore(profile_, grid_, spilled());
+    // written over by the next factor, unless the memory of packed panels is needed for those in work
+    if (spilled() || panels_.empty() || grid_.largest_packed_panel() > 0) {
+        panels_ = {};
+        panels_ = PanelStore(profile_, grid_, spilled());
+    }
 }
 
 FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> values, Kind kind,

@@ -1,14 +1,20 @@
-// The skyline factorization on random sparse symmetric matrices: ‖A - LDLᵀ‖, the same bytes in one
-// division and in many and on one thread and two, solves, and what happens when a file cannot be written.
+// The skyline factorization on random sparse symmetric matrices: ‖A - LDLᵀ‖, the same bytes in one division
+// and in many, kept or read back, on one thread and two, solves, and what happens when a file cannot be
+// written, memory is missing or the user stops.
 #include <gtest/gtest.h>
+#include <malloc.h>
 
+#include <atomic>
 #include <cmath>
+#include <functional>
 #include <map>
 #include <random>
 #include <set>
 
-#include "model/console.h"
+#include "model/format.h"
 #include "solver/ldl.h"
+#include "solver/memory_limits.h"
+#include "support/collected.h"
 #include "support/temp_folder.h"
 
 namespace kestralum {
@@ -49,29 +55,6 @@ Divisions cut(const Profile& profile, const std::vector<std::int32_t>& rows) {
     return divisions;
 }
 
-// ‖A - LDLᵀ‖ / ‖A‖, Frobenius, from the rows of the factor.
-double residual(const SparseKM& km, SkylineFactor& factor) {
-    const int n = km.rows();
-    std::vector<std::vector<double>> L(n, std::vector<double>(n, 0.0));
-    double error = 0, size = 0;
-    for (int i = 0; i < n; ++i) {
-        const int first = factor.profile().first_column(i);
-        EXPECT_TRUE(factor.read_row(i, std::span(L[i]).subspan(first, i - first + 1)));
-        EXPECT_EQ(L[i][i], 1.0);
-        std::vector<double> row(n, 0.0);
-        for (std::int64_t k = km.row_start[i]; k < km.row_start[i + 1]; ++k) {
-            row[km.col_index[k]] = km.K_value[k];
-            size += km.K_value[k] * km.K_value[k];
-        }
-        for (int j = 0; j <= i; ++j) {
-            double sum = row[j];
-            for (int m = 0; m <= j; ++m) sum -= L[i][m] * factor.D()[m] * L[j][m];
-            error += (i == j ? 1 : 2) * sum * sum;
-        }
-    }
-    return std::sqrt(error / size);
-}
-
 std::vector<double> right_hand_sides(int n, int k) {
     std::vector<double> b(n * k);
     for (int i = 0; i < n * k; ++i) b[i] = std::sin(1.0 + 0.37 * i);
@@ -86,6 +69,34 @@ std::vector<double> times(const SparseKM& km, const std::vector<double>& x) {
     return y;
 }
 
+// ‖A z - L D Lᵀ z‖ / ‖A z‖ for a vector z, from the rows of the factor.
+double residual(const SparseKM& km, SkylineFactor& factor) {
+    const int n = km.rows();
+    const std::vector<double> z = right_hand_sides(n, 1), Az = times(km, z);
+    std::vector<double> row(n), y(n, 0.0);
+    const auto take_rows = [&](const auto& use) {
+        for (int i = 0, first = 0; i < n; ++i) {
+            first = factor.profile().first_column(i);
+            EXPECT_TRUE(factor.read_row(i, std::span(row).subspan(first)));
+            EXPECT_EQ(row[i], 1.0);
+            for (int j = first; j <= i; ++j) use(i, j);
+        }
+    };
+    double error = 0, size = 0;
+    std::vector<double> difference = Az;
+    take_rows([&](int i, int j) { y[j] += row[j] * z[i]; });
+    take_rows([&](int i, int j) { difference[i] -= row[j] * factor.D()[j] * y[j]; });
+    for (int i = 0; i < n; ++i) error += difference[i] * difference[i], size += Az[i] * Az[i];
+    return std::sqrt(error / size);
+}
+
+// Looks itself whether to stop.
+struct Looking : testing::Collected {
+    explicit Looking(std::function<bool()> how) : look(std::move(how)) {}
+    bool cancelled() const override { return look(); }
+    std::function<bool()> look;
+};
+
 struct Case {
     int n, band;
     double fill;
@@ -95,7 +106,10 @@ struct Case {
 class FactorFiles : public ::testing::Test {
 protected:
     std::filesystem::path file(const std::string& name) const { return folder.path() / "log" / name; }
-    console::Capture console_;
+    FactorOptions options(int threads, const char* stem = stiffness_stem) const {
+        return {.threads = threads, .log_folder = file(""), .file_stem = stem};
+    }
+    testing::Collected progress;
     testing::TempFolder folder;
 };
 class Factor : public FactorFiles, public ::testing::WithParamInterface<Case> {};
@@ -106,12 +120,13 @@ TEST_P(Factor, IsExactAndTheSameInOneDivisionAndManyOnOneThreadAndTwo) {
     const Profile profile = make_profile(km);
     std::string bytes;
     std::vector<double> solution, pivots;
-    auto run = [&](const Divisions& divisions, int threads, bool past_the_cache = false) {
-        SCOPED_TRACE(console::format("%d divisions, %d threads", divisions.count(), threads));
-        FactorOptions options{.threads = threads};
-        if (past_the_cache) options.direct_bytes = 1;
-        SkylineFactor factor(profile, divisions, options);
-        ASSERT_EQ(factor.factor_ldl(km, km.K_value), FactorStatus::ok) << factor.error();
+    auto run = [&](const Divisions& divisions, int threads, bool past_the_cache = false, bool keep = true) {
+        SCOPED_TRACE(formatted("%d divisions, %d threads, kept %d", divisions.count(), threads, keep));
+        FactorOptions chosen = options(threads);
+        chosen.keep_in_memory = keep;
+        if (past_the_cache) chosen.direct_bytes = 1;
+        SkylineFactor factor(profile, divisions, chosen);
+        ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok) << factor.error();
         EXPECT_LT(residual(km, factor), 1e-14 * n);
         std::vector<double> x = right_hand_sides(n, 3);
         ASSERT_TRUE(factor.solve_ldl(x, 3)) << factor.error();
@@ -133,6 +148,7 @@ TEST_P(Factor, IsExactAndTheSameInOneDivisionAndManyOnOneThreadAndTwo) {
     };
     for (int threads : {1, 2, 5}) run(cut(profile, {0, n}), threads);
     run(cut(profile, {0, n}), 2, true);
+    for (int threads : {1, 5}) run(cut(profile, {0, n}), threads, false, false);
     for (int last : last_rows) {
         std::vector<std::int32_t> rows{0};
         while (rows.back() + band + 12 < n - last) rows.push_back(rows.back() + band + 12);
@@ -155,8 +171,10 @@ TEST_F(FactorFiles, PanelsOfEveryWidthGiveTheSameFactor) {
     const SparseKM km = random_matrix(1100, 380, 0.02, 5);
     const Profile profile = make_profile(km);
     for (const std::int32_t panel_rows : {32, 128, 256, 512}) {
-        SkylineFactor factor(profile, cut(profile, {0, 1100}), {.threads = 2, .panel_rows = panel_rows});
-        ASSERT_EQ(factor.factor_ldl(km, km.K_value), FactorStatus::ok) << factor.error();
+        FactorOptions chosen = options(2);
+        chosen.panel_rows = panel_rows;
+        SkylineFactor factor(profile, cut(profile, {0, 1100}), chosen);
+        ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok) << factor.error();
         EXPECT_LT(residual(km, factor), 1e-14 * 1100) << panel_rows;
     }
 }
@@ -166,44 +184,143 @@ TEST_F(FactorFiles, AFailedWriteAndACutFileAreToldAndOldFilesGo) {
     const Profile profile = make_profile(km);
     for (const char* name : {"Ltemp_2.txt", "Ltemp_17.txt", "Ltemp_x.txt", "Wtemp_3.txt"})
         folder.write(std::string("log/") + name, "old");
-    SkylineFactor factor(profile, cut(profile, {0, 150, 300}), {.threads = 1});
-    ASSERT_EQ(factor.factor_ldl(km, km.K_value), FactorStatus::ok);
-    std::set<std::string> left;
-    for (const auto& entry : std::filesystem::directory_iterator(file("")))
-        left.insert(entry.path().filename());
-    EXPECT_EQ(left, (std::set<std::string>{"Ltemp_0.txt", "Ltemp_1.txt", "Ltemp_x.txt", "Wtemp_3.txt"}));
+    SkylineFactor factor(profile, cut(profile, {0, 150, 300}), options(1));
+    ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
+    const auto left = [&] {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(file("")))
+            names.insert(entry.path().filename());
+        return names;
+    };
+    EXPECT_EQ(left(), (std::set<std::string>{"Ltemp_0.txt", "Ltemp_1.txt", "Ltemp_x.txt", "Wtemp_3.txt"}));
     // cut behind the factor's back
     std::filesystem::resize_file(file("Ltemp_0.txt"), 100);
     std::vector<double> x(300, 1.0);
     EXPECT_FALSE(factor.solve_ldl(x));
     EXPECT_NE(factor.error().find("Ltemp_0"), std::string::npos) << factor.error();
+    std::filesystem::resize_file(file("Ltemp_1.txt"), 1000000);
+    const FactorFileList removed = remove_factor_files(file("").string());
+    EXPECT_EQ(removed.names.size(), 3);
+    EXPECT_EQ(removed.names.front(), file("Ltemp_0.txt"));
+    EXPECT_NEAR(removed.megabytes, 1.000103, 1e-9);
+    EXPECT_EQ(left(), std::set<std::string>{"Ltemp_x.txt"});
+    EXPECT_TRUE(list_factor_files(file("nowhere").string()).names.empty());
     for (const bool folder_missing : {false, true}) {
         std::filesystem::remove_all(file(""));
         if (!folder_missing)
             std::filesystem::create_directories(file("Ltemp_1.txt"));  // a name that is taken
-        SkylineFactor failed(profile, cut(profile, {0, 150, 300}), {.threads = 2});
-        EXPECT_EQ(failed.factor_ldl(km, km.K_value), FactorStatus::write_failed);
+        SkylineFactor failed(profile, cut(profile, {0, 150, 300}), options(2));
+        EXPECT_EQ(failed.factor_ldl(km, km.K_value, progress), FactorStatus::file_failed);
         EXPECT_NE(failed.error().find("Ltemp_"), std::string::npos) << failed.error();
     }
+}
+
+// At every place, within one panel as well, and in the threads.
+TEST_F(FactorFiles, ACancelAndMissingMemoryEndAFactorAndASolve) {
+    const SparseKM km = random_matrix(512, 512, 0.1, 6);
+    const Profile profile = make_profile(km);
+    for (const int after : {1, 2, 5, 12})
+        for (const bool no_memory : {false, true})
+            for (const bool one_panel : {false, true}) {
+                FactorOptions chosen = options(2);
+                chosen.panel_rows = one_panel ? 512 : 32;
+                chosen.keep_in_memory = after % 2;
+                SkylineFactor factor(profile, cut(profile, {0, 512}), chosen);
+                const std::string said =
+                    no_memory ? "not enough memory for the factor" : "stopped by the user";
+                std::atomic<int> looks = after;
+                Looking ending([&] {
+                    if (--looks <= 0 && no_memory) throw std::bad_alloc();
+                    return looks <= 0;
+                });
+                EXPECT_EQ(factor.factor_ldl(km, km.K_value, ending),
+                          no_memory ? FactorStatus::out_of_memory : FactorStatus::cancelled);
+                EXPECT_EQ(factor.error(), said);
+                ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
+                for (const int k : {1, 20}) {
+                    looks = one_panel ? 1 : after;
+                    std::vector<double> x = right_hand_sides(512, k);
+                    EXPECT_FALSE(factor.solve_ldl(x, k, &ending));
+                    EXPECT_EQ(factor.error(), said);
+                }
+            }
+}
+
+// Rows of very different lengths, as unstructured meshes have them.
+TEST_F(FactorFiles, MemoryFollowsTheProfileAndIsForetold) {
+    const SparseKM km = random_matrix(6000, 700, 0.004, 2);
+    const Profile profile = make_profile(km);
+    const PanelGrid grid = make_panel_grid(profile);
+    double triangles = 0, dense = 0;
+    for (std::int32_t I = 0; I < grid.panels(); ++I) {
+        triangles += grid.rows(I) * (grid.rows(I) - 1) / 2;
+        dense += static_cast<double>(grid.doubles(I));
+    }
+    const auto entries = static_cast<double>(profile.Ls_num);
+    EXPECT_GT(dense, 1.6 * entries);
+    EXPECT_LT(static_cast<double>(grid.kept_start.back()), 1.15 * entries + triangles);
+    for (const bool keep : {true, false}) {
+        FactorOptions chosen = options(2);
+        chosen.keep_in_memory = keep;
+        SkylineFactor factor(profile, cut(profile, {0, 6000}), chosen);
+        std::atomic<double> most = 0;
+        Looking watch([&] {
+            double pages = 0;
+            std::ifstream("/proc/self/statm") >> pages >> pages;
+            most = std::max<double>(most, pages * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1e6);
+            return false;
+        });
+        watch.cancelled();
+        const double before = most, large_pages = 4,
+                     told = keep ? panel_megabytes(profile, 2) : spilled_megabytes(profile, 2);
+        ASSERT_EQ(factor.factor_ldl(km, km.K_value, watch), FactorStatus::ok);
+        EXPECT_LT(told, profile.megabytes() * (keep ? 1.5 : 0.7));
+        // a sanitizer's heap keeps what is freed
+        EXPECT_TRUE(most - before < told + large_pages || mallinfo2().uordblks == 0)
+            << most - before << " " << told;
+    }
+}
+
+TEST_F(FactorFiles, TheMachinesMemoryIsThatOfItsControlGroups) {
+    for (const char* name : {"proc/self", "sys/fs/cgroup/a/b", "sys/fs/cgroup/memory/a/b"})
+        std::filesystem::create_directories(folder.path() / name);
+    const auto now = [&] { return machine_megabytes(folder.path()); };
+    EXPECT_TRUE(std::isinf(now())) << "nothing known";
+    folder.write("proc/meminfo", "MemFree: 1 kB\nMemTotal:    16000000 kB\n");
+    folder.write("proc/self/cgroup", "5:cpu,memory:/a/b\n0::/a/b\n");
+    EXPECT_DOUBLE_EQ(now(), 16384);
+    const std::pair<const char*, const char*> limits[] = {
+        {"a/b/memory.max", "max\n"},
+        {"a/memory.max", "8000000000\n"},
+        {"a/b/memory.max", "7000000000\n"},
+        {"memory.max", "6000000000\n"},
+        {"memory/a/b/memory.limit_in_bytes", "5000000000\n"},
+        {"memory/memory.limit_in_bytes", "9223372036854771712"}};
+    const double expected[] = {16384, 8000, 7000, 6000, 5000, 5000};
+    for (std::size_t i = 0; i < std::size(limits); ++i) {
+        folder.write(std::string("sys/fs/cgroup/") + limits[i].first, limits[i].second);
+        EXPECT_DOUBLE_EQ(now(), expected[i]) << limits[i].first;
+    }
+    EXPECT_TRUE(machine_megabytes() > 0 && std::isfinite(machine_megabytes()));
 }
 
 TEST_F(FactorFiles, NegativePivotsAndMassesAreTold) {
     SparseKM km = random_matrix(5, 1, 1, 3);
     km.K_value = {2, -3, 4, 5, -6};
     const Profile profile = make_profile(km);
-    SkylineFactor factor(profile, cut(profile, {0, 5}), {.threads = 1});
-    ASSERT_EQ(factor.factor_ldl(km, km.K_value), FactorStatus::ok);
-    EXPECT_NE(console_.lines.find("Warning   D[1]:-3.000e+00\n"), std::string::npos);
-    EXPECT_NE(console_.lines.find("Warning   D[4]:-6.000e+00\n"), std::string::npos);
+    SkylineFactor factor(profile, cut(profile, {0, 5}), options(1));
+    ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
+    EXPECT_NE(progress.lines.find("Warning   D[1]:-3.000e+00\n"), std::string::npos);
+    EXPECT_NE(progress.lines.find("Warning   D[4]:-6.000e+00\n"), std::string::npos);
     EXPECT_EQ(factor.negative_pivots(), 2);
     km.K_value = {4, -9, 1, 16, 25};
-    SkylineFactor W(profile, cut(profile, {0, 5}), {.file_stem = "Wtemp"});
-    ASSERT_EQ(W.factor_ww(km, km.K_value), FactorStatus::ok);
+    SkylineFactor W(profile, cut(profile, {0, 5}), options(1, mass_stem));
+    ASSERT_EQ(W.factor_ww(km, km.K_value, progress), FactorStatus::ok);
     const std::string said = "[M] is not positive define at 1th row\n";
-    EXPECT_NE(console_.lines.find(said + "  W[1][1]^2: -9.000e+00 = sqrt( -9.000e+00 - 0.000e+00 )\n"),
+    EXPECT_NE(progress.lines.find(said + "  W[1][1]^2: -9.000e+00 = sqrt( -9.000e+00 - 0.000e+00 )\n"),
               std::string::npos)
-        << console_.lines;
-    EXPECT_TRUE(console_.lines.ends_with("   WW M_sparse complete\n" + said)) << console_.lines;
+        << progress.lines;
+    EXPECT_TRUE(progress.lines.ends_with("   WW M_sparse complete\n" + said)) << progress.lines;
     double w;
     ASSERT_TRUE(W.read_row(1, std::span(&w, 1)));
     EXPECT_EQ(w, 3);
@@ -217,8 +334,8 @@ TEST_F(FactorFiles, CholeskyMultipliesAndSolvesAsTheMatrixDoes) {
     std::vector<double> first;
     for (const auto& rows : {std::vector<std::int32_t>{0, 400}, {0, 150, 399, 400}})
         for (int threads : {1, 2}) {
-            SkylineFactor W(profile, cut(profile, rows), {.threads = threads, .file_stem = "Wtemp"});
-            ASSERT_EQ(W.factor_ww(km, km.K_value), FactorStatus::ok) << W.error();
+            SkylineFactor W(profile, cut(profile, rows), options(threads, mass_stem));
+            ASSERT_EQ(W.factor_ww(km, km.K_value, progress), FactorStatus::ok) << W.error();
             EXPECT_EQ(W.negative_pivots(), 0);
             EXPECT_TRUE(std::filesystem::exists(file("Wtemp_0.txt")));
             for (int k : {1, 3, 20}) {
@@ -241,9 +358,9 @@ TEST_F(FactorFiles, CholeskyMultipliesAndSolvesAsTheMatrixDoes) {
 TEST_F(FactorFiles, DivisionsFollowTheBudgetAndTheBand) {
     const Profile profile = make_profile(random_matrix(1000, 50, 1, 4));
     const double megabytes = profile.megabytes();
-    EXPECT_EQ(plan_divisions(profile, megabytes, 1, 50).count(), 1) << "a profile that just fits";
-    EXPECT_EQ(plan_divisions(profile, megabytes, 0, 50).count(), 1) << "no divisor: no limit";
-    const Divisions divisions = plan_divisions(profile, megabytes, 2, 50);
+    EXPECT_EQ(plan_divisions(profile, megabytes, 1, 50, progress).count(), 1) << "a profile that just fits";
+    EXPECT_EQ(plan_divisions(profile, megabytes, 0, 50, progress).count(), 1) << "no divisor: no limit";
+    const Divisions divisions = plan_divisions(profile, megabytes, 2, 50, progress);
     EXPECT_LE(divisions.count(), most_divisions(1000, 50));
     ASSERT_GT(divisions.count(), 10);
     for (int b = 0; b <= divisions.count(); ++b) {
@@ -252,10 +369,10 @@ TEST_F(FactorFiles, DivisionsFollowTheBudgetAndTheBand) {
     }
     EXPECT_EQ(divisions.div_profile.back(), profile.Ls_num);
     // fewer rows than a band: one division even beyond the budget
-    EXPECT_EQ(plan_divisions(profile, 0, 1, 2000).count(), 1);
+    EXPECT_EQ(plan_divisions(profile, 0, 1, 2000, progress).count(), 1);
     // n = 2·(band + 12): the cut that would fall on row n is not made
     const Profile even = make_profile(random_matrix(124, 50, 1, 5));
-    EXPECT_EQ(plan_divisions(even, 0, 1, 50).div_row, (std::vector<std::int32_t>{0, 62, 124}));
+    EXPECT_EQ(plan_divisions(even, 0, 1, 50, progress).div_row, (std::vector<std::int32_t>{0, 62, 124}));
 }
 
 }  // namespace

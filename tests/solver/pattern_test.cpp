@@ -6,10 +6,10 @@
 #include <random>
 #include <set>
 
-#include "model/console.h"
 #include "solver/ordering.h"
 #include "solver/sparse.h"
 #include "support/box_mesh.h"
+#include "support/collected.h"
 
 namespace kestralum {
 namespace {
@@ -36,31 +36,33 @@ std::vector<double> places(const Mesh& mesh) {
 }
 
 TEST(Ordering, NarrowsTheBandAndKeepsTheMesh) {
-    const console::Capture quiet;
+    SilentProgress quiet;
     for (ElementKind kind : every_kind) {
         const Mesh original = shuffled(testing::box_mesh({{2, 3, 9}, {0.2, 0.3, 0.9}}, kind), 7);
         for (const std::string type : {"LX", "LY", "LZ", "LALL", "LMAX"}) {
             Mesh mesh = original;
-            const std::int32_t band = order_nodes(mesh, type);
+            const auto [band, node_of] = order_nodes(mesh, type, quiet);
             EXPECT_EQ(band, measure_band(mesh));
             EXPECT_EQ(places(mesh), places(original)) << type;
+            for (std::size_t c = 0; c < mesh.connectivity.size(); ++c)
+                EXPECT_EQ(node_of[original.connectivity[c] - 1], mesh.connectivity[c] - 1);
             // along the longest axis a layer of corner nodes holds 12, of ten-node tetrahedra fewer than 100
             const int layers = kind == ElementKind::tetrahedron10 ? 3 * 120 : 3 * 26;
             EXPECT_TRUE(band <= layers || (type != "LMAX" && type != "LALL")) << type << " " << band;
         }
         Mesh mesh = original;
-        order_nodes(mesh, "other");
+        order_nodes(mesh, "other", quiet);
         EXPECT_EQ(mesh.coordinates, original.coordinates) << "a word that is not understood";
     }
 }
 
 TEST(Ordering, KeepsTheOrderOfEqualDistancesAndTheEarlierAxisOfEqualBands) {
-    console::Capture captured;
+    testing::Collected captured;
     Mesh mesh;  // along x: two nodes at the same distance, then a nearer one
     mesh.coordinates = {1, 0, 0, 1, 0, 0, 0, 0, 0};
     update_extent(mesh);
     mesh.surface_facets = {1, 2, 3};
-    reorder_nodes(mesh, "LX");
+    reorder_nodes(mesh, "LX", captured);
     EXPECT_EQ(mesh.surface_facets, (std::vector<std::int32_t>{2, 3, 1}));
     EXPECT_EQ(mesh.coordinates, (std::vector<double>{0, 0, 0, 1, 0, 0, 1, 0, 0}));
 
@@ -74,7 +76,7 @@ TEST(Ordering, KeepsTheOrderOfEqualDistancesAndTheEarlierAxisOfEqualBands) {
     for (const auto& c : cases) {
         Mesh ordered = c.mesh;
         captured.lines.clear();
-        order_nodes(ordered, c.type);
+        order_nodes(ordered, c.type, captured);
         EXPECT_NE(captured.lines.find(std::string("Ordering: min_direc=") + c.taken + "\n"),
                   std::string::npos)
             << captured.lines;
@@ -94,20 +96,21 @@ bool tagged(int nodes, std::int32_t e, double* ke, double* me) {
 // `bad`: elements that cannot be computed; the first of them must be named.
 SparseKM assembled(const Mesh& mesh, int threads, const std::set<std::int32_t>& bad = {}) {
     SparseKM km;
-    const NodeNeighbours neighbours = neighbours_of_nodes(mesh, elements_of_nodes(mesh));
-    const std::int64_t entries = count_overlap(neighbours, km);
+    SilentProgress quiet;
+    const NodeNeighbours neighbours = neighbours_of_nodes(mesh, elements_of_nodes(mesh), quiet);
+    const std::int64_t entries = count_overlap(neighbours, km, quiet);
     EXPECT_EQ(entries, km.row_start.back());
-    build_index(neighbours, km);
+    build_index(neighbours, km, quiet);
     find_diagonals(km);
     const auto element = [&](std::int32_t e, double* ke, double* me) {
         return tagged(mesh.node_per_element(), e, ke, me) && !bad.contains(e);
     };
-    EXPECT_EQ(assemble_km(mesh, neighbours, element, threads, km), bad.empty() ? -1 : *bad.begin());
+    EXPECT_EQ(assemble_km(mesh, neighbours, element, threads, km, quiet), bad.empty() ? -1 : *bad.begin());
     return km;
 }
 
 TEST(Assembly, EqualsTheDenseSumAndIsTheSameForAnyNumberOfThreads) {
-    const console::Capture quiet;
+    SilentProgress quiet;
     for (ElementKind kind : every_kind) {
         const Mesh mesh = shuffled(testing::box_mesh({{3, 2, 2}, {1, 1, 1}}, kind), 11);
         const SparseKM km = assembled(mesh, 1);
@@ -141,7 +144,7 @@ TEST(Assembly, EqualsTheDenseSumAndIsTheSameForAnyNumberOfThreads) {
 }
 
 TEST(Elimination, KeepsTheFreeRowsAndColumns) {
-    const console::Capture quiet;
+    SilentProgress quiet;
     const SparseKM full = assembled(testing::hexa_box({{2, 2, 2}, {1, 1, 1}}), 1);
     SparseKM km = full;
     std::vector<std::int32_t> map(full.rows(), -1), free;
@@ -150,7 +153,7 @@ TEST(Elimination, KeepsTheFreeRowsAndColumns) {
         map[j] = static_cast<std::int32_t>(free.size());
         free.push_back(j);
     }
-    eliminate_fixed(map, km);
+    eliminate_fixed(map, km, quiet);
     ASSERT_EQ(km.rows(), free.size());
     // row by row: multiplying by a vector that is zero on the fixed ones gives the same
     std::vector<double> x(map.size(), 0.0), y(map.size()), xr(free.size()), yr(free.size());
