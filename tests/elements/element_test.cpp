@@ -7,7 +7,6 @@
 #include <numeric>
 #include <random>
 
-#include "model/console.h"
 #include "support/assembled.h"
 #include "support/box_mesh.h"
 #include "support/temp_folder.h"
@@ -60,14 +59,16 @@ TNT::Array1D<double> eigenvalues(const double* matrix, int n) {
 
 // f_rᵀ M f_c of the motions x, y, z and 1 along one axis.
 std::array<std::array<double, 4>, 4> moments(const Mesh& mesh) {
-    const SparseKM km = testing::assemble(mesh, steel, build_elasticity(std::span(&steel, 1)));
+    SilentProgress silent;
+    const SparseKM km = testing::assemble(mesh, steel, build_elasticity(std::span(&steel, 1), silent));
     std::array<std::vector<double>, 4> field;
     for (int r = 0; r < 4; ++r) {
-        field[r].assign(mesh.dof_num, 0.0);
-        for (std::int32_t d = 0; d < mesh.dof_num; d += 3) field[r][d] = r == 3 ? 1 : mesh.coordinates[d + r];
+        field[r].assign(mesh.dof_num(), 0.0);
+        for (std::int32_t d = 0; d < mesh.dof_num(); d += 3)
+            field[r][d] = r == 3 ? 1 : mesh.coordinates[d + r];
     }
     std::array<std::array<double, 4>, 4> out;
-    std::vector<double> Mf(mesh.dof_num);
+    std::vector<double> Mf(mesh.dof_num());
     for (int c = 0; c < 4; ++c) {
         multiply(km, km.M_value, field[c], Mf);
         for (int r = 0; r < 4; ++r)
@@ -78,7 +79,7 @@ std::array<std::array<double, 4>, 4> moments(const Mesh& mesh) {
 
 class Element : public ::testing::TestWithParam<ElementKind> {
 protected:
-    console::Capture quiet_;
+    SilentProgress silent;
     testing::TempFolder folder_;
 };
 
@@ -89,7 +90,7 @@ TEST_P(Element, ReproducesConstantStrainOnADistortedMesh) {
         testing::apply(G, x, u);
         for (int r = 0; r < 3; ++r) u[r] += 1e-5 * (r + 1);
     };
-    const auto solution = testing::solve({mesh, steel, on_surface, field});
+    const auto solution = testing::solve({mesh, steel, on_surface, field}, folder_.file("log"));
     std::vector<char> surface;
     for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
         double exact[3];
@@ -108,11 +109,11 @@ TEST_P(Element, ReproducesConstantStrainOnADistortedMesh) {
                     1e-10 * 1e-4 * E);
     }
     // nodal averages of a constant field are the field, by the element's extrapolation
-    std::vector<double> nodal(5 * mesh.dof_num), Ku(mesh.dof_num);
-    mean_stress_strain(mesh, elements_of_nodes(mesh), solution.points, {}, 2, nodal);
+    std::vector<double> nodal(5 * mesh.dof_num()), Ku(mesh.dof_num());
+    mean_stress_strain(mesh, elements_of_nodes(mesh), solution.points, {}, 2, nodal, silent);
     for (std::int32_t n = 0; n < mesh.node_num(); ++n)
         for (int c = 0; c < 6; ++c)
-            EXPECT_NEAR(nodal[(2 + c / 3) * mesh.dof_num + 3 * n + c % 3], strain[c], 1e-10 * 1e-4);
+            EXPECT_NEAR(nodal[(2 + c / 3) * mesh.dof_num() + 3 * n + c % 3], strain[c], 1e-10 * 1e-4);
     // the points' stresses carry what the stiffness says: ∫ Bᵀ σ dV = K u
     const SparseKM km = testing::assemble(mesh, steel, solution.elasticity);
     multiply(km, km.K_value, solution.u, Ku);
@@ -127,7 +128,7 @@ TEST_P(Element, StiffnessIsBtDBWithSixRigidModesAndTheMassIsPositive) {
     Mesh mesh = testing::box_mesh(distorted(true), GetParam());
     bend_edges(mesh, 0.003, true);
     const ElementType& type = element_type(GetParam());
-    const Elasticity elasticity = build_elasticity(std::span(&steel, 1));
+    const Elasticity elasticity = build_elasticity(std::span(&steel, 1), silent);
     const int size = 3 * type.nodes;
     std::vector<double> ke(size * size), B(6 * size), me(type.nodes * type.nodes);
     for (std::int32_t e : {0, 5, mesh.element_num() - 1}) {
@@ -218,7 +219,7 @@ TEST_P(Element, ConvergesAtItsOrder) {
     const ElementType& type = element_type(GetParam());
     auto errors = [&](int cells) {
         const Mesh mesh = testing::box_mesh({{cells, cells, cells}, {1, 1, 1}}, GetParam());
-        const auto solution = testing::solve({mesh, steel, outside, field});
+        const auto solution = testing::solve({mesh, steel, outside, field}, folder_.file("log"));
         double displacement = 0, inside = 0, strain = 0, volume = 0, exact[3];
         for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
             if (outside(&mesh.coordinates[3 * n])) continue;  // prescribed: without error
@@ -274,7 +275,7 @@ TEST(Stress, MisesAndLargestPrincipal) {
 }
 
 TEST(Stress, ANodeOfTwoPartsKeepsThePartWithTheLargerMisesStress) {
-    const console::Capture quiet;
+    SilentProgress silent;
     Mesh mesh = testing::hexa_box({{2, 1, 1}, {2, 1, 1}});
     mesh.p_ele_part_id = {0, 1};
     PointResults points;
@@ -285,14 +286,14 @@ TEST(Stress, ANodeOfTwoPartsKeepsThePartWithTheLargerMisesStress) {
         points.stress[6 * p] = 10;             // part 0: σxx
         points.stress[6 * (8 + p) + 1] = -25;  // part 1: σyy
     }
-    std::vector<double> nodal(5 * mesh.dof_num, 0.0);
-    mean_stress_strain(mesh, elements_of_nodes(mesh), points, {}, 1, nodal);
-    for (std::int32_t d = 0; d < mesh.dof_num; d += 3) {
+    std::vector<double> nodal(5 * mesh.dof_num(), 0.0);
+    mean_stress_strain(mesh, elements_of_nodes(mesh), points, {}, 1, nodal, silent);
+    for (std::int32_t d = 0; d < mesh.dof_num(); d += 3) {
         const bool first_only = mesh.coordinates[d] < 0.5;
         EXPECT_NEAR(nodal[d], first_only ? 10 : 0, 1e-12);
         EXPECT_NEAR(nodal[d + 1], first_only ? 0 : -25, 1e-12);
-        EXPECT_NEAR(nodal[4 * mesh.dof_num + d], first_only ? 10 : 25, 1e-12);
-        EXPECT_NEAR(nodal[4 * mesh.dof_num + d + 2], first_only ? 10 : 0, 1e-12);
+        EXPECT_NEAR(nodal[4 * mesh.dof_num() + d], first_only ? 10 : 25, 1e-12);
+        EXPECT_NEAR(nodal[4 * mesh.dof_num() + d + 2], first_only ? 10 : 0, 1e-12);
     }
 }
 

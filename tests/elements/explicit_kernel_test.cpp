@@ -9,7 +9,6 @@
 #include "elements/explicit_blocks.h"
 #include "elements/finite_elements.h"
 #include "elements/stable_step.h"
-#include "model/console.h"
 #include "support/assembled.h"
 #include "support/box_mesh.h"
 #include "support/tensors.h"
@@ -105,8 +104,8 @@ INSTANTIATE_TEST_SUITE_P(All, ExplicitKernel, ::testing::ValuesIn(cases(true)));
 INSTANTIATE_TEST_SUITE_P(All, Yielding, ::testing::ValuesIn(cases(false)));
 
 TEST_P(ExplicitKernel, SmallDisplacementsGiveTheForcesOfTheLinearStiffness) {
-    const console::Capture quiet;
-    const SparseKM km = testing::assemble(mesh, material, build_elasticity(std::span(&material, 1)));
+    SilentProgress silent;
+    const SparseKM km = testing::assemble(mesh, material, build_elasticity(std::span(&material, 1), silent));
     each_width([&] {
         const double size = 1e-10;
         move([&](const double* X, double* at) {
@@ -251,7 +250,7 @@ TEST(ExplicitKernelSets, ThreadsDoNotShow) {
         for (int threads : {1, 2, 3}) {
             ElementBlocks blocks(mesh, parts, std::span(&material, 1), {false, false, lanes});
             LineDoubles x(4 * mesh.node_num(), 0.0), du = x, R = x;
-            for (int d = 0; d < mesh.dof_num; ++d) x[4 * (d / 3) + d % 3] = mesh.coordinates[d];
+            for (int d = 0; d < mesh.dof_num(); ++d) x[4 * (d / 3) + d % 3] = mesh.coordinates[d];
             for (int step = 0; step < 5; ++step) {
                 for (int k = 0; k < 4 * mesh.node_num(); ++k) {
                     du[k] = k % 4 == 3 ? 0 : 1e-3 * std::sin(0.1 * (k / 4) * (k % 4 + 1) + step);
@@ -273,8 +272,8 @@ TEST(StableStepTest, LargestEigenvalueIsThatOfTheFullDecomposition) {
         const ElementType& type = element_type(kind);
         const Material material{.id = 0, .name = "M", .density = 7800, .young = 2e11, .poisson = 0.3};
         const std::vector<Part> parts(1);
-        const console::Capture quiet;
-        const Elasticity elasticity = build_elasticity(std::span(&material, 1));
+        SilentProgress silent;
+        const Elasticity elasticity = build_elasticity(std::span(&material, 1), silent);
         const int size = 3 * type.nodes;
         double largest = 0;
         for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
@@ -300,7 +299,7 @@ TEST(StableStepTest, LargestEigenvalueIsThatOfTheFullDecomposition) {
 
         // flattened to a tenth: a tenth of the step is passed, the same shape at a step below it is not
         std::vector<double> x(4 * mesh.node_num(), 0.0);
-        for (int d = 0; d < mesh.dof_num; ++d)
+        for (int d = 0; d < mesh.dof_num(); ++d)
             x[4 * (d / 3) + d % 3] = mesh.coordinates[d] * (d % 3 == 2 ? 0.1 : 1);
         EXPECT_EQ(bound.worst_above(x.data(), 0.05 * stable, 2).element, -1);
         const StableStep worst = bound.worst_above(x.data(), 0.5 * stable, 2);

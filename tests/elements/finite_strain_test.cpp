@@ -152,7 +152,7 @@ TEST_P(FiniteElement, OnlyTurnsItsStressWhenTheBodyTurns) {
 
 TEST_P(FiniteElement, AnInvertedElementIsNamed) {
     OneBody one(GetParam(), 0);
-    for (std::int32_t d = 2; d < one.mesh.dof_num; d += 3) one.body.u[d] = -2 * one.mesh.coordinates[d];
+    for (std::int32_t d = 2; d < one.mesh.dof_num(); d += 3) one.body.u[d] = -2 * one.mesh.coordinates[d];
     EXPECT_EQ(update_stresses(one.body), 0);
     std::vector<double> ke(30 * 30);
     EXPECT_FALSE(finite_stiffness(one.body, 0, ke.data()));

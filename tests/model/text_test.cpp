@@ -5,9 +5,10 @@
 #include <limits>
 #include <thread>
 
-#include "model/console.h"
+#include "model/format.h"
 #include "model/paths.h"
 #include "model/token_reader.h"
+#include "support/collected.h"
 #include "support/comma_locale.h"
 #include "support/temp_folder.h"
 
@@ -68,74 +69,52 @@ TEST(Numbers, AreWholeTokensOrNothing) {
     EXPECT_FALSE(parse_int64("9223372036854775808"));
 }
 
-TEST(Console, NumbersKeepTheirPointAndTheCallersLocale) {
+TEST(Format, NumbersKeepTheirPointAndTheCallersLocale) {
     const CommaLocale locale;
-    EXPECT_EQ(console::format("%e %.3f %lf %d", 1.5, 1234.25, 0.5, 1234567),
+    EXPECT_EQ(formatted("%e %.3f %lf %d", 1.5, 1234.25, 0.5, 1234567),
               "1.500000e+00 1234.250 0.500000 1234567");
     char text[16];
     std::snprintf(text, sizeof text, "%.1f", 1.5);
     EXPECT_STREQ(text, "1,5") << "the locale of the caller must be left as it was";
     const std::string longer(100000, 'y');
-    EXPECT_EQ(console::format("<%s|%.1f>", longer.c_str(), 0.5), "<" + longer + "|0.5>");
-    EXPECT_EQ(console::format("%511s", "").size(), 511u);
-    EXPECT_EQ(console::format("%512s", "").size(), 512u);
+    EXPECT_EQ(formatted("<%s|%.1f>", longer.c_str(), 0.5), "<" + longer + "|0.5>");
+    EXPECT_EQ(formatted("%511s", "").size(), 511u);
+    EXPECT_EQ(formatted("%512s", "").size(), 512u);
 }
 
-TEST(Console, KindsComeApartAndGoBackToTheFormerSink) {
-    std::string outer;
-    const console::Sink former =
-        console::set_sink([&](console::Kind, std::string_view text) { outer += text; });
-    {
-        console::Capture capture;
-        console::print("n=%d\n", 3);
-        console::write("raw");
-        console::notice("note %s", "a");
-        console::error("wrong %s", "b");
-        console::summary("sum\n");
-        EXPECT_EQ(capture.lines, "n=3\nraw");
-        EXPECT_EQ(capture.notices, "note a\n");
-        EXPECT_EQ(capture.errors, "wrong b\n");
-        EXPECT_EQ(capture.summaries, "sum\n");
-        // a quiet run: the progress lines fall away, what must be known does not
-        console::set_lines_enabled(false);
-        console::print("lost");
-        console::counter(1, 2);
-        console::write("lost");
-        console::error("kept");
-        console::summary("kept\n");
-        EXPECT_EQ(capture.lines, "n=3\nraw");
-        EXPECT_EQ(capture.errors, "wrong b\nkept\n");
-        EXPECT_EQ(capture.summaries, "sum\nkept\n");
-    }
-    EXPECT_TRUE(console::lines_enabled()) << "the capture's end brings the lines back";
-    console::print("after");
-    console::set_sink(former);
-    EXPECT_EQ(outer, "after");
-}
-
-TEST(Console, TheCounterOverwritesItsLineAndKeepsProgressInStep) {
-    console::Capture capture;
-    console::set_stage("factor");
-    console::counter(7, 20);
-    EXPECT_EQ(console::progress().stage, "factor");
-    EXPECT_EQ(console::progress().count, 7);
-    EXPECT_EQ(console::progress().total, 20);
-    console::counter(8, 20, "row ");
-    console::set_lines_enabled(false);
-    console::counter(9, 20);
-    EXPECT_EQ(console::progress().count, 9) << "a quiet run still tells how far it is";
-    console::set_lines_enabled(true);
+TEST(ProgressLines, KindsComeApartAndTheCounterKeepsThePlaceInStep) {
+    Collected said;
+    said.print("n=%d\n", 3);
+    said.write("raw");
+    said.notice("note %s", "a");
+    said.error("wrong %s", "b");
+    said.summary("sum\n");
+    EXPECT_EQ(said.lines, "n=3\nraw");
+    EXPECT_EQ(said.notices, "note a\n");
+    EXPECT_EQ(said.errors, "wrong b\n");
+    EXPECT_EQ(said.summaries, "sum\n");
+    said.clear();
+    said.set_stage("factor");
+    said.counter(7, 20);
+    EXPECT_EQ(said.place().stage, "factor");
+    EXPECT_EQ(said.place().count, 7);
+    EXPECT_EQ(said.place().total, 20);
     const auto most = std::numeric_limits<std::int64_t>::min();
-    console::counter(most, most, "a prefix that is longer than the room for it");
-    EXPECT_EQ(capture.lines, "  7/20\rrow 8/20\ra prefix that is-9223372036854775808/-9223372036854775808\r");
-    console::set_stage("solve");
-    EXPECT_EQ(console::progress().total, 0);
-    console::request_cancel(true);
+    said.counter(most, most, "a prefix that is longer than the room for it");
+    EXPECT_EQ(said.lines, "  7/20\ra prefix that is-9223372036854775808/-9223372036854775808\r");
+    said.set_stage("solve");
+    EXPECT_EQ(said.place().total, 0);
+}
+
+TEST(ProgressLines, ACancelIsSeenByOtherThreadsAndByThePartsOfAWork) {
+    Collected said;
+    SilentProgress part(said), other;
+    said.cancel();
     bool seen = false;
-    std::thread([&] { seen = console::cancel_requested(); }).join();
-    console::request_cancel(false);
+    std::thread([&] { seen = said.cancelled() && part.cancelled(); }).join();
     EXPECT_TRUE(seen);
-    EXPECT_FALSE(console::cancel_requested());
+    EXPECT_FALSE(other.cancelled()) << "another run's";
+    EXPECT_FALSE(part.lines_wanted());
 }
 
 TEST(Paths, EitherSeparatorIsTaken) {
@@ -150,18 +129,13 @@ TEST(Paths, EitherSeparatorIsTaken) {
     EXPECT_EQ(paths::to_platform("data\\a/b\\c"), "data/a/b/c");
 }
 
-TEST(Paths, NamesUnderLogFollowTheDirectoryInForce) {
-    const TempFolder folder;  // brings the former directory back
-    paths::set_log_directory("out/run1///");
-    EXPECT_EQ(paths::log_directory(), "out/run1");
-    EXPECT_EQ(paths::to_platform("log\\result_a"), "out/run1/result_a");
-    EXPECT_EQ(paths::to_platform("log/model.txt"), "log/model.txt") << "the user's own folder of that name";
-    EXPECT_EQ(paths::to_platform("logs\\x"), "logs/x");
-    EXPECT_EQ(paths::to_platform("data\\log\\x"), "data/log/x");
-    paths::set_log_directory("out\\run2\\");
-    EXPECT_EQ(paths::to_platform("log\\x"), "out/run2/x") << "a directory may be given with either separator";
-    paths::set_log_directory("/");
-    EXPECT_EQ(paths::log_directory(), "/");
+TEST(Paths, NamesUnderLogLieInTheFolderGiven) {
+    EXPECT_EQ(paths::to_platform("log\\result_a", "out/run1///"), "out/run1/result_a");
+    EXPECT_EQ(paths::to_platform("log/model.txt", "out"), "log/model.txt")
+        << "the user's own folder of that name";
+    EXPECT_EQ(paths::to_platform("logs\\x", "out"), "logs/x");
+    EXPECT_EQ(paths::to_platform("data\\log\\x", "out"), "data/log/x");
+    EXPECT_EQ(paths::to_platform("log\\x", "out\\run2\\"), "out/run2/x") << "given with either separator";
 }
 
 TEST(Paths, FilesAreReadWholeOrTheReasonIsTold) {
@@ -169,9 +143,9 @@ TEST(Paths, FilesAreReadWholeOrTheReasonIsTold) {
     const std::string bytes("a\0b\r\n\xff", 6);
     folder.write("log/f.bin", bytes);
     std::string text = "old", error;
-    EXPECT_TRUE(paths::read_text("log\\f.bin", text, error));
+    EXPECT_TRUE(paths::read_text("log\\f.bin", text, error, folder.file("log")));
     EXPECT_EQ(text, bytes);
-    EXPECT_FALSE(paths::read_text("log\\none.bin", text, error));
+    EXPECT_FALSE(paths::read_text("log\\none.bin", text, error, folder.file("log")));
     EXPECT_EQ(error, "No such file or directory");
     EXPECT_EQ(text, "");
     EXPECT_FALSE(paths::read_text(folder.path().string(), text, error));
