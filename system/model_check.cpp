@@ -92,6 +92,21 @@ void check_forces(const Model& model, const Run& run, ModelCheck& out) {
     }
 }
 
+void check_contacts(const Model& model, const Mesh& mesh, ModelCheck& out, const Progress& progress) {
+    out.unjoined = find_unjoined_nodes(mesh, progress);
+    for (const UnjoinedContact& contact : out.unjoined) {
+        const double* x = mesh.node(contact.first_node - 1);
+        notice(
+            out,
+            formatted(
+                "parts %s and %s touch without being joined: %ld nodes of the one and %ld of the other lie "
+                "on its faces, the first at (%.6g, %.6g, %.6g), %ld are common: give both the same "
+                "divisions there",
+                model.parts[contact.part[0]].name.c_str(), model.parts[contact.part[1]].name.c_str(),
+                contact.nodes[0], contact.nodes[1], x[0], x[1], x[2], contact.joined));
+    }
+}
+
 // The pairs of nodes that rigid elements and springs join.
 std::vector<std::array<std::int32_t, 2>> rigid_links(const Model& model, const RigidSystem& rigid) {
     std::vector<std::array<std::int32_t, 2>> links;
@@ -189,6 +204,7 @@ ModelCheck check_model(const Model& model, const Settings& settings, const Progr
         if (!out.bodies[b].supported)
             notice(out, formatted("body %zu (part %s): no support holds it", b + 1,
                                   model.parts[out.bodies[b].parts.front()].name.c_str()));
+    check_contacts(model, mesh, out, progress);
     if (mesh.element_num() < 1)
         notice(out, "the model has no solid elements: nothing to analyse");
     else if (!progress.cancelled())

@@ -10,6 +10,7 @@
 #include "model/progress.h"
 #include "model/remarks.h"
 #include "model/settings.h"
+#include "model/unjoined_nodes.h"
 
 namespace kestralum {
 
@@ -34,6 +35,7 @@ struct ModelCheck {
     std::int32_t hanging_nodes = 0;  // on no solid element, facets of STL parts included
     std::vector<Body>
         bodies;  // by first element; elements that share a node, a rigid element or springs are one
+    std::vector<UnjoinedContact> unjoined;    // parts that touch at nodes that are not joined
     std::vector<std::int32_t> support_nodes;  // per boundary condition: nodes selected
     std::vector<std::int32_t> force_nodes;    // per force: nodes reached
     std::vector<std::int32_t>
