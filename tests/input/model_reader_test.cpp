@@ -123,6 +123,7 @@ TEST(ModelReader, ByteOrderMarkLineEndsAndFilesOfAnotherKind) {
         {"xyz material_info A 1 1 0 % END", "token 1 'xyz'"},
         {"%A steel pipe", "token 2 'steel'"},
         {"\x89PNG\r\n\x1a\n", "token 1 '?PNG'"},
+        {"\xc1\xbfx", "token 1 '??x'"},
         {"Beh\xc3\xb6rde", "token 1 'Beh\xc3\xb6rde'"}};
     for (const auto& [text, place] : refused) {
         const Outcome o = read_text(text);

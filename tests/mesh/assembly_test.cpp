@@ -127,13 +127,16 @@ TEST(Merging, NeitherDriftsAlongChainsNorJoinsNodesOfOnePart) {
 }
 
 TEST(Merging, FindsEveryPairWhereverTheCellsOfTheGridLie) {
-    // a lattice coarser than the tolerance, its copy shifted by up to 0.57 tolerances in each direction
+    // a lattice coarser than the tolerance, its copy shifted by 0.98 of it along each axis, edge and diagonal
     for (int shift = 0; shift < 27; ++shift) {
+        const int along[] = {shift % 3 - 1, shift / 3 % 3 - 1, shift / 9 - 1};
+        const double step =
+            0.0098 / std::sqrt(std::max(1, std::abs(along[0]) + std::abs(along[1]) + std::abs(along[2])));
         std::vector<double> x;
         for (int copy : {0, 1})
             for (int n = 0; n < 343; ++n)
-                for (int k = 0, rest = n, s = shift; k < 3; ++k, rest /= 7, s /= 3)
-                    x.push_back(0.0331 * (rest % 7) - 0.1 + copy * (s % 3 - 1) * 0.57 * 0.01);
+                for (int k = 0, rest = n; k < 3; ++k, rest /= 7)
+                    x.push_back(0.0331 * (rest % 7) - 0.1 + copy * along[k] * step);
         EXPECT_EQ(Merged(x, {{0, 343}, {343, 686}}, 0.01).merged, 343) << "each node of the copy has one";
     }
 }
