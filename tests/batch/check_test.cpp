@@ -2,39 +2,25 @@
 // the input lets pass.
 #include "batch_run.h"
 
-using namespace kestralum;
 using namespace kestralum::testing;
 
 namespace {
 
 // Two bodies with elements of 1 and 8 cm^3, supports and loads that reach nothing.
 const std::string pieces_text = R"(
-material_info
-  STEEL 8000 2e11 0.3
-  ALU   2500 7e10 0.3
-%
+material_info  STEEL 8000 2e11 0.3  ALU 2500 7e10 0.3  %
 part_info
   BAR   blue STEEL RECT  0.1 0.02 0.01 0 0 0  10 2 1 0 0 0   0 0 0    0 0 0
   BLOCK red  ALU   RECT  0.04 0.04 0.02 0 0 0  2 2 1 0 0 0   0 0.1 0  0 0 0
 %
 boundary_condition
-  CLAMP area  x  0 0 -1 0.05 -1 1
-  NEAR  area  x  0.1+1e-12 0.1+1e-12 -1 1 -1 1
-  FAR   area  x  0.5 0.5 -1 1 -1 1
+  CLAMP area x 0 0 -1 0.05 -1 1  NEAR area x 0.1+1e-12 0.1+1e-12 -1 1 -1 1  FAR area x 0.5 0.5 -1 1 -1 1
 %
 apply_force
-  TIP  node z -5  0.1 0.02 0.01
-  LOST node z -5  0.1 0.02 0.011
-  GONE area y 10  2 3 2 3 2 3
+  TIP node z -5 0.1 0.02 0.01  LOST node z -5 0.1 0.02 0.011  GONE area y 10 2 3 2 3 2 3
 %
 END
 )";
-
-std::string line_of(const std::string& text, const std::string& beginning) {
-    for (const std::string& line : lines_of(text))
-        if (line.starts_with(beginning)) return line;
-    return "";
-}
 
 }  // namespace
 
@@ -42,27 +28,21 @@ TEST_F(Batch, CheckTellsWhatTheModelIsMadeOf) {
     folder.write("pieces.txt", pieces_text);
     const Ended run = this->run("check pieces.txt");
     ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(run.err, "");
-    // 11·3·2 + 3·3·2 nodes, 20 + 4 elements
-    EXPECT_EQ(line_of(run.out, "model"),
-              "model                  84 nodes, 24 elements (8-node hexahedron), 2 parts, 2 materials");
-    EXPECT_TRUE(contains(line_of(run.out, "conditions"), " 3 supports, 3 forces, 0 rigid elements"));
     EXPECT_EQ(numbers_of(run.out, "bounding box"), (std::vector<double>{0, 0, 0, 0.1, 0.14, 0.02}));
-    const auto mass = numbers_of(run.out, "total mass"), smallest = numbers_of(run.out, "smallest element"),
+    expect_near(numbers_of(run.out, "total mass"), {20e-6 * 8000 + 32e-6 * 2500, 52e-6}, 1e-9);
+    const auto smallest = numbers_of(run.out, "smallest element"),
                largest = numbers_of(run.out, "largest element");
-    ASSERT_TRUE(mass.size() == 2 && smallest.size() == 5 && largest.size() == 5) << run.out;
-    EXPECT_NEAR(mass[0], 20e-6 * 8000 + 32e-6 * 2500, 1e-6);
-    EXPECT_NEAR(mass[1], 52e-6, 1e-11);
+    ASSERT_TRUE(smallest.size() == 5 && largest.size() == 5) << run.out;
     EXPECT_NEAR(smallest[0], 1e-6, 1e-12);
     EXPECT_NEAR(largest[0], 8e-6, 1e-12);
-    EXPECT_LE(smallest[3], 0.02) << "a place in the bar";
-    EXPECT_GE(largest[3], 0.1) << "a place in the block";
-    for (const auto& [title, count] :
-         {std::pair{"non-positive Jacobians", 0}, {"hanging nodes", 0}, {"connected bodies", 2}})
-        EXPECT_EQ(numbers_of(run.out, title).at(0), count) << title;
+    EXPECT_TRUE(smallest[3] < 0.02 && largest[3] > 0.1) << "in the bar, in the block";
     for (const char* line :
-         {"20 elements of BAR\n", "4 elements of BLOCK\n", "CLAMP: 6 nodes\n", "NEAR: 0 nodes\n",
-          "FAR: 0 nodes\n", "TIP: 1 nodes\n", "LOST: 0 nodes\n", "GONE: 0 nodes\n",
+         {// 11·3·2 + 3·3·2 nodes, 20 + 4 elements
+          "model                  84 nodes, 24 elements (8-node hexahedron), 2 parts, 2 materials\n",
+          " 3 supports, 3 forces, 0 rigid elements", "non-positive Jacobians 0\n",
+          "hanging nodes          0\n", "connected bodies       2\n", "20 elements of BAR\n",
+          "4 elements of BLOCK\n", "CLAMP: 6 nodes\n", "NEAR: 0 nodes\n", "FAR: 0 nodes\n", "TIP: 1 nodes\n",
+          "LOST: 0 nodes\n", "GONE: 0 nodes\n",
           "support NEAR: selects no node; 6 nodes lie within 1e-10 m of its plane: try the selection `plane`",
           "support FAR: selects no node\n", "force LOST: no node at its point",
           "force GONE: no node in its box", "body 2 (part BLOCK): no support holds it"})
@@ -74,7 +54,6 @@ TEST_F(Batch, CheckTellsWhatTheModelIsMadeOf) {
 
 TEST_F(Batch, CheckKnowsWhatTheFactorWillNeed) {
     const Ended check = run("check bar.txt"), done = run("static bar.txt");
-    ASSERT_TRUE(check.status == 0 && done.status == 0);
     const auto need = numbers_of(check.out, "the factor needs"), size = numbers_of(done.out, "size");
     ASSERT_TRUE(need.size() == 5 && size.size() == 4) << check.out << done.out;
     EXPECT_EQ(need[0], size[0]) << "free degrees of freedom";
@@ -84,33 +63,26 @@ TEST_F(Batch, CheckKnowsWhatTheFactorWillNeed) {
     EXPECT_GT(need[2], megabytes) << "memory holds [K] too";
     EXPECT_EQ(need[4], 1) << "divisions";
     folder.write("tiny.txt", settings_text("0.05", "0.05"));
-    const Ended tiny = run("check bar.txt --setting tiny.txt");
-    EXPECT_GT(numbers_of(tiny.out, "the factor needs").at(4), 1) << tiny.out;
+    folder.write("spill.txt", settings_text("0.05"));
+    const Ended tiny = run("check bar.txt --setting tiny.txt"),
+                spilled = run("static bar.txt --setting spill.txt");
+    const auto divisions = numbers_of(spilled.out, "[L] division:");
+    ASSERT_EQ(divisions.size(), 1u) << spilled.out;
+    EXPECT_GT(divisions[0], 1);
+    EXPECT_EQ(numbers_of(tiny.out, "the factor needs").at(4), divisions[0]);
     EXPECT_TRUE(contains(tiny.out, "FREE_HD_SIZE")) << "what will end the run is said before it";
-    // the divisions are those of the run
-    const Ended spilled =
-        run("static bar.txt", "sed 's/FREE_HD_SIZE 0.05/FREE_HD_SIZE 100/' tiny.txt > setting/setting.txt;");
-    ASSERT_EQ(spilled.status, 0);
-    EXPECT_EQ(numbers_of(spilled.out, "[L] division:").at(0), numbers_of(tiny.out, "the factor needs").at(4));
-}
-
-TEST_F(Batch, AMistypedSectionShowsAtTheTokenWhereReadingEnded) {
-    folder.write("typo.txt", replaced(bar_text, "apply_force", "aply_force"));
-    for (const char* command : {"check typo.txt", "static typo.txt --quiet"}) {
-        const Ended run = this->run(command);
-        EXPECT_EQ(run.status, 0) << run.err;
-        EXPECT_TRUE(contains(run.out, "model file was read up to token 52 'aply_force'")) << run.out;
-    }
-    EXPECT_FALSE(contains(run("static bar.txt").out, "was read up to")) << "END is no such token";
 }
 
 TEST_F(Batch, WhatTheInputLetsPassIsInTheSummary) {
+    folder.write("typo.txt", replaced(bar_text, "apply_force", "aply_force"));
+    for (const char* command : {"check typo.txt", "static typo.txt --quiet"})
+        EXPECT_TRUE(contains(run(command).out, "model file was read up to token 52 'aply_force'")) << command;
+    EXPECT_FALSE(contains(run("static bar.txt").out, "was read up to")) << "END is no such token";
     const std::string beside = "0.04 0.04 0.02 0 0 0  2 2 1 0 0 0   0 0.1 0  0 0 0",
                       joined = "0.02 0.02 0.01 0 0 0  2 2 1 0 0 0   0.1 0 0  0 0 0 parent=NOBODY";
     folder.write("joined.txt", replaced(pieces_text, beside, joined));
     const Ended run = this->run("static joined.txt --quiet");
     EXPECT_EQ(run.status, 0) << run.err;
-    for (const char* line : {"support NEAR: selects no node", "support FAR: selects no node",
-                             "force LOST: no node at its point", "force GONE: no node in its box", "NOBODY"})
+    for (const char* line : {"support NEAR: selects no node", "force LOST: no node at its point", "NOBODY"})
         EXPECT_TRUE(contains(run.out, line)) << line << "\n" << run.out;
 }

@@ -1,0 +1,95 @@
+// The batch command's line, word by word.
+#include "app/batch/batch_options.h"
+#include "batch_run.h"
+#include "model/format.h"
+
+using namespace kestralum;
+using namespace kestralum::testing;
+
+namespace {
+
+// Words between blanks; '' stands for an empty one.
+BatchOptions parsed(const std::string& line) {
+    std::vector<std::string> words = tokens_of(line);
+    std::vector<const char*> arguments;
+    for (std::string& word : words) arguments.push_back(word == "''" ? "" : word.c_str());
+    return parse_batch_options(arguments);
+}
+
+// What a line asks for, but for what it leaves as it is by default.
+std::string told(const BatchOptions& o) {
+    std::string text = o.command + " " + o.model_file;
+    for (const ParameterOverride& set : o.overrides) text += " " + set.name + ":=" + set.expression;
+    for (const auto& p : o.probes) text += formatted(" (%g %g %g)", p[0], p[1], p[2]);
+    if (o.setting_file != "setting\\setting.txt") text += " setting:" + o.setting_file;
+    if (o.log_folder != "log") text += " log:" + o.log_folder;
+    const std::pair<bool, const char*> flags[] = {
+        {o.vtu, " vtu"},   {o.quiet, " quiet"},     {o.tidy, " tidy"}, {o.mean_dilatation, " mean"},
+        {o.help, " help"}, {o.version, " version"},
+    };
+    for (const auto& [given, word] : flags) text += given ? word : "";
+    return text;
+}
+
+}  // namespace
+
+TEST(CommandLine, SaysWhatToRun) {
+    // clang-format off
+    const std::pair<const char*, const char*> lines[] = {
+        {"static bar.txt", "static bar.txt"}, {"'' static '' bar.txt", "static bar.txt"},
+        {"--quiet static --vtu bar.txt --tidy", "static bar.txt vtu quiet tidy"},
+        {"static bar.txt --set B=7 --log a --set B=L/5 --log b", "static bar.txt B:=7 B:=L/5 log:b"},
+        {"static --set A=B=C bar.txt --set P=-5 --quiet --quiet", "static bar.txt A:=B=C P:=-5 quiet"},
+        {"check bar.txt --setting --vtu --log {}", "check bar.txt setting:--vtu log:{}"},
+        {"explicit [a,b] --probe -1,2e-3,+3 --mean-dilatation", "explicit [a,b] (-1 0.002 3) mean"},
+        {"nonlinear m --probe 1,2,3 --probe 0,0,0", "nonlinear m (1 2 3) (0 0 0)"},
+        {"eigen-lanczos m --probe 1,2,3", "eigen-lanczos m (1 2 3)"}, {"-h", "  help"},
+        {"check m --vtu --help", "check m vtu help"}, {"--version", "  version"}};
+    // clang-format on
+    for (const auto& [line, expected] : lines) {
+        const BatchOptions options = parsed(line);
+        EXPECT_EQ(options.error, "") << line;
+        EXPECT_EQ(told(options), expected) << line;
+    }
+}
+
+TEST(CommandLine, NamesTheWordThatIsWrong) {
+    // clang-format off
+    const std::pair<const char*, const char*> lines[] = {
+        {"", "an analysis or `check`"}, {"static", "model file is missing"}, {"check", "model file"},
+        {"statik bar.txt", "'statik'"}, {"bar.txt static", "'bar.txt'"}, {"'' bar.txt", "'bar.txt'"},
+        {"static bar.txt more", "'more'"}, {"static bar.txt ''", "''"}, {"static -", "unknown option -"},
+        {"static bar.txt --bogus 3", "unknown option --bogus"}, {"static bar.txt -hh", "-hh"},
+        {"static --help=1", "--help=1"}, {"static bar.txt --log=a", "--log=a"}, {"static -- m", "option --"},
+        {"static bar.txt --bogus --help", "--bogus"}, {"static bar.txt --quiet=0", "--quiet=0"},
+        {"static bar.txt --set", "--set wants a value"}, {"static bar.txt --set B", "'B'"},
+        {"static bar.txt --set =1", "'=1'"}, {"static bar.txt --set B= --help", "'B='"},
+        {"static bar.txt --set {}", "'{}'"}, {"static bar.txt --log", "--log"},
+        {"static bar.txt --log ''", "empty"}, {"static bar.txt --setting", "--setting"},
+        {"static bar.txt --setting ''", "empty"}, {"explicit bar.txt --probe", "--probe"},
+        {"explicit bar.txt --probe 1,2 --probe 1,2,3", "'1,2'"}, {"explicit bar.txt --probe 1,2,x", "'1,2,x'"},
+        {"explicit bar.txt --probe 1,2,3,4", "'1,2,3,4'"}, {"explicit bar.txt --probe 1,inf,3", "inf"},
+        {"static bar.txt --mean-dilatation", "--mean-dilatation"}, {"check bar.txt --vtu", "--vtu"},
+        {"check bar.txt --probe 1,2,3", "--probe"}, {"check bar.txt --tidy", "--tidy"}};
+    // clang-format on
+    for (const auto& [line, word] : lines) {
+        const BatchOptions options = parsed(line);
+        EXPECT_TRUE(contains(options.error, word)) << line << ": " << options.error;
+        EXPECT_EQ(options.error.find('\n'), std::string::npos) << line;
+    }
+}
+
+TEST_F(Batch, BadUsageIsOneLineAndTouchesNothing) {
+    const Ended wrong = refused("statik bar.txt");
+    EXPECT_EQ(wrong.err, "kestralum-batch: unknown analysis 'statik' (see kestralum-batch --help)\n");
+    std::filesystem::remove_all(folder.path() / "setting");
+    const Ended version = run("--version"), help = run("--help");
+    EXPECT_EQ(version.status + help.status, 0);
+    EXPECT_EQ(version.out, "KESTRALUM ver3.01\n");
+    for (const char* word : {"static, eigen-subspace, eigen-lanczos, nonlinear, explicit", "check", "--tidy",
+                             "--set NAME=EXPRESSION", "--setting FILE", "--log DIR", "--probe X,Y,Z", "--vtu",
+                             "--quiet", "--version", "Exit status"})
+        EXPECT_TRUE(contains(help.out, word)) << word;
+    EXPECT_EQ(wrong.out + version.err + help.err, "");
+    EXPECT_FALSE(exists("log"));
+}
