@@ -136,7 +136,7 @@ TEST(Merging, FindsEveryPairWhereverTheCellsOfTheGridLie) {
         for (int copy : {0, 1})
             for (int n = 0; n < 343; ++n)
                 for (int k = 0, rest = n; k < 3; ++k, rest /= 7)
-                    x.push_back(0.0331 * (rest % 7) - 0.1 + copy * along[k] * step);
+                    x.push_back(0.0337 * (rest % 7) - 0.1 + copy * along[k] * step);
         EXPECT_EQ(Merged(x, {{0, 343}, {343, 686}}, 0.01).merged, 343) << "each node of the copy has one";
     }
 }

@@ -225,15 +225,17 @@ TEST(Meshers, RefuseCountsThatDoNotFitBeforeAllocating) {
         if (shape.nodes == frame) d[2] = d[0] / 3;  // leaves an opening
         EXPECT_TRUE(contains(errors_of({shape.part(d)}), "do not fit")) << shape.keyword;
     }
-    // the parts share what there is
-    Remarks remarks;
-    SilentProgress silent;
-    MeshContext context{"", {12, 30}, remarks, silent};
-    PartMesh mesh;
+    // the parts share what there is of either
     const Part part = make_part("RECT", {1, 1, 1}, {2, 2, 2});
-    EXPECT_TRUE(mesh_part(part, context, mesh));
-    EXPECT_FALSE(mesh_part(part, context, mesh));
-    EXPECT_EQ(mesh.node_num(), 0);
+    for (const MeshCounts& left : {MeshCounts{12, 100}, MeshCounts{100, 30}}) {
+        Remarks remarks;
+        SilentProgress silent;
+        MeshContext context{"", left, remarks, silent};
+        PartMesh mesh;
+        EXPECT_TRUE(mesh_part(part, context, mesh));
+        EXPECT_FALSE(mesh_part(part, context, mesh));
+        EXPECT_EQ(mesh.node_num(), 0);
+    }
 }
 
 TEST(Meshers, DivisionsBelowOneMakeNoElementsAndSaySo) {
