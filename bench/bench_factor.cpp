@@ -16,8 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "model/console.h"
-#include "model/paths.h"
+#include "model/progress.h"
 #include "solver/ldl.h"
 #include "solver/ordering.h"
 
@@ -81,13 +80,11 @@ struct BandTime {
 BandTime time_dpbtrf(const SparseKM& km, int half_band) {
     const auto whole = Clock::now();
     const int n = km.rows(), kd = half_band, ldab = kd + 1;
-    std::vector<double> band(static_cast<std::size_t>(n) * static_cast<std::size_t>(ldab), 0.0);
+    std::vector<double> band(std::size_t(n) * ldab, 0.0);
     for (int r = 0; r < n; ++r)
-        for (std::int64_t k = km.row_start[r]; k < km.row_start[static_cast<std::size_t>(r) + 1]; ++k) {
+        for (std::int64_t k = km.row_start[r]; k < km.row_start[r + 1]; ++k) {
             const int column = km.col_index[k];
-            if (column <= r)
-                band[static_cast<std::size_t>(column) * static_cast<std::size_t>(ldab) +
-                     static_cast<std::size_t>(r - column)] = km.K_value[k];
+            if (column <= r) band[std::int64_t{column} * ldab + (r - column)] = km.K_value[k];
         }
     int info = 0;
     const auto start = Clock::now();
@@ -107,8 +104,7 @@ int main(int argc, char** argv) {
     const int panel_rows = argc > 3 ? std::atoi(argv[3]) : 0;
     mallopt(M_MMAP_MAX, 0);
     mallopt(M_TRIM_THRESHOLD, -1);
-    console::set_lines_enabled(false);
-    paths::set_log_directory("log");
+    SilentProgress quiet;
     mkdir("log", 0777);
     for (const Case& c : cases) {
         if (only && std::strcmp(only, "all") != 0 && std::strcmp(only, c.name) != 0) continue;
@@ -120,10 +116,10 @@ int main(int argc, char** argv) {
             const BandTime band = time_dpbtrf(km, profile.max_height - 1);
             theirs.push_back(band.alone);
             theirs_whole.push_back(band.with_assembly);
-            SkylineFactor factor(profile, plan_divisions(profile, 1e9, 1, profile.max_height),
+            SkylineFactor factor(profile, plan_divisions(profile, 1e9, 1, profile.max_height, quiet),
                                  {.threads = 2, .panel_rows = panel_rows});
             const auto start = Clock::now();
-            if (factor.factor_ldl(km, km.K_value) != FactorStatus::ok) {
+            if (factor.factor_ldl(km, km.K_value, quiet) != FactorStatus::ok) {
                 std::printf("%s\n", factor.error().c_str());
                 return 1;
             }

@@ -54,7 +54,7 @@ FactorFiles::FactorFiles(std::string_view log_folder, std::string_view stem, con
       profile_(profile),
       divisions_(divisions),
       direct_bytes_(direct_bytes),
-      open_(static_cast<std::size_t>(divisions.count()), -1),
+      open_(divisions.count(), -1),
       direct_(open_) {}
 
 FactorFiles::~FactorFiles() {
@@ -161,8 +161,8 @@ bool FactorFiles::transfer(std::int32_t first, std::int32_t last, const double* 
     for (std::int32_t i = first; i < last;) {
         const auto after = std::upper_bound(divisions_.div_row.begin(), divisions_.div_row.end() - 1, i);
         const auto division = static_cast<std::int32_t>(after - divisions_.div_row.begin()) - 1;
-        const std::int32_t stop = std::min({last, divisions_.div_row[static_cast<std::size_t>(division) + 1],
-                                            i + static_cast<std::int32_t>(pieces.size())});
+        const std::int32_t stop =
+            std::min({last, divisions_.div_row[division + 1], i + static_cast<std::int32_t>(pieces.size())});
         const int file = descriptor(division, writing);
         if (file < 0) {
             fail(division, "cannot be opened");

@@ -279,7 +279,7 @@ void SkylineFactor::report_row(std::int32_t i) {
         shared_->progress.counter(i, n);
     }
     if (shared_->division + 1 < divisions_.count() &&
-        i == divisions_.div_row[static_cast<std::size_t>(shared_->division) + 1] + options_.diag_num)
+        i == divisions_.div_row[shared_->division + 1] + options_.diag_num)
         report_spill(i);
     if (!(d < 0.0)) return;
     ++negative_pivots_;

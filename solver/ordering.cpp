@@ -41,7 +41,8 @@ std::array<double, 3> sub_origin(const Mesh& mesh, std::string_view method) {
 
 // The counter lines of a loop that is long over.
 void count_up_to(std::int64_t n, Progress& progress) {
-    for (std::int64_t i = 0; i < n && progress.lines_wanted(); ++i) progress.counter(i, n);
+    for (std::int64_t i = 0; i < n && progress.lines_wanted() && !progress.cancelled(); ++i)
+        progress.counter(i, n);
 }
 
 }  // namespace
@@ -91,6 +92,7 @@ Ordering order_nodes(Mesh& mesh, std::string_view ordering_type, Progress& progr
     out.node_of.resize(mesh.node_num());
     std::iota(out.node_of.begin(), out.node_of.end(), 0);
     const auto reorder = [&](const char* method) {
+        if (progress.cancelled()) return;
         const std::vector<std::int32_t> number = reorder_nodes(mesh, method, progress);
         for (std::int32_t& n : out.node_of) n = number[n];
     };

@@ -24,7 +24,7 @@ std::vector<std::int32_t> reorder_nodes(Mesh& mesh, std::string_view method, Pro
 
 // The linear analyses' choice by the setting ORDERING_TYPE: tries the axes that the word names,
 // reorders with the best (ties keep the earlier axis). Words that are not understood leave the numbering as
-// it is.
+// it is, and so does a cancel for what is left to do.
 struct Ordering {
     std::int32_t diag_num = 0;          // band in force
     std::vector<std::int32_t> node_of;  // per node before: its number now, 0-based

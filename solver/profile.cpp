@@ -8,7 +8,7 @@ Profile make_profile(const SparseKM& km) {
     Profile profile;
     const std::int32_t n = km.rows();
     profile.height.resize(n);
-    profile.sky_start.assign(static_cast<std::size_t>(n) + 1, 0);
+    profile.sky_start.assign(std::size_t(n) + 1, 0);
     for (std::int32_t i = 0; i < n; ++i) {
         const std::size_t row = i;
         // a row without an entry left of or on the diagonal still has its diagonal slot
@@ -36,7 +36,7 @@ Divisions plan_divisions(const Profile& profile, double memory_size, std::int32_
             progress.counter(i, n);
             if (i > divisions.div_row.back() + margin + diag_num && i + 1 < n) {
                 divisions.div_row.push_back(i + 1);
-                divisions.div_profile.push_back(profile.sky_start[static_cast<std::size_t>(i) + 1]);
+                divisions.div_profile.push_back(profile.sky_start[i + 1]);
             }
         }
     }

@@ -10,16 +10,19 @@ NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_el
     const std::int32_t nodes = mesh.node_num();
     const int per_element = mesh.node_per_element();
     NodeNeighbours out;
-    out.start.assign(static_cast<std::size_t>(nodes) + 1, 0);
-    out.nodes.reserve(static_cast<std::size_t>(nodes) * 27);
+    out.start.assign(std::size_t(nodes) + 1, 0);
+    out.nodes.reserve(std::size_t(nodes) * 27);
     std::vector<std::int32_t> seen(nodes, -1);  // last node that took this one
     for (std::int32_t i = 0; i < nodes; ++i) {
+        if (progress.cancelled()) {
+            std::fill(out.start.begin() + i + 1, out.start.end(), out.start[i]);
+            break;
+        }
         progress.counter(i, nodes);
         const auto first = static_cast<std::ptrdiff_t>(out.nodes.size());
         out.nodes.push_back(i);
         seen[i] = i;
-        for (std::int64_t k = node_elements.start[i];
-             k < node_elements.start[static_cast<std::size_t>(i) + 1]; ++k) {
+        for (std::int64_t k = node_elements.start[i]; k < node_elements.start[i + 1]; ++k) {
             const std::ptrdiff_t e = node_elements.elements[k];
             for (int p = 0; p < per_element; ++p) {
                 const auto n = static_cast<std::int32_t>(node_index(mesh.connectivity[e * per_element + p]));
@@ -29,7 +32,7 @@ NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_el
             }
         }
         std::sort(out.nodes.begin() + first, out.nodes.end());
-        out.start[static_cast<std::size_t>(i) + 1] = static_cast<std::int64_t>(out.nodes.size());
+        out.start[i + 1] = static_cast<std::int64_t>(out.nodes.size());
     }
     return out;
 }
@@ -119,8 +122,7 @@ void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& 
             const auto i = static_cast<std::int32_t>(node_index(element[p]));
             if (i < node_first || i >= node_last) continue;
             const std::int32_t* set = neighbours.nodes.data() + neighbours.start[i];
-            const std::int32_t* set_end =
-                neighbours.nodes.data() + neighbours.start[static_cast<std::size_t>(i) + 1];
+            const std::int32_t* set_end = neighbours.nodes.data() + neighbours.start[i + 1];
             double* k_row[3];
             double* m_row[3];
             for (std::size_t a = 0; a < 3; ++a) {
@@ -160,8 +162,12 @@ std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, con
 #pragma omp parallel for schedule(static) num_threads(threads)
         for (std::int32_t e = first; e < last; ++e) {
             const std::size_t slot = e - first;
-            computed[slot] =
-                matrices(e, ke.data() + slot * 9 * ne * ne, with_mass ? me.data() + slot * ne * ne : nullptr);
+            try {
+                computed[slot] = matrices(e, ke.data() + slot * 9 * ne * ne,
+                                          with_mass ? me.data() + slot * ne * ne : nullptr);
+            } catch (...) {  // no exception may leave a thread
+                computed[slot] = false;
+            }
         }
         for (std::int32_t e = first; e < last; ++e) {
             progress.counter(e, elements, counter);

@@ -31,6 +31,7 @@ struct NodeNeighbours {
     std::vector<std::int64_t> start;  // node_num + 1
     std::vector<std::int32_t> nodes;  // 0-based
 };
+// All that prints ends early on a cancel: with sound tables that lack the rest, not to be computed with.
 NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_elements, Progress& progress);
 
 // Row counts and starts of the three rows of every node; returns K_num2, the number of entries.
@@ -44,7 +45,7 @@ void find_diagonals(SparseKM& km);
 
 // One element's matrices: Ke (3·nodes square, row-major, degree of freedom 3·local node + direction)
 // and the nodal mass Me (nodes square; the same in each direction, no coupling between directions).
-// Called from several threads at once. False: the element cannot be computed.
+// Called from several threads at once. False or an exception: the element cannot be computed.
 using ElementMatrices = std::function<bool(std::int32_t element, double* ke, double* me)>;
 
 // Adds every element's matrices, in element order for every entry whatever the number of threads.

@@ -1,4 +1,4 @@
-// The skyline factorization on random sparse symmetric matrices: ‖A - LDLᵀ‖, the same bytes in one division
+// The skyline factorization on random sparse symmetric matrices: ‖A x - b‖, the same bytes in one division
 // and in many, kept or read back, on one thread and two, solves, and what happens when a file cannot be
 // written, memory is missing or the user stops.
 #include <gtest/gtest.h>
@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <random>
@@ -69,27 +70,6 @@ std::vector<double> times(const SparseKM& km, const std::vector<double>& x) {
     return y;
 }
 
-// ‖A z - L D Lᵀ z‖ / ‖A z‖ for a vector z, from the rows of the factor.
-double residual(const SparseKM& km, SkylineFactor& factor) {
-    const int n = km.rows();
-    const std::vector<double> z = right_hand_sides(n, 1), Az = times(km, z);
-    std::vector<double> row(n), y(n, 0.0);
-    const auto take_rows = [&](const auto& use) {
-        for (int i = 0, first = 0; i < n; ++i) {
-            first = factor.profile().first_column(i);
-            EXPECT_TRUE(factor.read_row(i, std::span(row).subspan(first)));
-            EXPECT_EQ(row[i], 1.0);
-            for (int j = first; j <= i; ++j) use(i, j);
-        }
-    };
-    double error = 0, size = 0;
-    std::vector<double> difference = Az;
-    take_rows([&](int i, int j) { y[j] += row[j] * z[i]; });
-    take_rows([&](int i, int j) { difference[i] -= row[j] * factor.D()[j] * y[j]; });
-    for (int i = 0; i < n; ++i) error += difference[i] * difference[i], size += Az[i] * Az[i];
-    return std::sqrt(error / size);
-}
-
 // Looks itself whether to stop.
 struct Looking : testing::Collected {
     explicit Looking(std::function<bool()> how) : look(std::move(how)) {}
@@ -97,64 +77,75 @@ struct Looking : testing::Collected {
     std::function<bool()> look;
 };
 
+class FactorFiles : public ::testing::Test {
+protected:
+    std::filesystem::path file(const std::string& name) const { return folder.path() / "log" / name; }
+    FactorOptions options(int threads, bool keep = true, int panel_rows = 0,
+                          const char* stem = stiffness_stem) const {
+        return {.threads = threads,
+                .panel_rows = panel_rows,
+                .log_folder = file(""),
+                .file_stem = stem,
+                .keep_in_memory = keep};
+    }
+    testing::Collected progress;
+    testing::TempFolder folder;
+};
 struct Case {
     int n, band;
     double fill;
     std::vector<int> last_rows;  // rows of the last division, tried one after the other
 };
 
-class FactorFiles : public ::testing::Test {
-protected:
-    std::filesystem::path file(const std::string& name) const { return folder.path() / "log" / name; }
-    FactorOptions options(int threads, const char* stem = stiffness_stem) const {
-        return {.threads = threads, .log_folder = file(""), .file_stem = stem};
-    }
-    testing::Collected progress;
-    testing::TempFolder folder;
-};
 class Factor : public FactorFiles, public ::testing::WithParamInterface<Case> {};
 
 TEST_P(Factor, IsExactAndTheSameInOneDivisionAndManyOnOneThreadAndTwo) {
     const auto& [n, band, fill, last_rows] = GetParam();
     const SparseKM km = random_matrix(n, band, fill, n + band);
     const Profile profile = make_profile(km);
-    std::string bytes;
-    std::vector<double> solution, pivots;
-    auto run = [&](const Divisions& divisions, int threads, bool past_the_cache = false, bool keep = true) {
-        SCOPED_TRACE(formatted("%d divisions, %d threads, kept %d", divisions.count(), threads, keep));
-        FactorOptions chosen = options(threads);
-        chosen.keep_in_memory = keep;
-        if (past_the_cache) chosen.direct_bytes = 1;
+    std::vector<double> L, solution, pivots;
+    auto run = [&](const Divisions& divisions, FactorOptions chosen, std::int64_t direct_bytes = 1 << 30) {
+        SCOPED_TRACE(formatted("%d divisions, %d threads, panels of %d", divisions.count(), chosen.threads,
+                               chosen.panel_rows));
+        chosen.direct_bytes = direct_bytes;
         SkylineFactor factor(profile, divisions, chosen);
         ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok) << factor.error();
-        EXPECT_LT(residual(km, factor), 1e-14 * n);
         std::vector<double> x = right_hand_sides(n, 3);
         ASSERT_TRUE(factor.solve_ldl(x, 3)) << factor.error();
         std::string written;  // the factor's rows as they lie in the files, one after the other
         for (int b = 0; b < divisions.count(); ++b)
             written += testing::read_file(file("Ltemp_" + std::to_string(b) + ".txt"));
-        EXPECT_EQ(written.size(), 8 * profile.Ls_num);
+        ASSERT_EQ(written.size(), 8 * profile.Ls_num);
         EXPECT_FALSE(std::filesystem::exists(file("Ltemp_" + std::to_string(divisions.count()) + ".txt")));
-        if (bytes.empty()) {
-            bytes = written;
+        std::vector<double> rows(profile.Ls_num), stored(profile.Ls_num);
+        std::memcpy(stored.data(), written.data(), written.size());
+        for (int i = 0; i < n; ++i) {
+            ASSERT_TRUE(factor.read_row(i, std::span(rows).subspan(profile.sky_start[i], profile.height[i])));
+            EXPECT_EQ(rows[profile.sky_start[i + 1] - 1], 1.0);
+        }
+        EXPECT_TRUE(rows == stored);
+        if (L.empty()) {
+            L = stored;
             solution = x;
             pivots = factor.D();
         }
-        EXPECT_TRUE(written == bytes);
-        EXPECT_TRUE(x == solution);
-        EXPECT_TRUE(factor.D() == pivots);
+        for (std::size_t i = 0; i < x.size(); ++i) ASSERT_NEAR(x[i], solution[i], 1e-11);
+        if (chosen.panel_rows > 0) return;  // other products, other last digits
+        EXPECT_TRUE(stored == L && x == solution && factor.D() == pivots);
         EXPECT_EQ(factor.negative_pivots(),
                   std::count_if(pivots.begin(), pivots.end(), [](double d) { return d < 0; }));
     };
-    for (int threads : {1, 2, 5}) run(cut(profile, {0, n}), threads);
-    run(cut(profile, {0, n}), 2, true);
-    for (int threads : {1, 5}) run(cut(profile, {0, n}), threads, false, false);
+    const Divisions one = cut(profile, {0, n});
+    for (int threads : {1, 2, 5})
+        for (const bool keep : {true, false}) run(one, options(threads, keep));
+    run(one, options(2), 1);
+    // wide panels leave out the rows that have not begun: what they leave out must be zero
+    for (const int panel_rows : {32, 128, 512}) run(one, options(2, true, panel_rows));
     for (int last : last_rows) {
         std::vector<std::int32_t> rows{0};
         while (rows.back() + band + 12 < n - last) rows.push_back(rows.back() + band + 12);
-        rows.push_back(n - last);
-        rows.push_back(n);
-        for (int threads : {2, 1}) run(cut(profile, rows), threads);
+        rows.insert(rows.end(), {n - last, n});
+        for (int threads : {2, 1}) run(cut(profile, rows), options(threads));
     }
     const std::vector<double> Ax = times(km, solution), b = right_hand_sides(n, 3);
     for (std::size_t i = 0; i < b.size(); ++i) EXPECT_NEAR(Ax[i], b[i], 1e-11);
@@ -163,21 +154,8 @@ TEST_P(Factor, IsExactAndTheSameInOneDivisionAndManyOnOneThreadAndTwo) {
 INSTANTIATE_TEST_SUITE_P(Matrices, Factor,
                          ::testing::Values(Case{1, 1, 1, {}}, Case{7, 20, 0.5, {1}},
                                            Case{200, 30, 0.3, {1, 30, 31}},
-                                           Case{501, 100, 0.05, {1, 100, 101}}, Case{700, 401, 0.02, {1, 50}},
-                                           Case{330, 3, 0.9, {1, 3, 4}}));
-
-// Wide panels leave out the rows that have not begun: what they leave out must be zero.
-TEST_F(FactorFiles, PanelsOfEveryWidthGiveTheSameFactor) {
-    const SparseKM km = random_matrix(1100, 380, 0.02, 5);
-    const Profile profile = make_profile(km);
-    for (const std::int32_t panel_rows : {32, 128, 256, 512}) {
-        FactorOptions chosen = options(2);
-        chosen.panel_rows = panel_rows;
-        SkylineFactor factor(profile, cut(profile, {0, 1100}), chosen);
-        ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok) << factor.error();
-        EXPECT_LT(residual(km, factor), 1e-14 * 1100) << panel_rows;
-    }
-}
+                                           Case{501, 100, 0.05, {1, 100, 101}},
+                                           Case{1100, 401, 0.02, {1, 50}}, Case{330, 3, 0.9, {1, 3, 4}}));
 
 TEST_F(FactorFiles, AFailedWriteAndACutFileAreToldAndOldFilesGo) {
     const SparseKM km = random_matrix(300, 40, 0.5, 1);
@@ -219,31 +197,27 @@ TEST_F(FactorFiles, AFailedWriteAndACutFileAreToldAndOldFilesGo) {
 TEST_F(FactorFiles, ACancelAndMissingMemoryEndAFactorAndASolve) {
     const SparseKM km = random_matrix(512, 512, 0.1, 6);
     const Profile profile = make_profile(km);
-    for (const int after : {1, 2, 5, 12})
-        for (const bool no_memory : {false, true})
-            for (const bool one_panel : {false, true}) {
-                FactorOptions chosen = options(2);
-                chosen.panel_rows = one_panel ? 512 : 32;
-                chosen.keep_in_memory = after % 2;
-                SkylineFactor factor(profile, cut(profile, {0, 512}), chosen);
-                const std::string said =
-                    no_memory ? "not enough memory for the factor" : "stopped by the user";
-                std::atomic<int> looks = after;
-                Looking ending([&] {
-                    if (--looks <= 0 && no_memory) throw std::bad_alloc();
-                    return looks <= 0;
-                });
-                EXPECT_EQ(factor.factor_ldl(km, km.K_value, ending),
-                          no_memory ? FactorStatus::out_of_memory : FactorStatus::cancelled);
-                EXPECT_EQ(factor.error(), said);
-                ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
-                for (const int k : {1, 20}) {
-                    looks = one_panel ? 1 : after;
-                    std::vector<double> x = right_hand_sides(512, k);
-                    EXPECT_FALSE(factor.solve_ldl(x, k, &ending));
-                    EXPECT_EQ(factor.error(), said);
-                }
-            }
+    for (int c = 0; c < 16; ++c) {
+        const bool no_memory = c & 1, one_panel = c & 2;
+        const int after = 1 + c / 4 * 3;
+        SkylineFactor factor(profile, cut(profile, {0, 512}), options(2, c & 4, one_panel ? 512 : 32));
+        std::atomic<int> looks = after;
+        Looking ending([&] {
+            if (--looks <= 0 && no_memory) throw std::bad_alloc();
+            return looks <= 0;
+        });
+        const std::string said = no_memory ? "not enough memory for the factor" : "stopped by the user";
+        EXPECT_EQ(factor.factor_ldl(km, km.K_value, ending),
+                  no_memory ? FactorStatus::out_of_memory : FactorStatus::cancelled);
+        EXPECT_EQ(factor.error(), said);
+        ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
+        for (const int k : {1, 20}) {
+            looks = one_panel ? 1 : after;
+            std::vector<double> x = right_hand_sides(512, k);
+            EXPECT_FALSE(factor.solve_ldl(x, k, &ending));
+            EXPECT_EQ(factor.error(), said);
+        }
+    }
 }
 
 // Rows of very different lengths, as unstructured meshes have them.
@@ -251,18 +225,9 @@ TEST_F(FactorFiles, MemoryFollowsTheProfileAndIsForetold) {
     const SparseKM km = random_matrix(6000, 700, 0.004, 2);
     const Profile profile = make_profile(km);
     const PanelGrid grid = make_panel_grid(profile);
-    double triangles = 0, dense = 0;
-    for (std::int32_t I = 0; I < grid.panels(); ++I) {
-        triangles += grid.rows(I) * (grid.rows(I) - 1) / 2;
-        dense += static_cast<double>(grid.doubles(I));
-    }
-    const auto entries = static_cast<double>(profile.Ls_num);
-    EXPECT_GT(dense, 1.6 * entries);
-    EXPECT_LT(static_cast<double>(grid.kept_start.back()), 1.15 * entries + triangles);
+    EXPECT_LT(grid.kept_start.back(), profile.Ls_num / 100 * 115 + grid.n * (grid.nb - 1) / 2);
     for (const bool keep : {true, false}) {
-        FactorOptions chosen = options(2);
-        chosen.keep_in_memory = keep;
-        SkylineFactor factor(profile, cut(profile, {0, 6000}), chosen);
+        SkylineFactor factor(profile, cut(profile, {0, 6000}), options(2, keep));
         std::atomic<double> most = 0;
         Looking watch([&] {
             double pages = 0;
@@ -282,26 +247,23 @@ TEST_F(FactorFiles, MemoryFollowsTheProfileAndIsForetold) {
 }
 
 TEST_F(FactorFiles, TheMachinesMemoryIsThatOfItsControlGroups) {
-    for (const char* name : {"proc/self", "sys/fs/cgroup/a/b", "sys/fs/cgroup/memory/a/b"})
+    const std::string groups = "sys/fs/cgroup/";
+    for (const std::string name : {"proc/self", "sys/fs/cgroup/a/b", "sys/fs/cgroup/memory/a/b"})
         std::filesystem::create_directories(folder.path() / name);
-    const auto now = [&] { return machine_megabytes(folder.path()); };
-    EXPECT_TRUE(std::isinf(now())) << "nothing known";
-    folder.write("proc/meminfo", "MemFree: 1 kB\nMemTotal:    16000000 kB\n");
     folder.write("proc/self/cgroup", "5:cpu,memory:/a/b\n0::/a/b\n");
-    EXPECT_DOUBLE_EQ(now(), 16384);
-    const std::pair<const char*, const char*> limits[] = {
-        {"a/b/memory.max", "max\n"},
-        {"a/memory.max", "8000000000\n"},
-        {"a/b/memory.max", "7000000000\n"},
-        {"memory.max", "6000000000\n"},
-        {"memory/a/b/memory.limit_in_bytes", "5000000000\n"},
-        {"memory/memory.limit_in_bytes", "9223372036854771712"}};
-    const double expected[] = {16384, 8000, 7000, 6000, 5000, 5000};
-    for (std::size_t i = 0; i < std::size(limits); ++i) {
-        folder.write(std::string("sys/fs/cgroup/") + limits[i].first, limits[i].second);
-        EXPECT_DOUBLE_EQ(now(), expected[i]) << limits[i].first;
+    EXPECT_TRUE(std::isinf(machine_megabytes(folder.path()))) << "nothing known";
+    const std::tuple<std::string, const char*, double> limits[] = {
+        {"proc/meminfo", "MemFree: 1 kB\nMemTotal:    16000000 kB\n", 16384},
+        {groups + "a/b/memory.max", "max\n", 16384},
+        {groups + "a/memory.max", "8000000000\n", 8000},
+        {groups + "a/b/memory.max", "7000000000\n", 7000},
+        {groups + "memory.max", "6000000000\n", 6000},
+        {groups + "memory/a/b/memory.limit_in_bytes", "5000000000\n", 5000},
+        {groups + "memory/memory.limit_in_bytes", "9223372036854771712\n", 5000}};
+    for (const auto& [name, text, megabytes] : limits) {
+        folder.write(name, text);
+        EXPECT_DOUBLE_EQ(machine_megabytes(folder.path()), megabytes) << name;
     }
-    EXPECT_TRUE(machine_megabytes() > 0 && std::isfinite(machine_megabytes()));
 }
 
 TEST_F(FactorFiles, NegativePivotsAndMassesAreTold) {
@@ -314,7 +276,7 @@ TEST_F(FactorFiles, NegativePivotsAndMassesAreTold) {
     EXPECT_NE(progress.lines.find("Warning   D[4]:-6.000e+00\n"), std::string::npos);
     EXPECT_EQ(factor.negative_pivots(), 2);
     km.K_value = {4, -9, 1, 16, 25};
-    SkylineFactor W(profile, cut(profile, {0, 5}), options(1, mass_stem));
+    SkylineFactor W(profile, cut(profile, {0, 5}), options(1, true, 0, mass_stem));
     ASSERT_EQ(W.factor_ww(km, km.K_value, progress), FactorStatus::ok);
     const std::string said = "[M] is not positive define at 1th row\n";
     EXPECT_NE(progress.lines.find(said + "  W[1][1]^2: -9.000e+00 = sqrt( -9.000e+00 - 0.000e+00 )\n"),
@@ -334,10 +296,9 @@ TEST_F(FactorFiles, CholeskyMultipliesAndSolvesAsTheMatrixDoes) {
     std::vector<double> first;
     for (const auto& rows : {std::vector<std::int32_t>{0, 400}, {0, 150, 399, 400}})
         for (int threads : {1, 2}) {
-            SkylineFactor W(profile, cut(profile, rows), options(threads, mass_stem));
+            SkylineFactor W(profile, cut(profile, rows), options(threads, true, 0, mass_stem));
             ASSERT_EQ(W.factor_ww(km, km.K_value, progress), FactorStatus::ok) << W.error();
             EXPECT_EQ(W.negative_pivots(), 0);
-            EXPECT_TRUE(std::filesystem::exists(file("Wtemp_0.txt")));
             for (int k : {1, 3, 20}) {
                 const std::vector<double> x = right_hand_sides(400, k), Mx = times(km, x);
                 std::vector<double> y = x;
@@ -361,13 +322,11 @@ TEST_F(FactorFiles, DivisionsFollowTheBudgetAndTheBand) {
     EXPECT_EQ(plan_divisions(profile, megabytes, 1, 50, progress).count(), 1) << "a profile that just fits";
     EXPECT_EQ(plan_divisions(profile, megabytes, 0, 50, progress).count(), 1) << "no divisor: no limit";
     const Divisions divisions = plan_divisions(profile, megabytes, 2, 50, progress);
-    EXPECT_LE(divisions.count(), most_divisions(1000, 50));
     ASSERT_GT(divisions.count(), 10);
     for (int b = 0; b <= divisions.count(); ++b) {
         EXPECT_EQ(divisions.div_row[b], b < divisions.count() ? b * (50 + 12) : 1000);
         EXPECT_EQ(divisions.div_profile[b], profile.sky_start[divisions.div_row[b]]);
     }
-    EXPECT_EQ(divisions.div_profile.back(), profile.Ls_num);
     // fewer rows than a band: one division even beyond the budget
     EXPECT_EQ(plan_divisions(profile, 0, 1, 2000, progress).count(), 1);
     // n = 2·(band + 12): the cut that would fall on row n is not made
