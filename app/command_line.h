@@ -32,6 +32,10 @@ inline void set_up(CLI::App& app, const std::string& usage, bool& help, bool& ve
     app.add_flag("--version", version, "prints the version");
 }
 
+inline std::string help_text(const CLI::App& app) {
+    return CLI::detail::find_and_replace(app.help(), "\n\n\n", "\n\n");  // one blank line between groups
+}
+
 // A value with its own reading: `take` gets the text of each time the option stands on the line and tells why
 // it refuses it, empty if it takes it. `shape`: the value in the help.
 using Take = std::function<std::string(const std::string&)>;

@@ -111,7 +111,7 @@ std::string batch_usage() {
     BatchOptions unused;
     CLI::App app;
     describe(app, unused);
-    return app.help();
+    return help_text(app);
 }
 
 }  // namespace kestralum

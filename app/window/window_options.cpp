@@ -175,7 +175,7 @@ std::string window_usage() {
     WindowOptions unused;
     CLI::App app;
     describe(app, unused);
-    return app.help();
+    return help_text(app);
 }
 
 }  // namespace kestralum
