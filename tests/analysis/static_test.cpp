@@ -141,8 +141,8 @@ TEST_F(StaticAnalysis, AFreeBodyIsNamedAndStillWritesItsFile) {
         EXPECT_EQ(report.status, RunStatus::failed);
         ASSERT_EQ(report.remarks.errors.size(), 1u);
         double x = 0;  // the place named lies in the loose body
-        const char* said = "the body is free: the supports do not hold node %*d at (%lf";
-        EXPECT_EQ(std::sscanf(report.remarks.errors[0].c_str(), said, &x), 1) << report.remarks.errors[0];
+        const char* expected = "the body is free: the supports do not hold node %*d at (%lf";
+        EXPECT_EQ(std::sscanf(report.remarks.errors[0].c_str(), expected, &x), 1) << report.remarks.errors[0];
         EXPECT_GE(x, &text == &cases[2] ? 3 : 0);
         EXPECT_TRUE(std::filesystem::remove(log("result_model.txt")));
     }
@@ -167,12 +167,12 @@ TEST_F(StaticAnalysis, GivesTheSameBytesForAnyThreadsAndMemory) {
 }
 
 TEST_F(StaticAnalysis, EndsWithoutATornFileWhereItCannotGoOn) {
-    const auto result = log("result_model.txt"), held = log("result_model.txt.part");
+    const auto written = log("result_model.txt"), held = log("result_model.txt.part");
     Settings settings = analysis_settings();
     settings.free_hd_size = 1e-3;
     EXPECT_EQ(run(small_model, settings).status, RunStatus::disk_budget);
     EXPECT_NE(said.lines.find("Warning:HD"), std::string::npos);
-    EXPECT_TRUE(std::filesystem::exists(result)) << "no earlier file: the mesh takes the name";
+    EXPECT_TRUE(std::filesystem::exists(written)) << "no earlier file: the mesh takes the name";
     EXPECT_FALSE(std::filesystem::exists(held));
     folder.write("log/result_model.txt", "an earlier run's");
     EXPECT_EQ(run(small_model, settings).status, RunStatus::disk_budget);
@@ -183,11 +183,11 @@ TEST_F(StaticAnalysis, EndsWithoutATornFileWhereItCannotGoOn) {
     EXPECT_EQ(file("result_model.txt"), "an earlier run's");
     EXPECT_FALSE(std::filesystem::exists(held));
     // an inverted element stops the analysis with element, part and place
-    Mesh mesh = tetra_box({{2, 2, 2}, {1, 1, 1}}, ElementKind::tetrahedron4);
-    std::swap(mesh.connectivity[4 * 20], mesh.connectivity[4 * 20 + 1]);
-    const RunReport report = run(ModelText{.parts = vol("lump", mesh), .supports = "c plane z 0 0 0 0 0 0"});
+    ASSERT_TRUE(read(small_model));
+    std::swap(model.mesh.connectivity[8 * 20], model.mesh.connectivity[8 * 20 + 6]);
+    const RunReport report = analyse(analyse_static);
     EXPECT_EQ(report.status, RunStatus::failed);
-    EXPECT_TRUE(testing::contains(report.remarks.errors, "element 21 of part lump at ("));
+    EXPECT_TRUE(testing::contains(report.remarks.errors, "element 21 of part b at ("));
     EXPECT_EQ(check_model(model, analysis_settings(), said).bad.at(0).element, 20);
 }
 
