@@ -19,13 +19,11 @@ void expect_usable(const StoredRun& stored, const std::string& what) {
     ASSERT_GE(mesh.node_num(), 1) << what;
     ASSERT_EQ(mesh.node_n_dir.size(), mesh.coordinates.size()) << what;
     ASSERT_LE(static_cast<unsigned>(mesh.element_type), 2u) << what;
-    ASSERT_EQ(mesh.connectivity.size() % mesh.node_per_element(), 0u) << what;
     for (std::int32_t node : mesh.connectivity) ASSERT_TRUE(node >= 1 && node <= mesh.node_num()) << what;
     ASSERT_EQ(mesh.p_ele_part_id.size(), mesh.element_num()) << what;
     for (std::int32_t part : mesh.p_ele_part_id)
         ASSERT_LT(static_cast<std::size_t>(part), stored.model.parts.size()) << what;
     for (double x : mesh.coordinates) ASSERT_TRUE(std::isfinite(x)) << what;
-    for (double x : mesh.size_info) ASSERT_TRUE(std::isfinite(x)) << what;
     ASSERT_TRUE(std::isfinite(mesh.max_length) && mesh.max_length > 0) << what;
     ASSERT_EQ(stored.run.force_node.size(), stored.model.forces.size()) << what;
     ASSERT_GE(stored.run.mode_num(), 1) << what;
@@ -57,10 +55,10 @@ struct Damaged : ::testing::Test {
             return "";
         }
         ++refused;
-        EXPECT_TRUE(console.errors.starts_with("log\\damaged.txt: ")) << what << console.errors;
-        EXPECT_EQ(lines_of(console.errors).size(), 1u) << what << console.errors;
-        EXPECT_LT(console.errors.size(), 250u) << what;
-        return console.errors.empty() ? "failed without a word" : console.errors;
+        EXPECT_TRUE(console.errors.starts_with("log\\damaged.txt: ") &&
+                    lines_of(console.errors).size() == 1 && console.errors.size() < 250)
+            << what << console.errors;
+        return console.errors + ".";
     }
     // The good file with the first line after `mark` replaced.
     std::string with_line(const std::string& mark, const std::string& line) const {
@@ -94,9 +92,7 @@ TEST_P(DamagedFile, EveryPrefixIsRefused) {
         lengths.push_back(at + 2);
     for (std::size_t length = good.size() - 60; length + 2 < good.size(); ++length) lengths.push_back(length);
     for (std::size_t length : lengths) {
-        EXPECT_NE(check(good.substr(0, length), "prefix of " + std::to_string(length)), "")
-            << "cut at " << length;
-        if (HasFailure()) return;
+        ASSERT_NE(check(good.substr(0, length), "prefix of " + std::to_string(length)), "") << length;
     }
     EXPECT_EQ(check(good.substr(0, good.size() - 1), "without the last newline"), "");
 }
@@ -128,22 +124,17 @@ TEST_F(Damaged, CountsThatLieAreRefusedBeforeAnythingIsAllocated) {
 }
 
 TEST_F(Damaged, ValuesThatNobodyCanUseAreRefusedWithTheirToken) {
-    for (const auto& [mark, line, expected] : {
-             std::tuple{"%\nNode\n18\n", "nan 0 0", "token 5 'nan'"},
-             {"%\nNode\n18\n", "0 inf 0", "token 6 'inf'"},
-             {"%\nElement\n4\n", "1 2 3 4 5 6 7 19", "'19'"},
-             {"%\nElement\n4\n", "1 2 3 4 5 6 7 0", "'0'"},
-             {"%\np_ele_part_id\n", "2", "'2'"},
-             {"%\np_ele_part_id\n", "-1", "'-1'"},
-             {"%\nana_type\n", "4", "'4': expected an analysis type 0 … 3"},
-             {"%\nsize_info\n", "nan 0 0", "'nan'"},
-         }) {
-        const std::string error = check(with_line(mark, line), std::string(mark) + line);
-        EXPECT_TRUE(contains(error, expected)) << mark << line << "\n" << error;
-    }
-    // numbers that stand for something
     for (const auto& [from, to, expected] : {
-             std::tuple{"HOLLOWRECT  3 ", "HOLLOWRECT  16 ", "'16': expected the number of a shape"},
+             std::tuple{"\n22\n0.000000e+00 ", "\n22\nnan ", "token 5 'nan'"},
+             {"\n22\n0.000000e+00 0.000000e+00", "\n22\n0 inf", "token 6 'inf'"},
+             {"%\nElement\n4\n", "%\nElement\n4\n23 ", "'23'"},
+             {"%\nElement\n4\n", "%\nElement\n4\n0 ", "'0'"},
+             {"%\np_ele_part_id\n0", "%\np_ele_part_id\n2", "'2'"},
+             {"%\np_ele_part_id\n0", "%\np_ele_part_id\n-1", "'-1'"},
+             {"ana_type\n1", "ana_type\n4", "'4': expected an analysis type 0 … 3"},
+             {"size_info\n0.0", "size_info\nnan", "'nan"},
+             // numbers that stand for something
+             {"HOLLOWRECT  3 ", "HOLLOWRECT  16 ", "'16': expected the number of a shape"},
              {"HOLLOWRECT  3 ", "HOLLOWRECT  2005 ", "'2005'"},
              {"  plane  x  0 0 ", "  plane  x  3 0 ", "'3': expected a selection 0, 1 or 2"},
              {"  plane  x  0 0 ", "  plane  x  0 3 ", "'3': expected an axis"},
@@ -175,7 +166,8 @@ TEST_F(Damaged, ForeignFilesAreNotResultFiles) {
     EXPECT_EQ(check(good.substr(0, forces) + good.substr(rigid), "no forces"), "");
     Collected console;
     EXPECT_FALSE(read_result_file("log\\absent.txt", log, console));
-    EXPECT_EQ(console.lines, "----------read_data-----------\nFILE OPEN ERROR\n");
-    EXPECT_EQ(console.errors, "log\\absent.txt cannot be read: No such file or directory\n");
+    EXPECT_EQ(console.lines + console.errors,
+              "----------read_data-----------\nFILE OPEN ERROR\n"
+              "log\\absent.txt cannot be read: No such file or directory\n");
     EXPECT_FALSE(read_result_file("log", log, console)) << "a folder";
 }

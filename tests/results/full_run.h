@@ -15,22 +15,15 @@
 
 namespace kestralum::testing {
 
-inline Part make_part(std::int32_t id, const char* name, std::mt19937& random) {
-    std::uniform_real_distribution<double> number(-2, 3);
-    Part part;
-    part.id = id;
-    part.name = name;
-    part.color_name = "blue";
-    part.color = {0.1, 1.0 / 3, 0.9};
-    part.material_name = "STEEL";
-    part.material_id = id % 2;
-    part.type_name = "HOLLOWRECT";
-    part.type = Shape::hollowrect;
-    for (auto* values : {&part.origin, &part.euler_angles})
-        for (double& v : *values) v = number(random);
-    for (double& v : part.size) v = number(random);
+inline Part make_part(std::int32_t id, const char* name) {
+    Part part{id,      name, "blue",       {0.1, 1.0 / 3, 0.9},
+              "STEEL", id,   "HOLLOWRECT", Shape::hollowrect,
+              {},      {},   {},           {},
+              id,      {},   {},           {},
+              {}};
+    part.size = {1.0 / 3, -2.0 / 3, 1e-9, 7e20, 0, 1.7};
     part.div = {1, 20, 300, 0, -5, 2147483647};
-    part.active = id % 2;
+    part.origin = part.euler_angles = {1.0 / 7, -200.0 / 7, 3};
     return part;
 }
 
@@ -45,7 +38,8 @@ inline void add_conditions(Model& model, Run& run) {
     model.rigid_forces = {{0, "TURN", "FOOT", 1, "ry", RigidDirection::ry, 3.5}};
 }
 
-// Part 0 holds the first half of the elements, part 1 the others.
+// Part 0 holds the first half of the elements, part 1 the others and a facet in the box. The last node stands
+// where one of the facet's does.
 inline StoredRun full_run(const TempFolder& folder, ElementKind kind, int modes,
                           std::array<int, 3> cells = {2, 1, 2}) {
     std::mt19937 random(7);
@@ -55,11 +49,18 @@ inline StoredRun full_run(const TempFolder& folder, ElementKind kind, int modes,
     run.origin.options.log_folder = folder.file("log");
     run.origin.settings.n_threads = 2;
     model.mesh = box_mesh({cells, {1, 2.0 / 3, 3}, [](double* x) { x[0] += 0.125 * x[2]; }}, kind);
-    auto& part_id = model.mesh.p_ele_part_id;
+    Mesh& mesh = model.mesh;
+    const std::int32_t nodes = mesh.node_num();
+    mesh.coordinates.insert(mesh.coordinates.end(),
+                            {0, 0, 0.5, 1.0 / 3, 0, 0.5, 0, 2.0 / 3, 0.5, 1.0 / 3, 0, 0.5});
+    mesh.node_n_dir.resize(mesh.coordinates.size());
+    mesh.surface_facets = {nodes + 1, nodes + 2, nodes + 3};
+    mesh.surface_part_id = {1};
+    auto& part_id = mesh.p_ele_part_id;
     for (std::size_t e = part_id.size() / 2; e < part_id.size(); ++e) part_id[e] = 1;
-    run.mesh = model.mesh;
-    model.parts = {make_part(0, "BAR", random), make_part(1, "BLOCK", random)};
-    model.parts_o = {make_part(0, "BAR_AS_READ", random)};
+    run.mesh = mesh;
+    model.parts = {make_part(0, "BAR"), make_part(1, "BLOCK")};
+    model.parts_o = {make_part(0, "BAR_AS_READ")};
     add_conditions(model, run);
     run.ana_type = AnalysisType::linear_static;
     std::normal_distribution<double> number(0, 1e5);
@@ -69,8 +70,6 @@ inline StoredRun full_run(const TempFolder& folder, ElementKind kind, int modes,
         for (auto* values : {&frame.mode_vec, &frame.node_stress})
             for (double& v : *values) v = number(random);
         frame.mode_vec.front() = -0.0;
-        frame.mode_vec.back() = 4.9406564584124654e-324;
-        frame.node_stress.back() = 1.7976931348623157e308;
         run.results.push_back(std::make_shared<const Frame>(std::move(frame)));
     }
     return out;
@@ -99,13 +98,11 @@ class StopAt : public Collected {
 public:
     explicit StopAt(std::string mark) : mark_(std::move(mark)) {}
 
-protected:
+private:
     void take(Kind kind, std::string_view text) override {
         Collected::take(kind, text);
         if (contains(std::string(text), mark_)) cancel();
     }
-
-private:
     std::string mark_;
 };
 

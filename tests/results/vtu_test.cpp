@@ -25,10 +25,8 @@ reader.AddObserver("ErrorEvent", complain)
 reader.SetFileName(sys.argv[1])
 reader.Update()
 grid = reader.GetOutput()
-print("points", grid.GetNumberOfPoints())
-print("cells", grid.GetNumberOfCells())
 weights = {12: 1, 10: 1/6., 24: 1/6.}  # of affine cells: the Jacobian is the same everywhere
-volume, smallest, area, types = 0.0, 1e300, 0.0, []
+volume, area, types = 0.0, 0.0, []
 for c in range(grid.GetNumberOfCells()):
     cell = grid.GetCell(c)
     types.append(cell.GetCellType())
@@ -40,12 +38,9 @@ for c in range(grid.GetNumberOfCells()):
     d = [0.0] * (3 * n)
     cell.InterpolateDerivs((0.2, 0.3, 0.1), d)
     J = [[sum(d[r*n + p] * x[p][k] for p in range(n)) for k in range(3)] for r in range(3)]
-    det = vtk.vtkMath.Determinant3x3(*J)
-    smallest = min(smallest, det)
-    volume += weights[cell.GetCellType()] * det
+    volume += weights[cell.GetCellType()] * vtk.vtkMath.Determinant3x3(*J)
 print("types", *types)
 print("volume", repr(volume))
-print("smallest", repr(smallest))
 print("area", repr(area))
 for kind, data in (("point", grid.GetPointData()), ("cell", grid.GetCellData())):
     for a in range(data.GetNumberOfArrays()):
@@ -89,90 +84,49 @@ TEST_P(Vtu, OpensInVtkWithItsCellsAndValues) {
     const Frame& frame = *stored.run.results[0];
     Collected console;
     ASSERT_TRUE(write_vtu(stored.model, stored.run, console)) << console.errors;
-    EXPECT_FALSE(std::filesystem::exists(folder.path() / "log/full.vtu.part"));
     Report report = open_in_vtk(folder);
-    EXPECT_EQ(report["points"].at(0), mesh.node_num());
-    EXPECT_EQ(report["cells"].at(0), mesh.element_num());
-    EXPECT_EQ(report["types"], std::vector<double>(mesh.element_num(), cell_type));
-    EXPECT_GT(report["smallest"].at(0), 0) << "VTK's node order";
-    EXPECT_NEAR(report["volume"].at(0), 2, 1e-12);
+    std::vector<double> types(mesh.element_num(), cell_type);
+    types.push_back(5);  // the facet
+    EXPECT_EQ(report["types"], types);
+    EXPECT_NEAR(report["area"].at(0), 1.0 / 9, 1e-12);
+    EXPECT_NEAR(report["volume"].at(0), 2, 1e-12) << "VTK's node order";
 
     const std::size_t dofs = mesh.dof_num();
-    std::vector<double> stress, strain, mises;
-    for (std::size_t n = 0; n < dofs; n += 3) {
-        for (std::size_t g = 0; g < 4; ++g) {
-            const double* three = &frame.node_stress[g * dofs + n];
-            (g < 2 ? stress : strain).insert((g < 2 ? stress : strain).end(), three, three + 3);
-        }
-        mises.push_back(frame.node_stress[4 * dofs + n]);
-    }
     EXPECT_EQ(report["point.displacement"], frame.mode_vec);
-    EXPECT_EQ(report["point.stress"], stress);
-    EXPECT_EQ(report["point.strain"], strain);
-    EXPECT_EQ(report["point.mises"], mises);
-    const std::vector<double> part(mesh.p_ele_part_id.begin(), mesh.p_ele_part_id.end());
+    for (std::size_t n = 0; n < dofs; ++n) {  // groups of three, two to a tensor
+        const std::size_t at = 6 * (n / 3) + n % 3;
+        EXPECT_EQ(report["point.stress"].at(at), frame.node_stress[n]);
+        EXPECT_EQ(report["point.stress"].at(at + 3), frame.node_stress[dofs + n]);
+        EXPECT_EQ(report["point.strain"].at(at), frame.node_stress[2 * dofs + n]);
+        EXPECT_EQ(report["point.strain"].at(at + 3), frame.node_stress[3 * dofs + n]);
+        EXPECT_EQ(report["point.mises"].at(n / 3), frame.node_stress[4 * dofs + n - n % 3]);
+    }
+    std::vector<double> part(mesh.p_ele_part_id.begin(), mesh.p_ele_part_id.end());
+    part.push_back(1);
     EXPECT_EQ(report["cell.part"], part);
     EXPECT_EQ(report["cell.material"], part) << "in this model part k is of material k";
 }
 
-TEST(Vtu, FacetsAreTrianglesAfterTheSolids) {
-    const TempFolder folder;
-    StoredRun stored = full_run(folder, ElementKind::tetrahedron4, 1, {1, 1, 1});
-    Mesh& mesh = stored.run.mesh;
-    const std::int32_t first = mesh.node_num() + 1;
-    mesh.coordinates.insert(mesh.coordinates.end(), {0, 0, 9, 2, 0, 9, 0, 3, 9});
-    mesh.surface_facets = {first, first + 1, first + 2};
-    mesh.surface_part_id = {1};
-    stored.run.results = {std::make_shared<const Frame>(mesh.dof_num())};
-    Collected console;
-    ASSERT_TRUE(write_vtu(stored.model, stored.run, console)) << console.errors;
-    Report report = open_in_vtk(folder);
-    EXPECT_EQ(report["types"], (std::vector<double>{10, 10, 10, 10, 10, 10, 5}));
-    EXPECT_EQ(report["cell.part"], (std::vector<double>{0, 0, 0, 1, 1, 1, 1}));
-    EXPECT_NEAR(report["area"].at(0), 3, 1e-12);
-    EXPECT_NEAR(report["volume"].at(0), 2, 1e-12);
-}
-
-TEST(Vtu, OpensWithoutElementsOrValues) {
-    const TempFolder folder;
-    StoredRun start{placeholder_model(), {}};
-    start.model.model_file_name = "some.where/full";
-    start.run.mesh = start.model.mesh;
-    start.run.results = {std::make_shared<const Frame>()};
-    start.run.origin.options.log_folder = folder.file("log");
-    Collected console;
-    ASSERT_TRUE(write_vtu(start.model, start.run, console)) << console.errors;
-    Report report = open_in_vtk(folder);
-    EXPECT_EQ(report["points"].at(0), 1);
-    EXPECT_EQ(report["cells"].at(0), 0);
-    for (const auto& [name, values] : report) EXPECT_FALSE(name.starts_with("point.")) << name;
-}
-
 TEST(Vtu, AHistoryHasAFilePerFrameAndAListOfThem) {
     const TempFolder folder;
-    StoredRun stored = full_run(folder, ElementKind::hexahedron, 2, {1, 1, 1});
-    Collected console;
-    ASSERT_TRUE(write_vtu_frames(stored.model, stored.run, console)) << console.errors;
-    const std::string list = read_file(folder.file("log/full.pvd"));
-    std::filesystem::rename(folder.file("log/full_000002.vtu"), folder.file("log/full.vtu"));
-    Report report = open_in_vtk(folder);
-    const Frame& frame = *stored.run.results[1];
-    EXPECT_EQ(report["point.displacement"], frame.mode_vec);
-    EXPECT_EQ(report["point.plastic_strain"].at(1), frame.node_stress[4 * 24 + 3 + 1]);
-    EXPECT_TRUE(
-        contains(list, formatted("timestep=\"%.9e\" part=\"0\" file=\"full_000002.vtu\"", frame.n_freq)));
-    // stopped within a file or between two
-    struct : Collected {
+    const StoredRun stored = full_run(folder, ElementKind::hexahedron, 2, {1, 1, 1});
+    struct : Collected {  // is stopped within a file or between two
         int patience = 0;
         mutable int asked = 0;
         bool cancelled() const override { return ++asked > patience; }
     } hasty;
-    for (hasty.patience = 2; hasty.patience < 9; ++hasty.patience) {
-        std::filesystem::remove(folder.file("log/full.pvd"));
-        hasty.asked = 0;
-        hasty.clear();
+    for (hasty.patience = 2; hasty.patience < 9; ++hasty.patience, hasty.asked = 0)
         EXPECT_FALSE(write_vtu_frames(stored.model, stored.run, hasty));
-        EXPECT_EQ(lines_of(hasty.errors).size(), 1u) << hasty.errors;
-        EXPECT_FALSE(std::filesystem::exists(folder.file("log/full.pvd")));
-    }
+    EXPECT_EQ(lines_of(hasty.errors).size(), 7u) << hasty.errors;
+    EXPECT_FALSE(std::filesystem::exists(folder.file("log/full.pvd")));
+
+    Collected console;
+    ASSERT_TRUE(write_vtu_frames(stored.model, stored.run, console)) << console.errors;
+    std::filesystem::rename(folder.file("log/full_000002.vtu"), folder.file("log/full.vtu"));
+    Report report = open_in_vtk(folder);
+    const Frame& frame = *stored.run.results[1];
+    EXPECT_EQ(report["point.displacement"], frame.mode_vec);
+    EXPECT_EQ(report["point.plastic_strain"].at(1), frame.node_stress[4 * frame.mode_vec.size() + 3 + 1]);
+    EXPECT_TRUE(contains(read_file(folder.file("log/full.pvd")),
+                         formatted("timestep=\"%.9e\" part=\"0\" file=\"full_000002.vtu\"", frame.n_freq)));
 }

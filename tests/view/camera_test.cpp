@@ -106,27 +106,25 @@ TEST(Camera, WheelKeepsWhatIsUnderTheCursor) {
 TEST(Camera, FitFillsTheRoomBesideTheTexts) {
     const Mesh mesh = hexa_box({{3, 2, 1}, {3, 1, 0.5}, [](double* x) { x[1] += 0.3 * x[0] * x[0] - 5; }});
     const Scene scene{mesh.size_info, mesh.max_length};
-    for (const auto& [width, height, m] : {std::tuple{800, 600, Margins{}},
-                                           {300, 900, Margins{}},
+    const Margins right_and_foot{0, 250, 0, 60}, left_and_top{100, 0, 80, 0};
+    for (const auto& [width, height, m] : {std::tuple{300, 900, Margins{}},
                                            {1600, 300, Margins{}},
-                                           {800, 600, Margins{0, 250, 0, 60}},
-                                           {800, 600, Margins{100, 0, 80, 0}}})
+                                           {800, 600, right_and_foot},
+                                           {800, 600, left_and_top}})
         for (const ViewDirection direction : all_directions) {
             Camera camera = camera_from(direction, width, height);
             fit_points(camera, scene, mesh.coordinates, m);
-            const double room[2] = {width - m.left - m.right, height - m.top - m.bottom};
-            const double begin[2] = {m.left, m.top};
-            double low[2] = {9, 9}, high[2] = {-9, -9};  // shares of the room
+            std::vector<double> x, y;  // shares of the room
             for (std::int64_t n = 0; n < mesh.node_num(); ++n) {
                 const Vec3 at = project(camera, scene, triple(mesh.coordinates, n)).value();
                 EXPECT_LT(std::abs(at[2]), 1);
-                for (int a = 0; a < 2; ++a) {
-                    low[a] = std::min(low[a], (at[a] - begin[a]) / room[a]);
-                    high[a] = std::max(high[a], (at[a] - begin[a]) / room[a]);
-                }
+                x.push_back((at[0] - m.left) / (width - m.left - m.right));
+                y.push_back((at[1] - m.top) / (height - m.top - m.bottom));
             }
-            EXPECT_NEAR(std::max(high[0] - low[0], high[1] - low[1]), 0.9, 1e-6);
-            EXPECT_NEAR(std::max({high[0], high[1], 1 - low[0], 1 - low[1]}), 0.95, 1e-8);
+            const auto [left, right] = std::ranges::minmax(x);
+            const auto [top, foot] = std::ranges::minmax(y);
+            EXPECT_NEAR(std::max(right - left, foot - top), 0.9, 1e-6);
+            EXPECT_NEAR(std::max({right, foot, 1 - left, 1 - top}), 0.95, 1e-8);
         }
     Camera plain = camera_from(ViewDirection::x, 200, 100), squeezed = plain;
     fit_points(plain, scene, mesh.coordinates);
@@ -136,13 +134,10 @@ TEST(Camera, FitFillsTheRoomBesideTheTexts) {
 }
 
 TEST(Camera, LooksAlongTheNamedAxis) {
+    const Vec3 viewers[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {-1, 0, 0}, {0, -1, 0}, {0, 0, -1}, {1, 1, 1}};
     for (std::size_t k = 0; k < 7; ++k) {
-        Vec3 viewer{1, 1, 1}, up{-1, -1, 2};
-        if (k < 6) {
-            viewer = up = {};
-            viewer[k % 3] = k < 3 ? 1 : -1;
-            up[k % 3 == 2 ? 1 : 2] = 1;
-        }
+        const Vec3 viewer = viewers[k],
+                   up = k == 6 ? Vec3{-1, -1, 2} : Vec3{0, k % 3 == 2 ? 1.0 : 0, k % 3 == 2 ? 0 : 1.0};
         const Camera camera = camera_from(all_directions[k], 4, 3);
         expect_rotation(camera.turn);
         EXPECT_NEAR(transform(camera.turn, unit(viewer))[2], 1, 1e-12);
@@ -176,8 +171,7 @@ TEST_P(Picking, FindsTheNodeUnderThePixel) {
             const Vec3 p = triple(mesh.coordinates, n);
             bool faces_viewer = false;  // the viewer stands beyond a side that holds the node
             for (std::size_t c = 0; c < 3; ++c)
-                faces_viewer |= (p[c] == mesh.size_info[3 + c] && eye[c] > p[c]) ||
-                                (p[c] == mesh.size_info[c] && eye[c] < p[c]);
+                faces_viewer |= p[c] == mesh.size_info[(eye[c] > p[c] ? 3 : 0) + c];
             if (!faces_viewer) continue;
             ++tried;
             const Vec3 pixel = project(camera, scene, p).value();
@@ -201,8 +195,7 @@ TEST(PickingOnABox, TakesTheFrontAndMissesBeside) {
     EXPECT_FALSE(pick_node({{1, 1, 9}, {0, 0, 1}}, surface, mesh.coordinates));      // behind the viewer
     EXPECT_FALSE(pick_node({{2.01, 1, 9}, {0, 0, -1}}, surface, mesh.coordinates));  // just beside
     const Pick near = pick_node({{2.01, 1.01, 9}, {0, 0, -1}}, surface, mesh.coordinates, 0.01).value();
-    EXPECT_EQ(near.place[0], 2);
-    EXPECT_EQ(near.place[1], 1);
+    EXPECT_EQ((std::array{near.place[0], near.place[1]}), (std::array{2.0, 1.0}));
     std::vector<double> u(mesh.coordinates.size(), 0.0), values(27, 7.5);
     u[3 * 22 + 1] = -0.25;
     EXPECT_EQ(status_text(front, mesh, u, values, 4),

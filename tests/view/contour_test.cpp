@@ -1,11 +1,12 @@
-// Values, ranges, colours, legend texts and drawn displacements.
-#include "view/contour.h"
+// Values, ranges, colours, legend texts and drawn displacements; what is recomputed when.
+#include "view/picture.h"
 
 #include <gtest/gtest.h>
 
 #include <limits>
 
 #include "support/box_mesh.h"
+#include "support/near.h"
 #include "view/deformation.h"
 #include "view/legend.h"
 
@@ -19,16 +20,15 @@ constexpr double nan_value = std::numeric_limits<double>::quiet_NaN();
 using enum AnalysisType;
 
 TEST(ContourColor, RunsFromBlueToRedAtFullBrightness) {
-    const std::pair<double, Color> known[] = {{0, {0, 0, 1, 1}},
-                                              {0.25, {0, 1, 1, 1}},
-                                              {0.5, {0, 1, 0, 1}},
-                                              {0.75, {1, 1, 0, 1}},
-                                              {1, {1, 0, 0, 1}},
-                                              {0.1, {0, 0.25f, 1, 1}},  // d = 0.8: (0, 0.2, 0.8) over 0.8
-                                              {nan_value, {0.5f, 0.5f, 0.5f, 1}}};
-    for (const auto& [v, color] : known)
-        for (std::size_t k = 0; k < 4; ++k) EXPECT_FLOAT_EQ(contour_color(v, 1)[k], color[k]) << "v = " << v;
-    EXPECT_FLOAT_EQ(contour_color(0.3, 0.4)[3], 0.4f);
+    // at 0.1 d is 0.8: (0, 0.2, 0.8) over 0.8
+    const double at[] = {0, 0.1, 0.25, 0.5, 0.75, 1, nan_value};
+    const Vec3 color[] = {{0, 0, 1}, {0, 0.25, 1}, {0, 1, 1},      {0, 1, 0},
+                          {1, 1, 0}, {1, 0, 0},    {0.5, 0.5, 0.5}};
+    for (std::size_t k = 0; k < 7; ++k) {
+        const auto [red, green, blue, alpha] = contour_color(at[k], 0.4);
+        expect_near({red, green, blue}, color[k], 1e-6);
+        EXPECT_FLOAT_EQ(alpha, 0.4f);
+    }
 }
 
 // Two frames; a displacement is frame·(component + 1), a stress 100·frame + 10·group + component.
@@ -68,10 +68,8 @@ TEST_F(Values, RangeOverTheShownNodesNamesItsEnds) {
     std::vector<double> values{5, -3, nan_value, 9, 9, -3, 100, std::numeric_limits<double>::infinity()};
     const std::vector<std::int32_t> shown{0, 1, 2, 3, 4, 5, 7};
     const ValueRange range = value_range(values, shown).value();
-    EXPECT_EQ(range.low.value, -3);
-    EXPECT_EQ(range.low.node, 2);
-    EXPECT_EQ(range.high.value, 9);
-    EXPECT_EQ(range.high.node, 4);
+    const ContourBar bar = contour_bar(6, nonlinear_static, range);
+    EXPECT_EQ(bar.smallest + bar.largest, "Min -3.000e+00 Node:2Max 9.000e+00 Node:4");
     EXPECT_DOUBLE_EQ(normalised(0, range), 0.25);
     EXPECT_EQ(normalised(100, range), 1);  // a hidden node outside the range
     EXPECT_TRUE(std::isnan(normalised(nan_value, range)));
@@ -81,43 +79,41 @@ TEST_F(Values, RangeOverTheShownNodesNamesItsEnds) {
     EXPECT_DOUBLE_EQ(normalised(0, huge), 0.5);
 
     const ValueRange all = value_range_all_frames(6, mesh, results, std::vector{0, 7}).value();
-    EXPECT_EQ(all.low.value, 101);
-    EXPECT_EQ(all.low.frame, 1);
-    EXPECT_EQ(contour_bar(6, nonlinear_static, all).largest, "Max 2.010e+02 Node:1 Frame:2");
+    const ContourBar all_bar = contour_bar(6, nonlinear_static, all);
+    EXPECT_EQ(all_bar.smallest, "Min 1.010e+02 Node:1 Frame:1");
+    EXPECT_EQ(all_bar.largest, "Max 2.010e+02 Node:1 Frame:2");
     EXPECT_FALSE(value_range_all_frames(17, mesh, results, shown));
 }
 
 TEST(Legend, NamesWhatTheAnalysisShows) {
-    const auto text = [](AnalysisType type, std::int32_t contour, std::int32_t frame,
-                         const std::vector<double>& n_freq = {0.5, 7, 12.344}) {
+    const std::vector<double> known{0.5, 7, 12.344}, unknown{0, 0, 0}, from_0{0, 0.02};
+    for (const auto& [type, contour, n_freq, frame, expected] : {
+             std::tuple{eigen, 4, known, 3, "Mode3___12.34[Hz]"},
+             {linear_static, 10, known, 1, "Stress zx"},
+             {linear_static, 18, known, 1, ""},
+             {nonlinear_static, 0, known, 2, "Displacement Mag., step 2/3"},
+             {explicit_dynamics, 4, known, 1, "Mises Stress, step 1/3  Time:0.500000[s]"},
+             {AnalysisType{7}, 4, known, 1, ""},
+             {eigen, 4, known, 0, ""},
+             {eigen, 4, known, 4, ""},
+             {explicit_dynamics, 17, unknown, 3, ", step 3/3  Time:0.020000[s]"},
+             {explicit_dynamics, 17, from_0, 1, ", step 1/2  Time:0.000000[s]"},
+             {explicit_dynamics, 17, from_0, 2, ", step 2/2  Time:0.020000[s]"},
+         }) {
         Results results;
         for (const double value : n_freq) {
             Frame one;
             one.n_freq = value;
             results.push_back(std::make_shared<const Frame>(one));
         }
-        return legend_text(type, contour, results, {.end_time = 0.03}, frame);
-    };
-    EXPECT_EQ(text(eigen, 4, 3), "Mode3___12.34[Hz]");
-    EXPECT_EQ(text(linear_static, 10, 1), "Stress zx");
-    EXPECT_EQ(text(linear_static, 18, 1), "");
-    EXPECT_EQ(text(nonlinear_static, 0, 2), "Displacement Mag., step 2/3");
-    EXPECT_EQ(text(explicit_dynamics, 4, 1), "Mises Stress, step 1/3  Time:0.500000[s]");
-    EXPECT_EQ(text(AnalysisType{7}, 4, 1), "");
-    EXPECT_EQ(text(eigen, 4, 0), "");
-    EXPECT_EQ(text(eigen, 4, 4), "");
-    // times that are not known, and the start of a run
-    EXPECT_EQ(text(explicit_dynamics, 17, 3, {0, 0, 0}), ", step 3/3  Time:0.020000[s]");
-    EXPECT_EQ(text(explicit_dynamics, 17, 1, {0, 0.02}), ", step 1/2  Time:0.000000[s]");
-    EXPECT_EQ(text(explicit_dynamics, 17, 2, {0, 0.02}), ", step 2/2  Time:0.020000[s]");
+        EXPECT_EQ(legend_text(type, contour, results, {.end_time = 0.03}, frame), expected);
+    }
 }
 
 TEST(Legend, BarCarriesValuesAndColours) {
     const ValueRange range{{-100, 3, 0}, {300, 12, 0}};
     const ContourBar bar = contour_bar(4, linear_static, range);
     EXPECT_EQ(bar.title, "Mises Stress [Pa]");
-    EXPECT_EQ(bar.largest, "Max 3.000e+02 Node:12");
-    EXPECT_EQ(bar.smallest, "Min -1.000e+02 Node:3");
     ASSERT_EQ(bar.ticks.size(), bar.colors.size());
     ASSERT_GE(bar.ticks.size(), 5u);
     EXPECT_EQ(bar.ticks.front().text, "-1.000e+02");
@@ -140,30 +136,26 @@ TEST(Legend, BarStaysInsideTheView) {
          {std::pair{1200.0, 800.0}, {640.0, 480.0}, {200.0, 150.0}, {20.0, 20.0}, {1.0, 1.0}}) {
         const BarLayout bar = bar_layout(width, height, 90, 16);
         EXPECT_GE(std::min({bar.panel_x, bar.panel_y, bar.bar_height}), 0);
-        EXPECT_LE(bar.panel_x + bar.panel_width, width);
-        EXPECT_LE(bar.panel_y + bar.panel_height, height);
+        const double right = bar.panel_x + bar.panel_width, foot = bar.panel_y + bar.panel_height;
+        EXPECT_TRUE(right <= width && foot <= height);
         if (height < 150) continue;
-        EXPECT_LE(bar.text_x + 90, bar.panel_x + bar.panel_width);
-        EXPECT_LT(bar.largest_y, bar.bar_y);
-        EXPECT_LE(bar.smallest_y, bar.panel_y + bar.panel_height);
+        EXPECT_TRUE(bar.text_x + 90 <= right && bar.largest_y < bar.bar_y && bar.smallest_y <= foot);
         EXPECT_GT(bar.bar_height, 0);
     }
 }
 
 TEST(Deformation, FollowsTheAnalysis) {
     const std::vector<double> vector{0, 0, 0, 3e-5, 0, 4e-5, 1e-5, 0, 0};  // largest 5e-5
-    auto drawn = [&](AnalysisType type, double L, double mode_scale, bool automatic) {
-        return 5e-5 * scale_factor(type, vector, {L, mode_scale, automatic});
-    };
-    EXPECT_NEAR(drawn(eigen, 2, 1, true), 0.4, 1e-12);
-    EXPECT_NEAR(drawn(eigen, 2, 2.5, false), 1.0, 1e-12);
-    EXPECT_NEAR(drawn(linear_static, 2, 3, true), 0.6, 1e-12);
-    EXPECT_NEAR(drawn(linear_static, 2, 3, false), 1.5e-4, 1e-15);
-    // 1/200 of the model is large enough to be seen as it is
-    EXPECT_NEAR(drawn(linear_static, 0.0099, 1, true), 5e-5, 1e-15);
-    EXPECT_NEAR(drawn(linear_static, 0.0101, 1, true), 0.00101, 1e-12);
-    for (const auto type : {nonlinear_static, explicit_dynamics})
-        EXPECT_DOUBLE_EQ(drawn(type, 2, 1, true), 5e-5);
+    for (const auto& [type, rule, drawn] : {std::tuple{eigen, ScaleRule{2, 1, true}, 0.4},
+                                            {eigen, {2, 2.5, false}, 1.0},
+                                            {linear_static, {2, 3, true}, 0.6},
+                                            {linear_static, {2, 3, false}, 1.5e-4},
+                                            // 1/200 of the model is large enough to be seen as it is
+                                            {linear_static, {0.0099, 1, true}, 5e-5},
+                                            {linear_static, {0.0101, 1, true}, 0.00101},
+                                            {nonlinear_static, {2, 1, true}, 5e-5},
+                                            {explicit_dynamics, {2, 1, true}, 5e-5}})
+        EXPECT_NEAR(5e-5 * scale_factor(type, vector, rule) / drawn, 1, 1e-12);
     const std::vector<double> zero(9, 0.0), broken{1, 2, nan_value};
     EXPECT_EQ(scale_factor(eigen, zero, {}), 0);
     EXPECT_EQ(scale_factor(linear_static, zero, {}), 1);
@@ -171,17 +163,88 @@ TEST(Deformation, FollowsTheAnalysis) {
         EXPECT_EQ(scale_factor(type, broken, {}), 0);
     EXPECT_EQ(scale_text(2000), "Deformation x 2000");
 
-    const auto modes = phase_table(eigen), steps = phase_table(linear_static);
-    EXPECT_EQ(modes[0], 1);
-    EXPECT_NEAR(modes[5], 0, 1e-9);
-    EXPECT_NEAR(modes[10], -1, 1e-9);
-    for (const double factor : steps) EXPECT_EQ(factor, 1);
+    const auto modes = phase_table(eigen);
+    expect_near({modes[0], modes[5], modes[10]}, {1, 0, -1}, 1e-9);
+    for (const double factor : phase_table(linear_static)) EXPECT_EQ(factor, 1);
     const std::vector<double> x{1, 2, 3, 4, 5, 6}, u{1, 0, -1, 0, 2, 0}, bad{nan_value, 0, 0, 0, 0, 0};
     std::vector<double> out;
     displace(x, u, 0.5, out);
     EXPECT_EQ(out, (std::vector<double>{1.5, 2, 2.5, 4, 6, 6}));
     displace(x, bad, 0, out);
     EXPECT_EQ(out, x);
+}
+
+struct PictureOf : ::testing::Test {
+    PictureOf() {
+        state.result_ready = true;
+        state.contour = 1;
+        run.mesh = model.mesh = hexa_box({{2, 2, 2}, {2, 1, 1}});
+        run.ana_type = AnalysisType::linear_static;
+        Frame frame(run.mesh.dof_num());
+        for (std::int32_t n = 0; n < run.mesh.node_num(); ++n)
+            frame.mode_vec[3 * n] = 0.5 * run.mesh.node(n)[0];
+        run.results.assign(2, std::make_shared<const Frame>(frame));
+    }
+    // Which of faces, colours and shape have changed since the last call.
+    std::string changed() {
+        const std::array<std::uint64_t, 3> before = last;
+        picture.update(tables, state);
+        last = {picture.faces_revision(), picture.color_revision(), picture.shape_revision()};
+        std::string text;
+        for (std::size_t k = 0; k < 3; ++k) text += last[k] != before[k] ? "fcs"[k] : '-';
+        return text;
+    }
+    Model model;
+    kestralum::Run run;
+    SceneTables tables{model, &run, {}, {}};
+    DisplayState state;
+    Picture picture;
+    std::array<std::uint64_t, 3> last{};
+};
+
+TEST_F(PictureOf, RecomputesWhatDependsOnTheChange) {
+    EXPECT_EQ(changed(), "fcs");
+    state.phase = 7;
+    state.light = {9, 9, 9};
+    EXPECT_EQ(changed(), "---");
+    state.contour = 2;
+    EXPECT_EQ(changed(), "-c-");
+    state.mode_scale = 3;
+    EXPECT_EQ(changed(), "--s");
+    state.frame = 2;
+    EXPECT_EQ(changed(), "-cs");
+    state.all_frames_range = true;
+    EXPECT_EQ(changed(), "-c-");
+    state.transparency = 0.5;
+    EXPECT_EQ(changed(), "fcs");
+    EXPECT_TRUE(picture.translucent());
+    state.contour = 17;  // lit parts are opaque
+    EXPECT_EQ(changed(), "fcs");
+    EXPECT_FALSE(picture.translucent());
+    picture.results_changed();
+    EXPECT_EQ(changed(), "-cs");
+    picture.mesh_changed();
+    EXPECT_EQ(changed(), "fcs");
+}
+
+TEST_F(PictureOf, ShowsNoValuesWithoutResults) {
+    changed();
+    ASSERT_TRUE(picture.contour());
+    EXPECT_EQ(picture.range()->high.value, 1);
+    EXPECT_TRUE(picture.deformed());
+    run.results.clear();  // the frame shown stays until the picture is brought up to date
+    EXPECT_EQ(picture.vector()[3], 0.5);
+    for (const bool ready : {true, false}) {  // no frames; a model that no run belongs to
+        state.result_ready = ready;
+        SceneTables alone{model, ready ? &run : nullptr, {}, {}};
+        picture.results_changed();
+        picture.update(alone, state);
+        EXPECT_FALSE(picture.contour());
+        EXPECT_FALSE(picture.deformed());
+        std::vector<double> places;
+        picture.place(alone, 0, places);
+        EXPECT_EQ(places, model.mesh.coordinates);
+    }
 }
 
 }  // namespace
