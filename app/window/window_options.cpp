@@ -99,8 +99,11 @@ void describe_snapshot(CLI::App& app, WindowOptions& options) {
     for (const AnalysisEntry& entry : analysis_table()) analyses.push_back(entry.batch_word);
     for (const view::ViewEntry& entry : view::view_entries) entries.push_back(option_word(entry.text));
     CLI::Option* snapshot =
-        add_text(app, "--snapshot", "FILE", "draws the model into an image (.png) without showing a window",
-                 options.snapshot);
+        add_value(app, "--snapshot", "FILE", "draws the model into an image (.png) without showing a window",
+                  [&options](const std::string& text) {
+                      options.snapshot = text;
+                      return std::string(text.empty() ? "--snapshot wants the name of an image" : "");
+                  });
     auto add = [&](const std::string& name, const std::string& shape, const std::string& description,
                    Take take) {
         return add_value(app, name, shape, description, std::move(take))

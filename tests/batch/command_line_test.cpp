@@ -1,5 +1,6 @@
-// The batch command's line, word by word.
+// The programs' command lines, word by word.
 #include "app/batch/batch_options.h"
+#include "app/window/window_options.h"
 #include "batch_run.h"
 #include "model/format.h"
 
@@ -9,11 +10,12 @@ using namespace kestralum::testing;
 namespace {
 
 // Words between blanks; '' stands for an empty one.
-BatchOptions parsed(const std::string& line) {
+template <typename Parse>
+auto parsed(const std::string& line, Parse parse) {
     std::vector<std::string> words = tokens_of(line);
     std::vector<const char*> arguments;
     for (std::string& word : words) arguments.push_back(word == "''" ? "" : word.c_str());
-    return parse_batch_options(arguments);
+    return parse(arguments);
 }
 
 // What a line asks for, but for what it leaves as it is by default.
@@ -47,7 +49,7 @@ TEST(CommandLine, SaysWhatToRun) {
         {"check m --vtu --help", "check m vtu help"}, {"--version", "  version"}};
     // clang-format on
     for (const auto& [line, expected] : lines) {
-        const BatchOptions options = parsed(line);
+        const BatchOptions options = parsed(line, parse_batch_options);
         EXPECT_EQ(options.error, "") << line;
         EXPECT_EQ(told(options), expected) << line;
     }
@@ -73,10 +75,38 @@ TEST(CommandLine, NamesTheWordThatIsWrong) {
         {"check bar.txt --probe 1,2,3", "--probe"}, {"check bar.txt --tidy", "--tidy"}};
     // clang-format on
     for (const auto& [line, word] : lines) {
-        const BatchOptions options = parsed(line);
+        const BatchOptions options = parsed(line, parse_batch_options);
         EXPECT_TRUE(contains(options.error, word)) << line << ": " << options.error;
         EXPECT_EQ(options.error.find('\n'), std::string::npos) << line;
     }
+}
+
+TEST(CommandLine, SaysWhatTheWindowShows) {
+    const WindowOptions bare = parsed("'' m.txt --log b --quiet", parse_window_options);
+    EXPECT_EQ(bare.error + bare.snapshot + bare.model_file + bare.log_folder, "m.txtb");
+    EXPECT_TRUE(bare.quiet && bare.contour == 4 && !bare.plastic_strain);
+    const WindowOptions full = parsed(
+        "--snapshot a.png --result r --contour -1 --frame 3 --view z --size 640x480 --scale 0.1 --opacity 1 "
+        "--show node,part-axes --hide bc --frame 4",
+        parse_window_options);
+    EXPECT_EQ(full.error + full.snapshot + full.result_file, "a.pngr");
+    EXPECT_TRUE(full.contour == -1 && full.frame == 4 && full.scale == 0.1 && full.opacity == 1);
+    EXPECT_TRUE(full.direction == view::ViewDirection::z && full.size == (std::array{640, 480}));
+    EXPECT_TRUE(full.show == (std::vector<std::size_t>{0, 5}) && full.hide == std::vector<std::size_t>{6});
+    EXPECT_TRUE(parsed("m --snapshot a --contour plastic", parse_window_options).plastic_strain);
+    // clang-format off
+    const std::pair<const char*, const char*> refused[] = {
+        {"--snapshot", "--snapshot wants"}, {"m --snapshot ''", "--snapshot wants"}, {"--snapshot a", "model file"},
+        {"m --frame 2", "--frame requires --snapshot"}, {"m --snapshot a --frame 0", "'0'"},
+        {"m --snapshot a --contour 18", "'18', or plastic"}, {"m --snapshot a --scale nan", "'nan'"},
+        {"m --snapshot a --size 640*480", "'640*480'"}, {"m --snapshot a --view w", "'w'"},
+        {"m --snapshot a --hide wires", "'wires'"}, {"m --snapshot a --analysis dynamic", "'dynamic'"},
+        {"m --snapshot a --analysis static --result r", "--result"}, {"m n", "'n'"}, {"-x", "-x"},
+        {"m --log ''", "empty"}, {"m --snapshot=a", "--snapshot=a"}};
+    // clang-format on
+    for (const auto& [line, word] : refused)
+        EXPECT_TRUE(contains(parsed(line, parse_window_options).error, word)) << line;
+    EXPECT_EQ(parsed("m --frame 2 --help", parse_window_options).error, "");
 }
 
 TEST_F(Batch, BadUsageIsOneLineAndTouchesNothing) {
