@@ -1,0 +1,142 @@
+// What makes an analysis a function: the model stays as it was, two runs do not see each other, a stop asked
+// for at any place leaves the earlier files, and the loops of a step take no memory.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <thread>
+
+#include "support/explicit_run.h"
+
+namespace {
+std::atomic<std::int64_t> allocations{0};
+}
+
+void* operator new(std::size_t bytes) {
+    ++allocations;
+    if (void* block = std::malloc(bytes > 0 ? bytes : 1)) return block;
+    throw std::bad_alloc();
+}
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    std::free(block);
+}
+
+namespace kestralum {
+namespace {
+
+using testing::analysis_settings;
+using testing::rect;
+
+const std::string block = testing::ModelText{.parts = rect("b", "0.3 0.2 1", "3 2 12"),
+                                             .supports = "c plane z 0 0 0 0 0 0",
+                                             .forces = "f area x 1000 0 0.3 0 0.2 1 1",
+                                             .others = "mode_num 4 %\n"};
+const char* control = "d_time 0 end_time 1e-4 output_frequency 5";
+
+// Asks to stop when it has taken so many pieces of text.
+class StopsAt : public testing::Collected {
+public:
+    std::int64_t left = -1, taken = 0;
+
+protected:
+    void take(Kind kind, std::string_view text) override {
+        ++taken;
+        if (left >= 0 && left-- == 0) cancel();
+        testing::Collected::take(kind, text);
+    }
+};
+
+class AnyAnalysis : public testing::ExplicitTest, public ::testing::WithParamInterface<const char*> {
+protected:
+    Analyse analysis() const { return find_analysis(GetParam())->analyse; }
+};
+
+TEST_P(AnyAnalysis, LeavesTheModelAndTwoRunsAtOnceDoNotSeeEachOther) {
+    read(block, control);
+    const Model before = model;
+    const Settings of_all = analysis_settings();
+    const auto run_into = [&](const std::string& name, testing::Collected& lines) {
+        RunOptions own;
+        own.log_folder = folder.file(name);
+        std::filesystem::create_directory(own.log_folder);
+        EXPECT_EQ(analysis()(model, of_all, own, lines).report.status, RunStatus::done);
+        return testing::read_file(std::filesystem::path(own.log_folder) / "result_model.txt");
+    };
+    testing::Collected alone_lines, first_lines, second_lines;
+    const std::string alone = run_into("alone", alone_lines);
+    std::string first, second;
+    std::thread other([&] { second = run_into("second", second_lines); });
+    first = run_into("first", first_lines);
+    other.join();
+    EXPECT_TRUE(first == alone && second == alone);
+    EXPECT_TRUE(std::abs(std::ssize(first_lines.lines) - std::ssize(alone_lines.lines)) < 200)
+        << "the times differ";
+    EXPECT_EQ(model.mesh.coordinates, before.mesh.coordinates);
+    EXPECT_EQ(model.mesh.connectivity, before.mesh.connectivity);
+    EXPECT_EQ(model.mesh.node_n_dir, before.mesh.node_n_dir);
+}
+
+TEST_P(AnyAnalysis, AStopAtAnyPlaceLeavesTheEarlierFile) {
+    read(block, control);
+    const Settings of_all = analysis_settings(1);
+    options.log_folder = folder.file("log");
+    StopsAt whole;
+    ASSERT_EQ(analysis()(model, of_all, options, whole).report.status, RunStatus::done);
+    const bool keeps_what_it_reached = GetParam() == std::string("explicit");
+    constexpr int places = 25;
+    for (int k = 0; k < places; ++k) {
+        folder.write("log/result_model.txt", "an earlier run's");
+        StopsAt stopping;
+        stopping.left = whole.taken * k / places;
+        const kestralum::Run stopped = analysis()(model, of_all, options, stopping);
+        EXPECT_FALSE(std::filesystem::exists(log("result_model.txt.part")))
+            << "stopped at " << k << "/" << places;
+        if (stopped.report.status == RunStatus::done) continue;  // asked for after the last look
+        EXPECT_EQ(stopped.report.status, RunStatus::cancelled) << "stopped at " << k << "/" << places;
+        EXPECT_EQ(stopped.report.remarks.errors.size(), 1u);
+        if (keeps_what_it_reached && stopped.report.has_results()) continue;
+        EXPECT_TRUE(stopped.results.empty());
+        EXPECT_EQ(file("result_model.txt"), "an earlier run's") << "stopped at " << k << "/" << places;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, AnyAnalysis,
+                         ::testing::Values("static", "eigen-subspace", "eigen-lanczos", "nonlinear",
+                                           "explicit"),
+                         [](const auto& name) {
+                             std::string text = name.param;
+                             std::replace(text.begin(), text.end(), '-', '_');
+                             return text;
+                         });
+
+class Allocations : public testing::ExplicitTest {};
+
+TEST_F(Allocations, NoneInAStepWithRigidBodiesSpringsWallsAndContact) {
+    read(
+        testing::ModelText{
+            .material = "8000 2e11 0.3",
+            .parts = rect("A", "0.1 0.1 0.1", "3 3 3") + rect("B", "0.1 0.1 0.1", "2 2 2", "0 0 0.1005"),
+            .rigid = "TOP area 0.05 0.05 0.2 0 0.1 0 0.1 0.2005 0.2005 FOOT area 0.05 0.05 0 0 0.1 0 0.1 0 "
+                     "0 % rigid_combine S TOP FOOT 1e6 1e6 1e6 1e3 1e3 1e3 % rigid_force F TOP z -1000 %"},
+        "end_time 1e-3 output_frequency 100000 Element_contact on Gravity -z RIGID_WALL FLOOR plane +z 0 0 0 "
+        "0.1 0 0 0 0 "
+        "-0.001 -0.001 0 0 0 % ELEMENT_CONTACT HIT A B 1 0.1 0 0.002 -1 1 -1 1 -1 1 0 % INITIAL_VELOCITY B "
+        "part z -5 0 0 "
+        "0 0 0 0 %");
+    SilentProgress silent;
+    settings = analysis_settings();
+    state = std::make_unique<ExplicitState>();
+    job.reset(new Job{model, settings, options, silent, result});
+    ASSERT_TRUE(set_up_explicit(*job, *state)) << report.remarks.errors[0];
+    run_to(90);  // what grows with the contacts has grown
+    const std::int64_t before = allocations;
+    while (state->step % 100 != 99) explicit_step(*job, *state);
+    EXPECT_EQ(allocations, before);
+}
+
+}  // namespace
+}  // namespace kestralum
