@@ -16,11 +16,7 @@ constexpr auto look = 10ms;    // how often a wait looks for a cancel
 
 Run LiveRun::work(const Shows& shows, Progress& progress) {
     ExplicitAnalysis analysis(*model_, settings_, options_, progress);
-    if (!analysis.begin()) {
-        Run refused;
-        refused.report = analysis.run().report;
-        return refused;
-    }
+    if (!analysis.begin()) return analysis.take();
     shows.start(std::make_shared<Run>(analysis.run()));
     const auto shown = [&] { return analysis.run().results.size(); };
     for (bool more = true; more;) {

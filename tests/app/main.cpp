@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
     QSurfaceFormat::setDefaultFormat(format);
     QApplication::setAttribute(Qt::AA_DontUseNativeDialogs);  // the tests answer Qt's own
     QApplication application(argc, argv);
+    QApplication::setQuitOnLastWindowClosed(false);  // each test closes its own
     std::setlocale(LC_NUMERIC, "C");
     return RUN_ALL_TESTS();
 }

@@ -1,8 +1,9 @@
-// A window on the screen for each test, with a store of its own and a folder for its files.
+// A window on the screen for each test, with a folder for its files.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <QAbstractButton>
 #include <QAction>
 #include <QApplication>
 #include <QMessageBox>
@@ -14,8 +15,6 @@
 
 #include "app/window/main_window.h"
 #include "batch/batch_run.h"
-#include "model/console.h"
-#include "model/model_store.h"
 #include "support/temp_folder.h"
 
 namespace kestralum::testing {
@@ -39,43 +38,68 @@ END
 
 class Window : public ::testing::Test {
 protected:
-    void SetUp() override {
-        model_store() = placeholder_model();
-        window = std::make_unique<MainWindow>();
+    void SetUp() override { show_window(true); }
+    void TearDown() override { window.reset(); }
+    void show_window(bool quiet) {
+        window = std::make_unique<MainWindow>(folder.file("log"), quiet);
         bool started = false;
         QObject::connect(window->view(), &GLWidget::started, [&] { started = true; });
         window->show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
         QApplication::setActiveWindow(window.get());
         ASSERT_TRUE(QTest::qWaitFor([&] { return started; }));
-        guard.callOnTimeout([this] { close_forgotten(); });
+        guard.callOnTimeout(window.get(), [this] { close_forgotten(); });
         guard.start(1000);
     }
-    void TearDown() override { window.reset(); }
 
     view::DisplayState& state() { return window->view()->state(); }
-    const view::Picture& shown_picture() { return window->view()->shown().drawing.picture(); }
-    view::Camera& camera() { return window->view()->shown().camera; }
+    ShownModel& shown() { return window->view()->shown(); }
+    const view::Picture& shown_picture() { return shown().drawing.picture(); }
+    using SharedRun = std::shared_ptr<const kestralum::Run>;  // a test has a Run() of its own
+    SharedRun shown_run() { return window->store().run; }
+    const Model& model() { return *window->store().model; }
+    const Mesh& mesh() { return shown().mesh(); }
+    view::Camera& camera() { return shown().camera; }
     QImage picture() { return window->view()->grab_picture(); }
     std::string status() { return window->statusBar()->currentMessage().toStdString(); }
 
+    void wait_for(const std::function<bool()>& what) { ASSERT_TRUE(QTest::qWaitFor(what, 60000)); }
+    void wait_idle() {
+        wait_for([&] { return !window->worker().busy(); });
+    }
+    // True where another model has come into the store.
+    bool open(const QString& file) {
+        const Model* former = &model();
+        window->open_model(file);
+        wait_idle();
+        return &model() != former;
+    }
     bool open(const std::string& text, const std::string& name = "model.txt") {
-        return window->open_model(write(name, text));
+        return open(write(name, text));
+    }
+    void run(const QString& entry) {
+        trigger(entry);
+        wait_idle();
     }
     QString write(const std::string& name, const std::string& text) {
         return QString::fromStdString(folder.write(name, text));
     }
-    // A result by hand: displacement and stress (node_stress 4) are what `value` says of a node's place.
+    // A run by hand: displacement and stress (node_stress 4) of frame 1 are what `value` says of a node's
+    // place; the frames that follow are zero.
     void set_results(const std::function<view::Vec3(const double* x)>& value,
-                     AnalysisType type = AnalysisType::linear_static) {
-        ModelStore& store = model_store();
-        store.ana_type = type;
-        store.results.resize(2, store.mesh.dof_num);
-        for (std::int32_t d = 0; d < store.mesh.dof_num; ++d)
-            store.results.mode_vec[d] = store.results.node_stress[4 * store.mesh.dof_num + d] =
-                value(&store.mesh.coordinates[d / 3 * 3])[d % 3];
-        state().result_ready = true;
-        window->view()->shown().drawing.results_changed();
+                     AnalysisType type = AnalysisType::linear_static, int frames = 2) {
+        auto made = std::make_shared<kestralum::Run>();
+        made->ana_type = type;
+        made->mesh = model().mesh;
+        made->force_node = resolve_force_points(made->mesh, model().forces);
+        const std::int32_t dof_num = made->mesh.dof_num();
+        auto first = std::make_shared<Frame>(dof_num);
+        for (std::int32_t d = 0; d < dof_num; ++d)
+            first->mode_vec[d] = first->node_stress[4 * dof_num + d] = value(made->mesh.node(d / 3))[d % 3];
+        made->results.push_back(first);
+        while (made->mode_num() < frames) made->results.push_back(std::make_shared<Frame>(dof_num));
+        shown().show(window->store().model, made);
+        state().frame = 1;
     }
     void show_only(std::initializer_list<view::ViewFlag> flags, view::ViewDirection from) {
         state().flags.fill(false);
@@ -98,20 +122,26 @@ protected:
     template <typename Dialog>
     void answer_next(const std::function<void(Dialog*)>& answer) {
         ++expected_answers;
-        wait_for_dialog<Dialog>(answer, 100);
+        wait_for_dialog<Dialog>(answer, 600);
     }
-    // Reads and closes the next message box.
-    void close_next_box(std::string& text) {
-        answer_next<QMessageBox>([&text](QMessageBox* box) {
-            text = (box->text() + "\n" + box->informativeText()).toStdString();
+    // Answers the next message boxes in turn, each with the button of that text, or "" to close it; what they
+    // say is added to `told`.
+    void answer_boxes(std::string& told, const QStringList& buttons) {
+        answer_next<QMessageBox>([this, &told, buttons](QMessageBox* box) {
+            told += (box->text() + "\n" + box->informativeText() + "\n").toStdString();
+            if (buttons.size() > 1) answer_boxes(told, buttons.mid(1));
+            for (QAbstractButton* b : box->buttons())
+                if (b->text() == buttons[0]) return b->click();
+            EXPECT_EQ(buttons[0], "") << "not in: " << told;
             box->accept();
         });
     }
-    // What the message box says that comes up meanwhile.
-    std::string told_by(const std::function<void()>& what) {
+    // What the boxes say that come up meanwhile and while the job goes on that begins then.
+    std::string told_by(const std::function<void()>& what, const QStringList& buttons = {""}) {
         std::string told;
-        close_next_box(told);
+        answer_boxes(told, buttons);
         what();
+        wait_idle();
         expect_answered();
         return told;
     }
@@ -129,8 +159,8 @@ private:
         waiting = dialog;
         if (seconds < 8) return;
         const auto* box = qobject_cast<QMessageBox*>(dialog);
-        ADD_FAILURE() << "nobody answered " << dialog->metaObject()->className() << " "
-                      << (box ? (box->text() + box->informativeText()).toStdString() : "");
+        ADD_FAILURE() << "nobody answered "
+                      << (box ? box->text() + box->informativeText() : "").toStdString();
         dialog->close();
     }
     QTimer guard;

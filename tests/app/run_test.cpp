@@ -1,0 +1,250 @@
+// Analyses on the worker: the window goes on meanwhile, and shows what has become whole.
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <atomic>
+
+#include "app/run_process.h"
+#include "app/window_fixture.h"
+#include "solver/factor_files.h"
+
+using namespace kestralum;
+using namespace kestralum::testing;
+using view::Vec3;
+
+namespace {
+
+class Runs : public Window {
+protected:
+    // A bar that starts with a velocity.
+    bool open_flying(const std::string& times) {
+        folder.write("flying.ana", "FLY explicit d_time 1e-7 " + times +
+                                       " C_alfa 0\n"
+                                       "INITIAL_VELOCITY BAR part x 10  0 0 0 0 0 0 % END\n");
+        return open(replaced(bar_text, "CLAMP plane x  0 0 -1 1 -1 1", ""), "flying.txt");
+    }
+    // A job of the worker that goes on until the test lets it end.
+    void start_job() {
+        seen_stop = running = release = false;
+        auto job = [this](Progress& progress) {
+            progress.set_stage("factor");
+            running = true;
+            for (int k = 1; !release && !progress.cancelled(); k += k < 300) {
+                progress.set_count(k, 400);
+                QTest::qSleep(5);
+            }
+            seen_stop = progress.cancelled();
+        };
+        window->worker().start("Static", job, [](const Heard&) {});
+        wait_for([&] { return running.load(); });
+    }
+    QPushButton* stop_button() {
+        for (auto* button : window->statusBar()->findChildren<QPushButton*>())
+            if (button->text() == "Stop" && button->isVisible()) return button;
+        return nullptr;
+    }
+    // Milliseconds from Stop to the end of the job.
+    qint64 stop_takes() {
+        QElapsedTimer time;
+        time.start();
+        QPushButton* stop = stop_button();
+        EXPECT_TRUE(stop);
+        if (stop) stop->click();
+        wait_idle();
+        return time.elapsed();
+    }
+    std::atomic<bool> running, release, seen_stop;
+};
+
+TEST_F(Runs, TheWindowGoesOnMeanwhile) {
+    ASSERT_TRUE(open(block_text));
+    set_results([](const double* x) { return Vec3{x[0], 0, 0}; }, AnalysisType::explicit_dynamics, 5);
+    start_job();
+    int repaints = 0;
+    QObject::connect(window->view(), &GLWidget::painted, [&] { ++repaints; });
+    QTest::qWait(700);
+    EXPECT_GE(repaints, 4);
+    ASSERT_TRUE(stop_button());
+    QString told;
+    for (const auto* label : window->statusBar()->findChildren<QLabel*>()) told += label->text();
+    EXPECT_TRUE(told.contains("Static: factor") && told.contains(" %, ")) << told.toStdString();
+    EXPECT_GT(window->statusBar()->findChild<QProgressBar*>()->value(), 100);
+    QImage before = picture();
+    for (const char* text : {"X", "&Disp. x", "&Wire"}) {
+        trigger(text);
+        EXPECT_NE(picture(), before) << text;
+        before = picture();
+    }
+    trigger("&Start Animation");
+    wait_for([&] { return state().frame == 5; });
+    EXPECT_LT(stop_takes(), 500);
+    EXPECT_TRUE(seen_stop);
+    EXPECT_FALSE(stop_button()) << "the progress of a job that has ended is shown";
+}
+
+TEST_F(Runs, AskBeforeTheyAreDisturbed) {
+    const QString other = write("other.txt", replaced(block_text, "4 2 2 0 0 0", "8 2 2 0 0 0"));
+    const struct {
+        const char* answer;
+        bool stopped;
+        int elements;
+    } cases[] = {{"Wait", false, 32}, {"Stop the run", true, 32}, {"Leave it", false, 16}};
+    for (const auto& c : cases) {
+        ASSERT_TRUE(open(block_text));
+        start_job();
+        std::string told;
+        answer_boxes(told, {c.answer});
+        window->open_model(other);
+        EXPECT_TRUE(contains(told, "Static") && contains(told, "other.txt")) << told;
+        EXPECT_EQ(mesh().element_num(), 16);
+        if (c.stopped) wait_for([&] { return seen_stop.load(); });
+        release = true;
+        wait_idle();
+        EXPECT_EQ(seen_stop, c.stopped) << c.answer;
+        EXPECT_EQ(mesh().element_num(), c.elements) << c.answer;
+    }
+    for (const QString answer : {"Leave it", "Stop the run"}) {
+        start_job();
+        std::string told;
+        answer_boxes(told, {answer});
+        trigger("E&xit");
+        QTest::qWait(500);
+        EXPECT_EQ(window->isVisible(), answer == "Leave it") << told;
+        release = true;
+        wait_idle();
+    }
+}
+
+TEST_F(Runs, ShowWhatTheyComputed) {
+    folder.write("bar.ana", "BAR explicit d_time 1e-7 end_time 1e-5 output_frequency 10 C_alfa 0 END\n");
+    ASSERT_TRUE(open("step_num 4 %\niteration 30 %\n" + bar_text, "bar.txt"));
+    const QImage parts = picture();
+    run("&Static");
+    EXPECT_NE(picture(), parts) << "contour and deformed shape are shown without a click";
+    EXPECT_TRUE(contains(status(), "2.5")) << status();
+    EXPECT_EQ(shown().mode_num(), 1);
+    const std::pair<const char*, AnalysisType> analyses[] = {
+        {"&Eigen(Lanczos)", AnalysisType::eigen},
+        {"&Nonlinear Static", AnalysisType::nonlinear_static},
+        {"&Explicit", AnalysisType::explicit_dynamics}};
+    for (const auto& [text, type] : analyses) {
+        const std::string told = told_by([&] { run(text); }, {"Replace"});
+        EXPECT_TRUE(contains(told, "result_bar.txt")) << told;
+        EXPECT_EQ(shown().ana_type(), type) << text;
+        // load and time steps are shown where they have led to
+        EXPECT_GE(shown().mode_num(), 4) << text;
+        EXPECT_EQ(state().frame, has_steps(type) ? shown().mode_num() : 1) << text;
+    }
+    const SharedRun before = shown_run();
+    told_by([&] { run("&Static"); }, {"Leave it"});
+    EXPECT_EQ(shown_run(), before) << "the file was not to be replaced";
+}
+
+// Whatever ends a run without results leaves picture and store as they were.
+TEST_F(Runs, LeaveThePictureWhereTheyFail) {
+    std::string told = told_by([&] { run("&Static"); });
+    EXPECT_TRUE(contains(told, "no solid elements")) << told;
+    ASSERT_TRUE(open(bar_text, "bar.txt"));
+    run("&Static");
+    const SharedRun before = shown_run();
+    ASSERT_TRUE(before);
+    const QImage drawn = picture();
+    const std::pair<const char*, QStringList> refused[] = {{"&Static", {""}},
+                                                           {"&Explicit(Real Time)", {"Replace", ""}}};
+    for (const auto& [entry, answers] : refused) {
+        SilentProgress silent;
+        LogLock other;
+        ASSERT_TRUE(other.take(folder.file("log"), silent));
+        told = told_by([&] { run(entry); }, answers);
+        EXPECT_TRUE(contains(told, "another run")) << told;
+    }
+    trigger("&Static");
+    window->worker().stop();
+    wait_idle();
+    EXPECT_TRUE(contains(status(), "stopped")) << status();
+    // the disk budget: a warning before, and the window does not end with the run
+    shown().store.settings.free_hd_size = 1e-3;
+    told = told_by([&] { run("&Static"); }, {"Leave it"});
+    EXPECT_TRUE(contains(told, "FREE_HD_SIZE")) << told;
+    told = told_by([&] { run("&Static"); }, {"Run all the same", ""});
+    EXPECT_TRUE(contains(told, "not completed")) << told;
+    EXPECT_TRUE(window->isVisible());
+    EXPECT_EQ(shown_run(), before);
+    EXPECT_EQ(picture(), drawn);
+}
+
+TEST_F(Runs, RemoveTheFactorsFilesOnRequest) {
+    ASSERT_TRUE(open(bar_text, "bar.txt"));
+    run("&Static");
+    EXPECT_FALSE(list_factor_files(folder.file("log")).names.empty());
+    trigger("Remove &Factor Files");
+    run("&Static");
+    EXPECT_TRUE(list_factor_files(folder.file("log")).names.empty());
+}
+
+TEST_F(Runs, StopAndCloseDoNotWait) {
+    ASSERT_TRUE(open_flying("end_time 20 output_frequency 10000"));
+    const auto start = [&] {
+        trigger("&Explicit");
+        wait_for([&] { return window->worker().place().count > 100 && stop_button(); });
+    };
+    start();
+    EXPECT_LT(stop_takes(), 500);
+    EXPECT_TRUE(contains(status(), "stopped")) << status();
+    start();
+    QElapsedTimer time;
+    time.start();
+    window.reset();
+    EXPECT_LT(time.elapsed(), 500);
+}
+
+// ---- in real time
+
+TEST_F(Runs, GoOnWhileTheyAreDrawn) {
+    ASSERT_TRUE(open_flying("end_time 1e-5 output_frequency 10"));
+    int repaints = 0;
+    QObject::connect(window->view(), &GLWidget::painted, [&] {
+        EXPECT_LE(shown().mode_num(), ++repaints) << "more than an interval for a repaint";
+    });
+    trigger("&Explicit(Real Time)");
+    wait_for([&] { return state().real_time && shown().mode_num() >= 3; });
+    EXPECT_EQ(state().frame, shown().mode_num()) << "the picture does not follow";
+    window->slotsModeNumberChanged(1);
+    const int reached = shown().mode_num();
+    wait_for([&] { return shown().mode_num() > reached; });
+    EXPECT_EQ(state().frame, 1) << "a frame that is looked at is left";
+    wait_idle();
+    EXPECT_FALSE(state().real_time);
+    const SharedRun made = shown_run();
+    ASSERT_EQ(made->mode_num(), 11);
+    const Frame& last = *made->results.back();
+    EXPECT_NEAR(last.n_freq, 1e-5, 2e-6);
+    EXPECT_GT(view::largest_displacement(last.mode_vec), 5e-5);
+    // what it wrote comes back, into another model too
+    told_by([&] { open(block_text); }, {"Start-up values"});
+    window->open_displacements(QString::fromStdString(folder.file("log/disp_flying.txt")));
+    wait_idle();
+    EXPECT_EQ(shown().ana_type(), AnalysisType::explicit_dynamics);
+    EXPECT_TRUE(model().forces.empty()) << "the forces belong to another mesh";
+    ASSERT_EQ(shown().mode_num(), 11);
+    for (std::size_t k = 0; k < last.mode_vec.size(); ++k)
+        EXPECT_NEAR(shown_run()->results.back()->mode_vec[k], last.mode_vec[k], 1e-9);
+}
+
+TEST_F(Runs, InRealTimeKeepWhatWasDrawnWhenStopped) {
+    ASSERT_TRUE(open_flying("end_time 20 output_frequency 10000"));
+    trigger("&Explicit(Real Time)");
+    wait_for([&] { return shown().mode_num() >= 3; });
+    std::string told;
+    answer_boxes(told, {"Stop the run"});
+    window->open_results(
+        QString::fromStdString(folder.file("log/result_flying.txt")));  // written at the stop
+    wait_idle();
+    EXPECT_TRUE(contains(told, "Explicit(Real Time)")) << told;
+    EXPECT_FALSE(state().real_time);
+    EXPECT_EQ(shown().ana_type(), AnalysisType::explicit_dynamics);
+    EXPECT_GE(shown().mode_num(), 3);
+}
+
+}  // namespace
