@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "analysis/explicit/explicit_state.h"
-#include "model/console.h"
 #include "support/box_mesh.h"
 
 namespace {
@@ -74,23 +73,26 @@ struct Trial {
 constexpr double point = 427, return_map = 45;
 
 void run(const Trial& work, int threads, double seconds, double operations, double bandwidth) {
-    ModelStore store = placeholder_model();
+    Model model = placeholder_model();
     Material material{.id = 0, .name = "M", .density = 7800, .young = 2e11, .poisson = 0.3};
     material.yield_stress = 1e6;
     material.hardening = 1e9;
-    store.materials = {material};
-    store.parts.assign(1, {});
+    model.materials = {material};
+    model.parts.assign(1, {});
     const double size = 1.0;
-    store.mesh = testing::box_mesh({{work.cells, work.cells, work.cells}, {size, size, size}}, work.kind);
-    store.control.plastic = work.plastic;
-    store.control.end_time = 1e-9;
-    store.control.output_frequency = 1'000'000;
+    model.mesh = testing::box_mesh({{work.cells, work.cells, work.cells}, {size, size, size}}, work.kind);
+    model.control.plastic = work.plastic;
+    model.control.end_time = 1e-9;
+    model.control.output_frequency = 1'000'000;
     Settings settings;
     settings.n_threads = threads;
     ExplicitState state;
-    RunReport report;
-    if (!set_up_explicit(store, settings, {}, state, report)) {
-        std::printf("%s\n", report.remarks.errors.front().c_str());
+    SilentProgress silent;
+    const RunOptions options;
+    Run result;
+    Job job{model, settings, options, silent, result};
+    if (!set_up_explicit(job, state)) {
+        std::printf("%s\n", result.report.remarks.errors.front().c_str());
         return;
     }
     state.team = threads;
@@ -103,7 +105,7 @@ void run(const Trial& work, int threads, double seconds, double operations, doub
     state.velocities_known = false;
     state.step_warned = true;
     const int warm_up = work.plastic ? 200 : 5;
-    for (int s = 0; s < warm_up && !state.diverged; ++s) explicit_step(store, state, report);
+    for (int s = 0; s < warm_up && !state.diverged; ++s) explicit_step(job, state);
     // the best of windows of a fifth of a second and at least two steps: what else runs here shows less
     const auto start = Clock::now();
     double rate = 0;
@@ -111,8 +113,8 @@ void run(const Trial& work, int threads, double seconds, double operations, doub
         const auto window = Clock::now();
         int steps = 0;
         for (; (steps < 2 || seconds_since(window) < 0.2) && !state.diverged; ++steps)
-            explicit_step(store, state, report);
-        rate = std::max(rate, static_cast<double>(store.mesh.element_num()) * steps / seconds_since(window));
+            explicit_step(job, state);
+        rate = std::max(rate, static_cast<double>(result.mesh.element_num()) * steps / seconds_since(window));
     }
     std::vector<double> stress, plastic_strain;
     state.blocks->copy_stresses(stress, plastic_strain);
@@ -120,7 +122,7 @@ void run(const Trial& work, int threads, double seconds, double operations, doub
     for (double a : plastic_strain) yielded += a > 0;
     const double bound = std::min(operations / work.operations, bandwidth / work.bytes);
     std::printf("%-21s %8d %-8s %2d   %8.3f   %8.2f  %8.2f   %4.0f %%%s", element_type(work.kind).name,
-                store.mesh.element_num(), work.plastic ? "plastic" : "elastic", threads, rate / 1e6,
+                result.mesh.element_num(), work.plastic ? "plastic" : "elastic", threads, rate / 1e6,
                 operations / work.operations / 1e6, bandwidth / work.bytes / 1e6, 100 * rate / bound,
                 state.diverged ? "  diverged" : "");
     if (work.plastic)
@@ -134,7 +136,6 @@ void run(const Trial& work, int threads, double seconds, double operations, doub
 int main(int argc, char** argv) {
     const int most_threads = argc > 1 ? std::atoi(argv[1]) : 2;
     const double seconds = argc > 2 ? std::atof(argv[2]) : 3;
-    console::set_lines_enabled(false);
     const double node = 13 * 4 * 8;  // bytes of a node's arrays in a step
     const Trial works[] = {
         {ElementKind::hexahedron, false, 27, 792 + 8 * point, 768 + 2 * 192 + 72 + 64 + node},

@@ -147,7 +147,7 @@ TEST_F(ExplicitRigid, AHammerHandsItsMomentumToTheBlockThatItHits) {
 TEST_F(ExplicitRigid, TwoBlocksOnASpringSwingAtTheirFrequencyAndFallTogether) {
     // k on the reduced mass of two equal blocks of 1 kg (through their centres): ω = √(2k/m)
     const std::string cube = "0.1 0.1 0.1";
-    const std::string model =
+    const std::string blocks =
         ModelText{.material = "1000 1e9 0.3",
                   .parts = rect("A", cube, "1 1 1") + rect("B", cube, "1 1 1", "0.3 0 0"),
                   .rigid =
@@ -155,7 +155,7 @@ TEST_F(ExplicitRigid, TwoBlocksOnASpringSwingAtTheirFrequencyAndFallTogether) {
                       "%\nrigid_combine S A B 5000 5000 5000 10 10 10 %"};
     const double omega = std::sqrt(2 * 5000.0), period = 2 * M_PI / omega;
     const std::string thrown = " output_frequency 1 INITIAL_VELOCITY B part x 1 0 0 0 0 0 0 %";
-    read(model, formatted("d_time 1e-5 end_time %.12g", 0.75 * period) + thrown);
+    read(blocks, formatted("d_time 1e-5 end_time %.12g", 0.75 * period) + thrown);
     run();
     expect_done(report);
     // internal energy: ½ k w², w = sin(ωt)/ω

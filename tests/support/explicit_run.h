@@ -15,8 +15,8 @@ namespace kestralum::testing {
 
 class ExplicitTest : public AnalysisTest {
 protected:
-    void read(const std::string& model, const std::string& control) {
-        AnalysisTest::read(model);
+    void read(const std::string& text, const std::string& control) {
+        AnalysisTest::read(text);
         read_control(control);
     }
     void read_control(const std::string& control) {
