@@ -164,7 +164,7 @@ TEST_F(ExplicitRigid, TwoBlocksOnASpringSwingAtTheirFrequencyAndFallTogether) {
         EXPECT_NEAR(history(r, "internal"), 0.5 * 5000 * w * w, 2e-3 * 0.25);
     }
     EXPECT_LT(largest_drift(), 1e-3);
-    read(model, "d_time 1e-5 end_time 0.02 output_frequency 100 Gravity -z");
+    read(blocks, "d_time 1e-5 end_time 0.02 output_frequency 100 Gravity -z");
     run();
     expect_done(report);
     const double t = last("time");
