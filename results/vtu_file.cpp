@@ -192,17 +192,21 @@ std::string pvd_file_name(std::string_view model_file_name) {
 }
 
 bool write_vtu_frames(const Model& model, const Run& run, Progress& progress) {
-    const bool was_cancelled = progress.cancelled();  // as for each file
+    const bool was_cancelled = progress.cancelled();
+    // Each file sees a cancel while it is written; here is the place between two.
+    const auto goes_on = [&](const std::string& target) {
+        if (was_cancelled || !progress.cancelled()) return true;
+        progress.error("%s cannot be written: stopped on request",
+                       paths::to_platform(target, run.origin.options.log_folder).c_str());
+        return false;
+    };
     Groups groups = make_groups(model, run.mesh);
     std::string list =
         "<?xml version=\"1.0\"?>\n<VTKFile type=\"Collection\" version=\"1.0\">\n<Collection>\n";
     for (std::size_t k = 0; k < run.results.size(); ++k) {
         const Frame& frame = *run.results[k];
         const std::string target = file_name_of(model.model_file_name, formatted("_%06zu.vtu", k + 1));
-        if (!was_cancelled && progress.cancelled()) {
-            progress.error("%s cannot be written: stopped on request", target.c_str());
-            return false;
-        }
+        if (!goes_on(target)) return false;
         std::vector<Array>& arrays = groups.front().second;
         arrays.clear();
         add_frame(frame, "", arrays);
@@ -212,8 +216,9 @@ bool write_vtu_frames(const Model& model, const Run& run, Progress& progress) {
                           paths::base_name(target).c_str());
     }
     list += "</Collection>\n</VTKFile>\n";
-    return write_file(
-        run, pvd_file_name(model.model_file_name), [&](TextOutput& file) { file.write(list); }, progress);
+    const std::string target = pvd_file_name(model.model_file_name);
+    return goes_on(target) && write_file(
+                                  run, target, [&](TextOutput& file) { file.write(list); }, progress);
 }
 
 }  // namespace kestralum

@@ -264,7 +264,7 @@ TEST_F(Displacements, OfTheOwnModelKeepItsDefinitionWhateverTheNumbering) {
 TEST_F(Displacements, OfAnotherMeshAreTheMeshAlone) {
     Model moved = own, turned = own, finer = own, facet = own;
     moved.mesh.coordinates[0] += 1e-5;
-    std::swap(turned.mesh.connectivity[0], turned.mesh.connectivity[1]);
+    std::swap(turned.mesh.connectivity.back(), turned.mesh.connectivity.end()[-2]);
     finer.mesh.coordinates.resize(own.mesh.coordinates.size() + 3);
     facet.mesh.coordinates.back() += 1e-5;
     for (const Model* other : std::initializer_list<const Model*>{nullptr, &moved, &turned, &finer, &facet}) {

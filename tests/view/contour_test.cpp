@@ -232,9 +232,10 @@ TEST_F(PictureOf, ShowsNoValuesWithoutResults) {
     ASSERT_TRUE(picture.contour());
     EXPECT_EQ(picture.range()->high.value, 1);
     EXPECT_TRUE(picture.deformed());
-    run.results.clear();  // the frame shown stays until the picture is brought up to date
+    // another mesh's; the frame shown stays until the picture is brought up to date
+    run.results.assign(1, std::make_shared<const Frame>(3));
     EXPECT_EQ(picture.vector()[3], 0.5);
-    for (const bool ready : {true, false}) {  // no frames; a model that no run belongs to
+    for (const bool ready : {true, false}) {  // no values of this mesh; a model that no run belongs to
         state.result_ready = ready;
         SceneTables alone{model, ready ? &run : nullptr, {}, {}};
         picture.results_changed();
