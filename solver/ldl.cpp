@@ -374,14 +374,24 @@ FactorStatus SkylineFactor::factor_ww(const SparseKM& km, std::span<const double
 FactorStatus SkylineFactor::check_rows_of_w(const SparseKM& km, std::span<const double> values,
                                             Progress& progress) {
     constexpr double tolerance = 1e-6;
-    return sweep(Direction::forward, 1, &progress, [&](std::int32_t I, const double* W, const Columns&) {
-        for (std::int32_t i = grid_.row_begin(I); i < grid_.row_end(I); ++i) {
+    const Block buffer = spilled() ? allocate_block(grid_.largest_panel()) : nullptr;
+    FactorStatus status = spilled() && !buffer ? FactorStatus::out_of_memory : FactorStatus::ok;
+    for (std::int32_t I = 0; I < grid_.panels() && status == FactorStatus::ok; ++I) {
+        if (progress.cancelled()) status = FactorStatus::cancelled;
+        if (spilled() && !read_panel(I, buffer.get())) status = FactorStatus::file_failed;
+        for (std::int32_t i = grid_.row_begin(I); i < grid_.row_end(I) && status == FactorStatus::ok; ++i) {
+            const double* w = row_of(i, buffer.get());
             double m = values[km.diag_pos[i]];
-            for (std::int32_t j = profile_.first_column(i); j <= i; ++j)
-                m -= W[grid_.at(I, i, j)] * W[grid_.at(I, i, j)];
+            for (std::int32_t j = 0; j < profile_.height[i]; ++j) m -= w[j] * w[j];
             if (std::abs(m) >= tolerance) progress.print("[M] is not positive define at %dth row\n", i);
         }
-    });
+    }
+    if (status != FactorStatus::ok) fail(status);
+    return status;
+}
+
+const double* SkylineFactor::row_of(std::int32_t i, const double* buffer) const {
+    return spilled() ? buffer + grid_.at(i / grid_.nb, i, profile_.first_column(i)) : panels_.row(i);
 }
 
 }  // namespace kestralum

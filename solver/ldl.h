@@ -9,7 +9,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -77,14 +76,11 @@ public:
 
 private:
     enum class Kind { ldl, ww };
-    enum class Direction { forward, backward };
     struct Span {  // columns c0 … c0 + columns of a panel, and k0, the first that reaches them
         std::int32_t k0, c0, columns;
     };
-    struct Columns {  // of right-hand sides
-        std::int32_t first, count;
-    };
-    using Step = std::function<void(std::int32_t I, const double* panel, const Columns& columns)>;
+    struct Operation;
+    struct Scratch;
     struct Shared;  // what the threads of a factorization share
     bool spilled() const { return divisions_.count() > 1 || !options_.keep_in_memory; }
 
@@ -104,8 +100,14 @@ private:
     void report_spill(std::int32_t i);
     FactorStatus check_rows_of_w(const SparseKM& km, std::span<const double> values, Progress& progress);
 
-    // Takes the step with every panel in the direction given and every group of columns; fail() is done.
-    FactorStatus sweep(Direction direction, std::int32_t k, const Progress* progress, const Step& step);
+    FactorStatus sweep(const Operation& operation, std::span<double> x, std::int32_t k,
+                       const Progress* progress);
+    FactorStatus take_panels(const Operation& operation, std::span<double> x, std::int32_t k, int thread,
+                             int threads, const Progress* progress);
+    void take_panel(const Operation& operation, std::int32_t I, Scratch& scratch, double* x, std::int32_t k,
+                    bool single) const;
+    // The kept panel's or, read into `buffer`, the spilled panel's row i from its first column on.
+    const double* row_of(std::int32_t i, const double* buffer) const;
     bool read_panel(std::int32_t I, double* buffer);
     void fail(FactorStatus why);
 

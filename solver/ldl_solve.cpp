@@ -9,69 +9,22 @@
 
 namespace kestralum {
 
-bool SkylineFactor::read_panel(std::int32_t I, double* buffer) {
-    clear_before_rows(profile_, grid_, I, buffer);
-    std::vector<double*> rows(grid_.rows(I));
-    for (std::int32_t i = grid_.row_begin(I); i < grid_.row_end(I); ++i)
-        rows[i - grid_.row_begin(I)] = buffer + grid_.at(I, i, profile_.first_column(i));
-    return files_.read_rows(grid_.row_begin(I), grid_.row_end(I), rows.data());
-}
-
-FactorStatus SkylineFactor::sweep(Direction direction, std::int32_t k, const Progress* progress,
-                                  const Step& step) {
-    constexpr std::int32_t group_columns = 8;  // whatever the number of threads
-    use_serial_blas();
-    const std::int32_t panels = grid_.panels(), groups = (k + group_columns - 1) / group_columns;
-    const int threads = spilled() ? 1 : std::min(options_.threads, groups);
-    const std::int64_t scratch = spilled() ? grid_.largest_panel() : grid_.largest_packed_panel();
-    std::atomic<FactorStatus> status{FactorStatus::ok};
-    const auto take_groups = [&](int thread) {
-        const Block buffer = scratch > 0 ? allocate_block(scratch) : nullptr;
-        if (scratch > 0 && !buffer) throw std::bad_alloc();
-        for (std::int32_t s = 0; s < panels && status == FactorStatus::ok; ++s) {
-            if (progress && progress->cancelled()) status = FactorStatus::cancelled;
-            const std::int32_t I = direction == Direction::forward ? s : panels - 1 - s;
-            if (spilled() && !read_panel(I, buffer.get())) status = FactorStatus::file_failed;
-            if (status != FactorStatus::ok) return;
-            const double* panel = spilled() ? buffer.get() : panels_.dense(I, buffer.get());
-            for (std::int32_t g = thread; g < groups; g += threads)
-                step(I, panel, {g * group_columns, std::min(group_columns, k - g * group_columns)});
-        }
-    };
-#pragma omp parallel for schedule(static, 1) num_threads(threads) if (threads > 1)
-    for (int thread = 0; thread < threads; ++thread) {
-        try {
-            take_groups(thread);
-        } catch (...) {
-            status = FactorStatus::out_of_memory;
-        }
-    }
-    if (status != FactorStatus::ok) fail(status);
-    return status;
-}
-
 namespace {
 
-// One panel seen column-major, where it is its transpose P = Lᵀ: `width` columns before its triangle.
-struct PanelView {
-    const double* P;
-    const double* triangle;
-    std::int32_t ld, rows, width;
-    double* own;     // the panel's rows of x
-    double* before;  // the rows its width reaches back to
+// Rows of a panel and what of x they meet, seen column-major, where P = Lᵀ.
+struct View {
+    const double* P;  // what stands before the panel's triangle, or the triangle
+    std::int32_t ld, rows;
+    double* own;  // the rows of x
+    std::int32_t width;
+    double* before;  // the rows of x that P reaches back to
     std::int32_t n, k;
+    bool single;  // one right-hand side in all
 };
 
-PanelView view(const PanelGrid& grid, std::int32_t I, const double* L, std::span<double> x,
-               std::int32_t column, std::int32_t k) {
-    const std::int32_t first = grid.first_col[I], width = grid.row_begin(I) - first;
-    double* at = x.data() + std::int64_t{column} * grid.n;
-    return {L, L + width, grid.ld[I], grid.rows(I), width, at + grid.row_begin(I), at + first, grid.n, k};
-}
-
 // own += factor · L before
-void add_before(const PanelView& v, double factor, bool single) {
-    if (single)
+void add_before(const View& v, double factor) {
+    if (v.single)
         cblas_dgemv(CblasColMajor, CblasTrans, v.width, v.rows, factor, v.P, v.ld, v.before, 1, 1.0, v.own,
                     1);
     else
@@ -80,8 +33,8 @@ void add_before(const PanelView& v, double factor, bool single) {
 }
 
 // before += factor · Lᵀ own
-void add_to_before(const PanelView& v, double factor, bool single) {
-    if (single)
+void add_to_before(const View& v, double factor) {
+    if (v.single)
         cblas_dgemv(CblasColMajor, CblasNoTrans, v.width, v.rows, factor, v.P, v.ld, v.own, 1, 1.0, v.before,
                     1);
     else
@@ -89,63 +42,153 @@ void add_to_before(const PanelView& v, double factor, bool single) {
                     v.n, 1.0, v.before, v.n);
 }
 
-// The triangle on own: solve or multiply, with L (transposed = true in the transposed view) or Lᵀ.
-void solve_triangle(const PanelView& v, CBLAS_TRANSPOSE trans, CBLAS_DIAG diag) {
-    cblas_dtrsm(CblasColMajor, CblasLeft, CblasUpper, trans, diag, v.rows, v.k, 1.0, v.triangle, v.ld, v.own,
+// The triangle on own: solve or multiply, with L (transposed in this view) or Lᵀ.
+void solve_triangle(const View& v, CBLAS_TRANSPOSE trans, CBLAS_DIAG diag) {
+    cblas_dtrsm(CblasColMajor, CblasLeft, CblasUpper, trans, diag, v.rows, v.k, 1.0, v.P, v.ld, v.own, v.n);
+}
+void multiply_triangle(const View& v, CBLAS_TRANSPOSE trans) {
+    cblas_dtrmm(CblasColMajor, CblasLeft, CblasUpper, trans, CblasNonUnit, v.rows, v.k, 1.0, v.P, v.ld, v.own,
                 v.n);
 }
-void multiply_triangle(const PanelView& v, CBLAS_TRANSPOSE trans) {
-    cblas_dtrmm(CblasColMajor, CblasLeft, CblasUpper, trans, CblasNonUnit, v.rows, v.k, 1.0, v.triangle, v.ld,
-                v.own, v.n);
+
+constexpr std::int32_t group_columns = 8;
+
+// With one right-hand side a panel is taken in strips of rows that stay in the cache, whether it lies dense
+// or is made so: as many as fit, in eights, so that the products' inner groups are those of the whole panel.
+std::int32_t strip_rows(const PanelGrid& grid, std::int32_t I, bool single) {
+    constexpr std::int32_t most_doubles = 1 << 16;
+    return single ? std::max(8, most_doubles / grid.ld[I] / 8 * 8) : grid.nb;
 }
 
 }  // namespace
 
-bool SkylineFactor::solve_ldl(std::span<double> x, std::int32_t k, const Progress* progress) {
+// What is done with each panel: its rows' part before the triangle, and the triangle.
+struct SkylineFactor::Operation {
+    bool forward;         // the panels' order
+    bool triangle_first;  // of one panel
+    void (*before)(const View& v);
+    void (*triangle)(const View& v);
+};
+
+bool SkylineFactor::read_panel(std::int32_t I, double* buffer) {
+    const std::int32_t first = grid_.row_begin(I), last = grid_.row_end(I);
+    clear_before_rows(profile_, grid_, first, last, buffer);
+    std::vector<double*> rows;
+    for (std::int32_t i = first; i < last; ++i)
+        rows.push_back(buffer + grid_.at(I, i, profile_.first_column(i)));
+    return files_.read_rows(first, last, rows.data());
+}
+
+// Of one thread.
+struct SkylineFactor::Scratch {
+    Block rows;          // of a panel that is read back or made dense: all, or a strip
+    Block triangle;      // of a packed panel that is taken in strips
+    const double* all;   // the panel's dense rows, null where they are made strip by strip
+    std::int32_t strip;  // rows
+};
+
+// One panel with k columns of x.
+void SkylineFactor::take_panel(const Operation& operation, std::int32_t I, Scratch& scratch, double* x,
+                               std::int32_t k, bool single) const {
+    const std::int32_t begin = grid_.row_begin(I), end = grid_.row_end(I), first = grid_.first_col[I];
+    const std::int32_t ld = grid_.ld[I], width = begin - first;
+    const auto view = [&](const double* P, std::int32_t leading, std::int32_t row, std::int32_t rows) {
+        return View{P, leading, rows, x + row, width, x + first, grid_.n, k, single};
+    };
+    const auto before = [&] {
+        for (std::int32_t row = begin; row < end; row += scratch.strip) {
+            const std::int32_t last = std::min(end, row + scratch.strip);
+            const double* rows = scratch.all ? scratch.all + grid_.at(I, row, first)
+                                             : panels_.dense(I, row, last, scratch.rows.get());
+            operation.before(view(rows, ld, row, last - row));
+        }
+    };
+    if (!operation.triangle_first) before();
+    if (scratch.all) {
+        operation.triangle(view(scratch.all + width, ld, begin, end - begin));
+    } else {
+        panels_.copy_triangle(I, scratch.triangle.get());
+        operation.triangle(view(scratch.triangle.get(), grid_.nb, begin, end - begin));
+    }
+    if (operation.triangle_first) before();
+}
+
+// Right-hand sides are taken in groups of `group_columns`, whatever the number of threads; this thread takes
+// every group of number thread + i·threads through all panels.
+FactorStatus SkylineFactor::take_panels(const Operation& operation, std::span<double> x, std::int32_t k,
+                                        int thread, int threads, const Progress* progress) {
     const bool single = k == 1;
-    const auto forward = [&](std::int32_t I, const double* L, const Columns& c) {
-        const PanelView v = view(grid_, I, L, x, c.first, c.count);
-        add_before(v, -1.0, single);
-        solve_triangle(v, CblasTrans, CblasUnit);
-    };
-    const auto backward = [&](std::int32_t I, const double* L, const Columns& c) {
-        const PanelView v = view(grid_, I, L, x, c.first, c.count);
-        solve_triangle(v, CblasNoTrans, CblasUnit);
-        add_to_before(v, -1.0, single);
-    };
-    if (sweep(Direction::forward, k, progress, forward) != FactorStatus::ok) return false;
+    std::int64_t doubles = 0;
+    for (std::int32_t I = 0; I < grid_.panels(); ++I)
+        if (spilled() || grid_.packed[I])
+            doubles = std::max(doubles, spilled() ? grid_.doubles(I)
+                                                  : std::int64_t{strip_rows(grid_, I, single)} * grid_.ld[I]);
+    Scratch scratch{allocate_block(doubles), allocate_block(std::int64_t{grid_.nb} * grid_.nb), nullptr, 0};
+    if (!scratch.rows || !scratch.triangle) return FactorStatus::out_of_memory;
+    for (std::int32_t s = 0; s < grid_.panels(); ++s) {
+        if (progress && progress->cancelled()) return FactorStatus::cancelled;
+        const std::int32_t I = operation.forward ? s : grid_.panels() - 1 - s;
+        if (spilled() && !read_panel(I, scratch.rows.get())) return FactorStatus::file_failed;
+        scratch.strip = strip_rows(grid_, I, single);
+        scratch.all = spilled() ? scratch.rows.get()
+                      : single && grid_.packed[I]
+                          ? nullptr
+                          : panels_.dense(I, grid_.row_begin(I), grid_.row_end(I), scratch.rows.get());
+        for (std::int32_t c = thread * group_columns; c < k; c += threads * group_columns)
+            take_panel(operation, I, scratch, x.data() + std::int64_t{c} * grid_.n,
+                       std::min(group_columns, k - c), single);
+    }
+    return FactorStatus::ok;
+}
+
+FactorStatus SkylineFactor::sweep(const Operation& operation, std::span<double> x, std::int32_t k,
+                                  const Progress* progress) {
+    use_serial_blas();
+    const int groups = (k + group_columns - 1) / group_columns;
+    const int threads = spilled() ? 1 : std::min(options_.threads, groups);
+    std::atomic<FactorStatus> status{FactorStatus::ok};
+#pragma omp parallel for schedule(static, 1) num_threads(threads) if (threads > 1)
+    for (int thread = 0; thread < threads; ++thread) {
+        FactorStatus own = FactorStatus::out_of_memory;
+        try {
+            own = take_panels(operation, x, k, thread, threads, progress);
+        } catch (...) {  // no exception may leave a thread
+        }
+        if (own != FactorStatus::ok) status = own;
+    }
+    if (status != FactorStatus::ok) fail(status);
+    return status;
+}
+
+bool SkylineFactor::solve_ldl(std::span<double> x, std::int32_t k, const Progress* progress) {
+    constexpr Operation forward{true, false, [](const View& v) { add_before(v, -1.0); },
+                                [](const View& v) { solve_triangle(v, CblasTrans, CblasUnit); }};
+    constexpr Operation backward{false, true, [](const View& v) { add_to_before(v, -1.0); },
+                                 [](const View& v) { solve_triangle(v, CblasNoTrans, CblasUnit); }};
+    if (sweep(forward, x, k, progress) != FactorStatus::ok) return false;
     const std::int64_t n = profile_.rows();
     for (std::int64_t c = 0; c < k; ++c)
         for (std::int64_t i = 0; i < n; ++i) x[c * n + i] /= D_[i];
-    return sweep(Direction::backward, k, progress, backward) == FactorStatus::ok;
+    return sweep(backward, x, k, progress) == FactorStatus::ok;
 }
 
 // Rows below are done before rows above need the old values of x: backward.
 bool SkylineFactor::multiply_w(std::span<double> x, std::int32_t k, const Progress* progress) {
-    const auto step = [&](std::int32_t I, const double* W, const Columns& c) {
-        const PanelView v = view(grid_, I, W, x, c.first, c.count);
-        multiply_triangle(v, CblasTrans);
-        add_before(v, 1.0, k == 1);
-    };
-    return sweep(Direction::backward, k, progress, step) == FactorStatus::ok;
+    constexpr Operation product{false, true, [](const View& v) { add_before(v, 1.0); },
+                                [](const View& v) { multiply_triangle(v, CblasTrans); }};
+    return sweep(product, x, k, progress) == FactorStatus::ok;
 }
 
 bool SkylineFactor::multiply_wt(std::span<double> x, std::int32_t k, const Progress* progress) {
-    const auto step = [&](std::int32_t I, const double* W, const Columns& c) {
-        const PanelView v = view(grid_, I, W, x, c.first, c.count);
-        add_to_before(v, 1.0, k == 1);
-        multiply_triangle(v, CblasNoTrans);
-    };
-    return sweep(Direction::forward, k, progress, step) == FactorStatus::ok;
+    constexpr Operation product{true, false, [](const View& v) { add_to_before(v, 1.0); },
+                                [](const View& v) { multiply_triangle(v, CblasNoTrans); }};
+    return sweep(product, x, k, progress) == FactorStatus::ok;
 }
 
 bool SkylineFactor::solve_wt(std::span<double> x, std::int32_t k, const Progress* progress) {
-    const auto step = [&](std::int32_t I, const double* W, const Columns& c) {
-        const PanelView v = view(grid_, I, W, x, c.first, c.count);
-        solve_triangle(v, CblasNoTrans, CblasNonUnit);
-        add_to_before(v, -1.0, k == 1);
-    };
-    return sweep(Direction::backward, k, progress, step) == FactorStatus::ok;
+    constexpr Operation backward{false, true, [](const View& v) { add_to_before(v, -1.0); },
+                                 [](const View& v) { solve_triangle(v, CblasNoTrans, CblasNonUnit); }};
+    return sweep(backward, x, k, progress) == FactorStatus::ok;
 }
 
 bool SkylineFactor::read_row(std::int32_t i, std::span<double> row) {

@@ -156,21 +156,29 @@ const double* PanelStore::row(std::int32_t i) const {
     return kept_.get() + kept_offset(i);
 }
 
-const double* PanelStore::dense(std::int32_t I, double* buffer) const {
-    if (!grid_->packed[I]) return kept_.get() + grid_->kept_start[I];
-    clear_before_rows(*profile_, *grid_, I, buffer);
-    for (std::int32_t i = grid_->row_begin(I); i < grid_->row_end(I); ++i) {
-        const double* from = row(i);
-        std::copy(from, from + profile_->height[i], buffer + grid_->at(I, i, profile_->first_column(i)));
-    }
+const double* PanelStore::dense(std::int32_t I, std::int32_t first, std::int32_t last, double* buffer) const {
+    if (!grid_->packed[I])
+        return kept_.get() + grid_->kept_start[I] + grid_->at(I, first, grid_->first_col[I]);
+    clear_before_rows(*profile_, *grid_, first, last, buffer);
+    double* to = buffer;
+    for (std::int32_t i = first; i < last; ++i, to += grid_->ld[I])
+        std::copy_n(row(i), profile_->height[i], to + (profile_->first_column(i) - grid_->first_col[I]));
     return buffer;
 }
 
-void clear_before_rows(const Profile& profile, const PanelGrid& grid, std::int32_t I, double* panel) {
-    for (std::int32_t i = grid.row_begin(I); i < grid.row_end(I); ++i) {
-        double* row = panel + grid.at(I, i, grid.first_col[I]);
-        std::fill(row, row + (profile.first_column(i) - grid.first_col[I]), 0.0);
+void PanelStore::copy_triangle(std::int32_t I, double* triangle) const {
+    for (std::int32_t i = grid_->row_begin(I); i < grid_->row_end(I); ++i, triangle += grid_->nb) {
+        const std::int32_t end = i - grid_->row_begin(I) + 1, entries = std::min(end, profile_->height[i]);
+        std::fill_n(triangle, end - entries, 0.0);
+        std::copy_n(row(i) + profile_->height[i] - entries, entries, triangle + end - entries);
     }
+}
+
+void clear_before_rows(const Profile& profile, const PanelGrid& grid, std::int32_t first, std::int32_t last,
+                       double* rows) {
+    const std::int32_t I = first / grid.nb;
+    for (std::int32_t i = first; i < last; ++i, rows += grid.ld[I])
+        std::fill_n(rows, profile.first_column(i) - grid.first_col[I], 0.0);
 }
 
 const char* better_blas_kernels() {

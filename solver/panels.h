@@ -78,11 +78,13 @@ public:
     // No later panel reads panel I.
     void release(std::int32_t I);
 
-    // Of kept panels that have been released: row i from its first column on; panel I dense, as it lies there
-    // or made in `buffer` of largest_packed_panel() doubles. What stands right of the diagonal has no
-    // meaning.
+    // Of kept panels that have been released: row i from its first column on; rows [first, last) of panel I
+    // dense, with the panel's leading dimension, as they lie there or, packed, made in `buffer`.
     const double* row(std::int32_t i) const;
-    const double* dense(std::int32_t I, double* buffer) const;
+    const double* dense(std::int32_t I, std::int32_t first, std::int32_t last, double* buffer) const;
+    // The triangle of packed panel I, rows(I) square with leading dimension nb. Here and in dense() what
+    // stands right of the diagonal has no meaning.
+    void copy_triangle(std::int32_t I, double* triangle) const;
 
 private:
     std::int64_t kept_offset(std::int32_t i) const;
@@ -95,8 +97,9 @@ private:
     std::vector<Block> blocks_;   // panels: of those that are packed or spilled
 };
 
-// Zeros before the first column of each row, in dense panel I.
-void clear_before_rows(const Profile& profile, const PanelGrid& grid, std::int32_t I, double* panel);
+// Zeros before the first columns of rows [first, last) of panel I; `rows` is where the first of them lies.
+void clear_before_rows(const Profile& profile, const PanelGrid& grid, std::int32_t first, std::int32_t last,
+                       double* rows);
 
 // OpenBLAS chooses its kernels by the processors it knows; on a newer one with AVX-512 it falls back to
 // those for AVX2. Returns the OPENBLAS_CORETYPE that would serve better than the kernels in use, null where
