@@ -18,12 +18,15 @@ void* operator new(std::size_t bytes) {
     if (void* block = std::malloc(bytes > 0 ? bytes : 1)) return block;
     throw std::bad_alloc();
 }
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"  // both are replaced, as a pair
 void operator delete(void* block) noexcept {
     std::free(block);
 }
 void operator delete(void* block, std::size_t) noexcept {
     std::free(block);
 }
+#pragma GCC diagnostic pop
 
 namespace kestralum {
 namespace {
