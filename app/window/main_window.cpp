@@ -86,8 +86,9 @@ void MainWindow::after_run(const QString& what, std::function<void()> action) {
     if (!worker_->busy()) return action();
     enum Answer { wait, stop, leave };
     const QString running = worker_->title();
-    const int answer = ask(this, running + " is under way.", what + " can follow it.",
-                           {"Wait", "Stop the run", "Leave it"}, wait, leave);
+    const int answer =
+        ask(this, running + " is under way.", what + ": wait for its end, stop it, or let it go on?",
+            {"Wait", "Stop the run", "Leave it"}, wait, leave);
     if (answer == leave) return;
     if (!worker_->busy()) return action();  // it has ended meanwhile
     after_ = std::move(action);

@@ -14,13 +14,17 @@ using view::Vec3;
 
 namespace {
 
-TEST_F(Window, ControlsReachTheirSlots) {
+TEST_F(Window, EveryControlChangesThePicture) {
+    ASSERT_TRUE(open(block_text));
+    set_results([](const double* x) { return Vec3{x[0], 0, 0}; });
     const std::pair<const char*, double> values[] = {
         {"Mode Scale:", 2.5}, {"Model Trans.:", 0.4}, {"LightX", -1.5}, {"LightY", 2.25}, {"LightZ", 9.75}};
-    for (const auto& [name, value] : values) window->findChild<QDoubleSpinBox*>(name)->setValue(value);
-    EXPECT_EQ(state().mode_scale, 2.5);
-    EXPECT_EQ(state().transparency, 0.4);
-    EXPECT_EQ(state().light, (Vec3{-1.5, 2.25, 9.75}));
+    for (const auto& [name, value] : values) {
+        state().contour = name[0] == 'L' ? 17 : 4;  // colours of values are not lit
+        const QImage before = picture();
+        window->findChild<QDoubleSpinBox*>(name)->setValue(value);
+        EXPECT_NE(picture(), before) << name;
+    }
 }
 
 // What the window itself prints, in the order of its texts.
@@ -56,16 +60,12 @@ TEST_F(Window, ViewEntriesShowWhatTheyName) {
         replaced(block_text, "0 0 0  0 0 0  %",
                  "0 0.05 0  0 0 0  OTHER red STEEL RECT 0.4 0.2 0.1 0 0 0  4 2 1 0 0 0  0 0.3 0  0 0 0  %")));
     set_results([](const double* x) { return Vec3{x[0], 0, 0}; });
-    for (std::size_t k = 0; k < view::view_entries.size(); ++k) {
-        const QString text = view::view_entries[k].text;
-        const bool before = state().flags[k];
+    for (const view::ViewEntry& entry : view::view_entries) {
         const QImage with = picture();
-        trigger(text);
-        EXPECT_EQ(state().flags[k], !before);
-        const QImage without = picture();
-        EXPECT_NE(with, without) << text.toStdString() << " changes nothing";
-        trigger(text);
-        EXPECT_EQ(with, picture()) << text.toStdString();
+        trigger(entry.text);
+        EXPECT_NE(picture(), with) << entry.text << " changes nothing";
+        trigger(entry.text);
+        EXPECT_EQ(picture(), with) << entry.text;
     }
 }
 
@@ -99,12 +99,9 @@ TEST_F(Window, ContoursExcludeEachOther) {
 TEST_F(Window, FramesStayWithinTheResults) {
     ASSERT_TRUE(open(block_text));
     set_results([](const double*) { return Vec3{}; }, AnalysisType::explicit_dynamics, 5);
-    const std::pair<int, int> frames[] = {{0, 1}, {-3, 1}, {3, 3}, {5, 5}, {9999, 5}};
-    for (const auto& [asked, shown] : frames) {
+    for (const int asked : {0, -3, 3, 5, 9999}) {
         window->i_anime_Changed(asked);
-        EXPECT_EQ(state().frame, shown);
-        window->slotsModeNumberChanged(asked);
-        EXPECT_EQ(state().frame, shown);
+        EXPECT_EQ(state().frame, std::clamp(asked, 1, 5));
     }
     trigger("&Start Animation");
     EXPECT_EQ(state().frame, 1);
@@ -115,7 +112,6 @@ TEST_F(Window, FramesStayWithinTheResults) {
     shown().show(window->store().model, nullptr);  // no frame at all
     window->i_anime_Changed(2);
     EXPECT_EQ(state().frame, 0);
-    EXPECT_FALSE(picture().isNull());
 }
 
 TEST_F(Window, RendersGrabsAndClearsPixmaps) {
@@ -127,7 +123,6 @@ TEST_F(Window, RendersGrabsAndClearsPixmaps) {
     std::string told;
     auto render = [&](const QString& answer, bool taken) {
         answer_next<QInputDialog>([&, answer](QInputDialog* dialog) {
-            EXPECT_EQ(dialog->labelText(), "Enter pixmap size:");
             EXPECT_EQ(dialog->textValue(),
                       QString("%1 x %2").arg(window->view()->width()).arg(window->view()->height()));
             dialog->setTextValue(answer);

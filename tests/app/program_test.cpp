@@ -43,7 +43,6 @@ int colours(const QImage& image) {
 TEST_F(Program, DrawsSnapshots) {
     const Ended parts = run({"bar.txt", "--snapshot", "parts.png"});
     ASSERT_EQ(parts.status, 0) << parts.err;
-    EXPECT_TRUE(contains(parts.out, "KESTRALUM ver3.01\n"));
     EXPECT_EQ(image("parts.png").size(), QSize(800, 600));
     EXPECT_GT(colours(image("parts.png")), 20);
     auto shown = [&](const QStringList& what) {
@@ -64,9 +63,6 @@ TEST_F(Program, DrawsSnapshots) {
     EXPECT_TRUE(high.red() > 200 && high.blue() < 50) << high.name().toStdString();
     // the result file shows the same
     EXPECT_EQ(shown({"--result", "log/result_bar.txt", "--contour", "1"}), stress);
-    // an elastic bar has no plastic strain anywhere: the blue of a range without width
-    const QImage plastic = shown({"--result", "log/result_bar.txt", "--contour", "plastic"});
-    for (const int x : {left, 200, right}) EXPECT_EQ(plastic.pixelColor(x, 150), QColor(0, 0, 255)) << x;
 }
 
 TEST_F(Program, EndsWhereFilesAreMissing) {

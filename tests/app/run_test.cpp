@@ -40,9 +40,8 @@ protected:
         wait_for([&] { return running.load(); });
     }
     QPushButton* stop_button() {
-        for (auto* button : window->statusBar()->findChildren<QPushButton*>())
-            if (button->text() == "Stop" && button->isVisible()) return button;
-        return nullptr;
+        auto* button = window->statusBar()->findChild<QPushButton*>();
+        return button && button->isVisible() ? button : nullptr;
     }
     // Milliseconds from Stop to the end of the job.
     qint64 stop_takes() {
@@ -63,9 +62,8 @@ TEST_F(Runs, TheWindowGoesOnMeanwhile) {
     start_job();
     int repaints = 0;
     QObject::connect(window->view(), &GLWidget::painted, [&] { ++repaints; });
-    QTest::qWait(700);
-    EXPECT_GE(repaints, 4);
-    ASSERT_TRUE(stop_button());
+    wait_for([&] { return repaints >= 8 && stop_button(); });
+    ASSERT_TRUE(window->worker().busy());
     QString told;
     for (const auto* label : window->statusBar()->findChildren<QLabel*>()) told += label->text();
     EXPECT_TRUE(told.contains("Static: factor") && told.contains(" %, ")) << told.toStdString();
@@ -225,9 +223,8 @@ TEST_F(Runs, GoOnWhileTheyAreDrawn) {
     told_by([&] { open(block_text); }, {"Start-up values"});
     window->open_displacements(QString::fromStdString(folder.file("log/disp_flying.txt")));
     wait_idle();
-    EXPECT_EQ(shown().ana_type(), AnalysisType::explicit_dynamics);
+    ASSERT_TRUE(shown().mode_num() == 11 && shown().ana_type() == AnalysisType::explicit_dynamics);
     EXPECT_TRUE(model().forces.empty()) << "the forces belong to another mesh";
-    ASSERT_EQ(shown().mode_num(), 11);
     for (std::size_t k = 0; k < last.mode_vec.size(); ++k)
         EXPECT_NEAR(shown_run()->results.back()->mode_vec[k], last.mode_vec[k], 1e-9);
 }

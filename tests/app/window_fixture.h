@@ -7,6 +7,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QMessageBox>
+#include <QSignalSpy>
 #include <QStatusBar>
 #include <QTest>
 #include <QTimer>
@@ -42,12 +43,11 @@ protected:
     void TearDown() override { window.reset(); }
     void show_window(bool quiet) {
         window = std::make_unique<MainWindow>(folder.file("log"), quiet);
-        bool started = false;
-        QObject::connect(window->view(), &GLWidget::started, [&] { started = true; });
+        QSignalSpy started(window->view(), &GLWidget::started);
         window->show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
         QApplication::setActiveWindow(window.get());
-        ASSERT_TRUE(QTest::qWaitFor([&] { return started; }));
+        ASSERT_TRUE(started.count() || started.wait());
         guard.callOnTimeout(window.get(), [this] { close_forgotten(); });
         guard.start(1000);
     }
@@ -108,15 +108,12 @@ protected:
     }
 
     QAction* action(const QString& text) {
-        QAction* found = nullptr;
         for (QAction* a : window->findChildren<QAction*>())
-            if (a->text() == text) found = a;
-        EXPECT_NE(found, nullptr) << text.toStdString();
-        return found;
+            if (a->text() == text) return a;
+        ADD_FAILURE() << "no entry " << text.toStdString();
+        return window->findChild<QAction*>();
     }
-    void trigger(const QString& text) {
-        if (QAction* found = action(text)) found->trigger();
-    }
+    void trigger(const QString& text) { action(text)->trigger(); }
 
     // Answers the next modal dialog; the test fails where none comes up.
     template <typename Dialog>
