@@ -214,23 +214,32 @@ TEST_F(FactorFiles, MemoryFollowsTheProfileAndIsForetold) {
     const Profile profile = make_profile(km);
     const PanelGrid grid = make_panel_grid(profile);
     EXPECT_LT(grid.kept_start.back(), profile.Ls_num / 100 * 115 + grid.n * (grid.nb - 1) / 2);
+    {  // the threads' stacks and the matrix products' own buffers are there from the first factor on
+        const SparseKM first = random_matrix(1500, 700, 0.004, 3);
+        const Profile small = make_profile(first);
+        SilentProgress silent;
+        SkylineFactor factor(small, cut(small, {0, 1500}), options(2, false));
+        ASSERT_EQ(factor.factor_ldl(first, first.K_value, silent), FactorStatus::ok);
+    }
     for (const bool keep : {true, false}) {
         SkylineFactor factor(profile, cut(profile, {0, 6000}), options(2, keep));
         std::atomic<double> most = 0;
         Looking watch;
         watch.look = [&] {
-            const auto heap = mallinfo2();  // zeros from a sanitizer's heap
-            most = std::max<double>(most, 1e-6 * static_cast<double>(heap.uordblks + heap.hblkhd));
+            double pages = 0;
+            std::ifstream("/proc/self/statm") >> pages >> pages;
+            most = std::max<double>(most, pages * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1e6);
             return false;
         };
         watch.look();
-        const double before = most, tables = 1,
+        const double before = most, large_pages = 4,
                      told = keep ? panel_megabytes(profile, 2) : spilled_megabytes(profile, 2);
         ASSERT_EQ(factor.factor_ldl(km, km.K_value, watch), FactorStatus::ok);
-        // reserved from the start, but taken panel by panel
-        const double kept = keep ? 8e-6 * static_cast<double>(grid.kept_start.back()) : 0;
-        EXPECT_TRUE(told > kept && told < profile.megabytes() * (keep ? 1.5 : 0.7)) << told;
-        EXPECT_LT(most - before - kept, (keep ? spilled_megabytes(profile, 2) : told) + tables);
+        EXPECT_LT(told, profile.megabytes() * (keep ? 1.5 : 0.7));
+        // resident memory holds the heap's gaps between blocks too, up to a tenth where the threads are held
+        // up; a sanitizer's heap keeps what is freed
+        EXPECT_TRUE(most - before < 1.1 * told + large_pages || mallinfo2().uordblks == 0)
+            << most - before << " " << told;
     }
 }
 
