@@ -1,4 +1,4 @@
-// The start-up model and the tables that are made from a mesh.
+// The tables that are made from a mesh.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -8,20 +8,6 @@
 
 using namespace kestralum;
 using namespace kestralum::testing;
-
-TEST(StartUp, ThePlaceholderModelHasOneNodeSteelAndMillimetres) {
-    const Model model = placeholder_model();
-    EXPECT_EQ(model.model_file_name, "data\\buckle_pipe_plastic2_v207.txt");
-    EXPECT_EQ(model.mesh.coordinates, std::vector<double>(3, 0.0));
-    EXPECT_EQ(model.mesh.node_n_dir, std::vector<double>(3, 0.0)) << "one entry for the one node";
-    EXPECT_EQ(model.mesh.max_length, 1.0);
-    ASSERT_TRUE(model.materials.size() == 1 && model.parameters.size() == 1);
-    const Material& steel = model.materials[0];
-    EXPECT_EQ(steel.name, "STEEL");
-    EXPECT_EQ((std::array{steel.density, steel.young, steel.poisson}), (std::array{7800.0, 2.06e11, 0.3}));
-    const Parameter& mm = model.parameters[0];
-    EXPECT_TRUE(mm.name == "mm" && mm.value == 0.001 && mm.expression == "0.001");
-}
 
 TEST(Extent, BoundsTheNodesAndFallsBackToOneWhereTheySpanNothing) {
     Mesh mesh;
