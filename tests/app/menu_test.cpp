@@ -16,7 +16,7 @@ namespace {
 
 TEST_F(Window, EveryControlChangesThePicture) {
     ASSERT_TRUE(open(block_text));
-    set_results([](const double* x) { return Vec3{x[0], 0, 0}; });
+    set_results([](const double* x) { return Vec3{1e-6 * x[0], 0, 0}; });
     const std::pair<const char*, double> values[] = {
         {"Mode Scale:", 2.5}, {"Model Trans.:", 0.4}, {"LightX", -1.5}, {"LightY", 2.25}, {"LightZ", 9.75}};
     for (const auto& [name, value] : values) {
@@ -24,6 +24,12 @@ TEST_F(Window, EveryControlChangesThePicture) {
         const QImage before = picture();
         window->findChild<QDoubleSpinBox*>(name)->setValue(value);
         EXPECT_NE(picture(), before) << name;
+    }
+    state().contour = 4;
+    for (const char* toggle : {"Auto Scale", "All Frames"}) {
+        const QImage before = picture();
+        trigger(toggle);
+        EXPECT_NE(picture(), before) << toggle;
     }
 }
 
@@ -146,11 +152,8 @@ TEST_F(Window, RendersGrabsAndClearsPixmaps) {
     }
 }
 
-TEST_F(Window, BoxesComeUpAndExitCloses) {
-    EXPECT_TRUE(
-        contains(told_by([&] { trigger("&About"); }),
-                 "The <b>Grabber</b> example demonstrates two approaches for rendering OpenGL into a Qt "
-                 "pixmap."));
+TEST_F(Window, BoxesComeUp) {
+    EXPECT_TRUE(contains(told_by([&] { trigger("&About"); }), "Grabber"));
     // the program ends after the box has named where the file was looked for
     std::string missing;
     answer_boxes(missing, {""});
@@ -158,8 +161,6 @@ TEST_F(Window, BoxesComeUpAndExitCloses) {
     EXPECT_EQ(QApplication::exec(), 0);
     EXPECT_TRUE(contains(missing, "setting/setting.txt")) << missing;
     EXPECT_TRUE(contains(missing, QDir::currentPath().toStdString())) << missing;
-    trigger("E&xit");
-    EXPECT_FALSE(window->isVisible());
 }
 
 }  // namespace

@@ -118,11 +118,6 @@ TEST_F(Picture, SwingingModesSendOnlyWhatHasChanged) {
 TEST_F(Picture, RigidElementsMoveWithTheBody) {
     ASSERT_TRUE(open(block_text));
     set_results([](const double* x) { return Vec3{0, x[0], 0}; }, AnalysisType::eigen);
-    const auto holds = shown().tables().rigid_holds;
-    ASSERT_EQ(holds.size(), 1u);
-    ASSERT_EQ(holds[0].nodes.size(), 9u);
-    // corners and edges of the face lean the normals of their nodes outwards, all sides alike
-    EXPECT_NEAR(holds[0].normal[0], 1, 1e-9);
     show_only({ViewFlag::rigid_element}, view::ViewDirection::z);
     // a fifth of 0.4 m is the largest swing; the picture mirrors at half of the period
     for (const auto& [phase, lift] : {std::pair{0, 0.08}, {10, -0.08}}) {
@@ -223,25 +218,6 @@ TEST_F(Picture, MouseAndKeysMoveTheCamera) {
     camera().shift = {5, 5, 5};
     QTest::keyClick(window.get(), Qt::Key_F);
     EXPECT_EQ(camera().shift, fitted);
-}
-
-TEST_F(Picture, ToolbarScalesAndRanges) {
-    ASSERT_TRUE(open(block_text));
-    set_results([](const double* x) { return Vec3{1e-6 * x[0], 0, 0}; });
-    picture();
-    EXPECT_NEAR(shown_picture().factor(), 0.1 * 0.4 / 0.4e-6, 1);
-    trigger("Auto Scale");
-    window->slotsModeScaleChanged(3);
-    picture();
-    EXPECT_EQ(shown_picture().factor(), 3);
-    set_results([](const double* x) { return Vec3{1e-6 * x[0], 0, 0}; }, AnalysisType::explicit_dynamics);
-    state().frame = 2;  // all zero
-    state().contour = 1;
-    picture();
-    EXPECT_EQ(shown_picture().range()->high.value, 0);
-    trigger("All Frames");
-    picture();
-    EXPECT_EQ(shown_picture().range()->high.value, 0.4e-6);
 }
 
 }  // namespace

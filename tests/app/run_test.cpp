@@ -217,7 +217,6 @@ TEST_F(Runs, GoOnWhileTheyAreDrawn) {
     const SharedRun made = shown_run();
     ASSERT_EQ(made->mode_num(), 11);
     const Frame& last = *made->results.back();
-    EXPECT_NEAR(last.n_freq, 1e-5, 2e-6);
     EXPECT_GT(view::largest_displacement(last.mode_vec), 5e-5);
     // what it wrote comes back, into another model too
     told_by([&] { open(block_text); }, {"Start-up values"});

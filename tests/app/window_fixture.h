@@ -48,8 +48,6 @@ protected:
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
         QApplication::setActiveWindow(window.get());
         ASSERT_TRUE(started.count() || started.wait());
-        guard.callOnTimeout(window.get(), [this] { close_forgotten(); });
-        guard.start(1000);
     }
 
     view::DisplayState& state() { return window->view()->state(); }
@@ -149,21 +147,6 @@ protected:
     int answered = 0, expected_answers = 0;
 
 private:
-    // A dialog that no test answers would hold all of them for ever.
-    void close_forgotten() {
-        QWidget* dialog = QApplication::activeModalWidget();
-        seconds = dialog && dialog == waiting ? seconds + 1 : 0;
-        waiting = dialog;
-        if (seconds < 8) return;
-        const auto* box = qobject_cast<QMessageBox*>(dialog);
-        ADD_FAILURE() << "nobody answered "
-                      << (box ? box->text() + box->informativeText() : "").toStdString();
-        dialog->close();
-    }
-    QTimer guard;
-    QWidget* waiting = nullptr;
-    int seconds = 0;
-
     template <typename Dialog>
     void wait_for_dialog(const std::function<void(Dialog*)>& answer, int tries) {
         QTimer::singleShot(50, window.get(), [this, answer, tries] {

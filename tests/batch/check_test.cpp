@@ -53,31 +53,25 @@ TEST_F(Batch, CheckTellsWhatTheModelIsMadeOf) {
 }
 
 TEST_F(Batch, CheckKnowsWhatTheFactorWillNeed) {
-    const Ended check = run("check bar.txt"), done = run("static bar.txt");
+    folder.write("tiny.txt", settings_text("0.05", "0.05"));
+    folder.write("spill.txt", settings_text("0.05"));
+    const Ended check = run("check bar.txt --setting tiny.txt"),
+                done = run("static bar.txt --setting spill.txt");
     const auto need = numbers_of(check.out, "the factor needs"), size = numbers_of(done.out, "size");
     ASSERT_TRUE(need.size() == 5 && size.size() == 4) << check.out << done.out;
-    EXPECT_EQ(need[0], size[0]) << "free degrees of freedom";
-    EXPECT_EQ(need[0], 3 * 8 * 9);
+    EXPECT_EQ(need[0], 3 * 8 * 9) << "free degrees of freedom";
     const double megabytes = size[3] * 8 / 1e6;
     EXPECT_NEAR(need[3], megabytes, 0.051) << "disk";
     EXPECT_GT(need[2], megabytes) << "memory holds [K] too";
-    EXPECT_EQ(need[4], 1) << "divisions";
-    folder.write("tiny.txt", settings_text("0.05", "0.05"));
-    folder.write("spill.txt", settings_text("0.05"));
-    const Ended tiny = run("check bar.txt --setting tiny.txt"),
-                spilled = run("static bar.txt --setting spill.txt");
-    const auto divisions = numbers_of(spilled.out, "[L] division:");
-    ASSERT_EQ(divisions.size(), 1u) << spilled.out;
-    EXPECT_GT(divisions[0], 1);
-    EXPECT_EQ(numbers_of(tiny.out, "the factor needs").at(4), divisions[0]);
-    EXPECT_TRUE(contains(tiny.out, "FREE_HD_SIZE")) << "what will end the run is said before it";
+    EXPECT_GT(need[4], 1);
+    EXPECT_EQ(numbers_of(done.out, "[L] division:"), std::vector{need[4]});
+    EXPECT_TRUE(contains(check.out, "FREE_HD_SIZE")) << "what will end the run is said before it";
 }
 
 TEST_F(Batch, WhatTheInputLetsPassIsInTheSummary) {
     folder.write("typo.txt", replaced(bar_text, "apply_force", "aply_force"));
     for (const char* command : {"check typo.txt", "static typo.txt --quiet"})
         EXPECT_TRUE(contains(run(command).out, "model file was read up to token 52 'aply_force'")) << command;
-    EXPECT_FALSE(contains(run("static bar.txt").out, "was read up to")) << "END is no such token";
     const std::string beside = "0.04 0.04 0.02 0 0 0  2 2 1 0 0 0   0 0.1 0  0 0 0",
                       joined = "0.02 0.02 0.01 0 0 0  2 2 1 0 0 0   0.1 0 0  0 0 0 parent=NOBODY";
     folder.write("joined.txt", replaced(pieces_text, beside, joined));

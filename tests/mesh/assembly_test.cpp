@@ -49,26 +49,6 @@ TEST(Placement, RotatesAboutZThenXThenZ) {
     }
 }
 
-TEST(Merging, TwoBoxesShareTheirFace) {
-    const auto [good, mesh, remarks, lines] =
-        build({box("left", {0, 0, 0}, {1, 1, 1}, {2, 3, 4}), box("right", {1, 0, 0}, {2, 1, 1}, {3, 3, 4})});
-    ASSERT_TRUE(good);
-    EXPECT_EQ(mesh.p_ele_part_id[23], 0);
-    EXPECT_EQ(mesh.p_ele_part_id[24], 1);
-    EXPECT_EQ(mesh.max_length, 3.0);
-    EXPECT_EQ(count_bodies(mesh), 1);
-    EXPECT_NEAR(volume_inside_surface(mesh), 3.0, 1e-12);
-    EXPECT_TRUE(find_unjoined_nodes(mesh, SilentProgress()).empty());
-    EXPECT_EQ(lines,
-              "max_length=3.000e+00\npart_type:0\npoint_num_temp=60\nelement_num_temp=24\n"
-              "i_part=0, material_id = 0\nNelem1=24, Nnode1=60\n"
-              "RECT:EULER_ANG=0.000e+00,0.000e+00,0.000e+00\norigin=0.000e+00,0.000e+00,0.000e+00\n"
-              "part_type:0\npoint_num_temp=140\nelement_num_temp=60\n"
-              "i_part=1, material_id = 0\nNelem1=36, Nnode1=80\n"
-              "RECT:EULER_ANG=0.000e+00,0.000e+00,0.000e+00\norigin=1.000e+00,0.000e+00,0.000e+00\n"
-              "element_type=0\nmatch_node_num=20\npart:0\npart:0, 1\nelement_num=60,point_num=120,fn=360\n");
-}
-
 TEST(Merging, ShapesMeetWhereTheirStepsAgree) {
     const Part upper = make_part("ARCH", {1, 3, 1}, {4, 3, 2});
     Part lower = upper;
@@ -141,13 +121,17 @@ TEST(Merging, FindsEveryPairWhereverTheCellsOfTheGridLie) {
     }
 }
 
-TEST(Merging, PrintsWhichPartsShareNodes) {
+TEST(Merging, PrintsThePartsAndWhichOfThemShareNodes) {
     // b and c meet a; all three meet on the edge x = 1, y = 1
-    const Built built = build({box("a", {0, 0, 0}, {1, 1, 1}), box("alone", {9, 9, 9}, {1, 1, 1}),
+    const Built built = build({box("a", {0, 0, 0}, {1, 1, 1}), box("alone", {9, 9, 9}, {1, 1, 1}, {1, 2, 1}),
                                box("b", {1, 0, 0}, {1, 1, 1}), box("c", {0, 1, 0}, {1, 1, 1})});
-    EXPECT_TRUE(contains(built.lines,
-                         "match_node_num=8\npart:0\npart:0, 2\npart:0, 3\npart:2\npart:2, 3\nelement_num=4"))
-        << built.lines;
+    for (const char* lines :
+         {"point_num_temp=20\nelement_num_temp=3\ni_part=1, material_id = 0\nNelem1=2, Nnode1=12\n"
+          "RECT:EULER_ANG=0.000e+00,0.000e+00,0.000e+00\norigin=9.000e+00,9.000e+00,9.000e+00\npart_type:0\n",
+          "element_type=0\nmatch_node_num=8\npart:0\npart:0, 2\npart:0, 3\npart:2\npart:2, 3\n"
+          "element_num=5,point_num=28,fn=84\n"})
+        EXPECT_TRUE(contains(built.lines, lines)) << built.lines;
+    EXPECT_EQ(built.mesh.p_ele_part_id, (std::vector<std::int32_t>{0, 1, 1, 2, 3}));
 }
 
 TEST(Unjoined, CountsTheNodesOnFacesOfTheOtherPart) {

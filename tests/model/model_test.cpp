@@ -9,22 +9,6 @@
 using namespace kestralum;
 using namespace kestralum::testing;
 
-TEST(Extent, BoundsTheNodesAndFallsBackToOneWhereTheySpanNothing) {
-    Mesh mesh;
-    mesh.coordinates = {-1, 5, 2, 0.5, -3, 2, -2, 4, 2};
-    mesh.max_length = 99;
-    update_extent(mesh);
-    EXPECT_EQ(mesh.size_info, (std::array<double, 6>{-2, -3, 2, 0.5, 5, 2}));
-    EXPECT_EQ(mesh.max_length, 8);
-    mesh.coordinates = {7, 8, 9};
-    update_extent(mesh);
-    EXPECT_EQ(mesh.size_info, (std::array<double, 6>{7, 8, 9, 7, 8, 9}));
-    EXPECT_EQ(mesh.max_length, 1);
-    mesh.coordinates.clear();
-    update_extent(mesh);
-    EXPECT_EQ(mesh.size_info, (std::array<double, 6>{}));
-}
-
 TEST(ForcePoints, TheFirstNodeNearerThanTheToleranceInEveryDirection) {
     Mesh mesh;
     mesh.coordinates = {0, 0, 0, 1, 0, 0, 1 + 0.9e-7, 0, 0, 2, 1.1e-7, 0};

@@ -213,12 +213,6 @@ TEST(ResultFile, BytesDoNotDependOnThreadsOrLocale) {
     EXPECT_TRUE(written(read_back(folder), folder, "again.txt") == one);
 }
 
-TEST(ResultFile, NamesAreMadeOfWhatFollowsTheLastSeparator) {
-    EXPECT_EQ(result_file_name("/abs/path.d/a b"), "log\\result_a b");
-    EXPECT_EQ(displacement_file_name("x/y\\z.dat"), "log\\disp_z.dat");
-    EXPECT_EQ(nonlinear_history_file_name("some.where/a"), "log\\history_nonlinear_a.csv");
-}
-
 namespace {
 
 // An explicit run with the nodes of its model numbered backwards, as a displacement file.
