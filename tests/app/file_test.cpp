@@ -50,19 +50,16 @@ TEST_F(Files, KeepsTheModelWhenAFileIsDamaged) {
     ASSERT_TRUE(open(block_text));
     const QString title = window->windowTitle();
     const QImage before = picture();
-    const struct {
-        void (MainWindow::*open)(const QString&);
-        QString name;
-        const char* what;
-    } damaged[] = {
+    using Open = void (MainWindow::*)(const QString&);
+    const std::tuple<Open, QString, const char*> damaged[] = {
         {&MainWindow::open_model,
          write("damaged.txt", replaced(block_text, "0.4 0.2 0.2 0 0 0  4", "0.4 oops 0.2 0 0 0  4")), "oops"},
         {&MainWindow::open_model, "missing.txt", "missing.txt"},
         {&MainWindow::open_results, write("not_a_result", "ver3.01\n%\nNode\n-5\n"), "-5"},
         {&MainWindow::open_displacements, "nowhere", "nowhere"}};
-    for (const auto& d : damaged) {
-        const std::string told = told_by([&] { (window.get()->*d.open)(d.name); });
-        EXPECT_TRUE(contains(told, d.name.toStdString()) && contains(told, d.what)) << told;
+    for (const auto& [open, name, what] : damaged) {
+        const std::string told = told_by([&] { (window.get()->*open)(name); });
+        EXPECT_TRUE(contains(told, name.toStdString()) && contains(told, what)) << told;
     }
     EXPECT_EQ(window->windowTitle(), title);
     EXPECT_EQ(picture(), before);

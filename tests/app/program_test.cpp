@@ -66,17 +66,14 @@ TEST_F(Program, DrawsSnapshots) {
 }
 
 TEST_F(Program, EndsWhereFilesAreMissing) {
-    const struct {
-        QStringList arguments;
-        int status;
-        const char* word;
-    } missing[] = {{{"missing.txt", "--snapshot", "a.png"}, 2, "missing.txt"},
-                   {{"bar.txt", "--snapshot", "a.png", "--result", "missing"}, 2, "missing"},
-                   {{"bar.txt", "--snapshot", "nowhere/a.png"}, 1, "nowhere/a.png"}};
-    for (const auto& m : missing) {
-        const Ended ended = run(m.arguments);
-        EXPECT_EQ(ended.status, m.status) << ended.err;
-        EXPECT_TRUE(contains(ended.err, m.word)) << ended.err;
+    const std::tuple<QStringList, int, const char*> missing[] = {
+        {{"missing.txt", "--snapshot", "a.png"}, 2, "missing.txt"},
+        {{"bar.txt", "--snapshot", "a.png", "--result", "missing"}, 2, "missing"},
+        {{"bar.txt", "--snapshot", "nowhere/a.png"}, 1, "nowhere/a.png"}};
+    for (const auto& [arguments, status, word] : missing) {
+        const Ended ended = run(arguments);
+        EXPECT_EQ(ended.status, status) << ended.err;
+        EXPECT_TRUE(contains(ended.err, word)) << ended.err;
     }
     std::filesystem::remove(folder.path() / "setting/setting.txt");
     const Ended without = run({"bar.txt", "--snapshot", "a.png"});

@@ -83,24 +83,22 @@ TEST_F(Runs, TheWindowGoesOnMeanwhile) {
 
 TEST_F(Runs, AskBeforeTheyAreDisturbed) {
     const QString other = write("other.txt", replaced(block_text, "4 2 2 0 0 0", "8 2 2 0 0 0"));
-    const struct {
-        const char* answer;
-        bool stopped;
-        int elements;
-    } cases[] = {{"Wait", false, 32}, {"Stop the run", true, 32}, {"Leave it", false, 16}};
-    for (const auto& c : cases) {
+    // answer, whether the run is stopped, elements shown in the end
+    const std::tuple<const char*, bool, int> cases[] = {
+        {"Wait", false, 32}, {"Stop the run", true, 32}, {"Leave it", false, 16}};
+    for (const auto& [answer, stopped, elements] : cases) {
         ASSERT_TRUE(open(block_text));
         start_job();
         std::string told;
-        answer_boxes(told, {c.answer});
+        answer_boxes(told, {answer});
         window->open_model(other);
         EXPECT_TRUE(contains(told, "Static") && contains(told, "other.txt")) << told;
         EXPECT_EQ(mesh().element_num(), 16);
-        if (c.stopped) wait_for([&] { return seen_stop.load(); });
+        if (stopped) wait_for([&] { return seen_stop.load(); });
         release = true;
         wait_idle();
-        EXPECT_EQ(seen_stop, c.stopped) << c.answer;
-        EXPECT_EQ(mesh().element_num(), c.elements) << c.answer;
+        EXPECT_EQ(seen_stop, stopped) << answer;
+        EXPECT_EQ(mesh().element_num(), elements) << answer;
     }
     for (const QString answer : {"Leave it", "Stop the run"}) {
         start_job();
@@ -137,6 +135,10 @@ TEST_F(Runs, ShowWhatTheyComputed) {
     const SharedRun before = shown_run();
     told_by([&] { run("&Static"); }, {"Leave it"});
     EXPECT_EQ(shown_run(), before) << "the file was not to be replaced";
+    EXPECT_FALSE(list_factor_files(folder.file("log")).names.empty());
+    trigger("Remove &Factor Files");
+    told_by([&] { run("&Static"); }, {"Replace"});
+    EXPECT_TRUE(list_factor_files(folder.file("log")).names.empty());
 }
 
 // Whatever ends a run without results leaves picture and store as they were.
@@ -170,15 +172,6 @@ TEST_F(Runs, LeaveThePictureWhereTheyFail) {
     EXPECT_TRUE(window->isVisible());
     EXPECT_EQ(shown_run(), before);
     EXPECT_EQ(picture(), drawn);
-}
-
-TEST_F(Runs, RemoveTheFactorsFilesOnRequest) {
-    ASSERT_TRUE(open(bar_text, "bar.txt"));
-    run("&Static");
-    EXPECT_FALSE(list_factor_files(folder.file("log")).names.empty());
-    trigger("Remove &Factor Files");
-    run("&Static");
-    EXPECT_TRUE(list_factor_files(folder.file("log")).names.empty());
 }
 
 TEST_F(Runs, StopAndCloseDoNotWait) {

@@ -1,17 +1,12 @@
 // Whole runs: what comes out, where it lies and what the summary says of it.
 #include "batch_run.h"
+#include "console_pattern.h"
 #include "model/vector3.h"
 
 using namespace kestralum;
 using namespace kestralum::testing;
 
 namespace {
-
-// The stage table differs from run to run.
-std::string without_times(const std::string& text) {
-    const std::size_t table = text.find("stage    "), results = text.find("results  ");
-    return text.substr(0, table) + (results < text.size() ? text.substr(results) : "");
-}
 
 double displacement(const Frame& frame, double node) {
     return norm(triple(frame.mode_vec, static_cast<std::int64_t>(node) - 1));
@@ -38,8 +33,8 @@ TEST_F(Batch, TheSummaryAgreesWithTheoryAndWithTheResultFile) {
     EXPECT_TRUE(contains(bytes("log/result_bar.txt"), "\nmode_num\n6\n"))
         << "a static result holds six columns";
     // a quiet run says what the other one says at its end
-    EXPECT_TRUE(quiet.out.starts_with("size  ") &&
-                without_times(loud.out).ends_with(without_times(quiet.out)));
+    auto said = [](const Ended& run) { return joined(console_pattern(run.out)); };
+    EXPECT_TRUE(quiet.out.starts_with("size  ") && said(loud).ends_with(said(quiet)));
 }
 
 TEST_F(Batch, ProbesTellTheNearestNode) {

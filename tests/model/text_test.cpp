@@ -14,6 +14,22 @@
 using namespace kestralum;
 using namespace kestralum::testing;
 
+TEST(Tokens, PeekLeavesTheReaderAndSkipTellsTheEnd) {
+    TokenReader reader("1 2 3 4");
+    EXPECT_EQ(reader.peek(), "1");
+    EXPECT_TRUE(reader.skip(3));
+    EXPECT_EQ(reader.last(), "3");
+    EXPECT_FALSE(reader.skip(7));
+    EXPECT_EQ(reader.token_number(), 5) << "the end counts once";
+}
+
+TEST(Tokens, CommentLinesBeginWithTheirSign) {
+    const char* text = "# one\n  # two two\na #b\nc# d\n#";
+    TokenReader passed_over(text, true);
+    for (const char* expected : {"a", "#b", "c#", "d", ""}) EXPECT_EQ(passed_over.next(), expected);
+    EXPECT_EQ(TokenReader(text).next(), "#");
+}
+
 TEST(Numbers, AreWholeTokensOrNothing) {
     const CommaLocale locale;
     const double largest = std::numeric_limits<double>::max();
