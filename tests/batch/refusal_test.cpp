@@ -55,7 +55,7 @@ TEST_F(Batch, ARunThatCannotBeCompletedSaysWhyAndLeavesNoTornFile) {
     const auto u = result("log/result_loose.txt").run.results.at(0)->mode_vec;
     EXPECT_LT(std::count(u.begin(), u.end(), 0.0), std::ssize(u));
     // files may hold 80 kB each: enough for the mesh with cleared results and the factor, not for the last
-    // write; with 50 kB not for the factor
+    // write, with an earlier file and without; with 50 kB not for the factor
     const std::string small_files = "trap '' XFSZ; ulimit -f ";
     ASSERT_EQ(run("static bar.txt").status, 0);
     const std::string good = bytes("log/result_bar.txt");
@@ -65,6 +65,8 @@ TEST_F(Batch, ARunThatCannotBeCompletedSaysWhyAndLeavesNoTornFile) {
     EXPECT_TRUE(contains(full.err, "result_bar.txt cannot be written")) << full.err;
     EXPECT_TRUE(bytes("log/result_bar.txt") == good && !exists("log/result_bar.txt.part"));
     EXPECT_FALSE(contains(full.out, "\nresults  ")) << "no file of this run lies there";
+    EXPECT_EQ(run("static bar.txt --log other", small_files + "160;").status, 1);
+    EXPECT_FALSE(exists("other/result_bar.txt") || exists("other/result_bar.txt.part"));
     const Ended factor = refused("static bar.txt --log other", 1, small_files + "100;");
     EXPECT_TRUE(contains(factor.err, "factorization cannot go on")) << factor.err;
     EXPECT_EQ(result("other/result_bar.txt").run.mode_num(), 1) << "the mesh with cleared results";
