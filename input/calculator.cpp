@@ -1,7 +1,9 @@
 #include "input/calculator.h"
 
+#if defined(__GNUC__) && !defined(__clang__)
 // Under the sanitizers g++ 12 takes the empty match of a Spirit parser for an uninitialized one.
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 #include <algorithm>
 #include <boost/spirit/include/classic_core.hpp>
 #include <charconv>

@@ -228,7 +228,8 @@ bool mesh_model(Model& model, InputRemarks& remarks, Progress& progress) {
     progress.print("PART_O\n");
     model.parts_o = model.parts;
     progress.print("Normal direction\n");
-    update_node_normals(model.mesh);
+    update_node_normals(model.mesh, &progress);
+    if (progress.cancelled()) return false;
     progress.print("force_point\n");
     progress.print("max_length=%e\n", model.mesh.max_length);
     return true;

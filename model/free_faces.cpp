@@ -18,7 +18,8 @@ struct FaceKey {
 
 }  // namespace
 
-std::vector<ElementFace> free_faces(const Mesh& mesh) {
+std::vector<ElementFace> free_faces(const Mesh& mesh, const Progress* progress) {
+    auto stopped = [&](std::size_t turn) { return turn % 4096 == 0 && progress && progress->cancelled(); };
     const FaceTable table = face_table(mesh.element_type);
     const std::int32_t elements = mesh.element_num();
     const std::size_t nodes = mesh.node_num();
@@ -34,35 +35,41 @@ std::vector<ElementFace> free_faces(const Mesh& mesh) {
             for (int m = k; m > 0 && c[m] < c[m - 1]; --m) std::swap(c[m], c[m - 1]);
     };
     std::int32_t c[4];
-    for (std::int32_t e = 0; e < elements; ++e)
+    for (std::int32_t e = 0; e < elements; ++e) {
+        if (stopped(e)) return {};
         for (int f = 0; f < table.faces; ++f) {
             sorted_corners(e, f, c);
             ++start[c[0]];
         }
+    }
     for (std::size_t n = 1; n <= nodes; ++n) start[n] += start[n - 1];
     std::vector<std::int64_t> place(start.begin(), start.end() - 1);
-    for (std::int32_t e = 0; e < elements; ++e)
+    for (std::int32_t e = 0; e < elements; ++e) {
+        if (stopped(e)) return {};
         for (int f = 0; f < table.faces; ++f) {
             sorted_corners(e, f, c);
             FaceKey& key = keys[place[c[0] - 1]++];
             key = {{c[1], c[2], table.corners == 4 ? c[3] : -1}, e, f};
         }
+    }
 
     std::vector<ElementFace> faces;
-    for (std::size_t n = 0; n < nodes; ++n)
+    for (std::size_t n = 0; n < nodes; ++n) {
+        if (stopped(n)) return {};
         for (std::int64_t a = start[n]; a < start[n + 1]; ++a) {
             bool shared = false;
             for (std::int64_t b = start[n]; b < start[n + 1] && !shared; ++b)
                 shared = a != b && keys[a].same_corners(keys[b]);
             if (!shared) faces.push_back({keys[a].element, keys[a].face});
         }
+    }
     std::sort(faces.begin(), faces.end(), [](const ElementFace& a, const ElementFace& b) {
         return a.element != b.element ? a.element < b.element : a.face < b.face;
     });
     return faces;
 }
 
-void update_node_normals(Mesh& mesh) {
+void update_node_normals(Mesh& mesh, const Progress* progress) {
     mesh.node_n_dir.assign(mesh.coordinates.size(), 0.0);
     const FaceTable table = face_table(mesh.element_type);
     const double* x = mesh.coordinates.data();
@@ -78,7 +85,7 @@ void update_node_normals(Mesh& mesh) {
         for (int k = 0; k < 3; ++k)
             sum[k] += u[(k + 1) % 3] * v[(k + 2) % 3] - u[(k + 2) % 3] * v[(k + 1) % 3];
     };
-    for (const ElementFace& face : free_faces(mesh)) {
+    for (const ElementFace& face : free_faces(mesh, progress)) {
         const std::int32_t* element = mesh.element(face.element).data();
         const auto triangles = outward_triangles(mesh.element_type, face.face);
         double normal[3] = {};

@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "model/progress.h"
 #include "model/topology.h"
 
 namespace kestralum {
@@ -16,7 +17,8 @@ struct ElementFace {
 };
 
 // Faces whose corner nodes no other element shares, in element order. O(faces).
-std::vector<ElementFace> free_faces(const Mesh& mesh);
+// With a `progress` that is cancelled meanwhile: at once, without a face.
+std::vector<ElementFace> free_faces(const Mesh& mesh, const Progress* progress = nullptr);
 
 struct SurfaceTriangle {
     std::array<std::int32_t, 3> node;  // 0-based, winding outwards

@@ -50,7 +50,10 @@ void update_extent(Mesh& mesh);
 // and for area forces.
 std::vector<std::int32_t> resolve_force_points(const Mesh& mesh, std::span<const AppliedForce> forces);
 
-// Unit outward normals averaged over the free faces at each node, weighted by area; 0 inside.
-void update_node_normals(Mesh& mesh);
+class Progress;
+
+// Unit outward normals averaged over the free faces at each node, weighted by area; 0 inside. With a
+// `progress` that is cancelled meanwhile: at once, the normals are 0.
+void update_node_normals(Mesh& mesh, const Progress* progress = nullptr);
 
 }  // namespace kestralum

@@ -106,11 +106,7 @@ struct RunReport {
     bool written = false;  // the result file holds this run's results
     bool has_results() const { return kept; }
 
-    RunReport& fail(RunStatus why, std::string text) {
-        status = why;
-        remarks.errors.push_back(std::move(text));
-        return *this;
-    }
+    RunReport& fail(RunStatus why, std::string text);
 };
 
 }  // namespace kestralum

@@ -155,7 +155,8 @@ bool make_run_mesh(Job& job, Renumbering how, Freedoms& freedoms) {
         job.run.node_of = reorder_nodes(mesh, "LMAX", job.progress);
         freedoms.diag_num = measure_band(mesh);
     }
-    update_node_normals(mesh);
+    if (!job.goes_on()) return false;
+    update_node_normals(mesh, &job.progress);
     job.run.force_node = resolve_force_points(mesh, job.model.forces);
     freedoms.node_elements = elements_of_nodes(mesh);
     return find_rigid_bodies(job, freedoms) && job.goes_on();

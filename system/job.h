@@ -30,7 +30,7 @@ struct Job {
         run.report.fail(why, std::move(text));
         return false;
     }
-    void note(std::string text) { run.report.remarks.notices.push_back(std::move(text)); }
+    void note(const std::string& text) { run.report.remarks.notices.push_back(text); }
     // Sees to a cancel: false with the status set.
     bool goes_on() { return !progress.cancelled() || fail(RunStatus::cancelled, "stopped on request"); }
 };

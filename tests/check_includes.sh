@@ -1,6 +1,7 @@
 #!/bin/sh
 # Includes only go down: prints every include of one room by another that the order of the rooms
-# does not allow, and fails when there is one. Also keeps Qt and OpenGL out of the core.
+# does not allow, and every circle of files that include each other, and fails when there is one. Also keeps
+# Qt and OpenGL out of the core.
 # Usage: check_includes.sh SOURCE_DIR
 cd "$1" || exit 2
 fail=0
@@ -30,11 +31,15 @@ for room in model mesh input conditions elements solver system analysis results 
                 *) echo "$file includes $other/, which stands beside or above $room/"; fail=1 ;;
             esac
         done
-        # only app's readers of the store and the named entry points may say model_store()
     done
 done
 if grep -lE '#include <(Q[A-Z]|GL/)' model/* mesh/* input/* conditions/* elements/* solver/* system/* analysis/* analysis/*/* results/* view/*.h view/*.cpp app/batch/* app/*.* 2>/dev/null; then
     echo "the files above include Qt or OpenGL"
+    fail=1
+fi
+if ! grep -oH '^ *#include "[^"]*"' $(find model mesh input conditions elements solver system analysis results view app \
+        -name '*.cpp' -o -name '*.h') | sed 's|: *#include "| |; s|"$||' | tsort >/dev/null; then
+    echo "the files above include each other in a circle"
     fail=1
 fi
 [ "$files" -gt 10 ] || { echo "only $files source files found under $1"; fail=1; }

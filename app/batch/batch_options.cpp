@@ -36,43 +36,46 @@ std::string add_probe(BatchOptions& options, const std::string& text) {
     return {};
 }
 
-void describe(CLI::App& app, BatchOptions& options) {
+CommandLine describe(BatchOptions& options) {
     std::string analyses;
     for (const AnalysisEntry& entry : analysis_table())
         analyses += std::string(analyses.empty() ? "" : ", ") + entry.batch_word;
-    set_up(app,
-           "kestralum-batch ANALYSIS MODEL_FILE [OPTION]...\n"
-           "kestralum-batch check MODEL_FILE [--set NAME=EXPRESSION]... [--setting FILE] [--quiet]\n"
-           "kestralum-batch --help | --version",
-           options.help, options.version);
-    add_text(app, "ANALYSIS", "",
-             analyses +
-                 "; or check:\n"
-                 "reads and meshes only and tells what the model is made of and what it needs",
-             options.command);
-    add_text(app, "MODEL_FILE", "", "the model; its control file (.ana) is read from beside it",
-             options.model_file);
-    add_value(app, "--set", "NAME=EXPRESSION",
-              "gives a parameter of the model another expression; repeatable",
-              [&options](const std::string& text) { return add_override(options, text); });
-    add_text(app, "--setting", "FILE", "settings file instead of setting/setting.txt", options.setting_file);
-    add_text(app, "--log", "DIR", "writes there instead of log; one run at a time in a folder",
-             options.log_folder);
-    app.add_flag("--vtu", options.vtu,
-                 "writes NAME.vtu for ParaView beside the result file; nonlinear, explicit: one a frame\n"
-                 "and NAME.pvd");
-    add_value(app, "--probe", "X,Y,Z",
-              "what becomes of the node nearest to this place, metres: static, eigen: in the summary;\n"
-              "nonlinear, explicit: in the history; repeatable",
-              [&options](const std::string& text) { return add_probe(options, text); });
-    app.add_flag("--mean-dilatation", options.mean_dilatation,
-                 "explicit: hexahedra with one pressure each, for large plastic strains");
-    app.add_flag("--tidy", options.tidy, "removes the files of the factor after the run");
-    app.add_flag("--quiet", options.quiet, "prints the closing summary only");
-    app.footer(
+    CommandLine line(
+        "kestralum-batch ANALYSIS MODEL_FILE [OPTION]...\n"
+        "kestralum-batch check MODEL_FILE [--set NAME=EXPRESSION]... [--setting FILE] [--quiet]\n"
+        "kestralum-batch --help | --version",
+        options);
+    line.add_text("ANALYSIS", "",
+                  analyses +
+                      "; or check:\n"
+                      "reads and meshes only and tells what the model is made of and what it needs",
+                  options.command);
+    line.add_text("MODEL_FILE", "", "the model; its control file (.ana) is read from beside it",
+                  options.model_file);
+    line.add_value("--set", "NAME=EXPRESSION",
+                   "gives a parameter of the model another expression; repeatable",
+                   [&options](const std::string& text) { return add_override(options, text); });
+    line.add_text("--setting", "FILE", "settings file instead of setting/setting.txt", options.setting_file);
+    line.add_text("--log", "DIR", "writes there instead of log; one run at a time in a folder",
+                  options.log_folder);
+    line.add_flag("--vtu",
+                  "writes NAME.vtu for ParaView beside the result file; nonlinear, explicit: one a frame\n"
+                  "and NAME.pvd",
+                  options.vtu);
+    line.add_value("--probe", "X,Y,Z",
+                   "what becomes of the node nearest to this place, metres: static, eigen: in the summary;\n"
+                   "nonlinear, explicit: in the history; repeatable",
+                   [&options](const std::string& text) { return add_probe(options, text); });
+    line.add_flag("--mean-dilatation",
+                  "explicit: hexahedra with one pressure each, for large plastic strains",
+                  options.mean_dilatation);
+    line.add_flag("--tidy", "removes the files of the factor after the run", options.tidy);
+    line.add_flag("--quiet", "prints the closing summary only", options.quiet);
+    line.add_footer(
         "Exit status: 0 done; 1 the analysis could not be completed; 2 bad usage, missing settings, "
         "unreadable\n"
         "or wrong input.");
+    return line;
 }
 
 // What does not go together.
@@ -94,9 +97,7 @@ std::string check_command(const BatchOptions& options) {
 
 BatchOptions parse_batch_options(std::span<const char* const> arguments) {
     BatchOptions options;
-    CLI::App app;
-    describe(app, options);
-    options.error = parse_command_line(app, arguments);
+    options.error = describe(options).parse(arguments);
     if (!options.error.empty()) return options;
     if (options.log_folder.empty() || options.setting_file.empty())
         options.error = "an empty file or folder name";
@@ -109,9 +110,7 @@ BatchOptions parse_batch_options(std::span<const char* const> arguments) {
 
 std::string batch_usage() {
     BatchOptions unused;
-    CLI::App app;
-    describe(app, unused);
-    return help_text(app);
+    return describe(unused).help_text();
 }
 
 }  // namespace kestralum

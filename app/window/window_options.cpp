@@ -94,32 +94,23 @@ std::string listed(std::span<const std::string> words) {
     return text;
 }
 
-void describe_snapshot(CLI::App& app, WindowOptions& options) {
+void describe_snapshot(CommandLine& line, WindowOptions& options) {
     std::vector<std::string> analyses, entries;
     for (const AnalysisEntry& entry : analysis_table()) analyses.push_back(entry.batch_word);
     for (const view::ViewEntry& entry : view::view_entries) entries.push_back(option_word(entry.text));
-    CLI::Option* snapshot =
-        add_value(app, "--snapshot", "FILE", "draws the model into an image (.png) without showing a window",
-                  [&options](const std::string& text) {
-                      options.snapshot = text;
-                      return std::string(text.empty() ? "--snapshot wants the name of an image" : "");
-                  });
+    line.add_value("--snapshot", "FILE", "draws the model into an image (.png) without showing a window",
+                   [&options](const std::string& text) {
+                       options.snapshot = text;
+                       return std::string(text.empty() ? "--snapshot wants the name of an image" : "");
+                   });
+    OptionTerms terms{"--snapshot", "", "Options of a snapshot"};
     auto add = [&](const std::string& name, const std::string& shape, const std::string& description,
-                   Take take) {
-        return add_value(app, name, shape, description, std::move(take))
-            ->needs(snapshot)
-            ->group("Options of a snapshot");
-    };
-    auto place = [](std::string& text) {
-        return [&text](const std::string& given) {
-            text = given;
-            return std::string();
-        };
-    };
+                   Take take) { line.add_value(name, shape, description, std::move(take), terms); };
     using Text = const std::string&;
-    CLI::Option* analysis =
-        add("--analysis", "ANALYSIS", "runs it first: " + listed(analyses), place(options.analysis));
-    add("--result", "FILE", "shows the results of this file", place(options.result_file))->excludes(analysis);
+    line.add_text("--analysis", "ANALYSIS", "runs it first: " + listed(analyses), options.analysis, terms);
+    terms.excludes = "--analysis";
+    line.add_text("--result", "FILE", "shows the results of this file", options.result_file, terms);
+    terms.excludes.clear();
     add("--contour", "N|plastic",
         "0 ... 16 in the order of the Contour menu, 17 part colours, -1 none; 4 unless given;\n"
         "plastic: equivalent plastic strain",
@@ -140,17 +131,18 @@ void describe_snapshot(CLI::App& app, WindowOptions& options) {
         [&options](Text text) { return take_entries("--hide", text, options.hide); });
 }
 
-void describe(CLI::App& app, WindowOptions& options) {
-    set_up(app,
-           "kestralum [MODEL_FILE] [--log DIR] [--quiet]\n"
-           "kestralum MODEL_FILE --snapshot FILE [OPTION]...\n"
-           "kestralum --help | --version",
-           options.help, options.version);
-    add_text(app, "MODEL_FILE", "", "the model to open", options.model_file);
-    add_text(app, "--log", "DIR", "analyses write there instead of log", options.log_folder);
-    app.add_flag("--quiet", options.quiet, "no lines of the stages on the console");
-    describe_snapshot(app, options);
-    app.footer("Exit status: 0 done; 1 the picture could not be made; 2 bad usage or wrong input.");
+CommandLine describe(WindowOptions& options) {
+    CommandLine line(
+        "kestralum [MODEL_FILE] [--log DIR] [--quiet]\n"
+        "kestralum MODEL_FILE --snapshot FILE [OPTION]...\n"
+        "kestralum --help | --version",
+        options);
+    line.add_text("MODEL_FILE", "", "the model to open", options.model_file);
+    line.add_text("--log", "DIR", "analyses write there instead of log", options.log_folder);
+    line.add_flag("--quiet", "no lines of the stages on the console", options.quiet);
+    describe_snapshot(line, options);
+    line.add_footer("Exit status: 0 done; 1 the picture could not be made; 2 bad usage or wrong input.");
+    return line;
 }
 
 // What does not go together.
@@ -167,18 +159,14 @@ std::string check_options(const WindowOptions& options) {
 
 WindowOptions parse_window_options(std::span<const char* const> arguments) {
     WindowOptions options;
-    CLI::App app;
-    describe(app, options);
-    options.error = parse_command_line(app, arguments);
+    options.error = describe(options).parse(arguments);
     if (options.error.empty() && !options.help && !options.version) options.error = check_options(options);
     return options;
 }
 
 std::string window_usage() {
     WindowOptions unused;
-    CLI::App app;
-    describe(app, unused);
-    return help_text(app);
+    return describe(unused).help_text();
 }
 
 }  // namespace kestralum

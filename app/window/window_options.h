@@ -8,13 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "app/command_line.h"
 #include "view/camera.h"
 
 namespace kestralum {
 
-struct WindowOptions {
-    bool help = false, version = false;
-    std::string model_file;       // "" = none
+struct WindowOptions : CommonOptions {
     std::string snapshot;         // image file to write instead of opening a window; "" = none
     std::string result_file;      // for a snapshot: results to show
     std::string analysis;         // for a snapshot: analysis to run first, its batch word
@@ -26,9 +25,6 @@ struct WindowOptions {
     std::vector<std::size_t> show, hide;  // rows of the View menu
     double scale = 1;                     // mode scale
     double opacity = 1;
-    std::string log_folder = "log";
-    bool quiet = false;
-    std::string error;  // bad usage: why
 };
 
 WindowOptions parse_window_options(std::span<const char* const> arguments);
