@@ -2,31 +2,10 @@
 // for at any place leaves the earlier files, and the loops of a step take no memory.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
 #include <thread>
 
 #include "support/explicit_run.h"
-
-namespace {
-std::atomic<std::int64_t> allocations{0};
-}
-
-void* operator new(std::size_t bytes) {
-    ++allocations;
-    if (void* block = std::malloc(bytes > 0 ? bytes : 1)) return block;
-    throw std::bad_alloc();
-}
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"  // both are replaced, as a pair
-void operator delete(void* block) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-    std::free(block);
-}
-#pragma GCC diagnostic pop
+#include "support/heap_count.h"
 
 namespace kestralum {
 namespace {
@@ -119,6 +98,7 @@ INSTANTIATE_TEST_SUITE_P(All, AnyAnalysis,
 class Allocations : public testing::ExplicitTest {};
 
 TEST_F(Allocations, NoneInAStepWithRigidBodiesSpringsWallsAndContact) {
+    if (!KESTRALUM_COUNTS_HEAP) GTEST_SKIP() << "a sanitizer's heap";
     read(
         testing::ModelText{
             .material = "8000 2e11 0.3",
@@ -136,9 +116,9 @@ TEST_F(Allocations, NoneInAStepWithRigidBodiesSpringsWallsAndContact) {
     job.reset(new Job{model, settings, options, silent, result});
     ASSERT_TRUE(set_up_explicit(*job, *state)) << report.remarks.errors[0];
     run_to(90);  // what grows with the contacts has grown
-    const std::int64_t before = allocations;
+    const std::int64_t before = testing::heap.calls;
     while (state->step % 100 != 99) explicit_step(*job, *state);
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(testing::heap.calls, before);
 }
 
 }  // namespace
