@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <new>
 
 namespace kestralum::testing {
 constinit HeapCount heap;
@@ -26,7 +27,6 @@ using kestralum::testing::heap;
 
 void* taken(void* block) {
     if (!block) return block;
-    ++heap.calls;
     const auto bytes = static_cast<std::int64_t>(malloc_usable_size(block));
     const std::int64_t now = heap.live += bytes;
     std::int64_t most = heap.peak;
@@ -41,7 +41,6 @@ void given_back(void* block) {
 
 }  // namespace
 
-// `new` and `delete`, the aligned ones too, come here.
 extern "C" {
 void* malloc(std::size_t bytes) {
     return taken(__libc_malloc(bytes));
@@ -69,6 +68,17 @@ void free(void* block) {
     given_back(block);
     __libc_free(block);
 }
+}
+
+// The threads' runtime and the watch of the resident memory take blocks of their own at any time: what the
+// program asks for comes here. The standard library's `delete` frees both.
+void* operator new(std::size_t bytes) {
+    return operator new(bytes, std::align_val_t(alignof(std::max_align_t)));
+}
+void* operator new(std::size_t bytes, std::align_val_t alignment) {
+    ++heap.news;
+    if (void* block = memalign(static_cast<std::size_t>(alignment), bytes)) return block;
+    throw std::bad_alloc();
 }
 
 #endif

@@ -17,9 +17,9 @@ namespace kestralum::testing {
 #endif
 
 struct HeapCount {
-    std::atomic<std::int64_t> calls{0};  // blocks taken
-    std::atomic<std::int64_t> live{0};   // bytes of the blocks that are held
-    std::atomic<std::int64_t> peak{0};   // the most that `live` has been
+    std::atomic<std::int64_t> news{0};  // calls of `new`
+    std::atomic<std::int64_t> live{0};  // bytes of the blocks that are held
+    std::atomic<std::int64_t> peak{0};  // the most that `live` has been
 };
 extern constinit HeapCount heap;
 
