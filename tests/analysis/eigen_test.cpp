@@ -28,7 +28,7 @@ constexpr auto tetra10 = ElementKind::tetrahedron10;
 const std::string foot = "c plane z 0 0 0 0 0 0";
 
 std::string model_text(int modes, const std::string& parts, const std::string& supports = "",
-                  const std::string& material = "7850 200e9 0.3") {
+                       const std::string& material = "7850 200e9 0.3") {
     return testing::ModelText{.material = material,
                               .parts = parts,
                               .supports = supports,
@@ -75,8 +75,7 @@ protected:
     }
     static void expect_within(const char* what, double f, double reference, double low, double high) {
         std::printf("    %s: %.2f Hz (%.2f, %+.2f %%)\n", what, f, reference, 100 * (f / reference - 1));
-        EXPECT_GT(f, low * reference) << what;
-        EXPECT_LT(f, high * reference) << what;
+        EXPECT_TRUE(f > low * reference && f < high * reference) << what;
     }
 
     Settings settings = testing::analysis_settings();
@@ -126,7 +125,7 @@ TEST_F(EigenAnalysis, ClampedBeam) {
     const double beam[3] = {259.42, 715.11, 1401.90}, timoshenko[3] = {255.12, 688.54, 1314.06};
     const auto modes =
         run_complete(analyse_eigen_lanczos, model_text(8, part_of(tetra10, {{2, 2, 30}, {0.05, 0.05, 1}}),
-                                                  "a plane z 0 0 0 0 0 0 b plane z 0 0 0 0 0 1"))
+                                                       "a plane z 0 0 0 0 0 0 b plane z 0 0 0 0 0 1"))
             .modes;
     std::vector<double> pairs;
     for (std::size_t j = 1; j < modes.size(); ++j)
@@ -140,9 +139,9 @@ TEST_F(EigenAnalysis, ClampedBeam) {
 }
 
 TEST_F(EigenAnalysis, FreeRodAlongItsAxis) {
-    const auto modes =
-        run_complete(analyse_eigen_subspace, model_text(22, rect("b", "0.1 0.1 1", "2 2 40"), "", "7850 200e9 0"))
-            .modes;
+    const auto modes = run_complete(analyse_eigen_subspace,
+                                    model_text(22, rect("b", "0.1 0.1 1", "2 2 40"), "", "7850 200e9 0"))
+                           .modes;
     int n = 0;
     for (std::size_t j = 6; j < modes.size(); ++j)
         if (share(j, 2) > 0.999) {  // neither bending nor torsion
@@ -164,7 +163,8 @@ TEST_F(EigenAnalysis, FreeRingInItsPlane) {
                                  }},
                                 tetra10);
     const std::string parts = vol("a", half) + vol("b", half, "180 0 0");
-    const auto modes = run_complete(analyse_eigen_subspace, model_text(16, parts, "", "7800 185e9 0.3")).modes;
+    const auto modes =
+        run_complete(analyse_eigen_subspace, model_text(16, parts, "", "7800 185e9 0.3")).modes;
     std::vector<double> in_plane;
     for (std::size_t j = 6; j < modes.size(); ++j)
         if (share(j, 2) < 0.02) in_plane.push_back(modes[j].frequency);
@@ -187,7 +187,7 @@ TEST_F(EigenAnalysis, FreeSquarePlateAndCantilever) {
     }
     const auto beam =
         run_complete(analyse_eigen_subspace, model_text(3, part_of(tetra10, {{15, 3, 2}, {0.15, 0.03, 0.01}}),
-                                                   "c plane x 0 0 0 0 0 0", "2700 70e9 0.35"));
+                                                        "c plane x 0 0 0 0 0 0", "2700 70e9 0.35"));
     expect_within("cantilever", beam.modes.at(0).frequency, 371, 370 / 371.0, 372 / 371.0);
 }
 
@@ -229,11 +229,10 @@ TEST_F(EigenAnalysis, SmallAndLooseBodiesGiveAllTheirModesAndNoMore) {
     for (Analyse method : both_methods) {
         settings.c_eigen_shift = 0.5;
         const RunReport few = run_complete(method, model_text(50, cube, foot));
-        ASSERT_EQ(few.modes.size(), 12u);
+        EXPECT_EQ(few.modes.size(), 12u);
         EXPECT_TRUE(testing::contains(few.remarks.notices, "50 modes were asked for: 12"));
-        EXPECT_EQ(few.modes_counted, 12);
         const RunReport free_cube = run_complete(method, model_text(24, cube));
-        ASSERT_EQ(free_cube.modes.size(), 24u);
+        EXPECT_EQ(free_cube.modes.size(), 24u);
         EXPECT_EQ(zero_modes(free_cube), 6);
         const RunReport loose = run_complete(method, model_text(16, two));
         EXPECT_EQ(zero_modes(loose), 12);
