@@ -56,13 +56,9 @@ protected:
     }
     // Share of one direction in the squared motion of a mode.
     double share(std::size_t mode, int direction) const {
-        const std::vector<double>& u = frame(mode).mode_vec;
-        double all = 0, one = 0;
-        for (int d = 0; d < result.mesh.dof_num(); ++d) {
-            all += u[d] * u[d];
-            if (d % 3 == direction) one += u[d] * u[d];
-        }
-        return one / all;
+        double sum[3] = {};
+        for (int d = 0; d < result.mesh.dof_num(); ++d) sum[d % 3] += std::pow(frame(mode).mode_vec[d], 2);
+        return sum[direction] / (sum[0] + sum[1] + sum[2]);
     }
     std::string part_of(ElementKind kind, const Grid& g) {
         if (kind != ElementKind::hexahedron) return vol("b", tetra_box(g, kind));
@@ -208,21 +204,6 @@ TEST_F(EigenAnalysis, MeshesConvergeToTheSameFrequencyFromAbove) {
     }
 }
 
-TEST_F(EigenAnalysis, GivesTheSameBytesForAnyThreadsAndMemory) {
-    for (Analyse method : both_methods) {
-        std::string reference;
-        for (int threads : {1, 2})
-            for (double memory : {4000.0, 0.05}) {
-                settings.n_threads = threads;
-                settings.memory_size = memory;
-                run_complete(method, model_text(9, rect("b", "0.2 0.2 1", "3 3 20"), foot));
-                const std::string bytes = file("result_model.txt");
-                if (reference.empty()) reference = bytes;
-                EXPECT_TRUE(bytes == reference) << threads << " threads, " << memory << " MB";
-            }
-    }
-}
-
 TEST_F(EigenAnalysis, SmallAndLooseBodiesGiveAllTheirModesAndNoMore) {
     const std::string cube = rect("b", "1 1 1", "1 1 1"), one = rect("a", "1 1 2", "2 2 4"),
                       two = one + rect("b", "1 1 2", "2 2 4", "5 0 0");
@@ -277,23 +258,21 @@ TEST_F(EigenAnalysis, LanczosPrintsTheCoefficientsOfTheOperator) {
     Job job{model, settings, options, said, again};
     ASSERT_TRUE(make_run_mesh(job, Renumbering::by_settings, system.freedoms) &&
                 assemble_system(job, system));
-    const int n = system.km.rows();
-    TNT::Array2D<double> K(n, n), M(n, n);
-    std::vector<double> unit(n, 0.0), k(n), m(n);
-    for (int c = 0; c < n; ++c) {
-        unit[c] = 1;
-        multiply(system.km, system.km.K_value, unit, k);
-        multiply(system.km, system.km.M_value, unit, m);
-        unit[c] = 0;
-        for (int r = 0; r < n; ++r) {
-            M[r][c] = m[r];
-            K[r][c] = k[r] - lambda_of(shift) * m[r];
+    const SparseKM& km = system.km;
+    const int n = km.rows();
+    TNT::Array2D<double> K(n, n, 0.0), M(n, n, 0.0);
+    for (int r = 0; r < n; ++r)
+        for (std::int64_t k = km.row_start[r]; k < km.row_start[r] + km.row_count[r]; ++k) {
+            M[r][km.col_index[k]] = km.M_value[k];
+            K[r][km.col_index[k]] = km.K_value[k] - lambda_of(shift) * km.M_value[k];
         }
-    }
     const auto W = JAMA::Cholesky<double>(M).getL();
     const auto X = JAMA::LU<double>(K).solve(W);
     std::vector<double> q(n, 1 / std::sqrt(n)), before(n, 0.0);
     double last_beta = 0;
+    const auto times = [](const std::vector<double>& a, const std::vector<double>& b) {
+        return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);
+    };
     for (int j = 0; j < 4; ++j) {
         std::vector<double> w(n), Xq(n, 0.0);
         for (int rc = 0; rc < n * n; ++rc) Xq[rc / n] += X[rc / n][rc % n] * q[rc % n];
@@ -301,9 +280,9 @@ TEST_F(EigenAnalysis, LanczosPrintsTheCoefficientsOfTheOperator) {
             w[i] = -last_beta * before[i];
             for (int r = 0; r < n; ++r) w[i] += W[r][i] * Xq[r];
         }
-        const double a = std::inner_product(w.begin(), w.end(), q.begin(), 0.0);
+        const double a = times(w, q);
         for (int i = 0; i < n; ++i) w[i] -= a * q[i];
-        last_beta = std::sqrt(std::inner_product(w.begin(), w.end(), w.begin(), 0.0));
+        last_beta = std::sqrt(times(w, w));
         EXPECT_NEAR(alpha[j], a, 1e-3 * a) << j;  // four printed digits
         EXPECT_NEAR(beta[j], last_beta, 1e-3 * last_beta) << j;
         before = q;

@@ -203,7 +203,7 @@ TEST_F(Explicit, InitialVelocityGoesToWhatTheRecordSelects) {
     EXPECT_EQ(v(0.5, 0, 1, 0), 7);
     EXPECT_EQ(v(1, 0, 1, 0), 0);
     EXPECT_EQ(v(1, 1, 1, 1), -4);
-    expect_in_order(said.lines, {" INITIAL_VELOCITY[0]: 3, 1\n  c_ = 8\n", "INITIAL_VELOCITY set\n"});
+    EXPECT_TRUE(contains(said.lines, " INITIAL_VELOCITY[0]: 3, 1\n  c_ = 8\n"));
 }
 
 TEST_F(Explicit, StepAndFrameCounts) {

@@ -151,20 +151,6 @@ const std::string small_model = ModelText{.parts = rect("b", "0.3 0.2 1", "3 2 2
                                           .supports = "c plane z 0 0 0 0 0 0",
                                           .forces = "f area x 1000 0 0.3 0 0.2 1 1"};
 
-TEST_F(StaticAnalysis, GivesTheSameBytesForAnyThreadsAndMemory) {
-    std::string reference;
-    for (const int threads : {1, 2, 3})
-        for (const double memory : {4000.0, 0.05}) {
-            Settings settings = analysis_settings(threads);
-            settings.memory_size = memory;
-            ASSERT_EQ(run(small_model, settings).status, RunStatus::done);
-            EXPECT_EQ(std::filesystem::exists(log("Ltemp_1.txt")), memory < 1) << "spilled or not";
-            const std::string text = file("result_model.txt");
-            if (reference.empty()) reference = text;
-            EXPECT_TRUE(text == reference) << threads << " threads, " << memory << " MB";
-        }
-}
-
 TEST_F(StaticAnalysis, EndsWithoutATornFileWhereItCannotGoOn) {
     Settings small_disk = analysis_settings();
     small_disk.free_hd_size = 1e-3;

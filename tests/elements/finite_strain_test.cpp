@@ -124,7 +124,7 @@ TEST_P(FiniteElement, HasTheExactSymmetricTangent) {
 
 TEST_P(FiniteElement, OnlyTurnsItsStressWhenTheBodyTurns) {
     const Tensor F1{1.02, 0.04, -0.03, 0.01, 0.97, 0.05, -0.02, 0.03, 1.04};
-    const Tensor F2 = testing::product(Tensor{0.97, -0.02, 0.05, 0.04, 1.05, -0.01, 0.03, -0.04, 0.98}, F1);
+    const Tensor F2 = multiply3(Tensor{0.97, -0.02, 0.05, 0.04, 1.05, -0.01, 0.03, -0.04, 0.98}, F1);
     const Tensor R = testing::rotation(2.5);
     for (const double yield : {0.0, 300e6}) {
         OneBody one(GetParam(), yield);
@@ -135,7 +135,7 @@ TEST_P(FiniteElement, OnlyTurnsItsStressWhenTheBodyTurns) {
         const auto stress = body.stress;
         const auto state = body.current[0];
         EXPECT_EQ(state.alpha > body.committed[0].alpha, yield > 0);
-        one.deform(testing::product(R, F2));
+        one.deform(multiply3(R, F2));
         EXPECT_NEAR(body.current[0].alpha, state.alpha, 1e-12);
         for (int k = 0; k < 6; ++k) EXPECT_NEAR(body.current[0].P[k], state.P[k], 1e-12);
         for (std::size_t p = 0; p < stress.size(); p += 6) {

@@ -7,7 +7,6 @@
 #include <atomic>
 #include <cmath>
 #include <cstring>
-#include <functional>
 #include <map>
 #include <random>
 #include <set>
@@ -18,6 +17,7 @@
 #include "support/collected.h"
 #include "support/heap_count.h"
 #include "support/temp_folder.h"
+#include "support/text_checks.h"
 
 namespace kestralum {
 namespace {
@@ -67,10 +67,15 @@ std::vector<double> times(const SparseKM& km, const std::vector<double>& x) {
     return y;
 }
 
-// Looks itself whether to stop.
-struct Looking : testing::Collected {
-    std::function<bool()> look;
-    bool cancelled() const override { return look(); }
+// Ends what it is handed to at its so many-th look.
+struct Ending : testing::Collected {
+    bool no_memory;
+    mutable std::atomic<int> looks;
+    Ending(bool memory_ends, int after) : no_memory(memory_ends), looks(after) {}
+    bool cancelled() const override {
+        if (--looks > 0) return false;
+        return no_memory ? throw std::bad_alloc() : true;
+    }
 };
 
 class FactorFiles : public ::testing::Test {
@@ -120,8 +125,7 @@ TEST_P(Factor, IsExactAndTheSameInOneDivisionAndManyOnOneThreadAndTwo) {
         for (std::size_t i = 0; i < x.size(); ++i) ASSERT_NEAR(x[i], solution[i], 1e-11);
         if (chosen.panel_rows > 0) return;  // other products, other last digits
         EXPECT_TRUE(stored == L && x == solution && factor.D() == pivots);
-        EXPECT_EQ(factor.negative_pivots(),
-                  std::count_if(pivots.begin(), pivots.end(), [](double d) { return d < 0; }));
+        EXPECT_EQ(factor.negative_pivots(), std::ranges::count_if(pivots, [](double d) { return d < 0; }));
     };
     const Divisions one = cut(profile, {0, n});
     for (int threads : {1, 2, 5})
@@ -163,7 +167,7 @@ TEST_F(FactorFiles, AFailedWriteAndACutFileAreToldAndOldFilesGo) {
     std::filesystem::resize_file(file("Ltemp_0.txt"), 100);
     std::vector<double> x(300, 1.0);
     EXPECT_FALSE(factor.solve_ldl(x));
-    EXPECT_NE(factor.error().find("Ltemp_0"), std::string::npos) << factor.error();
+    EXPECT_TRUE(testing::contains(factor.error(), "Ltemp_0")) << factor.error();
     std::filesystem::resize_file(file("Ltemp_1.txt"), 1000000);
     const FactorFileList removed = remove_factor_files(file("").string());
     EXPECT_EQ(removed.names.size(), 3);
@@ -177,7 +181,7 @@ TEST_F(FactorFiles, AFailedWriteAndACutFileAreToldAndOldFilesGo) {
             std::filesystem::create_directories(file("Ltemp_1.txt"));  // a name that is taken
         SkylineFactor failed(profile, cut(profile, {0, 150, 300}), options(2));
         EXPECT_EQ(failed.factor_ldl(km, km.K_value, progress), FactorStatus::file_failed);
-        EXPECT_NE(failed.error().find("Ltemp_"), std::string::npos) << failed.error();
+        EXPECT_TRUE(testing::contains(failed.error(), "Ltemp_")) << failed.error();
     }
 }
 
@@ -189,19 +193,14 @@ TEST_F(FactorFiles, ACancelAndMissingMemoryEndAFactorAndASolve) {
         const bool no_memory = c & 1, one_panel = c & 2;
         const int after = 1 + c / 4 * 3;
         SkylineFactor factor(profile, cut(profile, {0, 512}), options(2, c & 4, one_panel ? 512 : 32));
-        std::atomic<int> looks = after;
-        Looking ending;
-        ending.look = [&] {
-            if (--looks > 0) return false;
-            return no_memory ? throw std::bad_alloc() : true;
-        };
+        Ending ending(no_memory, after);
         const std::string said = no_memory ? "not enough memory for the factor" : "stopped by the user";
         EXPECT_EQ(factor.factor_ldl(km, km.K_value, ending),
                   no_memory ? FactorStatus::out_of_memory : FactorStatus::cancelled);
         EXPECT_EQ(factor.error(), said);
         ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
         for (const int k : {1, 20}) {
-            looks = one_panel ? 1 : after;
+            ending.looks = one_panel ? 1 : after;
             std::vector<double> x = right_hand_sides(512, k);
             EXPECT_FALSE(factor.solve_ldl(x, k, &ending));
             EXPECT_EQ(factor.error(), said);
@@ -266,14 +265,14 @@ TEST_F(FactorFiles, NegativePivotsAndMassesAreTold) {
     SkylineFactor factor(profile, cut(profile, {0, 5}), options(1));
     ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
     for (const char* line : {"Warning   D[1]:-3.000e+00\n", "Warning   D[4]:-6.000e+00\n"})
-        EXPECT_NE(progress.lines.find(line), std::string::npos) << progress.lines;
+        EXPECT_TRUE(testing::contains(progress.lines, line)) << progress.lines;
     EXPECT_EQ(factor.negative_pivots(), 2);
     km.K_value = {4, -9, 1, 16, 25};
     SkylineFactor W(profile, cut(profile, {0, 5}), options(1, true, 0, mass_stem));
     ASSERT_EQ(W.factor_ww(km, km.K_value, progress), FactorStatus::ok);
     const std::string said = "[M] is not positive define at 1th row\n";
-    const auto at = progress.lines.find(said + "  W[1][1]^2: -9.000e+00 = sqrt( -9.000e+00 - 0.000e+00 )\n");
-    EXPECT_NE(at, std::string::npos) << progress.lines;
+    EXPECT_TRUE(testing::contains(progress.lines,
+                                  said + "  W[1][1]^2: -9.000e+00 = sqrt( -9.000e+00 - 0.000e+00 )\n"));
     EXPECT_TRUE(progress.lines.ends_with("   WW M_sparse complete\n" + said)) << progress.lines;
     double w;
     ASSERT_TRUE(W.read_row(1, std::span(&w, 1)));

@@ -51,14 +51,6 @@ struct ModelText {
     }
 };
 
-inline void expect_in_order(const std::string& text, std::initializer_list<const char*> lines) {
-    std::size_t at = 0;
-    for (const char* line : lines) {
-        at = text.find(line, at);
-        ASSERT_NE(at, std::string::npos) << line;
-    }
-}
-
 class AnalysisTest : public ::testing::Test {
 protected:
     bool read(const std::string& text) {
