@@ -45,9 +45,8 @@ protected:
 
 // A bar strikes a wall: force ρcVA for 2L/c, then it flies back as it came.
 TEST_F(ExplicitContact, ABarReboundsFromAWallByTheWaveEquation) {
-    read(ModelText{.material = "8000 2e11 0", .parts = rect("BAR", "0.2 0.02 0.02", "200 2 2")},
-         "end_time 100e-6 output_frequency 1" + wall + "INITIAL_VELOCITY BAR part x -100 0 0 0 0 0 0 %");
-    run();
+    run(ModelText{.material = "8000 2e11 0", .parts = rect("BAR", "0.2 0.02 0.02", "200 2 2")},
+        "end_time 100e-6 output_frequency 1" + wall + "INITIAL_VELOCITY BAR part x -100 0 0 0 0 0 0 %");
     Pulse hit = pulse("wall_WALL_x");
     expect_figure("bar on a wall, contact in s", hit.last - hit.first, 80e-6, 0.03);
     expect_figure("bar on a wall, force in N", hit.mean, 1.6e6, 0.03);
@@ -55,9 +54,8 @@ TEST_F(ExplicitContact, ABarReboundsFromAWallByTheWaveEquation) {
     EXPECT_LT(largest_drift(), 1e-9);
 
     // inches, pounds and seconds
-    read(ModelText{.material = "7.3e-4 3e7 0", .parts = rect("BAR", "10 1 1", "200 2 2", "0.01 0 0")},
-         "end_time 180e-6 output_frequency 1" + wall + "INITIAL_VELOCITY BAR part x -202.2 0 0 0 0 0 0 %");
-    run();
+    run(ModelText{.material = "7.3e-4 3e7 0", .parts = rect("BAR", "10 1 1", "200 2 2", "0.01 0 0")},
+        "end_time 180e-6 output_frequency 1" + wall + "INITIAL_VELOCITY BAR part x -202.2 0 0 0 0 0 0 %");
     hit = pulse("wall_WALL_x");
     expect_figure("bar with a gap, hit at", hit.first, 49.5e-6, 0.03);
     expect_figure("bar with a gap, release at", hit.last, 148.1e-6, 0.03);
@@ -112,14 +110,12 @@ TEST_F(ExplicitContact, FrictionStopsASlidingBlock) {
     EXPECT_LT(std::abs(last("momentum_x")), 1e-6 * 7800 * 1e-3 * 2);
     EXPECT_LT(largest_drift(), 0.01);
 
-    read(
-        ModelText{.material = "7800 1e8 0",
+    run(ModelText{.material = "7800 1e8 0",
                   .parts = rect("FLOOR", "1 0.2 0.1", "10 2 1", "0 0 -0.1") +
                            rect("BLOCK", "0.1 0.08 0.05", "2 2 1", "0.05 0.06 0.0002"),
                   .supports = "ground plane z 0 0 0 0 0 -0.1"},
         "end_time 0.5 output_frequency 200 Gravity -z Element_contact on INITIAL_VELOCITY BLOCK part x 1.2 0 "
         "0 0 0 0 0 % ELEMENT_CONTACT SLIDE FLOOR BLOCK 1 0.3 0.2 0 0 0 0 0 0 0 0 %");
-    run();
     const std::size_t node = node_at(0.1, 0.1, 0.0502);
     expect_figure("block on a body", u(node, 0), 1.44 / (2 * 0.3 * 9.80665), 0.05);
     EXPECT_LT(largest_drift(), 0.02);
@@ -147,11 +143,10 @@ TEST_F(ExplicitContact, AStiffWallLowersTheStepThatIsPrinted) {
 TEST_F(ExplicitContact, EqualBarsExchangeTheirSpeeds) {
     for (const char* cells : {"60 2 2", "60 3 3"}) {
         const std::string size = "0.2 0.02 0.02";
-        read(two_parts("8000 2e11 0", rect("A", size, "60 2 2"), rect("B", size, cells, "0.2001 0 0")),
-             "end_time 200e-6 output_frequency 5 INITIAL_VELOCITY A part x 20 0 0 0 0 0 0 "
-             "B part x -10 0 0 0 0 0 0 %" +
-                 pair);
-        run();
+        run(two_parts("8000 2e11 0", rect("A", size, "60 2 2"), rect("B", size, cells, "0.2001 0 0")),
+            "end_time 200e-6 output_frequency 5 INITIAL_VELOCITY A part x 20 0 0 0 0 0 0 "
+            "B part x -10 0 0 0 0 0 0 %" +
+                pair);
         const double mass = 8000 * 0.2 * 4e-4;
         double momentum[2] = {};
         for (std::size_t d = 0; d < state->v.size(); d += 4)
@@ -161,7 +156,7 @@ TEST_F(ExplicitContact, EqualBarsExchangeTheirSpeeds) {
         EXPECT_NEAR(history(0, "momentum_x"), mass * 10, 1e-11 * mass * 10);
         expect_kept("momentum_x", 1e-11 * mass * 10);
         expect_kept("momentum_y", 1e-9 * mass);
-        EXPECT_GT(pulse("contact_HIT_x").last, 0);
+        EXPECT_GT(most("contact_HIT_x"), 0);
         EXPECT_LT(largest_drift(), 0.01);
     }
 }
@@ -183,7 +178,7 @@ TEST_F(ExplicitContact, ContactMakesNoEnergy) {
             run();
             EXPECT_LT(std::abs(last("contact")), 0.01 * history(0, "kinetic"))
                 << cells << " " << part_of_step;
-            EXPECT_GT(pulse("contact_HIT_x").last, 0);
+            EXPECT_GT(most("contact_HIT_x"), 0);
             EXPECT_EQ(last("contact_HIT_x"), 0) << "they have parted";
             for (const char* momentum : {"momentum_x", "momentum_y", "momentum_z"})
                 EXPECT_NEAR(last(momentum), history(0, momentum), 1e-10) << momentum;
@@ -193,10 +188,9 @@ TEST_F(ExplicitContact, ContactMakesNoEnergy) {
 // What overlaps when the pair begins to act is pushed out; with the pair still to come nothing happens.
 TEST_F(ExplicitContact, OverlappingPartsArePushedApart) {
     for (const std::string start : {"0", "20e-6", "1"}) {
-        read(two_parts("8000 2e11 0.3", rect("A", "0.04 0.02 0.02", "8 2 2"),
-                       rect("B", "0.04 0.02 0.02", "8 3 3", "0.03999 0 0")),
-             "end_time 100e-6 output_frequency 5" + replaced(pair, "0 %", start + " %"));
-        run();
+        run(two_parts("8000 2e11 0.3", rect("A", "0.04 0.02 0.02", "8 2 2"),
+                      rect("B", "0.04 0.02 0.02", "8 3 3", "0.03999 0 0")),
+            "end_time 100e-6 output_frequency 5" + replaced(pair, "0 %", start + " %"));
         const double overlap =
             0.04 + u(node_at(0.04, 0.01, 0.01), 0) - 0.03999 - u(node_at(0.03999, 0, 0), 0);
         const bool acts = start != "1";
@@ -263,9 +257,8 @@ Grid rod_grid(double R, double L, int cells, int along) {
 // Taylor's impact of a copper rod: 32.4 mm, radius 3.2 mm, 227 m/s, to 21.4 mm and 7.0 mm (Kamoulakos, Bench
 // Mark, NAFEMS, 1990). Full integration and linear tetrahedra lock: wide bounds.
 TEST_F(ExplicitContact, TaylorBar) {
-    Material copper{.id = 0, .name = "COPPER", .density = 8930, .young = 117e9, .poisson = 0.35};
-    copper.yield_stress = 400e6;
-    copper.hardening = 100e6;
+    const Material copper{
+        .density = 8930, .young = 117e9, .poisson = 0.35, .yield_stress = 400e6, .hardening = 100e6};
     const struct {
         ElementKind kind;
         bool mean;

@@ -124,13 +124,12 @@ using ExplicitRigid = ExplicitTest;
 
 // A rigid hammer flies into an elastic block.
 TEST_F(ExplicitRigid, AHammerHandsItsMomentumToTheBlockThatItHits) {
-    read(ModelText{.material = "7800 206e9 0.3",
-                   .parts = rect("HAMMER", "0.05 0.05 0.05", "2 2 2", "-0.0505 0.005 0") +
-                            rect("BLOCK", "0.1 0.06 0.06", "6 4 4"),
-                   .rigid = "HAMMER area -0.02 0.02 0.02 -0.06 -0.0004 0 0.06 0 0.06 %"},
-         "end_time 120e-6 output_frequency 5 Element_contact on ELEMENT_CONTACT C HAMMER BLOCK 1 0 0 0 0 0 0 "
-         "0 0 0 0 % INITIAL_VELOCITY HAMMER part x 20 0 0 0 0 0 0 %");
-    run();
+    run(ModelText{.material = "7800 206e9 0.3",
+                  .parts = rect("HAMMER", "0.05 0.05 0.05", "2 2 2", "-0.0505 0.005 0") +
+                           rect("BLOCK", "0.1 0.06 0.06", "6 4 4"),
+                  .rigid = "HAMMER area -0.02 0.02 0.02 -0.06 -0.0004 0 0.06 0 0.06 %"},
+        "end_time 120e-6 output_frequency 5 Element_contact on ELEMENT_CONTACT C HAMMER BLOCK 1 0 0 0 0 0 0 "
+        "0 0 0 0 % INITIAL_VELOCITY HAMMER part x 20 0 0 0 0 0 0 %");
     const double p = 7800 * 0.05 * 0.05 * 0.05 * 20;
     EXPECT_NEAR(last("momentum_x"), p, 1e-9 * p);
     EXPECT_NEAR(last("momentum_y"), 0, 1e-9 * p);
@@ -151,16 +150,14 @@ TEST_F(ExplicitRigid, TwoBlocksOnASpringSwingAtTheirFrequencyAndFallTogether) {
                       "%\nrigid_combine S A B 5000 5000 5000 10 10 10 %"};
     const double omega = std::sqrt(2 * 5000.0), period = 2 * M_PI / omega;
     const std::string thrown = " output_frequency 1 INITIAL_VELOCITY B part x 1 0 0 0 0 0 0 %";
-    read(blocks, formatted("d_time 1e-5 end_time %.12g", 0.75 * period) + thrown);
-    run();
+    run(blocks, formatted("d_time 1e-5 end_time %.12g", 0.75 * period) + thrown);
     // internal energy: ½ k w², w = sin(ωt)/ω
     for (std::size_t r = 0; r < rows(); r += 97) {
         const double w = std::sin(omega * history(r, "time")) / omega;
         EXPECT_NEAR(history(r, "internal"), 0.5 * 5000 * w * w, 2e-3 * 0.25);
     }
     EXPECT_LT(largest_drift(), 1e-3);
-    read(blocks, "d_time 1e-5 end_time 0.02 output_frequency 100 Gravity -z");
-    run();
+    run(blocks, "d_time 1e-5 end_time 0.02 output_frequency 100 Gravity -z");
     const double t = last("time");
     for (std::size_t n = 0; n < 16; ++n) EXPECT_NEAR(u(n, 2), -0.5 * 9.80665 * t * (t + 1e-5), 1e-12);
 }
@@ -171,8 +168,7 @@ TEST_F(ExplicitRigid, HingesPendulumsAndDrivenMembersMoveAsTheyMust) {
                   .parts = rect("A", "0.5 0.1 0.02", "10 2 1"),
                   .supports = "HINGE volume x 0 0 0 0.1 0 0",
                   .rigid = "A area 0 0 0 0 0.5 0 0.1 0 0.02 %"};
-    read(rod, "d_time 1e-4 end_time 0.4 output_frequency 10 Gravity -z");
-    run();
+    run(rod, "d_time 1e-4 end_time 0.4 output_frequency 10 Gravity -z");
     EXPECT_LT(largest_drift(), 1e-3);
     double deepest = 0;
     for (std::int32_t d = 0; d < result.mesh.dof_num(); ++d) {
@@ -193,22 +189,19 @@ TEST_F(ExplicitRigid, HingesPendulumsAndDrivenMembersMoveAsTheyMust) {
     EXPECT_EQ(last("angular_momentum_x"), 0);  // only the hinge's direction turns
     // members driven along x: all of the body follows
     rod.supports.clear();
-    read(rod, "d_time 1e-5 end_time 0.01 output_frequency 100 VELOCITY_INPUT A part x 3*time 0 0 0 0 0 0 %");
-    run();
+    run(rod, "d_time 1e-5 end_time 0.01 output_frequency 100 VELOCITY_INPUT A part x 3*time 0 0 0 0 0 0 %");
     for (std::int32_t n = 0; n < result.mesh.node_num(); ++n) EXPECT_NEAR(u(n, 0), 1.5 * 1e-4, 1e-9);
     EXPECT_NEAR(last("support"), last("kinetic"), 1e-9);
 }
 
 // The step must suit the fine surface that is hit, though nothing inside the body can be strained.
 TEST_F(ExplicitRigid, AFineRigidBodyIsNotDrivenThrough) {
-    read(
-        ModelText{.material = "8000 2e11 0.3",
+    run(ModelText{.material = "8000 2e11 0.3",
                   .parts = rect("B", "0.1 0.02 0.02", "30 6 6") +
                            rect("C", "0.1 0.02 0.02", "5 1 1", "0.1001 0.003 0.002"),
                   .rigid = "R area 0.05 0.01 0.01 0 0.1 0 0.02 0 0.02 %"},
         "end_time 100e-6 output_frequency 20 Element_contact on INITIAL_VELOCITY C part x -200 0 0 0 0 0 0 % "
         "ELEMENT_CONTACT H B C 1 0 0 0 0 0 0 0 0 0 0 %");
-    run();
     const double face = 0.1 + u(node_at(0.1, 0, 0), 0);
     for (double y : {0.003, 0.023})
         for (double z : {0.002, 0.022}) EXPECT_GT(0.1001 + u(node_at(0.1001, y, z), 0) - face, -0.001);

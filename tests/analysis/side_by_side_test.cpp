@@ -56,7 +56,7 @@ TEST_P(AnyAnalysis, LeavesTheModelAndTwoRunsAtOnceDoNotSeeEachOther) {
     first = run_into("first", first_lines);
     other.join();
     EXPECT_TRUE(first == alone && second == alone);
-    EXPECT_NEAR(std::ssize(first_lines.lines), std::ssize(alone_lines.lines), 200) << "the times differ";
+    EXPECT_LT(std::abs(std::ssize(first_lines.lines) - std::ssize(alone_lines.lines)), 200) << "times differ";
     EXPECT_EQ(model.mesh.coordinates, before.mesh.coordinates);
     EXPECT_EQ(model.mesh.connectivity, before.mesh.connectivity);
     EXPECT_EQ(model.mesh.node_n_dir, before.mesh.node_n_dir);
@@ -68,7 +68,7 @@ TEST_P(AnyAnalysis, GivesTheSameBytesForAnyThreadsAndMemory) {
     std::string reference;
     for (const int threads : {1, 2, 3})
         for (const double memory : {4000.0, 0.05}) {
-            Settings settings = analysis_settings(threads);
+            settings = analysis_settings(threads);
             settings.memory_size = memory;
             testing::expect_done(analyse(analysis(), settings));
             EXPECT_EQ(std::filesystem::exists(log("Ltemp_1.txt")), memory < 1 && !is_explicit()) << "divided";

@@ -14,11 +14,7 @@ namespace {
 using testing::Tensor;
 
 J2Material<double> steel(double yield = 300e6, double hardening = 2e9) {
-    Material m;
-    m.young = 206e9;
-    m.poisson = 0.3;
-    m.yield_stress = yield;
-    m.hardening = hardening;
+    const Material m{.young = 206e9, .poisson = 0.3, .yield_stress = yield, .hardening = hardening};
     return j2_material(m, true);
 }
 
@@ -29,19 +25,10 @@ FiniteResponse respond(const J2Material<double>& m, Tensor F, const FinitePointS
     return out;
 }
 
-TEST(FinitePoint, IsHookesLawForSmallStrainsAndHenckysForLargeOnes) {
-    const auto m = steel(0);
-    const double strain = 1e-9;  // a millionth of a micron in a millimetre keeps ten digits
-    const FiniteResponse r =
-        respond(m, {1 + strain, 0.4 * strain, 0, 0, 1 - 2 * strain, 0.6 * strain, 0, 0, 1 + 3 * strain});
-    const double lambda = m.bulk - 2 * m.shear / 3, trace = 2 * strain;
-    EXPECT_NEAR(r.tau[0], lambda * trace + 2 * m.shear * strain, 1e-7 * 206);
-    EXPECT_NEAR(r.tau[1], lambda * trace - 4 * m.shear * strain, 1e-7 * 206);
-    EXPECT_NEAR(r.tau[3], 0.4 * m.shear * strain, 1e-7 * 206);
-    EXPECT_NEAR(r.tau[4], 0.6 * m.shear * strain, 1e-7 * 206);
-    // uniaxial stretch 1.3 with free sides: τ = E ln λ
+// Uniaxial stretch 1.3 with free sides: τ = E ln λ.
+TEST(FinitePoint, IsHenckysLawForLargeStrains) {
     const double axial = std::log(1.3), across = std::exp(-0.3 * axial);
-    const FiniteResponse large = respond(m, {1.3, 0, 0, 0, across, 0, 0, 0, across});
+    const FiniteResponse large = respond(steel(0), {1.3, 0, 0, 0, across, 0, 0, 0, across});
     EXPECT_NEAR(large.tau[0], 206e9 * axial, 1e-4);
     EXPECT_NEAR(large.tau[1], 0, 1e-4);
 }

@@ -19,12 +19,8 @@ namespace {
 
 using testing::Grid;
 
-BoundaryCondition support(Selection kind, std::int32_t axis, std::array<double, 6> box) {
-    BoundaryCondition record;
-    record.kind = kind;
-    record.axis = axis;
-    record.box = box;
-    return record;
+BoundaryCondition support(Selection kind, std::int32_t axis, const std::array<double, 6>& box) {
+    return {.kind = kind, .axis = axis, .box = box};
 }
 
 struct Supported : DofNumbering {
@@ -73,49 +69,37 @@ TEST(Supports, SelectByPlaneRectangleAndBox) {
     }
 }
 
-TEST(Supports, TwiceSelectedNodesLowerTheCountTwiceButAreFixedOnce) {
+// Nodes selected twice lower the count twice but are fixed once; a node on no element is eliminated without
+// being counted: a support fixes it, but not twice, and holds nothing.
+TEST(Supports, TwiceSelectedAndHangingNodesAreCountedApart) {
     SilentProgress silent;
-    const BoundaryCondition records[] = {support(Selection::plane, 2, {}), support(Selection::plane, 0, {})};
-    const Supported numbering = supported(testing::hexa_box({{1, 1, 1}, {1, 1, 1}}), records, silent);
-    EXPECT_EQ(numbering.fix_node_num(), 8);
-    EXPECT_EQ(numbering.fn_free, 0);
-    EXPECT_EQ(numbering.free_dofs.size(), 6u);  // two nodes on neither plane
-    EXPECT_EQ(numbering.repeated_nodes(), 2);
-}
-
-TEST(Supports, NodesOnNoElementAreEliminatedWithoutBeingCounted) {
-    SilentProgress silent;
-    Mesh mesh = testing::hexa_box({{1, 1, 1}, {1, 1, 1}});
-    mesh.coordinates.insert(mesh.coordinates.end(), {5, 5, 5});
-    const Supported free = supported(mesh, {}, silent);
-    EXPECT_EQ(free.hanging_nodes, 1);
-    EXPECT_EQ(free.fix_node_num(), 0);
-    EXPECT_EQ(free.fn_free, 27);
-    EXPECT_EQ(free.free_dofs.size(), 24u);
-    EXPECT_EQ(free.dof_map[26], -1);
-    // a support on such a node fixes it, but not twice, and holds nothing
-    const BoundaryCondition record = support(Selection::plane, 2, {0, 0, 0, 0, 0, 5});
-    const Supported held = supported(mesh, std::span(&record, 1), silent);
-    EXPECT_EQ(held.fix_node_num(), 1);
-    EXPECT_EQ(held.selected[0], 0);
-    EXPECT_EQ(held.repeated_nodes(), 0);
-    EXPECT_EQ(held.free_dofs.size(), 24u);
+    const BoundaryCondition foot = support(Selection::plane, 2, {}), side = support(Selection::plane, 0, {}),
+                            loose = support(Selection::plane, 2, {0, 0, 0, 0, 0, 5});
+    const struct {
+        int hanging;
+        std::vector<BoundaryCondition> records;
+        int listed, fn_free, free, repeated;
+    } cases[] = {{0, {foot, side}, 8, 0, 6, 2}, {1, {}, 0, 27, 24, 0}, {1, {loose}, 1, 24, 24, 0}};
+    for (const auto& c : cases) {
+        Mesh mesh = testing::hexa_box({{1, 1, 1}, {1, 1, 1}});
+        if (c.hanging) mesh.coordinates.insert(mesh.coordinates.end(), {5, 5, 5});
+        const Supported numbering = supported(mesh, c.records, silent);
+        EXPECT_EQ(numbering.hanging_nodes, c.hanging);
+        EXPECT_EQ(numbering.fix_node_num(), c.listed);
+        EXPECT_EQ(numbering.fn_free, c.fn_free);
+        EXPECT_EQ(numbering.free_dofs.size(), c.free);
+        EXPECT_EQ(numbering.repeated_nodes(), c.repeated);
+        EXPECT_TRUE(!c.hanging || numbering.dof_map[26] == -1);
+        for (const std::int32_t selected : numbering.selected) EXPECT_EQ(selected, c.hanging ? 0 : 4);
+    }
 }
 
 AppliedForce point_force(const Vec3& at, std::int32_t axis, double value) {
-    AppliedForce force;
-    force.kind = ForceKind::node;
-    force.point = at;
-    force.axis = axis;
-    force.value = value;
-    return force;
+    return {.kind = ForceKind::node, .axis = axis, .value = value, .point = at};
 }
 
 AppliedForce area_force(const std::array<double, 6>& box, std::int32_t axis, double value) {
-    AppliedForce force = point_force({}, axis, value);
-    force.kind = ForceKind::area;
-    force.box = box;
-    return force;
+    return {.kind = ForceKind::area, .axis = axis, .value = value, .box = box};
 }
 
 const Material steel{.id = 0, .name = "S", .density = 7800, .young = 2e11, .poisson = 0.3};
