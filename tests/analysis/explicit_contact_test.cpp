@@ -25,21 +25,16 @@ protected:
         Pulse p;
         int count = 0;
         for (std::size_t r = 0; r < rows(); ++r) {
-            const double value = history(r, column);
-            if (value == 0) continue;
-            if (p.first < 0) p.first = history(r, "time");
+            if (history(r, column) == 0) continue;
             p.last = history(r, "time");
-            p.mean += value;
-            ++count;
+            if (count++ == 0) p.first = p.last;
+            p.mean += history(r, column);
         }
-        if (count > 0) p.mean /= count;
+        p.mean /= std::max(count, 1);
         return p;
     }
     void make_soft(const Mesh& mesh, double young = 1e8, double poisson = 0.3) {
-        Material soft = steel;
-        soft.young = young;
-        soft.poisson = poisson;
-        make(mesh, soft);
+        make(mesh, {.density = steel.density, .young = young, .poisson = poisson});
     }
 };
 

@@ -175,28 +175,5 @@ TEST_F(StaticAnalysis, EndsWithoutATornFileWhereItCannotGoOn) {
     EXPECT_FALSE(std::filesystem::exists(log("result_model.txt.part")));
 }
 
-TEST_F(StaticAnalysis, CheckTellsWhatAModelIsMadeOf) {
-    ASSERT_TRUE(read(ModelText{.material = "1000 2e11 0.3",
-                               .parts = rect("a", "1 1 1", "2 2 2") + rect("b", "1 2 1", "1 1 1", "3 0 0"),
-                               .supports = "c plane x 0 0 0 0 0 0 near area x 0 4.00000000001 0 2 0 1",
-                               .forces = "f node x 1 9 9 9 g area y 1 0 1 0 1 1 1"}));
-    const ModelCheck check = check_model(model, analysis_settings(), said);
-    EXPECT_NEAR(check.mass, 3000, 1e-9);
-    EXPECT_NEAR(check.smallest.volume, 0.125, 1e-12);
-    EXPECT_NEAR(check.largest.volume, 2, 1e-12);
-    EXPECT_NEAR(check.largest.centre[0], 3.5, 1e-12);
-    ASSERT_EQ(check.bodies.size(), 2u);
-    EXPECT_EQ(check.bodies[0].supported + check.bodies[1].supported, 1);
-    EXPECT_EQ(check.support_nodes, (std::vector<std::int32_t>{9, 0}));
-    EXPECT_EQ(check.force_nodes, (std::vector<std::int32_t>{0, 9}));
-    EXPECT_EQ(check.bad_count, 0);
-    for (const char* said_of : {"`plane`", "no node at its point"})
-        EXPECT_TRUE(testing::contains(check.remarks.notices, said_of)) << said_of;
-    // what it says of the factor is what a run writes
-    ASSERT_EQ(run(small_model).status, RunStatus::done);
-    const ModelCheck small = check_model(model, analysis_settings(), said);
-    EXPECT_EQ(std::llround(small.factor_megabytes * 1e6), std::filesystem::file_size(log("Ltemp_0.txt")));
-}
-
 }  // namespace
 }  // namespace kestralum
