@@ -11,10 +11,8 @@ using namespace testing;
 const std::string pair = " Element_contact on ELEMENT_CONTACT HIT A B 1 0 0 0 0 0 0 0 0 0 0 % ";
 const std::string wall = " RIGID_WALL WALL plane +x 0 0 0 0 0 0 0 0 0 0 0 0 0 % ";
 
-// Two parts; B's record after its name.
-std::string two_parts(const std::string& material, const std::string& a, const std::string& b,
-                      const std::string& b_cells, const std::string& b_at) {
-    return ModelText{.material = material, .parts = a + rect("B", b, b_cells, b_at)};
+std::string two_parts(const std::string& material, const std::string& a, const std::string& b) {
+    return ModelText{.material = material, .parts = a + b};
 }
 
 class ExplicitContact : public ExplicitTest {
@@ -27,29 +25,23 @@ protected:
         Pulse p;
         int count = 0;
         for (std::size_t r = 0; r < rows(); ++r) {
-            const double value = history(r, column);
-            if (value == 0) continue;
-            if (p.first < 0) p.first = history(r, "time");
+            if (history(r, column) == 0) continue;
             p.last = history(r, "time");
-            p.mean += value;
-            ++count;
+            if (count++ == 0) p.first = p.last;
+            p.mean += history(r, column);
         }
-        if (count > 0) p.mean /= count;
+        p.mean /= std::max(count, 1);
         return p;
     }
     void make_soft(const Mesh& mesh, double young = 1e8, double poisson = 0.3) {
-        Material soft = steel;
-        soft.young = young;
-        soft.poisson = poisson;
-        make(mesh, soft);
+        make(mesh, {.density = steel.density, .young = young, .poisson = poisson});
     }
 };
 
 // A bar strikes a wall: force ρcVA for 2L/c, then it flies back as it came.
 TEST_F(ExplicitContact, ABarReboundsFromAWallByTheWaveEquation) {
-    read(ModelText{.material = "8000 2e11 0", .parts = rect("BAR", "0.2 0.02 0.02", "200 2 2")},
-         "end_time 100e-6 output_frequency 1" + wall + "INITIAL_VELOCITY BAR part x -100 0 0 0 0 0 0 %");
-    run();
+    run(ModelText{.material = "8000 2e11 0", .parts = rect("BAR", "0.2 0.02 0.02", "200 2 2")},
+        "end_time 100e-6 output_frequency 1" + wall + "INITIAL_VELOCITY BAR part x -100 0 0 0 0 0 0 %");
     Pulse hit = pulse("wall_WALL_x");
     expect_figure("bar on a wall, contact in s", hit.last - hit.first, 80e-6, 0.03);
     expect_figure("bar on a wall, force in N", hit.mean, 1.6e6, 0.03);
@@ -57,9 +49,8 @@ TEST_F(ExplicitContact, ABarReboundsFromAWallByTheWaveEquation) {
     EXPECT_LT(largest_drift(), 1e-9);
 
     // inches, pounds and seconds
-    read(ModelText{.material = "7.3e-4 3e7 0", .parts = rect("BAR", "10 1 1", "200 2 2", "0.01 0 0")},
-         "end_time 180e-6 output_frequency 1" + wall + "INITIAL_VELOCITY BAR part x -202.2 0 0 0 0 0 0 %");
-    run();
+    run(ModelText{.material = "7.3e-4 3e7 0", .parts = rect("BAR", "10 1 1", "200 2 2", "0.01 0 0")},
+        "end_time 180e-6 output_frequency 1" + wall + "INITIAL_VELOCITY BAR part x -202.2 0 0 0 0 0 0 %");
     hit = pulse("wall_WALL_x");
     expect_figure("bar with a gap, hit at", hit.first, 49.5e-6, 0.03);
     expect_figure("bar with a gap, release at", hit.last, 148.1e-6, 0.03);
@@ -93,7 +84,7 @@ TEST_F(ExplicitContact, WallsOfEveryKindCarryWhatRestsOnThem) {
         {"sphere +z 2 0 0 0.3 0 0.2 0 0.2 -2 -2 0 0 0", 1},
     };
     for (const auto& [kind, share] : cases) {
-        make_soft(box_mesh({{2, 2, 2}, {0.2, 0.2, 0.1}}, ElementKind::hexahedron));
+        make_soft(hexa_box({{2, 2, 2}, {0.2, 0.2, 0.1}}));
         read_control(std::string("end_time 1.2 output_frequency 1000 C_alfa 0.02 Gravity -z RIGID_WALL W ") +
                      kind + " %");
         run();
@@ -105,7 +96,7 @@ TEST_F(ExplicitContact, WallsOfEveryKindCarryWhatRestsOnThem) {
 
 // Thrown along a plane, or along another body that a support holds, a block slides v²/2μg.
 TEST_F(ExplicitContact, FrictionStopsASlidingBlock) {
-    make_soft(box_mesh({{2, 1, 1}, {0.2, 0.1, 0.05}}, ElementKind::hexahedron), 1e8, 0);
+    make_soft(hexa_box({{2, 1, 1}, {0.2, 0.1, 0.05}}), 1e8, 0);
     read_control(
         "end_time 1 output_frequency 500 Gravity -z RIGID_WALL FLOOR plane +z 0 0 0.3 0.2 0 0 0 0 0 0 0 0 0 "
         "% INITIAL_VELOCITY BODY part x 2 0 0 0 0 0 0 %");
@@ -114,14 +105,12 @@ TEST_F(ExplicitContact, FrictionStopsASlidingBlock) {
     EXPECT_LT(std::abs(last("momentum_x")), 1e-6 * 7800 * 1e-3 * 2);
     EXPECT_LT(largest_drift(), 0.01);
 
-    read(
-        ModelText{.material = "7800 1e8 0",
+    run(ModelText{.material = "7800 1e8 0",
                   .parts = rect("FLOOR", "1 0.2 0.1", "10 2 1", "0 0 -0.1") +
                            rect("BLOCK", "0.1 0.08 0.05", "2 2 1", "0.05 0.06 0.0002"),
                   .supports = "ground plane z 0 0 0 0 0 -0.1"},
         "end_time 0.5 output_frequency 200 Gravity -z Element_contact on INITIAL_VELOCITY BLOCK part x 1.2 0 "
         "0 0 0 0 0 % ELEMENT_CONTACT SLIDE FLOOR BLOCK 1 0.3 0.2 0 0 0 0 0 0 0 0 %");
-    run();
     const std::size_t node = node_at(0.1, 0.1, 0.0502);
     expect_figure("block on a body", u(node, 0), 1.44 / (2 * 0.3 * 9.80665), 0.05);
     EXPECT_LT(largest_drift(), 0.02);
@@ -130,7 +119,7 @@ TEST_F(ExplicitContact, FrictionStopsASlidingBlock) {
 }
 
 TEST_F(ExplicitContact, AStiffWallLowersTheStepThatIsPrinted) {
-    make(box_mesh({{2, 1, 1}, {0.2, 0.1, 0.1}}, ElementKind::hexahedron), steel);
+    make(hexa_box({{2, 1, 1}, {0.2, 0.1, 0.1}}), steel);
     double stable[2];
     for (int stiff : {0, 1}) {
         read_control(std::string("end_time 1e-6 output_frequency 100 RIGID_WALL W plane +x 0 ") +
@@ -149,11 +138,10 @@ TEST_F(ExplicitContact, AStiffWallLowersTheStepThatIsPrinted) {
 TEST_F(ExplicitContact, EqualBarsExchangeTheirSpeeds) {
     for (const char* cells : {"60 2 2", "60 3 3"}) {
         const std::string size = "0.2 0.02 0.02";
-        read(two_parts("8000 2e11 0", rect("A", size, "60 2 2"), size, cells, "0.2001 0 0"),
-             "end_time 200e-6 output_frequency 5 INITIAL_VELOCITY A part x 20 0 0 0 0 0 0 "
-             "B part x -10 0 0 0 0 0 0 %" +
-                 pair);
-        run();
+        run(two_parts("8000 2e11 0", rect("A", size, "60 2 2"), rect("B", size, cells, "0.2001 0 0")),
+            "end_time 200e-6 output_frequency 5 INITIAL_VELOCITY A part x 20 0 0 0 0 0 0 "
+            "B part x -10 0 0 0 0 0 0 %" +
+                pair);
         const double mass = 8000 * 0.2 * 4e-4;
         double momentum[2] = {};
         for (std::size_t d = 0; d < state->v.size(); d += 4)
@@ -163,7 +151,7 @@ TEST_F(ExplicitContact, EqualBarsExchangeTheirSpeeds) {
         EXPECT_NEAR(history(0, "momentum_x"), mass * 10, 1e-11 * mass * 10);
         expect_kept("momentum_x", 1e-11 * mass * 10);
         expect_kept("momentum_y", 1e-9 * mass);
-        EXPECT_GT(pulse("contact_HIT_x").last, 0);
+        EXPECT_GT(most("contact_HIT_x"), 0);
         EXPECT_LT(largest_drift(), 0.01);
     }
 }
@@ -176,18 +164,16 @@ TEST_F(ExplicitContact, ContactMakesNoEnergy) {
                                                    {"0.1 0.03 0.03", "30 4 4", "0.1001 -0.004 -0.006"}};
     for (const auto& [size, cells, at] : partners)
         for (double part_of_step : {1.0, 0.2}) {
-            read(two_parts("8000 2e11 0.3", rect("A", "0.1 0.02 0.02", "30 2 2"), size, cells, at),
+            read(two_parts("8000 2e11 0.3", rect("A", "0.1 0.02 0.02", "30 2 2"), rect("B", size, cells, at)),
                  "end_time 100e-6 output_frequency 20 INITIAL_VELOCITY A part x 20 0 0 0 0 0 0 "
                  "B part x -10 0 0 0 0 0 0 %" +
                      pair);
             ASSERT_TRUE(begin());
             model.control.d_time = part_of_step * state->d_time;
             run();
-            const double start = history(0, "kinetic");
-            std::printf("    onto %s, d_time %.2e: contact %+.2f %% of the energy\n", cells, state->d_time,
-                        100 * last("contact") / start);
-            EXPECT_LT(std::abs(last("contact")), 0.01 * start) << cells << " " << part_of_step;
-            EXPECT_GT(pulse("contact_HIT_x").last, 0);
+            EXPECT_LT(std::abs(last("contact")), 0.01 * history(0, "kinetic"))
+                << cells << " " << part_of_step;
+            EXPECT_GT(most("contact_HIT_x"), 0);
             EXPECT_EQ(last("contact_HIT_x"), 0) << "they have parted";
             for (const char* momentum : {"momentum_x", "momentum_y", "momentum_z"})
                 EXPECT_NEAR(last(momentum), history(0, momentum), 1e-10) << momentum;
@@ -197,19 +183,14 @@ TEST_F(ExplicitContact, ContactMakesNoEnergy) {
 // What overlaps when the pair begins to act is pushed out; with the pair still to come nothing happens.
 TEST_F(ExplicitContact, OverlappingPartsArePushedApart) {
     for (const std::string start : {"0", "20e-6", "1"}) {
-        read(two_parts("8000 2e11 0.3", rect("A", "0.04 0.02 0.02", "8 2 2"), "0.04 0.02 0.02", "8 3 3",
-                       "0.03999 0 0"),
-             "end_time 100e-6 output_frequency 5" + replaced(pair, "0 %", start + " %"));
-        run();
+        run(two_parts("8000 2e11 0.3", rect("A", "0.04 0.02 0.02", "8 2 2"),
+                      rect("B", "0.04 0.02 0.02", "8 3 3", "0.03999 0 0")),
+            "end_time 100e-6 output_frequency 5" + replaced(pair, "0 %", start + " %"));
         const double overlap =
             0.04 + u(node_at(0.04, 0.01, 0.01), 0) - 0.03999 - u(node_at(0.03999, 0, 0), 0);
-        EXPECT_EQ(last("contact") > 0, start != "1") << start;
-        if (start == "1") {
-            EXPECT_EQ(last("contact"), 0);
-            EXPECT_NEAR(overlap, 1e-5, 1e-12);
-        } else {
-            EXPECT_LT(overlap, 0) << start;
-        }
+        const bool acts = start != "1";
+        EXPECT_EQ(last("contact") > 0, acts) << start;
+        EXPECT_TRUE(acts ? overlap < 0 : std::abs(overlap - 1e-5) < 1e-12) << start << " " << overlap;
         EXPECT_LT(largest_drift(), 0.02) << start;
     }
 }
@@ -241,15 +222,15 @@ TEST_F(ExplicitContact, APartMeetsItself) {
 }
 
 TEST_F(ExplicitContact, WhatKeepsContactFromActingIsSaid) {
-    const std::string control = "end_time 1e-6 RIGID_WALL W plane +x 0 0 0 0 0.5 0.5 0 0 0 0 0 0 0 %" + pair;
-    read(two_parts("1000 1e9 0", rect("A", "1 1 1", "1 1 1"), "1 1 1", "1 1 1", "1 0 0"), control);
+    const std::string control = "end_time 1e-6 RIGID_WALL W plane +x 0 0 0 0 0.5 0.5 0 0 0 0 0 0 0 %" + pair,
+                      cube = rect("A", "1 1 1", "1 1 1");
+    read(two_parts("1000 1e9 0", cube, rect("B", "1 1 1", "1 1 1", "1 0 0")), control);
     ASSERT_TRUE(begin());
     EXPECT_TRUE(contains(said.notices, "contact HIT: parts A and B have 4 nodes in common"));
     EXPECT_TRUE(contains(said.notices, "4 nodes lie behind a wall at the start"));
     EXPECT_TRUE(contains(said.lines, "Nnode_s=12\nNtri_s=20\n"));
     said.lines.clear();
-    read(two_parts("1000 1e9 0", rect("A", "1 1 1", "1 1 1"), "1 1 1", "1 1 1", "2 0 0"),
-         replaced(control, "Element_contact on", "Element_contact off"));
+    read_control(replaced(control, "Element_contact on", "Element_contact off"));
     ASSERT_TRUE(begin());
     EXPECT_TRUE(contains(said.notices, "Element_contact is off"));
     EXPECT_FALSE(contains(said.lines, "Nnode_s="));
@@ -269,12 +250,10 @@ Grid rod_grid(double R, double L, int cells, int along) {
 }
 
 // Taylor's impact of a copper rod: 32.4 mm, radius 3.2 mm, 227 m/s, to 21.4 mm and 7.0 mm (Kamoulakos, Bench
-// Mark, NAFEMS, 1990). Full integration and linear tetrahedra lock; what they come to is only printed within
-// wide bounds.
+// Mark, NAFEMS, 1990). Full integration and linear tetrahedra lock: wide bounds.
 TEST_F(ExplicitContact, TaylorBar) {
-    Material copper{.id = 0, .name = "COPPER", .density = 8930, .young = 117e9, .poisson = 0.35};
-    copper.yield_stress = 400e6;
-    copper.hardening = 100e6;
+    const Material copper{
+        .density = 8930, .young = 117e9, .poisson = 0.35, .yield_stress = 400e6, .hardening = 100e6};
     const struct {
         ElementKind kind;
         bool mean;
@@ -292,21 +271,13 @@ TEST_F(ExplicitContact, TaylorBar) {
         model.control.d_time = c.step;
         options.mean_dilatation = c.mean;
         run();
-        double high = 0, low = 1, radius = 0;  // radius: mean of the foot's rim
-        int rim = 0;
-        for (std::size_t n = 0; n < state->x.size(); n += 4) {
-            high = std::max(high, state->x[n + 2]);
-            low = std::min(low, state->x[n + 2]);
-            if (state->X[n + 2] > 0 || std::hypot(state->X[n], state->X[n + 1]) < 0.99 * 3.2e-3) continue;
-            radius += std::hypot(state->x[n], state->x[n + 1]);
-            ++rim;
+        double high = 0, low = 1;
+        for (std::size_t n = 2; n < state->x.size(); n += 4) {
+            high = std::max(high, state->x[n]);
+            low = std::min(low, state->x[n]);
         }
-        std::printf("    Taylor bar, %s%s: length %.2f mm, radius %.2f mm, plastic strain %.2f, drift %.1e\n",
-                    element_type(c.kind).name, c.mean ? " with mean dilatation" : "", 1e3 * (high - low),
-                    1e3 * radius / rim,
-                    *std::max_element(state->plastic_strain.begin(), state->plastic_strain.end()),
-                    largest_drift());
-        EXPECT_NEAR(1e3 * (high - low), 21.4, c.tolerance);
+        std::printf("    %s%s:", element_type(c.kind).name, c.mean ? " with mean dilatation" : "");
+        expect_figure("Taylor bar, length in mm", 1e3 * (high - low), 21.4, c.tolerance / 21.4);
         EXPECT_LT(largest_drift(), 0.01);
         EXPECT_LT(last("kinetic"), 0.05 * history(0, "kinetic"));
         EXPECT_GT(last("plastic"), 0.9 * last("internal"));
@@ -316,22 +287,19 @@ TEST_F(ExplicitContact, TaylorBar) {
 // The models in data/ run to their end with the energy in balance and without a complaint.
 TEST_F(ExplicitContact, ShippedModelsKeepTheirEnergy) {
     int models = 0;
-    for (const auto& entry :
-         std::filesystem::directory_iterator(std::filesystem::path(KESTRALUM_SOURCE_DIR) / "data")) {
+    for (const auto& entry : std::filesystem::directory_iterator(KESTRALUM_SOURCE_DIR "/data")) {
         const std::string name = entry.path().filename().string();
         if (!name.starts_with("explicit_") || entry.path().extension() != ".txt") continue;
+        SCOPED_TRACE(name);
         model = placeholder_model();
         model.model_file_name = entry.path().string();
-        ASSERT_TRUE(read_input_file(model, {}, said).ok) << name;
+        ASSERT_TRUE(read_input_file(model, {}, said).ok);
         const AnalysisInfoReport control = read_analysis_info_file(model, said);
-        ASSERT_EQ(control.status, AnalysisInfoStatus::read) << name;
-        EXPECT_TRUE(control.ended_at_end && control.remarks.notices.empty()) << name;
-        const RunReport done = analyse(analyse_explicit, analysis_settings());
-        EXPECT_EQ(done.status, RunStatus::done) << name;
-        EXPECT_LT(std::abs(done.dynamics.drift), 0.01) << name;
-        EXPECT_EQ(done.dynamics.steps, done.dynamics.time_num - 1) << name;
-        std::printf("    %s: %lld steps, drift %.1e\n", name.c_str(),
-                    static_cast<long long>(done.dynamics.steps), done.dynamics.drift);
+        EXPECT_TRUE(control.ended_at_end && control.remarks.notices.empty());
+        const RunReport done = analyse(analyse_explicit);
+        expect_done(done);
+        EXPECT_LT(std::abs(done.dynamics.drift), 0.01);
+        EXPECT_EQ(done.dynamics.steps, done.dynamics.time_num - 1);
         ++models;
     }
     EXPECT_GE(models, 5);

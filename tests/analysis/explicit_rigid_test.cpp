@@ -20,7 +20,7 @@ struct Block {
     // Runs free for a second; the largest change of |L| and of the energy, and the end's rotation.
     struct Outcome {
         double momentum = 0, energy = 0;
-        std::array<double, 9> R{};
+        Mat3 R{};
         Vec3 start{};   // angular velocity at t = 0
         int turns = 0;  // sign changes of the spin about the body's middle axis
     };
@@ -30,7 +30,7 @@ struct Block {
         std::vector<std::int32_t> top, bottom, left, right;
         std::vector<double> X;
         for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
-            const double* x = &mesh.coordinates[3 * n];
+            const Vec3 x = place_of(mesh, n);
             (x[2] > 0.05 ? top : bottom).push_back(n);
             if (x[1] < 0.05) left.push_back(n);
             if (x[1] > 0.15) right.push_back(n);
@@ -40,9 +40,8 @@ struct Block {
         const std::vector<DrivenMembers> given{
             {0, top, 0, 5.0}, {0, bottom, 0, -5.0}, {0, left, 2, -0.05}, {0, right, 2, 0.05}};
         bodies.start(given, dt);
-        Outcome out;
         const ExplicitBody& body = bodies.bodies()[0];
-        out.start = body.omega;
+        Outcome out{.start = body.omega};
         std::vector<double> u(X.size(), 0.0), force = u, v = u, du = u, x = u;
         Vec3 L0{};
         double T0 = 0, spin = 0;
@@ -52,48 +51,50 @@ struct Block {
             const Vec3 L = bodies.angular_momentum();
             const double T = bodies.kinetic();
             if (step == 0) L0 = L, T0 = T;
-            for (int c = 0; c < 3; ++c) out.momentum = std::max(out.momentum, std::abs(L[c] - L0[c]));
+            out.momentum = std::max(out.momentum, norm(minus(L, L0)) / norm(L0));
             out.energy = std::max(out.energy, std::abs(T / T0 - 1));
-            const auto& R = body.state.R;
-            const double now = R[1] * body.omega[0] + R[4] * body.omega[1] + R[7] * body.omega[2];
+            out.R = body.state.R;
+            const double now = turned(transposed(out.R), body.omega)[1];
             out.turns += spin * now < 0;
             spin = now;
-            out.R = R;
             if (step < steps) bodies.arrive(u, du, x, X);
         }
-        out.momentum /= std::hypot(L0[0], L0[1], L0[2]);
         return out;
     }
     // Attitude after a second by Euler's equations and R' = R [Ω] in body axes, from the angular velocity
     // at the start (L is constant: half a step before t = 0 it is the same): Runge and Kutta, 4th order.
-    std::array<double, 9> exact(const Vec3& start) const {
+    Mat3 exact(const Vec3& start) const {
         const double centre[3] = {0.15, 0.1, 0.05};
-        double I[3] = {};
+        Vec3 I{};
         for (int d = 0; d < mesh.dof_num(); ++d)
             for (int c = 1; c < 3; ++c)
                 I[(d + c) % 3] += 0.25 * std::pow(mesh.coordinates[d] - centre[d % 3], 2);
-        const auto rate = [&](const double* y, double* d) {
-            const double* Q = y + 3;
+        using State = std::array<double, 12>;  // Ω, R
+        const auto rate = [&](const State& y) {
+            State d;
             for (int c = 0; c < 3; ++c) {
                 const int a = (c + 1) % 3, b = (c + 2) % 3;
                 d[c] = (I[a] - I[b]) * y[a] * y[b] / I[c];
-                for (int i = 0; i < 3; ++i) d[3 + 3 * i + c] = Q[3 * i + a] * y[b] - Q[3 * i + b] * y[a];
+                for (int i = 3; i < 12; i += 3) d[i + c] = y[i + a] * y[b] - y[i + b] * y[a];
             }
+            return d;
         };
-        double y[12] = {start[0], start[1], start[2], 1, 0, 0, 0, 1, 0, 0, 0, 1};
+        State y{start[0], start[1], start[2], 1, 0, 0, 0, 1, 0, 0, 0, 1};
         const int steps = 200000;
-        const double h = 1.0 / steps;
         for (int s = 0; s < steps; ++s) {
-            double k[4][12], z[12];
-            rate(y, k[0]);
-            for (int stage = 1; stage < 4; ++stage) {
-                for (int i = 0; i < 12; ++i) z[i] = y[i] + (stage == 3 ? h : h / 2) * k[stage - 1][i];
-                rate(z, k[stage]);
+            State sum = y, k = rate(y);
+            for (const auto& [to_next, share] : {std::pair{0.5, 1.0}, {0.5, 2.0}, {1.0, 2.0}, {0.0, 1.0}}) {
+                State z = y;
+                for (int i = 0; i < 12; ++i) {
+                    sum[i] += share / (6 * steps) * k[i];
+                    z[i] += to_next / steps * k[i];
+                }
+                k = rate(z);
             }
-            for (int i = 0; i < 12; ++i) y[i] += h / 6 * (k[0][i] + 2 * k[1][i] + 2 * k[2][i] + k[3][i]);
+            y = sum;
         }
-        std::array<double, 9> R;
-        std::copy(y + 3, y + 12, R.begin());
+        Mat3 R;
+        std::copy(y.begin() + 3, y.end(), R.begin());
         return R;
     }
     Mesh mesh = hexa_box({{3, 2, 1}, {0.3, 0.2, 0.1}});
@@ -104,20 +105,17 @@ struct Block {
 
 TEST(ExplicitRigidBody, TumblesAboutItsMiddleAxisByEulersEquations) {
     Block block;
-    std::array<double, 9> exact;
+    Mat3 exact;
     double energy[3], error[3] = {};
     for (int r : {2, 1, 0}) {  // the finest first
         const Block::Outcome run = block.tumble(4000 << r);
         if (r == 2) exact = block.exact(run.start);
         for (int i = 0; i < 9; ++i) error[r] = std::max(error[r], std::abs(run.R[i] - exact[i]));
         energy[r] = run.energy;
-        std::printf("    tumble: |L| off by %.1e, energy by %.2e, attitude by %.2e, %d turns\n", run.momentum,
-                    run.energy, error[r], run.turns);
         EXPECT_LT(run.momentum, 1e-12);
         EXPECT_GE(run.turns, 1) << "the middle axis is unstable: the body turns over";
     }
-    EXPECT_GT(energy[0] / energy[1], 3.5);  // second order
-    EXPECT_LT(energy[0] / energy[1], 4.5);
+    EXPECT_NEAR(energy[0] / energy[1], 4, 0.5);  // second order
     EXPECT_LT(error[2], 0.01);
     EXPECT_GT(error[1] / error[2], 3.5);
 }
@@ -126,19 +124,16 @@ using ExplicitRigid = ExplicitTest;
 
 // A rigid hammer flies into an elastic block.
 TEST_F(ExplicitRigid, AHammerHandsItsMomentumToTheBlockThatItHits) {
-    read(ModelText{.material = "7800 206e9 0.3",
-                   .parts = rect("HAMMER", "0.05 0.05 0.05", "2 2 2", "-0.0505 0.005 0") +
-                            rect("BLOCK", "0.1 0.06 0.06", "6 4 4"),
-                   .rigid = "HAMMER area -0.02 0.02 0.02 -0.06 -0.0004 0 0.06 0 0.06 %"},
-         "end_time 120e-6 output_frequency 5 Element_contact on ELEMENT_CONTACT C HAMMER BLOCK 1 0 0 0 0 0 0 "
-         "0 0 0 0 % INITIAL_VELOCITY HAMMER part x 20 0 0 0 0 0 0 %");
-    run();
-    expect_done(report);
+    run(ModelText{.material = "7800 206e9 0.3",
+                  .parts = rect("HAMMER", "0.05 0.05 0.05", "2 2 2", "-0.0505 0.005 0") +
+                           rect("BLOCK", "0.1 0.06 0.06", "6 4 4"),
+                  .rigid = "HAMMER area -0.02 0.02 0.02 -0.06 -0.0004 0 0.06 0 0.06 %"},
+        "end_time 120e-6 output_frequency 5 Element_contact on ELEMENT_CONTACT C HAMMER BLOCK 1 0 0 0 0 0 0 "
+        "0 0 0 0 % INITIAL_VELOCITY HAMMER part x 20 0 0 0 0 0 0 %");
     const double p = 7800 * 0.05 * 0.05 * 0.05 * 20;
     EXPECT_NEAR(last("momentum_x"), p, 1e-9 * p);
     EXPECT_NEAR(last("momentum_y"), 0, 1e-9 * p);
-    expect_kept("momentum_x", 1e-9 * p);
-    expect_kept("momentum_y", 1e-9 * p);
+    for (const char* axis : {"momentum_x", "momentum_y"}) expect_kept(axis, 1e-9 * p);
     expect_kept("angular_momentum_z", 1e-6 * p);
     EXPECT_LT(largest_drift(), 0.01);
     EXPECT_GT(last("internal"), 0);
@@ -155,18 +150,14 @@ TEST_F(ExplicitRigid, TwoBlocksOnASpringSwingAtTheirFrequencyAndFallTogether) {
                       "%\nrigid_combine S A B 5000 5000 5000 10 10 10 %"};
     const double omega = std::sqrt(2 * 5000.0), period = 2 * M_PI / omega;
     const std::string thrown = " output_frequency 1 INITIAL_VELOCITY B part x 1 0 0 0 0 0 0 %";
-    read(blocks, formatted("d_time 1e-5 end_time %.12g", 0.75 * period) + thrown);
-    run();
-    expect_done(report);
+    run(blocks, formatted("d_time 1e-5 end_time %.12g", 0.75 * period) + thrown);
     // internal energy: ½ k w², w = sin(ωt)/ω
     for (std::size_t r = 0; r < rows(); r += 97) {
         const double w = std::sin(omega * history(r, "time")) / omega;
         EXPECT_NEAR(history(r, "internal"), 0.5 * 5000 * w * w, 2e-3 * 0.25);
     }
     EXPECT_LT(largest_drift(), 1e-3);
-    read(blocks, "d_time 1e-5 end_time 0.02 output_frequency 100 Gravity -z");
-    run();
-    expect_done(report);
+    run(blocks, "d_time 1e-5 end_time 0.02 output_frequency 100 Gravity -z");
     const double t = last("time");
     for (std::size_t n = 0; n < 16; ++n) EXPECT_NEAR(u(n, 2), -0.5 * 9.80665 * t * (t + 1e-5), 1e-12);
 }
@@ -177,9 +168,7 @@ TEST_F(ExplicitRigid, HingesPendulumsAndDrivenMembersMoveAsTheyMust) {
                   .parts = rect("A", "0.5 0.1 0.02", "10 2 1"),
                   .supports = "HINGE volume x 0 0 0 0.1 0 0",
                   .rigid = "A area 0 0 0 0 0.5 0 0.1 0 0.02 %"};
-    read(rod, "d_time 1e-4 end_time 0.4 output_frequency 10 Gravity -z");
-    run();
-    expect_done(report);
+    run(rod, "d_time 1e-4 end_time 0.4 output_frequency 10 Gravity -z");
     EXPECT_LT(largest_drift(), 1e-3);
     double deepest = 0;
     for (std::int32_t d = 0; d < result.mesh.dof_num(); ++d) {
@@ -200,24 +189,19 @@ TEST_F(ExplicitRigid, HingesPendulumsAndDrivenMembersMoveAsTheyMust) {
     EXPECT_EQ(last("angular_momentum_x"), 0);  // only the hinge's direction turns
     // members driven along x: all of the body follows
     rod.supports.clear();
-    read(rod, "d_time 1e-5 end_time 0.01 output_frequency 100 VELOCITY_INPUT A part x 3*time 0 0 0 0 0 0 %");
-    run();
-    expect_done(report);
+    run(rod, "d_time 1e-5 end_time 0.01 output_frequency 100 VELOCITY_INPUT A part x 3*time 0 0 0 0 0 0 %");
     for (std::int32_t n = 0; n < result.mesh.node_num(); ++n) EXPECT_NEAR(u(n, 0), 1.5 * 1e-4, 1e-9);
     EXPECT_NEAR(last("support"), last("kinetic"), 1e-9);
 }
 
 // The step must suit the fine surface that is hit, though nothing inside the body can be strained.
 TEST_F(ExplicitRigid, AFineRigidBodyIsNotDrivenThrough) {
-    read(
-        ModelText{.material = "8000 2e11 0.3",
+    run(ModelText{.material = "8000 2e11 0.3",
                   .parts = rect("B", "0.1 0.02 0.02", "30 6 6") +
                            rect("C", "0.1 0.02 0.02", "5 1 1", "0.1001 0.003 0.002"),
                   .rigid = "R area 0.05 0.01 0.01 0 0.1 0 0.02 0 0.02 %"},
         "end_time 100e-6 output_frequency 20 Element_contact on INITIAL_VELOCITY C part x -200 0 0 0 0 0 0 % "
         "ELEMENT_CONTACT H B C 1 0 0 0 0 0 0 0 0 0 0 %");
-    run();
-    expect_done(report);
     const double face = 0.1 + u(node_at(0.1, 0, 0), 0);
     for (double y : {0.003, 0.023})
         for (double z : {0.002, 0.022}) EXPECT_GT(0.1001 + u(node_at(0.1001, y, z), 0) - face, -0.001);

@@ -1,5 +1,7 @@
 // The explicit analysis without contact: motion, conservation, waves, supports, outputs.
+#include <algorithm>
 #include <filesystem>
+#include <numeric>
 
 #include "analysis/nonlinear/nonlinear_analysis.h"
 #include "support/explicit_run.h"
@@ -19,8 +21,19 @@ protected:
                          .supports = supports,
                          .forces = forces};
     }
-    void make_cube() { make(box_mesh({{1, 1, 1}, {1, 1, 1}}, ElementKind::hexahedron), steel); }
+    void make_cube() { make(hexa_box({{1, 1, 1}, {1, 1, 1}}), steel); }
+    // What another analysis makes of the model; the explicit one then goes to its end.
+    kestralum::Run rest_of(Analyse analysis, const Settings& of_it) {
+        model.model_file_name = folder.file("still.txt");
+        expect_done(analyse(analysis, of_it));
+        kestralum::Run still = std::move(result);
+        run();
+        EXPECT_EQ(result.mesh.coordinates, still.mesh.coordinates);
+        return still;
+    }
 };
+
+const std::string pulled = "pull area y 4000 0.2 0.2 0 0.02 0 0.02";
 
 TEST_F(Explicit, OneFreeElementFallsByTheLeapfrogSum) {
     for (ElementKind kind : every_kind)
@@ -70,8 +83,7 @@ TEST_F(Explicit, ASpinningBodyKeepsItsMomenta) {
 
 // A step load F on the end of a clamped bar: in the middle σ = F/A from L/2c on and 2σ from 3L/2c on.
 TEST_F(Explicit, AStepLoadsWaveDoublesAtTheClamp) {
-    read(bar(clamp, "pull area x 4000 0.2 0.2 0 0.02 0 0.02"), "end_time 75e-6 output_frequency 1");
-    run();
+    run(bar(clamp, "pull area x 4000 0.2 0.2 0 0.02 0 0.02"), "end_time 75e-6 output_frequency 1");
     const double sigma = 4000 / (0.02 * 0.02), c = 5000, L = 0.2;
     const std::size_t node = node_at(0.1, 0.01, 0.01);
     double sum[3] = {};
@@ -119,28 +131,14 @@ TEST_F(Explicit, DampedToRestItIsTheLinearStaticAnswer) {
         make(box_mesh({{4, 2, 2}, {0.2, 0.1, 0.1}}, kind), steel);
         clamp_and_push(0.2, 1, 100);
         read_control("end_time 15e-3 output_frequency 100000 C_alfa 0.03");
-        model.model_file_name = folder.file("linear.txt");
         Settings same_numbers = analysis_settings();
         same_numbers.ordering_type = "LMAX";
-        expect_done(analyse(analyse_static, same_numbers));
-        const kestralum::Run linear = result;
-        ASSERT_TRUE(begin());
-        run_to(state->time_num - 1);
+        const kestralum::Run linear = rest_of(analyse_static, same_numbers);
         result.results.clear();
         store_frame(*job, *state);
-        ASSERT_EQ(result.mesh.coordinates, linear.mesh.coordinates);
-        double largest = 0, worst = 0, stress = 0, worst_stress = 0;
-        for (std::int32_t d = 0; d < result.mesh.dof_num(); ++d) {
-            const double exact = linear.results[0]->mode_vec[d], sigma = linear.results[0]->node_stress[d];
-            largest = std::max(largest, std::abs(exact));
-            worst = std::max(worst, std::abs(u(d / 3, d % 3) - exact));
-            stress = std::max(stress, std::abs(sigma));
-            worst_stress = std::max(worst_stress, std::abs(frame().node_stress[d] - sigma));
-        }
-        std::printf("    at rest, %s: displacement off by %.1e, stress by %.1e of the largest\n",
-                    element_type(kind).name, worst / largest, worst_stress / stress);
-        EXPECT_LT(worst, 1e-4 * largest);
-        EXPECT_LT(worst_stress, 1e-3 * stress);
+        const std::size_t dofs = result.mesh.dof_num();
+        expect_equal(frame().mode_vec, linear.results[0]->mode_vec, 1e-4);
+        expect_equal(frame().node_stress, linear.results[0]->node_stress, 1e-3, 0, dofs);
         for (int c = 0; c < 3; ++c) EXPECT_NEAR(state->reaction[c], c == 1 ? -100 : 0, 1e-2);
     }
 }
@@ -154,17 +152,11 @@ TEST_F(Explicit, ALargeDeflectionAtRestIsTheNonlinearStaticAnswer) {
                        : tetra_box({{10, 1, 1}, {1, 0.05, 0.05}}, ElementKind::tetrahedron10),
              rubber);
         clamp_and_push(1, 2, hexahedra ? 20 : 8);
-        const std::string damping = hexahedra ? "3e-3" : "1e-3";
-        read_control("end_time 5 output_frequency 1000000 C_alfa " + damping);
-        model.model_file_name = folder.file("still.txt");
+        read_control(std::string("end_time 5 output_frequency 1000000 C_alfa ") +
+                     (hexahedra ? "3e-3" : "1e-3"));
         model.mode_count = 10;
         model.iteration_limit = 30;
-        expect_done(analyse(analyse_nonlinear));
-        const kestralum::Run still = result;
-        ASSERT_TRUE(begin());
-        run_to(state->time_num - 1);
-        ASSERT_FALSE(state->diverged);
-        ASSERT_EQ(result.mesh.coordinates, still.mesh.coordinates);
+        const kestralum::Run still = rest_of(analyse_nonlinear, analysis_settings());
         const std::size_t tip = node_at(1, 0, 0);
         const double* exact = &still.results.back()->mode_vec[3 * tip];
         EXPECT_GT(u(tip, 2), 0.3);
@@ -175,9 +167,8 @@ TEST_F(Explicit, ALargeDeflectionAtRestIsTheNonlinearStaticAnswer) {
 
 // A driven face moves as prescribed, though a support holds it; its forces do the work that the body takes.
 TEST_F(Explicit, APrescribedVelocityMovesASupportAndItsWorkIsCounted) {
-    read(bar(clamp),
-         "end_time 100e-6 output_frequency 20 VELOCITY_INPUT face plane x 40*sin(1e5*time) 0 0 0 0 0 0 %");
-    run();
+    run(bar(clamp),
+        "end_time 100e-6 output_frequency 20 VELOCITY_INPUT face plane x 40*sin(1e5*time) 0 0 0 0 0 0 %");
     const double t = static_cast<double>(state->step) * state->d_time;
     EXPECT_NEAR(u(node_at(0, 0.01, 0.01), 0), 40 / 1e5 * (1 - std::cos(1e5 * t)), 2e-3 * 40 / 1e5);
     EXPECT_EQ(u(node_at(0, 0.01, 0.01), 1), 0) << "its other directions stay held";
@@ -203,7 +194,7 @@ TEST_F(Explicit, InitialVelocityGoesToWhatTheRecordSelects) {
     EXPECT_EQ(v(0.5, 0, 1, 0), 7);
     EXPECT_EQ(v(1, 0, 1, 0), 0);
     EXPECT_EQ(v(1, 1, 1, 1), -4);
-    expect_in_order(said.lines, {" INITIAL_VELOCITY[0]: 3, 1\n  c_ = 8\n", "INITIAL_VELOCITY set\n"});
+    EXPECT_TRUE(contains(said.lines, " INITIAL_VELOCITY[0]: 3, 1\n  c_ = 8\n"));
 }
 
 TEST_F(Explicit, StepAndFrameCounts) {
@@ -217,16 +208,14 @@ TEST_F(Explicit, StepAndFrameCounts) {
                  {0.7, 0.1, 2, 8, 4},
                  {1e-5, 1e-6, 0, 11, 11}};
     for (const auto& c : cases) {
-        make(box_mesh({{1, 1, 1}, {1e6, 1e6, 1e6}}, ElementKind::hexahedron), steel);
-        model.control.end_time = c.end;
-        model.control.d_time = c.step;
+        make(hexa_box({{1, 1, 1}, {1e6, 1e6, 1e6}}), steel);
+        read_control(formatted("end_time %g d_time %g output_frequency 1", c.end, c.step));
         model.control.output_frequency = c.every;
-        model.model_file_name = folder.file("counts.txt");
-        const RunReport done = analyse(analyse_explicit, analysis_settings());
-        EXPECT_EQ(done.status, RunStatus::done);
+        const RunReport done = analyse(analyse_explicit);
+        expect_done(done);
         EXPECT_EQ(done.dynamics.time_num, c.time_num);
-        EXPECT_EQ(done.dynamics.frames, c.out_time_num);
         EXPECT_EQ(done.dynamics.steps, c.time_num - 1);
+        EXPECT_EQ(done.dynamics.frames, c.out_time_num);
         EXPECT_EQ(result.mode_num(), c.out_time_num);
         const auto last_step = static_cast<double>((c.out_time_num - 1) * std::max(c.every, 1));
         EXPECT_NEAR(result.results.back()->n_freq, last_step * c.step, 1e-12);
@@ -234,44 +223,19 @@ TEST_F(Explicit, StepAndFrameCounts) {
     }
 }
 
-// The lines of the set-up in their order, with what they say of the masses.
-TEST_F(Explicit, SetUpSaysWhatItMade) {
+TEST_F(Explicit, TheLumpedMassIsTheBodysAndDampingOfAFreeBodyIsTold) {
     read(bar(clamp), "end_time 1e-5 d_time 1e-7 output_frequency 10");
     ASSERT_TRUE(begin());
-    expect_in_order(said.lines, {"element_type=0\n",
-                                 "element_num=400,point_num=909,fn=2727\n",
-                                 "Reordering Node Numbers\n",
-                                 "diag_num=",
-                                 "Boundary Condition\n",
-                                 "fix_node_num=9\n",
-                                 "Dmat\n",
-                                 "Set [K],[M]\n",
-                                 "[K],[M] element num=",
-                                 "Mass total=6.400000e-01[kg]\n",
-                                 "Diag Mass total=",
-                                 "Modified Diag Mass total=6.400000e-01[kg]\n",
-                                 " Eliminate fix index\n",
-                                 " Eliminate fix index Complete\n",
-                                 "diagM[0]:",
-                                 "Mass check\n",
-                                 "  mx = 6.",
-                                 "vk=",
-                                 "K,M sparse complete\n",
-                                 "Force Vector\n",
-                                 "time_num = 101\n",
-                                 "out_time_num = 11\n",
-                                 "Memory Size = "});
-    EXPECT_FALSE(contains(said.lines, "INITIAL_VELOCITY"));
-    double mass = 0;
-    for (double m : state->mass) mass += m;
-    EXPECT_NEAR(mass, 3 * 0.64, 1e-12);
-    for (double c : state->damping) EXPECT_EQ(c, 0);
+    EXPECT_TRUE(contains(said.lines, "\nModified Diag Mass total=6.400000e-01[kg]\n"));
+    EXPECT_TRUE(contains(said.lines, " Eliminate fix index Complete\n"));
+    EXPECT_NEAR(std::accumulate(state->mass.begin(), state->mass.end(), 0.0), 3 * 0.64, 1e-12);
+    EXPECT_EQ(std::ranges::count(state->damping, 0), std::ssize(state->damping));
     said.lines.clear();
     read(bar(), "end_time 1e-5 C_alfa 0.1");
     ASSERT_TRUE(begin());
     EXPECT_FALSE(contains(said.lines, "Eliminate"));
     EXPECT_TRUE(contains(said.notices, "C_alfa damps the rigid motion"));
-    EXPECT_GT(*std::max_element(state->damping.begin(), state->damping.end()), 0);
+    EXPECT_GT(std::ranges::max(state->damping), 0);
 }
 
 // At 0.99 of the printed step a shaken body stays as it is; half as large again and it flies apart, is told
@@ -292,7 +256,6 @@ TEST_F(Explicit, TheStableStepIsOne) {
             run_to(3000);
             EXPECT_EQ(state->diverged, factor > 1) << element_type(kind).name;
             EXPECT_EQ(report.status == RunStatus::failed, factor > 1);
-            EXPECT_EQ(state->step < 3000, factor > 1);
             EXPECT_EQ(result.mode_num() < state->out_time_num, factor > 1);
             EXPECT_TRUE(factor > 1 || last("internal") + last("kinetic") < 1.0);
         }
@@ -335,17 +298,13 @@ TEST_F(Explicit, RefusesWhatItCannotStep) {
     };
     for (const auto& c : cases) {
         make_cube();
-        model.model_file_name = folder.file("bad.txt");
-        model.control.end_time = 1;
-        model.control.output_frequency = 1;
-        model.control.d_time = 0.1;
+        read_control("end_time 1 output_frequency 1 d_time 0.1");
         c.spoil(model);
-        const RunReport refused = analyse(analyse_explicit, analysis_settings());
+        const RunReport refused = analyse(analyse_explicit);
         EXPECT_EQ(refused.status, RunStatus::bad_input) << c.says;
         EXPECT_TRUE(contains(refused.remarks.errors, c.says)) << c.says;
-        EXPECT_FALSE(refused.written);
-        EXPECT_FALSE(std::filesystem::exists(log("result_bad.txt")));
-        EXPECT_TRUE(result.results.empty() && !refused.has_results());
+        EXPECT_FALSE(refused.written || refused.has_results());
+        EXPECT_FALSE(std::filesystem::exists(log("result_model.txt")));
     }
 }
 
@@ -385,26 +344,22 @@ TEST_F(Explicit, ThreadsDoNotShow) {
     const std::string large_enough_for_a_team = ModelText{.material = "8000 2e11 0.3",
                                                           .parts = rect("BAR", "0.2 0.02 0.02", "80 8 8"),
                                                           .supports = clamp,
-                                                          .forces = "pull area y 4000 0.2 0.2 0 0.02 0 0.02"};
-    kestralum::Run first;
-    std::vector<double> first_rows;
-    for (int threads : {1, 2, 3}) {
-        read(large_enough_for_a_team, "end_time 10e-6 output_frequency 10 Gravity -y C_alfa 0.001");
+                                                          .forces = pulled};
+    read(large_enough_for_a_team, "end_time 10e-6 output_frequency 10 Gravity -y C_alfa 0.001");
+    run(1);
+    const kestralum::Run one = result;
+    const std::vector<double> rows_of_one = state->history.values;
+    for (int threads : {2, 3}) {
         run(threads);
-        if (threads == 1) {
-            first = result;
-            first_rows = state->history.values;
-        }
-        EXPECT_EQ(result.results.back()->mode_vec, first.results.back()->mode_vec);
-        EXPECT_EQ(result.results.back()->node_stress, first.results.back()->node_stress);
-        EXPECT_EQ(state->history.values, first_rows);
+        EXPECT_EQ(result.results.back()->mode_vec, one.results.back()->mode_vec);
+        EXPECT_EQ(result.results.back()->node_stress, one.results.back()->node_stress);
+        EXPECT_EQ(state->history.values, rows_of_one);
     }
 }
 
 // Stepped by a window, with its lines, or at once: the same bytes on disk.
 TEST_F(Explicit, RealTimeIsTheBatchRunInPieces) {
-    read(bar(clamp, "pull area y 4000 0.2 0.2 0 0.02 0 0.02"),
-         "end_time 20e-6 output_frequency 4 d_time 2.5e-7 Gravity -y C_alfa 0.001");
+    read(bar(clamp, pulled), "end_time 20e-6 output_frequency 4 d_time 2.5e-7 Gravity -y C_alfa 0.001");
     ASSERT_EQ(analyse(analyse_explicit).status, RunStatus::done);
     const std::string batch = file("disp_model.txt"), batch_results = file("result_model.txt");
     EXPECT_GT(batch.size(), 10000u);
@@ -425,36 +380,25 @@ TEST_F(Explicit, RealTimeIsTheBatchRunInPieces) {
     EXPECT_EQ(live.take().report.status, RunStatus::done);
     EXPECT_EQ(file("disp_model.txt"), batch);
     EXPECT_EQ(file("result_model.txt"), batch_results);
-
-    // a run that diverges ends with its frames so far
-    model.control.d_time = 1e-5;
-    model.control.end_time = 1e-2;
-    ExplicitAnalysis wild(model, of_all, options, said);
-    ASSERT_TRUE(wild.begin());
-    while (wild.advance()) {
-    }
-    wild.finish();
-    EXPECT_EQ(wild.run().report.status, RunStatus::failed);
-    EXPECT_TRUE(wild.run().report.written && wild.run().report.has_results());
-    EXPECT_LT(wild.run().mode_num(), 250);
 }
 
-// A request ends a run after its step, with the files written.
-TEST_F(Explicit, ACancelEndsItAfterTheStepWithItsFiles) {
-    read(bar(clamp, "pull area y 4000 0.2 0.2 0 0.02 0 0.02"),
-         "end_time 20e-6 output_frequency 4 d_time 2.5e-7");
+// A run that diverges, and one that is asked to stop, end with their frames so far.
+TEST_F(Explicit, ADivergedAndAStoppedRunEndWithTheirFiles) {
+    read(bar(clamp, pulled), "end_time 1e-2 output_frequency 4 d_time 1e-5");
     options.log_folder = folder.file("log");
     const Settings of_all = analysis_settings();
-    ExplicitAnalysis analysis(model, of_all, options, said);
-    ASSERT_TRUE(analysis.begin());
-    said.cancel();
-    analysis.run_to_end();
-    analysis.finish();
-    const RunReport stopped = analysis.take().report;
-    EXPECT_EQ(stopped.status, RunStatus::cancelled);
-    EXPECT_EQ(stopped.dynamics.steps, 1);
-    EXPECT_TRUE(stopped.written && stopped.dynamics.displacements_written &&
-                stopped.dynamics.history_written);
+    for (const bool stop : {false, true}) {
+        ExplicitAnalysis analysis(model, of_all, options, said);
+        ASSERT_TRUE(analysis.begin());
+        if (stop) said.cancel();
+        analysis.run_to_end();
+        analysis.finish();
+        const kestralum::Run ended = analysis.take();
+        EXPECT_EQ(ended.report.status, stop ? RunStatus::cancelled : RunStatus::failed);
+        EXPECT_TRUE(ended.report.has_results() && ended.report.written &&
+                    ended.report.dynamics.displacements_written && ended.report.dynamics.history_written);
+        EXPECT_TRUE(stop ? ended.report.dynamics.steps == 1 : ended.mode_num() < 250);
+    }
 }
 
 }  // namespace

@@ -15,12 +15,7 @@ using testing::box_mesh;
 using testing::FiniteProblem;
 
 Material material(double young, double poisson, double yield = 0, double hardening = 0) {
-    Material m;
-    m.young = young;
-    m.poisson = poisson;
-    m.yield_stress = yield;
-    m.hardening = hardening;
-    return m;
+    return {.young = young, .poisson = poisson, .yield_stress = yield, .hardening = hardening};
 }
 bool foot(const double* x, int) {
     return x[2] < 1e-12;

@@ -2,6 +2,7 @@
 // what stopping, going on and diverging leave behind.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "analysis/explicit/explicit_analysis.h"
@@ -22,10 +23,7 @@ using testing::FiniteProblem;
 // b h² σy/4L = 164.5 kN, first yield at b h² σy/6L = 109.7 kN.
 TEST(PlasticCantilever, BendsAsPragerAndHodgeComputeAndCollapsesAtThePlasticHinge) {
     static constexpr double b = 0.14, h = 0.2, L = 2;
-    Material steel;
-    steel.young = 210e9;
-    steel.poisson = 0.3;
-    steel.yield_stress = 235e6;
+    const Material steel{.young = 210e9, .poisson = 0.3, .yield_stress = 235e6};
     const auto graded = [](double* x) { x[2] = L * std::pow(x[2] / L, 1.7); };
     // a beam's clamp: plane, but free to contract across as the theory has it
     const auto held = [](const double* x, int c) {
@@ -38,23 +36,17 @@ TEST(PlasticCantilever, BendsAsPragerAndHodgeComputeAndCollapsesAtThePlasticHing
     std::vector<double> deflection;
     double first_yield = 0;
     for (int k = 0; k < 12; ++k) {
-        const IncrementReport report = problem.solver->advance(k + 1, kN[k]);
-        if (!report.converged) break;
+        if (!problem.solver->advance(k + 1, kN[k]).converged) break;
         deflection.push_back(problem.displacement({b / 2, h / 2, L}, 1));
         if (first_yield == 0 && plastic_share(problem.body) > 0.001) first_yield = kN[k];
-        std::printf("    %g kN: %.4f mm in %d iterations, plastic %.2f %%\n", kN[k], 1e3 * deflection[k],
-                    report.iterations, 100 * plastic_share(problem.body));
         const double softest = 0.02 * kN[0] / deflection[0];
         if (k > 0 && kN[k] - kN[k - 1] < softest * (deflection[k] - deflection[k - 1])) break;
     }
     ASSERT_GE(deflection.size(), 6u);
-    EXPECT_GT(1e3 * deflection[5], 23.3);
-    EXPECT_LT(1e3 * deflection[5], 23.9);
-    EXPECT_GT(first_yield, 90);
-    EXPECT_LE(first_yield, 125);
+    EXPECT_NEAR(1e3 * deflection[5], 23.6, 0.3);
+    EXPECT_TRUE(first_yield > 90 && first_yield <= 125) << first_yield;
     const double last = kN[std::min(deflection.size(), kN.size() - 1)];  // what the beam no longer carries
-    EXPECT_GE(last, 160);
-    EXPECT_LE(last, 175);
+    EXPECT_TRUE(last >= 160 && last <= 175) << last;
 }
 
 class NonlinearAnalysis : public testing::AnalysisTest {
@@ -84,30 +76,24 @@ std::string bar(double force, int steps, int iterations = 50, char axis = 'y',
 }
 
 TEST_F(NonlinearAnalysis, ASmallLoadGivesTheLinearResultFile) {
+    settings.nl_conv = 1e-6;
+    settings.ordering_type = "LMAX";  // the same numbers
     for (const ElementKind kind : testing::every_kind) {
-        const std::string hexahedra = testing::rect("BAR", "0.2 0.1 1", "2 2 10");
-        read(bar(1e-3, 1, 50, 'y',
-                 kind == ElementKind::hexahedron ? hexahedra
-                                                 : vol("BAR", box_mesh({{2, 2, 10}, {0.2, 0.1, 1}}, kind))));
-        settings.nl_conv = 1e-6;
-        settings.ordering_type = "LMAX";  // the same numbers
-        const RunReport report = analyse(analyse_nonlinear, settings);
+        const std::string text =
+            kind == ElementKind::hexahedron
+                ? bar(1e-3, 1)
+                : bar(1e-3, 1, 50, 'y', vol("BAR", box_mesh({{2, 2, 10}, {0.2, 0.1, 1}}, kind)));
+        const RunReport report = run(text);
         testing::expect_done(report);
         EXPECT_EQ(report.nonlinear.increments.at(0).iterations, 1);
         const kestralum::Run nonlinear = result;
         testing::expect_done(analyse(analyse_static, settings));
         ASSERT_EQ(result.mesh.coordinates, nonlinear.mesh.coordinates);
-        const auto compare = [&](const auto& a, const auto& b, int group, double tolerance) {
-            double size = 0, error = 0;
-            for (int k = group * result.mesh.dof_num(); k < (group + 1) * result.mesh.dof_num(); ++k) {
-                size = std::max(size, std::abs(b[k]));
-                error = std::max(error, std::abs(a[k] - b[k]));
-            }
-            EXPECT_LT(error, tolerance * size);
-        };
-        compare(nonlinear.results[0]->mode_vec, frame().mode_vec, 0, 1e-8);
+        const std::size_t dofs = result.mesh.dof_num();
+        testing::expect_equal(nonlinear.results[0]->mode_vec, frame().mode_vec, 1e-8);
         for (int group = 0; group < 4; ++group)
-            compare(nonlinear.results[0]->node_stress, frame().node_stress, group, 1e-7);
+            testing::expect_equal(nonlinear.results[0]->node_stress, frame().node_stress, 1e-7, group * dofs,
+                                  dofs);
         for (int c = 0; c < 3; ++c) EXPECT_NEAR(report.reaction[c], -report.applied[c], 1e-9 * 1e-3);
     }
 }
@@ -125,12 +111,9 @@ TEST_F(NonlinearAnalysis, EveryIncrementIsAFrameInAllFilesAndTheThreadsDoNotShow
                                  "integ_stress.txt"};
     std::map<std::string, std::string> files;
     for (const auto& name : names) files[name] = file(name);
-    const auto lines = [&](const std::string& name) {
-        return std::count(files[name].begin(), files[name].end(), '\n');
-    };
-    EXPECT_EQ(lines("history_nonlinear_model.csv"), 5);
-    EXPECT_EQ(lines("Q.txt"), report.free_dofs);
-    EXPECT_EQ(lines("integ_stress.txt"), 40 * 8);
+    for (const auto& [name, lines] :
+         {std::pair<std::size_t, std::ptrdiff_t>{1, 5}, {2, report.free_dofs}, {3, 40 * 8}})
+        EXPECT_EQ(std::ranges::count(files[names[name]], '\n'), lines) << names[name];
     EXPECT_TRUE(files["integ_stress.txt"].starts_with("[1][0]:"));
     EXPECT_TRUE(testing::contains(files["history_nonlinear_model.csv"], ",uy_node"));
     settings.n_threads = 2;
@@ -141,34 +124,11 @@ TEST_F(NonlinearAnalysis, EveryIncrementIsAFrameInAllFilesAndTheThreadsDoNotShow
     EXPECT_EQ(again->run.mode_num(), 4);
 }
 
-TEST_F(NonlinearAnalysis, ALooseToleranceConvergesInOneIterationAndTheLinesComeInOrder) {
+TEST_F(NonlinearAnalysis, ALooseToleranceConvergesInOneIteration) {
     settings.nl_conv = 1e30;
     const RunReport report = run(bar(4e5, 3), 250e6, 2e9);
     ASSERT_EQ(report.nonlinear.increments.size(), 3u);
     for (const IncrementReport& increment : report.nonlinear.increments) EXPECT_EQ(increment.iterations, 1);
-    testing::expect_in_order(said.lines, {"element_type=0\n",
-                                          "diag_num=",
-                                          "Boundary Condition",
-                                          "Dmat",
-                                          "########## Force Iteration: 1 ##########\n",
-                                          "########## Iteration: 0, 1/3 ##########\n",
-                                          "Calculate K sparse Complete\n",
-                                          "Kmat Time:  ",
-                                          "Force Vector\n",
-                                          "Force Vector Complete\n",
-                                          "K_F_Rigid Time:  ",
-                                          "cal_QF Time:  ",
-                                          "Q Rigid Transformaion\n",
-                                          "Q_Rigid Time:  ",
-                                          "Static Analysis Start\n",
-                                          "[L] division:1\n",
-                                          "LU K_sparse\n",
-                                          "LU K_sparse complete\n",
-                                          "cal_stress Time:  ",
-                                          "Q:",
-                                          "du[0]:",
-                                          "########## Force Iteration: 2 ##########\n",
-                                          "NLstatic Analysis Time:  "});
 }
 
 TEST_F(NonlinearAnalysis, AnUnconvergedIncrementStopsOrGoesOnAsTheSettingsSay) {
@@ -183,8 +143,8 @@ TEST_F(NonlinearAnalysis, AnUnconvergedIncrementStopsOrGoesOnAsTheSettingsSay) {
     const RunReport all = run(bar(1e5, 3, 3));
     EXPECT_EQ(all.status, RunStatus::done);
     EXPECT_EQ(all.nonlinear.increments.size(), 3u);
-    EXPECT_EQ(std::count_if(all.remarks.notices.begin(), all.remarks.notices.end(),
-                            [](const auto& n) { return testing::contains(n, "did not converge"); }),
+    EXPECT_EQ(std::ranges::count_if(all.remarks.notices,
+                                    [](const auto& n) { return testing::contains(n, "did not converge"); }),
               3);
 }
 
@@ -192,8 +152,7 @@ TEST_F(NonlinearAnalysis, ADivergenceKeepsTheFramesBeforeIt) {
     // a bar that nothing holds sideways beyond its plastic strength: 235e6 · 0.02 m² = 4.7e6 N in tension
     const RunReport report = run(bar(9e6, 4, 25, 'z'), 235e6, 0);
     EXPECT_EQ(report.status, RunStatus::failed);
-    ASSERT_GE(report.nonlinear.increments.size(), 2u);
-    EXPECT_LT(report.nonlinear.increments.size(), 4u);
+    EXPECT_TRUE(result.mode_num() == 2 || result.mode_num() == 3) << result.mode_num();
     EXPECT_EQ(result.mode_num(), report.nonlinear.increments.size());
     EXPECT_TRUE(report.written);
     for (const auto& reached : result.results)
@@ -202,13 +161,15 @@ TEST_F(NonlinearAnalysis, ADivergenceKeepsTheFramesBeforeIt) {
 }
 
 TEST_F(NonlinearAnalysis, WrongMaterialsAndHugeCountsAreRefused) {
-    EXPECT_EQ(run(bar(1, 1), 250e6, -1e9).status, RunStatus::bad_input);
-    read(bar(1, 1));
-    model.materials[0].poisson = 0.5;
-    EXPECT_EQ(analyse(analyse_nonlinear, settings).status, RunStatus::bad_input);
-    read(bar(1, 1));
-    model.mode_count = 2000000000;
-    EXPECT_EQ(analyse(analyse_nonlinear, settings).status, RunStatus::bad_input);
+    const auto refused = [&](double hardening, double poisson, int steps) {
+        read(bar(1, 1), 250e6, hardening);
+        model.materials[0].poisson = poisson;
+        model.mode_count = steps;
+        EXPECT_EQ(analyse(analyse_nonlinear, settings).status, RunStatus::bad_input);
+    };
+    refused(-1e9, 0.3, 1);
+    refused(0, 0.5, 1);
+    refused(0, 0.3, 2000000000);
 }
 
 // A plastic bar loaded at once, damped so that its displacement only rises, comes to rest where the nonlinear
@@ -228,8 +189,7 @@ TEST_F(NonlinearAnalysis, AnExplicitRunDampedToRestAgreesWithinOnePercent) {
     testing::expect_done(dynamic);
     EXPECT_GT(dynamic.dynamics.energies.plastic, 0);
     EXPECT_LT(dynamic.dynamics.energies.kinetic, 1e-6 * dynamic.dynamics.energies.internal);
-    std::printf("    at rest: %.6e m against %.6e m\n", dynamic.largest_displacement.value, rest);
-    EXPECT_NEAR(dynamic.largest_displacement.value, rest, 0.01 * rest);
+    expect_figure("at rest, m", dynamic.largest_displacement.value, rest, 0.01);
 }
 
 }  // namespace

@@ -2,31 +2,10 @@
 // for at any place leaves the earlier files, and the loops of a step take no memory.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
 #include <thread>
 
 #include "support/explicit_run.h"
-
-namespace {
-std::atomic<std::int64_t> allocations{0};
-}
-
-void* operator new(std::size_t bytes) {
-    ++allocations;
-    if (void* block = std::malloc(bytes > 0 ? bytes : 1)) return block;
-    throw std::bad_alloc();
-}
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"  // both are replaced, as a pair
-void operator delete(void* block) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-    std::free(block);
-}
-#pragma GCC diagnostic pop
+#include "support/heap_count.h"
 
 namespace kestralum {
 namespace {
@@ -56,6 +35,7 @@ protected:
 class AnyAnalysis : public testing::ExplicitTest, public ::testing::WithParamInterface<const char*> {
 protected:
     Analyse analysis() const { return find_analysis(GetParam())->analyse; }
+    static bool is_explicit() { return GetParam() == std::string("explicit"); }
 };
 
 TEST_P(AnyAnalysis, LeavesTheModelAndTwoRunsAtOnceDoNotSeeEachOther) {
@@ -76,11 +56,26 @@ TEST_P(AnyAnalysis, LeavesTheModelAndTwoRunsAtOnceDoNotSeeEachOther) {
     first = run_into("first", first_lines);
     other.join();
     EXPECT_TRUE(first == alone && second == alone);
-    EXPECT_TRUE(std::abs(std::ssize(first_lines.lines) - std::ssize(alone_lines.lines)) < 200)
-        << "the times differ";
+    EXPECT_LT(std::abs(std::ssize(first_lines.lines) - std::ssize(alone_lines.lines)), 200) << "times differ";
     EXPECT_EQ(model.mesh.coordinates, before.mesh.coordinates);
     EXPECT_EQ(model.mesh.connectivity, before.mesh.connectivity);
     EXPECT_EQ(model.mesh.node_n_dir, before.mesh.node_n_dir);
+}
+
+// The explicit analysis has no factor that memory could divide.
+TEST_P(AnyAnalysis, GivesTheSameBytesForAnyThreadsAndMemory) {
+    read(block, control);
+    std::string reference;
+    for (const int threads : {1, 2, 3})
+        for (const double memory : {4000.0, 0.05}) {
+            settings = analysis_settings(threads);
+            settings.memory_size = memory;
+            testing::expect_done(analyse(analysis(), settings));
+            EXPECT_EQ(std::filesystem::exists(log("Ltemp_1.txt")), memory < 1 && !is_explicit()) << "divided";
+            const std::string bytes = file("result_model.txt");
+            if (reference.empty()) reference = bytes;
+            EXPECT_TRUE(bytes == reference) << threads << " threads, " << memory << " MB";
+        }
 }
 
 TEST_P(AnyAnalysis, AStopAtAnyPlaceLeavesTheEarlierFile) {
@@ -89,21 +84,20 @@ TEST_P(AnyAnalysis, AStopAtAnyPlaceLeavesTheEarlierFile) {
     options.log_folder = folder.file("log");
     StopsAt whole;
     ASSERT_EQ(analysis()(model, of_all, options, whole).report.status, RunStatus::done);
-    const bool keeps_what_it_reached = GetParam() == std::string("explicit");
     constexpr int places = 25;
     for (int k = 0; k < places; ++k) {
+        SCOPED_TRACE(formatted("stopped at %d/%d", k, places));
         folder.write("log/result_model.txt", "an earlier run's");
         StopsAt stopping;
         stopping.left = whole.taken * k / places;
         const kestralum::Run stopped = analysis()(model, of_all, options, stopping);
-        EXPECT_FALSE(std::filesystem::exists(log("result_model.txt.part")))
-            << "stopped at " << k << "/" << places;
+        EXPECT_FALSE(std::filesystem::exists(log("result_model.txt.part")));
         if (stopped.report.status == RunStatus::done) continue;  // asked for after the last look
-        EXPECT_EQ(stopped.report.status, RunStatus::cancelled) << "stopped at " << k << "/" << places;
+        EXPECT_EQ(stopped.report.status, RunStatus::cancelled);
         EXPECT_EQ(stopped.report.remarks.errors.size(), 1u);
-        if (keeps_what_it_reached && stopped.report.has_results()) continue;
+        if (is_explicit() && stopped.report.has_results()) continue;  // keeps what it has reached
         EXPECT_TRUE(stopped.results.empty());
-        EXPECT_EQ(file("result_model.txt"), "an earlier run's") << "stopped at " << k << "/" << places;
+        EXPECT_EQ(file("result_model.txt"), "an earlier run's");
     }
 }
 
@@ -119,6 +113,7 @@ INSTANTIATE_TEST_SUITE_P(All, AnyAnalysis,
 class Allocations : public testing::ExplicitTest {};
 
 TEST_F(Allocations, NoneInAStepWithRigidBodiesSpringsWallsAndContact) {
+    if (!KESTRALUM_COUNTS_HEAP) GTEST_SKIP() << "a sanitizer's heap";
     read(
         testing::ModelText{
             .material = "8000 2e11 0.3",
@@ -136,9 +131,9 @@ TEST_F(Allocations, NoneInAStepWithRigidBodiesSpringsWallsAndContact) {
     job.reset(new Job{model, settings, options, silent, result});
     ASSERT_TRUE(set_up_explicit(*job, *state)) << report.remarks.errors[0];
     run_to(90);  // what grows with the contacts has grown
-    const std::int64_t before = allocations;
+    const std::int64_t before = testing::heap.news;
     while (state->step % 100 != 99) explicit_step(*job, *state);
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(testing::heap.news, before);
 }
 
 }  // namespace

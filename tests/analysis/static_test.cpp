@@ -48,8 +48,7 @@ TEST_F(StaticAnalysis, ABarInTensionStretchesByFLOverEA) {
     EXPECT_LT(report.residual, 1e-9);
     EXPECT_NEAR(report.largest_mises.value, 5e6, 1e-3);
     EXPECT_EQ(report.largest_displacement.place[2], 0.5);
-    EXPECT_EQ(result.mode_num(), 1);
-    EXPECT_NE(said.lines.find("Mass total=3.000000e-01[kg]\n"), std::string::npos);
+    EXPECT_TRUE(testing::contains(said.lines, "\nMass total=3.000000e-01[kg]\n"));
 }
 
 // MacNeal and Harder (1985), straight cantilever 6 × 0.2 × 0.1, E = 1e7, ν = 0.3, unit forces at
@@ -152,36 +151,19 @@ const std::string small_model = ModelText{.parts = rect("b", "0.3 0.2 1", "3 2 2
                                           .supports = "c plane z 0 0 0 0 0 0",
                                           .forces = "f area x 1000 0 0.3 0 0.2 1 1"};
 
-TEST_F(StaticAnalysis, GivesTheSameBytesForAnyThreadsAndMemory) {
-    std::string reference;
-    for (const int threads : {1, 2, 3})
-        for (const double memory : {4000.0, 0.05}) {
-            Settings settings = analysis_settings(threads);
-            settings.memory_size = memory;
-            ASSERT_EQ(run(small_model, settings).status, RunStatus::done);
-            EXPECT_EQ(std::filesystem::exists(log("Ltemp_1.txt")), memory < 1) << "spilled or not";
-            const std::string text = file("result_model.txt");
-            if (reference.empty()) reference = text;
-            EXPECT_TRUE(text == reference) << threads << " threads, " << memory << " MB";
-        }
-}
-
 TEST_F(StaticAnalysis, EndsWithoutATornFileWhereItCannotGoOn) {
-    const auto written = log("result_model.txt"), held = log("result_model.txt.part");
-    Settings settings = analysis_settings();
-    settings.free_hd_size = 1e-3;
-    EXPECT_EQ(run(small_model, settings).status, RunStatus::disk_budget);
-    EXPECT_NE(said.lines.find("Warning:HD"), std::string::npos);
-    EXPECT_TRUE(std::filesystem::exists(written)) << "no earlier file: the mesh takes the name";
-    EXPECT_FALSE(std::filesystem::exists(held));
+    Settings small_disk = analysis_settings();
+    small_disk.free_hd_size = 1e-3;
+    EXPECT_EQ(run(small_model, small_disk).status, RunStatus::disk_budget);
+    EXPECT_TRUE(testing::contains(said.lines, "Warning:HD"));
+    EXPECT_TRUE(std::filesystem::exists(log("result_model.txt")))
+        << "no earlier file: the mesh takes the name";
     folder.write("log/result_model.txt", "an earlier run's");
-    EXPECT_EQ(run(small_model, settings).status, RunStatus::disk_budget);
+    EXPECT_EQ(run(small_model, small_disk).status, RunStatus::disk_budget);
     const RunReport infinite = run(replaced(small_model, "1000", "1e300"));
     EXPECT_EQ(infinite.status, RunStatus::failed);
     EXPECT_FALSE(infinite.has_results());
     EXPECT_EQ(run("material_info M 1 1 0 % END\n").status, RunStatus::bad_input) << "no elements";
-    EXPECT_EQ(file("result_model.txt"), "an earlier run's");
-    EXPECT_FALSE(std::filesystem::exists(held));
     // an inverted element stops the analysis with element, part and place
     ASSERT_TRUE(read(small_model));
     std::swap(model.mesh.connectivity[8 * 20], model.mesh.connectivity[8 * 20 + 6]);
@@ -189,31 +171,8 @@ TEST_F(StaticAnalysis, EndsWithoutATornFileWhereItCannotGoOn) {
     EXPECT_EQ(report.status, RunStatus::failed);
     EXPECT_TRUE(testing::contains(report.remarks.errors, "element 21 of part b at ("));
     EXPECT_EQ(check_model(model, analysis_settings(), said).bad.at(0).element, 20);
-}
-
-TEST_F(StaticAnalysis, CheckTellsWhatAModelIsMadeOf) {
-    ASSERT_EQ(run(ModelText{.material = "1000 2e11 0.3",
-                            .parts = rect("a", "1 1 1", "2 2 2") + rect("b", "1 2 1", "1 1 1", "3 0 0"),
-                            .supports = "c plane x 0 0 0 0 0 0 near area x 0 4.00000000001 0 2 0 1",
-                            .forces = "f node x 1 9 9 9 g area y 1 0 1 0 1 1 1"})
-                  .status,
-              RunStatus::failed);
-    const ModelCheck check = check_model(model, analysis_settings(), said);
-    EXPECT_NEAR(check.mass, 3000, 1e-9);
-    EXPECT_NEAR(check.smallest.volume, 0.125, 1e-12);
-    EXPECT_NEAR(check.largest.volume, 2, 1e-12);
-    EXPECT_NEAR(check.largest.centre[0], 3.5, 1e-12);
-    ASSERT_EQ(check.bodies.size(), 2u);
-    EXPECT_EQ(check.bodies[0].supported + check.bodies[1].supported, 1);
-    EXPECT_EQ(check.support_nodes, (std::vector<std::int32_t>{9, 0}));
-    EXPECT_EQ(check.force_nodes, (std::vector<std::int32_t>{0, 9}));
-    EXPECT_EQ(check.bad_count, 0);
-    EXPECT_TRUE(testing::contains(check.remarks.notices, "`plane`"));
-    EXPECT_TRUE(testing::contains(check.remarks.notices, "no node at its point"));
-    // what it says of the factor is what a run writes
-    ASSERT_EQ(run(small_model).status, RunStatus::done);
-    const ModelCheck small = check_model(model, analysis_settings(), said);
-    EXPECT_EQ(std::llround(small.factor_megabytes * 1e6), std::filesystem::file_size(log("Ltemp_0.txt")));
+    EXPECT_EQ(file("result_model.txt"), "an earlier run's");
+    EXPECT_FALSE(std::filesystem::exists(log("result_model.txt.part")));
 }
 
 }  // namespace

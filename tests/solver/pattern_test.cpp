@@ -10,6 +10,7 @@
 #include "solver/sparse.h"
 #include "support/box_mesh.h"
 #include "support/collected.h"
+#include "support/text_checks.h"
 
 namespace kestralum {
 namespace {
@@ -68,8 +69,8 @@ TEST(Ordering, KeepsTheOrderOfEqualDistancesAndTheEarlierAxisOfEqualBands) {
         Mesh ordered = c.mesh;
         captured.lines.clear();
         order_nodes(ordered, c.type, captured);
-        const std::string said = std::string("Ordering: min_direc=") + c.taken + "\n";
-        EXPECT_NE(captured.lines.find(said), std::string::npos) << captured.lines;
+        EXPECT_TRUE(testing::contains(captured.lines, std::string("Ordering: min_direc=") + c.taken + "\n"))
+            << captured.lines;
     }
 }
 

@@ -51,14 +51,6 @@ struct ModelText {
     }
 };
 
-inline void expect_in_order(const std::string& text, std::initializer_list<const char*> lines) {
-    std::size_t at = 0;
-    for (const char* line : lines) {
-        at = text.find(line, at);
-        ASSERT_NE(at, std::string::npos) << line;
-    }
-}
-
 class AnalysisTest : public ::testing::Test {
 protected:
     bool read(const std::string& text) {
@@ -105,6 +97,17 @@ protected:
     RunOptions options;
     kestralum::Run result;
 };
+
+// Two tables, or one group of them, by the largest size in the second.
+inline void expect_equal(const auto& got, const auto& exact, double tolerance, std::size_t first = 0,
+                         std::size_t count = std::size_t(-1)) {
+    double largest = 0, worst = 0;
+    for (std::size_t d = first; d < std::min(exact.size(), first + std::min(count, exact.size())); ++d) {
+        largest = std::max<double>(largest, std::abs(exact[d]));
+        worst = std::max<double>(worst, std::abs(got[d] - exact[d]));
+    }
+    EXPECT_LT(worst, tolerance * largest);
+}
 
 inline void expect_done(const RunReport& report) {
     EXPECT_EQ(report.status, RunStatus::done);

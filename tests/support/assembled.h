@@ -10,6 +10,7 @@
 #include "elements/elasticity.h"
 #include "elements/stresses.h"
 #include "model/mesh.h"
+#include "model/vector3.h"
 #include "solver/ldl.h"
 #include "solver/sparse.h"
 
@@ -30,6 +31,19 @@ struct Solution {
     PointResults points;
 };
 
+// One element's K and M, M with the material's density.
+inline auto element_matrices(const Mesh& mesh, const Material& material, const Elasticity& elasticity) {
+    return [&](std::int32_t e, double* ke, double* me) {
+        const ElementType& type = element_type(mesh.element_type);
+        ElementPoints points;
+        if (!evaluate_points(type, mesh, e, points)) return false;
+        element_stiffness(type, points, moduli(elasticity, 0), ke);
+        type.mass(points.x.data(), me);
+        for (int k = 0; k < type.nodes * type.nodes; ++k) me[k] *= material.density;
+        return true;
+    };
+}
+
 inline SparseKM assemble(const Mesh& mesh, const Material& material, const Elasticity& elasticity) {
     SparseKM km;
     SilentProgress silent;
@@ -37,18 +51,7 @@ inline SparseKM assemble(const Mesh& mesh, const Material& material, const Elast
     count_overlap(neighbours, km, silent);
     build_index(neighbours, km, silent);
     find_diagonals(km);
-    const ElementType& type = element_type(mesh.element_type);
-    assemble_km(
-        mesh, neighbours,
-        [&](std::int32_t e, double* ke, double* me) {
-            ElementPoints points;
-            if (!evaluate_points(type, mesh, e, points)) return false;
-            element_stiffness(type, points, moduli(elasticity, 0), ke);
-            type.mass(points.x.data(), me);
-            for (int k = 0; k < type.nodes * type.nodes; ++k) me[k] *= material.density;
-            return true;
-        },
-        2, km, silent);
+    assemble_km(mesh, neighbours, element_matrices(mesh, material, elasticity), 2, km, silent);
     return km;
 }
 
@@ -94,25 +97,21 @@ inline std::vector<double> consistent_forces(const Mesh& mesh, const double* t,
                                              const std::function<bool(const double*)>& on_face) {
     std::vector<double> force(mesh.coordinates.size(), 0.0);
     const ElementKind kind = mesh.element_type;
-    auto x = [&](std::int32_t node) { return &mesh.coordinates[3 * (node - 1)]; };
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         const std::int32_t* element = &mesh.connectivity[e * mesh.node_per_element()];
+        const auto x = [&](int p) { return triple(mesh.coordinates, node_index(element[p])); };
         for (int f = 0; f < face_table(kind).faces; ++f) {
             const auto corners = face_corners(kind, f);
-            if (!std::all_of(corners.begin(), corners.end(), [&](int p) { return on_face(x(element[p])); }))
-                continue;
-            const double *a = x(element[corners[0]]), *b = x(element[corners[1]]),
-                         *c = x(element[corners[2]]);
-            double square = 0;  // of the parallelogram on two sides
-            for (int k = 0, m = 1; k < 3; ++k, m = (m + 1) % 3)
-                square += std::pow((b[k] - a[k]) * (c[m] - a[m]) - (b[m] - a[m]) * (c[k] - a[k]), 2);
-            const double area = std::sqrt(square) * (kind == ElementKind::hexahedron ? 1 : 0.5);
+            if (!std::ranges::all_of(corners, [&](int p) { return on_face(x(p).data()); })) continue;
+            const Vec3 a = x(corners[0]);
+            const double area = norm(cross(minus(x(corners[1]), a), minus(x(corners[2]), a))) *
+                                (kind == ElementKind::hexahedron ? 1 : 0.5);
             std::vector<int> carriers(corners.begin(), corners.end());
             if (kind == ElementKind::tetrahedron10) {
                 carriers.clear();
                 for (int m = 0; m < 6; ++m)
-                    if (std::count(corners.begin(), corners.end(), tetra10_edge[m][0]) > 0 &&
-                        std::count(corners.begin(), corners.end(), tetra10_edge[m][1]) > 0)
+                    if (std::ranges::count(corners, tetra10_edge[m][0]) > 0 &&
+                        std::ranges::count(corners, tetra10_edge[m][1]) > 0)
                         carriers.push_back(4 + m);
             }
             for (int p : carriers)

@@ -4,12 +4,12 @@
 #pragma once
 
 #include <array>
-#include <charconv>
 #include <functional>
 #include <map>
 #include <string>
 #include <utility>
 
+#include "model/format.h"
 #include "model/mesh.h"
 
 namespace kestralum::testing {
@@ -107,27 +107,19 @@ inline Mesh box_mesh(const Grid& grid, ElementKind kind) {
 
 // The mesh as a Netgen volume file: left-handed tetrahedra, Netgen's mid-side order.
 inline std::string vol_text(const Mesh& mesh) {
-    constexpr std::array<int, 10> program_node{0, 2, 1, 3, 6, 4, 7, 5, 9, 8};  // of file position
+    constexpr int program_node[] = {0, 2, 1, 3, 6, 4, 7, 5, 9, 8};  // of file position
     const int nodes = mesh.node_per_element();
-    std::string text =
-        "mesh3d\ndimension\n3\ngeomtype\n0\n\n# surfnr bcnr domin domout np p1 p2 "
-        "p3\nsurfaceelements\n0\n\n\n"
-        "# matnr np p1 p2 p3 p4\nvolumeelements\n" +
-        std::to_string(mesh.element_num()) + "\n";
+    std::string text = formatted("mesh3d\ndimension\n3\nvolumeelements\n%d\n", mesh.element_num());
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
-        text += "1 " + std::to_string(nodes);
+        text += formatted("1 %d", nodes);
         for (int p = 0; p < nodes; ++p)
-            text += " " + std::to_string(mesh.connectivity[static_cast<std::size_t>(
-                              e * nodes + program_node[static_cast<std::size_t>(p)])]);
+            text +=
+                formatted(" %d", mesh.connectivity[static_cast<std::size_t>(e * nodes + program_node[p])]);
         text += "\n";
     }
-    text += "\n\n# surfid 0 p1 p2\nedgesegmentsgi2\n0\n\n\n# X Y Z\npoints\n" +
-            std::to_string(mesh.node_num()) + "\n";
-    for (std::size_t k = 0; k < mesh.coordinates.size(); ++k) {
-        char digits[40];
-        text.append(digits, std::to_chars(digits, digits + sizeof digits, mesh.coordinates[k]).ptr);
-        text += k % 3 == 2 ? '\n' : ' ';
-    }
+    text += formatted("points\n%d\n", mesh.node_num());
+    for (std::int32_t n = 0; n < mesh.node_num(); ++n)
+        text += formatted("%.17g %.17g %.17g\n", mesh.node(n)[0], mesh.node(n)[1], mesh.node(n)[2]);
     return text + "endmesh\n";
 }
 

@@ -52,6 +52,10 @@ protected:
         run_to(state->time_num - 1);
         EXPECT_FALSE(state->diverged);
     }
+    void run(const std::string& text, const std::string& control) {
+        read(text, control);
+        run();
+    }
     double history(std::size_t row, const std::string& column) const {
         return state->history.value(row, column);
     }
@@ -69,16 +73,12 @@ protected:
     }
     // A body made in place: clamped at x = 0, with a force along an axis on its end at x = `length`.
     void clamp_and_push(double length, int axis, double value) {
-        BoundaryCondition clamp;
-        clamp.name = "CLAMP";
-        AppliedForce push;
-        push.name = "PUSH";
-        push.kind = ForceKind::area;
-        push.axis = axis;
-        push.value = value;
-        push.box = {length, length, -1, 1, -1, 1};
-        model.boundary_conditions = {clamp};
-        model.forces = {push};
+        model.boundary_conditions = {{.name = "CLAMP"}};
+        model.forces = {{.name = "PUSH",
+                         .kind = ForceKind::area,
+                         .axis = axis,
+                         .value = value,
+                         .box = {length, length, -1, 1, -1, 1}}};
     }
     void set_velocities(const std::function<double(std::size_t n, std::size_t c)>& v) {
         for (std::size_t d = 0; d < state->v.size(); ++d)

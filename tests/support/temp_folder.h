@@ -9,7 +9,6 @@
 #include <sstream>
 #include <string>
 
-
 namespace kestralum::testing {
 
 class TempFolder {

@@ -1,14 +1,17 @@
 // Supports and loads on a small grid whose selections can be counted by hand.
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
+#include <numeric>
 
 #include "conditions/constraints.h"
 #include "conditions/loads.h"
 #include "elements/elasticity.h"
+#include "model/selection.h"
 #include "support/assembled.h"
 #include "support/box_mesh.h"
 #include "support/collected.h"
+#include "support/text_checks.h"
 #include "system/diagonals.h"
 
 namespace kestralum {
@@ -16,24 +19,28 @@ namespace {
 
 using testing::Grid;
 
-BoundaryCondition support(Selection kind, std::int32_t axis, std::array<double, 6> box) {
-    BoundaryCondition record;
-    record.kind = kind;
-    record.axis = axis;
-    record.box = box;
-    return record;
+BoundaryCondition support(Selection kind, std::int32_t axis, const std::array<double, 6>& box) {
+    return {.kind = kind, .axis = axis, .box = box};
+}
+
+struct Supported : DofNumbering {
+    std::int32_t fn_free;  // as the console tells it
+};
+
+Supported supported(const Mesh& mesh, std::span<const BoundaryCondition> records, Progress& progress) {
+    std::int32_t fn_free = mesh.dof_num();
+    DofNumbering numbering =
+        apply_boundary_conditions(records, mesh, elements_of_nodes(mesh), fn_free, progress);
+    return {std::move(numbering), fn_free};
 }
 
 TEST(Supports, SelectByPlaneRectangleAndBox) {
-    testing::Collected captured;
-    Mesh mesh = testing::hexa_box({{2, 2, 2}, {1, 1, 1}});  // nodes at 0, 0.5, 1
-    const NodeElements around = elements_of_nodes(mesh);
-    struct Case {
+    const Mesh mesh = testing::hexa_box({{2, 2, 2}, {1, 1, 1}});  // nodes at 0, 0.5, 1
+    const struct {
         BoundaryCondition record;
         int nodes;
         const char* line;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {support(Selection::plane, 2, {0, 0, 0, 0, 7, 0.5}), 9, "  2\n"},  // the pair's max
         {support(Selection::plane, 0, {0, 1 + 0.9e-10, 0, 0, 0, 0}), 9, "  0\n"},
         {support(Selection::plane, 0, {0, 1 + 1.1e-10, 0, 0, 0, 0}), 0, "  0\n"},
@@ -47,115 +54,78 @@ TEST(Supports, SelectByPlaneRectangleAndBox) {
         {support(Selection::volume, 0, {1, 0, 0, 1, 0, 1}), 0, ""},  // min > max
         {support(static_cast<Selection>(9), 0, {0, 1, 0, 1, 0, 1}), 0, ""},
     };
-    for (const Case& c : cases) {
-        captured.lines.clear();
-        std::int32_t fn_free = mesh.dof_num();
-        const DofNumbering numbering =
-            apply_boundary_conditions(std::span(&c.record, 1), mesh, around, fn_free, captured);
+    for (const auto& c : cases) {
+        testing::Collected captured;
+        const Supported numbering = supported(mesh, std::span(&c.record, 1), captured);
         EXPECT_EQ(numbering.fix_node_num(), c.nodes) << &c - cases;
-        EXPECT_EQ(fn_free, mesh.dof_num() - 3 * c.nodes);
-        EXPECT_EQ(static_cast<std::int32_t>(numbering.free_dofs.size()), fn_free);
+        EXPECT_EQ(numbering.fn_free, mesh.dof_num() - 3 * c.nodes);
+        EXPECT_EQ(std::ssize(numbering.free_dofs), numbering.fn_free);
         EXPECT_TRUE(captured.lines.starts_with(std::string("Boundary Condition\n") + c.line +
                                                "fix_node_num=" + std::to_string(c.nodes) + "\n"))
             << captured.lines;
         EXPECT_TRUE(captured.lines.ends_with("\nfree_degree\nfree_degree\n"));
         for (std::size_t k = 0; k < numbering.free_dofs.size(); ++k)
-            EXPECT_EQ(numbering.dof_map[static_cast<std::size_t>(numbering.free_dofs[k])],
-                      static_cast<std::int32_t>(k));
+            EXPECT_EQ(numbering.dof_map[numbering.free_dofs[k]], k);
     }
 }
 
-TEST(Supports, TwiceSelectedNodesLowerTheCountTwiceButAreFixedOnce) {
-    SilentProgress captured;
-    Mesh mesh = testing::hexa_box({{1, 1, 1}, {1, 1, 1}});
-    const BoundaryCondition records[] = {support(Selection::plane, 2, {0, 0, 0, 0, 0, 0}),
-                                         support(Selection::plane, 0, {0, 0, 0, 0, 0, 0})};
-    std::int32_t fn_free = 24;
-    const DofNumbering numbering =
-        apply_boundary_conditions(records, mesh, elements_of_nodes(mesh), fn_free, captured);
-    EXPECT_EQ(numbering.fix_node_num(), 8);
-    EXPECT_EQ(fn_free, 0);
-    EXPECT_EQ(numbering.free_dofs.size(), 6u);  // two nodes on neither plane
-    EXPECT_EQ(numbering.repeated_nodes(), 2);
+// Nodes selected twice lower the count twice but are fixed once; a node on no element is eliminated without
+// being counted: a support fixes it, but not twice, and holds nothing.
+TEST(Supports, TwiceSelectedAndHangingNodesAreCountedApart) {
+    SilentProgress silent;
+    const BoundaryCondition foot = support(Selection::plane, 2, {}), side = support(Selection::plane, 0, {}),
+                            loose = support(Selection::plane, 2, {0, 0, 0, 0, 0, 5});
+    const struct {
+        int hanging;
+        std::vector<BoundaryCondition> records;
+        int listed, fn_free, free, repeated;
+    } cases[] = {{0, {foot, side}, 8, 0, 6, 2}, {1, {}, 0, 27, 24, 0}, {1, {loose}, 1, 24, 24, 0}};
+    for (const auto& c : cases) {
+        Mesh mesh = testing::hexa_box({{1, 1, 1}, {1, 1, 1}});
+        if (c.hanging) mesh.coordinates.insert(mesh.coordinates.end(), {5, 5, 5});
+        const Supported numbering = supported(mesh, c.records, silent);
+        EXPECT_EQ(numbering.hanging_nodes, c.hanging);
+        EXPECT_EQ(numbering.fix_node_num(), c.listed);
+        EXPECT_EQ(numbering.fn_free, c.fn_free);
+        EXPECT_EQ(numbering.free_dofs.size(), c.free);
+        EXPECT_EQ(numbering.repeated_nodes(), c.repeated);
+        EXPECT_TRUE(!c.hanging || numbering.dof_map[26] == -1);
+        for (const std::int32_t selected : numbering.selected) EXPECT_EQ(selected, c.hanging ? 0 : 4);
+    }
 }
 
-TEST(Supports, NodesOnNoElementAreEliminatedWithoutBeingCounted) {
-    SilentProgress captured;
-    Mesh mesh = testing::hexa_box({{1, 1, 1}, {1, 1, 1}});
-    mesh.coordinates.insert(mesh.coordinates.end(), {5, 5, 5});
-    std::int32_t fn_free = 27;
-    const DofNumbering numbering =
-        apply_boundary_conditions({}, mesh, elements_of_nodes(mesh), fn_free, captured);
-    EXPECT_EQ(numbering.hanging_nodes, 1);
-    EXPECT_EQ(numbering.fix_node_num(), 0);
-    EXPECT_EQ(fn_free, 27);
-    EXPECT_EQ(numbering.free_dofs.size(), 24u);
-    EXPECT_EQ(numbering.dof_map[26], -1);
-    // a support on such a node fixes it, but not twice, and holds nothing
-    const BoundaryCondition record = support(Selection::plane, 2, {0, 0, 0, 0, 0, 5});
-    fn_free = 27;
-    const DofNumbering held =
-        apply_boundary_conditions(std::span(&record, 1), mesh, elements_of_nodes(mesh), fn_free, captured);
-    EXPECT_EQ(held.fix_node_num(), 1);
-    EXPECT_EQ(held.selected[0], 0);
-    EXPECT_EQ(held.repeated_nodes(), 0);
-    EXPECT_EQ(held.free_dofs.size(), 24u);
+AppliedForce point_force(const Vec3& at, std::int32_t axis, double value) {
+    return {.kind = ForceKind::node, .axis = axis, .value = value, .point = at};
 }
 
-AppliedForce point_force(std::array<double, 3> at, std::int32_t axis, double value) {
-    AppliedForce force;
-    force.kind = ForceKind::node;
-    force.point = at;
-    force.axis = axis;
-    force.value = value;
-    return force;
+AppliedForce area_force(const std::array<double, 6>& box, std::int32_t axis, double value) {
+    return {.kind = ForceKind::area, .axis = axis, .value = value, .box = box};
 }
 
-AppliedForce area_force(std::array<double, 6> box, std::int32_t axis, double value) {
-    AppliedForce force;
-    force.kind = ForceKind::area;
-    force.box = box;
-    force.axis = axis;
-    force.value = value;
-    return force;
-}
+const Material steel{.id = 0, .name = "S", .density = 7800, .young = 2e11, .poisson = 0.3};
 
-struct Loaded {
+struct Loaded : LoadVector {
     Mesh mesh;
-    NodeElements around;
     DofNumbering numbering;
-    SparseKM km;
-    LoadVector load;
     double at(double x, double y, double z, int axis) const {
-        for (std::int32_t n = 0; n < mesh.node_num(); ++n)
-            if (mesh.node(n)[0] == x && mesh.node(n)[1] == y && mesh.node(n)[2] == z) {
-                const std::int32_t k = numbering.dof_map[3 * n + axis];
-                return k < 0 ? 0 : load.F[k];
-            }
-        ADD_FAILURE() << "no such node";
-        return 0;
+        const std::int32_t n = nearest_node(mesh, elements_of_nodes(mesh), std::array{x, y, z});
+        EXPECT_EQ(triple(mesh.coordinates, n), (Vec3{x, y, z}));
+        const std::int32_t k = numbering.dof_map[3 * n + axis];
+        return k < 0 ? 0 : F[k];
     }
-    std::vector<std::int32_t> reached() const {
-        std::vector<std::int32_t> out;
-        for (const LoadedRecord& record : load.records) out.push_back(record.reached);
-        return out;
-    }
+    double sum() const { return std::accumulate(F.begin(), F.end(), 0.0); }
 };
 
-Loaded load(Mesh mesh, const std::vector<AppliedForce>& forces, Progress& progress) {
-    Loaded out;
-    out.mesh = std::move(mesh);
-    out.around = elements_of_nodes(out.mesh);
-    const Material steel{.id = 0, .name = "S", .density = 1, .young = 1e9, .poisson = 0.3};
-    const BoundaryCondition clamp = support(Selection::plane, 2, {0, 0, 0, 0, 0, 0});
-    std::int32_t fn_free = out.mesh.dof_num();
+// With the nodes at z = 0 clamped.
+Loaded load(const Mesh& mesh, const std::vector<AppliedForce>& forces, Progress& progress) {
     SilentProgress silent;
-    out.numbering = apply_boundary_conditions(std::span(&clamp, 1), out.mesh, out.around, fn_free, silent);
-    out.km = testing::assemble(out.mesh, steel, build_elasticity(std::span(&steel, 1), silent));
-    eliminate_fixed(out.numbering.dof_map, out.km, silent);
-    out.load = build_loads(forces, resolve_force_points(out.mesh, forces), out.mesh, out.around,
-                           out.numbering, diagonal_of(out.km), progress);
-    return out;
+    const BoundaryCondition clamp = support(Selection::plane, 2, {});
+    const Supported numbering = supported(mesh, std::span(&clamp, 1), silent);
+    SparseKM km = testing::assemble(mesh, steel, build_elasticity(std::span(&steel, 1), silent));
+    eliminate_fixed(numbering.dof_map, km, silent);
+    return {build_loads(forces, resolve_force_points(mesh, forces), mesh, elements_of_nodes(mesh), numbering,
+                        diagonal_of(km), progress),
+            mesh, numbering};
 }
 
 Loaded load(ElementKind kind, const std::vector<AppliedForce>& forces, Progress& progress) {
@@ -169,14 +139,12 @@ TEST(Loads, PointForcesAssignAndAFixedOneIsTold) {
                                 point_force({1, 1, 1 + 1.1e-7}, 0, 11), point_force({0, 0, 0}, 2, 13)},
                                captured);
     EXPECT_EQ(loaded.at(1, 1, 1, 0), 7) << "the later of two on one degree of freedom stands";
-    EXPECT_EQ(loaded.reached(), (std::vector<std::int32_t>{1, 1, 0, 1}));
-    EXPECT_EQ(loaded.load.records[3].on_fixed, 1);
-    double sum = 0;
-    for (double f : loaded.load.F) sum += f;
-    EXPECT_EQ(sum, 7);
-    EXPECT_NE(captured.lines.find(
-                  "Force Number 4\n### ERROR ###\nSome force vectors are applied at fixed degree points.\n"),
-              std::string::npos);
+    for (const int k : {0, 1, 2, 3}) EXPECT_EQ(loaded.records[k].reached, k != 2);
+    EXPECT_EQ(loaded.records[3].on_fixed, 1);
+    EXPECT_EQ(loaded.sum(), 7);
+    EXPECT_TRUE(testing::contains(
+        captured.lines,
+        "Force Number 4\n### ERROR ###\nSome force vectors are applied at fixed degree points.\n"));
 }
 
 TEST(Loads, AreaForcesFollowTheStiffnessOnHexahedraAndAreEvenOnTetrahedra) {
@@ -188,18 +156,18 @@ TEST(Loads, AreaForcesFollowTheStiffnessOnHexahedraAndAreEvenOnTetrahedra) {
     EXPECT_NEAR(hexa.at(0, 0, 1, 2), 900.0 / 16, 1e-9);
     EXPECT_NEAR(hexa.at(0.5, 0, 1, 2), 900.0 / 8, 1e-9);
     EXPECT_NEAR(hexa.at(0.5, 0.5, 1, 2), 900.0 / 4, 1e-9);
-    EXPECT_NE(captured.lines.find("  points in area:9\n   area_force=9.000e+02,force_value=9.000e+02\n"),
-              std::string::npos);
+    EXPECT_TRUE(testing::contains(captured.lines,
+                                  "  points in area:9\n   area_force=9.000e+02,force_value=9.000e+02\n"));
 
     const Loaded tetra = load(ElementKind::tetrahedron4, {area_force({1, 1, 0, 1, 0, 1}, 0, 60)}, captured);
-    EXPECT_EQ(tetra.load.records[0].reached, 9);
-    EXPECT_EQ(tetra.load.records[0].on_fixed, 3) << "nodes of the clamp take no share";
+    EXPECT_EQ(tetra.records[0].reached, 9);
+    EXPECT_EQ(tetra.records[0].on_fixed, 3) << "nodes of the clamp take no share";
     EXPECT_EQ(tetra.at(1, 0, 0, 0), 0);
     EXPECT_EQ(tetra.at(1, 0.5, 0.5, 0), 10);
     const Loaded nothing =
         load(ElementKind::tetrahedron10, {area_force({3, 4, 3, 4, 3, 4}, 0, 60)}, captured);
-    EXPECT_EQ(nothing.load.records[0].reached, 0);
-    for (double f : nothing.load.F) EXPECT_EQ(f, 0);
+    EXPECT_EQ(nothing.records[0].reached, 0);
+    EXPECT_EQ(std::ranges::count(nothing.F, 0), std::ssize(nothing.F));
 }
 
 // Two faces with a common edge: the later record takes the edge's nodes, the first one keeps two thirds of
@@ -209,14 +177,12 @@ TEST(Loads, AnAreaThatALaterOneOverlapsLosesTheCommonNodesShare) {
     const Loaded both =
         load(ElementKind::tetrahedron4,
              {area_force({0, 1, 0, 1, 1, 1}, 2, -1000), area_force({1, 1, 0, 1, 0, 1}, 2, -1000)}, silent);
-    const LoadedRecord &top = both.load.records[0], &side = both.load.records[1];
+    const LoadedRecord &top = both.records[0], &side = both.records[1];
     EXPECT_EQ(top.replaced, 3);
     EXPECT_NEAR(top.applied, -1000 * 6 / 9.0, 1e-9);
     EXPECT_EQ(side.replaced, 0);
     EXPECT_NEAR(side.applied, -1000, 1e-9);
-    double sum = 0;
-    for (double f : both.load.F) sum += f;
-    EXPECT_NEAR(sum, top.applied + side.applied, 1e-9);
+    EXPECT_NEAR(both.sum(), top.applied + side.applied, 1e-9);
 }
 
 // Cells half as wide on one side: as many nodes there share the force evenly, and its resultant moves there.
@@ -225,9 +191,9 @@ TEST(Loads, UnevenNodesPutTheResultantOffTheMiddle) {
     const AppliedForce top = area_force({0, 1, 0, 1, 1, 1}, 2, 600);
     const auto squeeze = [](double* x) { x[0] = x[0] < 0.6 && x[0] > 0.1 ? 0.2 : x[0]; };
     const Grid uneven{{2, 2, 2}, {1, 1, 1}, squeeze};
-    const LoadedRecord even = load(ElementKind::tetrahedron4, {top}, silent).load.records[0],
+    const LoadedRecord even = load(ElementKind::tetrahedron4, {top}, silent).records[0],
                        off = load(testing::tetra_box(uneven, ElementKind::tetrahedron4), {top}, silent)
-                                 .load.records[0];
+                                 .records[0];
     EXPECT_NEAR(even.arm, 0, 1e-12);
     EXPECT_NEAR(off.arm, 0.5 - (0 + 0.2 + 1) / 3, 1e-12);
     EXPECT_NEAR(off.moment[1], 600 * off.arm, 1e-9) << "(x - middle) × F along z turns about y";
@@ -237,7 +203,6 @@ TEST(Loads, UnevenNodesPutTheResultantOffTheMiddle) {
 // What the explicit analysis takes from [K] and [M] without making them, against the assembled matrices.
 TEST(Diagonals, AreThoseOfTheAssembledMatricesToTheLastBit) {
     SilentProgress silent;
-    const Material steel{.id = 0, .name = "S", .density = 7800, .young = 2e11, .poisson = 0.3};
     for (const ElementKind kind : testing::every_kind) {
         const Mesh mesh =
             testing::box_mesh({{20, 15, 17}, {1, 0.7, 0.9}}, kind);  // more nodes than one portion
@@ -246,15 +211,7 @@ TEST(Diagonals, AreThoseOfTheAssembledMatricesToTheLastBit) {
         const SparseKM km = testing::assemble(mesh, steel, elasticity);
         std::vector<std::int32_t> map(mesh.dof_num(), 0);
         for (std::int32_t d = 0; d < mesh.dof_num(); d += 7) map[d] = -1;
-        const ElementType& type = element_type(kind);
-        const auto matrices = [&](std::int32_t e, double* ke, double* me) {
-            ElementPoints points;
-            evaluate_points(type, mesh, e, points);
-            element_stiffness(type, points, moduli(elasticity, 0), ke);
-            type.mass(points.x.data(), me);
-            for (int k = 0; k < type.nodes * type.nodes; ++k) me[k] *= steel.density;
-            return true;
-        };
+        const auto matrices = testing::element_matrices(mesh, steel, elasticity);
         for (const int threads : {1, 2}) {
             const MatrixDiagonals sums = matrix_diagonals(
                 mesh, around, neighbours_of_nodes(mesh, around, silent), matrices, map, threads, silent);
