@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "input/calculator.h"
+#include "input/kept_sections.h"
 #include "input/section_readers.h"
 #include "mesh/assembly.h"
 #include "model/paths.h"
@@ -146,46 +147,10 @@ void resolve_references(Model& model, InputRemarks& remarks) {
             resolve(combine.element[k], combine.element_name[k], "rigid combine " + combine.name);
 }
 
-bool same_materials(const std::vector<Material>& a, const std::vector<Material>& b) {
-    return std::ranges::equal(a, b, [](const Material& p, const Material& q) {
-        return p.name == q.name && p.density == q.density && p.young == q.young && p.poisson == q.poisson;
-    });
-}
-
-bool same_parameters(const std::vector<Parameter>& a, const std::vector<Parameter>& b) {
-    return std::ranges::equal(
-        a, b, [](const Parameter& p, const Parameter& q) { return p.name == q.name && p.value == q.value; });
-}
-
 std::string joined(std::span<const std::string> names) {
     std::string text;
     for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
     return text;
-}
-
-// What the file has no section for and an earlier model has left; the start-up values are nobody's.
-std::vector<std::string> sections_kept(const Model& former, const ModelSections& sections) {
-    const Model start = placeholder_model();
-    std::set<Keyword> given;
-    for (const FileSection& section : sections.sections) given.insert(section.keyword);
-    const std::pair<Keyword, bool> tables[] = {
-        {Keyword::material_info,
-         !former.materials.empty() && !same_materials(former.materials, start.materials)},
-        {Keyword::mode_num, former.mode_count != start.mode_count && !given.contains(Keyword::step_num)},
-        {Keyword::iteration, former.iteration_limit != start.iteration_limit},
-        {Keyword::parameter,
-         !former.parameters.empty() && !same_parameters(former.parameters, start.parameters)},
-        {Keyword::part_info, !former.parts.empty()},
-        {Keyword::boundary_condition, !former.boundary_conditions.empty()},
-        {Keyword::apply_force, !former.forces.empty()},
-        {Keyword::rigid_element, !former.rigid_elements.empty()},
-        {Keyword::rigid_force, !former.rigid_forces.empty()},
-        {Keyword::rigid_combine, !former.rigid_combines.empty()},
-    };
-    std::vector<std::string> kept;
-    for (const auto& [keyword, held] : tables)
-        if (held && !given.contains(keyword)) kept.emplace_back(spelling(keyword));
-    return kept;
 }
 
 // Text becomes tables; false with an error in `remarks` or after a stop.
@@ -203,7 +168,7 @@ bool read_tables(const std::string& text, std::span<const ParameterOverride> ove
         progress.print("MATERIAL DATA FILE CLOSE !!\n");
         return false;
     }
-    report.kept_sections = sections_kept(model, sections);
+    report.kept_sections = kept_sections(model, sections);
     const OverrideTable table = prepare_overrides(overrides, sections, model, remarks);
     for (const FileSection& section : sections.sections) {
         notice_swallowed_keywords(section, remarks, progress);

@@ -74,6 +74,14 @@ bool EigenProblem::factor_shifted(double sigma, Progress& lines) {
     return factor_->factor(job_, lines, km_, shifted_, shifted_fr_, shifted_rr_);
 }
 
+void EigenProblem::keep_shift() {
+    const std::string line = formatted(
+        "the reference frequency of the second shift is nothing but rounding: the shift of %.6g Hz is kept",
+        frequency_of(sigma()));
+    progress().notice("%s", line.c_str());
+    job_.note(line);
+}
+
 bool EigenProblem::shift(double sigma, bool with_frequency) {
     double tenth_of_a_hertz = lambda_of(0.1);
     for (int attempt = 0; attempt < 12; ++attempt) {

@@ -60,6 +60,8 @@ public:
     // small steps first, then to 0.1 Hz and tenfold frequencies from there, with a note. False
     // with the report's status set when the factor cannot be written or no shift is sound.
     bool shift(double sigma, bool with_frequency);
+    // Prints and notes that there is nothing to take a second shift from.
+    void keep_shift();
 
     // Factors M - no shift - as W Wᵀ with the lines "LU M_sparse" …; the vector 1/√n · W⁻ᵀ(1 … 1) comes
     // back in `start`. The factor of W is let go.

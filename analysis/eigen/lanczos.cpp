@@ -426,12 +426,7 @@ bool lanczos(EigenProblem& problem, const EigenOptions& options, EigenPairs& out
     if (shift > 0 || (options.supported && options.c_eigen_shift == 0)) {
         if (!problem.shift(lambda_of(shift), true)) return false;
     } else {
-        const std::string line = formatted(
-            "the reference frequency of the second shift is nothing but rounding: the shift of %.6g Hz is "
-            "kept",
-            frequency_of(problem.sigma()));
-        problem.progress().notice("%s", line.c_str());
-        problem.job().note(line);
+        problem.keep_shift();
     }
     if (!method.main_run(std::move(start)) || !method.complete(gap)) return false;
     method.hand_over(out);

@@ -220,12 +220,7 @@ std::int32_t settled(const std::vector<double>& now, const std::vector<double>& 
 bool shift_again(EigenProblem& problem, const EigenOptions& options, std::span<const double> lambda) {
     const double reference = reference_frequency(lambda, options, problem.rounding()) * options.c_eigen_shift;
     if (reference == 0 && !(options.supported && options.c_eigen_shift == 0)) {
-        const std::string line = formatted(
-            "the reference frequency of the second shift is nothing but rounding: the shift of %.6g Hz is "
-            "kept",
-            frequency_of(problem.sigma()));
-        problem.progress().notice("%s", line.c_str());
-        problem.job().note(line);
+        problem.keep_shift();
         return true;
     }
     return problem.shift(lambda_of(reference), true);
