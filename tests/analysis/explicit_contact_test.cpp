@@ -284,26 +284,5 @@ TEST_F(ExplicitContact, TaylorBar) {
     }
 }
 
-// The models in data/ run to their end with the energy in balance and without a complaint.
-TEST_F(ExplicitContact, ShippedModelsKeepTheirEnergy) {
-    int models = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(KESTRALUM_SOURCE_DIR "/data")) {
-        const std::string name = entry.path().filename().string();
-        if (!name.starts_with("explicit_") || entry.path().extension() != ".txt") continue;
-        SCOPED_TRACE(name);
-        model = placeholder_model();
-        model.model_file_name = entry.path().string();
-        ASSERT_TRUE(read_input_file(model, {}, said).ok);
-        const AnalysisInfoReport control = read_analysis_info_file(model, said);
-        EXPECT_TRUE(control.ended_at_end && control.remarks.notices.empty());
-        const RunReport done = analyse(analyse_explicit);
-        expect_done(done);
-        EXPECT_LT(std::abs(done.dynamics.drift), 0.01);
-        EXPECT_EQ(done.dynamics.steps, done.dynamics.time_num - 1);
-        ++models;
-    }
-    EXPECT_GE(models, 5);
-}
-
 }  // namespace
 }  // namespace kestralum

@@ -91,3 +91,17 @@ TEST_F(Batch, ALogFolderTakesOneRunAtATime) {
         EXPECT_TRUE(contains(refused(std::string("static bar.txt --quiet --log ") + log).err, log));
     EXPECT_EQ(bytes("file"), "in the way");
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // which reserve all addresses
+TEST_F(Batch, ARunThatDoesNotFitInMemorySaysSoAndLeavesTheEarlierResult) {
+    ASSERT_EQ(run("static bar.txt").status, 0);
+    const std::string earlier = bytes("log/result_bar.txt"),
+                      many_cells = replaced(bar_text, "8 2 2", "4000 4 4");
+    folder.write("bar.txt", many_cells);
+    for (const std::string kilobytes : {"400000", "500000", "600000"}) {  // with less OpenBLAS does not start
+        const Ended small = refused("static bar.txt --quiet", 1, "ulimit -v " + kilobytes + "; " + in_time);
+        EXPECT_TRUE(contains(small.err, "memory")) << small.err;
+        EXPECT_EQ(bytes("log/result_bar.txt"), earlier);
+    }
+}
+#endif

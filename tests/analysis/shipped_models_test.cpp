@@ -1,0 +1,140 @@
+// The models in data/ give the figures that docs/model_file.md and their own first lines name, and these lie
+// as near to theory as said there.
+#include "analysis/eigen/eigen_analysis.h"
+#include "analysis/explicit/explicit_analysis.h"
+#include "analysis/static/static_analysis.h"
+#include "input/analysis_info_reader.h"
+#include "support/analysis_run.h"
+
+namespace kestralum::testing {
+
+namespace {
+
+class ShippedModels : public AnalysisTest {
+protected:
+    void read_shipped(const std::string& name, const std::vector<ParameterOverride>& overrides = {}) {
+        SCOPED_TRACE(name);
+        model = placeholder_model();
+        model.model_file_name = KESTRALUM_SOURCE_DIR "/data/" + name + ".txt";
+        ASSERT_TRUE(read_input_file(model, overrides, said).ok) << said.errors;
+        const AnalysisInfoReport control = read_analysis_info_file(model, said);
+        EXPECT_TRUE(control.remarks.notices.empty());
+    }
+    RunReport analyse_shipped(const std::string& name, Analyse analysis,
+                              const std::vector<ParameterOverride>& overrides = {}) {
+        read_shipped(name, overrides);
+        const RunReport done = analyse(analysis);
+        EXPECT_EQ(done.status, RunStatus::done) << name;
+        return done;
+    }
+    // Mean of one component of a table of the first or a later frame over the nodes of a box.
+    double mean(const std::array<double, 6>& box, const std::vector<double>& table, int component) const {
+        double sum = 0;
+        int count = 0;
+        for (std::int32_t n = 0; n < result.mesh.node_num(); ++n) {
+            const double* x = &result.mesh.coordinates[3 * n];
+            bool inside = true;
+            for (int c = 0; c < 3; ++c)
+                inside = inside && x[c] >= box[2 * c] - 1e-6 && x[c] <= box[2 * c + 1] + 1e-6;
+            if (!inside) continue;
+            sum += table[3 * n + component];
+            ++count;
+        }
+        EXPECT_GT(count, 0);
+        return sum / count;
+    }
+};
+
+// As documented to the last digit given, and theory within its share.
+void expect_documented(const std::string& what, double value, double documented, double digit, double theory,
+                       double share) {
+    EXPECT_NEAR(value, documented, 0.5001 * digit) << what;
+    EXPECT_NEAR(value, theory, share * std::abs(theory)) << what;
+}
+
+struct Deflection {
+    const char* model;
+    std::array<double, 6> box;  // where it is taken, m
+    int axis;
+    double documented, digit, theory, share;  // m
+};
+
+}  // namespace
+
+TEST_F(ShippedModels, BendAndStretchAsDocumented) {
+    const Deflection table[] = {
+        {"cantilever", {0.02, 0.02, 0.03, 0.03, 0.5, 0.5}, 1, -0.2810e-3, 1e-7, -0.2840e-3, 0.011},
+        {"buckle_pipe_plastic2_v207", {-1, 1, -1, 1, 1, 1}, 0, 8.807e-3, 1e-6, 8.804e-3, 0.001},
+        {"buckle_pipe_plastic2_v207", {-1, 1, -1, 1, 1, 1}, 2, -0.4160e-3, 1e-7, -0.4139e-3, 0.006},
+        {"netgen_part_o1", {0.2, 0.2, -1, 1, -1, 1}, 1, -0.0247e-3, 1e-7, -0.0300e-3, 0.18},
+        {"netgen_part_o2", {0.2, 0.2, -1, 1, -1, 1}, 1, -0.0291e-3, 1e-7, -0.0300e-3, 0.031},
+        {"shaft_mm", {0, 0, 0, 0, 0.4, 0.4}, 1, -0.6421e-3, 1e-7, -0.6264e-3, 0.026},
+        {"rigid_joint", {0.02, 0.02, 0.02, 0.02, 0.81, 0.81}, 2, 1.048e-3, 1e-6, 1.049e-3, 0.002}};
+    std::string last;
+    for (const Deflection& row : table) {
+        if (row.model != last) analyse_shipped(row.model, analyse_static);
+        last = row.model;
+        expect_documented(row.model, mean(row.box, frame().mode_vec, row.axis), row.documented, row.digit,
+                          row.theory, row.share);
+    }
+    const double twist = (displacement(0.04, 0.02, 0.81)[1] - displacement(0, 0.02, 0.81)[1]) / 0.04;
+    expect_documented("twist of the rigid end", twist, 4.73e-3, 1e-5, 4.81e-3, 0.02);
+}
+
+TEST_F(ShippedModels, AHoleConcentratesStressAndATurnedBracketBendsAlike) {
+    analyse_shipped("plate_hole", analyse_static);
+    const double mean_stress = 50e3 / (0.1 * 0.005);
+    for (const auto& [z, documented] : {std::pair{0.0, 3.22}, {0.0025, 3.31}, {0.005, 3.22}})
+        expect_documented("stress beside the hole",
+                          frame().node_stress[3 * node_at(0, 0.01, z)] / mean_stress, documented, 0.01, 3.15,
+                          0.055);
+    const RunReport tilted = analyse_shipped("bracket", analyse_static),
+                    straight = analyse_shipped(
+                        "bracket", analyse_static,
+                        {{"tilt", "0"}, {"Fy", "-2000*cos(3.14159265358979324/6)"}, {"Fz", "1000"}});
+    expect_documented("bracket", tilted.largest_displacement.value, 0.2305e-3, 1e-7,
+                      straight.largest_displacement.value, 5e-5);
+    expect_documented("bracket", tilted.largest_mises.value, 189.2e6, 1e5, straight.largest_mises.value,
+                      5e-5);
+}
+
+// Thin-ring theory, in the plane of the ring: two and three waves, each twice, after six zero modes.
+TEST_F(ShippedModels, TheRingSwingsAsDocumented) {
+    const RunReport done = analyse_shipped("ring_modes", analyse_eigen_subspace);
+    auto nearest = [&](double f) {
+        return std::ranges::min_element(done.modes, {},
+                                        [&](const ModeReport& m) { return std::abs(m.frequency - f); })
+            ->frequency;
+    };
+    expect_documented("two waves", nearest(213), 213.00, 0.01, 211.65, 0.007);
+    expect_documented("three waves", nearest(595), 595.06, 0.01, 598.64, 0.007);
+    for (std::size_t k = 0; k < 6; ++k) EXPECT_TRUE(done.modes.at(k).zero) << k;
+}
+
+// To their end with the energy in balance and without a complaint.
+TEST_F(ShippedModels, ImpactsKeepTheirEnergyAndMoveAsDocumented) {
+    int models = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(KESTRALUM_SOURCE_DIR "/data")) {
+        const std::string name = entry.path().stem().string();
+        if (!name.starts_with("explicit_") || entry.path().extension() != ".txt") continue;
+        const RunReport done = analyse_shipped(name, analyse_explicit);
+        EXPECT_LT(std::abs(done.dynamics.drift), name == "explicit_shaker" ? 1e-9 : 0.01) << name;
+        EXPECT_EQ(done.dynamics.steps, done.dynamics.time_num - 1) << name;
+        ++models;
+        const Frame &last = *result.results.back(), &before = *result.results.at(result.results.size() - 2);
+        const std::array<double, 6> all{-1, 1, -1, 1, -1, 1}, left{0, 0.2, 0, 1, 0, 1},
+            right{0.2001, 0.4001, 0, 1, 0, 1};
+        if (name == "explicit_slide")  // v² / (2 μ g)
+            expect_documented("way", mean(all, last.mode_vec, 0), 0.679, 1e-3, 0.680, 0.002);
+        if (name != "explicit_collision") continue;
+        auto speed = [&](const std::array<double, 6>& box) {
+            return (mean(box, last.mode_vec, 0) - mean(box, before.mode_vec, 0)) /
+                   (last.n_freq - before.n_freq);
+        };
+        EXPECT_NEAR(speed(left), -10, 0.1);
+        EXPECT_NEAR(speed(right), 20, 0.1);
+    }
+    EXPECT_EQ(models, 5);
+}
+
+}  // namespace kestralum::testing
