@@ -134,28 +134,6 @@ TEST_F(ExplicitContact, AStiffWallLowersTheStepThatIsPrinted) {
     EXPECT_TRUE(contains(said.notices, "is above the stable step"));
 }
 
-// Two equal bars meet face on: they exchange their speeds; the momentum of both stays to rounding.
-TEST_F(ExplicitContact, EqualBarsExchangeTheirSpeeds) {
-    for (const char* cells : {"60 2 2", "60 3 3"}) {
-        const std::string size = "0.2 0.02 0.02";
-        run(two_parts("8000 2e11 0", rect("A", size, "60 2 2"), rect("B", size, cells, "0.2001 0 0")),
-            "end_time 200e-6 output_frequency 5 INITIAL_VELOCITY A part x 20 0 0 0 0 0 0 "
-            "B part x -10 0 0 0 0 0 0 %" +
-                pair);
-        const double mass = 8000 * 0.2 * 4e-4;
-        double momentum[2] = {};
-        for (std::size_t d = 0; d < state->v.size(); d += 4)
-            momentum[state->X[d] > 0.20005] += state->mass[d] * state->v[d];
-        expect_figure("bars, first", momentum[0] / mass, -10, 0.03);
-        expect_figure("bars, second", momentum[1] / mass, 20, 0.015);
-        EXPECT_NEAR(history(0, "momentum_x"), mass * 10, 1e-11 * mass * 10);
-        expect_kept("momentum_x", 1e-11 * mass * 10);
-        expect_kept("momentum_y", 1e-9 * mass);
-        EXPECT_GT(most("contact_HIT_x"), 0);
-        EXPECT_LT(largest_drift(), 0.01);
-    }
-}
-
 // Springs give back what was put into them, no more, however finely the time is divided: bars that bulge
 // where they meet, with nodes at the border of the other's face and beyond, and a partner that is wider.
 TEST_F(ExplicitContact, ContactMakesNoEnergy) {
@@ -177,6 +155,11 @@ TEST_F(ExplicitContact, ContactMakesNoEnergy) {
             EXPECT_EQ(last("contact_HIT_x"), 0) << "they have parted";
             for (const char* momentum : {"momentum_x", "momentum_y", "momentum_z"})
                 EXPECT_NEAR(last(momentum), history(0, momentum), 1e-10) << momentum;
+            if (size != partners[0][0]) continue;
+            double momentum = 0;  // equal bars exchange their speeds
+            for (std::size_t d = 0; d < state->v.size(); d += 4)
+                if (state->X[d] < 0.10005) momentum += state->mass[d] * state->v[d];
+            EXPECT_NEAR(momentum, 8000 * 0.1 * 4e-4 * -10, 0.03 * 8000 * 0.1 * 4e-4 * 20);
         }
 }
 
@@ -250,7 +233,7 @@ Grid rod_grid(double R, double L, int cells, int along) {
 }
 
 // Taylor's impact of a copper rod: 32.4 mm, radius 3.2 mm, 227 m/s, to 21.4 mm and 7.0 mm (Kamoulakos, Bench
-// Mark, NAFEMS, 1990). Full integration and linear tetrahedra lock: wide bounds.
+// Mark, NAFEMS, 1990).
 TEST_F(ExplicitContact, TaylorBar) {
     const Material copper{
         .density = 8930, .young = 117e9, .poisson = 0.35, .yield_stress = 400e6, .hardening = 100e6};
@@ -260,8 +243,6 @@ TEST_F(ExplicitContact, TaylorBar) {
         int cells, along;
         double step, tolerance;
     } cases[] = {{ElementKind::hexahedron, true, 6, 48, 1e-8, 0.3},
-                 {ElementKind::hexahedron, false, 6, 48, 1e-8, 1.5},
-                 {ElementKind::tetrahedron4, false, 4, 32, 1e-8, 2},
                  {ElementKind::tetrahedron10, false, 4, 20, 4e-9, 0.4}};
     for (const auto& c : cases) {
         make(box_mesh(rod_grid(3.2e-3, 32.4e-3, c.cells, c.along), c.kind), copper);
@@ -276,7 +257,6 @@ TEST_F(ExplicitContact, TaylorBar) {
             high = std::max(high, state->x[n]);
             low = std::min(low, state->x[n]);
         }
-        std::printf("    %s%s:", element_type(c.kind).name, c.mean ? " with mean dilatation" : "");
         expect_figure("Taylor bar, length in mm", 1e3 * (high - low), 21.4, c.tolerance / 21.4);
         EXPECT_LT(largest_drift(), 0.01);
         EXPECT_LT(last("kinetic"), 0.05 * history(0, "kinetic"));

@@ -60,7 +60,7 @@ TEST_P(NewtonKinds, ABarPastYieldStretchesByTheHardeningLineAndKeepsItsPlasticPa
     const auto planes = [](const double* x, int c) { return x[c] < 1e-12; };
     const Mesh mesh = box_mesh({{2, 2, 4}, {0.3, 0.3, L}}, GetParam());
     FiniteProblem problem(mesh, material(E, 0.3, Sy, Hm), planes, 1e-11);
-    problem.start_with_traction({0, 0, sigma});
+    problem.start_with_traction(2, sigma);
     const double elastic = sigma / E * L, plastic = (sigma - Sy) / Hm * L, stretched = elastic + plastic;
     // elastic; past yield; unloaded; elastic up to the stress it has seen
     const double load[] = {0.5, 1, 0, 1}, expected[] = {0.5 * elastic, stretched, plastic, stretched};
@@ -83,7 +83,7 @@ TEST(Elastica, ASlenderCantileverBendsAsTheElasticaDoes) {
     const double E = 1e9, L = 1, side = 0.02, I = side * side * side * side / 12;
     const Mesh mesh = box_mesh({{1, 1, 40}, {side, side, L}}, ElementKind::tetrahedron10);
     FiniteProblem problem(mesh, material(E, 0.0), foot, 1e-8);
-    problem.start_with_traction({0, 10 * E * I / (L * L) / (side * side), 0});
+    problem.start_with_traction(1, 10 * E * I / (L * L) / (side * side));
     const double published[] = {0.3017, 0.4935, 0.7138, 0.8106}, factors[] = {0.1, 0.2, 0.5, 1.0};
     for (int k = 0; k < 4; ++k) {
         const IncrementReport report = problem.solver->advance(k + 1, factors[k]);
@@ -105,7 +105,7 @@ TEST(NewtonAttempts, AnIncrementThatFailsIsStartedOnceMoreFromTheCommittedState)
     FiniteProblem bent(box_mesh({{2, 2, 10}, {0.1, 0.1, 2}}, ElementKind::hexahedron),
                        material(1e9, 0.3, 1e6, 1e7), foot, 1e-10);
     bent.newton.limit = 2;
-    bent.start_with_traction({0, 2e4, 0});
+    bent.start_with_traction(1, 2e4);
     const IncrementReport report = bent.solver->advance(1, 1);
     EXPECT_FALSE(report.converged);
     EXPECT_TRUE(report.searched);
@@ -118,7 +118,7 @@ TEST(NewtonAttempts, AnIncrementThatFailsIsStartedOnceMoreFromTheCommittedState)
         box_mesh({{1, 1, 2}, {0.1, 0.1, 0.4}}, ElementKind::hexahedron), material(1e9, 0.3, 1e6, 0),
         [](const double* x, int c) { return x[c] < 1e-12; }, 1e-10);
     torn.newton.limit = 30;
-    torn.start_with_traction({0, 0, 2e6});
+    torn.start_with_traction(2, 2e6);
     ASSERT_TRUE(torn.solver->advance(1, 0.4).converged);
     const std::vector<double> u = torn.body.u;
     EXPECT_FALSE(torn.solver->advance(2, 50).converged);
