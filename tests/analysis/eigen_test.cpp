@@ -5,7 +5,7 @@
 #include <tnt/tnt_array2d.h>
 
 #include <jama/jama_cholesky.h>
-#include <jama/jama_lu.h>
+#include <jama/jama_qr.h>
 
 #include <algorithm>
 #include <cmath>
@@ -212,7 +212,7 @@ TEST_F(EigenAnalysis, LanczosPrintsTheCoefficientsOfTheOperator) {
             K[r][km.col_index[k]] = km.K_value[k] - lambda_of(shift) * km.M_value[k];
         }
     const auto W = JAMA::Cholesky<double>(M).getL();
-    const auto X = JAMA::LU<double>(K).solve(W);
+    const auto X = JAMA::QR<double>(K).solve(W);
     const double q = 1 / std::sqrt(n);
     std::vector<double> Aq(n, 0.0);
     for (int r = 0; r < n; ++r)
