@@ -73,23 +73,6 @@ TEST(ExplicitRigidBody, TumblesAboutItsMiddleAxisByEulersEquations) {
 
 using ExplicitRigid = ExplicitTest;
 
-// A rigid hammer flies into an elastic block.
-TEST_F(ExplicitRigid, AHammerHandsItsMomentumToTheBlockThatItHits) {
-    run(ModelText{.material = "7800 206e9 0.3",
-                  .parts = rect("HAMMER", "0.05 0.05 0.05", "2 2 2", "-0.0505 0.005 0") +
-                           rect("BLOCK", "0.1 0.06 0.06", "6 4 4"),
-                  .rigid = "HAMMER area -0.02 0.02 0.02 -0.06 -0.0004 0 0.06 0 0.06 %"},
-        "end_time 120e-6 output_frequency 5 Element_contact on ELEMENT_CONTACT C HAMMER BLOCK 1 0 0 0 0 0 0 "
-        "0 0 0 0 % INITIAL_VELOCITY HAMMER part x 20 0 0 0 0 0 0 %");
-    const double p = 7800 * 0.05 * 0.05 * 0.05 * 20;
-    EXPECT_NEAR(last("momentum_x"), p, 1e-9 * p);
-    EXPECT_NEAR(last("momentum_y"), 0, 1e-9 * p);
-    for (const char* axis : {"momentum_x", "momentum_y"}) expect_kept(axis, 1e-9 * p);
-    expect_kept("angular_momentum_z", 1e-6 * p);
-    EXPECT_LT(largest_drift(), 0.01);
-    EXPECT_GT(last("internal"), 0);
-}
-
 TEST_F(ExplicitRigid, TwoBlocksOnASpringSwingAtTheirFrequencyAndFallTogether) {
     // k on the reduced mass of two equal blocks of 1 kg (through their centres): ω = √(2k/m)
     const std::string cube = "0.1 0.1 0.1";
@@ -108,9 +91,9 @@ TEST_F(ExplicitRigid, TwoBlocksOnASpringSwingAtTheirFrequencyAndFallTogether) {
         EXPECT_NEAR(history(r, "internal"), 0.5 * 5000 * w * w, 2e-3 * 0.25);
     }
     EXPECT_LT(largest_drift(), 1e-3);
-    run(blocks, "d_time 1e-5 end_time 0.02 output_frequency 100 Gravity -z");
-    const double t = last("time");
-    for (std::size_t n = 0; n < 16; ++n) EXPECT_NEAR(u(n, 2), -0.5 * 9.80665 * t * (t + 1e-5), 1e-12);
+    run(blocks, "d_time 1e-5 end_time 0.02 output_frequency 100 Gravity +x");
+    const double t = last("time");  // the leapfrog sum
+    for (std::size_t n = 0; n < 16; ++n) EXPECT_NEAR(u(n, 0), 0.5 * 9.80665 * t * (t + 1e-5), 1e-12);
 }
 
 TEST_F(ExplicitRigid, HingesPendulumsAndDrivenMembersMoveAsTheyMust) {
@@ -157,6 +140,11 @@ TEST_F(ExplicitRigid, AFineRigidBodyIsNotDrivenThrough) {
     for (double y : {0.003, 0.023})
         for (double z : {0.002, 0.022}) EXPECT_GT(0.1001 + u(node_at(0.1001, y, z), 0) - face, -0.001);
     EXPECT_LT(u(node_at(0, 0, 0), 0), -0.004) << "it is pushed ahead";
+    const double p = 8000 * 0.1 * 4e-4 * 200;
+    EXPECT_NEAR(last("momentum_x"), -p, 1e-9 * p);
+    for (const char* axis : {"momentum_x", "momentum_y"}) expect_kept(axis, 1e-9 * p);
+    expect_kept("angular_momentum_z", 1e-6 * p);
+    EXPECT_LT(largest_drift(), 0.01);
 }
 
 TEST_F(ExplicitRigid, ASmallBodyTurnsAsItsEndsAreDriven) {
