@@ -13,8 +13,8 @@
 #include <memory>
 #include <vector>
 
+#include "immediate_scene.h"
 #include "support/box_mesh.h"
-#include "support/immediate_scene.h"
 #include "view/gl/scene_drawing.h"
 
 using namespace kestralum;

@@ -1,5 +1,6 @@
 // Impact: rigid walls, contact of bodies, friction, plastic flow.
 #include <filesystem>
+#include <numeric>
 
 #include "support/explicit_run.h"
 
@@ -11,28 +12,8 @@ using namespace testing;
 const std::string pair = " Element_contact on ELEMENT_CONTACT HIT A B 1 0 0 0 0 0 0 0 0 0 0 % ";
 const std::string wall = " RIGID_WALL WALL plane +x 0 0 0 0 0 0 0 0 0 0 0 0 0 % ";
 
-std::string two_parts(const std::string& material, const std::string& a, const std::string& b) {
-    return ModelText{.material = material, .parts = a + b};
-}
-
 class ExplicitContact : public ExplicitTest {
 protected:
-    // First and last time at which a column is not 0, and its mean between them.
-    struct Pulse {
-        double first = -1, last = -1, mean = 0;
-    };
-    Pulse pulse(const std::string& column) const {
-        Pulse p;
-        int count = 0;
-        for (std::size_t r = 0; r < rows(); ++r) {
-            if (history(r, column) == 0) continue;
-            p.last = history(r, "time");
-            if (count++ == 0) p.first = p.last;
-            p.mean += history(r, column);
-        }
-        p.mean /= std::max(count, 1);
-        return p;
-    }
     void make_soft(const Mesh& mesh, double young = 1e8, double poisson = 0.3) {
         make(mesh, {.density = steel.density, .young = young, .poisson = poisson});
     }
@@ -42,19 +23,18 @@ protected:
 TEST_F(ExplicitContact, ABarReboundsFromAWallByTheWaveEquation) {
     run(ModelText{.material = "8000 2e11 0", .parts = rect("BAR", "0.2 0.02 0.02", "200 2 2")},
         "end_time 100e-6 output_frequency 1" + wall + "INITIAL_VELOCITY BAR part x -100 0 0 0 0 0 0 %");
-    Pulse hit = pulse("wall_WALL_x");
-    expect_figure("bar on a wall, contact in s", hit.last - hit.first, 80e-6, 0.03);
-    expect_figure("bar on a wall, force in N", hit.mean, 1.6e6, 0.03);
+    std::vector<double> pressed, when;
+    for (std::size_t r = 0; r < rows(); ++r)
+        if (const double force = history(r, "wall_WALL_x"); force != 0) {
+            pressed.push_back(force);
+            when.push_back(history(r, "time"));
+        }
+    ASSERT_FALSE(when.empty());
+    const double mean = std::accumulate(pressed.begin(), pressed.end(), 0.0) / std::ssize(pressed);
+    expect_figure("bar on a wall, contact in s", when.back() - when.front(), 80e-6, 0.03);
+    expect_figure("bar on a wall, force in N", mean, 1.6e6, 0.03);
     expect_figure("bar on a wall, momentum after it", last("momentum_x"), 64, 0.01);
     EXPECT_LT(largest_drift(), 1e-9);
-
-    // inches, pounds and seconds
-    run(ModelText{.material = "7.3e-4 3e7 0", .parts = rect("BAR", "10 1 1", "200 2 2", "0.01 0 0")},
-        "end_time 180e-6 output_frequency 1" + wall + "INITIAL_VELOCITY BAR part x -202.2 0 0 0 0 0 0 %");
-    hit = pulse("wall_WALL_x");
-    expect_figure("bar with a gap, hit at", hit.first, 49.5e-6, 0.03);
-    expect_figure("bar with a gap, release at", hit.last, 148.1e-6, 0.03);
-    expect_figure("bar with a gap, force in lbf", hit.mean, 29923, 0.03);
 }
 
 // A wall that runs into a bar at rest sets it off at twice the wall's speed, for every element type.
@@ -134,37 +114,17 @@ TEST_F(ExplicitContact, AStiffWallLowersTheStepThatIsPrinted) {
     EXPECT_TRUE(contains(said.notices, "is above the stable step"));
 }
 
-// Two equal bars meet face on: they exchange their speeds; the momentum of both stays to rounding.
-TEST_F(ExplicitContact, EqualBarsExchangeTheirSpeeds) {
-    for (const char* cells : {"60 2 2", "60 3 3"}) {
-        const std::string size = "0.2 0.02 0.02";
-        run(two_parts("8000 2e11 0", rect("A", size, "60 2 2"), rect("B", size, cells, "0.2001 0 0")),
-            "end_time 200e-6 output_frequency 5 INITIAL_VELOCITY A part x 20 0 0 0 0 0 0 "
-            "B part x -10 0 0 0 0 0 0 %" +
-                pair);
-        const double mass = 8000 * 0.2 * 4e-4;
-        double momentum[2] = {};
-        for (std::size_t d = 0; d < state->v.size(); d += 4)
-            momentum[state->X[d] > 0.20005] += state->mass[d] * state->v[d];
-        expect_figure("bars, first", momentum[0] / mass, -10, 0.03);
-        expect_figure("bars, second", momentum[1] / mass, 20, 0.015);
-        EXPECT_NEAR(history(0, "momentum_x"), mass * 10, 1e-11 * mass * 10);
-        expect_kept("momentum_x", 1e-11 * mass * 10);
-        expect_kept("momentum_y", 1e-9 * mass);
-        EXPECT_GT(most("contact_HIT_x"), 0);
-        EXPECT_LT(largest_drift(), 0.01);
-    }
-}
-
 // Springs give back what was put into them, no more, however finely the time is divided: bars that bulge
 // where they meet, with nodes at the border of the other's face and beyond, and a partner that is wider.
 TEST_F(ExplicitContact, ContactMakesNoEnergy) {
-    const std::array<const char*, 3> partners[] = {{"0.1 0.02 0.02", "30 2 2", "0.1001 0 0"},
-                                                   {"0.1 0.02 0.02", "30 3 3", "0.1001 0 0"},
-                                                   {"0.1 0.03 0.03", "30 4 4", "0.1001 -0.004 -0.006"}};
-    for (const auto& [size, cells, at] : partners)
+    const std::array<const char*, 4> partners[] = {
+        {"0.1 0.02 0.02", "30 2 2", "0.1001 0 0", "0"},
+        {"0.1 0.02 0.02", "30 3 3", "0.1001 0 0", "0.3"},
+        {"0.1 0.03 0.03", "30 4 4", "0.1001 -0.004 -0.006", "0.3"}};
+    for (const auto& [size, cells, at, poisson] : partners)
         for (double part_of_step : {1.0, 0.2}) {
-            read(two_parts("8000 2e11 0.3", rect("A", "0.1 0.02 0.02", "30 2 2"), rect("B", size, cells, at)),
+            read(ModelText{.material = std::string("8000 2e11 ") + poisson,
+                           .parts = rect("A", "0.1 0.02 0.02", "30 2 2") + rect("B", size, cells, at)},
                  "end_time 100e-6 output_frequency 20 INITIAL_VELOCITY A part x 20 0 0 0 0 0 0 "
                  "B part x -10 0 0 0 0 0 0 %" +
                      pair);
@@ -177,14 +137,20 @@ TEST_F(ExplicitContact, ContactMakesNoEnergy) {
             EXPECT_EQ(last("contact_HIT_x"), 0) << "they have parted";
             for (const char* momentum : {"momentum_x", "momentum_y", "momentum_z"})
                 EXPECT_NEAR(last(momentum), history(0, momentum), 1e-10) << momentum;
+            if (poisson != partners[0][3]) continue;
+            double momentum = 0;  // equal bars that do not bulge exchange their speeds
+            for (std::size_t d = 0; d < state->v.size(); d += 4)
+                if (state->X[d] < 0.10005) momentum += state->mass[d] * state->v[d];
+            EXPECT_NEAR(momentum, 8000 * 0.1 * 4e-4 * -10, 0.03 * 8000 * 0.1 * 4e-4 * 20);
         }
 }
 
 // What overlaps when the pair begins to act is pushed out; with the pair still to come nothing happens.
 TEST_F(ExplicitContact, OverlappingPartsArePushedApart) {
     for (const std::string start : {"0", "20e-6", "1"}) {
-        run(two_parts("8000 2e11 0.3", rect("A", "0.04 0.02 0.02", "8 2 2"),
-                      rect("B", "0.04 0.02 0.02", "8 3 3", "0.03999 0 0")),
+        run(ModelText{.material = "8000 2e11 0.3",
+                      .parts = rect("A", "0.04 0.02 0.02", "8 2 2") +
+                               rect("B", "0.04 0.02 0.02", "8 3 3", "0.03999 0 0")},
             "end_time 100e-6 output_frequency 5" + replaced(pair, "0 %", start + " %"));
         const double overlap =
             0.04 + u(node_at(0.04, 0.01, 0.01), 0) - 0.03999 - u(node_at(0.03999, 0, 0), 0);
@@ -224,7 +190,7 @@ TEST_F(ExplicitContact, APartMeetsItself) {
 TEST_F(ExplicitContact, WhatKeepsContactFromActingIsSaid) {
     const std::string control = "end_time 1e-6 RIGID_WALL W plane +x 0 0 0 0 0.5 0.5 0 0 0 0 0 0 0 %" + pair,
                       cube = rect("A", "1 1 1", "1 1 1");
-    read(two_parts("1000 1e9 0", cube, rect("B", "1 1 1", "1 1 1", "1 0 0")), control);
+    read(ModelText{.material = "1000 1e9 0", .parts = cube + rect("B", "1 1 1", "1 1 1", "1 0 0")}, control);
     ASSERT_TRUE(begin());
     EXPECT_TRUE(contains(said.notices, "contact HIT: parts A and B have 4 nodes in common"));
     EXPECT_TRUE(contains(said.notices, "4 nodes lie behind a wall at the start"));
@@ -236,52 +202,27 @@ TEST_F(ExplicitContact, WhatKeepsContactFromActingIsSaid) {
     EXPECT_FALSE(contains(said.lines, "Nnode_s="));
 }
 
-// A square grid of cells on a disc with corners that are not flat: the circle's share grows outwards.
-Grid rod_grid(double R, double L, int cells, int along) {
-    Grid grid{{cells, cells, along}, {2, 2, L}};
-    grid.move = [R](double* x) {
-        const double a = x[0] - 1, b = x[1] - 1;
-        const double square = std::max(std::abs(a), std::abs(b)), round = std::hypot(a, b);
-        const double factor = round > 0 ? (1 - square) * 0.9 + square * square / round : 1;
-        x[0] = R * a * factor;
-        x[1] = R * b * factor;
-    };
-    return grid;
-}
-
 // Taylor's impact of a copper rod: 32.4 mm, radius 3.2 mm, 227 m/s, to 21.4 mm and 7.0 mm (Kamoulakos, Bench
-// Mark, NAFEMS, 1990). Full integration and linear tetrahedra lock: wide bounds.
+// Mark, NAFEMS, 1990).
 TEST_F(ExplicitContact, TaylorBar) {
-    const Material copper{
-        .density = 8930, .young = 117e9, .poisson = 0.35, .yield_stress = 400e6, .hardening = 100e6};
-    const struct {
-        ElementKind kind;
-        bool mean;
-        int cells, along;
-        double step, tolerance;
-    } cases[] = {{ElementKind::hexahedron, true, 6, 48, 1e-8, 0.3},
-                 {ElementKind::hexahedron, false, 6, 48, 1e-8, 1.5},
-                 {ElementKind::tetrahedron4, false, 4, 32, 1e-8, 2},
-                 {ElementKind::tetrahedron10, false, 4, 20, 4e-9, 0.4}};
-    for (const auto& c : cases) {
-        make(box_mesh(rod_grid(3.2e-3, 32.4e-3, c.cells, c.along), c.kind), copper);
-        read_control(
-            "end_time 80e-6 output_frequency 2000 Plastic on RIGID_WALL ANVIL plane +z 0 0 0 0.1 0 0 0 0 0 0 "
-            "0 0 0 % INITIAL_VELOCITY BODY part z -227 0 0 0 0 0 0 %");
-        model.control.d_time = c.step;
-        options.mean_dilatation = c.mean;
-        run();
-        double high = 0, low = 1;
-        for (std::size_t n = 2; n < state->x.size(); n += 4) {
-            high = std::max(high, state->x[n]);
-            low = std::min(low, state->x[n]);
+    options.mean_dilatation = true;
+    run(ModelText{.material = "8930 117e9 0.35",
+                  .parts = "ROD red M CYLI 3.2e-3 32.4e-3 0 0 0 0 3 48 0 0 0 0 0 0 0 0 0 0\n"},
+        "d_time 1e-8 end_time 80e-6 output_frequency 2000 Plastic on MATERIAL_EXTRA_INFO M 0 400e6 100e6 % "
+        "RIGID_WALL ANVIL plane +z 0 0 0 0.1 0 0 0 0 0 0 0 0 0 % INITIAL_VELOCITY ROD part z -227 0 0 0 0 0 "
+        "0 "
+        "%");
+    double low[3] = {1, 1, 1}, high[3] = {};
+    for (std::size_t d = 0; d < state->x.size(); ++d)
+        if (d % 4 < 3) {
+            low[d % 4] = std::min(low[d % 4], state->x[d]);
+            high[d % 4] = std::max(high[d % 4], state->x[d]);
         }
-        std::printf("    %s%s:", element_type(c.kind).name, c.mean ? " with mean dilatation" : "");
-        expect_figure("Taylor bar, length in mm", 1e3 * (high - low), 21.4, c.tolerance / 21.4);
-        EXPECT_LT(largest_drift(), 0.01);
-        EXPECT_LT(last("kinetic"), 0.05 * history(0, "kinetic"));
-        EXPECT_GT(last("plastic"), 0.9 * last("internal"));
-    }
+    expect_figure("Taylor bar, length in mm", 1e3 * (high[2] - low[2]), 21.4, 0.3 / 21.4);
+    expect_figure("Taylor bar, radius in mm", 1e3 * (high[0] - low[0]) / 2, 7.0, 0.05);
+    EXPECT_LT(largest_drift(), 0.01);
+    EXPECT_LT(last("kinetic"), 0.05 * history(0, "kinetic"));
+    EXPECT_GT(last("plastic"), 0.9 * last("internal"));
 }
 
 }  // namespace

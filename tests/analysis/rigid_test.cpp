@@ -1,10 +1,6 @@
 // Rigid elements, forces and combines in static and eigen analyses: against hand-made matrices and beam
 // theory.
 #include <gtest/gtest.h>
-#include <tnt/tnt.h>
-
-#include <jama/jama_eig.h>
-#include <jama/jama_lu.h>
 
 #include <cmath>
 
@@ -19,20 +15,17 @@
 namespace kestralum {
 namespace {
 
-using testing::analysis_settings;
 using testing::ModelText;
 using testing::rect;
-using Matrix = TNT::Array2D<double>;
 
 class RigidAnalysis : public testing::AnalysisTest {
 protected:
     RunReport run(const ModelText& text, Analyse method = analyse_static, RunStatus ends = RunStatus::done) {
         EXPECT_TRUE(read(text));
-        const RunReport report = analyse(method, settings);
+        const RunReport report = analyse(method);
         EXPECT_EQ(report.status, ends) << testing::joined(report.remarks.errors);
         return report;
     }
-    Settings settings = analysis_settings();
 };
 
 // Two blocks, 0.1 m apart, each all rigid, with six springs between reference points that lie off the
@@ -49,61 +42,34 @@ ModelText two_blocks(const std::string& springs = "rigid_combine S A B 3e6 2e6 5
             .others = "mode_num 12 %\n"};
 }
 
-// [c]: [c] x = c × x.
-Mat3 cross_matrix(const Vec3& c) {
-    return {0, -c[2], c[1], c[2], 0, -c[0], -c[1], c[0], 0};
-}
+// The springs' stiffnesses and the middle between the reference points, where they act.
+constexpr Vec3 along{3e6, 2e6, 5e6}, about{4e4, 6e4, 3e4}, middle{0.45, 0.15, 0.175};
 
-// Mass of a homogeneous block about a reference point: m [1, -[c]; [c], I].
-void add_block(Matrix& M, int at, const Vec3& size, const Vec3& centre) {
-    const double m = 1000 * size[0] * size[1] * size[2];
-    const Mat3 C = cross_matrix(centre), square = multiply3(C, C);
-    for (int i = 0; i < 3; ++i) {
-        M[at + i][at + i] = m;
-        for (int j = 0; j < 3; ++j) {
-            M[at + i][at + 3 + j] = -m * C[3 * i + j];
-            M[at + 3 + i][at + j] = m * C[3 * i + j];
-            M[at + 3 + i][at + 3 + j] =
-                m * ((i == j ? dot(size, size) - size[i] * size[i] : 0) / 12 - square[3 * i + j]);
+// Σ λ is the trace of M⁻¹ K: a spring counts 1/m for a force and r²/I for its moment about each mass centre.
+TEST_F(RigidAnalysis, TwoBlocksOnSpringsHaveTheFrequenciesOfTheirMassesAndInertias) {
+    double trace = 0;
+    const std::pair<Vec3, Vec3> blocks[] = {{{0, 0, 0}, {0.4, 0.3, 0.2}},
+                                            {{0.5, 0.05, -0.1}, {0.2, 0.3, 0.5}}};
+    for (const auto& [corner, size] : blocks) {
+        const double m = 1000 * size[0] * size[1] * size[2];
+        const Vec3 r = minus(middle, plus(corner, times(0.5, size)));
+        for (int x = 0, y = 1, z = 2; x < 3; ++x, y = (y + 1) % 3, z = (z + 1) % 3) {
+            const double I = m * (size[y] * size[y] + size[z] * size[z]) / 12;
+            trace += along[x] / m + (about[x] + along[y] * r[z] * r[z] + along[z] * r[y] * r[y]) / I;
         }
     }
-}
-
-// Springs at the middle: w = (u₂ - θ₂ × d/2) - (u₁ + θ₁ × d/2), φ = θ₂ - θ₁.
-Matrix spring_matrix() {
-    const double k[6] = {3e6, 2e6, 5e6, 4e4, 6e4, 3e4};
-    const Mat3 x = cross_matrix({0.1, 0.05, 0.125});  // [d/2]
-    double G[6][12] = {};
-    for (int i = 0; i < 3; ++i) {
-        G[i][i] = G[3 + i][3 + i] = -1;
-        G[i][6 + i] = G[3 + i][9 + i] = 1;
-        for (int j = 0; j < 3; ++j) G[i][3 + j] = G[i][9 + j] = x[3 * i + j];  // -θ × d/2 = [d/2] θ
-    }
-    Matrix K(12, 12, 0.0);
-    for (int i = 0; i < 12; ++i)
-        for (int j = 0; j < 12; ++j)
-            for (int c = 0; c < 6; ++c) K[i][j] += k[c] * G[c][i] * G[c][j];
-    return K;
-}
-
-TEST_F(RigidAnalysis, TwoBlocksOnSpringsHaveTheFrequenciesOfTheirTwelveByTwelveMatrices) {
-    Matrix M(12, 12, 0.0);
-    add_block(M, 0, {0.4, 0.3, 0.2}, {0.2 - 0.35, 0.15 - 0.1, 0.1 - 0.05});
-    add_block(M, 6, {0.2, 0.3, 0.5}, {0.6 - 0.55, 0.2 - 0.2, 0.15 - 0.3});
-    TNT::Array1D<double> lambda;
-    JAMA::Eigenvalue<double>(JAMA::LU<double>(M).solve(spring_matrix())).getRealEigenvalues(lambda);
-    std::sort(&lambda[0], &lambda[0] + 12);
     for (const Analyse method : {analyse_eigen_subspace, analyse_eigen_lanczos}) {
         ModelText free = two_blocks();
         free.supports.clear();
         const RunReport report = run(free, method);
         ASSERT_EQ(report.modes.size(), 12u);
-        double mass = 0;
+        double mass = 0, sum = 0;
         for (int j = 0; j < 12; ++j) {
             EXPECT_EQ(report.modes[j].zero, j < 6) << j;
-            EXPECT_TRUE(j < 6 || std::abs(report.modes[j].lambda / lambda[j] - 1) < 1e-8) << j;
+            sum += report.modes[j].lambda;
             mass += report.modes[j].effective_mass[0];
         }
+        EXPECT_NEAR(sum, trace, 1e-8 * trace);
         EXPECT_NEAR(mass, 54, 1e-6);  // all of it
     }
 }
@@ -112,16 +78,15 @@ TEST_F(RigidAnalysis, TwoBlocksOnSpringsMoveAsTheirStiffnessSays) {
     ModelText held = two_blocks();
     held.rigid += " rigid_force F B y 700 G B rz 50 %";
     const RunReport report = run(held);
-    const Matrix K = spring_matrix();
-    Matrix of_b(6, 6);
-    for (int ij = 0; ij < 36; ++ij) of_b[ij / 6][ij % 6] = K[6 + ij / 6][6 + ij % 6];
-    TNT::Array1D<double> load(6, 0.0);
-    load[1] = 700, load[5] = 50;
-    const TNT::Array1D<double> q = JAMA::LU<double>(of_b).solve(load);
+    const Vec3 force{0, 700, 0}, moment = plus(cross(minus({0.55, 0.2, 0.3}, middle), force), {0, 0, 50});
+    Vec3 moved, turn;
+    for (int c = 0; c < 3; ++c) {
+        moved[c] = force[c] / along[c];
+        turn[c] = moment[c] / about[c];
+    }
     for (const Vec3& x : {Vec3{0.5, 0.05, -0.1}, Vec3{0.7, 0.35, 0.4}, Vec3{0.5, 0.2, 0.15}}) {
-        const Vec3 turn = cross({q[3], q[4], q[5]}, minus(x, {0.55, 0.2, 0.3})),
-                   got = displacement(x[0], x[1], x[2]);
-        for (int c = 0; c < 3; ++c) EXPECT_NEAR(got[c], q[c] + turn[c], 1e-8 * 1e-3);
+        const Vec3 exact = plus(moved, cross(turn, minus(x, middle))), got = displacement(x[0], x[1], x[2]);
+        for (int c = 0; c < 3; ++c) EXPECT_NEAR(got[c], exact[c], 1e-8 * 1e-3);
     }
     EXPECT_NEAR(report.reaction[1], -700, 1e-6);
     EXPECT_NEAR(report.reaction[0], 0, 1e-6);
@@ -178,19 +143,10 @@ TEST_F(RigidAnalysis, ACantileverBendsAndTwistsAsItsRigidEndIsLoaded) {
         EXPECT_LT(run(Cantilever{"% rigid_force F END_FACE " + force + " %", 4, 200}).residual, 1e-8);
         return std::pair(displacement(0, 0, 2), displacement(0.1, 0.1, 2));
     };
-    const auto bend = end_motion("rx 1000"), push = end_motion("y 1000"), twist = end_motion("rz 1000");
+    const auto bend = end_motion("rx 1000"), push = end_motion("y 1000");
     expect_figure("end moment", (bend.second[2] - bend.first[2]) / a, 1000 * L / (E * I), 0.01);
     expect_figure("end force", push.first[1], 1000 * L * L * L / (3 * E * I) + 1000 * L / (kappa * G * a * a),
                   0.01);
-    // through stiff springs from a second, small body
-    run(Cantilever{.rigid = "HEAD area 0.05 0.05 2.1 0 0.1 0 0.1 2.1 2.15 % rigid_combine S END_FACE HEAD "
-                            "1e13 1e13 1e13 1e12 1e12 1e12 % rigid_force F HEAD rz 1000 M HEAD rx 1000 %",
-                   .cells = 4,
-                   .along = 200,
-                   .more_parts = rect("HEAD", "0.1 0.1 0.05", "1 1 1", "0 0 2.1")});
-    const Vec3 moved = minus(displacement(0.1, 0.1, 2), displacement(0, 0, 2)),
-               apart = plus(minus(twist.second, twist.first), minus(bend.second, bend.first));
-    for (int c = 1; c < 3; ++c) EXPECT_NEAR(moved[c], apart[c], 1e-6 * 1e-4);
     // long and fine enough that the warping held at both ends and the section's mesh do not show
     run(Cantilever{"% rigid_force F END_FACE rz 1000 %", 10, 80, "0 0.1 0 0.1 4 4", "FIX plane z 0 0 0 0 0 0",
                    "4"});
@@ -213,14 +169,6 @@ TEST_F(RigidAnalysis, AFreeBodyWithRigidFacesKeepsSixZeroModesAndAStifferFirstFr
     const double loose = first(analyse_eigen_subspace);
     EXPECT_GE(f, (1 - 1e-9) * loose);
     EXPECT_LT(f, 1.05 * loose);
-    for (const Analyse method : {analyse_eigen_subspace, analyse_eigen_lanczos}) {  // of a block alone
-        ASSERT_TRUE(read(ModelText{.parts = rect("A", "1 1 1", "1 1 1"),
-                                   .rigid = "R area 0 0 0 0 1 0 1 0 1 %",
-                                   .others = "mode_num 6 %\n"}));
-        const RunReport report = analyse(method, settings);
-        EXPECT_EQ(report.modes.size(), 6u);
-        for (const ModeReport& mode : report.modes) EXPECT_LT(mode.frequency, 1e-3);
-    }
 }
 
 TEST_F(RigidAnalysis, SupportedMembersLeaveTheMotionsAboutThem) {
@@ -348,7 +296,7 @@ TEST_F(RigidAnalysis, SmallLoadsOnRigidBodiesGiveTheLinearAnswer) {
                    .more_parts = rect("HEAD", "0.1 0.1 0.05", "1 1 1", "0 0 2.1")},
         analyse_nonlinear);
     const std::vector<double> nonlinear = frame().mode_vec;
-    testing::expect_done(analyse(analyse_static, settings));
+    testing::expect_done(analyse(analyse_static));
     testing::expect_equal(nonlinear, frame().mode_vec, 1e-6);
     for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(report.reaction[c], -report.applied[c], 1e-8);
     EXPECT_NEAR(report.applied[1], 1e-3, 1e-12);

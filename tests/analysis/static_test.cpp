@@ -11,20 +11,16 @@
 namespace kestralum {
 namespace {
 
-using testing::analysis_settings;
 using testing::ModelText;
 using testing::rect;
 using testing::replaced;
-using testing::tetra_box;
 constexpr auto tetra10 = ElementKind::tetrahedron10;
 
 class StaticAnalysis : public testing::AnalysisTest {
 protected:
-    RunReport run(const std::string& text, const Settings& settings = analysis_settings()) {
-        return read(text) ? analyse(analyse_static, settings) : RunReport{};
-    }
+    RunReport run(const std::string& text) { return read(text) ? analyse(analyse_static) : RunReport{}; }
     // Done, with these forces applied and carried by the supports.
-    RunReport run_balanced(const std::string& text, std::array<double, 3> applied) {
+    void run_balanced(const std::string& text, std::array<double, 3> applied) {
         const RunReport report = run(text);
         testing::expect_done(report);
         const double size = std::abs(applied[0]) + std::abs(applied[1]) + std::abs(applied[2]);
@@ -32,23 +28,20 @@ protected:
             EXPECT_NEAR(report.applied[c], applied[c], 1e-9 * size);
             EXPECT_NEAR(report.reaction[c], -applied[c], 1e-6 * size);
         }
-        return report;
     }
 };
 
 TEST_F(StaticAnalysis, ABarInTensionStretchesByFLOverEA) {
-    const RunReport report = run_balanced(ModelText{.material = "1000 7e10 0",
-                                                    .parts = rect("bar", "0.02 0.03 0.5", "2 3 10"),
-                                                    .supports = "clamp area z 0 0.02 0 0.03 0 0",
-                                                    .forces = "pull area z 3000 0 0.02 0 0.03 0.5 0.5"},
-                                          {0, 0, 3000});
+    run_balanced(ModelText{.material = "1000 7e10 0",
+                           .parts = rect("bar", "0.02 0.03 0.5", "2 3 10"),
+                           .supports = "clamp area z 0 0.02 0 0.03 0 0 foot plane z 0 0 0 0 0 0",
+                           .forces = "pull area z 3000 0 0.02 0 0.03 0.5 0.5"},
+                 {0, 0, 3000});
     const double exact = 3000 * 0.5 / (7e10 * 0.02 * 0.03);
     for (double x : {0.0, 0.01, 0.02}) EXPECT_NEAR(displacement(x, 0.01, 0.5)[2], exact, 1e-9 * exact);
     EXPECT_NEAR(displacement(0.01, 0.03, 0.2)[2], 0.4 * exact, 1e-9 * exact);
-    EXPECT_LT(report.residual, 1e-9);
-    EXPECT_NEAR(report.largest_mises.value, 5e6, 1e-3);
-    EXPECT_EQ(report.largest_displacement.place[2], 0.5);
     EXPECT_TRUE(testing::contains(said.lines, "\nMass total=3.000000e-01[kg]\n"));
+    EXPECT_TRUE(testing::contains(said.notices, "selected by more than one support"));
 }
 
 // MacNeal and Harder (1985), straight cantilever 6 × 0.2 × 0.1, E = 1e7, ν = 0.3, unit forces at
@@ -61,7 +54,7 @@ TEST_F(StaticAnalysis, MacNealHarderStraightBeam) {
         const char* what;
         std::string part;
         int axes;
-    } cases[] = {{"MacNeal-Harder, tetrahedra", vol("b", tetra_box({{30, 2, 2}, {6, 0.2, 0.1}}, tetra10)), 3},
+    } cases[] = {{"MacNeal-Harder, tetrahedra", part_of(tetra10, {{30, 2, 2}, {6, 0.2, 0.1}}), 3},
                  {"MacNeal-Harder, hexahedra", rect("b", "6 0.2 0.1", "240 12 8"), 2}};
     for (const auto& c : cases)
         for (int axis = 0; axis < c.axes; ++axis) {
@@ -100,35 +93,6 @@ TEST_F(StaticAnalysis, PlateWithAHole) {
     expect_figure("plate with a hole, σ/σ0", largest / (load / (2 * W * t)), factor, 0.03);
 }
 
-// Clamped square plate under pressure q: centre 0.00126 q a⁴ / D (Timoshenko and Woinowsky-Krieger,
-// 1959, table 35), D = E h³ / 12(1 - ν²): 8.60e-4 m; with shear 8.66e-4 m.
-TEST_F(StaticAnalysis, ClampedSquarePlate) {
-    constexpr int n = 28;
-    constexpr double a = 1, h = 0.02, q = 1e5;
-    // the load on the upper face's free nodes; half an edge inside the rim is clamped
-    const double rim = a / (4 * n), inner = a - a / (2.0 * n), pushed = -q * inner * inner;
-    const RunReport report = run_balanced(
-        ModelText{.parts = vol("plate", tetra_box({{n, n, 2}, {a, a, h}}, tetra10)),
-                  .supports = "x0 plane x 0 0 0 0 0 0 x1 plane x 0 1 0 0 0 0 y0 plane y 0 0 0 0 0 0 "
-                              "y1 plane y 0 0 0 1 0 0",
-                  .forces = formatted("q area z %.17g %.17g %.17g %.17g %.17g %.17g %.17g", pushed, rim,
-                                      a - rim, rim, a - rim, h, h)},
-        {0, 0, pushed});
-    expect_figure("clamped plate, centre", -displacement(0.5, 0.5, 0.01)[2], 8.66e-4, 0.02);
-    EXPECT_TRUE(testing::contains(said.notices, "selected by more than one support")) << "corner nodes";
-}
-
-// HOLLOWCYLI R = 0.05, t = 0.01, L = 1, tip force F across: F L³/(3EI) + F L/(κGA).
-TEST_F(StaticAnalysis, AThickTubeBendsAsABeam) {
-    run_balanced(ModelText{.parts = "tube red M HOLLOWCYLI 0.05 0.01 1 0 0 0 48 2 80 0 0 0 0 0 0 0 0 0 ",
-                           .supports = "clamp plane z 0 0 0 0 0 0",
-                           .forces = "tip area y 1000 -1 1 -1 1 1 1"},
-                 {0, 1000, 0});
-    const double E = 2e11, G = E / 2.6, I = M_PI / 4 * (std::pow(0.05, 4) - std::pow(0.04, 4)),
-                 A = M_PI * (0.0025 - 0.0016), kappa = 0.53;  // of a tube of this wall (Cowper, 1966)
-    expect_figure("tube", displacement(0.05, 0, 1)[1], 1000 / (3 * E * I) + 1000 / (kappa * G * A), 0.015);
-}
-
 TEST_F(StaticAnalysis, AFreeBodyIsNamedAndStillWritesItsFile) {
     const std::string block = rect("a", "1 1 1", "2 2 2");
     const ModelText cases[] = {
@@ -147,19 +111,26 @@ TEST_F(StaticAnalysis, AFreeBodyIsNamedAndStillWritesItsFile) {
     }
 }
 
+TEST_F(StaticAnalysis, PartsThatTouchWithoutBeingJoinedAreNamedBefore) {
+    ASSERT_TRUE(
+        read(ModelText{.parts = rect("LEFT", "1 1 1", "2 2 2") + rect("RIGHT", "1 1 1", "3 3 3", "1 0 0"),
+                       .supports = "c plane x 0 0 0 0 0 0"}));
+    const ModelCheck check = check_model(model, settings, said);
+    EXPECT_EQ(check.bodies.size(), 1u) << "connected at the four corners";
+    EXPECT_EQ(check.hanging_nodes, 0);
+    EXPECT_TRUE(testing::contains(
+        check.remarks.notices, "parts LEFT and RIGHT touch without being joined: 5 nodes of the one and 12"));
+}
+
 const std::string small_model = ModelText{.parts = rect("b", "0.3 0.2 1", "3 2 24"),
                                           .supports = "c plane z 0 0 0 0 0 0",
                                           .forces = "f area x 1000 0 0.3 0 0.2 1 1"};
 
 TEST_F(StaticAnalysis, EndsWithoutATornFileWhereItCannotGoOn) {
-    Settings small_disk = analysis_settings();
-    small_disk.free_hd_size = 1e-3;
-    EXPECT_EQ(run(small_model, small_disk).status, RunStatus::disk_budget);
-    EXPECT_TRUE(testing::contains(said.lines, "Warning:HD"));
-    EXPECT_TRUE(std::filesystem::exists(log("result_model.txt")))
-        << "no earlier file: the mesh takes the name";
     folder.write("log/result_model.txt", "an earlier run's");
-    EXPECT_EQ(run(small_model, small_disk).status, RunStatus::disk_budget);
+    settings.free_hd_size = 1e-3;
+    EXPECT_EQ(run(small_model).status, RunStatus::disk_budget);
+    settings = testing::analysis_settings();
     const RunReport infinite = run(replaced(small_model, "1000", "1e300"));
     EXPECT_EQ(infinite.status, RunStatus::failed);
     EXPECT_FALSE(infinite.has_results());
@@ -170,7 +141,7 @@ TEST_F(StaticAnalysis, EndsWithoutATornFileWhereItCannotGoOn) {
     const RunReport report = analyse(analyse_static);
     EXPECT_EQ(report.status, RunStatus::failed);
     EXPECT_TRUE(testing::contains(report.remarks.errors, "element 21 of part b at ("));
-    EXPECT_EQ(check_model(model, analysis_settings(), said).bad.at(0).element, 20);
+    EXPECT_EQ(check_model(model, settings, said).bad.at(0).element, 20);
     EXPECT_EQ(file("result_model.txt"), "an earlier run's");
     EXPECT_FALSE(std::filesystem::exists(log("result_model.txt.part")));
 }

@@ -6,6 +6,7 @@
 
 #include "elements/elasticity.h"
 #include "elements/stable_step.h"
+#include "support/assembled.h"
 #include "support/box_mesh.h"
 
 namespace kestralum {
@@ -52,12 +53,9 @@ TEST(StableStep, IsThatOfTheLargestEigenvalueOfTheFullDecomposition) {
         const int size = 3 * type.nodes;
         double largest = 0;
         for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
-            ElementPoints points;
-            ASSERT_TRUE(evaluate_points(type, mesh, e, points));
             std::vector<double> ke(900), me(100), mass(30);
-            element_stiffness(type, points, moduli(elasticity, 0), ke.data());
-            type.mass(points.x.data(), me.data());
-            for (int i = 0; i < size; ++i) mass[i] = 7800 * 1.5 * me[(i / 3) * (type.nodes + 1)];
+            ASSERT_TRUE(testing::element_matrices(mesh, steel, elasticity)(e, ke.data(), me.data()));
+            for (int i = 0; i < size; ++i) mass[i] = 1.5 * me[(i / 3) * (type.nodes + 1)];
             TNT::Array2D<double> A(size, size);
             for (int i = 0; i < size; ++i)
                 for (int j = 0; j <= i; ++j)

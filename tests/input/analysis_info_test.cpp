@@ -92,24 +92,6 @@ TEST(AnalysisInfo, GravitySwitchesAndFrequencies) {
     }
 }
 
-TEST(AnalysisInfo, EchoesOfTheExplicitAnalysisTables) {
-    const Outcome o = read_control(
-        "RIGID_WALL FLOOR plane +z 0 0 0.3 0.1 -1 1 -1 1 0 0 0 0 -1*time "
-        "PIN cylinder -y 2*5*mm 1e6 0 0 0 0 0 1 0 0 mm*sin(time) 0 0 % "
-        "INITIAL_VELOCITY STRUT part x -100 0 0 0 0 0 0 TOP area z 2*mm 0 1 0 1 2 2 % "
-        "VELOCITY_INPUT PUSH volume y 5+time 0 1 0 1 0 1 % "
-        "ELEMENT_CONTACT HIT STRUT PLATE 0.5 0.2 0 mm 0 0 0 0 0 0 1e-3 % END");
-    for (const char* echo :
-         {" 1: PIN, cylinder, -y\n    2*5*mm[1.000e-02], 1e6[1.000e+06], 0[0.000e+00], 0[0.000e+00]\n"
-          "    0.000e+00, 0.000e+00, 0.000e+00, 1.000e+00, 0.000e+00, 0.000e+00\n    mm*sin(time), 0, 0\n",
-          " 1: TOP, area, z, 2*mm[2.000e-03]\n     0[0.000e+00], 1[1.000e+00], 0[0.000e+00], 1[1.000e+00], 2",
-          "VELOCITY_INPUT\n VELOCITY_INPUT\n    5.000e+00[5+time]\n"
-          "     0.000e+00, 1.000e+00, 0.000e+00, 1.000e+00, 0.000e+00, 1.000e+00\nELEMENT_CONTACT\n",
-          " 0: HIT, STRUT[0],  PLATE[1], 0.5[5.000e-01], 0.2[2.000e-01], 0[0.000e+00], mm[1.000e-03]\n"
-          "     0.000e+00, 0.000e+00, 0.000e+00, 0.000e+00, 0.000e+00, 0.000e+00, 1.000e-03\nEND\n"})
-        EXPECT_TRUE(contains(o.lines, echo)) << echo << "\nis not in\n" << o.lines;
-}
-
 TEST(AnalysisInfo, WhatTheFileDoesNotNameStays) {
     Model before = two_materials();
     before.explicit_tables.walls.resize(2);

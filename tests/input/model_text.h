@@ -73,14 +73,4 @@ inline std::string digest(const Model& m) {
     return out.str();
 }
 
-// Asks to stop at its n-th look.
-class StopsAtLook : public SilentProgress {
-public:
-    explicit StopsAtLook(int n) : left_(n) {}
-    bool cancelled() const override { return --left_ <= 0; }
-
-private:
-    mutable int left_;
-};
-
 }  // namespace kestralum::testing

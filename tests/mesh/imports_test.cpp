@@ -6,6 +6,7 @@
 #include "mesh/vol_import.h"
 #include "mesh_checks.h"
 #include "model/format.h"
+#include "support/text_damage.h"
 
 using namespace kestralum;
 using namespace kestralum::testing;
@@ -245,8 +246,6 @@ TEST(Imports, FindTheFileBesideTheModelAndSayWhenThereIsNone) {
 
 TEST(Imports, DamagedFilesGiveAnErrorOrASoundMesh) {
     std::mt19937 random(1);
-    const char* junk[] = {"-1", "0",  "2147483647", "99999999999999", "x",   "nan", "1e400", "points",
-                          "4",  "10", "#",          "endmesh",        "\n#", ""};
     for (const std::string name : {"cube.stl", "cube_csg_o1.vol", "cube_csg_o2.vol", "cube_stl_o1.vol"}) {
         const std::string text = read_file(folder + name);
         const bool stl = name.ends_with("stl");
@@ -256,14 +255,12 @@ TEST(Imports, DamagedFilesGiveAnErrorOrASoundMesh) {
             const bool good = read(reader, text.substr(0, size)).good;
             EXPECT_FALSE(good && size + 60 < data_end) << "cut at " << size;
         }
-        const std::vector<std::string> tokens = tokens_of(text);
-        for (int change = 0; change < 200; ++change) {
-            std::string damaged = text;
-            const std::size_t at = text.find(tokens[random() % tokens.size()], random() % text.size());
-            if (at == std::string::npos) continue;
-            damaged.replace(at, text.find_first_of(" \n", at) - at, junk[random() % std::size(junk)]);
-            read(reader, damaged);
-        }
+        std::string data;  // without the comments, which end with their line
+        for (const std::string& line : lines_of(text))
+            if (!line.starts_with("#")) data += line + "\n";
+        const std::vector<std::string> tokens = tokens_of(data);
+        for (int change = 0; change < 200; ++change)
+            read(reader, damaged(tokens, random() % tokens.size(), random));
     }
 }
 

@@ -53,8 +53,8 @@ inline std::string errors_of(const std::vector<Part>& parts) {
 }
 
 // Smallest Jacobian determinant at the 2×2×2 Gauss points, plain and divided by the lengths of its
-// rows, and the volume they integrate with the smallest and largest share of one element. Tetrahedra: on
-// their four corners.
+// rows, and the volume they integrate with the smallest and largest share of one element. Tetrahedra: their
+// volumes.
 struct JacobianCheck {
     double smallest = 1e300, smallest_scaled = 1, volume = 0;
     double smallest_element = 1e300, largest_element = 0;
@@ -63,23 +63,20 @@ inline JacobianCheck check_hexahedra(const Mesh& mesh) {
     JacobianCheck check;
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         double element = 0;
-        for (int g = 0; g < 8; ++g) {
+        for (const auto& near : hexa_corner) {  // the Gauss point beside a corner
             Vec3 J[3] = {};
-            for (int n = 0; n < 8; ++n) {
-                double sign[3], factor[3];
+            for (int n = 0; n < 8; ++n)
                 for (int k = 0; k < 3; ++k) {
-                    sign[k] = hexa_corner[n][k] ? 1 : -1;
-                    factor[k] = 1 + sign[k] * (g >> k & 1 ? 1 : -1) / std::sqrt(3);
+                    double share = hexa_corner[n][k] ? 1 : -1;
+                    for (int other : {(k + 1) % 3, (k + 2) % 3})
+                        share *= 0.5 + (hexa_corner[n][other] == near[other] ? 0.5 : -0.5) / std::sqrt(3);
+                    J[k] = plus(J[k], times(share, point(mesh, mesh.element(e)[n])));
                 }
-                for (int k = 0; k < 3; ++k)
-                    J[k] = plus(J[k], times(sign[k] * factor[(k + 1) % 3] * factor[(k + 2) % 3] / 8,
-                                            point(mesh, mesh.element(e)[n])));
-            }
             const double det = dot(J[0], cross(J[1], J[2]));
             check.smallest = std::min(check.smallest, det);
             check.smallest_scaled =
                 std::min(check.smallest_scaled, det / (norm(J[0]) * norm(J[1]) * norm(J[2])));
-            element += det;
+            element += det / 8;
         }
         check.volume += element;
         check.smallest_element = std::min(check.smallest_element, element);

@@ -77,20 +77,6 @@ TEST(CreatePart, EchoesTheRecord) {
     EXPECT_TRUE(made.parts[0].active == 1 && made.remarks.notices.empty());
 }
 
-TEST(CreatePart, FallsBackWithANotice) {
-    PartRow lower = row("p", "rect", {"1", "1", "1"}, {"3.9", "1", "1"});
-    lower.fields[1] = "Red";
-    lower.parent = "q";
-    const Creation made = create({lower});
-    EXPECT_EQ(made.parts[0].type, Shape::rect);
-    EXPECT_EQ(made.parts[0].div[0], 3);
-    EXPECT_EQ(made.parts[0].color, (std::array<double, 3>{1, 1, 1}));
-    EXPECT_EQ(made.parts[0].parent_index, -1);
-    EXPECT_EQ(joined(made.remarks.errors) + joined(made.remarks.notices),
-              "part \"p\": shape \"rect\" is unknown, a box (RECT) is taken\n"
-              "part \"p\": its parent \"q\" does not exist\n");
-}
-
 TEST(CreatePart, FindsParentsWhereverTheyStandAndUnits) {
     std::vector<PartRow> rows(5, good);
     const std::pair<const char*, double> units[] = {
@@ -98,12 +84,14 @@ TEST(CreatePart, FindsParentsWhereverTheyStandAndUnits) {
     for (int k = 0; k < 5; ++k) rows[k].unit = units[k].first;
     rows[0].parent = rows[4].parent = "b";
     rows[2].fields[0] = rows[3].fields[0] = "b";
+    rows[1].fields[1] = "Red";  // none that is known
     const Creation made = create(rows);
     ASSERT_TRUE(made.remarks.ok());
     for (int k = 0; k < 5; ++k) EXPECT_EQ(made.parts[k].unit_factor, units[k].second);
     EXPECT_EQ(made.parts[0].parent_index, 3) << "the last of one name";
     EXPECT_EQ(made.parts[4].parent_index, 3);
     EXPECT_EQ(made.parts[1].parent_index, -1);
+    EXPECT_EQ(made.parts[1].color, (std::array<double, 3>{1, 1, 1}));
 }
 
 TEST(CreatePart, NamesPartAndFieldOfEveryErrorAndCutsTexts) {

@@ -93,17 +93,4 @@ inline StoredRun read_back(const TempFolder& folder, const char* name = "full.tx
     return stored.value_or(StoredRun{});
 }
 
-// Asks the work to stop when it prints a line.
-class StopAt : public Collected {
-public:
-    explicit StopAt(std::string mark) : mark_(std::move(mark)) {}
-
-private:
-    void take(Kind kind, std::string_view text) override {
-        Collected::take(kind, text);
-        if (contains(std::string(text), mark_)) cancel();
-    }
-    std::string mark_;
-};
-
 }  // namespace kestralum::testing

@@ -78,20 +78,21 @@ TEST_F(Publishing, ACancelLeavesTheEarlierFileAsItWas) {
     const std::string whole = written(stored, folder);
     folder.write("log/result_full.txt", "earlier");
     for (const Publish publish : {Publish::hold, Publish::now}) {
-        StopAt stopping("   n_freq\n");
+        StopsAtLook stopping(8);
         EXPECT_FALSE(write_results(stored.model, stored.run, 1, publish, stopping));
         EXPECT_EQ(stopping.errors, target.string() + " cannot be written: stopped on request\n");
         EXPECT_EQ(read_file(target), "earlier");
         EXPECT_EQ(files(), 1);
     }
     // what a run has reached when it was stopped is kept
-    StopAt stopped("");
-    stopped.cancel();
-    EXPECT_TRUE(write_results(stored.model, stored.run, 1, Publish::now, stopped));
+    console.cancel();
+    EXPECT_TRUE(write_results(stored.model, stored.run, 1, Publish::now, console));
     EXPECT_EQ(read_file(target), whole);
 
-    for (const char* mark : {"Element:", "str=node_stress"}) {
-        StopAt stopping(mark);
+    StopsAtLook all;
+    EXPECT_TRUE(read_result_file("log\\result_full.txt", log, all));
+    for (const std::int64_t look : {std::int64_t{1}, all.looks / 2, all.looks.load()}) {
+        StopsAtLook stopping(look);
         EXPECT_FALSE(read_result_file("log\\result_full.txt", log, stopping));
         EXPECT_EQ(stopping.errors, "stopped on request\n");
     }

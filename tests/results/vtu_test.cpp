@@ -110,11 +110,7 @@ TEST_P(Vtu, OpensInVtkWithItsCellsAndValues) {
 TEST(Vtu, AHistoryHasAFilePerFrameAndAListOfThem) {
     const TempFolder folder;
     const StoredRun stored = full_run(folder, ElementKind::hexahedron, 2, {1, 1, 1});
-    struct : Collected {
-        int patience = 1 << 30;
-        mutable int asked = 0;
-        bool cancelled() const override { return ++asked > patience; }
-    } console;
+    StopsAtLook console;
     ASSERT_TRUE(write_vtu_frames(stored.model, stored.run, console)) << console.errors;
     std::filesystem::rename(folder.file("log/full_000002.vtu"), folder.file("log/full.vtu"));
     Report report = open_in_vtk(folder);
@@ -125,8 +121,9 @@ TEST(Vtu, AHistoryHasAFilePerFrameAndAListOfThem) {
                          formatted("timestep=\"%.9e\" part=\"0\" file=\"full_000002.vtu\"", frame.n_freq)));
     // stopped at any look but the last file's first
     int whole = 0;
-    for (console.patience = std::exchange(console.asked, 0) - 1; console.patience > 0;
-         --console.patience, console.asked = 0)
-        whole += write_vtu_frames(stored.model, stored.run, console);
+    for (std::int64_t look = console.looks; look > 1; --look) {
+        StopsAtLook stopping(look);
+        whole += write_vtu_frames(stored.model, stored.run, stopping);
+    }
     EXPECT_LE(whole, 1);
 }

@@ -97,8 +97,8 @@ struct Case {
 class Factor : public FactorFiles, public ::testing::WithParamInterface<Case> {};
 
 TEST_P(Factor, IsExactAndTheSameInOneDivisionAndManyOnOneThreadAndTwo) {
-    const auto& [n, band, fill, last_rows] = GetParam();
-    const SparseKM km = random_matrix(n, band, fill, n + band);
+    const int n = GetParam().n, band = GetParam().band;
+    const SparseKM km = random_matrix(n, band, GetParam().fill, n + band);
     const Profile profile = make_profile(km);
     std::vector<double> L, solution, pivots;
     auto run = [&](const Divisions& divisions, FactorOptions chosen, std::int64_t direct_bytes = 1 << 30) {
@@ -133,7 +133,7 @@ TEST_P(Factor, IsExactAndTheSameInOneDivisionAndManyOnOneThreadAndTwo) {
     run(one, options(2), 1);
     // wide panels leave out the rows that have not begun: what they leave out must be zero
     for (const int panel_rows : {32, 128, 512}) run(one, options(2, true, panel_rows));
-    for (int last : last_rows) {
+    for (int last : GetParam().last_rows) {
         std::vector<std::int32_t> rows{0};
         while (rows.back() + band + 12 < n - last) rows.push_back(rows.back() + band + 12);
         rows.insert(rows.end(), {n - last, n});

@@ -61,15 +61,18 @@ protected:
         return input.ok;
     }
     // Runs an analysis of the model into `result`; its report.
-    RunReport analyse(Analyse analysis, const Settings& settings = analysis_settings()) {
+    RunReport analyse(Analyse analysis) {
         options.log_folder = folder.file("log");
         result = analysis(model, settings, options, said);
         return result.report;
     }
-    // The record of a part whose mesh, of tetrahedra, comes from a file; `turn`: its angles.
-    std::string vol(const std::string& name, const Mesh& mesh, const std::string& turn = "0 0 0") {
-        folder.write(name + ".vol", vol_text(mesh));
-        return name + " red M VOL " + name + ".vol 0 0 0 0 0 0 0 0 0 0 0 0 0 0 " + turn + "\n";
+    // The record of a part that is a box grid; tetrahedra come from a file.
+    std::string part_of(ElementKind kind, const Grid& g) {
+        if (kind == ElementKind::hexahedron)
+            return rect("b", formatted("%.17g %.17g %.17g", g.size[0], g.size[1], g.size[2]),
+                        formatted("%d %d %d", g.cells[0], g.cells[1], g.cells[2]));
+        folder.write("b.vol", vol_text(box_mesh(g, kind)));
+        return "b red M VOL b.vol 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0\n";
     }
     std::size_t node_at(double x, double y, double z) const {
         const std::array<double, 3> place{x, y, z};
@@ -91,6 +94,7 @@ protected:
     std::filesystem::path log(const std::string& name) const { return folder.path() / "log" / name; }
     std::string file(const std::string& name) const { return read_file(log(name)); }
 
+    Settings settings = analysis_settings();
     Collected said;
     TempFolder folder;
     Model model;

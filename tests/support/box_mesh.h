@@ -24,71 +24,42 @@ struct Grid {
     std::function<void(double* x)> move = nullptr;
 };
 
-inline Mesh corner_grid(const Grid& grid) {
+inline Mesh box_mesh(const Grid& grid, ElementKind kind) {
     Mesh mesh;
-    for (int k = 0; k <= grid.cells[2]; ++k)
-        for (int j = 0; j <= grid.cells[1]; ++j)
-            for (int i = 0; i <= grid.cells[0]; ++i) {
-                const int at[3] = {i, j, k};
-                double x[3];
-                for (std::size_t c = 0; c < 3; ++c)
-                    x[c] = at[c] == grid.cells[c] ? grid.size[c] : grid.size[c] * at[c] / grid.cells[c];
-                if (grid.move) grid.move(x);
-                mesh.coordinates.insert(mesh.coordinates.end(), x, x + 3);
-            }
-    return mesh;
-}
-
-inline void finish(Mesh& mesh, ElementKind kind) {
     mesh.element_type = kind;
-    mesh.p_ele_part_id.assign(static_cast<std::size_t>(mesh.element_num()), 0);
-    update_extent(mesh);
-    update_node_normals(mesh);
-}
-
-// 1-based corner node of cell (i, j, k) at offset (a, b, c).
-inline std::int32_t corner_node(const Grid& grid, int i, int j, int k) {
-    return 1 + i + (grid.cells[0] + 1) * (j + (grid.cells[1] + 1) * k);
-}
-
-template <typename Visit>
-void for_each_cell(const Grid& grid, Visit visit) {
-    for (int k = 0; k < grid.cells[2]; ++k)
-        for (int j = 0; j < grid.cells[1]; ++j)
-            for (int i = 0; i < grid.cells[0]; ++i) visit(i, j, k);
-}
-
-inline Mesh hexa_box(const Grid& grid) {
-    Mesh mesh = corner_grid(grid);
-    for_each_cell(grid, [&](int i, int j, int k) {
-        for (const auto& c : hexa_corner)
-            mesh.connectivity.push_back(corner_node(grid, i + c[0], j + c[1], k + c[2]));
-    });
-    finish(mesh, ElementKind::hexahedron);
-    return mesh;
-}
-
-inline Mesh tetra_box(const Grid& grid, ElementKind kind) {
-    Mesh mesh = corner_grid(grid);
+    const auto& n = grid.cells;
+    for (int node = 0; node < (n[0] + 1) * (n[1] + 1) * (n[2] + 1); ++node) {
+        const int at[] = {node % (n[0] + 1), node / (n[0] + 1) % (n[1] + 1), node / (n[0] + 1) / (n[1] + 1)};
+        double x[3];
+        for (std::size_t c = 0; c < 3; ++c) x[c] = at[c] == n[c] ? grid.size[c] : grid.size[c] * at[c] / n[c];
+        if (grid.move) grid.move(x);
+        mesh.coordinates.insert(mesh.coordinates.end(), x, x + 3);
+    }
+    const auto corner = [&](const std::array<int, 3>& at) {
+        return 1 + at[0] + (n[0] + 1) * (at[1] + (n[1] + 1) * at[2]);
+    };
     std::map<std::pair<std::int32_t, std::int32_t>, std::int32_t> middle;
-    auto mid_node = [&](std::int32_t a, std::int32_t b) {
+    const auto mid_node = [&](std::int32_t a, std::int32_t b) {
         auto [at, added] = middle.try_emplace(std::minmax(a, b), 0);
         if (added) {
             for (std::size_t c = 0; c < 3; ++c)
-                mesh.coordinates.push_back(0.5 * (mesh.coordinates[3 * static_cast<std::size_t>(a - 1) + c] +
-                                                  mesh.coordinates[3 * static_cast<std::size_t>(b - 1) + c]));
+                mesh.coordinates.push_back(0.5 * (mesh.node(a - 1)[c] + mesh.node(b - 1)[c]));
             at->second = mesh.node_num();
         }
         return at->second;
     };
     constexpr int steps[6][3] = {{0, 1, 2}, {1, 2, 0}, {2, 0, 1}, {0, 2, 1}, {2, 1, 0}, {1, 0, 2}};
-    for_each_cell(grid, [&](int i, int j, int k) {
-        for (int t = 0; t < 6; ++t) {
-            int at[3] = {i, j, k};
-            std::int32_t node[4] = {corner_node(grid, i, j, k)};
+    for (int cell = 0; cell < n[0] * n[1] * n[2]; ++cell) {
+        const std::array first{cell % n[0], cell / n[0] % n[1], cell / n[0] / n[1]};
+        if (kind == ElementKind::hexahedron)
+            for (const auto& c : hexa_corner)
+                mesh.connectivity.push_back(corner({first[0] + c[0], first[1] + c[1], first[2] + c[2]}));
+        for (int t = 0; t < 6 && kind != ElementKind::hexahedron; ++t) {
+            std::array at = first;
+            std::int32_t node[4] = {corner(at)};
             for (int s = 0; s < 3; ++s) {
-                ++at[steps[t][s]];
-                node[s + 1] = corner_node(grid, at[0], at[1], at[2]);
+                ++at[static_cast<std::size_t>(steps[t][s])];
+                node[s + 1] = corner(at);
             }
             if (t >= 3) std::swap(node[1], node[2]);  // odd permutations run the other way round
             mesh.connectivity.insert(mesh.connectivity.end(), node, node + 4);
@@ -96,13 +67,15 @@ inline Mesh tetra_box(const Grid& grid, ElementKind kind) {
                 for (const auto& edge : tetra10_edge)
                     mesh.connectivity.push_back(mid_node(node[edge[0]], node[edge[1]]));
         }
-    });
-    finish(mesh, kind);
+    }
+    mesh.p_ele_part_id.assign(static_cast<std::size_t>(mesh.element_num()), 0);
+    update_extent(mesh);
+    update_node_normals(mesh);
     return mesh;
 }
 
-inline Mesh box_mesh(const Grid& grid, ElementKind kind) {
-    return kind == ElementKind::hexahedron ? hexa_box(grid) : tetra_box(grid, kind);
+inline Mesh hexa_box(const Grid& grid) {
+    return box_mesh(grid, ElementKind::hexahedron);
 }
 
 // The mesh as a Netgen volume file: left-handed tetrahedra, Netgen's mid-side order.

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cmath>
-#include <functional>
 
 #include "analysis/explicit/explicit_analysis.h"
 #include "analysis/explicit/explicit_state.h"
@@ -71,25 +70,10 @@ protected:
         for (std::size_t r = 0; r < rows(); ++r)
             ASSERT_NEAR(history(r, column), history(0, column), tolerance) << column << " in row " << r;
     }
-    // A body made in place: clamped at x = 0, with a force along an axis on its end at x = `length`.
-    void clamp_and_push(double length, int axis, double value) {
-        model.boundary_conditions = {{.name = "CLAMP"}};
-        model.forces = {{.name = "PUSH",
-                         .kind = ForceKind::area,
-                         .axis = axis,
-                         .value = value,
-                         .box = {length, length, -1, 1, -1, 1}}};
-    }
-    void set_velocities(const std::function<double(std::size_t n, std::size_t c)>& v) {
-        for (std::size_t d = 0; d < state->v.size(); ++d)
-            if (d % 4 < 3) state->v[d] = v(d / 4, d % 4);
-        state->velocities_known = false;
-    }
     double last(const std::string& column) const { return history(rows() - 1, column); }
     double u(std::size_t node, std::size_t axis) const { return state->u[4 * node + axis]; }
 
     std::unique_ptr<ExplicitState> state;
-    Settings settings;
     std::unique_ptr<Job> job;
     RunReport& report = result.report;
 };

@@ -44,11 +44,8 @@ public:
         ASSERT_TRUE(solver->prepare());
     }
 
-    // Pulled by a uniform traction, N/m^2, on the side at the greatest z.
-    void start_with_traction(std::array<double, 3> traction) {
-        const double end = mesh.size_info[5] - 1e-9;
-        start(consistent_forces(mesh, traction.data(), [&](const double* x) { return x[2] > end; }));
-    }
+    // Pulled along an axis by a uniform traction, N/m^2, on the side at the greatest z.
+    void start_with_traction(std::size_t axis, double traction) { start(end_forces(mesh, axis, traction)); }
 
     // Displacement c of the node nearest to a place.
     double displacement(const std::array<double, 3>& place, std::size_t c) const {

@@ -50,9 +50,7 @@ void* calloc(std::size_t count, std::size_t bytes) {
 }
 void* realloc(void* block, std::size_t bytes) {
     given_back(block);
-    void* const moved = __libc_realloc(block, bytes);
-    if (!moved && bytes > 0) heap.live += static_cast<std::int64_t>(malloc_usable_size(block));
-    return taken(moved);
+    return taken(__libc_realloc(block, bytes));
 }
 void* memalign(std::size_t alignment, std::size_t bytes) {
     return taken(__libc_memalign(alignment, bytes));

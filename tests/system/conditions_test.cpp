@@ -192,7 +192,7 @@ TEST(Loads, UnevenNodesPutTheResultantOffTheMiddle) {
     const auto squeeze = [](double* x) { x[0] = x[0] < 0.6 && x[0] > 0.1 ? 0.2 : x[0]; };
     const Grid uneven{{2, 2, 2}, {1, 1, 1}, squeeze};
     const LoadedRecord even = load(ElementKind::tetrahedron4, {top}, silent).records[0],
-                       off = load(testing::tetra_box(uneven, ElementKind::tetrahedron4), {top}, silent)
+                       off = load(testing::box_mesh(uneven, ElementKind::tetrahedron4), {top}, silent)
                                  .records[0];
     EXPECT_NEAR(even.arm, 0, 1e-12);
     EXPECT_NEAR(off.arm, 0.5 - (0 + 0.2 + 1) / 3, 1e-12);

@@ -1,5 +1,4 @@
-// The faces of every element, one glVertex after the other: what buffers must look like, and what they
-// are measured against.
+// The faces of every element, one glVertex after the other: what the buffers are measured against.
 #pragma once
 
 #include <GL/gl.h>
