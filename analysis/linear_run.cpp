@@ -12,9 +12,7 @@ bool write(Job& job, std::int32_t columns, Publish publish) {
     job.clock.begin("write");
     const bool written = write_results(job.model, job.run, columns, publish, job.progress);
     job.clock.end();
-    if (written) return true;
-    if (job.progress.cancelled()) return job.goes_on();
-    return job.fail(RunStatus::failed, "the result file cannot be written");
+    return written || job.fail_to_write("the result file cannot be written");
 }
 
 bool work_whole(Job& job, AssembledSystem& system, const LinearWork& work) {

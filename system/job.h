@@ -30,9 +30,18 @@ struct Job {
         run.report.fail(why, std::move(text));
         return false;
     }
+    // A file of results is not whole; returns false. A stop that was asked for while it was written is the
+    // cause, one that had ended the run before is not.
+    bool fail_to_write(const std::string& text) {
+        const bool stopped = progress.cancelled() && run.report.status != RunStatus::cancelled;
+        return stopped ? goes_on() : fail(RunStatus::failed, text);
+    }
     void note(const std::string& text) { run.report.remarks.notices.push_back(text); }
     // Sees to a cancel: false with the status set.
-    bool goes_on() { return !progress.cancelled() || fail(RunStatus::cancelled, "stopped on request"); }
+    bool goes_on() {
+        if (!progress.cancelled()) return true;
+        return run.report.status != RunStatus::cancelled && fail(RunStatus::cancelled, "stopped on request");
+    }
 };
 
 }  // namespace kestralum

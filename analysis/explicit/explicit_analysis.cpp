@@ -144,7 +144,7 @@ void ExplicitAnalysis::finish() {
     report.dynamics.displacements_written = write_displacements(job.model, job.run, job.progress);
     report.dynamics.history_written = write_history(job, parts_->state.history);
     if (!report.written || !report.dynamics.displacements_written || !report.dynamics.history_written)
-        job.fail(RunStatus::failed, "a result file cannot be written");
+        job.fail_to_write("a result file cannot be written");
     job.clock.end();
 }
 

@@ -236,8 +236,10 @@ void write(Job& job, const NonlinearHistory& history) {
     RunReport& report = job.report();
     report.kept = true;
     report.nonlinear.history_written = history.write(job);
-    report.written = write_results(job.model, job.run, job.run.mode_num(), Publish::now, job.progress);
-    if (!report.written) job.fail(RunStatus::failed, "the result file cannot be written");
+    if (report.status != RunStatus::cancelled) {
+        report.written = write_results(job.model, job.run, job.run.mode_num(), Publish::now, job.progress);
+        if (!report.written) job.fail_to_write("the result file cannot be written");
+    }
     job.clock.end();
 }
 

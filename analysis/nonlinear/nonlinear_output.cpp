@@ -38,7 +38,7 @@ std::vector<std::int32_t> hardest_elements(const std::vector<double>& mises, std
 
 bool write(const std::string& name, Job& job, const std::function<void(TextOutput&)>& fill) {
     const std::string trouble = write_whole(name, job.options.log_folder, fill, job.progress);
-    return trouble.empty() || job.fail(RunStatus::failed, trouble);
+    return trouble.empty() || job.fail_to_write(trouble);
 }
 
 bool write_integ_stress(const NonlinearHistory& history, Job& job) {

@@ -87,29 +87,36 @@ TEST_P(AnyAnalysis, GivesTheSameBytesForAnyThreadsAndMemory) {
         }
 }
 
+// Asked for at pieces of text and between them, in the last writing too.
 TEST_P(AnyAnalysis, AStopAtAnyPlaceLeavesTheEarlierFile) {
     read(block, control);
     const Settings of_all = analysis_settings(1);
     options.log_folder = folder.file("log");
-    StopsAt whole;
-    ASSERT_EQ(analysis()(model, of_all, options, whole).report.status, RunStatus::done);
+    const auto stop_with = [&](testing::Collected& stopping) {
+        folder.write("log/result_model.txt", "an earlier run's");
+        const kestralum::Run stopped = analysis()(model, of_all, options, stopping);
+        EXPECT_FALSE(std::filesystem::exists(log("result_model.txt.part")));
+        if (stopped.report.status == RunStatus::done) return;  // asked for after the last look
+        EXPECT_EQ(stopped.report.status, RunStatus::cancelled) << testing::joined(stopped.report.remarks.errors);
+        EXPECT_EQ(stopped.report.remarks.errors.size(), 1u);
+        EXPECT_EQ(stopped.results.empty(), !stopped.report.has_results());
+        // explicit keeps what it has reached
+        EXPECT_TRUE(!stopped.report.written || (is_explicit() && stopped.report.has_results()));
+        if (stopped.report.written) return;
+        EXPECT_EQ(file("result_model.txt"), "an earlier run's");
+    };
+    StopsAt texts;
+    testing::StopsAtLook looks;
+    ASSERT_EQ(analysis()(model, of_all, options, texts).report.status, RunStatus::done);
+    ASSERT_EQ(analysis()(model, of_all, options, looks).report.status, RunStatus::done);
     constexpr int places = 25;
     for (int k = 0; k < places; ++k) {
         SCOPED_TRACE(formatted("stopped at %d/%d", k, places));
-        folder.write("log/result_model.txt", "an earlier run's");
         StopsAt stopping;
-        stopping.left = whole.taken * k / places;
-        const kestralum::Run stopped = analysis()(model, of_all, options, stopping);
-        EXPECT_FALSE(std::filesystem::exists(log("result_model.txt.part")));
-        if (stopped.report.status == RunStatus::done) continue;  // asked for after the last look
-        EXPECT_EQ(stopped.report.status, RunStatus::cancelled);
-        EXPECT_EQ(stopped.report.remarks.errors.size(), 1u);
-        if (is_explicit() && stopped.report.has_results()) {  // keeps what it has reached
-            EXPECT_TRUE(stopped.report.written && stopped.report.dynamics.history_written);
-            continue;
-        }
-        EXPECT_TRUE(stopped.results.empty());
-        EXPECT_EQ(file("result_model.txt"), "an earlier run's");
+        stopping.left = texts.taken * k / places;
+        stop_with(stopping);
+        testing::StopsAtLook looking(looks.looks * (k + 1) / places);
+        stop_with(looking);
     }
 }
 
