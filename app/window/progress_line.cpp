@@ -52,7 +52,7 @@ ProgressLine::ProgressLine(Worker& worker, QWidget* parent)
 }
 
 void ProgressLine::show_place() {
-    constexpr int patience = 300;  // ms
+    constexpr int patience = 300;        // ms
     if (!worker_.busy()) return hide();  // a box about its end is up
     const Progress::Place at = worker_.place();
     if (at.stage != stage_ || at.count < count_) stage_time_.start();

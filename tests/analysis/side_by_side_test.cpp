@@ -97,7 +97,8 @@ TEST_P(AnyAnalysis, AStopAtAnyPlaceLeavesTheEarlierFile) {
         const kestralum::Run stopped = analysis()(model, of_all, options, stopping);
         EXPECT_FALSE(std::filesystem::exists(log("result_model.txt.part")));
         if (stopped.report.status == RunStatus::done) return;  // asked for after the last look
-        EXPECT_EQ(stopped.report.status, RunStatus::cancelled) << testing::joined(stopped.report.remarks.errors);
+        EXPECT_EQ(stopped.report.status, RunStatus::cancelled)
+            << testing::joined(stopped.report.remarks.errors);
         EXPECT_EQ(stopped.report.remarks.errors.size(), 1u);
         EXPECT_EQ(stopped.results.empty(), !stopped.report.has_results());
         // explicit keeps what it has reached

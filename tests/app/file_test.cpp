@@ -58,7 +58,7 @@ TEST_F(Files, KeepsTheModelWhenAFileIsDamaged) {
         {&MainWindow::open_results, write("not_a_result", "ver3.01\n%\nNode\n-5\n"), "-5"},
         {&MainWindow::open_displacements, "nowhere", "nowhere"}};
     for (const auto& [open, name, what] : damaged) {
-        const std::string told = told_by([&] { (window.get()->*open)(name); });
+        const std::string told = told_by([&, open = open, name = name] { (window.get()->*open)(name); });
         EXPECT_TRUE(contains(told, name.toStdString()) && contains(told, what)) << told;
     }
     EXPECT_EQ(window->windowTitle(), title);

@@ -125,7 +125,7 @@ TEST_F(Runs, ShowWhatTheyComputed) {
         {"&Nonlinear Static", AnalysisType::nonlinear_static},
         {"&Explicit", AnalysisType::explicit_dynamics}};
     for (const auto& [text, type] : analyses) {
-        const std::string told = told_by([&] { run(text); }, {"Replace"});
+        const std::string told = told_by([&, text = text] { run(text); }, {"Replace"});
         EXPECT_TRUE(contains(told, "result_bar.txt")) << told;
         EXPECT_EQ(shown().ana_type(), type) << text;
         // load and time steps are shown where they have led to
@@ -156,7 +156,7 @@ TEST_F(Runs, LeaveThePictureWhereTheyFail) {
         SilentProgress silent;
         LogLock other;
         ASSERT_TRUE(other.take(folder.file("log"), silent));
-        told = told_by([&] { run(entry); }, answers);
+        told = told_by([&, entry = entry] { run(entry); }, answers);
         EXPECT_TRUE(contains(told, "another run")) << told;
     }
     trigger("&Static");
