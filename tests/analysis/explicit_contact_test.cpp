@@ -19,24 +19,6 @@ protected:
     }
 };
 
-// A bar strikes a wall: force ρcVA for 2L/c, then it flies back as it came.
-TEST_F(ExplicitContact, ABarReboundsFromAWallByTheWaveEquation) {
-    run(ModelText{.material = "8000 2e11 0", .parts = rect("BAR", "0.2 0.02 0.02", "200 2 2")},
-        "end_time 100e-6 output_frequency 1" + wall + "INITIAL_VELOCITY BAR part x -100 0 0 0 0 0 0 %");
-    std::vector<double> pressed, when;
-    for (std::size_t r = 0; r < rows(); ++r)
-        if (const double force = history(r, "wall_WALL_x"); force != 0) {
-            pressed.push_back(force);
-            when.push_back(history(r, "time"));
-        }
-    ASSERT_FALSE(when.empty());
-    const double mean = std::accumulate(pressed.begin(), pressed.end(), 0.0) / double(pressed.size());
-    expect_figure("bar on a wall, contact in s", when.back() - when.front(), 80e-6, 0.03);
-    expect_figure("bar on a wall, force in N", mean, 1.6e6, 0.03);
-    expect_figure("bar on a wall, momentum after it", last("momentum_x"), 64, 0.01);
-    EXPECT_LT(largest_drift(), 1e-9);
-}
-
 // A wall that runs into a bar at rest sets it off at twice the wall's speed, for every element type.
 TEST_F(ExplicitContact, AMovingWallDoesTheWorkThatTheBodyTakes) {
     for (ElementKind kind : every_kind) {
@@ -74,17 +56,8 @@ TEST_F(ExplicitContact, WallsOfEveryKindCarryWhatRestsOnThem) {
     }
 }
 
-// Thrown along a plane, or along another body that a support holds, a block slides v²/2μg.
+// Thrown along another body that a support holds, a block slides v²/2μg.
 TEST_F(ExplicitContact, FrictionStopsASlidingBlock) {
-    make_soft(hexa_box({{2, 1, 1}, {0.2, 0.1, 0.05}}), 1e8, 0);
-    read_control(
-        "end_time 1 output_frequency 500 Gravity -z RIGID_WALL FLOOR plane +z 0 0 0.3 0.2 0 0 0 0 0 0 0 0 0 "
-        "% INITIAL_VELOCITY BODY part x 2 0 0 0 0 0 0 %");
-    run();
-    expect_figure("sliding block", u(node_at(0.1, 0, 0.05), 0), 4 / (2 * 0.3 * 9.80665), 0.02);
-    EXPECT_LT(std::abs(last("momentum_x")), 1e-6 * 7800 * 1e-3 * 2);
-    EXPECT_LT(largest_drift(), 0.01);
-
     run(ModelText{.material = "7800 1e8 0",
                   .parts = rect("FLOOR", "1 0.2 0.1", "10 2 1", "0 0 -0.1") +
                            rect("BLOCK", "0.1 0.08 0.05", "2 2 1", "0.05 0.06 0.0002"),

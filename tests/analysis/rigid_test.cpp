@@ -154,23 +154,6 @@ TEST_F(RigidAnalysis, ACantileverBendsAndTwistsAsItsRigidEndIsLoaded) {
                   2 * 1000 * L / (G * J), 0.01);
 }
 
-TEST_F(RigidAnalysis, AFreeBodyWithRigidFacesKeepsSixZeroModesAndAStifferFirstFrequency) {
-    ModelText text = Cantilever{
-        .rigid = "BASE area 0.05 0.05 0 0 0.1 0 0.1 0 0 %", .supports = "", .others = "mode_num 9 %\n"};
-    const auto first = [&](Analyse method) {
-        const RunReport report = run(text, method);
-        EXPECT_TRUE(report.modes.at(5).zero && !report.modes.at(6).zero);
-        EXPECT_EQ(report.modes_found, report.modes_counted);
-        return report.modes[6].frequency;
-    };
-    const double f = first(analyse_eigen_subspace);
-    EXPECT_NEAR(first(analyse_eigen_lanczos), f, 1e-7 * f);
-    text.rigid.clear();
-    const double loose = first(analyse_eigen_subspace);
-    EXPECT_GE(f, (1 - 1e-9) * loose);
-    EXPECT_LT(f, 1.05 * loose);
-}
-
 TEST_F(RigidAnalysis, SupportedMembersLeaveTheMotionsAboutThem) {
     const auto motions = [&](const std::string& support, const std::string& region) {
         EXPECT_TRUE(read(ModelText(Cantilever{.region = region, .supports = "FIX " + support})));
@@ -285,21 +268,6 @@ TEST(RigidNonlinear, AnEndPlateTurnedByAMomentRollsTheStripIntoAQuarterCircle) {
     for (int c = 0; c < 3; ++c)
         side[c] += problem.displacement({0, t, L}, c) - problem.displacement({0, 0, L}, c);
     EXPECT_NEAR(norm(side), t, 1e-13);
-}
-
-TEST_F(RigidAnalysis, SmallLoadsOnRigidBodiesGiveTheLinearAnswer) {
-    settings.nl_conv = 1e-5;
-    const RunReport report = run(
-        Cantilever{.rigid = "HEAD area 0.05 0.05 2.1 0 0.1 0 0.1 2.1 2.15 % rigid_combine S END_FACE HEAD "
-                            "1e6 2e6 1e6 1e3 1e4 1e4 % rigid_force F HEAD y 1e-3 M HEAD rz 1e-4 %",
-                   .others = "mode_num 1 %\n",
-                   .more_parts = rect("HEAD", "0.1 0.1 0.05", "1 1 1", "0 0 2.1")},
-        analyse_nonlinear);
-    const std::vector<double> nonlinear = frame().mode_vec;
-    testing::expect_done(analyse(analyse_static));
-    testing::expect_equal(nonlinear, frame().mode_vec, 1e-6);
-    for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(report.reaction[c], -report.applied[c], 1e-8);
-    EXPECT_NEAR(report.applied[1], 1e-3, 1e-12);
 }
 
 TEST(RigidSprings, ResistWithTheGradientOfTheirEnergyAtLargeRotations) {

@@ -46,12 +46,6 @@ Outcome read_control(const std::string& sections, const Model& before = two_mate
 
 }  // namespace
 
-TEST(AnalysisInfo, FileNames) {
-    EXPECT_EQ(analysis_info_file_name("data\\beam.old.txt"), "data\\beam.old.ana");
-    EXPECT_EQ(analysis_info_file_name("beam"), "beam.ana");
-    EXPECT_EQ(analysis_info_file_name("..\\models.d\\beam"), "..\\models.d\\beam.ana");
-}
-
 TEST(AnalysisInfo, EverySettingAndItsEcho) {
     const Outcome o = read_control(
         "d_time: 1e-6 end_time 2*mm % output_frequency 10 C_alfa 5 Gravity -z "

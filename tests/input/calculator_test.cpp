@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <limits>
-#include <thread>
 
 #include "support/text_checks.h"
 
@@ -96,24 +95,6 @@ TEST(Calculator, DeepestTextsThatAreRead) {
     EXPECT_EQ(calc(deep(1022, "-", "1", ""), {}).value, 1);
     EXPECT_EQ(calc("1" + deep(511, "^1", "", ""), {}).value, 1);
     EXPECT_EQ(calc(deep(204, "sgn(", "1", ")"), {}).value, 1);
-}
-
-TEST(Calculator, ThreadsDoNotSeeOneAnother) {
-    const auto sum_of = [](double mm, int errors) {
-        const std::vector<Parameter> own{{0, "mm", mm, ""}};
-        double sum = 0;
-        for (int k = 0; k < 3000; ++k) {
-            sum += calc("2*(mm+SWITCH(time,mm,0,0))-sgn(mm)^2", own, k % 2).value;
-            errors -= !calc("mm+(2", own).ok() && !calc("nope(mm)", own).ok();
-        }
-        return errors == 0 ? sum : -1.0;
-    };
-    double sums[2] = {};
-    std::thread other([&] { sums[0] = sum_of(3, 3000); });
-    sums[1] = sum_of(5, 3000);
-    other.join();
-    EXPECT_EQ(sums[0], 3000 * 5 + 1500 * 6);
-    EXPECT_EQ(sums[1], 3000 * 9 + 1500 * 10);
 }
 
 TEST(Calculator, TimeIsAWordOfItsOwn) {

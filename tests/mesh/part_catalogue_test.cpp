@@ -66,17 +66,6 @@ TEST(CreatePart, ReadsOnlyWhatTheShapeReads) {
     }
 }
 
-TEST(CreatePart, EchoesTheRecord) {
-    const Creation made = create({row("web", "HOLLOWRECT", {"4", "3", "t", "2"}, {"8", "6", "1.9", "-0.5"})});
-    EXPECT_EQ(made.lines,
-              "create_PART\nweb: parent=NONE\n"
-              " size:4.000e+00,3.000e+00,2.500e-01,2.000e+00,0.000e+00,0.000e+00\n  div:8,6,1,0,0,0\n"
-              "  origin:1.000e+00,2.000e+00,3.000e+00\n  euler_ang:1.000e+01,2.000e+01,3.000e+01\n");
-    EXPECT_EQ(made.parts[0].material_id, 2) << "the later of two materials of one name";
-    EXPECT_EQ(made.parts[0].color, (std::array<double, 3>{1, 0, 0}));
-    EXPECT_TRUE(made.parts[0].active == 1 && made.remarks.notices.empty());
-}
-
 TEST(CreatePart, FindsParentsWhereverTheyStandAndUnits) {
     std::vector<PartRow> rows(5, good);
     const std::pair<const char*, double> units[] = {

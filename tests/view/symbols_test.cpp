@@ -329,16 +329,6 @@ TEST_F(RigidPicture, ForcesAndMomentsKeepOutOfTheBody) {
     expect_near(out.labels[6].at, left);
 }
 
-TEST(Display, AdvancesThePhaseOfAMode) {
-    DisplayState state;
-    state.frame = 9;  // of results that had more frames
-    for (int tick = 0; tick < phase_count + 1; ++tick) advance(state, AnalysisType::eigen, 3);
-    EXPECT_EQ(state.phase, 1);
-    EXPECT_EQ(state.frame, 3);
-    advance(state, AnalysisType::linear_static, 3);
-    EXPECT_EQ(state.frame, 1);
-}
-
 TEST(Display, PixmapSizesAreReadOrRefused) {
     EXPECT_EQ(pixmap_size("640  x 480"), (std::array{640, 480}));
     for (const char* text : {"640*480", " 640x480", "640x480 ", "x480", "640x", "0x480", "-3x4",
