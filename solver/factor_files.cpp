@@ -233,10 +233,11 @@ FactorFileList list_factor_files(std::string_view log_folder) {
     return list;
 }
 
-FactorFileList remove_factor_files(std::string_view log_folder) {
+FactorFileList remove_factor_files(std::string_view log_folder, std::string_view stem) {
     FactorFileList removed;
     for (const std::string& name : list_factor_files(log_folder).names) {
         std::error_code failed;
+        if (!fs::path(name).filename().string().starts_with(stem)) continue;
         const auto bytes = fs::file_size(name, failed);
         if (!fs::remove(name, failed) || failed) continue;
         removed.names.push_back(name);

@@ -80,7 +80,8 @@ struct FactorFileList {
     double megabytes = 0;
 };
 FactorFileList list_factor_files(std::string_view log_folder);
-// Removes them; the list tells what was removed. One that cannot be removed stays, unlisted.
-FactorFileList remove_factor_files(std::string_view log_folder);
+// Removes them, or those of one stem; the list tells what was removed. One that cannot be removed stays,
+// unlisted.
+FactorFileList remove_factor_files(std::string_view log_folder, std::string_view stem = {});
 
 }  // namespace kestralum

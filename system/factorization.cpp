@@ -31,6 +31,8 @@ std::unique_ptr<SkylineFactor> plan_factor(Job& job, const SparseKM& km, std::in
                            settings.free_hd_size));
         return nullptr;
     }
+    remove_factor_files(job.options.log_folder,
+                        mass_stem);  // an earlier run's; those of [K] are written over
     const double budget = std::min(settings.memory_size, machine_megabytes());
     const bool keep = panel_megabytes(profile, job.threads()) + needs.other_megabytes <= budget;
     return std::make_unique<SkylineFactor>(std::move(profile), std::move(divisions),

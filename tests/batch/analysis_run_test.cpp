@@ -61,10 +61,12 @@ TEST_F(Batch, ProbesTellTheNearestNode) {
 }
 
 TEST_F(Batch, FactorFilesAreNamedAndGoWhenAsked) {
+    std::filesystem::create_directory(folder.path() / "log");
+    folder.write("log/Wtemp_0.txt", "an earlier run's");
     const Ended kept = run("static bar.txt --quiet");
+    EXPECT_FALSE(exists("log/Wtemp_0.txt"));
     const double megabytes = 1e-6 * static_cast<double>(bytes("log/Ltemp_0.txt").size());
     expect_near(numbers_of(kept.out, "factor files           log/Ltemp_0.txt"), {megabytes}, 0.051);
-    EXPECT_GT(megabytes, 0.05);
     folder.write("log/Ltemp_mine.txt", "");
     const Ended tidy = run("eigen-lanczos bar.txt --quiet --tidy");
     EXPECT_EQ(tidy.status, 0) << tidy.err;
