@@ -39,6 +39,20 @@ NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_el
 
 namespace {
 
+// `count` zeros. Memory is taken and cleared in steps of a twentieth of a second, between which a stop is
+// seen: false, with fewer.
+template <typename Value>
+bool set_zero(std::vector<Value>& values, std::int64_t count, const Progress& progress) {
+    constexpr std::size_t step = 1 << 23;
+    values.clear();
+    values.reserve(count);
+    while (values.size() < std::size_t(count)) {
+        if (progress.cancelled()) return false;
+        values.resize(std::min<std::size_t>(count, values.size() + step));
+    }
+    return true;
+}
+
 std::int64_t entries_of(const NodeNeighbours& neighbours) {
     return 9 * neighbours.start.back();
 }
@@ -72,12 +86,14 @@ std::int64_t count_overlap(const NodeNeighbours& neighbours, SparseKM& km, Progr
 }
 
 void build_index(const NodeNeighbours& neighbours, SparseKM& km, Progress& progress) {
-    km.col_index.resize(km.row_start.back());
+    if (!set_zero(km.col_index, km.row_start.back(), progress)) return;
     std::int32_t* column = km.col_index.data();
-    for (std::size_t i = 0; i + 1 < neighbours.start.size(); ++i)
+    for (std::size_t i = 0; i + 1 < neighbours.start.size(); ++i) {
+        if (i % 4096 == 0 && progress.cancelled()) return;
         for (int row = 0; row < 3; ++row)
             for (std::int64_t k = neighbours.start[i]; k < neighbours.start[i + 1]; ++k)
                 for (std::int32_t c = 0; c < 3; ++c) *column++ = 3 * neighbours.nodes[k] + c;
+    }
     print_index(neighbours, progress);
 }
 
@@ -152,8 +168,9 @@ std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, con
     const std::size_t ne = mesh.node_per_element();
     const std::int32_t elements = mesh.element_num();
     const std::int32_t nodes = mesh.node_num();
-    km.K_value.assign(km.entries(), 0.0);
-    km.M_value.assign(with_mass ? km.entries() : 0, 0.0);
+    if (!set_zero(km.K_value, km.entries(), progress) ||
+        !set_zero(km.M_value, with_mass ? km.entries() : 0, progress))
+        return -1;
     constexpr std::int32_t batch_size = 1024;
     std::vector<double> ke(batch_size * 9 * ne * ne), me(with_mass ? batch_size * ne * ne : 0);
     std::vector<char> computed(batch_size, 0);

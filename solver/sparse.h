@@ -36,7 +36,7 @@ NodeNeighbours neighbours_of_nodes(const Mesh& mesh, const NodeElements& node_el
 
 // Row counts and starts of the three rows of every node; returns K_num2, the number of entries.
 std::int64_t count_overlap(const NodeNeighbours& neighbours, SparseKM& km, Progress& progress);
-// Column indices of every row.
+// Column indices of every row; after a cancel col_index is not whole and not to be read.
 void build_index(const NodeNeighbours& neighbours, SparseKM& km, Progress& progress);
 // The lines of both for a pattern that is not made; returns its number of entries.
 std::int64_t print_pattern(const NodeNeighbours& neighbours, Progress& progress);

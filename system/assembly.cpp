@@ -61,6 +61,7 @@ bool assemble(Job& job, AssembledSystem& system) {
     const std::int64_t K_num2 = count_overlap(neighbours, system.km, progress);
     progress.print("[K],[M] element num=%ld\n", K_num2);
     build_index(neighbours, system.km, progress);
+    if (!job.goes_on()) return false;
     find_diagonals(system.km);
     progress.print("K,M sparse\n");
     progress.print(" Calculate K,M sparse\n");

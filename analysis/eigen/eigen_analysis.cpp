@@ -111,16 +111,6 @@ double normalise(EigenProblem& problem, std::span<double> phi, double lambda, do
     return modal_mass;
 }
 
-// Where no mode bends the body, a rigid block for example: what its first elastic eigenvalue would be like,
-// E / (ρ L²) of its stiffest material over its longest edge, 1/s².
-double elastic_scale(const Model& model) {
-    double scale = 0;
-    for (const Material& material : model.materials)
-        if (material.density > 0)
-            scale = std::max(scale, material.young / material.density / std::pow(model.mesh.max_length, 2));
-    return scale;
-}
-
 void normalise_all(EigenProblem& problem, const AssembledSystem& system, std::int32_t modes,
                    EigenPairs& pairs) {
     const std::size_t n = problem.n();
@@ -130,7 +120,7 @@ void normalise_all(EigenProblem& problem, const AssembledSystem& system, std::in
     double first_elastic = 0;
     for (double l : pairs.lambda)
         if (first_elastic == 0 && l > problem.rounding()) first_elastic = l;
-    if (first_elastic == 0) first_elastic = elastic_scale(problem.job().model);
+    if (first_elastic == 0) first_elastic = problem.elastic_scale();
     for (std::int32_t j = 0; j < modes; ++j)
         modal_mass.push_back(
             normalise(problem, {pairs.vectors.data() + j * n, n}, pairs.lambda[j], first_elastic, M_all));

@@ -33,7 +33,12 @@ double EigenProblem::diagonal(std::int32_t i, const std::vector<double>& values,
 EigenProblem::EigenProblem(Job& job, const AssembledSystem& system, std::unique_ptr<BorderedFactor> factor)
     : job_(job), km_(system.km), border_(system.border), factor_(std::move(factor)) {
     mass_.row_start.push_back(0);
-    double stiffest = 0;
+    for (const std::int32_t part : job.model.mesh.p_ele_part_id) {
+        const Material& material = job.model.materials[job.model.parts[part].material_id];
+        elastic_scale_ = std::max(elastic_scale_,
+                                  material.young / material.density / std::pow(job.model.mesh.max_length, 2));
+    }
+    double stiffest = elastic_scale_;
     for (std::int32_t row = 0; row < km_.rows(); ++row) {
         for (std::int64_t k = km_.row_start[row]; k < km_.row_start[row] + km_.row_count[row]; ++k) {
             if (km_.M_value[k] == 0) continue;

@@ -81,6 +81,9 @@ public:
     void multiply_m(std::span<const double> x, std::span<double> y, std::int32_t k) const;
     void multiply_k(std::span<const double> x, std::span<double> y, std::int32_t k) const;
 
+    // What an elastic eigenvalue of such a body is like, E / (ρ L²) of its stiffest material over its longest
+    // edge, 1/s²: the measure of a body that is all rigid, whose K is rounding alone.
+    double elastic_scale() const { return elastic_scale_; }
     // Size of the rounding of an eigenvalue: some hundred ε of the largest k_ii/m_ii.
     double rounding() const { return rounding_; }
 
@@ -94,7 +97,7 @@ private:
     const Border& border_;
     std::unique_ptr<BorderedFactor> factor_;
     double sigma_ = 0;
-    double rounding_ = 0;
+    double elastic_scale_ = 0, rounding_ = 0;
     std::vector<double> shifted_, shifted_fr_, shifted_rr_;
     CompactMatrix mass_;
 };

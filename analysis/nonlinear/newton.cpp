@@ -55,6 +55,7 @@ bool NewtonSolver::prepare() {
     neighbours_ = neighbours_of_nodes(body_.mesh, freedoms_.node_elements, job_.progress);
     count_overlap(neighbours_, full_, job_.progress);
     build_index(neighbours_, full_, job_.progress);
+    if (!job_.goes_on()) return false;
     find_diagonals(full_);
     constrained_ = full_;
     constrained_.K_value.resize(full_.entries());

@@ -71,6 +71,13 @@ TEST_F(RigidAnalysis, TwoBlocksOnSpringsHaveTheFrequenciesOfTheirMassesAndInerti
         }
         EXPECT_NEAR(sum, trace, 1e-8 * trace);
         EXPECT_NEAR(mass, 54, 1e-6);  // all of it
+        // one block alone: nothing is stiff
+        const RunReport alone = run(ModelText{.parts = rect("A", "0.4 0.3 0.2", "2 1 1"),
+                                              .rigid = "A area 0.3 0.1 0.05 0 0.4 0 0.3 0 0.2 %",
+                                              .others = "mode_num 6 %\n"},
+                                    method);
+        EXPECT_EQ(alone.modes.size(), 6u);
+        for (const ModeReport& mode : alone.modes) EXPECT_TRUE(mode.zero);
     }
 }
 
