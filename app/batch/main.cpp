@@ -61,10 +61,13 @@ bool read_input(const BatchOptions& options, Input& input, Progress& progress) {
 std::string write_for_paraview(const BatchOptions& options, const Model& model, Run& run,
                                Progress& progress) {
     if (!options.vtu || !run.report.has_results()) return {};
-    const bool steps = has_steps(run.ana_type);
+    const bool steps = has_steps(run.ana_type), was_stopped = progress.cancelled();
     if (steps ? write_vtu_frames(model, run, progress) : write_vtu(model, run, progress))
         return steps ? pvd_file_name(model.model_file_name) : vtu_file_name(model.model_file_name);
-    run.report.fail(RunStatus::failed, "the file for ParaView cannot be written");
+    if (progress.cancelled() && !was_stopped)
+        run.report.fail(RunStatus::cancelled, "stopped on request");
+    else
+        run.report.fail(RunStatus::failed, "the file for ParaView cannot be written");
     return {};
 }
 
