@@ -114,6 +114,7 @@ void print_balance(const RunSummary& summary, Progress& progress) {
     progress.summary("%-22s %lld free of %d degrees of freedom, %d elements%s\n", "size",
                      static_cast<long long>(report.free_dofs), mesh.dof_num(), mesh.element_num(),
                      factor.c_str());
+    if (!report.solver.empty()) progress.summary("%-22s %s\n", "solver", report.solver.c_str());
     if (dynamic) print_dynamics(report.dynamics, progress);
     print_node_value("largest displacement", report.largest_displacement, "m", progress);
     print_node_value("largest Mises stress", report.largest_mises, "N/m^2", progress);

@@ -52,6 +52,7 @@ public:
         read_nl_static();
         read_row(row_nl_conv);
         read_threads(available_threads);
+        read_labelled();
         remarks_.close();
         print_remarks(collected_, progress_);
         return settings_;
@@ -137,6 +138,34 @@ private:
             settings_.n_threads = std::min(settings_.n_threads, available);
         }
         progress_.print("  N_THREADS:%d\n", settings_.n_threads);
+    }
+
+    // What follows the eleven: pairs whose label decides, of which others are passed over.
+    void read_labelled() {
+        for (std::string label(tokens_.next()); !label.empty(); label = tokens_.next()) {
+            if (label != "SOLVER" && label != "SOLVER_TOL") continue;
+            const std::string_view value = tokens_.next();
+            const Token token{value, tokens_.token_number()};
+            label == "SOLVER" ? take_solver(token) : take_tolerance(token);
+        }
+    }
+
+    void take_solver(const Token& token) {
+        static constexpr std::string_view words[] = {"auto", "skyline", "sparse", "iterative"};
+        if (std::ranges::find(words, token.text) != std::end(words))
+            settings_.solver = token.text;
+        else
+            not_understood(token, "SOLVER", "auto, skyline, sparse or iterative");
+        progress_.print("  SOLVER:%s\n", settings_.solver.c_str());
+    }
+
+    void take_tolerance(const Token& token) {
+        const auto number = parse_double(token.text);
+        if (number && *number > 0 && *number < 1)
+            settings_.solver_tolerance = *number;
+        else
+            not_understood(token, "SOLVER_TOL", "a number between 0 and 1");
+        progress_.print("  SOLVER_TOL:%.3e\n", settings_.solver_tolerance);
     }
 
     TokenReader tokens_;

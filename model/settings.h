@@ -18,6 +18,8 @@ struct Settings {
     std::int32_t nl_static = 0;        // 0 stop, 1 go_on after an unconverged increment
     double nl_conv = 0;                // convergence tolerance of the force iteration
     std::int32_t n_threads = 0;        // threads of every parallel loop
+    std::string solver = "auto";       // auto skyline sparse iterative
+    double solver_tolerance = 1e-10;   // of the iterative solver's residual, ‖F - K u‖ / ‖F‖
 
     // Team size for a parallel region: n_threads, at least 1.
     int threads() const { return n_threads < 1 ? 1 : n_threads; }

@@ -224,7 +224,8 @@ FactorFileList list_factor_files(std::string_view log_folder) {
     for (const fs::path& path : files_in(log_folder)) {
         std::error_code missing;
         const auto name = division_of(path.filename().string());
-        if (!name || (name->stem != stiffness_stem && name->stem != mass_stem)) continue;
+        if (!name || (name->stem != stiffness_stem && name->stem != mass_stem && name->stem != fronts_stem))
+            continue;
         const auto bytes = fs::file_size(path, missing);
         if (missing) continue;
         list.names.push_back(path.string());

@@ -18,6 +18,8 @@ namespace kestralum {
 // Stems of the division files' names: L of [K] and W of [M].
 inline constexpr const char* stiffness_stem = "Ltemp";
 inline constexpr const char* mass_stem = "Wtemp";
+// Of the one file of a multifrontal factor that does not fit in memory, "log\Stemp_0.txt".
+inline constexpr const char* fronts_stem = "Stemp";
 
 // Files "log\<stem>_%d.txt", one per division. Rows may be written in any order and from several
 // threads; a failed operation is remembered and told by error().

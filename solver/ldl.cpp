@@ -315,8 +315,8 @@ void SkylineFactor::prepare(const SparseKM& km, std::span<const double> values, 
     }
 }
 
-FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> values, Kind kind,
-                                   Progress& progress) {
+FactorStatus SkylineFactor::factor_as(const SparseKM& km, std::span<const double> values, Kind kind,
+                                      Progress& progress) {
     use_serial_blas();
     FactorStatus status = FactorStatus::out_of_memory;
     try {
@@ -343,6 +343,23 @@ void SkylineFactor::fail(FactorStatus why) {
                                               : "not enough memory for the factor";
 }
 
+FactorStatus SkylineFactor::factor(const SparseKM& km, std::span<const double> values, Progress& progress) {
+    km_ = &km;
+    values_ = values;
+    return factor_ldl(km, values, progress);
+}
+
+std::vector<SmallPivot> SkylineFactor::small_pivots(double share) const {
+    std::vector<SmallPivot> out;
+    for (std::int32_t i = 0; i < profile_.rows(); ++i) {
+        const double diagonal = std::abs(values_[km_->diag_pos[i]]), pivot = std::abs(D_[i]);
+        if (std::isfinite(pivot) && pivot >= share * diagonal && pivot > 0) continue;
+        const bool measurable = std::isfinite(pivot) && diagonal > 0;
+        out.push_back({i, measurable ? pivot / diagonal : 0});
+    }
+    return out;
+}
+
 FactorStatus SkylineFactor::factor_ldl(const SparseKM& km, std::span<const double> values,
                                        Progress& progress) {
     const auto clock_start = std::chrono::steady_clock::now();
@@ -351,7 +368,7 @@ FactorStatus SkylineFactor::factor_ldl(const SparseKM& km, std::span<const doubl
     progress.print("    Ls_num=%lld\n", static_cast<long long>(profile_.Ls_num));
     progress.print("    temp_L[%lld]\n",
                    static_cast<long long>(divisions_.div_profile[divisions_.count() > 1 ? 2 : 1]));
-    const FactorStatus status = factor(km, values, Kind::ldl, progress);
+    const FactorStatus status = factor_as(km, values, Kind::ldl, progress);
     if (status != FactorStatus::ok) return status;
     progress.print("   LDL K_sparse complete\n");
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - clock_start;
@@ -364,7 +381,7 @@ FactorStatus SkylineFactor::factor_ww(const SparseKM& km, std::span<const double
     progress.print("my_WWsky_HD_Msky\n");
     progress.print("  WW M_sparse\n");
     progress.print("    Ws_num=%lld\n", static_cast<long long>(profile_.Ls_num));
-    const FactorStatus status = factor(km, values, Kind::ww, progress);
+    const FactorStatus status = factor_as(km, values, Kind::ww, progress);
     if (status != FactorStatus::ok) return status;
     progress.print("   WW M_sparse complete\n");
     return check_rows_of_w(km, values, progress);

@@ -15,14 +15,13 @@
 #include <vector>
 
 #include "model/progress.h"
+#include "solver/factor.h"
 #include "solver/factor_files.h"
 #include "solver/panels.h"
 #include "solver/profile.h"
 #include "solver/sparse.h"
 
 namespace kestralum {
-
-enum class FactorStatus { ok, file_failed, out_of_memory, cancelled };
 
 struct FactorOptions {
     int threads = 1;
@@ -39,11 +38,11 @@ struct FactorOptions {
 
 // A factor L D Lᵀ or W Wᵀ: D in memory, the rows of L or W in memory (one division) or in the division
 // files.
-class SkylineFactor {
+class SkylineFactor : public Factor {
 public:
     // Both tables are kept by the object.
     SkylineFactor(Profile profile, Divisions divisions, FactorOptions options);
-    ~SkylineFactor();
+    ~SkylineFactor() override;
 
     // Factors the matrix `values` on km's pattern (the pattern the profile was made from). Prints the
     // progress lines, "Warning   D[%d]:%.3e\n" for negative pivots. On failure error() says why and
@@ -64,12 +63,20 @@ public:
     bool multiply_wt(std::span<double> x, std::int32_t k = 1, const Progress* progress = nullptr);
     bool solve_wt(std::span<double> x, std::int32_t k = 1, const Progress* progress = nullptr);
 
+    FactorStatus factor(const SparseKM& km, std::span<const double> values, Progress& progress) override;
+    bool solve(std::span<double> x, std::int32_t k = 1, const Progress* progress = nullptr) override {
+        return solve_ldl(x, k, progress);
+    }
+    std::vector<SmallPivot> small_pivots(double share) const override;
+    std::int64_t entries() const override { return profile_.Ls_num; }
+    std::int32_t division_count() const override { return divisions_.count(); }
+
     const Profile& profile() const { return profile_; }
     const FactorOptions& options() const { return options_; }
     const Divisions& divisions() const { return divisions_; }
     const std::vector<double>& D() const { return D_; }
-    std::int64_t negative_pivots() const { return negative_pivots_; }
-    std::string error() const { return error_; }
+    std::int64_t negative_pivots() const override { return negative_pivots_; }
+    std::string error() const override { return error_; }
 
     // Row i of L from its first column to the diagonal (1.0 there), or of W: read from memory or file.
     bool read_row(std::int32_t i, std::span<double> row);
@@ -84,7 +91,7 @@ private:
     struct Shared;  // what the threads of a factorization share
     bool spilled() const { return divisions_.count() > 1 || !options_.keep_in_memory; }
 
-    FactorStatus factor(const SparseKM& km, std::span<const double> values, Kind kind, Progress& progress);
+    FactorStatus factor_as(const SparseKM& km, std::span<const double> values, Kind kind, Progress& progress);
     void prepare(const SparseKM& km, std::span<const double> values, Kind kind, Progress& progress);
     void compute_panels(const SparseKM& km, std::span<const double> values);
     void load_panel_of_matrix(const SparseKM& km, std::span<const double> values, std::int32_t I,
@@ -117,6 +124,8 @@ private:
     PanelGrid grid_;
     FactorFiles files_;
     Kind kind_ = Kind::ldl;
+    const SparseKM* km_ = nullptr;  // what factor() was given
+    std::span<const double> values_;
     std::vector<double> D_;
     PanelStore panels_;  // kept: all; spilled: those in reach while it is computed
     std::int64_t negative_pivots_ = 0;

@@ -127,7 +127,7 @@ bool transform_rigid(Job& job, AssembledSystem& system, bool with_mass) {
 }
 
 std::unique_ptr<BorderedFactor> plan_bordered(Job& job, const AssembledSystem& system, int factors_on_disk) {
-    std::unique_ptr<SkylineFactor> free;
+    std::unique_ptr<Factor> free;
     if (system.km.rows() > 0) {
         constexpr double border_arrays = 4;  // Kfr and Mfr, and Kfr and Kff⁻¹ Kfr of the factor
         const double border = border_arrays * 8e-6 * system.km.rows() * system.border.nr;

@@ -162,9 +162,9 @@ bool BorderedFactor::factor(Job& job, Progress& progress, const SparseKM& km, st
 }
 
 bool BorderedFactor::solve_free(Job& job, std::span<double> x, std::int32_t k) {
-    if (!free_->solve_ldl(x, k))
-        return job.fail(RunStatus::failed, "the solution cannot go on: " + free_->error());
-    return job.goes_on();
+    const bool solved = free_->solve(x, k, &job.progress);
+    return job.goes_on() &&
+           (solved || job.fail(RunStatus::failed, "the solution cannot go on: " + free_->error()));
 }
 
 bool BorderedFactor::solve(Job& job, std::span<double> x, std::int32_t k) {

@@ -1,6 +1,6 @@
 // Systems whose matrix is the sparse block of the free nodes beside the dense border of the rigid bodies:
 //
-//     A = | Aff  Afr |     Aff  sparse, skyline factor (files, divisions, memory budget as without bodies)
+//     A = | Aff  Afr |     Aff  sparse, its factor as without bodies
 //         | Arf  Arr |     Afr, Arr  dense, in memory; nf free, nr rigid equations
 //
 // Elimination of Aff leaves the Schur complement S = Arr - Arf Aff⁻¹ Afr, factored dense with pivoting.
@@ -43,8 +43,8 @@ void multiply_border(const Border& border, std::span<const double> fr, std::span
 // Factor of a bordered matrix.
 class BorderedFactor {
 public:
-    // free: the skyline factor of Aff, null where nf = 0.
-    BorderedFactor(std::unique_ptr<SkylineFactor> free, std::int32_t nf, std::int32_t nr)
+    // free: the factor of Aff, null where nf = 0.
+    BorderedFactor(std::unique_ptr<Factor> free, std::int32_t nf, std::int32_t nr)
         : free_(std::move(free)), nf_(nf), nr_(nr) {}
 
     // Factors with the lines of run_factorization(); false with its status. fr, rr as in Border; rr need not
@@ -64,11 +64,11 @@ public:
     bool has_free_motion(std::span<const double> rr) const;
     // The smallest size of an eigenvalue of the scaled S; infinity without bodies.
     double smallest_scaled(std::span<const double> rr) const;
-    const SkylineFactor* free() const { return free_.get(); }
+    Factor* free() const { return free_.get(); }
 
 private:
     bool solve_free(Job& job, std::span<double> x, std::int32_t k);
-    std::unique_ptr<SkylineFactor> free_;
+    std::unique_ptr<Factor> free_;
     std::int32_t nf_, nr_;
     std::vector<double> X_;   // Aff⁻¹ Afr: nf × nr
     std::vector<double> fr_;  // Afr

@@ -1,19 +1,32 @@
 #include "system/factorization.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "model/format.h"
+#include "solver/ldl.h"
 #include "solver/memory_limits.h"
+#include "solver/multifrontal.h"
 #include "solver/panels.h"
+#include "system/solver_choice.h"
 
 namespace kestralum {
 
-std::unique_ptr<SkylineFactor> plan_factor(Job& job, const SparseKM& km, std::int32_t diag_num,
-                                           const FactorNeeds& needs) {
-    job.clock.begin("factor");
+namespace {
+
+// False with the status set where the disk has no room for what is written.
+bool check_disk(Job& job, double megabytes) {
+    if (job.settings.free_hd_size >= megabytes) return true;
+    job.progress.print("Warning:HD");
+    return job.fail(RunStatus::disk_budget,
+                    formatted("the factor needs %.1f MB of disk, FREE_HD_SIZE allows %.1f MB", megabytes,
+                              job.settings.free_hd_size));
+}
+
+std::unique_ptr<Factor> plan_skyline(Job& job, Profile profile, std::int32_t diag_num,
+                                     const FactorNeeds& needs) {
     Progress& progress = job.progress;
     const Settings& settings = job.settings;
-    Profile profile = make_profile(km);
     progress.print("temp_n:%d\n", most_divisions(profile.rows(), diag_num));
     Divisions divisions =
         plan_divisions(profile, settings.memory_size, settings.div_memory_size, diag_num, progress);
@@ -22,17 +35,9 @@ std::unique_ptr<SkylineFactor> plan_factor(Job& job, const SparseKM& km, std::in
         progress.print("division[%zu]:%ld, %ld, %d, %d\n", b, divisions.div_profile[b],
                        divisions.div_profile[b + 1], divisions.div_row[b], divisions.div_row[b + 1]);
     progress.print("[L]memory size=%10.1f[MB]\n", profile.megabytes());
-    job.report().factor_entries = profile.Ls_num;
-    const double on_disk = needs.factors_on_disk * profile.megabytes();
-    if (settings.free_hd_size < on_disk) {
-        progress.print("Warning:HD");
-        job.fail(RunStatus::disk_budget,
-                 formatted("the factor needs %.1f MB of disk, FREE_HD_SIZE allows %.1f MB", on_disk,
-                           settings.free_hd_size));
-        return nullptr;
-    }
-    remove_factor_files(job.options.log_folder,
-                        mass_stem);  // an earlier run's; those of [K] are written over
+    if (!check_disk(job, needs.factors_on_disk * profile.megabytes())) return nullptr;
+    for (const char* stem : {mass_stem, fronts_stem})  // an earlier run's; those of [K] are written over
+        remove_factor_files(job.options.log_folder, stem);
     const double budget = std::min(settings.memory_size, machine_megabytes());
     const bool keep = panel_megabytes(profile, job.threads()) + needs.other_megabytes <= budget;
     return std::make_unique<SkylineFactor>(std::move(profile), std::move(divisions),
@@ -42,10 +47,35 @@ std::unique_ptr<SkylineFactor> plan_factor(Job& job, const SparseKM& km, std::in
                                                          .keep_in_memory = keep});
 }
 
+std::unique_ptr<Factor> plan_sparse(Job& job, FrontTree tree, const FactorNeeds& needs) {
+    const double megabytes = static_cast<double>(tree.entries) * 8e-6;
+    job.progress.print("[L]memory size=%10.1f[MB]\n", megabytes);
+    const double budget = std::min(job.settings.memory_size, machine_megabytes());
+    const bool keep = front_megabytes(tree) + needs.other_megabytes <= budget;
+    if (!keep && !check_disk(job, static_cast<double>(tree.panel_doubles) * 8e-6)) return nullptr;
+    remove_factor_files(job.options.log_folder);  // an earlier run's
+    return std::make_unique<MultifrontalFactor>(
+        std::move(tree), MultifrontalOptions{job.threads(), job.options.log_folder, keep});
+}
+
+}  // namespace
+
+std::unique_ptr<Factor> plan_factor(Job& job, const SparseKM& km, std::int32_t diag_num,
+                                    const FactorNeeds& needs) {
+    job.clock.begin("factor");
+    Profile profile = make_profile(km);
+    SolverChoice choice = choose_solver(job.settings, km, profile);
+    job.report().solver = choice.text();
+    auto factor = choice.kind == SolverKind::sparse ? plan_sparse(job, std::move(*choice.tree), needs)
+                                                    : plan_skyline(job, std::move(profile), diag_num, needs);
+    if (factor) job.report().factor_entries = factor->entries();
+    return factor;
+}
+
 bool run_factorization(Job& job, Progress& progress, const SparseKM& km, std::span<const double> values,
-                       SkylineFactor& factor) {
+                       Factor& factor) {
     progress.print("LU K_sparse\n");
-    switch (factor.factor_ldl(km, values, progress)) {
+    switch (factor.factor(km, values, progress)) {
         case FactorStatus::ok:
             break;
         case FactorStatus::cancelled:
@@ -58,12 +88,34 @@ bool run_factorization(Job& job, Progress& progress, const SparseKM& km, std::sp
     return true;
 }
 
-std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values,
-                              const SkylineFactor& factor) {
-    constexpr double smallest_share = 1e-10;
-    for (std::int32_t i = 0; i < km.rows(); ++i)
-        if (!(std::abs(factor.D()[i]) >= smallest_share * std::abs(values[km.diag_pos[i]]))) return i;
-    return -1;
+std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values, Factor& factor) {
+    constexpr double suspicious = 1e-7, nothing = 3e-15;
+    const std::vector<SmallPivot> small = factor.small_pivots(suspicious);
+    if (small.empty()) return -1;
+    std::vector<double> v(km.rows()), Kv(km.rows());
+    for (std::size_t i = 0; i < v.size(); ++i) v[i] = 1 + 0.5 * std::sin(1.0 + 0.7 * static_cast<double>(i));
+    const auto size_of = [](std::span<const double> x) {
+        double sum = 0;
+        for (const double a : x) sum += a * a;
+        return std::sqrt(sum);
+    };
+    for (int round = 0; round < 3; ++round) {
+        if (!factor.solve(v)) return -1;
+        const double size = size_of(v);
+        if (!std::isfinite(size) || size == 0) return small.front().equation;  // a pivot of nothing at all
+        for (double& x : v) x /= size;
+    }
+    multiply(km, values, v, Kv);
+    const double resistance = size_of(Kv);
+    std::vector<double> sizes(values.begin(), values.end()), sum(km.rows());
+    for (double& x : sizes) x = std::abs(x);
+    for (double& x : v) x = std::abs(x);
+    multiply(km, sizes, v, sum);
+    if (resistance > nothing * size_of(sum)) return -1;
+    constexpr double surely = 1e-10;
+    const auto first = std::ranges::find_if(small, [](const SmallPivot& p) { return p.share < surely; });
+    return first != small.end() ? first->equation
+                                : std::ranges::min_element(small, {}, &SmallPivot::share)->equation;
 }
 
 }  // namespace kestralum

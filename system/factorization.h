@@ -1,9 +1,9 @@
-// The skyline factor of a run: planned against the budgets of the settings, computed with its progress lines.
+// The factor of a run: chosen, planned against the budgets of the settings, computed with its progress lines.
 #pragma once
 
 #include <memory>
 
-#include "solver/ldl.h"
+#include "solver/factor.h"
 #include "system/job.h"
 
 namespace kestralum {
@@ -14,19 +14,19 @@ struct FactorNeeds {
     double other_megabytes = 0;  // of memory: borders of rigid bodies
 };
 
-// Profile, divisions and the budgets of the factor of km, with the lines "temp_n" … "[L]memory size". Panels
-// that pass MEMORY_SIZE or the machine's memory are read back from the files instead of kept. Null with
-// status disk_budget ("Warning:HD" was printed) or failed.
-std::unique_ptr<SkylineFactor> plan_factor(Job& job, const SparseKM& km, std::int32_t diag_num,
-                                           const FactorNeeds& needs = {});
+// The factor of km by the setting SOLVER, with the lines of its plan ("temp_n" … "[L]memory size" of a
+// skyline, the last one of the other). What passes MEMORY_SIZE or the machine's memory is read back from
+// files instead of kept. Null with status disk_budget ("Warning:HD" was printed) or failed.
+std::unique_ptr<Factor> plan_factor(Job& job, const SparseKM& km, std::int32_t diag_num,
+                                    const FactorNeeds& needs = {});
 
 // Factors K ("LU K_sparse" lines, to `progress`); false with status failed or cancelled.
 bool run_factorization(Job& job, Progress& progress, const SparseKM& km, std::span<const double> values,
-                       SkylineFactor& factor);
+                       Factor& factor);
 
-// The first free degree of freedom whose pivot is below 1e-10 of its diagonal: a body or mechanism
-// that the supports do not hold. -1 when there is none.
-std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values,
-                              const SkylineFactor& factor);
+// A degree of freedom of a body or mechanism that the supports do not hold, -1 when there is none. Small
+// pivots alone do not tell a free body from a slender one: where there are any, the motion that resists least
+// is found by inverse iteration, and it is free where K times it is nothing but rounding.
+std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values, Factor& factor);
 
 }  // namespace kestralum

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "model/format.h"
+#include "solver/ldl.h"
 
 namespace kestralum {
 
@@ -54,13 +55,7 @@ EigenProblem::EigenProblem(Job& job, const AssembledSystem& system, std::unique_
 bool EigenProblem::pivots_sound() const {
     const double share = n() * std::numeric_limits<double>::epsilon();
     if (border_.nr > 0 && !(factor_->smallest_scaled(shifted_rr_) >= share)) return false;
-    for (std::int32_t i = 0; i < km_.rows(); ++i) {
-        const double diagonal = shifted_[km_.diag_pos[i]];
-        const double pivot = factor_->free()->D()[i];
-        if (!std::isfinite(pivot) || !(std::abs(pivot) >= share * std::abs(diagonal)) || pivot == 0)
-            return false;
-    }
-    return true;
+    return !factor_->free() || factor_->free()->small_pivots(share).empty();
 }
 
 bool EigenProblem::factor_shifted(double sigma, Progress& lines) {
@@ -119,11 +114,13 @@ bool EigenProblem::start_vector_through_w(std::vector<double>& start) {
     // the bodies' part of the vector goes through the diagonal alone: it only has to reach every mode
     start.assign(n(), 1 / std::sqrt(static_cast<double>(n())));
     for (std::int32_t i = km_.rows(); i < n(); ++i) start[i] /= std::sqrt(diagonal_m(i));
-    if (!factor_->free()) {
+    const auto* skyline = dynamic_cast<const SkylineFactor*>(factor_->free());
+    if (!skyline) {  // without the profile of W its diagonal stands for it
+        for (std::int32_t i = 0; i < km_.rows(); ++i) start[i] /= std::sqrt(diagonal_m(i));
         progress().print("LU M_sparse complete\n");
         return true;
     }
-    const SkylineFactor& like = *factor_->free();
+    const SkylineFactor& like = *skyline;
     FactorOptions options = like.options();
     options.file_stem = "Wtemp";
     SkylineFactor W(like.profile(), like.divisions(), options);

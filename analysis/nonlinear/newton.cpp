@@ -78,7 +78,7 @@ bool NewtonSolver::prepare() {
     at_rest_ = assemble(silent);
     if (!job_.goes_on()) return false;
     if (!at_rest_) return job_.fail(RunStatus::failed, error);
-    std::unique_ptr<SkylineFactor> free;
+    std::unique_ptr<Factor> free;
     if (reduced_.rows() > 0) {
         const double border = 2 * 8e-6 * reduced_.rows() * border_.nr;
         free = plan_factor(job_, reduced_, freedoms_.diag_num, {1, border});
@@ -225,9 +225,9 @@ bool NewtonSolver::search_along(const Placement& from, const std::vector<double>
 
 bool NewtonSolver::factor_and_solve(std::vector<double>& du, IncrementReport& report) {
     job_.progress.print("Static Analysis Start\n");
-    if (const SkylineFactor* free = factor_->free()) {
-        job_.progress.print("[L] division:%d\n", free->divisions().count());
-        job_.progress.print("[L]memory size=%10.1f[MB]\n", free->profile().megabytes());
+    if (const Factor* free = factor_->free()) {
+        job_.progress.print("[L] division:%d\n", free->division_count());
+        job_.progress.print("[L]memory size=%10.1f[MB]\n", free->megabytes());
     }
     auto start = Clock::now();
     const auto failed = [&] {

@@ -1,0 +1,50 @@
+// The factor of a sparse symmetric matrix, however it is stored: what the analyses work with.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "model/progress.h"
+#include "solver/sparse.h"
+
+namespace kestralum {
+
+enum class FactorStatus { ok, file_failed, out_of_memory, cancelled };
+
+// A pivot that is small beside its equation: |pivot| / |a_ii|.
+struct SmallPivot {
+    std::int32_t equation = 0;
+    double share = 0;
+};
+
+// L D Lᵀ of the matrices of one pattern: factored as often as needed, each factor used until the next.
+class Factor {
+public:
+    virtual ~Factor() = default;
+    Factor(const Factor&) = delete;
+    Factor& operator=(const Factor&) = delete;
+
+    // Factors the matrix `values` on the pattern that the object was made for. Borrows both until the next
+    // call. On failure error() says why and the factor cannot be used.
+    virtual FactorStatus factor(const SparseKM& km, std::span<const double> values, Progress& progress) = 0;
+
+    // A x = b in place for k columns, column after column: the same bytes on any number of threads. Where
+    // `progress` is given its cancel ends them. False when memory or a file fails or the user stopped.
+    virtual bool solve(std::span<double> x, std::int32_t k = 1, const Progress* progress = nullptr) = 0;
+
+    virtual std::int64_t negative_pivots() const = 0;
+    // Pivots that are not finite (share 0), zero or below `share` times their diagonal entry, in the order of
+    // the equations.
+    virtual std::vector<SmallPivot> small_pivots(double share) const = 0;
+    virtual std::int64_t entries() const = 0;  // doubles of L
+    double megabytes() const { return static_cast<double>(entries()) * 8e-6; }
+    virtual std::int32_t division_count() const { return 1; }
+    virtual std::string error() const = 0;
+
+protected:
+    Factor() = default;
+};
+
+}  // namespace kestralum
