@@ -257,6 +257,7 @@ void print_check(const Model& model, const ModelCheck& check, Progress& progress
         "%-22s %lld free degrees of freedom, band %d, %.1f MB of memory, %.1f MB of disk in %d division%s\n",
         "the factor needs", static_cast<long long>(check.free_dofs), check.diag_num, check.memory_megabytes,
         check.factor_megabytes, check.divisions, check.divisions == 1 ? "" : "s");
+    if (!check.solver.empty()) progress.summary("%-22s %s\n", "solver", check.solver.c_str());
     print_notices(check.remarks, progress);
 }
 

@@ -7,9 +7,11 @@
 #include "elements/element_type.h"
 #include "model/format.h"
 #include "model/selection.h"
+#include "solver/multifrontal.h"
 #include "solver/panels.h"
 #include "solver/sparse.h"
 #include "system/freedoms.h"
+#include "system/solver_choice.h"
 
 namespace kestralum {
 
@@ -155,22 +157,61 @@ Profile profile_of(const Mesh& mesh, const Freedoms& freedoms, std::int64_t& ent
     return profile;
 }
 
+// The pattern of K's free rows, without values.
+SparseKM pattern_of(const Mesh& mesh, const Freedoms& freedoms, Progress& progress) {
+    const NodeNeighbours neighbours = neighbours_of_nodes(mesh, freedoms.node_elements, progress);
+    SparseKM km;
+    count_overlap(neighbours, km, progress);
+    build_index(neighbours, km, progress);
+    km.K_value.resize(km.col_index.size());
+    std::vector<std::int32_t> map(mesh.dof_num(), -1);
+    std::int32_t row = 0;
+    for (const std::int32_t dof : freedoms.numbering.free_dofs)
+        if (freedoms.rigid.empty() || freedoms.rigid.body_of_node[dof / 3] < 0) map[dof] = row++;
+    keep_rows(map, km);
+    return km;
+}
+
+// What the skyline will need.
+void check_skyline(const Settings& settings, const Profile& profile, std::int32_t diag_num, ModelCheck& out,
+                   Progress& progress) {
+    const Divisions divisions =
+        plan_divisions(profile, settings.memory_size, settings.div_memory_size, diag_num, progress);
+    const double panels = panel_megabytes(profile, settings.threads());
+    out.divisions = divisions.count();
+    out.factor_megabytes = profile.megabytes();
+    const bool kept = divisions.count() == 1 && panels + out.memory_megabytes <= settings.memory_size;
+    out.memory_megabytes += kept ? panels : std::min(panels, spilled_megabytes(profile, settings.threads()));
+}
+
+void check_sparse(const Settings& settings, const FrontTree& tree, ModelCheck& out) {
+    const double kept = front_megabytes(tree);
+    const bool keeps = kept + out.memory_megabytes <= settings.memory_size;
+    out.divisions = keeps ? 0 : 1;
+    out.factor_megabytes = keeps ? 0 : 8e-6 * static_cast<double>(tree.panel_doubles);
+    out.memory_megabytes += keeps ? kept : spilled_front_megabytes(tree, settings.threads());
+}
+
 // What the factor will need; each motion of a rigid body has a dense row beside it.
 void check_factor(const Mesh& mesh, const Settings& settings, const Freedoms& freedoms, ModelCheck& out,
                   Progress& progress) {
     std::int64_t entries = 0;
     const Profile profile = profile_of(mesh, freedoms, entries, progress);
     out.free_dofs = profile.rows() + freedoms.rigid.equations;
-    const Divisions divisions =
-        plan_divisions(profile, settings.memory_size, settings.div_memory_size, freedoms.diag_num, progress);
-    const double panels = panel_megabytes(profile, settings.threads());
-    out.divisions = divisions.count();
-    out.factor_megabytes = profile.megabytes();
     constexpr double border_arrays = 2;  // K_fr and K_ff⁻¹ K_fr
     out.memory_megabytes = border_arrays * 8e-6 * profile.rows() * freedoms.rigid.equations +
                            20e-6 * static_cast<double>(entries);
-    const bool kept = divisions.count() == 1 && panels + out.memory_megabytes <= settings.memory_size;
-    out.memory_megabytes += kept ? panels : std::min(panels, spilled_megabytes(profile, settings.threads()));
+    SolverChoice choice;
+    if (!takes_skyline(settings, profile)) {
+        const SparseKM pattern = pattern_of(mesh, freedoms, progress);
+        if (progress.cancelled()) return;
+        choice = choose_solver(settings, pattern, profile);
+        out.solver = choice.text();
+    }
+    if (choice.kind == SolverKind::sparse)
+        check_sparse(settings, *choice.tree, out);
+    else
+        check_skyline(settings, profile, freedoms.diag_num, out, progress);
     if (settings.free_hd_size < out.factor_megabytes)
         notice(out, formatted("the factor needs %.1f MB of disk, FREE_HD_SIZE allows %.1f MB",
                               out.factor_megabytes, settings.free_hd_size));

@@ -44,7 +44,8 @@ struct ModelCheck {
     std::int32_t diag_num = 0;    // band in the ordering of the settings
     double factor_megabytes = 0;  // disk for the factor
     double memory_megabytes = 0;  // [K], [M] and the factor's share in memory
-    std::int32_t divisions = 0;
+    std::int32_t divisions = 0;   // files of the factor
+    std::string solver;           // what the ways to factor are expected to cost, and which is taken
     Remarks remarks;  // notices: supports and loads that select nothing, loose bodies, bad elements
 };
 

@@ -7,17 +7,21 @@ namespace kestralum {
 
 namespace {
 
-// Multiplications and additions of a skyline that is taken without a look at anything else: a second of work.
-constexpr double cheap_work = 2.5e10;
+// Multiplications and additions of a skyline that is taken without a look at anything else: half a second.
+constexpr double cheap_work = 1.2e10;
 // Multiplications and additions a second on two cores, inside panels and fronts; seconds an entry of L to
 // fill and write it; seconds an entry of K for the order and the fronts' rows.
 constexpr double skyline_rate = 3e10, front_rate = 3e10;
 constexpr double skyline_entry = 4e-9, front_entry = 8e-9, ordering_entry = 6e-8;
 
-SolverCost skyline_cost(const Profile& profile, double& work) {
-    work = 0;
+double work_of(const Profile& profile) {
+    double work = 0;
     for (const std::int32_t h : profile.height) work += 0.5 * h * h;
-    return {work / skyline_rate + skyline_entry * static_cast<double>(profile.Ls_num),
+    return work;
+}
+
+SolverCost skyline_cost(const Profile& profile) {
+    return {work_of(profile) / skyline_rate + skyline_entry * static_cast<double>(profile.Ls_num),
             panel_megabytes(profile)};
 }
 
@@ -35,16 +39,19 @@ std::string cost_text(const char* name, const SolverCost& cost) {
 }  // namespace
 
 std::string SolverChoice::text() const {
-    std::string out = cost_text("skyline", skyline);
-    if (sparse) out += ", " + cost_text("sparse", *sparse);
-    return out + (kind == SolverKind::skyline ? ": skyline" : ": sparse");
+    if (!sparse) return {};
+    return cost_text("skyline", skyline) + ", " + cost_text("sparse", *sparse) +
+           (kind == SolverKind::skyline ? ": skyline" : ": sparse");
+}
+
+bool takes_skyline(const Settings& settings, const Profile& profile) {
+    return settings.solver == "skyline" || (settings.solver == "auto" && work_of(profile) < cheap_work);
 }
 
 SolverChoice choose_solver(const Settings& settings, const SparseKM& km, const Profile& profile) {
     SolverChoice choice;
-    double work = 0;
-    choice.skyline = skyline_cost(profile, work);
-    if (settings.solver == "skyline" || (settings.solver == "auto" && work < cheap_work)) return choice;
+    choice.skyline = skyline_cost(profile);
+    if (takes_skyline(settings, profile)) return choice;
     choice.tree = analyse_pattern(km);
     choice.sparse = sparse_cost(*choice.tree, km);
     if (settings.solver == "sparse" || choice.sparse->seconds < choice.skyline.seconds)

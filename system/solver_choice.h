@@ -24,11 +24,14 @@ struct SolverChoice {
     std::optional<SolverCost> sparse;  // none: the skyline is so cheap that nothing else was looked at
     std::optional<FrontTree> tree;     // with `sparse`
 
-    // "skyline 60 s 3.1 GB, sparse 4 s 0.6 GB: sparse"
+    // "skyline 60 s 3.1 GB, sparse 4 s 0.6 GB: sparse"; empty where nothing else was looked at.
     std::string text() const;
 };
 
-// By settings.solver, or, "auto", the quicker one. Throws std::bad_alloc.
+// Whether the profile alone decides: the setting asks for the skyline, or it is so cheap.
+bool takes_skyline(const Settings& settings, const Profile& profile);
+
+// By settings.solver, or, "auto", the quicker one; of km the pattern alone. Throws std::bad_alloc.
 SolverChoice choose_solver(const Settings& settings, const SparseKM& km, const Profile& profile);
 
 }  // namespace kestralum

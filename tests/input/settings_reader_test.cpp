@@ -67,6 +67,23 @@ TEST(Settings, WhatIsNotUnderstoodStaysZeroWithANotice) {
     EXPECT_EQ(cut.notices, "s.txt: ends before FREE_HD_SIZE; it and what follows keep 0\n");
 }
 
+TEST(Settings, LabelsDecideAfterTheEleven) {
+    const std::string eleven = settings_text("stop", "1");
+    Collected plain, chosen, wrong;
+    const Settings usual = parse_settings(eleven + " some words of the user", "s.txt", 8, plain);
+    EXPECT_EQ(usual, parse_settings(eleven, "s.txt", 8, chosen));
+    EXPECT_EQ(plain.lines, chosen.lines);
+    EXPECT_TRUE(usual.solver == "auto" && usual.solver_tolerance == 1e-10 && plain.notices.empty());
+    const Settings s = parse_settings(eleven + "\nMY 1 SOLVER_TOL 1e-8 SOLVER sparse x", "s.txt", 8, chosen);
+    EXPECT_TRUE(s.solver == "sparse" && s.solver_tolerance == 1e-8);
+    EXPECT_EQ(chosen.lines, plain.lines + plain.lines + "  SOLVER_TOL:1.000e-08\n  SOLVER:sparse\n");
+    EXPECT_EQ(parse_settings(eleven + " SOLVER Sparse SOLVER_TOL 2 SOLVER", "s.txt", 8, wrong), usual);
+    EXPECT_EQ(lines_of(wrong.notices).size(), 3) << wrong.notices;
+    EXPECT_TRUE(
+        contains(wrong.notices, "s.txt: token 26 'Sparse': expected auto, skyline, sparse or iterative"))
+        << wrong.notices;
+}
+
 TEST(Settings, FileOnDisk) {
     const TempFolder folder;
     Settings settings;
