@@ -106,22 +106,49 @@ void orthonormalize(Rows& part, double* R, char* live) {
     }
 }
 
+Aggregates list_nodes(std::vector<std::int32_t> of_node, std::int32_t count) {
+    Aggregates out;
+    out.of_node = std::move(of_node);
+    out.start.assign(std::size_t(count) + 1, 0);
+    for (const std::int32_t a : out.of_node)
+        if (a >= 0) ++out.start[a + 1];
+    for (std::int32_t a = 0; a < count; ++a) out.start[a + 1] += out.start[a];
+    out.nodes.resize(out.start.back());
+    std::vector<std::int64_t> next(out.start.begin(), out.start.end() - 1);
+    for (std::size_t i = 0; i < out.of_node.size(); ++i)
+        if (out.of_node[i] >= 0) out.nodes[next[out.of_node[i]]++] = static_cast<std::int32_t>(i);
+    return out;
+}
+
 }  // namespace
 
 Aggregates make_aggregates(const BlockPattern& pattern, const std::vector<Connection>& connections,
                            RowTeam& team) {
     Gathering gathering(pattern, connections, team);
-    Aggregates out;
-    out.of_node = gathering.run();
-    out.start.assign(std::size_t(gathering.count()) + 1, 0);
-    for (const std::int32_t a : out.of_node)
-        if (a >= 0) ++out.start[a + 1];
-    for (std::int32_t a = 0; a < gathering.count(); ++a) out.start[a + 1] += out.start[a];
-    out.nodes.resize(out.start.back());
-    std::vector<std::int64_t> next(out.start.begin(), out.start.end() - 1);
-    for (std::int32_t i = 0; i < pattern.rows(); ++i)
-        if (out.of_node[i] >= 0) out.nodes[next[out.of_node[i]]++] = i;
-    return out;
+    std::vector<std::int32_t> of_node = gathering.run();
+    return list_nodes(std::move(of_node), gathering.count());
+}
+
+Aggregates find_parts(const BlockPattern& pattern, RowTeam& team) {
+    std::vector<std::int32_t> of_node(pattern.rows(), -1), reached;
+    std::int32_t count = 0;
+    std::int64_t steps = 0;
+    for (std::int32_t i = 0; i < pattern.rows(); ++i) {
+        if (of_node[i] >= 0) continue;
+        of_node[i] = count;
+        for (reached.assign(1, i); !reached.empty();) {
+            const std::int32_t from = reached.back();
+            reached.pop_back();
+            if (++steps % 4096 == 0 && !team.goes_on()) break;
+            for (std::int64_t q = pattern.start[from]; q < pattern.start[from + 1]; ++q)
+                if (of_node[pattern.col[q]] < 0) {
+                    of_node[pattern.col[q]] = count;
+                    reached.push_back(pattern.col[q]);
+                }
+        }
+        ++count;
+    }
+    return list_nodes(std::move(of_node), count);
 }
 
 Tentative make_tentative(const Aggregates& aggregates, const std::vector<double>& N, int block_rows,

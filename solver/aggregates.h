@@ -23,6 +23,9 @@ enum class Connection : char { none, weak, strong };
 Aggregates make_aggregates(const BlockPattern& pattern, const std::vector<Connection>& connections,
                            RowTeam& team);
 
+// The parts that no block of the pattern couples, each as one aggregate.
+Aggregates find_parts(const BlockPattern& pattern, RowTeam& team);
+
 // N restricted to each aggregate = T R (Gram and Schmidt, twice). What is dependent there, within rounding,
 // becomes a zero column of T and of R and is not live.
 struct Tentative {

@@ -7,6 +7,9 @@ namespace kestralum {
 
 namespace {
 
+// A residual above this one is no rounding: a solution that grows without bound would have it so.
+constexpr double largest_rounding = 1e-5;
+
 SolveStatus status_of(RowTeam::Ended ended) {
     switch (ended) {
         case RowTeam::Ended::no:
@@ -105,7 +108,7 @@ private:
     bool at_rounding() {
         system_.multiply_absolute(x_, q_);
         const double limit = std::numeric_limits<double>::epsilon() * std::sqrt(team_.dot(q_, q_)) / norm_b_;
-        return result_.rounded = result_.residual <= limit;
+        return result_.rounded = result_.residual <= std::min(limit, largest_rounding);
     }
 
     template <typename Work>

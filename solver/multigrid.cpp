@@ -153,10 +153,12 @@ LevelStatus Multigrid::State::make_levels(LevelMatrix<3>&& matrix, RowTeam& team
     double largest_diagonal = 0;
     for (const std::int64_t k : km->diag_pos)
         if (k >= 0) largest_diagonal = std::max(largest_diagonal, std::abs(values[k]));
-    const double smallest_pivot = 1e-14 * largest_diagonal;
     const double entries = static_cast<double>(matrix.pattern.blocks()) * 9;
     complexity = 1;
-    if (std::int64_t{matrix.pattern.rows()} * 3 <= options.coarsest) return levels.coarsest.factor(matrix, 0);
+    if (std::int64_t{matrix.pattern.rows()} * 3 <= options.coarsest) {
+        const LevelStatus held = check_held(matrix, largest_diagonal, team);
+        return held == LevelStatus::ok ? levels.coarsest.factor(matrix) : held;
+    }
     levels.has_first = true;
     const auto allowed = [&] {
         return static_cast<std::int64_t>((options.most_complexity - complexity) * entries);
@@ -166,18 +168,18 @@ LevelStatus Multigrid::State::make_levels(LevelMatrix<3>&& matrix, RowTeam& team
     };
     LevelMatrix<motions> below;
     LevelStatus status =
-        make_level(std::move(matrix), {options.threshold, 0, allowed()}, team, levels.first, below);
+        make_level(std::move(matrix), {options.threshold, allowed()}, team, levels.first, below);
+    if (status == LevelStatus::ok) status = check_held(below, largest_diagonal, team);
     if (status != LevelStatus::ok) return status;
     for (count(below); std::int64_t{below.pattern.rows()} * motions > options.coarsest; count(below)) {
         LevelMatrix<motions> next;
         Level<motions> level;
-        status =
-            make_level(std::move(below), {options.threshold, smallest_pivot, allowed()}, team, level, next);
+        status = make_level(std::move(below), {options.threshold, allowed()}, team, level, next);
         if (status != LevelStatus::ok) return status;
         levels.rest.push_back(std::move(level));
         below = std::move(next);
     }
-    return levels.coarsest.factor(below, smallest_pivot);
+    return levels.coarsest.factor(below);
 }
 
 SolveStatus Multigrid::State::set_up(const EquationPlaces& places, RowTeam& team) {

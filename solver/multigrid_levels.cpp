@@ -21,7 +21,7 @@ namespace {
 // The inverse of the live part of a diagonal block, zero elsewhere, by Gauss and Jordan without pivoting,
 // which a positive definite block does not need. False where a pivot is not positive.
 template <int B>
-bool invert(const double* D, const char* live, double smallest_pivot, float* inverse) {
+bool invert(const double* D, const char* live, float* inverse) {
     constexpr double rounding = 1e-14;  // of a pivot, by its diagonal entry
     double a[B][B];
     for (int r = 0; r < B; ++r)
@@ -29,7 +29,7 @@ bool invert(const double* D, const char* live, double smallest_pivot, float* inv
     for (int k = 0; k < B; ++k) {  // in place
         if (!live[k]) continue;
         const double pivot = a[k][k];
-        if (!(pivot > std::max(smallest_pivot, rounding * D[k * B + k]))) return false;
+        if (!(pivot > rounding * std::abs(D[k * B + k]))) return false;
         a[k][k] = 1;
         for (int c = 0; c < B; ++c) a[k][c] /= pivot;
         for (int r = 0; r < B; ++r) {
@@ -47,7 +47,7 @@ bool invert(const double* D, const char* live, double smallest_pivot, float* inv
 
 // Takes A's values in single precision and inverts its diagonal blocks.
 template <int B>
-LevelStatus take_values(const LevelMatrix<B>& from, double smallest_pivot, RowTeam& team, Level<B>& level) {
+LevelStatus take_values(const LevelMatrix<B>& from, RowTeam& team, Level<B>& level) {
     constexpr int block = B * B;
     const BlockPattern& pattern = from.pattern;
     level.A.resize(pattern.blocks() * block);
@@ -67,7 +67,7 @@ LevelStatus take_values(const LevelMatrix<B>& from, double smallest_pivot, RowTe
             const auto diagonal = std::lower_bound(begin, end, i);
             if (diagonal == end || *diagonal != i ||
                 !invert<B>(row + (diagonal - begin) * block, from.live.data() + std::int64_t{i} * B,
-                           smallest_pivot, level.inverse.data() + std::int64_t{i} * block))
+                           level.inverse.data() + std::int64_t{i} * block))
                 positive = false;
         }
     });
@@ -310,9 +310,7 @@ template <int B>
 LevelStatus make_level(LevelMatrix<B>&& from, const Coarsening& how, RowTeam& team, Level<B>& level,
                        LevelMatrix<motions>& below) {
     const auto ended = [&] { return team.ended() != RowTeam::Ended::no; };
-    if (const LevelStatus taken = take_values(from, how.smallest_pivot, team, level);
-        taken != LevelStatus::ok)
-        return taken;
+    if (const LevelStatus taken = take_values(from, team, level); taken != LevelStatus::ok) return taken;
     level.pattern = std::move(from.pattern);
     level.largest = largest_eigenvalue(level, team);
     if (ended()) return LevelStatus::ended;
@@ -344,7 +342,46 @@ LevelStatus make_level(LevelMatrix<B>&& from, const Coarsening& how, RowTeam& te
 }
 
 template <int B>
-LevelStatus CoarsestLevel::factor(const LevelMatrix<B>& from, double smallest_pivot) {
+LevelStatus check_held(const LevelMatrix<B>& matrix, double scale, RowTeam& team) {
+    constexpr double nothing = 1e-11;
+    constexpr int block = B * motions;
+    const BlockPattern& pattern = matrix.pattern;
+    const Aggregates parts = find_parts(pattern, team);
+    const std::vector<double> T = make_tentative(parts, matrix.N, B, team).T;
+    std::vector<double> AT(T.size(), 0.0);
+    team.rows(pattern.rows(), [&](std::int64_t first, std::int64_t last, int) {
+        std::vector<double> buffer;
+        for (auto i = static_cast<std::int32_t>(first); i < last; ++i) {
+            buffer.resize(pattern.count(i) * B * B);
+            const double* row = matrix.load(pattern, i, buffer.data());
+            for (std::int64_t q = 0; q < pattern.count(i); ++q)
+                for (int m = 0; m < motions; ++m)
+                    add_product<B, B, 1>(row + q * B * B,
+                                         &T[std::int64_t{pattern.col[pattern.start[i] + q]} * block + m * B],
+                                         &AT[std::int64_t{i} * block + m * B]);
+        }
+    });
+    if (team.ended() != RowTeam::Ended::no) return LevelStatus::ended;
+    for (std::int32_t a = 0; a < parts.count(); ++a) {
+        double E[motions * motions] = {};  // Tᵀ A T
+        char live[motions] = {};
+        for (std::int64_t k = parts.start[a]; k < parts.start[a + 1]; ++k)
+            for (int m = 0; m < motions; ++m) {
+                const double *t = &T[std::int64_t{parts.nodes[k]} * block + m * B],
+                             *at = &AT[std::int64_t{parts.nodes[k]} * block];
+                for (int r = 0; r < B; ++r) live[m] |= t[r] != 0;
+                for (int c = 0; c < motions; ++c)
+                    for (int r = 0; r < B; ++r) E[c * motions + m] += t[r] * at[c * B + r];
+            }
+        for (int m = 0; m < motions; ++m) E[m * motions + m] -= nothing * scale;
+        float inverse[motions * motions];
+        if (!invert<motions>(E, live, inverse)) return LevelStatus::not_positive;
+    }
+    return LevelStatus::ok;
+}
+
+template <int B>
+LevelStatus CoarsestLevel::factor(const LevelMatrix<B>& from) {
     use_serial_blas();
     n_ = from.pattern.rows() * B;
     const std::size_t n = n_;
@@ -366,11 +403,7 @@ LevelStatus CoarsestLevel::factor(const LevelMatrix<B>& from, double smallest_pi
         if (!from.live[d]) L_[d * n + d] = 1.0;
     int info = 0;
     if (n > 0) dpotrf_("L", &n_, L_.data(), &n_, &info, 1);
-    if (info != 0) return LevelStatus::not_positive;
-    for (std::size_t d = 0; d < n; ++d)
-        if (from.live[d] && !(L_[d * n + d] * L_[d * n + d] > smallest_pivot))
-            return LevelStatus::not_positive;
-    return LevelStatus::ok;
+    return info == 0 ? LevelStatus::ok : LevelStatus::not_positive;
 }
 
 void CoarsestLevel::solve(double* x, int k) {
@@ -388,13 +421,15 @@ void CoarsestLevel::solve(double* x, int k) {
         for (std::size_t c = 0; c < columns; ++c) x[i * columns + c] = columns_[c * n + i];
 }
 
+template LevelStatus check_held<3>(const LevelMatrix<3>&, double, RowTeam&);
+template LevelStatus check_held<motions>(const LevelMatrix<motions>&, double, RowTeam&);
 template struct Level<3>;
 template struct Level<motions>;
 template LevelStatus make_level<3>(LevelMatrix<3>&&, const Coarsening&, RowTeam&, Level<3>&,
                                    LevelMatrix<motions>&);
 template LevelStatus make_level<motions>(LevelMatrix<motions>&&, const Coarsening&, RowTeam&, Level<motions>&,
                                          LevelMatrix<motions>&);
-template LevelStatus CoarsestLevel::factor<3>(const LevelMatrix<3>&, double);
-template LevelStatus CoarsestLevel::factor<motions>(const LevelMatrix<motions>&, double);
+template LevelStatus CoarsestLevel::factor<3>(const LevelMatrix<3>&);
+template LevelStatus CoarsestLevel::factor<motions>(const LevelMatrix<motions>&);
 
 }  // namespace kestralum

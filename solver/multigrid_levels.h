@@ -49,7 +49,6 @@ enum class LevelStatus { ok, ended, not_positive, not_finite };
 
 struct Coarsening {
     double threshold;           // of strong connections, see find_connections()
-    double smallest_pivot;      // at or below it the matrix is not positive definite
     std::int64_t most_entries;  // of the matrix below; more are only taken with threshold 0
 };
 
@@ -58,12 +57,17 @@ template <int B>
 LevelStatus make_level(LevelMatrix<B>&& from, const Coarsening& how, RowTeam& team, Level<B>& level,
                        LevelMatrix<motions>& below);
 
+// ok where every part of the matrix that is coupled to nothing else resists each of its rigid motions v:
+// vᵀ A v > 1e-11 vᵀ v scale, far above what rounding makes of nothing and below what any support gives.
+template <int B>
+LevelStatus check_held(const LevelMatrix<B>& matrix, double scale, RowTeam& team);
+
 // The level below all others: a dense Cholesky factor.
 class CoarsestLevel {
 public:
     // `ended` only where memory is missing
     template <int B>
-    LevelStatus factor(const LevelMatrix<B>& from, double smallest_pivot);
+    LevelStatus factor(const LevelMatrix<B>& from);
     // In place; x is n × k, row-major.
     void solve(double* x, int k);
     std::int32_t n() const { return n_; }

@@ -37,8 +37,8 @@ public:
     bool rows(std::int64_t count, const Work& work, std::int64_t piece = 512) {
         const std::int64_t pieces = (count + piece - 1) / piece;
         const auto take = [&](std::int64_t p, int thread) {
-            if (!goes_on()) return;
             try {
+                if (!goes_on()) return;
                 work(p * piece, std::min(count, (p + 1) * piece), thread);
             } catch (...) {  // no exception may leave a thread
                 out_of_memory();
