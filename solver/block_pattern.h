@@ -10,6 +10,8 @@
 
 namespace kestralum {
 
+inline constexpr int motions = 6;  // of a rigid body
+
 // Row i holds blocks start[i] … start[i + 1] - 1 with ascending columns.
 struct BlockPattern {
     std::vector<std::int64_t> start{0};  // rows + 1

@@ -118,7 +118,7 @@ private:
             [&](std::int64_t first, std::int64_t last, int) {
                 for (std::int64_t i = first; i < last; ++i) work(i);
             },
-            4096);
+            16384);
     }
 
     const PositiveSystem& system_;

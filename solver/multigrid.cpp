@@ -6,105 +6,9 @@
 
 #include "model/format.h"
 #include "solver/multigrid_cycle.h"
+#include "solver/padded_equations.h"
 
 namespace kestralum {
-
-namespace {
-
-// The equations as rows of blocks of three, one for every node that has any; directions without an equation
-// are rows of zeros.
-struct PaddedEquations {
-    std::vector<std::int32_t> place;  // equations: 3 · block row + direction
-    std::vector<std::int32_t> first;  // block rows + 1: first equation
-    std::vector<std::int32_t> node;   // block rows
-
-    std::int32_t rows() const { return static_cast<std::int32_t>(node.size()); }
-};
-
-PaddedEquations pad(std::span<const std::int32_t> dof) {
-    PaddedEquations out;
-    for (std::size_t e = 0; e < dof.size(); ++e) {
-        if (out.node.empty() || out.node.back() != dof[e] / 3) {
-            out.node.push_back(dof[e] / 3);
-            out.first.push_back(static_cast<std::int32_t>(e));
-        }
-        out.place.push_back(3 * (out.rows() - 1) + dof[e] % 3);
-    }
-    out.first.push_back(static_cast<std::int32_t>(dof.size()));
-    return out;
-}
-
-BlockPattern pattern_of(const SparseKM& km, const PaddedEquations& equations, RowTeam& team) {
-    return make_pattern(equations.rows(), equations.rows(), team, [&](std::int32_t i, const auto& take) {
-        for (std::int32_t e = equations.first[i]; e < equations.first[i + 1]; ++e)
-            for (std::int64_t k = km.row_start[e]; k < km.row_start[e] + km.row_count[e]; ++k)
-                take(equations.place[km.col_index[k]] / 3);
-    });
-}
-
-// Block row i in double precision.
-void load_row(const SparseKM& km, std::span<const double> values, const PaddedEquations& equations,
-              const BlockPattern& pattern, std::int32_t i, double* to) {
-    const std::int32_t* col = pattern.col.data() + pattern.start[i];
-    std::fill_n(to, pattern.count(i) * 9, 0.0);
-    for (std::int32_t e = equations.first[i]; e < equations.first[i + 1]; ++e) {
-        const int r = equations.place[e] % 3;
-        std::int64_t q = 0;
-        for (std::int64_t k = km.row_start[e]; k < km.row_start[e] + km.row_count[e]; ++k) {
-            const std::int32_t place = equations.place[km.col_index[k]];
-            while (col[q] < place / 3) ++q;
-            to[q * 9 + place % 3 * 3 + r] = values[k];
-        }
-    }
-}
-
-// The six motions of a rigid body (turns about the middle, of its size) at the live degrees of freedom.
-std::vector<double> rigid_motions(const PaddedEquations& equations, std::span<const double> coordinates,
-                                  const std::vector<char>& live) {
-    const std::size_t rows = equations.rows();
-    double middle[3] = {}, size = 0;
-    for (const std::size_t n : equations.node)
-        for (std::size_t d = 0; d < 3; ++d) middle[d] += coordinates[3 * n + d] / static_cast<double>(rows);
-    for (const std::size_t n : equations.node)
-        for (std::size_t d = 0; d < 3; ++d)
-            size = std::max(size, std::abs(coordinates[3 * n + d] - middle[d]));
-    std::vector<double> N(rows * 18, 0.0);
-    for (std::size_t i = 0; i < rows; ++i) {
-        double x[3];
-        for (std::size_t d = 0; d < 3; ++d)
-            x[d] = size > 0 ? (coordinates[3 * std::size_t(equations.node[i]) + d] - middle[d]) / size : 0.0;
-        const double turn[3][3] = {{0, x[2], -x[1]}, {-x[2], 0, x[0]}, {x[1], -x[0], 0}};
-        for (std::size_t d = 0; d < 3; ++d) {
-            if (!live[3 * i + d]) continue;
-            double* row = &N[(3 * i + d) * motions];
-            row[d] = 1;
-            std::copy_n(turn[d], 3, row + 3);
-        }
-    }
-    return N;
-}
-
-bool all_finite(std::span<const double> values) {
-    return std::all_of(values.begin(), values.end(), [](double v) { return std::isfinite(v); });
-}
-
-// What does not fit, empty when all does.
-std::string find_fault(const SparseKM& km, std::span<const double> values, const EquationPlaces& places) {
-    if (places.dof.size() != std::size_t(km.rows()) || values.size() != std::size_t(km.entries()))
-        return formatted("a matrix of %d equations and %ld values comes with %zu places and %zu values",
-                         km.rows(), static_cast<long>(km.entries()), places.dof.size(), values.size());
-    for (std::size_t e = 0; e < places.dof.size(); ++e) {
-        const std::int64_t dof = places.dof[e];
-        if (dof < 0 || (e > 0 && dof <= places.dof[e - 1]) ||
-            std::size_t(dof) / 3 * 3 + 3 > places.coordinates.size())
-            return formatted("equation %zu has no place", e);
-    }
-    if (!all_finite(values)) return "the matrix has entries that are no numbers";
-    if (!all_finite(places.coordinates)) return "a node's coordinates are no numbers";
-    return {};
-}
-
-}  // namespace
 
 struct Multigrid::State {
     MultigridOptions options;
@@ -121,7 +25,6 @@ struct Multigrid::State {
 
     SolveStatus set_up(const EquationPlaces& places, RowTeam& team);
     LevelStatus make_levels(LevelMatrix<3>&& matrix, RowTeam& team);
-    void multiply(RowTeam& team, std::span<const double> x, std::span<double> y, bool absolute) const;
     template <int K>
     void cycle(RowTeam& team, const double* b, double* x);
     SolveStatus fail(SolveStatus why, std::string text = {});
@@ -189,6 +92,7 @@ SolveStatus Multigrid::State::set_up(const EquationPlaces& places, RowTeam& team
     LevelMatrix<3> matrix;
     matrix.pattern = pattern_of(*km, equations, team);
     if (team.ended() != RowTeam::Ended::no) return fail(team.ended());
+    equations.whole = find_whole(*km, equations, team);
     matrix.live.assign(std::size_t(equations.rows()) * 3, 0);
     for (const std::int32_t place : equations.place) matrix.live[place] = 1;
     matrix.N = rigid_motions(equations, places.coordinates, matrix.live);
@@ -211,27 +115,6 @@ SolveStatus Multigrid::State::set_up(const EquationPlaces& places, RowTeam& team
     return SolveStatus::ok;
 }
 
-void Multigrid::State::multiply(RowTeam& team, std::span<const double> x, std::span<double> y,
-                                bool absolute) const {
-    team.rows(
-        km->rows(),
-        [&](std::int64_t first, std::int64_t last, int) {
-            const std::int32_t* col = km->col_index.data();
-            const double *a = values.data(), *from = x.data();
-            for (std::int64_t r = first; r < last; ++r) {
-                const std::int64_t end = km->row_start[r] + km->row_count[r];
-                double sum = 0;
-                if (absolute)
-                    for (std::int64_t k = km->row_start[r]; k < end; ++k)
-                        sum += std::abs(a[k] * from[col[k]]);
-                else
-                    for (std::int64_t k = km->row_start[r]; k < end; ++k) sum += a[k] * from[col[k]];
-                y[r] = sum;
-            }
-        },
-        1024);
-}
-
 // x = about A⁻¹ b for K columns of length rows(); may be the same.
 template <int K>
 void Multigrid::State::cycle(RowTeam& team, const double* b, double* x) {
@@ -246,7 +129,7 @@ void Multigrid::State::cycle(RowTeam& team, const double* b, double* x) {
             for (std::int64_t e = first; e < last; ++e)
                 for (int k = 0; k < K; ++k) in[std::int64_t{place[e]} * K + k] = b[k * n + e];
         },
-        4096);
+        16384);
     const double* out = run_cycle<K>(levels, vectors, team).data();
     team.rows(
         n,
@@ -254,7 +137,7 @@ void Multigrid::State::cycle(RowTeam& team, const double* b, double* x) {
             for (std::int64_t e = first; e < last; ++e)
                 for (int k = 0; k < K; ++k) x[k * n + e] = out[std::int64_t{place[e]} * K + k];
         },
-        4096);
+        16384);
 }
 
 Multigrid::Multigrid(const MultigridOptions& options) : state_(std::make_unique<State>()) {
@@ -290,12 +173,15 @@ SolveStatus Multigrid::solve(std::span<double> x, const IterationLimits& limits,
         return s.fail(SolveStatus::bad_input, "no levels have been made for equations of this number");
     try {
         RowTeam team(s.threads, progress);
-        const PositiveSystem system{
-            [&](std::span<const double> from, std::span<double> to) { s.multiply(team, from, to, false); },
-            [&](std::span<const double> from, std::span<double> to) { s.multiply(team, from, to, true); },
-            [&](std::span<const double> from, std::span<double> to) {
-                s.cycle<1>(team, from.data(), to.data());
-            }};
+        const PositiveSystem system{[&](std::span<const double> from, std::span<double> to) {
+                                        multiply(*s.km, s.values, s.equations, from, to, team);
+                                    },
+                                    [&](std::span<const double> from, std::span<double> to) {
+                                        multiply_absolute(*s.km, s.values, from, to, team);
+                                    },
+                                    [&](std::span<const double> from, std::span<double> to) {
+                                        s.cycle<1>(team, from.data(), to.data());
+                                    }};
         s.result = conjugate_gradients(system, team, x, limits);
     } catch (const std::bad_alloc&) {
         s.result.status = SolveStatus::out_of_memory;
@@ -348,7 +234,8 @@ double Multigrid::megabytes() const {
     const State& s = *state_;
     double sum = s.single.megabytes() + s.group.megabytes() + s.levels.coarsest.megabytes() +
                  s.levels.first.megabytes() + megabytes_of(s.equations.place) +
-                 megabytes_of(s.equations.first) + megabytes_of(s.equations.node);
+                 megabytes_of(s.equations.whole) + megabytes_of(s.equations.first) +
+                 megabytes_of(s.equations.node);
     for (const Level<motions>& level : s.levels.rest) sum += level.megabytes();
     return sum;
 }

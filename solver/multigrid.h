@@ -12,15 +12,9 @@
 
 #include "model/progress.h"
 #include "solver/conjugate_gradients.h"
-#include "solver/sparse.h"
+#include "solver/padded_equations.h"
 
 namespace kestralum {
-
-// Where the equations stand.
-struct EquationPlaces {
-    std::span<const std::int32_t> dof;  // equations: 3 · node + direction, ascending; any of a node's three
-    std::span<const double> coordinates;  // 3 · nodes, m
-};
 
 struct MultigridOptions {
     double threshold =
@@ -50,7 +44,7 @@ public:
                       const Progress* progress = nullptr);
 
     // One cycle, x := about A⁻¹ x, on k columns one after the other (n × k): a symmetric positive definite
-    // operator, the same for every column.
+    // operator, within single precision and for every column within rounding the same.
     SolveStatus precondition(std::span<double> x, std::int32_t k = 1, const Progress* progress = nullptr);
 
     std::string error() const;

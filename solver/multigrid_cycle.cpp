@@ -27,10 +27,10 @@ struct Sweep {
 
     // s = b - A x of row i
     void residual_of_row(std::int64_t i, const double* x, double* s) const {
-        double product[B * K] = {};
-        for (std::int64_t q = level.pattern.start[i]; q < level.pattern.start[i + 1]; ++q)
-            add_product<B, B, K>(&level.A[q * B * B], x + std::int64_t{level.pattern.col[q]} * B * K,
-                                 product);
+        double product[B * K];
+        const std::int64_t q = level.pattern.start[i];
+        multiply_row<B, B, K>(&level.A[q * B * B], level.pattern.col.data() + q, level.pattern.count(i), x,
+                              product);
         for (int r = 0; r < B * K; ++r) s[r] = v.b[i * B * K + r] - product[r];
     }
 
@@ -77,11 +77,13 @@ struct Sweep {
     // y += P below
     void prolong(const std::vector<double>& below) const {
         team.rows(level.nodes(), [&](std::int64_t first, std::int64_t last, int) {
-            for (std::int64_t i = first; i < last; ++i)
-                for (std::int64_t q = level.p_pattern.start[i]; q < level.p_pattern.start[i + 1]; ++q)
-                    add_product<B, motions, K>(&level.P[q * B * motions],
-                                               &below[std::int64_t{level.p_pattern.col[q]} * motions * K],
-                                               &v.y[i * B * K]);
+            for (std::int64_t i = first; i < last; ++i) {
+                double s[B * K];
+                const std::int64_t q = level.p_pattern.start[i];
+                multiply_row<B, motions, K>(level.P.data() + q * B * motions, level.p_pattern.col.data() + q,
+                                            level.p_pattern.count(i), below.data(), s);
+                for (int r = 0; r < B * K; ++r) v.y[i * B * K + r] += s[r];
+            }
         });
     }
 };

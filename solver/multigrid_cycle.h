@@ -24,7 +24,7 @@ private:
 };
 
 // One cycle on K = 1 or 4 columns: about A⁻¹ b of the first level's b, which stays as it is, into the vector
-// that is returned. A column's result does not depend on those beside it. Junk where the team gives up.
+// that is returned. Junk where the team gives up.
 template <int K>
 const std::vector<double>& run_cycle(Hierarchy& levels, CycleVectors& vectors, RowTeam& team);
 

@@ -6,13 +6,7 @@
 
 #include "solver/aggregates.h"
 #include "solver/block_kernels.h"
-#include "solver/panels.h"
-
-extern "C" {
-void dpotrf_(const char* triangle, const int* n, double* a, const int* lda, int* info, std::size_t);
-void dpotrs_(const char* triangle, const int* n, const int* columns, const double* a, const int* lda,
-             double* b, const int* ldb, int* info, std::size_t);
-}
+#include "solver/galerkin.h"
 
 namespace kestralum {
 
@@ -120,9 +114,10 @@ double largest_eigenvalue(const Level<B>& level, RowTeam& team) {
     for (int round = 0; round < rounds && team.goes_on(); ++round) {
         team.rows(nodes, [&](std::int64_t first, std::int64_t last, int) {
             for (std::int64_t i = first; i < last; ++i) {
-                double s[B] = {}, z[B] = {};
-                for (std::int64_t q = level.pattern.start[i]; q < level.pattern.start[i + 1]; ++q)
-                    add_product<B, B, 1>(&level.A[q * block], &x[std::int64_t{level.pattern.col[q]} * B], s);
+                double s[B], z[B] = {};
+                const std::int64_t q = level.pattern.start[i];
+                multiply_row<B, B, 1>(&level.A[q * block], level.pattern.col.data() + q,
+                                      level.pattern.count(i), x.data(), s);
                 add_product<B, B, 1>(&level.inverse[i * block], s, z);
                 for (int r = 0; r < B; ++r) y[i * B + r] = z[r] / length;
             }
@@ -140,20 +135,6 @@ BlockPattern prolongation_pattern(const BlockPattern& A, const Aggregates& aggre
             if (const std::int32_t a = aggregates.of_node[A.col[q]]; a >= 0) take(a);
     });
 }
-
-// Columns of one row and where they stand in it; one table for each thread.
-class PlaceTable {
-public:
-    explicit PlaceTable(std::int32_t columns) : place_(columns) {}
-    void set(const BlockPattern& pattern, std::int64_t row) {
-        const std::int32_t* col = pattern.col.data() + pattern.start[row];
-        for (std::int32_t q = 0; q < pattern.count(row); ++q) place_[col[q]] = q;
-    }
-    std::int64_t operator[](std::int32_t column) const { return place_[column]; }
-
-private:
-    std::vector<std::int32_t> place_;
-};
 
 // P = (I - ω D⁻¹ A) T with ω = 4/3 / the largest eigenvalue of D⁻¹A.
 template <int B>
@@ -191,111 +172,6 @@ void smooth_prolongation(const LevelMatrix<B>& from, const Aggregates& aggregate
         }
     });
 }
-
-// The matrix below, Pᵀ A P, by slabs of rows of A: those of A P, then what they add to each row below, in
-// ascending order of the slabs and of the rows in them.
-template <int B>
-class Galerkin {
-public:
-    Galerkin(const LevelMatrix<B>& from, const Level<B>& level, RowTeam& team)
-        : from_(from), level_(level), team_(team) {}
-
-    // The pattern of Pᵀ A P; keeps that of A P.
-    BlockPattern pattern() {
-        const BlockPattern &A = level_.pattern, &P = level_.p_pattern;
-        AP_ = make_pattern(A.rows(), P.columns, team_, [&](std::int32_t i, const auto& take) {
-            for (std::int64_t q = A.start[i]; q < A.start[i + 1]; ++q)
-                for (std::int64_t p = P.start[A.col[q]]; p < P.start[A.col[q] + 1]; ++p) take(P.col[p]);
-        });
-        const ColumnLists& lists = level_.p_columns;
-        if (team_.ended() != RowTeam::Ended::no) return {};
-        return make_pattern(P.columns, P.columns, team_, [&](std::int32_t k, const auto& take) {
-            for (std::int64_t e = lists.start[k]; e < lists.start[k + 1]; ++e)
-                for (std::int64_t q = AP_.start[lists.row[e]]; q < AP_.start[lists.row[e] + 1]; ++q)
-                    take(AP_.col[q]);
-        });
-    }
-
-    // Blocks of `below`, the pattern above; not whole where the team gives up.
-    std::vector<double> values(const BlockPattern& below) {
-        constexpr std::int32_t slab = 8192;
-        std::vector<double> out(below.blocks() * motions * motions, 0.0);
-        places_.assign(team_.threads(), PlaceTable(below.columns));
-        next_.assign(level_.p_columns.start.begin(), level_.p_columns.start.end() - 1);
-        for (std::int32_t first = 0; first < level_.nodes() && team_.goes_on(); first += slab) {
-            const std::int32_t last = std::min(first + slab, level_.nodes());
-            multiply_slab(first, last);
-            add_slab(first, last, below, out);
-        }
-        return out;
-    }
-
-private:
-    static constexpr int p_block = B * motions;
-
-    void multiply_slab(std::int32_t first, std::int32_t last) {
-        const BlockPattern &A = level_.pattern, &P = level_.p_pattern;
-        product_.assign((AP_.start[last] - AP_.start[first]) * p_block, 0.0);
-        const auto work = [&](std::int64_t begin, std::int64_t end, int thread) {
-            std::vector<double> buffer;
-            PlaceTable& place = places_[thread];
-            for (auto i = static_cast<std::int32_t>(first + begin); i < first + end; ++i) {
-                buffer.resize(A.count(i) * B * B);
-                const double* row = from_.load(A, i, buffer.data());
-                place.set(AP_, i);
-                double* to = product_.data() + (AP_.start[i] - AP_.start[first]) * p_block;
-                for (std::int64_t q = 0; q < A.count(i); ++q) {
-                    const std::int64_t j = A.col[A.start[i] + q];
-                    for (std::int64_t p = P.start[j]; p < P.start[j + 1]; ++p) {
-                        double* z = to + place[P.col[p]] * p_block;
-                        const float* b = &level_.P[p * p_block];
-                        for (int m = 0; m < motions; ++m) {
-                            double x[B];
-                            for (int c = 0; c < B; ++c) x[c] = b[m * B + c];
-                            add_product<B, B, 1>(row + q * B * B, x, z + m * B);
-                        }
-                    }
-                }
-            }
-        };
-        team_.rows(last - first, work, 256);
-    }
-
-    void add_slab(std::int32_t first, std::int32_t last, const BlockPattern& below,
-                  std::vector<double>& out) {
-        const ColumnLists& lists = level_.p_columns;
-        const auto work = [&](std::int64_t begin, std::int64_t end, int thread) {
-            PlaceTable& place = places_[thread];
-            for (std::int64_t k = begin; k < end; ++k) {
-                if (next_[k] == lists.start[k + 1] || lists.row[next_[k]] >= last) continue;
-                place.set(below, k);
-                double* to = out.data() + below.start[k] * motions * motions;
-                for (; next_[k] < lists.start[k + 1] && lists.row[next_[k]] < last; ++next_[k]) {
-                    double pt[p_block];  // Pᵀ of the entry: motions × B, column-major
-                    const float* p = &level_.P[lists.entry[next_[k]] * p_block];
-                    for (int r = 0; r < B; ++r)
-                        for (int m = 0; m < motions; ++m) pt[r * motions + m] = p[m * B + r];
-                    const std::int64_t i = lists.row[next_[k]];
-                    const double* x = product_.data() + (AP_.start[i] - AP_.start[first]) * p_block;
-                    for (std::int64_t q = AP_.start[i]; q < AP_.start[i + 1]; ++q, x += p_block) {
-                        double* z = to + place[AP_.col[q]] * motions * motions;
-                        for (int m = 0; m < motions; ++m)
-                            add_product<motions, B, 1>(pt, x + m * B, z + m * motions);
-                    }
-                }
-            }
-        };
-        team_.rows(below.rows(), work, 64);
-    }
-
-    const LevelMatrix<B>& from_;
-    const Level<B>& level_;
-    RowTeam& team_;
-    BlockPattern AP_;
-    std::vector<double> product_;  // blocks of A P in the slab
-    std::vector<PlaceTable> places_;
-    std::vector<std::int64_t> next_;  // columns of P: first entry that no slab has had
-};
 
 }  // namespace
 
@@ -380,47 +256,6 @@ LevelStatus check_held(const LevelMatrix<B>& matrix, double scale, RowTeam& team
     return LevelStatus::ok;
 }
 
-template <int B>
-LevelStatus CoarsestLevel::factor(const LevelMatrix<B>& from) {
-    use_serial_blas();
-    n_ = from.pattern.rows() * B;
-    const std::size_t n = n_;
-    L_.assign(n * n, 0.0);
-    std::vector<double> buffer;
-    for (std::int32_t i = 0; i < from.pattern.rows(); ++i) {
-        buffer.resize(from.pattern.count(i) * B * B);
-        const double* row = from.load(from.pattern, i, buffer.data());
-        for (std::int64_t q = 0; q < from.pattern.count(i); ++q)
-            for (int c = 0; c < B; ++c)
-                for (int r = 0; r < B; ++r) {
-                    const std::size_t column = from.pattern.col[from.pattern.start[i] + q] * B + c;
-                    L_[column * n + i * B + r] = row[(q * B + c) * B + r];
-                }
-    }
-    if (!std::all_of(L_.begin(), L_.end(), [](double a) { return std::isfinite(a); }))
-        return LevelStatus::not_finite;
-    for (std::size_t d = 0; d < n; ++d)
-        if (!from.live[d]) L_[d * n + d] = 1.0;
-    int info = 0;
-    if (n > 0) dpotrf_("L", &n_, L_.data(), &n_, &info, 1);
-    return info == 0 ? LevelStatus::ok : LevelStatus::not_positive;
-}
-
-void CoarsestLevel::solve(double* x, int k) {
-    if (n_ == 0) return;
-    const std::size_t n = n_, columns = k;
-    columns_.resize(n * columns);
-    for (std::size_t i = 0; i < n; ++i)
-        for (std::size_t c = 0; c < columns; ++c) columns_[c * n + i] = x[i * columns + c];
-    int info = 0;
-    for (std::size_t c = 0; c < columns; ++c) {  // one by one: a column's value does not know the others
-        const int one = 1;
-        dpotrs_("L", &n_, &one, L_.data(), &n_, columns_.data() + c * n, &n_, &info, 1);
-    }
-    for (std::size_t i = 0; i < n; ++i)
-        for (std::size_t c = 0; c < columns; ++c) x[i * columns + c] = columns_[c * n + i];
-}
-
 template LevelStatus check_held<3>(const LevelMatrix<3>&, double, RowTeam&);
 template LevelStatus check_held<motions>(const LevelMatrix<motions>&, double, RowTeam&);
 template struct Level<3>;
@@ -429,7 +264,5 @@ template LevelStatus make_level<3>(LevelMatrix<3>&&, const Coarsening&, RowTeam&
                                    LevelMatrix<motions>&);
 template LevelStatus make_level<motions>(LevelMatrix<motions>&&, const Coarsening&, RowTeam&, Level<motions>&,
                                          LevelMatrix<motions>&);
-template LevelStatus CoarsestLevel::factor<3>(const LevelMatrix<3>&);
-template LevelStatus CoarsestLevel::factor<motions>(const LevelMatrix<motions>&);
 
 }  // namespace kestralum

@@ -16,8 +16,6 @@
 
 namespace kestralum {
 
-inline constexpr int motions = 6;
-
 // One row of A in double precision, borrowed or made in `buffer` (its blocks · B² values).
 using LoadRow = std::function<const double*(const BlockPattern& pattern, std::int32_t row, double* buffer)>;
 

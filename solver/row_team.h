@@ -31,8 +31,8 @@ public:
     }
     void out_of_memory() { ended_.store(Ended::out_of_memory, std::memory_order_relaxed); }
 
-    // work(first, last, thread) for pieces of [0, count); whoever comes takes the next one, so a piece may
-    // write only what is its own. False: given up, the rest was not done.
+    // work(first, last, thread) for pieces of [0, count), each worth some fifty microseconds; whoever comes
+    // takes the next one, so a piece may write only what is its own. False: given up, the rest was not done.
     template <typename Work>
     bool rows(std::int64_t count, const Work& work, std::int64_t piece = 512) {
         const std::int64_t pieces = (count + piece - 1) / piece;
@@ -44,7 +44,7 @@ public:
                 out_of_memory();
             }
         };
-        if (threads_ == 1 || pieces <= 1) {
+        if (threads_ == 1 || pieces < worth_a_team) {
             for (std::int64_t p = 0; p < pieces; ++p) take(p, 0);
         } else {
 #pragma omp parallel for schedule(dynamic, 1) num_threads(threads_)
@@ -56,7 +56,7 @@ public:
     // Σ value(i) over [0, count): by pieces of a fixed length, these one after the other.
     template <typename Value>
     double sum(std::int64_t count, const Value& value) {
-        constexpr std::int64_t piece = 4096;
+        constexpr std::int64_t piece = 16384;
         sums_.assign((count + piece - 1) / piece, 0.0);
         rows(
             count,
@@ -76,6 +76,7 @@ public:
     }
 
 private:
+    static constexpr std::int64_t worth_a_team = 4;  // pieces
     const int threads_;
     const Progress* const progress_;
     std::atomic<Ended> ended_{Ended::no};
