@@ -106,6 +106,11 @@ private:
                              int threads, const Progress* progress);
     void take_panel(const Operation& operation, std::int32_t I, Scratch& scratch, double* x, std::int32_t k,
                     bool single) const;
+    // Of a kept factor, one right-hand side: x := A⁻¹ x or W⁻ᵀ x, on all threads.
+    bool solve_one(double* x, const Progress* progress);
+    FactorStatus solve_forward_one(double* x, const Progress* progress) const;
+    FactorStatus solve_backward_one(double* x, const Progress* progress) const;
+    void solve_triangle_one(std::int32_t I, double* room, double* x, bool transposed) const;
     // The kept panel's or, read into `buffer`, the spilled panel's row i from its first column on.
     const double* row_of(std::int32_t i, const double* buffer) const;
     bool read_panel(std::int32_t I, double* buffer);

@@ -23,13 +23,14 @@ namespace kestralum {
 namespace {
 
 // Symmetric, diagonally dominant with diagonal entries of both signs, rows reaching back by ragged
-// lengths up to `band` - 1, about `fill` of the entries between present.
-SparseKM random_matrix(int n, int band, double fill, unsigned seed) {
+// lengths up to `band` - 1 (from row `even` on by all of it), about `fill` of the entries between present.
+SparseKM random_matrix(int n, int band, double fill, unsigned seed, int even = 1 << 30) {
     std::mt19937 random(seed);
     std::uniform_real_distribution<double> value(-1, 1), chance(0, 1);
     std::vector<std::map<int, double>> rows(n);
     for (int i = 1; i < n; ++i) {
-        const int reach = static_cast<int>(random() % (std::min(i, band - 1) + 1));
+        const int longest = std::min(i, band - 1),
+                  reach = i < even ? static_cast<int>(random() % (longest + 1)) : longest;
         for (int j = i - reach; j < i; ++j)
             if (j == i - reach || chance(random) < fill) rows[i][j] = rows[j][i] = value(random);
     }
@@ -205,6 +206,26 @@ TEST_F(FactorFiles, ACancelAndMissingMemoryEndAFactorAndASolve) {
             EXPECT_FALSE(factor.solve_ldl(x, k, &ending));
             EXPECT_EQ(factor.error(), said);
         }
+    }
+}
+
+// Panels of all kinds; a factor that is read back solves on one thread, panel after panel.
+TEST_F(FactorFiles, OneRightHandSideHasTheSameBytesOnAnyNumberOfThreads) {
+    const SparseKM km = random_matrix(1500, 401, 0.02, 8, 700);
+    const Profile profile = make_profile(km);
+    for (const int panel_rows : {0, 40, 300}) {
+        std::vector<double> read_back = right_hand_sides(1500, 1);
+        SkylineFactor spilled(profile, cut(profile, {0, 1500}), options(1, false, panel_rows));
+        ASSERT_EQ(spilled.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
+        ASSERT_TRUE(spilled.solve_ldl(read_back));
+        for (const int threads : {1, 2, 5})
+            for (int again = 0; again < 10; ++again) {
+                std::vector<double> x = right_hand_sides(1500, 1);
+                SkylineFactor factor(profile, cut(profile, {0, 1500}), options(threads, true, panel_rows));
+                ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
+                ASSERT_TRUE(factor.solve_ldl(x));
+                ASSERT_TRUE(x == read_back) << threads << " threads, panels of " << panel_rows;
+            }
     }
 }
 
