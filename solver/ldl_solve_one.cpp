@@ -25,10 +25,17 @@ struct Team {
 
     void fail(FactorStatus why) { status = why; }
     bool given_up() const { return status.load(std::memory_order_relaxed) != FactorStatus::ok; }
-    bool wait_for(const std::atomic<char>& flag) const {
+    // Brings what comes next, begin … end, to the cache meanwhile.
+    bool wait_for(const std::atomic<char>& flag, const double* begin = nullptr,
+                  const double* end = nullptr) const {
+        constexpr std::ptrdiff_t line = 8, lines = 16;
         while (!flag.load(std::memory_order_acquire)) {
             if (given_up()) return false;
-            sched_yield();
+            if (begin == end) sched_yield();
+            for (std::ptrdiff_t k = 0; k < lines && begin != end; ++k) {
+                __builtin_prefetch(begin);
+                begin += std::min(line, end - begin);
+            }
         }
         return true;
     }
@@ -40,6 +47,7 @@ bool is_small(const PanelGrid& grid) {
     return grid.kept_start.back() < doubles * grid.panels();
 }
 
+// For packed panels.
 struct Room {
     Block rows, triangle;
 };
@@ -49,8 +57,10 @@ template <typename Work>
 FactorStatus take_tasks(Team& team, const PanelGrid& grid, int threads, std::int64_t doubles,
                         std::int32_t tasks, const Work& work) {
     if (is_small(grid)) threads = 1;
+    const bool packed = grid.largest_packed_panel() > 0;
     const auto take = [&] {
-        const Room room{allocate_block(doubles), allocate_block(std::int64_t{grid.nb} * grid.nb)};
+        const Room room{allocate_block(packed ? doubles : 0),
+                        allocate_block(packed ? std::int64_t{grid.nb} * grid.nb : 0)};
         if (!room.rows || !room.triangle) return team.fail(FactorStatus::out_of_memory);
         for (std::int32_t t = team.next++; t < tasks && !team.given_up(); t = team.next++) {
             if (team.progress && team.progress->cancelled()) return team.fail(FactorStatus::cancelled);
@@ -84,10 +94,10 @@ std::vector<RowTask> row_tasks(const PanelGrid& grid) {
     return tasks;
 }
 
-struct ColumnTask {  // all rows of a panel against some columns before its triangle
+struct ColumnTask {  // all rows of a panel against some columns before its triangle, or its triangle
     std::int32_t panel, begin, end;
-    std::int32_t former;  // task on the same columns that comes before, -1: none
-    bool triangle;        // begins with the panel's triangle, whose columns are among these
+    std::int32_t former;  // task on these columns, or on the triangle's, that comes before, -1: none
+    bool triangle;
 };
 
 std::int32_t columns_of_task(const PanelGrid& grid) {
@@ -95,18 +105,28 @@ std::int32_t columns_of_task(const PanelGrid& grid) {
     return (least + grid.nb - 1) / grid.nb * grid.nb;
 }
 
-// Panels from the last to the first; of each the columns from right to left: those that the next triangle
-// waits for come first.
+// Panels from the last to the first; of each the columns from right to left. The next triangle comes as soon
+// as its columns are done: it has the other threads' work on the rest beside it.
 std::vector<ColumnTask> column_tasks(const PanelGrid& grid) {
     const std::int32_t some = columns_of_task(grid);
     std::vector<ColumnTask> tasks;
     std::vector<std::int32_t> last(grid.n / some + 1, -1);  // task on each range of columns
+    const auto add_triangle = [&](std::int32_t I) {
+        const std::int32_t begin = grid.row_begin(I);
+        tasks.push_back({I, begin, grid.row_end(I), last[begin / some], true});
+    };
+    add_triangle(grid.panels() - 1);
     for (std::int32_t I = grid.panels() - 1; I >= 0; --I) {
         const std::int32_t row = grid.row_begin(I), first = grid.first_col[I];
-        for (std::int32_t c = row / some; c >= first / some; --c) {
-            tasks.push_back(
-                {I, std::max(first, c * some), std::min(row, (c + 1) * some), last[c], c == row / some});
-            last[c] = static_cast<std::int32_t>(tasks.size()) - 1;
+        const std::int32_t next =
+            I > 0 ? grid.row_begin(I - 1) / some : row / some + 1;  // the next triangle's
+        for (std::int32_t c = row / some; c >= first / some || c == next; --c) {
+            const std::int32_t begin = std::max(first, c * some), end = std::min(row, (c + 1) * some);
+            if (begin < end) {
+                tasks.push_back({I, begin, end, last[c], false});
+                last[c] = static_cast<std::int32_t>(tasks.size()) - 1;
+            }
+            if (c == next) add_triangle(I - 1);
         }
     }
     return tasks;
@@ -139,7 +159,10 @@ FactorStatus SkylineFactor::solve_forward_one(double* x, const Progress* progres
         doubles = std::max(doubles, std::int64_t{task.rows} * grid_.ld[task.panel]);
     const auto work = [&](std::int32_t t, const Room& room) {
         const auto [I, row, rows] = tasks[t];
-        if (I > 0 && !team.wait_for(solved[I - 1])) return false;
+        const std::int32_t last = row + rows - 1;
+        if (I > 0 &&
+            !team.wait_for(solved[I - 1], panels_.row(row), panels_.row(last) + profile_.height[last]))
+            return false;
         const std::int32_t first = grid_.first_col[I], width = grid_.row_begin(I) - first;
         if (width > 0)
             cblas_dgemv(CblasColMajor, CblasTrans, width, rows, -1.0,
@@ -166,9 +189,9 @@ FactorStatus SkylineFactor::solve_backward_one(double* x, const Progress* progre
         if (task.triangle) {
             solve_triangle_one(I, room.triangle.get(), x, true);
             solved[I].store(1, std::memory_order_release);
-        } else if (!team.wait_for(solved[I])) {
-            return false;
+            return true;
         }
+        if (!team.wait_for(solved[I])) return false;
         const std::int32_t columns = task.end - task.begin, row = grid_.row_begin(I);
         const double* P = room.rows.get();
         std::int32_t ld = columns;
@@ -178,9 +201,8 @@ FactorStatus SkylineFactor::solve_backward_one(double* x, const Progress* progre
             ld = grid_.ld[I];
             P = panels_.dense(I, row, grid_.row_end(I), nullptr) + (task.begin - grid_.first_col[I]);
         }
-        if (columns > 0)
-            cblas_dgemv(CblasColMajor, CblasNoTrans, columns, grid_.rows(I), -1.0, P, ld, x + row, 1, 1.0,
-                        x + task.begin, 1);
+        cblas_dgemv(CblasColMajor, CblasNoTrans, columns, grid_.rows(I), -1.0, P, ld, x + row, 1, 1.0,
+                    x + task.begin, 1);
         done[t].store(1, std::memory_order_release);
         return true;
     };
