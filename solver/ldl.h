@@ -16,13 +16,12 @@
 
 #include "model/progress.h"
 #include "solver/factor_files.h"
+#include "solver/factor_writer.h"
 #include "solver/panels.h"
 #include "solver/profile.h"
 #include "solver/sparse.h"
 
 namespace kestralum {
-
-enum class FactorStatus { ok, file_failed, out_of_memory, cancelled };
 
 struct FactorOptions {
     int threads = 1;
@@ -35,6 +34,10 @@ struct FactorOptions {
     bool keep_in_memory = true;
     std::int64_t direct_bytes =
         std::int64_t{256} << 20;  // a factor in one division of this size is written past the page cache
+    // Given: a factor that is kept in memory is handed over before its file is written; await_files() says
+    // when it is. The cancel of this progress, which outlives the factor, ends the writing.
+    const Progress* write_behind = nullptr;
+    bool write_files = true;  // false: for a factor kept in memory only
 };
 
 // A factor L D Lᵀ or W Wᵀ: D in memory, the rows of L or W in memory (one division) or in the division
@@ -53,6 +56,10 @@ public:
     // Cholesky: w_ij in place of l_ij, w_ii = √v in the diagonal slot, D()[i] = v. A negative v is told
     // ("[M] is not positive define at %dth row\n") and its size taken; at the end every row is checked.
     FactorStatus factor_ww(const SparseKM& km, std::span<const double> values, Progress& progress);
+
+    // Waits for a file that is written behind; so does the next factorization, and the object's end. Any
+    // failure but ok: error() says why.
+    FactorStatus await_files();
 
     // In place for k columns: x is n × k, column after column. The columns are taken in fixed groups, so that
     // the threads do not show in the result. Where `progress` is given its cancel ends them. False when a
@@ -93,7 +100,7 @@ private:
     bool subtract_products(std::int32_t I, std::int32_t J, const Span& c, double* G, const double* LJ) const;
     bool factor_diagonal_block(std::int32_t I, double* G, double* L);
     void factor_strip(std::int32_t columns, std::int32_t row, double* g, double* l, std::int32_t ld);
-    void write_panels();
+    void report_panels();
     bool store_panel(std::int32_t I, const double* L);
     void report_stored(std::int32_t I);
     void report_row(std::int32_t i);
@@ -126,7 +133,8 @@ private:
     PanelStore panels_;  // kept: all; spilled: those in reach while it is computed
     std::int64_t negative_pivots_ = 0;
     std::string error_;
-    std::unique_ptr<Shared> shared_;  // while it is computed
+    std::unique_ptr<Shared> shared_;        // while it is computed
+    std::unique_ptr<FactorWriter> writer_;  // of a kept factor; its end comes before that of what it writes
 };
 
 }  // namespace kestralum

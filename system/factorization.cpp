@@ -39,23 +39,36 @@ std::unique_ptr<SkylineFactor> plan_factor(Job& job, const SparseKM& km, std::in
                                            FactorOptions{.threads = job.threads(),
                                                          .diag_num = diag_num,
                                                          .log_folder = job.options.log_folder,
-                                                         .keep_in_memory = keep});
+                                                         .keep_in_memory = keep,
+                                                         .write_behind = &job.progress});
 }
 
-bool run_factorization(Job& job, Progress& progress, const SparseKM& km, std::span<const double> values,
-                       SkylineFactor& factor) {
-    progress.print("LU K_sparse\n");
-    switch (factor.factor_ldl(km, values, progress)) {
+namespace {
+
+bool went_well(Job& job, FactorStatus status, const SkylineFactor& factor) {
+    switch (status) {
         case FactorStatus::ok:
-            break;
+            return true;
         case FactorStatus::cancelled:
             return job.fail(RunStatus::cancelled, "the factorization was stopped on request");
         default:
             return job.fail(RunStatus::failed, "the factorization cannot go on: " + factor.error());
     }
+}
+
+}  // namespace
+
+bool run_factorization(Job& job, Progress& progress, const SparseKM& km, std::span<const double> values,
+                       SkylineFactor& factor) {
+    progress.print("LU K_sparse\n");
+    if (!went_well(job, factor.factor_ldl(km, values, progress), factor)) return false;
     progress.print("LU K_sparse complete\n");
     job.report().negative_pivots = factor.negative_pivots();
     return true;
+}
+
+bool await_factor_file(Job& job, SkylineFactor& factor) {
+    return went_well(job, factor.await_files(), factor);
 }
 
 std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values,

@@ -24,6 +24,10 @@ std::unique_ptr<SkylineFactor> plan_factor(Job& job, const SparseKM& km, std::in
 bool run_factorization(Job& job, Progress& progress, const SparseKM& km, std::span<const double> values,
                        SkylineFactor& factor);
 
+// Waits for the file of a factor in memory, which is written beside the run; false with status failed or
+// cancelled. Every run that has succeeded so far ends with it.
+bool await_factor_file(Job& job, SkylineFactor& factor);
+
 // The first free degree of freedom whose pivot is below 1e-10 of its diagonal: a body or mechanism
 // that the supports do not hold. -1 when there is none.
 std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values,

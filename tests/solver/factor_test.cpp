@@ -10,6 +10,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <thread>
 
 #include "model/format.h"
 #include "solver/ldl.h"
@@ -207,6 +208,50 @@ TEST_F(FactorFiles, ACancelAndMissingMemoryEndAFactorAndASolve) {
             EXPECT_EQ(factor.error(), said);
         }
     }
+}
+
+// Lets the writer of a file go on only when it is told to.
+struct Holding : testing::Collected {
+    std::atomic<bool> go_on{false};
+    bool cancelled() const override {
+        while (!go_on) std::this_thread::yield();
+        return Collected::cancelled();
+    }
+};
+
+TEST_F(FactorFiles, AWriterThatLagsHoldsUpNothingAndTellsWhatFailed) {
+    const SparseKM km = random_matrix(900, 90, 0.3, 3, 500);
+    const Profile profile = make_profile(km);
+    for (const bool next : {false, true})
+        for (const FactorStatus wanted :
+             {FactorStatus::ok, FactorStatus::cancelled, FactorStatus::file_failed}) {
+            std::filesystem::remove_all(file(""));
+            std::filesystem::create_directories(wanted == FactorStatus::file_failed ? file("Ltemp_0.txt")
+                                                                                    : file(""));
+            Holding held;
+            FactorOptions chosen = options(2);
+            chosen.write_behind = &held;
+            SkylineFactor factor(profile, cut(profile, {0, 900}), chosen);
+            ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
+            std::vector<double> x = right_hand_sides(900, 1);
+            ASSERT_TRUE(factor.solve_ldl(x));
+            const std::vector<double> Ax = times(km, x), b = right_hand_sides(900, 1);
+            for (std::size_t i = 0; i < b.size(); ++i) ASSERT_NEAR(Ax[i], b[i], 1e-11);
+            if (wanted == FactorStatus::cancelled) held.cancel();
+            held.go_on = true;
+            // what failed is told by the next factorization as well
+            EXPECT_EQ(!next ? factor.await_files() : factor.factor_ldl(km, km.K_value, progress), wanted);
+            EXPECT_EQ(testing::contains(factor.error(), "Ltemp_0"), wanted == FactorStatus::file_failed);
+            if (wanted != FactorStatus::ok) continue;
+            ASSERT_EQ(factor.await_files(), FactorStatus::ok);
+            std::vector<double> row(profile.max_height);
+            std::string rows;
+            for (int i = 0; i < 900; ++i) {
+                ASSERT_TRUE(factor.read_row(i, row));
+                rows.append(reinterpret_cast<const char*>(row.data()), 8 * profile.height[i]);
+            }
+            EXPECT_TRUE(testing::read_file(file("Ltemp_0.txt")) == rows);
+        }
 }
 
 // Panels of all kinds; a factor that is read back solves on one thread, panel after panel.
