@@ -34,6 +34,9 @@ public:
     // `progress` is given its cancel ends them. False when memory or a file fails or the user stopped.
     virtual bool solve(std::span<double> x, std::int32_t k = 1, const Progress* progress = nullptr) = 0;
 
+    // Waits for what is still being written of the factor, and says how that went.
+    virtual FactorStatus await_files() { return FactorStatus::ok; }
+
     virtual std::int64_t negative_pivots() const = 0;
     // Pivots that are not finite (share 0), zero or below `share` times their diagonal entry, in the order of
     // the equations.

@@ -58,7 +58,7 @@ FactorFiles::FactorFiles(std::string_view log_folder, std::string_view stem, con
       direct_(open_) {}
 
 FactorFiles::~FactorFiles() {
-    for (std::int32_t b = 0; b < divisions_.count(); ++b) close(b);
+    close_all();
 }
 
 std::string FactorFiles::stored_name(std::int32_t division) const {
@@ -71,7 +71,7 @@ std::string FactorFiles::error() const {
 }
 
 void FactorFiles::remove_old() {
-    for (std::int32_t b = 0; b < divisions_.count(); ++b) close(b);  // open for reading since the last factor
+    close_all();  // open for reading since the last factor
     error_.clear();
     failed_ = false;
     std::vector<fs::path> old;
@@ -130,6 +130,10 @@ void FactorFiles::close(std::int32_t division) {
     descriptor = direct = -1;
     hold.unlock();
     if (!closed) fail(division, "cannot be closed");
+}
+
+void FactorFiles::close_all() {
+    for (std::int32_t b = 0; b < divisions_.count(); ++b) close(b);
 }
 
 bool FactorFiles::write_direct(int direct, std::int32_t division, std::int32_t first, std::int32_t last,

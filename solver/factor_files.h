@@ -47,8 +47,9 @@ public:
     bool flush();
     bool read_rows(std::int32_t first, std::int32_t last, double* const* rows);
 
-    // Closes a division that is complete.
+    // Closes a division that is complete; all of them.
     void close(std::int32_t division);
+    void close_all();
 
     std::string stored_name(std::int32_t division) const;
     bool failed() const { return failed_.load(std::memory_order_relaxed); }

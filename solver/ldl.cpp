@@ -17,16 +17,18 @@
 namespace kestralum {
 
 struct SkylineFactor::Shared {
-    Shared(std::int32_t panels, Progress& to) : progress(to), done(panels), computed(panels, 0) {
+    Shared(std::int32_t panels, Progress& to, const FactorFiles& written)
+        : progress(to), files(written), done(panels), computed(panels, 0) {
         for (auto& flag : done) flag.store(false, std::memory_order_relaxed);
     }
     Progress& progress;
+    const FactorFiles& files;
     std::vector<std::atomic<bool>> done;  // panel is computed: others may read it
     std::atomic<std::int32_t> next{0};    // next panel to take
     std::atomic<bool> stop{false};
     std::atomic<FactorStatus> status{FactorStatus::ok};
 
-    // of the thread that writes
+    // of the thread that reports
     std::int32_t released = 0;     // panels below are released
     std::vector<double> diagonal;  // of the matrix, for the lines of W
     std::int32_t division = 0;     // division that the reported row is in, one band behind
@@ -34,16 +36,16 @@ struct SkylineFactor::Shared {
     std::mutex lock;  // guards `computed` and `stored`
     std::condition_variable changed;
     std::vector<char> computed;  // panels
-    std::int32_t stored = 0;     // panels below are in their files and reported
+    std::int32_t stored = 0;     // panels below are reported and, of a spilled factor, in their files
 
-    // Hands a panel to the writer; waits where the disk is so far behind that memory would fill.
+    // Hands a panel to the thread that reports; waits where this is so far behind that memory would fill.
     void hand_over(std::int32_t I) {
         std::unique_lock hold(lock);
         changed.wait(hold, [&] { return I < stored + most_panels_waiting || stop; });
         computed[I] = 1;
         changed.notify_all();
     }
-    // The next panel to write, -1 when all are written or the work has been given up.
+    // The next panel to report, -1 when all are or the work has been given up.
     std::int32_t next_to_store() {
         std::unique_lock hold(lock);
         if (stored == static_cast<std::int32_t>(computed.size())) return -1;
@@ -65,6 +67,7 @@ struct SkylineFactor::Shared {
     }
     bool given_up() {
         if (progress.cancelled()) fail(FactorStatus::cancelled);
+        if (files.failed()) fail(FactorStatus::file_failed);
         return stop.load(std::memory_order_relaxed);
     }
 };
@@ -234,20 +237,19 @@ bool SkylineFactor::store_panel(std::int32_t I, const double* L) {
     return files_.write_rows(grid_.row_begin(I), grid_.row_end(I), rows.data());
 }
 
-// Beside the threads that compute, so that these never wait for the disk; in the order of the rows. No
-// exception leaves it.
-void SkylineFactor::write_panels() {
+// Beside the threads that compute, so that these never wait for the disk or the lines; in the order of the
+// rows. No exception leaves it.
+void SkylineFactor::report_panels() {
     Shared& p = *shared_;
     try {
         for (std::int32_t I = p.next_to_store(); I >= 0 && !p.given_up(); I = p.next_to_store()) {
-            if (!store_panel(I, panels_.taken(I))) {
+            if (spilled() && !store_panel(I, panels_.taken(I))) {
                 p.fail(FactorStatus::file_failed);
                 break;
             }
             report_stored(I);
             p.advance();
         }
-        if (!files_.flush()) p.fail(FactorStatus::file_failed);
     } catch (...) {
         p.fail(FactorStatus::out_of_memory);
     }
@@ -265,7 +267,7 @@ void SkylineFactor::report_spill(std::int32_t i) {
                             static_cast<long long>(start[b + 1] - start[b]));
     shared_->progress.print(" n2=%lld,", static_cast<long long>(kept));
     shared_->progress.print(" n=%lld\n", static_cast<long long>(room));
-    files_.close(shared_->division);
+    if (spilled()) files_.close(shared_->division);
     ++shared_->division;
 }
 
@@ -292,45 +294,68 @@ void SkylineFactor::report_row(std::int32_t i) {
     }
 }
 
-// Panel I is in its file: its rows are reported, and what no later panel reads is released.
+// Panel I is computed, and in its file where it is spilled: its rows are reported, and what no later panel
+// reads is released, for the writer of a kept factor.
 void SkylineFactor::report_stored(std::int32_t I) {
     for (std::int32_t i = grid_.row_begin(I); i < grid_.row_end(I); ++i) report_row(i);
     std::int32_t& released = shared_->released;
     while (released <= I && grid_.last_use[released] <= I) panels_.release(released++);
+    if (writer_) writer_->publish(released < grid_.panels() ? grid_.row_begin(released) : grid_.n);
 }
 
 void SkylineFactor::prepare(const SparseKM& km, std::span<const double> values, Kind kind,
                             Progress& progress) {
-    files_.remove_old();
+    if (options_.write_files) files_.remove_old();
     kind_ = kind;
     D_.assign(profile_.rows(), 0.0);
     negative_pivots_ = 0;
     error_.clear();
-    shared_ = std::make_unique<Shared>(grid_.panels(), progress);
+    shared_ = std::make_unique<Shared>(grid_.panels(), progress, files_);
     for (std::int32_t i = 0; i < profile_.rows(); ++i) shared_->diagonal.push_back(values[km.diag_pos[i]]);
     // written over by the next factor, unless the memory of packed panels is needed for those in work
     if (spilled() || panels_.empty() || grid_.largest_packed_panel() > 0) {
         panels_ = {};
         panels_ = PanelStore(profile_, grid_, spilled());
     }
+    if (spilled() || !options_.write_files) return;
+    const auto kept_rows = [this](std::int32_t first, std::int32_t last, const double** rows) {
+        for (std::int32_t i = first; i < last; ++i) rows[i - first] = panels_.row(i);
+    };
+    writer_ = std::make_unique<FactorWriter>(files_, grid_.n, kept_rows,
+                                             options_.write_behind ? *options_.write_behind : progress);
+}
+
+FactorStatus SkylineFactor::await_files() {
+    if (!writer_) return FactorStatus::ok;
+    const FactorStatus status = writer_->finish();
+    writer_.reset();
+    if (status != FactorStatus::ok) fail(status);
+    return status;
 }
 
 FactorStatus SkylineFactor::factor_as(const SparseKM& km, std::span<const double> values, Kind kind,
                                       Progress& progress) {
     use_serial_blas();
+    if (const FactorStatus former = await_files(); former != FactorStatus::ok) return former;
     FactorStatus status = FactorStatus::out_of_memory;
     try {
         prepare(km, values, kind, progress);
-        std::thread writer([this] { write_panels(); });
+        std::thread reporter([this] { report_panels(); });
 #pragma omp parallel num_threads(options_.threads)
         compute_panels(km, values);
-        writer.join();
+        reporter.join();
         status = shared_->status;
+        if (status == FactorStatus::ok && !options_.write_behind) status = await_files();
         while (status == FactorStatus::ok && shared_->division < divisions_.count())
             report_spill(profile_.rows());
     } catch (const std::exception&) {  // no memory, or none for a thread
     }
-    if (status == FactorStatus::ok && files_.failed()) status = FactorStatus::file_failed;  // at its close
+    if (status == FactorStatus::ok && spilled() && files_.failed())
+        status = FactorStatus::file_failed;  // at its close
+    if (status != FactorStatus::ok && writer_) {
+        writer_->stop();
+        writer_.reset();
+    }
     if (status != FactorStatus::ok) fail(status);
     shared_.reset();
     if (spilled() || status != FactorStatus::ok) panels_ = {};

@@ -17,6 +17,7 @@
 #include "model/progress.h"
 #include "solver/factor.h"
 #include "solver/factor_files.h"
+#include "solver/factor_writer.h"
 #include "solver/panels.h"
 #include "solver/profile.h"
 #include "solver/sparse.h"
@@ -34,6 +35,10 @@ struct FactorOptions {
     bool keep_in_memory = true;
     std::int64_t direct_bytes =
         std::int64_t{256} << 20;  // a factor in one division of this size is written past the page cache
+    // Given: a factor that is kept in memory is handed over before its file is written; await_files() says
+    // when it is. The cancel of this progress, which outlives the factor, ends the writing.
+    const Progress* write_behind = nullptr;
+    bool write_files = true;  // false: for a factor kept in memory only
 };
 
 // A factor L D Lᵀ or W Wᵀ: D in memory, the rows of L or W in memory (one division) or in the division
@@ -52,6 +57,10 @@ public:
     // Cholesky: w_ij in place of l_ij, w_ii = √v in the diagonal slot, D()[i] = v. A negative v is told
     // ("[M] is not positive define at %dth row\n") and its size taken; at the end every row is checked.
     FactorStatus factor_ww(const SparseKM& km, std::span<const double> values, Progress& progress);
+
+    // Waits for a file that is written behind; so does the next factorization, and the object's end. Any
+    // failure but ok: error() says why.
+    FactorStatus await_files() override;
 
     // In place for k columns: x is n × k, column after column. The columns are taken in fixed groups, so that
     // the threads do not show in the result. Where `progress` is given its cancel ends them. False when a
@@ -100,7 +109,7 @@ private:
     bool subtract_products(std::int32_t I, std::int32_t J, const Span& c, double* G, const double* LJ) const;
     bool factor_diagonal_block(std::int32_t I, double* G, double* L);
     void factor_strip(std::int32_t columns, std::int32_t row, double* g, double* l, std::int32_t ld);
-    void write_panels();
+    void report_panels();
     bool store_panel(std::int32_t I, const double* L);
     void report_stored(std::int32_t I);
     void report_row(std::int32_t i);
@@ -113,6 +122,11 @@ private:
                              int threads, const Progress* progress);
     void take_panel(const Operation& operation, std::int32_t I, Scratch& scratch, double* x, std::int32_t k,
                     bool single) const;
+    // Of a kept factor, one right-hand side: x := A⁻¹ x or W⁻ᵀ x, on all threads.
+    bool solve_one(double* x, const Progress* progress);
+    FactorStatus solve_forward_one(double* x, const Progress* progress) const;
+    FactorStatus solve_backward_one(double* x, const Progress* progress) const;
+    void solve_triangle_one(std::int32_t I, double* room, double* x, bool transposed) const;
     // The kept panel's or, read into `buffer`, the spilled panel's row i from its first column on.
     const double* row_of(std::int32_t i, const double* buffer) const;
     bool read_panel(std::int32_t I, double* buffer);
@@ -130,7 +144,8 @@ private:
     PanelStore panels_;  // kept: all; spilled: those in reach while it is computed
     std::int64_t negative_pivots_ = 0;
     std::string error_;
-    std::unique_ptr<Shared> shared_;  // while it is computed
+    std::unique_ptr<Shared> shared_;        // while it is computed
+    std::unique_ptr<FactorWriter> writer_;  // of a kept factor; its end comes before that of what it writes
 };
 
 }  // namespace kestralum

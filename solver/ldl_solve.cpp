@@ -161,6 +161,7 @@ FactorStatus SkylineFactor::sweep(const Operation& operation, std::span<double> 
 }
 
 bool SkylineFactor::solve_ldl(std::span<double> x, std::int32_t k, const Progress* progress) {
+    if (k == 1 && !spilled()) return solve_one(x.data(), progress);
     constexpr Operation forward{true, false, [](const View& v) { add_before(v, -1.0); },
                                 [](const View& v) { solve_triangle(v, CblasTrans, CblasUnit); }};
     constexpr Operation backward{false, true, [](const View& v) { add_to_before(v, -1.0); },
@@ -186,6 +187,7 @@ bool SkylineFactor::multiply_wt(std::span<double> x, std::int32_t k, const Progr
 }
 
 bool SkylineFactor::solve_wt(std::span<double> x, std::int32_t k, const Progress* progress) {
+    if (k == 1 && !spilled()) return solve_one(x.data(), progress);
     constexpr Operation backward{false, true, [](const View& v) { add_to_before(v, -1.0); },
                                  [](const View& v) { solve_triangle(v, CblasNoTrans, CblasNonUnit); }};
     return sweep(backward, x, k, progress) == FactorStatus::ok;

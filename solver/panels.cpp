@@ -166,6 +166,16 @@ const double* PanelStore::dense(std::int32_t I, std::int32_t first, std::int32_t
     return buffer;
 }
 
+void PanelStore::copy_columns(std::int32_t I, std::int32_t begin, std::int32_t end, double* columns) const {
+    for (std::int32_t i = grid_->row_begin(I); i < grid_->row_end(I); ++i, columns += end - begin) {
+        const std::int32_t first = profile_->first_column(i),
+                           zeros = std::clamp(first - begin, 0, end - begin);
+        std::fill_n(columns, zeros, 0.0);
+        if (begin + zeros < end)
+            std::copy_n(row(i) + (begin + zeros - first), end - begin - zeros, columns + zeros);
+    }
+}
+
 void PanelStore::copy_triangle(std::int32_t I, double* triangle) const {
     for (std::int32_t i = grid_->row_begin(I); i < grid_->row_end(I); ++i, triangle += grid_->nb) {
         const std::int32_t end = i - grid_->row_begin(I) + 1, entries = std::min(end, profile_->height[i]);

@@ -82,6 +82,8 @@ public:
     // dense, with the panel's leading dimension, as they lie there or, packed, made in `buffer`.
     const double* row(std::int32_t i) const;
     const double* dense(std::int32_t I, std::int32_t first, std::int32_t last, double* buffer) const;
+    // Columns [begin, end) of packed panel I, all of its rows, leading dimension end - begin.
+    void copy_columns(std::int32_t I, std::int32_t begin, std::int32_t end, double* columns) const;
     // The triangle of packed panel I, rows(I) square with leading dimension nb. Here and in dense() what
     // stands right of the diagonal has no meaning.
     void copy_triangle(std::int32_t I, double* triangle) const;

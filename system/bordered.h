@@ -56,6 +56,9 @@ public:
     // Solves in place, x: (nf + nr) × k, column after column. False with status failed or cancelled.
     bool solve(Job& job, std::span<double> x, std::int32_t k = 1);
 
+    // await_factor_file()
+    bool await_file(Job& job) { return !free_ || await_factor_file(job, *free_); }
+
     std::int32_t nf() const { return nf_; }
     std::int32_t nr() const { return nr_; }
     std::int64_t negative_pivots() const;

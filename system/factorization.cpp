@@ -44,7 +44,8 @@ std::unique_ptr<Factor> plan_skyline(Job& job, Profile profile, std::int32_t dia
                                            FactorOptions{.threads = job.threads(),
                                                          .diag_num = diag_num,
                                                          .log_folder = job.options.log_folder,
-                                                         .keep_in_memory = keep});
+                                                         .keep_in_memory = keep,
+                                                         .write_behind = &job.progress});
 }
 
 std::unique_ptr<Factor> plan_sparse(Job& job, FrontTree tree, const FactorNeeds& needs) {
@@ -72,20 +73,32 @@ std::unique_ptr<Factor> plan_factor(Job& job, const SparseKM& km, std::int32_t d
     return factor;
 }
 
-bool run_factorization(Job& job, Progress& progress, const SparseKM& km, std::span<const double> values,
-                       Factor& factor) {
-    progress.print("LU K_sparse\n");
-    switch (factor.factor(km, values, progress)) {
+namespace {
+
+bool went_well(Job& job, FactorStatus status, const Factor& factor) {
+    switch (status) {
         case FactorStatus::ok:
-            break;
+            return true;
         case FactorStatus::cancelled:
             return job.fail(RunStatus::cancelled, "the factorization was stopped on request");
         default:
             return job.fail(RunStatus::failed, "the factorization cannot go on: " + factor.error());
     }
+}
+
+}  // namespace
+
+bool run_factorization(Job& job, Progress& progress, const SparseKM& km, std::span<const double> values,
+                       Factor& factor) {
+    progress.print("LU K_sparse\n");
+    if (!went_well(job, factor.factor(km, values, progress), factor)) return false;
     progress.print("LU K_sparse complete\n");
     job.report().negative_pivots = factor.negative_pivots();
     return true;
+}
+
+bool await_factor_file(Job& job, Factor& factor) {
+    return went_well(job, factor.await_files(), factor);
 }
 
 std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values, Factor& factor) {

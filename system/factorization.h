@@ -24,6 +24,10 @@ std::unique_ptr<Factor> plan_factor(Job& job, const SparseKM& km, std::int32_t d
 bool run_factorization(Job& job, Progress& progress, const SparseKM& km, std::span<const double> values,
                        Factor& factor);
 
+// Waits for the file of a factor in memory, which is written beside the run; false with status failed or
+// cancelled. Every run that has succeeded so far ends with it.
+bool await_factor_file(Job& job, Factor& factor);
+
 // A degree of freedom of a body or mechanism that the supports do not hold, -1 when there is none. Small
 // pivots alone do not tell a free body from a slender one: where there are any, the motion that resists least
 // is found by inverse iteration, and it is free where K times it is nothing but rounding.

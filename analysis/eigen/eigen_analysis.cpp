@@ -226,7 +226,7 @@ bool work(Job& job, AssembledSystem& system, Method method, int factors_on_disk)
         return false;
     job.report().negative_pivots = 0;  // shifted matrices have them by design
     normalise_all(problem, system, options.n_mode, pairs);
-    return check_resolved(job) && store_modes(job, system, pairs);
+    return check_resolved(job) && store_modes(job, system, pairs) && problem.await_files();
 }
 
 Run analyse(const Model& model, const Settings& settings, const RunOptions& options, Progress& progress,

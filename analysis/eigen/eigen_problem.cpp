@@ -122,7 +122,8 @@ bool EigenProblem::start_vector_through_w(std::vector<double>& start) {
     }
     const SkylineFactor& like = *skyline;
     FactorOptions options = like.options();
-    options.file_stem = "Wtemp";
+    options.file_stem = mass_stem;
+    options.write_behind = nullptr;
     SkylineFactor W(like.profile(), like.divisions(), options);
     const FactorStatus status = W.factor_ww(km_, km_.M_value, progress());
     if (status == FactorStatus::cancelled) return job_.goes_on();
@@ -152,6 +153,10 @@ std::int64_t EigenProblem::count_below(double& lambda, double slack) {
     sigma_ = former;
     if (!factored) return -1;
     return sound ? factor_->negative_pivots() : unsound_count;
+}
+
+bool EigenProblem::await_files() {
+    return factor_->await_file(job_);
 }
 
 bool EigenProblem::solve(std::span<double> x, std::int32_t k) {

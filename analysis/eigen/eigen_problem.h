@@ -77,6 +77,9 @@ public:
     // x := (K - σM)⁻¹ x for k columns; false with the report's status set.
     bool solve(std::span<double> x, std::int32_t k);
 
+    // Waits for the factors' files; false with the report's status set.
+    bool await_files();
+
     // y := M x, y := K x, k columns.
     void multiply_m(std::span<const double> x, std::span<double> y, std::int32_t k) const;
     void multiply_k(std::span<const double> x, std::span<double> y, std::int32_t k) const;

@@ -41,6 +41,9 @@ public:
     // began.
     IncrementReport advance(std::int32_t number, double factor);
 
+    // Waits for the file of the last factor; false with the run's status set.
+    bool await_file() { return !factor_ || factor_->await_file(job_); }
+
     // One per equation: those of nodes on no rigid body, then the bodies'.
     std::span<const double> internal() const { return Q_; }
     std::span<const RigidState> states() const { return states_; }

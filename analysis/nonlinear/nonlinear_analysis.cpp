@@ -228,7 +228,7 @@ bool work(Job& job, NonlinearHistory& history) {
     if (job.report().status == RunStatus::cancelled || job.run.results.empty()) return false;
     job.clock.begin("recover");
     report_end(job, freedoms, body, solver);
-    return true;
+    return solver.await_file();
 }
 
 void write(Job& job, const NonlinearHistory& history) {

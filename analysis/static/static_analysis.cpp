@@ -50,8 +50,9 @@ void check_held(Job& job, const AssembledSystem& system, const BorderedFactor& f
 }
 
 // F in, u out: one value per equation.
-bool solve(Job& job, const AssembledSystem& system, std::vector<double>& u) {
-    const auto factor = plan_bordered(job, system);
+bool solve(Job& job, const AssembledSystem& system, std::vector<double>& u,
+           std::unique_ptr<BorderedFactor>& factor) {
+    factor = plan_bordered(job, system);
     if (!factor || !factor->factor(job, job.progress, system.km, system.km.K_value, system.border.K_fr,
                                    system.border.K_rr))
         return false;
@@ -118,9 +119,10 @@ bool work(Job& job, AssembledSystem& system) {
     if (!transform_rigid(job, system, false)) return false;
     std::vector<double> q = reduce_loads(job, system.freedoms.numbering, system.freedoms.rigid, {});
     job.progress.print("Static Analysis Start\n");
-    if (!solve(job, system, q)) return false;
+    std::unique_ptr<BorderedFactor> factor;  // stays until its file is written
+    if (!solve(job, system, q, factor)) return false;
     system.km = {};
-    return recover(job, system, q);
+    return recover(job, system, q) && factor->await_file(job);
 }
 
 }  // namespace

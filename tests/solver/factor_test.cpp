@@ -10,6 +10,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <thread>
 
 #include "model/format.h"
 #include "solver/ldl.h"
@@ -23,13 +24,14 @@ namespace kestralum {
 namespace {
 
 // Symmetric, diagonally dominant with diagonal entries of both signs, rows reaching back by ragged
-// lengths up to `band` - 1, about `fill` of the entries between present.
-SparseKM random_matrix(int n, int band, double fill, unsigned seed) {
+// lengths up to `band` - 1 (from row `even` on by all of it), about `fill` of the entries between present.
+SparseKM random_matrix(int n, int band, double fill, unsigned seed, int even = 1 << 30) {
     std::mt19937 random(seed);
     std::uniform_real_distribution<double> value(-1, 1), chance(0, 1);
     std::vector<std::map<int, double>> rows(n);
     for (int i = 1; i < n; ++i) {
-        const int reach = static_cast<int>(random() % (std::min(i, band - 1) + 1));
+        const int longest = std::min(i, band - 1),
+                  reach = i < even ? static_cast<int>(random() % (longest + 1)) : longest;
         for (int j = i - reach; j < i; ++j)
             if (j == i - reach || chance(random) < fill) rows[i][j] = rows[j][i] = value(random);
     }
@@ -205,6 +207,70 @@ TEST_F(FactorFiles, ACancelAndMissingMemoryEndAFactorAndASolve) {
             EXPECT_FALSE(factor.solve_ldl(x, k, &ending));
             EXPECT_EQ(factor.error(), said);
         }
+    }
+}
+
+// Lets the writer of a file go on only when it is told to.
+struct Holding : testing::Collected {
+    std::atomic<bool> go_on{false};
+    bool cancelled() const override {
+        while (!go_on) std::this_thread::yield();
+        return Collected::cancelled();
+    }
+};
+
+TEST_F(FactorFiles, AWriterThatLagsHoldsUpNothingAndTellsWhatFailed) {
+    const SparseKM km = random_matrix(900, 90, 0.3, 3, 500);
+    const Profile profile = make_profile(km);
+    for (const bool next : {false, true})
+        for (const FactorStatus wanted :
+             {FactorStatus::ok, FactorStatus::cancelled, FactorStatus::file_failed}) {
+            std::filesystem::remove_all(file(""));
+            std::filesystem::create_directories(wanted == FactorStatus::file_failed ? file("Ltemp_0.txt")
+                                                                                    : file(""));
+            Holding held;
+            FactorOptions chosen = options(2);
+            chosen.write_behind = &held;
+            SkylineFactor factor(profile, cut(profile, {0, 900}), chosen);
+            ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
+            std::vector<double> x = right_hand_sides(900, 1);
+            ASSERT_TRUE(factor.solve_ldl(x));
+            const std::vector<double> Ax = times(km, x), b = right_hand_sides(900, 1);
+            for (std::size_t i = 0; i < b.size(); ++i) ASSERT_NEAR(Ax[i], b[i], 1e-11);
+            if (wanted == FactorStatus::cancelled) held.cancel();
+            held.go_on = true;
+            // what failed is told by the next factorization as well
+            EXPECT_EQ(!next ? factor.await_files() : factor.factor_ldl(km, km.K_value, progress), wanted);
+            EXPECT_EQ(testing::contains(factor.error(), "Ltemp_0"), wanted == FactorStatus::file_failed);
+            if (wanted != FactorStatus::ok) continue;
+            ASSERT_EQ(factor.await_files(), FactorStatus::ok);
+            std::vector<double> row(profile.max_height);
+            std::string rows;
+            for (int i = 0; i < 900; ++i) {
+                ASSERT_TRUE(factor.read_row(i, row));
+                rows.append(reinterpret_cast<const char*>(row.data()), 8 * profile.height[i]);
+            }
+            EXPECT_TRUE(testing::read_file(file("Ltemp_0.txt")) == rows);
+        }
+}
+
+// Panels of all kinds; a factor that is read back solves on one thread, panel after panel.
+TEST_F(FactorFiles, OneRightHandSideHasTheSameBytesOnAnyNumberOfThreads) {
+    const SparseKM km = random_matrix(1500, 401, 0.02, 8, 700);
+    const Profile profile = make_profile(km);
+    for (const int panel_rows : {0, 40, 300}) {
+        std::vector<double> read_back = right_hand_sides(1500, 1);
+        SkylineFactor spilled(profile, cut(profile, {0, 1500}), options(1, false, panel_rows));
+        ASSERT_EQ(spilled.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
+        ASSERT_TRUE(spilled.solve_ldl(read_back));
+        for (const int threads : {1, 2, 5})
+            for (int again = 0; again < 10; ++again) {
+                std::vector<double> x = right_hand_sides(1500, 1);
+                SkylineFactor factor(profile, cut(profile, {0, 1500}), options(threads, true, panel_rows));
+                ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
+                ASSERT_TRUE(factor.solve_ldl(x));
+                ASSERT_TRUE(x == read_back) << threads << " threads, panels of " << panel_rows;
+            }
     }
 }
 
