@@ -110,7 +110,9 @@ void print_balance(const RunSummary& summary, Progress& progress) {
     const Mesh& mesh = summary.run.mesh;
     const bool dynamic = report.dynamics.time_num > 0;
     const std::string factor =
-        dynamic ? "" : formatted(", factor of %lld entries", static_cast<long long>(report.factor_entries));
+        dynamic || report.factor_entries == 0
+            ? ""
+            : formatted(", factor of %lld entries", static_cast<long long>(report.factor_entries));
     progress.summary("%-22s %lld free of %d degrees of freedom, %d elements%s\n", "size",
                      static_cast<long long>(report.free_dofs), mesh.dof_num(), mesh.element_num(),
                      factor.c_str());

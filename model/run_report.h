@@ -91,7 +91,7 @@ struct RunReport {
     std::array<double, 3> applied{}, reaction{};  // N
     double residual = 0;                          // ‖Ku - F‖ / ‖F‖
     std::int64_t free_dofs = 0, factor_entries = 0, negative_pivots = 0;
-    std::string solver;  // what the factor was expected to cost, and which was taken
+    std::string solver;  // what the factor was expected to cost, and which was taken; what came of it
 
     // eigen analysis
     std::vector<ModeReport> modes;

@@ -45,6 +45,8 @@ public:
     double megabytes() const { return static_cast<double>(entries()) * 8e-6; }
     virtual std::int32_t division_count() const { return 1; }
     virtual std::string error() const = 0;
+    // What the user may want to know of the solves since factor(); empty where there is nothing to tell.
+    virtual std::string outcome() const { return {}; }
 
 protected:
     Factor() = default;

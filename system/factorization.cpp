@@ -8,6 +8,7 @@
 #include "solver/memory_limits.h"
 #include "solver/multifrontal.h"
 #include "solver/panels.h"
+#include "system/iterative_factor.h"
 #include "system/solver_choice.h"
 
 namespace kestralum {
@@ -55,8 +56,24 @@ std::unique_ptr<Factor> plan_sparse(Job& job, FrontTree tree, const FactorNeeds&
     const bool keep = front_megabytes(tree) + needs.other_megabytes <= budget;
     if (!keep && !check_disk(job, static_cast<double>(tree.panel_doubles) * 8e-6)) return nullptr;
     remove_factor_files(job.options.log_folder);  // an earlier run's
+    job.report().factor_entries = tree.entries;
     return std::make_unique<MultifrontalFactor>(
         std::move(tree), MultifrontalOptions{job.threads(), job.options.log_folder, keep});
+}
+
+std::unique_ptr<Factor> plan_iterative(Job& job, const SparseKM& km, const FactorNeeds& needs,
+                                       double megabytes) {
+    job.progress.print("[L]memory size=%10.1f[MB]\n", megabytes);
+    remove_factor_files(job.options.log_folder);  // an earlier run's
+    const auto direct = [&job, &km, other = needs.other_megabytes](const std::string& why) {
+        job.note("the iterative solver gave way to the factor: " + why);
+        FactorNeeds rest;
+        rest.other_megabytes = other;
+        return plan_sparse(job, analyse_pattern(km), rest);
+    };
+    return std::make_unique<IterativeFactor>(
+        EquationPlaces{needs.free_dofs, job.mesh().coordinates},
+        IterativeOptions{job.threads(), job.settings.solver_tolerance, direct});
 }
 
 }  // namespace
@@ -65,12 +82,13 @@ std::unique_ptr<Factor> plan_factor(Job& job, const SparseKM& km, std::int32_t d
                                     const FactorNeeds& needs) {
     job.clock.begin("factor");
     Profile profile = make_profile(km);
-    SolverChoice choice = choose_solver(job.settings, km, profile);
+    SolverChoice choice = choose_solver(job.settings, km, profile, !needs.pivots);
     job.report().solver = choice.text();
-    auto factor = choice.kind == SolverKind::sparse ? plan_sparse(job, std::move(*choice.tree), needs)
-                                                    : plan_skyline(job, std::move(profile), diag_num, needs);
-    if (factor) job.report().factor_entries = factor->entries();
-    return factor;
+    if (choice.kind == SolverKind::iterative)
+        return plan_iterative(job, km, needs, choice.iterative->megabytes);
+    if (choice.kind == SolverKind::sparse) return plan_sparse(job, std::move(*choice.tree), needs);
+    job.report().factor_entries = profile.Ls_num;
+    return plan_skyline(job, std::move(profile), diag_num, needs);
 }
 
 namespace {

@@ -8,15 +8,18 @@
 
 namespace kestralum {
 
-// What a factor needs beside its own profile.
+// What a factor needs beside its own profile, and where its equations stand.
 struct FactorNeeds {
+    std::span<const std::int32_t>
+        free_dofs;               // per equation its degree of freedom in the run's mesh; borrowed
+    bool pivots = false;         // they are counted: nothing but a factor will do
     int factors_on_disk = 1;     // of this size, at the same time
     double other_megabytes = 0;  // of memory: borders of rigid bodies
 };
 
-// The factor of km by the setting SOLVER, with the lines of its plan ("temp_n" … "[L]memory size" of a
-// skyline, the last one of the other). What passes MEMORY_SIZE or the machine's memory is read back from
-// files instead of kept. Null with status disk_budget ("Warning:HD" was printed) or failed.
+// The factor of km, or what stands for it, by the setting SOLVER, with the lines of its plan ("temp_n" …
+// "[L]memory size" of a skyline, the last one of the other). What passes MEMORY_SIZE or the machine's memory
+// is read back from files instead of kept. Null with status disk_budget ("Warning:HD" was printed) or failed.
 std::unique_ptr<Factor> plan_factor(Job& job, const SparseKM& km, std::int32_t diag_num,
                                     const FactorNeeds& needs = {});
 

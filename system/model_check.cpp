@@ -208,7 +208,9 @@ void check_factor(const Mesh& mesh, const Settings& settings, const Freedoms& fr
         choice = choose_solver(settings, pattern, profile);
         out.solver = choice.text();
     }
-    if (choice.kind == SolverKind::sparse)
+    if (choice.kind == SolverKind::iterative)
+        out.memory_megabytes += choice.iterative->megabytes;
+    else if (choice.kind == SolverKind::sparse)
         check_sparse(settings, *choice.tree, out);
     else
         check_skyline(settings, profile, freedoms.diag_num, out, progress);

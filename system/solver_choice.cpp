@@ -1,5 +1,7 @@
 #include "system/solver_choice.h"
 
+#include <algorithm>
+
 #include "model/format.h"
 #include "solver/multifrontal.h"
 
@@ -13,6 +15,8 @@ constexpr double cheap_work = 1.2e10;
 // fill and write it; seconds an entry of K for the order and the fronts' rows.
 constexpr double skyline_rate = 3e10, front_rate = 3e10;
 constexpr double skyline_entry = 4e-9, front_entry = 8e-9, ordering_entry = 6e-8;
+// Seconds an entry of K for the levels and some thirty iterations.
+constexpr double iterative_entry = 1.5e-7;
 
 double work_of(const Profile& profile) {
     double work = 0;
@@ -31,6 +35,12 @@ SolverCost sparse_cost(const FrontTree& tree, const SparseKM& km) {
             front_megabytes(tree)};
 }
 
+// Thirty iterations; levels that hold as many entries again as K.
+SolverCost iterative_cost(const SparseKM& km) {
+    const double entries = static_cast<double>(km.entries());
+    return {iterative_entry * entries, 9e-6 * entries};
+}
+
 std::string cost_text(const char* name, const SolverCost& cost) {
     return cost.megabytes < 1000 ? formatted("%s %.2g s %.0f MB", name, cost.seconds, cost.megabytes)
                                  : formatted("%s %.2g s %.1f GB", name, cost.seconds, cost.megabytes / 1000);
@@ -39,23 +49,39 @@ std::string cost_text(const char* name, const SolverCost& cost) {
 }  // namespace
 
 std::string SolverChoice::text() const {
-    if (!sparse) return {};
-    return cost_text("skyline", skyline) + ", " + cost_text("sparse", *sparse) +
-           (kind == SolverKind::skyline ? ": skyline" : ": sparse");
+    if (!sparse && !iterative) return {};
+    std::string out = cost_text("skyline", skyline);
+    if (sparse) out += ", " + cost_text("sparse", *sparse);
+    if (iterative) out += ", " + cost_text("iterative", *iterative);
+    constexpr const char* names[] = {"skyline", "sparse", "iterative"};
+    return out + ": " + names[static_cast<int>(kind)];
 }
 
 bool takes_skyline(const Settings& settings, const Profile& profile) {
     return settings.solver == "skyline" || (settings.solver == "auto" && work_of(profile) < cheap_work);
 }
 
-SolverChoice choose_solver(const Settings& settings, const SparseKM& km, const Profile& profile) {
+SolverChoice choose_solver(const Settings& settings, const SparseKM& km, const Profile& profile,
+                           bool may_iterate) {
     SolverChoice choice;
     choice.skyline = skyline_cost(profile);
     if (takes_skyline(settings, profile)) return choice;
+    const bool wanted = settings.solver == "iterative";
+    if (may_iterate && wanted) {
+        choice.iterative = iterative_cost(km);
+        choice.kind = SolverKind::iterative;
+        return choice;
+    }
     choice.tree = analyse_pattern(km);
     choice.sparse = sparse_cost(*choice.tree, km);
-    if (settings.solver == "sparse" || choice.sparse->seconds < choice.skyline.seconds)
+    if (settings.solver != "auto" || choice.sparse->seconds < choice.skyline.seconds)
         choice.kind = SolverKind::sparse;
+    const double smaller = std::min(choice.sparse->megabytes, choice.skyline.megabytes);
+    if (may_iterate && settings.solver == "auto" && smaller > largest_factor) {
+        choice.iterative = iterative_cost(km);
+        choice.kind = SolverKind::iterative;
+        choice.tree.reset();
+    }
     return choice;
 }
 

@@ -216,7 +216,7 @@ bool work(Job& job, AssembledSystem& system, Method method, int factors_on_disk)
     if (!assemble_system(job, system) || !transform_rigid(job, system, true)) return false;
     job.progress.print("Eigen Analysis Start\n");
     const EigenOptions options = eigen_options(job, system);
-    auto factor = plan_bordered(job, system, factors_on_disk);
+    auto factor = plan_bordered(job, system, factors_on_disk, true);
     if (!factor) return false;
     EigenProblem problem(job, system, std::move(factor));
     if (!problem.shift(0.6283185307 * 0.6283185307, false)) return false;

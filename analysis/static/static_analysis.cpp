@@ -59,6 +59,8 @@ bool solve(Job& job, const AssembledSystem& system, std::vector<double>& u,
     job.clock.begin("solve");
     const std::vector<double> F = u;
     if (!factor->solve(job, u)) return false;
+    if (const std::string outcome = factor->free() ? factor->free()->outcome() : ""; !outcome.empty())
+        job.report().solver += ", " + outcome;
     std::vector<double> Ku(u.size());
     multiply(system.km, system.km.K_value, std::span(u).first(system.km.rows()), Ku);
     multiply_border(system.border, system.border.K_fr, system.border.K_rr, u, Ku, 1);

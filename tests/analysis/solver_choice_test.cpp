@@ -65,6 +65,19 @@ TEST_F(Solver, GivesTheSameAnswersInEveryAnalysis) {
     ASSERT_TRUE(read(plain));
     model.mode_count = 2;
     testing::expect_equal(run(analyse_nonlinear, "sparse"), run(analyse_nonlinear, "skyline"), 1e-9);
+    EXPECT_EQ(run(analyse_nonlinear, "iterative").size(), frame().mode_vec.size());
+    for (const ModelText& text : {plain, capped}) {
+        ASSERT_TRUE(read(text));
+        settings.solver_tolerance = 1e-11;
+        testing::expect_equal(run(analyse_static, "iterative"), run(analyse_static, "skyline"), 1e-9);
+        run(analyse_static, "iterative");
+        EXPECT_TRUE(testing::contains(result.report.solver, ": iterative, ")) << result.report.solver;
+        EXPECT_TRUE(testing::contains(result.report.solver, " iterations, residual "))
+            << result.report.solver;
+        EXPECT_TRUE(result.report.remarks.notices.empty());
+        const std::vector<double> modes = run(analyse_eigen_subspace, "iterative");
+        EXPECT_EQ(modes, run(analyse_eigen_subspace, "sparse")) << "pivots are counted: a factor";
+    }
     settings.free_hd_size = 0.1;
     settings.solver = "sparse";
     settings.memory_size = 0.1;
@@ -74,7 +87,7 @@ TEST_F(Solver, GivesTheSameAnswersInEveryAnalysis) {
 TEST_F(Solver, LooseBodiesAreNamedAndSlenderOnesAreNot) {
     const std::string clamp = "c plane x 0 0 0 0 0 0";
     const std::string held = rect("a", "1 1 1", "2 2 2"), loose = rect("b", "1 1 1", "3 3 3", "3 0 0");
-    for (const std::string solver : {"skyline", "sparse"}) {
+    for (const std::string solver : {"skyline", "sparse", "iterative"}) {
         SCOPED_TRACE(solver);
         settings.solver = solver;
         for (const std::string& supports : {clamp, std::string(), std::string("p volume x 0 0 0 0 0 0")}) {
@@ -92,6 +105,8 @@ TEST_F(Solver, LooseBodiesAreNamedAndSlenderOnesAreNot) {
                 5)
                 << report.remarks.errors[0];
             EXPECT_GE(x[0], supports == clamp ? 3 : 0);
+            EXPECT_EQ(testing::contains(testing::joined(report.remarks.notices), "gave way to the factor"),
+                      solver == "iterative");
         }
         // 2000 times longer than thick: its softest pivots are as small as those of a loose body
         ASSERT_TRUE(read(ModelText{.parts = rect("beam", "2000 1 1", "2000 1 1"),
