@@ -27,18 +27,24 @@ struct Sweep {
     const LevelArrays arrays = level.arrays();
     const LevelKernels& kernels = level_kernels().of<B, K>();
 
+    static constexpr std::int64_t piece = B == 3 ? 512 : 64;  // rows
+
     // to = from + d; `from` null: zero
     void smooth(const Step& step, const double* from, std::vector<double>& to) const {
         const SmoothingStep work{step.f, step.g, v.b.data(), from, v.d.data(), to.data()};
-        team.rows(level.nodes(), [&](std::int64_t first, std::int64_t last, int) {
-            kernels.smooth(arrays, work, first, last);
-        });
+        team.rows(
+            level.nodes(),
+            [&](std::int64_t first, std::int64_t last, int) { kernels.smooth(arrays, work, first, last); },
+            piece);
     }
     // below = Pᵀ (b - A y); d is overwritten
     void restrict_residual(std::vector<double>& below) const {
-        team.rows(level.nodes(), [&](std::int64_t first, std::int64_t last, int) {
-            kernels.residual(arrays, v.b.data(), v.y.data(), v.d.data(), first, last);
-        });
+        team.rows(
+            level.nodes(),
+            [&](std::int64_t first, std::int64_t last, int) {
+                kernels.residual(arrays, v.b.data(), v.y.data(), v.d.data(), first, last);
+            },
+            piece);
         team.rows(
             level.p_pattern.columns,
             [&](std::int64_t first, std::int64_t last, int) {
@@ -48,9 +54,12 @@ struct Sweep {
     }
     // y += P below
     void prolong(const std::vector<double>& below) const {
-        team.rows(level.nodes(), [&](std::int64_t first, std::int64_t last, int) {
-            kernels.prolong(arrays, below.data(), v.y.data(), first, last);
-        });
+        team.rows(
+            level.nodes(),
+            [&](std::int64_t first, std::int64_t last, int) {
+                kernels.prolong(arrays, below.data(), v.y.data(), first, last);
+            },
+            2 * piece);
     }
 };
 

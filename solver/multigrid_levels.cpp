@@ -45,7 +45,7 @@ template <int B>
 LevelStatus take_values(const LevelMatrix<B>& from, RowTeam& team, Level<B>& level) {
     constexpr int block = B * B;
     const BlockPattern& pattern = from.pattern;
-    level.A.resize(pattern.blocks() * block + 1);
+    if (!set_zero(level.A, pattern.blocks() * block + 1, team)) return LevelStatus::ended;
     level.inverse.assign(std::size_t(pattern.rows()) * block + 1, 0.0f);
     std::atomic<bool> positive{true}, finite{true};
     team.rows(pattern.rows(), [&](std::int64_t first, std::int64_t last, int) {
@@ -139,7 +139,7 @@ void smooth_prolongation(const LevelMatrix<B>& from, const Aggregates& aggregate
     constexpr int block = B * motions;
     const BlockPattern &A = level.pattern, &P = level.p_pattern;
     const double omega = 4.0 / 3.0 / level.largest;
-    level.P.resize(P.blocks() * block + 1);
+    if (!set_zero(level.P, P.blocks() * block + 1, team)) return;
     std::vector<PlaceTable> places(team.threads(), PlaceTable(P.columns));
     team.rows(A.rows(), [&](std::int64_t first, std::int64_t last, int thread) {
         std::vector<double> buffer, AT;
