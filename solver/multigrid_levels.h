@@ -57,8 +57,8 @@ template <int B>
 LevelStatus make_level(LevelMatrix<B>&& from, const Coarsening& how, RowTeam& team, Level<B>& level,
                        LevelMatrix<motions>& below);
 
-// ok where every part of the matrix that is coupled to nothing else resists each of its rigid motions v:
-// vᵀ A v > 1e-11 vᵀ v scale, far above what rounding makes of nothing and below what any support gives.
+// ok where every part of the matrix that is coupled to nothing else resists each of its rigid motions.
+// `scale`: the size of the first level's diagonal.
 template <int B>
 LevelStatus check_held(const LevelMatrix<B>& matrix, double scale, RowTeam& team);
 
