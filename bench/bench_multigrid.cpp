@@ -126,9 +126,10 @@ int main(int argc, char** argv) {
     const int threads = argc > 2 ? std::atoi(argv[2]) : 1;
     const double tolerance = argc > 3 ? std::atof(argv[3]) : 1e-8;
     MultigridOptions options;
-    if (argc > 4) options.threshold = std::atof(argv[4]);
     const bool file = name.ends_with(".vol");
     const Mesh mesh = file ? read_volume(name) : box_of(name);
+    if (mesh.element_type == ElementKind::tetrahedron10) options.threshold = 0.05;
+    if (argc > 4) options.threshold = std::atof(argv[4]);
     if (mesh.node_num() == 0) {
         std::printf("%s is no case\n", name.c_str());
         return 1;

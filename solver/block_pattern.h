@@ -23,6 +23,20 @@ struct BlockPattern {
     std::int64_t count(std::int64_t row) const { return start[row + 1] - start[row]; }
 };
 
+// `count` zeros. Memory is taken and cleared in steps of a twentieth of a second, between which the team may
+// give up: false, with fewer.
+template <typename Value>
+bool set_zero(std::vector<Value>& values, std::int64_t count, RowTeam& team) {
+    constexpr std::size_t step = 1 << 23;
+    values.clear();
+    values.reserve(count);
+    while (values.size() < std::size_t(count)) {
+        if (!team.goes_on()) return false;
+        values.resize(std::min<std::size_t>(count, values.size() + step));
+    }
+    return true;
+}
+
 // The pattern whose row i holds the columns that visit(i, take) hands to take(column), each as often as it
 // likes. Not whole where the team gives up.
 template <typename Visit>
@@ -45,8 +59,7 @@ BlockPattern make_pattern(std::int32_t rows, std::int32_t columns, RowTeam& team
     });
     if (!counted) std::fill(out.start.begin(), out.start.end(), 0);
     for (std::int32_t i = 0; i < rows; ++i) out.start[i + 1] += out.start[i];
-    out.col.resize(out.start.back());
-    if (!counted) return out;
+    if (!set_zero(out.col, out.start.back(), team) || !counted) return out;
     team.rows(rows, [&](std::int64_t first, std::int64_t last, int thread) {
         std::int32_t* mark = marks[thread].data();
         for (auto i = static_cast<std::int32_t>(first); i < last; ++i) {

@@ -50,7 +50,8 @@ public:
     // Blocks of `below`, the pattern above; not whole where the team gives up.
     std::vector<double> values(const BlockPattern& below) {
         constexpr std::int32_t slab = 8192;
-        std::vector<double> out(below.blocks() * motions * motions, 0.0);
+        std::vector<double> out;
+        if (!set_zero(out, below.blocks() * motions * motions, team_)) return out;
         places_.assign(team_.threads(), PlaceTable(below.columns));
         next_.assign(level_.p_columns.start.begin(), level_.p_columns.start.end() - 1);
         for (std::int32_t first = 0; first < level_.nodes() && team_.goes_on(); first += slab) {
@@ -89,7 +90,7 @@ private:
                 }
             }
         };
-        team_.rows(last - first, work, 256);
+        team_.rows(last - first, work, B == 3 ? 256 : 32);
     }
 
     void add_slab(std::int32_t first, std::int32_t last, const BlockPattern& below,
@@ -116,7 +117,7 @@ private:
                 }
             }
         };
-        team_.rows(below.rows(), work, 64);
+        team_.rows(below.rows(), work, 16);
     }
 
     const LevelMatrix<B>& from_;

@@ -86,7 +86,7 @@ LevelStatus Multigrid::State::make_levels(LevelMatrix<3>&& matrix, RowTeam& team
 }
 
 SolveStatus Multigrid::State::set_up(const EquationPlaces& places, RowTeam& team) {
-    if (std::string fault = find_fault(*km, values, places); !fault.empty())
+    if (std::string fault = find_fault(*km, values, places, team); !fault.empty())
         return fail(SolveStatus::bad_input, std::move(fault));
     equations = pad(places.dof);
     LevelMatrix<3> matrix;
@@ -160,7 +160,9 @@ SolveStatus Multigrid::set_up(const SparseKM& km, std::span<const double> values
         s.values = values;
         s.threads = threads;
         RowTeam team(threads, progress);
-        return s.set_up(places, team);
+        const SolveStatus status = s.set_up(places, team);
+        if (status != SolveStatus::ok) s.levels = {};
+        return status;
     } catch (const std::bad_alloc&) {
         s.levels = {};
         return s.fail(SolveStatus::out_of_memory);

@@ -17,9 +17,10 @@
 namespace kestralum {
 
 struct MultigridOptions {
-    double threshold =
-        0.02;  // connections weaker than this share of their nodes' diagonals join no aggregates
-    double most_complexity = 2.5;  // operator_complexity() above which weak connections count too
+    // Connections weaker than this share of their nodes' diagonals join no aggregates. Ten-node tetrahedra
+    // take fewer iterations with 0.05.
+    double threshold = 0.02;
+    double most_complexity = 2.5;  // operator_complexity() above which weaker connections are taken too
     std::int32_t coarsest = 1200;  // most rows of the dense level
 };
 

@@ -1,6 +1,6 @@
 #include "solver/multigrid_cycle.h"
 
-#include "solver/block_kernels.h"
+#include "solver/level_kernel.h"
 
 namespace kestralum {
 
@@ -24,67 +24,42 @@ struct Sweep {
     const Level<B>& level;
     RowTeam& team;
     CycleVectors::OfLevel& v;
+    const LevelArrays arrays = level.arrays();
+    const LevelKernels& kernels = level_kernels().of<B, K>();
 
-    // s = b - A x of row i
-    void residual_of_row(std::int64_t i, const double* x, double* s) const {
-        double product[B * K];
-        const std::int64_t q = level.pattern.start[i];
-        multiply_row<B, B, K>(&level.A[q * B * B], level.pattern.col.data() + q, level.pattern.count(i), x,
-                              product);
-        for (int r = 0; r < B * K; ++r) s[r] = v.b[i * B * K + r] - product[r];
+    static constexpr std::int64_t piece = B == 3 ? 512 : 64;  // rows
+
+    // to = from + d; `from` null: zero
+    void smooth(const Step& step, const double* from, std::vector<double>& to) const {
+        const SmoothingStep work{step.f, step.g, v.b.data(), from, v.d.data(), to.data()};
+        team.rows(
+            level.nodes(),
+            [&](std::int64_t first, std::int64_t last, int) { kernels.smooth(arrays, work, first, last); },
+            piece);
     }
-
-    // to = from + d; `from` empty: zero
-    void smooth(const Step& step, const std::vector<double>* from, std::vector<double>& to) const {
-        team.rows(level.nodes(), [&](std::int64_t first, std::int64_t last, int) {
-            for (std::int64_t i = first; i < last; ++i) {
-                const std::int64_t at = i * B * K;
-                double s[B * K], z[B * K] = {};
-                if (from)
-                    residual_of_row(i, from->data(), s);
-                else
-                    std::copy_n(&v.b[at], B * K, s);
-                add_product<B, B, K>(&level.inverse[i * B * B], s, z);
-                for (int r = 0; r < B * K; ++r) {
-                    const double d = (step.f != 0 ? step.f * v.d[at + r] : 0.0) + step.g * z[r];
-                    v.d[at + r] = d;
-                    to[at + r] = (from ? (*from)[at + r] : 0.0) + d;
-                }
-            }
-        });
-    }
-
-    // below.b = Pᵀ (b - A y); d is overwritten
+    // below = Pᵀ (b - A y); d is overwritten
     void restrict_residual(std::vector<double>& below) const {
-        team.rows(level.nodes(), [&](std::int64_t first, std::int64_t last, int) {
-            for (std::int64_t i = first; i < last; ++i) residual_of_row(i, v.y.data(), &v.d[i * B * K]);
-        });
-        const ColumnLists& lists = level.p_columns;
+        team.rows(
+            level.nodes(),
+            [&](std::int64_t first, std::int64_t last, int) {
+                kernels.residual(arrays, v.b.data(), v.y.data(), v.d.data(), first, last);
+            },
+            piece);
         team.rows(
             level.p_pattern.columns,
             [&](std::int64_t first, std::int64_t last, int) {
-                for (std::int64_t k = first; k < last; ++k) {
-                    double s[motions * K] = {};
-                    for (std::int64_t e = lists.start[k]; e < lists.start[k + 1]; ++e)
-                        add_transposed_product<B, motions, K>(&level.P[lists.entry[e] * B * motions],
-                                                              &v.d[std::int64_t{lists.row[e]} * B * K], s);
-                    std::copy_n(s, motions * K, &below[k * motions * K]);
-                }
+                kernels.restrict_to(arrays, v.d.data(), below.data(), first, last);
             },
             64);
     }
-
     // y += P below
     void prolong(const std::vector<double>& below) const {
-        team.rows(level.nodes(), [&](std::int64_t first, std::int64_t last, int) {
-            for (std::int64_t i = first; i < last; ++i) {
-                double s[B * K];
-                const std::int64_t q = level.p_pattern.start[i];
-                multiply_row<B, motions, K>(level.P.data() + q * B * motions, level.p_pattern.col.data() + q,
-                                            level.p_pattern.count(i), below.data(), s);
-                for (int r = 0; r < B * K; ++r) v.y[i * B * K + r] += s[r];
-            }
-        });
+        team.rows(
+            level.nodes(),
+            [&](std::int64_t first, std::int64_t last, int) {
+                kernels.prolong(arrays, below.data(), v.y.data(), first, last);
+            },
+            2 * piece);
     }
 };
 
@@ -98,11 +73,11 @@ std::vector<double>& cycle(const Level<B>& level, std::size_t l, Hierarchy& leve
     const Sweep<B, K> sweep{level, team, v};
     const std::array<Step, 2> steps = smoothing_steps(level.largest);
     sweep.smooth(steps[0], nullptr, v.x);
-    sweep.smooth(steps[1], &v.x, v.y);
+    sweep.smooth(steps[1], v.x.data(), v.y);
     sweep.restrict_residual(vectors[l + 1].b);
     sweep.prolong(descend<K>(l + 1, levels, vectors, team));
-    sweep.smooth(steps[0], &v.y, v.x);
-    sweep.smooth(steps[1], &v.x, v.y);
+    sweep.smooth(steps[0], v.y.data(), v.x);
+    sweep.smooth(steps[1], v.x.data(), v.y);
     return v.y;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <memory>
 
 #include "solver/aggregates.h"
 #include "solver/block_kernels.h"
@@ -44,8 +45,8 @@ template <int B>
 LevelStatus take_values(const LevelMatrix<B>& from, RowTeam& team, Level<B>& level) {
     constexpr int block = B * B;
     const BlockPattern& pattern = from.pattern;
-    level.A.resize(pattern.blocks() * block);
-    level.inverse.assign(std::size_t(pattern.rows()) * block, 0.0f);
+    if (!set_zero(level.A, pattern.blocks() * block + 1, team)) return LevelStatus::ended;
+    level.inverse.assign(std::size_t(pattern.rows()) * block + 1, 0.0f);
     std::atomic<bool> positive{true}, finite{true};
     team.rows(pattern.rows(), [&](std::int64_t first, std::int64_t last, int) {
         std::vector<double> buffer;
@@ -105,7 +106,9 @@ std::vector<Connection> find_connections(const Level<B>& level, double threshold
 // Power iteration on D⁻¹A.
 template <int B>
 double largest_eigenvalue(const Level<B>& level, RowTeam& team) {
-    constexpr int block = B * B, rounds = 12;
+    constexpr int rounds = 12;
+    const LevelArrays arrays = level.arrays();
+    const LevelKernels& kernels = level_kernels().of<B, 1>();
     const std::int32_t nodes = level.nodes();
     std::vector<double> x(std::size_t(nodes) * B), y(x.size());
     std::uint32_t seed = 1;
@@ -113,14 +116,7 @@ double largest_eigenvalue(const Level<B>& level, RowTeam& team) {
     double length = std::sqrt(team.dot(x, x)), growth = 0;
     for (int round = 0; round < rounds && team.goes_on(); ++round) {
         team.rows(nodes, [&](std::int64_t first, std::int64_t last, int) {
-            for (std::int64_t i = first; i < last; ++i) {
-                double s[B], z[B] = {};
-                const std::int64_t q = level.pattern.start[i];
-                multiply_row<B, B, 1>(&level.A[q * block], level.pattern.col.data() + q,
-                                      level.pattern.count(i), x.data(), s);
-                add_product<B, B, 1>(&level.inverse[i * block], s, z);
-                for (int r = 0; r < B; ++r) y[i * B + r] = z[r] / length;
-            }
+            kernels.scaled_product(arrays, x.data(), 1 / length, y.data(), first, last);
         });
         std::swap(x, y);  // of D⁻¹A x, of length 1
         growth = length = std::sqrt(team.dot(x, x));
@@ -143,7 +139,7 @@ void smooth_prolongation(const LevelMatrix<B>& from, const Aggregates& aggregate
     constexpr int block = B * motions;
     const BlockPattern &A = level.pattern, &P = level.p_pattern;
     const double omega = 4.0 / 3.0 / level.largest;
-    level.P.resize(P.blocks() * block);
+    if (!set_zero(level.P, P.blocks() * block + 1, team)) return;
     std::vector<PlaceTable> places(team.threads(), PlaceTable(P.columns));
     team.rows(A.rows(), [&](std::int64_t first, std::int64_t last, int thread) {
         std::vector<double> buffer, AT;
@@ -173,7 +169,36 @@ void smooth_prolongation(const LevelMatrix<B>& from, const Aggregates& aggregate
     });
 }
 
+// Whether all eigenvalues of Tᵀ A T, the energies of one part's rigid motions, are above what rounding leaves
+// of none: 2e-16 of the scale; supports give 1e-5 and more even to slender bodies.
+template <int B>
+bool is_held(const Aggregates& parts, std::int32_t part, const std::vector<double>& T,
+             const std::vector<double>& AT, double scale) {
+    constexpr double nothing = 1e-14;
+    double E[motions * motions] = {};
+    char live[motions] = {};
+    for (std::int64_t k = parts.start[part]; k < parts.start[part + 1]; ++k) {
+        const double* t = &T[std::int64_t{parts.nodes[k]} * B * motions];
+        const double* at = &AT[std::int64_t{parts.nodes[k]} * B * motions];
+        for (int m = 0; m < motions; ++m)
+            for (int r = 0; r < B; ++r) {
+                live[m] |= t[m * B + r] != 0;
+                for (int c = 0; c < motions; ++c) E[c * motions + m] += t[m * B + r] * at[c * B + r];
+            }
+    }
+    for (int m = 0; m < motions; ++m) E[m * motions + m] -= nothing * scale;
+    float inverse[motions * motions];
+    return invert<motions>(E, live, inverse);
+}
+
 }  // namespace
+
+template <int B>
+LevelArrays Level<B>::arrays() const {
+    return {pattern.start.data(),   pattern.col.data(),    A.data(), inverse.data(),
+            p_pattern.start.data(), p_pattern.col.data(),  P.data(), p_columns.start.data(),
+            p_columns.row.data(),   p_columns.entry.data()};
+}
 
 template <int B>
 double Level<B>::megabytes() const {
@@ -219,7 +244,6 @@ LevelStatus make_level(LevelMatrix<B>&& from, const Coarsening& how, RowTeam& te
 
 template <int B>
 LevelStatus check_held(const LevelMatrix<B>& matrix, double scale, RowTeam& team) {
-    constexpr double nothing = 1e-11;
     constexpr int block = B * motions;
     const BlockPattern& pattern = matrix.pattern;
     const Aggregates parts = find_parts(pattern, team);
@@ -237,23 +261,9 @@ LevelStatus check_held(const LevelMatrix<B>& matrix, double scale, RowTeam& team
                                          &AT[std::int64_t{i} * block + m * B]);
         }
     });
-    if (team.ended() != RowTeam::Ended::no) return LevelStatus::ended;
-    for (std::int32_t a = 0; a < parts.count(); ++a) {
-        double E[motions * motions] = {};  // Tᵀ A T
-        char live[motions] = {};
-        for (std::int64_t k = parts.start[a]; k < parts.start[a + 1]; ++k)
-            for (int m = 0; m < motions; ++m) {
-                const double *t = &T[std::int64_t{parts.nodes[k]} * block + m * B],
-                             *at = &AT[std::int64_t{parts.nodes[k]} * block];
-                for (int r = 0; r < B; ++r) live[m] |= t[r] != 0;
-                for (int c = 0; c < motions; ++c)
-                    for (int r = 0; r < B; ++r) E[c * motions + m] += t[r] * at[c * B + r];
-            }
-        for (int m = 0; m < motions; ++m) E[m * motions + m] -= nothing * scale;
-        float inverse[motions * motions];
-        if (!invert<motions>(E, live, inverse)) return LevelStatus::not_positive;
-    }
-    return LevelStatus::ok;
+    for (std::int32_t part = 0; part < parts.count() && team.goes_on(); ++part)
+        if (!is_held<B>(parts, part, T, AT, scale)) return LevelStatus::not_positive;
+    return team.ended() == RowTeam::Ended::no ? LevelStatus::ok : LevelStatus::ended;
 }
 
 template LevelStatus check_held<3>(const LevelMatrix<3>&, double, RowTeam&);

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "solver/block_pattern.h"
+#include "solver/level_kernel.h"
 
 namespace kestralum {
 
@@ -32,7 +33,7 @@ struct LevelMatrix {
 template <int B>
 struct Level {
     BlockPattern pattern;        // of A
-    std::vector<float> A;        // B × B
+    std::vector<float> A;        // B × B; here and in P one zero behind the last, see LevelArrays
     std::vector<float> inverse;  // of D; zero where a degree of freedom is not live
     double largest = 0;          // eigenvalue of D⁻¹A, estimated from below and raised by a tenth
     BlockPattern p_pattern;      // of P
@@ -40,6 +41,7 @@ struct Level {
     ColumnLists p_columns;
 
     std::int32_t nodes() const { return pattern.rows(); }
+    LevelArrays arrays() const;
     double megabytes() const;
 };
 
@@ -55,8 +57,8 @@ template <int B>
 LevelStatus make_level(LevelMatrix<B>&& from, const Coarsening& how, RowTeam& team, Level<B>& level,
                        LevelMatrix<motions>& below);
 
-// ok where every part of the matrix that is coupled to nothing else resists each of its rigid motions v:
-// vᵀ A v > 1e-11 vᵀ v scale, far above what rounding makes of nothing and below what any support gives.
+// ok where every part of the matrix that is coupled to nothing else resists each of its rigid motions.
+// `scale`: the size of the first level's diagonal.
 template <int B>
 LevelStatus check_held(const LevelMatrix<B>& matrix, double scale, RowTeam& team);
 

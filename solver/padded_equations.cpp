@@ -1,6 +1,7 @@
 #include "solver/padded_equations.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 
@@ -113,13 +114,23 @@ std::vector<double> rigid_motions(const PaddedEquations& equations, std::span<co
 
 namespace {
 
-bool all_finite(std::span<const double> values) {
-    return std::all_of(values.begin(), values.end(), [](double v) { return std::isfinite(v); });
+bool all_finite(std::span<const double> values, RowTeam& team) {
+    std::atomic<bool> all{true};
+    team.rows(
+        static_cast<std::int64_t>(values.size()),
+        [&](std::int64_t first, std::int64_t last, int) {
+            double nothing = 0;  // 0 v is not 0 where v is no number or infinite
+            for (std::int64_t k = first; k < last; ++k) nothing += 0 * values[k];
+            if (!(nothing == 0)) all = false;
+        },
+        1 << 16);
+    return all;
 }
 
 }  // namespace
 
-std::string find_fault(const SparseKM& km, std::span<const double> values, const EquationPlaces& places) {
+std::string find_fault(const SparseKM& km, std::span<const double> values, const EquationPlaces& places,
+                       RowTeam& team) {
     if (places.dof.size() != std::size_t(km.rows()) || values.size() != std::size_t(km.entries()))
         return formatted("a matrix of %d equations and %ld values comes with %zu places and %zu values",
                          km.rows(), static_cast<long>(km.entries()), places.dof.size(), values.size());
@@ -129,8 +140,8 @@ std::string find_fault(const SparseKM& km, std::span<const double> values, const
             std::size_t(dof) / 3 * 3 + 3 > places.coordinates.size())
             return formatted("equation %zu has no place", e);
     }
-    if (!all_finite(values)) return "the matrix has entries that are no numbers";
-    if (!all_finite(places.coordinates)) return "a node's coordinates are no numbers";
+    if (!all_finite(values, team)) return "the matrix has entries that are no numbers";
+    if (!all_finite(places.coordinates, team)) return "a node's coordinates are no numbers";
     return {};
 }
 

@@ -27,8 +27,10 @@ struct PaddedEquations {
     std::int32_t rows() const { return static_cast<std::int32_t>(node.size()); }
 };
 
-// What of the matrix and the places does not fit or is no number; empty when all is well.
-std::string find_fault(const SparseKM& km, std::span<const double> values, const EquationPlaces& places);
+// What of the matrix and the places does not fit or is no number; empty when all is well or the team gives
+// up.
+std::string find_fault(const SparseKM& km, std::span<const double> values, const EquationPlaces& places,
+                       RowTeam& team);
 
 // All but `whole`.
 PaddedEquations pad(std::span<const std::int32_t> dof);
