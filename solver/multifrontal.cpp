@@ -137,7 +137,7 @@ FactorStatus MultifrontalFactor::factor(const SparseKM& km, std::span<const doub
     refines_ = false;
     error_.clear();
     take_reference();
-    Walk walk(tree_, options_.threads, tree_.panel_doubles / 4 + tree_.largest_panel, &progress);
+    Walk walk(tree_, options_.threads, tree_.stack_doubles / 4, &progress);
     walk.lines = &progress;
     if (options_.keep_in_memory && !panels_) panels_ = allocate_block(tree_.panel_doubles);
     if (!walk.whole() || (options_.keep_in_memory && !panels_)) walk.end(FactorStatus::out_of_memory);
