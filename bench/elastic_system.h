@@ -97,7 +97,7 @@ inline System assemble(const Mesh& mesh, int axis, int threads) {
         element_stiffness(type, points, moduli(elasticity, 0), ke);
         return true;
     };
-    if (assemble_km(mesh, neighbours, matrices, threads, out.km, silent, false) >= 0)
+    if (assemble_km(mesh, neighbours, matrices, threads, out.km, silent, MassStorage::none) >= 0)
         std::printf("an element is inverted\n");
     const double low = mesh.size_info[axis], high = mesh.size_info[axis + 3], near = 1e-6 * (high - low);
     std::vector<std::int32_t> map(mesh.dof_num(), -1);

@@ -121,6 +121,7 @@ struct Batch {
     int per_element;
     const std::vector<double>& ke;
     const std::vector<double>& me;
+    std::vector<double>* node_mass;  // null: the mass goes on the pattern
 };
 
 // Adds the batch's contributions to the rows of nodes [node_first, node_last), in element order.
@@ -144,7 +145,7 @@ void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& 
             for (std::size_t a = 0; a < 3; ++a) {
                 const std::int64_t start = km.row_start[3 * i + a];
                 k_row[a] = km.K_value.data() + start;
-                m_row[a] = me ? km.M_value.data() + start : nullptr;
+                m_row[a] = me && !batch.node_mass ? km.M_value.data() + start : nullptr;
             }
             for (std::size_t q = 0; q < ne; ++q) {
                 const auto j = static_cast<std::int32_t>(node_index(element[q]));
@@ -154,8 +155,9 @@ void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& 
                 for (std::size_t a = 0; a < 3; ++a) {
                     const double* block = ke + (3 * p + a) * size + 3 * q;
                     for (std::size_t b = 0; b < 3; ++b) k_row[a][offset + b] += block[b];
-                    if (me) m_row[a][offset + a] += me[p * ne + q];
+                    if (m_row[a]) m_row[a][offset + a] += me[p * ne + q];
                 }
+                if (batch.node_mass) (*batch.node_mass)[at - neighbours.nodes.data()] += me[p * ne + q];
             }
         }
     }
@@ -164,13 +166,16 @@ void add_batch(const Mesh& mesh, const NodeNeighbours& neighbours, const Batch& 
 }  // namespace
 
 std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, const ElementMatrices& matrices,
-                         int threads, SparseKM& km, Progress& progress, bool with_mass, const char* counter) {
+                         int threads, SparseKM& km, Progress& progress, MassStorage mass, const char* counter,
+                         std::vector<double>* node_mass) {
     const std::size_t ne = mesh.node_per_element();
     const std::int32_t elements = mesh.element_num();
     const std::int32_t nodes = mesh.node_num();
+    const bool with_mass = mass != MassStorage::none;
     if (!set_zero(km.K_value, km.entries(), progress) ||
-        !set_zero(km.M_value, with_mass ? km.entries() : 0, progress))
+        !set_zero(km.M_value, mass == MassStorage::pattern ? km.entries() : 0, progress))
         return -1;
+    if (mass == MassStorage::nodes) node_mass->assign(neighbours.nodes.size(), 0.0);
     constexpr std::int32_t batch_size = 1024;
     std::vector<double> ke(batch_size * 9 * ne * ne), me(with_mass ? batch_size * ne * ne : 0);
     std::vector<char> computed(batch_size, 0);
@@ -190,7 +195,7 @@ std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, con
             progress.counter(e, elements, counter);
             if (!computed[e - first]) return e;
         }
-        const Batch batch{first, last, static_cast<int>(ne), ke, me};
+        const Batch batch{first, last, static_cast<int>(ne), ke, me, node_mass};
         // the rows are dealt out so that every thread has rows of this batch's elements
         const auto [low, high] =
             std::minmax_element(mesh.connectivity.begin() + first * static_cast<std::ptrdiff_t>(ne),

@@ -48,12 +48,17 @@ void find_diagonals(SparseKM& km);
 // Called from several threads at once. False or an exception: the element cannot be computed.
 using ElementMatrices = std::function<bool(std::int32_t element, double* ke, double* me)>;
 
+// What assemble_km() makes of the mass: nothing (`me` is null), M_value on the pattern, or one value per pair
+// of neighbours in node_mass, in their order.
+enum class MassStorage { none, pattern, nodes };
+
 // Adds every element's matrices, in element order for every entry whatever the number of threads.
 // Returns the first element (0-based) that could not be computed, -1 when all could or a cancel ended it.
-// `counter` stands before the progress counter. `with_mass` false: M_value stays empty, `me` is null.
+// `counter` stands before the progress counter.
 std::int32_t assemble_km(const Mesh& mesh, const NodeNeighbours& neighbours, const ElementMatrices& matrices,
-                         int threads, SparseKM& km, Progress& progress, bool with_mass = true,
-                         const char* counter = "    k=");
+                         int threads, SparseKM& km, Progress& progress,
+                         MassStorage mass = MassStorage::pattern,
+                         const char* counter = "    k=", std::vector<double>* node_mass = nullptr);
 
 // Keeps the rows and columns with map >= 0 under their new numbers; an empty M_value stays empty.
 void keep_rows(std::span<const std::int32_t> map, SparseKM& km);

@@ -49,7 +49,17 @@ std::vector<double> unstrained_diagonal(const Job& job, const Freedoms& freedoms
 
 namespace {
 
-bool assemble(Job& job, AssembledSystem& system) {
+// The sum of the entries of M, row by row: of a node's three rows each has its masses once.
+double sum_of_mass(const NodeNeighbours& neighbours, std::span<const double> node_mass) {
+    double sum = 0;
+    if (node_mass.empty()) return sum;
+    for (std::size_t n = 0; n + 1 < neighbours.start.size(); ++n)
+        for (int row = 0; row < 3; ++row)
+            for (std::int64_t k = neighbours.start[n]; k < neighbours.start[n + 1]; ++k) sum += node_mass[k];
+    return sum;
+}
+
+bool assemble(Job& job, AssembledSystem& system, bool with_mass) {
     const Mesh& mesh = job.mesh();
     const NodeElements& around = system.freedoms.node_elements;
     Progress& progress = job.progress;
@@ -65,14 +75,19 @@ bool assemble(Job& job, AssembledSystem& system) {
     find_diagonals(system.km);
     progress.print("K,M sparse\n");
     progress.print(" Calculate K,M sparse\n");
+    std::vector<double> node_mass;
     const std::int32_t bad =
         assemble_km(mesh, neighbours, element_matrices(job, system.elasticity, &system.freedoms.rigid),
-                    job.threads(), system.km, progress);
+                    job.threads(), system.km, progress, with_mass ? MassStorage::pattern : MassStorage::nodes,
+                    "    k=", with_mass ? nullptr : &node_mass);
     if (bad >= 0)
         return job.fail(RunStatus::failed, place_of_element(job, bad) +
                                                ": the Jacobian is not positive (flat or inverted element)");
     if (!job.goes_on()) return false;
     progress.print(" Calculate K,M sparse Complete\n");
+    double mass = sum_of_mass(neighbours, node_mass);
+    for (double m : system.km.M_value) mass += m;
+    job.report().total_mass = mass / 3.0;
     return true;
 }
 
@@ -81,10 +96,7 @@ void print_sizes(Job& job, const AssembledSystem& system) {
     Progress& progress = job.progress;
     progress.print("fn=%ld,diag_num=%d\n", job.report().free_dofs, system.freedoms.diag_num);
     progress.print("fn_free=%d\n", job.mesh().dof_num());
-    double mass = 0;
-    for (double m : km.M_value) mass += m;
-    progress.print("Mass total=%e[kg]\n", mass / 3.0);
-    job.report().total_mass = mass / 3.0;
+    progress.print("Mass total=%e[kg]\n", job.report().total_mass);
     progress.print(" Ls_num=%ld\n", profile_size(km));
     progress.print(" K_num2=%ld\n", km.entries());
     progress.print(" [K]memory size=%10.1f[MB]\n", static_cast<double>(km.entries()) * 8 / 1000000);
@@ -92,11 +104,11 @@ void print_sizes(Job& job, const AssembledSystem& system) {
 
 }  // namespace
 
-bool assemble_system(Job& job, AssembledSystem& system) {
+bool assemble_system(Job& job, AssembledSystem& system, bool with_mass) {
     job.clock.begin("assemble");
     if (!number_freedoms(job, system.freedoms)) return false;
     system.elasticity = build_elasticity(job.model.materials, job.progress);
-    if (!assemble(job, system)) return false;
+    if (!assemble(job, system, with_mass)) return false;
     print_sizes(job, system);
     const DofNumbering& numbering = system.freedoms.numbering;
     if (!job.model.boundary_conditions.empty() || numbering.hanging_nodes > 0)

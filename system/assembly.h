@@ -29,8 +29,9 @@ ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, c
 std::vector<double> unstrained_diagonal(const Job& job, const Freedoms& freedoms, const SparseKM& km);
 
 // Supports, elasticity, pattern, assembly and elimination, with the progress lines. system.freedoms is as
-// make_run_mesh() left it. False with the status set when an element cannot be computed or nothing is free.
-bool assemble_system(Job& job, AssembledSystem& system);
+// make_run_mesh() left it. `with_mass` false: M is summed for the total alone. False with the status set when
+// an element cannot be computed or nothing is free.
+bool assemble_system(Job& job, AssembledSystem& system, bool with_mass = true);
 
 // Takes the members out of the system (rigid_transform), adds the combines' springs and prints the counts and
 // the members. Nothing without bodies. False with status failed when no equation is left.

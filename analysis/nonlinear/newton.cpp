@@ -93,7 +93,7 @@ bool NewtonSolver::assemble(Progress& lines) {
     const std::int32_t bad = assemble_km(
         body_.mesh, neighbours_,
         [&](std::int32_t e, double* ke, double*) { return finite_stiffness(body_, e, ke); }, body_.threads,
-        full_, lines, false, "k=");
+        full_, lines, MassStorage::none, "k=");
     if (bad >= 0) {
         const auto c = element_centre(body_.mesh, bad);
         error = formatted("element %d at (%.6g, %.6g, %.6g) is flat or inverted", bad + 1, c[0], c[1], c[2]);

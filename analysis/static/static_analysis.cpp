@@ -113,7 +113,7 @@ bool recover(Job& job, const AssembledSystem& system, std::span<const double> q)
 }
 
 bool work(Job& job, AssembledSystem& system) {
-    if (!assemble_system(job, system)) return false;
+    if (!assemble_system(job, system, false)) return false;
     job.progress.print("Force Vector\n");
     resolve_loads(job, system.freedoms, unstrained_diagonal(job, system.freedoms, system.km));
     job.progress.print("Force Vector Complete\n");
