@@ -174,6 +174,7 @@ SolveStatus Multigrid::solve(std::span<double> x, const IterationLimits& limits,
     if (!s.ready || x.size() != std::size_t(s.km->rows()))
         return s.fail(SolveStatus::bad_input, "no levels have been made for equations of this number");
     try {
+        s.error.clear();
         RowTeam team(s.threads, progress);
         const PositiveSystem system{[&](std::span<const double> from, std::span<double> to) {
                                         multiply(*s.km, s.values, s.equations, from, to, team);
@@ -202,6 +203,7 @@ SolveStatus Multigrid::precondition(std::span<double> x, std::int32_t k, const P
     if (!s.ready || k < 0 || x.size() != std::size_t(s.km->rows()) * std::size_t(k))
         return s.fail(SolveStatus::bad_input, "no levels have been made for equations of this number");
     try {
+        s.error.clear();
         RowTeam team(s.threads, progress);
         const std::int64_t n = s.km->rows();
         std::int32_t c = 0;

@@ -40,7 +40,7 @@ public:
 
     // Solves A x = b from x = 0: b in, x out. ok: the residual, computed anew from A x and not carried along,
     // is within the tolerance, or is as small as the rounding of A x lets it be (rounded() tells). On
-    // `stalled` x is the best that was found, else it has no meaning.
+    // `stalled` x is the last that was found, with its residual(); else it has no meaning.
     SolveStatus solve(std::span<double> x, const IterationLimits& limits = {},
                       const Progress* progress = nullptr);
 
@@ -54,7 +54,7 @@ public:
     bool rounded() const;                // the last solve ended at the limit of rounding, above the tolerance
     int levels() const;                  // the dense one included
     double operator_complexity() const;  // entries of all levels' matrices over those of the first
-    double megabytes() const;            // that the object holds
+    double megabytes() const;            // that the object holds; solve() takes six vectors more
 
 private:
     struct State;

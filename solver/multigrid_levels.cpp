@@ -231,6 +231,7 @@ LevelStatus make_level(LevelMatrix<B>&& from, const Coarsening& how, RowTeam& te
         if (coarse || threshold <= 0) break;
     }
     Tentative tentative = make_tentative(aggregates, from.N, B, team);
+    from.N = {};
     smooth_prolongation(from, aggregates, tentative, team, level);
     auto values = std::make_shared<std::vector<double>>(galerkin.values(below.pattern));
     if (ended()) return LevelStatus::ended;

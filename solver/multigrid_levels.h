@@ -52,7 +52,7 @@ struct Coarsening {
     std::int64_t most_entries;  // of the matrix below; more are only taken with threshold 0
 };
 
-// Makes the level and, with its values, the matrix below it. `ended`: the team gave up.
+// Makes the level and, with its values, the matrix below it; `from` is used up. `ended`: the team gave up.
 template <int B>
 LevelStatus make_level(LevelMatrix<B>&& from, const Coarsening& how, RowTeam& team, Level<B>& level,
                        LevelMatrix<motions>& below);
@@ -65,7 +65,7 @@ LevelStatus check_held(const LevelMatrix<B>& matrix, double scale, RowTeam& team
 // The level below all others: a dense Cholesky factor.
 class CoarsestLevel {
 public:
-    // `ended` only where memory is missing
+    // ok, not_positive or not_finite. Not cancelled: a tenth of a second at 1200 rows.
     template <int B>
     LevelStatus factor(const LevelMatrix<B>& from);
     // In place; x is n × k, row-major.

@@ -14,6 +14,7 @@
 #include "support/assembled.h"
 #include "support/box_mesh.h"
 #include "support/collected.h"
+#include "support/heap_count.h"
 #include "support/temp_folder.h"
 #include "support/text_checks.h"
 
@@ -126,8 +127,13 @@ TEST(Multigrid, SolvesAsTheFactorDoesWithTheSameBytesOnAnyNumberOfThreads) {
 TEST(Multigrid, TheCycleIsSymmetricPositiveAndTheSameForEveryColumn) {
     const Body body = make_body(testing::hexa_box({{7, 6, 9}, {0.7, 0.6, 0.9}}), at_foot);
     const std::size_t n = body.km.rows(), k = 6;
+    const std::int64_t before = testing::heap.live;
     Multigrid multigrid({.coarsest = 60});
     ASSERT_EQ(multigrid.set_up(body.km, body.km.K_value, body.places(), 2), SolveStatus::ok);
+    const double taken = 1e-6 * static_cast<double>(testing::heap.live - before);
+    if (KESTRALUM_COUNTS_HEAP) {
+        EXPECT_NEAR(multigrid.megabytes(), taken, 0.02 * taken);
+    }
     std::vector<double> columns(n * k);
     for (std::size_t i = 0; i < columns.size(); ++i) columns[i] = std::sin(0.3 + static_cast<double>(i * i));
     const std::vector<double> u = columns;
