@@ -71,9 +71,12 @@ std::unique_ptr<Factor> plan_iterative(Job& job, const SparseKM& km, const Facto
         rest.other_megabytes = other;
         return plan_sparse(job, analyse_pattern(km), rest);
     };
+    MultigridOptions levels;
+    // the middles of edges are coupled so closely that fewer connections make better aggregates
+    if (job.mesh().element_type == ElementKind::tetrahedron10) levels.threshold = 0.05;
     return std::make_unique<IterativeFactor>(
         EquationPlaces{needs.free_dofs, job.mesh().coordinates},
-        IterativeOptions{job.threads(), job.settings.solver_tolerance, direct});
+        IterativeOptions{job.threads(), job.settings.solver_tolerance, levels, direct});
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 namespace kestralum {
 
 IterativeFactor::IterativeFactor(EquationPlaces places, IterativeOptions options)
-    : places_(places), options_(std::move(options)) {}
+    : places_(places), options_(std::move(options)), multigrid_(options_.levels) {}
 
 FactorStatus IterativeFactor::take_direct(const std::string& why, Progress& progress) {
     direct_ = options_.direct(why);
@@ -25,6 +25,7 @@ FactorStatus IterativeFactor::factor(const SparseKM& km, std::span<const double>
     values_ = values;
     most_iterations_ = 0;
     worst_residual_ = 0;
+    rounded_ = false;
     if (direct_) {
         const FactorStatus status = direct_->factor(km, values, progress);
         error_ = direct_->error();
@@ -57,6 +58,7 @@ bool IterativeFactor::solve(std::span<double> x, std::int32_t k, const Progress*
         const SolveStatus status = multigrid_.solve(column, {.tolerance = options_.tolerance}, progress);
         most_iterations_ = std::max(most_iterations_, multigrid_.iterations());
         worst_residual_ = std::max(worst_residual_, multigrid_.residual());
+        rounded_ = rounded_ || multigrid_.rounded();
         if (status == SolveStatus::ok) continue;
         error_ = multigrid_.error();
         if (status == SolveStatus::cancelled || status == SolveStatus::out_of_memory) return false;
@@ -71,7 +73,8 @@ bool IterativeFactor::solve(std::span<double> x, std::int32_t k, const Progress*
 
 std::string IterativeFactor::outcome() const {
     if (direct_) return "solved with the direct factor";
-    return formatted("%d iterations, residual %.1e", most_iterations_, worst_residual_);
+    return formatted("%d iterations, residual %.1e%s", most_iterations_, worst_residual_,
+                     rounded_ ? " (the limit of rounding)" : "");
 }
 
 }  // namespace kestralum

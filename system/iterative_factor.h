@@ -12,6 +12,7 @@ namespace kestralum {
 struct IterativeOptions {
     int threads = 1;
     double tolerance = 1e-10;  // ‖b - A x‖ / ‖b‖
+    MultigridOptions levels = {};
     // The factor to go on with where the iteration cannot: a matrix that is not positive, or one on which it
     // stalls. Told why; null where it cannot be had.
     std::function<std::unique_ptr<Factor>(const std::string& why)> direct;
@@ -47,6 +48,7 @@ private:
     std::unique_ptr<Factor> direct_;
     int most_iterations_ = 0;
     double worst_residual_ = 0;
+    bool rounded_ = false;
     std::string error_;
 };
 
