@@ -161,10 +161,56 @@ FactorStatus MultifrontalFactor::finish(Walk& walk) {
     return status;
 }
 
-void MultifrontalFactor::count_pivots(Walk& walk, const PivotCount& count) {
-    walk.negative += count.negative;
-    walk.replaced += count.replaced;
-}
+// L of a front's columns, tile by tile of columns, strip by strip of rows: strip_tiles tiles each, among the
+// pivots and below them. Each method is one task's work; what it waits for stands at eliminate_large().
+struct MultifrontalFactor::Elimination {
+    MultifrontalFactor& factor;
+    Walk& walk;
+    const Front& f;
+    double* panel;
+    const std::int32_t tiles = tiles_of(f.columns);
+    const std::int32_t among = (f.columns + strip_rows - 1) / strip_rows;  // strips among the pivots
+    const std::int32_t strips = among + (f.update_count() + strip_rows - 1) / strip_rows;
+
+    static constexpr std::int32_t strip_rows = strip_tiles * tile_columns;
+    // Strip g: rows edge(g) … edge(g + 1) - 1.
+    std::int32_t edge(std::int32_t g) const {
+        if (g <= among) return std::min(f.columns, g * strip_rows);
+        return std::min(f.rows, f.columns + (g - among) * strip_rows);
+    }
+    double* tile(std::int32_t k) const { return panel + tile_offset(f.rows, k); }
+    double* scratch() const { return walk.scratch[omp_get_thread_num()].get(); }
+
+    // The diagonal tile k and the rows below it in its strip.
+    void factor_diagonal(std::int32_t k) const {
+        if (factor.ends(walk)) return;
+        const std::int32_t start = k * tile_columns, width = tile_width(f.columns, k), ld = f.rows - start;
+        const Pivots pivots = factor.pivots_at(f.first + start);
+        const PivotCount count = factor_tile(tile(k), ld, width, pivots, scratch());
+        walk.negative += count.negative;
+        walk.replaced += count.replaced;
+        const std::int32_t below = edge(k / strip_tiles + 1) - start - width;
+        if (below > 0) divide_rows(below, width, tile(k) + width, ld, tile(k), ld, pivots);
+    }
+    // Strip g of tile k.
+    void divide_strip(std::int32_t k, std::int32_t g) const {
+        if (factor.ends(walk)) return;
+        const std::int32_t start = k * tile_columns, ld = f.rows - start;
+        divide_rows(edge(g + 1) - edge(g), tile_width(f.columns, k), tile(k) + edge(g) - start, ld, tile(k),
+                    ld, factor.pivots_at(f.first + start));
+    }
+    // Strip g of tile j less its product with tile k.
+    void subtract_strip(std::int32_t k, std::int32_t j, std::int32_t g) const {
+        if (factor.ends(walk)) return;
+        const std::int32_t start = k * tile_columns, width = tile_width(f.columns, k), ld = f.rows - start;
+        const std::int32_t at = j * tile_columns, columns = tile_width(f.columns, j);
+        double* const ld_rows = scratch();
+        multiply_by_d(columns, width, tile(k) + at - start, ld, factor.pivots_at(f.first + start), ld_rows);
+        const std::int32_t first = std::max(edge(g), at);
+        subtract_product({edge(g + 1) - first, columns, width, tile(k) + first - start, ld, ld_rows, columns},
+                         first == at, 1, tile(j) + first - at, f.rows - at);
+    }
+};
 
 void MultifrontalFactor::factor_front(Walk& walk, std::int32_t s) {
     if (ends(walk)) return;
@@ -179,7 +225,7 @@ void MultifrontalFactor::factor_front(Walk& walk, std::int32_t s) {
 #pragma omp task firstprivate(k) shared(walk) if (large)
         assemble_tile(walk, s, k, panel + tile_offset(f.rows, k));
     }
-    eliminate(walk, s, panel);
+    eliminate({*this, walk, f, panel});
     if (!ends(walk)) make_update(walk, s, panel);
     for (const std::int32_t c : tree_.children_of(s)) {
         walk.pool.give(walk.left[c]);
@@ -249,63 +295,42 @@ void MultifrontalFactor::add_update(const double* update, std::int32_t child, st
     }
 }
 
-// L of the front's columns in place. Strips of rows: strip_tiles tiles each, among the pivots and below them.
-void MultifrontalFactor::eliminate(Walk& walk, std::int32_t s, double* panel) {
-    const Front& f = tree_.fronts[s];
-    const std::int32_t tiles = tiles_of(f.columns), rows = f.rows;
-    const bool large = f.work > large_front;
-    constexpr std::int32_t strip = strip_tiles * tile_columns;
-    std::int32_t strips = 0;  // strip g: rows edge(g) … edge(g + 1) - 1
-    const std::int32_t among = (f.columns + strip - 1) / strip,
-                       under = (f.update_count() + strip - 1) / strip;
-    strips = among + under;
-    const auto edge = [=, columns = f.columns](std::int32_t g) {
-        if (g <= among) return std::min(columns, g * strip);
-        return std::min(rows, columns + (g - among) * strip);
-    };
-    const auto tile = [=](std::int32_t k) { return panel + tile_offset(rows, k); };
+void MultifrontalFactor::eliminate(const Elimination& work) {
+    if (work.f.work > large_front) return eliminate_large(work);
+    for (std::int32_t k = 0; k < work.tiles; ++k) {
+        work.factor_diagonal(k);
+        for (std::int32_t g = k / strip_tiles + 1; g < work.strips; ++g) work.divide_strip(k, g);
+        for (std::int32_t j = k + 1; j < work.tiles; ++j)
+            for (std::int32_t g = j / strip_tiles; g < work.strips; ++g) work.subtract_strip(k, j, g);
+    }
+}
+
+void MultifrontalFactor::eliminate_large(const Elimination& work) {
+    const std::int32_t tiles = work.tiles, strips = work.strips;
     const auto dependences = std::make_unique<char[]>(std::int64_t{strips} * tiles);
-    char* const token = dependences.get();
-    (void)token;  // g++ does not see its use in the dependences
+    char* const token = dependences.get();  // of strip g of tile k: token[g * tiles + k]
+    (void)token;                            // g++ does not see its use in the dependences
 #pragma omp taskgroup
     for (std::int32_t k = 0; k < tiles; ++k) {
-        const std::int32_t gk = k / strip_tiles, width = tile_width(f.columns, k), start = k * tile_columns;
-        const Pivots pivots = pivots_at(f.first + start);
-#pragma omp task firstprivate(k, gk, width, start, pivots) shared(walk) \
-    depend(inout                                                        \
-           : token[gk * tiles + k]) if (large)
-        if (!ends(walk)) {
-            const std::int32_t ld = rows - start, below = edge(gk + 1) - start - width;
-            count_pivots(walk,
-                         factor_tile(tile(k), ld, width, pivots, walk.scratch[omp_get_thread_num()].get()));
-            if (below > 0) divide_rows(below, width, tile(k) + width, ld, tile(k), ld, pivots);
-        }
+        const std::int32_t gk = k / strip_tiles;
+#pragma omp task firstprivate(k) shared(work) depend(inout : token[gk * tiles + k])
+        work.factor_diagonal(k);
         for (std::int32_t g = gk + 1; g < strips; ++g) {
-#pragma omp task firstprivate(k, g, width, start, pivots) shared(walk) depend(in                       \
-                                                                              : token[gk * tiles + k]) \
-    depend(inout                                                                                       \
-           : token[g * tiles + k]) if (large)
-            if (!ends(walk))
-                divide_rows(edge(g + 1) - edge(g), width, tile(k) + edge(g) - start, rows - start, tile(k),
-                            rows - start, pivots);
+#pragma omp task firstprivate(k, g) shared(work) depend(in                       \
+                                                        : token[gk * tiles + k]) \
+    depend(inout                                                                 \
+           : token[g * tiles + k])
+            work.divide_strip(k, g);
         }
         for (std::int32_t j = k + 1; j < tiles; ++j)
             for (std::int32_t g = j / strip_tiles; g < strips; ++g) {
                 const std::int32_t gj = j / strip_tiles;
-#pragma omp task firstprivate(k, j, g, gj, width, start, pivots) shared(walk) \
-    depend(in                                                                 \
-           : token[g * tiles + k], token[gj * tiles + k]) depend(inout        \
-                                                                 : token[g * tiles + j]) if (large)
-                if (!ends(walk)) {
-                    double* const scratch = walk.scratch[omp_get_thread_num()].get();
-                    const std::int32_t columns = tile_width(f.columns, j), ld = rows - start,
-                                       at = j * tile_columns;
-                    multiply_by_d(columns, width, tile(k) + at - start, ld, pivots, scratch);
-                    const std::int32_t first = std::max(edge(g), at);
-                    subtract_product(
-                        {edge(g + 1) - first, columns, width, tile(k) + first - start, ld, scratch, columns},
-                        first == at, 1, tile(j) + first - at, rows - at);
-                }
+                (void)gj;
+#pragma omp task firstprivate(k, j, g) shared(work) depend(in                                             \
+                                                           : token[g * tiles + k], token[gj * tiles + k]) \
+    depend(inout                                                                                          \
+           : token[g * tiles + j])
+                work.subtract_strip(k, j, g);
             }
     }
 }

@@ -46,6 +46,7 @@ public:
 private:
     // One traversal of the tree: what ends it, and the vectors or matrices that children leave to parents.
     struct Walk;
+    struct Elimination;
     class PanelFile;
 
     Pivots pivots_at(std::int32_t position);
@@ -58,9 +59,9 @@ private:
     void scatter_columns(std::int32_t s, std::int32_t first, std::int32_t last, double* tile, int ld) const;
     void add_update(const double* update, std::int32_t child, std::int32_t first, std::int32_t last,
                     double* to, int ld) const;
-    void eliminate(Walk& walk, std::int32_t s, double* panel);
+    void eliminate(const Elimination& work);
+    void eliminate_large(const Elimination& work);
     void make_update(Walk& walk, std::int32_t s, const double* panel);
-    void count_pivots(Walk& walk, const PivotCount& count);
     bool ends(Walk& walk) const;
     FactorStatus finish(Walk& walk);
 
