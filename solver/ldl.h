@@ -23,6 +23,12 @@
 
 namespace kestralum {
 
+// The lines of row i of [M] whose w_ii² = v comes out negative (m: m_ii), and of one that W does not give
+// back: |m_ii - Σ w_ij²| is not below the tolerance.
+inline constexpr double w_tolerance = 1e-6;
+void print_negative_mass(std::int32_t i, double v, double m, Progress& progress);
+void print_unsound_mass(std::int32_t i, Progress& progress);
+
 struct FactorOptions {
     int threads = 1;
     std::int32_t diag_num = 0;       // band measure: no row is higher; at least the largest height is used
