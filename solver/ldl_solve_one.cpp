@@ -41,10 +41,10 @@ struct Team {
     }
 };
 
-// Panels too small for the threads to meet over.
+// A factor or panels too small for the threads to meet over.
 bool is_small(const PanelGrid& grid) {
-    constexpr std::int64_t doubles = 8192;
-    return grid.kept_start.back() < doubles * grid.panels();
+    constexpr std::int64_t factor = 1 << 18, panel = 8192;  // doubles
+    return grid.kept_start.back() < std::max(factor, panel * grid.panels());
 }
 
 // For packed panels.

@@ -73,8 +73,9 @@ SparseKM NodeMass::among(std::span<const std::int32_t> chosen) const {
 template <std::int32_t columns>
 void NodeMass::multiply_some(const double* x, double* y, std::int64_t n, int threads) {
     constexpr std::int32_t block = 3 * columns;
+    constexpr std::int64_t least_work = 100000;  // products for which threads pay
     const std::int64_t count = nodes();
-#pragma omp parallel num_threads(threads) if (count * block > 3000)
+#pragma omp parallel num_threads(threads) if (start_.back() * block > least_work)
     {
 #pragma omp for schedule(static)
         for (std::int64_t node = 0; node < count; ++node)
