@@ -123,6 +123,14 @@ private:
     bool solve_one(double* x, const Progress* progress);
     FactorStatus solve_forward_one(double* x, const Progress* progress) const;
     FactorStatus solve_backward_one(double* x, const Progress* progress) const;
+    // Several, interleaved; of a spilled factor too, with the same sums.
+    struct Wide;
+    bool solve_wide(double* x, std::int32_t k, const Progress* progress);
+    FactorStatus solve_group(double* x, std::int32_t k, const Progress* progress);
+    FactorStatus solve_forward_wide(const Wide& wide, const Progress* progress) const;
+    FactorStatus solve_backward_wide(const Wide& wide, const Progress* progress) const;
+    FactorStatus solve_wide_from_files(Wide& wide, std::vector<const double*>& at, bool forward,
+                                       const Progress* progress);
     void solve_triangle_one(std::int32_t I, double* room, double* x, bool transposed) const;
     // The kept panel's or, read into `buffer`, the spilled panel's row i from its first column on.
     const double* row_of(std::int32_t i, const double* buffer) const;
