@@ -121,11 +121,10 @@ bool EigenProblem::start_vector_through_w(std::vector<double>& start) {
     }
     const SkylineFactor& like = *factor_->free();
     const std::span<double> free = std::span(start).first(km_.rows());
-    const bool kept = like.options().keep_in_memory && like.divisions().count() == 1;
     W_ = std::make_unique<MassFactor>(mass_, like.profile(), like.divisions(), like.options());
-    // beside a factor in memory that of the nodes' mass is small; else it may be too large
-    if (!kept && W_->megabytes() > std::min(job_.settings.memory_size, machine_megabytes()))
-        return start_through_whole_w(like, free);
+    // a ninth of a whole factor, like [K] itself beyond the budget for panels, so that this does not show in
+    // the result
+    if (W_->megabytes() > machine_megabytes()) return start_through_whole_w(like, free);
     const auto fail = [&](const char* what) { return job_.fail(RunStatus::failed, what + W_->error()); };
     const FactorStatus status = W_->factor(progress());
     if (status == FactorStatus::cancelled) return job_.goes_on();
