@@ -65,6 +65,18 @@ std::string FactorFiles::stored_name(std::int32_t division) const {
     return formatted("log\\%s_%d.txt", stem_.c_str(), division);
 }
 
+void FactorFiles::print_spill(std::int32_t division, std::int32_t i, Progress& progress) const {
+    const std::size_t b = division;
+    const std::size_t count = divisions_.count();
+    const auto& start = divisions_.div_profile;
+    const std::int64_t kept = profile_.sky_start[i] - start[b + 1];
+    const std::int64_t room = b + 1 < count ? start[std::min(b + 3, count)] - start[b + 1] : 0;
+    progress.print("    %s, n=%lld,", stored_name(division).c_str(),
+                   static_cast<long long>(start[b + 1] - start[b]));
+    progress.print(" n2=%lld,", static_cast<long long>(kept));
+    progress.print(" n=%lld\n", static_cast<long long>(room));
+}
+
 std::string FactorFiles::error() const {
     std::lock_guard hold(lock_);
     return error_;

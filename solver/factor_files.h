@@ -51,6 +51,10 @@ public:
     void close(std::int32_t division);
     void close_all();
 
+    // The lines of a spilled division, when row i is the first that cannot reach back into it; at the end
+    // (i = n) for what is left.
+    void print_spill(std::int32_t division, std::int32_t i, Progress& progress) const;
+
     std::string stored_name(std::int32_t division) const;
     bool failed() const { return failed_.load(std::memory_order_relaxed); }
     std::string error() const;

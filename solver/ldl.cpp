@@ -255,18 +255,8 @@ void SkylineFactor::report_panels() {
     }
 }
 
-// The lines of one spilled division, when row i is the first that cannot reach back into it; at the
-// end (i = n) for what is left.
 void SkylineFactor::report_spill(std::int32_t i) {
-    const std::size_t b = shared_->division;
-    const std::size_t count = divisions_.count();
-    const auto& start = divisions_.div_profile;
-    const std::int64_t kept = profile_.sky_start[i] - start[b + 1];
-    const std::int64_t room = b + 1 < count ? start[std::min(b + 3, count)] - start[b + 1] : 0;
-    shared_->progress.print("    %s, n=%lld,", files_.stored_name(shared_->division).c_str(),
-                            static_cast<long long>(start[b + 1] - start[b]));
-    shared_->progress.print(" n2=%lld,", static_cast<long long>(kept));
-    shared_->progress.print(" n=%lld\n", static_cast<long long>(room));
+    files_.print_spill(shared_->division, i, shared_->progress);
     if (spilled()) files_.close(shared_->division);
     ++shared_->division;
 }
@@ -288,9 +278,7 @@ void SkylineFactor::report_row(std::int32_t i) {
     if (kind_ == Kind::ldl) {
         shared_->progress.print("Warning   D[%d]:%.3e\n", i, d);
     } else {
-        const double m = shared_->diagonal[i];
-        shared_->progress.print("[M] is not positive define at %dth row\n", i);
-        shared_->progress.print("  W[%d][%d]^2: %.3e = sqrt( %.3e - %.3e )\n", i, i, d, m, m - d);
+        print_negative_mass(i, d, shared_->diagonal[i], shared_->progress);
     }
 }
 
@@ -412,10 +400,18 @@ FactorStatus SkylineFactor::factor_ww(const SparseKM& km, std::span<const double
     return check_rows_of_w(km, values, progress);
 }
 
+void print_unsound_mass(std::int32_t i, Progress& progress) {
+    progress.print("[M] is not positive define at %dth row\n", i);
+}
+
+void print_negative_mass(std::int32_t i, double v, double m, Progress& progress) {
+    print_unsound_mass(i, progress);
+    progress.print("  W[%d][%d]^2: %.3e = sqrt( %.3e - %.3e )\n", i, i, v, m, m - v);
+}
+
 // m_ii = Σ w_ij² must have come out; it does not where a negative value was replaced by its size.
 FactorStatus SkylineFactor::check_rows_of_w(const SparseKM& km, std::span<const double> values,
                                             Progress& progress) {
-    constexpr double tolerance = 1e-6;
     const Block buffer = spilled() ? allocate_block(grid_.largest_panel()) : nullptr;
     FactorStatus status = spilled() && !buffer ? FactorStatus::out_of_memory : FactorStatus::ok;
     for (std::int32_t I = 0; I < grid_.panels() && status == FactorStatus::ok; ++I) {
@@ -425,7 +421,7 @@ FactorStatus SkylineFactor::check_rows_of_w(const SparseKM& km, std::span<const 
             const double* w = row_of(i, buffer.get());
             double m = values[km.diag_pos[i]];
             for (std::int32_t j = 0; j < profile_.height[i]; ++j) m -= w[j] * w[j];
-            if (std::abs(m) >= tolerance) progress.print("[M] is not positive define at %dth row\n", i);
+            if (std::abs(m) >= w_tolerance) print_unsound_mass(i, progress);
         }
     }
     if (status != FactorStatus::ok) fail(status);

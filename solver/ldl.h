@@ -24,6 +24,12 @@
 
 namespace kestralum {
 
+// The lines of row i of [M] whose w_ii² = v comes out negative (m: m_ii), and of one that W does not give
+// back: |m_ii - Σ w_ij²| is not below the tolerance.
+inline constexpr double w_tolerance = 1e-6;
+void print_negative_mass(std::int32_t i, double v, double m, Progress& progress);
+void print_unsound_mass(std::int32_t i, Progress& progress);
+
 struct FactorOptions {
     int threads = 1;
     std::int32_t diag_num = 0;       // band measure: no row is higher; at least the largest height is used
@@ -126,6 +132,14 @@ private:
     bool solve_one(double* x, const Progress* progress);
     FactorStatus solve_forward_one(double* x, const Progress* progress) const;
     FactorStatus solve_backward_one(double* x, const Progress* progress) const;
+    // Several, interleaved; of a spilled factor too, with the same sums.
+    struct Wide;
+    bool solve_wide(double* x, std::int32_t k, const Progress* progress);
+    FactorStatus solve_group(double* x, std::int32_t k, const Progress* progress);
+    FactorStatus solve_forward_wide(const Wide& wide, const Progress* progress) const;
+    FactorStatus solve_backward_wide(const Wide& wide, const Progress* progress) const;
+    FactorStatus solve_wide_from_files(Wide& wide, std::vector<const double*>& at, bool forward,
+                                       const Progress* progress);
     void solve_triangle_one(std::int32_t I, double* room, double* x, bool transposed) const;
     // The kept panel's or, read into `buffer`, the spilled panel's row i from its first column on.
     const double* row_of(std::int32_t i, const double* buffer) const;

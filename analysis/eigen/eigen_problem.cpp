@@ -6,6 +6,7 @@
 
 #include "model/format.h"
 #include "solver/ldl.h"
+#include "solver/memory_limits.h"
 
 namespace kestralum {
 
@@ -32,22 +33,17 @@ double EigenProblem::diagonal(std::int32_t i, const std::vector<double>& values,
 }
 
 EigenProblem::EigenProblem(Job& job, const AssembledSystem& system, std::unique_ptr<BorderedFactor> factor)
-    : job_(job), km_(system.km), border_(system.border), factor_(std::move(factor)) {
-    mass_.row_start.push_back(0);
+    : job_(job),
+      km_(system.km),
+      border_(system.border),
+      factor_(std::move(factor)),
+      mass_(km_, system.freedoms.numbering.free_dofs) {
     for (const std::int32_t part : job.model.mesh.p_ele_part_id) {
         const Material& material = job.model.materials[job.model.parts[part].material_id];
         elastic_scale_ = std::max(elastic_scale_,
                                   material.young / material.density / std::pow(job.model.mesh.max_length, 2));
     }
     double stiffest = elastic_scale_;
-    for (std::int32_t row = 0; row < km_.rows(); ++row) {
-        for (std::int64_t k = km_.row_start[row]; k < km_.row_start[row] + km_.row_count[row]; ++k) {
-            if (km_.M_value[k] == 0) continue;
-            mass_.col_index.push_back(km_.col_index[k]);
-            mass_.value.push_back(km_.M_value[k]);
-        }
-        mass_.row_start.push_back(static_cast<std::int64_t>(mass_.value.size()));
-    }
     for (std::int32_t i = 0; i < n(); ++i) stiffest = std::max(stiffest, diagonal_k(i) / diagonal_m(i));
     rounding_ = 100 * std::numeric_limits<double>::epsilon() * stiffest;
 }
@@ -121,19 +117,35 @@ bool EigenProblem::start_vector_through_w(std::vector<double>& start) {
         return true;
     }
     const SkylineFactor& like = *skyline;
+    const std::span<double> free = std::span(start).first(km_.rows());
+    W_ = std::make_unique<MassFactor>(mass_, like.profile(), like.divisions(), like.options());
+    // a ninth of a whole factor, like [K] itself beyond the budget for panels, so that this does not show in
+    // the result
+    if (W_->megabytes() > machine_megabytes()) return start_through_whole_w(like, free);
+    const auto fail = [&](const char* what) { return job_.fail(RunStatus::failed, what + W_->error()); };
+    const FactorStatus status = W_->factor(progress());
+    if (status == FactorStatus::cancelled) return job_.goes_on();
+    if (status != FactorStatus::ok) return fail("the factorization of [M] cannot go on: ");
+    progress().print("LU M_sparse complete\n");
+    progress().print("s_L:%ld\n", like.profile().Ls_num);
+    job_.clock.begin("iterate");
+    return W_->solve_wt(free) || fail("the solution with W cannot go on: ");
+}
+
+// Through the factor of all of [M], whose rows are read back from its files.
+bool EigenProblem::start_through_whole_w(const SkylineFactor& like, std::span<double> start) {
+    W_.reset();
     FactorOptions options = like.options();
     options.file_stem = mass_stem;
-    options.write_behind = nullptr;
     SkylineFactor W(like.profile(), like.divisions(), options);
+    const auto fail = [&](const char* what) { return job_.fail(RunStatus::failed, what + W.error()); };
     const FactorStatus status = W.factor_ww(km_, km_.M_value, progress());
     if (status == FactorStatus::cancelled) return job_.goes_on();
-    if (status != FactorStatus::ok)
-        return job_.fail(RunStatus::failed, "the factorization of [M] cannot go on: " + W.error());
+    if (status != FactorStatus::ok) return fail("the factorization of [M] cannot go on: ");
     progress().print("LU M_sparse complete\n");
     progress().print("s_L:%ld\n", W.profile().Ls_num);
     job_.clock.begin("iterate");
-    return W.solve_wt(std::span(start).first(km_.rows())) ||
-           job_.fail(RunStatus::failed, "the solution with W cannot go on: " + W.error());
+    return W.solve_wt(start) || fail("the solution with W cannot go on: ");
 }
 
 std::int64_t EigenProblem::count_below(double& lambda, double slack) {
@@ -156,7 +168,11 @@ std::int64_t EigenProblem::count_below(double& lambda, double slack) {
 }
 
 bool EigenProblem::await_files() {
-    return factor_->await_file(job_);
+    if (!factor_->await_file(job_)) return false;
+    const FactorStatus status = W_ ? W_->await_files() : FactorStatus::ok;
+    if (status == FactorStatus::cancelled) return job_.goes_on();
+    return status == FactorStatus::ok ||
+           job_.fail(RunStatus::failed, "the factorization of [M] cannot go on: " + W_->error());
 }
 
 bool EigenProblem::solve(std::span<double> x, std::int32_t k) {
@@ -190,8 +206,8 @@ void multiply_columns(std::span<const std::int64_t> start, std::span<const std::
 
 }  // namespace
 
-void EigenProblem::multiply_m(std::span<const double> x, std::span<double> y, std::int32_t k) const {
-    multiply_columns(mass_.row_start, mass_.col_index, mass_.value, x, y, n(), k, job_.threads());
+void EigenProblem::multiply_m(std::span<const double> x, std::span<double> y, std::int32_t k) {
+    mass_.multiply(x, y, n(), k, job_.threads());
     multiply_border(border_, border_.M_fr, border_.M_rr, x, y, k);
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "analysis/eigen/mass_factor.h"
 #include "system/assembly.h"
 
 namespace kestralum {
@@ -31,13 +32,6 @@ struct EigenOptions {
     bool supported = true;              // the model has boundary conditions
     double c_eigen_shift = 0.5;         // factor on the reference frequency of the second shift
     std::vector<double> rigid_motions;  // n × 6: the body's rigid motions, empty when supported
-};
-
-// A row-compressed matrix without zeros, for products with many vectors.
-struct CompactMatrix {
-    std::vector<std::int64_t> row_start;
-    std::vector<std::int32_t> col_index;
-    std::vector<double> value;
 };
 
 class EigenProblem {
@@ -64,7 +58,7 @@ public:
     void keep_shift();
 
     // Factors M - no shift - as W Wᵀ with the lines "LU M_sparse" …; the vector 1/√n · W⁻ᵀ(1 … 1) comes
-    // back in `start`. The factor of W is let go.
+    // back in `start`.
     bool start_vector_through_w(std::vector<double>& start);
 
     // Number of eigenvalues below `lambda`: negative pivots of K - λM (Sylvester's law of inertia). Where a
@@ -81,7 +75,7 @@ public:
     bool await_files();
 
     // y := M x, y := K x, k columns.
-    void multiply_m(std::span<const double> x, std::span<double> y, std::int32_t k) const;
+    void multiply_m(std::span<const double> x, std::span<double> y, std::int32_t k);
     void multiply_k(std::span<const double> x, std::span<double> y, std::int32_t k) const;
 
     // What an elastic eigenvalue of such a body is like, E / (ρ L²) of its stiffest material over its longest
@@ -92,6 +86,7 @@ public:
 
 private:
     bool factor_shifted(double sigma, Progress& lines);
+    bool start_through_whole_w(const SkylineFactor& like, std::span<double> start);
     double diagonal(std::int32_t i, const std::vector<double>& values, const std::vector<double>& rr) const;
     bool pivots_sound() const;
 
@@ -102,7 +97,8 @@ private:
     double sigma_ = 0;
     double elastic_scale_ = 0, rounding_ = 0;
     std::vector<double> shifted_, shifted_fr_, shifted_rr_;
-    CompactMatrix mass_;
+    NodeMass mass_;
+    std::unique_ptr<MassFactor> W_;  // until its files are written
 };
 
 // A shift inside a clear gap at or above mode n_mode: between pairs j and j+1 (j >= n_mode, counted

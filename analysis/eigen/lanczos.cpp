@@ -1,12 +1,13 @@
 #include "analysis/eigen/lanczos.h"
 
 #include <cblas.h>
-#include <jama/jama_eig.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numeric>
 
+#include "analysis/eigen/recurrence.h"
 #include "model/format.h"
 
 namespace kestralum {
@@ -18,148 +19,13 @@ constexpr std::int32_t guard_modes = 4;
 constexpr std::int32_t preliminary_steps = 30;
 constexpr int most_restarts = 30;
 
-double dot(const std::vector<double>& a, const std::vector<double>& b) {
+double inner(const std::vector<double>& a, const std::vector<double>& b) {
     return cblas_ddot(static_cast<int>(a.size()), a.data(), 1, b.data(), 1);
 }
 
-// M-orthonormal vectors, kept with their products M v.
-class Basis {
-public:
-    explicit Basis(std::int32_t n) : n_(n) {}
-    std::int32_t count() const { return static_cast<std::int32_t>(V_.size() / n_); }
-    const double* vector(std::int32_t j) const { return V_.data() + std::size_t(j) * n_; }
-    void add(const std::vector<double>& v) { V_.insert(V_.end(), v.begin(), v.end()); }
-    void clear() { V_.clear(); }
-    const std::vector<double>& all() const { return V_; }
-
-    // w -= V (Vᵀ M w); Mw is M w on entry.
-    void remove_from(std::vector<double>& w, const std::vector<double>& Mw) {
-        const int k = count();
-        if (k == 0) return;
-        c_.resize(k);
-        cblas_dgemv(CblasColMajor, CblasTrans, n_, k, 1.0, V_.data(), n_, Mw.data(), 1, 0.0, c_.data(), 1);
-        cblas_dgemv(CblasColMajor, CblasNoTrans, n_, k, -1.0, V_.data(), n_, c_.data(), 1, 1.0, w.data(), 1);
-    }
-
-private:
-    std::int32_t n_;
-    std::vector<double> V_, c_;
-};
-
-struct Ritz {
-    double theta, residual;  // |β s| / |θ|
-    std::vector<double> s;   // coordinates in the basis
-};
-
-// Eigenvalues and vectors of the tridiagonal matrix, ascending in θ, with the residuals that the last
-// β gives.
-std::vector<Ritz> solve_tridiagonal(const std::vector<double>& alpha, const std::vector<double>& beta,
-                                    std::int32_t m) {
-    if (m == 0) return {};  // the run found nothing to start from
-    TNT::Array2D<double> T(m, m, 0.0);
-    for (std::int32_t j = 0; j < m; ++j) {
-        T[j][j] = alpha[j];
-        if (j + 1 < m) T[j][j + 1] = T[j + 1][j] = beta[j];
-    }
-    JAMA::Eigenvalue<double> eigen(T);
-    TNT::Array1D<double> values;
-    TNT::Array2D<double> S;
-    eigen.getRealEigenvalues(values);
-    eigen.getV(S);
-    std::vector<Ritz> out(m);
-    for (std::int32_t j = 0; j < m; ++j) {
-        Ritz& ritz = out[j];
-        ritz.theta = values[j];
-        ritz.residual = std::abs(beta[m - 1] * S[m - 1][j]) / std::abs(values[j]);
-        ritz.s.resize(m);
-        for (std::int32_t i = 0; i < m; ++i) ritz.s[i] = S[i][j];
-    }
-    return out;
-}
-
-// One run of the recurrence, orthogonal to the modes found before.
-class Recurrence {
-public:
-    Recurrence(EigenProblem& problem, Basis& found) : problem_(problem), found_(found), basis_(problem.n()) {}
-
-    // Starts from v (changed). False when nothing of it is left beside what was found.
-    bool start(std::vector<double> v) {
-        w_ = std::move(v);
-        Mw_.resize(w_.size());
-        v_.assign(w_.size(), 0.0);
-        problem_.multiply_m(w_, Mw_, 1);
-        const double size = std::sqrt(std::max(dot(w_, Mw_), 0.0));
-        orthogonalise();
-        const double left = std::sqrt(std::max(dot(w_, Mw_), 0.0));
-        if (!(left > 1e-8 * size)) return false;
-        take(left);
-        return true;
-    }
-
-    // One step: α and β. False with the report's status set when the solve fails.
-    bool step() {
-        w_ = Mv_;
-        if (!problem_.solve(w_, 1)) return false;
-        if (!beta_.empty())
-            cblas_daxpy(problem_.n(), -beta_.back(), basis_.vector(basis_.count() - 2), 1, w_.data(), 1);
-        alpha_.push_back(cblas_ddot(problem_.n(), w_.data(), 1, Mv_.data(), 1));
-        cblas_daxpy(problem_.n(), -alpha_.back(), v_.data(), 1, w_.data(), 1);
-        problem_.multiply_m(w_, Mw_, 1);
-        orthogonalise();
-        beta_.push_back(std::sqrt(std::max(dot(w_, Mw_), 0.0)));
-        double size = 0;
-        for (double a : alpha_) size = std::max(size, std::abs(a));
-        if (!std::isfinite(alpha_.back()) || !std::isfinite(beta_.back()))
-            return problem_.job().fail(RunStatus::failed, "the Lanczos vectors are not finite");
-        exhausted_ = !(beta_.back() > 1e-13 * size) || basis_.count() + found_.count() >= problem_.n();
-        if (!exhausted_) take(beta_.back());
-        return true;
-    }
-
-    bool exhausted() const { return exhausted_; }  // the space is invariant: β is rounding
-    std::int32_t steps() const { return static_cast<std::int32_t>(alpha_.size()); }
-    const std::vector<double>& alpha() const { return alpha_; }
-    const std::vector<double>& beta() const { return beta_; }
-    std::vector<Ritz> ritz() const {
-        std::vector<double> beta = beta_;
-        if (exhausted_ && !beta.empty()) beta.back() = 0;
-        return solve_tridiagonal(alpha_, beta, steps());
-    }
-    // V s
-    std::vector<double> vector(const Ritz& ritz) const {
-        std::vector<double> x(problem_.n());
-        cblas_dgemv(CblasColMajor, CblasNoTrans, problem_.n(), steps(), 1.0, basis_.all().data(),
-                    problem_.n(), ritz.s.data(), 1, 0.0, x.data(), 1);
-        return x;
-    }
-
-private:
-    // Twice against everything; Mw_ follows w_.
-    void orthogonalise() {
-        for (int pass = 0; pass < 2; ++pass) {
-            found_.remove_from(w_, Mw_);
-            basis_.remove_from(w_, Mw_);
-            problem_.multiply_m(w_, Mw_, 1);
-        }
-    }
-    void take(double size) {
-        for (double& x : w_) x /= size;
-        for (double& x : Mw_) x /= size;
-        v_ = w_;
-        Mv_ = Mw_;
-        basis_.add(v_);
-    }
-
-    EigenProblem& problem_;
-    Basis& found_;
-    Basis basis_;
-    std::vector<double> v_, Mv_, w_, Mw_, alpha_, beta_;
-    bool exhausted_ = false;
-};
-
 // The modes found so far, with their values.
 struct Found {
-    explicit Found(std::int32_t n) : modes(n) {}
+    Found(std::int32_t n, int threads) : modes(n, threads) {}
     Basis modes;
     std::vector<double> lambda;
 
@@ -176,42 +42,43 @@ struct Found {
 class Lanczos {
 public:
     Lanczos(EigenProblem& problem, const EigenOptions& options)
-        : problem_(problem), options_(options), found_(problem.n()), random_(19500101) {
+        : problem_(problem),
+          options_(options),
+          found_(problem.n(), problem.job().threads()),
+          random_(19500101) {
         wanted_ = std::min(problem.n(), options.n_mode + guard_modes);
         shown_ = std::max(printed_steps, options.n_mode);
+        shift_ = problem.sigma();
     }
 
-    // A short run with the 0.1 Hz factor, beside the body's rigid motions: the first frequencies.
+    // A short run with the 0.1 Hz factor, beside the body's rigid motions: the first frequencies, until the
+    // one that the second shift is taken from has converged.
     bool preliminary(double& reference) {
-        Basis rigid(problem_.n());
-        std::vector<double> lambda;
-        if (!add_rigid_motions(rigid, lambda)) return false;
-        Recurrence run(problem_, rigid);
+        Basis rigid(problem_.n(), problem_.job().threads());
+        std::vector<double> motions;  // their λ
+        if (!add_rigid_motions(rigid, motions)) return false;
+        Recurrence run(problem_, rigid, preliminary_steps);
+        Estimates found = estimates(run, motions);
         if (run.start(random_vector())) {
             const std::int32_t steps = std::max(preliminary_steps, 2 * std::min(options_.n_mode, 20));
-            while (!run.exhausted() && run.steps() < steps)
+            while (!run.exhausted() && run.steps() < steps && !reference_settled(found)) {
                 if (!run.step()) return false;
+                found = estimates(run, motions);
+            }
         }
-        std::vector<std::pair<double, double>> values;
-        for (double l : lambda) values.emplace_back(l, 0.0);
-        for (const Ritz& ritz : run.ritz())
-            if (ritz.residual < 0.1) values.emplace_back(problem_.sigma() + 1 / ritz.theta, ritz.residual);
-        std::sort(values.begin(), values.end());
-        std::vector<double> sorted;
-        for (std::size_t j = 0; j < values.size(); ++j) {
-            sorted.push_back(values[j].first);
-            if (j < std::size_t(options_.n_mode))
-                problem_.progress().print("n_freq=%lf,[%.5e]\n", frequency_of(values[j].first),
-                                          values[j].second);
-        }
-        reference = reference_frequency(sorted, options_, problem_.rounding());
+        for (std::size_t j = 0; j < std::min<std::size_t>(found.lambda.size(), options_.n_mode); ++j)
+            problem_.progress().print("n_freq=%lf,[%.5e]\n", frequency_of(found.lambda[j]),
+                                      found.residual[j]);
+        found.lambda.resize(found.fair);
+        reference = reference_frequency(found.lambda, options_, problem_.rounding());
         return true;
     }
 
     // The run that the console shows, from the start vector given; goes on until enough has converged.
     bool main_run(std::vector<double> start) {
         problem_.progress().print("Lanczos Start:\n");
-        Recurrence run(problem_, found_.modes);
+        shift_ = problem_.sigma();
+        Recurrence run(problem_, found_.modes, shown_);
         if (!run.start(std::move(start))) return true;
         const std::int32_t most = std::min(problem_.n(), 4 * shown_);
         std::int32_t next_look = shown_;
@@ -251,7 +118,6 @@ public:
         gap = find_gap(lambda, std::min(options_.n_mode, usable), usable, problem_.rounding(),
                        usable == problem_.n());
         if (gap.below == 0) return true;
-        const double sigma = problem_.sigma();
         const std::int64_t counted = problem_.count_below(gap.lambda, gap.slack);
         if (counted == EigenProblem::unsound_count) {
             gap.below = 0;
@@ -259,14 +125,15 @@ public:
         }
         if (counted < 0) return false;
         RunReport& report = problem_.report();
-        if (counted > found_.below(gap.lambda) && !problem_.shift(sigma, true)) return false;
-        for (int restart = 0; counted > found_.below(gap.lambda) && restart < most_restarts; ++restart) {
+        // the factor at hand serves: beside what is found, what is missing is all that lies below its shift
+        shift_ = gap.lambda;
+        for (int run = 0; counted > found_.below(gap.lambda) && run < most_restarts; ++run) {
             note(
                 "%lld modes are found where %lld are counted: a run orthogonal to the former ones looks for "
                 "the others",
                 static_cast<long long>(found_.below(gap.lambda)), static_cast<long long>(counted));
-            if (!restart_at_random(static_cast<std::int32_t>(counted - found_.below(gap.lambda))))
-                return false;
+            const auto missing = static_cast<std::int32_t>(counted - found_.below(gap.lambda));
+            if (!restart(random_vector(), missing, true)) return false;
         }
         report.modes_found = found_.below(gap.lambda);
         report.modes_counted = counted;
@@ -295,11 +162,45 @@ private:
         problem_.progress().notice("%s", line.c_str());
     }
 
+    // Values of a run, those with a fair residual first, each part ascending.
+    struct Estimates {
+        std::vector<double> lambda, residual;
+        std::size_t fair = 0;
+    };
+
+    Estimates estimates(const Recurrence& run, const std::vector<double>& motions) const {
+        constexpr double fair = 0.1;
+        std::vector<std::array<double, 3>> values;  // 0 or 1: fair or not; λ; residual
+        for (double l : motions) values.push_back({0, l, 0});
+        for (const Ritz& ritz : run.ritz())
+            if (ritz.residual < fair || ritz.theta > 0)
+                values.push_back({ritz.residual < fair ? 0.0 : 1.0, lambda_from(ritz), ritz.residual});
+        std::sort(values.begin(), values.end());
+        Estimates out;
+        for (const auto& [rough, lambda, residual] : values) {
+            out.lambda.push_back(lambda);
+            out.residual.push_back(residual);
+            out.fair += rough == 0;
+        }
+        return out;
+    }
+
+    // There are as many values as modes, and the reference and what is below it have converged.
+    bool reference_settled(const Estimates& found) const {
+        constexpr double good = 1e-9;  // the square of it is the error of the value
+        const std::size_t needed = options_.supported ? 1 : 7;
+        return found.lambda.size() >= std::size_t(options_.n_mode) && found.fair >= needed &&
+               std::all_of(found.residual.begin(), found.residual.begin() + std::ptrdiff_t(needed),
+                           [](double residual) { return residual < good; });
+    }
+
     std::vector<double> random_vector() {
         std::vector<double> v(problem_.n());
         for (double& x : v) x = random_.next();
         return v;
     }
+
+    double lambda_from(const Ritz& ritz) const { return shift_ + 1 / ritz.theta; }
 
     bool converged(const Ritz& ritz) const {
         return ritz.residual < problem_.job().options.lanczos_tolerance;
@@ -309,11 +210,16 @@ private:
     std::int32_t count_converged(const std::vector<Ritz>& all) const {
         double limit = 1e300;
         for (const Ritz& ritz : all)
-            if (!converged(ritz) && ritz.theta > 0)
-                limit = std::min(limit, problem_.sigma() + 1 / ritz.theta);
+            if (!converged(ritz) && ritz.theta > 0) limit = std::min(limit, lambda_from(ritz));
         return static_cast<std::int32_t>(std::count_if(all.begin(), all.end(), [&](const Ritz& ritz) {
-            return converged(ritz) && problem_.sigma() + 1 / ritz.theta < limit;
+            return converged(ritz) && lambda_from(ritz) < limit;
         }));
+    }
+
+    // Converged pairs below the shift.
+    std::int32_t count_below(const std::vector<Ritz>& all) const {
+        return static_cast<std::int32_t>(std::count_if(
+            all.begin(), all.end(), [&](const Ritz& ritz) { return converged(ritz) && ritz.theta < 0; }));
     }
 
     // Keeps the lowest `most` converged pairs.
@@ -322,15 +228,14 @@ private:
         std::erase_if(all, [&](const Ritz& ritz) { return !converged(ritz); });
         std::sort(all.begin(), all.end(),
                   [&](const Ritz& a, const Ritz& b) { return 1 / a.theta < 1 / b.theta; });
-        for (std::size_t j = 0; j < all.size() && j < std::size_t(most); ++j) {
-            found_.lambda.push_back(problem_.sigma() + 1 / all[j].theta);
-            found_.modes.add(run.vector(all[j]));
-        }
+        if (all.size() > std::size_t(most)) all.resize(most);
+        for (const Ritz& ritz : all) found_.lambda.push_back(lambda_from(ritz));
+        found_.modes.add(run.vectors(all));
     }
 
-    // A run for `missing` more modes.
-    bool restart(std::vector<double> start, std::int32_t missing) {
-        Recurrence run(problem_, found_.modes);
+    // A run for `missing` more modes: the lowest, or those below the shift.
+    bool restart(std::vector<double> start, std::int32_t missing, bool below) {
+        Recurrence run(problem_, found_.modes, 0);
         if (!run.start(std::move(start))) return true;
         const std::int32_t most = std::min(problem_.n(), 2 * shown_);
         std::int32_t next_look = 10;
@@ -339,19 +244,19 @@ private:
             if (run.steps() < next_look) continue;
             next_look += 10;
             if (!problem_.job().goes_on()) return false;
-            if (count_converged(run.ritz()) >= missing) break;
+            if ((below ? count_below(run.ritz()) : count_converged(run.ritz())) >= missing) break;
         }
         keep_converged(run, missing);
         return true;
     }
 
-    bool restart_at_random(std::int32_t missing) { return restart(random_vector(), missing); }
+    bool restart_at_random(std::int32_t missing) { return restart(random_vector(), missing, false); }
 
     bool restart_from_rigid_motions() {
         const std::size_t n = problem_.n();
         for (std::size_t c = 0; c * n < options_.rigid_motions.size(); ++c) {
             const auto first = options_.rigid_motions.begin() + std::ptrdiff_t(c * n);
-            if (!restart({first, first + std::ptrdiff_t(n)}, 1)) return false;
+            if (!restart({first, first + std::ptrdiff_t(n)}, 1, false)) return false;
         }
         return true;
     }
@@ -365,7 +270,7 @@ private:
                      options_.rigid_motions.begin() + std::ptrdiff_t((c + 1) * n));
             for (int pass = 0; pass < 3; ++pass) {
                 problem_.multiply_m(v, Mv, 1);
-                const double size = std::sqrt(dot(v, Mv));
+                const double size = std::sqrt(inner(v, Mv));
                 if (!(size > 0)) return true;
                 for (std::size_t i = 0; i < n; ++i) {
                     v[i] /= size;
@@ -374,7 +279,7 @@ private:
                 if (pass < 2) rigid.remove_from(v, Mv);
             }
             problem_.multiply_k(v, Kv, 1);
-            lambda.push_back(dot(v, Kv));
+            lambda.push_back(inner(v, Kv));
             rigid.add(v);
         }
         return true;
@@ -404,7 +309,7 @@ private:
         problem_.progress().print("Calculate eigen values and vectors\n");
         problem_.progress().print("Natural Frequency\n");
         for (std::size_t j = 0; j < all.size(); ++j)
-            problem_.progress().print("%zu:%e\n", j, frequency_of(problem_.sigma() + 1 / all[j].theta));
+            problem_.progress().print("%zu:%e\n", j, frequency_of(lambda_from(all[j])));
     }
 
     EigenProblem& problem_;
@@ -412,6 +317,7 @@ private:
     Found found_;
     FixedRandom random_;
     std::int32_t wanted_, shown_;
+    double shift_;  // of the factor that the runs use
 };
 
 }  // namespace

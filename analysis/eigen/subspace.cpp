@@ -7,6 +7,7 @@
 #include <cmath>
 #include <numeric>
 
+#include "analysis/eigen/tall.h"
 #include "model/format.h"
 
 namespace kestralum {
@@ -19,11 +20,9 @@ constexpr std::int32_t reshift_round = 5;
 constexpr std::int32_t most_guard_rounds = 40;
 
 // C = Aᵀ B for two n × p blocks, symmetrised: p × p.
-TNT::Array2D<double> inner_products(const std::vector<double>& A, const std::vector<double>& B, int n,
-                                    int p) {
-    std::vector<double> c(p * p);
-    cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, p, p, n, 1.0, A.data(), n, B.data(), n, 0.0,
-                c.data(), p);
+TNT::Array2D<double> inner_products(const std::vector<double>& A, const std::vector<double>& B, int n, int p,
+                                    int threads) {
+    const std::vector<double> c = tall_inner(A, B, n, threads);
     TNT::Array2D<double> C(p, p);
     for (int i = 0; i < p; ++i)
         for (int j = 0; j < p; ++j) C[i][j] = 0.5 * (c[i + p * j] + c[j + p * i]);
@@ -121,14 +120,18 @@ public:
         MY_ = B_;
         std::vector<double> KX(X_.size());
         problem_.multiply_k(X_, KX, p_);
-        if (project(inner_products(X_, KX, n_, p_), inner_products(X_, B_, n_, p_))) return true;
+        if (project(products(X_, KX), products(X_, B_))) return true;
         return problem_.job().fail(RunStatus::failed, "the vectors of the subspace iteration are not finite");
     }
 
 private:
+    TNT::Array2D<double> products(const std::vector<double>& A, const std::vector<double>& B) const {
+        return inner_products(A, B, n_, p_, problem_.job().threads());
+    }
+
     // (K - σM) Y = B, so that Yᵀ K Y = Yᵀ B + σ Yᵀ M Y.
     bool project_on_Y() {
-        TNT::Array2D<double> K = inner_products(Y_, B_, n_, p_), M = inner_products(Y_, MY_, n_, p_);
+        TNT::Array2D<double> K = products(Y_, B_), M = products(Y_, MY_);
         for (int i = 0; i < p_; ++i)
             for (int j = 0; j < p_; ++j) K[i][j] += problem_.sigma() * M[i][j];
         return project(K, M);
@@ -190,11 +193,9 @@ private:
     bool project(const TNT::Array2D<double>& K, const TNT::Array2D<double>& M) {
         std::vector<double> Q;
         if (!solve_projected(K, M, lambda_, Q)) return false;
-        cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n_, p_, p_, 1.0, Y_.data(), n_, Q.data(), p_,
-                    0.0, X_.data(), n_);
-        std::vector<double>& next_B = Y_;  // M X = (M Y) Q; Y is not needed any more
-        cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n_, p_, p_, 1.0, MY_.data(), n_, Q.data(), p_,
-                    0.0, next_B.data(), n_);
+        const int threads = problem_.job().threads();
+        tall_combine(Y_, Q, n_, p_, X_, threads);
+        tall_combine(MY_, Q, n_, p_, Y_, threads);  // M X = (M Y) Q; Y is not needed any more
         B_.swap(Y_);
         return true;
     }
