@@ -164,5 +164,77 @@ TEST(Lobpcg, FindsTheModesOfTheDenseProblemWithTheSameBytesOnAnyNumberOfThreads)
     }
 }
 
+TEST(Lobpcg, FindsEveryModeThereIsAndMorePairsThanTheBlockHasGuards) {
+    const Body small = make_body({{1, 1, 2}, {0.1, 0.1, 0.2}}, false);
+    const LobpcgResult all = lobpcg(problem_of(small, {}, diagonal(small)), {.n_mode = small.km.rows()});
+    // nine bodies alike: every mode nine times, of which the block holds eight
+    const Body one = make_body({{2, 2, 3}, {0.2, 0.2, 0.3}}, false);
+    const std::int32_t n = one.km.rows(), copies = 9;
+    const auto each_of = [&](const BlockOperator& A) {
+        return [=](std::span<const double> x, std::span<double> y, std::int32_t k) {
+            return A(x, y, k * copies);
+        };
+    };
+    const LobpcgProblem single = problem_of(one, {}, diagonal(one));
+    const LobpcgProblem nine{n * copies, each_of(single.multiply_k), each_of(single.multiply_m),
+                             single.precondition};
+    const LobpcgResult eight = lobpcg(nine, {.n_mode = 7, .guards = 1});
+    const std::vector<double> small_modes = dense_eigenvalues(small.km), modes = dense_eigenvalues(one.km);
+    ASSERT_EQ(all.status, SolveStatus::ok);
+    ASSERT_EQ(eight.status, SolveStatus::ok);
+    for (std::int32_t j = 0; j < small.km.rows(); ++j)
+        EXPECT_NEAR(all.lambda[j], small_modes[j], 1e-9 * small_modes[j]) << j;
+    for (const double lambda : eight.lambda) EXPECT_NEAR(lambda, modes[0], 1e-9 * modes[0]);
+    check_vectors(small, {}, all);
+}
+
+TEST(Lobpcg, EndsWithItsStatusWhereItCannotGoOn) {
+    const Body body = make_body({{3, 4, 5}, {0.3, 0.4, 0.5}}, false),
+               loose = make_body({{3, 4, 5}, {0.3, 0.4, 0.5}}, true);
+    LobpcgProblem problem = problem_of(body, {}, diagonal(body));
+    const LobpcgResult early = lobpcg(problem, {.n_mode = 5, .most_iterations = 2});
+    EXPECT_EQ(early.status, SolveStatus::stalled);
+    EXPECT_EQ(early.iterations, 2);
+    ASSERT_EQ(early.vectors.size(), 5 * body.dof.size());
+    EXPECT_GT(early.residual[4], 1e-7);
+    check_vectors(body, {}, early);
+    // what rounding does not let it reach
+    const LobpcgResult rounded = lobpcg(problem, {.n_mode = 5, .tolerance = 0, .patience = 10});
+    EXPECT_EQ(rounded.status, SolveStatus::stalled);
+    for (const double residual : rounded.residual) EXPECT_LE(residual, 1e-10);
+    check_vectors(body, {}, rounded);
+
+    EXPECT_EQ(lobpcg(problem_of(loose, {}, diagonal(loose)), {.n_mode = 5}).status,
+              SolveStatus::not_positive);
+    std::vector<double> negative = body.km.M_value;
+    for (double& m : negative) m = -m;
+    problem.multiply_m = product_with(body.km, negative);
+    EXPECT_EQ(lobpcg(problem, {.n_mode = 5}).status, SolveStatus::not_positive);
+    problem = problem_of(body, {}, [](std::span<double> x, std::int32_t) {
+        x[7] = std::numeric_limits<double>::quiet_NaN();
+        return SolveStatus::ok;
+    });
+    EXPECT_EQ(lobpcg(problem, {.n_mode = 5}).status, SolveStatus::bad_input);
+    problem.precondition = [](std::span<double>, std::int32_t) { return SolveStatus::out_of_memory; };
+    const LobpcgResult ended = lobpcg(problem, {.n_mode = 5});
+    EXPECT_EQ(ended.status, SolveStatus::out_of_memory);
+    EXPECT_TRUE(ended.vectors.empty());
+    EXPECT_EQ(lobpcg(problem, {.n_mode = body.km.rows() + 1}).status, SolveStatus::bad_input);
+    problem.null_space = std::span(negative).first(body.dof.size() + 1);
+    EXPECT_EQ(lobpcg(problem, {.n_mode = 5}).status, SolveStatus::bad_input);
+}
+
+TEST(Lobpcg, ACancelEndsItAtEveryLook) {
+    const Body body = make_body({{3, 4, 5}, {0.3, 0.4, 0.5}}, false);
+    const LobpcgProblem problem = problem_of(body, {}, diagonal(body));
+    const LobpcgOptions options{.n_mode = 3, .tolerance = 1e-4, .threads = 2};
+    testing::StopsAtLook never;
+    ASSERT_EQ(lobpcg(problem, options, &never).status, SolveStatus::ok);
+    for (std::int64_t look = 1; look <= never.looks; look += 1 + never.looks / 60) {
+        testing::StopsAtLook ending(look);
+        EXPECT_EQ(lobpcg(problem, options, &ending).status, SolveStatus::cancelled) << look;
+    }
+}
+
 }  // namespace
 }  // namespace kestralum
