@@ -81,7 +81,7 @@ struct System {
     SparseKM km;
 };
 
-inline System assemble(const Mesh& mesh, int axis, int threads) {
+inline System assemble(const Mesh& mesh, int axis, int threads, MassStorage mass = MassStorage::none) {
     SilentProgress silent;
     const Material steel{.id = 0, .name = "M", .density = 7800, .young = 2.06e11, .poisson = 0.3};
     const Elasticity elasticity = build_elasticity(std::span(&steel, 1), silent);
@@ -91,13 +91,15 @@ inline System assemble(const Mesh& mesh, int axis, int threads) {
     build_index(neighbours, out.km, silent);
     find_diagonals(out.km);
     const ElementType& type = element_type(mesh.element_type);
-    const auto matrices = [&](std::int32_t e, double* ke, double*) {
+    const auto matrices = [&](std::int32_t e, double* ke, double* me) {
         ElementPoints points;
         if (!evaluate_points(type, mesh, e, points)) return false;
         element_stiffness(type, points, moduli(elasticity, 0), ke);
+        if (me) type.mass(points.x.data(), me);
+        for (int k = 0; me && k < type.nodes * type.nodes; ++k) me[k] *= steel.density;
         return true;
     };
-    if (assemble_km(mesh, neighbours, matrices, threads, out.km, silent, MassStorage::none) >= 0)
+    if (assemble_km(mesh, neighbours, matrices, threads, out.km, silent, mass) >= 0)
         std::printf("an element is inverted\n");
     const double low = mesh.size_info[axis], high = mesh.size_info[axis + 3], near = 1e-6 * (high - low);
     std::vector<std::int32_t> map(mesh.dof_num(), -1);

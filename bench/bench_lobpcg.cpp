@@ -1,0 +1,69 @@
+// The lowest modes by LOBPCG with a cycle of multigrid: seconds, iterations, columns preconditioned, memory.
+// Usage: bench_lobpcg [CASE [MODES [THREADS [TOLERANCE [GUARDS]]]]]
+#include "bench/elastic_system.h"
+#include "solver/lobpcg.h"
+#include "solver/multigrid.h"
+
+using namespace kestralum;
+using namespace kestralum::bench;
+
+int main(int argc, char** argv) {
+    const std::string name = argc > 1 ? argv[1] : "20x20x20";
+    LobpcgOptions options{.n_mode = argc > 2 ? std::atoi(argv[2]) : 10,
+                          .threads = argc > 3 ? std::atoi(argv[3]) : 1};
+    if (argc > 4) options.tolerance = std::atof(argv[4]);
+    if (argc > 5) options.guards = std::atoi(argv[5]);
+    const bool file = name.ends_with(".vol");
+    const Mesh mesh = file ? read_volume(name) : box_of(name);
+    if (mesh.node_num() == 0) {
+        std::printf("%s is no case\n", name.c_str());
+        return 1;
+    }
+    Watch watch;
+    const System system = assemble(mesh, file ? 0 : 2, options.threads, MassStorage::pattern);
+    const SparseKM& km = system.km;
+    watch.report("assembly");
+    const double before = peak_megabytes();
+    Multigrid multigrid;
+    if (multigrid.set_up(km, km.K_value, {system.dof, mesh.coordinates}, options.threads) !=
+        SolveStatus::ok) {
+        std::printf("%s\n", multigrid.error().c_str());
+        return 1;
+    }
+    watch.report("set-up");
+    double seconds_k = 0, seconds_m = 0, seconds_t = 0;
+    RowTeam looking(options.threads, nullptr);
+    PaddedEquations equations = pad(system.dof);
+    equations.whole = find_whole(km, equations, looking);
+    const auto product = [&](const std::vector<double>& values, double& seconds) {
+        return [&](std::span<const double> x, std::span<double> y, std::int32_t k) {
+            const Watch own;
+            RowTeam team(options.threads, nullptr);
+            const std::size_t n = km.rows();
+            for (std::int32_t c = 0; c < k; ++c)
+                multiply(km, values, equations, x.subspan(c * n, n), y.subspan(c * n, n), team);
+            seconds += own.seconds();
+            return SolveStatus::ok;
+        };
+    };
+    const LobpcgProblem problem{km.rows(), product(km.K_value, seconds_k), product(km.M_value, seconds_m),
+                                [&](std::span<double> x, std::int32_t k) {
+                                    const Watch own;
+                                    const SolveStatus status = multigrid.precondition(x, k);
+                                    seconds_t += own.seconds();
+                                    return status;
+                                }};
+    const LobpcgResult found = lobpcg(problem, options);
+    watch.report("modes");
+    std::printf("of these in products with K %.3f s, with M %.3f s, in cycles %.3f s\n", seconds_k, seconds_m,
+                seconds_t);
+    double worst = 0;
+    for (const double r : found.residual) worst = std::max(worst, r);
+    std::printf(
+        "%s: %d equations, status %d, %d iterations, %ld cycles, residual %.1e, peak %.0f MB after %.0f\n",
+        name.c_str(), km.rows(), static_cast<int>(found.status), found.iterations,
+        static_cast<long>(found.preconditioned), worst, peak_megabytes(), before);
+    for (const double lambda : found.lambda) std::printf(" %.9g", lambda);
+    std::printf("\n");
+    return found.status == SolveStatus::ok ? 0 : 1;
+}

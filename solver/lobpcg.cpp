@@ -1,0 +1,439 @@
+#include "solver/lobpcg.h"
+
+#include <cblas.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <new>
+#include <numeric>
+
+#include "solver/panels.h"
+#include "solver/tall_blocks.h"
+
+namespace kestralum {
+
+namespace {
+
+constexpr double epsilon = std::numeric_limits<double>::epsilon();
+constexpr std::int32_t widest_block = 10000;  // columns; LAPACK's room for three of them is counted in an int
+constexpr double most_drift = 1e-10;          // of XᵀMX from I and of PᵀMX from 0
+// Of a column, and of the squares of a set of unit columns' principal axes: below it is nothing but rounding.
+constexpr double nothing_left = 1e-12;
+
+// In (-1, 1): the mixer of Steele, Lea and Flood (Fast splittable pseudorandom number generators, 2014).
+double random_number(std::uint64_t k) {
+    k = (k + 1) * 0x9e3779b97f4a7c15u;
+    k = (k ^ (k >> 30)) * 0xbf58476d1ce4e5b9u;
+    k = (k ^ (k >> 27)) * 0x94d049bb133111ebu;
+    return std::ldexp(static_cast<double>((k ^ (k >> 31)) >> 11), -52) - 1;
+}
+
+// C -= Aᵀ A, A r × c.
+void subtract_square(std::int32_t r, std::int32_t c, const std::vector<double>& A, std::vector<double>& C) {
+    if (r > 0 && c > 0)
+        cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, c, c, r, -1.0, A.data(), r, A.data(), r, 1.0,
+                    C.data(), c);
+}
+
+// V with (W V)ᵀ M (W V) = I for the Gram matrix A = Wᵀ M W by its principal axes, scaled (Stathopoulos and
+// Wu, SIAM J. Sci. Comput. 23, 2002); those of which nothing is left are dropped. Returns the number kept, -1
+// where A is not finite; `sound`: the columns were far enough from dependent for V to make them orthonormal.
+std::int32_t orthonormal_combinations(std::int32_t w, std::vector<double>& A, std::vector<double>& V,
+                                      bool& sound) {
+    std::vector<double> scale(w), values;
+    for (std::int32_t j = 0; j < w; ++j) {
+        const double square = A[j * std::size_t(w) + j];
+        if (!std::isfinite(square)) return -1;
+        scale[j] = square > nothing_left * nothing_left ? 1 / std::sqrt(square) : 0.0;
+    }
+    for (std::int32_t j = 0; j < w; ++j)
+        for (std::int32_t i = 0; i < w; ++i) A[j * std::size_t(w) + i] *= scale[i] * scale[j];
+    if (!eigen_of_symmetric(w, A, values)) return -1;
+    std::int32_t kept = 0;
+    sound = true;
+    V.resize(std::size_t(w) * w);
+    for (std::int32_t k = 0; k < w; ++k) {
+        if (!(values[k] > nothing_left)) continue;
+        sound = sound && values[k] > 1e-2;
+        for (std::int32_t i = 0; i < w; ++i)
+            V[kept * std::size_t(w) + i] = scale[i] * A[k * std::size_t(w) + i] / std::sqrt(values[k]);
+        ++kept;
+    }
+    return kept;
+}
+
+// N  the null space, m columns            W  preconditioned residuals, w
+// X  the modes as they stand, b columns   T  room for products with K or M
+// P  directions of the last step, p
+// N, X, P and W stand in this order in S, all M-orthonormal: the projected problem is a standard one
+// (Hetmaniuk and Lehoucq, J. Comput. Phys. 218, 2006). Residuals are formed anew from X in every iteration.
+class Iteration {
+public:
+    Iteration(const LobpcgProblem& problem, const LobpcgOptions& options, std::int32_t block, RowTeam& team)
+        : problem_(problem),
+          options_(options),
+          team_(team),
+          n_(problem.n),
+          m_(static_cast<std::int32_t>(problem.null_space.size() / std::size_t(n_))),
+          b_(block),
+          S_(allocate_block((m_ + 3 * std::int64_t{b_}) * n_)),
+          T_(allocate_block(std::max(m_, b_) * n_)),
+          tall_(n_, std::max(m_, 3 * b_), team) {}
+
+    LobpcgResult run() {
+        if (!S_ || !T_) fail(SolveStatus::out_of_memory);
+        if (S_ && T_ && start() && ritz()) iterate();
+        if (team_.ended() == RowTeam::Ended::cancelled) result_.status = SolveStatus::cancelled;
+        if (team_.ended() == RowTeam::Ended::out_of_memory) result_.status = SolveStatus::out_of_memory;
+        if (result_.status == SolveStatus::ok || result_.status == SolveStatus::stalled) hand_over();
+        return std::move(result_);
+    }
+
+private:
+    double* column(std::int64_t k) { return S_.get() + k * n_; }
+    double* X() { return column(m_); }
+    double* W() { return column(m_ + b_ + p_); }
+
+    bool fail(SolveStatus why) {
+        result_.status = why;
+        return false;
+    }
+    bool good(SolveStatus status) { return status == SolveStatus::ok ? team_.goes_on() : fail(status); }
+    std::span<double> block(double* A, std::int32_t k) { return {A, std::size_t(n_) * std::size_t(k)}; }
+    bool multiply(const BlockOperator& A, double* x, double* y, std::int32_t k) {
+        return k == 0 || good(A(block(x, k), block(y, k), k));
+    }
+    bool precondition(double* x, std::int32_t k) {
+        result_.preconditioned += k;
+        return k == 0 || good(problem_.precondition(block(x, k), k));
+    }
+
+    bool copy(const double* from, double* to, std::int32_t k) {
+        for (std::int32_t j = 0; j < k && team_.goes_on(); ++j) std::copy_n(from + j * n_, n_, to + j * n_);
+        return team_.goes_on();
+    }
+
+    bool orthonormalise(std::int32_t before, double* W, std::int32_t& w);
+    bool normalise_columns(std::int32_t before, double* W, std::int32_t& w);
+    bool fill_randomly(double* A, std::int32_t k, std::uint64_t seed);
+    bool start();
+    bool measure_rounding();
+    void iterate();
+    bool products_of_modes();
+    bool residuals();
+    bool at_end();
+    bool directions();
+    bool ritz();
+    std::vector<double> projected_stiffness(const std::vector<double>& KW) const;
+    std::int32_t next_directions(std::int32_t s, std::vector<double>& C) const;
+    void hand_over();
+
+    const LobpcgProblem& problem_;
+    const LobpcgOptions& options_;
+    RowTeam& team_;
+    const std::int64_t n_;
+    std::int32_t m_, b_, p_ = 0, w_ = 0;
+    Block S_;  // n × (m + 3b)
+    Block T_;  // n × the larger of m and b
+    TallBlocks tall_;
+    std::vector<double> KX_;                                    // [X P]ᵀ K X, (b + p) × b
+    std::vector<double> PKP_;                                   // p × p
+    std::vector<double> lambda_;                                // b
+    std::vector<double> residual_;                              // b
+    std::vector<std::int32_t> unsettled_;                       // columns of X above the tolerance
+    double rounding_ = 0;                                       // of an eigenvalue
+    double nearest_ = std::numeric_limits<double>::infinity();  // see at_end()
+    int nearest_at_ = 0;
+    LobpcgResult result_;
+};
+
+// W becomes orthogonal to the first `before` columns of S, its own unit columns: what is left of them after
+// it tells in orthonormalise() which were in the span of the others. Columns of zeros are dropped.
+bool Iteration::normalise_columns(std::int32_t before, double* W, std::int32_t& w) {
+    std::vector<double> G(std::size_t(before) * w), square(w);
+    const double* T = T_.get();
+    const std::int64_t n = n_;
+    const std::int32_t columns = w;
+    if (!multiply(problem_.multiply_m, W, T_.get(), w) || !tall_.gram(S_.get(), before, T, w, G))
+        return false;
+    if (!tall_.sum_rows(w, square, [=](std::int64_t i, double* sums) {
+            for (std::int32_t j = 0; j < columns; ++j) sums[j] += W[j * n + i] * T[j * n + i];
+        }))
+        return false;
+    std::vector<double> V(std::size_t(w) * w, 0.0);
+    std::int32_t kept = 0;
+    for (std::int32_t j = 0; j < w; ++j) {
+        if (!std::isfinite(square[j])) return fail(SolveStatus::bad_input);
+        if (square[j] < 0) return fail(SolveStatus::not_positive);
+        if (square[j] > 0) V[kept++ * std::size_t(w) + j] = 1 / std::sqrt(square[j]);
+    }
+    if (!tall_.project(S_.get(), before, G, W, w, V, kept)) return false;
+    w = kept;
+    return true;
+}
+
+// The w columns of W become M-orthonormal, and M-orthogonal to the first `before` columns of S. Columns that
+// depend on others are dropped: w falls, and may be 0.
+bool Iteration::orthonormalise(std::int32_t before, double* W, std::int32_t& w) {
+    if (!normalise_columns(before, W, w)) return false;
+    std::vector<double> G, A, V;
+    bool sound = false;
+    for (int pass = 0; pass < 5 && w > 0 && !sound; ++pass) {
+        G.assign(std::size_t(before) * w, 0.0);
+        A.assign(std::size_t(w) * w, 0.0);
+        if (!multiply(problem_.multiply_m, W, T_.get(), w) || !tall_.gram(S_.get(), before, T_.get(), w, G) ||
+            !tall_.gram(W, w, T_.get(), w, A))
+            return false;
+        subtract_square(before, w, G, A);
+        const std::int32_t kept = orthonormal_combinations(w, A, V, sound);
+        if (kept < 0) return fail(SolveStatus::bad_input);
+        if (!tall_.project(S_.get(), before, G, W, w, V, kept)) return false;
+        w = kept;
+    }
+    return true;
+}
+
+bool Iteration::fill_randomly(double* A, std::int32_t k, std::uint64_t seed) {
+    return team_.rows(
+        n_,
+        [&](std::int64_t first, std::int64_t last, int) {
+            for (std::int32_t j = 0; j < k; ++j)
+                for (std::int64_t i = first; i < last; ++i)
+                    A[j * n_ + i] = random_number(((seed * widest_block + j) << 32) + i);
+        },
+        4096);
+}
+
+// Some hundred ε of what a rough vector's Rayleigh quotient is, which is of the size of the largest
+// eigenvalue.
+bool Iteration::measure_rounding() {
+    double mass = 0, stiffness = 0;
+    if (!multiply(problem_.multiply_m, X(), T_.get(), 1) || !tall_.gram(X(), 1, T_.get(), 1, {&mass, 1}) ||
+        !multiply(problem_.multiply_k, X(), T_.get(), 1) || !tall_.gram(X(), 1, T_.get(), 1, {&stiffness, 1}))
+        return false;
+    if (!std::isfinite(mass) || !std::isfinite(stiffness)) return fail(SolveStatus::bad_input);
+    if (!(mass > 0) || !(stiffness > 0)) return fail(SolveStatus::not_positive);
+    rounding_ = 100 * epsilon * stiffness / mass;
+    return true;
+}
+
+// N, X from T M r of random vectors r, and [X]ᵀ K X.
+bool Iteration::start() {
+    if (!copy(problem_.null_space.data(), S_.get(), m_)) return false;
+    if (!orthonormalise(0, S_.get(), m_)) return false;
+    std::int32_t have = 0;
+    for (std::uint64_t attempt = 0; have < b_ && attempt < 3; ++attempt) {
+        double* more = X() + have * n_;
+        std::int32_t k = b_ - have;
+        if (!fill_randomly(more, k, attempt)) return false;
+        if (attempt == 0) {
+            if (!measure_rounding() || !multiply(problem_.multiply_m, more, T_.get(), k)) return false;
+            if (!copy(T_.get(), more, k) || !precondition(more, k)) return false;
+        }
+        if (!orthonormalise(m_ + have, more, k)) return false;
+        have += k;
+    }
+    if (have < options_.n_mode) return fail(SolveStatus::not_positive);
+    b_ = have;
+    KX_.assign(std::size_t(b_) * b_, 0.0);
+    return multiply(problem_.multiply_k, X(), T_.get(), b_) && tall_.gram(X(), b_, T_.get(), b_, KX_);
+}
+
+void Iteration::iterate() {
+    for (; products_of_modes() && residuals() && !at_end(); ++result_.iterations)
+        if (!directions() || !ritz()) return;
+}
+
+// T = M X and, where W stands, K X, with the products that show how orthonormal X still is and what the Ritz
+// values are: what rounding has added over the iterations does not stay.
+bool Iteration::products_of_modes() {
+    for (int attempt = 0;; ++attempt) {
+        const std::int32_t all = m_ + b_ + p_;
+        std::vector<double> MX(std::size_t(all) * b_);
+        if (!multiply(problem_.multiply_m, X(), T_.get(), b_) || !tall_.gram(S_.get(), all, T_.get(), b_, MX))
+            return false;
+        double drift = 0;
+        for (std::int32_t j = 0; j < b_; ++j)
+            for (std::int32_t i = 0; i < all; ++i)
+                drift = std::max(drift, std::abs(MX[std::size_t(all) * j + i] - (i == m_ + j ? 1.0 : 0.0)));
+        if (drift <= most_drift || attempt > 0) break;
+        p_ = 0;
+        PKP_.clear();
+        std::int32_t left = b_;
+        if (!orthonormalise(m_, X(), left)) return false;
+        if (left < b_) return fail(SolveStatus::stalled);
+    }
+    KX_.assign(std::size_t(b_ + p_) * b_, 0.0);
+    return multiply(problem_.multiply_k, X(), W(), b_) && tall_.gram(X(), b_ + p_, W(), b_, KX_);
+}
+
+// W = K X - M X Λ.
+bool Iteration::residuals() {
+    lambda_.resize(b_);
+    for (std::int32_t j = 0; j < b_; ++j) lambda_[j] = KX_[std::size_t(b_ + p_) * j + j];
+    const double lambda_1 = *std::min_element(lambda_.begin(), lambda_.end());
+    double* R = W();
+    const double* MX = T_.get();
+    std::vector<double> sums(2 * std::size_t(b_));
+    if (!tall_.sum_rows(2 * b_, sums, [&](std::int64_t i, double* sum) {
+            for (std::int32_t j = 0; j < b_; ++j) {
+                const double kx = R[j * n_ + i], mx = MX[j * n_ + i];
+                const double r = kx - lambda_[j] * mx, size = kx + lambda_1 * mx;
+                R[j * n_ + i] = r;
+                sum[2 * j] += r * r;
+                sum[2 * j + 1] += size * size;
+            }
+        }))
+        return false;
+    residual_.resize(b_);
+    unsettled_.clear();
+    for (std::int32_t j = 0; j < b_; ++j) {
+        residual_[j] = std::sqrt(sums[2 * j] / sums[2 * j + 1]);
+        if (!std::isfinite(residual_[j])) return fail(SolveStatus::bad_input);
+        if (residual_[j] > options_.tolerance) unsettled_.push_back(j);
+    }
+    return true;
+}
+
+// Whether the modes have come within the tolerance, or no longer come nearer: the sum of what their residuals
+// are above it, in powers of two, must fall by one in `patience` iterations.
+bool Iteration::at_end() {
+    double distance = 0;
+    std::int32_t settled = 0;
+    for (std::int32_t j = 0; j < options_.n_mode; ++j)
+        if (residual_[j] <= options_.tolerance)
+            ++settled;
+        else
+            distance += std::log2(residual_[j] / options_.tolerance);
+    if (options_.each) options_.each(result_.iterations, settled);
+    if (settled == options_.n_mode) return true;
+    if (distance <= nearest_ - 1) nearest_ = distance, nearest_at_ = result_.iterations;
+    if (result_.iterations < options_.most_iterations && result_.iterations - nearest_at_ < options_.patience)
+        return false;
+    fail(SolveStatus::stalled);
+    return true;
+}
+
+// W = T R of the columns that have not settled, orthonormal.
+bool Iteration::directions() {
+    w_ = static_cast<std::int32_t>(unsettled_.size());
+    if (!tall_.choose(W(), unsettled_) || !precondition(W(), w_) || !orthonormalise(m_ + b_ + p_, W(), w_))
+        return false;
+    return w_ + p_ > 0 || fail(SolveStatus::stalled);
+}
+
+// [X P W]ᵀ K [X P W] from KW = [X P W]ᵀ K W and the products with X and P.
+std::vector<double> Iteration::projected_stiffness(const std::vector<double>& KW) const {
+    const std::size_t b = b_, p = p_, w = w_, s = b + p + w;
+    std::vector<double> H(s * s, 0.0);
+    const auto set = [&](std::size_t i, std::size_t j, double value) { H[s * j + i] = H[s * i + j] = value; };
+    for (std::size_t j = 0; j < b; ++j) {
+        for (std::size_t i = 0; i <= j; ++i) set(i, j, 0.5 * (KX_[(b + p) * j + i] + KX_[(b + p) * i + j]));
+        for (std::size_t i = b; i < b + p; ++i) set(i, j, KX_[(b + p) * j + i]);
+    }
+    for (std::size_t j = 0; j < p; ++j)
+        for (std::size_t i = 0; i <= j; ++i) set(b + i, b + j, 0.5 * (PKP_[p * j + i] + PKP_[p * i + j]));
+    for (std::size_t j = 0; j < w; ++j) {
+        for (std::size_t i = 0; i < b + p; ++i) set(i, b + p + j, KW[s * j + i]);
+        for (std::size_t i = 0; i <= j; ++i)
+            set(b + p + i, b + p + j, 0.5 * (KW[s * j + b + p + i] + KW[s * i + b + p + j]));
+    }
+    return H;
+}
+
+// Behind the b columns of C (s × b, orthonormal), those without the part in X of every column that has not
+// settled, orthonormal with C (Hetmaniuk and Lehoucq, 2006, section 4.2); dependent ones are dropped. Returns
+// their number.
+std::int32_t Iteration::next_directions(std::int32_t s, std::vector<double>& C) const {
+    std::int32_t count = b_;
+    std::vector<double> g(std::size_t(b_) + unsettled_.size());
+    C.reserve(s * g.size());
+    for (const std::int32_t j : unsettled_) {
+        C.resize(std::size_t(s) * (count + 1));
+        double* z = &C[std::size_t(s) * count];
+        std::fill_n(z, b_, 0.0);
+        std::copy_n(&C[std::size_t(s) * j + b_], s - b_, z + b_);
+        double size = cblas_dnrm2(s, z, 1);
+        bool left = size > 100 * epsilon;
+        for (int pass = 0; pass < 2 && left; ++pass) {
+            cblas_dgemv(CblasColMajor, CblasTrans, s, count, 1.0, C.data(), s, z, 1, 0.0, g.data(), 1);
+            cblas_dgemv(CblasColMajor, CblasNoTrans, s, count, -1.0, C.data(), s, g.data(), 1, 1.0, z, 1);
+            const double now = cblas_dnrm2(s, z, 1);
+            left = now > 1e-8 * size;
+            size = 1;
+            if (left) cblas_dscal(s, 1 / now, z, 1);
+        }
+        if (left) ++count;
+    }
+    C.resize(std::size_t(s) * count);
+    return count - b_;
+}
+
+// Rayleigh and Ritz on [X P W]: the lowest b vectors become X, what W and P gave them P.
+bool Iteration::ritz() {
+    const std::int32_t s = b_ + p_ + w_;
+    std::vector<double> KW(std::size_t(s) * w_);
+    if (w_ > 0 &&
+        (!multiply(problem_.multiply_k, W(), T_.get(), w_) || !tall_.gram(X(), s, T_.get(), w_, KW)))
+        return false;
+    const std::vector<double> H = projected_stiffness(KW);
+    std::vector<double> C = H, values;
+    if (!eigen_of_symmetric(s, C, values)) return fail(SolveStatus::bad_input);
+    if (!(values[0] > rounding_)) return fail(SolveStatus::not_positive);
+    C.resize(std::size_t(s) * b_);
+    const std::int32_t p = next_directions(s, C);
+    if (!tall_.combine(X(), s, C, b_ + p)) return false;
+    p_ = p, w_ = 0;
+    PKP_.assign(std::size_t(p) * p, 0.0);
+    if (p == 0) return true;
+    const double* Z = &C[std::size_t(s) * b_];
+    std::vector<double> HZ(std::size_t(s) * p);
+    cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, s, p, s, 1.0, H.data(), s, Z, s, 0.0, HZ.data(),
+                s);
+    cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, p, p, s, 1.0, Z, s, HZ.data(), s, 0.0, PKP_.data(),
+                p);
+    return true;
+}
+
+void Iteration::hand_over() {
+    if (residual_.empty()) return;
+    const std::int32_t count = options_.n_mode;
+    T_.reset();
+    std::vector<std::int32_t> order(count);
+    std::iota(order.begin(), order.end(), 0);
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::int32_t i, std::int32_t j) { return lambda_[i] < lambda_[j]; });
+    result_.vectors.reserve(std::size_t(n_) * count);
+    for (const std::int32_t j : order) {
+        result_.lambda.push_back(lambda_[j]);
+        result_.residual.push_back(residual_[j]);
+        result_.vectors.insert(result_.vectors.end(), X() + j * n_, X() + (j + 1) * n_);
+    }
+}
+
+}  // namespace
+
+LobpcgResult lobpcg(const LobpcgProblem& problem, const LobpcgOptions& options, const Progress* progress) {
+    LobpcgResult result;
+    const std::int64_t n = problem.n;
+    const auto known = static_cast<std::int64_t>(problem.null_space.size());
+    const std::int64_t guards =
+        options.guards < 0 ? std::max(4, options.n_mode / 3) : std::int64_t{options.guards};
+    const std::int64_t most = n > 0 ? n - known / n : 0;
+    const std::int64_t block = std::min(options.n_mode + guards, most);
+    result.status = SolveStatus::bad_input;
+    if (n <= 0 || known % n != 0 || options.n_mode < 1 || options.n_mode > most || block > widest_block ||
+        !(options.tolerance >= 0))
+        return result;
+    try {
+        use_serial_blas();
+        RowTeam team(options.threads, progress);
+        return Iteration(problem, options, static_cast<std::int32_t>(block), team).run();
+    } catch (const std::bad_alloc&) {
+        result.status = SolveStatus::out_of_memory;
+        return result;
+    }
+}
+
+}  // namespace kestralum

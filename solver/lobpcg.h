@@ -1,0 +1,63 @@
+// The lowest modes of K φ = λ M φ by locally optimal block preconditioned conjugate gradients (Knyazev, SIAM
+// J. Sci. Comput. 23, 2001): for systems whose factor fits in no memory. Beside the products with K and M it
+// needs no more than a preconditioner, and memory for four blocks of vectors.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <vector>
+
+#include "model/progress.h"
+#include "solver/conjugate_gradients.h"
+
+namespace kestralum {
+
+// y = A x on k columns, n × k one after the other; x and y do not overlap. Any status but ok ends the search
+// with it. Looks for a cancel itself.
+using BlockOperator =
+    std::function<SolveStatus(std::span<const double> x, std::span<double> y, std::int32_t k)>;
+// x := T x, likewise.
+using BlockInverse = std::function<SolveStatus(std::span<double> x, std::int32_t k)>;
+
+struct LobpcgProblem {
+    std::int32_t n = 0;
+    BlockOperator multiply_k;  // K, symmetric, positive definite on what is M-orthogonal to null_space
+    BlockOperator multiply_m;  // M, symmetric, positive definite
+    BlockInverse precondition;  // about K⁻¹, symmetric, positive definite; of a free body about (K + σM)⁻¹
+    // n × any number: modes are sought M-orthogonal to these vectors, such as the rigid motions of a free
+    // body. They need not be independent.
+    std::span<const double> null_space = {};
+};
+
+struct LobpcgOptions {
+    std::int32_t n_mode = 1;
+    std::int32_t guards = -1;  // further vectors of the block; below 0: the larger of 4 and n_mode / 3
+    double tolerance = 1e-7;   // ‖Kφ - λMφ‖ / ‖(K + λ₁M)φ‖ of every mode
+    int most_iterations = 500;
+    int patience = 60;  // iterations in which the modes that are left must come nearer, see LobpcgResult
+    int threads = 1;
+    // Called after each iteration with its number and that of the modes within the tolerance; may be empty.
+    std::function<void(int iteration, std::int32_t converged)> each = nullptr;
+};
+
+struct LobpcgResult {
+    // stalled: most_iterations are over, or for `patience` iterations the residuals have not halved, which is
+    // also how it ends where rounding lets them come no lower: the residuals tell how good the modes are.
+    // not_positive: K or M is not positive definite. bad_input: sizes that do not fit, values that are no
+    // numbers, fewer equations than modes.
+    SolveStatus status = SolveStatus::ok;
+    int iterations = 0;
+    std::int64_t preconditioned = 0;  // columns
+    // Of ok and stalled; else empty:
+    std::vector<double> lambda;    // n_mode, ascending: Rayleigh quotients of the vectors
+    std::vector<double> vectors;   // n × n_mode, M-orthonormal
+    std::vector<double> residual;  // n_mode, as the tolerance
+};
+
+// The block starts from fixed pseudo-random vectors. Multiple modes come as often as they are. The result is
+// the same to the last bit for any number of threads where the operators' are. Throws nothing.
+LobpcgResult lobpcg(const LobpcgProblem& problem, const LobpcgOptions& options,
+                    const Progress* progress = nullptr);
+
+}  // namespace kestralum

@@ -1,0 +1,240 @@
+// The lowest modes of small blocks by LOBPCG: against LAPACK's dense solution, with preconditioners good and
+// poor, supported and free, with multiple modes, the same bytes on any number of threads, and how it ends
+// where there is nothing to find.
+#include "solver/lobpcg.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "model/format.h"
+#include "solver/multigrid.h"
+#include "support/assembled.h"
+#include "support/box_mesh.h"
+#include "support/collected.h"
+
+extern "C" void dsygv_(const int* type, const char* vectors, const char* triangle, const int* n, double* a,
+                       const int* lda, double* b, const int* ldb, double* values, double* work,
+                       const int* lwork, int* info, std::size_t, std::size_t);
+
+namespace kestralum {
+namespace {
+
+struct Body {
+    Mesh mesh;
+    std::vector<std::int32_t> dof;
+    SparseKM km;
+    bool loose;
+    double sigma() const { return loose ? 1e7 : 0; }  // 1/s², about the first elastic eigenvalue
+
+    // Of a body that nothing holds: three translations and three turns.
+    std::vector<double> null_space() const {
+        std::vector<double> N(loose ? 6 * dof.size() : 0);
+        for (std::size_t i = 0; i < dof.size() && loose; ++i) {
+            const std::size_t c = dof[i] % 3, a = (c + 1) % 3, b = (c + 2) % 3;
+            N[c * dof.size() + i] = 1;
+            N[(3 + a) * dof.size() + i] = mesh.node(dof[i] / 3)[b];
+            N[(3 + b) * dof.size() + i] = -mesh.node(dof[i] / 3)[a];
+        }
+        return N;
+    }
+};
+
+Body make_body(const testing::Grid& grid, bool loose) {
+    SilentProgress silent;
+    const Material steel{.id = 0, .name = "M", .density = 7800, .young = 2e11, .poisson = 0.3};
+    Body body{testing::hexa_box(grid), {}, {}, loose};
+    body.km = testing::assemble(body.mesh, steel, build_elasticity(std::span(&steel, 1), silent));
+    std::vector<std::int32_t> map(body.mesh.dof_num(), -1);
+    for (std::int32_t d = 0; d < body.mesh.dof_num(); ++d) {
+        if (!loose && body.mesh.node(d / 3)[2] < 1e-9) continue;
+        map[d] = static_cast<std::int32_t>(body.dof.size());
+        body.dof.push_back(d);
+    }
+    keep_rows(map, body.km);
+    return body;
+}
+
+std::vector<double> product(const SparseKM& km, const std::vector<double>& values,
+                            std::span<const double> x) {
+    std::vector<double> y(x.size());
+    for (std::size_t c = 0; c < x.size(); c += km.rows())
+        multiply(km, values, x.subspan(c, km.rows()), std::span(y).subspan(c, km.rows()));
+    return y;
+}
+
+BlockOperator product_with(const SparseKM& km, const std::vector<double>& values) {
+    return [&](std::span<const double> x, std::span<double> y, std::int32_t) {
+        std::ranges::copy(product(km, values, x), y.begin());
+        return SolveStatus::ok;
+    };
+}
+
+BlockInverse diagonal(const Body& body) {
+    return [&](std::span<double> x, std::int32_t) {
+        for (std::size_t i = 0; i < x.size(); ++i) {
+            const std::int64_t at = body.km.diag_pos[i % body.dof.size()];
+            x[i] /= body.km.K_value[at] + body.sigma() * body.km.M_value[at];
+        }
+        return SolveStatus::ok;
+    };
+}
+
+LobpcgProblem problem_of(const Body& body, std::span<const double> N, BlockInverse precondition) {
+    return {body.km.rows(), product_with(body.km, body.km.K_value), product_with(body.km, body.km.M_value),
+            std::move(precondition), N};
+}
+
+std::vector<double> dense_eigenvalues(const SparseKM& km) {
+    const int n = km.rows(), type = 1, room = 64 * n;
+    std::vector<double> K(std::size_t(n) * n), M(K), values(n), work(room);
+    for (int r = 0; r < n; ++r)
+        for (std::int64_t k = km.row_start[r]; k < km.row_start[r] + km.row_count[r]; ++k) {
+            K[std::size_t(n) * r + km.col_index[k]] = km.K_value[k];
+            M[std::size_t(n) * r + km.col_index[k]] = km.M_value[k];
+        }
+    int info = 0;
+    dsygv_(&type, "N", "L", &n, K.data(), &n, M.data(), &n, values.data(), work.data(), &room, &info, 1, 1);
+    EXPECT_EQ(info, 0);
+    return values;
+}
+
+double dot(const double* a, const double* b, std::size_t n) {
+    double s = 0;
+    for (std::size_t i = 0; i < n; ++i) s += a[i] * b[i];
+    return s;
+}
+
+// That the vectors are orthonormal in M and to N, and the residuals what they are said to be.
+void check_vectors(const Body& body, std::span<const double> N, const LobpcgResult& found) {
+    const std::size_t n = body.dof.size(), modes = found.lambda.size();
+    const std::vector<double> KX = product(body.km, body.km.K_value, found.vectors),
+                              MX = product(body.km, body.km.M_value, found.vectors),
+                              MN = product(body.km, body.km.M_value, N);
+    for (std::size_t j = 0; j < modes; ++j) {
+        const double* x = &found.vectors[j * n];
+        for (std::size_t i = 0; i <= j; ++i) ASSERT_NEAR(dot(x, &MX[i * n], n), i == j, 1e-10);
+        for (std::size_t i = 0; i < N.size(); i += n)
+            ASSERT_NEAR(dot(x, &MN[i], n), 0, 1e-10 * std::sqrt(dot(&N[i], &MN[i], n)));
+        double error = 0, size = 0;
+        for (std::size_t i = j * n; i < (j + 1) * n; ++i) {
+            error += std::pow(KX[i] - found.lambda[j] * MX[i], 2);
+            size += std::pow(KX[i] + found.lambda[0] * MX[i], 2);
+        }
+        EXPECT_NEAR(found.residual[j], std::sqrt(error / size), 1e-10);
+    }
+}
+
+TEST(Lobpcg, FindsTheModesOfTheDenseProblemWithTheSameBytesOnAnyNumberOfThreads) {
+    // the square ones have double modes
+    const testing::Grid block{{3, 4, 5}, {0.3, 0.4, 0.5}}, column{{4, 4, 6}, {0.2, 0.2, 0.6}},
+        plate{{7, 7, 1}, {0.7, 0.7, 0.1}};
+    const Body bodies[] = {make_body(block, false), make_body(column, false), make_body(block, true),
+                           make_body(plate, true)};
+    for (const Body& body : bodies) {
+        const std::vector<double> N = body.null_space(), expected = dense_eigenvalues(body.km);
+        std::vector<double> shifted = body.km.K_value;
+        for (std::size_t k = 0; k < shifted.size(); ++k) shifted[k] += body.sigma() * body.km.M_value[k];
+        for (const bool good : {true, false}) {
+            SCOPED_TRACE(formatted("%d equations, %s", body.km.rows(), good ? "multigrid" : "diagonal"));
+            std::vector<double> first;
+            for (const int threads : {1, 2, 5}) {
+                Multigrid multigrid({.coarsest = 60});
+                ASSERT_EQ(multigrid.set_up(body.km, shifted, {body.dof, body.mesh.coordinates}, threads),
+                          SolveStatus::ok);
+                const BlockInverse cycle = [&](std::span<double> x, std::int32_t k) {
+                    return multigrid.precondition(x, k);
+                };
+                const LobpcgOptions options{.n_mode = 10, .tolerance = 1e-8, .threads = threads};
+                const LobpcgResult found =
+                    lobpcg(problem_of(body, N, good ? cycle : diagonal(body)), options);
+                ASSERT_EQ(found.status, SolveStatus::ok);
+                EXPECT_LE(found.iterations, good ? 30 : 200);
+                for (std::size_t j = 0; j < 10; ++j) {
+                    const double lambda = expected[j + (body.loose ? 6 : 0)];
+                    EXPECT_NEAR(found.lambda[j], lambda, 1e-9 * lambda) << j;
+                    EXPECT_LE(found.residual[j], 1e-8);
+                }
+                check_vectors(body, N, found);
+                if (threads == 1) first = found.vectors;
+                EXPECT_TRUE(found.vectors == first) << threads << " threads";
+            }
+        }
+    }
+}
+
+TEST(Lobpcg, FindsEveryModeThereIsAndMorePairsThanTheBlockHasGuards) {
+    const Body small = make_body({{1, 1, 2}, {0.1, 0.1, 0.2}}, false);
+    const LobpcgResult all = lobpcg(problem_of(small, {}, diagonal(small)), {.n_mode = small.km.rows()});
+    // nine bodies alike: every mode nine times, of which the block holds eight
+    const Body one = make_body({{2, 2, 3}, {0.2, 0.2, 0.3}}, false);
+    const std::int32_t n = one.km.rows(), copies = 9;
+    const auto each_of = [&](const BlockOperator& A) {
+        return [=](std::span<const double> x, std::span<double> y, std::int32_t k) {
+            return A(x, y, k * copies);
+        };
+    };
+    const LobpcgProblem single = problem_of(one, {}, diagonal(one));
+    const LobpcgProblem nine{n * copies, each_of(single.multiply_k), each_of(single.multiply_m),
+                             single.precondition};
+    const LobpcgResult eight = lobpcg(nine, {.n_mode = 7, .guards = 1});
+    const std::vector<double> small_modes = dense_eigenvalues(small.km), modes = dense_eigenvalues(one.km);
+    ASSERT_EQ(all.status, SolveStatus::ok);
+    ASSERT_EQ(eight.status, SolveStatus::ok);
+    for (std::int32_t j = 0; j < small.km.rows(); ++j)
+        EXPECT_NEAR(all.lambda[j], small_modes[j], 1e-9 * small_modes[j]) << j;
+    for (const double lambda : eight.lambda) EXPECT_NEAR(lambda, modes[0], 1e-9 * modes[0]);
+    check_vectors(small, {}, all);
+}
+
+TEST(Lobpcg, EndsWithItsStatusWhereItCannotGoOn) {
+    const Body body = make_body({{3, 4, 5}, {0.3, 0.4, 0.5}}, false),
+               loose = make_body({{3, 4, 5}, {0.3, 0.4, 0.5}}, true);
+    LobpcgProblem problem = problem_of(body, {}, diagonal(body));
+    const LobpcgResult early = lobpcg(problem, {.n_mode = 5, .most_iterations = 2});
+    EXPECT_EQ(early.status, SolveStatus::stalled);
+    EXPECT_EQ(early.iterations, 2);
+    ASSERT_EQ(early.vectors.size(), 5 * body.dof.size());
+    EXPECT_GT(early.residual[4], 1e-7);
+    check_vectors(body, {}, early);
+    // what rounding does not let it reach
+    const LobpcgResult rounded = lobpcg(problem, {.n_mode = 5, .tolerance = 0, .patience = 10});
+    EXPECT_EQ(rounded.status, SolveStatus::stalled);
+    for (const double residual : rounded.residual) EXPECT_LE(residual, 1e-10);
+    check_vectors(body, {}, rounded);
+
+    EXPECT_EQ(lobpcg(problem_of(loose, {}, diagonal(loose)), {.n_mode = 5}).status,
+              SolveStatus::not_positive);
+    std::vector<double> negative = body.km.M_value;
+    for (double& m : negative) m = -m;
+    problem.multiply_m = product_with(body.km, negative);
+    EXPECT_EQ(lobpcg(problem, {.n_mode = 5}).status, SolveStatus::not_positive);
+    problem = problem_of(body, {}, [](std::span<double> x, std::int32_t) {
+        x[7] = std::numeric_limits<double>::quiet_NaN();
+        return SolveStatus::ok;
+    });
+    EXPECT_EQ(lobpcg(problem, {.n_mode = 5}).status, SolveStatus::bad_input);
+    problem.precondition = [](std::span<double>, std::int32_t) { return SolveStatus::out_of_memory; };
+    const LobpcgResult ended = lobpcg(problem, {.n_mode = 5});
+    EXPECT_EQ(ended.status, SolveStatus::out_of_memory);
+    EXPECT_TRUE(ended.vectors.empty());
+    EXPECT_EQ(lobpcg(problem, {.n_mode = body.km.rows() + 1}).status, SolveStatus::bad_input);
+    problem.null_space = std::span(negative).first(body.dof.size() + 1);
+    EXPECT_EQ(lobpcg(problem, {.n_mode = 5}).status, SolveStatus::bad_input);
+}
+
+TEST(Lobpcg, ACancelEndsItAtEveryLook) {
+    const Body body = make_body({{3, 4, 5}, {0.3, 0.4, 0.5}}, false);
+    const LobpcgProblem problem = problem_of(body, {}, diagonal(body));
+    const LobpcgOptions options{.n_mode = 3, .tolerance = 1e-4, .threads = 2};
+    testing::StopsAtLook never;
+    ASSERT_EQ(lobpcg(problem, options, &never).status, SolveStatus::ok);
+    for (std::int64_t look = 1; look <= never.looks; look += 1 + never.looks / 60) {
+        testing::StopsAtLook ending(look);
+        EXPECT_EQ(lobpcg(problem, options, &ending).status, SolveStatus::cancelled) << look;
+    }
+}
+
+}  // namespace
+}  // namespace kestralum
