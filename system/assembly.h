@@ -37,10 +37,10 @@ bool assemble_system(Job& job, AssembledSystem& system, bool with_mass = true);
 // the members. Nothing without bodies. False with status failed when no equation is left.
 bool transform_rigid(Job& job, AssembledSystem& system, bool with_mass);
 
-// The factor of the system with its border; null as plan_factor(). `pivots`: they are counted. Borrows the
-// system's degrees of freedom.
+// The factor of the system with its border; null as plan_factor(). Borrows the system's
+// degrees of freedom.
 std::unique_ptr<BorderedFactor> plan_bordered(Job& job, const AssembledSystem& system,
-                                              int factors_on_disk = 1, bool pivots = false);
+                                              int factors_on_disk = 1);
 
 // Forces on the equations after the transformation: the run's nodal load, and the rigid forces at the states
 // (empty: at rest).

@@ -85,7 +85,7 @@ std::unique_ptr<Factor> plan_factor(Job& job, const SparseKM& km, std::int32_t d
                                     const FactorNeeds& needs) {
     job.clock.begin("factor");
     Profile profile = make_profile(km);
-    SolverChoice choice = choose_solver(job.settings, km, profile, !needs.pivots);
+    SolverChoice choice = choose_solver(job.settings, km, profile);
     job.report().solver = choice.text();
     if (choice.kind == SolverKind::iterative)
         return plan_iterative(job, km, needs, choice.iterative->megabytes);

@@ -12,7 +12,6 @@ namespace kestralum {
 struct FactorNeeds {
     std::span<const std::int32_t>
         free_dofs;               // per equation its degree of freedom in the run's mesh; borrowed
-    bool pivots = false;         // they are counted: nothing but a factor will do
     int factors_on_disk = 1;     // of this size, at the same time
     double other_megabytes = 0;  // of memory: borders of rigid bodies
 };

@@ -37,6 +37,15 @@ public:
     std::string error() const override { return error_; }
     std::string outcome() const override;
 
+    // For those who know what they have: the levels of the last factor(), while it iterates() still.
+    bool iterates() const { return !direct_; }
+    Multigrid& levels() { return multigrid_; }
+    // Goes on with the direct factor from the next factor() on; true.
+    bool give_way(const std::string& why) {
+        direct_ = options_.direct(why);
+        return true;
+    }
+
 private:
     FactorStatus take_direct(const std::string& why, Progress& progress);
 

@@ -61,13 +61,11 @@ bool takes_skyline(const Settings& settings, const Profile& profile) {
     return settings.solver == "skyline" || (settings.solver == "auto" && work_of(profile) < cheap_work);
 }
 
-SolverChoice choose_solver(const Settings& settings, const SparseKM& km, const Profile& profile,
-                           bool may_iterate) {
+SolverChoice choose_solver(const Settings& settings, const SparseKM& km, const Profile& profile) {
     SolverChoice choice;
     choice.skyline = skyline_cost(profile);
     if (takes_skyline(settings, profile)) return choice;
-    const bool wanted = settings.solver == "iterative";
-    if (may_iterate && wanted) {
+    if (settings.solver == "iterative") {
         choice.iterative = iterative_cost(km);
         choice.kind = SolverKind::iterative;
         return choice;
@@ -77,7 +75,7 @@ SolverChoice choose_solver(const Settings& settings, const SparseKM& km, const P
     if (settings.solver != "auto" || choice.sparse->seconds < choice.skyline.seconds)
         choice.kind = SolverKind::sparse;
     const double smaller = std::min(choice.sparse->megabytes, choice.skyline.megabytes);
-    if (may_iterate && settings.solver == "auto" && smaller > largest_factor) {
+    if (settings.solver == "auto" && smaller > largest_factor) {
         choice.iterative = iterative_cost(km);
         choice.kind = SolverKind::iterative;
         choice.tree.reset();

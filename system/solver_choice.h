@@ -34,10 +34,9 @@ struct SolverChoice {
 bool takes_skyline(const Settings& settings, const Profile& profile);
 
 // By settings.solver, or, "auto", the quicker factor; conjugate gradients where the smaller one is larger
-// than largest_factor. Of km the pattern alone. `may_iterate` false: only a factor will do. Throws
+// than largest_factor. Of km the pattern alone. Throws
 // std::bad_alloc.
 inline constexpr double largest_factor = 12000;  // millions of bytes
-SolverChoice choose_solver(const Settings& settings, const SparseKM& km, const Profile& profile,
-                           bool may_iterate = true);
+SolverChoice choose_solver(const Settings& settings, const SparseKM& km, const Profile& profile);
 
 }  // namespace kestralum

@@ -6,6 +6,7 @@
 
 #include "analysis/eigen/eigen_problem.h"
 #include "analysis/eigen/lanczos.h"
+#include "analysis/eigen/modes_by_iteration.h"
 #include "analysis/eigen/subspace.h"
 #include "analysis/linear_run.h"
 #include "elements/stresses.h"
@@ -216,11 +217,19 @@ bool work(Job& job, AssembledSystem& system, Method method, int factors_on_disk)
     if (!assemble_system(job, system) || !transform_rigid(job, system, true)) return false;
     job.progress.print("Eigen Analysis Start\n");
     const EigenOptions options = eigen_options(job, system);
-    auto factor = plan_bordered(job, system, factors_on_disk, true);
+    auto factor = plan_bordered(job, system, factors_on_disk);
     if (!factor) return false;
+    auto* const levels = dynamic_cast<IterativeFactor*>(factor->free());
     EigenProblem problem(job, system, std::move(factor));
-    if (!problem.shift(0.6283185307 * 0.6283185307, false)) return false;
     EigenPairs pairs;
+    if (levels) {
+        if (modes_by_iteration(problem, system, options, *levels, pairs)) {
+            normalise_all(problem, system, options.n_mode, pairs);
+            return check_resolved(job) && store_modes(job, system, pairs);
+        }
+        if (job.report().status != RunStatus::done) return false;
+    }
+    if (!problem.shift(0.6283185307 * 0.6283185307, false)) return false;
     SpectrumGap gap;
     if (!method(problem, options, pairs, gap) || !check_complete(problem, pairs, gap, options.n_mode))
         return false;

@@ -1,0 +1,106 @@
+#include "analysis/eigen/modes_by_iteration.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "model/format.h"
+#include "solver/lobpcg.h"
+
+namespace kestralum {
+
+namespace {
+
+// M-orthonormal rigid motions, by Gram and Schmidt, twice for the sake of rounding.
+std::vector<double> orthonormal_motions(EigenProblem& problem, const std::vector<double>& rigid) {
+    const std::size_t n = problem.n();
+    std::vector<double> out(rigid), Mv(n);
+    for (std::size_t j = 0; j < out.size() / n; ++j) {
+        const std::span<double> v(out.data() + j * n, n);
+        for (int pass = 0; pass < 2; ++pass) {
+            problem.multiply_m(v, Mv, 1);
+            for (std::size_t i = 0; i < j; ++i) {
+                double share = 0;
+                for (std::size_t r = 0; r < n; ++r) share += out[i * n + r] * Mv[r];
+                for (std::size_t r = 0; r < n; ++r) v[r] -= share * out[i * n + r];
+            }
+        }
+        problem.multiply_m(v, Mv, 1);
+        double mass = 0;
+        for (std::size_t r = 0; r < n; ++r) mass += v[r] * Mv[r];
+        for (double& x : v) x /= std::sqrt(mass);
+    }
+    return out;
+}
+
+// Shift of a free body's preconditioner, (K + σM)⁻¹, as a share of what its elastic eigenvalues are like.
+constexpr double free_shift = 1e-3;
+
+LobpcgResult search(EigenProblem& problem, IterativeFactor& levels, std::span<const double> rigid,
+                    std::int32_t modes) {
+    Job& job = problem.job();
+    const auto going = [&job] { return job.progress.cancelled() ? SolveStatus::cancelled : SolveStatus::ok; };
+    LobpcgProblem task;
+    task.n = problem.n();
+    task.multiply_k = [&](std::span<const double> x, std::span<double> y, std::int32_t k) {
+        problem.multiply_k(x, y, k);
+        return going();
+    };
+    task.multiply_m = [&](std::span<const double> x, std::span<double> y, std::int32_t k) {
+        problem.multiply_m(x, y, k);
+        return going();
+    };
+    task.precondition = [&](std::span<double> x, std::int32_t k) {
+        return levels.levels().precondition(x, k, &job.progress);
+    };
+    task.null_space = rigid;
+    LobpcgOptions options;
+    options.n_mode = modes;
+    options.threads = job.threads();
+    options.each = [&](int iteration, std::int32_t converged) {
+        job.progress.print("LOBPCG %d: %d of %d modes\n", iteration, converged, modes);
+        job.progress.set_count(converged, modes);
+    };
+    LobpcgResult found = lobpcg(task, options, &job.progress);
+    problem.report().solved_columns += found.preconditioned;
+    problem.report().rounds = found.iterations;
+    return found;
+}
+
+}  // namespace
+
+bool modes_by_iteration(EigenProblem& problem, const AssembledSystem& system, const EigenOptions& options,
+                        IterativeFactor& levels, EigenPairs& pairs) {
+    Job& job = problem.job();
+    const auto give_way = [&](const std::string& why) { return levels.give_way(why) && false; };
+    if (system.border.nr > 0) return give_way("rigid elements stand beside the sparse matrix");
+    const std::size_t n = problem.n();
+    std::vector<double> values = system.km.K_value;
+    const double sigma = options.supported ? 0 : free_shift * problem.elastic_scale();
+    for (std::size_t k = 0; sigma > 0 && k < values.size(); ++k) values[k] += sigma * system.km.M_value[k];
+    job.clock.begin("factor");
+    const FactorStatus status = levels.factor(system.km, values, job.progress);
+    if (!job.goes_on()) return false;
+    if (status != FactorStatus::ok) return job.fail(RunStatus::failed, levels.error());
+    if (!levels.iterates()) return false;
+    job.clock.begin("iterate");
+    const std::vector<double> null_space = orthonormal_motions(problem, options.rigid_motions);
+    const auto rigid = static_cast<std::int32_t>(null_space.size() / n);
+    if (options.n_mode <= rigid)
+        return give_way("no more modes are asked for than the body has rigid motions");
+    const LobpcgResult found = search(problem, levels, null_space, options.n_mode - rigid);
+    if (!job.goes_on()) return false;
+    if (found.status == SolveStatus::out_of_memory)
+        return job.fail(RunStatus::failed, "not enough memory for this model");
+    const bool good = found.status == SolveStatus::ok ||
+                      (found.status == SolveStatus::stalled && std::ranges::max(found.residual) < 1e-6);
+    if (!good) return give_way("the iteration for the modes does not come to its end");
+    pairs.lambda.assign(rigid, 0.0);
+    pairs.lambda.insert(pairs.lambda.end(), found.lambda.begin(), found.lambda.end());
+    pairs.vectors = null_space;
+    pairs.vectors.insert(pairs.vectors.end(), found.vectors.begin(), found.vectors.end());
+    job.report().solver += formatted(", %d iterations", found.iterations);
+    job.note("the modes were found by iteration: without a factor their number could not be checked");
+    return true;
+}
+
+}  // namespace kestralum
