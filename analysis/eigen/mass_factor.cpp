@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <system_error>
 
 namespace kestralum {
 
@@ -62,10 +63,16 @@ FactorStatus MassFactor::factor(Progress& progress) {
     const std::size_t longest = profile_.max_height;
     expanded_.resize(longest * FactorWriter::most_rows);
     row_.resize(longest);
-    writer_ = std::make_unique<FactorWriter>(
-        files_, profile_.rows(),
-        [this](std::int32_t first, std::int32_t last, const double** rows) { expand(first, last, rows); },
-        options_.write_behind ? *options_.write_behind : progress);
+    const auto rows_of_w = [this](std::int32_t first, std::int32_t last, const double** rows) {
+        expand(first, last, rows);
+    };
+    try {
+        writer_ = std::make_unique<FactorWriter>(files_, profile_.rows(), rows_of_w,
+                                                 options_.write_behind ? *options_.write_behind : progress);
+    } catch (const std::system_error&) {  // no memory for a thread
+        error_ = "not enough memory for the factor";
+        return FactorStatus::out_of_memory;
+    }
     writer_->publish(profile_.rows());
     if (!print_rows(progress)) return FactorStatus::cancelled;
     if (!options_.write_behind)
