@@ -34,6 +34,12 @@ public:
     // `progress` is given its cancel ends them. False when memory or a file fails or the user stopped.
     virtual bool solve(std::span<double> x, std::int32_t k = 1, const Progress* progress = nullptr) = 0;
 
+    // The same for the blocks of an iteration, where speed counts for more than the digits that another order
+    // of the sums leaves.
+    virtual bool solve_block(std::span<double> x, std::int32_t k, const Progress* progress = nullptr) {
+        return solve(x, k, progress);
+    }
+
     // Waits for what is still being written of the factor, and says how that went.
     virtual FactorStatus await_files() { return FactorStatus::ok; }
 

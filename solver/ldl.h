@@ -82,6 +82,9 @@ public:
     bool solve(std::span<double> x, std::int32_t k = 1, const Progress* progress = nullptr) override {
         return solve_ldl(x, k, progress);
     }
+    bool solve_block(std::span<double> x, std::int32_t k, const Progress* progress = nullptr) override {
+        return k > 1 ? solve_wide(x.data(), k, progress) : solve_ldl(x, k, progress);
+    }
     std::vector<SmallPivot> small_pivots(double share) const override;
     std::int64_t entries() const override { return profile_.Ls_num; }
     std::int32_t division_count() const override { return divisions_.count(); }

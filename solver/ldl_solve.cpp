@@ -161,15 +161,15 @@ FactorStatus SkylineFactor::sweep(const Operation& operation, std::span<double> 
 }
 
 bool SkylineFactor::solve_ldl(std::span<double> x, std::int32_t k, const Progress* progress) {
-    if (k > 1) return solve_wide(x.data(), k, progress);
-    if (!spilled()) return solve_one(x.data(), progress);
+    if (k == 1 && !spilled()) return solve_one(x.data(), progress);
     constexpr Operation forward{true, false, [](const View& v) { add_before(v, -1.0); },
                                 [](const View& v) { solve_triangle(v, CblasTrans, CblasUnit); }};
     constexpr Operation backward{false, true, [](const View& v) { add_to_before(v, -1.0); },
                                  [](const View& v) { solve_triangle(v, CblasNoTrans, CblasUnit); }};
     if (sweep(forward, x, k, progress) != FactorStatus::ok) return false;
     const std::int64_t n = profile_.rows();
-    for (std::int64_t i = 0; i < n; ++i) x[i] /= D_[i];
+    for (std::int64_t c = 0; c < k; ++c)
+        for (std::int64_t i = 0; i < n; ++i) x[c * n + i] /= D_[i];
     return sweep(backward, x, k, progress) == FactorStatus::ok;
 }
 

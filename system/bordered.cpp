@@ -139,7 +139,7 @@ bool BorderedFactor::factor(Job& job, Progress& progress, const SparseKM& km, st
     if (nf_ > 0) {
         fr_.assign(fr.begin(), fr.end());
         X_ = fr_;
-        if (!solve_free(job, X_, nr_)) return false;
+        if (!solve_free(job, X_, nr_, false)) return false;
         // S -= Arf X; row-major S is its transpose column-major, and Arf X is symmetric
         cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, nr_, nr_, nf_, -1.0, X_.data(), nf_, fr_.data(),
                     nf_, 1.0, S_.data(), nr_);
@@ -161,14 +161,14 @@ bool BorderedFactor::factor(Job& job, Progress& progress, const SparseKM& km, st
     return true;
 }
 
-bool BorderedFactor::solve_free(Job& job, std::span<double> x, std::int32_t k) {
-    const bool solved = free_->solve(x, k, &job.progress);
+bool BorderedFactor::solve_free(Job& job, std::span<double> x, std::int32_t k, bool block) {
+    const bool solved = block ? free_->solve_block(x, k, &job.progress) : free_->solve(x, k, &job.progress);
     return job.goes_on() &&
            (solved || job.fail(RunStatus::failed, "the solution cannot go on: " + free_->error()));
 }
 
 bool BorderedFactor::solve(Job& job, std::span<double> x, std::int32_t k) {
-    if (nr_ == 0) return solve_free(job, x, k);
+    if (nr_ == 0) return solve_free(job, x, k, k > 1);
     const std::int32_t n = nf_ + nr_;
     std::vector<double> top(std::size_t(nf_) * k), bottom(std::size_t(nr_) * k);
     for (std::int32_t c = 0; c < k; ++c) {
@@ -177,7 +177,7 @@ bool BorderedFactor::solve(Job& job, std::span<double> x, std::int32_t k) {
         std::copy(from + nf_, from + n, bottom.begin() + std::ptrdiff_t(c) * nr_);
     }
     if (nf_ > 0) {
-        if (!solve_free(job, top, k)) return false;
+        if (!solve_free(job, top, k, k > 1)) return false;
         cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, nr_, k, nf_, -1.0, fr_.data(), nf_, top.data(),
                     nf_, 1.0, bottom.data(), nr_);
     }

@@ -70,7 +70,8 @@ public:
     Factor* free() const { return free_.get(); }
 
 private:
-    bool solve_free(Job& job, std::span<double> x, std::int32_t k);
+    // `block`: of an iteration, see Factor::solve_block().
+    bool solve_free(Job& job, std::span<double> x, std::int32_t k, bool block);
     std::unique_ptr<Factor> free_;
     std::int32_t nf_, nr_;
     std::vector<double> X_;   // Aff⁻¹ Afr: nf × nr

@@ -201,10 +201,10 @@ TEST_F(FactorFiles, ACancelAndMissingMemoryEndAFactorAndASolve) {
                   no_memory ? FactorStatus::out_of_memory : FactorStatus::cancelled);
         EXPECT_EQ(factor.error(), said);
         ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
-        for (const int k : {1, 20}) {
+        for (const auto& [k, block] : {std::pair(1, false), {20, false}, {20, true}}) {
             ending.looks = one_panel ? 1 : after;
             std::vector<double> x = right_hand_sides(512, k);
-            EXPECT_FALSE(factor.solve_ldl(x, k, &ending));
+            EXPECT_FALSE(block ? factor.solve_block(x, k, &ending) : factor.solve_ldl(x, k, &ending));
             EXPECT_EQ(factor.error(), said);
         }
     }
@@ -259,11 +259,14 @@ TEST_F(FactorFiles, ASolveHasTheSameBytesOnAnyNumberOfThreads) {
     const SparseKM km = random_matrix(1500, 401, 0.02, 8, 700);
     const Profile profile = make_profile(km);
     for (const int panel_rows : {0, 40, 300})
-        for (const int k : {1, 8, 27}) {
+        for (const auto& [k, block] : {std::pair(1, false), {8, false}, {8, true}, {27, true}}) {
+            const auto solve = [k = k, block = block](SkylineFactor& by, std::vector<double>& x) {
+                return block ? by.solve_block(x, k) : by.solve(x, k);
+            };
             std::vector<double> read_back = right_hand_sides(1500, k);
             SkylineFactor spilled(profile, cut(profile, {0, 1500}), options(1, false, panel_rows));
             ASSERT_EQ(spilled.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
-            ASSERT_TRUE(spilled.solve_ldl(read_back, k));
+            ASSERT_TRUE(solve(spilled, read_back));
             const std::vector<double> Ax = times(km, read_back), b = right_hand_sides(1500, k);
             for (std::size_t i = 0; i < b.size(); ++i) ASSERT_NEAR(Ax[i], b[i], 1e-10);
             for (const int threads : {1, 2, 5}) {
@@ -271,7 +274,7 @@ TEST_F(FactorFiles, ASolveHasTheSameBytesOnAnyNumberOfThreads) {
                 ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
                 for (int again = 0; again < 5; ++again) {
                     std::vector<double> x = right_hand_sides(1500, k);
-                    ASSERT_TRUE(factor.solve_ldl(x, k));
+                    ASSERT_TRUE(solve(factor, x));
                     ASSERT_TRUE(x == read_back) << threads << " threads, panels of " << panel_rows;
                 }
             }
