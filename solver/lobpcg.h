@@ -1,6 +1,6 @@
 // The lowest modes of K φ = λ M φ by locally optimal block preconditioned conjugate gradients (Knyazev, SIAM
 // J. Sci. Comput. 23, 2001): for systems whose factor fits in no memory. Beside the products with K and M it
-// needs no more than a preconditioner, and memory for four blocks of vectors.
+// needs no more than a preconditioner, and memory for four blocks of vectors and the modes.
 #pragma once
 
 #include <cstdint>
@@ -32,8 +32,11 @@ struct LobpcgProblem {
 
 struct LobpcgOptions {
     std::int32_t n_mode = 1;
-    std::int32_t guards = -1;  // further vectors of the block; below 0: the larger of 4 and n_mode / 3
-    double tolerance = 1e-7;   // ‖Kφ - λMφ‖ / ‖(K + λ₁M)φ‖ of every mode
+    std::int32_t guards = -1;  // further columns of the block; below 0: n_mode / 3, from 4 to 12
+    // Of the block: where modes and guards are more, the lowest ones are left as they are once found, and
+    // others come into their place.
+    std::int32_t most_columns = 64;
+    double tolerance = 1e-7;  // ‖Kφ - λMφ‖ / ‖(K + λ₁M)φ‖ of every mode
     int most_iterations = 500;
     int patience = 60;  // iterations in which the modes that are left must come nearer, see LobpcgResult
     int threads = 1;
@@ -49,10 +52,10 @@ struct LobpcgResult {
     SolveStatus status = SolveStatus::ok;
     int iterations = 0;
     std::int64_t preconditioned = 0;  // columns
-    // Of ok and stalled; else empty:
-    std::vector<double> lambda;    // n_mode, ascending: Rayleigh quotients of the vectors
-    std::vector<double> vectors;   // n × n_mode, M-orthonormal
-    std::vector<double> residual;  // n_mode, as the tolerance
+    // Of ok all modes, of stalled no more than there were columns for; else empty:
+    std::vector<double> lambda;    // modes, ascending: Rayleigh quotients of the vectors
+    std::vector<double> vectors;   // n × modes, M-orthonormal
+    std::vector<double> residual;  // modes, as the tolerance
 };
 
 // The block starts from fixed pseudo-random vectors. Multiple modes come as often as they are. The result is
