@@ -18,8 +18,6 @@ namespace {
 constexpr double epsilon = std::numeric_limits<double>::epsilon();
 constexpr std::int32_t widest_block = 10000;  // columns; LAPACK's room for three of them is counted in an int
 constexpr double most_drift = 1e-10;          // of XᵀMX from I and of PᵀMX from 0
-// Of a column, and of the squares of a set of unit columns' principal axes: below it is nothing but rounding.
-constexpr double nothing_left = 1e-12;
 // Of the tolerance: a mode that others are to be orthogonal to from now on keeps the error that it has.
 constexpr double tighter = 0.1;
 
@@ -29,40 +27,6 @@ double random_number(std::uint64_t k) {
     k = (k ^ (k >> 30)) * 0xbf58476d1ce4e5b9u;
     k = (k ^ (k >> 27)) * 0x94d049bb133111ebu;
     return std::ldexp(static_cast<double>((k ^ (k >> 31)) >> 11), -52) - 1;
-}
-
-// C -= Aᵀ A, A r × c.
-void subtract_square(std::int32_t r, std::int32_t c, const std::vector<double>& A, std::vector<double>& C) {
-    if (r > 0 && c > 0)
-        cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, c, c, r, -1.0, A.data(), r, A.data(), r, 1.0,
-                    C.data(), c);
-}
-
-// V with (W V)ᵀ M (W V) = I for the Gram matrix A = Wᵀ M W by its principal axes, scaled (Stathopoulos and
-// Wu, SIAM J. Sci. Comput. 23, 2002); those of which nothing is left are dropped. Returns the number kept, -1
-// where A is not finite; `sound`: the columns were far enough from dependent for V to make them orthonormal.
-std::int32_t orthonormal_combinations(std::int32_t w, std::vector<double>& A, std::vector<double>& V,
-                                      bool& sound) {
-    std::vector<double> scale(w), values;
-    for (std::int32_t j = 0; j < w; ++j) {
-        const double square = A[j * std::size_t(w) + j];
-        if (!std::isfinite(square)) return -1;
-        scale[j] = square > nothing_left * nothing_left ? 1 / std::sqrt(square) : 0.0;
-    }
-    for (std::int32_t j = 0; j < w; ++j)
-        for (std::int32_t i = 0; i < w; ++i) A[j * std::size_t(w) + i] *= scale[i] * scale[j];
-    if (!eigen_of_symmetric(w, A, values)) return -1;
-    std::int32_t kept = 0;
-    sound = true;
-    V.resize(std::size_t(w) * w);
-    for (std::int32_t k = 0; k < w; ++k) {
-        if (!(values[k] > nothing_left)) continue;
-        sound = sound && values[k] > 1e-2;
-        for (std::int32_t i = 0; i < w; ++i)
-            V[kept * std::size_t(w) + i] = scale[i] * A[k * std::size_t(w) + i] / std::sqrt(values[k]);
-        ++kept;
-    }
-    return kept;
 }
 
 struct BlockPlan {
@@ -128,8 +92,9 @@ private:
         return team_.goes_on();
     }
 
-    bool orthonormalise(std::int32_t before, double* W, std::int32_t& w);
-    bool normalise_columns(std::int32_t before, double* W, std::int32_t& w);
+    bool orthonormal(std::int32_t before, double* A, std::int32_t& k) {
+        return good(orthonormalise({problem_.multiply_m, n_, T_.get(), tall_}, S_.get(), before, A, k));
+    }
     bool start();
     bool measure_rounding(double* rough);
     void iterate();
@@ -167,52 +132,6 @@ private:
     LobpcgResult result_;
 };
 
-// W becomes orthogonal to the first `before` columns of S, its own unit columns: what is left of them after
-// it tells in orthonormalise() which were in the span of the others. Columns of zeros are dropped.
-bool Iteration::normalise_columns(std::int32_t before, double* W, std::int32_t& w) {
-    std::vector<double> G(std::size_t(before) * w), square(w);
-    const double* T = T_.get();
-    const std::int64_t n = n_;
-    const std::int32_t columns = w;
-    if (!multiply(problem_.multiply_m, W, T_.get(), w) || !tall_.gram(S_.get(), before, T, w, G))
-        return false;
-    if (!tall_.sum_rows(w, square, [=](std::int64_t i, double* sums) {
-            for (std::int32_t j = 0; j < columns; ++j) sums[j] += W[j * n + i] * T[j * n + i];
-        }))
-        return false;
-    std::vector<double> V(std::size_t(w) * w, 0.0);
-    std::int32_t kept = 0;
-    for (std::int32_t j = 0; j < w; ++j) {
-        if (!std::isfinite(square[j])) return fail(SolveStatus::bad_input);
-        if (square[j] < 0) return fail(SolveStatus::not_positive);
-        if (square[j] > 0) V[kept++ * std::size_t(w) + j] = 1 / std::sqrt(square[j]);
-    }
-    if (!tall_.project(S_.get(), before, G, W, w, V, kept)) return false;
-    w = kept;
-    return true;
-}
-
-// The w columns of W become M-orthonormal, and M-orthogonal to the first `before` columns of S. Columns that
-// depend on others are dropped: w falls, and may be 0.
-bool Iteration::orthonormalise(std::int32_t before, double* W, std::int32_t& w) {
-    if (!normalise_columns(before, W, w)) return false;
-    std::vector<double> G, A, V;
-    bool sound = false;
-    for (int pass = 0; pass < 5 && w > 0 && !sound; ++pass) {
-        G.assign(std::size_t(before) * w, 0.0);
-        A.assign(std::size_t(w) * w, 0.0);
-        if (!multiply(problem_.multiply_m, W, T_.get(), w) || !tall_.gram(S_.get(), before, T_.get(), w, G) ||
-            !tall_.gram(W, w, T_.get(), w, A))
-            return false;
-        subtract_square(before, w, G, A);
-        const std::int32_t kept = orthonormal_combinations(w, A, V, sound);
-        if (kept < 0) return fail(SolveStatus::bad_input);
-        if (!tall_.project(S_.get(), before, G, W, w, V, kept)) return false;
-        w = kept;
-    }
-    return true;
-}
-
 // Some hundred ε of what a rough vector's Rayleigh quotient is, which is of the size of the largest
 // eigenvalue.
 bool Iteration::measure_rounding(double* rough) {
@@ -247,12 +166,12 @@ bool Iteration::fresh_columns(double* A, std::int32_t k, bool smooth) {
 // N, X from random vectors r, and [X]ᵀ K X.
 bool Iteration::start() {
     if (!copy(problem_.null_space.data(), S_.get(), m_)) return false;
-    if (!orthonormalise(0, S_.get(), m_)) return false;
+    if (!orthonormal(0, S_.get(), m_)) return false;
     std::int32_t have = 0;
     for (int attempt = 0; have < b_ && attempt < 3; ++attempt) {
         std::int32_t k = b_ - have;
         if (!fresh_columns(column(m_ + have), k, attempt == 0) ||
-            !orthonormalise(m_ + have, column(m_ + have), k))
+            !orthonormal(m_ + have, column(m_ + have), k))
             return false;
         have += k;
     }
@@ -283,7 +202,7 @@ bool Iteration::products_of_modes() {
         p_ = 0;
         PKP_.clear();
         std::int32_t left = b_;
-        if (!orthonormalise(m_, X(), left)) return false;
+        if (!orthonormal(m_, X(), left)) return false;
         if (left < b_) return fail(SolveStatus::stalled);
     }
     KX_.assign(std::size_t(b_ + p_) * b_, 0.0);
@@ -364,7 +283,7 @@ bool Iteration::directions() {
     set_apart();
     if (!fresh_columns(W() + w_ * n_, fresh_, true)) return false;
     w_ += fresh_;
-    return orthonormalise(m_ + b_ + p_, W(), w_) && (w_ + p_ > 0 || fail(SolveStatus::stalled));
+    return orthonormal(m_ + b_ + p_, W(), w_) && (w_ + p_ > 0 || fail(SolveStatus::stalled));
 }
 
 // [X P W]ᵀ K [X P W] from KW = [X P W]ᵀ K W and the products with X and P.

@@ -10,14 +10,11 @@
 
 #include "model/progress.h"
 #include "solver/conjugate_gradients.h"
+#include "solver/mass_orthonormal.h"
 
 namespace kestralum {
 
-// y = A x on k columns, n × k one after the other; x and y do not overlap. Any status but ok ends the search
-// with it. Looks for a cancel itself.
-using BlockOperator =
-    std::function<SolveStatus(std::span<const double> x, std::span<double> y, std::int32_t k)>;
-// x := T x, likewise.
+// x := T x on k columns, as BlockOperator.
 using BlockInverse = std::function<SolveStatus(std::span<double> x, std::int32_t k)>;
 
 struct LobpcgProblem {
