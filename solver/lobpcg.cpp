@@ -57,7 +57,7 @@ public:
     }
 
     LobpcgResult run() {
-        if (result_.status == SolveStatus::ok && start() && ritz()) iterate();
+        if (result_.status == SolveStatus::ok && start()) iterate();
         if (team_.ended() == RowTeam::Ended::cancelled) result_.status = SolveStatus::cancelled;
         if (team_.ended() == RowTeam::Ended::out_of_memory) result_.status = SolveStatus::out_of_memory;
         if (result_.status == SolveStatus::ok || result_.status == SolveStatus::stalled) hand_over();
@@ -86,16 +86,16 @@ private:
         result_.preconditioned += k;
         return k == 0 || good(problem_.precondition(block(x, k), k));
     }
-
     bool copy(const double* from, double* to, std::int32_t k) {
         for (std::int32_t j = 0; j < k && team_.goes_on(); ++j) std::copy_n(from + j * n_, n_, to + j * n_);
         return team_.goes_on();
     }
-
     bool orthonormal(std::int32_t before, double* A, std::int32_t& k) {
         return good(orthonormalise({problem_.multiply_m, n_, T_.get(), tall_}, S_.get(), before, A, k));
     }
+
     bool start();
+    bool ritz_of_modes();
     bool measure_rounding(double* rough);
     void iterate();
     bool products_of_modes();
@@ -163,7 +163,7 @@ bool Iteration::fresh_columns(double* A, std::int32_t k, bool smooth) {
            (multiply(problem_.multiply_m, A, T_.get(), k) && copy(T_.get(), A, k) && precondition(A, k));
 }
 
-// N, X from random vectors r, and [X]ᵀ K X.
+// N, and X from smooth random columns.
 bool Iteration::start() {
     if (!copy(problem_.null_space.data(), S_.get(), m_)) return false;
     if (!orthonormal(0, S_.get(), m_)) return false;
@@ -177,8 +177,17 @@ bool Iteration::start() {
     }
     if (have < std::min(options_.n_mode, b_)) return fail(SolveStatus::not_positive);
     b_ = have;
+    return ritz_of_modes();
+}
+
+// Rayleigh and Ritz on X alone.
+bool Iteration::ritz_of_modes() {
+    p_ = w_ = 0;
+    unsettled_.clear();
+    PKP_.clear();
     KX_.assign(std::size_t(b_) * b_, 0.0);
-    return multiply(problem_.multiply_k, X(), T_.get(), b_) && tall_.gram(X(), b_, T_.get(), b_, KX_);
+    return multiply(problem_.multiply_k, X(), T_.get(), b_) && tall_.gram(X(), b_, T_.get(), b_, KX_) &&
+           ritz();
 }
 
 void Iteration::iterate() {
@@ -199,11 +208,10 @@ bool Iteration::products_of_modes() {
             for (std::int32_t i = 0; i < all; ++i)
                 drift = std::max(drift, std::abs(MX[std::size_t(all) * j + i] - (i == m_ + j ? 1.0 : 0.0)));
         if (drift <= most_drift || attempt > 0) break;
-        p_ = 0;
-        PKP_.clear();
         std::int32_t left = b_;
         if (!orthonormal(m_, X(), left)) return false;
         if (left < b_) return fail(SolveStatus::stalled);
+        if (!ritz_of_modes()) return false;
     }
     KX_.assign(std::size_t(b_ + p_) * b_, 0.0);
     return multiply(problem_.multiply_k, X(), W(), b_) && tall_.gram(X(), b_ + p_, W(), b_, KX_);
