@@ -7,6 +7,51 @@
 using namespace kestralum;
 using namespace kestralum::bench;
 
+namespace {
+
+// The entries of a matrix that are not zero, for products with four columns at a time.
+struct Rows {
+    std::vector<std::int64_t> start = {0};
+    std::vector<std::int32_t> col;
+    std::vector<double> value;
+
+    Rows(const SparseKM& km, const std::vector<double>& values) {
+        for (std::int32_t r = 0; r < km.rows(); ++r) {
+            for (std::int64_t k = km.row_start[r]; k < km.row_start[r] + km.row_count[r]; ++k)
+                if (values[k] != 0) col.push_back(km.col_index[k]), value.push_back(values[k]);
+            start.push_back(static_cast<std::int64_t>(col.size()));
+        }
+    }
+
+    template <int C>
+    void multiply(const double* x, double* y, std::int64_t first, std::int64_t last) const {
+        const std::int64_t n = static_cast<std::int64_t>(start.size()) - 1;
+        for (std::int64_t r = first; r < last; ++r) {
+            double sum[C] = {};
+            for (std::int64_t k = start[r]; k < start[r + 1]; ++k)
+                for (int c = 0; c < C; ++c) sum[c] += value[k] * x[c * n + col[k]];
+            for (int c = 0; c < C; ++c) y[c * n + r] = sum[c];
+        }
+    }
+
+    BlockOperator product(int threads, double& seconds) const {
+        return [this, threads, &seconds](std::span<const double> x, std::span<double> y, std::int32_t k) {
+            const Watch own;
+            RowTeam team(threads, nullptr);
+            const std::int64_t n = static_cast<std::int64_t>(start.size()) - 1;
+            team.rows(n, [&](std::int64_t first, std::int64_t last, int) {
+                std::int32_t c = 0;
+                for (; c + 4 <= k; c += 4) multiply<4>(&x[c * n], &y[c * n], first, last);
+                for (; c < k; ++c) multiply<1>(&x[c * n], &y[c * n], first, last);
+            });
+            seconds += own.seconds();
+            return SolveStatus::ok;
+        };
+    }
+};
+
+}  // namespace
+
 int main(int argc, char** argv) {
     const std::string name = argc > 1 ? argv[1] : "20x20x20";
     LobpcgOptions options{.n_mode = argc > 2 ? std::atoi(argv[2]) : 10,
@@ -32,27 +77,16 @@ int main(int argc, char** argv) {
     }
     watch.report("set-up");
     double seconds_k = 0, seconds_m = 0, seconds_t = 0;
-    RowTeam looking(options.threads, nullptr);
-    PaddedEquations equations = pad(system.dof);
-    equations.whole = find_whole(km, equations, looking);
-    const auto product = [&](const std::vector<double>& values, double& seconds) {
-        return [&](std::span<const double> x, std::span<double> y, std::int32_t k) {
-            const Watch own;
-            RowTeam team(options.threads, nullptr);
-            const std::size_t n = km.rows();
-            for (std::int32_t c = 0; c < k; ++c)
-                multiply(km, values, equations, x.subspan(c * n, n), y.subspan(c * n, n), team);
-            seconds += own.seconds();
-            return SolveStatus::ok;
-        };
-    };
-    const LobpcgProblem problem{km.rows(), product(km.K_value, seconds_k), product(km.M_value, seconds_m),
+    const Rows K(km, km.K_value), M(km, km.M_value);
+    const LobpcgProblem problem{km.rows(), K.product(options.threads, seconds_k),
+                                M.product(options.threads, seconds_m),
                                 [&](std::span<double> x, std::int32_t k) {
                                     const Watch own;
                                     const SolveStatus status = multigrid.precondition(x, k);
                                     seconds_t += own.seconds();
                                     return status;
                                 }};
+    watch = Watch();
     const LobpcgResult found = lobpcg(problem, options);
     watch.report("modes");
     std::printf("of these in products with K %.3f s, with M %.3f s, in cycles %.3f s\n", seconds_k, seconds_m,

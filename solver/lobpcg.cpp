@@ -18,8 +18,8 @@ namespace {
 constexpr double epsilon = std::numeric_limits<double>::epsilon();
 constexpr std::int32_t widest_block = 10000;  // columns; LAPACK's room for three of them is counted in an int
 constexpr double most_drift = 1e-10;          // of XᵀMX from I and of PᵀMX from 0
-// Of a column, and of the squares of a set of unit columns' principal axes: below it is nothing but rounding.
-constexpr double nothing_left = 1e-12;
+// Of the tolerance: a mode that others are to be orthogonal to from now on keeps the error that it has.
+constexpr double tighter = 0.1;
 
 // In (-1, 1): the mixer of Steele, Lea and Flood (Fast splittable pseudorandom number generators, 2014).
 double random_number(std::uint64_t k) {
@@ -29,61 +29,35 @@ double random_number(std::uint64_t k) {
     return std::ldexp(static_cast<double>((k ^ (k >> 31)) >> 11), -52) - 1;
 }
 
-// C -= Aᵀ A, A r × c.
-void subtract_square(std::int32_t r, std::int32_t c, const std::vector<double>& A, std::vector<double>& C) {
-    if (r > 0 && c > 0)
-        cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, c, c, r, -1.0, A.data(), r, A.data(), r, 1.0,
-                    C.data(), c);
-}
+struct BlockPlan {
+    std::int32_t columns;  // of the block
+    std::int32_t ahead;    // modes that are to be done before the block has columns for all that are left
+};
 
-// V with (W V)ᵀ M (W V) = I for the Gram matrix A = Wᵀ M W by its principal axes, scaled (Stathopoulos and
-// Wu, SIAM J. Sci. Comput. 23, 2002); those of which nothing is left are dropped. Returns the number kept, -1
-// where A is not finite; `sound`: the columns were far enough from dependent for V to make them orthonormal.
-std::int32_t orthonormal_combinations(std::int32_t w, std::vector<double>& A, std::vector<double>& V,
-                                      bool& sound) {
-    std::vector<double> scale(w), values;
-    for (std::int32_t j = 0; j < w; ++j) {
-        const double square = A[j * std::size_t(w) + j];
-        if (!std::isfinite(square)) return -1;
-        scale[j] = square > nothing_left * nothing_left ? 1 / std::sqrt(square) : 0.0;
-    }
-    for (std::int32_t j = 0; j < w; ++j)
-        for (std::int32_t i = 0; i < w; ++i) A[j * std::size_t(w) + i] *= scale[i] * scale[j];
-    if (!eigen_of_symmetric(w, A, values)) return -1;
-    std::int32_t kept = 0;
-    sound = true;
-    V.resize(std::size_t(w) * w);
-    for (std::int32_t k = 0; k < w; ++k) {
-        if (!(values[k] > nothing_left)) continue;
-        sound = sound && values[k] > 1e-2;
-        for (std::int32_t i = 0; i < w; ++i)
-            V[kept * std::size_t(w) + i] = scale[i] * A[k * std::size_t(w) + i] / std::sqrt(values[k]);
-        ++kept;
-    }
-    return kept;
-}
-
-// N  the null space, m columns            W  preconditioned residuals, w
-// X  the modes as they stand, b columns   T  room for products with K or M
+// N  the null space and modes that are done, m columns   W  preconditioned residuals, w
+// X  the modes as they stand, b                          T  room for products with K or M
 // P  directions of the last step, p
 // N, X, P and W stand in this order in S, all M-orthonormal: the projected problem is a standard one
 // (Hetmaniuk and Lehoucq, J. Comput. Phys. 218, 2006). Residuals are formed anew from X in every iteration.
 class Iteration {
 public:
-    Iteration(const LobpcgProblem& problem, const LobpcgOptions& options, std::int32_t block, RowTeam& team)
+    Iteration(const LobpcgProblem& problem, const LobpcgOptions& options, const BlockPlan& plan,
+              RowTeam& team)
         : problem_(problem),
           options_(options),
           team_(team),
           n_(problem.n),
+          plan_(plan),
           m_(static_cast<std::int32_t>(problem.null_space.size() / std::size_t(n_))),
-          b_(block),
-          S_(allocate_block((m_ + 3 * std::int64_t{b_}) * n_)),
+          b_(plan.columns),
+          S_(allocate_block((m_ + plan_.ahead + 3 * std::int64_t{b_}) * n_)),
           T_(allocate_block(std::max(m_, b_) * n_)),
-          tall_(n_, std::max(m_, 3 * b_), team) {}
+          tall_(n_, std::max(m_, 3 * b_), team) {
+        result_.status = S_ && T_ ? SolveStatus::ok : SolveStatus::out_of_memory;
+    }
 
     LobpcgResult run() {
-        if (!S_ || !T_) fail(SolveStatus::out_of_memory);
-        if (S_ && T_ && start() && ritz()) iterate();
+        if (result_.status == SolveStatus::ok && start()) iterate();
         if (team_.ended() == RowTeam::Ended::cancelled) result_.status = SolveStatus::cancelled;
         if (team_.ended() == RowTeam::Ended::out_of_memory) result_.status = SolveStatus::out_of_memory;
         if (result_.status == SolveStatus::ok || result_.status == SolveStatus::stalled) hand_over();
@@ -94,6 +68,10 @@ private:
     double* column(std::int64_t k) { return S_.get() + k * n_; }
     double* X() { return column(m_); }
     double* W() { return column(m_ + b_ + p_); }
+
+    std::int32_t done() const { return static_cast<std::int32_t>(done_lambda_.size()); }
+    std::int32_t left() const { return options_.n_mode - done(); }
+    double threshold() const { return (done() < plan_.ahead ? tighter : 1.0) * options_.tolerance; }
 
     bool fail(SolveStatus why) {
         result_.status = why;
@@ -108,109 +86,60 @@ private:
         result_.preconditioned += k;
         return k == 0 || good(problem_.precondition(block(x, k), k));
     }
-
     bool copy(const double* from, double* to, std::int32_t k) {
         for (std::int32_t j = 0; j < k && team_.goes_on(); ++j) std::copy_n(from + j * n_, n_, to + j * n_);
         return team_.goes_on();
     }
+    bool orthonormal(std::int32_t before, double* A, std::int32_t& k) {
+        return good(orthonormalise({problem_.multiply_m, n_, T_.get(), tall_}, S_.get(), before, A, k));
+    }
 
-    bool orthonormalise(std::int32_t before, double* W, std::int32_t& w);
-    bool normalise_columns(std::int32_t before, double* W, std::int32_t& w);
-    bool fill_randomly(double* A, std::int32_t k, std::uint64_t seed);
     bool start();
-    bool measure_rounding();
+    bool ritz_of_modes();
+    bool measure_rounding(double* rough);
     void iterate();
     bool products_of_modes();
     bool residuals();
     bool at_end();
+    void set_apart();
+    bool fresh_columns(double* A, std::int32_t k, bool smooth);
     bool directions();
     bool ritz();
     std::vector<double> projected_stiffness(const std::vector<double>& KW) const;
-    std::int32_t next_directions(std::int32_t s, std::vector<double>& C) const;
+    std::int32_t next_directions(std::int32_t s, std::int32_t columns, std::vector<double>& C) const;
     void hand_over();
 
     const LobpcgProblem& problem_;
     const LobpcgOptions& options_;
     RowTeam& team_;
     const std::int64_t n_;
+    const BlockPlan plan_;
     std::int32_t m_, b_, p_ = 0, w_ = 0;
-    Block S_;  // n × (m + 3b)
+    Block S_;  // n × (m + ahead + 3b)
     Block T_;  // n × the larger of m and b
     TallBlocks tall_;
-    std::vector<double> KX_;                                    // [X P]ᵀ K X, (b + p) × b
-    std::vector<double> PKP_;                                   // p × p
-    std::vector<double> lambda_;                                // b
-    std::vector<double> residual_;                              // b
-    std::vector<std::int32_t> unsettled_;                       // columns of X above the tolerance
-    double rounding_ = 0;                                       // of an eigenvalue
+    std::vector<double> KX_;                           // [X P]ᵀ K X, (b + p) × b
+    std::vector<double> PKP_;                          // p × p
+    std::vector<double> lambda_;                       // b
+    std::vector<double> residual_;                     // b
+    std::vector<double> done_lambda_, done_residual_;  // of the modes that are done, the last columns of N
+    std::int32_t fresh_ = 0;                           // random columns of W
+    std::uint64_t seed_ = 0;                           // of the next random column
+    std::vector<std::int32_t> unsettled_;              // columns of X above the tolerance
+    double rounding_ = 0;                              // of an eigenvalue
     double nearest_ = std::numeric_limits<double>::infinity();  // see at_end()
     int nearest_at_ = 0;
     LobpcgResult result_;
 };
 
-// W becomes orthogonal to the first `before` columns of S, its own unit columns: what is left of them after
-// it tells in orthonormalise() which were in the span of the others. Columns of zeros are dropped.
-bool Iteration::normalise_columns(std::int32_t before, double* W, std::int32_t& w) {
-    std::vector<double> G(std::size_t(before) * w), square(w);
-    const double* T = T_.get();
-    const std::int64_t n = n_;
-    const std::int32_t columns = w;
-    if (!multiply(problem_.multiply_m, W, T_.get(), w) || !tall_.gram(S_.get(), before, T, w, G))
-        return false;
-    if (!tall_.sum_rows(w, square, [=](std::int64_t i, double* sums) {
-            for (std::int32_t j = 0; j < columns; ++j) sums[j] += W[j * n + i] * T[j * n + i];
-        }))
-        return false;
-    std::vector<double> V(std::size_t(w) * w, 0.0);
-    std::int32_t kept = 0;
-    for (std::int32_t j = 0; j < w; ++j) {
-        if (!std::isfinite(square[j])) return fail(SolveStatus::bad_input);
-        if (square[j] < 0) return fail(SolveStatus::not_positive);
-        if (square[j] > 0) V[kept++ * std::size_t(w) + j] = 1 / std::sqrt(square[j]);
-    }
-    if (!tall_.project(S_.get(), before, G, W, w, V, kept)) return false;
-    w = kept;
-    return true;
-}
-
-// The w columns of W become M-orthonormal, and M-orthogonal to the first `before` columns of S. Columns that
-// depend on others are dropped: w falls, and may be 0.
-bool Iteration::orthonormalise(std::int32_t before, double* W, std::int32_t& w) {
-    if (!normalise_columns(before, W, w)) return false;
-    std::vector<double> G, A, V;
-    bool sound = false;
-    for (int pass = 0; pass < 5 && w > 0 && !sound; ++pass) {
-        G.assign(std::size_t(before) * w, 0.0);
-        A.assign(std::size_t(w) * w, 0.0);
-        if (!multiply(problem_.multiply_m, W, T_.get(), w) || !tall_.gram(S_.get(), before, T_.get(), w, G) ||
-            !tall_.gram(W, w, T_.get(), w, A))
-            return false;
-        subtract_square(before, w, G, A);
-        const std::int32_t kept = orthonormal_combinations(w, A, V, sound);
-        if (kept < 0) return fail(SolveStatus::bad_input);
-        if (!tall_.project(S_.get(), before, G, W, w, V, kept)) return false;
-        w = kept;
-    }
-    return true;
-}
-
-bool Iteration::fill_randomly(double* A, std::int32_t k, std::uint64_t seed) {
-    return team_.rows(
-        n_,
-        [&](std::int64_t first, std::int64_t last, int) {
-            for (std::int32_t j = 0; j < k; ++j)
-                for (std::int64_t i = first; i < last; ++i)
-                    A[j * n_ + i] = random_number(((seed * widest_block + j) << 32) + i);
-        },
-        4096);
-}
-
 // Some hundred ε of what a rough vector's Rayleigh quotient is, which is of the size of the largest
 // eigenvalue.
-bool Iteration::measure_rounding() {
+bool Iteration::measure_rounding(double* rough) {
     double mass = 0, stiffness = 0;
-    if (!multiply(problem_.multiply_m, X(), T_.get(), 1) || !tall_.gram(X(), 1, T_.get(), 1, {&mass, 1}) ||
-        !multiply(problem_.multiply_k, X(), T_.get(), 1) || !tall_.gram(X(), 1, T_.get(), 1, {&stiffness, 1}))
+    if (!multiply(problem_.multiply_m, rough, T_.get(), 1) ||
+        !tall_.gram(rough, 1, T_.get(), 1, {&mass, 1}) ||
+        !multiply(problem_.multiply_k, rough, T_.get(), 1) ||
+        !tall_.gram(rough, 1, T_.get(), 1, {&stiffness, 1}))
         return false;
     if (!std::isfinite(mass) || !std::isfinite(stiffness)) return fail(SolveStatus::bad_input);
     if (!(mass > 0) || !(stiffness > 0)) return fail(SolveStatus::not_positive);
@@ -218,26 +147,47 @@ bool Iteration::measure_rounding() {
     return true;
 }
 
-// N, X from T M r of random vectors r, and [X]ᵀ K X.
+// k random columns r, smooth: T M r.
+bool Iteration::fresh_columns(double* A, std::int32_t k, bool smooth) {
+    const bool filled = team_.rows(
+        n_,
+        [&](std::int64_t first, std::int64_t last, int) {
+            for (std::int32_t j = 0; j < k; ++j)
+                for (std::int64_t i = first; i < last; ++i)
+                    A[j * n_ + i] = random_number(((seed_ + j) << 32) + i);
+        },
+        4096);
+    seed_ += k;
+    if (!filled || (rounding_ == 0 && !measure_rounding(A))) return false;
+    return !smooth ||
+           (multiply(problem_.multiply_m, A, T_.get(), k) && copy(T_.get(), A, k) && precondition(A, k));
+}
+
+// N, and X from smooth random columns.
 bool Iteration::start() {
     if (!copy(problem_.null_space.data(), S_.get(), m_)) return false;
-    if (!orthonormalise(0, S_.get(), m_)) return false;
+    if (!orthonormal(0, S_.get(), m_)) return false;
     std::int32_t have = 0;
-    for (std::uint64_t attempt = 0; have < b_ && attempt < 3; ++attempt) {
-        double* more = X() + have * n_;
+    for (int attempt = 0; have < b_ && attempt < 3; ++attempt) {
         std::int32_t k = b_ - have;
-        if (!fill_randomly(more, k, attempt)) return false;
-        if (attempt == 0) {
-            if (!measure_rounding() || !multiply(problem_.multiply_m, more, T_.get(), k)) return false;
-            if (!copy(T_.get(), more, k) || !precondition(more, k)) return false;
-        }
-        if (!orthonormalise(m_ + have, more, k)) return false;
+        if (!fresh_columns(column(m_ + have), k, attempt == 0) ||
+            !orthonormal(m_ + have, column(m_ + have), k))
+            return false;
         have += k;
     }
-    if (have < options_.n_mode) return fail(SolveStatus::not_positive);
+    if (have < std::min(options_.n_mode, b_)) return fail(SolveStatus::not_positive);
     b_ = have;
+    return ritz_of_modes();
+}
+
+// Rayleigh and Ritz on X alone.
+bool Iteration::ritz_of_modes() {
+    p_ = w_ = 0;
+    unsettled_.clear();
+    PKP_.clear();
     KX_.assign(std::size_t(b_) * b_, 0.0);
-    return multiply(problem_.multiply_k, X(), T_.get(), b_) && tall_.gram(X(), b_, T_.get(), b_, KX_);
+    return multiply(problem_.multiply_k, X(), T_.get(), b_) && tall_.gram(X(), b_, T_.get(), b_, KX_) &&
+           ritz();
 }
 
 void Iteration::iterate() {
@@ -258,11 +208,10 @@ bool Iteration::products_of_modes() {
             for (std::int32_t i = 0; i < all; ++i)
                 drift = std::max(drift, std::abs(MX[std::size_t(all) * j + i] - (i == m_ + j ? 1.0 : 0.0)));
         if (drift <= most_drift || attempt > 0) break;
-        p_ = 0;
-        PKP_.clear();
         std::int32_t left = b_;
-        if (!orthonormalise(m_, X(), left)) return false;
+        if (!orthonormal(m_, X(), left)) return false;
         if (left < b_) return fail(SolveStatus::stalled);
+        if (!ritz_of_modes()) return false;
     }
     KX_.assign(std::size_t(b_ + p_) * b_, 0.0);
     return multiply(problem_.multiply_k, X(), W(), b_) && tall_.gram(X(), b_ + p_, W(), b_, KX_);
@@ -272,7 +221,7 @@ bool Iteration::products_of_modes() {
 bool Iteration::residuals() {
     lambda_.resize(b_);
     for (std::int32_t j = 0; j < b_; ++j) lambda_[j] = KX_[std::size_t(b_ + p_) * j + j];
-    const double lambda_1 = *std::min_element(lambda_.begin(), lambda_.end());
+    const double lambda_1 = done() > 0 ? done_lambda_[0] : *std::min_element(lambda_.begin(), lambda_.end());
     double* R = W();
     const double* MX = T_.get();
     std::vector<double> sums(2 * std::size_t(b_));
@@ -291,7 +240,7 @@ bool Iteration::residuals() {
     for (std::int32_t j = 0; j < b_; ++j) {
         residual_[j] = std::sqrt(sums[2 * j] / sums[2 * j + 1]);
         if (!std::isfinite(residual_[j])) return fail(SolveStatus::bad_input);
-        if (residual_[j] > options_.tolerance) unsettled_.push_back(j);
+        if (residual_[j] > threshold()) unsettled_.push_back(j);
     }
     return true;
 }
@@ -300,14 +249,16 @@ bool Iteration::residuals() {
 // are above it, in powers of two, must fall by one in `patience` iterations.
 bool Iteration::at_end() {
     double distance = 0;
-    std::int32_t settled = 0;
-    for (std::int32_t j = 0; j < options_.n_mode; ++j)
-        if (residual_[j] <= options_.tolerance)
+    std::int32_t settled = done();
+    for (std::int32_t j = 0; j < left(); ++j) {
+        const double residual = j < b_ ? std::min(residual_[j], 1.0) : 1.0;
+        if (residual <= threshold())
             ++settled;
         else
-            distance += std::log2(residual_[j] / options_.tolerance);
+            distance += std::log2(residual / std::max(threshold(), epsilon));
+    }
     if (options_.each) options_.each(result_.iterations, settled);
-    if (settled == options_.n_mode) return true;
+    if (settled == options_.n_mode && done() == plan_.ahead) return true;
     if (distance <= nearest_ - 1) nearest_ = distance, nearest_at_ = result_.iterations;
     if (result_.iterations < options_.most_iterations && result_.iterations - nearest_at_ < options_.patience)
         return false;
@@ -315,12 +266,32 @@ bool Iteration::at_end() {
     return true;
 }
 
-// W = T R of the columns that have not settled, orthonormal.
+// Of the modes that are to be done ahead of others, the lowest that have settled become columns of N.
+void Iteration::set_apart() {
+    const std::int32_t settled = unsettled_.empty() ? b_ : unsettled_[0];
+    const std::int32_t k = std::min(settled, plan_.ahead - done());
+    fresh_ = k;
+    if (k == 0) return;
+    done_lambda_.insert(done_lambda_.end(), lambda_.begin(), lambda_.begin() + k);
+    done_residual_.insert(done_residual_.end(), residual_.begin(), residual_.begin() + k);
+    std::vector<double> KX;
+    for (std::int32_t j = k; j < b_; ++j) {
+        const auto from = KX_.begin() + std::ptrdiff_t{b_ + p_} * j;
+        KX.insert(KX.end(), from + k, from + b_ + p_);
+    }
+    KX_ = std::move(KX);
+    m_ += k, b_ -= k;
+    for (std::int32_t& j : unsettled_) j -= k;
+}
+
+// W = T R of the columns that have not settled, and random columns in place of those set apart, orthonormal.
 bool Iteration::directions() {
     w_ = static_cast<std::int32_t>(unsettled_.size());
-    if (!tall_.choose(W(), unsettled_) || !precondition(W(), w_) || !orthonormalise(m_ + b_ + p_, W(), w_))
-        return false;
-    return w_ + p_ > 0 || fail(SolveStatus::stalled);
+    if (!tall_.choose(W(), unsettled_) || !precondition(W(), w_)) return false;
+    set_apart();
+    if (!fresh_columns(W() + w_ * n_, fresh_, true)) return false;
+    w_ += fresh_;
+    return orthonormal(m_ + b_ + p_, W(), w_) && (w_ + p_ > 0 || fail(SolveStatus::stalled));
 }
 
 // [X P W]ᵀ K [X P W] from KW = [X P W]ᵀ K W and the products with X and P.
@@ -342,12 +313,12 @@ std::vector<double> Iteration::projected_stiffness(const std::vector<double>& KW
     return H;
 }
 
-// Behind the b columns of C (s × b, orthonormal), those without the part in X of every column that has not
-// settled, orthonormal with C (Hetmaniuk and Lehoucq, 2006, section 4.2); dependent ones are dropped. Returns
-// their number.
-std::int32_t Iteration::next_directions(std::int32_t s, std::vector<double>& C) const {
-    std::int32_t count = b_;
-    std::vector<double> g(std::size_t(b_) + unsettled_.size());
+// Behind the first columns of C (s × columns, orthonormal), those without the part in X of every column that
+// has not settled, orthonormal with C (Hetmaniuk and Lehoucq, 2006, section 4.2); dependent ones are dropped.
+// Returns their number.
+std::int32_t Iteration::next_directions(std::int32_t s, std::int32_t columns, std::vector<double>& C) const {
+    std::int32_t count = columns;
+    std::vector<double> g(std::size_t(columns) + unsettled_.size());
     C.reserve(s * g.size());
     for (const std::int32_t j : unsettled_) {
         C.resize(std::size_t(s) * (count + 1));
@@ -367,7 +338,7 @@ std::int32_t Iteration::next_directions(std::int32_t s, std::vector<double>& C) 
         if (left) ++count;
     }
     C.resize(std::size_t(s) * count);
-    return count - b_;
+    return count - columns;
 }
 
 // Rayleigh and Ritz on [X P W]: the lowest b vectors become X, what W and P gave them P.
@@ -381,13 +352,14 @@ bool Iteration::ritz() {
     std::vector<double> C = H, values;
     if (!eigen_of_symmetric(s, C, values)) return fail(SolveStatus::bad_input);
     if (!(values[0] > rounding_)) return fail(SolveStatus::not_positive);
-    C.resize(std::size_t(s) * b_);
-    const std::int32_t p = next_directions(s, C);
-    if (!tall_.combine(X(), s, C, b_ + p)) return false;
-    p_ = p, w_ = 0;
+    const std::int32_t columns = std::min(plan_.columns, s);
+    C.resize(std::size_t(s) * columns);
+    const std::int32_t p = next_directions(s, columns, C);
+    if (!tall_.combine(X(), s, C, columns + p)) return false;
+    b_ = columns, p_ = p, w_ = 0;
     PKP_.assign(std::size_t(p) * p, 0.0);
     if (p == 0) return true;
-    const double* Z = &C[std::size_t(s) * b_];
+    const double* Z = &C[std::size_t(s) * columns];
     std::vector<double> HZ(std::size_t(s) * p);
     cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, s, p, s, 1.0, H.data(), s, Z, s, 0.0, HZ.data(),
                 s);
@@ -398,17 +370,21 @@ bool Iteration::ritz() {
 
 void Iteration::hand_over() {
     if (residual_.empty()) return;
-    const std::int32_t count = options_.n_mode;
+    const std::int32_t count = std::min(options_.n_mode, done() + b_);
     T_.reset();
+    const std::int64_t before = m_ - done();
+    lambda_.insert(lambda_.begin(), done_lambda_.begin(), done_lambda_.end());
+    residual_.insert(residual_.begin(), done_residual_.begin(), done_residual_.end());
     std::vector<std::int32_t> order(count);
     std::iota(order.begin(), order.end(), 0);
     std::stable_sort(order.begin(), order.end(),
                      [&](std::int32_t i, std::int32_t j) { return lambda_[i] < lambda_[j]; });
     result_.vectors.reserve(std::size_t(n_) * count);
     for (const std::int32_t j : order) {
+        const double* phi = column(before + j);
         result_.lambda.push_back(lambda_[j]);
         result_.residual.push_back(residual_[j]);
-        result_.vectors.insert(result_.vectors.end(), X() + j * n_, X() + (j + 1) * n_);
+        result_.vectors.insert(result_.vectors.end(), phi, phi + n_);
     }
 }
 
@@ -419,9 +395,10 @@ LobpcgResult lobpcg(const LobpcgProblem& problem, const LobpcgOptions& options, 
     const std::int64_t n = problem.n;
     const auto known = static_cast<std::int64_t>(problem.null_space.size());
     const std::int64_t guards =
-        options.guards < 0 ? std::max(4, options.n_mode / 3) : std::int64_t{options.guards};
+        options.guards < 0 ? std::clamp(options.n_mode / 3, 4, 12) : std::int64_t{options.guards};
     const std::int64_t most = n > 0 ? n - known / n : 0;
-    const std::int64_t block = std::min(options.n_mode + guards, most);
+    const std::int64_t all = std::min(options.n_mode + guards, most);
+    const std::int64_t block = std::min(all, std::max(guards + 1, std::int64_t{options.most_columns}));
     result.status = SolveStatus::bad_input;
     if (n <= 0 || known % n != 0 || options.n_mode < 1 || options.n_mode > most || block > widest_block ||
         !(options.tolerance >= 0))
@@ -429,7 +406,8 @@ LobpcgResult lobpcg(const LobpcgProblem& problem, const LobpcgOptions& options, 
     try {
         use_serial_blas();
         RowTeam team(options.threads, progress);
-        return Iteration(problem, options, static_cast<std::int32_t>(block), team).run();
+        const BlockPlan plan{static_cast<std::int32_t>(block), static_cast<std::int32_t>(all - block)};
+        return Iteration(problem, options, plan, team).run();
     } catch (const std::bad_alloc&) {
         result.status = SolveStatus::out_of_memory;
         return result;

@@ -1,6 +1,6 @@
 // The lowest modes of K φ = λ M φ by locally optimal block preconditioned conjugate gradients (Knyazev, SIAM
 // J. Sci. Comput. 23, 2001): for systems whose factor fits in no memory. Beside the products with K and M it
-// needs no more than a preconditioner, and memory for four blocks of vectors.
+// needs no more than a preconditioner, and memory for four blocks of vectors and the modes.
 #pragma once
 
 #include <cstdint>
@@ -10,14 +10,11 @@
 
 #include "model/progress.h"
 #include "solver/conjugate_gradients.h"
+#include "solver/mass_orthonormal.h"
 
 namespace kestralum {
 
-// y = A x on k columns, n × k one after the other; x and y do not overlap. Any status but ok ends the search
-// with it. Looks for a cancel itself.
-using BlockOperator =
-    std::function<SolveStatus(std::span<const double> x, std::span<double> y, std::int32_t k)>;
-// x := T x, likewise.
+// x := T x on k columns, as BlockOperator.
 using BlockInverse = std::function<SolveStatus(std::span<double> x, std::int32_t k)>;
 
 struct LobpcgProblem {
@@ -32,8 +29,11 @@ struct LobpcgProblem {
 
 struct LobpcgOptions {
     std::int32_t n_mode = 1;
-    std::int32_t guards = -1;  // further vectors of the block; below 0: the larger of 4 and n_mode / 3
-    double tolerance = 1e-7;   // ‖Kφ - λMφ‖ / ‖(K + λ₁M)φ‖ of every mode
+    std::int32_t guards = -1;  // further columns of the block; below 0: n_mode / 3, from 4 to 12
+    // Of the block: where modes and guards are more, the lowest ones are left as they are once found, and
+    // others come into their place.
+    std::int32_t most_columns = 64;
+    double tolerance = 1e-7;  // ‖Kφ - λMφ‖ / ‖(K + λ₁M)φ‖ of every mode
     int most_iterations = 500;
     int patience = 60;  // iterations in which the modes that are left must come nearer, see LobpcgResult
     int threads = 1;
@@ -49,10 +49,10 @@ struct LobpcgResult {
     SolveStatus status = SolveStatus::ok;
     int iterations = 0;
     std::int64_t preconditioned = 0;  // columns
-    // Of ok and stalled; else empty:
-    std::vector<double> lambda;    // n_mode, ascending: Rayleigh quotients of the vectors
-    std::vector<double> vectors;   // n × n_mode, M-orthonormal
-    std::vector<double> residual;  // n_mode, as the tolerance
+    // Of ok all modes, of stalled no more than there were columns for; else empty:
+    std::vector<double> lambda;    // modes, ascending: Rayleigh quotients of the vectors
+    std::vector<double> vectors;   // n × modes, M-orthonormal
+    std::vector<double> residual;  // modes, as the tolerance
 };
 
 // The block starts from fixed pseudo-random vectors. Multiple modes come as often as they are. The result is
