@@ -94,9 +94,10 @@ int main(int argc, char** argv) {
     double worst = 0;
     for (const double r : found.residual) worst = std::max(worst, r);
     std::printf(
-        "%s: %d equations, status %d, %d iterations, %ld cycles, residual %.1e, peak %.0f MB after %.0f\n",
+        "%s: %d equations, status %d, %d iterations, %ld cycles, residual %.1e%s, peak %.0f MB after %.0f\n",
         name.c_str(), km.rows(), static_cast<int>(found.status), found.iterations,
-        static_cast<long>(found.preconditioned), worst, peak_megabytes(), before);
+        static_cast<long>(found.preconditioned), worst, found.rounded ? " (rounding)" : "", peak_megabytes(),
+        before);
     for (const double lambda : found.lambda) std::printf(" %.9g", lambda);
     std::printf("\n");
     return found.status == SolveStatus::ok ? 0 : 1;

@@ -20,6 +20,7 @@ constexpr std::int32_t widest_block = 10000;  // columns; LAPACK's room for thre
 constexpr double most_drift = 1e-10;          // of XᵀMX from I and of PᵀMX from 0
 // Of the tolerance: a mode that others are to be orthogonal to from now on keeps the error that it has.
 constexpr double tighter = 0.1;
+constexpr double largest_rounding = 1e-4;  // a residual above it is no rounding
 
 // In (-1, 1): the mixer of Steele, Lea and Flood (Fast splittable pseudorandom number generators, 2014).
 double random_number(std::uint64_t k) {
@@ -71,7 +72,13 @@ private:
 
     std::int32_t done() const { return static_cast<std::int32_t>(done_lambda_.size()); }
     std::int32_t left() const { return options_.n_mode - done(); }
-    double threshold() const { return (done() < plan_.ahead ? tighter : 1.0) * options_.tolerance; }
+    // Of the residual of column j: the tolerance, or where that is more what rounding leaves of K φ - λ M φ,
+    // a few ε ‖K φ‖ of a rough vector.
+    double threshold(std::int32_t j) const {
+        const double rounding = 4 * epsilon * rough_lambda_ / (lambda_[j] + lambda_1_);
+        return std::max((done() < plan_.ahead ? tighter : 1.0) * options_.tolerance,
+                        std::min(rounding, largest_rounding));
+    }
 
     bool fail(SolveStatus why) {
         result_.status = why;
@@ -96,7 +103,7 @@ private:
 
     bool start();
     bool ritz_of_modes();
-    bool measure_rounding(double* rough);
+    bool measure_rough(double* rough);
     void iterate();
     bool products_of_modes();
     bool residuals();
@@ -126,15 +133,14 @@ private:
     std::int32_t fresh_ = 0;                           // random columns of W
     std::uint64_t seed_ = 0;                           // of the next random column
     std::vector<std::int32_t> unsettled_;              // columns of X above the tolerance
-    double rounding_ = 0;                              // of an eigenvalue
+    double rough_lambda_ = 0, lambda_1_ = 0;
     double nearest_ = std::numeric_limits<double>::infinity();  // see at_end()
     int nearest_at_ = 0;
     LobpcgResult result_;
 };
 
-// Some hundred ε of what a rough vector's Rayleigh quotient is, which is of the size of the largest
-// eigenvalue.
-bool Iteration::measure_rounding(double* rough) {
+// A rough vector's Rayleigh quotient, which is of the size of the largest eigenvalue.
+bool Iteration::measure_rough(double* rough) {
     double mass = 0, stiffness = 0;
     if (!multiply(problem_.multiply_m, rough, T_.get(), 1) ||
         !tall_.gram(rough, 1, T_.get(), 1, {&mass, 1}) ||
@@ -143,7 +149,7 @@ bool Iteration::measure_rounding(double* rough) {
         return false;
     if (!std::isfinite(mass) || !std::isfinite(stiffness)) return fail(SolveStatus::bad_input);
     if (!(mass > 0) || !(stiffness > 0)) return fail(SolveStatus::not_positive);
-    rounding_ = 100 * epsilon * stiffness / mass;
+    rough_lambda_ = stiffness / mass;
     return true;
 }
 
@@ -158,7 +164,7 @@ bool Iteration::fresh_columns(double* A, std::int32_t k, bool smooth) {
         },
         4096);
     seed_ += k;
-    if (!filled || (rounding_ == 0 && !measure_rounding(A))) return false;
+    if (!filled || (rough_lambda_ == 0 && !measure_rough(A))) return false;
     return !smooth ||
            (multiply(problem_.multiply_m, A, T_.get(), k) && copy(T_.get(), A, k) && precondition(A, k));
 }
@@ -221,14 +227,14 @@ bool Iteration::products_of_modes() {
 bool Iteration::residuals() {
     lambda_.resize(b_);
     for (std::int32_t j = 0; j < b_; ++j) lambda_[j] = KX_[std::size_t(b_ + p_) * j + j];
-    const double lambda_1 = done() > 0 ? done_lambda_[0] : *std::min_element(lambda_.begin(), lambda_.end());
+    lambda_1_ = done() > 0 ? done_lambda_[0] : *std::min_element(lambda_.begin(), lambda_.end());
     double* R = W();
     const double* MX = T_.get();
     std::vector<double> sums(2 * std::size_t(b_));
     if (!tall_.sum_rows(2 * b_, sums, [&](std::int64_t i, double* sum) {
             for (std::int32_t j = 0; j < b_; ++j) {
                 const double kx = R[j * n_ + i], mx = MX[j * n_ + i];
-                const double r = kx - lambda_[j] * mx, size = kx + lambda_1 * mx;
+                const double r = kx - lambda_[j] * mx, size = kx + lambda_1_ * mx;
                 R[j * n_ + i] = r;
                 sum[2 * j] += r * r;
                 sum[2 * j + 1] += size * size;
@@ -240,7 +246,7 @@ bool Iteration::residuals() {
     for (std::int32_t j = 0; j < b_; ++j) {
         residual_[j] = std::sqrt(sums[2 * j] / sums[2 * j + 1]);
         if (!std::isfinite(residual_[j])) return fail(SolveStatus::bad_input);
-        if (residual_[j] > threshold()) unsettled_.push_back(j);
+        if (residual_[j] > threshold(j)) unsettled_.push_back(j);
     }
     return true;
 }
@@ -251,11 +257,12 @@ bool Iteration::at_end() {
     double distance = 0;
     std::int32_t settled = done();
     for (std::int32_t j = 0; j < left(); ++j) {
-        const double residual = j < b_ ? std::min(residual_[j], 1.0) : 1.0;
-        if (residual <= threshold())
+        if (j < b_ && residual_[j] <= threshold(j))
             ++settled;
+        else if (j < b_)
+            distance += std::log2(std::min(residual_[j], 1.0) / threshold(j));
         else
-            distance += std::log2(residual / std::max(threshold(), epsilon));
+            distance -= std::log2(std::max(tighter * options_.tolerance, epsilon));
     }
     if (options_.each) options_.each(result_.iterations, settled);
     if (settled == options_.n_mode && done() == plan_.ahead) return true;
@@ -351,7 +358,7 @@ bool Iteration::ritz() {
     const std::vector<double> H = projected_stiffness(KW);
     std::vector<double> C = H, values;
     if (!eigen_of_symmetric(s, C, values)) return fail(SolveStatus::bad_input);
-    if (!(values[0] > rounding_)) return fail(SolveStatus::not_positive);
+    if (!(values[0] > 100 * epsilon * rough_lambda_)) return fail(SolveStatus::not_positive);
     const std::int32_t columns = std::min(plan_.columns, s);
     C.resize(std::size_t(s) * columns);
     const std::int32_t p = next_directions(s, columns, C);
@@ -384,6 +391,7 @@ void Iteration::hand_over() {
         const double* phi = column(before + j);
         result_.lambda.push_back(lambda_[j]);
         result_.residual.push_back(residual_[j]);
+        result_.rounded |= result_.status == SolveStatus::ok && residual_[j] > options_.tolerance;
         result_.vectors.insert(result_.vectors.end(), phi, phi + n_);
     }
 }

@@ -42,11 +42,11 @@ struct LobpcgOptions {
 };
 
 struct LobpcgResult {
-    // stalled: most_iterations are over, or for `patience` iterations the residuals have not halved, which is
-    // also how it ends where rounding lets them come no lower: the residuals tell how good the modes are.
-    // not_positive: K or M is not positive definite. bad_input: sizes that do not fit, values that are no
-    // numbers, fewer equations than modes.
+    // stalled: most_iterations are over, or for `patience` iterations the residuals have not halved; they
+    // tell how good the modes are. not_positive: K or M is not positive definite. bad_input: sizes that do
+    // not fit, values that are no numbers, fewer equations than modes.
     SolveStatus status = SolveStatus::ok;
+    bool rounded = false;  // ok with residuals above the tolerance, as small as rounding lets them be
     int iterations = 0;
     std::int64_t preconditioned = 0;  // columns
     // Of ok all modes, of stalled no more than there were columns for; else empty:
