@@ -40,8 +40,10 @@ Fillet{5}{e()}{0.004}
 Cylinder(10)={0,0,-0.01,0,0,0.05,0.018}; Cylinder(11)={0.16,0,-0.01,0,0,0.05,0.011};
 """,
 }
+# places of the edges' middles in gmsh's order
+MIDDLE = {(0, 1): 4, (1, 2): 5, (0, 2): 6, (0, 3): 7, (2, 3): 8, (1, 3): 9}
 # kind, characteristic length
-CASES = {"rod25": ("rod", 0.0056), "bracket50": ("bracket", 0.004), "flange100": ("flange", 0.0042)}
+CASES = {"rod25": ("rod", 0.0075), "bracket50": ("bracket", 0.004), "flange100": ("flange", 0.0042)}
 
 
 def mesh(kind, length, folder):
@@ -50,7 +52,7 @@ def mesh(kind, length, folder):
     with open(geo, "w") as out:
         out.write('SetFactory("OpenCASCADE");\n' + GEOMETRY[kind] + """
 c() = Volume{:}; BooleanDifference{ Volume{c(0)}; Delete; }{ Volume{c({1:#c()-1})}; Delete; }
-Mesh.ElementOrder=2; Mesh.CharacteristicLengthFromCurvature=1; Mesh.MinimumElementsPerTwoPi=12; Mesh.Algorithm3D=10;
+Mesh.ElementOrder=2; Mesh.CharacteristicLengthFromCurvature=1; Mesh.MinimumElementsPerTwoPi=12; Mesh.Algorithm3D=1; Mesh.Optimize=1;
 """ + f"Mesh.CharacteristicLengthMax={length}; Mesh.CharacteristicLengthMin={length / 3};\n")
     file = os.path.join(folder, "part.msh")
     subprocess.run(["gmsh", "-3", "-format", "msh2", "-o", file, geo], check=True, stdout=subprocess.DEVNULL)
@@ -66,6 +68,9 @@ Mesh.ElementOrder=2; Mesh.CharacteristicLengthFromCurvature=1; Mesh.MinimumEleme
         words = list(map(int, line.split()))
         if words[1] == 11:
             elements.append(words[3 + words[2]:])
+    for e in elements:  # straight edges: curved ones turn small elements inside out
+        for (a, b), middle in MIDDLE.items():
+            places[e[middle]] = tuple((u + v) / 2 for u, v in zip(places[e[a]], places[e[b]]))
     used = sorted({n for e in elements for n in e})
     number = {n: k + 1 for k, n in enumerate(used)}
     return [places[n] for n in used], [[number[n] for n in e] for e in elements]
@@ -73,11 +78,10 @@ Mesh.ElementOrder=2; Mesh.CharacteristicLengthFromCurvature=1; Mesh.MinimumEleme
 
 def write_volume(path, places, elements):
     """As Netgen writes it: left-handed corners, then the middles of 01 02 03 12 13 23."""
-    middle = {(0, 1): 4, (1, 2): 5, (0, 2): 6, (0, 3): 7, (2, 3): 8, (1, 3): 9}
     corner = (0, 2, 1, 3)
     order = list(corner)
     for a, b in ((0, 1), (0, 2), (0, 3), (1, 2), (1, 3), (2, 3)):
-        order.append(middle[tuple(sorted((corner[a], corner[b])))])
+        order.append(MIDDLE[tuple(sorted((corner[a], corner[b])))])
     with open(path, "w") as out:
         out.write(f"mesh3d\ndimension\n3\nvolumeelements\n{len(elements)}\n")
         for e in elements:
@@ -124,7 +128,7 @@ END
         with open(os.path.join(folder, step + ".inp"), "w") as out:
             out.write("*NODE,NSET=ALL\n")
             for k, x in enumerate(places):
-                out.write("%d,%.15g,%.15g,%.15g\n" % ((k + 1,) + x))
+                out.write("%d,%.10e,%.10e,%.10e\n" % ((k + 1,) + x))  # ccx reads twenty characters
             out.write("*ELEMENT,TYPE=C3D10,ELSET=BODY\n")
             for k, e in enumerate(elements):
                 out.write(",".join(map(str, [k + 1] + e[:8] + [e[9], e[8]])) + "\n")
