@@ -63,8 +63,7 @@ int main(int argc, char** argv) {
         "%.1e peak_mb "
         "%.0f before_mb %.0f panels_mb %.0f stack_mb %.0f\n",
         name.c_str(), system.km.rows(), static_cast<double>(tree.entries), tree.work, median(analysis),
-        median(factorization), median(one), median(many), std::sqrt(residual / load), peak,
-        before, 8e-6 * static_cast<double>(tree.panel_doubles),
-        8e-6 * static_cast<double>(tree.stack_doubles));
+        median(factorization), median(one), median(many), std::sqrt(residual / load), peak, before,
+        8e-6 * static_cast<double>(tree.panel_doubles), 8e-6 * static_cast<double>(tree.stack_doubles));
     return 0;
 }
