@@ -55,6 +55,13 @@ std::unique_ptr<Factor> plan_sparse(Job& job, FrontTree tree, const FactorNeeds&
     const double budget = std::min(job.settings.memory_size, machine_megabytes());
     const bool keep = front_megabytes(tree) + needs.other_megabytes <= budget;
     if (!keep && !check_disk(job, static_cast<double>(tree.panel_doubles) * 8e-6)) return nullptr;
+    const double least = spilled_front_megabytes(tree, job.threads()) + needs.other_megabytes;
+    if (!keep && least > machine_megabytes()) {
+        job.fail(RunStatus::failed, formatted("the factor needs %.0f MB of memory at once, this machine has "
+                                              "%.0f MB: SOLVER iterative needs less",
+                                              least, machine_megabytes()));
+        return nullptr;
+    }
     remove_factor_files(job.options.log_folder);  // an earlier run's
     job.report().factor_entries = tree.entries;
     return std::make_unique<MultifrontalFactor>(

@@ -270,6 +270,11 @@ TEST_F(Multifrontal, ACancelMissingMemoryAndAFileThatFailsEndIt) {
     std::vector<double> x = right_hand_sides(km.rows(), 1);
     EXPECT_FALSE(spilled.solve(x));
     EXPECT_TRUE(testing::contains(spilled.error(), "Stemp_0.txt cannot be read")) << spilled.error();
+    std::filesystem::remove(file);
+    std::filesystem::create_symlink("/dev/full", file);
+    EXPECT_EQ(spilled.factor(km, km.K_value, progress), FactorStatus::file_failed);
+    EXPECT_TRUE(testing::contains(spilled.error(), "Stemp_0.txt cannot be written: No space"))
+        << spilled.error();
     std::filesystem::remove_all(folder.path() / "log");
     EXPECT_EQ(spilled.factor(km, km.K_value, progress), FactorStatus::file_failed);
     EXPECT_TRUE(testing::contains(spilled.error(), "Stemp_0.txt cannot be opened: ")) << spilled.error();
