@@ -150,12 +150,19 @@ private:
         }
     }
 
+    void not_taken(const Token& token, const char* label, const char* expected) {
+        if (token.text.empty())
+            remarks_.notice(std::string("ends before the value of ") + label);
+        else
+            not_understood(token, label, expected);
+    }
+
     void take_solver(const Token& token) {
         static constexpr std::string_view words[] = {"auto", "skyline", "sparse", "iterative"};
         if (std::ranges::find(words, token.text) != std::end(words))
             settings_.solver = token.text;
         else
-            not_understood(token, "SOLVER", "auto, skyline, sparse or iterative");
+            not_taken(token, "SOLVER", "auto, skyline, sparse or iterative");
         progress_.print("  SOLVER:%s\n", settings_.solver.c_str());
     }
 
@@ -164,7 +171,7 @@ private:
         if (number && *number > 0 && *number < 1)
             settings_.solver_tolerance = *number;
         else
-            not_understood(token, "SOLVER_TOL", "a number between 0 and 1");
+            not_taken(token, "SOLVER_TOL", "a number between 0 and 1");
         progress_.print("  SOLVER_TOL:%.3e\n", settings_.solver_tolerance);
     }
 

@@ -25,7 +25,7 @@ public:
         doubles = std::max<std::int64_t>(doubles, 8);
         const std::lock_guard guard(lock_);
         auto found = free_.lower_bound(doubles);
-        if (found != free_.end() && found->first <= 4 * doubles) {
+        if (found != free_.end() && found->first <= 2 * doubles) {
             Block block = std::move(found->second);
             held_ -= found->first;
             free_.erase(found);
@@ -42,9 +42,13 @@ public:
         Block block(taken - head);
         const std::int64_t doubles = static_cast<std::int64_t>(block[0]);
         const std::lock_guard guard(lock_);
+        try {
+            free_.emplace(doubles, std::move(block));
+        } catch (...) {  // no memory for its place: the block itself goes
+            return;
+        }
         held_ += doubles;
-        free_.emplace(doubles, std::move(block));
-        while (held_ > limit_) {
+        while (held_ > limit_ && !free_.empty()) {
             held_ -= free_.begin()->first;
             free_.erase(free_.begin());
         }

@@ -1,8 +1,10 @@
 #include "solver/elimination_order.h"
 
 #include <metis.h>
+#include <signal.h>
 
 #include <algorithm>
+#include <limits>
 #include <mutex>
 #include <new>
 #include <numeric>
@@ -52,6 +54,7 @@ namespace {
 Indices order_by_metis(const Groups& groups) {
     static std::mutex lock;
     const std::lock_guard guard(lock);
+    if (groups.neighbours.size() > std::size_t(std::numeric_limits<idx_t>::max())) throw std::bad_alloc();
     std::vector<idx_t> start(groups.neighbour_start.begin(), groups.neighbour_start.end());
     std::vector<idx_t> neighbours(groups.neighbours.begin(), groups.neighbours.end());
     idx_t count = groups.count();
@@ -61,10 +64,19 @@ Indices order_by_metis(const Groups& groups) {
     options[METIS_OPTION_SEED] = 1;
     if (neighbours.empty()) {  // METIS does not take a graph without edges
         std::iota(order.begin(), order.end(), 0);
-    } else if (METIS_NodeND(&count, start.data(), neighbours.data(), nullptr, options, order.data(),
-                            place.data()) != METIS_OK) {
-        throw std::bad_alloc();  // the graph is sound: nothing else can fail
+        return {order.begin(), order.end()};
     }
+    // METIS takes these two signals to itself and gives them back changed; a request to end that came
+    // meanwhile ends it and is sent once more
+    struct sigaction abort_action, end_action;
+    sigaction(SIGABRT, nullptr, &abort_action);
+    sigaction(SIGTERM, nullptr, &end_action);
+    const int result =
+        METIS_NodeND(&count, start.data(), neighbours.data(), nullptr, options, order.data(), place.data());
+    sigaction(SIGABRT, &abort_action, nullptr);
+    sigaction(SIGTERM, &end_action, nullptr);
+    if (result == METIS_ERROR) raise(SIGTERM);
+    if (result != METIS_OK) throw std::bad_alloc();  // the graph is sound
     return {order.begin(), order.end()};
 }
 

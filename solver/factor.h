@@ -11,7 +11,7 @@
 
 namespace kestralum {
 
-enum class FactorStatus { ok, file_failed, out_of_memory, cancelled };
+enum class FactorStatus { ok, file_failed, out_of_memory, cancelled, bad_values };
 
 // A pivot that is small beside its equation: |pivot| / |a_ii|.
 struct SmallPivot {
@@ -42,6 +42,8 @@ public:
 
     // Waits for what is still being written of the factor, and says how that went.
     virtual FactorStatus await_files() { return FactorStatus::ok; }
+    // False: it has no files to wait for and may go after the last solve.
+    virtual bool has_files() const { return false; }
 
     virtual std::int64_t negative_pivots() const = 0;
     // Pivots that are not finite (share 0), zero or below `share` times their diagonal entry, in the order of

@@ -67,6 +67,7 @@ public:
     // Waits for a file that is written behind; so does the next factorization, and the object's end. Any
     // failure but ok: error() says why.
     FactorStatus await_files() override;
+    bool has_files() const override { return true; }
 
     // In place for k columns: x is n × k, column after column. The columns are taken in fixed groups, so that
     // the threads do not show in the result. Where `progress` is given its cancel ends them. False when a

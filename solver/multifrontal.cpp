@@ -29,11 +29,15 @@ std::int32_t tile_width(std::int32_t columns, std::int32_t k) {
 }  // namespace
 
 double front_megabytes(const FrontTree& tree) {
-    return static_cast<double>(tree.panel_doubles + tree.stack_doubles) * doubles_to_megabytes;
+    // several subtrees are under way at once: half as much again as in their strict order
+    return (static_cast<double>(tree.panel_doubles) + 1.5 * static_cast<double>(tree.stack_doubles)) *
+           doubles_to_megabytes;
 }
 
 double spilled_front_megabytes(const FrontTree& tree, int threads) {
-    return static_cast<double>(tree.stack_doubles + threads * tree.largest_panel) * doubles_to_megabytes;
+    const std::int64_t panels = std::min(threads * tree.largest_panel, tree.panel_doubles);
+    return (static_cast<double>(panels) + 1.5 * static_cast<double>(tree.stack_doubles)) *
+           doubles_to_megabytes;
 }
 
 MultifrontalFactor::MultifrontalFactor(FrontTree tree, MultifrontalOptions options)
@@ -110,13 +114,21 @@ void MultifrontalFactor::walk_up(Walk& walk, const std::function<void(std::int32
 
 void MultifrontalFactor::walk_down(Walk& walk, const std::function<void(std::int32_t)>& visit) const {
     const double cut = std::max(tree_.work / 1000, 2e7);
+    const auto visit_guarded = [&](std::int32_t s) {
+        try {
+            visit(s);
+        } catch (const std::bad_alloc&) {
+            walk.end(FactorStatus::out_of_memory);
+        }
+    };
     std::function<void(std::int32_t)> descend = [&](std::int32_t s) {
         if (walk.ended()) return;
         if (tree_.fronts[s].subtree_work <= cut) {
-            for (std::int32_t t = s; t >= tree_.fronts[s].first_descendant && !walk.ended(); --t) visit(t);
+            for (std::int32_t t = s; t >= tree_.fronts[s].first_descendant && !walk.ended(); --t)
+                visit_guarded(t);
             return;
         }
-        visit(s);
+        visit_guarded(s);
         for (const std::int32_t c : tree_.children_of(s)) {
 #pragma omp task firstprivate(c) shared(descend)
             descend(c);
@@ -150,7 +162,7 @@ FactorStatus MultifrontalFactor::factor(const SparseKM& km, std::span<const doub
     replaced_ = walk.replaced;
     const FactorStatus status = finish(walk);
     if (status != FactorStatus::ok || (negative_ == 0 && replaced_ == 0)) return status;
-    return check_growth() ? FactorStatus::ok : FactorStatus::out_of_memory;
+    return check_growth(progress);
 }
 
 FactorStatus MultifrontalFactor::finish(Walk& walk) {
@@ -232,7 +244,8 @@ void MultifrontalFactor::factor_front(Walk& walk, std::int32_t s) {
         walk.left[c] = nullptr;
     }
     if (!options_.keep_in_memory) {
-        if (!walk.ended() && !file_->write(panel, f.panel, doubles)) walk.end(FactorStatus::file_failed);
+        if (!walk.ended() && !file_->write(panel, f.panel, doubles, [&] { return ends(walk); }))
+            walk.end(FactorStatus::file_failed);
         walk.pool.give(panel);
     }
     const std::int64_t before = walk.done.fetch_add(f.columns), after = before + f.columns;
@@ -354,7 +367,7 @@ void MultifrontalFactor::make_update(Walk& walk, std::int32_t s, const double* p
                                    last = std::min(n, (i + update_strip_tiles) * tile_columns);
                 const std::int32_t at = j * tile_columns, columns = tile_width(n, j);
                 double* const to = update + tile_offset(n, j) + first - at;
-                for (std::int32_t k = 0; k < inner; ++k) {
+                for (std::int32_t k = 0; k < inner && !ends(walk); ++k) {
                     const std::int32_t start = k * tile_columns, ld = f.rows - start,
                                        width = tile_width(f.columns, k);
                     const double* l = panel + tile_offset(f.rows, k) + f.columns - start;

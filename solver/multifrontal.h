@@ -65,11 +65,11 @@ private:
     bool ends(Walk& walk) const;
     FactorStatus finish(Walk& walk);
 
-    bool solve_once(std::span<double> x, std::int32_t k, const Progress* progress);
+    FactorStatus solve_once(std::span<double> x, std::int32_t k, const Progress* progress);
     bool refine(std::span<const double> b, std::span<double> x, std::int32_t k, const Progress* progress);
     double backward_error(std::span<const double> b, std::span<const double> x,
                           std::span<double> residual) const;
-    bool check_growth();
+    FactorStatus check_growth(const Progress& progress);
     const double* panel_of(Walk& walk, std::int32_t s, double*& buffer) const;
     void eliminate_columns(Walk& walk, std::int32_t s, double* y, std::int32_t k) const;
     void substitute_back(Walk& walk, std::int32_t s, double* y, std::int32_t k) const;

@@ -74,7 +74,7 @@ const double* MultifrontalFactor::panel_of(Walk& walk, std::int32_t s, double*& 
     if (options_.keep_in_memory) return panels_.get() + f.panel;
     const std::int64_t doubles = trapezoid_doubles(f.rows, f.columns);
     buffer = walk.pool.take(doubles);
-    if (buffer && file_->read(buffer, f.panel, doubles)) return buffer;
+    if (buffer && file_->read(buffer, f.panel, doubles, [&] { return ends(walk); })) return buffer;
     walk.end(buffer ? FactorStatus::file_failed : FactorStatus::out_of_memory);
     return nullptr;
 }
@@ -175,7 +175,7 @@ void MultifrontalFactor::substitute_back(Walk& walk, std::int32_t s, double* y, 
     walk.pool.give(v);
 }
 
-bool MultifrontalFactor::solve_once(std::span<double> x, std::int32_t k, const Progress* progress) {
+FactorStatus MultifrontalFactor::solve_once(std::span<double> x, std::int32_t k, const Progress* progress) {
     const std::int64_t n = tree_.size();
     std::vector<double> y(n * std::min(k, most_columns));
     for (std::int32_t first = 0; first < k; first += most_columns) {
@@ -194,11 +194,11 @@ bool MultifrontalFactor::solve_once(std::span<double> x, std::int32_t k, const P
         };
         if (!walk.ended()) walk_up(walk, visit(true));
         if (!walk.ended()) walk_down(walk, visit(false));
-        if (finish(walk) != FactorStatus::ok) return false;
+        if (const FactorStatus status = finish(walk); status != FactorStatus::ok) return status;
         for (std::int32_t c = 0; c < columns; ++c)
             for (std::int64_t p = 0; p < n; ++p) to[c * n + tree_.equation[p]] = y[c * n + p];
     }
-    return true;
+    return FactorStatus::ok;
 }
 
 // ‖b - A x‖ / (‖A‖ ‖x‖ + ‖b‖) with the residual itself; ‖A‖ its largest entry.
@@ -212,14 +212,14 @@ double MultifrontalFactor::backward_error(std::span<const double> b, std::span<c
 }
 
 // Pivots of both signs are sought inside small blocks only: tries the factor on one vector.
-bool MultifrontalFactor::check_growth() {
+FactorStatus MultifrontalFactor::check_growth(const Progress& progress) {
     constexpr double tolerable = 1e-14;
     std::vector<double> b(tree_.size()), residual(tree_.size());
     for (std::size_t i = 0; i < b.size(); ++i) b[i] = i % 3 == 0 ? 1 : i % 3 == 1 ? -0.5 : 0.25;
     std::vector<double> x = b;
-    if (!solve_once(x, 1, nullptr)) return false;
+    if (const FactorStatus status = solve_once(x, 1, &progress); status != FactorStatus::ok) return status;
     refines_ = !(backward_error(b, x, residual) <= tolerable);
-    return true;
+    return FactorStatus::ok;
 }
 
 // Iterative refinement (Wilkinson 1963): while the residual falls, three times at most.
@@ -233,7 +233,7 @@ bool MultifrontalFactor::refine(std::span<const double> b, std::span<double> x, 
         double error = backward_error(side, column, residual);
         for (int round = 0; round < 3 && error > 1e-16; ++round) {
             step = residual;
-            if (!solve_once(step, 1, progress)) return false;
+            if (solve_once(step, 1, progress) != FactorStatus::ok) return false;
             for (std::int64_t i = 0; i < n; ++i) step[i] += column[i];
             const double now = backward_error(side, step, residual);
             if (!(now < 0.5 * error)) break;
@@ -246,9 +246,9 @@ bool MultifrontalFactor::refine(std::span<const double> b, std::span<double> x, 
 
 bool MultifrontalFactor::solve(std::span<double> x, std::int32_t k, const Progress* progress) {
     try {
-        if (!refines_) return solve_once(x, k, progress);
+        if (!refines_) return solve_once(x, k, progress) == FactorStatus::ok;
         const std::vector<double> b(x.begin(), x.end());
-        return solve_once(x, k, progress) && refine(b, x, k, progress);
+        return solve_once(x, k, progress) == FactorStatus::ok && refine(b, x, k, progress);
     } catch (const std::bad_alloc&) {
         error_ = "not enough memory";
         return false;
@@ -273,10 +273,13 @@ bool MultifrontalFactor::PanelFile::open() {
     return file_ >= 0 || fail("opened");
 }
 
-bool MultifrontalFactor::PanelFile::write(const double* from, std::int64_t offset, std::int64_t doubles) {
+bool MultifrontalFactor::PanelFile::write(const double* from, std::int64_t offset, std::int64_t doubles,
+                                          const Stops& stops) {
     const char* bytes = reinterpret_cast<const char*>(from);
     for (std::int64_t done = 0; done < 8 * doubles;) {
-        const ssize_t some = pwrite(file_, bytes + done, 8 * doubles - done, 8 * offset + done);
+        if (stops()) return false;
+        const ssize_t some =
+            pwrite(file_, bytes + done, std::min(piece, 8 * doubles - done), 8 * offset + done);
         if (some < 0 && errno == EINTR) continue;
         if (some <= 0) return fail("written");
         done += some;
@@ -284,10 +287,13 @@ bool MultifrontalFactor::PanelFile::write(const double* from, std::int64_t offse
     return true;
 }
 
-bool MultifrontalFactor::PanelFile::read(double* to, std::int64_t offset, std::int64_t doubles) {
+bool MultifrontalFactor::PanelFile::read(double* to, std::int64_t offset, std::int64_t doubles,
+                                         const Stops& stops) {
     char* bytes = reinterpret_cast<char*>(to);
     for (std::int64_t done = 0; done < 8 * doubles;) {
-        const ssize_t some = pread(file_, bytes + done, 8 * doubles - done, 8 * offset + done);
+        if (stops()) return false;
+        const ssize_t some =
+            pread(file_, bytes + done, std::min(piece, 8 * doubles - done), 8 * offset + done);
         if (some < 0 && errno == EINTR) continue;
         if (some == 0) errno = EIO;  // shorter than it was written
         if (some <= 0) return fail("read");

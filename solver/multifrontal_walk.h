@@ -50,11 +50,14 @@ public:
 
     // False with error() where the system refuses.
     bool open();
-    bool write(const double* from, std::int64_t offset, std::int64_t doubles);
-    bool read(double* to, std::int64_t offset, std::int64_t doubles);
+    // Piece by piece; false too where `stops` says so between two.
+    using Stops = std::function<bool()>;
+    bool write(const double* from, std::int64_t offset, std::int64_t doubles, const Stops& stops);
+    bool read(double* to, std::int64_t offset, std::int64_t doubles, const Stops& stops);
     std::string error() const;
 
 private:
+    static constexpr std::int64_t piece = 1 << 25;  // bytes
     bool fail(const char* what);
     std::string name_;
     int file_ = -1;

@@ -164,7 +164,8 @@ bool BorderedFactor::factor(Job& job, Progress& progress, const SparseKM& km, st
 bool BorderedFactor::solve_free(Job& job, std::span<double> x, std::int32_t k, bool block) {
     const bool solved = block ? free_->solve_block(x, k, &job.progress) : free_->solve(x, k, &job.progress);
     return job.goes_on() &&
-           (solved || job.fail(RunStatus::failed, "the solution cannot go on: " + free_->error()));
+           (solved || (job.report().status == RunStatus::done &&
+                       job.fail(RunStatus::failed, "the solution cannot go on: " + free_->error())));
 }
 
 bool BorderedFactor::solve(Job& job, std::span<double> x, std::int32_t k) {

@@ -49,16 +49,15 @@ std::unique_ptr<Factor> plan_skyline(Job& job, Profile profile, std::int32_t dia
                                                          .write_behind = &job.progress});
 }
 
-std::unique_ptr<Factor> plan_sparse(Job& job, FrontTree tree, const FactorNeeds& needs) {
+std::unique_ptr<Factor> plan_sparse(Job& job, const SparseKM& km, FrontTree tree, const FactorNeeds& needs) {
     const double megabytes = static_cast<double>(tree.entries) * 8e-6;
     job.progress.print("[L]memory size=%10.1f[MB]\n", megabytes);
-    const double budget = std::min(job.settings.memory_size, machine_megabytes());
-    const bool keep = front_megabytes(tree) + needs.other_megabytes <= budget;
+    const bool keep = keeps_fronts(tree, job.settings, needs.other_megabytes, km.entries());
     if (!keep && !check_disk(job, static_cast<double>(tree.panel_doubles) * 8e-6)) return nullptr;
     const double least = spilled_front_megabytes(tree, job.threads()) + needs.other_megabytes;
     if (!keep && least > machine_megabytes()) {
         job.fail(RunStatus::failed, formatted("the factor needs %.0f MB of memory at once, this machine has "
-                                              "%.0f MB: SOLVER iterative needs less",
+                                              "%.0f MB",
                                               least, machine_megabytes()));
         return nullptr;
     }
@@ -76,7 +75,7 @@ std::unique_ptr<Factor> plan_iterative(Job& job, const SparseKM& km, const Facto
         job.note("the iterative solver gave way to the factor: " + why);
         FactorNeeds rest;
         rest.other_megabytes = other;
-        return plan_sparse(job, analyse_pattern(km), rest);
+        return plan_sparse(job, km, analyse_pattern(km), rest);
     };
     MultigridOptions levels;
     // the middles of edges are coupled so closely that fewer connections make better aggregates
@@ -92,11 +91,17 @@ std::unique_ptr<Factor> plan_factor(Job& job, const SparseKM& km, std::int32_t d
                                     const FactorNeeds& needs) {
     job.clock.begin("factor");
     Profile profile = make_profile(km);
-    SolverChoice choice = choose_solver(job.settings, km, profile);
+    SolverChoice choice;
+    try {
+        choice = choose_solver(job.settings, km, profile);
+    } catch (const std::bad_alloc&) {  // or a request to end that came while METIS was at work
+        if (job.goes_on()) throw;
+    }
+    if (!job.goes_on()) return nullptr;
     job.report().solver = choice.text();
     if (choice.kind == SolverKind::iterative)
         return plan_iterative(job, km, needs, choice.iterative->megabytes);
-    if (choice.kind == SolverKind::sparse) return plan_sparse(job, std::move(*choice.tree), needs);
+    if (choice.kind == SolverKind::sparse) return plan_sparse(job, km, std::move(*choice.tree), needs);
     job.report().factor_entries = profile.Ls_num;
     return plan_skyline(job, std::move(profile), diag_num, needs);
 }
@@ -109,8 +114,9 @@ bool went_well(Job& job, FactorStatus status, const Factor& factor) {
             return true;
         case FactorStatus::cancelled:
             return job.fail(RunStatus::cancelled, "the factorization was stopped on request");
-        default:
-            return job.fail(RunStatus::failed, "the factorization cannot go on: " + factor.error());
+        default:  // a direct factor that could not be had has said why
+            return job.report().status == RunStatus::done &&
+                   job.fail(RunStatus::failed, "the factorization cannot go on: " + factor.error());
     }
 }
 
@@ -129,7 +135,8 @@ bool await_factor_file(Job& job, Factor& factor) {
     return went_well(job, factor.await_files(), factor);
 }
 
-std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values, Factor& factor) {
+std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values, Factor& factor,
+                              const Progress& progress) {
     constexpr double suspicious = 1e-7, nothing = 3e-15;
     const std::vector<SmallPivot> small = factor.small_pivots(suspicious);
     if (small.empty()) return -1;
@@ -141,7 +148,7 @@ std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values
         return std::sqrt(sum);
     };
     for (int round = 0; round < 3; ++round) {
-        if (!factor.solve(v)) return -1;
+        if (!factor.solve(v, 1, &progress)) return -1;
         const double size = size_of(v);
         if (!std::isfinite(size) || size == 0) return small.front().equation;  // a pivot of nothing at all
         for (double& x : v) x /= size;

@@ -33,6 +33,7 @@ bool await_factor_file(Job& job, Factor& factor);
 // A degree of freedom of a body or mechanism that the supports do not hold, -1 when there is none. Small
 // pivots alone do not tell a free body from a slender one: where there are any, the motion that resists least
 // is found by inverse iteration, and it is free where K times it is nothing but rounding.
-std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values, Factor& factor);
+std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values, Factor& factor,
+                              const Progress& progress);
 
 }  // namespace kestralum

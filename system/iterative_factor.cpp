@@ -9,10 +9,10 @@ namespace kestralum {
 IterativeFactor::IterativeFactor(EquationPlaces places, IterativeOptions options)
     : places_(places), options_(std::move(options)), multigrid_(options_.levels) {}
 
-FactorStatus IterativeFactor::take_direct(const std::string& why, Progress& progress) {
-    direct_ = options_.direct(why);
+FactorStatus IterativeFactor::take_direct(std::string why, Progress& progress) {
+    give_way(why);
     if (!direct_) {
-        error_ = why;
+        error_ = "the direct factor cannot be had";
         return FactorStatus::out_of_memory;
     }
     const FactorStatus status = direct_->factor(*km_, values_, progress);
@@ -40,6 +40,8 @@ FactorStatus IterativeFactor::factor(const SparseKM& km, std::span<const double>
             return FactorStatus::cancelled;
         case SolveStatus::out_of_memory:
             return FactorStatus::out_of_memory;
+        case SolveStatus::bad_input:
+            return FactorStatus::bad_values;
         default:
             return take_direct(error_, progress);
     }
@@ -61,7 +63,7 @@ bool IterativeFactor::solve(std::span<double> x, std::int32_t k, const Progress*
         rounded_ = rounded_ || multigrid_.rounded();
         if (status == SolveStatus::ok) continue;
         error_ = multigrid_.error();
-        if (status == SolveStatus::cancelled || status == SolveStatus::out_of_memory) return false;
+        if (status != SolveStatus::stalled && status != SolveStatus::not_positive) return false;
         std::ranges::copy(b, column.begin());
         const SilentProgress none;
         SilentProgress silent(progress ? *progress : none);

@@ -42,12 +42,13 @@ public:
     Multigrid& levels() { return multigrid_; }
     // Goes on with the direct factor from the next factor() on; true.
     bool give_way(const std::string& why) {
+        multigrid_ = Multigrid(options_.levels);  // lets its memory go
         direct_ = options_.direct(why);
         return true;
     }
 
 private:
-    FactorStatus take_direct(const std::string& why, Progress& progress);
+    FactorStatus take_direct(std::string why, Progress& progress);
 
     EquationPlaces places_;
     IterativeOptions options_;

@@ -163,6 +163,7 @@ SparseKM pattern_of(const Mesh& mesh, const Freedoms& freedoms, Progress& progre
     SparseKM km;
     count_overlap(neighbours, km, progress);
     build_index(neighbours, km, progress);
+    if (progress.cancelled()) return {};
     km.K_value.resize(km.col_index.size());
     std::vector<std::int32_t> map(mesh.dof_num(), -1);
     std::int32_t row = 0;
@@ -184,9 +185,10 @@ void check_skyline(const Settings& settings, const Profile& profile, std::int32_
     out.memory_megabytes += kept ? panels : std::min(panels, spilled_megabytes(profile, settings.threads()));
 }
 
-void check_sparse(const Settings& settings, const FrontTree& tree, ModelCheck& out) {
+void check_sparse(const Settings& settings, const FrontTree& tree, double borders, std::int64_t entries,
+                  ModelCheck& out) {
     const double kept = front_megabytes(tree);
-    const bool keeps = kept + out.memory_megabytes <= settings.memory_size;
+    const bool keeps = keeps_fronts(tree, settings, borders, entries);
     out.divisions = keeps ? 0 : 1;
     out.factor_megabytes = keeps ? 0 : 8e-6 * static_cast<double>(tree.panel_doubles);
     out.memory_megabytes += keeps ? kept : spilled_front_megabytes(tree, settings.threads());
@@ -199,8 +201,8 @@ void check_factor(const Mesh& mesh, const Settings& settings, const Freedoms& fr
     const Profile profile = profile_of(mesh, freedoms, entries, progress);
     out.free_dofs = profile.rows() + freedoms.rigid.equations;
     constexpr double border_arrays = 2;  // K_fr and K_ff⁻¹ K_fr
-    out.memory_megabytes = border_arrays * 8e-6 * profile.rows() * freedoms.rigid.equations +
-                           20e-6 * static_cast<double>(entries);
+    const double borders = border_arrays * 8e-6 * profile.rows() * freedoms.rigid.equations;
+    out.memory_megabytes = borders + 20e-6 * static_cast<double>(entries);
     SolverChoice choice;
     if (!takes_skyline(settings, profile)) {
         const SparseKM pattern = pattern_of(mesh, freedoms, progress);
@@ -211,7 +213,7 @@ void check_factor(const Mesh& mesh, const Settings& settings, const Freedoms& fr
     if (choice.kind == SolverKind::iterative)
         out.memory_megabytes += choice.iterative->megabytes;
     else if (choice.kind == SolverKind::sparse)
-        check_sparse(settings, *choice.tree, out);
+        check_sparse(settings, *choice.tree, borders, entries, out);
     else
         check_skyline(settings, profile, freedoms.diag_num, out, progress);
     if (settings.free_hd_size < out.factor_megabytes)

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "model/format.h"
+#include "solver/memory_limits.h"
 #include "solver/multifrontal.h"
 
 namespace kestralum {
@@ -95,6 +96,14 @@ SolverChoice choose_solver(const Settings& settings, const SparseKM& km, const P
         choice.tree.reset();
     }
     return choice;
+}
+
+bool keeps_fronts(const FrontTree& tree, const Settings& settings, double other_megabytes,
+                  std::int64_t entries) {
+    constexpr double matrices = 20e-6;  // an entry: column, K and a second table of values
+    const double megabytes = front_megabytes(tree) + other_megabytes;
+    return megabytes <= settings.memory_size &&
+           megabytes + matrices * static_cast<double>(entries) <= machine_megabytes();
 }
 
 }  // namespace kestralum

@@ -39,4 +39,9 @@ bool takes_skyline(const Settings& settings, const Profile& profile);
 inline constexpr double largest_factor = 12000;  // millions of bytes
 SolverChoice choose_solver(const Settings& settings, const SparseKM& km, const Profile& profile);
 
+// Whether the fronts stay in memory beside `other_megabytes`: within MEMORY_SIZE, and with the matrices of
+// `entries` entries within the machine's.
+bool keeps_fronts(const FrontTree& tree, const Settings& settings, double other_megabytes,
+                  std::int64_t entries);
+
 }  // namespace kestralum

@@ -74,25 +74,31 @@ bool modes_by_iteration(EigenProblem& problem, const AssembledSystem& system, co
     const auto give_way = [&](const std::string& why) { return levels.give_way(why) && false; };
     if (system.border.nr > 0) return give_way("rigid elements stand beside the sparse matrix");
     const std::size_t n = problem.n();
-    std::vector<double> values = system.km.K_value;
-    const double sigma = options.supported ? 0 : free_shift * problem.elastic_scale();
-    for (std::size_t k = 0; sigma > 0 && k < values.size(); ++k) values[k] += sigma * system.km.M_value[k];
+    const auto rigid = static_cast<std::int32_t>(options.rigid_motions.size() / n);
+    if (options.n_mode <= rigid)
+        return give_way("no more modes are asked for than the body has rigid motions");
+    std::vector<double> shifted;  // of a free body; K itself where it is positive
+    if (!options.supported) {
+        const double sigma = free_shift * problem.elastic_scale();
+        shifted = system.km.K_value;
+        for (std::size_t k = 0; k < shifted.size(); ++k) shifted[k] += sigma * system.km.M_value[k];
+    }
     job.clock.begin("factor");
-    const FactorStatus status = levels.factor(system.km, values, job.progress);
+    const FactorStatus status =
+        levels.factor(system.km, shifted.empty() ? system.km.K_value : shifted, job.progress);
     if (!job.goes_on()) return false;
-    if (status != FactorStatus::ok) return job.fail(RunStatus::failed, levels.error());
+    if (status != FactorStatus::ok)
+        return job.report().status == RunStatus::done && job.fail(RunStatus::failed, levels.error());
     if (!levels.iterates()) return false;
     job.clock.begin("iterate");
     const std::vector<double> null_space = orthonormal_motions(problem, options.rigid_motions);
-    const auto rigid = static_cast<std::int32_t>(null_space.size() / n);
-    if (options.n_mode <= rigid)
-        return give_way("no more modes are asked for than the body has rigid motions");
     const LobpcgResult found = search(problem, levels, null_space, options.n_mode - rigid);
     if (!job.goes_on()) return false;
     if (found.status == SolveStatus::out_of_memory)
         return job.fail(RunStatus::failed, "not enough memory for this model");
-    const bool good = found.status == SolveStatus::ok ||
-                      (found.status == SolveStatus::stalled && std::ranges::max(found.residual) < 1e-6);
+    const bool all = found.lambda.size() == std::size_t(options.n_mode - rigid);
+    const bool good = all && (found.status == SolveStatus::ok || (found.status == SolveStatus::stalled &&
+                                                                  std::ranges::max(found.residual) < 1e-6));
     if (!good) return give_way("the iteration for the modes does not come to its end");
     pairs.lambda.assign(rigid, 0.0);
     pairs.lambda.insert(pairs.lambda.end(), found.lambda.begin(), found.lambda.end());

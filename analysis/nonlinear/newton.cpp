@@ -237,10 +237,10 @@ bool NewtonSolver::factor_and_solve(std::vector<double>& du, IncrementReport& re
     if (!factor_->factor(job_, job_.progress, reduced_, reduced_.K_value, border_.K_fr, border_.K_rr))
         return failed();
     seconds[factoring] += since(start);
-    report.negative_pivots = factor_->negative_pivots();
     start = Clock::now();
     for (std::size_t k = 0; k < du.size(); ++k) du[k] = F_[k] - Q_[k];
     if (!factor_->solve(job_, du)) return failed();
+    report.negative_pivots = factor_->negative_pivots();
     seconds[solving] += since(start);
     return true;
 }
@@ -250,7 +250,7 @@ bool NewtonSolver::finds_free_motion() {
     if (free_motion_checked_) return false;
     free_motion_checked_ = true;
     const std::int32_t loose =
-        factor_->free() ? find_free_motion(reduced_, reduced_.K_value, *factor_->free()) : -1;
+        factor_->free() ? find_free_motion(reduced_, reduced_.K_value, *factor_->free(), job_.progress) : -1;
     if (loose >= 0) {
         const std::int32_t dof = free_.free_dofs[loose];
         const double* x = &body_.mesh.coordinates[dof - dof % 3];

@@ -32,7 +32,7 @@ void report_applied(Job& job, const RigidSystem& rigid) {
 // Where nothing holds a node or a rigid element the run has failed; its numbers are written all the same.
 void check_held(Job& job, const AssembledSystem& system, const BorderedFactor& factor) {
     const std::int32_t loose =
-        factor.free() ? find_free_motion(system.km, system.km.K_value, *factor.free()) : -1;
+        factor.free() ? find_free_motion(system.km, system.km.K_value, *factor.free(), job.progress) : -1;
     if (loose >= 0) {
         const std::int32_t dof = system.freedoms.numbering.free_dofs[loose];
         const double* x = job.mesh().node(dof / 3);
@@ -59,6 +59,7 @@ bool solve(Job& job, const AssembledSystem& system, std::vector<double>& u,
     job.clock.begin("solve");
     const std::vector<double> F = u;
     if (!factor->solve(job, u)) return false;
+    job.report().negative_pivots = factor->negative_pivots();  // the solve may have taken another factor
     if (const std::string outcome = factor->free() ? factor->free()->outcome() : ""; !outcome.empty())
         job.report().solver += ", " + outcome;
     std::vector<double> Ku(u.size());
@@ -124,7 +125,8 @@ bool work(Job& job, AssembledSystem& system) {
     std::unique_ptr<BorderedFactor> factor;  // stays until its file is written
     if (!solve(job, system, q, factor)) return false;
     system.km = {};
-    return recover(job, system, q) && factor->await_file(job);
+    if (!factor->free() || !factor->free()->has_files()) factor.reset();
+    return recover(job, system, q) && (!factor || factor->await_file(job));
 }
 
 }  // namespace
