@@ -12,11 +12,6 @@ using namespace kestralum::bench;
 
 namespace {
 
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
 // The lower triangle of K by columns.
 cholmod_sparse* lower_triangle(const SparseKM& km, cholmod_common* common) {
     const long n = km.rows();

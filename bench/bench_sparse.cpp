@@ -10,15 +10,6 @@
 using namespace kestralum;
 using namespace kestralum::bench;
 
-namespace {
-
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
     const std::string name = argc > 1 ? argv[1] : "20x20x20";
     const int threads = argc > 2 ? std::atoi(argv[2]) : 2, runs = argc > 3 ? std::atoi(argv[3]) : 3;

@@ -6,6 +6,7 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "elements/elasticity.h"
 #include "mesh/vol_import.h"
@@ -119,6 +121,11 @@ inline double peak_megabytes() {
     rusage usage;
     getrusage(RUSAGE_SELF, &usage);
     return 1024e-6 * static_cast<double>(usage.ru_maxrss);
+}
+
+inline double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
 }
 
 }  // namespace kestralum::bench

@@ -8,6 +8,7 @@
 #include <new>
 #include <numeric>
 
+#include "solver/dense_eigen.h"
 #include "solver/panels.h"
 #include "solver/tall_blocks.h"
 
@@ -357,7 +358,7 @@ bool Iteration::ritz() {
         return false;
     const std::vector<double> H = projected_stiffness(KW);
     std::vector<double> C = H, values;
-    if (!eigen_of_symmetric(s, C, values)) return fail(SolveStatus::bad_input);
+    if (!symmetric_eigen(s, C, values)) return fail(SolveStatus::bad_input);
     if (!(values[0] > 100 * epsilon * rough_lambda_)) return fail(SolveStatus::not_positive);
     const std::int32_t columns = std::min(plan_.columns, s);
     C.resize(std::size_t(s) * columns);

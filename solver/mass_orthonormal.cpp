@@ -5,6 +5,8 @@
 #include <cmath>
 #include <vector>
 
+#include "solver/dense_eigen.h"
+
 namespace kestralum {
 
 namespace {
@@ -32,7 +34,7 @@ std::int32_t orthonormal_combinations(std::int32_t w, std::vector<double>& A, st
     }
     for (std::int32_t j = 0; j < w; ++j)
         for (std::int32_t i = 0; i < w; ++i) A[j * std::size_t(w) + i] *= scale[i] * scale[j];
-    if (!eigen_of_symmetric(w, A, values)) return -1;
+    if (!symmetric_eigen(w, A, values)) return -1;
     std::int32_t kept = 0;
     sound = true;
     V.resize(std::size_t(w) * w);

@@ -159,9 +159,8 @@ FactorStatus MultifrontalFactor::factor(const SparseKM& km, std::span<const doub
     }
     if (!walk.ended()) walk_up(walk, [&](std::int32_t s) { factor_front(walk, s); });
     negative_ = walk.negative;
-    replaced_ = walk.replaced;
     const FactorStatus status = finish(walk);
-    if (status != FactorStatus::ok || (negative_ == 0 && replaced_ == 0)) return status;
+    if (status != FactorStatus::ok || (negative_ == 0 && walk.replaced == 0)) return status;
     return check_growth(progress);
 }
 
@@ -228,8 +227,8 @@ void MultifrontalFactor::factor_front(Walk& walk, std::int32_t s) {
     if (ends(walk)) return;
     const Front& f = tree_.fronts[s];
     const std::int64_t doubles = trapezoid_doubles(f.rows, f.columns);
-    double* const panel = options_.keep_in_memory ? panels_.get() + f.panel : walk.pool.take(doubles);
-    if (!panel) return walk.end(FactorStatus::out_of_memory);
+    double* const panel = options_.keep_in_memory ? panels_.get() + f.panel : take(walk, doubles);
+    if (!panel) return;
     const bool large = f.work > large_front;
     const std::int32_t tiles = tiles_of(f.columns);
 #pragma omp taskgroup
@@ -353,8 +352,8 @@ void MultifrontalFactor::make_update(Walk& walk, std::int32_t s, const double* p
     const Front& f = tree_.fronts[s];
     const std::int32_t n = f.update_count();
     if (n == 0) return;
-    double* const update = walk.left[s] = walk.pool.take(trapezoid_doubles(n, n));
-    if (!update) return walk.end(FactorStatus::out_of_memory);
+    double* const update = walk.left[s] = take(walk, trapezoid_doubles(n, n));
+    if (!update) return;
     const std::int32_t tiles = tiles_of(n), inner = tiles_of(f.columns);
     const bool large = f.work > large_front;
 #pragma omp taskgroup

@@ -40,9 +40,6 @@ public:
     std::int64_t entries() const override { return tree_.entries; }
     std::string error() const override { return error_; }
 
-    const FrontTree& tree() const { return tree_; }
-    bool refines() const { return refines_; }
-
 private:
     // One traversal of the tree: what ends it, and the vectors or matrices that children leave to parents.
     struct Walk;
@@ -70,6 +67,7 @@ private:
     double backward_error(std::span<const double> b, std::span<const double> x,
                           std::span<double> residual) const;
     FactorStatus check_growth(const Progress& progress);
+    static double* take(Walk& walk, std::int64_t doubles);
     const double* panel_of(Walk& walk, std::int32_t s, double*& buffer) const;
     void eliminate_columns(Walk& walk, std::int32_t s, double* y, std::int32_t k) const;
     void substitute_back(Walk& walk, std::int32_t s, double* y, std::int32_t k) const;
@@ -83,7 +81,7 @@ private:
     std::unique_ptr<PanelFile> file_;                           // not kept
     std::vector<double> d_, e_, reference_, diagonal_, share_;  // by position; share_, before swaps
     std::vector<std::int32_t> order_;                           // by position: place inside its tile
-    std::int64_t negative_ = 0, replaced_ = 0;
+    std::int64_t negative_ = 0;
     bool refines_ = false;
     std::string error_;
 };

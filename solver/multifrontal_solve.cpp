@@ -47,12 +47,6 @@ void solve_triangle(bool transposed, int n, const double* l, int ld, double* b, 
         cblas_dtrsm(CblasColMajor, CblasLeft, CblasLower, trans, CblasUnit, n, k, 1, l, ld, b, ldb);
 }
 
-double norm(std::span<const double> v) {
-    double sum = 0;
-    for (const double x : v) sum += x * x;
-    return std::sqrt(sum);
-}
-
 }  // namespace
 
 // Swaps the rows of a tile as its pivots were, or back.
@@ -67,15 +61,22 @@ void MultifrontalFactor::swap_rows(std::int32_t position, int columns, double* v
     }
 }
 
+// Of the pool; null, and the walk ends, when there is no memory.
+double* MultifrontalFactor::take(Walk& walk, std::int64_t doubles) {
+    double* const block = walk.pool.take(doubles);
+    if (!block) walk.end(FactorStatus::out_of_memory);
+    return block;
+}
+
 // The front's panel, read into `buffer` (to be given back) where it is not kept; null where that fails.
 const double* MultifrontalFactor::panel_of(Walk& walk, std::int32_t s, double*& buffer) const {
     const Front& f = tree_.fronts[s];
     buffer = nullptr;
     if (options_.keep_in_memory) return panels_.get() + f.panel;
     const std::int64_t doubles = trapezoid_doubles(f.rows, f.columns);
-    buffer = walk.pool.take(doubles);
-    if (buffer && file_->read(buffer, f.panel, doubles, [&] { return ends(walk); })) return buffer;
-    walk.end(buffer ? FactorStatus::file_failed : FactorStatus::out_of_memory);
+    buffer = take(walk, doubles);
+    if (!buffer || file_->read(buffer, f.panel, doubles, [&] { return ends(walk); })) return buffer;
+    walk.end(FactorStatus::file_failed);
     return nullptr;
 }
 
@@ -83,9 +84,8 @@ void MultifrontalFactor::eliminate_columns(Walk& walk, std::int32_t s, double* y
     const Front& f = tree_.fronts[s];
     const int rows = f.rows, columns = f.columns;
     double* buffer = nullptr;
-    double* const v = walk.pool.take(std::int64_t{rows} * k);
+    double* const v = take(walk, std::int64_t{rows} * k);
     const double* const panel = v ? panel_of(walk, s, buffer) : nullptr;
-    if (!v) walk.end(FactorStatus::out_of_memory);
     walk.left[s] = v;
     if (!panel) return walk.pool.give(buffer);
     for (std::int32_t c = 0; c < k; ++c) {
@@ -140,9 +140,8 @@ void MultifrontalFactor::substitute_back(Walk& walk, std::int32_t s, double* y, 
     const Front& f = tree_.fronts[s];
     const int rows = f.rows, columns = f.columns;
     double* buffer = nullptr;
-    double* const v = walk.pool.take(std::int64_t{rows} * k);
+    double* const v = take(walk, std::int64_t{rows} * k);
     const double* const panel = v ? panel_of(walk, s, buffer) : nullptr;
-    if (!v) walk.end(FactorStatus::out_of_memory);
     for (std::int32_t c = 0; c < k && panel; ++c) {
         const double* from = y + std::int64_t{c} * tree_.size();
         double* to = v + std::int64_t{c} * rows;

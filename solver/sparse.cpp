@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cassert>
+#include <cmath>
 
 namespace kestralum {
 
@@ -269,6 +270,12 @@ std::vector<double> diagonal_of(const SparseKM& km) {
     std::vector<double> diagonal;
     for (std::int64_t k : km.diag_pos) diagonal.push_back(km.K_value[k]);
     return diagonal;
+}
+
+double norm(std::span<const double> v) {
+    double sum = 0;
+    for (const double x : v) sum += x * x;
+    return std::sqrt(sum);
 }
 
 }  // namespace kestralum

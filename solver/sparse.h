@@ -75,4 +75,7 @@ std::int64_t profile_size(const SparseKM& km);
 void multiply(const SparseKM& km, std::span<const double> values, std::span<const double> x,
               std::span<double> y);
 
+// √Σ vᵢ², in order.
+double norm(std::span<const double> v);
+
 }  // namespace kestralum

@@ -2,11 +2,7 @@
 
 #include <cblas.h>
 
-#include <cmath>
-
-extern "C" void dsyevd_(const char* vectors, const char* triangle, const int* n, double* a, const int* lda,
-                        double* values, double* work, const int* lwork, int* iwork, const int* liwork,
-                        int* info, std::size_t, std::size_t);
+#include <algorithm>
 
 namespace kestralum {
 
@@ -80,20 +76,6 @@ bool TallBlocks::choose(double* A, std::span<const std::int32_t> chosen) {
                               A + static_cast<std::int64_t>(k) * n_ + first);
         },
         16384);
-}
-
-bool eigen_of_symmetric(std::int32_t n, std::span<double> a, std::vector<double>& values) {
-    values.assign(n, 0.0);
-    if (n == 0) return true;
-    const auto entries = a.first(std::size_t(n) * std::size_t(n));
-    if (!std::all_of(entries.begin(), entries.end(), [](double x) { return std::isfinite(x); })) return false;
-    const int lwork = 1 + 6 * n + 2 * n * n, liwork = 3 + 5 * n;
-    std::vector<double> work(lwork);
-    std::vector<int> iwork(liwork);
-    int info = 0;
-    dsyevd_("V", "L", &n, a.data(), &n, values.data(), work.data(), &lwork, iwork.data(), &liwork, &info, 1,
-            1);
-    return info == 0;
 }
 
 }  // namespace kestralum

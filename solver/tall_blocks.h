@@ -60,8 +60,4 @@ private:
     std::vector<double> partial_;  // pieces × sums
 };
 
-// The symmetric n × n matrix `a` becomes its unit eigenvectors, `values` the eigenvalues, ascending. False
-// where `a` is not finite or the iteration does not end.
-bool eigen_of_symmetric(std::int32_t n, std::span<double> a, std::vector<double>& values);
-
 }  // namespace kestralum

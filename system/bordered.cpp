@@ -6,7 +6,7 @@
 #include <cmath>
 #include <limits>
 
-#include "system/dense_eigen.h"
+#include "solver/dense_eigen.h"
 
 // LAPACK, from OpenBLAS (Anderson et al., LAPACK Users' Guide, 3rd ed. 1999)
 extern "C" {

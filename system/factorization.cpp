@@ -142,24 +142,19 @@ std::int32_t find_free_motion(const SparseKM& km, std::span<const double> values
     if (small.empty()) return -1;
     std::vector<double> v(km.rows()), Kv(km.rows());
     for (std::size_t i = 0; i < v.size(); ++i) v[i] = 1 + 0.5 * std::sin(1.0 + 0.7 * static_cast<double>(i));
-    const auto size_of = [](std::span<const double> x) {
-        double sum = 0;
-        for (const double a : x) sum += a * a;
-        return std::sqrt(sum);
-    };
     for (int round = 0; round < 3; ++round) {
         if (!factor.solve(v, 1, &progress)) return -1;
-        const double size = size_of(v);
+        const double size = norm(v);
         if (!std::isfinite(size) || size == 0) return small.front().equation;  // a pivot of nothing at all
         for (double& x : v) x /= size;
     }
     multiply(km, values, v, Kv);
-    const double resistance = size_of(Kv);
+    const double resistance = norm(Kv);
     std::vector<double> sizes(values.begin(), values.end()), sum(km.rows());
     for (double& x : sizes) x = std::abs(x);
     for (double& x : v) x = std::abs(x);
     multiply(km, sizes, v, sum);
-    if (resistance > nothing * size_of(sum)) return -1;
+    if (resistance > nothing * norm(sum)) return -1;
     constexpr double surely = 1e-10;
     const auto first = std::ranges::find_if(small, [](const SmallPivot& p) { return p.share < surely; });
     return first != small.end() ? first->equation

@@ -78,8 +78,8 @@ bool takes_skyline(const Settings& settings, const Profile& profile) {
 
 SolverChoice choose_solver(const Settings& settings, const SparseKM& km, const Profile& profile) {
     SolverChoice choice;
-    choice.skyline = skyline_cost(profile);
     if (takes_skyline(settings, profile)) return choice;
+    choice.skyline = skyline_cost(profile);
     if (settings.solver == "iterative") {
         choice.iterative = iterative_cost(km);
         choice.kind = SolverKind::iterative;

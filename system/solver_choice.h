@@ -20,7 +20,7 @@ struct SolverCost {
 
 struct SolverChoice {
     SolverKind kind = SolverKind::skyline;
-    SolverCost skyline;
+    SolverCost skyline;                   // 0 where it was taken without a look at anything else
     std::optional<SolverCost> sparse;     // none: the skyline is so cheap that nothing else was looked at
     std::optional<SolverCost> iterative;  // none: no factor was wanted or it is small
     std::optional<FrontTree> tree;        // with `sparse`

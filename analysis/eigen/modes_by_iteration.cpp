@@ -10,45 +10,40 @@ namespace kestralum {
 
 namespace {
 
-// M-orthonormal rigid motions, by Gram and Schmidt, twice for the sake of rounding.
-std::vector<double> orthonormal_motions(EigenProblem& problem, const std::vector<double>& rigid) {
-    const std::size_t n = problem.n();
-    std::vector<double> out(rigid), Mv(n);
-    for (std::size_t j = 0; j < out.size() / n; ++j) {
-        const std::span<double> v(out.data() + j * n, n);
-        for (int pass = 0; pass < 2; ++pass) {
-            problem.multiply_m(v, Mv, 1);
-            for (std::size_t i = 0; i < j; ++i) {
-                double share = 0;
-                for (std::size_t r = 0; r < n; ++r) share += out[i * n + r] * Mv[r];
-                for (std::size_t r = 0; r < n; ++r) v[r] -= share * out[i * n + r];
-            }
-        }
-        problem.multiply_m(v, Mv, 1);
-        double mass = 0;
-        for (std::size_t r = 0; r < n; ++r) mass += v[r] * Mv[r];
-        for (double& x : v) x /= std::sqrt(mass);
-    }
-    return out;
-}
-
 // Shift of a free body's preconditioner, (K + σM)⁻¹, as a share of what its elastic eigenvalues are like.
 constexpr double free_shift = 1e-3;
+
+BlockOperator mass_product(EigenProblem& problem) {
+    return [&problem](std::span<const double> x, std::span<double> y, std::int32_t k) {
+        problem.multiply_m(x, y, k);
+        return problem.progress().cancelled() ? SolveStatus::cancelled : SolveStatus::ok;
+    };
+}
+
+// The rigid motions, M-orthonormal; empty of a supported body.
+std::vector<double> orthonormal_motions(EigenProblem& problem, std::vector<double> rigid) {
+    auto columns = static_cast<std::int32_t>(rigid.size() / problem.n());
+    if (columns == 0) return rigid;
+    RowTeam team(problem.job().threads(), &problem.progress());
+    TallBlocks tall(problem.n(), columns, team);
+    std::vector<double> room(rigid.size());
+    const BlockOperator multiply_m = mass_product(problem);
+    const SolveStatus status =
+        orthonormalise({multiply_m, problem.n(), room.data(), tall}, nullptr, 0, rigid.data(), columns);
+    rigid.resize(status == SolveStatus::ok ? std::size_t(columns) * problem.n() : 0);
+    return rigid;
+}
 
 LobpcgResult search(EigenProblem& problem, IterativeFactor& levels, std::span<const double> rigid,
                     std::int32_t modes) {
     Job& job = problem.job();
-    const auto going = [&job] { return job.progress.cancelled() ? SolveStatus::cancelled : SolveStatus::ok; };
     LobpcgProblem task;
     task.n = problem.n();
     task.multiply_k = [&](std::span<const double> x, std::span<double> y, std::int32_t k) {
         problem.multiply_k(x, y, k);
-        return going();
+        return job.progress.cancelled() ? SolveStatus::cancelled : SolveStatus::ok;
     };
-    task.multiply_m = [&](std::span<const double> x, std::span<double> y, std::int32_t k) {
-        problem.multiply_m(x, y, k);
-        return going();
-    };
+    task.multiply_m = mass_product(problem);
     task.precondition = [&](std::span<double> x, std::int32_t k) {
         return levels.levels().precondition(x, k, &job.progress);
     };
@@ -92,6 +87,9 @@ bool modes_by_iteration(EigenProblem& problem, const AssembledSystem& system, co
     if (!levels.iterates()) return false;
     job.clock.begin("iterate");
     const std::vector<double> null_space = orthonormal_motions(problem, options.rigid_motions);
+    if (!job.goes_on()) return false;
+    if (null_space.size() != options.rigid_motions.size())
+        return give_way("the rigid motions are not independent");
     const LobpcgResult found = search(problem, levels, null_space, options.n_mode - rigid);
     if (!job.goes_on()) return false;
     if (found.status == SolveStatus::out_of_memory)

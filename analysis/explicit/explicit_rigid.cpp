@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "elements/symmetric3.h"
-#include "system/dense_eigen.h"
+#include "solver/dense_eigen.h"
 
 namespace kestralum {
 

@@ -17,12 +17,6 @@ double since(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-double norm(std::span<const double> v) {
-    double sum = 0;
-    for (double x : v) sum += x * x;
-    return std::sqrt(sum);
-}
-
 enum Timed { assembling, factoring, solving, stressing, gathering };
 
 }  // namespace

@@ -13,12 +13,6 @@ namespace {
 
 constexpr std::int32_t static_columns = 6;  // of the result file
 
-double norm(std::span<const double> v) {
-    double sum = 0;
-    for (double x : v) sum += x * x;
-    return std::sqrt(sum);
-}
-
 void report_applied(Job& job, const RigidSystem& rigid) {
     std::array<double, 3>& applied = job.report().applied;
     for (std::size_t d = 0; d < job.run.load.size(); ++d) applied[d % 3] += job.run.load[d];

@@ -69,17 +69,6 @@ std::vector<double> times(const SparseKM& km, const std::vector<double>& x) {
     return y;
 }
 
-// Ends what it is handed to at its so many-th look.
-struct Ending : testing::Collected {
-    bool no_memory;
-    mutable std::atomic<int> looks;
-    Ending(bool memory_ends, int after) : no_memory(memory_ends), looks(after) {}
-    bool cancelled() const override {
-        if (--looks > 0) return false;
-        return no_memory ? throw std::bad_alloc() : true;
-    }
-};
-
 class FactorFiles : public ::testing::Test {
 protected:
     std::filesystem::path file(const std::string& name) const { return folder.path() / "log" / name; }
@@ -195,16 +184,16 @@ TEST_F(FactorFiles, ACancelAndMissingMemoryEndAFactorAndASolve) {
         const bool no_memory = c & 1, one_panel = c & 2;
         const int after = 1 + c / 4 * 3;
         SkylineFactor factor(profile, cut(profile, {0, 512}), options(2, c & 4, one_panel ? 512 : 32));
-        Ending ending(no_memory, after);
+        testing::StopsAtLook ending(after, no_memory);
         const std::string said = no_memory ? "not enough memory for the factor" : "stopped by the user";
         EXPECT_EQ(factor.factor_ldl(km, km.K_value, ending),
                   no_memory ? FactorStatus::out_of_memory : FactorStatus::cancelled);
         EXPECT_EQ(factor.error(), said);
         ASSERT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
         for (const auto& [k, block] : {std::pair(1, false), {20, false}, {20, true}}) {
-            ending.looks = one_panel ? 1 : after;
+            testing::StopsAtLook again(one_panel ? 1 : after, no_memory);
             std::vector<double> x = right_hand_sides(512, k);
-            EXPECT_FALSE(block ? factor.solve_block(x, k, &ending) : factor.solve_ldl(x, k, &ending));
+            EXPECT_FALSE(block ? factor.solve_block(x, k, &again) : factor.solve_ldl(x, k, &again));
             EXPECT_EQ(factor.error(), said);
         }
     }

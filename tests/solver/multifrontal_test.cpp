@@ -81,12 +81,6 @@ std::vector<double> right_hand_sides(int n, int k) {
     return b;
 }
 
-double norm(std::span<const double> v) {
-    double sum = 0;
-    for (const double x : v) sum += x * x;
-    return std::sqrt(sum);
-}
-
 // ‖b - A x‖ / (‖A‖ ‖x‖ + ‖b‖), ‖A‖ its largest row.
 double backward_error(const SparseKM& km, std::span<const double> b, std::span<const double> x) {
     std::vector<double> Ax(x.size());
@@ -237,31 +231,19 @@ TEST_F(Multifrontal, PivotsThatVanishAreListedByEquation) {
     EXPECT_FALSE(factor.small_pivots(1e-10).empty());
 }
 
-// Ends what it is handed to at its so many-th look.
-struct Ending : testing::Collected {
-    bool no_memory;
-    mutable std::atomic<int> looks;
-    Ending(bool memory_ends, int after) : no_memory(memory_ends), looks(after) {}
-    bool cancelled() const override {
-        if (--looks > 0) return false;
-        return no_memory ? throw std::bad_alloc() : true;
-    }
-};
-
 TEST_F(Multifrontal, ACancelMissingMemoryAndAFileThatFailsEndIt) {
     const SparseKM km = grid_matrix({9, 9, 9}, 0.9, 0, 4);
     const FrontTree tree = analyse_pattern(km);
     for (const bool no_memory : {false, true})
         for (const int after : {1, 2, 30, 90}) {
-            Ending ending(no_memory, after);
+            testing::StopsAtLook ending(after, no_memory), again(std::min(after, 20), no_memory);
             MultifrontalFactor factor(tree, options(2));
             EXPECT_EQ(factor.factor(km, km.K_value, ending),
                       no_memory ? FactorStatus::out_of_memory : FactorStatus::cancelled);
             EXPECT_EQ(factor.error(), no_memory ? "not enough memory" : "stopped on request");
             ASSERT_EQ(factor.factor(km, km.K_value, progress), FactorStatus::ok);
-            ending.looks = std::min(after, 20);
             std::vector<double> x = right_hand_sides(km.rows(), 2);
-            EXPECT_FALSE(factor.solve(x, 2, &ending));
+            EXPECT_FALSE(factor.solve(x, 2, &again));
         }
     const std::string file = (folder.path() / "log/Stemp_0.txt").string();
     MultifrontalFactor spilled(tree, options(2, false));

@@ -302,17 +302,9 @@ TEST(Multigrid, TellsBadInputAndWhatItCannotReach) {
 
 // At every look for a cancel, in the threads as well.
 TEST(Multigrid, ACancelAndMissingMemoryEndIt) {
-    struct Ending : testing::StopsAtLook {
-        bool no_memory;
-        Ending(std::int64_t look, bool memory_ends) : StopsAtLook(look), no_memory(memory_ends) {}
-        bool cancelled() const override {
-            if (!StopsAtLook::cancelled()) return false;
-            return no_memory ? throw std::bad_alloc() : true;
-        }
-    };
     const Body body = make_body(testing::hexa_box({{6, 6, 7}, {1, 1, 1}}), at_foot);
     Multigrid multigrid({.coarsest = 60});
-    Ending never(1'000'000'000, false);
+    testing::StopsAtLook never;
     ASSERT_EQ(multigrid.set_up(body.km, body.km.K_value, body.places(), 2, &never), SolveStatus::ok);
     const std::int64_t set_up_looks = never.looks;
     std::vector<double> x = body.load();
@@ -323,16 +315,16 @@ TEST(Multigrid, ACancelAndMissingMemoryEndIt) {
         const char* said = no_memory ? "not enough memory for the iteration" : "stopped by the user";
         for (std::int64_t look = 1; look <= set_up_looks; look += 1 + set_up_looks / 40) {
             Multigrid stopped({.coarsest = 60});
-            Ending ending(look, no_memory);
+            testing::StopsAtLook ending(look, no_memory);
             EXPECT_EQ(stopped.set_up(body.km, body.km.K_value, body.places(), 2, &ending), expected) << look;
             EXPECT_EQ(stopped.error(), said);
         }
         for (std::int64_t look = 1; look <= solve_looks; look += 1 + solve_looks / 20) {
-            Ending ending(look, no_memory);
+            testing::StopsAtLook ending(look, no_memory);
             x = body.load();
             EXPECT_EQ(multigrid.solve(x, {}, &ending), expected) << look;
             EXPECT_EQ(multigrid.error(), said);
-            Ending again(1 + look % 10, no_memory);
+            testing::StopsAtLook again(1 + look % 10, no_memory);
             EXPECT_EQ(multigrid.precondition(x, 1, &again), expected) << look;
         }
     }

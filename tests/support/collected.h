@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <mutex>
+#include <new>
 #include <string>
 
 #include "model/progress.h"
@@ -29,15 +30,20 @@ private:
     std::mutex lock_;
 };
 
-// Asks to stop from the n-th look at it on; counts the looks.
+// Asks to stop from the n-th look at it on, or has no memory then; counts the looks.
 class StopsAtLook : public Collected {
 public:
-    explicit StopsAtLook(std::int64_t n = std::numeric_limits<std::int64_t>::max()) : n_(n) {}
-    bool cancelled() const override { return ++looks >= n_; }
+    explicit StopsAtLook(std::int64_t n = std::numeric_limits<std::int64_t>::max(), bool no_memory = false)
+        : n_(n), no_memory_(no_memory) {}
+    bool cancelled() const override {
+        if (++looks < n_) return false;
+        return no_memory_ ? throw std::bad_alloc() : true;
+    }
     mutable std::atomic<std::int64_t> looks = 0;
 
 private:
     const std::int64_t n_;
+    const bool no_memory_;
 };
 
 }  // namespace kestralum::testing

@@ -1,4 +1,4 @@
-#include "system/dense_eigen.h"
+#include "solver/dense_eigen.h"
 
 #include <algorithm>
 #include <cmath>
@@ -15,6 +15,12 @@ bool symmetric_eigen(int n, std::span<double> a, std::span<double> values, std::
     int info = 0;
     dsyev_(vectors ? "V" : "N", "L", &n, a.data(), &n, values.data(), work.data(), &lwork, &info, 1, 1);
     return info == 0;
+}
+
+bool symmetric_eigen(int n, std::span<double> a, std::vector<double>& values) {
+    values.assign(n, 0.0);
+    std::vector<double> work(64 * std::size_t(n));
+    return n == 0 || symmetric_eigen(n, a.first(std::size_t(n) * std::size_t(n)), values, work, true);
 }
 
 }  // namespace kestralum

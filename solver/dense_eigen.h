@@ -3,6 +3,7 @@
 #pragma once
 
 #include <span>
+#include <vector>
 
 namespace kestralum {
 
@@ -11,5 +12,8 @@ namespace kestralum {
 // where `a` is not finite (a is then unchanged) or the iteration does not end.
 bool symmetric_eigen(int n, std::span<double> a, std::span<double> values, std::span<double> work,
                      bool vectors);
+
+// Of the first n² entries of `a`, which become the eigenvectors, with room of its own. Throws std::bad_alloc.
+bool symmetric_eigen(int n, std::span<double> a, std::vector<double>& values);
 
 }  // namespace kestralum
