@@ -16,4 +16,8 @@ bool symmetric_eigen(int n, std::span<double> a, std::span<double> values, std::
 // Of the first n² entries of `a`, which become the eigenvectors, with room of its own. Throws std::bad_alloc.
 bool symmetric_eigen(int n, std::span<double> a, std::vector<double>& values);
 
+// Uᵀ A U = T tridiagonal for the symmetric n × n matrix `a`, lower triangle, which becomes the orthogonal U,
+// column after column; its first column is e₁. alpha: n, the diagonal; beta: n - 1, not negative.
+void tridiagonalise(int n, std::span<double> a, std::vector<double>& alpha, std::vector<double>& beta);
+
 }  // namespace kestralum

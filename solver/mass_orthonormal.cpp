@@ -58,7 +58,8 @@ SolveStatus multiply(const MassProduct& mass, const double* W, std::int32_t w) {
 SolveStatus normalise_columns(const MassProduct& mass, const double* B, std::int32_t before, double* W,
                               std::int32_t& w) {
     std::vector<double> G(std::size_t(before) * w), square(w);
-    if (const SolveStatus status = multiply(mass, W, w); status != SolveStatus::ok) return status;
+    const SolveStatus status = mass.room_holds_product ? SolveStatus::ok : multiply(mass, W, w);
+    if (status != SolveStatus::ok) return status;
     const double* MW = mass.room;
     const std::int32_t columns = w;
     if (!mass.tall.gram(B, before, MW, w, G) ||

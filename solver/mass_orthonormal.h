@@ -20,6 +20,7 @@ struct MassProduct {
     std::int64_t n;
     double* room;  // n × the widest block
     TallBlocks& tall;
+    bool room_holds_product = false;  // `room` is M W on entry
 };
 
 // The w columns of W become M-orthonormal, and M-orthogonal to the `before` columns of B, which are

@@ -1,31 +1,45 @@
-// M-orthonormal vectors.
+// Vectors that are orthonormal in the inner product of the mass matrix.
 #pragma once
 
 #include <cstdint>
 #include <span>
 #include <vector>
 
+#include "analysis/eigen/eigen_problem.h"
+#include "solver/tall_blocks.h"
+
 namespace kestralum {
 
+// n × count, column after column. Functions that return bool are false with the report's status set: stopped,
+// out of memory, or values that are not finite.
 class Basis {
 public:
-    Basis(std::int32_t n, int threads) : n_(n), threads_(threads) {}
+    // Borrows the problem. widest: columns of the blocks that are added.
+    Basis(EigenProblem& problem, std::int32_t widest);
 
     std::int32_t count() const { return static_cast<std::int32_t>(V_.size() / n_); }
+    std::span<const double> vectors() const { return V_; }
     const double* vector(std::int32_t j) const { return V_.data() + std::size_t(j) * n_; }
     void reserve(std::int32_t count) { V_.reserve(std::size_t(count) * n_); }
-    void add(std::span<const double> v) { V_.insert(V_.end(), v.begin(), v.end()); }
 
-    // w -= V c, c = Vᵀ M w; Mw is M w on entry and not changed. Returns |c|².
-    double remove_from(std::span<double> w, std::span<const double> Mw) const;
+    // Takes the block's columns in, orthonormal to each other and to all before; those of which nothing is
+    // left are dropped, so that count() may grow by less than their number, or not at all. product: M times
+    // the block, where it is known.
+    bool add(std::span<const double> block, std::span<const double> product = {});
+    // Takes orthonormal vectors in as they are.
+    void append(std::span<const double> vectors) { V_.insert(V_.end(), vectors.begin(), vectors.end()); }
 
-    // V S for k columns of coordinates, each of the first S.size() / k vectors: n × k.
-    std::vector<double> combine(std::span<const double> S, std::int32_t k) const;
+    // C = [v_first …]ᵀ B, (count - first) × b.
+    bool products(std::int32_t first, std::span<const double> B, std::vector<double>& C);
+    // [v_first …] S, n × k; the vectors of the basis are lost.
+    bool combine(std::int32_t first, std::span<const double> S, std::int32_t k, std::vector<double>& out);
 
 private:
-    std::int32_t n_;
-    int threads_;
-    std::vector<double> V_;  // n × count, column after column
+    EigenProblem& problem_;
+    std::size_t n_;
+    RowTeam team_;
+    TallBlocks tall_;
+    std::vector<double> V_, room_;
 };
 
 }  // namespace kestralum

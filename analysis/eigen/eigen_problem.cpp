@@ -167,6 +167,12 @@ std::int64_t EigenProblem::count_below(double& lambda, double slack) {
     return sound ? factor_->negative_pivots() : unsound_count;
 }
 
+bool EigenProblem::outcome(const RowTeam& team) {
+    if (team.ended() == RowTeam::Ended::out_of_memory)
+        return job_.fail(RunStatus::failed, "not enough memory for this model");
+    return team.ended() == RowTeam::Ended::no || job_.goes_on();
+}
+
 bool EigenProblem::await_files() {
     if (!factor_->await_file(job_)) return false;
     const FactorStatus status = W_ ? W_->await_files() : FactorStatus::ok;

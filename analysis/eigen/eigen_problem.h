@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "analysis/eigen/mass_factor.h"
+#include "solver/row_team.h"
 #include "system/assembly.h"
 
 namespace kestralum {
@@ -42,6 +43,7 @@ public:
 
     std::int32_t n() const { return km_.rows() + border_.nr; }
     double sigma() const { return sigma_; }
+    std::int64_t factor_entries() const { return factor_->free() ? factor_->free()->entries() : 0; }
     // Diagonal entries of equation i.
     double diagonal_k(std::int32_t i) const { return diagonal(i, km_.K_value, border_.K_rr); }
     double diagonal_m(std::int32_t i) const { return diagonal(i, km_.M_value, border_.M_rr); }
@@ -70,6 +72,9 @@ public:
 
     // x := (K - σM)⁻¹ x for k columns; false with the report's status set.
     bool solve(std::span<double> x, std::int32_t k);
+
+    // True while the team works; false with the report's status set where it has ended.
+    bool outcome(const RowTeam& team);
 
     // Waits for the factors' files; false with the report's status set.
     bool await_files();

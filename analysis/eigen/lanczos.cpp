@@ -1,7 +1,5 @@
 #include "analysis/eigen/lanczos.h"
 
-#include <cblas.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -18,15 +16,14 @@ constexpr std::int32_t printed_steps = 100;  // at least: the steps that the con
 constexpr std::int32_t guard_modes = 4;
 constexpr std::int32_t preliminary_steps = 30;
 constexpr int most_restarts = 30;
+// A factor of more entries than this stays in no cache: a solve takes as long as reading it does, and one of
+// ten columns is worth three of one.
+constexpr std::int64_t entries_in_caches = 2'000'000;
+constexpr std::int32_t block_width = 8;
 
-double inner(const std::vector<double>& a, const std::vector<double>& b) {
-    return cblas_ddot(static_cast<int>(a.size()), a.data(), 1, b.data(), 1);
-}
-
-// The modes found so far, with their values.
+// The modes found so far, M-orthonormal, with their values.
 struct Found {
-    Found(std::int32_t n, int threads) : modes(n, threads) {}
-    Basis modes;
+    std::vector<double> modes;  // n × count
     std::vector<double> lambda;
 
     std::vector<double> sorted() const {
@@ -42,66 +39,78 @@ struct Found {
 class Lanczos {
 public:
     Lanczos(EigenProblem& problem, const EigenOptions& options)
-        : problem_(problem),
-          options_(options),
-          found_(problem.n(), problem.job().threads()),
-          random_(19500101) {
+        : problem_(problem), options_(options), random_(19500101) {
         wanted_ = std::min(problem.n(), options.n_mode + guard_modes);
         shown_ = std::max(printed_steps, options.n_mode);
         shift_ = problem.sigma();
+        // who asks for the skyline gets the recurrence of single vectors with it
+        const bool blocks =
+            problem.factor_entries() > entries_in_caches && problem.job().settings.solver != "skyline";
+        width_ = std::min(blocks ? block_width : 1, problem.n());
     }
 
     // A short run with the 0.1 Hz factor, beside the body's rigid motions: the first frequencies, until the
     // one that the second shift is taken from has converged.
     bool preliminary(double& reference) {
-        Basis rigid(problem_.n(), problem_.job().threads());
+        Basis rigid(problem_, 6);
         std::vector<double> motions;  // their λ
         if (!add_rigid_motions(rigid, motions)) return false;
-        Recurrence run(problem_, rigid, preliminary_steps);
+        Recurrence run(problem_, rigid.vectors(), preliminary_steps, width_);
         Estimates found = estimates(run, motions);
-        if (run.start(random_vector())) {
+        if (run.start(random_vectors(width_))) {
             const std::int32_t steps = std::max(preliminary_steps, 2 * std::min(options_.n_mode, 20));
             while (!run.exhausted() && run.steps() < steps && !reference_settled(found)) {
                 if (!run.step()) return false;
                 found = estimates(run, motions);
             }
         }
+        if (!problem_.job().goes_on()) return false;
         for (std::size_t j = 0; j < std::min<std::size_t>(found.lambda.size(), options_.n_mode); ++j)
             problem_.progress().print("n_freq=%lf,[%.5e]\n", frequency_of(found.lambda[j]),
                                       found.residual[j]);
         found.lambda.resize(found.fair);
         reference = reference_frequency(found.lambda, options_, problem_.rounding());
-        return true;
+        std::vector<Ritz> lowest = run.ritz();
+        std::erase_if(lowest, [](const Ritz& ritz) { return !(ritz.theta > 0); });
+        std::ranges::sort(lowest, std::greater(), &Ritz::theta);
+        lowest.resize(std::min<std::size_t>(lowest.size(), width_ - 1));
+        return run.vectors(lowest, estimate_);
     }
 
-    // The run that the console shows, from the start vector given; goes on until enough has converged.
+    // The run that the console shows, from the start vector given, in a block beside the estimates of the
+    // preliminary run; goes on until enough has converged.
     bool main_run(std::vector<double> start) {
         problem_.progress().print("Lanczos Start:\n");
         shift_ = problem_.sigma();
-        Recurrence run(problem_, found_.modes, shown_);
-        if (!run.start(std::move(start))) return true;
+        Recurrence run(problem_, found_.modes, shown_, width_);
+        start.insert(start.end(), estimate_.begin(), estimate_.end());
+        estimate_ = {};
+        const auto columns = static_cast<std::int32_t>(start.size() / problem_.n());
+        const std::vector<double> others = random_vectors(width_ - columns);
+        start.insert(start.end(), others.begin(), others.end());
+        if (!run.start(start)) return problem_.job().goes_on();
         const std::int32_t most = std::min(problem_.n(), 4 * shown_);
         std::int32_t next_look = shown_;
+        bool printed = false;
         while (!run.exhausted() && run.steps() < most) {
             if (!run.step()) return false;
-            const std::int32_t j = run.steps() - 1;
-            if (j < shown_) {
-                problem_.progress().print("%d: %.3e\n", j, run.alpha().back());
-                problem_.progress().print("%d: %.3e, %.3e\n", j, run.alpha().back(), run.beta().back());
-            }
+            if (width_ == 1 && run.steps() <= shown_) print_coefficients(run.tridiagonal(), run.steps() - 1);
             if (run.exhausted())
                 note(
                     "the Lanczos vectors span an invariant subspace after %d steps: the recurrence ends "
                     "there",
                     run.steps());
-            if (run.steps() == shown_ || (run.exhausted() && run.steps() <= shown_)) print_tridiagonal(run);
+            if (!printed && (run.steps() >= shown_ || run.exhausted())) {
+                print_tridiagonal(run);
+                printed = true;
+            }
             if (run.steps() < next_look) continue;
             next_look += 20;
             if (!problem_.job().goes_on()) return false;
             if (count_converged(run.ritz()) >= wanted_) break;
         }
         problem_.progress().print("Calculate mode_vec from Tmat\n");
-        keep_converged(run, wanted_);
+        if (!keep_converged(run, wanted_)) return false;
         problem_.progress().print("Calculate mode_vec\n");
         return true;
     }
@@ -133,7 +142,7 @@ public:
                 "the others",
                 static_cast<long long>(found_.below(gap.lambda)), static_cast<long long>(counted));
             const auto missing = static_cast<std::int32_t>(counted - found_.below(gap.lambda));
-            if (!restart(random_vector(), missing, true)) return false;
+            if (!restart(random_vectors(1), missing, true)) return false;
         }
         report.modes_found = found_.below(gap.lambda);
         report.modes_counted = counted;
@@ -149,8 +158,8 @@ public:
                          [&](std::size_t a, std::size_t b) { return found_.lambda[a] < found_.lambda[b]; });
         for (std::size_t j : order) {
             out.lambda.push_back(found_.lambda[j]);
-            const double* v = found_.modes.vector(static_cast<std::int32_t>(j));
-            out.vectors.insert(out.vectors.end(), v, v + n);
+            const auto v = found_.modes.begin() + std::ptrdiff_t(j * n);
+            out.vectors.insert(out.vectors.end(), v, v + std::ptrdiff_t(n));
         }
     }
 
@@ -187,15 +196,15 @@ private:
 
     // There are as many values as modes, and the reference and what is below it have converged.
     bool reference_settled(const Estimates& found) const {
-        constexpr double good = 1e-9;  // the square of it is the error of the value
+        constexpr double good = 1e-3;  // the square of it is the error of the value
         const std::size_t needed = options_.supported ? 1 : 7;
         return found.lambda.size() >= std::size_t(options_.n_mode) && found.fair >= needed &&
                std::all_of(found.residual.begin(), found.residual.begin() + std::ptrdiff_t(needed),
                            [](double residual) { return residual < good; });
     }
 
-    std::vector<double> random_vector() {
-        std::vector<double> v(problem_.n());
+    std::vector<double> random_vectors(std::int32_t columns) {
+        std::vector<double> v(std::size_t(problem_.n()) * columns);
         for (double& x : v) x = random_.next();
         return v;
     }
@@ -223,20 +232,23 @@ private:
     }
 
     // Keeps the lowest `most` converged pairs.
-    void keep_converged(const Recurrence& run, std::int32_t most) {
+    bool keep_converged(Recurrence& run, std::int32_t most) {
         std::vector<Ritz> all = run.ritz();
         std::erase_if(all, [&](const Ritz& ritz) { return !converged(ritz); });
         std::sort(all.begin(), all.end(),
                   [&](const Ritz& a, const Ritz& b) { return 1 / a.theta < 1 / b.theta; });
         if (all.size() > std::size_t(most)) all.resize(most);
         for (const Ritz& ritz : all) found_.lambda.push_back(lambda_from(ritz));
-        found_.modes.add(run.vectors(all));
+        std::vector<double> modes;
+        if (!run.vectors(all, modes)) return false;
+        found_.modes.insert(found_.modes.end(), modes.begin(), modes.end());
+        return true;
     }
 
     // A run for `missing` more modes: the lowest, or those below the shift.
-    bool restart(std::vector<double> start, std::int32_t missing, bool below) {
-        Recurrence run(problem_, found_.modes, 0);
-        if (!run.start(std::move(start))) return true;
+    bool restart(const std::vector<double>& start, std::int32_t missing, bool below) {
+        Recurrence run(problem_, found_.modes, 0, 1);
+        if (!run.start(start)) return problem_.job().goes_on();
         const std::int32_t most = std::min(problem_.n(), 2 * shown_);
         std::int32_t next_look = 10;
         while (!run.exhausted() && run.steps() < most) {
@@ -246,11 +258,10 @@ private:
             if (!problem_.job().goes_on()) return false;
             if ((below ? count_below(run.ritz()) : count_converged(run.ritz())) >= missing) break;
         }
-        keep_converged(run, missing);
-        return true;
+        return keep_converged(run, missing);
     }
 
-    bool restart_at_random(std::int32_t missing) { return restart(random_vector(), missing, false); }
+    bool restart_at_random(std::int32_t missing) { return restart(random_vectors(1), missing, false); }
 
     bool restart_from_rigid_motions() {
         const std::size_t n = problem_.n();
@@ -263,40 +274,32 @@ private:
 
     // The rigid motions, M-orthonormal, with their Rayleigh quotients.
     bool add_rigid_motions(Basis& rigid, std::vector<double>& lambda) {
-        const std::size_t n = problem_.n();
-        std::vector<double> v(n), Mv(n), Kv(n);
-        for (std::size_t c = 0; c * n < options_.rigid_motions.size(); ++c) {
-            v.assign(options_.rigid_motions.begin() + std::ptrdiff_t(c * n),
-                     options_.rigid_motions.begin() + std::ptrdiff_t((c + 1) * n));
-            for (int pass = 0; pass < 3; ++pass) {
-                problem_.multiply_m(v, Mv, 1);
-                const double size = std::sqrt(inner(v, Mv));
-                if (!(size > 0)) return true;
-                for (std::size_t i = 0; i < n; ++i) {
-                    v[i] /= size;
-                    Mv[i] /= size;
-                }
-                if (pass < 2) rigid.remove_from(v, Mv);
-            }
-            problem_.multiply_k(v, Kv, 1);
-            lambda.push_back(inner(v, Kv));
-            rigid.add(v);
-        }
+        if (!rigid.add(options_.rigid_motions)) return false;
+        std::vector<double> K_motions(rigid.vectors().size()), C;
+        problem_.multiply_k(rigid.vectors(), K_motions, rigid.count());
+        if (!rigid.products(0, K_motions, C)) return false;
+        for (std::int32_t j = 0; j < rigid.count(); ++j) lambda.push_back(C[j * (rigid.count() + 1)]);
         return true;
     }
 
+    void print_coefficients(const Tridiagonal& t, std::int32_t j) {
+        problem_.progress().print("%d: %.3e\n", j, t.alpha[j]);
+        problem_.progress().print("%d: %.3e, %.3e\n", j, t.alpha[j], t.beta[j]);
+    }
+
     void print_tridiagonal(const Recurrence& run) {
-        const std::int32_t m = run.steps();
-        if (m == 0) return;
+        const std::int32_t m = std::min(run.steps(), shown_);
+        const Tridiagonal t = run.tridiagonal();
+        for (std::int32_t j = 0; width_ > 1 && j < m; ++j) print_coefficients(t, j);
         problem_.progress().print("Tmat\n");
         if (problem_.progress().lines_wanted()) {
             std::string text;
             for (std::int32_t i = 0; i < m; ++i) {
                 for (std::int32_t j = 0; j < m; ++j) {
-                    const double t = i == j                 ? run.alpha()[i]
-                                     : std::abs(i - j) == 1 ? run.beta()[std::min(i, j)]
-                                                            : 0.0;
-                    text += formatted("%.3e ", t);
+                    const double entry = i == j                 ? t.alpha[i]
+                                         : std::abs(i - j) == 1 ? t.beta[std::min(i, j)]
+                                                                : 0.0;
+                    text += formatted("%.3e ", entry);
                 }
                 text += "\n";
             }
@@ -308,16 +311,18 @@ private:
         problem_.progress().print("getD\n");
         problem_.progress().print("Calculate eigen values and vectors\n");
         problem_.progress().print("Natural Frequency\n");
-        for (std::size_t j = 0; j < all.size(); ++j)
-            problem_.progress().print("%zu:%e\n", j, frequency_of(lambda_from(all[j])));
+        for (std::int32_t j = 0; j < m; ++j)
+            problem_.progress().print("%d:%e\n", j, frequency_of(lambda_from(all[j])));
     }
 
     EigenProblem& problem_;
     const EigenOptions& options_;
     Found found_;
     FixedRandom random_;
-    std::int32_t wanted_, shown_;
+    std::int32_t wanted_, shown_, width_;
     double shift_;  // of the factor that the runs use
+    std::vector<double>
+        estimate_;  // the lowest modes as the preliminary run leaves them, n × at most width_ - 1
 };
 
 }  // namespace

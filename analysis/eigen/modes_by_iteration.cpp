@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "analysis/eigen/basis.h"
 #include "model/format.h"
 #include "solver/lobpcg.h"
 
@@ -18,20 +19,6 @@ BlockOperator mass_product(EigenProblem& problem) {
         problem.multiply_m(x, y, k);
         return problem.progress().cancelled() ? SolveStatus::cancelled : SolveStatus::ok;
     };
-}
-
-// The rigid motions, M-orthonormal; empty of a supported body.
-std::vector<double> orthonormal_motions(EigenProblem& problem, std::vector<double> rigid) {
-    auto columns = static_cast<std::int32_t>(rigid.size() / problem.n());
-    if (columns == 0) return rigid;
-    RowTeam team(problem.job().threads(), &problem.progress());
-    TallBlocks tall(problem.n(), columns, team);
-    std::vector<double> room(rigid.size());
-    const BlockOperator multiply_m = mass_product(problem);
-    const SolveStatus status =
-        orthonormalise({multiply_m, problem.n(), room.data(), tall}, nullptr, 0, rigid.data(), columns);
-    rigid.resize(status == SolveStatus::ok ? std::size_t(columns) * problem.n() : 0);
-    return rigid;
 }
 
 LobpcgResult search(EigenProblem& problem, IterativeFactor& levels, std::span<const double> rigid,
@@ -86,11 +73,10 @@ bool modes_by_iteration(EigenProblem& problem, const AssembledSystem& system, co
         return job.report().status == RunStatus::done && job.fail(RunStatus::failed, levels.error());
     if (!levels.iterates()) return false;
     job.clock.begin("iterate");
-    const std::vector<double> null_space = orthonormal_motions(problem, options.rigid_motions);
-    if (!job.goes_on()) return false;
-    if (null_space.size() != options.rigid_motions.size())
-        return give_way("the rigid motions are not independent");
-    const LobpcgResult found = search(problem, levels, null_space, options.n_mode - rigid);
+    Basis null_space(problem, rigid);
+    if (!null_space.add(options.rigid_motions)) return false;
+    if (null_space.count() < rigid) return give_way("the rigid motions are not independent");
+    const LobpcgResult found = search(problem, levels, null_space.vectors(), options.n_mode - rigid);
     if (!job.goes_on()) return false;
     if (found.status == SolveStatus::out_of_memory)
         return job.fail(RunStatus::failed, "not enough memory for this model");
@@ -100,7 +86,7 @@ bool modes_by_iteration(EigenProblem& problem, const AssembledSystem& system, co
     if (!good) return give_way("the iteration for the modes does not come to its end");
     pairs.lambda.assign(rigid, 0.0);
     pairs.lambda.insert(pairs.lambda.end(), found.lambda.begin(), found.lambda.end());
-    pairs.vectors = null_space;
+    pairs.vectors.assign(null_space.vectors().begin(), null_space.vectors().end());
     pairs.vectors.insert(pairs.vectors.end(), found.vectors.begin(), found.vectors.end());
     job.report().solver += formatted(", %d iterations", found.iterations);
     job.note("the modes were found by iteration: without a factor their number could not be checked");

@@ -1,5 +1,6 @@
 // Lanczos' recurrence with (K - σM)⁻¹ M in the M inner product, every vector made orthogonal to all former
-// ones.
+// ones: one vector a step, or a block of them (Golub and Underwood, in Mathematical Software III, 1977;
+// Grimes, Lewis and Simon, SIAM J. Matrix Anal. Appl. 15, 1994), where the projected matrix is a band.
 #pragma once
 
 #include <cstdint>
@@ -12,39 +13,54 @@
 namespace kestralum {
 
 struct Ritz {
-    double theta, residual;  // |β s| / |θ|
+    double theta, residual;  // ‖R s‖ / |θ|, R the coupling with the next vectors
     std::vector<double> s;   // coordinates in the basis
+};
+
+// Uᵀ T U of the projected matrix T, U orthogonal with e₁ as its first column: what the recurrence with the
+// first vector alone gives, as far as the space reaches. Of m vectors: α₁ … α_m, β₁ … β_m, the last the
+// coupling with the next ones.
+struct Tridiagonal {
+    std::vector<double> alpha, beta;
+    std::vector<double> U;  // m × m, column after column; empty where T is tridiagonal itself
 };
 
 // One run, orthogonal to the vectors found before.
 class Recurrence {
 public:
-    // Borrows both. room: for so many vectors at first.
-    Recurrence(EigenProblem& problem, Basis& found, std::int32_t room);
+    // found: M-orthonormal vectors, copied. room: for so many vectors at first. widest: of the blocks.
+    Recurrence(EigenProblem& problem, std::span<const double> found, std::int32_t room, std::int32_t widest);
 
-    // Starts from v. False when nothing of it is left beside what was found.
-    bool start(std::vector<double> v);
-    // One step: α and β. False with the report's status set when the solve fails.
+    // Starts from a block of columns. False when nothing of it is left beside what was found, or with the
+    // report's status set.
+    bool start(std::span<const double> block);
+    // One step: a block of vectors more. False with the report's status set when the solve fails.
     bool step();
 
-    bool exhausted() const { return exhausted_; }  // the space is invariant: β is rounding
-    std::int32_t steps() const { return static_cast<std::int32_t>(alpha_.size()); }
-    const std::vector<double>& alpha() const { return alpha_; }
-    const std::vector<double>& beta() const { return beta_; }
-    // Eigenpairs of the tridiagonal matrix, ascending in θ.
+    bool exhausted() const { return exhausted_; }  // the space is invariant: what is left is rounding
+    std::int32_t steps() const { return steps_; }  // vectors that the operator was applied to
+    Tridiagonal tridiagonal() const;
+    // Eigenpairs of the projected matrix, ascending in θ.
     std::vector<Ritz> ritz() const;
-    // V s for each pair: n × pairs.
-    std::vector<double> vectors(std::span<const Ritz> pairs) const;
+    // V s for each pair: n × pairs. The run is over after it.
+    bool vectors(std::span<const Ritz> pairs, std::vector<double>& out);
 
 private:
-    double size_of_w() const;
-    double orthogonalise();
-    void take(double size);
+    // Of the projected matrix: the block's own columns and their coupling with the next block.
+    struct Block {
+        std::int32_t first, width, next;
+        std::vector<double> A;  // width × width, symmetric
+        std::vector<double> R;  // next × width
+    };
+    std::int32_t begin_block(std::int32_t first);
+    std::vector<double> last_coupling(std::span<const double> s) const;
 
     EigenProblem& problem_;
-    Basis& found_;
-    Basis basis_;
-    std::vector<double> v_, Mv_, w_, Mw_, alpha_, beta_;
+    Basis basis_;         // what was found, then the run's vectors
+    std::int32_t found_;  // vectors found before
+    std::vector<Block> blocks_;
+    std::vector<double> MV_, W_;  // M times the last block; room
+    std::int32_t steps_ = 0;
     bool exhausted_ = false;
 };
 

@@ -7,8 +7,8 @@
 #include <cmath>
 #include <numeric>
 
-#include "analysis/eigen/tall.h"
 #include "model/format.h"
+#include "solver/tall_blocks.h"
 
 namespace kestralum {
 
@@ -19,15 +19,8 @@ constexpr std::int32_t most_rounds = 100;
 constexpr std::int32_t reshift_round = 5;
 constexpr std::int32_t most_guard_rounds = 40;
 
-// C = Aᵀ B for two n × p blocks, symmetrised: p × p.
-TNT::Array2D<double> inner_products(const std::vector<double>& A, const std::vector<double>& B, int n, int p,
-                                    int threads) {
-    const std::vector<double> c = tall_inner(A, B, n, threads);
-    TNT::Array2D<double> C(p, p);
-    for (int i = 0; i < p; ++i)
-        for (int j = 0; j < p; ++j) C[i][j] = 0.5 * (c[i + p * j] + c[j + p * i]);
-    return C;
-}
+// A pair whose residual is a thousandth of what a mode of few digits has: the iteration leaves it as it is.
+constexpr double settled_residual = 1e-9;
 
 // The projected problem K q = λ M q through the Cholesky factor of M: λ ascending and Q (p × p,
 // column after column) with Qᵀ M Q = I. False when the vectors that M comes from are nearly dependent.
@@ -92,7 +85,12 @@ bool solve_projected(const TNT::Array2D<double>& K, const TNT::Array2D<double>& 
 // X and B = M X for the set, with the room of one round.
 class Iteration {
 public:
-    Iteration(EigenProblem& problem, std::int32_t p) : problem_(problem), n_(problem.n()), p_(p) {
+    Iteration(EigenProblem& problem, std::int32_t p)
+        : problem_(problem),
+          n_(problem.n()),
+          p_(p),
+          team_(problem.job().threads(), &problem.progress()),
+          tall_(n_, p_, team_) {
         X_.resize(std::size_t(n_) * p_);
         B_ = X_;
         Y_ = X_;
@@ -103,38 +101,97 @@ public:
     std::vector<double>& lambda() { return lambda_; }
     std::vector<double>& X() { return X_; }
 
-    // Y = (K - σM)⁻¹ B, projection on Y, X = Y Q.
+    // Y = (K - σM)⁻¹ B, projection on Y, X = Y Q. The lowest columns that have settled are solutions but for
+    // a factor.
     bool round() {
-        Y_ = B_;
-        if (!problem_.solve(Y_, p_)) return false;
-        problem_.multiply_m(Y_, MY_, p_);
-        if (project_on_Y()) return true;
+        const std::size_t from = std::size_t(n_) * locked_;
+        const std::int32_t left = p_ - locked_;
+        std::copy(B_.begin() + std::ptrdiff_t(from), B_.end(), Y_.begin() + std::ptrdiff_t(from));
+        if (!problem_.solve(std::span(Y_).subspan(from), left)) return false;
+        problem_.multiply_m(std::span(Y_).subspan(from), std::span(MY_).subspan(from), left);
+        for (std::int32_t j = 0; j < locked_; ++j)
+            for (std::size_t i = std::size_t(j) * n_; i < std::size_t(j + 1) * n_; ++i) {
+                Y_[i] = X_[i] / (lambda_[j] - problem_.sigma());
+                MY_[i] = B_[i] / (lambda_[j] - problem_.sigma());
+            }
+        const std::vector<double> before = lambda_;
+        if (!find_settled()) return false;
+        bool projected = false;
+        if (!project_on_Y(projected)) return false;
+        if (projected) {
+            unlock_moved(before);
+            return true;
+        }
+        locked_ = 0;
         orthonormalise();
-        if (project_on_Y()) return true;
-        return problem_.job().fail(RunStatus::failed, "the vectors of the subspace iteration are not finite");
+        if (!project_on_Y(projected)) return false;
+        return projected || fail();
     }
 
     // Projection of K itself on the set as it stands.
     bool project_last() {
-        Y_ = X_;
-        MY_ = B_;
-        std::vector<double> KX(X_.size());
-        problem_.multiply_k(X_, KX, p_);
-        if (project(products(X_, KX), products(X_, B_))) return true;
-        return problem_.job().fail(RunStatus::failed, "the vectors of the subspace iteration are not finite");
+        problem_.multiply_k(X_, MY_, p_);
+        TNT::Array2D<double> K(p_, p_), M(p_, p_);
+        if (!products(X_, MY_, K) || !products(X_, B_, M)) return false;
+        Y_.swap(X_);
+        MY_.swap(B_);
+        bool projected = false;
+        return project(K, M, projected) && (projected || fail());
     }
 
 private:
-    TNT::Array2D<double> products(const std::vector<double>& A, const std::vector<double>& B) const {
-        return inner_products(A, B, n_, p_, problem_.job().threads());
+    bool fail() {
+        return problem_.job().fail(RunStatus::failed, "the vectors of the subspace iteration are not finite");
     }
 
-    // (K - σM) Y = B, so that Yᵀ K Y = Yᵀ B + σ Yᵀ M Y.
-    bool project_on_Y() {
-        TNT::Array2D<double> K = products(Y_, B_), M = products(Y_, MY_);
+    // C = Aᵀ B, symmetrised. False with the report's status set.
+    bool products(const std::vector<double>& A, const std::vector<double>& B, TNT::Array2D<double>& C) {
+        std::vector<double> c(std::size_t(p_) * p_);
+        if (!tall_.gram(A.data(), p_, B.data(), p_, c)) return problem_.outcome(team_);
+        for (std::int32_t i = 0; i < p_; ++i)
+            for (std::int32_t j = 0; j < p_; ++j)
+                C[i][j] = 0.5 * (c[i + std::size_t(p_) * j] + c[j + std::size_t(p_) * i]);
+        return true;
+    }
+
+    // Locks the lowest columns that the operator leaves as they are, up to a gap in the spectrum: within a
+    // cluster the projection may turn them into their neighbours.
+    bool find_settled() {
+        if (lambda_.empty()) return true;  // the first round
+        std::vector<double> sums(2 * std::size_t(p_));
+        const double sigma = problem_.sigma();
+        const bool went_on = tall_.sum_rows(2 * p_, sums, [&](std::int64_t i, double* sum) {
+            for (std::int32_t j = locked_; j < p_; ++j) {
+                const std::size_t at = std::size_t(j) * n_ + std::size_t(i);
+                const double change = Y_[at] * (lambda_[j] - sigma) - X_[at];
+                sum[2 * j] += change * change;
+                sum[2 * j + 1] += X_[at] * X_[at];
+            }
+        });
+        if (!went_on) return problem_.outcome(team_);
+        while (locked_ < p_ && sums[2 * locked_] < std::pow(settled_residual, 2) * sums[2 * locked_ + 1])
+            ++locked_;
+        while (locked_ > 0 &&
+               (locked_ == p_ || lambda_[locked_] - lambda_[locked_ - 1] < 1e-3 * std::abs(lambda_[locked_])))
+            --locked_;
+        return true;
+    }
+
+    // A locked column whose value moves has another mode come in below or beside it.
+    void unlock_moved(const std::vector<double>& before) {
+        for (std::int32_t j = 0; j < locked_; ++j)
+            if (!(std::abs(lambda_[j] - before[j]) <= 1e-9 * std::abs(before[j]) + problem_.rounding()))
+                locked_ = j;
+    }
+
+    // (K - σM) Y = B, so that Yᵀ K Y = Yᵀ B + σ Yᵀ M Y. Here and in project(): false with the report's status
+    // set; `projected` is false where the vectors of Y are nearly dependent.
+    bool project_on_Y(bool& projected) {
+        TNT::Array2D<double> K(p_, p_), M(p_, p_);
+        if (!products(Y_, B_, K) || !products(Y_, MY_, M)) return false;
         for (int i = 0; i < p_; ++i)
             for (int j = 0; j < p_; ++j) K[i][j] += problem_.sigma() * M[i][j];
-        return project(K, M);
+        return project(K, M, projected);
     }
 
     // Makes Y M-orthonormal column by column (Gram-Schmidt, twice), B following it: where a few
@@ -190,18 +247,23 @@ private:
             }
     }
 
-    bool project(const TNT::Array2D<double>& K, const TNT::Array2D<double>& M) {
+    bool project(const TNT::Array2D<double>& K, const TNT::Array2D<double>& M, bool& projected) {
         std::vector<double> Q;
-        if (!solve_projected(K, M, lambda_, Q)) return false;
-        const int threads = problem_.job().threads();
-        tall_combine(Y_, Q, n_, p_, X_, threads);
-        tall_combine(MY_, Q, n_, p_, Y_, threads);  // M X = (M Y) Q; Y is not needed any more
-        B_.swap(Y_);
+        projected = solve_projected(K, M, lambda_, Q);
+        if (!projected) return true;
+        // M X = (M Y) Q
+        if (!tall_.combine(Y_.data(), p_, Q, p_) || !tall_.combine(MY_.data(), p_, Q, p_))
+            return problem_.outcome(team_);
+        X_.swap(Y_);
+        B_.swap(MY_);
         return true;
     }
 
     EigenProblem& problem_;
     std::int32_t n_, p_;
+    RowTeam team_;
+    TallBlocks tall_;
+    std::int32_t locked_ = 0;  // columns that have settled, the lowest
     FixedRandom random_{20240117};
     std::vector<double> X_, B_, Y_, MY_, lambda_;
 };

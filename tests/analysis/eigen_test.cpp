@@ -166,5 +166,52 @@ TEST_F(EigenAnalysis, LanczosPrintsTheCoefficientsOfTheOperator) {
     EXPECT_NEAR(beta, std::sqrt(square - exact * exact), 1e-3 * beta);
 }
 
+// α and β as the console shows them.
+std::vector<std::array<double, 2>> coefficients(const std::string& lines) {
+    std::vector<std::array<double, 2>> out;
+    const char* at = lines.data() + lines.find("Lanczos Start:");
+    int step = 0, length = 0;
+    std::array<double, 2> values{};
+    at += std::string("Lanczos Start:\n").size();
+    while (std::sscanf(at, "%*d: %*f\n%d: %lf, %lf\n%n", &step, &values[0], &values[1], &length) == 3) {
+        EXPECT_EQ(step, static_cast<int>(out.size()));
+        out.push_back(values);
+        at += length;
+    }
+    return out;
+}
+
+// A factor that stays in no cache: the vectors come in blocks. The modes are those of single vectors, double
+// ones without a second run, and so is the tridiagonal matrix until its first pairs converge.
+TEST_F(EigenAnalysis, BlocksOfLanczosVectorsGiveTheModesOfSingleOnes) {
+    for (const std::string& support : {foot, std::string()}) {
+        const std::string text = model_text(12, rect("b", "1 1 1.2", "10 10 17"), support);
+        settings.solver = "skyline";
+        const auto single = run_complete(analyse_eigen_lanczos, text);
+        const auto expected = coefficients(said.lines);
+        said.lines.clear();
+        settings.solver = "auto";
+        const auto blocks = run_complete(analyse_eigen_lanczos, text);
+        const auto printed = coefficients(said.lines);
+        said.lines.clear();
+        ASSERT_EQ(single.modes.size(), blocks.modes.size());
+        EXPECT_EQ(zero_modes(blocks), support.empty() ? 6 : 0);
+        for (std::size_t j = support.empty() ? 6 : 0; j < single.modes.size(); ++j) {
+            const double f = single.modes[j].frequency;
+            EXPECT_NEAR(blocks.modes[j].frequency, f, 1e-9 * f);
+            EXPECT_LT(blocks.modes[j].residual, 1e-8);
+        }
+        ASSERT_EQ(expected.size(), 100u);
+        ASSERT_EQ(printed.size(), 100u);
+        for (int j = 0; j < 5; ++j)
+            for (int c = 0; c < 2; ++c)
+                EXPECT_NEAR(printed[j][c], expected[j][c], 2e-3 * std::abs(expected[0][0])) << j;
+        EXPECT_NE(printed[60], expected[60]) << "no blocks were taken";
+        if (!support.empty()) {
+            EXPECT_FALSE(testing::contains(blocks.remarks.notices, "orthogonal to the former ones"));
+        }
+    }
+}
+
 }  // namespace
 }  // namespace kestralum

@@ -5,6 +5,7 @@
 #include "analysis/static/static_analysis.h"
 #include "input/analysis_info_reader.h"
 #include "support/analysis_run.h"
+#include "system/assembly.h"
 
 namespace kestralum::testing {
 
@@ -92,6 +93,35 @@ TEST_F(ShippedModels, BendAndStretchAsDocumented) {
     }
     const double twist = (displacement(0.04, 0.02, 0.81)[1] - displacement(0, 0.02, 0.81)[1]) / 0.04;
     expect_documented("twist of the rigid end", twist, 4.73e-3, 1e-5, 4.81e-3, 0.02);
+}
+
+// ‖F - K u‖ / (‖K‖ ‖u‖ + ‖F‖), ‖K‖ its largest row.
+TEST_F(ShippedModels, TheSparseFactorSolvesPartsToTheLastDigits) {
+    for (const char* name : {"netgen_part_o2", "plate_hole", "bracket"}) {
+        settings.solver = "sparse";
+        analyse_shipped(name, analyse_static);
+        ASSERT_TRUE(result.report.solver.ends_with(": sparse")) << result.report.solver;
+        AssembledSystem system;
+        kestralum::Run again;
+        Job job{model, settings, options, said, again};
+        ASSERT_TRUE(make_run_mesh(job, Renumbering::by_settings, system.freedoms) &&
+                    assemble_system(job, system));
+        const SparseKM& km = system.km;
+        std::vector<double> u, F;
+        for (const std::int32_t dof : system.freedoms.numbering.free_dofs) {
+            u.push_back(frame().mode_vec[dof]);
+            F.push_back(result.load[dof]);
+        }
+        std::vector<double> r(u.size());
+        multiply(km, km.K_value, u, r);
+        double row = 0;
+        for (std::int32_t i = 0; i < km.rows(); ++i) {
+            r[i] -= F[i];
+            row = std::max(row, norm(std::span(km.K_value).subspan(km.row_start[i], km.row_count[i])));
+        }
+        EXPECT_GT(norm(F), 0);
+        EXPECT_LT(norm(r), 1e-14 * (row * norm(u) + norm(F))) << name;
+    }
 }
 
 TEST_F(ShippedModels, AHoleConcentratesStressAndATurnedBracketBendsAlike) {
