@@ -114,6 +114,8 @@ bool EigenProblem::start_vector_through_w(std::vector<double>& start) {
     if (!skyline) {  // without the profile of W its diagonal stands for it
         for (std::int32_t i = 0; i < km_.rows(); ++i) start[i] /= std::sqrt(diagonal_m(i));
         progress().print("LU M_sparse complete\n");
+        --report().factorizations;
+        job_.clock.begin("iterate");
         return true;
     }
     const SkylineFactor& like = *skyline;
