@@ -139,6 +139,7 @@ bool EigenProblem::start_through_whole_w(const SkylineFactor& like, std::span<do
     W_.reset();
     FactorOptions options = like.options();
     options.file_stem = mass_stem;
+    options.write_last = false;
     SkylineFactor W(like.profile(), like.divisions(), options);
     const auto fail = [&](const char* what) { return job_.fail(RunStatus::failed, what + W.error()); };
     const FactorStatus status = W.factor_ww(km_, km_.M_value, progress());
