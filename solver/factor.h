@@ -40,8 +40,8 @@ public:
         return solve(x, k, progress);
     }
 
-    // No other factor follows in this run: what the last one leaves on disk may be written now, beside the rest of
-    // the run.
+    // No other factor follows in this run: what the last one leaves on disk may be written now, beside the
+    // rest of the run.
     virtual void begin_files() {}
     // Waits for what is still to be written of the factor, and says how that went.
     virtual FactorStatus await_files() { return FactorStatus::ok; }

@@ -229,6 +229,10 @@ void MultifrontalFactor::factor_front(Walk& walk, std::int32_t s) {
     const std::int64_t doubles = trapezoid_doubles(f.rows, f.columns);
     double* const panel = options_.keep_in_memory ? panels_.get() + f.panel : take(walk, doubles);
     if (!panel) return;
+    const auto give_back = [&walk](double* taken) { walk.pool.give(taken); };
+    // also where memory ends on the way
+    const std::unique_ptr<double, decltype(give_back)> passing(options_.keep_in_memory ? nullptr : panel,
+                                                               give_back);
     const bool large = f.work > large_front;
     const std::int32_t tiles = tiles_of(f.columns);
 #pragma omp taskgroup
@@ -242,11 +246,8 @@ void MultifrontalFactor::factor_front(Walk& walk, std::int32_t s) {
         walk.pool.give(walk.left[c]);
         walk.left[c] = nullptr;
     }
-    if (!options_.keep_in_memory) {
-        if (!walk.ended() && !file_->write(panel, f.panel, doubles, [&] { return ends(walk); }))
-            walk.end(FactorStatus::file_failed);
-        walk.pool.give(panel);
-    }
+    if (passing && !walk.ended() && !file_->write(panel, f.panel, doubles, [&] { return ends(walk); }))
+        walk.end(FactorStatus::file_failed);
     const std::int64_t before = walk.done.fetch_add(f.columns), after = before + f.columns;
     const std::int64_t n = tree_.size(), part = n / 100 + 1;  // a counter line each hundredth
     if (walk.lines && after / part != before / part) walk.lines->counter(after, n);
