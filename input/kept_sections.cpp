@@ -38,6 +38,7 @@ std::vector<std::string> kept_sections(const Model& former, const ModelSections&
         {Keyword::rigid_element, !former.rigid_elements.empty()},
         {Keyword::rigid_force, !former.rigid_forces.empty()},
         {Keyword::rigid_combine, !former.rigid_combines.empty()},
+        {Keyword::set_info, !former.sets.empty()},
     };
     std::vector<std::string> kept;
     for (const auto& [keyword, held] : tables)

@@ -6,11 +6,16 @@
 
 namespace kestralum {
 
+namespace {
+
+constexpr std::size_t support_fields = 9, set_support_fields = 3;
+}  // namespace
+
 void read_boundary_condition(const FileSection& section, Model& model, InputRemarks& remarks,
                              Progress& progress) {
     static constexpr std::array<std::string_view, 3> selections{"plane", "area", "volume"};
     echo_tokens(section.tokens, progress);
-    const auto records = records_of(section, 9, remarks);
+    const auto records = records_or_sets(section, support_fields, set_support_fields, remarks);
     const RecordFields fields(model.parameters, remarks);
     progress.print("bc_num=%zu\n", records.size());
     std::vector<BoundaryCondition> conditions;
@@ -22,6 +27,14 @@ void read_boundary_condition(const FileSection& section, Model& model, InputRema
         bc.name = fields.name(record[0], name_text_width);
         names.add(record[0], bc.name);
         bc.selection_word = truncate_text(record[1].text, name_text_width);
+        if (bc.selection_word == set_word) {
+            bc.kind = Selection::volume;
+            bc.axis_word = axis_words[0];
+            bc.set_name = fields.name(record[2], name_text_width);
+            progress.print("%d:%s, %s, %s\n", bc.id, bc.name.c_str(), bc.selection_word.c_str(),
+                           bc.set_name.c_str());
+            continue;
+        }
         bc.kind = static_cast<Selection>(fields.word(record[1], selections, "a selection"));
         bc.axis_word = truncate_text(record[2].text, name_text_width);
         bc.axis = fields.word(record[2], axis_words, "an axis");
@@ -38,7 +51,7 @@ void read_boundary_condition(const FileSection& section, Model& model, InputRema
 
 namespace {
 
-constexpr std::size_t node_force_fields = 7, area_force_fields = 10;
+constexpr std::size_t node_force_fields = 7, area_force_fields = 10, set_force_fields = 5;
 
 // Its kind decides how many tokens a force has; a kind that is not understood ends the counting.
 std::vector<std::span<const Token>> force_records(const FileSection& section, InputRemarks& remarks) {
@@ -47,12 +60,12 @@ std::vector<std::span<const Token>> force_records(const FileSection& section, In
     std::size_t at = 0, length = node_force_fields;
     while (at + 1 < tokens.size()) {
         const std::string_view kind = tokens[at + 1].text;
-        if (kind != "node" && kind != "area") {
+        if (kind != "node" && kind != "area" && kind != set_word) {
             remarks.expected(tokens[at + 1],
-                             "a kind of force (node, area); the section cannot be read further");
+                             "a kind of force (node, area, set); the section cannot be read further");
             return records;
         }
-        length = kind == "area" ? area_force_fields : node_force_fields;
+        length = kind == "area" ? area_force_fields : kind == set_word ? set_force_fields : node_force_fields;
         if (at + length > tokens.size()) break;
         records.push_back(tokens.subspan(at, length));
         at += length;
@@ -65,11 +78,13 @@ AppliedForce read_force(std::span<const Token> record, const RecordFields& field
     AppliedForce force;
     force.name = fields.name(record[0], name_text_width);
     force.kind_word = record[1].text;
-    force.kind = force.kind_word == "area" ? ForceKind::area : ForceKind::node;
+    force.kind = force.kind_word == "node" ? ForceKind::node : ForceKind::area;
     force.axis_word = truncate_text(record[2].text, name_text_width);
     force.axis = fields.word(record[2], axis_words, "an axis");
     force.value = fields.number(record[3]);
-    if (force.kind == ForceKind::node) {
+    if (force.kind_word == set_word) {
+        force.set_name = fields.name(record[4], name_text_width);
+    } else if (force.kind == ForceKind::node) {
         force.point = fields.numbers<3>(record.subspan(4));
     } else {
         force.box = fields.numbers<6>(record.subspan(4));
@@ -82,6 +97,10 @@ void list_force(const AppliedForce& force, std::span<const Token> record, Progre
     progress.print("%d:%s %s %s", force.id, force.name.c_str(), force.kind_word.c_str(),
                    force.axis_word.c_str());
     std::string line = ":" + std::string(record[3].text) + formatted("=%.3e", force.value);
+    if (!force.set_name.empty()) {
+        progress.write(line + " " + force.set_name);
+        return;
+    }
     const std::span<const double> place = force.kind == ForceKind::node ? std::span<const double>(force.point)
                                                                         : std::span<const double>(force.box);
     for (std::size_t k = 0; k < place.size(); ++k)

@@ -99,6 +99,8 @@ void convert_section(const FileSection& section, const OverrideTable& overrides,
             return read_rigid_force(section, model, remarks, progress);
         case Keyword::rigid_combine:
             return read_rigid_combine(section, model, remarks, progress);
+        case Keyword::set_info:
+            return read_set_info(section, model, remarks, progress);
         case Keyword::comment:
         case Keyword::end:
             return;
@@ -184,11 +186,36 @@ bool read_tables(const std::string& text, std::span<const ParameterOverride> ove
     return remarks.ok();
 }
 
+// The boxes of records that select by a set; an error where the set does not exist or is empty.
+void resolve_sets(Model& model, InputRemarks& remarks) {
+    const auto resolve = [&](const std::string& user, const std::string& name, std::array<double, 6>& box) {
+        if (name.empty()) return;
+        const MeshSet* set = find_set(model.mesh, name);
+        if (!set)
+            remarks.error(user + ": no set or group of an imported mesh has the name " + name);
+        else if (set->nodes.empty())
+            remarks.error(user + ": the set " + name + " is empty");
+        else
+            box = measure_set(model.mesh, *set).box;
+    };
+    for (BoundaryCondition& record : model.boundary_conditions)
+        resolve("support " + record.name, record.set_name, record.box);
+    for (AppliedForce& record : model.forces) resolve("force " + record.name, record.set_name, record.box);
+    for (RigidElement& record : model.rigid_elements)
+        resolve("rigid element " + record.name, record.set_name, record.region);
+}
+
 bool mesh_model(Model& model, InputRemarks& remarks, Progress& progress) {
     Remarks of_mesh;
     build_mesh(model.parts, model.model_file_name, model.mesh, of_mesh, progress);
     for (const std::string& text : of_mesh.errors) remarks.error(text);
     for (const std::string& text : of_mesh.notices) remarks.notice(text);
+    if (!remarks.ok()) return false;
+    Remarks of_sets;
+    define_sets(model.sets, model.parts, model.mesh, of_sets, progress);
+    for (const std::string& text : of_sets.errors) remarks.error(text);
+    if (progress.cancelled()) return false;
+    if (remarks.ok()) resolve_sets(model, remarks);
     if (!remarks.ok()) return false;
     progress.print("PART_O\n");
     model.parts_o = model.parts;

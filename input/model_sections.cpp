@@ -25,6 +25,7 @@ constexpr KeywordRow keyword_rows[] = {
     {"rigid_element", Keyword::rigid_element},
     {"rigid_force", Keyword::rigid_force},
     {"rigid_combine", Keyword::rigid_combine},
+    {"set_info", Keyword::set_info},
     {"%", Keyword::comment},
     {"END", Keyword::end},
 };

@@ -21,6 +21,7 @@ enum class Keyword {
     rigid_element,
     rigid_force,
     rigid_combine,
+    set_info,
     comment,
     end,
 };

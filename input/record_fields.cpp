@@ -61,6 +61,21 @@ void notice_empty_box(const Token& name, std::span<const double, 6> box, int ign
     }
 }
 
+std::vector<std::span<const Token>> records_or_sets(const FileSection& section, std::size_t length,
+                                                    std::size_t with_set, InputRemarks& remarks) {
+    const std::span<const Token> tokens(section.tokens);
+    std::vector<std::span<const Token>> records;
+    std::size_t at = 0, expected = length;
+    while (at < tokens.size()) {
+        expected = at + 1 < tokens.size() && tokens[at + 1].text == set_word ? with_set : length;
+        if (at + expected > tokens.size()) break;
+        records.push_back(tokens.subspan(at, expected));
+        at += expected;
+    }
+    check_section_end(section, tokens.size() - at, expected, remarks);
+    return records;
+}
+
 void check_section_end(const std::string& name, const Token& closing, std::size_t left_over,
                        std::size_t length, InputRemarks& remarks) {
     if (left_over > 0)

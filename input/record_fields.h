@@ -85,6 +85,11 @@ std::vector<std::span<const Token>> records_of(const FileSection& section, std::
 std::vector<std::span<const Token>> records_of(const std::string& name, std::span<const Token> tokens,
                                                const Token& closing, std::size_t length,
                                                InputRemarks& remarks);
+// The same for records of `length` tokens, or of `with_set` where the second token is the word "set": such a
+// record names a set in place of its coordinates.
+inline constexpr std::string_view set_word = "set";
+std::vector<std::span<const Token>> records_or_sets(const FileSection& section, std::size_t length,
+                                                    std::size_t with_set, InputRemarks& remarks);
 void check_section_end(const FileSection& section, std::size_t left_over, std::size_t length,
                        InputRemarks& remarks);
 

@@ -18,11 +18,18 @@ std::array<double, 6> read_round_region(const Token& name, std::span<const Token
     return region;
 }
 
+constexpr std::size_t element_fields = 11, set_element_fields = 6;
+
 RigidElement read_element(std::span<const Token> record, const RecordFields& fields) {
     static constexpr std::array<std::string_view, 2> selections{"area", "round"};
     RigidElement element;
     element.name = fields.name(record[0], name_text_width);
     element.selection_word = truncate_text(record[1].text, name_text_width);
+    if (element.selection_word == set_word) {
+        element.reference = fields.numbers<3>(record.subspan(2));
+        element.set_name = fields.name(record[5], name_text_width);
+        return element;
+    }
     element.kind = static_cast<RigidSelection>(fields.word(record[1], selections, "a selection"));
     element.reference = fields.numbers<3>(record.subspan(2));
     if (element.kind == RigidSelection::round) {
@@ -52,7 +59,7 @@ std::int32_t find_rigid_element(const std::vector<RigidElement>& elements, std::
 
 void read_rigid_element(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
     echo_tokens(section.tokens, progress);
-    const auto records = records_of(section, 11, remarks);
+    const auto records = records_or_sets(section, element_fields, set_element_fields, remarks);
     const RecordFields fields(model.parameters, remarks);
     progress.print("rigid_element_num=%zu\n", records.size());
     progress.print("Rigid_Element\n");

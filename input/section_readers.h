@@ -21,6 +21,7 @@ void read_material_info(const FileSection& section, Model& model, InputRemarks& 
 void read_parameter(const FileSection& section, const OverrideTable& overrides, Model& model,
                     InputRemarks& remarks, Progress& progress);
 void read_part_info(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress);
+void read_set_info(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress);
 void read_boundary_condition(const FileSection& section, Model& model, InputRemarks& remarks,
                              Progress& progress);
 void read_apply_force(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress);

@@ -11,11 +11,6 @@
 
 namespace kestralum {
 
-struct ElementFace {
-    std::int32_t element;  // 0-based
-    std::int32_t face;     // row of the kind's face table
-};
-
 // Faces whose corner nodes no other element shares, in element order. O(faces).
 // With a `progress` that is cancelled meanwhile: at once, without a face.
 std::vector<ElementFace> free_faces(const Mesh& mesh, const Progress* progress = nullptr);

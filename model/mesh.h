@@ -2,14 +2,29 @@
 #pragma once
 
 #include <array>
+#include <compare>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "model/element_kind.h"
 #include "model/records.h"
 
 namespace kestralum {
+
+struct ElementFace {
+    std::int32_t element;  // 0-based
+    std::int32_t face;     // row of the kind's face table
+    auto operator<=>(const ElementFace&) const = default;
+};
+
+// A named set of a mesh.
+struct MeshSet {
+    std::string name;
+    std::vector<std::int32_t> nodes;  // 0-based, ascending
+    std::vector<ElementFace> faces;   // ascending
+};
 
 // Node n (0-based) owns degrees of freedom 3n, 3n+1, 3n+2.
 struct Mesh {
@@ -21,8 +36,9 @@ struct Mesh {
     // Facets of STL parts: drawn and exported, no solid elements and not in `connectivity`.
     std::vector<std::int32_t> surface_facets;   // facets × 3, 1-based node numbers
     std::vector<std::int32_t> surface_part_id;  // facets: index of the facet's part
-    std::array<double, 6> size_info{};          // xmin ymin zmin xmax ymax zmax of all nodes, m
-    double max_length = 1.0;                    // largest edge of that box, m
+    std::vector<MeshSet> sets;
+    std::array<double, 6> size_info{};  // xmin ymin zmin xmax ymax zmax of all nodes, m
+    double max_length = 1.0;            // largest edge of that box, m
 
     std::int32_t node_num() const { return static_cast<std::int32_t>(coordinates.size() / 3); }
     std::int32_t dof_num() const { return 3 * node_num(); }

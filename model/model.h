@@ -7,6 +7,7 @@
 
 #include "model/explicit_records.h"
 #include "model/mesh.h"
+#include "model/mesh_sets.h"
 #include "model/records.h"
 
 namespace kestralum {
@@ -44,6 +45,7 @@ struct Model {
     std::vector<Parameter> parameters;
     std::vector<Part> parts;    // PART: working parts
     std::vector<Part> parts_o;  // PART_O: parts as read
+    std::vector<SetDefinition> sets;
     std::vector<BoundaryCondition> boundary_conditions;
     std::vector<AppliedForce> forces;
     std::vector<RigidElement> rigid_elements;

@@ -96,6 +96,7 @@ struct BoundaryCondition {
     Selection kind = Selection::plane;
     std::int32_t axis = 0;        // normal of the selecting plane: 0 x, 1 y, 2 z
     std::array<double, 6> box{};  // xmin xmax ymin ymax zmin zmax, m
+    std::string set_name;  // not empty: the nodes of this set are selected, `box` is the box around them
 };
 
 enum class ForceKind : std::int32_t { node = 0, area = 1 };
@@ -110,6 +111,7 @@ struct AppliedForce {
     double value = 0;               // total force, N
     std::array<double, 3> point{};  // kind node: place, m
     std::array<double, 6> box{};    // kind area: xmin xmax ymin ymax zmin zmax, m
+    std::string set_name;  // kind area, not empty: the nodes of this set, `box` is the box around them
 };
 
 enum class RigidSelection : std::int32_t { area = 0, round = 1 };
@@ -123,6 +125,7 @@ struct RigidElement {
     // area: xmin xmax ymin ymax zmin zmax; round: centre x y z, radius, axis (0, 1, 2),
     // half thickness along the axis (m)
     std::array<double, 6> region{};
+    std::string set_name;  // kind area, not empty: the nodes of this set, `region` is the box around them
 };
 
 enum class RigidDirection : std::int32_t { x = 0, y = 1, z = 2, rx = 3, ry = 4, rz = 5, normal = 6 };

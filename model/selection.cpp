@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include "model/mesh_sets.h"
+
 namespace kestralum {
 
 namespace {
@@ -19,6 +21,12 @@ std::vector<std::int32_t> nodes_where(const Mesh& mesh, const Test& test) {
     for (std::int32_t n = 0; n < mesh.node_num(); ++n)
         if (test(n, mesh.node(n))) nodes.push_back(n);
     return nodes;
+}
+
+// Nodes of a set; none where the mesh has no such set, as that of a result file.
+std::vector<std::int32_t> nodes_of_set(const Mesh& mesh, const std::string& name) {
+    const MeshSet* set = find_set(mesh, name);
+    return set ? set->nodes : std::vector<std::int32_t>{};
 }
 
 bool on_plane(const BoundaryCondition& record, const double* x) {
@@ -64,6 +72,7 @@ bool strictly_in_box(const double* x, const std::array<double, 6>& box, double m
 }
 
 std::vector<std::int32_t> select_nodes(const BoundaryCondition& record, const Mesh& mesh) {
+    if (!record.set_name.empty()) return nodes_of_set(mesh, record.set_name);
     return nodes_where(mesh, [&](std::int32_t, const double* x) {
         switch (record.kind) {
             case Selection::plane:
@@ -78,12 +87,14 @@ std::vector<std::int32_t> select_nodes(const BoundaryCondition& record, const Me
 }
 
 std::vector<std::int32_t> select_nodes(const AppliedForce& record, const Mesh& mesh) {
+    if (!record.set_name.empty()) return nodes_of_set(mesh, record.set_name);
     return nodes_where(
         mesh, [&](std::int32_t, const double* x) { return strictly_in_box(x, record.box, force_tolerance); });
 }
 
 std::vector<std::int32_t> select_nodes(const RigidElement& record, const Mesh& mesh,
                                        const NodeElements& node_elements) {
+    if (!record.set_name.empty()) return nodes_of_set(mesh, record.set_name);
     return nodes_where(mesh, [&](std::int32_t n, const double* x) {
         if (!node_elements.any(n)) return false;
         return record.kind == RigidSelection::round ? in_disc(record, x)

@@ -1,4 +1,5 @@
-// Which nodes a record selects: the one place where a node is held against planes, boxes, discs and points.
+// Which nodes a record selects: the one place where a node is held against planes, boxes, discs, sets and
+// points. A record with the name of a set selects the nodes of mesh.sets, whatever its kind.
 #pragma once
 
 #include <array>

@@ -156,6 +156,10 @@ bool make_run_mesh(Job& job, Renumbering how, Freedoms& freedoms) {
         freedoms.diag_num = measure_band(mesh);
     }
     if (!job.goes_on()) return false;
+    for (MeshSet& set : mesh.sets) {
+        for (std::int32_t& node : set.nodes) node = job.run.node_of[node];
+        std::ranges::sort(set.nodes);
+    }
     update_node_normals(mesh, &job.progress);
     job.run.force_node = resolve_force_points(mesh, job.model.forces);
     freedoms.node_elements = elements_of_nodes(mesh);
