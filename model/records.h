@@ -54,6 +54,7 @@ enum class Shape : std::int32_t {
     vol = 13,
     half_hollowcyli = 14,
     quart_hollowcyli = 15,
+    inp = 17,
     surf_circle = 1000,
     surf_rect = 1001,
     hole_cyli = 2000,
