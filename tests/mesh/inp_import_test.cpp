@@ -263,6 +263,23 @@ TEST(Inp, GmshFilesKeepVolumeAndNamedSurfaces) {
     }
 }
 
+TEST(Inp, StopsOnRequestAndSaysWhenMemoryIsShort) {
+    const StopsAtLook counting;
+    PartMesh mesh;
+    Remarks none;
+    ASSERT_TRUE(read_inp(assembly_deck, "f", 1, mesh, none, counting));
+    ASSERT_GT(counting.looks, 5);
+    for (std::int64_t look = 1; look <= counting.looks; ++look)
+        for (const bool no_memory : {false, true}) {
+            Remarks remarks;
+            EXPECT_FALSE(read_inp(assembly_deck, "f", 1, mesh, remarks, StopsAtLook(look, no_memory)))
+                << look;
+            EXPECT_EQ(joined(remarks.errors), no_memory ? "file f: not enough memory to read it\n" : "")
+                << look;
+            EXPECT_EQ(mesh.node_num() + mesh.element_num(), 0);
+        }
+}
+
 TEST(Inp, DamagedDecksGiveAnErrorOrASoundMesh) {
     for (const std::string& deck :
          {assembly_deck, box_deck + surfaces_of("ALL", 6) + "*NSET, NSET=N, GENERATE\n11, 28, 1\n"})
