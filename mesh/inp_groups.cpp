@@ -60,7 +60,7 @@ private:
         left_ -= entries;
         if (left_ < 0)
             return lines_.refuse(place, "its sets have more entries together than there is room for");
-        work_ += entries;
+        work_ += entries + 1;
         if (work_ < 4096) return true;
         work_ = 0;
         return !progress_.cancelled();
@@ -184,6 +184,7 @@ private:
             flat_nodes;  // of each new group: nodes of its surface elements
         for (const std::int32_t s : sets) {
             const InpSet& set = deck_.sets[s];
+            if (!take(0, lines_.place())) return false;
             if (set.owner.instance >= 0 && set.owner.instance != instance) continue;
             const auto entries = static_cast<std::int64_t>(members_[s].size());
             if (!take(entries + 16, lines_.place())) return false;

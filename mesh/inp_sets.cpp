@@ -105,6 +105,8 @@ bool InpSetReader::read_member(InpFields& fields, InpSetKind kind, InpOwner scop
 
 // "SET", "INSTANCE.SET" and "INSTANCE.12".
 bool InpSetReader::find_named(std::string_view name, InpSetKind kind, InpOwner scope, InpEntry& entry) {
+    constexpr std::size_t longest = 255;  // names have 80 characters; each dot costs a look-up
+    if (name.size() > longest) return lines_.fail(name, "a name of at most 255 characters");
     entry.place = lines_.place();
     entry.what = InpEntry::What::set;
     entry.instance = scope.instance;

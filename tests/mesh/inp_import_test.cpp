@@ -176,6 +176,7 @@ TEST(Inp, SaysWhereADeckIsWrong) {
          {"27,28", "27,28\n*ELEMENT, TYPE=MASS" + second, "element 9 is of type MASS, which is not known"},
          {"C3D8", "S3", "no solid elements"},
          {"11,12\n*S", "11,LOWER\n*S", "line 13 \"LOWER\": a node number or a node set's name expected"},
+         {"11,12\n*S", std::string(300, '.') + "\n*S", "a name of at most 255 characters expected"},
          {"ALL, S2", "ALL, S7", "line 15 \"S7\": a side, S1 to S6, expected"},
          {"ALL, S2", "ALL, SPOS", "line 15: a surface has side SPOS or SNEG of element 7"},
          {"NSET=LOW", "NSET=LOW, INSTANCE=I", "line 12 \"I\": the name of an instance expected"},
