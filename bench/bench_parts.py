@@ -2,8 +2,9 @@
 """Parts with holes, ribs and fillets, meshed by gmsh into 10-node tetrahedra: the whole static run and ten modes
 against CalculiX (its default solver) on the same meshes, time and memory, and what the program foretold.
 
-Usage: bench_parts.py BUILD_DIR [RUNS] [CASE...]      cases: rod25 bracket50 flange100, and bracket50-modes,
+Usage: bench_parts.py BUILD_DIR [RUNS] [CASE...]      cases: rod25 bracket50 flange100 plate57, and bracket50-modes,
 bracket50-nonlinear; with `-skyline` behind a case the skyline is asked for too.
+       bench_parts.py --mesh CASE FILE.vol            writes the mesh alone
 """
 import os
 import re
@@ -33,6 +34,14 @@ For i In {0:5}
  Cylinder(11+i)={0.075*Cos(i*Pi/3),0.075*Sin(i*Pi/3),-0.01,0,0,0.05,0.009};
 EndFor
 """,
+    "plate": """Box(1)={0,0,0,0.4,0.3,0.02}; Box(5)={0,0,0,0.4,0.3,0.02};
+For i In {0:3}
+ For j In {0:2}
+  Cylinder(10+3*i+j)={0.05+0.1*i,0.05+0.1*j,-0.01,0,0,0.05,0.02};
+ EndFor
+EndFor
+Recursive Delete{ Volume{1}; }
+""",
     "rod": """Cylinder(1)={0,0,0,0,0,0.03,0.03}; Cylinder(2)={0.16,0,0,0,0,0.03,0.02}; Box(3)={0,-0.012,0.007,0.16,0.024,0.016};
 BooleanUnion(5)={Volume{1};Delete;}{Volume{2,3};Delete;};
 e() = Curve In BoundingBox{0.005,-0.0121,0.006,0.158,0.0121,0.0241};
@@ -43,7 +52,8 @@ Cylinder(10)={0,0,-0.01,0,0,0.05,0.018}; Cylinder(11)={0.16,0,-0.01,0,0,0.05,0.0
 # places of the edges' middles in gmsh's order
 MIDDLE = {(0, 1): 4, (1, 2): 5, (0, 2): 6, (0, 3): 7, (2, 3): 8, (1, 3): 9}
 # kind, characteristic length
-CASES = {"rod25": ("rod", 0.0075), "bracket50": ("bracket", 0.004), "flange100": ("flange", 0.0042)}
+CASES = {"rod25": ("rod", 0.0075), "bracket50": ("bracket", 0.004), "flange100": ("flange", 0.0042),
+         "plate57": ("plate", 0.007)}
 
 
 def mesh(kind, length, folder):
@@ -160,6 +170,10 @@ def run(command, folder, environment):
 
 
 def main():
+    if sys.argv[1] == "--mesh":
+        with tempfile.TemporaryDirectory() as folder:
+            write_volume(sys.argv[3], *mesh(*CASES[sys.argv[2]], folder))
+        return
     program = os.path.abspath(os.path.join(sys.argv[1], "kestralum-batch"))
     runs = int(sys.argv[2]) if len(sys.argv) > 2 else 3
     ccx = {"OMP_NUM_THREADS": "2", "OPENBLAS_NUM_THREADS": "1"}

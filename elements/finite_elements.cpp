@@ -93,6 +93,7 @@ bool update_element(FiniteBody& body, const ElementType& type, std::int32_t e) {
         FiniteResponse response;
         if (!finite_response(material_of(body, e), H, body.committed[at], false, response)) return false;
         body.current[at] = response.state;
+        body.trial[at] = response.trial;
         push_gradients(type.nodes, dN, response.F_inverse, dn);
         const auto& t = response.tau;
         const double w = state.points.weight[p];
@@ -115,6 +116,7 @@ void FiniteBody::start() {
     u.assign(mesh.coordinates.size(), 0.0);
     committed.assign(points, {});
     current.assign(points, {});
+    trial.assign(points, {});
     stress.assign(6 * points, 0.0);
     element_force.assign(static_cast<std::size_t>(mesh.element_num()) * 3 * type.nodes, 0.0);
 }
@@ -131,8 +133,8 @@ bool finite_stiffness(const FiniteBody& body, std::int32_t e, double* ke) {
         double H[9], dn[3 * most_nodes];
         displacement_gradient(type.nodes, state.u.data(), dN, H);
         FiniteResponse response;
-        if (!finite_response(material_of(body, e), H, body.committed[first_point(type, e) + p], true,
-                             response))
+        const std::size_t at = first_point(type, e) + p;
+        if (!finite_response(material_of(body, e), H, body.committed[at], true, response, &body.trial[at]))
             return false;
         push_gradients(type.nodes, dN, response.F_inverse, dn);
         add_point_stiffness(type.nodes, dn, response, state.points.weight[p], ke);

@@ -24,6 +24,7 @@ struct FiniteBody {
     std::vector<double> u{};                    // 3 per node, m
     std::vector<FinitePointState> committed{};  // points: where the last accepted increment ended
     std::vector<FinitePointState> current{};    // points: at u
+    std::vector<PrincipalAxes> trial{};         // points: at u, for the tangent there
     std::vector<double> stress{};               // points × 6, Cauchy stress at u, xx yy zz xy yz zx, N/m^2
     std::vector<double> element_force{};        // element × 3·nodes: Σ w Bᵀ τ, N
 

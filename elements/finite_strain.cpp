@@ -93,13 +93,17 @@ double invert_deformation(const double* H, double* F_inverse) {
 }
 
 bool finite_response(const J2Material<double>& m, const double* H, const FinitePointState& committed,
-                     bool with_tangent, FiniteResponse& out) {
+                     bool with_tangent, FiniteResponse& out, const PrincipalAxes* known) {
     double* Fi = out.F_inverse.data();
     out.J = invert_deformation(H, Fi);
     if (!(out.J > 0) || !std::isfinite(out.J)) return false;
-    double be[6], mu[3], n[9];  // be - 1, its eigenvalues λ² - 1 and axes
-    push_forward(H, committed.P, be);
-    symmetric_eigen3(be, mu, n);
+    push_forward(H, committed.P, out.trial.be.data());
+    double* mu = out.trial.value.data();  // λ² - 1
+    double* n = out.trial.axis.data();
+    if (known && known->be == out.trial.be)
+        out.trial = *known;
+    else
+        symmetric_eigen3(out.trial.be.data(), mu, n);
     double e[3], trace = 0;  // trial logarithmic strains
     for (int k = 0; k < 3; ++k) {
         if (!(mu[k] > -1)) return false;

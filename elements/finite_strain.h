@@ -19,11 +19,19 @@ struct FinitePointState {
     double alpha = 0;           // equivalent plastic strain
 };
 
+// Eigenvalues and unit axes (one after the other) of a trial be - 1.
+struct PrincipalAxes {
+    std::array<double, 6> be{};  // be - 1: xx yy zz xy yz zx
+    std::array<double, 3> value{};
+    std::array<double, 9> axis{1, 0, 0, 0, 1, 0, 0, 0, 1};
+};
+
 struct FiniteResponse {
     std::array<double, 6> tau;        // Kirchhoff stress, N/m^2: xx yy zz xy yz zx
     double J;                         // det F, volume ratio
     std::array<double, 9> F_inverse;  // row-major
     FinitePointState state;           // where the step ends
+    PrincipalAxes trial;              // before the return mapping
     // Spatial tangent, 6 × 6, symmetric, N/m^2: the derivative of τ along the motion (Oldroyd rate), so that
     // Σ w (Bᵀ c B + (∇Ni·τ∇Nj) 1) with current gradients and referential weights is the derivative of
     // Σ w Bᵀ τ. Consistent with the return mapping. Filled only when asked for.
@@ -31,9 +39,10 @@ struct FiniteResponse {
 };
 
 // The response at the displacement gradient H, starting from `committed`. False, with nothing else to be
-// used, where J <= 0 or a value is not finite.
+// used, where J <= 0 or a value is not finite. known: of a former call; its axes are taken where be is the
+// same.
 bool finite_response(const J2Material<double>& material, const double* H, const FinitePointState& committed,
-                     bool with_tangent, FiniteResponse& out);
+                     bool with_tangent, FiniteResponse& out, const PrincipalAxes* known = nullptr);
 
 // Logarithmic strain ½ ln(F Fᵀ) in current axes: xx yy zz and engineering shears xy yz zx.
 void logarithmic_strain(const double* H, double* strain);

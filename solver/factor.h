@@ -40,7 +40,10 @@ public:
         return solve(x, k, progress);
     }
 
-    // Waits for what is still being written of the factor, and says how that went.
+    // No other factor follows in this run: what the last one leaves on disk may be written now, beside the rest of
+    // the run.
+    virtual void begin_files() {}
+    // Waits for what is still to be written of the factor, and says how that went.
     virtual FactorStatus await_files() { return FactorStatus::ok; }
     // False: it has no files to wait for and may go after the last solve.
     virtual bool has_files() const { return false; }

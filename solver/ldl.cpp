@@ -300,20 +300,45 @@ void SkylineFactor::prepare(const SparseKM& km, std::span<const double> values, 
     error_.clear();
     shared_ = std::make_unique<Shared>(grid_.panels(), progress, files_);
     for (std::int32_t i = 0; i < profile_.rows(); ++i) shared_->diagonal.push_back(values[km.diag_pos[i]]);
-    // written over by the next factor, unless the memory of packed panels is needed for those in work
-    if (spilled() || panels_.empty() || grid_.largest_packed_panel() > 0) {
+    // written over by the next factor, unless that of large packed panels is needed for those in work
+    constexpr std::int64_t large = std::int64_t{32} << 20;  // doubles
+    const bool needed = grid_.largest_packed_panel() > 0 && grid_.kept_start.back() > large;
+    if (spilled() || panels_.empty() || needed) {
         panels_ = {};
         panels_ = PanelStore(profile_, grid_, spilled());
     }
-    if (spilled() || !options_.write_files) return;
+    unwritten_ = !spilled() && options_.write_files;
+    if (unwritten_ && !options_.write_last) begin_writing(progress);
+}
+
+void SkylineFactor::begin_writing(const Progress& progress) {
     const auto kept_rows = [this](std::int32_t first, std::int32_t last, const double** rows) {
         for (std::int32_t i = first; i < last; ++i) rows[i - first] = panels_.row(i);
     };
     writer_ = std::make_unique<FactorWriter>(files_, grid_.n, kept_rows,
                                              options_.write_behind ? *options_.write_behind : progress);
+    unwritten_ = false;
+}
+
+void SkylineFactor::begin_files() {
+    if (!unwritten_ || !options_.write_behind) return;
+    try {
+        begin_writing(*options_.write_behind);
+        writer_->publish(grid_.n);
+    } catch (const std::exception&) {  // no memory, or none for a thread
+    }
 }
 
 FactorStatus SkylineFactor::await_files() {
+    begin_files();
+    if (unwritten_ && options_.write_behind) {
+        fail(FactorStatus::out_of_memory);
+        return FactorStatus::out_of_memory;
+    }
+    return finish_writing();
+}
+
+FactorStatus SkylineFactor::finish_writing() {
     if (!writer_) return FactorStatus::ok;
     const FactorStatus status = writer_->finish();
     writer_.reset();
@@ -324,7 +349,7 @@ FactorStatus SkylineFactor::await_files() {
 FactorStatus SkylineFactor::factor_as(const SparseKM& km, std::span<const double> values, Kind kind,
                                       Progress& progress) {
     use_serial_blas();
-    if (const FactorStatus former = await_files(); former != FactorStatus::ok) return former;
+    if (const FactorStatus former = finish_writing(); former != FactorStatus::ok) return former;
     FactorStatus status = FactorStatus::out_of_memory;
     try {
         prepare(km, values, kind, progress);
@@ -333,7 +358,7 @@ FactorStatus SkylineFactor::factor_as(const SparseKM& km, std::span<const double
         compute_panels(km, values);
         reporter.join();
         status = shared_->status;
-        if (status == FactorStatus::ok && !options_.write_behind) status = await_files();
+        if (status == FactorStatus::ok && !options_.write_behind) status = finish_writing();
         while (status == FactorStatus::ok && shared_->division < divisions_.count())
             report_spill(profile_.rows());
     } catch (const std::exception&) {  // no memory, or none for a thread
@@ -345,6 +370,7 @@ FactorStatus SkylineFactor::factor_as(const SparseKM& km, std::span<const double
         writer_.reset();
     }
     if (status != FactorStatus::ok) fail(status);
+    unwritten_ = unwritten_ && status == FactorStatus::ok;
     shared_.reset();
     if (spilled() || status != FactorStatus::ok) panels_ = {};
     return status;

@@ -45,6 +45,9 @@ struct FactorOptions {
     // when it is. The cancel of this progress, which outlives the factor, ends the writing.
     const Progress* write_behind = nullptr;
     bool write_files = true;  // false: for a factor kept in memory only
+    // Others follow this factor: one that is kept in memory goes to its file when begin_files() or
+    // await_files() asks for it, so that only the last one does.
+    bool write_last = false;
 };
 
 // A factor L D Lᵀ or W Wᵀ: D in memory, the rows of L or W in memory (one division) or in the division
@@ -64,6 +67,7 @@ public:
     // ("[M] is not positive define at %dth row\n") and its size taken; at the end every row is checked.
     FactorStatus factor_ww(const SparseKM& km, std::span<const double> values, Progress& progress);
 
+    void begin_files() override;
     // Waits for a file that is written behind; so does the next factorization, and the object's end. Any
     // failure but ok: error() says why.
     FactorStatus await_files() override;
@@ -111,6 +115,8 @@ private:
     bool spilled() const { return divisions_.count() > 1 || !options_.keep_in_memory; }
 
     FactorStatus factor_as(const SparseKM& km, std::span<const double> values, Kind kind, Progress& progress);
+    void begin_writing(const Progress& progress);
+    FactorStatus finish_writing();
     void prepare(const SparseKM& km, std::span<const double> values, Kind kind, Progress& progress);
     void compute_panels(const SparseKM& km, std::span<const double> values);
     void load_panel_of_matrix(const SparseKM& km, std::span<const double> values, std::int32_t I,
@@ -163,6 +169,7 @@ private:
     std::int64_t negative_pivots_ = 0;
     std::string error_;
     std::unique_ptr<Shared> shared_;        // while it is computed
+    bool unwritten_ = false;                // a kept factor of which the writing has not begun
     std::unique_ptr<FactorWriter> writer_;  // of a kept factor; its end comes before that of what it writes
 };
 

@@ -138,13 +138,14 @@ bool transform_rigid(Job& job, AssembledSystem& system, bool with_mass) {
            job.fail(RunStatus::failed, "the rigid elements and supports leave no motion: nothing to solve");
 }
 
-std::unique_ptr<BorderedFactor> plan_bordered(Job& job, const AssembledSystem& system, int factors_on_disk) {
+std::unique_ptr<BorderedFactor> plan_bordered(Job& job, const AssembledSystem& system, int factors_on_disk,
+                                              bool followed) {
     std::unique_ptr<Factor> free;
     if (system.km.rows() > 0) {
         constexpr double border_arrays = 4;  // Kfr and Mfr, and Kfr and Kff⁻¹ Kfr of the factor
         const double border = border_arrays * 8e-6 * system.km.rows() * system.border.nr;
         free = plan_factor(job, system.km, system.freedoms.diag_num,
-                           {system.freedoms.numbering.free_dofs, factors_on_disk, border});
+                           {system.freedoms.numbering.free_dofs, factors_on_disk, border, followed});
         if (!free) return nullptr;
     }
     return std::make_unique<BorderedFactor>(std::move(free), system.km.rows(), system.border.nr);

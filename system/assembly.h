@@ -38,9 +38,9 @@ bool assemble_system(Job& job, AssembledSystem& system, bool with_mass = true);
 bool transform_rigid(Job& job, AssembledSystem& system, bool with_mass);
 
 // The factor of the system with its border; null as plan_factor(). Borrows the system's
-// degrees of freedom.
+// degrees of freedom. factors_on_disk, followed: as in FactorNeeds.
 std::unique_ptr<BorderedFactor> plan_bordered(Job& job, const AssembledSystem& system,
-                                              int factors_on_disk = 1);
+                                              int factors_on_disk = 1, bool followed = false);
 
 // Forces on the equations after the transformation: the run's nodal load, and the rigid forces at the states
 // (empty: at rest).

@@ -46,7 +46,8 @@ std::unique_ptr<Factor> plan_skyline(Job& job, Profile profile, std::int32_t dia
                                                          .diag_num = diag_num,
                                                          .log_folder = job.options.log_folder,
                                                          .keep_in_memory = keep,
-                                                         .write_behind = &job.progress});
+                                                         .write_behind = &job.progress,
+                                                         .write_last = needs.followed});
 }
 
 std::unique_ptr<Factor> plan_sparse(Job& job, const SparseKM& km, FrontTree tree, const FactorNeeds& needs) {

@@ -14,6 +14,7 @@ struct FactorNeeds {
         free_dofs;               // per equation its degree of freedom in the run's mesh; borrowed
     int factors_on_disk = 1;     // of this size, at the same time
     double other_megabytes = 0;  // of memory: borders of rigid bodies
+    bool followed = false;       // by others in the same place: only the last one's file is wanted
 };
 
 // The factor of km, or what stands for it, by the setting SOLVER, with the lines of its plan ("temp_n" …

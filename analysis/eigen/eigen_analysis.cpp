@@ -217,7 +217,7 @@ bool work(Job& job, AssembledSystem& system, Method method, int factors_on_disk)
     if (!assemble_system(job, system) || !transform_rigid(job, system, true)) return false;
     job.progress.print("Eigen Analysis Start\n");
     const EigenOptions options = eigen_options(job, system);
-    auto factor = plan_bordered(job, system, factors_on_disk);
+    auto factor = plan_bordered(job, system, factors_on_disk, true);
     if (!factor) return false;
     auto* const levels = dynamic_cast<IterativeFactor*>(factor->free());
     EigenProblem problem(job, system, std::move(factor));
@@ -233,6 +233,7 @@ bool work(Job& job, AssembledSystem& system, Method method, int factors_on_disk)
     SpectrumGap gap;
     if (!method(problem, options, pairs, gap) || !check_complete(problem, pairs, gap, options.n_mode))
         return false;
+    problem.begin_files();
     job.report().negative_pivots = 0;  // shifted matrices have them by design
     normalise_all(problem, system, options.n_mode, pairs);
     return check_resolved(job) && store_modes(job, system, pairs) && problem.await_files();

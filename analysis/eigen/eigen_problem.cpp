@@ -114,6 +114,8 @@ bool EigenProblem::start_vector_through_w(std::vector<double>& start) {
     if (!skyline) {  // without the profile of W its diagonal stands for it
         for (std::int32_t i = 0; i < km_.rows(); ++i) start[i] /= std::sqrt(diagonal_m(i));
         progress().print("LU M_sparse complete\n");
+        --report().factorizations;
+        job_.clock.begin("iterate");
         return true;
     }
     const SkylineFactor& like = *skyline;
@@ -137,6 +139,7 @@ bool EigenProblem::start_through_whole_w(const SkylineFactor& like, std::span<do
     W_.reset();
     FactorOptions options = like.options();
     options.file_stem = mass_stem;
+    options.write_last = false;
     SkylineFactor W(like.profile(), like.divisions(), options);
     const auto fail = [&](const char* what) { return job_.fail(RunStatus::failed, what + W.error()); };
     const FactorStatus status = W.factor_ww(km_, km_.M_value, progress());

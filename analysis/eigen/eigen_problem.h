@@ -76,6 +76,10 @@ public:
     // True while the team works; false with the report's status set where it has ended.
     bool outcome(const RowTeam& team);
 
+    // No other factor is made: the last one goes to its file beside the rest of the run.
+    void begin_files() {
+        if (factor_->free()) factor_->free()->begin_files();
+    }
     // Waits for the factors' files; false with the report's status set.
     bool await_files();
 

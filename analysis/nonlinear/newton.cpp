@@ -75,7 +75,7 @@ bool NewtonSolver::prepare() {
     std::unique_ptr<Factor> free;
     if (reduced_.rows() > 0) {
         const double border = 2 * 8e-6 * reduced_.rows() * border_.nr;
-        free = plan_factor(job_, reduced_, freedoms_.diag_num, {free_.free_dofs, 1, border});
+        free = plan_factor(job_, reduced_, freedoms_.diag_num, {free_.free_dofs, 1, border, true});
         if (!free) return false;
     }
     factor_ = std::make_unique<BorderedFactor>(std::move(free), reduced_.rows(), border_.nr);

@@ -243,6 +243,30 @@ TEST_F(FactorFiles, AWriterThatLagsHoldsUpNothingAndTellsWhatFailed) {
         }
 }
 
+TEST_F(FactorFiles, OfFactorsThatFollowEachOtherTheLastOneIsWritten) {
+    const SparseKM km = random_matrix(900, 90, 0.3, 3, 500);
+    const Profile profile = make_profile(km);
+    const auto written = [&](bool last, bool ask) {
+        std::filesystem::remove_all(file(""));
+        std::filesystem::create_directories(file(""));
+        FactorOptions chosen = options(2);
+        chosen.write_behind = &progress;
+        chosen.write_last = last;
+        SkylineFactor factor(profile, cut(profile, {0, 900}), chosen);
+        std::vector<double> twice = km.K_value;
+        for (double& v : twice) v *= 2;
+        EXPECT_EQ(factor.factor_ldl(km, twice, progress), FactorStatus::ok);
+        EXPECT_EQ(factor.factor_ldl(km, km.K_value, progress), FactorStatus::ok);
+        EXPECT_EQ(std::filesystem::exists(file("Ltemp_0.txt")), !last);
+        if (ask) factor.begin_files();
+        EXPECT_EQ(factor.await_files(), FactorStatus::ok);
+        return testing::read_file(file("Ltemp_0.txt"));
+    };
+    const std::string bytes = written(false, false);
+    EXPECT_EQ(bytes.size(), 8 * std::size_t(profile.Ls_num));
+    EXPECT_TRUE(written(true, false) == bytes && written(true, true) == bytes);
+}
+
 // Panels of all kinds; a factor that is read back solves on one thread, panel after panel.
 TEST_F(FactorFiles, ASolveHasTheSameBytesOnAnyNumberOfThreads) {
     const SparseKM km = random_matrix(1500, 401, 0.02, 8, 700);
