@@ -4,6 +4,8 @@
 #include <cmath>
 #include <unordered_map>
 
+#include "mesh/gmsh_import.h"
+#include "mesh/inp_import.h"
 #include "mesh/stl_import.h"
 #include "mesh/vol_import.h"
 #include "model/format.h"
@@ -36,6 +38,8 @@ const ShapeRow catalogue[] = {
      {"R", "t", "L"},
      {"da", "dt", "dl"},
      &hollow_cylinder_shape},
+    {"MSH", Shape::msh, {}, {}, nullptr, import_msh},
+    {"INP", Shape::inp, {}, {}, nullptr, import_inp},
     {"SURF_CIRCLE", Shape::surf_circle, {"s1"}, {}},
     {"SURF_RECT", Shape::surf_rect, {"s1", "s2"}, {}},
     {"HOLE_CYLI", Shape::hole_cyli, {"s1", "s2"}, {}},

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "mesh/part_groups.h"
 #include "model/element_kind.h"
 #include "model/progress.h"
 #include "model/records.h"
@@ -22,6 +23,7 @@ struct PartMesh {
     std::vector<std::int32_t> connectivity;  // elements × nodes per element, 1-based within the part
     std::vector<double> coordinates;         // nodes × 3: x y z, m (the unit factor is applied)
     std::string lines;                       // the mesher's console lines, in order
+    std::vector<PartGroup> groups;           // named groups of an imported mesh
 
     std::int64_t node_num() const { return static_cast<std::int64_t>(coordinates.size() / 3); }
     std::int64_t element_num() const {

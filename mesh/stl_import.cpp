@@ -1,8 +1,9 @@
 #include "mesh/stl_import.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
-#include <cstring>
+#include <cstdint>
 #include <limits>
 
 #include "mesh/import_text.h"
@@ -21,13 +22,37 @@ bool is_word(std::string_view token, std::string_view word) {
                       [](char a, char b) { return (a >= 'A' && a <= 'Z' ? a - 'A' + 'a' : a) == b; });
 }
 
-// A header of 80 bytes, the number of facets and 50 bytes for each.
+// A binary file: a header of 80 bytes, the number of facets, and for each its normal, three vertices and two
+// bytes more; numbers are little-endian, those of places 32-bit floating-point.
+constexpr std::size_t binary_header = 84, binary_facet = 50;
+
+std::uint32_t little_endian(std::string_view text, std::size_t at) {
+    std::uint32_t value = 0;
+    for (std::size_t k = 0; k < 4; ++k)
+        value |= std::uint32_t{static_cast<unsigned char>(text[at + k])} << 8 * k;
+    return value;
+}
+
+std::uint32_t binary_facets(std::string_view text) {
+    return little_endian(text, binary_header - 4);
+}
+
+// Some begin with "solid" as text does: the length decides.
 bool is_binary(std::string_view text) {
-    constexpr std::size_t header = 80;
-    std::uint32_t facets = 0;
-    if (text.size() < header + sizeof facets) return false;
-    std::memcpy(&facets, text.data() + header, sizeof facets);
-    return text.size() == header + sizeof facets + 50 * std::size_t{facets};
+    return text.size() >= binary_header &&
+           text.size() == binary_header + binary_facet * std::size_t{binary_facets(text)};
+}
+
+// What is wrong with a file that is no text and whose length does not fit; "" for text.
+std::string binary_fault(std::string_view text) {
+    if (text.substr(0, binary_header + binary_facet).find('\0') == std::string_view::npos) return {};
+    if (text.size() < binary_header)
+        return "is a binary STL file of " + std::to_string(text.size()) +
+               " bytes: a header of 84 bytes is expected";
+    const std::uint32_t facets = binary_facets(text);
+    return "is a binary STL file of " + std::to_string(text.size()) +
+           " bytes: " + std::to_string(binary_header + binary_facet * std::size_t{facets}) +
+           " are expected for its " + std::to_string(facets) + " facets";
 }
 
 class StlReader {
@@ -43,6 +68,7 @@ public:
           progress_(progress) {}
 
     bool read() {
+        if (is_binary(text_)) return read_binary();
         if (!read_header()) return false;
         for (;;) {
             const std::string_view token = reader_.next();
@@ -81,7 +107,6 @@ private:
         for (int k = 0; k < 3; ++k)  // the normal follows from the vertices; some writers leave nan here
             if (!reader_.next_double()) return fail("a number of the facet's normal");
         if (!expect("outer") || !expect("loop")) return false;
-        const auto n = static_cast<std::int32_t>(mesh_.coordinates.size() / 3 + 1);
         double vertices[9];
         for (int v = 0; v < 3; ++v) {
             if (!expect("vertex")) return false;
@@ -92,9 +117,35 @@ private:
             }
         }
         if (!expect("endloop") || !expect("endfacet")) return false;
+        add_facet(vertices);
+        return true;
+    }
+    bool read_binary() {
+        const std::size_t facets = binary_facets(text_);
+        if (facets > most_facets)
+            return refuse(" has " + std::to_string(facets) + " facets: at most " +
+                          std::to_string(most_facets) + " are expected");
+        mesh_.coordinates.reserve(9 * facets);
+        mesh_.connectivity.reserve(8 * facets);
+        for (std::size_t f = 0; f < facets; ++f) {
+            if (progress_.cancelled()) return false;
+            const std::size_t begin = binary_header + binary_facet * f + 12;  // after the normal
+            double vertices[9];
+            for (std::size_t k = 0; k < 9; ++k) {
+                const double value = std::bit_cast<float>(little_endian(text_, begin + 4 * k));
+                if (!std::isfinite(value))
+                    return refuse(", facet " + std::to_string(f + 1) + ", byte " +
+                                  std::to_string(begin + 4 * k) + ": a finite coordinate expected");
+                vertices[k] = value * unit_factor_;
+            }
+            add_facet(vertices);
+        }
+        return true;
+    }
+    void add_facet(const double* vertices) {
+        const auto n = static_cast<std::int32_t>(mesh_.coordinates.size() / 3 + 1);
         mesh_.coordinates.insert(mesh_.coordinates.end(), vertices, vertices + 9);
         mesh_.connectivity.insert(mesh_.connectivity.end(), {n, n + 1, n + 2, n, n, n, n, n});
-        return true;
     }
     void notice_rest() {
         for (std::string_view token = reader_.next(); !token.empty(); token = reader_.next())
@@ -108,10 +159,14 @@ private:
         return is_word(reader_.next(), word) || fail("\"" + std::string(word) + "\"");
     }
     bool fail(const std::string& expected) {
-        const std::string kind = is_binary(text_) ? "is a binary STL file: an ASCII one is expected"
-                                                  : foreign_format(text_, "solid", "an ASCII STL file");
-        remarks_.errors.push_back(kind.empty() ? token_error(file_name_, reader_, expected)
-                                               : "file " + std::string(file_name_) + " " + kind);
+        std::string kind = foreign_format(text_, "solid", "an ASCII STL file");
+        if (kind.empty()) kind = binary_fault(text_);
+        if (!kind.empty()) return refuse(" " + kind);
+        return give_up(token_error(file_name_, reader_, expected));
+    }
+    bool refuse(const std::string& what) { return give_up("file " + std::string(file_name_) + what); }
+    bool give_up(const std::string& error) {
+        remarks_.errors.push_back(error);
         mesh_.coordinates.clear();
         mesh_.connectivity.clear();
         return false;

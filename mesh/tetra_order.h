@@ -1,6 +1,8 @@
-// The order of the nodes of imported tetrahedra: which hand they have, and where the mid-side nodes stand.
+// The order of the nodes of imported elements: which hand they have, and where the mid-side nodes stand.
 #pragma once
 
+#include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -8,10 +10,23 @@
 
 namespace kestralum {
 
-// Judges tetrahedra in the program's node order by their places. All of negative volume: they are turned,
-// with a notice. False with an error that names `file_name`: some are of negative volume and some are not, or
-// the mid-side nodes of most lie nearer to the middle of another edge than to that of their own. Flat ones
-// decide nothing. False without an error where `progress` asks to stop.
+// How a file's format orders the nodes of an element, as the errors tell it.
+struct FileOrder {
+    const char* writer;                     // whose files they are
+    bool right_handed;                      // of the files' elements
+    const char* edges;                      // of the tetrahedron's mid-side nodes, by corners from 1
+    std::span<const std::int64_t> numbers;  // of the elements in the file; none: from 1 on
+};
+
+// Judges elements in the program's node order by their places: tetrahedra by the volume on their corners,
+// hexahedra by the Jacobian at their centre. All negative: they are turned, with a notice. False with an
+// error that names `file_name`: some are negative and some are not, or the mid-side nodes of most tetrahedra
+// lie nearer to the middle of another edge than to that of their own. Flat ones decide nothing. False without
+// an error where `progress` asks to stop.
+bool check_element_order(std::string_view file_name, const FileOrder& order, PartMesh& mesh, Remarks& remarks,
+                         const Progress& progress);
+
+// The same for Netgen's tetrahedra.
 bool check_tetra_order(std::string_view file_name, PartMesh& mesh, Remarks& remarks,
                        const Progress& progress);
 

@@ -6,6 +6,7 @@
 
 #include "mesh/import_text.h"
 #include "mesh/tetra_order.h"
+#include "mesh/vol_groups.h"
 #include "model/format.h"
 
 namespace kestralum {
@@ -31,6 +32,7 @@ public:
         if (!walk()) {
             if (stopped()) return false;
             *this = VolReader(text_, file_name_, unit_factor_, *progress_);
+            comment_lines_ = true;
             reader_ = TokenReader(text_, true);
             if (!read_sections()) {
                 const std::string kind = foreign_format(text_, "mesh3d", "a Netgen .vol file");
@@ -45,14 +47,33 @@ public:
                                       : ElementKind::hexahedron;
         mesh.connectivity = std::move(connectivity_);
         mesh.coordinates = std::move(coordinates_);
-        if (check_tetra_order(file_name_, mesh, remarks, *progress_)) return true;
+        if (check_tetra_order(file_name_, mesh, remarks, *progress_)) {
+            find_groups(mesh, remarks);
+            if (!stopped()) return true;
+        }
         mesh.connectivity.clear();
         mesh.coordinates.clear();
+        mesh.groups.clear();
         return false;
     }
 
 private:
     bool stopped() const { return progress_->cancelled(); }
+    // Bytes before the next token, after the one given last.
+    std::size_t offset() const {
+        return static_cast<std::size_t>(reader_.last().data() + reader_.last().size() - text_.data());
+    }
+    void find_groups(PartMesh& mesh, Remarks& remarks) const {
+        if (mesh.connectivity.empty()) return;
+        VolText file{text_,
+                     comment_lines_,
+                     {elements_read_, points_read_},
+                     domains_,
+                     static_cast<std::int32_t>(mesh.node_num())};
+        std::sort(file.read.begin(), file.read.end());
+        mesh.groups =
+            make_part_groups(find_vol_groups(file, *progress_), mesh, file_name_, remarks.notices, progress_);
+    }
 
     // The layout that Netgen writes for one kind of geometry, by token counts alone.
     bool walk() {
@@ -118,10 +139,12 @@ private:
         return true;
     }
     bool read_elements() {
+        elements_read_[0] = offset();
         if (!read_count("the number of volume elements", 6, element_num_)) return false;
         for (std::int32_t e = 0; e < element_num_; ++e) {
             if (stopped()) return false;
-            if (!reader_.next_int32()) return fail("a domain number");
+            const auto domain = reader_.next_int32();
+            if (!domain) return fail("a domain number");
             const auto count = reader_.next_int32();
             if (!count || (*count != 4 && *count != 10))
                 return fail("the node count of a tetrahedron, 4 or 10,");
@@ -131,11 +154,14 @@ private:
                     return fail("a number of volume elements that the file can hold");
                 first_element_token_ = reader_.token_number() + 1;
                 connectivity_.reserve(std::int64_t{element_num_} * nodes_per_);
+                domains_.reserve(element_num_);
             }
             if (*count != nodes_per_)
                 return fail("node count " + std::to_string(nodes_per_) + " as in the elements before");
             if (!read_element_nodes()) return false;
+            domains_.push_back(*domain);
         }
+        elements_read_[1] = offset();
         return true;
     }
     bool read_element_nodes() {
@@ -153,6 +179,7 @@ private:
     }
     bool read_points() {
         std::int32_t count = 0;
+        points_read_[0] = offset();
         if (!read_count("the number of points", 3, count)) return false;
         coordinates_.reserve(3 * count);
         for (std::int64_t k = 0; k < 3 * std::int64_t{count}; ++k) {
@@ -161,6 +188,7 @@ private:
             if (!value || !std::isfinite(*value)) return fail("a coordinate");
             coordinates_.push_back(*value * unit_factor_);
         }
+        points_read_[1] = offset();
         return true;
     }
     // Elements come before the points, so their numbers can be judged only at the end.
@@ -197,6 +225,10 @@ private:
     std::int32_t surface_num_ = 0, element_num_ = 0;
     int nodes_per_ = 0;                     // 0 until an element has been read
     std::int64_t first_element_token_ = 0;  // token of the first element's first node number
+    bool comment_lines_ = false;
+    std::array<std::size_t, 2> elements_read_{},
+        points_read_{};                  // bytes [begin, end) of the sections' records
+    std::vector<std::int32_t> domains_;  // of each element
     std::vector<std::int32_t> connectivity_;
     std::vector<double> coordinates_;
     std::string error_;

@@ -14,7 +14,8 @@ namespace kestralum {
 // error (file, token number, token, what is expected), `mesh` then without nodes; also for a file
 // that mixes node counts or has elements of other shapes, for one of another format, and for one whose
 // tetrahedra are of both hands or have their mid-side nodes in another order than Netgen's. Tetrahedra that
-// all are right-handed, Netgen's being left-handed, are turned, with a notice.
+// all are right-handed, Netgen's being left-handed, are turned, with a notice. Domains and boundaries become
+// groups.
 bool read_vol_text(std::string_view text, std::string_view file_name, double unit_factor, PartMesh& mesh,
                    Remarks& remarks, const Progress& progress);
 

@@ -54,6 +54,8 @@ enum class Shape : std::int32_t {
     vol = 13,
     half_hollowcyli = 14,
     quart_hollowcyli = 15,
+    msh = 16,
+    inp = 17,
     surf_circle = 1000,
     surf_rect = 1001,
     hole_cyli = 2000,
@@ -80,7 +82,7 @@ struct Part {
     std::array<std::string, 6> size_text, div_text;
     std::array<std::string, 3> origin_text, euler_text;
     std::int32_t parent_index = -1;    // index of the parent part, -1 = none
-    std::string parent_name = "NONE";  // STL and VOL parts: path of the mesh file
+    std::string parent_name = "NONE";  // parts read from a file: its path
     std::string unit_text = "M";
     double unit_factor = 1.0;  // m per unit of size and origin
 };

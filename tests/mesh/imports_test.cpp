@@ -1,10 +1,10 @@
 #include <numbers>
 #include <random>
 
+#include "group_checks.h"
 #include "mesh/stl_import.h"
 #include "mesh/tetra_order.h"
 #include "mesh/vol_import.h"
-#include "mesh_checks.h"
 #include "model/format.h"
 #include "support/text_damage.h"
 
@@ -22,24 +22,6 @@ Part import_part(const char* keyword, const std::string& path) {
     return part;
 }
 
-// A reading of text: a mesh that can be used, or the one error and no mesh.
-struct Reading {
-    bool good = false;
-    PartMesh mesh;
-    Remarks remarks;
-    std::string error() const { return good ? "" : remarks.errors.at(0); }
-};
-using Reader = bool(std::string_view, std::string_view, double, PartMesh&, Remarks&, const Progress&);
-Reading read(Reader* reader, const std::string& text, double unit = 1) {
-    Reading reading;
-    const PartMesh& mesh = reading.mesh;
-    reading.good = reader(text, "f", unit, reading.mesh, reading.remarks, SilentProgress());
-    EXPECT_EQ(reading.remarks.errors.size(), reading.good ? 0u : 1u) << text;
-    EXPECT_TRUE(reading.good || mesh.node_num() + mesh.element_num() == 0) << text;
-    for (std::int32_t node : mesh.connectivity) EXPECT_TRUE(node >= 1 && node <= mesh.node_num()) << text;
-    for (double value : mesh.coordinates) EXPECT_TRUE(std::isfinite(value)) << text;
-    return reading;
-}
 Reading read_sample(const std::string& name) {
     return read(name.ends_with("stl") ? read_stl_text : read_vol_text, read_file(folder + name));
 }
@@ -115,25 +97,15 @@ TEST(Vol, TurnsRightHandedTetrahedraAndRefusesWhatHasNoOneOrder) {
 }
 
 TEST(Imports, FilesOfAnotherKindAreNamed) {
-    const std::string binary_stl =
-        "solid" + std::string(75, ' ') + std::string("\x02\0\0\0", 4) + std::string(100, 'x');
     const std::tuple<Reader*, std::string, const char*> files[] = {
         {read_vol_text, "$MeshFormat\n4.1 0 8\n",
          "file f is a Gmsh mesh ($MeshFormat): a Netgen .vol file is expected"},
         {read_vol_text, "\x1f\x8b\x08xyz", "file f is compressed (gzip): unpack it first"},
         {read_vol_text, "# vtk DataFile Version 3.0", "file f is a VTK file: a Netgen"},
         {read_vol_text, read_file(folder + "cube.stl"), "file f is an STL surface (solid): a Netgen"},
-        {read_stl_text, "mesh3d dimension", "file f is a Netgen volume mesh (mesh3d): an ASCII STL file"},
-        {read_stl_text, binary_stl, "file f is a binary STL file: an ASCII one is expected"}};
+        {read_stl_text, "mesh3d dimension", "file f is a Netgen volume mesh (mesh3d): an ASCII STL file"}};
     for (const auto& [reader, text, message] : files)
         EXPECT_TRUE(read(reader, text).error().starts_with(message)) << read(reader, text).error();
-}
-
-// What is replaced, by what, and the error that must come of it.
-using Fault = std::array<std::string, 3>;
-void expect_errors(Reader* reader, const std::string& text, std::initializer_list<Fault> faults) {
-    for (const auto& [what, by, message] : faults)
-        EXPECT_TRUE(contains(read(reader, replaced(text, what, by)).error(), message)) << by;
 }
 
 // One tetrahedron in the layout that Netgen writes for STL geometry; one surface record with k = 5.
@@ -191,6 +163,33 @@ TEST(Vol, SaysWhereAFileIsWrong) {
          {"volumeelements", "volumelements", "section \"volumeelements\" expected"}});
 }
 
+TEST(Vol, DomainsAndBoundariesBecomeGroups) {
+    const PartMesh cube = read_sample("cube_csg_o2.vol").mesh,
+                   cylinder = read_sample("cylinder_csg_o1.vol").mesh;
+    ASSERT_EQ(cube.groups.size(), 6u) << "one domain without a name is no group";
+    for (const PartGroup& face : cube.groups) EXPECT_NEAR(norm(area_of(cube, face.name)), 1, 1e-14);
+    EXPECT_LT(norm(plus(area_of(cube, "face_1"), Vec3{0, 0, 1})), 1e-14);
+    EXPECT_EQ(group(cube, "face_2").nodes.size(), 9u) << "mid-side nodes too";
+    const double polygon = 13 / 8.0 * std::sin(2 * pi / 13);  // 13 chords, which Netgen makes equal to 1e-5
+    EXPECT_LT(norm(minus(area_of(cylinder, "face_2"), Vec3{-polygon, 0, 0})), 1e-5);
+    EXPECT_LT(norm(minus(area_of(cylinder, "face_3"), Vec3{polygon, 0, 0})), 1e-5);
+    EXPECT_LT(norm(area_of(cylinder, "face_1")), 1e-6) << "closed around the axis";
+
+    const std::string named = replaced(
+        small_vol, "endmesh", "materials\n1\n1 steel bar\nbcnames\n2\n1 left side\n2 default\nendmesh");
+    const std::string two = replaced(
+        replaced(named, "volumeelements\n1\n", "volumeelements\n2\n3 4 1 2 3 5\n"), "7 7 7", "0 0 500");
+    const Reading reading = read(read_vol_text, two);
+    ASSERT_TRUE(reading.good) << reading.error();
+    EXPECT_EQ(group(reading.mesh, "steel").elements, std::vector<std::int32_t>{1});
+    EXPECT_EQ(group(reading.mesh, "domain_3").elements, std::vector<std::int32_t>{0});
+    EXPECT_EQ(group(reading.mesh, "left_side").faces.size(), 1u);
+    EXPECT_EQ(
+        read(read_vol_text, replaced(small_vol, "5 1 1 0 3 1 2 3", "5 1 1 0 3 1 2 8")).mesh.groups.size(),
+        0u);
+    damage_bytes(read_vol_text, two, 2000);
+}
+
 const std::string facet =
     "facet normal 0 0 1 outer loop vertex 0 0 0 vertex 2000 0 0 vertex 0 3 0 endloop endfacet ";
 
@@ -213,6 +212,43 @@ TEST(Stl, FacetsAreDegenerateHexahedraWithNodesOfTheirOwn) {
                    {"vertex 2000", "vertx 2000", "token 14 \"vertx\": \"vertex\" expected"},
                    {"0 3 0 ", "0 inf 0 ", "token 20 \"inf\": a coordinate expected"},
                    {"solid", "sloid", "token 1 \"sloid\": \"solid\" of an ASCII STL file expected"}});
+}
+
+// The facets of a mesh as a binary file has them.
+std::string binary_stl(const PartMesh& mesh) {
+    std::string text = "solid" + std::string(75, ' ');
+    const auto add = [&](const auto& value) {
+        text.append(reinterpret_cast<const char*>(&value), sizeof value);
+    };
+    add(static_cast<std::uint32_t>(mesh.element_num()));
+    for (std::size_t f = 0; f < std::size_t(mesh.element_num()); ++f) {
+        for (int k = 0; k < 3; ++k) add(0.0f);
+        for (std::size_t k = 0; k < 9; ++k) add(static_cast<float>(mesh.coordinates[9 * f + k]));
+        add(std::uint16_t{0});
+    }
+    return text;
+}
+
+TEST(Stl, BinaryFilesAreReadByTheirLength) {
+    const PartMesh cube = read_sample("cube.stl").mesh;
+    const std::string text = binary_stl(cube);
+    const Reading reading = read(read_stl_text, text, 0.001);
+    ASSERT_TRUE(reading.good) << reading.error();
+    EXPECT_EQ(reading.mesh.connectivity, cube.connectivity);
+    for (std::size_t k = 0; k < cube.coordinates.size(); ++k)
+        EXPECT_NEAR(reading.mesh.coordinates[k], 0.001 * cube.coordinates[k], 1e-10);
+    const std::string infinite = "\x80\x7f";
+    std::string bad = text;
+    bad.replace(84 + 50 * 2 + 12 + 16 + 2, 2, infinite);
+    const std::pair<std::string, const char*> faults[] = {
+        {text + "x", "file f is a binary STL file of 685 bytes: 684 are expected for its 12 facets"},
+        {text.substr(0, 600), "file f is a binary STL file of 600 bytes: 684 are expected for its 12 facets"},
+        {replaced(text, "solid", "Made!").substr(0, 84), "of 84 bytes: 684 are expected"},
+        {std::string(50, '\0'), "of 50 bytes: a header of 84 bytes is expected"},
+        {bad, "file f, facet 3, byte 212: a finite coordinate expected"}};
+    for (const auto& [damaged, message] : faults)
+        EXPECT_TRUE(contains(read(read_stl_text, damaged).error(), message)) << message;
+    damage_bytes(read_stl_text, text, 2000);
 }
 
 TEST(Stl, IsASurfaceThatMergesWithNobodyAndDecidesNothing) {
