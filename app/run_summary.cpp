@@ -247,6 +247,13 @@ void print_check(const Model& model, const ModelCheck& check, Progress& progress
         for (std::int32_t part : check.bodies[b].parts) parts += " " + model.parts[part].name;
         progress.summary("  body %zu: %d elements of%s\n", b + 1, check.bodies[b].elements, parts.c_str());
     }
+    for (const MeshSet& set : mesh.sets) {
+        const auto [area, around] = measure_set(mesh, set);
+        progress.summary(
+            "%-22s %s: %zu nodes, %zu faces of %.6g m^2, (%.6g, %.6g, %.6g) to (%.6g, %.6g, %.6g) m\n", "set",
+            set.name.c_str(), set.nodes.size(), set.faces.size(), area, around[0], around[2], around[4],
+            around[1], around[3], around[5]);
+    }
     for (std::size_t k = 0; k < check.support_nodes.size(); ++k)
         progress.summary("%-22s %s: %d nodes\n", "support", model.boundary_conditions[k].name.c_str(),
                          check.support_nodes[k]);

@@ -131,6 +131,27 @@ void gather_elements(const std::vector<PartMesh>& meshes, const std::vector<Node
     }
 }
 
+// The parts' groups, "PART.GROUP", on the nodes and elements of the whole mesh.
+void gather_groups(std::span<const Part> parts, const std::vector<PartMesh>& meshes,
+                   const std::vector<NodeRange>& ranges, const std::vector<std::int32_t>& number,
+                   Mesh& mesh) {
+    std::int32_t first_element = 0;
+    for (std::size_t p = 0; p < meshes.size(); ++p) {
+        for (const PartGroup& group : meshes[p].groups) {
+            MeshSet& set = mesh.sets.emplace_back();
+            set.name = parts[p].name + "." + group.name;
+            for (const std::int32_t node : group.nodes)
+                set.nodes.push_back(number[ranges[p].first + node - 1] - 1);
+            std::ranges::sort(set.nodes);
+            for (const ElementFace& face : group.faces)
+                set.faces.push_back({face.element + first_element, face.face});
+            std::ranges::sort(set.faces);
+            for (const std::int32_t element : group.elements) set.elements.push_back(element + first_element);
+        }
+        if (!meshes[p].surface) first_element += static_cast<std::int32_t>(meshes[p].element_num());
+    }
+}
+
 void print_merging(const MergedNodes& merged, Progress& progress) {
     progress.print("match_node_num=%d\n", merged.merged);
     std::int32_t last = -1;
@@ -195,6 +216,7 @@ bool build_mesh(std::span<const Part> parts, std::string_view model_file_name, M
     if (stopped()) return false;
     const std::vector<std::int32_t> number = number_nodes(merged.target, built.coordinates);
     gather_elements(meshes, ranges, number, built);
+    gather_groups(parts, meshes, ranges, number, built);
     print_merging(merged, progress);
 
     update_extent(built);

@@ -24,6 +24,8 @@ struct MeshSet {
     std::string name;
     std::vector<std::int32_t> nodes;  // 0-based, ascending
     std::vector<ElementFace> faces;   // ascending
+    std::vector<std::int32_t>
+        elements;  // 0-based, ascending: of a group of bodies, whose faces are then its free ones
 };
 
 // Node n (0-based) owns degrees of freedom 3n, 3n+1, 3n+2.

@@ -251,6 +251,15 @@ private:
         return {};
     }
 
+    // A body has its free faces.
+    std::vector<ElementFace> faces_of(const MeshSet& set) const {
+        std::vector<ElementFace> faces = set.faces;
+        if (!faces.empty() || set.elements.empty()) return faces;
+        for (const ElementFace& face : free_)
+            if (std::ranges::binary_search(set.elements, face.element)) faces.push_back(face);
+        return faces;
+    }
+
     std::string combine() {
         for (std::size_t k = 0; k < definition_->operands.size(); ++k) {
             const MeshSet* operand = find_set(mesh_, definition_->operands[k]);
@@ -258,12 +267,15 @@ private:
                 return (definition_->kind == SetKind::group ? "no imported mesh has the group "
                                                             : "no set before it has the name ") +
                        definition_->operands[k];
+            const std::vector<ElementFace> faces = faces_of(*operand);
             if (k == 0) {
                 set_.nodes = operand->nodes;
-                set_.faces = operand->faces;
+                set_.faces = faces;
+                set_.elements = operand->elements;
             } else {
                 set_.nodes = combined(definition_->kind, set_.nodes, operand->nodes);
-                set_.faces = combined(definition_->kind, set_.faces, operand->faces);
+                set_.faces = combined(definition_->kind, set_.faces, faces);
+                set_.elements = combined(definition_->kind, set_.elements, operand->elements);
             }
         }
         return {};

@@ -163,7 +163,7 @@ TEST(ModelReader, ErrorsNameTheToken) {
         {"unit=mm", "unit=", "unit=", "unit=WORD"}, {"parent=BAR", "parent=", "parent=", "parent=NAME"},
         {"SIDE  area", "SIDE  aera", "aera", "a selection (plane, area, volume)"}, {"area   y", "area   Y", "Y", "an axis (x, y, z)"},
         {"0 0  0 10*mm\n  BOX", "0 0  0 10*\n  BOX", "10*", "a number or an expression"},
-        {"TIP  node", "TIP  point", "point", "a kind of force (node, area)"}, {"node z P", "node w P", "w", "an axis (x, y, z)"},
+        {"TIP  node", "TIP  point", "point", "a kind of force (node, area, set)"}, {"node z P", "node w P", "w", "an axis (x, y, z)"},
         {"RING round", "RING circle", "circle", "a selection (area, round)"}, {"5*mm 2 4*mm", "5*mm 1.5 4*mm", "1.5", "an axis (0, 1, 2)"},
         {"HEAD ry", "HAED ry", "HAED", "the name of a rigid element"}, {"HEAD ry", "HEAD rw", "rw", "a direction (x, y, z, rx, ry, rz, n)"},
         {"HEAD RING 1e6", "HEAD RONG 1e6", "RONG", "the name of a rigid element"}
