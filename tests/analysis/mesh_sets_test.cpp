@@ -110,6 +110,25 @@ TEST_F(MeshSets, SelectWhatCoordinatesSelect) {
     }
 }
 
+// A tetrahedron between the axes, twice, the second one placed beside the first; they share no node.
+TEST_F(MeshSets, OfImportedPartsAreTheirGroups) {
+    folder.write("t.msh",
+                 "$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$PhysicalNames\n2\n2 1 \"floor 1\"\n3 2 \"body\"\n"
+                 "$EndPhysicalNames\n$Nodes\n5\n9 7 7 7\n10 0 0 0\n20 1 0 0\n30 0 2 0\n40 0 0 3\n$EndNodes\n"
+                 "$Elements\n2\n1 2 2 1 1 10 20 30\n2 4 2 2 1 10 20 30 40\n$EndElements\n");
+    const std::string zeros = " 0 0 0 0 0 0 0 0 0 0 0 ";
+    ASSERT_TRUE(read(ModelText{
+        .parts = "P red M MSH t.msh" + zeros + "0 0 0 0 0 0 Q red M MSH t.msh" + zeros + "5 0 0 0 0 0\n",
+        .supports = "C set P.floor_1 D set FLOOR",
+        .others = "set_info FLOOR group Q.floor_1 ALL union P.body,Q.body %\n"}));
+    EXPECT_EQ(model.mesh.node_num(), 8);
+    for (const char* name : {"P.floor_1", "Q.floor_1", "FLOOR"}) EXPECT_NEAR(area(name), 1, 1e-15) << name;
+    EXPECT_EQ(model.boundary_conditions.at(0).box, (std::array<double, 6>{0, 1, 0, 2, 0, 0}));
+    EXPECT_EQ(model.boundary_conditions.at(1).box, (std::array<double, 6>{5, 6, 0, 2, 0, 0}));
+    EXPECT_EQ(set("ALL").faces.size(), 8u);
+    EXPECT_NEAR(area("ALL"), 2 * (1 + 1.5 + 3 + std::sqrt(1 + 1.5 * 1.5 + 9)), 1e-14);
+}
+
 TEST_F(MeshSets, AreRefusedWhereTheyAreWrong) {
     using testing::contains;
     EXPECT_EQ(errors("S plane z 0"), "");
