@@ -1,4 +1,5 @@
 // Named sets of nodes and faces.
+#include <algorithm>
 #include <cmath>
 
 #include "input/calculator.h"
