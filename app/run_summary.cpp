@@ -249,6 +249,13 @@ void print_check(const Model& model, const ModelCheck& check, Progress& progress
     }
     for (const MeshSet& set : mesh.sets) {
         const auto [area, around] = measure_set(mesh, set);
+        if (!set.elements.empty() && set.faces.empty()) {  // a body
+            progress.summary(
+                "%-22s %s: %zu nodes, %zu elements, (%.6g, %.6g, %.6g) to (%.6g, %.6g, %.6g) m\n", "set",
+                set.name.c_str(), set.nodes.size(), set.elements.size(), around[0], around[2], around[4],
+                around[1], around[3], around[5]);
+            continue;
+        }
         progress.summary(
             "%-22s %s: %zu nodes, %zu faces of %.6g m^2, (%.6g, %.6g, %.6g) to (%.6g, %.6g, %.6g) m\n", "set",
             set.name.c_str(), set.nodes.size(), set.faces.size(), area, around[0], around[2], around[4],

@@ -20,11 +20,6 @@
 
 namespace kestralum {
 
-// Of a node, 0-based, at rest.
-inline Vec3 place_of(const Mesh& mesh, std::int32_t node) {
-    return triple(mesh.coordinates, node);
-}
-
 using Vec6 = std::array<double, 6>;  // velocity and angular velocity, or force and moment
 
 // The independent motions of one body, at most six; needs no memory of its own.

@@ -229,17 +229,9 @@ bool read_msh_text(std::string_view text, std::string_view file_name, double uni
 }
 
 bool import_msh(const Part& part, MeshContext& context, PartMesh& mesh) {
-    std::string name, text, error;
-    mesh.lines = "MSH:";
-    if (!read_mesh_file(part, context.model_file_name, name, text, error)) {
-        mesh.lines += "FILE OPEN ERROR\n";
-        context.remarks.errors.push_back(error);
-        return false;
-    }
-    mesh.lines += "FILE OPEN !!\n";
-    const bool good = read_msh_text(text, name, part.unit_factor, mesh, context.remarks, context.progress);
-    mesh.lines += "FILE CLOSE !!\n";
-    return good && take_from_budget(part, {mesh.element_num(), mesh.node_num()}, context);
+    return import_mesh_file(part, context, mesh, "MSH", [&](std::string_view text, const std::string& name) {
+        return read_msh_text(text, name, part.unit_factor, mesh, context.remarks, context.progress);
+    });
 }
 
 }  // namespace kestralum

@@ -15,8 +15,8 @@ bool is_absolute(std::string_view path) {
     return path.starts_with('/') || path.starts_with('\\');
 }
 
-}  // namespace
-
+// Looked for in the working directory first and then beside the model file; `name` is the path that was read.
+// False: `error` is a whole line.
 bool read_mesh_file(const Part& part, std::string_view model_file_name, std::string& name, std::string& text,
                     std::string& error) {
     name = mesh_file_path(part);
@@ -33,6 +33,23 @@ bool read_mesh_file(const Part& part, std::string_view model_file_name, std::str
     }
     error = "part \"" + part.name + "\": file \"" + name + "\" cannot be read: " + why;
     return false;
+}
+
+}  // namespace
+
+bool import_mesh_file(const Part& part, MeshContext& context, PartMesh& mesh, const char* word,
+                      const ReadMesh& read) {
+    std::string name, text, error;
+    mesh.lines = std::string(word) + ":";
+    if (!read_mesh_file(part, context.model_file_name, name, text, error)) {
+        mesh.lines += "FILE OPEN ERROR\n";
+        context.remarks.errors.push_back(error);
+        return false;
+    }
+    mesh.lines += "FILE OPEN !!\n";
+    const bool good = read(text, name);
+    mesh.lines += "FILE CLOSE !!\n";
+    return good && take_from_budget(part, {mesh.element_num(), mesh.node_num()}, context);
 }
 
 std::string foreign_format(std::string_view text, std::string_view own_word, std::string_view expected) {

@@ -1,18 +1,22 @@
 // What the readers of mesh files share: finding the file and saying what is wrong in it.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
+#include "mesh/part_mesh.h"
 #include "model/records.h"
 #include "model/token_reader.h"
 
 namespace kestralum {
 
-// Reads the mesh file of a part, looked for in the working directory first and then beside the
-// model file. `name` is the path that was read. False: `error` is a whole line.
-bool read_mesh_file(const Part& part, std::string_view model_file_name, std::string& name, std::string& text,
-                    std::string& error);
+// Imports the file of a part: read(text, name) fills the mesh and adds its console lines to those that every
+// import prints, "WORD:FILE OPEN !!\n" … "FILE CLOSE !!\n". False with an error where the file cannot be
+// opened, read says so, or the mesh passes what is left.
+using ReadMesh = std::function<bool(std::string_view text, const std::string& name)>;
+bool import_mesh_file(const Part& part, MeshContext& context, PartMesh& mesh, const char* word,
+                      const ReadMesh& read);
 
 // What a mesh file of another kind is, known by its first bytes, and what to do about it: "is compressed
 // (gzip): unpack it first". "" for any other text and for one that begins with `own_word`.

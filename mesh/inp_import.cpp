@@ -83,18 +83,10 @@ bool read_inp_text(std::string_view text, std::string_view file_name, double uni
 }
 
 bool import_inp(const Part& part, MeshContext& context, PartMesh& mesh) {
-    std::string name, text, error;
-    mesh.lines = "INP:";
-    if (!read_mesh_file(part, context.model_file_name, name, text, error)) {
-        mesh.lines += "FILE OPEN ERROR\n";
-        context.remarks.errors.push_back(error);
-        return false;
-    }
-    mesh.lines += "FILE OPEN !!\n";
-    const bool good =
-        read_inp_text(text, name, part.unit_factor, context.left, mesh, context.remarks, context.progress);
-    mesh.lines += "FILE CLOSE !!\n";
-    return good && take_from_budget(part, {mesh.element_num(), mesh.node_num()}, context);
+    return import_mesh_file(part, context, mesh, "INP", [&](std::string_view text, const std::string& name) {
+        return read_inp_text(text, name, part.unit_factor, context.left, mesh, context.remarks,
+                             context.progress);
+    });
 }
 
 }  // namespace kestralum

@@ -191,18 +191,13 @@ bool read_stl_text(std::string_view text, std::string_view file_name, double uni
 }
 
 bool import_stl(const Part& part, MeshContext& context, PartMesh& mesh) {
-    std::string name, text, error;
-    mesh.lines = "STL:";
-    if (!read_mesh_file(part, context.model_file_name, name, text, error)) {
-        mesh.lines += "FILE OPEN ERROR\n";
-        context.remarks.errors.push_back(error);
-        return false;
-    }
-    mesh.lines += "FILE OPEN !!\n";
-    const bool good = read_stl_text(text, name, part.unit_factor, mesh, context.remarks, context.progress);
-    mesh.lines += formatted("Nelem1=%ld\n", mesh.element_num()) + formatted("Nnode1=%ld\n", mesh.node_num()) +
-                  "FILE CLOSE !!\n";
-    return good && take_from_budget(part, {mesh.element_num(), mesh.node_num()}, context);
+    return import_mesh_file(part, context, mesh, "STL", [&](std::string_view text, const std::string& name) {
+        const bool good =
+            read_stl_text(text, name, part.unit_factor, mesh, context.remarks, context.progress);
+        mesh.lines +=
+            formatted("Nelem1=%ld\n", mesh.element_num()) + formatted("Nnode1=%ld\n", mesh.node_num());
+        return good;
+    });
 }
 
 }  // namespace kestralum

@@ -242,17 +242,9 @@ bool read_vol_text(std::string_view text, std::string_view file_name, double uni
 }
 
 bool import_vol(const Part& part, MeshContext& context, PartMesh& mesh) {
-    std::string name, text, error;
-    mesh.lines = "VOL:";
-    if (!read_mesh_file(part, context.model_file_name, name, text, error)) {
-        mesh.lines += "FILE OPEN ERROR\n";
-        context.remarks.errors.push_back(error);
-        return false;
-    }
-    mesh.lines += "FILE OPEN !!\n";
-    const bool good = read_vol_text(text, name, part.unit_factor, mesh, context.remarks, context.progress);
-    mesh.lines += "FILE CLOSE !!\n";
-    return good && take_from_budget(part, {mesh.element_num(), mesh.node_num()}, context);
+    return import_mesh_file(part, context, mesh, "VOL", [&](std::string_view text, const std::string& name) {
+        return read_vol_text(text, name, part.unit_factor, mesh, context.remarks, context.progress);
+    });
 }
 
 }  // namespace kestralum

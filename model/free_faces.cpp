@@ -69,34 +69,31 @@ std::vector<ElementFace> free_faces(const Mesh& mesh, const Progress* progress) 
     return faces;
 }
 
+Vec3 area_vector(const Mesh& mesh, const ElementFace& face) {
+    const auto local = outward_triangles(mesh.element_type, face.face);
+    const auto element = mesh.element(face.element);
+    const auto corner = [&](std::size_t k) { return place_of(mesh, node_index(element[local[k]])); };
+    Vec3 sum{};
+    for (std::size_t k = 0; k + 2 < local.size(); k += 3) {
+        const Vec3 a = corner(k);
+        sum = plus(sum, cross(minus(corner(k + 1), a), minus(corner(k + 2), a)));
+    }
+    return times(0.5, sum);
+}
+
 void update_node_normals(Mesh& mesh, const Progress* progress) {
     mesh.node_n_dir.assign(mesh.coordinates.size(), 0.0);
-    const FaceTable table = face_table(mesh.element_type);
-    const double* x = mesh.coordinates.data();
-    // (b-a)×(c-a) of a triangle: twice its area, outward
-    auto add_triangle = [&](const std::int32_t* element, const int* local, double* sum) {
-        const double* at[3];
-        for (int k = 0; k < 3; ++k) at[k] = x + 3 * node_index(element[local[k]]);
-        double u[3], v[3];
-        for (int k = 0; k < 3; ++k) {
-            u[k] = at[1][k] - at[0][k];
-            v[k] = at[2][k] - at[0][k];
-        }
-        for (int k = 0; k < 3; ++k)
-            sum[k] += u[(k + 1) % 3] * v[(k + 2) % 3] - u[(k + 2) % 3] * v[(k + 1) % 3];
-    };
     for (const ElementFace& face : free_faces(mesh, progress)) {
         const std::int32_t* element = mesh.element(face.element).data();
         const auto triangles = outward_triangles(mesh.element_type, face.face);
-        double normal[3] = {};
-        for (int t = 0; t < table.triangles_per_face; ++t) add_triangle(element, &triangles[3 * t], normal);
+        const Vec3 normal = area_vector(mesh, face);
         // The whole face counts at each of its nodes: its triangles do not meet all of them equally.
         std::uint32_t met = 0;
         for (int local : triangles) {
             if (met >> local & 1u) continue;
             met |= 1u << local;
             double* d = mesh.node_n_dir.data() + 3 * node_index(element[local]);
-            for (int k = 0; k < 3; ++k) d[k] += normal[k];
+            for (std::size_t k = 0; k < 3; ++k) d[k] += normal[k];
         }
     }
     for (std::size_t n = 0; n + 2 < mesh.node_n_dir.size(); n += 3) {

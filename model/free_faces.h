@@ -8,12 +8,16 @@
 
 #include "model/progress.h"
 #include "model/topology.h"
+#include "model/vector3.h"
 
 namespace kestralum {
 
 // Faces whose corner nodes no other element shares, in element order. O(faces).
 // With a `progress` that is cancelled meanwhile: at once, without a face.
 std::vector<ElementFace> free_faces(const Mesh& mesh, const Progress* progress = nullptr);
+
+// The face's area (m^2) as a vector that points out of its element.
+Vec3 area_vector(const Mesh& mesh, const ElementFace& face);
 
 struct SurfaceTriangle {
     std::array<std::int32_t, 3> node;  // 0-based, winding outwards

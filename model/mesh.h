@@ -10,6 +10,7 @@
 
 #include "model/element_kind.h"
 #include "model/records.h"
+#include "model/vector3.h"
 
 namespace kestralum {
 
@@ -56,6 +57,11 @@ struct Mesh {
     // x y z of node n (0-based), m.
     const double* node(std::int64_t n) const { return coordinates.data() + 3 * n; }
 };
+
+// Place of node n (0-based), m.
+inline Vec3 place_of(const Mesh& mesh, std::int64_t n) {
+    return triple(mesh.coordinates, n);
+}
 
 // Nodes of different parts that are closer than this share of the solid parts' extent become one.
 inline constexpr double merging_fraction = 1e-6;

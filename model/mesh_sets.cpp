@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <map>
 #include <numbers>
 
 #include "model/free_faces.h"
-#include "model/vector3.h"
+#include "model/triangle.h"
 
 namespace kestralum {
 
@@ -16,51 +15,6 @@ namespace {
 constexpr std::string_view kind_words[] = {"box",    "plane", "sphere",       "cylinder",
                                            "normal", "patch", "where",        "part",
                                            "group",  "union", "intersection", "difference"};
-
-Vec3 place_of_node(const Mesh& mesh, std::int32_t number) {
-    const double* x = mesh.node(node_index(number));
-    return {x[0], x[1], x[2]};
-}
-
-// Node numbers (1-based) of a face's outward triangles, one after the other.
-std::vector<std::int32_t> face_triangles(const Mesh& mesh, const ElementFace& face) {
-    std::vector<std::int32_t> nodes;
-    for (const int local : outward_triangles(mesh.element_type, face.face))
-        nodes.push_back(mesh.element(face.element)[local]);
-    return nodes;
-}
-
-// Outward, as long as the face's area.
-Vec3 area_vector(const Mesh& mesh, const ElementFace& face) {
-    const std::vector<std::int32_t> t = face_triangles(mesh, face);
-    Vec3 sum{};
-    for (std::size_t k = 0; k + 2 < t.size(); k += 3) {
-        const Vec3 a = place_of_node(mesh, t[k]), b = place_of_node(mesh, t[k + 1]),
-                   c = place_of_node(mesh, t[k + 2]);
-        sum = plus(sum, times(0.5, cross(minus(b, a), minus(c, a))));
-    }
-    return sum;
-}
-
-// Distance of a place to a triangle (Ericson, Real-Time Collision Detection, 2005, 5.1.5), squared.
-double distance_to_triangle(const Vec3& p, const Vec3& a, const Vec3& b, const Vec3& c) {
-    const auto to = [&](const Vec3& from, const Vec3& along, double t) {
-        const Vec3 d = minus(p, plus(from, times(t, along)));
-        return dot(d, d);
-    };
-    const auto to_edge = [&](const Vec3& from, const Vec3& end) {
-        const Vec3 along = minus(end, from);
-        const double square = dot(along, along);
-        return to(from, along, square > 0 ? std::clamp(dot(minus(p, from), along) / square, 0.0, 1.0) : 0);
-    };
-    double best = std::min({to_edge(a, b), to_edge(b, c), to_edge(c, a)});
-    const Vec3 u = minus(b, a), v = minus(c, a), w = minus(p, a), n = cross(u, v);
-    const double nn = dot(n, n);
-    if (!(nn > 0)) return best;
-    const double s = dot(cross(w, v), n) / nn, t = dot(cross(u, w), n) / nn;
-    if (s >= 0 && t >= 0 && s + t <= 1) best = std::min(best, dot(w, n) * dot(w, n) / nn);
-    return best;
-}
 
 template <typename Entry>
 std::vector<Entry> combined(SetKind kind, const std::vector<Entry>& a, const std::vector<Entry>& b) {
@@ -152,21 +106,22 @@ private:
         return {};
     }
 
+    // Those in the middle of edges too.
     void take_nodes_of_faces() {
         for (const ElementFace& face : set_.faces)
-            for (const std::int32_t node : face_triangles(mesh_, face))
-                set_.nodes.push_back(static_cast<std::int32_t>(node_index(node)));
+            for (const int local : outward_triangles(mesh_.element_type, face.face))
+                set_.nodes.push_back(
+                    static_cast<std::int32_t>(node_index(mesh_.element(face.element)[local])));
         std::ranges::sort(set_.nodes);
         set_.nodes.erase(std::unique(set_.nodes.begin(), set_.nodes.end()), set_.nodes.end());
     }
 
     std::string take_faces_along(const Vec3& direction, double degrees) {
-        const double least = std::cos(degrees * std::numbers::pi / 180) * norm(direction);
+        const double least = std::cos(degrees * std::numbers::pi / 180) - 1e-12;
+        const Vec3 along = unit(direction);
         for (std::size_t k = 0; k < free_.size(); ++k) {
             if (stopped(k)) return {};
-            const Vec3 n = area_vector(mesh_, free_[k]);
-            if (dot(n, direction) >= (least - 1e-12 * norm(direction)) * norm(n))
-                set_.faces.push_back(free_[k]);
+            if (dot(unit(area_vector(mesh_, free_[k]), {}), along) >= least) set_.faces.push_back(free_[k]);
         }
         take_nodes_of_faces();
         return {};
@@ -177,11 +132,12 @@ private:
         double best = std::numeric_limits<double>::infinity();
         for (std::size_t k = 0; k < free_.size(); ++k) {
             if (stopped(k)) break;
-            const std::vector<std::int32_t> t = face_triangles(mesh_, free_[k]);
-            for (std::size_t i = 0; i + 2 < t.size(); i += 3) {
-                const double d =
-                    distance_to_triangle(place, place_of_node(mesh_, t[i]), place_of_node(mesh_, t[i + 1]),
-                                         place_of_node(mesh_, t[i + 2]));
+            const auto local = outward_triangles(mesh_.element_type, free_[k].face);
+            const auto element = mesh_.element(free_[k].element);
+            const auto corner = [&](std::size_t i) { return place_of(mesh_, node_index(element[local[i]])); };
+            for (std::size_t i = 0; i + 2 < local.size(); i += 3) {
+                const Vec3 nearby = closest_point(place, corner(i), corner(i + 1), corner(i + 2));
+                const double d = norm(minus(place, nearby));
                 if (d < best) {
                     best = d;
                     nearest = k;
@@ -191,40 +147,60 @@ private:
         return nearest;
     }
 
-    // Free faces on either side of each edge, by the numbers of its corners.
-    std::map<std::array<std::int32_t, 2>, std::vector<std::size_t>> edges() const {
-        std::map<std::array<std::int32_t, 2>, std::vector<std::size_t>> faces_of;
+    // A free face at an edge, which its corners' numbers tell.
+    struct EdgeFace {
+        std::int32_t low, high, face;
+        auto operator<=>(const EdgeFace&) const = default;
+        bool same_edge(const EdgeFace& other) const { return low == other.low && high == other.high; }
+    };
+    // Per free face the free faces that it shares an edge with: neighbours[start[k]] … .
+    void find_neighbours(std::vector<std::int64_t>& start, std::vector<std::int32_t>& neighbours) const {
+        std::vector<EdgeFace> edges;
         for (std::size_t k = 0; k < free_.size(); ++k) {
             const auto corners = face_corners(mesh_.element_type, free_[k].face);
             const auto element = mesh_.element(free_[k].element);
             for (std::size_t c = 0; c < corners.size(); ++c) {
-                const std::int32_t a = element[corners[c]], b = element[corners[(c + 1) % corners.size()]];
-                faces_of[{std::min(a, b), std::max(a, b)}].push_back(k);
+                const auto [low, high] =
+                    std::minmax(element[corners[c]], element[corners[(c + 1) % corners.size()]]);
+                edges.push_back({low, high, static_cast<std::int32_t>(k)});
             }
         }
-        return faces_of;
+        std::ranges::sort(edges);
+        std::vector<std::array<std::int32_t, 2>> pairs;
+        for (std::size_t first = 0, last = 0; first < edges.size(); first = last) {
+            for (last = first; last < edges.size() && edges[last].same_edge(edges[first]); ++last) {
+            }
+            for (std::size_t a = first; a < last; ++a)
+                for (std::size_t b = first; b < last; ++b)
+                    if (a != b) pairs.push_back({edges[a].face, edges[b].face});
+        }
+        std::ranges::sort(pairs);
+        start.assign(free_.size() + 1, 0);
+        for (const auto& pair : pairs) {
+            ++start[pair[0] + 1];
+            neighbours.push_back(pair[1]);
+        }
+        for (std::size_t k = 1; k < start.size(); ++k) start[k] += start[k - 1];
     }
 
     std::string take_patch(const Vec3& place, double degrees) {
         if (free_.empty()) return {};
-        const auto faces_of = edges();
-        std::vector<std::vector<std::size_t>> beside(free_.size());
-        for (const auto& [edge, faces] : faces_of)
-            for (const std::size_t a : faces)
-                for (const std::size_t b : faces)
-                    if (a != b) beside[a].push_back(b);
+        std::vector<std::int64_t> start;
+        std::vector<std::int32_t> neighbours;
+        find_neighbours(start, neighbours);
+        std::vector<Vec3> normal;
+        for (const ElementFace& face : free_) normal.push_back(unit(area_vector(mesh_, face), {}));
         const double least = std::cos(degrees * std::numbers::pi / 180) - 1e-12;
         std::vector<char> taken(free_.size(), 0);
         std::vector<std::size_t> front{nearest_face(place)};
         taken[front[0]] = 1;
-        while (!front.empty()) {
+        for (std::size_t turn = 0; !front.empty(); ++turn) {
             const std::size_t at = front.back();
             front.pop_back();
-            if (stopped(front.size())) return {};
-            const Vec3 n = area_vector(mesh_, free_[at]);
-            for (const std::size_t next : beside[at]) {
-                const Vec3 m = area_vector(mesh_, free_[next]);
-                if (taken[next] || dot(n, m) < least * norm(n) * norm(m)) continue;
+            if (stopped(turn)) return {};
+            for (std::int64_t k = start[at]; k < start[at + 1]; ++k) {
+                const std::int32_t next = neighbours[k];
+                if (taken[next] || dot(normal[at], normal[next]) < least) continue;
                 taken[next] = 1;
                 front.push_back(next);
             }

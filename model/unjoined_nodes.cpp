@@ -5,6 +5,7 @@
 #include <map>
 
 #include "model/free_faces.h"
+#include "model/triangle.h"
 #include "model/vector3.h"
 
 namespace kestralum {
@@ -55,28 +56,6 @@ private:
     const Mesh& mesh_;
     std::vector<std::int32_t> nodes_;
 };
-
-// Point of the triangle a b c that is closest to p (C. Ericson, Real-Time Collision Detection, 2005, 5.1.5).
-Vec3 closest_point(const Vec3& p, const Vec3& a, const Vec3& b, const Vec3& c) {
-    const Vec3 ab = minus(b, a), ac = minus(c, a), ap = minus(p, a);
-    const double d1 = dot(ab, ap), d2 = dot(ac, ap);
-    if (d1 <= 0 && d2 <= 0) return a;
-    const Vec3 bp = minus(p, b);
-    const double d3 = dot(ab, bp), d4 = dot(ac, bp);
-    if (d3 >= 0 && d4 <= d3) return b;
-    const double vc = d1 * d4 - d3 * d2;
-    if (vc <= 0 && d1 >= 0 && d3 <= 0) return plus(a, times(d1 / (d1 - d3), ab));
-    const Vec3 cp = minus(p, c);
-    const double d5 = dot(ab, cp), d6 = dot(ac, cp);
-    if (d6 >= 0 && d5 <= d6) return c;
-    const double vb = d5 * d2 - d1 * d6;
-    if (vb <= 0 && d2 >= 0 && d6 <= 0) return plus(a, times(d2 / (d2 - d6), ac));
-    const double va = d3 * d6 - d5 * d4;
-    if (va <= 0 && d4 >= d3 && d5 >= d6)
-        return plus(b, times((d4 - d3) / ((d4 - d3) + (d5 - d6)), minus(c, b)));
-    const double scale = 1 / (va + vb + vc);
-    return plus(a, plus(times(vb * scale, ab), times(vc * scale, ac)));
-}
 
 // Largest edge of the box around the nodes.
 double extent_of(const Mesh& mesh, const std::vector<std::int32_t>& nodes) {

@@ -45,8 +45,8 @@ struct FactorOptions {
     // when it is. The cancel of this progress, which outlives the factor, ends the writing.
     const Progress* write_behind = nullptr;
     bool write_files = true;  // false: for a factor kept in memory only
-    // Others follow this factor: one that is kept in memory goes to its file when begin_files() or
-    // await_files() asks for it, so that only the last one does.
+    // With write_behind, where other factors follow: one that is kept in memory goes to its file when
+    // begin_files() or await_files() asks for it, so that only the last one does.
     bool write_last = false;
 };
 

@@ -104,8 +104,6 @@ bool EigenProblem::shift(double sigma, bool with_frequency) {
 }
 
 bool EigenProblem::start_vector_through_w(std::vector<double>& start) {
-    job_.clock.begin("factor");
-    ++report().factorizations;
     progress().print("LU M_sparse\n");
     // the bodies' part of the vector goes through the diagonal alone: it only has to reach every mode
     start.assign(n(), 1 / std::sqrt(static_cast<double>(n())));
@@ -114,10 +112,10 @@ bool EigenProblem::start_vector_through_w(std::vector<double>& start) {
     if (!skyline) {  // without the profile of W its diagonal stands for it
         for (std::int32_t i = 0; i < km_.rows(); ++i) start[i] /= std::sqrt(diagonal_m(i));
         progress().print("LU M_sparse complete\n");
-        --report().factorizations;
-        job_.clock.begin("iterate");
         return true;
     }
+    job_.clock.begin("factor");
+    ++report().factorizations;
     const SkylineFactor& like = *skyline;
     const std::span<double> free = std::span(start).first(km_.rows());
     W_ = std::make_unique<MassFactor>(mass_, like.profile(), like.divisions(), like.options());

@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "solver/dense_eigen.h"
+#include "solver/sparse.h"
 
 namespace kestralum {
 
@@ -66,16 +67,6 @@ std::vector<double> Recurrence::last_coupling(std::span<const double> s) const {
     return out;
 }
 
-namespace {
-
-double norm_of(std::span<const double> v) {
-    double square = 0;
-    for (double x : v) square += x * x;
-    return std::sqrt(square);
-}
-
-}  // namespace
-
 Tridiagonal Recurrence::tridiagonal() const {
     Tridiagonal out;
     const std::size_t m = steps_;
@@ -95,7 +86,7 @@ Tridiagonal Recurrence::tridiagonal() const {
                 std::copy_n(&block.R[std::size_t(j) * block.next], block.next, column + block.width);
         }
     tridiagonalise(steps_, out.U, out.alpha, out.beta);
-    out.beta.push_back(norm_of(last_coupling(std::span(out.U).last(m))));
+    out.beta.push_back(norm(last_coupling(std::span(out.U).last(m))));
     return out;
 }
 
@@ -123,7 +114,7 @@ std::vector<Ritz> Recurrence::ritz() const {
         else
             for (std::int32_t k = 0; k < m; ++k)
                 for (std::int32_t i = 0; i < m; ++i) ritz.s[i] += t.U[std::size_t(k) * m + i] * S[k][j];
-        ritz.residual = norm_of(last_coupling(ritz.s)) / std::abs(values[j]);
+        ritz.residual = norm(last_coupling(ritz.s)) / std::abs(values[j]);
     }
     return out;
 }

@@ -14,7 +14,6 @@
 #include "analysis/eigen/eigen_analysis.h"
 #include "analysis/eigen/eigen_problem.h"
 #include "support/analysis_run.h"
-#include "system/assembly.h"
 
 namespace kestralum {
 namespace {
@@ -142,10 +141,7 @@ TEST_F(EigenAnalysis, LanczosPrintsTheCoefficientsOfTheOperator) {
     ASSERT_EQ(std::sscanf(printed("  Shift frequency="), "  Shift frequency=%lf", &shift), 1);
     ASSERT_EQ(std::sscanf(printed("Lanczos Start"), "Lanczos Start: 0: %*f 0: %lf, %lf", &alpha, &beta), 2);
     AssembledSystem system;
-    kestralum::Run again;
-    Job job{model, settings, options, said, again};
-    ASSERT_TRUE(make_run_mesh(job, Renumbering::by_settings, system.freedoms) &&
-                assemble_system(job, system));
+    ASSERT_TRUE(assemble(system));
     const SparseKM& km = system.km;
     const int n = km.rows();
     TNT::Array2D<double> K(n, n, 0.0), M(n, n, 0.0);

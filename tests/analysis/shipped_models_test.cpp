@@ -5,7 +5,6 @@
 #include "analysis/static/static_analysis.h"
 #include "input/analysis_info_reader.h"
 #include "support/analysis_run.h"
-#include "system/assembly.h"
 
 namespace kestralum::testing {
 
@@ -102,10 +101,7 @@ TEST_F(ShippedModels, TheSparseFactorSolvesPartsToTheLastDigits) {
         analyse_shipped(name, analyse_static);
         ASSERT_TRUE(result.report.solver.ends_with(": sparse")) << result.report.solver;
         AssembledSystem system;
-        kestralum::Run again;
-        Job job{model, settings, options, said, again};
-        ASSERT_TRUE(make_run_mesh(job, Renumbering::by_settings, system.freedoms) &&
-                    assemble_system(job, system));
+        ASSERT_TRUE(assemble(system));
         const SparseKM& km = system.km;
         std::vector<double> u, F;
         for (const std::int32_t dof : system.freedoms.numbering.free_dofs) {

@@ -2,11 +2,10 @@
 
 #include <cstring>
 #include <numbers>
-#include <random>
 #include <set>
 
+#include "group_checks.h"
 #include "mesh/tetra_order.h"
-#include "mesh_checks.h"
 #include "model/format.h"
 
 using namespace kestralum;
@@ -15,39 +14,8 @@ using std::numbers::pi;
 
 namespace {
 
-struct Reading {
-    bool good = false;
-    PartMesh mesh;
-    Remarks remarks;
-    std::string error() const { return good ? "" : remarks.errors.at(0); }
-    const PartGroup& group(const std::string& name) const {
-        for (const PartGroup& g : mesh.groups)
-            if (g.name == name) return g;
-        throw std::runtime_error("no group " + name);
-    }
-};
-
-// A mesh that can be used, or the one error and no mesh.
 Reading read(const std::string& text, double unit = 1) {
-    Reading r;
-    r.good = read_msh_text(text, "f", unit, r.mesh, r.remarks, SilentProgress());
-    EXPECT_EQ(r.remarks.errors.size(), r.good ? 0u : 1u);
-    const std::int64_t nodes = r.mesh.node_num(), elements = r.mesh.element_num();
-    EXPECT_TRUE(r.good || nodes + elements == 0);
-    const auto is_node = [&](std::int32_t n) { return n >= 1 && n <= nodes; };
-    const auto is_element = [&](std::int32_t e) { return e >= 0 && e < elements; };
-    const auto& m = r.mesh;
-    EXPECT_TRUE(std::all_of(m.connectivity.begin(), m.connectivity.end(), is_node));
-    EXPECT_TRUE(
-        std::all_of(m.coordinates.begin(), m.coordinates.end(), [](double x) { return std::isfinite(x); }));
-    for (const PartGroup& g : m.groups) {
-        EXPECT_TRUE(std::all_of(g.nodes.begin(), g.nodes.end(), is_node) && !g.nodes.empty());
-        EXPECT_TRUE(std::is_sorted(g.nodes.begin(), g.nodes.end()));
-        EXPECT_TRUE(std::all_of(g.elements.begin(), g.elements.end(), is_element));
-        for (const ElementFace& f : g.faces)
-            EXPECT_TRUE(is_element(f.element) && f.face >= 0 && f.face < face_table(m.kind).faces);
-    }
-    return r;
+    return kestralum::testing::read(read_msh_text, text, unit);
 }
 
 // "name: elements faces nodes" of every group, in order.
@@ -57,30 +25,6 @@ std::string groups_of(const Reading& r) {
         text += g.name + ": " + std::to_string(g.elements.size()) + " " + std::to_string(g.faces.size()) +
                 " " + std::to_string(g.nodes.size()) + "\n";
     return text;
-}
-
-Mesh as_model(const PartMesh& part) {
-    Mesh mesh;
-    mesh.element_type = part.kind;
-    mesh.connectivity = part.connectivity;
-    mesh.coordinates = part.coordinates;
-    return mesh;
-}
-
-// Area vector of a group's faces, by their outward triangles.
-Vec3 area_of(const PartMesh& part, const PartGroup& group) {
-    const Mesh mesh = as_model(part);
-    Vec3 sum{};
-    for (const ElementFace& face : group.faces) {
-        const auto local = outward_triangles(part.kind, face.face);
-        for (std::size_t t = 0; t < local.size(); t += 3) {
-            const auto corner = [&](std::size_t k) {
-                return point(mesh, mesh.element(face.element)[local[t + k]]);
-            };
-            sum = plus(sum, times(0.5, cross(minus(corner(1), corner(0)), minus(corner(2), corner(0)))));
-        }
-    }
-    return sum;
 }
 
 // ---- files of Gmsh's own
@@ -130,7 +74,7 @@ TEST(Gmsh, PlateWithAHoleIsTheSameInEveryFormat) {
     ASSERT_TRUE(gmsh.good) << read_file(gmsh.path() / "out.txt");
     for (const std::string order : {"o1_", "o2_"}) {
         const Reading first = gmsh.mesh(order + "22_0.msh");
-        const double volume = check_tetrahedra(as_model(first.mesh)).volume;
+        const double volume = check_tetrahedra(mesh_of(first.mesh)).volume;
         const double body = 24 - pi / 2, excess = volume - body;  // the corners' polygon cuts out less
         EXPECT_TRUE(excess > 0 && excess < 0.17) << volume;
         for (const std::string format : formats) {
@@ -138,9 +82,9 @@ TEST(Gmsh, PlateWithAHoleIsTheSameInEveryFormat) {
             const Reading r = gmsh.mesh(order + format + ".msh");
             ASSERT_TRUE(r.good) << r.error();
             EXPECT_EQ(r.mesh.kind, order == "o1_" ? ElementKind::tetrahedron4 : ElementKind::tetrahedron10);
-            EXPECT_NEAR(check_tetrahedra(as_model(r.mesh)).volume, volume, 1e-12 * volume);
-            EXPECT_GT(check_tetrahedra(as_model(r.mesh)).smallest, 0);
-            const double inside = volume_inside_surface(as_model(r.mesh));
+            EXPECT_NEAR(check_tetrahedra(mesh_of(r.mesh)).volume, volume, 1e-12 * volume);
+            EXPECT_GT(check_tetrahedra(mesh_of(r.mesh)).smallest, 0);
+            const double inside = volume_inside_surface(mesh_of(r.mesh));
             if (order == "o1_")
                 EXPECT_NEAR(inside, volume, 1e-12 * volume);
             else
@@ -148,17 +92,17 @@ TEST(Gmsh, PlateWithAHoleIsTheSameInEveryFormat) {
             EXPECT_EQ(groups_of(r), groups_of(first));
             EXPECT_EQ(joined(r.remarks.notices),
                       "file f: group \"plate body\" is taken as \"plate_body\": a name has no blanks\n");
-            EXPECT_EQ(std::int64_t(r.group("plate_body").elements.size()), r.mesh.element_num());
-            EXPECT_EQ(r.group("all").elements, r.group("plate_body").elements)
+            EXPECT_EQ(std::int64_t(group(r.mesh, "plate_body").elements.size()), r.mesh.element_num());
+            EXPECT_EQ(group(r.mesh, "all").elements, group(r.mesh, "plate_body").elements)
                 << "a solid of two groups is one";
-            EXPECT_NEAR(area_of(r.mesh, r.group("left"))[0], -6, 1e-12);
-            EXPECT_FALSE(r.group("hole").faces.empty());
-            for (const std::int32_t n : r.group("hole").nodes) {  // mid-side nodes too
+            EXPECT_NEAR(area_of(r.mesh, "left")[0], -6, 1e-12);
+            EXPECT_FALSE(group(r.mesh, "hole").faces.empty());
+            for (const std::int32_t n : group(r.mesh, "hole").nodes) {  // mid-side nodes too
                 const Vec3 x = triple(r.mesh.coordinates, n - 1);
                 EXPECT_NEAR(std::hypot(x[0] - 2, x[1] - 1.5), 0.5, 1e-6);
             }
-            EXPECT_NEAR(norm(area_of(r.mesh, r.group("hole"))), 0, 1e-12);
-            for (const std::int32_t n : r.group("physical_1_9").nodes)
+            EXPECT_NEAR(norm(area_of(r.mesh, "hole")), 0, 1e-12);
+            for (const std::int32_t n : group(r.mesh, "physical_1_9").nodes)
                 EXPECT_EQ(r.mesh.coordinates[3 * n - 3] + r.mesh.coordinates[3 * n - 2], 0);
         }
     }
@@ -185,7 +129,7 @@ TEST(Gmsh, HexahedraStandInTheProgramsOrder) {
         for (const Reading* r : {&plain, &named}) {
             ASSERT_TRUE(r->good) << r->error();
             EXPECT_TRUE(r->mesh.kind == ElementKind::hexahedron && r->mesh.node_num() == 60);
-            const JacobianCheck check = check_hexahedra(as_model(r->mesh));
+            const JacobianCheck check = check_hexahedra(mesh_of(r->mesh));
             EXPECT_NEAR(check.volume, 30, 30e-12);
             EXPECT_NEAR(check.smallest_element, 30.0 / 24, 1e-11);  // Gmsh's own places
         }
@@ -193,7 +137,7 @@ TEST(Gmsh, HexahedraStandInTheProgramsOrder) {
             << groups_of(plain);
         EXPECT_EQ(plain.mesh.groups.size(), 7u);
         EXPECT_EQ(groups_of(named), "bottom: 0 6 12\nbody: 24 0 60\n");
-        EXPECT_NEAR(area_of(named.mesh, named.group("bottom"))[2], -6, 1e-12);
+        EXPECT_NEAR(area_of(named.mesh, "bottom")[2], -6, 1e-12);
         EXPECT_TRUE(contains(named.remarks.notices,
                              "f: nodes of its groups that no solid element has are left out: 1"));
         EXPECT_TRUE(contains(named.remarks.notices, "group \"centre\" has nothing of the solid elements"));
@@ -301,7 +245,7 @@ TEST(Gmsh, SmallFilesAreReadAlikeInEveryLayout) {
         ASSERT_EQ(r.mesh.node_num(), 5) << "the point apart is left out";
         EXPECT_EQ(r.mesh.coordinates[3], 0.001);
         EXPECT_EQ(groups_of(r), "bottom: 0 1 3\nbottom_2: 2 0 5\nphysical_1_6: 0 0 2\n");
-        EXPECT_EQ(area_of(r.mesh, r.group("bottom"))[2], -0.5e-6);
+        EXPECT_EQ(area_of(r.mesh, "bottom")[2], -0.5e-6);
         EXPECT_EQ(joined(r.remarks.notices),
                   "file f: nodes of its groups that no solid element has are left out: 1\n"
                   "file f: group \"loose point\" has nothing of the solid elements and is left out\n"
@@ -316,43 +260,38 @@ TEST(Gmsh, SmallFilesAreReadAlikeInEveryLayout) {
 }
 
 TEST(Gmsh, SaysWhereAFileIsWrong) {
-    using Fault = std::array<std::string, 3>;  // what is replaced, by what, the error
-    const Fault faults22[] = {
-        {"2.2 0", "4.0 0",
-         "line 2: its format is Gmsh's 4.0, 2.2 or 4.1 is expected: convert it with \"gmsh -save"},
-        {"$MeshFormat\n2.2", "$NOD\n2.2", "file f, line 1: its format is Gmsh's 1, 2.2 or 4.1"},
-        {"$Nodes\n6", "$Nodes\n-6", "line 11 \"-6\": the number of nodes expected"},
-        {"$Nodes\n6", "$Nodes\n2000000000",
-         "line 11 \"2000000000\": the number of nodes, no more than the file can"},
-        {"$Nodes\n6", "$Nodes\n5", "line 17 \"15\": \"$EndNodes\" expected"},
-        {"$Nodes\n6", "$Nodes\n7", "line 18 \"$EndNodes\": a node number expected"},
-        {"10 9 9 9", "10 9 9 nan", "line 12 \"nan\": a coordinate expected"},
-        {"13 0 1 0", "11 0 1 0", "line 15 \"11\": a node number that did not come before expected"},
-        {"6 1 11 12", "6 1 11 99", "\"99\": a node of section \"$Nodes\" expected"},
-        {"11 12 13 14", "11 12 13 11", "line 24: element 4 has a node twice: different nodes are expected"},
-        {"4 4 2 8", "4 4 -2 8", "line 24 \"-2\": the number of tags expected"},
-        {"4 4 2 8", "4 6 2 8",
-         "line 24: element 4 is a 6-node wedge: 4-node or 10-node tetrahedra or 8-node"},
-        {"4 4 2 8", "4 777 2 8", "line 24: element 4 is of type 777: "},
-        {"12 13 14 15 \n", "12 13 15 14 \n",
-         "1 of its 2 tetrahedra are left-handed, the others right-handed "
-         "(left-handed is for example element 5): Gmsh writes right-handed ones"},
-        {"5 4 2 8 1 12", "5 5 2 8 1 12 11 13 10 12",
-         "element 5 is an 8-node hexahedron, one before is a 4-node tetra"},
-        {"$EndElements", "$Elements", "\"$EndElements\" expected"},
-        {"Elements\n5", "Nodes\n5", "\"$Nodes\": one section of this name expected"}};
-    for (const auto& [what, by, message] : faults22)
-        EXPECT_TRUE(contains(read(replaced(text22, what, by)).error(), message))
-            << by << ": " << read(replaced(text22, what, by)).error();
-    const Fault faults41[] = {
-        {"1 1 1 1 \n", "1 9999 1 1 \n", "the number of entities, no more than the file can hold, expected"},
-        {"3 1 0 5", "3 1 0 4", "the section's blocks have 5 nodes, 6 expected"},
-        {"3 1 0 5", "3 1 0 6", "\"6\": no more nodes than the section's expected"},
-        {"3 1 4 2", "2 1 4 2", "element 4 is a 4-node tetrahedron: elements of dimension 2 are expected"},
-        {"4 5 1 5 \n", "4 6 1 5 \n", "the section's blocks have 5 elements, 6 expected"}};
-    for (const auto& [what, by, message] : faults41)
-        EXPECT_TRUE(contains(read(replaced(text41, what, by)).error(), message))
-            << by << ": " << read(replaced(text41, what, by)).error();
+    expect_errors(
+        read_msh_text, text22,
+        {{"2.2 0", "4.0 0",
+          "line 2: its format is Gmsh's 4.0, 2.2 or 4.1 is expected: convert it with \"gmsh -save"},
+         {"$MeshFormat\n2.2", "$NOD\n2.2", "file f, line 1: its format is Gmsh's 1, 2.2 or 4.1"},
+         {"$Nodes\n6", "$Nodes\n-6", "line 11 \"-6\": the number of nodes expected"},
+         {"$Nodes\n6", "$Nodes\n2000000000",
+          "line 11 \"2000000000\": the number of nodes, no more than the file can"},
+         {"$Nodes\n6", "$Nodes\n5", "line 17 \"15\": \"$EndNodes\" expected"},
+         {"$Nodes\n6", "$Nodes\n7", "line 18 \"$EndNodes\": a node number expected"},
+         {"10 9 9 9", "10 9 9 nan", "line 12 \"nan\": a coordinate expected"},
+         {"13 0 1 0", "11 0 1 0", "line 15 \"11\": a node number that did not come before expected"},
+         {"6 1 11 12", "6 1 11 99", "\"99\": a node of section \"$Nodes\" expected"},
+         {"11 12 13 14", "11 12 13 11", "line 24: element 4 has a node twice: different nodes are expected"},
+         {"4 4 2 8", "4 4 -2 8", "line 24 \"-2\": the number of tags expected"},
+         {"4 4 2 8", "4 6 2 8",
+          "line 24: element 4 is a 6-node wedge: 4-node or 10-node tetrahedra or 8-node"},
+         {"4 4 2 8", "4 777 2 8", "line 24: element 4 is of type 777: "},
+         {"12 13 14 15 \n", "12 13 15 14 \n",
+          "1 of its 2 tetrahedra are left-handed, the others right-handed "
+          "(left-handed is for example element 5): Gmsh writes right-handed ones"},
+         {"5 4 2 8 1 12", "5 5 2 8 1 12 11 13 10 12",
+          "element 5 is an 8-node hexahedron, one before is a 4-node tetra"},
+         {"$EndElements", "$Elements", "\"$EndElements\" expected"},
+         {"Elements\n5", "Nodes\n5", "\"$Nodes\": one section of this name expected"}});
+    expect_errors(
+        read_msh_text, text41,
+        {{"1 1 1 1 \n", "1 9999 1 1 \n", "the number of entities, no more than the file can hold, expected"},
+         {"3 1 0 5", "3 1 0 4", "the section's blocks have 5 nodes, 6 expected"},
+         {"3 1 0 5", "3 1 0 6", "\"6\": no more nodes than the section's expected"},
+         {"3 1 4 2", "2 1 4 2", "element 4 is a 4-node tetrahedron: elements of dimension 2 are expected"},
+         {"4 5 1 5 \n", "4 6 1 5 \n", "the section's blocks have 5 elements, 6 expected"}});
     std::string binary = small41(true, false);
     const std::size_t at = binary.find("$Nodes\n") + 7 + 8;
     binary[at + 6] = 1;
@@ -374,8 +313,8 @@ TEST(Gmsh, LeftHandedSolidsAreTurnedAndTheirGroupsWithThem) {
     ASSERT_TRUE(r.good) << r.error();
     EXPECT_EQ(joined(r.remarks.notices),
               "file f: its hexahedra are left-handed, Gmsh's right-handed: they are turned\n");
-    EXPECT_NEAR(check_hexahedra(as_model(r.mesh)).smallest, 1, 1e-14);
-    EXPECT_EQ(area_of(r.mesh, r.group("physical_2_5"))[2], 1);
+    EXPECT_NEAR(check_hexahedra(mesh_of(r.mesh)).smallest, 1, 1e-14);
+    EXPECT_EQ(area_of(r.mesh, "physical_2_5")[2], 1);
 }
 
 TEST(Gmsh, PartsAreReadFromTheirFiles) {
@@ -393,15 +332,9 @@ TEST(Gmsh, PartsAreReadFromTheirFiles) {
 }
 
 TEST(Gmsh, DamagedFilesGiveAnErrorOrASoundMesh) {
-    std::mt19937 random(1);
     for (const std::string& text : {text22, text41, small22(true, false), small41(true, false)}) {
-        for (std::size_t size = 0; size + 13 < text.size(); ++size)
-            EXPECT_FALSE(read(text.substr(0, size)).good);
-        for (int change = 0; change < 2000; ++change) {
-            std::string damaged = text;
-            for (int k = 0; k <= change % 3; ++k) damaged[random() % text.size()] = char(random());
-            read(damaged);
-        }
+        damage_bytes(read_msh_text, text, 2000);
+        EXPECT_FALSE(read(text.substr(0, text.size() - 14)).good);
     }
 }
 

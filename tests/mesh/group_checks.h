@@ -29,6 +29,7 @@ inline Reading read(Reader* reader, const std::string& text, double unit = 1) {
     for (std::int32_t node : mesh.connectivity) EXPECT_TRUE(in(node, 1, mesh.node_num() + 1)) << text;
     for (double value : mesh.coordinates) EXPECT_TRUE(std::isfinite(value)) << text;
     for (const PartGroup& group : mesh.groups) {
+        EXPECT_TRUE(!group.nodes.empty() && std::ranges::is_sorted(group.nodes)) << text;
         for (std::int32_t node : group.nodes) EXPECT_TRUE(in(node, 1, mesh.node_num() + 1)) << text;
         for (std::int32_t e : group.elements) EXPECT_TRUE(in(e, 0, mesh.element_num())) << text;
         for (const ElementFace& face : group.faces)
@@ -47,13 +48,14 @@ inline void expect_errors(Reader* reader, const std::string& text, std::initiali
     }
 }
 
-// Every beginning of the text, and the text with one byte changed.
+// Every beginning of the text, and the text with one to three bytes changed.
 inline void damage_bytes(Reader* reader, const std::string& text, int changes) {
     for (std::size_t size = 0; size < text.size(); ++size) read(reader, text.substr(0, size));
     std::mt19937 random(1);
     for (int k = 0; k < changes; ++k) {
         std::string damaged = text;
-        damaged[random() % text.size()] = static_cast<char>(random() % 256);
+        for (int byte = 0; byte <= k % 3; ++byte)
+            damaged[random() % text.size()] = static_cast<char>(random() % 256);
         read(reader, damaged);
     }
 }

@@ -15,6 +15,7 @@
 #include "support/collected.h"
 #include "support/temp_folder.h"
 #include "support/text_checks.h"
+#include "system/assembly.h"
 
 namespace kestralum::testing {
 
@@ -65,6 +66,12 @@ protected:
         options.log_folder = folder.file("log");
         result = analysis(model, settings, options, said);
         return result.report;
+    }
+    // The model's matrices, as an analysis assembles them.
+    bool assemble(AssembledSystem& system) {
+        kestralum::Run again;
+        Job job{model, settings, options, said, again};
+        return make_run_mesh(job, Renumbering::by_settings, system.freedoms) && assemble_system(job, system);
     }
     // The record of a part that is a box grid; tetrahedra come from a file.
     std::string part_of(ElementKind kind, const Grid& g) {
