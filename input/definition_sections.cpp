@@ -1,10 +1,9 @@
-// Materials, parameters, parts and the counts.
+// Materials, parameters and the counts.
 #include <cmath>
 
 #include "input/calculator.h"
 #include "input/record_fields.h"
 #include "input/section_readers.h"
-#include "mesh/part_catalogue.h"
 #include "model/progress.h"
 
 namespace kestralum {
@@ -71,100 +70,6 @@ void read_parameter(const FileSection& section, const OverrideTable& overrides, 
         progress.print(" %s:%e\n", parameters[k].name.c_str(), parameters[k].value);
     }
     model.parameters = std::move(parameters);
-}
-
-namespace {
-
-constexpr std::size_t part_fields = 22;
-constexpr std::string_view parent_option = "parent=", unit_option = "unit=";
-
-struct PartRecords {
-    std::vector<PartRow> rows;
-    std::vector<const Token*> first;  // token of each row's first field
-    std::vector<Token> unit;          // token of each row's unit, if given
-};
-
-// A record is followed by its options, as far as there are any.
-PartRecords part_records(const FileSection& section, const RecordFields& fields) {
-    PartRecords records;
-    const std::vector<Token>& tokens = section.tokens;
-    std::size_t at = 0;
-    while (at + part_fields <= tokens.size()) {
-        PartRow& row = records.rows.emplace_back();
-        records.first.push_back(&tokens[at]);
-        records.unit.emplace_back();
-        for (std::size_t k = 0; k < part_fields; ++k) row.fields.emplace_back(tokens[at + k].text);
-        at += part_fields;
-        for (; at < tokens.size(); ++at) {
-            const std::string_view text = tokens[at].text;
-            const bool parent = text.starts_with(parent_option);
-            if (!parent && !text.starts_with(unit_option)) break;
-            const std::string_view value = text.substr(parent ? parent_option.size() : unit_option.size());
-            if (value.empty())
-                fields.remarks().expected(tokens[at], parent ? "parent=NAME" : "unit=WORD");
-            else
-                (parent ? row.parent : row.unit) = value;
-            if (!parent) records.unit.back() = tokens[at];
-        }
-    }
-    check_section_end(section, tokens.size() - at, part_fields, fields.remarks());
-    return records;
-}
-
-// The catalogue evaluates the rows' own texts: their address leads to the token.
-std::string place_of_text(const PartRecords& records, std::string_view text) {
-    for (std::size_t k = 0; k < records.rows.size(); ++k) {
-        if (records.rows[k].unit.data() == text.data()) return place_of(records.unit[k]);
-        for (std::size_t f = 0; f < part_fields; ++f)
-            if (records.rows[k].fields[f].data() == text.data()) return place_of(records.first[k][f]);
-    }
-    return "'" + std::string(text) + "'";
-}
-
-// A remark of the catalogue on a part as a whole gets the place where the part's record begins.
-std::string placed_remark(const PartRecords& records, const std::string& line) {
-    if (line.find("token ") != std::string::npos) return line;
-    for (std::size_t k = 0; k < records.rows.size(); ++k)
-        if (line.starts_with("part \"" + truncate_text(records.rows[k].fields[0], name_text_width) + "\": "))
-            return place_of(*records.first[k]) + ": " + line;
-    return line;
-}
-
-}  // namespace
-
-void read_part_info(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
-    const RecordFields fields(model.parameters, remarks);
-    const PartRecords records = part_records(section, fields);
-    int searches = 0;
-    const Evaluate evaluate = [&](std::string_view text, double& value, std::string& error) {
-        const CalcResult result = calc(text, model.parameters);
-        value = result.value;
-        const bool good = result.ok() && std::isfinite(value);
-        if (good && !names_time(text)) return true;
-        // the search for the place is worth its time for the lines that will be listed
-        const std::string place =
-            ++searches > remarks_listed ? "'" + std::string(text) + "'" : place_of_text(records, text);
-        if (good) {
-            remarks.notice(place + ": " + time_is_zero);
-            return true;
-        }
-        error = place;
-        error += result.ok() ? ": expected a finite value"
-                             : ": expected a number or an expression over the parameters defined so far (" +
-                                   result.error + ")";
-        return false;
-    };
-    Remarks of_parts;
-    model.parts = create_PART(records.rows, model.materials, evaluate, of_parts, progress);
-    RecordNames names("records that name this part take all of the name", remarks);
-    for (std::size_t k = 0; k < model.parts.size(); ++k)
-        names.add(*records.first[k], fields.name(*records.first[k], name_text_width));
-    for (const auto* lines : {&of_parts.errors, &of_parts.notices})
-        for (std::size_t k = 0; k < lines->size(); ++k) {
-            const std::string& line = (*lines)[k];
-            const std::string placed = k < remarks_listed ? placed_remark(records, line) : line;
-            lines == &of_parts.errors ? remarks.error(placed) : remarks.notice(placed);
-        }
 }
 
 void read_count(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {

@@ -30,7 +30,7 @@ const ShapeRow catalogue[] = {
     {"HALF_ARCH", Shape::half_arch, {"R", "W", "L"}, {"dr", "dt", "dl"}, &arch_shape},
     {"HALF_CYLI", Shape::half_cyli, {"R", "L"}, {"dr", "dl"}, &cylinder_shape},
     {"QUART_CYLI", Shape::quart_cyli, {"R", "L"}, {"dr", "dl"}, &cylinder_shape},
-    {"STL", Shape::stl, {}, {}, nullptr, import_stl},
+    {"STL", Shape::stl, {}, {}, nullptr, import_stl, true},
     {"VOL", Shape::vol, {}, {}, nullptr, import_vol},
     {"HALF_HOLLOWCYLI", Shape::half_hollowcyli, {"R", "t", "L"}, {"da", "dt", "dl"}, &hollow_cylinder_shape},
     {"QUART_HOLLOWCYLI",
@@ -53,6 +53,16 @@ struct Color {
     const char* keyword;
     std::array<double, 3> rgb;
 };
+constexpr PartOption part_options[] = {
+    {"group", PartOptionKind::group, false, "group=NAME and behind it material=NAME"},
+    {"material", PartOptionKind::material, false, "group=NAME and behind it material=NAME"},
+    {"size", PartOptionKind::size, true, "size=LENGTH above 0, in the part's unit"},
+    {"order", PartOptionKind::order, true, "order=1 or order=2"},
+    {"curvature", PartOptionKind::curvature, true, "curvature=NUMBER of elements per turn, 0 to 1000"},
+    {"fragment", PartOptionKind::fragment, true, "fragment=on or fragment=off"},
+    {"refine", PartOptionKind::refine, true, "refine=GROUP:SIZE with a size above 0, in the part's unit"},
+};
+
 constexpr Color colors[] = {
     {"blue", {0, 0, 1}},           {"red", {1, 0, 0}},       {"lime", {0, 1, 0}},
     {"green", {0, 0.5, 0}},        {"magenta", {1, 0, 1}},   {"purple", {0.5, 0, 0.5}},
@@ -92,6 +102,7 @@ public:
         constexpr const char* axes[] = {"x", "y", "z"};
         for (std::size_t k = 0; k < 3; ++k)
             part_.origin[k] = value(std::string("origin ") + axes[k], row_.fields[16 + k]);
+        read_options(materials);
         for (std::size_t k = 0; k < 3; ++k)
             part_.euler_angles[k] = value("euler angle " + std::to_string(k + 1), row_.fields[19 + k]);
         return std::move(part_);
@@ -101,7 +112,7 @@ private:
     std::string place() const { return "part \"" + part_.name + "\": "; }
     void error(const std::string& text) { remarks_.errors.push_back(place() + text); }
 
-    double value(const std::string& field, const std::string& text) {
+    double value(const std::string& field, std::string_view text) {
         double result = 0;
         std::string why;
         if (!evaluate_(text, result, why)) {
@@ -109,7 +120,7 @@ private:
             return 0;
         }
         if (!std::isfinite(result)) {
-            error(field + ": \"" + text + "\" is not a finite number");
+            error(field + ": \"" + std::string(text) + "\" is not a finite number");
             return 0;
         }
         return result;
@@ -172,6 +183,59 @@ private:
         }
     }
 
+    void wrong_option(PartOptionKind kind, const std::string& value) {
+        const auto& option = *std::ranges::find(part_options, kind, &PartOption::kind);
+        error("option " + std::string(option.word) + "=" + value + ": " + option.expected + " expected");
+    }
+    void read_options(std::span<const Material> materials) {
+        bool group_waits = false;  // for its material
+        for (const auto& [kind, text] : row_.options) {
+            if (group_waits != (kind == PartOptionKind::material))
+                wrong_option(group_waits ? PartOptionKind::group : kind,
+                             group_waits ? part_.group_materials.back().group : text);
+            group_waits = false;
+            if (kind == PartOptionKind::group) {
+                part_.group_materials.push_back({truncate_text(text, name_text_width), {}});
+                group_waits = true;
+            } else if (kind == PartOptionKind::material) {
+                if (part_.group_materials.empty()) return;  // told above
+                part_.group_materials.back().material_name = truncate_text(text, name_text_width);
+                if (std::ranges::find(materials, text, &Material::name) == materials.end())
+                    error("material \"" + text + "\" is none of the model's materials");
+            } else {
+                read_mesh_option(kind, text);
+            }
+        }
+        if (group_waits) wrong_option(PartOptionKind::group, part_.group_materials.back().group);
+    }
+    void read_mesh_option(PartOptionKind kind, const std::string& text) {
+        MeshOptions& options = part_.mesh_options;
+        const std::size_t errors_before = remarks_.errors.size();
+        // a refused expression has been told
+        const auto require = [&](bool good) {
+            if (!good && remarks_.errors.size() == errors_before) wrong_option(kind, text);
+        };
+        if (kind == PartOptionKind::size) {
+            require((options.size = value("option size", text)) > 0);
+        } else if (kind == PartOptionKind::order) {
+            options.order = division("option order", text);
+            require(options.order == 1 || options.order == 2);
+        } else if (kind == PartOptionKind::curvature) {
+            options.curvature = value("option curvature", text);
+            require(options.curvature >= 0 && options.curvature <= 1000);
+        } else if (kind == PartOptionKind::fragment) {
+            options.fragment = text == "on";
+            require(text == "on" || text == "off");
+        } else {
+            const std::size_t colon = text.rfind(':');
+            if (colon == std::string::npos || colon == 0 || colon + 1 == text.size()) return require(false);
+            // a part of the same text, so that the reader finds its place
+            const double size = value("option refine", std::string_view(text).substr(colon + 1));
+            require(size > 0);
+            options.refinements.push_back({text.substr(0, colon), size});
+        }
+    }
+
     const PartRow& row_;
     const Evaluate& evaluate_;
     Remarks& remarks_;
@@ -228,6 +292,16 @@ const ShapeRow& shape_row(Shape shape) {
     const auto row = std::find_if(std::begin(catalogue), std::end(catalogue),
                                   [&](const ShapeRow& r) { return shape == r.shape; });
     return row == std::end(catalogue) ? catalogue[0] : *row;
+}
+
+const PartOption* find_part_option(std::string_view token, const ShapeRow* shape) {
+    if (!shape || !shape->import) return nullptr;
+    const auto option = std::ranges::find_if(part_options, [&](const PartOption& o) {
+        const std::string_view word = o.word;
+        return token.size() > word.size() && token.starts_with(word) && token[word.size()] == '=' &&
+               (shape->divided || !o.of_mesher);
+    });
+    return option == std::end(part_options) ? nullptr : option;
 }
 
 std::array<double, 3> part_color(std::string_view color_name) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kestralum {
 
@@ -56,6 +57,7 @@ enum class Shape : std::int32_t {
     quart_hollowcyli = 15,
     msh = 16,
     inp = 17,
+    step = 18,
     surf_circle = 1000,
     surf_rect = 1001,
     hole_cyli = 2000,
@@ -63,6 +65,26 @@ enum class Shape : std::int32_t {
     r_chamfer = 2002,
     fillet = 2003,
     hole_halfcyli = 2004,
+};
+
+// How the mesher of CAD files is to divide a part: its options in the model file. Lengths in the part's unit.
+struct MeshOptions {
+    double size = 0;         // edge of an element; 0: not given
+    std::int32_t order = 2;  // 1: 4-node, 2: 10-node tetrahedra
+    double curvature = 0;    // elements per turn of a curved face; 0: by the size alone
+    bool fragment = false;   // bodies that touch get common faces
+    struct Refinement {
+        std::string group;  // of faces or of bodies
+        double size = 0;    // edge of an element there
+        bool operator==(const Refinement&) const = default;
+    };
+    std::vector<Refinement> refinements;
+    bool operator==(const MeshOptions&) const = default;
+};
+
+// A group of bodies of an imported part that has a material of its own.
+struct GroupMaterial {
+    std::string group, material_name;
 };
 
 struct Part {
@@ -85,6 +107,9 @@ struct Part {
     std::string parent_name = "NONE";  // parts read from a file: its path
     std::string unit_text = "M";
     double unit_factor = 1.0;  // m per unit of size and origin
+    MeshOptions mesh_options;
+    std::vector<GroupMaterial> group_materials;
+    std::int32_t derived_from = -1;  // of a working part made of a group's elements: the part they came from
 };
 
 // How a boundary condition selects nodes; the value is the `kind` of the files.
