@@ -1,6 +1,15 @@
 // Angle bracket: a base with four bolt holes, an upright with a bearing bore, a rib between them.
 // Lengths in mm. Base in the plane z = 0, back of the upright in x = 0, symmetric about y = 0.
 // scripts/cad_parts makes bracket.step from it.
+//
+// Faces of bracket.step by their numbers (area in mm2; place):
+//   33  34  35  36  bolt holes (414.690 each; axis at x y = 40 -32, 98 -32, 40 32, 98 32)
+//   14              bearing bore (1357.168; axis along x at y = 0, z = 90)
+//   19              underside of the base, z = 0 (11523.296)
+//   15              top of the base, z = 12 (8164.327)
+//   20              back of the upright, x = 0 (10885.553)
+//    1              front of the upright, x = 12 (7866.584)
+//    2  13          inner fillet, at y > 0 and at y < 0 (628.319 each)
 SetFactory("OpenCASCADE");
 
 length = 120;      // of the base, along x

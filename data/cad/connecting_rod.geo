@@ -2,6 +2,15 @@
 // lugs beside the big end. Lengths in mm. The big end's axis is z through the origin, the small
 // end's stands at x = centres; symmetric about y = 0 and z = 0.
 // scripts/cad_parts makes connecting_rod.step from it.
+//
+// Faces of connecting_rod.step by their numbers (area in mm2; place):
+//   22              big end's bore (3015.929; axis at x = 0, y = 0)
+//   31              small end's bore (1382.301; axis at x = 150, y = 0)
+//   33  34          bolt holes (753.982 each; axes along x at y = -40 and y = 40)
+//    1  32          the two sides, z = -10 and z = 10 (5211.328 each)
+//    9  18          lugs under the bolt heads, x = 15, at y < 0 and y > 0 (228.559 each)
+//   13  21          lugs on the other side, x = -15, at y < 0 and y > 0 (228.559 each)
+//   51  60          floors of the pockets, z = -4 and z = 4 (924.662 each)
 SetFactory("OpenCASCADE");
 
 centres = 150;     // distance of the two bores

@@ -1,6 +1,17 @@
 // Pipe flange with a neck: raised face, eight bolt holes, fillet between plate and neck.
 // Lengths in mm. The axis is z; the raised face lies in z = 0, the end of the neck in z = total.
 // scripts/cad_parts makes flange.step from it.
+//
+// Faces of flange.step by their numbers (area in mm2; place):
+//   16              raised face, z = 0 (8246.681)
+//   12              plate round the raised face, z = 3 (16106.946)
+//    1              back of the plate, under the nuts, z = 20 (18352.828)
+//   17              end of the neck, z = 60 (1621.062)
+//   18              bore (15079.645)
+//   10  11   9   8  bolt holes (961.327 each) at 22.5, 67.5, 112.5, 157.5 degrees from x ...
+//    4   3   5   7  ... and at 202.5, 247.5, 292.5, 337.5 degrees
+//    2              rim (10681.415)
+//    6              fillet between plate and neck (3643.743)
 SetFactory("OpenCASCADE");
 
 outer = 200;       // diameter of the plate
