@@ -226,6 +226,12 @@ TEST_F(ExplicitContact, SetsSelectForWallsAndPairs) {
     run("parameter set 0.0005 %\n" + bar, with_wall("set 0.0005+set 0 0 0 0"));
     EXPECT_NE(last("wall_WALL_x"), force[0]);
     EXPECT_TRUE(model.explicit_tables.walls[0].set_name.empty());
+    // a wall that stays from a model with the set is no use in one without
+    model.explicit_tables.walls[0].set_name = "TIP";
+    model.mesh.sets.clear();
+    const RunReport refused = analyse(analyse_explicit);
+    EXPECT_EQ(refused.status, RunStatus::bad_input);
+    EXPECT_TRUE(contains(refused.remarks.errors.at(0), "wall WALL: this model has no set TIP"));
 
     const std::string two =
         "material_info STEEL 8000 2e11 0 %\nset_info L plane x 0.2 R plane x 0.2001 FAR plane x 0 "
