@@ -1,0 +1,111 @@
+#include "results/export_text.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+
+namespace kestralum {
+
+namespace {
+
+bool is_plain(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == '-';
+}
+
+std::string without(std::string text, std::size_t at) {
+    return text.erase(at, 1);
+}
+
+// "-0.012" as "-.012", "1.5e-07" as "1.5e-7", "1.5e+07" as "1.5e7".
+std::string without_needless(std::string text) {
+    if (const std::size_t zero = text.find("0."); zero == 0 || (zero == 1 && text[0] == '-'))
+        text = without(text, zero);
+    const std::size_t e = text.find('e');
+    if (e == std::string::npos) return text;
+    if (text[e + 1] == '+') text = without(text, e + 1);
+    const std::size_t digits = e + 1 + (text[e + 1] == '-');
+    return text[digits] == '0' && digits + 1 < text.size() ? without(text, digits) : text;
+}
+
+}  // namespace
+
+std::string ExportNames::legal(const std::string& name) const {
+    std::string out = name.substr(0, rule_ == Rule::deck ? 80 : 127);
+    for (char& c : out)
+        if (rule_ == Rule::deck ? !is_plain(c) : static_cast<unsigned char>(c) < ' ' || c == '"' || c == 127)
+            c = '_';
+    if (out.empty() ||
+        (rule_ == Rule::deck && !std::isalpha(static_cast<unsigned char>(out[0])) && out[0] != '_'))
+        out = "_" + out.substr(0, 79);
+    return out;
+}
+
+std::string ExportNames::once(const std::string& name) {
+    const auto key = [&](std::string text) {
+        if (rule_ == Rule::deck)
+            for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        return text;
+    };
+    std::string out = name;
+    for (int twin = 2; !taken_.insert(key(out)).second; ++twin) {
+        const std::string number = "_" + std::to_string(twin);
+        out = name.substr(0, 80 - number.size()) + number;
+    }
+    return out;
+}
+
+std::string ExportNames::take(const char* what, const std::string& name) {
+    const std::string form = legal(name), out = once(form);
+    if (out != name)
+        notices_.push_back(std::string(what) + " \"" + name + "\" is written as \"" + out + "\": " +
+                           (out != form ? "another name is the same" : "the format has no such names"));
+    return out;
+}
+
+std::string ExportNames::take_own(const std::string& name) {
+    return once(legal(name));
+}
+
+void append_exact(std::string& text, double value) {
+    char digits[32];
+    text.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+}
+
+void append_field(std::string& text, double value) {
+    constexpr std::size_t width = 20;
+    char digits[400];  // of 1e-308 with all its zeros
+    const std::string_view shortest(digits,
+                                    std::to_chars(digits, digits + sizeof digits, value).ptr - digits);
+    if (shortest.size() <= width) {
+        text += shortest;
+        return;
+    }
+    std::string out = without_needless(
+        {digits, std::to_chars(digits, digits + sizeof digits, value, std::chars_format::fixed).ptr});
+    for (int precision = 16; out.size() > width; --precision)
+        out = without_needless({digits, std::to_chars(digits, digits + sizeof digits, value,
+                                                      std::chars_format::scientific, precision)
+                                            .ptr});
+    text += out;
+}
+
+std::vector<std::int32_t> solid_nodes(const Mesh& mesh) {
+    std::vector<char> used(mesh.node_num(), 0);
+    for (const std::int32_t node : mesh.connectivity) used[node_index(node)] = 1;
+    std::vector<std::int32_t> nodes;
+    for (std::int32_t n = 0; n < mesh.node_num(); ++n)
+        if (used[n]) nodes.push_back(n);
+    return nodes;
+}
+
+bool told(const ExportJob& job, const std::string& trouble) {
+    if (!trouble.empty() || job.progress.cancelled())
+        job.remarks.errors.push_back(trouble.empty() ? "stopped on request" : trouble);
+    return job.remarks.ok();
+}
+
+bool write_export(const ExportJob& job, const std::function<void(TextOutput&)>& fill) {
+    return told(job, job.progress.cancelled() ? "" : write_whole(job.file, "log", fill, job.progress));
+}
+
+}  // namespace kestralum
