@@ -40,7 +40,7 @@ bool export_inp(const ExportJob& job);
 bool export_msh(const ExportJob& job);
 
 // Grid for ParaView: `force` and `support` at the points, `rigid` (number of the rigid element, 0 = none)
-// where there are any; part and material of the cells; for each set the array "set NAME", 1 at its points,
+// where there are any; part and material of the cells; for each set the array "set_NAME", 1 at its points,
 // and 1 at its elements and those that have a face of it.
 bool export_vtu(const ExportJob& job);
 

@@ -37,6 +37,15 @@ struct Physical {
     std::string name;
 };
 
+// Of one element, 0-based.
+struct ThingNodes {
+    std::array<std::int32_t, 10> node{};
+    std::size_t count = 0;
+    void take(std::int32_t number) { node[count++] = static_cast<std::int32_t>(node_index(number)); }
+    const std::int32_t* begin() const { return node.data(); }
+    const std::int32_t* end() const { return begin() + count; }
+};
+
 // Elements of one type and entity in the file.
 struct Block {
     int dimension, type;
@@ -79,11 +88,11 @@ private:
     }
 
     // The nodes (0-based) of a thing in Gmsh's order.
-    std::vector<std::int32_t> nodes_of(int dimension, std::int32_t thing) const {
-        std::vector<std::int32_t> nodes;
-        if (dimension == 0) return {thing};
+    ThingNodes nodes_of(int dimension, std::int32_t thing) const {
+        ThingNodes nodes;
+        if (dimension == 0) return {{thing}, 1};
         const auto take = [&](std::span<const std::int32_t> element, int local) {
-            nodes.push_back(static_cast<std::int32_t>(node_index(element[local])));
+            nodes.take(element[local]);
         };
         if (dimension == 3) {
             constexpr std::array<int, 8> hexahedron{1, 5, 6, 2, 0, 4, 7, 3};
@@ -115,11 +124,12 @@ private:
         std::vector<std::int32_t> entity_of(classes.groups.size(), -1), block_of(entity_of);
         std::int32_t count = 0;
         for (std::size_t t = 0; t < classes.class_of.size(); ++t) {
+            if (t % 65536 == 0 && job_.progress.cancelled()) return;
             const std::int32_t c = classes.class_of[t];
             if (c == 0) continue;
             if (entity_of[c] < 0) {
                 entity_of[c] = static_cast<std::int32_t>(entities_.size());
-                const Vec3 x = place_of(mesh_, nodes_of(dimension, static_cast<std::int32_t>(t))[0]);
+                const Vec3 x = place_of(mesh_, *nodes_of(dimension, static_cast<std::int32_t>(t)).begin());
                 entities_.push_back({dimension, ++count, classes.groups[c], x, x});
             }
             Entity& entity = entities_[entity_of[c]];

@@ -16,10 +16,12 @@ std::string without(std::string text, std::size_t at) {
     return text.erase(at, 1);
 }
 
-// "-0.012" as "-.012", "1.5e-07" as "1.5e-7", "1.5e+07" as "1.5e7".
-std::string without_needless(std::string text) {
-    if (const std::size_t zero = text.find("0."); zero == 0 || (zero == 1 && text[0] == '-'))
-        text = without(text, zero);
+// "-0.012" as "-.012", "1.5e-07" as "1.5e-7", "2e+07" as "2.e7": with a point, without which CalculiX takes
+// the stiffness of a spring for something else.
+std::string as_field(std::string text) {
+    if (text.find('.') == std::string::npos) text.insert(std::min(text.find('e'), text.size()), 1, '.');
+    if (text.starts_with("0.") && text.size() > 2) text = without(text, 0);
+    if (text.starts_with("-0.") && text.size() > 3) text = without(text, 1);
     const std::size_t e = text.find('e');
     if (e == std::string::npos) return text;
     if (text[e + 1] == '+') text = without(text, e + 1);
@@ -74,18 +76,13 @@ void append_exact(std::string& text, double value) {
 void append_field(std::string& text, double value) {
     constexpr std::size_t width = 20;
     char digits[400];  // of 1e-308 with all its zeros
-    const std::string_view shortest(digits,
-                                    std::to_chars(digits, digits + sizeof digits, value).ptr - digits);
-    if (shortest.size() <= width) {
-        text += shortest;
-        return;
-    }
-    std::string out = without_needless(
-        {digits, std::to_chars(digits, digits + sizeof digits, value, std::chars_format::fixed).ptr});
+    const auto field = [&](auto... form) {
+        return as_field({digits, std::to_chars(digits, digits + sizeof digits, value, form...).ptr});
+    };
+    std::string out = field();
+    if (out.size() > width) out = field(std::chars_format::fixed);
     for (int precision = 16; out.size() > width; --precision)
-        out = without_needless({digits, std::to_chars(digits, digits + sizeof digits, value,
-                                                      std::chars_format::scientific, precision)
-                                            .ptr});
+        out = field(std::chars_format::scientific, precision);
     text += out;
 }
 

@@ -42,7 +42,7 @@ void add_conditions(const ExportJob& job, VtuGrid& grid) {
 void add_sets(const ExportJob& job, VtuGrid& grid) {
     ExportNames names(ExportNames::Rule::quoted, job.remarks.notices);
     for (const MeshSet& set : job.model.mesh.sets) {
-        const std::string name = "set " + xml_text(names.take("set", set.name));
+        const std::string name = "set_" + xml_text(names.take("set", set.name));
         std::vector<std::uint8_t> in(grid.points, 0);
         for (const std::int32_t n : set.nodes) in[n] = 1;
         grid.point_data.push_back(make_vtu_array<std::uint8_t>("UInt8", name.c_str(), 1, in));
