@@ -5,7 +5,7 @@ Usage: compare_ccx.py BUILD_DIR MODEL...
 Prints a line per model: of all nodes the largest difference of the displacements over the largest displacement
 (ccx prints seven digits), and the largest relative difference of the frequencies that are not those of rigid
 motions. Exit status 1 where a difference passes 1e-6 or, with hexahedra, a frequency 1e-5: ccx integrates the mass
-of 10-node tetrahedra with fewer points, so that their frequencies are printed without a limit.
+of tetrahedra with fewer points, so that their frequencies are printed without a limit.
 """
 import os
 import re

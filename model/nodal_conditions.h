@@ -34,8 +34,8 @@ struct RigidSprings {
 struct NodalConditions {
     std::vector<std::int32_t> fixed;  // nodes that supports hold, 0-based, ascending, each once; members of
                                       // rigid elements too
-    std::vector<double> load;        // dof_num: what a static analysis applies at the nodes, N
-    std::vector<RigidMotion> rigid;  // one per rigid element; their members have no node in common
+    std::vector<double> load;         // dof_num: what a static analysis applies at the nodes, N
+    std::vector<RigidMotion> rigid;   // one per rigid element; their members have no node in common
     std::vector<RigidSprings> springs;
 };
 

@@ -204,13 +204,13 @@ private:
 void note_left_out(const ExportJob& job) {
     const Model& model = job.model;
     const auto note = [&](std::size_t count, const char* what) {
-        if (count > 0) job.remarks.notices.push_back(formatted("%zu %s left out", count, what));
+        if (count > 0) job.remarks.notices.push_back(formatted("%s left out: %zu", what, count));
     };
-    note(model.mesh.surface_part_id.size(), "facets of STL parts are");
-    note(model.explicit_tables.walls.size(), "rigid walls are");
+    note(model.mesh.surface_part_id.size(), "facets of STL parts");
+    note(model.explicit_tables.walls.size(), "rigid walls");
     note(model.explicit_tables.initial_velocities.size() + model.explicit_tables.velocity_inputs.size(),
-         "velocity records are");
-    note(model.explicit_tables.contacts.size(), "contact pairs are");
+         "velocity records");
+    note(model.explicit_tables.contacts.size(), "contact pairs");
 }
 
 }  // namespace

@@ -187,7 +187,7 @@ private:
                    classes, false);
     }
 
-    // Sets of nodes, and those of faces that have nodes beside them.
+    // Sets of nodes, and those of faces whose nodes are not those of the set.
     void add_points() {
         Classes classes(mesh_.node_num());
         std::vector<std::int32_t> own;
@@ -198,7 +198,8 @@ private:
                 for (const int local : outward_triangles(mesh_.element_type, face.face))
                     own.push_back(static_cast<std::int32_t>(node_index(mesh_.element(face.element)[local])));
             std::ranges::sort(own);
-            if (!std::ranges::includes(own, set.nodes)) classes.add(physical(0, "set", set.name), set.nodes);
+            own.erase(std::unique(own.begin(), own.end()), own.end());
+            if (own != set.nodes && !set.nodes.empty()) classes.add(physical(0, "set", set.name), set.nodes);
         }
         add_blocks(0, 15, classes, false);
     }

@@ -23,13 +23,15 @@ TEST_F(Batch, ExportRefusesInOneLine) {
     EXPECT_TRUE(contains(refused("export absent.txt b.inp").err, "absent.txt"));
     EXPECT_TRUE(
         contains(refused("export bar.txt none/b.inp", 1).err, "none/b.inp cannot be written: No such file"));
-    // a surface alone, and a part without its material
+    // a surface alone, and a rigid element beside the body
     run("export bar.txt s.stl");
     const std::string part = "RECT  L B B 0 0 0  8 2 2 0 0 0  0 0 0  0 0 0";
     folder.write("surface.txt", replaced(bar_text, part, "STL s.stl 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0"));
     EXPECT_TRUE(contains(refused("export surface.txt b.msh").err, "no solid elements: nothing to export"));
-    folder.write("alu.txt", replaced(bar_text, "BAR blue STEEL", "BAR blue ALU"));
-    EXPECT_TRUE(contains(refused("export alu.txt b.inp").err, "'ALU'"));
+    folder.write("rigid.txt",
+                 replaced(bar_text, "END", "rigid_element  HEAD area 0 0 0  8 9 8 9 8 9  %\nEND"));
+    EXPECT_TRUE(contains(refused("export rigid.txt b.inp").err, "rigid element HEAD: no node"));
+    EXPECT_EQ(run("export rigid.txt b.stl").status, 0) << "which needs no conditions";
     EXPECT_FALSE(exists("b.inp") || exists("b.msh"));
 }
 

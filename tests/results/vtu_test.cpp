@@ -130,11 +130,9 @@ TEST_P(Vtu, AModelWithoutResultsHasItsConditionsAndSets) {
         EXPECT_EQ(report[name], expected) << name;
     };
     const std::size_t points = mesh.node_num(), cells = mesh.element_num() + 1;  // and a facet
-    EXPECT_EQ(report["types"], [&] {
-        std::vector<double> types(cells, cell_type);
-        types.back() = 5;
-        return types;
-    }());
+    std::vector<double> types(cells, cell_type);
+    types.back() = 5;
+    EXPECT_EQ(report["types"], types);
     EXPECT_NEAR(report["volume"].at(0), 2, 1e-12);
     expect("point.force", 3 * points, {{7, -1.0 / 3}});
     expect("point.support", points, {{1, 1}, {3, 1}});
