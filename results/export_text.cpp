@@ -95,14 +95,15 @@ std::vector<std::int32_t> solid_nodes(const Mesh& mesh) {
     return nodes;
 }
 
-bool told(const ExportJob& job, const std::string& trouble) {
-    if (!trouble.empty() || job.progress.cancelled())
-        job.remarks.errors.push_back(trouble.empty() ? "stopped on request" : trouble);
-    return job.remarks.ok();
+bool put_export(const ExportJob& job, const std::function<std::string()>& write) {
+    // seen before the file is opened: what it was made of may lack the rest
+    const std::string trouble = job.progress.cancelled() ? "stopped on request" : write();
+    if (!trouble.empty()) job.remarks.errors.push_back(trouble);
+    return trouble.empty();
 }
 
 bool write_export(const ExportJob& job, const std::function<void(TextOutput&)>& fill) {
-    return told(job, job.progress.cancelled() ? "" : write_whole(job.file, "log", fill, job.progress));
+    return put_export(job, [&] { return write_whole(job.file, "log", fill, job.progress); });
 }
 
 }  // namespace kestralum

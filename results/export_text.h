@@ -44,9 +44,10 @@ void append_field(std::string& text, double value);
 // The nodes of solid elements, 0-based, ascending.
 std::vector<std::int32_t> solid_nodes(const Mesh& mesh);
 
-// Whether the file was written: puts what went wrong, or that the work was stopped, into the job's remarks.
-bool told(const ExportJob& job, const std::string& trouble);
-// write_whole() and told().
+// Runs `write`, which returns what went wrong, unless the work was stopped before; that or the trouble goes
+// into the job's remarks. Whether the file was written.
+bool put_export(const ExportJob& job, const std::function<std::string()>& write);
+// The same with write_whole().
 bool write_export(const ExportJob& job, const std::function<void(TextOutput&)>& fill);
 
 }  // namespace kestralum

@@ -60,7 +60,7 @@ bool export_vtu(const ExportJob& job) {
     VtuGrid grid = make_vtu_grid(job.model, job.model.mesh);
     add_conditions(job, grid);
     add_sets(job, grid);
-    return told(job, job.progress.cancelled() ? "" : write_vtu_grid(grid, job.file, "log", job.progress));
+    return put_export(job, [&] { return write_vtu_grid(grid, job.file, "log", job.progress); });
 }
 
 }  // namespace kestralum

@@ -137,6 +137,27 @@ TEST_F(Export, TheSurfaceIsClosedAndHoldsTheVolume) {
     }
 }
 
+TEST_F(Export, AStopLeavesTheEarlierFile) {
+    ASSERT_TRUE(read(text_of(part_of(ElementKind::hexahedron, Grid{{12, 12, 40}, size}), set_text)));
+    for (const char* name : {"p.inp", "p.msh", "p.vtu", "p.stl"}) {
+        const std::string path = folder.write(name, "earlier");
+        const auto stops = [&](const Progress& progress, Remarks& remarks) {
+            NodalConditions found;
+            return find_nodal_conditions(model, settings, progress, found, remarks) &&
+                   export_file(*export_format(name), {model, found, path, 1, remarks, progress});
+        };
+        for (const std::int64_t look : {1, 2, 5, 12}) {
+            const testing::StopsAtLook stopping(look);
+            Remarks remarks;
+            EXPECT_FALSE(stops(stopping, remarks)) << name << look;
+            ASSERT_EQ(remarks.errors.size(), 1u);
+            EXPECT_TRUE(contains(remarks.errors[0], "stopped on request")) << remarks.errors[0];
+            EXPECT_EQ(read_file(path), "earlier");
+            EXPECT_FALSE(std::filesystem::exists(path + ".part"));
+        }
+    }
+}
+
 TEST_F(Export, RigidElementsAreToldAtAPointThatSupportsLeave) {
     // FOOT is held on a skew line of its members; HEAD is free, its force acts at its reference point
     ASSERT_TRUE(read(ModelText{.parts = testing::rect("b", "1 1 3", "2 2 3"),
