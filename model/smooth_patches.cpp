@@ -127,12 +127,13 @@ std::vector<ElementFace> SmoothPatches::around(const Vec3& place, double degrees
 }
 
 std::vector<std::int32_t> nodes_of_faces(const Mesh& mesh, std::span<const ElementFace> faces) {
-    std::vector<std::int32_t> nodes;
+    std::vector<char> on(mesh.node_num(), 0);
     for (const ElementFace& face : faces)
         for (const int local : outward_triangles(mesh.element_type, face.face))
-            nodes.push_back(static_cast<std::int32_t>(node_index(mesh.element(face.element)[local])));
-    std::ranges::sort(nodes);
-    nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
+            on[node_index(mesh.element(face.element)[local])] = 1;
+    std::vector<std::int32_t> nodes;
+    for (std::int32_t n = 0; n < mesh.node_num(); ++n)
+        if (on[n]) nodes.push_back(n);
     return nodes;
 }
 
