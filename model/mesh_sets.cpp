@@ -130,13 +130,18 @@ private:
         if (part < 0) return "no part has the name " + definition_->operands[0];
         std::vector<char> inside(mesh_.node_num(), 0);
         for (std::int32_t e = 0; e < mesh_.element_num(); ++e)
-            if (mesh_.p_ele_part_id[e] == part)
+            if (is_of(e, part))
                 for (const std::int32_t node : mesh_.element(e)) inside[node_index(node)] = 1;
         for (std::int32_t n = 0; n < mesh_.node_num(); ++n)
             if (inside[n]) set_.nodes.push_back(n);
         for (const ElementFace& face : free_)
-            if (mesh_.p_ele_part_id[face.element] == part) set_.faces.push_back(face);
+            if (is_of(face.element, part)) set_.faces.push_back(face);
         return {};
+    }
+
+    bool is_of(std::int32_t element, std::int32_t part) const {
+        const std::int32_t own = mesh_.p_ele_part_id[element];
+        return own == part || parts_[own].derived_from == part;
     }
 
     // A body has its free faces.

@@ -175,7 +175,7 @@ std::vector<std::int32_t> nodes_of(const VelocityRecord& record, const Job& job,
         const std::size_t per_element = mesh.node_per_element();
         std::vector<char> on(mesh.node_num(), 0);
         for (std::size_t k = 0; k < mesh.connectivity.size(); ++k)
-            if (job.model.parts[mesh.p_ele_part_id[k / per_element]].name == record.name)
+            if (is_of_part(job.model.parts, mesh.p_ele_part_id[k / per_element], record.name))
                 on[node_index(mesh.connectivity[k])] = 1;
         for (std::size_t n = 0; n < on.size(); ++n)
             if (on[n]) nodes.push_back(static_cast<std::int32_t>(n));
@@ -344,8 +344,8 @@ void set_contacts(Job& job, ExplicitState& s) {
     if (!tables.walls.empty()) {
         if (s.contact_nodes.empty())
             s.contact_nodes = surface_nodes(surface_triangles(job.mesh()), job.mesh().node_num());
-        s.walls.emplace(tables.walls, job.model.parameters, s.contact_nodes, s.d_time, s.stable_step,
-                        sharing);
+        s.walls.emplace(tables.walls, job.model.parameters, job.mesh(), s.contact_nodes, s.d_time,
+                        s.stable_step, sharing);
         const double ratio = s.walls->stiff_spring(s.mass);
         double zeta = 0;
         for (const RigidWall& wall : tables.walls) zeta = std::max(zeta, wall.damping);
