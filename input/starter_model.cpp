@@ -89,7 +89,7 @@ std::string starter_text(const std::string& path, const std::string& stem, const
     if (ending.shape == "STEP")
         text += "%The_elements'_size_is_chosen:_size=5_behind_the_part_makes_edges_of_5_mm.\n";
     if (ending.shape == "STL")
-        text += "%A_surface:_it_is_shown,_but_takes_no_part_in_an_analysis.\n";
+        text += "%A_surface,_to_look_at:_size=5_behind_the_part_fills_it_with_elements_of_5_mm.\n";
     else
         text +=
             "%Next:_click_a_face_in_the_window,_then_View,_Copy_Selection;_paste_what_was_copied_into_set_"
