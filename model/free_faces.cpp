@@ -81,6 +81,74 @@ Vec3 area_vector(const Mesh& mesh, const ElementFace& face) {
     return times(0.5, sum);
 }
 
+namespace {
+
+// Corners and, in this order behind them, the nodes in the middle of 0-1, 1-2 and 2-0.
+std::array<Vec3, 6> six_nodes(const Mesh& mesh, const ElementFace& face) {
+    const auto element = mesh.element(face.element);
+    const auto corner = face_corners(mesh.element_type, face.face);
+    std::array<Vec3, 6> x;
+    for (std::size_t i = 0; i < 3; ++i) {
+        const int a = corner[i], b = corner[(i + 1) % 3];
+        const auto edge = std::ranges::find_if(tetra10_edge, [&](const auto& e) {
+            return (e[0] == a && e[1] == b) || (e[0] == b && e[1] == a);
+        });
+        x[i] = place_of(mesh, node_index(element[a]));
+        x[3 + i] = place_of(mesh, node_index(element[4 + (edge - tetra10_edge.begin())]));
+    }
+    return x;
+}
+
+// |∂x/∂L0 - ∂x/∂L2 × ∂x/∂L1 - ∂x/∂L2|, twice the area per unit of the reference triangle's.
+double stretch(const std::array<Vec3, 6>& x, const std::array<double, 3>& L) {
+    std::array<Vec3, 3> slope;
+    for (std::size_t i = 0; i < 3; ++i) slope[i] = times(4 * L[i] - 1, x[i]);
+    for (std::size_t i = 0; i < 3; ++i) {
+        const std::size_t j = (i + 1) % 3;
+        slope[i] = plus(slope[i], times(4 * L[j], x[3 + i]));
+        slope[j] = plus(slope[j], times(4 * L[i], x[3 + i]));
+    }
+    return norm(cross(minus(slope[0], slope[2]), minus(slope[1], slope[2])));
+}
+
+double six_node_area(const std::array<Vec3, 6>& x) {
+    double area = 9.0 / 40 * stretch(x, {1.0 / 3, 1.0 / 3, 1.0 / 3});
+    for (const double sign : {-1.0, 1.0}) {
+        const double root = std::sqrt(15.0), a = (6 + sign * root) / 21, weight = (155 + sign * root) / 1200;
+        for (std::size_t i = 0; i < 3; ++i) {
+            std::array<double, 3> L{a, a, a};
+            L[i] = 1 - 2 * a;
+            area += weight * stretch(x, L);
+        }
+    }
+    return area / 2;
+}
+
+double quadrangle_area(const std::array<Vec3, 4>& x) {
+    double area = 0;
+    for (const double u : {-1 / std::sqrt(3.0), 1 / std::sqrt(3.0)})
+        for (const double v : {-1 / std::sqrt(3.0), 1 / std::sqrt(3.0)}) {
+            const Vec3 along_u =
+                plus(times((1 - v) / 4, minus(x[1], x[0])), times((1 + v) / 4, minus(x[2], x[3])));
+            const Vec3 along_v =
+                plus(times((1 - u) / 4, minus(x[3], x[0])), times((1 + u) / 4, minus(x[2], x[1])));
+            area += norm(cross(along_u, along_v));
+        }
+    return area;
+}
+
+}  // namespace
+
+double face_area(const Mesh& mesh, const ElementFace& face) {
+    if (mesh.element_type == ElementKind::tetrahedron10) return six_node_area(six_nodes(mesh, face));
+    if (mesh.element_type == ElementKind::tetrahedron4) return norm(area_vector(mesh, face));
+    std::array<Vec3, 4> x;
+    for (std::size_t k = 0; k < 4; ++k)
+        x[k] = place_of(
+            mesh, node_index(mesh.element(face.element)[face_corners(mesh.element_type, face.face)[k]]));
+    return quadrangle_area(x);
+}
+
 void update_node_normals(Mesh& mesh, const Progress* progress) {
     mesh.node_n_dir.assign(mesh.coordinates.size(), 0.0);
     for (const ElementFace& face : free_faces(mesh, progress)) {

@@ -212,7 +212,7 @@ const MeshSet* find_set(const Mesh& mesh, std::string_view name) {
 
 SetFigures measure_set(const Mesh& mesh, const MeshSet& set) {
     SetFigures out;
-    for (const ElementFace& face : set.faces) out.area += norm(area_vector(mesh, face));
+    for (const ElementFace& face : set.faces) out.area += face_area(mesh, face);
     for (std::size_t k = 0; k < set.nodes.size(); ++k)
         for (std::size_t c = 0; c < 3; ++c) {
             const double x = mesh.node(set.nodes[k])[c];

@@ -314,7 +314,7 @@ void set_options(const MesherRequest& request, bool facets, double size) {
                             chosen && request.refinements.empty() ? default_least * size : 0);
     gmsh::option::setNumber("Mesh.MeshSizeMax", size);
     gmsh::option::setNumber("Mesh.MeshSizeFromPoints", 0);
-    gmsh::option::setNumber("Mesh.ElementOrder", request.order);
+    gmsh::option::setNumber("Mesh.Algorithm", 5);  // Delaunay: of the choices the one with the fewest slivers
     gmsh::option::setNumber("Mesh.SecondOrderLinear",
                             facets);  // between facets there is no surface to follow
     gmsh::option::setNumber("Mesh.Binary", 1);
@@ -373,6 +373,8 @@ void mesh(const MesherRequest& request) {
     set_options(request, stl, size);
     refine(request);
     gmsh::model::mesh::generate(3);
+    gmsh::model::mesh::optimize("", true);
+    gmsh::model::mesh::setOrder(request.order);
     if (stl) check_volume(measure);
     gmsh::write(request.output);
 }
