@@ -56,7 +56,8 @@ bool find_stiffness(Job& job, const Freedoms& freedoms, std::vector<double>& sti
     std::ranges::sort(around);
     around.erase(std::unique(around.begin(), around.end()), around.end());
     const std::vector<char> inside = freedoms.rigid.elements_inside(mesh);
-    std::ranges::stable_partition(around, [&](std::int32_t e) { return inside.empty() || !inside[e]; });
+    std::stable_partition(around.begin(), around.end(),
+                          [&](std::int32_t e) { return inside.empty() || !inside[e]; });
     const Elasticity elasticity = build_elasticity(job.model.materials, job.progress);
     std::vector<double> diagonal(mesh.dof_num(), 0.0);
     if (!add_diagonals(job, elasticity, around, diagonal)) return false;
