@@ -238,6 +238,19 @@ void print_check(const Model& model, const ModelCheck& check, Progress& progress
     }
     progress.summary("%-22s %lld\n", "non-positive Jacobians", static_cast<long long>(check.bad_count));
     for (const ElementPlace& e : check.bad) place("  bad element", e);
+    const auto shape = [&](const char* title, const ShapeMeasure& measure, const char* unit,
+                           const char* beyond) {
+        for (const auto& w : measure.worst)
+            progress.summary("%-22s %.4g%s, element %d at (%.6g, %.6g, %.6g)\n",
+                             &w == &measure.worst.front() ? title : "", w.value, unit, w.element + 1,
+                             w.centre[0], w.centre[1], w.centre[2]);
+        if (measure.beyond > 0)
+            progress.summary("%-22s %lld elements %s %g%s\n", "", static_cast<long long>(measure.beyond),
+                             beyond, measure.limit, unit);
+    };
+    shape("smallest angle", check.angle, " degrees", "under");
+    shape("least Jacobian ratio", check.jacobian, "", "under");
+    shape("largest edge ratio", check.edge_ratio, "", "over");
     progress.summary("%-22s %d\n", "hanging nodes", check.hanging_nodes);
     if (!mesh.surface_part_id.empty())
         progress.summary("%-22s %zu, left out of analyses\n", "STL facets", mesh.surface_part_id.size());

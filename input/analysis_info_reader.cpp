@@ -28,6 +28,7 @@ public:
           materials_(model.materials),
           parameters_(model.parameters),
           parts_(model.parts),
+          mesh_(model.mesh),
           tables_(model.explicit_tables) {}
 
     // The header is a label and the word "explicit".
@@ -141,7 +142,7 @@ private:
 
     void material_extra_info(std::string_view key);
     void rigid_wall(std::string_view key) {
-        read_walls(section(key), parameters_, remarks_, tables_.walls, progress_);
+        read_walls(section(key), parameters_, mesh_, remarks_, tables_.walls, progress_);
     }
     void initial_velocity(std::string_view key) {
         read_initial_velocities(section(key), parameters_, parts_, remarks_, tables_.initial_velocities,
@@ -151,7 +152,7 @@ private:
         read_velocity_inputs(section(key), parameters_, parts_, remarks_, tables_.velocity_inputs, progress_);
     }
     void contact(std::string_view key) {
-        read_contacts(section(key), parameters_, parts_, remarks_, tables_.contacts, progress_);
+        read_contacts(section(key), parameters_, parts_, mesh_, remarks_, tables_.contacts, progress_);
     }
     TableSection section(std::string_view key);
     void comment(std::string_view) {}
@@ -164,6 +165,7 @@ private:
     std::vector<Material> materials_;
     std::span<const Parameter> parameters_;
     std::span<const Part> parts_;
+    const Mesh& mesh_;
     ExplicitTables tables_;
     std::vector<std::string_view> seen_;  // keys of the tables read
 };

@@ -7,6 +7,7 @@
 #include "input/calculator.h"
 #include "input/record_fields.h"
 #include "model/format.h"
+#include "model/mesh_sets.h"
 #include "model/progress.h"
 
 namespace kestralum {
@@ -58,6 +59,30 @@ std::string text_of(const Token& token) {
     return std::string(token.text);
 }
 
+// Records of which `set NAME` may take the place of the coordinates at `coordinates_at`.
+constexpr std::size_t coordinates_at = 7;
+std::vector<std::span<const Token>> records_with_sets(const TableSection& table, std::size_t length,
+                                                      std::span<const Parameter> parameters,
+                                                      InputRemarks& remarks) {
+    if (std::ranges::find(parameters, set_word, &Parameter::name) != parameters.end())
+        return records_of(table, length, remarks);
+    return records_or_sets(std::string(table.key), table.tokens, table.closing,
+                           {length, length - 4, coordinates_at}, remarks);
+}
+
+// The set that a record names, and the box around it.
+void read_set(const Token& token, const Mesh& mesh, const RecordFields& fields, std::string& name,
+              std::array<double, 6>& box) {
+    name = fields.name(token, name_text_width);
+    const MeshSet* set = find_set(mesh, name);
+    if (!set)
+        fields.remarks().expected(token, "a set of the model file or a group of an imported mesh");
+    else if (set->nodes.empty())
+        fields.remarks().expected(token, "a set that is not empty");
+    else
+        box = measure_set(mesh, *set).box;
+}
+
 constexpr std::size_t velocity_length = 10, wall_length = 16, contact_length = 14;
 
 VelocityRecord velocity_record(std::span<const Token> t, std::span<const Parameter> parameters,
@@ -98,10 +123,10 @@ std::vector<std::span<const Token>> records_of(const TableSection& table, std::s
     return records_of(std::string(table.key), table.tokens, table.closing, length, remarks);
 }
 
-void read_walls(const TableSection& table, std::span<const Parameter> parameters, InputRemarks& remarks,
-                std::vector<RigidWall>& out, Progress& progress) {
+void read_walls(const TableSection& table, std::span<const Parameter> parameters, const Mesh& mesh,
+                InputRemarks& remarks, std::vector<RigidWall>& out, Progress& progress) {
     const RecordFields fields(parameters, remarks);
-    const auto records = records_of(table, wall_length, remarks);
+    const auto records = records_with_sets(table, wall_length, parameters, remarks);
     out.clear();
     progress.print("  rigid_wall_num=%zu\n", records.size());
     progress.print(" RIGID_WALL\n");
@@ -121,11 +146,15 @@ void read_walls(const TableSection& table, std::span<const Parameter> parameters
         w.stiffness = not_negative(t[4], fields, "a stiffness of at least 0 N/m");
         w.friction = not_negative(t[5], fields, "a friction coefficient of at least 0");
         w.damping = not_negative(t[6], fields, "a damping ratio of at least 0");
-        w.box = fields.numbers<6>(t.subspan(7, 6));
+        if (t.size() < wall_length)
+            read_set(t[coordinates_at + 1], mesh, fields, w.set_name, w.box);
+        else
+            w.box = fields.numbers<6>(t.subspan(coordinates_at, 6));
         for (std::size_t c = 0; c < 3; ++c)
             if (w.box[2 * c] > w.box[2 * c + 1])
                 remarks.expected(t[8 + 2 * c], "an upper bound not below its lower one");
-        for (std::size_t c = 0; c < 3; ++c) w.motion[c] = time_expression(t[13 + c], parameters, fields);
+        for (std::size_t c = 0; c < 3; ++c)
+            w.motion[c] = time_expression(t[t.size() - 3 + c], parameters, fields);
         const std::array<double, 4> values{w.radius, w.stiffness, w.friction, w.damping};
         progress.print(" %zu: %s, %s, %s\n", out.size(), w.name.c_str(), w.kind_word.c_str(),
                        w.axis_word.c_str());
@@ -169,12 +198,12 @@ void read_velocity_inputs(const TableSection& table, std::span<const Parameter> 
 }
 
 void read_contacts(const TableSection& table, std::span<const Parameter> parameters,
-                   std::span<const Part> parts, InputRemarks& remarks, std::vector<ContactPair>& out,
-                   Progress& progress) {
+                   std::span<const Part> parts, const Mesh& mesh, InputRemarks& remarks,
+                   std::vector<ContactPair>& out, Progress& progress) {
     const RecordFields fields(parameters, remarks);
     out.clear();
     progress.print(" ELEMENT_CONTACT\n");
-    for (const std::span<const Token> t : records_of(table, contact_length, remarks)) {
+    for (const std::span<const Token> t : records_with_sets(table, contact_length, parameters, remarks)) {
         if (progress.cancelled()) return;
         ContactPair p;
         p.name = fields.name(t[0], name_text_width);
@@ -189,8 +218,11 @@ void read_contacts(const TableSection& table, std::span<const Parameter> paramet
         p.friction = not_negative(t[4], fields, "a friction coefficient of at least 0");
         p.damping = not_negative(t[5], fields, "a damping ratio of at least 0");
         p.gap = not_negative(t[6], fields, "a gap of at least 0 m");
-        p.box = fields.numbers<6>(t.subspan(7, 6));
-        p.start_time = fields.number(t[13]);
+        if (std::array<double, 6> unused; t.size() < contact_length)
+            read_set(t[coordinates_at + 1], mesh, fields, p.set_name, unused);
+        else
+            p.box = fields.numbers<6>(t.subspan(coordinates_at, 6));
+        p.start_time = fields.number(t.back());
         const std::array<double, 4> values{p.penalty, p.friction, p.damping, p.gap};
         std::vector<double> rest(p.box.begin(), p.box.end());
         rest.push_back(p.start_time);

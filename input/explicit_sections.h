@@ -7,6 +7,7 @@
 
 #include "input/input_remarks.h"
 #include "model/explicit_records.h"
+#include "model/mesh.h"
 
 namespace kestralum {
 
@@ -27,10 +28,11 @@ std::vector<std::span<const Token>> records_of(const TableSection& table, std::s
 //   INITIAL_VELOCITY  name  plane|area|volume|part  x|y|z  velocity  xmin xmax ymin ymax zmin zmax
 //   VELOCITY_INPUT    the same; the velocity may name `time`
 //   ELEMENT_CONTACT   name  part  part  penalty  friction  damping  gap  xmin xmax ymin ymax zmin zmax  time
-// Each replaces `out`, prints the section's echo and adds to `remarks` what is wrong; it ends early where
-// `progress` asks to stop.
-void read_walls(const TableSection& table, std::span<const Parameter> parameters, InputRemarks& remarks,
-                std::vector<RigidWall>& out, Progress& progress);
+// In a wall and a contact pair "set NAME" may stand in place of the six coordinates: a set of `mesh`. (Where
+// the model has a parameter named "set" the word is that parameter.) Each replaces `out`, prints the
+// section's echo and adds to `remarks` what is wrong; it ends early where `progress` asks to stop.
+void read_walls(const TableSection& table, std::span<const Parameter> parameters, const Mesh& mesh,
+                InputRemarks& remarks, std::vector<RigidWall>& out, Progress& progress);
 void read_initial_velocities(const TableSection& table, std::span<const Parameter> parameters,
                              std::span<const Part> parts, InputRemarks& remarks,
                              std::vector<VelocityRecord>& out, Progress& progress);
@@ -38,7 +40,7 @@ void read_velocity_inputs(const TableSection& table, std::span<const Parameter> 
                           std::span<const Part> parts, InputRemarks& remarks,
                           std::vector<VelocityRecord>& out, Progress& progress);
 void read_contacts(const TableSection& table, std::span<const Parameter> parameters,
-                   std::span<const Part> parts, InputRemarks& remarks, std::vector<ContactPair>& out,
-                   Progress& progress);
+                   std::span<const Part> parts, const Mesh& mesh, InputRemarks& remarks,
+                   std::vector<ContactPair>& out, Progress& progress);
 
 }  // namespace kestralum

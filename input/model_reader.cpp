@@ -11,6 +11,7 @@
 #include "input/kept_sections.h"
 #include "input/section_readers.h"
 #include "mesh/assembly.h"
+#include "mesh/derived_parts.h"
 #include "model/paths.h"
 #include "model/progress.h"
 
@@ -207,7 +208,10 @@ void resolve_sets(Model& model, InputRemarks& remarks) {
 
 bool mesh_model(Model& model, InputRemarks& remarks, Progress& progress) {
     Remarks of_mesh;
-    build_mesh(model.parts, model.model_file_name, model.mesh, of_mesh, progress);
+    std::erase_if(model.parts, [](const Part& part) { return part.derived_from >= 0; });
+    const std::vector<Part> as_read = model.parts;
+    if (build_mesh(model.parts, model.model_file_name, model.mesh, of_mesh, progress))
+        derive_parts(model.materials, model.parts, model.mesh, of_mesh);
     for (const std::string& text : of_mesh.errors) remarks.error(text);
     for (const std::string& text : of_mesh.notices) remarks.notice(text);
     if (!remarks.ok()) return false;
@@ -218,7 +222,7 @@ bool mesh_model(Model& model, InputRemarks& remarks, Progress& progress) {
     if (remarks.ok()) resolve_sets(model, remarks);
     if (!remarks.ok()) return false;
     progress.print("PART_O\n");
-    model.parts_o = model.parts;
+    model.parts_o = as_read;
     progress.print("Normal direction\n");
     update_node_normals(model.mesh, &progress);
     if (progress.cancelled()) return false;

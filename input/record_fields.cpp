@@ -61,21 +61,6 @@ void notice_empty_box(const Token& name, std::span<const double, 6> box, int ign
     }
 }
 
-std::vector<std::span<const Token>> records_or_sets(const FileSection& section, std::size_t length,
-                                                    std::size_t with_set, InputRemarks& remarks) {
-    const std::span<const Token> tokens(section.tokens);
-    std::vector<std::span<const Token>> records;
-    std::size_t at = 0, expected = length;
-    while (at < tokens.size()) {
-        expected = at + 1 < tokens.size() && tokens[at + 1].text == set_word ? with_set : length;
-        if (at + expected > tokens.size()) break;
-        records.push_back(tokens.subspan(at, expected));
-        at += expected;
-    }
-    check_section_end(section, tokens.size() - at, expected, remarks);
-    return records;
-}
-
 void check_section_end(const std::string& name, const Token& closing, std::size_t left_over,
                        std::size_t length, InputRemarks& remarks) {
     if (left_over > 0)
@@ -83,6 +68,28 @@ void check_section_end(const std::string& name, const Token& closing, std::size_
                                       std::to_string(length) + " tokens of a record of " + name);
     else if (closing.text.empty())
         remarks.notice("section " + name + " ends with the file, without its closing %");
+}
+
+std::vector<std::span<const Token>> records_or_sets(const std::string& name, std::span<const Token> tokens,
+                                                    const Token& closing, const SetRecord& record,
+                                                    InputRemarks& remarks) {
+    std::vector<std::span<const Token>> records;
+    std::size_t at = 0, expected = record.length;
+    while (at < tokens.size()) {
+        const std::size_t word = at + record.set_at;
+        expected = word < tokens.size() && tokens[word].text == set_word ? record.with_set : record.length;
+        if (at + expected > tokens.size()) break;
+        records.push_back(tokens.subspan(at, expected));
+        at += expected;
+    }
+    check_section_end(name, closing, tokens.size() - at, expected, remarks);
+    return records;
+}
+
+std::vector<std::span<const Token>> records_or_sets(const FileSection& section, std::size_t length,
+                                                    std::size_t with_set, InputRemarks& remarks) {
+    return records_or_sets(spelling(section.keyword), section.tokens, section.closing, {length, with_set, 1},
+                           remarks);
 }
 
 void check_section_end(const FileSection& section, std::size_t left_over, std::size_t length,

@@ -90,6 +90,13 @@ std::vector<std::span<const Token>> records_of(const std::string& name, std::spa
 inline constexpr std::string_view set_word = "set";
 std::vector<std::span<const Token>> records_or_sets(const FileSection& section, std::size_t length,
                                                     std::size_t with_set, InputRemarks& remarks);
+// The same where the word stands at `set_at` of the record.
+struct SetRecord {
+    std::size_t length, with_set, set_at;
+};
+std::vector<std::span<const Token>> records_or_sets(const std::string& name, std::span<const Token> tokens,
+                                                    const Token& closing, const SetRecord& record,
+                                                    InputRemarks& remarks);
 void check_section_end(const FileSection& section, std::size_t left_over, std::size_t length,
                        InputRemarks& remarks);
 

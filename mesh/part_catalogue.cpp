@@ -4,6 +4,7 @@
 #include <cmath>
 #include <unordered_map>
 
+#include "mesh/cad_import.h"
 #include "mesh/gmsh_import.h"
 #include "mesh/inp_import.h"
 #include "mesh/stl_import.h"
@@ -40,6 +41,7 @@ const ShapeRow catalogue[] = {
      &hollow_cylinder_shape},
     {"MSH", Shape::msh, {}, {}, nullptr, import_msh},
     {"INP", Shape::inp, {}, {}, nullptr, import_inp},
+    {"STEP", Shape::step, {}, {}, nullptr, import_cad, true},
     {"SURF_CIRCLE", Shape::surf_circle, {"s1"}, {}},
     {"SURF_RECT", Shape::surf_rect, {"s1", "s2"}, {}},
     {"HOLE_CYLI", Shape::hole_cyli, {"s1", "s2"}, {}},

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "mesh/cad_import.h"
 #include "mesh/import_text.h"
 #include "model/format.h"
 
@@ -191,6 +192,12 @@ bool read_stl_text(std::string_view text, std::string_view file_name, double uni
 }
 
 bool import_stl(const Part& part, MeshContext& context, PartMesh& mesh) {
+    if (part.mesh_options.size > 0) return import_cad(part, context, mesh);
+    if (part.mesh_options != MeshOptions{})
+        context.remarks.notices.push_back(
+            "part \"" + part.name +
+            "\": without size= an STL part is a surface, its other options for the "
+            "mesher are passed over");
     return import_mesh_file(part, context, mesh, "STL", [&](std::string_view text, const std::string& name) {
         const bool good =
             read_stl_text(text, name, part.unit_factor, mesh, context.remarks, context.progress);

@@ -15,8 +15,8 @@ namespace kestralum {
 bool read_stl_text(std::string_view text, std::string_view file_name, double unit_factor, PartMesh& mesh,
                    Remarks& remarks, const Progress& progress);
 
-// The mesh of an "STL" part, with its console lines. False with an error when the file cannot be
-// opened or read.
+// The mesh of an "STL" part, with its console lines: the surface, or with a size= the body inside it, divided
+// into tetrahedra as import_cad says. False with an error when the file cannot be opened or read.
 bool import_stl(const Part& part, MeshContext& context, PartMesh& mesh);
 
 }  // namespace kestralum

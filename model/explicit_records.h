@@ -52,6 +52,8 @@ struct RigidWall {
     double friction = 0;          // Coulomb's coefficient
     double damping = 0;           // fraction of the critical damping of the node on its spring
     std::array<double, 6> box{};  // extent, m; its centre is the wall's place
+    std::string set_name;  // not empty: only the nodes of this set meet the wall, without bounds; `box` is
+                           // the box around them
     std::array<TimeExpression, 3> motion;  // displacement of the wall in x y z, m
 };
 
@@ -63,6 +65,7 @@ struct ContactPair {
     double damping = 0;           // fraction of the critical damping
     double gap = 0;               // m: surfaces touch at this distance
     std::array<double, 6> box{};  // where contact is looked for, m
+    std::string set_name;         // not empty: only faces with all nodes in this set meet; `box` is then 0
     double start_time = 0;        // s: the pair acts from here on
 };
 

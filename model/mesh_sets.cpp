@@ -2,11 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <numbers>
 
 #include "model/free_faces.h"
-#include "model/triangle.h"
+#include "model/smooth_patches.h"
 
 namespace kestralum {
 
@@ -33,7 +32,8 @@ public:
           mesh_(mesh),
           progress_(progress),
           node_elements_(elements_of_nodes(mesh)),
-          free_(free_faces(mesh, &progress)) {}
+          free_(free_faces(mesh, &progress)),
+          patches_(mesh, free_) {}
 
     // Empty, or what is wrong.
     std::string add(const SetDefinition& definition) {
@@ -106,16 +106,6 @@ private:
         return {};
     }
 
-    // Those in the middle of edges too.
-    void take_nodes_of_faces() {
-        for (const ElementFace& face : set_.faces)
-            for (const int local : outward_triangles(mesh_.element_type, face.face))
-                set_.nodes.push_back(
-                    static_cast<std::int32_t>(node_index(mesh_.element(face.element)[local])));
-        std::ranges::sort(set_.nodes);
-        set_.nodes.erase(std::unique(set_.nodes.begin(), set_.nodes.end()), set_.nodes.end());
-    }
-
     std::string take_faces_along(const Vec3& direction, double degrees) {
         const double least = std::cos(degrees * std::numbers::pi / 180) - 1e-12;
         const Vec3 along = unit(direction);
@@ -123,91 +113,13 @@ private:
             if (stopped(k)) return {};
             if (dot(unit(area_vector(mesh_, free_[k]), {}), along) >= least) set_.faces.push_back(free_[k]);
         }
-        take_nodes_of_faces();
+        set_.nodes = nodes_of_faces(mesh_, set_.faces);
         return {};
     }
 
-    std::size_t nearest_face(const Vec3& place) const {
-        std::size_t nearest = 0;
-        double best = std::numeric_limits<double>::infinity();
-        for (std::size_t k = 0; k < free_.size(); ++k) {
-            if (stopped(k)) break;
-            const auto local = outward_triangles(mesh_.element_type, free_[k].face);
-            const auto element = mesh_.element(free_[k].element);
-            const auto corner = [&](std::size_t i) { return place_of(mesh_, node_index(element[local[i]])); };
-            for (std::size_t i = 0; i + 2 < local.size(); i += 3) {
-                const Vec3 nearby = closest_point(place, corner(i), corner(i + 1), corner(i + 2));
-                const double d = norm(minus(place, nearby));
-                if (d < best) {
-                    best = d;
-                    nearest = k;
-                }
-            }
-        }
-        return nearest;
-    }
-
-    // A free face at an edge, which its corners' numbers tell.
-    struct EdgeFace {
-        std::int32_t low, high, face;
-        auto operator<=>(const EdgeFace&) const = default;
-        bool same_edge(const EdgeFace& other) const { return low == other.low && high == other.high; }
-    };
-    // Per free face the free faces that it shares an edge with: neighbours[start[k]] … .
-    void find_neighbours(std::vector<std::int64_t>& start, std::vector<std::int32_t>& neighbours) const {
-        std::vector<EdgeFace> edges;
-        for (std::size_t k = 0; k < free_.size(); ++k) {
-            const auto corners = face_corners(mesh_.element_type, free_[k].face);
-            const auto element = mesh_.element(free_[k].element);
-            for (std::size_t c = 0; c < corners.size(); ++c) {
-                const auto [low, high] =
-                    std::minmax(element[corners[c]], element[corners[(c + 1) % corners.size()]]);
-                edges.push_back({low, high, static_cast<std::int32_t>(k)});
-            }
-        }
-        std::ranges::sort(edges);
-        std::vector<std::array<std::int32_t, 2>> pairs;
-        for (std::size_t first = 0, last = 0; first < edges.size(); first = last) {
-            for (last = first; last < edges.size() && edges[last].same_edge(edges[first]); ++last) {
-            }
-            for (std::size_t a = first; a < last; ++a)
-                for (std::size_t b = first; b < last; ++b)
-                    if (a != b) pairs.push_back({edges[a].face, edges[b].face});
-        }
-        std::ranges::sort(pairs);
-        start.assign(free_.size() + 1, 0);
-        for (const auto& pair : pairs) {
-            ++start[pair[0] + 1];
-            neighbours.push_back(pair[1]);
-        }
-        for (std::size_t k = 1; k < start.size(); ++k) start[k] += start[k - 1];
-    }
-
     std::string take_patch(const Vec3& place, double degrees) {
-        if (free_.empty()) return {};
-        std::vector<std::int64_t> start;
-        std::vector<std::int32_t> neighbours;
-        find_neighbours(start, neighbours);
-        std::vector<Vec3> normal;
-        for (const ElementFace& face : free_) normal.push_back(unit(area_vector(mesh_, face), {}));
-        const double least = std::cos(degrees * std::numbers::pi / 180) - 1e-12;
-        std::vector<char> taken(free_.size(), 0);
-        std::vector<std::size_t> front{nearest_face(place)};
-        taken[front[0]] = 1;
-        for (std::size_t turn = 0; !front.empty(); ++turn) {
-            const std::size_t at = front.back();
-            front.pop_back();
-            if (stopped(turn)) return {};
-            for (std::int64_t k = start[at]; k < start[at + 1]; ++k) {
-                const std::int32_t next = neighbours[k];
-                if (taken[next] || dot(normal[at], normal[next]) < least) continue;
-                taken[next] = 1;
-                front.push_back(next);
-            }
-        }
-        for (std::size_t k = 0; k < free_.size(); ++k)
-            if (taken[k]) set_.faces.push_back(free_[k]);
-        take_nodes_of_faces();
+        set_.faces = patches_.around(place, degrees, &progress_);
+        set_.nodes = nodes_of_faces(mesh_, set_.faces);
         return {};
     }
 
@@ -218,13 +130,18 @@ private:
         if (part < 0) return "no part has the name " + definition_->operands[0];
         std::vector<char> inside(mesh_.node_num(), 0);
         for (std::int32_t e = 0; e < mesh_.element_num(); ++e)
-            if (mesh_.p_ele_part_id[e] == part)
+            if (is_of(e, part))
                 for (const std::int32_t node : mesh_.element(e)) inside[node_index(node)] = 1;
         for (std::int32_t n = 0; n < mesh_.node_num(); ++n)
             if (inside[n]) set_.nodes.push_back(n);
         for (const ElementFace& face : free_)
-            if (mesh_.p_ele_part_id[face.element] == part) set_.faces.push_back(face);
+            if (is_of(face.element, part)) set_.faces.push_back(face);
         return {};
+    }
+
+    bool is_of(std::int32_t element, std::int32_t part) const {
+        const std::int32_t own = mesh_.p_ele_part_id[element];
+        return own == part || parts_[own].derived_from == part;
     }
 
     // A body has its free faces.
@@ -262,6 +179,7 @@ private:
     const Progress& progress_;
     NodeElements node_elements_;
     std::vector<ElementFace> free_;
+    SmoothPatches patches_;
     const SetDefinition* definition_ = nullptr;
     double tolerance_ = 0;
     MeshSet set_;

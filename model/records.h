@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -71,7 +72,7 @@ enum class Shape : std::int32_t {
 struct MeshOptions {
     double size = 0;         // edge of an element; 0: not given
     std::int32_t order = 2;  // 1: 4-node, 2: 10-node tetrahedra
-    double curvature = 0;    // elements per turn of a curved face; 0: by the size alone
+    double curvature = -1;   // elements per turn of a curved face; 0: by the size alone; -1: not given
     bool fragment = false;   // bodies that touch get common faces
     struct Refinement {
         std::string group;  // of faces or of bodies
@@ -111,6 +112,9 @@ struct Part {
     std::vector<GroupMaterial> group_materials;
     std::int32_t derived_from = -1;  // of a working part made of a group's elements: the part they came from
 };
+
+// Whether part `index` is one of the name, or was derived from one.
+bool is_of_part(std::span<const Part> parts, std::size_t index, std::string_view name);
 
 // How a boundary condition selects nodes; the value is the `kind` of the files.
 enum class Selection : std::int32_t { plane = 0, area = 1, volume = 2 };

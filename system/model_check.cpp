@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "elements/element_type.h"
+#include "model/element_quality.h"
 #include "model/format.h"
 #include "model/selection.h"
 #include "solver/multifrontal.h"
@@ -17,6 +18,28 @@ namespace kestralum {
 
 namespace {
 
+// Enters a value whose larger `badness` is worse.
+void enter(ShapeMeasure& measure, std::int32_t element, double value, double badness_sign, const Mesh& mesh) {
+    constexpr std::size_t kept = 3;
+    measure.beyond += badness_sign * value > badness_sign * measure.limit;
+    auto& worst = measure.worst;
+    if (worst.size() == kept && badness_sign * value <= badness_sign * worst.back().value) return;
+    const auto at = std::ranges::find_if(
+        worst, [&](const auto& w) { return badness_sign * value > badness_sign * w.value; });
+    worst.insert(at, {element, value, element_centre(mesh, element)});
+    if (worst.size() > kept) worst.pop_back();
+}
+
+void check_shape(const Mesh& mesh, std::int32_t e, ModelCheck& out) {
+    std::array<double, 3 * most_nodes> x;
+    const auto nodes = mesh.element(e);
+    for (std::size_t k = 0; k < nodes.size(); ++k) std::copy_n(mesh.node(node_index(nodes[k])), 3, &x[3 * k]);
+    const ElementQuality quality = element_quality(mesh.element_type, x);
+    enter(out.angle, e, quality.angle, -1, mesh);
+    enter(out.jacobian, e, quality.jacobian, -1, mesh);
+    enter(out.edge_ratio, e, quality.edge_ratio, 1, mesh);
+}
+
 void check_elements(const Model& model, const Mesh& mesh, ModelCheck& out) {
     const ElementType& type = element_type(mesh.element_type);
     ElementPoints points;
@@ -24,6 +47,7 @@ void check_elements(const Model& model, const Mesh& mesh, ModelCheck& out) {
         const bool sound = evaluate_points(type, mesh, e, points);
         const ElementPlace place{e, element_volume(type, points), element_centre(mesh, e)};
         out.volume += place.volume;
+        check_shape(mesh, e, out);
         const Part& part = model.parts[mesh.p_ele_part_id[e]];
         if (part.material_id >= 0 && std::size_t(part.material_id) < model.materials.size())
             out.mass += place.volume * model.materials[part.material_id].density;

@@ -26,13 +26,28 @@ struct Body {
     bool supported = false;           // some node of it is fixed
 };
 
+// One measure of shape over all elements.
+struct ShapeMeasure {
+    struct Worst {
+        std::int32_t element;  // 0-based
+        double value;
+        std::array<double, 3> centre;
+    };
+    std::vector<Worst> worst;  // the three worst, the worst first
+    std::int64_t beyond = 0;   // elements beyond `limit`
+    double limit = 0;
+};
+
 struct ModelCheck {
     double mass = 0;    // kg
     double volume = 0;  // m^3
     ElementPlace smallest, largest;
     std::vector<ElementPlace> bad;  // elements with a non-positive Jacobian; the first hundred
     std::int64_t bad_count = 0;
-    std::int32_t hanging_nodes = 0;  // on no solid element, facets of STL parts included
+    ShapeMeasure angle{{}, 0, 10};       // smallest angle, degrees (model/element_quality.h); beyond: smaller
+    ShapeMeasure jacobian{{}, 0, 0.2};   // smallest over largest determinant; beyond: smaller
+    ShapeMeasure edge_ratio{{}, 0, 10};  // longest over shortest edge; beyond: larger
+    std::int32_t hanging_nodes = 0;      // on no solid element, facets of STL parts included
     std::vector<Body>
         bodies;  // by first element; elements that share a node, a rigid element or springs are one
     std::vector<UnjoinedContact> unjoined;    // parts that touch at nodes that are not joined

@@ -1,5 +1,6 @@
 #include "view/picking.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "model/format.h"
@@ -29,6 +30,7 @@ double distance_to(const Ray& ray, const Vec3& a, const Vec3& b, const Vec3& c) 
 
 struct Hit {
     double t = std::numeric_limits<double>::infinity();
+    std::int64_t triangle = -1;
     std::int64_t face_first = -1;  // first triangle of the face met
     int face_triangles = 0;
 };
@@ -40,9 +42,20 @@ Hit nearest_face(const Ray& ray, const Surface& surface, std::span<const double>
             const std::int32_t* node = surface.triangles.data() + 3 * t;
             const double at = distance_to(ray, triple(x, node[0]), triple(x, node[1]), triple(x, node[2]));
             if (at < hit.t)
-                hit = {at, t - (t - part.first) % part.triangles_per_face, part.triangles_per_face};
+                hit = {at, t, t - (t - part.first) % part.triangles_per_face, part.triangles_per_face};
         }
     return hit;
+}
+
+// Areal coordinates of a place in the triangle a b c, each at least 0; those of its middle without an area.
+Vec3 corner_shares(const Vec3& place, const Vec3& a, const Vec3& b, const Vec3& c) {
+    const Vec3 across = cross(minus(b, a), minus(c, a));
+    const auto share = [&](const Vec3& from, const Vec3& to) {
+        return std::max(dot(cross(minus(from, place), minus(to, place)), across), 0.0);
+    };
+    const Vec3 shares{share(b, c), share(c, a), share(a, b)};
+    const double sum = shares[0] + shares[1] + shares[2];
+    return sum > 0 ? times(1 / sum, shares) : Vec3{1.0 / 3, 1.0 / 3, 1.0 / 3};
 }
 
 Pick nearest_corner(const Hit& hit, const Vec3& place, const Surface& surface, std::span<const double> x) {
@@ -57,6 +70,9 @@ Pick nearest_corner(const Hit& hit, const Vec3& place, const Surface& surface, s
         pick.place = triple(x, n);
     }
     pick.element = surface.triangle_element[hit.face_first] + 1;
+    pick.triangle = hit.triangle;
+    const std::int32_t* node = surface.triangles.data() + 3 * hit.triangle;
+    pick.shares = corner_shares(place, triple(x, node[0]), triple(x, node[1]), triple(x, node[2]));
     return pick;
 }
 

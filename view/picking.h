@@ -15,6 +15,10 @@ struct Pick {
     std::int32_t element = 0;  // 1-based; 0 on a facet of an STL part
     std::int32_t node = 0;     // 1-based
     Vec3 place{};              // of the node as drawn, m
+    // Where the ray met a face: the triangle of the surface, -1 where it met none, and the shares of the
+    // triangle's corners in the place, 1 in all.
+    std::int64_t triangle = -1;
+    Vec3 shares{};
 
     // Global number of the node's x direction: 0-based, three per node.
     std::int32_t dof() const { return 3 * (node - 1); }

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "model/mesh_sets.h"
 #include "model/vector3.h"
 
 namespace kestralum {
@@ -66,12 +67,18 @@ ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part>
     std::vector<char> of_side(parts.size());
     for (const ContactPair& pair : pairs) {
         Active active{pair, {}, 0, {}, false, false};
+        const MeshSet* set = pair.set_name.empty() ? nullptr : find_set(mesh, pair.set_name);
+        std::vector<char> meets(node_num, set == nullptr);
+        for (std::size_t k = 0; set && k < set->nodes.size(); ++k) meets[set->nodes[k]] = 1;
         for (std::size_t s = 0; s < 2; ++s) {
             Side& side = active.side[s];
             std::fill(seen.begin(), seen.end(), 0);
-            for (std::size_t k = 0; k < parts.size(); ++k) of_side[k] = parts[k].name == pair.part_name[s];
+            for (std::size_t k = 0; k < parts.size(); ++k)
+                of_side[k] = is_of_part(parts, k, pair.part_name[s]);
             for (std::size_t t = 0; t < triangles_.size(); ++t) {
                 if (!of_side[triangles_[t].part]) continue;
+                if (!std::ranges::all_of(triangles_[t].node, [&](std::int32_t n) { return meets[n]; }))
+                    continue;
                 side.triangles.push_back(static_cast<std::int32_t>(t));
                 for (std::int32_t n : triangles_[t].node)
                     if (!std::exchange(seen[n], 1)) side.nodes.push_back(n);

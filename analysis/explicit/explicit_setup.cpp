@@ -6,6 +6,7 @@
 #include "analysis/explicit/explicit_state.h"
 #include "model/format.h"
 #include "model/free_faces.h"
+#include "model/mesh_sets.h"
 #include "model/selection.h"
 #include "solver/memory_limits.h"
 #include "system/diagonals.h"
@@ -175,7 +176,7 @@ std::vector<std::int32_t> nodes_of(const VelocityRecord& record, const Job& job,
         const std::size_t per_element = mesh.node_per_element();
         std::vector<char> on(mesh.node_num(), 0);
         for (std::size_t k = 0; k < mesh.connectivity.size(); ++k)
-            if (job.model.parts[mesh.p_ele_part_id[k / per_element]].name == record.name)
+            if (is_of_part(job.model.parts, mesh.p_ele_part_id[k / per_element], record.name))
                 on[node_index(mesh.connectivity[k])] = 1;
         for (std::size_t n = 0; n < on.size(); ++n)
             if (on[n]) nodes.push_back(static_cast<std::int32_t>(n));
@@ -337,6 +338,19 @@ bool count_steps(Job& job, ExplicitState& s) {
     return true;
 }
 
+// Tables may be an earlier model's, whose sets this one does not have.
+bool has_sets(Job& job) {
+    const auto has = [&](const char* kind, const auto& records) {
+        for (const auto& record : records)
+            if (!record.set_name.empty() && !find_set(job.model.mesh, record.set_name))
+                return job.fail(RunStatus::bad_input, std::string(kind) + " " + record.name +
+                                                          ": this model has no set " + record.set_name);
+        return true;
+    };
+    const ExplicitTables& tables = job.model.explicit_tables;
+    return has("wall", tables.walls) && has("contact", tables.contacts);
+}
+
 void set_contacts(Job& job, ExplicitState& s) {
     const ExplicitTables& tables = job.model.explicit_tables;
     if (tables.walls.empty() && !s.contacts) return;
@@ -344,8 +358,8 @@ void set_contacts(Job& job, ExplicitState& s) {
     if (!tables.walls.empty()) {
         if (s.contact_nodes.empty())
             s.contact_nodes = surface_nodes(surface_triangles(job.mesh()), job.mesh().node_num());
-        s.walls.emplace(tables.walls, job.model.parameters, s.contact_nodes, s.d_time, s.stable_step,
-                        sharing);
+        s.walls.emplace(tables.walls, job.model.parameters, job.mesh(), s.contact_nodes, s.d_time,
+                        s.stable_step, sharing);
         const double ratio = s.walls->stiff_spring(s.mass);
         double zeta = 0;
         for (const RigidWall& wall : tables.walls) zeta = std::max(zeta, wall.damping);
@@ -442,7 +456,9 @@ void set_motions(Job& job, ExplicitState& s) {
 bool set_up_explicit(Job& job, ExplicitState& s) {
     s.start = std::chrono::steady_clock::now();
     SetUp set_up;
-    if (!check_input(job) || !make_run_mesh(job, Renumbering::along_longest, set_up.freedoms)) return false;
+    if (!check_input(job) || !has_sets(job) ||
+        !make_run_mesh(job, Renumbering::along_longest, set_up.freedoms))
+        return false;
     const Mesh& mesh = job.mesh();
     s.threads = job.threads();
     s.team = mesh.node_num() < smallest_team ? 1 : s.threads;

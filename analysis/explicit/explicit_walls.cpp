@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
+
+#include "model/mesh_sets.h"
 
 namespace kestralum {
 
@@ -12,12 +15,15 @@ double penalty_share(double d_time, double stable_step, double damping) {
     return std::min(0.5, root * root);
 }
 
-WallSet::WallSet(std::span<const RigidWall> walls, std::span<const Parameter> parameters,
+WallSet::WallSet(std::span<const RigidWall> walls, std::span<const Parameter> parameters, const Mesh& mesh,
                  std::vector<std::int32_t> nodes, double d_time, double stable_step, int sharing)
     : parameters_(parameters.begin(), parameters.end()), nodes_(std::move(nodes)), d_time_(d_time) {
     for (const RigidWall& wall : walls) {
         Placed placed{
-            wall, {}, {}, {}, penalty_share(d_time, stable_step, wall.damping) / std::max(1, sharing), {}};
+            wall, {}, {}, {}, penalty_share(d_time, stable_step, wall.damping) / std::max(1, sharing),
+            {},   {}};
+        if (const MeshSet* set = wall.set_name.empty() ? nullptr : find_set(mesh, wall.set_name))
+            std::ranges::set_intersection(nodes_, set->nodes, std::back_inserter(placed.own_nodes));
         for (std::size_t c = 0; c < 3; ++c) placed.centre[c] = 0.5 * (wall.box[2 * c] + wall.box[2 * c + 1]);
         placed.touches.reserve(nodes_.size());
         walls_.push_back(std::move(placed));
@@ -35,7 +41,7 @@ bool WallSet::reach(const Placed& placed, const double* x, std::array<double, 3>
         const double at = x[c] - placed.now[c];
         const bool bounds =
             wall.kind == WallKind::plane ? c != axis : wall.kind == WallKind::cylinder && c == axis;
-        if (bounds && wall.box[2 * c] < wall.box[2 * c + 1] &&
+        if (bounds && wall.set_name.empty() && wall.box[2 * c] < wall.box[2 * c + 1] &&
             !(at >= wall.box[2 * c] && at <= wall.box[2 * c + 1]))
             return false;
         r[c] = at - placed.centre[c];
@@ -45,7 +51,7 @@ bool WallSet::reach(const Placed& placed, const double* x, std::array<double, 3>
         depth = -wall.side * r[axis];
         normal[axis] = wall.side;
         const double thickness = wall.box[2 * axis + 1] - wall.box[2 * axis];
-        return !(thickness > 0 && depth > 0.5 * thickness);
+        return !(wall.set_name.empty() && thickness > 0 && depth > 0.5 * thickness);
     }
     if (wall.kind == WallKind::cylinder) r[axis] = 0;
     const double distance = std::sqrt(r[0] * r[0] + r[1] * r[1] + r[2] * r[2]);
@@ -63,7 +69,7 @@ bool WallSet::push(const ContactArrays& arrays, double time) {
             if (!std::isfinite(placed.now[c]) || !std::isfinite(placed.next[c])) return false;
         }
         placed.touches.clear();
-        for (std::int32_t n : nodes_) {
+        for (std::int32_t n : placed.wall.set_name.empty() ? nodes_ : placed.own_nodes) {
             const std::size_t at = 4 * n;
             std::array<double, 3> normal;
             double depth;
@@ -143,7 +149,7 @@ std::int64_t WallSet::touching() const {
 double WallSet::stiff_spring(std::span<const double> mass) const {
     double least = 0;
     for (const Placed& placed : walls_)
-        for (std::int32_t n : nodes_) {
+        for (std::int32_t n : placed.wall.set_name.empty() ? nodes_ : placed.own_nodes) {
             const double m = mass[4 * n];
             if (!(placed.wall.stiffness > placed.share * m / (d_time_ * d_time_))) continue;
             const double ratio = m / placed.wall.stiffness;

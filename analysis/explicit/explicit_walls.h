@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "model/explicit_records.h"
+#include "model/mesh.h"
 
 namespace kestralum {
 
@@ -26,8 +27,9 @@ double penalty_share(double d_time, double stable_step, double damping);
 
 class WallSet {
 public:
-    // `nodes`: surface nodes, 0-based. `sharing`: contacts that a node may have at a time.
-    WallSet(std::span<const RigidWall> walls, std::span<const Parameter> parameters,
+    // `mesh` has the sets of walls that name one; `nodes`: surface nodes, 0-based, ascending. `sharing`:
+    // contacts that a node may have at a time.
+    WallSet(std::span<const RigidWall> walls, std::span<const Parameter> parameters, const Mesh& mesh,
             std::vector<std::int32_t> nodes, double d_time, double stable_step, int sharing);
 
     // Normal forces of the configuration at `time`, added to arrays.F. False when a wall's displacement
@@ -58,6 +60,7 @@ private:
         RigidWall wall;
         std::array<double, 3> centre, now{}, next{};  // displacements at this time and a step later, m
         double share;                                 // of m/Δt² for a chosen penalty
+        std::vector<std::int32_t> own_nodes;          // of a wall with a set: its surface nodes
         std::vector<Touch> touches;
     };
     bool reach(const Placed& wall, const double* x, std::array<double, 3>& normal, double& depth) const;

@@ -178,7 +178,8 @@ void GLWidget::mouseReleaseEvent(QMouseEvent* event) {
     view::mouse_press(shown_.camera, at.x(), at.y());
     if (!click_ || event->button() != Qt::LeftButton) return;
     click_ = false;
-    emit picked(QString::fromStdString(shown_.pick(at.x() + 0.5, at.y() + 0.5)));
+    const bool more = event->modifiers() & Qt::ShiftModifier;
+    emit picked(QString::fromStdString(shown_.pick(at.x() + 0.5, at.y() + 0.5, more)));
     update();
 }
 

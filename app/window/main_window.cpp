@@ -1,6 +1,8 @@
 #include "app/window/main_window.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QClipboard>
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QDir>
@@ -55,8 +57,12 @@ MainWindow::MainWindow(const std::string& log_folder, bool quiet)
     connect(worker_.get(), &Worker::ended, this, &MainWindow::go_on);
     connect(view_, &GLWidget::started, this, &MainWindow::on_started);
     connect(view_, &GLWidget::settings_missing, this, &MainWindow::on_settings_missing);
-    connect(view_, &GLWidget::picked, this, &MainWindow::say);
+    connect(view_, &GLWidget::picked, this, [this](const QString& text) {
+        say(text);
+        enable_copy();
+    });
     connect(view_, &GLWidget::painted, this, [this] {
+        enable_copy();  // a model that is shown anew has no selection
         if (live_ && std::exchange(live_frame_new_, false)) live_->repainted();
     });
     resize(1100, 780);
@@ -207,6 +213,25 @@ void MainWindow::clearPixmap() {
     delete pixmap_;
 }
 
+// ---- selection
+
+void MainWindow::copySelection() {
+    if (view_->shown().selection().empty()) return;
+    const QString records = QString::fromStdString(view_->shown().selection_records());
+    QApplication::clipboard()->setText(records);
+    say("Copied, to paste into set_info: " + records.simplified());
+}
+
+void MainWindow::clearSelection() {
+    view_->shown().clear_selection();
+    enable_copy();
+    view_->update();
+}
+
+void MainWindow::enable_copy() {
+    copy_->setEnabled(!view_->shown().selection().empty());
+}
+
 void MainWindow::about() {
     QMessageBox::about(
         this, "About KESTRALUM",
@@ -244,6 +269,9 @@ void MainWindow::keyPressEvent(QKeyEvent* event) {
             break;
         case Qt::Key_I:
             view_->look_from(ViewDirection::isometric);
+            break;
+        case Qt::Key_Escape:
+            clearSelection();
             break;
         default:
             QMainWindow::keyPressEvent(event);

@@ -36,8 +36,8 @@ public:
     const ModelStore& store() { return view_->shown().store; }
     Worker& worker() { return *worker_; }
 
-    // Begins to read a model and its control file. With an error the former model stays, and a box gives the
-    // reason.
+    // Begins to read a model and its control file; for a mesh or CAD file that of a model written beside it.
+    // With an error the former model stays, and a box gives the reason.
     void open_model(const QString& name);
     // The same for a file with results.
     void open_results(const QString& name);
@@ -50,6 +50,9 @@ public slots:
     void renderIntoPixmap();
     void grabFrameBuffer();
     void clearPixmap();
+    void copySelection();
+    void clearSelection();
+    void showPartFileDialog();
     void about();
     void stopRotate() {}
     void showInputFileDialog();
@@ -102,6 +105,7 @@ private:
     void set_frame(int frame);
     void show_frame_in_controls();
     void show_light_in_controls();
+    void enable_copy();
 
     // Does `action` now or, while a job is under way, what the user chooses: after its end, after stopping
     // it, or not at all. `what` names the action.
@@ -111,6 +115,7 @@ private:
     // main_window_files.cpp
     struct Reading;
     void look_into(const QString& name);
+    void open_part(const QString& name);
     void read_model(const QString& name, std::shared_ptr<const Model> base, bool fresh);
     void take_model(Reading& reading, const Heard& heard, bool fresh);
     void open_frames(const QString& name, const QString& what,
@@ -141,12 +146,14 @@ private:
     std::array<QAction*, 16> view_actions_{};
     std::array<QAction*, 18> contour_actions_{};
     QAction* plastic_ = nullptr;
+    QAction* copy_ = nullptr;
     QAction* remove_factor_ = nullptr;
     std::array<QDoubleSpinBox*, 3> light_boxes_{};
     QSpinBox* frame_box_ = nullptr;
     QSpinBox* mode_box_ = nullptr;
     QPointer<PixmapWindow> pixmap_;
     QString at_start_, folder_;  // of the file dialogs
+    QString starter_notice_;     // of the model under way, where it was made for a part
 
     QStringList control_errors_;  // of the model's control file: no analysis starts
     struct Budget {

@@ -8,6 +8,7 @@
 #include "app/window/main_window.h"
 #include "input/analysis_info_reader.h"
 #include "input/model_reader.h"
+#include "input/starter_model.h"
 #include "results/result_file.h"
 
 namespace kestralum {
@@ -48,7 +49,25 @@ struct MainWindow::Reading {
 };
 
 void MainWindow::open_model(const QString& name) {
-    after_run("Opening " + file_of(name), [this, name] { look_into(name); });
+    after_run("Opening " + file_of(name), [this, name] {
+        starter_notice_.clear();
+        if (is_part_file(name.toStdString()))
+            open_part(name);
+        else
+            look_into(name);
+    });
+}
+
+// By way of a model beside it.
+void MainWindow::open_part(const QString& name) {
+    const StarterModel starter = write_starter_model(name.toStdString());
+    if (!starter.error.empty()) {
+        console_.error("%s", starter.error.c_str());
+        return show_errors(this, "The part was not opened", {QString::fromStdString(starter.error)});
+    }
+    starter_notice_ = QString::fromStdString(starter.notice);
+    console_.notice("%s", starter.notice.c_str());
+    look_into(QString::fromStdString(starter.file));
 }
 
 // Another model may leave tables of the former one in force; the user says whether it shall.
@@ -94,8 +113,10 @@ void MainWindow::read_model(const QString& name, std::shared_ptr<const Model> ba
 
 void MainWindow::take_model(Reading& reading, const Heard& heard, bool fresh) {
     const QString file = file_of(QString::fromStdString(reading.model->model_file_name));
+    const QString starter = std::exchange(starter_notice_, {});
+    const QStringList of_starter = starter.isEmpty() ? QStringList{} : QStringList{starter};
     if (heard.stopped) return say("Reading " + file + " was stopped");
-    if (!reading.report.ok) return show_errors(this, "The model was not read", heard.errors);
+    if (!reading.report.ok) return show_errors(this, "The model was not read", heard.errors + of_starter);
     control_errors_ = reading.control.status == AnalysisInfoStatus::wrong ? heard.errors : QStringList{};
     view::DisplayState& state = view_->state();
     state.animation_running = false;
@@ -107,7 +128,7 @@ void MainWindow::take_model(Reading& reading, const Heard& heard, bool fresh) {
     if (fresh) view_->look_from(view::ViewDirection::isometric);
     view_->update();
     setWindowTitle("KESTRALUM - " + file);
-    say((QStringList{file + ": " + counts_of(*reading.model)} + heard.notices).join("   "));
+    say((QStringList{file + ": " + counts_of(*reading.model)} + of_starter + heard.notices).join("   "));
     if (!control_errors_.isEmpty())
         show_errors(this, "The control file is not used; no analysis starts before it is mended",
                     control_errors_);
@@ -122,6 +143,13 @@ void MainWindow::updateModel() {
 
 void MainWindow::showInputFileDialog() {
     const QString name = ask_for_file(this, text_files, folder_);
+    if (name.isEmpty()) return;
+    console_.print("filename=%s\n", name.toStdString().c_str());
+    open_model(name);
+}
+
+void MainWindow::showPartFileDialog() {
+    const QString name = ask_for_file(this, part_files, folder_);
     if (name.isEmpty()) return;
     console_.print("filename=%s\n", name.toStdString().c_str());
     open_model(name);

@@ -33,6 +33,10 @@ void MainWindow::make_menus() {
     exit->setShortcuts(QKeySequence::Quit);
     connect(exit, &QAction::triggered, this, &MainWindow::close);
     model->addAction(exit);
+    model->addSeparator();
+    model->addAction(add_action("Open &Part File",
+                                "Open a mesh or CAD file; a model of it is written beside it",
+                                &MainWindow::showPartFileDialog));
 
     QMenu* view = menuBar()->addMenu("&View");
     for (std::size_t k = 0; k < view_actions_.size(); ++k) {
@@ -41,6 +45,13 @@ void MainWindow::make_menus() {
         action->setChecked(view::view_entries[k].start);
         view->addAction(view_actions_[k] = action);
     }
+
+    view->addSeparator();
+    copy_ = add_action("&Copy Selection", "Copy the selected faces as records of set_info",
+                       &MainWindow::copySelection);
+    copy_->setShortcut(QKeySequence::Copy);
+    copy_->setEnabled(false);
+    view->addAction(copy_);
 
     QMenu* analysis = menuBar()->addMenu("&Analysis");
     analysis->addAction(add_action("&Static", "", &MainWindow::slotsExecStatic));

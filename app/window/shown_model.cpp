@@ -37,6 +37,9 @@ void ShownModel::show(std::shared_ptr<const Model> model, std::shared_ptr<const 
     state.result_ready = mode_num() > 0;
     drawing.set_pick({});
     drawing.mesh_changed();
+    patches_.reset();
+    free_faces_.clear();
+    clear_selection();
 }
 
 void ShownModel::reset_light() {
@@ -63,7 +66,7 @@ void ShownModel::fit(const view::gl::TextPainter& texts) {
     view::fit_points(camera, box(), points, margins);
 }
 
-std::string ShownModel::pick(double x, double y) {
+std::string ShownModel::pick(double x, double y, bool more) {
     const view::SceneTables shown = tables();
     drawing.update(shown, state);
     const view::Picture& picture = drawing.picture();
@@ -72,8 +75,38 @@ std::string ShownModel::pick(double x, double y) {
     const auto found = view::pick_node(view::unproject(camera, box(), x, y), picture.outside(), places,
                                        view::pixel_slack(camera, 5));
     drawing.set_pick(found);
+    select(found, more);
     if (!found) return "";
     return view::status_text(*found, mesh(), picture.vector(), picture.values(), state.shown_contour());
+}
+
+void ShownModel::select(const std::optional<view::Pick>& pick, bool more) {
+    if (!patches_) {
+        free_faces_ = free_faces(mesh());
+        patches_.emplace(mesh(), free_faces_);
+    }
+    auto faces =
+        pick ? view::select_faces(mesh(), store.model->sets, drawing.picture().outside(), *pick, *patches_)
+             : std::nullopt;
+    if (!faces && more) return;
+    if (!more) selection_.clear();
+    if (faces) selection_.add(std::move(*faces));
+    selection_changed();
+}
+
+void ShownModel::clear_selection() {
+    selection_.clear();
+    selection_changed();
+}
+
+void ShownModel::selection_changed() {
+    records_.clear();
+    drawing.set_selection(selection_, mesh());
+}
+
+std::string ShownModel::selection_records() {
+    if (records_.empty()) records_ = selection_.records(store.model->sets, given_names_);
+    return records_;
 }
 
 }  // namespace kestralum

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -38,13 +39,29 @@ public:
     void draw(view::gl::TextPainter& texts) { drawing.draw(tables(), state, camera, texts); }
 
     // The node under a pixel: marked in the picture and named in a line for the status bar; "" beside the
-    // model, which takes the mark away.
-    std::string pick(double x, double y);
+    // model, which takes the mark away. The faces around the pixel are selected: in place of those that are,
+    // or with `more` beside them. A pixel beside the faces selects none, with `more` it changes nothing.
+    std::string pick(double x, double y, bool more = false);
+
+    const view::FaceSelection& selection() const { return selection_; }
+    void clear_selection();
+    // The records of set_info for what is selected; two that differ never have a name in common.
+    std::string selection_records();
 
 private:
+    void select(const std::optional<view::Pick>& pick, bool more);
+    void selection_changed();
+
     std::vector<std::int32_t> force_node_;   // per force: its node of mesh(), 1-based, 0 for none
     std::vector<std::int32_t> fixed_nodes_;  // of mesh(), 0-based
     std::vector<view::RigidHold> rigid_holds_;
+
+    view::FaceSelection selection_;
+    std::string records_;                   // of the selection, once they have been asked for
+    std::vector<std::string> given_names_;  // in records so far
+    // of mesh(), once a patch was looked for
+    std::vector<ElementFace> free_faces_;
+    std::optional<SmoothPatches> patches_;
 };
 
 }  // namespace kestralum

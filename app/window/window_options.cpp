@@ -137,7 +137,9 @@ CommandLine describe(WindowOptions& options) {
         "kestralum MODEL_FILE --snapshot FILE [OPTION]...\n"
         "kestralum --help | --version",
         options);
-    line.add_text("MODEL_FILE", "", "the model to open", options.model_file);
+    line.add_text("MODEL_FILE", "",
+                  "the model to open, or a mesh or CAD file: a model of it is\nwritten beside it",
+                  options.model_file);
     line.add_text("--log", "DIR", "analyses write there instead of log", options.log_folder);
     line.add_flag("--quiet", "no lines of the stages on the console", options.quiet);
     describe_snapshot(line, options);

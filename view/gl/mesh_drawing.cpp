@@ -1,6 +1,7 @@
 #include "view/gl/mesh_drawing.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace kestralum::view::gl {
 
@@ -26,7 +27,9 @@ void MeshDrawing::update(const Picture& picture, const SceneTables& tables, cons
         faces_revision_ = picture.faces_revision();
         send_indices(picture, tables.mesh().node_num());
         color_revision_ = shape_revision_ = 0;
+        marked_sent_ = false;
     }
+    if (!marked_sent_) send_marked();
     if (color_revision_ != picture.color_revision() || alpha_ != state.transparency) {
         color_revision_ = picture.color_revision();
         alpha_ = state.transparency;
@@ -67,6 +70,22 @@ void MeshDrawing::send_indices(const Picture& picture, std::int32_t node_num) {
     send(edges_, outside.edges);
     send(outline_, outside.outline);
     send(points_, outside.nodes);
+}
+
+void MeshDrawing::set_marked(std::vector<std::int32_t> triangles) {
+    marked_triangles_ = std::move(triangles);
+    marked_sent_ = false;
+}
+
+void MeshDrawing::send_marked() {
+    std::vector<std::uint32_t> indices;
+    for (std::size_t k = 0; k + 2 < marked_triangles_.size(); k += 3) {
+        const auto vertex = [&](std::size_t corner) { return vertex_of_[marked_triangles_[k + corner]]; };
+        if (vertex(0) < 0 || vertex(1) < 0 || vertex(2) < 0) continue;
+        for (std::size_t corner = 0; corner < 3; ++corner) indices.push_back(vertex(corner));
+    }
+    marked_.send(GL_ELEMENT_ARRAY_BUFFER, indices);
+    marked_sent_ = true;
 }
 
 void MeshDrawing::send_colors(const Picture& picture, double alpha) {
@@ -141,6 +160,12 @@ void MeshDrawing::draw_lit_faces(std::span<const Part> parts) const {
     }
 }
 
+void MeshDrawing::draw_marked_faces() const {
+    if (marked_.count() == 0) return;
+    bind_nodes();
+    draw_indexed(GL_TRIANGLES, marked_, marked_.count());
+}
+
 void MeshDrawing::draw_edges() const {
     bind_nodes();
     draw_indexed(GL_LINES, edges_, edges_.count());
@@ -158,14 +183,14 @@ void MeshDrawing::draw_nodes() const {
 
 std::int64_t MeshDrawing::bytes_sent() const {
     std::int64_t bytes = 0;
-    for (const Buffer* buffer : {&triangles_, &edges_, &outline_, &points_, &colors_})
+    for (const Buffer* buffer : {&triangles_, &edges_, &outline_, &points_, &colors_, &marked_})
         bytes += buffer->bytes_sent();
     for (const Shape& shape : shapes_) bytes += shape.nodes.bytes_sent() + shape.lit.bytes_sent();
     return bytes;
 }
 
 void MeshDrawing::release(bool context_alive) {
-    for (Buffer* buffer : {&triangles_, &edges_, &outline_, &points_, &colors_})
+    for (Buffer* buffer : {&triangles_, &edges_, &outline_, &points_, &colors_, &marked_})
         buffer->release(context_alive);
     for (Shape& shape : shapes_) {
         shape.nodes.release(context_alive);
@@ -173,6 +198,7 @@ void MeshDrawing::release(bool context_alive) {
         shape.nodes_valid = shape.lit_valid = false;
     }
     faces_revision_ = color_revision_ = shape_revision_ = 0;
+    marked_sent_ = false;
 }
 
 }  // namespace kestralum::view::gl

@@ -9,12 +9,16 @@ namespace kestralum::view::gl {
 
 class MeshDrawing {
 public:
+    // Faces to be marked: corners of triangles, 0-based nodes × 3. Those without a drawn node are left out.
+    void set_marked(std::vector<std::int32_t> triangles);
+
     // Sends what has changed; `phase` is the entry of the phase table that will be drawn.
     void update(const Picture& picture, const SceneTables& tables, const DisplayState& state);
 
     // Lighting is the caller's affair: off for all but draw_lit_faces.
     void draw_contour_faces() const;  // coloured by value
     void draw_lit_faces(std::span<const Part> parts) const;
+    void draw_marked_faces() const;
     void draw_edges() const;
     void draw_outline() const;
     void draw_nodes() const;
@@ -28,13 +32,16 @@ private:
         bool nodes_valid = false, lit_valid = false;
     };
     void send_indices(const Picture& picture, std::int32_t node_num);
+    void send_marked();
     void send_colors(const Picture& picture, double alpha);
     void send_shape(const Picture& picture, const SceneTables& tables, int phase, Shape& shape);
     void bind_nodes() const;
 
     std::vector<std::int32_t> nodes_;      // drawn, ascending, 0-based
     std::vector<std::int32_t> vertex_of_;  // node -> place in nodes_, -1 = not drawn
-    Buffer triangles_, edges_, outline_, points_, colors_;
+    Buffer triangles_, edges_, outline_, points_, colors_, marked_;
+    std::vector<std::int32_t> marked_triangles_;
+    bool marked_sent_ = false;
     std::array<Shape, phase_count / 2 + 1> shapes_;
     std::size_t shape_ = 0;                 // in force
     std::vector<PartTriangles> lit_parts_;  // drawn lit: all, or in a contour those without values

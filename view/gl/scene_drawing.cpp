@@ -10,8 +10,18 @@ namespace kestralum::view::gl {
 namespace {
 
 constexpr Color cone_color{0.55f, 0.35f, 0.1f, 1}, arrow_color{0.85f, 0.1f, 0.1f, 1};
+constexpr Color selection_color{1, 0.1f, 0.75f, 0.75f}, stripe_color{1, 1, 1, 0.75f};
 constexpr double head_share = 0.22;  // of an arrow
 constexpr double axes_share = 0.2;   // of max_length
+
+// A quarter of the pixels, as glPolygonStipple takes them: 32 rows of 32 bits.
+std::array<GLubyte, 128> diagonal_stripes() {
+    std::array<GLubyte, 128> rows{};
+    for (std::size_t y = 0; y < 32; ++y)
+        for (std::size_t x = 0; x < 32; ++x)
+            if ((x + y) % 8 < 2) rows[4 * y + x / 8] |= static_cast<GLubyte>(0x80u >> x % 8);
+    return rows;
+}
 
 std::vector<double> arrow_places(const Picture& picture, const SceneTables& tables) {
     if (tables.ana_type() != AnalysisType::eigen && picture.deformed()) {
@@ -191,6 +201,18 @@ void SceneDrawing::set_state(const DisplayState& state, const Camera& camera, co
     glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, 1);
 }
 
+// Stripes of two colours: one of them stands out from whatever colour the faces have, and lines stay seen.
+void SceneDrawing::draw_selection() const {
+    glPolygonOffset(0.5f, 0.5f);  // before the faces, behind the lines on them
+    glColor4fv(selection_color.data());
+    mesh_.draw_marked_faces();
+    glEnable(GL_POLYGON_STIPPLE);
+    glPolygonStipple(diagonal_stripes().data());
+    glColor4fv(stripe_color.data());
+    mesh_.draw_marked_faces();
+    glDisable(GL_POLYGON_STIPPLE);
+}
+
 void SceneDrawing::draw_mesh(const SceneTables& tables, const DisplayState& state,
                              const Camera& camera) const {
     const Scene scene = tables.box();
@@ -215,6 +237,7 @@ void SceneDrawing::draw_mesh(const SceneTables& tables, const DisplayState& stat
         glEnable(GL_BLEND);
         glEnable(GL_ALPHA_TEST);
     }
+    draw_selection();
     glDisable(GL_POLYGON_OFFSET_FILL);
     glDisable(GL_LIGHTING);
     const double pixels = picture_.edge_length() * pixels_per_length(camera, scene);
@@ -379,6 +402,8 @@ OverlayTexts SceneDrawing::texts(const SceneTables& tables, const DisplayState& 
     if (state.shows(ViewFlag::fem_information) && tables.mesh().element_num() > 0)
         out.lines = fem_information(tables.mesh(), tables.model.parts.size());
     if (pick_ && state.shows(ViewFlag::text)) out.lines.push_back(pick_text(*pick_));
+    if (state.shows(ViewFlag::text))
+        out.lines.insert(out.lines.end(), selection_text_.begin(), selection_text_.end());
     auto add = [&](ViewFlag flag, const std::vector<Label>& labels) {
         if (state.shows(flag)) out.labels.insert(out.labels.end(), labels.begin(), labels.end());
     };

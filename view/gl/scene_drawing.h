@@ -8,6 +8,7 @@
 #include "view/gl/mesh_drawing.h"
 #include "view/gl/overlay.h"
 #include "view/picking.h"
+#include "view/selection.h"
 
 namespace kestralum::view::gl {
 
@@ -24,6 +25,12 @@ public:
 
     // The node that was picked: marked and named in the picture until the mesh changes or none is set.
     void set_pick(const std::optional<Pick>& pick) { pick_ = pick; }
+
+    // The faces that are selected, marked and told of in the picture until other ones are set.
+    void set_selection(const FaceSelection& selection, const Mesh& mesh) {
+        mesh_.set_marked(selection.triangles(mesh));
+        selection_text_ = selection.text(mesh);
+    }
 
     // Brings picture() up to date without drawing; needs no context.
     void update(const SceneTables& tables, const DisplayState& state) { picture_.update(tables, state); }
@@ -42,6 +49,7 @@ private:
     void update_contacts(const SceneTables& tables, const DisplayState& state);
     void update_rigid(const SceneTables& tables, const DisplayState& state);
     void draw_mesh(const SceneTables& tables, const DisplayState& state, const Camera& camera) const;
+    void draw_selection() const;
     // `pixels` an edge of the mesh is long
     void draw_symbols(const DisplayState& state, double pixels) const;
     void draw_hidden_lines(const DisplayState& state) const;
@@ -51,6 +59,7 @@ private:
     Picture picture_;
     MeshDrawing mesh_;
     std::optional<Pick> pick_;
+    std::vector<std::string> selection_text_;
 
     // symbols of the mesh, and those that follow the deformed shape or the time
     std::uint64_t symbols_of_ = 0, loads_of_mesh_ = 0, loads_of_shape_ = 0;
