@@ -2,33 +2,67 @@
 
 #include <algorithm>
 
+#include "model/selection.h"
 #include "system/assembly.h"
-#include "system/diagonals.h"
 
 namespace kestralum {
 
 namespace {
 
-// What area forces are spread by; empty where none needs it. False with the status set.
-bool find_stiffness(Job& job, const Freedoms& freedoms, std::vector<double>& stiffness) {
-    const auto is_area = [](const AppliedForce& force) { return force.kind == ForceKind::area; };
+// Adds the diagonals of the stiffness of elements to `diagonal` (dof_num), in their order, as assembly does.
+// False with the status set where one cannot be computed.
+bool add_diagonals(Job& job, const Elasticity& elasticity, std::span<const std::int32_t> elements,
+                   std::span<double> diagonal) {
+    constexpr std::size_t block = 4096;  // elements between two looks at a cancel
     const Mesh& mesh = job.mesh();
-    if (mesh.element_type != ElementKind::hexahedron || std::ranges::none_of(job.model.forces, is_area))
-        return true;
-    const Elasticity elasticity = build_elasticity(job.model.materials, job.progress);
-    const NodeNeighbours neighbours = neighbours_of_nodes(mesh, freedoms.node_elements, job.progress);
-    if (!job.goes_on()) return false;
-    const MatrixDiagonals diagonals = matrix_diagonals(
-        mesh, freedoms.node_elements, neighbours, element_matrices(job, elasticity, &freedoms.rigid),
-        freedoms.numbering.dof_map, job.threads(), job.progress);
-    if (diagonals.bad_element >= 0)
-        return job.fail(RunStatus::failed,
-                        place_of_element(job, diagonals.bad_element) +
-                            ": the Jacobian is not positive (flat or inverted element): its forces cannot be "
-                            "spread");
-    for (const std::int32_t dof : freedoms.numbering.free_dofs) stiffness.push_back(diagonals.K[dof]);
-    stiffness = unstrained_diagonal(job, freedoms, std::move(stiffness));
+    const int dofs = 3 * mesh.node_per_element();
+    const ElementMatrices matrices = element_matrices(job, elasticity, nullptr);
+    std::vector<double> values(block * dofs);
+    std::vector<char> sound(block);
+    for (std::size_t first = 0; first < elements.size() && job.goes_on(); first += block) {
+        const auto count = static_cast<std::int64_t>(std::min(block, elements.size() - first));
+#pragma omp parallel for schedule(static) num_threads(job.threads())
+        for (std::int64_t k = 0; k < count; ++k) {
+            std::array<double, 900> ke;  // of thirty degrees of freedom at most
+            sound[k] = matrices(elements[first + k], ke.data(), nullptr);
+            for (int d = 0; d < dofs; ++d) values[k * dofs + d] = ke[d * dofs + d];
+        }
+        for (std::int64_t k = 0; k < count; ++k) {
+            const std::int32_t e = elements[first + k];
+            if (!sound[k])
+                return job.fail(RunStatus::failed, place_of_element(job, e) +
+                                                       ": the Jacobian is not positive (flat or inverted "
+                                                       "element): its forces cannot be spread");
+            for (int d = 0; d < dofs; ++d)
+                diagonal[3 * node_index(mesh.element(e)[d / 3]) + d % 3] += values[k * dofs + d];
+        }
+    }
     return job.goes_on();
+}
+
+// What area forces are spread by, one entry per equation: the diagonal of K at the nodes that they load, to
+// the last bit that of a static run, which adds the elements inside rigid bodies behind the others. Empty
+// where none is needed.
+bool find_stiffness(Job& job, const Freedoms& freedoms, std::vector<double>& stiffness) {
+    const Mesh& mesh = job.mesh();
+    if (mesh.element_type != ElementKind::hexahedron) return true;
+    std::vector<std::int32_t> around;
+    for (const AppliedForce& force : job.model.forces)
+        if (force.kind == ForceKind::area)
+            for (const std::int32_t n : select_nodes(force, mesh))
+                around.insert(around.end(), freedoms.node_elements.of(n).begin(),
+                              freedoms.node_elements.of(n).end());
+    if (around.empty()) return true;
+    std::ranges::sort(around);
+    around.erase(std::unique(around.begin(), around.end()), around.end());
+    const std::vector<char> inside = freedoms.rigid.elements_inside(mesh);
+    std::stable_partition(around.begin(), around.end(),
+                          [&](std::int32_t e) { return inside.empty() || !inside[e]; });
+    const Elasticity elasticity = build_elasticity(job.model.materials, job.progress);
+    std::vector<double> diagonal(mesh.dof_num(), 0.0);
+    if (!add_diagonals(job, elasticity, around, diagonal)) return false;
+    for (const std::int32_t dof : freedoms.numbering.free_dofs) stiffness.push_back(diagonal[dof]);
+    return true;
 }
 
 // Directions at right angles to all rotations of the body.
