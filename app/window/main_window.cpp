@@ -219,7 +219,11 @@ void MainWindow::copySelection() {
     if (view_->shown().selection().empty()) return;
     const QString records = QString::fromStdString(view_->shown().selection_records());
     QApplication::clipboard()->setText(records);
-    say("Copied, to paste into set_info: " + records.simplified());
+    const QStringList lines = records.trimmed().split('\n');
+    say((lines.size() == 1
+             ? QString("Copied for set_info: ")
+             : QString("Copied %1 records for set_info, the last selects it all: ").arg(lines.size())) +
+        lines.back().simplified());
 }
 
 void MainWindow::clearSelection() {
