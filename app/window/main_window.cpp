@@ -57,12 +57,9 @@ MainWindow::MainWindow(const std::string& log_folder, bool quiet)
     connect(worker_.get(), &Worker::ended, this, &MainWindow::go_on);
     connect(view_, &GLWidget::started, this, &MainWindow::on_started);
     connect(view_, &GLWidget::settings_missing, this, &MainWindow::on_settings_missing);
-    connect(view_, &GLWidget::picked, this, [this](const QString& text) {
-        say(text);
-        enable_copy();
-    });
+    connect(view_, &GLWidget::picked, this, &MainWindow::say);
+    view_->shown().on_selection = [this] { copy_->setEnabled(!view_->shown().selection().empty()); };
     connect(view_, &GLWidget::painted, this, [this] {
-        enable_copy();  // a model that is shown anew has no selection
         if (live_ && std::exchange(live_frame_new_, false)) live_->repainted();
     });
     resize(1100, 780);
@@ -228,12 +225,7 @@ void MainWindow::copySelection() {
 
 void MainWindow::clearSelection() {
     view_->shown().clear_selection();
-    enable_copy();
     view_->update();
-}
-
-void MainWindow::enable_copy() {
-    copy_->setEnabled(!view_->shown().selection().empty());
 }
 
 void MainWindow::about() {

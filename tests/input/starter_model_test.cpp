@@ -33,8 +33,6 @@ TEST(StarterModel, IsReadAsAModelOfThePart) {
         EXPECT_TRUE(report.remarks.notices.empty()) << report.remarks.notices[0];
         EXPECT_EQ(model.mesh.element_num(), 12);
         EXPECT_NEAR(model.mesh.max_length, 0.2, 1e-15) << "millimetres";
-        ASSERT_EQ(model.materials.size(), 1u);
-        EXPECT_EQ(model.materials[0].young, 206e9);
         EXPECT_EQ(model.parts[0].name, part);
     }
     for (const char* name : {"a.step", "a.STP", "a.iges", "a.Igs", "a.brep"}) {
@@ -54,14 +52,12 @@ TEST(StarterModel, NeverAltersAFile) {
     EXPECT_EQ(read_file(folder.file("bar.txt")), letter);
     // an untouched one is taken again, one that was worked on is told of
     const StarterModel again = write_starter_model(part);
-    EXPECT_EQ(again.file, folder.file("bar_2.txt"));
-    EXPECT_TRUE(contains(again.notice, "bar_2.txt was there")) << again.notice;
+    EXPECT_EQ(again.notice, "bar_2.txt was there, a model of bar.vol");
     const std::string worked_on = replaced(read_file(again.file), "7850", "7800");
     folder.write("bar_2.txt", worked_on);
     const StarterModel third = write_starter_model(part);
     EXPECT_EQ(third.file, folder.file("bar_3.txt"));
-    EXPECT_TRUE(contains(third.notice, "before: bar_2.txt")) << third.notice;
-    EXPECT_FALSE(contains(third.notice, "bar.txt")) << third.notice;
+    EXPECT_EQ(third.notice, "bar_3.txt was written, a model of bar.vol; models of it before: bar_2.txt");
     EXPECT_EQ(read_file(folder.file("bar_2.txt")), worked_on);
 }
 
