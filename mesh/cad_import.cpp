@@ -216,9 +216,10 @@ bool import_cad(const Part& part, MeshContext& context, PartMesh& mesh) {
                 return false;
             }
             if (ending != ".stl" && !ending.starts_with(".br") && part.unit_factor != 1e-3)
-                context.remarks.notices.push_back("part \"" + part.name +
-                                              "\": lengths of STEP and IGES files arrive in millimetres, whatever "
-                                              "unit the file has: unit=mm expected");
+                context.remarks.notices.push_back(
+                    "part \"" + part.name +
+                    "\": lengths of STEP and IGES files arrive in millimetres, whatever "
+                    "unit the file has: unit=mm expected");
             try {
                 return CadImport(part, context, mesh, text, name).import();
             } catch (const std::bad_alloc&) {

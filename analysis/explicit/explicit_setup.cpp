@@ -6,6 +6,7 @@
 #include "analysis/explicit/explicit_state.h"
 #include "model/format.h"
 #include "model/free_faces.h"
+#include "model/mesh_sets.h"
 #include "model/selection.h"
 #include "solver/memory_limits.h"
 #include "system/diagonals.h"
@@ -337,6 +338,19 @@ bool count_steps(Job& job, ExplicitState& s) {
     return true;
 }
 
+// Tables may be an earlier model's, whose sets this one does not have.
+bool has_sets(Job& job) {
+    const auto has = [&](const char* kind, const auto& records) {
+        for (const auto& record : records)
+            if (!record.set_name.empty() && !find_set(job.model.mesh, record.set_name))
+                return job.fail(RunStatus::bad_input, std::string(kind) + " " + record.name +
+                                                          ": this model has no set " + record.set_name);
+        return true;
+    };
+    const ExplicitTables& tables = job.model.explicit_tables;
+    return has("wall", tables.walls) && has("contact", tables.contacts);
+}
+
 void set_contacts(Job& job, ExplicitState& s) {
     const ExplicitTables& tables = job.model.explicit_tables;
     if (tables.walls.empty() && !s.contacts) return;
@@ -442,7 +456,9 @@ void set_motions(Job& job, ExplicitState& s) {
 bool set_up_explicit(Job& job, ExplicitState& s) {
     s.start = std::chrono::steady_clock::now();
     SetUp set_up;
-    if (!check_input(job) || !make_run_mesh(job, Renumbering::along_longest, set_up.freedoms)) return false;
+    if (!check_input(job) || !has_sets(job) ||
+        !make_run_mesh(job, Renumbering::along_longest, set_up.freedoms))
+        return false;
     const Mesh& mesh = job.mesh();
     s.threads = job.threads();
     s.team = mesh.node_num() < smallest_team ? 1 : s.threads;

@@ -69,7 +69,7 @@ bool WallSet::push(const ContactArrays& arrays, double time) {
             if (!std::isfinite(placed.now[c]) || !std::isfinite(placed.next[c])) return false;
         }
         placed.touches.clear();
-        for (std::int32_t n : nodes_) {
+        for (std::int32_t n : placed.wall.set_name.empty() ? nodes_ : placed.own_nodes) {
             const std::size_t at = 4 * n;
             std::array<double, 3> normal;
             double depth;
@@ -149,7 +149,7 @@ std::int64_t WallSet::touching() const {
 double WallSet::stiff_spring(std::span<const double> mass) const {
     double least = 0;
     for (const Placed& placed : walls_)
-        for (std::int32_t n : nodes_) {
+        for (std::int32_t n : placed.wall.set_name.empty() ? nodes_ : placed.own_nodes) {
             const double m = mass[4 * n];
             if (!(placed.wall.stiffness > placed.share * m / (d_time_ * d_time_))) continue;
             const double ratio = m / placed.wall.stiffness;

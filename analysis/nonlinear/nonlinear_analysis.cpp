@@ -218,7 +218,7 @@ bool work(Job& job, NonlinearHistory& history) {
     NewtonSolver solver(job, body, freedoms, options);
     if (!solver.prepare()) return false;
     job.report().free_dofs = static_cast<std::int64_t>(solver.internal().size());
-    resolve_loads(job, freedoms, unstrained_diagonal(job, freedoms, solver.stiffness()));
+    resolve_loads(job, freedoms, unstrained_diagonal(job, freedoms, diagonal_of(solver.stiffness())));
     job.clock.begin("iterate");
     job.report().nonlinear.wanted = options.increments;
     history.begin(job.mesh(), freedoms.node_elements, job.options.probes);

@@ -110,7 +110,7 @@ bool recover(Job& job, const AssembledSystem& system, std::span<const double> q)
 bool work(Job& job, AssembledSystem& system) {
     if (!assemble_system(job, system, false)) return false;
     job.progress.print("Force Vector\n");
-    resolve_loads(job, system.freedoms, unstrained_diagonal(job, system.freedoms, system.km));
+    resolve_loads(job, system.freedoms, unstrained_diagonal(job, system.freedoms, diagonal_of(system.km)));
     job.progress.print("Force Vector Complete\n");
     report_applied(job, system.freedoms.rigid);
     if (!transform_rigid(job, system, false)) return false;

@@ -4,6 +4,7 @@
 
 #include "analysis/analysis_table.h"
 #include "app/command_line.h"
+#include "app/export_model.h"
 #include "model/token_reader.h"
 
 namespace kestralum {
@@ -36,22 +37,31 @@ std::string add_probe(BatchOptions& options, const std::string& text) {
     return {};
 }
 
-CommandLine describe(BatchOptions& options) {
+enum class Files { model, model_and_export };
+
+CommandLine describe(BatchOptions& options, Files files) {
     std::string analyses;
     for (const AnalysisEntry& entry : analysis_table())
         analyses += std::string(analyses.empty() ? "" : ", ") + entry.batch_word;
     CommandLine line(
         "kestralum-batch ANALYSIS MODEL_FILE [OPTION]...\n"
         "kestralum-batch check MODEL_FILE [--set NAME=EXPRESSION]... [--setting FILE] [--quiet]\n"
+        "kestralum-batch export MODEL_FILE FILE [--set NAME=EXPRESSION]... [--setting FILE] [--quiet]\n"
         "kestralum-batch --help | --version",
         options);
     line.add_text("ANALYSIS", "",
                   analyses +
                       "; or check:\n"
-                      "reads and meshes only and tells what the model is made of and what it needs",
+                      "reads and meshes only and tells what the model is made of and what it needs;\n"
+                      "or export: writes mesh, sets, supports and loads for another program",
                   options.command);
     line.add_text("MODEL_FILE", "", "the model; its control file (.ana) is read from beside it",
                   options.model_file);
+    if (files == Files::model_and_export)
+        line.add_text("FILE", "",
+                      "export: the file to write, by its ending .inp (CalculiX, Abaqus), .msh (Gmsh),\n"
+                      ".vtu (ParaView) or .stl (surface)",
+                      options.export_file);
     line.add_value("--set", "NAME=EXPRESSION",
                    "gives a parameter of the model another expression; repeatable",
                    [&options](const std::string& text) { return add_override(options, text); });
@@ -80,28 +90,35 @@ CommandLine describe(BatchOptions& options) {
 
 // What does not go together.
 std::string check_command(const BatchOptions& options) {
-    if (options.command.empty()) return "an analysis or `check` is missing";
-    if (options.command != "check" && !find_analysis(options.command))
+    const bool exports = options.command == "export";
+    if (options.command.empty()) return "an analysis, `check` or `export` is missing";
+    if (options.command != "check" && !exports && !find_analysis(options.command))
         return "unknown analysis '" + options.command + "'";
     if (options.model_file.empty()) return "the model file is missing";
     if (options.command != "explicit" && options.mean_dilatation)
         return "--mean-dilatation goes with explicit";
-    if (options.command != "check") return {};
-    if (!options.probes.empty()) return "check computes nothing: --probe goes with an analysis";
-    if (options.vtu) return "check writes no results: --vtu goes with an analysis";
-    if (options.tidy) return "check writes no factor: --tidy goes with an analysis";
-    return {};
+    if (options.command != "check" && !exports) return {};
+    if (!options.probes.empty()) return options.command + " computes nothing: --probe goes with an analysis";
+    if (options.vtu) return options.command + " writes no results: --vtu goes with an analysis";
+    if (options.tidy) return options.command + " writes no factor: --tidy goes with an analysis";
+    if (!exports) return {};
+    if (options.export_file.empty()) return "the file to export to is missing";
+    return refused_ending(options.export_file);
 }
 
 }  // namespace
 
 BatchOptions parse_batch_options(std::span<const char* const> arguments) {
     BatchOptions options;
-    options.error = describe(options).parse(arguments);
+    options.error = describe(options, Files::model_and_export).parse(arguments);
+    if (options.command != "export") {  // a second file is one argument too many
+        options = {};
+        options.error = describe(options, Files::model).parse(arguments);
+    }
     if (!options.error.empty()) return options;
     if (options.log_folder.empty() || options.setting_file.empty())
         options.error = "an empty file or folder name";
-    else if (options.command == "-" || options.model_file == "-")
+    else if (options.command == "-" || options.model_file == "-" || options.export_file == "-")
         options.error = "unknown option -";
     else if (!options.help && !options.version)
         options.error = check_command(options);
@@ -110,7 +127,7 @@ BatchOptions parse_batch_options(std::span<const char* const> arguments) {
 
 std::string batch_usage() {
     BatchOptions unused;
-    return describe(unused).help_text();
+    return describe(unused, Files::model_and_export).help_text();
 }
 
 }  // namespace kestralum

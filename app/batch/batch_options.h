@@ -12,7 +12,8 @@
 namespace kestralum {
 
 struct BatchOptions : CommonOptions {
-    std::string command;  // "check" or an analysis
+    std::string command;      // "check", "export" or an analysis
+    std::string export_file;  // of `export`
     std::vector<ParameterOverride> overrides;
     std::string setting_file = "setting\\setting.txt";
     bool vtu = false, tidy = false;

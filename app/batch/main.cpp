@@ -11,6 +11,7 @@
 
 #include "analysis/analysis_table.h"
 #include "app/batch/batch_options.h"
+#include "app/export_model.h"
 #include "app/run_process.h"
 #include "app/run_summary.h"
 #include "results/result_file.h"
@@ -36,6 +37,11 @@ void stop_on_interrupt(Progress& progress) {
             std::signal(number, SIG_DFL);
             std::raise(number);
         });
+}
+
+ExitStatus exit_status(RunStatus status) {
+    if (status == RunStatus::done) return exit_done;
+    return status == RunStatus::bad_input ? exit_bad_input : exit_incomplete;
 }
 
 struct Input {
@@ -106,8 +112,7 @@ ExitStatus run_analysis(const BatchOptions& options, const Settings& settings, c
                        .factor_files = list_factor_files(options.log_folder)},
                       progress);
     for (const std::string& error : run.report.remarks.errors) progress.error("%s", error.c_str());
-    if (run.report.status == RunStatus::done) return exit_done;
-    return run.report.status == RunStatus::bad_input ? exit_bad_input : exit_incomplete;
+    return exit_status(run.report.status);
 }
 
 ExitStatus check(const BatchOptions& options, const Settings& settings) {
@@ -125,10 +130,26 @@ ExitStatus check(const BatchOptions& options, const Settings& settings) {
     return exit_done;
 }
 
+ExitStatus export_to_file(const BatchOptions& options, const Settings& settings) {
+    ConsoleProgress progress(true);  // without the echo of the model
+    stop_on_interrupt(progress);
+    Input input;
+    if (!read_input(options, input, progress)) return progress.cancelled() ? exit_incomplete : exit_bad_input;
+    const RunStatus status = export_model(input.model, settings, options.export_file, progress);
+    if (status == RunStatus::done) print_input_summary(input.read, input.control, progress);
+    return exit_status(status);
+}
+
+// Needs no log folder.
+bool writes_no_results(const BatchOptions& options) {
+    return options.command == "check" || options.command == "export";
+}
+
 ExitStatus run(const BatchOptions& options, Progress& progress) {
     Settings settings;
     if (!start_up(options.setting_file, options.log_folder, settings, progress)) return exit_bad_input;
     if (options.command == "check") return check(options, settings);
+    if (options.command == "export") return export_to_file(options, settings);
     stop_on_interrupt(progress);
     Input input;
     if (!read_input(options, input, progress)) return progress.cancelled() ? exit_incomplete : exit_bad_input;
@@ -138,7 +159,7 @@ ExitStatus run(const BatchOptions& options, Progress& progress) {
 // With the log folder to itself; what cannot be foreseen, memory above all, is told like everything else.
 ExitStatus guarded_run(const BatchOptions& options, Progress& progress) {
     LogLock lock;
-    if (options.command != "check" && !lock.take(options.log_folder, progress)) return exit_bad_input;
+    if (!writes_no_results(options) && !lock.take(options.log_folder, progress)) return exit_bad_input;
     try {
         return run(options, progress);
     } catch (const std::bad_alloc&) {
@@ -146,7 +167,7 @@ ExitStatus guarded_run(const BatchOptions& options, Progress& progress) {
     } catch (const std::exception& e) {
         progress.error("%s", e.what());
     }
-    if (options.command != "check") release_held_results(options.model_file, options.log_folder);
+    if (!writes_no_results(options)) release_held_results(options.model_file, options.log_folder);
     return exit_incomplete;
 }
 
@@ -167,7 +188,7 @@ int main(int argc, char** argv) {
         progress.summary("KESTRALUM %s\n", program_version);
         return exit_done;
     }
-    if (options.command != "check") use_best_kernels(argv);
+    if (!writes_no_results(options)) use_best_kernels(argv);
     ExitStatus status = guarded_run(options, progress);
     if (std::fflush(stdout) != 0 && status == exit_done) {
         progress.error("the standard output cannot be written: %s", std::strerror(errno));

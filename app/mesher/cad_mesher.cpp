@@ -94,23 +94,53 @@ void add_step_names(const std::string& file, std::vector<Label>& labels) {
     labels.insert(labels.begin(), named.begin(), named.end());
 }
 
+// By which a face is known again under another number.
+struct FaceMark {
+    int tag;
+    double area, centre[3];
+};
+std::vector<FaceMark> mark_faces() {
+    std::vector<FaceMark> marks;
+    for (const int tag : tags_of(2)) {
+        FaceMark& mark = marks.emplace_back(FaceMark{tag, 0, {}});
+        gmsh::model::occ::getMass(2, tag, mark.area);
+        gmsh::model::occ::getCenterOfMass(2, tag, mark.centre[0], mark.centre[1], mark.centre[2]);
+    }
+    return marks;
+}
+bool is_same(const FaceMark& a, const FaceMark& b) {
+    constexpr double tolerance = 1e-6;
+    double apart = 0;
+    for (int c = 0; c < 3; ++c) apart = std::max(apart, std::abs(a.centre[c] - b.centre[c]));
+    return std::abs(a.area - b.area) <= tolerance * a.area && apart <= tolerance * std::sqrt(a.area);
+}
+
 // Bodies that touch get common faces; labels follow the pieces.
 void fragment_bodies(std::vector<Label>& labels) {
-    vectorpair bodies, inputs, faces, pieces;
+    vectorpair bodies, faces, pieces;
     gmsh::model::getEntities(bodies, 3);
     if (bodies.size() < 2) return;
     gmsh::model::getEntities(faces, 2);
+    const std::vector<FaceMark> before = mark_faces();
     std::vector<vectorpair> pieces_of;
     gmsh::model::occ::fragment(bodies, faces, pieces, pieces_of);
     gmsh::model::occ::synchronize();
-    inputs = bodies;
+    const std::vector<FaceMark> after = mark_faces();
+    vectorpair inputs = bodies;
     inputs.insert(inputs.end(), faces.begin(), faces.end());
     std::vector<Label> kept;
-    for (const Label& label : labels)
-        for (std::size_t k = 0; k < inputs.size() && k < pieces_of.size(); ++k)
-            if (inputs[k] == std::pair(label.dimension, label.tag))
-                for (const auto& [dimension, tag] : pieces_of[k])
-                    if (dimension == label.dimension) kept.push_back({dimension, tag, label.name});
+    for (const Label& label : labels) {
+        const auto input = std::ranges::find(inputs, std::pair(label.dimension, label.tag));
+        if (input == inputs.end()) continue;
+        const vectorpair& found = pieces_of[input - inputs.begin()];
+        for (const auto& [dimension, tag] : found)
+            if (dimension == label.dimension) kept.push_back({dimension, tag, label.name});
+        if (label.dimension == 3 || !found.empty()) continue;
+        // a face that stays as it is may get another number without a word of it
+        const auto own = std::ranges::find(before, label.tag, &FaceMark::tag);
+        for (const FaceMark& mark : after)
+            if (is_same(*own, mark)) kept.push_back({2, mark.tag, label.name});
+    }
     labels = std::move(kept);
 }
 

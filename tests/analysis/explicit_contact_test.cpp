@@ -199,4 +199,57 @@ TEST_F(ExplicitContact, TaylorBar) {
 }
 
 }  // namespace
+// A set in place of coordinates: the wall stands where the set is and meets its nodes alone, a pair its
+// faces.
+TEST_F(ExplicitContact, SetsSelectForWallsAndPairs) {
+    const std::string bar =
+        "material_info STEEL 8000 2e11 0 %\n" +
+        std::string(
+            "set_info TIP plane x 0.001 "
+            "EDGE where 1e-6-y  FOOT intersection TIP,EDGE %\n") +
+        "part_info BAR blue STEEL RECT 0.2 0.02 0.02 0 0 0 40 2 2 0 0 0 0.001 0 0 0 0 0 %\nEND\n";
+    const auto with_wall = [](const std::string& place) {
+        return "end_time 40e-6 output_frequency 5 INITIAL_VELOCITY BAR part x -100 0 0 0 0 0 0 % "
+               "RIGID_WALL WALL plane +x 0 0 0 0 " +
+               place + " 0 0 0 % ";
+    };
+    std::vector<double> force;
+    for (const char* place : {"0.001 0.001 0 0 0 0", "set TIP", "set FOOT"}) {
+        run(bar, with_wall(place));
+        force.push_back(last("wall_WALL_x"));
+    }
+    EXPECT_EQ(force[0], force[1]);
+    EXPECT_NEAR(force[0], std::sqrt(8000 * 2e11) * 100 * 4e-4, 0.1 * force[0]);  // rho c V A
+    EXPECT_GT(force[2], 0);
+    EXPECT_LT(force[2], 0.9 * force[0]);
+    // a parameter of that name is what it was
+    run("parameter set 0.0005 %\n" + bar, with_wall("set 0.0005+set 0 0 0 0"));
+    EXPECT_NE(last("wall_WALL_x"), force[0]);
+    EXPECT_TRUE(model.explicit_tables.walls[0].set_name.empty());
+    // a wall that stays from a model with the set is no use in one without
+    model.explicit_tables.walls[0].set_name = "TIP";
+    model.mesh.sets.clear();
+    const RunReport refused = analyse(analyse_explicit);
+    EXPECT_EQ(refused.status, RunStatus::bad_input);
+    EXPECT_TRUE(contains(refused.remarks.errors.at(0), "wall WALL: this model has no set TIP"));
+
+    const std::string two =
+        "material_info STEEL 8000 2e11 0 %\nset_info L plane x 0.2 R plane x 0.2001 FAR plane x 0 "
+        "MEET union L,R  MISS union L,FAR %\npart_info\n"
+        "LEFT blue STEEL RECT 0.2 0.02 0.02 0 0 0 30 2 2 0 0 0 0 0 0 0 0 0\n"
+        "RIGHT red STEEL RECT 0.2 0.02 0.02 0 0 0 30 3 3 0 0 0 0.2001 0 0 0 0 0 %\nEND\n";
+    std::vector<double> velocity;
+    for (const char* place : {"0 0 0 0 0 0", "set MEET", "set MISS"}) {
+        run(two,
+            "end_time 60e-6 output_frequency 5 Element_contact on INITIAL_VELOCITY LEFT part x 20 0 0 0 0 0 "
+            "0 % "
+            "ELEMENT_CONTACT HIT LEFT RIGHT 1 0 0 0 " +
+                std::string(place) + " 0 % ");
+        velocity.push_back(last("contact_HIT_x"));
+    }
+    EXPECT_EQ(velocity[0], velocity[1]);
+    EXPECT_NE(velocity[0], 0);
+    EXPECT_EQ(velocity[2], 0);
+}
+
 }  // namespace kestralum

@@ -21,6 +21,7 @@ auto parsed(const std::string& line, Parse parse) {
 // What a line asks for, but for what it leaves as it is by default.
 std::string told(const BatchOptions& o) {
     std::string text = o.command + " " + o.model_file;
+    if (!o.export_file.empty()) text += " to:" + o.export_file;
     for (const ParameterOverride& set : o.overrides) text += " " + set.name + ":=" + set.expression;
     for (const auto& p : o.probes) text += formatted(" (%g %g %g)", p[0], p[1], p[2]);
     if (o.setting_file != "setting\\setting.txt") text += " setting:" + o.setting_file;
@@ -45,7 +46,8 @@ TEST(CommandLine, SaysWhatToRun) {
         {"check bar.txt --setting --vtu --log {}", "check bar.txt setting:--vtu log:{}"},
         {"explicit [a,b] --probe -1,2e-3,+3 --mean-dilatation", "explicit [a,b] (-1 0.002 3) mean"},
         {"nonlinear m --probe 1,2,3 --probe 0,0,0", "nonlinear m (1 2 3) (0 0 0)"},
-        {"eigen-lanczos m --probe 1,2,3", "eigen-lanczos m (1 2 3)"}, {"-h", "  help"},
+        {"eigen-lanczos m --probe 1,2,3", "eigen-lanczos m (1 2 3)"},
+        {"--quiet export m --set A=1 b/m.INP", "export m to:b/m.INP A:=1 quiet"}, {"-h", "  help"},
         {"check m --vtu --help", "check m vtu help"}, {"--version", "  version"}};
     // clang-format on
     for (const auto& [line, expected] : lines) {
@@ -58,7 +60,7 @@ TEST(CommandLine, SaysWhatToRun) {
 TEST(CommandLine, NamesTheWordThatIsWrong) {
     // clang-format off
     const std::pair<const char*, const char*> lines[] = {
-        {"", "an analysis or `check`"}, {"static", "model file is missing"}, {"check", "model file"},
+        {"", "an analysis, `check` or `export`"}, {"static", "model file is missing"}, {"check", "model file"},
         {"statik bar.txt", "'statik'"}, {"bar.txt static", "'bar.txt'"}, {"'' bar.txt", "'bar.txt'"},
         {"static bar.txt more", "'more'"}, {"static bar.txt ''", "''"}, {"static -", "unknown option -"},
         {"static bar.txt -hh", "-hh"}, {"static bar.txt --log=a", "--log=a"}, {"static -- m", "option --"},
@@ -70,7 +72,11 @@ TEST(CommandLine, NamesTheWordThatIsWrong) {
         {"explicit bar.txt --probe 1,2 --probe 1,2,3", "'1,2'"}, {"explicit bar.txt --probe 1,2,x", "'1,2,x'"},
         {"explicit bar.txt --probe 1,2,3,4", "'1,2,3,4'"}, {"explicit bar.txt --probe 1,inf,3", "inf"},
         {"static bar.txt --mean-dilatation", "--mean-dilatation"}, {"check bar.txt --vtu", "--vtu"},
-        {"check bar.txt --probe 1,2,3", "--probe"}, {"check bar.txt --tidy", "--tidy"}};
+        {"check bar.txt --probe 1,2,3", "--probe"}, {"check bar.txt --tidy", "--tidy"},
+        {"export", "model file is missing"}, {"export m", "file to export to is missing"},
+        {"export m a.inp b.inp", "'b.inp'"}, {"export m a.obj", ".inp, .msh, .vtu, .stl"},
+        {"export m a.inp --vtu", "--vtu"}, {"export m a.inp --probe 1,2,3", "--probe"},
+        {"check m a.inp", "'a.inp'"}};
     // clang-format on
     for (const auto& [line, word] : lines) {
         const BatchOptions options = parsed(line, parse_batch_options);

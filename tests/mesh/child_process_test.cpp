@@ -33,7 +33,8 @@ TEST(ChildProcess, TellsWhatTheProgramSaysAndHowItEnds) {
     EXPECT_EQ(ShellRun("kill -SEGV $$").end.reason, "was ended by signal 11 (Segmentation fault)");
     EXPECT_EQ(ShellRun("head -c 10000 /dev/zero | tr '\\0' x").lines,
               "[xxxxxxxxxxxxxxxxxxxx][xxxxxxxxxxxxxxxxxxxx][xxxxxxxxxxxxxxxxxxxx]");
-    const ChildEnd none = run_child("/no/such/program", {}, 1, [](std::string_view) {}, SilentProgress());
+    const ChildEnd none = run_child(
+        "/no/such/program", {}, 1, [](std::string_view) {}, SilentProgress());
     EXPECT_EQ(none.reason, "cannot be started: No such file or directory");
 }
 
@@ -48,7 +49,8 @@ TEST(ChildProcess, IsEndedWhenItFallsSilentOrIsNotWanted) {
         EXPECT_LT(stopped.seconds, 10);
     }
     // one that talks is not silent
-    EXPECT_EQ(ShellRun("for i in 1 2 3 4 5 6; do sleep 0.2; echo x; done", SilentProgress(), 0.6).end.reason, "");
+    EXPECT_EQ(ShellRun("for i in 1 2 3 4 5 6; do sleep 0.2; echo x; done", SilentProgress(), 0.6).end.reason,
+              "");
 }
 
 }  // namespace

@@ -27,7 +27,8 @@ std::vector<double> box(Vec3 size) {
 }
 
 TEST(ElementQuality, OfShapesWithKnownAngles) {
-    const std::array<Vec3, 4> regular{{{0, 0, 0}, {1, 0, 0}, {0.5, root3 / 2, 0}, {0.5, root3 / 6, std::sqrt(2.0 / 3)}}};
+    const std::array<Vec3, 4> regular{
+        {{0, 0, 0}, {1, 0, 0}, {0.5, root3 / 2, 0}, {0.5, root3 / 6, std::sqrt(2.0 / 3)}}};
     // four points of a square, nearly in one plane: good triangles that enclose nothing
     const double h = 0.01;
     const std::array<Vec3, 4> sliver{{{0, 0, 0}, {1, 0, h}, {0, 1, h}, {1, 1, 0}}};
@@ -36,11 +37,13 @@ TEST(ElementQuality, OfShapesWithKnownAngles) {
         EXPECT_NEAR(good.angle, 60, 1e-9);  // of the faces; between them it is 70.5
         EXPECT_NEAR(good.jacobian, 1, 1e-12);
         EXPECT_NEAR(good.edge_ratio, 1, 1e-12);
-        EXPECT_NEAR(element_determinants(kind, tetrahedron(kind, regular)).smallest, 1 / std::sqrt(2.0), 1e-12);
-        // between the faces that share a diagonal; the height between the diagonals is h
-        const double between = std::acos((0.5 - h * h) / (0.5 + h * h)) * 180 / std::numbers::pi;
+        EXPECT_NEAR(element_determinants(kind, tetrahedron(kind, regular)).smallest, 1 / std::sqrt(2.0),
+                    1e-12);
+        // faces at an edge of the square: their normals are (h, -h, -1) and (-h, -h, 1)
+        const double between = std::acos(1 / (1 + 2 * h * h)) * 180 / std::numbers::pi;
         EXPECT_NEAR(element_quality(kind, tetrahedron(kind, sliver)).angle, between, 1e-9);
-        EXPECT_NEAR(element_quality(kind, tetrahedron(kind, sliver)).edge_ratio, std::sqrt(2 / (1 + h * h)), 1e-12);
+        EXPECT_NEAR(element_quality(kind, tetrahedron(kind, sliver)).edge_ratio, std::sqrt(2 / (1 + h * h)),
+                    1e-12);
     }
     const ElementQuality brick = element_quality(ElementKind::hexahedron, box({1, 2, 5}));
     EXPECT_NEAR(brick.angle, 90, 1e-9);
@@ -58,7 +61,8 @@ TEST(ElementQuality, SeesFoldsThatCornersDoNotShow) {
         const Determinants found = element_determinants(ElementKind::tetrahedron10, x);
         EXPECT_NEAR(found.smallest, 1 - 4 * d, 1e-12);
         EXPECT_NEAR(found.largest, 1 + 4 * d, 1e-12);
-        EXPECT_NEAR(element_quality(ElementKind::tetrahedron10, x).jacobian, (1 - 4 * d) / (1 + 4 * d), 1e-12);
+        EXPECT_NEAR(element_quality(ElementKind::tetrahedron10, x).jacobian, (1 - 4 * d) / (1 + 4 * d),
+                    1e-12);
     }
     std::vector<double> turned = box({1, 1, 1});
     for (std::size_t k = 0; k < 8; ++k) turned[3 * k] *= -1;

@@ -9,6 +9,7 @@
 
 #include "full_run.h"
 #include "model/format.h"
+#include "results/export_file.h"
 #include "results/vtu_file.h"
 
 using namespace kestralum;
@@ -105,6 +106,41 @@ TEST_P(Vtu, OpensInVtkWithItsCellsAndValues) {
     part.push_back(1);
     EXPECT_EQ(report["cell.part"], part);
     EXPECT_EQ(report["cell.material"], part) << "in this model part k is of material k";
+}
+
+TEST_P(Vtu, AModelWithoutResultsHasItsConditionsAndSets) {
+    const TempFolder folder;
+    const auto [kind, cell_type] = GetParam();
+    Model model = full_run(folder, kind, 1).model;
+    Mesh& mesh = model.mesh;
+    mesh.sets = {
+        {"a<b&\"c\"", {0, 2}, {}, {}}, {"skin", {0, 1, 2, 3}, {{1, 0}, {3, 2}}, {}}, {"body", {4}, {}, {2}}};
+    NodalConditions conditions;
+    conditions.fixed = {1, 3};
+    conditions.load.assign(mesh.dof_num(), 0);
+    conditions.load[7] = -1.0 / 3;
+    conditions.rigid = {{"A", {2}, {}, false, {}, {}}, {"B", {0, 4}, {}, false, {}, {}}};
+    Remarks remarks;
+    Collected console;
+    ASSERT_TRUE(export_vtu({model, conditions, folder.file("log/full.vtu"), 1, remarks, console}));
+    Report report = open_in_vtk(folder);
+    const auto expect = [&](const std::string& name, std::size_t count, const std::map<int, double>& values) {
+        std::vector<double> expected(count, 0);
+        for (const auto& [at, value] : values) expected[at] = value;
+        EXPECT_EQ(report[name], expected) << name;
+    };
+    const std::size_t points = mesh.node_num(), cells = mesh.element_num() + 1;  // and a facet
+    std::vector<double> types(cells, cell_type);
+    types.back() = 5;
+    EXPECT_EQ(report["types"], types);
+    EXPECT_NEAR(report["volume"].at(0), 2, 1e-12);
+    expect("point.force", 3 * points, {{7, -1.0 / 3}});
+    expect("point.support", points, {{1, 1}, {3, 1}});
+    expect("point.rigid", points, {{0, 2}, {2, 1}, {4, 2}});
+    expect("point.set_a<b&_c_", points, {{0, 1}, {2, 1}});
+    expect("point.set_skin", points, {{0, 1}, {1, 1}, {2, 1}, {3, 1}});
+    expect("cell.set_skin", cells, {{1, 1}, {3, 1}});
+    expect("cell.set_body", cells, {{2, 1}});
 }
 
 TEST(Vtu, AHistoryHasAFilePerFrameAndAListOfThem) {

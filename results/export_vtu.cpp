@@ -1,0 +1,66 @@
+#include "results/export_text.h"
+#include "results/vtu_grid.h"
+
+namespace kestralum {
+
+namespace {
+
+// As it may stand between quotes in XML.
+std::string xml_text(const std::string& name) {
+    std::string out;
+    for (const char c : name) switch (c) {
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            default:
+                out += static_cast<signed char>(c) < ' ' || c == 127 ? '_' : c;
+        }
+    return out;
+}
+
+void add_conditions(const ExportJob& job, VtuGrid& grid) {
+    const NodalConditions& conditions = job.conditions;
+    std::vector<std::uint8_t> support(grid.points, 0);
+    for (const std::int32_t n : conditions.fixed) support[n] = 1;
+    grid.point_data.push_back(make_vtu_array<double>("Float64", "force", 3, conditions.load));
+    grid.point_data.push_back(make_vtu_array<std::uint8_t>("UInt8", "support", 1, support));
+    if (conditions.rigid.empty()) return;
+    std::vector<std::int32_t> rigid(grid.points, 0);
+    for (std::size_t b = 0; b < conditions.rigid.size(); ++b)
+        for (const std::int32_t n : conditions.rigid[b].members) rigid[n] = static_cast<std::int32_t>(b + 1);
+    grid.point_data.push_back(make_vtu_array<std::int32_t>("Int32", "rigid", 1, rigid));
+    if (!job.model.rigid_forces.empty() || !job.model.rigid_combines.empty())
+        job.remarks.notices.push_back("forces on rigid elements and springs between them are left out");
+}
+
+void add_sets(const ExportJob& job, VtuGrid& grid) {
+    ExportNames names(ExportNames::Rule::quoted, job.remarks.notices);
+    for (const MeshSet& set : job.model.mesh.sets) {
+        const std::string name = "set_" + xml_text(names.take("set", set.name));
+        std::vector<std::uint8_t> in(grid.points, 0);
+        for (const std::int32_t n : set.nodes) in[n] = 1;
+        grid.point_data.push_back(make_vtu_array<std::uint8_t>("UInt8", name.c_str(), 1, in));
+        if (set.elements.empty() && set.faces.empty()) continue;
+        in.assign(grid.cells, 0);
+        for (const std::int32_t e : set.elements) in[e] = 1;
+        for (const ElementFace& face : set.faces) in[face.element] = 1;
+        grid.cell_data.push_back(make_vtu_array<std::uint8_t>("UInt8", name.c_str(), 1, in));
+    }
+}
+
+}  // namespace
+
+bool export_vtu(const ExportJob& job) {
+    VtuGrid grid = make_vtu_grid(job.model, job.model.mesh);
+    add_conditions(job, grid);
+    add_sets(job, grid);
+    return put_export(job, [&] { return write_vtu_grid(grid, job.file, "log", job.progress); });
+}
+
+}  // namespace kestralum
