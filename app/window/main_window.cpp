@@ -57,12 +57,9 @@ MainWindow::MainWindow(const std::string& log_folder, bool quiet)
     connect(worker_.get(), &Worker::ended, this, &MainWindow::go_on);
     connect(view_, &GLWidget::started, this, &MainWindow::on_started);
     connect(view_, &GLWidget::settings_missing, this, &MainWindow::on_settings_missing);
-    connect(view_, &GLWidget::picked, this, [this](const QString& text) {
-        say(text);
-        enable_copy();
-    });
+    connect(view_, &GLWidget::picked, this, &MainWindow::say);
+    view_->shown().on_selection = [this] { copy_->setEnabled(!view_->shown().selection().empty()); };
     connect(view_, &GLWidget::painted, this, [this] {
-        enable_copy();  // a model that is shown anew has no selection
         if (live_ && std::exchange(live_frame_new_, false)) live_->repainted();
     });
     resize(1100, 780);
@@ -219,17 +216,16 @@ void MainWindow::copySelection() {
     if (view_->shown().selection().empty()) return;
     const QString records = QString::fromStdString(view_->shown().selection_records());
     QApplication::clipboard()->setText(records);
-    say("Copied, to paste into set_info: " + records.simplified());
+    const QStringList lines = records.trimmed().split('\n');
+    say((lines.size() == 1
+             ? QString("Copied for set_info: ")
+             : QString("Copied %1 records for set_info, the last selects it all: ").arg(lines.size())) +
+        lines.back().simplified());
 }
 
 void MainWindow::clearSelection() {
     view_->shown().clear_selection();
-    enable_copy();
     view_->update();
-}
-
-void MainWindow::enable_copy() {
-    copy_->setEnabled(!view_->shown().selection().empty());
 }
 
 void MainWindow::about() {

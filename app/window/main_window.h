@@ -105,7 +105,6 @@ private:
     void set_frame(int frame);
     void show_frame_in_controls();
     void show_light_in_controls();
-    void enable_copy();
 
     // Does `action` now or, while a job is under way, what the user chooses: after its end, after stopping
     // it, or not at all. `what` names the action.

@@ -102,6 +102,7 @@ void ShownModel::clear_selection() {
 void ShownModel::selection_changed() {
     records_.clear();
     drawing.set_selection(selection_, mesh());
+    if (on_selection) on_selection();
 }
 
 std::string ShownModel::selection_records() {

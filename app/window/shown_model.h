@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -45,6 +46,7 @@ public:
 
     const view::FaceSelection& selection() const { return selection_; }
     void clear_selection();
+    std::function<void()> on_selection;  // called when it has changed; may be empty
     // The records of set_info for what is selected; two that differ never have a name in common.
     std::string selection_records();
 

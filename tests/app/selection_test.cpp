@@ -14,61 +14,50 @@ const std::string bar_vol = vol_text(box_mesh({{4, 2, 3}, {400, 200, 300}}, Elem
 TEST_F(Window, SelectsFacesByClickAndCopiesTheirRecords) {
     ASSERT_TRUE(open(bar_vol, "bar.vol"));
     EXPECT_TRUE(contains(status(), "bar.txt was written")) << status();
-    const auto click = [&](view::ViewDirection from, Qt::KeyboardModifiers keys) {
+    QAction* copy = action("&Copy Selection");
+    // clicks on the middle of what is seen from there: the area selected
+    const auto area = [&](view::ViewDirection from, Qt::KeyboardModifiers keys) {
         window->view()->look_from(from);
         QTest::mouseClick(window->view(), Qt::LeftButton, keys, window->view()->rect().center());
+        EXPECT_TRUE(copy->isEnabled());
+        return measure_set(mesh(), shown().selection().all()).area;
     };
-    const auto area = [&] { return measure_set(mesh(), shown().selection().all()).area; };
     using view::ViewDirection;
-    QAction* copy = action("&Copy Selection");
     EXPECT_FALSE(copy->isEnabled());
-    click(ViewDirection::z, Qt::NoModifier);
-    EXPECT_NEAR(area(), 0.08, 1e-12);
-    EXPECT_TRUE(copy->isEnabled());
-    EXPECT_TRUE(contains(status(), "Element:")) << status();
+    EXPECT_NEAR(area(ViewDirection::z, Qt::NoModifier), 0.08, 1e-12);
     const QImage one = picture();
-    click(ViewDirection::x, Qt::ShiftModifier);
-    EXPECT_NEAR(area(), 0.08 + 0.06, 1e-12);
+    EXPECT_NEAR(area(ViewDirection::x, Qt::ShiftModifier), 0.08 + 0.06, 1e-12);
     EXPECT_NE(picture(), one);
+    const std::vector<ElementFace> faces = shown().selection().all().faces;
     QTest::mousePress(window->view(), Qt::LeftButton, {}, {300, 300});
     QTest::mouseMove(window->view(), {310, 330});
     QTest::mouseRelease(window->view(), Qt::LeftButton, {}, {310, 330});
-    EXPECT_NEAR(area(), 0.14, 1e-12) << "a drag selects nothing";
+    EXPECT_EQ(shown().selection().all().faces, faces) << "a drag selects nothing";
     copy->trigger();
     const std::string records = QApplication::clipboard()->text().toStdString();
-    const std::vector<ElementFace> faces = shown().selection().all().faces;
-    folder.write("bar.txt",
-                 replaced(read_file(folder.file("bar.txt")), "set_info\n", "set_info\n" + records));
+    write("bar.txt", replaced(read_file(folder.file("bar.txt")), "set_info\n", "set_info\n" + records));
     run("&Update Model");
     EXPECT_FALSE(copy->isEnabled());
     ASSERT_EQ(mesh().sets.size(), 3u) << records;
     EXPECT_EQ(find_set(mesh(), "face_3")->faces, faces);
-
     for (const bool by_key : {true, false}) {
-        click(ViewDirection::y, Qt::NoModifier);
+        EXPECT_NEAR(area(ViewDirection::y, Qt::NoModifier), 0.12, 1e-12);
         const QImage marked = picture();
-        EXPECT_NEAR(area(), 0.12, 1e-12);
         if (by_key)
             QTest::keyClick(window.get(), Qt::Key_Escape);
         else
             QTest::mouseClick(window->view(), Qt::LeftButton, {}, {window->view()->width() - 3, 3});
-        EXPECT_TRUE(shown().selection().empty());
-        EXPECT_FALSE(copy->isEnabled());
+        EXPECT_FALSE(copy->isEnabled() || !shown().selection().empty());
         EXPECT_NE(picture(), marked);
     }
-    click(ViewDirection::y, Qt::NoModifier);
-    copy->trigger();
-    EXPECT_TRUE(contains(QApplication::clipboard()->text().toStdString(), "face_4  patch")) << "another name";
 }
 
 TEST_F(Window, TellsWhyAPartIsNotOpened) {
-    const std::pair<std::string, std::string> wrong[] = {{"two words.vol", "rename the file"},
-                                                         {"empty.msh", "empty.msh"}};
-    for (const auto& [name, why] : wrong) {
+    for (const auto& [name, why] :
+         {std::pair{"two words.vol", "rename the file"}, {"empty.msh", "empty.msh, line 1"}}) {
         const std::string told = told_by([&] { EXPECT_FALSE(open("", name)); });
         EXPECT_TRUE(contains(told, why)) << told;
     }
-    EXPECT_EQ(model().source, ModelSource::start_up);
 }
 
 }  // namespace

@@ -33,8 +33,6 @@ TEST(StarterModel, IsReadAsAModelOfThePart) {
         EXPECT_TRUE(report.remarks.notices.empty()) << report.remarks.notices[0];
         EXPECT_EQ(model.mesh.element_num(), 12);
         EXPECT_NEAR(model.mesh.max_length, 0.2, 1e-15) << "millimetres";
-        ASSERT_EQ(model.materials.size(), 1u);
-        EXPECT_EQ(model.materials[0].young, 206e9);
         EXPECT_EQ(model.parts[0].name, part);
     }
     for (const char* name : {"a.step", "a.STP", "a.iges", "a.Igs", "a.brep"}) {
@@ -48,21 +46,16 @@ TEST(StarterModel, IsReadAsAModelOfThePart) {
 
 TEST(StarterModel, NeverAltersAFile) {
     const TempFolder folder;
-    const std::string part = folder.write("bar.vol", bar_vol), letter = "Dear reader\n";
-    folder.write("bar.txt", letter);
+    const std::string part = folder.write("bar.vol", bar_vol);
+    folder.write("bar.txt", "Dear reader");
     EXPECT_EQ(write_starter_model(part).file, folder.file("bar_2.txt"));
-    EXPECT_EQ(read_file(folder.file("bar.txt")), letter);
+    EXPECT_EQ(read_file(folder.file("bar.txt")), "Dear reader");
     // an untouched one is taken again, one that was worked on is told of
     const StarterModel again = write_starter_model(part);
-    EXPECT_EQ(again.file, folder.file("bar_2.txt"));
-    EXPECT_TRUE(contains(again.notice, "bar_2.txt was there")) << again.notice;
-    const std::string worked_on = replaced(read_file(again.file), "7850", "7800");
-    folder.write("bar_2.txt", worked_on);
-    const StarterModel third = write_starter_model(part);
-    EXPECT_EQ(third.file, folder.file("bar_3.txt"));
-    EXPECT_TRUE(contains(third.notice, "before: bar_2.txt")) << third.notice;
-    EXPECT_FALSE(contains(third.notice, "bar.txt")) << third.notice;
-    EXPECT_EQ(read_file(folder.file("bar_2.txt")), worked_on);
+    EXPECT_EQ(again.notice, "bar_2.txt was there, a model of bar.vol");
+    folder.write("bar_2.txt", replaced(read_file(again.file), "7850", "7800"));
+    EXPECT_EQ(write_starter_model(part).notice,
+              "bar_3.txt was written, a model of bar.vol; models of it before: bar_2.txt");
 }
 
 TEST(StarterModel, RefusesWhatAModelCannotNameOrTheFolderCannotHold) {
@@ -80,12 +73,11 @@ TEST(StarterModel, RefusesWhatAModelCannotNameOrTheFolderCannotHold) {
     rlimit former;
     ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &former), 0);
     const std::string part = folder.write("bar.vol", bar_vol);
-    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     const rlimit none{0, former.rlim_max};
     ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &none), 0);
     const std::string error = write_starter_model(part).error;
     ::setrlimit(RLIMIT_FSIZE, &former);
-    std::signal(SIGXFSZ, handler);
     EXPECT_TRUE(contains(error, "bar.txt cannot be written: File too large")) << error;
     EXPECT_FALSE(std::filesystem::exists(folder.file("bar.txt")));
     // the working folder is looked into before the model's
