@@ -118,7 +118,7 @@ void add_faces(const Entities& entities, const Entity& shell, StepBody& body) {
     for (const std::int64_t id : references(shell.arguments)) {
         const Entity* entity = find(entities, id);
         if (!entity) continue;
-        if (oriented)
+        if (oriented && entity->keyword == "CLOSED_SHELL")  // an oriented one of itself would never end
             add_faces(entities, *entity, body);
         else if (entity->keyword.ends_with("FACE") || entity->keyword == "FACE_SURFACE")
             body.faces.push_back(name_of(entity->arguments));
