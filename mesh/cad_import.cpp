@@ -141,7 +141,8 @@ private:
         if (!error.empty()) return fail(": " + error);
         if (!end.reason.empty())
             return fail(": the mesher " + end.reason +
-                        (last_error.empty() ? "" : "; it said: " + last_error));
+                        (last_error.empty() ? "" : "; it said: " + last_error) +
+                        ": another size= or curvature= may help, else the file wants mending");
         return true;
     }
     void take_line(std::string_view line, std::string& error, std::string& last_error) {

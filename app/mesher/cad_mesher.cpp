@@ -146,7 +146,11 @@ void fragment_bodies(std::vector<Label>& labels) {
 
 void import_shapes(const std::string& file) {
     vectorpair bodies;
-    gmsh::model::occ::importShapes(file, bodies, true);
+    try {
+        gmsh::model::occ::importShapes(file, bodies, true);
+    } catch (...) {
+        throw std::runtime_error("no shape can be read from it: is it a whole STEP, IGES or BREP file?");
+    }
     gmsh::model::occ::synchronize();
     if (!tags_of(3).empty()) return;
     // faces that only together close a body

@@ -257,7 +257,7 @@ TEST_F(CadImport, RefusesWithOneLine) {
     }
     folder.write("a.step", "no step");
     file = "a.step";
-    refused("ould not");
+    refused("no shape can be read from it");
     folder.write("a.txt", text);
     file = "a.txt";
     refused(".step, .stp, .iges, .igs or .brep expected");
