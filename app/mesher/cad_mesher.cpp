@@ -144,6 +144,14 @@ void fragment_bodies(std::vector<Label>& labels) {
     labels = std::move(kept);
 }
 
+double longest_side() {
+    double low[3], high[3];
+    gmsh::model::getBoundingBox(-1, -1, low[0], low[1], low[2], high[0], high[1], high[2]);
+    double longest = 0;
+    for (int c = 0; c < 3; ++c) longest = std::max(longest, high[c] - low[c]);
+    return longest;
+}
+
 void import_shapes(const std::string& file) {
     vectorpair bodies;
     try {
@@ -153,13 +161,14 @@ void import_shapes(const std::string& file) {
     }
     gmsh::model::occ::synchronize();
     if (!tags_of(3).empty()) return;
-    // faces that only together close a body
-    gmsh::clear();
-    gmsh::model::add("part");
-    gmsh::option::setNumber("Geometry.OCCSewFaces", 1);
-    gmsh::option::setNumber("Geometry.OCCMakeSolids", 1);
-    gmsh::model::occ::importShapes(file, bodies, true);
-    gmsh::model::occ::synchronize();
+    // faces that only together close a body, as most IGES files have them
+    constexpr double tolerances[] = {1e-8, 1e-6, 1e-4};  // of the longest side
+    for (const double tolerance : tolerances) {
+        vectorpair healed;
+        gmsh::model::occ::healShapes(healed, {}, tolerance * longest_side(), true, true, true, true, true);
+        gmsh::model::occ::synchronize();
+        if (!tags_of(3).empty()) break;
+    }
     if (tags_of(3).empty()) throw std::runtime_error("it has no solid body, and its faces do not close one");
     notice("its faces are sewn together into bodies: the file has none");
 }
@@ -235,10 +244,7 @@ Measure measure_bodies() {
 
 // Edge that gives a first mesh: about one element through a wall, or a fifteenth of the longest side.
 double chosen_size(const Measure& measure) {
-    double low[3], high[3];
-    gmsh::model::getBoundingBox(-1, -1, low[0], low[1], low[2], high[0], high[1], high[2]);
-    double longest = 0;
-    for (int c = 0; c < 3; ++c) longest = std::max(longest, high[c] - low[c]);
+    const double longest = longest_side();
     const double wall = measure.area > 0 ? 2 * measure.volume / measure.area : longest;
     return std::clamp(wall, longest / 60, longest / 15);
 }
@@ -275,29 +281,44 @@ std::string same_blanks(std::string name) {
     return name;
 }
 
+// The physical groups of a name, or of names with commas between them; they have their entity's number.
+vectorpair entities_named(const std::string& names, const vectorpair& groups) {
+    vectorpair found;
+    for (const auto& [dimension, tag] : groups) {
+        std::string name;
+        gmsh::model::getPhysicalName(dimension, tag, name);
+        if (same_blanks(name) == names) found.emplace_back(dimension, tag);
+    }
+    if (!found.empty()) return found;
+    const std::size_t comma = names.find(',');
+    if (comma == std::string::npos)
+        throw std::runtime_error("refine=" + names + ": it has no body or face of this name");
+    found = entities_named(names.substr(0, comma), groups);
+    const vectorpair others = entities_named(names.substr(comma + 1), groups);
+    found.insert(found.end(), others.begin(), others.end());
+    return found;
+}
+
 // Smaller edges on the groups asked for and on what bounds them; from there the mesher lets them grow.
 void refine(const MesherRequest& request) {
     using Entity = std::pair<int, int>;  // dimension, number
     std::map<Entity, double> edge_of;
     vectorpair groups;
     gmsh::model::getPhysicalGroups(groups);
-    for (const auto& [group, edge] : request.refinements) {
-        vectorpair around;  // physical groups have their entity's number
-        for (const Entity& entity : groups) {
-            std::string name;
-            gmsh::model::getPhysicalName(entity.first, entity.second, name);
-            if (same_blanks(name) == group) around.push_back(entity);
-        }
-        if (around.empty())
-            throw std::runtime_error("refine=" + group + ": it has no body or face of this name");
+    for (const auto& [names, edge] : request.refinements) {
+        vectorpair around = entities_named(names, groups);
         while (!around.empty()) {
+            vectorpair bounding;
             for (const Entity& entity : around) {
                 const auto [known, added] = edge_of.try_emplace(entity, edge);
                 if (!added) known->second = std::min(known->second, edge);
+                vectorpair of_one;
+                if (entity.first > 0) gmsh::model::getBoundary({entity}, of_one, false, false);
+                bounding.insert(bounding.end(), of_one.begin(), of_one.end());
             }
-            vectorpair bounding;
-            gmsh::model::getBoundary(around, bounding, false, false);
-            around = around.front().first > 0 ? bounding : vectorpair{};
+            std::ranges::sort(bounding);
+            bounding.erase(std::unique(bounding.begin(), bounding.end()), bounding.end());
+            around = bounding;
         }
     }
     if (edge_of.empty()) return;

@@ -173,10 +173,20 @@ double shortest_edge(const PartMesh& mesh, const std::string& name) {
     return shortest;
 }
 
+TEST_F(CadImport, SewsFacesThatCloseABody) {
+    make("Box(1) = {0, 0, 0, 4, 3, 1}; Delete { Volume{1}; }\n");
+    part.mesh_options = {.size = 1};
+    read_good();
+    EXPECT_TRUE(contains(notices(), "its faces are sewn together into bodies"));
+    EXPECT_NEAR(volume_of(mesh) * 1e9, 12, 1e-9);
+    EXPECT_EQ(mesh.groups.size(), 7u);
+}
+
 TEST_F(CadImport, RefinesNearTheFacesAskedFor) {
     make_plate();
-    part.mesh_options = {.size = 1, .order = 1, .refinements = {{"face_1", 0.1}}};
+    part.mesh_options = {.size = 1, .order = 1, .refinements = {{"face_1,face_2", 0.1}}};
     read_good();
+    EXPECT_LT(shortest_edge(mesh, "face_2"), 0.12e-3);
     EXPECT_LT(shortest_edge(mesh, "face_1"), 0.12e-3);
     EXPECT_GT(shortest_edge(mesh, "face_6"), 0.4e-3);  // opposite
     EXPECT_GT(group(mesh, "face_1").faces.size(), 2 * 3 * 1 / (0.1 * 0.1) * 0.7);
