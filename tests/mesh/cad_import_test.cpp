@@ -184,9 +184,9 @@ TEST_F(CadImport, SewsFacesThatCloseABody) {
 
 TEST_F(CadImport, RefinesNearTheFacesAskedFor) {
     make_plate();
-    part.mesh_options = {.size = 1, .order = 1, .refinements = {{"face_1,face_2", 0.1}}};
+    part.mesh_options = {.size = 1, .order = 1, .refinements = {{"face_1,face_7", 0.1}}};
     read_good();
-    EXPECT_LT(shortest_edge(mesh, "face_2"), 0.12e-3);
+    EXPECT_LT(shortest_edge(mesh, "face_7"), 0.12e-3);
     EXPECT_LT(shortest_edge(mesh, "face_1"), 0.12e-3);
     EXPECT_GT(shortest_edge(mesh, "face_6"), 0.4e-3);  // opposite
     EXPECT_GT(group(mesh, "face_1").faces.size(), 2 * 3 * 1 / (0.1 * 0.1) * 0.7);
