@@ -39,7 +39,8 @@ bool derive_parts(std::span<const Material> materials, std::vector<Part>& parts,
     const std::size_t errors_before = remarks.errors.size(), as_read = parts.size();
     for (std::size_t p = 0; p < as_read; ++p)
         for (std::size_t g = 0; g < parts[p].group_materials.size(); ++g) {
-            const auto [group, material_name] = parts[p].group_materials[g];
+            const std::string group = parts[p].group_materials[g].group,
+                              material_name = parts[p].group_materials[g].material_name;
             const std::string place = "part \"" + parts[p].name + "\": ";
             const MeshSet* set = find_set(mesh, parts[p].name + "." + group);
             if (!set || set->elements.empty()) {

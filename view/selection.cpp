@@ -145,7 +145,7 @@ std::vector<std::int32_t> FaceSelection::triangles(const Mesh& mesh) const {
 }
 
 std::string FaceSelection::records(std::span<const SetDefinition> definitions,
-                               std::vector<std::string>& given) const {
+                                   std::vector<std::string>& given) const {
     int number = 0;
     const auto new_name = [&] {
         std::string name;
