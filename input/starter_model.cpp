@@ -42,6 +42,17 @@ const PartEnding* part_ending(std::string_view name) {
     return nullptr;
 }
 
+// A model file may have any ending: its first word is a section's keyword, which no mesh or CAD file begins
+// with.
+bool begins_like_a_model(std::string_view name) {
+    const paths::File file = paths::open(name, "rb");
+    if (!file) return false;
+    char text[4096];
+    const std::size_t size = std::fread(text, 1, sizeof text, file.get());
+    const std::string_view first = TokenReader(std::string_view(text, size)).next();
+    return keyword_of(first).has_value();
+}
+
 // A word that names a part: no blank, no %, no comma or dot, which set names use; no keyword.
 std::string part_name(std::string_view stem) {
     constexpr std::string_view kept = "_-+";
@@ -147,7 +158,7 @@ int write_new(const std::string& file, const std::string& text) {
 }  // namespace
 
 bool is_part_file(std::string_view name) {
-    return part_ending(name) != nullptr;
+    return part_ending(name) && !begins_like_a_model(name);
 }
 
 StarterModel write_starter_model(const std::string& part_file) {

@@ -7,7 +7,7 @@
 namespace kestralum {
 
 // Whether a file's ending, in capitals or not, is that of a part: .step .stp .iges .igs .brep .msh .inp .vol
-// .stl.
+// .stl; not where the file begins with a model's section, as a model of such a name does.
 bool is_part_file(std::string_view name);
 
 struct StarterModel {

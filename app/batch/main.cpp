@@ -14,6 +14,7 @@
 #include "app/export_model.h"
 #include "app/run_process.h"
 #include "app/run_summary.h"
+#include "input/starter_model.h"
 #include "results/result_file.h"
 #include "results/vtu_file.h"
 #include "system/stage_clock.h"
@@ -56,7 +57,13 @@ bool read_input(const BatchOptions& options, Input& input, Progress& progress) {
     MemoryWatch memory;
     input.model.model_file_name = options.model_file;
     input.read = read_input_file(input.model, options.overrides, progress);
-    if (!input.read.ok) return false;
+    if (!input.read.ok) {
+        if (is_part_file(options.model_file) && !progress.cancelled())
+            progress.error(
+                "%s is a part: name it in a model file, or open it in the window, which writes one beside it",
+                options.model_file.c_str());
+        return false;
+    }
     input.control = read_analysis_info_file(input.model, progress);
     const double peak = memory.take_peak();  // of both: the parts are meshed while the text is in memory
     input.stages = {{"read", input.read.read_seconds, peak}, {"mesh", input.read.mesh_seconds, peak}};

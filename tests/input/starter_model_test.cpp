@@ -42,6 +42,12 @@ TEST(StarterModel, IsReadAsAModelOfThePart) {
     }
     for (const char* name : {"a.txt", "a.step.gz", "stl", ".stl", "a.d/.msh", "msh/a"})
         EXPECT_FALSE(is_part_file(name)) << name;
+    // a model of such a name stays a model
+    const TempFolder models;
+    EXPECT_FALSE(is_part_file(models.write("old.inp", "%A_bar\nmaterial_info\n")));
+    EXPECT_FALSE(is_part_file(models.write("old.vol", "  part_info ")));
+    EXPECT_TRUE(is_part_file(models.write("new.inp", "*NODE\n")));
+    EXPECT_TRUE(is_part_file(models.write("empty.msh", "")));
 }
 
 TEST(StarterModel, NeverAltersAFile) {
