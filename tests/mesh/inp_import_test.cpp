@@ -1,10 +1,9 @@
 #include "mesh/inp_import.h"
 
-#include <cstdlib>
 #include <numbers>
 
-#include "group_checks.h"
 #include "model/format.h"
+#include "tool_runs.h"
 
 using namespace kestralum;
 using namespace kestralum::testing;
@@ -12,10 +11,6 @@ using std::numbers::pi;
 
 namespace {
 
-bool read_inp(std::string_view text, std::string_view name, double unit, PartMesh& mesh, Remarks& remarks,
-              const Progress& progress) {
-    return read_inp_text(text, name, unit, memory_budget(), mesh, remarks, progress);
-}
 Reading read_deck(const std::string& text, double unit = 1) {
     return read(read_inp, text, unit);
 }
@@ -216,51 +211,6 @@ TEST(Inp, SaysWhereADeckIsWrong) {
         EXPECT_FALSE(read_inp(formatted("*INCLUDE, INPUT=%s\n", file), folder.file("deck.inp"), 1, mesh,
                               remarks, SilentProgress()));
         EXPECT_TRUE(contains(remarks.errors, error)) << joined(remarks.errors);
-    }
-}
-
-// A block with a round hole, as gmsh writes it; 2 × 1 × 1, the hole's radius is a quarter.
-TEST(Inp, GmshFilesKeepVolumeAndNamedSurfaces) {
-    if (std::system("gmsh --version > /dev/null 2>&1") != 0)
-        GTEST_SKIP() << "gmsh is not installed: decks of a mesh generator are NOT tested";
-    const TempFolder folder;
-    const std::string solid = "SetFactory(\"OpenCASCADE\");\nBox(1) = {0,0,0,2,1,1};\n",
-                      hole =
-                          "Cylinder(2) = {1,0.5,0,0,0,1,0.25};\n"
-                          "BooleanDifference(3) = { Volume{1}; Delete; }{ Volume{2}; Delete; };\n",
-                      names =
-                          "e=1e-3;\nleft() = Surface In BoundingBox{-e,-e,-e,e,1+e,1+e};\n"
-                          "top() = Surface In BoundingBox{-e,-e,1-e,2+e,1+e,1+e};\n"
-                          "Physical Surface(\"left\") = left();\nPhysical Surface(\"top\") = top();\n"
-                          "Physical Volume(\"body\") = Volume{:};\nMesh.SaveGroupsOfNodes = 1;\n";
-    folder.write("hole.geo",
-                 solid + hole + names +
-                     "Mesh.MeshSizeMax = 0.3;\nround() = Curve In BoundingBox{0.7,0.2,-e,1.3,0.8,1+e};\n"
-                     "Transfinite Curve{round()} = 17;\n");
-    folder.write("hexa.geo", solid + names +
-                                 "Transfinite Curve{:} = 4;\nTransfinite Surface{:};\n"
-                                 "Recombine Surface{:};\nTransfinite Volume{:};\n");
-    struct Case {
-        const char *name, *order;
-        ElementKind kind;
-        double top, volume, within;  // the hole has chords, 16 around it
-    };
-    const auto polygon = [](int chords) { return chords / 32.0 * std::sin(2 * pi / chords); };
-    for (const Case& c : {Case{"hole", "1", ElementKind::tetrahedron4, 2 - polygon(16), 2 - pi / 16, 0.01},
-                          Case{"hole", "2", ElementKind::tetrahedron10, 2 - polygon(32), 2 - pi / 16, 0.01},
-                          Case{"hexa", "1", ElementKind::hexahedron, 2, 2, 1e-12}}) {
-        const std::string command = "cd " + folder.path().string() + " && gmsh -3 -v 1 -format inp -order " +
-                                    c.order + " -o " + c.name + ".inp " + c.name + ".geo > out.txt 2>&1";
-        ASSERT_EQ(std::system(command.c_str()), 0) << read_file(folder.file("out.txt"));
-        const Reading reading = read_deck(read_file(folder.file(std::string(c.name) + ".inp")));
-        ASSERT_TRUE(reading.good) << reading.error();
-        const PartMesh& mesh = reading.mesh;
-        EXPECT_EQ(mesh.kind, c.kind);
-        EXPECT_NEAR(volume_of(mesh), c.volume, c.within);
-        EXPECT_LT(norm(minus(area_of(mesh, "left"), {-1, 0, 0})), 1e-12);
-        EXPECT_NEAR(area_of(mesh, "top")[2], c.top, 1e-12);
-        EXPECT_EQ(std::int64_t(group(mesh, "body").elements.size()), mesh.element_num());
-        EXPECT_FALSE(contains(mesh.lines, "group:left_2")) << "the node set of the same name";
     }
 }
 
