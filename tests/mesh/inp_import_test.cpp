@@ -148,6 +148,40 @@ TEST(Inp, InstancesArePlacedCopiesWithTheirSets) {
     EXPECT_TRUE(contains(reading.remarks.notices, "of no solid element: REF"));
 }
 
+// What joins or loads nodes is no part of the mesh: springs between nodes, dampers, masses, rigid bodies.
+TEST(Inp, SpringsAndTheirLikeArePassedOver) {
+    const Reading plain = read_deck(box_deck);
+    const Reading joined_up = read_deck(
+        box_deck +
+        "*NODE, NSET=REF\n50, 9,9,9\n51, 9,9,9\n"
+        "*ELEMENT, TYPE=SPRING2, ELSET=SPRINGS\n20, 11, 13\n21, 14, 50\n*SPRING, ELSET=SPRINGS\n1,1\n1e6\n"
+        "*Element, type=SpringA, elset=AXIAL\n22, 11, 28\n*ELEMENT, TYPE=SPRING1, ELSET=GROUND\n23, 12\n"
+        "*ELEMENT, TYPE=MASS, ELSET=POINT\n24, 27\n*MASS, ELSET=POINT\n0.5\n"
+        "*ELEMENT, TYPE=ROTARYI, ELSET=TURN\n25, 50\n*ELEMENT, TYPE=DASHPOTA, ELSET=DAMP\n26, 25, 26\n"
+        "*ELSET, ELSET=MIXED\n7, 20, SPRINGS\n*ELSET, ELSET=ENDS\nAXIAL, 23\n"
+        "*NSET, NSET=OF, ELSET=AXIAL\n*RIGID BODY, NSET=REF, REF NODE=50, ROT NODE=51\n"
+        "*EQUATION\n2\n50, 1, 1., 51, 1, -1.\n");
+    ASSERT_TRUE(joined_up.good) << joined_up.error();
+    const PartMesh& mesh = joined_up.mesh;
+    EXPECT_EQ(mesh.connectivity, plain.mesh.connectivity);
+    EXPECT_EQ(mesh.coordinates, plain.mesh.coordinates);
+    using Numbers = std::vector<std::int32_t>;
+    EXPECT_EQ(group(mesh, "SPRINGS").nodes, (Numbers{1, 3})) << "node 50 has no solid";
+    EXPECT_EQ(group(mesh, "POINT").nodes, Numbers{7});
+    EXPECT_EQ(group(mesh, "MIXED").elements, Numbers{0});
+    EXPECT_EQ(group(mesh, "ENDS").nodes, (Numbers{1, 2, 8}));
+    EXPECT_EQ(group(mesh, "OF").nodes, (Numbers{1, 8}));
+    const std::string notices = joined(joined_up.remarks.notices);
+    EXPECT_TRUE(
+        contains(notices,
+                 "file f: elements that are no solids serve groups only: SPRING2 (2), SPRINGA, SPRING1, "
+                 "MASS, ROTARYI, DASHPOTA\n"))
+        << notices;
+    EXPECT_TRUE(contains(
+        notices, "file f: passed over, being no part of the mesh: *SPRING, *MASS, *RIGID BODY, *EQUATION\n"))
+        << notices;
+}
+
 TEST(Inp, SaysWhereADeckIsWrong) {
     const std::string deck = box_deck + "*NSET, NSET=LOW\n11,12\n*SURFACE, NAME=TOP\nALL, S2\n";
     const std::string second = "\n9, 11,12,13,14";
@@ -168,7 +202,7 @@ TEST(Inp, SaysWhereADeckIsWrong) {
           "line 13: element 9 is a 4-node tetrahedron (C3D4), the ones"},
          {"27,28", "27,28\n*ELEMENT, TYPE=C3D6" + second, "line 13: element 9 is a 6-node wedge (C3D6)"},
          {"27,28", "27,28\n*ELEMENT, TYPE=C3D20R" + second, "element 9 is a 20-node hexahedron (C3D20R)"},
-         {"27,28", "27,28\n*ELEMENT, TYPE=MASS" + second, "element 9 is of type MASS, which is not known"},
+         {"27,28", "27,28\n*ELEMENT, TYPE=AC3D4" + second, "element 9 is of type AC3D4, which is not known"},
          {"C3D8", "S3", "no solid elements"},
          {"11,12\n*S", "11,LOWER\n*S", "line 13 \"LOWER\": a node number or a node set's name expected"},
          {"11,12\n*S", std::string(300, '.') + "\n*S", "a name of at most 255 characters expected"},
