@@ -327,12 +327,14 @@ TEST(Imports, MemoryIsAMultipleOfTheFile) {
     };
     const std::string box = "*NODE\n1,0,0,0\n2,1\n3,0,1,0\n4,0,0,1\n*ELEMENT,TYPE=C3D4\n1,1,2,3,4\n";
     const std::string nodes = replaced(box, "2,1\n", "2,1,,\n");
-    for (const std::string& deck : {nodes + "*NODE\n" + repeated(",,,\n", 20000, true),
-                                    nodes + "*NSET,NSET=A\n" + repeated("1,3\n", 20000),
-                                    nodes + "*ELEMENT,TYPE=MASS,ELSET=A\n" + repeated(",1\n", 20000, true),
-                                    nodes + "*NSET,NSET=A,GENERATE\n" + repeated("1,4\n", 20000),
-                                    nodes + "*ELSET,ELSET=A\n1\n" + repeated("*NSET,NSET=B,ELSET=A\n", 2000),
-                                    nodes + repeated("*STEP\n", 20000)})
+    for (const std::string& deck :
+         {nodes + "*NODE\n" + repeated(",,,\n", 20000, true),
+          nodes + "*NSET,NSET=A\n" + repeated("1,3\n", 20000),
+          nodes + "*ELEMENT,TYPE=MASS,ELSET=A\n" + repeated(",1\n", 20000, true),
+          nodes + "*NSET,NSET=A,GENERATE\n" + repeated("1,4\n", 20000),
+          nodes + "*ELSET,ELSET=A\n1\n" + repeated("*NSET,NSET=B,ELSET=A\n", 2000),
+          nodes + "*NSET,NSET=A\n1,2\n" + repeated("A\n", 60),  // each time twice as much
+          nodes + repeated("*STEP\n", 20000)})
         EXPECT_TRUE(read(read_inp, deck).good) << deck.substr(0, 200);
     const std::string surfaces = "surfaceelementsgi\n20000\n" + repeated("1 1 0 0 3 1 2 3 0 0 0\n", 20000),
                       names = "materials\n20000\n" + repeated(" a\n", 20000, true);
