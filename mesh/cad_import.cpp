@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
-#include <new>
 
 #include "mesh/child_process.h"
 #include "mesh/gmsh_import.h"
@@ -221,12 +220,7 @@ bool import_cad(const Part& part, MeshContext& context, PartMesh& mesh) {
                     "part \"" + part.name +
                     "\": lengths of STEP and IGES files arrive in millimetres, whatever "
                     "unit the file has: unit=mm expected");
-            try {
-                return CadImport(part, context, mesh, text, name).import();
-            } catch (const std::bad_alloc&) {
-                context.remarks.errors.push_back("file " + name + ": not enough memory to read its mesh");
-                return false;
-            }
+            return CadImport(part, context, mesh, text, name).import();
         });
 }
 

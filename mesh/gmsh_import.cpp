@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
-#include <new>
 #include <utility>
 
 #include "mesh/gmsh_reader.h"
@@ -214,18 +213,11 @@ bool read_mesh(std::string_view text, std::string_view file_name, double unit_fa
 
 bool read_msh_text(std::string_view text, std::string_view file_name, double unit_factor, PartMesh& mesh,
                    Remarks& remarks, const Progress& progress) {
-    try {
-        if (read_mesh(text, file_name, unit_factor, mesh, remarks, progress)) {
-            print_mesh(mesh, mesh.lines);
-            return true;
-        }
-    } catch (const std::bad_alloc&) {
-        remarks.errors.push_back("file " + std::string(file_name) + ": not enough memory to read it");
-    }
-    mesh.connectivity.clear();
-    mesh.coordinates.clear();
-    mesh.groups.clear();
-    return false;
+    return read_or_clear(file_name, mesh, remarks, [&] {
+        if (!read_mesh(text, file_name, unit_factor, mesh, remarks, progress)) return false;
+        print_mesh(mesh, mesh.lines);
+        return true;
+    });
 }
 
 bool import_msh(const Part& part, MeshContext& context, PartMesh& mesh) {

@@ -1,5 +1,7 @@
 #include "mesh/import_text.h"
 
+#include <new>
+
 #include "model/paths.h"
 
 namespace kestralum {
@@ -41,15 +43,32 @@ bool import_mesh_file(const Part& part, MeshContext& context, PartMesh& mesh, co
                       const ReadMesh& read) {
     std::string name, text, error;
     mesh.lines = std::string(word) + ":";
-    if (!read_mesh_file(part, context.model_file_name, name, text, error)) {
-        mesh.lines += "FILE OPEN ERROR\n";
+    const auto open = [&] {
+        if (read_mesh_file(part, context.model_file_name, name, text, error)) return true;
         context.remarks.errors.push_back(error);
+        return false;
+    };
+    if (!read_or_clear(mesh_file_path(part), mesh, context.remarks, open)) {
+        mesh.lines += "FILE OPEN ERROR\n";
         return false;
     }
     mesh.lines += "FILE OPEN !!\n";
-    const bool good = read(text, name);
+    const bool good = read_or_clear(name, mesh, context.remarks, [&] { return read(text, name); });
     mesh.lines += "FILE CLOSE !!\n";
     return good && take_from_budget(part, {mesh.element_num(), mesh.node_num()}, context);
+}
+
+bool read_or_clear(std::string_view file_name, PartMesh& mesh, Remarks& remarks,
+                   const std::function<bool()>& read) {
+    try {
+        if (read()) return true;
+    } catch (const std::bad_alloc&) {
+        remarks.errors.push_back("file " + std::string(file_name) + ": not enough memory to read it");
+    }
+    mesh.connectivity = {};
+    mesh.coordinates = {};
+    mesh.groups = {};
+    return false;
 }
 
 std::string foreign_format(std::string_view text, std::string_view own_word, std::string_view expected) {

@@ -18,6 +18,11 @@ using ReadMesh = std::function<bool(std::string_view text, const std::string& na
 bool import_mesh_file(const Part& part, MeshContext& context, PartMesh& mesh, const char* word,
                       const ReadMesh& read);
 
+// Runs `read`, which fills the mesh from a file. Where it gives up, or memory is short, which is an error
+// then, the mesh has no nodes, elements and groups.
+bool read_or_clear(std::string_view file_name, PartMesh& mesh, Remarks& remarks,
+                   const std::function<bool()>& read);
+
 // What a mesh file of another kind is, known by its first bytes, and what to do about it: "is compressed
 // (gzip): unpack it first". "" for any other text and for one that begins with `own_word`.
 std::string foreign_format(std::string_view text, std::string_view own_word, std::string_view expected);

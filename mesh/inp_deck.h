@@ -26,12 +26,12 @@ struct InpBody {
     std::vector<std::int32_t> element_number;  // solids
     std::vector<std::int32_t> element_nodes;   // solids × nodes per element: numbers in the program's order
     std::vector<std::uint32_t> element_line;
-    // Surface and line elements: they are no part of the mesh, but sets may have them.
+    // Surface and line elements, springs and masses: they are no part of the mesh, but sets may have them.
     struct Flat {
         std::int32_t number;
         std::array<std::int32_t, 6> nodes;  // numbers, corners first; 0 fills, what is beyond is left out
         std::uint32_t line;
-        std::int32_t corners;  // 3 or 4, 0 of a line
+        std::int32_t corners;  // 3 or 4, 0 of the others
     };
     std::vector<Flat> flats;
     // Index ranges [first, last) read under one keyword, and the file that they stand in.

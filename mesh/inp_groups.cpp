@@ -1,6 +1,7 @@
 #include "mesh/inp_groups.h"
 
 #include <algorithm>
+#include <compare>
 
 #include "mesh/word_counts.h"
 
@@ -13,6 +14,7 @@ struct Member {
     std::int32_t instance;  // -1: the owner's own
     std::int32_t place;     // in the body's nodes, or in its solids and then flats
     std::int8_t side;       // as in InpEntry
+    auto operator<=>(const Member&) const = default;
 };
 
 template <typename T>
@@ -33,6 +35,7 @@ public:
           left_(most_entries),
           progress_(progress),
           members_(deck.sets.size()),
+          unique_(deck.sets.size(), 0),
           missing_(deck.sets.size(), 0) {}
 
     bool find(std::vector<RawGroup>& groups, std::string_view file_name, std::vector<std::string>& notices) {
@@ -90,10 +93,21 @@ private:
             case InpEntry::What::elements_of:
                 good = add_nodes_of(set, entry);
         }
-        if (!good || to.kind != InpSetKind::surface) return good;
-        for (std::size_t m = first; m < members_[set].size(); ++m)
-            if (!set_side(members_[set][m], entry, to.owner)) return false;
+        if (!good) return false;
+        if (to.kind == InpSetKind::surface)
+            for (std::size_t m = first; m < members_[set].size(); ++m)
+                if (!set_side(members_[set][m], entry, to.owner)) return false;
+        if (entry.what == InpEntry::What::set || entry.what == InpEntry::What::elements_of)
+            drop_repeated(set);
         return true;
+    }
+    // A set that names itself, or another one again and again, would grow without end. Looked at each time
+    // that it has doubled.
+    void drop_repeated(std::int32_t set) {
+        constexpr std::size_t few = 256;
+        if (members_[set].size() < 2 * unique_[set] + few) return;
+        sort_unique(members_[set]);
+        unique_[set] = members_[set].size();
     }
     bool add_numbers(std::int32_t set, const InpEntry& entry, std::int32_t body, bool nodes) {
         const InpBody& of = deck_.bodies[body];
@@ -289,6 +303,7 @@ private:
     std::int64_t left_, work_ = 0;
     const Progress& progress_;
     std::vector<std::vector<Member>> members_;  // of each set
+    std::vector<std::size_t> unique_;           // of each set: how many it had when doubles went
     std::vector<std::int64_t> missing_;         // of each set: numbers that are no node's or element's
     WordCounts dropped_;
 };

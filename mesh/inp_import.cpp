@@ -1,7 +1,5 @@
 #include "mesh/inp_import.h"
 
-#include <new>
-
 #include "mesh/import_text.h"
 #include "mesh/inp_groups.h"
 #include "mesh/tetra_order.h"
@@ -61,9 +59,8 @@ void print_mesh(PartMesh& mesh) {
 
 bool read_inp_text(std::string_view text, std::string_view file_name, double unit_factor,
                    const MeshCounts& most, PartMesh& mesh, Remarks& remarks, const Progress& progress) {
-    const std::string file = "file " + std::string(file_name);
-    InpLines lines(text, file_name, progress);
-    try {
+    return read_or_clear(file_name, mesh, remarks, [&] {
+        InpLines lines(text, file_name, progress);
         if (read_deck(lines, file_name, unit_factor, most, mesh, remarks, progress)) {
             print_mesh(mesh);
             return true;
@@ -71,15 +68,11 @@ bool read_inp_text(std::string_view text, std::string_view file_name, double uni
         if (!lines.error().empty()) {
             const bool deck = TokenReader(text).next().starts_with('*');
             const std::string kind = deck ? "" : foreign_format(text, "", "an Abaqus input deck");
-            remarks.errors.push_back(kind.empty() ? lines.error() : file + " " + kind);
+            remarks.errors.push_back(kind.empty() ? lines.error()
+                                                  : "file " + std::string(file_name) + " " + kind);
         }
-    } catch (const std::bad_alloc&) {
-        remarks.errors.push_back(file + ": not enough memory to read it");
-    }
-    mesh.connectivity.clear();
-    mesh.coordinates.clear();
-    mesh.groups.clear();
-    return false;
+        return false;
+    });
 }
 
 bool import_inp(const Part& part, MeshContext& context, PartMesh& mesh) {

@@ -46,14 +46,17 @@ struct SurfaceNodes {
 constexpr SurfaceNodes surface_nodes[] = {{"65", 6, 3}, {"3", 3, 3}, {"4", 4, 4},
                                           {"6", 6, 3},  {"8", 8, 4}, {"9", 9, 4}};
 
+// Beams and trusses, and what joins or loads single nodes.
 struct Line {
     const char* word;
     int nodes;
 };
-constexpr Line lines[] = {{"T2D2", 2},   {"T2D3", 3},   {"T3D2", 2},   {"T3D3", 3},   {"B21", 2},
-                          {"B22", 3},    {"B23", 2},    {"B31", 2},    {"B32", 3},    {"B33", 2},
-                          {"PIPE21", 2}, {"PIPE22", 3}, {"PIPE31", 2}, {"PIPE32", 3}, {"R2D2", 2},
-                          {"RB2D2", 2},  {"RB3D2", 2},  {"DC1D2", 2},  {"DC1D3", 3}};
+constexpr Line lines[] = {{"T2D2", 2},    {"T2D3", 3},    {"T3D2", 2},     {"T3D3", 3},     {"B21", 2},
+                          {"B22", 3},     {"B23", 2},     {"B31", 2},      {"B32", 3},      {"B33", 2},
+                          {"PIPE21", 2},  {"PIPE22", 3},  {"PIPE31", 2},   {"PIPE32", 3},   {"R2D2", 2},
+                          {"RB2D2", 2},   {"RB3D2", 2},   {"DC1D2", 2},    {"DC1D3", 3},    {"SPRING1", 1},
+                          {"SPRING2", 2}, {"SPRINGA", 2}, {"DASHPOT1", 1}, {"DASHPOT2", 2}, {"DASHPOTA", 2},
+                          {"MASS", 1},    {"ROTARYI", 1}, {"CONN3D2", 2},  {"GAPUNI", 2}};
 
 // What may follow the number of nodes: variants of integration, degrees of freedom and thermal coupling.
 bool is_variant(std::string_view suffix) {

@@ -1,5 +1,6 @@
 // The element types of Abaqus input decks: which are solids that the program computes with, which lie on
-// surfaces or lines and serve groups only, and which it has no element for.
+// surfaces or lines or at single nodes (springs, masses) and serve groups only, and which it has no element
+// for.
 #pragma once
 
 #include <array>

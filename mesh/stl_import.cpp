@@ -113,7 +113,7 @@ private:
             if (!expect("vertex")) return false;
             for (int k = 0; k < 3; ++k) {
                 const auto value = reader_.next_double();
-                if (!value || !std::isfinite(*value)) return fail("a coordinate");
+                if (!value || !std::isfinite(*value * unit_factor_)) return fail("a coordinate");
                 vertices[3 * v + k] = *value * unit_factor_;
             }
         }
@@ -133,11 +133,11 @@ private:
             const std::size_t begin = binary_header + binary_facet * f + 12;  // after the normal
             double vertices[9];
             for (std::size_t k = 0; k < 9; ++k) {
-                const double value = std::bit_cast<float>(little_endian(text_, begin + 4 * k));
+                const double value = unit_factor_ * std::bit_cast<float>(little_endian(text_, begin + 4 * k));
                 if (!std::isfinite(value))
                     return refuse(", facet " + std::to_string(f + 1) + ", byte " +
                                   std::to_string(begin + 4 * k) + ": a finite coordinate expected");
-                vertices[k] = value * unit_factor_;
+                vertices[k] = value;
             }
             add_facet(vertices);
         }
@@ -168,8 +168,6 @@ private:
     bool refuse(const std::string& what) { return give_up("file " + std::string(file_name_) + what); }
     bool give_up(const std::string& error) {
         remarks_.errors.push_back(error);
-        mesh_.coordinates.clear();
-        mesh_.connectivity.clear();
         return false;
     }
 
@@ -188,7 +186,9 @@ bool read_stl_text(std::string_view text, std::string_view file_name, double uni
                    Remarks& remarks, const Progress& progress) {
     mesh.kind = ElementKind::hexahedron;
     mesh.surface = true;
-    return StlReader(text, file_name, unit_factor, mesh, remarks, progress).read();
+    return read_or_clear(file_name, mesh, remarks, [&] {
+        return StlReader(text, file_name, unit_factor, mesh, remarks, progress).read();
+    });
 }
 
 bool import_stl(const Part& part, MeshContext& context, PartMesh& mesh) {

@@ -47,14 +47,9 @@ public:
                                       : ElementKind::hexahedron;
         mesh.connectivity = std::move(connectivity_);
         mesh.coordinates = std::move(coordinates_);
-        if (check_tetra_order(file_name_, mesh, remarks, *progress_)) {
-            find_groups(mesh, remarks);
-            if (!stopped()) return true;
-        }
-        mesh.connectivity.clear();
-        mesh.coordinates.clear();
-        mesh.groups.clear();
-        return false;
+        if (!check_tetra_order(file_name_, mesh, remarks, *progress_)) return false;
+        find_groups(mesh, remarks);
+        return !stopped();
     }
 
 private:
@@ -185,7 +180,7 @@ private:
         for (std::int64_t k = 0; k < 3 * std::int64_t{count}; ++k) {
             if (k % 3 == 0 && stopped()) return false;
             const auto value = reader_.next_double();
-            if (!value || !std::isfinite(*value)) return fail("a coordinate");
+            if (!value || !std::isfinite(*value * unit_factor_)) return fail("a coordinate");
             coordinates_.push_back(*value * unit_factor_);
         }
         points_read_[1] = offset();
@@ -238,7 +233,9 @@ private:
 
 bool read_vol_text(std::string_view text, std::string_view file_name, double unit_factor, PartMesh& mesh,
                    Remarks& remarks, const Progress& progress) {
-    return VolReader(text, file_name, unit_factor, progress).read(mesh, remarks);
+    return read_or_clear(file_name, mesh, remarks, [&] {
+        return VolReader(text, file_name, unit_factor, progress).read(mesh, remarks);
+    });
 }
 
 bool import_vol(const Part& part, MeshContext& context, PartMesh& mesh) {

@@ -3,6 +3,7 @@
 #include <gmsh.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
@@ -14,6 +15,7 @@
 #include <stdexcept>
 
 #include "app/mesher/step_names.h"
+#include "model/vector3.h"
 
 namespace kestralum {
 
@@ -339,13 +341,60 @@ void set_options(const MesherRequest& request, bool facets, double size) {
                             chosen && request.refinements.empty() ? default_least * size : 0);
     gmsh::option::setNumber("Mesh.MeshSizeMax", size);
     gmsh::option::setNumber("Mesh.MeshSizeFromPoints", 0);
-    gmsh::option::setNumber("Mesh.Algorithm", 5);  // Delaunay: of the choices the one with the fewest slivers
     gmsh::option::setNumber("Mesh.SecondOrderLinear",
                             facets);  // between facets there is no surface to follow
     gmsh::option::setNumber("Mesh.Binary", 1);
     gmsh::option::setNumber("Mesh.MshFileVersion", 4.1);
     gmsh::option::setNumber("Mesh.OptimizeThreshold", 0.5);  // the default leaves slivers
     gmsh::option::setNumber("Mesh.SaveAll", 0);
+}
+
+// Smallest angle between two faces of a tetrahedron, degrees, over all of them.
+double smallest_angle() {
+    std::vector<std::size_t> node_tags, elements, nodes;
+    std::vector<double> places, unused;
+    gmsh::model::mesh::getNodes(node_tags, places, unused);
+    std::vector<std::size_t> at(node_tags.empty() ? 1 : *std::ranges::max_element(node_tags) + 1);
+    for (std::size_t n = 0; n < node_tags.size(); ++n) at[node_tags[n]] = 3 * n;
+    constexpr int four_nodes = 4;  // the library's number of the kind
+    gmsh::model::mesh::getElementsByType(four_nodes, elements, nodes);
+    double largest_cosine = -1;
+    for (std::size_t t = 0; t + 3 < nodes.size(); t += 4) {
+        std::array<Vec3, 4> corner, normal;
+        for (std::size_t k = 0; k < 4; ++k) std::copy_n(&places[at[nodes[t + k]]], 3, corner[k].begin());
+        for (std::size_t k = 0; k < 4; ++k) {  // of the face opposite to corner k, outwards
+            const Vec3 &a = corner[(k + 1) % 4], &b = corner[(k + 2) % 4], &c = corner[(k + 3) % 4];
+            normal[k] = unit(cross(minus(b, a), minus(c, a)));
+            if (dot(normal[k], minus(corner[k], a)) > 0) normal[k] = times(-1, normal[k]);
+        }
+        for (std::size_t k = 0; k < 4; ++k)
+            for (std::size_t l = 0; l < k; ++l)
+                largest_cosine = std::max(largest_cosine, -dot(normal[k], normal[l]));
+    }
+    return std::acos(std::min(largest_cosine, 1.0)) * 180 / std::numbers::pi;
+}
+
+// Slivers come and go with the surface mesh: where one is left another way to triangulate is tried, and the
+// best of them taken. The numbers are the library's: Delaunay, frontal Delaunay, and MeshAdapt.
+void generate(bool facets) {
+    constexpr double good_angle = 5;  // degrees
+    constexpr int ways[] = {5, 6, 1};
+    int best = ways[0];
+    double best_angle = -1;
+    const auto divide = [facets](int way) {
+        if (!facets) gmsh::model::mesh::clear();  // there the mesh is the shape
+        gmsh::option::setNumber("Mesh.Algorithm", way);
+        gmsh::model::mesh::generate(3);
+        gmsh::model::mesh::optimize("", true);
+        return smallest_angle();
+    };
+    int last = 0;
+    for (const int way : ways) {
+        const double angle = divide(last = way);
+        if (angle > best_angle) best = way, best_angle = angle;
+        if (angle >= good_angle || facets) return;
+    }
+    if (best != last) divide(best);
 }
 
 void check_volume(const Measure& surface) {
@@ -397,8 +446,7 @@ void mesh(const MesherRequest& request) {
     name_groups(labels);
     set_options(request, stl, size);
     refine(request);
-    gmsh::model::mesh::generate(3);
-    gmsh::model::mesh::optimize("", true);
+    generate(stl);
     gmsh::model::mesh::setOrder(request.order);
     if (stl) check_volume(measure);
     gmsh::write(request.output);

@@ -1,16 +1,14 @@
 #include "mesh/gmsh_import.h"
 
 #include <cstring>
-#include <numbers>
-#include <set>
+#include <span>
 
-#include "group_checks.h"
 #include "mesh/tetra_order.h"
 #include "model/format.h"
+#include "tool_runs.h"
 
 using namespace kestralum;
 using namespace kestralum::testing;
-using std::numbers::pi;
 
 namespace {
 
@@ -27,37 +25,11 @@ std::string groups_of(const Reading& r) {
     return text;
 }
 
-// ---- files of Gmsh's own
+// ---- files of Gmsh's own; what they enclose is tested with those of other formats
 
-#ifndef KESTRALUM_GMSH
-#define KESTRALUM_GMSH ""
-#endif
+const auto msh_files = std::span(gmsh_files).first(4);
 
-// Runs a script in a folder of its own.
-struct GmshRun : TempFolder {
-    bool good;
-    explicit GmshRun(const std::string& script) {
-        write("part.geo", script);
-        const std::string command =
-            "cd " + path().string() + " && " KESTRALUM_GMSH " part.geo - > out.txt 2>&1";
-        good = std::system(command.c_str()) == 0;
-    }
-    Reading mesh(const std::string& name) const { return read(read_file(path() / name)); }
-};
-// Saves the mesh in every format as NAME22_0.msh, NAME22_1.msh, NAME41_0.msh, NAME41_1.msh.
-std::string save_all(const std::string& name) {
-    std::string script;
-    for (const char* format : {"2.2", "4.1"})
-        for (int binary : {0, 1})
-            script += formatted("Mesh.Binary = %d; Mesh.MshFileVersion = %s; Save \"%s%c%c_%d.msh\";\n",
-                                binary, format, name.c_str(), format[0], format[2], binary);
-    return script;
-}
-const char* const formats[] = {"22_0", "22_1", "41_0", "41_1"};
-#define NEEDS_GMSH \
-    if (std::string(KESTRALUM_GMSH).empty()) GTEST_SKIP() << "SKIPPED: the program gmsh is not installed"
-
-TEST(Gmsh, PlateWithAHoleIsTheSameInEveryFormat) {
+TEST(Gmsh, GroupsAreTheSameInEveryFormat) {
     NEEDS_GMSH;
     const GmshRun gmsh(
         "SetFactory(\"OpenCASCADE\"); Box(1) = {0, 0, 0, 4, 3, 2}; Cylinder(2) = {2, 1.5, -1, 0, 0, 4, "
@@ -71,24 +43,13 @@ TEST(Gmsh, PlateWithAHoleIsTheSameInEveryFormat) {
         "{edge()};\n"
         "Mesh.MeshSizeMax = 0.5; Mesh 3;\n" +
         save_all("o1_") + "SetOrder 2;\n" + save_all("o2_"));
-    ASSERT_TRUE(gmsh.good) << read_file(gmsh.path() / "out.txt");
+    ASSERT_TRUE(gmsh.good) << gmsh.output();
     for (const std::string order : {"o1_", "o2_"}) {
-        const Reading first = gmsh.mesh(order + "22_0.msh");
-        const double volume = check_tetrahedra(mesh_of(first.mesh)).volume;
-        const double body = 24 - pi / 2, excess = volume - body;  // the corners' polygon cuts out less
-        EXPECT_TRUE(excess > 0 && excess < 0.17) << volume;
-        for (const std::string format : formats) {
-            SCOPED_TRACE(order + format);
-            const Reading r = gmsh.mesh(order + format + ".msh");
+        const Reading first = gmsh.mesh(order + gmsh_files[0]);
+        for (const std::string file : msh_files) {
+            SCOPED_TRACE(order + file);
+            const Reading r = gmsh.mesh(order + file);
             ASSERT_TRUE(r.good) << r.error();
-            EXPECT_EQ(r.mesh.kind, order == "o1_" ? ElementKind::tetrahedron4 : ElementKind::tetrahedron10);
-            EXPECT_NEAR(check_tetrahedra(mesh_of(r.mesh)).volume, volume, 1e-12 * volume);
-            EXPECT_GT(check_tetrahedra(mesh_of(r.mesh)).smallest, 0);
-            const double inside = volume_inside_surface(mesh_of(r.mesh));
-            if (order == "o1_")
-                EXPECT_NEAR(inside, volume, 1e-12 * volume);
-            else
-                EXPECT_NEAR(inside, body, 0.3 * excess) << "mid-side nodes on the hole";
             EXPECT_EQ(groups_of(r), groups_of(first));
             EXPECT_EQ(joined(r.remarks.notices),
                       "file f: group \"plate body\" is taken as \"plate_body\": a name has no blanks\n");
@@ -97,11 +58,6 @@ TEST(Gmsh, PlateWithAHoleIsTheSameInEveryFormat) {
                 << "a solid of two groups is one";
             EXPECT_NEAR(area_of(r.mesh, "left")[0], -6, 1e-12);
             EXPECT_FALSE(group(r.mesh, "hole").faces.empty());
-            for (const std::int32_t n : group(r.mesh, "hole").nodes) {  // mid-side nodes too
-                const Vec3 x = triple(r.mesh.coordinates, n - 1);
-                EXPECT_NEAR(std::hypot(x[0] - 2, x[1] - 1.5), 0.5, 1e-6);
-            }
-            EXPECT_NEAR(norm(area_of(r.mesh, "hole")), 0, 1e-12);
             for (const std::int32_t n : group(r.mesh, "physical_1_9").nodes)
                 EXPECT_EQ(r.mesh.coordinates[3 * n - 3] + r.mesh.coordinates[3 * n - 2], 0);
         }
@@ -121,11 +77,10 @@ TEST(Gmsh, HexahedraStandInTheProgramsOrder) {
         "Physical Volume(\"body\") = {1}; Physical Surface(\"bottom\") = {1}; Physical Point(\"centre\") = "
         "{5};\n" +
         save_all("named"));
-    ASSERT_TRUE(gmsh.good) << read_file(gmsh.path() / "out.txt");
-    for (const std::string format : formats) {
-        SCOPED_TRACE(format);
-        const Reading plain = gmsh.mesh("plain" + format + ".msh"),
-                      named = gmsh.mesh("named" + format + ".msh");
+    ASSERT_TRUE(gmsh.good) << gmsh.output();
+    for (const std::string file : msh_files) {
+        SCOPED_TRACE(file);
+        const Reading plain = gmsh.mesh("plain" + file), named = gmsh.mesh("named" + file);
         for (const Reading* r : {&plain, &named}) {
             ASSERT_TRUE(r->good) << r->error();
             EXPECT_TRUE(r->mesh.kind == ElementKind::hexahedron && r->mesh.node_num() == 60);
@@ -333,7 +288,7 @@ TEST(Gmsh, PartsAreReadFromTheirFiles) {
 
 TEST(Gmsh, DamagedFilesGiveAnErrorOrASoundMesh) {
     for (const std::string& text : {text22, text41, small22(true, false), small41(true, false)}) {
-        damage_bytes(read_msh_text, text, 2000);
+        damage(read_msh_text, text, 10000);
         EXPECT_FALSE(read(text.substr(0, text.size() - 14)).good);
     }
 }

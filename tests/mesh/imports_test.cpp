@@ -1,12 +1,10 @@
 #include <numbers>
-#include <random>
 
-#include "group_checks.h"
 #include "mesh/stl_import.h"
 #include "mesh/tetra_order.h"
 #include "mesh/vol_import.h"
 #include "model/format.h"
-#include "support/text_damage.h"
+#include "tool_runs.h"
 
 using namespace kestralum;
 using namespace kestralum::testing;
@@ -187,7 +185,6 @@ TEST(Vol, DomainsAndBoundariesBecomeGroups) {
     EXPECT_EQ(
         read(read_vol_text, replaced(small_vol, "5 1 1 0 3 1 2 3", "5 1 1 0 3 1 2 8")).mesh.groups.size(),
         0u);
-    damage_bytes(read_vol_text, two, 2000);
 }
 
 const std::string facet =
@@ -248,7 +245,6 @@ TEST(Stl, BinaryFilesAreReadByTheirLength) {
         {bad, "file f, facet 3, byte 212: a finite coordinate expected"}};
     for (const auto& [damaged, message] : faults)
         EXPECT_TRUE(contains(read(read_stl_text, damaged).error(), message)) << message;
-    damage_bytes(read_stl_text, text, 2000);
 }
 
 TEST(Stl, IsASurfaceThatMergesWithNobodyAndDecidesNothing) {
@@ -280,24 +276,78 @@ TEST(Imports, FindTheFileBesideTheModelAndSayWhenThereIsNone) {
     EXPECT_TRUE(contains(missing.lines, "STL:FILE OPEN ERROR\n"));
 }
 
-TEST(Imports, DamagedFilesGiveAnErrorOrASoundMesh) {
-    std::mt19937 random(1);
+TEST(Imports, FilesCutShortAreRefused) {
     for (const std::string name : {"cube.stl", "cube_csg_o1.vol", "cube_csg_o2.vol", "cube_stl_o1.vol"}) {
         const std::string text = read_file(folder + name);
         const bool stl = name.ends_with("stl");
-        Reader* const reader = stl ? read_stl_text : read_vol_text;
         const std::size_t data_end = stl ? 0 : text.find("# ", text.find("points"));
         for (std::size_t size = 0; size < text.size(); size += 7) {
-            const bool good = read(reader, text.substr(0, size)).good;
+            const bool good = read(stl ? read_stl_text : read_vol_text, text.substr(0, size)).good;
             EXPECT_FALSE(good && size + 60 < data_end) << "cut at " << size;
         }
-        std::string data;  // without the comments, which end with their line
-        for (const std::string& line : lines_of(text))
-            if (!line.starts_with("#")) data += line + "\n";
-        const std::vector<std::string> tokens = tokens_of(data);
-        for (int change = 0; change < 200; ++change)
-            read(reader, damaged(tokens, random() % tokens.size(), random));
     }
+}
+
+TEST(Imports, StopOnRequestAndSayWhenMemoryIsShort) {
+    const std::string ascii = "solid a " + facet + facet + "endsolid a",
+                      binary = binary_stl(read(read_stl_text, ascii).mesh);
+    for (const auto& [reader, text] : {std::pair<Reader*, std::string>(read_vol_text, small_vol),
+                                       {read_stl_text, ascii},
+                                       {read_stl_text, binary}}) {
+        const StopsAtLook counting;
+        PartMesh mesh;
+        Remarks none;
+        ASSERT_TRUE(reader(text, "f", 1, mesh, none, counting));
+        ASSERT_GT(counting.looks, 1);
+        for (std::int64_t look = 1; look <= counting.looks; ++look)
+            for (const bool no_memory : {false, true}) {
+                PartMesh left;
+                Remarks remarks;
+                EXPECT_FALSE(reader(text, "f", 1, left, remarks, StopsAtLook(look, no_memory))) << look;
+                EXPECT_EQ(joined(remarks.errors), no_memory ? "file f: not enough memory to read it\n" : "");
+                EXPECT_TRUE(left.coordinates.empty() && left.connectivity.empty() && left.groups.empty());
+            }
+    }
+}
+
+TEST(Imports, CoordinatesThatPassTheRangeOfNumbersAreRefused) {
+    const std::string ascii = "solid a " + facet + "endsolid a";
+    EXPECT_TRUE(contains(read(read_vol_text, replaced(small_vol, "7 7 7", "7 1e306 7"), 1000).error(),
+                         "\"1e306\": a coordinate expected"));
+    EXPECT_TRUE(contains(read(read_stl_text, replaced(ascii, "vertex 2000", "vertex -1e306"), 1000).error(),
+                         "\"-1e306\": a coordinate expected"));
+}
+
+// Files whose records are as short as can be.
+TEST(Imports, MemoryIsAMultipleOfTheFile) {
+    const auto repeated = [](const char* text, int count, bool number = false) {
+        std::string all;
+        for (int k = 0; k < count; ++k) all += (number ? std::to_string(k + 10) : "") + text;
+        return all;
+    };
+    const std::string box = "*NODE\n1,0,0,0\n2,1\n3,0,1,0\n4,0,0,1\n*ELEMENT,TYPE=C3D4\n1,1,2,3,4\n";
+    const std::string nodes = replaced(box, "2,1\n", "2,1,,\n");
+    for (const std::string& deck :
+         {nodes + "*NODE\n" + repeated(",,,\n", 20000, true),
+          nodes + "*NSET,NSET=A\n" + repeated("1,3\n", 20000),
+          nodes + "*ELEMENT,TYPE=MASS,ELSET=A\n" + repeated(",1\n", 20000, true),
+          nodes + "*NSET,NSET=A,GENERATE\n" + repeated("1,4\n", 20000),
+          nodes + "*ELSET,ELSET=A\n1\n" + repeated("*NSET,NSET=B,ELSET=A\n", 2000),
+          nodes + "*NSET,NSET=A\n1,2\n" + repeated("A\n", 60),  // each time twice as much
+          nodes + repeated("*STEP\n", 20000)})
+        EXPECT_TRUE(read(read_inp, deck).good) << deck.substr(0, 200);
+    const std::string surfaces = "surfaceelementsgi\n20000\n" + repeated("1 1 0 0 3 1 2 3 0 0 0\n", 20000),
+                      names = "materials\n20000\n" + repeated(" a\n", 20000, true);
+    EXPECT_TRUE(read(read_vol_text, replaced(small_vol, "endmesh", names + "endmesh")).good);
+    EXPECT_TRUE(read(read_vol_text, replaced(small_vol, "volumeelements", surfaces + "volumeelements")).good);
+}
+
+TEST(Imports, DamagedFilesGiveAnErrorOrASoundMesh) {
+    const std::string named = "materials 2 1 steel bar 3 b bcnames 2 1 left side 2 default endmesh",
+                      ascii = "solid a " + facet + facet + "endsolid a";
+    damage(read_vol_text, replaced(small_vol, "endmesh", named), 10000);
+    damage(read_stl_text, ascii, 10000);
+    damage(read_stl_text, binary_stl(read(read_stl_text, ascii).mesh), 10000);
 }
 
 }  // namespace
