@@ -22,7 +22,7 @@ RIGID_FREQUENCY = 1.0  # Hz: below it a free body's motions, which are noise
 def run(command, folder):
     # the kernels that OpenBLAS or the program takes by itself, whatever this shell has chosen
     inherited = {name: value for name, value in os.environ.items() if name != "OPENBLAS_CORETYPE"}
-    done = subprocess.run(command, cwd=folder, env={**inherited, "OMP_NUM_THREADS": "2"}, capture_output=True,
+    done = subprocess.run(command, cwd=folder, env={"OMP_NUM_THREADS": "2", **inherited}, capture_output=True,
                           text=True)
     if done.returncode != 0:
         sys.exit(f"{' '.join(command)} ended with {done.returncode}:\n{done.stdout[-2000:]}{done.stderr[-2000:]}")
