@@ -2,7 +2,8 @@
 """Static displacements and frequencies of models against CalculiX (ccx) on the decks that `export` writes.
 
 Usage: compare_ccx.py BUILD_DIR [--set NAME=EXPRESSION]... MODEL...
---set gives parameters of the models other values, as in the program, to compare one model at several sizes. Prints a line per model: of all nodes the largest difference of the displacements over the largest displacement
+--set gives parameters of the models other values, as in the program, to compare one model at several sizes.
+Prints a line per model: of all nodes the largest difference of the displacements over the largest displacement
 (ccx prints seven digits), and the largest relative difference of the frequencies that are not those of rigid
 motions. Exit status 1 where a difference passes 1e-6 or, with hexahedra, a frequency 1e-5: ccx integrates the mass
 of tetrahedra with fewer points, so that their frequencies are printed without a limit.
