@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
 """Static displacements and frequencies of models against CalculiX (ccx) on the decks that `export` writes.
 
-Usage: compare_ccx.py BUILD_DIR MODEL...
+Usage: compare_ccx.py BUILD_DIR [--set NAME=EXPRESSION]... MODEL...
+--set gives parameters of the models other values, as in the program, to compare one model at several sizes.
 Prints a line per model: of all nodes the largest difference of the displacements over the largest displacement
 (ccx prints seven digits), and the largest relative difference of the frequencies that are not those of rigid
 motions. Exit status 1 where a difference passes 1e-6 or, with hexahedra, a frequency 1e-5: ccx integrates the mass
 of tetrahedra with fewer points, so that their frequencies are printed without a limit.
 """
+import argparse
 import os
 import re
 import struct
@@ -21,7 +23,7 @@ RIGID_FREQUENCY = 1.0  # Hz: below it a free body's motions, which are noise
 def run(command, folder):
     # the kernels that OpenBLAS or the program takes by itself, whatever this shell has chosen
     inherited = {name: value for name, value in os.environ.items() if name != "OPENBLAS_CORETYPE"}
-    done = subprocess.run(command, cwd=folder, env={**inherited, "OMP_NUM_THREADS": "2"}, capture_output=True,
+    done = subprocess.run(command, cwd=folder, env={"OMP_NUM_THREADS": "2", **inherited}, capture_output=True,
                           text=True)
     if done.returncode != 0:
         sys.exit(f"{' '.join(command)} ended with {done.returncode}:\n{done.stdout[-2000:]}{done.stderr[-2000:]}")
@@ -80,22 +82,39 @@ def without_plastic(path):
     open(path, "w").write(re.sub(r"^\*PLASTIC\n(?:[^*].*\n)*", "", text, flags=re.M))
 
 
-def compare(program, model, settings):
+def read_arguments(usage):
+    """The program, the path of its settings, the options for it and the models."""
+    parser = argparse.ArgumentParser(description=usage, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("build")
+    parser.add_argument("models", nargs="+", metavar="MODEL")
+    parser.add_argument("--set", action="append", default=[], metavar="NAME=EXPRESSION")
+    given = parser.parse_intermixed_args()
+    settings = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "setting", "setting.txt")
+    options = [word for value in given.set for word in ("--set", value)]
+    return (os.path.abspath(os.path.join(given.build, "kestralum-batch")), settings, options,
+            [os.path.abspath(model) for model in given.models])
+
+
+def label(model, options):
+    return " ".join([os.path.splitext(os.path.basename(model))[0], *options[1::2]])
+
+
+def compare(program, model, settings, options):
     worst = {}
     with tempfile.TemporaryDirectory() as folder:
         os.symlink(os.path.dirname(settings), os.path.join(folder, "setting"))
         base = os.path.splitext(os.path.basename(model))[0]
         for ending in ("inp", "vtu"):
-            run([program, "export", model, f"deck.{ending}", "--quiet"], folder)
+            run([program, "export", model, f"deck.{ending}", "--quiet", *options], folder)
         deck = os.path.join(folder, "deck.inp")
         without_plastic(deck)
         run(["ccx", "-i", "deck"], folder)
         theirs, frequencies = read_dat(os.path.join(folder, "deck.dat"))
         text = open(deck).read()
         hexahedra = "TYPE=C3D8" in text
-        line = f"{base:28s}"
+        line = f"{label(model, options):28s}"
         if "*STATIC" in text:
-            run([program, "static", model, "--vtu", "--quiet"], folder)
+            run([program, "static", model, "--vtu", "--quiet", *options], folder)
             grid = read_vtu(os.path.join(folder, "log", base + ".vtu"), ("displacement", "connectivity"))
             ours = displacements_in_model_numbers(
                 grid, read_vtu(os.path.join(folder, "deck.vtu"), ("connectivity",)))
@@ -106,7 +125,7 @@ def compare(program, model, settings):
             worst["displacement"] = difference / largest
             line += f" {len(ours):6d} nodes, largest displacement {largest:.6e} m, difference {difference / largest:.1e}"
         if frequencies:
-            said = run([program, "eigen-lanczos", model, "--quiet"], folder)
+            said = run([program, "eigen-lanczos", model, "--quiet", *options], folder)
             own = our_frequencies(said)
             if len(own) != len(frequencies):
                 sys.exit(f"{model}: {len(own)} modes here, {len(frequencies)} in ccx")
@@ -122,11 +141,8 @@ def compare(program, model, settings):
 
 
 def main():
-    if len(sys.argv) < 3:
-        sys.exit(__doc__)
-    program = os.path.abspath(os.path.join(sys.argv[1], "kestralum-batch"))
-    settings = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "setting", "setting.txt")
-    results = [compare(program, os.path.abspath(model), settings) for model in sys.argv[2:]]
+    program, settings, options, models = read_arguments(__doc__)
+    results = [compare(program, model, settings, options) for model in models]
     sys.exit(0 if all(results) else 1)
 
 
