@@ -325,8 +325,7 @@ TEST(Imports, MemoryIsAMultipleOfTheFile) {
         for (int k = 0; k < count; ++k) all += (number ? std::to_string(k + 10) : "") + text;
         return all;
     };
-    const std::string box = "*NODE\n1,0,0,0\n2,1\n3,0,1,0\n4,0,0,1\n*ELEMENT,TYPE=C3D4\n1,1,2,3,4\n";
-    const std::string nodes = replaced(box, "2,1\n", "2,1,,\n");
+    const std::string nodes = "*NODE\n1,0,0,0\n2,1,0,0\n3,0,1,0\n4,0,0,1\n*ELEMENT,TYPE=C3D4\n1,1,2,3,4\n";
     for (const std::string& deck :
          {nodes + "*NODE\n" + repeated(",,,\n", 20000, true),
           nodes + "*NSET,NSET=A\n" + repeated("1,3\n", 20000),
@@ -346,6 +345,7 @@ TEST(Imports, DamagedFilesGiveAnErrorOrASoundMesh) {
     const std::string named = "materials 2 1 steel bar 3 b bcnames 2 1 left side 2 default endmesh",
                       ascii = "solid a " + facet + facet + "endsolid a";
     damage(read_vol_text, replaced(small_vol, "endmesh", named), 10000);
+    damage(read_vol_text, read_file(folder + "cube_csg_o2.vol"), 1000);
     damage(read_stl_text, ascii, 10000);
     damage(read_stl_text, binary_stl(read(read_stl_text, ascii).mesh), 10000);
 }
