@@ -1,5 +1,6 @@
 #include "app/run_summary.h"
 
+#include <algorithm>
 #include <array>
 
 #include "elements/element_type.h"
@@ -240,10 +241,13 @@ void print_check(const Model& model, const ModelCheck& check, Progress& progress
     for (const ElementPlace& e : check.bad) place("  bad element", e);
     const auto shape = [&](const char* title, const ShapeMeasure& measure, const char* unit,
                            const char* beyond) {
-        for (const auto& w : measure.worst)
-            progress.summary("%-22s %.4g%s, element %d at (%.6g, %.6g, %.6g)\n",
-                             &w == &measure.worst.front() ? title : "", w.value, unit, w.element + 1,
-                             w.centre[0], w.centre[1], w.centre[2]);
+        // the worst, and of those beyond the limit the three worst
+        const std::size_t listed = std::max<std::size_t>(measure.beyond, 1);
+        for (std::size_t k = 0; k < std::min(listed, measure.worst.size()); ++k) {
+            const auto& w = measure.worst[k];
+            progress.summary("%-22s %.4g%s, element %d at (%.6g, %.6g, %.6g)\n", k == 0 ? title : "", w.value,
+                             unit, w.element + 1, w.centre[0], w.centre[1], w.centre[2]);
+        }
         if (measure.beyond > 0)
             progress.summary("%-22s %lld elements %s %g%s\n", "", static_cast<long long>(measure.beyond),
                              beyond, measure.limit, unit);

@@ -52,6 +52,22 @@ TEST_F(Batch, CheckTellsWhatTheModelIsMadeOf) {
     EXPECT_FALSE(contains(run.out, "INPUT FILE OPEN")) << "the echo of the model is left out";
 }
 
+// Two parallelepipeds with the angle atan(1/9) = 6.34 degrees and edges of 0.1, 0.0906 and 0.05 m.
+TEST_F(Batch, CheckTellsTheShapeOfTheWorstElements) {
+    folder.write(
+        "slant.txt",
+        "material_info M 1 1 0 %\npart_info P red M TRAPEZOID 0.1 0.1 0.01 0.09 0.1 0 1 1 2 0 0 0 0 0 0 0 0 "
+        "0 %\nEND\n");
+    const Ended run = this->run("check slant.txt --quiet");
+    ASSERT_EQ(run.status, 0) << run.err;
+    for (const char* line :
+         {"smallest angle         6.34 degrees, element 1 at (0.095, 0.005, 0.025)\n",
+          "                       6.34 degrees, element 2 at (0.095, 0.005, 0.075)\n",
+          "                       2 elements under 10 degrees\n",
+          "least Jacobian ratio   1, element 1 at (0.095, 0.005, 0.025)\nlargest edge ratio     2, "})
+        EXPECT_TRUE(contains(run.out, line)) << line << run.out;
+}
+
 TEST_F(Batch, CheckKnowsWhatTheFactorWillNeed) {
     folder.write("tiny.txt", settings_text("0.05", "0.05"));
     folder.write("spill.txt", settings_text("0.05"));
