@@ -117,14 +117,21 @@ private:
             return fail(": " + std::string(mesher_name) +
                         ", which divides CAD files, is not beside the program: it is built where the Gmsh "
                         "library is installed");
-        const std::string fresh =
-            paths::to_platform(kept_.substr(0, kept_.size() - 4)) + "." + std::to_string(::getpid()) + ".msh";
+        const std::string fresh = fresh_name();
         const bool good = run_mesher(program.string(), fresh) && read_fresh(fresh, text);
         if (good)
             keep(fresh, text);
         else
             std::filesystem::remove(fresh, fault);
         return good;
+    }
+    // Beside the model, or in the system's folder where that one cannot be written to.
+    std::string fresh_name() const {
+        const std::filesystem::path kept = paths::to_platform(kept_);
+        std::filesystem::path folder = kept.has_parent_path() ? kept.parent_path() : ".";
+        std::error_code ignored;
+        if (::access(folder.c_str(), W_OK) != 0) folder = std::filesystem::temp_directory_path(ignored);
+        return (folder / (kept.stem().string() + "." + std::to_string(::getpid()) + ".msh")).string();
     }
     bool run_mesher(const std::string& program, const std::string& output) {
         std::vector<std::string> arguments = arguments_;

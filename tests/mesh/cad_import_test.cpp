@@ -45,7 +45,7 @@ protected:
         mesh = {};
         Collected said;
         if (stop) said.cancel();
-        const std::string model = folder.file("m.txt");
+        const std::string model = model_folder.empty() ? folder.file("m.txt") : model_folder + "/m.txt";
         MeshContext context{model, memory_budget(), remarks, said};
         good = mesh_part(part, context, mesh);
         EXPECT_EQ(good, remarks.errors.empty() && !stop);
@@ -63,7 +63,7 @@ protected:
         return text;
     }
     TempFolder folder;
-    std::string file;
+    std::string file, model_folder;
     Part part;
     PartMesh mesh;
     Remarks remarks;
@@ -121,6 +121,14 @@ TEST_F(CadImport, KeepsTheMeshUntilFileOrOptionsChange) {
     folder.write(file, replaced(text, "ENDSEC;", "ENDSEC; "));
     read_good();
     EXPECT_TRUE(contains(mesh.lines, "mesh kept:"));
+    // a folder that takes no file
+    model_folder = "/no/such/folder";
+    file = folder.file("part.step");
+    read_good();
+    EXPECT_EQ(mesh.coordinates, first);
+    EXPECT_TRUE(contains(notices(), "its mesh cannot be kept as /no/such/folder/m_p_cad.msh"));
+    model_folder.clear();
+    file = "part.step";
     // half a kept mesh is none
     const std::string whole = read_file(folder.path() / "m_p_cad.msh");
     folder.write("m_p_cad.msh", whole.substr(0, whole.size() / 2));
