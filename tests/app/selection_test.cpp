@@ -55,7 +55,7 @@ TEST_F(Window, SelectsFacesByClickAndCopiesTheirRecords) {
 TEST_F(Window, TellsWhyAPartIsNotOpened) {
     for (const auto& [name, why] :
          {std::pair{"two words.vol", "rename the file"}, {"empty.msh", "empty.msh, line 1"}}) {
-        const std::string told = told_by([&] { EXPECT_FALSE(open("", name)); });
+        const std::string told = told_by([&, part = name] { EXPECT_FALSE(open("", part)); });
         EXPECT_TRUE(contains(told, why)) << told;
     }
 }
