@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "input/analysis_info_reader.h"
+#include "mesh/import_text.h"
 #include "model/format.h"
 #include "model/paths.h"
 #include "results/export_file.h"
@@ -19,8 +20,7 @@ std::vector<std::string> source_files(const Model& model) {
     const std::string folder = paths::directory_of(model.model_file_name);
     for (const std::vector<Part>* parts : {&model.parts, &model.parts_o})
         for (const Part& part : *parts) {
-            const bool whole = part.size_text[0].starts_with(part.parent_name);  // the name may be cut
-            const std::string& path = whole ? part.size_text[0] : part.parent_name;
+            const std::string path = mesh_file_path(part);
             files.push_back(path);
             files.push_back(folder + path);
         }

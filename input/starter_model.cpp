@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "input/model_sections.h"
+#include "mesh/cad_import.h"
 #include "model/format.h"
 #include "model/paths.h"
 #include "model/records.h"
@@ -22,12 +23,20 @@ namespace fs = std::filesystem;
 struct PartEnding {
     std::string_view ending, shape, options;
 };
-constexpr std::string_view in_millimetres = "unit=mm", of_mesher = "unit=mm order=2";
-constexpr PartEnding part_endings[] = {
-    {".step", "STEP", of_mesher},    {".stp", "STEP", of_mesher},     {".iges", "STEP", of_mesher},
-    {".igs", "STEP", of_mesher},     {".brep", "STEP", of_mesher},    {".msh", "MSH", in_millimetres},
-    {".inp", "INP", in_millimetres}, {".vol", "VOL", in_millimetres}, {".stl", "STL", in_millimetres},
-};
+constexpr PartEnding mesh_endings[] = {{".msh", "MSH", "unit=mm"},
+                                       {".inp", "INP", "unit=mm"},
+                                       {".vol", "VOL", "unit=mm"},
+                                       {".stl", "STL", "unit=mm"}};
+
+const std::vector<PartEnding>& part_endings() {
+    static const std::vector<PartEnding> all = [] {
+        std::vector<PartEnding> endings;
+        for (const std::string_view cad : cad_endings) endings.push_back({cad, "STEP", "unit=mm order=2"});
+        endings.insert(endings.end(), std::begin(mesh_endings), std::end(mesh_endings));
+        return endings;
+    }();
+    return all;
+}
 
 char lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -37,7 +46,7 @@ char lower(char c) {
 const PartEnding* part_ending(std::string_view name) {
     std::string base = paths::base_name(name);
     std::ranges::transform(base, base.begin(), lower);
-    for (const PartEnding& row : part_endings)
+    for (const PartEnding& row : part_endings())
         if (base.size() > row.ending.size() && base.ends_with(row.ending)) return &row;
     return nullptr;
 }
@@ -136,8 +145,8 @@ bool imports(const std::string& model, const fs::path& folder, const fs::path& p
     TokenReader reader(model);
     std::string_view before;
     for (std::string_view token = reader.next(); !token.empty(); before = token, token = reader.next()) {
-        const auto shape = std::ranges::find(part_endings, before, &PartEnding::shape);
-        if (shape == std::end(part_endings)) continue;
+        const auto shape = std::ranges::find(part_endings(), before, &PartEnding::shape);
+        if (shape == part_endings().end()) continue;
         const std::string path = paths::to_platform(token);
         if (same(path, part) || same(folder / path, part)) return true;
     }
@@ -156,6 +165,12 @@ int write_new(const std::string& file, const std::string& text) {
 }
 
 }  // namespace
+
+std::vector<std::string_view> part_file_endings() {
+    std::vector<std::string_view> endings;
+    for (const PartEnding& row : part_endings()) endings.push_back(row.ending);
+    return endings;
+}
 
 bool is_part_file(std::string_view name) {
     return part_ending(name) && !begins_like_a_model(name);

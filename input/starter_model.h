@@ -3,11 +3,15 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kestralum {
 
-// Whether a file's ending, in capitals or not, is that of a part: .step .stp .iges .igs .brep .msh .inp .vol
-// .stl; not where the file begins with a model's section, as a model of such a name does.
+// Endings of meshes and CAD files, in small letters: .step … .msh .inp .vol .stl.
+std::vector<std::string_view> part_file_endings();
+
+// Whether a file's ending, in capitals or not, is one of them; not where the file begins with a model's
+// section, as a model of such a name does.
 bool is_part_file(std::string_view name);
 
 struct StarterModel {

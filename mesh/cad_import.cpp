@@ -215,8 +215,7 @@ bool import_cad(const Part& part, MeshContext& context, PartMesh& mesh) {
     return import_mesh_file(
         part, context, mesh, part.type_name.c_str(), [&](std::string_view text, const std::string& name) {
             const std::string ending = ending_of(name);
-            const auto known = {".step", ".stp", ".iges", ".igs", ".brep", ".brp"};
-            if (part.type == Shape::step && std::ranges::find(known, ending) == std::end(known)) {
+            if (part.type == Shape::step && std::ranges::find(cad_endings, ending) == cad_endings.end()) {
                 context.remarks.errors.push_back(
                     "part \"" + part.name + "\": file \"" + name +
                     "\": .step, .stp, .iges, .igs or .brep expected as its ending");

@@ -1,9 +1,17 @@
 // Solid meshes of CAD files and closed STL surfaces, divided by the program kestralum-mesher beside this one.
 #pragma once
 
+#include <array>
+#include <string>
+#include <string_view>
+
 #include "mesh/part_mesh.h"
 
 namespace kestralum {
+
+// Endings of the files of a "STEP" part, in small letters.
+inline constexpr std::array<std::string_view, 6> cad_endings{".step", ".stp",  ".iges",
+                                                             ".igs",  ".brep", ".brp"};
 
 // The mesh of a "STEP" part (STEP, IGES or BREP by the file's ending), or of an "STL" part with a size, into
 // 4- or 10-node tetrahedra by the part's mesh_options. Groups: every body and face of the file, by its name

@@ -6,12 +6,11 @@
 
 namespace kestralum {
 
-namespace {
-
-// The record's path is cut to its width; the first size text keeps more of the same field.
 std::string mesh_file_path(const Part& part) {
     return part.size_text[0].starts_with(part.parent_name) ? part.size_text[0] : part.parent_name;
 }
+
+namespace {
 
 bool is_absolute(std::string_view path) {
     return path.starts_with('/') || path.starts_with('\\');

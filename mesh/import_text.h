@@ -11,6 +11,10 @@
 
 namespace kestralum {
 
+// The path of an imported part's file, as it stands in the model. A record's path is cut to its width; the
+// first size text keeps more of the same field.
+std::string mesh_file_path(const Part& part);
+
 // Imports the file of a part: read(text, name) fills the mesh and adds its console lines to those that every
 // import prints, "WORD:FILE OPEN !!\n" … "FILE CLOSE !!\n". False with an error where the file cannot be
 // opened, read says so, or the mesh passes what is left.

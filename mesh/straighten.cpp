@@ -32,7 +32,7 @@ Places pulled(Places x, double share) {
 }
 
 bool is_folded(const Places& x) {
-    const double straight = element_determinants(ElementKind::tetrahedron10, pulled(x, 1)).smallest;
+    const double straight = element_determinants(ElementKind::tetrahedron4, x).smallest;  // of the corners
     return straight > 0 &&
            element_determinants(ElementKind::tetrahedron10, x).smallest < least_share * straight;
 }

@@ -51,6 +51,16 @@ inline constexpr std::array<std::array<std::array<int, 3>, 4>, 4> tetra10_face_t
 inline constexpr std::array<std::array<int, 2>, 6> tetra10_edge{
     {{0, 1}, {1, 2}, {0, 2}, {0, 3}, {1, 3}, {2, 3}}};
 
+// Local node (4 … 9) of the ten-node tetrahedron between two of its corners, in either order.
+constexpr int tetra10_middle(int a, int b) {
+    int node = 4;
+    for (const auto& [low, high] : tetra10_edge) {
+        if ((low == a && high == b) || (low == b && high == a)) break;
+        ++node;
+    }
+    return node;
+}
+
 // The surface of one element, ready for normals and drawing.
 struct FaceTable {
     int faces;               // 6 or 4

@@ -32,12 +32,18 @@ double cosine(const Vec3& a, const Vec3& b) {
     return lengths > 0 ? dot(a, b) / lengths : 1.0;
 }
 
-// The corners that share an edge with corner k of a hexahedron, along each direction.
-std::size_t neighbour(std::size_t k, std::size_t direction) {
-    auto corner = hexa_corner[k];
-    corner[direction] = 1 - corner[direction];
-    return std::ranges::find(hexa_corner, corner) - hexa_corner.begin();
-}
+// The corners that share an edge with each corner of a hexahedron, along each direction.
+constexpr auto hexa_neighbour = [] {
+    std::array<std::array<std::size_t, 3>, 8> table{};
+    for (std::size_t k = 0; k < 8; ++k)
+        for (std::size_t d = 0; d < 3; ++d)
+            for (std::size_t n = 0; n < 8; ++n) {
+                auto corner = hexa_corner[k];
+                corner[d] = 1 - corner[d];
+                if (hexa_corner[n] == corner) table[k][d] = n;
+            }
+    return table;
+}();
 
 // Largest cosine in the faces and, of a tetrahedron, between them: the smallest angle.
 double largest_cosine(ElementKind kind, std::span<const double> x) {
@@ -69,7 +75,7 @@ double edge_ratio(ElementKind kind, std::span<const double> x) {
     };
     if (kind == ElementKind::hexahedron) {
         for (std::size_t k = 0; k < 8; ++k)
-            for (std::size_t d = 0; d < 3; ++d) add(k, neighbour(k, d));
+            for (std::size_t d = 0; d < 3; ++d) add(k, hexa_neighbour[k][d]);
     } else {
         for (const auto& [a, b] : tetra10_edge) add(a, b);
     }
@@ -88,7 +94,8 @@ Determinants element_determinants(ElementKind kind, std::span<const double> x) {
         for (std::size_t k = 0; k < 8; ++k) {
             std::array<Vec3, 3> slope;
             for (std::size_t d = 0; d < 3; ++d)
-                slope[d] = times(hexa_corner[k][d] ? -1 : 1, minus(triple(x, neighbour(k, d)), triple(x, k)));
+                slope[d] =
+                    times(hexa_corner[k][d] ? -1 : 1, minus(triple(x, hexa_neighbour[k][d]), triple(x, k)));
             add(determinant(slope[0], slope[1], slope[2]));
         }
     } else if (kind == ElementKind::tetrahedron4) {

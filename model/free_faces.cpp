@@ -90,11 +90,8 @@ std::array<Vec3, 6> six_nodes(const Mesh& mesh, const ElementFace& face) {
     std::array<Vec3, 6> x;
     for (std::size_t i = 0; i < 3; ++i) {
         const int a = corner[i], b = corner[(i + 1) % 3];
-        const auto edge = std::ranges::find_if(tetra10_edge, [&](const auto& e) {
-            return (e[0] == a && e[1] == b) || (e[0] == b && e[1] == a);
-        });
         x[i] = place_of(mesh, node_index(element[a]));
-        x[3 + i] = place_of(mesh, node_index(element[4 + (edge - tetra10_edge.begin())]));
+        x[3 + i] = place_of(mesh, node_index(element[tetra10_middle(a, b)]));
     }
     return x;
 }

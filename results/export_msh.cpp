@@ -1,8 +1,10 @@
 #include <algorithm>
 #include <unordered_map>
+#include <utility>
 
 #include "model/format.h"
 #include "results/export_text.h"
+#include "results/vtu_grid.h"
 
 namespace kestralum {
 
@@ -80,6 +82,15 @@ public:
 private:
     static constexpr auto rule = ExportNames::Rule::quoted;
 
+    // Gmsh's numbers of the kinds of solids and of their faces.
+    struct Types {
+        int solid, face;
+    };
+    Types types() const {
+        static constexpr Types of_kind[] = {{5, 3}, {4, 2}, {11, 9}};  // in the order of ElementKind
+        return of_kind[static_cast<int>(mesh_.element_type)];
+    }
+
     // The number of a new physical group.
     std::int32_t physical(int dimension, const char* what, const std::string& name) {
         ExportNames& names = names_[dimension == 3 ? 0 : dimension == 2 ? 1 : 2];
@@ -95,12 +106,9 @@ private:
             nodes.take(element[local]);
         };
         if (dimension == 3) {
-            constexpr std::array<int, 8> hexahedron{1, 5, 6, 2, 0, 4, 7, 3};
-            constexpr std::array<int, 10> tetrahedron{0, 1, 2, 3, 4, 5, 6, 7, 9, 8};
-            const std::span<const int> order = mesh_.element_type == ElementKind::hexahedron
-                                                   ? std::span<const int>(hexahedron)
-                                                   : std::span<const int>(tetrahedron);
-            for (const int local : order.first(mesh_.node_per_element())) take(mesh_.element(thing), local);
+            for (const int local : vtk_node_order(mesh_.element_type)) take(mesh_.element(thing), local);
+            // Gmsh has the last two mid-side nodes the other way round
+            if (mesh_.element_type == ElementKind::tetrahedron10) std::swap(nodes.node[8], nodes.node[9]);
             return nodes;
         }
         const ElementFace& face = faces_[thing];
@@ -108,15 +116,8 @@ private:
         for (const int local : corners) take(mesh_.element(face.element), local);
         if (mesh_.element_type != ElementKind::tetrahedron10) return nodes;
         for (std::size_t k = 0; k < 3; ++k)
-            take(mesh_.element(face.element), middle_of(corners[k], corners[(k + 1) % 3]));
+            take(mesh_.element(face.element), tetra10_middle(corners[k], corners[(k + 1) % 3]));
         return nodes;
-    }
-    static int middle_of(int a, int b) {
-        const std::array<int, 2> edge{std::min(a, b), std::max(a, b)};
-        const auto at = std::find_if(tetra10_edge.begin(), tetra10_edge.end(), [&](const auto& e) {
-            return e == edge || e == std::array{edge[1], edge[0]};
-        });
-        return 4 + static_cast<int>(at - tetra10_edge.begin());
     }
 
     // Entities of the classes that have things, and blocks of the things: in their order, or class by class.
@@ -155,12 +156,7 @@ private:
             if (!of_part[p].empty()) classes.add(physical(3, "part", job_.model.parts[p].name), of_part[p]);
         for (const MeshSet& set : mesh_.sets)
             if (!set.elements.empty()) classes.add(physical(3, "set", set.name), set.elements);
-        const ElementKind kind = mesh_.element_type;
-        add_blocks(3,
-                   kind == ElementKind::tetrahedron4    ? 4
-                   : kind == ElementKind::tetrahedron10 ? 11
-                                                        : 5,
-                   classes, true);
+        add_blocks(3, types().solid, classes, true);
     }
 
     // A set of elements is a volume, which says it all.
@@ -179,12 +175,7 @@ private:
                     std::lower_bound(faces_.begin(), faces_.end(), face) - faces_.begin()));
             classes.add(physical(2, "set", set.name), things);
         }
-        const ElementKind kind = mesh_.element_type;
-        add_blocks(2,
-                   kind == ElementKind::hexahedron      ? 3
-                   : kind == ElementKind::tetrahedron10 ? 9
-                                                        : 2,
-                   classes, false);
+        add_blocks(2, types().face, classes, false);
     }
 
     // Sets of nodes, and those of faces whose nodes are not those of the set.

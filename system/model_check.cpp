@@ -30,10 +30,8 @@ void enter(ShapeMeasure& measure, std::int32_t element, double value, double bad
     if (worst.size() > kept) worst.pop_back();
 }
 
-void check_shape(const Mesh& mesh, std::int32_t e, ModelCheck& out) {
-    std::array<double, 3 * most_nodes> x;
-    const auto nodes = mesh.element(e);
-    for (std::size_t k = 0; k < nodes.size(); ++k) std::copy_n(mesh.node(node_index(nodes[k])), 3, &x[3 * k]);
+// x: the element's nodes × 3, m.
+void check_shape(const Mesh& mesh, std::int32_t e, std::span<const double> x, ModelCheck& out) {
     const ElementQuality quality = element_quality(mesh.element_type, x);
     enter(out.angle, e, quality.angle, -1, mesh);
     enter(out.jacobian, e, quality.jacobian, -1, mesh);
@@ -47,7 +45,7 @@ void check_elements(const Model& model, const Mesh& mesh, ModelCheck& out) {
         const bool sound = evaluate_points(type, mesh, e, points);
         const ElementPlace place{e, element_volume(type, points), element_centre(mesh, e)};
         out.volume += place.volume;
-        check_shape(mesh, e, out);
+        check_shape(mesh, e, points.x, out);
         const Part& part = model.parts[mesh.p_ele_part_id[e]];
         if (part.material_id >= 0 && std::size_t(part.material_id) < model.materials.size())
             out.mass += place.volume * model.materials[part.material_id].density;

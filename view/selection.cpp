@@ -84,7 +84,8 @@ const MeshSet* smallest_set_with(const Mesh& mesh, const ElementFace& face) {
 }
 
 std::optional<SelectedFaces> select_faces(const Mesh& mesh, std::span<const SetDefinition> definitions,
-                                          const Surface& surface, const Pick& pick, SmoothPatches& patches) {
+                                          const Surface& surface, const Pick& pick,
+                                          const std::function<SmoothPatches&()>& patches) {
     const auto face = face_of_triangle(mesh, surface, pick.triangle);
     if (!face) return std::nullopt;
     const MeshSet* set = smallest_set_with(mesh, *face);
@@ -102,7 +103,7 @@ std::optional<SelectedFaces> select_faces(const Mesh& mesh, std::span<const SetD
     for (const double x : place) selected.record += " " + number_text(x);
     selected.record += "  " + number_text(patch_angle);
     selected.set.name = "patch";
-    selected.set.faces = patches.around(place, patch_angle);
+    selected.set.faces = patches().around(place, patch_angle);
     selected.set.nodes = nodes_of_faces(mesh, selected.set.faces);
     return selected;
 }

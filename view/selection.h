@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -36,9 +37,11 @@ struct SelectedFaces {
 };
 
 // The faces around a pick: those of the smallest set that has the face, without one the smooth patch. None
-// for a pick beside the solids. `definitions`: the model file's sets.
+// for a pick beside the solids. `definitions`: the model file's sets; `patches` is called where one is
+// needed.
 std::optional<SelectedFaces> select_faces(const Mesh& mesh, std::span<const SetDefinition> definitions,
-                                          const Surface& surface, const Pick& pick, SmoothPatches& patches);
+                                          const Surface& surface, const Pick& pick,
+                                          const std::function<SmoothPatches&()>& patches);
 
 class FaceSelection {
 public:

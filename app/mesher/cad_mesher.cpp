@@ -15,6 +15,7 @@
 #include <stdexcept>
 
 #include "app/mesher/step_names.h"
+#include "model/element_quality.h"
 #include "model/vector3.h"
 
 namespace kestralum {
@@ -175,32 +176,39 @@ void import_shapes(const std::string& file) {
     notice("its faces are sewn together into bodies: the file has none");
 }
 
+// The nodes of the mesh by their numbers.
+class NodePlaces {
+public:
+    NodePlaces() {
+        std::vector<std::size_t> numbers;
+        std::vector<double> unused;
+        gmsh::model::mesh::getNodes(numbers, places_, unused);
+        at_.resize(numbers.empty() ? 1 : *std::ranges::max_element(numbers) + 1);
+        for (std::size_t n = 0; n < numbers.size(); ++n) at_[numbers[n]] = 3 * n;
+    }
+    const double* of(std::size_t number) const { return &places_[at_[number]]; }
+
+private:
+    std::vector<double> places_;
+    std::vector<std::size_t> at_;
+};
+
 // Volume that a surface of triangles encloses and its area.
 struct Measure {
     double volume = 0, area = 0;
 };
 Measure measure_triangles() {
-    std::vector<int> types;
-    std::vector<std::vector<std::size_t>> elements, nodes;
-    gmsh::model::mesh::getElements(types, elements, nodes, 2);
-    std::vector<std::size_t> node_tags;
-    std::vector<double> places, unused;
-    gmsh::model::mesh::getNodes(node_tags, places, unused);
-    std::vector<std::size_t> at(node_tags.empty() ? 1 : *std::ranges::max_element(node_tags) + 1);
-    for (std::size_t n = 0; n < node_tags.size(); ++n) at[node_tags[n]] = 3 * n;
+    const NodePlaces places;
+    constexpr int triangles = 2;  // the library's number of the kind
+    std::vector<std::size_t> elements, nodes;
+    gmsh::model::mesh::getElementsByType(triangles, elements, nodes);
+    const auto place = [&](std::size_t k) { return triple({places.of(nodes[k]), 3}, 0); };
     Measure sum;
-    for (std::size_t k = 0; k < types.size(); ++k)
-        for (std::size_t t = 0; types[k] == 2 && t + 2 < nodes[k].size(); t += 3) {
-            const double *a = &places[at[nodes[k][t]]], *b = &places[at[nodes[k][t + 1]]],
-                         *c = &places[at[nodes[k][t + 2]]];
-            double normal[3];
-            for (int i = 0; i < 3; ++i) {
-                const int j = (i + 1) % 3, l = (i + 2) % 3;
-                normal[i] = (b[j] - a[j]) * (c[l] - a[l]) - (b[l] - a[l]) * (c[j] - a[j]);
-            }
-            sum.area += std::hypot(normal[0], normal[1], normal[2]) / 2;
-            sum.volume += (normal[0] * a[0] + normal[1] * a[1] + normal[2] * a[2]) / 6;
-        }
+    for (std::size_t t = 0; t + 2 < nodes.size(); t += 3) {
+        const Vec3 a = place(t), normal = cross(minus(place(t + 1), a), minus(place(t + 2), a));
+        sum.area += norm(normal) / 2;
+        sum.volume += dot(normal, a) / 6;
+    }
     sum.volume = std::abs(sum.volume);
     return sum;
 }
@@ -349,29 +357,19 @@ void set_options(const MesherRequest& request, bool facets, double size) {
     gmsh::option::setNumber("Mesh.SaveAll", 0);
 }
 
-// Smallest angle between two faces of a tetrahedron, degrees, over all of them.
+// Smallest angle of a tetrahedron, degrees, over all of them.
 double smallest_angle() {
-    std::vector<std::size_t> node_tags, elements, nodes;
-    std::vector<double> places, unused;
-    gmsh::model::mesh::getNodes(node_tags, places, unused);
-    std::vector<std::size_t> at(node_tags.empty() ? 1 : *std::ranges::max_element(node_tags) + 1);
-    for (std::size_t n = 0; n < node_tags.size(); ++n) at[node_tags[n]] = 3 * n;
+    const NodePlaces places;
     constexpr int four_nodes = 4;  // the library's number of the kind
+    std::vector<std::size_t> elements, nodes;
     gmsh::model::mesh::getElementsByType(four_nodes, elements, nodes);
-    double largest_cosine = -1;
+    double smallest = 180;
     for (std::size_t t = 0; t + 3 < nodes.size(); t += 4) {
-        std::array<Vec3, 4> corner, normal;
-        for (std::size_t k = 0; k < 4; ++k) std::copy_n(&places[at[nodes[t + k]]], 3, corner[k].begin());
-        for (std::size_t k = 0; k < 4; ++k) {  // of the face opposite to corner k, outwards
-            const Vec3 &a = corner[(k + 1) % 4], &b = corner[(k + 2) % 4], &c = corner[(k + 3) % 4];
-            normal[k] = unit(cross(minus(b, a), minus(c, a)));
-            if (dot(normal[k], minus(corner[k], a)) > 0) normal[k] = times(-1, normal[k]);
-        }
-        for (std::size_t k = 0; k < 4; ++k)
-            for (std::size_t l = 0; l < k; ++l)
-                largest_cosine = std::max(largest_cosine, -dot(normal[k], normal[l]));
+        std::array<double, 12> x;
+        for (std::size_t k = 0; k < 4; ++k) std::copy_n(places.of(nodes[t + k]), 3, &x[3 * k]);
+        smallest = std::min(smallest, element_quality(ElementKind::tetrahedron4, x).angle);
     }
-    return std::acos(std::min(largest_cosine, 1.0)) * 180 / std::numbers::pi;
+    return smallest;
 }
 
 // Slivers come and go with the surface mesh: where one is left another way to triangulate is tried, and the

@@ -11,10 +11,6 @@
 namespace kestralum {
 
 inline constexpr const char* text_files = "Text Files (*.txt);;All Files (*)";
-inline constexpr const char* part_files =
-    "Meshes and CAD Files (*.step *.stp *.iges *.igs *.brep *.msh *.inp *.vol *.stl *.STEP *.STP *.IGES "
-    "*.IGS "
-    "*.BREP *.MSH *.INP *.VOL *.STL);;All Files (*)";
 inline constexpr const char* movie_files = "Text Files (*.mov);;All Files (*)";
 
 // A file to open; "" when cancelled. The dialog opens in `folder`, which becomes that of the file.

@@ -149,7 +149,13 @@ void MainWindow::showInputFileDialog() {
 }
 
 void MainWindow::showPartFileDialog() {
-    const QString name = ask_for_file(this, part_files, folder_);
+    QStringList endings;
+    for (const std::string_view ending : part_file_endings()) {
+        const QString pattern = "*" + QString::fromUtf8(ending.data(), static_cast<qsizetype>(ending.size()));
+        endings << pattern << pattern.toUpper();
+    }
+    const QString filter = "Meshes and CAD Files (" + endings.join(' ') + ");;All Files (*)";
+    const QString name = ask_for_file(this, filter.toUtf8().constData(), folder_);
     if (name.isEmpty()) return;
     console_.print("filename=%s\n", name.toStdString().c_str());
     open_model(name);

@@ -81,12 +81,15 @@ std::string ShownModel::pick(double x, double y, bool more) {
 }
 
 void ShownModel::select(const std::optional<view::Pick>& pick, bool more) {
-    if (!patches_) {
-        free_faces_ = free_faces(mesh());
-        patches_.emplace(mesh(), free_faces_);
-    }
+    const auto patches = [this]() -> SmoothPatches& {
+        if (!patches_) {
+            free_faces_ = free_faces(mesh());
+            patches_.emplace(mesh(), free_faces_);
+        }
+        return *patches_;
+    };
     auto faces =
-        pick ? view::select_faces(mesh(), store.model->sets, drawing.picture().outside(), *pick, *patches_)
+        pick ? view::select_faces(mesh(), store.model->sets, drawing.picture().outside(), *pick, patches)
              : std::nullopt;
     if (!faces && more) return;
     if (!more) selection_.clear();

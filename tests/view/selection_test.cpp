@@ -30,7 +30,9 @@ struct SelectionOn : ::testing::TestWithParam<ElementKind> {
         ray.origin[axis] += sign;
         ray.direction[axis] = -sign;
         const auto pick = pick_node(ray, surface, drawn.empty() ? mesh.coordinates : drawn);
-        return pick ? select_faces(mesh, definitions, surface, *pick, patches) : std::nullopt;
+        return pick ? select_faces(mesh, definitions, surface, *pick,
+                                   [this]() -> SmoothPatches& { return patches; })
+                    : std::nullopt;
     }
     // What the reader of a model file makes of a record "patch X Y Z ANGLE".
     const MeshSet& define_patch(const std::string& record) {
