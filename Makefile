@@ -1,7 +1,7 @@
 # Short names; scripts/ holds the work.
 .PHONY: build run test bench pictures format
 build:
-	scripts/prepare build window && scripts/build release
+	scripts/prepare build window cad && scripts/build release
 run:
 	scripts/run
 test:
