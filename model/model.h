@@ -51,8 +51,11 @@ struct Model {
     std::vector<RigidElement> rigid_elements;
     std::vector<RigidForce> rigid_forces;
     std::vector<RigidCombine> rigid_combines;
-    std::int32_t mode_count = 1;       // mode_num / step_num of the model file
-    std::int32_t iteration_limit = 0;  // "iteration" of the model file
+    std::vector<Load> loads;                    // load_info
+    std::vector<LoadCombination> combinations;  // load_combination
+    std::vector<TieRecord> ties;                // tie_info
+    std::int32_t mode_count = 1;                // mode_num / step_num of the model file
+    std::int32_t iteration_limit = 0;           // "iteration" of the model file
     AnalysisControl control;
     ExplicitTables explicit_tables;  // from the control file
 

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "model/load_records.h"
+
 namespace kestralum {
 
 inline constexpr std::size_t material_text_width = 67;   // material and parameter names
@@ -29,6 +31,11 @@ struct Material {
     double shear_modulus = 0;  // G, Pa; 0 unless the control file gives it
     double yield_stress = 0;   // Sy, Pa
     double hardening = 0;      // Sd, Pa: isotropic hardening modulus, 0 = perfectly plastic
+    double expansion = 0;      // alpha=: of lengths, 1/K
+    double kinematic = 0;      // kinematic=: linear kinematic hardening modulus, Pa
+    std::vector<std::array<double, 2>> hardening_table;  // table=: plastic strain, yield stress (Pa); takes
+                                                         // the place of Sy and Sd; empty: not given
+    bool elastic_shear = false;  // shear=elastic: G of the control file is not used
 };
 
 struct Parameter {
@@ -119,7 +126,7 @@ bool is_of_part(std::span<const Part> parts, std::size_t index, std::string_view
 // How a boundary condition selects nodes; the value is the `kind` of the files.
 enum class Selection : std::int32_t { plane = 0, area = 1, volume = 2 };
 
-// A support: every selected node is fixed in x, y and z.
+// A support: every selected node is fixed in x, y and z, or as its options say.
 struct BoundaryCondition {
     std::int32_t id = 0;
     std::string name;
@@ -128,6 +135,7 @@ struct BoundaryCondition {
     std::int32_t axis = 0;        // normal of the selecting plane: 0 x, 1 y, 2 z
     std::array<double, 6> box{};  // xmin xmax ymin ymax zmin zmax, m
     std::string set_name;  // not empty: the nodes of this set are selected, `box` is the box around them
+    SupportOptions options;
 };
 
 enum class ForceKind : std::int32_t { node = 0, area = 1 };
@@ -143,6 +151,7 @@ struct AppliedForce {
     std::array<double, 3> point{};  // kind node: place, m
     std::array<double, 6> box{};    // kind area: xmin xmax ymin ymax zmin zmax, m
     std::string set_name;  // kind area, not empty: the nodes of this set, `box` is the box around them
+    LoadOptions options;
 };
 
 enum class RigidSelection : std::int32_t { area = 0, round = 1 };
@@ -169,6 +178,7 @@ struct RigidForce {
     std::string direction_word;
     RigidDirection direction = RigidDirection::x;
     double value = 0;  // N, or N·m for rx ry rz
+    LoadOptions options;
 };
 
 struct RigidCombine {

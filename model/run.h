@@ -32,7 +32,8 @@ inline constexpr int stress_groups = 5;
 
 // One mode, load step or output of a run.
 struct Frame {
-    double n_freq = 0;             // Hz (eigen), 0 (static), load factor (nonlinear), s (explicit)
+    double n_freq = 0;             // Hz (eigen), 0 (static), load factor (nonlinear, buckling), s (explicit)
+    std::string name{};            // static: of its load case or combination; empty where there is but one
     std::vector<double> mode_vec;  // dof_num: displacements, m
     // stress_groups × dof_num: value group·dof_num + 3·node + k.
     // 0 = σxx σyy σzz, 1 = σxy σyz σzx (Pa), 2 = εxx εyy εzz, 3 = γxy γyz γzx,
@@ -53,6 +54,7 @@ struct RunOptions {
                                                 // history, m
     bool mean_dilatation = false;               // explicit: hexahedra with one pressure per element
     std::vector<double> factors;       // nonlinear: of the load, one per increment; empty: k/step_num
+    std::string load_case;             // the case or combination that acts; empty: all loads
     double subspace_tolerance = 1e-6;  // eigen: relative change of the frequencies in one round
     double lanczos_tolerance = 1e-9;   // eigen: |β s| / |θ| of the inverted operator
 };
