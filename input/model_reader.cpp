@@ -102,6 +102,8 @@ void convert_section(const FileSection& section, const OverrideTable& overrides,
             return read_rigid_combine(section, model, remarks, progress);
         case Keyword::set_info:
             return read_set_info(section, model, remarks, progress);
+        case Keyword::hexahedra:
+            return read_hexahedra(section, model, remarks, progress);
         case Keyword::comment:
         case Keyword::end:
             return;
@@ -110,7 +112,7 @@ void convert_section(const FileSection& section, const OverrideTable& overrides,
 
 // A keyword that stands whole inside a section most likely shows a forgotten "%".
 void notice_swallowed_keywords(const FileSection& section, InputRemarks& remarks, const Progress& progress) {
-    if (is_count(section.keyword)) return;
+    if (has_one_value(section.keyword)) return;
     for (const Token& token : section.tokens) {
         if (progress.cancelled()) return;
         const auto keyword = keyword_of(token.text);

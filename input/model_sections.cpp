@@ -26,6 +26,7 @@ constexpr KeywordRow keyword_rows[] = {
     {"rigid_force", Keyword::rigid_force},
     {"rigid_combine", Keyword::rigid_combine},
     {"set_info", Keyword::set_info},
+    {"hexahedra", Keyword::hexahedra},
     {"%", Keyword::comment},
     {"END", Keyword::end},
 };
@@ -72,7 +73,7 @@ ModelSections split_sections(std::string_view text, const Progress& progress) {
         }
         FileSection& section = model.sections.emplace_back(FileSection{*keyword, token, {}, {}});
         if (*keyword == Keyword::comment) continue;
-        if (!is_count(*keyword)) {
+        if (!has_one_value(*keyword)) {
             read_until_closed(reader, section, progress);
             continue;
         }

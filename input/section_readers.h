@@ -32,6 +32,9 @@ void read_rigid_combine(const FileSection& section, Model& model, InputRemarks& 
 // mode_num, step_num, iteration: the integer after the keyword.
 void read_count(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress);
 
+// hexahedra: the word after the keyword.
+void read_hexahedra(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress);
+
 // Number of the named element, the last of that name; -1 where there is none.
 std::int32_t find_rigid_element(const std::vector<RigidElement>& elements, std::string_view name);
 

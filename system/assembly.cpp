@@ -2,12 +2,13 @@
 
 #include <algorithm>
 
-#include "elements/element_type.h"
+#include "elements/linear_element.h"
 
 namespace kestralum {
 
-ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, const RigidSystem* rigid) {
-    return [&job, &elasticity, rigid](std::int32_t e, double* ke, double* me) {
+ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, const RigidSystem* rigid,
+                                 HexahedronForm form) {
+    return [&job, &elasticity, rigid, form](std::int32_t e, double* ke, double* me) {
         const Mesh& mesh = job.mesh();
         const ElementType& type = element_type(mesh.element_type);
         ElementPoints points;
@@ -16,7 +17,7 @@ ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, c
         if (rigid && rigid->common_body(mesh.element(e).data(), type.nodes) >= 0)
             std::fill(ke, ke + 9 * type.nodes * type.nodes, 0.0);  // it cannot be strained
         else
-            element_stiffness(type, points, moduli(elasticity, part.material_id), ke);
+            element_stiffness(type, points, moduli(elasticity, part.material_id), form, ke);
         if (!me) return true;
         type.mass(points.x.data(), me);
         const double density = job.model.materials[part.material_id].density;
@@ -33,7 +34,7 @@ std::vector<double> unstrained_diagonal(const Job& job, const Freedoms& freedoms
     const int dofs = 3 * type.nodes;
     SilentProgress silent(job.progress);  // its line has been printed
     const Elasticity elasticity = build_elasticity(job.model.materials, silent);
-    const ElementMatrices matrices = element_matrices(job, elasticity, nullptr);
+    const ElementMatrices matrices = element_matrices(job, elasticity, nullptr, job.hexahedra());
     std::vector<double> ke(dofs * dofs);
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         const auto nodes = mesh.element(e);
@@ -76,10 +77,10 @@ bool assemble(Job& job, AssembledSystem& system, bool with_mass) {
     progress.print("K,M sparse\n");
     progress.print(" Calculate K,M sparse\n");
     std::vector<double> node_mass;
-    const std::int32_t bad =
-        assemble_km(mesh, neighbours, element_matrices(job, system.elasticity, &system.freedoms.rigid),
-                    job.threads(), system.km, progress, with_mass ? MassStorage::pattern : MassStorage::nodes,
-                    "    k=", with_mass ? nullptr : &node_mass);
+    const std::int32_t bad = assemble_km(
+        mesh, neighbours, element_matrices(job, system.elasticity, &system.freedoms.rigid, job.hexahedra()),
+        job.threads(), system.km, progress, with_mass ? MassStorage::pattern : MassStorage::nodes,
+        "    k=", with_mass ? nullptr : &node_mass);
     if (bad >= 0)
         return job.fail(RunStatus::failed, place_of_element(job, bad) +
                                                ": the Jacobian is not positive (flat or inverted element)");

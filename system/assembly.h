@@ -22,7 +22,8 @@ struct AssembledSystem {
 
 // Ke and Me of the run's elements for assemble_km: linear elasticity, consistent mass (none where `me` is
 // null); no stiffness inside a rigid body of `rigid` (null: none is). Borrows all.
-ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, const RigidSystem* rigid);
+ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, const RigidSystem* rigid,
+                                 HexahedronForm form);
 
 // The diagonal of K, one entry per equation, as if no body were rigid: what area forces are spread by. `km`
 // is the constrained matrix, without the elements inside rigid bodies.

@@ -67,6 +67,9 @@ bool check_analysable(Job& job) {
         return job.fail(RunStatus::bad_input, missing);
     if (job.model.mesh.element_num() < 1)
         return job.fail(RunStatus::bad_input, "the model has no solid elements: nothing to analyse");
+    const HexahedronForm asked = job.options.hexahedra.value_or(job.model.hexahedra);
+    if (asked != HexahedronForm::full && job.model.mesh.element_type != ElementKind::hexahedron)
+        job.note(std::string("hexahedra ") + word_of(asked) + ": without effect, the mesh has none");
     return check_materials_known(job) && check_loads_finite(job);
 }
 

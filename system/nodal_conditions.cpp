@@ -16,7 +16,7 @@ bool add_diagonals(Job& job, const Elasticity& elasticity, std::span<const std::
     constexpr std::size_t block = 4096;  // elements between two looks at a cancel
     const Mesh& mesh = job.mesh();
     const int dofs = 3 * mesh.node_per_element();
-    const ElementMatrices matrices = element_matrices(job, elasticity, nullptr);
+    const ElementMatrices matrices = element_matrices(job, elasticity, nullptr, job.hexahedra());
     std::vector<double> values(block * dofs);
     std::vector<char> sound(block);
     for (std::size_t first = 0; first < elements.size() && job.goes_on(); first += block) {

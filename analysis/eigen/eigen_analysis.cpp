@@ -163,7 +163,7 @@ bool store_modes(Job& job, const AssembledSystem& system, const EigenPairs& pair
         frame->n_freq = job.report().modes[j].frequency;
         expand_solution(mesh, system.freedoms, std::span(pairs.vectors).subspan(j * n, n), frame->mode_vec);
         point_stresses(mesh, job.model.parts, system.elasticity, frame->mode_vec, job.threads(), points,
-                       job.progress);
+                       job.progress, {.form = job.hexahedra()});
         mean_stress_strain(mesh, system.freedoms.node_elements, points, {}, job.threads(), frame->node_stress,
                            job.progress);
         job.run.results.push_back(frame);

@@ -93,7 +93,7 @@ bool find_diagonals(Job& job, SetUp& set_up) {
     const NodeNeighbours neighbours = neighbours_of_nodes(mesh, set_up.freedoms.node_elements, job.progress);
     job.progress.print("[K],[M] element num=%ld\n", print_pattern(neighbours, job.progress));
     set_up.diagonals = matrix_diagonals(mesh, set_up.freedoms.node_elements, neighbours,
-                                        element_matrices(job, elasticity, nullptr),
+                                        element_matrices(job, elasticity, nullptr, HexahedronForm::full),
                                         set_up.freedoms.numbering.dof_map, job.threads(), job.progress);
     if (const std::int32_t bad = set_up.diagonals.bad_element; bad >= 0)
         return job.fail(RunStatus::failed, place_of_element(job, bad) +

@@ -84,8 +84,8 @@ void report_reactions(Job& job, const AssembledSystem& system, const PointResult
         const Vec6 own = rigid_force_resultant(rigid, number, {}, job.model.rigid_forces);
         for (std::size_t c = 0; c < 6; ++c) loads[b][c] += own[c];
     }
-    job.report().reaction =
-        sum_reactions(system.freedoms, internal_forces(mesh, points, wanted), springs, loads);
+    job.report().reaction = sum_reactions(
+        system.freedoms, internal_forces(mesh, points, wanted, job.hexahedra()), springs, loads);
 }
 
 bool recover(Job& job, const AssembledSystem& system, std::span<const double> q) {
@@ -97,7 +97,7 @@ bool recover(Job& job, const AssembledSystem& system, std::span<const double> q)
     job.progress.print("Strain Analysis\n");
     PointResults points;
     point_stresses(mesh, job.model.parts, system.elasticity, frame->mode_vec, job.threads(), points,
-                   job.progress);
+                   job.progress, {.form = job.hexahedra()});
     mean_stress_strain(mesh, freedoms.node_elements, points, {}, job.threads(), frame->node_stress,
                        job.progress);
     if (!job.goes_on()) return false;
