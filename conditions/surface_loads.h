@@ -3,6 +3,7 @@
 // 1948). Faces: of a set of the mesh (MeshSet::faces). Nodal values: 3 per node, N.
 #pragma once
 
+#include <array>
 #include <functional>
 #include <span>
 #include <string>
@@ -15,12 +16,16 @@ namespace kestralum {
 struct FacePoint {
     std::array<double, 8> N{};                  // shape functions of the face's nodes
     std::array<std::array<double, 2>, 8> dN{};  // their derivatives along the face's coordinates
-    Vec3 x{};                                   // place, m
+    Vec3 rest{};                                // place at rest, m
+    Vec3 x{};                                   // place, with the displacements, m
     Vec3 tangent[2]{};                          // ∂x/∂(face coordinates)
-    Vec3 normal{};                              // out of the element, times the weight, m^2
+    double weight = 0;                          // of the reference face
+    Vec3 normal{};                              // tangent × tangent · weight: out of the element, m^2
 };
 
 // A face's nodes (0-based) and points; u (3 per node, or empty): displacements added to the coordinates.
+// Nodes: the corners, winding outwards, and then the nodes in the middle of 0-1, 1-2 and 2-0. Face
+// coordinates: of a triangle L1 and L2, of a quadrangle ξ and η from -1 to 1.
 struct FacePoints {
     int nodes = 0, points = 0;
     std::array<std::int32_t, 8> node{};
@@ -37,13 +42,14 @@ void add_pressure(const Mesh& mesh, std::span<const ElementFace> faces, const Fi
 void add_traction(const Mesh& mesh, std::span<const ElementFace> faces,
                   const std::array<FieldExpression, 3>& traction, double time, std::span<double> nodal);
 
-// A total force shared evenly over the area.
+// A total force shared evenly over the area, which must not be zero.
 void add_force(const Mesh& mesh, std::span<const ElementFace> faces, const Vec3& force,
                std::span<double> nodal);
 
 // A bearing load: pressure p0 max(0, -n·d) on a cylinder's faces, d the force's direction across the axis and
-// n the outward normal of the face, with p0 such that its resultant is `force`. The part of the force along
-// the axis is spread evenly. Not empty: why there is none (not a cylinder, no face that looks against it).
+// n the outward normal of the face, with p0 such that its resultant is `force`: on uneven faces d turns off
+// the force as far as that needs. The part of the force along the axis is spread evenly. Not empty: why there
+// is none (not a cylinder, no face that looks against it); nothing is added then.
 std::string add_bearing(const Mesh& mesh, std::span<const ElementFace> faces, const Vec3& force,
                         std::span<double> nodal);
 

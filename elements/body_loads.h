@@ -9,7 +9,9 @@
 
 namespace kestralum {
 
-// ∫ ρ N b(x) dV with b in m/s^2. density: per part, kg/m^3.
+// ∫ ρ N b(x) dV with b in m/s^2, as the elements interpolate b from their nodes: b of first degree in x is
+// met exactly, and the sum is that of the consistent mass matrix. density: per part, kg/m^3. Flat and
+// inverted elements must have been refused before.
 void add_body_force(const Mesh& mesh, std::span<const double> density,
                     const std::function<Vec3(const Vec3& x)>& acceleration, std::span<double> nodal);
 

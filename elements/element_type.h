@@ -28,6 +28,8 @@ struct ElementType {
     void (*mass)(const double* x, double* me);
     // Nodal values from values at the points: nodes × points.
     const double* extrapolation;
+    // Shape functions at the points: points × nodes.
+    const double* shape;
 };
 
 const ElementType& element_type(ElementKind kind);

@@ -67,7 +67,7 @@ void mass(const double* x, double* me) {
 }  // namespace
 
 const ElementType hexahedron_type{
-    ElementKind::hexahedron,    "8-node hexahedron", nodes, points, gradients, mass,
-    &tables.extrapolation[0][0]};
+    ElementKind::hexahedron,     "8-node hexahedron", nodes, points, gradients, mass,
+    &tables.extrapolation[0][0], &tables.N[0][0]};
 
 }  // namespace kestralum

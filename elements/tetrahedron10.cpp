@@ -38,6 +38,7 @@ void shape_derivatives(const Volume& L, double (*d)[3]) {
 }
 
 struct Tables {
+    double N[points][nodes];
     double dN[points][nodes][3];
     double mass_N[mass_points][nodes];
     double mass_dN[mass_points][nodes][3];
@@ -50,6 +51,7 @@ Tables make_tables() {
     for (std::size_t p = 0; p < points; ++p) {
         Volume L{beta, beta, beta, beta};
         L[p] = alpha;
+        shape(L, t.N[p]);
         shape_derivatives(L, t.dN[p]);
     }
     // the linear function through the points at corner k: (v_k - β Σv) / (α - β)
@@ -112,7 +114,7 @@ void mass(const double* x, double* me) {
 }  // namespace
 
 const ElementType tetrahedron10_type{
-    ElementKind::tetrahedron10, "10-node tetrahedron", nodes, points, gradients, mass,
-    &tables.extrapolation[0][0]};
+    ElementKind::tetrahedron10,  "10-node tetrahedron", nodes, points, gradients, mass,
+    &tables.extrapolation[0][0], &tables.N[0][0]};
 
 }  // namespace kestralum

@@ -30,10 +30,11 @@ void mass(const double* x, double* me) {
 }
 
 constexpr double extrapolation[nodes] = {1, 1, 1, 1};
+constexpr double N[nodes] = {0.25, 0.25, 0.25, 0.25};
 
 }  // namespace
 
 const ElementType tetrahedron4_type{
-    ElementKind::tetrahedron4, "4-node tetrahedron", nodes, 1, gradients, mass, extrapolation};
+    ElementKind::tetrahedron4, "4-node tetrahedron", nodes, 1, gradients, mass, extrapolation, N};
 
 }  // namespace kestralum

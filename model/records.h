@@ -33,9 +33,9 @@ struct Material {
     double hardening = 0;      // Sd, Pa: isotropic hardening modulus, 0 = perfectly plastic
     double expansion = 0;      // alpha=: of lengths, 1/K
     double kinematic = 0;      // kinematic=: linear kinematic hardening modulus, Pa
-    std::vector<std::array<double, 2>> hardening_table;  // table=: plastic strain, yield stress (Pa); takes
-                                                         // the place of Sy and Sd; empty: not given
-    bool elastic_shear = false;  // shear=elastic: G of the control file is not used
+    std::vector<std::array<double, 2>> hardening_table{};  // table=: plastic strain, yield stress (Pa); takes
+                                                           // the place of Sy and Sd; empty: not given
+    bool elastic_shear = false;                            // shear=elastic: G of the control file is not used
 };
 
 struct Parameter {
@@ -135,7 +135,7 @@ struct BoundaryCondition {
     std::int32_t axis = 0;        // normal of the selecting plane: 0 x, 1 y, 2 z
     std::array<double, 6> box{};  // xmin xmax ymin ymax zmin zmax, m
     std::string set_name;  // not empty: the nodes of this set are selected, `box` is the box around them
-    SupportOptions options;
+    SupportOptions options{};
 };
 
 enum class ForceKind : std::int32_t { node = 0, area = 1 };
@@ -151,7 +151,7 @@ struct AppliedForce {
     std::array<double, 3> point{};  // kind node: place, m
     std::array<double, 6> box{};    // kind area: xmin xmax ymin ymax zmin zmax, m
     std::string set_name;  // kind area, not empty: the nodes of this set, `box` is the box around them
-    LoadOptions options;
+    LoadOptions options{};
 };
 
 enum class RigidSelection : std::int32_t { area = 0, round = 1 };
@@ -178,7 +178,7 @@ struct RigidForce {
     std::string direction_word;
     RigidDirection direction = RigidDirection::x;
     double value = 0;  // N, or N·m for rx ry rz
-    LoadOptions options;
+    LoadOptions options{};
 };
 
 struct RigidCombine {
