@@ -4,6 +4,7 @@
 
 #include "model/selection.h"
 #include "system/assembly.h"
+#include "system/load_set.h"
 
 namespace kestralum {
 
@@ -123,7 +124,8 @@ bool work(Job& job, NodalConditions& out) {
     count_freedoms(job, freedoms);
     std::vector<double> stiffness;
     if (!find_stiffness(job, freedoms, stiffness)) return false;
-    resolve_loads(job, freedoms, stiffness);
+    LoadSet loads;
+    if (!resolve_loads(job, freedoms, stiffness, loads)) return false;
     carry_over(job, freedoms, out);
     return job.goes_on();
 }

@@ -102,7 +102,9 @@ bool NewtonSolver::assemble(Progress& lines) {
 // The forces of the increment at the bodies' places: dead loads, whose arms turn with the bodies.
 void NewtonSolver::set_forces(double factor) {
     load_factor_ = factor;
-    F_ = reduce_loads(job_, free_, rigid_, states_);
+    const AppliedLoads whole =
+        applied_loads(*loads_, body_.mesh, rigid_, 1, Growth::whole, job_.options.load_case, {}, states_);
+    F_ = reduce_loads(whole, freedoms_, free_.free_dofs, body_.mesh, states_);
     for (double& f : F_) f *= factor;
 }
 
