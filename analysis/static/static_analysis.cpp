@@ -162,10 +162,11 @@ bool recover_all(Job& job, const AssembledSystem& system, std::span<const CaseTe
     const std::size_t n = system.equations();
     for (const CaseTerms& terms : frames) {
         LinearLoad load;
-        std::vector<double> sum(n, 0.0);
+        std::vector<double> sum;
         for (const auto& [name, factor] : terms.terms) {
             const std::size_t c = std::ranges::find(cases, name) - cases.begin();
             add_load(load, factor, loads[c]);
+            if (sum.empty()) sum.assign(n, -0.0);  // which adds nothing to a zero of either sign
             for (std::size_t k = 0; k < n; ++k) sum[k] += factor * q[c * n + k];
         }
         if (!recover(job, system, terms, sum, load)) return false;
