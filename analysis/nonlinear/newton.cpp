@@ -374,6 +374,7 @@ IncrementReport NewtonSolver::advance(std::int32_t number, double factor) {
         IncrementReport second;
         second.factor = factor;
         second.searched = true;
+        body_.restart();
         place(at_start, {}, 0);
         const NewtonOutcome again = attempt(true, second);
         // the better end stands where neither has converged
@@ -390,9 +391,10 @@ IncrementReport NewtonSolver::advance(std::int32_t number, double factor) {
         }
     }
     report.converged = outcome == NewtonOutcome::converged;
-    if (report.converged) body_.committed = body_.current;
+    if (report.converged) body_.commit();
     if (outcome == NewtonOutcome::diverged || outcome == NewtonOutcome::failed) {
         const std::string why = error;
+        body_.restart();
         place(at_start, {}, 0);
         error = why;
     }

@@ -215,6 +215,7 @@ bool work(Job& job, NonlinearHistory& history) {
     std::vector<std::int32_t> material;
     for (std::int32_t part : job.mesh().p_ele_part_id) material.push_back(job.model.parts[part].material_id);
     FiniteBody body{job.mesh(), material, materials, job.threads()};
+    body.form = job.hexahedra();
     body.start();
     const std::vector<double> factors = load_factors(job);
     NewtonOptions options{job.settings.nl_conv, 100, static_cast<std::int32_t>(factors.size())};

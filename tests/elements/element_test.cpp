@@ -73,12 +73,7 @@ std::array<std::array<double, 4>, 4> moments(const Mesh& mesh) {
     return out;
 }
 
-struct ElementForm {
-    ElementKind kind;
-    HexahedronForm form = HexahedronForm::full;
-};
-
-class Element : public ::testing::TestWithParam<ElementForm> {
+class Element : public ::testing::TestWithParam<testing::ElementForm> {
 protected:
     const ElementKind kind = GetParam().kind;
     const HexahedronForm form = GetParam().form;
@@ -219,12 +214,7 @@ TEST_P(Element, AnInvertedOrFlatElementIsTold) {
     }
 }
 
-constexpr ElementForm every_form[] = {{ElementKind::hexahedron},
-                                      {ElementKind::hexahedron, HexahedronForm::enhanced},
-                                      {ElementKind::hexahedron, HexahedronForm::mean_dilatation},
-                                      {ElementKind::tetrahedron4},
-                                      {ElementKind::tetrahedron10}};
-INSTANTIATE_TEST_SUITE_P(Forms, Element, ::testing::ValuesIn(every_form));
+INSTANTIATE_TEST_SUITE_P(Forms, Element, ::testing::ValuesIn(testing::every_form));
 
 TEST(Stress, MisesAndLargestPrincipal) {
     std::mt19937 random(5);
