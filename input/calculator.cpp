@@ -5,6 +5,7 @@
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #endif
 #include <algorithm>
+#include <array>
 #include <boost/spirit/include/classic_core.hpp>
 #include <charconv>
 #include <cmath>
@@ -19,6 +20,8 @@ namespace {
 
 namespace spirit = boost::spirit::classic;
 
+using Step = Expression::Step;
+
 // What the semantic actions work on; cleared before each parse.
 struct Calculation {
     // a name whose "(" may still come, and the height of the value stack below its arguments
@@ -27,17 +30,16 @@ struct Calculation {
         std::size_t height;
     };
     std::span<const Parameter> parameters;
-    double time = 0;
-    std::vector<double> values;
+    std::span<const std::string_view> variables;
+    std::vector<Step> steps;
+    std::size_t height = 0, most = 0;  // of the values that the steps leave, so far
     std::vector<Name> names;
     const char* reached = nullptr;  // end of the last number or name
     std::string error;              // the first one
 
-    double pop() {
-        if (values.empty()) return 0;
-        const double value = values.back();
-        values.pop_back();
-        return value;
+    void push(Step step) {
+        steps.push_back(step);
+        most = std::max(most, ++height);
     }
     void fail(std::string text) {
         if (error.empty()) error = std::move(text);
@@ -76,7 +78,7 @@ struct PushNumber {
         double value = 0;
         if (std::from_chars(first, last, value).ec != std::errc{})
             c->fail("number " + std::string(first, last) + " out of range");
-        c->values.push_back(value);
+        c->push({Step::Kind::number, value});
         c->reached = last;
     }
 };
@@ -84,7 +86,7 @@ struct PushNumber {
 struct PushName {
     Calculation* c;
     void operator()(const char* first, const char* last) const {
-        c->names.push_back({std::string_view(first, last), c->values.size()});
+        c->names.push_back({std::string_view(first, last), c->height});
         c->reached = last;
     }
 };
@@ -94,16 +96,12 @@ struct Resolve {
     void operator()(const char*, const char*) const {
         const std::string_view name = c->names.back().text;
         c->names.pop_back();
-        if (name == "time") {
-            c->values.push_back(c->time);
-            return;
-        }
+        for (std::size_t k = 0; k < c->variables.size(); ++k)
+            if (c->variables[k] == name) return c->push({Step::Kind::variable, 0, k});
         for (const Parameter& parameter : c->parameters)
-            if (parameter.name == name) {
-                c->values.push_back(parameter.value);
-                return;
-            }
-        c->values.push_back(0);
+            if (parameter.name == name && name != "time")
+                return c->push({Step::Kind::number, parameter.value});
+        c->push({Step::Kind::number});
         c->fail("unknown name '" + std::string(name) + "'");
     }
 };
@@ -113,8 +111,7 @@ struct Call {
     void operator()(const char*, const char*) const {
         const Calculation::Name name = c->names.back();
         c->names.pop_back();
-        const std::size_t given = c->values.size() - name.height;
-        double result = 0;
+        const std::size_t given = c->height - name.height;
         const Function* found = nullptr;
         for (const Function& function : functions)
             if (function.name == name.text) found = &function;
@@ -123,10 +120,8 @@ struct Call {
         else if (found->arguments != given)
             c->fail(std::string(name.text) + "() takes " + std::to_string(found->arguments) + ", not " +
                     std::to_string(given) + " arguments");
-        else
-            result = found->apply(c->values.data() + name.height);
-        c->values.resize(name.height);
-        c->values.push_back(result);
+        c->height = name.height;
+        c->push({Step::Kind::function, 0, given, nullptr, found ? found->apply : nullptr});
     }
 };
 
@@ -134,15 +129,14 @@ struct Binary {
     Calculation* c;
     double (*operation)(double, double);
     void operator()(const char*, const char*) const {
-        const double right = c->pop();
-        const double left = c->pop();
-        c->values.push_back(operation(left, right));
+        c->steps.push_back({Step::Kind::binary, 0, 0, operation});
+        --c->height;
     }
 };
 
 struct Negate {
     Calculation* c;
-    void operator()(const char*, const char*) const { c->values.push_back(-c->pop()); }
+    void operator()(const char*, const char*) const { c->steps.push_back({Step::Kind::negate}); }
 };
 
 template <typename Operation>
@@ -200,35 +194,117 @@ std::string shortened(std::string_view text) {
 
 }  // namespace
 
-CalcResult calc(std::string_view text, std::span<const Parameter> parameters, double time) {
-    const std::size_t last = text.find_last_not_of(" \t\r\n\v\f");
-    text = text.substr(0, last == std::string_view::npos ? 0 : last + 1);
-    if (may_be_plain(text))
-        if (const auto number = parse_double(text)) return {*number, {}};
-    if (text.size() > longest_expression)
-        return {0, "longer than " + std::to_string(longest_expression) + " characters"};
+namespace {
 
+// The value that the steps leave; stack: room for as many values as stand on it at most.
+double run(std::span<const Step> steps, std::span<const double> variables, double* stack) {
+    double* top = stack;  // behind the topmost value
+    for (const Step& step : steps) switch (step.kind) {
+            case Step::Kind::number:
+                *top++ = step.value;
+                break;
+            case Step::Kind::variable:
+                *top++ = variables[step.index];
+                break;
+            case Step::Kind::negate:
+                top[-1] = -top[-1];
+                break;
+            case Step::Kind::binary:
+                top[-2] = step.binary(top[-2], top[-1]);
+                --top;
+                break;
+            case Step::Kind::function:
+                top -= step.index;
+                *top = step.function(top);
+                ++top;
+                break;
+        }
+    return *stack;
+}
+
+// The calculation of `text` in this thread's grammar, which the next one overwrites; error: why there is
+// none.
+const Calculation& read(std::string_view text, std::span<const std::string_view> variables,
+                        std::span<const Parameter> parameters, std::string& error) {
     thread_local Grammar grammar;
     Calculation& c = grammar.c;
     c.parameters = parameters;
-    c.time = time;
-    c.values.clear();
+    c.variables = variables;
+    c.steps.clear();
+    c.height = c.most = 0;
     c.names.clear();
     c.error.clear();
     c.reached = text.data();
+    const std::size_t last = text.find_last_not_of(" \t\r\n\v\f");
+    text = text.substr(0, last == std::string_view::npos ? 0 : last + 1);
+    error.clear();
+    if (may_be_plain(text))
+        if (const auto number = parse_double(text)) {
+            c.push({Step::Kind::number, *number});
+            return c;
+        }
+    if (text.size() > longest_expression) {
+        error = "longer than " + std::to_string(longest_expression) + " characters";
+        return c;
+    }
     const char* const end = text.data() + text.size();
     const auto info = spirit::parse(text.data(), end, grammar.expression, spirit::space_p);
-    if (!info.full) {
-        const std::string_view rest(c.reached, end);
-        if (rest.empty()) return {0, text.empty() ? "empty" : "ends too early"};
-        return {0, "not understood at '" + shortened(rest) + "'"};
+    const std::string_view rest(c.reached, end);
+    if (info.full)
+        error = c.error;
+    else if (rest.empty())
+        error = text.empty() ? "empty" : "ends too early";
+    else
+        error = "not understood at '" + shortened(rest) + "'";
+    return c;
+}
+
+// A stack for steps that leave at most `height` values: seldom many.
+class Stack {
+public:
+    explicit Stack(std::size_t height) {
+        if (height > few_.size()) many_.resize(height);
     }
-    if (!c.error.empty()) return {0, c.error};
-    return {c.pop(), {}};
+    double* values() { return many_.empty() ? few_.data() : many_.data(); }
+
+private:
+    std::array<double, 16> few_;
+    std::vector<double> many_;
+};
+
+}  // namespace
+
+CalcResult calc(std::string_view text, std::span<const Parameter> parameters, double time) {
+    static constexpr std::string_view time_word[] = {"time"};
+    CalcResult result;
+    const Calculation& c = read(text, time_word, parameters, result.error);
+    if (!result.ok()) return result;
+    Stack stack(c.most);
+    result.value = run(c.steps, std::span(&time, 1), stack.values());
+    return result;
+}
+
+Expression::Expression(std::string_view text, std::span<const std::string_view> variables,
+                       std::span<const Parameter> parameters) {
+    const Calculation& c = read(text, variables, parameters, error_);
+    if (ok()) {
+        steps_ = c.steps;
+        height_ = c.most;
+    } else {
+        steps_ = {{Step::Kind::number}};
+    }
+}
+
+double Expression::at(std::span<const double> values) const {
+    Stack stack(height_);
+    return run(steps_, values, stack.values());
 }
 
 bool names_time(std::string_view text) {
-    constexpr std::string_view word = "time";
+    return uses_name(text, "time");
+}
+
+bool uses_name(std::string_view text, std::string_view word) {
     const auto in_name = [&](std::size_t k) {
         return k < text.size() && (is_letter(text[k]) || is_digit(text[k]));
     };

@@ -10,6 +10,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "model/records.h"
 
@@ -27,7 +28,36 @@ struct CalcResult {
 // unknown name or function, wrong number of arguments, text left over, text too long. Any thread.
 CalcResult calc(std::string_view text, std::span<const Parameter> parameters, double time = 0);
 
-// Whether the expression names `time`, as a whole name and not as a part of one.
+// An expression that is read once and evaluated often, by several threads at a time too.
+class Expression {
+public:
+    // `variables` come before the parameters; `time` is known only where it is one of them. Errors as those
+    // of calc(): the expression is then 0.
+    Expression(std::string_view text, std::span<const std::string_view> variables,
+               std::span<const Parameter> parameters);
+    // The value with these values of the variables, in their order.
+    double at(std::span<const double> values) const;
+
+    const std::string& error() const { return error_; }
+    bool ok() const { return error_.empty(); }
+
+    // One step of the evaluation on a stack of values.
+    struct Step {
+        enum class Kind { number, variable, negate, binary, function } kind;
+        double value = 0;
+        std::size_t index = 0;  // of the variable; of a function: how many arguments
+        double (*binary)(double, double) = nullptr;
+        double (*function)(const double* arguments) = nullptr;
+    };
+
+private:
+    std::vector<Step> steps_;
+    std::size_t height_ = 1;  // most values on the stack
+    std::string error_;
+};
+
+// Whether the expression names `word`, as a whole name and not as a part of one.
+bool uses_name(std::string_view text, std::string_view word);
 bool names_time(std::string_view text);
 
 // Whether an expression can refer to a parameter of this name.

@@ -21,6 +21,7 @@ struct FieldExpression {
     std::function<double(const double* x, double time)> at;
 
     bool given() const { return !text.empty(); }
+    bool operator==(const FieldExpression& other) const { return text == other.text; }
 };
 
 // factor= and case= of a load. Without a factor a load is whole in static, eigen and explicit analyses and

@@ -14,7 +14,8 @@ namespace kestralum {
 
 inline constexpr const char* program_version = "ver3.01";
 
-// Settings of the explicit analysis, from the control file beside the model; 0 until one is read.
+// Settings of the explicit and the nonlinear analysis, from the control file beside the model; 0 until one is
+// read.
 struct AnalysisControl {
     double d_time = 0;                  // time step, s
     double end_time = 0;                // s
@@ -24,6 +25,9 @@ struct AnalysisControl {
     std::int32_t gravity_sign = 1;      // +1 or -1
     bool plastic = false;
     bool element_contact = false;
+    std::int32_t nl_halving = 0;               // how often a nonlinear increment may be halved
+    std::vector<double> load_factors{};        // of the nonlinear increments; empty: not given
+    FieldExpression load_factor_expression{};  // of `time` = k/step_num, k = 1 … step_num
 
     bool operator==(const AnalysisControl&) const = default;
 };
@@ -51,7 +55,9 @@ struct Model {
     std::vector<RigidElement> rigid_elements;
     std::vector<RigidForce> rigid_forces;
     std::vector<RigidCombine> rigid_combines;
-    std::vector<Load> loads;                    // load_info
+    std::vector<Load> loads;        // load_info, but for those that rigid elements apply
+    std::vector<Load> rigid_loads;  // remote loads by coupling=rigid: they stand in rigid_elements and
+                                    // rigid_forces, made anew from here at each reading
     std::vector<LoadCombination> combinations;  // load_combination
     std::vector<TieRecord> ties;                // tie_info
     std::int32_t mode_count = 1;                // mode_num / step_num of the model file

@@ -166,6 +166,7 @@ struct RigidElement {
     // half thickness along the axis (m)
     std::array<double, 6> region{};
     std::string set_name;  // kind area, not empty: the nodes of this set, `region` is the box around them
+    bool of_load = false;  // made of a remote load of load_info
 };
 
 enum class RigidDirection : std::int32_t { x = 0, y = 1, z = 2, rx = 3, ry = 4, rz = 5, normal = 6 };
@@ -179,6 +180,7 @@ struct RigidForce {
     RigidDirection direction = RigidDirection::x;
     double value = 0;  // N, or N·m for rx ry rz
     LoadOptions options{};
+    bool of_load = false;  // made of a remote load of load_info
 };
 
 struct RigidCombine {
