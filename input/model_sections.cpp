@@ -26,6 +26,9 @@ constexpr KeywordRow keyword_rows[] = {
     {"rigid_force", Keyword::rigid_force},
     {"rigid_combine", Keyword::rigid_combine},
     {"set_info", Keyword::set_info},
+    {"load_info", Keyword::load_info},
+    {"load_combination", Keyword::load_combination},
+    {"tie_info", Keyword::tie_info},
     {"%", Keyword::comment},
     {"END", Keyword::end},
 };

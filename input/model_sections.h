@@ -22,6 +22,9 @@ enum class Keyword {
     rigid_force,
     rigid_combine,
     set_info,
+    load_info,
+    load_combination,
+    tie_info,
     comment,
     end,
 };
