@@ -24,6 +24,15 @@ void add_at_nodes(const FacePoints& face, const FacePoint& point, const Vec3& fo
 
 }  // namespace
 
+std::string wrong_value_on(const Mesh& mesh, std::span<const ElementFace> faces, const std::string& record,
+                           const FieldExpression& field, double time, double least) {
+    std::string first;
+    for_each_point(mesh, faces, [&](const FacePoints&, const FacePoint& point) {
+        if (first.empty()) first = wrong_value(record, field, point.rest.data(), time, least);
+    });
+    return first;
+}
+
 void add_traction(const Mesh& mesh, std::span<const ElementFace> faces,
                   const std::array<FieldExpression, 3>& traction, double time, std::span<double> nodal) {
     for_each_point(mesh, faces, [&](const FacePoints& face, const FacePoint& point) {

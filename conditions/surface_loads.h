@@ -5,6 +5,7 @@
 
 #include <array>
 #include <functional>
+#include <limits>
 #include <span>
 #include <string>
 
@@ -32,6 +33,11 @@ struct FacePoints {
     std::array<FacePoint, 7> point;
 };
 void face_points(const Mesh& mesh, const ElementFace& face, std::span<const double> u, FacePoints& out);
+
+// The first of wrong_value() at the faces' points at rest; empty where the field can be used on all of them.
+std::string wrong_value_on(const Mesh& mesh, std::span<const ElementFace> faces, const std::string& record,
+                           const FieldExpression& field, double time,
+                           double least = -std::numeric_limits<double>::infinity());
 
 // Pressure at `time`, positive against the outward normal: of the faces at rest (u empty) or as displaced.
 // The value is taken at the place at rest.

@@ -8,7 +8,8 @@
 #include <span>
 
 #include "input/explicit_sections.h"
-#include "input/record_fields.h"
+#include "input/hardening_table.h"
+#include "input/record_options.h"
 #include "model/paths.h"
 #include "model/progress.h"
 #include "model/token_reader.h"
@@ -16,6 +17,8 @@
 namespace kestralum {
 
 namespace {
+
+constexpr std::int32_t most_halvings = 20;
 
 class ControlFile {
 public:
@@ -52,10 +55,12 @@ public:
         notice("INITIAL_VELOCITY", tables_.initial_velocities.size());
         notice("VELOCITY_INPUT", tables_.velocity_inputs.size());
         notice("ELEMENT_CONTACT", tables_.contacts.size());
+        notice("LOAD_FACTORS", control_.load_factors.size());
+        notice("LOAD_FACTOR_EXPR", control_.load_factor_expression.given());
     }
 
     void move_into(Model& model) noexcept {
-        model.control = control_;
+        model.control = std::move(control_);
         model.materials = std::move(materials_);
         model.explicit_tables = std::move(tables_);
     }
@@ -140,7 +145,19 @@ private:
         read_switch(key, control_.element_contact, "  Element_contact=%s\n", "  element_contact=%d\n");
     }
 
+    void nl_halving(std::string_view key) {
+        const auto token = value_token(key);
+        if (!token) return;
+        const auto count = fields_.count(*token, 0);
+        if (!count) return;
+        if (*count > most_halvings) remarks_.expected(*token, "an integer of 0 to 20");
+        control_.nl_halving = *count;
+        progress_.print("  nl_halving=%d\n", control_.nl_halving);
+    }
+    void load_factors(std::string_view key);
+    void load_factor_expr(std::string_view key);
     void material_extra_info(std::string_view key);
+    void read_constants(const OptionRecord& record);
     void rigid_wall(std::string_view key) {
         read_walls(section(key), parameters_, mesh_, remarks_, tables_.walls, progress_);
     }
@@ -184,6 +201,9 @@ const ControlFile::Row ControlFile::rows[] = {
     {"INITIAL_VELOCITY", &ControlFile::initial_velocity},
     {"VELOCITY_INPUT", &ControlFile::velocity_input},
     {"ELEMENT_CONTACT", &ControlFile::contact},
+    {"NL_HALVING", &ControlFile::nl_halving},
+    {"LOAD_FACTORS", &ControlFile::load_factors},
+    {"LOAD_FACTOR_EXPR", &ControlFile::load_factor_expr},
     {"%", &ControlFile::comment},
 };
 
@@ -212,31 +232,62 @@ TableSection ControlFile::section(std::string_view key) {
     return out;
 }
 
-void ControlFile::material_extra_info(std::string_view key) {
-    constexpr std::size_t record_length = 4;
+// Each of the two takes the place of the other.
+void ControlFile::load_factors(std::string_view key) {
     const TableSection table = section(key);
-    const auto records = records_of(table, record_length, remarks_);
+    control_.load_factors.clear();
+    control_.load_factor_expression = {};
+    for (const Token& token : table.tokens) control_.load_factors.push_back(fields_.number(token));
+    if (table.tokens.empty()) remarks_.expected(table.closing, "a load factor");
+    check_section_end(std::string(key), table.closing, 0, 1, remarks_);
+    progress_.print("  load_factor_num=%zu\n", control_.load_factors.size());
+}
+
+void ControlFile::load_factor_expr(std::string_view key) {
+    seen_.push_back(key);
+    const auto token = value_token(key);
+    if (!token) return;
+    control_.load_factors.clear();
+    control_.load_factor_expression = field_expression(*token, token->text, FieldOf::time, fields_);
+    progress_.write("  load_factor=" + control_.load_factor_expression.text + "\n");
+}
+
+void ControlFile::material_extra_info(std::string_view key) {
+    static constexpr std::string_view keys[] = {"table=", "kinematic=", "shear="};
+    const TableSection table = section(key);
+    const auto records = records_with_options(
+        std::string(key), table.tokens, table.closing, keys, [](auto) { return std::size_t{4}; }, remarks_);
     progress_.print("  mat_info_num=%zu\n", records.size());
-    for (const std::span<const Token> tokens : records) {
-        const std::string name = fields_.name(tokens[0], material_text_width);
-        double constants[3];  // G, Sy, Sd
-        for (std::size_t c = 0; c < 3; ++c)
-            constants[c] = fields_.number_where(
-                tokens[1 + c], [](double v) { return v >= 0; }, "a constant of at least 0 Pa");
-        bool known = false;
-        for (Material& material : materials_) {
-            if (material.name != name) continue;
-            known = true;
-            material.shear_modulus = constants[0];
-            material.yield_stress = constants[1];
-            material.hardening = constants[2];
-        }
-        if (known)
-            progress_.print("%s:G=%.3e, Sy=%.3e, Sd=%.3e\n", name.c_str(), constants[0], constants[1],
-                            constants[2]);
-        else
-            remarks_.notice(tokens[0], "no material of this name; its constants are passed over");
+    for (const OptionRecord& record : records) read_constants(record);
+}
+
+void ControlFile::read_constants(const OptionRecord& record) {
+    const std::span<const Token> tokens = record.tokens;
+    const RecordOptions options(record.options, fields_);
+    const std::string name = fields_.name(tokens[0], material_text_width);
+    double constants[3];  // G, Sy, Sd
+    for (std::size_t c = 0; c < 3; ++c)
+        constants[c] = fields_.number_where(
+            tokens[1 + c], [](double v) { return v >= 0; }, "a constant of at least 0 Pa");
+    const auto table = read_hardening_table(options);
+    const double kinematic = options.number(
+        "kinematic=", 0, [](double v) { return v >= 0; }, "a kinematic hardening modulus of at least 0 Pa");
+    const Token* shear = options.find("shear=");
+    if (shear && options.value("shear=") != "elastic") remarks_.expected(*shear, "shear=elastic");
+    bool known = false;
+    for (Material& material : materials_) {
+        if (material.name != name) continue;
+        known = true;
+        material.shear_modulus = constants[0];
+        material.yield_stress = constants[1];
+        material.hardening = constants[2];
+        material.hardening_table = table;
+        material.kinematic = kinematic;
+        material.elastic_shear = shear != nullptr;
     }
+    if (!known) return remarks_.notice(tokens[0], "no material of this name; its constants are passed over");
+    progress_.print("%s:G=%.3e, Sy=%.3e, Sd=%.3e\n", name.c_str(), constants[0], constants[1], constants[2]);
+    options.list(progress_);
 }
 
 AnalysisInfoStatus read_control_text(std::string_view text, Model& model, InputRemarks& remarks,

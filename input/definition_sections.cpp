@@ -2,7 +2,7 @@
 #include <cmath>
 
 #include "input/calculator.h"
-#include "input/record_fields.h"
+#include "input/record_options.h"
 #include "input/section_readers.h"
 #include "model/format.h"
 #include "model/progress.h"
@@ -10,13 +10,16 @@
 namespace kestralum {
 
 void read_material_info(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
-    const auto records = records_of(section, 4, remarks);
+    static constexpr std::string_view keys[] = {"alpha="};
+    const auto records = records_with_options(
+        section, keys, [](auto) { return std::size_t{4}; }, remarks);
     const RecordFields fields(model.parameters, remarks);
     progress.print("material_num=%zu\n", records.size());
     std::vector<Material> materials;
     RecordNames names("a part takes the later material", remarks);
-    for (const auto& record : records) {
+    for (const auto& [record, words] : records) {
         if (progress.cancelled()) return;
+        const RecordOptions options(words, fields);
         Material& m = materials.emplace_back();
         m.id = static_cast<std::int32_t>(materials.size()) - 1;
         m.name = fields.name(record[0], material_text_width);
@@ -27,7 +30,10 @@ void read_material_info(const FileSection& section, Model& model, InputRemarks& 
             record[2], [](double v) { return v > 0; }, "a Young's modulus above 0 Pa");
         m.poisson = fields.number_where(
             record[3], [](double v) { return v > -1 && v < 0.5; }, "a Poisson ratio between -1 and 0.5");
+        m.expansion = options.number(
+            "alpha=", 0, [](double) { return true; }, "a thermal expansion in 1/K");
         progress.print(" %s:p=%e, E=%e, nyu=%e\n", m.name.c_str(), m.density, m.young, m.poisson);
+        options.list(progress);
     }
     model.materials = std::move(materials);
 }

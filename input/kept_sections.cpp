@@ -10,13 +10,20 @@ namespace {
 
 bool same_materials(const std::vector<Material>& a, const std::vector<Material>& b) {
     return std::ranges::equal(a, b, [](const Material& p, const Material& q) {
-        return p.name == q.name && p.density == q.density && p.young == q.young && p.poisson == q.poisson;
+        return p.name == q.name && p.density == q.density && p.young == q.young && p.poisson == q.poisson &&
+               p.expansion == q.expansion;
     });
 }
 
 bool same_parameters(const std::vector<Parameter>& a, const std::vector<Parameter>& b) {
     return std::ranges::equal(
         a, b, [](const Parameter& p, const Parameter& q) { return p.name == q.name && p.value == q.value; });
+}
+
+// Whether the rigid table has more than what remote loads put there.
+template <typename Record>
+bool holds_own(const std::vector<Record>& table) {
+    return std::ranges::any_of(table, [](const Record& record) { return !record.of_load; });
 }
 
 }  // namespace
@@ -36,10 +43,13 @@ std::vector<std::string> kept_sections(const Model& former, const ModelSections&
         {Keyword::part_info, !former.parts.empty()},
         {Keyword::boundary_condition, !former.boundary_conditions.empty()},
         {Keyword::apply_force, !former.forces.empty()},
-        {Keyword::rigid_element, !former.rigid_elements.empty()},
-        {Keyword::rigid_force, !former.rigid_forces.empty()},
+        {Keyword::rigid_element, holds_own(former.rigid_elements)},
+        {Keyword::rigid_force, holds_own(former.rigid_forces)},
         {Keyword::rigid_combine, !former.rigid_combines.empty()},
         {Keyword::set_info, !former.sets.empty()},
+        {Keyword::load_info, !former.loads.empty() || !former.rigid_loads.empty()},
+        {Keyword::load_combination, !former.combinations.empty()},
+        {Keyword::tie_info, !former.ties.empty()},
     };
     std::vector<std::string> kept;
     for (const auto& [keyword, held] : tables)

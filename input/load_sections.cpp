@@ -1,5 +1,5 @@
 // Boundary conditions and applied forces.
-#include "input/record_fields.h"
+#include "input/record_options.h"
 #include "input/section_readers.h"
 #include "model/format.h"
 #include "model/progress.h"
@@ -9,23 +9,66 @@ namespace kestralum {
 namespace {
 
 constexpr std::size_t support_fields = 9, set_support_fields = 3;
+constexpr std::string_view displacement_keys[] = {"ux=", "uy=", "uz="};
+constexpr std::string_view support_option_keys[] = {
+    "fix=", "ux=", "uy=", "uz=", "spring=", "spring_normal=", "case="};
+
+void read_fix(const Token& word, std::string_view directions, SupportOptions& options,
+              InputRemarks& remarks) {
+    options.normal = directions == "normal";
+    if (options.normal) return;
+    bool good = !directions.empty();
+    for (const char letter : directions) {
+        const bool axis = letter >= 'x' && letter <= 'z';
+        good = good && axis && !options.fixed[letter - 'x'];
+        if (axis) options.fixed[letter - 'x'] = true;
+    }
+    if (!good) remarks.expected(word, "fix= with letters of xyz, each once, or fix=normal");
+}
+
+SupportOptions support_options(const RecordOptions& given) {
+    SupportOptions options;
+    InputRemarks& remarks = given.fields().remarks();
+    if (const Token* word = given.find("fix=")) read_fix(*word, given.value("fix="), options, remarks);
+    bool moved = false;
+    for (std::size_t c = 0; c < 3; ++c) {
+        options.displacement[c] = given.expression(displacement_keys[c], FieldOf::place_and_time);
+        const bool moves = given.find(displacement_keys[c]);
+        options.fixed[c] = options.fixed[c] || moves;
+        moved = moved || moves;
+    }
+    constexpr std::string_view range = "a stiffness of at least 0 N/m^3";
+    options.spring = given.expression("spring=", FieldOf::place, range);
+    options.normal_spring = given.expression("spring_normal=", FieldOf::place, range);
+    options.case_name = given.case_name();
+    const Token* const of_case = given.find("case=");
+    if (of_case && !moved) remarks.expected(*of_case, "ux=, uy= or uz= beside case=");
+    options.given = given.any();
+    return options;
+}
+
 }  // namespace
 
 void read_boundary_condition(const FileSection& section, Model& model, InputRemarks& remarks,
                              Progress& progress) {
     static constexpr std::array<std::string_view, 3> selections{"plane", "area", "volume"};
     echo_tokens(section.tokens, progress);
-    const auto records = records_or_sets(section, support_fields, set_support_fields, remarks);
+    const auto length = [](std::span<const Token> rest) {
+        return rest.size() > 1 && rest[1].text == set_word ? set_support_fields : support_fields;
+    };
+    const auto records = records_with_options(section, support_option_keys, length, remarks);
     const RecordFields fields(model.parameters, remarks);
     progress.print("bc_num=%zu\n", records.size());
     std::vector<BoundaryCondition> conditions;
     RecordNames names("both supports act", remarks);
-    for (const auto& record : records) {
+    for (const auto& [record, words] : records) {
         if (progress.cancelled()) return;
+        const RecordOptions options(words, fields);
         BoundaryCondition& bc = conditions.emplace_back();
         bc.id = static_cast<std::int32_t>(conditions.size()) - 1;
         bc.name = fields.name(record[0], name_text_width);
         names.add(record[0], bc.name);
+        bc.options = support_options(options);
         bc.selection_word = truncate_text(record[1].text, name_text_width);
         if (bc.selection_word == set_word) {
             bc.kind = Selection::volume;
@@ -33,6 +76,7 @@ void read_boundary_condition(const FileSection& section, Model& model, InputRema
             bc.set_name = fields.name(record[2], name_text_width);
             progress.print("%d:%s, %s, %s\n", bc.id, bc.name.c_str(), bc.selection_word.c_str(),
                            bc.set_name.c_str());
+            options.list(progress);
             continue;
         }
         bc.kind = static_cast<Selection>(fields.word(record[1], selections, "a selection"));
@@ -45,6 +89,7 @@ void read_boundary_condition(const FileSection& section, Model& model, InputRema
         progress.print("%d:%s, %s[%d], %s[%d]\n", bc.id, bc.name.c_str(), bc.selection_word.c_str(),
                        static_cast<int>(bc.kind), bc.axis_word.c_str(), bc.axis);
         progress.write(":" + labelled_values(record.subspan(3), bc.box) + ",\n");
+        options.list(progress);
     }
     model.boundary_conditions = std::move(conditions);
 }
@@ -54,24 +99,20 @@ namespace {
 constexpr std::size_t node_force_fields = 7, area_force_fields = 10, set_force_fields = 5;
 
 // Its kind decides how many tokens a force has; a kind that is not understood ends the counting.
-std::vector<std::span<const Token>> force_records(const FileSection& section, InputRemarks& remarks) {
-    const std::span<const Token> tokens(section.tokens);
-    std::vector<std::span<const Token>> records;
-    std::size_t at = 0, length = node_force_fields;
-    while (at + 1 < tokens.size()) {
-        const std::string_view kind = tokens[at + 1].text;
+std::vector<OptionRecord> force_records(const FileSection& section, InputRemarks& remarks) {
+    std::size_t last = node_force_fields;
+    const auto length = [&](std::span<const Token> rest) -> std::size_t {
+        if (rest.size() < 2) return last;
+        const std::string_view kind = rest[1].text;
         if (kind != "node" && kind != "area" && kind != set_word) {
-            remarks.expected(tokens[at + 1],
+            remarks.expected(rest[1],
                              "a kind of force (node, area, set); the section cannot be read further");
-            return records;
+            return 0;
         }
-        length = kind == "area" ? area_force_fields : kind == set_word ? set_force_fields : node_force_fields;
-        if (at + length > tokens.size()) break;
-        records.push_back(tokens.subspan(at, length));
-        at += length;
-    }
-    check_section_end(section, tokens.size() - at, length, remarks);
-    return records;
+        last = kind == "area" ? area_force_fields : kind == set_word ? set_force_fields : node_force_fields;
+        return last;
+    };
+    return records_with_options(section, load_option_keys, length, remarks);
 }
 
 AppliedForce read_force(std::span<const Token> record, const RecordFields& fields) {
@@ -118,12 +159,16 @@ void read_apply_force(const FileSection& section, Model& model, InputRemarks& re
     progress.print("Apply_Force\n");
     std::vector<AppliedForce> forces;
     RecordNames names("both forces act", remarks);
-    for (const auto& record : records) {
+    for (const auto& [record, words] : records) {
         if (progress.cancelled()) return;
+        const RecordOptions options(words, fields);
         forces.push_back(read_force(record, fields));
+        forces.back().options = options.of_load();
         names.add(record[0], forces.back().name);
         forces.back().id = static_cast<std::int32_t>(forces.size()) - 1;
         list_force(forces.back(), record, progress);
+        if (options.any()) progress.write("\n");
+        options.list(progress);
     }
     model.forces = std::move(forces);
 }

@@ -76,8 +76,9 @@ OverrideTable prepare_overrides(std::span<const ParameterOverride> overrides, co
     return table;
 }
 
-void convert_section(const FileSection& section, const OverrideTable& overrides, Model& model,
-                     InputRemarks& remarks, Progress& progress) {
+void convert_section(const FileSection& section, const OverrideTable& overrides,
+                     UnresolvedCombinations& combinations, Model& model, InputRemarks& remarks,
+                     Progress& progress) {
     progress.print("str=%s\n", std::string(section.opening.text).c_str());
     switch (section.keyword) {
         case Keyword::material_info:
@@ -102,8 +103,17 @@ void convert_section(const FileSection& section, const OverrideTable& overrides,
             return read_rigid_combine(section, model, remarks, progress);
         case Keyword::set_info:
             return read_set_info(section, model, remarks, progress);
+<<<<<<< HEAD
         case Keyword::hexahedra:
             return read_hexahedra(section, model, remarks, progress);
+=======
+        case Keyword::load_info:
+            return read_load_info(section, model, remarks, progress);
+        case Keyword::load_combination:
+            return read_load_combination(section, model, combinations, remarks, progress);
+        case Keyword::tie_info:
+            return read_tie_info(section, model, remarks, progress);
+>>>>>>> 5c3d853e705020286ad4af50a36db35e8d9180c8
         case Keyword::comment:
         case Keyword::end:
             return;
@@ -175,9 +185,11 @@ bool read_tables(const std::string& text, std::span<const ParameterOverride> ove
     }
     report.kept_sections = kept_sections(model, sections);
     const OverrideTable table = prepare_overrides(overrides, sections, model, remarks);
+    UnresolvedCombinations combinations;
+    remove_rigid_loads(model);
     for (const FileSection& section : sections.sections) {
         notice_swallowed_keywords(section, remarks, progress);
-        convert_section(section, table, model, remarks, progress);
+        convert_section(section, table, combinations, model, remarks, progress);
         if (progress.cancelled()) return false;
     }
     if (!sections.end.text.empty()) progress.print("str=%s\n", report.end_token.c_str());
@@ -185,6 +197,8 @@ bool read_tables(const std::string& text, std::span<const ParameterOverride> ove
     if (!report.kept_sections.empty())
         remarks.notice("not in the file, left as the earlier model had them: " +
                        joined(report.kept_sections));
+    add_rigid_loads(model, remarks);
+    resolve_combinations(combinations, model, remarks);
     if (remarks.ok()) resolve_references(model, remarks);
     return remarks.ok();
 }
@@ -222,6 +236,7 @@ bool mesh_model(Model& model, InputRemarks& remarks, Progress& progress) {
     for (const std::string& text : of_sets.errors) remarks.error(text);
     if (progress.cancelled()) return false;
     if (remarks.ok()) resolve_sets(model, remarks);
+    if (remarks.ok()) check_load_places(model, remarks);
     if (!remarks.ok()) return false;
     progress.print("PART_O\n");
     model.parts_o = as_read;

@@ -8,8 +8,8 @@
 
 namespace kestralum {
 
-std::optional<double> RecordFields::evaluate(const Token& token) const {
-    const CalcResult result = calc(token.text, parameters_);
+std::optional<double> RecordFields::evaluate(const Token& token, std::string_view text) const {
+    const CalcResult result = calc(text, parameters_);
     if (!result.ok()) {
         remarks_.expected(
             token, "a number or an expression over the parameters defined so far (" + result.error + ")");
@@ -19,7 +19,7 @@ std::optional<double> RecordFields::evaluate(const Token& token) const {
         remarks_.expected(token, "a finite value");
         return std::nullopt;
     }
-    if (names_time(token.text)) remarks_.notice(token, time_is_zero);
+    if (names_time(text)) remarks_.notice(token, time_is_zero);
     return result.value;
 }
 

@@ -21,7 +21,9 @@ public:
 
     // Value of an expression at time 0, with a notice where it names `time`. No value or a non-finite one is
     // an error and gives nothing.
-    std::optional<double> evaluate(const Token& token) const;
+    std::optional<double> evaluate(const Token& token) const { return evaluate(token, token.text); }
+    // The same of an expression within the token.
+    std::optional<double> evaluate(const Token& token, std::string_view text) const;
     // The same with 0 in place of nothing.
     double number(const Token& token) const { return evaluate(token).value_or(0.0); }
     template <std::size_t N>
@@ -48,6 +50,7 @@ public:
     std::string name(const Token& token, std::size_t width) const;
 
     InputRemarks& remarks() const { return remarks_; }
+    std::span<const Parameter> parameters() const { return parameters_; }
 
 private:
     std::span<const Parameter> parameters_;
@@ -97,6 +100,10 @@ struct SetRecord {
 std::vector<std::span<const Token>> records_or_sets(const std::string& name, std::span<const Token> tokens,
                                                     const Token& closing, const SetRecord& record,
                                                     InputRemarks& remarks);
+// The error of `left_over` tokens at the end of a section's records of `length`; the notice of a section that
+// ends with the file.
+void check_section_end(const std::string& name, const Token& closing, std::size_t left_over,
+                       std::size_t length, InputRemarks& remarks);
 void check_section_end(const FileSection& section, std::size_t left_over, std::size_t length,
                        InputRemarks& remarks);
 

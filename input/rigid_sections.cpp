@@ -1,5 +1,5 @@
 // Rigid elements, the forces on them and the springs between them.
-#include "input/record_fields.h"
+#include "input/record_options.h"
 #include "input/section_readers.h"
 #include "model/progress.h"
 
@@ -18,7 +18,7 @@ std::array<double, 6> read_round_region(const Token& name, std::span<const Token
     return region;
 }
 
-constexpr std::size_t element_fields = 11, set_element_fields = 6;
+constexpr std::size_t element_fields = 11, set_element_fields = 6, force_fields = 4;
 
 RigidElement read_element(std::span<const Token> record, const RecordFields& fields) {
     static constexpr std::array<std::string_view, 2> selections{"area", "round"};
@@ -79,26 +79,29 @@ void read_rigid_element(const FileSection& section, Model& model, InputRemarks& 
 }
 
 void read_rigid_force(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
-    static constexpr std::array<std::string_view, 7> directions{"x", "y", "z", "rx", "ry", "rz", "n"};
     echo_tokens(section.tokens, progress);
-    const auto records = records_of(section, 4, remarks);
+    const auto records = records_with_options(
+        section, load_option_keys, [](auto) { return force_fields; }, remarks);
     const RecordFields fields(model.parameters, remarks);
     progress.print("rigid_force_num=%zu\n", records.size());
     progress.print("Rigid_FORCE\n");
     std::vector<RigidForce> forces;
-    for (const auto& record : records) {
+    for (const auto& [record, words] : records) {
         if (progress.cancelled()) return;
+        const RecordOptions options(words, fields);
         RigidForce& f = forces.emplace_back();
         f.id = static_cast<std::int32_t>(forces.size()) - 1;
         f.name = fields.name(record[0], name_text_width);
         f.element_name = fields.name(record[1], name_text_width);
         f.element = named_element(record[1], f.element_name, model, remarks);
         f.direction_word = truncate_text(record[2].text, name_text_width);
-        f.direction = static_cast<RigidDirection>(fields.word(record[2], directions, "a direction"));
+        f.direction = static_cast<RigidDirection>(fields.word(record[2], rigid_directions, "a direction"));
         f.value = fields.number(record[3]);
         progress.print("%d:%s\n", f.id, f.name.c_str());
         progress.print("%s, %s[%d], %s[%.3e]\n", f.element_name.c_str(), f.direction_word.c_str(),
                        static_cast<int>(f.direction), std::string(record[3].text).c_str(), f.value);
+        f.options = options.of_load();
+        options.list(progress);
     }
     model.rigid_forces = std::move(forces);
 }

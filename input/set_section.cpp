@@ -38,17 +38,6 @@ std::size_t token_count(SetKind kind) {
     return 1;
 }
 
-// The value of an expression at a place: x, y, z in metres before the parameters.
-std::function<double(const double*)> value_at(std::string text, std::span<const Parameter> parameters) {
-    std::vector<Parameter> names(3);
-    for (std::size_t c = 0; c < 3; ++c) names[c].name = axis_words[c];
-    names.insert(names.end(), parameters.begin(), parameters.end());
-    return [text = std::move(text), names = std::move(names)](const double* x) mutable {
-        for (std::size_t c = 0; c < 3; ++c) names[c].value = x[c];
-        return calc(text, names).value;
-    };
-}
-
 std::vector<std::string> split_names(const Token& token, InputRemarks& remarks) {
     std::vector<std::string> names;
     std::string_view rest = token.text;
@@ -93,9 +82,9 @@ public:
         read_definition(tokens.subspan(2, count), set);
         tokens = tokens.subspan(2 + count);
         for (; !tokens.empty() && tokens[0].text.starts_with(tolerance_option); tokens = tokens.subspan(1)) {
-            const Token value{tokens[0].text.substr(tolerance_option.size()), tokens[0].number};
-            set.tolerance = fields_.number_where(
-                value, [](double v) { return v >= 0; }, "tol=LENGTH of at least 0 m");
+            const auto value = fields_.evaluate(tokens[0], tokens[0].text.substr(tolerance_option.size()));
+            if (value && *value < 0) remarks_.expected(tokens[0], "tol=LENGTH of at least 0 m");
+            set.tolerance = value.value_or(0);
         }
         return true;
     }
@@ -144,13 +133,14 @@ private:
         for (std::size_t c = 0; c < 3; ++c) v[c] = fields_.number(t[c]);
     }
     void read_expression(const Token& token, SetDefinition& set) {
-        set.where = value_at(std::string(token.text), model_.parameters);
-        std::vector<Parameter> names(model_.parameters.begin(), model_.parameters.end());
-        for (const std::string_view axis : axis_words) names.emplace_back().name = axis;
-        const CalcResult tried = calc(token.text, names);
-        if (!tried.ok())
-            remarks_.expected(
-                token, "an expression over x, y, z and the parameters defined so far (" + tried.error + ")");
+        static constexpr std::string_view variables[] = {"x", "y", "z", "time"};
+        const Expression expression(token.text, variables, model_.parameters);
+        if (!expression.ok())
+            remarks_.expected(token, "an expression over x, y, z and the parameters defined so far (" +
+                                         expression.error() + ")");
+        set.where = [expression](const double* x) {
+            return expression.at(std::array{x[0], x[1], x[2], 0.0});
+        };
     }
 
     const Model& model_;

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,6 +24,11 @@ struct FieldExpression {
     bool given() const { return !text.empty(); }
     bool operator==(const FieldExpression& other) const { return text == other.text; }
 };
+
+// Why the field of a record cannot be used at x (null: it is of time alone): "RECORD: '1/x' is inf at (0, 0,
+// 0) m, time 1". Empty where the value is finite and not below `least`.
+std::string wrong_value(const std::string& record, const FieldExpression& field, const double* x, double time,
+                        double least = -std::numeric_limits<double>::infinity());
 
 // factor= and case= of a load. Without a factor a load is whole in static, eigen and explicit analyses and
 // grows with the load factor in nonlinear ones. Static analyses take `time` 1.

@@ -66,6 +66,51 @@ TEST(AnalysisInfo, EverySettingAndItsEcho) {
               "FILE CLOSE !!\n");
 }
 
+TEST(AnalysisInfo, HardeningCurvesAndLoadFactors) {
+    const Outcome o = read_control(
+        "MATERIAL_EXTRA_INFO ALU 1 2 3 table=0:2*1e8,1*mm:SWITCH(1,3e8,0,0) kinematic=1e9 shear=elastic "
+        "STEEL 1 2 3 % "
+        "NL_HALVING 2^2 LOAD_FACTOR_EXPR sin(time) LOAD_FACTORS 0.5 1 -1 %");
+    const Material &steel = o.model.materials[0], &alu = o.model.materials[1];
+    EXPECT_EQ(alu.hardening_table, (std::vector<std::array<double, 2>>{{0, 2e8}, {0.001, 3e8}}));
+    EXPECT_TRUE(alu.kinematic == 1e9 && alu.elastic_shear && !steel.elastic_shear);
+    EXPECT_EQ(o.control().load_factors, (std::vector<double>{0.5, 1, -1}));
+    EXPECT_FALSE(o.control().load_factor_expression.given()) << "the later of both holds";
+    EXPECT_EQ(o.control().nl_halving, 4);
+    EXPECT_TRUE(contains(o.lines,
+                         "Sd=3.000e+00\n options: table=0:2*1e8,1*mm:SWITCH(1,3e8,0,0) kinematic=1e9 shear"));
+    // what the next file does not say of a material is gone, what it does not say of the increments stays
+    const Outcome next = read_control("MATERIAL_EXTRA_INFO ALU 1 2 3 % END", o.model);
+    EXPECT_TRUE(next.model.materials[1].hardening_table.empty() && !next.model.materials[1].elastic_shear);
+    EXPECT_EQ(next.control().load_factors.size(), 3u);
+    EXPECT_TRUE(contains(next.notices, "no LOAD_FACTORS; the records of the earlier model stay in force"));
+    const Outcome wave = read_control("LOAD_FACTOR_EXPR 2*time END", o.model);
+    EXPECT_TRUE(wave.control().load_factors.empty());
+    EXPECT_EQ(wave.control().load_factor_expression.at(nullptr, 0.25), 0.5);
+
+    const std::pair<const char*, const char*> wrong[] = {
+        {"table=", "(a pair has no colon)"},
+        {"table=0:1,2", "a pair has no colon"},
+        {"table=1e-9:1", "the first plastic strain is 0"},
+        {"table=0:1,0:2", "the plastic strains rise"},
+        {"table=0:1,1:0", "stresses are above 0"},
+        {"table=0:1,q:2", "unknown name 'q'"},
+        {"table=0:1,", "a pair has no colon"},
+        {"table=0:(1,1:2", "not understood"},
+        {"kinematic=-1", "at least 0 Pa"},
+        {"shear=plastic", "expected shear=elastic"},
+        {"shear=elastic shear=elastic", "the option shear= once"},
+        {"% NL_HALVING 21", "an integer of 0 to 20"},
+        {"% NL_HALVING -1", "at least 0"},
+        {"% LOAD_FACTORS", "a load factor"},
+        {"% LOAD_FACTORS 1 1/0", "a finite value"},
+        {"% LOAD_FACTOR_EXPR x", "an expression over time"}};
+    for (const auto& [words, expected] : wrong)
+        EXPECT_TRUE(contains(
+            read_control(std::string("MATERIAL_EXTRA_INFO ALU 1 2 3 ") + words + " % END").errors, expected))
+            << words;
+}
+
 TEST(AnalysisInfo, GravitySwitchesAndFrequencies) {
     const std::tuple<const char*, int, int> gravities[] = {{"+x", 0, 1},   {"-y", 1, -1}, {"+z", 2, 1},
                                                            {"off", -1, 1}, {"z", -1, 1},  {"-w", -1, 1},

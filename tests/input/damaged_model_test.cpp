@@ -15,7 +15,8 @@ namespace {
 const std::string control_text = R"(KESTRALUM explicit
 d_time 1e-6 end_time 2*1e-3 output_frequency 10 C_alfa 5
 Gravity -z Plastic on Element_contact off
-MATERIAL_EXTRA_INFO STEEL 8e10 2.5e8 1e9 ALU 2.6e10 1e8 0 %
+MATERIAL_EXTRA_INFO STEEL 8e10 2.5e8 1e9 table=0:2e8,1e-3:2.5e8 shear=elastic ALU 2.6e10 1e8 0 kinematic=1e9 %
+NL_HALVING 4 LOAD_FACTORS 0.5 1 -1 % LOAD_FACTOR_EXPR sin(6*time)
 RIGID_WALL FLOOR plane +z 0 0 0 0 0 1 0 1 0 0 0 0 0 % END
 )";
 

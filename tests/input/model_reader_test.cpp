@@ -70,6 +70,83 @@ TEST(ModelReader, TablesOfAWholeModel) {
         EXPECT_TRUE(contains(lines, echo)) << echo << "\nis not in\n" << lines;
 }
 
+TEST(ModelReader, SupportsLoadsAndTiesOfAWholeModel) {
+    const auto [m, report, lines, errors, notices] = read_text(model_text);
+    ASSERT_EQ(errors + notices, "");
+    const double at[] = {0.1, 0.01, 0.02};
+    EXPECT_EQ(m.materials[1].expansion, 2.3e-5);
+    const SupportOptions &clamp = m.boundary_conditions[0].options, &bed = m.boundary_conditions[3].options;
+    EXPECT_TRUE(clamp.given && clamp.fixed == (std::array{true, false, false}) && clamp.case_name == "dead");
+    EXPECT_DOUBLE_EQ(clamp.displacement[0].at(at, 3), 3e-5);
+    EXPECT_TRUE(clamp.displacement[0].varies && !clamp.displacement[1].given());
+    EXPECT_FALSE(m.boundary_conditions[1].options.given);
+    EXPECT_TRUE(bed.given && !bed.fixed[0] && bed.spring.at(at, 0) == 2e7);
+    EXPECT_EQ(bed.normal_spring.at(at, 0), 2e9);
+    EXPECT_EQ(m.forces[1].options.factor.at(nullptr, 3), 9);
+    EXPECT_FALSE(m.forces[0].options.factor.given());
+    ASSERT_EQ(m.loads.size(), 9u);
+    EXPECT_EQ(m.loads[0].value.at(at, 2), 2e4);
+    EXPECT_EQ(m.loads[1].vector[2].at(at, 0), -20);
+    EXPECT_EQ(m.loads[2].force, (Vec3{1, 2, -1000}));
+    EXPECT_EQ(m.loads[2].options.case_name, "") << "the case base has no name";
+    EXPECT_EQ(m.loads[4].moment, (Vec3{5, 0, 6}));
+    EXPECT_LT(norm(minus(m.loads[6].direction, {0, 0.6, 0.8})), 1e-15);
+    EXPECT_EQ(m.loads[6].speed, 100);
+    EXPECT_TRUE(m.loads[7].reference == 293 && m.loads[7].part_name == "BLOCK");
+    const std::vector<std::pair<std::string, double>> terms{
+        {"base", 1.35}, {"dead", 1.35}, {"wind", 1.5 * 0.9}, {"crane", -0.5}};
+    EXPECT_EQ(m.combinations.at(0).terms, terms);
+    EXPECT_TRUE(m.ties.at(0).tolerance == 1e-4 && m.ties.at(1).tolerance < 0);
+    for (const char* echo :
+         {" options: alpha=2*1.15e-5\n", ",\n options: fix=x ux=1e-3*y*time case=dead\n1:SIDE",
+          "load_num=10\n",
+          "0:PRESS, pressure[0], TOP, 1e5*x*time\n options: factor=2 case=wind\n1:PULL, traction[1], FREE,",
+          "load_combination_num=1\n0:ULS, 1.35*(b", "tie_num=2\n0:GLUE, FREE, TOP\n options: tolerance="})
+        EXPECT_TRUE(contains(lines, echo)) << echo << "\nis not in\n" << lines;
+
+    // a rigid coupling stands in the rigid tables, once, however often the file is read and whatever it
+    // replaces
+    Model again = m;
+    for (const char* text : {"END", "rigid_element A set 0 0 0 TOP % rigid_force % rigid_combine % END"}) {
+        again = read_text(text, {}, again).model;
+        const RigidElement& hook = again.rigid_elements.back();
+        EXPECT_EQ(again.rigid_elements.size(), std::string(text) == "END" ? 3u : 2u);
+        EXPECT_TRUE(hook.name == "HOOK" && hook.set_name == "FREE" &&
+                    hook.reference == (std::array{0.2, 0.0, 0.0}));
+        ASSERT_GE(again.rigid_forces.size(), 3u);
+        const std::span<const RigidForce> last(again.rigid_forces.end() - 3, again.rigid_forces.end());
+        EXPECT_TRUE(last[0].direction == RigidDirection::z && last[1].direction == RigidDirection::rx &&
+                    last[2].value == 6);
+        for (const RigidForce& f : last)
+            EXPECT_TRUE(f.element == hook.id && f.options.case_name == "crane" &&
+                        f.options.factor.text == "time");
+    }
+    EXPECT_TRUE(contains(read_text(replaced(model_text, "HOOK ", "HEAD ")).errors,
+                         "'HEAD': load HEAD: a rigid element"));
+}
+
+TEST(ModelReader, OptionsStandBehindRecordsOnlyAndTheirPlacesHaveFaces) {
+    // a section's first token is a name, and so is an option of another section
+    const Outcome odd =
+        read_text("boundary_condition fix=x plane x 0 0 0 0 0 0 alpha=1 plane y 0 0 0 0 0 0 fix=z");
+    ASSERT_EQ(odd.model.boundary_conditions.size(), 2u);
+    EXPECT_FALSE(odd.model.boundary_conditions[0].options.given);
+    EXPECT_EQ(odd.model.boundary_conditions[1].name, "alpha=1");
+    EXPECT_TRUE(odd.model.boundary_conditions[1].options.fixed[2]);
+    const std::pair<const char*, std::pair<const char*, const char*>> places[] = {
+        {"PRESS pressure    TOP",
+         {"PRESS pressure    TAP", "load PRESS: no set or group of an imported mesh has the name TAP"}},
+        {"TOP  plane z 20*mm", {"TOP  plane z 13*mm", "load PRESS: the set TOP has no faces"}},
+        {"temperature BLOCK", {"temperature BLACK", "load HOT: no part has the name BLACK"}},
+        {"BOND TOP", {"BOND TIP", "tie BOND: no set or group of an imported mesh has the name TIP"}}};
+    for (const auto& [from, change] : places)
+        EXPECT_TRUE(contains(
+            read_text(replaced(replaced(model_text, "BED   set TOP", "BED   set FREE"), from, change.first))
+                .errors,
+            change.second))
+            << change.second;
+}
+
 TEST(ModelReader, KeywordsMatchByTheirBeginning) {
     const Outcome o = read_text(
         "% %comment material_info_steel A 1 2 0 %end step_num 10 % parameter1 q 3 % "
@@ -166,7 +243,27 @@ TEST(ModelReader, ErrorsNameTheToken) {
         {"TIP  node", "TIP  point", "point", "a kind of force (node, area, set)"}, {"node z P", "node w P", "w", "an axis (x, y, z)"},
         {"RING round", "RING circle", "circle", "a selection (area, round)"}, {"5*mm 2 4*mm", "5*mm 1.5 4*mm", "1.5", "an axis (0, 1, 2)"},
         {"HEAD ry", "HAED ry", "HAED", "the name of a rigid element"}, {"HEAD ry", "HEAD rw", "rw", "a direction (x, y, z, rx, ry, rz, n)"},
-        {"HEAD RING 1e6", "HEAD RONG 1e6", "RONG", "the name of a rigid element"}
+        {"HEAD RING 1e6", "HEAD RONG 1e6", "RONG", "the name of a rigid element"},
+        // options, and sections of loads
+        {"alpha=2*1.15e-5", "alpha=", "alpha=", "(empty)"}, {"alpha=2*1.15e-5", "alpha=1/0", "alpha=1/0", "a finite value"},
+        {"alpha=2*1.15e-5", "alpha=1 alpha=0", "alpha=0", "the option alpha= once in a record"},
+        {"fix=x", "fix=xx", "fix=xx", "letters of xyz, each once, or fix=normal"}, {"fix=x", "fix=", "fix=", "letters of xyz"},
+        {"fix=x", "fix=normal,z", "fix=normal,z", "letters of xyz"}, {"ux=1e-3*y*time", "uz=q", "uz=q", "x, y, z, time and the parameters"},
+        {"ux=1e-3*y*time", "", "case=dead", "ux=, uy= or uz= beside case="}, {"case=dead", "case=2d", "case=2d", "case=NAME, of a letter"},
+        {"spring=1e9*z", "spring=-1", "spring=-1", "at least 0 N/m^3"}, {"spring=1e9*z", "spring=time", "spring=time", "unknown name 'time'"},
+        {"spring_normal=2e9", "spring_normal=1/0", "spring_normal=1/0", "a finite value"}, {"factor=time^2", "factor=x", "factor=x", "expression over time"},
+        {"-P case=dead", "-P case=time", "case=time", "not time"}, {"factor=time^2", "case=a", "case=wind", "the option case= once"},
+        {" 20*mm\n%", " 20*mm tol=\n%", "tol=", "(empty)"}, {"PRESS pressure", "PRESS weight", "weight", "a kind of load behind its name (pressure, traction,"},
+        {"1e5*x*time", "1e5*X", "1e5*X", "unknown name 'X'"}, {"1e5 y P*z", "1e5 y 0/0", "0/0", "a finite value"},
+        {"FREE  1 2 P", "FREE  1 x P", "x", "unknown name 'x'"}, {"coupling=rigid", "coupling=stiff", "coupling=stiff", "coupling=rigid or"},
+        {"case=base", "coupling=rigid", "coupling=rigid", "behind a remote load only"}, {"case=base", "reference=1", "reference=1", "a temperature only"},
+        {"0 3 4  2*50", "0*P 0 0  2*50", "0*P", "an axis that is not zero"}, {"reference=293", "reference=-1", "reference=-1", "of at least 0"},
+        {"1.35*(base+dead)", "7+dead", "7+dead+1.5*0.9*wind-crane/2", "a part of it is in no load case"},
+        {"1.35*(base+dead)", "base*dead", "base*dead+1.5*0.9*wind-crane/2", "it is not linear"},
+        {"1.35*(base+dead)", "sgn(dead)", "sgn(dead)+1.5*0.9*wind-crane/2", "it is not linear"},
+        {"1.35*(base+dead)", "snow", "snow+1.5*0.9*wind-crane/2", "cases (base, dead, wind, crane) times factors (unknown name 'snow')"},
+        {"1.35*(base+dead)+1.5*0.9*wind-crane/2", "0*L", "0*L", "it names no load case"},
+        {"tolerance=0.1*mm", "tolerance=-mm", "tolerance=-mm", "at least 0 m"}, {" TOP tolerance", " FREE tolerance", "FREE", "another set"}
     };
     // clang-format on
     for (const auto& [from, to, token, expected] : cases) {
@@ -202,7 +299,7 @@ TEST(ModelReader, Notices) {
         {"x 500   L L", "x 500   L 0", "'PUSH': selects nothing, xmin is above xmax"},
         {"5*mm 2 4*mm", "-5*mm 2 4*mm", "'RING': selects nothing"},
         {"brown ALU   RECT", "brown ALU   rect", "'BLOCK': part \"BLOCK\": shape \"rect\" is unknown"},
-        {"%\nboundary_condition", "boundary_condition", "'boundary_condition': stands inside the section part_info"},
+        {"%\nboundary_condition", "boundary_condition", "'boundary_condition': stands inside the section set_info"},
         {"%\nEND", "", "section rigid_combine ends with the file"},
         // texts that are cut, values that would have to change with time, names that stand twice
         {"CLAMP", longest, "cut to its first 63"}, {"BLOCK", longest, "cut to its first 63"},
@@ -226,9 +323,10 @@ TEST(ModelReader, TablesLeftFromTheModelBefore) {
     const Outcome second = read_text("boundary_condition % rigid_force % END", {}, first);
     EXPECT_TRUE(contains(second.notices,
                          "left as the earlier model had them: material_info, mode_num, iteration, parameter, "
-                         "part_info, apply_force, rigid_element, rigid_combine\n"))
+                         "part_info, apply_force, rigid_element, rigid_combine, set_info, load_info, "
+                         "load_combination, tie_info\n"))
         << second.errors << second.notices;
-    EXPECT_EQ(second.report.kept_sections.size(), 8u);
+    EXPECT_EQ(second.report.kept_sections.size(), 12u);
     EXPECT_TRUE(second.model.boundary_conditions.empty());
     EXPECT_EQ(second.model.forces.size(), 3u);
     EXPECT_EQ(second.model.mesh.node_num(), 39);
@@ -239,6 +337,8 @@ TEST(ModelReader, TablesLeftFromTheModelBefore) {
     const Outcome orphan = read_text("material_info X 1 1 0 % rigid_element % END", {}, first);
     EXPECT_TRUE(contains(orphan.errors, "part BAR: no material STEEL"));
     EXPECT_TRUE(contains(orphan.errors, "rigid force RF1: no rigid element HEAD"));
+    EXPECT_TRUE(contains(read_text("load_info % END", {}, first).errors,
+                         "load combination ULS: no load case crane at the end of the file"));
     // nothing is kept of the start-up values, and nothing is sized by a count
     EXPECT_EQ(read_text("END").notices, "");
     EXPECT_EQ(read_text(replaced(model_text, "mode_num 6", "mode_num 2147483647")).model.mode_count,
