@@ -26,13 +26,10 @@ constexpr KeywordRow keyword_rows[] = {
     {"rigid_force", Keyword::rigid_force},
     {"rigid_combine", Keyword::rigid_combine},
     {"set_info", Keyword::set_info},
-<<<<<<< HEAD
     {"hexahedra", Keyword::hexahedra},
-=======
     {"load_info", Keyword::load_info},
     {"load_combination", Keyword::load_combination},
     {"tie_info", Keyword::tie_info},
->>>>>>> 5c3d853e705020286ad4af50a36db35e8d9180c8
     {"%", Keyword::comment},
     {"END", Keyword::end},
 };

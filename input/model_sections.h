@@ -22,13 +22,10 @@ enum class Keyword {
     rigid_force,
     rigid_combine,
     set_info,
-<<<<<<< HEAD
     hexahedra,
-=======
     load_info,
     load_combination,
     tie_info,
->>>>>>> 5c3d853e705020286ad4af50a36db35e8d9180c8
     comment,
     end,
 };
