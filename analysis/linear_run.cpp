@@ -1,5 +1,6 @@
 #include "analysis/linear_run.h"
 
+#include <algorithm>
 #include <new>
 
 #include "results/result_file.h"
@@ -37,7 +38,7 @@ void run_linear(Job&& job, bool (*check)(Job& job), const LinearWork& work, std:
         return;
     }
     job.report().kept = true;
-    job.report().written = write(job, columns > 0 ? columns : job.run.mode_num(), Publish::now);
+    job.report().written = write(job, std::max(columns, job.run.mode_num()), Publish::now);
 }
 
 }  // namespace kestralum

@@ -12,8 +12,8 @@ namespace kestralum {
 // status set, where the run ends early.
 using LinearWork = std::function<bool(Job& job, AssembledSystem& system)>;
 
-// Checks and renumbers the model, opens the result file, works, and writes `columns` frames (0: as many as
-// there are). An early end leaves an earlier result file as it was.
+// Checks and renumbers the model, opens the result file, works, and writes its frames, at least `columns` of them.
+// An early end leaves an earlier result file as it was.
 // `check`: what else keeps the model from this analysis, before anything is touched; may be null.
 void run_linear(Job&& job, bool (*check)(Job& job), const LinearWork& work, std::int32_t columns = 0);
 

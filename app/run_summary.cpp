@@ -206,6 +206,9 @@ void print_run_summary(const RunSummary& summary, Progress& progress) {
     print_lost_load(summary, progress);
     if (summary.read && summary.control) print_input_summary(*summary.read, *summary.control, progress);
     print_notices(report.remarks, progress);
+    if (const HexahedronForm form = hexahedron_form(summary.model, summary.run.origin.options);
+        report.has_results() && form != HexahedronForm::full)
+        progress.summary("%-22s %s\n", "hexahedra", word_of(form));
     if (report.dynamics.time_num > 0 || report.largest_displacement.node > 0)
         print_balance(summary, progress);
     if (!report.modes.empty()) print_modes(report, progress);

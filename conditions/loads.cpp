@@ -11,33 +11,54 @@ namespace kestralum {
 
 namespace {
 
-// The degrees of freedom that one record loads, with its share of each.
+// What one record loads, and its share of each.
 struct Shares {
-    std::vector<std::int32_t> equations;
     std::vector<std::int32_t> nodes;  // 0-based
     std::vector<double> value;        // N
 };
 
-std::int32_t equation_of(std::int32_t node, const AppliedForce& force, const DofNumbering& numbering,
-                         Progress& progress) {
-    const std::int32_t equation = numbering.dof_map[3 * node + force.axis];
-    if (equation < 0) {
-        progress.print("### ERROR ###\n");
-        progress.print("Some force vectors are applied at fixed degree points.\n");
-    }
-    return equation;
+// Whether a force along an axis moves the node: its place of q is free, or it moves through axes of its own
+// or other nodes.
+bool can_move(std::int32_t node, const AppliedForce& force, const DofNumbering& numbering,
+              const ConstraintMap& map, Progress& progress) {
+    const bool free = numbering.dof_map[3 * node + force.axis] >= 0;
+    if (free || (!map.empty() && !map.plain(3 * node))) return true;
+    progress.print("### ERROR ###\n");
+    progress.print("Some force vectors are applied at fixed degree points.\n");
+    return false;
 }
 
-// Spreads the force over the nodes by the weights of their equations.
-void spread(const AppliedForce& force, const Mesh& mesh, std::span<const double> stiffness, Shares& shares,
-            Progress& progress) {
-    const auto weight = [&](std::int32_t k) {
-        return mesh.element_type == ElementKind::hexahedron ? stiffness[k] : 1.0;
+// Weights of the nodes: the stiffness diagonal on hexahedra; a node that has none along the axis takes the
+// mean.
+std::vector<double> weights_of(std::span<const std::int32_t> nodes, const AppliedForce& force,
+                               const LoadPlaces& places, std::span<const double> stiffness) {
+    std::vector<double> weights(nodes.size(), 1.0);
+    if (places.mesh.element_type != ElementKind::hexahedron) return weights;
+    double sum = 0;
+    std::size_t known = 0;
+    const auto equation = [&](std::int32_t n) {
+        const bool plain = places.map.empty() || places.map.plain(3 * n);
+        return plain ? places.numbering.dof_map[3 * n + force.axis] : -1;
     };
+    for (std::size_t k = 0; k < nodes.size(); ++k)
+        if (const std::int32_t e = equation(nodes[k]); e >= 0) {
+            weights[k] = stiffness[e];
+            sum += weights[k];
+            ++known;
+        }
+    for (std::size_t k = 0; k < nodes.size() && known > 0; ++k)
+        if (equation(nodes[k]) < 0) weights[k] = sum / static_cast<double>(known);
+    return weights;
+}
+
+// Spreads the force over the nodes by their weights.
+void spread(const AppliedForce& force, const LoadPlaces& places, std::span<const double> stiffness,
+            Shares& shares, Progress& progress) {
+    const std::vector<double> weights = weights_of(shares.nodes, force, places, stiffness);
     double sum = 0, applied = 0;
-    for (std::int32_t k : shares.equations) sum += weight(k);
-    for (std::int32_t k : shares.equations) {
-        shares.value.push_back(weight(k) * force.value / sum);
+    for (const double w : weights) sum += w;
+    for (const double w : weights) {
+        shares.value.push_back(w * force.value / sum);
         applied += shares.value.back();
     }
     progress.print("   area_force=%.3e,force_value=%.3e\n", applied, force.value);
@@ -85,58 +106,55 @@ void measure_moment(const AppliedForce& force, const Mesh& mesh, const NodeEleme
     record.size = std::max({high[0] - low[0], high[1] - low[1], high[2] - low[2]});
 }
 
-Shares load_area(const AppliedForce& force, const Mesh& mesh, const NodeElements& node_elements,
-                 const DofNumbering& numbering, std::span<const double> stiffness, LoadedRecord& record,
-                 Progress& progress) {
+Shares load_area(const AppliedForce& force, const LoadPlaces& places, std::span<const double> stiffness,
+                 LoadedRecord& record, Progress& progress) {
     Shares shares;
-    const std::vector<std::int32_t> nodes = select_nodes(force, mesh);
+    const std::vector<std::int32_t> nodes = select_nodes(force, places.mesh);
     for (std::int32_t n : nodes)
-        if (const std::int32_t k = equation_of(n, force, numbering, progress); k >= 0) {
-            shares.equations.push_back(k);
-            shares.nodes.push_back(n);
-        }
+        if (can_move(n, force, places.numbering, places.map, progress)) shares.nodes.push_back(n);
     record.reached = static_cast<std::int32_t>(nodes.size());
     record.on_fixed = static_cast<std::int32_t>(nodes.size() - shares.nodes.size());
     progress.print("  points in area:%d\n", record.reached);
-    spread(force, mesh, stiffness, shares, progress);
-    measure_moment(force, mesh, node_elements, nodes, shares, record);
+    spread(force, places, stiffness, shares, progress);
+    measure_moment(force, places.mesh, places.node_elements, nodes, shares, record);
     return shares;
 }
 
-Shares load_node(const AppliedForce& force, std::int32_t node, const DofNumbering& numbering,
-                 LoadedRecord& record, Progress& progress) {
+Shares load_node(const AppliedForce& force, std::int32_t node, const LoadPlaces& places, LoadedRecord& record,
+                 Progress& progress) {
     if (node < 1) return {};
     record.reached = 1;
-    const std::int32_t k = equation_of(node - 1, force, numbering, progress);
-    record.on_fixed = k < 0;
-    return k < 0 ? Shares{} : Shares{{k}, {node - 1}, {force.value}};
+    const bool moves = can_move(node - 1, force, places.numbering, places.map, progress);
+    record.on_fixed = !moves;
+    return moves ? Shares{{node - 1}, {force.value}} : Shares{};
 }
 
 }  // namespace
 
 LoadVector build_loads(std::span<const AppliedForce> forces, std::span<const std::int32_t> force_node,
-                       const Mesh& mesh, const NodeElements& node_elements, const DofNumbering& numbering,
-                       std::span<const double> stiffness, Progress& progress) {
+                       const LoadPlaces& places, std::span<const double> stiffness, Progress& progress,
+                       std::span<const char> chosen) {
     LoadVector out;
-    out.F.assign(numbering.free_dofs.size(), 0.0);
+    out.nodal.assign(places.mesh.dof_num(), 0.0);
     out.records.resize(forces.size());
-    std::vector<std::int32_t> owner(out.F.size(), -1);  // the record that an equation's force is of
+    std::vector<std::int32_t> owner(out.nodal.size(),
+                                    -1);  // the record that a degree of freedom's force is of
     for (std::size_t f = 0; f < forces.size(); ++f) {
+        if (!chosen.empty() && !chosen[f]) continue;
         progress.print("Force Number %zu\n", f + 1);
         LoadedRecord& record = out.records[f];
-        const Shares shares =
-            forces[f].kind == ForceKind::node
-                ? load_node(forces[f], force_node[f], numbering, record, progress)
-                : load_area(forces[f], mesh, node_elements, numbering, stiffness, record, progress);
-        for (std::size_t k = 0; k < shares.equations.size(); ++k) {
-            const std::int32_t equation = shares.equations[k];
-            if (owner[equation] >= 0) {
-                LoadedRecord& earlier = out.records[owner[equation]];
+        const Shares shares = forces[f].kind == ForceKind::node
+                                  ? load_node(forces[f], force_node[f], places, record, progress)
+                                  : load_area(forces[f], places, stiffness, record, progress);
+        for (std::size_t k = 0; k < shares.nodes.size(); ++k) {
+            const std::int32_t dof = 3 * shares.nodes[k] + forces[f].axis;
+            if (owner[dof] >= 0) {
+                LoadedRecord& earlier = out.records[owner[dof]];
                 ++earlier.replaced;
-                earlier.applied -= out.F[equation];
+                earlier.applied -= out.nodal[dof];
             }
-            owner[equation] = static_cast<std::int32_t>(f);
-            out.F[equation] = shares.value[k];
+            owner[dof] = static_cast<std::int32_t>(f);
+            out.nodal[dof] = shares.value[k];
             record.applied += shares.value[k];
         }
     }

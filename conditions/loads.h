@@ -23,16 +23,25 @@ struct LoadedRecord {
 };
 
 struct LoadVector {
-    std::vector<double> F;              // one per equation, N
+    std::vector<double> nodal;          // dof_num, N
     std::vector<LoadedRecord> records;  // one per force record
+};
+
+// Where forces go: the mesh and what can move of it.
+struct LoadPlaces {
+    const Mesh& mesh;
+    const NodeElements& node_elements;
+    const DofNumbering& numbering;
+    const ConstraintMap& map;
 };
 
 // Point forces go to their node (resolve_force_points); area forces are spread over the nodes of the box: by
 // `stiffness`, one entry of the stiffness diagonal per equation, on hexahedra, evenly on tetrahedra. Each
 // record assigns, it does not add: of two on one degree of freedom the later stands. A force on a fixed
-// degree of freedom is printed and lost; in an area such a node takes no share.
+// degree of freedom is printed and lost; in an area such a node takes no share. chosen: flags of the records
+// that are taken; empty: all.
 LoadVector build_loads(std::span<const AppliedForce> forces, std::span<const std::int32_t> force_node,
-                       const Mesh& mesh, const NodeElements& node_elements, const DofNumbering& numbering,
-                       std::span<const double> stiffness, Progress& progress);
+                       const LoadPlaces& places, std::span<const double> stiffness, Progress& progress,
+                       std::span<const char> chosen = {});
 
 }  // namespace kestralum

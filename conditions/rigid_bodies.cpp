@@ -85,7 +85,63 @@ void find_motions(RigidBody& body, const Mesh& mesh, const std::string& name,
     }
 }
 
+// Takes from the motions what the held directions do not allow: the null space of their rows, by elimination
+// with the largest entry as pivot; lengths in parts of the body's size.
+void hold_motions(RigidBody& body, const Mesh& mesh) {
+    constexpr double nothing = 1e-9;
+    for (std::int32_t n : body.members)
+        body.size = std::max(body.size, norm(minus(place_of(mesh, n), body.pivot)));
+    const double size = body.size > 0 ? body.size : 1;
+    for (const HeldDirection& held : body.held) {
+        const Vec3 arm = minus(place_of(mesh, held.node), body.pivot);
+        const auto along = [&](const Vec6& m) {
+            return dot(held.direction, plus(Vec3{m[0], m[1], m[2]}, cross({m[3], m[4], m[5]}, arm)));
+        };
+        const auto scale = [&](const Vec6& m) { return norm(force_of(m)) + size * norm(moment_of(m)); };
+        std::size_t pivot = 0;
+        for (std::size_t k = 1; k < body.motions.size(); ++k)
+            if (std::abs(along(body.motions[k])) / scale(body.motions[k]) >
+                std::abs(along(body.motions[pivot])) / scale(body.motions[pivot]))
+                pivot = k;
+        if (body.motions.size() == 0) return;
+        const Vec6 taken = body.motions[pivot];
+        const double by = along(taken);
+        if (std::abs(by) <= nothing * scale(taken)) continue;
+        Motions left;
+        for (std::size_t k = 0; k < body.motions.size(); ++k) {
+            if (k == pivot) continue;
+            Vec6& m = left.add(body.motions[k]);
+            const double share = along(body.motions[k]) / by;
+            for (std::size_t c = 0; c < 6; ++c) m[c] -= share * taken[c];
+        }
+        body.motions = left;
+    }
+    for (std::size_t k = 0; k < body.motions.size() && !body.held.empty(); ++k)  // at right angles
+        for (std::size_t j = 0; j < k; ++j) {
+            const double share = body.amount(j, body.motions[k]);
+            for (std::size_t c = 0; c < 6; ++c) body.motions[k][c] -= share * body.motions[j][c];
+        }
+}
+
 }  // namespace
+
+bool RigidBody::plane_motion() const {
+    return std::ranges::all_of(held, [this](const HeldDirection& h) {
+        return norm(cross(h.direction, held.front().direction)) < 1e-9;
+    });
+}
+
+double RigidBody::amount(std::size_t k, const Vec6& motion) const {
+    const Vec6& own = motions[k];
+    const double squared = size * size;
+    double product = 0, square = 0;
+    for (std::size_t c = 0; c < 6; ++c) {
+        const double weight = c < 3 || held.empty() ? 1 : squared;
+        product += weight * own[c] * motion[c];
+        square += weight * own[c] * own[c];
+    }
+    return held.empty() ? product : product / square;
+}
 
 std::int32_t RigidSystem::common_body(const std::int32_t* nodes, int count) const {
     if (bodies.empty()) return -1;
@@ -154,7 +210,8 @@ std::vector<std::int32_t> add_body(RigidSystem& system, const RigidElement& reco
 }
 
 RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh& mesh,
-                               const NodeElements& node_elements, std::span<const std::int32_t> fixed_nodes) {
+                               const NodeElements& node_elements, std::span<const std::int32_t> fixed_nodes,
+                               std::span<const HeldDirection> held) {
     RigidSystem out;
     if (records.empty()) return out;
     std::vector<char> fixed(mesh.node_num(), 0);
@@ -182,6 +239,9 @@ RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh
             out.error = "rigid element " + records[k].name + ": no node of its own in its region";
         if (!out.error.empty()) return out;
         find_motions(body, mesh, records[k].name, out.notices);
+        for (const HeldDirection& h : held)
+            if (out.body_of_node[h.node] == body.record && !fixed[h.node]) body.held.push_back(h);
+        hold_motions(body, mesh);
         body.first = out.equations;
         out.equations += body.count();
     }

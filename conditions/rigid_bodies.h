@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "conditions/constraints.h"
+#include "conditions/supports.h"
 #include "model/vector3.h"
 
 namespace kestralum {
@@ -43,14 +43,20 @@ struct RigidBody {
     std::int32_t record = 0;            // index into the rigid elements
     std::vector<std::int32_t> members;  // nodes, 0-based, ascending
     std::vector<std::int32_t> fixed;    // members that supports hold
+    std::vector<HeldDirection> held;    // of members that supports hold in some directions
     Vec3 reference{};                   // reference point of the record, m
     Vec3 pivot{};                       // m
     Vec3 normal{};           // mean outward normal: of the free faces of members, else of the nodes; 0: none
     Motions motions;         // unit motions
+    double size = 0;         // largest distance of a member from the pivot, m
     bool axes_turn = false;  // ω of the motions turn with the body (members on a line)
     std::int32_t first = 0;  // its first equation, counted from the first body's
 
     std::int32_t count() const { return static_cast<std::int32_t>(motions.size()); }
+    // Its motions hold at large turns too.
+    bool plane_motion() const;
+    // How much of motion k is in a motion of the pivot, the nearest that the body can do.
+    double amount(std::size_t k, const Vec6& motion) const;
 };
 
 struct RigidSystem {
@@ -78,9 +84,11 @@ std::vector<std::int32_t> add_body(RigidSystem& system, const RigidElement& reco
 void find_normals(RigidSystem& system, const Mesh& mesh);
 
 // Members, duplicates (the first element of the file keeps the node), supports and motions. fixed_nodes:
-// 0-based.
+// 0-based; held: by supports with options. Of a body held in some directions the motions are those that move
+// no member along them; at large turns they stay so where the directions are all one (`plane_motion`).
 RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh& mesh,
-                               const NodeElements& node_elements, std::span<const std::int32_t> fixed_nodes);
+                               const NodeElements& node_elements, std::span<const std::int32_t> fixed_nodes,
+                               std::span<const HeldDirection> held = {});
 
 // Where a body is: the pivot has moved by u, the body has turned by R (row-major).
 struct RigidState {

@@ -2,21 +2,15 @@
 
 #include <algorithm>
 
+#include "elements/enhanced_hexahedron.h"
+#include "elements/finite_forms.h"
+
 namespace kestralum {
 
 namespace {
 
-struct ElementState {
-    ElementPoints points;
-    std::array<double, 3 * most_nodes> u;
-};
-
-std::size_t first_point(const ElementType& type, std::int32_t e) {
-    return std::size_t(e) * type.points;
-}
-
 bool gather(const Mesh& mesh, std::span<const double> u, const ElementType& type, std::int32_t e,
-            ElementState& out) {
+            FiniteElementState& out) {
     if (!evaluate_points(type, mesh, e, out.points)) return false;
     const std::int32_t* element = mesh.element(e).data();
     for (int i = 0; i < type.nodes; ++i) {
@@ -26,7 +20,8 @@ bool gather(const Mesh& mesh, std::span<const double> u, const ElementType& type
     return true;
 }
 
-// H = Σ u_i ⊗ ∇N_i
+}  // namespace
+
 void displacement_gradient(int nodes, const double* u, const double* dN, double* H) {
     std::fill(H, H + 9, 0.0);
     for (int i = 0; i < nodes; ++i)
@@ -34,14 +29,12 @@ void displacement_gradient(int nodes, const double* u, const double* dN, double*
             for (int c = 0; c < 3; ++c) H[3 * r + c] += u[3 * i + r] * dN[3 * i + c];
 }
 
-// Gradients in the current configuration: ∂N/∂x = F⁻ᵀ ∂N/∂X.
 void push_gradients(int nodes, const double* dN, const std::array<double, 9>& Fi, double* dn) {
     for (int i = 0; i < nodes; ++i)
         for (int c = 0; c < 3; ++c)
             dn[3 * i + c] = dN[3 * i] * Fi[c] + dN[3 * i + 1] * Fi[3 + c] + dN[3 * i + 2] * Fi[6 + c];
 }
 
-// Adds w (Bᵀ c B + (∇Ni·τ∇Nj) 1) to the blocks i <= j.
 void add_point_stiffness(int nodes, const double* dn, const FiniteResponse& at, double w, double* ke) {
     const int size = 3 * nodes;
     const double* c = at.tangent.data();
@@ -76,13 +69,32 @@ void add_point_stiffness(int nodes, const double* dn, const FiniteResponse& at, 
     }
 }
 
-const J2Material<double>& material_of(const FiniteBody& body, std::int32_t e) {
-    return body.materials[body.material[e]];
+void add_point_forces(int nodes, const double* dn, const std::array<double, 6>& t, double w, double* f) {
+    for (int i = 0; i < nodes; ++i) {
+        const double x = w * dn[3 * i], y = w * dn[3 * i + 1], z = w * dn[3 * i + 2];
+        f[3 * i] += t[0] * x + t[3] * y + t[5] * z;
+        f[3 * i + 1] += t[3] * x + t[1] * y + t[4] * z;
+        f[3 * i + 2] += t[5] * x + t[4] * y + t[2] * z;
+    }
+}
+
+void store_response(FiniteBody& body, std::size_t point, const FiniteResponse& response) {
+    body.current[point] = response.state;
+    body.trial[point] = response.trial;
+    for (std::size_t c = 0; c < 6; ++c) body.stress[6 * point + c] = response.tau[c] / response.J;
+}
+
+namespace {
+
+HexahedronForm form_of(const FiniteBody& body) {
+    return body.mesh.element_type == ElementKind::hexahedron ? body.form : HexahedronForm::full;
 }
 
 bool update_element(FiniteBody& body, const ElementType& type, std::int32_t e) {
-    ElementState state;
+    FiniteElementState state;
     if (!gather(body.mesh, body.u, type, e, state)) return false;
+    if (form_of(body) == HexahedronForm::enhanced) return update_enhanced(body, state, e);
+    if (form_of(body) == HexahedronForm::mean_dilatation) return update_mean_dilatation(body, state, e);
     double* f = body.element_force.data() + static_cast<std::ptrdiff_t>(e) * 3 * type.nodes;
     std::fill(f, f + 3 * type.nodes, 0.0);
     for (int p = 0; p < type.points; ++p) {
@@ -92,18 +104,9 @@ bool update_element(FiniteBody& body, const ElementType& type, std::int32_t e) {
         displacement_gradient(type.nodes, state.u.data(), dN, H);
         FiniteResponse response;
         if (!finite_response(material_of(body, e), H, body.committed[at], false, response)) return false;
-        body.current[at] = response.state;
-        body.trial[at] = response.trial;
+        store_response(body, at, response);
         push_gradients(type.nodes, dN, response.F_inverse, dn);
-        const auto& t = response.tau;
-        const double w = state.points.weight[p];
-        for (int i = 0; i < type.nodes; ++i) {
-            const double x = w * dn[3 * i], y = w * dn[3 * i + 1], z = w * dn[3 * i + 2];
-            f[3 * i] += t[0] * x + t[3] * y + t[5] * z;
-            f[3 * i + 1] += t[3] * x + t[1] * y + t[4] * z;
-            f[3 * i + 2] += t[5] * x + t[4] * y + t[2] * z;
-        }
-        for (std::size_t c = 0; c < 6; ++c) body.stress[6 * at + c] = t[c] / response.J;
+        add_point_forces(type.nodes, dn, response.tau, state.points.weight[p], f);
     }
     return true;
 }
@@ -118,16 +121,21 @@ void FiniteBody::start() {
     current.assign(points, {});
     trial.assign(points, {});
     stress.assign(6 * points, 0.0);
+    const bool enhanced = form_of(*this) == HexahedronForm::enhanced;
+    committed_internal.assign(enhanced ? std::size_t(mesh.element_num()) * enhanced_modes : 0, 0.0);
+    current_internal = committed_internal;
     element_force.assign(static_cast<std::size_t>(mesh.element_num()) * 3 * type.nodes, 0.0);
 }
 
-bool finite_stiffness(const FiniteBody& body, std::int32_t e, double* ke) {
-    const ElementType& type = element_type(body.mesh.element_type);
-    const int size = 3 * type.nodes;
-    std::fill(ke, ke + size * size, 0.0);
-    if (body.is_rigid(e)) return true;
-    ElementState state;
-    if (!gather(body.mesh, body.u, type, e, state)) return false;
+void FiniteBody::commit() {
+    committed = current;
+    committed_internal = current_internal;
+}
+
+namespace {
+
+bool full_tangent(const FiniteBody& body, const ElementType& type, const FiniteElementState& state,
+                  std::int32_t e, double* ke) {
     for (int p = 0; p < type.points; ++p) {
         const double* dN = state.points.dN.data() + 3 * type.nodes * p;
         double H[9], dn[3 * most_nodes];
@@ -139,6 +147,23 @@ bool finite_stiffness(const FiniteBody& body, std::int32_t e, double* ke) {
         push_gradients(type.nodes, dN, response.F_inverse, dn);
         add_point_stiffness(type.nodes, dn, response, state.points.weight[p], ke);
     }
+    return true;
+}
+
+}  // namespace
+
+bool finite_stiffness(const FiniteBody& body, std::int32_t e, double* ke) {
+    const ElementType& type = element_type(body.mesh.element_type);
+    const int size = 3 * type.nodes;
+    std::fill(ke, ke + size * size, 0.0);
+    if (body.is_rigid(e)) return true;
+    FiniteElementState state;
+    if (!gather(body.mesh, body.u, type, e, state)) return false;
+    const HexahedronForm form = form_of(body);
+    const bool sound = form == HexahedronForm::enhanced          ? enhanced_tangent(body, state, e, ke)
+                       : form == HexahedronForm::mean_dilatation ? mean_dilatation_tangent(body, state, e, ke)
+                                                                 : full_tangent(body, type, state, e, ke);
+    if (!sound) return false;
     for (int r = 0; r < size; ++r)
         for (int c = 0; c < r; ++c) ke[r * size + c] = ke[c * size + r];
     return true;
@@ -170,28 +195,43 @@ std::vector<double> internal_forces(const FiniteBody& body, const NodeElements& 
     return force;
 }
 
-void logarithmic_strains(const Mesh& mesh, std::span<const double> u, int threads, PointResults& out) {
+namespace {
+
+// body: whose internal strains count; null: none have any.
+void find_strains(const Mesh& mesh, std::span<const double> u, int threads, HexahedronForm form,
+                  const FiniteBody* body, PointResults& out) {
     const ElementType& type = element_type(mesh.element_type);
     const std::int32_t elements = mesh.element_num();
     out.strain.resize(6 * first_point(type, elements));
     out.volume.assign(elements, 0.0);
 #pragma omp parallel for schedule(static) num_threads(threads)
     for (std::int32_t e = 0; e < elements; ++e) {
-        ElementState state;
+        FiniteElementState state;
         gather(mesh, u, type, e, state);
+        double H[9 * most_points], of_form[9 * most_points], Fi[9];
         for (int p = 0; p < type.points; ++p) {
-            double H[9], Fi[9];
-            displacement_gradient(type.nodes, state.u.data(), state.points.dN.data() + 3 * type.nodes * p, H);
-            logarithmic_strain(H, &out.strain[6 * (first_point(type, e) + p)]);
-            out.volume[e] += state.points.weight[p] * invert_deformation(H, Fi);
+            displacement_gradient(type.nodes, state.u.data(), state.points.dN.data() + 3 * type.nodes * p,
+                                  H + 9 * p);
+            out.volume[e] += state.points.weight[p] * invert_deformation(H + 9 * p, Fi);
         }
+        const double* strained = form == HexahedronForm::full ? H : of_form;
+        if (form == HexahedronForm::enhanced) enhanced_gradients(*body, state, e, of_form);
+        if (form == HexahedronForm::mean_dilatation) mean_dilatation_gradients(state, of_form);
+        for (int p = 0; p < type.points; ++p)
+            logarithmic_strain(strained + 9 * p, &out.strain[6 * (first_point(type, e) + p)]);
     }
+}
+
+}  // namespace
+
+void logarithmic_strains(const Mesh& mesh, std::span<const double> u, int threads, PointResults& out) {
+    find_strains(mesh, u, threads, HexahedronForm::full, nullptr, out);
 }
 
 PointResults finite_point_results(const FiniteBody& body) {
     PointResults out;
     out.stress = body.stress;
-    logarithmic_strains(body.mesh, body.u, body.threads, out);
+    find_strains(body.mesh, body.u, body.threads, form_of(body), &body, out);
     return out;
 }
 

@@ -21,15 +21,23 @@ struct FiniteBody {
     int threads = 1;
     std::vector<char> rigid{};  // per element: all its nodes move as one rigid body; empty: none does
 
+    HexahedronForm form = HexahedronForm::full;  // of hexahedra
+
     std::vector<double> u{};                    // 3 per node, m
     std::vector<FinitePointState> committed{};  // points: where the last accepted increment ended
     std::vector<FinitePointState> current{};    // points: at u
     std::vector<PrincipalAxes> trial{};         // points: at u, for the tangent there
     std::vector<double> stress{};               // points × 6, Cauchy stress at u, xx yy zz xy yz zx, N/m^2
+    std::vector<double> committed_internal{};   // enhanced: element × parameters, with `committed`
+    std::vector<double> current_internal{};     // with `current`
     std::vector<double> element_force{};        // element × 3·nodes: Σ w Bᵀ τ, N
 
     // Sizes the tables: at rest, unstressed.
     void start();
+    // The current states become the committed ones.
+    void commit();
+    // The search for the internal strains starts from the committed ones again.
+    void restart() { current_internal = committed_internal; }
     bool is_rigid(std::int32_t e) const { return !rigid.empty() && rigid[e] != 0; }
 };
 

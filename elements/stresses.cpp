@@ -2,10 +2,13 @@
 
 #include <algorithm>
 
+#include "elements/linear_element.h"
+
 namespace kestralum {
 
 void point_stresses(const Mesh& mesh, std::span<const Part> parts, const Elasticity& elasticity,
-                    std::span<const double> u, int threads, PointResults& out, const Progress& progress) {
+                    std::span<const double> u, int threads, PointResults& out, const Progress& progress,
+                    const PointOptions& options) {
     const ElementType& type = element_type(mesh.element_type);
     const std::int32_t elements = mesh.element_num();
     const std::size_t values = std::size_t(6) * type.points * elements;
@@ -18,29 +21,16 @@ void point_stresses(const Mesh& mesh, std::span<const Part> parts, const Elastic
         ElementPoints points;
         evaluate_points(type, mesh, e, points);
         out.volume[e] = element_volume(type, points);
-        const std::int32_t part = mesh.p_ele_part_id[e];
-        const auto [a, b, g] = moduli(elasticity, parts[part].material_id);
         const std::int32_t* element = mesh.element(e).data();
-        const double* at[most_nodes];
-        for (int i = 0; i < type.nodes; ++i) at[i] = u.data() + 3 * node_index(element[i]);
-        for (int p = 0; p < type.points; ++p) {
-            double du[3][3] = {};  // ∂u_r/∂x_c
-            for (int i = 0; i < type.nodes; ++i) {
-                const double* dN = points.dN.data() + 3 * (type.nodes * p + i);
-                for (int r = 0; r < 3; ++r)
-                    for (int c = 0; c < 3; ++c) du[r][c] += at[i][r] * dN[c];
-            }
-            double* strain = out.strain.data() + 6 * (std::ptrdiff_t(e) * type.points + p);
-            double* stress = out.stress.data() + 6 * (std::ptrdiff_t(e) * type.points + p);
-            for (int c = 0; c < 3; ++c) strain[c] = du[c][c];
-            strain[3] = du[0][1] + du[1][0];
-            strain[4] = du[1][2] + du[2][1];
-            strain[5] = du[2][0] + du[0][2];
-            stress[0] = a * strain[0] + b * strain[1] + b * strain[2];
-            stress[1] = b * strain[0] + a * strain[1] + b * strain[2];
-            stress[2] = b * strain[0] + b * strain[1] + a * strain[2];
-            for (int c = 3; c < 6; ++c) stress[c] = g * strain[c];
+        double at[3 * most_nodes];
+        for (int i = 0; i < type.nodes; ++i) {
+            const double* from = u.data() + 3 * node_index(element[i]);
+            std::copy(from, from + 3, at + 3 * i);
         }
+        const std::size_t first = 6 * std::size_t(e) * type.points;
+        element_stresses(type, points, moduli(elasticity, parts[mesh.p_ele_part_id[e]].material_id),
+                         options.form, at, options.initial.empty() ? nullptr : options.initial.data() + first,
+                         out.strain.data() + first, out.stress.data() + first);
     }
 }
 
@@ -126,7 +116,7 @@ void mean_stress_strain(const Mesh& mesh, const NodeElements& node_elements, con
 }
 
 std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points,
-                                    std::span<const char> wanted) {
+                                    std::span<const char> wanted, HexahedronForm form) {
     const ElementType& type = element_type(mesh.element_type);
     std::vector<double> force(mesh.coordinates.size(), 0.0);
     ElementPoints element_points;
@@ -136,8 +126,11 @@ std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points
                          [&](std::int32_t n) { return wanted[node_index(n)]; }))
             continue;
         evaluate_points(type, mesh, e, element_points);
+        double stress[6 * most_points];
+        balancing_stresses(type, element_points, form,
+                           points.stress.data() + 6 * std::ptrdiff_t(e) * type.points, stress);
         for (int p = 0; p < type.points; ++p) {
-            const double* s = points.stress.data() + 6 * (std::ptrdiff_t(e) * type.points + p);
+            const double* s = stress + 6 * p;
             const double w = element_points.weight[p];
             for (int i = 0; i < type.nodes; ++i) {
                 if (!wanted[node_index(element[i])]) continue;
@@ -150,6 +143,24 @@ std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points
         }
     }
     return force;
+}
+
+double strain_energy(const Mesh& mesh, const PointResults& points, std::span<const double> initial) {
+    const ElementType& type = element_type(mesh.element_type);
+    ElementPoints element;
+    double sum = 0;
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        evaluate_points(type, mesh, e, element);
+        for (int p = 0; p < type.points; ++p) {
+            const std::size_t at = 6 * (std::size_t(e) * type.points + p);
+            double density = 0;
+            for (std::size_t c = 0; c < 6; ++c)
+                density +=
+                    points.stress[at + c] * (points.strain[at + c] - (initial.empty() ? 0 : initial[at + c]));
+            sum += 0.5 * element.weight[p] * density;
+        }
+    }
+    return sum;
 }
 
 }  // namespace kestralum

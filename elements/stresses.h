@@ -19,9 +19,15 @@ struct PointResults {
     std::vector<double> volume;  // element_num, m^3
 };
 
-// ε = B u and σ = D ε at every point; u: 3 per node.
+struct PointOptions {
+    HexahedronForm form = HexahedronForm::full;
+    std::span<const double> initial = {};  // initial strains ε0, element_num × points × 6; empty: none
+};
+
+// ε = B u and σ = D (ε - ε0) at every point, B with the internal strains of the form; u: 3 per node.
 void point_stresses(const Mesh& mesh, std::span<const Part> parts, const Elasticity& elasticity,
-                    std::span<const double> u, int threads, PointResults& out, const Progress& progress);
+                    std::span<const double> u, int threads, PointResults& out, const Progress& progress,
+                    const PointOptions& options = {});
 
 // Averages at the nodes: point values extrapolated to the nodes of each element, averaged over the
 // elements of one part around the node with their volumes as weights; on a node of several parts
@@ -34,6 +40,9 @@ void mean_stress_strain(const Mesh& mesh, const NodeElements& node_elements, con
 
 // Internal forces Σ ∫ Bᵀ σ dV at the nodes with wanted[node] != 0 (3 per node, 0 elsewhere), N.
 std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points,
-                                    std::span<const char> wanted);
+                                    std::span<const char> wanted, HexahedronForm form = HexahedronForm::full);
+
+// ∫ ½ σ·(ε - ε0) dV, J. initial: ε0 as in PointOptions.
+double strain_energy(const Mesh& mesh, const PointResults& points, std::span<const double> initial);
 
 }  // namespace kestralum

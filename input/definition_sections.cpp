@@ -4,6 +4,7 @@
 #include "input/calculator.h"
 #include "input/record_options.h"
 #include "input/section_readers.h"
+#include "model/format.h"
 #include "model/progress.h"
 
 namespace kestralum {
@@ -78,6 +79,20 @@ void read_parameter(const FileSection& section, const OverrideTable& overrides, 
     model.parameters = std::move(parameters);
 }
 
+namespace {
+
+// The token that follows the one value is passed over, whatever it is.
+void notice_passed_over(const FileSection& section, const char* value, InputRemarks& remarks) {
+    if (section.tokens.size() < 2) return;
+    const auto passed_over = keyword_of(section.tokens[1].text);
+    if (passed_over && *passed_over != Keyword::comment)
+        remarks.notice(section.tokens[1],
+                       formatted("passed over, one token (usually %%) follows the %s of %s", value,
+                                 spelling(section.keyword)));
+}
+
+}  // namespace
+
 void read_count(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
     const RecordFields fields(model.parameters, remarks);
     const Token value = section.tokens.empty() ? Token{} : section.tokens[0];
@@ -90,12 +105,19 @@ void read_count(const FileSection& section, Model& model, InputRemarks& remarks,
         (section.keyword == Keyword::iteration ? model.iteration_limit : model.mode_count) = *count;
         progress.print("%d\n", *count);
     }
-    if (section.tokens.size() < 2) return;
-    const auto passed_over = keyword_of(section.tokens[1].text);
-    if (passed_over && *passed_over != Keyword::comment)
-        remarks.notice(section.tokens[1],
-                       std::string("passed over, one token (usually %) follows the integer of ") +
-                           spelling(section.keyword));
+    notice_passed_over(section, "integer", remarks);
+}
+
+void read_hexahedra(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
+    const Token value = section.tokens.empty() ? Token{} : section.tokens[0];
+    const auto form = hexahedron_form_of(value.text);
+    if (!form) {
+        remarks.expected(value, "full, enhanced or mean-dilatation after hexahedra");
+        return;
+    }
+    model.hexahedra = *form;
+    progress.print("%s\n", word_of(*form));
+    notice_passed_over(section, "word", remarks);
 }
 
 }  // namespace kestralum

@@ -37,6 +37,7 @@ std::vector<std::string> kept_sections(const Model& former, const ModelSections&
          !former.materials.empty() && !same_materials(former.materials, start.materials)},
         {Keyword::mode_num, former.mode_count != start.mode_count && !given.contains(Keyword::step_num)},
         {Keyword::iteration, former.iteration_limit != start.iteration_limit},
+        {Keyword::hexahedra, former.hexahedra != start.hexahedra},
         {Keyword::parameter,
          !former.parameters.empty() && !same_parameters(former.parameters, start.parameters)},
         {Keyword::part_info, !former.parts.empty()},

@@ -59,7 +59,7 @@ std::string find_factors(const Expression& expression, std::vector<double>& fact
 }  // namespace
 
 void resolve_combinations(const UnresolvedCombinations& unresolved, Model& model, InputRemarks& remarks) {
-    const std::vector<std::string> cases = load_cases(model);
+    const std::vector<std::string> cases = case_names(model);
     if (!unresolved.given) {
         for (const LoadCombination& combination : model.combinations)
             for (const auto& [name, factor] : combination.terms)

@@ -109,6 +109,8 @@ void convert_section(const FileSection& section, const OverrideTable& overrides,
             return read_load_combination(section, model, combinations, remarks, progress);
         case Keyword::tie_info:
             return read_tie_info(section, model, remarks, progress);
+        case Keyword::hexahedra:
+            return read_hexahedra(section, model, remarks, progress);
         case Keyword::comment:
         case Keyword::end:
             return;
@@ -117,7 +119,7 @@ void convert_section(const FileSection& section, const OverrideTable& overrides,
 
 // A keyword that stands whole inside a section most likely shows a forgotten "%".
 void notice_swallowed_keywords(const FileSection& section, InputRemarks& remarks, const Progress& progress) {
-    if (is_count(section.keyword)) return;
+    if (has_one_value(section.keyword)) return;
     for (const Token& token : section.tokens) {
         if (progress.cancelled()) return;
         const auto keyword = keyword_of(token.text);

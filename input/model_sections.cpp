@@ -29,6 +29,7 @@ constexpr KeywordRow keyword_rows[] = {
     {"load_info", Keyword::load_info},
     {"load_combination", Keyword::load_combination},
     {"tie_info", Keyword::tie_info},
+    {"hexahedra", Keyword::hexahedra},
     {"%", Keyword::comment},
     {"END", Keyword::end},
 };
@@ -75,7 +76,7 @@ ModelSections split_sections(std::string_view text, const Progress& progress) {
         }
         FileSection& section = model.sections.emplace_back(FileSection{*keyword, token, {}, {}});
         if (*keyword == Keyword::comment) continue;
-        if (!is_count(*keyword)) {
+        if (!has_one_value(*keyword)) {
             read_until_closed(reader, section, progress);
             continue;
         }

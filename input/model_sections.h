@@ -25,6 +25,7 @@ enum class Keyword {
     load_info,
     load_combination,
     tie_info,
+    hexahedra,
     comment,
     end,
 };
@@ -35,14 +36,15 @@ std::optional<Keyword> keyword_of(std::string_view token);
 // The keyword's plain spelling.
 const char* spelling(Keyword keyword);
 
-// mode_num, step_num and iteration: a single integer follows, no section.
-constexpr bool is_count(Keyword keyword) {
-    return keyword == Keyword::mode_num || keyword == Keyword::step_num || keyword == Keyword::iteration;
+// mode_num, step_num and iteration: a single integer follows, hexahedra: a single word; no section.
+constexpr bool has_one_value(Keyword keyword) {
+    return keyword == Keyword::mode_num || keyword == Keyword::step_num || keyword == Keyword::iteration ||
+           keyword == Keyword::hexahedra;
 }
 
 // A top-level token and what belongs to it: the tokens up to the closing "%" for a section, the value
-// and the one token passed over after it for mode_num, step_num and iteration, nothing for a comment
-// marker.
+// and the one token passed over after it for mode_num, step_num, iteration and hexahedra, nothing for a
+// comment marker.
 struct FileSection {
     Keyword keyword;
     Token opening;

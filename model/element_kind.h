@@ -2,13 +2,33 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
+#include <string_view>
 
 namespace kestralum {
 
 // One kind holds for the whole mesh; the value is `element_type` of the files.
 enum class ElementKind : std::int32_t { hexahedron = 0, tetrahedron4 = 1, tetrahedron10 = 2 };
+
+// How 8-node hexahedra are integrated.
+enum class HexahedronForm {
+    full,            // 2 x 2 x 2 points, as it stands
+    enhanced,        // with internal strains: bends without locking
+    mean_dilatation  // one volume change per element: flows without locking
+};
+inline constexpr std::array<std::string_view, 3> hexahedron_words{"full", "enhanced", "mean-dilatation"};
+constexpr const char* word_of(HexahedronForm form) {
+    return hexahedron_words[static_cast<std::size_t>(form)].data();
+}
+// The form of a word; nothing where it is none of them.
+constexpr std::optional<HexahedronForm> hexahedron_form_of(std::string_view word) {
+    for (std::size_t k = 0; k < hexahedron_words.size(); ++k)
+        if (word == hexahedron_words[k]) return static_cast<HexahedronForm>(k);
+    return std::nullopt;
+}
 
 // Nodes per element: 8, 4, 10; any other file value counts as 8.
 constexpr int nodes_per_element(ElementKind kind) {

@@ -200,15 +200,15 @@ std::vector<SurfaceTriangle> surface_triangles(const Mesh& mesh) {
     return out;
 }
 
-std::vector<SurfaceTriangle> surface_triangles_of(const Mesh& mesh, const NodeElements& node_elements,
-                                                  std::span<const char> chosen) {
+std::vector<ElementFace> free_faces_of(const Mesh& mesh, const NodeElements& node_elements,
+                                       std::span<const char> chosen) {
     std::vector<std::int32_t> elements;
     for (std::size_t n = 0; n < chosen.size(); ++n)
         if (chosen[n])
             elements.insert(elements.end(), node_elements.of(n).begin(), node_elements.of(n).end());
     std::sort(elements.begin(), elements.end());
     elements.erase(std::unique(elements.begin(), elements.end()), elements.end());
-    std::vector<SurfaceTriangle> out;
+    std::vector<ElementFace> out;
     std::vector<std::int32_t> corners;
     for (const std::int32_t e : elements)
         for (int f = 0; f < face_table(mesh.element_type).faces; ++f) {
@@ -219,8 +219,15 @@ std::vector<SurfaceTriangle> surface_triangles_of(const Mesh& mesh, const NodeEl
                 continue;
             corners.clear();
             for (int k : face_corners(mesh.element_type, f)) corners.push_back(element[k]);
-            if (!shared_by_another(mesh, node_elements, corners, e)) add_triangles(mesh, {e, f}, out);
+            if (!shared_by_another(mesh, node_elements, corners, e)) out.push_back({e, f});
         }
+    return out;
+}
+
+std::vector<SurfaceTriangle> surface_triangles_of(const Mesh& mesh, const NodeElements& node_elements,
+                                                  std::span<const char> chosen) {
+    std::vector<SurfaceTriangle> out;
+    for (const ElementFace& face : free_faces_of(mesh, node_elements, chosen)) add_triangles(mesh, face, out);
     return out;
 }
 

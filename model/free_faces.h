@@ -31,8 +31,10 @@ struct SurfaceTriangle {
 
 // The free faces cut into triangles, in their order, and the nodes of such a surface, ascending.
 std::vector<SurfaceTriangle> surface_triangles(const Mesh& mesh);
-// The triangles of the free faces all of whose nodes are chosen (node_num flags), without a look at the rest
-// of the mesh.
+// The free faces all of whose nodes are chosen (node_num flags), and their triangles, without a look at the
+// rest of the mesh.
+std::vector<ElementFace> free_faces_of(const Mesh& mesh, const NodeElements& node_elements,
+                                       std::span<const char> chosen);
 std::vector<SurfaceTriangle> surface_triangles_of(const Mesh& mesh, const NodeElements& node_elements,
                                                   std::span<const char> chosen);
 std::vector<std::int32_t> surface_nodes(std::span<const SurfaceTriangle> surface, std::int32_t node_num);

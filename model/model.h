@@ -62,6 +62,7 @@ struct Model {
     std::vector<TieRecord> ties;                // tie_info
     std::int32_t mode_count = 1;                // mode_num / step_num of the model file
     std::int32_t iteration_limit = 0;           // "iteration" of the model file
+    HexahedronForm hexahedra = HexahedronForm::full;
     AnalysisControl control;
     ExplicitTables explicit_tables;  // from the control file
 

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,12 +53,18 @@ struct RunOptions {
     std::string log_folder = "log";             // where "log\…" names live
     std::vector<std::array<double, 3>> probes;  // nonlinear, explicit: places whose nearest nodes go into the
                                                 // history, m
-    bool mean_dilatation = false;               // explicit: hexahedra with one pressure per element
+    bool mean_dilatation = false;               // explicit: hexahedra with one pressure per element once one
+                                                // of its points has yielded
+    std::optional<HexahedronForm> hexahedra;    // in place of the model's
     std::vector<double> factors;       // nonlinear: of the load, one per increment; empty: k/step_num
     std::string load_case;             // the case or combination that acts; empty: all loads
     double subspace_tolerance = 1e-6;  // eigen: relative change of the frequencies in one round
     double lanczos_tolerance = 1e-9;   // eigen: |β s| / |θ| of the inverted operator
 };
+
+// The form of hexahedra that is in force: the caller's, else the model's. Meshes of tetrahedra have none:
+// full.
+HexahedronForm hexahedron_form(const Model& model, const RunOptions& options);
 
 // What a run was made from.
 struct RunOrigin {

@@ -78,6 +78,22 @@ struct NonlinearReport {
     bool history_written = false;
 };
 
+// What one support does to the body.
+struct SupportReaction {
+    std::string name;
+    std::array<double, 3> force{}, moment{};  // N, N m about the centre
+    std::array<double, 3> centre{};           // mean of its nodes, m
+};
+
+// A frame of a static run: one load case or combination.
+struct CaseReport {
+    std::string name;  // empty where there is but one
+    NodeValue largest_displacement, largest_mises;
+    std::array<double, 3> applied{}, reaction{};  // N
+    std::vector<SupportReaction> supports;
+    double strain_energy = 0;  // ∫ ½ σ·ε_elastic dV, J
+};
+
 struct RunReport {
     RunStatus status = RunStatus::done;
     Remarks remarks;            // errors: why the status is not `done`; notices: what the user should know
@@ -89,6 +105,8 @@ struct RunReport {
     NodeValue largest_displacement;               // m
     NodeValue largest_mises;                      // Pa
     std::array<double, 3> applied{}, reaction{};  // N
+    std::vector<CaseReport> cases;                // of all frames; the first is the one above
+    std::vector<SupportReaction> supports;        // of the (last) frame
     double residual = 0;                          // ‖Ku - F‖ / ‖F‖
     std::int64_t free_dofs = 0, factor_entries = 0, negative_pivots = 0;
     std::string solver;  // what the factor was expected to cost, and which was taken; what came of it

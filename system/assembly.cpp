@@ -2,12 +2,15 @@
 
 #include <algorithm>
 
-#include "elements/element_type.h"
+#include "elements/linear_element.h"
+#include "system/support_springs.h"
+#include "system/transformed.h"
 
 namespace kestralum {
 
-ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, const RigidSystem* rigid) {
-    return [&job, &elasticity, rigid](std::int32_t e, double* ke, double* me) {
+ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, const RigidSystem* rigid,
+                                 HexahedronForm form) {
+    return [&job, &elasticity, rigid, form](std::int32_t e, double* ke, double* me) {
         const Mesh& mesh = job.mesh();
         const ElementType& type = element_type(mesh.element_type);
         ElementPoints points;
@@ -16,7 +19,7 @@ ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, c
         if (rigid && rigid->common_body(mesh.element(e).data(), type.nodes) >= 0)
             std::fill(ke, ke + 9 * type.nodes * type.nodes, 0.0);  // it cannot be strained
         else
-            element_stiffness(type, points, moduli(elasticity, part.material_id), ke);
+            element_stiffness(type, points, moduli(elasticity, part.material_id), form, ke);
         if (!me) return true;
         type.mass(points.x.data(), me);
         const double density = job.model.materials[part.material_id].density;
@@ -33,7 +36,7 @@ std::vector<double> unstrained_diagonal(const Job& job, const Freedoms& freedoms
     const int dofs = 3 * type.nodes;
     SilentProgress silent(job.progress);  // its line has been printed
     const Elasticity elasticity = build_elasticity(job.model.materials, silent);
-    const ElementMatrices matrices = element_matrices(job, elasticity, nullptr);
+    const ElementMatrices matrices = element_matrices(job, elasticity, nullptr, job.hexahedra());
     std::vector<double> ke(dofs * dofs);
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         const auto nodes = mesh.element(e);
@@ -76,19 +79,22 @@ bool assemble(Job& job, AssembledSystem& system, bool with_mass) {
     progress.print("K,M sparse\n");
     progress.print(" Calculate K,M sparse\n");
     std::vector<double> node_mass;
-    const std::int32_t bad =
-        assemble_km(mesh, neighbours, element_matrices(job, system.elasticity, &system.freedoms.rigid),
-                    job.threads(), system.km, progress, with_mass ? MassStorage::pattern : MassStorage::nodes,
-                    "    k=", with_mass ? nullptr : &node_mass);
+    const std::int32_t bad = assemble_km(
+        mesh, neighbours, element_matrices(job, system.elasticity, &system.freedoms.rigid, job.hexahedra()),
+        job.threads(), system.km, progress, with_mass ? MassStorage::pattern : MassStorage::nodes,
+        "    k=", with_mass ? nullptr : &node_mass);
     if (bad >= 0)
         return job.fail(RunStatus::failed, place_of_element(job, bad) +
                                                ": the Jacobian is not positive (flat or inverted element)");
     if (!job.goes_on()) return false;
+    const std::string springs = add_springs(job.model, mesh, around, system.km, system.km.K_value);
+    if (!springs.empty()) return job.fail(RunStatus::bad_input, springs);
     progress.print(" Calculate K,M sparse Complete\n");
     double mass = sum_of_mass(neighbours, node_mass);
     for (double m : system.km.M_value) mass += m;
     job.report().total_mass = mass / 3.0;
-    return true;
+    transform(system.freedoms.constraints.map, job.threads(), system.km, progress);
+    return job.goes_on();
 }
 
 void print_sizes(Job& job, const AssembledSystem& system) {
@@ -111,7 +117,7 @@ bool assemble_system(Job& job, AssembledSystem& system, bool with_mass) {
     if (!assemble(job, system, with_mass)) return false;
     print_sizes(job, system);
     const DofNumbering& numbering = system.freedoms.numbering;
-    if (!job.model.boundary_conditions.empty() || numbering.hanging_nodes > 0)
+    if (!job.model.boundary_conditions.empty() || !job.model.ties.empty() || numbering.hanging_nodes > 0)
         eliminate_fixed(numbering.dof_map, system.km, job.progress);
     job.progress.print("K,M sparse complete\n");
     return true;
@@ -151,47 +157,12 @@ std::unique_ptr<BorderedFactor> plan_bordered(Job& job, const AssembledSystem& s
     return std::make_unique<BorderedFactor>(std::move(free), system.km.rows(), system.border.nr);
 }
 
-std::array<double, 3> sum_reactions(const Freedoms& freedoms, std::span<const double> internal,
-                                    std::span<const Vec6> springs, std::span<const Vec6> loads) {
-    std::array<double, 3> sum{};
-    std::vector<char> counted(internal.size() / 3, 0);
-    const auto count_node = [&](std::int32_t n) {
-        for (std::size_t c = 0; c < 3 && !counted[n]; ++c) sum[c] += internal[3 * n + c];
-        counted[n] = 1;
-    };
-    for (std::int32_t n : freedoms.numbering.fixed_nodes) count_node(n);
-    for (std::size_t b = 0; b < freedoms.rigid.bodies.size(); ++b) {
-        const RigidBody& body = freedoms.rigid.bodies[b];
-        if (body.fixed.empty()) continue;
-        for (std::int32_t n : body.members) count_node(n);
-        for (std::size_t c = 0; c < 3; ++c) sum[c] += springs[b][c] - loads[b][c];
-    }
-    return sum;
-}
-
-std::vector<double> reduce_loads(const Job& job, const DofNumbering& numbering, const RigidSystem& rigid,
-                                 std::span<const RigidState> states) {
-    const std::vector<double>& nodal = job.run.load;
-    const std::size_t nf = numbering.free_dofs.size();
-    std::vector<double> out(nf + rigid.equations, 0.0);
-    for (std::size_t k = 0; k < nf; ++k) out[k] = nodal[numbering.free_dofs[k]];
-    for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
-        const RigidBody& body = rigid.bodies[b];
-        const RigidState state = states.empty() ? RigidState{} : states[b];
-        double* at = out.data() + nf + body.first;
-        project(body, state, resultant(body, state, job.mesh(), nodal), 1, at);
-        project(body, state,
-                rigid_force_resultant(rigid, static_cast<std::int32_t>(b), state, job.model.rigid_forces), 1,
-                at);
-    }
-    return out;
-}
-
 void expand_solution(const Mesh& mesh, const Freedoms& freedoms, std::span<const double> q,
                      std::span<double> u) {
     const std::vector<std::int32_t>& free_dofs = freedoms.numbering.free_dofs;
     for (std::size_t k = 0; k < free_dofs.size(); ++k) u[free_dofs[k]] = q[k];
     expand_members(freedoms.rigid, mesh, q.subspan(free_dofs.size()), u);
+    freedoms.constraints.map.expand(u);
 }
 
 }  // namespace kestralum

@@ -22,7 +22,8 @@ struct AssembledSystem {
 
 // Ke and Me of the run's elements for assemble_km: linear elasticity, consistent mass (none where `me` is
 // null); no stiffness inside a rigid body of `rigid` (null: none is). Borrows all.
-ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, const RigidSystem* rigid);
+ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, const RigidSystem* rigid,
+                                 HexahedronForm form);
 
 // The diagonal of K, one entry per equation, as if no body were rigid: what area forces are spread by. `km`
 // is the constrained matrix, without the elements inside rigid bodies.
@@ -42,19 +43,9 @@ bool transform_rigid(Job& job, AssembledSystem& system, bool with_mass);
 std::unique_ptr<BorderedFactor> plan_bordered(Job& job, const AssembledSystem& system,
                                               int factors_on_disk = 1, bool followed = false);
 
-// Forces on the equations after the transformation: the run's nodal load, and the rigid forces at the states
-// (empty: at rest).
-std::vector<double> reduce_loads(const Job& job, const DofNumbering& numbering, const RigidSystem& rigid,
-                                 std::span<const RigidState> states);
-
-// Displacements of all nodes (3 per node) from the equations' values, for small motions.
+// Displacements of all nodes (3 per node) from the equations' values, for small motions. u comes in with the
+// held places of q: their displacements, or 0.
 void expand_solution(const Mesh& mesh, const Freedoms& freedoms, std::span<const double> q,
                      std::span<double> u);
-
-// What the supports carry: internal forces (3 per node) at the fixed nodes; a rigid body that a support holds
-// hands on what acts on it: its members' internal forces and the springs' resistance (per body) less its
-// loads.
-std::array<double, 3> sum_reactions(const Freedoms& freedoms, std::span<const double> internal,
-                                    std::span<const Vec6> springs, std::span<const Vec6> loads);
 
 }  // namespace kestralum

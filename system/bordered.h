@@ -12,6 +12,7 @@
 #include <span>
 #include <vector>
 
+#include "conditions/constraints.h"
 #include "conditions/rigid_bodies.h"
 #include "solver/sparse.h"
 #include "system/factorization.h"

@@ -67,6 +67,9 @@ bool check_analysable(Job& job) {
         return job.fail(RunStatus::bad_input, missing);
     if (job.model.mesh.element_num() < 1)
         return job.fail(RunStatus::bad_input, "the model has no solid elements: nothing to analyse");
+    const HexahedronForm asked = job.options.hexahedra.value_or(job.model.hexahedra);
+    if (asked != HexahedronForm::full && job.model.mesh.element_type != ElementKind::hexahedron)
+        job.note(std::string("hexahedra ") + word_of(asked) + ": without effect, the mesh has none");
     return check_materials_known(job) && check_loads_finite(job);
 }
 
@@ -77,16 +80,6 @@ std::string place_of_element(const Job& job, std::int32_t e) {
 }
 
 namespace {
-
-// Nodes that supports hold.
-std::vector<std::int32_t> supported_nodes(const Model& model, const Mesh& mesh) {
-    std::vector<std::int32_t> nodes;
-    for (const BoundaryCondition& record : model.boundary_conditions) {
-        const auto selected = select_nodes(record, mesh);
-        nodes.insert(nodes.end(), selected.begin(), selected.end());
-    }
-    return nodes;
-}
 
 // The largest power of a force in one of the body's motions.
 double reach_of(const RigidBody& body, const Vec6& force) {
@@ -122,10 +115,18 @@ bool check_rigid_forces(Job& job, RigidSystem& rigid) {
 bool find_rigid_bodies(Job& job, Freedoms& freedoms) {
     const Model& model = job.model;
     RigidSystem& rigid = freedoms.rigid;
+    const std::vector<std::int32_t> whole = wholly_fixed_nodes(model.boundary_conditions, job.mesh());
+    const HeldDirections directions =
+        find_held_directions(model.boundary_conditions, job.mesh(), freedoms.node_elements);
+    if (!directions.error.empty()) return job.fail(RunStatus::bad_input, directions.error);
     if (!model.rigid_elements.empty())
-        rigid = build_rigid_system(model.rigid_elements, job.mesh(), freedoms.node_elements,
-                                   supported_nodes(model, job.mesh()));
+        rigid = build_rigid_system(model.rigid_elements, job.mesh(), freedoms.node_elements, whole,
+                                   directions.held);
     if (!rigid.error.empty()) return job.fail(RunStatus::bad_input, rigid.error);
+    freedoms.constraints = find_node_constraints(model.boundary_conditions, model.ties, job.mesh(), whole,
+                                                 directions.held, rigid, job.progress);
+    if (!freedoms.constraints.error.empty())
+        return job.fail(RunStatus::bad_input, freedoms.constraints.error);
     if (!check_rigid_forces(job, rigid)) return false;
     const auto bodies = static_cast<std::int32_t>(rigid.bodies.size());
     for (const RigidCombine& combine : model.rigid_combines)
@@ -168,8 +169,9 @@ bool make_run_mesh(Job& job, Renumbering how, Freedoms& freedoms) {
 
 void count_freedoms(Job& job, Freedoms& freedoms) {
     std::int32_t fn_free = job.mesh().dof_num();
-    freedoms.numbering = apply_boundary_conditions(job.model.boundary_conditions, job.mesh(),
-                                                   freedoms.node_elements, fn_free, job.progress);
+    freedoms.numbering =
+        apply_boundary_conditions(job.model.boundary_conditions, job.mesh(), freedoms.node_elements,
+                                  freedoms.constraints, fn_free, job.progress);
     const auto true_free = static_cast<std::int32_t>(freedoms.numbering.free_dofs.size());
     if (const std::int32_t repeated = freedoms.numbering.repeated_nodes(); repeated > 0) {
         const std::string line = formatted(
@@ -181,54 +183,13 @@ void count_freedoms(Job& job, Freedoms& freedoms) {
     }
     job.report().free_dofs = true_free;
     for (const std::string& notice : freedoms.rigid.notices) job.note(notice);
+    for (const std::string& notice : freedoms.constraints.notices) job.note(notice);
 }
 
 bool number_freedoms(Job& job, Freedoms& freedoms) {
     count_freedoms(job, freedoms);
     return job.report().free_dofs > 0 ||
            job.fail(RunStatus::failed, "every degree of freedom is fixed: nothing to solve");
-}
-
-namespace {
-
-// A moment of an area's shares below this part of the force times the area's size is of no matter.
-constexpr double smallest_arm = 0.01;
-
-void note_loads(Job& job, const LoadVector& load) {
-    for (std::size_t f = 0; f < load.records.size(); ++f) {
-        const AppliedForce& force = job.model.forces[f];
-        const LoadedRecord& record = load.records[f];
-        const std::string name = "force " + force.name;
-        if (record.reached == 0)
-            job.note(name +
-                     (force.kind == ForceKind::node ? ": no node at its point" : ": no node in its box"));
-        else if (record.on_fixed == record.reached)
-            job.note(name + ": acts on fixed degrees of freedom only and is lost");
-        if (record.replaced > 0)
-            job.note(formatted(
-                "%s: %d of its %d nodes are loaded by a later force in the same direction, which takes "
-                "the place of their shares: %.6g of %.6g N act",
-                name.c_str(), record.replaced, record.reached, record.applied, force.value));
-        if (record.arm > smallest_arm * record.size)
-            job.note(formatted(
-                "%s: its shares on the nodes act %.3g m off the middle of the area, a moment of (%.3g, "
-                "%.3g, %.3g) N m: the nodes of the area are spread unevenly",
-                name.c_str(), record.arm, record.moment[0], record.moment[1], record.moment[2]));
-    }
-}
-
-}  // namespace
-
-LoadVector resolve_loads(Job& job, const Freedoms& freedoms, std::span<const double> stiffness) {
-    LoadVector load = build_loads(job.model.forces, job.run.force_node, job.mesh(), freedoms.node_elements,
-                                  freedoms.numbering, stiffness, job.progress);
-    job.run.load.assign(job.mesh().dof_num(), 0.0);
-    for (std::size_t k = 0; k < load.F.size(); ++k) job.run.load[freedoms.numbering.free_dofs[k]] = load.F[k];
-    note_loads(job, load);
-    for (std::size_t b = 0; b < job.model.boundary_conditions.size(); ++b)
-        if (freedoms.numbering.selected[b] == 0)
-            job.note("support " + job.model.boundary_conditions[b].name + ": selects no node");
-    return load;
 }
 
 void report_largest(Job& job, const Frame& frame) {

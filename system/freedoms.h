@@ -1,7 +1,7 @@
 // What can move: the run's numbering of the nodes, its supports, rigid bodies and degrees of freedom.
 #pragma once
 
-#include "conditions/loads.h"
+#include "conditions/constraints.h"
 #include "conditions/rigid_bodies.h"
 #include "system/job.h"
 
@@ -10,7 +10,8 @@ namespace kestralum {
 struct Freedoms {
     std::int32_t diag_num = 0;  // band measure of the numbering in force
     NodeElements node_elements;
-    DofNumbering numbering;
+    NodeConstraints constraints;  // of supports with options and of ties
+    DofNumbering numbering;       // of the places of q, see constraint_map.h
     RigidSystem rigid;
 };
 
@@ -32,10 +33,6 @@ bool make_run_mesh(Job& job, Renumbering how, Freedoms& freedoms);
 // number_freedoms: false with status failed when nothing is free.
 void count_freedoms(Job& job, Freedoms& freedoms);
 bool number_freedoms(Job& job, Freedoms& freedoms);
-
-// Loads of the force records on the free degrees of freedom and, into run.load, on all nodes; notes the
-// records that reach nothing, lose force or turn. `stiffness` as build_loads().
-LoadVector resolve_loads(Job& job, const Freedoms& freedoms, std::span<const double> stiffness);
 
 // Largest displacement and Mises stress of the last frame added.
 void report_largest(Job& job, const Frame& frame);

@@ -23,6 +23,7 @@ struct Job {
 
     RunReport& report() { return run.report; }
     const Mesh& mesh() const { return run.mesh; }
+    HexahedronForm hexahedra() const { return hexahedron_form(model, options); }
     int threads() const { return settings.threads(); }
 
     // Why the run cannot go on; returns false, so that a stage can end with it.

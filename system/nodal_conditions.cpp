@@ -4,6 +4,7 @@
 
 #include "model/selection.h"
 #include "system/assembly.h"
+#include "system/load_set.h"
 
 namespace kestralum {
 
@@ -16,7 +17,7 @@ bool add_diagonals(Job& job, const Elasticity& elasticity, std::span<const std::
     constexpr std::size_t block = 4096;  // elements between two looks at a cancel
     const Mesh& mesh = job.mesh();
     const int dofs = 3 * mesh.node_per_element();
-    const ElementMatrices matrices = element_matrices(job, elasticity, nullptr);
+    const ElementMatrices matrices = element_matrices(job, elasticity, nullptr, job.hexahedra());
     std::vector<double> values(block * dofs);
     std::vector<char> sound(block);
     for (std::size_t first = 0; first < elements.size() && job.goes_on(); first += block) {
@@ -123,7 +124,8 @@ bool work(Job& job, NodalConditions& out) {
     count_freedoms(job, freedoms);
     std::vector<double> stiffness;
     if (!find_stiffness(job, freedoms, stiffness)) return false;
-    resolve_loads(job, freedoms, stiffness);
+    LoadSet loads;
+    if (!resolve_loads(job, freedoms, stiffness, loads)) return false;
     carry_over(job, freedoms, out);
     return job.goes_on();
 }

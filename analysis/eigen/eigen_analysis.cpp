@@ -43,14 +43,15 @@ std::vector<double> rigid_motions(const Mesh& mesh, const Freedoms& freedoms) {
     for (const RigidBody& body : rigid.bodies)
         for (std::size_t k = 0; k < body.motions.size(); ++k) {
             const std::size_t row = nf + body.first + k;
-            const Vec6& m = body.motions[k];
             for (std::size_t a = 0; a < 3; ++a) {
                 Vec3 axis{};
                 axis[a] = 1;
                 const Vec3 v = cross(
                     axis, {body.pivot[0] - centre[0], body.pivot[1] - centre[1], body.pivot[2] - centre[2]});
-                out[a * n + row] = m[a];  // the motions are orthogonal: a part is a product
-                out[(3 + a) * n + row] = m[0] * v[0] + m[1] * v[1] + m[2] * v[2] + m[3 + a];
+                Vec6 shift{}, turn{v[0], v[1], v[2], axis[0], axis[1], axis[2]};
+                shift[a] = 1;
+                out[a * n + row] = body.amount(k, shift);
+                out[(3 + a) * n + row] = body.amount(k, turn);
             }
         }
     for (std::size_t k = 0; k < nf; ++k) {
@@ -72,8 +73,11 @@ std::vector<double> translations(const AssembledSystem& system) {
     for (std::size_t k = 0; k < free_dofs.size(); ++k) all[free_dofs[k] % 3 * n + k] = 1;
     for (const RigidBody& body : system.freedoms.rigid.bodies)
         for (std::size_t k = 0; k < body.motions.size(); ++k)
-            for (std::size_t d = 0; d < 3; ++d)
-                all[d * n + free_dofs.size() + body.first + k] = body.motions[k][d];
+            for (std::size_t d = 0; d < 3; ++d) {
+                Vec6 shift{};
+                shift[d] = 1;
+                all[d * n + free_dofs.size() + body.first + k] = body.amount(k, shift);
+            }
     return all;
 }
 
@@ -163,7 +167,7 @@ bool store_modes(Job& job, const AssembledSystem& system, const EigenPairs& pair
         frame->n_freq = job.report().modes[j].frequency;
         expand_solution(mesh, system.freedoms, std::span(pairs.vectors).subspan(j * n, n), frame->mode_vec);
         point_stresses(mesh, job.model.parts, system.elasticity, frame->mode_vec, job.threads(), points,
-                       job.progress);
+                       job.progress, {.form = job.hexahedra()});
         mean_stress_strain(mesh, system.freedoms.node_elements, points, {}, job.threads(), frame->node_stress,
                            job.progress);
         job.run.results.push_back(frame);

@@ -37,7 +37,8 @@ EigenProblem::EigenProblem(Job& job, const AssembledSystem& system, std::unique_
       km_(system.km),
       border_(system.border),
       factor_(std::move(factor)),
-      mass_(km_, system.freedoms.numbering.free_dofs) {
+      mass_(km_, system.freedoms.numbering.free_dofs),
+      couples_directions_(!system.freedoms.constraints.map.empty()) {
     for (const std::int32_t part : job.model.mesh.p_ele_part_id) {
         const Material& material = job.model.materials[job.model.parts[part].material_id];
         elastic_scale_ = std::max(elastic_scale_,
@@ -118,6 +119,7 @@ bool EigenProblem::start_vector_through_w(std::vector<double>& start) {
     ++report().factorizations;
     const SkylineFactor& like = *skyline;
     const std::span<double> free = std::span(start).first(km_.rows());
+    if (couples_directions_) return start_through_whole_w(like, free);
     W_ = std::make_unique<MassFactor>(mass_, like.profile(), like.divisions(), like.options());
     // a ninth of a whole factor, like [K] itself beyond the budget for panels, so that this does not show in
     // the result
@@ -214,7 +216,10 @@ void multiply_columns(std::span<const std::int64_t> start, std::span<const std::
 }  // namespace
 
 void EigenProblem::multiply_m(std::span<const double> x, std::span<double> y, std::int32_t k) {
-    mass_.multiply(x, y, n(), k, job_.threads());
+    if (couples_directions_)
+        multiply_columns(km_.row_start, km_.col_index, km_.M_value, x, y, n(), k, job_.threads());
+    else
+        mass_.multiply(x, y, n(), k, job_.threads());
     multiply_border(border_, border_.M_fr, border_.M_rr, x, y, k);
 }
 

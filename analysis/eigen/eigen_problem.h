@@ -107,6 +107,7 @@ private:
     double elastic_scale_ = 0, rounding_ = 0;
     std::vector<double> shifted_, shifted_fr_, shifted_rr_;
     NodeMass mass_;
+    bool couples_directions_;  // [M] does, through nodes with axes of their own or ties: mass_ does not hold
     std::unique_ptr<MassFactor> W_;  // until its files are written
 };
 

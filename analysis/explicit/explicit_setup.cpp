@@ -10,6 +10,7 @@
 #include "model/selection.h"
 #include "solver/memory_limits.h"
 #include "system/diagonals.h"
+#include "system/load_set.h"
 
 namespace kestralum {
 
@@ -93,7 +94,7 @@ bool find_diagonals(Job& job, SetUp& set_up) {
     const NodeNeighbours neighbours = neighbours_of_nodes(mesh, set_up.freedoms.node_elements, job.progress);
     job.progress.print("[K],[M] element num=%ld\n", print_pattern(neighbours, job.progress));
     set_up.diagonals = matrix_diagonals(mesh, set_up.freedoms.node_elements, neighbours,
-                                        element_matrices(job, elasticity, nullptr),
+                                        element_matrices(job, elasticity, nullptr, HexahedronForm::full),
                                         set_up.freedoms.numbering.dof_map, job.threads(), job.progress);
     if (const std::int32_t bad = set_up.diagonals.bad_element; bad >= 0)
         return job.fail(RunStatus::failed, place_of_element(job, bad) +
@@ -151,20 +152,22 @@ void size_state(const Mesh& mesh, const SetUp& set_up, ExplicitState& s) {
     }
 }
 
-void set_loads(Job& job, const SetUp& set_up, ExplicitState& s) {
+bool set_loads(Job& job, const SetUp& set_up, ExplicitState& s) {
     job.progress.print("Force Vector\n");
     std::vector<double> stiffness;
     for (std::int32_t dof : set_up.freedoms.numbering.free_dofs) stiffness.push_back(set_up.diagonals.K[dof]);
-    resolve_loads(job, set_up.freedoms, stiffness);
+    LoadSet loads;
+    if (!resolve_loads(job, set_up.freedoms, stiffness, loads)) return false;
     job.progress.print("Force Vector Complete\n");
     for (std::size_t d = 0; d < job.run.load.size(); ++d) {
         s.F[4 * (d / 3) + d % 3] = job.run.load[d];
         job.report().applied[d % 3] += job.run.load[d];
     }
     const AnalysisControl& control = job.model.control;
-    if (control.gravity_axis < 0) return;
+    if (control.gravity_axis < 0) return true;
     for (std::size_t k = control.gravity_axis; k < s.F.size(); k += 4)
         s.F[k] += s.mass[k] * control.gravity_sign * gravity_acceleration;
+    return true;
 }
 
 // Nodes on solid elements that a velocity record selects.
@@ -433,7 +436,7 @@ bool set_inertia(Job& job, SetUp& set_up, ExplicitState& s) {
     lump_mass(job, set_up);
     size_state(job.mesh(), set_up, s);
     find_damping(job, set_up, s);
-    set_loads(job, set_up, s);
+    if (!set_loads(job, set_up, s)) return false;
     set_bodies(job, set_up, s);
     return true;
 }

@@ -102,7 +102,9 @@ bool NewtonSolver::assemble(Progress& lines) {
 // The forces of the increment at the bodies' places: dead loads, whose arms turn with the bodies.
 void NewtonSolver::set_forces(double factor) {
     load_factor_ = factor;
-    F_ = reduce_loads(job_, free_, rigid_, states_);
+    const AppliedLoads whole =
+        applied_loads(*loads_, body_.mesh, rigid_, 1, Growth::whole, job_.options.load_case, {}, states_);
+    F_ = reduce_loads(whole, freedoms_, free_.free_dofs, body_.mesh, states_);
     for (double& f : F_) f *= factor;
 }
 
@@ -372,6 +374,7 @@ IncrementReport NewtonSolver::advance(std::int32_t number, double factor) {
         IncrementReport second;
         second.factor = factor;
         second.searched = true;
+        body_.restart();
         place(at_start, {}, 0);
         const NewtonOutcome again = attempt(true, second);
         // the better end stands where neither has converged
@@ -388,9 +391,10 @@ IncrementReport NewtonSolver::advance(std::int32_t number, double factor) {
         }
     }
     report.converged = outcome == NewtonOutcome::converged;
-    if (report.converged) body_.committed = body_.current;
+    if (report.converged) body_.commit();
     if (outcome == NewtonOutcome::diverged || outcome == NewtonOutcome::failed) {
         const std::string why = error;
+        body_.restart();
         place(at_start, {}, 0);
         error = why;
     }

@@ -11,6 +11,7 @@
 #include "elements/finite_elements.h"
 #include "solver/sparse.h"
 #include "system/assembly.h"
+#include "system/load_set.h"
 
 namespace kestralum {
 
@@ -31,6 +32,9 @@ public:
     // The pattern and its reduction to the equations, and K at rest. False with the run's status set: a flat
     // element, nothing free, a budget, a cancel.
     bool prepare();
+
+    // Before the first increment.
+    void set_loads(const LoadSet& loads) { loads_ = &loads; }
 
     // K at rest without the supported degrees of freedom: its diagonal weighs the shares of area forces.
     const SparseKM& stiffness() const { return constrained_; }
@@ -76,6 +80,7 @@ private:
     void print_rigid_displacements() const;
 
     Job& job_;
+    const LoadSet* loads_ = nullptr;
     FiniteBody& body_;
     const Freedoms& freedoms_;
     const DofNumbering& numbering_;

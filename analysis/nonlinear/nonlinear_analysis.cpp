@@ -11,6 +11,7 @@
 #include "model/format.h"
 #include "results/result_file.h"
 #include "solver/memory_limits.h"
+#include "system/reactions.h"
 
 namespace kestralum {
 
@@ -171,20 +172,24 @@ void report_end(Job& job, const Freedoms& freedoms, const FiniteBody& body, cons
     RunReport& report = job.report();
     const IncrementReport& last = report.nonlinear.increments.back();
     const RigidSystem& rigid = freedoms.rigid;
-    std::vector<double> nodal = job.run.load;
-    for (double& f : nodal) f *= last.factor;
-    for (std::size_t d = 0; d < nodal.size(); ++d) report.applied[d % 3] += nodal[d];
-    std::vector<Vec6> springs(rigid.bodies.size()), loads;
-    combine_resistance(job.model.rigid_combines, rigid, solver.states(), springs);
+    std::vector<double> residual = internal_forces(body, freedoms.node_elements);
+    const std::vector<char> wanted = reaction_nodes(freedoms, job.mesh().node_num());
+    for (std::size_t d = 0; d < residual.size(); ++d) {
+        const double load = last.factor * job.run.load[d];
+        report.applied[d % 3] += load;
+        residual[d] -= wanted[d / 3] ? load : 0;
+    }
+    std::vector<Vec6> bodies(rigid.bodies.size());
+    combine_resistance(job.model.rigid_combines, rigid, solver.states(), bodies);
     for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
-        const RigidState& state = solver.states()[b];
-        loads.push_back(resultant(rigid.bodies[b], state, job.mesh(), nodal));
-        const Vec6 own =
-            rigid_force_resultant(rigid, static_cast<std::int32_t>(b), state, job.model.rigid_forces);
-        for (std::size_t c = 0; c < 6; ++c) loads[b][c] += last.factor * own[c];
+        const Vec6 own = rigid_force_resultant(rigid, static_cast<std::int32_t>(b), solver.states()[b],
+                                               job.model.rigid_forces);
+        for (std::size_t c = 0; c < 6; ++c) bodies[b][c] -= last.factor * own[c];
         for (std::size_t c = 0; c < 3; ++c) report.applied[c] += last.factor * own[c];
     }
-    report.reaction = sum_reactions(freedoms, internal_forces(body, freedoms.node_elements), springs, loads);
+    report.supports =
+        support_reactions(job.model, job.mesh(), freedoms, residual, bodies, body.u, solver.states());
+    report.reaction = sum_of(report.supports);
     report.residual = last.ratio;
     report.negative_pivots = last.negative_pivots;
     report_largest(job, *job.run.results.back());
@@ -210,6 +215,7 @@ bool work(Job& job, NonlinearHistory& history) {
     std::vector<std::int32_t> material;
     for (std::int32_t part : job.mesh().p_ele_part_id) material.push_back(job.model.parts[part].material_id);
     FiniteBody body{job.mesh(), material, materials, job.threads()};
+    body.form = job.hexahedra();
     body.start();
     const std::vector<double> factors = load_factors(job);
     NewtonOptions options{job.settings.nl_conv, 100, static_cast<std::int32_t>(factors.size())};
@@ -218,7 +224,10 @@ bool work(Job& job, NonlinearHistory& history) {
     NewtonSolver solver(job, body, freedoms, options);
     if (!solver.prepare()) return false;
     job.report().free_dofs = static_cast<std::int64_t>(solver.internal().size());
-    resolve_loads(job, freedoms, unstrained_diagonal(job, freedoms, solver.stiffness()));
+    LoadSet loads;
+    if (!resolve_loads(job, freedoms, unstrained_diagonal(job, freedoms, solver.stiffness()), loads))
+        return false;
+    solver.set_loads(loads);
     job.clock.begin("iterate");
     job.report().nonlinear.wanted = options.increments;
     history.begin(job.mesh(), freedoms.node_elements, job.options.probes);

@@ -1,27 +1,20 @@
 #include "analysis/static/static_analysis.h"
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 
 #include "analysis/linear_run.h"
 #include "elements/stresses.h"
 #include "model/format.h"
+#include "system/linear_loads.h"
+#include "system/reactions.h"
 
 namespace kestralum {
 
 namespace {
 
 constexpr std::int32_t static_columns = 6;  // of the result file
-
-void report_applied(Job& job, const RigidSystem& rigid) {
-    std::array<double, 3>& applied = job.report().applied;
-    for (std::size_t d = 0; d < job.run.load.size(); ++d) applied[d % 3] += job.run.load[d];
-    for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
-        const Vec6 force =
-            rigid_force_resultant(rigid, static_cast<std::int32_t>(b), {}, job.model.rigid_forces);
-        for (std::size_t c = 0; c < 3; ++c) applied[c] += force[c];
-    }
-}
 
 // Where nothing holds a node or a rigid element the run has failed; its numbers are written all the same.
 void check_held(Job& job, const AssembledSystem& system, const BorderedFactor& factor) {
@@ -43,84 +36,177 @@ void check_held(Job& job, const AssembledSystem& system, const BorderedFactor& f
              "the body is free: a motion of the rigid elements (" + names + ") meets no resistance");
 }
 
-// F in, u out: one value per equation.
-bool solve(Job& job, const AssembledSystem& system, std::vector<double>& u,
+// A relative residual above this is worth another solution.
+constexpr double refined_above = 1e-9;
+
+// Σ (F - K q), one column after the other; returns the largest ‖Kq - F‖ / ‖F‖.
+double residuals(const AssembledSystem& system, std::span<const double> q, std::span<const double> F,
+                 std::size_t columns, std::vector<double>& out) {
+    const std::size_t n = system.equations();
+    out.resize(q.size());
+    double largest = 0;
+    for (std::size_t c = 0; c < columns; ++c) {
+        const std::span<double> Kq = std::span(out).subspan(c * n, n);
+        const auto column = q.subspan(c * n, n), load = F.subspan(c * n, n);
+        multiply(system.km, system.km.K_value, column.first(system.km.rows()), Kq);
+        std::fill(Kq.begin() + system.km.rows(), Kq.end(), 0.0);
+        multiply_border(system.border, system.border.K_fr, system.border.K_rr, column, Kq, 1);
+        for (std::size_t k = 0; k < n; ++k) Kq[k] = load[k] - Kq[k];
+        const double size = norm(load), left = norm(Kq);
+        largest = std::max(largest, size > 0 ? left / size : left);
+    }
+    return largest;
+}
+
+// Solves once more for what is left, and keeps that where it is better.
+bool refine(Job& job, const AssembledSystem& system, BorderedFactor& factor, std::vector<double>& q,
+            std::span<const double> F, std::vector<double> left, std::size_t columns) {
+    if (!factor.solve(job, left, static_cast<std::int32_t>(columns))) return false;
+    for (std::size_t k = 0; k < q.size(); ++k) left[k] += q[k];
+    std::vector<double> after;
+    const double before = job.report().residual, now = residuals(system, left, F, columns, after);
+    if (now < before) {
+        q = std::move(left);
+        job.report().residual = now;
+    }
+    job.note(formatted("the relative residual was %.1e: one step of iterative refinement has made it %.1e",
+                       before, job.report().residual));
+    return true;
+}
+
+// F in, q out: one value per equation, case after case.
+bool solve(Job& job, const AssembledSystem& system, std::vector<double>& q, std::size_t columns,
            std::unique_ptr<BorderedFactor>& factor) {
     factor = plan_bordered(job, system);
     if (!factor || !factor->factor(job, job.progress, system.km, system.km.K_value, system.border.K_fr,
                                    system.border.K_rr))
         return false;
     job.clock.begin("solve");
-    const std::vector<double> F = u;
-    if (!factor->solve(job, u)) return false;
+    const std::vector<double> F = q;
+    if (!factor->solve(job, q, static_cast<std::int32_t>(columns))) return false;
     job.report().negative_pivots = factor->negative_pivots();  // the solve may have taken another factor
     if (const std::string outcome = factor->free() ? factor->free()->outcome() : ""; !outcome.empty())
         job.report().solver += ", " + outcome;
-    std::vector<double> Ku(u.size());
-    multiply(system.km, system.km.K_value, std::span(u).first(system.km.rows()), Ku);
-    multiply_border(system.border, system.border.K_fr, system.border.K_rr, u, Ku, 1);
-    for (std::size_t k = 0; k < Ku.size(); ++k) Ku[k] -= F[k];
-    const double load = norm(F);
-    job.report().residual = load > 0 ? norm(Ku) / load : norm(Ku);
-    if (!std::isfinite(norm(u)))
+    std::vector<double> left;
+    job.report().residual = residuals(system, q, F, columns, left);
+    if (!std::isfinite(norm(q)))
         return job.fail(RunStatus::failed, "the displacements are not finite numbers");
     check_held(job, system, *factor);
+    if (job.report().residual > refined_above && job.report().status == RunStatus::done)
+        return refine(job, system, *factor, q, F, std::move(left), columns);
     return true;
 }
 
-// q: the amounts of the rigid bodies' motions.
-void report_reactions(Job& job, const AssembledSystem& system, const PointResults& points,
-                      std::span<const double> q) {
+// Nodal forces of the points' stresses less the loads, at the nodes that the supports' reactions come from.
+std::vector<double> residual_forces(const Job& job, const Freedoms& freedoms, const PointResults& points,
+                                    const LinearLoad& load) {
     const Mesh& mesh = job.mesh();
-    const RigidSystem& rigid = system.freedoms.rigid;
-    std::vector<char> wanted(mesh.node_num(), 0);
-    for (std::int32_t n : system.freedoms.numbering.fixed_nodes) wanted[n] = 1;
-    std::vector<Vec6> springs, loads;
-    for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
-        const auto number = static_cast<std::int32_t>(b);
-        for (std::int32_t n : rigid.bodies[b].members) wanted[n] = !rigid.bodies[b].fixed.empty();
-        springs.push_back(spring_resistance(job.model.rigid_combines, rigid, number, q));
-        loads.push_back(resultant(rigid.bodies[b], {}, mesh, job.run.load));
-        const Vec6 own = rigid_force_resultant(rigid, number, {}, job.model.rigid_forces);
-        for (std::size_t c = 0; c < 6; ++c) loads[b][c] += own[c];
-    }
-    job.report().reaction =
-        sum_reactions(system.freedoms, internal_forces(mesh, points, wanted), springs, loads);
+    std::vector<double> out =
+        internal_forces(mesh, points, reaction_nodes(freedoms, mesh.node_num()), job.hexahedra());
+    const std::vector<char> wanted = reaction_nodes(freedoms, mesh.node_num());
+    for (std::size_t d = 0; d < out.size(); ++d)
+        if (wanted[d / 3]) out[d] -= load.applied.nodal[d];
+    return out;
 }
 
-bool recover(Job& job, const AssembledSystem& system, std::span<const double> q) {
-    job.clock.begin("recover");
+// q: the amounts of the rigid bodies' motions; u: displacements of all nodes.
+CaseReport report_case(Job& job, const AssembledSystem& system, const PointResults& points,
+                       const LinearLoad& load, std::span<const double> q, const Frame& frame) {
+    const RigidSystem& rigid = system.freedoms.rigid;
+    CaseReport out;
+    out.name = frame.name;
+    std::vector<Vec6> bodies;
+    for (std::size_t d = 0; d < load.applied.nodal.size(); ++d) out.applied[d % 3] += load.applied.nodal[d];
+    for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
+        Vec6& body = bodies.emplace_back(
+            spring_resistance(job.model.rigid_combines, rigid, static_cast<std::int32_t>(b), q));
+        for (std::size_t c = 0; c < 6; ++c) body[c] -= load.applied.rigid[b][c];
+        for (std::size_t c = 0; c < 3; ++c) out.applied[c] += load.applied.rigid[b][c];
+    }
+    out.supports =
+        support_reactions(job.model, job.mesh(), system.freedoms,
+                          residual_forces(job, system.freedoms, points, load), bodies, frame.mode_vec);
+    out.reaction = sum_of(out.supports);
+    out.strain_energy = strain_energy(job.mesh(), points, load.initial_strain);
+    report_largest(job, frame);
+    out.largest_displacement = job.report().largest_displacement;
+    out.largest_mises = job.report().largest_mises;
+    return out;
+}
+
+bool recover(Job& job, const AssembledSystem& system, const CaseTerms& terms, std::span<const double> q,
+             const LinearLoad& load) {
     const Mesh& mesh = job.mesh();
     const Freedoms& freedoms = system.freedoms;
     const auto frame = std::make_shared<Frame>(mesh.dof_num());
-    expand_solution(mesh, freedoms, q, frame->mode_vec);
+    frame->name = terms.name;
+    frame->mode_vec = displacements(mesh, freedoms, q, load);
     job.progress.print("Strain Analysis\n");
     PointResults points;
     point_stresses(mesh, job.model.parts, system.elasticity, frame->mode_vec, job.threads(), points,
-                   job.progress);
+                   job.progress, {.form = job.hexahedra(), .initial = load.initial_strain});
     mean_stress_strain(mesh, freedoms.node_elements, points, {}, job.threads(), frame->node_stress,
                        job.progress);
     if (!job.goes_on()) return false;
-    report_reactions(job, system, points, q.subspan(freedoms.numbering.free_dofs.size()));
-    report_largest(job, *frame);
+    job.report().cases.push_back(
+        report_case(job, system, points, load, q.subspan(freedoms.numbering.free_dofs.size()), *frame));
     job.run.results.push_back(frame);
     return true;
 }
 
+// The frames of all cases and combinations from the solutions q, one column per load case.
+bool recover_all(Job& job, const AssembledSystem& system, std::span<const CaseTerms> frames,
+                 std::span<const std::string> cases, std::span<const LinearLoad> loads,
+                 std::span<const double> q) {
+    job.clock.begin("recover");
+    const std::size_t n = system.equations();
+    for (const CaseTerms& terms : frames) {
+        LinearLoad load;
+        std::vector<double> sum;
+        for (const auto& [name, factor] : terms.terms) {
+            const std::size_t c = std::ranges::find(cases, name) - cases.begin();
+            add_load(load, factor, loads[c]);
+            if (sum.empty()) sum.assign(n, -0.0);  // which adds nothing to a zero of either sign
+            for (std::size_t k = 0; k < n; ++k) sum[k] += factor * q[c * n + k];
+        }
+        if (!recover(job, system, terms, sum, load)) return false;
+    }
+    const CaseReport& first = job.report().cases.front();
+    job.report().applied = first.applied;
+    job.report().reaction = first.reaction;
+    job.report().largest_displacement = first.largest_displacement;
+    job.report().largest_mises = first.largest_mises;
+    job.report().supports = first.supports;
+    return true;
+}
+
 bool work(Job& job, AssembledSystem& system) {
-    if (!assemble_system(job, system, false)) return false;
+    std::vector<CaseTerms> frames;
+    if (!find_cases(job, frames) || !assemble_system(job, system, false)) return false;
     job.progress.print("Force Vector\n");
-    resolve_loads(job, system.freedoms, unstrained_diagonal(job, system.freedoms, system.km));
+    LoadSet set;
+    if (!resolve_loads(job, system.freedoms, unstrained_diagonal(job, system.freedoms, system.km), set))
+        return false;
     job.progress.print("Force Vector Complete\n");
-    report_applied(job, system.freedoms.rigid);
     if (!transform_rigid(job, system, false)) return false;
-    std::vector<double> q = reduce_loads(job, system.freedoms.numbering, system.freedoms.rigid, {});
+    std::vector<std::string> cases;
+    for (const CaseTerms& frame : frames)
+        for (const auto& [name, factor] : frame.terms)
+            if (std::ranges::find(cases, name) == cases.end()) cases.push_back(name);
+    std::vector<LinearLoad> loads;
+    std::vector<double> q;
+    for (const std::string& name : cases) {
+        loads.push_back(load_of_case(job, set, system.freedoms, name));
+        const std::vector<double> F = right_hand_side(job, system, loads.back());
+        q.insert(q.end(), F.begin(), F.end());
+    }
     job.progress.print("Static Analysis Start\n");
     std::unique_ptr<BorderedFactor> factor;  // stays until its file is written
-    if (!solve(job, system, q, factor)) return false;
-    system.km = {};
+    if (!solve(job, system, q, cases.size(), factor)) return false;
+    system.km.K_value = {};
+    system.km.col_index = {};
     if (!factor->free() || !factor->free()->has_files()) factor.reset();
-    return recover(job, system, q) && (!factor || factor->await_file(job));
+    return recover_all(job, system, frames, cases, loads, q) && (!factor || factor->await_file(job));
 }
 
 }  // namespace

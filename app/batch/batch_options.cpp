@@ -37,6 +37,11 @@ std::string add_probe(BatchOptions& options, const std::string& text) {
     return {};
 }
 
+std::string choose_hexahedra(BatchOptions& options, const std::string& text) {
+    options.hexahedra = hexahedron_form_of(text);
+    return options.hexahedra ? "" : "--hexahedra wants full, enhanced or mean-dilatation, not '" + text + "'";
+}
+
 enum class Files { model, model_and_export };
 
 CommandLine describe(BatchOptions& options, Files files) {
@@ -79,6 +84,12 @@ CommandLine describe(BatchOptions& options, Files files) {
     line.add_flag("--mean-dilatation",
                   "explicit: hexahedra with one pressure each, for large plastic strains",
                   options.mean_dilatation);
+    line.add_value(
+        "--hexahedra", "WORD",
+        "full, enhanced (bend without locking) or mean-dilatation (flow without locking) in place of\n"
+        "what the model says",
+        [&options](const std::string& text) { return choose_hexahedra(options, text); },
+        {.needs = "", .excludes = "--mean-dilatation", .group = ""});
     line.add_flag("--tidy", "removes the files of the factor after the run", options.tidy);
     line.add_flag("--quiet", "prints the closing summary only", options.quiet);
     line.add_footer(
@@ -99,6 +110,7 @@ std::string check_command(const BatchOptions& options) {
         return "--mean-dilatation goes with explicit";
     if (options.command != "check" && !exports) return {};
     if (!options.probes.empty()) return options.command + " computes nothing: --probe goes with an analysis";
+    if (options.hexahedra) return options.command + " computes nothing: --hexahedra goes with an analysis";
     if (options.vtu) return options.command + " writes no results: --vtu goes with an analysis";
     if (options.tidy) return options.command + " writes no factor: --tidy goes with an analysis";
     if (!exports) return {};

@@ -2,12 +2,14 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "app/command_line.h"
 #include "input/model_reader.h"
+#include "model/element_kind.h"
 
 namespace kestralum {
 
@@ -19,6 +21,7 @@ struct BatchOptions : CommonOptions {
     bool vtu = false, tidy = false;
     std::vector<std::array<double, 3>> probes;  // places whose nearest nodes are told, m
     bool mean_dilatation = false;               // explicit: hexahedra with one pressure
+    std::optional<HexahedronForm> hexahedra;    // in place of the model's
 };
 
 BatchOptions parse_batch_options(std::span<const char* const> arguments);

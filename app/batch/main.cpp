@@ -107,6 +107,7 @@ ExitStatus run_analysis(const BatchOptions& options, const Settings& settings, c
     run_options.log_folder = options.log_folder;
     run_options.probes = options.probes;
     run_options.mean_dilatation = options.mean_dilatation;
+    run_options.hexahedra = options.hexahedra;
     Run run = analysis.analyse(input.model, settings, run_options, progress);
     if (options.tidy) remove_factor_files(options.log_folder);
     complete_report(input, replaced, run.report);

@@ -73,17 +73,19 @@ std::array<std::array<double, 4>, 4> moments(const Mesh& mesh) {
     return out;
 }
 
-class Element : public ::testing::TestWithParam<ElementKind> {
+class Element : public ::testing::TestWithParam<testing::ElementForm> {
 protected:
+    const ElementKind kind = GetParam().kind;
+    const HexahedronForm form = GetParam().form;
     SilentProgress silent;
 };
 
 // Without forces inside: u = G x + s ∇φ with φ = xyz + x³/3 - xy², ∇²φ = 0, so that u satisfies Navier's
 // equations. The elements of first order reproduce the first part, those of second order both.
 TEST_P(Element, ReproducesTheFieldsOfItsOrderOnADistortedMesh) {
-    const Mesh mesh = testing::box_mesh(distorted(), GetParam());
+    const Mesh mesh = testing::box_mesh(distorted(), kind);
     const testing::Tensor G{1.1e-4, -0.4e-4, 0.7e-4, 0.3e-4, -0.9e-4, 0.5e-4, -0.2e-4, 0.6e-4, 0.8e-4};
-    const double s = GetParam() == ElementKind::tetrahedron10 ? 1e-4 : 0;
+    const double s = kind == ElementKind::tetrahedron10 ? 1e-4 : 0;
     std::vector<double> u(mesh.dof_num()), nodal(5 * mesh.dof_num()), Ku(mesh.dof_num());
     std::vector<char> surface;
     for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
@@ -97,7 +99,7 @@ TEST_P(Element, ReproducesTheFieldsOfItsOrderOnADistortedMesh) {
     const Elasticity elasticity = build_elasticity(std::span(&steel, 1), silent);
     const std::vector<Part> parts(1);
     PointResults points;
-    point_stresses(mesh, parts, elasticity, u, 2, points, silent);
+    point_stresses(mesh, parts, elasticity, u, 2, points, silent, {.form = form});
     mean_stress_strain(mesh, elements_of_nodes(mesh), points, {}, 2, nodal, silent);
     const double E = steel.young, nu = steel.poisson, mu = E / (2 * (1 + nu));
     const double pressure = E * nu / ((1 + nu) * (1 - 2 * nu)) * (G[0] + G[4] + G[8]);
@@ -113,9 +115,9 @@ TEST_P(Element, ReproducesTheFieldsOfItsOrderOnADistortedMesh) {
         }
     }
     // in balance inside, and the points' stresses carry what the stiffness says: ∫ Bᵀ σ dV = K u
-    const SparseKM km = testing::assemble(mesh, steel, elasticity);
+    const SparseKM km = testing::assemble(mesh, steel, elasticity, form);
     multiply(km, km.K_value, u, Ku);
-    const auto reaction = internal_forces(mesh, points, surface);
+    const auto reaction = internal_forces(mesh, points, surface, form);
     const double largest = *std::max_element(Ku.begin(), Ku.end());
     EXPECT_GT(largest, 1e4);
     for (std::size_t d = 0; d < Ku.size(); ++d)
@@ -124,19 +126,58 @@ TEST_P(Element, ReproducesTheFieldsOfItsOrderOnADistortedMesh) {
 
 // Rigid motions being without strain in the patch test, the zeros are theirs.
 TEST_P(Element, StiffnessHasSixZeroModesAndTheMassIsPositive) {
-    Mesh mesh = testing::box_mesh(distorted(true), GetParam());
+    Mesh mesh = testing::box_mesh(distorted(true), kind);
     bend_edges(mesh, 0.003, true);
-    const ElementType& type = element_type(GetParam());
+    const ElementType& type = element_type(kind);
     const Elasticity elasticity = build_elasticity(std::span(&steel, 1), silent);
     const int size = 3 * type.nodes;
     std::vector<double> ke(size * size), me(type.nodes * type.nodes);
     for (std::int32_t e : {0, 5, mesh.element_num() - 1}) {
-        ASSERT_TRUE(testing::element_matrices(mesh, steel, elasticity)(e, ke.data(), me.data()));
+        ASSERT_TRUE(testing::element_matrices(mesh, steel, elasticity, form)(e, ke.data(), me.data()));
         const auto values = eigenvalues(ke.data(), size), masses = eigenvalues(me.data(), type.nodes);
         for (int k = 0; k < 6; ++k) EXPECT_LT(std::abs(values[k]), 1e-12 * values[size - 1]) << "mode " << k;
         EXPECT_GT(values[6], 1e-4 * values[size - 1]) << "a seventh mode without energy";
         EXPECT_GT(masses[0], 1e-3 * masses[type.nodes - 1]);
     }
+}
+
+// Any displacements and initial strains: the forces of the stresses are those of the stiffness less those of
+// the initial strains, in which the internal strains have gone along.
+TEST_P(Element, StressesOfInitialStrainsCarryTheirForces) {
+    const Mesh mesh = testing::box_mesh(distorted(true), kind);
+    const ElementType& type = element_type(kind);
+    const IsotropicModuli D = moduli(build_elasticity(std::span(&steel, 1), silent), 0);
+    const int size = 3 * type.nodes;
+    ElementPoints points;
+    ASSERT_TRUE(evaluate_points(type, mesh, 4, points));
+    std::mt19937 random(3);
+    std::uniform_real_distribution<double> value(-1e-3, 1e-3);
+    std::vector<double> u(size), initial(6 * type.points), strain(initial), stress(initial), fe(size),
+        ke(size * size);
+    for (double& v : u) v = value(random) * 0.1;
+    for (double& v : initial) v = value(random);
+    element_stresses(type, points, D, form, u.data(), initial.data(), strain.data(), stress.data());
+    balancing_stresses(type, points, form, stress.data(), stress.data());
+    initial_strain_forces(type, points, D, form, initial.data(), fe.data());
+    element_stiffness(type, points, D, form, ke.data());
+    for (int d = 0; d < size; ++d) {
+        double left = -fe[d], right = 0;
+        for (int c = 0; c < size; ++c) left += ke[size * d + c] * u[c];
+        for (int p = 0; p < type.points; ++p)
+            for (int c = 0; c < 3; ++c)
+                right += points.weight[p] * testing::full(&stress[6 * p])[3 * (d % 3) + c] *
+                         points.dN[3 * (type.nodes * p + d / 3) + c];
+        EXPECT_NEAR(left, right, 1e-11 * std::abs(fe[0])) << d;
+    }
+    // a uniform stress on the gradient G does V tr(G σ Gᵀ)
+    for (int p = 0; p < type.points; ++p) std::copy(&initial[0], &initial[6], &stress[6 * p]);
+    const testing::Tensor G{1.1, -0.4, 0.7, 0.3, -0.9, 0.5, -0.2, 0.6, 0.8};
+    const testing::Tensor GsG = multiply3(multiply3(G, testing::full(stress.data())), transposed(G));
+    geometric_stiffness(type, points, stress.data(), ke.data());
+    double energy = 0;
+    for (int n = 0; n < type.nodes; ++n) testing::apply(G, &points.x[3 * n], &u[3 * n]);
+    for (int k = 0; k < size * size; ++k) energy += u[k / size] * ke[k] * u[k % size];
+    EXPECT_NEAR(energy, element_volume(type, points) * (GsG[0] + GsG[4] + GsG[8]), 1e-15);
 }
 
 TEST_P(Element, CarriesMassFirstMomentAndInertia) {
@@ -145,7 +186,7 @@ TEST_P(Element, CarriesMassFirstMomentAndInertia) {
     const auto& size = grid.size;
     const double mean[3] = {size[0] / 2, size[1] / 2, size[2] / 2 + 0.7};
     const double mass = steel.density * size[0] * size[1] * size[2];
-    const auto linear = moments(testing::box_mesh(grid, GetParam()));
+    const auto linear = moments(testing::box_mesh(grid, kind));
     EXPECT_NEAR(linear[3][3], mass, 1e-12 * mass);
     for (int r = 0; r < 3; ++r) {
         EXPECT_NEAR(linear[r][3], mass * mean[r], 1e-12 * mass);
@@ -156,7 +197,7 @@ TEST_P(Element, CarriesMassFirstMomentAndInertia) {
     }
     // inside a box with plane faces elements may be bent and skewed: masses and first moments still add up
     // to the box's, which they do only if each is exact
-    Mesh mesh = testing::box_mesh(distorted(), GetParam());
+    Mesh mesh = testing::box_mesh(distorted(), kind);
     bend_edges(mesh, 0.004, false);
     const auto bent = moments(mesh);
     const double total = steel.density * box[0] * box[1] * box[2];
@@ -166,14 +207,14 @@ TEST_P(Element, CarriesMassFirstMomentAndInertia) {
 
 TEST_P(Element, AnInvertedOrFlatElementIsTold) {
     for (double scale : {1.0, -1.0, 0.0}) {
-        Mesh mesh = testing::box_mesh({{1, 1, 1}, {1, 1, 1}}, GetParam());
+        Mesh mesh = testing::box_mesh({{1, 1, 1}, {1, 1, 1}}, kind);
         for (std::size_t d = 2; d < mesh.coordinates.size(); d += 3) mesh.coordinates[d] *= scale;
         ElementPoints points;
-        EXPECT_EQ(evaluate_points(element_type(GetParam()), mesh, 0, points), scale > 0) << scale;
+        EXPECT_EQ(evaluate_points(element_type(kind), mesh, 0, points), scale > 0) << scale;
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, Element, ::testing::ValuesIn(testing::every_kind));
+INSTANTIATE_TEST_SUITE_P(Forms, Element, ::testing::ValuesIn(testing::every_form));
 
 TEST(Stress, MisesAndLargestPrincipal) {
     std::mt19937 random(5);

@@ -5,6 +5,7 @@
 #include <random>
 
 #include "elements/finite_elements.h"
+#include "elements/linear_element.h"
 #include "support/box_mesh.h"
 #include "support/tensors.h"
 
@@ -48,14 +49,15 @@ TEST(FinitePoint, YieldsOnTheHardeningLineWithoutChangingItsVolume) {
 }
 
 // A distorted cell, its stresses and forces from its nodes' displacements.
-class FiniteElement : public ::testing::TestWithParam<ElementKind> {
+class FiniteElement : public ::testing::TestWithParam<testing::ElementForm> {
 protected:
     struct OneBody {
-        OneBody(ElementKind kind, double yield)
-            : mesh(testing::box_mesh({{1, 1, 1}, {1.0, 0.8, 1.3}, distort}, kind)),
+        OneBody(const testing::ElementForm& of, double yield)
+            : mesh(testing::box_mesh({{1, 1, 1}, {1.0, 0.8, 1.3}, distort}, of.kind)),
               materials{steel(yield)},
               material(mesh.element_num(), 0),
               body{mesh, material, materials, 1} {
+            body.form = of.form;
             body.start();
         }
         static void distort(double* x) {
@@ -85,7 +87,7 @@ TEST_P(FiniteElement, HasTheExactSymmetricTangent) {
         for (const int stage : {1, 2}) {  // the second starts from a plastic state
             for (double& u : body.u) u += value(random);
             ASSERT_EQ(update_stresses(body), -1);
-            if (stage == 1) body.committed = body.current;
+            if (stage == 1) body.commit();
         }
         EXPECT_EQ(body.current[0].alpha > body.committed[0].alpha, plastic);
         const int n = 3 * one.mesh.node_per_element();
@@ -117,7 +119,7 @@ TEST_P(FiniteElement, OnlyTurnsItsStressWhenTheBodyTurns) {
         OneBody one(GetParam(), yield);
         FiniteBody& body = one.body;
         one.deform(F1);
-        body.committed = body.current;
+        body.commit();
         one.deform(F2);
         const auto stress = body.stress;
         const auto state = body.current[0];
@@ -147,7 +149,23 @@ TEST_P(FiniteElement, AnInvertedElementIsNamed) {
     EXPECT_EQ(update_stresses(one.body), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, FiniteElement, ::testing::ValuesIn(testing::every_kind));
+// At rest the tangent is the linear element's of the same form, to rounding.
+TEST_P(FiniteElement, IsTheLinearElementAtRest) {
+    OneBody one(GetParam(), 300e6);
+    const ElementType& type = element_type(GetParam().kind);
+    const J2Material<double>& m = one.materials[0];
+    const double lambda = m.bulk - 2.0 / 3.0 * m.shear;
+    const int n = 3 * type.nodes;
+    ElementPoints points;
+    std::vector<double> ke(n * n), finite(ke);
+    ASSERT_TRUE(evaluate_points(type, one.mesh, 0, points));
+    element_stiffness(type, points, {lambda + 2 * m.shear, lambda, m.shear}, GetParam().form, ke.data());
+    ASSERT_TRUE(finite_stiffness(one.body, 0, finite.data()));
+    const double largest = *std::max_element(ke.begin(), ke.end());
+    for (int k = 0; k < n * n; ++k) EXPECT_NEAR(finite[k], ke[k], 1e-13 * largest);
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, FiniteElement, ::testing::ValuesIn(testing::every_form));
 
 }  // namespace
 }  // namespace kestralum

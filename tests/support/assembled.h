@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "elements/elasticity.h"
+#include "elements/linear_element.h"
 #include "elements/stresses.h"
 #include "model/mesh.h"
 #include "solver/sparse.h"
@@ -11,26 +11,28 @@
 namespace kestralum::testing {
 
 // One element's K and M, M with the material's density.
-inline auto element_matrices(const Mesh& mesh, const Material& material, const Elasticity& elasticity) {
-    return [&](std::int32_t e, double* ke, double* me) {
+inline auto element_matrices(const Mesh& mesh, const Material& material, const Elasticity& elasticity,
+                             HexahedronForm form = HexahedronForm::full) {
+    return [&, form](std::int32_t e, double* ke, double* me) {
         const ElementType& type = element_type(mesh.element_type);
         ElementPoints points;
         if (!evaluate_points(type, mesh, e, points)) return false;
-        element_stiffness(type, points, moduli(elasticity, 0), ke);
+        element_stiffness(type, points, moduli(elasticity, 0), form, ke);
         type.mass(points.x.data(), me);
         for (int k = 0; k < type.nodes * type.nodes; ++k) me[k] *= material.density;
         return true;
     };
 }
 
-inline SparseKM assemble(const Mesh& mesh, const Material& material, const Elasticity& elasticity) {
+inline SparseKM assemble(const Mesh& mesh, const Material& material, const Elasticity& elasticity,
+                         HexahedronForm form = HexahedronForm::full) {
     SparseKM km;
     SilentProgress silent;
     const NodeNeighbours neighbours = neighbours_of_nodes(mesh, elements_of_nodes(mesh), silent);
     count_overlap(neighbours, km, silent);
     build_index(neighbours, km, silent);
     find_diagonals(km);
-    assemble_km(mesh, neighbours, element_matrices(mesh, material, elasticity), 2, km, silent);
+    assemble_km(mesh, neighbours, element_matrices(mesh, material, elasticity, form), 2, km, silent);
     return km;
 }
 

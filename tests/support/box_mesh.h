@@ -17,6 +17,17 @@ namespace kestralum::testing {
 inline constexpr ElementKind every_kind[] = {ElementKind::hexahedron, ElementKind::tetrahedron4,
                                              ElementKind::tetrahedron10};
 
+struct ElementForm {
+    ElementKind kind;
+    HexahedronForm form = HexahedronForm::full;
+};
+
+inline constexpr ElementForm every_form[] = {{ElementKind::hexahedron},
+                                             {ElementKind::hexahedron, HexahedronForm::enhanced},
+                                             {ElementKind::hexahedron, HexahedronForm::mean_dilatation},
+                                             {ElementKind::tetrahedron4},
+                                             {ElementKind::tetrahedron10}};
+
 struct Grid {
     std::array<int, 3> cells;
     std::array<double, 3> size;

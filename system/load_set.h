@@ -1,0 +1,64 @@
+// What acts on a model: its forces, loads and temperatures, by what multiplies them.
+//
+// time    s; in a nonlinear run the load factor; 1 in analyses without one
+// growth  whether a load without factor= is whole, or grows with time (nonlinear)
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "conditions/loads.h"
+#include "system/freedoms.h"
+
+namespace kestralum {
+
+// Loads of one case with one factor: nodal forces that keep their direction, and rigid forces.
+struct LoadGroup {
+    LoadOptions options;
+    std::vector<double> nodal;  // dof_num, N, at factor 1
+    std::vector<RigidForce> rigid_forces;
+};
+
+enum class Growth { whole, with_time };
+
+struct LoadSet {
+    std::vector<LoadGroup> groups;     // by case and factor, in the order of the model
+    std::vector<const Load*> surface;  // pressures, and tractions that vary: evaluated where they are used
+    std::vector<const Load*> temperatures;  // of the model
+    bool empty() const { return groups.empty() && surface.empty() && temperatures.empty(); }
+};
+
+// The factor of a load at a time.
+double load_factor(const LoadOptions& options, double time, Growth growth);
+
+// Names of the load cases: of forces, loads and displacements of supports, in the order of the model; `base`
+// first where something has no case. At least one.
+std::vector<std::string> load_cases(const Model& model);
+
+// Loads of the force records on the free degrees of freedom, and of the rest on all; run.load becomes the sum
+// of all nodal forces at time 1, pressures at rest included. Notes the records that reach nothing, lose force
+// or turn. `stiffness` as build_loads(). False with the status set where a load cannot be made of its record.
+bool resolve_loads(Job& job, const Freedoms& freedoms, std::span<const double> stiffness, LoadSet& out);
+
+// What acts at a time in one case (empty: all): nodal forces, and per rigid body force and moment about its
+// pivot.
+struct AppliedLoads {
+    std::vector<double> nodal;  // dof_num, N
+    std::vector<Vec6> rigid;
+};
+// u: dof_num, of pressures that follow the surface; empty: at rest. states: of the bodies; empty: at rest.
+AppliedLoads applied_loads(const LoadSet& loads, const Mesh& mesh, const RigidSystem& rigid, double time,
+                           Growth growth, const std::string& load_case, std::span<const double> u = {},
+                           std::span<const RigidState> states = {});
+
+// Their forces on the equations: of the places `free_dofs` of q, then of the bodies.
+std::vector<double> reduce_loads(const AppliedLoads& loads, const Freedoms& freedoms,
+                                 std::span<const std::int32_t> free_dofs, const Mesh& mesh,
+                                 std::span<const RigidState> states);
+
+// Thermal strains α (T - T0) per integration point (element_num × points); empty where nothing is heated.
+std::vector<double> thermal_strains(const LoadSet& loads, const Model& model, const Mesh& mesh, double time,
+                                    Growth growth, const std::string& load_case);
+
+}  // namespace kestralum

@@ -1,0 +1,110 @@
+#include "system/reactions.h"
+
+#include <algorithm>
+
+#include "model/selection.h"
+#include "system/support_springs.h"
+
+namespace kestralum {
+
+namespace {
+
+bool is_held(const RigidBody& body) {
+    return !body.fixed.empty() || !body.held.empty();
+}
+
+// Forces at places, gathered as force and moment about one support's centre.
+class Gather {
+public:
+    Gather(const Model& model, const Mesh& mesh, std::span<const std::int32_t> reached) {
+        for (std::size_t r = 0; r < model.boundary_conditions.size(); ++r) {
+            SupportReaction& out = reactions.emplace_back();
+            out.name = model.boundary_conditions[r].name;
+            if (reached[r] == 0) continue;
+            const auto nodes = select_nodes(model.boundary_conditions[r], mesh);
+            for (const std::int32_t n : nodes)
+                for (std::size_t c = 0; c < 3; ++c)
+                    out.centre[c] += mesh.node(n)[c] / static_cast<double>(nodes.size());
+        }
+    }
+    void add(std::int32_t record, const Vec3& place, const Vec3& force, const Vec3& moment = {}) {
+        SupportReaction& out = reactions[record];
+        const Vec3 turn = plus(moment, cross(minus(place, out.centre), force));
+        for (std::size_t c = 0; c < 3; ++c) {
+            out.force[c] += force[c];
+            out.moment[c] += turn[c];
+        }
+    }
+    std::vector<SupportReaction> reactions;
+};
+
+// The support that has a member of the body, the first of the file.
+std::int32_t record_of(const RigidBody& body, const DofNumbering& numbering) {
+    std::int32_t record = body.held.empty() ? -1 : body.held.front().record;
+    for (std::size_t k = 0; k < numbering.fixed_nodes.size(); ++k)
+        if (std::ranges::binary_search(body.fixed, numbering.fixed_nodes[k]))
+            return record < 0 ? numbering.fixed_record[k] : std::min(record, numbering.fixed_record[k]);
+    return record;
+}
+
+}  // namespace
+
+std::vector<char> reaction_nodes(const Freedoms& freedoms, std::int32_t nodes) {
+    std::vector<char> wanted(nodes, 0);
+    for (const std::int32_t n : freedoms.numbering.fixed_nodes) wanted[n] = 1;
+    for (const HeldDof& held : freedoms.constraints.held) wanted[held.dof / 3] = 1;
+    for (const std::int32_t n : freedoms.constraints.map.special_nodes())
+        if (freedoms.constraints.map.is_tied(n)) wanted[n] = 1;
+    for (const RigidBody& body : freedoms.rigid.bodies)
+        if (is_held(body))
+            for (const std::int32_t n : body.members) wanted[n] = 1;
+    return wanted;
+}
+
+std::vector<SupportReaction> support_reactions(const Model& model, const Mesh& mesh, const Freedoms& freedoms,
+                                               std::span<const double> residual, std::span<const Vec6> bodies,
+                                               std::span<const double> u,
+                                               std::span<const RigidState> states) {
+    const DofNumbering& numbering = freedoms.numbering;
+    const ConstraintMap& map = freedoms.constraints.map;
+    Gather gather(model, mesh, numbering.selected);
+    std::vector<double> left(residual.begin(), residual.end());
+    for (std::size_t r = 0; r < model.boundary_conditions.size(); ++r) {
+        const BoundaryCondition& record = model.boundary_conditions[r];
+        if (!record.options.spring.given() && !record.options.normal_spring.given()) continue;
+        std::vector<double> springs(left.size(), 0.0);
+        add_spring_forces(record, mesh, freedoms.node_elements, u, springs);
+        for (std::int32_t n = 0; n < mesh.node_num(); ++n)
+            gather.add(static_cast<std::int32_t>(r), place_of(mesh, n), times(-1, triple(springs, n)));
+        for (std::size_t d = 0; d < left.size(); ++d) left[d] += springs[d];
+    }
+    map.gather(left);
+    std::vector<char> counted(mesh.node_num(), 0);
+    for (std::size_t b = 0; b < freedoms.rigid.bodies.size(); ++b) {
+        const RigidBody& body = freedoms.rigid.bodies[b];
+        if (!is_held(body)) continue;
+        for (const std::int32_t n : body.members) counted[n] = 1;
+        Vec6 sum = resultant(body, states.empty() ? RigidState{} : states[b], mesh, left);
+        for (std::size_t c = 0; c < 6; ++c) sum[c] += bodies[b][c];
+        gather.add(record_of(body, numbering), body.pivot, {sum[0], sum[1], sum[2]},
+                   {sum[3], sum[4], sum[5]});
+    }
+    for (std::size_t k = 0; k < numbering.fixed_nodes.size(); ++k) {
+        const std::int32_t n = numbering.fixed_nodes[k];
+        if (counted[n]) continue;
+        counted[n] = 1;
+        gather.add(numbering.fixed_record[k], place_of(mesh, n), triple(left, n));
+    }
+    for (const HeldDof& held : freedoms.constraints.held)
+        gather.add(held.record, place_of(mesh, held.dof / 3), times(left[held.dof], map.axis(held.dof)));
+    return gather.reactions;
+}
+
+std::array<double, 3> sum_of(std::span<const SupportReaction> reactions) {
+    std::array<double, 3> sum{};
+    for (const SupportReaction& reaction : reactions)
+        for (std::size_t c = 0; c < 3; ++c) sum[c] += reaction.force[c];
+    return sum;
+}
+
+}  // namespace kestralum
