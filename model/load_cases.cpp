@@ -1,15 +1,17 @@
 #include "model/load_cases.h"
 
 #include <algorithm>
+#include <set>
 
 namespace kestralum {
 
 std::vector<std::string> case_names(const Model& model) {
     std::vector<std::string> cases;
+    std::set<std::string> known;
     bool base = false;
     const auto add = [&](const std::string& name) {
         base = base || name.empty();
-        if (!name.empty() && std::ranges::find(cases, name) == cases.end()) cases.push_back(name);
+        if (!name.empty() && known.insert(name).second) cases.push_back(name);
     };
     for (const AppliedForce& record : model.forces) add(record.options.case_name);
     for (const RigidForce& record : model.rigid_forces) add(record.options.case_name);
