@@ -34,6 +34,8 @@ void read_load_combination(const FileSection& section, Model& model, UnresolvedC
 
 namespace {
 
+constexpr std::size_t cases_listed = 10;  // in an error
+
 // The factors of the cases in the expression; why it has none where it is not linear.
 std::string find_factors(const Expression& expression, std::vector<double>& factors) {
     std::vector<double> values(factors.size(), 0.0);
@@ -59,7 +61,7 @@ std::string find_factors(const Expression& expression, std::vector<double>& fact
 }  // namespace
 
 void resolve_combinations(const UnresolvedCombinations& unresolved, Model& model, InputRemarks& remarks) {
-    const std::vector<std::string> cases = load_cases(model);
+    const std::vector<std::string> cases = case_names(model);
     if (!unresolved.given) {
         for (const LoadCombination& combination : model.combinations)
             for (const auto& [name, factor] : combination.terms)
@@ -70,7 +72,9 @@ void resolve_combinations(const UnresolvedCombinations& unresolved, Model& model
     }
     const std::vector<std::string_view> words(cases.begin(), cases.end());
     std::string all;
-    for (const std::string& name : cases) all += (all.empty() ? "" : ", ") + name;
+    for (std::size_t c = 0; c < std::min(cases.size(), cases_listed); ++c)
+        all += (c > 0 ? ", " : "") + cases[c];
+    if (cases.size() > cases_listed) all += ", ...";
     for (std::size_t k = 0; k < unresolved.expression.size(); ++k) {
         LoadCombination& combination = model.combinations[k];
         const Expression expression(combination.text, words, unresolved.parameters);

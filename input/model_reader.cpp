@@ -103,14 +103,14 @@ void convert_section(const FileSection& section, const OverrideTable& overrides,
             return read_rigid_combine(section, model, remarks, progress);
         case Keyword::set_info:
             return read_set_info(section, model, remarks, progress);
-        case Keyword::hexahedra:
-            return read_hexahedra(section, model, remarks, progress);
         case Keyword::load_info:
             return read_load_info(section, model, remarks, progress);
         case Keyword::load_combination:
             return read_load_combination(section, model, combinations, remarks, progress);
         case Keyword::tie_info:
             return read_tie_info(section, model, remarks, progress);
+        case Keyword::hexahedra:
+            return read_hexahedra(section, model, remarks, progress);
         case Keyword::comment:
         case Keyword::end:
             return;

@@ -26,10 +26,10 @@ constexpr KeywordRow keyword_rows[] = {
     {"rigid_force", Keyword::rigid_force},
     {"rigid_combine", Keyword::rigid_combine},
     {"set_info", Keyword::set_info},
-    {"hexahedra", Keyword::hexahedra},
     {"load_info", Keyword::load_info},
     {"load_combination", Keyword::load_combination},
     {"tie_info", Keyword::tie_info},
+    {"hexahedra", Keyword::hexahedra},
     {"%", Keyword::comment},
     {"END", Keyword::end},
 };

@@ -22,10 +22,10 @@ enum class Keyword {
     rigid_force,
     rigid_combine,
     set_info,
-    hexahedra,
     load_info,
     load_combination,
     tie_info,
+    hexahedra,
     comment,
     end,
 };

@@ -56,10 +56,11 @@ void check_load_places(const Model& model, InputRemarks& remarks);
 // mode_num, step_num, iteration: the integer after the keyword.
 void read_count(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress);
 
-// hexahedra: the word after the keyword.
-void read_hexahedra(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress);
 // The directions of rigid forces, in the order of RigidDirection.
 inline constexpr std::array<std::string_view, 7> rigid_directions{"x", "y", "z", "rx", "ry", "rz", "n"};
+
+// hexahedra: the word after the keyword.
+void read_hexahedra(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress);
 
 // Number of the named element, the last of that name; -1 where there is none.
 std::int32_t find_rigid_element(const std::vector<RigidElement>& elements, std::string_view name);

@@ -1,18 +1,25 @@
 #include "model/load_cases.h"
 
 #include <algorithm>
+#include <set>
 
 namespace kestralum {
 
-std::vector<std::string> load_cases(const Model& model) {
-    std::vector<std::string> cases{base_case};
+std::vector<std::string> case_names(const Model& model) {
+    std::vector<std::string> cases;
+    std::set<std::string> known;
+    bool base = false;
     const auto add = [&](const std::string& name) {
-        if (!name.empty() && std::ranges::find(cases, name) == cases.end()) cases.push_back(name);
+        base = base || name.empty();
+        if (!name.empty() && known.insert(name).second) cases.push_back(name);
     };
-    for (const BoundaryCondition& record : model.boundary_conditions) add(record.options.case_name);
     for (const AppliedForce& record : model.forces) add(record.options.case_name);
     for (const RigidForce& record : model.rigid_forces) add(record.options.case_name);
     for (const Load& record : model.loads) add(record.options.case_name);
+    for (const BoundaryCondition& record : model.boundary_conditions)
+        if (std::ranges::any_of(record.options.displacement, &FieldExpression::given))
+            add(record.options.case_name);
+    if (base || cases.empty()) cases.insert(cases.begin(), base_case);
     return cases;
 }
 

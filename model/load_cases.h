@@ -8,8 +8,9 @@
 
 namespace kestralum {
 
-// `base` and then every case that a support's displacement, a force, a rigid force or a load names, in this
-// order and that of the tables; each once.
-std::vector<std::string> load_cases(const Model& model);
+// Names of the load cases: of forces, rigid forces, loads and displacements of supports, in this order and
+// that of the tables; `base` first where one of them has no case, or where there are none. At least one, each
+// once.
+std::vector<std::string> case_names(const Model& model);
 
 }  // namespace kestralum

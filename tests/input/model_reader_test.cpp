@@ -94,7 +94,7 @@ TEST(ModelReader, SupportsLoadsAndTiesOfAWholeModel) {
     EXPECT_EQ(m.loads[6].speed, 100);
     EXPECT_TRUE(m.loads[7].reference == 293 && m.loads[7].part_name == "BLOCK");
     const std::vector<std::pair<std::string, double>> terms{
-        {"base", 1.35}, {"dead", 1.35}, {"wind", 1.5 * 0.9}, {"crane", -0.5}};
+        {"base", 1.35}, {"wind", 1.5 * 0.9}, {"dead", 1.35}, {"crane", -0.5}};
     EXPECT_EQ(m.combinations.at(0).terms, terms);
     EXPECT_TRUE(m.ties.at(0).tolerance == 1e-4 && m.ties.at(1).tolerance < 0);
     for (const char* echo :
@@ -261,7 +261,7 @@ TEST(ModelReader, ErrorsNameTheToken) {
         {"1.35*(base+dead)", "7+dead", "7+dead+1.5*0.9*wind-crane/2", "a part of it is in no load case"},
         {"1.35*(base+dead)", "base*dead", "base*dead+1.5*0.9*wind-crane/2", "it is not linear"},
         {"1.35*(base+dead)", "sgn(dead)", "sgn(dead)+1.5*0.9*wind-crane/2", "it is not linear"},
-        {"1.35*(base+dead)", "snow", "snow+1.5*0.9*wind-crane/2", "cases (base, dead, wind, crane) times factors (unknown name 'snow')"},
+        {"1.35*(base+dead)", "snow", "snow+1.5*0.9*wind-crane/2", "cases (base, wind, dead, crane) times factors (unknown name 'snow')"},
         {"1.35*(base+dead)+1.5*0.9*wind-crane/2", "0*L", "0*L", "it names no load case"},
         {"tolerance=0.1*mm", "tolerance=-mm", "tolerance=-mm", "at least 0 m"}, {" TOP tolerance", " FREE tolerance", "FREE", "another set"}
     };

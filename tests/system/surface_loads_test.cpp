@@ -179,6 +179,10 @@ TEST_P(Faces, SpringsPushBackByTheirStiffnessTimesTheArea) {
                             back[3 * nodes[row / 3] + row % 3] += block[k] * motion[k % 3];
                         }
                     });
+    const FieldExpression falling = field([](const double* x) { return 0.2 - x[0]; });
+    EXPECT_EQ(wrong_value_on(mesh, side, "BED", falling, 1), "");
+    EXPECT_TRUE(wrong_value_on(mesh, side, "BED", falling, 1, 0).starts_with("BED: 'test' is -0."));
+    EXPECT_EQ(wrong_value("BED", constant(INFINITY), nullptr, 2), "BED: 'test' is inf at time 2");
     const double area = box[0] * box[2], all = 1e6 * box[0] / 2 * area;
     expect_near(resultant(back), Vec3{all * 0.1, (all + 5e6 * area) * 0.2, all * 0.3}, 1e-8);
 }
