@@ -5,9 +5,11 @@
 #include <memory>
 
 #include "analysis/linear_run.h"
+#include "elements/error_estimate.h"
 #include "elements/stresses.h"
 #include "model/format.h"
 #include "system/linear_loads.h"
+#include "system/mesh_notes.h"
 #include "system/reactions.h"
 
 namespace kestralum {
@@ -159,6 +161,7 @@ bool recover_all(Job& job, const AssembledSystem& system, std::span<const CaseTe
                  std::span<const std::string> cases, std::span<const LinearLoad> loads,
                  std::span<const double> q) {
     job.clock.begin("recover");
+    note_slivers(job);
     const std::size_t n = system.equations();
     for (const CaseTerms& terms : frames) {
         LinearLoad load;
