@@ -56,6 +56,13 @@ struct ExplicitReport {
     bool displacements_written = false, history_written = false;
 };
 
+// What one support does to the body.
+struct SupportReaction {
+    std::string name;
+    std::array<double, 3> force{}, moment{};  // N, N m about the centre
+    std::array<double, 3> centre{};           // mean of its nodes, m
+};
+
 // One load increment of a nonlinear run.
 struct IncrementReport {
     double factor = 0;   // of the load
@@ -68,6 +75,7 @@ struct IncrementReport {
     double largest_displacement = 0;   // m
     double plastic_share = 0;          // of the volume, 0 … 1
     double work = 0;                   // of the loads so far, J
+    std::vector<SupportReaction> supports{};
 };
 
 struct NonlinearReport {
@@ -76,13 +84,6 @@ struct NonlinearReport {
     std::array<double, 5> seconds{};          // of all iterations: assemble, factor, solve, stresses, gather
     std::int64_t iterations = 0;              // factorizations
     bool history_written = false;
-};
-
-// What one support does to the body.
-struct SupportReaction {
-    std::string name;
-    std::array<double, 3> force{}, moment{};  // N, N m about the centre
-    std::array<double, 3> centre{};           // mean of its nodes, m
 };
 
 // A frame of a static run: one load case or combination.
