@@ -96,8 +96,7 @@ CommandLine describe(BatchOptions& options, Files files) {
         "--hexahedra", "WORD",
         "full, enhanced (bend without locking) or mean-dilatation (flow without locking) in place of\n"
         "what the model says",
-        [&options](const std::string& text) { return choose_hexahedra(options, text); },
-        {.needs = "", .excludes = "--mean-dilatation", .group = ""});
+        [&options](const std::string& text) { return choose_hexahedra(options, text); });
     line.add_flag("--tidy", "removes the files of the factor after the run", options.tidy);
     line.add_flag("--quiet", "prints the closing summary only", options.quiet);
     line.add_footer(
@@ -121,6 +120,7 @@ std::string check_command(const BatchOptions& options) {
     if (options.model_file.empty()) return "the model file is missing";
     if (options.command != "explicit" && options.mean_dilatation)
         return "--mean-dilatation goes with explicit";
+    if (options.mean_dilatation && options.hexahedra) return "--mean-dilatation does not go with --hexahedra";
     if (options.command != "check" && !exports) return {};
     if (!options.probes.empty()) return options.command + " computes nothing: --probe goes with an analysis";
     if (!options.load_case.empty())
