@@ -115,6 +115,16 @@ void ConstraintMap::gather(std::span<double> f) const {
             for (const auto& [dof, factor] : row(3 * special_[k] + c)) f[dof] += factor * values[3 * k + c];
 }
 
+void ConstraintMap::follow(std::span<double> u) const {
+    for (std::size_t k = 0; k < special_.size(); ++k) {
+        const std::int32_t n = special_[k];
+        for (std::size_t c = 0; c < 3 && tied_[n]; ++c) {
+            u[3 * n + c] = 0;
+            for (const auto& [master, weight] : weights_[k]) u[3 * n + c] += weight * u[3 * master + c];
+        }
+    }
+}
+
 void ConstraintMap::gather_mass(std::span<double> mass) const {
     for (std::size_t k = 0; k < special_.size(); ++k) {
         const std::int32_t n = special_[k];

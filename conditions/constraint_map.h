@@ -34,6 +34,8 @@ public:
     // u := T q and f := Tᵀ f, in place.
     void expand(std::span<double> q) const;
     void gather(std::span<double> f) const;
+    // The displacements of tied nodes from those of the others, in place.
+    void follow(std::span<double> u) const;
     // A diagonal mass in place: a tied node's goes to the others by weight; sums are kept.
     void gather_mass(std::span<double> mass) const;
 

@@ -27,6 +27,16 @@ std::vector<std::int32_t> element_order(const Mesh& mesh) {
     return order;
 }
 
+ForceKernel choose_kernel(const KernelSet& set, ElementKind kind, const BlockOptions& options) {
+    const auto law = static_cast<std::size_t>(options.plastic ? PointLaw::plastic : PointLaw::elastic);
+    if (kind == ElementKind::hexahedron) {
+        if (options.mean_dilatation && options.plastic) return set.mean_once_yielded;
+        if (options.form == HexahedronForm::mean_dilatation) return set.mean_dilatation[law];
+        if (options.form == HexahedronForm::enhanced) return set.enhanced[law];
+    }
+    return set.kernel[static_cast<std::size_t>(kind)][law];
+}
+
 constexpr std::int64_t chunk_blocks = 32;  // blocks that a thread takes at a time
 
 }  // namespace
@@ -34,14 +44,11 @@ constexpr std::int64_t chunk_blocks = 32;  // blocks that a thread takes at a ti
 ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts,
                              std::span<const Material> materials, const BlockOptions& options)
     : set_(&kernel_set(options.widest)),
+      kernel_(choose_kernel(*set_, mesh.element_type, options)),
       lanes_(set_->lanes),
       nodes_per_element_(mesh.node_per_element()),
       points_(element_type(mesh.element_type).points),
       order_(element_order(mesh)) {
-    const auto law = static_cast<std::size_t>(options.plastic ? PointLaw::plastic : PointLaw::elastic);
-    kernel_ = options.mean_dilatation && options.plastic && mesh.element_type == ElementKind::hexahedron
-                  ? set_->mean_dilatation
-                  : set_->kernel[static_cast<std::size_t>(mesh.element_type)][law];
     const auto W = static_cast<std::size_t>(lanes_),
                per_element = static_cast<std::size_t>(nodes_per_element_),
                points = static_cast<std::size_t>(points_);

@@ -32,10 +32,11 @@ using LineDoubles = std::vector<double, LineAllocator<double>>;
 
 struct BlockOptions {
     bool plastic = false;          // materials with Sy > 0 yield
-    bool mean_dilatation = false;  // hexahedra only
+    bool mean_dilatation = false;  // plastic hexahedra: in elements that have yielded, before that `full`
     int widest = 8;                // lanes at most
     std::span<const char>
         rigid{};  // per element: it moves as a rigid body and has no stress; empty: none does
+    HexahedronForm form = HexahedronForm::full;  // of hexahedra
 };
 
 class ElementBlocks {

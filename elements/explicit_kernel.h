@@ -31,13 +31,16 @@ using ForceKernel = void (*)(const KernelArrays& arrays, std::int64_t first, std
 
 enum class PointLaw { elastic, plastic };
 
-// One build of the kernels. `mean_dilatation`: plastic hexahedra that average the volume change over
-// their points once one has yielded (Nagtegaal, Parks and Rice, Comput. Methods Appl. Mech. Eng. 4, 1974).
+// One build of the kernels. `mean_dilatation`: hexahedra that average the volume change over their points
+// (Nagtegaal, Parks and Rice, Comput. Methods Appl. Mech. Eng. 4, 1974); `mean_once_yielded`: only those
+// where a point has yielded. `enhanced`: with the internal strains of enhanced_hexahedron.h.
 struct KernelSet {
     const char* name;
     int lanes;
-    ForceKernel kernel[3][2];  // by ElementKind and PointLaw
-    ForceKernel mean_dilatation;
+    ForceKernel kernel[3][2];        // by ElementKind and PointLaw
+    ForceKernel mean_dilatation[2];  // by PointLaw
+    ForceKernel mean_once_yielded;
+    ForceKernel enhanced[2];  // by PointLaw
 };
 
 // The widest set that this processor runs; `widest` bounds the lanes (a test compares widths).

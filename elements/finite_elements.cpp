@@ -127,6 +127,10 @@ void FiniteBody::start() {
     element_force.assign(static_cast<std::size_t>(mesh.element_num()) * 3 * type.nodes, 0.0);
 }
 
+void FiniteBody::set_thermal(std::span<const double> strain) {
+    for (std::size_t p = 0; p < strain.size(); ++p) committed[p].thermal = strain[p];
+}
+
 void FiniteBody::commit() {
     committed = current;
     committed_internal = current_internal;

@@ -34,6 +34,8 @@ struct FiniteBody {
 
     // Sizes the tables: at rest, unstressed.
     void start();
+    // Thermal strains of the points from here on, logarithmic; the states at u are to be found anew.
+    void set_thermal(std::span<const double> strain);
     // The current states become the committed ones.
     void commit();
     // The search for the internal strains starts from the committed ones again.

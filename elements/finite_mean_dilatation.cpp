@@ -16,12 +16,12 @@ double volume_change(const double* H) {
     return H[0] + H[4] + H[8] + minors + det;
 }
 
-// At every point F̄ - 1 and (θ/J)^⅓; false where a volume is not positive.
+// At every point F̄ - 1, (θ/J)^⅓ and the share of the volume reached.
 struct Averaged {
     double H[points][9];
-    double scale[points];
-    double volume = 0;  // V θ, m^3
+    double scale[points], share[points];
 
+    // False where a volume is not positive.
     bool find(const FiniteElementState& state) {
         double change[points], mean = 0, before = 0;
         for (int p = 0; p < points; ++p) {
@@ -31,7 +31,8 @@ struct Averaged {
             mean += state.points.weight[p] * change[p];
             before += state.points.weight[p];
         }
-        volume = before + mean;
+        for (int p = 0; p < points; ++p)
+            share[p] = state.points.weight[p] * (1 + change[p]) / (before + mean);
         mean /= before;
         for (int p = 0; p < points; ++p) {
             const double over = std::expm1((std::log1p(mean) - std::log1p(change[p])) / 3);
@@ -49,16 +50,11 @@ void find_gradients(const FiniteElementState& state, const Averaged& averaged, i
     for (int d = 0; d < size; ++d) dn[d] *= averaged.scale[p];
 }
 
-// b̄ = Σ w J ∇N / Σ w J; w J = w θ/s³.
-void find_mean_gradients(const FiniteElementState& state, const Averaged& averaged, const double (*dn)[size],
-                         double* mean) {
-    double initial = 0;
-    for (int p = 0; p < points; ++p) initial += state.points.weight[p];
+// b̄ = Σ share ∇N with the points' shares of the volume reached, w J / Σ w J
+void find_mean_gradients(const Averaged& averaged, const double (*dn)[size], double* mean) {
     for (int d = 0; d < size; ++d) mean[d] = 0;
-    for (int p = 0; p < points; ++p) {
-        const double share = state.points.weight[p] / (initial * std::pow(averaged.scale[p], 3));
-        for (int d = 0; d < size; ++d) mean[d] += share * dn[p][d];
-    }
+    for (int p = 0; p < points; ++p)
+        for (int d = 0; d < size; ++d) mean[d] += averaged.share[p] * dn[p][d];
 }
 
 // τ∇N: nodes × 3
@@ -131,7 +127,7 @@ bool update_mean_dilatation(FiniteBody& body, const FiniteElementState& state, s
         pressure += w * share;
         add_point_forces(nodes, dn[p], deviator, w, f);
     }
-    find_mean_gradients(state, averaged, dn, mean);
+    find_mean_gradients(averaged, dn, mean);
     for (int d = 0; d < size; ++d) f[d] += pressure * mean[d];
     return true;
 }
@@ -151,19 +147,15 @@ bool mean_dilatation_tangent(const FiniteBody& body, const FiniteElementState& s
         find_gradients(state, averaged, p, at.F_inverse, dn[p]);
         pressure += state.points.weight[p] * (at.tau[0] + at.tau[1] + at.tau[2]) / 3;
     }
-    find_mean_gradients(state, averaged, dn, mean);
+    find_mean_gradients(averaged, dn, mean);
     for (int p = 0; p < points; ++p) add_point(dn[p], mean, response[p], state.points.weight[p], ke);
     // what is left of the second derivative of ln θ: Σ w J (tr L tr M - tr(LM)) / (V θ) - b̄ b̄
-    double initial = 0;
-    for (int p = 0; p < points; ++p) initial += state.points.weight[p];
     for (int a = 0; a < size; ++a)
         for (int b = a; b < size; ++b) {
             double sum = -mean[a] * mean[b];
             const int across = 3 * (a / 3) + b % 3, back = 3 * (b / 3) + a % 3;
-            for (int p = 0; p < points; ++p) {
-                const double share = state.points.weight[p] / (initial * std::pow(averaged.scale[p], 3));
-                sum += share * (dn[p][a] * dn[p][b] - dn[p][across] * dn[p][back]);
-            }
+            for (int p = 0; p < points; ++p)
+                sum += averaged.share[p] * (dn[p][a] * dn[p][b] - dn[p][across] * dn[p][back]);
             ke[size * a + b] += pressure * sum;
         }
     return true;

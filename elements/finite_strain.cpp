@@ -119,7 +119,7 @@ bool finite_response(const J2Material<double>& m, const double* H, const FiniteP
     const double G2 = 2 * m.shear, q = std::sqrt(1.5) * G2 * size;
     const RadialReturn<double> back = radial_return(m, q, committed.alpha, 0.0, 1e-300);
     double tau[3];
-    for (int k = 0; k < 3; ++k) tau[k] = m.bulk * trace + G2 * back.scale * dev[k];
+    for (int k = 0; k < 3; ++k) tau[k] = m.bulk * (trace - 3 * committed.thermal) + G2 * back.scale * dev[k];
     compose(tau, n, out.tau);
     for (double t : out.tau)
         if (!std::isfinite(t)) return false;

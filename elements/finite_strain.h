@@ -4,7 +4,7 @@
 // F = 1 + H        deformation gradient, H = ∂u/∂X (row-major, H[3r + c] = ∂u_r/∂X_c)
 // Cp⁻¹ = 1 + P     inverse plastic metric, the state of the point (symmetric, referential)
 // be = F Cp⁻¹ Fᵀ   elastic left Cauchy-Green tensor; its eigenvalues λ² give the logarithmic strains ln λ
-// τ = J σ          Kirchhoff stress; Hencky's law: τ = K tr(ln λ) 1 + 2G dev(ln λ) in be's axes
+// τ = J σ          Kirchhoff stress; Hencky's law: τ = K (tr(ln λ) - 3 thermal) 1 + 2G dev(ln λ) in be's axes
 // All differences from the identity are formed as such, so that strains of 1e-12 keep their digits.
 #pragma once
 
@@ -17,6 +17,7 @@ namespace kestralum {
 struct FinitePointState {
     std::array<double, 6> P{};  // Cp⁻¹ - 1: xx yy zz xy yz zx
     double alpha = 0;           // equivalent plastic strain
+    double thermal = 0;         // logarithmic, of every length: what temperature asks for
 };
 
 // Eigenvalues and unit axes (one after the other) of a trial be - 1.

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "conditions/surface_loads.h"
 #include "elements/body_loads.h"
 #include "elements/element_type.h"
 #include "model/format.h"
@@ -235,6 +234,14 @@ AppliedLoads applied_loads(const LoadSet& loads, const Mesh& mesh, const RigidSy
         if (acts_in_case(load->options.case_name, load_case))
             add_surface(mesh, *load, time, load_factor(load->options, time, growth), u, out.nodal);
     return out;
+}
+
+void add_follower_stiffness(const LoadSet& loads, const Mesh& mesh, double time, Growth growth,
+                            const std::string& load_case, std::span<const double> u, const AddBlock& add) {
+    for (const Load* load : loads.surface)
+        if (load->kind == LoadKind::pressure && acts_in_case(load->options.case_name, load_case))
+            pressure_stiffness(mesh, faces_of(mesh, *load), load->value, time,
+                               load_factor(load->options, time, growth), u, add);
 }
 
 std::vector<double> reduce_loads(const AppliedLoads& loads, const Freedoms& freedoms,

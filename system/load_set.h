@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "conditions/loads.h"
+#include "conditions/surface_loads.h"
 #include "system/freedoms.h"
 
 namespace kestralum {
@@ -51,6 +52,11 @@ struct AppliedLoads {
 AppliedLoads applied_loads(const LoadSet& loads, const Mesh& mesh, const RigidSystem& rigid, double time,
                            Growth growth, const std::string& load_case, std::span<const double> u = {},
                            std::span<const RigidState> states = {});
+
+// The stiffness of pressures that follow the surface, face by face, to be added to that of the body: -∂F/∂u,
+// made symmetric.
+void add_follower_stiffness(const LoadSet& loads, const Mesh& mesh, double time, Growth growth,
+                            const std::string& load_case, std::span<const double> u, const AddBlock& add);
 
 // Their forces on the equations: of the places `free_dofs` of q, then of the bodies.
 std::vector<double> reduce_loads(const AppliedLoads& loads, const Freedoms& freedoms,

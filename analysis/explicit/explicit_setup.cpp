@@ -478,8 +478,10 @@ bool set_up_explicit(Job& job, ExplicitState& s) {
     const bool touched = s.contacts || !job.model.explicit_tables.walls.empty();
     if (!choose_step(job, set_up, touched ? std::span<const char>() : rigid, s)) return false;
     set_up = {};
+    const bool once_yielded = job.options.mean_dilatation && !job.options.hexahedra;
     s.blocks.emplace(mesh, job.model.parts, job.model.materials,
-                     BlockOptions{yields(job), job.options.mean_dilatation, 8, rigid});
+                     BlockOptions{yields(job), once_yielded, 8, rigid,
+                                  once_yielded ? HexahedronForm::full : job.hexahedra()});
     if (!count_steps(job, s)) return false;
     set_motions(job, s);
     job.clock.end();

@@ -6,6 +6,8 @@
 
 #include "elements/element_type.h"
 #include "model/format.h"
+#include "system/support_springs.h"
+#include "system/transformed.h"
 
 namespace kestralum {
 
@@ -51,8 +53,13 @@ bool NewtonSolver::prepare() {
     build_index(neighbours_, full_, job_.progress);
     if (!job_.goes_on()) return false;
     find_diagonals(full_);
+    const ConstraintMap& map = freedoms_.constraints.map;
+    held_.assign(freedoms_.constraints.held.size(), 0.0);
+    target_ = held_;
     constrained_ = full_;
-    constrained_.K_value.resize(full_.entries());
+    constrained_.K_value.assign(full_.entries(), 0.0);
+    transform(map, body_.threads, constrained_, job_.progress);
+    if (!job_.goes_on()) return false;
     for (std::size_t k = 0; k < constrained_.K_value.size(); ++k)
         constrained_.K_value[k] = static_cast<double>(k);
     eliminate_fixed(numbering_.dof_map, constrained_, job_.progress);
@@ -93,19 +100,84 @@ bool NewtonSolver::assemble(Progress& lines) {
         error = formatted("element %d at (%.6g, %.6g, %.6g) is flat or inverted", bad + 1, c[0], c[1], c[2]);
         return false;
     }
-    for (std::size_t k = 0; k < kept_.size(); ++k) constrained_.K_value[k] = full_.K_value[kept_[k]];
-    for (std::size_t k = 0; k < kept_free_.size(); ++k) reduced_.K_value[k] = full_.K_value[kept_free_[k]];
+    error = add_springs(job_.model, body_.mesh, freedoms_.node_elements, full_, full_.K_value);
+    if (!error.empty()) return false;
+    if (loads_)
+        add_follower_stiffness(*loads_, body_.mesh, load_factor_, Growth::with_time, job_.options.load_case,
+                               body_.u, adding_to(full_, full_.K_value));
+    const ConstraintMap& map = freedoms_.constraints.map;
+    if (!map.empty()) {
+        mapped_ = full_;
+        transform(map, body_.threads, mapped_, job_.progress);
+    }
+    const std::vector<double>& values = map.empty() ? full_.K_value : mapped_.K_value;
+    for (std::size_t k = 0; k < kept_.size(); ++k) constrained_.K_value[k] = values[kept_[k]];
+    for (std::size_t k = 0; k < kept_free_.size(); ++k) reduced_.K_value[k] = values[kept_free_[k]];
     seconds[assembling] += assemble_seconds_ = since(start);
     return true;
 }
 
-// The forces of the increment at the bodies' places: dead loads, whose arms turn with the bodies.
+void NewtonSolver::set_loads(const LoadSet& loads) {
+    loads_ = &loads;
+    one_factor_ = loads.surface.empty() && std::ranges::none_of(loads.groups, [](const LoadGroup& group) {
+                      return group.options.factor.given();
+                  });
+}
+
+// The forces of the increment at the bodies' places: dead loads, whose arms turn with the bodies, and
+// pressures on the surface where it is.
 void NewtonSolver::set_forces(double factor) {
     load_factor_ = factor;
-    const AppliedLoads whole =
-        applied_loads(*loads_, body_.mesh, rigid_, 1, Growth::whole, job_.options.load_case, {}, states_);
-    F_ = reduce_loads(whole, freedoms_, free_.free_dofs, body_.mesh, states_);
+    const std::string& load_case = job_.options.load_case;
+    const auto loads_at = [&](double time, Growth growth) {
+        return applied_loads(*loads_, body_.mesh, rigid_, time, growth, load_case, body_.u, states_);
+    };
+    applied_ = loads_at(factor, Growth::with_time);
+    gathered_ = applied_.nodal;
+    freedoms_.constraints.map.gather(gathered_);
+    if (!one_factor_) {
+        F_ = reduce_loads(applied_, freedoms_, free_.free_dofs, body_.mesh, states_);
+        return;
+    }
+    F_ = reduce_loads(loads_at(1, Growth::whole), freedoms_, free_.free_dofs, body_.mesh, states_);
     for (double& f : F_) f *= factor;
+}
+
+// Where the supports are to be at the load factor: a displacement that does not name the time grows with it.
+void NewtonSolver::set_targets(double factor) {
+    const NodeConstraints& constraints = freedoms_.constraints;
+    const auto& records = job_.model.boundary_conditions;
+    for (std::size_t k = 0; k < target_.size(); ++k) {
+        double sum = 0;
+        for (const HeldDof::Part& part : constraints.held[k].parts) {
+            HeldDof one{constraints.held[k].dof, constraints.held[k].record, {part}};
+            const bool varies = records[part.record].options.displacement[part.axis].varies;
+            sum += (varies ? 1 : factor) *
+                   constraints.displacement(one, records, body_.mesh, factor, job_.options.load_case);
+        }
+        target_[k] = sum;
+        prescribed_ = prescribed_ || sum != 0;
+    }
+}
+
+// The way of the supports from where they are, dof_num, as displacements of the nodes; empty: they stand.
+std::vector<double> NewtonSolver::left_to_move() const {
+    if (held_ == target_) return {};
+    std::vector<double> q(body_.u.size(), 0.0);
+    for (std::size_t k = 0; k < held_.size(); ++k)
+        q[freedoms_.constraints.held[k].dof] = target_[k] - held_[k];
+    freedoms_.constraints.map.expand(q);
+    return q;
+}
+
+// E := E - K moved on the equations.
+void NewtonSolver::subtract_moved(const std::vector<double>& moved, std::vector<double>& E) const {
+    AppliedLoads resisted;
+    resisted.nodal.resize(moved.size());
+    resisted.rigid.assign(rigid_.bodies.size(), {});
+    multiply(full_, full_.K_value, moved, resisted.nodal);
+    const std::vector<double> R = reduce_loads(resisted, freedoms_, free_.free_dofs, body_.mesh, states_);
+    for (std::size_t k = 0; k < E.size(); ++k) E[k] -= R[k];
 }
 
 // What turning a body changes in the moments of the forces on it: for the force f at the arm r
@@ -114,7 +186,7 @@ void NewtonSolver::set_forces(double factor) {
 void NewtonSolver::add_load_stiffness(std::span<double> K_rr) const {
     const std::size_t nr = rigid_.equations;
     std::vector<double> nodal = nodal_Q_;
-    for (std::size_t d = 0; d < nodal.size(); ++d) nodal[d] -= load_factor_ * job_.run.load[d];
+    for (std::size_t d = 0; d < nodal.size(); ++d) nodal[d] -= gathered_[d];
     for (std::size_t b = 0; b < rigid_.bodies.size(); ++b) {
         const RigidBody& body = rigid_.bodies[b];
         std::array<double, 9> G{};
@@ -130,9 +202,8 @@ void NewtonSolver::add_load_stiffness(std::span<double> K_rr) const {
             add({body_.mesh.coordinates[k], body_.mesh.coordinates[k + 1], body_.mesh.coordinates[k + 2]},
                 {nodal[k], nodal[k + 1], nodal[k + 2]});
         }
-        const Vec6 own =
-            rigid_force_resultant(rigid_, static_cast<std::int32_t>(b), states_[b], job_.model.rigid_forces);
-        add(body.reference, {-load_factor_ * own[0], -load_factor_ * own[1], -load_factor_ * own[2]});
+        const Vec6& own = applied_.rigid[b];
+        add(body.reference, {-own[0], -own[1], -own[2]});
         const Motions motions = current_motions(body, states_[b]);
         for (std::size_t i = 0; i < motions.size(); ++i)
             for (std::size_t j = 0; j < motions.size(); ++j) {
@@ -155,6 +226,9 @@ bool NewtonSolver::evaluate() {
     }
     const auto gather = Clock::now();
     nodal_Q_ = internal_forces(body_, freedoms_.node_elements);
+    for (const BoundaryCondition& record : job_.model.boundary_conditions)
+        add_spring_forces(record, body_.mesh, freedoms_.node_elements, body_.u, nodal_Q_);
+    freedoms_.constraints.map.gather(nodal_Q_);
     const std::size_t nf = free_.free_dofs.size();
     for (std::size_t k = 0; k < nf; ++k) Q_[k] = nodal_Q_[free_.free_dofs[k]];
     if (!rigid_.empty()) {
@@ -166,8 +240,8 @@ bool NewtonSolver::evaluate() {
                     own.data() + rigid.first);
         }
         add_combine_forces(job_.model.rigid_combines, rigid_, states_, own);
-        set_forces(load_factor_);
     }
+    if (loads_ && (!rigid_.empty() || !loads_->surface.empty())) set_forces(load_factor_);
     gather_seconds_ = since(gather);
     seconds[gathering] += gather_seconds_;
     return true;
@@ -176,14 +250,30 @@ bool NewtonSolver::evaluate() {
 bool NewtonSolver::place(const Placement& from, std::span<const double> du, double s) {
     body_.u = from.u;
     states_ = from.states;
+    held_ = from.held;
     const std::size_t nf = free_.free_dofs.size();
-    for (std::size_t k = 0; k < std::min(nf, du.size()); ++k) body_.u[free_.free_dofs[k]] += s * du[k];
+    const ConstraintMap& map = freedoms_.constraints.map;
+    const bool moves = !du.empty() && held_ != target_;
+    if (map.empty() && !moves) {
+        for (std::size_t k = 0; k < std::min(nf, du.size()); ++k) body_.u[free_.free_dofs[k]] += s * du[k];
+    } else if (!du.empty()) {
+        std::vector<double> q(body_.u.size(), 0.0);
+        for (std::size_t k = 0; k < nf; ++k) q[free_.free_dofs[k]] = s * du[k];
+        for (std::size_t k = 0; k < held_.size(); ++k) {
+            const double step = s * (target_[k] - held_[k]);
+            q[freedoms_.constraints.held[k].dof] = step;
+            held_[k] = s == 1 ? target_[k] : held_[k] + step;
+        }
+        map.expand(q);
+        for (std::size_t d = 0; d < q.size(); ++d) body_.u[d] += q[d];
+    }
     if (!rigid_.empty() && !du.empty()) {
         std::vector<double> q(du.begin() + std::ptrdiff_t(nf), du.end());
         for (double& v : q) v *= s;
         for (std::size_t b = 0; b < states_.size(); ++b)
             states_[b] = advanced(rigid_.bodies[b], from.states[b], q.data() + rigid_.bodies[b].first);
         place_members(rigid_, states_, body_.mesh, body_.u);
+        map.follow(body_.u);
     }
     return evaluate();
 }
@@ -235,6 +325,7 @@ bool NewtonSolver::factor_and_solve(std::vector<double>& du, IncrementReport& re
     seconds[factoring] += since(start);
     start = Clock::now();
     for (std::size_t k = 0; k < du.size(); ++k) du[k] = F_[k] - Q_[k];
+    if (const std::vector<double> moved = left_to_move(); !moved.empty()) subtract_moved(moved, du);
     if (!factor_->solve(job_, du)) return failed();
     report.negative_pivots = factor_->negative_pivots();
     seconds[solving] += since(start);
@@ -280,34 +371,62 @@ void NewtonSolver::print_rigid_displacements() const {
     }
 }
 
+// What forces on body b do on its way from a state, at factor 1.
+double NewtonSolver::rigid_work(std::size_t b, std::span<const RigidForce> forces,
+                                const RigidState& before) const {
+    const RigidBody& body = rigid_.bodies[b];
+    const Vec3 u = displacement_of(body, states_[b], body.reference),
+               u_before = displacement_of(body, before, body.reference);
+    const Vec3 turn = rotation_vector(multiply3(states_[b].R, transposed(before.R)));
+    double sum = 0;
+    for (const RigidForce& force : forces) {
+        if (force.element != static_cast<std::int32_t>(b)) continue;
+        const auto direction = static_cast<std::size_t>(force.direction);
+        if (direction >= 3 && direction < 6) {
+            sum += force.value * turn[direction - 3];
+            continue;
+        }
+        const Vec6 f = rigid_force_resultant(rigid_, static_cast<std::int32_t>(b), {}, std::span(&force, 1));
+        for (std::size_t c = 0; c < 3; ++c) sum += f[c] * (u[c] - u_before[c]);
+    }
+    return sum;
+}
+
 double NewtonSolver::work(const std::vector<double>& u_before, std::span<const RigidState> states_before,
                           double factor_before, double factor) const {
-    double sum = 0;
-    for (std::int32_t dof : numbering_.free_dofs) sum += job_.run.load[dof] * (body_.u[dof] - u_before[dof]);
-    for (std::size_t b = 0; b < states_.size(); ++b) {
-        const RigidBody& at_reference = rigid_.bodies[b];
-        const Vec3 u = displacement_of(at_reference, states_[b], at_reference.reference),
-                   before = displacement_of(at_reference, states_before[b], at_reference.reference);
-        const Vec3 turn = rotation_vector(multiply3(states_[b].R, transposed(states_before[b].R)));
-        for (const RigidForce& force : job_.model.rigid_forces) {
-            if (force.element != static_cast<std::int32_t>(b)) continue;
-            const auto direction = static_cast<std::size_t>(force.direction);
-            if (direction >= 3 && direction < 6) {
-                sum += force.value * turn[direction - 3];
-                continue;
-            }
-            const Vec6 f =
-                rigid_force_resultant(rigid_, static_cast<std::int32_t>(b), {}, std::span(&force, 1));
-            for (std::size_t c = 0; c < 3; ++c) sum += f[c] * (u[c] - before[c]);
-        }
+    const std::string& load_case = job_.options.load_case;
+    double all = 0;
+    for (const LoadGroup& group : loads_->groups) {
+        if (!acts_in_case(group.options.case_name, load_case)) continue;
+        double sum = 0;
+        for (std::size_t d = 0; d < group.nodal.size(); ++d)
+            sum += group.nodal[d] * (body_.u[d] - u_before[d]);
+        for (std::size_t b = 0; b < states_.size(); ++b)
+            sum += rigid_work(b, group.rigid_forces, states_before[b]);
+        all += 0.5 *
+               (load_factor(group.options, factor_before, Growth::with_time) +
+                load_factor(group.options, factor, Growth::with_time)) *
+               sum;
     }
-    return 0.5 * (factor_before + factor) * sum;
+    if (loads_->surface.empty()) return all;
+    const LoadSet pressures{{}, loads_->surface, {}};
+    const auto at = [&](double time, const std::vector<double>& u) {
+        return applied_loads(pressures, body_.mesh, {}, time, Growth::with_time, load_case, u).nodal;
+    };
+    const std::vector<double> before = at(factor_before, u_before), now = at(factor, body_.u);
+    for (std::size_t d = 0; d < now.size(); ++d)
+        all += 0.5 * (before[d] + now[d]) * (body_.u[d] - u_before[d]);
+    return all;
 }
 
 double NewtonSolver::measure(IncrementReport& report) {
     double e = 0;
     for (std::size_t k = 0; k < Q_.size(); ++k) e += (Q_[k] - F_[k]) * (Q_[k] - F_[k]);
-    const double Q = norm(Q_), F = norm(F_), E = std::sqrt(e);
+    double carried = 0;  // by supports that move
+    for (std::size_t k = 0; k < held_.size() && prescribed_; ++k)
+        carried += std::pow(nodal_Q_[freedoms_.constraints.held[k].dof], 2);
+    const double Q = norm(Q_), F = prescribed_ ? std::hypot(norm(F_), std::sqrt(carried)) : norm(F_),
+                 E = std::sqrt(e);
     largest_load_ = std::max(largest_load_, F);
     const double against = F > 0 ? F : largest_load_;
     report.ratio = against > 0 ? E / against : E;
@@ -361,9 +480,14 @@ NewtonOutcome NewtonSolver::attempt(bool search, IncrementReport& report) {
     }
 }
 
-IncrementReport NewtonSolver::advance(std::int32_t number, double factor) {
+IncrementReport NewtonSolver::advance(std::int32_t number, double factor, bool or_back) {
     number_ = number;
     set_forces(factor);
+    set_targets(factor);
+    thermal_ =
+        thermal_strains(*loads_, job_.model, body_.mesh, factor, Growth::with_time, job_.options.load_case);
+    body_.set_thermal(thermal_);
+    if (!thermal_.empty()) evaluate();  // the stresses where the body is are others now
     job_.progress.print("########## Force Iteration: %d ##########\n", number);
     const Placement at_start = placement();
     IncrementReport report;
@@ -392,7 +516,8 @@ IncrementReport NewtonSolver::advance(std::int32_t number, double factor) {
     }
     report.converged = outcome == NewtonOutcome::converged;
     if (report.converged) body_.commit();
-    if (outcome == NewtonOutcome::diverged || outcome == NewtonOutcome::failed) {
+    const bool back = outcome == NewtonOutcome::unconverged && or_back;
+    if (outcome == NewtonOutcome::diverged || outcome == NewtonOutcome::failed || back) {
         const std::string why = error;
         body_.restart();
         place(at_start, {}, 0);

@@ -1,8 +1,9 @@
 // Load increments and the Newton iteration on Q(u) = F: the numerical half of the nonlinear static analysis.
 //
 // F   applied forces of the increment, one per equation, N
-// Q   internal forces of the current stresses, one per equation, N
-// E   F - Q; an increment has converged when |E|/|F| < tolerance
+// Q   internal forces of the current stresses and the supports' springs, one per equation, N
+// E   F - Q; an increment has converged when |E|/|F| < tolerance; where supports prescribe displacements |F|
+//     counts what they carry too
 #pragma once
 
 #include <memory>
@@ -34,16 +35,16 @@ public:
     bool prepare();
 
     // Before the first increment.
-    void set_loads(const LoadSet& loads) { loads_ = &loads; }
+    void set_loads(const LoadSet& loads);
 
     // K at rest without the supported degrees of freedom: its diagonal weighs the shares of area forces.
     const SparseKM& stiffness() const { return constrained_; }
 
-    // Increment `number` (from 1) up to `factor` times the load. Starts once more with a line search where
+    // Increment `number` (from 1) up to the load factor `factor`. Starts once more with a line search where
     // the first attempt does not converge. On `converged` the states are committed; on `unconverged` the body
-    // is at its last iterate; on `diverged` and `failed`, a cancel among them, it is where the increment
-    // began.
-    IncrementReport advance(std::int32_t number, double factor);
+    // is at its last iterate, or with `or_back` where the increment began; on `diverged` and `failed`, a
+    // cancel among them, it is where the increment began.
+    IncrementReport advance(std::int32_t number, double factor, bool or_back = false);
 
     // Waits for the file of the last factor; false with the run's status set.
     bool await_file() { return !factor_ || factor_->await_file(job_); }
@@ -51,6 +52,8 @@ public:
     // One per equation: those of nodes on no rigid body, then the bodies'.
     std::span<const double> internal() const { return Q_; }
     std::span<const RigidState> states() const { return states_; }
+    // What acts on the body where it is.
+    const AppliedLoads& applied() const { return applied_; }
     // Work of the loads between two placements, by the trapezoidal rule (J).
     double work(const std::vector<double>& u_before, std::span<const RigidState> states_before,
                 double factor_before, double factor) const;
@@ -65,10 +68,15 @@ private:
     struct Placement {
         std::vector<double> u;
         std::vector<RigidState> states;
+        std::vector<double> held;
     };
-    Placement placement() const { return {body_.u, states_}; }
+    Placement placement() const { return {body_.u, states_, held_}; }
     bool place(const Placement& from, std::span<const double> du, double s);
     void set_forces(double factor);
+    void set_targets(double factor);
+    std::vector<double> left_to_move() const;
+    void subtract_moved(const std::vector<double>& moved, std::vector<double>& E) const;
+    double rigid_work(std::size_t b, std::span<const RigidForce> forces, const RigidState& before) const;
     void add_load_stiffness(std::span<double> K_rr) const;
     double energy(const std::vector<double>& du) const;
     bool search_along(const Placement& from, const std::vector<double>& du);
@@ -81,6 +89,12 @@ private:
 
     Job& job_;
     const LoadSet* loads_ = nullptr;
+    bool one_factor_ = true;  // all loads keep their direction and grow with the load factor
+    AppliedLoads applied_;
+    std::vector<double> gathered_;       // applied_.nodal on the places of q
+    std::vector<double> held_, target_;  // per constraints.held: displacement where the body is, and to be, m
+    bool prescribed_ = false;            // some of them are not 0
+    std::vector<double> thermal_;        // of the points
     FiniteBody& body_;
     const Freedoms& freedoms_;
     const DofNumbering& numbering_;
@@ -90,9 +104,10 @@ private:
     NodeNeighbours neighbours_;
     // K of all degrees of freedom, of those that no support holds, and of those on no rigid body either
     SparseKM full_, constrained_, reduced_;
+    SparseKM mapped_;  // full_ through the constraint map, where there is one
     std::vector<std::int64_t> kept_,
-        kept_free_;                       // per entry of constrained_ and reduced_: its place in full_
-    DofNumbering free_;                   // numbering of reduced_
+        kept_free_;      // per entry of constrained_ and reduced_: its place in full_ or mapped_
+    DofNumbering free_;  // numbering of reduced_
     std::vector<std::int32_t> equation_;  // per row of constrained_: row of reduced_, -1 = member
     Border border_;
     std::vector<RigidState> states_;

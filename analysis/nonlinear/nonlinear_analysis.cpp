@@ -141,30 +141,56 @@ struct Increments {
     }
 };
 
-// All increments, up to the first that the run cannot go on from.
+// One increment, with what it takes: true where the run goes on.
+bool run_increment(Increments& done, double factor, int may_be_halved, bool& halve) {
+    Job& job = done.job;
+    NewtonSolver& solver = done.solver;
+    const std::vector<double> u_before = done.body.u;
+    const std::vector<RigidState> states_before(solver.states().begin(), solver.states().end());
+    const std::size_t number = job.report().nonlinear.increments.size() + 1;
+    IncrementReport increment = solver.advance(static_cast<std::int32_t>(number), factor, may_be_halved > 0);
+    job.report().nonlinear.iterations += increment.iterations;
+    if (job.report().status == RunStatus::cancelled) return false;
+    const std::string text = describe(increment, number, solver.outcome, solver);
+    const bool diverged = solver.outcome == NewtonOutcome::diverged;
+    halve = may_be_halved > 0 && (diverged || solver.outcome == NewtonOutcome::unconverged);
+    if (halve) {
+        job.note(text + ": it is halved");
+        return true;
+    }
+    if (diverged || solver.outcome == NewtonOutcome::failed) {
+        job.report().remarks.errors.clear();  // what the factor said is in the text
+        return job.fail(RunStatus::failed, text);
+    }
+    done.take(increment, u_before, states_before);
+    if (solver.outcome != NewtonOutcome::unconverged) return true;
+    if (job.settings.nl_static != 1) return job.fail(RunStatus::failed, text);
+    job.note(text);
+    return true;
+}
+
+// All increments, up to the first that the run cannot go on from; one that does not converge is halved as
+// often as the control file allows.
 void run_increments(Job& job, const Freedoms& freedoms, std::span<const double> factors, FiniteBody& body,
                     NewtonSolver& solver, NonlinearHistory& history) {
     Increments done{job, freedoms, body, solver, history};
-    const bool go_on = job.settings.nl_static == 1;
-    for (std::size_t k = 0; k < factors.size(); ++k) {
-        const std::vector<double> u_before = body.u;
-        const std::vector<RigidState> states_before(solver.states().begin(), solver.states().end());
-        IncrementReport increment = solver.advance(static_cast<std::int32_t>(k + 1), factors[k]);
-        job.report().nonlinear.iterations += increment.iterations;
-        if (job.report().status == RunStatus::cancelled) return;
-        const std::string text = describe(increment, k + 1, solver.outcome, solver);
-        if (solver.outcome == NewtonOutcome::diverged || solver.outcome == NewtonOutcome::failed) {
-            job.report().remarks.errors.clear();  // what the factor said is in the text
-            job.fail(RunStatus::failed, text);
-            return;
+    for (const double factor : factors) {
+        struct Goal {
+            double factor;
+            int may_be_halved;
+        };
+        std::vector<Goal> goals{{factor, job.model.control.nl_halving}};  // the last is the next
+        while (!goals.empty()) {
+            Goal& goal = goals.back();
+            bool halve = false;
+            if (!run_increment(done, goal.factor, goal.may_be_halved, halve)) return;
+            if (!halve) {
+                goals.pop_back();
+                continue;
+            }
+            --goal.may_be_halved;
+            goals.push_back({0.5 * (done.factor_before + goal.factor), goal.may_be_halved});
         }
-        done.take(increment, u_before, states_before);
-        if (solver.outcome != NewtonOutcome::unconverged) continue;
-        if (!go_on) {
-            job.fail(RunStatus::failed, text);
-            return;
-        }
-        job.note(text);
     }
 }
 
@@ -172,20 +198,18 @@ void report_end(Job& job, const Freedoms& freedoms, const FiniteBody& body, cons
     RunReport& report = job.report();
     const IncrementReport& last = report.nonlinear.increments.back();
     const RigidSystem& rigid = freedoms.rigid;
+    const AppliedLoads& applied = solver.applied();
     std::vector<double> residual = internal_forces(body, freedoms.node_elements);
     const std::vector<char> wanted = reaction_nodes(freedoms, job.mesh().node_num());
     for (std::size_t d = 0; d < residual.size(); ++d) {
-        const double load = last.factor * job.run.load[d];
-        report.applied[d % 3] += load;
-        residual[d] -= wanted[d / 3] ? load : 0;
+        report.applied[d % 3] += applied.nodal[d];
+        residual[d] -= wanted[d / 3] ? applied.nodal[d] : 0;
     }
     std::vector<Vec6> bodies(rigid.bodies.size());
     combine_resistance(job.model.rigid_combines, rigid, solver.states(), bodies);
     for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
-        const Vec6 own = rigid_force_resultant(rigid, static_cast<std::int32_t>(b), solver.states()[b],
-                                               job.model.rigid_forces);
-        for (std::size_t c = 0; c < 6; ++c) bodies[b][c] -= last.factor * own[c];
-        for (std::size_t c = 0; c < 3; ++c) report.applied[c] += last.factor * own[c];
+        for (std::size_t c = 0; c < 6; ++c) bodies[b][c] -= applied.rigid[b][c];
+        for (std::size_t c = 0; c < 3; ++c) report.applied[c] += applied.rigid[b][c];
     }
     report.supports =
         support_reactions(job.model, job.mesh(), freedoms, residual, bodies, body.u, solver.states());
@@ -195,12 +219,41 @@ void report_end(Job& job, const Freedoms& freedoms, const FiniteBody& body, cons
     report_largest(job, *job.run.results.back());
 }
 
+// Of the increments: the caller's, the control file's list or expression, else k / step_num.
 std::vector<double> load_factors(const Job& job) {
-    std::vector<double> factors = job.options.factors;
+    const AnalysisControl& control = job.model.control;
+    if (!job.options.factors.empty()) return job.options.factors;
+    if (!control.load_factors.empty()) return control.load_factors;
+    std::vector<double> factors;
     const std::int32_t steps = std::max(job.model.mode_count, 1);
-    for (std::int32_t k = 1; job.options.factors.empty() && k <= steps; ++k)
-        factors.push_back(static_cast<double>(k) / steps);
+    for (std::int32_t k = 1; k <= steps; ++k) {
+        const double time = static_cast<double>(k) / steps;
+        constexpr double nowhere[3] = {};
+        const FieldExpression& expression = control.load_factor_expression;
+        factors.push_back(expression.given() ? expression.at(nowhere, time) : time);
+    }
     return factors;
+}
+
+bool check_factors(Job& job) {
+    for (const double factor : load_factors(job))
+        if (!std::isfinite(factor))
+            return job.fail(RunStatus::bad_input, "LOAD_FACTOR_EXPR " +
+                                                      job.model.control.load_factor_expression.text +
+                                                      ": a load factor is not a finite number");
+    return true;
+}
+
+// Bodies whose motions would not be theirs any more once they have turned.
+bool check_bodies(Job& job, const RigidSystem& rigid) {
+    for (const RigidBody& body : rigid.bodies)
+        if (!body.held.empty() && !body.plane_motion())
+            return job.fail(
+                RunStatus::bad_input,
+                "rigid element " + job.model.rigid_elements[body.record].name +
+                    ": supports hold its members in several directions: large rotations want them held "
+                    "whole or in one direction");
+    return true;
 }
 
 // False where no increment stands.
@@ -209,7 +262,7 @@ bool work(Job& job, NonlinearHistory& history) {
     if (!make_run_mesh(job, Renumbering::along_longest, freedoms)) return false;
     job.progress.print("diag_num=%d\n", freedoms.diag_num);
     job.clock.begin("assemble");
-    if (!number_freedoms(job, freedoms)) return false;
+    if (!check_bodies(job, freedoms.rigid) || !number_freedoms(job, freedoms)) return false;
     build_elasticity(job.model.materials, job.progress);  // its line only: points have a law of their own
     const std::vector<J2Material<double>> materials = point_materials(job);
     std::vector<std::int32_t> material;
@@ -262,7 +315,7 @@ bool work_whole(Job& job, NonlinearHistory& history) {
 
 void analyse(Job&& job) {
     const auto start = std::chrono::steady_clock::now();
-    if (!check_analysable(job) || !check_materials(job)) return;
+    if (!check_analysable(job) || !check_materials(job) || !check_factors(job)) return;
     if (job.options.factors.empty() && !check_memory(job, std::max(job.model.mode_count, 1))) return;
     NonlinearHistory history;
     const bool done = work_whole(job, history);

@@ -17,7 +17,8 @@ namespace {
 struct Case {
     ElementKind kind;
     bool plastic;
-    bool mean = false;
+    bool once_yielded = false;
+    HexahedronForm form = HexahedronForm::full;
 };
 
 std::vector<Case> cases(bool elastic) {
@@ -27,6 +28,10 @@ std::vector<Case> cases(bool elastic) {
         all.push_back({kind, true});
     }
     all.push_back({ElementKind::hexahedron, true, true});
+    for (auto form : {HexahedronForm::enhanced, HexahedronForm::mean_dilatation}) {
+        if (elastic) all.push_back({ElementKind::hexahedron, false, false, form});
+        all.push_back({ElementKind::hexahedron, true, false, form});
+    }
     return all;
 }
 
@@ -45,7 +50,8 @@ protected:
     }
     void make_blocks() {
         const Case& c = GetParam();
-        blocks.emplace(mesh, parts, std::span(&material, 1), BlockOptions{c.plastic, c.mean, lanes});
+        blocks.emplace(mesh, parts, std::span(&material, 1),
+                       BlockOptions{c.plastic, c.once_yielded, lanes, {}, c.form});
         x.assign(4 * nodes, 0.0);
         du = u = R = x;
         for (int d = 0; d < 3 * nodes; ++d) x[4 * (d / 3) + d % 3] = mesh.coordinates[d];
@@ -113,9 +119,11 @@ INSTANTIATE_TEST_SUITE_P(All, Yielding, ::testing::ValuesIn(cases(false)));
 
 TEST_P(ExplicitKernel, SmallDisplacementsGiveTheForcesOfTheLinearStiffness) {
     SilentProgress silent;
-    const SparseKM km = testing::assemble(mesh, material, build_elasticity(std::span(&material, 1), silent));
+    const SparseKM km =
+        testing::assemble(mesh, material, build_elasticity(std::span(&material, 1), silent), GetParam().form);
     each_width([&] {
-        wave(1e-10, 0);
+        // on skew elements the internal strains of the enhanced one settle in some steps
+        for (int step = 0; step < 60; ++step) wave(1e-10, 0);
         std::vector<double> expected(3 * nodes);
         multiply(km, km.K_value, displacements(), expected);
         double largest = 0;
