@@ -105,6 +105,35 @@ void print_modes(const RunReport& report, Progress& progress) {
                      static_cast<long long>(report.solved_columns));
 }
 
+void print_supports(const std::vector<SupportReaction>& supports, Progress& progress) {
+    for (const SupportReaction& s : supports) {
+        print_forces(("  of " + s.name).c_str(), s.force, progress);
+        progress.summary("%-22s %.6e %.6e %.6e N m about (%.6g, %.6g, %.6g)\n", "", s.moment[0], s.moment[1],
+                         s.moment[2], s.centre[0], s.centre[1], s.centre[2]);
+    }
+}
+
+void print_energy(const CaseReport& one, Progress& progress) {
+    progress.summary("%-22s %.6e J\n", "strain energy", one.strain_energy);
+    if (one.error >= 0)
+        progress.summary("%-22s estimated %.2g %%%s%s\n", "error of the stress", 100 * one.error,
+                         one.worst_place.empty() ? "" : ", largest in ", one.worst_place.c_str());
+}
+
+// Every frame of a run with load cases; the first stands above.
+void print_cases(const RunReport& report, Progress& progress) {
+    for (std::size_t k = 1; k < report.cases.size(); ++k) {
+        const CaseReport& one = report.cases[k];
+        progress.summary("%-22s %zu: %s\n", "load case", k + 1, one.name.c_str());
+        print_node_value("largest displacement", one.largest_displacement, "m", progress);
+        print_node_value("largest Mises stress", one.largest_mises, "N/m^2", progress);
+        print_forces("applied loads", one.applied, progress);
+        print_forces("reactions", one.reaction, progress);
+        print_supports(one.supports, progress);
+        print_energy(one, progress);
+    }
+}
+
 // Size, extremes and balance; a dynamic run has no factor.
 void print_balance(const RunSummary& summary, Progress& progress) {
     const RunReport& report = summary.run.report;
@@ -119,10 +148,15 @@ void print_balance(const RunSummary& summary, Progress& progress) {
                      factor.c_str());
     if (!report.solver.empty()) progress.summary("%-22s %s\n", "solver", report.solver.c_str());
     if (dynamic) print_dynamics(report.dynamics, progress);
+    if (report.cases.size() > 1)
+        progress.summary("%-22s 1: %s\n", "load case", report.cases.front().name.c_str());
     print_node_value("largest displacement", report.largest_displacement, "m", progress);
     print_node_value("largest Mises stress", report.largest_mises, "N/m^2", progress);
     if (!dynamic) print_forces("applied loads", report.applied, progress);
     print_forces("reactions", report.reaction, progress);
+    print_supports(report.supports, progress);
+    if (!report.cases.empty()) print_energy(report.cases.front(), progress);
+    print_cases(report, progress);
     if (report.nonlinear.wanted > 0)
         print_nonlinear(report.nonlinear, progress);
     else if (!dynamic)
@@ -134,8 +168,8 @@ void print_lost_load(const RunSummary& summary, Progress& progress) {
     const RunReport& report = summary.run.report;
     const Model& model = summary.model;
     if (summary.run.ana_type != AnalysisType::linear_static || !report.has_results() ||
-        (model.forces.empty() && model.rigid_forces.empty()) || report.applied != std::array<double, 3>{} ||
-        report.largest_displacement.value != 0)
+        !model.loads.empty() || (model.forces.empty() && model.rigid_forces.empty()) ||
+        report.applied != std::array<double, 3>{} || report.largest_displacement.value != 0)
         return;
     progress.summary(
         "note: no load acts: each of the model's forces is 0 or has no node that can move; every "

@@ -92,6 +92,8 @@ struct CaseReport {
     std::array<double, 3> applied{}, reaction{};  // N
     std::vector<SupportReaction> supports;
     double strain_energy = 0;  // ∫ ½ σ·ε_elastic dV, J
+    double error = -1;         // estimated, of the stress in the energy norm, 0 … 1; negative: not known
+    std::string worst_place;   // of the element with its largest share
 };
 
 struct RunReport {

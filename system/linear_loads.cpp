@@ -5,6 +5,7 @@
 
 #include "elements/linear_element.h"
 #include "elements/stresses.h"
+#include "model/load_cases.h"
 #include "system/support_springs.h"
 
 namespace kestralum {
@@ -52,7 +53,7 @@ std::vector<double> resistance(Job& job, const AssembledSystem& system, std::spa
 }  // namespace
 
 bool find_cases(Job& job, std::vector<CaseTerms>& out) {
-    const std::vector<std::string> cases = load_cases(job.model);
+    const std::vector<std::string> cases = case_names(job.model);
     for (const std::string& name : cases) out.push_back({name, {{name, 1.0}}});
     for (const LoadCombination& combination : job.model.combinations) {
         for (const auto& [name, factor] : combination.terms)

@@ -186,24 +186,6 @@ double load_factor(const LoadOptions& options, double time, Growth growth) {
     return growth == Growth::with_time ? time : 1;
 }
 
-std::vector<std::string> load_cases(const Model& model) {
-    std::vector<std::string> cases;
-    bool base = false;
-    const auto add = [&](const std::string& name) {
-        base = base || name.empty() || name == base_case;
-        if (!name.empty() && name != base_case && std::ranges::find(cases, name) == cases.end())
-            cases.push_back(name);
-    };
-    for (const AppliedForce& force : model.forces) add(force.options.case_name);
-    for (const RigidForce& force : model.rigid_forces) add(force.options.case_name);
-    for (const Load& load : model.loads) add(load.options.case_name);
-    for (const BoundaryCondition& record : model.boundary_conditions)
-        if (std::ranges::any_of(record.options.displacement, &FieldExpression::given))
-            add(record.options.case_name);
-    if (base || cases.empty()) cases.insert(cases.begin(), base_case);
-    return cases;
-}
-
 bool resolve_loads(Job& job, const Freedoms& freedoms, std::span<const double> stiffness, LoadSet& out) {
     if (!add_forces(job, freedoms, stiffness, out) || !add_loads(job, out)) return false;
     for (std::size_t b = 0; b < job.model.boundary_conditions.size(); ++b)

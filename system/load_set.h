@@ -33,10 +33,6 @@ struct LoadSet {
 // The factor of a load at a time.
 double load_factor(const LoadOptions& options, double time, Growth growth);
 
-// Names of the load cases: of forces, loads and displacements of supports, in the order of the model; `base`
-// first where something has no case. At least one.
-std::vector<std::string> load_cases(const Model& model);
-
 // Loads of the force records on the free degrees of freedom, and of the rest on all; run.load becomes the sum
 // of all nodal forces at time 1, pressures at rest included. Notes the records that reach nothing, lose force
 // or turn. `stiffness` as build_loads(). False with the status set where a load cannot be made of its record.

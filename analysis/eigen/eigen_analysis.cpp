@@ -7,6 +7,7 @@
 #include "analysis/eigen/eigen_problem.h"
 #include "analysis/eigen/lanczos.h"
 #include "analysis/eigen/modes_by_iteration.h"
+#include "analysis/eigen/rigid_motions.h"
 #include "analysis/eigen/subspace.h"
 #include "analysis/linear_run.h"
 #include "elements/stresses.h"
@@ -29,56 +30,6 @@ bool check_densities(Job& job) {
                           material.name.c_str(), material.density));
     }
     return true;
-}
-
-// Translations along and rotations about the axes through the box's centre, on the free degrees of
-// freedom and on the rigid bodies: n × 6.
-std::vector<double> rigid_motions(const Mesh& mesh, const Freedoms& freedoms) {
-    const DofNumbering& numbering = freedoms.numbering;
-    const RigidSystem& rigid = freedoms.rigid;
-    const std::size_t nf = numbering.free_dofs.size(), n = nf + rigid.equations;
-    std::vector<double> out(6 * n, 0.0);
-    double centre[3];
-    for (std::size_t c = 0; c < 3; ++c) centre[c] = 0.5 * (mesh.size_info[c] + mesh.size_info[c + 3]);
-    for (const RigidBody& body : rigid.bodies)
-        for (std::size_t k = 0; k < body.motions.size(); ++k) {
-            const std::size_t row = nf + body.first + k;
-            for (std::size_t a = 0; a < 3; ++a) {
-                Vec3 axis{};
-                axis[a] = 1;
-                const Vec3 v = cross(
-                    axis, {body.pivot[0] - centre[0], body.pivot[1] - centre[1], body.pivot[2] - centre[2]});
-                Vec6 shift{}, turn{v[0], v[1], v[2], axis[0], axis[1], axis[2]};
-                shift[a] = 1;
-                out[a * n + row] = body.amount(k, shift);
-                out[(3 + a) * n + row] = body.amount(k, turn);
-            }
-        }
-    for (std::size_t k = 0; k < nf; ++k) {
-        const auto dof = static_cast<std::size_t>(numbering.free_dofs[k]), c = dof % 3;
-        const double* x = &mesh.coordinates[dof - c];
-        out[c * n + k] = 1;
-        // rotation about axis a: u = e_a × (x - centre)
-        out[(3 + (c + 1) % 3) * n + k] = x[(c + 2) % 3] - centre[(c + 2) % 3];
-        out[(3 + (c + 2) % 3) * n + k] = -(x[(c + 1) % 3] - centre[(c + 1) % 3]);
-    }
-    return out;
-}
-
-// What translations along the axes mean for the equations: n × 3.
-std::vector<double> translations(const AssembledSystem& system) {
-    const std::vector<std::int32_t>& free_dofs = system.freedoms.numbering.free_dofs;
-    const std::size_t n = system.equations();
-    std::vector<double> all(3 * n, 0.0);
-    for (std::size_t k = 0; k < free_dofs.size(); ++k) all[free_dofs[k] % 3 * n + k] = 1;
-    for (const RigidBody& body : system.freedoms.rigid.bodies)
-        for (std::size_t k = 0; k < body.motions.size(); ++k)
-            for (std::size_t d = 0; d < 3; ++d) {
-                Vec6 shift{};
-                shift[d] = 1;
-                all[d * n + free_dofs.size() + body.first + k] = body.amount(k, shift);
-            }
-    return all;
 }
 
 // Scales φ to φᵀ M φ = 1 and reports the mode; M_all: M times the translations. Returns φᵀ M φ as it comes
@@ -211,9 +162,12 @@ EigenOptions eigen_options(Job& job, const AssembledSystem& system) {
         job.note(
             formatted("%d modes were asked for: %d degrees of freedom are free and as many modes there are",
                       wanted, most));
-    options.supported = !job.model.boundary_conditions.empty();
     options.c_eigen_shift = job.settings.c_eigen_shift;
-    if (!options.supported) options.rigid_motions = rigid_motions(job.mesh(), system.freedoms);
+    options.rigid_motions = free_rigid_motions(job, system);
+    options.rigid = static_cast<std::int32_t>(options.rigid_motions.size()) / std::max(most, 1);
+    if (options.rigid > 0 && !job.model.boundary_conditions.empty())
+        job.note(formatted("the supports leave %d rigid motion%s: as many modes are zero", options.rigid,
+                           options.rigid == 1 ? "" : "s"));
     return options;
 }
 

@@ -249,7 +249,7 @@ SpectrumGap find_gap(std::span<const double> lambda, std::int32_t n_mode, std::i
 }
 
 double reference_frequency(std::span<const double> lambda, const EigenOptions& options, double rounding) {
-    const std::size_t index = options.supported ? 0 : 6;
+    const std::size_t index = options.rigid;
     if (index >= lambda.size() || lambda[index] <= rounding) return 0;
     return frequency_of(lambda[index]);
 }

@@ -30,9 +30,9 @@ struct EigenPairs {
 
 struct EigenOptions {
     std::int32_t n_mode = 1;            // modes asked for, at most the free degrees of freedom
-    bool supported = true;              // the model has boundary conditions
+    std::int32_t rigid = 0;             // motions that no support resists: six of a model without any
     double c_eigen_shift = 0.5;         // factor on the reference frequency of the second shift
-    std::vector<double> rigid_motions;  // n × 6: the body's rigid motions, empty when supported
+    std::vector<double> rigid_motions;  // n × rigid
 };
 
 class EigenProblem {
@@ -122,8 +122,8 @@ struct SpectrumGap {
 SpectrumGap find_gap(std::span<const double> lambda, std::int32_t n_mode, std::int32_t usable,
                      double rounding, bool all_of_them);
 
-// The frequency that the second shift is taken from: the first of a supported model, the seventh of
-// a free one. 0 where there is none or it is nothing but rounding.
+// The frequency that the second shift is taken from: the first of a supported model, the one behind the rigid
+// motions of a free one. 0 where there is none or it is nothing but rounding.
 double reference_frequency(std::span<const double> lambda, const EigenOptions& options, double rounding);
 
 // Random numbers in (-1, 1) from a fixed seed.

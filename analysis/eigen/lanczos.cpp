@@ -197,7 +197,7 @@ private:
     // There are as many values as modes, and the reference and what is below it have converged.
     bool reference_settled(const Estimates& found) const {
         constexpr double good = 1e-3;  // the square of it is the error of the value
-        const std::size_t needed = options_.supported ? 1 : 7;
+        const std::size_t needed = options_.rigid + 1;
         return found.lambda.size() >= std::size_t(options_.n_mode) && found.fair >= needed &&
                std::all_of(found.residual.begin(), found.residual.begin() + std::ptrdiff_t(needed),
                            [](double residual) { return residual < good; });
@@ -334,7 +334,7 @@ bool lanczos(EigenProblem& problem, const EigenOptions& options, EigenPairs& out
     double reference = 0;
     if (!method.preliminary(reference)) return false;
     const double shift = reference * options.c_eigen_shift;
-    if (shift > 0 || (options.supported && options.c_eigen_shift == 0)) {
+    if (shift > 0 || (options.rigid == 0 && options.c_eigen_shift == 0)) {
         if (!problem.shift(lambda_of(shift), true)) return false;
     } else {
         problem.keep_shift();

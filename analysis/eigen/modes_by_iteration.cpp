@@ -55,12 +55,11 @@ bool modes_by_iteration(EigenProblem& problem, const AssembledSystem& system, co
     Job& job = problem.job();
     const auto give_way = [&](const std::string& why) { return levels.give_way(why) && false; };
     if (system.border.nr > 0) return give_way("rigid elements stand beside the sparse matrix");
-    const std::size_t n = problem.n();
-    const auto rigid = static_cast<std::int32_t>(options.rigid_motions.size() / n);
+    const std::int32_t rigid = options.rigid;
     if (options.n_mode <= rigid)
         return give_way("no more modes are asked for than the body has rigid motions");
     std::vector<double> shifted;  // of a free body; K itself where it is positive
-    if (!options.supported) {
+    if (options.rigid > 0) {
         const double sigma = free_shift * problem.elastic_scale();
         shifted = system.km.K_value;
         for (std::size_t k = 0; k < shifted.size(); ++k) shifted[k] += sigma * system.km.M_value[k];

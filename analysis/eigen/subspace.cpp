@@ -282,7 +282,7 @@ std::int32_t settled(const std::vector<double>& now, const std::vector<double>& 
 // The second shift, from the frequencies of the round.
 bool shift_again(EigenProblem& problem, const EigenOptions& options, std::span<const double> lambda) {
     const double reference = reference_frequency(lambda, options, problem.rounding()) * options.c_eigen_shift;
-    if (reference == 0 && !(options.supported && options.c_eigen_shift == 0)) {
+    if (reference == 0 && !(options.rigid == 0 && options.c_eigen_shift == 0)) {
         problem.keep_shift();
         return true;
     }
@@ -310,7 +310,7 @@ bool subspace_iteration(EigenProblem& problem, const EigenOptions& options, Eige
             problem.progress().print("n_freq=%lf,[%lf]\n", f_new, change);
             // the zero modes of a supported model's loose body are rounding: no measure of convergence
             const bool rounding = std::abs(iteration.lambda()[j]) <= problem.rounding();
-            if (j >= (options.supported ? 0 : 6) && !rounding) convergence = std::max(convergence, change);
+            if (j >= options.rigid && !rounding) convergence = std::max(convergence, change);
         }
         problem.progress().print("convergence=%lf\n", convergence);
         if (!problem.job().goes_on()) return false;

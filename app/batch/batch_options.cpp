@@ -81,6 +81,10 @@ CommandLine describe(BatchOptions& options, Files files) {
                    "what becomes of the node nearest to this place, metres: static, eigen: in the summary;\n"
                    "nonlinear, explicit: in the history; repeatable",
                    [&options](const std::string& text) { return add_probe(options, text); });
+    line.add_text("--case", "NAME",
+                  "the load case or combination that acts; without it static computes them all, the others\n"
+                  "take all loads together",
+                  options.load_case);
     line.add_flag("--mean-dilatation",
                   "explicit: hexahedra with one pressure each, for large plastic strains",
                   options.mean_dilatation);
@@ -110,6 +114,8 @@ std::string check_command(const BatchOptions& options) {
         return "--mean-dilatation goes with explicit";
     if (options.command != "check" && !exports) return {};
     if (!options.probes.empty()) return options.command + " computes nothing: --probe goes with an analysis";
+    if (!options.load_case.empty())
+        return options.command + " computes nothing: --case goes with an analysis";
     if (options.hexahedra) return options.command + " computes nothing: --hexahedra goes with an analysis";
     if (options.vtu) return options.command + " writes no results: --vtu goes with an analysis";
     if (options.tidy) return options.command + " writes no factor: --tidy goes with an analysis";

@@ -27,7 +27,8 @@ const std::string pulled = "pull area y 4000 0.2 0.2 0 0.02 0 0.02";
 // A body set spinning about an oblique axis: the pull of the centrifugal forces makes waves, the momenta
 // stay.
 TEST_F(Explicit, ASpinningBodyKeepsItsMomenta) {
-    for (ElementKind kind : every_kind) {
+    for (const auto& [kind, form] : every_form) {
+        options.hexahedra = form;
         make(box_mesh({{3, 2, 2}, {0.3, 0.2, 0.15}}, kind), steel);
         read_control("output_frequency 10 end_time 2e-3");
         ASSERT_TRUE(begin());
@@ -58,7 +59,8 @@ TEST_F(Explicit, ASpinningBodyKeepsItsMomenta) {
 
 // Damped to rest the body stands where the linear analysis puts it, for every element type.
 TEST_F(Explicit, DampedToRestItIsTheLinearStaticAnswer) {
-    for (ElementKind kind : every_kind) {
+    for (const auto& [kind, form] : every_form) {
+        options.hexahedra = form;
         read(ModelText{.parts = part_of(kind, {{4, 2, 2}, {0.2, 0.1, 0.1}}),
                        .supports = clamp,
                        .forces = "push area y 100 0.2 0.2 -1 1 -1 1"},

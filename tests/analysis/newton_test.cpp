@@ -21,7 +21,7 @@ bool foot(const double* x, int) {
     return x[2] < 1e-12;
 }
 
-class NewtonKinds : public ::testing::TestWithParam<ElementKind> {};
+class NewtonKinds : public ::testing::TestWithParam<testing::ElementForm> {};
 
 TEST_P(NewtonKinds, AHomogeneousDeformationOfTwentyPercentIsReproducedOnADistortedMesh) {
     const auto outside = [](const double* x, int) {
@@ -31,8 +31,8 @@ TEST_P(NewtonKinds, AHomogeneousDeformationOfTwentyPercentIsReproducedOnADistort
         const double bump = 40 * x[0] * x[1] * x[2] * (1 - x[0]) * (1 - x[1]) * (1 - x[2]);
         x[0] += 0.09 * bump, x[1] -= 0.07 * bump, x[2] += 0.05 * bump;
     };
-    const Mesh mesh = box_mesh({{3, 3, 3}, {1, 1, 1}, distort}, GetParam());
-    FiniteProblem problem(mesh, material(1e9, 0.3), outside, 1e-3);
+    const Mesh mesh = box_mesh({{3, 3, 3}, {1, 1, 1}, distort}, GetParam().kind);
+    FiniteProblem problem(mesh, material(1e9, 0.3), outside, 1e-3, GetParam().form);
     const testing::Tensor H{0.2, 0.1, 0, -0.05, -0.1, 0.15, 0.1, 0, 0.1};
     std::mt19937 random(3);
     std::uniform_real_distribution<double> noise(-0.01, 0.01);
@@ -58,8 +58,8 @@ TEST_P(NewtonKinds, ABarPastYieldStretchesByTheHardeningLineAndKeepsItsPlasticPa
     const double small = 1e-5;  // strains of 1e-7: all measures agree
     const double E = 200e9, Sy = small * 250e6, Hm = 20e9, L = 2, sigma = small * 400e6;
     const auto planes = [](const double* x, int c) { return x[c] < 1e-12; };
-    const Mesh mesh = box_mesh({{2, 2, 4}, {0.3, 0.3, L}}, GetParam());
-    FiniteProblem problem(mesh, material(E, 0.3, Sy, Hm), planes, 1e-11);
+    const Mesh mesh = box_mesh({{2, 2, 4}, {0.3, 0.3, L}}, GetParam().kind);
+    FiniteProblem problem(mesh, material(E, 0.3, Sy, Hm), planes, 1e-11, GetParam().form);
     problem.start_with_traction(2, sigma);
     const double elastic = sigma / E * L, plastic = (sigma - Sy) / Hm * L, stretched = elastic + plastic;
     // elastic; past yield; unloaded; elastic up to the stress it has seen
@@ -72,7 +72,7 @@ TEST_P(NewtonKinds, ABarPastYieldStretchesByTheHardeningLineAndKeepsItsPlasticPa
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, NewtonKinds, ::testing::ValuesIn(testing::every_kind));
+INSTANTIATE_TEST_SUITE_P(Forms, NewtonKinds, ::testing::ValuesIn(testing::every_form));
 
 // Two iterations are too few for a bending step: started once more, nothing committed.
 TEST(NewtonAttempts, AnIncrementThatFailsIsStartedOnceMoreFromTheCommittedState) {

@@ -19,7 +19,9 @@ using testing::FiniteProblem;
 // 140 wide × 200 deep × 2000 mm, E = 210e3, σy = 235 MPa, perfectly plastic. At 155 kN: 23.625 mm (Prager and
 // Hodge, Theory of Perfectly Plastic Solids, 1951, beam theory with shear); collapse of the beam at
 // b h² σy/4L = 164.5 kN, first yield at b h² σy/6L = 109.7 kN.
-TEST(PlasticCantilever, BendsAsPragerAndHodgeComputeAndCollapsesAtThePlasticHinge) {
+class PlasticCantilever : public ::testing::TestWithParam<testing::ElementForm> {};
+
+TEST_P(PlasticCantilever, BendsAsPragerAndHodgeComputeAndCollapsesAtThePlasticHinge) {
     static constexpr double b = 0.14, h = 0.2, L = 2;
     const Material steel{.young = 210e9, .poisson = 0.3, .yield_stress = 235e6};
     const auto graded = [](double* x) { x[2] = L * std::pow(x[2] / L, 1.7); };
@@ -27,8 +29,9 @@ TEST(PlasticCantilever, BendsAsPragerAndHodgeComputeAndCollapsesAtThePlasticHing
     const auto held = [](const double* x, int c) {
         return x[2] < 1e-12 && (c == 2 || std::abs(x[c] - (c == 0 ? b : h) / 2) < 1e-9);
     };
-    const Mesh mesh = box_mesh({{2, 6, 26}, {b, h, L}, graded}, ElementKind::tetrahedron10);
-    FiniteProblem problem(mesh, steel, held, 1e-6);
+    const auto [kind, form] = GetParam();
+    const Mesh mesh = box_mesh({{2, 6, 26}, {b, h, L}, graded}, kind);
+    FiniteProblem problem(mesh, steel, held, 1e-6, form);
     problem.start_with_traction(1, 1e3 / (b * h));  // 1 kN in all: load factors are kN
     const std::vector<double> kN{90, 110, 125, 140, 150, 155, 160, 164, 167, 169, 171, 173};
     std::vector<double> deflection;
@@ -46,6 +49,11 @@ TEST(PlasticCantilever, BendsAsPragerAndHodgeComputeAndCollapsesAtThePlasticHing
     const double last = kN[std::min(deflection.size(), kN.size() - 1)];  // what the beam no longer carries
     EXPECT_TRUE(last >= 160 && last <= 175) << last;
 }
+
+INSTANTIATE_TEST_SUITE_P(Forms, PlasticCantilever,
+                         ::testing::Values(testing::ElementForm{ElementKind::tetrahedron10},
+                                           testing::ElementForm{ElementKind::hexahedron,
+                                                                HexahedronForm::enhanced}));
 
 class NonlinearAnalysis : public testing::AnalysisTest {
 protected:
@@ -75,7 +83,8 @@ std::string bar(double force, int steps, int iterations = 50, char axis = 'y',
 TEST_F(NonlinearAnalysis, ASmallLoadGivesTheLinearResultFile) {
     settings.nl_conv = 1e-6;
     settings.ordering_type = "LMAX";  // the same numbers
-    for (const ElementKind kind : testing::every_kind) {
+    for (const auto& [kind, form] : testing::every_form) {
+        options.hexahedra = form;
         const RunReport report = run(bar(1e-3, 1, 50, 'y', part_of(kind, {{2, 2, 10}, {0.2, 0.1, 1}})));
         testing::expect_done(report);
         EXPECT_EQ(report.nonlinear.increments.at(0).iterations, 1);

@@ -25,6 +25,7 @@ std::string told(const BatchOptions& o) {
     for (const ParameterOverride& set : o.overrides) text += " " + set.name + ":=" + set.expression;
     for (const auto& p : o.probes) text += formatted(" (%g %g %g)", p[0], p[1], p[2]);
     if (o.setting_file != "setting\\setting.txt") text += " setting:" + o.setting_file;
+    if (o.hexahedra) text += std::string(" hexahedra:") + word_of(*o.hexahedra);
     if (o.log_folder != "log") text += " log:" + o.log_folder;
     const std::pair<bool, const char*> flags[] = {
         {o.vtu, " vtu"},   {o.quiet, " quiet"},     {o.tidy, " tidy"}, {o.mean_dilatation, " mean"},
@@ -46,6 +47,7 @@ TEST(CommandLine, SaysWhatToRun) {
         {"check bar.txt --setting --vtu --log {}", "check bar.txt setting:--vtu log:{}"},
         {"explicit [a,b] --probe -1,2e-3,+3 --mean-dilatation", "explicit [a,b] (-1 0.002 3) mean"},
         {"nonlinear m --probe 1,2,3 --probe 0,0,0", "nonlinear m (1 2 3) (0 0 0)"},
+        {"static m --hexahedra full --hexahedra enhanced", "static m hexahedra:enhanced"},
         {"eigen-lanczos m --probe 1,2,3", "eigen-lanczos m (1 2 3)"},
         {"--quiet export m --set A=1 b/m.INP", "export m to:b/m.INP A:=1 quiet"}, {"-h", "  help"},
         {"check m --vtu --help", "check m vtu help"}, {"--version", "  version"}};
@@ -76,7 +78,9 @@ TEST(CommandLine, NamesTheWordThatIsWrong) {
         {"export", "model file is missing"}, {"export m", "file to export to is missing"},
         {"export m a.inp b.inp", "'b.inp'"}, {"export m a.obj", ".inp, .msh, .vtu, .stl"},
         {"export m a.inp --vtu", "--vtu"}, {"export m a.inp --probe 1,2,3", "--probe"},
-        {"check m a.inp", "'a.inp'"}};
+        {"check m a.inp", "'a.inp'"}, {"static m --hexahedra wedge", "'wedge'"},
+        {"check m --hexahedra full", "--hexahedra"},
+        {"explicit m --mean-dilatation --hexahedra full", "--mean-dilatation"}};
     // clang-format on
     for (const auto& [line, word] : lines) {
         const BatchOptions options = parsed(line, parse_batch_options);

@@ -1,18 +1,19 @@
 // What every element type must do: reproduce the fields of its order on distorted meshes, which makes it
 // converge, have exactly six rigid modes, carry its mass.
 #include <gtest/gtest.h>
-#include <jama/jama_eig.h>
 
 #include <cmath>
 #include <random>
 
 #include "support/assembled.h"
 #include "support/box_mesh.h"
+#include "support/eigenvalues.h"
 #include "support/tensors.h"
 
 namespace kestralum {
 namespace {
 
+using testing::eigenvalues;
 using testing::Grid;
 
 const Material steel{.id = 0, .name = "STEEL", .density = 7800, .young = 2.06e11, .poisson = 0.3};
@@ -43,16 +44,6 @@ void bend_edges(Mesh& mesh, double amplitude, bool everywhere) {
         if (!everywhere && on_surface(x)) continue;
         for (int c = 0; c < 3; ++c) x[c] += amplitude * std::sin(3.7 * n + 2 * c);
     }
-}
-
-TNT::Array1D<double> eigenvalues(const double* matrix, int n) {
-    TNT::Array2D<double> symmetric(n, n);
-    for (int r = 0; r < n; ++r)
-        for (int c = 0; c < n; ++c) symmetric[r][c] = 0.5 * (matrix[n * r + c] + matrix[n * c + r]);
-    JAMA::Eigenvalue<double> eigen(symmetric);
-    TNT::Array1D<double> values;
-    eigen.getRealEigenvalues(values);
-    return values;
 }
 
 // f_rᵀ M f_c of the motions x, y, z and 1 along one axis.

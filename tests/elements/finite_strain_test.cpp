@@ -7,6 +7,7 @@
 #include "elements/finite_elements.h"
 #include "elements/linear_element.h"
 #include "support/box_mesh.h"
+#include "support/eigenvalues.h"
 #include "support/tensors.h"
 
 namespace kestralum {
@@ -163,6 +164,44 @@ TEST_P(FiniteElement, IsTheLinearElementAtRest) {
     ASSERT_TRUE(finite_stiffness(one.body, 0, finite.data()));
     const double largest = *std::max_element(ke.begin(), ke.end());
     for (int k = 0; k < n * n; ++k) EXPECT_NEAR(finite[k], ke[k], 1e-13 * largest);
+}
+
+// Pressed to 0.4 and pulled to 2 of its length with free sides, a cube of either form has as many unstable
+// motions as the plain one: the internal strains add no hourglass.
+TEST(FiniteHexahedron, TheFormsAddNoUnstableMotion) {
+    for (const double yield : {0.0, 300e6})
+        for (const double target : {0.4, 2.0}) {
+            std::vector<int> unstable;
+            for (const auto& [kind, form] : testing::every_form) {
+                if (kind != ElementKind::hexahedron) continue;
+                Mesh mesh = testing::hexa_box({{1, 1, 1}, {1, 1, 1}});
+                const std::vector materials{steel(yield)};
+                const std::vector<std::int32_t> material{0};
+                FiniteBody body{mesh, material, materials};
+                body.form = form;
+                body.start();
+                double across = 1, ke[24 * 24];
+                for (int step = 1; step <= 20; ++step) {
+                    const double along = std::pow(target, step / 20.0);
+                    double low = 0.8 * across, high = 1.25 * across;
+                    while (high - low > 1e-14) {  // no stress on the sides
+                        across = 0.5 * (low + high);
+                        const Tensor F{across, 0, 0, 0, across, 0, 0, 0, along};
+                        (respond(materials[0], F, body.committed[0]).tau[0] > 0 ? high : low) = across;
+                    }
+                    for (std::size_t d = 0; d < 24; ++d)
+                        body.u[d] = ((d % 3 == 2 ? along : across) - 1) * mesh.coordinates[d];
+                    ASSERT_EQ(update_stresses(body), -1);
+                    body.commit();
+                }
+                ASSERT_TRUE(finite_stiffness(body, 0, ke));
+                const auto values = testing::eigenvalues(ke, 24);
+                unstable.push_back(0);
+                for (int k = 0; k < 24; ++k) unstable.back() += values[k] < -1e-9 * values[23];
+            }
+            EXPECT_EQ(unstable[1], unstable[0]) << "enhanced, " << yield << ' ' << target;
+            EXPECT_EQ(unstable[2], unstable[0]) << "mean dilatation, " << yield << ' ' << target;
+        }
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, FiniteElement, ::testing::ValuesIn(testing::every_form));

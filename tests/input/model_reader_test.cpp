@@ -150,12 +150,13 @@ TEST(ModelReader, OptionsStandBehindRecordsOnlyAndTheirPlacesHaveFaces) {
 TEST(ModelReader, KeywordsMatchByTheirBeginning) {
     const Outcome o = read_text(
         "% %comment material_info_steel A 1 2 0 %end step_num 10 % parameter1 q 3 % "
-        "iteration: 7 % mode_num||step_num 2*q x boundaryconditions END");
+        "iteration: 7 % hexahedra mean-dilatation % mode_num||step_num 2*q x boundaryconditions END");
+    EXPECT_EQ(o.model.hexahedra, HexahedronForm::mean_dilatation);
     EXPECT_EQ(o.model.materials.at(0).name, "A");
     EXPECT_EQ(o.model.iteration_limit, 7);
     EXPECT_EQ(o.model.mode_count, 6);  // the later one of both keywords
     EXPECT_EQ(o.report.end_token, "boundaryconditions");
-    EXPECT_EQ(o.report.end_token_number, 22);
+    EXPECT_EQ(o.report.end_token_number, 25);
     EXPECT_FALSE(o.report.ended_at_end);
     EXPECT_TRUE(o.lines.starts_with("INPUT FILE OPEN !!\nstr=%\nstr=%comment\nstr=material_info_steel\n"));
 }
@@ -234,7 +235,7 @@ TEST(ModelReader, ErrorsNameTheToken) {
         {" 0.33", " 0.5", "0.5", "a Poisson ratio between -1 and 0.5"}, {" 0.33", " -1", "-1", "a Poisson ratio between"},
         {"mode_num 6", "mode_num 0", "0", "an integer of at least 1"}, {"mode_num 6", "step_num 2.5", "2.5", "an integer of at"},
         {"mode_num 6", "mode_num 1e10", "1e10", "an integer of"}, {"iteration 20", "iteration -3", "-3", "an integer of at least 1"},
-        {"200*mm", "1/0", "1/0", "a finite value"},
+        {"200*mm", "1/0", "1/0", "a finite value"}, {"mode_num 6", "hexahedra Full", "Full", "expected full, enhanced or mean-dilatation"},
         {"BLOCK brown ALU", "BLOCK brown BRASS", "BLOCK", "material \"BRASS\""}, {"RECT  100", "RECT  1OO", "1OO", "part \"BLOCK\": size b"},
         {"   4 2 1 0", "   1/0 2 1 0", "1/0", "part \"BAR\": division db"}, {"unit=mm", "unit=inch", "unit=inch", "unknown name 'inch'"},
         {"unit=mm", "unit=", "unit=", "unit=WORD"}, {"parent=BAR", "parent=", "parent=", "parent=NAME"},
@@ -285,6 +286,7 @@ TEST(ModelReader, ErrorsNameTheToken) {
         {"apply_force A area x 1 0 0 0 % END", "token 9 '%': expected 3 more of the "},
         {"apply_force A % END", "token 3 '%': expected 6 more of the "},
         {"mode_num", "end of file: expected an integer after mode_num"},
+        {"hexahedra", "end of file: expected full, enhanced or mean-dilatation after hexahedra"},
         {model_text.substr(0, model_text.find("parent=") - 3), "end of file: expected"}};
     for (const auto& [text, error] : cut) EXPECT_TRUE(contains(read_text(text).errors, error)) << error;
 }
@@ -319,7 +321,7 @@ TEST(ModelReader, Notices) {
 }
 
 TEST(ModelReader, TablesLeftFromTheModelBefore) {
-    const Model first = read_text(model_text).model;
+    const Model first = read_text(replaced(model_text, "mode_num", "hexahedra enhanced % mode_num")).model;
     const Outcome second = read_text("boundary_condition % rigid_force % END", {}, first);
     EXPECT_TRUE(contains(second.notices,
                          "left as the earlier model had them: material_info, mode_num, iteration, parameter, "
@@ -327,6 +329,12 @@ TEST(ModelReader, TablesLeftFromTheModelBefore) {
                          "load_combination, tie_info\n"))
         << second.errors << second.notices;
     EXPECT_EQ(second.report.kept_sections.size(), 12u);
+    EXPECT_TRUE(contains(
+        second.notices,
+        "left as the earlier model had them: material_info, mode_num, iteration, hexahedra, parameter, "
+        "part_info, apply_force, rigid_element, rigid_combine\n"))
+        << second.errors << second.notices;
+    EXPECT_EQ(second.report.kept_sections.size(), 9u);
     EXPECT_TRUE(second.model.boundary_conditions.empty());
     EXPECT_EQ(second.model.forces.size(), 3u);
     EXPECT_EQ(second.model.mesh.node_num(), 39);

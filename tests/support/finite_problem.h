@@ -17,7 +17,7 @@ class FiniteProblem {
 public:
     // held(x, c): direction c of the node at x is held where it is
     FiniteProblem(Mesh mesh_in, const Material& record, const std::function<bool(const double*, int)>& held,
-                  double tolerance = 1e-9)
+                  double tolerance = 1e-9, HexahedronForm form = HexahedronForm::full)
         : mesh(renumbered(std::move(mesh_in))),
           materials{j2_material(record, true)},
           material(mesh.element_num(), 0),
@@ -33,6 +33,7 @@ public:
             freedoms.numbering.dof_map[d] = static_cast<std::int32_t>(freedoms.numbering.free_dofs.size());
             freedoms.numbering.free_dofs.push_back(d);
         }
+        body.form = form;
         body.start();
         newton.tolerance = tolerance;
     }
