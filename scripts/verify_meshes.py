@@ -270,7 +270,7 @@ def patch_mesh(path, kind):
 
 def nafems():
     for name, z0, z1, cells in (
-        ("le10_hex", -0.3, 0.3, ("hex", steps(10, 3), steps(14, 3), steps(6))),
+        ("le10_hex", -0.3, 0.3, ("hex", steps(20, 3), steps(16, 3), steps(12))),
         ("le10_tet", -0.3, 0.3, ("tet", steps(5, 2), steps(7, 2), steps(2))),
         ("le1_hex", 0, 0.05, ("hex", steps(14, 4), steps(20, 4), steps(1))),
         ("le1_tet", 0, 0.05, ("tet", steps(6, 3), steps(9, 3), steps(1))),
@@ -279,7 +279,7 @@ def nafems():
         grid_mesh(f"nafems/{name}.msh", cells[0], cells[1:], ellipses(z0, z1), sides)
     sides = {"ON_X": "v0", "ON_Y": "v1", "BOTTOM": "w0", "TOP": "w1"}
     grid_mesh("nafems/le11_hex.msh", "hex", (steps(6, 1.5), steps(12), steps(20)), le11, sides)
-    grid_mesh("nafems/le11_tet.msh", "tet", (steps(3), steps(5), steps(10)), le11, sides)
+    grid_mesh("nafems/le11_tet.msh", "tet", (steps(5, 1.5), steps(6), steps(20)), le11, sides)
     sides = {"SIDE_X0": "u0", "SIDE_X1": "u1", "SIDE_Y0": "v0", "SIDE_Y1": "v1"}
     grid_mesh("nafems/fv52_tet.msh", "tet", (steps(6), steps(6), steps(2)),
               lambda u, v, w: (10 * u, 10 * v, w - 0.5), sides)
@@ -291,20 +291,22 @@ def macneal():
     slants = {"regular": lambda k: 0, "trapezoidal": lambda k: (1 if k % 2 else -1) if 0 < k < 6 else 0,
               "parallelogram": lambda k: 1 if 0 < k < 6 else 0}
     for name, slant in slants.items():
-        for kind in ("hex", "tet"):
-            grid_mesh(f"macneal/beam_{name}_{kind}.msh", kind, beam, slanted_beam(slant), ends)
+        grid_mesh(f"macneal/beam_{name}_hex.msh", "hex", beam, slanted_beam(slant), ends)
+    straight = box(6, 0.2, 0.1)
+    grid_mesh("macneal/beam_fine_hex.msh", "hex", (steps(24), steps(8), steps(8)), straight, ends)
+    grid_mesh("macneal/beam_tet.msh", "tet", (steps(18), steps(4), steps(2)), straight, ends)
     curve = ring(4.12, 4.32, 90, 0.1)
     ends = {"ROOT": "v0", "TIP": "v1"}
     grid_mesh("macneal/curved_hex.msh", "hex", (steps(1), steps(6), steps(1)), curve, ends)
-    grid_mesh("macneal/curved_fine_hex.msh", "hex", (steps(2), steps(24), steps(1)), curve, ends)
-    grid_mesh("macneal/curved_tet.msh", "tet", (steps(1), steps(6), steps(1)), curve, ends)
+    grid_mesh("macneal/curved_fine_hex.msh", "hex", (steps(6), steps(24), steps(4)), curve, ends)
+    grid_mesh("macneal/curved_tet.msh", "tet", (steps(4), steps(20), steps(2)), curve, ends)
     ends = {"ROOT": "u0", "TIP": "u1"}
     grid_mesh("macneal/twisted_hex.msh", "hex", (steps(12), steps(2), steps(1)), twisted, ends)
     grid_mesh("macneal/twisted_fine_hex.msh", "hex", (steps(24), steps(4), steps(2)), twisted, ends)
     grid_mesh("macneal/twisted_tet.msh", "tet", (steps(12), steps(2), steps(1)), twisted, ends)
     sides = {"DIAPHRAGM": "v0", "MIDDLE": "v1", "CROWN": "u0", "EDGE": "u1"}
     grid_mesh("macneal/roof_hex.msh", "hex", (steps(16), steps(16), steps(1)), roof, sides)
-    grid_mesh("macneal/roof_tet.msh", "tet", (steps(8), steps(8), steps(1)), roof, sides)
+    grid_mesh("macneal/roof_tet.msh", "tet", (steps(14), steps(14), steps(1)), roof, sides)
     sides = {"LEFT": "u0", "RIGHT": "u1", "BOTTOM": "w0"}
     for n in (4, 16):
         grid_mesh(f"macneal/cook{n}_hex.msh", "hex", (steps(n), steps(n), steps(1)), cook, sides)
@@ -318,6 +320,8 @@ def macneal():
 
 def plastic():
     grid_mesh("plastic/cantilever_tet.msh", "tet", (steps(1), steps(4), steps(20)), box(0.14, 0.2, 2),
+              {"ROOT": "w0", "TIP": "w1"})
+    grid_mesh("plastic/hinge_tet.msh", "tet", (steps(1), steps(8), steps(18, 8)), box(0.07, 0.2, 2),
               {"ROOT": "w0", "TIP": "w1"})
 
 
@@ -334,12 +338,14 @@ def buckling():
 def loads():
     sides = {"INNER": "u0", "OUTER": "u1", "ON_X": "v0", "ON_Y": "v1", "BOTTOM": "w0", "TOP": "w1"}
     disc, pipe = ring(0.1, 0.5, 90, 0.02), ring(0.05, 0.1, 90, 0.02)
-    grid_mesh("loads/disc_tet.msh", "tet", (steps(6, 3), steps(8), steps(1)), disc, sides)
+    grid_mesh("loads/disc_tet.msh", "tet", (steps(8, 4), steps(10), steps(1)), disc, sides)
     grid_mesh("loads/pipe_tet.msh", "tet", (steps(4, 1.5), steps(6), steps(1)), pipe, sides)
-    grid_mesh("loads/bearing_tet.msh", "tet", (steps(4, 2), steps(32), steps(1)), ring(0.02, 0.05, 360, 0.005),
-              {"BORE": "u0", "RIM": "u1", "BOTTOM": "w0"}, closed=True)
+    sides = {"BORE": "u0", "RIM": "u1", "BOTTOM": "w0"}
+    for kind, across, around in (("hex", steps(16, 6), 80), ("tet", steps(4, 2), 32)):
+        grid_mesh(f"loads/bearing_{kind}.msh", kind, (across, steps(around), steps(1)), ring(0.02, 0.05, 360, 0.005),
+                  sides, closed=True)
     ends = {"X0": "u0", "Y0": "v0", "LOW": "w0", "HIGH": "w1"}
-    grid_mesh("loads/bar_tet.msh", "tet", (steps(1), steps(1), steps(12)), box(0.02, 0.02, 1), ends)
+    grid_mesh("loads/bar_tet.msh", "tet", (steps(1), steps(1), steps(24)), box(0.02, 0.02, 1), ends)
     grid_mesh("loads/follower_tet.msh", "tet", (steps(1), steps(1), steps(30)), box(0.02, 0.01, 1),
               {"ROOT": "w0", "BELOW": "v0"})
     grid_mesh("loads/bimetal_tet.msh", "tet", (steps(1), steps(2), steps(40)), box(0.005, 0.002, 0.2),
