@@ -327,9 +327,9 @@ def plastic():
 
 def buckling():
     ends = {"ROOT": "w0", "TIP": "w1"}
-    grid_mesh("buckling/column_tet.msh", "tet", (steps(1), steps(1), steps(20)), box(0.03, 0.02, 1), ends)
+    grid_mesh("buckling/column_tet.msh", "tet", (steps(1), steps(1), steps(40)), box(0.03, 0.02, 1), ends)
     sides = {"EDGE_X": "u1", "EDGE_Y": "v1"}
-    grid_mesh("buckling/plate_tet.msh", "tet", (steps(6), steps(6), steps(1)), box(0.5, 0.5, 0.01), sides)
+    grid_mesh("buckling/plate_tet.msh", "tet", (steps(12), steps(12), steps(1)), box(0.5, 0.5, 0.01), sides)
     sides = {"OUTER": "u1", "ON_X": "v0", "ON_Y": "v1", "BOTTOM": "w0"}
     grid_mesh("buckling/ring_hex.msh", "hex", (steps(2), steps(32), steps(1)), ring(0.975, 1.025, 90, 0.05), sides)
     grid_mesh("buckling/ring_tet.msh", "tet", (steps(1), steps(16), steps(1)), ring(0.975, 1.025, 90, 0.05), sides)
