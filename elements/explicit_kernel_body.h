@@ -222,6 +222,46 @@ KESTRALUM_INLINE Vec yield(const BlockMaterial& m, Vec (&d)[6], double* alpha) {
     return q * back.scale * back.d_alpha;
 }
 
+// The same onto curves of the yield stress and about a backstress (Simo and Hughes, 1998, box 3.1): on ξ = s
+// - β, with Δεp = 3/2 Δα ξ/q and Δβ = 2/3 H Δεp. h turns the backstress first; `at` is block · points +
+// point.
+KESTRALUM_INLINE Vec yield_generally(const KernelArrays& k, std::int64_t b, std::int64_t at,
+                                     const BlockMaterial& m, const Vec3& h, Vec (&d)[6]) {
+    Vec back[6];
+    double* stored = k.general.back ? k.general.back + 6 * W * at : nullptr;
+    for (int c = 0; c < 6 && stored; ++c) back[c] = load(stored + c * W);
+    if (stored) turn(h, back);
+    Vec xi[6];
+    for (int c = 0; c < 6; ++c) xi[c] = d[c] - back[c];
+    const Vec zero{}, tiny = 1e-300 + zero;
+    const Vec q = root(1.5 * (xi[0] * xi[0] + xi[1] * xi[1] + xi[2] * xi[2]) +
+                       3.0 * (xi[3] * xi[3] + xi[4] * xi[4] + xi[5] * xi[5]));
+    const Vec kinematic = load(k.general.kinematic + W * b);
+    const Vec alpha = load(k.alpha + W * at), stiffness = 3.0 * m.j2.shear + kinematic;
+    Vec d_alpha;
+    for (int lane = 0; lane < W; ++lane) {
+        const HardeningSegment* segment = k.general.segments[W * b + lane];
+        d_alpha.v[lane] = return_to_curve(segment, q.v[lane], alpha.v[lane], stiffness.v[lane]);
+    }
+    store(k.alpha + W * at, alpha + d_alpha);
+    const Vec flow = d_alpha / larger_of(q, tiny), loss = 3.0 * m.j2.shear * flow;
+    Vec work{};  // of the stress on 3/2 Δα ξ/q
+    for (int c = 0; c < 6; ++c) {
+        d[c] -= loss * xi[c];
+        work += (c < 3 ? 1.5 : 3.0) * (d[c] * xi[c]);
+        if (stored) store(stored + c * W, back[c] + kinematic * flow * xi[c]);
+    }
+    return work * flow;
+}
+
+// Thermal strain that the step adds at a point of a block.
+KESTRALUM_INLINE Vec heating(const KernelArrays& k, std::int64_t at) {
+    return k.general.thermal ? load(k.general.thermal + W * at) : Vec{};
+}
+KESTRALUM_INLINE void add_heat(const KernelArrays& k, std::int64_t b, Vec work) {
+    if (k.general.heat) store(k.general.heat + W * b, load(k.general.heat + W * b) + work);
+}
+
 KESTRALUM_INLINE void add_elastic(const BlockMaterial& material, const Vec (&e)[6], Vec (&s)[6]) {
     const Vec mean = material.lambda * (e[0] + e[1] + e[2]);
     const Vec twice = 2.0 * material.j2.shear;
@@ -229,17 +269,29 @@ KESTRALUM_INLINE void add_elastic(const BlockMaterial& material, const Vec (&e)[
     for (int c = 3; c < 6; ++c) s[c] += material.j2.shear * e[c];
 }
 
-// Stress at the end of the step and its work; `weight` is that of the integration rule. nodal: the strain
-// that the nodes' motion makes, on which the stress works.
+// Stress at the end of the step and its work; `weight` is that of the integration rule, `at` is block ·
+// points
+// + point. nodal: the strain that the nodes' motion makes, on which the stress works.
 template <PointLaw law>
-KESTRALUM_INLINE void update_stress(const Motion& m, const BlockMaterial& material, double weight,
-                                    double* stress, double* alpha, Vec (&s)[6], Sums& sums,
+KESTRALUM_INLINE void update_stress(const KernelArrays& k, std::int64_t b, std::int64_t at, const Motion& m,
+                                    const BlockMaterial& material, double weight, Vec (&s)[6], Sums& sums,
                                     const Vec (&nodal)[6]) {
+    double* stress = k.stress + 6 * W * at;
+    double* alpha = k.alpha + W * at;
     Vec before[6];
     for (int c = 0; c < 6; ++c) s[c] = before[c] = load(stress + c * W);
     turn(m.h, s);
     add_elastic(material, m.e, s);
     const Vec volume = weight * m.volume;
+    if constexpr (law == PointLaw::general) {
+        const Vec grown = heating(k, at);
+        const Vec p = (1.0 / 3.0) * (s[0] + s[1] + s[2]), reached = p - 3.0 * material.j2.bulk * grown;
+        for (int c = 0; c < 3; ++c) s[c] -= p;
+        sums.plastic += yield_generally(k, b, at, material, m.h, s) * volume;
+        for (int c = 0; c < 3; ++c) s[c] += reached;
+        const Vec twice_mean = before[0] + before[1] + before[2] + 3.0 * reached;
+        add_heat(k, b, (-0.5) * twice_mean * grown * volume);
+    }
     if constexpr (law == PointLaw::plastic) {
         const Vec p = (1.0 / 3.0) * (s[0] + s[1] + s[2]);
         for (int c = 0; c < 3; ++c) s[c] -= p;
@@ -385,8 +437,7 @@ void hexahedra(const KernelArrays& k, std::int64_t first, std::int64_t last) {
             Motion m;
             find_motion(g, U, m, sums);
             Vec s[6];
-            update_stress<law>(m, material, 1.0, k.stress + 6 * W * (8 * b + p), k.alpha + W * (8 * b + p), s,
-                               sums, m.e);
+            update_stress<law>(k, b, 8 * b + p, m, material, 1.0, s, sums, m.e);
             add_flux(s, m.cof, p, sum);
         }
         hexa_store(sum, k.force + 24 * W * b);
@@ -411,7 +462,7 @@ void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::i
         Vec dilatation{}, volume{}, weighted{}, strained{};
         if constexpr (!once_yielded) strained = 1.0 + Vec{};
         Vec3 cof[8][3];
-        Vec deviator[8][6], pressure[8], part[8], trace[8];
+        Vec deviator[8][6], pressure[8], part[8], trace[8], grown[8];
 #pragma GCC unroll 1
         for (int p = 0; p < 8; ++p) {
             const Vec3 g[3] = {x.along[0][place[p][0]], x.along[1][place[p][1]], x.along[2][place[p][2]]};
@@ -423,6 +474,10 @@ void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::i
             trace[p] = m.e[0] + m.e[1] + m.e[2];
             part[p] = m.volume;
             pressure[p] = (1.0 / 3.0) * (s[0] + s[1] + s[2]);
+            if constexpr (law == PointLaw::general) {
+                grown[p] = heating(k, 8 * b + p);
+                dilatation -= 3.0 * grown[p] * m.volume;
+            }
             dilatation += trace[p] * m.volume;
             weighted += pressure[p] * m.volume;
             volume += m.volume;
@@ -436,6 +491,10 @@ void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::i
                 strained = larger_of(strained, load(alpha + W * p));
                 sums.plastic += yield(material, s, alpha + W * p) * m.volume;
             }
+            if constexpr (law == PointLaw::general) {
+                strained = larger_of(strained, load(alpha + W * p));
+                sums.plastic += yield_generally(k, b, 8 * b + p, material, m.h, s) * m.volume;
+            }
             for (int c = 0; c < 6; ++c) {
                 deviator[p][c] = s[c];
                 before[c] = 0.5 * (before[c] + s[c]);
@@ -447,7 +506,11 @@ void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::i
 #pragma GCC unroll 1
         for (int p = 0; p < 8; ++p) {
             const Vec before = choose(strained, mean, pressure[p]);
-            const Vec reached = choose(strained, reached_mean, pressure[p] + material.j2.bulk * trace[p]);
+            Vec own = pressure[p] + material.j2.bulk * trace[p];
+            if constexpr (law == PointLaw::general) own -= 3.0 * material.j2.bulk * grown[p];
+            const Vec reached = choose(strained, reached_mean, own);
+            if constexpr (law == PointLaw::general)
+                add_heat(k, b, (-1.5) * (before + reached) * grown[p] * part[p]);
             sums.internal += 0.5 * (before + reached) * trace[p] * part[p];
             for (int c = 0; c < 3; ++c) deviator[p][c] += reached;
             for (int c = 0; c < 6; ++c) store(stress + (6 * p + c) * W, deviator[p][c]);
@@ -577,6 +640,8 @@ void hexahedra_enhanced(const KernelArrays& k, std::int64_t first, std::int64_t 
             for (int c = 0; c < 6; ++c) s[c] = load(stress + (6 * p + c) * W);
             turn(m.h, s);
             add_elastic(material, m.e, s);
+            if constexpr (law == PointLaw::general)
+                for (int c = 0; c < 3; ++c) s[c] -= 3.0 * material.j2.bulk * heating(k, 8 * b + p);
             add_residual(s, p, modes);
         }
         find_increments(volume, material, modes);
@@ -585,8 +650,7 @@ void hexahedra_enhanced(const KernelArrays& k, std::int64_t first, std::int64_t 
             Motion whole = motion[p];
             add_internal(modes, p, volume[p], whole.e, whole.h);
             Vec s[6];
-            update_stress<law>(whole, material, 1.0, stress + 6 * W * p, k.alpha + W * (8 * b + p), s, sums,
-                               motion[p].e);
+            update_stress<law>(k, b, 8 * b + p, whole, material, 1.0, s, sums, motion[p].e);
             add_flux(s, whole.cof, p, sum);
         }
         hexa_store(sum, k.force + 24 * W * b);
@@ -616,8 +680,7 @@ void tetrahedra4(const KernelArrays& k, std::int64_t first, std::int64_t last) {
         Motion m;
         find_motion(g, U, m, sums);
         Vec s[6];
-        update_stress<law>(m, material_of(k, b), 1.0 / 6.0, k.stress + 6 * W * b, k.alpha + W * b, s, sums,
-                           m.e);
+        update_stress<law>(k, b, b, m, material_of(k, b), 1.0 / 6.0, s, sums, m.e);
         Vec3 P[3];
         flux(s, m.cof, 1.0 / 6.0, P);
         double* force = k.force + 12 * W * b;
@@ -680,8 +743,7 @@ void tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) 
             Motion m;
             find_motion(g, U, m, sums);
             Vec s[6];
-            update_stress<law>(m, material, weight, k.stress + 6 * W * (4 * b + p), k.alpha + W * (4 * b + p),
-                               s, sums, m.e);
+            update_stress<law>(k, b, 4 * b + p, m, material, weight, s, sums, m.e);
             Vec3 P[3];
             flux(s, m.cof, weight, P);
             for (int i = 0; i < 10; ++i)
@@ -700,12 +762,13 @@ void tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) 
 const KernelSet kernels::KESTRALUM_KERNEL_SET{
     KESTRALUM_KERNEL_NAME,
     W,
-    {{hexahedra<PointLaw::elastic>, hexahedra<PointLaw::plastic>},
-     {tetrahedra4<PointLaw::elastic>, tetrahedra4<PointLaw::plastic>},
-     {tetrahedra10<PointLaw::elastic>, tetrahedra10<PointLaw::plastic>}},
-    {hexahedra_mean_dilatation<PointLaw::elastic, false>,
-     hexahedra_mean_dilatation<PointLaw::plastic, false>},
-    hexahedra_mean_dilatation<PointLaw::plastic, true>,
-    {hexahedra_enhanced<PointLaw::elastic>, hexahedra_enhanced<PointLaw::plastic>}};
+    {{hexahedra<PointLaw::elastic>, hexahedra<PointLaw::plastic>, hexahedra<PointLaw::general>},
+     {tetrahedra4<PointLaw::elastic>, tetrahedra4<PointLaw::plastic>, tetrahedra4<PointLaw::general>},
+     {tetrahedra10<PointLaw::elastic>, tetrahedra10<PointLaw::plastic>, tetrahedra10<PointLaw::general>}},
+    {hexahedra_mean_dilatation<PointLaw::elastic, false>, hexahedra_mean_dilatation<PointLaw::plastic, false>,
+     hexahedra_mean_dilatation<PointLaw::general, false>},
+    {hexahedra_mean_dilatation<PointLaw::plastic, true>, hexahedra_mean_dilatation<PointLaw::general, true>},
+    {hexahedra_enhanced<PointLaw::elastic>, hexahedra_enhanced<PointLaw::plastic>,
+     hexahedra_enhanced<PointLaw::general>}};
 
 }  // namespace kestralum

@@ -43,12 +43,11 @@ void support_springs(const BoundaryCondition& record, const Mesh& mesh, const No
                     record.options.normal_spring, add);
 }
 
-std::string add_springs(const Model& model, const Mesh& mesh, const NodeElements& node_elements,
-                        const SparseKM& km, std::vector<double>& values) {
+std::string all_springs(const Model& model, const Mesh& mesh, const NodeElements& node_elements,
+                        const AddBlock& add) {
     for (const BoundaryCondition& record : model.boundary_conditions) {
         if (!has_spring(record)) continue;
         bool any = false, finite = true;
-        const AddBlock add = adding_to(km, values);
         support_springs(record, mesh, node_elements,
                         [&](std::span<const std::int32_t> nodes, std::span<const double> block) {
                             any = true;
@@ -61,6 +60,11 @@ std::string add_springs(const Model& model, const Mesh& mesh, const NodeElements
             return "support " + record.name + ": spring: its value is not a finite number everywhere";
     }
     return {};
+}
+
+std::string add_springs(const Model& model, const Mesh& mesh, const NodeElements& node_elements,
+                        const SparseKM& km, std::vector<double>& values) {
+    return all_springs(model, mesh, node_elements, adding_to(km, values));
 }
 
 void add_spring_forces(const BoundaryCondition& record, const Mesh& mesh, const NodeElements& node_elements,
