@@ -29,6 +29,7 @@ void remark(Job& job, std::string line) {
 // Materials and settings that explicit stepping cannot do without.
 bool check_input(Job& job) {
     if (!check_analysable(job)) return false;
+    const AnalysisControl& c = job.model.control;
     const auto refuse = [&](std::string line) { return job.fail(RunStatus::bad_input, std::move(line)); };
     for (std::int32_t p : job.model.mesh.p_ele_part_id) {
         const Material& m = job.model.materials[job.model.parts[p].material_id];
@@ -38,8 +39,9 @@ bool check_input(Job& job) {
                 formatted("material %s: the explicit analysis wants a density and E above 0 and Poisson's "
                           "ratio between -1 and 0.5",
                           m.name.c_str()));
+        if (const std::string wrong = wrong_plastic_constant(m); c.plastic && !wrong.empty())
+            return refuse(wrong);
     }
-    const AnalysisControl& c = job.model.control;
     if (!(c.d_time >= 0) || !std::isfinite(c.d_time))
         return refuse(formatted("d_time = %g: the time step must not be negative", c.d_time));
     if (!(c.end_time >= 0) || !std::isfinite(c.end_time))
@@ -462,16 +464,6 @@ void warn_of_step(Job& job, const ExplicitState& s) {
                               s.d_time, s.stable_step));
 }
 
-void report_plasticity(Job& job) {
-    if (!job.model.control.plastic) return;
-    for (const Material& m : job.model.materials) {
-        const double g = m.young / (2 * (1 + m.poisson));
-        if (m.yield_stress > 0 && m.shear_modulus > 0 && std::abs(m.shear_modulus - g) > 1e-3 * g)
-            remark(job, formatted("material %s: G = %.6e differs from E/(2(1+nu)) = %.6e, which is used",
-                                  m.name.c_str(), m.shear_modulus, g));
-    }
-}
-
 // The rigid bodies with their masses.
 void set_bodies(Job& job, const SetUp& set_up, ExplicitState& s) {
     const RigidSystem& system = s.freedoms.rigid;
@@ -572,7 +564,6 @@ bool set_motions(Job& job, const SetUp& set_up, ExplicitState& s) {
     set_contacts(job, s);
     if (!start_supports(job, s)) return false;
     warn_of_step(job, s);
-    report_plasticity(job);
     if (s.damped && some_body_is_free(job.mesh(), s))
         remark(job,
                "C_alfa damps the rigid motion of a body without supports too, and more so on finer meshes");
