@@ -113,6 +113,13 @@ void print_supports(const std::vector<SupportReaction>& supports, Progress& prog
     }
 }
 
+void print_energy(const CaseReport& one, Progress& progress) {
+    progress.summary("%-22s %.6e J\n", "strain energy", one.strain_energy);
+    if (one.error >= 0)
+        progress.summary("%-22s estimated %.2g %%%s%s\n", "error of the stress", 100 * one.error,
+                         one.worst_place.empty() ? "" : ", largest in ", one.worst_place.c_str());
+}
+
 // Every frame of a run with load cases; the first stands above.
 void print_cases(const RunReport& report, Progress& progress) {
     for (std::size_t k = 1; k < report.cases.size(); ++k) {
@@ -123,7 +130,7 @@ void print_cases(const RunReport& report, Progress& progress) {
         print_forces("applied loads", one.applied, progress);
         print_forces("reactions", one.reaction, progress);
         print_supports(one.supports, progress);
-        progress.summary("%-22s %.6e J\n", "strain energy", one.strain_energy);
+        print_energy(one, progress);
     }
 }
 
@@ -148,8 +155,7 @@ void print_balance(const RunSummary& summary, Progress& progress) {
     if (!dynamic) print_forces("applied loads", report.applied, progress);
     print_forces("reactions", report.reaction, progress);
     print_supports(report.supports, progress);
-    if (!report.cases.empty())
-        progress.summary("%-22s %.6e J\n", "strain energy", report.cases.front().strain_energy);
+    if (!report.cases.empty()) print_energy(report.cases.front(), progress);
     print_cases(report, progress);
     if (report.nonlinear.wanted > 0)
         print_nonlinear(report.nonlinear, progress);

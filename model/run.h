@@ -40,6 +40,8 @@ struct Frame {
     // 0 = σxx σyy σzz, 1 = σxy σyz σzx (Pa), 2 = εxx εyy εzz, 3 = γxy γyz γzx,
     // 4 = Mises (Pa), equivalent plastic strain, largest principal stress (Pa).
     std::vector<double> node_stress;
+    std::vector<double> error;  // node_num: estimated error of the stress around the node, of the model's
+                                // root mean square (1 = 100 %); empty: not known
 
     explicit Frame(std::int32_t dof_num = 0)
         : mode_vec(dof_num), node_stress(std::size_t(stress_groups) * dof_num) {}

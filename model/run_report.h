@@ -56,6 +56,13 @@ struct ExplicitReport {
     bool displacements_written = false, history_written = false;
 };
 
+// What one support does to the body.
+struct SupportReaction {
+    std::string name;
+    std::array<double, 3> force{}, moment{};  // N, N m about the centre
+    std::array<double, 3> centre{};           // mean of its nodes, m
+};
+
 // One load increment of a nonlinear run.
 struct IncrementReport {
     double factor = 0;   // of the load
@@ -68,6 +75,7 @@ struct IncrementReport {
     double largest_displacement = 0;   // m
     double plastic_share = 0;          // of the volume, 0 … 1
     double work = 0;                   // of the loads so far, J
+    std::vector<SupportReaction> supports{};
 };
 
 struct NonlinearReport {
@@ -78,13 +86,6 @@ struct NonlinearReport {
     bool history_written = false;
 };
 
-// What one support does to the body.
-struct SupportReaction {
-    std::string name;
-    std::array<double, 3> force{}, moment{};  // N, N m about the centre
-    std::array<double, 3> centre{};           // mean of its nodes, m
-};
-
 // A frame of a static run: one load case or combination.
 struct CaseReport {
     std::string name;  // empty where there is but one
@@ -92,6 +93,8 @@ struct CaseReport {
     std::array<double, 3> applied{}, reaction{};  // N
     std::vector<SupportReaction> supports;
     double strain_energy = 0;  // ∫ ½ σ·ε_elastic dV, J
+    double error = -1;         // estimated, of the stress in the energy norm, 0 … 1; negative: not known
+    std::string worst_place;   // of the element with its largest share
 };
 
 struct RunReport {

@@ -141,11 +141,41 @@ bool all_finite(std::span<const double> values) {
     return std::ranges::all_of(values, [](double v) { return std::isfinite(v); });
 }
 
+// A temperature on parts none of which expands does nothing.
+void note_expansion(Job& job, const Load& load) {
+    const Model& model = job.model;
+    for (std::size_t p = 0; p < model.parts.size(); ++p)
+        if ((load.part_name == "all" || is_of_part(model.parts, p, load.part_name)) &&
+            model.parts[p].material_id >= 0 && model.materials[model.parts[p].material_id].expansion != 0)
+            return;
+    job.note("load " + load.name + ": no material of its parts has alpha=, nothing expands");
+}
+
+bool check_factor(Job& job, const std::string& record, const LoadOptions& options) {
+    const std::string why = options.factor.given() ? wrong_value(record, options.factor, nullptr, 1) : "";
+    return why.empty() || job.fail(RunStatus::bad_input, why + ": a factor is a finite number");
+}
+
+bool check_factors(Job& job) {
+    const Model& model = job.model;
+    for (const AppliedForce& force : model.forces)
+        if (!check_factor(job, "force " + force.name, force.options)) return false;
+    for (const RigidForce& force : model.rigid_forces)
+        if (!check_factor(job, "rigid force " + force.name, force.options)) return false;
+    for (const Load& load : model.loads)
+        if (!check_factor(job, "load " + load.name, load.options)) return false;
+    return true;
+}
+
 bool add_loads(Job& job, LoadSet& out) {
     const Mesh& mesh = job.mesh();
     for (const Load& load : job.model.loads) {
         if (load.kind == LoadKind::temperature) {
             out.temperatures.push_back(&load);
+            if (!all_finite(thermal_strains(out, job.model, mesh, 1, Growth::whole, {})))
+                return job.fail(RunStatus::bad_input, "load " + load.name + ": '" + load.value.text +
+                                                          "' is not a finite number everywhere");
+            note_expansion(job, load);
             continue;
         }
         if (load.kind == LoadKind::pressure || varies_itself(load)) {
@@ -194,7 +224,8 @@ double load_factor(const LoadOptions& options, double time, Growth growth) {
 }
 
 bool resolve_loads(Job& job, const Freedoms& freedoms, std::span<const double> stiffness, LoadSet& out) {
-    if (!add_forces(job, freedoms, stiffness, out) || !add_loads(job, out)) return false;
+    if (!check_factors(job) || !add_forces(job, freedoms, stiffness, out) || !add_loads(job, out))
+        return false;
     for (std::size_t b = 0; b < job.model.boundary_conditions.size(); ++b)
         if (freedoms.numbering.selected[b] == 0)
             job.note("support " + job.model.boundary_conditions[b].name + ": selects no node");

@@ -63,9 +63,12 @@ std::vector<char> reaction_nodes(const Freedoms& freedoms, std::int32_t nodes) {
 
 std::vector<SupportReaction> support_reactions(const Model& model, const Mesh& mesh, const Freedoms& freedoms,
                                                std::span<const double> residual, std::span<const Vec6> bodies,
-                                               std::span<const double> u,
+                                               std::span<const double> u, Places places,
                                                std::span<const RigidState> states) {
     const DofNumbering& numbering = freedoms.numbering;
+    const auto place = [&](std::int32_t n) {
+        return places == Places::displaced ? plus(place_of(mesh, n), triple(u, n)) : place_of(mesh, n);
+    };
     const ConstraintMap& map = freedoms.constraints.map;
     Gather gather(model, mesh, numbering.selected);
     std::vector<double> left(residual.begin(), residual.end());
@@ -75,7 +78,7 @@ std::vector<SupportReaction> support_reactions(const Model& model, const Mesh& m
         std::vector<double> springs(left.size(), 0.0);
         add_spring_forces(record, mesh, freedoms.node_elements, u, springs);
         for (std::int32_t n = 0; n < mesh.node_num(); ++n)
-            gather.add(static_cast<std::int32_t>(r), place_of(mesh, n), times(-1, triple(springs, n)));
+            gather.add(static_cast<std::int32_t>(r), place(n), times(-1, triple(springs, n)));
         for (std::size_t d = 0; d < left.size(); ++d) left[d] += springs[d];
     }
     map.gather(left);
@@ -86,17 +89,17 @@ std::vector<SupportReaction> support_reactions(const Model& model, const Mesh& m
         for (const std::int32_t n : body.members) counted[n] = 1;
         Vec6 sum = resultant(body, states.empty() ? RigidState{} : states[b], mesh, left);
         for (std::size_t c = 0; c < 6; ++c) sum[c] += bodies[b][c];
-        gather.add(record_of(body, numbering), body.pivot, {sum[0], sum[1], sum[2]},
-                   {sum[3], sum[4], sum[5]});
+        const Vec3 pivot = states.empty() ? body.pivot : plus(body.pivot, states[b].u);
+        gather.add(record_of(body, numbering), pivot, {sum[0], sum[1], sum[2]}, {sum[3], sum[4], sum[5]});
     }
     for (std::size_t k = 0; k < numbering.fixed_nodes.size(); ++k) {
         const std::int32_t n = numbering.fixed_nodes[k];
         if (counted[n]) continue;
         counted[n] = 1;
-        gather.add(numbering.fixed_record[k], place_of(mesh, n), triple(left, n));
+        gather.add(numbering.fixed_record[k], place(n), triple(left, n));
     }
     for (const HeldDof& held : freedoms.constraints.held)
-        gather.add(held.record, place_of(mesh, held.dof / 3), times(left[held.dof], map.axis(held.dof)));
+        gather.add(held.record, place(held.dof / 3), times(left[held.dof], map.axis(held.dof)));
     return gather.reactions;
 }
 

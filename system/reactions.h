@@ -20,9 +20,11 @@ std::vector<char> reaction_nodes(const Freedoms& freedoms, std::int32_t nodes);
 // bodies    per rigid body: the springs' resistance less its own loads, about the pivot
 // u         dof_num, m
 // states    of the bodies; empty: at rest
+// places    where the forces act for the moments: on the body at rest, or displaced
+enum class Places { at_rest, displaced };
 std::vector<SupportReaction> support_reactions(const Model& model, const Mesh& mesh, const Freedoms& freedoms,
                                                std::span<const double> residual, std::span<const Vec6> bodies,
-                                               std::span<const double> u,
+                                               std::span<const double> u, Places places = Places::at_rest,
                                                std::span<const RigidState> states = {});
 
 std::array<double, 3> sum_of(std::span<const SupportReaction> reactions);

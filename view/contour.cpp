@@ -6,6 +6,7 @@ namespace kestralum::view {
 
 const Quantity* quantity_at(std::int32_t index) {
     if (index == plastic_strain_row) return &plastic_strain;
+    if (index == error_row) return &error_estimate;
     if (index < 0 || index >= std::ssize(quantities)) return nullptr;
     return &quantities[index];
 }
@@ -25,6 +26,8 @@ std::vector<double> nodal_values(std::int32_t index, const Mesh& mesh, const Fra
     if (!quantity || quantity->source == Source::none || frame.mode_vec.size() != dofs ||
         frame.node_stress.size() != stress_groups * dofs)
         return {};
+    if (quantity->source == Source::error)
+        return frame.error.size() == dofs / 3 ? frame.error : std::vector<double>();
     const auto table = quantity->source == Source::stress
                            ? std::span(frame.node_stress).subspan(quantity->group * dofs, dofs)
                            : std::span(frame.mode_vec);

@@ -19,6 +19,7 @@ enum class Source {
     magnitude,     // length of the displacement vector
     displacement,  // its component
     stress,        // component of a group of Frame::node_stress
+    error,         // Frame::error
     none,          // no values: the part's own colour
 };
 struct Quantity {
@@ -54,7 +55,12 @@ inline constexpr std::array<Quantity, 18> quantities{{
 inline constexpr std::int32_t plastic_strain_row = 100;
 inline constexpr Quantity plastic_strain{"Plastic Strain", "Eq. plastic strain", "", Source::stress, 4, 1};
 
-// Row of the table or plastic_strain_row; null for any other index.
+// The estimated error of the stresses, which static runs have.
+inline constexpr std::int32_t error_row = 101;
+inline constexpr Quantity error_estimate{
+    "E&rror Estimate", "Estimated stress error", "", Source::error, 0, 0};
+
+// Row of the table, plastic_strain_row or error_row; null for any other index.
 const Quantity* quantity_at(std::int32_t index);
 
 // Text of the legend: empty for 17 and for every index without a row.

@@ -160,6 +160,11 @@ void NewtonSolver::set_targets(double factor) {
     }
 }
 
+bool NewtonSolver::loads_are_finite() const {
+    const auto finite = [](double v) { return std::isfinite(v); };
+    return std::ranges::all_of(F_, finite) && std::ranges::all_of(target_, finite);
+}
+
 // The way of the supports from where they are, dof_num, as displacements of the nodes; empty: they stand.
 std::vector<double> NewtonSolver::left_to_move() const {
     if (held_ == target_) return {};
@@ -484,6 +489,12 @@ IncrementReport NewtonSolver::advance(std::int32_t number, double factor, bool o
     number_ = number;
     set_forces(factor);
     set_targets(factor);
+    if (IncrementReport refused; !loads_are_finite()) {
+        refused.factor = factor;
+        error = "a load or a displacement of a support is not a finite number";
+        outcome = NewtonOutcome::failed;
+        return refused;
+    }
     thermal_ =
         thermal_strains(*loads_, job_.model, body_.mesh, factor, Growth::with_time, job_.options.load_case);
     body_.set_thermal(thermal_);

@@ -74,6 +74,7 @@ private:
     bool place(const Placement& from, std::span<const double> du, double s);
     void set_forces(double factor);
     void set_targets(double factor);
+    bool loads_are_finite() const;
     std::vector<double> left_to_move() const;
     void subtract_moved(const std::vector<double>& moved, std::vector<double>& E) const;
     double rigid_work(std::size_t b, std::span<const RigidForce> forces, const RigidState& before) const;

@@ -103,6 +103,20 @@ std::string describe(const IncrementReport& increment, std::size_t number, Newto
     }
 }
 
+std::vector<SupportReaction> reactions_of(Job& job, const Freedoms& freedoms, const FiniteBody& body,
+                                          const NewtonSolver& solver) {
+    const AppliedLoads& applied = solver.applied();
+    std::vector<double> residual = internal_forces(body, freedoms.node_elements);
+    const std::vector<char> wanted = reaction_nodes(freedoms, job.mesh().node_num());
+    for (std::size_t d = 0; d < residual.size(); ++d) residual[d] -= wanted[d / 3] ? applied.nodal[d] : 0;
+    std::vector<Vec6> bodies(freedoms.rigid.bodies.size());
+    combine_resistance(job.model.rigid_combines, freedoms.rigid, solver.states(), bodies);
+    for (std::size_t b = 0; b < bodies.size(); ++b)
+        for (std::size_t c = 0; c < 6; ++c) bodies[b][c] -= applied.rigid[b][c];
+    return support_reactions(job.model, job.mesh(), freedoms, residual, bodies, body.u, Places::displaced,
+                             solver.states());
+}
+
 // An increment that has ended where the run can go on from: its work, its frame, its rows of the logs.
 struct Increments {
     Job& job;
@@ -128,6 +142,7 @@ struct Increments {
         print_increment(job.progress, freedoms.numbering, u_before, body.u);
         increment.work = work += solver.work(u_before, states_before, factor_before, increment.factor);
         factor_before = increment.factor;
+        increment.supports = reactions_of(job, freedoms, body, solver);
         store_frame(job, freedoms, body, increment);
         history.add(increment.factor, solver.internal(), body);
         nonlinear.increments.push_back(increment);
@@ -187,25 +202,14 @@ void run_increments(Job& job, const Freedoms& freedoms, std::span<const double> 
     }
 }
 
-void report_end(Job& job, const Freedoms& freedoms, const FiniteBody& body, const NewtonSolver& solver) {
+void report_end(Job& job, const NewtonSolver& solver) {
     RunReport& report = job.report();
     const IncrementReport& last = report.nonlinear.increments.back();
-    const RigidSystem& rigid = freedoms.rigid;
     const AppliedLoads& applied = solver.applied();
-    std::vector<double> residual = internal_forces(body, freedoms.node_elements);
-    const std::vector<char> wanted = reaction_nodes(freedoms, job.mesh().node_num());
-    for (std::size_t d = 0; d < residual.size(); ++d) {
-        report.applied[d % 3] += applied.nodal[d];
-        residual[d] -= wanted[d / 3] ? applied.nodal[d] : 0;
-    }
-    std::vector<Vec6> bodies(rigid.bodies.size());
-    combine_resistance(job.model.rigid_combines, rigid, solver.states(), bodies);
-    for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
-        for (std::size_t c = 0; c < 6; ++c) bodies[b][c] -= applied.rigid[b][c];
-        for (std::size_t c = 0; c < 3; ++c) report.applied[c] += applied.rigid[b][c];
-    }
-    report.supports =
-        support_reactions(job.model, job.mesh(), freedoms, residual, bodies, body.u, solver.states());
+    for (std::size_t d = 0; d < applied.nodal.size(); ++d) report.applied[d % 3] += applied.nodal[d];
+    for (const Vec6& force : applied.rigid)
+        for (std::size_t c = 0; c < 3; ++c) report.applied[c] += force[c];
+    report.supports = last.supports;
     report.reaction = sum_of(report.supports);
     report.residual = last.ratio;
     report.negative_pivots = last.negative_pivots;
@@ -282,7 +286,7 @@ bool work(Job& job, NonlinearHistory& history) {
         job.report().nonlinear.seconds[s] = solver.seconds[s];
     if (job.report().status == RunStatus::cancelled || job.run.results.empty()) return false;
     job.clock.begin("recover");
-    report_end(job, freedoms, body, solver);
+    report_end(job, solver);
     return solver.await_file();
 }
 

@@ -5,9 +5,11 @@
 #include <memory>
 
 #include "analysis/linear_run.h"
+#include "elements/error_estimate.h"
 #include "elements/stresses.h"
 #include "model/format.h"
 #include "system/linear_loads.h"
+#include "system/mesh_notes.h"
 #include "system/reactions.h"
 
 namespace kestralum {
@@ -148,8 +150,15 @@ bool recover(Job& job, const AssembledSystem& system, const CaseTerms& terms, st
     mean_stress_strain(mesh, freedoms.node_elements, points, {}, job.threads(), frame->node_stress,
                        job.progress);
     if (!job.goes_on()) return false;
-    job.report().cases.push_back(
+    CaseReport& report = job.report().cases.emplace_back(
         report_case(job, system, points, load, q.subspan(freedoms.numbering.free_dofs.size()), *frame));
+    const ErrorEstimate estimate =
+        estimate_error(mesh, job.model.parts, job.model.materials, freedoms.node_elements, points,
+                       frame->node_stress, job.threads());
+    report.error = estimate.relative;
+    if (estimate.worst >= 0) report.worst_place = place_of_element(job, estimate.worst);
+    frame->error = nodal_error(mesh, freedoms.node_elements, estimate, points.volume);
+    if (job.run.results.empty()) note_thin_bending(job, freedoms.node_elements, points);
     job.run.results.push_back(frame);
     return true;
 }
@@ -159,6 +168,7 @@ bool recover_all(Job& job, const AssembledSystem& system, std::span<const CaseTe
                  std::span<const std::string> cases, std::span<const LinearLoad> loads,
                  std::span<const double> q) {
     job.clock.begin("recover");
+    note_slivers(job);
     const std::size_t n = system.equations();
     for (const CaseTerms& terms : frames) {
         LinearLoad load;

@@ -52,14 +52,17 @@ CommandLine describe(BatchOptions& options, Files files) {
         "kestralum-batch ANALYSIS MODEL_FILE [OPTION]...\n"
         "kestralum-batch check MODEL_FILE [--set NAME=EXPRESSION]... [--setting FILE] [--quiet]\n"
         "kestralum-batch export MODEL_FILE FILE [--set NAME=EXPRESSION]... [--setting FILE] [--quiet]\n"
+        "kestralum-batch verify [CASES_FILE] [--only WORD] [--setting FILE] [--log DIR]\n"
         "kestralum-batch --help | --version",
         options);
-    line.add_text("ANALYSIS", "",
-                  analyses +
-                      "; or check:\n"
-                      "reads and meshes only and tells what the model is made of and what it needs;\n"
-                      "or export: writes mesh, sets, supports and loads for another program",
-                  options.command);
+    line.add_text(
+        "ANALYSIS", "",
+        analyses +
+            "; or check:\n"
+            "reads and meshes only and tells what the model is made of and what it needs;\n"
+            "or export: writes mesh, sets, supports and loads for another program;\n"
+            "or verify: runs the cases of verify/cases.txt, or of another file, against their targets",
+        options.command);
     line.add_text("MODEL_FILE", "", "the model; its control file (.ana) is read from beside it",
                   options.model_file);
     if (files == Files::model_and_export)
@@ -81,6 +84,7 @@ CommandLine describe(BatchOptions& options, Files files) {
                    "what becomes of the node nearest to this place, metres: static, eigen: in the summary;\n"
                    "nonlinear, explicit: in the history; repeatable",
                    [&options](const std::string& text) { return add_probe(options, text); });
+    line.add_text("--only", "WORD", "verify: the cases whose names begin with the word", options.only);
     line.add_text("--case", "NAME",
                   "the load case or combination that acts; without it static computes them all, the others\n"
                   "take all loads together",
@@ -92,8 +96,7 @@ CommandLine describe(BatchOptions& options, Files files) {
         "--hexahedra", "WORD",
         "full, enhanced (bend without locking) or mean-dilatation (flow without locking) in place of\n"
         "what the model says",
-        [&options](const std::string& text) { return choose_hexahedra(options, text); },
-        {.needs = "", .excludes = "--mean-dilatation", .group = ""});
+        [&options](const std::string& text) { return choose_hexahedra(options, text); });
     line.add_flag("--tidy", "removes the files of the factor after the run", options.tidy);
     line.add_flag("--quiet", "prints the closing summary only", options.quiet);
     line.add_footer(
@@ -105,13 +108,19 @@ CommandLine describe(BatchOptions& options, Files files) {
 
 // What does not go together.
 std::string check_command(const BatchOptions& options) {
-    const bool exports = options.command == "export";
-    if (options.command.empty()) return "an analysis, `check` or `export` is missing";
+    const bool exports = options.command == "export", verifies = options.command == "verify";
+    if (options.command.empty()) return "an analysis, `check`, `export` or `verify` is missing";
+    if (!verifies && !options.only.empty()) return "--only goes with verify";
+    if (verifies && (!options.overrides.empty() || options.vtu || options.tidy || !options.probes.empty() ||
+                     options.hexahedra || !options.load_case.empty() || options.mean_dilatation))
+        return "verify takes its cases' own options, and --only, --setting and --log";
+    if (verifies) return {};
     if (options.command != "check" && !exports && !find_analysis(options.command))
         return "unknown analysis '" + options.command + "'";
     if (options.model_file.empty()) return "the model file is missing";
     if (options.command != "explicit" && options.mean_dilatation)
         return "--mean-dilatation goes with explicit";
+    if (options.mean_dilatation && options.hexahedra) return "--mean-dilatation does not go with --hexahedra";
     if (options.command != "check" && !exports) return {};
     if (!options.probes.empty()) return options.command + " computes nothing: --probe goes with an analysis";
     if (!options.load_case.empty())

@@ -14,7 +14,7 @@
 namespace kestralum {
 
 struct BatchOptions : CommonOptions {
-    std::string command;      // "check", "export" or an analysis
+    std::string command;      // "check", "export", "verify" or an analysis
     std::string export_file;  // of `export`
     std::vector<ParameterOverride> overrides;
     std::string setting_file = "setting\\setting.txt";
@@ -23,6 +23,7 @@ struct BatchOptions : CommonOptions {
     bool mean_dilatation = false;               // explicit: hexahedra with one pressure
     std::optional<HexahedronForm> hexahedra;    // in place of the model's
     std::string load_case;                      // the one that acts; empty: all
+    std::string only;                           // of `verify`: cases whose names begin so
 };
 
 BatchOptions parse_batch_options(std::span<const char* const> arguments);

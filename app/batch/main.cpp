@@ -14,6 +14,7 @@
 #include "app/export_model.h"
 #include "app/run_process.h"
 #include "app/run_summary.h"
+#include "app/verify.h"
 #include "input/starter_model.h"
 #include "results/result_file.h"
 #include "results/vtu_file.h"
@@ -149,6 +150,14 @@ ExitStatus export_to_file(const BatchOptions& options, const Settings& settings)
     return exit_status(status);
 }
 
+ExitStatus run_verify(const BatchOptions& options, const Settings& settings, Progress& progress) {
+    stop_on_interrupt(progress);
+    const std::string file = options.model_file.empty() ? "verify\\cases.txt" : options.model_file;
+    const VerifyStatus status = verify({file, options.only, options.log_folder}, settings, progress);
+    if (status == VerifyStatus::bad_input) return exit_bad_input;
+    return status == VerifyStatus::all_met ? exit_done : exit_incomplete;
+}
+
 // Needs no log folder.
 bool writes_no_results(const BatchOptions& options) {
     return options.command == "check" || options.command == "export";
@@ -159,6 +168,7 @@ ExitStatus run(const BatchOptions& options, Progress& progress) {
     if (!start_up(options.setting_file, options.log_folder, settings, progress)) return exit_bad_input;
     if (options.command == "check") return check(options, settings);
     if (options.command == "export") return export_to_file(options, settings);
+    if (options.command == "verify") return run_verify(options, settings, progress);
     stop_on_interrupt(progress);
     Input input;
     if (!read_input(options, input, progress)) return progress.cancelled() ? exit_incomplete : exit_bad_input;

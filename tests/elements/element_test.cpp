@@ -171,6 +171,25 @@ TEST_P(Element, StressesOfInitialStrainsCarryTheirForces) {
     EXPECT_NEAR(energy, element_volume(type, points) * (GsG[0] + GsG[4] + GsG[8]), 1e-15);
 }
 
+// A hexahedron whose nodes are numbered from another corner, its directions in another order, is the same
+// element.
+TEST_P(Element, NothingDependsOnTheNumberingOfTheNodes) {
+    if (kind != ElementKind::hexahedron) return;
+    Mesh mesh = testing::box_mesh(distorted(true), kind);
+    const Elasticity elasticity = build_elasticity(std::span(&steel, 1), silent);
+    constexpr int other[8] = {5, 6, 2, 1,
+                              4, 7, 3, 0};  // a turn by 120 degrees about a diagonal, then a half turn
+    double ke[24 * 24], turned[24 * 24], me[64];
+    ASSERT_TRUE(testing::element_matrices(mesh, steel, elasticity, form)(7, ke, me));
+    const std::vector<std::int32_t> nodes(mesh.element(7).begin(), mesh.element(7).end());
+    for (int i = 0; i < 8; ++i) mesh.connectivity[8 * 7 + i] = nodes[other[i]];
+    ASSERT_TRUE(testing::element_matrices(mesh, steel, elasticity, form)(7, turned, me));
+    for (int r = 0; r < 24; ++r)
+        for (int c = 0; c < 24; ++c)
+            EXPECT_NEAR(turned[24 * r + c], ke[24 * (3 * other[r / 3] + r % 3) + 3 * other[c / 3] + c % 3],
+                        1e-12 * ke[0]);
+}
+
 TEST_P(Element, CarriesMassFirstMomentAndInertia) {
     // a box aside: fᵀ M g = ρ ∫ f g dV
     const Grid grid{{2, 1, 2}, {0.4, 0.3, 0.5}, [](double* x) { x[2] += 0.7; }};

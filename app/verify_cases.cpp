@@ -1,0 +1,223 @@
+#include "app/verify_cases.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "analysis/analysis_table.h"
+#include "input/calculator.h"
+#include "input/input_remarks.h"
+#include "model/paths.h"
+#include "model/token_reader.h"
+
+namespace kestralum {
+
+namespace {
+
+constexpr std::array<std::string_view, 8> measured_words{"displacement", "stress", "frequency", "load_factor",
+                                                         "reaction",     "energy", "radius",    "formula"};
+constexpr std::array<std::string_view, 4> place_words{"at", "set", "set_max", "set_min"};
+constexpr std::array<std::string_view, 5> expectation_words{"near", "below", "above", "between", "shown"};
+constexpr std::array<std::string_view, 4> displacement_words{"x", "y", "z", "magnitude"};
+constexpr std::array<std::string_view, 7> stress_words{"xx", "yy", "zz", "xy", "yz", "zx", "mises"};
+constexpr std::array<std::string_view, 3> axes{"x", "y", "z"};
+
+class Reader {
+public:
+    Reader(std::string_view text, const std::string& folder, InputRemarks& remarks)
+        : tokens_(text), folder_(folder), remarks_(remarks) {}
+
+    std::vector<VerifyCase> read() {
+        std::vector<VerifyCase> cases;
+        for (Token token = next(); !token.text.empty() && remarks_.ok(); token = next()) {
+            if (token.text.starts_with('%')) continue;
+            if (token.text == "END") break;
+            if (token.text != "case") {
+                remarks_.expected(token, "case, a comment or END");
+                break;
+            }
+            VerifyCase& one = cases.emplace_back();
+            one.name = next_word("the name of the case");
+            if (std::ranges::count(cases, one.name, &VerifyCase::name) > 1)
+                remarks_.expected(last_, "a name that no case before has");
+            read_case(one);
+        }
+        if (remarks_.ok() && cases.empty()) remarks_.error("it holds no case");
+        return remarks_.ok() ? cases : std::vector<VerifyCase>();
+    }
+
+private:
+    Token next() {
+        const std::string_view text = tokens_.next();
+        return last_ = {text, tokens_.token_number()};
+    }
+    std::string next_word(std::string_view what) {
+        const Token token = next();
+        if (token.text.empty() || token.text.starts_with('%')) remarks_.expected(token, what);
+        return std::string(token.text);
+    }
+    template <std::size_t N>
+    std::size_t word_of(const std::array<std::string_view, N>& words, const char* what) {
+        const Token token = next();
+        const auto at = std::ranges::find(words, token.text);
+        if (at != words.end()) return at - words.begin();
+        std::string list;
+        for (const std::string_view word : words) list += (list.empty() ? "" : ", ") + std::string(word);
+        remarks_.expected(token, std::string(what) + " (" + list + ")");
+        return 0;
+    }
+    // The words up to "%", with a blank between them.
+    std::string text_line() {
+        std::string out;
+        for (Token token = next(); !token.text.starts_with('%'); token = next()) {
+            if (token.text.empty()) {
+                remarks_.expected(token, "%");
+                break;
+            }
+            out += (out.empty() ? "" : " ") + std::string(token.text);
+        }
+        return out;
+    }
+
+    void read_case(VerifyCase& one) {
+        while (remarks_.ok()) {
+            const Token key = next();
+            if (key.text == "title") {
+                one.title = text_line();
+            } else if (key.text == "source") {
+                one.source = text_line();
+            } else if (key.text == "model") {
+                one.model_file = folder_ + text_line();
+            } else if (key.text == "run") {
+                read_run(one);
+            } else if (key.text == "check") {
+                read_checks(one);
+                if (one.model_file.empty() || one.analysis.empty())
+                    remarks_.expected(key, "model and run before the checks of a case");
+                return;
+            } else {
+                remarks_.expected(key, "title, source, model, run or check");
+            }
+        }
+    }
+
+    void read_run(VerifyCase& one) {
+        one.analysis = next_word("an analysis");
+        if (!find_analysis(one.analysis)) remarks_.expected(last_, "an analysis");
+        for (Token token = next(); remarks_.ok() && !token.text.starts_with('%'); token = next()) {
+            const std::size_t equals = token.text.find('=');
+            const std::string_view key = token.text.substr(0, equals);
+            const std::string value(equals == std::string_view::npos ? "" : token.text.substr(equals + 1));
+            const std::size_t second = value.find('=');
+            if (key == "hexahedra" && hexahedron_form_of(value))
+                one.hexahedra = hexahedron_form_of(value);
+            else if (key == "set" && second != std::string::npos)
+                one.overrides.push_back({value.substr(0, second), value.substr(second + 1)});
+            else if (key == "case" && !value.empty())
+                one.load_case = value;
+            else if (token.text == "prestress")
+                one.prestress = true;
+            else
+                remarks_.expected(token, "set=NAME=EXPRESSION, hexahedra=WORD, case=NAME, prestress or %");
+        }
+    }
+
+    void read_checks(VerifyCase& one) {
+        Token token = next();
+        while (remarks_.ok() && !token.text.starts_with('%')) {
+            if (token.text.empty()) {
+                remarks_.expected(token, "%");
+                return;
+            }
+            VerifyCheck& check = one.checks.emplace_back();
+            check.name = token.text;
+            if (!is_parameter_name(check.name)) remarks_.expected(token, "a name that expressions can use");
+            read_quantity(check);
+            read_expectation(check);
+            token = read_options(check);
+        }
+        if (one.checks.empty()) remarks_.expected(token, "a check");
+    }
+
+    void read_place(VerifyCheck& check) {
+        check.place = static_cast<Place>(word_of(place_words, "a place"));
+        if (check.place != Place::at) {
+            check.set_name = next_word("a set");
+            return;
+        }
+        for (std::string& x : check.where) x = next_word("a coordinate");
+    }
+
+    void read_quantity(VerifyCheck& check) {
+        check.measured = static_cast<Measured>(word_of(measured_words, "a quantity"));
+        switch (check.measured) {
+            case Measured::displacement:
+                check.component = displacement_words[word_of(displacement_words, "a component")];
+                return read_place(check);
+            case Measured::stress:
+                check.component = stress_words[word_of(stress_words, "a component")];
+                return read_place(check);
+            case Measured::frequency:
+            case Measured::load_factor:
+                check.number = next_word("the number of a mode");
+                return;
+            case Measured::reaction:
+                check.set_name = next_word("a support");
+                check.component = axes[word_of(axes, "an axis")];
+                return;
+            case Measured::radius:
+                check.set_name = next_word("a set");
+                check.component = axes[word_of(axes, "an axis")];
+                for (std::string& x : check.where) x = next_word("a coordinate");
+                return;
+            case Measured::formula:
+                check.number = next_word("an expression");
+                return;
+            case Measured::energy:
+                return;
+        }
+    }
+
+    void read_expectation(VerifyCheck& check) {
+        check.expectation = static_cast<Expectation>(word_of(expectation_words, "an expectation"));
+        check.bounds[0] = next_word("a value");
+        if (check.expectation == Expectation::between) check.bounds[1] = next_word("a second value");
+        if (check.expectation != Expectation::near) return;
+        check.relative = word_of(std::array<std::string_view, 2>{"rel", "abs"}, "a kind of tolerance") == 0;
+        check.tolerance = next_word("a tolerance");
+    }
+
+    // Returns the token behind them.
+    Token read_options(VerifyCheck& check) {
+        for (Token token = next();; token = next()) {
+            if (token.text.starts_with("case="))
+                check.case_name = token.text.substr(5);
+            else if (token.text == "frame=min")
+                check.frames = OverFrames::least;
+            else if (token.text == "frame=max")
+                check.frames = OverFrames::largest;
+            else
+                return token;
+        }
+    }
+
+    TokenReader tokens_;
+    std::string folder_;
+    InputRemarks& remarks_;
+    Token last_;
+};
+
+}  // namespace
+
+std::vector<VerifyCase> read_verify_cases(const std::string& file_name, Remarks& remarks) {
+    InputRemarks of_file(file_name, remarks);
+    std::string text, reason;
+    std::vector<VerifyCase> cases;
+    if (paths::read_text(file_name, text, reason))
+        cases = Reader(text, paths::directory_of(file_name), of_file).read();
+    else
+        of_file.error(reason);
+    of_file.close();
+    return cases;
+}
+
+}  // namespace kestralum
