@@ -200,6 +200,7 @@ bool assemble_stressed(Job& job, AssembledSystem& system, int factors_on_disk,
 // Tells what eigenvalues below zero mean: a stressed body that is no longer stable.
 void note_buckled(EigenProblem& problem, const EigenPairs& pairs) {
     Job& job = problem.job();
+    if (pairs.lambda.empty()) return;
     const double limit = -std::max(problem.rounding(), 1e-9 * std::abs(pairs.lambda.back()));
     const auto below = std::ranges::count_if(pairs.lambda, [limit](double l) { return l < limit; });
     if (below > 0)
@@ -233,9 +234,9 @@ bool work(Job& job, AssembledSystem& system, Method method, int factors_on_disk)
     }
     if (!problem.shift(0.6283185307 * 0.6283185307, false)) return false;
     SpectrumGap gap;
-    if (!method(problem, options, pairs, gap) || !check_complete(problem, pairs, gap, options.n_mode))
-        return false;
+    if (!method(problem, options, pairs, gap)) return false;
     if (prestress) note_buckled(problem, pairs);
+    if (!check_complete(problem, pairs, gap, options.n_mode)) return false;
     problem.begin_files();
     job.report().negative_pivots = 0;  // shifted matrices have them by design
     normalise_all(problem, system, options.n_mode, pairs);
