@@ -233,8 +233,13 @@ TEST_F(Buckling, ManifoldFactorsAreFoundBecauseTheyAreCounted) {
     ASSERT_EQ(factors.size(), 7u);
     for (const std::size_t j : {1, 2, 3, 4, 5}) EXPECT_NEAR(factors[j].factor / one, 1, 1e-9);
     EXPECT_GT(factors[6].factor, 8 * one);
-    EXPECT_TRUE(
-        contains(result.report.remarks.notices, "orthogonal to the former ones looks for the others"));
+    options.lanczos_tolerance = 1e-2;  // a run that ends before it has all
+    const RunReport rough = run(replaced(columns, "mode_num 7", "mode_num 2") + push);
+    EXPECT_EQ(rough.status, RunStatus::done);
+    EXPECT_EQ(rough.buckling.found, 6);
+    EXPECT_EQ(rough.buckling.counted, 6);
+    EXPECT_TRUE(contains(rough.remarks.notices, "5 load factors are found where 6 are counted"));
+    options = {};
     // cases and their sums are loads of their own
     options.load_case = "TRIPLE";
     const std::string cases = replaced(push, "-1", "-1 case=a") + "load_combination TRIPLE 3*a % ";
