@@ -59,12 +59,6 @@ LoadGroup& group_of(const LoadOptions& options, std::size_t dofs, LoadSet& loads
     return group;
 }
 
-const std::vector<ElementFace>& faces_of(const Mesh& mesh, const Load& load) {
-    static const std::vector<ElementFace> none;
-    const MeshSet* set = find_set(mesh, load.set_name);
-    return set ? set->faces : none;
-}
-
 void add_surface(const Mesh& mesh, const Load& load, double time, double factor, std::span<const double> u,
                  std::span<double> nodal) {
     if (load.kind == LoadKind::pressure)
@@ -210,6 +204,19 @@ bool add_loads(Job& job, LoadSet& out) {
 
 }  // namespace
 
+const std::vector<ElementFace>& faces_of(const Mesh& mesh, const Load& load) {
+    static const std::vector<ElementFace> none;
+    const MeshSet* set = find_set(mesh, load.set_name);
+    return set ? set->faces : none;
+}
+
+void add_surface_load(const Mesh& mesh, const Load& load, double time, std::span<const double> u,
+                      std::span<double> nodal) {
+    if (load.kind == LoadKind::pressure)
+        return add_pressure(mesh, faces_of(mesh, load), load.value, time, 1, u, nodal);
+    add_traction(mesh, faces_of(mesh, load), load.vector, time, nodal);
+}
+
 double load_factor(const LoadOptions& options, double time, Growth growth) {
     constexpr double nowhere[3] = {};
     if (options.factor.given()) return options.factor.at(nowhere, time);
@@ -280,18 +287,29 @@ std::vector<double> reduce_loads(const AppliedLoads& loads, const Freedoms& free
     return out;
 }
 
+std::vector<Heating> heatings_of(const LoadSet& loads, const Model& model, const std::string& load_case) {
+    std::vector<Heating> out;
+    for (const Load* load : loads.temperatures) {
+        if (!acts_in_case(load->options.case_name, load_case)) continue;
+        Heating& heating = out.emplace_back(Heating{load, per_part(model, &Material::expansion), {}});
+        for (std::size_t p = 0; p < model.parts.size(); ++p)
+            heating.chosen.push_back(load->part_name == "all" || is_of_part(model.parts, p, load->part_name));
+    }
+    return out;
+}
+
+void add_heating(const Heating& heating, const Mesh& mesh, double time, double factor, int threads,
+                 std::span<double> strain) {
+    add_thermal_strain(mesh, heating.expansion, heating.chosen, heating.load->value, heating.load->reference,
+                       time, factor, strain, threads);
+}
+
 std::vector<double> thermal_strains(const LoadSet& loads, const Model& model, const Mesh& mesh, double time,
                                     Growth growth, const std::string& load_case) {
     std::vector<double> strain;
-    for (const Load* load : loads.temperatures) {
-        if (!acts_in_case(load->options.case_name, load_case)) continue;
-        if (strain.empty())
-            strain.assign(std::size_t(mesh.element_num()) * element_type(mesh.element_type).points, 0.0);
-        std::vector<char> chosen;
-        for (std::size_t p = 0; p < model.parts.size(); ++p)
-            chosen.push_back(load->part_name == "all" || is_of_part(model.parts, p, load->part_name));
-        add_thermal_strain(mesh, per_part(model, &Material::expansion), chosen, load->value, load->reference,
-                           time, load_factor(load->options, time, growth), strain);
+    for (const Heating& heating : heatings_of(loads, model, load_case)) {
+        strain.resize(std::size_t(mesh.element_num()) * element_type(mesh.element_type).points, 0.0);
+        add_heating(heating, mesh, time, load_factor(heating.load->options, time, growth), 1, strain);
     }
     return strain;
 }

@@ -42,8 +42,8 @@ void support_springs(const BoundaryCondition& record, const Mesh& mesh, const No
                     record.options.normal_spring, add);
 }
 
-std::string add_springs(const Model& model, const Mesh& mesh, const NodeElements& node_elements,
-                        const SparseKM& km, std::vector<double>& values) {
+std::string all_springs(const Model& model, const Mesh& mesh, const NodeElements& node_elements,
+                        const AddBlock& add) {
     for (const BoundaryCondition& record : model.boundary_conditions) {
         if (!has_spring(record)) continue;
         const std::vector<ElementFace> faces = support_faces(record, mesh, node_elements);
@@ -54,9 +54,14 @@ std::string add_springs(const Model& model, const Mesh& mesh, const NodeElements
                 if (std::string why = wrong_value_on(mesh, faces, "support " + record.name, *field, 1, 0);
                     !why.empty())
                     return why + ": a stiffness per area is a finite number of at least 0";
-        support_springs(record, mesh, node_elements, adding_to(km, values));
+        support_springs(record, mesh, node_elements, add);
     }
     return {};
+}
+
+std::string add_springs(const Model& model, const Mesh& mesh, const NodeElements& node_elements,
+                        const SparseKM& km, std::vector<double>& values) {
+    return all_springs(model, mesh, node_elements, adding_to(km, values));
 }
 
 void add_spring_forces(const BoundaryCondition& record, const Mesh& mesh, const NodeElements& node_elements,
