@@ -1,6 +1,7 @@
 #include "conditions/constraint_map.h"
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <numeric>
 
@@ -9,6 +10,12 @@ namespace kestralum {
 namespace {
 
 constexpr Mat3 identity{1, 0, 0, 0, 1, 0, 0, 0, 1};
+
+double size_of(const ConstraintMap::Weights& weights) {
+    double sum = 0;
+    for (const auto& [master, weight] : weights) sum += std::abs(weight);
+    return sum;
+}
 
 }  // namespace
 
@@ -129,11 +136,20 @@ void ConstraintMap::gather_mass(std::span<double> mass) const {
     for (std::size_t k = 0; k < special_.size(); ++k) {
         const std::int32_t n = special_[k];
         if (!tied_[n]) continue;
+        const double sum = size_of(weights_[k]);
         for (std::size_t c = 0; c < 3; ++c) {
-            for (const auto& [master, weight] : weights_[k]) mass[3 * master + c] += weight * mass[3 * n + c];
+            for (const auto& [master, weight] : weights_[k])
+                mass[3 * master + c] += std::abs(weight) / sum * mass[3 * n + c];
             mass[3 * n + c] = 0;
         }
     }
+}
+
+double ConstraintMap::spread() const {
+    double most = 1;
+    for (std::size_t k = 0; k < special_.size(); ++k)
+        if (tied_[special_[k]]) most = std::max(most, size_of(weights_[k]));
+    return most;
 }
 
 }  // namespace kestralum

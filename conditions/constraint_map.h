@@ -29,6 +29,8 @@ public:
     std::int32_t close();
 
     bool is_tied(std::int32_t n) const { return !empty() && tied_[n] != 0; }
+    // Of the k-th special node: which nodes it follows when it is tied, after close() none of them tied.
+    const Weights& weights(std::size_t k) const { return weights_[k]; }
     // Unit vector of q's value 3n + c: along the node's axes, or x y z.
     Vec3 axis(std::int32_t dof) const;
     // u := T q and f := Tᵀ f, in place.
@@ -36,8 +38,14 @@ public:
     void gather(std::span<double> f) const;
     // The displacements of tied nodes from those of the others, in place.
     void follow(std::span<double> u) const;
-    // A diagonal mass in place: a tied node's goes to the others by weight; sums are kept.
+    // A diagonal mass in place: a tied node's goes to the others by the sizes of their weights; sums are kept
+    // and no mass is taken from any.
     void gather_mass(std::span<double> mass) const;
+    // The largest Σ |weight| of a tied node, at least 1: above 1 where weights are negative. No frequency of
+    // the body on masses of gather_mass() is higher than this times the highest without ties: by
+    // Cauchy-Schwarz the tied nodes' own kinetic energy is at most its square times what gather_mass() makes
+    // of it.
+    double spread() const;
 
     // The rows of T: of a plain degree of freedom 1 at its own place, of the others the terms.
     struct Term {

@@ -109,6 +109,10 @@ private:
     }
     void add(const HeldDirection& held, NodeAxes& node) {
         const bool moved = moves(records_[held.record], held.axis);
+        if (moved && out_.error.empty())
+            out_.error =
+                wrong_value("support " + records_[held.record].name,
+                            records_[held.record].options.displacement[held.axis], mesh_.node(held.node), 1);
         if (whole_[held.node]) {
             if (moved) fail(held, "has a displacement where another support holds the node");
             return;

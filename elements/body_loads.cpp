@@ -28,8 +28,9 @@ void add_body_force(const Mesh& mesh, std::span<const double> density,
 
 void add_thermal_strain(const Mesh& mesh, std::span<const double> expansion,
                         std::span<const char> part_chosen, const FieldExpression& temperature,
-                        double reference, double time, double factor, std::span<double> strain) {
+                        double reference, double time, double factor, std::span<double> strain, int threads) {
     const ElementType& type = element_type(mesh.element_type);
+#pragma omp parallel for schedule(static) num_threads(threads) if (threads > 1)
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         const std::int32_t part = mesh.p_ele_part_id[e];
         if (!part_chosen[part]) continue;

@@ -19,6 +19,7 @@ void add_body_force(const Mesh& mesh, std::span<const double> density,
 // expansion: per part, 1/K. Adds to what is there.
 void add_thermal_strain(const Mesh& mesh, std::span<const double> expansion,
                         std::span<const char> part_chosen, const FieldExpression& temperature,
-                        double reference, double time, double factor, std::span<double> strain);
+                        double reference, double time, double factor, std::span<double> strain,
+                        int threads = 1);
 
 }  // namespace kestralum

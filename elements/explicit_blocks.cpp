@@ -27,10 +27,21 @@ std::vector<std::int32_t> element_order(const Mesh& mesh) {
     return order;
 }
 
-ForceKernel choose_kernel(const KernelSet& set, ElementKind kind, const BlockOptions& options) {
-    const auto law = static_cast<std::size_t>(options.plastic ? PointLaw::plastic : PointLaw::elastic);
+// The law that all points take: the general one where a material or the heat wants it.
+PointLaw law_of(std::span<const Material> materials, const BlockOptions& options) {
+    if (options.heated) return PointLaw::general;
+    if (!options.plastic) return PointLaw::elastic;
+    const bool plain =
+        std::ranges::all_of(materials, [](const Material& m) { return j2_material(m, true).is_plain(); });
+    return plain ? PointLaw::plastic : PointLaw::general;
+}
+
+ForceKernel choose_kernel(const KernelSet& set, ElementKind kind, PointLaw point_law,
+                          const BlockOptions& options) {
+    const auto law = static_cast<std::size_t>(point_law);
     if (kind == ElementKind::hexahedron) {
-        if (options.mean_dilatation && options.plastic) return set.mean_once_yielded;
+        if (options.mean_dilatation && options.plastic)
+            return set.mean_once_yielded[point_law == PointLaw::general];
         if (options.form == HexahedronForm::mean_dilatation) return set.mean_dilatation[law];
         if (options.form == HexahedronForm::enhanced) return set.enhanced[law];
     }
@@ -44,7 +55,7 @@ constexpr std::int64_t chunk_blocks = 32;  // blocks that a thread takes at a ti
 ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts,
                              std::span<const Material> materials, const BlockOptions& options)
     : set_(&kernel_set(options.widest)),
-      kernel_(choose_kernel(*set_, mesh.element_type, options)),
+      kernel_(choose_kernel(*set_, mesh.element_type, law_of(materials, options), options)),
       lanes_(set_->lanes),
       nodes_per_element_(mesh.node_per_element()),
       points_(element_type(mesh.element_type).points),
@@ -57,7 +68,8 @@ ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts,
     nodes_.resize(blocks * per_element * W);
     material_.resize(blocks * 4 * W);
     stress_.assign(blocks * points * 6 * W, 0.0);
-    if (options.plastic) alpha_.assign(blocks * points * W, 0.0);
+    const bool general = law_of(materials, options) == PointLaw::general;
+    if (options.plastic || general) alpha_.assign(blocks * points * W, 0.0);
     force_.assign(blocks * per_element * 3 * W, 0.0);
     energy_.assign(blocks * 2 * W, 0.0);
     least_.assign(blocks * W, 1.0);
@@ -74,6 +86,8 @@ ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts,
         const std::array<double, 4> values = rigid ? std::array<double, 4>{0, 0, m.yield, 1} : elastic;
         for (std::size_t c = 0; c < 4; ++c) material_[(4 * b + c) * W + lane] = values[c];
     }
+    for (const Material& m : materials) laws_.push_back(j2_material(m, options.plastic));
+    if (general) set_general(parts, mesh, options);
     // the places of each node, by element: the sum's order does not depend on the blocks' order
     gather_start_.assign(static_cast<std::size_t>(mesh.node_num()) + 1, 0);
     for (std::int32_t n : mesh.connectivity) ++gather_start_[n];
@@ -88,6 +102,38 @@ ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts,
             const std::size_t b = slot_of[e] / W, lane = slot_of[e] % W;
             gather_[next[n]++] = static_cast<std::int32_t>((b * per_element + i) * W + lane);
         }
+}
+
+void ElementBlocks::set_general(std::span<const Part> parts, const Mesh& mesh, const BlockOptions& options) {
+    const std::size_t slots = least_.size();
+    const bool hardens = std::ranges::any_of(laws_, [](const PlasticMaterial& m) { return m.kinematic > 0; });
+    if (hardens) back_.assign(stress_.size(), 0.0);
+    if (options.heated) {
+        thermal_.assign(alpha_.size(), 0.0);
+        thermal_step_ = thermal_;
+        heat_.assign(slots, 0.0);
+    }
+    for (std::size_t slot = 0; slot < slots; ++slot) {
+        const std::size_t e = order_[std::min(slot, order_.size() - 1)];
+        const PlasticMaterial& law = laws_[parts[mesh.p_ele_part_id[e]].material_id];
+        const bool rigid = !options.rigid.empty() && options.rigid[e] != 0;
+        kinematic_.push_back(rigid ? 1 : law.kinematic);  // a rigid point has no G to divide by
+        segments_.push_back(law.curve.data());
+    }
+}
+
+void ElementBlocks::set_thermal(std::span<const double> strain, int threads) {
+    const std::size_t W = lanes_, points = points_;
+    const auto slots = static_cast<std::int64_t>(least_.size());
+#pragma omp parallel for schedule(static) num_threads(threads) if (threads > 1)
+    for (std::int64_t slot = 0; slot < slots; ++slot) {
+        const std::size_t e = order_[std::min(std::size_t(slot), order_.size() - 1)];
+        for (std::size_t p = 0; p < points; ++p) {
+            const std::size_t at = (std::size_t(slot) / W * points + p) * W + std::size_t(slot) % W;
+            thermal_step_[at] = strain[e * points + p] - thermal_[at];
+            thermal_[at] = strain[e * points + p];
+        }
+    }
 }
 
 namespace {
@@ -115,9 +161,12 @@ private:
 }  // namespace
 
 bool ElementBlocks::evaluate(const double* x, const double* du, int threads) {
-    const KernelArrays arrays{
+    const auto pointer_to = [](LineDoubles& values) { return values.empty() ? nullptr : values.data(); };
+    KernelArrays arrays{
         nodes_.data(), x, du, material_.data(), stress_.data(), alpha_.data(), force_.data(), energy_.data(),
         least_.data()};
+    arrays.general = {pointer_to(back_), pointer_to(thermal_step_), pointer_to(heat_), kinematic_.data(),
+                      segments_.data()};
     const std::int64_t chunks = (blocks_ + chunk_blocks - 1) / chunk_blocks;
     int inverted = 0;
 // taken as threads come free: on a busy machine one of them may be held up
@@ -167,6 +216,12 @@ double ElementBlocks::energy(int kind) const {
     return sum;
 }
 
+double ElementBlocks::heat_work() const {
+    double sum = 0;
+    for (std::size_t slot = 0; slot < order_.size() && !heat_.empty(); ++slot) sum += heat_[slot];
+    return sum;
+}
+
 std::size_t ElementBlocks::stress_at(std::size_t slot, int point) const {
     const std::size_t W = lanes_;
     return ((slot / W) * static_cast<std::size_t>(points_) + static_cast<std::size_t>(point)) * 6 * W +
@@ -202,7 +257,7 @@ std::size_t ElementBlocks::bytes() const {
     return (order_.size() + nodes_.size() + gather_.size()) * sizeof(std::int32_t) +
            gather_start_.size() * sizeof(std::int64_t) +
            (material_.size() + stress_.size() + alpha_.size() + force_.size() + energy_.size() +
-            least_.size()) *
+            least_.size() + kinematic_.size() + back_.size() + 2 * thermal_.size() + heat_.size()) *
                sizeof(double);
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "elements/explicit_kernel.h"
+#include "elements/plasticity.h"
 #include "elements/stresses.h"
 #include "model/mesh.h"
 
@@ -31,12 +32,13 @@ struct LineAllocator {
 using LineDoubles = std::vector<double, LineAllocator<double>>;
 
 struct BlockOptions {
-    bool plastic = false;          // materials with Sy > 0 yield
+    bool plastic = false;          // materials with a yield stress yield
     bool mean_dilatation = false;  // plastic hexahedra: in elements that have yielded, before that `full`
     int widest = 8;                // lanes at most
     std::span<const char>
         rigid{};  // per element: it moves as a rigid body and has no stress; empty: none does
     HexahedronForm form = HexahedronForm::full;  // of hexahedra
+    bool heated = false;                         // set_thermal() will be called
 };
 
 class ElementBlocks {
@@ -51,12 +53,18 @@ public:
     bool evaluate(const double* x, const double* du, int threads);
     std::int32_t first_inverted() const;  // 0-based, -1 = none
 
+    // The thermal strains (element × point) of the next evaluate(): what they change since the last call acts
+    // there. With `heated` only.
+    void set_thermal(std::span<const double> strain, int threads);
+
     // Σ of the element forces at each node: R, node × 4, N.
     void gather_forces(double* R, int threads) const;
 
-    // Work done on the points so far and its plastic part, J.
-    double internal_energy() const { return energy(0); }
+    // Work done on the points so far and its plastic part, J: on the strains less the thermal ones, whose
+    // work is -∫ σ:dε_thermal.
+    double internal_energy() const { return energy(0) + heat_work(); }
     double plastic_energy() const { return energy(1); }
+    double heat_work() const;
 
     // Stresses, in the mesh's order of elements, and equivalent plastic strains (element × point; empty
     // when elastic).
@@ -69,6 +77,7 @@ public:
 
 private:
     double energy(int kind) const;
+    void set_general(std::span<const Part> parts, const Mesh& mesh, const BlockOptions& options);
     std::size_t stress_at(std::size_t slot, int point) const;
 
     const KernelSet* set_;
@@ -78,6 +87,10 @@ private:
     std::vector<std::int32_t> order_;  // slot -> element; a slot is block · lanes + lane
     std::vector<std::int32_t> nodes_;  // block × local node × lane
     LineDoubles material_, stress_, alpha_, force_, energy_, least_;
+    // of the general law
+    std::vector<PlasticMaterial> laws_;  // of the model's materials
+    std::vector<const HardeningSegment*> segments_;
+    LineDoubles kinematic_, back_, thermal_, thermal_step_, heat_;
     std::vector<std::int64_t> gather_start_;  // node_num + 1
     std::vector<std::int32_t> gather_;  // places (block · nodes + local node) · lanes + lane, by element
 };

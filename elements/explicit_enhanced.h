@@ -125,6 +125,8 @@ void hexahedra_enhanced(const KernelArrays& k, std::int64_t first, std::int64_t 
             for (int c = 0; c < 6; ++c) s[c] = load(stress + (6 * p + c) * W);
             turn(m.h, s);
             add_elastic(material, m.e, s);
+            if constexpr (law == PointLaw::general)
+                for (int c = 0; c < 3; ++c) s[c] -= 3.0 * material.j2.bulk * heating(k, 8 * b + p);
             add_residual(s, p, modes);
         }
         find_increments(volume, material, modes);
@@ -133,8 +135,7 @@ void hexahedra_enhanced(const KernelArrays& k, std::int64_t first, std::int64_t 
             Motion whole = motion[p];
             add_internal(modes, p, volume[p], whole.e, whole.h);
             Vec s[6];
-            update_stress<law>(whole, material, 1.0, stress + 6 * W * p, k.alpha + W * (8 * b + p), s, sums,
-                               motion[p].e);
+            update_stress<law>(k, b, 8 * b + p, whole, material, 1.0, s, sums, motion[p].e);
             add_flux(s, whole.cof, p, sum);
         }
         hexa_store(sum, k.force + 24 * W * b);

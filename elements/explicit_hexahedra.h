@@ -118,8 +118,7 @@ void hexahedra(const KernelArrays& k, std::int64_t first, std::int64_t last) {
             Motion m;
             find_motion(g, U, m, sums);
             Vec s[6];
-            update_stress<law>(m, material, 1.0, k.stress + 6 * W * (8 * b + p), k.alpha + W * (8 * b + p), s,
-                               sums, m.e);
+            update_stress<law>(k, b, 8 * b + p, m, material, 1.0, s, sums, m.e);
             add_flux(s, m.cof, p, sum);
         }
         hexa_store(sum, k.force + 24 * W * b);
@@ -144,7 +143,7 @@ void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::i
         Vec dilatation{}, volume{}, weighted{}, strained{};
         if constexpr (!once_yielded) strained = 1.0 + Vec{};
         Vec3 cof[8][3];
-        Vec deviator[8][6], pressure[8], part[8], trace[8];
+        Vec deviator[8][6], pressure[8], part[8], trace[8], grown[8];
 #pragma GCC unroll 1
         for (int p = 0; p < 8; ++p) {
             const Vec3 g[3] = {x.along[0][place[p][0]], x.along[1][place[p][1]], x.along[2][place[p][2]]};
@@ -156,6 +155,10 @@ void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::i
             trace[p] = m.e[0] + m.e[1] + m.e[2];
             part[p] = m.volume;
             pressure[p] = (1.0 / 3.0) * (s[0] + s[1] + s[2]);
+            if constexpr (law == PointLaw::general) {
+                grown[p] = heating(k, 8 * b + p);
+                dilatation -= 3.0 * grown[p] * m.volume;
+            }
             dilatation += trace[p] * m.volume;
             weighted += pressure[p] * m.volume;
             volume += m.volume;
@@ -169,6 +172,10 @@ void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::i
                 strained = larger_of(strained, load(alpha + W * p));
                 sums.plastic += yield(material, s, alpha + W * p) * m.volume;
             }
+            if constexpr (law == PointLaw::general) {
+                strained = larger_of(strained, load(alpha + W * p));
+                sums.plastic += yield_generally(k, b, 8 * b + p, material, m.h, s) * m.volume;
+            }
             for (int c = 0; c < 6; ++c) {
                 deviator[p][c] = s[c];
                 before[c] = 0.5 * (before[c] + s[c]);
@@ -180,7 +187,11 @@ void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::i
 #pragma GCC unroll 1
         for (int p = 0; p < 8; ++p) {
             const Vec before = choose(strained, mean, pressure[p]);
-            const Vec reached = choose(strained, reached_mean, pressure[p] + material.j2.bulk * trace[p]);
+            Vec own = pressure[p] + material.j2.bulk * trace[p];
+            if constexpr (law == PointLaw::general) own -= 3.0 * material.j2.bulk * grown[p];
+            const Vec reached = choose(strained, reached_mean, own);
+            if constexpr (law == PointLaw::general)
+                add_heat(k, b, (-1.5) * (before + reached) * grown[p] * part[p]);
             sums.internal += 0.5 * (before + reached) * trace[p] * part[p];
             for (int c = 0; c < 3; ++c) deviator[p][c] += reached;
             for (int c = 0; c < 6; ++c) store(stress + (6 * p + c) * W, deviator[p][c]);

@@ -13,6 +13,18 @@
 
 namespace kestralum {
 
+struct HardeningSegment;
+
+// What the general law has beyond the others; each may be absent (null) but `segments`.
+struct GeneralArrays {
+    double* back = nullptr;           // block × point × 6 × lane, in and out: backstress, N/m^2
+    const double* thermal = nullptr;  // block × point × lane: thermal strain that the step adds
+    double* heat = nullptr;  // block × lane, added to: work of the thermal strains, J; with `thermal`
+    const double* kinematic = nullptr;  // block × lane, N/m^2
+    const HardeningSegment* const* segments =
+        nullptr;  // block × lane: first piece of the yield stress' curve
+};
+
 // Sizes: `lanes` elements a block; a point's stress is xx yy zz xy yz zx, Cauchy, N/m^2.
 struct KernelArrays {
     const std::int32_t* nodes;  // block × local node × lane: 0-based node
@@ -24,12 +36,15 @@ struct KernelArrays {
     double* force;   // block × local node × 3 × lane, out: N
     double* energy;  // block × 2 × lane, added to: internal work and its plastic part, J
     double* least;   // block × lane, out: smallest det J of the points, m^3 (scaled)
+    GeneralArrays general = {};
 };
 
 // Takes the blocks first <= b < last.
 using ForceKernel = void (*)(const KernelArrays& arrays, std::int64_t first, std::int64_t last);
 
-enum class PointLaw { elastic, plastic };
+// general: with curves of the yield stress, backstress or thermal strain; point by point and slower.
+enum class PointLaw { elastic, plastic, general };
+inline constexpr int point_laws = 3;
 
 // One build of the kernels. `mean_dilatation`: hexahedra that average the volume change over their points
 // (Nagtegaal, Parks and Rice, Comput. Methods Appl. Mech. Eng. 4, 1974); `mean_once_yielded`: only those
@@ -37,10 +52,10 @@ enum class PointLaw { elastic, plastic };
 struct KernelSet {
     const char* name;
     int lanes;
-    ForceKernel kernel[3][2];        // by ElementKind and PointLaw
-    ForceKernel mean_dilatation[2];  // by PointLaw
-    ForceKernel mean_once_yielded;
-    ForceKernel enhanced[2];  // by PointLaw
+    ForceKernel kernel[3][point_laws];        // by ElementKind and PointLaw
+    ForceKernel mean_dilatation[point_laws];  // by PointLaw
+    ForceKernel mean_once_yielded[2];         // plastic, general
+    ForceKernel enhanced[point_laws];         // by PointLaw
 };
 
 // The widest set that this processor runs; `widest` bounds the lanes (a test compares widths).

@@ -31,8 +31,7 @@ void tetrahedra4(const KernelArrays& k, std::int64_t first, std::int64_t last) {
         Motion m;
         find_motion(g, U, m, sums);
         Vec s[6];
-        update_stress<law>(m, material_of(k, b), 1.0 / 6.0, k.stress + 6 * W * b, k.alpha + W * b, s, sums,
-                           m.e);
+        update_stress<law>(k, b, b, m, material_of(k, b), 1.0 / 6.0, s, sums, m.e);
         Vec3 P[3];
         flux(s, m.cof, 1.0 / 6.0, P);
         double* force = k.force + 12 * W * b;
@@ -95,8 +94,7 @@ void tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) 
             Motion m;
             find_motion(g, U, m, sums);
             Vec s[6];
-            update_stress<law>(m, material, weight, k.stress + 6 * W * (4 * b + p), k.alpha + W * (4 * b + p),
-                               s, sums, m.e);
+            update_stress<law>(k, b, 4 * b + p, m, material, weight, s, sums, m.e);
             Vec3 P[3];
             flux(s, m.cof, weight, P);
             for (int i = 0; i < 10; ++i)
@@ -115,12 +113,13 @@ void tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) 
 const KernelSet kernels::KESTRALUM_KERNEL_SET{
     KESTRALUM_KERNEL_NAME,
     W,
-    {{hexahedra<PointLaw::elastic>, hexahedra<PointLaw::plastic>},
-     {tetrahedra4<PointLaw::elastic>, tetrahedra4<PointLaw::plastic>},
-     {tetrahedra10<PointLaw::elastic>, tetrahedra10<PointLaw::plastic>}},
-    {hexahedra_mean_dilatation<PointLaw::elastic, false>,
-     hexahedra_mean_dilatation<PointLaw::plastic, false>},
-    hexahedra_mean_dilatation<PointLaw::plastic, true>,
-    {hexahedra_enhanced<PointLaw::elastic>, hexahedra_enhanced<PointLaw::plastic>}};
+    {{hexahedra<PointLaw::elastic>, hexahedra<PointLaw::plastic>, hexahedra<PointLaw::general>},
+     {tetrahedra4<PointLaw::elastic>, tetrahedra4<PointLaw::plastic>, tetrahedra4<PointLaw::general>},
+     {tetrahedra10<PointLaw::elastic>, tetrahedra10<PointLaw::plastic>, tetrahedra10<PointLaw::general>}},
+    {hexahedra_mean_dilatation<PointLaw::elastic, false>, hexahedra_mean_dilatation<PointLaw::plastic, false>,
+     hexahedra_mean_dilatation<PointLaw::general, false>},
+    {hexahedra_mean_dilatation<PointLaw::plastic, true>, hexahedra_mean_dilatation<PointLaw::general, true>},
+    {hexahedra_enhanced<PointLaw::elastic>, hexahedra_enhanced<PointLaw::plastic>,
+     hexahedra_enhanced<PointLaw::general>}};
 
 }  // namespace kestralum

@@ -223,6 +223,46 @@ KESTRALUM_INLINE Vec yield(const BlockMaterial& m, Vec (&d)[6], double* alpha) {
     return q * back.scale * back.d_alpha;
 }
 
+// The same onto curves of the yield stress and about a backstress (Simo and Hughes, 1998, box 3.1): on ξ = s
+// - β, with Δεp = 3/2 Δα ξ/q and Δβ = 2/3 H Δεp. h turns the backstress first; `at` is block · points +
+// point.
+KESTRALUM_INLINE Vec yield_generally(const KernelArrays& k, std::int64_t b, std::int64_t at,
+                                     const BlockMaterial& m, const Vec3& h, Vec (&d)[6]) {
+    Vec back[6];
+    double* stored = k.general.back ? k.general.back + 6 * W * at : nullptr;
+    for (int c = 0; c < 6 && stored; ++c) back[c] = load(stored + c * W);
+    if (stored) turn(h, back);
+    Vec xi[6];
+    for (int c = 0; c < 6; ++c) xi[c] = d[c] - back[c];
+    const Vec zero{}, tiny = 1e-300 + zero;
+    const Vec q = root(1.5 * (xi[0] * xi[0] + xi[1] * xi[1] + xi[2] * xi[2]) +
+                       3.0 * (xi[3] * xi[3] + xi[4] * xi[4] + xi[5] * xi[5]));
+    const Vec kinematic = load(k.general.kinematic + W * b);
+    const Vec alpha = load(k.alpha + W * at), stiffness = 3.0 * m.j2.shear + kinematic;
+    Vec d_alpha;
+    for (int lane = 0; lane < W; ++lane) {
+        const HardeningSegment* segment = k.general.segments[W * b + lane];
+        d_alpha.v[lane] = return_to_curve(segment, q.v[lane], alpha.v[lane], stiffness.v[lane]);
+    }
+    store(k.alpha + W * at, alpha + d_alpha);
+    const Vec flow = d_alpha / larger_of(q, tiny), loss = 3.0 * m.j2.shear * flow;
+    Vec work{};  // of the stress on 3/2 Δα ξ/q
+    for (int c = 0; c < 6; ++c) {
+        d[c] -= loss * xi[c];
+        work += (c < 3 ? 1.5 : 3.0) * (d[c] * xi[c]);
+        if (stored) store(stored + c * W, back[c] + kinematic * flow * xi[c]);
+    }
+    return work * flow;
+}
+
+// Thermal strain that the step adds at a point of a block.
+KESTRALUM_INLINE Vec heating(const KernelArrays& k, std::int64_t at) {
+    return k.general.thermal ? load(k.general.thermal + W * at) : Vec{};
+}
+KESTRALUM_INLINE void add_heat(const KernelArrays& k, std::int64_t b, Vec work) {
+    if (k.general.heat) store(k.general.heat + W * b, load(k.general.heat + W * b) + work);
+}
+
 KESTRALUM_INLINE void add_elastic(const BlockMaterial& material, const Vec (&e)[6], Vec (&s)[6]) {
     const Vec mean = material.lambda * (e[0] + e[1] + e[2]);
     const Vec twice = 2.0 * material.j2.shear;
@@ -230,17 +270,29 @@ KESTRALUM_INLINE void add_elastic(const BlockMaterial& material, const Vec (&e)[
     for (int c = 3; c < 6; ++c) s[c] += material.j2.shear * e[c];
 }
 
-// Stress at the end of the step and its work; `weight` is that of the integration rule. nodal: the strain
-// that the nodes' motion makes, on which the stress works.
+// Stress at the end of the step and its work; `weight` is that of the integration rule, `at` is block ·
+// points
+// + point. nodal: the strain that the nodes' motion makes, on which the stress works.
 template <PointLaw law>
-KESTRALUM_INLINE void update_stress(const Motion& m, const BlockMaterial& material, double weight,
-                                    double* stress, double* alpha, Vec (&s)[6], Sums& sums,
+KESTRALUM_INLINE void update_stress(const KernelArrays& k, std::int64_t b, std::int64_t at, const Motion& m,
+                                    const BlockMaterial& material, double weight, Vec (&s)[6], Sums& sums,
                                     const Vec (&nodal)[6]) {
+    double* stress = k.stress + 6 * W * at;
+    double* alpha = k.alpha + W * at;
     Vec before[6];
     for (int c = 0; c < 6; ++c) s[c] = before[c] = load(stress + c * W);
     turn(m.h, s);
     add_elastic(material, m.e, s);
     const Vec volume = weight * m.volume;
+    if constexpr (law == PointLaw::general) {
+        const Vec grown = heating(k, at);
+        const Vec p = (1.0 / 3.0) * (s[0] + s[1] + s[2]), reached = p - 3.0 * material.j2.bulk * grown;
+        for (int c = 0; c < 3; ++c) s[c] -= p;
+        sums.plastic += yield_generally(k, b, at, material, m.h, s) * volume;
+        for (int c = 0; c < 3; ++c) s[c] += reached;
+        const Vec twice_mean = before[0] + before[1] + before[2] + 3.0 * reached;
+        add_heat(k, b, (-0.5) * twice_mean * grown * volume);
+    }
     if constexpr (law == PointLaw::plastic) {
         const Vec p = (1.0 / 3.0) * (s[0] + s[1] + s[2]);
         for (int c = 0; c < 3; ++c) s[c] -= p;

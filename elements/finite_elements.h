@@ -17,7 +17,7 @@ namespace kestralum {
 struct FiniteBody {
     const Mesh& mesh;
     std::span<const std::int32_t> material;  // per element: index into `materials`
-    std::span<const J2Material<double>> materials;
+    std::span<const PlasticMaterial> materials;
     int threads = 1;
     std::vector<char> rigid{};  // per element: all its nodes move as one rigid body; empty: none does
 

@@ -14,7 +14,7 @@ inline std::size_t first_point(const ElementType& type, std::int32_t e) {
     return std::size_t(e) * type.points;
 }
 
-inline const J2Material<double>& material_of(const FiniteBody& body, std::int32_t e) {
+inline const PlasticMaterial& material_of(const FiniteBody& body, std::int32_t e) {
     return body.materials[body.material[e]];
 }
 

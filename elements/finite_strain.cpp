@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "elements/element_type.h"
+#include "elements/finite_kinematic.h"
 #include "elements/symmetric3.h"
 
 namespace kestralum {
@@ -92,8 +93,9 @@ double invert_deformation(const double* H, double* F_inverse) {
     return invert3(F, F_inverse);
 }
 
-bool finite_response(const J2Material<double>& m, const double* H, const FinitePointState& committed,
+bool finite_response(const PlasticMaterial& m, const double* H, const FinitePointState& committed,
                      bool with_tangent, FiniteResponse& out, const PrincipalAxes* known) {
+    if (m.kinematic > 0) return kinematic_response(m, H, committed, with_tangent, out, known);
     double* Fi = out.F_inverse.data();
     out.J = invert_deformation(H, Fi);
     if (!(out.J > 0) || !std::isfinite(out.J)) return false;
@@ -117,7 +119,10 @@ bool finite_response(const J2Material<double>& m, const double* H, const FiniteP
     }
     size = std::sqrt(size);
     const double G2 = 2 * m.shear, q = std::sqrt(1.5) * G2 * size;
-    const RadialReturn<double> back = radial_return(m, q, committed.alpha, 0.0, 1e-300);
+    const HardeningSegment* segment = m.curve.data();
+    RadialReturn<double> back;
+    back.d_alpha = return_to_curve(segment, q, committed.alpha, 3 * m.shear);
+    back.scale = 1 - 3 * m.shear * back.d_alpha / larger_of(q, 1e-300);
     double tau[3];
     for (int k = 0; k < 3; ++k) tau[k] = m.bulk * (trace - 3 * committed.thermal) + G2 * back.scale * dev[k];
     compose(tau, n, out.tau);
@@ -133,10 +138,12 @@ bool finite_response(const J2Material<double>& m, const double* H, const FiniteP
         out.state.P = pull_back(Fi, H, B);
     }
     if (!with_tangent) return true;
-    // 2G [3G/(3G+H) - 3G Δα/q] in the direction of flow (Simo and Hughes, 1998, box 3.2)
+    // with H the slope that the return ends on, 2G [3G/(3G+H) - 3G Δα/q] in the direction of flow (Simo and
+    // Hughes, 1998, box 3.2)
     const double flow =
-        back.d_alpha > 0 ? G2 * (3 * m.shear / (3 * m.shear + m.hardening) - (1 - back.scale)) / (size * size)
-                         : 0;
+        back.d_alpha > 0
+            ? G2 * (3 * m.shear / (3 * m.shear + segment->slope) - (1 - back.scale)) / (size * size)
+            : 0;
     double C[3][3], g[3];
     for (int k = 0; k < 3; ++k) {
         const int l = (k + 1) % 3;

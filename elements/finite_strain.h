@@ -15,7 +15,7 @@
 namespace kestralum {
 
 struct FinitePointState {
-    std::array<double, 6> P{};  // Cp⁻¹ - 1: xx yy zz xy yz zx
+    std::array<double, 6> P{};  // Cp⁻¹ - 1, with kinematic hardening the plastic strain: xx yy zz xy yz zx
     double alpha = 0;           // equivalent plastic strain
     double thermal = 0;         // logarithmic, of every length: what temperature asks for
 };
@@ -42,7 +42,8 @@ struct FiniteResponse {
 // The response at the displacement gradient H, starting from `committed`. False, with nothing else to be
 // used, where J <= 0 or a value is not finite. known: of a former call; its axes are taken where be is the
 // same.
-bool finite_response(const J2Material<double>& material, const double* H, const FinitePointState& committed,
+// A material with a kinematic modulus takes the law of finite_kinematic.h.
+bool finite_response(const PlasticMaterial& material, const double* H, const FinitePointState& committed,
                      bool with_tangent, FiniteResponse& out, const PrincipalAxes* known = nullptr);
 
 // Logarithmic strain ½ ln(F Fᵀ) in current axes: xx yy zz and engineering shears xy yz zx.

@@ -102,7 +102,7 @@ bool read_coupling(const RecordOptions& options, const Load& load) {
 
 void read_reference(const RecordOptions& options, Load& load) {
     load.reference = options.number(
-        "reference=", 0, [](double v) { return v >= 0; }, "a reference temperature of at least 0");
+        "reference=", 0, [](double) { return true; }, "a reference temperature");
     if (const Token* word = options.find("reference="); word && load.kind != LoadKind::temperature)
         options.fields().remarks().expected(*word, "reference= behind a temperature only");
 }

@@ -5,6 +5,7 @@
 #include <numeric>
 
 #include "elements/element_type.h"
+#include "elements/plasticity.h"
 #include "model/format.h"
 #include "model/selection.h"
 #include "solver/ordering.h"
@@ -60,6 +61,26 @@ bool check_loads_finite(Job& job) {
     return true;
 }
 
+// A shear modulus of the control file that is not the elastic one: which analysis takes which.
+void note_shear_moduli(Job& job) {
+    for (const Material& m : job.model.materials) {
+        const double elastic = m.young / (2 * (1 + m.poisson)), given = m.shear_modulus;
+        if (m.elastic_shear || !(given > 0) || !(std::abs(given - elastic) > 1e-3 * elastic)) continue;
+        const std::string head = "material " + m.name + ": ",
+                          way_out = "shear=elastic behind its record makes every analysis use E/(2(1+nu))";
+        const std::string both =
+            formatted("G = %.6e of the control file differs from E/(2(1+nu)) = %.6e", given, elastic);
+        const std::string uses = job.run.ana_type == AnalysisType::nonlinear_static
+                                     ? "this nonlinear analysis uses G, the others"
+                                     : "a nonlinear analysis uses G, this one and all others";
+        if (has_yield_stress(m))
+            job.note(head + both + ": " + uses +
+                     " E/(2(1+nu)), and small loads give other results with it; " + way_out);
+        else
+            job.note(head + both + ": without a yield stress no analysis uses it");
+    }
+}
+
 }  // namespace
 
 bool check_analysable(Job& job) {
@@ -70,6 +91,7 @@ bool check_analysable(Job& job) {
     const HexahedronForm asked = job.options.hexahedra.value_or(job.model.hexahedra);
     if (asked != HexahedronForm::full && job.model.mesh.element_type != ElementKind::hexahedron)
         job.note(std::string("hexahedra ") + word_of(asked) + ": without effect, the mesh has none");
+    note_shear_moduli(job);
     return check_materials_known(job) && check_loads_finite(job);
 }
 

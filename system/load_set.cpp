@@ -59,12 +59,6 @@ LoadGroup& group_of(const LoadOptions& options, std::size_t dofs, LoadSet& loads
     return group;
 }
 
-const std::vector<ElementFace>& faces_of(const Mesh& mesh, const Load& load) {
-    static const std::vector<ElementFace> none;
-    const MeshSet* set = find_set(mesh, load.set_name);
-    return set ? set->faces : none;
-}
-
 void add_surface(const Mesh& mesh, const Load& load, double time, double factor, std::span<const double> u,
                  std::span<double> nodal) {
     if (load.kind == LoadKind::pressure)
@@ -147,11 +141,41 @@ bool all_finite(std::span<const double> values) {
     return std::ranges::all_of(values, [](double v) { return std::isfinite(v); });
 }
 
+// A temperature on parts none of which expands does nothing.
+void note_expansion(Job& job, const Load& load) {
+    const Model& model = job.model;
+    for (std::size_t p = 0; p < model.parts.size(); ++p)
+        if ((load.part_name == "all" || is_of_part(model.parts, p, load.part_name)) &&
+            model.parts[p].material_id >= 0 && model.materials[model.parts[p].material_id].expansion != 0)
+            return;
+    job.note("load " + load.name + ": no material of its parts has alpha=, nothing expands");
+}
+
+bool check_factor(Job& job, const std::string& record, const LoadOptions& options) {
+    const std::string why = options.factor.given() ? wrong_value(record, options.factor, nullptr, 1) : "";
+    return why.empty() || job.fail(RunStatus::bad_input, why + ": a factor is a finite number");
+}
+
+bool check_factors(Job& job) {
+    const Model& model = job.model;
+    for (const AppliedForce& force : model.forces)
+        if (!check_factor(job, "force " + force.name, force.options)) return false;
+    for (const RigidForce& force : model.rigid_forces)
+        if (!check_factor(job, "rigid force " + force.name, force.options)) return false;
+    for (const Load& load : model.loads)
+        if (!check_factor(job, "load " + load.name, load.options)) return false;
+    return true;
+}
+
 bool add_loads(Job& job, LoadSet& out) {
     const Mesh& mesh = job.mesh();
     for (const Load& load : job.model.loads) {
         if (load.kind == LoadKind::temperature) {
             out.temperatures.push_back(&load);
+            if (!all_finite(thermal_strains(out, job.model, mesh, 1, Growth::whole, {})))
+                return job.fail(RunStatus::bad_input, "load " + load.name + ": '" + load.value.text +
+                                                          "' is not a finite number everywhere");
+            note_expansion(job, load);
             continue;
         }
         if (load.kind == LoadKind::pressure || varies_itself(load)) {
@@ -180,6 +204,19 @@ bool add_loads(Job& job, LoadSet& out) {
 
 }  // namespace
 
+const std::vector<ElementFace>& faces_of(const Mesh& mesh, const Load& load) {
+    static const std::vector<ElementFace> none;
+    const MeshSet* set = find_set(mesh, load.set_name);
+    return set ? set->faces : none;
+}
+
+void add_surface_load(const Mesh& mesh, const Load& load, double time, std::span<const double> u,
+                      std::span<double> nodal) {
+    if (load.kind == LoadKind::pressure)
+        return add_pressure(mesh, faces_of(mesh, load), load.value, time, 1, u, nodal);
+    add_traction(mesh, faces_of(mesh, load), load.vector, time, nodal);
+}
+
 double load_factor(const LoadOptions& options, double time, Growth growth) {
     constexpr double nowhere[3] = {};
     if (options.factor.given()) return options.factor.at(nowhere, time);
@@ -187,7 +224,8 @@ double load_factor(const LoadOptions& options, double time, Growth growth) {
 }
 
 bool resolve_loads(Job& job, const Freedoms& freedoms, std::span<const double> stiffness, LoadSet& out) {
-    if (!add_forces(job, freedoms, stiffness, out) || !add_loads(job, out)) return false;
+    if (!check_factors(job) || !add_forces(job, freedoms, stiffness, out) || !add_loads(job, out))
+        return false;
     for (std::size_t b = 0; b < job.model.boundary_conditions.size(); ++b)
         if (freedoms.numbering.selected[b] == 0)
             job.note("support " + job.model.boundary_conditions[b].name + ": selects no node");
@@ -249,18 +287,29 @@ std::vector<double> reduce_loads(const AppliedLoads& loads, const Freedoms& free
     return out;
 }
 
+std::vector<Heating> heatings_of(const LoadSet& loads, const Model& model, const std::string& load_case) {
+    std::vector<Heating> out;
+    for (const Load* load : loads.temperatures) {
+        if (!acts_in_case(load->options.case_name, load_case)) continue;
+        Heating& heating = out.emplace_back(Heating{load, per_part(model, &Material::expansion), {}});
+        for (std::size_t p = 0; p < model.parts.size(); ++p)
+            heating.chosen.push_back(load->part_name == "all" || is_of_part(model.parts, p, load->part_name));
+    }
+    return out;
+}
+
+void add_heating(const Heating& heating, const Mesh& mesh, double time, double factor, int threads,
+                 std::span<double> strain) {
+    add_thermal_strain(mesh, heating.expansion, heating.chosen, heating.load->value, heating.load->reference,
+                       time, factor, strain, threads);
+}
+
 std::vector<double> thermal_strains(const LoadSet& loads, const Model& model, const Mesh& mesh, double time,
                                     Growth growth, const std::string& load_case) {
     std::vector<double> strain;
-    for (const Load* load : loads.temperatures) {
-        if (!acts_in_case(load->options.case_name, load_case)) continue;
-        if (strain.empty())
-            strain.assign(std::size_t(mesh.element_num()) * element_type(mesh.element_type).points, 0.0);
-        std::vector<char> chosen;
-        for (std::size_t p = 0; p < model.parts.size(); ++p)
-            chosen.push_back(load->part_name == "all" || is_of_part(model.parts, p, load->part_name));
-        add_thermal_strain(mesh, per_part(model, &Material::expansion), chosen, load->value, load->reference,
-                           time, load_factor(load->options, time, growth), strain);
+    for (const Heating& heating : heatings_of(loads, model, load_case)) {
+        strain.resize(std::size_t(mesh.element_num()) * element_type(mesh.element_type).points, 0.0);
+        add_heating(heating, mesh, time, load_factor(heating.load->options, time, growth), 1, strain);
     }
     return strain;
 }

@@ -59,6 +59,25 @@ std::vector<double> reduce_loads(const AppliedLoads& loads, const Freedoms& free
                                  std::span<const std::int32_t> free_dofs, const Mesh& mesh,
                                  std::span<const RigidState> states);
 
+// One load of `surface` at a time, without its factor, added to `nodal`; u as above. Needs no memory.
+void add_surface_load(const Mesh& mesh, const Load& load, double time, std::span<const double> u,
+                      std::span<double> nodal);
+
+// The faces of a load's set; none where it has no set.
+const std::vector<ElementFace>& faces_of(const Mesh& mesh, const Load& load);
+
+// A temperature with what it says to each part of the model: α (1/K), and whether it is heated.
+struct Heating {
+    const Load* load = nullptr;
+    std::vector<double> expansion;
+    std::vector<char> chosen;
+};
+std::vector<Heating> heatings_of(const LoadSet& loads, const Model& model, const std::string& load_case);
+
+// factor · α (T - T0) at a time, added to `strain` (element_num × points).
+void add_heating(const Heating& heating, const Mesh& mesh, double time, double factor, int threads,
+                 std::span<double> strain);
+
 // Thermal strains α (T - T0) per integration point (element_num × points); empty where nothing is heated.
 std::vector<double> thermal_strains(const LoadSet& loads, const Model& model, const Mesh& mesh, double time,
                                     Growth growth, const std::string& load_case);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cassert>
-#include <cmath>
 
 #include "conditions/supports.h"
 
@@ -43,24 +42,26 @@ void support_springs(const BoundaryCondition& record, const Mesh& mesh, const No
                     record.options.normal_spring, add);
 }
 
-std::string add_springs(const Model& model, const Mesh& mesh, const NodeElements& node_elements,
-                        const SparseKM& km, std::vector<double>& values) {
+std::string all_springs(const Model& model, const Mesh& mesh, const NodeElements& node_elements,
+                        const AddBlock& add) {
     for (const BoundaryCondition& record : model.boundary_conditions) {
         if (!has_spring(record)) continue;
-        bool any = false, finite = true;
-        const AddBlock add = adding_to(km, values);
-        support_springs(record, mesh, node_elements,
-                        [&](std::span<const std::int32_t> nodes, std::span<const double> block) {
-                            any = true;
-                            finite = finite &&
-                                     std::ranges::all_of(block, [](double v) { return std::isfinite(v); });
-                            add(nodes, block);
-                        });
-        if (!any) return "support " + record.name + ": spring: no face has all its nodes in the support";
-        if (!finite)
-            return "support " + record.name + ": spring: its value is not a finite number everywhere";
+        const std::vector<ElementFace> faces = support_faces(record, mesh, node_elements);
+        if (faces.empty())
+            return "support " + record.name + ": spring: no face has all its nodes in the support";
+        for (const FieldExpression* field : {&record.options.spring, &record.options.normal_spring})
+            if (field->given())
+                if (std::string why = wrong_value_on(mesh, faces, "support " + record.name, *field, 1, 0);
+                    !why.empty())
+                    return why + ": a stiffness per area is a finite number of at least 0";
+        support_springs(record, mesh, node_elements, add);
     }
     return {};
+}
+
+std::string add_springs(const Model& model, const Mesh& mesh, const NodeElements& node_elements,
+                        const SparseKM& km, std::vector<double>& values) {
+    return all_springs(model, mesh, node_elements, adding_to(km, values));
 }
 
 void add_spring_forces(const BoundaryCondition& record, const Mesh& mesh, const NodeElements& node_elements,

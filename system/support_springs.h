@@ -21,8 +21,11 @@ AddBlock adding_to(const SparseKM& km, std::vector<double>& values);
 void support_springs(const BoundaryCondition& record, const Mesh& mesh, const NodeElements& node_elements,
                      const AddBlock& add);
 
-// Adds the springs of all supports to the values; not empty: the support that has no face, or no finite
-// value.
+// The springs of all supports, face by face; not empty: the support that has no face, or no finite value.
+std::string all_springs(const Model& model, const Mesh& mesh, const NodeElements& node_elements,
+                        const AddBlock& add);
+
+// Adds them to the values; what it returns is that of all_springs().
 std::string add_springs(const Model& model, const Mesh& mesh, const NodeElements& node_elements,
                         const SparseKM& km, std::vector<double>& values);
 

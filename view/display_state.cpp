@@ -12,6 +12,7 @@ std::int32_t clamp_frame(std::int32_t frame, std::int32_t mode_num) {
 void advance(DisplayState& state, AnalysisType ana_type, std::int32_t mode_num) {
     switch (ana_type) {
         case AnalysisType::eigen:
+        case AnalysisType::buckling:
             state.phase = (state.phase + 1) % phase_count;
             break;
         case AnalysisType::linear_static:

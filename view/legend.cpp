@@ -32,6 +32,8 @@ std::string legend_text(AnalysisType ana_type, std::int32_t contour, Frames fram
     switch (ana_type) {
         case AnalysisType::eigen:
             return formatted("%s%d%s%.2f%s", "Mode", frame, "___", shown->n_freq, "[Hz]");
+        case AnalysisType::buckling:
+            return formatted("Mode%d___Load factor %.6g", frame, shown->n_freq);
         case AnalysisType::linear_static:
             return formatted("%s", text);
         case AnalysisType::nonlinear_static:
@@ -50,7 +52,7 @@ ContourBar contour_bar(std::int32_t contour, AnalysisType ana_type, const ValueR
     if (!quantity || quantity->source == Source::none) return bar;
     bar.title = quantity->text;
     // modes are scaled freely: neither their displacement nor the stress from it has a unit
-    const bool has_unit = ana_type != AnalysisType::eigen || quantity->unit[0] == '-';
+    const bool has_unit = !has_shapes(ana_type) || quantity->unit[0] == '-';
     if (quantity->unit[0] != '\0')
         bar.title += has_unit ? formatted(" [%s]", quantity->unit) : " [mode amplitude]";
     const bool flat = !(range.high.value > range.low.value);

@@ -78,6 +78,7 @@ void fill_report(Job& job, const ExplicitState& s) {
     out.momentum = s.momentum;
     out.angular_momentum = s.angular_momentum;
     job.report().reaction = s.reaction;
+    job.report().supports = s.reactions;
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include "analysis/explicit/explicit_state.h"
 #include "elements/finite_elements.h"
 #include "model/selection.h"
+#include "system/reactions.h"
 
 namespace kestralum {
 
@@ -19,16 +20,17 @@ void add_vector(std::vector<std::string>& columns, const std::string& name) {
 // Sums over the nodes at t_n, in node order: kinetic and external energy, momenta, reactions.
 void sum_nodes(ExplicitState& s) {
     s.momentum = s.angular_momentum = s.reaction = {};
+    const LineDoubles& F = s.loads ? s.loads->constant() : s.F;
     double kinetic = 0, external = 0;
     for (std::size_t n = 0; n < s.u.size() / 4; ++n) {
         std::array<double, 3> p{};
         const bool member = s.bodies && s.bodies->is_member(static_cast<std::int32_t>(n));
-        for (std::size_t c = 0; c < 3 && member; ++c) external += s.F[4 * n + c] * s.u[4 * n + c];
+        for (std::size_t c = 0; c < 3 && member; ++c) external += F[4 * n + c] * s.u[4 * n + c];
         if (member) continue;
         for (std::size_t c = 0; c < 3; ++c) {
             const std::size_t k = 4 * n + c;
             kinetic += 0.5 * s.v[k] * s.mass[k] * s.v_new[k];
-            external += s.F[k] * s.u[k];
+            external += F[k] * s.u[k];
             p[c] = 0.5 * s.mass[k] * (s.v[k] + s.v_new[k]);
             s.momentum[c] += p[c];
             if (s.supported[k]) s.reaction[c] += s.R[k] - s.F[k] - s.F_contact[k];
@@ -53,6 +55,13 @@ void sum_nodes(ExplicitState& s) {
             s.reaction[c] += r[c];
         }
     }
+    if (s.supports) {
+        const Vec3 held = s.supports->reaction(node_arrays(s), s.d_time),
+                   spring = s.springs.force(s.u.data());
+        for (std::size_t c = 0; c < 3; ++c) s.reaction[c] += held[c] + spring[c];
+    }
+    if (s.loads) external += s.load_work.at;
+    if (s.heat) external += s.blocks->heat_work();
     s.energies.kinetic = kinetic;
     s.energies.external = external;
 }
@@ -60,6 +69,7 @@ void sum_nodes(ExplicitState& s) {
 void balance(ExplicitState& s) {
     ExplicitEnergies& e = s.energies;
     e.internal = s.blocks->internal_energy() + (s.bodies ? s.bodies->spring_energy() : 0.0);
+    if (!s.springs.empty()) e.internal += s.springs.energy(s.u.data());
     e.plastic = s.blocks->plastic_energy();
     e.damping = s.damping_work.at;
     e.wall = s.wall_work.at;
@@ -86,6 +96,7 @@ void add_row(ExplicitState& s) {
     add(s.reaction);
     for (std::size_t k = 0; s.walls && k < s.walls->size(); ++k) add(s.walls->force(k));
     for (std::size_t k = 0; s.contacts && k < s.contacts->size(); ++k) add(s.contacts->force(k));
+    for (std::size_t k = 0; s.supports && k < s.reactions.size(); ++k) add(s.reactions[k].force);
     for (std::int32_t n : s.probes) {
         const std::size_t at = 4 * n;
         add({s.u[at], s.u[at + 1], s.u[at + 2]});
@@ -128,8 +139,11 @@ void begin_history(const Job& job, ExplicitState& s) {
     if (s.contacts)
         for (const ContactPair& pair : job.model.explicit_tables.contacts)
             add_vector(columns, "contact_" + heading(pair.name));
+    if (s.supports)
+        for (const BoundaryCondition& support : job.model.boundary_conditions)
+            add_vector(columns, "support_" + heading(support.name));
     for (const auto& place : job.options.probes) {
-        const std::int32_t n = nearest_node(job.mesh(), s.node_elements, place);
+        const std::int32_t n = nearest_node(job.mesh(), s.freedoms.node_elements, place);
         s.probes.push_back(n);
         const std::string name = "node" + std::to_string(n + 1);
         for (const char* what : {"_u", "_v", "_a"}) add_vector(columns, name + what);
@@ -137,10 +151,39 @@ void begin_history(const Job& job, ExplicitState& s) {
     s.history.values.clear();
 }
 
+namespace {
+
+// What holds the body at its supports, inertia of what they move included.
+void find_reactions(const Job& job, ExplicitState& s) {
+    std::vector<double> residual(job.mesh().dof_num()), u(residual.size());
+    LineDoubles springs(s.u.size(), 0.0);
+    s.springs.add_forces(s.u.data(), springs.data());  // counted support by support
+    for (std::size_t d = 0; d < residual.size(); ++d) {
+        const std::size_t k = 4 * (d / 3) + d % 3;
+        u[d] = s.u[k];
+        residual[d] = s.R[k] - springs[k] - s.F[k] - s.F_contact[k];
+        if (!s.bodies || !s.bodies->is_member(static_cast<std::int32_t>(d / 3)))
+            residual[d] += s.mass[k] * (s.v_new[k] - s.v[k]) / s.d_time;
+    }
+    std::vector<Vec6> bodies;
+    std::vector<RigidState> states;
+    if (s.bodies)
+        for (const ExplicitBody& body : s.bodies->bodies()) {
+            bodies.push_back(body.held);
+            states.push_back(body.state);
+        }
+    // the bodies' pivots are those of the run
+    s.reactions = support_reactions(job.model, job.mesh(), s.freedoms, residual, bodies, u, Places::displaced,
+                                    states);
+}
+
+}  // namespace
+
 void store_frame(Job& job, ExplicitState& s) {
     if (!s.velocities_known) find_velocities(job, s);
     sum_nodes(s);
     balance(s);
+    find_reactions(job, s);
     add_row(s);
     const auto frame = std::make_shared<Frame>(job.mesh().dof_num());
     frame->n_freq = static_cast<double>(s.step) * s.d_time;
@@ -149,8 +192,8 @@ void store_frame(Job& job, ExplicitState& s) {
     s.blocks->copy_stresses(s.points.stress, s.plastic_strain);
     logarithmic_strains(job.mesh(), u, s.team, s.points);
     SilentProgress silent;  // a frame is whole, whatever is asked meanwhile
-    mean_stress_strain(job.mesh(), s.node_elements, s.points, s.plastic_strain, s.team, frame->node_stress,
-                       silent);
+    mean_stress_strain(job.mesh(), s.freedoms.node_elements, s.points, s.plastic_strain, s.team,
+                       frame->node_stress, silent);
     job.run.results.push_back(frame);
 }
 

@@ -5,6 +5,7 @@
 
 #include "elements/symmetric3.h"
 #include "solver/dense_eigen.h"
+#include "system/load_set.h"
 
 namespace kestralum {
 
@@ -85,6 +86,18 @@ void find_mobility(ExplicitBody& body) {
     }
 }
 
+// Of a body that is held along a direction: where its mass centre can go.
+void find_plane(ExplicitBody& body) {
+    if (!body.moves || body.geometry.held.empty()) return;
+    body.moves_freely = false;
+    body.movable = {};
+    for (const Vec6& m : body.geometry.motions) {
+        const Vec3 t{m[0], m[1], m[2]};
+        for (std::size_t i = 0; i < 3 && dot(t, t) > 0; ++i)
+            for (std::size_t j = 0; j < 3; ++j) body.movable[3 * i + j] += t[i] * t[j] / dot(t, t);
+    }
+}
+
 }  // namespace
 
 ExplicitBodies::ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std::span<const double> lumped,
@@ -93,6 +106,11 @@ ExplicitBodies::ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std:
       mesh_(mesh),
       forces_(forces.begin(), forces.end()),
       combines_(combines.begin(), combines.end()) {
+    for (RigidForce& force : forces_) {
+        whole_forces_.push_back(force.value);
+        forces_vary_ = forces_vary_ || force.options.factor.varies;
+        if (force.options.factor.given()) force.value *= load_factor(force.options, 0, Growth::whole);
+    }
     for (RigidBody& geometry : system_.bodies) {
         ExplicitBody body;
         Vec3 centre{};
@@ -114,10 +132,20 @@ ExplicitBodies::ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std:
         }
         body.geometry = geometry;
         find_mobility(body);
+        find_plane(body);
         bodies_.push_back(std::move(body));
     }
     states_.resize(bodies_.size());
     resist_.resize(bodies_.size());
+}
+
+bool ExplicitBodies::set_time(double time) {
+    bool finite = true;
+    for (std::size_t k = 0; k < forces_.size() && forces_vary_; ++k) {
+        forces_[k].value = whole_forces_[k] * load_factor(forces_[k].options, time, Growth::whole);
+        finite = finite && std::isfinite(forces_[k].value);
+    }
+    return finite;
 }
 
 std::span<const RigidState> ExplicitBodies::states() const {
@@ -244,6 +272,7 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
             m = plus(m, cross(turned(body.state.R, minus(place_of(mesh_, n), body.geometry.pivot)), nodal));
         }
         if (body.moves) body.p_new = plus(body.p, f, d_time);
+        if (!body.moves_freely) body.p_new = turned(body.movable, body.p_new);
         // what acts about directions that the body cannot turn in goes to what holds it
         body.L_new = plus(body.L, m, d_time);
         if (!body.turns_freely) body.L_new = act(body.turnable, body.state.R, body.L_new);
@@ -261,6 +290,13 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
         loads[0] += dot(own_f, v) + dot(own_m, body.omega);
         loads[1] += dot(own_f, v_new) + dot(own_m, body.omega_new);
         if (!body.moves) reaction_ = plus(reaction_, minus(times(1 / d_time, minus(body.p_new, body.p)), f));
+        if (!body.moves_freely) reaction_ = plus(reaction_, minus(turned(body.movable, f), f));
+        const Vec3 p_rate = times(1 / d_time, minus(body.p_new, body.p)),
+                   L_rate = times(1 / d_time, minus(body.L_new, body.L));
+        for (std::size_t c = 0; c < 3; ++c) {
+            body.held[c] = p_rate[c] + resist[b][c] - own[c];
+            body.held[3 + c] = L_rate[c] + resist[b][3 + c] - own[3 + c];
+        }
         for (std::int32_t n : body.geometry.members) {
             const Vec3 next = displacement_of(body.geometry, body.next, place_of(mesh_, n));
             for (std::size_t c = 0; c < 3; ++c) {

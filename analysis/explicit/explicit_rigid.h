@@ -28,8 +28,12 @@ struct ExplicitBody {
     Vec3 p{}, L{};                // momentum and spatial angular momentum about the pivot, at t_{n-½}
     Vec3 p_new{}, L_new{};        // at t_{n+½}
     Vec3 omega{}, omega_new{};    // angular velocity at the half steps, rad/s
-    bool moves = true;            // its mass centre is free
-    bool turns_freely = true;     // about every axis: turnable is 1
+    bool moves = true;            // its mass centre is free, or free across a direction
+    Mat3 movable{1, 0, 0, 0, 1, 0, 0, 0, 1};  // onto the velocities of the mass centre
+    bool moves_freely = true;                 // movable is 1
+    Vec6 held{};  // force and moment about the pivot that the body's supports bring beside those on members,
+                  // at t_n
+    bool turns_freely = true;  // about every axis: turnable is 1
 };
 
 // A prescribed velocity of members: rows of one body.
@@ -57,6 +61,9 @@ public:
     bool is_member(std::int32_t node) const { return system_.body_of_node[node] >= 0; }
     const RigidSystem& system() const { return system_; }
     std::span<const ExplicitBody> bodies() const { return bodies_; }
+
+    // The rigid forces' factors at a time; false where one is not a finite number.
+    bool set_time(double time);
 
     // Velocities before the start from prescribed ones of members: the rigid motion that fits them best, of
     // least size.
@@ -94,7 +101,9 @@ private:
     RigidSystem system_;
     const Mesh& mesh_;
     std::vector<ExplicitBody> bodies_;
-    std::vector<RigidForce> forces_;
+    std::vector<RigidForce> forces_;    // with their values of the time set last
+    std::vector<double> whole_forces_;  // their values at factor 1
+    bool forces_vary_ = false;
     std::vector<RigidCombine> combines_;
     Vec3 reaction_{};
     mutable std::vector<RigidState> states_;  // room of states()

@@ -29,6 +29,7 @@ void remark(Job& job, std::string line) {
 // Materials and settings that explicit stepping cannot do without.
 bool check_input(Job& job) {
     if (!check_analysable(job)) return false;
+    const AnalysisControl& c = job.model.control;
     const auto refuse = [&](std::string line) { return job.fail(RunStatus::bad_input, std::move(line)); };
     for (std::int32_t p : job.model.mesh.p_ele_part_id) {
         const Material& m = job.model.materials[job.model.parts[p].material_id];
@@ -38,8 +39,9 @@ bool check_input(Job& job) {
                 formatted("material %s: the explicit analysis wants a density and E above 0 and Poisson's "
                           "ratio between -1 and 0.5",
                           m.name.c_str()));
+        if (const std::string wrong = wrong_plastic_constant(m); c.plastic && !wrong.empty())
+            return refuse(wrong);
     }
-    const AnalysisControl& c = job.model.control;
     if (!(c.d_time >= 0) || !std::isfinite(c.d_time))
         return refuse(formatted("d_time = %g: the time step must not be negative", c.d_time));
     if (!(c.end_time >= 0) || !std::isfinite(c.end_time))
@@ -81,21 +83,22 @@ double sum_of(const std::vector<double>& values) {
 
 // What the set-up makes and the steps do not need.
 struct SetUp {
-    Freedoms freedoms;
     MatrixDiagonals diagonals;
-    std::vector<double> lumped;  // per degree of freedom, kg
-    double mass_factor = 1;      // lumped mass over the consistent diagonal
+    std::vector<double> stiffness;  // of the places of q, with the supports' springs, N/m
+    std::vector<double> lumped;     // per degree of freedom, kg
+    std::vector<double> own_mass;   // the same before tied nodes gave theirs away; empty: no node is tied
+    double mass_factor = 1;         // lumped mass over the consistent diagonal
 };
 
-bool find_diagonals(Job& job, SetUp& set_up) {
+bool find_diagonals(Job& job, const Freedoms& freedoms, SetUp& set_up) {
     const Mesh& mesh = job.mesh();
     const Elasticity elasticity = build_elasticity(job.model.materials, job.progress);
     job.progress.print("Set [K],[M]\n");
-    const NodeNeighbours neighbours = neighbours_of_nodes(mesh, set_up.freedoms.node_elements, job.progress);
+    const NodeNeighbours neighbours = neighbours_of_nodes(mesh, freedoms.node_elements, job.progress);
     job.progress.print("[K],[M] element num=%ld\n", print_pattern(neighbours, job.progress));
-    set_up.diagonals = matrix_diagonals(mesh, set_up.freedoms.node_elements, neighbours,
+    set_up.diagonals = matrix_diagonals(mesh, freedoms.node_elements, neighbours,
                                         element_matrices(job, elasticity, nullptr, HexahedronForm::full),
-                                        set_up.freedoms.numbering.dof_map, job.threads(), job.progress);
+                                        freedoms.numbering.dof_map, job.threads(), job.progress);
     if (const std::int32_t bad = set_up.diagonals.bad_element; bad >= 0)
         return job.fail(RunStatus::failed, place_of_element(job, bad) +
                                                ": the Jacobian is not positive (flat or inverted element)");
@@ -115,9 +118,28 @@ void lump_mass(Job& job, SetUp& set_up) {
     job.report().total_mass = total;
 }
 
+// Springs of supports, and what tied nodes give to their masters: their mass, and their stiffness for the
+// damping of the masters.
+bool gather_ties(Job& job, ExplicitState& s, SetUp& set_up) {
+    const std::string wrong = s.springs.collect(job, s.freedoms.node_elements);
+    if (!wrong.empty()) return job.fail(RunStatus::bad_input, wrong);
+    set_up.stiffness = set_up.diagonals.K;
+    s.springs.add_diagonal(set_up.stiffness);
+    const ConstraintMap& map = s.freedoms.constraints.map;
+    if (map.empty()) return true;
+    set_up.own_mass = set_up.lumped;
+    map.gather_mass(set_up.lumped);
+    const auto special = map.special_nodes();
+    for (std::size_t k = 0; k < special.size(); ++k)
+        for (std::size_t c = 0; c < 3 && map.is_tied(special[k]); ++c)
+            for (const auto& [master, weight] : map.weights(k))
+                set_up.stiffness[3 * master + c] += weight * weight * set_up.stiffness[3 * special[k] + c];
+    return true;
+}
+
 // Damping of the free degrees of freedom, c = 2 √(k m) C_alfa, and the lines that check the masses.
 void find_damping(Job& job, const SetUp& set_up, ExplicitState& state) {
-    const auto& free = set_up.freedoms.numbering.free_dofs;
+    const auto& free = state.freedoms.numbering.free_dofs;
     if (free.size() < set_up.lumped.size()) {  // the lines of a matrix whose fixed rows are taken out
         job.progress.print(" Eliminate fix index\n");
         job.progress.print(" Eliminate fix index Complete\n");
@@ -125,10 +147,10 @@ void find_damping(Job& job, const SetUp& set_up, ExplicitState& state) {
     std::array<double, 3> sum{};
     for (std::size_t i = 0; i < free.size(); ++i) {
         const std::int32_t dof = free[i];
-        const double k = set_up.diagonals.K[dof], m = set_up.lumped[dof];
+        const double k = set_up.stiffness[dof], m = set_up.lumped[dof];
         job.progress.print("diagM[%zu]:%.3e\r", i, m);
         state.damping[4 * (dof / 3) + dof % 3] = 2 * std::sqrt(k * m) * job.model.control.c_alfa;
-        sum[i % 3] += m;
+        sum[dof % 3] += m;
     }
     state.damped = job.model.control.c_alfa > 0;
     job.progress.print("\n");
@@ -148,25 +170,33 @@ void size_state(const Mesh& mesh, const SetUp& set_up, ExplicitState& s) {
         const std::size_t at = 4 * (d / 3) + d % 3;
         s.X[at] = s.x[at] = mesh.coordinates[d];
         s.mass[at] = set_up.lumped[d];
-        s.supported[at] = set_up.freedoms.numbering.dof_map[d] < 0;
+        s.supported[at] = s.freedoms.numbering.dof_map[d] < 0;
     }
 }
 
 bool set_loads(Job& job, const SetUp& set_up, ExplicitState& s) {
     job.progress.print("Force Vector\n");
     std::vector<double> stiffness;
-    for (std::int32_t dof : set_up.freedoms.numbering.free_dofs) stiffness.push_back(set_up.diagonals.K[dof]);
+    for (std::int32_t dof : s.freedoms.numbering.free_dofs) stiffness.push_back(set_up.diagonals.K[dof]);
     LoadSet loads;
-    if (!resolve_loads(job, set_up.freedoms, stiffness, loads)) return false;
+    if (!resolve_loads(job, s.freedoms, stiffness, loads)) return false;
     job.progress.print("Force Vector Complete\n");
-    for (std::size_t d = 0; d < job.run.load.size(); ++d) {
-        s.F[4 * (d / 3) + d % 3] = job.run.load[d];
+    s.heat.emplace(job, loads);
+    if (s.heat->empty()) s.heat.reset();
+    std::vector<double> constant(job.run.load.size(), 0.0);
+    s.loads.emplace(job, std::move(loads), constant);
+    for (std::size_t d = 0; d < constant.size(); ++d) {
+        s.F[4 * (d / 3) + d % 3] = constant[d];
         job.report().applied[d % 3] += job.run.load[d];
     }
     const AnalysisControl& control = job.model.control;
-    if (control.gravity_axis < 0) return true;
-    for (std::size_t k = control.gravity_axis; k < s.F.size(); k += 4)
+    for (std::size_t k = std::max(control.gravity_axis, 0); k < s.F.size() && control.gravity_axis >= 0;
+         k += 4)
         s.F[k] += s.mass[k] * control.gravity_sign * gravity_acceleration;
+    if (s.loads->varies())
+        s.loads->keep_constant(s.F);
+    else
+        s.loads.reset();
     return true;
 }
 
@@ -212,10 +242,10 @@ void add_members(std::span<const std::int32_t> nodes, const VelocityRecord& reco
     }
 }
 
-void set_driven(Job& job, ExplicitState& s) {
+bool set_driven(Job& job, ExplicitState& s) {
     for (const VelocityRecord& record : job.model.explicit_tables.velocity_inputs) {
         DrivenDofs driven{record.velocity, {}};
-        const auto nodes = nodes_of(record, job, s.node_elements);
+        const auto nodes = nodes_of(record, job, s.freedoms.node_elements);
         const std::size_t bodies_before = s.driven_members.size();
         add_members(nodes, record, s, s.driven_members);
         for (std::size_t k = bodies_before; k < s.driven_members.size(); ++k)
@@ -223,8 +253,21 @@ void set_driven(Job& job, ExplicitState& s) {
                 remark(job, "velocity input " + record.name + ": supports hold rigid element " +
                                 job.model.rigid_elements[body.record].name +
                                 ": it moves only as they let it");
-        for (std::int32_t n : nodes)
-            if (!s.bodies || !s.bodies->is_member(n)) driven.places.push_back(4 * n + record.axis);
+        for (std::int32_t n : nodes) {
+            if (s.bodies && s.bodies->is_member(n)) continue;
+            if (s.supports && (s.supports->is_turned(n) || s.supports->is_tied(n))) {
+                const double* x = job.mesh().node(n);
+                return job.fail(
+                    RunStatus::bad_input,
+                    formatted("velocity input %s: its node at (%.6g, %.6g, %.6g) is %s", record.name.c_str(),
+                              x[0], x[1], x[2],
+                              s.supports->is_tied(n)
+                                  ? "tied to others: drive those"
+                                  : "held along a normal that is no axis: move the support, by ux="));
+            }
+            driven.places.push_back(4 * n + record.axis);
+            if (s.supports) s.supports->release(driven.places.back());
+        }
         if (driven.places.empty()) {
             if (s.driven_members.size() > bodies_before) continue;
             remark(job, "velocity input " + record.name + ": selects no node");
@@ -241,18 +284,36 @@ void set_driven(Job& job, ExplicitState& s) {
         }
         s.driven.push_back(std::move(driven));
     }
+    return true;
 }
 
-void set_update_factors(ExplicitState& s) {
+void set_update_factors(const SetUp& set_up, ExplicitState& s) {
     std::vector<char> ruled(s.supported.begin(), s.supported.end());
     for (const DrivenDofs& driven : s.driven)
         for (std::int32_t at : driven.places) ruled[at] = 1;
+    if (s.supports) {
+        for (const std::int32_t n : s.supports->special_nodes())
+            for (std::size_t c = 0; c < 3; ++c) {
+                ruled[4 * n + c] = 1;
+                s.supported[4 * n + c] = 0;  // what holds it is not along x, y or z
+                s.damping[4 * n + c] = 0;
+            }
+        for (const std::size_t place : s.supports->moved_places()) s.supported[place] = 0;
+    }
     for (std::size_t k = 0; k < s.mass.size(); ++k) {
         if (ruled[k]) continue;
         const double per_step = s.mass[k] / s.d_time, half = 0.5 * s.damping[k];
         s.a[k] = (per_step - half) / (per_step + half);
         s.b[k] = 1 / (per_step + half);
     }
+    if (set_up.own_mass.empty()) return;
+    s.contact_mass = s.mass;
+    s.contact_b = s.b;
+    for (const std::int32_t n : s.supports->special_nodes())
+        for (std::size_t c = 0; c < 3; ++c) {
+            const double m = s.contact_mass[4 * n + c] = set_up.own_mass[3 * n + c];
+            s.contact_b[4 * n + c] = s.d_time / m;
+        }
 }
 
 void set_initial_velocities(Job& job, ExplicitState& s) {
@@ -261,7 +322,7 @@ void set_initial_velocities(Job& job, ExplicitState& s) {
     std::vector<DrivenMembers> members;
     for (std::size_t k = 0; k < records.size(); ++k) {
         const VelocityRecord& record = records[k];
-        const auto nodes = nodes_of(record, job, s.node_elements);
+        const auto nodes = nodes_of(record, job, s.freedoms.node_elements);
         job.progress.print(" INITIAL_VELOCITY[%zu]: %d, %d\n", k, static_cast<std::int32_t>(record.kind),
                            record.axis);
         job.progress.print("  c_ = %zu\n", nodes.size());
@@ -270,13 +331,18 @@ void set_initial_velocities(Job& job, ExplicitState& s) {
         add_members(nodes, record, s, members);
         for (std::int32_t n : nodes) {
             const std::size_t at = 4 * n + static_cast<std::size_t>(record.axis);
-            if (s.b[at] == 0) continue;
+            const bool special = s.supports && (s.supports->is_turned(n) || s.supports->is_tied(n));
+            if (s.b[at] == 0 && !special) continue;
             s.v[at] = record.velocity.start;
             ++set;
         }
         job.progress.print("%zu/%zu", k + 1, records.size());
         job.progress.print("  %d", set);
         job.progress.print("\n");
+    }
+    if (s.supports) {
+        s.supports->project(s.v.data());
+        s.supports->follow(s.v.data());
     }
     if (s.bodies) s.bodies->start(members, s.d_time);
     job.progress.print("INITIAL_VELOCITY set\n");
@@ -297,6 +363,14 @@ bool choose_step(Job& job, const SetUp& set_up, std::span<const char> rigid, Exp
         job.progress.print("Stable time step=%.3e[s] with the springs between rigid elements\n",
                            s.stable_step);
     }
+    const bool gathered = !set_up.own_mass.empty();
+    const double spread = s.freedoms.constraints.map.spread();
+    if (const double rate = s.springs.rate(gathered ? set_up.own_mass : set_up.lumped);
+        rate > 0 || spread > 1) {
+        s.stable_step = 2 / std::sqrt(4 / (s.stable_step * s.stable_step) + rate) / spread;
+        job.progress.print("Stable time step=%.3e[s] with the springs of supports and the ties\n",
+                           s.stable_step);
+    }
     s.d_time = job.model.control.d_time > 0 ? job.model.control.d_time : 0.9 * s.stable_step;
     if (!(job.model.control.d_time > 0))
         remark(job, formatted("d_time is not given: %.6e s is taken, 0.9 of the stable step", s.d_time));
@@ -305,10 +379,17 @@ bool choose_step(Job& job, const SetUp& set_up, std::span<const char> rigid, Exp
 
 // A fixed body has a support or a driven degree of freedom; bodies are connected by common nodes.
 bool some_body_is_free(const Mesh& mesh, const ExplicitState& s) {
-    const std::vector<std::int32_t> body = connected_nodes(mesh);
+    std::vector<std::array<std::int32_t, 2>> ties;
+    const ConstraintMap& map = s.freedoms.constraints.map;
+    for (std::size_t k = 0; k < map.special_nodes().size(); ++k)
+        for (const auto& [master, weight] : map.weights(k)) ties.push_back({map.special_nodes()[k], master});
+    const std::vector<std::int32_t> body = connected_nodes(mesh, ties);
     std::vector<char> held(body.size(), 0);
     for (std::size_t n = 0; n < body.size(); ++n)
-        if (s.b[4 * n] == 0 || s.b[4 * n + 1] == 0 || s.b[4 * n + 2] == 0) held[body[n]] = 1;
+        if (map.is_tied(static_cast<std::int32_t>(n)))
+            continue;
+        else if (s.b[4 * n] == 0 || s.b[4 * n + 1] == 0 || s.b[4 * n + 2] == 0)
+            held[body[n]] = 1;
     return std::any_of(mesh.connectivity.begin(), mesh.connectivity.end(),
                        [&](std::int32_t n) { return !held[body[node_index(n)]]; });
 }
@@ -363,7 +444,7 @@ void set_contacts(Job& job, ExplicitState& s) {
             s.contact_nodes = surface_nodes(surface_triangles(job.mesh()), job.mesh().node_num());
         s.walls.emplace(tables.walls, job.model.parameters, job.mesh(), s.contact_nodes, s.d_time,
                         s.stable_step, sharing);
-        const double ratio = s.walls->stiff_spring(s.mass);
+        const double ratio = s.walls->stiff_spring(s.contact_mass.empty() ? s.mass : s.contact_mass);
         double zeta = 0;
         for (const RigidWall& wall : tables.walls) zeta = std::max(zeta, wall.damping);
         if (ratio > 0) {
@@ -383,25 +464,18 @@ void warn_of_step(Job& job, const ExplicitState& s) {
                               s.d_time, s.stable_step));
 }
 
-void report_plasticity(Job& job) {
-    if (!job.model.control.plastic) return;
-    for (const Material& m : job.model.materials) {
-        const double g = m.young / (2 * (1 + m.poisson));
-        if (m.yield_stress > 0 && m.shear_modulus > 0 && std::abs(m.shear_modulus - g) > 1e-3 * g)
-            remark(job, formatted("material %s: G = %.6e differs from E/(2(1+nu)) = %.6e, which is used",
-                                  m.name.c_str(), m.shear_modulus, g));
-    }
-}
-
 // The rigid bodies with their masses.
 void set_bodies(Job& job, const SetUp& set_up, ExplicitState& s) {
-    const RigidSystem& system = set_up.freedoms.rigid;
+    const RigidSystem& system = s.freedoms.rigid;
     if (system.empty()) return;
     const Mesh& mesh = job.mesh();
-    s.bodies.emplace(system, mesh, set_up.lumped, job.model.rigid_forces, job.model.rigid_combines);
+    std::vector<RigidForce> forces;
+    for (const RigidForce& force : job.model.rigid_forces)
+        if (acts_in_case(force.options.case_name, job.options.load_case)) forces.push_back(force);
+    s.bodies.emplace(system, mesh, set_up.lumped, forces, job.model.rigid_combines);
     s.acting.assign(4 * mesh.node_num(), 0.0);
     std::int32_t free = 0;
-    for (std::int32_t dof : set_up.freedoms.numbering.free_dofs) free += !s.bodies->is_member(dof / 3);
+    for (std::int32_t dof : s.freedoms.numbering.free_dofs) free += !s.bodies->is_member(dof / 3);
     s.bodies->print_masses(free, job.progress);
     job.report().free_dofs = free + system.equations;
     for (const ExplicitBody& body : s.bodies->bodies())
@@ -410,15 +484,14 @@ void set_bodies(Job& job, const SetUp& set_up, ExplicitState& s) {
             std::fill_n(s.damping.begin() + std::ptrdiff_t(k), 3, 0.0);
         }
     for (std::size_t b = 0; b < system.bodies.size(); ++b) {
-        const Vec6 force =
-            rigid_force_resultant(system, static_cast<std::int32_t>(b), {}, job.model.rigid_forces);
+        const Vec6 force = rigid_force_resultant(system, static_cast<std::int32_t>(b), {}, forces);
         for (std::size_t c = 0; c < 3; ++c) job.report().applied[c] += force[c];
     }
+    s.freedoms.rigid = s.bodies->system();  // pivots are mass centres now
 }
 
 bool yields(const Job& job) {
-    return job.model.control.plastic && std::any_of(job.model.materials.begin(), job.model.materials.end(),
-                                                    [](const Material& m) { return m.yield_stress > 0; });
+    return job.model.control.plastic && std::ranges::any_of(job.model.materials, has_yield_stress);
 }
 
 void report_closed(Job& job, const ExplicitState& s) {
@@ -430,28 +503,71 @@ void report_closed(Job& job, const ExplicitState& s) {
     if (s.contacts) say_where(s.contacts->touching(), "the surface of a contact pair");
 }
 
+// Bodies whose supports hold them otherwise than whole or in a plane.
+bool check_bodies(Job& job, const RigidSystem& rigid) {
+    for (const RigidBody& body : rigid.bodies) {
+        bool pure = body.plane_motion();
+        for (const Vec6& m : body.motions) {
+            const double moves = norm({m[0], m[1], m[2]}), turns = body.size * norm({m[3], m[4], m[5]});
+            pure = pure && (moves < 1e-9 * turns || turns < 1e-9 * moves);
+        }
+        if (!body.held.empty() && !pure)
+            return job.fail(
+                RunStatus::bad_input,
+                "rigid element " + job.model.rigid_elements[body.record].name +
+                    ": supports hold its members in several directions, or in one at fewer than three "
+                    "places off a line: the explicit analysis wants them held whole or in a plane");
+    }
+    return true;
+}
+
+// Supports with options and ties.
+void set_supports(const Job& job, const SetUp& set_up, ExplicitState& s) {
+    const bool options = std::ranges::any_of(job.model.boundary_conditions,
+                                             [](const BoundaryCondition& b) { return b.options.given; });
+    if (options || !job.model.ties.empty())
+        s.supports.emplace(job, s.freedoms.constraints, set_up.stiffness, set_up.lumped,
+                           job.model.control.c_alfa);
+}
+
+// Where the supports stand at the start.
+bool start_supports(Job& job, ExplicitState& s) {
+    if (!s.supports) return true;
+    for (const std::string& name : s.supports->start(s.d_time, node_arrays(s)))
+        remark(job, "support " + name + ": its displacement at time 0 is not 0: the run starts with it");
+    if (!s.supports->trouble().empty()) return job.fail(RunStatus::bad_input, s.supports->trouble());
+    const auto rubs = [](const RigidWall& wall) { return wall.friction > 0; };
+    if (s.walls && s.supports->has_special_nodes() &&
+        std::ranges::any_of(job.model.explicit_tables.walls, rubs))
+        remark(job, "walls do not rub at tied nodes and at those held along a normal that is no axis");
+    return true;
+}
+
 // The masses, the damping and the loads of the nodes, and the rigid bodies.
 bool set_inertia(Job& job, SetUp& set_up, ExplicitState& s) {
-    if (!find_diagonals(job, set_up)) return false;
+    if (!find_diagonals(job, s.freedoms, set_up)) return false;
     lump_mass(job, set_up);
+    if (!gather_ties(job, s, set_up)) return false;
     size_state(job.mesh(), set_up, s);
     find_damping(job, set_up, s);
+    set_supports(job, set_up, s);
     if (!set_loads(job, set_up, s)) return false;
     set_bodies(job, set_up, s);
     return true;
 }
 
 // What moves the nodes otherwise than by their equations.
-void set_motions(Job& job, ExplicitState& s) {
-    set_driven(job, s);
-    set_update_factors(s);
+bool set_motions(Job& job, const SetUp& set_up, ExplicitState& s) {
+    if (!set_driven(job, s)) return false;
+    set_update_factors(set_up, s);
     set_initial_velocities(job, s);
     set_contacts(job, s);
+    if (!start_supports(job, s)) return false;
     warn_of_step(job, s);
-    report_plasticity(job);
     if (s.damped && some_body_is_free(job.mesh(), s))
         remark(job,
                "C_alfa damps the rigid motion of a body without supports too, and more so on finer meshes");
+    return true;
 }
 
 }  // namespace
@@ -459,39 +575,40 @@ void set_motions(Job& job, ExplicitState& s) {
 bool set_up_explicit(Job& job, ExplicitState& s) {
     s.start = std::chrono::steady_clock::now();
     SetUp set_up;
-    if (!check_input(job) || !has_sets(job) ||
-        !make_run_mesh(job, Renumbering::along_longest, set_up.freedoms))
+    if (!check_input(job) || !has_sets(job) || !make_run_mesh(job, Renumbering::along_longest, s.freedoms) ||
+        !check_bodies(job, s.freedoms.rigid))
         return false;
     const Mesh& mesh = job.mesh();
     s.threads = job.threads();
     s.team = mesh.node_num() < smallest_team ? 1 : s.threads;
     job.clock.begin("assemble");
     extract_surface(job, s);
-    job.progress.print("diag_num=%d\n", set_up.freedoms.diag_num);
-    count_freedoms(job, set_up.freedoms);
+    job.progress.print("diag_num=%d\n", s.freedoms.diag_num);
+    count_freedoms(job, s.freedoms);
     if (!set_inertia(job, set_up, s)) return false;
-    const std::vector<char> rigid = set_up.freedoms.rigid.elements_inside(mesh);
-    s.node_elements = std::move(set_up.freedoms.node_elements);
+    const std::vector<char> rigid = s.freedoms.rigid.elements_inside(mesh);
     job.clock.begin("step size");
     // a surface that is touched wants the step of its own size: the springs of contact are as stiff as the
     // step lets them
     const bool touched = s.contacts || !job.model.explicit_tables.walls.empty();
     if (!choose_step(job, set_up, touched ? std::span<const char>() : rigid, s)) return false;
-    set_up = {};
+    set_up.diagonals = {};
     const bool once_yielded = job.options.mean_dilatation && !job.options.hexahedra;
     s.blocks.emplace(mesh, job.model.parts, job.model.materials,
                      BlockOptions{yields(job), once_yielded, 8, rigid,
-                                  once_yielded ? HexahedronForm::full : job.hexahedra()});
+                                  once_yielded ? HexahedronForm::full : job.hexahedra(), s.heat.has_value()});
     if (!count_steps(job, s)) return false;
-    set_motions(job, s);
+    if (!set_motions(job, set_up, s)) return false;
+    set_up = {};
     job.clock.end();
     begin_history(job, s);
-    if (!find_forces(s))
-        return job.fail(
-            RunStatus::failed,
-            "the forces of the start cannot be found: an element is inverted or an expression has no value");
+    const bool found = find_forces(s);
+    if (!s.trouble.empty()) return job.fail(RunStatus::bad_input, "at the start: " + s.trouble);
+    if (!found)
+        return job.fail(RunStatus::failed, "the forces of the start cannot be found: an element is inverted");
     report_closed(job, s);
     store_frame(job, s);
+    if (!s.trouble.empty()) return job.fail(RunStatus::bad_input, "step 1: " + s.trouble);
     return job.goes_on();
 }
 

@@ -16,7 +16,9 @@
 #include <vector>
 
 #include "analysis/explicit/explicit_contact.h"
+#include "analysis/explicit/explicit_loads.h"
 #include "analysis/explicit/explicit_rigid.h"
+#include "analysis/explicit/explicit_supports.h"
 #include "analysis/explicit/explicit_walls.h"
 #include "elements/explicit_blocks.h"
 #include "elements/stable_step.h"
@@ -63,7 +65,10 @@ struct ExplicitState {
     // increment (m), velocities (m/s), internal, constant and contact forces (N), mass (kg), damping
     // (N·s/m), and the factors of the velocity update
     LineDoubles X, x, u, du, v, v_new, R, F, F_contact, mass, damping, a, b;
-    std::vector<std::uint8_t> supported;  // node × 4: fixed by a support (or on no element), not driven
+    // mass and b as walls and contact are to see them, where nodes have axes of their own or are tied; empty:
+    // as they are
+    LineDoubles contact_mass, contact_b;
+    std::vector<std::uint8_t> supported;  // node × 4: held at 0 by a support (or on no element), not driven
     bool damped = false;
 
     std::optional<ElementBlocks> blocks;
@@ -71,15 +76,22 @@ struct ExplicitState {
     std::optional<ContactSet> contacts;
     std::vector<std::int32_t> contact_nodes;  // where F_contact can be other than 0
     std::vector<DrivenDofs> driven;
+    Freedoms freedoms;
+    std::optional<ExplicitSupports> supports;  // where supports have options or faces are tied
+    SpringSet springs;
+    std::optional<ExplicitLoads> loads;  // where some change with time
+    std::optional<ExplicitHeat> heat;
+    std::string trouble;  // not empty: what had no value in the last step
     std::optional<ExplicitBodies> bodies;
     std::vector<DrivenMembers> driven_members;  // one per record and body
     LineDoubles acting;           // node × 4: loads and contacts less internal forces, at members
     std::vector<double> partial;  // sums of the sweeps' chunks
 
-    Work damping_work, wall_work, contact_work, support_work, rigid_work;
+    Work damping_work, wall_work, contact_work, support_work, rigid_work, load_work;
     double start_energy = 0, largest_energy = 0, drift = 0, largest_drift = 0;
     ExplicitEnergies energies;
     std::array<double, 3> momentum{}, angular_momentum{}, reaction{};
+    std::vector<SupportReaction> reactions;  // of the supports, at the last output
 
     std::optional<StepBound> bound;
     double stable_step = 0;  // s, of elements and given springs
@@ -87,7 +99,6 @@ struct ExplicitState {
     std::int64_t next_check = 0;  // step of the next look at the current shapes
 
     // output
-    NodeElements node_elements;
     PointResults points;
     std::vector<double> plastic_strain;
     std::vector<std::int32_t> probes;  // 0-based nodes
@@ -104,10 +115,13 @@ bool set_up_explicit(Job& job, ExplicitState& state);
 void explicit_step(Job& job, ExplicitState& state);
 
 // Forces of the configuration in force at t_n: internal ones from the blocks, then walls and contact.
-// False when an element is inverted or an expression has no value.
+// False when an element is inverted or an expression has no value (then in `trouble`).
 bool find_forces(ExplicitState& state);
 
-// v_{n+½} into v_new and the works up to t_n.
+// The arrays that supports and ties work on.
+NodeArrays node_arrays(ExplicitState& state);
+
+// v_{n+½} into v_new and the works up to t_n; `trouble` is not empty where a displacement has no value.
 void find_velocities(const Job& job, ExplicitState& state);
 
 // Stores the frame and the row of the history that belong to the step done last.

@@ -16,8 +16,12 @@ std::int64_t chunks_of(const ExplicitState& s) {
     return (static_cast<std::int64_t>(s.u.size() / 4) + chunk_nodes - 1) / chunk_nodes;
 }
 
-ContactArrays contact_arrays(ExplicitState& s) {
-    return {s.x.data(), s.v.data(), s.mass.data(), s.b.data(), s.F_contact.data()};
+// Nodes with axes of their own and tied ones have no factors in the sweep; walls and contact press on them
+// all the same, only friction does not change their velocities.
+ContactArrays contact_arrays(ExplicitState& s, bool rubbing = false) {
+    const LineDoubles &mass = s.contact_mass.empty() ? s.mass : s.contact_mass,
+                      &b = s.contact_b.empty() || rubbing ? s.b : s.contact_b;
+    return {s.x.data(), s.v.data(), mass.data(), b.data(), s.F_contact.data()};
 }
 
 // v_{n+½} of the degrees of freedom that the equations of motion rule; the others get 0. Returns the
@@ -128,6 +132,14 @@ void check_shapes(Job& job, ExplicitState& s) {
     job.note(std::move(line));
 }
 
+// Nodes that supports move or that have axes of their own.
+void move_supports(ExplicitState& s, std::array<double, 2>& driving, std::array<double, 2>& damping) {
+    Halves resisted{};
+    const double next = static_cast<double>(s.step + 1) * s.d_time;
+    if (!s.supports->advance(next, node_arrays(s), driving, resisted)) s.trouble = s.supports->trouble();
+    for (std::size_t k = 0; k < 2; ++k) damping[k] += 0.5 * s.d_time * resisted[k];
+}
+
 // The bodies' part of the velocities at t_n + Δt/2, after friction has said what it takes.
 void advance_bodies(const Job& job, ExplicitState& s, std::array<double, 2>& driving,
                     std::array<double, 2>& loads) {
@@ -146,15 +158,26 @@ void advance_bodies(const Job& job, ExplicitState& s, std::array<double, 2>& dri
 
 }  // namespace
 
+NodeArrays node_arrays(ExplicitState& s) {
+    return {s.u.data(), s.du.data(),        s.x.data(),    s.X.data(),     s.v.data(),
+            s.F.data(), s.F_contact.data(), s.mass.data(), s.v_new.data(), s.R.data()};
+}
+
 bool find_forces(ExplicitState& s) {
+    const double time = static_cast<double>(s.step) * s.d_time;
+    if (s.heat && !s.heat->set(time, s.team, *s.blocks)) s.trouble = s.heat->trouble();
     const bool sound = s.blocks->evaluate(s.x.data(), s.du.data(), s.team);
     s.blocks->gather_forces(s.R.data(), s.team);
+    s.springs.add_forces(s.u.data(), s.R.data());
+    if (s.loads && !s.loads->set(time, s.u.data(), s.F.data())) s.trouble = s.loads->trouble();
+    if (s.bodies && !s.bodies->set_time(time)) s.trouble = "a factor of a rigid force is not a finite number";
     for (std::int32_t n : s.contact_nodes)
         std::fill_n(s.F_contact.begin() + 4 * static_cast<std::ptrdiff_t>(n), 3, 0.0);
-    const double time = static_cast<double>(s.step) * s.d_time;
     if (s.contacts) s.contacts->push(contact_arrays(s), time);
-    const bool placed = !s.walls || s.walls->push(contact_arrays(s), time);
-    return sound && placed;
+    if (s.walls && !s.walls->push(contact_arrays(s), time))
+        s.trouble = "the motion of a wall has no finite value";
+    if (s.supports) s.supports->gather(node_arrays(s));
+    return sound && s.trouble.empty();
 }
 
 void find_velocities(const Job& job, ExplicitState& s) {
@@ -164,15 +187,21 @@ void find_velocities(const Job& job, ExplicitState& s) {
     auto book = [&](Work& work, std::array<double, 2> power, double factor) {
         work.add(start ? 0.0 : factor * power[0], factor * power[1]);
     };
-    book(s.damping_work, update_velocities(s), 1.0);
-    std::array<double, 2> driving{}, loads{};
+    std::array<double, 2> driving{}, loads{}, damping = update_velocities(s);
     if (!s.driven.empty()) driving = drive(job, s);
-    if (s.walls) s.walls->rub(contact_arrays(s), s.v_new.data());
+    if (s.supports) move_supports(s, driving, damping);
+    book(s.damping_work, damping, 1.0);
+    if (s.walls) s.walls->rub(contact_arrays(s, true), s.v_new.data());
     if (s.bodies) {
         advance_bodies(job, s, driving, loads);
         book(s.rigid_work, loads, half);
     }
     book(s.support_work, driving, half);
+    if (s.supports) s.supports->follow(s.v_new.data());
+    if (s.loads) {
+        const double* F = s.F.data();
+        book(s.load_work, {s.loads->power(F, s.v.data()), s.loads->power(F, s.v_new.data())}, half);
+    }
     if (s.walls) {
         book(s.wall_work, s.walls->power(s.v.data(), s.v_new.data()), half);
     }
@@ -186,11 +215,13 @@ void explicit_step(Job& job, ExplicitState& s) {
                        step, s.time_num);
     if (!s.velocities_known) find_velocities(job, s);
     s.velocities_known = false;
+    if (!s.trouble.empty()) return stop(job, s, formatted("step %ld: ", step) + s.trouble);
     const bool finite = move(s);
     if (s.bodies) {
         s.bodies->arrive(s.u, s.du, s.x, s.X);
         s.bodies->print_velocities(job.progress);
     }
+    if (s.supports) s.supports->arrive(node_arrays(s));
     s.step = step;
     const bool sound = find_forces(s);
     if (!finite) {
@@ -202,7 +233,7 @@ void explicit_step(Job& job, ExplicitState& s) {
              e >= 0 ? formatted("the run diverges in step %ld: element %d of part %s has a point "
                                 "whose volume is no longer positive",
                                 step, e + 1, part_of(job, e).c_str())
-                    : formatted("step %ld: the motion of a wall has no finite value", step));
+                    : formatted("step %ld: ", step) + s.trouble);
     } else {
         if (step % s.output_frequency == 0 && job.run.mode_num() < s.out_time_num) store_frame(job, s);
         check_shapes(job, s);

@@ -24,10 +24,8 @@ bool check_materials(Job& job) {
                 RunStatus::bad_input,
                 formatted("material %s: Poisson's ratio %g: large strains want it above -1 and below 0.5",
                           m.name.c_str(), m.poisson));
-        if (m.yield_stress > 0 && m.hardening < 0)
-            return job.fail(RunStatus::bad_input,
-                            formatted("material %s: Sd=%g: the hardening modulus must not be negative",
-                                      m.name.c_str(), m.hardening));
+        if (const std::string wrong = wrong_plastic_constant(m); !wrong.empty())
+            return job.fail(RunStatus::bad_input, wrong);
     }
     if (!(job.settings.nl_conv > 0) || !std::isfinite(job.settings.nl_conv))
         return job.fail(
@@ -48,18 +46,13 @@ bool check_memory(Job& job, std::size_t increments) {
 }
 
 // The materials as the points take them; says which law runs where the control file leaves a doubt.
-std::vector<J2Material<double>> point_materials(Job& job) {
-    std::vector<J2Material<double>> materials;
+std::vector<PlasticMaterial> point_materials(Job& job) {
+    std::vector<PlasticMaterial> materials;
     bool yields = false;
     for (const Material& m : job.model.materials) {
-        J2Material<double> point = j2_material(m, true);
-        yields = yields || m.yield_stress > 0;
-        if (m.yield_stress > 0 && m.shear_modulus > 0) {
-            if (std::abs(m.shear_modulus - point.shear) > 1e-3 * point.shear)
-                job.note(formatted("material %s: G=%g is used, E and Poisson's ratio would give %g",
-                                   m.name.c_str(), m.shear_modulus, point.shear));
-            point.shear = m.shear_modulus;
-        }
+        PlasticMaterial point = j2_material(m, true);
+        yields = yields || has_yield_stress(m);
+        if (has_yield_stress(m) && m.shear_modulus > 0 && !m.elastic_shear) point.shear = m.shear_modulus;
         materials.push_back(point);
     }
     if (yields && !job.model.control.plastic)
@@ -268,7 +261,7 @@ bool work(Job& job, NonlinearHistory& history) {
     job.clock.begin("assemble");
     if (!check_bodies(job, freedoms.rigid) || !number_freedoms(job, freedoms)) return false;
     build_elasticity(job.model.materials, job.progress);  // its line only: points have a law of their own
-    const std::vector<J2Material<double>> materials = point_materials(job);
+    const std::vector<PlasticMaterial> materials = point_materials(job);
     std::vector<std::int32_t> material;
     for (std::int32_t part : job.mesh().p_ele_part_id) material.push_back(job.model.parts[part].material_id);
     FiniteBody body{job.mesh(), material, materials, job.threads()};

@@ -76,6 +76,7 @@ public slots:
     void slotsExecEigenSubspace();
     void slotsExecEigenLanczos();
     void slotsExecNonlinearStatic();
+    void slotsExecBuckling();
     void slotsModeNumberChanged(int number);
     void slotsModeScaleChanged(double scale);
     void slotsTransChanged(double opacity);

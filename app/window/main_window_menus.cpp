@@ -65,6 +65,7 @@ void MainWindow::make_menus() {
     remove_factor_ = analysis->addAction("Remove &Factor Files");
     remove_factor_->setStatusTip("Remove the files of the factor from the log folder after each run");
     remove_factor_->setCheckable(true);
+    analysis->addAction(add_action("&Buckling", "", &MainWindow::slotsExecBuckling));
 
     menuBar()->addMenu("&Result")->addAction(
         add_action("&Start Animation", "", &MainWindow::start_animation));

@@ -39,6 +39,10 @@ QString outcome(const RunReport& report) {
         return QString("%1 modes, the first at %2 Hz")
             .arg(report.modes.size())
             .arg(report.modes.front().frequency, 0, 'g', 5);
+    if (!report.buckling.factors.empty())
+        return QString("%1 load factors, the first is %2")
+            .arg(report.buckling.factors.size())
+            .arg(report.buckling.factors.front().factor, 0, 'g', 5);
     if (report.largest_displacement.node > 0)
         return QString("largest displacement %1 m at node %2, largest Mises stress %3 Pa at node %4")
             .arg(report.largest_displacement.value, 0, 'e', 3)
@@ -196,6 +200,10 @@ void MainWindow::slotsExecEigenLanczos() {
 
 void MainWindow::slotsExecNonlinearStatic() {
     run_analysis("&Nonlinear Static");
+}
+
+void MainWindow::slotsExecBuckling() {
+    run_analysis("&Buckling");
 }
 
 void MainWindow::slotsExecExplicit() {

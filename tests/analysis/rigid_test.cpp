@@ -167,7 +167,7 @@ TEST_F(RigidAnalysis, SupportedMembersLeaveTheMotionsAboutThem) {
         const NodeElements around = elements_of_nodes(model.mesh);
         std::int32_t fn = model.mesh.dof_num();
         const DofNumbering numbering =
-            apply_boundary_conditions(model.boundary_conditions, model.mesh, around, fn, said);
+            apply_boundary_conditions(model.boundary_conditions, model.mesh, around, {}, fn, said);
         const RigidSystem rigid =
             build_rigid_system(model.rigid_elements, model.mesh, around, numbering.fixed_nodes);
         EXPECT_EQ(rigid.error, "");

@@ -123,7 +123,7 @@ TEST_P(AnyAnalysis, AStopAtAnyPlaceLeavesTheEarlierFile) {
 
 INSTANTIATE_TEST_SUITE_P(All, AnyAnalysis,
                          ::testing::Values("static", "eigen-subspace", "eigen-lanczos", "nonlinear",
-                                           "explicit"),
+                                           "explicit", "buckling"),
                          [](const auto& name) {
                              std::string text = name.param;
                              std::replace(text.begin(), text.end(), '-', '_');

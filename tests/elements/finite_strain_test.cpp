@@ -15,12 +15,14 @@ namespace {
 
 using testing::Tensor;
 
-J2Material<double> steel(double yield = 300e6, double hardening = 2e9) {
-    const Material m{.young = 206e9, .poisson = 0.3, .yield_stress = yield, .hardening = hardening};
+PlasticMaterial steel(double yield = 300e6, double hardening = 2e9, double kinematic = 0) {
+    Material m{.young = 206e9, .poisson = 0.3, .yield_stress = yield, .hardening = hardening};
+    m.kinematic = kinematic;
+    if (kinematic > 0 && yield > 0) m.hardening_table = {{{0, yield}, {0.004, 1.2 * yield}, {1, 2 * yield}}};
     return j2_material(m, true);
 }
 
-FiniteResponse respond(const J2Material<double>& m, Tensor F, const FinitePointState& from = {}) {
+FiniteResponse respond(const PlasticMaterial& m, Tensor F, const FinitePointState& from = {}) {
     for (int k = 0; k < 9; k += 4) F[k] -= 1;
     FiniteResponse out;
     EXPECT_TRUE(finite_response(m, F.data(), from, true, out));
@@ -49,13 +51,47 @@ TEST(FinitePoint, YieldsOnTheHardeningLineWithoutChangingItsVolume) {
     }
 }
 
+// Hand-computed: Sy = 300 MPa and a kinematic modulus alone. Stretched to E ln λ = Sy + something and back,
+// the bar yields again after 2 Sy; a table's cycle ends on its pairs.
+TEST(FinitePoint, YieldsOnItsCurveAndAboutItsBackstress) {
+    const double E = 206e9, Sy = 300e6;
+    for (const bool isotropic : {false, true}) {
+        Material record{.young = E, .poisson = 0.3, .yield_stress = Sy};
+        record.kinematic = isotropic ? 0 : 10e9;
+        if (isotropic) record.hardening_table = {{{0, Sy}, {0.001, 310e6}, {0.003, 350e6}}};
+        const auto m = j2_material(record, true);
+        // isochoric, so that q = σ - σ_lateral is Sy + H εp on the line: εp by hand from 3G (e - εp)
+        const auto stretched = [&](double e, FinitePointState& state) {
+            const double a = std::exp(e), b = std::exp(-e / 2);
+            const FiniteResponse r = respond(m, {a, 0, 0, 0, b, 0, 0, 0, b}, state);
+            state = r.state;
+            return r.tau[0] - r.tau[1];
+        };
+        FinitePointState state;
+        const double G3 = 3 * m.shear;
+        if (isotropic) {  // one step over two pieces: 3G (e - 0.002) = 330 MPa; then behind the table's end
+            EXPECT_NEAR(stretched(0.002 + 330e6 / G3, state), 330e6, 1);
+            EXPECT_NEAR(state.alpha, 0.002, 1e-12);
+            EXPECT_NEAR(stretched(0.01, state), 350e6, 1);
+            EXPECT_NEAR(state.alpha, 0.01 - 350e6 / G3, 1e-12);
+            continue;
+        }
+        const double strain = 0.01, eps = (G3 * strain - Sy) / (G3 + 10e9), top = Sy + 10e9 * eps;
+        EXPECT_NEAR(stretched(strain, state), top, 1);
+        const double back = strain - 2 * Sy / G3;  // Bauschinger: elastic over 2 Sy, not over 2 σ
+        EXPECT_NEAR(stretched(back + 1e-6, state), top - 2 * Sy + G3 * 1e-6, 1);
+        EXPECT_NEAR(state.alpha, eps, 1e-12);
+        EXPECT_NEAR(stretched(back - 1e-3, state), top - 2 * Sy - 1e-3 * G3 * 10e9 / (G3 + 10e9), 1);
+    }
+}
+
 // A distorted cell, its stresses and forces from its nodes' displacements.
 class FiniteElement : public ::testing::TestWithParam<testing::ElementForm> {
 protected:
     struct OneBody {
-        OneBody(const testing::ElementForm& of, double yield)
+        OneBody(const testing::ElementForm& of, double yield, double kinematic = 0)
             : mesh(testing::box_mesh({{1, 1, 1}, {1.0, 0.8, 1.3}, distort}, of.kind)),
-              materials{steel(yield)},
+              materials{steel(yield, 2e9, kinematic)},
               material(mesh.element_num(), 0),
               body{mesh, material, materials, 1} {
             body.form = of.form;
@@ -73,15 +109,16 @@ protected:
             EXPECT_EQ(update_stresses(body), -1);
         }
         Mesh mesh;
-        std::vector<J2Material<double>> materials;
+        std::vector<PlasticMaterial> materials;
         std::vector<std::int32_t> material;
         FiniteBody body;
     };
 };
 
 TEST_P(FiniteElement, HasTheExactSymmetricTangent) {
-    for (const bool plastic : {false, true}) {
-        OneBody one(GetParam(), plastic ? 300e6 : 0);
+    for (const double kinematic : {-1.0, 0.0, 20e9}) {
+        const bool plastic = kinematic >= 0;
+        OneBody one(GetParam(), plastic ? 300e6 : 0, kinematic);
         FiniteBody& body = one.body;
         std::mt19937 random(7);
         std::uniform_real_distribution<double> value(-0.03, 0.03);
@@ -116,8 +153,8 @@ TEST_P(FiniteElement, OnlyTurnsItsStressWhenTheBodyTurns) {
     const Tensor F1{1.02, 0.04, -0.03, 0.01, 0.97, 0.05, -0.02, 0.03, 1.04};
     const Tensor F2 = multiply3(Tensor{0.97, -0.02, 0.05, 0.04, 1.05, -0.01, 0.03, -0.04, 0.98}, F1);
     const Tensor R = testing::rotation(2.5);
-    for (const double yield : {0.0, 300e6}) {
-        OneBody one(GetParam(), yield);
+    for (const auto& [yield, kinematic] : {std::pair{0.0, 0.0}, {300e6, 0.0}, {300e6, 20e9}}) {
+        OneBody one(GetParam(), yield, kinematic);
         FiniteBody& body = one.body;
         one.deform(F1);
         body.commit();
@@ -154,7 +191,7 @@ TEST_P(FiniteElement, AnInvertedElementIsNamed) {
 TEST_P(FiniteElement, IsTheLinearElementAtRest) {
     OneBody one(GetParam(), 300e6);
     const ElementType& type = element_type(GetParam().kind);
-    const J2Material<double>& m = one.materials[0];
+    const PlasticMaterial& m = one.materials[0];
     const double lambda = m.bulk - 2.0 / 3.0 * m.shear;
     const int n = 3 * type.nodes;
     ElementPoints points;

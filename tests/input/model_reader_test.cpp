@@ -258,7 +258,7 @@ TEST(ModelReader, ErrorsNameTheToken) {
         {"1e5*x*time", "1e5*X", "1e5*X", "unknown name 'X'"}, {"1e5 y P*z", "1e5 y 0/0", "0/0", "a finite value"},
         {"FREE  1 2 P", "FREE  1 x P", "x", "unknown name 'x'"}, {"coupling=rigid", "coupling=stiff", "coupling=stiff", "coupling=rigid or"},
         {"case=base", "coupling=rigid", "coupling=rigid", "behind a remote load only"}, {"case=base", "reference=1", "reference=1", "a temperature only"},
-        {"0 3 4  2*50", "0*P 0 0  2*50", "0*P", "an axis that is not zero"}, {"reference=293", "reference=-1", "reference=-1", "of at least 0"},
+        {"0 3 4  2*50", "0*P 0 0  2*50", "0*P", "an axis that is not zero"}, {"reference=293", "reference=a", "reference=a", "unknown name"},
         {"1.35*(base+dead)", "7+dead", "7+dead+1.5*0.9*wind-crane/2", "a part of it is in no load case"},
         {"1.35*(base+dead)", "base*dead", "base*dead+1.5*0.9*wind-crane/2", "it is not linear"},
         {"1.35*(base+dead)", "sgn(dead)", "sgn(dead)+1.5*0.9*wind-crane/2", "it is not linear"},

@@ -63,7 +63,7 @@ public:
     SilentProgress silent;
     Mesh mesh;
     Freedoms freedoms;
-    std::vector<J2Material<double>> materials;
+    std::vector<PlasticMaterial> materials;
     std::vector<std::int32_t> material;
     FiniteBody body;
     Model model;

@@ -30,7 +30,7 @@ struct Supported : DofNumbering {
 Supported supported(const Mesh& mesh, std::span<const BoundaryCondition> records, Progress& progress) {
     std::int32_t fn_free = mesh.dof_num();
     DofNumbering numbering =
-        apply_boundary_conditions(records, mesh, elements_of_nodes(mesh), fn_free, progress);
+        apply_boundary_conditions(records, mesh, elements_of_nodes(mesh), {}, fn_free, progress);
     return {std::move(numbering), fn_free};
 }
 
@@ -106,14 +106,12 @@ const Material steel{.id = 0, .name = "S", .density = 7800, .young = 2e11, .pois
 
 struct Loaded : LoadVector {
     Mesh mesh;
-    DofNumbering numbering;
     double at(double x, double y, double z, int axis) const {
         const std::int32_t n = nearest_node(mesh, elements_of_nodes(mesh), std::array{x, y, z});
         EXPECT_EQ(triple(mesh.coordinates, n), (Vec3{x, y, z}));
-        const std::int32_t k = numbering.dof_map[3 * n + axis];
-        return k < 0 ? 0 : F[k];
+        return nodal[3 * n + axis];
     }
-    double sum() const { return std::accumulate(F.begin(), F.end(), 0.0); }
+    double sum() const { return std::accumulate(nodal.begin(), nodal.end(), 0.0); }
 };
 
 // With the nodes at z = 0 clamped.
@@ -123,9 +121,10 @@ Loaded load(const Mesh& mesh, const std::vector<AppliedForce>& forces, Progress&
     const Supported numbering = supported(mesh, std::span(&clamp, 1), silent);
     SparseKM km = testing::assemble(mesh, steel, build_elasticity(std::span(&steel, 1), silent));
     eliminate_fixed(numbering.dof_map, km, silent);
-    return {build_loads(forces, resolve_force_points(mesh, forces), mesh, elements_of_nodes(mesh), numbering,
+    const NodeElements around = elements_of_nodes(mesh);
+    return {build_loads(forces, resolve_force_points(mesh, forces), {mesh, around, numbering, {}},
                         diagonal_of(km), progress),
-            mesh, numbering};
+            mesh};
 }
 
 Loaded load(ElementKind kind, const std::vector<AppliedForce>& forces, Progress& progress) {
@@ -167,7 +166,7 @@ TEST(Loads, AreaForcesFollowTheStiffnessOnHexahedraAndAreEvenOnTetrahedra) {
     const Loaded nothing =
         load(ElementKind::tetrahedron10, {area_force({3, 4, 3, 4, 3, 4}, 0, 60)}, captured);
     EXPECT_EQ(nothing.records[0].reached, 0);
-    EXPECT_EQ(std::ranges::count(nothing.F, 0), std::ssize(nothing.F));
+    EXPECT_EQ(std::ranges::count(nothing.nodal, 0), std::ssize(nothing.nodal));
 }
 
 // Two faces with a common edge: the later record takes the edge's nodes, the first one keeps two thirds of

@@ -89,6 +89,7 @@ TEST(Legend, NamesWhatTheAnalysisShows) {
     const std::vector<double> known{0.5, 7, 12.344}, unknown{0, 0, 0}, from_0{0, 0.02};
     for (const auto& [type, contour, n_freq, frame, expected] : {
              std::tuple{eigen, 4, known, 3, "Mode3___12.34[Hz]"},
+             {buckling, 4, known, 3, "Mode3___Load factor 12.344"},
              {linear_static, 10, known, 1, "Stress zx"},
              {linear_static, 18, known, 1, ""},
              {nonlinear_static, 0, known, 2, "Displacement Mag., step 2/3"},

@@ -22,7 +22,7 @@ std::array<GLubyte, 128> diagonal_stripes() {
 }
 
 std::vector<double> arrow_places(const Picture& picture, const SceneTables& tables) {
-    if (tables.ana_type() != AnalysisType::eigen && picture.deformed()) {
+    if (!has_shapes(tables.ana_type()) && picture.deformed()) {
         std::vector<double> places;
         picture.place(tables, 0, places);
         return places;
@@ -101,7 +101,7 @@ std::vector<double> extent_points(const Picture& picture, const SceneTables& tab
     };
     add_mesh(0);
     add_rigid(0);
-    if (tables.ana_type() == AnalysisType::eigen && picture.deformed()) {
+    if (has_shapes(tables.ana_type()) && picture.deformed()) {
         add_mesh(phase_count / 2);
         add_rigid(phase_count / 2);
     }

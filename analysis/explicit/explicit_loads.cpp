@@ -1,0 +1,132 @@
+#include "analysis/explicit/explicit_loads.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "elements/element_type.h"
+#include "model/format.h"
+
+namespace kestralum {
+
+ExplicitLoads::ExplicitLoads(const Job& job, LoadSet loads, std::span<double> constant) : job_(job) {
+    const std::string& load_case = job.options.load_case;
+    std::vector<char> changes(constant.size(), 0);
+    for (LoadGroup& group : loads.groups) {
+        if (!acts_in_case(group.options.case_name, load_case)) continue;
+        if (!group.options.factor.varies) {
+            const double factor = load_factor(group.options, 0, Growth::whole);
+            for (std::size_t d = 0; d < constant.size(); ++d) constant[d] += factor * group.nodal[d];
+            continue;
+        }
+        Group& own = groups_.emplace_back(Group{group.options, {}, {}});
+        for (std::size_t d = 0; d < constant.size(); ++d) {
+            if (group.nodal[d] == 0) continue;
+            own.places.push_back(static_cast<std::int32_t>(4 * (d / 3) + d % 3));
+            own.values.push_back(group.nodal[d]);
+            changes[d] = 1;
+        }
+    }
+    const Mesh& mesh = job.mesh();
+    for (const Load* load : loads.surface) {
+        if (!acts_in_case(load->options.case_name, load_case)) continue;
+        Surface& own = surface_.emplace_back(Surface{load, {}});
+        FacePoints points;
+        for (const ElementFace& face : faces_of(mesh, *load)) {
+            face_points(mesh, face, {}, points);
+            own.nodes.insert(own.nodes.end(), points.node.begin(), points.node.begin() + points.nodes);
+        }
+        std::ranges::sort(own.nodes);
+        own.nodes.erase(std::ranges::unique(own.nodes).begin(), own.nodes.end());
+        for (const std::int32_t n : own.nodes)
+            for (std::size_t c = 0; c < 3; ++c) changes[3 * n + c] = 1;
+    }
+    for (std::size_t d = 0; d < changes.size(); ++d)
+        if (changes[d]) touched_.push_back(static_cast<std::int32_t>(4 * (d / 3) + d % 3));
+    if (!surface_.empty()) u_.assign(constant.size(), 0.0);
+    nodal_ = u_;
+}
+
+bool ExplicitLoads::take_factor(const LoadOptions& options, double time, double& factor) {
+    factor = load_factor(options, time, Growth::whole);
+    if (!std::isfinite(factor))
+        trouble_ =
+            formatted("a load's factor '%s' is %g at time %.6g", options.factor.text.c_str(), factor, time);
+    return std::isfinite(factor);
+}
+
+bool ExplicitLoads::set(double time, const double* u, double* F) {
+    for (const std::int32_t place : touched_) F[place] = constant_[place];
+    double factor = 1;
+    for (const Group& group : groups_) {
+        if (!take_factor(group.options, time, factor)) return false;
+        for (std::size_t k = 0; k < group.places.size(); ++k) F[group.places[k]] += factor * group.values[k];
+    }
+    for (const Surface& surface : surface_) {
+        if (!take_factor(surface.load->options, time, factor)) return false;
+        for (const std::int32_t n : surface.nodes)
+            for (std::size_t c = 0; c < 3; ++c) {
+                u_[3 * n + c] = u[4 * n + c];
+                nodal_[3 * n + c] = 0;
+            }
+        add_surface_load(job_.mesh(), *surface.load, time, u_, nodal_);
+        double sum = 0;  // of 0 · f: not a number where one is not finite
+        for (const std::int32_t n : surface.nodes)
+            for (std::size_t c = 0; c < 3; ++c) {
+                F[4 * n + c] += factor * nodal_[3 * n + c];
+                sum += 0 * F[4 * n + c];
+            }
+        if (sum != 0) {
+            trouble_ = formatted("load %s: it has no finite value everywhere on its faces at time %.6g",
+                                 surface.load->name.c_str(), time);
+            return false;
+        }
+    }
+    return true;
+}
+
+double ExplicitLoads::power(const double* F, const double* v) const {
+    double sum = 0;
+    for (const std::int32_t place : touched_) sum += (F[place] - constant_[place]) * v[place];
+    return sum;
+}
+
+ExplicitHeat::ExplicitHeat(const Job& job, const LoadSet& loads)
+    : job_(job), heatings_(heatings_of(loads, job.model, job.options.load_case)) {
+    const Mesh& mesh = job.mesh();
+    if (heatings_.empty()) return;
+    strain_.assign(std::size_t(mesh.element_num()) * element_type(mesh.element_type).points, 0.0);
+    for (const Heating& heating : heatings_) {
+        std::vector<double>& fixed = fixed_.emplace_back();
+        varies_ = varies_ || heating.load->value.varies || heating.load->options.factor.varies;
+        if (heating.load->value.varies) continue;
+        fixed.assign(strain_.size(), 0.0);
+        add_heating(heating, mesh, 0, 1, 1, fixed);
+    }
+}
+
+bool ExplicitHeat::set(double time, int threads, ElementBlocks& blocks) {
+    if (begun_ && !varies_) {
+        blocks.set_thermal(strain_, threads);
+        return true;
+    }
+    begun_ = true;
+    std::ranges::fill(strain_, 0.0);
+    for (std::size_t h = 0; h < heatings_.size(); ++h) {
+        const double factor = load_factor(heatings_[h].load->options, time, Growth::whole);
+        if (fixed_[h].empty())
+            add_heating(heatings_[h], job_.mesh(), time, factor, threads, strain_);
+        else
+            for (std::size_t p = 0; p < strain_.size(); ++p) strain_[p] += factor * fixed_[h][p];
+    }
+    double sum = 0;
+    for (const double strain : strain_) sum += 0 * strain;
+    if (sum == 0) {
+        blocks.set_thermal(strain_, threads);
+        return true;
+    }
+    trouble_ = formatted("load %s: its temperature or factor is not a finite number at time %.6g",
+                         heatings_.front().load->name.c_str(), time);
+    return false;
+}
+
+}  // namespace kestralum

@@ -1,0 +1,283 @@
+#include "analysis/explicit/explicit_supports.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "model/format.h"
+#include "system/support_springs.h"
+
+namespace kestralum {
+
+ExplicitSupports::ExplicitSupports(const Job& job, const NodeConstraints& constraints,
+                                   std::span<const double> stiffness, std::span<const double> lumped,
+                                   double damping)
+    : job_(job), constraints_(constraints), map_(constraints.map) {
+    if (!map_.empty()) turned_of_.assign(lumped.size() / 3, -1);
+    for (const std::int32_t n : map_.special_nodes()) {
+        if (map_.is_tied(n)) continue;
+        Turned node{.node = n, .axes = {}};
+        for (std::size_t c = 0; c < 3; ++c) {
+            const Vec3 axis = map_.axis(3 * n + static_cast<std::int32_t>(c));
+            double along = 0;  // the diagonal's part of the stiffness along the axis
+            for (std::size_t k = 0; k < 3; ++k) {
+                node.axes[3 * c + k] = axis[k];
+                along += axis[k] * axis[k] * stiffness[3 * n + k];
+            }
+            node.damping[c] = 2 * std::sqrt(along * lumped[3 * n]) * damping;
+        }
+        turned_of_[n] = static_cast<std::int32_t>(turned_.size());
+        turned_.push_back(node);
+    }
+    for (std::size_t k = 0; k < constraints.held.size(); ++k) {
+        const HeldDof& held = constraints.held[k];
+        const std::int32_t n = held.dof / 3, c = held.dof % 3;
+        const bool moves = std::ranges::any_of(held.parts, [&](const HeldDof::Part& part) {
+            return acts_in_case(job.model.boundary_conditions[part.record].options.case_name,
+                                job.options.load_case);
+        });
+        if (is_turned(n)) {
+            Turned& node = turned_[turned_of_[n]];
+            node.held[c] = true;
+            if (moves) node.motion[c] = static_cast<std::int32_t>(motions_.size());
+            if (moves) motions_.push_back({k});
+        } else if (moves) {
+            moved_.push_back({std::size_t(4 * n + c), {k}});
+        }
+    }
+}
+
+std::vector<std::size_t> ExplicitSupports::moved_places() const {
+    std::vector<std::size_t> places;
+    for (const Moved& moved : moved_) places.push_back(moved.place);
+    return places;
+}
+
+void ExplicitSupports::release(std::int32_t place) {
+    std::erase_if(moved_, [&](const Moved& m) { return m.place == static_cast<std::size_t>(place); });
+}
+
+double ExplicitSupports::displacement(const Motion& motion, double time) const {
+    return constraints_.displacement(constraints_.held[motion.held], job_.model.boundary_conditions,
+                                     job_.mesh(), time, job_.options.load_case);
+}
+
+bool ExplicitSupports::find_next(Motion& motion, double time) {
+    motion.now = motion.next;
+    motion.next = displacement(motion, time);
+    motion.velocity = (motion.next - motion.now) / d_time_;
+    if (std::isfinite(motion.next)) return true;
+    const HeldDof& held = constraints_.held[motion.held];
+    const double* x = job_.mesh().node(held.dof / 3);
+    trouble_ = formatted("support %s: its displacement at (%.6g, %.6g, %.6g) is %g at time %.6g",
+                         job_.model.boundary_conditions[held.record].name.c_str(), x[0], x[1], x[2],
+                         motion.next, time);
+    return false;
+}
+
+std::vector<std::string> ExplicitSupports::start(double d_time, const NodeArrays& at) {
+    d_time_ = d_time;
+    for (Turned& node : turned_)
+        for (std::size_t c = 0; c < 3; ++c) {
+            if (node.held[c]) continue;
+            const double per_step = at.mass[4 * node.node] / d_time, half = 0.5 * node.damping[c];
+            node.a[c] = (per_step - half) / (per_step + half);
+            node.b[c] = 1 / (per_step + half);
+        }
+    std::vector<std::string> displaced;
+    const auto stand = [&](Motion& motion) {
+        if (!find_next(motion, 0)) return;
+        const std::string& name = job_.model.boundary_conditions[constraints_.held[motion.held].record].name;
+        if (motion.next != 0 && std::ranges::find(displaced, name) == displaced.end())
+            displaced.push_back(name);
+    };
+    for (Moved& moved : moved_) {
+        stand(moved.motion);
+        at.u[moved.place] = at.du[moved.place] = moved.motion.next;
+        at.x[moved.place] = at.X[moved.place] + moved.motion.next;
+    }
+    for (Motion& motion : motions_) stand(motion);
+    for (const Turned& node : turned_)
+        for (std::size_t k = 0; k < 3; ++k) {
+            const std::size_t place = 4 * node.node + k;
+            double u = 0;
+            for (std::size_t c = 0; c < 3; ++c)
+                if (node.motion[c] >= 0) u += node.axes[3 * c + k] * motions_[node.motion[c]].next;
+            at.u[place] = at.du[place] = u;
+            at.x[place] = at.X[place] + u;
+        }
+    arrive(at);
+    return displaced;
+}
+
+void ExplicitSupports::project(double* v) const {
+    for (const Turned& node : turned_) {
+        double* of = v + 4 * std::ptrdiff_t(node.node);
+        Vec3 along{};
+        for (std::size_t c = 0; c < 3; ++c)
+            if (!node.held[c]) along[c] = dot(triple(node.axes, c), {of[0], of[1], of[2]});
+        for (std::size_t k = 0; k < 3; ++k)
+            of[k] = node.axes[k] * along[0] + node.axes[3 + k] * along[1] + node.axes[6 + k] * along[2];
+    }
+}
+
+void ExplicitSupports::gather(const NodeArrays& at) const {
+    const auto special = map_.special_nodes();
+    for (std::size_t s = 0; s < special.size(); ++s) {
+        if (!map_.is_tied(special[s])) continue;
+        for (std::size_t c = 0; c < 3; ++c) {
+            const std::size_t k = 4 * special[s] + c;
+            const double own = at.R[k] - at.F[k] - at.F_contact[k];
+            for (const auto& [master, weight] : map_.weights(s)) at.R[4 * master + c] += weight * own;
+            at.R[k] = at.F[k] + at.F_contact[k];
+        }
+    }
+}
+
+bool ExplicitSupports::advance(double next_time, const NodeArrays& at, Halves& driving, Halves& damping) {
+    const auto force_at = [&](std::size_t k) { return at.F[k] + at.F_contact[k] - at.R[k]; };
+    for (Motion& motion : motions_)
+        if (!find_next(motion, next_time)) return false;
+    for (const Turned& node : turned_) {
+        const std::size_t first = 4 * node.node;
+        const double m = at.mass[first];
+        Vec3 v_new{};
+        for (std::size_t c = 0; c < 3; ++c) {
+            const Vec3 axis = triple(node.axes, c);
+            const double v = dot(axis, {at.v[first], at.v[first + 1], at.v[first + 2]});
+            const double f = dot(axis, {force_at(first), force_at(first + 1), force_at(first + 2)});
+            double reached = node.a[c] * v + node.b[c] * f;
+            if (node.held[c]) {
+                reached = node.motion[c] < 0 ? 0 : motions_[node.motion[c]].velocity;
+                const double held = m * (reached - v) / d_time_ - f;
+                driving[0] += held * v;
+                driving[1] += held * reached;
+            } else {
+                const double resisted = 0.5 * node.damping[c] * (v + reached);
+                damping[0] += resisted * v;
+                damping[1] += resisted * reached;
+            }
+            for (std::size_t k = 0; k < 3; ++k) v_new[k] += axis[k] * reached;
+        }
+        for (std::size_t k = 0; k < 3; ++k) at.v_new[first + k] = v_new[k];
+    }
+    for (Moved& moved : moved_) {
+        if (!find_next(moved.motion, next_time)) return false;
+        const std::size_t k = moved.place;
+        const double v = at.v[k], reached = at.v_new[k] = moved.motion.velocity;
+        const double held = at.mass[k] * (reached - v) / d_time_ - force_at(k);
+        driving[0] += held * v;
+        driving[1] += held * reached;
+    }
+    return true;
+}
+
+void ExplicitSupports::follow(double* v_new) const {
+    const auto special = map_.special_nodes();
+    for (std::size_t s = 0; s < special.size(); ++s) {
+        if (!map_.is_tied(special[s])) continue;
+        for (std::size_t c = 0; c < 3; ++c) {
+            double sum = 0;
+            for (const auto& [master, weight] : map_.weights(s)) sum += weight * v_new[4 * master + c];
+            v_new[4 * special[s] + c] = sum;
+        }
+    }
+}
+
+void ExplicitSupports::arrive(const NodeArrays& at) const {
+    for (const Moved& moved : moved_) {
+        at.u[moved.place] = moved.motion.next;
+        at.x[moved.place] = at.X[moved.place] + moved.motion.next;
+    }
+    const auto special = map_.special_nodes();
+    for (std::size_t s = 0; s < special.size(); ++s) {
+        if (!map_.is_tied(special[s])) continue;
+        for (std::size_t c = 0; c < 3; ++c) {
+            const std::size_t k = 4 * special[s] + c;
+            at.u[k] = at.du[k] = 0;
+            for (const auto& [master, weight] : map_.weights(s)) {
+                at.u[k] += weight * at.u[4 * master + c];
+                at.du[k] += weight * at.du[4 * master + c];
+            }
+            at.x[k] = at.X[k] + at.u[k];
+        }
+    }
+}
+
+Vec3 ExplicitSupports::reaction(const NodeArrays& at, double d_time) const {
+    Vec3 sum{};
+    const auto held_at = [&](std::size_t k) {
+        return at.mass[k] * (at.v_new[k] - at.v[k]) / d_time + at.R[k] - at.F[k] - at.F_contact[k];
+    };
+    for (const Moved& moved : moved_) sum[moved.place % 4] += held_at(moved.place);
+    for (const Turned& node : turned_) {
+        const std::size_t k = 4 * node.node;
+        const Vec3 force{held_at(k), held_at(k + 1), held_at(k + 2)};
+        for (std::size_t c = 0; c < 3; ++c)
+            if (node.held[c]) sum = plus(sum, times(dot(triple(node.axes, c), force), triple(node.axes, c)));
+    }
+    return sum;
+}
+
+std::string SpringSet::collect(const Job& job, const NodeElements& node_elements) {
+    return all_springs(job.model, job.mesh(), node_elements,
+                       [this](std::span<const std::int32_t> nodes, std::span<const double> block) {
+                           first_node_.push_back(nodes_.size());
+                           first_value_.push_back(values_.size());
+                           nodes_.insert(nodes_.end(), nodes.begin(), nodes.end());
+                           values_.insert(values_.end(), block.begin(), block.end());
+                       });
+}
+
+template <typename Visit>
+void SpringSet::each(Visit visit) const {
+    for (std::size_t b = 0; b < first_node_.size(); ++b) {
+        const std::size_t last = b + 1 < first_node_.size() ? first_node_[b + 1] : nodes_.size();
+        const std::int32_t* node = nodes_.data() + first_node_[b];
+        const double* value = values_.data() + first_value_[b];
+        const std::size_t size = 3 * (last - first_node_[b]);
+        for (std::size_t i = 0; i < size; ++i)
+            for (std::size_t j = 0; j < size; ++j)
+                visit(3 * std::size_t(node[i / 3]) + i % 3, 3 * std::size_t(node[j / 3]) + j % 3,
+                      value[i * size + j]);
+    }
+}
+
+namespace {
+
+std::size_t place_of_dof(std::size_t dof) {
+    return 4 * (dof / 3) + dof % 3;
+}
+
+}  // namespace
+
+void SpringSet::add_forces(const double* u, double* R) const {
+    each([&](std::size_t i, std::size_t j, double k) { R[place_of_dof(i)] += k * u[place_of_dof(j)]; });
+}
+
+double SpringSet::energy(const double* u) const {
+    double sum = 0;
+    each([&](std::size_t i, std::size_t j, double k) {
+        sum += 0.5 * k * u[place_of_dof(i)] * u[place_of_dof(j)];
+    });
+    return sum;
+}
+
+Vec3 SpringSet::force(const double* u) const {
+    Vec3 sum{};
+    each([&](std::size_t i, std::size_t j, double k) { sum[i % 3] -= k * u[place_of_dof(j)]; });
+    return sum;
+}
+
+void SpringSet::add_diagonal(std::span<double> stiffness) const {
+    each([&](std::size_t i, std::size_t j, double k) { stiffness[i] += i == j ? k : 0; });
+}
+
+double SpringSet::rate(std::span<const double> mass) const {
+    std::vector<double> row(mass.size(), 0.0);
+    each([&](std::size_t i, std::size_t j, double k) {
+        if (mass[i] > 0 && mass[j] > 0) row[i] += std::abs(k) / std::sqrt(mass[i] * mass[j]);
+    });
+    return row.empty() ? 0 : std::ranges::max(row);
+}
+
+}  // namespace kestralum

@@ -1,0 +1,368 @@
+#!/usr/bin/env python3
+"""Writes the meshes of verify/ anew, as Gmsh files of format 2.2: scripts/verify_meshes.py [FOLDER]
+
+A mesh is a grid of cells over (u, v, w) that a function places in space: 8-node hexahedra, or six 10-node
+tetrahedra a cell whose mid-side nodes stand on the curved surfaces too. Sides of the grid are named groups.
+"""
+import itertools
+import math
+import os
+import sys
+
+GMSH = {"hexahedron": 5, "tetrahedron": 11, "quadrangle": 3, "triangle": 9}
+
+
+def steps(n, ratio=1.0):
+    """n intervals from 0 to 1 whose last one is `ratio` times the first."""
+    q = ratio ** (1 / (n - 1)) if n > 1 else 1.0
+    ends = [0.0]
+    for k in range(n):
+        ends.append(ends[-1] + q**k)
+    return [e / ends[-1] for e in ends]
+
+
+def lattice(lines):
+    """The lines with the middle of each interval between them."""
+    out = [lines[0]]
+    for a, b in zip(lines, lines[1:]):
+        out += [(a + b) / 2, b]
+    return out
+
+
+def write_msh(path, nodes, solids, faces, volumes=None):
+    """nodes: places; solids: (kind, nodes from 0, volume group or None); faces: {group: [(kind, nodes)]}."""
+    names = sorted({group for _, _, group in solids}) + list(faces)
+    number = {name: k + 1 for k, name in enumerate(names)}
+    rows = [(kind, number[group], ids) for kind, ids, group in solids]
+    rows += [(kind, number[group], ids) for group in faces for kind, ids in faces[group]]
+    with open(path, "w") as out:
+        print("$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$PhysicalNames", file=out)
+        print(len(names), file=out)
+        for name in names:
+            print(2 if name in faces else 3, number[name], f'"{name}"', file=out)
+        print("$EndPhysicalNames\n$Nodes", file=out)
+        print(len(nodes), file=out)
+        for k, place in enumerate(nodes):
+            print(k + 1, *(f"{c + 0.0:.12g}" if abs(c) > 1e-14 else "0" for c in place), file=out)
+        print("$EndNodes\n$Elements", file=out)
+        print(len(rows), file=out)
+        for k, (kind, group, ids) in enumerate(rows):
+            print(k + 1, GMSH[kind], 2, group, group, *(i + 1 for i in ids), file=out)
+        print("$EndElements", file=out)
+
+
+def kuhn(i, j, k):
+    """The six tetrahedra of the cell at lattice point (i, j, k), corners two lattice steps apart."""
+    for order in itertools.permutations(range(3)):
+        at, corners = [i, j, k], [(i, j, k)]
+        for axis in order:
+            at[axis] += 2
+            corners.append(tuple(at))
+        if order in ((0, 2, 1), (1, 0, 2), (2, 1, 0)):
+            corners[2], corners[3] = corners[3], corners[2]
+        yield corners
+
+
+def midpoint(a, b):
+    return tuple((p + q) // 2 for p, q in zip(a, b))
+
+
+def with_middles(c):
+    """Corners and mid-side nodes of a tetrahedron (4) or triangle (3) in Gmsh's order."""
+    pairs = [(0, 1), (1, 2), (0, 2)] if len(c) == 3 else [(0, 1), (1, 2), (0, 2), (0, 3), (2, 3), (1, 3)]
+    return list(c) + [midpoint(c[a], c[b]) for a, b in pairs]
+
+
+def on_side(points, side, size):
+    axis, end = "uvw".index(side[0]), side[1] == "1"
+    return all(p[axis] == (size[axis] if end else 0) for p in points)
+
+
+HEX_FACES = [(0, 3, 2, 1), (4, 5, 6, 7), (0, 1, 5, 4), (1, 2, 6, 5), (2, 3, 7, 6), (3, 0, 4, 7)]
+TET_FACES = [(0, 2, 1), (0, 1, 3), (1, 2, 3), (2, 0, 3)]
+
+
+def grid_mesh(path, kind, lines, place, sides, group=lambda u, v, w: "BODY", closed=False):
+    """lines: three lists of u, v, w; sides: {name: "u0" "u1" "v0" ...}; group: volume group of a cell's middle;
+    closed: v = 1 is v = 0 again."""
+    at = [lattice(line) for line in lines]
+    size = [len(a) - 1 for a in at]
+    number, nodes, solids = {}, [], []
+    faces = {name: [] for name in sides}
+
+    def node(p):
+        if closed and p[1] == size[1]:
+            p = (p[0], 0, p[2])
+        if p not in number:
+            number[p] = len(nodes)
+            nodes.append(place(*(at[c][p[c]] for c in range(3))))
+        return number[p]
+
+    def add_faces(element, table, face_kind):
+        for face in table:
+            points = [element[c] for c in face]
+            for name, side in sides.items():
+                if on_side(points, side, size):
+                    if face_kind == "triangle":
+                        points = with_middles(points)
+                    faces[name].append((face_kind, [node(p) for p in points]))
+
+    for k, j, i in itertools.product(*(range(0, size[c], 2) for c in (2, 1, 0))):
+        volume = group(*(at[c][p + 1] for c, p in enumerate((i, j, k))))
+        if kind == "hex":
+            ring = [(0, 0), (2, 0), (2, 2), (0, 2)]
+            cell = [(i + a, j + b, k + c) for c in (0, 2) for a, b in ring]
+            solids.append(("hexahedron", [node(p) for p in cell], volume))
+            add_faces(cell, HEX_FACES, "quadrangle")
+            continue
+        for corners in kuhn(i, j, k):
+            solids.append(("tetrahedron", [node(p) for p in with_middles(corners)], volume))
+            add_faces(corners, TET_FACES, "triangle")
+    write_msh(path, nodes, solids, faces)
+
+
+# ---------------------------------------------------------------------------------------------------- shapes
+
+
+def box(x, y, z):
+    return lambda u, v, w: (u * x, v * y, w * z)
+
+
+def ellipses(z0, z1):
+    """LE1, LE10: u from the inner ellipse to the outer one, v from the x axis to the y axis, w up."""
+
+    def place(u, v, w):
+        c, s = math.cos(v * math.pi / 2), math.sin(v * math.pi / 2)
+        a, b = 2 + u * 1.25, 1 + u * 1.75
+        return (a * c, b * s, z0 + w * (z1 - z0))
+
+    return place
+
+
+def ring(r0, r1, angle, length, start=0.0):
+    """u outwards, v around from `start`, w along z; angles in degrees."""
+
+    def place(u, v, w):
+        r, t = r0 + u * (r1 - r0), math.radians(start + v * angle)
+        return (r * math.cos(t), r * math.sin(t), w * length)
+
+    return place
+
+
+def le11(u, v, w):
+    """LE11: u from the inner surface to the outer one, v around z, w along the meridian: sphere to w = 0.4,
+    taper to 0.8, cylinder to 1."""
+    r0 = 0.5**0.5
+    if w <= 0.4:
+        s = w / 0.4
+        inner = (math.cos(s * math.pi / 4), math.sin(s * math.pi / 4))
+        top = math.asin(0.5)
+        outer = (1.4 * math.cos(s * top), 1.4 * math.sin(s * top))
+    elif w <= 0.8:
+        s = (w - 0.4) / 0.4
+        inner = (r0, r0 + s * (1.39 - r0))
+        outer = (1.4 * math.cos(math.asin(0.5)) * (1 - s) + s, 0.7 + s * 0.69)
+    else:
+        s = (w - 0.8) / 0.2
+        inner, outer = (r0, 1.39 + s * 0.4), (1.0, 1.39 + s * 0.4)
+    r, z = (inner[c] + u * (outer[c] - inner[c]) for c in range(2))
+    t = v * math.pi / 2
+    return (r * math.cos(t), r * math.sin(t), z)
+
+
+def slanted_beam(slant):
+    """MacNeal and Harder's straight beam 6 x 0.2 x 0.1: slant(k) is the way that the k-th of the seven lines
+    across the depth leans, in units of the depth at 45 degrees."""
+
+    def place(u, v, w):
+        x = 6 * u
+        k = math.floor(x + 1e-9)
+        f = x - k
+        lean = (1 - f) * slant(k) + (f * slant(k + 1) if f > 1e-9 else 0)
+        return (x + lean * 0.2 * (v - 0.5), 0.2 * v, 0.1 * w)
+
+    return place
+
+
+def twisted(u, v, w):
+    """Length 12 along x, width 1.1, depth 0.32, turned by 90 degrees about x from the root to the tip: the width
+    lies along z at the root and along y at the tip."""
+    t = math.pi / 2 * (1 - u)
+    y, z = 1.1 * (v - 0.5), 0.32 * (w - 0.5)
+    return (12 * u, y * math.cos(t) - z * math.sin(t), y * math.sin(t) + z * math.cos(t))
+
+
+def roof(u, v, w):
+    """A quarter of the Scordelis-Lo roof: u around from the crown to the free edge, v along y from the diaphragm to
+    the middle, w through the thickness; z upwards."""
+    r, t = 24.875 + 0.25 * w, math.radians(40 * u)
+    return (r * math.sin(t), 25 * v, r * math.cos(t))
+
+
+def cook(u, v, w):
+    return (48 * u, (1 - u) * 44 * v + u * (44 + 16 * v), 0.5 * w)
+
+
+PATCH_INNER = [
+    (0.249, 0.342, 0.192), (0.826, 0.288, 0.288), (0.850, 0.649, 0.263), (0.273, 0.750, 0.230),
+    (0.320, 0.186, 0.643), (0.677, 0.305, 0.683), (0.788, 0.693, 0.644), (0.165, 0.745, 0.702),
+]
+
+
+def wedge(u, v, w):
+    """A plate 0.1 thick with a side that leans from (0, 0) to (0.2, 0.4) and three sides along the axes."""
+    return ((1 - u) * 0.2 * v + u * 0.8, 0.4 * v, 0.1 * w)
+
+
+def turned(degrees, place):
+    c, s = math.cos(math.radians(degrees)), math.sin(math.radians(degrees))
+
+    def out(u, v, w):
+        x, y, z = place(u, v, w)
+        return (c * x - s * y, s * x + c * y, z)
+
+    return out
+
+
+def patch_mesh(path, kind):
+    """MacNeal and Harder's solid patch: a distorted hexahedron inside a unit cube and six around it. As tetrahedra:
+    each face cut from its lowest node, each hexahedron filled from its middle."""
+    ring4 = [(0, 0), (1, 0), (1, 1), (0, 1)]
+    nodes = [(float(a), float(b), float(c)) for c in (0, 1) for a, b in ring4] + PATCH_INNER
+    inner = list(range(8, 16))
+    cells = [inner] + [[f[0], f[3], f[2], f[1], f[0] + 8, f[3] + 8, f[2] + 8, f[1] + 8] for f in HEX_FACES]
+    outer = [list(f) for f in HEX_FACES]
+    if kind == "hex":
+        write_msh(path, nodes, [("hexahedron", c, "BODY") for c in cells],
+                  {"SKIN": [("quadrangle", f) for f in outer]})
+        return
+    middles = {}
+
+    def middle(a, b):
+        key = (min(a, b), max(a, b))
+        if key not in middles:
+            middles[key] = len(nodes)
+            nodes.append(tuple((p + q) / 2 for p, q in zip(nodes[a], nodes[b])))
+        return middles[key]
+
+    def triangles(face):
+        low = face.index(min(face))
+        f = face[low:] + face[:low]
+        return [(f[0], f[1], f[2]), (f[0], f[2], f[3])]
+
+    def quadratic(c):
+        pairs = [(0, 1), (1, 2), (0, 2)] if len(c) == 3 else [(0, 1), (1, 2), (0, 2), (0, 3), (2, 3), (1, 3)]
+        return list(c) + [middle(c[a], c[b]) for a, b in pairs]
+
+    solids = []
+    for cell in cells:
+        centre = len(nodes)
+        nodes.append(tuple(sum(nodes[n][c] for n in cell) / 8 for c in range(3)))
+        for face in HEX_FACES:
+            for a, b, c in triangles([cell[n] for n in face]):
+                solids.append(("tetrahedron", quadratic([a, c, b, centre]), "BODY"))
+    skin = [("triangle", quadratic(t)) for f in outer for t in triangles(f)]
+    write_msh(path, nodes, solids, {"SKIN": skin})
+
+
+# ---------------------------------------------------------------------------------------------------- the cases
+
+
+def nafems():
+    for name, z0, z1, cells in (
+        ("le10_hex", -0.3, 0.3, ("hex", steps(20, 3), steps(16, 3), steps(12))),
+        ("le10_tet", -0.3, 0.3, ("tet", steps(5, 2), steps(7, 2), steps(2))),
+        ("le1_hex", 0, 0.05, ("hex", steps(14, 4), steps(20, 4), steps(1))),
+        ("le1_tet", 0, 0.05, ("tet", steps(6, 3), steps(9, 3), steps(1))),
+    ):
+        sides = {"ON_X": "v0", "ON_Y": "v1", "OUTER": "u1", "BOTTOM": "w0", "TOP": "w1"}
+        grid_mesh(f"nafems/{name}.msh", cells[0], cells[1:], ellipses(z0, z1), sides)
+    sides = {"ON_X": "v0", "ON_Y": "v1", "BOTTOM": "w0", "TOP": "w1"}
+    grid_mesh("nafems/le11_hex.msh", "hex", (steps(6, 1.5), steps(12), steps(20)), le11, sides)
+    grid_mesh("nafems/le11_tet.msh", "tet", (steps(5, 1.5), steps(6), steps(20)), le11, sides)
+    sides = {"SIDE_X0": "u0", "SIDE_X1": "u1", "SIDE_Y0": "v0", "SIDE_Y1": "v1"}
+    grid_mesh("nafems/fv52_tet.msh", "tet", (steps(6), steps(6), steps(2)),
+              lambda u, v, w: (10 * u, 10 * v, w - 0.5), sides)
+
+
+def macneal():
+    ends = {"ROOT": "u0", "TIP": "u1"}
+    beam = (steps(6), steps(1), steps(1))
+    slants = {"regular": lambda k: 0, "trapezoidal": lambda k: (1 if k % 2 else -1) if 0 < k < 6 else 0,
+              "parallelogram": lambda k: 1 if 0 < k < 6 else 0}
+    for name, slant in slants.items():
+        grid_mesh(f"macneal/beam_{name}_hex.msh", "hex", beam, slanted_beam(slant), ends)
+    straight = box(6, 0.2, 0.1)
+    grid_mesh("macneal/beam_fine_hex.msh", "hex", (steps(24), steps(8), steps(8)), straight, ends)
+    grid_mesh("macneal/beam_tet.msh", "tet", (steps(18), steps(4), steps(2)), straight, ends)
+    curve = ring(4.12, 4.32, 90, 0.1)
+    ends = {"ROOT": "v0", "TIP": "v1"}
+    grid_mesh("macneal/curved_hex.msh", "hex", (steps(1), steps(6), steps(1)), curve, ends)
+    grid_mesh("macneal/curved_fine_hex.msh", "hex", (steps(6), steps(24), steps(4)), curve, ends)
+    grid_mesh("macneal/curved_tet.msh", "tet", (steps(4), steps(20), steps(2)), curve, ends)
+    ends = {"ROOT": "u0", "TIP": "u1"}
+    grid_mesh("macneal/twisted_hex.msh", "hex", (steps(12), steps(2), steps(1)), twisted, ends)
+    grid_mesh("macneal/twisted_fine_hex.msh", "hex", (steps(24), steps(4), steps(2)), twisted, ends)
+    grid_mesh("macneal/twisted_tet.msh", "tet", (steps(12), steps(2), steps(1)), twisted, ends)
+    sides = {"DIAPHRAGM": "v0", "MIDDLE": "v1", "CROWN": "u0", "EDGE": "u1"}
+    grid_mesh("macneal/roof_hex.msh", "hex", (steps(16), steps(16), steps(1)), roof, sides)
+    grid_mesh("macneal/roof_tet.msh", "tet", (steps(14), steps(14), steps(1)), roof, sides)
+    sides = {"LEFT": "u0", "RIGHT": "u1", "BOTTOM": "w0"}
+    for n in (4, 16):
+        grid_mesh(f"macneal/cook{n}_hex.msh", "hex", (steps(n), steps(n), steps(1)), cook, sides)
+    grid_mesh("macneal/cook_tet.msh", "tet", (steps(8), steps(8), steps(1)), cook, sides)
+    radii = [(r - 3) / 6 for r in (3, 3.5, 4.2, 5.2, 6.75, 9)]
+    sides = {"INNER": "u0", "ON_X": "v0", "ON_Y": "v1", "BOTTOM": "w0", "TOP": "w1"}
+    for kind in ("hex", "tet"):
+        grid_mesh(f"macneal/cylinder_{kind}.msh", kind, (radii, steps(9), steps(1)), ring(3, 9, 90, 1), sides)
+        patch_mesh(f"macneal/patch_{kind}.msh", kind)
+
+
+def plastic():
+    grid_mesh("plastic/cantilever_tet.msh", "tet", (steps(1), steps(4), steps(20)), box(0.14, 0.2, 2),
+              {"ROOT": "w0", "TIP": "w1"})
+    grid_mesh("plastic/hinge_tet.msh", "tet", (steps(1), steps(8), steps(18, 8)), box(0.07, 0.2, 2),
+              {"ROOT": "w0", "TIP": "w1"})
+
+
+def buckling():
+    ends = {"ROOT": "w0", "TIP": "w1"}
+    grid_mesh("buckling/column_tet.msh", "tet", (steps(1), steps(1), steps(40)), box(0.03, 0.02, 1), ends)
+    sides = {"EDGE_X": "u1", "EDGE_Y": "v1"}
+    grid_mesh("buckling/plate_tet.msh", "tet", (steps(12), steps(12), steps(1)), box(0.5, 0.5, 0.01), sides)
+    sides = {"OUTER": "u1", "ON_X": "v0", "ON_Y": "v1", "BOTTOM": "w0"}
+    grid_mesh("buckling/ring_hex.msh", "hex", (steps(2), steps(32), steps(1)), ring(0.975, 1.025, 90, 0.05), sides)
+    grid_mesh("buckling/ring_tet.msh", "tet", (steps(1), steps(16), steps(1)), ring(0.975, 1.025, 90, 0.05), sides)
+
+
+def loads():
+    sides = {"INNER": "u0", "OUTER": "u1", "ON_X": "v0", "ON_Y": "v1", "BOTTOM": "w0", "TOP": "w1"}
+    disc, pipe = ring(0.1, 0.5, 90, 0.02), ring(0.05, 0.1, 90, 0.02)
+    grid_mesh("loads/disc_tet.msh", "tet", (steps(8, 4), steps(10), steps(1)), disc, sides)
+    grid_mesh("loads/pipe_tet.msh", "tet", (steps(4, 1.5), steps(6), steps(1)), pipe, sides)
+    sides = {"BORE": "u0", "RIM": "u1", "BOTTOM": "w0"}
+    for kind, across, around in (("hex", steps(16, 6), 80), ("tet", steps(4, 2), 32)):
+        grid_mesh(f"loads/bearing_{kind}.msh", kind, (across, steps(around), steps(1)), ring(0.02, 0.05, 360, 0.005),
+                  sides, closed=True)
+    ends = {"X0": "u0", "Y0": "v0", "LOW": "w0", "HIGH": "w1"}
+    grid_mesh("loads/bar_tet.msh", "tet", (steps(1), steps(1), steps(24)), box(0.02, 0.02, 1), ends)
+    grid_mesh("loads/follower_tet.msh", "tet", (steps(1), steps(1), steps(30)), box(0.02, 0.01, 1),
+              {"ROOT": "w0", "BELOW": "v0"})
+    grid_mesh("loads/bimetal_tet.msh", "tet", (steps(1), steps(2), steps(40)), box(0.005, 0.002, 0.2),
+              {"ROOT": "w0", "X0": "u0"}, group=lambda u, v, w: "STEEL" if v < 0.5 else "ALU")
+    sides = {"SLANT": "u0", "LOADED": "u1", "BELOW": "v0", "BACK": "w0"}
+    for kind in ("hex", "tet"):
+        grid_mesh(f"loads/wedge_{kind}.msh", kind, (steps(6), steps(4), steps(1)), wedge, sides)
+    sides = {"FOOT": "u0", "HEAD": "u1", "SIDE": "v0", "BACK": "w0"}
+    grid_mesh("loads/slanted_block_tet.msh", "tet", (steps(3), steps(2), steps(1)),
+              turned(30, box(0.3, 0.2, 0.1)), sides)
+    for name, n, z in (("low2", 2, 0), ("high4", 4, 0.05), ("high3", 3, 0.05)):
+        grid_mesh(f"loads/tied_{name}_tet.msh", "tet", (steps(n), steps(n), steps(1)),
+                  lambda u, v, w, z=z: (0.1 * u, 0.1 * v, z + 0.05 * w),
+                  {"X0": "u0", "Y0": "v0", "LOW": "w0", "HIGH": "w1"})
+
+
+if __name__ == "__main__":
+    os.chdir(sys.argv[1] if len(sys.argv) > 1 else os.path.join(os.path.dirname(__file__), "..", "verify"))
+    for make in (nafems, macneal, plastic, buckling, loads):
+        make()
