@@ -7,6 +7,7 @@
 #include "elements/element_type.h"
 #include "model/format.h"
 #include "model/free_faces.h"
+#include "model/load_cases.h"
 #include "model/mesh_sets.h"
 #include "system/job.h"
 
@@ -216,6 +217,16 @@ void add_surface_load(const Mesh& mesh, const Load& load, double time, std::span
     if (load.kind == LoadKind::pressure)
         return add_pressure(mesh, faces_of(mesh, load), load.value, time, 1, u, nodal);
     add_traction(mesh, faces_of(mesh, load), load.vector, time, nodal);
+}
+
+bool check_case(Job& job) {
+    const std::string& wanted = job.options.load_case;
+    if (wanted.empty() || std::ranges::count(case_names(job.model), wanted) > 0) return true;
+    const bool sum = std::ranges::any_of(job.model.combinations,
+                                         [&](const LoadCombination& c) { return c.name == wanted; });
+    return job.fail(RunStatus::bad_input,
+                    sum ? wanted + " is a combination: only the static analysis adds cases"
+                        : "no load case has the name " + wanted);
 }
 
 double load_factor(const LoadOptions& options, double time, Growth growth) {

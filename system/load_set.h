@@ -30,6 +30,9 @@ struct LoadSet {
     bool empty() const { return groups.empty() && surface.empty() && temperatures.empty(); }
 };
 
+// Whether the run's load case, where it names one, is a case of the model; false with status bad_input.
+bool check_case(Job& job);
+
 // The factor of a load at a time.
 double load_factor(const LoadOptions& options, double time, Growth growth);
 

@@ -28,7 +28,7 @@ void remark(Job& job, std::string line) {
 
 // Materials and settings that explicit stepping cannot do without.
 bool check_input(Job& job) {
-    if (!check_analysable(job)) return false;
+    if (!check_analysable(job) || !check_case(job)) return false;
     const AnalysisControl& c = job.model.control;
     const auto refuse = [&](std::string line) { return job.fail(RunStatus::bad_input, std::move(line)); };
     for (std::int32_t p : job.model.mesh.p_ele_part_id) {
