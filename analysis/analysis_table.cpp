@@ -1,5 +1,6 @@
 #include "analysis/analysis_table.h"
 
+#include "analysis/buckling/buckling_analysis.h"
 #include "analysis/eigen/eigen_analysis.h"
 #include "analysis/explicit/explicit_analysis.h"
 #include "analysis/nonlinear/nonlinear_analysis.h"
@@ -14,6 +15,7 @@ std::span<const AnalysisEntry> analysis_table() {
         {"eigen-lanczos", "&Eigen(Lanczos)", AnalysisType::eigen, analyse_eigen_lanczos},
         {"nonlinear", "&Nonlinear Static", AnalysisType::nonlinear_static, analyse_nonlinear},
         {"explicit", "&Explicit", AnalysisType::explicit_dynamics, analyse_explicit},
+        {"buckling", "&Buckling", AnalysisType::buckling, analyse_buckling},
     };
     return table;
 }

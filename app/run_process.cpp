@@ -48,7 +48,7 @@ std::optional<ResultsEnd> results_end(const std::string& text) {
     if (at == std::string::npos) return std::nullopt;
     TokenReader reader(std::string_view(text).substr(at + keyword.size()));
     const auto type = reader.next_int32();
-    if (!type || *type < 0 || *type > static_cast<std::int32_t>(AnalysisType::explicit_dynamics) ||
+    if (!type || *type < 0 || *type > static_cast<std::int32_t>(AnalysisType::buckling) ||
         reader.next() != "%" || reader.next() != "size_info")
         return std::nullopt;
     ResultsEnd end{static_cast<AnalysisType>(*type), {}};
@@ -78,6 +78,8 @@ const char* with_article(AnalysisType type) {
             return "a static analysis";
         case AnalysisType::nonlinear_static:
             return "a nonlinear analysis";
+        case AnalysisType::buckling:
+            return "a buckling analysis";
         case AnalysisType::explicit_dynamics:
             break;
     }

@@ -83,6 +83,12 @@ void print_stages(const RunReport& report, Progress& progress) {
     progress.summary("%-10s %10.3f\n", "total", total);
 }
 
+void print_work(const RunReport& report, Progress& progress) {
+    progress.summary("%-22s %lld factorizations, %lld right-hand sides solved\n", "work",
+                     static_cast<long long>(report.factorizations),
+                     static_cast<long long>(report.solved_columns));
+}
+
 void print_modes(const RunReport& report, Progress& progress) {
     progress.summary("%-6s %14s %10s   %s\n", "mode", "frequency [Hz]", "residual",
                      "effective mass x y z [kg] and its share so far [%]");
@@ -100,9 +106,21 @@ void print_modes(const RunReport& report, Progress& progress) {
         progress.summary("modes below %.6g Hz: %lld found, %lld counted\n", report.check_frequency,
                          static_cast<long long>(report.modes_found),
                          static_cast<long long>(report.modes_counted));
-    progress.summary("%-22s %lld factorizations, %lld right-hand sides solved\n", "work",
-                     static_cast<long long>(report.factorizations),
-                     static_cast<long long>(report.solved_columns));
+    print_work(report, progress);
+}
+
+void print_factors(const RunReport& report, Progress& progress) {
+    const BucklingReport& buckling = report.buckling;
+    print_forces("applied loads", report.applied, progress);
+    progress.summary("%-6s %16s %10s   (of the loads; shapes have a largest displacement of 1)\n", "mode",
+                     "load factor", "residual");
+    for (std::size_t j = 0; j < buckling.factors.size(); ++j)
+        progress.summary("%-6zu %16.8g %10.1e\n", j + 1, buckling.factors[j].factor,
+                         buckling.factors[j].residual);
+    if (buckling.check_factor > 0)
+        progress.summary("load factors below %.6g: %lld found, %lld counted\n", buckling.check_factor,
+                         static_cast<long long>(buckling.found), static_cast<long long>(buckling.counted));
+    print_work(report, progress);
 }
 
 void print_supports(const std::vector<SupportReaction>& supports, Progress& progress) {
@@ -176,19 +194,21 @@ void print_lost_load(const RunSummary& summary, Progress& progress) {
         "displacement is 0\n");
 }
 
-// What the frames of a static or eigen run hold at the nodes nearest to the probes; the other analyses have a
-// history.
+// What the frames of a static, eigen or buckling run hold at the nodes nearest to the probes; the other
+// analyses have a history.
 void print_probes(const Run& run, Progress& progress) {
     const auto& probes = run.origin.options.probes;
     if (has_steps(run.ana_type) || run.results.empty() || probes.empty()) return;
-    const bool modes = run.ana_type == AnalysisType::eigen;
+    const bool modes = has_shapes(run.ana_type);
+    const char* const scale = run.ana_type == AnalysisType::eigen ? ", modes of modal mass 1"
+                                                                  : ", shapes of a largest displacement of 1";
     const NodeElements around = elements_of_nodes(run.mesh);
     for (std::size_t k = 0; k < probes.size(); ++k) {
         const std::int32_t n = nearest_node(run.mesh, around, probes[k]);
         if (n < 0) return;
         const double* x = run.mesh.node(n);
         progress.summary("probe %-16zu node %d (%.6g, %.6g, %.6g)%s\n", k + 1, n + 1, x[0], x[1], x[2],
-                         modes ? ", modes of modal mass 1" : "");
+                         modes ? scale : "");
         for (std::size_t j = 0; j < run.results.size(); ++j) {
             const double* u = &run.results[j]->mode_vec[3 * std::int64_t{n}];
             const double mises =
@@ -246,6 +266,7 @@ void print_run_summary(const RunSummary& summary, Progress& progress) {
     if (report.dynamics.time_num > 0 || report.largest_displacement.node > 0)
         print_balance(summary, progress);
     if (!report.modes.empty()) print_modes(report, progress);
+    if (!report.buckling.factors.empty()) print_factors(report, progress);
     print_probes(summary.run, progress);
     if (report.negative_pivots > 0)
         progress.summary("%-22s %lld\n", "negative pivots", static_cast<long long>(report.negative_pivots));
@@ -320,6 +341,13 @@ void print_check(const Model& model, const ModelCheck& check, Progress& progress
                          check.support_nodes[k]);
     for (std::size_t k = 0; k < check.force_nodes.size(); ++k)
         progress.summary("%-22s %s: %d nodes\n", "force", model.forces[k].name.c_str(), check.force_nodes[k]);
+    for (const LoadFigures& load : check.loads) {
+        const std::string faces =
+            load.faces > 0 ? formatted("%zu faces of %.6g m^2, ", load.faces, load.area) : std::string();
+        progress.summary("%-22s %s: %s(%.6g, %.6g, %.6g) N\n", "load", load.name.c_str(), faces.c_str(),
+                         load.force[0], load.force[1], load.force[2]);
+    }
+    if (!model.ties.empty()) progress.summary("%-22s %d nodes\n", "tied", check.tied_nodes);
     for (std::size_t k = 0; k < check.rigid_members.size(); ++k)
         progress.summary("%-22s %s: %d nodes\n", "rigid element", model.rigid_elements[k].name.c_str(),
                          check.rigid_members[k]);

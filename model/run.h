@@ -21,12 +21,17 @@ enum class AnalysisType : std::int32_t {
     eigen = 0,
     linear_static = 1,
     nonlinear_static = 2,
-    explicit_dynamics = 3
+    explicit_dynamics = 3,
+    buckling = 4
 };
 
 // Its frames are states one after the other, each reached from the one before, with finite rotations.
 constexpr bool has_steps(AnalysisType type) {
-    return type >= AnalysisType::nonlinear_static;
+    return type == AnalysisType::nonlinear_static || type == AnalysisType::explicit_dynamics;
+}
+// Its frames are shapes of any size and sign.
+constexpr bool has_shapes(AnalysisType type) {
+    return type == AnalysisType::eigen || type == AnalysisType::buckling;
 }
 
 inline constexpr int stress_groups = 5;
@@ -60,6 +65,7 @@ struct RunOptions {
     std::optional<HexahedronForm> hexahedra;    // in place of the model's
     std::vector<double> factors;       // nonlinear: of the load, one per increment; empty: k/step_num
     std::string load_case;             // the case or combination that acts; empty: all loads
+    bool prestress = false;            // eigen: with the stiffness of the static state's stresses
     double subspace_tolerance = 1e-6;  // eigen: relative change of the frequencies in one round
     double lanczos_tolerance = 1e-9;   // eigen: |β s| / |θ| of the inverted operator
 };
@@ -86,7 +92,7 @@ struct Run {
                                            // empty where a file does not tell
     Mesh mesh;                             // renumbered
     std::vector<std::int32_t> force_node;  // per force of the model: resolve_force_points() on this mesh
-    std::vector<double> load;  // dof_num: nodal loads at load factor 1, N; empty in eigen analyses
+    std::vector<double> load;              // dof_num: nodal loads at load factor 1, N; empty where none act
     Results results;
     RunReport report;
 

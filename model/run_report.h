@@ -86,6 +86,17 @@ struct NonlinearReport {
     bool history_written = false;
 };
 
+struct LoadFactorReport {
+    double factor = 0;    // of all loads
+    double residual = 0;  // ‖(K + λG)φ‖ / ‖Kφ‖
+};
+
+struct BucklingReport {
+    std::vector<LoadFactorReport> factors;  // ascending, above zero
+    double check_factor = 0;                // the completeness check's, 0 = no check was possible
+    std::int64_t found = 0, counted = 0;    // factors in (0, check_factor)
+};
+
 // A frame of a static run: one load case or combination.
 struct CaseReport {
     std::string name;  // empty where there is but one
@@ -121,6 +132,7 @@ struct RunReport {
     double check_seconds = 0;
     std::int64_t factorizations = 0, solved_columns = 0, rounds = 0;
 
+    BucklingReport buckling;
     ExplicitReport dynamics;
     NonlinearReport nonlinear;
 

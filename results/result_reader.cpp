@@ -360,8 +360,7 @@ private:
 
     void read_ana_type(Run& run) {
         if (section("ana_type"))
-            run.ana_type =
-                number(AnalysisType::eigen, AnalysisType::explicit_dynamics, "an analysis type 0 … 3");
+            run.ana_type = number(AnalysisType::eigen, AnalysisType::buckling, "an analysis type 0 … 4");
     }
 
     void read_extent(Mesh& mesh) {

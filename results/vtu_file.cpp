@@ -44,16 +44,18 @@ void add_frame(const Frame& frame, const std::string& suffix, std::vector<VtuArr
     add("mises", 1, scalar(frame, 0));
 }
 
-// A static analysis has its result in frame 1; an eigen analysis has a mode in every frame.
+// A static analysis has its result in frame 1; an eigen or buckling analysis has a shape in every frame.
 std::vector<VtuArray> point_arrays(const Run& run) {
     std::vector<VtuArray> arrays;
     if (run.results.empty() || run.results.front()->mode_vec.empty()) return arrays;
-    if (run.ana_type != AnalysisType::eigen) {
+    if (!has_shapes(run.ana_type)) {
         add_frame(*run.results.front(), "", arrays);
         return arrays;
     }
+    const char* const name =
+        run.ana_type == AnalysisType::eigen ? "_mode%03zu_%.6gHz" : "_mode%03zu_factor%.6g";
     for (std::size_t k = 0; k < run.results.size(); ++k)
-        add_frame(*run.results[k], formatted("_mode%03zu_%.6gHz", k + 1, run.results[k]->n_freq), arrays);
+        add_frame(*run.results[k], formatted(name, k + 1, run.results[k]->n_freq), arrays);
     return arrays;
 }
 

@@ -6,6 +6,7 @@
 #include "elements/body_loads.h"
 #include "elements/element_type.h"
 #include "model/format.h"
+#include "model/free_faces.h"
 #include "model/load_cases.h"
 #include "model/mesh_sets.h"
 #include "system/job.h"
@@ -241,6 +242,24 @@ bool resolve_loads(Job& job, const Freedoms& freedoms, std::span<const double> s
         if (freedoms.numbering.selected[b] == 0)
             job.note("support " + job.model.boundary_conditions[b].name + ": selects no node");
     job.run.load = applied_loads(out, job.mesh(), {}, 1, Growth::whole, {}).nodal;
+    return true;
+}
+
+bool measure_loads(Job& job, std::vector<LoadFigures>& out) {
+    const Mesh& mesh = job.mesh();
+    for (const Load& load : job.model.loads) {
+        LoadFigures& figures = out.emplace_back();
+        figures.name = load.name;
+        const std::vector<ElementFace>& faces = faces_of(mesh, load);
+        figures.faces = faces.size();
+        for (const ElementFace& face : faces) figures.area += face_area(mesh, face);
+        std::vector<double> nodal(mesh.dof_num(), 0.0);
+        if (load.kind == LoadKind::pressure || varies_itself(load))
+            add_surface(mesh, load, 1, 1, {}, nodal);
+        else if (const std::string why = add_dead(job.model, mesh, load, nodal); !why.empty())
+            return job.fail(RunStatus::bad_input, "load " + load.name + ": " + why);
+        for (std::size_t d = 0; d < nodal.size(); ++d) figures.force[d % 3] += nodal[d];
+    }
     return true;
 }
 

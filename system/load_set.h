@@ -41,6 +41,16 @@ double load_factor(const LoadOptions& options, double time, Growth growth);
 // or turn. `stiffness` as build_loads(). False with the status set where a load cannot be made of its record.
 bool resolve_loads(Job& job, const Freedoms& freedoms, std::span<const double> stiffness, LoadSet& out);
 
+// What `check` tells of a load of load_info.
+struct LoadFigures {
+    std::string name;
+    std::size_t faces = 0;  // of its set
+    double area = 0;        // m^2
+    Vec3 force{};           // resultant at time 1 and factor 1, at rest, N; not of temperatures
+};
+// Of all loads. False with the status set as resolve_loads().
+bool measure_loads(Job& job, std::vector<LoadFigures>& out);
+
 // What acts at a time in one case (empty: all): nodal forces, and per rigid body force and moment about its
 // pivot.
 struct AppliedLoads {

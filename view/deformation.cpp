@@ -23,7 +23,7 @@ double scale_factor(AnalysisType ana_type, std::span<const double> vector, const
     const double largest = largest_displacement(vector);
     if (!std::isfinite(largest)) return 0;
     double factor = 1;
-    if (ana_type == AnalysisType::eigen) {
+    if (has_shapes(ana_type)) {
         if (!(largest > 0)) return 0;
         factor = mode_share * L / largest;
     } else if (ana_type == AnalysisType::linear_static && rule.auto_scale && largest > 0 &&
@@ -38,7 +38,7 @@ std::array<double, phase_count> phase_table(AnalysisType ana_type) {
     constexpr double two_pi = 6.283185307;
     std::array<double, phase_count> table;
     for (int k = 0; k < phase_count; ++k)
-        table[k] = ana_type == AnalysisType::eigen ? std::cos(k * two_pi / phase_count) : 1.0;
+        table[k] = has_shapes(ana_type) ? std::cos(k * two_pi / phase_count) : 1.0;
     return table;
 }
 

@@ -12,11 +12,11 @@ std::int32_t clamp_frame(std::int32_t frame, std::int32_t mode_num) {
 void advance(DisplayState& state, AnalysisType ana_type, std::int32_t mode_num) {
     switch (ana_type) {
         case AnalysisType::eigen:
+        case AnalysisType::buckling:
             state.phase = (state.phase + 1) % phase_count;
             break;
         case AnalysisType::linear_static:
-            state.frame = 1;
-            state.animation_running = false;
+            state.animation_running = false;  // its frames are load cases
             break;
         default:
             if (!state.animation_running) break;

@@ -14,6 +14,13 @@ std::string mark(const char* name, const Extreme& extreme) {
     return formatted("%s %.3e Node:%d", name, extreme.value, extreme.node);
 }
 
+// Of a frame with a name.
+std::string case_text(const Frame& shown, bool follows, std::int32_t frame, std::int32_t count) {
+    if (shown.name.empty()) return "";
+    const std::string text = std::string(follows ? ", load case " : "Load case ") + shown.name;
+    return count > 1 ? text + formatted(", %d/%d", frame, count) : text;
+}
+
 }  // namespace
 
 double frame_time(Frames frames, const AnalysisControl& control, std::int32_t frame) {
@@ -32,8 +39,10 @@ std::string legend_text(AnalysisType ana_type, std::int32_t contour, Frames fram
     switch (ana_type) {
         case AnalysisType::eigen:
             return formatted("%s%d%s%.2f%s", "Mode", frame, "___", shown->n_freq, "[Hz]");
+        case AnalysisType::buckling:
+            return formatted("Mode%d___Load factor %.6g", frame, shown->n_freq);
         case AnalysisType::linear_static:
-            return formatted("%s", text);
+            return formatted("%s", text) + case_text(*shown, text[0] != '\0', frame, mode_num(frames));
         case AnalysisType::nonlinear_static:
             return formatted("%s, step %d/%d", text, frame, mode_num(frames));
         case AnalysisType::explicit_dynamics:
@@ -50,7 +59,7 @@ ContourBar contour_bar(std::int32_t contour, AnalysisType ana_type, const ValueR
     if (!quantity || quantity->source == Source::none) return bar;
     bar.title = quantity->text;
     // modes are scaled freely: neither their displacement nor the stress from it has a unit
-    const bool has_unit = ana_type != AnalysisType::eigen || quantity->unit[0] == '-';
+    const bool has_unit = !has_shapes(ana_type) || quantity->unit[0] == '-';
     if (quantity->unit[0] != '\0')
         bar.title += has_unit ? formatted(" [%s]", quantity->unit) : " [mode amplitude]";
     const bool flat = !(range.high.value > range.low.value);

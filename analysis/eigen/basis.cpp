@@ -6,7 +6,7 @@
 
 namespace kestralum {
 
-Basis::Basis(EigenProblem& problem, std::int32_t widest)
+Basis::Basis(ShiftedPencil& problem, std::int32_t widest)
     : problem_(problem),
       n_(problem.n()),
       team_(problem.job().threads(), &problem.progress()),

@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "analysis/eigen/eigen_problem.h"
+#include "analysis/eigen/shifted_pencil.h"
 #include "solver/tall_blocks.h"
 
 namespace kestralum {
@@ -15,7 +15,7 @@ namespace kestralum {
 class Basis {
 public:
     // Borrows the problem. widest: columns of the blocks that are added.
-    Basis(EigenProblem& problem, std::int32_t widest);
+    Basis(ShiftedPencil& problem, std::int32_t widest);
 
     std::int32_t count() const { return static_cast<std::int32_t>(V_.size() / n_); }
     std::span<const double> vectors() const { return V_; }
@@ -35,7 +35,7 @@ public:
     bool combine(std::int32_t first, std::span<const double> S, std::int32_t k, std::vector<double>& out);
 
 private:
-    EigenProblem& problem_;
+    ShiftedPencil& problem_;
     std::size_t n_;
     RowTeam team_;
     TallBlocks tall_;

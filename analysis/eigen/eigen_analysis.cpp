@@ -10,6 +10,7 @@
 #include "analysis/eigen/rigid_motions.h"
 #include "analysis/eigen/subspace.h"
 #include "analysis/linear_run.h"
+#include "analysis/static/stress_stiffness.h"
 #include "elements/stresses.h"
 #include "model/format.h"
 
@@ -171,13 +172,57 @@ EigenOptions eigen_options(Job& job, const AssembledSystem& system) {
     return options;
 }
 
+// [K] with the stiffness of the stresses that the loads make: what a stressed body swings with.
+bool assemble_stressed(Job& job, AssembledSystem& system, int factors_on_disk,
+                       std::unique_ptr<BorderedFactor>& factor) {
+    StressStiffness stress;
+    if (!find_stress_stiffness(job, system,
+                               {.with_mass = true,
+                                .factors_on_disk = factors_on_disk,
+                                .direct = "the stiffness of a stressed body need not be positive"},
+                               factor, stress))
+        return false;
+    if (!stress.stressed)
+        job.note("prestress: no load stresses the body, the modes are those without");
+    else if (job.options.load_case.empty())
+        job.note("prestress: the modes are those of the body under the stresses of all loads");
+    else
+        job.note("prestress: the modes are those of the body under the stresses of " + job.options.load_case);
+    const auto add = [](const std::vector<double>& from, std::vector<double>& to) {
+        for (std::size_t k = 0; k < to.size(); ++k) to[k] += from[k];
+    };
+    add(stress.G, system.km.K_value);
+    add(stress.G_fr, system.border.K_fr);
+    add(stress.G_rr, system.border.K_rr);
+    return true;
+}
+
+// Tells what eigenvalues below zero mean: a stressed body that is no longer stable.
+void note_buckled(EigenProblem& problem, const EigenPairs& pairs) {
+    Job& job = problem.job();
+    if (pairs.lambda.empty()) return;
+    const double limit = -std::max(problem.rounding(), 1e-9 * std::abs(pairs.lambda.back()));
+    const auto below = std::ranges::count_if(pairs.lambda, [limit](double l) { return l < limit; });
+    if (below > 0)
+        job.note(
+            formatted("the prestress is beyond buckling: %ld eigenvalue%s found below zero, the lowest "
+                      "%.6g 1/s^2; such a motion grows instead of swinging and stands at 0 Hz",
+                      static_cast<long>(below), below == 1 ? " is" : "s are", pairs.lambda.front()));
+}
+
 bool work(Job& job, AssembledSystem& system, Method method, int factors_on_disk) {
-    if (!assemble_system(job, system) || !transform_rigid(job, system, true)) return false;
+    const bool prestress = job.options.prestress;
+    std::unique_ptr<BorderedFactor> factor;
+    if (prestress) {
+        if (!assemble_stressed(job, system, factors_on_disk, factor)) return false;
+    } else if (!assemble_system(job, system) || !transform_rigid(job, system, true)) {
+        return false;
+    }
     job.progress.print("Eigen Analysis Start\n");
     const EigenOptions options = eigen_options(job, system);
-    auto factor = plan_bordered(job, system, factors_on_disk, true);
+    if (!factor) factor = plan_bordered(job, system, factors_on_disk, true);
     if (!factor) return false;
-    auto* const levels = dynamic_cast<IterativeFactor*>(factor->free());
+    auto* const levels = prestress ? nullptr : dynamic_cast<IterativeFactor*>(factor->free());
     EigenProblem problem(job, system, std::move(factor));
     EigenPairs pairs;
     if (levels) {
@@ -189,8 +234,9 @@ bool work(Job& job, AssembledSystem& system, Method method, int factors_on_disk)
     }
     if (!problem.shift(0.6283185307 * 0.6283185307, false)) return false;
     SpectrumGap gap;
-    if (!method(problem, options, pairs, gap) || !check_complete(problem, pairs, gap, options.n_mode))
-        return false;
+    if (!method(problem, options, pairs, gap)) return false;
+    if (prestress) note_buckled(problem, pairs);
+    if (!check_complete(problem, pairs, gap, options.n_mode)) return false;
     problem.begin_files();
     job.report().negative_pivots = 0;  // shifted matrices have them by design
     normalise_all(problem, system, options.n_mode, pairs);

@@ -16,10 +16,6 @@ constexpr std::int32_t printed_steps = 100;  // at least: the steps that the con
 constexpr std::int32_t guard_modes = 4;
 constexpr std::int32_t preliminary_steps = 30;
 constexpr int most_restarts = 30;
-// A factor of more entries than this stays in no cache: a solve takes as long as reading it does, and one of
-// eight columns less than twice that.
-constexpr std::int64_t entries_in_caches = 2'000'000;
-constexpr std::int32_t block_width = 8;
 
 // The modes found so far, M-orthonormal, with their values.
 struct Found {
@@ -43,10 +39,7 @@ public:
         wanted_ = std::min(problem.n(), options.n_mode + guard_modes);
         shown_ = std::max(printed_steps, options.n_mode);
         shift_ = problem.sigma();
-        // who asks for the skyline gets the recurrence of single vectors with it
-        const bool blocks =
-            problem.factor_entries() > entries_in_caches && problem.job().settings.solver != "skyline";
-        width_ = std::min(blocks ? block_width : 1, problem.n());
+        width_ = block_width(problem);
     }
 
     // A short run with the 0.1 Hz factor, beside the body's rigid motions: the first frequencies, until the

@@ -10,7 +10,18 @@
 
 namespace kestralum {
 
-Recurrence::Recurrence(EigenProblem& problem, std::span<const double> found, std::int32_t room,
+std::int32_t block_width(ShiftedPencil& problem) {
+    // A factor of more entries than this stays in no cache: a solve takes as long as reading it does, and one
+    // of eight columns less than twice that.
+    constexpr std::int64_t entries_in_caches = 2'000'000;
+    constexpr std::int32_t width = 8;
+    // who asks for the skyline gets the recurrence of single vectors with it
+    const bool blocks =
+        problem.factor_entries() > entries_in_caches && problem.job().settings.solver != "skyline";
+    return std::min(blocks ? width : 1, problem.n());
+}
+
+Recurrence::Recurrence(ShiftedPencil& problem, std::span<const double> found, std::int32_t room,
                        std::int32_t widest)
     : problem_(problem),
       basis_(problem, widest),
@@ -36,8 +47,8 @@ std::int32_t Recurrence::begin_block(std::int32_t first) {
 
 bool Recurrence::step() {
     const std::int32_t first = found_ + steps_, width = basis_.count() - first;
-    W_ = MV_;
-    if (!problem_.solve(W_, width)) return false;
+    const std::span<const double> V{basis_.vector(first), MV_.size()};
+    if (!problem_.operate(V, MV_, W_, width)) return false;
     problem_.multiply_m(W_, MV_, width);
     if (!basis_.add(W_, MV_)) return false;
     std::vector<double> C;  // [V, next]ᵀ M W

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "analysis/eigen/basis.h"
-#include "analysis/eigen/eigen_problem.h"
+#include "analysis/eigen/shifted_pencil.h"
 
 namespace kestralum {
 
@@ -25,11 +25,14 @@ struct Tridiagonal {
     std::vector<double> U;  // m × m, column after column; empty where T is tridiagonal itself
 };
 
+// How many vectors at once: more where the factor stays in no cache.
+std::int32_t block_width(ShiftedPencil& problem);
+
 // One run, orthogonal to the vectors found before.
 class Recurrence {
 public:
     // found: M-orthonormal vectors, copied. room: for so many vectors at first. widest: of the blocks.
-    Recurrence(EigenProblem& problem, std::span<const double> found, std::int32_t room, std::int32_t widest);
+    Recurrence(ShiftedPencil& problem, std::span<const double> found, std::int32_t room, std::int32_t widest);
 
     // Starts from a block of columns. False when nothing of it is left beside what was found, or with the
     // report's status set.
@@ -55,7 +58,7 @@ private:
     std::int32_t begin_block(std::int32_t first);
     std::vector<double> last_coupling(std::span<const double> s) const;
 
-    EigenProblem& problem_;
+    ShiftedPencil& problem_;
     Basis basis_;         // what was found, then the run's vectors
     std::int32_t found_;  // vectors found before
     std::vector<Block> blocks_;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 
+#include "conditions/turning_stiffness.h"
 #include "elements/element_type.h"
 #include "model/format.h"
 #include "system/support_springs.h"
@@ -185,37 +186,15 @@ void NewtonSolver::subtract_moved(const std::vector<double>& moved, std::vector<
     for (std::size_t k = 0; k < E.size(); ++k) E[k] -= R[k];
 }
 
-// What turning a body changes in the moments of the forces on it: for the force f at the arm r
-// d(r × f) = (δθ × r) × f = (r fᵀ - (r·f) 1) δθ, for internal forces less loads. Not symmetric while a moment
-// is left.
+// Of the internal forces less the loads.
 void NewtonSolver::add_load_stiffness(std::span<double> K_rr) const {
-    const std::size_t nr = rigid_.equations;
     std::vector<double> nodal = nodal_Q_;
     for (std::size_t d = 0; d < nodal.size(); ++d) nodal[d] -= gathered_[d];
     for (std::size_t b = 0; b < rigid_.bodies.size(); ++b) {
         const RigidBody& body = rigid_.bodies[b];
-        std::array<double, 9> G{};
-        const auto add = [&](const Vec3& X, const Vec3& f) {
-            const Vec3 r =
-                turned(states_[b].R, {X[0] - body.pivot[0], X[1] - body.pivot[1], X[2] - body.pivot[2]});
-            const double rf = r[0] * f[0] + r[1] * f[1] + r[2] * f[2];
-            for (std::size_t i = 0; i < 3; ++i)
-                for (std::size_t j = 0; j < 3; ++j) G[3 * i + j] += r[i] * f[j] - (i == j ? rf : 0);
-        };
-        for (std::int32_t n : body.members) {
-            const auto k = 3 * n;
-            add({body_.mesh.coordinates[k], body_.mesh.coordinates[k + 1], body_.mesh.coordinates[k + 2]},
-                {nodal[k], nodal[k + 1], nodal[k + 2]});
-        }
-        const Vec6& own = applied_.rigid[b];
-        add(body.reference, {-own[0], -own[1], -own[2]});
-        const Motions motions = current_motions(body, states_[b]);
-        for (std::size_t i = 0; i < motions.size(); ++i)
-            for (std::size_t j = 0; j < motions.size(); ++j) {
-                const std::size_t to = (body.first + i) * nr + body.first + j;
-                const Vec3 turn = turned(G, {motions[j][3], motions[j][4], motions[j][5]});
-                for (std::size_t c = 0; c < 3; ++c) K_rr[to] += motions[i][3 + c] * turn[c];
-            }
+        std::vector<ForceAt> forces = forces_on_members(body, body_.mesh, nodal);
+        forces.push_back({body.reference, times(-1, triple(applied_.rigid[b], 0))});
+        add_turning_stiffness(body, states_[b], forces, rigid_.equations, K_rr);
     }
 }
 
@@ -424,6 +403,15 @@ double NewtonSolver::work(const std::vector<double>& u_before, std::span<const R
     return all;
 }
 
+// The stresses where the body is are others now; what they leave unbalanced is what E is measured against
+// where no load is larger.
+void NewtonSolver::meet_heat() {
+    if (!evaluate()) return;
+    double sum = 0;
+    for (std::size_t k = 0; k < Q_.size(); ++k) sum += (Q_[k] - F_[k]) * (Q_[k] - F_[k]);
+    largest_heat_ = std::max(largest_heat_, std::sqrt(sum));
+}
+
 double NewtonSolver::measure(IncrementReport& report) {
     double e = 0;
     for (std::size_t k = 0; k < Q_.size(); ++k) e += (Q_[k] - F_[k]) * (Q_[k] - F_[k]);
@@ -433,7 +421,7 @@ double NewtonSolver::measure(IncrementReport& report) {
     const double Q = norm(Q_), F = prescribed_ ? std::hypot(norm(F_), std::sqrt(carried)) : norm(F_),
                  E = std::sqrt(e);
     largest_load_ = std::max(largest_load_, F);
-    const double against = F > 0 ? F : largest_load_;
+    const double against = std::max(F > 0 ? F : largest_load_, largest_heat_);
     report.ratio = against > 0 ? E / against : E;
     report.ratios.push_back(report.ratio);
     job_.progress.print("Q:%e, F:%e, E:%e, E/F:%e\n", Q, F, E, report.ratio);
@@ -498,7 +486,7 @@ IncrementReport NewtonSolver::advance(std::int32_t number, double factor, bool o
     thermal_ =
         thermal_strains(*loads_, job_.model, body_.mesh, factor, Growth::with_time, job_.options.load_case);
     body_.set_thermal(thermal_);
-    if (!thermal_.empty()) evaluate();  // the stresses where the body is are others now
+    if (!thermal_.empty()) meet_heat();
     job_.progress.print("########## Force Iteration: %d ##########\n", number);
     const Placement at_start = placement();
     IncrementReport report;

@@ -3,7 +3,7 @@
 // F   applied forces of the increment, one per equation, N
 // Q   internal forces of the current stresses and the supports' springs, one per equation, N
 // E   F - Q; an increment has converged when |E|/|F| < tolerance; where supports prescribe displacements |F|
-//     counts what they carry too
+//     counts what they carry too, and heat what it has left unbalanced
 #pragma once
 
 #include <memory>
@@ -82,6 +82,7 @@ private:
     double energy(const std::vector<double>& du) const;
     bool search_along(const Placement& from, const std::vector<double>& du);
     bool evaluate();  // stresses and Q at body.u; false where an element is inverted
+    void meet_heat();
     double measure(IncrementReport& report);
     bool finds_free_motion();
     void print_head(int iteration) const;
@@ -120,6 +121,7 @@ private:
     bool at_rest_ = false;  // prepare() has left K at rest, which the first iteration takes
     double assemble_seconds_ = 0;
     double largest_load_ = 0;  // |F| so far: what E is measured against where F vanishes
+    double largest_heat_ = 0;  // |F - Q| that a change of temperature has made so far
     double gather_seconds_ = 0;
     std::int32_t number_ = 0;
 };

@@ -1,13 +1,12 @@
 #include "analysis/static/static_analysis.h"
 
 #include <algorithm>
-#include <cmath>
 #include <memory>
 
 #include "analysis/linear_run.h"
 #include "elements/error_estimate.h"
+#include "analysis/static/static_solution.h"
 #include "elements/stresses.h"
-#include "model/format.h"
 #include "system/linear_loads.h"
 #include "system/mesh_notes.h"
 #include "system/reactions.h"
@@ -17,87 +16,6 @@ namespace kestralum {
 namespace {
 
 constexpr std::int32_t static_columns = 6;  // of the result file
-
-// Where nothing holds a node or a rigid element the run has failed; its numbers are written all the same.
-void check_held(Job& job, const AssembledSystem& system, const BorderedFactor& factor) {
-    const std::int32_t loose =
-        factor.free() ? find_free_motion(system.km, system.km.K_value, *factor.free(), job.progress) : -1;
-    if (loose >= 0) {
-        const std::int32_t dof = system.freedoms.numbering.free_dofs[loose];
-        const double* x = job.mesh().node(dof / 3);
-        job.fail(RunStatus::failed,
-                 formatted("the body is free: the supports do not hold node %d at (%.6g, %.6g, %.6g) in %c",
-                           dof / 3 + 1, x[0], x[1], x[2], "xyz"[dof % 3]));
-        return;
-    }
-    if (!factor.has_free_motion(system.border.K_rr)) return;
-    std::string names;
-    for (const RigidElement& element : job.model.rigid_elements)
-        names += (names.empty() ? "" : ", ") + element.name;
-    job.fail(RunStatus::failed,
-             "the body is free: a motion of the rigid elements (" + names + ") meets no resistance");
-}
-
-// A relative residual above this is worth another solution.
-constexpr double refined_above = 1e-9;
-
-// Σ (F - K q), one column after the other; returns the largest ‖Kq - F‖ / ‖F‖.
-double residuals(const AssembledSystem& system, std::span<const double> q, std::span<const double> F,
-                 std::size_t columns, std::vector<double>& out) {
-    const std::size_t n = system.equations();
-    out.resize(q.size());
-    double largest = 0;
-    for (std::size_t c = 0; c < columns; ++c) {
-        const std::span<double> Kq = std::span(out).subspan(c * n, n);
-        const auto column = q.subspan(c * n, n), load = F.subspan(c * n, n);
-        multiply(system.km, system.km.K_value, column.first(system.km.rows()), Kq);
-        std::fill(Kq.begin() + system.km.rows(), Kq.end(), 0.0);
-        multiply_border(system.border, system.border.K_fr, system.border.K_rr, column, Kq, 1);
-        for (std::size_t k = 0; k < n; ++k) Kq[k] = load[k] - Kq[k];
-        const double size = norm(load), left = norm(Kq);
-        largest = std::max(largest, size > 0 ? left / size : left);
-    }
-    return largest;
-}
-
-// Solves once more for what is left, and keeps that where it is better.
-bool refine(Job& job, const AssembledSystem& system, BorderedFactor& factor, std::vector<double>& q,
-            std::span<const double> F, std::vector<double> left, std::size_t columns) {
-    if (!factor.solve(job, left, static_cast<std::int32_t>(columns))) return false;
-    for (std::size_t k = 0; k < q.size(); ++k) left[k] += q[k];
-    std::vector<double> after;
-    const double before = job.report().residual, now = residuals(system, left, F, columns, after);
-    if (now < before) {
-        q = std::move(left);
-        job.report().residual = now;
-    }
-    job.note(formatted("the relative residual was %.1e: one step of iterative refinement has made it %.1e",
-                       before, job.report().residual));
-    return true;
-}
-
-// F in, q out: one value per equation, case after case.
-bool solve(Job& job, const AssembledSystem& system, std::vector<double>& q, std::size_t columns,
-           std::unique_ptr<BorderedFactor>& factor) {
-    factor = plan_bordered(job, system);
-    if (!factor || !factor->factor(job, job.progress, system.km, system.km.K_value, system.border.K_fr,
-                                   system.border.K_rr))
-        return false;
-    job.clock.begin("solve");
-    const std::vector<double> F = q;
-    if (!factor->solve(job, q, static_cast<std::int32_t>(columns))) return false;
-    job.report().negative_pivots = factor->negative_pivots();  // the solve may have taken another factor
-    if (const std::string outcome = factor->free() ? factor->free()->outcome() : ""; !outcome.empty())
-        job.report().solver += ", " + outcome;
-    std::vector<double> left;
-    job.report().residual = residuals(system, q, F, columns, left);
-    if (!std::isfinite(norm(q)))
-        return job.fail(RunStatus::failed, "the displacements are not finite numbers");
-    check_held(job, system, *factor);
-    if (job.report().residual > refined_above && job.report().status == RunStatus::done)
-        return refine(job, system, *factor, q, F, std::move(left), columns);
-    return true;
-}
 
 // Nodal forces of the points' stresses less the loads, at the nodes that the supports' reactions come from.
 std::vector<double> residual_forces(const Job& job, const Freedoms& freedoms, const PointResults& points,
@@ -212,7 +130,8 @@ bool work(Job& job, AssembledSystem& system) {
     }
     job.progress.print("Static Analysis Start\n");
     std::unique_ptr<BorderedFactor> factor;  // stays until its file is written
-    if (!solve(job, system, q, cases.size(), factor)) return false;
+    factor = plan_bordered(job, system);
+    if (!factor || !solve_static(job, system, q, cases.size(), *factor)) return false;
     system.km.K_value = {};
     system.km.col_index = {};
     if (!factor->free() || !factor->free()->has_files()) factor.reset();

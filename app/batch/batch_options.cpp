@@ -81,14 +81,17 @@ CommandLine describe(BatchOptions& options, Files files) {
                   "and NAME.pvd",
                   options.vtu);
     line.add_value("--probe", "X,Y,Z",
-                   "what becomes of the node nearest to this place, metres: static, eigen: in the summary;\n"
-                   "nonlinear, explicit: in the history; repeatable",
+                   "what becomes of the node nearest to this place, metres: static, eigen, buckling: in the\n"
+                   "summary; nonlinear, explicit: in the history; repeatable",
                    [&options](const std::string& text) { return add_probe(options, text); });
     line.add_text("--only", "WORD", "verify: the cases whose names begin with the word", options.only);
     line.add_text("--case", "NAME",
                   "the load case or combination that acts; without it static computes them all, the others\n"
                   "take all loads together",
                   options.load_case);
+    line.add_flag("--prestress",
+                  "eigen: modes of the body under the stresses of its loads, all or those of --case",
+                  options.prestress);
     line.add_flag("--mean-dilatation",
                   "explicit: hexahedra with one pressure each, for large plastic strains",
                   options.mean_dilatation);
@@ -111,8 +114,9 @@ std::string check_command(const BatchOptions& options) {
     const bool exports = options.command == "export", verifies = options.command == "verify";
     if (options.command.empty()) return "an analysis, `check`, `export` or `verify` is missing";
     if (!verifies && !options.only.empty()) return "--only goes with verify";
-    if (verifies && (!options.overrides.empty() || options.vtu || options.tidy || !options.probes.empty() ||
-                     options.hexahedra || !options.load_case.empty() || options.mean_dilatation))
+    if (verifies &&
+        (!options.overrides.empty() || options.vtu || options.tidy || !options.probes.empty() ||
+         options.hexahedra || !options.load_case.empty() || options.mean_dilatation || options.prestress))
         return "verify takes its cases' own options, and --only, --setting and --log";
     if (verifies) return {};
     if (options.command != "check" && !exports && !find_analysis(options.command))
@@ -121,6 +125,8 @@ std::string check_command(const BatchOptions& options) {
     if (options.command != "explicit" && options.mean_dilatation)
         return "--mean-dilatation goes with explicit";
     if (options.mean_dilatation && options.hexahedra) return "--mean-dilatation does not go with --hexahedra";
+    if (options.prestress && options.command != "eigen-subspace" && options.command != "eigen-lanczos")
+        return "--prestress goes with eigen-subspace or eigen-lanczos";
     if (options.command != "check" && !exports) return {};
     if (!options.probes.empty()) return options.command + " computes nothing: --probe goes with an analysis";
     if (!options.load_case.empty())

@@ -22,6 +22,7 @@ struct BatchOptions : CommonOptions {
     std::vector<std::array<double, 3>> probes;  // places whose nearest nodes are told, m
     bool mean_dilatation = false;               // explicit: hexahedra with one pressure
     std::optional<HexahedronForm> hexahedra;    // in place of the model's
+    bool prestress = false;                     // eigen: with the stresses of the loads
     std::string load_case;                      // the one that acts; empty: all
     std::string only;                           // of `verify`: cases whose names begin so
 };

@@ -110,6 +110,7 @@ ExitStatus run_analysis(const BatchOptions& options, const Settings& settings, c
     run_options.mean_dilatation = options.mean_dilatation;
     run_options.hexahedra = options.hexahedra;
     run_options.load_case = options.load_case;
+    run_options.prestress = options.prestress;
     Run run = analysis.analyse(input.model, settings, run_options, progress);
     if (options.tidy) remove_factor_files(options.log_folder);
     complete_report(input, replaced, run.report);

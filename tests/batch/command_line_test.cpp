@@ -28,8 +28,8 @@ std::string told(const BatchOptions& o) {
     if (o.hexahedra) text += std::string(" hexahedra:") + word_of(*o.hexahedra);
     if (o.log_folder != "log") text += " log:" + o.log_folder;
     const std::pair<bool, const char*> flags[] = {
-        {o.vtu, " vtu"},   {o.quiet, " quiet"},     {o.tidy, " tidy"}, {o.mean_dilatation, " mean"},
-        {o.help, " help"}, {o.version, " version"},
+        {o.prestress, " prestress"},  {o.vtu, " vtu"},   {o.quiet, " quiet"},     {o.tidy, " tidy"},
+        {o.mean_dilatation, " mean"}, {o.help, " help"}, {o.version, " version"},
     };
     for (const auto& [given, word] : flags) text += given ? word : "";
     return text;
@@ -49,6 +49,7 @@ TEST(CommandLine, SaysWhatToRun) {
         {"nonlinear m --probe 1,2,3 --probe 0,0,0", "nonlinear m (1 2 3) (0 0 0)"},
         {"static m --hexahedra full --hexahedra enhanced", "static m hexahedra:enhanced"},
         {"eigen-lanczos m --probe 1,2,3", "eigen-lanczos m (1 2 3)"},
+        {"eigen-subspace --prestress m", "eigen-subspace m prestress"}, {"buckling m", "buckling m"},
         {"--quiet export m --set A=1 b/m.INP", "export m to:b/m.INP A:=1 quiet"}, {"-h", "  help"},
         {"check m --vtu --help", "check m vtu help"}, {"--version", "  version"}};
     // clang-format on
@@ -80,6 +81,7 @@ TEST(CommandLine, NamesTheWordThatIsWrong) {
         {"export m a.inp --vtu", "--vtu"}, {"export m a.inp --probe 1,2,3", "--probe"},
         {"check m a.inp", "'a.inp'"}, {"static m --hexahedra wedge", "'wedge'"},
         {"check m --hexahedra full", "--hexahedra"},
+        {"buckling m --prestress", "--prestress goes with eigen"}, {"check m --prestress", "--prestress"},
         {"explicit m --mean-dilatation --hexahedra full", "--mean-dilatation"}};
     // clang-format on
     for (const auto& [line, word] : lines) {
@@ -106,7 +108,7 @@ TEST(CommandLine, SaysWhatTheWindowShows) {
     const std::pair<const char*, const char*> refused[] = {
         {"--snapshot", "--snapshot wants"}, {"m --snapshot ''", "--snapshot wants"}, {"--snapshot a", "model file"},
         {"m --frame 2", "--frame requires --snapshot"}, {"m --snapshot a --frame 0", "'0'"},
-        {"m --snapshot a --contour 18", "'18', or plastic"}, {"m --snapshot a --scale nan", "'nan'"},
+        {"m --snapshot a --contour 18", "'18', plastic or error"}, {"m --snapshot a --scale nan", "'nan'"},
         {"m --snapshot a --size 640*480", "'640*480'"}, {"m --snapshot a --view w", "'w'"},
         {"m --snapshot a --hide wires", "'wires'"}, {"m --snapshot a --analysis dynamic", "'dynamic'"},
         {"m --snapshot a --analysis static --result r", "--result"}, {"m n", "'n'"}, {"-x", "-x"},

@@ -131,7 +131,7 @@ TEST_F(Damaged, ValuesThatNobodyCanUseAreRefusedWithTheirToken) {
              {"%\nElement\n4\n", "%\nElement\n4\n0 ", "'0'"},
              {"%\np_ele_part_id\n0", "%\np_ele_part_id\n2", "'2'"},
              {"%\np_ele_part_id\n0", "%\np_ele_part_id\n-1", "'-1'"},
-             {"ana_type\n1", "ana_type\n4", "'4': expected an analysis type 0 … 3"},
+             {"ana_type\n1", "ana_type\n5", "'5': expected an analysis type 0 … 4"},
              {"size_info\n0.0", "size_info\nnan", "'nan"},
              // numbers that stand for something
              {"HOLLOWRECT  3 ", "HOLLOWRECT  18 ", "'18': expected the number of a shape"},

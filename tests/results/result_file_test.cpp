@@ -176,8 +176,11 @@ TEST(ResultFile, ColumnsThatAStaticRunDoesNotFillAreNoFrames) {
         return read_back(folder).run.mode_num();
     };
     EXPECT_EQ(frames(), 1);
-    stored.run.ana_type = AnalysisType::eigen;  // a mode is a mode
-    EXPECT_EQ(frames(), 6);
+    for (const AnalysisType shapes : {AnalysisType::eigen, AnalysisType::buckling}) {
+        stored.run.ana_type = shapes;  // a mode is a mode
+        EXPECT_EQ(frames(), 6);
+        EXPECT_EQ(read_back(folder).run.ana_type, shapes);
+    }
     stored.run.ana_type = AnalysisType::linear_static;
     stored.run.results.clear();  // as written before anything is computed
     EXPECT_EQ(frames(), 1);

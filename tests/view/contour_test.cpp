@@ -89,6 +89,7 @@ TEST(Legend, NamesWhatTheAnalysisShows) {
     const std::vector<double> known{0.5, 7, 12.344}, unknown{0, 0, 0}, from_0{0, 0.02};
     for (const auto& [type, contour, n_freq, frame, expected] : {
              std::tuple{eigen, 4, known, 3, "Mode3___12.34[Hz]"},
+             {buckling, 4, known, 3, "Mode3___Load factor 12.344"},
              {linear_static, 10, known, 1, "Stress zx"},
              {linear_static, 18, known, 1, ""},
              {nonlinear_static, 0, known, 2, "Displacement Mag., step 2/3"},
@@ -108,6 +109,30 @@ TEST(Legend, NamesWhatTheAnalysisShows) {
         }
         EXPECT_EQ(legend_text(type, contour, results, {.end_time = 0.03}, frame), expected);
     }
+}
+
+TEST(Legend, NamesTheLoadCase) {
+    Frame one;
+    one.name = "WIND";
+    Results results{std::make_shared<const Frame>(one)};
+    EXPECT_EQ(legend_text(linear_static, 4, results, {}, 1), "Mises Stress, load case WIND");
+    results.push_back(std::make_shared<const Frame>(one));
+    EXPECT_EQ(legend_text(linear_static, 4, results, {}, 2), "Mises Stress, load case WIND, 2/2");
+    EXPECT_EQ(legend_text(linear_static, 17, results, {}, 1), "Load case WIND, 1/2");
+}
+
+// In percent, where the frame has one for each node.
+TEST(Contour, ShowsTheEstimatedErrorInPercent) {
+    const Mesh mesh = hexa_box({{1, 1, 1}, {1, 1, 1}});
+    Frame frame(mesh.dof_num());
+    EXPECT_TRUE(nodal_values(error_row, mesh, frame).empty());
+    frame.error = {0, 0.25, 0, 0, 0, 0, 0, 1};
+    const auto values = nodal_values(error_row, mesh, frame);
+    EXPECT_EQ(values, (std::vector<double>{0, 25, 0, 0, 0, 0, 0, 100}));
+    EXPECT_EQ(contour_bar(error_row, linear_static, {{0, 1, 0}, {100, 8, 0}}).title,
+              "Estimated stress error [%]");
+    frame.error.pop_back();
+    EXPECT_TRUE(nodal_values(error_row, mesh, frame).empty()) << "of another mesh";
 }
 
 TEST(Legend, BarCarriesValuesAndColours) {

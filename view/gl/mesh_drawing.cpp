@@ -15,7 +15,7 @@ std::int64_t first_facet(const Surface& surface) {
 
 // cos(2πk/20) takes the same value at k and 20 - k.
 int distinct_phase(AnalysisType ana_type, int phase) {
-    if (ana_type != AnalysisType::eigen) return 0;
+    if (!has_shapes(ana_type)) return 0;
     return std::min(phase, phase_count - phase);
 }
 
