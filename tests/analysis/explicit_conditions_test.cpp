@@ -135,38 +135,33 @@ TEST_F(ExplicitConditions, TiedMeshesGiveTheStaticAnswerAndKeepTheirMomentum) {
     }
 }
 
-// A block that is led to and fro: its reaction is its mass times the acceleration, the work its energy.
+// A block that is led up in waves: its reaction is its mass times the acceleration, the work its energy.
 TEST_F(ExplicitConditions, APrescribedMotionBringsItsReactionAndItsWork) {
-    const double A = 1e-3, w = 200, m = 7800 * 0.2 * 0.1 * 0.1;
-    for (const char* other :
-         {"", "N set END fix=normal "}) {  // with axes of its own at the end's nodes, or not
-        read(ModelText{.parts = rect("b", "0.2 0.1 0.1", "4 2 2"),
-                       .supports = std::string(other) +
-                                   "S plane y 0 0 0 0 0 0 fix=y T plane z 0 0 0 0 0 0 "
-                                   "uz=1e-3*(1-cos(200*time)) U plane x 0 0 0 0 0 0 fix=x",
-                       .others = "set_info END plane x 0 %"},
-             "end_time 10e-3 output_frequency 20");
-        run();
-        for (std::size_t r = 1; r < rows(); ++r) {
-            const double t = history(r, "time"), v = A * w * std::sin(w * t);
-            EXPECT_NEAR(history(r, "support_T_z"), m * A * w * w * std::cos(w * t), 0.3 * m * A * w * w);
-            EXPECT_NEAR(history(r, "support"), 0.5 * m * v * v, 0.02 * 0.5 * m * A * w * A * w);
-            EXPECT_NEAR(history(r, "support_S_y") + history(r, "support_T_y") + history(r, "support_U_y"),
-                        history(r, "reaction_y"), 1e-6);
-        }
-        EXPECT_LT(largest_drift(), 1e-6);
-        EXPECT_NEAR(u(node_at(0.1, 0.05, 0), 2), A * (1 - std::cos(w * last("time"))), 1e-15);
+    const double A = 1e-3, w = 800, m = 7800 * 0.2 * 0.1 * 0.1;
+    run(ModelText{.parts = rect("b", "0.2 0.1 0.1", "4 2 2"),
+                  .supports = "S plane y 0 0 0 0 0 0 fix=y T plane z 0 0 0 0 0 0 "
+                              "uz=1e-3*(800*time-sin(800*time)) U plane x 0 0 0 0 0 0 fix=x"},
+        "end_time 10e-3 output_frequency 20");
+    for (std::size_t r = 1; r < rows(); ++r) {
+        const double t = history(r, "time"), v = A * w * (1 - std::cos(w * t)),
+                     a = A * w * w * std::sin(w * t);
+        EXPECT_NEAR(history(r, "support_T_z"), m * a, 0.1 * m * A * w * w);
+        EXPECT_NEAR(history(r, "support"), 0.5 * m * v * v, 0.02 * m * A * w * A * w);
+        EXPECT_NEAR(history(r, "support_T_z"), history(r, "reaction_z"), 1e-6);
     }
+    EXPECT_LT(largest_drift(), 1e-4);
+    const double t = w * static_cast<double>(state->step) * state->d_time;
+    EXPECT_NEAR(u(node_at(0.1, 0.05, 0), 2), A * (t - std::sin(t)), 1e-15);
 }
 
 // On a spinning box that it squeezes all round, pressure that follows makes neither force nor moment.
-TEST_F(ExplicitConditions, APressureAllRoundATurningBodyMovesIt_Not) {
+TEST_F(ExplicitConditions, APressureAllRoundATurningBodyDoesNotMoveIt) {
     for (const ElementKind kind : every_kind) {
         read(ModelText{.parts = part_of(kind, Grid{{2, 2, 2}, {0.2, 0.15, 0.1}}),
                        .rigid = "% load_info P pressure ALL 1e10*time %",
                        .others = "set_info ALL patch 0 0.07 0.05 91 %\n"},
              "end_time 2e-3 output_frequency 20");
-        ASSERT_TRUE(begin()) << said.errors << said.lines;
+        ASSERT_TRUE(begin());
         const double spin[3] = {300, -500, 800};
         for (std::size_t d = 0; d < state->v.size(); ++d) {
             const double* x = &state->x[d - d % 4];
