@@ -43,6 +43,8 @@ public:
         for (std::int32_t d : freedoms.numbering.free_dofs) result.load[d] = full.empty() ? 0.0 : full[d];
         solver = std::make_unique<NewtonSolver>(job, body, freedoms, newton);
         ASSERT_TRUE(solver->prepare());
+        loads.groups = {LoadGroup{{}, result.load, {}}};
+        solver->set_loads(loads);
     }
 
     // Pulled along an axis by a uniform traction, N/m^2, on the side at the greatest z.
@@ -72,6 +74,7 @@ public:
     Run result;
     NewtonOptions newton;
     Job job{model, settings, options, silent, result};
+    LoadSet loads;
     std::unique_ptr<NewtonSolver> solver;
 };
 
