@@ -43,7 +43,7 @@ public:
         for (std::int32_t d : freedoms.numbering.free_dofs) result.load[d] = full.empty() ? 0.0 : full[d];
         solver = std::make_unique<NewtonSolver>(job, body, freedoms, newton);
         ASSERT_TRUE(solver->prepare());
-        loads.groups = {LoadGroup{{}, result.load, {}}};
+        loads.groups = {LoadGroup{{}, result.load, model.rigid_forces}};
         solver->set_loads(loads);
     }
 
