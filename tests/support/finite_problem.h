@@ -45,6 +45,8 @@ public:
         loads.groups = {{.options = {}, .nodal = result.load, .rigid_forces = {}}};
         solver->set_loads(loads);
         ASSERT_TRUE(solver->prepare());
+        loads.groups = {LoadGroup{{}, result.load, model.rigid_forces}};
+        solver->set_loads(loads);
     }
 
     // Pulled along an axis by a uniform traction, N/m^2, on the side at the greatest z.
