@@ -234,6 +234,7 @@ void run_case(const VerifyCase& one, const VerifyOptions& options, const Setting
         run_options.log_folder = options.log_folder;
         run_options.hexahedra = one.hexahedra;
         run_options.load_case = one.load_case;
+        run_options.prestress = one.prestress;
         run = find_analysis(one.analysis)->analyse(model, settings, run_options, silent);
         if (run.report.status != RunStatus::done)
             why =

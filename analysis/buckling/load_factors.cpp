@@ -69,12 +69,9 @@ public:
 
     // The number below a gap, and runs for what is missing there.
     bool complete() {
-        const std::vector<double> kappa = sorted();
-        const auto usable = static_cast<std::int32_t>(kappa.size());
-        if (usable == 0) return true;
-        SpectrumGap gap = find_gap(kappa, std::min(n_mode_, usable), usable, 0, false);
-        if (gap.below == 0 && all_there_are_) gap = {0.5 * kappa.back(), -0.5 * kappa.back(), usable};
+        SpectrumGap gap;
         std::int64_t counted = BucklingProblem::unsound_count;
+        if (!find_gap_above(gap)) return false;
         if (gap.below > 0) counted = problem_.count_below(gap.lambda, gap.slack);
         if (counted == BucklingProblem::unsound_count) {
             problem_.job().note(
@@ -184,6 +181,20 @@ private:
         if (!run.vectors(kept, shapes)) return false;
         shapes_.insert(shapes_.end(), shapes.begin(), shapes.end());
         return true;
+    }
+
+    // A gap above the factors asked for; where those that are found have none, more are looked for.
+    bool find_gap_above(SpectrumGap& gap) {
+        constexpr int most_times = 4;
+        for (int time = 0;; ++time) {
+            const std::vector<double> kappa = sorted();
+            const auto usable = static_cast<std::int32_t>(kappa.size());
+            if (usable == 0) return true;
+            gap = find_gap(kappa, std::min(n_mode_, usable), usable, 0, false);
+            if (gap.below == 0 && all_there_are_) gap = {0.5 * kappa.back(), -0.5 * kappa.back(), usable};
+            if (gap.below > 0 || time == most_times || usable >= problem_.n()) return true;
+            if (!run_for(guard_modes, false, 1)) return false;
+        }
     }
 
     // Where a run ends with fewer than wanted: how many there are at all.

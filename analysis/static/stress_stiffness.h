@@ -1,7 +1,7 @@
 // The static state of a model's loads and the stiffness that its stresses have: what linear buckling and the
 // modes of a stressed body begin with.
 //
-//     G = Kσ + Kp,   Kσ = Σ ∫ (∇Ni·σ∇Nj) 1 dV   (Bathe, Finite Element Procedures, 1996, 6.6)
+//     G = Kσ + Kp,   Kσ = Σ ∫ (∇Ni·σ∇Nj) 1 dV   (Bathe, Finite Element Procedures, 1996, 6.8.2)
 //
 // Kp is that of pressures, which follow the surface; bodies that are rigid have beside it what the forces on
 // them do when they turn. All at rest: displacements before buckling are small.

@@ -114,8 +114,9 @@ std::string check_command(const BatchOptions& options) {
     const bool exports = options.command == "export", verifies = options.command == "verify";
     if (options.command.empty()) return "an analysis, `check`, `export` or `verify` is missing";
     if (!verifies && !options.only.empty()) return "--only goes with verify";
-    if (verifies && (!options.overrides.empty() || options.vtu || options.tidy || !options.probes.empty() ||
-                     options.hexahedra || !options.load_case.empty() || options.mean_dilatation))
+    if (verifies &&
+        (!options.overrides.empty() || options.vtu || options.tidy || !options.probes.empty() ||
+         options.hexahedra || !options.load_case.empty() || options.mean_dilatation || options.prestress))
         return "verify takes its cases' own options, and --only, --setting and --log";
     if (verifies) return {};
     if (options.command != "check" && !exports && !find_analysis(options.command))

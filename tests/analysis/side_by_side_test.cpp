@@ -35,8 +35,10 @@ protected:
 
 class AnyAnalysis : public testing::ExplicitTest, public ::testing::WithParamInterface<const char*> {
 protected:
-    Analyse analysis() const { return find_analysis(GetParam())->analyse; }
+    AnyAnalysis() { options.prestress = word_.ends_with(" prestress"); }
+    Analyse analysis() const { return find_analysis(word_.substr(0, word_.find(' ')))->analyse; }
     static bool is_explicit() { return GetParam() == std::string("explicit"); }
+    const std::string word_ = GetParam();
 };
 
 TEST_P(AnyAnalysis, LeavesTheModelAndTwoRunsAtOnceDoNotSeeEachOther) {
@@ -44,7 +46,7 @@ TEST_P(AnyAnalysis, LeavesTheModelAndTwoRunsAtOnceDoNotSeeEachOther) {
     const Model before = model;
     const Settings of_all = analysis_settings();
     const auto run_into = [&](const std::string& name, testing::Collected& lines) {
-        RunOptions own;
+        RunOptions own = options;
         own.log_folder = folder.file(name);
         std::filesystem::create_directory(own.log_folder);
         EXPECT_EQ(analysis()(model, of_all, own, lines).report.status, RunStatus::done);
@@ -123,10 +125,10 @@ TEST_P(AnyAnalysis, AStopAtAnyPlaceLeavesTheEarlierFile) {
 
 INSTANTIATE_TEST_SUITE_P(All, AnyAnalysis,
                          ::testing::Values("static", "eigen-subspace", "eigen-lanczos", "nonlinear",
-                                           "explicit", "buckling"),
+                                           "explicit", "buckling", "eigen-lanczos prestress"),
                          [](const auto& name) {
                              std::string text = name.param;
-                             std::replace(text.begin(), text.end(), '-', '_');
+                             for (char& c : text) c = c == '-' || c == ' ' ? '_' : c;
                              return text;
                          });
 
