@@ -13,9 +13,16 @@ namespace {
 constexpr std::array<int, 6> hexa_side{6, 4, 1, 5, 2, 3};
 constexpr std::array<int, 4> tetra_side{3, 4, 2, 1};
 
-const char* deck_type(ElementKind kind) {
-    // CalculiX's C3D8 is integrated at 2 × 2 × 2 points without further terms, as ours
-    return kind == ElementKind::tetrahedron4 ? "C3D4" : kind == ElementKind::tetrahedron10 ? "C3D10" : "C3D8";
+const char* deck_type(const Model& model) {
+    switch (model.mesh.element_type) {
+        case ElementKind::tetrahedron4:
+            return "C3D4";
+        case ElementKind::tetrahedron10:
+            return "C3D10";
+        default:
+            // CalculiX's C3D8 is integrated at 2 × 2 × 2 points without further terms, as ours
+            return model.hexahedra == HexahedronForm::enhanced ? "C3D8I" : "C3D8";
+    }
 }
 
 // Comma-separated numbers, ten a line.
@@ -51,7 +58,8 @@ public:
           file_(file),
           names_(ExportNames::Rule::deck, notices),
           materials_(ExportNames::Rule::deck, notices),
-          rigid_(job, names_) {}
+          rigid_(job, names_),
+          supports_(job, names_, rigid_.last_node(), rigid_.last_element()) {}
 
     void write() {
         names_.take_own("NALL");
@@ -61,6 +69,7 @@ public:
         write_sets();
         write_materials();
         file_.write(rigid_.definition());
+        file_.write(supports_.definition());
         write_supports();
         write_steps();
     }
@@ -94,7 +103,7 @@ private:
                   part.begin();
             std::string& name = part_names_[part[first]];
             if (name.empty()) name = names_.take("part", model_.parts[part[first]].name);
-            file_.write(formatted("*ELEMENT, TYPE=%s, ELSET=", deck_type(mesh_.element_type)) + name + "\n");
+            file_.write(formatted("*ELEMENT, TYPE=%s, ELSET=", deck_type(model_)) + name + "\n");
             file_.write_rows(static_cast<std::int64_t>(end - first), job_.threads,
                              [&](std::int64_t k, std::string& text) {
                                  const auto e = static_cast<std::int64_t>(first) + k;
@@ -153,13 +162,24 @@ private:
             append_field(text, material.density);
             text += "\n";
         }
-        if (!model_.control.plastic || !(material.yield_stress > 0)) return;
-        // stress over equivalent plastic strain: a line through two points
+        if (heated() && material.expansion != 0) {
+            text += "*EXPANSION, ZERO=0.\n";
+            append_field(text, material.expansion);
+            text += "\n";
+        }
+        if (!model_.control.plastic || (!(material.yield_stress > 0) && material.hardening_table.empty()))
+            return;
+        // stress over equivalent plastic strain: a table, or a line through two points
         text += "*PLASTIC\n";
-        for (const double strain : {0.0, 1.0}) {
-            append_field(text, material.yield_stress + strain * material.hardening);
+        std::vector<std::array<double, 2>> points = material.hardening_table;
+        if (points.empty())
+            points = {{0, material.yield_stress}, {1, material.yield_stress + material.hardening}};
+        for (const auto& [strain, stress] : points) {
+            append_field(text, stress);
             append_fields(text, std::span(&strain, 1));
         }
+        if (material.kinematic != 0)
+            job_.remarks.notices.push_back("material " + material.name + ": kinematic= is left out");
         job_.remarks.notices.push_back(
             "material " + material.name +
             " is written with *PLASTIC: leave that out to compare with a linear static analysis");
@@ -170,23 +190,57 @@ private:
         std::string text;
         for (const std::int32_t n : job_.conditions.fixed)
             if (!member[n]) text += formatted("%d,1,3\n", n + 1);
-        text += rigid_.supports();
+        text += rigid_.supports() + supports_.supports();
         if (!text.empty()) file_.write("*BOUNDARY\n" + text);
     }
 
-    void write_steps() {
+    bool heated() const {
+        return std::ranges::any_of(job_.conditions.cases,
+                                   [](const ConditionCase& one) { return !one.warmth.empty(); });
+    }
+
+    // Temperatures are told as what they are above that without strain.
+    std::string temperature_lines(const ConditionCase& one) const {
+        std::string text;
+        for (const std::int32_t n : solid_nodes(mesh_)) {
+            text += formatted("%d,", n + 1);
+            append_field(text, one.warmth.empty() ? 0 : one.warmth[n]);
+            text += "\n";
+        }
+        return text;
+    }
+
+    std::string load_lines(const ConditionCase& one) const {
         std::string loads;
-        const std::vector<double>& load = job_.conditions.load;
-        for (std::size_t d = 0; d < load.size(); ++d)
-            if (load[d] != 0) {
+        for (std::size_t d = 0; d < one.load.size(); ++d)
+            if (one.load[d] != 0) {
                 loads += formatted("%zu,%zu", d / 3 + 1, d % 3 + 1);
-                append_fields(loads, std::span(&load[d], 1));
+                append_fields(loads, std::span(&one.load[d], 1));
             }
-        loads += rigid_.loads();
-        if (!loads.empty())
-            file_.write("*STEP\n*STATIC\n*CLOAD\n" + loads +
-                        "*NODE PRINT, NSET=NALL\nU\n*NODE FILE\nU\n*EL FILE\nS,E\n*END STEP\n");
-        if (loads.empty() || model_.mode_count > 1)
+        return loads + rigid_.loads(one);
+    }
+
+    // A step for each case; each takes the loads of the one before away.
+    void write_steps() {
+        const std::vector<ConditionCase>& cases = job_.conditions.cases;
+        const bool heat = heated();
+        if (heat) file_.write("*INITIAL CONDITIONS, TYPE=TEMPERATURE\nNALL,0.\n");
+        bool acts = false;
+        for (std::size_t k = 0; k < cases.size(); ++k) {
+            const std::string loads = load_lines(cases[k]), moved = supports_.moved(k);
+            if (cases.size() == 1 && loads.empty() && moved.empty() && !heat) break;
+            acts = true;
+            std::string text = cases[k].name.empty() ? "" : "** load case " + cases[k].name + "\n";
+            text += "*STEP\n*STATIC\n";
+            if (!moved.empty()) text += "*BOUNDARY\n" + moved;
+            if (heat) text += "*TEMPERATURE\n" + temperature_lines(cases[k]);
+            if (k > 0)
+                text += "*CLOAD, OP=NEW\n" + loads;
+            else if (!loads.empty())
+                text += "*CLOAD\n" + loads;
+            file_.write(text + "*NODE PRINT, NSET=NALL\nU\n*NODE FILE\nU\n*EL FILE\nS,E\n*END STEP\n");
+        }
+        if (!acts || model_.mode_count > 1)
             file_.write(
                 formatted("*STEP\n*FREQUENCY\n%d\n*NODE PRINT, NSET=NALL\nU\n*NODE FILE\nU\n*END STEP\n",
                           std::max(model_.mode_count, 1)));
@@ -198,8 +252,38 @@ private:
     TextOutput& file_;
     ExportNames names_, materials_;
     RigidDeck rigid_;
+    SupportDeck supports_;
     std::vector<std::string> part_names_;  // per part; empty: no element is of it
 };
+
+// What CalculiX makes otherwise of hexahedra.
+void note_hexahedra(const ExportJob& job) {
+    const Model& model = job.model;
+    const auto note = [&](const char* text) { job.remarks.notices.push_back(text); };
+    if (model.hexahedra == HexahedronForm::mean_dilatation)
+        note("hexahedra mean-dilatation are written as C3D8, which CalculiX integrates as full ones");
+    if (model.hexahedra == HexahedronForm::enhanced)
+        note("hexahedra enhanced are written as C3D8I, which bend as well with other internal strains");
+    for (const ConditionCase& one : job.conditions.cases)
+        for (std::int32_t e = 0; e < model.mesh.element_num() && !one.warmth.empty(); ++e) {
+            const auto warmth = [&](std::int32_t node) { return one.warmth[node_index(node)]; };
+            const auto [low, high] = std::ranges::minmax(model.mesh.element(e), {}, warmth);
+            if (warmth(high) - warmth(low) > 1e-9 * std::abs(warmth(high)))
+                return note("temperatures vary within hexahedra: CalculiX takes the mean of each element");
+        }
+}
+
+bool springs_on_moved_nodes(const NodalConditions& conditions) {
+    std::vector<std::int32_t> moved;
+    for (const ConditionCase& one : conditions.cases)
+        for (std::size_t k = 0; k < one.held.size(); ++k)
+            if (one.held[k] != 0) moved.push_back(conditions.held[k].node);
+    std::ranges::sort(moved);
+    return std::ranges::any_of(conditions.ground, [&](const SpringTerm& term) {
+        return std::ranges::binary_search(moved, term.dof / 3) ||
+               (term.other >= 0 && std::ranges::binary_search(moved, term.other / 3));
+    });
+}
 
 void note_left_out(const ExportJob& job) {
     const Model& model = job.model;
@@ -211,6 +295,11 @@ void note_left_out(const ExportJob& job) {
     note(model.explicit_tables.initial_velocities.size() + model.explicit_tables.velocity_inputs.size(),
          "velocity records");
     note(model.explicit_tables.contacts.size(), "contact pairs");
+    if (model.mesh.element_type == ElementKind::hexahedron) note_hexahedra(job);
+    if (springs_on_moved_nodes(job.conditions))
+        job.remarks.notices.push_back(
+            "springs of supports stand on nodes that a support moves: CalculiX leaves out what these springs "
+            "pull the other nodes with");
 }
 
 }  // namespace

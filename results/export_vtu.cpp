@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "results/export_text.h"
 #include "results/vtu_grid.h"
 
@@ -28,6 +30,15 @@ void add_conditions(const ExportJob& job, VtuGrid& grid) {
     const NodalConditions& conditions = job.conditions;
     std::vector<std::uint8_t> support(grid.points, 0);
     for (const std::int32_t n : conditions.fixed) support[n] = 1;
+    for (const HeldNode& held : conditions.held) support[held.node] = 1;
+    if (!conditions.held.empty() || !conditions.ties.empty() || !conditions.ground.empty())
+        job.remarks.notices.push_back(
+            "the directions that supports hold, what they move by, their springs and ties are left out");
+    if (conditions.cases.size() > 1)
+        job.remarks.notices.push_back(
+            formatted("force is the sum of all loads, not of one of the %zu cases", conditions.cases.size()));
+    if (std::ranges::any_of(conditions.cases, [](const ConditionCase& one) { return !one.warmth.empty(); }))
+        job.remarks.notices.push_back("temperatures are left out");
     grid.point_data.push_back(make_vtu_array<double>("Float64", "force", 3, conditions.load));
     grid.point_data.push_back(make_vtu_array<std::uint8_t>("UInt8", "support", 1, support));
     if (conditions.rigid.empty()) return;

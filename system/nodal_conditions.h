@@ -11,7 +11,8 @@ namespace kestralum {
 
 // Finds what a static analysis with these settings would apply, to the last digit, in the numbering of
 // model.mesh. Prints nothing. False with an error in `remarks` where the model cannot be analysed, an area
-// force meets an element without a volume, or `progress` asks to stop; notices as those of the analysis.
+// force meets an element without a volume, or `progress` asks to stop; notices as those of the analysis, and
+// where nodes between parts that are heated differently have one temperature.
 bool find_nodal_conditions(const Model& model, const Settings& settings, const Progress& progress,
                            NodalConditions& out, Remarks& remarks);
 

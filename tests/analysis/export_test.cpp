@@ -197,6 +197,107 @@ TEST_F(Export, RigidElementsAreToldAtAPointThatSupportsLeave) {
     EXPECT_TRUE(contains(deck, "*SPRING, ELSET=J_RZ\n3,3\n3.\n") && !contains(deck, "J_RX"));
 }
 
+// Rollers on a face askew that one case moves, springs on a curved face, a block tied to the end, heat: what
+// the conditions say of each case is what its frame does, and the springs pull with what the run says they
+// carry.
+TEST_F(Export, ConditionsSayWhatEachCaseDoes) {
+    const std::string normal = "0.17101007166283436 -0.46984631039295416 0.8660254037844387 1";
+    ASSERT_TRUE(
+        read("material_info M 7800 2e11 0.3 alpha=1e-5 %\n"
+             "part_info T red M HALF_HOLLOWCYLI 0.05 0.015 0.1 0 0 0  8 2 4 0 0 0  0 0 0  20 30 10\n"
+             "  B red M RECT 0.12 0.08 0.02 0 0 0  5 4 2 0 0 0  -0.03336 -0.08378 0.0766  20 30 0 %\n"
+             "set_info t part T  b part B  up normal " +
+             normal +
+             "  down normal -0.17101007166283436 "
+             "0.46984631039295416 -0.8660254037844387 1\n"
+             "  FOOT intersection t,down  TOP intersection t,up  SOLE intersection b,down\n"
+             "  side normal 0 0 1 180  HULL difference t,FOOT,TOP %\n"
+             "tie_info GLUE TOP SOLE tolerance=1e-3 %\n"
+             "boundary_condition ROLL set FOOT fix=normal  PUSH set FOOT ux=1e-5*(1+x) case=b\n"
+             "  BED set HULL spring=1e9 spring_normal=2e9 %\n"
+             "load_info P pressure HULL 1e6*(1+5*x)  Q remote TOP 0 0 1 100 0 0 0 5 0 case=b\n"
+             "  H temperature T 300+50*z reference=293 case=b %\n"
+             "load_combination SUM base-2*b % END\n"));
+    const NodalConditions found = conditions();
+    testing::expect_done(analyse(analyse_static));
+    ASSERT_EQ(found.cases.size(), 3u);
+    EXPECT_GT(found.held.size(), 30u);
+    EXPECT_GT(found.ties.size(), 10u);
+    EXPECT_GT(found.ground.size(), 500u);
+    for (std::size_t k = 0; k < 3; ++k) {
+        const ConditionCase& one = found.cases[k];
+        EXPECT_EQ(one.name, frame(k).name);
+        const auto u = [&](std::int32_t node) { return triple(frame(k).mode_vec, result.node_of[node]); };
+        for (std::size_t h = 0; h < found.held.size(); ++h)
+            EXPECT_NEAR(dot(found.held[h].direction, u(found.held[h].node)), one.held[h], 1e-17);
+        EXPECT_EQ(std::ranges::any_of(one.held, [](double v) { return v != 0; }), k > 0);
+        for (const TiedMotion& tied : found.ties) {
+            Vec3 rest = u(tied.node);
+            for (const auto& [node, weight] : tied.weights) rest = minus(rest, times(weight, u(node)));
+            EXPECT_LT(norm(rest), 1e-17);
+        }
+        Vec3 pull{}, applied{};
+        for (const SpringTerm& spring : found.ground) {
+            const auto at = [&](std::int32_t dof) { return u(dof / 3)[dof % 3]; };
+            const double force =
+                spring.stiffness * (at(spring.dof) - (spring.other < 0 ? 0 : at(spring.other)));
+            pull[spring.dof % 3] -= force;
+            if (spring.other >= 0) pull[spring.other % 3] += force;
+        }
+        const CaseReport& report = result.report.cases[k];
+        testing::expect_equal(pull, report.supports.back().force, 1e-9);
+        for (std::size_t d = 0; d < one.load.size(); ++d) applied[d % 3] += one.load[d];
+        testing::expect_equal(applied, report.applied, 1e-12);
+        for (std::int32_t n = 0; n < model.mesh.node_num(); ++n)
+            if (std::ranges::binary_search(find_set(model.mesh, "t")->nodes, n))
+                EXPECT_NEAR(one.warmth[n],
+                            (k == 0   ? 0
+                             : k == 1 ? 1
+                                      : -2) *
+                                (7 + 50 * model.mesh.node(n)[2]),
+                            1e-9);
+    }
+    model.hexahedra = HexahedronForm::enhanced;
+    std::string notes;
+    for (const std::string& note : write("p.inp", ExportFormat::inp).notices) notes += note + "\n";
+    for (const char* part : {"C3D8I", "vary within hexahedra", "springs of supports stand on nodes"})
+        EXPECT_TRUE(contains(notes, part)) << notes;
+    const std::string deck = read_file(folder.file("p.inp"));
+    for (const char* part :
+         {"TYPE=C3D8I", "*EXPANSION, ZERO=0.\n1.e-5\n", "TYPE=SPRING2", "** load case SUM\n*STEP\n"})
+        EXPECT_TRUE(contains(deck, part)) << part;
+    EXPECT_EQ(deck.find("\n*CLOAD\n"), deck.rfind("\n*CLOAD\n")) << "later ones begin anew";
+    for (std::size_t line = 0; line < deck.size(); line = deck.find('\n', line) + 1)
+        ASSERT_LE(std::count(deck.begin() + line, deck.begin() + deck.find('\n', line), ','), 15);
+}
+
+// A body that rollers hold in part: none of its motions has a part in what the deck holds.
+TEST_F(Export, RigidElementsOnRollersKeepTheMotionsThatAreFree) {
+    ASSERT_TRUE(read(ModelText{.parts = testing::rect("b", "1 1 3", "2 2 3"),
+                               .supports = "A plane z 0 0 0 0 0 0  R volume x 0 0 0 1 3 3 fix=x",
+                               .rigid = "HEAD area 0.5 0.5 4  0 1 0 1 2 3 %\n"
+                                        "rigid_force F HEAD x 20  G HEAD ry 5 case=b %\n"}));
+    const NodalConditions found = conditions();
+    const RigidMotion& head = found.rigid.at(0);
+    EXPECT_TRUE(!head.held && head.no_turn.empty());
+    ASSERT_EQ(head.no_motion.size(), 2u) << "along x and about z where the edge lies";
+    testing::expect_done(analyse(analyse_static));
+    // three members tell the motion of the point and the rotation
+    for (std::size_t k = 0; k < 2; ++k) {
+        const auto u = [&](double x, double y, double z) {
+            return triple(frame(k).mode_vec, node_at(x, y, z));
+        };
+        const Vec3 origin = u(0, 0, 3), along_x = minus(u(1, 0, 3), origin),
+                   along_y = minus(u(0, 1, 3), origin);
+        const Vec3 turn{along_y[2], -along_x[2], along_x[1]};
+        const Vec3 point = plus(origin, cross(turn, minus(head.point, {0, 0, 3})));
+        EXPECT_GT(norm(turn), 0);
+        for (const auto& held : head.no_motion)
+            EXPECT_NEAR(dot({held[0], held[1], held[2]}, point) + dot({held[3], held[4], held[5]}, turn), 0,
+                        1e-12 * norm(turn));
+    }
+}
+
 TEST_F(Export, StepsAndLawsFollowTheModel) {
     const auto deck = [&](const std::string& more, bool plastic) {
         ModelText text{
