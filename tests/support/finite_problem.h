@@ -42,6 +42,8 @@ public:
     void start(const std::vector<double>& full) {
         for (std::int32_t d : freedoms.numbering.free_dofs) result.load[d] = full.empty() ? 0.0 : full[d];
         solver = std::make_unique<NewtonSolver>(job, body, freedoms, newton);
+        loads.groups = {{.nodal = result.load, .rigid_forces = model.rigid_forces}};
+        solver->set_loads(loads);
         ASSERT_TRUE(solver->prepare());
     }
 
@@ -69,6 +71,7 @@ public:
     Model model;
     Settings settings = analysis_settings();
     RunOptions options;
+    LoadSet loads;
     Run result;
     NewtonOptions newton;
     Job job{model, settings, options, silent, result};
