@@ -341,6 +341,13 @@ void print_check(const Model& model, const ModelCheck& check, Progress& progress
                          check.support_nodes[k]);
     for (std::size_t k = 0; k < check.force_nodes.size(); ++k)
         progress.summary("%-22s %s: %d nodes\n", "force", model.forces[k].name.c_str(), check.force_nodes[k]);
+    for (const LoadFigures& load : check.loads) {
+        const std::string faces =
+            load.faces > 0 ? formatted("%zu faces of %.6g m^2, ", load.faces, load.area) : std::string();
+        progress.summary("%-22s %s: %s(%.6g, %.6g, %.6g) N\n", "load", load.name.c_str(), faces.c_str(),
+                         load.force[0], load.force[1], load.force[2]);
+    }
+    if (!model.ties.empty()) progress.summary("%-22s %d nodes\n", "tied", check.tied_nodes);
     for (std::size_t k = 0; k < check.rigid_members.size(); ++k)
         progress.summary("%-22s %s: %d nodes\n", "rigid element", model.rigid_elements[k].name.c_str(),
                          check.rigid_members[k]);

@@ -140,7 +140,7 @@ void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::i
         double* alpha = k.alpha + 8 * W * b;
         Sums sums;
         begin(sums);
-        Vec dilatation{}, volume{}, weighted{}, strained{};
+        Vec dilatation{}, volume{}, weighted{}, strained{}, heated{};
         if constexpr (!once_yielded) strained = 1.0 + Vec{};
         Vec3 cof[8][3];
         Vec deviator[8][6], pressure[8], part[8], trace[8], grown[8];
@@ -157,6 +157,7 @@ void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::i
             pressure[p] = (1.0 / 3.0) * (s[0] + s[1] + s[2]);
             if constexpr (law == PointLaw::general) {
                 grown[p] = heating(k, 8 * b + p);
+                heated += grown[p] * m.volume;
                 dilatation -= 3.0 * grown[p] * m.volume;
             }
             dilatation += trace[p] * m.volume;
@@ -190,11 +191,17 @@ void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::i
             Vec own = pressure[p] + material.j2.bulk * trace[p];
             if constexpr (law == PointLaw::general) own -= 3.0 * material.j2.bulk * grown[p];
             const Vec reached = choose(strained, reached_mean, own);
-            if constexpr (law == PointLaw::general)
-                add_heat(k, b, (-1.5) * (before + reached) * grown[p] * part[p]);
             sums.internal += 0.5 * (before + reached) * trace[p] * part[p];
             for (int c = 0; c < 3; ++c) deviator[p][c] += reached;
             for (int c = 0; c < 6; ++c) store(stress + (6 * p + c) * W, deviator[p][c]);
+            if constexpr (law == PointLaw::general) {
+                // a point's own temperature is in its own pressure, which the forces take the mean of
+                Vec apart{};
+                if constexpr (!once_yielded)
+                    apart = pressure[p] - mean - 3.0 * material.j2.bulk * (grown[p] - heated / volume);
+                for (int c = 0; c < 3; ++c) store(stress + (6 * p + c) * W, deviator[p][c] + apart);
+                add_heat(k, b, (-1.5) * (pressure[p] + reached + apart) * grown[p] * part[p]);
+            }
             add_flux(deviator[p], cof[p], p, sum);
         }
         hexa_store(sum, k.force + 24 * W * b);

@@ -18,9 +18,9 @@ namespace {
 const char* missing_definition(ModelSource source) {
     switch (source) {
         case ModelSource::result_file:
-            return "the model was opened from a result file, which holds no materials, parameters, springs "
-                   "between "
-                   "rigid elements, walls or control settings: open its model file to analyse it";
+            return "the model was opened from a result file, which holds no materials, parameters, options "
+                   "of supports and forces, loads of load_info, ties, springs between rigid elements, walls "
+                   "or control settings: open its model file to analyse it";
         case ModelSource::displacement_file:
             return "the mesh was opened from a displacement file, which holds no parts, materials, supports "
                    "or "

@@ -6,6 +6,8 @@
 #include "elements/body_loads.h"
 #include "elements/element_type.h"
 #include "model/format.h"
+#include "model/free_faces.h"
+#include "model/load_cases.h"
 #include "model/mesh_sets.h"
 #include "system/job.h"
 
@@ -217,6 +219,16 @@ void add_surface_load(const Mesh& mesh, const Load& load, double time, std::span
     add_traction(mesh, faces_of(mesh, load), load.vector, time, nodal);
 }
 
+bool check_case(Job& job) {
+    const std::string& wanted = job.options.load_case;
+    if (wanted.empty() || std::ranges::count(case_names(job.model), wanted) > 0) return true;
+    const bool sum = std::ranges::any_of(job.model.combinations,
+                                         [&](const LoadCombination& c) { return c.name == wanted; });
+    return job.fail(RunStatus::bad_input,
+                    sum ? wanted + " is a combination: only the static analysis adds cases"
+                        : "no load case has the name " + wanted);
+}
+
 double load_factor(const LoadOptions& options, double time, Growth growth) {
     constexpr double nowhere[3] = {};
     if (options.factor.given()) return options.factor.at(nowhere, time);
@@ -230,6 +242,24 @@ bool resolve_loads(Job& job, const Freedoms& freedoms, std::span<const double> s
         if (freedoms.numbering.selected[b] == 0)
             job.note("support " + job.model.boundary_conditions[b].name + ": selects no node");
     job.run.load = applied_loads(out, job.mesh(), {}, 1, Growth::whole, {}).nodal;
+    return true;
+}
+
+bool measure_loads(Job& job, std::vector<LoadFigures>& out) {
+    const Mesh& mesh = job.mesh();
+    for (const Load& load : job.model.loads) {
+        LoadFigures& figures = out.emplace_back();
+        figures.name = load.name;
+        const std::vector<ElementFace>& faces = faces_of(mesh, load);
+        figures.faces = faces.size();
+        for (const ElementFace& face : faces) figures.area += face_area(mesh, face);
+        std::vector<double> nodal(mesh.dof_num(), 0.0);
+        if (load.kind == LoadKind::pressure || varies_itself(load))
+            add_surface(mesh, load, 1, 1, {}, nodal);
+        else if (const std::string why = add_dead(job.model, mesh, load, nodal); !why.empty())
+            return job.fail(RunStatus::bad_input, "load " + load.name + ": " + why);
+        for (std::size_t d = 0; d < nodal.size(); ++d) figures.force[d % 3] += nodal[d];
+    }
     return true;
 }
 

@@ -30,6 +30,9 @@ struct LoadSet {
     bool empty() const { return groups.empty() && surface.empty() && temperatures.empty(); }
 };
 
+// Whether the run's load case, where it names one, is a case of the model; false with status bad_input.
+bool check_case(Job& job);
+
 // The factor of a load at a time.
 double load_factor(const LoadOptions& options, double time, Growth growth);
 
@@ -37,6 +40,16 @@ double load_factor(const LoadOptions& options, double time, Growth growth);
 // of all nodal forces at time 1, pressures at rest included. Notes the records that reach nothing, lose force
 // or turn. `stiffness` as build_loads(). False with the status set where a load cannot be made of its record.
 bool resolve_loads(Job& job, const Freedoms& freedoms, std::span<const double> stiffness, LoadSet& out);
+
+// What `check` tells of a load of load_info.
+struct LoadFigures {
+    std::string name;
+    std::size_t faces = 0;  // of its set
+    double area = 0;        // m^2
+    Vec3 force{};           // resultant at time 1 and factor 1, at rest, N; not of temperatures
+};
+// Of all loads. False with the status set as resolve_loads().
+bool measure_loads(Job& job, std::vector<LoadFigures>& out);
 
 // What acts at a time in one case (empty: all): nodal forces, and per rigid body force and moment about its
 // pivot.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <set>
 
 #include "elements/element_type.h"
 #include "model/element_quality.h"
@@ -116,8 +117,19 @@ void check_forces(const Model& model, const Run& run, ModelCheck& out) {
     }
 }
 
-void check_contacts(const Model& model, const Mesh& mesh, ModelCheck& out, const Progress& progress) {
+// Parts that `tied`, pairs of nodes, join are not told.
+void check_contacts(const Model& model, const Mesh& mesh, std::span<const std::array<std::int32_t, 2>> tied,
+                    ModelCheck& out, const Progress& progress) {
+    const NodeElements around = elements_of_nodes(mesh);
+    std::set<std::array<std::int32_t, 2>> joined;
+    for (const auto& [a, b] : tied)
+        for (const std::int32_t e : around.of(a))
+            for (const std::int32_t f : around.of(b))
+                joined.insert({std::min(mesh.p_ele_part_id[e], mesh.p_ele_part_id[f]),
+                               std::max(mesh.p_ele_part_id[e], mesh.p_ele_part_id[f])});
     out.unjoined = find_unjoined_nodes(mesh, progress);
+    std::erase_if(out.unjoined,
+                  [&](const UnjoinedContact& contact) { return joined.contains(contact.part); });
     for (const UnjoinedContact& contact : out.unjoined) {
         const double* x = mesh.node(contact.first_node - 1);
         notice(
@@ -148,6 +160,20 @@ std::vector<std::array<std::int32_t, 2>> rigid_links(const Model& model, const R
         if (holds && ends[0] >= 0 && ends[1] >= 0) links.push_back(ends);
     }
     return links;
+}
+
+void add_tied_links(const Freedoms& freedoms, std::vector<std::array<std::int32_t, 2>>& links) {
+    const ConstraintMap& map = freedoms.constraints.map;
+    for (const std::int32_t n : map.special_nodes())
+        if (map.is_tied(n))
+            for (const ConstraintMap::Term& term : map.row(3 * n)) links.push_back({n, term.dof / 3});
+}
+
+void hold_by_springs(const Model& model, const Mesh& mesh, const Freedoms& freedoms, std::span<char> fixed) {
+    for (const BoundaryCondition& record : model.boundary_conditions)
+        if (record.options.spring.given() || record.options.normal_spring.given())
+            for (const std::int32_t n : select_nodes(record, mesh))
+                if (freedoms.node_elements.any(n)) fixed[n] = 1;
 }
 
 // The profile of the free rows from the neighbour sets: the first free column of each. Members of rigid
@@ -263,15 +289,26 @@ ModelCheck check_model(const Model& model, const Settings& settings, const Progr
     for (const RigidBody& body : freedoms.rigid.bodies)
         out.rigid_members.push_back(static_cast<std::int32_t>(body.members.size()));
     for (const std::string& text : freedoms.rigid.notices) notice(out, text);
+    if (run.report.status == RunStatus::done) measure_loads(job, out.loads);
     for (const std::string& text : run.report.remarks.errors) notice(out, text);
+    for (const std::string& text : freedoms.constraints.notices) notice(out, text);
+    for (const std::int32_t n : freedoms.constraints.map.special_nodes())
+        out.tied_nodes += freedoms.constraints.map.is_tied(n);
     std::vector<char> fixed(mesh.node_num(), 0);
     for (std::int32_t n : freedoms.numbering.fixed_nodes) fixed[n] = 1;
-    check_bodies(mesh, fixed, rigid_links(model, freedoms.rigid), out);
+    for (const HeldDof& held : freedoms.constraints.held) fixed[held.dof / 3] = 1;
+    for (const RigidBody& body : freedoms.rigid.bodies)
+        for (const HeldDirection& held : body.held) fixed[held.node] = 1;
+    hold_by_springs(model, mesh, freedoms, fixed);
+    std::vector<std::array<std::int32_t, 2>> links = rigid_links(model, freedoms.rigid);
+    const std::size_t rigid = links.size();
+    add_tied_links(freedoms, links);
+    check_bodies(mesh, fixed, links, out);
     for (std::size_t b = 0; b < out.bodies.size(); ++b)
         if (!out.bodies[b].supported)
             notice(out, formatted("body %zu (part %s): no support holds it", b + 1,
                                   model.parts[out.bodies[b].parts.front()].name.c_str()));
-    check_contacts(model, mesh, out, progress);
+    check_contacts(model, mesh, std::span(links).subspan(rigid), out, progress);
     if (mesh.element_num() < 1)
         notice(out, "the model has no solid elements: nothing to analyse");
     else if (!progress.cancelled())

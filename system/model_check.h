@@ -11,6 +11,7 @@
 #include "model/remarks.h"
 #include "model/settings.h"
 #include "model/unjoined_nodes.h"
+#include "system/load_set.h"
 
 namespace kestralum {
 
@@ -47,7 +48,9 @@ struct ModelCheck {
     ShapeMeasure angle{{}, 0, 10};       // smallest angle, degrees (model/element_quality.h); beyond: smaller
     ShapeMeasure jacobian{{}, 0, 0.2};   // smallest over largest determinant; beyond: smaller
     ShapeMeasure edge_ratio{{}, 0, 10};  // longest over shortest edge; beyond: larger
-    std::int32_t hanging_nodes = 0;      // on no solid element, facets of STL parts included
+    std::vector<LoadFigures> loads;      // of load_info
+    std::int32_t tied_nodes = 0;
+    std::int32_t hanging_nodes = 0;  // on no solid element, facets of STL parts included
     std::vector<Body>
         bodies;  // by first element; elements that share a node, a rigid element or springs are one
     std::vector<UnjoinedContact> unjoined;    // parts that touch at nodes that are not joined

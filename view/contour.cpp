@@ -26,8 +26,12 @@ std::vector<double> nodal_values(std::int32_t index, const Mesh& mesh, const Fra
     if (!quantity || quantity->source == Source::none || frame.mode_vec.size() != dofs ||
         frame.node_stress.size() != stress_groups * dofs)
         return {};
-    if (quantity->source == Source::error)
-        return frame.error.size() == dofs / 3 ? frame.error : std::vector<double>();
+    if (quantity->source == Source::error) {
+        if (frame.error.size() != dofs / 3) return {};
+        std::vector<double> percent(frame.error);
+        for (double& value : percent) value *= 100;
+        return percent;
+    }
     const auto table = quantity->source == Source::stress
                            ? std::span(frame.node_stress).subspan(quantity->group * dofs, dofs)
                            : std::span(frame.mode_vec);

@@ -19,7 +19,7 @@ enum class Source {
     magnitude,     // length of the displacement vector
     displacement,  // its component
     stress,        // component of a group of Frame::node_stress
-    error,         // Frame::error
+    error,         // Frame::error, in percent
     none,          // no values: the part's own colour
 };
 struct Quantity {
@@ -58,7 +58,7 @@ inline constexpr Quantity plastic_strain{"Plastic Strain", "Eq. plastic strain",
 // The estimated error of the stresses, which static runs have.
 inline constexpr std::int32_t error_row = 101;
 inline constexpr Quantity error_estimate{
-    "E&rror Estimate", "Estimated stress error", "", Source::error, 0, 0};
+    "E&rror Estimate", "Estimated stress error", "%", Source::error, 0, 0};
 
 // Row of the table, plastic_strain_row or error_row; null for any other index.
 const Quantity* quantity_at(std::int32_t index);

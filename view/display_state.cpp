@@ -16,8 +16,7 @@ void advance(DisplayState& state, AnalysisType ana_type, std::int32_t mode_num) 
             state.phase = (state.phase + 1) % phase_count;
             break;
         case AnalysisType::linear_static:
-            state.frame = 1;
-            state.animation_running = false;
+            state.animation_running = false;  // its frames are load cases
             break;
         default:
             if (!state.animation_running) break;

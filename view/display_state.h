@@ -67,6 +67,7 @@ inline constexpr int phase_count = 20;  // pictures per oscillation of a mode
 struct DisplayState {
     std::array<bool, 16> flags = start_flags();
     std::int32_t contour = 4;          // row of the Contour menu, -1 none
+    bool error_estimate = false;       // the entry below the Contour menu's rows; contour is -1 then
     bool plastic_strain = false;       // shown in place of the contour
     std::int32_t frame = 1;            // mode or output step shown, 1-based; 0 undeformed
     std::int32_t frame_increment = 1;  // kept for the control that sets it
@@ -83,7 +84,9 @@ struct DisplayState {
     bool result_ready = false;
 
     // Row of the quantity table, -1 none.
-    std::int32_t shown_contour() const { return plastic_strain ? plastic_strain_row : contour; }
+    std::int32_t shown_contour() const {
+        return plastic_strain ? plastic_strain_row : error_estimate ? error_row : contour;
+    }
     bool shows(ViewFlag flag) const { return flags[static_cast<std::size_t>(flag)]; }
 };
 
@@ -91,7 +94,8 @@ struct DisplayState {
 std::int32_t clamp_frame(std::int32_t frame, std::int32_t mode_num);
 
 // One repaint of the periodic timer later: modes oscillate; a running animation of steps moves one
-// frame on and stops at the last; a static result stays at frame 1. Clamps the frame in all cases.
+// frame on and stops at the last; the load cases of a static result stand still. Clamps the frame in all
+// cases.
 void advance(DisplayState& state, AnalysisType ana_type, std::int32_t mode_num);
 
 // The contour that an exclusive menu shows: the last checked entry that is not `current`, else -1.

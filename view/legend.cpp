@@ -14,6 +14,13 @@ std::string mark(const char* name, const Extreme& extreme) {
     return formatted("%s %.3e Node:%d", name, extreme.value, extreme.node);
 }
 
+// Of a frame with a name.
+std::string case_text(const Frame& shown, bool follows, std::int32_t frame, std::int32_t count) {
+    if (shown.name.empty()) return "";
+    const std::string text = std::string(follows ? ", load case " : "Load case ") + shown.name;
+    return count > 1 ? text + formatted(", %d/%d", frame, count) : text;
+}
+
 }  // namespace
 
 double frame_time(Frames frames, const AnalysisControl& control, std::int32_t frame) {
@@ -35,7 +42,7 @@ std::string legend_text(AnalysisType ana_type, std::int32_t contour, Frames fram
         case AnalysisType::buckling:
             return formatted("Mode%d___Load factor %.6g", frame, shown->n_freq);
         case AnalysisType::linear_static:
-            return formatted("%s", text);
+            return formatted("%s", text) + case_text(*shown, text[0] != '\0', frame, mode_num(frames));
         case AnalysisType::nonlinear_static:
             return formatted("%s, step %d/%d", text, frame, mode_num(frames));
         case AnalysisType::explicit_dynamics:

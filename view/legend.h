@@ -13,8 +13,8 @@ namespace kestralum::view {
 // file of an unknown model), (frame - 1)·end_time/mode_num.
 double frame_time(Frames frames, const AnalysisControl& control, std::int32_t frame);
 
-// The line at the foot of the picture: mode and frequency, quantity, or quantity with step and time.
-// Empty where the frame does not exist and for an unknown analysis type.
+// The line at the foot of the picture: mode and frequency, quantity with the load case where it has a name,
+// or quantity with step and time. Empty where the frame does not exist and for an unknown analysis type.
 std::string legend_text(AnalysisType ana_type, std::int32_t contour, Frames frames,
                         const AnalysisControl& control, std::int32_t frame);
 

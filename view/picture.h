@@ -11,6 +11,7 @@
 #include "model/model.h"
 #include "model/run.h"
 #include "view/camera.h"
+#include "view/condition_symbols.h"
 #include "view/contour.h"
 #include "view/deformation.h"
 #include "view/display_state.h"
@@ -22,10 +23,12 @@ namespace kestralum::view {
 // What is drawn: a model as it was meshed, or a run with its own mesh and frames.
 struct SceneTables {
     const Model& model;
-    const Run* run = nullptr;                     // null: the model's own mesh and no results
-    std::span<const std::int32_t> force_node;     // per force: its node of mesh() (1-based), 0 for none
-    std::span<const std::int32_t> fixed_nodes;    // of mesh(), 0-based
-    std::span<const RigidHold> rigid_holds = {};  // one per rigid element
+    const Run* run = nullptr;                         // null: the model's own mesh and no results
+    std::span<const std::int32_t> force_node;         // per force: its node of mesh() (1-based), 0 for none
+    std::span<const std::int32_t> fixed_nodes;        // of mesh(), 0-based: held in all directions
+    std::span<const RigidHold> rigid_holds = {};      // one per rigid element
+    std::span<const SupportHold> support_holds = {};  // of mesh(), of supports with options
+    std::span<const SupportSprings> support_springs = {};  // the same
 
     const Mesh& mesh() const { return run ? run->mesh : model.mesh; }
     Frames frames() const { return run ? Frames(run->results) : Frames(); }

@@ -36,7 +36,7 @@ ExplicitLoads::ExplicitLoads(const Job& job, LoadSet loads, std::span<double> co
             own.nodes.insert(own.nodes.end(), points.node.begin(), points.node.begin() + points.nodes);
         }
         std::ranges::sort(own.nodes);
-        own.nodes.erase(std::ranges::unique(own.nodes).begin(), own.nodes.end());
+        own.nodes.erase(std::unique(own.nodes.begin(), own.nodes.end()), own.nodes.end());
         for (const std::int32_t n : own.nodes)
             for (std::size_t c = 0; c < 3; ++c) changes[3 * n + c] = 1;
     }

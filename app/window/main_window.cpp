@@ -116,6 +116,27 @@ void MainWindow::start_animation() {
 void MainWindow::set_frame(int frame) {
     view_->state().frame = view::clamp_frame(frame, view_->shown().mode_num());
     show_frame_in_controls();
+    offer_error_estimate();
+}
+
+// The frame that was asked for; of several load cases the status bar tells which it is.
+void MainWindow::step_to(int frame) {
+    set_frame(frame);
+    const auto shown = view::frame_at(view_->shown().tables().frames(), view_->state().frame);
+    if (shown && !shown->name.empty())
+        say(QString("Load case %1, %2/%3")
+                .arg(QString::fromStdString(shown->name))
+                .arg(view_->state().frame)
+                .arg(view_->shown().mode_num()));
+}
+
+// The entry lives where the frame has an estimate; the picture falls back to the stress it is of.
+void MainWindow::offer_error_estimate() {
+    view::DisplayState& state = view_->state();
+    const auto shown = view::frame_at(view_->shown().tables().frames(), state.frame);
+    const bool known = shown && !shown->error.empty();
+    contour_actions_.back()->setEnabled(known);
+    if (!known && state.error_estimate) show_contour(view::DisplayState().contour);
 }
 
 void MainWindow::show_frame_in_controls() {
@@ -133,11 +154,11 @@ void MainWindow::show_light_in_controls() {
 }
 
 void MainWindow::i_anime_Changed(int frame) {
-    set_frame(frame);
+    step_to(frame);
 }
 
 void MainWindow::slotsModeNumberChanged(int number) {
-    set_frame(number);
+    step_to(number);
 }
 
 void MainWindow::add_anime_Changed(int increment) {
@@ -173,14 +194,18 @@ void MainWindow::slotsViewMenu() {
 }
 
 void MainWindow::slotsContourMenu() {
-    std::array<bool, 18> checked{};
+    std::array<bool, contour_count> checked{};
     for (std::size_t k = 0; k < checked.size(); ++k) checked[k] = contour_actions_[k]->isChecked();
-    std::int32_t& contour = view_->state().contour;
-    contour = view::chosen_contour(checked, contour);
-    for (std::size_t k = 0; k < checked.size(); ++k)
-        contour_actions_[k]->setChecked(static_cast<std::int32_t>(k) == contour);
+    const view::DisplayState& state = view_->state();
+    show_contour(view::chosen_contour(checked, state.error_estimate ? error_entry : state.contour));
     view_->state().plastic_strain = false;  // what was chosen last shows
     plastic_->setChecked(false);
+}
+
+void MainWindow::show_contour(std::int32_t entry) {
+    view_->state().error_estimate = entry == error_entry;
+    view_->state().contour = entry == error_entry ? -1 : entry;
+    for (std::int32_t k = 0; k < contour_count; ++k) contour_actions_[k]->setChecked(k == entry);
 }
 
 // ---- pixmaps

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "app/window/gl_widget.h"
+#include "app/window/run_settings.h"
 #include "app/window/worker.h"
 
 class QDoubleSpinBox;
@@ -104,6 +105,9 @@ private:
     void on_started();
     void on_settings_missing();
     void set_frame(int frame);
+    void step_to(int frame);
+    void offer_error_estimate();
+    void show_contour(std::int32_t entry);
     void show_frame_in_controls();
     void show_light_in_controls();
 
@@ -144,10 +148,13 @@ private:
 
     GLWidget* view_ = nullptr;
     std::array<QAction*, 16> view_actions_{};
-    std::array<QAction*, 18> contour_actions_{};
+    // the rows of the quantity table, and the estimated error behind them
+    static constexpr std::int32_t error_entry = std::ssize(view::quantities), contour_count = error_entry + 1;
+    std::array<QAction*, contour_count> contour_actions_{};
     QAction* plastic_ = nullptr;
     QAction* copy_ = nullptr;
     QAction* remove_factor_ = nullptr;
+    RunSettings* settings_ = nullptr;
     std::array<QDoubleSpinBox*, 3> light_boxes_{};
     QSpinBox* frame_box_ = nullptr;
     QSpinBox* mode_box_ = nullptr;

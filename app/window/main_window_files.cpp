@@ -122,6 +122,7 @@ void MainWindow::take_model(Reading& reading, const Heard& heard, bool fresh) {
     state.animation_running = false;
     state.phase = 0;
     view_->shown().show(reading.model, nullptr);
+    settings_->offer_cases(*reading.model);
     set_frame(1);
     view_->shown().reset_light();
     show_light_in_controls();
@@ -185,6 +186,7 @@ void MainWindow::take_frames(StoredRun& stored, const QString& name) {
     state.phase = 0;
     view_->shown().show(std::make_shared<const Model>(std::move(stored.model)),
                         std::make_shared<const Run>(std::move(stored.run)));
+    settings_->offer_cases(*store().model);
     set_frame(1);
     view_->shown().reset_light();
     show_light_in_controls();

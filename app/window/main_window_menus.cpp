@@ -66,17 +66,21 @@ void MainWindow::make_menus() {
     remove_factor_->setStatusTip("Remove the files of the factor from the log folder after each run");
     remove_factor_->setCheckable(true);
     analysis->addAction(add_action("&Buckling", "", &MainWindow::slotsExecBuckling));
+    analysis->addSeparator();
+    settings_ = new RunSettings(analysis, this);
 
     menuBar()->addMenu("&Result")->addAction(
         add_action("&Start Animation", "", &MainWindow::start_animation));
 
     QMenu* contour = menuBar()->addMenu("&Contour");
-    for (std::size_t k = 0; k < contour_actions_.size(); ++k) {
-        QAction* action = add_action(view::quantities[k].menu_text, "", &MainWindow::slotsContourMenu);
+    for (std::int32_t k = 0; k < contour_count; ++k) {
+        const char* text = k == error_entry ? view::error_estimate.menu_text : view::quantities[k].menu_text;
+        QAction* action = add_action(text, "", &MainWindow::slotsContourMenu);
         action->setCheckable(true);
-        action->setChecked(static_cast<std::int32_t>(k) == view_->state().contour);
+        action->setChecked(k == view_->state().contour);
         contour->addAction(contour_actions_[k] = action);
     }
+    contour_actions_[error_entry]->setEnabled(false);
 }
 
 // They stand in no menu; the window holds them so that their shortcuts work.

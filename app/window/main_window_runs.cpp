@@ -43,6 +43,14 @@ QString outcome(const RunReport& report) {
         return QString("%1 load factors, the first is %2")
             .arg(report.buckling.factors.size())
             .arg(report.buckling.factors.front().factor, 0, 'g', 5);
+    if (report.cases.size() > 1) {
+        const auto size = [](const CaseReport& of_case) { return of_case.largest_displacement.value; };
+        const CaseReport& worst = *std::ranges::max_element(report.cases, {}, size);
+        return QString("%1 load cases, the largest displacement %2 m in %3")
+            .arg(report.cases.size())
+            .arg(size(worst), 0, 'e', 3)
+            .arg(QString::fromStdString(worst.name));
+    }
     if (report.largest_displacement.node > 0)
         return QString("largest displacement %1 m at node %2, largest Mises stress %3 Pa at node %4")
             .arg(report.largest_displacement.value, 0, 'e', 3)
@@ -80,6 +88,7 @@ double full_factor_megabytes(const Mesh& mesh) {
 RunOptions MainWindow::run_options() const {
     RunOptions options;
     options.log_folder = log_folder_;
+    settings_->put_into(options);
     return options;
 }
 
@@ -144,7 +153,8 @@ void MainWindow::run_analysis(const char* menu_text) {
 }
 
 void MainWindow::start_run(const AnalysisEntry& entry) {
-    const QString title = plain(entry.menu_text);
+    QString title = plain(entry.menu_text);
+    if (const QString text = settings_->text(entry.type); !text.isEmpty()) title += " (" + text + ")";
     const std::shared_ptr<const Model> model = store().model;
     auto made = std::make_shared<std::shared_ptr<Run>>();
     auto job = [made, model, &entry, settings = store().settings, options = run_options(),

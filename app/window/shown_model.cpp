@@ -1,8 +1,11 @@
 #include "app/window/shown_model.h"
 
+#include <algorithm>
 #include <utility>
 
+#include "conditions/constraints.h"
 #include "conditions/rigid_bodies.h"
+#include "conditions/supports.h"
 #include "model/selection.h"
 
 namespace kestralum {
@@ -22,16 +25,29 @@ std::vector<view::RigidHold> find_rigid_holds(const Model& model, const Mesh& me
     return holds;
 }
 
+// What the supports with options hold and rest on, as an analysis finds it. Records that an analysis refuses
+// show what can be found of them.
+void find_supports(const Model& model, const Mesh& mesh, std::vector<view::SupportHold>& holds,
+                   std::vector<view::SupportSprings>& springs) {
+    holds.clear();
+    springs.clear();
+    const auto& records = model.boundary_conditions;
+    if (std::ranges::none_of(records, [](const BoundaryCondition& r) { return r.options.given; })) return;
+    const NodeElements around = elements_of_nodes(mesh);
+    for (const HeldDirection& held : find_held_directions(records, mesh, around).held)
+        holds.push_back({held.node, held.record, held.direction, held.axis});
+    for (std::size_t r = 0; r < records.size(); ++r)
+        if (records[r].options.spring.given() || records[r].options.normal_spring.given())
+            springs.push_back({static_cast<std::int32_t>(r), support_faces(records[r], mesh, around)});
+}
+
 }  // namespace
 
 void ShownModel::show(std::shared_ptr<const Model> model, std::shared_ptr<const Run> run) {
     store.model = std::move(model);
     store.run = std::move(run);
-    fixed_nodes_.clear();
-    for (const BoundaryCondition& record : store.model->boundary_conditions) {
-        const auto nodes = select_nodes(record, mesh());
-        fixed_nodes_.insert(fixed_nodes_.end(), nodes.begin(), nodes.end());
-    }
+    fixed_nodes_ = wholly_fixed_nodes(store.model->boundary_conditions, mesh());
+    find_supports(*store.model, mesh(), support_holds_, support_springs_);
     rigid_holds_ = find_rigid_holds(*store.model, mesh());
     force_node_ = store.run ? store.run->force_node : resolve_force_points(mesh(), store.model->forces);
     state.result_ready = mode_num() > 0;
@@ -48,7 +64,8 @@ void ShownModel::reset_light() {
 }
 
 view::SceneTables ShownModel::tables() const {
-    return {*store.model, store.run.get(), force_node_, fixed_nodes_, rigid_holds_};
+    return {*store.model, store.run.get(), force_node_,     fixed_nodes_,
+            rigid_holds_, support_holds_,  support_springs_};
 }
 
 view::Scene ShownModel::box() const {

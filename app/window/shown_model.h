@@ -57,6 +57,8 @@ private:
     std::vector<std::int32_t> force_node_;   // per force: its node of mesh(), 1-based, 0 for none
     std::vector<std::int32_t> fixed_nodes_;  // of mesh(), 0-based
     std::vector<view::RigidHold> rigid_holds_;
+    std::vector<view::SupportHold> support_holds_;
+    std::vector<view::SupportSprings> support_springs_;
 
     view::FaceSelection selection_;
     std::string records_;                   // of the selection, once they have been asked for

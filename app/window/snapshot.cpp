@@ -96,6 +96,7 @@ int make_snapshot(const WindowOptions& options, Progress& progress) {
     state.result_ready = shown.store.run != nullptr;
     state.contour = options.contour;
     state.plastic_strain = options.plastic_strain;
+    state.error_estimate = options.error_estimate;
     state.frame = view::clamp_frame(options.frame, shown.mode_num());
     state.mode_scale = options.scale;
     state.transparency = options.opacity;

@@ -44,10 +44,11 @@ std::string take_number(const std::string& option, const std::string& text, doub
 
 std::string take_contour(WindowOptions& options, const std::string& text) {
     options.plastic_strain = text == "plastic";
-    if (options.plastic_strain) return {};
+    options.error_estimate = text == "error";
+    if (options.plastic_strain || options.error_estimate) return {};
     const std::string refused = take_integer(
         "--contour", text, -1, static_cast<std::int32_t>(view::quantities.size()) - 1, options.contour);
-    return refused.empty() ? refused : refused + ", or plastic";
+    return refused.empty() ? refused : refused + ", plastic or error";
 }
 
 std::string take_size(WindowOptions& options, const std::string& text) {
@@ -111,9 +112,9 @@ void describe_snapshot(CommandLine& line, WindowOptions& options) {
     terms.excludes = "--analysis";
     line.add_text("--result", "FILE", "shows the results of this file", options.result_file, terms);
     terms.excludes.clear();
-    add("--contour", "N|plastic",
+    add("--contour", "N|plastic|error",
         "0 ... 16 in the order of the Contour menu, 17 part colours, -1 none; 4 unless given;\n"
-        "plastic: equivalent plastic strain",
+        "plastic: equivalent plastic strain; error: estimated error of the stress",
         [&options](Text text) { return take_contour(options, text); });
     add("--frame", "K", "mode or output step, from 1",
         [&options](Text text) { return take_integer("--frame", text, 1, 9999, options.frame); });

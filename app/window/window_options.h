@@ -19,6 +19,7 @@ struct WindowOptions : CommonOptions {
     std::string analysis;         // for a snapshot: analysis to run first, its batch word
     std::int32_t contour = 4;     // row of the Contour menu, -1 none
     bool plastic_strain = false;  // shown in place of the contour
+    bool error_estimate = false;  // the same
     std::int32_t frame = 1;
     std::optional<view::ViewDirection> direction;
     std::array<int, 2> size{800, 600};

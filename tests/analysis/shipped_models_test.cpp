@@ -138,6 +138,19 @@ TEST_F(ShippedModels, AHoleConcentratesStressAndATurnedBracketBendsAlike) {
                       5e-5);
 }
 
+// What the supports carry of the cases, worked out by hand: a pressure on 30 cm², a pull and the weight of
+// the volumes, polygons of 32 sides for the boss; a bearing and a pressure that grows from z = 5 to 60 mm.
+TEST_F(ShippedModels, SupportsCarryEachCaseOfTheBracket) {
+    const RunReport done = analyse_shipped("bracket_cases", analyse_static);
+    ASSERT_EQ(done.cases.size(), 5u);
+    const double ring = 16 * std::sin(std::numbers::pi / 16) * (0.022 * 0.022 - 0.014 * 0.014);
+    const double weight = 9.81 * (7800 * (0.01 * 0.06 * 0.12 * 2) + 8500 * ring * 0.03);
+    expect_documented("base", done.cases[0].reaction[2], 273.3, 0.1, 20000 * 0.003 + 200 + weight, 1e-9);
+    const double wind = 4e5 / 0.06 * 0.06 * 0.5 * (0.06 * 0.06 - 0.005 * 0.005);
+    expect_documented("crane", done.cases[1].reaction[0], 3715, 1, 3000 + wind, 1e-9);
+    EXPECT_NEAR(done.cases[4].reaction[2], done.cases[0].reaction[2] + 1.5 * done.cases[1].reaction[2], 1e-6);
+}
+
 // Thin-ring theory, in the plane of the ring: two and three waves, each twice, after six zero modes.
 #ifdef KESTRALUM_MESHER
 // Volume and bearing area of the three STEP parts are those of the CAD kernel, and what is held balances the

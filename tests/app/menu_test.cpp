@@ -75,6 +75,23 @@ TEST_F(Window, ViewEntriesShowWhatTheyName) {
     }
 }
 
+// A support with options shows what it holds, not three directions; loads and supports follow their entries.
+TEST_F(Window, SupportsWithOptionsShowWhatTheyHold) {
+    ASSERT_TRUE(open(replaced(
+        block_text, "-1 1 -1 1  %\napply_force\n  PULL area x 1000  0.4 0.4 -1 1 -1 1  %",
+        "-1 1 -1 1 fix=x  %\nset_info E plane x 0.4 %\nload_info P pressure E 1e5  G gravity 0 0 -9.81 %")));
+    EXPECT_TRUE(shown().tables().fixed_nodes.empty());
+    ASSERT_EQ(shown().tables().support_holds.size(), 9u);
+    EXPECT_EQ(shown().tables().support_holds[0].axis, 0);
+    for (const char* entry : {"&B.C.", "&Force"}) {
+        const QImage with = picture();
+        trigger(entry);
+        EXPECT_NE(picture(), with) << entry;
+        trigger(entry);
+        EXPECT_EQ(picture(), with) << entry;
+    }
+}
+
 // node_stress 4: Mises, plastic strain.
 TEST_F(Window, ContoursExcludeEachOther) {
     ASSERT_TRUE(open(block_text));

@@ -1,6 +1,7 @@
 // Analyses on the worker: the window goes on meanwhile, and shows what has become whole.
 #include <QElapsedTimer>
 #include <QLabel>
+#include <QMenu>
 #include <QProgressBar>
 #include <QPushButton>
 #include <atomic>
@@ -139,6 +140,51 @@ TEST_F(Runs, ShowWhatTheyComputed) {
     trigger("Remove &Factor Files");
     told_by([&] { run("&Static"); }, {"Replace"});
     EXPECT_TRUE(list_factor_files(folder.file("log")).names.empty());
+}
+
+// A frame for each load case, one where a case is chosen; the estimated error while the frame has one.
+TEST_F(Runs, LoadCasesAreFramesAndSettingsReachTheRun) {
+    const std::string two_cases =
+        replaced(block_text, "-1 1 -1 1  %\nrigid",
+                 "-1 1 -1 1 case=pull  DOWN area z -500  0.4 0.4 -1 1 -1 1 case=down  %\n"
+                 "load_combination\n  BOTH pull+2*down  %\nrigid");
+    QMenu* cases = action("&All")->associatedObjects().isEmpty()
+                       ? nullptr
+                       : qobject_cast<QMenu*>(action("&All")->associatedObjects().constFirst());
+    ASSERT_TRUE(cases && !cases->isEnabled()) << "the start model has one case";
+    ASSERT_TRUE(open(two_cases));
+    EXPECT_FALSE(action("E&rror Estimate")->isEnabled());
+    run("&Static");
+    ASSERT_EQ(shown().mode_num(), 3);
+    EXPECT_TRUE(contains(status(), "3 load cases, the largest displacement") && contains(status(), "in BOTH"))
+        << status();
+    window->slotsModeNumberChanged(2);
+    EXPECT_EQ(state().frame, 2);
+    EXPECT_EQ(status(), "Load case down, 2/3");
+    trigger("E&rror Estimate");
+    picture();
+    EXPECT_EQ(state().frame, 2) << "a repaint has stepped back";
+    ASSERT_TRUE(shown_picture().contour());
+    EXPECT_NEAR(shown_picture().range()->high.value, 100 * std::ranges::max(shown_run()->results[1]->error),
+                1e-9);
+    EXPECT_TRUE(action("E&rror Estimate")->isChecked() && !action("&Mises Stress")->isChecked());
+
+    ASSERT_TRUE(cases->isEnabled());
+    for (const char* text : {"BOTH", "&Enhanced", "&Prestress"}) trigger(text);
+    run("&Static");
+    EXPECT_EQ(shown().mode_num(), 1);
+    EXPECT_TRUE(contains(status(), "Static (load case BOTH, enhanced hexahedra):")) << status();
+    EXPECT_EQ(shown_run()->origin.options.load_case, "BOTH");
+    EXPECT_EQ(shown_run()->origin.options.hexahedra, HexahedronForm::enhanced);
+    EXPECT_TRUE(action("E&rror Estimate")->isChecked());
+    told_by([&] { run("&Eigen(Lanczos)"); }, {"Replace"});
+    EXPECT_TRUE(contains(status(), "prestress):") && shown_run()->origin.options.prestress) << status();
+    EXPECT_FALSE(action("E&rror Estimate")->isEnabled());
+    EXPECT_EQ(state().shown_contour(), 4) << "modes have no estimate: back to the stress";
+    ASSERT_TRUE(open(replaced(replaced(two_cases, "=down", "=up"), "*down", "*up"), "other.txt"));
+    EXPECT_TRUE(action("BOTH")->isChecked()) << "this model has it too";
+    told_by([&] { open(block_text, "one.txt"); }, {"Start-up values"});
+    EXPECT_TRUE(action("&All")->isChecked() && !cases->isEnabled());
 }
 
 // Whatever ends a run without results leaves picture and store as they were.

@@ -108,7 +108,7 @@ TEST(CommandLine, SaysWhatTheWindowShows) {
     const std::pair<const char*, const char*> refused[] = {
         {"--snapshot", "--snapshot wants"}, {"m --snapshot ''", "--snapshot wants"}, {"--snapshot a", "model file"},
         {"m --frame 2", "--frame requires --snapshot"}, {"m --snapshot a --frame 0", "'0'"},
-        {"m --snapshot a --contour 18", "'18', or plastic"}, {"m --snapshot a --scale nan", "'nan'"},
+        {"m --snapshot a --contour 18", "'18', plastic or error"}, {"m --snapshot a --scale nan", "'nan'"},
         {"m --snapshot a --size 640*480", "'640*480'"}, {"m --snapshot a --view w", "'w'"},
         {"m --snapshot a --hide wires", "'wires'"}, {"m --snapshot a --analysis dynamic", "'dynamic'"},
         {"m --snapshot a --analysis static --result r", "--result"}, {"m n", "'n'"}, {"-x", "-x"},

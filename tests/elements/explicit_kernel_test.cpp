@@ -204,6 +204,49 @@ TEST_P(Yielding, HoldsTheStressOnItsSurface) {
     });
 }
 
+// A shear that goes to and fro, by hand: τ = G γ up to k = Sy/√3, from there on with the slope of hardening
+// in shear, G h/(3 G + h) with h the curve's or the kinematic modulus. About a backstress, which turns with
+// the body, the way back is elastic over 2 k; on a curve it is over twice what was reached.
+TEST_P(Yielding, HardensOnItsCurveAndAboutItsBackstress) {
+    each_width([&] {
+        const double G = material.young / (2 * (1 + material.poisson)), Sy = 3e6, h = 40e9,
+                     k = Sy / std::sqrt(3.0);
+        const double slope = G * h / (3 * G + h);
+        for (const bool kinematic : {true, false}) {
+            material.yield_stress = kinematic ? Sy : 0;
+            material.kinematic = kinematic ? h : 0;
+            material.hardening_table.clear();
+            if (!kinematic)
+                material.hardening_table = {{{0, Sy}, {1e-4, Sy + 1e-4 * h}, {2e-4, Sy + 1e-4 * h}}};
+            make_blocks();
+            double shear = 0;
+            testing::Tensor R{1, 0, 0, 0, 1, 0, 0, 0, 1};
+            const auto go = [&](double to) {
+                const double from = shear;
+                for (int step = 1; step <= 10; ++step) {
+                    shear = from + (to - from) * step / 10;
+                    deform(multiply3(R, testing::Tensor{1, shear, 0, 0, 1, 0, 0, 0, 1}));
+                }
+                // the stress in the axes that turn with the body
+                const std::vector<double> stress = stresses();
+                return testing::turned(transposed(R), stress.data())[1];
+            };
+            const double first = 1e-4, top = k + slope * (first - k / G);
+            EXPECT_NEAR(go(first), top, 1e-3 * k);
+            const double reach = kinematic ? 2 * k : 2 * top;
+            for (int step = 1; step <= 80; ++step)  // a quarter turn in between
+                deform(multiply3(R = testing::rotation(step * 0.02),
+                                 testing::Tensor{1, shear, 0, 0, 1, 0, 0, 0, 1}));
+            EXPECT_NEAR(go(first - 0.99 * reach / G), top - 0.99 * reach, 2e-3 * k);
+            EXPECT_NEAR(go(first - reach / G - first), top - reach - slope * first, 2e-3 * k);
+            if (!kinematic)
+                EXPECT_NEAR(go(-3e-3), -(k + 1e-4 * h / std::sqrt(3.0)), 2e-3 * k);  // past its end
+        }
+        material = {
+            .id = 0, .name = "M", .density = 1000, .young = 2e11, .poisson = 0.3, .yield_stress = 1e30};
+    });
+}
+
 TEST_P(ExplicitKernel, AnElementTurnedInsideOutIsNamed) {
     each_width([&] {
         for (int n = 0; n < nodes; ++n) {

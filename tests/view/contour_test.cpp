@@ -111,6 +111,30 @@ TEST(Legend, NamesWhatTheAnalysisShows) {
     }
 }
 
+TEST(Legend, NamesTheLoadCase) {
+    Frame one;
+    one.name = "WIND";
+    Results results{std::make_shared<const Frame>(one)};
+    EXPECT_EQ(legend_text(linear_static, 4, results, {}, 1), "Mises Stress, load case WIND");
+    results.push_back(std::make_shared<const Frame>(one));
+    EXPECT_EQ(legend_text(linear_static, 4, results, {}, 2), "Mises Stress, load case WIND, 2/2");
+    EXPECT_EQ(legend_text(linear_static, 17, results, {}, 1), "Load case WIND, 1/2");
+}
+
+// In percent, where the frame has one for each node.
+TEST(Contour, ShowsTheEstimatedErrorInPercent) {
+    const Mesh mesh = hexa_box({{1, 1, 1}, {1, 1, 1}});
+    Frame frame(mesh.dof_num());
+    EXPECT_TRUE(nodal_values(error_row, mesh, frame).empty());
+    frame.error = {0, 0.25, 0, 0, 0, 0, 0, 1};
+    const auto values = nodal_values(error_row, mesh, frame);
+    EXPECT_EQ(values, (std::vector<double>{0, 25, 0, 0, 0, 0, 0, 100}));
+    EXPECT_EQ(contour_bar(error_row, linear_static, {{0, 1, 0}, {100, 8, 0}}).title,
+              "Estimated stress error [%]");
+    frame.error.pop_back();
+    EXPECT_TRUE(nodal_values(error_row, mesh, frame).empty()) << "of another mesh";
+}
+
 TEST(Legend, BarCarriesValuesAndColours) {
     const ValueRange range{{-100, 3, 0}, {300, 12, 0}};
     const ContourBar bar = contour_bar(4, linear_static, range);

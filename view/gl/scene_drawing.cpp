@@ -3,7 +3,6 @@
 #include <GL/glu.h>
 
 #include <algorithm>
-#include <numbers>
 
 namespace kestralum::view::gl {
 
@@ -11,8 +10,7 @@ namespace {
 
 constexpr Color cone_color{0.55f, 0.35f, 0.1f, 1}, arrow_color{0.85f, 0.1f, 0.1f, 1};
 constexpr Color selection_color{1, 0.1f, 0.75f, 0.75f}, stripe_color{1, 1, 1, 0.75f};
-constexpr double head_share = 0.22;  // of an arrow
-constexpr double axes_share = 0.2;   // of max_length
+constexpr double axes_share = 0.2;  // of max_length
 
 // A quarter of the pixels, as glPolygonStipple takes them: 32 rows of 32 bits.
 std::array<GLubyte, 128> diagonal_stripes() {
@@ -52,23 +50,8 @@ bool near_origin(const Scene& scene) {
     return true;
 }
 
-void add_arrow(const Arrow& arrow, std::vector<Line>& shafts, std::vector<LitVertex>& heads) {
-    const Vec3 along = minus(arrow.tip, arrow.tail);
-    const double length = norm(along);
-    const Vec3 back = unit(times(-1, along));
-    shafts.push_back({arrow.tail, plus(arrow.tip, times(0.8 * head_share * length, back)), arrow_color});
-    const double height = head_share * length;
-    add_cone(heads, {arrow.tip, back, height, 0.25 * height});
-}
-
-void add_turn(const TurnArrow& turn, std::vector<Line>& shafts, std::vector<LitVertex>& heads) {
-    const double radius = norm(turn.u), height = 0.7 * radius;
-    const double end = turn_degrees * std::numbers::pi / 180;
-    const Vec3 at = plus(turn.centre, plus(times(std::cos(end), turn.u), times(std::sin(end), turn.v)));
-    const Vec3 back = unit(minus(times(std::sin(end), turn.u), times(std::cos(end), turn.v)));
-    shafts.push_back({turn.foot, turn.centre, arrow_color});
-    add_circle(shafts, turn.centre, turn.u, turn.v, turn_degrees, arrow_color);
-    add_cone(heads, {minus(at, times(height, back)), back, height, 0.3 * height});
+ConditionTables conditions_at(const SceneTables& tables, std::span<const double> places) {
+    return {tables.model, tables.mesh(), tables.support_holds, tables.support_springs, places};
 }
 
 RigidSymbols rigid_at(const Picture& picture, const SceneTables& tables, int phase) {
@@ -122,12 +105,22 @@ std::vector<double> extent_points(const Picture& picture, const SceneTables& tab
         add_mesh(phase_count / 2);
         add_rigid(phase_count / 2);
     }
-    if (state.shows(ViewFlag::force))
-        for (const Arrow& arrow : force_symbols(tables.mesh(), tables.model.forces, tables.force_node,
-                                                arrow_places(picture, tables))
-                                      .arrows)
+    const auto add_arrows = [&](const std::vector<Arrow>& arrows) {
+        for (const Arrow& arrow : arrows)
             for (const Vec3& end : {arrow.tail, arrow.tip})
                 points.insert(points.end(), end.begin(), end.end());
+    };
+    const auto add_conditions = [&](const ConditionSymbols& symbols) {
+        for (const Solids& solids : symbols.solids) add_arrows(solids.arrows);
+        for (const Line& line : symbols.through)
+            for (const Vec3& end : {line.from, line.to}) points.insert(points.end(), end.begin(), end.end());
+    };
+    const std::vector<double> loaded = arrow_places(picture, tables);
+    if (state.shows(ViewFlag::force)) {
+        add_arrows(force_symbols(tables.mesh(), tables.model.forces, tables.force_node, loaded).arrows);
+        add_conditions(load_symbols(conditions_at(tables, loaded)));
+    }
+    if (state.shows(ViewFlag::bc)) add_conditions(support_symbols(conditions_at(tables, loaded)));
     if (state.shows(ViewFlag::axes) && !points.empty() && near_origin(tables.box()))
         for (const Line& line : axes(axes_share * extent_of(tables.mesh().max_length)))
             points.insert(points.end(), line.to.begin(), line.to.end());
@@ -286,6 +279,8 @@ void SceneDrawing::draw_symbols(const DisplayState& state, double pixels) const 
     if (state.shows(ViewFlag::element_contact)) draw_lines(contact_lines_);
     if (state.shows(ViewFlag::dimension)) draw_lines(dimension_lines_);
     if (state.shows(ViewFlag::force)) draw_lines(arrow_shafts_);
+    if (state.shows(ViewFlag::force)) loads_.draw_lines();
+    if (state.shows(ViewFlag::bc)) supports_.draw_lines();
     glLineWidth(1);
     glEnable(GL_LIGHTING);
     if (state.shows(ViewFlag::bc) && cones_.count() > 0) {
@@ -300,6 +295,8 @@ void SceneDrawing::draw_symbols(const DisplayState& state, double pixels) const 
         set_material(arrow_color);
         draw_lit(rigid_heads_, 0, rigid_heads_.count());
     }
+    if (state.shows(ViewFlag::force)) loads_.draw_solids();
+    if (state.shows(ViewFlag::bc)) supports_.draw_solids();
     glDisable(GL_LIGHTING);
 }
 
@@ -313,6 +310,8 @@ void SceneDrawing::draw_hidden_lines(const DisplayState& state) const {
     if (state.shows(ViewFlag::axes)) draw_lines(axes_);
     if (state.shows(ViewFlag::part_axes)) draw_lines(part_axes_);
     if (state.shows(ViewFlag::rigid_element)) draw_lines(rigid_);
+    if (state.shows(ViewFlag::force)) loads_.draw_through();
+    if (state.shows(ViewFlag::bc)) supports_.draw_through();
     glDisable(GL_LINE_STIPPLE);
     glLineWidth(1);
     glDepthMask(GL_TRUE);
@@ -347,7 +346,7 @@ void SceneDrawing::update_loads(const SceneTables& tables, const DisplayState& s
     std::vector<LitVertex> heads;
     force_labels_.clear();
     auto add = [&](const ForceSymbols& symbols) {
-        for (const Arrow& arrow : symbols.arrows) add_arrow(arrow, shafts, heads);
+        for (const Arrow& arrow : symbols.arrows) add_arrow(arrow, arrow_color, shafts, heads);
         force_labels_.insert(force_labels_.end(), symbols.labels.begin(), symbols.labels.end());
     };
     const std::vector<double> places = arrow_places(picture_, tables);
@@ -360,6 +359,8 @@ void SceneDrawing::update_loads(const SceneTables& tables, const DisplayState& s
     wall_labels_ = walls.labels;
     arrow_shafts_.send(GL_ARRAY_BUFFER, line_vertices(shafts));
     arrow_heads_.send(GL_ARRAY_BUFFER, heads);
+    loads_.send(load_symbols(conditions_at(tables, places)));
+    supports_.send(support_symbols(conditions_at(tables, places)));
 }
 
 // Boxes that follow the parts; nothing is sent while they are not shown.
@@ -382,8 +383,8 @@ void SceneDrawing::update_rigid(const SceneTables& tables, const DisplayState& s
     rigid_of_ = key;
     RigidSymbols rigid = rigid_at(picture_, tables, state.phase);
     std::vector<LitVertex> heads;
-    for (const Arrow& arrow : rigid.arrows) add_arrow(arrow, rigid.lines, heads);
-    for (const TurnArrow& turn : rigid.turns) add_turn(turn, rigid.lines, heads);
+    for (const Arrow& arrow : rigid.arrows) add_arrow(arrow, arrow_color, rigid.lines, heads);
+    for (const TurnArrow& turn : rigid.turns) add_turn(turn, arrow_color, rigid.lines, heads);
     std::vector<ColorVertex> members;
     for (const Vec3& place : rigid.members) members.push_back(color_vertex(place, {0.6f, 0, 0.6f, 1}));
     rigid_.send(GL_ARRAY_BUFFER, line_vertices(rigid.lines));
@@ -413,6 +414,8 @@ OverlayTexts SceneDrawing::texts(const SceneTables& tables, const DisplayState& 
     add(ViewFlag::element_contact, contact_labels_);
     add(ViewFlag::dimension, dimension_labels_);
     add(ViewFlag::force, force_labels_);
+    add(ViewFlag::force, loads_.labels());
+    add(ViewFlag::bc, supports_.labels());
     out.bar = shown_bar(picture_, state, tables.ana_type());
     return out;
 }
@@ -426,10 +429,13 @@ std::optional<Vec3> SceneDrawing::picked_place(const SceneTables& tables, const 
     return place;
 }
 
-std::array<Buffer*, 12> SceneDrawing::buffers() {
-    return {&axes_,          &part_axes_,   &features_,        &rigid_,
-            &rigid_members_, &rigid_heads_, &dimension_lines_, &cones_,
-            &arrow_shafts_,  &arrow_heads_, &wall_lines_,      &contact_lines_};
+std::vector<Buffer*> SceneDrawing::buffers() {
+    std::vector<Buffer*> all{&axes_,          &part_axes_,   &features_,        &rigid_,
+                             &rigid_members_, &rigid_heads_, &dimension_lines_, &cones_,
+                             &arrow_shafts_,  &arrow_heads_, &wall_lines_,      &contact_lines_};
+    for (ConditionDrawing* conditions : {&loads_, &supports_})
+        for (Buffer* buffer : conditions->buffers()) all.push_back(buffer);
+    return all;
 }
 
 std::int64_t SceneDrawing::bytes_sent() {

@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "view/gl/condition_drawing.h"
 #include "view/gl/mesh_drawing.h"
 #include "view/gl/overlay.h"
 #include "view/picking.h"
@@ -42,7 +43,7 @@ public:
     void release(bool context_alive);
 
 private:
-    std::array<Buffer*, 12> buffers();
+    std::vector<Buffer*> buffers();
     void set_state(const DisplayState& state, const Camera& camera, const Scene& scene) const;
     void update_symbols(const SceneTables& tables);
     void update_loads(const SceneTables& tables, const DisplayState& state);
@@ -71,6 +72,7 @@ private:
     } rigid_of_;
     Buffer axes_, part_axes_, features_, rigid_, rigid_members_, rigid_heads_, dimension_lines_, cones_,
         arrow_shafts_, arrow_heads_, wall_lines_, contact_lines_;
+    ConditionDrawing loads_, supports_;  // of load_info; with options, and ties
     std::vector<Label> part_labels_, rigid_labels_, dimension_labels_, force_labels_, wall_labels_,
         contact_labels_;
 };
