@@ -44,12 +44,16 @@ void add_frame(const Frame& frame, const std::string& suffix, std::vector<VtuArr
     add("mises", 1, scalar(frame, 0));
 }
 
-// A static analysis has its result in frame 1; an eigen or buckling analysis has a shape in every frame.
+// A static analysis has its result in frame 1, with load cases one in every frame; an eigen or buckling
+// analysis has a shape in every frame.
 std::vector<VtuArray> point_arrays(const Run& run) {
     std::vector<VtuArray> arrays;
     if (run.results.empty() || run.results.front()->mode_vec.empty()) return arrays;
     if (!has_shapes(run.ana_type)) {
-        add_frame(*run.results.front(), "", arrays);
+        const bool cases = run.results.size() > 1 && !run.results.front()->name.empty();
+        if (!cases) add_frame(*run.results.front(), "", arrays);
+        for (std::size_t k = 0; cases && k < run.results.size(); ++k)
+            add_frame(*run.results[k], "_" + run.results[k]->name, arrays);
         return arrays;
     }
     const char* const name =

@@ -108,6 +108,22 @@ TEST_P(Vtu, OpensInVtkWithItsCellsAndValues) {
     EXPECT_EQ(report["cell.material"], part) << "in this model part k is of material k";
 }
 
+TEST_P(Vtu, LoadCasesStandUnderTheirNames) {
+    const TempFolder folder;
+    StoredRun stored = full_run(folder, GetParam().first, 2);
+    for (std::size_t k = 0; k < 2; ++k) {
+        Frame named = *stored.run.results[k];
+        named.name = k ? "wind" : "base";
+        stored.run.results[k] = std::make_shared<const Frame>(named);
+    }
+    Collected console;
+    ASSERT_TRUE(write_vtu(stored.model, stored.run, console)) << console.errors;
+    Report report = open_in_vtk(folder);
+    EXPECT_EQ(report["point.displacement_base"], stored.run.results[0]->mode_vec);
+    EXPECT_EQ(report["point.displacement_wind"], stored.run.results[1]->mode_vec);
+    EXPECT_FALSE(report.contains("point.displacement"));
+}
+
 TEST_P(Vtu, AModelWithoutResultsHasItsConditionsAndSets) {
     const TempFolder folder;
     const auto [kind, cell_type] = GetParam();
