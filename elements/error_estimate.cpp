@@ -145,6 +145,7 @@ ErrorEstimate estimate_error(const Mesh& mesh, std::span<const Part> parts,
         if (energies[e].error > 0 && (out.worst < 0 || energies[e].error > energies[out.worst].error))
             out.worst = e;
     }
+    out.strain_energy = 0.5 * stress;
     out.element.assign(elements, 0.0);
     if (!(error + stress > 0)) return out;
     out.relative = std::sqrt(error / (error + stress));

@@ -13,7 +13,8 @@
 namespace kestralum {
 
 struct ErrorEstimate {
-    double relative = 0;  // ‖e‖ / √(‖σ‖² + ‖e‖²), 0 … 1
+    double strain_energy = 0;  // ∫ ½ σᵀ D⁻¹ σ dV, J
+    double relative = 0;       // ‖e‖ / √(‖σ‖² + ‖e‖²), 0 … 1
     std::vector<double> element;  // per element its part: √((‖e‖²ₑ / Vₑ) / ((‖σ‖² + ‖e‖²) / V)); the mean
                                   // square over the volume is `relative`²
     std::int32_t worst = -1;  // element with the largest share of ‖e‖², 0-based; -1: no stress at all

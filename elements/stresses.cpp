@@ -145,22 +145,4 @@ std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points
     return force;
 }
 
-double strain_energy(const Mesh& mesh, const PointResults& points, std::span<const double> initial) {
-    const ElementType& type = element_type(mesh.element_type);
-    ElementPoints element;
-    double sum = 0;
-    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
-        evaluate_points(type, mesh, e, element);
-        for (int p = 0; p < type.points; ++p) {
-            const std::size_t at = 6 * (std::size_t(e) * type.points + p);
-            double density = 0;
-            for (std::size_t c = 0; c < 6; ++c)
-                density +=
-                    points.stress[at + c] * (points.strain[at + c] - (initial.empty() ? 0 : initial[at + c]));
-            sum += 0.5 * element.weight[p] * density;
-        }
-    }
-    return sum;
-}
-
 }  // namespace kestralum

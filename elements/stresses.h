@@ -42,7 +42,4 @@ void mean_stress_strain(const Mesh& mesh, const NodeElements& node_elements, con
 std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points,
                                     std::span<const char> wanted, HexahedronForm form = HexahedronForm::full);
 
-// ∫ ½ σ·(ε - ε0) dV, J. initial: ε0 as in PointOptions.
-double strain_energy(const Mesh& mesh, const PointResults& points, std::span<const double> initial);
-
 }  // namespace kestralum

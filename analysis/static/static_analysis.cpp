@@ -21,9 +21,8 @@ constexpr std::int32_t static_columns = 6;  // of the result file
 std::vector<double> residual_forces(const Job& job, const Freedoms& freedoms, const PointResults& points,
                                     const LinearLoad& load) {
     const Mesh& mesh = job.mesh();
-    std::vector<double> out =
-        internal_forces(mesh, points, reaction_nodes(freedoms, mesh.node_num()), job.hexahedra());
     const std::vector<char> wanted = reaction_nodes(freedoms, mesh.node_num());
+    std::vector<double> out = internal_forces(mesh, points, wanted, job.hexahedra());
     for (std::size_t d = 0; d < out.size(); ++d)
         if (wanted[d / 3]) out[d] -= load.applied.nodal[d];
     return out;
@@ -47,22 +46,21 @@ CaseReport report_case(Job& job, const AssembledSystem& system, const PointResul
         support_reactions(job.model, job.mesh(), system.freedoms,
                           residual_forces(job, system.freedoms, points, load), bodies, frame.mode_vec);
     out.reaction = sum_of(out.supports);
-    out.strain_energy = strain_energy(job.mesh(), points, load.initial_strain);
     report_largest(job, frame);
     out.largest_displacement = job.report().largest_displacement;
     out.largest_mises = job.report().largest_mises;
     return out;
 }
 
+// points: room for the points' results.
 bool recover(Job& job, const AssembledSystem& system, const CaseTerms& terms, std::span<const double> q,
-             const LinearLoad& load) {
+             const LinearLoad& load, PointResults& points) {
     const Mesh& mesh = job.mesh();
     const Freedoms& freedoms = system.freedoms;
     const auto frame = std::make_shared<Frame>(mesh.dof_num());
     frame->name = terms.name;
     frame->mode_vec = displacements(mesh, freedoms, q, load);
     job.progress.print("Strain Analysis\n");
-    PointResults points;
     point_stresses(mesh, job.model.parts, system.elasticity, frame->mode_vec, job.threads(), points,
                    job.progress, {.form = job.hexahedra(), .initial = load.initial_strain});
     mean_stress_strain(mesh, freedoms.node_elements, points, {}, job.threads(), frame->node_stress,
@@ -74,6 +72,7 @@ bool recover(Job& job, const AssembledSystem& system, const CaseTerms& terms, st
         estimate_error(mesh, job.model.parts, job.model.materials, freedoms.node_elements, points,
                        frame->node_stress, job.threads());
     report.error = estimate.relative;
+    report.strain_energy = estimate.strain_energy;
     if (estimate.worst >= 0) report.worst_place = place_of_element(job, estimate.worst);
     frame->error = nodal_error(mesh, freedoms.node_elements, estimate, points.volume);
     if (job.run.results.empty()) note_thin_bending(job, freedoms.node_elements, points);
@@ -88,6 +87,7 @@ bool recover_all(Job& job, const AssembledSystem& system, std::span<const CaseTe
     job.clock.begin("recover");
     note_slivers(job);
     const std::size_t n = system.equations();
+    PointResults points;
     for (const CaseTerms& terms : frames) {
         LinearLoad load;
         std::vector<double> sum;
@@ -97,7 +97,7 @@ bool recover_all(Job& job, const AssembledSystem& system, std::span<const CaseTe
             if (sum.empty()) sum.assign(n, -0.0);  // which adds nothing to a zero of either sign
             for (std::size_t k = 0; k < n; ++k) sum[k] += factor * q[c * n + k];
         }
-        if (!recover(job, system, terms, sum, load)) return false;
+        if (!recover(job, system, terms, sum, load, points)) return false;
     }
     const CaseReport& first = job.report().cases.front();
     job.report().applied = first.applied;
