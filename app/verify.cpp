@@ -24,7 +24,7 @@ using Known = std::vector<Parameter>;
 class Measurement {
 public:
     Measurement(const Model& model, const Run& run, const Known& known, const std::string& case_name)
-        : model_(model), run_(run), names_(known), around_(elements_of_nodes(run.mesh)) {
+        : run_(run), names_(known), around_(elements_of_nodes(run.mesh)) {
         for (const Parameter& p : known)
             if (p.name.starts_with(case_name + "__"))
                 names_.push_back({0, p.name.substr(case_name.size() + 2), p.value, {}});
@@ -157,7 +157,6 @@ private:
         return check.place == Place::set_mean ? sum : check.place == Place::set_min ? least : largest;
     }
 
-    const Model& model_;
     const Run& run_;
     Known names_;
     NodeElements around_;

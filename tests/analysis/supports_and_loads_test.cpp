@@ -16,7 +16,7 @@ using testing::ModelText;
 using testing::rect;
 using testing::replaced;
 
-constexpr double young = 2e11, poisson = 0.3;
+constexpr double young = 2e11;
 
 class SupportsAndLoads : public testing::AnalysisTest {
 protected:
