@@ -32,13 +32,13 @@ public:
             if (token.text.starts_with('%')) continue;
             if (token.text == "END") break;
             if (token.text != "case") {
-                remarks_.expected(token, "case, a comment or END");
+                expected(token, "case, a comment or END");
                 break;
             }
             VerifyCase& one = cases.emplace_back();
             one.name = next_word("the name of the case");
             if (std::ranges::count(cases, one.name, &VerifyCase::name) > 1)
-                remarks_.expected(last_, "a name that no case before has");
+                expected(last_, "a name that no case before has");
             read_case(one);
         }
         if (remarks_.ok() && cases.empty()) remarks_.error("it holds no case");
@@ -46,13 +46,17 @@ public:
     }
 
 private:
+    // The first thing that is wrong is told, what follows from it is not.
+    void expected(const Token& token, std::string_view what) {
+        if (remarks_.ok()) remarks_.expected(token, what);
+    }
     Token next() {
         const std::string_view text = tokens_.next();
         return last_ = {text, tokens_.token_number()};
     }
     std::string next_word(std::string_view what) {
         const Token token = next();
-        if (token.text.empty() || token.text.starts_with('%')) remarks_.expected(token, what);
+        if (token.text.empty() || token.text.starts_with('%')) expected(token, what);
         return std::string(token.text);
     }
     template <std::size_t N>
@@ -62,7 +66,7 @@ private:
         if (at != words.end()) return at - words.begin();
         std::string list;
         for (const std::string_view word : words) list += (list.empty() ? "" : ", ") + std::string(word);
-        remarks_.expected(token, std::string(what) + " (" + list + ")");
+        expected(token, std::string(what) + " (" + list + ")");
         return 0;
     }
     // The words up to "%", with a blank between them.
@@ -70,7 +74,7 @@ private:
         std::string out;
         for (Token token = next(); !token.text.starts_with('%'); token = next()) {
             if (token.text.empty()) {
-                remarks_.expected(token, "%");
+                expected(token, "%");
                 break;
             }
             out += (out.empty() ? "" : " ") + std::string(token.text);
@@ -92,17 +96,17 @@ private:
             } else if (key.text == "check") {
                 read_checks(one);
                 if (one.model_file.empty() || one.analysis.empty())
-                    remarks_.expected(key, "model and run before the checks of a case");
+                    expected(key, "model and run before the checks of a case");
                 return;
             } else {
-                remarks_.expected(key, "title, source, model, run or check");
+                expected(key, "title, source, model, run or check");
             }
         }
     }
 
     void read_run(VerifyCase& one) {
         one.analysis = next_word("an analysis");
-        if (!find_analysis(one.analysis)) remarks_.expected(last_, "an analysis");
+        if (!find_analysis(one.analysis)) expected(last_, "an analysis");
         for (Token token = next(); remarks_.ok() && !token.text.starts_with('%'); token = next()) {
             const std::size_t equals = token.text.find('=');
             const std::string_view key = token.text.substr(0, equals);
@@ -117,7 +121,7 @@ private:
             else if (token.text == "prestress")
                 one.prestress = true;
             else
-                remarks_.expected(token, "set=NAME=EXPRESSION, hexahedra=WORD, case=NAME, prestress or %");
+                expected(token, "set=NAME=EXPRESSION, hexahedra=WORD, case=NAME, prestress or %");
         }
     }
 
@@ -125,17 +129,17 @@ private:
         Token token = next();
         while (remarks_.ok() && !token.text.starts_with('%')) {
             if (token.text.empty()) {
-                remarks_.expected(token, "%");
+                expected(token, "%");
                 return;
             }
             VerifyCheck& check = one.checks.emplace_back();
             check.name = token.text;
-            if (!is_parameter_name(check.name)) remarks_.expected(token, "a name that expressions can use");
+            if (!is_parameter_name(check.name)) expected(token, "a name that expressions can use");
             read_quantity(check);
             read_expectation(check);
             token = read_options(check);
         }
-        if (one.checks.empty()) remarks_.expected(token, "a check");
+        if (one.checks.empty()) expected(token, "a check");
     }
 
     void read_place(VerifyCheck& check) {

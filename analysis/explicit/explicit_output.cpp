@@ -173,8 +173,8 @@ void find_reactions(const Job& job, ExplicitState& s) {
             states.push_back(body.state);
         }
     // the bodies' pivots are those of the run
-    s.reactions = support_reactions(job.model, job.mesh(), s.freedoms, residual, bodies, u, Places::displaced,
-                                    states);
+    s.reactions =
+        support_reactions(job.model, job.mesh(), s.freedoms, residual, bodies, u, Places::displaced, states);
 }
 
 }  // namespace

@@ -312,8 +312,9 @@ bool work_whole(Job& job, NonlinearHistory& history) {
 
 void analyse(Job&& job) {
     const auto start = std::chrono::steady_clock::now();
-    if (!check_analysable(job) || !check_case(job) || !check_materials(job) || !check_factors(job)) return;
+    if (!check_analysable(job) || !check_case(job) || !check_materials(job)) return;
     if (job.options.factors.empty() && !check_memory(job, std::max(job.model.mode_count, 1))) return;
+    if (!check_factors(job)) return;
     NonlinearHistory history;
     const bool done = work_whole(job, history);
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;

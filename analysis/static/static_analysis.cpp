@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "analysis/linear_run.h"
-#include "elements/error_estimate.h"
 #include "analysis/static/static_solution.h"
+#include "elements/error_estimate.h"
 #include "elements/stresses.h"
 #include "system/linear_loads.h"
 #include "system/mesh_notes.h"

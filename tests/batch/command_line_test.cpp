@@ -63,7 +63,7 @@ TEST(CommandLine, SaysWhatToRun) {
 TEST(CommandLine, NamesTheWordThatIsWrong) {
     // clang-format off
     const std::pair<const char*, const char*> lines[] = {
-        {"", "an analysis, `check` or `export`"}, {"static", "model file is missing"}, {"check", "model file"},
+        {"", "an analysis, `check`, `export` or `verify`"}, {"static", "model file is missing"}, {"check", "model file"},
         {"statik bar.txt", "'statik'"}, {"bar.txt static", "'bar.txt'"}, {"'' bar.txt", "'bar.txt'"},
         {"static bar.txt more", "'more'"}, {"static bar.txt ''", "''"}, {"static -", "unknown option -"},
         {"static bar.txt -hh", "-hh"}, {"static bar.txt --log=a", "--log=a"}, {"static -- m", "option --"},
@@ -82,7 +82,8 @@ TEST(CommandLine, NamesTheWordThatIsWrong) {
         {"check m a.inp", "'a.inp'"}, {"static m --hexahedra wedge", "'wedge'"},
         {"check m --hexahedra full", "--hexahedra"},
         {"buckling m --prestress", "--prestress goes with eigen"}, {"check m --prestress", "--prestress"},
-        {"explicit m --mean-dilatation --hexahedra full", "--mean-dilatation"}};
+        {"static m --only le", "--only goes with verify"}, {"verify c --vtu", "verify takes"},
+        {"check m --case A", "--case goes with an analysis"}, {"explicit m --mean-dilatation --hexahedra full", "--mean-dilatation"}};
     // clang-format on
     for (const auto& [line, word] : lines) {
         const BatchOptions options = parsed(line, parse_batch_options);

@@ -220,27 +220,28 @@ TEST_P(Yielding, HardensOnItsCurveAndAboutItsBackstress) {
                 material.hardening_table = {{{0, Sy}, {1e-4, Sy + 1e-4 * h}, {2e-4, Sy + 1e-4 * h}}};
             make_blocks();
             double shear = 0;
-            testing::Tensor R{1, 0, 0, 0, 1, 0, 0, 0, 1};
+            testing::Tensor turn{1, 0, 0, 0, 1, 0, 0, 0, 1};
             const auto go = [&](double to) {
                 const double from = shear;
                 for (int step = 1; step <= 10; ++step) {
                     shear = from + (to - from) * step / 10;
-                    deform(multiply3(R, testing::Tensor{1, shear, 0, 0, 1, 0, 0, 0, 1}));
+                    deform(multiply3(turn, testing::Tensor{1, shear, 0, 0, 1, 0, 0, 0, 1}));
                 }
                 // the stress in the axes that turn with the body
                 const std::vector<double> stress = stresses();
-                return testing::turned(transposed(R), stress.data())[1];
+                return testing::turned(transposed(turn), stress.data())[1];
             };
             const double first = 1e-4, top = k + slope * (first - k / G);
             EXPECT_NEAR(go(first), top, 1e-3 * k);
             const double reach = kinematic ? 2 * k : 2 * top;
             for (int step = 1; step <= 80; ++step)  // a quarter turn in between
-                deform(multiply3(R = testing::rotation(step * 0.02),
+                deform(multiply3(turn = testing::rotation(step * 0.02),
                                  testing::Tensor{1, shear, 0, 0, 1, 0, 0, 0, 1}));
             EXPECT_NEAR(go(first - 0.99 * reach / G), top - 0.99 * reach, 2e-3 * k);
             EXPECT_NEAR(go(first - reach / G - first), top - reach - slope * first, 2e-3 * k);
-            if (!kinematic)
-                EXPECT_NEAR(go(-3e-3), -(k + 1e-4 * h / std::sqrt(3.0)), 2e-3 * k);  // past its end
+            if (!kinematic) {  // past its end
+                EXPECT_NEAR(go(-3e-3), -(k + 1e-4 * h / std::sqrt(3.0)), 2e-3 * k);
+            }
         }
         material = {
             .id = 0, .name = "M", .density = 1000, .young = 2e11, .poisson = 0.3, .yield_stress = 1e30};

@@ -42,7 +42,11 @@ public:
     void start(const std::vector<double>& full) {
         for (std::int32_t d : freedoms.numbering.free_dofs) result.load[d] = full.empty() ? 0.0 : full[d];
         solver = std::make_unique<NewtonSolver>(job, body, freedoms, newton);
+        loads.groups = {{.options = {}, .nodal = result.load, .rigid_forces = {}}};
+        solver->set_loads(loads);
         ASSERT_TRUE(solver->prepare());
+        loads.groups = {LoadGroup{{}, result.load, model.rigid_forces}};
+        solver->set_loads(loads);
     }
 
     // Pulled along an axis by a uniform traction, N/m^2, on the side at the greatest z.
@@ -72,6 +76,7 @@ public:
     Run result;
     NewtonOptions newton;
     Job job{model, settings, options, silent, result};
+    LoadSet loads;
     std::unique_ptr<NewtonSolver> solver;
 };
 
