@@ -218,6 +218,11 @@ TiedNodes find_tied_nodes(std::span<const TieRecord> records, const Mesh& mesh, 
             out.error =
                 formatted("tie %s: no node of %s lies within %.3g m of a face of %s", record.name.c_str(),
                           record.slave_set.c_str(), reach, record.master_set.c_str());
+        else if (tied == 0 && common == slave->nodes.size())
+            out.notices.push_back(formatted(
+                "tie %s: all nodes of %s are nodes of %s too: nothing is tied. Where parts lie on each "
+                "other, `intersection` with each part tells the two faces apart",
+                record.name.c_str(), record.slave_set.c_str(), record.master_set.c_str()));
         else if (far > 0)
             out.notices.push_back(
                 formatted("tie %s: %zu of %zu nodes of %s lie farther than %.3g m from the faces "

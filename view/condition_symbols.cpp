@@ -30,6 +30,20 @@ Vec3 outward(const Mesh& mesh, const ElementFace& face, std::span<const double> 
 
 }  // namespace
 
+ActingCases::ActingCases(const Model& model, const std::string& frame_name) {
+    if (frame_name.empty()) return;
+    for (const LoadCombination& combination : model.combinations)
+        if (combination.name == frame_name)
+            for (const auto& [name, factor] : combination.terms)
+                if (factor != 0) cases_.push_back(name);
+    if (cases_.empty()) cases_.push_back(frame_name);
+}
+
+bool ActingCases::operator()(const std::string& case_name) const {
+    return cases_.empty() ||
+           std::ranges::find(cases_, case_name.empty() ? base_case : case_name) != cases_.end();
+}
+
 std::vector<FacePlace> spread_faces(const ConditionTables& tables, std::span<const ElementFace> faces,
                                     std::size_t limit, double spacing) {
     const Mesh& mesh = tables.mesh;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "model/model.h"
@@ -26,12 +27,33 @@ struct SupportSprings {
     std::vector<ElementFace> faces;
 };
 
+// Which records act in a frame: those of its load case, or of the cases that its combination has; all where
+// the frame has no name.
+class ActingCases {
+public:
+    ActingCases() = default;
+    ActingCases(const Model& model, const std::string& frame_name);
+    bool operator()(const std::string& case_name) const;
+    // The records of a table with LoadOptions that act.
+    template <typename Record>
+    std::vector<Record> of(const std::vector<Record>& records) const {
+        std::vector<Record> out;
+        for (const Record& record : records)
+            if ((*this)(record.options.case_name)) out.push_back(record);
+        return out;
+    }
+
+private:
+    std::vector<std::string> cases_;  // empty: all
+};
+
 struct ConditionTables {
     const Model& model;
     const Mesh& mesh;  // the one that is drawn; holds and springs are of it
     std::span<const SupportHold> holds;
     std::span<const SupportSprings> springs;
     std::span<const double> coordinates;  // node_num × 3, as drawn
+    ActingCases acting = {};
 };
 
 // What has one colour and is lit.

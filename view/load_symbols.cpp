@@ -33,7 +33,7 @@ public:
 
     ConditionSymbols build() {
         if (!(low_[0] <= high_[0])) return {};
-        for (const Load& load : tables_.model.loads) add(load);
+        for (const Load& load : tables_.acting.of(tables_.model.loads)) add(load);
         for (Solids* solids : {&on_faces_[0], &on_faces_[1], &remote_, &mass_})
             if (!solids->arrows.empty() || !solids->turns.empty()) out_.solids.push_back(std::move(*solids));
         return std::move(out_);

@@ -60,6 +60,8 @@ public:
     std::span<const double> vector() const {  // dof_num, of the frame shown; may be empty
         return frame_ ? std::span(frame_->mode_vec) : std::span<const double>();
     }
+    // Load case of the frame shown; empty: none or not told.
+    std::string frame_name() const { return frame_ ? frame_->name : std::string(); }
     double factor() const { return factor_; }  // on it, at the largest swing
     bool deformed() const { return factor_ != 0 && !vector().empty(); }
     double swing(int phase) const;  // on it, at an entry of the phase table

@@ -44,7 +44,8 @@ private:
                 const Vec3 rest = triple(mesh_.coordinates, hold.node);
                 places.push_back({rest, triple(tables_.coordinates, hold.node), normal_at(hold.node)});
                 const FieldExpression* moved = axis >= 0 ? &record.options.displacement[axis] : nullptr;
-                values.push_back(moved && moved->given() ? moved->at(rest.data(), 1) : 0);
+                const bool moves = moved && moved->given() && tables_.acting(record.options.case_name);
+                values.push_back(moves ? moved->at(rest.data(), 1) : 0);
                 largest = std::max(largest, std::abs(values.back()));
             }
             if (largest > 0)

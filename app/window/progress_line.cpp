@@ -30,7 +30,7 @@ ProgressLine::ProgressLine(Worker& worker, QWidget* parent)
     bar_->setMaximumHeight(14);
     bar_->setTextVisible(false);
     stop_->setMaximumHeight(22);
-    stop_->setStatusTip("Stop the work under way");
+    stop_->setToolTip("Stop the work under way");  // a status tip would wipe what the end of the job says
     connect(stop_, &QPushButton::clicked, this, [this] {
         worker_.stop();
         show_place();

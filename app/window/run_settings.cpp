@@ -38,17 +38,22 @@ void RunSettings::offer_cases(const Model& model) {
     const QAction* former = cases_->checkedAction();
     const QString chosen = former ? former->data().toString() : QString();
     case_menu_->clear();  // deletes the entries, which leave their group
-    add_choice(case_menu_, cases_, "&All", QString(),
+    add_choice(case_menu_, cases_, "&All Cases", QString(),
                "A static run has a frame of each; the others take all together")
         ->setChecked(true);
-    std::vector<std::string> names = case_names(model);
-    for (const LoadCombination& combination : model.combinations) names.push_back(combination.name);
-    for (const std::string& name : names) {
+    const auto add = [&](const std::string& name, const char* tip) {
         const QString text = QString::fromStdString(name);
-        add_choice(case_menu_, cases_, text, text, "This alone acts")->setChecked(text == chosen);
-    }
-    case_menu_->setEnabled(names.size() > 1);
-    if (names.size() < 2) cases_->actions().front()->setChecked(true);
+        add_choice(case_menu_, cases_, text, text, tip)->setChecked(text == chosen);
+    };
+    case_menu_->addSeparator();
+    const std::vector<std::string> names = case_names(model);
+    for (const std::string& name : names) add(name, "This load case alone acts");
+    case_menu_->addSeparator();
+    for (const LoadCombination& combination : model.combinations)
+        add(combination.name, "This sum alone acts");
+    const bool choice = names.size() + model.combinations.size() > 1;
+    case_menu_->setEnabled(choice);
+    if (!choice) cases_->actions().front()->setChecked(true);
 }
 
 void RunSettings::put_into(RunOptions& options) const {

@@ -85,6 +85,15 @@ TEST_P(Conditions, LoadsOnFacesPointTheWayOfTheirForce) {
         }
         EXPECT_EQ(symbols.labels.at(0).text, "L " + formatted("%.3e[N]", norm(force)));
     }
+    model.combinations = {{"SUM", "", {{"wind", 2}, {"base", 0}}}};
+    for (const auto& [frame, shown] : {std::pair{"", true}, {"wind", true}, {"base", false}, {"SUM", true}}) {
+        load(LoadKind::force, "x2").force = {1, 0, 0};
+        model.loads[0].options.case_name = "wind";
+        EXPECT_EQ(!load_symbols({model, model.mesh, holds, springs, drawn, {model, frame}}).labels.empty(),
+                  shown)
+            << frame;
+        model.loads.clear();
+    }
     load(LoadKind::bearing, "x2").force = {1, 5, 0};
     EXPECT_TRUE(arrows_of(loads_alone()).empty()) << "it looks along the force";
     load(LoadKind::bearing, "x2").force = {-1, 5, 0};

@@ -50,14 +50,34 @@ bool near_origin(const Scene& scene) {
     return true;
 }
 
-ConditionTables conditions_at(const SceneTables& tables, std::span<const double> places) {
-    return {tables.model, tables.mesh(), tables.support_holds, tables.support_springs, places};
+// What acts in the frame that is shown.
+ActingCases acting(const Picture& picture, const SceneTables& tables) {
+    return {tables.model, picture.frame_name()};
+}
+
+ConditionTables conditions_at(const Picture& picture, const SceneTables& tables,
+                              std::span<const double> places) {
+    return {tables.model,           tables.mesh(), tables.support_holds,
+            tables.support_springs, places,        acting(picture, tables)};
+}
+
+ForceSymbols forces_at(const Picture& picture, const SceneTables& tables, std::span<const double> places) {
+    const ActingCases acts = acting(picture, tables);
+    std::vector<AppliedForce> forces;
+    std::vector<std::int32_t> nodes;
+    for (std::size_t f = 0; f < tables.model.forces.size(); ++f) {
+        if (!acts(tables.model.forces[f].options.case_name)) continue;
+        forces.push_back(tables.model.forces[f]);
+        nodes.push_back(f < tables.force_node.size() ? tables.force_node[f] : 0);
+    }
+    return force_symbols(tables.mesh(), forces, nodes, places);
 }
 
 RigidSymbols rigid_at(const Picture& picture, const SceneTables& tables, int phase) {
-    return rigid_symbols({tables.mesh(), tables.model.rigid_elements, tables.rigid_holds,
-                          tables.model.rigid_forces, tables.model.rigid_combines},
-                         {picture.vector(), picture.swing(phase), has_steps(tables.ana_type())});
+    const std::vector<RigidForce> forces = acting(picture, tables).of(tables.model.rigid_forces);
+    return rigid_symbols(
+        {tables.mesh(), tables.model.rigid_elements, tables.rigid_holds, forces, tables.model.rigid_combines},
+        {picture.vector(), picture.swing(phase), has_steps(tables.ana_type())});
 }
 
 // Dense meshes fade: edges closer than a few pixels would blacken the faces.
@@ -117,10 +137,10 @@ std::vector<double> extent_points(const Picture& picture, const SceneTables& tab
     };
     const std::vector<double> loaded = arrow_places(picture, tables);
     if (state.shows(ViewFlag::force)) {
-        add_arrows(force_symbols(tables.mesh(), tables.model.forces, tables.force_node, loaded).arrows);
-        add_conditions(load_symbols(conditions_at(tables, loaded)));
+        add_arrows(forces_at(picture, tables, loaded).arrows);
+        add_conditions(load_symbols(conditions_at(picture, tables, loaded)));
     }
-    if (state.shows(ViewFlag::bc)) add_conditions(support_symbols(conditions_at(tables, loaded)));
+    if (state.shows(ViewFlag::bc)) add_conditions(support_symbols(conditions_at(picture, tables, loaded)));
     if (state.shows(ViewFlag::axes) && !points.empty() && near_origin(tables.box()))
         for (const Line& line : axes(axes_share * extent_of(tables.mesh().max_length)))
             points.insert(points.end(), line.to.begin(), line.to.end());
@@ -350,7 +370,7 @@ void SceneDrawing::update_loads(const SceneTables& tables, const DisplayState& s
         force_labels_.insert(force_labels_.end(), symbols.labels.begin(), symbols.labels.end());
     };
     const std::vector<double> places = arrow_places(picture_, tables);
-    add(force_symbols(tables.mesh(), tables.model.forces, tables.force_node, places));
+    add(forces_at(picture_, tables, places));
     const bool moves = tables.ana_type() == AnalysisType::explicit_dynamics && state.result_ready;
     const double time = moves ? frame_time(tables.frames(), tables.model.control, state.frame) : 0;
     const Markers walls = wall_markers(tables.model.explicit_tables.walls, tables.model.parameters, time,
@@ -359,8 +379,8 @@ void SceneDrawing::update_loads(const SceneTables& tables, const DisplayState& s
     wall_labels_ = walls.labels;
     arrow_shafts_.send(GL_ARRAY_BUFFER, line_vertices(shafts));
     arrow_heads_.send(GL_ARRAY_BUFFER, heads);
-    loads_.send(load_symbols(conditions_at(tables, places)));
-    supports_.send(support_symbols(conditions_at(tables, places)));
+    loads_.send(load_symbols(conditions_at(picture_, tables, places)));
+    supports_.send(support_symbols(conditions_at(picture_, tables, places)));
 }
 
 // Boxes that follow the parts; nothing is sent while they are not shown.
