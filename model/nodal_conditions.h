@@ -66,9 +66,9 @@ struct ConditionCase {
 struct NodalConditions {
     std::vector<std::int32_t> fixed;  // nodes that supports hold wholly, 0-based, ascending, each once;
                                       // members of rigid elements too
-    std::vector<HeldNode> held;      // by node
-    std::vector<TiedMotion> ties;    // by node
-    std::vector<SpringTerm> ground;  // springs of supports
+    std::vector<HeldNode> held;       // by node
+    std::vector<TiedMotion> ties;     // by node
+    std::vector<SpringTerm> ground;   // springs of supports
     std::vector<ConditionCase> cases;
     std::vector<double> load;        // dof_num: what all loads together apply at the nodes, N
     std::vector<RigidMotion> rigid;  // one per rigid element; their members have no node in common
