@@ -41,4 +41,29 @@ void run_linear(Job&& job, bool (*check)(Job& job), const LinearWork& work, std:
     job.report().written = write(job, std::max(columns, job.run.mode_num()), Publish::now);
 }
 
+void recover_stresses(Job& job, const AssembledSystem& system, const PointOptions& options,
+                      PointResults& points, Frame& frame) {
+    point_stresses(job.mesh(), job.model.parts, system.elasticity, frame.mode_vec, job.threads(), points,
+                   job.progress, options);
+    mean_stress_strain(job.mesh(), system.freedoms.node_elements, points, {}, job.threads(),
+                       frame.node_stress, job.progress);
+}
+
+bool store_shapes(Job& job, const AssembledSystem& system, std::span<const double> values,
+                  std::span<const double> vectors, void (*scale)(std::span<double> u)) {
+    job.clock.begin("recover");
+    const std::size_t n = system.equations();
+    job.progress.print("Strain Analysis\n");
+    PointResults points;
+    for (std::size_t j = 0; j < values.size() && job.goes_on(); ++j) {
+        const auto frame = std::make_shared<Frame>(job.mesh().dof_num());
+        frame->n_freq = values[j];
+        expand_solution(job.mesh(), system.freedoms, vectors.subspan(j * n, n), frame->mode_vec);
+        if (scale) scale(frame->mode_vec);
+        recover_stresses(job, system, {.form = job.hexahedra(), .initial = {}}, points, *frame);
+        job.run.results.push_back(frame);
+    }
+    return job.goes_on();
+}
+
 }  // namespace kestralum

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "analysis/analysis_table.h"
+#include "elements/stresses.h"
 #include "system/assembly.h"
 
 namespace kestralum {
@@ -16,5 +17,14 @@ using LinearWork = std::function<bool(Job& job, AssembledSystem& system)>;
 // them. An early end leaves an earlier result file as it was. `check`: what else keeps the model from this
 // analysis, before anything is touched; may be null.
 void run_linear(Job&& job, bool (*check)(Job& job), const LinearWork& work, std::int32_t columns = 0);
+
+// Stresses of a frame's displacements into it, and of its points into `points`.
+void recover_stresses(Job& job, const AssembledSystem& system, const PointOptions& options,
+                      PointResults& points, Frame& frame);
+
+// Appends a frame for each value: the shape (of `vectors`, equations × count) on all nodes, made the right
+// size by `scale` (may be null), with the strains and stresses it means. False where a stop was asked for.
+bool store_shapes(Job& job, const AssembledSystem& system, std::span<const double> values,
+                  std::span<const double> vectors, void (*scale)(std::span<double> u) = nullptr);
 
 }  // namespace kestralum

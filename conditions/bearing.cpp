@@ -217,8 +217,9 @@ std::string add_bearing(const Mesh& mesh, std::span<const ElementFace> faces, co
             if (!(along < 0)) continue;
             const Vec3 at_point = times(along, face.point[p].normal);
             rest = minus(rest, at_point);
-            for (int i = 0; i < face.nodes; ++i)
-                for (int c = 0; c < 3; ++c) nodal[3 * face.node[i] + c] += face.point[p].N[i] * at_point[c];
+            for (int i = 0; i < face.nodes.count; ++i)
+                for (int c = 0; c < 3; ++c)
+                    nodal[3 * face.nodes.node[i] + c] += face.point[p].shape.N[i] * at_point[c];
         }
     }
     const double along_axis = dot(rest, axis.direction);

@@ -31,6 +31,7 @@ public:
     bool is_tied(std::int32_t n) const { return !empty() && tied_[n] != 0; }
     // Of the k-th special node: which nodes it follows when it is tied, after close() none of them tied.
     const Weights& weights(std::size_t k) const { return weights_[k]; }
+    const Weights& weights_of(std::int32_t n) const { return weights_[node_row_[n]]; }
     // Unit vector of q's value 3n + c: along the node's axes, or x y z.
     Vec3 axis(std::int32_t dof) const;
     // u := T q and f := Tᵀ f, in place.

@@ -11,9 +11,9 @@ void add_pressure(const Mesh& mesh, std::span<const ElementFace> faces, const Fi
         for (int p = 0; p < face.points; ++p) {
             const FacePoint& point = face.point[p];
             const double value = factor * pressure.at(point.rest.data(), time);
-            for (int i = 0; i < face.nodes; ++i)
+            for (int i = 0; i < face.nodes.count; ++i)
                 for (int c = 0; c < 3; ++c)
-                    nodal[3 * face.node[i] + c] -= value * point.N[i] * point.normal[c];
+                    nodal[3 * face.nodes.node[i] + c] -= value * point.shape.N[i] * point.normal[c];
         }
     }
 }
@@ -27,18 +27,19 @@ void pressure_stiffness(const Mesh& mesh, std::span<const ElementFace> faces, co
     std::array<double, 24 * 24> block;
     for (const ElementFace& of_element : faces) {
         face_points(mesh, of_element, u, face);
-        const std::size_t nodes = static_cast<std::size_t>(face.nodes), size = 3 * nodes;
+        const std::size_t nodes = static_cast<std::size_t>(face.nodes.count), size = 3 * nodes;
         std::fill(block.begin(), block.end(), 0.0);
         for (int p = 0; p < face.points; ++p) {
             const FacePoint& point = face.point[p];
             const double half = factor * pressure.at(point.rest.data(), time) * point.weight / 2;
             std::array<Vec3, 8> a;
             for (std::size_t j = 0; j < nodes; ++j)
-                a[j] =
-                    minus(times(point.dN[j][1], point.tangent[0]), times(point.dN[j][0], point.tangent[1]));
+                a[j] = minus(times(point.shape.dN[j][1], point.tangent[0]),
+                             times(point.shape.dN[j][0], point.tangent[1]));
             for (std::size_t i = 0; i < nodes; ++i)
                 for (std::size_t j = 0; j < nodes; ++j) {
-                    const Vec3 s = times(half, minus(times(point.N[i], a[j]), times(point.N[j], a[i])));
+                    const Vec3 s =
+                        times(half, minus(times(point.shape.N[i], a[j]), times(point.shape.N[j], a[i])));
                     double* k = block.data() + 3 * (i * size + j);
                     k[1] -= s[2];
                     k[2] += s[1];
@@ -48,7 +49,7 @@ void pressure_stiffness(const Mesh& mesh, std::span<const ElementFace> faces, co
                     k[2 * size + 1] += s[0];
                 }
         }
-        add(std::span(face.node).first(nodes), std::span(block).first(size * size));
+        add(std::span(face.nodes.node).first(nodes), std::span(block).first(size * size));
     }
 }
 

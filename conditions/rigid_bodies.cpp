@@ -125,10 +125,17 @@ void hold_motions(RigidBody& body, const Mesh& mesh) {
 
 }  // namespace
 
-bool RigidBody::plane_motion() const {
-    return std::ranges::all_of(held, [this](const HeldDirection& h) {
-        return norm(cross(h.direction, held.front().direction)) < 1e-9;
-    });
+bool RigidBody::turns_far() const {
+    constexpr double nothing = 1e-9;
+    if (held.empty()) return true;
+    const auto one_direction = [this](const HeldDirection& h) {
+        return norm(cross(h.direction, held.front().direction)) < nothing;
+    };
+    const auto pure = [this](const Vec6& m) {
+        const double moves = norm(force_of(m)), turns = size * norm(moment_of(m));
+        return moves < nothing * turns || turns < nothing * moves;
+    };
+    return std::ranges::all_of(held, one_direction) && std::all_of(motions.begin(), motions.end(), pure);
 }
 
 double RigidBody::amount(std::size_t k, const Vec6& motion) const {

@@ -53,8 +53,9 @@ struct RigidBody {
     std::int32_t first = 0;  // its first equation, counted from the first body's
 
     std::int32_t count() const { return static_cast<std::int32_t>(motions.size()); }
-    // Its motions hold at large turns too.
-    bool plane_motion() const;
+    // Its motions stay what its supports leave when it has turned far: nothing holds it in part, or all do in
+    // one direction and leave pure shifts and turns (three places off a line).
+    bool turns_far() const;
     // How much of motion k is in a motion of the pivot, the nearest that the body can do.
     double amount(std::size_t k, const Vec6& motion) const;
 };
@@ -85,7 +86,7 @@ void find_normals(RigidSystem& system, const Mesh& mesh);
 
 // Members, duplicates (the first element of the file keeps the node), supports and motions. fixed_nodes:
 // 0-based; held: by supports with options. Of a body held in some directions the motions are those that move
-// no member along them; at large turns they stay so where the directions are all one (`plane_motion`).
+// no member along them; at large turns they stay so where turns_far().
 RigidSystem build_rigid_system(std::span<const RigidElement> records, const Mesh& mesh,
                                const NodeElements& node_elements, std::span<const std::int32_t> fixed_nodes,
                                std::span<const HeldDirection> held = {});

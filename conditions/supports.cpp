@@ -5,6 +5,7 @@
 #include <map>
 #include <numbers>
 
+#include "model/face_points.h"
 #include "model/free_faces.h"
 #include "model/mesh_sets.h"
 #include "model/selection.h"
@@ -13,45 +14,17 @@ namespace kestralum {
 
 namespace {
 
-// Local nodes of a face around its corners: of three or four corners, with the middles behind them.
-struct FaceNodes {
-    int corners = 0;
-    std::array<std::int32_t, 8> node{};  // 0-based
-    int count = 0;
-};
-
-FaceNodes nodes_of(const Mesh& mesh, const ElementFace& face) {
-    FaceNodes out;
-    const auto element = mesh.element(face.element);
-    const auto corners = face_corners(mesh.element_type, face.face);
-    out.corners = static_cast<int>(corners.size());
-    const auto add = [&](int local) {
-        out.node[out.count++] = static_cast<std::int32_t>(node_index(element[local]));
-    };
-    for (const int local : corners) add(local);
-    if (mesh.element_type == ElementKind::tetrahedron10)
-        for (std::size_t k = 0; k < 3; ++k) add(tetra10_middle(corners[k], corners[(k + 1) % 3]));
-    return out;
-}
-
-// Normal of the interpolated face at its k-th node, in the winding of its corners.
+// Normal of the interpolated face at its k-th node, out of the element.
 Vec3 normal_at(const Mesh& mesh, const FaceNodes& face, int k) {
-    const auto x = [&](int i) { return place_of(mesh, face.node[i % face.count]); };
-    if (face.count != 6) {
-        const int n = face.corners;
-        return cross(minus(x((k + 1) % n), x(k)), minus(x((k + n - 1) % n), x(k)));
-    }
-    // corners 0 1 2 at (0, 0) (1, 0) (0, 1), middles 3 4 5 behind their first corner
-    constexpr double at[6][2] = {{0, 0}, {1, 0}, {0, 1}, {0.5, 0}, {0.5, 0.5}, {0, 0.5}};
-    const double r = at[k][0], s = at[k][1], t = 1 - r - s;
-    const double dr[6] = {1 - 4 * t, 4 * r - 1, 0, 4 * (t - r), 4 * s, -4 * s},
-                 ds[6] = {1 - 4 * t, 0, 4 * s - 1, -4 * r, 4 * r, 4 * (t - s)};
-    Vec3 a{}, b{};
-    for (int i = 0; i < 6; ++i) {
-        a = plus(a, times(dr[i], x(i)));
-        b = plus(b, times(ds[i], x(i)));
-    }
-    return cross(a, b);
+    constexpr double quadrangle[4][2] = {{-1, -1}, {1, -1}, {1, 1}, {-1, 1}};
+    constexpr double triangle[6][2] = {{0, 0}, {1, 0}, {0, 1}, {0.5, 0}, {0.5, 0.5}, {0, 0.5}};
+    const double* at = face.corners == 4 ? quadrangle[k] : triangle[k];
+    const FaceShape shape = face_shape(face.count, at[0], at[1]);
+    Vec3 tangent[2]{};
+    for (int i = 0; i < face.count; ++i)
+        for (std::size_t c = 0; c < 2; ++c)
+            tangent[c] = plus(tangent[c], times(shape.dN[i][c], place_of(mesh, face.node[i])));
+    return cross(tangent[0], tangent[1]);
 }
 
 // Directions that faces meet a node in: faces that turn by little count as one.
@@ -71,12 +44,9 @@ void add_normal(std::vector<Vec3>& sums, const Vec3& normal, double area) {
 std::map<std::int32_t, std::vector<Vec3>> node_normals(const Mesh& mesh, std::span<const ElementFace> faces) {
     std::map<std::int32_t, std::vector<Vec3>> out;
     for (const ElementFace& face : faces) {
-        const FaceNodes nodes = nodes_of(mesh, face);
-        const Vec3 outward = area_vector(mesh, face);
-        for (int k = 0; k < nodes.count; ++k) {
-            const Vec3 n = normal_at(mesh, nodes, k);
-            add_normal(out[nodes.node[k]], dot(n, outward) < 0 ? times(-1, n) : n, norm(outward));
-        }
+        const FaceNodes nodes = face_nodes(mesh, face);
+        const double area = norm(area_vector(mesh, face));
+        for (int k = 0; k < nodes.count; ++k) add_normal(out[nodes.node[k]], normal_at(mesh, nodes, k), area);
     }
     return out;
 }

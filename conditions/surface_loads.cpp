@@ -18,8 +18,8 @@ void for_each_point(const Mesh& mesh, std::span<const ElementFace> faces, const 
 
 void add_at_nodes(const FacePoints& face, const FacePoint& point, const Vec3& force,
                   std::span<double> nodal) {
-    for (int i = 0; i < face.nodes; ++i)
-        for (int c = 0; c < 3; ++c) nodal[3 * face.node[i] + c] += point.N[i] * force[c];
+    for (int i = 0; i < face.nodes.count; ++i)
+        for (int c = 0; c < 3; ++c) nodal[3 * face.nodes.node[i] + c] += point.shape.N[i] * force[c];
 }
 
 }  // namespace
@@ -58,7 +58,7 @@ void surface_springs(const Mesh& mesh, std::span<const ElementFace> faces, const
     std::array<double, 24 * 24> block;
     for (const ElementFace& of_element : faces) {
         face_points(mesh, of_element, {}, face);
-        const std::size_t nodes = static_cast<std::size_t>(face.nodes), size = 3 * nodes;
+        const std::size_t nodes = static_cast<std::size_t>(face.nodes.count), size = 3 * nodes;
         std::fill(block.begin(), block.end(), 0.0);
         for (int p = 0; p < face.points; ++p) {
             const FacePoint& point = face.point[p];
@@ -72,9 +72,10 @@ void surface_springs(const Mesh& mesh, std::span<const ElementFace> faces, const
                     k[3 * a + b] = along * n[a] * n[b] + (a == b ? everywhere : 0);
             for (std::size_t r = 0; r < size; ++r)
                 for (std::size_t c = 0; c < size; ++c)
-                    block[r * size + c] += point.N[r / 3] * point.N[c / 3] * k[3 * (r % 3) + c % 3];
+                    block[r * size + c] +=
+                        point.shape.N[r / 3] * point.shape.N[c / 3] * k[3 * (r % 3) + c % 3];
         }
-        add(std::span(face.node).first(nodes), std::span(block).first(size * size));
+        add(std::span(face.nodes.node).first(nodes), std::span(block).first(size * size));
     }
 }
 
@@ -85,7 +86,8 @@ std::string add_remote(const Mesh& mesh, std::span<const ElementFace> faces, con
                        const Vec3& force, const Vec3& moment, std::span<double> nodal) {
     std::vector<double> share(mesh.node_num(), 0.0);
     for_each_point(mesh, faces, [&](const FacePoints& face, const FacePoint& at) {
-        for (int i = 0; i < face.nodes; ++i) share[face.node[i]] += at.N[i] * norm(at.normal);
+        for (int i = 0; i < face.nodes.count; ++i)
+            share[face.nodes.node[i]] += at.shape.N[i] * norm(at.normal);
     });
     double whole = 0;
     Vec3 centre{};

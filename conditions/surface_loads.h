@@ -1,6 +1,5 @@
-// Loads and springs on faces of a mesh: integrals over the faces as their elements interpolate them,
-// quadrangles of four nodes by 2 × 2 points, triangles of three and of six nodes by seven points (Radon
-// 1948). Faces: of a set of the mesh (MeshSet::faces). Nodal values: 3 per node, N.
+// Loads and springs on faces of a mesh: integrals over the faces as their elements interpolate them
+// (face_points.h). Faces: of a set of the mesh (MeshSet::faces). Nodal values: 3 per node, N.
 #pragma once
 
 #include <array>
@@ -9,30 +8,9 @@
 #include <span>
 #include <string>
 
-#include "model/mesh.h"
+#include "model/face_points.h"
 
 namespace kestralum {
-
-// One integration point of a face.
-struct FacePoint {
-    std::array<double, 8> N{};                  // shape functions of the face's nodes
-    std::array<std::array<double, 2>, 8> dN{};  // their derivatives along the face's coordinates
-    Vec3 rest{};                                // place at rest, m
-    Vec3 x{};                                   // place, with the displacements, m
-    Vec3 tangent[2]{};                          // ∂x/∂(face coordinates)
-    double weight = 0;                          // of the reference face
-    Vec3 normal{};                              // tangent × tangent · weight: out of the element, m^2
-};
-
-// A face's nodes (0-based) and points; u (3 per node, or empty): displacements added to the coordinates.
-// Nodes: the corners, winding outwards, and then the nodes in the middle of 0-1, 1-2 and 2-0. Face
-// coordinates: of a triangle L1 and L2, of a quadrangle ξ and η from -1 to 1.
-struct FacePoints {
-    int nodes = 0, points = 0;
-    std::array<std::int32_t, 8> node{};
-    std::array<FacePoint, 7> point;
-};
-void face_points(const Mesh& mesh, const ElementFace& face, std::span<const double> u, FacePoints& out);
 
 // The first of wrong_value() at the faces' points at rest; empty where the field can be used on all of them.
 std::string wrong_value_on(const Mesh& mesh, std::span<const ElementFace> faces, const std::string& record,

@@ -5,6 +5,7 @@
 #include <map>
 #include <unordered_map>
 
+#include "model/face_points.h"
 #include "model/format.h"
 #include "model/mesh_sets.h"
 #include "model/smooth_patches.h"
@@ -15,22 +16,12 @@ namespace {
 
 constexpr double least_weight = 1e-12;
 
-struct MasterFace {
-    int count = 0;                       // nodes: 3, 4 or 6
-    std::array<std::int32_t, 6> node{};  // corners, then middles
+struct MasterFace : FaceNodes {
     Vec3 low{}, high{};
 };
 
 MasterFace master_face(const Mesh& mesh, const ElementFace& face) {
-    MasterFace out;
-    const auto element = mesh.element(face.element);
-    const auto corners = face_corners(mesh.element_type, face.face);
-    const auto add = [&](int local) {
-        out.node[out.count++] = static_cast<std::int32_t>(node_index(element[local]));
-    };
-    for (const int local : corners) add(local);
-    if (mesh.element_type == ElementKind::tetrahedron10)
-        for (std::size_t k = 0; k < 3; ++k) add(tetra10_middle(corners[k], corners[(k + 1) % 3]));
+    MasterFace out{face_nodes(mesh, face)};
     out.low = out.high = place_of(mesh, out.node[0]);
     for (int k = 1; k < out.count; ++k)
         for (std::size_t c = 0; c < 3; ++c) {
@@ -38,30 +29,6 @@ MasterFace master_face(const Mesh& mesh, const ElementFace& face) {
             out.high[c] = std::max(out.high[c], mesh.node(out.node[k])[c]);
         }
     return out;
-}
-
-struct Shape {
-    std::array<double, 6> N{}, dr{}, ds{};
-};
-
-// Quadrangles over (-1, 1)², triangles over (0, 0) (1, 0) (0, 1).
-Shape shape_at(int count, double r, double s) {
-    Shape out;
-    if (count == 4) {
-        constexpr double corner[4][2] = {{-1, -1}, {1, -1}, {1, 1}, {-1, 1}};
-        for (int i = 0; i < 4; ++i) {
-            const double a = corner[i][0], b = corner[i][1];
-            out.N[i] = 0.25 * (1 + a * r) * (1 + b * s);
-            out.dr[i] = 0.25 * a * (1 + b * s);
-            out.ds[i] = 0.25 * b * (1 + a * r);
-        }
-        return out;
-    }
-    const double t = 1 - r - s;
-    if (count == 3) return {{t, r, s}, {-1, 1, 0}, {-1, 0, 1}};
-    return {{t * (2 * t - 1), r * (2 * r - 1), s * (2 * s - 1), 4 * t * r, 4 * r * s, 4 * s * t},
-            {1 - 4 * t, 4 * r - 1, 0, 4 * (t - r), 4 * s, -4 * s},
-            {1 - 4 * t, 0, 4 * s - 1, -4 * r, 4 * r, 4 * (t - s)}};
 }
 
 // Into the face's own region, along the sides where the step left it.
@@ -83,7 +50,7 @@ void clip(int count, double& r, double& s) {
 
 struct Foot {
     double distance = 0;
-    Shape shape;
+    FaceShape shape;
 };
 
 // The point of the face nearest to x: Gauss-Newton on the distance, kept inside the face.
@@ -91,13 +58,13 @@ Foot foot_on(const Mesh& mesh, const MasterFace& face, const Vec3& x) {
     double r = face.count == 4 ? 0 : 1.0 / 3, s = r;
     Foot out;
     for (int round = 0; round < 30; ++round) {
-        out.shape = shape_at(face.count, r, s);
+        out.shape = face_shape(face.count, r, s);
         Vec3 y{}, a{}, b{};
         for (int i = 0; i < face.count; ++i) {
             const Vec3 at = place_of(mesh, face.node[i]);
             y = plus(y, times(out.shape.N[i], at));
-            a = plus(a, times(out.shape.dr[i], at));
-            b = plus(b, times(out.shape.ds[i], at));
+            a = plus(a, times(out.shape.dN[i][0], at));
+            b = plus(b, times(out.shape.dN[i][1], at));
         }
         const Vec3 gap = minus(x, y);
         out.distance = norm(gap);
@@ -163,7 +130,7 @@ private:
 double mean_edge(const Mesh& mesh, std::span<const MasterFace> faces) {
     double sum = 0;
     for (const MasterFace& face : faces) {
-        const int corners = face.count == 4 ? 4 : 3;
+        const int corners = face.corners;
         for (int k = 0; k < corners; ++k)
             sum += norm(minus(place_of(mesh, face.node[(k + 1) % corners]), place_of(mesh, face.node[k]))) /
                    corners;

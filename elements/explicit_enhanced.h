@@ -116,10 +116,8 @@ void hexahedra_enhanced(const KernelArrays& k, std::int64_t first, std::int64_t 
         Vec volume[8];
 #pragma GCC unroll 1
         for (int p = 0; p < 8; ++p) {
-            const Vec3 g[3] = {x.along[0][place[p][0]], x.along[1][place[p][1]], x.along[2][place[p][2]]};
-            const Vec3 U[3] = {du.along[0][place[p][0]], du.along[1][place[p][1]], du.along[2][place[p][2]]};
             Motion& m = motion[p];
-            find_motion(g, U, m, sums);
+            find_motion_at(x, du, p, m, sums);
             volume[p] = m.volume;
             Vec s[6];
             for (int c = 0; c < 6; ++c) s[c] = load(stress + (6 * p + c) * W);

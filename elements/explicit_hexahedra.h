@@ -102,6 +102,12 @@ KESTRALUM_INLINE void add_flux(const Vec (&s)[6], const Vec3 (&cof)[3], int p, H
         for (int r = 0; r < 3; ++r) sum.along[a][place[p][a]].c[r] += P[a].c[r];
 }
 
+KESTRALUM_INLINE void find_motion_at(const HexaField& x, const HexaField& du, int p, Motion& m, Sums& sums) {
+    const Vec3 g[3] = {x.along[0][place[p][0]], x.along[1][place[p][1]], x.along[2][place[p][2]]};
+    const Vec3 U[3] = {du.along[0][place[p][0]], du.along[1][place[p][1]], du.along[2][place[p][2]]};
+    find_motion(g, U, m, sums);
+}
+
 template <PointLaw law>
 void hexahedra(const KernelArrays& k, std::int64_t first, std::int64_t last) {
     for (std::int64_t b = first; b < last; ++b) {
@@ -113,10 +119,8 @@ void hexahedra(const KernelArrays& k, std::int64_t first, std::int64_t last) {
         begin(sums);
 #pragma GCC unroll 1
         for (int p = 0; p < 8; ++p) {
-            const Vec3 g[3] = {x.along[0][place[p][0]], x.along[1][place[p][1]], x.along[2][place[p][2]]};
-            const Vec3 U[3] = {du.along[0][place[p][0]], du.along[1][place[p][1]], du.along[2][place[p][2]]};
             Motion m;
-            find_motion(g, U, m, sums);
+            find_motion_at(x, du, p, m, sums);
             Vec s[6];
             update_stress<law>(k, b, 8 * b + p, m, material, 1.0, s, sums, m.e);
             add_flux(s, m.cof, p, sum);
@@ -146,10 +150,8 @@ void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::i
         Vec deviator[8][6], pressure[8], part[8], trace[8], grown[8];
 #pragma GCC unroll 1
         for (int p = 0; p < 8; ++p) {
-            const Vec3 g[3] = {x.along[0][place[p][0]], x.along[1][place[p][1]], x.along[2][place[p][2]]};
-            const Vec3 U[3] = {du.along[0][place[p][0]], du.along[1][place[p][1]], du.along[2][place[p][2]]};
             Motion m;
-            find_motion(g, U, m, sums);
+            find_motion_at(x, du, p, m, sums);
             Vec s[6], before[6];
             for (int c = 0; c < 6; ++c) s[c] = load(stress + (6 * p + c) * W);
             trace[p] = m.e[0] + m.e[1] + m.e[2];

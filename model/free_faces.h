@@ -19,11 +19,6 @@ std::vector<ElementFace> free_faces(const Mesh& mesh, const Progress* progress =
 // The face's area (m^2) as a vector that points out of its element.
 Vec3 area_vector(const Mesh& mesh, const ElementFace& face);
 
-// The area (m^2) of the curved face that the element's interpolation makes of its nodes. Triangles of six
-// nodes by the rule of seven points that is exact to degree 5 (Radon 1948), quadrangles by four points; flat
-// faces exactly.
-double face_area(const Mesh& mesh, const ElementFace& face);
-
 struct SurfaceTriangle {
     std::array<std::int32_t, 3> node;  // 0-based, winding outwards
     std::int32_t part;

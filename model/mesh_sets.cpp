@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "model/face_points.h"
 #include "model/free_faces.h"
 #include "model/smooth_patches.h"
 

@@ -266,6 +266,25 @@ void multiply(const SparseKM& km, std::span<const double> values, std::span<cons
     }
 }
 
+void multiply(const SparseKM& km, std::span<const double> values, std::span<const double> x,
+              std::span<double> y, std::int64_t n, std::int32_t k, int threads) {
+    const std::int64_t rows = km.rows();
+    for (std::int32_t c = 0; c < k; ++c) std::fill(y.begin() + c * n + rows, y.begin() + (c + 1) * n, 0.0);
+#pragma omp parallel for schedule(static) num_threads(threads) if (rows * k > 10000)
+    for (std::int64_t r = 0; r < rows; ++r)
+        for (std::int32_t c = 0; c < k; c += 4) {
+            const std::int32_t some = std::min(4, k - c);
+            double sum[4] = {};
+            const double* from = x.data() + c * n;
+            for (std::int64_t e = km.row_start[r]; e < km.row_start[r + 1]; ++e) {
+                const double v = values[e];
+                const double* at = from + km.col_index[e];
+                for (std::int32_t q = 0; q < some; ++q) sum[q] += v * at[q * n];
+            }
+            for (std::int32_t q = 0; q < some; ++q) y[(c + q) * n + r] = sum[q];
+        }
+}
+
 std::vector<double> diagonal_of(const SparseKM& km) {
     std::vector<double> diagonal;
     for (std::int64_t k : km.diag_pos) diagonal.push_back(km.K_value[k]);

@@ -75,6 +75,11 @@ std::int64_t profile_size(const SparseKM& km);
 void multiply(const SparseKM& km, std::span<const double> values, std::span<const double> x,
               std::span<double> y);
 
+// The same for k columns, n apart, with 0 below the last row; every row's sum runs in the order of its
+// entries whatever the threads.
+void multiply(const SparseKM& km, std::span<const double> values, std::span<const double> x,
+              std::span<double> y, std::int64_t n, std::int32_t k, int threads);
+
 // √Σ vᵢ², in order.
 double norm(std::span<const double> v);
 

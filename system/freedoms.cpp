@@ -189,6 +189,17 @@ bool make_run_mesh(Job& job, Renumbering how, Freedoms& freedoms) {
     return find_rigid_bodies(job, freedoms) && job.goes_on();
 }
 
+bool check_turning_bodies(Job& job, const RigidSystem& rigid) {
+    for (const RigidBody& body : rigid.bodies)
+        if (!body.turns_far())
+            return job.fail(
+                RunStatus::bad_input,
+                "rigid element " + job.model.rigid_elements[body.record].name +
+                    ": supports hold its members in several directions, or in one at fewer than three "
+                    "places off a line: large rotations want them held whole or in a plane");
+    return true;
+}
+
 void count_freedoms(Job& job, Freedoms& freedoms) {
     std::int32_t fn_free = job.mesh().dof_num();
     freedoms.numbering =

@@ -29,6 +29,10 @@ std::string place_of_element(const Job& job, std::int32_t e);
 enum class Renumbering { by_settings, along_longest };
 bool make_run_mesh(Job& job, Renumbering how, Freedoms& freedoms);
 
+// Refuses rigid bodies whose supports would not leave the same motions once they have turned: false with
+// status bad_input. For analyses with large rotations.
+bool check_turning_bodies(Job& job, const RigidSystem& rigid);
+
 // Supports and the numbering of the free degrees of freedom, with the progress lines; sets report.free_dofs.
 // number_freedoms: false with status failed when nothing is free.
 void count_freedoms(Job& job, Freedoms& freedoms);

@@ -4,7 +4,6 @@
 #include <cmath>
 
 #include "elements/linear_element.h"
-#include "elements/stresses.h"
 #include "model/load_cases.h"
 #include "system/support_springs.h"
 
@@ -37,14 +36,23 @@ void add_strain_forces(const Job& job, const Elasticity& elasticity, std::span<c
     }
 }
 
-// What the body and the supports' springs resist displacements with (3 per node).
+// What the body and the supports' springs resist displacements with (3 per node); only elements that are
+// moved are looked at.
 std::vector<double> resistance(Job& job, const AssembledSystem& system, std::span<const double> u) {
     const Mesh& mesh = job.mesh();
-    PointResults points;
-    point_stresses(mesh, job.model.parts, system.elasticity, u, job.threads(), points, job.progress,
-                   {.form = job.hexahedra(), .initial = {}});
-    const std::vector<char> all(mesh.node_num(), 1);
-    std::vector<double> force = internal_forces(mesh, points, all, job.hexahedra());
+    const std::size_t dofs = 3 * mesh.node_per_element();
+    const ElementMatrices matrices =
+        element_matrices(job, system.elasticity, &system.freedoms.rigid, job.hexahedra());
+    std::vector<double> force(u.size(), 0.0), ke(dofs * dofs), own(dofs);
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        const auto nodes = mesh.element(e);
+        const auto place = [&](std::size_t d) { return 3 * node_index(nodes[d / 3]) + d % 3; };
+        for (std::size_t d = 0; d < dofs; ++d) own[d] = u[place(d)];
+        if (std::ranges::all_of(own, [](double v) { return v == 0; }) || !matrices(e, ke.data(), nullptr))
+            continue;
+        for (std::size_t r = 0; r < dofs; ++r)
+            for (std::size_t c = 0; c < dofs; ++c) force[place(r)] += ke[r * dofs + c] * own[c];
+    }
     for (const BoundaryCondition& record : job.model.boundary_conditions)
         add_spring_forces(record, mesh, system.freedoms.node_elements, u, force);
     return force;

@@ -6,6 +6,7 @@
 #include "elements/body_loads.h"
 #include "elements/element_type.h"
 #include "model/format.h"
+#include "model/face_points.h"
 #include "model/free_faces.h"
 #include "model/load_cases.h"
 #include "model/mesh_sets.h"

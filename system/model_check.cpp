@@ -166,7 +166,7 @@ void add_tied_links(const Freedoms& freedoms, std::vector<std::array<std::int32_
     const ConstraintMap& map = freedoms.constraints.map;
     for (const std::int32_t n : map.special_nodes())
         if (map.is_tied(n))
-            for (const ConstraintMap::Term& term : map.row(3 * n)) links.push_back({n, term.dof / 3});
+            for (const auto& [master, weight] : map.weights_of(n)) links.push_back({n, master});
 }
 
 void hold_by_springs(const Model& model, const Mesh& mesh, const Freedoms& freedoms, std::span<char> fixed) {

@@ -267,11 +267,9 @@ void carry_over(const Job& job, const Freedoms& freedoms, NodalConditions& out) 
         if (!constraints.map.is_tied(n)) continue;
         TiedMotion& tied = out.ties.emplace_back();
         tied.node = model_node[n];
-        // the part along x of what q's values, along the axes of their nodes, make of the displacement
-        std::map<std::int32_t, double> weights;
-        for (const ConstraintMap::Term& term : constraints.map.row(3 * n))
-            weights[model_node[term.dof / 3]] += term.factor * constraints.map.axis(term.dof)[0];
-        tied.weights.assign(weights.begin(), weights.end());
+        for (const auto& [master, weight] : constraints.map.weights_of(n))
+            tied.weights.emplace_back(model_node[master], weight);
+        std::ranges::sort(tied.weights);
     }
     std::ranges::sort(out.ties, {}, &TiedMotion::node);
     for (const std::int32_t n : freedoms.numbering.fixed_nodes)

@@ -81,49 +81,59 @@ private:
     std::vector<std::int32_t> place_;  // per column: where it stands in `columns`, -1: not there
 };
 
+// Consecutive rows of the product.
+struct Rows {
+    std::vector<std::int32_t> count, columns;
+    std::vector<double> K, M;
+
+    void add(RowSum& sum, bool with_mass) {
+        order.resize(sum.columns.size());
+        std::iota(order.begin(), order.end(), 0);
+        std::ranges::sort(order, {}, [&sum](std::int32_t k) { return sum.columns[k]; });
+        for (const std::int32_t k : order) {
+            columns.push_back(sum.columns[k]);
+            K.push_back(sum.K[k]);
+            if (with_mass) M.push_back(sum.M[k]);
+        }
+        count.push_back(static_cast<std::int32_t>(order.size()));
+    }
+
+private:
+    std::vector<std::int32_t> order;
+};
+
+template <typename Value>
+void append(const std::vector<Value>& from, std::vector<Value>& to) {
+    to.insert(to.end(), from.begin(), from.end());
+}
+
 }  // namespace
 
 void transform(const ConstraintMap& map, int threads, SparseKM& km, const Progress& progress) {
     if (map.empty()) return;
-    const std::int32_t rows = km.rows();
-    const Columns columns = columns_of(map, rows);
+    const std::int64_t rows = km.rows();
+    const Columns columns = columns_of(map, km.rows());
+    std::vector<Rows> parts(threads);
+#pragma omp parallel for schedule(static, 1) num_threads(threads)
+    for (int t = 0; t < threads; ++t) {
+        RowSum sum(map, columns, km);
+        for (std::int64_t r = rows * t / threads; r < rows * (t + 1) / threads && !progress.cancelled();
+             ++r) {
+            sum.compute(static_cast<std::int32_t>(r));
+            parts[t].add(sum, !km.M_value.empty());
+        }
+    }
     SparseKM out;
-    out.row_count.assign(rows, 0);
-    out.row_start.assign(std::size_t(rows) + 1, 0);
-#pragma omp parallel num_threads(threads)
-    {
-        RowSum sum(map, columns, km);
-#pragma omp for schedule(static)
-        for (std::int32_t r = 0; r < rows; ++r) {
-            if (progress.cancelled()) continue;
-            sum.compute(r);
-            out.row_count[r] = static_cast<std::int32_t>(sum.columns.size());
-        }
+    for (Rows& part : parts) {
+        append(part.count, out.row_count);
+        append(part.columns, out.col_index);
+        append(part.K, out.K_value);
+        append(part.M, out.M_value);
+        part = {};
     }
-    for (std::int32_t r = 0; r < rows; ++r) out.row_start[r + 1] = out.row_start[r] + out.row_count[r];
-    out.col_index.resize(out.row_start[rows]);
-    out.K_value.resize(out.row_start[rows]);
-    if (!km.M_value.empty()) out.M_value.resize(out.row_start[rows]);
-#pragma omp parallel num_threads(threads)
-    {
-        RowSum sum(map, columns, km);
-        std::vector<std::int32_t> order;
-#pragma omp for schedule(static)
-        for (std::int32_t r = 0; r < rows; ++r) {
-            if (progress.cancelled()) continue;
-            sum.compute(r);
-            order.resize(sum.columns.size());
-            std::iota(order.begin(), order.end(), 0);
-            std::ranges::sort(order, {}, [&sum](std::int32_t k) { return sum.columns[k]; });
-            std::int64_t to = out.row_start[r];
-            for (const std::int32_t k : order) {
-                out.col_index[to] = sum.columns[k];
-                out.K_value[to] = sum.K[k];
-                if (!out.M_value.empty()) out.M_value[to] = sum.M[k];
-                ++to;
-            }
-        }
-    }
+    if (out.rows() < rows) return;  // stopped
+    out.row_start.assign(1, 0);
+    for (const std::int32_t count : out.row_count) out.row_start.push_back(out.row_start.back() + count);
     km = std::move(out);
     find_diagonals(km);
 }

@@ -7,7 +7,6 @@
 #include "analysis/buckling/load_factors.h"
 #include "analysis/linear_run.h"
 #include "analysis/static/stress_stiffness.h"
-#include "elements/stresses.h"
 #include "model/format.h"
 
 namespace kestralum {
@@ -95,26 +94,6 @@ void normalise(std::span<double> u) {
     for (double& v : u) v *= scale;
 }
 
-bool store_shapes(Job& job, const AssembledSystem& system, const LoadFactors& found) {
-    job.clock.begin("recover");
-    const std::size_t n = system.equations();
-    const Mesh& mesh = job.mesh();
-    job.progress.print("Strain Analysis\n");
-    PointResults points;
-    for (std::size_t j = 0; j < job.report().buckling.factors.size() && job.goes_on(); ++j) {
-        const auto frame = std::make_shared<Frame>(mesh.dof_num());
-        frame->n_freq = found.factor[j];
-        expand_solution(mesh, system.freedoms, std::span(found.vectors).subspan(j * n, n), frame->mode_vec);
-        normalise(frame->mode_vec);
-        point_stresses(mesh, job.model.parts, system.elasticity, frame->mode_vec, job.threads(), points,
-                       job.progress, {.form = job.hexahedra()});
-        mean_stress_strain(mesh, system.freedoms.node_elements, points, {}, job.threads(), frame->node_stress,
-                           job.progress);
-        job.run.results.push_back(frame);
-    }
-    return job.goes_on();
-}
-
 // [G] comes into the place of [K], and [K] into that of [M].
 void exchange(AssembledSystem& system, StressStiffness& stress) {
     system.km.M_value = std::exchange(system.km.K_value, std::move(stress.G));
@@ -142,7 +121,9 @@ bool work(Job& job, AssembledSystem& system) {
     job.report().negative_pivots = 0;  // shifted matrices have them by design
     if (!report_factors(problem, found, wanted)) return false;
     note_first(job, found, stress.strain);
-    return store_shapes(job, system, found) && problem.await_files();
+    const std::span<const double> stored =
+        std::span(found.factor).first(job.report().buckling.factors.size());
+    return store_shapes(job, system, stored, found.vectors, normalise) && problem.await_files();
 }
 
 }  // namespace

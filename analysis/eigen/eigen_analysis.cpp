@@ -11,7 +11,6 @@
 #include "analysis/eigen/subspace.h"
 #include "analysis/linear_run.h"
 #include "analysis/static/stress_stiffness.h"
-#include "elements/stresses.h"
 #include "model/format.h"
 
 namespace kestralum {
@@ -107,24 +106,10 @@ bool check_resolved(Job& job) {
     return true;
 }
 
-// Mode shapes on all degrees of freedom and the strains and stresses they mean.
 bool store_modes(Job& job, const AssembledSystem& system, const EigenPairs& pairs) {
-    job.clock.begin("recover");
-    const std::size_t n = system.equations();
-    const Mesh& mesh = job.mesh();
-    job.progress.print("Strain Analysis\n");
-    PointResults points;
-    for (std::size_t j = 0; j < job.report().modes.size() && job.goes_on(); ++j) {
-        const auto frame = std::make_shared<Frame>(mesh.dof_num());
-        frame->n_freq = job.report().modes[j].frequency;
-        expand_solution(mesh, system.freedoms, std::span(pairs.vectors).subspan(j * n, n), frame->mode_vec);
-        point_stresses(mesh, job.model.parts, system.elasticity, frame->mode_vec, job.threads(), points,
-                       job.progress, {.form = job.hexahedra()});
-        mean_stress_strain(mesh, system.freedoms.node_elements, points, {}, job.threads(), frame->node_stress,
-                           job.progress);
-        job.run.results.push_back(frame);
-    }
-    return job.goes_on();
+    std::vector<double> frequencies;
+    for (const ModeReport& mode : job.report().modes) frequencies.push_back(mode.frequency);
+    return store_shapes(job, system, frequencies, pairs.vectors);
 }
 
 // As many modes as were asked for, and as many below a gap above them as the pivots count there (Sylvester's

@@ -9,7 +9,7 @@
 namespace kestralum {
 
 // Rigid motions that no support and no spring of one resists: n × r, column after column. Six where nothing
-// is supported; none where a support without options is among the records and takes any part, as today; of
+// is supported; none where a support without options is among the records; of
 // supports with options what is left (rollers). The bodies of a model are taken as one.
 std::vector<double> free_rigid_motions(const Job& job, const AssembledSystem& system);
 

@@ -79,39 +79,13 @@ bool ShiftedPencil::operate(std::span<const double>, std::span<const double> BV,
     return solve(W, k);
 }
 
-namespace {
-
-// y = A x row by row, columns n apart, 0 below the last row of A; every row's sum runs in the order of its
-// entries whatever the threads.
-void multiply_columns(std::span<const std::int64_t> start, std::span<const std::int32_t> columns,
-                      std::span<const double> values, std::span<const double> x, std::span<double> y,
-                      std::int64_t n, std::int32_t k, int threads) {
-    const auto rows = static_cast<std::int64_t>(start.size()) - 1;
-    for (std::int32_t c = 0; c < k; ++c) std::fill(y.begin() + c * n + rows, y.begin() + (c + 1) * n, 0.0);
-#pragma omp parallel for schedule(static) num_threads(threads) if (rows * k > 10000)
-    for (std::int64_t r = 0; r < rows; ++r)
-        for (std::int32_t c = 0; c < k; c += 4) {
-            const std::int32_t some = std::min(4, k - c);
-            double sum[4] = {};
-            const double* from = x.data() + c * n;
-            for (std::int64_t e = start[r]; e < start[r + 1]; ++e) {
-                const double v = values[e];
-                const double* at = from + columns[e];
-                for (std::int32_t q = 0; q < some; ++q) sum[q] += v * at[q * n];
-            }
-            for (std::int32_t q = 0; q < some; ++q) y[(c + q) * n + r] = sum[q];
-        }
-}
-
-}  // namespace
-
 void ShiftedPencil::multiply_m(std::span<const double> x, std::span<double> y, std::int32_t k) {
-    multiply_columns(km_.row_start, km_.col_index, km_.M_value, x, y, n(), k, job_.threads());
+    multiply(km_, km_.M_value, x, y, n(), k, job_.threads());
     multiply_border(border_, border_.M_fr, border_.M_rr, x, y, k);
 }
 
 void ShiftedPencil::multiply_k(std::span<const double> x, std::span<double> y, std::int32_t k) const {
-    multiply_columns(km_.row_start, km_.col_index, km_.K_value, x, y, n(), k, job_.threads());
+    multiply(km_, km_.K_value, x, y, n(), k, job_.threads());
     multiply_border(border_, border_.K_fr, border_.K_rr, x, y, k);
 }
 

@@ -33,7 +33,8 @@ ExplicitLoads::ExplicitLoads(const Job& job, LoadSet loads, std::span<double> co
         FacePoints points;
         for (const ElementFace& face : faces_of(mesh, *load)) {
             face_points(mesh, face, {}, points);
-            own.nodes.insert(own.nodes.end(), points.node.begin(), points.node.begin() + points.nodes);
+            own.nodes.insert(own.nodes.end(), points.nodes.node.begin(),
+                             points.nodes.node.begin() + points.nodes.count);
         }
         std::ranges::sort(own.nodes);
         own.nodes.erase(std::unique(own.nodes.begin(), own.nodes.end()), own.nodes.end());

@@ -151,24 +151,6 @@ void report_closed(Job& job, const ExplicitState& s) {
     if (s.contacts) say_where(s.contacts->touching(), "the surface of a contact pair");
 }
 
-// Bodies whose supports hold them otherwise than whole or in a plane.
-bool check_bodies(Job& job, const RigidSystem& rigid) {
-    for (const RigidBody& body : rigid.bodies) {
-        bool pure = body.plane_motion();
-        for (const Vec6& m : body.motions) {
-            const double moves = norm({m[0], m[1], m[2]}), turns = body.size * norm({m[3], m[4], m[5]});
-            pure = pure && (moves < 1e-9 * turns || turns < 1e-9 * moves);
-        }
-        if (!body.held.empty() && !pure)
-            return job.fail(
-                RunStatus::bad_input,
-                "rigid element " + job.model.rigid_elements[body.record].name +
-                    ": supports hold its members in several directions, or in one at fewer than three "
-                    "places off a line: the explicit analysis wants them held whole or in a plane");
-    }
-    return true;
-}
-
 }  // namespace
 
 void remark(Job& job, std::string line) {
@@ -180,7 +162,7 @@ bool set_up_explicit(Job& job, ExplicitState& s) {
     s.start = std::chrono::steady_clock::now();
     SetUp set_up;
     if (!check_input(job) || !has_sets(job) || !make_run_mesh(job, Renumbering::along_longest, s.freedoms) ||
-        !check_bodies(job, s.freedoms.rigid))
+        !check_turning_bodies(job, s.freedoms.rigid))
         return false;
     const Mesh& mesh = job.mesh();
     s.threads = job.threads();

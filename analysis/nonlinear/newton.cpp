@@ -56,7 +56,7 @@ bool NewtonSolver::prepare() {
     find_diagonals(full_);
     const ConstraintMap& map = freedoms_.constraints.map;
     held_.assign(freedoms_.constraints.held.size(), 0.0);
-    target_ = held_;
+    target_ = carried_ = held_;
     constrained_ = full_;
     constrained_.K_value.assign(full_.entries(), 0.0);
     transform(map, body_.threads, constrained_, job_.progress);
@@ -181,7 +181,7 @@ void NewtonSolver::subtract_moved(const std::vector<double>& moved, std::vector<
     AppliedLoads resisted;
     resisted.nodal.resize(moved.size());
     resisted.rigid.assign(rigid_.bodies.size(), {});
-    multiply(full_, full_.K_value, moved, resisted.nodal);
+    multiply(full_, full_.K_value, moved, resisted.nodal, full_.rows(), 1, body_.threads);
     const std::vector<double> R = reduce_loads(resisted, freedoms_, free_.free_dofs, body_.mesh, states_);
     for (std::size_t k = 0; k < E.size(); ++k) E[k] -= R[k];
 }
@@ -392,6 +392,8 @@ double NewtonSolver::work(const std::vector<double>& u_before, std::span<const R
                 load_factor(group.options, factor, Growth::with_time)) *
                sum;
     }
+    for (std::size_t k = 0; k < held_.size(); ++k)
+        all += 0.5 * (carried_before_[k] + carried_[k]) * (held_[k] - held_before_[k]);
     if (loads_->surface.empty()) return all;
     const LoadSet pressures{{}, loads_->surface, {}};
     const auto at = [&](double time, const std::vector<double>& u) {
@@ -415,10 +417,11 @@ void NewtonSolver::meet_heat() {
 double NewtonSolver::measure(IncrementReport& report) {
     double e = 0;
     for (std::size_t k = 0; k < Q_.size(); ++k) e += (Q_[k] - F_[k]) * (Q_[k] - F_[k]);
-    double carried = 0;  // by supports that move
-    for (std::size_t k = 0; k < held_.size() && prescribed_; ++k)
-        carried += std::pow(nodal_Q_[freedoms_.constraints.held[k].dof], 2);
-    const double Q = norm(Q_), F = prescribed_ ? std::hypot(norm(F_), std::sqrt(carried)) : norm(F_),
+    for (std::size_t k = 0; k < held_.size(); ++k) {
+        const std::int32_t dof = freedoms_.constraints.held[k].dof;
+        carried_[k] = nodal_Q_[dof] - gathered_[dof];
+    }
+    const double Q = norm(Q_), F = prescribed_ ? std::hypot(norm(F_), norm(carried_)) : norm(F_),
                  E = std::sqrt(e);
     largest_load_ = std::max(largest_load_, F);
     const double against = std::max(F > 0 ? F : largest_load_, largest_heat_);
@@ -489,6 +492,8 @@ IncrementReport NewtonSolver::advance(std::int32_t number, double factor, bool o
     if (!thermal_.empty()) meet_heat();
     job_.progress.print("########## Force Iteration: %d ##########\n", number);
     const Placement at_start = placement();
+    held_before_ = held_;
+    carried_before_ = carried_;
     IncrementReport report;
     report.factor = factor;
     outcome = attempt(false, report);
@@ -520,6 +525,7 @@ IncrementReport NewtonSolver::advance(std::int32_t number, double factor, bool o
         const std::string why = error;
         body_.restart();
         place(at_start, {}, 0);
+        carried_ = carried_before_;
         error = why;
     }
     return report;

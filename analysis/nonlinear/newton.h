@@ -54,7 +54,7 @@ public:
     std::span<const RigidState> states() const { return states_; }
     // What acts on the body where it is.
     const AppliedLoads& applied() const { return applied_; }
-    // Work of the loads between two placements, by the trapezoidal rule (J).
+    // Work of the loads and of supports that move in the last increment, by the trapezoidal rule (J).
     double work(const std::vector<double>& u_before, std::span<const RigidState> states_before,
                 double factor_before, double factor) const;
     std::vector<double> seconds{0, 0, 0, 0, 0};  // assemble, factor, solve, stresses, gather; all iterations
@@ -95,8 +95,10 @@ private:
     AppliedLoads applied_;
     std::vector<double> gathered_;       // applied_.nodal on the places of q
     std::vector<double> held_, target_;  // per constraints.held: displacement where the body is, and to be, m
-    bool prescribed_ = false;            // some of them are not 0
-    std::vector<double> thermal_;        // of the points
+    std::vector<double> carried_, held_before_,
+        carried_before_;           // the forces there, N; both when the increment began
+    bool prescribed_ = false;      // some of them are not 0
+    std::vector<double> thermal_;  // of the points
     FiniteBody& body_;
     const Freedoms& freedoms_;
     const DofNumbering& numbering_;

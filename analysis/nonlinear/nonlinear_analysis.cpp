@@ -241,25 +241,13 @@ bool check_factors(Job& job) {
     return true;
 }
 
-// Bodies whose motions would not be theirs any more once they have turned.
-bool check_bodies(Job& job, const RigidSystem& rigid) {
-    for (const RigidBody& body : rigid.bodies)
-        if (!body.held.empty() && !body.plane_motion())
-            return job.fail(
-                RunStatus::bad_input,
-                "rigid element " + job.model.rigid_elements[body.record].name +
-                    ": supports hold its members in several directions: large rotations want them held "
-                    "whole or in one direction");
-    return true;
-}
-
 // False where no increment stands.
 bool work(Job& job, NonlinearHistory& history) {
     Freedoms freedoms;
     if (!make_run_mesh(job, Renumbering::along_longest, freedoms)) return false;
     job.progress.print("diag_num=%d\n", freedoms.diag_num);
     job.clock.begin("assemble");
-    if (!check_bodies(job, freedoms.rigid) || !number_freedoms(job, freedoms)) return false;
+    if (!check_turning_bodies(job, freedoms.rigid) || !number_freedoms(job, freedoms)) return false;
     build_elasticity(job.model.materials, job.progress);  // its line only: points have a law of their own
     const std::vector<PlasticMaterial> materials = point_materials(job);
     std::vector<std::int32_t> material;

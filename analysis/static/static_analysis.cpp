@@ -61,10 +61,7 @@ bool recover(Job& job, const AssembledSystem& system, const CaseTerms& terms, st
     frame->name = terms.name;
     frame->mode_vec = displacements(mesh, freedoms, q, load);
     job.progress.print("Strain Analysis\n");
-    point_stresses(mesh, job.model.parts, system.elasticity, frame->mode_vec, job.threads(), points,
-                   job.progress, {.form = job.hexahedra(), .initial = load.initial_strain});
-    mean_stress_strain(mesh, freedoms.node_elements, points, {}, job.threads(), frame->node_stress,
-                       job.progress);
+    recover_stresses(job, system, {.form = job.hexahedra(), .initial = load.initial_strain}, points, *frame);
     if (!job.goes_on()) return false;
     CaseReport& report = job.report().cases.emplace_back(
         report_case(job, system, points, load, q.subspan(freedoms.numbering.free_dofs.size()), *frame));

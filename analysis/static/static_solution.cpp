@@ -32,20 +32,18 @@ void check_held(Job& job, const AssembledSystem& system, const BorderedFactor& f
 // A relative residual above this is worth another solution.
 constexpr double refined_above = 1e-9;
 
-// Σ (F - K q), one column after the other; returns the largest ‖Kq - F‖ / ‖F‖.
-double residuals(const AssembledSystem& system, std::span<const double> q, std::span<const double> F,
-                 std::size_t columns, std::vector<double>& out) {
+// F - K q into `out`, column by column; returns the largest ‖Kq - F‖ / ‖F‖.
+double residuals(const Job& job, const AssembledSystem& system, std::span<const double> q,
+                 std::span<const double> F, std::size_t columns, std::vector<double>& out) {
     const std::size_t n = system.equations();
+    const auto k = static_cast<std::int32_t>(columns);
     out.resize(q.size());
+    multiply(system.km, system.km.K_value, q, out, system.equations(), k, job.threads());
+    multiply_border(system.border, system.border.K_fr, system.border.K_rr, q, out, k);
+    for (std::size_t i = 0; i < out.size(); ++i) out[i] = F[i] - out[i];
     double largest = 0;
     for (std::size_t c = 0; c < columns; ++c) {
-        const std::span<double> Kq = std::span(out).subspan(c * n, n);
-        const auto column = q.subspan(c * n, n), load = F.subspan(c * n, n);
-        multiply(system.km, system.km.K_value, column.first(system.km.rows()), Kq);
-        std::fill(Kq.begin() + system.km.rows(), Kq.end(), 0.0);
-        multiply_border(system.border, system.border.K_fr, system.border.K_rr, column, Kq, 1);
-        for (std::size_t k = 0; k < n; ++k) Kq[k] = load[k] - Kq[k];
-        const double size = norm(load), left = norm(Kq);
+        const double size = norm(F.subspan(c * n, n)), left = norm(std::span(out).subspan(c * n, n));
         largest = std::max(largest, size > 0 ? left / size : left);
     }
     return largest;
@@ -57,7 +55,7 @@ bool refine(Job& job, const AssembledSystem& system, BorderedFactor& factor, std
     if (!factor.solve(job, left, static_cast<std::int32_t>(columns))) return false;
     for (std::size_t k = 0; k < q.size(); ++k) left[k] += q[k];
     std::vector<double> after;
-    const double before = job.report().residual, now = residuals(system, left, F, columns, after);
+    const double before = job.report().residual, now = residuals(job, system, left, F, columns, after);
     if (now < before) {
         q = std::move(left);
         job.report().residual = now;
@@ -81,7 +79,7 @@ bool solve_static(Job& job, const AssembledSystem& system, std::vector<double>& 
     if (const std::string outcome = factor.free() ? factor.free()->outcome() : ""; !outcome.empty())
         job.report().solver += ", " + outcome;
     std::vector<double> left;
-    job.report().residual = residuals(system, q, F, columns, left);
+    job.report().residual = residuals(job, system, q, F, columns, left);
     if (!std::isfinite(norm(q)))
         return job.fail(RunStatus::failed, "the displacements are not finite numbers");
     check_held(job, system, factor);

@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "body_moments.h"
+#include "model/face_points.h"
 #include "model/format.h"
 #include "tool_runs.h"
 
