@@ -5,8 +5,8 @@
 
 #include "elements/body_loads.h"
 #include "elements/element_type.h"
-#include "model/format.h"
 #include "model/face_points.h"
+#include "model/format.h"
 #include "model/free_faces.h"
 #include "model/load_cases.h"
 #include "model/mesh_sets.h"
