@@ -106,19 +106,16 @@ Energies of_element(const Mesh& mesh, const ElementType& type, const PointResult
     if (type.points == 1)
         return of_constant(nodal, stress_at(points, type, e, 0), points.volume[e], material.young,
                            material.poisson);
-    ElementPoints element;
-    evaluate_points(type, mesh, e, element);
+    const double* weight = points.weight.data() + std::ptrdiff_t(e) * type.points;
     Energies out;
     for (int p = 0; p < type.points; ++p) {
         const Stress own = stress_at(points, type, e, p);
-        Stress d;
-        for (std::size_t c = 0; c < 6; ++c) {
-            double star = 0;
-            for (int i = 0; i < type.nodes; ++i) star += type.shape[p * type.nodes + i] * nodal[i][c];
-            d[c] = star - own[c];
-        }
-        out.error += element.weight[p] * product(d, d, material.poisson) / material.young;
-        out.stress += element.weight[p] * product(own, own, material.poisson) / material.young;
+        Stress d{};
+        for (int i = 0; i < type.nodes; ++i)
+            for (std::size_t c = 0; c < 6; ++c) d[c] += type.shape[p * type.nodes + i] * nodal[i][c];
+        for (std::size_t c = 0; c < 6; ++c) d[c] -= own[c];
+        out.error += weight[p] * product(d, d, material.poisson) / material.young;
+        out.stress += weight[p] * product(own, own, material.poisson) / material.young;
     }
     return out;
 }

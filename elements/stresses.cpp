@@ -15,12 +15,14 @@ void point_stresses(const Mesh& mesh, std::span<const Part> parts, const Elastic
     out.stress.resize(values);
     out.strain.resize(values);
     out.volume.resize(elements);
+    out.weight.resize(values / 6);
 #pragma omp parallel for schedule(static) num_threads(threads)
     for (std::int32_t e = 0; e < elements; ++e) {
         if (progress.cancelled()) continue;
         ElementPoints points;
         evaluate_points(type, mesh, e, points);
         out.volume[e] = element_volume(type, points);
+        std::copy_n(points.weight.begin(), type.points, out.weight.begin() + std::ptrdiff_t(e) * type.points);
         const std::int32_t* element = mesh.element(e).data();
         double at[3 * most_nodes];
         for (int i = 0; i < type.nodes; ++i) {
@@ -48,15 +50,18 @@ void add_element(const ElementType& type, const PointResults& points, std::span<
                  std::int32_t e, int local, PartAverage& average) {
     const double volume = points.volume[e];
     average.volume += volume;
+    double sum[12];  // apart from the points' arrays, so that it stays in registers
+    std::copy_n(average.value, 12, sum);
     for (int p = 0; p < type.points; ++p) {
         const double factor = volume * type.extrapolation[local * type.points + p];
         const std::size_t at = std::size_t(e) * type.points + p;
         for (std::size_t c = 0; c < 6; ++c) {
-            average.value[c] += factor * points.stress[6 * at + c];
-            average.value[6 + c] += factor * points.strain[6 * at + c];
+            sum[c] += factor * points.stress[6 * at + c];
+            sum[6 + c] += factor * points.strain[6 * at + c];
         }
         if (!plastic.empty()) average.value[12] += factor * plastic[at];
     }
+    std::copy_n(sum, 12, average.value);
 }
 
 // Writes the governing part's average into the node's slots of the five groups.

@@ -17,6 +17,7 @@ struct PointResults {
     std::vector<double> stress;  // element_num × points × 6
     std::vector<double> strain;  // element_num × points × 6
     std::vector<double> volume;  // element_num, m^3
+    std::vector<double> weight;  // element_num × points, m^3: the volume of each point; of point_stresses
 };
 
 struct PointOptions {

@@ -24,7 +24,7 @@ void symmetric_eigen3(const double* s, double* values, double* vectors) {
                 const double rp = a[r][p], rq = a[r][q];
                 a[r][p] = a[p][r] = c * rp - d * rq;
                 a[r][q] = a[q][r] = d * rp + c * rq;
-                for (int k = 0; k < 3; ++k) {
+                for (int k = 0; vectors && k < 3; ++k) {
                     const double vp = v[p][k], vq = v[q][k];
                     v[p][k] = c * vp - d * vq;
                     v[q][k] = d * vp + c * vq;

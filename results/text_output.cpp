@@ -1,6 +1,8 @@
 #include "results/text_output.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cassert>
 #include <cerrno>
 #include <charconv>
@@ -10,9 +12,75 @@
 
 namespace kestralum {
 
+namespace {
+
+constexpr int largest_power = 27;  // 5^27 is the last below 2^63
+
+constexpr auto powers_of_five = [] {
+    std::array<std::uint64_t, largest_power + 1> out{1};
+    for (int k = 1; k <= largest_power; ++k) out[k] = 5 * out[k - 1];
+    return out;
+}();
+
+// The whole part of a quotient and how its rest stands to one half: -1 below, 0 equal, 1 above.
+struct Quotient {
+    std::uint64_t whole;
+    int rest;
+};
+
+// (number · 2^-shift), `more`: something positive, below the last bit, has been cut off before.
+template <typename Number>
+Quotient shifted(Number number, int shift, bool more) {
+    const Number half = Number{1} << (shift - 1), low = number & ((half << 1) - 1);
+    const int rest = low > half || (low == half && more) ? 1 : low == half ? 0 : -1;
+    return {static_cast<std::uint64_t>(number >> shift), rest};
+}
+
+// value · 10^power of a normal value = mantissa · 2^exponent, exact in integers of 128 bits.
+Quotient scaled(std::uint64_t mantissa, int exponent, int power) {
+    if (power < 0) {
+        const std::uint64_t five = powers_of_five[-power];
+        return shifted(mantissa / five, -power - exponent, mantissa % five != 0);
+    }
+    __extension__ using Wide = unsigned __int128;
+    return shifted(Wide{mantissa} * powers_of_five[power], -power - exponent, false);
+}
+
+// The seven digits that "%e" shows of a positive value, and its decimal exponent. False outside 1e-20 … 1e15.
+bool seven_digits(double value, std::uint64_t& digits, int& decimal) {
+    if (!(value >= 1e-20 && value < 1e15)) return false;
+    const auto bits = std::bit_cast<std::uint64_t>(value);
+    const int binary = static_cast<int>(bits >> 52) - 1023;
+    const std::uint64_t mantissa = (bits & ((std::uint64_t{1} << 52) - 1)) | (std::uint64_t{1} << 52);
+    decimal = (binary * 78913) >> 18;  // log10(2) · 2^18: of the power of two below, at most one too small
+    Quotient found = scaled(mantissa, binary - 52, 6 - decimal);
+    if (found.whole >= 10000000) found = scaled(mantissa, binary - 52, 6 - ++decimal);
+    digits = found.whole;
+    if ((found.rest > 0 || (found.rest == 0 && digits % 2 == 1)) && ++digits == 10000000) {
+        digits = 1000000;
+        ++decimal;
+    }
+    return true;
+}
+
+}  // namespace
+
 void append_e(std::string& text, double value) {
     if (value == 0 && !std::signbit(value)) {
         text.append("0.000000e+00", 12);
+        return;
+    }
+    std::uint64_t seven;
+    int exponent;
+    if (seven_digits(std::abs(value), seven, exponent)) {
+        char out[] = "-0.000000e+00";
+        for (char* at = out + 8; at > out + 2; seven /= 10) *at-- = static_cast<char>('0' + seven % 10);
+        out[1] = static_cast<char>('0' + seven);
+        if (exponent < 0) out[10] = '-';
+        exponent = std::abs(exponent);
+        out[11] = static_cast<char>('0' + exponent / 10);
+        out[12] = static_cast<char>('0' + exponent % 10);
+        text.append(std::signbit(value) ? out : out + 1, out + 13);
         return;
     }
     char digits[32];
@@ -82,21 +150,21 @@ void TextOutput::write(std::string_view text) {
 
 void TextOutput::write_rows(std::int64_t rows, int threads,
                             const std::function<void(std::int64_t, std::string&)>& row) {
-    // rounds of blocks: formatted in parallel, then written in order
-    constexpr std::int64_t block_rows = 256, round_blocks = 32;
-    std::vector<std::string> texts(round_blocks);
-    for (std::int64_t first = 0; first < rows && goes_on(); first += round_blocks * block_rows) {
-        const std::int64_t blocks = std::min(round_blocks, (rows - first + block_rows - 1) / block_rows);
-        const int team = static_cast<int>(std::min<std::int64_t>(std::max(threads, 1), blocks));
-#pragma omp parallel for schedule(dynamic, 1) num_threads(team) if (team > 1)
+    // blocks of rows, formatted in parallel and written in their order while others are formatted
+    constexpr std::int64_t block_rows = 256;
+    const std::int64_t blocks = (rows + block_rows - 1) / block_rows;
+    const int team = static_cast<int>(std::min<std::int64_t>(std::max(threads, 1), blocks));
+#pragma omp parallel num_threads(team) if (team > 1)
+    {
+        std::string text;
+#pragma omp for ordered schedule(static, 1)
         for (std::int64_t b = 0; b < blocks; ++b) {
-            std::string& text = texts[b];
             text.clear();
-            const std::int64_t begin = first + b * block_rows;
-            const std::int64_t end = std::min(rows, begin + block_rows);
-            for (std::int64_t r = begin; r < end && !stopped(); ++r) row(r, text);
+            const std::int64_t end = std::min(rows, (b + 1) * block_rows);
+            for (std::int64_t r = b * block_rows; r < end && !stopped(); ++r) row(r, text);
+#pragma omp ordered
+            write(text);
         }
-        for (std::int64_t b = 0; b < blocks; ++b) write(texts[b]);
     }
 }
 

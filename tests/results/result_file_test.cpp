@@ -48,7 +48,16 @@ std::string e(std::span<const double> values) {
 TEST(ResultNumbers, AreThePrintfOnes) {
     std::mt19937_64 random(11);
     std::vector<double> values{0.0, -0.0, -1, 9.9999995, 1.0000005, 2.5e-7, 5e-324, HUGE_VAL, -HUGE_VAL};
-    while (values.size() < 100000) values.push_back(std::bit_cast<double>(random()));
+    for (int k = 0; k < 100000; ++k) {  // of usual size; on ties of the seventh digit and just beside them
+        values.push_back(std::ldexp(static_cast<double>(random()), static_cast<int>(random() % 160) - 130));
+        const double tie = (1000000.5 + static_cast<double>(random() % 9000000)) *
+                           std::pow(10, static_cast<int>(random() % 44) - 22);
+        values.insert(values.end(), {tie, std::nextafter(tie, 0.0), -std::nextafter(tie, HUGE_VAL)});
+    }
+    for (int k = -26; k < 34; ++k)
+        for (const double one : {std::pow(10, k), std::pow(10, k) * 9.9999995})
+            values.insert(values.end(), {one, std::nextafter(one, 0.0)});
+    for (int k = 0; k < 100000; ++k) values.push_back(std::bit_cast<double>(random()));
     std::string text;
     for (double value : values) {
         text.clear();
