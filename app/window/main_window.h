@@ -29,6 +29,7 @@ namespace kestralum {
 
 class LiveRun;
 class PixmapWindow;
+class ProgressLine;
 struct AnalysisEntry;
 struct StoredRun;
 
@@ -191,6 +192,7 @@ private:
 
     GLWidget* view_ = nullptr;
     Messages* messages_ = nullptr;
+    ProgressLine* run_row_ = nullptr;
     QLabel *said_ = nullptr, *shown_text_ = nullptr;  // of the status bar
     std::vector<QDockWidget*> docks_;
     QByteArray first_layout_;  // docks and bars as they are without a kept layout
