@@ -26,6 +26,11 @@ void advance(DisplayState& state, AnalysisType ana_type, std::int32_t mode_num) 
     state.frame = clamp_frame(state.frame, mode_num);
 }
 
+bool animates(const DisplayState& state, AnalysisType ana_type, std::int32_t mode_num) {
+    if (!has_shapes(ana_type)) return state.animation_running;  // the last tick ends it
+    return state.result_ready && state.frame >= 1 && mode_num >= 1 && state.mode_scale != 0;
+}
+
 std::int32_t chosen_contour(std::span<const bool> checked, std::int32_t current) {
     std::int32_t chosen = -1;
     for (std::int32_t k = 0; k < std::ssize(checked); ++k)
