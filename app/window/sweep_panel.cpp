@@ -52,7 +52,7 @@ QString without_option(const std::string& refused) {
 
 QTableWidgetItem* cell(const QString& text, Qt::Alignment side = Qt::AlignRight) {
     auto* item = new QTableWidgetItem(text);
-    item->setTextAlignment(static_cast<int>(side | Qt::AlignVCenter));
+    item->setTextAlignment(side | Qt::AlignVCenter);
     item->setFlags(Qt::ItemIsSelectable | Qt::ItemIsEnabled);
     return item;
 }
