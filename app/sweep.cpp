@@ -185,7 +185,7 @@ private:
         if (row.status != RunStatus::done)
             row.error = first_line(done.report.remarks.errors, "the run ended early");
         if (row.status == RunStatus::done || done.report.has_results())
-            row.quantities = sweep_quantities(done, seconds + seconds_since(start));
+            row.quantities = sweep_quantities(model, done, seconds + seconds_since(start));
         return finished(std::move(row));
     }
 
@@ -310,6 +310,7 @@ SweepOutcome run_sweep(const SweepPlan& plan, const OnSweepRow& on_row, Progress
     SweepOutcome outcome{SweepStatus::bad_input, {}};
     std::string refused = refused_axes(plan.axes, plan.overrides);
     if (refused.empty()) refused = unknown_parameter(plan, progress);
+    if (progress.cancelled()) return {SweepStatus::cancelled, {}};
     if (!refused.empty()) {
         progress.error("%s", refused.c_str());
         return outcome;

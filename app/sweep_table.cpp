@@ -4,6 +4,7 @@
 #include <array>
 #include <functional>
 
+#include "elements/element_type.h"
 #include "model/format.h"
 #include "model/paths.h"
 
@@ -30,8 +31,23 @@ const NodeValue& larger(const NodeValue& a, const NodeValue& b) {
     return b.node > 0 && b.value > a.value ? b : a;
 }
 
+// kg. Analyses that need no mass do not tell it.
+double mass_of(const Model& model, const Run& run) {
+    if (run.report.total_mass > 0) return run.report.total_mass;
+    const Mesh& mesh = model.mesh;
+    const ElementType& type = element_type(mesh.element_type);
+    ElementPoints points;
+    double mass = 0;
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        evaluate_points(type, mesh, e, points);
+        const Part& part = model.parts[mesh.p_ele_part_id[e]];
+        mass += element_volume(type, points) * model.materials[part.material_id].density;
+    }
+    return mass;
+}
+
 // Extremes, error and energy; of the load cases the largest.
-void add_extremes(const RunReport& report, Quantities& out) {
+void add_extremes(const RunReport& report, double mass, Quantities& out) {
     NodeValue displacement = report.largest_displacement, mises = report.largest_mises;
     Quantity error, energy;
     for (const CaseReport& one : report.cases) {
@@ -43,7 +59,7 @@ void add_extremes(const RunReport& report, Quantities& out) {
     add_node_value(displacement, out);
     add_node_value(mises, out);
     out.push_back(error);
-    out.push_back(above_zero(report.total_mass));
+    out.push_back(above_zero(mass));
     out.push_back(energy);
 }
 
@@ -135,12 +151,12 @@ std::span<const SweepColumn> sweep_columns() {
     return columns;
 }
 
-Quantities sweep_quantities(const Run& run, double seconds) {
+Quantities sweep_quantities(const Model& model, const Run& run, double seconds) {
     const RunReport& report = run.report;
     Quantities out;
     out.push_back(run.mesh.node_num());
     out.push_back(above_zero(static_cast<double>(report.free_dofs)));
-    add_extremes(report, out);
+    add_extremes(report, mass_of(model, run), out);
     add_modes(report, out);
     add_increments(report.nonlinear, out);
     add_dynamics(report.dynamics, out);

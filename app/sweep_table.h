@@ -21,7 +21,7 @@ std::span<const SweepColumn> sweep_columns();
 
 // The quantities of a run; of one with several load cases the largest value of all cases. seconds: of
 // reading, meshing and analysis.
-std::vector<std::optional<double>> sweep_quantities(const Run& run, double seconds);
+std::vector<std::optional<double>> sweep_quantities(const Model& model, const Run& run, double seconds);
 
 // The columns that some row has a value in, indices.
 std::vector<std::size_t> used_columns(std::span<const SweepRow> rows);

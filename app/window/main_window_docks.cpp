@@ -13,6 +13,7 @@
 
 #include "app/window/dialogs.h"
 #include "app/window/main_window.h"
+#include "app/window/sweep_panel.h"
 #include "view/contour.h"
 
 namespace kestralum {
@@ -52,6 +53,12 @@ void MainWindow::make_docks() {
     scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     scroll->setMinimumWidth(controls->sizeHint().width());
     add_dock("Controls", scroll, Qt::RightDockWidgetArea, true);
+
+    auto* sweep = new SweepPanel([this] {
+        return SweepPanel::Scene{store().model, {}, run_options(), store().settings};
+    });
+    connect(this, &MainWindow::content_shown, sweep, &SweepPanel::refresh);
+    add_dock("Sweep", sweep, Qt::RightDockWidgetArea, false);
 
     messages_ = new Messages;
     add_dock("Messages", messages_, Qt::BottomDockWidgetArea, true);

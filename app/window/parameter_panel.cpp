@@ -47,6 +47,7 @@ ParameterPanel::ParameterPanel(std::function<Scene()> scene, Changed changed, QW
     reset_->setToolTip("Takes the values of the model file");
     table_->setHorizontalHeaderLabels({"Parameter", "Expression", "Value", "In the file"});
     table_->verticalHeader()->hide();
+    table_->verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 8);
     table_->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     table_->horizontalHeader()->setSectionResizeMode(expression_column, QHeaderView::Stretch);
     message_->setWordWrap(true);

@@ -21,6 +21,8 @@
 #include <QVBoxLayout>
 #include <QValueAxis>
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <utility>
 
 #include "app/sweep_table.h"
@@ -55,6 +57,25 @@ QTableWidgetItem* cell(const QString& text, Qt::Alignment side = Qt::AlignRight)
     item->setTextAlignment(side | Qt::AlignVCenter);
     item->setFlags(Qt::ItemIsSelectable | Qt::ItemIsEnabled);
     return item;
+}
+
+// The range of all points, with round numbers at its ends.
+void show_range(std::span<const QList<QPointF>> curves, double (QPointF::*coordinate)() const,
+                QValueAxis& axis) {
+    double least = std::numeric_limits<double>::infinity(), most = -least;
+    for (const QList<QPointF>& points : curves)
+        for (const QPointF& point : points) {
+            least = std::min(least, (point.*coordinate)());
+            most = std::max(most, (point.*coordinate)());
+        }
+    if (!(least <= most)) return;
+    if (least == most) {  // a single value stands in the middle
+        const double room = least == 0 ? 1 : 0.1 * std::abs(least);
+        least -= room;
+        most += room;
+    }
+    axis.setRange(least, most);
+    axis.applyNiceNumbers();
 }
 
 }  // namespace
@@ -194,6 +215,7 @@ void SweepPanel::make_choice() {
 
 void SweepPanel::make_table() {
     table_->verticalHeader()->hide();
+    table_->verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 8);
     table_->setSelectionBehavior(QAbstractItemView::SelectRows);
     table_->horizontalHeader()->setStretchLastSection(true);
 }
@@ -389,6 +411,8 @@ void SweepPanel::plot() {
     for (QValueAxis* axis : {x, y}) axis->setLabelFormat("%.4g");
     chart_->addAxis(x, Qt::AlignBottom);
     chart_->addAxis(y, Qt::AlignLeft);
+    show_range(points, &QPointF::x, *x);
+    show_range(points, &QPointF::y, *y);
     for (std::size_t k = 0; k < curves; ++k) {
         std::ranges::sort(points[k], {}, &QPointF::x);
         auto* series = new QLineSeries;
