@@ -93,6 +93,7 @@ AxisEditor::AxisEditor(const QString& name, bool optional, QWidget* parent)
     kind_->addItems({"Range", "List"});
     count_->setRange(1, static_cast<int>(most_sweep_runs));
     count_->setValue(5);
+    count_->setSuffix(" values");
     count_->setToolTip("Number of values, both ends included");
     from_->setPlaceholderText("from");
     to_->setPlaceholderText("to");
@@ -100,17 +101,18 @@ AxisEditor::AxisEditor(const QString& name, bool optional, QWidget* parent)
     auto* range = new QWidget;
     auto* fields = new QHBoxLayout(range);
     fields->setContentsMargins(0, 0, 0, 0);
-    for (QWidget* field : std::initializer_list<QWidget*>{from_, new QLabel("to"), to_, new QLabel("in"),
-                                                          count_, new QLabel("values")})
+    for (QWidget* field : std::initializer_list<QWidget*>{from_, new QLabel("to"), to_, count_})
         fields->addWidget(field, field == from_ || field == to_ ? 1 : 0);
     values_->addWidget(range);
     values_->addWidget(list_);
     values_->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
-    auto* row = new QHBoxLayout(this);
-    row->setContentsMargins(0, 0, 0, 0);
-    row->addWidget(parameter_);
-    row->addWidget(kind_);
-    row->addWidget(values_, 1);
+    auto* choice = new QHBoxLayout;
+    choice->addWidget(parameter_, 1);
+    choice->addWidget(kind_);
+    auto* column = new QVBoxLayout(this);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->addLayout(choice);
+    column->addWidget(values_);
     connect(kind_, &QComboBox::currentIndexChanged, values_, &QStackedWidget::setCurrentIndex);
     connect(parameter_, &QComboBox::currentIndexChanged, this, &AxisEditor::show_choice);
     show_choice();
@@ -193,10 +195,11 @@ void SweepPanel::make_choice() {
     for (const AnalysisEntry& entry : analysis_table())
         analysis_->addItem(QString(entry.menu_text).remove('&'), QString(entry.batch_word));
     auto* grid = new QGridLayout;
+    grid->setColumnStretch(1, 1);
     const std::pair<const char*, QWidget*> rows[] = {
-        {"Analysis", analysis_}, {"Parameter", first_}, {"Second parameter", second_}};
+        {"Analysis", analysis_}, {"Parameter", first_}, {"Second", second_}};
     for (int k = 0; k < 3; ++k) {
-        grid->addWidget(new QLabel(rows[k].first), k, 0);
+        grid->addWidget(new QLabel(rows[k].first), k, 0, Qt::AlignTop);
         grid->addWidget(rows[k].second, k, 1);
     }
     auto* buttons = new QHBoxLayout;
@@ -205,6 +208,10 @@ void SweepPanel::make_choice() {
     buttons->addWidget(bar_, 1);
     buttons->addWidget(save_);
     bar_->setFormat("%v of %m runs");
+    bar_->setMinimumWidth(40);
+    QSizePolicy kept = bar_->sizePolicy();
+    kept.setRetainSizeWhenHidden(true);  // the buttons stay where they are
+    bar_->setSizePolicy(kept);
     bar_->hide();
     message_->setWordWrap(true);
     auto* column = new QVBoxLayout(this);
@@ -223,7 +230,7 @@ void SweepPanel::make_table() {
 QWidget* SweepPanel::make_plot() {
     auto* view = named("sweep plot", new QChartView(chart_));
     view->setRenderHint(QPainter::Antialiasing);
-    view->setMinimumHeight(180);
+    view->setMinimumSize(320, 180);
     chart_->setMargins({4, 4, 4, 4});
     chart_->legend()->setAlignment(Qt::AlignRight);
     chart_->legend()->hide();
@@ -405,10 +412,14 @@ void SweepPanel::plot() {
     std::vector<QList<QPointF>> points(curves);
     for (const SweepRow& row : rows_)
         if (row.quantities[c]) points[row.index % curves].append({row.parameters[0], *row.quantities[c]});
-    auto *x = new QValueAxis, *y = new QValueAxis;
+    auto *x = new QValueAxis, *y = new QValueAxis;  // the column stands above: its name needs the room
     x->setTitleText(shown(plan_->axes[0].name));
-    y->setTitleText(column_->currentText());
-    for (QValueAxis* axis : {x, y}) axis->setLabelFormat("%.4g");
+    QFont small = font();
+    small.setPointSizeF(0.8 * small.pointSizeF());  // an axis has but a fifth of the width for its labels
+    for (QValueAxis* axis : {x, y}) {
+        axis->setLabelFormat("%.4g");
+        axis->setLabelsFont(small);
+    }
     chart_->addAxis(x, Qt::AlignBottom);
     chart_->addAxis(y, Qt::AlignLeft);
     show_range(points, &QPointF::x, *x);

@@ -1,6 +1,7 @@
 // The sweep and the parameters of a model, each panel by itself.
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDockWidget>
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
@@ -22,8 +23,7 @@ using namespace kestralum::testing;
 
 namespace {
 
-class Panels : public ::testing::Test {
-protected:
+struct Panels : ::testing::Test {
     std::shared_ptr<const Model> read(const std::string& text,
                                       const std::vector<ParameterOverride>& overrides = {}) {
         SilentProgress silent;
@@ -135,6 +135,27 @@ TEST_F(SweepPanels, TableAndCurvesHoldWhatTheRunsGave) {
     EXPECT_EQ(qobject_cast<QLineSeries*>(curves()[0])->count(), 2);
     EXPECT_NEAR(*panel.rows()[2].quantities[2], 1000 * 0.3 / (2e11 * 0.05 * 0.05), 1e-11);
     EXPECT_TRUE(table->item(1, table->columnCount() - 1)->text().contains(": "));
+}
+
+TEST_F(Window, ASweepAndAnAnalysisGoOnSideBySide) {
+    ASSERT_TRUE(
+        open(replaced(replaced(block_text, "part_info", "parameter F 1e3 %\npart_info"), "x 1000", "x F")));
+    auto* panel = window->findChild<SweepPanel*>();
+    ASSERT_TRUE(panel);
+    window->findChild<QDockWidget*>("Sweep")->show();
+    EXPECT_EQ(panel->findChild<QComboBox*>("first parameter")->currentText(), "F");
+    panel->findChild<QPushButton*>("sweep start")->click();  // from F to 2 F in 5 values
+    run("&Static");
+    wait_for([&] { return !panel->busy(); });
+    ASSERT_TRUE(shown_run() && shown_run()->report.status == RunStatus::done);
+    EXPECT_TRUE(std::filesystem::exists(folder.path() / "log/result_model.txt"));
+    ASSERT_EQ(panel->rows().size(), 5u);
+    for (const SweepRow& row : panel->rows()) EXPECT_EQ(row.error, "");
+    // the first value is that of the file: the displacement of the run beside the sweep
+    const double u = shown_run()->report.largest_displacement.value;
+    EXPECT_EQ(panel->rows()[0].quantities[2], u);
+    EXPECT_NEAR(*panel->rows()[4].quantities[2], 2 * u, 1e-9 * u);
+    Panels::keep_picture(*window, "window.png");
 }
 
 TEST_F(SweepPanels, StopEndsASweepAndKeepsItsRows) {
