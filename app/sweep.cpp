@@ -121,6 +121,7 @@ public:
         }
         take_runs();
         for (std::thread& other : others) other.join();
+        if (trouble_) std::rethrow_exception(trouble_);
         std::vector<SweepRow> done;
         for (std::optional<SweepRow>& row : rows_)
             if (row) done.push_back(std::move(*row));
@@ -128,24 +129,36 @@ public:
     }
 
 private:
+    // Any thread; what goes wrong beside the runs ends the sweep.
     void take_runs() {
-        for (;;) {
-            std::size_t index;
-            {
-                const std::lock_guard lock(lock_);
-                if (next_ == rows_.size() || progress_.cancelled()) return;
-                index = next_++;
+        try {
+            while (take_next_run()) {
             }
-            std::optional<SweepRow> row;
-            try {
-                row = run(index);
-            } catch (const std::bad_alloc&) {
-                row = failed_row(index, no_memory);
-            } catch (const std::exception& e) {
-                row = failed_row(index, e.what());
-            }
-            if (row) take_row(std::move(*row));
+        } catch (...) {
+            const std::lock_guard lock(lock_);
+            trouble_ = std::current_exception();
+            next_ = rows_.size();
         }
+    }
+
+    // False where none is left.
+    bool take_next_run() {
+        std::size_t index;
+        {
+            const std::lock_guard lock(lock_);
+            if (next_ == rows_.size() || progress_.cancelled()) return false;
+            index = next_++;
+        }
+        std::optional<SweepRow> row;
+        try {
+            row = run(index);
+        } catch (const std::bad_alloc&) {
+            row = failed_row(index, no_memory);
+        } catch (const std::exception& e) {
+            row = failed_row(index, e.what());
+        }
+        if (row) take_row(std::move(*row));
+        return true;
     }
 
     SweepRow row_of(std::size_t index) const {
@@ -267,6 +280,7 @@ private:
     std::mutex reading_;
     std::mutex lock_;  // of what follows
     std::vector<std::optional<SweepRow>> rows_;
+    std::exception_ptr trouble_;
     std::size_t next_ = 0, shown_ = 0;
     std::int64_t done_ = 0;
 };

@@ -178,7 +178,11 @@ TEST_F(Batch, ARunOfASweepThatFailsIsARow) {
         {"static bar.txt --sweep B=1 --sweep L=1 --sweep P=2", "two"},
         {"static bar.txt --sweep B=x", "'x' is not a number"}};
     for (const auto& [line, said] : words) EXPECT_TRUE(contains(refused(line).err, said)) << line;
+    // another sweep holds the folder: a sweep is refused, an analysis is not
+    const std::string held = "flock log/sweep/.lock " + in_time;
+    EXPECT_TRUE(contains(refused("static bar.txt --sweep B=1 --log log", 2, held).err, "log/sweep"));
     EXPECT_EQ(bytes("log/sweep_bar.csv"), csv);
+    EXPECT_EQ(run("static bar.txt", held).status, 0);
 }
 
 TEST_F(Batch, AnInterruptedSweepKeepsTheRowsThatAreDone) {
