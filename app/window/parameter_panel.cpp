@@ -169,6 +169,9 @@ void ParameterPanel::take(int row, const QString& text) {
     std::vector<ParameterOverride> overrides = shown_.overrides;
     std::erase_if(overrides, [&](const ParameterOverride& set) { return set.name == p.name; });
     if (text != file_expression(p.name)) overrides.push_back({p.name, expression});
+    filling_ = true;
+    table_->item(row, value_column)->setText("not read yet");
+    filling_ = false;
     change(std::move(overrides));
 }
 

@@ -158,6 +158,27 @@ TEST_F(Window, ASweepAndAnAnalysisGoOnSideBySide) {
     Panels::keep_picture(*window, "window.png");
 }
 
+TEST_F(Window, AParameterOfTheModelShownIsChanged) {
+    ASSERT_TRUE(
+        open(replaced(replaced(block_text, "part_info", "parameter F 1e3 %\npart_info"), "x 1000", "x F")));
+    run("&Static");
+    ASSERT_TRUE(shown_run());
+    const double u = shown_run()->report.largest_displacement.value;
+    window->findChild<QDockWidget*>("Parameters")->show();
+    window->findChild<QCheckBox*>("parameter run again")->setChecked(true);
+    auto* table = window->findChild<QTableWidget*>("parameter table");
+    ASSERT_EQ(table->rowCount(), 1);
+    table->item(0, 1)->setText("3e3");
+    wait_for([&] { return shown_run() && shown_run()->report.largest_displacement.value > 2 * u; });
+    EXPECT_NEAR(shown_run()->report.largest_displacement.value, 3 * u, 1e-9 * u);
+    EXPECT_EQ(table->item(0, 2)->text(), "3000");
+    wait_for([&] { return table->item(0, 3)->text() == "1e3"; });
+    Panels::keep_picture(*window, "window_parameters.png");
+    window->findChild<QPushButton*>("parameter reset")->click();
+    wait_for([&] { return shown_run() && shown_run()->report.largest_displacement.value < 2 * u; });
+    EXPECT_EQ(table->item(0, 1)->text(), "1e3");
+}
+
 TEST_F(SweepPanels, StopEndsASweepAndKeepsItsRows) {
     folder.write("bar.ana", "x explicit end_time T output_frequency 1000000 d_time 1e-6 END");
     model = read(replaced(bar_text, "P 1000", "P 1000 T 1e-5"));
