@@ -169,27 +169,33 @@ ExitStatus run_verify(const BatchOptions& options, const Settings& settings, Pro
     return status == VerifyStatus::all_met ? exit_done : exit_incomplete;
 }
 
-// The table at the end and its file, of what was done.
-ExitStatus end_sweep(const SweepPlan& plan, const SweepOutcome& outcome, Progress& progress) {
-    if (outcome.status == SweepStatus::bad_input) return exit_bad_input;
+// The table at the end and its file; false with a line where that cannot be written.
+bool write_sweep(const SweepPlan& plan, std::span<const SweepRow> rows, Progress& progress) {
     const std::vector<std::string> names = axis_names(plan.axes);
-    progress.summary("%s", sweep_table(names, outcome.rows).c_str());
+    progress.summary("%s", sweep_table(names, rows).c_str());
     const std::string target = sweep_file_name(plan.base.model_file_name);
     const std::string fault = write_whole(
-        target, plan.options.log_folder,
-        [&](TextOutput& file) { file.write(sweep_csv(names, outcome.rows)); }, progress);
+        target, plan.options.log_folder, [&](TextOutput& file) { file.write(sweep_csv(names, rows)); },
+        progress);
     if (fault.empty())
         progress.summary("%-22s %s\n", "table", paths::to_platform(target, plan.options.log_folder).c_str());
     else
         progress.error("%s", fault.c_str());
+    return fault.empty();
+}
+
+ExitStatus end_sweep(const SweepPlan& plan, const SweepOutcome& outcome, Progress& progress) {
+    if (outcome.status == SweepStatus::bad_input) return exit_bad_input;
     if (outcome.status == SweepStatus::cancelled)
         progress.error("stopped on request: %zu of %zu runs are done", outcome.rows.size(), plan.runs());
+    if (outcome.rows.empty()) return exit_incomplete;  // an earlier table stays
+    const bool written = write_sweep(plan, outcome.rows, progress);
     if (outcome.status == SweepStatus::some_failed)
         progress.error("%lld of %zu runs failed",
                        static_cast<long long>(std::ranges::count_if(
                            outcome.rows, [](const SweepRow& row) { return row.status != RunStatus::done; })),
                        plan.runs());
-    return fault.empty() && outcome.status == SweepStatus::all_done ? exit_done : exit_incomplete;
+    return written && outcome.status == SweepStatus::all_done ? exit_done : exit_incomplete;
 }
 
 ExitStatus sweep(const BatchOptions& options, const Settings& settings, Progress& progress) {

@@ -45,11 +45,12 @@ ParameterPanel::ParameterPanel(std::function<Scene()> scene, Changed changed, QW
     reset_->setObjectName("parameter reset");
     run_again_->setToolTip("Repeats the last analysis after each change");
     reset_->setToolTip("Takes the values of the model file");
-    table_->setHorizontalHeaderLabels({"Parameter", "Expression", "Value", "In the file"});
+    table_->setHorizontalHeaderLabels({"Parameter", "Expression", "Value", "File"});
     table_->verticalHeader()->hide();
     table_->verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 8);
     table_->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     table_->horizontalHeader()->setSectionResizeMode(expression_column, QHeaderView::Stretch);
+    table_->setMinimumSize(300, 140);
     message_->setWordWrap(true);
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(run_again_);

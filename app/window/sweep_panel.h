@@ -5,7 +5,6 @@
 #include <QWidget>
 #include <functional>
 #include <memory>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -15,39 +14,14 @@
 class QChart;
 class QComboBox;
 class QLabel;
-class QLineEdit;
 class QProgressBar;
 class QPushButton;
-class QSpinBox;
-class QStackedWidget;
 class QTableWidget;
 class QTimer;
 
 namespace kestralum {
 
-// One parameter and its values: a range or a list.
-class AxisEditor : public QWidget {
-    Q_OBJECT
-
-public:
-    // `name` heads the object names; `optional`: the parameter may be none.
-    AxisEditor(const QString& name, bool optional, QWidget* parent = nullptr);
-
-    void offer(std::span<const Parameter> parameters);
-    bool chosen() const;
-    // As read_sweep_axis() takes it.
-    std::string text() const;
-
-private:
-    void show_choice();
-
-    const bool optional_;
-    QComboBox *parameter_, *kind_;
-    QStackedWidget* values_;
-    QLineEdit *from_, *to_, *list_;
-    QSpinBox* count_;
-    std::vector<Parameter> parameters_;
-};
+class AxisEditor;
 
 class SweepPanel : public QWidget {
     Q_OBJECT

@@ -33,14 +33,6 @@ struct Panels : ::testing::Test {
         EXPECT_EQ(read_analysis_info_file(*model, silent).remarks.errors.size(), 0u);
         return model;
     }
-    // What a picture of the panel shows is looked at by eye: the folder is named by the environment.
-    static void keep_picture(QWidget& panel, const char* name) {
-        const QString to = qEnvironmentVariable("KESTRALUM_PICTURES");
-        if (to.isEmpty()) return;
-        QTest::qWait(500);
-        panel.grab().save(to + "/" + name);
-    }
-
     TempFolder folder;
 };
 
@@ -113,7 +105,6 @@ TEST_F(SweepPanels, TableAndCurvesHoldWhatTheRunsGave) {
             EXPECT_NEAR(curve->at(i).y(), u, 1e-6 * u);
         }
     }
-    keep_picture(panel, "sweep.png");
     EXPECT_EQ(panel.save_csv(QString::fromStdString(folder.file("rows.csv"))), "");
     EXPECT_EQ(lines_of(read_file(folder.path() / "rows.csv")).size(), 7u);
     EXPECT_TRUE(contains(panel.save_csv("/nowhere/rows.csv").toStdString(), "/nowhere/rows.csv"));
@@ -155,7 +146,6 @@ TEST_F(Window, ASweepAndAnAnalysisGoOnSideBySide) {
     const double u = shown_run()->report.largest_displacement.value;
     EXPECT_EQ(panel->rows()[0].quantities[2], u);
     EXPECT_NEAR(*panel->rows()[4].quantities[2], 2 * u, 1e-9 * u);
-    Panels::keep_picture(*window, "window.png");
 }
 
 TEST_F(Window, AParameterOfTheModelShownIsChanged) {
@@ -173,7 +163,6 @@ TEST_F(Window, AParameterOfTheModelShownIsChanged) {
     EXPECT_NEAR(shown_run()->report.largest_displacement.value, 3 * u, 1e-9 * u);
     EXPECT_EQ(table->item(0, 2)->text(), "3000");
     wait_for([&] { return table->item(0, 3)->text() == "1e3"; });
-    Panels::keep_picture(*window, "window_parameters.png");
     window->findChild<QPushButton*>("parameter reset")->click();
     wait_for([&] { return shown_run() && shown_run()->report.largest_displacement.value < 2 * u; });
     EXPECT_EQ(table->item(0, 1)->text(), "1e3");
@@ -240,7 +229,6 @@ TEST_F(Panels, AParameterTakesAnotherExpression) {
     in_force.pop_back();  // the model was refused with it
     panel.refresh();
     EXPECT_EQ(text(3, 1), "1000");
-    keep_picture(panel, "parameters.png");
     // the file's own expression typed again is no override any more; Reset takes them all
     table->item(1, 1)->setText("0.02");
     EXPECT_TRUE(calls == 3 && in_force.empty());

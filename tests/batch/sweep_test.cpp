@@ -195,5 +195,8 @@ TEST_F(Batch, AnInterruptedSweepKeepsTheRowsThatAreDone) {
     const auto rows = fields_of(bytes("log/sweep_bar.csv"));
     ASSERT_EQ(rows.size(), 3u) << stopped.out;
     EXPECT_TRUE(field(rows, 1, "end time [s]") != field(rows, 2, "end time [s]") && rows[2][1] == "done");
+    const std::string csv = bytes("log/sweep_bar.csv");
+    EXPECT_EQ(run("explicit bar.txt --sweep T=1e3", "timeout --preserve-status -s INT -k 15 1").status, 1);
+    EXPECT_EQ(bytes("log/sweep_bar.csv"), csv) << "nothing is done: the earlier table stays";
     EXPECT_EQ(std::ranges::distance(std::filesystem::directory_iterator(folder.path() / "log/sweep")), 1);
 }
