@@ -14,6 +14,8 @@
 #include "app/window/dialogs.h"
 #include "app/window/main_window.h"
 #include "app/window/model_tree.h"
+#include "app/window/parameter_panel.h"
+#include "app/window/sweep_panel.h"
 #include "view/contour.h"
 
 namespace kestralum {
@@ -55,6 +57,20 @@ void MainWindow::make_docks() {
     scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     scroll->setMinimumWidth(controls->sizeHint().width());
     add_dock("Controls", scroll, Qt::RightDockWidgetArea, true);
+
+    auto* parameters = new ParameterPanel(
+        [this] {
+            return ParameterPanel::Scene{store().model, overrides()};
+        },
+        [this](const auto& changed, bool run_again) { set_overrides(changed, run_again); });
+    connect(this, &MainWindow::content_shown, parameters, &ParameterPanel::refresh);
+    add_dock("Parameters", parameters, Qt::RightDockWidgetArea, false);
+
+    auto* sweep = new SweepPanel([this] {
+        return SweepPanel::Scene{store().model, overrides(), run_options(), store().settings};
+    });
+    connect(this, &MainWindow::content_shown, sweep, &SweepPanel::refresh);
+    add_dock("Sweep", sweep, Qt::RightDockWidgetArea, false);
 
     messages_ = new Messages;
     add_dock("Messages", messages_, Qt::BottomDockWidgetArea, true);
