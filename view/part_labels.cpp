@@ -1,43 +1,59 @@
 #include "view/part_labels.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 namespace kestralum::view {
 
 namespace {
 
-Vec3 middle_of(const Mesh& mesh, const std::array<std::int32_t, 3>& nodes) {
-    Vec3 sum{};
-    for (const std::int32_t n : nodes) sum = plus(sum, triple(mesh.coordinates, n));
-    return times(1.0 / 3, sum);
+struct Spot {
+    std::array<std::int32_t, 3> nodes;  // of a triangle, 0-based
+    Vec3 middle;
+};
+
+// Triangles of a part by the side that they face most: -x x -y y -z z. A thin plate has spots on both sides.
+std::array<std::vector<Spot>, 6> spots_by_side(const Mesh& mesh, const Surface& outside, std::int32_t part) {
+    constexpr std::size_t looked_at = 2000;  // triangles of a group
+    std::array<std::vector<Spot>, 6> sides;
+    for (const PartTriangles& group : outside.parts) {
+        if (group.part != part) continue;
+        const auto step = static_cast<std::int64_t>(stride_for(group.count, looked_at));
+        for (std::int64_t t = group.first; t < group.first + group.count; t += step) {
+            const std::int32_t* node = &outside.triangles[3 * t];
+            const auto place = [&](int k) { return triple(mesh.coordinates, node[k]); };
+            const Vec3 normal = cross(minus(place(1), place(0)), minus(place(2), place(0)));
+            std::size_t axis = 0;
+            for (std::size_t c = 1; c < 3; ++c)
+                if (std::abs(normal[c]) > std::abs(normal[axis])) axis = c;
+            sides[2 * axis + (normal[axis] > 0)].push_back(
+                {{node[0], node[1], node[2]}, times(1.0 / 3, plus(place(0), plus(place(1), place(2))))});
+        }
+    }
+    return sides;
 }
 
 }  // namespace
 
 std::vector<PartLabel> part_labels(const Mesh& mesh, std::span<const Part> parts, const Surface& outside,
                                    const PartLooks& looks, std::size_t most) {
-    constexpr std::size_t looked_at = 2000;  // triangles of a part
     const std::vector<Label> names = part_names(mesh, parts, mesh.coordinates);
-    const std::size_t each = std::clamp<std::size_t>(most / std::max<std::size_t>(parts.size(), 1), 3, 16);
+    const std::size_t each = std::clamp<std::size_t>(most / 6 / std::max<std::size_t>(parts.size(), 1), 1, 6);
     std::vector<PartLabel> labels;
     for (std::size_t p = 0; p < parts.size(); ++p) {
-        if (!look_of(looks, static_cast<std::int32_t>(p)).visible) continue;
+        const auto part = static_cast<std::int32_t>(p);
+        if (!look_of(looks, part).visible) continue;
         PartLabel label{names[p].text, names[p].at, {}};
-        std::vector<std::array<std::int32_t, 3>> triangles;
-        for (const PartTriangles& group : outside.parts) {
-            if (group.part != static_cast<std::int32_t>(p)) continue;
-            const std::int64_t step = static_cast<std::int64_t>(stride_for(group.count, looked_at));
-            for (std::int64_t t = group.first; t < group.first + group.count; t += step) {
-                const std::int32_t* node = &outside.triangles[3 * t];
-                triangles.push_back({node[0], node[1], node[2]});
-            }
+        for (const std::vector<Spot>& side : spots_by_side(mesh, outside, part)) {
+            if (side.empty()) continue;
+            std::vector<Vec3> places;
+            for (const Spot& spot : side) places.push_back(spot.middle);
+            const auto chosen = spread_out(places, each, 1e-3 * extent_of(mesh.max_length));
+            const std::size_t step = stride_for(chosen.size(), each);
+            for (std::size_t k = step / 2; k < chosen.size(); k += step)
+                label.triangles.push_back(side[chosen[k]].nodes);
         }
-        std::vector<Vec3> places;
-        for (const auto& nodes : triangles) places.push_back(middle_of(mesh, nodes));
-        if (!places.empty())
-            for (const std::size_t k : spread_out(places, each, 1e-3 * extent_of(mesh.max_length)))
-                label.triangles.push_back(triangles[k]);
         labels.push_back(std::move(label));
     }
     return labels;

@@ -260,6 +260,8 @@ PartChoice part_choice(const PartLooks& looks) {
         choice.hidden.push_back(!look.visible);
         choice.clear.push_back(look.visible && look.opacity < 1);
     }
+    for (std::vector<char>* flags : {&choice.hidden, &choice.clear})
+        if (!any(*flags)) flags->clear();
     return choice;
 }
 

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "view/lighting.h"
+
 namespace kestralum::view::gl {
 
 namespace {
@@ -32,26 +34,29 @@ double pixels_per_length(const Camera& camera, const Scene& scene) {
     return 0.5 * camera.height / (tangent() * away);
 }
 
-// Two lights that turn with the viewer. The main light stands on the box's diagonal as a rule and lights all
-// sides of it alike, or lies in their planes: the one from above on the right tells them apart, in the
-// isometric view top, right and left by about a fifth each. The other one, from the eye, leaves no side dark.
-void set_viewer_lights() {
-    struct Light {
-        GLenum name;
-        std::array<float, 4> towards;
-        float diffuse;
+void set_lights(const Vec3& main_light, const Scene& scene) {
+    const auto set = [](GLenum name, const std::array<float, 4>& place, double diffuse, double specular,
+                        double ambient) {
+        const auto grey = [](double share) {
+            const auto f = static_cast<float>(share);
+            return std::array<float, 4>{f, f, f, 1};
+        };
+        glLightfv(name, GL_POSITION, place.data());
+        glLightfv(name, GL_DIFFUSE, grey(diffuse).data());
+        glLightfv(name, GL_SPECULAR, grey(specular).data());
+        glLightfv(name, GL_AMBIENT, grey(ambient).data());
+        glEnable(name);
     };
-    constexpr Light lights[] = {{GL_LIGHT1, {0, 0, 1, 0}, 0.12f},
-                                {GL_LIGHT2, {0.5f, 0.65f, 0.57f, 0}, 0.38f}};
-    constexpr float none[4] = {0, 0, 0, 1};
-    for (const Light& light : lights) {
-        const float diffuse[4] = {light.diffuse, light.diffuse, light.diffuse, 1};
-        glLightfv(light.name, GL_POSITION, light.towards.data());
-        glLightfv(light.name, GL_DIFFUSE, diffuse);
-        glLightfv(light.name, GL_SPECULAR, none);
-        glLightfv(light.name, GL_AMBIENT, none);
-        glEnable(light.name);
-    }
+    const auto at = [](const Vec3& v, float w) {
+        const auto [x, y, z] = to_float(v);
+        return std::array<float, 4>{x, y, z, w};
+    };
+    constexpr double of_scene = 0.2;  // ambient light of the scene itself
+    set(GL_LIGHT0, at(main_light, 1), main_diffuse, 1, 2 * ambient_share - of_scene);
+    const auto lamps = fill_lights(scene);
+    for (std::size_t k = 0; k < lamps.size(); ++k)
+        set(static_cast<GLenum>(GL_LIGHT1 + k), at(unit(lamps[k]), 0), norm(lamps[k]), 0, 0);
+    glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, 1);
 }
 
 }  // namespace
@@ -104,18 +109,8 @@ void SceneDrawing::set_state(const DisplayState& state, const Camera& camera, co
     glLoadMatrixd(projection(camera, scene).data());
     glMatrixMode(GL_MODELVIEW);
     glLoadIdentity();
-    set_viewer_lights();
     glLoadMatrixd(model_view(camera, scene).data());
-    const auto [x, y, z] = to_float(state.light);
-    const float main[4] = {x, y, z, 1};
-    const float diffuse[4] = {0.7f, 0.7f, 0.7f, 1}, specular[4] = {1, 1, 1, 1},
-                ambient[4] = {0.25f, 0.25f, 0.25f, 1};
-    glLightfv(GL_LIGHT0, GL_POSITION, main);
-    glLightfv(GL_LIGHT0, GL_DIFFUSE, diffuse);
-    glLightfv(GL_LIGHT0, GL_SPECULAR, specular);
-    glLightfv(GL_LIGHT0, GL_AMBIENT, ambient);
-    glEnable(GL_LIGHT0);
-    glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, 1);
+    set_lights(state.light, scene);
 }
 
 // Stripes of two colours: one of them stands out from whatever colour the faces have, and lines stay seen.
