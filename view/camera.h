@@ -52,6 +52,7 @@ struct Camera {
     // would at 1.
     double pixel_ratio = 1;
 
+    bool operator==(const Camera&) const = default;
     double aspect() const { return 1.0 * width / height; }
 };
 

@@ -90,6 +90,7 @@ struct DisplayState {
     std::int32_t shown_contour() const {
         return plastic_strain ? plastic_strain_row : error_estimate ? error_row : contour;
     }
+    bool operator==(const DisplayState&) const = default;
     bool shows(ViewFlag flag) const { return flags[static_cast<std::size_t>(flag)]; }
 };
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QPixmap>
+#include <QSettings>
 #include <QSize>
 #include <QString>
 #include <QStringList>
@@ -17,14 +18,14 @@ inline constexpr const char* movie_files = "Text Files (*.mov);;All Files (*)";
 QString ask_for_file(QWidget* parent, const char* filter, QString& folder);
 QString first_folder();  // the one of the models, or the current one
 
+// What is kept between starts: layout, folder, recent files.
+QSettings kept_settings();
+
 // The size of a pixmap, `current` offered; none when cancelled or not understood.
 std::optional<QSize> ask_for_size(QWidget* parent, const QSize& current);
 
 // What went wrong, a line each.
 void show_errors(QWidget* parent, const QString& headline, const QStringList& errors);
-// What the user should know before he goes on.
-void show_notices(QWidget* parent, const QString& headline, const QStringList& notices);
-
 // Which of the answers, from 0: `preset` is that of the Enter key, `closed` what closing the box means.
 int ask(QWidget* parent, const QString& headline, const QString& text, const QStringList& answers, int preset,
         int closed);
