@@ -32,7 +32,7 @@ void HighlightDrawing::update(const Picture& picture, const SceneTables& tables,
     const Key now{picture.mesh_revision(), picture.faces_revision(), picture.places_revision(),
                   picture.swing(state.phase)};
     const bool same = highlight_ == state.highlight;
-    if (same && now == sent_of_) return;
+    if (same && (now == sent_of_ || highlight_.empty())) return;
     if (!same || now.mesh != sent_of_.mesh || now.faces != sent_of_.faces) {
         highlight_ = state.highlight;
         find(picture, tables);
