@@ -1,0 +1,182 @@
+// The graph window: its curves, axes, mouse and files.
+#include <QFileDialog>
+#include <QImage>
+#include <QLabel>
+#include <QTreeWidget>
+
+#include "app/window/curve_view.h"
+#include "app/window/history_plots.h"
+#include "app/window_fixture.h"
+
+using namespace kestralum;
+using namespace kestralum::testing;
+
+namespace {
+
+using MadeRun = kestralum::Run;
+
+// An explicit run of `frames` outputs, 0.5 s apart: energies in J, momenta in kg m/s, a wall's force in N.
+std::shared_ptr<MadeRun> made_run(int frames) {
+    auto run = std::make_shared<MadeRun>();
+    run->ana_type = AnalysisType::explicit_dynamics;
+    run->mesh = placeholder_model().mesh;
+    run->history.columns = {"time",    "kinetic",  "internal", "plastic", "damping",    "wall",
+                            "contact", "external", "support",  "drift",   "momentum_x", "wall_FLOOR_z"};
+    return run;
+}
+void add_frame(MadeRun& run, double noise = 0) {
+    const double t = 0.5 * run.mode_num(), e = std::sin(t) * std::sin(t) + noise;
+    auto frame = std::make_shared<Frame>(run.mesh.dof_num());
+    frame->n_freq = t;
+    run.results.push_back(frame);
+    for (const double value : {t, 3 * e, 3 - 3 * e, 0., 0., 0., 0., 0., 0., 0.01 * e, 1 + t, -7.0})
+        run.history.values.push_back(value);
+}
+
+class Plots : public ::testing::Test {
+protected:
+    Plots() : run(made_run(0)), plots([this] { return std::shared_ptr<const MadeRun>(run); }) {
+        for (int k = 0; k < 41; ++k) add_frame(*run);
+        plots.resize(900, 420);
+        plots.show();
+        EXPECT_TRUE(QTest::qWaitForWindowExposed(&plots));
+        QObject::connect(&plots, &HistoryPlots::frame_chosen, &plots, [this](int frame) {
+            asked.push_back(frame);
+            plots.show_frame(frame);
+        });
+        QTest::qWait(50);
+    }
+    QTreeWidgetItem* item(const QString& name) {
+        auto* list = plots.findChild<QTreeWidget*>("curve_list");
+        const auto found = list->findItems(name, Qt::MatchExactly | Qt::MatchRecursive);
+        EXPECT_EQ(found.size(), 1) << name.toStdString();
+        return found.value(0);
+    }
+    // By the mouse on the box of its row.
+    void check(const QString& name) {
+        auto* list = plots.findChild<QTreeWidget*>("curve_list");
+        list->scrollToItem(item(name));
+        const QRect row = list->visualItemRect(item(name));
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, {row.left() + 8, row.center().y()});
+    }
+    std::string shown() const {
+        std::string out;
+        for (const std::size_t c : plots.shown_columns()) out += plots.history().columns[c].name + "|";
+        return out;
+    }
+    QString text(const char* label) { return plots.findChild<QLabel*>(label)->text(); }
+
+    std::shared_ptr<MadeRun> run;
+    HistoryPlots plots;
+    CurveView& view = *plots.findChild<CurveView*>("curve_view");
+    std::vector<int> asked;
+    TempFolder folder;
+};
+
+TEST_F(Plots, ChecksCurvesOnTwoAxesAndRefusesAThird) {
+    EXPECT_EQ(shown(), "Total energy|Kinetic energy|Internal energy|");
+    check("Internal energy");
+    check("Wall FLOOR force z");
+    EXPECT_EQ(shown(), "Total energy|Kinetic energy|Wall FLOOR force z|");
+    EXPECT_EQ(text("plot_message"), "");
+    const QImage two = plots.grab().toImage();
+    check("Momentum x");
+    EXPECT_EQ(shown(), "Total energy|Kinetic energy|Wall FLOOR force z|");
+    EXPECT_TRUE(text("plot_message").contains("J and N")) << text("plot_message").toStdString();
+    check("Wall FLOOR force z");
+    check("Momentum x");
+    EXPECT_EQ(shown(), "Total energy|Kinetic energy|Momentum x|");
+    plots.pick_node(1);  // listed; drawn once it is checked
+    EXPECT_EQ(item("Node 1 Mises stress")->checkState(0), Qt::Unchecked);
+    for (const char* name : {"Total energy", "Kinetic energy", "Momentum x"}) check(name);
+    EXPECT_FALSE(view.isVisible());
+    EXPECT_TRUE(text("plot_empty").startsWith("Check a curve"));
+    check("Node 1 displacement, size");
+    plots.pick_node(2);  // what was chosen holds for the next node
+    EXPECT_EQ(shown(), "Node 2 displacement, size|");
+    run.reset();
+    plots.refresh();
+    EXPECT_TRUE(text("plot_empty").startsWith("Run an analysis"));
+}
+
+TEST_F(Plots, ZoomsMovesPointsAndAsksForFrames) {
+    const CurveView::Range x = view.x_range(), y = view.y_range(false);
+    EXPECT_EQ((std::vector{x.low, x.high}), (std::vector{0., 20.}));
+    QWidget* chart = view.viewport();
+    const auto at = [&](std::size_t row) { return view.place_of(1, row).toPoint(); };
+    QTest::mouseMove(chart, at(3) + QPoint(2, 3));
+    EXPECT_EQ(text("plot_value"), "Kinetic energy = 2.98499 J   at Time = 1.5 s   (frame 4)");
+    QTest::mouseClick(chart, Qt::LeftButton, {}, at(20) + QPoint(2, -40));
+    EXPECT_EQ(asked, std::vector{21});
+    // a band around rows 10 to 30
+    const QPoint from(at(10).x(), at(0).y()), to(at(30).x(), at(3).y());
+    QTest::mousePress(chart, Qt::LeftButton, {}, from);
+    QTest::mouseMove(chart, to);
+    QTest::mouseRelease(chart, Qt::LeftButton, {}, to);
+    EXPECT_NEAR(view.x_range().low, 5, 0.1);
+    EXPECT_NEAR(view.x_range().high, 15, 0.1);
+    EXPECT_NEAR(view.y_range(false).low, 0, 0.05);
+    EXPECT_NEAR(view.y_range(false).high, 2.985, 0.05);
+    const double before = view.x_range().low;
+    QTest::mousePress(chart, Qt::RightButton, {}, at(20));
+    QTest::mouseMove(chart, at(20) + QPoint(60, 0));
+    QTest::mouseRelease(chart, Qt::RightButton, {}, at(20) + QPoint(60, 0));
+    EXPECT_LT(view.x_range().low, before - 0.5);
+    const CurveView::Range zoomed = view.x_range();
+    const QPointF place = view.place_of(1, 20);
+    QWheelEvent wheel(place, chart->mapToGlobal(place), {}, {0, 240}, {}, {}, Qt::NoScrollPhase, false);
+    QApplication::sendEvent(chart, &wheel);
+    EXPECT_NEAR(view.x_range().high - view.x_range().low, 0.64 * (zoomed.high - zoomed.low), 1e-9);
+    EXPECT_NEAR(view.place_of(1, 20).x(), place.x(), 2) << "zooms about the pointer";
+    check("Internal energy");
+    EXPECT_FALSE(view.fitted()) << "another curve of the unit leaves the part that is seen";
+    asked.clear();
+    QTest::mouseDClick(chart, Qt::LeftButton, {}, place.toPoint() + QPoint(30, 0));
+    EXPECT_TRUE(view.fitted());
+    EXPECT_EQ(view.x_range().high, x.high);
+    EXPECT_EQ(view.y_range(false).high, y.high);
+    if (!asked.empty()) EXPECT_EQ(asked.back(), 21) << "the frame of before the double click";
+}
+
+TEST_F(Plots, GrowsWithARunAndStaysQuick) {
+    add_frame(*run, 5);
+    plots.show_frame(42);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return plots.history().x.size() == 42; }));
+    EXPECT_EQ(view.x_range().high, 20.5);
+    EXPECT_GT(view.y_range(false).high, 15);
+    view.setFixedSize(600, 300);
+    while (run->mode_num() < 10000) add_frame(*run, 0.01 * run->mode_num());
+    plots.show_frame(10000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return plots.history().x.size() == 10000; }));
+    QElapsedTimer time;
+    time.start();
+    for (int k = 0; k < 10; ++k) {
+        add_frame(*run);
+        view.grow();
+        view.grab();
+    }
+    EXPECT_LT(time.elapsed(), 10 * 250) << "ms for ten rows more, each drawn";
+}
+
+TEST_F(Plots, SavesPictureAndNumbers) {
+    const auto save = [&](const char* button, const QString& name) {
+        QTimer::singleShot(200, &plots, [&, name] {
+            auto* dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+            ASSERT_TRUE(dialog);
+            dialog->selectFile(name);
+            static_cast<QDialog*>(dialog)->accept();
+        });
+        QTest::mouseClick(plots.findChild<QPushButton*>(button), Qt::LeftButton);
+    };
+    save("plot_picture", QString::fromStdString(folder.file("drawn")));
+    const QImage picture(QString::fromStdString(folder.file("drawn.png")));
+    EXPECT_EQ(picture.size(), view.size() * view.devicePixelRatioF());
+    save("plot_csv", QString::fromStdString(folder.file("numbers")));
+    const std::string text = read_file(folder.file("numbers.csv"));
+    EXPECT_TRUE(
+        text.starts_with("Time [s],Total energy [J],Kinetic energy [J],Internal energy [J]\n0,3,0,3\n"))
+        << text.substr(0, 200);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 42);
+}
+
+}  // namespace
