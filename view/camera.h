@@ -48,6 +48,7 @@ struct Camera {
     int width = 4, height = 3;   // of the view, pixels
     int last_x = 0, last_y = 0;  // mouse position of the last event
 
+    bool operator==(const Camera&) const = default;
     double aspect() const { return 1.0 * width / height; }
 };
 

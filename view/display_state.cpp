@@ -64,6 +64,12 @@ void play(DisplayState& state, std::int32_t mode_num, bool repeats) {
     state.part_of_frame = 0;
 }
 
+bool animates(const DisplayState& state, AnalysisType ana_type, std::int32_t mode_num) {
+    if (!has_shapes(ana_type)) return state.animation_running;  // the last tick ends it
+    return state.mode_swings && state.result_ready && state.frame >= 1 && mode_num >= 1 &&
+           state.mode_scale != 0;
+}
+
 std::int32_t chosen_contour(std::span<const bool> checked, std::int32_t current) {
     std::int32_t chosen = -1;
     for (std::int32_t k = 0; k < std::ssize(checked); ++k)

@@ -9,6 +9,7 @@
 
 #include "model/run.h"
 #include "view/contour.h"
+#include "view/part_look.h"
 #include "view/vector.h"
 
 namespace kestralum::view {
@@ -86,11 +87,14 @@ struct DisplayState {
     EigenMethod eigen_method = EigenMethod::subspace;
     bool real_time = false;  // explicit analysis stepped by the view
     bool result_ready = false;
+    PartLooks part_looks;  // empty: all parts as they are
+    Highlight highlight;
 
     // Row of the quantity table, -1 none.
     std::int32_t shown_contour() const {
         return plastic_strain ? plastic_strain_row : error_estimate ? error_row : contour;
     }
+    bool operator==(const DisplayState&) const = default;
     bool shows(ViewFlag flag) const { return flags[static_cast<std::size_t>(flag)]; }
 };
 
@@ -106,6 +110,9 @@ void advance(DisplayState& state, AnalysisType ana_type, std::int32_t mode_num, 
 
 // Runs the animation of steps from the frame shown on, from the first where that is the last.
 void play(DisplayState& state, std::int32_t mode_num, bool repeats);
+
+// The next tick of the timer changes something: a mode swings, or an animation of steps runs.
+bool animates(const DisplayState& state, AnalysisType ana_type, std::int32_t mode_num);
 
 // The contour that an exclusive menu shows: the last checked entry that is not `current`, else -1.
 std::int32_t chosen_contour(std::span<const bool> checked, std::int32_t current);

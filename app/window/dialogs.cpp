@@ -61,10 +61,6 @@ void show_errors(QWidget* parent, const QString& headline, const QStringList& er
     show_lines(parent, QMessageBox::Warning, headline, errors);
 }
 
-void show_notices(QWidget* parent, const QString& headline, const QStringList& notices) {
-    show_lines(parent, QMessageBox::Information, headline, notices);
-}
-
 int ask(QWidget* parent, const QString& headline, const QString& text, const QStringList& answers, int preset,
         int closed) {
     QMessageBox box(QMessageBox::Question, "KESTRALUM", "", QMessageBox::NoButton, parent);

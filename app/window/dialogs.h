@@ -22,9 +22,6 @@ std::optional<QSize> ask_for_size(QWidget* parent, const QSize& current);
 
 // What went wrong, a line each.
 void show_errors(QWidget* parent, const QString& headline, const QStringList& errors);
-// What the user should know before he goes on.
-void show_notices(QWidget* parent, const QString& headline, const QStringList& notices);
-
 // Which of the answers, from 0: `preset` is that of the Enter key, `closed` what closing the box means.
 int ask(QWidget* parent, const QString& headline, const QString& text, const QStringList& answers, int preset,
         int closed);

@@ -51,8 +51,12 @@ void GLWidget::forget_context() {
 // A picture that takes longer than the period leaves as much time to the rest of the window.
 void GLWidget::advanceGears() {
     if (draw_time_ > period && since_drawn_.isValid() && since_drawn_.elapsed() < draw_time_) return;
-    tick_ = true;
-    update();
+    if (view::animates(state(), shown_.ana_type(), shown_.mode_num())) {
+        tick_ = true;
+        update();
+    } else if (Painted{state(), shown_.camera, shown_.revision()} != painted_) {
+        update();
+    }
 }
 
 bool GLWidget::start_up() {
@@ -113,7 +117,9 @@ void GLWidget::paintGL() {
         drawing_.start();
     }
     draw_scene();
-    if (!grabbing_) emit painted();
+    if (grabbing_) return;
+    painted_ = {state(), shown_.camera, shown_.revision()};
+    emit painted();
 }
 
 QImage GLWidget::grab_picture() {

@@ -60,6 +60,12 @@ private:
     Progress& console_;
     const std::string log_folder_;
     ShownModel shown_;
+    struct Painted {
+        view::DisplayState state{};
+        view::Camera camera{};
+        std::uint64_t revision = 0;
+        bool operator==(const Painted&) const = default;
+    } painted_;  // what the picture on the screen was made from
     bool grabbing_ = false, tick_ = false, ready_ = false;
     bool click_ = false;
     QPoint pressed_at_;

@@ -1,5 +1,6 @@
 #include "app/window/main_window.h"
 
+#include <QAbstractSpinBox>
 #include <QAction>
 #include <QApplication>
 #include <QClipboard>
@@ -8,14 +9,13 @@
 #include <QDir>
 #include <QDoubleSpinBox>
 #include <QFileInfo>
-#include <QHBoxLayout>
 #include <QKeyEvent>
+#include <QLabel>
 #include <QMessageBox>
 #include <QScrollArea>
 #include <QSignalBlocker>
 #include <QSpinBox>
 #include <QStatusBar>
-#include <QVBoxLayout>
 #include <array>
 #include <utility>
 
@@ -41,19 +41,23 @@ MainWindow::MainWindow(const std::string& log_folder, bool quiet)
     area->setWidgetResizable(true);
     area->setFrameShape(QFrame::NoFrame);
     view_->setAutoFillBackground(false);  // the scroll area turned it on; it would wipe the scene
-    auto* controls = new QVBoxLayout;
-    auto* centre = new QWidget;
-    auto* row = new QHBoxLayout(centre);
-    row->setContentsMargins(4, 4, 8, 4);
-    row->addWidget(area, 1);
-    row->addLayout(controls);
-    setCentralWidget(centre);
+    setCentralWidget(area);
+    said_ = new QLabel;
+    said_->setObjectName("said");
+    said_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    said_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    shown_text_ = new QLabel;
+    shown_text_->setObjectName("shown");
+    statusBar()->addWidget(said_, 1);
+    statusBar()->addPermanentWidget(new ProgressLine(*worker_));
+    statusBar()->addPermanentWidget(shown_text_);
 
     make_menus();
-    make_hidden_actions();
-    make_controls(controls);
-    make_toolbar();
-    statusBar()->addPermanentWidget(new ProgressLine(*worker_));
+    make_appended_entries();
+    make_toolbars();
+    make_docks();
+    make_window_menu();
+    make_help_menu();
     connect(worker_.get(), &Worker::ended, this, &MainWindow::go_on);
     connect(view_, &GLWidget::started, this, &MainWindow::on_started);
     connect(view_, &GLWidget::settings_missing, this, &MainWindow::on_settings_missing);
@@ -62,8 +66,10 @@ MainWindow::MainWindow(const std::string& log_folder, bool quiet)
     connect(view_, &GLWidget::painted, this, [this] {
         if (live_ && std::exchange(live_frame_new_, false)) live_->repainted();
     });
-    resize(1100, 780);
-    statusBar()->showMessage("Open a model: Model, Open Model File");
+    connect(this, &MainWindow::content_shown, this, &MainWindow::show_what_is_shown);
+    connect(this, &MainWindow::frame_shown, this, &MainWindow::show_what_is_shown);
+    show_what_is_shown();
+    say("Open a model: Model, Open Model File");
 }
 
 void MainWindow::on_started() {
@@ -80,13 +86,28 @@ void MainWindow::on_settings_missing() {
 }
 
 void MainWindow::say(const QString& text) {
-    statusBar()->showMessage(text);
+    said_->setText(text.section('\n', 0, 0));
+    said_->setToolTip(text);
+}
+
+void MainWindow::tell(MessageKind kind, const QStringList& lines) {
+    for (const QString& line : lines) messages_->add(kind, line);
+    if (!lines.isEmpty() && kind != MessageKind::note) say(lines.front());
+}
+
+void MainWindow::refuse(const QString& headline, const QStringList& errors) {
+    tell(MessageKind::error, QStringList{headline} + errors);
+    show_errors(this, headline, errors);
 }
 
 // ---- what waits for a job
 
 void MainWindow::after_run(const QString& what, std::function<void()> action) {
     if (!worker_->busy()) return action();
+    if (worker_->title().startsWith("Checking ")) {  // nobody asked for it
+        after_ = std::move(action);
+        return worker_->stop();
+    }
     enum Answer { wait, stop, leave };
     const QString running = worker_->title();
     const int answer =
@@ -118,6 +139,7 @@ void MainWindow::set_frame(int frame) {
     view_->state().frame = view::clamp_frame(frame, view_->shown().mode_num());
     show_frame_in_controls();
     offer_error_estimate();
+    emit frame_shown(view_->state().frame);
 }
 
 // The frame that was asked for; of several load cases the status bar tells which it is.
@@ -207,6 +229,7 @@ void MainWindow::show_contour(std::int32_t entry) {
     view_->state().error_estimate = entry == error_entry;
     view_->state().contour = entry == error_entry ? -1 : entry;
     for (std::int32_t k = 0; k < contour_count; ++k) contour_actions_[k]->setChecked(k == entry);
+    show_what_is_shown();
 }
 
 // ---- pixmaps
@@ -223,7 +246,7 @@ void MainWindow::renderIntoPixmap() {
     QString error;
     const QImage image = view_->render_picture(*size, error);
     if (image.isNull())
-        show_errors(this, "The pixmap was not drawn", {error});
+        refuse("The pixmap was not drawn", {error});
     else
         show_pixmap(image);
 }
@@ -257,10 +280,39 @@ void MainWindow::clearSelection() {
 void MainWindow::about() {
     QMessageBox::about(
         this, "About KESTRALUM",
-        "The <b>Grabber</b> example demonstrates two approaches for rendering OpenGL into a Qt pixmap.");
+        QString("<b>KESTRALUM %1</b><p>Structural analysis of solid bodies by finite elements: linear "
+                "static, eigen, buckling, nonlinear static and explicit dynamics.</p><p>The command "
+                "kestralum-batch is the same program without a window.</p>")
+            .arg(program_version));
 }
 
 // ---- keys
+
+void MainWindow::set_mouse_mode(view::MouseMode mode) {
+    const bool rotation = mode == view::MouseMode::rotation;
+    view_->state().mouse_mode = mode;
+    rotate_->setChecked(rotation);
+    say(rotation ? "Left button turns the model" : "Left button moves the model");
+}
+
+// The number boxes take no letters: they mean the view there too. Enter and Escape give the view the keys
+// back.
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::KeyPress && qobject_cast<QAbstractSpinBox*>(watched)) {
+        auto* key = static_cast<QKeyEvent*>(event);
+        const bool letter = key->key() >= Qt::Key_A && key->key() <= Qt::Key_Z;
+        if (letter && !(key->modifiers() & (Qt::ControlModifier | Qt::AltModifier))) {
+            keyPressEvent(key);
+            return true;
+        }
+        if (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter || key->key() == Qt::Key_Escape) {
+            static_cast<QAbstractSpinBox*>(watched)->interpretText();
+            view_->setFocus();
+            return true;
+        }
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
 
 void MainWindow::keyPressEvent(QKeyEvent* event) {
     using view::ViewDirection;
@@ -268,14 +320,12 @@ void MainWindow::keyPressEvent(QKeyEvent* event) {
     const bool back = event->modifiers() & Qt::ShiftModifier;
     switch (event->key()) {
         case Qt::Key_T:
-            view_->state().mouse_mode = view::MouseMode::translation;
             console_.print("   t\n");
-            say("Left button moves the model");
+            set_mouse_mode(view::MouseMode::translation);
             break;
         case Qt::Key_R:
-            view_->state().mouse_mode = view::MouseMode::rotation;
             console_.print("   r\n");
-            say("Left button turns the model");
+            set_mouse_mode(view::MouseMode::rotation);
             break;
         case Qt::Key_F:
             view_->fit_view();
@@ -301,7 +351,10 @@ void MainWindow::keyPressEvent(QKeyEvent* event) {
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
-    if (!worker_->busy()) return QMainWindow::closeEvent(event);
+    if (!worker_->busy()) {
+        keep_layout();
+        return QMainWindow::closeEvent(event);
+    }
     event->ignore();
     // not from within the event: the window system wants its answer first
     QMetaObject::invokeMethod(

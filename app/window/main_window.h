@@ -11,11 +11,16 @@
 #include <string>
 
 #include "app/window/gl_widget.h"
+#include "app/window/messages.h"
 #include "app/window/run_settings.h"
 #include "app/window/worker.h"
 
+class QDockWidget;
 class QDoubleSpinBox;
+class QLabel;
+class QMenu;
 class QSpinBox;
+class QToolBar;
 class QVBoxLayout;
 
 namespace kestralum {
@@ -36,6 +41,7 @@ public:
     GLWidget* view() { return view_; }
     const ModelStore& store() { return view_->shown().store; }
     Worker& worker() { return *worker_; }
+    Messages& messages() { return *messages_; }
 
     // Begins to read a model and its control file; for a mesh or CAD file that of a model written beside it.
     // With an error the former model stays, and a box gives the reason.
@@ -47,7 +53,13 @@ public:
     // Opened once the settings are read.
     void open_at_start(const QString& name) { at_start_ = name; }
 
+signals:
+    void content_shown();         // another model or another run stands in store()
+    void frame_shown(int frame);  // another frame is drawn, or a live run has added some; from 1
+
 public slots:
+    // Draws a frame, the nearest there is, and shows its number in the boxes.
+    void step_to(int frame);
     void renderIntoPixmap();
     void grabFrameBuffer();
     void clearPixmap();
@@ -73,6 +85,7 @@ public slots:
     void slotsExecExplicitStep();
     void updateModel();
     void slotsContourMenu();
+    void checkModel();
     void slotsExecStatic();
     void slotsExecEigenSubspace();
     void slotsExecEigenLanczos();
@@ -86,6 +99,7 @@ public slots:
     void slotsMainLightPosZChanged(double z);
 
 protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
 
@@ -95,9 +109,18 @@ private:
     // main_window_menus.cpp
     QAction* add_action(const char* text, const char* tip, Slot slot);
     void make_menus();
-    void make_hidden_actions();
+    void make_appended_entries();
+    void make_help_menu();
     void make_controls(QVBoxLayout* column);
-    void make_toolbar();
+    void make_toolbars();
+
+    // main_window_docks.cpp
+    QDockWidget* add_dock(const char* title, QWidget* content, Qt::DockWidgetArea area, bool open);
+    void make_docks();
+    void make_window_menu();
+    void reset_layout();
+    void keep_layout();
+    void show_what_is_shown();
     QSpinBox* integer_control(QVBoxLayout* column, const char* label, void (MainWindow::*slot)(int));
     QDoubleSpinBox* decimal_control(QVBoxLayout* column, const char* label,
                                     std::array<double, 4> range_step_start, void (MainWindow::*slot)(double));
@@ -105,7 +128,7 @@ private:
     void on_started();
     void on_settings_missing();
     void set_frame(int frame);
-    void step_to(int frame);
+    void set_mouse_mode(view::MouseMode mode);
     void offer_error_estimate();
     void show_contour(std::int32_t entry);
     void show_frame_in_controls();
@@ -130,6 +153,7 @@ private:
     void run_analysis(const char* menu_text);
     void prepare_run(const AnalysisEntry& entry, std::function<void()> start);
     void check_budget(const AnalysisEntry& entry, std::function<void()> start);
+    void start_check();
     void start_run(const AnalysisEntry& entry);
     void start_live_run();
     void show_live_start(std::shared_ptr<Run> run);
@@ -140,6 +164,10 @@ private:
 
     void show_pixmap(const QImage& image);
     void say(const QString& text);
+    // Keeps a message; an error is also said in the status bar, a summary too.
+    void tell(MessageKind kind, const QStringList& lines);
+    // The same, and a box: nothing could be done.
+    void refuse(const QString& headline, const QStringList& errors);
 
     const std::string log_folder_;
     WindowProgress console_;  // what the window itself prints
@@ -147,12 +175,23 @@ private:
     std::function<void()> after_;  // done once the worker is idle
 
     GLWidget* view_ = nullptr;
+    Messages* messages_ = nullptr;
+    QLabel *said_ = nullptr, *shown_text_ = nullptr;  // of the status bar
+    std::vector<QDockWidget*> docks_;
+    QByteArray first_layout_;  // docks and bars as they are without a kept layout
     std::array<QAction*, 16> view_actions_{};
     // the rows of the quantity table, and the estimated error behind them
     static constexpr std::int32_t error_entry = std::ssize(view::quantities), contour_count = error_entry + 1;
     std::array<QAction*, contour_count> contour_actions_{};
     QAction* plastic_ = nullptr;
     QAction* copy_ = nullptr;
+    QMenu* result_menu_ = nullptr;
+    QAction *rotate_ = nullptr, *stop_ = nullptr;
+    struct ToolActions {  // of the menus, shown in the tool bars too
+        QAction *open = nullptr, *update = nullptr, *statics = nullptr, *eigen = nullptr,
+                *nonlinear = nullptr, *explicit_run = nullptr;
+        QMenu* contour = nullptr;
+    } tools_;
     QAction* remove_factor_ = nullptr;
     RunSettings* settings_ = nullptr;
     std::array<QDoubleSpinBox*, 3> light_boxes_{};

@@ -63,7 +63,7 @@ void MainWindow::open_part(const QString& name) {
     const StarterModel starter = write_starter_model(name.toStdString());
     if (!starter.error.empty()) {
         console_.error("%s", starter.error.c_str());
-        return show_errors(this, "The part was not opened", {QString::fromStdString(starter.error)});
+        return refuse("The part was not opened", {QString::fromStdString(starter.error)});
     }
     starter_notice_ = QString::fromStdString(starter.notice);
     console_.notice("%s", starter.notice.c_str());
@@ -116,7 +116,7 @@ void MainWindow::take_model(Reading& reading, const Heard& heard, bool fresh) {
     const QString starter = std::exchange(starter_notice_, {});
     const QStringList of_starter = starter.isEmpty() ? QStringList{} : QStringList{starter};
     if (heard.stopped) return say("Reading " + file + " was stopped");
-    if (!reading.report.ok) return show_errors(this, "The model was not read", heard.errors + of_starter);
+    if (!reading.report.ok) return refuse("The model was not read", heard.errors + of_starter);
     control_errors_ = reading.control.status == AnalysisInfoStatus::wrong ? heard.errors : QStringList{};
     view::DisplayState& state = view_->state();
     state.animation_running = false;
@@ -129,12 +129,16 @@ void MainWindow::take_model(Reading& reading, const Heard& heard, bool fresh) {
     if (fresh) view_->look_from(view::ViewDirection::isometric);
     view_->update();
     setWindowTitle("KESTRALUM - " + file);
-    say((QStringList{file + ": " + counts_of(*reading.model)} + of_starter + heard.notices).join("   "));
+    emit content_shown();
+    tell(MessageKind::note, of_starter + heard.notices);
+    tell(MessageKind::summary, {file + ": " + counts_of(*reading.model)});
     if (!control_errors_.isEmpty())
-        show_errors(this, "The control file is not used; no analysis starts before it is mended",
-                    control_errors_);
+        tell(MessageKind::error,
+             QStringList{"The control file is not used; no analysis starts before it is mended"} +
+                 control_errors_);
     if (const QStringList unread = reading.unread(); !unread.isEmpty())
-        show_notices(this, file + " was not read to its end", unread);
+        tell(MessageKind::error, QStringList{file + " was not read to its end"} + unread);
+    start_check();
 }
 
 void MainWindow::updateModel() {
@@ -172,7 +176,7 @@ void MainWindow::open_frames(const QString& name, const QString& what,
             [this, stored, name, what](const Heard& heard) {
                 if (*stored) return take_frames(**stored, name);
                 if (heard.stopped) return say("Reading " + file_of(name) + " was stopped");
-                show_errors(this, "The " + what + " were not read", heard.errors);
+                refuse("The " + what + " were not read", heard.errors);
             });
     });
 }
@@ -192,8 +196,10 @@ void MainWindow::take_frames(StoredRun& stored, const QString& name) {
     show_light_in_controls();
     view_->look_from(view::ViewDirection::isometric);
     setWindowTitle("KESTRALUM - " + file_of(name));
+    emit content_shown();
     const int frames = view_->shown().mode_num();
-    say(QString("%1: %2 frame%3").arg(file_of(name)).arg(frames).arg(frames == 1 ? "" : "s"));
+    tell(MessageKind::summary,
+         {QString("%1: %2 frame%3").arg(file_of(name)).arg(frames).arg(frames == 1 ? "" : "s")});
 }
 
 void MainWindow::open_results(const QString& name) {

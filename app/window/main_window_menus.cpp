@@ -7,10 +7,13 @@
 #include <QMenuBar>
 #include <QSignalBlocker>
 #include <QSpinBox>
+#include <QStyle>
 #include <QToolBar>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 #include "app/window/main_window.h"
+#include "app/window/tool_icons.h"
 #include "view/contour.h"
 
 namespace kestralum {
@@ -24,8 +27,8 @@ QAction* MainWindow::add_action(const char* text, const char* tip, Slot slot) {
 
 void MainWindow::make_menus() {
     QMenu* model = menuBar()->addMenu("&Model");
-    model->addAction(add_action("&Open Model File", "", &MainWindow::showInputFileDialog));
-    model->addAction(add_action("&Update Model", "", &MainWindow::updateModel));
+    model->addAction(tools_.open = add_action("&Open Model File", "", &MainWindow::showInputFileDialog));
+    model->addAction(tools_.update = add_action("&Update Model", "", &MainWindow::updateModel));
     model->addAction(add_action("&Open Result File", "", &MainWindow::showResultFileDialog));
     model->addAction(add_action("&Open Disp. File", "", &MainWindow::showDispFileDialog));
     auto* exit = new QAction("E&xit", this);
@@ -54,13 +57,14 @@ void MainWindow::make_menus() {
     view->addAction(copy_);
 
     QMenu* analysis = menuBar()->addMenu("&Analysis");
-    analysis->addAction(add_action("&Static", "", &MainWindow::slotsExecStatic));
-    analysis->addAction(add_action("&Eigen(Subspace)", "EigenSubspace", &MainWindow::slotsExecEigenSubspace));
-    analysis->addAction(add_action("&Eigen(Lanczos)", "EigenLanczos", &MainWindow::slotsExecEigenLanczos));
-    analysis->addAction(add_action("&Explicit", "", &MainWindow::slotsExecExplicit));
-    analysis->addAction(add_action("&Explicit(Real Time)", "", &MainWindow::slotsExecExplicitStep));
+    analysis->addAction(tools_.statics = add_action("&Static", "", &MainWindow::slotsExecStatic));
     analysis->addAction(
-        add_action("&Nonlinear Static", "NonlinearStatic", &MainWindow::slotsExecNonlinearStatic));
+        tools_.eigen = add_action("&Eigen(Subspace)", "EigenSubspace", &MainWindow::slotsExecEigenSubspace));
+    analysis->addAction(add_action("&Eigen(Lanczos)", "EigenLanczos", &MainWindow::slotsExecEigenLanczos));
+    analysis->addAction(tools_.explicit_run = add_action("&Explicit", "", &MainWindow::slotsExecExplicit));
+    analysis->addAction(add_action("&Explicit(Real Time)", "", &MainWindow::slotsExecExplicitStep));
+    analysis->addAction(tools_.nonlinear = add_action("&Nonlinear Static", "NonlinearStatic",
+                                                      &MainWindow::slotsExecNonlinearStatic));
     analysis->addSeparator();
     remove_factor_ = analysis->addAction("Remove &Factor Files");
     remove_factor_->setStatusTip("Remove the files of the factor from the log folder after each run");
@@ -69,10 +73,10 @@ void MainWindow::make_menus() {
     analysis->addSeparator();
     settings_ = new RunSettings(analysis, this);
 
-    menuBar()->addMenu("&Result")->addAction(
-        add_action("&Start Animation", "", &MainWindow::start_animation));
+    result_menu_ = menuBar()->addMenu("&Result");
+    result_menu_->addAction(add_action("&Start Animation", "", &MainWindow::start_animation));
 
-    QMenu* contour = menuBar()->addMenu("&Contour");
+    QMenu* contour = tools_.contour = menuBar()->addMenu("&Contour");
     for (std::int32_t k = 0; k < contour_count; ++k) {
         const char* text = k == error_entry ? view::error_estimate.menu_text : view::quantities[k].menu_text;
         QAction* action = add_action(text, "", &MainWindow::slotsContourMenu);
@@ -83,24 +87,30 @@ void MainWindow::make_menus() {
     contour_actions_[error_entry]->setEnabled(false);
 }
 
-// They stand in no menu; the window holds them so that their shortcuts work.
-void MainWindow::make_hidden_actions() {
-    addAction(add_action("&Open Graph Window", "", &MainWindow::open_graphwindow));
+// Behind the documented entries.
+void MainWindow::make_appended_entries() {
     addAction(add_action("&Open Mov File", "", &MainWindow::showMovFileDialog));
+    addAction(add_action("&Stop Rotate", "", &MainWindow::stopRotate));
+    actions().back()->setShortcut(QKeySequence("Ctrl+S"));
+    result_menu_->addSeparator();
+    result_menu_->addAction(add_action("&Open Graph Window", "", &MainWindow::open_graphwindow));
+    result_menu_->addSeparator();
     auto with_key = [&](const char* text, const char* key, Slot slot) {
         QAction* action = add_action(text, "", slot);
         action->setShortcut(QKeySequence(key));
-        addAction(action);
+        result_menu_->addAction(action);
     };
     with_key("&Render into Pixmap...", "Ctrl+R", &MainWindow::renderIntoPixmap);
     with_key("&Grab Frame Buffer", "Ctrl+G", &MainWindow::grabFrameBuffer);
     with_key("&Clear Pixmap", "Ctrl+L", &MainWindow::clearPixmap);
-    with_key("&Stop Rotate", "Ctrl+S", &MainWindow::stopRotate);
-    addAction(add_action("&About", "", &MainWindow::about));
-    auto* about_qt = new QAction("About &Qt", this);
+}
+
+void MainWindow::make_help_menu() {
+    QMenu* help = menuBar()->addMenu("&Help");
+    help->addAction(add_action("&About", "", &MainWindow::about));
+    QAction* about_qt = help->addAction("About &Qt");
     about_qt->setStatusTip("About Qt");
     connect(about_qt, &QAction::triggered, qApp, &QApplication::aboutQt);
-    addAction(about_qt);
 }
 
 namespace {
@@ -121,6 +131,7 @@ Box* labelled(QVBoxLayout* column, const char* label, Box* box) {
     box->setKeyboardTracking(false);
     box->setButtonSymbols(
         QAbstractSpinBox::NoButtons);  // the arrow keys and the wheel step; digits need the width
+    box->setFocusPolicy(Qt::StrongFocus);
     return box;
 }
 
@@ -131,6 +142,7 @@ QSpinBox* MainWindow::integer_control(QVBoxLayout* column, const char* label, vo
     box->setRange(1, 9999);
     box->setSingleStep(1);
     box->setValue(1);
+    box->installEventFilter(this);
     connect(box, &QSpinBox::valueChanged, this, slot);
     return box;
 }
@@ -143,6 +155,7 @@ QDoubleSpinBox* MainWindow::decimal_control(QVBoxLayout* column, const char* lab
     box->setRange(range_step_start[0], range_step_start[1]);
     box->setSingleStep(range_step_start[2]);
     box->setValue(range_step_start[3]);
+    box->installEventFilter(this);
     connect(box, &QDoubleSpinBox::valueChanged, this, slot);
     return box;
 }
@@ -152,38 +165,112 @@ void MainWindow::make_controls(QVBoxLayout* column) {
     mode_box_ = integer_control(column, "Mode No.:", &MainWindow::slotsModeNumberChanged);
     decimal_control(column, "Mode Scale:", {0.1, 10, 0.1, 1}, &MainWindow::slotsModeScaleChanged);
     decimal_control(column, "Model Trans.:", {0.01, 1, 0.01, 1}, &MainWindow::slotsTransChanged);
+    auto* fold = new QToolButton;
+    fold->setText("Light");
+    fold->setObjectName("Light");
+    fold->setCheckable(true);
+    fold->setAutoRaise(true);
+    fold->setArrowType(Qt::RightArrow);
+    fold->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    fold->setFocusPolicy(Qt::NoFocus);
+    column->addWidget(fold);
+    auto* lights = new QWidget;
+    auto* light_column = new QVBoxLayout(lights);
+    light_column->setContentsMargins(0, 0, 0, 0);
     const std::array<double, 4> light{-10, 10, 0.01, view_->shown().mesh().max_length};
-    light_boxes_ = {decimal_control(column, "LightX", light, &MainWindow::slotsMainLightPosXChanged),
-                    decimal_control(column, "LightY", light, &MainWindow::slotsMainLightPosYChanged),
-                    decimal_control(column, "LightZ", light, &MainWindow::slotsMainLightPosZChanged)};
+    light_boxes_ = {decimal_control(light_column, "LightX", light, &MainWindow::slotsMainLightPosXChanged),
+                    decimal_control(light_column, "LightY", light, &MainWindow::slotsMainLightPosYChanged),
+                    decimal_control(light_column, "LightZ", light, &MainWindow::slotsMainLightPosZChanged)};
+    column->addWidget(lights);
+    lights->hide();
+    connect(fold, &QToolButton::toggled, lights, [fold, lights](bool open) {
+        fold->setArrowType(open ? Qt::DownArrow : Qt::RightArrow);
+        lights->setVisible(open);
+    });
     column->addStretch();
 }
 
-void MainWindow::make_toolbar() {
-    QToolBar* bar = addToolBar("View");
-    bar->setMovable(false);
-    auto add = [&](const char* text, const char* tip, auto what) {
-        QAction* action = bar->addAction(text);
+void MainWindow::make_toolbars() {
+    QToolBar* bar = nullptr;
+    auto begin = [&](const char* title) {
+        bar = addToolBar(title);
+        bar->setObjectName(title);
+        bar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
+        bar->setIconSize({22, 22});
+    };
+    auto share = [&](QAction* action, const char* text, const QIcon& icon) {
+        action->setIcon(icon);
+        action->setIconText(text);
+        action->setIconVisibleInMenu(false);
+        bar->addAction(action);
+    };
+    auto add = [&](const char* text, const QIcon& icon, const char* tip, auto what) {
+        QAction* action = bar->addAction(icon, text);
         action->setStatusTip(tip);
+        action->setToolTip(tip);
         connect(action, &QAction::triggered, this, what);
         return action;
     };
-    add("Fit", "Fit the model into the view (F)", [this] { view_->fit_view(); });
-    add("X", "Look from +x (X; Shift+X from -x)", [this] { view_->look_from(view::ViewDirection::x); });
-    add("Y", "Look from +y (Y; Shift+Y from -y)", [this] { view_->look_from(view::ViewDirection::y); });
-    add("Z", "Look from +z (Z; Shift+Z from -z)", [this] { view_->look_from(view::ViewDirection::z); });
-    add("Iso", "Look from all three sides (I)", [this] { view_->look_from(view::ViewDirection::isometric); });
-    bar->addSeparator();
-    QAction* scale = add("Auto Scale", "Draw small static displacements magnified",
-                         [this](bool on) { view_->state().auto_scale = on; });
-    scale->setCheckable(true);
-    scale->setChecked(view_->state().auto_scale);
-    QAction* frames = add("All Frames", "Contour range over all frames, not the one shown",
-                          [this](bool on) { view_->state().all_frames_range = on; });
-    frames->setCheckable(true);
-    plastic_ = add(view::plastic_strain.menu_text, "Equivalent plastic strain in place of the chosen contour",
-                   [this](bool on) { view_->state().plastic_strain = on; });
-    plastic_->setCheckable(true);
+    auto toggle = [&](const char* text, ToolIcon icon, const char* tip, bool on, auto what) {
+        QAction* action = add(text, tool_icon(icon, *this), tip, what);
+        action->setCheckable(true);
+        action->setChecked(on);
+        return action;
+    };
+    auto drawn = [&](ToolIcon icon) { return tool_icon(icon, *this); };
+
+    begin("Model");
+    share(tools_.open, "Open", style()->standardIcon(QStyle::SP_DialogOpenButton));
+    share(tools_.update, "Update", style()->standardIcon(QStyle::SP_BrowserReload));
+    add("Check", drawn(ToolIcon::check), "Look at the model: mass, shape of the elements, supports, loads",
+        &MainWindow::checkModel);
+
+    begin("Analysis");
+    share(tools_.statics, "Static", drawn(ToolIcon::statics));
+    share(tools_.eigen, "Eigen", drawn(ToolIcon::eigen));
+    share(tools_.nonlinear, "Nonlinear", drawn(ToolIcon::nonlinear));
+    share(tools_.explicit_run, "Explicit", drawn(ToolIcon::explicit_run));
+    stop_ = add("Stop", style()->standardIcon(QStyle::SP_BrowserStop), "Stop the work under way",
+                [this] { worker_->stop(); });
+    stop_->setEnabled(false);
+    connect(worker_.get(), &Worker::begun, this, [this] { stop_->setEnabled(true); });
+    connect(worker_.get(), &Worker::ended, this, [this] { stop_->setEnabled(worker_->busy()); });
+
+    begin("View");
+    add("Fit", drawn(ToolIcon::fit), "Fit the model into the view (F)", [this] { view_->fit_view(); });
+    using view::ViewDirection;
+    add("X", drawn(ToolIcon::x), "Look from +x (X; Shift+X from -x)",
+        [this] { view_->look_from(ViewDirection::x); });
+    add("Y", drawn(ToolIcon::y), "Look from +y (Y; Shift+Y from -y)",
+        [this] { view_->look_from(ViewDirection::y); });
+    add("Z", drawn(ToolIcon::z), "Look from +z (Z; Shift+Z from -z)",
+        [this] { view_->look_from(ViewDirection::z); });
+    add("Iso", drawn(ToolIcon::iso), "Look from all three sides (I)",
+        [this] { view_->look_from(ViewDirection::isometric); });
+    rotate_ = toggle(
+        "Rotate", ToolIcon::rotate, "The left button turns the model (R), else moves it (T)", false,
+        [this](bool on) { set_mouse_mode(on ? view::MouseMode::rotation : view::MouseMode::translation); });
+
+    begin("Picture");
+    auto* contour = new QToolButton;
+    contour->setText("Contour");
+    contour->setObjectName("Contour");
+    contour->setIcon(drawn(ToolIcon::contour));
+    contour->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
+    contour->setToolTip("The quantity that colours the model");
+    contour->setMenu(tools_.contour);
+    contour->setPopupMode(QToolButton::InstantPopup);
+    contour->setAutoRaise(true);
+    bar->addWidget(contour);
+    plastic_ = toggle(view::plastic_strain.menu_text, ToolIcon::plastic,
+                      "Equivalent plastic strain in place of the chosen contour", false, [this](bool on) {
+                          view_->state().plastic_strain = on;
+                          show_what_is_shown();
+                      });
+    toggle("All Frames", ToolIcon::all_frames, "Contour range over all frames, not the one shown", false,
+           [this](bool on) { view_->state().all_frames_range = on; });
+    toggle("Auto Scale", ToolIcon::auto_scale, "Draw small static displacements magnified",
+           view_->state().auto_scale, [this](bool on) { view_->state().auto_scale = on; });
 }
 
 }  // namespace kestralum

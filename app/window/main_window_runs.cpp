@@ -1,5 +1,5 @@
 // The analyses: run by the worker, shown once they are whole; the explicit one also while it goes on.
-#include <QStatusBar>
+#include <QFileInfo>
 #include <algorithm>
 #include <cassert>
 #include <cmath>
@@ -98,8 +98,7 @@ RunOptions MainWindow::run_options() const {
 void MainWindow::prepare_run(const AnalysisEntry& entry, std::function<void()> start) {
     const QString title = plain(entry.menu_text);
     if (!control_errors_.isEmpty())
-        return show_errors(this, title + " was not started: the control file has to be mended first",
-                           control_errors_);
+        return refuse(title + " was not started: the control file has to be mended first", control_errors_);
     const std::string note = replaced_results_note(*store().model, entry.type, log_folder_);
     enum Answer { replace, leave };
     if (!note.empty() &&
@@ -145,6 +144,33 @@ void MainWindow::check_budget(const AnalysisEntry& entry, std::function<void()> 
         });
 }
 
+// ---- check
+
+void MainWindow::checkModel() {
+    after_run("Check", [this] { start_check(); });
+}
+
+// What can be said of the model before it is analysed, kept as one message.
+void MainWindow::start_check() {
+    const std::shared_ptr<const Model> model = store().model;
+    const QString file = QFileInfo(QString::fromStdString(model->model_file_name)).fileName();
+    worker_->start(
+        "Checking " + file,
+        [model, settings = store().settings](Progress& progress) {
+            progress.set_stage("check");
+            SilentProgress silent(progress);
+            const ModelCheck found = check_model(*model, settings, silent);
+            if (!progress.cancelled()) print_check(*model, found, progress);
+        },
+        [this, file](const Heard& heard) {
+            if (heard.stopped) return;
+            tell(MessageKind::error, heard.errors);
+            tell(MessageKind::note, heard.notices);
+            if (!heard.summaries.isEmpty())
+                messages_->add(MessageKind::summary, "check of " + file + "\n" + heard.summaries.join('\n'));
+        });
+}
+
 // ---- a run at once
 
 void MainWindow::run_analysis(const char* menu_text) {
@@ -165,13 +191,14 @@ void MainWindow::start_run(const AnalysisEntry& entry) {
     };
     worker_->start(title, job, [this, made, model, title](const Heard& heard) {
         const std::shared_ptr<Run> run = *made;
-        if (!run) return show_errors(this, title + " was not completed", heard.errors);
+        if (!run) return refuse(title + " was not completed", heard.errors);
         if (run->report.has_results()) {
             view_->shown().show(model, run);
             view_->state().phase = 0;
             view_->state().animation_running = false;
             set_frame(has_steps(run->ana_type) ? run->mode_num() : 1);  // steps show where they have led to
             view_->update();
+            emit content_shown();
         }
         show_outcome(*run, title, heard);
     });
@@ -187,11 +214,12 @@ void MainWindow::show_outcome(const Run& run, const QString& title, const Heard&
                    : stopped                        ? "stopped on request"
                                                     : "not completed";
     if (stopped && report.has_results()) what += QString(", %1 frames reached").arg(run.mode_num());
-    lines.prepend(title + ": " + what);
-    say(lines.join("   "));
-    if (!heard.errors.isEmpty() && !stopped)
-        show_errors(this, title + (report.has_results() ? " ended with a warning" : " was not completed"),
-                    heard.errors);
+    const QString first = title + ": " + what;
+    if (!heard.errors.isEmpty() && !stopped && !report.has_results())
+        return refuse(first, heard.errors + lines);
+    if (!stopped) tell(MessageKind::error, heard.errors);
+    tell(MessageKind::note, lines);
+    tell(MessageKind::summary, {first});
 }
 
 void MainWindow::slotsExecStatic() {
@@ -256,6 +284,7 @@ void MainWindow::show_live_start(std::shared_ptr<Run> run) {
     set_frame(1);
     live_frame_new_ = true;
     view_->update();
+    emit content_shown();
     say(live_title + " runs");
 }
 
@@ -263,8 +292,11 @@ void MainWindow::show_live_start(std::shared_ptr<Run> run) {
 void MainWindow::show_live_frame(std::shared_ptr<const Frame> frame) {
     const bool follows = view_->state().frame == live_frames_->mode_num();
     live_frames_->results.push_back(std::move(frame));
-    view_->shown().drawing.results_changed();
-    if (follows) set_frame(live_frames_->mode_num());
+    view_->shown().results_changed();
+    if (follows)
+        set_frame(live_frames_->mode_num());
+    else
+        emit frame_shown(view_->state().frame);
     live_frame_new_ = true;
     view_->update();
 }
@@ -277,8 +309,7 @@ void MainWindow::end_live_run(const Run* run, const Heard& heard) {
     if (!run || !frames) {
         if (run && run->report.status == RunStatus::cancelled)
             return say(live_title + ": stopped on request");
-        return show_errors(this, live_title + (frames ? " was not completed" : " was not started"),
-                           heard.errors);
+        return refuse(live_title + (frames ? " was not completed" : " was not started"), heard.errors);
     }
     frames->report = run->report;
     show_frame_in_controls();

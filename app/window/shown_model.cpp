@@ -51,6 +51,7 @@ void ShownModel::show(std::shared_ptr<const Model> model, std::shared_ptr<const 
     rigid_holds_ = find_rigid_holds(*store.model, mesh());
     force_node_ = store.run ? store.run->force_node : resolve_force_points(mesh(), store.model->forces);
     state.result_ready = mode_num() > 0;
+    ++revision_;
     drawing.set_pick({});
     drawing.mesh_changed();
     patches_.reset();
@@ -122,6 +123,7 @@ void ShownModel::clear_selection() {
 void ShownModel::selection_changed() {
     records_.clear();
     drawing.set_selection(selection_, mesh());
+    ++revision_;
     if (on_selection) on_selection();
 }
 

@@ -29,6 +29,14 @@ public:
     std::int32_t mode_num() const { return store.run ? store.run->mode_num() : 0; }
     AnalysisType ana_type() const { return store.run ? store.run->ana_type : AnalysisType::eigen; }
 
+    // Grows when the model, its results or the selection are others.
+    std::uint64_t revision() const { return revision_; }
+    // The run has further frames.
+    void results_changed() {
+        drawing.results_changed();
+        ++revision_;
+    }
+
     void reset_light();  // to max_length each
 
     view::SceneTables tables() const;
@@ -54,6 +62,7 @@ private:
     void select(const std::optional<view::Pick>& pick, bool more);
     void selection_changed();
 
+    std::uint64_t revision_ = 0;
     std::vector<std::int32_t> force_node_;   // per force: its node of mesh(), 1-based, 0 for none
     std::vector<std::int32_t> fixed_nodes_;  // of mesh(), 0-based
     std::vector<view::RigidHold> rigid_holds_;

@@ -6,6 +6,7 @@
 #include <QAbstractButton>
 #include <QAction>
 #include <QApplication>
+#include <QLabel>
 #include <QMessageBox>
 #include <QSignalSpy>
 #include <QStatusBar>
@@ -59,7 +60,7 @@ protected:
     const Mesh& mesh() { return shown().mesh(); }
     view::Camera& camera() { return shown().camera; }
     QImage picture() { return window->view()->grab_picture(); }
-    std::string status() { return window->statusBar()->currentMessage().toStdString(); }
+    std::string status() { return window->findChild<QLabel*>("said")->text().toStdString(); }
 
     void wait_for(const std::function<bool()>& what) { ASSERT_TRUE(QTest::qWaitFor(what, 60000)); }
     void wait_idle() {

@@ -1,0 +1,116 @@
+// The docks and bars around the view, the menu that opens them, and the layout that is kept between starts.
+#include <QAction>
+#include <QCloseEvent>
+#include <QDockWidget>
+#include <QFileInfo>
+#include <QLabel>
+#include <QMenuBar>
+#include <QScreen>
+#include <QScrollArea>
+#include <QSettings>
+#include <QToolBar>
+#include <QVBoxLayout>
+
+#include "app/window/dialogs.h"
+#include "app/window/main_window.h"
+#include "view/contour.h"
+
+namespace kestralum {
+
+namespace {
+
+constexpr int layout_version = 1;  // of the kept layout; another one's is left alone
+
+QSettings kept() {
+    return QSettings(QSettings::IniFormat, QSettings::UserScope, "kestralum", "window");
+}
+
+}  // namespace
+
+QDockWidget* MainWindow::add_dock(const char* title, QWidget* content, Qt::DockWidgetArea area, bool open) {
+    auto* dock = new QDockWidget(title, this);
+    dock->setObjectName(title);
+    dock->setWidget(content);
+    addDockWidget(area, dock);
+    dock->setVisible(open);
+    docks_.push_back(dock);
+    return dock;
+}
+
+void MainWindow::make_docks() {
+    setDockOptions(AnimatedDocks | AllowNestedDocks | AllowTabbedDocks);
+    setCorner(Qt::BottomRightCorner, Qt::RightDockWidgetArea);
+    setCorner(Qt::BottomLeftCorner, Qt::LeftDockWidgetArea);
+
+    auto* controls = new QWidget;
+    auto* column = new QVBoxLayout(controls);
+    make_controls(column);
+    auto* scroll = new QScrollArea;
+    scroll->setWidget(controls);
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    scroll->setMinimumWidth(controls->sizeHint().width());
+    add_dock("Controls", scroll, Qt::RightDockWidgetArea, true);
+
+    messages_ = new Messages;
+    add_dock("Messages", messages_, Qt::BottomDockWidgetArea, true);
+    for (QDockWidget* dock : docks_)
+        if (dockWidgetArea(dock) == Qt::BottomDockWidgetArea && dock->isVisibleTo(this))
+            resizeDocks({dock}, {110}, Qt::Vertical);
+}
+
+// Behind the documented menus: every dock and bar, and the way back.
+void MainWindow::make_window_menu() {
+    QMenu* menu = menuBar()->addMenu("&Window");
+    for (QDockWidget* dock : docks_) menu->addAction(dock->toggleViewAction());
+    menu->addSeparator();
+    for (QToolBar* bar : findChildren<QToolBar*>()) menu->addAction(bar->toggleViewAction());
+    menu->addSeparator();
+    QAction* reset = menu->addAction("&Reset Layout");
+    reset->setStatusTip("Put docks and tool bars back where they were at the first start");
+    connect(reset, &QAction::triggered, this, &MainWindow::reset_layout);
+
+    resize(QSize(1280, 860).boundedTo(screen()->availableSize()));
+    first_layout_ = saveState(layout_version);
+    const QSettings settings = kept();
+    restoreGeometry(settings.value("geometry").toByteArray());
+    restoreState(settings.value("layout").toByteArray(), layout_version);
+    folder_ = settings.value("folder", folder_).toString();
+    if (!QFileInfo(folder_).isDir()) folder_ = first_folder();
+}
+
+void MainWindow::reset_layout() {
+    restoreState(first_layout_, layout_version);
+}
+
+void MainWindow::keep_layout() {
+    QSettings settings = kept();
+    settings.setValue("geometry", saveGeometry());
+    settings.setValue("layout", saveState(layout_version));
+    settings.setValue("folder", folder_);
+}
+
+// "model · result · unit": a result of another file never poses as the model's.
+void MainWindow::show_what_is_shown() {
+    const Model& model = *store().model;
+    const Run* run = store().run.get();
+    QStringList texts;
+    const bool of_file = model.source == ModelSource::model_file || model.source == ModelSource::start_up;
+    texts << (model.source == ModelSource::start_up
+                  ? QString("no model")
+                  : (of_file ? QString() : QString("not the model of ")) +
+                        QFileInfo(QString::fromStdString(model.model_file_name)).fileName());
+    if (!run || run->results.empty())
+        texts << "no result";
+    else if (!run->origin.file_name.empty())
+        texts << "result of " + QFileInfo(QString::fromStdString(run->origin.file_name)).fileName();
+    else
+        texts << QString::fromStdString(run->origin.analysis);
+    const view::Quantity* quantity = view::quantity_at(view_->state().shown_contour());
+    if (run && !run->results.empty() && quantity && *quantity->unit)
+        texts << QString::fromUtf8(quantity->unit);
+    shown_text_->setText(texts.join("  ·  "));
+}
+
+}  // namespace kestralum
