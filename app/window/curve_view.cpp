@@ -1,5 +1,6 @@
 #include "app/window/curve_view.h"
 
+#include <QCategoryAxis>
 #include <QChart>
 #include <QGraphicsEllipseItem>
 #include <QGraphicsLayout>
@@ -8,10 +9,10 @@
 #include <QLineSeries>
 #include <QMouseEvent>
 #include <QRubberBand>
-#include <QValueAxis>
 #include <QWheelEvent>
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace kestralum {
 
@@ -43,15 +44,30 @@ double tick_interval(Range range) {
     return 10 * power;
 }
 
-void set_range(QValueAxis* axis, Range range) {
-    const double step = tick_interval(range), most = std::max(std::abs(range.low), std::abs(range.high));
-    const int digits = std::clamp(static_cast<int>(std::ceil(std::log10(most / step))) + 1, 3, 15);
-    axis->setTickType(QValueAxis::TicksFixed);  // or a step of before might make millions of ticks
-    axis->setLabelFormat(QString("%.%1g").arg(digits));
+// k steps, with the digits that tell one from the next: "0", "1.5", "2.0e-06".
+QString tick_text(double k, double step, double most) {
+    const auto decade = [](double value) { return static_cast<int>(std::floor(std::log10(value) + 1e-9)); };
+    const double value = k * step;
+    if (k == 0) return "0";
+    if (most < 1e6 && step > 0.99e-4) return QString::number(value, 'f', std::max(0, -decade(step)));
+    return QString::number(value, 'e', std::clamp(decade(std::abs(value)) - decade(step), 0, 15));
+}
+
+void set_range(QCategoryAxis* axis, Range range) {
+    for (const QString& label : axis->categoriesLabels()) axis->remove(label);
     axis->setRange(range.low, range.high);
-    axis->setTickInterval(step);
-    axis->setTickAnchor(step * std::floor(range.low / step));
-    axis->setTickType(QValueAxis::TicksDynamic);
+    axis->setStartValue(range.low);
+    const double step = tick_interval(range), most = std::max(std::abs(range.low), std::abs(range.high)),
+                 rounding = 1e-9;
+    for (double k = std::ceil(range.low / step - rounding); k <= range.high / step + rounding; ++k)
+        axis->append(tick_text(k, step, most), std::clamp(k * step, range.low, range.high));
+}
+
+QCategoryAxis* new_axis() {
+    auto* axis = new QCategoryAxis;
+    axis->setLabelsPosition(QCategoryAxis::AxisLabelsPositionOnValue);
+    axis->setTruncateLabels(false);
+    return axis;
 }
 
 QString title(const std::string& name, const std::string& unit) {
@@ -62,9 +78,9 @@ QString title(const std::string& name, const std::string& unit) {
 
 CurveView::CurveView(QWidget* parent)
     : QChartView(new QChart, parent),
-      x_(new QValueAxis),
-      left_(new QValueAxis),
-      right_(new QValueAxis),
+      x_(new_axis()),
+      left_(new_axis()),
+      right_(new_axis()),
       cursor_(new QGraphicsLineItem(chart())),
       mark_(new QGraphicsEllipseItem(-4, -4, 8, 8, chart())),
       band_(new QRubberBand(QRubberBand::Rectangle, viewport())) {

@@ -10,11 +10,11 @@
 
 #include "results/history.h"
 
+class QCategoryAxis;
 class QGraphicsEllipseItem;
 class QGraphicsLineItem;
 class QLineSeries;
 class QRubberBand;
-class QValueAxis;
 
 namespace kestralum {
 
@@ -77,7 +77,7 @@ private:
     std::vector<ShownCurve> curves_;
     std::vector<QLineSeries*> series_;
     std::array<QString, 2> units_;  // of the left and the right axis
-    QValueAxis *x_, *left_, *right_;
+    QCategoryAxis *x_, *left_, *right_;
     QGraphicsLineItem* cursor_;
     QGraphicsEllipseItem* mark_;
     std::optional<std::size_t> cursor_row_, row_before_click_;

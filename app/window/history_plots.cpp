@@ -13,6 +13,7 @@
 #include <QTreeWidget>
 #include <QVBoxLayout>
 #include <algorithm>
+#include <utility>
 
 #include "app/window/curve_view.h"
 #include "app/window/dialogs.h"
@@ -60,6 +61,7 @@ HistoryPlots::HistoryPlots(ShownRun run, QWidget* parent)
     value_->setObjectName("plot_value");
     message_->setObjectName("plot_message");
     message_->setWordWrap(true);
+    message_->hide();
     picture_->setObjectName("plot_picture");
     picture_->setToolTip("The chart as it is seen, as a PNG file");
     csv_->setObjectName("plot_csv");
@@ -110,13 +112,14 @@ void HistoryPlots::make_layout() {
 
 void HistoryPlots::refresh() {
     stale_ = !isVisible();
-    shown_ = stale_ ? nullptr : run_();  // a run that is not looked at is not kept
+    const auto former = std::exchange(shown_, stale_ ? nullptr : run_());  // no run is kept for nobody
     if (shown_ && node_ > 0 &&
         (node_ > shown_->mesh.node_num() ||
          !std::equal(node_place_.begin(), node_place_.end(), shown_->mesh.node(node_ - 1))))
         node_ = 0;  // another mesh
     history_ = shown_ ? make_history(*shown_, std::array{static_cast<std::int32_t>(node_)}) : History();
-    message_->clear();
+    message_->hide();
+    if (shown_ != former) first_choice();
     list_curves();
     draw(false);
 }
@@ -179,7 +182,6 @@ void HistoryPlots::first_choice() {
 }
 
 void HistoryPlots::list_curves() {
-    first_choice();
     const QSignalBlocker quiet(list_);
     list_->clear();
     std::map<std::string, QTreeWidgetItem*> groups;
@@ -214,7 +216,7 @@ bool HistoryPlots::fits_axes(QTreeWidgetItem* item) const {
 void HistoryPlots::on_item(QTreeWidgetItem* item) {
     if (!item->parent()) return;
     const std::size_t column = item->data(0, Qt::UserRole).toULongLong();
-    message_->clear();
+    message_->hide();
     if (item->checkState(0) != Qt::Checked) {
         chosen_.erase(key(column));
     } else if (fits_axes(item)) {
@@ -228,6 +230,7 @@ void HistoryPlots::on_item(QTreeWidgetItem* item) {
         message_->setText(QString("There are two axes, and they measure %1: take away the curves of one unit "
                                   "before you add %2.")
                               .arg(units.join(" and "), unit_text(history_.columns[column].unit)));
+        message_->show();
         return;
     }
     draw(true);
