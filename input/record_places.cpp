@@ -49,6 +49,13 @@ std::int64_t line_of_token(std::string_view text, std::int64_t token) {
     return found.empty() ? 0 : line_at(text, found.data());
 }
 
+std::int64_t line_of_name(std::string_view text, std::string_view name) {
+    TokenReader tokens(text);
+    for (std::string_view token = tokens.next(); !token.empty(); token = tokens.next())
+        if (token == name) return line_at(text, token.data());
+    return 0;
+}
+
 std::optional<TextPlace> place_of_remark(std::string_view remark) {
     for (std::size_t colon = remark.find(':'); colon != std::string_view::npos;
          colon = remark.find(':', colon + 1)) {

@@ -15,6 +15,9 @@ namespace kestralum {
 // Line, from 1, of a token of a text, from 1. 0 where the text has fewer tokens.
 std::int64_t line_of_token(std::string_view text, std::int64_t token);
 
+// Line of the first token of a text that is `name`; 0 for none.
+std::int64_t line_of_name(std::string_view text, std::string_view name);
+
 struct TextPlace {
     std::string file;       // as the remark names it
     std::int64_t line = 0;  // from 1; 0: the file as a whole

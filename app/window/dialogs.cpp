@@ -18,6 +18,10 @@ QString first_folder() {
     return QDir("data").exists() ? QDir("data").absolutePath() : QDir::currentPath();
 }
 
+QSettings kept_settings() {
+    return QSettings(QSettings::IniFormat, QSettings::UserScope, "kestralum", "window");
+}
+
 QString ask_for_file(QWidget* parent, const char* filter, QString& folder) {
     const QString name = QFileDialog::getOpenFileName(parent, "Open file", folder, filter);
     if (!name.isEmpty()) folder = QFileInfo(name).absolutePath();
@@ -92,10 +96,12 @@ PixmapWindow::PixmapWindow(const QPixmap& pixmap, QWidget* parent)
 }
 
 void PixmapWindow::save() {
-    const QString name =
-        QFileDialog::getSaveFileName(this, "Save pixmap", "picture.png", "Images (*.png *.jpg)");
+    QString name = QFileDialog::getSaveFileName(this, "Save pixmap", "picture.png", "Images (*.png *.jpg)");
     if (name.isEmpty()) return;
-    if (!pixmap_.save(name)) show_errors(this, "The pixmap was not saved", {name + " cannot be written"});
+    if (QFileInfo(name).suffix().isEmpty()) name += ".png";
+    if (!pixmap_.save(name))
+        show_errors(this, "The pixmap was not saved",
+                    {name + " cannot be written; its ending has to be .png or .jpg"});
 }
 
 }  // namespace kestralum

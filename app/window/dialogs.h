@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QPixmap>
+#include <QSettings>
 #include <QSize>
 #include <QString>
 #include <QStringList>
@@ -16,6 +17,9 @@ inline constexpr const char* movie_files = "Text Files (*.mov);;All Files (*)";
 // A file to open; "" when cancelled. The dialog opens in `folder`, which becomes that of the file.
 QString ask_for_file(QWidget* parent, const char* filter, QString& folder);
 QString first_folder();  // the one of the models, or the current one
+
+// What is kept between starts: layout, folder, recent files.
+QSettings kept_settings();
 
 // The size of a pixmap, `current` offered; none when cancelled or not understood.
 std::optional<QSize> ask_for_size(QWidget* parent, const QSize& current);

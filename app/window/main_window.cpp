@@ -69,6 +69,8 @@ MainWindow::MainWindow(const std::string& log_folder, bool quiet)
     connect(this, &MainWindow::content_shown, this, &MainWindow::show_what_is_shown);
     connect(this, &MainWindow::frame_shown, this, &MainWindow::show_what_is_shown);
     show_what_is_shown();
+    connect(&watch_, &FileWatch::saved, this, &MainWindow::read_saved);
+    setAcceptDrops(true);
     say("Open a model: Model, Open Model File");
 }
 
@@ -124,7 +126,8 @@ void MainWindow::after_run(const QString& what, std::function<void()> action) {
 
 void MainWindow::go_on() {
     if (worker_->busy()) return;  // a job that the one before was the first step of
-    if (const auto action = std::exchange(after_, nullptr)) action();
+    if (const auto action = std::exchange(after_, nullptr)) return action();
+    if (std::exchange(saved_meanwhile_, false)) read_saved();
 }
 
 // ---- display state

@@ -10,10 +10,12 @@
 #include <optional>
 #include <string>
 
+#include "app/window/file_watch.h"
 #include "app/window/gl_widget.h"
 #include "app/window/messages.h"
 #include "app/window/run_settings.h"
 #include "app/window/worker.h"
+#include "input/model_reader.h"
 
 class QDockWidget;
 class QDoubleSpinBox;
@@ -49,6 +51,12 @@ public:
     // The same for a file with results.
     void open_results(const QString& name);
     void open_displacements(const QString& name);
+    // The same for any of them, by the beginning of its name: "result_", "disp_", else a model or part.
+    void open_any(const QString& name);
+
+    // Parameters with another expression than the file's. Set, they hold until another model is opened.
+    const std::vector<ParameterOverride>& overrides() const { return overrides_; }
+    void set_overrides(const std::vector<ParameterOverride>& overrides, bool run_again);
 
     // Opened once the settings are read.
     void open_at_start(const QString& name) { at_start_ = name; }
@@ -102,6 +110,8 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
 
 private:
     using Slot = void (MainWindow::*)();
@@ -143,8 +153,13 @@ private:
     struct Reading;
     void look_into(const QString& name);
     void open_part(const QString& name);
-    void read_model(const QString& name, std::shared_ptr<const Model> base, bool fresh);
-    void take_model(Reading& reading, const Heard& heard, bool fresh);
+    enum class Opening { fresh, again, watched };  // turned and fitted; as it is; the same, without boxes
+    void read_model(const QString& name, std::shared_ptr<const Model> base, Opening opening);
+    void take_model(Reading& reading, const Heard& heard, Opening opening);
+    void watch_files();
+    void read_saved();
+    void remember(const QString& name);
+    void list_recent();
     void open_frames(const QString& name, const QString& what,
                      std::function<std::optional<StoredRun>(const Model* own, Progress&)> read);
     void take_frames(StoredRun& stored, const QString& name);
@@ -198,8 +213,14 @@ private:
     QSpinBox* frame_box_ = nullptr;
     QSpinBox* mode_box_ = nullptr;
     QPointer<PixmapWindow> pixmap_;
-    QString at_start_, folder_;  // of the file dialogs
-    QString starter_notice_;     // of the model under way, where it was made for a part
+    QString at_start_, folder_, result_folder_;  // of the file dialogs
+    QMenu* recent_menu_ = nullptr;
+    FileWatch watch_;
+    bool saved_meanwhile_ = false;  // a watched file was saved while a job was under way
+    std::vector<ParameterOverride> overrides_;
+    const AnalysisEntry* last_analysis_ = nullptr;
+    bool run_again_ = false;  // the last analysis, once the model is read
+    QString starter_notice_;  // of the model under way, where it was made for a part
 
     QStringList control_errors_;  // of the model's control file: no analysis starts
     struct Budget {

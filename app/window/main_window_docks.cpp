@@ -13,6 +13,7 @@
 
 #include "app/window/dialogs.h"
 #include "app/window/main_window.h"
+#include "app/window/model_tree.h"
 #include "view/contour.h"
 
 namespace kestralum {
@@ -20,10 +21,6 @@ namespace kestralum {
 namespace {
 
 constexpr int layout_version = 1;  // of the kept layout; another one's is left alone
-
-QSettings kept() {
-    return QSettings(QSettings::IniFormat, QSettings::UserScope, "kestralum", "window");
-}
 
 }  // namespace
 
@@ -42,6 +39,12 @@ void MainWindow::make_docks() {
     setCorner(Qt::BottomRightCorner, Qt::RightDockWidgetArea);
     setCorner(Qt::BottomLeftCorner, Qt::LeftDockWidgetArea);
 
+    auto* tree = new ModelTree(view_->shown());
+    add_dock("Model", tree, Qt::LeftDockWidgetArea, true);
+    connect(this, &MainWindow::content_shown, tree, &ModelTree::refresh);
+    connect(tree, &ModelTree::frame_chosen, this, &MainWindow::step_to);
+    connect(tree, &ModelTree::changed, view_, [this] { view_->update(); });
+
     auto* controls = new QWidget;
     auto* column = new QVBoxLayout(controls);
     make_controls(column);
@@ -55,6 +58,7 @@ void MainWindow::make_docks() {
 
     messages_ = new Messages;
     add_dock("Messages", messages_, Qt::BottomDockWidgetArea, true);
+    resizeDocks({docks_.front()}, {260}, Qt::Horizontal);
     for (QDockWidget* dock : docks_)
         if (dockWidgetArea(dock) == Qt::BottomDockWidgetArea && dock->isVisibleTo(this))
             resizeDocks({dock}, {110}, Qt::Vertical);
@@ -73,11 +77,12 @@ void MainWindow::make_window_menu() {
 
     resize(QSize(1280, 860).boundedTo(screen()->availableSize()));
     first_layout_ = saveState(layout_version);
-    const QSettings settings = kept();
+    const QSettings settings = kept_settings();
     restoreGeometry(settings.value("geometry").toByteArray());
     restoreState(settings.value("layout").toByteArray(), layout_version);
     folder_ = settings.value("folder", folder_).toString();
     if (!QFileInfo(folder_).isDir()) folder_ = first_folder();
+    result_folder_ = QFileInfo(QString::fromStdString(log_folder_)).absoluteFilePath();
 }
 
 void MainWindow::reset_layout() {
@@ -85,7 +90,7 @@ void MainWindow::reset_layout() {
 }
 
 void MainWindow::keep_layout() {
-    QSettings settings = kept();
+    QSettings settings = kept_settings();
     settings.setValue("geometry", saveGeometry());
     settings.setValue("layout", saveState(layout_version));
     settings.setValue("folder", folder_);

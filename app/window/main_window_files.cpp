@@ -1,6 +1,11 @@
 // Models, results and displacements: read by the worker, shown once they are whole.
+#include <QDir>
+#include <QDropEvent>
 #include <QFileInfo>
-#include <QStatusBar>
+#include <QMenu>
+#include <QMimeData>
+#include <QSettings>
+#include <QUrl>
 #include <utility>
 
 #include "app/window/dialogs.h"
@@ -9,6 +14,7 @@
 #include "input/analysis_info_reader.h"
 #include "input/model_reader.h"
 #include "input/starter_model.h"
+#include "model/paths.h"
 #include "results/result_file.h"
 
 namespace kestralum {
@@ -74,9 +80,9 @@ void MainWindow::open_part(const QString& name) {
 void MainWindow::look_into(const QString& name) {
     const std::shared_ptr<const Model> former = store().model;
     const auto start = std::make_shared<const Model>(placeholder_model());
-    if (former->source == ModelSource::start_up) return read_model(name, start, true);
+    if (former->source == ModelSource::start_up) return read_model(name, start, Opening::fresh);
     const std::string file = name.toStdString();
-    if (same_file(file, former->model_file_name)) return read_model(name, former, true);
+    if (same_file(file, former->model_file_name)) return read_model(name, former, Opening::fresh);
     auto kept = std::make_shared<QStringList>();
     worker_->start(
         "Reading " + file_of(name),
@@ -93,30 +99,39 @@ void MainWindow::look_into(const QString& name) {
                     "Missing: " + kept->join(", ") + ".\nUse the start-up values, or keep those of " +
                         file_of(QString::fromStdString(former->model_file_name)) + "?",
                     {"Start-up values", "Keep"}, start_up, start_up) == keep;
-            read_model(name, keeps ? former : start, true);
+            read_model(name, keeps ? former : start, Opening::fresh);
         });
 }
 
-// `base`: the tables that the file leaves out. `fresh`: turned and fitted as a new picture, not only updated.
-void MainWindow::read_model(const QString& name, std::shared_ptr<const Model> base, bool fresh) {
+// `base`: the tables that the file leaves out.
+void MainWindow::read_model(const QString& name, std::shared_ptr<const Model> base, Opening opening) {
     auto reading = std::make_shared<Reading>();
+    if (opening == Opening::fresh && !same_file(name.toStdString(), store().model->model_file_name))
+        overrides_.clear();
     worker_->start(
         "Reading " + file_of(name),
-        [reading, base = std::move(base), file = name.toStdString()](Progress& progress) {
+        [reading, base = std::move(base), file = name.toStdString(),
+         overrides = overrides_](Progress& progress) {
             reading->model = std::make_shared<Model>(*base);
             reading->model->model_file_name = file;
-            reading->report = read_input_file(*reading->model, {}, progress);
+            reading->report = read_input_file(*reading->model, overrides, progress);
             if (reading->report.ok) reading->control = read_analysis_info_file(*reading->model, progress);
         },
-        [this, reading, fresh](const Heard& heard) { take_model(*reading, heard, fresh); });
+        [this, reading, opening](const Heard& heard) { take_model(*reading, heard, opening); });
 }
 
-void MainWindow::take_model(Reading& reading, const Heard& heard, bool fresh) {
+void MainWindow::take_model(Reading& reading, const Heard& heard, Opening opening) {
     const QString file = file_of(QString::fromStdString(reading.model->model_file_name));
     const QString starter = std::exchange(starter_notice_, {});
     const QStringList of_starter = starter.isEmpty() ? QStringList{} : QStringList{starter};
     if (heard.stopped) return say("Reading " + file + " was stopped");
-    if (!reading.report.ok) return refuse("The model was not read", heard.errors + of_starter);
+    const bool runs_again = std::exchange(run_again_, false);
+    if (!reading.report.ok) {
+        emit content_shown();  // the former model stands
+        if (opening != Opening::watched) return refuse("The model was not read", heard.errors + of_starter);
+        return tell(MessageKind::error,
+                    QStringList{file + " was not read, the former model is shown"} + heard.errors);
+    }
     control_errors_ = reading.control.status == AnalysisInfoStatus::wrong ? heard.errors : QStringList{};
     view::DisplayState& state = view_->state();
     state.animation_running = false;
@@ -126,7 +141,7 @@ void MainWindow::take_model(Reading& reading, const Heard& heard, bool fresh) {
     set_frame(1);
     view_->shown().reset_light();
     show_light_in_controls();
-    if (fresh) view_->look_from(view::ViewDirection::isometric);
+    if (opening == Opening::fresh) view_->look_from(view::ViewDirection::isometric);
     view_->update();
     setWindowTitle("KESTRALUM - " + file);
     emit content_shown();
@@ -138,12 +153,17 @@ void MainWindow::take_model(Reading& reading, const Heard& heard, bool fresh) {
                  control_errors_);
     if (const QStringList unread = reading.unread(); !unread.isEmpty())
         tell(MessageKind::error, QStringList{file + " was not read to its end"} + unread);
-    start_check();
+    remember(QString::fromStdString(reading.model->model_file_name));
+    watch_files();
+    if (runs_again && last_analysis_)
+        prepare_run(*last_analysis_, [this] { start_run(*last_analysis_); });
+    else
+        start_check();
 }
 
 void MainWindow::updateModel() {
     const QString name = QString::fromStdString(store().model->model_file_name);
-    after_run("Updating the model", [this, name] { read_model(name, store().model, false); });
+    after_run("Updating the model", [this, name] { read_model(name, store().model, Opening::again); });
 }
 
 void MainWindow::showInputFileDialog() {
@@ -174,7 +194,10 @@ void MainWindow::open_frames(const QString& name, const QString& what,
             "Reading " + file_of(name),
             [stored, read, own = store().model](Progress& progress) { *stored = read(own.get(), progress); },
             [this, stored, name, what](const Heard& heard) {
-                if (*stored) return take_frames(**stored, name);
+                if (*stored) {
+                    remember(name);
+                    return take_frames(**stored, name);
+                }
                 if (heard.stopped) return say("Reading " + file_of(name) + " was stopped");
                 refuse("The " + what + " were not read", heard.errors);
             });
@@ -217,13 +240,93 @@ void MainWindow::open_displacements(const QString& name) {
 }
 
 void MainWindow::showResultFileDialog() {
-    const QString name = ask_for_file(this, text_files, folder_);
+    const QString name = ask_for_file(this, text_files, result_folder_);
     if (!name.isEmpty()) open_results(name);
 }
 
 void MainWindow::showDispFileDialog() {
-    const QString name = ask_for_file(this, text_files, folder_);
+    const QString name = ask_for_file(this, text_files, result_folder_);
     if (!name.isEmpty()) open_displacements(name);
+}
+
+void MainWindow::open_any(const QString& name) {
+    const QString file = file_of(name);
+    if (file.startsWith("result_"))
+        open_results(name);
+    else if (file.startsWith("disp_"))
+        open_displacements(name);
+    else
+        open_model(name);
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
+    const QList<QUrl> urls = event->mimeData()->urls();
+    if (urls.size() == 1 && urls.front().isLocalFile()) event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent* event) {
+    const QString name = event->mimeData()->urls().front().toLocalFile();
+    event->acceptProposedAction();
+    // not from within the event: the other program waits for its end
+    QMetaObject::invokeMethod(
+        this, [this, name] { open_any(name); }, Qt::QueuedConnection);
+}
+
+// ---- recent files
+
+void MainWindow::remember(const QString& name) {
+    constexpr qsizetype most = 12;
+    QSettings settings = kept_settings();
+    QStringList files = settings.value("recent").toStringList();
+    const QString whole =
+        QFileInfo(QString::fromStdString(paths::to_platform(name.toStdString()))).absoluteFilePath();
+    files.removeAll(whole);
+    files.prepend(whole);
+    settings.setValue("recent", QStringList(files.mid(0, most)));
+}
+
+void MainWindow::list_recent() {
+    recent_menu_->clear();
+    for (const QString& file : kept_settings().value("recent").toStringList())
+        recent_menu_->addAction(QDir::toNativeSeparators(file), this, [this, file] { open_any(file); });
+    if (recent_menu_->isEmpty()) recent_menu_->addAction("None yet")->setEnabled(false);
+}
+
+// ---- files that are saved while they are shown
+
+// Model, control file and imported meshes.
+void MainWindow::watch_files() {
+    const Model& model = *store().model;
+    const auto platform = [](const std::string& name) {
+        return QFileInfo(QString::fromStdString(paths::to_platform(name))).absoluteFilePath();
+    };
+    QStringList files{platform(model.model_file_name),
+                      platform(analysis_info_file_name(model.model_file_name))};
+    for (const Part& part : model.parts)
+        for (const std::string& name :
+             {part.parent_name, paths::directory_of(model.model_file_name) + part.parent_name})
+            if (part.parent_name != "NONE" && QFileInfo(platform(name)).isFile()) files << platform(name);
+    files.removeDuplicates();
+    watch_.watch(files);
+}
+
+void MainWindow::read_saved() {
+    if (store().model->source != ModelSource::model_file) return;
+    if (worker_->busy() && !worker_->title().startsWith("Checking ")) {
+        saved_meanwhile_ = true;
+        return tell(MessageKind::note,
+                    {"A file of the model was saved; it is read when " + worker_->title() + " has ended"});
+    }
+    const QString name = QString::fromStdString(store().model->model_file_name);
+    after_run("Reading the saved file", [this, name] { read_model(name, store().model, Opening::watched); });
+}
+
+void MainWindow::set_overrides(const std::vector<ParameterOverride>& overrides, bool run_again) {
+    after_run("Reading the model with other parameters", [this, overrides, run_again] {
+        overrides_ = overrides;
+        run_again_ = run_again;
+        read_model(QString::fromStdString(store().model->model_file_name), store().model, Opening::watched);
+    });
 }
 
 void MainWindow::showMovFileDialog() {

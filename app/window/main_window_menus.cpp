@@ -40,6 +40,13 @@ void MainWindow::make_menus() {
     model->addAction(add_action("Open &Part File",
                                 "Open a mesh or CAD file; a model of it is written beside it",
                                 &MainWindow::showPartFileDialog));
+    recent_menu_ = model->addMenu("&Recent Files");
+    connect(recent_menu_, &QMenu::aboutToShow, this, &MainWindow::list_recent);
+    QAction* watch = model->addAction("&Watch File");
+    watch->setStatusTip("Read the model again when its files are saved");
+    watch->setCheckable(true);
+    watch->setChecked(true);
+    connect(watch, &QAction::toggled, this, [this](bool on) { watch_.set_on(on); });
 
     QMenu* view = menuBar()->addMenu("&View");
     for (std::size_t k = 0; k < view_actions_.size(); ++k) {

@@ -78,6 +78,22 @@ std::shared_ptr<Run> run_in_folder(const Model& model, const std::string& log_fo
     return run;
 }
 
+// Keeps what is said for the messages; the console hears nothing of it.
+struct KeptProgress : Progress {
+    KeptProgress() : Progress(false) {}
+    std::vector<std::pair<MessageKind, QString>> pieces;
+    QString summary;
+
+protected:
+    void take(Kind kind, std::string_view text) override {
+        const QString line = QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+        if (kind == Kind::summary)
+            summary += line;
+        else
+            pieces.emplace_back(kind == Kind::error ? MessageKind::error : MessageKind::note, line);
+    }
+};
+
 // No factor of the model's mesh is larger: every entry of a full matrix, MB.
 double full_factor_megabytes(const Mesh& mesh) {
     return 8e-6 * 0.5 * std::pow(mesh.dof_num(), 2);
@@ -154,20 +170,18 @@ void MainWindow::checkModel() {
 void MainWindow::start_check() {
     const std::shared_ptr<const Model> model = store().model;
     const QString file = QFileInfo(QString::fromStdString(model->model_file_name)).fileName();
+    auto said = std::make_shared<KeptProgress>();
     worker_->start(
         "Checking " + file,
-        [model, settings = store().settings](Progress& progress) {
+        [said, model, settings = store().settings](Progress& progress) {
             progress.set_stage("check");
-            SilentProgress silent(progress);
-            const ModelCheck found = check_model(*model, settings, silent);
-            if (!progress.cancelled()) print_check(*model, found, progress);
+            print_check(*model, check_model(*model, settings, progress), *said);
         },
-        [this, file](const Heard& heard) {
+        [this, said, file](const Heard& heard) {
             if (heard.stopped) return;
-            tell(MessageKind::error, heard.errors);
-            tell(MessageKind::note, heard.notices);
-            if (!heard.summaries.isEmpty())
-                messages_->add(MessageKind::summary, "check of " + file + "\n" + heard.summaries.join('\n'));
+            for (const auto& [kind, text] : said->pieces)
+                if (kind != MessageKind::summary) messages_->add(kind, text);
+            messages_->add(MessageKind::summary, "check of " + file + "\n" + said->summary);
         });
 }
 
@@ -179,6 +193,7 @@ void MainWindow::run_analysis(const char* menu_text) {
 }
 
 void MainWindow::start_run(const AnalysisEntry& entry) {
+    last_analysis_ = &entry;
     QString title = plain(entry.menu_text);
     if (const QString text = settings_->text(entry.type); !text.isEmpty()) title += " (" + text + ")";
     const std::shared_ptr<const Model> model = store().model;

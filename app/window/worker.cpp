@@ -19,10 +19,10 @@ Heard WindowProgress::heard() const {
 void WindowProgress::take(Kind kind, std::string_view text) {
     if (kind == Kind::error) std::fflush(stdout);
     std::fwrite(text.data(), 1, text.size(), kind == Kind::error ? stderr : stdout);
-    if (kind == Kind::line) return;
+    if (kind != Kind::error && kind != Kind::notice) return;
     const QString line = QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())).trimmed();
     const std::lock_guard lock(lock_);
-    (kind == Kind::error ? heard_.errors : kind == Kind::notice ? heard_.notices : heard_.summaries) << line;
+    (kind == Kind::error ? heard_.errors : heard_.notices) << line;
 }
 
 Worker::~Worker() {

@@ -16,7 +16,7 @@ namespace kestralum {
 
 // What a job said that the user of the window must know, a line each.
 struct Heard {
-    QStringList errors, notices, summaries;
+    QStringList errors, notices;
     bool stopped = false;  // it was asked to stop
 };
 

@@ -170,7 +170,7 @@ TEST_F(Window, RendersGrabsAndClearsPixmaps) {
 }
 
 TEST_F(Window, BoxesComeUp) {
-    EXPECT_TRUE(contains(told_by([&] { trigger("&About"); }), "Grabber"));
+    EXPECT_TRUE(contains(told_by([&] { trigger("&About"); }), "Structural analysis"));
     // the program ends after the box has named where the file was looked for
     std::string missing;
     answer_boxes(missing, {""});

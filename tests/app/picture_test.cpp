@@ -105,6 +105,8 @@ TEST_F(Picture, SwingingModesSendOnlyWhatHasChanged) {
 }
 
 TEST_F(Picture, SlowPicturesLeaveTimeToTheWindow) {
+    ASSERT_TRUE(open(block_text));
+    set_results([](const double* x) { return Vec3{x[0], 0, 0}; }, AnalysisType::eigen);  // swings
     int pictures = 0;
     QObject::connect(window->view(), &GLWidget::painted, [&] {
         ++pictures;
@@ -113,6 +115,32 @@ TEST_F(Picture, SlowPicturesLeaveTimeToTheWindow) {
     QTest::qWait(2000);
     EXPECT_GE(pictures, 2);
     EXPECT_LE(pictures, 7) << "one picture follows the other without a pause";
+}
+
+TEST_F(Picture, IsDrawnOnlyWhenSomethingHasChanged) {
+    ASSERT_TRUE(open(block_text));
+    set_results([](const double* x) { return Vec3{x[0], 0, 0}; });
+    QTest::qWait(300);
+    int pictures = 0;
+    QObject::connect(window->view(), &GLWidget::painted, [&] { ++pictures; });
+    QTest::qWait(1000);
+    EXPECT_EQ(pictures, 0) << "nothing has changed";
+    const std::function<void()> changes[] = {[&] { trigger("&Wire"); },
+                                             [&] { state().contour = 1; },
+                                             [&] { camera().shift[0] += 0.01; },
+                                             [&] {
+                                                 shown().pick(0, 0);
+                                                 shown().clear_selection();
+                                             },
+                                             [&] { trigger("Iso"); },
+                                             [&] { state().highlight.parts = {0}; }};
+    for (const auto& change : changes) {
+        pictures = 0;
+        change();
+        QTest::qWait(400);
+        EXPECT_GE(pictures, 1) << &change - changes;
+        EXPECT_LE(pictures, 3) << &change - changes;
+    }
 }
 
 // Where GLUT has no X display Qt paints the texts, at the same places.

@@ -63,7 +63,10 @@ TEST_F(Runs, TheWindowGoesOnMeanwhile) {
     start_job();
     int repaints = 0;
     QObject::connect(window->view(), &GLWidget::painted, [&] { ++repaints; });
-    wait_for([&] { return repaints >= 8 && stop_button(); });
+    wait_for([&] {
+        camera().shift[0] += 1e-3;  // turned by hand
+        return repaints >= 8 && stop_button();
+    });
     ASSERT_TRUE(window->worker().busy());
     QString told;
     for (const auto* label : window->statusBar()->findChildren<QLabel*>()) told += label->text();

@@ -13,7 +13,7 @@ const std::string bar_vol = vol_text(box_mesh({{4, 2, 3}, {400, 200, 300}}, Elem
 
 TEST_F(Window, SelectsFacesByClickAndCopiesTheirRecords) {
     ASSERT_TRUE(open(bar_vol, "bar.vol"));
-    EXPECT_TRUE(contains(status(), "bar.txt was written")) << status();
+    EXPECT_TRUE(contains(messages(), "bar.txt was written")) << messages();
     QAction* copy = action("&Copy Selection");
     // clicks on the middle of what is seen from there: the area selected
     const auto area = [&](view::ViewDirection from, Qt::KeyboardModifiers keys) {

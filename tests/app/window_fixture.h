@@ -62,6 +62,8 @@ protected:
     QImage picture() { return window->view()->grab_picture(); }
     std::string status() { return window->findChild<QLabel*>("said")->text().toStdString(); }
 
+    std::string messages() { return window->messages().text().toStdString(); }
+
     void wait_for(const std::function<bool()>& what) { ASSERT_TRUE(QTest::qWaitFor(what, 60000)); }
     void wait_idle() {
         wait_for([&] { return !window->worker().busy(); });
