@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -93,6 +94,7 @@ struct HistoryRows {
     std::size_t rows() const { return columns.empty() ? 0 : values.size() / columns.size(); }
     // Column `name` of a row; not a number where there is none.
     double value(std::size_t row, std::string_view name) const;
+    void add(std::span<const double> row) { values.insert(values.end(), row.begin(), row.end()); }
 };
 
 struct Run {

@@ -79,7 +79,7 @@ public slots:
     void showInputFileDialog();
     void exec_analysis() {}
     void exec_analysis2() {}
-    void open_graphwindow() {}
+    void open_graphwindow();
     void start_animation();
     void i_anime_Changed(int frame);
     void add_anime_Changed(int increment);
@@ -127,6 +127,7 @@ private:
     // main_window_docks.cpp
     QDockWidget* add_dock(const char* title, QWidget* content, Qt::DockWidgetArea area, bool open);
     void make_docks();
+    void make_result_docks();  // main_window_results.cpp
     void make_window_menu();
     void reset_layout();
     void keep_layout();
@@ -193,6 +194,7 @@ private:
     Messages* messages_ = nullptr;
     QLabel *said_ = nullptr, *shown_text_ = nullptr;  // of the status bar
     std::vector<QDockWidget*> docks_;
+    QDockWidget* graphs_ = nullptr;
     QByteArray first_layout_;  // docks and bars as they are without a kept layout
     std::array<QAction*, 16> view_actions_{};
     // the rows of the quantity table, and the estimated error behind them

@@ -58,6 +58,7 @@ void MainWindow::make_docks() {
 
     messages_ = new Messages;
     add_dock("Messages", messages_, Qt::BottomDockWidgetArea, true);
+    make_result_docks();
     resizeDocks({docks_.front()}, {260}, Qt::Horizontal);
     for (QDockWidget* dock : docks_)
         if (dockWidgetArea(dock) == Qt::BottomDockWidgetArea && dock->isVisibleTo(this))

@@ -3,6 +3,8 @@
 #include <QImage>
 #include <QLabel>
 #include <QLineEdit>
+#include <QSlider>
+#include <QToolButton>
 #include <QTreeWidget>
 
 #include "app/window/curve_view.h"
@@ -181,6 +183,58 @@ TEST_F(Plots, SavesPictureAndNumbers) {
         text.starts_with("Time [s],Total energy [J],Kinetic energy [J],Internal energy [J]\n0,3,0,3\n"))
         << text.substr(0, 200);
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 42);
+}
+
+// ---- in the window
+
+const std::string flying_text = R"(
+mode_num 8 %
+material_info
+  STEEL 7800 2e11 0.3
+%
+part_info
+  BLOCK orange STEEL RECT  0.4 0.2 0.2 0 0 0  4 2 2 0 0 0  0 0 0  0 0 0  %
+END
+)";
+
+TEST_F(Window, ShowsCurvesModesAndFramesOfARun) {
+    write("flying.ana",
+          "FLY explicit d_time 1e-7 end_time 1e-5 output_frequency 10 C_alfa 0\n"
+          "INITIAL_VELOCITY BLOCK part x 5  0 0 0 0 0 0 % END\n");
+    ASSERT_TRUE(open(flying_text, "flying.txt"));
+    trigger("&Open Graph Window");
+    auto* plots = window->findChild<HistoryPlots*>();
+    EXPECT_TRUE(plots->isVisible());
+    trigger("&Explicit(Real Time)");
+    wait_for([&] { return plots->history().x.size() >= 3; });
+    EXPECT_TRUE(state().real_time) << "the curves are there before the run has ended";
+    wait_idle();
+    wait_for([&] { return std::ssize(plots->history().x) == shown().mode_num(); });
+    const SharedRun made = shown_run();
+    const std::vector<double>& energy = plots->history().columns[0].values;
+    for (std::size_t row = 0; row < energy.size(); ++row)
+        EXPECT_NEAR(energy[row], 0.5 * 124.8 * 25, 1e-6 * 1560) << row;
+    std::vector<int> drawn;
+    QObject::connect(window.get(), &MainWindow::frame_shown, [&](int frame) { drawn.push_back(frame); });
+    trigger("&Start Animation");
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !state().animation_running; }));
+    EXPECT_GE(drawn.size(), 9u);
+    auto* slider = window->findChild<QSlider*>("playback_slider");
+    EXPECT_EQ(slider->value(), 11);
+    QTest::mouseClick(window->findChild<QToolButton*>("playback_first"), Qt::LeftButton);
+    EXPECT_EQ(state().frame, 1);
+    auto* view = plots->findChild<CurveView*>();
+    QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, view->place_of(0, 6).toPoint());
+    EXPECT_EQ(state().frame, 7);
+    window->view()->look_from(view::ViewDirection::z);
+    QTest::mouseClick(window->view(), Qt::LeftButton, {}, window->view()->rect().center());
+    const std::string last = plots->history().columns.back().name;
+    EXPECT_TRUE(last.starts_with("Node ") && last.ends_with("Mises stress")) << last;
+    // a free body: six motions without deformation come first
+    told_by([&] { run("&Eigen(Lanczos)"); }, {"Replace"});
+    EXPECT_EQ(state().frame, 7);
+    EXPECT_EQ(plots->history().columns.size(), 1u);
+    EXPECT_EQ(slider->maximum(), shown().mode_num());
 }
 
 }  // namespace
