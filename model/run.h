@@ -7,7 +7,9 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "model/mesh.h"
@@ -85,6 +87,16 @@ struct RunOrigin {
     RunOptions options;
 };
 
+// Rows of numbers beside the frames, by column: a row per frame.
+struct HistoryRows {
+    std::vector<std::string> columns;
+    std::vector<double> values;  // rows × columns
+    std::size_t rows() const { return columns.empty() ? 0 : values.size() / columns.size(); }
+    // Column `name` of a row; not a number where there is none.
+    double value(std::size_t row, std::string_view name) const;
+    void add(std::span<const double> row) { values.insert(values.end(), row.begin(), row.end()); }
+};
+
 struct Run {
     RunOrigin origin;
     AnalysisType ana_type = AnalysisType::eigen;
@@ -94,6 +106,7 @@ struct Run {
     std::vector<std::int32_t> force_node;  // per force of the model: resolve_force_points() on this mesh
     std::vector<double> load;              // dof_num: nodal loads at load factor 1, N; empty where none act
     Results results;
+    HistoryRows history;  // nonlinear, explicit: what log/history_*.csv tells; none where read from a file
     RunReport report;
 
     std::int32_t mode_num() const { return static_cast<std::int32_t>(results.size()); }

@@ -73,7 +73,11 @@ struct DisplayState {
     std::int32_t frame = 1;            // mode or output step shown, 1-based; 0 undeformed
     std::int32_t frame_increment = 1;  // kept for the control that sets it
     bool animation_running = false;
-    int phase = 0;  // entry of the phase table shown
+    bool animation_repeats = false;  // from the last step to the first; ends with the animation
+    double speed = 1;                // frames, or entries of the phase table, per tick
+    double part_of_frame = 0;        // of them, what no picture has shown yet: 0 … 1
+    bool mode_swings = true;         // false: at its peak, phase 0
+    int phase = 0;                   // entry of the phase table shown
     double mode_scale = 1.0;
     double transparency = 1.0;      // alpha of the drawn model
     Vec3 light{1, 1, 1};            // main light, m; max_length each once a view is set up
@@ -97,10 +101,15 @@ struct DisplayState {
 // `frame` at least 1, then at most mode_num: 0 where there are no frames.
 std::int32_t clamp_frame(std::int32_t frame, std::int32_t mode_num);
 
-// One repaint of the periodic timer later: modes oscillate; a running animation of steps moves one
-// frame on and stops at the last; the load cases of a static result stand still. Clamps the frame in all
-// cases.
-void advance(DisplayState& state, AnalysisType ana_type, std::int32_t mode_num);
+inline constexpr std::array<double, 5> speeds{0.25, 0.5, 1, 2, 4};  // that a user may choose
+
+// One repaint later: modes oscillate by the periodic timer alone (`tick`) unless they stand at their peak; a
+// running animation of steps moves `speed` frames on and stops at the last, or after it goes on from the
+// first where it repeats; the load cases of a static result stand still. Clamps the frame in all cases.
+void advance(DisplayState& state, AnalysisType ana_type, std::int32_t mode_num, bool tick = true);
+
+// Runs the animation of steps from the frame shown on, from the first where that is the last.
+void play(DisplayState& state, std::int32_t mode_num, bool repeats);
 
 // The next tick of the timer changes something: a mode swings, or an animation of steps runs.
 bool animates(const DisplayState& state, AnalysisType ana_type, std::int32_t mode_num);

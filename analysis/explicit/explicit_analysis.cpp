@@ -38,7 +38,7 @@ bool run_steps(Job& job, ExplicitState& state, std::int64_t first, std::int64_t 
     return job.report().status == RunStatus::done;
 }
 
-bool write_history(Job& job, const ExplicitHistory& history) {
+bool write_history(Job& job, const HistoryRows& history) {
     std::string text;
     for (std::size_t c = 0; c < history.columns.size(); ++c) text += (c ? "," : "") + history.columns[c];
     text += '\n';
@@ -88,6 +88,13 @@ struct ExplicitAnalysis::Parts {
         : job{model, settings, options, progress, run} {
         begin_run(run, model, settings, options, AnalysisType::explicit_dynamics, "explicit");
     }
+    // The rows reached since the last call, into the run.
+    void hand_over_rows() {
+        if (run.history.columns.empty()) run.history.columns = state.history.columns;
+        const std::vector<double>& from = state.history.values;
+        run.history.values.insert(run.history.values.end(), from.begin() + std::ssize(run.history.values),
+                                  from.end());
+    }
     Run run;
     Job job;
     ExplicitState state;
@@ -103,6 +110,7 @@ bool ExplicitAnalysis::begin() {
     bool begun = false;
     try {
         begun = set_up_explicit(parts_->job, parts_->state);
+        if (begun) parts_->hand_over_rows();
     } catch (const std::bad_alloc&) {
         parts_->job.fail(RunStatus::failed, "not enough memory for this model and its frames");
     }
@@ -117,7 +125,9 @@ bool ExplicitAnalysis::advance() {
     const std::int64_t first = (k - 1) * s.output_frequency + 1,
                        end = std::min(k * s.output_frequency + 1, s.time_num);
     try {
-        if (!run_steps(parts_->job, s, first, end)) return false;
+        const bool goes_on = run_steps(parts_->job, s, first, end);
+        parts_->hand_over_rows();
+        if (!goes_on) return false;
     } catch (const std::bad_alloc&) {
         return parts_->job.fail(RunStatus::failed, "not enough memory for another frame");
     }
@@ -128,6 +138,7 @@ bool ExplicitAnalysis::advance() {
 void ExplicitAnalysis::run_to_end() {
     try {
         run_steps(parts_->job, parts_->state, parts_->state.step + 1, parts_->state.time_num);
+        parts_->hand_over_rows();
     } catch (const std::bad_alloc&) {
         parts_->job.fail(RunStatus::failed, "not enough memory for another frame");
     }
@@ -143,7 +154,7 @@ void ExplicitAnalysis::finish() {
     job.clock.begin("write");
     report.written = write_results(job.model, job.run, job.run.mode_num(), Publish::now, job.progress);
     report.dynamics.displacements_written = write_displacements(job.model, job.run, job.progress);
-    report.dynamics.history_written = write_history(job, parts_->state.history);
+    report.dynamics.history_written = write_history(job, job.run.history);
     if (!report.written || !report.dynamics.displacements_written || !report.dynamics.history_written)
         job.fail_to_write("a result file cannot be written");
     job.clock.end();

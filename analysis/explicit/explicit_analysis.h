@@ -35,7 +35,7 @@ public:
     // Writes result file, displacement file and history with the frames so far and prints the analysis time.
     void finish();
 
-    // Frames are added to results by begin() and advance() only.
+    // Frames are added to results, and their rows to history, by begin(), advance() and run_to_end() only.
     const Run& run() const;
     Run take();  // after finish(): the run, out of the object
 

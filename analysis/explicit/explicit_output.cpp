@@ -110,12 +110,6 @@ void add_row(ExplicitState& s) {
 
 }  // namespace
 
-double ExplicitHistory::value(std::size_t row, const std::string& name) const {
-    const auto at = std::find(columns.begin(), columns.end(), name);
-    if (at == columns.end() || row >= rows()) return std::numeric_limits<double>::quiet_NaN();
-    return values[row * columns.size() + static_cast<std::size_t>(at - columns.begin())];
-}
-
 namespace {
 
 // A name as a column's heading: the separator and quotes would be read as the file's own.

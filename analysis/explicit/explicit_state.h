@@ -42,15 +42,6 @@ struct DrivenDofs {
     std::vector<std::int32_t> places;  // 4 node + direction
 };
 
-// Rows of numbers for the history file: one per output, by column.
-struct ExplicitHistory {
-    std::vector<std::string> columns;
-    std::vector<double> values;  // rows × columns
-    std::size_t rows() const { return columns.empty() ? 0 : values.size() / columns.size(); }
-    // Column `name` of a row; not a number where there is none.
-    double value(std::size_t row, const std::string& name) const;
-};
-
 struct ExplicitState {
     // steps
     double d_time = 0;
@@ -102,7 +93,7 @@ struct ExplicitState {
     PointResults points;
     std::vector<double> plastic_strain;
     std::vector<std::int32_t> probes;  // 0-based nodes
-    ExplicitHistory history;
+    HistoryRows history;               // a row per output
     double loop_seconds = 0;
     std::chrono::steady_clock::time_point start;
 };

@@ -144,7 +144,7 @@ struct Increments {
         factor_before = increment.factor;
         increment.supports = reactions_of(job, freedoms, body, solver);
         store_frame(job, freedoms, body, increment);
-        history.add(increment.factor, solver.internal(), body);
+        history.add(job, increment, solver.internal(), body);
         nonlinear.increments.push_back(increment);
     }
 };
@@ -268,7 +268,7 @@ bool work(Job& job, NonlinearHistory& history) {
     solver.set_loads(loads);
     job.clock.begin("iterate");
     job.report().nonlinear.wanted = options.increments;
-    history.begin(job.mesh(), freedoms.node_elements, job.options.probes);
+    history.begin(job, freedoms.node_elements);
     run_increments(job, freedoms, factors, body, solver, history);
     for (std::size_t s = 0; s < solver.seconds.size(); ++s)
         job.report().nonlinear.seconds[s] = solver.seconds[s];

@@ -70,31 +70,24 @@ bool write_Q(const NonlinearHistory& history, Job& job) {
     });
 }
 
-bool write_history(const NonlinearHistory& history, Job& job) {
-    std::string text =
-        "load_factor,iterations,E/"
-        "F,converged,largest_displacement[m],plastic_volume_share,work[J],negative_pivots";
-    for (std::int32_t node : history.probes)
-        for (const char* axis : {"x", "y", "z"}) text += formatted(",u%s_node%d[m]", axis, node + 1);
+// What the columns of the history say of every increment; the probes' displacements follow.
+constexpr const char* increment_columns[] = {
+    "load_factor", "iterations",     "E/F", "converged", "largest_displacement[m]", "plastic_volume_share",
+    "work[J]",     "negative_pivots"};
+constexpr std::array count_columns{1, 3, 7};  // whole numbers
+
+bool write_history(const HistoryRows& history, Job& job) {
+    std::string text;
+    for (std::size_t c = 0; c < history.columns.size(); ++c) text += (c ? "," : "") + history.columns[c];
     text += '\n';
-    for (std::size_t k = 0; k < history.factors.size(); ++k) {
-        const IncrementReport& i = job.report().nonlinear.increments[k];
-        const auto number = [&](double value) {
-            text += ',';
-            append_e(text, value);
-        };
-        append_e(text, i.factor);
-        text += ',';
-        append_d(text, i.iterations);
-        number(i.ratio);
-        text += i.converged ? ",1" : ",0";
-        number(i.largest_displacement);
-        number(i.plastic_share);
-        number(i.work);
-        text += ',';
-        append_d(text, i.negative_pivots);
-        for (double u : history.probe_u[k]) number(u);
-        text += '\n';
+    for (std::size_t k = 0; k < history.values.size(); ++k) {
+        const int c = static_cast<int>(k % history.columns.size());
+        if (c > 0) text += ',';
+        if (std::ranges::find(count_columns, c) != count_columns.end())
+            append_d(text, static_cast<std::int64_t>(history.values[k]));
+        else
+            append_e(text, history.values[k]);
+        if (c + 1 == std::ssize(history.columns)) text += '\n';
     }
     return write(nonlinear_history_file_name(job.model.model_file_name), job,
                  [&](TextOutput& file) { file.write(text); });
@@ -102,25 +95,34 @@ bool write_history(const NonlinearHistory& history, Job& job) {
 
 }  // namespace
 
-void NonlinearHistory::begin(const Mesh& mesh, const NodeElements& node_elements,
-                             std::span<const std::array<double, 3>> places) {
-    for (const auto& place : places) probes.push_back(nearest_node(mesh, node_elements, place));
+void NonlinearHistory::begin(Job& job, const NodeElements& node_elements) {
+    for (const auto& place : job.options.probes)
+        probes.push_back(nearest_node(job.mesh(), node_elements, place));
+    std::vector<std::string>& columns = job.run.history.columns;
+    columns.assign(std::begin(increment_columns), std::end(increment_columns));
+    for (std::int32_t node : probes)
+        for (const char* axis : {"x", "y", "z"})
+            columns.push_back(formatted("u%s_node%d[m]", axis, node + 1));
 }
 
-void NonlinearHistory::add(double factor, std::span<const double> internal, const FiniteBody& body) {
-    factors.push_back(factor);
+void NonlinearHistory::add(Job& job, const IncrementReport& increment, std::span<const double> internal,
+                           const FiniteBody& body) {
     Q.emplace_back(internal.begin(), internal.end());
     std::vector<double>& values = mises.emplace_back(body.stress.size() / 6);
     for (std::size_t p = 0; p < values.size(); ++p) values[p] = kestralum::mises(&body.stress[6 * p]);
-    std::vector<double>& u = probe_u.emplace_back();
+    std::vector<double>& row = job.run.history.values;
+    row.insert(row.end(),
+               {increment.factor, static_cast<double>(increment.iterations), increment.ratio,
+                increment.converged ? 1.0 : 0.0, increment.largest_displacement, increment.plastic_share,
+                increment.work, static_cast<double>(increment.negative_pivots)});
     for (std::int32_t node : probes)
-        for (std::size_t c = 0; c < 3; ++c) u.push_back(body.u[3 * node + c]);
+        for (std::size_t c = 0; c < 3; ++c) row.push_back(body.u[3 * node + c]);
 }
 
 bool NonlinearHistory::write(Job& job) const {
     const bool stress = write_integ_stress(*this, job);
     const bool forces = write_Q(*this, job);
-    return write_history(*this, job) && stress && forces;
+    return write_history(job.run.history, job) && stress && forces;
 }
 
 }  // namespace kestralum

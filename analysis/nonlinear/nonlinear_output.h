@@ -11,17 +11,16 @@
 
 namespace kestralum {
 
-// Per increment: internal forces, Mises stresses of all points and the probes' displacements.
+// Per increment: internal forces, Mises stresses of all points; the run's rows of the history with the
+// probes' displacements.
 struct NonlinearHistory {
-    std::vector<double> factors;
-    std::vector<std::vector<double>> Q;        // increment × equations, N
-    std::vector<std::vector<double>> mises;    // increment × points, N/m^2
-    std::vector<std::int32_t> probes;          // nodes, 0-based
-    std::vector<std::vector<double>> probe_u;  // increment × 3·probes, m
+    std::vector<std::vector<double>> Q;      // increment × equations, N
+    std::vector<std::vector<double>> mises;  // increment × points, N/m^2
+    std::vector<std::int32_t> probes;        // nodes, 0-based
 
-    void begin(const Mesh& mesh, const NodeElements& node_elements,
-               std::span<const std::array<double, 3>> places);
-    void add(double factor, std::span<const double> internal, const FiniteBody& body);
+    void begin(Job& job, const NodeElements& node_elements);
+    void add(Job& job, const IncrementReport& increment, std::span<const double> internal,
+             const FiniteBody& body);
 
     // "log\integ_stress.txt": a line for each point of the 100 elements with the largest Mises stress at the
     // end, "[element][point]:%e " per increment (element from 1, point from 0). "log\Q.txt": a line for each

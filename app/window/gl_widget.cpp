@@ -92,10 +92,7 @@ void GLWidget::resizeGL(int width, int height) {
 
 // A frame per repaint; a mode swings by the timer, so that turning the model does not speed it up.
 void GLWidget::step_animation() {
-    const int phase = state().phase;
-    view::advance(state(), shown_.ana_type(), shown_.mode_num());
-    if (!tick_) state().phase = phase;
-    tick_ = false;
+    view::advance(state(), shown_.ana_type(), shown_.mode_num(), std::exchange(tick_, false));
 }
 
 template <typename Use>

@@ -26,7 +26,12 @@ Run LiveRun::work(const Shows& shows, Progress& progress) {
             const std::lock_guard lock(lock_);
             ended_ = std::chrono::steady_clock::now();
         }
-        for (std::size_t k = before; k < shown(); ++k) shows.interval(analysis.run().results[k]);
+        for (std::size_t k = before; k < shown(); ++k) {
+            const HistoryRows& history = analysis.run().history;
+            const auto row = history.values.begin() + std::ptrdiff_t(k * history.columns.size());
+            if (shows.row && k < history.rows()) shows.row({row, row + std::ssize(history.columns)});
+            shows.interval(analysis.run().results[k]);
+        }
     }
     analysis.finish();
     return analysis.take();

@@ -20,6 +20,8 @@ public:
     struct Shows {
         std::function<void(std::shared_ptr<Run>)> start;  // the set-up stands: a copy, with frame 1
         std::function<void(std::shared_ptr<const Frame>)> interval;  // one frame more
+        // just before it: its row of the history, by the columns of the run handed to start
+        std::function<void(std::vector<double>)> row{};
     };
 
     LiveRun(std::shared_ptr<const Model> model, const Settings& settings, const RunOptions& options)

@@ -145,6 +145,7 @@ void MainWindow::go_on() {
 void MainWindow::start_animation() {
     view_->state().frame = 1;
     view_->state().animation_running = true;
+    view_->state().animation_repeats = false;
 }
 
 void MainWindow::set_frame(int frame) {

@@ -80,7 +80,7 @@ public slots:
     void showInputFileDialog();
     void exec_analysis() {}
     void exec_analysis2() {}
-    void open_graphwindow() {}
+    void open_graphwindow();
     void start_animation();
     void i_anime_Changed(int frame);
     void add_anime_Changed(int increment);
@@ -128,6 +128,7 @@ private:
     // main_window_docks.cpp
     QDockWidget* add_dock(const char* title, QWidget* content, Qt::DockWidgetArea area, bool open);
     void make_docks();
+    void make_result_docks();  // main_window_results.cpp
     void make_window_menu();
     void reset_layout();
     void keep_layout();
@@ -195,6 +196,7 @@ private:
     ProgressLine* run_row_ = nullptr;
     QLabel *said_ = nullptr, *shown_text_ = nullptr;  // of the status bar
     std::vector<QDockWidget*> docks_;
+    QDockWidget* graphs_ = nullptr;
     QByteArray first_layout_;  // docks and bars as they are without a kept layout
     std::array<QAction*, 16> view_actions_{};
     // the rows of the quantity table, and the estimated error behind them
@@ -219,7 +221,7 @@ private:
     QMenu* recent_menu_ = nullptr;
     FileWatch watch_;
     bool saved_meanwhile_ = false;  // a watched file was saved while a job was under way
-    std::vector<ParameterOverride> overrides_;
+    std::vector<ParameterOverride> overrides_, former_overrides_;  // in force; before a reading under way
     const AnalysisEntry* last_analysis_ = nullptr;
     bool run_again_ = false;  // the last analysis, once the model is read
     QString starter_notice_;  // of the model under way, where it was made for a part

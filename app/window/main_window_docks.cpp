@@ -72,8 +72,12 @@ void MainWindow::make_docks() {
     connect(this, &MainWindow::content_shown, sweep, &SweepPanel::refresh);
     add_dock("Sweep", sweep, Qt::RightDockWidgetArea, false);
 
+    for (const char* title : {"Parameters", "Sweep"})
+        tabifyDockWidget(findChild<QDockWidget*>("Controls"), findChild<QDockWidget*>(title));
+
     messages_ = new Messages;
     add_dock("Messages", messages_, Qt::BottomDockWidgetArea, true);
+    make_result_docks();
     resizeDocks({docks_.front()}, {260}, Qt::Horizontal);
     for (QDockWidget* dock : docks_)
         if (dockWidgetArea(dock) == Qt::BottomDockWidgetArea && dock->isVisibleTo(this))

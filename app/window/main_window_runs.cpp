@@ -11,6 +11,7 @@
 #include "app/window/dialogs.h"
 #include "app/window/live_run.h"
 #include "app/window/main_window.h"
+#include "app/window/mode_table.h"
 #include "app/window/progress_line.h"
 #include "results/result_file.h"
 #include "system/model_check.h"
@@ -212,7 +213,8 @@ void MainWindow::start_run(const AnalysisEntry& entry) {
             view_->shown().show(model, run);
             view_->state().phase = 0;
             view_->state().animation_running = false;
-            set_frame(has_steps(run->ana_type) ? run->mode_num() : 1);  // steps show where they have led to
+            // steps show where they have led to, modes the first that deforms the body
+            set_frame(has_steps(run->ana_type) ? run->mode_num() : std::max(1, first_elastic_mode(*run)));
             view_->update();
             emit content_shown();
         }
@@ -283,6 +285,11 @@ void MainWindow::start_live_run() {
                                [this](std::shared_ptr<const Frame> frame) {
                                    QMetaObject::invokeMethod(
                                        this, [this, frame] { show_live_frame(frame); }, Qt::QueuedConnection);
+                               },
+                               [this](std::vector<double> row) {
+                                   QMetaObject::invokeMethod(
+                                       this, [this, row] { live_frames_->history.add(row); },
+                                       Qt::QueuedConnection);
                                }};
     auto made = std::make_shared<std::shared_ptr<Run>>();
     worker_->start(

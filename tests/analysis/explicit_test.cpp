@@ -221,6 +221,8 @@ TEST_F(Explicit, RealTimeIsTheBatchRunInPieces) {
     ASSERT_EQ(analyse(analyse_explicit).status, RunStatus::done);
     const std::string batch = file("disp_model.txt"), batch_results = file("result_model.txt");
     EXPECT_GT(batch.size(), 10000u);
+    const HistoryRows rows_of_batch = result.history;
+    EXPECT_EQ(rows_of_batch.rows(), result.results.size());
 
     const Settings of_all = analysis_settings();
     ExplicitAnalysis live(model, of_all, options, said);
@@ -229,13 +231,16 @@ TEST_F(Explicit, RealTimeIsTheBatchRunInPieces) {
     said.lines.clear();
     ASSERT_TRUE(live.advance());
     EXPECT_EQ(live.run().mode_num(), 2);
+    EXPECT_EQ(live.run().history.rows(), 2u);
     EXPECT_TRUE(contains(said.lines, "  4/81##########\n ti_current = 2\n"));
     EXPECT_FALSE(contains(said.lines, "  5/81####"));
     int calls = 2;
     while (live.advance()) ++calls;
     EXPECT_EQ(calls, 20);
     live.finish();
-    EXPECT_EQ(live.take().report.status, RunStatus::done);
+    const kestralum::Run run_in_pieces = live.take();
+    EXPECT_EQ(run_in_pieces.report.status, RunStatus::done);
+    EXPECT_EQ(run_in_pieces.history.values, rows_of_batch.values);
     EXPECT_EQ(file("disp_model.txt"), batch);
     EXPECT_EQ(file("result_model.txt"), batch_results);
 }

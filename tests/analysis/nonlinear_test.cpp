@@ -4,9 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 #include "analysis/nonlinear/nonlinear_analysis.h"
 #include "analysis/static/static_analysis.h"
+#include "model/selection.h"
+#include "model/topology.h"
+#include "results/history.h"
 #include "results/result_file.h"
 #include "support/finite_problem.h"
 
@@ -115,6 +119,17 @@ TEST_F(NonlinearAnalysis, EveryIncrementIsAFrameInAllFiles) {
         EXPECT_EQ(std::ranges::count(file(name), '\n'), lines) << name;
     EXPECT_TRUE(file("integ_stress.txt").starts_with("[1][0]:"));
     EXPECT_TRUE(testing::contains(file("history_nonlinear_model.csv"), ",uy_node"));
+    // as curves: the probe moves as the frames do, the supports hold what pulls
+    const std::int32_t node =
+        nearest_node(result.mesh, elements_of_nodes(result.mesh), options.probes[0]) + 1;
+    const History curves = make_history(result, std::array{node});
+    std::map<std::string, std::vector<double>> curve;
+    for (const HistoryColumn& c : curves.columns) curve[with_unit(c.name, c.unit)] = c.values;
+    const std::string of_node = "ode " + std::to_string(node) + " displacement y [m]";
+    EXPECT_EQ(curve.at("Probe n" + of_node), curve.at("N" + of_node));
+    EXPECT_GT(curve.at("N" + of_node)[3], 1e-4);
+    for (int k = 0; k < 4; ++k)
+        EXPECT_NEAR(curve.at("Reaction y [N]")[k], -curves.x[k] * report.applied[1], 1e-5 * 4e5);
     const auto again = read_result_file("log\\result_model.txt", folder.file("log"), said);
     ASSERT_TRUE(again);
     EXPECT_EQ(again->run.mode_num(), 4);

@@ -28,6 +28,7 @@ public:
 
     // The node that was picked: marked and named in the picture until the mesh changes or none is set.
     void set_pick(const std::optional<Pick>& pick) { pick_ = pick; }
+    std::int32_t picked_node() const { return pick_ ? pick_->node : 0; }  // from 1; 0 none
 
     // The faces that are selected, marked and told of in the picture until other ones are set.
     void set_selection(const FaceSelection& selection, const Mesh& mesh) {
