@@ -121,15 +121,17 @@ void MainWindow::show_what_is_shown() {
     const Model& model = *store().model;
     const Run* run = store().run.get();
     QStringList texts;
-    const bool of_file = model.source == ModelSource::model_file || model.source == ModelSource::start_up;
-    texts << (model.source == ModelSource::start_up
-                  ? QString("no model")
-                  : (of_file ? QString() : QString("not the model of ")) +
-                        QFileInfo(QString::fromStdString(model.model_file_name)).fileName());
+    const auto file = [](const std::string& name) {
+        return QFileInfo(QString::fromStdString(name)).fileName();
+    };
+    if (model.source == ModelSource::start_up)
+        texts << "no model";
+    else
+        texts << (model.source == ModelSource::model_file ? file(model.model_file_name) : "no model file");
     if (!run || run->results.empty())
         texts << "no result";
     else if (!run->origin.file_name.empty())
-        texts << "result of " + QFileInfo(QString::fromStdString(run->origin.file_name)).fileName();
+        texts << file(run->origin.file_name);
     else
         texts << QString::fromStdString(run->origin.analysis);
     const view::Quantity* quantity = view::quantity_at(view_->state().shown_contour());
