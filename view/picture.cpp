@@ -70,6 +70,8 @@ void Picture::update_values(const SceneTables& tables, const DisplayState& state
     if (!carries || !frame) return;
     values_ = nodal_values(state.shown_contour(), tables.mesh(), *frame);
     if (values_.empty()) return;
+    if (state.real_time) return widen_live_range(tables, state);
+    live_range_.reset();
     if (!state.all_frames_range) {
         range_ = value_range(values_, faces().value_nodes);
         return;
@@ -81,6 +83,22 @@ void Picture::update_values(const SceneTables& tables, const DisplayState& state
                                                    faces().value_nodes);
     }
     range_ = all_frames_range_;
+}
+
+// Of a run that goes on: over all frames that were shown, so that colours do not jump from one to the next.
+void Picture::widen_live_range(const SceneTables& tables, const DisplayState& state) {
+    const RangeKey key{0, faces_revision_, state.shown_contour()};
+    if (!live_range_ || !(key == live_key_))
+        live_range_ = value_range_all_frames(state.shown_contour(), tables.mesh(), tables.frames(),
+                                             faces().value_nodes);
+    else if (const auto now = value_range(values_, faces().value_nodes)) {
+        if (now->low.value < live_range_->low.value)
+            live_range_->low = {now->low.value, now->low.node, state.frame};
+        if (now->high.value > live_range_->high.value)
+            live_range_->high = {now->high.value, now->high.node, state.frame};
+    }
+    live_key_ = key;
+    range_ = live_range_;
 }
 
 void Picture::update_shape(const SceneTables& tables, const DisplayState& state) {

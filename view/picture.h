@@ -81,6 +81,7 @@ public:
 private:
     void update_faces(const SceneTables& tables, const DisplayState& state, bool carries);
     void update_values(const SceneTables& tables, const DisplayState& state, bool carries);
+    void widen_live_range(const SceneTables& tables, const DisplayState& state);
     void update_shape(const SceneTables& tables, const DisplayState& state);
 
     Surface free_, all_;
@@ -113,6 +114,8 @@ private:
         bool operator==(const RangeKey&) const = default;
     } all_frames_key_;
     std::optional<ValueRange> all_frames_range_;
+    RangeKey live_key_;
+    std::optional<ValueRange> live_range_;
 
     std::uint64_t mesh_revision_ = 1, results_revision_ = 1, drawn_mesh_ = 0;
     std::uint64_t faces_revision_ = 0, color_revision_ = 0, shape_revision_ = 0, places_revision_ = 1;

@@ -215,6 +215,7 @@ void MainWindow::start_run(const AnalysisEntry& entry) {
             view_->state().animation_running = false;
             // steps show where they have led to, modes the first that deforms the body
             set_frame(has_steps(run->ana_type) ? run->mode_num() : std::max(1, first_elastic_mode(*run)));
+            view_->fit_if_outside();
             view_->update();
             emit content_shown();
         }

@@ -186,7 +186,15 @@ TEST_F(Docks, ALiveRunIsHeldSteppedAndGoesOn) {
     pause->setValue(0);
     trigger("&Explicit(Real Time)");
     const auto frames = [&] { return shown().mode_num(); };
-    wait_for([&] { return frames() >= 3; });
+    double highest = 0;
+    wait_for([&] {
+        if (shown_picture().range()) {
+            EXPECT_GE(shown_picture().range()->high.value, highest) << "the colours jump back";
+            highest = shown_picture().range()->high.value;
+        }
+        return frames() >= 6;
+    });
+    EXPECT_GT(highest, 0);
     press("Pause");
     QTest::qWait(400);
     const int held = frames();
