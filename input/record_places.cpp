@@ -63,8 +63,8 @@ std::optional<TextPlace> place_of_remark(std::string_view remark) {
         std::string text, reason;
         if (place.file.empty() || !paths::read_text(place.file, text, reason)) continue;
         std::string_view rest = remark.substr(colon + 1);
-        if (rest.starts_with(" token ")) {
-            place.line = line_of_token(text, leading_number(rest.substr(7)));
+        if (const auto token = rest.find(" token "); token != std::string_view::npos) {
+            place.line = line_of_token(text, leading_number(rest.substr(token + 7)));
         } else {
             if (rest.starts_with(" line ")) rest.remove_prefix(6);
             place.line = leading_number(rest);

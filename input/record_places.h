@@ -23,7 +23,7 @@ struct TextPlace {
     std::int64_t line = 0;  // from 1; 0: the file as a whole
 };
 
-// The place that a remark begins with, "FILE: token N …", "FILE:N: …" or "FILE: line N …"; none where it
+// The place that a remark begins with, "FILE: … token N …", "FILE:N: …" or "FILE: line N …"; none where it
 // begins with no readable file.
 std::optional<TextPlace> place_of_remark(std::string_view remark);
 

@@ -278,7 +278,8 @@ ModelCheck check_model(const Model& model, const Settings& settings, const Progr
     Job job{model, settings, options, silent, run};
     ModelCheck out;
     Freedoms freedoms;
-    make_run_mesh(job, Renumbering::by_settings, freedoms);
+    const bool whole = make_run_mesh(job, Renumbering::by_settings, freedoms);
+    if (!whole && progress.cancelled()) return out;  // what follows wants all of it
     const Mesh& mesh = run.mesh;
     check_elements(model, mesh, out);
     count_freedoms(job, freedoms);
