@@ -67,11 +67,32 @@ void Progress::set_stage(std::string_view stage) {
     const std::lock_guard lock(stage_lock_);
     stage_ = stage;
     set_count(0, 0);
+    set_share(-1);
 }
 
 Progress::Place Progress::place() const {
     const std::lock_guard lock(stage_lock_);
-    return {stage_, count_.load(), total_.load()};
+    return {stage_, count_.load(), total_.load(), share_.load()};
+}
+
+void Progress::set_course(std::string_view text) {
+    const std::lock_guard lock(stage_lock_);
+    course_.text = text;
+}
+
+void Progress::add_residual(double residual) {
+    const std::lock_guard lock(stage_lock_);
+    course_.residuals.push_back(residual);
+}
+
+void Progress::clear_residuals() {
+    const std::lock_guard lock(stage_lock_);
+    course_.residuals.clear();
+}
+
+Progress::Course Progress::course() const {
+    const std::lock_guard lock(stage_lock_);
+    return course_;
 }
 
 void ConsoleProgress::take(Kind kind, std::string_view text) {

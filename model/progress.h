@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kestralum {
 
@@ -43,10 +44,29 @@ public:
     struct Place {
         std::string stage;
         std::int64_t count = 0, total = 0;
+        double share = -1;  // 0 … 1 of the stage's operations, where they are counted; else negative
+        // How far the work is, 0 … 1; negative: not known.
+        double done() const {
+            if (share >= 0) return share;
+            const bool counted = total > 0 && count > 0 && count <= total;
+            return counted ? static_cast<double>(count) / static_cast<double>(total) : -1;
+        }
     };
     void set_stage(std::string_view stage);
     void set_count(std::int64_t i, std::int64_t n);
+    // The share of the stage's operations that is done: where its steps are of very different size.
+    void set_share(double share) { share_.store(share, std::memory_order_relaxed); }
     Place place() const;
+
+    // How an iteration or a time integration goes on, beside its stage.
+    struct Course {
+        std::string text;               // "increment 3 of 10, iteration 4"
+        std::vector<double> residuals;  // of the iterations of this increment, each relative to the loads
+    };
+    void set_course(std::string_view text);
+    void add_residual(double residual);
+    void clear_residuals();
+    Course course() const;
 
     // Asks the work to stop; any thread and a signal handler may. Every loop that can take long looks at
     // cancelled() at least each tenth of a second.
@@ -67,7 +87,9 @@ private:
     std::atomic<bool> cancel_{false};
     mutable std::mutex stage_lock_;
     std::string stage_;
+    Course course_;
     std::atomic<std::int64_t> count_{0}, total_{0};
+    std::atomic<double> share_{-1};
 };
 
 // Lines, notices and summary to standard output, errors to standard error. Quiet: summary and errors only.

@@ -246,6 +246,7 @@ void MultifrontalFactor::factor_front(Walk& walk, std::int32_t s) {
         walk.pool.give(walk.left[c]);
         walk.left[c] = nullptr;
     }
+    if (!large) walk.count(f.work, tree_.work);
     if (passing && !walk.ended() && !file_->write(panel, f.panel, doubles, [&] { return ends(walk); }))
         walk.end(FactorStatus::file_failed);
     const std::int64_t before = walk.done.fetch_add(f.columns), after = before + f.columns;
@@ -308,6 +309,20 @@ void MultifrontalFactor::add_update(const double* update, std::int32_t child, st
     }
 }
 
+namespace {
+
+// Of the elimination of a tile's columns inside the front, in the unit of FrontTree::work; the update matrix
+// is counted apart.
+double operations_of_tile(const Front& f, std::int32_t k) {
+    const double first = k * tile_columns, n = f.update_count();
+    double sum = 0;
+    for (std::int32_t j = 0; j < tile_width(f.columns, k); ++j)
+        sum += std::pow(f.rows - first - j, 2) - n * n;
+    return sum;
+}
+
+}  // namespace
+
 void MultifrontalFactor::eliminate(const Elimination& work) {
     if (work.f.work > large_front) return eliminate_large(work);
     for (std::int32_t k = 0; k < work.tiles; ++k) {
@@ -327,7 +342,10 @@ void MultifrontalFactor::eliminate_large(const Elimination& work) {
     for (std::int32_t k = 0; k < tiles; ++k) {
         const std::int32_t gk = k / strip_tiles;
 #pragma omp task firstprivate(k) shared(work) depend(inout : token[gk * tiles + k])
-        work.factor_diagonal(k);
+        {
+            work.factor_diagonal(k);
+            work.walk.count(operations_of_tile(work.f, k), tree_.work);
+        }
         for (std::int32_t g = gk + 1; g < strips; ++g) {
 #pragma omp task firstprivate(k, g) shared(work) depend(in                       \
                                                         : token[gk * tiles + k]) \
@@ -375,6 +393,7 @@ void MultifrontalFactor::make_update(Walk& walk, std::int32_t s, const double* p
                     subtract_product({last - first, columns, width, l + first, ld, scratch, columns}, i == j,
                                      k > 0, to, n - at);
                 }
+                if (large) walk.count(2.0 * (last - first) * columns * f.columns, tree_.work);
             }
         }
 #pragma omp taskgroup

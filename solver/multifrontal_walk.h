@@ -1,6 +1,7 @@
 // What one traversal of a multifrontal factor's tree shares among its threads.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <vector>
 
@@ -27,6 +28,11 @@ struct MultifrontalFactor::Walk {
         FactorStatus none = FactorStatus::ok;
         status.compare_exchange_strong(none, why);
     }
+    // `operations` of `all` are done besides those before; any thread.
+    void count(double operations, double all) {
+        const double sum = operations_done.fetch_add(operations) + operations;
+        if (lines) lines->set_share(std::min(sum / all, 1.0));
+    }
     bool ended() const { return status.load(std::memory_order_relaxed) != FactorStatus::ok; }
 
     static constexpr std::int64_t scratch_doubles = std::int64_t{tile_columns} * tile_columns;
@@ -35,6 +41,7 @@ struct MultifrontalFactor::Walk {
     std::vector<double*> left;   // fronts: what each leaves to its parent, or takes from it
     std::atomic<FactorStatus> status{FactorStatus::ok};
     std::atomic<std::int64_t> negative{0}, replaced{0}, done{0};
+    std::atomic<double> operations_done{0};
     const Progress* progress;
     Progress* lines = nullptr;  // for the counter
 };

@@ -140,7 +140,7 @@ void mouse_press(Camera& camera, int x, int y) {
 
 void mouse_move(Camera& camera, const Scene& scene, MouseButton button, MouseMode mode, int x, int y) {
     const double L = extent_of(scene.max_length);
-    const double dx = x - camera.last_x, dy = y - camera.last_y;
+    const double dx = (x - camera.last_x) / camera.pixel_ratio, dy = (y - camera.last_y) / camera.pixel_ratio;
     if (button == MouseButton::right) {
         camera.shift[2] -= dy * L / 600;
     } else if (button == MouseButton::left && mode == MouseMode::rotation) {

@@ -47,6 +47,10 @@ struct Camera {
     Matrix turn = identity();    // rotation of the model
     int width = 4, height = 3;   // of the view, pixels
     int last_x = 0, last_y = 0;  // mouse position of the last event
+    // Pixels of the view per pixel that lengths on the screen are given in: 2 on a screen of twice the
+    // density. Texts, marks and lines are drawn so many times larger; the mouse moves the model as far as it
+    // would at 1.
+    double pixel_ratio = 1;
 
     bool operator==(const Camera&) const = default;
     double aspect() const { return 1.0 * width / height; }
@@ -85,6 +89,23 @@ struct Margins {
 // as it can come, in the middle. Margins that leave less than a third of a side do not count there.
 void fit_points(Camera& camera, const Scene& scene, std::span<const double> points,
                 const Margins& margins = {});
+
+// A rectangle of the view, pixels.
+struct PixelBox {
+    double left = 0, top = 0, right = 0, bottom = 0;
+    bool meets(const PixelBox& other) const {
+        return left < other.right && other.left < right && top < other.bottom && other.top < bottom;
+    }
+};
+
+// The same, clear of some boxes as well: each keeps a side of the view for itself where the model would
+// otherwise reach into it, so that the model is drawn as large as possible.
+void fit_beside(Camera& camera, const Scene& scene, std::span<const double> points, const Margins& margins,
+                std::span<const PixelBox> boxes);
+
+// Whether all that spans the points (their convex hull) is drawn inside the view and clear of the boxes.
+bool in_free_view(const Camera& camera, const Scene& scene, std::span<const double> points,
+                  std::span<const PixelBox> boxes);
 
 // Turns the model so that the viewer stands on the named side: z up for x and y, y up for z.
 void look_from(Camera& camera, ViewDirection direction);

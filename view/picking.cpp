@@ -106,7 +106,7 @@ std::optional<Pick> pick_node(const Ray& ray, const Surface& surface, std::span<
 }
 
 double pixel_slack(const Camera& camera, double pixels) {
-    return 2 * pixels * tangent() / camera.height;
+    return 2 * pixels * camera.pixel_ratio * tangent() / camera.height;
 }
 
 std::string pick_text(const Pick& pick) {

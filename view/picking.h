@@ -30,7 +30,7 @@ struct Pick {
 std::optional<Pick> pick_node(const Ray& ray, const Surface& surface, std::span<const double> coordinates,
                               double slack = 0);
 
-// Tangent of the angle that `pixels` of the view span.
+// Tangent of the angle that `pixels` of the screen span, of which each is pixel_ratio pixels of the view.
 double pixel_slack(const Camera& camera, double pixels);
 
 // "Element:%d, Node:%d, D.o.f.:%d".

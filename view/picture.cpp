@@ -26,6 +26,7 @@ bool carries_values(const SceneTables& tables, const DisplayState& state) {
 void Picture::mesh_changed() {
     ++mesh_revision_;
     ++results_revision_;
+    ++places_revision_;
     frame_ = nullptr;
 }
 
@@ -38,8 +39,10 @@ void Picture::update(const SceneTables& tables, const DisplayState& state) {
 
 void Picture::update_faces(const SceneTables& tables, const DisplayState& state, bool carries) {
     const bool translucent = carries && state.transparency < 1;
-    if (drawn_mesh_ != mesh_revision_) {
-        free_ = build_surface(tables.mesh(), Faces::free);
+    PartChoice choice = part_choice(state.part_looks);
+    if (drawn_mesh_ != mesh_revision_ || choice != choice_) {
+        choice_ = std::move(choice);
+        free_ = build_surface(tables.mesh(), Faces::free, choice_);
         all_ = {};
         all_built_ = false;
         edge_length_ = mean_edge_length(free_, tables.mesh().coordinates);
@@ -49,7 +52,7 @@ void Picture::update_faces(const SceneTables& tables, const DisplayState& state,
     if (translucent_ == translucent) return;
     translucent_ = translucent;
     if (translucent && !all_built_) {
-        all_ = build_surface(tables.mesh(), Faces::all);
+        all_ = build_surface(tables.mesh(), Faces::all, choice_);
         all_built_ = true;
     }
     ++faces_revision_;
@@ -67,6 +70,8 @@ void Picture::update_values(const SceneTables& tables, const DisplayState& state
     if (!carries || !frame) return;
     values_ = nodal_values(state.shown_contour(), tables.mesh(), *frame);
     if (values_.empty()) return;
+    if (state.real_time) return widen_live_range(tables, state);
+    live_range_.reset();
     if (!state.all_frames_range) {
         range_ = value_range(values_, faces().value_nodes);
         return;
@@ -80,17 +85,39 @@ void Picture::update_values(const SceneTables& tables, const DisplayState& state
     range_ = all_frames_range_;
 }
 
+// Of a run that goes on: over all frames that were shown, so that colours do not jump from one to the next.
+void Picture::widen_live_range(const SceneTables& tables, const DisplayState& state) {
+    const RangeKey key{0, faces_revision_, state.shown_contour()};
+    if (!live_range_ || !(key == live_key_))
+        live_range_ = value_range_all_frames(state.shown_contour(), tables.mesh(), tables.frames(),
+                                             faces().value_nodes);
+    else if (const auto now = value_range(values_, faces().value_nodes)) {
+        if (now->low.value < live_range_->low.value)
+            live_range_->low = {now->low.value, now->low.node, state.frame};
+        if (now->high.value > live_range_->high.value)
+            live_range_->high = {now->high.value, now->high.node, state.frame};
+    }
+    live_key_ = key;
+    range_ = live_range_;
+}
+
 void Picture::update_shape(const SceneTables& tables, const DisplayState& state) {
     const ShapeKey key{results_revision_, faces_revision_,  state.frame,       tables.ana_type(),
                        state.mode_scale,  state.auto_scale, state.result_ready};
     if (key == shape_key_) return;
+    const bool same_faces = key.faces == shape_key_.faces, same_kind = key.ana_type == shape_key_.ana_type;
     shape_key_ = key;
-    ++shape_revision_;
+    const auto former_frame = frame_;
+    const double former_factor = factor_;
     frame_ = state.result_ready ? frame_at(tables.frames(), state.frame) : nullptr;
     if (frame_ && frame_->mode_vec.size() != tables.mesh().coordinates.size()) frame_ = nullptr;
     factor_ = scale_factor(tables.ana_type(), vector(),
                            {tables.mesh().max_length, state.mode_scale, state.auto_scale});
     phases_ = phase_table(tables.ana_type());
+    // frames that a run adds behind the one shown change nothing
+    const bool same_places = same_kind && frame_ == former_frame && factor_ == former_factor;
+    if (!same_places) ++places_revision_;
+    if (!same_places || !same_faces) ++shape_revision_;
 }
 
 double Picture::swing(int phase) const {

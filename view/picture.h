@@ -48,7 +48,7 @@ public:
 
     // The faces of one element only: what is outlined, lit and picked.
     const Surface& outside() const { return free_; }
-    // The faces that the contour colours: every element's where the model is translucent.
+    // The faces that the contour colours: every element's where the whole model is translucent.
     const Surface& faces() const { return translucent_ ? all_ : free_; }
 
     // Values are shown: there are results and a quantity that they carry.
@@ -73,16 +73,19 @@ public:
 
     // Each grows when what it names has changed.
     std::uint64_t mesh_revision() const { return mesh_revision_; }
-    std::uint64_t faces_revision() const { return faces_revision_; }  // outside() or faces()
-    std::uint64_t color_revision() const { return color_revision_; }  // values, range or faces()
-    std::uint64_t shape_revision() const { return shape_revision_; }  // vector, factor or faces()
+    std::uint64_t faces_revision() const { return faces_revision_; }    // outside() or faces()
+    std::uint64_t color_revision() const { return color_revision_; }    // values, range or faces()
+    std::uint64_t shape_revision() const { return shape_revision_; }    // vector, factor or faces()
+    std::uint64_t places_revision() const { return places_revision_; }  // the mesh, vector or factor
 
 private:
     void update_faces(const SceneTables& tables, const DisplayState& state, bool carries);
     void update_values(const SceneTables& tables, const DisplayState& state, bool carries);
+    void widen_live_range(const SceneTables& tables, const DisplayState& state);
     void update_shape(const SceneTables& tables, const DisplayState& state);
 
     Surface free_, all_;
+    PartChoice choice_;
     bool translucent_ = false, all_built_ = false;
     std::vector<double> values_;
     std::optional<ValueRange> range_;
@@ -111,9 +114,11 @@ private:
         bool operator==(const RangeKey&) const = default;
     } all_frames_key_;
     std::optional<ValueRange> all_frames_range_;
+    RangeKey live_key_;
+    std::optional<ValueRange> live_range_;
 
     std::uint64_t mesh_revision_ = 1, results_revision_ = 1, drawn_mesh_ = 0;
-    std::uint64_t faces_revision_ = 0, color_revision_ = 0, shape_revision_ = 0;
+    std::uint64_t faces_revision_ = 0, color_revision_ = 0, shape_revision_ = 0, places_revision_ = 1;
 };
 
 }  // namespace kestralum::view

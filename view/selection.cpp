@@ -46,22 +46,6 @@ void unite(std::vector<Entry>& all, const std::vector<Entry>& more) {
 
 }  // namespace
 
-std::optional<ElementFace> face_of_triangle(const Mesh& mesh, const Surface& surface, std::int64_t triangle) {
-    if (triangle < 0 || triangle >= surface.triangle_num()) return std::nullopt;
-    const std::int32_t element = surface.triangle_element[triangle];
-    if (element < 0) return std::nullopt;
-    const auto nodes = mesh.element(element);
-    const std::int32_t* drawn = surface.triangles.data() + 3 * triangle;
-    for (int face = 0; face < face_table(mesh.element_type).faces; ++face) {
-        const auto local = outward_triangles(mesh.element_type, face);
-        for (std::size_t k = 0; k < local.size(); k += 3)
-            if (nodes[local[k]] - 1 == drawn[0] && nodes[local[k + 1]] - 1 == drawn[1] &&
-                nodes[local[k + 2]] - 1 == drawn[2])
-                return ElementFace{element, face};
-    }
-    return std::nullopt;
-}
-
 Vec3 patch_place(const Mesh& mesh, const Surface& surface, const Pick& pick) {
     constexpr double least_share = 0.05;
     Vec3 shares = pick.shares;
@@ -104,6 +88,8 @@ std::optional<SelectedFaces> select_faces(const Mesh& mesh, std::span<const SetD
     selected.record += "  " + number_text(patch_angle);
     selected.set.name = "patch";
     selected.set.faces = patches().around(place, patch_angle);
+    // a face that only shows because its neighbour is hidden: no patch of the whole model has it
+    if (!std::ranges::binary_search(selected.set.faces, *face)) return std::nullopt;
     selected.set.nodes = nodes_of_faces(mesh, selected.set.faces);
     return selected;
 }

@@ -19,9 +19,6 @@ namespace kestralum::view {
 
 inline constexpr double patch_angle = 20;  // degrees that a patch bends by at an edge
 
-// The element's face that a triangle of the surface belongs to; none for a facet of an STL part.
-std::optional<ElementFace> face_of_triangle(const Mesh& mesh, const Surface& surface, std::int64_t triangle);
-
 // The place on the undeformed mesh (m) where a pick met a face; close to an edge a little inside of it, and
 // in digits that a file keeps, so that a record with it finds the same face.
 Vec3 patch_place(const Mesh& mesh, const Surface& surface, const Pick& pick);

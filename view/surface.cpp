@@ -15,12 +15,54 @@ std::int32_t part_of(std::span<const std::int32_t> part_id, std::int64_t row) {
     return row < std::ssize(part_id) && part_id[row] >= 0 ? part_id[row] : -1;
 }
 
-std::vector<ElementFace> all_faces(const Mesh& mesh) {
+bool in(const std::vector<char>& chosen, std::int32_t part) {
+    return part >= 0 && part < std::ssize(chosen) && chosen[part];
+}
+bool any(const std::vector<char>& chosen) {
+    return std::ranges::find(chosen, 1) != chosen.end();
+}
+
+std::vector<ElementFace> all_faces(const Mesh& mesh, const std::vector<char>& hidden) {
     const FaceTable table = face_table(mesh.element_type);
     std::vector<ElementFace> faces;
     faces.reserve(std::int64_t{mesh.element_num()} * table.faces);
     for (std::int32_t e = 0; e < mesh.element_num(); ++e)
-        for (int f = 0; f < table.faces; ++f) faces.push_back({e, f});
+        for (int f = 0; f < table.faces && !in(hidden, part_of(mesh.p_ele_part_id, e)); ++f)
+            faces.push_back({e, f});
+    return faces;
+}
+
+// The free faces of the mesh without some parts.
+std::vector<ElementFace> free_faces_without(const Mesh& mesh, const std::vector<char>& parts) {
+    if (!any(parts)) return free_faces(mesh);
+    Mesh rest;
+    rest.element_type = mesh.element_type;
+    rest.coordinates.resize(mesh.coordinates.size());
+    std::vector<std::int32_t> elements;
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        if (in(parts, part_of(mesh.p_ele_part_id, e))) continue;
+        const auto nodes = mesh.element(e);
+        rest.connectivity.insert(rest.connectivity.end(), nodes.begin(), nodes.end());
+        elements.push_back(e);
+    }
+    std::vector<ElementFace> faces = free_faces(rest);
+    for (ElementFace& face : faces) face.element = elements[face.element];
+    return faces;
+}
+
+// Opaque parts are closed against translucent ones, these only against nothing.
+std::vector<ElementFace> outer_faces(const Mesh& mesh, const PartChoice& choice) {
+    std::vector<ElementFace> faces = free_faces_without(mesh, choice.hidden);
+    if (!any(choice.clear)) return faces;
+    std::erase_if(faces, [&](const ElementFace& face) {
+        return !in(choice.clear, part_of(mesh.p_ele_part_id, face.element));
+    });
+    std::vector<char> without = choice.clear;
+    without.resize(std::max(without.size(), choice.hidden.size()));
+    for (std::size_t p = 0; p < choice.hidden.size(); ++p) without[p] |= choice.hidden[p];
+    const auto opaque = free_faces_without(mesh, without);
+    faces.insert(faces.end(), opaque.begin(), opaque.end());
+    std::ranges::sort(faces);
     return faces;
 }
 
@@ -56,9 +98,11 @@ class SurfaceBuilder {
 public:
     SurfaceBuilder(const Mesh& mesh, Faces faces) : mesh_(mesh), faces_(faces) {}
 
-    Surface run() {
-        add_solid_faces();
-        add_facets();
+    // `shown_facets`: of which parts.
+    template <typename ShownFacets>
+    Surface run(const std::vector<ElementFace>& list, ShownFacets shown_facets) {
+        add_solid_faces(list);
+        add_facets(shown_facets);
         collect_nodes();
         if (faces_ == Faces::free) normals_ = triangle_normals(out_, mesh_.coordinates);
         sort_sides();
@@ -86,8 +130,7 @@ private:
 
     // An element is closed: among all its faces every edge runs once in each direction, and one of
     // the two is enough.
-    void add_solid_faces() {
-        const auto list = faces_ == Faces::free ? free_faces(mesh_) : all_faces(mesh_);
+    void add_solid_faces(const std::vector<ElementFace>& list) {
         const FaceTable table = face_table(mesh_.element_type);
         std::vector<std::vector<std::array<int, 2>>> segments;
         for (int f = 0; f < table.faces; ++f) segments.push_back(face_segments(mesh_.element_type, f));
@@ -110,11 +153,13 @@ private:
         }
     }
 
-    void add_facets() {
+    template <typename ShownFacets>
+    void add_facets(ShownFacets shown_facets) {
         const std::size_t facets = mesh_.surface_facets.size() / 3;
         auto part = [&](std::int32_t k) { return part_of(mesh_.surface_part_id, k); };
         bool new_group = true;
         for (const std::int32_t row : rows_by_part(facets, part)) {
+            if (!shown_facets(part(row))) continue;
             const std::int32_t* node = mesh_.surface_facets.data() + 3 * std::int64_t{row};
             const std::int64_t first = out_.triangle_num();
             count_triangles(part(row), 1, new_group);
@@ -209,8 +254,58 @@ Vec3 area_vector(const Surface& surface, std::span<const double> x, std::int64_t
 
 }  // namespace
 
-Surface build_surface(const Mesh& mesh, Faces faces) {
-    return SurfaceBuilder(mesh, faces).run();
+PartChoice part_choice(const PartLooks& looks) {
+    PartChoice choice;
+    for (const PartLook& look : looks) {
+        choice.hidden.push_back(!look.visible);
+        choice.clear.push_back(look.visible && look.opacity < 1);
+    }
+    for (std::vector<char>* flags : {&choice.hidden, &choice.clear})
+        if (!any(*flags)) flags->clear();
+    return choice;
+}
+
+Surface build_surface(const Mesh& mesh, Faces faces, const PartChoice& choice) {
+    return SurfaceBuilder(mesh, faces)
+        .run(faces == Faces::free ? outer_faces(mesh, choice) : all_faces(mesh, choice.hidden),
+             [&](std::int32_t part) { return !in(choice.hidden, part); });
+}
+
+Surface highlight_surface(const Mesh& mesh, const Surface& outside, const Highlight& highlight) {
+    const int face_num = face_table(mesh.element_type).faces;
+    const auto chosen = [&](std::int32_t part) { return std::ranges::count(highlight.parts, part) > 0; };
+    std::vector<ElementFace> faces;
+    for (const ElementFace& face : highlight.faces)
+        if (face.element >= 0 && face.element < mesh.element_num() && face.face >= 0 && face.face < face_num)
+            faces.push_back(face);
+    std::vector<std::int32_t> drawn_facets;
+    for (const PartTriangles& group : outside.parts) {
+        if (!chosen(group.part)) continue;
+        if (outside.triangle_element[group.first] < 0) drawn_facets.push_back(group.part);
+        for (std::int64_t t = group.first; t < group.first + group.count; t += group.triangles_per_face)
+            if (const auto face = face_of_triangle(mesh, outside, t)) faces.push_back(*face);
+    }
+    std::ranges::sort(faces);
+    faces.erase(std::unique(faces.begin(), faces.end()), faces.end());
+    return SurfaceBuilder(mesh, Faces::free).run(faces, [&](std::int32_t part) {
+        return std::ranges::count(drawn_facets, part) > 0;
+    });
+}
+
+std::optional<ElementFace> face_of_triangle(const Mesh& mesh, const Surface& surface, std::int64_t triangle) {
+    if (triangle < 0 || triangle >= surface.triangle_num()) return std::nullopt;
+    const std::int32_t element = surface.triangle_element[triangle];
+    if (element < 0) return std::nullopt;
+    const auto nodes = mesh.element(element);
+    const std::int32_t* drawn = surface.triangles.data() + 3 * triangle;
+    for (int face = 0; face < face_table(mesh.element_type).faces; ++face) {
+        const auto local = outward_triangles(mesh.element_type, face);
+        for (std::size_t k = 0; k < local.size(); k += 3)
+            if (nodes[local[k]] - 1 == drawn[0] && nodes[local[k + 1]] - 1 == drawn[1] &&
+                nodes[local[k + 2]] - 1 == drawn[2])
+                return ElementFace{element, face};
+    }
+    return std::nullopt;
 }
 
 std::vector<float> triangle_normals(const Surface& surface, std::span<const double> coordinates) {

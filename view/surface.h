@@ -3,10 +3,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
 #include "model/model.h"
+#include "view/part_look.h"
 #include "view/vector.h"
 
 namespace kestralum::view {
@@ -36,9 +38,25 @@ enum class Faces {
     all,   // every face of every element: what a transparent model shows
 };
 
-// O(faces). An edge belongs to the outline where its faces meet at more than 30°, belong to different
-// parts or are not two. Facets of STL parts are drawn in both cases.
-Surface build_surface(const Mesh& mesh, Faces faces);
+// Which parts are drawn, by the index of the part; parts that the lists do not reach are drawn opaque.
+struct PartChoice {
+    std::vector<char> hidden;
+    std::vector<char> clear;  // translucent: the faces of opaque parts behind them are drawn too
+    bool operator==(const PartChoice&) const = default;
+};
+PartChoice part_choice(const PartLooks& looks);
+
+// O(faces). Of the elements of parts that are not hidden, as if there were no others. An edge belongs to the
+// outline where its faces meet at more than 30°, belong to different parts or are not two. Facets of STL
+// parts are drawn in both cases.
+Surface build_surface(const Mesh& mesh, Faces faces, const PartChoice& choice = {});
+
+// Of what is highlighted: the faces, and those of `outside` that belong to the parts. The outline shows the
+// rim as well.
+Surface highlight_surface(const Mesh& mesh, const Surface& outside, const Highlight& highlight);
+
+// The face that a triangle of a surface belongs to; none for facets of STL parts.
+std::optional<ElementFace> face_of_triangle(const Mesh& mesh, const Surface& surface, std::int64_t triangle);
 
 // Unit normal per triangle at `coordinates` (node_num × 3): the triangles of a face share that of the
 // whole face. 0 for a face without area.

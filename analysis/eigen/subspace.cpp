@@ -303,6 +303,7 @@ bool subspace_iteration(EigenProblem& problem, const EigenOptions& options, Eige
         problem.progress().print("calculate modal K, M\n");
         if (!iteration.round()) return false;
         ++problem.report().rounds;
+        problem.progress().set_course(formatted("round %d", static_cast<int>(problem.report().rounds)));
         double convergence = 0;
         for (std::int32_t j = 0; j < shown; ++j) {
             const double f_new = frequency_of(iteration.lambda()[j]), f_old = frequency_of(before[j]);

@@ -4,6 +4,7 @@
 
 #include "analysis/explicit/explicit_state.h"
 #include "elements/finite_elements.h"
+#include "model/format.h"
 #include "model/selection.h"
 #include "system/reactions.h"
 
@@ -179,6 +180,10 @@ void store_frame(Job& job, ExplicitState& s) {
     balance(s);
     find_reactions(job, s);
     add_row(s);
+    job.progress.set_course(
+        formatted("t = %.4g of %.4g s, kinetic %.4g J, internal %.4g J, plastic %.4g J, drift %.1e",
+                  static_cast<double>(s.step) * s.d_time, static_cast<double>(s.time_num) * s.d_time,
+                  s.energies.kinetic, s.energies.internal, s.energies.plastic, s.drift));
     const auto frame = std::make_shared<Frame>(job.mesh().dof_num());
     frame->n_freq = static_cast<double>(s.step) * s.d_time;
     std::vector<double>& u = frame->mode_vec;

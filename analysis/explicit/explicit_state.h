@@ -93,7 +93,7 @@ struct ExplicitState {
     PointResults points;
     std::vector<double> plastic_strain;
     std::vector<std::int32_t> probes;  // 0-based nodes
-    HistoryRows history;  // a row per output
+    HistoryRows history;               // a row per output
     double loop_seconds = 0;
     std::chrono::steady_clock::time_point start;
 };

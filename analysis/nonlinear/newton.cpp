@@ -336,6 +336,8 @@ bool NewtonSolver::finds_free_motion() {
 
 // The heading of an iteration and the forces it starts from.
 void NewtonSolver::print_head(int iteration) const {
+    job_.progress.set_course(
+        formatted("increment %d of %d, iteration %d", number_, options_.increments, iteration + 1));
     job_.progress.print("########## Iteration: %d, %d/%d ##########\n", iteration, number_,
                         options_.increments);
 }
@@ -427,12 +429,14 @@ double NewtonSolver::measure(IncrementReport& report) {
     const double against = std::max(F > 0 ? F : largest_load_, largest_heat_);
     report.ratio = against > 0 ? E / against : E;
     report.ratios.push_back(report.ratio);
+    job_.progress.add_residual(report.ratio);
     job_.progress.print("Q:%e, F:%e, E:%e, E/F:%e\n", Q, F, E, report.ratio);
     return report.ratio;
 }
 
 NewtonOutcome NewtonSolver::attempt(bool search, IncrementReport& report) {
     report.ratios.clear();
+    job_.progress.clear_residuals();
     std::vector<double> du(Q_.size());
     for (int iteration = 0;; ++iteration) {
         print_head(iteration);

@@ -20,6 +20,11 @@ std::string add_override(BatchOptions& options, const std::string& text) {
     return {};
 }
 
+// NAME=FROM:TO:COUNT or NAME=V1,V2,...
+std::string add_sweep(BatchOptions& options, const std::string& text) {
+    return read_sweep_axis(text, options.sweep.emplace_back());
+}
+
 // X,Y,Z
 std::string add_probe(BatchOptions& options, const std::string& text) {
     const std::string refused = "--probe wants X,Y,Z in metres, not '" + text + "'";
@@ -73,6 +78,11 @@ CommandLine describe(BatchOptions& options, Files files) {
     line.add_value("--set", "NAME=EXPRESSION",
                    "gives a parameter of the model another expression; repeatable",
                    [&options](const std::string& text) { return add_override(options, text); });
+    line.add_value(
+        "--sweep", "NAME=VALUES",
+        "runs the analysis for each value of a parameter and tabulates what comes out, also into\n"
+        "sweep_MODEL.csv; VALUES: FROM:TO:COUNT or V1,V2,...; given twice: for all pairs of values",
+        [&options](const std::string& text) { return add_sweep(options, text); });
     line.add_text("--setting", "FILE", "settings file instead of setting/setting.txt", options.setting_file);
     line.add_text("--log", "DIR", "writes there instead of log; one run at a time in a folder",
                   options.log_folder);
@@ -109,14 +119,26 @@ CommandLine describe(BatchOptions& options, Files files) {
     return line;
 }
 
+// What does not go with a sweep.
+std::string check_sweep(const BatchOptions& options) {
+    if (options.sweep.empty()) return {};
+    if (!find_analysis(options.command)) return "--sweep goes with an analysis";
+    if (options.vtu || options.tidy || !options.probes.empty())
+        return std::string("--sweep keeps no files of its runs: it does not go with ") +
+               (options.vtu    ? "--vtu"
+                : options.tidy ? "--tidy"
+                               : "--probe");
+    return refused_axes(options.sweep, options.overrides);
+}
+
 // What does not go together.
 std::string check_command(const BatchOptions& options) {
     const bool exports = options.command == "export", verifies = options.command == "verify";
     if (options.command.empty()) return "an analysis, `check`, `export` or `verify` is missing";
     if (!verifies && !options.only.empty()) return "--only goes with verify";
-    if (verifies &&
-        (!options.overrides.empty() || options.vtu || options.tidy || !options.probes.empty() ||
-         options.hexahedra || !options.load_case.empty() || options.mean_dilatation || options.prestress))
+    if (verifies && (!options.overrides.empty() || options.vtu || options.tidy || !options.probes.empty() ||
+                     options.hexahedra || !options.load_case.empty() || options.mean_dilatation ||
+                     options.prestress || !options.sweep.empty()))
         return "verify takes its cases' own options, and --only, --setting and --log";
     if (verifies) return {};
     if (options.command != "check" && !exports && !find_analysis(options.command))
@@ -127,6 +149,7 @@ std::string check_command(const BatchOptions& options) {
     if (options.mean_dilatation && options.hexahedra) return "--mean-dilatation does not go with --hexahedra";
     if (options.prestress && options.command != "eigen-subspace" && options.command != "eigen-lanczos")
         return "--prestress goes with eigen-subspace or eigen-lanczos";
+    if (const std::string refused = check_sweep(options); !refused.empty()) return refused;
     if (options.command != "check" && !exports) return {};
     if (!options.probes.empty()) return options.command + " computes nothing: --probe goes with an analysis";
     if (!options.load_case.empty())

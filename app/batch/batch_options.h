@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "app/command_line.h"
+#include "app/sweep.h"
 #include "input/model_reader.h"
 #include "model/element_kind.h"
 
@@ -17,6 +18,7 @@ struct BatchOptions : CommonOptions {
     std::string command;      // "check", "export", "verify" or an analysis
     std::string export_file;  // of `export`
     std::vector<ParameterOverride> overrides;
+    std::vector<SweepAxis> sweep;  // empty: one run
     std::string setting_file = "setting\\setting.txt";
     bool vtu = false, tidy = false;
     std::vector<std::array<double, 3>> probes;  // places whose nearest nodes are told, m

@@ -1,6 +1,8 @@
 // kestralum-batch: the program on a command line.
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <new>
@@ -14,9 +16,13 @@
 #include "app/export_model.h"
 #include "app/run_process.h"
 #include "app/run_summary.h"
+#include "app/sweep.h"
+#include "app/sweep_table.h"
 #include "app/verify.h"
 #include "input/starter_model.h"
+#include "model/paths.h"
 #include "results/result_file.h"
+#include "results/text_output.h"
 #include "results/vtu_file.h"
 #include "system/stage_clock.h"
 
@@ -99,19 +105,23 @@ void complete_report(const Input& input, const std::string& replaced, RunReport&
     report.stages = std::move(stages);
 }
 
+RunOptions run_options(const BatchOptions& options) {
+    RunOptions out;
+    out.log_folder = options.log_folder;
+    out.probes = options.probes;
+    out.mean_dilatation = options.mean_dilatation;
+    out.hexahedra = options.hexahedra;
+    out.load_case = options.load_case;
+    out.prestress = options.prestress;
+    return out;
+}
+
 ExitStatus run_analysis(const BatchOptions& options, const Settings& settings, const Input& input,
                         Progress& progress) {
     const AnalysisEntry& analysis = *find_analysis(options.command);
     const std::string replaced = replaced_results_note(input.model, analysis.type, options.log_folder);
     if (!replaced.empty()) progress.notice("%s", replaced.c_str());
-    RunOptions run_options;
-    run_options.log_folder = options.log_folder;
-    run_options.probes = options.probes;
-    run_options.mean_dilatation = options.mean_dilatation;
-    run_options.hexahedra = options.hexahedra;
-    run_options.load_case = options.load_case;
-    run_options.prestress = options.prestress;
-    Run run = analysis.analyse(input.model, settings, run_options, progress);
+    Run run = analysis.analyse(input.model, settings, run_options(options), progress);
     if (options.tidy) remove_factor_files(options.log_folder);
     complete_report(input, replaced, run.report);
     const std::string vtu = write_for_paraview(options, input.model, run, progress);
@@ -159,9 +169,54 @@ ExitStatus run_verify(const BatchOptions& options, const Settings& settings, Pro
     return status == VerifyStatus::all_met ? exit_done : exit_incomplete;
 }
 
-// Needs no log folder.
-bool writes_no_results(const BatchOptions& options) {
-    return options.command == "check" || options.command == "export";
+// The table at the end and its file; false with a line where that cannot be written.
+bool write_sweep(const SweepPlan& plan, std::span<const SweepRow> rows, Progress& progress) {
+    const std::vector<std::string> names = axis_names(plan.axes);
+    progress.summary("%s", sweep_table(names, rows).c_str());
+    const std::string target = sweep_file_name(plan.base.model_file_name);
+    const std::string fault = write_whole(
+        target, plan.options.log_folder, [&](TextOutput& file) { file.write(sweep_csv(names, rows)); },
+        progress);
+    if (fault.empty())
+        progress.summary("%-22s %s\n", "table", paths::to_platform(target, plan.options.log_folder).c_str());
+    else
+        progress.error("%s", fault.c_str());
+    return fault.empty();
+}
+
+ExitStatus end_sweep(const SweepPlan& plan, const SweepOutcome& outcome, Progress& progress) {
+    if (outcome.status == SweepStatus::bad_input) return exit_bad_input;
+    if (outcome.status == SweepStatus::cancelled)
+        progress.error("stopped on request: %zu of %zu runs are done", outcome.rows.size(), plan.runs());
+    if (outcome.rows.empty()) return exit_incomplete;  // an earlier table stays
+    const bool written = write_sweep(plan, outcome.rows, progress);
+    if (outcome.status == SweepStatus::some_failed)
+        progress.error("%lld of %zu runs failed",
+                       static_cast<long long>(std::ranges::count_if(
+                           outcome.rows, [](const SweepRow& row) { return row.status != RunStatus::done; })),
+                       plan.runs());
+    return written && outcome.status == SweepStatus::all_done ? exit_done : exit_incomplete;
+}
+
+ExitStatus sweep(const BatchOptions& options, const Settings& settings, Progress& progress) {
+    SweepPlan plan;
+    plan.base = placeholder_model();
+    plan.base.model_file_name = options.model_file;
+    plan.analysis = find_analysis(options.command);
+    plan.axes = options.sweep;
+    plan.overrides = options.overrides;
+    plan.options = run_options(options);
+    plan.settings = settings;
+    const auto show = [&](const SweepRow& row) {
+        progress.print("%s\n", sweep_line(plan, row).c_str());
+        std::fflush(stdout);
+    };
+    return end_sweep(plan, run_sweep(plan, show, progress), progress);
+}
+
+// Needs no log folder to itself: a sweep's runs have folders of their own.
+bool shares_log_folder(const BatchOptions& options) {
+    return !options.sweep.empty() || options.command == "check" || options.command == "export";
 }
 
 ExitStatus run(const BatchOptions& options, Progress& progress) {
@@ -171,6 +226,7 @@ ExitStatus run(const BatchOptions& options, Progress& progress) {
     if (options.command == "export") return export_to_file(options, settings);
     if (options.command == "verify") return run_verify(options, settings, progress);
     stop_on_interrupt(progress);
+    if (!options.sweep.empty()) return sweep(options, settings, progress);
     Input input;
     if (!read_input(options, input, progress)) return progress.cancelled() ? exit_incomplete : exit_bad_input;
     return run_analysis(options, settings, input, progress);
@@ -179,7 +235,7 @@ ExitStatus run(const BatchOptions& options, Progress& progress) {
 // With the log folder to itself; what cannot be foreseen, memory above all, is told like everything else.
 ExitStatus guarded_run(const BatchOptions& options, Progress& progress) {
     LogLock lock;
-    if (!writes_no_results(options) && !lock.take(options.log_folder, progress)) return exit_bad_input;
+    if (!shares_log_folder(options) && !lock.take(options.log_folder, progress)) return exit_bad_input;
     try {
         return run(options, progress);
     } catch (const std::bad_alloc&) {
@@ -187,7 +243,7 @@ ExitStatus guarded_run(const BatchOptions& options, Progress& progress) {
     } catch (const std::exception& e) {
         progress.error("%s", e.what());
     }
-    if (!writes_no_results(options)) release_held_results(options.model_file, options.log_folder);
+    if (!shares_log_folder(options)) release_held_results(options.model_file, options.log_folder);
     return exit_incomplete;
 }
 
@@ -208,7 +264,7 @@ int main(int argc, char** argv) {
         progress.summary("KESTRALUM %s\n", program_version);
         return exit_done;
     }
-    if (!writes_no_results(options)) use_best_kernels(argv);
+    if (!shares_log_folder(options) || !options.sweep.empty()) use_best_kernels(argv);
     ExitStatus status = guarded_run(options, progress);
     if (std::fflush(stdout) != 0 && status == exit_done) {
         progress.error("the standard output cannot be written: %s", std::strerror(errno));

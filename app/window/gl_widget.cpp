@@ -87,6 +87,7 @@ void GLWidget::initializeGL() {
 
 void GLWidget::resizeGL(int width, int height) {
     const double ratio = devicePixelRatioF();
+    shown_.camera.pixel_ratio = ratio;
     view::resize(shown_.camera, static_cast<int>(width * ratio), static_cast<int>(height * ratio));
 }
 
@@ -97,7 +98,7 @@ void GLWidget::step_animation() {
 
 template <typename Use>
 void GLWidget::with_texts(Use use) {
-    if (use_glut_text()) {
+    if (use_glut_text() && shown_.camera.pixel_ratio == 1) {
         view::gl::GlutText texts(shown_.camera.height);
         use(texts);
     } else {
@@ -136,12 +137,21 @@ QImage GLWidget::render_picture(const QSize& size, QString& error) {
     return image;
 }
 
+template <typename Use>
+auto GLWidget::measure_texts(Use use) {
+    if (use_glut_text() && shown_.camera.pixel_ratio == 1)
+        return use(view::gl::GlutText(shown_.camera.height));
+    return use(PainterTexts());
+}
+
 void GLWidget::fit_view() {
-    if (use_glut_text())
-        shown_.fit(view::gl::GlutText(shown_.camera.height));
-    else
-        shown_.fit(PainterTexts());
+    measure_texts([&](const view::gl::TextPainter& texts) { shown_.fit(texts); });
     update();
+}
+
+void GLWidget::fit_if_outside() {
+    if (measure_texts([&](const view::gl::TextPainter& texts) { return shown_.leaves_view(texts); }))
+        fit_view();
 }
 
 void GLWidget::look_from(view::ViewDirection direction) {

@@ -23,6 +23,7 @@ public:
     view::DisplayState& state() { return shown_.state; }
 
     void fit_view();
+    void fit_if_outside();  // where what is drawn leaves the view or lies under the legend
     void look_from(view::ViewDirection direction);  // and fit
 
     // The picture as it is now, without a step of the animation.
@@ -54,6 +55,8 @@ private:
     void draw_scene();
     void forget_context();
     QPoint pixel(const QPointF& place) const;
+    template <typename Use>
+    auto measure_texts(Use use);
     template <typename Use>
     void with_texts(Use use);
 

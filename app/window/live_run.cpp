@@ -9,8 +9,7 @@ namespace kestralum {
 namespace {
 
 using namespace std::chrono_literals;
-constexpr auto pause = 100ms;  // after each interval: the pace of the picture
-constexpr auto look = 10ms;    // how often a wait looks for a cancel
+constexpr auto look = 10ms;  // how often a wait looks for a cancel
 
 }  // namespace
 
@@ -20,10 +19,13 @@ Run LiveRun::work(const Shows& shows, Progress& progress) {
     shows.start(std::make_shared<Run>(analysis.run()));
     const auto shown = [&] { return analysis.run().results.size(); };
     for (bool more = true; more;) {
-        wait_for_repaint(progress);
+        wait_for_turn(progress);
         const std::size_t before = shown();
         more = analysis.advance();
-        next_ = std::chrono::steady_clock::now() + pause;
+        {
+            const std::lock_guard lock(lock_);
+            ended_ = std::chrono::steady_clock::now();
+        }
         for (std::size_t k = before; k < shown(); ++k) {
             const HistoryRows& history = analysis.run().history;
             const auto row = history.values.begin() + std::ptrdiff_t(k * history.columns.size());
@@ -35,11 +37,36 @@ Run LiveRun::work(const Shows& shows, Progress& progress) {
     return analysis.take();
 }
 
-void LiveRun::wait_for_repaint(const Progress& progress) {
+void LiveRun::wait_for_turn(const Progress& progress) {
     std::unique_lock lock(lock_);
-    while (!progress.cancelled() && (!on_screen_ || std::chrono::steady_clock::now() < next_))
-        painted_.wait_for(lock, look);
+    const auto may_go = [&] {
+        if (!on_screen_) return false;
+        return held_ ? steps_ > 0 : std::chrono::steady_clock::now() >= ended_ + pause_;
+    };
+    while (!progress.cancelled() && !may_go()) painted_.wait_for(lock, look);
     on_screen_ = false;
+    if (held_ && steps_ > 0) --steps_;
+}
+
+void LiveRun::hold(bool held) {
+    const std::lock_guard lock(lock_);
+    held_ = held;
+    steps_ = 0;
+}
+
+bool LiveRun::held() const {
+    const std::lock_guard lock(lock_);
+    return held_;
+}
+
+void LiveRun::step() {
+    const std::lock_guard lock(lock_);
+    if (held_) ++steps_;
+}
+
+void LiveRun::set_pause(std::chrono::milliseconds pause) {
+    const std::lock_guard lock(lock_);
+    pause_ = pause;
 }
 
 void LiveRun::repainted() {

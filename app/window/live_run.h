@@ -34,16 +34,24 @@ public:
     // The frame shown last is on the screen: the next interval may be computed.
     void repainted();
 
+    // Of the thread of the window. A run that is held goes on by single steps, or when it is held no more.
+    void hold(bool held);
+    bool held() const;
+    void step();  // one interval more of a run that is held
+    void set_pause(std::chrono::milliseconds pause);
+
 private:
-    void wait_for_repaint(const Progress& progress);  // and the end of the pause, or a cancel
+    void wait_for_turn(const Progress& progress);  // to the repaint and the end of the pause, or a cancel
 
     const std::shared_ptr<const Model> model_;
     const Settings settings_;
     const RunOptions options_;
-    std::chrono::steady_clock::time_point next_{};  // not before this: the pause after an interval
-    std::mutex lock_;
+    std::chrono::steady_clock::time_point ended_{};  // of the last interval
+    mutable std::mutex lock_;
     std::condition_variable painted_;
-    bool on_screen_ = false;
+    std::chrono::milliseconds pause_{100};  // between two intervals: the pace of the picture
+    bool on_screen_ = false, held_ = false;
+    int steps_ = 0;  // allowed while held
 };
 
 }  // namespace kestralum

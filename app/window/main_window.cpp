@@ -49,7 +49,17 @@ MainWindow::MainWindow(const std::string& log_folder, bool quiet)
     shown_text_ = new QLabel;
     shown_text_->setObjectName("shown");
     statusBar()->addWidget(said_, 1);
-    statusBar()->addPermanentWidget(new ProgressLine(*worker_));
+    run_row_ = new ProgressLine(*worker_);
+    statusBar()->addPermanentWidget(run_row_);
+    connect(run_row_, &ProgressLine::held, this, [this](bool on) {
+        if (live_) live_->hold(on);
+    });
+    connect(run_row_, &ProgressLine::stepped, this, [this] {
+        if (live_) live_->step();
+    });
+    connect(run_row_, &ProgressLine::pause_chosen, this, [this](int milliseconds) {
+        if (live_) live_->set_pause(std::chrono::milliseconds(milliseconds));
+    });
     statusBar()->addPermanentWidget(shown_text_);
 
     make_menus();

@@ -29,6 +29,7 @@ namespace kestralum {
 
 class LiveRun;
 class PixmapWindow;
+class ProgressLine;
 struct AnalysisEntry;
 struct StoredRun;
 
@@ -192,6 +193,7 @@ private:
 
     GLWidget* view_ = nullptr;
     Messages* messages_ = nullptr;
+    ProgressLine* run_row_ = nullptr;
     QLabel *said_ = nullptr, *shown_text_ = nullptr;  // of the status bar
     std::vector<QDockWidget*> docks_;
     QDockWidget* graphs_ = nullptr;
@@ -219,7 +221,7 @@ private:
     QMenu* recent_menu_ = nullptr;
     FileWatch watch_;
     bool saved_meanwhile_ = false;  // a watched file was saved while a job was under way
-    std::vector<ParameterOverride> overrides_;
+    std::vector<ParameterOverride> overrides_, former_overrides_;  // in force; before a reading under way
     const AnalysisEntry* last_analysis_ = nullptr;
     bool run_again_ = false;  // the last analysis, once the model is read
     QString starter_notice_;  // of the model under way, where it was made for a part

@@ -14,6 +14,8 @@
 #include "app/window/dialogs.h"
 #include "app/window/main_window.h"
 #include "app/window/model_tree.h"
+#include "app/window/parameter_panel.h"
+#include "app/window/sweep_panel.h"
 #include "view/contour.h"
 
 namespace kestralum {
@@ -55,6 +57,23 @@ void MainWindow::make_docks() {
     scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     scroll->setMinimumWidth(controls->sizeHint().width());
     add_dock("Controls", scroll, Qt::RightDockWidgetArea, true);
+
+    auto* parameters = new ParameterPanel(
+        [this] {
+            return ParameterPanel::Scene{store().model, overrides()};
+        },
+        [this](const auto& changed, bool run_again) { set_overrides(changed, run_again); });
+    connect(this, &MainWindow::content_shown, parameters, &ParameterPanel::refresh);
+    add_dock("Parameters", parameters, Qt::RightDockWidgetArea, false);
+
+    auto* sweep = new SweepPanel([this] {
+        return SweepPanel::Scene{store().model, overrides(), run_options(), store().settings};
+    });
+    connect(this, &MainWindow::content_shown, sweep, &SweepPanel::refresh);
+    add_dock("Sweep", sweep, Qt::RightDockWidgetArea, false);
+
+    for (const char* title : {"Parameters", "Sweep"})
+        tabifyDockWidget(findChild<QDockWidget*>("Controls"), findChild<QDockWidget*>(title));
 
     messages_ = new Messages;
     add_dock("Messages", messages_, Qt::BottomDockWidgetArea, true);
@@ -102,15 +121,17 @@ void MainWindow::show_what_is_shown() {
     const Model& model = *store().model;
     const Run* run = store().run.get();
     QStringList texts;
-    const bool of_file = model.source == ModelSource::model_file || model.source == ModelSource::start_up;
-    texts << (model.source == ModelSource::start_up
-                  ? QString("no model")
-                  : (of_file ? QString() : QString("not the model of ")) +
-                        QFileInfo(QString::fromStdString(model.model_file_name)).fileName());
+    const auto file = [](const std::string& name) {
+        return QFileInfo(QString::fromStdString(name)).fileName();
+    };
+    if (model.source == ModelSource::start_up)
+        texts << "no model";
+    else
+        texts << (model.source == ModelSource::model_file ? file(model.model_file_name) : "no model file");
     if (!run || run->results.empty())
         texts << "no result";
     else if (!run->origin.file_name.empty())
-        texts << "result of " + QFileInfo(QString::fromStdString(run->origin.file_name)).fileName();
+        texts << file(run->origin.file_name);
     else
         texts << QString::fromStdString(run->origin.analysis);
     const view::Quantity* quantity = view::quantity_at(view_->state().shown_contour());

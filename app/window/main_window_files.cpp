@@ -106,6 +106,7 @@ void MainWindow::look_into(const QString& name) {
 // `base`: the tables that the file leaves out.
 void MainWindow::read_model(const QString& name, std::shared_ptr<const Model> base, Opening opening) {
     auto reading = std::make_shared<Reading>();
+    if (opening != Opening::watched) former_overrides_ = overrides_;
     if (opening == Opening::fresh && !same_file(name.toStdString(), store().model->model_file_name))
         overrides_.clear();
     worker_->start(
@@ -124,10 +125,11 @@ void MainWindow::take_model(Reading& reading, const Heard& heard, Opening openin
     const QString file = file_of(QString::fromStdString(reading.model->model_file_name));
     const QString starter = std::exchange(starter_notice_, {});
     const QStringList of_starter = starter.isEmpty() ? QStringList{} : QStringList{starter};
-    if (heard.stopped) return say("Reading " + file + " was stopped");
     const bool runs_again = std::exchange(run_again_, false);
-    if (!reading.report.ok) {
+    if (heard.stopped || !reading.report.ok) {
+        overrides_ = former_overrides_;
         emit content_shown();  // the former model stands
+        if (heard.stopped) return say("Reading " + file + " was stopped");
         if (opening != Opening::watched) return refuse("The model was not read", heard.errors + of_starter);
         return tell(MessageKind::error,
                     QStringList{file + " was not read, the former model is shown"} + heard.errors);
@@ -318,12 +320,13 @@ void MainWindow::read_saved() {
                     {"A file of the model was saved; it is read when " + worker_->title() + " has ended"});
     }
     const QString name = QString::fromStdString(store().model->model_file_name);
+    former_overrides_ = overrides_;
     after_run("Reading the saved file", [this, name] { read_model(name, store().model, Opening::watched); });
 }
 
 void MainWindow::set_overrides(const std::vector<ParameterOverride>& overrides, bool run_again) {
     after_run("Reading the model with other parameters", [this, overrides, run_again] {
-        overrides_ = overrides;
+        former_overrides_ = std::exchange(overrides_, overrides);
         run_again_ = run_again;
         read_model(QString::fromStdString(store().model->model_file_name), store().model, Opening::watched);
     });

@@ -12,6 +12,7 @@
 #include "app/window/live_run.h"
 #include "app/window/main_window.h"
 #include "app/window/mode_table.h"
+#include "app/window/progress_line.h"
 #include "results/result_file.h"
 #include "system/model_check.h"
 
@@ -214,6 +215,7 @@ void MainWindow::start_run(const AnalysisEntry& entry) {
             view_->state().animation_running = false;
             // steps show where they have led to, modes the first that deforms the body
             set_frame(has_steps(run->ana_type) ? run->mode_num() : std::max(1, first_elastic_mode(*run)));
+            view_->fit_if_outside();
             view_->update();
             emit content_shown();
         }
@@ -275,6 +277,8 @@ void MainWindow::start_live_run() {
     const std::shared_ptr<const Model> model = store().model;
     auto live = std::make_shared<LiveRun>(model, store().settings, run_options());
     live_ = live;
+    live->set_pause(std::chrono::milliseconds(run_row_->pause()));
+    run_row_->set_live(true);
     const LiveRun::Shows shows{[this](std::shared_ptr<Run> run) {
                                    QMetaObject::invokeMethod(
                                        this, [this, run] { show_live_start(run); }, Qt::QueuedConnection);
@@ -327,6 +331,7 @@ void MainWindow::show_live_frame(std::shared_ptr<const Frame> frame) {
 void MainWindow::end_live_run(const Run* run, const Heard& heard) {
     const std::shared_ptr<Run> frames = std::exchange(live_frames_, nullptr);
     live_.reset();
+    run_row_->set_live(false);
     view_->state().real_time = false;
     if (!run || !frames) {
         if (run && run->report.status == RunStatus::cancelled)

@@ -1,9 +1,12 @@
-// Texts drawn by Qt where GLUT has no X display: kept until the scene is drawn, then painted over it.
+// Texts drawn by Qt where GLUT has no X display or no letters of the size: kept until the scene is drawn,
+// then painted over it.
 #pragma once
 
 #include <QFont>
 #include <QFontMetricsF>
+#include <QGuiApplication>
 #include <QPainter>
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -14,6 +17,8 @@ namespace kestralum {
 class PainterTexts : public view::gl::TextPainter {
 public:
     using Size = view::gl::TextSize;
+
+    explicit PainterTexts(double pixel_ratio = qGuiApp->devicePixelRatio()) : TextPainter(pixel_ratio) {}
 
     void draw(double x, double y, const std::string& text, Size size, const view::Color& color) override {
         texts_.push_back({x, y, text, size, color});
@@ -36,9 +41,9 @@ public:
     }
 
 private:
-    static QFont font(Size size) {
+    QFont font(Size size) const {
         QFont font("sans-serif");
-        font.setPixelSize(size == Size::large ? 16 : 12);
+        font.setPixelSize(static_cast<int>(std::lround(pixel_ratio() * (size == Size::large ? 16 : 12))));
         return font;
     }
     struct Text {

@@ -3,14 +3,25 @@
 #include <QGuiApplication>
 #include <QOpenGLFramebufferObject>
 #include <QOpenGLPaintDevice>
+#include <algorithm>
 
 #include "app/window/painter_texts.h"
 
 namespace kestralum {
 
 bool use_glut_text() {
-    return QGuiApplication::platformName() == "xcb" && view::gl::glut_available();
+    return QGuiApplication::platformName() == "xcb" && qGuiApp->devicePixelRatio() == 1 &&
+           view::gl::glut_available();
 }
+
+namespace {
+
+// Letters and lines of an image: as on a screen up to Full HD, larger in proportion beyond.
+double image_ratio(const QSize& size) {
+    return std::max(1.0, std::min(size.width() / 1920.0, size.height() / 1080.0));
+}
+
+}  // namespace
 
 QImage render_image(ShownModel& shown, const QSize& size, bool fit, QString& error) {
     GLint largest[2] = {0, 0};
@@ -31,12 +42,13 @@ QImage render_image(ShownModel& shown, const QSize& size, bool fit, QString& err
     }
     const view::Camera on_screen = shown.camera;
     view::resize(shown.camera, size.width(), size.height());
-    if (use_glut_text()) {
+    shown.camera.pixel_ratio = image_ratio(size);
+    if (use_glut_text() && shown.camera.pixel_ratio == 1) {
         view::gl::GlutText texts(size.height());
         if (fit) shown.fit(texts);
         shown.draw(texts);
     } else {
-        PainterTexts texts;
+        PainterTexts texts(shown.camera.pixel_ratio);
         if (fit) shown.fit(texts);
         shown.draw(texts);
         QOpenGLPaintDevice device(size);

@@ -75,13 +75,18 @@ view::Scene ShownModel::box() const {
 
 void ShownModel::fit(const view::gl::TextPainter& texts) {
     drawing.update(tables(), state);
-    view::Margins margins;
-    const auto bar = view::gl::shown_bar(drawing.picture(), state, ana_type());
-    margins.right = view::gl::bar_width(bar, camera, texts);
-    if (state.result_ready && state.shows(view::ViewFlag::text))
-        margins.bottom = 2.6 * texts.height(view::gl::TextSize::large);
+    const auto room = drawing.room(tables(), state, camera, texts);
     const auto points = view::gl::extent_points(drawing.picture(), tables(), state);
-    view::fit_points(camera, box(), points, margins);
+    view::fit_beside(camera, box(), points, room.margins, room.boxes);
+}
+
+bool ShownModel::leaves_view(const view::gl::TextPainter& texts) {
+    drawing.update(tables(), state);
+    const auto room = drawing.room(tables(), state, camera, texts);
+    std::vector<view::PixelBox> taken = room.boxes;
+    taken.insert(taken.end(), room.strips.begin(), room.strips.end());
+    const auto points = view::gl::extent_points(drawing.picture(), tables(), state);
+    return !view::in_free_view(camera, box(), points, taken);
 }
 
 std::string ShownModel::pick(double x, double y, bool more) {

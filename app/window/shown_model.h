@@ -42,8 +42,11 @@ public:
     view::SceneTables tables() const;
     view::Scene box() const;
 
-    // Moves the model so that it fills what the texts leave of the view.
+    // Moves the model so that its visible parts fill what the texts leave of the view; of a mode at both ends
+    // of its swing.
     void fit(const view::gl::TextPainter& texts);
+    // What is drawn reaches out of the view or under the texts, at an end of its swing.
+    bool leaves_view(const view::gl::TextPainter& texts);
 
     void draw(view::gl::TextPainter& texts) { drawing.draw(tables(), state, camera, texts); }
 

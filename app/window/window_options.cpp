@@ -124,7 +124,7 @@ void describe_snapshot(CommandLine& line, WindowOptions& options) {
         [&options](Text text) { return take_size(options, text); });
     add("--scale", "S", "mode scale, 0.1 ... 10",
         [&options](Text text) { return take_number("--scale", text, 0.1, 10, options.scale); });
-    add("--opacity", "A", "of the contour, 0.01 ... 1",
+    add("--opacity", "A", "of the model, 0.01 ... 1",
         [&options](Text text) { return take_number("--opacity", text, 0.01, 1, options.opacity); });
     add("--show", "LIST", "entries of the View menu, separated by commas:\n" + listed(entries),
         [&options](Text text) { return take_entries("--show", text, options.show); });

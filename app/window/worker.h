@@ -58,6 +58,8 @@ public:
     bool stopping() const { return progress_ && progress_->cancelled(); }
     Progress::Place place() const { return progress_ ? progress_->place() : Progress::Place{}; }
 
+    Progress::Course course() const { return progress_ ? progress_->course() : Progress::Course{}; }
+
 signals:
     void begun();
     void ended();  // after `done`; busy again where that has started another job

@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <QApplication>
+#include <QSettings>
 #include <QSurfaceFormat>
+#include <QTemporaryDir>
 #include <clocale>
 
 int main(int argc, char** argv) {
@@ -16,6 +18,8 @@ int main(int argc, char** argv) {
     QSurfaceFormat::setDefaultFormat(format);
     QApplication::setAttribute(Qt::AA_DontUseNativeDialogs);  // the tests answer Qt's own
     QApplication application(argc, argv);
+    const QTemporaryDir kept;  // layout and recent files, apart from the user's own
+    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, kept.path());
     QApplication::setQuitOnLastWindowClosed(false);  // each test closes its own
     std::setlocale(LC_NUMERIC, "C");
     return RUN_ALL_TESTS();

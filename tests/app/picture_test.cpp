@@ -117,6 +117,238 @@ TEST_F(Picture, SlowPicturesLeaveTimeToTheWindow) {
     EXPECT_LE(pictures, 7) << "one picture follows the other without a pause";
 }
 
+// ---- looks of parts, highlight, light
+
+// Of every box the three sides differ by at least 15 % from one to the next.
+TEST_F(Picture, SidesDifferInTheIsometricView) {
+    for (const Vec3& from : {Vec3{}, Vec3{-0.5, -0.5, -0.5}, Vec3{3, -7, 1}, Vec3{-9, -9, -9}})
+        for (const Vec3& size : {Vec3{1, 1, 1}, Vec3{2, 1, 0.5}, Vec3{0.4, 1, 1.5}}) {
+            show(hexa_box({{2, 2, 2}, size, [&](double* x) {
+                               for (std::size_t c = 0; c < 3; ++c) x[c] += from[c];
+                           }}));
+            state().part_looks = {{true, 1, view::Color{0.7f, 0.7f, 0.7f, 1}}};
+            shown().reset_light();
+            show_only({ViewFlag::fem}, view::ViewDirection::isometric);
+            const QImage drawn = picture();
+            std::vector<double> brightness;
+            for (std::size_t side = 0; side < 3; ++side) {
+                Vec3 at = shown().box().centre();
+                at[side] += 0.5 * size[side];
+                brightness.push_back(seen_at(drawn, at).lightness());
+            }
+            std::ranges::sort(brightness);
+            EXPECT_GT(brightness[0], 35);
+            for (std::size_t k = 0; k < 2; ++k)
+                EXPECT_LT(brightness[k], 0.85 * brightness[k + 1]) << from[0] << " size " << size[0];
+        }
+}
+
+class PartLooks : public Picture {
+protected:
+    // A thin blue part (1) in front of a red one, seen against x.
+    void SetUp() override {
+        Picture::SetUp();
+        Model model = placeholder_model();
+        model.mesh = hexa_box({{2, 1, 1}, {1, 1, 1}, [](double* x) { x[0] = x[0] == 0.5 ? 0.9 : x[0]; }});
+        model.mesh.p_ele_part_id = {0, 1};
+        model.parts = model.parts_o = std::vector<Part>(2);
+        for (int p : {0, 1}) model.parts[p].name = p ? "FRONT" : "BACK";
+        model.parts[0].color = {1, 0, 0};
+        model.parts[1].color = {0, 0, 1};
+        shown().show(std::make_shared<const Model>(std::move(model)), nullptr);
+        show_only({ViewFlag::fem}, view::ViewDirection::x);
+    }
+    QColor middle() { return seen_at(picture(), {1, 0.5, 0.5}); }
+};
+
+TEST_F(PartLooks, HideTintAndFade) {
+    const QColor opaque = middle();
+    EXPECT_GT(opaque.blue(), 100);
+    EXPECT_LT(opaque.red(), 40);
+    state().part_looks = {{}, {true, 0.5, {}}};
+    EXPECT_GT(middle().red(), 50) << "what is behind does not show";
+    EXPECT_GT(middle().blue(), 50);
+    state().part_looks = {};
+    state().transparency = 0.5;  // without a contour too: the bright background shows
+    EXPECT_GT(middle().green(), 40);
+    state().transparency = 1;
+    state().part_looks = {{}, {true, 1, view::Color{0, 1, 0, 1}}};
+    EXPECT_GT(middle().green(), 100);
+    EXPECT_TRUE(contains(shown().pick(pixel_of({1, 0, 0})[0], pixel_of({1, 0, 0})[1]), "Element:2"));
+    state().part_looks[1].visible = false;
+    EXPECT_GT(middle().red(), 100);
+    EXPECT_TRUE(contains(shown().pick(pixel_of({0.9, 0, 0})[0], pixel_of({0.9, 0, 0})[1]), "Element:1"));
+    window->view()->look_from(view::ViewDirection::y);  // what is left fills the view
+    EXPECT_NEAR(pixel_of({0.9, 1, 0.5})[0] + pixel_of({0, 1, 0.5})[0], camera().width, 2);
+}
+
+TEST_F(PartLooks, HighlightShowsOverEveryColour) {
+    set_results([](const double* x) { return Vec3{x[1], 0, 0}; });
+    state().mode_scale = 0;
+    state().contour = 1;
+    const QImage plain = picture();
+    const auto changes = [&](const Vec3& at) {
+        const QColor now = seen_at(picture(), at), was = seen_at(plain, at);
+        return farthest(now, {was.red(), was.green(), was.blue()});
+    };
+    const auto least = [&] {  // from blue to red
+        int out = 255;
+        for (const double y : {0.08, 0.3, 0.5, 0.7, 0.92}) out = std::min(out, changes({1, y, 0.55}));
+        return out;
+    };
+    state().highlight.parts = {1, 7};
+    EXPECT_GE(least(), 100);
+    state().highlight = {};
+    EXPECT_EQ(least(), 0);
+    state().highlight.faces = {
+        *view::face_of_triangle(mesh(), shown_picture().outside(), shown_picture().outside().parts[1].first)};
+    window->view()->look_from(view::ViewDirection::isometric);
+    const QImage lit = picture();
+    state().highlight.faces.clear();
+    EXPECT_NE(picture(), lit);
+    for (view::Highlight mark :
+         {view::Highlight{.nodes = {11, -1, 99}}, view::Highlight{.points = {{1, 1, 1}}}}) {
+        state().highlight = mark;
+        EXPECT_LT(seen_at(picture(), {1, 1, 1}).green(), 40);
+    }
+}
+
+// ---- room
+
+// A mode stays in the free part of the view all the way.
+TEST_F(Picture, FitLeavesRoomForTheSwing) {
+    show(hexa_box({{4, 1, 1}, {4, 1, 1}}));
+    set_results([](const double* x) { return Vec3{0, x[0] * x[0], 0}; }, AnalysisType::eigen);
+    PainterTexts texts(1);
+    for (const auto from : {view::ViewDirection::z, view::ViewDirection::isometric}) {
+        view::look_from(camera(), from);
+        for (const double scale : {1.0, 4.0}) {
+            state().mode_scale = scale;
+            EXPECT_TRUE(scale == 1 || shown().leaves_view(texts)) << "fitted at the smaller swing";
+            shown().fit(texts);
+            EXPECT_FALSE(shown().leaves_view(texts));
+            for (state().phase = 0; state().phase < view::phase_count; ++state().phase) {
+                std::vector<double> places;
+                shown_picture().place(shown().tables(), state().phase, places);
+                for (std::size_t n = 0; n < places.size(); n += 3) {
+                    const Vec3 at = pixel_of({places[n], places[n + 1], places[n + 2]});
+                    EXPECT_TRUE(at[0] > 0 && at[1] > 0 && at[1] < camera().height - 36);
+                    EXPECT_LT(at[0], camera().width - 90) << "under the contour bar";
+                }
+            }
+            state().phase = 0;
+        }
+    }
+}
+
+// Notes where texts are drawn.
+class NotedTexts : public PainterTexts {
+public:
+    using PainterTexts::PainterTexts;
+    void draw(double x, double y, const std::string& text, Size size, const view::Color& color) override {
+        const double h = height(size);
+        boxes.push_back({x, y - 0.8 * h, x + width(text, size), y});
+        colors[text] = color;
+        PainterTexts::draw(x, y, text, size, color);
+    }
+    std::vector<view::PixelBox> boxes;
+    std::map<std::string, view::Color> colors;
+};
+
+TEST_F(Picture, LabelsCoverNoText) {
+    std::string text = block_text.substr(0, block_text.find("apply_force")) + "apply_force\n";
+    for (int k = 0; k < 12; ++k)  // eleven forces on neighbouring nodes, one on the far side
+        text += formatted("  F%d node z %d  %g 0.2 0.2 \n", k, k + 1, k ? 0.4 - 0.1 * (k % 3) : 0.0);
+    ASSERT_TRUE(open(text + "%\nEND\n"));
+    set_results([](const double* x) { return Vec3{x[0], 0, 0}; });
+    state().flags[int(ViewFlag::part_name)] = true;
+    for (const auto from :
+         {view::ViewDirection::isometric, view::ViewDirection::z, view::ViewDirection::minus_x}) {
+        window->view()->look_from(from);
+        window->view()->makeCurrent();
+        NotedTexts texts(1);
+        shown().draw(texts);
+        window->view()->doneCurrent();
+        for (std::size_t a = 0; a < texts.boxes.size(); ++a)
+            for (std::size_t b = 0; b < a; ++b) EXPECT_FALSE(texts.boxes[a].meets(texts.boxes[b]));
+        EXPECT_TRUE(texts.colors.contains("BLOCK"));
+        EXPECT_TRUE(texts.colors.contains("3.000e+00[N]"));
+    }
+}
+
+// Thin parts too, from either side; not where another part hides them.
+TEST_F(PartLooks, NamesStandWhereThePartsAreSeen) {
+    state().flags[int(ViewFlag::part_name)] = true;
+    const auto names = [&] {
+        window->view()->makeCurrent();
+        NotedTexts texts(1);
+        shown().draw(texts);
+        window->view()->doneCurrent();
+        std::string out;
+        for (const auto& [text, color] : texts.colors) out += text + " ";
+        return out;
+    };
+    EXPECT_EQ(names(), "FRONT ");
+    for (const auto from : {view::ViewDirection::isometric, view::ViewDirection::y, view::ViewDirection::z}) {
+        window->view()->look_from(from);
+        EXPECT_EQ(names(), "BACK FRONT ");
+    }
+    window->view()->look_from(view::ViewDirection::minus_x);
+    EXPECT_EQ(names(), "BACK ");
+    state().part_looks = {{.visible = false}};
+    EXPECT_EQ(names(), "FRONT ");
+}
+
+// Forces that are hidden, or that a mode leaves behind, are neither made nor sent again.
+TEST_F(Picture, ForcesAreSentOnce) {
+    ASSERT_TRUE(open(block_text));
+    for (const AnalysisType type : {AnalysisType::eigen, AnalysisType::nonlinear_static}) {
+        set_results([](const double* x) { return Vec3{x[0], 0, 0}; }, type);
+        state().contour = 17;
+        std::array<std::int64_t, 2> sent{};
+        for (const bool shown_too : {false, true}) {
+            state().flags[int(ViewFlag::force)] = shown_too;
+            state().frame = 1;
+            picture();
+            const std::int64_t before = shown().drawing.bytes_sent();
+            state().frame = 2;
+            picture();
+            sent[shown_too] = shown().drawing.bytes_sent() - before;
+        }
+        EXPECT_EQ(sent[1] == sent[0], type == AnalysisType::eigen);
+        EXPECT_GE(sent[1], sent[0]);
+    }
+}
+
+// Twice as many pixels show the same picture, texts, lines and legend too.
+TEST_F(Picture, DenseScreensShowTheSame) {
+    ASSERT_TRUE(open(block_text));
+    set_results([](const double* x) { return Vec3{x[0], 0, 0}; });
+    std::array<QImage, 2> images;
+    for (const int ratio : {1, 2}) {
+        window->view()->makeCurrent();
+        view::resize(camera(), 700 * ratio, 500 * ratio);
+        camera().pixel_ratio = ratio;
+        QOpenGLFramebufferObject target(camera().width, camera().height,
+                                        QOpenGLFramebufferObject::CombinedDepthStencil);
+        target.bind();
+        PainterTexts texts(ratio);
+        shown().fit(texts);
+        shown().draw(texts);
+        QOpenGLPaintDevice device(target.size());
+        texts.paint(&device);
+        target.release();
+        images[ratio - 1] = target.toImage().convertToFormat(QImage::Format_RGB32);
+        window->view()->doneCurrent();
+    }
+    const QImage half = images[1].scaled(700, 500, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    double difference = 0;
+    for (int k = 0; k < 700 * 500; ++k)
+        difference += std::abs(half.pixelColor(k % 700, k / 700).lightness() -
+                               images[0].pixelColor(k % 700, k / 700).lightness());
+    EXPECT_LT(difference / (700 * 500), 2.5);
+}
+
 TEST_F(Picture, IsDrawnOnlyWhenSomethingHasChanged) {
     ASSERT_TRUE(open(block_text));
     set_results([](const double* x) { return Vec3{x[0], 0, 0}; });

@@ -133,6 +133,57 @@ TEST(Camera, FitFillsTheRoomBesideTheTexts) {
     EXPECT_EQ(squeezed.shift, plain.shift);
 }
 
+TEST(Camera, FitKeepsClearOfTextsInTheCorners) {
+    const Mesh mesh = hexa_box({{3, 2, 1}, {3, 1, 0.5}, [](double* x) { x[1] += 0.3 * x[0] * x[0] - 5; }});
+    const Scene scene{mesh.size_info, mesh.max_length};
+    const std::vector<PixelBox> wide{{0, 0, 250, 100}}, high{{0, 0, 120, 280}},
+        both{{0, 0, 200, 90}, {600, 400, 800, 600}};
+    int moved = 0;
+    for (const auto& boxes : {wide, high, both})
+        for (const ViewDirection direction : all_directions) {
+            Camera free = camera_from(direction, 800, 600), camera = free, squeezed = free;
+            fit_points(free, scene, mesh.coordinates);
+            fit_beside(camera, scene, mesh.coordinates, {}, boxes);
+            EXPECT_TRUE(in_free_view(camera, scene, mesh.coordinates, boxes));
+            for (std::int64_t n = 0; n < mesh.node_num(); ++n) {
+                const Vec3 at = project(camera, scene, triple(mesh.coordinates, n)).value();
+                for (const PixelBox& box : boxes)
+                    EXPECT_FALSE(box.meets({at[0], at[1], at[0] + 1e-9, at[1] + 1e-9}));
+            }
+            // no smaller than beside the whole height of the first box
+            fit_points(squeezed, scene, mesh.coordinates,
+                       {boxes[0].right, boxes.size() > 1 ? 200.0 : 0, 0, boxes.size() > 1 ? 200.0 : 0});
+            EXPECT_LE(distance(camera, scene), distance(squeezed, scene) + 1e-9);
+            const bool in_the_way = !in_free_view(free, scene, mesh.coordinates, boxes);
+            EXPECT_EQ(camera.shift != free.shift, in_the_way);
+            moved += in_the_way;
+        }
+    EXPECT_GE(moved, 6);
+    Camera beside = camera_from(ViewDirection::x, 800, 600);
+    fit_points(beside, scene, mesh.coordinates);
+    beside.shift[0] += 0.5 * scene.max_length;
+    EXPECT_FALSE(in_free_view(beside, scene, mesh.coordinates, {})) << "out of the view";
+    beside.shift[2] += 100 * scene.max_length;
+    EXPECT_FALSE(in_free_view(beside, scene, mesh.coordinates, {})) << "behind the camera";
+}
+
+// On a screen of twice the density the same movement of the hand is twice as many pixels.
+TEST(Camera, MovesAsFarOnADenseScreen) {
+    for (const MouseButton button : {MouseButton::left, MouseButton::right, MouseButton::middle})
+        for (const MouseMode mode : {MouseMode::translation, MouseMode::rotation}) {
+            Camera plain = camera_from(ViewDirection::isometric, 400, 300), dense = plain;
+            resize(dense, 800, 600);
+            dense.pixel_ratio = 2;
+            mouse_press(plain, 50, 70);
+            mouse_press(dense, 100, 140);
+            mouse_move(plain, long_box, button, mode, 150, 100);
+            mouse_move(dense, long_box, button, mode, 300, 200);
+            expect_near(dense.shift, plain.shift, 1e-12);
+            for (std::size_t k = 0; k < 16; ++k) EXPECT_NEAR(dense.turn[k], plain.turn[k], 1e-12);
+            EXPECT_DOUBLE_EQ(pixel_slack(dense, 5), pixel_slack(plain, 5));
+        }
+}
+
 TEST(Camera, SurvivesAModelAndAViewWithoutSize) {
     Camera camera = camera_from(ViewDirection::x, 0, -3);
     const Scene point{{}, 0};

@@ -208,7 +208,7 @@ struct PictureOf : ::testing::Test {
         Frame frame(run.mesh.dof_num());
         for (std::int32_t n = 0; n < run.mesh.node_num(); ++n)
             frame.mode_vec[3 * n] = 0.5 * run.mesh.node(n)[0];
-        run.results.assign(2, std::make_shared<const Frame>(frame));
+        for (int k = 0; k < 2; ++k) run.results.push_back(std::make_shared<const Frame>(frame));
     }
     // Which of faces, colours and shape have changed since the last call.
     std::string changed() {
@@ -243,11 +243,16 @@ TEST_F(PictureOf, RecomputesWhatDependsOnTheChange) {
     state.transparency = 0.5;
     EXPECT_EQ(changed(), "fcs");
     EXPECT_TRUE(picture.translucent());
-    state.contour = 17;  // lit parts are opaque
+    state.contour = 17;  // of lit parts the outside is drawn
     EXPECT_EQ(changed(), "fcs");
     EXPECT_FALSE(picture.translucent());
+    run.results.push_back(run.results[0]);  // behind the frame shown
     picture.results_changed();
-    EXPECT_EQ(changed(), "-cs");
+    EXPECT_EQ(changed(), "-c-");
+    state.part_looks = {{true, 1, Color{1, 0, 0, 1}}};
+    EXPECT_EQ(changed(), "---");
+    state.part_looks[0].visible = false;
+    EXPECT_EQ(changed(), "fcs");
     picture.mesh_changed();
     EXPECT_EQ(changed(), "fcs");
 }

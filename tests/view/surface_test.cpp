@@ -59,14 +59,18 @@ TEST_P(SurfaceOf, ClosesAroundTheVolumeWithEveryEdgeOnce) {
     EXPECT_EQ(surface.value_nodes, surface.nodes);
 }
 
-TEST_P(SurfaceOf, OutlinesTheBoxAndThePartsInIt) {
-    EXPECT_NEAR(total_length(mesh, surface.outline), 4 * (3 + 1 + 2), 1e-12);
-    // a second part from x = 1 on: the outline gains the rectangle between them
+// A second part, number 1, up to x = 1.
+void cut_in_two(Mesh& mesh) {
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         double x = 0;
         for (const std::int32_t n : mesh.element(e)) x += mesh.node(n - 1)[0] - 3;
         mesh.p_ele_part_id[e] = x > mesh.node_per_element() ? 0 : 1;
     }
+}
+
+TEST_P(SurfaceOf, OutlinesTheBoxAndThePartsInIt) {
+    EXPECT_NEAR(total_length(mesh, surface.outline), 4 * (3 + 1 + 2), 1e-12);
+    cut_in_two(mesh);  // the outline gains the rectangle between them
     const Surface parted = build_surface(mesh, Faces::free);
     EXPECT_NEAR(total_length(mesh, parted.outline), 4 * (3 + 1 + 2) + 2 * (1 + 2), 1e-12);
     ASSERT_EQ(parted.parts.size(), 2u);
@@ -78,6 +82,54 @@ TEST_P(SurfaceOf, OutlinesTheBoxAndThePartsInIt) {
             EXPECT_EQ(mesh.p_ele_part_id[parted.triangle_element[t]], part.part);
     }
     EXPECT_EQ(next, surface.triangle_num());
+}
+
+// The part that is left is closed where its neighbour was; beside a translucent one the opaque part is.
+TEST_P(SurfaceOf, PartsThatAreHiddenOrTranslucentUncoverTheirNeighbours) {
+    cut_in_two(mesh);
+    const int between =
+        GetParam() == ElementKind::hexahedron ? 2 * 4 : 2 * 2 * 4;  // faces at x = 1, one side
+    for (const int gone : {0, 1}) {
+        PartLooks looks(2);
+        looks[gone].visible = false;
+        for (const Faces faces : {Faces::free, Faces::all}) {
+            const Surface left = build_surface(mesh, faces, part_choice(looks));
+            ASSERT_EQ(left.parts.size(), 1u);
+            EXPECT_EQ(left.parts[0].part, 1 - gone);
+            EXPECT_NEAR(volume_inside(mesh, left), gone ? 4 : 2, 1e-12);
+            for (const std::int32_t e : left.triangle_element) EXPECT_EQ(mesh.p_ele_part_id[e], 1 - gone);
+        }
+        looks[gone] = {.opacity = 0.5};
+        Surface both = build_surface(mesh, Faces::free, part_choice(looks));
+        EXPECT_EQ(both.triangle_num(),
+                  surface.triangle_num() + between * face_table(GetParam()).triangles_per_face);
+        EXPECT_NEAR(total_length(mesh, both.outline), 4 * (3 + 1 + 2) + 2 * (1 + 2), 1e-12);
+        std::erase_if(both.parts, [&](const PartTriangles& part) { return part.part == gone; });
+        both.triangles.erase(both.triangles.begin(), both.triangles.begin() + 3 * both.parts.at(0).first);
+        both.triangles.resize(3 * both.parts[0].count);
+        both.triangle_element.resize(both.parts[0].count);
+        EXPECT_NEAR(volume_inside(mesh, both), gone ? 4 : 2, 1e-12);
+    }
+}
+
+TEST_P(SurfaceOf, HighlightsFacesWithTheirRimAndParts) {
+    cut_in_two(mesh);
+    const Surface parted = build_surface(mesh, Faces::free);
+    Highlight highlight;
+    highlight.faces = {{-1, 0}, {0, 99}, {mesh.element_num(), 0}};  // of another mesh
+    EXPECT_TRUE(highlight_surface(mesh, parted, highlight).triangles.empty());
+    // of each part the faces that are drawn, with the rim between them
+    for (const int part : {0, 1}) {
+        highlight.parts = {part};
+        const Surface lit = highlight_surface(mesh, parted, highlight);
+        EXPECT_EQ(lit.triangle_num(), parted.parts[part].count);
+        EXPECT_NEAR(total_length(mesh, lit.outline), 4 * ((part ? 1 : 2) + 1 + 2), 1e-12);
+        if (part == 1) {
+            highlight.faces.push_back(face_of_triangle(mesh, parted, 0).value());
+            EXPECT_EQ(highlight_surface(mesh, parted, highlight).triangle_num(),
+                      lit.triangle_num() + face_table(GetParam()).triangles_per_face);
+        }
+    }
 }
 
 TEST_P(SurfaceOf, DrawsEveryFaceWhenTransparent) {

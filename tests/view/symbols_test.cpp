@@ -329,6 +329,28 @@ TEST_F(RigidPicture, ForcesAndMomentsKeepOutOfTheBody) {
     expect_near(out.labels[6].at, left);
 }
 
+// A tick changes the state where animates() says so, and there only.
+TEST(Display, AnimatesWhereATickChangesSomething) {
+    using enum AnalysisType;
+    for (const AnalysisType type : {eigen, buckling, linear_static, nonlinear_static, explicit_dynamics})
+        for (const bool running : {false, true})
+            for (const int frames : {0, 1, 5}) {
+                DisplayState state;
+                state.animation_running = running;
+                state.result_ready = frames > 0;
+                state.frame = clamp_frame(frames - 1, frames);
+                for (int tick = 0; tick < 8; ++tick) {
+                    const bool says = animates(state, type, frames);
+                    const int frame = state.frame, phase = state.phase;
+                    const bool ran = state.animation_running;
+                    advance(state, type, frames);
+                    const bool swung = frames > 0 && state.phase != phase;
+                    EXPECT_EQ(says, swung || state.frame != frame ||
+                                        (!has_shapes(type) && state.animation_running != ran));
+                }
+            }
+}
+
 TEST(Display, PixmapSizesAreReadOrRefused) {
     EXPECT_EQ(pixmap_size("640  x 480"), (std::array{640, 480}));
     for (const char* text : {"640*480", " 640x480", "640x480 ", "x480", "640x", "0x480", "-3x4",

@@ -113,7 +113,7 @@ void add_cone(std::vector<LitVertex>& out, const Cone& cone) {
 }
 
 void set_material(const Color& color) {
-    const float diffuse[4] = {color[0], color[1], color[2], 1};
+    const float diffuse[4] = {color[0], color[1], color[2], color[3]};
     const float ambient[4] = {0.5f * color[0], 0.5f * color[1], 0.5f * color[2], 1};
     const float specular[4] = {0.15f, 0.15f, 0.15f, 1};
     glMaterialfv(GL_FRONT_AND_BACK, GL_DIFFUSE, diffuse);

@@ -59,7 +59,7 @@ void draw_points(const Buffer& buffer);  // of color_vertex
 // A cone with its base, as triangles.
 void add_cone(std::vector<LitVertex>& out, const Cone& cone);
 
-// Diffuse `color`, half of it ambient.
+// Diffuse `color`, half of it ambient; its alpha is that of what is lit.
 void set_material(const Color& color);
 
 }  // namespace kestralum::view::gl

@@ -15,6 +15,8 @@ void add_arrow(const Arrow& arrow, const Color& color, std::vector<Line>& shafts
 void add_turn(const TurnArrow& turn, const Color& color, std::vector<Line>& shafts,
               std::vector<LitVertex>& heads);
 
+inline constexpr Color force_color{0.85f, 0.1f, 0.1f, 1};
+
 class ConditionDrawing {
 public:
     void send(const ConditionSymbols& symbols);

@@ -66,7 +66,8 @@ void MeshDrawing::send_indices(const Picture& picture, std::int32_t node_num) {
         buffer.send(GL_ELEMENT_ARRAY_BUFFER, indices);
     };
     send(triangles_, faces.triangles);
-    contour_indices_ = 3 * first_facet(faces);
+    contour_parts_ = faces.parts;
+    std::erase_if(contour_parts_, [end = first_facet(faces)](const auto& part) { return part.first >= end; });
     send(edges_, outside.edges);
     send(outline_, outside.outline);
     send(points_, outside.nodes);
@@ -129,56 +130,100 @@ void MeshDrawing::bind_nodes() const {
 
 namespace {
 
-void draw_indexed(GLenum kind, const Buffer& indices, std::int64_t count) {
+void draw_indexed(GLenum kind, const Buffer& indices, std::int64_t first, std::int64_t count) {
     if (count > 0) {
         indices.bind(GL_ELEMENT_ARRAY_BUFFER);
-        glDrawElements(kind, static_cast<GLsizei>(count), GL_UNSIGNED_INT, nullptr);
+        glDrawElements(kind, static_cast<GLsizei>(count), GL_UNSIGNED_INT,
+                       reinterpret_cast<const void*>(first * sizeof(std::uint32_t)));
         glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, 0);
     }
     glDisableClientState(GL_VERTEX_ARRAY);
     glBindBuffer(GL_ARRAY_BUFFER, 0);
 }
 
-}  // namespace
-
-void MeshDrawing::draw_contour_faces() const {
-    if (!contour_) return;
-    bind_nodes();
-    colors_.bind(GL_ARRAY_BUFFER);
-    glEnableClientState(GL_COLOR_ARRAY);
-    glColorPointer(4, GL_UNSIGNED_BYTE, 0, nullptr);
-    draw_indexed(GL_TRIANGLES, triangles_, contour_indices_);
-    glDisableClientState(GL_COLOR_ARRAY);
+float opacity_of(const DisplayState& state, std::int32_t part) {
+    return static_cast<float>(
+        std::clamp(state.transparency * look_of(state.part_looks, part).opacity, 0.0, 1.0));
 }
 
-void MeshDrawing::draw_lit_faces(std::span<const Part> parts) const {
-    for (const PartTriangles& group : lit_parts_) {
-        Color color{0.7f, 0.7f, 0.7f, 1};
-        if (group.part >= 0 && group.part < std::ssize(parts)) color = color_of(parts[group.part].color);
-        set_material(color);
-        draw_lit(shapes_[shape_].lit, 3 * (group.first - lit_first_), 3 * group.count);
+// The sides turned away from the viewer before those in front of them.
+template <typename Draw>
+void draw_back_to_front(Draw draw) {
+    glEnable(GL_CULL_FACE);
+    for (const GLenum away : {GL_FRONT, GL_BACK}) {
+        glCullFace(away);
+        draw();
     }
+    glDisable(GL_CULL_FACE);
+}
+
+}  // namespace
+
+// Neighbouring parts of one opacity are drawn at once.
+void MeshDrawing::draw_contour_faces(const DisplayState& state, bool clear) const {
+    if (!contour_) return;
+    const auto draw = [&](float opacity, std::int64_t first, std::int64_t count) {
+        if ((opacity < 1) != clear || count == 0 || opacity <= 0) return;
+        // the colours have the model's alpha, a part may have less
+        glBlendColor(0, 0, 0, opacity);
+        bind_nodes();
+        colors_.bind(GL_ARRAY_BUFFER);
+        glEnableClientState(GL_COLOR_ARRAY);
+        glColorPointer(4, GL_UNSIGNED_BYTE, 0, nullptr);
+        draw_indexed(GL_TRIANGLES, triangles_, 3 * first, 3 * count);
+        glDisableClientState(GL_COLOR_ARRAY);
+    };
+    const auto draw_all = [&] {
+        for (std::size_t k = 0; k < contour_parts_.size();) {
+            const float opacity = opacity_of(state, contour_parts_[k].part);
+            const std::int64_t first = contour_parts_[k].first;
+            std::int64_t count = 0;
+            for (; k < contour_parts_.size() && opacity_of(state, contour_parts_[k].part) == opacity; ++k)
+                count += contour_parts_[k].count;
+            draw(opacity, first, count);
+        }
+    };
+    if (!clear) return draw_all();
+    glBlendFuncSeparate(GL_CONSTANT_ALPHA, GL_ONE_MINUS_CONSTANT_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+    state.transparency < 1 ? draw_all()
+                           : draw_back_to_front(draw_all);  // every element's faces have no order
+    glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+}
+
+void MeshDrawing::draw_lit_faces(std::span<const Part> parts, const DisplayState& state, bool clear) const {
+    const auto draw_all = [&] {
+        for (const PartTriangles& group : lit_parts_) {
+            Color color{0.7f, 0.7f, 0.7f, 1};
+            if (group.part >= 0 && group.part < std::ssize(parts)) color = color_of(parts[group.part].color);
+            color = look_of(state.part_looks, group.part).color.value_or(color);
+            color[3] = opacity_of(state, group.part);
+            if ((color[3] < 1) != clear || color[3] <= 0) continue;
+            set_material(color);
+            draw_lit(shapes_[shape_].lit, 3 * (group.first - lit_first_), 3 * group.count);
+        }
+    };
+    clear ? draw_back_to_front(draw_all) : draw_all();
 }
 
 void MeshDrawing::draw_marked_faces() const {
     if (marked_.count() == 0) return;
     bind_nodes();
-    draw_indexed(GL_TRIANGLES, marked_, marked_.count());
+    draw_indexed(GL_TRIANGLES, marked_, 0, marked_.count());
 }
 
 void MeshDrawing::draw_edges() const {
     bind_nodes();
-    draw_indexed(GL_LINES, edges_, edges_.count());
+    draw_indexed(GL_LINES, edges_, 0, edges_.count());
 }
 
 void MeshDrawing::draw_outline() const {
     bind_nodes();
-    draw_indexed(GL_LINES, outline_, outline_.count());
+    draw_indexed(GL_LINES, outline_, 0, outline_.count());
 }
 
 void MeshDrawing::draw_nodes() const {
     bind_nodes();
-    draw_indexed(GL_POINTS, points_, points_.count());
+    draw_indexed(GL_POINTS, points_, 0, points_.count());
 }
 
 std::int64_t MeshDrawing::bytes_sent() const {

@@ -15,9 +15,10 @@ public:
     // Sends what has changed; `phase` is the entry of the phase table that will be drawn.
     void update(const Picture& picture, const SceneTables& tables, const DisplayState& state);
 
-    // Lighting is the caller's affair: off for all but draw_lit_faces.
-    void draw_contour_faces() const;  // coloured by value
-    void draw_lit_faces(std::span<const Part> parts) const;
+    // Lighting is the caller's affair: off for all but draw_lit_faces. Faces are drawn in two turns, the
+    // opaque parts first; the others (`clear`) need blending, which is the caller's affair too.
+    void draw_contour_faces(const DisplayState& state, bool clear) const;  // coloured by value
+    void draw_lit_faces(std::span<const Part> parts, const DisplayState& state, bool clear) const;
     void draw_marked_faces() const;
     void draw_edges() const;
     void draw_outline() const;
@@ -46,7 +47,7 @@ private:
     std::size_t shape_ = 0;                 // in force
     std::vector<PartTriangles> lit_parts_;  // drawn lit: all, or in a contour those without values
     std::int64_t lit_first_ = 0;            // triangle
-    std::int64_t contour_indices_ = 0;
+    std::vector<PartTriangles> contour_parts_;
     Vec3 centre_{};
     std::vector<double> places_;  // scratch
     std::uint64_t faces_revision_ = 0, color_revision_ = 0, shape_revision_ = 0;

@@ -9,7 +9,8 @@ namespace kestralum::view::gl {
 
 namespace {
 
-constexpr Color black{0, 0, 0, 1}, panel{1, 1, 1, 0.75f}, frame{0.4f, 0.4f, 0.4f, 1};
+constexpr Color black{0, 0, 0, 1}, grey{0.45f, 0.45f, 0.45f, 1}, panel{1, 1, 1, 0.75f},
+    dim_panel{1, 1, 1, 0.45f}, frame{0.4f, 0.4f, 0.4f, 1};
 
 void rectangle(GLenum kind, double x, double y, double width, double height, const Color& color) {
     glColor4fv(color.data());
@@ -21,64 +22,75 @@ void rectangle(GLenum kind, double x, double y, double width, double height, con
     glEnd();
 }
 
-struct Box {
-    double left, top, right, bottom;
-    bool meets(const Box& other) const {
-        return left < other.right && other.left < right && top < other.bottom && other.top < bottom;
-    }
-};
+// The box of a text that begins at x on the base line y.
+PixelBox text_box(double x, double y, const std::string& text, TextSize size, const TextPainter& painter) {
+    const double h = painter.height(size), beside = 3 * painter.pixel_ratio();
+    return {x - beside, y - 0.9 * h, x + painter.width(text, size) + beside, y + 0.35 * h};
+}
 
 // Texts on light panels that keep clear of each other.
 class Panels {
 public:
     Panels(const Camera& camera, TextPainter& painter) : camera_(camera), painter_(painter) {}
 
-    void take(const Box& box) { taken_.push_back(box); }
+    void take(const PixelBox& box) { taken_.push_back(box); }
 
     // At its place.
     void fixed(double x, double y, const std::string& text, TextSize size) {
         if (text.empty()) return;
-        const Box box = around(x, y, text, size);
+        const PixelBox box = text_box(x, y, text, size, painter_);
         take(box);
-        draw(box, text, size);
+        draw(box, text, size, panel, black);
     }
 
-    // Beside a place: right or left of it, or the nearest free row above or below, inside the view.
-    void label(double x, double y, const std::string& text) {
+    // Beside a place: right or left of it, or the nearest free row above or below, inside the view; with a
+    // line to the place where it is not next to it. Not at all where all of these rows are taken.
+    void label(double x, double y, const std::string& text, bool dim) {
         constexpr int rows = 12;
-        constexpr double beside = 8;
+        const double ratio = painter_.pixel_ratio(), beside = 8 * ratio;
         const double step = 1.4 * painter_.height(TextSize::small);
         const double columns[2] = {x + beside, x - beside - painter_.width(text, TextSize::small)};
-        Box best = inside(around(columns[0], y, text, TextSize::small));
-        for (int k = 0; k < 4 * rows && occupied(best); ++k) {
+        for (int k = 0; k < 4 * rows; ++k) {
             const int row = (k / 2 + 1) / 2 * (k / 2 % 2 ? 1 : -1);  // 0, 1, -1, 2, -2 …
-            best = inside(around(columns[k % 2], y + step * row, text, TextSize::small));
+            // a line to the right stays in sight
+            const PixelBox box =
+                inside(text_box(columns[k % 2], y - 8 * ratio + step * row, text, TextSize::small, painter_));
+            if (occupied(box)) continue;
+            take(box);
+            const Color& color = dim ? grey : black;
+            if (std::abs(row) > 1) pointer(x, y, box, color);
+            draw(box, text, TextSize::small, dim ? dim_panel : panel, color);
+            return;
         }
-        take(best);
-        draw(best, text, TextSize::small);
     }
 
 private:
-    Box around(double x, double y, const std::string& text, TextSize size) const {
-        const double h = painter_.height(size);
-        return {x - 3, y - 0.9 * h, x + painter_.width(text, size) + 3, y + 0.35 * h};
-    }
-    Box inside(Box box) const {
-        const double dx = std::max(0.0, 2 - box.left) - std::max(0.0, box.right + 2 - camera_.width);
-        const double dy = std::max(0.0, 2 - box.top) - std::max(0.0, box.bottom + 2 - camera_.height);
+    PixelBox inside(PixelBox box) const {
+        const double edge = 2 * painter_.pixel_ratio();
+        const double dx = std::max(0.0, edge - box.left) - std::max(0.0, box.right + edge - camera_.width);
+        const double dy = std::max(0.0, edge - box.top) - std::max(0.0, box.bottom + edge - camera_.height);
         return {box.left + dx, box.top + dy, box.right + dx, box.bottom + dy};
     }
-    bool occupied(const Box& box) const {
-        return std::any_of(taken_.begin(), taken_.end(), [&](const Box& other) { return box.meets(other); });
+    bool occupied(const PixelBox& box) const {
+        return std::ranges::any_of(taken_, [&](const PixelBox& other) { return box.meets(other); });
     }
-    void draw(const Box& box, const std::string& text, TextSize size) {
-        rectangle(GL_QUADS, box.left, box.top, box.right - box.left, box.bottom - box.top, panel);
-        painter_.draw(box.left + 3, box.top + 0.9 * painter_.height(size), text, size, black);
+    static void pointer(double x, double y, const PixelBox& box, const Color& color) {
+        glColor4fv(color.data());
+        glBegin(GL_LINES);
+        glVertex2d(x, y);
+        glVertex2d(std::clamp(x, box.left, box.right), std::clamp(y, box.top, box.bottom));
+        glEnd();
+    }
+    void draw(const PixelBox& box, const std::string& text, TextSize size, const Color& behind,
+              const Color& color) {
+        rectangle(GL_QUADS, box.left, box.top, box.right - box.left, box.bottom - box.top, behind);
+        painter_.draw(box.left + 3 * painter_.pixel_ratio(), box.top + 0.9 * painter_.height(size), text,
+                      size, color);
     }
 
     const Camera& camera_;
     TextPainter& painter_;
-    std::vector<Box> taken_;
+    std::vector<PixelBox> taken_;
 };
 
 BarLayout layout_of(const ContourBar& bar, const Camera& camera, const TextPainter& painter) {
@@ -119,11 +131,82 @@ void draw_bar(const ContourBar& bar, const Camera& camera, TextPainter& painter)
     }
 }
 
+struct CornerLine {
+    double x, y;  // where the text begins, base line
+    const std::string& text;
+};
+std::vector<CornerLine> corner_lines(const OverlayTexts& texts, const TextPainter& painter) {
+    const double small = painter.height(TextSize::small);
+    std::vector<CornerLine> out;
+    double y = 1.5 * small;
+    for (const std::string& line : texts.lines) {
+        out.push_back({10 * painter.pixel_ratio(), y, line});
+        y += 1.25 * small;
+    }
+    return out;
+}
+
+// The legend begins at (10, 5) of a picture of 100 by 100 that counts from its lower left corner.
+double legend_foot(const Camera& camera, const TextPainter& painter) {
+    return std::min(0.95 * camera.height, camera.height - 1.7 * painter.height(TextSize::large));
+}
+double scale_foot(const Camera& camera, const TextPainter& painter) {
+    return legend_foot(camera, painter) + 1.3 * painter.height(TextSize::small) + 2 * painter.pixel_ratio();
+}
+
+PixelBox bar_panel(const ContourBar& bar, const Camera& camera, const TextPainter& painter) {
+    const BarLayout at = layout_of(bar, camera, painter);
+    return {at.panel_x, at.panel_y, at.panel_x + at.panel_width, at.panel_y + at.panel_height};
+}
+
+// The model's axes as it is turned, above the legend's line.
+PixelBox draw_triad(const Camera& camera, TextPainter& painter) {
+    constexpr Color colors[3] = {{0.85f, 0, 0, 1}, {0, 0.55f, 0, 1}, {0, 0, 0.9f, 1}};
+    constexpr const char* letters[3] = {"x", "y", "z"};
+    const double ratio = painter.pixel_ratio(), length = 30 * ratio, half = 44 * ratio;
+    const double x = half, y = legend_foot(camera, painter) - painter.height(TextSize::large) - half;
+    std::array<int, 3> order{0, 1, 2};  // the nearest last
+    std::ranges::sort(order, {}, [&](int k) { return camera.turn[4 * k + 2]; });
+    glLineWidth(static_cast<float>(2.5 * ratio));
+    for (const int k : order) {
+        const double right = camera.turn[4 * k], down = -camera.turn[4 * k + 1];
+        glColor4fv(colors[k].data());
+        glBegin(GL_LINES);
+        glVertex2d(x, y);
+        glVertex2d(x + length * right, y + length * down);
+        glEnd();
+        const double away = length + 8 * ratio;
+        painter.draw(x + away * right - 0.5 * painter.width(letters[k], TextSize::small),
+                     y + away * down + 0.3 * painter.height(TextSize::small), letters[k], TextSize::small,
+                     colors[k]);
+    }
+    glLineWidth(static_cast<float>(ratio));
+    return {x - half, y - half, x + half, y + half};
+}
+
 }  // namespace
 
-double bar_width(const ContourBar& bar, const Camera& camera, const TextPainter& painter) {
-    if (bar.colors.empty()) return 0;
-    return camera.width - layout_of(bar, camera, painter).panel_x;
+OverlayRoom overlay_room(const OverlayTexts& texts, const Camera& camera, const TextPainter& painter) {
+    OverlayRoom room;
+    PixelBox corner{0, 0, 0, 0};
+    for (const CornerLine& line : corner_lines(texts, painter)) {
+        const PixelBox box = text_box(line.x, line.y, line.text, TextSize::small, painter);
+        corner.right = std::max(corner.right, box.right);
+        corner.bottom = std::max(corner.bottom, box.bottom);
+    }
+    if (!texts.lines.empty()) room.boxes.push_back(corner);
+    const double left = 0.1 * camera.width;
+    if (!texts.legend.empty()) {
+        PixelBox box = text_box(left, legend_foot(camera, painter), texts.legend, TextSize::large, painter);
+        box.bottom = camera.height;
+        room.strips.push_back(box);
+        room.margins.bottom = camera.height - box.top;
+    }
+    if (!texts.bar.colors.empty()) {
+        room.strips.push_back(bar_panel(texts.bar, camera, painter));
+        room.margins.right = camera.width - room.strips.back().left;
+    }
+    return room;
 }
 
 void draw_overlay(const OverlayTexts& texts, const Camera& camera, const Scene& scene, TextPainter& painter) {
@@ -135,27 +218,21 @@ void draw_overlay(const OverlayTexts& texts, const Camera& camera, const Scene& 
     glDisable(GL_LIGHTING);
     glDisable(GL_DEPTH_TEST);
     glEnable(GL_BLEND);
-    glLineWidth(1);
+    glLineWidth(static_cast<float>(painter.pixel_ratio()));
     Panels panels(camera, painter);
-    const double small = painter.height(TextSize::small), large = painter.height(TextSize::large);
-    double y = 1.5 * small;
-    for (const std::string& line : texts.lines) {
-        panels.fixed(10, y, line, TextSize::small);
-        y += 1.25 * small;
-    }
-    // the legend begins at (10, 5) of a picture of 100 by 100 that counts from its lower left corner
-    const double left = 0.1 * camera.width,
-                 foot = std::min(0.95 * camera.height, camera.height - 1.7 * large);
-    panels.fixed(left, foot, texts.legend, TextSize::large);
-    panels.fixed(left, foot + 1.3 * small + 2, texts.scale, TextSize::small);
-    if (!texts.bar.colors.empty()) {
-        const BarLayout at = layout_of(texts.bar, camera, painter);
-        panels.take({at.panel_x, at.panel_y, at.panel_x + at.panel_width, at.panel_y + at.panel_height});
-    }
-    for (const Label& label : texts.labels)
-        if (const auto at = project(camera, scene, label.at))
-            panels.label((*at)[0], (*at)[1] - 8, label.text);  // a line to the right stays in sight
+    if (texts.triad) panels.take(draw_triad(camera, painter));
+    for (const CornerLine& line : corner_lines(texts, painter))
+        panels.fixed(line.x, line.y, line.text, TextSize::small);
+    const double left = 0.1 * camera.width;
+    panels.fixed(left, legend_foot(camera, painter), texts.legend, TextSize::large);
+    panels.fixed(left, scale_foot(camera, painter), texts.scale, TextSize::small);
+    if (!texts.bar.colors.empty()) panels.take(bar_panel(texts.bar, camera, painter));
+    for (const bool dim : {false, true})
+        for (const Label& label : dim ? texts.dim_labels : texts.labels)
+            if (const auto at = project(camera, scene, label.at))
+                panels.label((*at)[0], (*at)[1], label.text, dim);
     if (!texts.bar.colors.empty()) draw_bar(texts.bar, camera, painter);
+    glLineWidth(1);
     glEnable(GL_DEPTH_TEST);
 }
 

@@ -6,8 +6,10 @@
 #include <utility>
 
 #include "view/gl/condition_drawing.h"
+#include "view/gl/highlight_drawing.h"
 #include "view/gl/mesh_drawing.h"
 #include "view/gl/overlay.h"
+#include "view/part_labels.h"
 #include "view/picking.h"
 #include "view/selection.h"
 
@@ -37,6 +39,12 @@ public:
     // Brings picture() up to date without drawing; needs no context.
     void update(const SceneTables& tables, const DisplayState& state) { picture_.update(tables, state); }
 
+    // The room that texts and contour bar take of the view, for the picture that is up to date.
+    OverlayRoom room(const SceneTables& tables, const DisplayState& state, const Camera& camera,
+                     const TextPainter& painter) const {
+        return overlay_room(texts(tables, state), camera, painter);
+    }
+
     // Bytes of geometry sent to the card so far: a repaint that changes nothing adds none.
     std::int64_t bytes_sent();
 
@@ -46,26 +54,43 @@ public:
 private:
     std::vector<Buffer*> buffers();
     void set_state(const DisplayState& state, const Camera& camera, const Scene& scene) const;
-    void update_symbols(const SceneTables& tables);
+    void update_symbols(const SceneTables& tables, const DisplayState& state);
     void update_loads(const SceneTables& tables, const DisplayState& state);
+    void update_walls(const SceneTables& tables, const DisplayState& state);
     void update_contacts(const SceneTables& tables, const DisplayState& state);
     void update_rigid(const SceneTables& tables, const DisplayState& state);
     void draw_mesh(const SceneTables& tables, const DisplayState& state, const Camera& camera) const;
+    void draw_faces(const SceneTables& tables, const DisplayState& state) const;
     void draw_selection() const;
     // `pixels` an edge of the mesh is long
-    void draw_symbols(const DisplayState& state, double pixels) const;
-    void draw_hidden_lines(const DisplayState& state) const;
+    void draw_symbols(const DisplayState& state, double pixels, double pixel_ratio) const;
+    void draw_hidden_lines(const DisplayState& state, double pixel_ratio) const;
     OverlayTexts texts(const SceneTables& tables, const DisplayState& state) const;
+    void add_labels(OverlayTexts& texts, const SceneTables& tables, const DisplayState& state,
+                    const Camera& camera) const;
+    void add_part_labels(OverlayTexts& texts, const SceneTables& tables, const DisplayState& state,
+                         const Camera& camera) const;
     std::optional<Vec3> picked_place(const SceneTables& tables, const DisplayState& state) const;
 
     Picture picture_;
     MeshDrawing mesh_;
+    HighlightDrawing highlight_;
     std::optional<Pick> pick_;
     std::vector<std::string> selection_text_;
 
-    // symbols of the mesh, and those that follow the deformed shape or the time
-    std::uint64_t symbols_of_ = 0, loads_of_mesh_ = 0, loads_of_shape_ = 0;
-    std::pair<std::uint64_t, std::uint64_t> contacts_of_{};  // revisions of mesh and shape
+    // What the symbols were made from: the mesh with its visible parts; the places that follow the deformed
+    // shape, and what acts there; the time.
+    struct MeshKey {
+        std::uint64_t mesh = 0, faces = 0;
+        bool operator==(const MeshKey&) const = default;
+    } symbols_of_;
+    struct PlacesKey {
+        std::uint64_t mesh = 0, places = 0;
+        std::string frame_name;
+        double time = 0;
+        bool operator==(const PlacesKey&) const = default;
+    } forces_of_, supports_of_, walls_of_, contacts_of_;
+    PlacesKey places_key(const SceneTables& tables) const;
     struct RigidKey {
         std::uint64_t mesh = 0, shape = 0;
         double swing = 0;
@@ -74,8 +99,8 @@ private:
     Buffer axes_, part_axes_, features_, rigid_, rigid_members_, rigid_heads_, dimension_lines_, cones_,
         arrow_shafts_, arrow_heads_, wall_lines_, contact_lines_;
     ConditionDrawing loads_, supports_;  // of load_info; with options, and ties
-    std::vector<Label> part_labels_, rigid_labels_, dimension_labels_, force_labels_, wall_labels_,
-        contact_labels_;
+    std::vector<PartLabel> part_labels_;
+    std::vector<Label> rigid_labels_, dimension_labels_, force_labels_, wall_labels_, contact_labels_;
 };
 
 // The bar shown; without colours where there is none.

@@ -11,17 +11,24 @@ enum class TextSize { small, large };  // large: the legend
 
 class TextPainter {
 public:
+    // Letters are `pixel_ratio` times as high.
+    explicit TextPainter(double pixel_ratio = 1) : pixel_ratio_(pixel_ratio) {}
     virtual ~TextPainter() = default;
     virtual void draw(double x, double y, const std::string& text, TextSize size, const Color& color) = 0;
     virtual double width(const std::string& text, TextSize size) const = 0;
-    double height(TextSize size) const { return size == TextSize::large ? 18 : 13; }  // with a little room
+    // With a little room.
+    double height(TextSize size) const { return pixel_ratio_ * (size == TextSize::large ? 18 : 13); }
+    double pixel_ratio() const { return pixel_ratio_; }
+
+private:
+    double pixel_ratio_;
 };
 
 // True where GLUT can be used: it needs an X display. The first call initialises it.
 bool glut_available();
 
 // GLUT's bitmap letters (Helvetica, 12 and 18 points) into the framebuffer in force, `view_height` pixels
-// high. Only where glut_available().
+// high. They have one size only, for a pixel ratio of 1. Only where glut_available().
 class GlutText : public TextPainter {
 public:
     explicit GlutText(int view_height) : view_height_(view_height) {}
