@@ -235,6 +235,7 @@ History make_history(const Run& run, std::span<const std::int32_t> nodes) {
             maker.add(eigen ? "Frequency" : "Buckling load factor", eigen ? "Hz" : "",
                       [](const Run& of, std::size_t row) { return of.results[row]->n_freq; });
     }
+    maker.made.numbered = !has_steps(run.ana_type);
     if (!has_shapes(run.ana_type))
         for (const std::int32_t node : nodes) maker.add_node(node);
     extend(maker.made, run);

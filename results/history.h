@@ -25,8 +25,8 @@ struct History {
     std::vector<double> x;        // row k belongs to frame k + 1
     std::vector<HistoryColumn> columns;
 
-    // Whether x never falls from row to row.
-    bool ordered = true;
+    bool ordered = true;    // x never falls from row to row
+    bool numbered = false;  // x counts load cases or modes
 };
 
 // "Kinetic energy [J]"; the name alone of a pure number.

@@ -53,12 +53,13 @@ QString tick_text(double k, double step, double most) {
     return QString::number(value, 'e', std::clamp(decade(std::abs(value)) - decade(step), 0, 15));
 }
 
-void set_range(QCategoryAxis* axis, Range range) {
+// Steps of at least `least`.
+void set_range(QCategoryAxis* axis, Range range, double least = 0) {
     for (const QString& label : axis->categoriesLabels()) axis->remove(label);
     axis->setRange(range.low, range.high);
     axis->setStartValue(range.low);
-    const double step = tick_interval(range), most = std::max(std::abs(range.low), std::abs(range.high)),
-                 rounding = 1e-9;
+    const double step = std::max(least, tick_interval(range)),
+                 most = std::max(std::abs(range.low), std::abs(range.high)), rounding = 1e-9;
     for (double k = std::ceil(range.low / step - rounding); k <= range.high / step + rounding; ++k)
         axis->append(tick_text(k, step, most), std::clamp(k * step, range.low, range.high));
 }
@@ -88,7 +89,7 @@ CurveView::CurveView(QWidget* parent)
     setMouseTracking(true);
     viewport()->setMouseTracking(true);
     setMinimumSize(240, 160);
-    chart()->setMargins({4, 4, 4, 4});
+    chart()->setMargins({4, 4, 28, 4});  // half of the last label stands out
     chart()->layout()->setContentsMargins(0, 0, 0, 0);
     chart()->setBackgroundRoundness(0);
     chart()->legend()->setAlignment(Qt::AlignTop);
@@ -158,7 +159,7 @@ void CurveView::set_ranges(Range x, Range left, Range right) {
     x_seen_ = x;
     left_seen_ = left;
     right_seen_ = right;
-    set_range(x_, x);
+    set_range(x_, x, history_->numbered ? 1 : 0);
     set_range(left_, left);
     set_range(right_, right);
     refill();

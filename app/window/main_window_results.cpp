@@ -12,6 +12,7 @@ namespace kestralum {
 
 void MainWindow::make_result_docks() {
     const auto run = [this] { return store().run.get(); };
+    QDockWidget* below = docks_.back();  // the messages: these are tabs beside them
     auto* plots = new HistoryPlots([this] { return store().run; });
     graphs_ = add_dock("Graphs", plots, Qt::BottomDockWidgetArea, false);
     connect(this, &MainWindow::content_shown, plots, &HistoryPlots::refresh);
@@ -28,7 +29,7 @@ void MainWindow::make_result_docks() {
     });
     connect(this, &MainWindow::frame_shown, modes, &ModeTable::show_frame);
     connect(modes, &ModeTable::frame_chosen, this, &MainWindow::step_to);
-    tabifyDockWidget(graphs_, table);
+    for (QDockWidget* dock : {graphs_, table}) tabifyDockWidget(below, dock);
 
     auto* playback = new PlaybackBar(view_->state(), run);
     connect(playback, &PlaybackBar::frame_chosen, this, &MainWindow::step_to);
