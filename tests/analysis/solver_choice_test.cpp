@@ -159,6 +159,9 @@ TEST_F(Solver, CheckTellsWhatEachWayWouldCost) {
         EXPECT_NEAR(check.factor_megabytes, written, 1e-9);
         EXPECT_EQ(written > 0, megabytes == 1);
     }
+    SilentProgress stopped;  // before its mesh is whole
+    stopped.cancel();
+    EXPECT_EQ(check_model(model, settings, stopped).factor_megabytes, 0);
 }
 
 }  // namespace
