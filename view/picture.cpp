@@ -59,8 +59,9 @@ void Picture::update_faces(const SceneTables& tables, const DisplayState& state,
 }
 
 void Picture::update_values(const SceneTables& tables, const DisplayState& state, bool carries) {
-    const ValueKey key{results_revision_, faces_revision_,        state.shown_contour(),
-                       state.frame,       state.all_frames_range, carries};
+    const ValueKey key{
+        results_revision_, faces_revision_, state.shown_contour(), state.frame, state.all_frames_range,
+        state.real_time,   carries};
     if (key == value_key_) return;
     value_key_ = key;
     ++color_revision_;

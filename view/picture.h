@@ -97,7 +97,7 @@ private:
     struct ValueKey {
         std::uint64_t results = 0, faces = 0;
         std::int32_t contour = -1, frame = 0;
-        bool all_frames = false, carries = false;
+        bool all_frames = false, live = false, carries = false;
         bool operator==(const ValueKey&) const = default;
     } value_key_;
     struct ShapeKey {

@@ -136,7 +136,7 @@ void MainWindow::show_what_is_shown() {
         texts << QString::fromStdString(run->origin.analysis);
     const view::Quantity* quantity = view::quantity_at(view_->state().shown_contour());
     if (run && !run->results.empty() && quantity && *quantity->unit)
-        texts << QString::fromUtf8(quantity->unit);
+        texts << (has_shapes(run->ana_type) ? "mode amplitude" : QString::fromUtf8(quantity->unit));
     shown_text_->setText(texts.join("  ·  "));
 }
 

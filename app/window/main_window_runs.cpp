@@ -35,12 +35,20 @@ QString plain(const char* menu_text) {
 
 const QString live_title = "Explicit(Real Time)";
 
+QString modes_outcome(const std::vector<ModeReport>& modes) {
+    const auto elastic = std::ranges::find_if(modes, [](const ModeReport& mode) { return !mode.zero; });
+    QString text = QString("%1 modes").arg(modes.size());
+    if (elastic != modes.begin()) text += QString(", %1 of them rigid motions").arg(elastic - modes.begin());
+    if (elastic != modes.end())
+        text += QString(", the first%1 at %2 Hz")
+                    .arg(elastic != modes.begin() ? " elastic one" : "")
+                    .arg(elastic->frequency, 0, 'g', 5);
+    return text;
+}
+
 // One line on what came out.
 QString outcome(const RunReport& report) {
-    if (!report.modes.empty())
-        return QString("%1 modes, the first at %2 Hz")
-            .arg(report.modes.size())
-            .arg(report.modes.front().frequency, 0, 'g', 5);
+    if (!report.modes.empty()) return modes_outcome(report.modes);
     if (!report.buckling.factors.empty())
         return QString("%1 load factors, the first is %2")
             .arg(report.buckling.factors.size())
@@ -238,6 +246,7 @@ void MainWindow::show_outcome(const Run& run, const QString& title, const Heard&
         return refuse(first, heard.errors + lines);
     if (!stopped) tell(MessageKind::error, heard.errors);
     tell(MessageKind::note, lines);
+    if (!heard.summary.isEmpty()) messages_->add(MessageKind::summary, title + "\n" + heard.summary);
     tell(MessageKind::summary, {first});
 }
 
@@ -339,6 +348,7 @@ void MainWindow::end_live_run(const Run* run, const Heard& heard) {
         return refuse(live_title + (frames ? " was not completed" : " was not started"), heard.errors);
     }
     frames->report = run->report;
+    emit content_shown();
     show_frame_in_controls();
     show_outcome(*frames, live_title, heard);
 }

@@ -19,10 +19,14 @@ Heard WindowProgress::heard() const {
 void WindowProgress::take(Kind kind, std::string_view text) {
     if (kind == Kind::error) std::fflush(stdout);
     std::fwrite(text.data(), 1, text.size(), kind == Kind::error ? stderr : stdout);
-    if (kind != Kind::error && kind != Kind::notice) return;
-    const QString line = QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())).trimmed();
+    if (kind == Kind::line) return;
+    const QString line = QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
     const std::lock_guard lock(lock_);
-    (kind == Kind::error ? heard_.errors : heard_.notices) << line;
+    if (kind == Kind::summary) {
+        heard_.summary += line;
+        return;
+    }
+    (kind == Kind::error ? heard_.errors : heard_.notices) << line.trimmed();
 }
 
 Worker::~Worker() {

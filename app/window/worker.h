@@ -17,6 +17,7 @@ namespace kestralum {
 // What a job said that the user of the window must know, a line each.
 struct Heard {
     QStringList errors, notices;
+    QString summary;       // the closing report, several lines
     bool stopped = false;  // it was asked to stop
 };
 

@@ -213,6 +213,10 @@ TEST_F(Docks, ALiveRunIsHeldSteppedAndGoesOn) {
     press("Stop");
     wait_idle();
     EXPECT_FALSE(read_file(folder.file("log/result_flying.txt")).empty()) << "what was reached is kept";
+    picture();
+    const auto range = *shown_picture().range();
+    EXPECT_EQ(range.high.frame, 0) << "the colours are of the frame again, not of the run";
+    EXPECT_TRUE(row("Results", QString("Frame %1").arg(frames()))) << "the tree has the frames";
 }
 
 }  // namespace
