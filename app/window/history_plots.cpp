@@ -47,8 +47,8 @@ HistoryPlots::HistoryPlots(ShownRun run, QWidget* parent)
       empty_(new QLabel),
       value_(new QLabel),
       message_(new QLabel),
-      picture_(new QPushButton("Save &Picture...")),
-      csv_(new QPushButton("Save &CSV...")),
+      picture_(new QPushButton("Save Picture...")),
+      csv_(new QPushButton("Save CSV...")),
       rows_(new QTimer(this)) {
     setObjectName("history_plots");
     list_->setObjectName("curve_list");
@@ -81,7 +81,7 @@ HistoryPlots::HistoryPlots(ShownRun run, QWidget* parent)
 }
 
 void HistoryPlots::make_layout() {
-    auto* fit = new QPushButton("&All");
+    auto* fit = new QPushButton("All");
     fit->setObjectName("plot_fit");
     fit->setToolTip(
         "Show all of the curves, as a double click does. Zoom: wheel, or a band with the left "

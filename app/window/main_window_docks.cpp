@@ -87,7 +87,13 @@ void MainWindow::make_docks() {
 // Behind the documented menus: every dock and bar, and the way back.
 void MainWindow::make_window_menu() {
     QMenu* menu = menuBar()->addMenu("&Window");
-    for (QDockWidget* dock : docks_) menu->addAction(dock->toggleViewAction());
+    for (QDockWidget* dock : docks_) {
+        menu->addAction(dock->toggleViewAction());
+        // in front of those that it is a tab beside
+        connect(dock->toggleViewAction(), &QAction::triggered, dock, [dock](bool open) {
+            if (open) dock->raise();
+        });
+    }
     menu->addSeparator();
     for (QToolBar* bar : findChildren<QToolBar*>()) menu->addAction(bar->toggleViewAction());
     menu->addSeparator();

@@ -166,6 +166,7 @@ void ProgressLine::show_place() {
     }
     if (worker_.stopping()) text += "  (stopping)";
     text_->setText(text);
+    text_->setToolTip(text);
     time_->setText(times(at));
     stop_->setEnabled(!worker_.stopping());
     if (job_time_.elapsed() > patience) show();

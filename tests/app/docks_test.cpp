@@ -54,6 +54,10 @@ TEST_F(Docks, CloseComeBackAndStayBetweenStarts) {
     window->close();
     show_window(true);
     EXPECT_FALSE(dock("Messages")->isVisible() || window->findChild<QToolBar*>("Picture")->isVisible());
+    for (QAction* entry : window->menuBar()->actions()[5]->menu()->actions())
+        if (entry->text() == "Sweep") entry->trigger();
+    QTest::qWait(100);
+    EXPECT_FALSE(dock("Sweep")->visibleRegion().isEmpty()) << "a tab that is opened is in front";
     trigger("&Reset Layout");
     EXPECT_TRUE(dock("Messages")->isVisible() && window->findChild<QToolBar*>("Picture")->isVisible());
     window->close();
