@@ -9,6 +9,7 @@
 #include <QStyle>
 #include <QTimer>
 #include <QToolButton>
+#include <utility>
 
 namespace kestralum {
 
@@ -117,6 +118,9 @@ void PlaybackBar::refresh() {
     const Run* run = run_();
     const int frames = run ? run->mode_num() : 0, frame = view::clamp_frame(state_.frame, frames);
     const bool shapes = run && has_shapes(run->ana_type), steps = run && has_steps(run->ana_type);
+    // whatever is set here is drawn anew, and the view with it
+    const Shown now{run, frames, frame, runs(), state_.speed};
+    if (std::exchange(shown_, now) == now) return;
     const QSignalBlocker quiet(slider_);
     slider_->setRange(std::min(frames, 1), frames);
     if (!slider_->isSliderDown()) slider_->setValue(frame);
@@ -139,6 +143,7 @@ void PlaybackBar::refresh() {
 
 void PlaybackBar::showEvent(QShowEvent* event) {
     QWidget::showEvent(event);
+    shown_ = {};
     refresh();
     timer_->start();
 }

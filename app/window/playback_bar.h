@@ -48,6 +48,13 @@ private:
     QSlider* slider_;
     QLabel* place_;
     QComboBox* speed_;
+    struct Shown {
+        const Run* run = nullptr;
+        int frames = -1, frame = -1;
+        bool runs = false;
+        double speed = 0;
+        bool operator==(const Shown&) const = default;
+    } shown_;
     QTimer* timer_;
 };
 

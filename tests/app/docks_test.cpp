@@ -20,6 +20,19 @@ using view::Vec3;
 
 namespace {
 
+// Paint events of all widgets.
+class Paints : public QObject {
+public:
+    Paints() { qApp->installEventFilter(this); }
+    int count = 0;
+
+protected:
+    bool eventFilter(QObject*, QEvent* event) override {
+        count += event->type() == QEvent::Paint;
+        return false;
+    }
+};
+
 class Docks : public Window {
 protected:
     QDockWidget* dock(const char* title) { return window->findChild<QDockWidget*>(title); }
@@ -61,6 +74,17 @@ TEST_F(Docks, CloseComeBackAndStayBetweenStarts) {
     trigger("&Reset Layout");
     EXPECT_TRUE(dock("Messages")->isVisible() && window->findChild<QToolBar*>("Picture")->isVisible());
     window->close();
+}
+
+// Any widget that is drawn has the picture of the view put together again.
+TEST_F(Docks, NothingIsDrawnWhileNothingChanges) {
+    ASSERT_TRUE(open(block_text));
+    run("&Static");
+    window->view()->setFocus();  // no cursor blinks there
+    QTest::qWait(500);
+    const Paints paints;
+    QTest::qWait(1000);
+    EXPECT_EQ(paints.count, 0);
 }
 
 TEST_F(Docks, MessagesAreKeptFilteredCopiedAndLeadToTheirLine) {
