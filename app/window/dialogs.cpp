@@ -45,9 +45,10 @@ std::optional<QSize> ask_for_size(QWidget* parent, const QSize& current) {
 namespace {
 
 void set_texts(QMessageBox& box, const QString& headline, const QString& text) {
-    box.setTextFormat(Qt::RichText);
-    box.setText(headline.toHtmlEscaped());
-    box.setInformativeText(text.toHtmlEscaped().replace("\n", "<br>"));
+    box.setText(headline);
+    box.setInformativeText(text);
+    // as it stands: both labels would take a text for marked up that looks like it
+    for (QLabel* label : box.findChildren<QLabel*>()) label->setTextFormat(Qt::PlainText);
 }
 
 void show_lines(QWidget* parent, QMessageBox::Icon icon, const QString& headline, const QStringList& lines) {

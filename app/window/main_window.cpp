@@ -109,7 +109,9 @@ void MainWindow::tell(MessageKind kind, const QStringList& lines) {
 
 void MainWindow::refuse(const QString& headline, const QStringList& errors) {
     tell(MessageKind::error, QStringList{headline} + errors);
-    show_errors(this, headline, errors);
+    QStringList lines;
+    for (const QString& error : errors) lines << with_line_number(error);
+    show_errors(this, headline, lines);
 }
 
 // ---- what waits for a job

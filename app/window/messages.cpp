@@ -65,6 +65,13 @@ bool open_in_editor(const QString& file, std::int64_t line) {
     return QDesktopServices::openUrl(QUrl::fromLocalFile(whole));
 }
 
+QString with_line_number(const QString& text) {
+    const auto place = place_of_remark(text.toStdString());
+    if (!place || place->line == 0 || !text.contains(" token ")) return text;
+    return QString(text).insert(QString::fromStdString(place->file).size(),
+                                QString(": line %1").arg(place->line));
+}
+
 Messages::Messages(QWidget* parent) : QWidget(parent), list_(new QListWidget) {
     auto* column = new QVBoxLayout(this);
     column->setContentsMargins(2, 2, 2, 2);
@@ -108,8 +115,7 @@ void Messages::add(MessageKind kind, const QString& text) {
     QString shown = text.trimmed();
     if (shown.isEmpty()) return;
     const auto place = place_of_remark(shown.toStdString());
-    if (place && place->line > 0 && shown.contains(" token "))
-        shown.insert(QString::fromStdString(place->file).size(), QString(": line %1").arg(place->line));
+    shown = with_line_number(shown);
     auto* item = new QListWidgetItem(style()->standardIcon(looks[k].icon),
                                      QTime::currentTime().toString("HH:mm:ss  ") + shown, list_);
     item->setData(kind_role, static_cast<int>(kind));

@@ -40,6 +40,9 @@ private:
     std::array<int, 3> counts_{};
 };
 
+// "FILE: token 7 …" as "FILE: line 3: token 7 …"; any other text as it is.
+QString with_line_number(const QString& text);
+
 // Opens a file in the desktop's editor, at a line where the editor is known to take one. KESTRALUM_EDITOR is
 // the command to run in its place: %f stands for the file, %l for the line. False where nothing could be
 // started.

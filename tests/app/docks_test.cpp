@@ -93,7 +93,15 @@ TEST_F(Docks, MessagesAreKeptFilteredCopiedAndLeadToTheirLine) {
         << messages();
     const QString wrong =
         write("wrong.txt", replaced(block_text, "0.4 0.2 0.2 0 0 0  4", "0.4 oops 0.2 0 0 0  4"));
-    told_by([&] { window->open_model(wrong); });
+    QString shown;
+    answer_next<QMessageBox>([&](QMessageBox* box) {
+        for (const QLabel* label : box->findChildren<QLabel*>())
+            if (label->textFormat() == Qt::PlainText) shown += label->text();
+        box->accept();
+    });
+    window->open_model(wrong);
+    wait_idle();
+    EXPECT_TRUE(shown.contains("wrong.txt: line 6: part \"BLOCK\"")) << shown.toStdString();
     const std::string place = "wrong.txt: line 6: ";  // the text begins with an empty line
     EXPECT_TRUE(contains(messages(), place)) << messages();
 
