@@ -5,6 +5,7 @@
 #include <QProgressBar>
 #include <QToolButton>
 #include <atomic>
+#include <set>
 
 #include "app/run_process.h"
 #include "app/window_fixture.h"
@@ -240,6 +241,36 @@ TEST_F(Runs, StopAndCloseDoNotWait) {
     time.start();
     window.reset();
     EXPECT_LT(time.elapsed(), 500);
+}
+
+// Stop in every stage of a run in turn, while the view is turned: until a run has no stage that was not
+// stopped.
+TEST_F(Runs, StopIsAnsweredInEveryStage) {
+    ASSERT_TRUE(open(replaced(bar_text, "8 2 2", "40 14 14")));
+    std::set<std::string> stopped;
+    for (bool another = true; another && stopped.size() < 20;) {
+        trigger("&Static");
+        another = false;
+        qint64 longest = 0;
+        QElapsedTimer turn;
+        turn.start();
+        while (window->worker().busy() && !another) {
+            const std::string stage = window->worker().place().stage;
+            another = !stage.empty() && stopped.insert(stage).second;
+            camera().shift[0] += 1e-4;
+            QTest::qWait(5);
+            longest = std::max(longest, turn.restart());
+        }
+        QElapsedTimer time;
+        time.start();
+        window->worker().stop();
+        wait_idle();
+        EXPECT_LT(time.elapsed(), 500) << "after Stop in one of the first " << stopped.size() << " stages";
+        EXPECT_LT(longest, 400) << "the window stood still";
+    }
+    for (const char* stage : {"assemble", "factor", "recover", "write"})
+        EXPECT_TRUE(stopped.contains(stage)) << stage;
+    EXPECT_TRUE(state().result_ready) << "the last run was not stopped";
 }
 
 // ---- in real time
