@@ -255,10 +255,26 @@ void MainWindow::show_pixmap(const QImage& image) {
     pixmap_->show();
 }
 
+namespace {
+
+// A mode is taken at its peak, wherever it swings just now.
+class AtPeak {
+public:
+    explicit AtPeak(view::DisplayState& state) : state_(state), phase_(std::exchange(state.phase, 0)) {}
+    ~AtPeak() { state_.phase = phase_; }
+
+private:
+    view::DisplayState& state_;
+    const int phase_;
+};
+
+}  // namespace
+
 void MainWindow::renderIntoPixmap() {
     const auto size = ask_for_size(this, view_->size());
     if (!size) return;
     QString error;
+    const AtPeak still(view_->state());
     const QImage image = view_->render_picture(*size, error);
     if (image.isNull())
         refuse("The pixmap was not drawn", {error});
@@ -267,6 +283,7 @@ void MainWindow::renderIntoPixmap() {
 }
 
 void MainWindow::grabFrameBuffer() {
+    const AtPeak still(view_->state());
     show_pixmap(view_->grab_picture());
 }
 
