@@ -74,7 +74,7 @@ ModeTable::ModeTable(std::function<const Run*()> run, QWidget* parent)
       run_(std::move(run)),
       note_(new QLabel(nothing)),
       table_(new QTableWidget),
-      copy_(new QPushButton("&Copy Table")) {
+      copy_(new QPushButton("Copy Table")) {
     setObjectName("mode_table");
     table_->setObjectName("mode_rows");
     table_->setEditTriggers(QAbstractItemView::NoEditTriggers);
