@@ -114,7 +114,7 @@ public:
                                     part("wall"),    part("contact"),  part("external"), part("support")}
                 .total();
         });
-        std::ranges::rotate(made.columns, made.columns.end() - 1);
+        std::rotate(made.columns.begin(), made.columns.end() - 1, made.columns.end());
     }
 
     void add_nonlinear() {

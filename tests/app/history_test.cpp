@@ -3,6 +3,7 @@
 #include <QImage>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QSlider>
 #include <QToolButton>
 #include <QTreeWidget>
