@@ -34,7 +34,7 @@ TEST_F(Batch, AnInterruptEndsARunWithItsFilesInOrder) {
     // a model of minutes, stopped where it is read and meshed, and later
     folder.write("bar.txt", replaced(bar_text, "8 2 2 0 0 0", "150 80 80 0 0 0"));
     folder.write("setting/setting.txt", settings_text("8000", "100000"));
-    for (const char* after : {"0.1", "1", "4"}) {
+    for (const char* after : {"0.4", "1", "4"}) {
         const Ended stopped = run("static bar.txt --quiet", interrupt + after);
         EXPECT_EQ(stopped.status, 1) << after;
         EXPECT_TRUE(contains(stopped.err, "stopped on request")) << after << stopped.err;
