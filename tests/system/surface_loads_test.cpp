@@ -1,5 +1,6 @@
 // Loads on faces and in bodies against the stresses, resultants and volumes that they must agree with.
 #include <gtest/gtest.h>
+#include <algorithm>
 
 #include <cmath>
 #include <numbers>
