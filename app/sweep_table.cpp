@@ -7,6 +7,7 @@
 #include "elements/element_type.h"
 #include "model/format.h"
 #include "model/paths.h"
+#include "results/csv.h"
 
 namespace kestralum {
 
@@ -94,14 +95,6 @@ void add_dynamics(const ExplicitReport& report, Quantities& out) {
 
 std::string cell_text(const SweepColumn& column, const Quantity& value) {
     return value ? formatted(column.format, *value) : "-";
-}
-
-// A field of a CSV file, in quotes where it needs them.
-std::string quoted(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-    std::string out = "\"";
-    for (const char c : text) out += c == '"' ? std::string("\"\"") : std::string(1, c);
-    return out + "\"";
 }
 
 // Characters, not bytes.
@@ -229,13 +222,13 @@ std::string sweep_table(std::span<const std::string> names, std::span<const Swee
 std::string sweep_csv(std::span<const std::string> names, std::span<const SweepRow> rows) {
     const std::vector<std::size_t> used = used_columns(rows);
     std::string text;
-    for (const std::string& name : names) text += quoted(name) + ",";
+    for (const std::string& name : names) text += csv_field(name) + ",";
     text += "status,reason";
-    for (const std::size_t c : used) text += "," + quoted(sweep_columns()[c].heading());
+    for (const std::size_t c : used) text += "," + csv_field(sweep_columns()[c].heading());
     text += "\n";
     for (const SweepRow& row : rows) {
         for (const double value : row.parameters) text += sweep_number(value) + ",";
-        text += std::string(word_of(row.status)) + "," + quoted(row.error);
+        text += std::string(word_of(row.status)) + "," + csv_field(row.error);
         for (const std::size_t c : used)
             text += "," + (row.quantities[c] ? sweep_number(*row.quantities[c]) : std::string());
         text += "\n";

@@ -4,7 +4,6 @@
 #include <charconv>
 
 #include "model/paths.h"
-#include "model/progress.h"
 #include "model/token_reader.h"
 
 namespace kestralum {
@@ -60,11 +59,12 @@ std::optional<TextPlace> place_of_remark(std::string_view remark) {
     for (std::size_t colon = remark.find(':'); colon != std::string_view::npos;
          colon = remark.find(':', colon + 1)) {
         TextPlace place{std::string(remark.substr(0, colon)), 0};
-        std::string text, reason;
-        if (place.file.empty() || !paths::read_text(place.file, text, reason)) continue;
+        if (place.file.empty() || !paths::open(place.file, "rb")) continue;
         std::string_view rest = remark.substr(colon + 1);
         if (const auto token = rest.find(" token "); token != std::string_view::npos) {
-            place.line = line_of_token(text, leading_number(rest.substr(token + 7)));
+            std::string text, reason;
+            if (paths::read_text(place.file, text, reason))
+                place.line = line_of_token(text, leading_number(rest.substr(token + 7)));
         } else {
             if (rest.starts_with(" line ")) rest.remove_prefix(6);
             place.line = leading_number(rest);
@@ -74,11 +74,10 @@ std::optional<TextPlace> place_of_remark(std::string_view remark) {
     return std::nullopt;
 }
 
-std::vector<RecordPlace> record_places(std::string_view text, Keyword section,
+std::vector<RecordPlace> record_places(std::string_view text, const ModelSections& sections, Keyword section,
                                        const std::vector<std::string>& names) {
-    SilentProgress silent;
     std::vector<Token> tokens;
-    for (const FileSection& s : split_sections(text, silent).sections)
+    for (const FileSection& s : sections.sections)
         if (s.keyword == section) tokens.insert(tokens.end(), s.tokens.begin(), s.tokens.end());
     std::vector<std::size_t> firsts;
     std::size_t from = 0;

@@ -33,8 +33,8 @@ struct RecordPlace {
 };
 
 // The records of all sections of one keyword in a model file, in the order of `names`: each begins with the
-// next token of its name, one that opens a line before others.
-std::vector<RecordPlace> record_places(std::string_view text, Keyword section,
+// next token of its name, one that opens a line before others. `sections`: of `text`, by split_sections().
+std::vector<RecordPlace> record_places(std::string_view text, const ModelSections& sections, Keyword section,
                                        const std::vector<std::string>& names);
 
 }  // namespace kestralum

@@ -16,27 +16,40 @@ bool is_absolute(std::string_view path) {
     return path.starts_with('/') || path.starts_with('\\');
 }
 
-// Looked for in the working directory first and then beside the model file; `name` is the path that was read.
-// False: `error` is a whole line.
+// The places of a part's file, the working directory first, then beside the model file.
+std::vector<std::string> mesh_file_places(const Part& part, std::string_view model_file_name) {
+    const std::string name = mesh_file_path(part), folder = paths::directory_of(model_file_name);
+    if (name.empty()) return {};
+    std::vector<std::string> places{name};
+    if (!folder.empty() && !is_absolute(name)) places.push_back(folder + name);
+    return places;
+}
+
+// `name` is the path that was read. False: `error` is a whole line.
 bool read_mesh_file(const Part& part, std::string_view model_file_name, std::string& name, std::string& text,
                     std::string& error) {
-    name = mesh_file_path(part);
     std::string why = "no path given";
-    if (!name.empty() && paths::read_text(name, text, why)) return true;
-    const std::string folder = paths::directory_of(model_file_name);
-    if (!name.empty() && !folder.empty() && !is_absolute(name)) {
-        std::string ignored;
-        if (paths::read_text(folder + name, text, ignored)) {
-            name = folder + name;
-            return true;
-        }
-        why += ", nor beside the model file";
+    const std::vector<std::string> places = mesh_file_places(part, model_file_name);
+    for (const std::string& place : places) {
+        std::string reason;
+        name = place;
+        if (paths::read_text(place, text, reason)) return true;
+        if (place == places.front()) why = reason;
     }
+    if (places.size() > 1) why += ", nor beside the model file";
+    name = mesh_file_path(part);
     error = "part \"" + part.name + "\": file \"" + name + "\" cannot be read: " + why;
     return false;
 }
 
 }  // namespace
+
+std::string found_mesh_file(const Part& part, std::string_view model_file_name) {
+    if (part.parent_name == "NONE") return {};
+    for (const std::string& place : mesh_file_places(part, model_file_name))
+        if (paths::open(place, "rb")) return place;
+    return {};
+}
 
 bool import_mesh_file(const Part& part, MeshContext& context, PartMesh& mesh, const char* word,
                       const ReadMesh& read) {

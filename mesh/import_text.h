@@ -15,6 +15,10 @@ namespace kestralum {
 // first size text keeps more of the same field.
 std::string mesh_file_path(const Part& part);
 
+// Where the file of a part was read from: in the working directory, or beside the model file. Empty for a
+// part without a file, and where there is none now.
+std::string found_mesh_file(const Part& part, std::string_view model_file_name);
+
 // Imports the file of a part: read(text, name) fills the mesh and adds its console lines to those that every
 // import prints, "WORD:FILE OPEN !!\n" … "FILE CLOSE !!\n". False with an error where the file cannot be
 // opened, read says so, or the mesh passes what is left.

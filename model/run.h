@@ -112,4 +112,8 @@ struct Run {
     std::int32_t mode_num() const { return static_cast<std::int32_t>(results.size()); }
 };
 
+// The first mode that deforms the body, from 1; 0 where there are no modes. A file tells frequencies alone:
+// there the rigid ones are those that lie before a step to a thousandfold frequency.
+std::int32_t first_elastic_mode(const Run& run);
+
 }  // namespace kestralum

@@ -7,6 +7,8 @@
 #include <optional>
 #include <string_view>
 
+#include "results/csv.h"
+
 namespace kestralum {
 
 namespace {
@@ -199,14 +201,6 @@ void append_number(std::string& text, double value) {
     text.append(digits.data(), end);
 }
 
-// A heading as one field, whatever a name holds.
-std::string quoted(const std::string& text) {
-    if (text.find_first_of(",\"\n") == std::string::npos) return text;
-    std::string field = "\"";
-    for (const char c : text) field += c == '"' ? std::string("\"\"") : std::string(1, c);
-    return field + '"';
-}
-
 }  // namespace
 
 std::string with_unit(const std::string& name, const std::string& unit) {
@@ -254,7 +248,7 @@ void extend(History& history, const Run& run) {
 std::string csv_text(const History& history, std::span<const std::size_t> columns) {
     std::string text = with_unit(history.axis, history.axis_unit);
     for (const std::size_t c : columns)
-        text += ',' + quoted(with_unit(history.columns[c].name, history.columns[c].unit));
+        text += ',' + csv_field(with_unit(history.columns[c].name, history.columns[c].unit));
     text += '\n';
     for (std::size_t row = 0; row < history.x.size(); ++row) {
         append_number(text, history.x[row]);

@@ -158,6 +158,7 @@ FactorStatus MultifrontalFactor::factor(const SparseKM& km, std::span<const doub
         if (!file_->open()) walk.end(FactorStatus::file_failed);
     }
     if (!walk.ended()) walk_up(walk, [&](std::int32_t s) { factor_front(walk, s); });
+    progress.set_share(-1);  // what follows has its own count
     negative_ = walk.negative;
     const FactorStatus status = finish(walk);
     if (status != FactorStatus::ok || (negative_ == 0 && walk.replaced == 0)) return status;

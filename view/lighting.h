@@ -11,10 +11,6 @@ namespace kestralum::view {
 inline constexpr double ambient_share = 0.3;
 inline constexpr double main_diffuse = 0.7;
 
-// Share of a colour that the main light gives to the middle of a side of the model's box: 0 … 2 the sides at
-// the high end of x y z, 3 … 5 those at the low end.
-double main_share(const Scene& scene, const Vec3& main_light, std::size_t side);
-
 // Two lamps at infinity, in model space: each a vector towards it, as long as it is bright. With the main
 // light at its start (max_length each) the first makes the sides of the box at the high ends of x, y and z
 // differ in brightness by a fifth at least, the top brightest as a rule; the second does the same for the low

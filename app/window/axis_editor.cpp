@@ -11,22 +11,9 @@
 #include <algorithm>
 
 #include "app/sweep.h"
+#include "app/window/widgets.h"
 
 namespace kestralum {
-
-namespace {
-
-template <typename Widget>
-Widget* named(const QString& name, Widget* widget) {
-    widget->setObjectName(name);
-    return widget;
-}
-
-QString shown(const std::string& text) {
-    return QString::fromStdString(text);
-}
-
-}  // namespace
 
 AxisEditor::AxisEditor(const QString& name, bool optional, QWidget* parent)
     : QWidget(parent),

@@ -18,6 +18,18 @@ QString first_folder() {
     return QDir("data").exists() ? QDir("data").absolutePath() : QDir::currentPath();
 }
 
+QString ask_for_new_file(QWidget* parent, const QString& title, const QString& name, const QString& ending) {
+    QString chosen =
+        QFileDialog::getSaveFileName(parent, title, name + ending, QString("*%1;;All Files (*)").arg(ending));
+    if (chosen.isEmpty() || !QFileInfo(chosen).suffix().isEmpty()) return chosen;
+    chosen += ending;  // the dialog asked about a name without it
+    enum Answer { replace, leave };
+    if (QFileInfo::exists(chosen) && ask(parent, chosen + " is there already.", "Replace it?",
+                                         {"Replace", "Leave it"}, leave, leave) == leave)
+        return {};
+    return chosen;
+}
+
 QSettings kept_settings() {
     return QSettings(QSettings::IniFormat, QSettings::UserScope, "kestralum", "window");
 }
@@ -97,9 +109,8 @@ PixmapWindow::PixmapWindow(const QPixmap& pixmap, QWidget* parent)
 }
 
 void PixmapWindow::save() {
-    QString name = QFileDialog::getSaveFileName(this, "Save pixmap", "picture.png", "Images (*.png *.jpg)");
+    const QString name = ask_for_new_file(this, "Save pixmap", "picture", ".png");
     if (name.isEmpty()) return;
-    if (QFileInfo(name).suffix().isEmpty()) name += ".png";
     if (!pixmap_.save(name))
         show_errors(this, "The pixmap was not saved",
                     {name + " cannot be written; its ending has to be .png or .jpg"});

@@ -18,6 +18,10 @@ inline constexpr const char* movie_files = "Text Files (*.mov);;All Files (*)";
 QString ask_for_file(QWidget* parent, const char* filter, QString& folder);
 QString first_folder();  // the one of the models, or the current one
 
+// A file to write, `name` offered, with that ending ("" when cancelled); one that is there was agreed to be
+// replaced.
+QString ask_for_new_file(QWidget* parent, const QString& title, const QString& name, const QString& ending);
+
 // What is kept between starts: layout, folder, recent files.
 QSettings kept_settings();
 

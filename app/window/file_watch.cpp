@@ -30,7 +30,7 @@ QMap<QString, FileWatch::Stamp> FileWatch::stamps() const {
     return out;
 }
 
-void FileWatch::watch(const QStringList& files) {
+void FileWatch::watch(const QStringList& files, const QDateTime& read_since) {
     files_ = files;
     const QStringList old = watcher_.files() + watcher_.directories();
     if (!old.isEmpty()) watcher_.removePaths(old);
@@ -41,6 +41,11 @@ void FileWatch::watch(const QStringList& files) {
             if (QFileInfo::exists(path) && !paths.contains(path)) paths << path;
     if (!paths.isEmpty()) watcher_.addPaths(paths);
     taken_ = last_ = stamps();
+    for (Stamp& stamp : taken_)
+        if (stamp.size >= 0 && stamp.time > read_since) {
+            stamp = {};
+            settle_.start();
+        }
 }
 
 void FileWatch::set_on(bool on) {

@@ -16,8 +16,9 @@ class FileWatch : public QObject {
 public:
     explicit FileWatch(QObject* parent = nullptr);
 
-    // The files to look at from now on, as they are now; one that does not exist counts once it is there.
-    void watch(const QStringList& files);
+    // The files to look at from now on, the first above all; one that does not exist counts once it is there,
+    // and one that was written after `read_since` has been saved since it was read.
+    void watch(const QStringList& files, const QDateTime& read_since);
     void set_on(bool on);
 
 signals:

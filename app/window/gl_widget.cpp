@@ -54,7 +54,8 @@ void GLWidget::advanceGears() {
     if (view::animates(state(), shown_.ana_type(), shown_.mode_num())) {
         tick_ = true;
         update();
-    } else if (Painted{state(), shown_.camera, shown_.revision()} != painted_) {
+    } else if (shown_.revision() != painted_.revision || shown_.camera != painted_.camera ||
+               state() != painted_.state) {
         update();
     }
 }
@@ -98,7 +99,7 @@ void GLWidget::step_animation() {
 
 template <typename Use>
 void GLWidget::with_texts(Use use) {
-    if (use_glut_text() && shown_.camera.pixel_ratio == 1) {
+    if (use_glut_text()) {
         view::gl::GlutText texts(shown_.camera.height);
         use(texts);
     } else {
@@ -139,8 +140,7 @@ QImage GLWidget::render_picture(const QSize& size, QString& error) {
 
 template <typename Use>
 auto GLWidget::measure_texts(Use use) {
-    if (use_glut_text() && shown_.camera.pixel_ratio == 1)
-        return use(view::gl::GlutText(shown_.camera.height));
+    if (use_glut_text()) return use(view::gl::GlutText(shown_.camera.height));
     return use(PainterTexts());
 }
 
@@ -192,7 +192,7 @@ void GLWidget::mouseReleaseEvent(QMouseEvent* event) {
     if (!click_ || event->button() != Qt::LeftButton) return;
     click_ = false;
     const bool more = event->modifiers() & Qt::ShiftModifier;
-    emit picked(QString::fromStdString(shown_.pick(at.x() + 0.5, at.y() + 0.5, more)));
+    emit picked(QString::fromStdString(shown_.pick(at.x() + 0.5, at.y() + 0.5, more)), more);
     update();
 }
 

@@ -35,10 +35,10 @@ public slots:
     void advanceGears();
 
 signals:
-    void started();           // the settings are read: a model may be opened
-    void settings_missing();  // the program cannot go on
-    void picked(const QString& text);
-    void painted();  // on the screen
+    void started();                               // the settings are read: a model may be opened
+    void settings_missing();                      // the program cannot go on
+    void picked(const QString& text, bool more);  // more: beside what was picked before
+    void painted();                               // on the screen
 
 protected:
     void initializeGL() override;
@@ -67,7 +67,6 @@ private:
         view::DisplayState state{};
         view::Camera camera{};
         std::uint64_t revision = 0;
-        bool operator==(const Painted&) const = default;
     } painted_;  // what the picture on the screen was made from
     bool grabbing_ = false, tick_ = false, ready_ = false;
     bool click_ = false;

@@ -1,12 +1,9 @@
 #include "app/window/history_plots.h"
 
-#include <QFileDialog>
-#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QPushButton>
-#include <QSaveFile>
 #include <QSignalBlocker>
 #include <QSplitter>
 #include <QTimer>
@@ -17,6 +14,7 @@
 
 #include "app/window/curve_view.h"
 #include "app/window/dialogs.h"
+#include "results/text_output.h"
 
 namespace kestralum {
 
@@ -31,6 +29,11 @@ QColor free_color(const std::map<std::string, QColor>& taken) {
         return std::ranges::count_if(taken, [&](const auto& one) { return one.second == QColor(color); });
     };
     return QColor(*std::ranges::min_element(palette_of_curves, {}, uses));
+}
+
+const std::string last_node = "Node * ";
+std::string of_node(std::int32_t node) {
+    return "Node " + std::to_string(node) + " ";
 }
 
 QString unit_text(const std::string& unit) {
@@ -113,11 +116,8 @@ void HistoryPlots::make_layout() {
 void HistoryPlots::refresh() {
     stale_ = !isVisible();
     const auto former = std::exchange(shown_, stale_ ? nullptr : run_());  // no run is kept for nobody
-    if (shown_ && node_ > 0 &&
-        (node_ > shown_->mesh.node_num() ||
-         !std::equal(node_place_.begin(), node_place_.end(), shown_->mesh.node(node_ - 1))))
-        node_ = 0;  // another mesh
-    history_ = shown_ ? make_history(*shown_, std::array{static_cast<std::int32_t>(node_)}) : History();
+    if (shown_ && !are_of(shown_->mesh)) forget_nodes();
+    history_ = shown_ ? make_history(*shown_, nodes_) : History();
     message_->hide();
     if (shown_ != former) first_choice();
     list_curves();
@@ -130,11 +130,48 @@ void HistoryPlots::showEvent(QShowEvent* event) {
     take_rows();
 }
 
-void HistoryPlots::pick_node(int node) {
+void HistoryPlots::pick_node(int node, bool more) {
     const std::shared_ptr<const Run> run = run_();
-    node_ = run && node <= run->mesh.node_num() ? std::max(node, 0) : 0;
-    if (node_ > 0) std::copy_n(run->mesh.node(node_ - 1), 3, node_place_.begin());
+    const bool known = run && node > 0 && node <= run->mesh.node_num();
+    if (more && (!known || std::ranges::find(nodes_, node) != nodes_.end())) return;
+    if (!more && nodes_ == (known ? std::vector{node} : std::vector<int>())) return;
+    if (more && !nodes_.empty())
+        keep_last_node();
+    else
+        forget_nodes();
+    if (known) {
+        nodes_.push_back(node);
+        std::copy_n(run->mesh.node(node - 1), 3, node_places_.emplace_back().begin());
+    }
     refresh();
+}
+
+// The nodes are those of this mesh.
+bool HistoryPlots::are_of(const Mesh& mesh) const {
+    for (std::size_t k = 0; k < nodes_.size(); ++k)
+        if (nodes_[k] > mesh.node_num() ||
+            !std::equal(node_places_[k].begin(), node_places_[k].end(), mesh.node(nodes_[k] - 1)))
+            return false;
+    return true;
+}
+
+void HistoryPlots::forget_nodes() {
+    for (const std::int32_t node : nodes_)
+        std::erase_if(chosen_, [&](const auto& one) { return one.first.starts_with(of_node(node)); });
+    nodes_.clear();
+    node_places_.clear();
+}
+
+// Another node is to be the last one: the curves of this one stay with their colours, and the same ones of
+// the next get others.
+void HistoryPlots::keep_last_node() {
+    const std::map<Key, QColor> before = chosen_;
+    for (const auto& [name, color] : before) {
+        if (!name.starts_with(last_node)) continue;
+        chosen_[of_node(nodes_.back()) + name.substr(last_node.size())] = color;
+        chosen_.erase(name);
+        chosen_[name] = free_color(chosen_);
+    }
 }
 
 void HistoryPlots::show_frame(int frame) {
@@ -157,8 +194,9 @@ void HistoryPlots::take_rows() {
 // ---- the list
 
 HistoryPlots::Key HistoryPlots::key(std::size_t column) const {
-    const std::string own = "Node " + std::to_string(node_) + " ", &name = history_.columns[column].name;
-    return name.starts_with(own) ? "Node * " + name.substr(own.size()) : name;
+    const std::string own = nodes_.empty() ? std::string() : of_node(nodes_.back()),
+                      &name = history_.columns[column].name;
+    return !own.empty() && name.starts_with(own) ? last_node + name.substr(own.size()) : name;
 }
 
 std::vector<QTreeWidgetItem*> HistoryPlots::items() const {
@@ -284,21 +322,9 @@ void HistoryPlots::tell() {
 
 // ---- files
 
-QString HistoryPlots::ask_for_name(const QString& title, const QString& ending) {
-    const QString name = QFileDialog::getSaveFileName(this, title, "curves" + ending,
-                                                      QString("*%1;;All Files (*)").arg(ending));
-    if (name.isEmpty() || name.endsWith(ending, Qt::CaseInsensitive)) return name;
-    enum Answer { replace, leave };
-    const bool there = QFileInfo::exists(name + ending);
-    if (there && ask(this, name + ending + " is there already.", "Replace it?", {"Replace", "Leave it"},
-                     leave, leave) == leave)
-        return {};
-    return name + ending;
-}
-
 void HistoryPlots::save_picture() {
     if (shown_columns().empty()) return;
-    const QString name = ask_for_name("Save picture", ".png");
+    const QString name = ask_for_new_file(this, "Save picture", "curves", ".png");
     if (name.isEmpty()) return;
     if (!view_->grab().save(name, "PNG"))
         show_errors(this, "The picture was not saved", {name + " cannot be written."});
@@ -306,13 +332,13 @@ void HistoryPlots::save_picture() {
 
 void HistoryPlots::save_csv() {
     if (shown_columns().empty()) return;
-    const QString name = ask_for_name("Save CSV", ".csv");
+    const QString name = ask_for_new_file(this, "Save CSV", "curves", ".csv");
     if (name.isEmpty()) return;
-    QSaveFile file(name);
-    const std::string text = csv_text(history_, shown_columns());
-    if (!file.open(QIODevice::WriteOnly) || file.write(text.data(), std::ssize(text)) != std::ssize(text) ||
-        !file.commit())
-        show_errors(this, "The curves were not saved", {name + " cannot be written."});
+    SilentProgress silent;
+    const std::string fault = write_whole(
+        name.toStdString(), "log", [&](TextOutput& file) { file.write(csv_text(history_, shown_columns())); },
+        silent);
+    if (!fault.empty()) show_errors(this, "The curves were not saved", {QString::fromStdString(fault)});
 }
 
 }  // namespace kestralum

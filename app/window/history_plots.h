@@ -37,8 +37,8 @@ public:
 public slots:
     void refresh();              // another model or run
     void show_frame(int frame);  // another one is drawn, or a run under way has added some; from 1
-    // The node whose motion is offered, of the run's mesh, from 1; 0: none.
-    void pick_node(int node);
+    // The node whose motion is offered, of the run's mesh, from 1; 0: none. `more`: beside those before.
+    void pick_node(int node, bool more = false);
     void save_picture();
     void save_csv();
 
@@ -49,7 +49,7 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
-    // A curve that is wished for: its name, "Node *" for the picked node whichever it is.
+    // A curve that is wished for: its name, "Node *" for the node picked last whichever it is.
     using Key = std::string;
 
     void make_layout();
@@ -61,16 +61,19 @@ private:
     bool fits_axes(QTreeWidgetItem* item) const;
     std::vector<QTreeWidgetItem*> items() const;
     Key key(std::size_t column) const;
-    QString ask_for_name(const QString& title, const QString& ending);
     void tell();
+    bool are_of(const Mesh& mesh) const;
+    void forget_nodes();
+    void keep_last_node();
 
     const ShownRun run_;
     std::shared_ptr<const Run> shown_;
     History history_;
-    int node_ = 0, frame_ = 0;
-    std::array<double, 3> node_place_{};  // m
-    std::map<Key, QColor> chosen_;        // and their colours, also of curves that this run does not have
-    bool stale_ = true;                   // not brought up to date since it was hidden
+    std::vector<std::int32_t> nodes_;                 // picked, in their order
+    std::vector<std::array<double, 3>> node_places_;  // theirs, m
+    int frame_ = 0;
+    std::map<Key, QColor> chosen_;  // and their colours, also of curves that this run does not have
+    bool stale_ = true;             // not brought up to date since it was hidden
 
     CurveView* view_;
     QTreeWidget* list_;

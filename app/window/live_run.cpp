@@ -28,9 +28,10 @@ Run LiveRun::work(const Shows& shows, Progress& progress) {
         }
         for (std::size_t k = before; k < shown(); ++k) {
             const HistoryRows& history = analysis.run().history;
-            const auto row = history.values.begin() + std::ptrdiff_t(k * history.columns.size());
-            if (shows.row && k < history.rows()) shows.row({row, row + std::ssize(history.columns)});
-            shows.interval(analysis.run().results[k]);
+            std::vector<double> row;
+            if (const std::size_t width = history.columns.size(); k < history.rows())
+                row.assign(history.values.data() + k * width, history.values.data() + (k + 1) * width);
+            shows.interval(analysis.run().results[k], std::move(row));
         }
     }
     analysis.finish();
@@ -52,11 +53,6 @@ void LiveRun::hold(bool held) {
     const std::lock_guard lock(lock_);
     held_ = held;
     steps_ = 0;
-}
-
-bool LiveRun::held() const {
-    const std::lock_guard lock(lock_);
-    return held_;
 }
 
 void LiveRun::step() {

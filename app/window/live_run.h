@@ -19,9 +19,8 @@ public:
     // Called on the worker's thread.
     struct Shows {
         std::function<void(std::shared_ptr<Run>)> start;  // the set-up stands: a copy, with frame 1
-        std::function<void(std::shared_ptr<const Frame>)> interval;  // one frame more
-        // just before it: its row of the history, by the columns of the run handed to start
-        std::function<void(std::vector<double>)> row{};
+        // one frame more, with its row of the history by the columns of the run handed to start
+        std::function<void(std::shared_ptr<const Frame>, std::vector<double> row)> interval;
     };
 
     LiveRun(std::shared_ptr<const Model> model, const Settings& settings, const RunOptions& options)
@@ -36,7 +35,6 @@ public:
 
     // Of the thread of the window. A run that is held goes on by single steps, or when it is held no more.
     void hold(bool held);
-    bool held() const;
     void step();  // one interval more of a run that is held
     void set_pause(std::chrono::milliseconds pause);
 
@@ -47,7 +45,7 @@ private:
     const Settings settings_;
     const RunOptions options_;
     std::chrono::steady_clock::time_point ended_{};  // of the last interval
-    mutable std::mutex lock_;
+    std::mutex lock_;
     std::condition_variable painted_;
     std::chrono::milliseconds pause_{100};  // between two intervals: the pace of the picture
     bool on_screen_ = false, held_ = false;

@@ -22,6 +22,7 @@
 #include "app/window/dialogs.h"
 #include "app/window/live_run.h"
 #include "app/window/progress_line.h"
+#include "app/window/sweep_panel.h"
 
 namespace kestralum {
 
@@ -68,6 +69,7 @@ MainWindow::MainWindow(const std::string& log_folder, bool quiet)
     make_docks();
     make_window_menu();
     make_help_menu();
+    restore_layout();
     connect(worker_.get(), &Worker::ended, this, &MainWindow::go_on);
     connect(view_, &GLWidget::started, this, &MainWindow::on_started);
     connect(view_, &GLWidget::settings_missing, this, &MainWindow::on_settings_missing);
@@ -102,24 +104,23 @@ void MainWindow::say(const QString& text) {
     said_->setToolTip(text);
 }
 
-void MainWindow::tell(MessageKind kind, const QStringList& lines) {
-    for (const QString& line : lines) messages_->add(kind, line);
+QStringList MainWindow::tell(MessageKind kind, const QStringList& lines) {
+    QStringList kept;
+    for (const QString& line : lines) kept << messages_->add(kind, line);
     if (!lines.isEmpty() && kind != MessageKind::note) say(lines.front());
+    return kept;
 }
 
 void MainWindow::refuse(const QString& headline, const QStringList& errors) {
-    tell(MessageKind::error, QStringList{headline} + errors);
-    QStringList lines;
-    for (const QString& error : errors) lines << with_line_number(error);
-    show_errors(this, headline, lines);
+    show_errors(this, headline, tell(MessageKind::error, QStringList{headline} + errors).mid(1));
 }
 
 // ---- what waits for a job
 
 void MainWindow::after_run(const QString& what, std::function<void()> action) {
     if (!worker_->busy()) return action();
-    if (worker_->title().startsWith("Checking ")) {  // nobody asked for it
-        after_ = std::move(action);
+    if (check_unasked_) {
+        wait_with(std::move(action));
         return worker_->stop();
     }
     enum Answer { wait, stop, leave };
@@ -127,26 +128,31 @@ void MainWindow::after_run(const QString& what, std::function<void()> action) {
     const int answer =
         ask(this, running + " is under way.", what + ": wait for its end, stop it, or let it go on?",
             {"Wait", "Stop the run", "Leave it"}, wait, leave);
-    if (answer == leave) return;
+    if (answer == leave) return emit reading_refused();
     if (!worker_->busy()) return action();  // it has ended meanwhile
-    after_ = std::move(action);
+    wait_with(std::move(action));
     if (answer == stop)
         worker_->stop();
     else
         say(what + " follows when " + running + " has ended");
 }
 
+// One action waits; it takes the place of one before, which may have been a reading.
+void MainWindow::wait_with(std::function<void()> action) {
+    if (std::exchange(after_, std::move(action))) emit reading_refused();
+}
+
 void MainWindow::go_on() {
     if (worker_->busy()) return;  // a job that the one before was the first step of
-    if (const auto action = std::exchange(after_, nullptr)) return action();
-    if (std::exchange(saved_meanwhile_, false)) read_saved();
+    if (const auto action = std::exchange(after_, nullptr)) action();
+    if (!worker_->busy() && std::exchange(saved_meanwhile_, false)) read_saved();
 }
 
 // ---- display state
 
 void MainWindow::start_animation() {
     view_->state().frame = 1;
-    view_->state().animation_running = true;
+    view::play(view_->state(), view_->shown().mode_num(), false);
     view_->state().animation_repeats = false;
 }
 
@@ -154,11 +160,13 @@ void MainWindow::set_frame(int frame) {
     view_->state().frame = view::clamp_frame(frame, view_->shown().mode_num());
     show_frame_in_controls();
     offer_error_estimate();
-    emit frame_shown(view_->state().frame);
+    told_frame_ = view_->state().frame;
+    emit frame_shown(told_frame_);
 }
 
 // The frame that was asked for; of several load cases the status bar tells which it is.
 void MainWindow::step_to(int frame) {
+    view_->state().animation_running = false;
     set_frame(frame);
     const auto shown = view::frame_at(view_->shown().tables().frames(), view_->state().frame);
     if (shown && !shown->name.empty())
@@ -383,14 +391,22 @@ void MainWindow::keyPressEvent(QKeyEvent* event) {
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
-    if (!worker_->busy()) {
+    if (!worker_->busy() && (!sweep_->busy() || leaves_sweep_)) {
         keep_layout();
         return QMainWindow::closeEvent(event);
     }
     event->ignore();
     // not from within the event: the window system wants its answer first
     QMetaObject::invokeMethod(
-        this, [this] { after_run("Exit", [this] { close(); }); }, Qt::QueuedConnection);
+        this, [this] { after_run("Exit", [this] { leave_sweep(); }); }, Qt::QueuedConnection);
+}
+
+// Its window's end stops a sweep; the rows it has done are lost unless they were saved.
+void MainWindow::leave_sweep() {
+    enum Answer { stop, stay };
+    leaves_sweep_ = !sweep_->busy() || ask(this, "A sweep is under way.", "Exit: stop it, or let it go on?",
+                                           {"Stop the sweep", "Leave it"}, stay, stay) == stop;
+    if (leaves_sweep_) close();
 }
 
 }  // namespace kestralum

@@ -30,6 +30,7 @@ namespace kestralum {
 class LiveRun;
 class PixmapWindow;
 class ProgressLine;
+class SweepPanel;
 struct AnalysisEntry;
 struct StoredRun;
 
@@ -65,6 +66,7 @@ public:
 signals:
     void content_shown();         // another model or another run stands in store()
     void frame_shown(int frame);  // another frame is drawn, or a live run has added some; from 1
+    void reading_refused();       // a reading was stopped, failed or left: model and overrides stand
 
 public slots:
     // Draws a frame, the nearest there is, and shows its number in the boxes.
@@ -132,6 +134,7 @@ private:
     void make_window_menu();
     void reset_layout();
     void keep_layout();
+    void restore_layout();
     void show_what_is_shown();
     QSpinBox* integer_control(QVBoxLayout* column, const char* label, void (MainWindow::*slot)(int));
     QDoubleSpinBox* decimal_control(QVBoxLayout* column, const char* label,
@@ -149,7 +152,9 @@ private:
     // Does `action` now or, while a job is under way, what the user chooses: after its end, after stopping
     // it, or not at all. `what` names the action.
     void after_run(const QString& what, std::function<void()> action);
+    void wait_with(std::function<void()> action);
     void go_on();
+    void leave_sweep();
 
     // main_window_files.cpp
     struct Reading;
@@ -157,8 +162,10 @@ private:
     void open_part(const QString& name);
     enum class Opening { fresh, again, watched };  // turned and fitted; as it is; the same, without boxes
     void read_model(const QString& name, std::shared_ptr<const Model> base, Opening opening);
+    void read_model(const QString& name, std::shared_ptr<const Model> base, Opening opening,
+                    const std::vector<ParameterOverride>& overrides, bool run_again = false);
     void take_model(Reading& reading, const Heard& heard, Opening opening);
-    void watch_files();
+    void watch_files(const QDateTime& read_since);
     void read_saved();
     void remember(const QString& name);
     void list_recent();
@@ -170,19 +177,19 @@ private:
     void run_analysis(const char* menu_text);
     void prepare_run(const AnalysisEntry& entry, std::function<void()> start);
     void check_budget(const AnalysisEntry& entry, std::function<void()> start);
-    void start_check();
+    void start_check(bool asked);
     void start_run(const AnalysisEntry& entry);
     void start_live_run();
     void show_live_start(std::shared_ptr<Run> run);
-    void show_live_frame(std::shared_ptr<const Frame> frame);
+    void show_live_frame(std::shared_ptr<const Frame> frame, const std::vector<double>& row);
     void end_live_run(const Run* run, const Heard& heard);
     void show_outcome(const Run& run, const QString& title, const Heard& heard);
     RunOptions run_options() const;
 
     void show_pixmap(const QImage& image);
     void say(const QString& text);
-    // Keeps a message; an error is also said in the status bar, a summary too.
-    void tell(MessageKind kind, const QStringList& lines);
+    // Keeps messages; the first error or summary is also said in the status bar. Gives them as they are kept.
+    QStringList tell(MessageKind kind, const QStringList& lines);
     // The same, and a box: nothing could be done.
     void refuse(const QString& headline, const QStringList& errors);
 
@@ -221,10 +228,13 @@ private:
     QMenu* recent_menu_ = nullptr;
     FileWatch watch_;
     bool saved_meanwhile_ = false;  // a watched file was saved while a job was under way
-    std::vector<ParameterOverride> overrides_, former_overrides_;  // in force; before a reading under way
+    std::vector<ParameterOverride> overrides_;
     const AnalysisEntry* last_analysis_ = nullptr;
-    bool run_again_ = false;  // the last analysis, once the model is read
-    QString starter_notice_;  // of the model under way, where it was made for a part
+    bool check_unasked_ = false;   // a check is under way that follows an opening
+    std::int32_t told_frame_ = 0;  // by frame_shown
+    SweepPanel* sweep_ = nullptr;
+    bool leaves_sweep_ = false;  // the user wants to exit all the same
+    QString starter_notice_;     // of the model under way, where it was made for a part
 
     QStringList control_errors_;  // of the model's control file: no analysis starts
     struct Budget {

@@ -64,13 +64,14 @@ void MainWindow::make_docks() {
         },
         [this](const auto& changed, bool run_again) { set_overrides(changed, run_again); });
     connect(this, &MainWindow::content_shown, parameters, &ParameterPanel::refresh);
+    connect(this, &MainWindow::reading_refused, parameters, &ParameterPanel::refresh);
     add_dock("Parameters", parameters, Qt::RightDockWidgetArea, false);
 
-    auto* sweep = new SweepPanel([this] {
+    sweep_ = new SweepPanel([this] {
         return SweepPanel::Scene{store().model, overrides(), run_options(), store().settings};
     });
-    connect(this, &MainWindow::content_shown, sweep, &SweepPanel::refresh);
-    add_dock("Sweep", sweep, Qt::RightDockWidgetArea, false);
+    connect(this, &MainWindow::content_shown, sweep_, &SweepPanel::refresh);
+    add_dock("Sweep", sweep_, Qt::RightDockWidgetArea, false);
 
     for (const char* title : {"Parameters", "Sweep"})
         tabifyDockWidget(findChild<QDockWidget*>("Controls"), findChild<QDockWidget*>(title));
@@ -100,7 +101,9 @@ void MainWindow::make_window_menu() {
     QAction* reset = menu->addAction("&Reset Layout");
     reset->setStatusTip("Put docks and tool bars back where they were at the first start");
     connect(reset, &QAction::triggered, this, &MainWindow::reset_layout);
+}
 
+void MainWindow::restore_layout() {
     resize(QSize(1280, 860).boundedTo(screen()->availableSize()));
     first_layout_ = saveState(layout_version);
     const QSettings settings = kept_settings();

@@ -1,10 +1,13 @@
 // Models, results and displacements: read by the worker, shown once they are whole.
+#include <QApplication>
+#include <QDateTime>
 #include <QDir>
 #include <QDropEvent>
 #include <QFileInfo>
 #include <QMenu>
 #include <QMimeData>
 #include <QSettings>
+#include <QTimer>
 #include <QUrl>
 #include <utility>
 
@@ -14,6 +17,7 @@
 #include "input/analysis_info_reader.h"
 #include "input/model_reader.h"
 #include "input/starter_model.h"
+#include "mesh/import_text.h"
 #include "model/paths.h"
 #include "results/result_file.h"
 
@@ -32,6 +36,9 @@ QString counts_of(const Model& model) {
 }  // namespace
 
 struct MainWindow::Reading {
+    const QDateTime begun = QDateTime::currentDateTime();
+    std::vector<ParameterOverride> overrides;
+    bool run_again = false;  // the last analysis, once the model is read
     std::shared_ptr<Model> model;
     ModelReadReport report;
     AnalysisInfoReport control;
@@ -103,19 +110,24 @@ void MainWindow::look_into(const QString& name) {
         });
 }
 
-// `base`: the tables that the file leaves out.
+// With the parameters in force; another file has its own.
 void MainWindow::read_model(const QString& name, std::shared_ptr<const Model> base, Opening opening) {
+    const bool same = same_file(name.toStdString(), store().model->model_file_name);
+    read_model(name, std::move(base), opening, same ? overrides_ : std::vector<ParameterOverride>());
+}
+
+// `base`: the tables that the file leaves out.
+void MainWindow::read_model(const QString& name, std::shared_ptr<const Model> base, Opening opening,
+                            const std::vector<ParameterOverride>& overrides, bool run_again) {
     auto reading = std::make_shared<Reading>();
-    if (opening != Opening::watched) former_overrides_ = overrides_;
-    if (opening == Opening::fresh && !same_file(name.toStdString(), store().model->model_file_name))
-        overrides_.clear();
+    reading->overrides = overrides;
+    reading->run_again = run_again;
     worker_->start(
         "Reading " + file_of(name),
-        [reading, base = std::move(base), file = name.toStdString(),
-         overrides = overrides_](Progress& progress) {
+        [reading, base = std::move(base), file = name.toStdString()](Progress& progress) {
             reading->model = std::make_shared<Model>(*base);
             reading->model->model_file_name = file;
-            reading->report = read_input_file(*reading->model, overrides, progress);
+            reading->report = read_input_file(*reading->model, reading->overrides, progress);
             if (reading->report.ok) reading->control = read_analysis_info_file(*reading->model, progress);
         },
         [this, reading, opening](const Heard& heard) { take_model(*reading, heard, opening); });
@@ -125,15 +137,16 @@ void MainWindow::take_model(Reading& reading, const Heard& heard, Opening openin
     const QString file = file_of(QString::fromStdString(reading.model->model_file_name));
     const QString starter = std::exchange(starter_notice_, {});
     const QStringList of_starter = starter.isEmpty() ? QStringList{} : QStringList{starter};
-    const bool runs_again = std::exchange(run_again_, false);
     if (heard.stopped || !reading.report.ok) {
-        overrides_ = former_overrides_;
-        emit content_shown();  // the former model stands
+        emit reading_refused();
         if (heard.stopped) return say("Reading " + file + " was stopped");
         if (opening != Opening::watched) return refuse("The model was not read", heard.errors + of_starter);
-        return tell(MessageKind::error,
-                    QStringList{file + " was not read, the former model is shown"} + heard.errors);
+        tell(MessageKind::error,
+             QStringList{file + " was not read, the former model is shown"} + heard.errors);
+        return;
     }
+    overrides_ = reading.overrides;
+    saved_meanwhile_ = false;
     control_errors_ = reading.control.status == AnalysisInfoStatus::wrong ? heard.errors : QStringList{};
     view::DisplayState& state = view_->state();
     state.animation_running = false;
@@ -141,9 +154,11 @@ void MainWindow::take_model(Reading& reading, const Heard& heard, Opening openin
     view_->shown().show(reading.model, nullptr);
     settings_->offer_cases(*reading.model);
     set_frame(1);
-    view_->shown().reset_light();
-    show_light_in_controls();
-    if (opening == Opening::fresh) view_->look_from(view::ViewDirection::isometric);
+    if (opening == Opening::fresh) {
+        view_->shown().reset_light();
+        show_light_in_controls();
+        view_->look_from(view::ViewDirection::isometric);
+    }
     view_->update();
     setWindowTitle("KESTRALUM - " + file);
     emit content_shown();
@@ -156,11 +171,11 @@ void MainWindow::take_model(Reading& reading, const Heard& heard, Opening openin
     if (const QStringList unread = reading.unread(); !unread.isEmpty())
         tell(MessageKind::error, QStringList{file + " was not read to its end"} + unread);
     remember(QString::fromStdString(reading.model->model_file_name));
-    watch_files();
-    if (runs_again && last_analysis_)
+    watch_files(reading.begun);
+    if (reading.run_again && last_analysis_)
         prepare_run(*last_analysis_, [this] { start_run(*last_analysis_); });
     else
-        start_check();
+        start_check(false);
 }
 
 void MainWindow::updateModel() {
@@ -296,8 +311,8 @@ void MainWindow::list_recent() {
 
 // ---- files that are saved while they are shown
 
-// Model, control file and imported meshes.
-void MainWindow::watch_files() {
+// Model, control file and imported meshes, as they were when they were read.
+void MainWindow::watch_files(const QDateTime& read_since) {
     const Model& model = *store().model;
     const auto platform = [](const std::string& name) {
         return QFileInfo(QString::fromStdString(paths::to_platform(name))).absoluteFilePath();
@@ -305,30 +320,34 @@ void MainWindow::watch_files() {
     QStringList files{platform(model.model_file_name),
                       platform(analysis_info_file_name(model.model_file_name))};
     for (const Part& part : model.parts)
-        for (const std::string& name :
-             {part.parent_name, paths::directory_of(model.model_file_name) + part.parent_name})
-            if (part.parent_name != "NONE" && QFileInfo(platform(name)).isFile()) files << platform(name);
+        if (const std::string path = found_mesh_file(part, model.model_file_name); !path.empty())
+            files << platform(path);
     files.removeDuplicates();
-    watch_.watch(files);
+    watch_.watch(files, read_since);
 }
 
 void MainWindow::read_saved() {
     if (store().model->source != ModelSource::model_file) return;
-    if (worker_->busy() && !worker_->title().startsWith("Checking ")) {
+    // what a question or a menu is about stays as it is until it is answered
+    if (QApplication::activeModalWidget() || QApplication::activePopupWidget()) {
+        constexpr int later = 300;  // ms
+        QTimer::singleShot(later, this, &MainWindow::read_saved);
+        return;
+    }
+    if (worker_->busy() && !check_unasked_) {
         saved_meanwhile_ = true;
-        return tell(MessageKind::note,
-                    {"A file of the model was saved; it is read when " + worker_->title() + " has ended"});
+        tell(MessageKind::note,
+             {"A file of the model was saved; it is read when " + worker_->title() + " has ended"});
+        return;
     }
     const QString name = QString::fromStdString(store().model->model_file_name);
-    former_overrides_ = overrides_;
     after_run("Reading the saved file", [this, name] { read_model(name, store().model, Opening::watched); });
 }
 
 void MainWindow::set_overrides(const std::vector<ParameterOverride>& overrides, bool run_again) {
     after_run("Reading the model with other parameters", [this, overrides, run_again] {
-        former_overrides_ = std::exchange(overrides_, overrides);
-        run_again_ = run_again;
-        read_model(QString::fromStdString(store().model->model_file_name), store().model, Opening::watched);
+        read_model(QString::fromStdString(store().model->model_file_name), store().model, Opening::watched,
+                   overrides, run_again);
     });
 }
 

@@ -18,8 +18,9 @@ void MainWindow::make_result_docks() {
     connect(this, &MainWindow::content_shown, plots, &HistoryPlots::refresh);
     connect(this, &MainWindow::frame_shown, plots, &HistoryPlots::show_frame);
     connect(plots, &HistoryPlots::frame_chosen, this, &MainWindow::step_to);
-    connect(view_, &GLWidget::picked, plots,
-            [this, plots] { plots->pick_node(view_->shown().drawing.picked_node()); });
+    connect(view_, &GLWidget::picked, plots, [this, plots](const QString&, bool more) {
+        plots->pick_node(view_->shown().drawing.picked_node(), more);
+    });
 
     auto* modes = new ModeTable(run);
     QDockWidget* table = add_dock("Modes", modes, Qt::BottomDockWidgetArea, false);
@@ -34,19 +35,15 @@ void MainWindow::make_result_docks() {
     auto* playback = new PlaybackBar(view_->state(), run);
     connect(playback, &PlaybackBar::frame_chosen, this, &MainWindow::step_to);
     connect(this, &MainWindow::content_shown, playback, &PlaybackBar::refresh);
-    connect(this, &MainWindow::frame_shown, playback, &PlaybackBar::refresh);
+    connect(view_, &GLWidget::painted, playback, &PlaybackBar::refresh);
     auto* bar = new QToolBar("Playback");
     bar->setObjectName("Playback");
     bar->addWidget(playback);
     addToolBar(Qt::BottomToolBarArea, bar);
 
     // an animation draws frames that nobody has asked for
-    connect(view_, &GLWidget::painted, this, [this, drawn = view_->state().frame]() mutable {
-        const std::int32_t now = view_->state().frame;
-        if (std::exchange(drawn, now) == now) return;
-        show_frame_in_controls();
-        offer_error_estimate();
-        emit frame_shown(now);
+    connect(view_, &GLWidget::painted, this, [this] {
+        if (view_->state().frame != told_frame_) set_frame(view_->state().frame);
     });
 }
 

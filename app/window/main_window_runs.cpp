@@ -35,20 +35,20 @@ QString plain(const char* menu_text) {
 
 const QString live_title = "Explicit(Real Time)";
 
-QString modes_outcome(const std::vector<ModeReport>& modes) {
-    const auto elastic = std::ranges::find_if(modes, [](const ModeReport& mode) { return !mode.zero; });
+QString modes_outcome(const Run& run) {
+    const std::vector<ModeReport>& modes = run.report.modes;
+    const int elastic = std::max(1, first_elastic_mode(run));
     QString text = QString("%1 modes").arg(modes.size());
-    if (elastic != modes.begin()) text += QString(", %1 of them rigid motions").arg(elastic - modes.begin());
-    if (elastic != modes.end())
-        text += QString(", the first%1 at %2 Hz")
-                    .arg(elastic != modes.begin() ? " elastic one" : "")
-                    .arg(elastic->frequency, 0, 'g', 5);
-    return text;
+    if (elastic > 1) text += QString(", %1 of them rigid motions").arg(elastic - 1);
+    return text + QString(", the first%1 at %2 Hz")
+                      .arg(elastic > 1 ? " elastic one" : "")
+                      .arg(modes[elastic - 1].frequency, 0, 'g', 5);
 }
 
 // One line on what came out.
-QString outcome(const RunReport& report) {
-    if (!report.modes.empty()) return modes_outcome(report.modes);
+QString outcome(const Run& run) {
+    const RunReport& report = run.report;
+    if (!report.modes.empty()) return modes_outcome(run);
     if (!report.buckling.factors.empty())
         return QString("%1 load factors, the first is %2")
             .arg(report.buckling.factors.size())
@@ -173,11 +173,12 @@ void MainWindow::check_budget(const AnalysisEntry& entry, std::function<void()> 
 // ---- check
 
 void MainWindow::checkModel() {
-    after_run("Check", [this] { start_check(); });
+    after_run("Check", [this] { start_check(true); });
 }
 
 // What can be said of the model before it is analysed, kept as one message.
-void MainWindow::start_check() {
+void MainWindow::start_check(bool asked) {
+    check_unasked_ = !asked;
     const std::shared_ptr<const Model> model = store().model;
     const QString file = QFileInfo(QString::fromStdString(model->model_file_name)).fileName();
     auto said = std::make_shared<KeptProgress>();
@@ -188,9 +189,9 @@ void MainWindow::start_check() {
             print_check(*model, check_model(*model, settings, progress), *said);
         },
         [this, said, file](const Heard& heard) {
+            check_unasked_ = false;
             if (heard.stopped) return;
-            for (const auto& [kind, text] : said->pieces)
-                if (kind != MessageKind::summary) messages_->add(kind, text);
+            for (const auto& [kind, text] : said->pieces) messages_->add(kind, text);
             messages_->add(MessageKind::summary, "check of " + file + "\n" + said->summary);
         });
 }
@@ -237,7 +238,7 @@ void MainWindow::show_outcome(const Run& run, const QString& title, const Heard&
     for (const std::string& notice : report.remarks.notices) lines << QString::fromStdString(notice);
     lines.removeDuplicates();
     const bool stopped = report.status == RunStatus::cancelled;
-    QString what = report.status == RunStatus::done ? outcome(report)
+    QString what = report.status == RunStatus::done ? outcome(run)
                    : stopped                        ? "stopped on request"
                                                     : "not completed";
     if (stopped && report.has_results()) what += QString(", %1 frames reached").arg(run.mode_num());
@@ -292,13 +293,9 @@ void MainWindow::start_live_run() {
                                    QMetaObject::invokeMethod(
                                        this, [this, run] { show_live_start(run); }, Qt::QueuedConnection);
                                },
-                               [this](std::shared_ptr<const Frame> frame) {
+                               [this](std::shared_ptr<const Frame> frame, std::vector<double> row) {
                                    QMetaObject::invokeMethod(
-                                       this, [this, frame] { show_live_frame(frame); }, Qt::QueuedConnection);
-                               },
-                               [this](std::vector<double> row) {
-                                   QMetaObject::invokeMethod(
-                                       this, [this, row] { live_frames_->history.add(row); },
+                                       this, [this, frame, row] { show_live_frame(frame, row); },
                                        Qt::QueuedConnection);
                                }};
     auto made = std::make_shared<std::shared_ptr<Run>>();
@@ -324,8 +321,9 @@ void MainWindow::show_live_start(std::shared_ptr<Run> run) {
 }
 
 // The picture goes on with the run unless the user looks at an earlier frame.
-void MainWindow::show_live_frame(std::shared_ptr<const Frame> frame) {
+void MainWindow::show_live_frame(std::shared_ptr<const Frame> frame, const std::vector<double>& row) {
     const bool follows = view_->state().frame == live_frames_->mode_num();
+    live_frames_->history.add(row);
     live_frames_->results.push_back(std::move(frame));
     view_->shown().results_changed();
     if (follows)
@@ -342,15 +340,14 @@ void MainWindow::end_live_run(const Run* run, const Heard& heard) {
     live_.reset();
     run_row_->set_live(false);
     view_->state().real_time = false;
-    if (!run || !frames) {
-        if (run && run->report.status == RunStatus::cancelled)
-            return say(live_title + ": stopped on request");
-        return refuse(live_title + (frames ? " was not completed" : " was not started"), heard.errors);
+    if (frames) {
+        if (run) frames->report = run->report;
+        emit content_shown();
+        show_frame_in_controls();
     }
-    frames->report = run->report;
-    emit content_shown();
-    show_frame_in_controls();
-    show_outcome(*frames, live_title, heard);
+    if (run && frames) return show_outcome(*frames, live_title, heard);
+    if (run && run->report.status == RunStatus::cancelled) return say(live_title + ": stopped on request");
+    refuse(live_title + (frames ? " was not completed" : " was not started"), heard.errors);
 }
 
 }  // namespace kestralum

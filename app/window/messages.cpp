@@ -7,13 +7,13 @@
 #include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QProcess>
-#include <QShortcut>
 #include <QStandardPaths>
 #include <QStyle>
 #include <QTime>
 #include <QUrl>
 #include <QVBoxLayout>
 
+#include "app/window/widgets.h"
 #include "input/record_places.h"
 
 namespace kestralum {
@@ -52,6 +52,13 @@ bool run_editor(const QString& command, const QString& file, std::int64_t line) 
     return QProcess::startDetached(program, words);
 }
 
+// "FILE: token 7 …" as "FILE: line 3: token 7 …".
+QString with_line_number(const QString& text, const TextPlace& place) {
+    if (place.line == 0 || !text.contains(" token ")) return text;
+    return QString(text).insert(QString::fromStdString(place.file).size(),
+                                QString(": line %1").arg(place.line));
+}
+
 }  // namespace
 
 bool open_in_editor(const QString& file, std::int64_t line) {
@@ -63,13 +70,6 @@ bool open_in_editor(const QString& file, std::int64_t line) {
             run_editor(command, whole, line))
             return true;
     return QDesktopServices::openUrl(QUrl::fromLocalFile(whole));
-}
-
-QString with_line_number(const QString& text) {
-    const auto place = place_of_remark(text.toStdString());
-    if (!place || place->line == 0 || !text.contains(" token ")) return text;
-    return QString(text).insert(QString::fromStdString(place->file).size(),
-                                QString(": line %1").arg(place->line));
 }
 
 Messages::Messages(QWidget* parent) : QWidget(parent), list_(new QListWidget) {
@@ -104,18 +104,17 @@ Messages::Messages(QWidget* parent) : QWidget(parent), list_(new QListWidget) {
     list_->setSelectionMode(QAbstractItemView::ExtendedSelection);
     list_->setWordWrap(true);
     list_->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));  // summaries are tables
-    auto* keys = new QShortcut(QKeySequence::Copy, list_, nullptr, nullptr, Qt::WidgetShortcut);
-    connect(keys, &QShortcut::activated, this, &Messages::copy);
+    copies_with_key(list_, [this] { copy(); });
     connect(list_, &QListWidget::itemDoubleClicked, this,
             [this](QListWidgetItem* item) { open_place(*item); });
 }
 
-void Messages::add(MessageKind kind, const QString& text) {
+QString Messages::add(MessageKind kind, const QString& text) {
     const auto k = static_cast<std::size_t>(kind);
     QString shown = text.trimmed();
-    if (shown.isEmpty()) return;
+    if (shown.isEmpty()) return shown;
     const auto place = place_of_remark(shown.toStdString());
-    shown = with_line_number(shown);
+    if (place) shown = with_line_number(shown, *place);
     auto* item = new QListWidgetItem(style()->standardIcon(looks[k].icon),
                                      QTime::currentTime().toString("HH:mm:ss  ") + shown, list_);
     item->setData(kind_role, static_cast<int>(kind));
@@ -129,7 +128,7 @@ void Messages::add(MessageKind kind, const QString& text) {
     ++counts_[k];
     shown_[k]->setText(QString("%1 (%2)").arg(looks[k].name).arg(counts_[k]));
     list_->scrollToBottom();
-    emit counted();
+    return shown;
 }
 
 QString Messages::text() const {
@@ -150,7 +149,6 @@ void Messages::clear() {
     list_->clear();
     counts_ = {};
     for (std::size_t k = 0; k < looks.size(); ++k) shown_[k]->setText(looks[k].name);
-    emit counted();
 }
 
 void Messages::filter() {

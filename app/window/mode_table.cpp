@@ -3,7 +3,6 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QHeaderView>
-#include <QKeyEvent>
 #include <QLabel>
 #include <QPushButton>
 #include <QSignalBlocker>
@@ -11,6 +10,8 @@
 #include <QVBoxLayout>
 #include <algorithm>
 #include <cmath>
+
+#include "app/window/widgets.h"
 
 namespace kestralum {
 
@@ -52,23 +53,6 @@ QStringList fields(const Run& run, std::size_t mode) {
 
 }  // namespace
 
-int first_elastic_mode(const Run& run) {
-    if (!has_shapes(run.ana_type) || run.results.empty()) return 0;
-    if (run.ana_type == AnalysisType::buckling) return 1;
-    const std::vector<ModeReport>& modes = run.report.modes;
-    if (!modes.empty()) {
-        const auto elastic = std::ranges::find(modes, false, &ModeReport::zero);
-        const auto at = elastic - modes.begin();
-        return at < run.mode_num() ? static_cast<int>(at) + 1 : 1;
-    }
-    constexpr double step = 1e3;
-    int first = 1;
-    const auto hertz = [&](int mode) { return std::abs(run.results[mode - 1]->n_freq); };
-    for (int mode = 2; mode <= run.mode_num(); ++mode)
-        if (hertz(mode) > step * hertz(mode - 1)) first = mode;
-    return first;
-}
-
 ModeTable::ModeTable(std::function<const Run*()> run, QWidget* parent)
     : QWidget(parent),
       run_(std::move(run)),
@@ -83,7 +67,7 @@ ModeTable::ModeTable(std::function<const Run*()> run, QWidget* parent)
     table_->setAlternatingRowColors(true);
     table_->verticalHeader()->hide();
     table_->verticalHeader()->setDefaultSectionSize(table_->fontMetrics().height() + 6);
-    table_->installEventFilter(this);
+    copies_with_key(table_, [this] { copy(); });
     note_->setObjectName("mode_note");
     note_->setWordWrap(true);
     copy_->setObjectName("mode_copy");
@@ -171,17 +155,6 @@ QString ModeTable::text() const {
 
 void ModeTable::copy() {
     if (const QString all = text(); !all.isEmpty()) QApplication::clipboard()->setText(all);
-}
-
-// The window has an entry of the same key.
-bool ModeTable::eventFilter(QObject* object, QEvent* event) {
-    if (event->type() != QEvent::ShortcutOverride && event->type() != QEvent::KeyPress)
-        return QWidget::eventFilter(object, event);
-    if (!static_cast<QKeyEvent*>(event)->matches(QKeySequence::Copy))
-        return QWidget::eventFilter(object, event);
-    event->accept();
-    if (event->type() == QEvent::KeyPress) copy();
-    return true;
 }
 
 }  // namespace kestralum

@@ -12,10 +12,6 @@ class QTableWidget;
 
 namespace kestralum {
 
-// The first mode that deforms the body, from 1; 0 where there are no modes. A file tells frequencies alone:
-// there the rigid ones are those that lie before a step to a thousandfold frequency.
-int first_elastic_mode(const Run& run);
-
 class ModeTable : public QWidget {
     Q_OBJECT
 
@@ -33,9 +29,6 @@ public slots:
 
 signals:
     void frame_chosen(int frame);
-
-protected:
-    bool eventFilter(QObject* object, QEvent* event) override;
 
 private:
     void fill(const Run& run);

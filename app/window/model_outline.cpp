@@ -22,7 +22,8 @@ public:
           model_(*shown.store.model),
           mesh_(shown.mesh()),
           model_text_(model_text),
-          control_text_(control_text) {}
+          control_text_(control_text),
+          sections_(split_sections(model_text, SilentProgress())) {}
 
     std::vector<OutlineGroup> build() {
         materials();
@@ -42,21 +43,21 @@ private:
     OutlineItem& add(std::string name, std::string detail) {
         return items_.emplace_back(OutlineItem{std::move(name), std::move(detail), {}, {}, {}, 0, -1, 0});
     }
-    // The items so far are a group; with their places in the model file where they are records of a section.
-    void close(const char* name, std::optional<Keyword> section = std::nullopt) {
-        if (section) find_records(*section);
+    // The items so far are a group.
+    void close(const char* name) {
         if (!items_.empty()) out_.push_back({name, std::move(items_)});
         items_.clear();
     }
-    void find_records(Keyword section) {
+    // Places in the model file of the items from `first` on, records of a section in its order.
+    void find_records(Keyword section, std::size_t first = 0) {
         std::vector<std::string> names;
-        for (const OutlineItem& item : items_) names.push_back(item.name);
-        const auto places = record_places(model_text_, section, names);
-        for (std::size_t k = 0; k < items_.size(); ++k) {
+        for (std::size_t k = first; k < items_.size(); ++k) names.push_back(items_[k].name);
+        const auto places = record_places(model_text_, sections_, section, names);
+        for (std::size_t k = 0; k < places.size(); ++k) {
             if (places[k].line == 0) continue;
-            items_[k].file = model_.model_file_name;
-            items_[k].line = places[k].line;
-            items_[k].record = places[k].text;
+            items_[first + k].file = model_.model_file_name;
+            items_[first + k].line = places[k].line;
+            items_[first + k].record = places[k].text;
         }
     }
     void find_in_control() {
@@ -74,7 +75,8 @@ private:
                 if (model_.parts[p].material_name == m.name)
                     item.highlight.parts.push_back(static_cast<std::int32_t>(p));
         }
-        close("Materials", Keyword::material_info);
+        find_records(Keyword::material_info);
+        close("Materials");
     }
     void parts() {
         std::vector<std::size_t> elements(model_.parts.size());
@@ -87,7 +89,8 @@ private:
             item.part = static_cast<std::int32_t>(p);
             item.highlight.parts = {item.part};
         }
-        close("Parts", Keyword::part_info);
+        find_records(Keyword::part_info);
+        close("Parts");
     }
     void point_out(OutlineItem& item, std::string_view set_name) {
         if (const MeshSet* set = find_set(mesh_, set_name)) {
@@ -101,8 +104,9 @@ private:
                                                   amount(set.faces.size(), "face", "faces"));
             point_out(item, set.name);
         }
-        // those of the file are the last; groups of meshes stand in no record
-        close("Sets", Keyword::set_info);
+        // groups of meshes come before the sets of the file
+        find_records(Keyword::set_info, items_.size() - std::min(items_.size(), model_.sets.size()));
+        close("Sets");
     }
     void supports() {
         for (const BoundaryCondition& b : model_.boundary_conditions) {
@@ -111,7 +115,8 @@ private:
                                                 amount(nodes.size(), "node", "nodes"));
             item.highlight.nodes = std::move(nodes);
         }
-        close("Supports", Keyword::boundary_condition);
+        find_records(Keyword::boundary_condition);
+        close("Supports");
     }
     void loads() {
         for (std::size_t f = 0; f < model_.forces.size(); ++f) {
@@ -124,40 +129,40 @@ private:
                 item.highlight.points = {force.point};
         }
         find_records(Keyword::apply_force);
-        std::vector<OutlineItem> kept = std::move(items_);
-        items_.clear();
         constexpr const char* words[] = {"pressure",    "traction", "force",       "bearing load",
                                          "remote load", "gravity",  "centrifugal", "temperature"};
-        for (const auto* list : {&model_.loads, &model_.rigid_loads})
+        for (const auto* list : {&model_.loads, &model_.rigid_loads}) {
+            const std::size_t first = items_.size();
             for (const Load& load : *list) {
                 OutlineItem& item = add(load.name, words[static_cast<std::size_t>(load.kind)] +
                                                        (load.set_name.empty() ? "" : " on " + load.set_name));
                 point_out(item, load.set_name);
                 if (load.kind == LoadKind::remote) item.highlight.points = {load.point};
             }
-        find_records(Keyword::load_info);
-        kept.insert(kept.end(), std::make_move_iterator(items_.begin()),
-                    std::make_move_iterator(items_.end()));
-        items_ = std::move(kept);
+            find_records(Keyword::load_info, first);
+        }
         close("Loads");
     }
     void rigid() {
         const auto holds = shown_.tables().rigid_holds;
         for (std::size_t r = 0; r < model_.rigid_elements.size(); ++r) {
             const RigidElement& element = model_.rigid_elements[r];
+            if (element.of_load) continue;  // its load stands above
             OutlineItem& item = add(element.name, "");
             if (r < holds.size()) item.highlight.nodes = holds[r].nodes;
             item.detail = amount(item.highlight.nodes.size(), "node", "nodes");
             item.highlight.points = {element.reference};
         }
-        close("Rigid elements", Keyword::rigid_element);
+        find_records(Keyword::rigid_element);
+        close("Rigid elements");
         for (const RigidCombine& springs : model_.rigid_combines) {
             OutlineItem& item = add(springs.name, springs.element_name[0] + " to " + springs.element_name[1]);
             for (const std::int32_t e : springs.element)
                 if (e >= 0 && e < std::ssize(model_.rigid_elements))
                     item.highlight.points.push_back(model_.rigid_elements[e].reference);
         }
-        close("Springs between rigid elements", Keyword::rigid_combine);
+        find_records(Keyword::rigid_combine);
+        close("Springs between rigid elements");
     }
     void ties() {
         for (const TieRecord& tie : model_.ties) {
@@ -165,7 +170,8 @@ private:
             point_out(item, tie.slave_set);
             point_out(item, tie.master_set);
         }
-        close("Ties", Keyword::tie_info);
+        find_records(Keyword::tie_info);
+        close("Ties");
     }
     void walls() {
         for (const RigidWall& wall : model_.explicit_tables.walls) {
@@ -206,6 +212,7 @@ private:
     const Model& model_;
     const Mesh& mesh_;
     const std::string_view model_text_, control_text_;
+    const ModelSections sections_;  // of model_text_
     std::vector<OutlineItem> items_;
     std::vector<OutlineGroup> out_;
 };

@@ -73,18 +73,6 @@ ModelTree::ModelTree(ShownModel& shown, QWidget* parent)
 
 void ModelTree::refresh() {
     const Model& model = *shown_.store.model;
-    // looks stay with the parts of their names
-    view::PartLooks looks(model.parts.size());
-    for (std::size_t p = 0; p < looks.size(); ++p) {
-        const auto former = std::ranges::find(part_names_, model.parts[p].name) - part_names_.begin();
-        looks[p] = view::look_of(shown_.state.part_looks, static_cast<std::int32_t>(former));
-    }
-    const bool plain =
-        std::ranges::all_of(looks, [](const view::PartLook& l) { return l == view::PartLook(); });
-    shown_.state.part_looks = plain ? view::PartLooks() : looks;
-    shown_.state.highlight = {};
-    part_names_.clear();
-    for (const Part& part : model.parts) part_names_.push_back(part.name);
     const bool of_files = model.source == ModelSource::model_file;
     groups_ = outline_of(shown_, of_files ? text_of(model.model_file_name) : std::string(),
                          of_files ? text_of(analysis_info_file_name(model.model_file_name)) : std::string());
@@ -93,7 +81,6 @@ void ModelTree::refresh() {
 }
 
 void ModelTree::fill() {
-    filling_ = true;
     QStringList open;
     for (int g = 0; g < tree_->topLevelItemCount(); ++g)
         if (tree_->topLevelItem(g)->isExpanded())
@@ -117,7 +104,6 @@ void ModelTree::fill() {
         top->setExpanded(open.contains(name) || (first && name == "Parts"));
     }
     show_checks();
-    filling_ = false;
 }
 
 // Ticks and colours of the parts.
@@ -187,7 +173,7 @@ void ModelTree::open_place() {
 
 view::PartLook& ModelTree::look(std::int32_t part) {
     auto& looks = shown_.state.part_looks;
-    if (std::ssize(looks) <= part) looks.resize(part_names_.size());
+    if (std::ssize(looks) <= part) looks.resize(shown_.store.model->parts.size());
     return looks[part];
 }
 
@@ -199,7 +185,7 @@ void ModelTree::set_visible(const std::vector<std::int32_t>& parts, bool visible
 
 void ModelTree::take_check(QTreeWidgetItem* row) {
     const OutlineItem* item = item_of(row);
-    if (filling_ || !item || item->part < 0) return;
+    if (!item || item->part < 0) return;
     set_visible({item->part}, row->checkState(0) == Qt::Checked);
 }
 
@@ -210,7 +196,7 @@ void ModelTree::hide_chosen() {
 void ModelTree::isolate_chosen() {
     const std::vector<std::int32_t> parts = chosen_parts();
     if (parts.empty()) return;
-    for (std::int32_t p = 0; p < std::ssize(part_names_); ++p)
+    for (std::int32_t p = 0; p < std::ssize(shown_.store.model->parts); ++p)
         look(p).visible = std::ranges::find(parts, p) != parts.end();
     show_checks();
     emit changed();

@@ -19,7 +19,7 @@ public:
     // Sets looks and highlight of the view's display state.
     explicit ModelTree(ShownModel& shown, QWidget* parent = nullptr);
 
-    // Another model or run is shown. Looks of parts hold over it where the names are the same.
+    // Another model or run is shown.
     void refresh();
 
 signals:
@@ -47,11 +47,9 @@ private:
 
     ShownModel& shown_;
     std::vector<OutlineGroup> groups_;
-    std::vector<std::string> part_names_;  // that the looks of the state are of
     QTreeWidget* tree_;
     QLineEdit* record_;
     QLabel* place_;
-    bool filling_ = false;
 };
 
 }  // namespace kestralum

@@ -7,7 +7,6 @@
 #include <QSignalBlocker>
 #include <QSlider>
 #include <QStyle>
-#include <QTimer>
 #include <QToolButton>
 #include <utility>
 
@@ -35,8 +34,7 @@ PlaybackBar::PlaybackBar(view::DisplayState& state, std::function<const Run*()> 
       run_(std::move(run)),
       slider_(new QSlider(Qt::Horizontal)),
       place_(new QLabel),
-      speed_(new QComboBox),
-      timer_(new QTimer(this)) {
+      speed_(new QComboBox) {
     setObjectName("playback_bar");
     auto* row = new QHBoxLayout(this);
     row->setContentsMargins(4, 0, 4, 0);
@@ -74,9 +72,6 @@ PlaybackBar::PlaybackBar(view::DisplayState& state, std::function<const Run*()> 
     connect(speed_, &QComboBox::activated, this, [this] { state_.speed = speed_->currentData().toDouble(); });
     row->addWidget(speed_);
 
-    constexpr int period = 100;  // ms
-    timer_->setInterval(period);
-    connect(timer_, &QTimer::timeout, this, &PlaybackBar::refresh);
     refresh();
 }
 
@@ -97,7 +92,6 @@ bool PlaybackBar::runs() const {
 }
 
 void PlaybackBar::choose(int frame) {
-    state_.animation_running = false;
     emit frame_chosen(view::clamp_frame(frame, run_() ? run_()->mode_num() : 0));
     refresh();
 }
@@ -118,7 +112,7 @@ void PlaybackBar::refresh() {
     const Run* run = run_();
     const int frames = run ? run->mode_num() : 0, frame = view::clamp_frame(state_.frame, frames);
     const bool shapes = run && has_shapes(run->ana_type), steps = run && has_steps(run->ana_type);
-    // whatever is set here is drawn anew, and the view with it
+    // whatever is set here is drawn anew, and the whole picture put together again
     const Shown now{run, frames, frame, runs(), state_.speed};
     if (std::exchange(shown_, now) == now) return;
     const QSignalBlocker quiet(slider_);
@@ -139,18 +133,6 @@ void PlaybackBar::refresh() {
     place_->setText(frames == 0
                         ? QString("no frames")
                         : QString("%1 / %2   %3").arg(frame).arg(frames).arg(frame_place(*run, frame)));
-}
-
-void PlaybackBar::showEvent(QShowEvent* event) {
-    QWidget::showEvent(event);
-    shown_ = {};
-    refresh();
-    timer_->start();
-}
-
-void PlaybackBar::hideEvent(QHideEvent* event) {
-    QWidget::hideEvent(event);
-    timer_->stop();
 }
 
 }  // namespace kestralum

@@ -10,7 +10,6 @@
 class QComboBox;
 class QLabel;
 class QSlider;
-class QTimer;
 class QToolButton;
 
 namespace kestralum {
@@ -23,8 +22,7 @@ public:
     PlaybackBar(view::DisplayState& state, std::function<const Run*()> run, QWidget* parent = nullptr);
 
 public slots:
-    // Brings the bar up to date with the state and the run. It does so itself ten times a second while it is
-    // seen: an animation that has ended gives its button back.
+    // Brings the bar up to date with the state and the run: after each picture that is drawn.
     void refresh();
 
     // Runs the animation, or lets a mode swing; stops it, which leaves a mode at its peak.
@@ -33,13 +31,9 @@ public slots:
 signals:
     void frame_chosen(int frame);  // from 1
 
-protected:
-    void showEvent(QShowEvent* event) override;
-    void hideEvent(QHideEvent* event) override;
-
 private:
     QToolButton* add_button(const char* name, int icon, const char* tip, std::function<void()> action);
-    void choose(int frame);  // which ends an animation
+    void choose(int frame);
     bool runs() const;
 
     view::DisplayState& state_;
@@ -55,7 +49,6 @@ private:
         double speed = 0;
         bool operator==(const Shown&) const = default;
     } shown_;
-    QTimer* timer_;
 };
 
 // Where a frame stands: "0.0012 s", "load factor 0.5", "123.4 Hz", "load case WIND"; "" for none.

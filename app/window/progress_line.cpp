@@ -151,7 +151,7 @@ void ProgressLine::show_place() {
     if (!worker_.busy()) return hide();  // a box about its end is up
     const Progress::Place at = worker_.place();
     const Progress::Course course = worker_.course();
-    if (at.stage != stage_ || at.done() < done_) stage_time_.start();
+    if (at.stage != stage_ || at.done() < 0.5 * done_) stage_time_.start();  // it begins again
     stage_ = at.stage;
     done_ = at.done();
     QString text = worker_.title();

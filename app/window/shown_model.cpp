@@ -43,7 +43,22 @@ void find_supports(const Model& model, const Mesh& mesh, std::vector<view::Suppo
 
 }  // namespace
 
+// Looks stay with the parts of their names.
+view::PartLooks ShownModel::looks_for(const Model& model) const {
+    view::PartLooks looks(model.parts.size());
+    for (std::size_t p = 0; p < looks.size(); ++p) {
+        const auto former = std::ranges::find(store.model->parts, model.parts[p].name, &Part::name) -
+                            store.model->parts.begin();
+        looks[p] = view::look_of(state.part_looks, static_cast<std::int32_t>(former));
+    }
+    const bool plain =
+        std::ranges::all_of(looks, [](const view::PartLook& l) { return l == view::PartLook(); });
+    return plain ? view::PartLooks() : looks;
+}
+
 void ShownModel::show(std::shared_ptr<const Model> model, std::shared_ptr<const Run> run) {
+    state.part_looks = looks_for(*model);
+    state.highlight = {};
     store.model = std::move(model);
     store.run = std::move(run);
     fixed_nodes_ = wholly_fixed_nodes(store.model->boundary_conditions, mesh());

@@ -65,6 +65,8 @@ private:
     void select(const std::optional<view::Pick>& pick, bool more);
     void selection_changed();
 
+    view::PartLooks looks_for(const Model& model) const;
+
     std::uint64_t revision_ = 0;
     std::vector<std::int32_t> force_node_;   // per force: its node of mesh(), 1-based, 0 for none
     std::vector<std::int32_t> fixed_nodes_;  // of mesh(), 0-based

@@ -3,7 +3,6 @@
 #include <QChart>
 #include <QChartView>
 #include <QComboBox>
-#include <QFileDialog>
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -24,6 +23,8 @@
 
 #include "app/sweep_table.h"
 #include "app/window/axis_editor.h"
+#include "app/window/dialogs.h"
+#include "app/window/widgets.h"
 #include "results/text_output.h"
 
 namespace kestralum {
@@ -31,16 +32,6 @@ namespace kestralum {
 namespace {
 
 constexpr int replot_after = 150;  // milliseconds
-
-template <typename Widget>
-Widget* named(const QString& name, Widget* widget) {
-    widget->setObjectName(name);
-    return widget;
-}
-
-QString shown(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 // A refusal as the command line words it, without the option's name.
 QString without_option(const std::string& refused) {
@@ -366,13 +357,12 @@ QString SweepPanel::save_csv(const QString& file_name) const {
     SilentProgress silent;
     const std::vector<std::string> names = axis_names(plan_->axes);
     return shown(write_whole(
-        file_name.toStdString(), "log", [&](TextOutput& file) { file.write(sweep_csv(names, rows_)); },
-        silent));
+        file_name.toStdString(), plan_->options.log_folder,
+        [&](TextOutput& file) { file.write(sweep_csv(names, rows_)); }, silent));
 }
 
 void SweepPanel::ask_for_csv() {
-    const QString name =
-        QFileDialog::getSaveFileName(this, "Save the rows", "sweep.csv", "Tables (*.csv);;All Files (*)");
+    const QString name = ask_for_new_file(this, "Save the rows", "sweep", ".csv");
     if (name.isEmpty()) return;
     const QString fault = save_csv(name);
     say(fault.isEmpty() ? name + " is written." : fault, !fault.isEmpty());

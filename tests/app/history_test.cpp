@@ -98,6 +98,14 @@ TEST_F(Plots, ChecksCurvesOnTwoAxesAndRefusesAThird) {
     check("Node 1 displacement, size");
     plots.pick_node(2);  // what was chosen holds for the next node
     EXPECT_EQ(shown(), "Node 2 displacement, size|");
+    plots.pick_node(3, true);  // with Shift: beside it
+    plots.pick_node(3, true);
+    plots.pick_node(0, true);
+    EXPECT_EQ(shown(), "Node 2 displacement, size|Node 3 displacement, size|");
+    EXPECT_NE(item("Node 2 displacement, size")->foreground(0),
+              item("Node 3 displacement, size")->foreground(0));
+    plots.pick_node(4);
+    EXPECT_EQ(shown(), "Node 4 displacement, size|");
     run.reset();
     plots.refresh();
     EXPECT_TRUE(text("plot_empty").startsWith("Run an analysis"));

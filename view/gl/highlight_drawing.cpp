@@ -78,15 +78,34 @@ void HighlightDrawing::send_places(const Picture& picture, const SceneTables& ta
 
 namespace {
 
-void draw_indexed(GLenum kind, const Buffer& places, const Buffer& indices) {
+void take_places(const Buffer& places) {
     places.bind(GL_ARRAY_BUFFER);
     glEnableClientState(GL_VERTEX_ARRAY);
     glVertexPointer(3, GL_FLOAT, 0, nullptr);
+}
+
+void leave_places() {
+    glDisableClientState(GL_VERTEX_ARRAY);
+    glBindBuffer(GL_ARRAY_BUFFER, 0);
+}
+
+void draw_indexed(GLenum kind, const Buffer& places, const Buffer& indices) {
+    take_places(places);
     indices.bind(GL_ELEMENT_ARRAY_BUFFER);
     glDrawElements(kind, indices.count(), GL_UNSIGNED_INT, nullptr);
     glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, 0);
-    glDisableClientState(GL_VERTEX_ARRAY);
-    glBindBuffer(GL_ARRAY_BUFFER, 0);
+    leave_places();
+}
+
+// A thin mark in a wider one, seen through what hides it too; draw(inner).
+template <typename Draw>
+void draw_rimmed(Draw draw) {
+    draw_through([&](float alpha) {
+        for (const bool inner : {false, true}) {
+            glColor4fv(faded(inner ? rim : halo, alpha).data());
+            draw(inner);
+        }
+    });
 }
 
 }  // namespace
@@ -99,29 +118,20 @@ void HighlightDrawing::draw_faces() const {
 
 void HighlightDrawing::draw_lines(double pixel_ratio) const {
     if (outline_.count() == 0) return;
-    draw_through([&](float alpha) {
-        for (const bool inner : {false, true}) {
-            glLineWidth(static_cast<float>(pixel_ratio * (inner ? 2.5 : 5)));
-            glColor4fv(faded(inner ? rim : halo, alpha).data());
-            draw_indexed(GL_LINES, places_, outline_);
-        }
+    draw_rimmed([&](bool inner) {
+        glLineWidth(static_cast<float>(pixel_ratio * (inner ? 2.5 : 5)));
+        draw_indexed(GL_LINES, places_, outline_);
     });
     glLineWidth(1);
 }
 
 void HighlightDrawing::draw_marks(double pixel_ratio) const {
     if (marks_.count() == 0) return;
-    draw_through([&](float alpha) {
-        for (const bool inner : {false, true}) {
-            glPointSize(static_cast<float>(pixel_ratio * (inner ? 6 : 9)));
-            glColor4fv(faded(inner ? rim : halo, alpha).data());
-            marks_.bind(GL_ARRAY_BUFFER);
-            glEnableClientState(GL_VERTEX_ARRAY);
-            glVertexPointer(3, GL_FLOAT, 0, nullptr);
-            glDrawArrays(GL_POINTS, 0, marks_.count());
-            glDisableClientState(GL_VERTEX_ARRAY);
-            glBindBuffer(GL_ARRAY_BUFFER, 0);
-        }
+    draw_rimmed([&](bool inner) {
+        glPointSize(static_cast<float>(pixel_ratio * (inner ? 6 : 9)));
+        take_places(marks_);
+        glDrawArrays(GL_POINTS, 0, marks_.count());
+        leave_places();
     });
     glPointSize(1);
 }

@@ -1,0 +1,16 @@
+// Fields of comma-separated files.
+#pragma once
+
+#include <string>
+
+namespace kestralum {
+
+// The text as one field, in quotes where it needs them (RFC 4180).
+inline std::string csv_field(const std::string& text) {
+    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+    std::string field = "\"";
+    for (const char c : text) field += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return field + '"';
+}
+
+}  // namespace kestralum
