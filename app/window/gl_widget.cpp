@@ -90,6 +90,8 @@ void GLWidget::resizeGL(int width, int height) {
     const double ratio = devicePixelRatioF();
     shown_.camera.pixel_ratio = ratio;
     view::resize(shown_.camera, static_cast<int>(width * ratio), static_cast<int>(height * ratio));
+    // docks come and go: a model that stands as it was fitted stays fitted
+    if (fitted_ && fitted_->shift == shown_.camera.shift && fitted_->turn == shown_.camera.turn) fit_view();
 }
 
 // A frame per repaint; a mode swings by the timer, so that turning the model does not speed it up.
@@ -146,6 +148,7 @@ auto GLWidget::measure_texts(Use use) {
 
 void GLWidget::fit_view() {
     measure_texts([&](const view::gl::TextPainter& texts) { shown_.fit(texts); });
+    fitted_ = shown_.camera;
     update();
 }
 

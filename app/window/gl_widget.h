@@ -5,6 +5,7 @@
 #include <QImage>
 #include <QOpenGLWidget>
 #include <QPoint>
+#include <optional>
 
 #include "app/window/shown_model.h"
 #include "model/progress.h"
@@ -67,7 +68,8 @@ private:
         view::DisplayState state{};
         view::Camera camera{};
         std::uint64_t revision = 0;
-    } painted_;  // what the picture on the screen was made from
+    } painted_;                           // what the picture on the screen was made from
+    std::optional<view::Camera> fitted_;  // as the last fit left it
     bool grabbing_ = false, tick_ = false, ready_ = false;
     bool click_ = false;
     QPoint pressed_at_;

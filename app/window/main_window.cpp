@@ -100,6 +100,7 @@ void MainWindow::on_settings_missing() {
 }
 
 void MainWindow::say(const QString& text) {
+    statusBar()->clearMessage();  // the words about an entry under the pointer
     said_->setText(text.section('\n', 0, 0));
     said_->setToolTip(text);
 }

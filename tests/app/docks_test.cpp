@@ -15,6 +15,7 @@
 
 #include "app/window/dialogs.h"
 #include "app/window_fixture.h"
+#include "view/gl/text.h"
 
 using namespace kestralum;
 using namespace kestralum::testing;
@@ -76,6 +77,31 @@ TEST_F(Docks, CloseComeBackAndStayBetweenStarts) {
     trigger("&Reset Layout");
     EXPECT_TRUE(dock("Messages")->isVisible() && window->findChild<QToolBar*>("Picture")->isVisible());
     window->close();
+}
+
+// A model as it was fitted stays fitted when a dock takes a part of the view; one that was moved stays put.
+TEST_F(Docks, AFittedModelGivesRoomToThem) {
+    ASSERT_TRUE(open(block_text));
+    run("&Static");
+    const auto outside = [&] { return shown().leaves_view(view::gl::GlutText(camera().height)); };
+    const auto toggle_messages = [&] {
+        const int height = camera().height;
+        for (QAction* entry : window->menuBar()->actions()[5]->menu()->actions())
+            if (entry->text() == "Messages") entry->trigger();
+        QTest::qWait(100);
+        EXPECT_NE(camera().height, height);
+    };
+    toggle_messages();
+    window->view()->fit_view();
+    const view::Camera before = camera();
+    toggle_messages();
+    EXPECT_FALSE(outside());
+    EXPECT_NE(camera().shift, before.shift);
+    camera().shift[1] += 1e-3;
+    const Vec3 put = camera().shift;
+    toggle_messages();
+    EXPECT_EQ(camera().shift, put);
+    toggle_messages();
 }
 
 // Any widget that is drawn has the picture of the view put together again.

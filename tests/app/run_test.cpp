@@ -245,6 +245,17 @@ TEST_F(Runs, StopAndCloseDoNotWait) {
 
 // Stop in every stage of a run in turn, while the view is turned: until a run has no stage that was not
 // stopped.
+TEST_F(Runs, AreToldWhileThePointerRestsOnTheButton) {
+    ASSERT_TRUE(open(block_text));
+    QStatusTipEvent tip("Static");
+    QApplication::sendEvent(window.get(), &tip);
+    ASSERT_EQ(window->statusBar()->currentMessage(), "Static");
+    run("&Static");
+    EXPECT_EQ(window->statusBar()->currentMessage(), "");
+    EXPECT_TRUE(window->findChild<QLabel*>("said")->isVisible());
+    EXPECT_TRUE(status().starts_with("Static: largest displacement")) << status();
+}
+
 class Stages : public Runs {};  // apart: times of a run that a sanitizer does not slow down
 
 TEST_F(Stages, AnswerAStopAndLeaveTheWindowAlive) {
