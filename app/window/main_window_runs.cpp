@@ -314,6 +314,7 @@ void MainWindow::show_live_start(std::shared_ptr<Run> run) {
     view_->state().animation_running = false;
     view_->state().phase = 0;
     set_frame(1);
+    view_->fit_if_outside();
     live_frame_new_ = true;
     view_->update();
     emit content_shown();
