@@ -261,17 +261,19 @@ class Stages : public Runs {};  // apart: times of a run that a sanitizer does n
 TEST_F(Stages, AnswerAStopAndLeaveTheWindowAlive) {
     ASSERT_TRUE(open(replaced(bar_text, "8 2 2", "40 14 14")));
     std::set<std::string> stopped;
-    for (bool another = true; another && stopped.size() < 20;) {
+    // A run goes to its end when it shows no stage that has not been stopped in. The view is drawn all the
+    // time until then; stages that are over while a picture is drawn are looked for without pictures.
+    for (int whole_runs = 0; whole_runs < 3 && stopped.size() < 20;) {
         trigger("&Static");
-        another = false;
+        bool another = false;
         qint64 longest = 0;
         QElapsedTimer turn;
         turn.start();
         while (window->worker().busy() && !another) {
             const std::string stage = window->worker().place().stage;
             another = !stage.empty() && stopped.insert(stage).second;
-            camera().shift[0] += 1e-4;
-            QTest::qWait(5);
+            if (whole_runs == 0) camera().shift[0] += 1e-4;
+            QTest::qWait(whole_runs == 0 ? 5 : 1);
             longest = std::max(longest, turn.restart());
         }
         QElapsedTimer time;
@@ -280,6 +282,7 @@ TEST_F(Stages, AnswerAStopAndLeaveTheWindowAlive) {
         wait_idle();
         EXPECT_LT(time.elapsed(), 500) << "after Stop in one of the first " << stopped.size() << " stages";
         EXPECT_LT(longest, 400) << "the window stood still";
+        if (!another) ++whole_runs;
     }
     for (const char* stage : {"assemble", "factor", "recover", "write"})
         EXPECT_TRUE(stopped.contains(stage)) << stage;
