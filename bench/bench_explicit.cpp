@@ -1,7 +1,8 @@
 // Element-steps a second of the explicit analysis: whole steps (internal forces, gathering, motion) of a free
 // body under large displacements, beside what the kernel's operations and bytes allow on this machine.
 // A rate is the best of windows of 0.2 s.
-// Usage: bench_explicit [THREADS] [SECONDS]
+// Usage: bench_explicit [THREADS] [SECONDS] [ELEMENTS]   1 to THREADS threads; about so many elements of each
+// kind, 20 000 and 200 000 unless given
 #include <omp.h>
 
 #include <chrono>
@@ -62,17 +63,17 @@ double measure_operations(int threads) {
 }
 
 // Additions, multiplications and divisions of an element's step, counted in the kernel's source, and the
-// bytes that it has to move: stresses in and out, forces out and in, lists, and its share of the nodes'
-// arrays.
+// bytes that it has to move: stresses and energies in and out, lists, and its share of the nodes' arrays.
 struct Trial {
     ElementKind kind;
     bool plastic;
-    int cells;
     double operations, bytes;
+    int elements_per_cell;
 };
 constexpr double point = 427, return_map = 45;
 
-void run(const Trial& work, int threads, double seconds, double operations, double bandwidth) {
+void run(const Trial& work, double elements, int threads, double seconds, double operations,
+         double bandwidth) {
     Model model = placeholder_model();
     Material material{.id = 0, .name = "M", .density = 7800, .young = 2e11, .poisson = 0.3};
     material.yield_stress = 1e6;
@@ -80,7 +81,8 @@ void run(const Trial& work, int threads, double seconds, double operations, doub
     model.materials = {material};
     model.parts.assign(1, {});
     const double size = 1.0;
-    model.mesh = testing::box_mesh({{work.cells, work.cells, work.cells}, {size, size, size}}, work.kind);
+    const int cells = static_cast<int>(std::lround(std::cbrt(elements / work.elements_per_cell)));
+    model.mesh = testing::box_mesh({{cells, cells, cells}, {size, size, size}}, work.kind);
     model.control.plastic = work.plastic;
     model.control.end_time = 1e-9;
     model.control.output_frequency = 1'000'000;
@@ -136,18 +138,17 @@ void run(const Trial& work, int threads, double seconds, double operations, doub
 int main(int argc, char** argv) {
     const int most_threads = argc > 1 ? std::atoi(argv[1]) : 2;
     const double seconds = argc > 2 ? std::atof(argv[2]) : 3;
-    const double node = 13 * 4 * 8;  // bytes of a node's arrays in a step
+    std::vector<double> sizes{20'000, 200'000};
+    if (argc > 3) sizes = {std::atof(argv[3])};
+    // the nodes' arrays: x, du, R, v twice, u and du in and out, factors, loads, the place at rest
+    const double node = 13 * 4 * 8, list = 4 + 2, energies = 4 * 8, material = 32;
+    const double hexahedron = 768 + 8 * list + energies + material + node;
     const Trial works[] = {
-        {ElementKind::hexahedron, false, 27, 792 + 8 * point, 768 + 2 * 192 + 72 + 64 + node},
-        {ElementKind::hexahedron, true, 27, 792 + 8 * (point + return_map),
-         768 + 128 + 2 * 192 + 72 + 64 + node},
-        {ElementKind::tetrahedron4, false, 15, 27 + point, 96 + 2 * 96 + 40 + 64 + node / 6},
-        {ElementKind::tetrahedron10, false, 15, 4 * (point + 540), 384 + 2 * 240 + 80 + 64 + 8 * node / 6},
-        {ElementKind::hexahedron, false, 58, 792 + 8 * point, 768 + 2 * 192 + 72 + 64 + node},
-        {ElementKind::hexahedron, true, 58, 792 + 8 * (point + return_map),
-         768 + 128 + 2 * 192 + 72 + 64 + node},
-        {ElementKind::tetrahedron4, false, 32, 27 + point, 96 + 2 * 96 + 40 + 64 + node / 6},
-        {ElementKind::tetrahedron10, false, 32, 4 * (point + 540), 384 + 2 * 240 + 80 + 64 + 8 * node / 6},
+        {ElementKind::hexahedron, false, 792 + 8 * point, hexahedron, 1},
+        {ElementKind::hexahedron, true, 792 + 8 * (point + return_map), hexahedron + 128, 1},
+        {ElementKind::tetrahedron4, false, 27 + point, 96 + 4 * list + energies + material + node / 6, 6},
+        {ElementKind::tetrahedron10, false, 4 * (point + 540),
+         384 + 10 * list + energies + material + 8 * node / 6, 6},
     };
     std::printf("kernels: %s\n", kernel_set().name);
     for (int threads = 1; threads <= most_threads; ++threads) {
@@ -156,7 +157,8 @@ int main(int argc, char** argv) {
                     threads == 1 ? "" : "s", operations / 1e9, bandwidth / 1e9);
         std::printf("%-21s %8s %-8s %2s   %8s   %8s  %8s   %s\n", "element", "elements", "law", "T", "M el/s",
                     "by flops", "by bytes", "of the bound");
-        for (const Trial& work : works) run(work, threads, seconds, operations, bandwidth);
+        for (const double elements : sizes)
+            for (const Trial& work : works) run(work, elements, threads, seconds, operations, bandwidth);
     }
     return 0;
 }

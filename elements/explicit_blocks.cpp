@@ -12,18 +12,45 @@ namespace kestralum {
 
 namespace {
 
-// Elements by their smallest node, so that neighbours in memory share nodes.
+// Every third bit of the result is one of the 21 low ones of v.
+std::uint64_t spread_bits(std::uint64_t v) {
+    v = (v | v << 32) & 0x1f00000000ffff;
+    v = (v | v << 16) & 0x1f0000ff0000ff;
+    v = (v | v << 8) & 0x100f00f00f00f00f;
+    v = (v | v << 4) & 0x10c30c30c30c30c3;
+    return (v | v << 2) & 0x1249249249249249;
+}
+
+// Elements by the place of their centres on a Z-order curve (Morton, 1966): neighbours in memory share nodes,
+// and a run of elements is a compact body with few nodes at its border.
 std::vector<std::int32_t> element_order(const Mesh& mesh) {
     const std::size_t per_element = mesh.node_per_element();
     const std::size_t elements = mesh.element_num();
-    std::vector<std::int32_t> least(elements), order(elements);
+    std::array<double, 3> low{1e300, 1e300, 1e300}, high{-1e300, -1e300, -1e300};
+    for (std::int32_t n = 0; n < mesh.node_num(); ++n)
+        for (std::size_t c = 0; c < 3; ++c) {
+            low[c] = std::min(low[c], mesh.node(n)[c]);
+            high[c] = std::max(high[c], mesh.node(n)[c]);
+        }
+    double extent = 0;
+    for (std::size_t c = 0; c < 3; ++c) extent = std::max(extent, high[c] - low[c]);
+    constexpr double most = (1 << 21) - 1;
+    const double scale = extent > 0 ? most / extent : 0;
+    std::vector<std::uint64_t> code(elements);
     for (std::size_t e = 0; e < elements; ++e) {
-        const auto first = mesh.connectivity.begin() + static_cast<std::ptrdiff_t>(e * per_element);
-        least[e] = *std::min_element(first, first + static_cast<std::ptrdiff_t>(per_element));
+        for (std::size_t c = 0; c < 3; ++c) {
+            double sum = 0;
+            for (std::size_t i = 0; i < per_element; ++i)
+                sum += mesh.node(
+                    static_cast<std::int32_t>(node_index(mesh.connectivity[e * per_element + i])))[c];
+            const double place = scale * (sum / static_cast<double>(per_element) - low[c]);
+            code[e] |= spread_bits(static_cast<std::uint64_t>(std::clamp(place, 0.0, most))) << c;
+        }
     }
+    std::vector<std::int32_t> order(elements);
     std::iota(order.begin(), order.end(), 0);
     std::stable_sort(order.begin(), order.end(),
-                     [&](std::int32_t a, std::int32_t b) { return least[a] < least[b]; });
+                     [&](std::int32_t a, std::int32_t b) { return code[a] < code[b]; });
     return order;
 }
 
@@ -48,8 +75,6 @@ ForceKernel choose_kernel(const KernelSet& set, ElementKind kind, PointLaw point
     return set.kernel[static_cast<std::size_t>(kind)][law];
 }
 
-constexpr std::int64_t chunk_blocks = 32;  // blocks that a thread takes at a time
-
 }  // namespace
 
 ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts,
@@ -70,7 +95,6 @@ ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts,
     stress_.assign(blocks * points * 6 * W, 0.0);
     const bool general = law_of(materials, options) == PointLaw::general;
     if (options.plastic || general) alpha_.assign(blocks * points * W, 0.0);
-    force_.assign(blocks * per_element * 3 * W, 0.0);
     energy_.assign(blocks * 2 * W, 0.0);
     least_.assign(blocks * W, 1.0);
     for (std::size_t slot = 0; slot < blocks * W; ++slot) {
@@ -88,19 +112,72 @@ ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts,
     }
     for (const Material& m : materials) laws_.push_back(j2_material(m, options.plastic));
     if (general) set_general(parts, mesh, options);
-    // the places of each node, by element: the sum's order does not depend on the blocks' order
-    gather_start_.assign(static_cast<std::size_t>(mesh.node_num()) + 1, 0);
-    for (std::int32_t n : mesh.connectivity) ++gather_start_[n];
-    std::partial_sum(gather_start_.begin(), gather_start_.end(), gather_start_.begin());
-    gather_.resize(mesh.connectivity.size());
-    std::vector<std::size_t> slot_of(elements);
-    for (std::size_t slot = 0; slot < elements; ++slot) slot_of[order_[slot]] = slot;
-    std::vector<std::int64_t> next(gather_start_.begin(), gather_start_.end() - 1);
-    for (std::size_t e = 0; e < elements; ++e)
-        for (std::size_t i = 0; i < per_element; ++i) {
-            const std::size_t n = node_index(mesh.connectivity[e * per_element + i]);
-            const std::size_t b = slot_of[e] / W, lane = slot_of[e] % W;
-            gather_[next[n]++] = static_cast<std::int32_t>((b * per_element + i) * W + lane);
+    make_chunks(mesh.node_num(), options.chunk_elements);
+}
+
+void ElementBlocks::make_chunks(std::int32_t node_num, int elements) {
+    const std::int64_t W = lanes_, per_element = nodes_per_element_, slots = std::ssize(order_);
+    chunk_blocks_ = std::max<std::int64_t>(1, elements / W);
+    chunks_.resize(static_cast<std::size_t>((blocks_ + chunk_blocks_ - 1) / chunk_blocks_));
+    const auto slot_nodes = [&](std::int64_t slot, auto visit) {
+        for (std::int64_t i = 0; i < per_element; ++i) {
+            const std::int64_t at = (slot / W * per_element + i) * W + slot % W;
+            visit(nodes_[at], at);
+        }
+    };
+    const auto of_chunk = [&](std::int64_t c, auto visit) {
+        const std::int64_t last = std::min(slots, (c + 1) * chunk_blocks_ * W);
+        for (std::int64_t slot = c * chunk_blocks_ * W; slot < last; ++slot) slot_nodes(slot, visit);
+    };
+    // chunks of each node: none, one or several
+    constexpr std::int64_t none = -1, several = -2;
+    const auto chunks = std::ssize(chunks_);
+    std::vector<std::int64_t> chunk_of(node_num, none);
+    for (std::int64_t c = 0; c < chunks; ++c)
+        of_chunk(c, [&](std::int32_t n, std::int64_t) {
+            chunk_of[n] = chunk_of[n] == none || chunk_of[n] == c ? c : several;
+        });
+    places_.resize(nodes_.size());
+    std::vector<std::int32_t> place(node_num, -1), border_count(node_num, 0);
+    for (std::int64_t c = 0; c < chunks; ++c) {
+        Chunk& chunk = chunks_[c];
+        chunk.first_node = std::ssize(chunk_nodes_);
+        for (const bool own : {true, false}) {
+            of_chunk(c, [&](std::int32_t n, std::int64_t) {
+                if (place[n] >= 0 || (chunk_of[n] != several) != own) return;
+                place[n] = chunk.all++;
+                chunk_nodes_.push_back(n);
+            });
+            if (own) chunk.own = chunk.all;
+        }
+        of_chunk(
+            c, [&](std::int32_t n, std::int64_t at) { places_[at] = static_cast<std::uint16_t>(place[n]); });
+        for (std::int32_t k = 0; k < chunk.all; ++k) {
+            const std::int32_t n = chunk_nodes_[chunk.first_node + k];
+            place[n] = -1;
+            border_count[n] += k >= chunk.own;
+        }
+        most_places_ = std::max(most_places_, chunk.all + 1);
+    }
+    for (std::int64_t slot = slots; slot < blocks_ * W; ++slot)
+        slot_nodes(slot, [&](std::int32_t, std::int64_t at) {
+            places_[at] = static_cast<std::uint16_t>(chunks_.back().all);
+        });
+    partial_.assign(4 * chunk_nodes_.size(), 0.0);
+    border_start_.assign(1, 0);
+    std::vector<std::int64_t> next(node_num, -1);
+    for (std::int32_t n = 0; n < node_num; ++n) {
+        if (chunk_of[n] == none) empty_nodes_.push_back(n);
+        if (border_count[n] == 0) continue;
+        border_nodes_.push_back(n);
+        next[n] = border_start_.back();
+        border_start_.push_back(border_start_.back() + border_count[n]);
+    }
+    border_.resize(static_cast<std::size_t>(border_start_.back()));
+    for (std::int64_t c = 0; c < chunks; ++c)
+        for (std::int32_t k = chunks_[c].own; k < chunks_[c].all; ++k) {
+            const std::int64_t at = chunks_[c].first_node + k;
+            border_[next[chunk_nodes_[at]]++] = at;
         }
 }
 
@@ -160,23 +237,60 @@ private:
 
 }  // namespace
 
-bool ElementBlocks::evaluate(const double* x, const double* du, int threads) {
+bool ElementBlocks::sum_chunk(std::int64_t c, const double* x, const double* du, double* R) {
+    const Chunk& chunk = chunks_[c];
+    thread_local LineDoubles sums;
+    sums.resize(4 * static_cast<std::size_t>(most_places_));
+    std::fill_n(sums.begin(), 4 * static_cast<std::size_t>(chunk.all + 1), 0.0);
     const auto pointer_to = [](LineDoubles& values) { return values.empty() ? nullptr : values.data(); };
-    KernelArrays arrays{
-        nodes_.data(), x, du, material_.data(), stress_.data(), alpha_.data(), force_.data(), energy_.data(),
-        least_.data()};
+    KernelArrays arrays{nodes_.data(),
+                        x,
+                        du,
+                        material_.data(),
+                        stress_.data(),
+                        alpha_.data(),
+                        places_.data(),
+                        sums.data(),
+                        energy_.data(),
+                        least_.data()};
     arrays.general = {pointer_to(back_), pointer_to(thermal_step_), pointer_to(heat_), kinematic_.data(),
                       segments_.data()};
-    const std::int64_t chunks = (blocks_ + chunk_blocks - 1) / chunk_blocks;
+    const std::int64_t first = c * chunk_blocks_, last = std::min(blocks_, first + chunk_blocks_);
+    kernel_(arrays, first, last);
+    const std::int32_t* nodes = chunk_nodes_.data() + chunk.first_node;
+    for (std::int32_t k = 0; k < chunk.own; ++k)
+        std::copy_n(sums.data() + 4 * static_cast<std::ptrdiff_t>(k), 3,
+                    R + 4 * static_cast<std::ptrdiff_t>(nodes[k]));
+    std::copy(sums.data() + 4 * static_cast<std::ptrdiff_t>(chunk.own),
+              sums.data() + 4 * static_cast<std::ptrdiff_t>(chunk.all),
+              partial_.data() + 4 * (chunk.first_node + chunk.own));
+    int inverted = 0;
+    for (std::int64_t k = first * lanes_; k < last * lanes_; ++k) inverted |= !(least_[k] > 0);
+    return inverted == 0;
+}
+
+void ElementBlocks::gather_borders(double* R, int threads) const {
+    const auto nodes = std::ssize(border_nodes_);
+#pragma omp parallel for schedule(static) num_threads(threads) if (threads > 1)
+    for (std::int64_t k = 0; k < nodes; ++k) {
+        double sum[3] = {0, 0, 0};
+        for (std::int64_t j = border_start_[k]; j < border_start_[k + 1]; ++j)
+            for (std::size_t c = 0; c < 3; ++c) sum[c] += partial_[4 * border_[j] + c];
+        std::copy_n(sum, 3, R + 4 * static_cast<std::ptrdiff_t>(border_nodes_[k]));
+    }
+    for (const std::int32_t n : empty_nodes_) std::fill_n(R + 4 * static_cast<std::ptrdiff_t>(n), 3, 0.0);
+}
+
+bool ElementBlocks::evaluate(const double* x, const double* du, double* R, int threads) {
+    const auto chunks = std::ssize(chunks_);
     int inverted = 0;
 // taken as threads come free: on a busy machine one of them may be held up
 #pragma omp parallel for schedule(dynamic, 1) num_threads(threads) if (threads > 1) reduction(| : inverted)
     for (std::int64_t c = 0; c < chunks; ++c) {
         const FlushSubnormals flush;
-        const std::int64_t first = c * chunk_blocks, last = std::min(blocks_, first + chunk_blocks);
-        kernel_(arrays, first, last);
-        for (std::int64_t k = first * lanes_; k < last * lanes_; ++k) inverted |= !(least_[k] > 0);
+        inverted |= !sum_chunk(c, x, du, R);
     }
+    gather_borders(R, threads);
     return inverted == 0;
 }
 
@@ -185,27 +299,6 @@ std::int32_t ElementBlocks::first_inverted() const {
     for (std::size_t slot = 0; slot < order_.size(); ++slot)
         if (!(least_[slot] > 0) && (first < 0 || order_[slot] < first)) first = order_[slot];
     return first;
-}
-
-void ElementBlocks::gather_forces(double* R, int threads) const {
-    const auto nodes = static_cast<std::int64_t>(gather_start_.size()) - 1;
-    const double* force = force_.data();
-    const std::int32_t W = lanes_, mask = W - 1;  // lanes are a power of two
-#pragma omp parallel for schedule(dynamic, 2048) num_threads(threads) if (threads > 1)
-    for (std::int64_t n = 0; n < nodes; ++n) {
-        double sum[3] = {0, 0, 0};
-        for (std::int64_t k = gather_start_[n]; k < gather_start_[static_cast<std::size_t>(n) + 1]; ++k) {
-            const std::int32_t place = gather_[k];
-            const double* f = force + 3 * static_cast<std::int64_t>(place & ~mask) + (place & mask);
-            sum[0] += f[0];
-            sum[1] += f[W];
-            sum[2] += f[2 * W];
-        }
-        double* r = R + 4 * n;
-        r[0] = sum[0];
-        r[1] = sum[1];
-        r[2] = sum[2];
-    }
 }
 
 double ElementBlocks::energy(int kind) const {
@@ -254,9 +347,11 @@ void ElementBlocks::set_stresses(std::span<const double> stress) {
 }
 
 std::size_t ElementBlocks::bytes() const {
-    return (order_.size() + nodes_.size() + gather_.size()) * sizeof(std::int32_t) +
-           gather_start_.size() * sizeof(std::int64_t) +
-           (material_.size() + stress_.size() + alpha_.size() + force_.size() + energy_.size() +
+    return (order_.size() + nodes_.size() + chunk_nodes_.size() + border_nodes_.size()) *
+               sizeof(std::int32_t) +
+           places_.size() * sizeof(std::uint16_t) + chunks_.size() * sizeof(Chunk) +
+           (border_start_.size() + border_.size()) * sizeof(std::int64_t) +
+           (material_.size() + stress_.size() + alpha_.size() + partial_.size() + energy_.size() +
             least_.size() + kinematic_.size() + back_.size() + 2 * thermal_.size() + heat_.size()) *
                sizeof(double);
 }

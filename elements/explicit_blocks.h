@@ -1,5 +1,9 @@
-// The elements of a mesh in the kernels' blocks: connectivity, material, stress state and forces, and
-// the lists through which each node gathers its forces in a fixed order.
+// The elements of a mesh in the kernels' blocks: connectivity, material and stress state.
+//
+// Blocks stand in chunks of neighbours. A thread takes a chunk at a time and sums the forces at its nodes in
+// a few kilobytes of its own; nodes of one chunk alone have their force then, those at its border gather the
+// sums of their chunks afterwards, in the order of the chunks. So an element's forces never go to memory, and
+// the bytes are the same for any number of threads.
 #pragma once
 
 #include <cstdint>
@@ -39,26 +43,25 @@ struct BlockOptions {
         rigid{};  // per element: it moves as a rigid body and has no stress; empty: none does
     HexahedronForm form = HexahedronForm::full;  // of hexahedra
     bool heated = false;                         // set_thermal() will be called
+    int chunk_elements = 512;                    // of a chunk: the sums at its nodes stay in the first cache
 };
 
 class ElementBlocks {
 public:
-    // Elements are put in the order of their smallest nodes; the last block is filled up with copies
-    // whose forces and energies nobody gathers. All stresses start at 0.
+    // Elements are put in the order of a space-filling curve through their centres; the last block is filled
+    // up with copies whose forces and energies nobody gathers. All stresses start at 0.
     ElementBlocks(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials,
                   const BlockOptions& options);
 
-    // Stresses and element forces of the configuration x reached by du (node × 4, m). False when a point
-    // of some element has a volume that is not positive; first_inverted() tells the element.
-    bool evaluate(const double* x, const double* du, int threads);
+    // Stresses of the configuration x reached by du (node × 4, m), and R, node × 4: Σ of the element forces
+    // at each node, N. False when a point of some element has a volume that is not positive; first_inverted()
+    // tells the element.
+    bool evaluate(const double* x, const double* du, double* R, int threads);
     std::int32_t first_inverted() const;  // 0-based, -1 = none
 
     // The thermal strains (element × point) of the next evaluate(): what they change since the last call acts
     // there. With `heated` only.
     void set_thermal(std::span<const double> strain, int threads);
-
-    // Σ of the element forces at each node: R, node × 4, N.
-    void gather_forces(double* R, int threads) const;
 
     // Work done on the points so far and its plastic part, J: on the strains less the thermal ones, whose
     // work is -∫ σ:dε_thermal.
@@ -76,7 +79,15 @@ public:
     std::size_t bytes() const;
 
 private:
+    // Of a chunk's nodes those that no other chunk has come first.
+    struct Chunk {
+        std::int64_t first_node = 0;    // in chunk_nodes_
+        std::int32_t own = 0, all = 0;  // nodes
+    };
     double energy(int kind) const;
+    void make_chunks(std::int32_t node_num, int elements);
+    bool sum_chunk(std::int64_t c, const double* x, const double* du, double* R);
+    void gather_borders(double* R, int threads) const;
     void set_general(std::span<const Part> parts, const Mesh& mesh, const BlockOptions& options);
     std::size_t stress_at(std::size_t slot, int point) const;
 
@@ -86,13 +97,21 @@ private:
     std::int64_t blocks_ = 0;
     std::vector<std::int32_t> order_;  // slot -> element; a slot is block · lanes + lane
     std::vector<std::int32_t> nodes_;  // block × local node × lane
-    LineDoubles material_, stress_, alpha_, force_, energy_, least_;
+    LineDoubles material_, stress_, alpha_, energy_, least_;
     // of the general law
     std::vector<PlasticMaterial> laws_;  // of the model's materials
     std::vector<const HardeningSegment*> segments_;
     LineDoubles kinematic_, back_, thermal_, thermal_step_, heat_;
-    std::vector<std::int64_t> gather_start_;  // node_num + 1
-    std::vector<std::int32_t> gather_;  // places (block · nodes + local node) · lanes + lane, by element
+    std::int64_t chunk_blocks_ = 1;
+    std::vector<Chunk> chunks_;
+    std::vector<std::int32_t> chunk_nodes_;  // 0-based
+    std::vector<std::uint16_t> places_;      // block × local node × lane: in the chunk's nodes
+    std::int32_t most_places_ = 0;           // of a chunk, with one for the copies
+    LineDoubles partial_;                    // as chunk_nodes_, × 4: the sums of a chunk at its border
+    // nodes of several chunks, and their places in partial_ by chunk
+    std::vector<std::int32_t> border_nodes_;
+    std::vector<std::int64_t> border_start_, border_;
+    std::vector<std::int32_t> empty_nodes_;  // of no element
 };
 
 }  // namespace kestralum

@@ -103,6 +103,7 @@ KESTRALUM_INLINE void add_internal(const InternalModes& m, int p, Vec volume, Ve
 template <PointLaw law>
 void hexahedra_enhanced(const KernelArrays& k, std::int64_t first, std::int64_t last) {
     for (std::int64_t b = first; b < last; ++b) {
+        if (b + 1 < last) fetch_nodes<8>(k, b + 1);
         HexaField x, du, sum{};
         hexa_gather(k.x, k.nodes + 8 * W * b, x);
         hexa_gather(k.du, k.nodes + 8 * W * b, du);
@@ -136,7 +137,7 @@ void hexahedra_enhanced(const KernelArrays& k, std::int64_t first, std::int64_t 
             update_stress<law>(k, b, 8 * b + p, whole, material, 1.0, s, sums, motion[p].e);
             add_flux(s, whole.cof, p, sum);
         }
-        hexa_store(sum, k.force + 24 * W * b);
+        hexa_scatter(sum, k, b);
         finish(k, b, sums);
     }
 }

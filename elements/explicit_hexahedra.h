@@ -60,17 +60,19 @@ KESTRALUM_INLINE void hexa_gather(const double* at, const std::int32_t* nodes, H
             for (int q = 0; q < 4; ++q) field.along[a][q].c[r] = d[a][q];
     }
 }
-KESTRALUM_INLINE void hexa_store(const HexaField& P, double* force) {
+// The forces of block b, added to the sums.
+KESTRALUM_INLINE void hexa_scatter(const HexaField& P, const KernelArrays& k, std::int64_t b) {
+    Vec f[3][8];
     for (int r = 0; r < 3; ++r) {
-        Vec f[8], d[4];
+        Vec d[4];
         for (int q = 0; q < 4; ++q) d[q] = P.along[0][q].c[r];
-        spread<0>(d, f);
+        spread<0>(d, f[r]);
         for (int q = 0; q < 4; ++q) d[q] = P.along[1][q].c[r];
-        spread<1>(d, f);
+        spread<1>(d, f[r]);
         for (int q = 0; q < 4; ++q) d[q] = P.along[2][q].c[r];
-        spread<2>(d, f);
-        for (int i = 0; i < 8; ++i) store(force + (3 * i + r) * W, f[i]);
+        spread<2>(d, f[r]);
     }
+    for (int i = 0; i < 8; ++i) scatter_add(f[0][i], f[1][i], f[2][i], k.places + W * (8 * b + i), k.sums);
 }
 
 // Places of point p = local node p in the three sets of four.
@@ -111,6 +113,7 @@ KESTRALUM_INLINE void find_motion_at(const HexaField& x, const HexaField& du, in
 template <PointLaw law>
 void hexahedra(const KernelArrays& k, std::int64_t first, std::int64_t last) {
     for (std::int64_t b = first; b < last; ++b) {
+        if (b + 1 < last) fetch_nodes<8>(k, b + 1);
         HexaField x, du, sum{};
         hexa_gather(k.x, k.nodes + 8 * W * b, x);
         hexa_gather(k.du, k.nodes + 8 * W * b, du);
@@ -125,7 +128,7 @@ void hexahedra(const KernelArrays& k, std::int64_t first, std::int64_t last) {
             update_stress<law>(k, b, 8 * b + p, m, material, 1.0, s, sums, m.e);
             add_flux(s, m.cof, p, sum);
         }
-        hexa_store(sum, k.force + 24 * W * b);
+        hexa_scatter(sum, k, b);
         finish(k, b, sums);
     }
 }
@@ -136,6 +139,7 @@ void hexahedra(const KernelArrays& k, std::int64_t first, std::int64_t last) {
 template <PointLaw law, bool once_yielded>
 void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::int64_t last) {
     for (std::int64_t b = first; b < last; ++b) {
+        if (b + 1 < last) fetch_nodes<8>(k, b + 1);
         HexaField x, du, sum{};
         hexa_gather(k.x, k.nodes + 8 * W * b, x);
         hexa_gather(k.du, k.nodes + 8 * W * b, du);
@@ -206,7 +210,7 @@ void hexahedra_mean_dilatation(const KernelArrays& k, std::int64_t first, std::i
             }
             add_flux(deviator[p], cof[p], p, sum);
         }
-        hexa_store(sum, k.force + 24 * W * b);
+        hexa_scatter(sum, k, b);
         finish(k, b, sums);
     }
 }

@@ -32,8 +32,9 @@ struct KernelArrays {
     const double* du;           // node × 4: displacement increment that led there, m
     const double* material;     // block × 4 × lane: λ, G, Sy, H; Sy infinite where nothing yields, N/m^2
     double* stress;             // block × point × 6 × lane, in and out
-    double* alpha;   // block × point × lane, in and out: equivalent plastic strain; unused when elastic
-    double* force;   // block × local node × 3 × lane, out: N
+    double* alpha;  // block × point × lane, in and out: equivalent plastic strain; unused when elastic
+    const std::uint16_t* places;  // block × local node × lane: the node's place in `sums`
+    double* sums;    // place × 4, added to by block, local node and lane: N; the fourth stays as it is
     double* energy;  // block × 2 × lane, added to: internal work and its plastic part, J
     double* least;   // block × lane, out: smallest det J of the points, m^3 (scaled)
     GeneralArrays general = {};

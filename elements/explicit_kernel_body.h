@@ -34,11 +34,12 @@ void tetrahedra4(const KernelArrays& k, std::int64_t first, std::int64_t last) {
         update_stress<law>(k, b, b, m, material_of(k, b), 1.0 / 6.0, s, sums, m.e);
         Vec3 P[3];
         flux(s, m.cof, 1.0 / 6.0, P);
-        double* force = k.force + 12 * W * b;
-        for (int r = 0; r < 3; ++r) {
-            store(force + r * W, Vec{} - P[0].c[r] - P[1].c[r] - P[2].c[r]);
-            for (int a = 0; a < 3; ++a) store(force + (3 * (a + 1) + r) * W, P[a].c[r]);
-        }
+        Vec3 first_node;
+        for (int r = 0; r < 3; ++r) first_node.c[r] = Vec{} - P[0].c[r] - P[1].c[r] - P[2].c[r];
+        const std::uint16_t* places = k.places + 4 * W * b;
+        scatter_add(first_node.c[0], first_node.c[1], first_node.c[2], places, k.sums);
+        for (int a = 0; a < 3; ++a)
+            scatter_add(P[a].c[0], P[a].c[1], P[a].c[2], places + W * (a + 1), k.sums);
         finish(k, b, sums);
     }
 }
@@ -72,6 +73,7 @@ template <PointLaw law>
 void tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) {
     constexpr double weight = 1.0 / 24.0;
     for (std::int64_t b = first; b < last; ++b) {
+        if (b + 1 < last) fetch_nodes<10>(k, b + 1);
         Vec3 x[10], u[10], f[10];
         const std::int32_t* nodes = k.nodes + 10 * W * b;
         for (int i = 0; i < 10; ++i) {
@@ -101,9 +103,8 @@ void tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) 
                 for (int r = 0; r < 3; ++r)
                     f[i].c[r] += d[i][0] * P[0].c[r] + d[i][1] * P[1].c[r] + d[i][2] * P[2].c[r];
         }
-        double* force = k.force + 30 * W * b;
         for (int i = 0; i < 10; ++i)
-            for (int r = 0; r < 3; ++r) store(force + (3 * i + r) * W, f[i].c[r]);
+            scatter_add(f[i].c[0], f[i].c[1], f[i].c[2], k.places + W * (10 * b + i), k.sums);
         finish(k, b, sums);
     }
 }

@@ -19,6 +19,7 @@ namespace {
 #define KESTRALUM_INLINE [[gnu::always_inline]] inline
 
 constexpr int W = KESTRALUM_LANES;
+constexpr int ahead = 8;  // points whose stresses are asked for early
 typedef double Native __attribute__((vector_size(W * 8)));
 typedef double Loose __attribute__((vector_size(W * 8), aligned(8), may_alias));
 
@@ -107,6 +108,61 @@ KESTRALUM_INLINE void gather(const double* at, const std::int32_t* n, Vec& x, Ve
     x.v = Native{a[0], b[0]};
     y.v = Native{a[1], b[1]};
     z.v = Native{a[2], b[2]};
+#endif
+}
+
+// Asks for the nodes of a block ahead of its turn: their places in memory follow no pattern that the
+// processor foresees.
+template <int nodes_per_element>
+KESTRALUM_INLINE void fetch_nodes(const KernelArrays& k, std::int64_t b) {
+    const std::int32_t* nodes = k.nodes + nodes_per_element * W * b;
+    for (int i = 0; i < nodes_per_element * W; ++i) {
+        __builtin_prefetch(k.x + 4 * static_cast<std::ptrdiff_t>(nodes[i]));
+        __builtin_prefetch(k.du + 4 * static_cast<std::ptrdiff_t>(nodes[i]));
+    }
+}
+
+// The lanes' x, y and z added to rows of four, one lane after the other: several may meet in a row.
+KESTRALUM_INLINE void scatter_add(const Vec& x, const Vec& y, const Vec& z, const std::uint16_t* n,
+                                  double* to) {
+    auto row = [to](std::uint16_t place) { return to + 4 * static_cast<std::ptrdiff_t>(place); };
+#if KESTRALUM_LANES == 8
+    auto add = [&](int lane, __m256d force) {
+        double* at = row(n[lane]);
+        _mm256_storeu_pd(at, _mm256_loadu_pd(at) + force);
+    };
+    const __m512d none = _mm512_setzero_pd();
+    const __m512d xy[2] = {_mm512_unpacklo_pd(x.v, y.v), _mm512_unpackhi_pd(x.v, y.v)};
+    const __m512d zw[2] = {_mm512_unpacklo_pd(z.v, none), _mm512_unpackhi_pd(z.v, none)};
+    const __m512i low = _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11),
+                  high = _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15);
+    __m512d rows[2][2];
+    for (int odd = 0; odd < 2; ++odd) {
+        rows[0][odd] = _mm512_permutex2var_pd(xy[odd], low, zw[odd]);   // lanes odd, odd + 2
+        rows[1][odd] = _mm512_permutex2var_pd(xy[odd], high, zw[odd]);  // lanes odd + 4, odd + 6
+    }
+    for (int half = 0; half < 2; ++half)
+        for (int part = 0; part < 2; ++part)
+            for (int odd = 0; odd < 2; ++odd)
+                add(4 * half + 2 * part + odd, part == 0 ? _mm512_castpd512_pd256(rows[half][odd])
+                                                         : _mm512_extractf64x4_pd(rows[half][odd], 1));
+#elif KESTRALUM_LANES == 4
+    auto add = [&](int lane, __m256d force) {
+        double* at = row(n[lane]);
+        _mm256_storeu_pd(at, _mm256_loadu_pd(at) + force);
+    };
+    const __m256d none = _mm256_setzero_pd();
+    const __m256d xy[2] = {_mm256_unpacklo_pd(x.v, y.v), _mm256_unpackhi_pd(x.v, y.v)};
+    const __m256d zw[2] = {_mm256_unpacklo_pd(z.v, none), _mm256_unpackhi_pd(z.v, none)};
+    for (int odd = 0; odd < 2; ++odd) add(odd, _mm256_permute2f128_pd(xy[odd], zw[odd], 0x20));
+    for (int odd = 0; odd < 2; ++odd) add(2 + odd, _mm256_permute2f128_pd(xy[odd], zw[odd], 0x31));
+#else
+    for (int lane = 0; lane < W; ++lane) {
+        double* at = row(n[lane]);
+        at[0] += x.v[lane];
+        at[1] += y.v[lane];
+        at[2] += z.v[lane];
+    }
 #endif
 }
 
@@ -280,6 +336,7 @@ KESTRALUM_INLINE void update_stress(const KernelArrays& k, std::int64_t b, std::
     double* stress = k.stress + 6 * W * at;
     double* alpha = k.alpha + W * at;
     Vec before[6];
+    for (int c = 0; c < 6; ++c) __builtin_prefetch(stress + (6 * ahead + c) * W, 1);
     for (int c = 0; c < 6; ++c) s[c] = before[c] = load(stress + c * W);
     turn(m.h, s);
     add_elastic(material, m.e, s);

@@ -166,8 +166,7 @@ NodeArrays node_arrays(ExplicitState& s) {
 bool find_forces(ExplicitState& s) {
     const double time = static_cast<double>(s.step) * s.d_time;
     if (s.heat && !s.heat->set(time, s.team, *s.blocks)) s.trouble = s.heat->trouble();
-    const bool sound = s.blocks->evaluate(s.x.data(), s.du.data(), s.team);
-    s.blocks->gather_forces(s.R.data(), s.team);
+    const bool sound = s.blocks->evaluate(s.x.data(), s.du.data(), s.R.data(), s.team);
     s.springs.add_forces(s.u.data(), s.R.data());
     if (s.loads && !s.loads->set(time, s.u.data(), s.F.data())) s.trouble = s.loads->trouble();
     if (s.bodies && !s.bodies->set_time(time)) s.trouble = "a factor of a rigid force is not a finite number";
