@@ -69,7 +69,7 @@ protected:
                 u[4 * n + c] = at[c] - mesh.coordinates[3 * n + c];
             }
         }
-        EXPECT_TRUE(blocks->evaluate(x.data(), du.data(), R.data(), 2));
+        EXPECT_TRUE(blocks->evaluate(x.data(), du.data(), R.data(), threads));
     }
     void wave(double size, double shear) {
         move([&](const double* X, double* at) {
@@ -107,7 +107,7 @@ protected:
     Material material{
         .id = 0, .name = "M", .density = 1000, .young = 2e11, .poisson = 0.3, .yield_stress = 1e30};
     std::vector<Part> parts{1};
-    int nodes = mesh.node_num(), lanes = 0;
+    int nodes = mesh.node_num(), lanes = 0, threads = 2;
     LineDoubles x, du, u, R;
     std::vector<double> alpha;
     std::optional<ElementBlocks> blocks;
@@ -131,6 +131,22 @@ TEST_P(ExplicitKernel, SmallDisplacementsGiveTheForcesOfTheLinearStiffness) {
         // coordinates carry the displacements to 1e-16 / 1e-10, strains are off by their own size
         for (int d = 0; d < 3 * nodes; ++d)
             EXPECT_NEAR(R[4 * (d / 3) + d % 3], expected[d], 1e-5 * largest) << d;
+    });
+}
+
+// Nodes on the border of several chunks too.
+TEST_P(ExplicitKernel, AnyNumberOfThreadsGivesTheSameBytes) {
+    each_width([&] {
+        const auto forces = [&](int of) {
+            threads = of;
+            make_blocks();
+            R.assign(R.size(), -1);
+            for (int step = 0; step < 3; ++step) wave(1e-3, 0.1 * step);
+            return R;
+        };
+        const LineDoubles one = forces(1);
+        for (int of : {2, 3}) EXPECT_EQ(forces(of), one) << of << " threads";
+        for (int n = 0; n < nodes; ++n) EXPECT_EQ(one[4 * n + 3], -1) << "the fourth is the caller's";
     });
 }
 
