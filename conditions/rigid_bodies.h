@@ -128,26 +128,4 @@ Vec6 rigid_force_resultant(const RigidSystem& system, std::int32_t b, const Rigi
 // Forces on the body's equations: the power of (force, moment) in each motion. Adds factor times it to `out`.
 void project(const RigidBody& body, const RigidState& state, const Vec6& force, double factor, double* out);
 
-// Springs of one combine record between the reference points of two bodies, acting at their midpoint.
-// force: what the springs resist with, on (pivot 1, pivot 2), force and moment each; returns the energy, J.
-double combine_forces(const RigidCombine& record, const RigidSystem& system,
-                      std::span<const RigidState> states, std::array<Vec6, 2>& force);
-
-// The springs' stiffness on the equations of all bodies, added to K (equations × equations, row-major); at
-// rest exact and symmetric, elsewhere the derivative of combine_forces by central differences.
-void add_combine_stiffness(std::span<const RigidCombine> records, const RigidSystem& system,
-                           std::span<const RigidState> states, std::span<double> K);
-
-// The springs' resistance on the equations of all bodies, added to Q.
-void add_combine_forces(std::span<const RigidCombine> records, const RigidSystem& system,
-                        std::span<const RigidState> states, std::span<double> Q);
-
-// What the springs resist with on every body, force and moment about its pivot, into `out` (one per body).
-void combine_resistance(std::span<const RigidCombine> records, const RigidSystem& system,
-                        std::span<const RigidState> states, std::span<Vec6> out);
-
-// Small motions q of all bodies: force and moment about the pivot with which the springs resist body b.
-Vec6 spring_resistance(std::span<const RigidCombine> records, const RigidSystem& system, std::int32_t b,
-                       std::span<const double> q);
-
 }  // namespace kestralum

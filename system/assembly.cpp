@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "conditions/rigid_combines.h"
 #include "elements/linear_element.h"
 #include "system/support_springs.h"
 #include "system/transformed.h"
@@ -130,7 +131,7 @@ bool transform_rigid(Job& job, AssembledSystem& system, bool with_mass) {
         const auto free_before = static_cast<std::int32_t>(numbering.free_dofs.size());
         rigid_transform(rigid, {}, job.mesh(), with_mass, system.km, numbering, system.border);
         const std::vector<RigidState> rest(rigid.bodies.size());
-        add_combine_stiffness(job.model.rigid_combines, rigid, rest, system.border.K_rr);
+        add_combine_stiffness(job.model.rigid_combines, rigid, rest, {}, system.border.K_rr);
         const std::int32_t fn = job.mesh().dof_num();
         job.progress.print("   fn=%d, fn_r=%d, fn_fix=%d, fn_free=%d\n", fn, system.border.nr,
                            fn - free_before, system.equations());

@@ -105,7 +105,8 @@ ExplicitBodies::ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std:
     : system_(system),
       mesh_(mesh),
       forces_(forces.begin(), forces.end()),
-      combines_(combines.begin(), combines.end()) {
+      combines_(combines.begin(), combines.end()),
+      turns_(combines.size()) {
     for (RigidForce& force : forces_) {
         whole_forces_.push_back(force.value);
         forces_vary_ = forces_vary_ || force.options.factor.varies;
@@ -257,7 +258,7 @@ void ExplicitBodies::start(std::span<const DrivenMembers> given, double d_time) 
 
 void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenMembers> driven, double d_time,
                              std::array<double, 2>& driving, std::array<double, 2>& loads) {
-    combine_resistance(combines_, system_, states(), resist_);
+    combine_resistance(combines_, system_, states(), turns_, resist_);
     const std::vector<Vec6>& resist = resist_;
     reaction_ = {};
     for (std::size_t b = 0; b < bodies_.size(); ++b) {
@@ -324,6 +325,7 @@ void ExplicitBodies::arrive(std::span<double> u, std::span<double> du, std::span
         body.L = body.L_new;
         body.omega = body.omega_new;
     }
+    keep_turns(combines_, states(), turns_);
 }
 
 double ExplicitBodies::kinetic() const {
@@ -339,7 +341,8 @@ double ExplicitBodies::spring_energy() const {
     const std::span<const RigidState> now = states();
     std::array<Vec6, 2> unused{};
     double sum = 0;
-    for (const RigidCombine& record : combines_) sum += combine_forces(record, system_, now, unused);
+    for (std::size_t k = 0; k < combines_.size(); ++k)
+        sum += combine_forces(combines_[k], system_, now, turns_[k], unused);
     return sum;
 }
 
@@ -362,7 +365,7 @@ double ExplicitBodies::spring_rate() const {
     if (combines_.empty() || system_.equations == 0) return 0;
     const int n = system_.equations;
     std::vector<double> K(std::size_t(n) * n, 0.0);
-    add_combine_stiffness(combines_, system_, states(), K);
+    add_combine_stiffness(combines_, system_, states(), turns_, K);
     // each body's mass on its motions, then M^-½ K M^-½ bounded by its largest row sum
     double rate = 0;
     std::vector<double> root(n, 0.0);

@@ -11,7 +11,7 @@
 #include <span>
 #include <vector>
 
-#include "conditions/rigid_bodies.h"
+#include "conditions/rigid_combines.h"
 #include "model/explicit_records.h"
 #include "model/progress.h"
 
@@ -105,6 +105,7 @@ private:
     std::vector<double> whole_forces_;  // their values at factor 1
     bool forces_vary_ = false;
     std::vector<RigidCombine> combines_;
+    std::vector<CombineTurn> turns_;  // one per combine
     Vec3 reaction_{};
     mutable std::vector<RigidState> states_;  // room of states()
     std::vector<Vec6> resist_;                // of the springs, per body

@@ -32,7 +32,8 @@ NewtonSolver::NewtonSolver(Job& job, FiniteBody& body, const Freedoms& freedoms,
       rigid_(freedoms.rigid),
       options_(options),
       free_(freedoms.numbering),
-      states_(freedoms.rigid.bodies.size()) {
+      states_(freedoms.rigid.bodies.size()),
+      turns_(job.model.rigid_combines.size()) {
     body.rigid = rigid_.elements_inside(body.mesh);
 }
 
@@ -223,7 +224,7 @@ bool NewtonSolver::evaluate() {
             project(rigid, states_[b], resultant(rigid, states_[b], body_.mesh, nodal_Q_), 1,
                     own.data() + rigid.first);
         }
-        add_combine_forces(job_.model.rigid_combines, rigid_, states_, own);
+        add_combine_forces(job_.model.rigid_combines, rigid_, states_, turns_, own);
     }
     if (loads_ && (!rigid_.empty() || !loads_->surface.empty())) set_forces(load_factor_);
     gather_seconds_ = since(gather);
@@ -454,7 +455,7 @@ NewtonOutcome NewtonSolver::attempt(bool search, IncrementReport& report) {
         if (!rigid_.empty()) {
             fill_border(rigid_, states_, body_.mesh, constrained_, numbering_.free_dofs, equation_, false,
                         border_);
-            add_combine_stiffness(job_.model.rigid_combines, rigid_, states_, border_.K_rr);
+            add_combine_stiffness(job_.model.rigid_combines, rigid_, states_, turns_, border_.K_rr);
             add_load_stiffness(border_.K_rr);
         }
         job_.progress.print("K_F_Rigid Time:  %lf[s]\n", rigid_.empty() ? 0.0 : since(rigid_start));

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "conditions/rigid_combines.h"
 #include "elements/finite_elements.h"
 #include "solver/sparse.h"
 #include "system/assembly.h"
@@ -52,6 +53,9 @@ public:
     // One per equation: those of nodes on no rigid body, then the bodies'.
     std::span<const double> internal() const { return Q_; }
     std::span<const RigidState> states() const { return states_; }
+    std::span<const CombineTurn> turns() const { return turns_; }
+    // The next increment goes on from here.
+    void keep_turns() { kestralum::keep_turns(job_.model.rigid_combines, states_, turns_); }
     // What acts on the body where it is.
     const AppliedLoads& applied() const { return applied_; }
     // Work of the loads and of supports that move in the last increment, by the trapezoidal rule (J).
@@ -115,6 +119,7 @@ private:
     std::vector<std::int32_t> equation_;  // per row of constrained_: row of reduced_, -1 = member
     Border border_;
     std::vector<RigidState> states_;
+    std::vector<CombineTurn> turns_;  // of the rigid combines, at the end of the last increment
     std::unique_ptr<BorderedFactor> factor_;
     std::vector<double> F_, Q_;
     std::vector<double> nodal_Q_;  // 3 per node

@@ -7,6 +7,7 @@
 
 #include "analysis/nonlinear/newton.h"
 #include "analysis/nonlinear/nonlinear_output.h"
+#include "conditions/rigid_combines.h"
 #include "elements/stresses.h"
 #include "model/format.h"
 #include "results/result_file.h"
@@ -110,7 +111,7 @@ std::vector<SupportReaction> reactions_of(Job& job, const Freedoms& freedoms, co
     const std::vector<char> wanted = reaction_nodes(freedoms, job.mesh().node_num());
     for (std::size_t d = 0; d < residual.size(); ++d) residual[d] -= wanted[d / 3] ? applied.nodal[d] : 0;
     std::vector<Vec6> bodies(freedoms.rigid.bodies.size());
-    combine_resistance(job.model.rigid_combines, freedoms.rigid, solver.states(), bodies);
+    combine_resistance(job.model.rigid_combines, freedoms.rigid, solver.states(), solver.turns(), bodies);
     for (std::size_t b = 0; b < bodies.size(); ++b)
         for (std::size_t c = 0; c < 6; ++c) bodies[b][c] -= applied.rigid[b][c];
     return support_reactions(job.model, job.mesh(), freedoms, residual, bodies, body.u, Places::displaced,
@@ -142,6 +143,7 @@ struct Increments {
         print_increment(job.progress, freedoms.numbering, u_before, body.u);
         increment.work = work += solver.work(u_before, states_before, factor_before, increment.factor);
         factor_before = increment.factor;
+        solver.keep_turns();
         increment.supports = reactions_of(job, freedoms, body, solver);
         store_frame(job, freedoms, body, increment);
         history.add(job, increment, solver.internal(), body);

@@ -5,6 +5,7 @@
 
 #include "analysis/linear_run.h"
 #include "analysis/static/static_solution.h"
+#include "conditions/rigid_combines.h"
 #include "elements/error_estimate.h"
 #include "elements/stresses.h"
 #include "system/linear_loads.h"

@@ -5,9 +5,10 @@
 #include <cmath>
 
 #include "analysis/eigen/eigen_analysis.h"
+#include "analysis/explicit/explicit_analysis.h"
 #include "analysis/nonlinear/nonlinear_analysis.h"
 #include "analysis/static/static_analysis.h"
-#include "conditions/rigid_bodies.h"
+#include "conditions/rigid_combines.h"
 #include "support/analysis_run.h"
 #include "support/finite_problem.h"
 #include "system/model_check.h"
@@ -277,6 +278,55 @@ TEST(RigidNonlinear, AnEndPlateTurnedByAMomentRollsTheStripIntoAQuarterCircle) {
     EXPECT_NEAR(norm(side), t, 1e-13);
 }
 
+// Bodies on a spring about their common axis: M = kφ has a solution beyond half a turn only where the turns
+// are counted, and a free one swings as ½ I φ'² + ½ k φ² wants.
+class TurningBlocks : public RigidAnalysis {
+protected:
+    static constexpr double about = 20;  // N m/rad
+    static ModelText blocks(double moment) {
+        const std::string cube = "0.1 0.1 0.1";
+        return {.material = "1000 1e9 0.3",
+                .parts = rect("A", cube, "1 1 1") + rect("B", cube, "1 1 1", "0 0 0.3"),
+                .supports = "FIX volume x 0 0.1 0 0.1 0 0.1",
+                .rigid =
+                    "A area 0.05 0.05 0.2 0 0.1 0 0.1 0 0.1 B area 0.05 0.05 0.2 0 0.1 0 0.1 0.3 0.4 %\n"
+                    "rigid_force M B rz " +
+                    formatted("%.17g", moment) + " %\nrigid_combine S A B 1e5 1e5 1e5 " +
+                    formatted("%g %g %g %%", about, about, about)};
+    }
+};
+
+TEST_F(TurningBlocks, AMomentTurnsOneThreeTimes) {
+    const double angle = 6 * M_PI + 0.5;
+    ASSERT_TRUE(read(blocks(about * angle)));
+    for (int k = 1; k <= 60; ++k) model.control.load_factors.push_back(k / 60.0);
+    EXPECT_EQ(analyse(analyse_nonlinear).status, RunStatus::done);
+    const std::size_t n = node_at(0.1, 0.1, 0.3);
+    for (const std::size_t k : {20, 40, 60}) {
+        const double phi = angle * static_cast<double>(k) / 60, *u = &frame(k - 1).mode_vec[3 * n];
+        EXPECT_NEAR(u[0], 0.05 * (std::cos(phi) - std::sin(phi)) - 0.05, 1e-7) << k;
+        EXPECT_NEAR(u[1], 0.05 * (std::sin(phi) + std::cos(phi)) - 0.05, 1e-7) << k;
+    }
+}
+
+TEST_F(TurningBlocks, AFreeOneSwingsThroughItsTurns) {
+    // φ = M/k (1 - cos ωt), up to 5 turns; the lumped masses of a cube's corners turn at a/√2 from its axis
+    const double moment = 5 * M_PI * about, omega = std::sqrt(about / (1.0 * 0.1 * 0.1 / 2));
+    ASSERT_TRUE(read(blocks(moment)));
+    model.control.d_time = 2e-5;
+    model.control.end_time = 2 * M_PI / omega;
+    model.control.output_frequency = 200;
+    const RunReport report = analyse(analyse_explicit);
+    ASSERT_EQ(report.status, RunStatus::done) << testing::joined(report.remarks.errors);
+    for (std::size_t row = 0; row < result.history.rows(); ++row) {
+        const double phi = moment / about * (1 - std::cos(omega * result.history.value(row, "time")));
+        EXPECT_NEAR(result.history.value(row, "internal"), 0.5 * about * phi * phi,
+                    2e-3 * moment * moment / about)
+            << row;
+    }
+    EXPECT_LT(std::abs(report.dynamics.drift), 1e-4);
+}
+
 TEST(RigidSprings, ResistWithTheGradientOfTheirEnergyAtLargeRotations) {
     RigidSystem system;
     for (int b = 0; b < 2; ++b) {
@@ -291,19 +341,32 @@ TEST(RigidSprings, ResistWithTheGradientOfTheirEnergyAtLargeRotations) {
     const RigidCombine record{.element = {0, 1}, .stiffness = {3, 2, 5, 0.4, 0.6, 0.3}};
     std::vector<RigidState> states{{{0.1, 0, -0.3}, rotation_of({0.3, -0.4, 0.2})},
                                    {{0.2, 0.5, 0}, rotation_of({-0.7, 1.1, 0.9})}};
-    std::vector<double> Q(12, 0.0);
-    add_combine_forces(std::span(&record, 1), system, states, Q);
     constexpr double h = 1e-5;
     std::array<Vec6, 2> unused{};
-    for (std::size_t k = 0; k < 12; ++k) {
-        const auto energy = [&](double moved_by) {
-            std::vector<RigidState> moved = states;
-            double q[6] = {};
-            q[k % 6] = moved_by;
-            moved[k / 6] = advanced(system.bodies[k / 6], states[k / 6], q);
-            return combine_forces(record, system, moved, unused);
-        };
-        EXPECT_NEAR(Q[k], (energy(h) - energy(-h)) / (2 * h), 1e-8) << k;
+    const Vec3 axis = times(1 / std::sqrt(1.73), {0.3, -0.8, 1.0});
+    // within half a turn, a little beyond it, and with turns that are counted, whole ones among them
+    const CombineTurn none, beyond{.rotation = {-2, 2.6, 0.9}};
+    std::vector<CombineTurn> turns{none, beyond};
+    for (const double twist : {4.0, -7.0, 4 * M_PI})
+        turns.push_back({.rotation = times(twist, axis), .counted = true, .axis = axis, .twist = twist});
+    for (const CombineTurn& turn : turns) {
+        if (&turn == &turns[1]) states[1].R = multiply3(rotation_of({-1.9, 2.7, 0.8}), states[0].R);
+        if (turn.counted)
+            states[1].R = multiply3(
+                multiply3(rotation_of({0.1, -0.2, 0.05}), rotation_of(times(turn.twist + 0.2, axis))),
+                states[0].R);
+        std::vector<double> Q(12, 0.0);
+        add_combine_forces(std::span(&record, 1), system, states, std::span(&turn, 1), Q);
+        for (std::size_t k = 0; k < 12; ++k) {
+            const auto energy = [&](double moved_by) {
+                std::vector<RigidState> moved = states;
+                double q[6] = {};
+                q[k % 6] = moved_by;
+                moved[k / 6] = advanced(system.bodies[k / 6], states[k / 6], q);
+                return combine_forces(record, system, moved, turn, unused);
+            };
+            EXPECT_NEAR(Q[k], (energy(h) - energy(-h)) / (2 * h), 2e-8) << k << ", twist " << turn.twist;
+        }
     }
     // a common rigid motion stores nothing
     for (RigidState& s : states) s.R = rotation_of({2.0, 1.0, -1.5});
@@ -311,7 +374,7 @@ TEST(RigidSprings, ResistWithTheGradientOfTheirEnergyAtLargeRotations) {
         const Vec3& pivot = system.bodies[b].pivot;
         states[b].u = minus(turned(states[b].R, pivot), pivot);
     }
-    EXPECT_NEAR(combine_forces(record, system, states, unused), 0, 1e-28);
+    EXPECT_NEAR(combine_forces(record, system, states, none, unused), 0, 1e-28);
     for (const Vec3& v : {Vec3{0, 0, 0}, Vec3{1e-9, 0, 2e-9}, Vec3{3.1, 0.2, -0.1}, Vec3{-1, 2, 0.5}}) {
         EXPECT_LT(norm(minus(rotation_vector(rotation_of(v)), v)), 1e-13);
     }
