@@ -4,7 +4,7 @@
 // The rotation is the rotation vector of R2 R1ᵀ, in the branch that goes on from the last converged state:
 // past half a turn it grows on. Where it has passed half a turn its turns are counted about the axis that it
 // had there: the rotation is then swing · twist, the twist about that axis of any size, the swing across it
-// below half a turn (swing-twist decomposition; Dobrowolski, Advances in Applied Clifford Algebras 25, 2015),
+// below half a turn (swing-twist decomposition; Dobrowolski, arXiv:1506.05481, 2015),
 // and the rotation vector is the sum of both. Between two converged states less than half a turn is seen.
 #pragma once
 
