@@ -65,6 +65,10 @@ struct RunOptions {
     bool mean_dilatation = false;               // explicit: hexahedra with one pressure per element once one
                                                 // of its points has yielded
     std::optional<HexahedronForm> hexahedra;    // in place of the model's
+    bool vtu_frames = false;                    // explicit: a file for ParaView as each frame is reached
+    bool keep_frames = false;                   // explicit: the frames file stays when the run has ended
+    double checkpoint_seconds = 0;              // explicit: between checkpoints, by the clock; 0: none
+    bool restart = false;                       // explicit: goes on from the last checkpoint
     std::vector<double> factors;       // nonlinear: of the load, one per increment; empty: k/step_num
     std::string load_case;             // the case or combination that acts; empty: all loads
     bool prestress = false;            // eigen: with the stiffness of the static state's stresses

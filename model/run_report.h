@@ -54,6 +54,7 @@ struct ExplicitReport {
     double drift = 0;  // largest error of the balance over the largest energy
     std::array<double, 3> momentum{}, angular_momentum{};  // kg·m/s, kg·m²/s
     bool displacements_written = false, history_written = false;
+    bool vtu_written = false, vtu_failed = false;  // the files for ParaView of every frame
 };
 
 // What one support does to the body.

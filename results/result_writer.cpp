@@ -1,8 +1,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
+#include <new>
+#include <utility>
 
 #include "model/paths.h"
 #include "results/displacement_file.h"
@@ -65,6 +69,8 @@ public:
         const bool no_values = !results.empty() && results.front()->mode_vec.empty();
         dofs_ = no_values ? 0 : run.mesh.dof_num();
     }
+    // One column of nothing.
+    static Columns without_values() { return {std::vector<const Frame*>(1), 0}; }
     std::int64_t dofs() const { return dofs_; }
     std::int64_t count() const { return frames_.size(); }
 
@@ -85,6 +91,7 @@ public:
     }
 
 private:
+    Columns(std::vector<const Frame*> frames, std::int64_t dofs) : frames_(std::move(frames)), dofs_(dofs) {}
     std::vector<const Frame*> frames_;
     std::int64_t dofs_ = 0;
 };
@@ -257,17 +264,60 @@ std::string nonlinear_history_file_name(std::string_view model_file_name) {
     return csv_name("log\\history_nonlinear_", model_file_name);
 }
 
+namespace {
+
+void write_result_sections(const Model& model, const Run& run, const Columns& columns, Sections& out) {
+    write_mesh(run.mesh, out);
+    write_held_results(columns, out);
+    write_parts("part_num_o", "PART_O", model.parts_o, out);
+    write_parts("part_num", "PART", model.parts, out);
+    write_supports(model, out);
+    write_forces(model, run, out);
+    write_rigid(model, out);
+    write_closing_sections(run, out);
+}
+
+}  // namespace
+
+std::string definition_text(const Model& model, const Run& run) {
+    char* text = nullptr;
+    std::size_t size = 0;
+    SilentProgress silent;
+    TextOutput file(paths::File(::open_memstream(&text, &size)), silent);
+    Sections out(file, run.origin.settings.threads(), silent);
+    file.write(run.origin.ver_name + "\n%\n");
+    write_result_sections(model, run, Columns::without_values(), out);
+    const bool whole = file.finish();
+    const std::unique_ptr<char, decltype(&std::free)> kept(text, &std::free);
+    if (!whole || !text) throw std::bad_alloc();
+    return {text, size};
+}
+
+bool write_history(std::string_view target, std::string_view log_folder, const HistoryRows& history,
+                   Progress& progress) {
+    std::string text;
+    const std::size_t columns = history.columns.size();
+    for (std::size_t c = 0; c < columns; ++c) text += (c ? "," : "") + history.columns[c];
+    text += '\n';
+    const auto fill = [&](TextOutput& file) {
+        file.write(text);
+        file.write_rows(static_cast<std::int64_t>(history.rows()), 1, [&](std::int64_t r, std::string& line) {
+            for (std::size_t c = 0; c < columns; ++c) {
+                if (c) line += ',';
+                append_e(line, history.values[r * columns + c]);
+            }
+            line += '\n';
+        });
+    };
+    const std::string trouble = write_whole(target, log_folder, fill, progress);
+    if (!trouble.empty()) progress.error("%s", trouble.c_str());
+    return trouble.empty();
+}
+
 bool write_results(const Model& model, const Run& run, std::int32_t columns, Publish publish,
                    Progress& progress) {
     const auto content = [&](Sections& out) {
-        write_mesh(run.mesh, out);
-        write_held_results(Columns(run, columns), out);
-        write_parts("part_num_o", "PART_O", model.parts_o, out);
-        write_parts("part_num", "PART", model.parts, out);
-        write_supports(model, out);
-        write_forces(model, run, out);
-        write_rigid(model, out);
-        write_closing_sections(run, out);
+        write_result_sections(model, run, Columns(run, columns), out);
     };
     return write_file(model, run, result_file_name(model.model_file_name), publish, content, progress);
 }

@@ -49,6 +49,7 @@ private:
 class TextOutput {
 public:
     TextOutput(const std::string& path, const Progress& progress);  // as the platform opens it
+    TextOutput(paths::File file, const Progress& progress);
     bool is_open() const { return file_ != nullptr; }
     void write(std::string_view text);
 

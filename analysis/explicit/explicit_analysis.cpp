@@ -5,11 +5,11 @@
 #include <new>
 #include <utility>
 
+#include "analysis/explicit/explicit_files.h"
 #include "analysis/explicit/explicit_state.h"
 #include "model/format.h"
 #include "results/displacement_file.h"
 #include "results/result_file.h"
-#include "results/text_output.h"
 
 namespace kestralum {
 
@@ -22,11 +22,12 @@ double seconds_since(std::chrono::steady_clock::time_point start) {
 }
 
 // Steps first <= s < end. False when the run has ended among them.
-bool run_steps(Job& job, ExplicitState& state, std::int64_t first, std::int64_t end) {
+bool run_steps(Job& job, ExplicitState& state, ExplicitFiles& files, std::int64_t first, std::int64_t end) {
     const auto start = std::chrono::steady_clock::now();
     job.clock.begin("steps");
     for (std::int64_t s = first; s < end && !state.diverged; ++s) {
         explicit_step(job, state);
+        files.add_frames(job, state);
         job.progress.set_count(s, state.time_num - 1);
         if (!job.progress.cancelled() || state.diverged) continue;
         job.fail(RunStatus::cancelled,
@@ -36,26 +37,6 @@ bool run_steps(Job& job, ExplicitState& state, std::int64_t first, std::int64_t 
     job.clock.end();
     state.loop_seconds += seconds_since(start);
     return job.report().status == RunStatus::done;
-}
-
-bool write_history(Job& job, const HistoryRows& history) {
-    std::string text;
-    for (std::size_t c = 0; c < history.columns.size(); ++c) text += (c ? "," : "") + history.columns[c];
-    text += '\n';
-    const auto fill = [&](TextOutput& file) {
-        file.write(text);
-        file.write_rows(static_cast<std::int64_t>(history.rows()), 1, [&](std::int64_t r, std::string& line) {
-            for (std::size_t c = 0; c < history.columns.size(); ++c) {
-                if (c) line += ',';
-                append_e(line, history.values[r * history.columns.size() + c]);
-            }
-            line += '\n';
-        });
-    };
-    const std::string trouble =
-        write_whole(history_file_name(job.model.model_file_name), job.options.log_folder, fill, job.progress);
-    if (!trouble.empty()) job.progress.error("%s", trouble.c_str());
-    return trouble.empty();
 }
 
 void fill_report(Job& job, const ExplicitState& s) {
@@ -98,6 +79,7 @@ struct ExplicitAnalysis::Parts {
     Run run;
     Job job;
     ExplicitState state;
+    ExplicitFiles files;
 };
 
 ExplicitAnalysis::ExplicitAnalysis(const Model& model, const Settings& settings, const RunOptions& options,
@@ -110,7 +92,10 @@ bool ExplicitAnalysis::begin() {
     bool begun = false;
     try {
         begun = set_up_explicit(parts_->job, parts_->state);
-        if (begun) parts_->hand_over_rows();
+        if (begun) {
+            parts_->hand_over_rows();
+            parts_->files.begin(parts_->job, parts_->state);
+        }
     } catch (const std::bad_alloc&) {
         parts_->job.fail(RunStatus::failed, "not enough memory for this model and its frames");
     }
@@ -125,7 +110,7 @@ bool ExplicitAnalysis::advance() {
     const std::int64_t first = (k - 1) * s.output_frequency + 1,
                        end = std::min(k * s.output_frequency + 1, s.time_num);
     try {
-        const bool goes_on = run_steps(parts_->job, s, first, end);
+        const bool goes_on = run_steps(parts_->job, s, parts_->files, first, end);
         parts_->hand_over_rows();
         if (!goes_on) return false;
     } catch (const std::bad_alloc&) {
@@ -137,7 +122,7 @@ bool ExplicitAnalysis::advance() {
 
 void ExplicitAnalysis::run_to_end() {
     try {
-        run_steps(parts_->job, parts_->state, parts_->state.step + 1, parts_->state.time_num);
+        run_steps(parts_->job, parts_->state, parts_->files, parts_->state.step + 1, parts_->state.time_num);
         parts_->hand_over_rows();
     } catch (const std::bad_alloc&) {
         parts_->job.fail(RunStatus::failed, "not enough memory for another frame");
@@ -154,9 +139,12 @@ void ExplicitAnalysis::finish() {
     job.clock.begin("write");
     report.written = write_results(job.model, job.run, job.run.mode_num(), Publish::now, job.progress);
     report.dynamics.displacements_written = write_displacements(job.model, job.run, job.progress);
-    report.dynamics.history_written = write_history(job, job.run.history);
-    if (!report.written || !report.dynamics.displacements_written || !report.dynamics.history_written)
-        job.fail_to_write("a result file cannot be written");
+    report.dynamics.history_written = write_history(history_file_name(job.model.model_file_name),
+                                                    job.options.log_folder, job.run.history, job.progress);
+    const bool whole =
+        report.written && report.dynamics.displacements_written && report.dynamics.history_written;
+    if (!whole) job.fail_to_write("a result file cannot be written");
+    parts_->files.end(job, whole);
     job.clock.end();
 }
 

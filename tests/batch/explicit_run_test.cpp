@@ -41,3 +41,23 @@ TEST_F(Batch, AnInterruptEndsARunWithItsFilesInOrder) {
         EXPECT_TRUE(bytes("log/result_bar.txt") == good && !exists("log/result_bar.txt.part")) << after;
     }
 }
+
+TEST_F(Batch, FramesThatARunLeftBecomeItsFiles) {
+    folder.write("bar.ana", "x explicit end_time 20e-6 output_frequency 4 d_time 1e-6 END");
+    ASSERT_EQ(run("explicit bar.txt --vtu --quiet").status, 0);
+    EXPECT_FALSE(exists("log/frames_bar.txt")) << "the result files hold what it held";
+    ASSERT_EQ(run("explicit bar.txt --keep-frames --quiet --log other").status, 0);
+    ASSERT_TRUE(exists("other/frames_bar.txt"));
+    const Ended made = run("frames other/frames_bar.txt --vtu --log made");
+    EXPECT_EQ(numbers_of(made.out, "frames").at(0), 6) << made.out << made.err;
+    for (const char* name :
+         {"result_bar.txt", "disp_bar.txt", "history_bar.csv", "bar.pvd", "bar_000006.vtu"})
+        EXPECT_EQ(bytes(std::string("made/") + name), bytes(std::string("log/") + name)) << name;
+    // an earlier file is not lost; what is no frames file is told
+    ASSERT_EQ(run("explicit bar.txt --quiet --log other").status, 0);
+    EXPECT_TRUE(exists("other/frames_bar.txt.old") && !exists("other/frames_bar.txt"));
+    refused("frames bar.txt");
+    refused("frames");
+    refused("frames other/frames_bar.txt.old --tidy");
+    refused("static bar.txt --keep-frames");
+}
