@@ -42,10 +42,11 @@ void begin_record(std::string& record, RecordKind kind, std::uint64_t length) {
     append_bytes(record, &head, sizeof head);
 }
 
-void end_record(std::string& record) {
+std::uint64_t end_record(std::string& record) {
     record.resize(filled(record.size()), '\0');
     const std::uint64_t sum = checksum(record);
     append_bytes(record, &sum, sizeof sum);
+    return sum;
 }
 
 // The head's values, in their order, of a model and a run.
@@ -54,7 +55,7 @@ void exchange_head(Archive& archive, std::string& model_file_name, std::string& 
                    std::uint64_t& hash, Run& run) {
     Mesh& mesh = run.mesh;
     archive(model_file_name, definition, hash, mesh.coordinates, mesh.surface_facets, mesh.surface_part_id,
-            mesh.size_info, mesh.max_length, run.node_of, run.history.columns);
+            mesh.size_info, mesh.max_length, run.history.columns);
 }
 
 std::uint64_t frame_length(std::uint64_t columns, std::uint64_t dofs) {
@@ -72,7 +73,6 @@ std::string bytes_of_head(const Model& model, const Run& run) {
     shown.mesh.surface_part_id = mesh.surface_part_id;
     shown.mesh.size_info = mesh.size_info;
     shown.mesh.max_length = mesh.max_length;
-    shown.node_of = run.node_of;
     shown.history.columns = run.history.columns;
     ByteWriter writer;
     exchange_head(writer, name, definition, hash, shown);
@@ -138,17 +138,19 @@ void FramesWriter::begin(const Model& model, const Run& run) {
     const std::string contents = bytes_of_head(model, run);
     begin_record(record_, head_record, contents.size());
     record_ += contents;
-    end_record(record_);
+    last_sum_ = end_record(record_);
     if (write(start)) write(record_);
     record_ = {};
 }
 
-void FramesWriter::go_on(std::string_view model_file_name, std::string_view log_folder, std::uint64_t whole) {
+void FramesWriter::go_on(std::string_view model_file_name, std::string_view log_folder,
+                         const FramesEnd& end_of_file) {
     path_ = paths::to_platform(frames_file_name(model_file_name), log_folder);
     file_ = Descriptor(::open(path_.c_str(), O_WRONLY | O_CLOEXEC));
-    size_ = whole;
+    size_ = end_of_file.bytes;
+    last_sum_ = end_of_file.sum;
     synced_ = std::chrono::steady_clock::now();
-    const auto end = static_cast<off_t>(whole);
+    const auto end = static_cast<off_t>(size_);
     if (is_open() && ::ftruncate(file_.number(), end) == 0 && ::lseek(file_.number(), end, SEEK_SET) == end)
         return;
     trouble_ = path_ + " cannot be written: " + std::strerror(errno);
@@ -163,7 +165,7 @@ void FramesWriter::add(const Frame& frame, std::span<const double> row, std::int
     for (const std::span<const double> values :
          {row, std::span<const double>(frame.mode_vec), std::span<const double>(frame.node_stress)})
         append_bytes(record_, values.data(), values.size_bytes());
-    end_record(record_);
+    last_sum_ = end_record(record_);
     constexpr std::chrono::seconds between(1);
     if (write(record_) && std::chrono::steady_clock::now() - synced_ >= between) sync();
 }
@@ -201,6 +203,7 @@ bool FramesReader::read_record(std::uint32_t kind) {
     contents_.resize(sizeof head + head.length);
     contents_.erase(0, sizeof head);
     whole_ += record_size(head.length);
+    last_sum_ = sum;
     torn_ = false;
     return true;
 }

@@ -47,15 +47,24 @@ private:
     int number_;
 };
 
+// Where a frames file stands behind a frame: tells the files of two runs apart.
+struct FramesEnd {
+    std::uint64_t bytes = 0, sum = 0;  // so far; checksum of the last record
+    bool operator==(const FramesEnd&) const = default;
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        archive(bytes, sum);
+    }
+};
+
 // The file of a run under way. What cannot be written is told by trouble() and ends the file where it was
 // whole; later calls then do nothing.
 class FramesWriter {
 public:
     // A new file with its head.
     void begin(const Model& model, const Run& run);
-    // Goes on with the file of an earlier run behind its first `frames` frames, which have been read:
-    // `whole`, the bytes up to there.
-    void go_on(std::string_view model_file_name, std::string_view log_folder, std::uint64_t whole);
+    // Goes on with the file of an earlier run behind frames that have been read.
+    void go_on(std::string_view model_file_name, std::string_view log_folder, const FramesEnd& end_of_file);
 
     // Writes a frame and its row of the history with one call of the system; it outlives the program from
     // then on, and the machine's fall a second later (sync() at the latest).
@@ -66,13 +75,13 @@ public:
     bool is_open() const { return file_.is_open(); }
     const std::string& path() const { return path_; }
     const std::string& trouble() const { return trouble_; }
-    std::uint64_t size() const { return size_; }  // bytes
+    FramesEnd end() const { return {size_, last_sum_}; }
 
 private:
     bool write(std::string_view bytes);
     Descriptor file_;
     std::string path_, trouble_, record_;
-    std::uint64_t size_ = 0;
+    std::uint64_t size_ = 0, last_sum_ = 0;
     std::chrono::steady_clock::time_point synced_{};
 };
 
@@ -89,8 +98,8 @@ public:
     // The next frame, its row appended to head().run.history; null behind the last whole one.
     std::shared_ptr<Frame> next();
     std::int64_t frames() const { return frames_; }  // read so far
-    std::uint64_t whole() const { return whole_; }   // bytes up to there
-    bool ends_torn() const { return torn_; }         // the last next() met a record that is not whole
+    FramesEnd end() const { return {whole_, last_sum_}; }
+    bool ends_torn() const { return torn_; }  // the last next() met a record that is not whole
     const std::string& trouble() const { return trouble_; }
 
 private:
@@ -100,7 +109,7 @@ private:
     paths::File file_;
     std::string name_, trouble_, contents_;
     StoredRun head_;
-    std::uint64_t mesh_hash_ = 0, whole_ = 0, bytes_ = 0;
+    std::uint64_t mesh_hash_ = 0, whole_ = 0, bytes_ = 0, last_sum_ = 0;
     std::int64_t frames_ = 0;
     bool torn_ = false;
 };

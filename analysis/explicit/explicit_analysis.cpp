@@ -27,7 +27,7 @@ bool run_steps(Job& job, ExplicitState& state, ExplicitFiles& files, std::int64_
     job.clock.begin("steps");
     for (std::int64_t s = first; s < end && !state.diverged; ++s) {
         explicit_step(job, state);
-        files.add_frames(job, state);
+        files.after_step(job, state);
         job.progress.set_count(s, state.time_num - 1);
         if (!job.progress.cancelled() || state.diverged) continue;
         job.fail(RunStatus::cancelled,
@@ -92,10 +92,8 @@ bool ExplicitAnalysis::begin() {
     bool begun = false;
     try {
         begun = set_up_explicit(parts_->job, parts_->state);
-        if (begun) {
-            parts_->hand_over_rows();
-            parts_->files.begin(parts_->job, parts_->state);
-        }
+        begun = begun && parts_->files.begin(parts_->job, parts_->state);
+        if (begun) parts_->hand_over_rows();
     } catch (const std::bad_alloc&) {
         parts_->job.fail(RunStatus::failed, "not enough memory for this model and its frames");
     }
@@ -144,7 +142,7 @@ void ExplicitAnalysis::finish() {
     const bool whole =
         report.written && report.dynamics.displacements_written && report.dynamics.history_written;
     if (!whole) job.fail_to_write("a result file cannot be written");
-    parts_->files.end(job, whole);
+    parts_->files.end(job, parts_->state, whole);
     job.clock.end();
 }
 

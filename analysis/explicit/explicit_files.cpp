@@ -4,15 +4,20 @@
 #include <filesystem>
 
 #include "analysis/explicit/explicit_setup.h"
+#include "model/format.h"
 #include "model/paths.h"
 
 namespace kestralum {
 
 namespace {
 
+std::string path_of(const Job& job, const std::string& stored) {
+    return paths::to_platform(stored, job.options.log_folder);
+}
+
 // A file of an earlier run that did not end makes room for that of this one.
 void keep_as_old(Job& job, const std::string& stored) {
-    const std::string path = paths::to_platform(stored, job.options.log_folder), old = path + ".old";
+    const std::string path = path_of(job, stored), old = path + ".old";
     std::error_code ignored;
     if (std::filesystem::is_regular_file(path, ignored) && std::rename(path.c_str(), old.c_str()) == 0)
         remark(job, path + " of an earlier run is kept as " + old);
@@ -30,12 +35,52 @@ void add_to_paraview(Job& job, std::optional<VtuFrames>& vtu, const Frame& frame
 
 }  // namespace
 
-void ExplicitFiles::begin(Job& job, const ExplicitState& state) {
-    keep_as_old(job, frames_file_name(job.model.model_file_name));
-    frames_.begin(job.model, job.run);
-    tell_trouble(job);
+bool ExplicitFiles::begin(Job& job, ExplicitState& state) {
+    const std::string& name = job.model.model_file_name;
+    if (takes_checkpoints(job)) fingerprint_ = fingerprint(job, state);
+    if (job.options.restart) {
+        if (!go_on(job, state)) return false;
+    } else {
+        keep_as_old(job, frames_file_name(name));
+        keep_as_old(job, checkpoint_file_name(name));
+        std::remove((path_of(job, checkpoint_file_name(name)) + ".part").c_str());
+        job.run.history.columns = state.history.columns;
+        frames_.begin(job.model, job.run);
+    }
     if (job.options.vtu_frames) vtu_.emplace(job.model, job.run);
+    saved_ = std::chrono::steady_clock::now();
     add_frames(job, state);
+    return true;
+}
+
+bool ExplicitFiles::go_on(Job& job, ExplicitState& state) {
+    const auto refuse = [&](std::string why) { return job.fail(RunStatus::bad_input, std::move(why)); };
+    const std::string& name = job.model.model_file_name;
+    Checkpoint saved;
+    std::string trouble;
+    if (!read_checkpoint(job, state, fingerprint_, saved, trouble)) return refuse(std::move(trouble));
+    FramesReader reader;
+    if (!reader.open(frames_file_name(name), job.options.log_folder, job.progress))
+        return refuse(reader.trouble());
+    job.run.results.clear();
+    while (reader.frames() < saved.frames) {
+        auto frame = reader.next();
+        if (!frame) break;
+        job.run.results.push_back(std::move(frame));
+    }
+    const HistoryRows& rows = reader.head().run.history;
+    if (reader.frames() != saved.frames || reader.end() != saved.frames_end ||
+        reader.mesh_hash() != mesh_hash(job.mesh()) || rows.columns != state.history.columns)
+        return refuse(path_of(job, frames_file_name(name)) +
+                      formatted(": it does not have the %lld frames of "
+                                "the checkpoint",
+                                static_cast<long long>(saved.frames)));
+    state.history.values = rows.values;
+    frames_.go_on(name, job.options.log_folder, saved.frames_end);
+    in_file_ = static_cast<std::int32_t>(saved.frames);
+    job.progress.notice("goes on behind step %ld of %ld with %lld frames", state.step, state.time_num - 1,
+                        static_cast<long long>(saved.frames));
+    return true;
 }
 
 void ExplicitFiles::add_frames(Job& job, const ExplicitState& state) {
@@ -43,27 +88,46 @@ void ExplicitFiles::add_frames(Job& job, const ExplicitState& state) {
     for (; added_ < job.run.mode_num(); ++added_) {
         const Frame& frame = *job.run.results[added_];
         const double* row = state.history.values.data() + std::size_t(added_) * columns;
-        if (frames_.is_open()) {
-            frames_.add(frame, {row, columns}, added_ + 1);
-            tell_trouble(job);
-        }
+        if (added_ >= in_file_) frames_.add(frame, {row, columns}, added_ + 1);
         if (vtu_) add_to_paraview(job, vtu_, frame);
     }
-}
-
-void ExplicitFiles::tell_trouble(Job& job) {
-    if (frames_.is_open() || frames_.trouble().empty()) return;
+    if (frames_.trouble().empty() || std::exchange(frames_told_, true)) return;
     remark(job, frames_.trouble() + ": a run that is killed leaves no further frames");
 }
 
-void ExplicitFiles::end(Job& job, bool results_written) {
+void ExplicitFiles::save(Job& job, const ExplicitState& state) {
+    frames_.sync();
+    saved_ = std::chrono::steady_clock::now();
+    if (!frames_.is_open()) return;
+    const std::string trouble = write_checkpoint(job, state, {fingerprint_, added_, frames_.end()});
+    if (trouble.empty() || std::exchange(checkpoint_told_, true)) return;
+    remark(job, trouble);
+}
+
+void ExplicitFiles::after_step(Job& job, const ExplicitState& state) {
+    add_frames(job, state);
+    const double seconds = job.options.checkpoint_seconds;
+    if (!(seconds > 0) || state.diverged) return;
+    const std::chrono::duration<double> since = std::chrono::steady_clock::now() - saved_;
+    if (since.count() >= seconds) save(job, state);
+}
+
+void ExplicitFiles::end(Job& job, const ExplicitState& state, bool results_written) {
     job.report().dynamics.vtu_written = vtu_.has_value();
     if (frames_.path().empty()) return;
-    frames_.close();
-    if (results_written && !job.options.keep_frames)
-        std::remove(frames_.path().c_str());
-    else if (!results_written)
+    const std::string saved = path_of(job, checkpoint_file_name(job.model.model_file_name));
+    const bool stopped = takes_checkpoints(job) && frames_.is_open() && !state.diverged &&
+                         job.report().status == RunStatus::cancelled;
+    if (stopped) {
+        save(job, state);
+        remark(job, "--restart goes on from " + saved);
+    } else if (results_written) {
+        for (const char* ending : {"", ".part"}) std::remove((saved + ending).c_str());
+        if (!job.options.keep_frames) std::remove(frames_.path().c_str());
+    } else {
         remark(job, "the frames are in " + frames_.path() + ": kestralum-batch frames makes files of them");
+    }
+    frames_.close();
 }
 
 }  // namespace kestralum

@@ -86,6 +86,16 @@ public:
     // Force on the supports that hold members: what acts on the held bodies.
     Vec3 reaction() const { return reaction_; }
 
+    // What changes from step to step.
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        for (ExplicitBody& b : bodies_)
+            archive(b.state.u, b.state.R, b.next.u, b.next.R, b.p, b.L, b.p_new, b.L_new, b.omega,
+                    b.omega_new, b.held);
+        for (RigidForce& force : forces_) archive(force.value);
+        archive(reaction_);
+    }
+
     // Largest ω² of the springs between the bodies, 1/s²: for the stable step.
     double spring_rate() const;
 

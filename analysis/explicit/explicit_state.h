@@ -34,6 +34,10 @@ struct Work {
         at = total + before;
         total += before + after;
     }
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        archive(total, at);
+    }
 };
 
 // Degrees of freedom whose velocity is prescribed by one record.
@@ -96,6 +100,20 @@ struct ExplicitState {
     HistoryRows history;               // a row per output
     double loop_seconds = 0;
     std::chrono::steady_clock::time_point start;
+
+    // What the steps change and the set-up cannot find again, but for the history.
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        archive(step, velocities_known, x, u, du, v, v_new, R, F, F_contact);
+        archive(*blocks);
+        if (walls) archive(*walls);
+        if (contacts) archive(*contacts);
+        if (supports) archive(*supports);
+        if (bodies) archive(*bodies);
+        archive(damping_work, wall_work, contact_work, support_work, rigid_work, load_work);
+        archive(start_energy, largest_energy, drift, largest_drift, energies, momentum, angular_momentum,
+                reaction, reactions, step_warned, next_check);
+    }
 };
 
 // Everything that the run needs before its first step, with the set-up's console lines; frame 1, the start,

@@ -65,10 +65,21 @@ public:
     Vec3 reaction(const NodeArrays& arrays, double d_time) const;
     const std::string& trouble() const { return trouble_; }
 
+    // What changes from step to step.
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        for (Moved& moved : moved_) archive(moved.motion);
+        for (Motion& motion : motions_) archive(motion);
+    }
+
 private:
     struct Motion {
         std::size_t held;  // index into constraints.held
         double now = 0, next = 0, velocity = 0;
+        template <typename Archive>
+        void serialize(Archive& archive) {
+            archive(now, next, velocity);
+        }
     };
     struct Moved {
         std::size_t place;  // 4 node + direction

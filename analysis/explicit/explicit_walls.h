@@ -46,6 +46,12 @@ public:
     std::size_t size() const { return walls_.size(); }
     std::int64_t touching() const;
 
+    // What changes from step to step.
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        for (Placed& placed : walls_) archive(placed.now, placed.next, placed.touches);
+    }
+
     // The least m/k of springs that are stiffer than chosen ones, s²; 0 when there is none. For the
     // stable step 2/√(ω² + k/m).
     double stiff_spring(std::span<const double> mass) const;
@@ -55,6 +61,10 @@ private:
         std::int32_t node;
         std::array<double, 3> normal, force;  // force: with friction
         double press;                         // normal force, N
+        template <typename Archive>
+        void serialize(Archive& archive) {
+            archive(node, normal, force, press);
+        }
     };
     struct Placed {
         RigidWall wall;

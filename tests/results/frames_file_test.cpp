@@ -25,11 +25,11 @@ struct Frames : ::testing::TestWithParam<ElementKind> {
         made.run.history = {{"time", "kinetic"}, {0, 1.0 / 3, 1e-7, -2e300, 2e-7, 5e-324}};
         FramesWriter writer;
         writer.begin(made.model, made.run);
-        ends = {writer.size()};
+        ends = {writer.end().bytes};
         for (std::size_t k = 0; k < 3; ++k) {
             writer.add(*made.run.results[k], std::span(made.run.history.values).subspan(2 * k, 2),
                        static_cast<std::int64_t>(k) + 1);
-            ends.push_back(writer.size());
+            ends.push_back(writer.end().bytes);
         }
         EXPECT_EQ(writer.trouble(), "");
         return read_file(folder.file("log/frames_full.txt"));
@@ -107,7 +107,7 @@ TEST_F(Frames, GoOnBehindTheFramesThatAreThere) {
     const std::string bytes = write();
     folder.write("log/frames_full.txt", bytes.substr(0, ends[2] + 50));
     FramesWriter writer;
-    writer.go_on("data\\full.txt", log, ends[2]);
+    writer.go_on("data\\full.txt", log, {ends[2], 0});
     writer.add(*made.run.results[2], std::span(made.run.history.values).subspan(4, 2), 3);
     EXPECT_EQ(read_file(folder.file("log/frames_full.txt")), bytes);
 }
