@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::string_view magic = "KESTRALUM frames";
 constexpr std::uint32_t form_version = 1;
+constexpr std::size_t start_bytes = magic.size() + 2 * sizeof(std::uint32_t);
 enum RecordKind : std::uint32_t { head_record = 1, frame_record = 2 };
 
 struct RecordHead {
@@ -179,6 +180,47 @@ void FramesWriter::sync() {
     synced_ = std::chrono::steady_clock::now();
 }
 
+namespace {
+
+class FramesOnDisk : public FrameStore {
+public:
+    FramesOnDisk(Descriptor file, std::uint64_t first_value, std::uint64_t record)
+        : file_(std::move(file)), first_value_(first_value), record_(record) {}
+    bool read(std::size_t frame, std::int64_t first, std::span<double> to) const override {
+        auto* at = reinterpret_cast<char*>(to.data());
+        std::size_t left = to.size_bytes();
+        std::uint64_t place = first_value_ + frame * record_ + 8 * static_cast<std::uint64_t>(first);
+        while (left > 0) {
+            const ssize_t got = ::pread(file_.number(), at, left, static_cast<off_t>(place));
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) return false;
+            at += got;
+            place += static_cast<std::uint64_t>(got);
+            left -= static_cast<std::size_t>(got);
+        }
+        return true;
+    }
+
+private:
+    Descriptor file_;
+    std::uint64_t first_value_, record_;  // places in the file, bytes
+};
+
+}  // namespace
+
+std::shared_ptr<const FrameStore> open_frame_store(std::string_view model_file_name,
+                                                   std::string_view log_folder, std::int64_t dofs,
+                                                   std::size_t columns) {
+    const std::string path = paths::to_platform(frames_file_name(model_file_name), log_folder);
+    Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    RecordHead head;
+    if (!file.is_open() || ::pread(file.number(), &head, sizeof head, start_bytes) != sizeof head)
+        return nullptr;
+    const std::uint64_t first = start_bytes + record_size(head.length), row = 8 * (2 + columns);
+    return std::make_shared<FramesOnDisk>(std::move(file), first + sizeof(RecordHead) + row,
+                                          record_size(frame_length(columns, dofs)));
+}
+
 bool FramesReader::fail(std::string why) {
     if (trouble_.empty()) trouble_ = name_ + ": " + std::move(why);
     return false;
@@ -213,7 +255,7 @@ bool FramesReader::open(std::string_view file_name, std::string_view log_folder,
     errno = 0;
     file_ = paths::open(file_name, "rb", log_folder);
     if (!file_) return fail(std::string("cannot be read: ") + std::strerror(errno));
-    std::array<char, 24> start{};
+    std::array<char, start_bytes> start{};
     std::uint32_t version = 0;
     const std::size_t count = std::fread(start.data(), 1, start.size(), file_.get());
     std::memcpy(&version, start.data() + magic.size(), sizeof version);

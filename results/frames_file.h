@@ -114,6 +114,11 @@ private:
     bool torn_ = false;
 };
 
+// The frames of a file that is being written, one behind the other. Null where it cannot be opened.
+std::shared_ptr<const FrameStore> open_frame_store(std::string_view model_file_name,
+                                                   std::string_view log_folder, std::int64_t dofs,
+                                                   std::size_t columns);
+
 // The model and the whole run that a frames file holds, as read_result_file(); what is not whole at the
 // end is left out with a notice.
 std::optional<StoredRun> read_frames_file(std::string_view file_name, std::string_view log_folder,

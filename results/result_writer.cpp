@@ -41,6 +41,21 @@ public:
         progress_.print("   %s\n", shown);
     }
 
+    // The same in parts of `at_once` rows; prepare(first, count) is called before each and may fail.
+    void rows_in_parts(const char* keyword, std::int64_t rows, std::int64_t at_once,
+                       const std::function<bool(std::int64_t, std::int64_t)>& prepare,
+                       const std::function<void(std::int64_t, std::string&)>& row) {
+        out_.write(std::string(keyword) + "\n");
+        for (std::int64_t first = 0; first < rows; first += at_once) {
+            const std::int64_t count = std::min(at_once, rows - first);
+            if (!prepare(first, count)) return out_.fail("the frames on disk cannot be read");
+            out_.write_rows(count, threads_,
+                            [&](std::int64_t r, std::string& text) { row(first + r, text); });
+        }
+        out_.write("%\n");
+        progress_.print("   %s\n", keyword);
+    }
+
 private:
     TextOutput& out_;
     int threads_;
@@ -59,15 +74,19 @@ std::string count_line(std::int64_t count) {
     return std::to_string(count) + "\n";
 }
 
-// The frames of a file: those of the run, null for columns that it does not have.
+enum class Values { mode_vec, node_stress };
+
+// The frames of a file: those of the run, null for columns that it does not have. What lies on disk is read
+// for some rows at a time.
 class Columns {
 public:
     Columns(const Run& run, std::int32_t columns) {
         const Results& results = run.results;
         for (std::int32_t k = 0; k < columns; ++k)
             frames_.push_back(k < run.mode_num() ? results[k].get() : nullptr);
-        const bool no_values = !results.empty() && results.front()->mode_vec.empty();
+        const bool no_values = !results.empty() && results.front()->mode_vec.empty() && !run.stored;
         dofs_ = no_values ? 0 : run.mesh.dof_num();
+        store_ = run.stored.get();
     }
     // One column of nothing.
     static Columns without_values() { return {std::vector<const Frame*>(1), 0}; }
@@ -79,12 +98,35 @@ public:
         for (const Frame* frame : frames_) FormatLine(text, "%e\n") << (frame ? frame->n_freq : 0.0);
     }
 
-    // Appends one line with the `per_frame` values of each frame; value(frame, i) is the i-th.
-    template <typename Value>
-    void append_line(std::string& text, int per_frame, Value value) const {
-        for (const Frame* frame : frames_)
-            for (int i = 0; i < per_frame; ++i) {
-                append_e(text, frame ? value(*frame, i) : 0.0);
+    static int groups_of(Values values) { return values == Values::mode_vec ? 1 : stress_groups; }
+    // Rows whose values on disk fit a buffer.
+    std::int64_t rows_at_once(Values values) const {
+        constexpr std::int64_t buffer_values = std::int64_t{1} << 22, least = 256;
+        return store_
+                   ? std::max(buffer_values / (groups_of(values) * std::max<std::int64_t>(count(), 1)), least)
+                   : std::max<std::int64_t>(dofs_, 1);
+    }
+    // Reads the values of rows first … first + rows - 1 that lie on disk.
+    bool load(Values values, std::int64_t first, std::int64_t rows) {
+        if (!store_) return true;
+        const std::int64_t groups = groups_of(values), skipped = values == Values::mode_vec ? 0 : dofs_;
+        first_ = first;
+        rows_ = rows;
+        buffer_.resize(frames_.size() * groups * rows);
+        double* to = buffer_.data();
+        for (std::size_t k = 0; k < frames_.size(); ++k)
+            for (std::int64_t group = 0; group < groups; ++group, to += rows)
+                if (on_disk(k) && !store_->read(k, skipped + group * dofs_ + first, {to, to + rows}))
+                    return false;
+        return true;
+    }
+
+    // Appends one line with the row's values of each frame.
+    void append_line(std::string& text, Values values, std::int64_t row) const {
+        const int groups = groups_of(values);
+        for (std::size_t k = 0; k < frames_.size(); ++k)
+            for (int group = 0; group < groups; ++group) {
+                append_e(text, value(k, values, group, row));
                 text += ' ';
             }
         text.back() = '\n';
@@ -92,8 +134,18 @@ public:
 
 private:
     Columns(std::vector<const Frame*> frames, std::int64_t dofs) : frames_(std::move(frames)), dofs_(dofs) {}
+    bool on_disk(std::size_t k) const { return store_ && frames_[k] && frames_[k]->mode_vec.empty(); }
+    double value(std::size_t k, Values values, int group, std::int64_t row) const {
+        const Frame* frame = frames_[k];
+        if (!frame) return 0;
+        if (on_disk(k)) return buffer_[(k * groups_of(values) + group) * rows_ + (row - first_)];
+        return values == Values::mode_vec ? frame->mode_vec[row] : frame->node_stress[group * dofs_ + row];
+    }
     std::vector<const Frame*> frames_;
     std::int64_t dofs_ = 0;
+    const FrameStore* store_ = nullptr;
+    std::vector<double> buffer_;  // frame × group × row
+    std::int64_t first_ = 0, rows_ = 0;
 };
 
 void write_mesh(const Mesh& mesh, Sections& out) {
@@ -113,21 +165,22 @@ void write_mesh(const Mesh& mesh, Sections& out) {
              });
 }
 
-void write_vectors(const Columns& columns, Sections& out) {
-    out.rows("mode_vec", "", columns.dofs(), "mode_vec", [&](std::int64_t r, std::string& text) {
-        columns.append_line(text, 1, [&](const Frame& frame, int) { return frame.mode_vec[r]; });
-    });
+void write_values(const char* keyword, Values values, Columns& columns, Sections& out) {
+    out.rows_in_parts(
+        keyword, columns.dofs(), columns.rows_at_once(values),
+        [&](std::int64_t first, std::int64_t rows) { return columns.load(values, first, rows); },
+        [&](std::int64_t row, std::string& text) { columns.append_line(text, values, row); });
 }
 
-void write_node_stress(const Columns& columns, Sections& out) {
-    out.rows("node_stress", "", columns.dofs(), "node_stress", [&](std::int64_t r, std::string& text) {
-        columns.append_line(text, stress_groups, [&](const Frame& frame, int group) {
-            return frame.node_stress[group * columns.dofs() + r];
-        });
-    });
+void write_vectors(Columns& columns, Sections& out) {
+    write_values("mode_vec", Values::mode_vec, columns, out);
 }
 
-void write_held_results(const Columns& columns, Sections& out) {
+void write_node_stress(Columns& columns, Sections& out) {
+    write_values("node_stress", Values::node_stress, columns, out);
+}
+
+void write_held_results(Columns& columns, Sections& out) {
     out.count("mode_num", columns.count(), "mode_num");
     std::string n_freq;
     columns.append_frequencies(n_freq);
@@ -266,7 +319,7 @@ std::string nonlinear_history_file_name(std::string_view model_file_name) {
 
 namespace {
 
-void write_result_sections(const Model& model, const Run& run, const Columns& columns, Sections& out) {
+void write_result_sections(const Model& model, const Run& run, Columns columns, Sections& out) {
     write_mesh(run.mesh, out);
     write_held_results(columns, out);
     write_parts("part_num_o", "PART_O", model.parts_o, out);
@@ -323,7 +376,7 @@ bool write_results(const Model& model, const Run& run, std::int32_t columns, Pub
 }
 
 bool write_displacements(const Model& model, const Run& run, Progress& progress) {
-    const Columns columns(run, std::max(run.mode_num(), 1));
+    Columns columns(run, std::max(run.mode_num(), 1));
     const auto content = [&](Sections& out) {
         write_mesh(run.mesh, out);
         out.count("mode_num", columns.count(), "mode_num");

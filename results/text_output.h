@@ -52,6 +52,10 @@ public:
     TextOutput(paths::File file, const Progress& progress);
     bool is_open() const { return file_ != nullptr; }
     void write(std::string_view text);
+    // What is to be written cannot be had.
+    void fail(const std::string& why) {
+        if (error_.empty()) error_ = why;
+    }
 
     // Writes `rows` rows in order; row(r, text) appends row r. The rows are formatted in blocks by
     // `threads` threads.

@@ -23,6 +23,13 @@ void keep_as_old(Job& job, const std::string& stored) {
         remark(job, path + " of an earlier run is kept as " + old);
 }
 
+// The time alone stays in memory.
+void leave_on_disk(std::shared_ptr<const Frame>& frame) {
+    Frame light;
+    light.n_freq = frame->n_freq;
+    frame = std::make_shared<const Frame>(std::move(light));
+}
+
 void add_to_paraview(Job& job, std::optional<VtuFrames>& vtu, const Frame& frame) {
     const SilentProgress whole;  // a frame is written whole, whatever is asked meanwhile
     std::string trouble = vtu->add(frame, whole);
@@ -38,49 +45,69 @@ void add_to_paraview(Job& job, std::optional<VtuFrames>& vtu, const Frame& frame
 bool ExplicitFiles::begin(Job& job, ExplicitState& state) {
     const std::string& name = job.model.model_file_name;
     if (takes_checkpoints(job)) fingerprint_ = fingerprint(job, state);
-    if (job.options.restart) {
-        if (!go_on(job, state)) return false;
-    } else {
-        keep_as_old(job, frames_file_name(name));
-        keep_as_old(job, checkpoint_file_name(name));
-        std::remove((path_of(job, checkpoint_file_name(name)) + ".part").c_str());
-        job.run.history.columns = state.history.columns;
-        frames_.begin(job.model, job.run);
-    }
     if (job.options.vtu_frames) vtu_.emplace(job.model, job.run);
     saved_ = std::chrono::steady_clock::now();
+    if (job.options.restart) return go_on(job, state);
+    keep_as_old(job, frames_file_name(name));
+    keep_as_old(job, checkpoint_file_name(name));
+    std::remove((path_of(job, checkpoint_file_name(name)) + ".part").c_str());
+    job.run.history.columns = state.history.columns;
+    frames_.begin(job.model, job.run);
+    if (frames_.is_open()) open_store(job, state);
     add_frames(job, state);
     return true;
 }
 
+void ExplicitFiles::open_store(Job& job, const ExplicitState& state) {
+    if (!job.options.frames_on_disk) return;
+    job.run.stored = open_frame_store(job.model.model_file_name, job.options.log_folder, job.mesh().dof_num(),
+                                      state.history.columns.size());
+}
+
 bool ExplicitFiles::go_on(Job& job, ExplicitState& state) {
-    const auto refuse = [&](std::string why) { return job.fail(RunStatus::bad_input, std::move(why)); };
-    const std::string& name = job.model.model_file_name;
+    const auto refuse = [&](std::string why) {
+        job.run.stored.reset();
+        return job.fail(RunStatus::bad_input, std::move(why));
+    };
+    const std::string file = frames_file_name(job.model.model_file_name);
     Checkpoint saved;
     std::string trouble;
     if (!read_checkpoint(job, state, fingerprint_, saved, trouble)) return refuse(std::move(trouble));
+    open_store(job, state);
     FramesReader reader;
-    if (!reader.open(frames_file_name(name), job.options.log_folder, job.progress))
-        return refuse(reader.trouble());
-    job.run.results.clear();
-    while (reader.frames() < saved.frames) {
+    if (!reader.open(file, job.options.log_folder, job.progress)) return refuse(reader.trouble());
+    const HistoryRows& rows = reader.head().run.history;
+    const bool own = reader.mesh_hash() == mesh_hash(job.mesh()) && rows.columns == state.history.columns;
+    Results& results = job.run.results;
+    results.clear();
+    while (own && reader.frames() < saved.frames) {
         auto frame = reader.next();
         if (!frame) break;
-        job.run.results.push_back(std::move(frame));
+        if (job.run.stored && !results.empty()) leave_on_disk(results.back());
+        results.push_back(std::move(frame));
     }
-    const HistoryRows& rows = reader.head().run.history;
-    if (reader.frames() != saved.frames || reader.end() != saved.frames_end ||
-        reader.mesh_hash() != mesh_hash(job.mesh()) || rows.columns != state.history.columns)
-        return refuse(path_of(job, frames_file_name(name)) +
-                      formatted(": it does not have the %lld frames of "
-                                "the checkpoint",
-                                static_cast<long long>(saved.frames)));
+    if (reader.frames() != saved.frames || reader.end() != saved.frames_end)
+        return refuse(path_of(job, file) + formatted(": it does not have the %lld frames of the checkpoint",
+                                                     static_cast<long long>(saved.frames)));
     state.history.values = rows.values;
-    frames_.go_on(name, job.options.log_folder, saved.frames_end);
-    in_file_ = static_cast<std::int32_t>(saved.frames);
+    frames_.go_on(job.model.model_file_name, job.options.log_folder, saved.frames_end);
+    if (!frames_.is_open()) return refuse(frames_.trouble());
+    added_ = static_cast<std::int32_t>(saved.frames);
+    show_again(job);
     job.progress.notice("goes on behind step %ld of %ld with %lld frames", state.step, state.time_num - 1,
                         static_cast<long long>(saved.frames));
     return true;
+}
+
+void ExplicitFiles::show_again(Job& job) {
+    FramesReader reader;
+    const std::string file = frames_file_name(job.model.model_file_name);
+    if (!vtu_ || !reader.open(file, job.options.log_folder, job.progress)) return;
+    while (vtu_)
+        if (const auto frame = reader.next())
+            add_to_paraview(job, vtu_, *frame);
+        else
+            break;
 }
 
 void ExplicitFiles::add_frames(Job& job, const ExplicitState& state) {
@@ -88,8 +115,9 @@ void ExplicitFiles::add_frames(Job& job, const ExplicitState& state) {
     for (; added_ < job.run.mode_num(); ++added_) {
         const Frame& frame = *job.run.results[added_];
         const double* row = state.history.values.data() + std::size_t(added_) * columns;
-        if (added_ >= in_file_) frames_.add(frame, {row, columns}, added_ + 1);
+        frames_.add(frame, {row, columns}, added_ + 1);
         if (vtu_) add_to_paraview(job, vtu_, frame);
+        if (job.run.stored && frames_.is_open() && added_ > 0) leave_on_disk(job.run.results[added_ - 1]);
     }
     if (frames_.trouble().empty() || std::exchange(frames_told_, true)) return;
     remark(job, frames_.trouble() + ": a run that is killed leaves no further frames");
@@ -116,6 +144,7 @@ void ExplicitFiles::end(Job& job, const ExplicitState& state, bool results_writt
     job.report().dynamics.vtu_written = vtu_.has_value();
     if (frames_.path().empty()) return;
     const std::string saved = path_of(job, checkpoint_file_name(job.model.model_file_name));
+    job.run.stored.reset();
     const bool stopped = takes_checkpoints(job) && frames_.is_open() && !state.diverged &&
                          job.report().status == RunStatus::cancelled;
     if (stopped) {

@@ -27,6 +27,8 @@ public:
 
 private:
     bool go_on(Job& job, ExplicitState& state);
+    void show_again(Job& job);  // the frames of the earlier run, to ParaView
+    void open_store(Job& job, const ExplicitState& state);
     void add_frames(Job& job, const ExplicitState& state);
     void save(Job& job, const ExplicitState& state);
     bool takes_checkpoints(const Job& job) const {
@@ -35,7 +37,7 @@ private:
 
     FramesWriter frames_;
     std::optional<VtuFrames> vtu_;
-    std::int32_t added_ = 0, in_file_ = 0;  // frames handed to all; frames that the file had before
+    std::int32_t added_ = 0;  // frames that all files have
     bool frames_told_ = false, checkpoint_told_ = false;
     std::uint64_t fingerprint_ = 0;
     std::chrono::steady_clock::time_point saved_{};

@@ -117,11 +117,12 @@ bool count_steps(Job& job, ExplicitState& s) {
     const double bytes = frames * dofs * (1 + stress_groups) * 8 + static_cast<double>(s.blocks->bytes()) +
                          dofs / 3 * 4 * 13 * 8;
     job.progress.print("Memory Size = %8.3f[Mbyte]\n", bytes / 1000000);
-    const double most = machine_megabytes();
-    if (frames > std::numeric_limits<std::int32_t>::max() || 1e-6 * bytes > 0.9 * most)
+    const double most = machine_megabytes(), held = job.options.frames_on_disk ? 1 : frames;
+    const double needed = bytes - (frames - held) * dofs * (1 + stress_groups) * 8;
+    if (frames > std::numeric_limits<std::int32_t>::max() || 1e-6 * needed > 0.9 * most)
         return job.fail(RunStatus::bad_input,
                         formatted("%ld frames need %.0f MB, this machine has %.0f MB: raise output_frequency",
-                                  s.out_time_num, bytes / 1e6, most));
+                                  s.out_time_num, needed / 1e6, most));
     return true;
 }
 

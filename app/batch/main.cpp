@@ -122,6 +122,7 @@ RunOptions run_options(const BatchOptions& options) {
     out.prestress = options.prestress;
     out.vtu_frames = options.vtu && options.command == "explicit";
     out.keep_frames = options.keep_frames;
+    out.frames_on_disk = true;  // nothing is shown
     out.checkpoint_seconds = options.checkpoint_seconds;
     out.restart = options.restart;
     return out;

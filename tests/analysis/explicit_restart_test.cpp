@@ -50,12 +50,14 @@ protected:
         options.keep_frames = true;
         testing::expect_done(run_into("whole", 0, threads));
         options.checkpoint_seconds = 1e9;  // at the stop only
+        options.frames_on_disk = true;
         for (const std::int64_t stop : stops) {
             const RunReport stopped = run_into("stopped", stop, threads = 4 - threads);
             ASSERT_EQ(stopped.status, RunStatus::cancelled) << joined(stopped.remarks.errors);
             options.restart = true;
         }
         testing::expect_done(run_into("stopped"));
+        EXPECT_TRUE(result.results.front()->mode_vec.empty() && !result.results.back()->mode_vec.empty());
         for (const char* file :
              {"/result_model.txt", "/disp_model.txt", "/history_model.csv", "/frames_model.txt"})
             EXPECT_TRUE(bytes(std::string("whole") + file) == bytes(std::string("stopped") + file)) << file;

@@ -56,6 +56,15 @@ TEST_F(Batch, FramesThatARunLeftBecomeItsFiles) {
     for (const char* name :
          {"result_bar.txt", "disp_bar.txt", "history_bar.csv", "bar.pvd", "bar_000006.vtu"})
         EXPECT_EQ(bytes(std::string("made/") + name), bytes(std::string("log/") + name)) << name;
+    // a full disk: the frames stay in memory, the run goes on
+    std::filesystem::create_directory(folder.path() / "full");
+    std::filesystem::create_symlink("/dev/full", folder.path() / "full/frames_bar.txt");
+    const Ended full = run("explicit bar.txt --quiet --log full --checkpoint 1e-9");
+    EXPECT_EQ(full.status, 0) << full.err;
+    EXPECT_TRUE(contains(full.out, "note: full/frames_bar.txt cannot be written: No space left on device"))
+        << full.out;
+    for (const char* name : {"result_bar.txt", "disp_bar.txt", "history_bar.csv"})
+        EXPECT_EQ(bytes(std::string("full/") + name), bytes(std::string("log/") + name)) << name;
     // an earlier file is not lost; what is no frames file is told
     ASSERT_EQ(run("explicit bar.txt --quiet --log other").status, 0);
     EXPECT_TRUE(exists("other/frames_bar.txt.old") && !exists("other/frames_bar.txt"));
