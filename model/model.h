@@ -33,6 +33,8 @@ struct AnalysisControl {
     std::vector<double> load_factors{};        // of the nonlinear increments; empty: not given
     FieldExpression load_factor_expression{};  // of `time` = k/step_num, k = 1 … step_num
 
+    // Between outputs, with auto_step; a hundredth of the run where it is not given.
+    double output_interval() const { return output_time > 0 ? output_time : end_time / 100; }
     bool operator==(const AnalysisControl&) const = default;
 };
 

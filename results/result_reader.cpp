@@ -2,6 +2,7 @@
 #include <cmath>
 #include <functional>
 #include <iostream>
+#include <limits>
 #include <span>
 
 #include "model/format.h"
@@ -68,9 +69,10 @@ public:
                 progress_.print("%f,%f,%f\n", box[k], box[k + 1], box[k + 2]);
         return ok() && check_end(run);
     }
-    // Hands the frames over; those of a file without times are `interval` apart, s.
-    void take_frames(Run& run, double interval) {
-        for (int k = 0; interval > 0 && k < std::ssize(frames_); ++k) frames_[k]->n_freq = k * interval;
+    // Hands the frames over; those of a file without times are `interval` apart up to `end`, s.
+    void take_frames(Run& run, double interval, double end = std::numeric_limits<double>::infinity()) {
+        for (int k = 0; interval > 0 && k < std::ssize(frames_); ++k)
+            frames_[k]->n_freq = std::min(k * interval, end);
         run.results.assign(frames_.begin(), frames_.end());
     }
     const std::string& error() const { return error_; }
@@ -491,12 +493,15 @@ void take_placeholder(StoredRun& stored) {
 
 bool read_displacements(ResultReader& reader, StoredRun& stored, const Model* own) {
     if (!reader.read_displacements(stored)) return false;
-    double interval = 0;
+    double interval = 0, end = std::numeric_limits<double>::infinity();
     if (!own || !take_definition(*own, stored))
         take_placeholder(stored);
-    else if (stored.run.ana_type == AnalysisType::explicit_dynamics)
+    else if (stored.run.ana_type == AnalysisType::explicit_dynamics && own->control.auto_step) {
+        interval = own->control.output_interval();
+        end = own->control.end_time;
+    } else if (stored.run.ana_type == AnalysisType::explicit_dynamics)
         interval = own->control.output_frequency * own->control.d_time;
-    reader.take_frames(stored.run, interval);
+    reader.take_frames(stored.run, interval, end);
     return true;
 }
 

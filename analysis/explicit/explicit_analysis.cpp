@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <new>
 #include <utility>
 
@@ -21,17 +22,19 @@ double seconds_since(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// Steps first <= s < end. False when the run has ended among them.
-bool run_steps(Job& job, ExplicitState& state, ExplicitFiles& files, std::int64_t first, std::int64_t end) {
+// Steps up to, exclusively, `end`, or until the run has so many frames. False when the run has ended among
+// them.
+bool run_steps(Job& job, ExplicitState& state, ExplicitFiles& files, std::int64_t end, std::int64_t frames) {
     const auto start = std::chrono::steady_clock::now();
     job.clock.begin("steps");
-    for (std::int64_t s = first; s < end && !state.diverged; ++s) {
+    while (!state.ended() && !state.diverged && state.step + 1 < end && job.run.mode_num() < frames) {
         explicit_step(job, state);
         files.after_step(job, state);
-        job.progress.set_count(s, state.time_num - 1);
+        job.progress.set_count(state.step, state.time_num - 1);
+        if (state.adaptive.on) job.progress.set_share(state.time() / state.adaptive.end);
         if (!job.progress.cancelled() || state.diverged) continue;
         job.fail(RunStatus::cancelled,
-                 formatted("stopped on request after step %ld of %ld", s, state.time_num - 1));
+                 formatted("stopped on request after step %ld of %ld", state.step, state.time_num - 1));
         break;
     }
     job.clock.end();
@@ -44,12 +47,15 @@ void fill_report(Job& job, const ExplicitState& s) {
     out.steps = s.step;
     out.time_num = s.time_num;
     out.frames = job.run.mode_num();
-    out.d_time = s.d_time;
+    out.d_time = s.adaptive.on ? s.before : s.d_time;
+    if (s.adaptive.on && s.step > 0)
+        job.note(formatted("d_time auto: %ld steps from %.3e to %.3e s", s.step, s.adaptive.smallest,
+                           s.adaptive.largest));
     out.stable_step = s.stable_step;
     out.loop_seconds = s.loop_seconds;
     out.elements = job.mesh().element_num();
     out.kernel = s.blocks ? s.blocks->kernel_name() : "";
-    out.time = static_cast<double>(s.step) * s.d_time;
+    out.time = s.time();
     out.energies = s.energies;
     out.drift = s.largest_drift;
     if (std::abs(out.drift) > largest_drift && !s.diverged)
@@ -105,10 +111,11 @@ bool ExplicitAnalysis::begin() {
 bool ExplicitAnalysis::advance() {
     ExplicitState& s = parts_->state;
     const std::int64_t k = parts_->run.mode_num();
-    const std::int64_t first = (k - 1) * s.output_frequency + 1,
-                       end = std::min(k * s.output_frequency + 1, s.time_num);
+    constexpr auto any = std::numeric_limits<std::int64_t>::max();
+    const bool by_time = s.adaptive.on;
+    const std::int64_t end = by_time ? any : k * s.output_frequency + 1;
     try {
-        const bool goes_on = run_steps(parts_->job, s, parts_->files, first, end);
+        const bool goes_on = run_steps(parts_->job, s, parts_->files, end, by_time ? k + 1 : any);
         parts_->hand_over_rows();
         if (!goes_on) return false;
     } catch (const std::bad_alloc&) {
@@ -120,7 +127,8 @@ bool ExplicitAnalysis::advance() {
 
 void ExplicitAnalysis::run_to_end() {
     try {
-        run_steps(parts_->job, parts_->state, parts_->files, parts_->state.step + 1, parts_->state.time_num);
+        constexpr auto any = std::numeric_limits<std::int64_t>::max();
+        run_steps(parts_->job, parts_->state, parts_->files, any, any);
         parts_->hand_over_rows();
     } catch (const std::bad_alloc&) {
         parts_->job.fail(RunStatus::failed, "not enough memory for another frame");

@@ -22,6 +22,9 @@ public:
     // Chooses the penalties. `sharing`: kinds of contact that a node may have at a time, walls included.
     void tune(double d_time, double stable_step, int sharing);
 
+    // The step that was done, s: surfaces close by it. Penalties stay those of tune().
+    void set_step(double step) { step_ = step; }
+
     // Both parts of a pair have a surface; and the surface nodes that two different parts share.
     bool can_act(std::size_t pair) const;
     std::int32_t common_nodes(std::size_t pair) const;
@@ -122,7 +125,7 @@ private:
         normal_;                     // per marked node: unit outward normal in the configuration in force
     std::vector<std::int32_t> met_;  // triangles that near nodes may meet
     Grid grid_;
-    double d_time_ = 0;
+    double d_time_ = 0, step_ = 0;  // of tune(), and the step that was done, s
 };
 
 }  // namespace kestralum

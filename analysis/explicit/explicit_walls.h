@@ -32,6 +32,9 @@ public:
     WallSet(std::span<const RigidWall> walls, std::span<const Parameter> parameters, const Mesh& mesh,
             std::vector<std::int32_t> nodes, double d_time, double stable_step, int sharing);
 
+    // The step to come, s: walls move by it. Chosen penalties stay those of the first one.
+    void set_step(double step) { step_ = step; }
+
     // Normal forces of the configuration at `time`, added to arrays.F. False when a wall's displacement
     // has no value.
     bool push(const ContactArrays& arrays, double time);
@@ -78,7 +81,7 @@ private:
     std::vector<Placed> walls_;
     std::vector<Parameter> parameters_;
     std::vector<std::int32_t> nodes_;
-    double d_time_;
+    double d_time_, step_;  // the first step and that to come, s
 };
 
 }  // namespace kestralum

@@ -117,6 +117,9 @@ TEST_F(ExplicitRestart, GoesOnWithContactsWallsAndRigidBodies) {
     expect_same_bytes_with_stops(bodies, control, {5, 13, 11});
     const ExplicitEnergies& e = result.report.dynamics.energies;
     EXPECT_TRUE(e.wall != 0 && e.contact != 0 && e.support != 0 && e.plastic > 0);
+    // steps of changing lengths
+    expect_same_bytes_with_stops(bodies, "d_time auto output_time 23e-6 C_alfa 0.001 " + control,
+                                 {7, 20, 31});
 }
 
 // More nodes than one thread steps alone.
