@@ -75,6 +75,12 @@ public:
     // Sets every point's stress (element × point × 6), for tests of forces and rotations.
     void set_stresses(std::span<const double> stress);
 
+    // What the next evaluate() builds on.
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        archive(stress_, alpha_, energy_, back_, thermal_, thermal_step_, heat_);
+    }
+
     const char* kernel_name() const { return set_->name; }
     std::size_t bytes() const;
 

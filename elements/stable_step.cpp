@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 #include "elements/elasticity.h"
 #include "elements/plasticity.h"
@@ -96,6 +97,9 @@ StepBound::StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<co
     double largest = 0;
     for (std::size_t h = 0; h < heads.size(); ++h) {
         const std::size_t head = order[heads[h]];
+        const Material& material = materials_[parts_[part(order[heads[h]])].material_id];
+        const double size = 2 * std::sqrt(moduli_of(material).a / material.density / squared[head]);
+        if (h == 0 || size < least_size_) least_size_ = size;
         for (std::size_t k = heads[h]; k < (h + 1 < heads.size() ? heads[h + 1] : order.size()); ++k)
             ratio_[order[k]] = squared[head] / estimates[head];
         if (squared[head] > largest) {
@@ -136,8 +140,13 @@ double StepBound::estimate(std::int32_t e, const double* coordinates, double* sq
     return trace;
 }
 
-StableStep StepBound::worst_above(const double* x, double step, int threads) const {
-    const double limit = 4 / (step * step);
+namespace {
+
+constexpr std::size_t most_in_full = 16;  // elements whose frequency is computed
+
+}  // namespace
+
+std::vector<double> StepBound::estimates_at(const double* x, int threads) const {
     const std::int32_t elements = mesh_.element_num();
     std::vector<double> estimates(elements);
 #pragma omp parallel for schedule(static) num_threads(threads)
@@ -146,16 +155,49 @@ StableStep StepBound::worst_above(const double* x, double step, int threads) con
         gather(e, x, at);
         estimates[e] = estimate(e, at, nullptr) * ratio_[e];
     }
-    // a fifth below the limit the change of shape may have changed the ratio as well
-    std::vector<std::int32_t> candidates;
-    for (std::int32_t e = 0; e < elements; ++e)
-        if (!(estimates[e] <= 0.8 * limit)) candidates.push_back(e);
-    const std::size_t few = std::min<std::size_t>(candidates.size(), 16);
+    return estimates;
+}
+
+void StepBound::put_highest_first(std::vector<std::int32_t>& candidates, std::size_t few,
+                                  const std::vector<double>& estimates) {
     std::partial_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(few),
                       candidates.end(), [&](std::int32_t a, std::int32_t b) {
                           const double p = estimates[a], q = estimates[b];
                           return p != q ? p > q : a < b;
                       });
+}
+
+StableStep StepBound::now(const double* x, int threads) const {
+    const std::vector<double> estimates = estimates_at(x, threads);
+    std::vector<std::int32_t> elements(estimates.size());
+    std::iota(elements.begin(), elements.end(), 0);
+    if (!std::ranges::all_of(estimates, [](double v) { return std::isfinite(v); })) return {};
+    const std::size_t few = std::min(most_in_full, elements.size()),
+                      sorted = std::min(most_in_full + 1, elements.size());
+    put_highest_first(elements, sorted, estimates);
+    double largest = sorted > few ? estimates[elements[few]] : 0;
+    std::int32_t worst = elements[sorted - 1];
+    for (std::size_t k = 0; k < few; ++k) {
+        double at[most_dofs], squared = 0;
+        gather(elements[k], x, at);
+        if (!(ratio_[elements[k]] > 0)) continue;
+        estimate(elements[k], at, &squared);
+        if (squared > largest) worst = elements[k];
+        largest = std::max(largest, squared);
+    }
+    return {2 / std::sqrt(largest), worst};
+}
+
+StableStep StepBound::worst_above(const double* x, double step, int threads) const {
+    const double limit = 4 / (step * step);
+    const std::int32_t elements = mesh_.element_num();
+    const std::vector<double> estimates = estimates_at(x, threads);
+    // a fifth below the limit the change of shape may have changed the ratio as well
+    std::vector<std::int32_t> candidates;
+    for (std::int32_t e = 0; e < elements; ++e)
+        if (!(estimates[e] <= 0.8 * limit)) candidates.push_back(e);
+    const std::size_t few = std::min(candidates.size(), most_in_full);
+    put_highest_first(candidates, few, estimates);
     StableStep worst;
     for (std::size_t k = 0; k < few; ++k) {
         double at[most_dofs], squared = 0;

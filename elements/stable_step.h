@@ -28,12 +28,25 @@ public:
     // The undeformed mesh. Congruent elements are computed once.
     const StableStep& undeformed() const { return undeformed_; }
 
+    // The least size of an element as its stable step shows it: that step times the speed of its pressure
+    // waves, m.
+    double least_size() const { return least_size_; }
+
+    // Of the configuration x (node × 4): the smallest stable step and its element. The few with the highest
+    // estimates are computed in full; no other one's estimate is above what is given.
+    StableStep now(const double* x, int threads) const;
+
     // In the configuration x (node × 4): the element whose frequency is above 2/step, -1 for none. An
     // estimate from the elements' gradients picks the few that are computed in full.
     StableStep worst_above(const double* x, double step, int threads) const;
 
 private:
     double estimate(std::int32_t e, const double* coordinates, double* squared_frequency) const;
+    // Of all elements in the configuration x, of ω², 1/s².
+    std::vector<double> estimates_at(const double* x, int threads) const;
+    // The `few` highest of `candidates` come first, in order.
+    static void put_highest_first(std::vector<std::int32_t>& candidates, std::size_t few,
+                                  const std::vector<double>& estimates);
     void gather(std::int32_t e, const double* x4, double* coordinates) const;  // null: undeformed
 
     const Mesh& mesh_;
@@ -44,6 +57,7 @@ private:
     std::vector<double>
         ratio_;  // per element: largest ω² over its estimate in the undeformed mesh; 0: does not count
     StableStep undeformed_;
+    double least_size_ = 0;
 };
 
 // Largest eigenvalue ω² of Ke φ = ω² diag(mass) φ; size ≤ 3 · most_nodes.

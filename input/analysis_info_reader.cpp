@@ -94,9 +94,30 @@ private:
         progress_.print(echo, place);
     }
 
-    void d_time(std::string_view key) { read_number(key, control_.d_time, "  d_time=%.3e\n"); }
+    void d_time(std::string_view key);
+    void step_share(std::string_view key) {
+        read_number(
+            key, control_.step_share, "  step_share=%.3e\n", [](double v) { return v > 0 && v <= 1; },
+            "a share above 0 and at most 1");
+    }
+    void output_time(std::string_view key) {
+        read_number(
+            key, control_.output_time, "  output_time=%.3e\n", [](double v) { return v > 0; },
+            "a time above 0 s");
+    }
     void end_time(std::string_view key) { read_number(key, control_.end_time, "  end_time=%.3e\n"); }
     void c_alfa(std::string_view key) { read_number(key, control_.c_alfa, "  C_alfa=%.3e\n"); }
+
+    // As above, where the value is one that is expected.
+    void read_number(std::string_view key, double& place, const char* echo, bool (*good)(double),
+                     const char* expected) {
+        const auto token = value_token(key);
+        if (!token) return;
+        const double value = fields_.number_where(*token, good, expected);
+        if (!good(value)) return;
+        place = value;
+        progress_.print(echo, place);
+    }
 
     void output_frequency(std::string_view key) {
         const auto token = value_token(key);
@@ -201,6 +222,8 @@ const ControlFile::Row ControlFile::rows[] = {
     {"INITIAL_VELOCITY", &ControlFile::initial_velocity},
     {"VELOCITY_INPUT", &ControlFile::velocity_input},
     {"ELEMENT_CONTACT", &ControlFile::contact},
+    {"step_share", &ControlFile::step_share},
+    {"output_time", &ControlFile::output_time},
     {"NL_HALVING", &ControlFile::nl_halving},
     {"LOAD_FACTORS", &ControlFile::load_factors},
     {"LOAD_FACTOR_EXPR", &ControlFile::load_factor_expr},
@@ -221,6 +244,19 @@ Token ControlFile::read() {
         any_key = any_key || found->take != &ControlFile::comment;
         (this->*found->take)(found->key);
     }
+}
+
+// A number, or the word that leaves it to the program, where no parameter has that name.
+void ControlFile::d_time(std::string_view key) {
+    const auto is_auto = [](const Parameter& p) { return p.name == "auto"; };
+    if (tokens_.peek() != "auto" || std::ranges::any_of(parameters_, is_auto)) {
+        control_.auto_step = false;
+        return read_number(key, control_.d_time, "  d_time=%.3e\n");
+    }
+    next();
+    control_.auto_step = true;
+    control_.d_time = 0;
+    progress_.print("  d_time=auto\n");
 }
 
 TableSection ControlFile::section(std::string_view key) {

@@ -57,6 +57,15 @@ struct Frame {
 // The frames that were reached, in order; shared, so that a view keeps one while a run goes on.
 using Results = std::vector<std::shared_ptr<const Frame>>;
 
+// Frames whose values lie on disk.
+class FrameStore {
+public:
+    virtual ~FrameStore() = default;
+    // Values from number `first` on of mode_vec and node_stress, one behind the other, of a frame (from 0).
+    // False where they cannot be read; any thread may ask.
+    virtual bool read(std::size_t frame, std::int64_t first, std::span<double> to) const = 0;
+};
+
 // What the caller chooses beside the settings file.
 struct RunOptions {
     std::string log_folder = "log";             // where "log\…" names live
@@ -65,6 +74,11 @@ struct RunOptions {
     bool mean_dilatation = false;               // explicit: hexahedra with one pressure per element once one
                                                 // of its points has yielded
     std::optional<HexahedronForm> hexahedra;    // in place of the model's
+    bool vtu_frames = false;                    // explicit: a file for ParaView as each frame is reached
+    bool keep_frames = false;                   // explicit: the frames file stays when the run has ended
+    bool frames_on_disk = false;                // explicit: only the last frame stays in memory
+    double checkpoint_seconds = 0;              // explicit: between checkpoints, by the clock; 0: none
+    bool restart = false;                       // explicit: goes on from the last checkpoint
     std::vector<double> factors;       // nonlinear: of the load, one per increment; empty: k/step_num
     std::string load_case;             // the case or combination that acts; empty: all loads
     bool prestress = false;            // eigen: with the stiffness of the static state's stresses
@@ -106,6 +120,8 @@ struct Run {
     std::vector<std::int32_t> force_node;  // per force of the model: resolve_force_points() on this mesh
     std::vector<double> load;              // dof_num: nodal loads at load factor 1, N; empty where none act
     Results results;
+    std::shared_ptr<const FrameStore> stored;  // has the values of frames that hold their time alone; null:
+                                               // all hold theirs
     HistoryRows history;  // nonlinear, explicit: what log/history_*.csv tells; none where read from a file
     RunReport report;
 

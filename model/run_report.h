@@ -43,6 +43,10 @@ struct ExplicitEnergies {                                        // J
     double kinetic = 0, internal = 0, plastic = 0, damping = 0;  // plastic is a part of internal
     double wall = 0, contact = 0, external = 0, support = 0;     // work done on the bodies
     double total() const { return kinetic + internal + damping - wall - contact - external - support; }
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        archive(kinetic, internal, plastic, damping, wall, contact, external, support);
+    }
 };
 
 struct ExplicitReport {
@@ -54,6 +58,7 @@ struct ExplicitReport {
     double drift = 0;  // largest error of the balance over the largest energy
     std::array<double, 3> momentum{}, angular_momentum{};  // kg·m/s, kg·m²/s
     bool displacements_written = false, history_written = false;
+    bool vtu_written = false, vtu_failed = false;  // the files for ParaView of every frame
 };
 
 // What one support does to the body.
@@ -61,6 +66,10 @@ struct SupportReaction {
     std::string name;
     std::array<double, 3> force{}, moment{};  // N, N m about the centre
     std::array<double, 3> centre{};           // mean of its nodes, m
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        archive(name, force, moment, centre);
+    }
 };
 
 // One load increment of a nonlinear run.

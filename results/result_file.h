@@ -29,6 +29,9 @@ enum class Publish {
 bool write_results(const Model& model, const Run& run, std::int32_t columns, Publish publish,
                    Progress& progress);
 
+// The text of a result file of this run without frames: what a frames file begins with.
+std::string definition_text(const Model& model, const Run& run);
+
 // A run ends before its last write: the file held back takes the name where no earlier file has it
 // and is removed otherwise.
 void release_held_results(std::string_view model_file_name, std::string_view log_folder);
@@ -40,12 +43,15 @@ struct StoredRun {
     Run run;
 };
 
-// Reads a result file; an empty name is asked for on standard input. model.mesh and run.mesh are both the
-// file's mesh. Materials, parameters, springs, walls and control are not in the file: empty. A static
-// analysis has one frame; columns of zeros behind it are left out. None when it could not be read or was
-// cancelled; the reason has been printed.
+// Reads a result file, or a frames file; an empty name is asked for on standard input. model.mesh and
+// run.mesh are both the file's mesh. Materials, parameters, springs, walls and control are not in the file:
+// empty. A static analysis has one frame; columns of zeros behind it are left out. None when it could not be
+// read or was cancelled; the reason has been printed.
 std::optional<StoredRun> read_result_file(std::string_view file_name, std::string_view log_folder,
                                           Progress& progress);
+
+// The text of a result file; `name` for what is said of it.
+std::optional<StoredRun> read_result_text(std::string_view name, std::string_view text, Progress& progress);
 
 // The displacement file "log\disp_NAME" that the explicit analysis writes: mesh and frames without the
 // definition tables. Where its mesh is that of `own` (may be null), whatever the numbering of the nodes, the

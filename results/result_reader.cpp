@@ -2,11 +2,13 @@
 #include <cmath>
 #include <functional>
 #include <iostream>
+#include <limits>
 #include <span>
 
 #include "model/format.h"
 #include "model/paths.h"
 #include "model/token_reader.h"
+#include "results/frames_file.h"
 #include "results/match_mesh.h"
 #include "results/result_file.h"
 
@@ -67,9 +69,10 @@ public:
                 progress_.print("%f,%f,%f\n", box[k], box[k + 1], box[k + 2]);
         return ok() && check_end(run);
     }
-    // Hands the frames over; those of a file without times are `interval` apart, s.
-    void take_frames(Run& run, double interval) {
-        for (int k = 0; interval > 0 && k < std::ssize(frames_); ++k) frames_[k]->n_freq = k * interval;
+    // Hands the frames over; those of a file without times are `interval` apart up to `end`, s.
+    void take_frames(Run& run, double interval, double end = std::numeric_limits<double>::infinity()) {
+        for (int k = 0; interval > 0 && k < std::ssize(frames_); ++k)
+            frames_[k]->n_freq = std::min(k * interval, end);
         run.results.assign(frames_.begin(), frames_.end());
     }
     const std::string& error() const { return error_; }
@@ -412,9 +415,23 @@ std::string name_to_read(std::string_view file_name, Progress& progress) {
     return name;
 }
 
-std::optional<StoredRun> read_sections(const std::string& name, std::string_view log_folder,
-                                       const std::function<bool(ResultReader&, StoredRun&)>& read,
+using ReadSections = std::function<bool(ResultReader&, StoredRun&)>;
+
+std::optional<StoredRun> read_sections(std::string_view name, std::string_view text, const ReadSections& read,
                                        Progress& progress) {
+    StoredRun stored;
+    stored.model.model_file_name.clear();
+    stored.run.origin.file_name = name;
+    ResultReader reader(name, text, progress);
+    const bool whole = read(reader, stored);
+    progress.print("FILE CLOSE !!\n");
+    if (whole) return stored;
+    progress.error("%s", reader.error().c_str());
+    return std::nullopt;
+}
+
+std::optional<StoredRun> read_file(const std::string& name, std::string_view log_folder,
+                                   const ReadSections& read, Progress& progress) {
     std::string text, reason;
     if (!paths::read_text(name, text, reason, log_folder)) {
         progress.print("FILE OPEN ERROR\n");
@@ -422,16 +439,13 @@ std::optional<StoredRun> read_sections(const std::string& name, std::string_view
         return std::nullopt;
     }
     progress.print("FILE OPEN !!\n");
-    StoredRun stored;
-    stored.model.model_file_name.clear();
-    stored.run.origin.file_name = name;
-    stored.run.origin.options.log_folder = log_folder;
-    ResultReader reader(name, text, progress);
-    const bool whole = read(reader, stored);
-    progress.print("FILE CLOSE !!\n");
-    if (whole) return stored;
-    progress.error("%s", reader.error().c_str());
-    return std::nullopt;
+    auto stored = read_sections(name, text, read, progress);
+    if (stored) stored->run.origin.options.log_folder = log_folder;
+    return stored;
+}
+
+bool read_results(ResultReader& reader, StoredRun& stored) {
+    return reader.read_results(stored);
 }
 
 // Steps and outputs that a control asks for.
@@ -479,12 +493,15 @@ void take_placeholder(StoredRun& stored) {
 
 bool read_displacements(ResultReader& reader, StoredRun& stored, const Model* own) {
     if (!reader.read_displacements(stored)) return false;
-    double interval = 0;
+    double interval = 0, end = std::numeric_limits<double>::infinity();
     if (!own || !take_definition(*own, stored))
         take_placeholder(stored);
-    else if (stored.run.ana_type == AnalysisType::explicit_dynamics)
+    else if (stored.run.ana_type == AnalysisType::explicit_dynamics && own->control.auto_step) {
+        interval = own->control.output_interval();
+        end = own->control.end_time;
+    } else if (stored.run.ana_type == AnalysisType::explicit_dynamics)
         interval = own->control.output_frequency * own->control.d_time;
-    reader.take_frames(stored.run, interval);
+    reader.take_frames(stored.run, interval, end);
     return true;
 }
 
@@ -495,9 +512,15 @@ std::optional<StoredRun> read_result_file(std::string_view file_name, std::strin
     const std::string name = name_to_read(file_name, progress);
     if (name.empty()) return std::nullopt;
     progress.print("%s", read_head);
-    return read_sections(
-        name, log_folder, [](ResultReader& reader, StoredRun& stored) { return reader.read_results(stored); },
-        progress);
+    if (is_frames_file(name, log_folder)) {
+        progress.print("FILE OPEN !!\n");
+        return read_frames_file(name, log_folder, progress);
+    }
+    return read_file(name, log_folder, read_results, progress);
+}
+
+std::optional<StoredRun> read_result_text(std::string_view name, std::string_view text, Progress& progress) {
+    return read_sections(name, text, read_results, progress);
 }
 
 std::optional<StoredRun> read_displacement_file(std::string_view file_name, std::string_view log_folder,
@@ -505,7 +528,7 @@ std::optional<StoredRun> read_displacement_file(std::string_view file_name, std:
     progress.print("%s", read_head);  // here before the question
     const std::string name = name_to_read(file_name, progress);
     if (name.empty()) return std::nullopt;
-    auto stored = read_sections(
+    auto stored = read_file(
         name, log_folder,
         [&](ResultReader& reader, StoredRun& found) { return read_displacements(reader, found, own); },
         progress);

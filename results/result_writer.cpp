@@ -1,8 +1,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
+#include <new>
+#include <utility>
 
 #include "model/paths.h"
 #include "results/displacement_file.h"
@@ -37,6 +41,21 @@ public:
         progress_.print("   %s\n", shown);
     }
 
+    // The same in parts of `at_once` rows; prepare(first, count) is called before each and may fail.
+    void rows_in_parts(const char* keyword, std::int64_t rows, std::int64_t at_once,
+                       const std::function<bool(std::int64_t, std::int64_t)>& prepare,
+                       const std::function<void(std::int64_t, std::string&)>& row) {
+        out_.write(std::string(keyword) + "\n");
+        for (std::int64_t first = 0; first < rows; first += at_once) {
+            const std::int64_t count = std::min(at_once, rows - first);
+            if (!prepare(first, count)) return out_.fail("the frames on disk cannot be read");
+            out_.write_rows(count, threads_,
+                            [&](std::int64_t r, std::string& text) { row(first + r, text); });
+        }
+        out_.write("%\n");
+        progress_.print("   %s\n", keyword);
+    }
+
 private:
     TextOutput& out_;
     int threads_;
@@ -55,16 +74,22 @@ std::string count_line(std::int64_t count) {
     return std::to_string(count) + "\n";
 }
 
-// The frames of a file: those of the run, null for columns that it does not have.
+enum class Values { mode_vec, node_stress };
+
+// The frames of a file: those of the run, null for columns that it does not have. What lies on disk is read
+// for some rows at a time.
 class Columns {
 public:
     Columns(const Run& run, std::int32_t columns) {
         const Results& results = run.results;
         for (std::int32_t k = 0; k < columns; ++k)
             frames_.push_back(k < run.mode_num() ? results[k].get() : nullptr);
-        const bool no_values = !results.empty() && results.front()->mode_vec.empty();
+        const bool no_values = !results.empty() && results.front()->mode_vec.empty() && !run.stored;
         dofs_ = no_values ? 0 : run.mesh.dof_num();
+        store_ = run.stored.get();
     }
+    // One column of nothing.
+    static Columns without_values() { return {std::vector<const Frame*>(1), 0}; }
     std::int64_t dofs() const { return dofs_; }
     std::int64_t count() const { return frames_.size(); }
 
@@ -73,20 +98,54 @@ public:
         for (const Frame* frame : frames_) FormatLine(text, "%e\n") << (frame ? frame->n_freq : 0.0);
     }
 
-    // Appends one line with the `per_frame` values of each frame; value(frame, i) is the i-th.
-    template <typename Value>
-    void append_line(std::string& text, int per_frame, Value value) const {
-        for (const Frame* frame : frames_)
-            for (int i = 0; i < per_frame; ++i) {
-                append_e(text, frame ? value(*frame, i) : 0.0);
+    static int groups_of(Values values) { return values == Values::mode_vec ? 1 : stress_groups; }
+    // Rows whose values on disk fit a buffer.
+    std::int64_t rows_at_once(Values values) const {
+        constexpr std::int64_t buffer_values = std::int64_t{1} << 22, least = 256;
+        return store_
+                   ? std::max(buffer_values / (groups_of(values) * std::max<std::int64_t>(count(), 1)), least)
+                   : std::max<std::int64_t>(dofs_, 1);
+    }
+    // Reads the values of rows first … first + rows - 1 that lie on disk.
+    bool load(Values values, std::int64_t first, std::int64_t rows) {
+        if (!store_) return true;
+        const std::int64_t groups = groups_of(values), skipped = values == Values::mode_vec ? 0 : dofs_;
+        first_ = first;
+        rows_ = rows;
+        buffer_.resize(frames_.size() * groups * rows);
+        double* to = buffer_.data();
+        for (std::size_t k = 0; k < frames_.size(); ++k)
+            for (std::int64_t group = 0; group < groups; ++group, to += rows)
+                if (on_disk(k) && !store_->read(k, skipped + group * dofs_ + first, {to, to + rows}))
+                    return false;
+        return true;
+    }
+
+    // Appends one line with the row's values of each frame.
+    void append_line(std::string& text, Values values, std::int64_t row) const {
+        const int groups = groups_of(values);
+        for (std::size_t k = 0; k < frames_.size(); ++k)
+            for (int group = 0; group < groups; ++group) {
+                append_e(text, value(k, values, group, row));
                 text += ' ';
             }
         text.back() = '\n';
     }
 
 private:
+    Columns(std::vector<const Frame*> frames, std::int64_t dofs) : frames_(std::move(frames)), dofs_(dofs) {}
+    bool on_disk(std::size_t k) const { return store_ && frames_[k] && frames_[k]->mode_vec.empty(); }
+    double value(std::size_t k, Values values, int group, std::int64_t row) const {
+        const Frame* frame = frames_[k];
+        if (!frame) return 0;
+        if (on_disk(k)) return buffer_[(k * groups_of(values) + group) * rows_ + (row - first_)];
+        return values == Values::mode_vec ? frame->mode_vec[row] : frame->node_stress[group * dofs_ + row];
+    }
     std::vector<const Frame*> frames_;
     std::int64_t dofs_ = 0;
+    const FrameStore* store_ = nullptr;
+    std::vector<double> buffer_;  // frame × group × row
+    std::int64_t first_ = 0, rows_ = 0;
 };
 
 void write_mesh(const Mesh& mesh, Sections& out) {
@@ -106,21 +165,22 @@ void write_mesh(const Mesh& mesh, Sections& out) {
              });
 }
 
-void write_vectors(const Columns& columns, Sections& out) {
-    out.rows("mode_vec", "", columns.dofs(), "mode_vec", [&](std::int64_t r, std::string& text) {
-        columns.append_line(text, 1, [&](const Frame& frame, int) { return frame.mode_vec[r]; });
-    });
+void write_values(const char* keyword, Values values, Columns& columns, Sections& out) {
+    out.rows_in_parts(
+        keyword, columns.dofs(), columns.rows_at_once(values),
+        [&](std::int64_t first, std::int64_t rows) { return columns.load(values, first, rows); },
+        [&](std::int64_t row, std::string& text) { columns.append_line(text, values, row); });
 }
 
-void write_node_stress(const Columns& columns, Sections& out) {
-    out.rows("node_stress", "", columns.dofs(), "node_stress", [&](std::int64_t r, std::string& text) {
-        columns.append_line(text, stress_groups, [&](const Frame& frame, int group) {
-            return frame.node_stress[group * columns.dofs() + r];
-        });
-    });
+void write_vectors(Columns& columns, Sections& out) {
+    write_values("mode_vec", Values::mode_vec, columns, out);
 }
 
-void write_held_results(const Columns& columns, Sections& out) {
+void write_node_stress(Columns& columns, Sections& out) {
+    write_values("node_stress", Values::node_stress, columns, out);
+}
+
+void write_held_results(Columns& columns, Sections& out) {
     out.count("mode_num", columns.count(), "mode_num");
     std::string n_freq;
     columns.append_frequencies(n_freq);
@@ -257,23 +317,66 @@ std::string nonlinear_history_file_name(std::string_view model_file_name) {
     return csv_name("log\\history_nonlinear_", model_file_name);
 }
 
+namespace {
+
+void write_result_sections(const Model& model, const Run& run, Columns columns, Sections& out) {
+    write_mesh(run.mesh, out);
+    write_held_results(columns, out);
+    write_parts("part_num_o", "PART_O", model.parts_o, out);
+    write_parts("part_num", "PART", model.parts, out);
+    write_supports(model, out);
+    write_forces(model, run, out);
+    write_rigid(model, out);
+    write_closing_sections(run, out);
+}
+
+}  // namespace
+
+std::string definition_text(const Model& model, const Run& run) {
+    char* text = nullptr;
+    std::size_t size = 0;
+    SilentProgress silent;
+    TextOutput file(paths::File(::open_memstream(&text, &size)), silent);
+    Sections out(file, run.origin.settings.threads(), silent);
+    file.write(run.origin.ver_name + "\n%\n");
+    write_result_sections(model, run, Columns::without_values(), out);
+    const bool whole = file.finish();
+    const std::unique_ptr<char, decltype(&std::free)> kept(text, &std::free);
+    if (!whole || !text) throw std::bad_alloc();
+    return {text, size};
+}
+
+bool write_history(std::string_view target, std::string_view log_folder, const HistoryRows& history,
+                   Progress& progress) {
+    std::string text;
+    const std::size_t columns = history.columns.size();
+    for (std::size_t c = 0; c < columns; ++c) text += (c ? "," : "") + history.columns[c];
+    text += '\n';
+    const auto fill = [&](TextOutput& file) {
+        file.write(text);
+        file.write_rows(static_cast<std::int64_t>(history.rows()), 1, [&](std::int64_t r, std::string& line) {
+            for (std::size_t c = 0; c < columns; ++c) {
+                if (c) line += ',';
+                append_e(line, history.values[r * columns + c]);
+            }
+            line += '\n';
+        });
+    };
+    const std::string trouble = write_whole(target, log_folder, fill, progress);
+    if (!trouble.empty()) progress.error("%s", trouble.c_str());
+    return trouble.empty();
+}
+
 bool write_results(const Model& model, const Run& run, std::int32_t columns, Publish publish,
                    Progress& progress) {
     const auto content = [&](Sections& out) {
-        write_mesh(run.mesh, out);
-        write_held_results(Columns(run, columns), out);
-        write_parts("part_num_o", "PART_O", model.parts_o, out);
-        write_parts("part_num", "PART", model.parts, out);
-        write_supports(model, out);
-        write_forces(model, run, out);
-        write_rigid(model, out);
-        write_closing_sections(run, out);
+        write_result_sections(model, run, Columns(run, columns), out);
     };
     return write_file(model, run, result_file_name(model.model_file_name), publish, content, progress);
 }
 
 bool write_displacements(const Model& model, const Run& run, Progress& progress) {
-    const Columns columns(run, std::max(run.mode_num(), 1));
+    Columns columns(run, std::max(run.mode_num(), 1));
     const auto content = [&](Sections& out) {
         write_mesh(run.mesh, out);
         out.count("mode_num", columns.count(), "mode_num");

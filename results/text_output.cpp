@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace kestralum {
@@ -129,10 +130,13 @@ FormatLine& FormatLine::operator<<(std::string_view value) {
     return *this;
 }
 
-TextOutput::TextOutput(const std::string& path, const Progress& progress)
-    : file_(paths::open(path, "wb")), progress_(progress), was_cancelled_(progress.cancelled()) {
+TextOutput::TextOutput(paths::File file, const Progress& progress)
+    : file_(std::move(file)), progress_(progress), was_cancelled_(progress.cancelled()) {
     if (!file_) error_ = std::strerror(errno);
 }
+
+TextOutput::TextOutput(const std::string& path, const Progress& progress)
+    : TextOutput(paths::open(path, "wb"), progress) {}
 
 bool TextOutput::goes_on() {
     if (error_.empty() && stopped()) error_ = "stopped on request";

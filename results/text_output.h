@@ -49,8 +49,13 @@ private:
 class TextOutput {
 public:
     TextOutput(const std::string& path, const Progress& progress);  // as the platform opens it
+    TextOutput(paths::File file, const Progress& progress);
     bool is_open() const { return file_ != nullptr; }
     void write(std::string_view text);
+    // What is to be written cannot be had.
+    void fail(const std::string& why) {
+        if (error_.empty()) error_ = why;
+    }
 
     // Writes `rows` rows in order; row(r, text) appends row r. The rows are formatted in blocks by
     // `threads` threads.

@@ -93,6 +93,32 @@ std::string pvd_file_name(std::string_view model_file_name) {
     return file_name_of(model_file_name, ".pvd");
 }
 
+VtuFrames::VtuFrames(const Model& model, const Run& run)
+    : model_file_name_(model.model_file_name),
+      folder_(run.origin.options.log_folder),
+      grid_(make_vtu_grid(model, run.mesh)) {}
+
+std::string VtuFrames::add(const Frame& frame, const Progress& progress) {
+    const std::string target = file_name_of(model_file_name_, formatted("_%06zu.vtu", ++frames_));
+    std::vector<VtuArray>& arrays = grid_.point_data;
+    arrays.clear();
+    add_frame(frame, "", arrays);
+    arrays.push_back(make_vtu_array<double>("Float64", "plastic_strain", 1, scalar(frame, 1)));
+    const std::string trouble = write_vtu_grid(grid_, target, folder_, progress);
+    list_ += formatted("<DataSet timestep=\"%.9e\" part=\"0\" file=\"%s\"/>\n", frame.n_freq,
+                       paths::base_name(target).c_str());
+    return trouble;
+}
+
+std::string VtuFrames::write_list(const Progress& progress) const {
+    const auto fill = [&](TextOutput& file) {
+        file.write("<?xml version=\"1.0\"?>\n<VTKFile type=\"Collection\" version=\"1.0\">\n<Collection>\n");
+        file.write(list_);
+        file.write("</Collection>\n</VTKFile>\n");
+    };
+    return write_whole(pvd_file_name(model_file_name_), folder_, fill, progress);
+}
+
 bool write_vtu_frames(const Model& model, const Run& run, Progress& progress) {
     const bool was_cancelled = progress.cancelled();
     const std::string& folder = run.origin.options.log_folder;
@@ -103,25 +129,12 @@ bool write_vtu_frames(const Model& model, const Run& run, Progress& progress) {
                        paths::to_platform(target, folder).c_str());
         return false;
     };
-    VtuGrid grid = make_vtu_grid(model, run.mesh);
-    std::string list =
-        "<?xml version=\"1.0\"?>\n<VTKFile type=\"Collection\" version=\"1.0\">\n<Collection>\n";
-    for (std::size_t k = 0; k < run.results.size(); ++k) {
-        const Frame& frame = *run.results[k];
-        const std::string target = file_name_of(model.model_file_name, formatted("_%06zu.vtu", k + 1));
-        if (!goes_on(target)) return false;
-        std::vector<VtuArray>& arrays = grid.point_data;
-        arrays.clear();
-        add_frame(frame, "", arrays);
-        arrays.push_back(make_vtu_array<double>("Float64", "plastic_strain", 1, scalar(frame, 1)));
-        if (!told(write_vtu_grid(grid, target, folder, progress), progress)) return false;
-        list += formatted("<DataSet timestep=\"%.9e\" part=\"0\" file=\"%s\"/>\n", frame.n_freq,
-                          paths::base_name(target).c_str());
-    }
-    list += "</Collection>\n</VTKFile>\n";
-    const std::string target = pvd_file_name(model.model_file_name);
-    const auto fill = [&](TextOutput& file) { file.write(list); };
-    return goes_on(target) && told(write_whole(target, folder, fill, progress), progress);
+    VtuFrames frames(model, run);
+    for (std::size_t k = 0; k < run.results.size(); ++k)
+        if (!goes_on(file_name_of(model.model_file_name, formatted("_%06zu.vtu", k + 1))) ||
+            !told(frames.add(*run.results[k], progress), progress))
+            return false;
+    return goes_on(pvd_file_name(model.model_file_name)) && told(frames.write_list(progress), progress);
 }
 
 }  // namespace kestralum

@@ -7,6 +7,7 @@
 #include "model/model.h"
 #include "model/progress.h"
 #include "model/run.h"
+#include "results/vtu_grid.h"
 
 namespace kestralum {
 
@@ -25,5 +26,20 @@ bool write_vtu(const Model& model, const Run& run, Progress& progress);
 // data too, and "log\NAME.pvd", which lists them with their times (n_freq). False as above.
 bool write_vtu_frames(const Model& model, const Run& run, Progress& progress);
 std::string pvd_file_name(std::string_view model_file_name);
+
+// The same frame by frame, for a run under way.
+class VtuFrames {
+public:
+    VtuFrames(const Model& model, const Run& run);
+    // The file of the next frame. What went wrong, empty if nothing.
+    [[nodiscard]] std::string add(const Frame& frame, const Progress& progress);
+    // The list of the frames so far in place of the one before. What went wrong, empty if nothing.
+    [[nodiscard]] std::string write_list(const Progress& progress) const;
+
+private:
+    std::string model_file_name_, folder_, list_;
+    std::size_t frames_ = 0;
+    VtuGrid grid_;
+};
 
 }  // namespace kestralum

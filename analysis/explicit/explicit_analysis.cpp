@@ -2,14 +2,15 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <new>
 #include <utility>
 
+#include "analysis/explicit/explicit_files.h"
 #include "analysis/explicit/explicit_state.h"
 #include "model/format.h"
 #include "results/displacement_file.h"
 #include "results/result_file.h"
-#include "results/text_output.h"
 
 namespace kestralum {
 
@@ -21,16 +22,19 @@ double seconds_since(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// Steps first <= s < end. False when the run has ended among them.
-bool run_steps(Job& job, ExplicitState& state, std::int64_t first, std::int64_t end) {
+// Steps up to, exclusively, `end`, or until the run has so many frames. False when the run has ended among
+// them.
+bool run_steps(Job& job, ExplicitState& state, ExplicitFiles& files, std::int64_t end, std::int64_t frames) {
     const auto start = std::chrono::steady_clock::now();
     job.clock.begin("steps");
-    for (std::int64_t s = first; s < end && !state.diverged; ++s) {
+    while (!state.ended() && !state.diverged && state.step + 1 < end && job.run.mode_num() < frames) {
         explicit_step(job, state);
-        job.progress.set_count(s, state.time_num - 1);
+        files.after_step(job, state);
+        job.progress.set_count(state.step, state.time_num - 1);
+        if (state.adaptive.on) job.progress.set_share(state.time() / state.adaptive.end);
         if (!job.progress.cancelled() || state.diverged) continue;
         job.fail(RunStatus::cancelled,
-                 formatted("stopped on request after step %ld of %ld", s, state.time_num - 1));
+                 formatted("stopped on request after step %ld of %ld", state.step, state.time_num - 1));
         break;
     }
     job.clock.end();
@@ -38,37 +42,20 @@ bool run_steps(Job& job, ExplicitState& state, std::int64_t first, std::int64_t 
     return job.report().status == RunStatus::done;
 }
 
-bool write_history(Job& job, const HistoryRows& history) {
-    std::string text;
-    for (std::size_t c = 0; c < history.columns.size(); ++c) text += (c ? "," : "") + history.columns[c];
-    text += '\n';
-    const auto fill = [&](TextOutput& file) {
-        file.write(text);
-        file.write_rows(static_cast<std::int64_t>(history.rows()), 1, [&](std::int64_t r, std::string& line) {
-            for (std::size_t c = 0; c < history.columns.size(); ++c) {
-                if (c) line += ',';
-                append_e(line, history.values[r * history.columns.size() + c]);
-            }
-            line += '\n';
-        });
-    };
-    const std::string trouble =
-        write_whole(history_file_name(job.model.model_file_name), job.options.log_folder, fill, job.progress);
-    if (!trouble.empty()) job.progress.error("%s", trouble.c_str());
-    return trouble.empty();
-}
-
 void fill_report(Job& job, const ExplicitState& s) {
     ExplicitReport& out = job.report().dynamics;
     out.steps = s.step;
     out.time_num = s.time_num;
     out.frames = job.run.mode_num();
-    out.d_time = s.d_time;
+    out.d_time = s.adaptive.on ? s.before : s.d_time;
+    if (s.adaptive.on && s.step > 0)
+        job.note(formatted("d_time auto: %ld steps from %.3e to %.3e s", s.step, s.adaptive.smallest,
+                           s.adaptive.largest));
     out.stable_step = s.stable_step;
     out.loop_seconds = s.loop_seconds;
     out.elements = job.mesh().element_num();
     out.kernel = s.blocks ? s.blocks->kernel_name() : "";
-    out.time = static_cast<double>(s.step) * s.d_time;
+    out.time = s.time();
     out.energies = s.energies;
     out.drift = s.largest_drift;
     if (std::abs(out.drift) > largest_drift && !s.diverged)
@@ -98,6 +85,7 @@ struct ExplicitAnalysis::Parts {
     Run run;
     Job job;
     ExplicitState state;
+    ExplicitFiles files;
 };
 
 ExplicitAnalysis::ExplicitAnalysis(const Model& model, const Settings& settings, const RunOptions& options,
@@ -110,6 +98,7 @@ bool ExplicitAnalysis::begin() {
     bool begun = false;
     try {
         begun = set_up_explicit(parts_->job, parts_->state);
+        begun = begun && parts_->files.begin(parts_->job, parts_->state);
         if (begun) parts_->hand_over_rows();
     } catch (const std::bad_alloc&) {
         parts_->job.fail(RunStatus::failed, "not enough memory for this model and its frames");
@@ -122,10 +111,11 @@ bool ExplicitAnalysis::begin() {
 bool ExplicitAnalysis::advance() {
     ExplicitState& s = parts_->state;
     const std::int64_t k = parts_->run.mode_num();
-    const std::int64_t first = (k - 1) * s.output_frequency + 1,
-                       end = std::min(k * s.output_frequency + 1, s.time_num);
+    constexpr auto any = std::numeric_limits<std::int64_t>::max();
+    const bool by_time = s.adaptive.on;
+    const std::int64_t end = by_time ? any : k * s.output_frequency + 1;
     try {
-        const bool goes_on = run_steps(parts_->job, s, first, end);
+        const bool goes_on = run_steps(parts_->job, s, parts_->files, end, by_time ? k + 1 : any);
         parts_->hand_over_rows();
         if (!goes_on) return false;
     } catch (const std::bad_alloc&) {
@@ -137,7 +127,8 @@ bool ExplicitAnalysis::advance() {
 
 void ExplicitAnalysis::run_to_end() {
     try {
-        run_steps(parts_->job, parts_->state, parts_->state.step + 1, parts_->state.time_num);
+        constexpr auto any = std::numeric_limits<std::int64_t>::max();
+        run_steps(parts_->job, parts_->state, parts_->files, any, any);
         parts_->hand_over_rows();
     } catch (const std::bad_alloc&) {
         parts_->job.fail(RunStatus::failed, "not enough memory for another frame");
@@ -154,9 +145,12 @@ void ExplicitAnalysis::finish() {
     job.clock.begin("write");
     report.written = write_results(job.model, job.run, job.run.mode_num(), Publish::now, job.progress);
     report.dynamics.displacements_written = write_displacements(job.model, job.run, job.progress);
-    report.dynamics.history_written = write_history(job, job.run.history);
-    if (!report.written || !report.dynamics.displacements_written || !report.dynamics.history_written)
-        job.fail_to_write("a result file cannot be written");
+    report.dynamics.history_written = write_history(history_file_name(job.model.model_file_name),
+                                                    job.options.log_folder, job.run.history, job.progress);
+    const bool whole =
+        report.written && report.dynamics.displacements_written && report.dynamics.history_written;
+    if (!whole) job.fail_to_write("a result file cannot be written");
+    parts_->files.end(job, parts_->state, whole);
     job.clock.end();
 }
 

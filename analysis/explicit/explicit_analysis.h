@@ -24,9 +24,9 @@ public:
     bool begin();
 
     // One output interval: steps (k - 1)·output_frequency + 1 up to, exclusively,
-    // min(k·output_frequency + 1, time_num), k the frames so far; then the line " ti_current = %d\n". A frame
-    // is added when the interval is whole. False when the run has ended: at its last frame, by divergence
-    // (report failed) or a cancel (report cancelled).
+    // min(k·output_frequency + 1, time_num), k the frames so far, with d_time auto those up to the next
+    // output; then the line " ti_current = %d\n". A frame is added when the interval is whole. False when the
+    // run has ended: at its last frame, by divergence (report failed) or a cancel (report cancelled).
     bool advance();
 
     // Every step that is left, in one go.

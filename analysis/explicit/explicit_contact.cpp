@@ -112,7 +112,7 @@ void ContactSet::measure_edges(const Mesh& mesh) {
 }
 
 void ContactSet::tune(double d_time, double stable_step, int sharing) {
-    d_time_ = d_time;
+    d_time_ = step_ = d_time;
     for (Active& active : pairs_)
         active.share = active.pair.penalty * penalty_share(d_time, stable_step, active.pair.damping) /
                        std::max(1, sharing);
@@ -336,7 +336,7 @@ void ContactSet::remember(const Active& active, const Touch& touch, Memory& memo
         for (std::size_t c = 0; c < 3; ++c) {
             double away = at(arrays.v, touch.node)[c];
             for (std::size_t i = 0; i < 3; ++i) away -= touch.weight[i] * at(arrays.v, touch.corner[i])[c];
-            closing -= d_time_ * away * touch.normal[c];
+            closing -= step_ * away * touch.normal[c];
         }
     }
     memory.pressed = std::max(0.0, std::min(memory.pressed + closing, touch.depth));

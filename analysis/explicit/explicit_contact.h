@@ -22,6 +22,9 @@ public:
     // Chooses the penalties. `sharing`: kinds of contact that a node may have at a time, walls included.
     void tune(double d_time, double stable_step, int sharing);
 
+    // The step that was done, s: surfaces close by it. Penalties stay those of tune().
+    void set_step(double step) { step_ = step; }
+
     // Both parts of a pair have a surface; and the surface nodes that two different parts share.
     bool can_act(std::size_t pair) const;
     std::int32_t common_nodes(std::size_t pair) const;
@@ -36,6 +39,14 @@ public:
     std::size_t size() const { return pairs_.size(); }
     std::int64_t touching() const;
 
+    // What changes from step to step.
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        for (Active& active : pairs_)
+            archive(active.side[0].memory, active.side[1].memory, active.touches, active.begun);
+        archive(most_);
+    }
+
 private:
     // A node and a triangle that touch: the force on the node; the triangle's nodes take the opposite by
     // the weights of the foot point.
@@ -46,6 +57,10 @@ private:
         double depth;  // behind the triangle's surface at the gap, m
         bool first;    // the node is of the first part
         std::int32_t memory;
+        template <typename Archive>
+        void serialize(Archive& archive) {
+            archive(node, corner, weight, normal, force, depth, first, memory);
+        }
     };
     // What a node keeps of its contact from step to step while it stays closed. The spring's force is
     // stiffness · pressed: a node that turns up behind a surface other than through it starts unpressed,
@@ -55,6 +70,10 @@ private:
         double stiffness = 0;  // N/m; 0: not known yet
         double depth = 0, pressed = 0;
         bool closed = false;
+        template <typename Archive>
+        void serialize(Archive& archive) {
+            archive(corner, stiffness, depth, pressed, closed);
+        }
     };
     struct Side {
         std::vector<std::int32_t> nodes, triangles;  // of one part; triangles are indices
@@ -106,7 +125,7 @@ private:
         normal_;                     // per marked node: unit outward normal in the configuration in force
     std::vector<std::int32_t> met_;  // triangles that near nodes may meet
     Grid grid_;
-    double d_time_ = 0;
+    double d_time_ = 0, step_ = 0;  // of tune(), and the step that was done, s
 };
 
 }  // namespace kestralum

@@ -189,7 +189,10 @@ void set_contacts(Job& job, ExplicitState& s) {
         for (const RigidWall& wall : tables.walls) zeta = std::max(zeta, wall.damping);
         if (ratio > 0) {
             const double w2 = 4 / (s.stable_step * s.stable_step) + 1 / ratio;
-            s.stable_step = 2 / std::sqrt(w2) * (std::sqrt(1 + zeta * zeta) - zeta);
+            const double room = std::sqrt(1 + zeta * zeta) - zeta;
+            s.stable_step = 2 / std::sqrt(w2) * room;
+            s.added_rate += s.step_factor * s.step_factor / ratio;
+            s.step_factor *= room;
             job.progress.print("Stable time step=%.3e[s] with the walls' penalty\n", s.stable_step);
         }
     }
@@ -199,7 +202,7 @@ void set_contacts(Job& job, ExplicitState& s) {
 }
 
 void warn_of_step(Job& job, const ExplicitState& s) {
-    if (s.d_time > s.stable_step)
+    if (!s.adaptive.on && s.d_time > s.stable_step)
         remark(job, formatted("d_time = %.3e s is above the stable step of %.3e s: the run may diverge",
                               s.d_time, s.stable_step));
 }

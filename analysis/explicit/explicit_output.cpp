@@ -22,6 +22,7 @@ void add_vector(std::vector<std::string>& columns, const std::string& name) {
 void sum_nodes(ExplicitState& s) {
     s.momentum = s.angular_momentum = s.reaction = {};
     const LineDoubles& F = s.loads ? s.loads->constant() : s.F;
+    const double uneven = 0.125 * (s.before - s.after) / s.mean;
     double kinetic = 0, external = 0;
     for (std::size_t n = 0; n < s.u.size() / 4; ++n) {
         std::array<double, 3> p{};
@@ -31,6 +32,8 @@ void sum_nodes(ExplicitState& s) {
         for (std::size_t c = 0; c < 3; ++c) {
             const std::size_t k = 4 * n + c;
             kinetic += 0.5 * s.v[k] * s.mass[k] * s.v_new[k];
+            if (s.before != s.after)  // v_n² = v₋v₊ + ½(Δt₋ - Δt₊) a v_n + …, of second order in the steps
+                kinetic += uneven * s.mass[k] * (s.v_new[k] * s.v_new[k] - s.v[k] * s.v[k]);
             external += F[k] * s.u[k];
             p[c] = 0.5 * s.mass[k] * (s.v[k] + s.v_new[k]);
             s.momentum[c] += p[c];
@@ -44,7 +47,7 @@ void sum_nodes(ExplicitState& s) {
         for (std::int32_t place : driven.places) {
             const std::size_t k = place;
             s.reaction[k % 4] +=
-                s.mass[k] * (s.v_new[k] - s.v[k]) / s.d_time + s.R[k] - s.F[k] - s.F_contact[k];
+                s.mass[k] * (s.v_new[k] - s.v[k]) / s.mean + s.R[k] - s.F[k] - s.F_contact[k];
         }
     if (s.bodies) {
         kinetic += s.bodies->kinetic();
@@ -57,8 +60,7 @@ void sum_nodes(ExplicitState& s) {
         }
     }
     if (s.supports) {
-        const Vec3 held = s.supports->reaction(node_arrays(s), s.d_time),
-                   spring = s.springs.force(s.u.data());
+        const Vec3 held = s.supports->reaction(node_arrays(s), s.mean), spring = s.springs.force(s.u.data());
         for (std::size_t c = 0; c < 3; ++c) s.reaction[c] += held[c] + spring[c];
     }
     if (s.loads) external += s.load_work.at;
@@ -87,7 +89,7 @@ void balance(ExplicitState& s) {
 void add_row(ExplicitState& s) {
     std::vector<double>& row = s.history.values;
     const ExplicitEnergies& e = s.energies;
-    row.push_back(static_cast<double>(s.step) * s.d_time);
+    row.push_back(s.time());
     for (double value :
          {e.kinetic, e.internal, e.plastic, e.damping, e.wall, e.contact, e.external, e.support, s.drift})
         row.push_back(value);
@@ -103,8 +105,8 @@ void add_row(ExplicitState& s) {
         add({s.u[at], s.u[at + 1], s.u[at + 2]});
         add({0.5 * (s.v[at] + s.v_new[at]), 0.5 * (s.v[at + 1] + s.v_new[at + 1]),
              0.5 * (s.v[at + 2] + s.v_new[at + 2])});
-        add({(s.v_new[at] - s.v[at]) / s.d_time, (s.v_new[at + 1] - s.v[at + 1]) / s.d_time,
-             (s.v_new[at + 2] - s.v[at + 2]) / s.d_time});
+        add({(s.v_new[at] - s.v[at]) / s.mean, (s.v_new[at + 1] - s.v[at + 1]) / s.mean,
+             (s.v_new[at + 2] - s.v[at + 2]) / s.mean});
     }
 }
 
@@ -158,7 +160,7 @@ void find_reactions(const Job& job, ExplicitState& s) {
         u[d] = s.u[k];
         residual[d] = s.R[k] - springs[k] - s.F[k] - s.F_contact[k];
         if (!s.bodies || !s.bodies->is_member(static_cast<std::int32_t>(d / 3)))
-            residual[d] += s.mass[k] * (s.v_new[k] - s.v[k]) / s.d_time;
+            residual[d] += s.mass[k] * (s.v_new[k] - s.v[k]) / s.mean;
     }
     std::vector<Vec6> bodies;
     std::vector<RigidState> states;
@@ -181,11 +183,11 @@ void store_frame(Job& job, ExplicitState& s) {
     find_reactions(job, s);
     add_row(s);
     job.progress.set_course(
-        formatted("t = %.4g of %.4g s, kinetic %.4g J, internal %.4g J, plastic %.4g J, drift %.1e",
-                  static_cast<double>(s.step) * s.d_time, static_cast<double>(s.time_num) * s.d_time,
+        formatted("t = %.4g of %.4g s, kinetic %.4g J, internal %.4g J, plastic %.4g J, drift %.1e", s.time(),
+                  s.adaptive.on ? s.adaptive.end : static_cast<double>(s.time_num) * s.d_time,
                   s.energies.kinetic, s.energies.internal, s.energies.plastic, s.drift));
     const auto frame = std::make_shared<Frame>(job.mesh().dof_num());
-    frame->n_freq = static_cast<double>(s.step) * s.d_time;
+    frame->n_freq = s.time();
     std::vector<double>& u = frame->mode_vec;
     for (std::size_t d = 0; d < u.size(); ++d) u[d] = s.u[4 * (d / 3) + d % 3];
     s.blocks->copy_stresses(s.points.stress, s.plastic_strain);

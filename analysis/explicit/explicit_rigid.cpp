@@ -256,8 +256,9 @@ void ExplicitBodies::start(std::span<const DrivenMembers> given, double d_time) 
     }
 }
 
-void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenMembers> driven, double d_time,
-                             std::array<double, 2>& driving, std::array<double, 2>& loads) {
+void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenMembers> driven,
+                             const StepLengths& dt, std::array<double, 2>& driving,
+                             std::array<double, 2>& loads) {
     combine_resistance(combines_, system_, states(), turns_, resist_);
     const std::vector<Vec6>& resist = resist_;
     reaction_ = {};
@@ -272,28 +273,28 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
             f = plus(f, nodal);
             m = plus(m, cross(turned(body.state.R, minus(place_of(mesh_, n), body.geometry.pivot)), nodal));
         }
-        if (body.moves) body.p_new = plus(body.p, f, d_time);
+        if (body.moves) body.p_new = plus(body.p, f, dt.mean);
         if (!body.moves_freely) body.p_new = turned(body.movable, body.p_new);
         // what acts about directions that the body cannot turn in goes to what holds it
-        body.L_new = plus(body.L, m, d_time);
+        body.L_new = plus(body.L, m, dt.mean);
         if (!body.turns_freely) body.L_new = act(body.turnable, body.state.R, body.L_new);
-        turn(body, d_time);
+        turn(body, dt.step);
         const Vec3 p_free = body.p_new, L_free = body.L_new;
-        drive(body, driven, d_time, b);
-        if (p_free != body.p_new || L_free != body.L_new) turn(body, d_time);
+        drive(body, driven, dt.step, b);
+        if (p_free != body.p_new || L_free != body.L_new) turn(body, dt.step);
         const Vec3 v = body.moves ? times(1 / body.mass, body.p) : Vec3{},
                    v_new = body.moves ? times(1 / body.mass, body.p_new) : Vec3{};
-        const Vec3 f_drive = times(1 / d_time, minus(body.p_new, p_free)),
-                   m_drive = times(1 / d_time, minus(body.L_new, L_free));
+        const Vec3 f_drive = times(1 / dt.mean, minus(body.p_new, p_free)),
+                   m_drive = times(1 / dt.mean, minus(body.L_new, L_free));
         driving[0] += dot(f_drive, v) + dot(m_drive, body.omega);
         driving[1] += dot(f_drive, v_new) + dot(m_drive, body.omega_new);
         const Vec3 own_f{own[0], own[1], own[2]}, own_m{own[3], own[4], own[5]};
         loads[0] += dot(own_f, v) + dot(own_m, body.omega);
         loads[1] += dot(own_f, v_new) + dot(own_m, body.omega_new);
-        if (!body.moves) reaction_ = plus(reaction_, minus(times(1 / d_time, minus(body.p_new, body.p)), f));
+        if (!body.moves) reaction_ = plus(reaction_, minus(times(1 / dt.mean, minus(body.p_new, body.p)), f));
         if (!body.moves_freely) reaction_ = plus(reaction_, minus(turned(body.movable, f), f));
-        const Vec3 p_rate = times(1 / d_time, minus(body.p_new, body.p)),
-                   L_rate = times(1 / d_time, minus(body.L_new, body.L));
+        const Vec3 p_rate = times(1 / dt.mean, minus(body.p_new, body.p)),
+                   L_rate = times(1 / dt.mean, minus(body.L_new, body.L));
         for (std::size_t c = 0; c < 3; ++c) {
             body.held[c] = p_rate[c] + resist[b][c] - own[c];
             body.held[3 + c] = L_rate[c] + resist[b][3 + c] - own[3 + c];
@@ -302,7 +303,7 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
             const Vec3 next = displacement_of(body.geometry, body.next, place_of(mesh_, n));
             for (std::size_t c = 0; c < 3; ++c) {
                 const std::size_t k = 4 * n + c;
-                arrays.v_new[k] = (next[c] - arrays.u[k]) / d_time;
+                arrays.v_new[k] = (next[c] - arrays.u[k]) / dt.step;
             }
         }
     }

@@ -52,6 +52,11 @@ struct MemberArrays {
     double* v_new;        // m/s: filled so that u + Δt v_new is the body's next place
 };
 
+// The step to t_{n+1} and the time over which velocities change, s.
+struct StepLengths {
+    double step, mean;
+};
+
 class ExplicitBodies {
 public:
     // lumped: kg per degree of freedom.
@@ -72,7 +77,7 @@ public:
     // Momenta and places of t_{n+½} and t_{n+1}; fills v_new of the members. driven: what rules over the
     // equations. Power of the forces that drive, before and after t_n, is added to `driving`, that of the
     // rigid forces to `loads`.
-    void advance(const MemberArrays& arrays, std::span<const DrivenMembers> driven, double d_time,
+    void advance(const MemberArrays& arrays, std::span<const DrivenMembers> driven, const StepLengths& dt,
                  std::array<double, 2>& driving, std::array<double, 2>& loads);
 
     // t_{n+1} has come: the states move on. Exact displacements of the members into u (node × 4), x = X + u.
@@ -85,6 +90,17 @@ public:
     Vec3 angular_momentum() const;
     // Force on the supports that hold members: what acts on the held bodies.
     Vec3 reaction() const { return reaction_; }
+
+    // What changes from step to step.
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        for (ExplicitBody& b : bodies_)
+            archive(b.state.u, b.state.R, b.next.u, b.next.R, b.p, b.L, b.p_new, b.L_new, b.omega,
+                    b.omega_new, b.held);
+        for (RigidForce& force : forces_) archive(force.value);
+        for (CombineTurn& turn : turns_) archive(turn.rotation, turn.counted, turn.axis, turn.twist);
+        archive(reaction_);
+    }
 
     // Largest ω² of the springs between the bodies, 1/s²: for the stable step.
     double spring_rate() const;

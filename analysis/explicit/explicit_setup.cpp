@@ -37,6 +37,8 @@ bool check_input(Job& job) {
         return refuse(formatted("d_time = %g: the time step must not be negative", c.d_time));
     if (!(c.end_time >= 0) || !std::isfinite(c.end_time))
         return refuse(formatted("end_time = %g: the end time must not be negative", c.end_time));
+    if (c.auto_step && !(c.step_share > 0 && c.step_share <= 1))
+        return refuse(formatted("step_share = %g: above 0 and at most 1 is expected", c.step_share));
     if (!(c.c_alfa >= 0) || !std::isfinite(c.c_alfa))
         return refuse(formatted("C_alfa = %g: the damping must not be negative", c.c_alfa));
     return true;
@@ -80,6 +82,7 @@ bool choose_step(Job& job, const SetUp& set_up, std::span<const char> rigid, Exp
                        stable.element + 1, c[0], c[1], c[2]);
     if (const double rate = s.bodies ? s.bodies->spring_rate() : 0; rate > 0) {
         s.stable_step = 2 / std::sqrt(4 / (stable.step * stable.step) + rate);
+        s.added_rate = rate;
         job.progress.print("Stable time step=%.3e[s] with the springs between rigid elements\n",
                            s.stable_step);
     }
@@ -88,40 +91,52 @@ bool choose_step(Job& job, const SetUp& set_up, std::span<const char> rigid, Exp
     if (const double rate = s.springs.rate(gathered ? set_up.own_mass : set_up.lumped);
         rate > 0 || spread > 1) {
         s.stable_step = 2 / std::sqrt(4 / (s.stable_step * s.stable_step) + rate) / spread;
+        s.added_rate += rate;
+        s.step_factor = 1 / spread;
         job.progress.print("Stable time step=%.3e[s] with the springs of supports and the ties\n",
                            s.stable_step);
     }
+    if (job.model.control.auto_step) return begin_adaptive(job, s);
     s.d_time = job.model.control.d_time > 0 ? job.model.control.d_time : 0.9 * s.stable_step;
     if (!(job.model.control.d_time > 0))
         remark(job, formatted("d_time is not given: %.6e s is taken, 0.9 of the stable step", s.d_time));
     return true;
 }
 
-bool count_steps(Job& job, ExplicitState& s) {
-    s.output_frequency = job.model.control.output_frequency;
+// Steps and frames of a given step.
+bool count_given_steps(Job& job, ExplicitState& s) {
+    const AnalysisControl& control = job.model.control;
+    s.output_frequency = control.output_frequency;
     if (s.output_frequency < 1) {
         s.output_frequency = 1;
         remark(job, "output_frequency is not given or below 1: every step is stored");
     }
-    const double steps = job.model.control.end_time * end_tolerance / s.d_time;
-    const double frames = std::floor(job.model.control.end_time * end_tolerance /
-                                     (s.d_time * static_cast<double>(s.output_frequency))) +
-                          1.0;
+    const double steps = control.end_time * end_tolerance / s.d_time;
+    const double frames =
+        std::floor(control.end_time * end_tolerance / (s.d_time * static_cast<double>(s.output_frequency))) +
+        1.0;
     if (!(steps < 9e18))
         return job.fail(RunStatus::bad_input, formatted("end_time / d_time = %.3e: too many steps", steps));
     s.time_num = 1 + static_cast<std::int64_t>(steps);
     s.out_time_num = static_cast<std::int64_t>(frames);
+    return true;
+}
+
+bool count_steps(Job& job, ExplicitState& s) {
+    if (!s.adaptive.on && !count_given_steps(job, s)) return false;
     job.progress.print("time_num = %ld\n", s.time_num);
     job.progress.print("out_time_num = %ld\n", s.out_time_num);
+    const auto frames = static_cast<double>(s.out_time_num);
     const double dofs = job.mesh().dof_num();
     const double bytes = frames * dofs * (1 + stress_groups) * 8 + static_cast<double>(s.blocks->bytes()) +
                          dofs / 3 * 4 * 13 * 8;
     job.progress.print("Memory Size = %8.3f[Mbyte]\n", bytes / 1000000);
-    const double most = machine_megabytes();
-    if (frames > std::numeric_limits<std::int32_t>::max() || 1e-6 * bytes > 0.9 * most)
+    const double most = machine_megabytes(), held = job.options.frames_on_disk ? 1 : frames;
+    const double needed = bytes - (frames - held) * dofs * (1 + stress_groups) * 8;
+    if (frames > std::numeric_limits<std::int32_t>::max() || 1e-6 * needed > 0.9 * most)
         return job.fail(RunStatus::bad_input,
                         formatted("%ld frames need %.0f MB, this machine has %.0f MB: raise output_frequency",
-                                  s.out_time_num, bytes / 1e6, most));
+                                  s.out_time_num, needed / 1e6, most));
     return true;
 }
 
@@ -184,6 +199,7 @@ bool set_up_explicit(Job& job, ExplicitState& s) {
                      BlockOptions{yields(job), once_yielded, 8, rigid,
                                   once_yielded ? HexahedronForm::full : job.hexahedra(), s.heat.has_value()});
     if (!count_steps(job, s)) return false;
+    s.before = s.after = s.mean = s.d_time;
     if (!set_motions(job, set_up, s)) return false;
     set_up = {};
     job.clock.end();

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "analysis/explicit/explicit_adaptive.h"
 #include "analysis/explicit/explicit_contact.h"
 #include "analysis/explicit/explicit_loads.h"
 #include "analysis/explicit/explicit_rigid.h"
@@ -34,6 +35,10 @@ struct Work {
         at = total + before;
         total += before + after;
     }
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        archive(total, at);
+    }
 };
 
 // Degrees of freedom whose velocity is prescribed by one record.
@@ -44,7 +49,15 @@ struct DrivenDofs {
 
 struct ExplicitState {
     // steps
-    double d_time = 0;
+    double d_time = 0;                       // s; with d_time auto the first one
+    double before = 0, after = 0, mean = 0;  // s: the step that led to n, that to n+1, their mean
+    AdaptiveStep adaptive;                   // with d_time auto
+    double time() const { return adaptive.on ? adaptive.now : static_cast<double>(step) * d_time; }
+    double next_time() const { return adaptive.on ? adaptive.next : static_cast<double>(step + 1) * d_time; }
+    double middle_time() const {
+        return adaptive.on ? adaptive.now + 0.5 * after : (static_cast<double>(step) + 0.5) * d_time;
+    }
+    bool ended() const { return adaptive.on ? !(adaptive.now < adaptive.end) : step + 1 >= time_num; }
     std::int64_t time_num = 1, out_time_num = 1, output_frequency = 1;
     std::int64_t step = 0;  // last step done
     bool diverged = false;
@@ -85,7 +98,8 @@ struct ExplicitState {
     std::vector<SupportReaction> reactions;  // of the supports, at the last output
 
     std::optional<StepBound> bound;
-    double stable_step = 0;  // s, of elements and given springs
+    double stable_step = 0;                  // s, of elements and given springs
+    double added_rate = 0, step_factor = 1;  // it is step_factor · 2/√(ω² + added_rate), ω of the elements
     bool step_warned = false;
     std::int64_t next_check = 0;  // step of the next look at the current shapes
 
@@ -96,6 +110,21 @@ struct ExplicitState {
     HistoryRows history;               // a row per output
     double loop_seconds = 0;
     std::chrono::steady_clock::time_point start;
+
+    // What the steps change and the set-up cannot find again, but for the history.
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        archive(step, velocities_known, before, after, mean, adaptive, time_num, a, b, contact_b, x, u, du, v,
+                v_new, R, F, F_contact);
+        archive(*blocks);
+        if (walls) archive(*walls);
+        if (contacts) archive(*contacts);
+        if (supports) archive(*supports);
+        if (bodies) archive(*bodies);
+        archive(damping_work, wall_work, contact_work, support_work, rigid_work, load_work);
+        archive(start_energy, largest_energy, drift, largest_drift, energies, momentum, angular_momentum,
+                reaction, reactions, step_warned, next_check);
+    }
 };
 
 // Everything that the run needs before its first step, with the set-up's console lines; frame 1, the start,
@@ -111,6 +140,9 @@ bool find_forces(ExplicitState& state);
 
 // The arrays that supports and ties work on.
 NodeArrays node_arrays(ExplicitState& state);
+
+// before, after and mean for the step to come, and all that depends on them.
+void set_step(ExplicitState& state, double before, double after);
 
 // v_{n+½} into v_new and the works up to t_n; `trouble` is not empty where a displacement has no value.
 void find_velocities(const Job& job, ExplicitState& state);

@@ -29,7 +29,7 @@ ContactArrays contact_arrays(ExplicitState& s, bool rubbing = false) {
 std::array<double, 2> update_velocities(ExplicitState& s) {
     const std::int64_t chunks = chunks_of(s), nodes = static_cast<std::int64_t>(s.u.size() / 4);
     s.partial.resize(2 * chunks);
-    const double half = 0.5 * s.d_time;
+    const double half[2] = {0.5 * s.before, 0.5 * s.after};
 #pragma omp parallel for schedule(dynamic, 2) num_threads(s.team) if (s.team > 1)
     for (std::int64_t c = 0; c < chunks; ++c) {
         const std::size_t first = 4 * c * chunk_nodes, last = 4 * std::min(nodes, (c + 1) * chunk_nodes);
@@ -42,8 +42,8 @@ std::array<double, 2> update_velocities(ExplicitState& s) {
                 before += force * s.v[k];
                 after += force * s.v_new[k];
             }
-        s.partial[2 * c] = half * before;
-        s.partial[2 * c + 1] = half * after;
+        s.partial[2 * c] = half[0] * before;
+        s.partial[2 * c + 1] = half[1] * after;
     }
     std::array<double, 2> work{};
     for (std::size_t c = 0; c < s.partial.size(); ++c) work[c % 2] += s.partial[c];
@@ -53,14 +53,13 @@ std::array<double, 2> update_velocities(ExplicitState& s) {
 // Prescribed velocities at t_n + Δt/2, and the power of the forces that see to them.
 std::array<double, 2> drive(const Job& job, ExplicitState& s) {
     std::array<double, 2> power{};
-    const double middle = (static_cast<double>(s.step) + 0.5) * s.d_time;
+    const double middle = s.middle_time();
     for (const DrivenDofs& driven : s.driven) {
         const double velocity = driven.velocity.at(middle, job.model.parameters);
         for (std::int32_t place : driven.places) {
             const std::size_t k = place;
             s.v_new[k] = velocity;
-            const double force =
-                s.mass[k] * (velocity - s.v[k]) / s.d_time + s.R[k] - s.F[k] - s.F_contact[k];
+            const double force = s.mass[k] * (velocity - s.v[k]) / s.mean + s.R[k] - s.F[k] - s.F_contact[k];
             power[0] += force * s.v[k];
             power[1] += force * velocity;
         }
@@ -77,7 +76,7 @@ bool move(ExplicitState& s) {
         const std::size_t first = 4 * c * chunk_nodes, last = 4 * std::min(nodes, (c + 1) * chunk_nodes);
         double sum = 0;  // of u - u: 0, or not a number
         for (std::size_t k = first; k < last; ++k) {
-            s.du[k] = s.d_time * s.v_new[k];
+            s.du[k] = s.after * s.v_new[k];
             s.u[k] += s.du[k];
             s.x[k] = s.X[k] + s.u[k];
             sum += s.u[k] - s.u[k];
@@ -119,7 +118,7 @@ void stop(Job& job, ExplicitState& s, std::string why) {
 
 // The stable step of the shapes in force, looked at now and then and said once.
 void check_shapes(Job& job, ExplicitState& s) {
-    if (s.step_warned || s.step < s.next_check) return;
+    if (s.adaptive.on || s.step_warned || s.step < s.next_check) return;
     s.next_check = s.step + steps_per_check;
     const StableStep worst = s.bound->worst_above(s.x.data(), s.d_time, s.team);
     if (worst.element < 0) return;
@@ -135,15 +134,16 @@ void check_shapes(Job& job, ExplicitState& s) {
 // Nodes that supports move or that have axes of their own.
 void move_supports(ExplicitState& s, std::array<double, 2>& driving, std::array<double, 2>& damping) {
     Halves resisted{};
-    const double next = static_cast<double>(s.step + 1) * s.d_time;
-    if (!s.supports->advance(next, node_arrays(s), driving, resisted)) s.trouble = s.supports->trouble();
-    for (std::size_t k = 0; k < 2; ++k) damping[k] += 0.5 * s.d_time * resisted[k];
+    if (!s.supports->advance(s.next_time(), node_arrays(s), driving, resisted))
+        s.trouble = s.supports->trouble();
+    damping[0] += 0.5 * s.before * resisted[0];
+    damping[1] += 0.5 * s.after * resisted[1];
 }
 
 // The bodies' part of the velocities at t_n + Δt/2, after friction has said what it takes.
 void advance_bodies(const Job& job, ExplicitState& s, std::array<double, 2>& driving,
                     std::array<double, 2>& loads) {
-    const double middle = (static_cast<double>(s.step) + 0.5) * s.d_time;
+    const double middle = s.middle_time();
     for (DrivenMembers& record : s.driven_members)
         record.velocity = record.given.at(middle, job.model.parameters);
     for (const ExplicitBody& body : s.bodies->bodies())
@@ -152,8 +152,8 @@ void advance_bodies(const Job& job, ExplicitState& s, std::array<double, 2>& dri
                 const std::size_t k = 4 * n + c;
                 s.acting[k] = s.F[k] + s.F_contact[k] - s.R[k];
             }
-    s.bodies->advance({s.u.data(), s.acting.data(), s.v_new.data()}, s.driven_members, s.d_time, driving,
-                      loads);
+    s.bodies->advance({s.u.data(), s.acting.data(), s.v_new.data()}, s.driven_members, {s.after, s.mean},
+                      driving, loads);
 }
 
 }  // namespace
@@ -163,8 +163,29 @@ NodeArrays node_arrays(ExplicitState& s) {
             s.F.data(), s.F_contact.data(), s.mass.data(), s.v_new.data(), s.R.data()};
 }
 
+void set_step(ExplicitState& s, double before, double after) {
+    const double former = s.mean;
+    s.before = before;
+    s.after = after;
+    s.mean = 0.5 * (before + after);
+    if (s.supports) s.supports->set_step(after, s.mean, s.mass.data());
+    if (s.walls) s.walls->set_step(after);
+    if (s.contacts) s.contacts->set_step(before);
+    if (s.mean == former) return;
+    for (std::size_t k = 0; k < s.b.size(); ++k) {
+        if (s.b[k] == 0) continue;
+        const double per_step = s.mass[k] / s.mean, half = 0.5 * s.damping[k];
+        s.a[k] = (per_step - half) / (per_step + half);
+        s.b[k] = 1 / (per_step + half);
+    }
+    if (s.contact_b.empty()) return;
+    s.contact_b = s.b;
+    for (const std::int32_t n : s.supports->special_nodes())
+        for (std::size_t c = 0; c < 3; ++c) s.contact_b[4 * n + c] = s.mean / s.contact_mass[4 * n + c];
+}
+
 bool find_forces(ExplicitState& s) {
-    const double time = static_cast<double>(s.step) * s.d_time;
+    const double time = s.time();
     if (s.heat && !s.heat->set(time, s.team, *s.blocks)) s.trouble = s.heat->trouble();
     const bool sound = s.blocks->evaluate(s.x.data(), s.du.data(), s.R.data(), s.team);
     s.springs.add_forces(s.u.data(), s.R.data());
@@ -182,36 +203,37 @@ bool find_forces(ExplicitState& s) {
 void find_velocities(const Job& job, ExplicitState& s) {
     // nothing was done before the start
     const bool start = s.step == 0;
-    const double half = 0.5 * s.d_time;
-    auto book = [&](Work& work, std::array<double, 2> power, double factor) {
-        work.add(start ? 0.0 : factor * power[0], factor * power[1]);
+    auto book_work = [&](Work& work, std::array<double, 2> done) {
+        work.add(start ? 0.0 : done[0], done[1]);
+    };
+    auto book = [&](Work& work, std::array<double, 2> power) {
+        book_work(work, {0.5 * s.before * power[0], 0.5 * s.after * power[1]});
     };
     std::array<double, 2> driving{}, loads{}, damping = update_velocities(s);
     if (!s.driven.empty()) driving = drive(job, s);
     if (s.supports) move_supports(s, driving, damping);
-    book(s.damping_work, damping, 1.0);
+    book_work(s.damping_work, damping);
     if (s.walls) s.walls->rub(contact_arrays(s, true), s.v_new.data());
     if (s.bodies) {
         advance_bodies(job, s, driving, loads);
-        book(s.rigid_work, loads, half);
+        book(s.rigid_work, loads);
     }
-    book(s.support_work, driving, half);
+    book(s.support_work, driving);
     if (s.supports) s.supports->follow(s.v_new.data());
     if (s.loads) {
         const double* F = s.F.data();
-        book(s.load_work, {s.loads->power(F, s.v.data()), s.loads->power(F, s.v_new.data())}, half);
+        book(s.load_work, {s.loads->power(F, s.v.data()), s.loads->power(F, s.v_new.data())});
     }
     if (s.walls) {
-        book(s.wall_work, s.walls->power(s.v.data(), s.v_new.data()), half);
+        book(s.wall_work, s.walls->power(s.v.data(), s.v_new.data()));
     }
-    if (s.contacts) book(s.contact_work, s.contacts->power(s.v.data(), s.v_new.data()), half);
+    if (s.contacts) book(s.contact_work, s.contacts->power(s.v.data(), s.v_new.data()));
     s.velocities_known = true;
 }
 
 void explicit_step(Job& job, ExplicitState& s) {
     const std::int64_t step = s.step + 1;
-    job.progress.print("########## Time: %.3e[s]  %ld/%ld##########\n", static_cast<double>(step) * s.d_time,
-                       step, s.time_num);
+    job.progress.print("########## Time: %.3e[s]  %ld/%ld##########\n", s.next_time(), step, s.time_num);
     if (!s.velocities_known) find_velocities(job, s);
     s.velocities_known = false;
     if (!s.trouble.empty()) return stop(job, s, formatted("step %ld: ", step) + s.trouble);
@@ -222,6 +244,8 @@ void explicit_step(Job& job, ExplicitState& s) {
     }
     if (s.supports) s.supports->arrive(node_arrays(s));
     s.step = step;
+    if (s.adaptive.on && finite)
+        if (const std::string why = adapt_step(job, s); !why.empty()) return stop(job, s, why);
     const bool sound = find_forces(s);
     if (!finite) {
         list_lost_elements(job, s);
@@ -234,7 +258,8 @@ void explicit_step(Job& job, ExplicitState& s) {
                                 step, e + 1, part_of(job, e).c_str())
                     : formatted("step %ld: ", step) + s.trouble);
     } else {
-        if (step % s.output_frequency == 0 && job.run.mode_num() < s.out_time_num) store_frame(job, s);
+        const bool output = s.adaptive.on ? s.adaptive.at_output : step % s.output_frequency == 0;
+        if (output && job.run.mode_num() < s.out_time_num) store_frame(job, s);
         check_shapes(job, s);
     }
 }

@@ -64,7 +64,7 @@ double ExplicitSupports::displacement(const Motion& motion, double time) const {
 bool ExplicitSupports::find_next(Motion& motion, double time) {
     motion.now = motion.next;
     motion.next = displacement(motion, time);
-    motion.velocity = (motion.next - motion.now) / d_time_;
+    motion.velocity = (motion.next - motion.now) / step_;
     if (std::isfinite(motion.next)) return true;
     const HeldDof& held = constraints_.held[motion.held];
     const double* x = job_.mesh().node(held.dof / 3);
@@ -74,15 +74,20 @@ bool ExplicitSupports::find_next(Motion& motion, double time) {
     return false;
 }
 
-std::vector<std::string> ExplicitSupports::start(double d_time, const NodeArrays& at) {
-    d_time_ = d_time;
+void ExplicitSupports::set_step(double step, double mean, const double* mass) {
+    step_ = step;
+    mean_ = mean;
     for (Turned& node : turned_)
         for (std::size_t c = 0; c < 3; ++c) {
             if (node.held[c]) continue;
-            const double per_step = at.mass[4 * node.node] / d_time, half = 0.5 * node.damping[c];
+            const double per_step = mass[4 * node.node] / mean, half = 0.5 * node.damping[c];
             node.a[c] = (per_step - half) / (per_step + half);
             node.b[c] = 1 / (per_step + half);
         }
+}
+
+std::vector<std::string> ExplicitSupports::start(double d_time, const NodeArrays& at) {
+    set_step(d_time, d_time, at.mass);
     std::vector<std::string> displaced;
     const auto stand = [&](Motion& motion) {
         if (!find_next(motion, 0)) return;
@@ -148,7 +153,7 @@ bool ExplicitSupports::advance(double next_time, const NodeArrays& at, Halves& d
             double reached = node.a[c] * v + node.b[c] * f;
             if (node.held[c]) {
                 reached = node.motion[c] < 0 ? 0 : motions_[node.motion[c]].velocity;
-                const double held = m * (reached - v) / d_time_ - f;
+                const double held = m * (reached - v) / mean_ - f;
                 driving[0] += held * v;
                 driving[1] += held * reached;
             } else {
@@ -164,7 +169,7 @@ bool ExplicitSupports::advance(double next_time, const NodeArrays& at, Halves& d
         if (!find_next(moved.motion, next_time)) return false;
         const std::size_t k = moved.place;
         const double v = at.v[k], reached = at.v_new[k] = moved.motion.velocity;
-        const double held = at.mass[k] * (reached - v) / d_time_ - force_at(k);
+        const double held = at.mass[k] * (reached - v) / mean_ - force_at(k);
         driving[0] += held * v;
         driving[1] += held * reached;
     }
@@ -203,10 +208,10 @@ void ExplicitSupports::arrive(const NodeArrays& at) const {
     }
 }
 
-Vec3 ExplicitSupports::reaction(const NodeArrays& at, double d_time) const {
+Vec3 ExplicitSupports::reaction(const NodeArrays& at, double mean) const {
     Vec3 sum{};
     const auto held_at = [&](std::size_t k) {
-        return at.mass[k] * (at.v_new[k] - at.v[k]) / d_time + at.R[k] - at.F[k] - at.F_contact[k];
+        return at.mass[k] * (at.v_new[k] - at.v[k]) / mean + at.R[k] - at.F[k] - at.F_contact[k];
     };
     for (const Moved& moved : moved_) sum[moved.place % 4] += held_at(moved.place);
     for (const Turned& node : turned_) {

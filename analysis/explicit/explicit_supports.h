@@ -48,6 +48,8 @@ public:
     // Before the first step: Δt, and where the supports stand at time 0, into u, du and x. The records that
     // do not stand at 0.
     std::vector<std::string> start(double d_time, const NodeArrays& arrays);
+    // The step to come and the time over which velocities change, s; mass: node × 4.
+    void set_step(double step, double mean, const double* mass);
     // Takes from given velocities what the supports do not let; places that they move are at rest.
     void project(double* v) const;
 
@@ -62,13 +64,24 @@ public:
     void arrive(const NodeArrays& arrays) const;
 
     // Force on moved and turned places, N: what holds them, inertia included.
-    Vec3 reaction(const NodeArrays& arrays, double d_time) const;
+    Vec3 reaction(const NodeArrays& arrays, double mean) const;
     const std::string& trouble() const { return trouble_; }
+
+    // What changes from step to step.
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        for (Moved& moved : moved_) archive(moved.motion);
+        for (Motion& motion : motions_) archive(motion);
+    }
 
 private:
     struct Motion {
         std::size_t held;  // index into constraints.held
         double now = 0, next = 0, velocity = 0;
+        template <typename Archive>
+        void serialize(Archive& archive) {
+            archive(now, next, velocity);
+        }
     };
     struct Moved {
         std::size_t place;  // 4 node + direction
@@ -92,7 +105,7 @@ private:
     std::vector<Turned> turned_;
     std::vector<Motion> motions_;  // of turned nodes
     std::vector<std::int32_t> turned_of_;
-    double d_time_ = 0;
+    double step_ = 0, mean_ = 0;
     std::string trouble_;
 };
 

@@ -32,6 +32,9 @@ public:
     WallSet(std::span<const RigidWall> walls, std::span<const Parameter> parameters, const Mesh& mesh,
             std::vector<std::int32_t> nodes, double d_time, double stable_step, int sharing);
 
+    // The step to come, s: walls move by it. Chosen penalties stay those of the first one.
+    void set_step(double step) { step_ = step; }
+
     // Normal forces of the configuration at `time`, added to arrays.F. False when a wall's displacement
     // has no value.
     bool push(const ContactArrays& arrays, double time);
@@ -46,6 +49,12 @@ public:
     std::size_t size() const { return walls_.size(); }
     std::int64_t touching() const;
 
+    // What changes from step to step.
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        for (Placed& placed : walls_) archive(placed.now, placed.next, placed.touches);
+    }
+
     // The least m/k of springs that are stiffer than chosen ones, s²; 0 when there is none. For the
     // stable step 2/√(ω² + k/m).
     double stiff_spring(std::span<const double> mass) const;
@@ -55,6 +64,10 @@ private:
         std::int32_t node;
         std::array<double, 3> normal, force;  // force: with friction
         double press;                         // normal force, N
+        template <typename Archive>
+        void serialize(Archive& archive) {
+            archive(node, normal, force, press);
+        }
     };
     struct Placed {
         RigidWall wall;
@@ -68,7 +81,7 @@ private:
     std::vector<Placed> walls_;
     std::vector<Parameter> parameters_;
     std::vector<std::int32_t> nodes_;
-    double d_time_;
+    double d_time_, step_;  // the first step and that to come, s
 };
 
 }  // namespace kestralum

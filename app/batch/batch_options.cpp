@@ -47,6 +47,20 @@ std::string choose_hexahedra(BatchOptions& options, const std::string& text) {
     return options.hexahedra ? "" : "--hexahedra wants full, enhanced or mean-dilatation, not '" + text + "'";
 }
 
+std::string choose_checkpoint(BatchOptions& options, const std::string& text) {
+    const auto seconds = parse_double(text);
+    const bool good = seconds && *seconds >= 0 && std::isfinite(*seconds);
+    if (good) options.checkpoint_seconds = *seconds;
+    return good ? "" : "--checkpoint wants seconds, at least 0 (none), not '" + text + "'";
+}
+
+// What only the steps of an explicit run take; empty where nothing of it is given.
+std::string of_steps(const BatchOptions& options) {
+    if (options.keep_frames) return "--keep-frames";
+    if (options.restart) return "--restart";
+    return options.checkpoint_seconds > 0 ? "--checkpoint" : "";
+}
+
 enum class Files { model, model_and_export };
 
 CommandLine describe(BatchOptions& options, Files files) {
@@ -57,6 +71,7 @@ CommandLine describe(BatchOptions& options, Files files) {
         "kestralum-batch ANALYSIS MODEL_FILE [OPTION]...\n"
         "kestralum-batch check MODEL_FILE [--set NAME=EXPRESSION]... [--setting FILE] [--quiet]\n"
         "kestralum-batch export MODEL_FILE FILE [--set NAME=EXPRESSION]... [--setting FILE] [--quiet]\n"
+        "kestralum-batch frames FRAMES_FILE [--vtu] [--setting FILE] [--log DIR]\n"
         "kestralum-batch verify [CASES_FILE] [--only WORD] [--setting FILE] [--log DIR]\n"
         "kestralum-batch --help | --version",
         options);
@@ -66,6 +81,7 @@ CommandLine describe(BatchOptions& options, Files files) {
             "; or check:\n"
             "reads and meshes only and tells what the model is made of and what it needs;\n"
             "or export: writes mesh, sets, supports and loads for another program;\n"
+            "or frames: writes the result files of what a killed explicit run has left;\n"
             "or verify: runs the cases of verify/cases.txt, or of another file, against their targets",
         options.command);
     line.add_text("MODEL_FILE", "", "the model; its control file (.ana) is read from beside it",
@@ -90,6 +106,13 @@ CommandLine describe(BatchOptions& options, Files files) {
                   "writes NAME.vtu for ParaView beside the result file; nonlinear, explicit: one a frame\n"
                   "and NAME.pvd",
                   options.vtu);
+    line.add_flag("--keep-frames", "explicit: the file of the frames so far stays when the run has ended",
+                  options.keep_frames);
+    line.add_value("--checkpoint", "SECONDS",
+                   "explicit: saves the state of the run each so many seconds of the clock",
+                   [&options](const std::string& text) { return choose_checkpoint(options, text); });
+    line.add_flag("--restart", "explicit: goes on from the last checkpoint of a run that was ended",
+                  options.restart);
     line.add_value("--probe", "X,Y,Z",
                    "what becomes of the node nearest to this place, metres: static, eigen, buckling: in the\n"
                    "summary; nonlinear, explicit: in the history; repeatable",
@@ -128,17 +151,30 @@ std::string check_sweep(const BatchOptions& options) {
                (options.vtu    ? "--vtu"
                 : options.tidy ? "--tidy"
                                : "--probe");
+    if (const std::string steps = of_steps(options); !steps.empty())
+        return "--sweep keeps no files of its runs: it does not go with " + steps;
     return refused_axes(options.sweep, options.overrides);
+}
+
+// `frames` makes files of what a run has computed.
+std::string check_frames(const BatchOptions& options) {
+    if (options.model_file.empty()) return "the frames file is missing";
+    if (!options.overrides.empty() || options.tidy || !options.probes.empty() || options.hexahedra ||
+        !options.load_case.empty() || options.mean_dilatation || options.prestress ||
+        !options.sweep.empty() || !options.only.empty() || !of_steps(options).empty())
+        return "frames computes nothing: it takes --vtu, --setting and --log";
+    return {};
 }
 
 // What does not go together.
 std::string check_command(const BatchOptions& options) {
     const bool exports = options.command == "export", verifies = options.command == "verify";
-    if (options.command.empty()) return "an analysis, `check`, `export` or `verify` is missing";
+    if (options.command.empty()) return "an analysis, `check`, `export`, `frames` or `verify` is missing";
+    if (options.command == "frames") return check_frames(options);
     if (!verifies && !options.only.empty()) return "--only goes with verify";
     if (verifies && (!options.overrides.empty() || options.vtu || options.tidy || !options.probes.empty() ||
                      options.hexahedra || !options.load_case.empty() || options.mean_dilatation ||
-                     options.prestress || !options.sweep.empty()))
+                     options.prestress || !options.sweep.empty() || !of_steps(options).empty()))
         return "verify takes its cases' own options, and --only, --setting and --log";
     if (verifies) return {};
     if (options.command != "check" && !exports && !find_analysis(options.command))
@@ -146,6 +182,8 @@ std::string check_command(const BatchOptions& options) {
     if (options.model_file.empty()) return "the model file is missing";
     if (options.command != "explicit" && options.mean_dilatation)
         return "--mean-dilatation goes with explicit";
+    if (const std::string steps = of_steps(options); options.command != "explicit" && !steps.empty())
+        return steps + " goes with explicit";
     if (options.mean_dilatation && options.hexahedra) return "--mean-dilatation does not go with --hexahedra";
     if (options.prestress && options.command != "eigen-subspace" && options.command != "eigen-lanczos")
         return "--prestress goes with eigen-subspace or eigen-lanczos";

@@ -15,12 +15,15 @@
 namespace kestralum {
 
 struct BatchOptions : CommonOptions {
-    std::string command;      // "check", "export", "verify" or an analysis
+    std::string command;      // "check", "export", "frames", "verify" or an analysis
     std::string export_file;  // of `export`
     std::vector<ParameterOverride> overrides;
     std::vector<SweepAxis> sweep;  // empty: one run
     std::string setting_file = "setting\\setting.txt";
     bool vtu = false, tidy = false;
+    bool keep_frames = false;                   // explicit: the frames file stays
+    double checkpoint_seconds = 0;              // explicit: between checkpoints; 0: none
+    bool restart = false;                       // explicit: goes on from the last checkpoint
     std::vector<std::array<double, 3>> probes;  // places whose nearest nodes are told, m
     bool mean_dilatation = false;               // explicit: hexahedra with one pressure
     std::optional<HexahedronForm> hexahedra;    // in place of the model's

@@ -21,6 +21,8 @@
 #include "app/verify.h"
 #include "input/starter_model.h"
 #include "model/paths.h"
+#include "results/displacement_file.h"
+#include "results/frames_file.h"
 #include "results/result_file.h"
 #include "results/text_output.h"
 #include "results/vtu_file.h"
@@ -82,6 +84,11 @@ std::string write_for_paraview(const BatchOptions& options, const Model& model, 
                                Progress& progress) {
     if (!options.vtu || !run.report.has_results()) return {};
     const bool steps = has_steps(run.ana_type), was_stopped = progress.cancelled();
+    if (run.report.dynamics.vtu_written) return pvd_file_name(model.model_file_name);  // frame by frame
+    if (run.report.dynamics.vtu_failed) {
+        run.report.fail(RunStatus::failed, "the file for ParaView cannot be written");
+        return {};
+    }
     if (steps ? write_vtu_frames(model, run, progress) : write_vtu(model, run, progress))
         return steps ? pvd_file_name(model.model_file_name) : vtu_file_name(model.model_file_name);
     if (progress.cancelled() && !was_stopped)
@@ -113,6 +120,11 @@ RunOptions run_options(const BatchOptions& options) {
     out.hexahedra = options.hexahedra;
     out.load_case = options.load_case;
     out.prestress = options.prestress;
+    out.vtu_frames = options.vtu && options.command == "explicit";
+    out.keep_frames = options.keep_frames;
+    out.frames_on_disk = true;  // nothing is shown
+    out.checkpoint_seconds = options.checkpoint_seconds;
+    out.restart = options.restart;
     return out;
 }
 
@@ -159,6 +171,33 @@ ExitStatus export_to_file(const BatchOptions& options, const Settings& settings)
     const RunStatus status = export_model(input.model, settings, options.export_file, progress);
     if (status == RunStatus::done) print_input_summary(input.read, input.control, progress);
     return exit_status(status);
+}
+
+// The result files of the frames that a run left which did not come to its end.
+ExitStatus convert_frames(const BatchOptions& options, const Settings& settings) {
+    ConsoleProgress progress(true);  // without the echo of the model
+    stop_on_interrupt(progress);
+    auto stored = read_frames_file(options.model_file, options.log_folder, progress);
+    if (!stored) return progress.cancelled() ? exit_incomplete : exit_bad_input;
+    auto& [model, run] = *stored;
+    model.model_file_name = run.origin.model_file_name;
+    run.origin.settings = settings;
+    const std::string history = history_file_name(model.model_file_name);
+    if (!write_results(model, run, run.mode_num(), Publish::now, progress) ||
+        !write_displacements(model, run, progress) ||
+        !write_history(history, options.log_folder, run.history, progress) ||
+        (options.vtu && !write_vtu_frames(model, run, progress)))
+        return exit_incomplete;
+    for (const std::string& note : run.report.remarks.notices) progress.summary("note: %s\n", note.c_str());
+    progress.summary("%-22s %d, up to %.6e s\n", "frames", run.mode_num(), run.results.back()->n_freq);
+    const auto file = [&](const char* what, const std::string& name) {
+        progress.summary("%-22s %s\n", what, paths::to_platform(name, options.log_folder).c_str());
+    };
+    file("results", result_file_name(model.model_file_name));
+    file("displacements", displacement_file_name(model.model_file_name));
+    file("history", history);
+    if (options.vtu) file("for ParaView", pvd_file_name(model.model_file_name));
+    return exit_done;
 }
 
 ExitStatus run_verify(const BatchOptions& options, const Settings& settings, Progress& progress) {
@@ -224,6 +263,7 @@ ExitStatus run(const BatchOptions& options, Progress& progress) {
     if (!start_up(options.setting_file, options.log_folder, settings, progress)) return exit_bad_input;
     if (options.command == "check") return check(options, settings);
     if (options.command == "export") return export_to_file(options, settings);
+    if (options.command == "frames") return convert_frames(options, settings);
     if (options.command == "verify") return run_verify(options, settings, progress);
     stop_on_interrupt(progress);
     if (!options.sweep.empty()) return sweep(options, settings, progress);
@@ -243,7 +283,8 @@ ExitStatus guarded_run(const BatchOptions& options, Progress& progress) {
     } catch (const std::exception& e) {
         progress.error("%s", e.what());
     }
-    if (!shares_log_folder(options)) release_held_results(options.model_file, options.log_folder);
+    if (!shares_log_folder(options) && options.command != "frames")
+        release_held_results(options.model_file, options.log_folder);
     return exit_incomplete;
 }
 

@@ -44,7 +44,7 @@ Tumble tumble(int steps) {
     double T0 = 0, spin = 0;
     for (int step = 0; step <= steps; ++step) {
         std::array<double, 2> driving{}, loads{};
-        bodies.advance({u.data(), force.data(), v.data()}, {}, dt, driving, loads);
+        bodies.advance({u.data(), force.data(), v.data()}, {}, {dt, dt}, driving, loads);
         // L = R I Rᵀ ω of the middle of the step
         const Vec3 turn = rotation_vector(multiply3(body.next.R, transposed(body.state.R)));
         const Mat3 R = multiply3(rotation_of(times(0.5, turn)), body.state.R);

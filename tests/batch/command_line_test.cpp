@@ -63,7 +63,7 @@ TEST(CommandLine, SaysWhatToRun) {
 TEST(CommandLine, NamesTheWordThatIsWrong) {
     // clang-format off
     const std::pair<const char*, const char*> lines[] = {
-        {"", "an analysis, `check`, `export` or `verify`"}, {"static", "model file is missing"}, {"check", "model file"},
+        {"", "an analysis, `check`, `export`, `frames` or `verify`"}, {"static", "model file is missing"}, {"check", "model file"},
         {"statik bar.txt", "'statik'"}, {"bar.txt static", "'bar.txt'"}, {"'' bar.txt", "'bar.txt'"},
         {"static bar.txt more", "'more'"}, {"static bar.txt ''", "''"}, {"static -", "unknown option -"},
         {"static bar.txt -hh", "-hh"}, {"static bar.txt --log=a", "--log=a"}, {"static -- m", "option --"},

@@ -1,5 +1,8 @@
 // Analyses in steps as a user runs them, and runs that are stopped.
+#include <chrono>
+
 #include "batch_run.h"
+#include "model/format.h"
 
 using namespace kestralum;
 using namespace kestralum::testing;
@@ -40,4 +43,81 @@ TEST_F(Batch, AnInterruptEndsARunWithItsFilesInOrder) {
         EXPECT_TRUE(contains(stopped.err, "stopped on request")) << after << stopped.err;
         EXPECT_TRUE(bytes("log/result_bar.txt") == good && !exists("log/result_bar.txt.part")) << after;
     }
+}
+
+TEST_F(Batch, FramesThatARunLeftBecomeItsFiles) {
+    folder.write("bar.ana", "x explicit end_time 20e-6 output_frequency 4 d_time 1e-6 END");
+    ASSERT_EQ(run("explicit bar.txt --vtu --quiet").status, 0);
+    EXPECT_FALSE(exists("log/frames_bar.txt")) << "the result files hold what it held";
+    ASSERT_EQ(run("explicit bar.txt --keep-frames --quiet --log other").status, 0);
+    ASSERT_TRUE(exists("other/frames_bar.txt"));
+    const Ended made = run("frames other/frames_bar.txt --vtu --log made");
+    EXPECT_EQ(numbers_of(made.out, "frames").at(0), 6) << made.out << made.err;
+    for (const char* name :
+         {"result_bar.txt", "disp_bar.txt", "history_bar.csv", "bar.pvd", "bar_000006.vtu"})
+        EXPECT_EQ(bytes(std::string("made/") + name), bytes(std::string("log/") + name)) << name;
+    // a full disk: the frames stay in memory, the run goes on
+    std::filesystem::create_directory(folder.path() / "full");
+    std::filesystem::create_symlink("/dev/full", folder.path() / "full/frames_bar.txt");
+    const Ended full = run("explicit bar.txt --quiet --log full --checkpoint 1e-9");
+    EXPECT_EQ(full.status, 0) << full.err;
+    EXPECT_TRUE(contains(full.out, "note: full/frames_bar.txt cannot be written: No space left on device"))
+        << full.out;
+    for (const char* name : {"result_bar.txt", "disp_bar.txt", "history_bar.csv"})
+        EXPECT_EQ(bytes(std::string("full/") + name), bytes(std::string("log/") + name)) << name;
+    // an earlier file is not lost; what is no frames file is told
+    ASSERT_EQ(run("explicit bar.txt --quiet --log other").status, 0);
+    EXPECT_TRUE(exists("other/frames_bar.txt.old") && !exists("other/frames_bar.txt"));
+    refused("frames bar.txt");
+    refused("frames");
+    refused("frames other/frames_bar.txt.old --tidy");
+    refused("static bar.txt --keep-frames");
+}
+
+TEST_F(Batch, AKilledRunLeavesItsFramesAndGoesOnToTheSameBytes) {
+    folder.write("bar.ana",
+                 "x explicit end_time 20e-3 output_frequency 400 d_time 1e-6 Plastic on MATERIAL_EXTRA_INFO "
+                 "STEEL 0 1e8 1e9 % INITIAL_VELOCITY BAR part y 10 0 0 0 0 0 0 %");
+    const auto started = std::chrono::steady_clock::now();
+    ASSERT_EQ(run("explicit bar.txt --quiet --keep-frames --log whole").status, 0);
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
+    const StoredRun whole = result("whole/frames_bar.txt");
+    ASSERT_EQ(whole.run.mode_num(), 51);
+    const std::string files = formatted(" --quiet --keep-frames --checkpoint %g", seconds.count() / 40);
+    int found = 0, killed = 0;
+    for (const double share : {0.3, 0.45, 0.2, 0.55, 0.35}) {
+        const bool goes_on = exists("log/checkpoint_bar.txt");
+        const Ended ended = run("explicit bar.txt" + files + (goes_on ? " --restart" : ""),
+                                formatted("timeout -s KILL %g", share * seconds.count()));
+        killed += ended.status != 0;
+        if (ended.status == 0 || !exists("log/checkpoint_bar.txt")) continue;
+        const StoredRun left = result("log/frames_bar.txt");
+        for (std::size_t k = 0; k < left.run.results.size(); ++k)
+            ASSERT_TRUE(left.run.results[k]->mode_vec == whole.run.results[k]->mode_vec &&
+                        left.run.results[k]->node_stress == whole.run.results[k]->node_stress)
+                << "frame " << k + 1;
+        found = std::max(found, left.run.mode_num());
+    }
+    EXPECT_TRUE(killed > 0 && found > 1) << killed << " runs killed, " << found << " frames";
+    const bool goes_on = exists("log/checkpoint_bar.txt");
+    ASSERT_EQ(run("explicit bar.txt" + files + (goes_on ? " --restart" : "")).status, 0);
+    for (const char* name : {"result_bar.txt", "disp_bar.txt", "history_bar.csv", "frames_bar.txt"})
+        EXPECT_TRUE(bytes(std::string("log/") + name) == bytes(std::string("whole/") + name)) << name;
+    EXPECT_FALSE(exists("log/checkpoint_bar.txt") || exists("log/checkpoint_bar.txt.part"));
+}
+
+TEST_F(Batch, AnInterruptedRunWithCheckpointsGoesOn) {
+    folder.write("bar.ana", "x explicit end_time 1e3 output_frequency 1000000 d_time 1e-6 END");
+    const Ended stopped =
+        refused("explicit bar.txt --quiet --checkpoint 100", 1, "timeout --preserve-status -s INT -k 15 1");
+    EXPECT_TRUE(contains(stopped.out, "note: --restart goes on from log/checkpoint_bar.txt")) << stopped.out;
+    EXPECT_TRUE(exists("log/result_bar.txt") && exists("log/frames_bar.txt"));
+    const Ended again =
+        refused("explicit bar.txt --quiet --restart", 1, "timeout --preserve-status -s INT -k 15 1");
+    const auto first = numbers_of(stopped.out, "time reached"),
+               second = numbers_of(again.out, "time reached");
+    EXPECT_GT(second.at(0), first.at(0));
+    refused("explicit bar.txt --checkpoint -1");
+    refused("static bar.txt --restart");
+    refused("explicit bar.txt --restart --sweep L=0.1,0.2");
 }
