@@ -14,8 +14,8 @@
 
 namespace kestralum {
 
-// Two pieces of surface that touch: `own` nodes of the one that is pushed along the normal, then those of the
-// other. The shares of either add up to 1.
+// Two pieces of surface that touch: `own` nodes of the one that is pushed along the normal (1: a node on a
+// triangle, 2: an edge on an edge), then those of the other. The shares of either add up to 1.
 struct ContactTouch {
     std::array<std::int32_t, 4> node{};
     std::array<double, 4> share{};
@@ -34,8 +34,9 @@ struct ContactTouch {
 // what turns up behind a surface other than through it starts unpressed, and the stiffness never grows, so
 // that the spring gives back no more than was put into it.
 struct ContactMemory {
-    std::array<std::int32_t, 3> corner{-1, -1, -1};
+    std::array<std::int32_t, 4> node{-1, -1, -1, -1};
     std::int32_t triangle = -1;
+    Vec3 normal{};  // at the last step
     bool closed = false;
     double stiffness = 0;  // N/m; 0: not known yet
     double depth = 0, pressed = 0;
@@ -86,13 +87,26 @@ private:
         std::vector<std::int64_t> first;
         std::vector<ContactTouch> found;  // per near node
     };
+    // Pairs of edges, of either side one, that may touch until the next search, ascending.
+    struct EdgePairs {
+        std::array<std::vector<std::int32_t>, 2> edges;  // of the sides: indices into the surface's edges
+        std::array<double, 2> reach{};                   // the largest of either's nodes, m
+        std::vector<std::array<std::int32_t, 2>> pairs;
+        std::vector<ContactMemory> memory;  // of each pair
+        std::vector<ContactTouch> found;
+    };
     struct Active {
         ContactPair pair;
         std::array<Side, 2> side;
         double share;  // of m_eff/Δt², the penalty
         std::vector<ContactTouch> touches;
+        EdgePairs edges;
         bool self = false, begun = false, acting = false;
         std::size_t slaves() const { return self ? 1 : 2; }
+        ContactMemory& memory_of(const ContactTouch& touch) {
+            if (touch.own == 2) return edges.memory[touch.memory];
+            return side[touch.first ? 0 : 1].memory[touch.memory];
+        }
     };
 
     // search
@@ -114,6 +128,16 @@ private:
     double reach_of(const Active& active, std::int32_t n) const;
     double reach_of(const Active& active, std::int32_t n, std::int32_t t) const;
 
+    // which edges touch
+    void take_edges(Active& active) const;
+    void search_edges(Active& active, const double* x);
+    void meet_edges(Active& active, const ContactArrays& arrays, int threads);
+    bool cross_edges(const Active& active, const std::array<std::int32_t, 2>& pair, const double* x,
+                     double beyond, ContactTouch& touch) const;
+    bool may_begin(const Active& active, const ContactTouch& touch, const double* v) const;
+    bool hand_over(EdgePairs& edges, std::size_t to) const;
+    bool share_node(std::int32_t a, std::int32_t b) const;
+
     // the forces
     void remember(const Active& active, const ContactTouch& touch, ContactMemory& memory,
                   const ContactArrays& arrays) const;
@@ -132,6 +156,8 @@ private:
     std::vector<double> thickness_;   // per node: of the wall behind it at rest, where that is thin, m
     std::vector<double> sum_, most_;  // per node: its shares in the contacts of a step, and the most so far
     std::vector<double> searched_;    // node × 4: where the last search found them, m
+    std::vector<std::int32_t>
+        met_;  // per node: 1 + the pair in which it touched a triangle last, in this step
     double margin_ = 0, margin_share_ = 0.5;
     std::int64_t searches_ = 0;
     BoxGrid grid_;

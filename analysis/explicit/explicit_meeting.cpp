@@ -109,6 +109,7 @@ void ContactSet::search(const double* x, int threads) {
             for (const std::int32_t n : side.nodes)
                 std::copy_n(node_place(x, n), 3, searched_.begin() + 4 * static_cast<std::ptrdiff_t>(n));
         for (std::size_t slave = 0; slave < active.slaves(); ++slave) search_side(active, slave, x, threads);
+        search_edges(active, x);
     }
 }
 
@@ -228,9 +229,11 @@ bool ContactSet::find_foot(const Active& active, const Side& side, std::size_t n
 bool ContactSet::hold(const Active& active, const ContactMemory& memory, const double* x,
                       ContactTouch& best) const {
     Foot foot;
-    if (!find_foot_point(memory.corner, x, node_place(x, best.node[0]), border, foot)) return false;
+    if (!find_foot_point({memory.node[1], memory.node[2], memory.node[3]}, x, node_place(x, best.node[0]),
+                         border, foot))
+        return false;
     const double depth = active.pair.gap - foot.height;
-    if (depth > 0) take(best, memory.triangle, memory.corner, foot, depth);
+    if (depth > 0) take(best, memory.triangle, {memory.node[1], memory.node[2], memory.node[3]}, foot, depth);
     return depth > 0;
 }
 

@@ -225,5 +225,71 @@ TEST_F(ExplicitCollision, PeaksBetweenTheRowsAreKept) {
     EXPECT_EQ(columns[columns.size() - 2], "wall_W_peak");
 }
 
+// Beams that cross, flat on flat, edge on edge and with a corner ahead, meshed so coarsely that no node of
+// either comes near the other: they part again with what they had.
+TEST_F(ExplicitCollision, CrossedBeamsMeetByTheirEdges) {
+    const auto beams = [&](int cells, bool turned, double shift) {
+        const auto part = [&](const char* name, const char* size, const std::string& divided,
+                              const std::string& at) {
+            return std::string(name) + " red M RECT " + size + " 0 0 0 " + divided + " 0 0 0 " + at + "\n";
+        };
+        const std::string along = formatted("1 1 %d", cells);
+        // drawn out along local z, which points along x or y; the section turned by 45 degrees
+        const double h = turned ? 0.02 * std::sqrt(0.5) : 0.0;
+        return std::string(ModelText{
+            .material = "8000 2e11 0.3",
+            .parts = turned
+                         ? part("A", "0.02 0.02 0.2", along, formatted("-0.1 0 %.15g 90 90 45", -h - h)) +
+                               part("B", "0.02 0.02 0.2", along, formatted("%.15g 0.1 1e-4 0 90 45", shift))
+                         : part("A", "0.2 0.02 0.02", formatted("%d 1 1", cells), "-0.1 -0.01 -0.02 0 0 0") +
+                               part("B", "0.02 0.2 0.02", formatted("1 %d 1", cells),
+                                    formatted("%.15g -0.1 1e-4 0 0 0", shift - 0.01))});
+    };
+    for (const bool turned : {false, true})
+        for (const int cells : {5, 9})
+            for (const double shift : {0.0, 0.0123}) {
+                run(beams(cells, turned, shift),
+                    "end_time 400e-6 output_frequency 20 INITIAL_VELOCITY B part z -10 0 0 0 0 0 0 %" + pair);
+                const std::string what = formatted("turned %d cells %d shift %g", int(turned), cells, shift);
+                const double given = 8000 * 8e-5 * 10;
+                double of_b = 0;
+                for (std::size_t n = 0; n < state->x.size() / 4; ++n)
+                    if (state->X[4 * n + 2] > 0.5e-4) of_b += state->mass[4 * n] * state->v[4 * n + 2];
+                EXPECT_GT(of_b, -0.7 * given) << what;
+                EXPECT_LT(state->contacts->deepest().depth, 2e-4) << what;
+                EXPECT_EQ(last("contact_HIT_peak"), 0) << "they have parted";
+                expect_kept("momentum_z", 1e-9 * given);
+                expect_kept("angular_momentum_x", 1e-6 * given);
+                EXPECT_LT(std::abs(last("contact")), 5e-3 * history(0, "kinetic")) << what;
+                EXPECT_LT(largest_drift(), 1e-4) << what;
+            }
+}
+
+// A cube that falls corner down beside the edge of a block that stands on another one's edge: none of its
+// nodes comes behind the block's surface before its own edge has met the block's.
+TEST_F(ExplicitCollision, ABoxCornerMeetsABoxEdge) {
+    const double tip = std::atan(std::sqrt(2.0)) * 180 / M_PI;  // of a cube's diagonal against an edge
+    for (const double beside : {0.004, 0.009, 0.014}) {
+        // the cube's edges rise by 0.707 of their way along the ground, the block's sides fall by all of it
+        run(ModelText{.material = "8000 2e11 0.3",
+                      .parts =
+                          formatted("A red M RECT 0.1 0.1 0.3 0 0 0 1 1 3 0 0 0 -0.15 0 %.15g 90 90 45\n",
+                                    -0.1 * std::sqrt(2.0)) +
+                          formatted("B red M RECT 0.05 0.05 0.05 0 0 0 1 1 1 0 0 0 0.013 %g %.15g 20 "
+                                    "%.15g 45\n",
+                                    beside, -0.7 * beside, tip)},
+            "end_time 600e-6 output_frequency 20 INITIAL_VELOCITY B part z -20 0 0 0 0 0 0 %" + pair);
+        const double given = 8000 * 1.25e-4 * 20;
+        double of_b = 0;
+        for (std::size_t n = 0; n < state->x.size() / 4; ++n)
+            if (state->mass[4 * n] < 0.2) of_b += state->mass[4 * n] * state->v[4 * n + 2];
+        EXPECT_GT(of_b, -0.8 * given) << beside;
+        EXPECT_LT(state->contacts->deepest().depth, 8e-4) << beside;
+        expect_kept("momentum_z", 1e-9 * given);
+        EXPECT_LT(last("contact"), 2e-3 * history(0, "kinetic")) << beside;
+        EXPECT_GT(last("contact"), -0.01 * history(0, "kinetic")) << beside;
+    }
+}
+
 }  // namespace
 }  // namespace kestralum
