@@ -119,8 +119,10 @@ private:
     // which nodes touch
     void meet(const Active& active, Side& side, std::size_t near, std::size_t slave,
               const ContactArrays& arrays) const;
-    bool find_foot(const Active& active, const Side& side, std::size_t near, const double* x,
+    bool find_foot(const Active& active, const Side& side, std::size_t near, const double* x, double edge,
                    ContactTouch& best) const;
+    bool is_sudden(const Active& active, const ContactTouch& touch, const ContactMemory& memory,
+                   const double* v) const;
     bool hold(const Active& active, const ContactMemory& memory, const double* x, ContactTouch& best) const;
     bool walk(const Active& active, const ContactMemory& memory, const double* x, ContactTouch& best) const;
     bool is_opposite_face(std::int32_t n, std::int32_t t) const;

@@ -10,11 +10,12 @@ namespace kestralum {
 
 namespace {
 
-constexpr double facing = -0.1;              // cosine of node and triangle normals, at most
-constexpr double rounding = 1e-9;            // of a triangle's edge
-constexpr double border = 0.1;               // how far beyond its triangle a closed contact holds, in weights
-constexpr double through_wall = 0.9;         // of a thin wall's thickness: how deep a node may come behind it
-constexpr int longest_walk = 8;              // triangles
+constexpr double facing = -0.1;       // cosine of node and triangle normals, at most
+constexpr double rounding = 1e-9;     // of a triangle's edge
+constexpr double border = 0.1;        // how far beyond its triangle a closed contact holds, in weights
+constexpr double through_wall = 0.9;  // of a thin wall's thickness: how deep a node may come behind it
+constexpr double shallow = 0.02;  // of the surface's edges: depth at which a contact may begin in any case
+constexpr int longest_walk = 8;   // triangles
 constexpr std::int64_t smallest_team = 256;  // nodes
 
 ContactBox box_of(const SurfaceTriangle& triangle, const double* x, double reach) {
@@ -187,19 +188,33 @@ void ContactSet::meet(const Active& active, Side& side, std::size_t near, std::s
     best.node[0] = n;
     best.first = slave == 0;
     best.memory = index;
-    const bool touches =
-        inside &&
-        (find_foot(active, side, near, arrays.x, best) ||
-         (memory.closed && (hold(active, memory, arrays.x, best) || walk(active, memory, arrays.x, best))));
+    bool touches = inside && find_foot(active, side, near, arrays.x, rounding, best);
+    if (touches && is_sudden(active, best, memory, arrays.v)) {
+        touches = ((memory.closed && hold(active, memory, arrays.x, best)) ||
+                   find_foot(active, side, near, arrays.x, border, best)) &&
+                  !is_sudden(active, best, memory, arrays.v);
+    } else if (inside && !touches && memory.closed) {
+        touches = hold(active, memory, arrays.x, best) || walk(active, memory, arrays.x, best);
+    }
+    if (!touches) best.depth = 0;
     if (touches)
         remember(active, best, memory, arrays);
     else if (memory.closed)
         memory = {};
 }
 
+// Deeper than it can have come through this triangle since the last step: it belongs to another one, at whose
+// border it is, or passes by outside of a sharp edge.
+bool ContactSet::is_sudden(const Active& active, const ContactTouch& touch, const ContactMemory& memory,
+                           const double* v) const {
+    if (!active.begun || touch.triangle == memory.triangle) return false;
+    const double closing = -d_time_ * dot(touch.difference(v), touch.normal);
+    return touch.depth > memory.depth + std::max(closing, shallow * surface_.size(touch.node[0]));
+}
+
 // The candidate that the touch's node lies least deep behind.
 bool ContactSet::find_foot(const Active& active, const Side& side, std::size_t near, const double* x,
-                           ContactTouch& best) const {
+                           double edge, ContactTouch& best) const {
     // nodes do not pass through more than half an element a step
     const std::int32_t n = best.node[0];
     const double* p = node_place(x, n);
@@ -210,7 +225,7 @@ bool ContactSet::find_foot(const Active& active, const Side& side, std::size_t n
         const std::int32_t t = side.candidates[static_cast<std::size_t>(k)];
         const SurfaceTriangle& triangle = surface_.triangles()[t];
         Foot foot;
-        if (!find_foot_point(triangle.node, x, p, rounding, foot)) continue;
+        if (!find_foot_point(triangle.node, x, p, edge, foot)) continue;
         const double depth = active.pair.gap - foot.height;
         if (!(depth > 0 && depth < least && depth < reach_of(active, n, t))) continue;
         if (!std::exchange(known, true)) normal = surface_.normal(n, x);
