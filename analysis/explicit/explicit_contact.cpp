@@ -90,7 +90,7 @@ ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part>
 }
 
 void ContactSet::tune(double d_time, double stable_step, int sharing) {
-    d_time_ = d_time;
+    d_time_ = step_ = d_time;
     for (Active& active : pairs_)
         active.share = active.pair.penalty * penalty_share(d_time, stable_step, active.pair.damping) /
                        std::max(1, sharing);
@@ -106,7 +106,7 @@ void ContactSet::remember(const Active& active, const ContactTouch& touch, Conta
     } else if (active.begun) {
         const Vec3 away = touch.difference(arrays.v);
         closing = 0;
-        for (std::size_t c = 0; c < 3; ++c) closing -= d_time_ * away[c] * touch.normal[c];
+        for (std::size_t c = 0; c < 3; ++c) closing -= step_ * away[c] * touch.normal[c];
     }
     const double wanted = memory.pressed + closing;
     memory.pressed = std::max(0.0, std::min(wanted, touch.depth));
@@ -214,10 +214,10 @@ void ContactSet::press(const Active& active, ContactTouch& touch, ContactMemory&
     // Few edges carry what many nodes do: in the steps in which one comes or goes the work of the sampled
     // force differs from the spring's energy by up to k h²/8, h the way of a step. The mean over the part of
     // h that is behind.
-    if (const double h = d_time_ * std::abs(away); touch.own == 2 && pressed < h)
+    if (const double h = step_ * std::abs(away); touch.own == 2 && pressed < h)
         pressed *= (pressed + h) / (2 * h);
     const double normal_force = std::max(0.0, k * pressed - c * away);
-    if (normal_force > 0) memory.account += spent_again * d_time_ * c * away * away;
+    if (normal_force > 0) memory.account += spent_again * step_ * c * away * away;
     touch.force = times(normal_force, touch.normal);
     if (active.pair.friction > 0)
         touch.force = plus(touch.force, rub(active, touch, active.pair.friction * normal_force,

@@ -28,6 +28,11 @@ struct ContactTouch {
 
     // Of a table of node × 4: the own nodes' value less the other's.
     Vec3 difference(const double* node4) const;
+
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        archive(node, share, own, normal, force, depth, first, triangle, memory);
+    }
 };
 
 // What a contact keeps from step to step while it stays closed. The spring's force is stiffness · pressed:
@@ -44,6 +49,11 @@ struct ContactMemory {
     // Where the surfaces stick: a place on either, as shares of nodes; they have slipped by the difference.
     std::array<std::int32_t, 4> stuck_node{-1, -1, -1, -1};
     std::array<double, 4> stuck_share{};
+
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        archive(node, triangle, normal, closed, stiffness, depth, pressed, account, stuck_node, stuck_share);
+    }
 };
 
 class ContactSet {
@@ -54,6 +64,9 @@ public:
 
     // Chooses the penalties. `sharing`: kinds of contact that a node may have at a time, walls included.
     void tune(double d_time, double stable_step, int sharing);
+
+    // The step that was done, s: surfaces close by it. Penalties stay those of tune().
+    void set_step(double step) { step_ = step; }
 
     // Both parts of a pair have a surface; and the surface nodes that two different parts share.
     bool can_act(std::size_t pair) const;
@@ -68,6 +81,16 @@ public:
     std::array<double, 3> force(std::size_t pair) const;
     std::size_t size() const { return pairs_.size(); }
     std::int64_t touching() const;
+
+    // What changes from step to step. Candidates are looked for anew after it has been read.
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        for (Active& active : pairs_)
+            archive(active.side[0].memory, active.side[1].memory, active.touches, active.begun, active.acting,
+                    active.edges.pairs, active.edges.memory);
+        archive(most_, peaks, deepest_);
+        searches_ = 0;
+    }
 
     ForcePeaks peaks;
     const DeepestPlace& deepest() const { return deepest_; }
@@ -163,8 +186,13 @@ private:
     double margin_ = 0, margin_share_ = 0.5;
     std::int64_t searches_ = 0;
     BoxGrid grid_;
+    // room of a search
+    std::vector<std::int32_t> met_items_;
+    std::vector<ContactBox> boxes_;
+    std::vector<std::array<std::int32_t, 2>> new_pairs_;
+    std::vector<ContactMemory> new_memory_;
     DeepestPlace deepest_;
-    double d_time_ = 0;
+    double d_time_ = 0, step_ = 0;  // of tune(), and the step that was done, s
 };
 
 }  // namespace kestralum

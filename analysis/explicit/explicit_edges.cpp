@@ -56,8 +56,9 @@ void ContactSet::search_edges(Active& active, const double* x) {
         const auto& node = surface_.edges()[e].node;
         return times(0.5, plus(node_vector(x, node[0]), node_vector(x, node[1])));
     };
-    std::vector<std::array<std::int32_t, 2>> pairs;
-    std::vector<ContactMemory> memory;
+    std::vector<std::array<std::int32_t, 2>>& pairs = new_pairs_;
+    std::vector<ContactMemory>& memory = new_memory_;
+    pairs.clear();
     ContactBox all;
     double half = 0;  // of the longest edge of the first side
     for (const std::int32_t e : of.edges[0]) {
@@ -67,8 +68,8 @@ void ContactSet::search_edges(Active& active, const double* x) {
         half = std::max(half, 0.5 * norm(minus(node_vector(x, node[0]), node_vector(x, node[1]))));
     }
     const double reach = std::max(of.reach[0], of.reach[1]) + margin_;
-    std::vector<std::int32_t> met;
-    std::vector<ContactBox> boxes;
+    met_items_.clear();
+    boxes_.clear();
     for (std::size_t k = 0; active.acting && k < of.edges[1].size(); ++k) {
         ContactBox box;
         for (const std::int32_t n : surface_.edges()[of.edges[1][k]].node) box.add(node_place(x, n), reach);
@@ -77,10 +78,10 @@ void ContactSet::search_edges(Active& active, const double* x) {
             box.low[c] -= half;
             box.high[c] += half;
         }
-        met.push_back(of.edges[1][k]);
-        boxes.push_back(box);
+        met_items_.push_back(of.edges[1][k]);
+        boxes_.push_back(box);
     }
-    grid_.fill(met, std::move(boxes));
+    grid_.fill(met_items_, boxes_);
     for (const std::int32_t a : of.edges[0]) {
         const Vec3 middle = middle_of(a);
         grid_.each_at(middle.data(), [&](std::int32_t b) {
@@ -91,14 +92,14 @@ void ContactSet::search_edges(Active& active, const double* x) {
         if (of.memory[k].closed) pairs.push_back(of.pairs[k]);
     std::sort(pairs.begin(), pairs.end());
     pairs.erase(std::unique(pairs.begin(), pairs.end()), pairs.end());
-    memory.resize(pairs.size());
+    memory.assign(pairs.size(), {});
     for (std::size_t k = 0; k < of.pairs.size(); ++k) {
         if (!of.memory[k].closed) continue;
         const auto at = std::lower_bound(pairs.begin(), pairs.end(), of.pairs[k]);
         memory[static_cast<std::size_t>(at - pairs.begin())] = of.memory[k];
     }
-    of.pairs = std::move(pairs);
-    of.memory = std::move(memory);
+    of.pairs.swap(pairs);
+    of.memory.swap(memory);
     of.found.assign(of.pairs.size(), {});
 }
 
@@ -145,7 +146,7 @@ bool ContactSet::may_begin(const Active& active, const ContactTouch& touch, cons
         size = std::min(size, surface_.size(n));
         if (thickness_[n] > 0) reach = std::min(reach, active.pair.gap + 0.9 * thickness_[n]);
     }
-    const double closing = -d_time_ * dot(touch.difference(v), touch.normal);
+    const double closing = -step_ * dot(touch.difference(v), touch.normal);
     if (!(touch.depth < reach) || (active.begun && touch.depth > std::max(closing, shallow * size)))
         return false;
     const auto pair = static_cast<std::int32_t>(&active - pairs_.data()) + 1;

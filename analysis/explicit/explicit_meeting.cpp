@@ -60,10 +60,10 @@ void ContactSet::find_thickness() {
     for (const Active& active : pairs_)
         for (const Side& side : active.side) {
             const double reach = side.reach / through_wall;
-            std::vector<ContactBox> boxes;
+            boxes_.clear();
             for (const std::int32_t t : side.triangles)
-                boxes.push_back(box_of(surface_.triangles()[t], X, reach));
-            grid_.fill(side.triangles, std::move(boxes));
+                boxes_.push_back(box_of(surface_.triangles()[t], X, reach));
+            grid_.fill(side.triangles, boxes_);
             for (const std::int32_t n : side.nodes) {
                 const Vec3 normal = surface_.normal(n, X);
                 double least = reach;
@@ -142,14 +142,14 @@ void ContactSet::search_side(Active& active, std::size_t slave, const double* x,
     }
     ContactBox all;
     for (const std::int32_t i : side.near) all.add(node_place(x, side.nodes[i]), reach);
-    std::vector<std::int32_t> met;
-    std::vector<ContactBox> boxes;
+    met_items_.clear();
+    boxes_.clear();
     for (const std::int32_t t : other.triangles) {
         if (!all.meets(box_of(surface_.triangles()[t], x, 0))) continue;
-        met.push_back(t);
-        boxes.push_back(box_of(surface_.triangles()[t], x, reach));
+        met_items_.push_back(t);
+        boxes_.push_back(box_of(surface_.triangles()[t], x, reach));
     }
-    grid_.fill(met, std::move(boxes));
+    grid_.fill(met_items_, boxes_);
     const auto near = static_cast<std::int64_t>(side.near.size());
     side.first.assign(side.near.size() + 1, 0);
     const auto each = [&](std::int64_t k, const auto& visit) {
@@ -208,7 +208,7 @@ void ContactSet::meet(const Active& active, Side& side, std::size_t near, std::s
 bool ContactSet::is_sudden(const Active& active, const ContactTouch& touch, const ContactMemory& memory,
                            const double* v) const {
     if (!active.begun || touch.triangle == memory.triangle) return false;
-    const double closing = -d_time_ * dot(touch.difference(v), touch.normal);
+    const double closing = -step_ * dot(touch.difference(v), touch.normal);
     return touch.depth > memory.depth + std::max(closing, shallow * surface_.size(touch.node[0]));
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
 
 namespace kestralum {
 
@@ -55,9 +54,9 @@ void BoxGrid::size_cells() {
     }
 }
 
-void BoxGrid::fill(std::span<const std::int32_t> items, std::vector<ContactBox> boxes) {
+void BoxGrid::fill(std::span<const std::int32_t> items, std::span<const ContactBox> boxes) {
     items_.assign(items.begin(), items.end());
-    boxes_ = std::move(boxes);
+    boxes_.assign(boxes.begin(), boxes.end());
     size_cells();
     const std::size_t cells = std::size_t(count_[0]) * std::size_t(count_[1]) * std::size_t(count_[2]);
     const std::size_t buckets = std::min(cells, 4 * items.size() + 1);

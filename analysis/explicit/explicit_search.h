@@ -24,7 +24,7 @@ struct ContactBox {
 class BoxGrid {
 public:
     // One box per item, ascending.
-    void fill(std::span<const std::int32_t> items, std::vector<ContactBox> boxes);
+    void fill(std::span<const std::int32_t> items, std::span<const ContactBox> boxes);
     // Calls visit(item) for the items whose box holds p, ascending.
     template <typename Visit>
     void each_at(const double* p, const Visit& visit) const {

@@ -37,7 +37,8 @@ WallSet::WallSet(std::span<const RigidWall> walls, std::span<const Parameter> pa
     : parameters_(parameters.begin(), parameters.end()),
       nodes_(std::move(nodes)),
       members_(std::move(members)),
-      d_time_(d_time) {
+      d_time_(d_time),
+      step_(d_time) {
     for (const RigidWall& wall : walls) {
         Placed placed{
             wall, {}, {}, {}, penalty_share(d_time, stable_step, wall.damping) / std::max(1, sharing),
@@ -87,7 +88,7 @@ bool WallSet::push(const ContactArrays& arrays, double time) {
     for (Placed& placed : walls_) {
         for (std::size_t c = 0; c < 3; ++c) {
             placed.now[c] = placed.wall.motion[c].at(time, parameters_);
-            placed.next[c] = placed.wall.motion[c].at(time + d_time_, parameters_);
+            placed.next[c] = placed.wall.motion[c].at(time + step_, parameters_);
             if (!std::isfinite(placed.now[c]) || !std::isfinite(placed.next[c])) return false;
         }
         placed.touches.clear();
@@ -108,7 +109,7 @@ bool WallSet::push(const ContactArrays& arrays, double time) {
                 placed.wall.stiffness > 0 ? placed.wall.stiffness : placed.share * m / (d_time_ * d_time_);
             double away = 0;  // speed out of the wall
             for (std::size_t c = 0; c < 3; ++c)
-                away += normal[c] * (arrays.v[at + c] - (placed.next[c] - placed.now[c]) / d_time_);
+                away += normal[c] * (arrays.v[at + c] - (placed.next[c] - placed.now[c]) / step_);
             const double press = std::max(0.0, k * depth - 2 * placed.wall.damping * std::sqrt(k * m) * away);
             Touch touch{n, normal, {}, press};
             for (std::size_t c = 0; c < 3; ++c) touch.force[c] = press * normal[c];
@@ -137,7 +138,7 @@ void WallSet::stick(Placed& placed, Sticking& sticking, Touch& touch, double k,
         const double place = arrays.x[at + c] - placed.now[c];
         if (!sticking.closed) sticking.place[c] = place;
         slip[c] = place - sticking.place[c];
-        speed[c] = arrays.v[at + c] - (placed.next[c] - placed.now[c]) / d_time_;
+        speed[c] = arrays.v[at + c] - (placed.next[c] - placed.now[c]) / step_;
         off += slip[c] * touch.normal[c];
         away += speed[c] * touch.normal[c];
     }
@@ -170,7 +171,7 @@ void WallSet::rub(const ContactArrays& arrays, double* v_new) {
             std::array<double, 3> slip{};
             double along = 0, speed = 0, gain = 0;
             for (std::size_t c = 0; c < 3; ++c) {
-                slip[c] = v_new[at + c] - (placed.next[c] - placed.now[c]) / d_time_;
+                slip[c] = v_new[at + c] - (placed.next[c] - placed.now[c]) / step_;
                 along += slip[c] * touch.normal[c];
                 gain = std::max(gain, arrays.b[at + c]);
             }

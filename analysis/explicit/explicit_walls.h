@@ -27,6 +27,10 @@ public:
     void resize(std::size_t count) { largest_.assign(count, 0.0); }
     void note(std::size_t k, const std::array<double, 3>& force);
     double take(std::size_t k);
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        archive(largest_);
+    }
 
 private:
     std::vector<double> largest_;
@@ -39,6 +43,10 @@ struct DeepestPlace {
     std::int32_t node = -1;         // 0-based
     std::array<double, 3> place{};  // m, at that time
     double time = 0;                // s
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        archive(of, depth, node, place, time);
+    }
 };
 
 // The penalty that a node's contacts may have together, as a share of m/Δt²: what the elements leave of
@@ -54,6 +62,9 @@ public:
             std::vector<std::int32_t> nodes, std::vector<char> members, double d_time, double stable_step,
             int sharing);
 
+    // The step to come, s: walls move by it. Chosen penalties stay those of the first one.
+    void set_step(double step) { step_ = step; }
+
     // Normal forces of the configuration at `time`, and friction on members of rigid bodies, added to
     // arrays.F. False when a wall's displacement has no value.
     bool push(const ContactArrays& arrays, double time);
@@ -68,6 +79,13 @@ public:
     std::size_t size() const { return walls_.size(); }
     std::int64_t touching() const;
 
+    // What changes from step to step.
+    template <typename Archive>
+    void serialize(Archive& archive) {
+        for (Placed& placed : walls_) archive(placed.now, placed.next, placed.touches, placed.sticking);
+        archive(peaks, deepest_);
+    }
+
     ForcePeaks peaks;
     const DeepestPlace& deepest() const { return deepest_; }
 
@@ -80,11 +98,19 @@ private:
         std::int32_t node;
         std::array<double, 3> normal, force;  // force: with friction
         double press;                         // normal force, N
+        template <typename Archive>
+        void serialize(Archive& archive) {
+            archive(node, normal, force, press);
+        }
     };
     // Where a member sticks, in the frame that moves with the wall, m.
     struct Sticking {
         std::array<double, 3> place{};
         bool closed = false;
+        template <typename Archive>
+        void serialize(Archive& archive) {
+            archive(place, closed);
+        }
     };
     struct Placed {
         RigidWall wall;
@@ -105,7 +131,7 @@ private:
     std::vector<std::int32_t> nodes_;
     std::vector<char> members_;
     DeepestPlace deepest_;
-    double d_time_;
+    double d_time_, step_;  // the first step and that to come, s
 };
 
 }  // namespace kestralum
