@@ -186,8 +186,11 @@ void ContactSet::meet_edges(Active& active, const ContactArrays& arrays, int thr
         cross_edges(active, of.pairs[k], arrays.x, 0, of.found[k]);
         of.found[k].memory = static_cast<std::int32_t>(i);
     }
+    bool lost = false;  // a spring that may go on to another crossing
+    for (std::size_t k = 0; k < of.pairs.size() && !lost; ++k)
+        lost = of.memory[k].closed && !(of.found[k].depth > 0);
     for (std::size_t k = 0; k < of.pairs.size(); ++k)
-        if (of.found[k].depth > 0 && !of.memory[k].closed && !hand_over(of, k) &&
+        if (of.found[k].depth > 0 && !of.memory[k].closed && !(lost && hand_over(of, k)) &&
             !may_begin(active, of.found[k], arrays.v))
             of.found[k].depth = 0;
     for (std::size_t k = 0; k < of.pairs.size(); ++k) {

@@ -204,12 +204,12 @@ TEST_F(ExplicitScenes, SpheresTouchAsHertzSays) {
             if (side < 0) std::swap(x[0], x[1]);  // keeps the elements right-handed
         };
     };
-    make_parts({hexa_box({{9, 9, 7}, {1, 1, 1}, graded(-1)}), hexa_box({{10, 10, 7}, {1, 1, 1}, graded(1)})},
+    make_parts({hexa_box({{8, 8, 6}, {1, 1, 1}, graded(-1)}), hexa_box({{9, 9, 6}, {1, 1, 1}, graded(1)})},
                {.density = 1000, .young = young, .poisson = poisson});
     read_control(
-        formatted("end_time 6e-4 output_frequency 100 C_alfa 0.005 Element_contact on VELOCITY_INPUT X "
+        formatted("end_time 4e-4 output_frequency 100 C_alfa 0.01 Element_contact on VELOCITY_INPUT X "
                   "plane x 0 0 0 0 0 0 0 Y "
-                  "plane y 0 0 0 0 0 0 0 TOP volume z -0.6*sin(time*5235.98776)^2 -1 1 -1 1 %g %g LOW volume "
+                  "plane y 0 0 0 0 0 0 0 TOP volume z -0.9*sin(time*7853.98163)^2 -1 1 -1 1 %g %g LOW volume "
                   "z 0 -1 1 -1 1 "
                   "%g %g %% ELEMENT_CONTACT%s %%",
                   width, 2 * width, -2 * width, -width, meeting("A", "B").c_str()));
