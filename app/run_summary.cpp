@@ -45,6 +45,11 @@ void print_dynamics(const ExplicitReport& d, Progress& progress) {
                      d.momentum[2]);
     progress.summary("%-22s %.6e %.6e %.6e kg m^2/s about the origin\n", "angular momentum",
                      d.angular_momentum[0], d.angular_momentum[1], d.angular_momentum[2]);
+    for (const Penetration* deepest : {&d.deepest_wall, &d.deepest_contact})
+        if (deepest->node > 0)
+            progress.summary("%-22s %.6e m at node %d (%.6g, %.6g, %.6g), %s, at %.6e s\n",
+                             "deepest penetration", deepest->depth, deepest->node, deepest->place[0],
+                             deepest->place[1], deepest->place[2], deepest->name.c_str(), deepest->time);
 }
 
 void print_nonlinear(const NonlinearReport& n, Progress& progress) {

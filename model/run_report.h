@@ -49,6 +49,15 @@ struct ExplicitEnergies {                                        // J
     }
 };
 
+// Where a node came deepest behind a surface in an explicit run.
+struct Penetration {
+    std::string name;               // of what it met
+    double depth = 0;               // m
+    std::int32_t node = 0;          // number in the run
+    std::array<double, 3> place{};  // of the node at that time, m
+    double time = 0;                // s
+};
+
 struct ExplicitReport {
     std::int64_t steps = 0, time_num = 0, frames = 0, elements = 0;
     double d_time = 0, stable_step = 0, time = 0;  // s
@@ -57,6 +66,7 @@ struct ExplicitReport {
     ExplicitEnergies energies;
     double drift = 0;  // largest error of the balance over the largest energy
     std::array<double, 3> momentum{}, angular_momentum{};  // kg·m/s, kg·m²/s
+    Penetration deepest_wall, deepest_contact;             // without a node: none
     bool displacements_written = false, history_written = false;
     bool vtu_written = false, vtu_failed = false;  // the files for ParaView of every frame
 };

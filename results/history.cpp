@@ -68,6 +68,9 @@ std::array<std::string, 2> vector_heading(std::string_view column) {
             if (const auto between = inner(column, vector.before, std::string(vector.after) + "_" + axis))
                 if (*vector.of ? !between->empty() : between->empty())
                     return {vector.of + *between + vector.name + " " + axis, vector.unit};
+    for (const Vector& vector : explicit_vectors)
+        if (const auto between = inner(column, vector.before, "_peak"); between && *vector.of)
+            return {vector.of + *between + vector.name + ", largest since the row before", vector.unit};
     return {std::string(column), ""};
 }
 

@@ -62,6 +62,15 @@ void fill_report(Job& job, const ExplicitState& s) {
         job.note(
             formatted("the energy is out of balance by %.1f %%: d_time is too large or the mesh too coarse",
                       100 * std::abs(out.drift)));
+    const ExplicitTables& tables = job.model.explicit_tables;
+    const auto deepest = [](const DeepestPlace& at, std::string name) {
+        return Penetration{std::move(name), at.depth, at.node + 1, at.place, at.time};
+    };
+    if (s.walls && s.walls->deepest().node >= 0)
+        out.deepest_wall = deepest(s.walls->deepest(), "wall " + tables.walls[s.walls->deepest().of].name);
+    if (s.contacts && s.contacts->deepest().node >= 0)
+        out.deepest_contact =
+            deepest(s.contacts->deepest(), "contact " + tables.contacts[s.contacts->deepest().of].name);
     out.momentum = s.momentum;
     out.angular_momentum = s.angular_momentum;
     job.report().reaction = s.reaction;

@@ -5,68 +5,56 @@
 #include <utility>
 
 #include "model/mesh_sets.h"
-#include "model/vector3.h"
 
 namespace kestralum {
 
 namespace {
 
-using Vector = Vec3;
+constexpr double held_mass = 1e30;           // kg: of a node that nothing moves
+constexpr double sticking_share = 0.5;       // of the stiffness along the normal: that across it
+constexpr double sticking_damping = 0.1;     // of the critical damping, at least
+constexpr double free_energy = 1e-4;         // of a contact's energy of approach: what may push it out
+constexpr double spent_again = 0.5;          // of what it dissipates
+constexpr std::int64_t smallest_team = 256;  // touches
 
-Vector minus(const double* a, const double* b) {
-    return {a[0] - b[0], a[1] - b[1], a[2] - b[2]};
-}
-const double* at(const double* node4, std::int32_t n) {
-    return node4 + 4 * static_cast<std::ptrdiff_t>(n);
-}
-
-// A box of positions, m.
-struct Box {
-    Vector low{1e300, 1e300, 1e300}, high{-1e300, -1e300, -1e300};
-    bool holds(const double* p) const {
-        return p[0] >= low[0] && p[0] <= high[0] && p[1] >= low[1] && p[1] <= high[1] && p[2] >= low[2] &&
-               p[2] <= high[2];
+// The touch's places such that its own one is ahead of the other by `slip`, a vector across the normal, m.
+std::array<double, 4> shares_behind(const ContactTouch& touch, const double* x, const Vec3& slip) {
+    if (touch.own == 2) {
+        const auto way = [&](std::size_t i) {
+            return minus(node_vector(x, touch.node[i + 1]), node_vector(x, touch.node[i]));
+        };
+        const Vec3 a = way(0), b = way(2), n = cross(a, b);
+        const double nn = dot(n, n), s = dot(cross(slip, b), n) / nn, t = -dot(cross(a, slip), n) / nn;
+        if (!(nn > 0)) return touch.share;
+        return {touch.share[0] - s, touch.share[1] + s, touch.share[2] - t, touch.share[3] + t};
     }
-    // With the box of a triangle.
-    bool meets(const std::array<std::int32_t, 3>& node, const double* x) const {
-        const double *a = at(x, node[0]), *b = at(x, node[1]), *d = at(x, node[2]);
-        for (std::size_t c = 0; c < 3; ++c)
-            if (!(std::max({a[c], b[c], d[c]}) >= low[c] && std::min({a[c], b[c], d[c]}) <= high[c]))
-                return false;
-        return true;
-    }
-};
-
-// Of the nodes node(0) … node(count - 1), wider by `reach`.
-template <typename Node>
-Box box_of(std::size_t count, const Node& node, const double* x, double reach) {
-    Box box;
-    for (std::size_t i = 0; i < count; ++i)
-        for (std::size_t c = 0; c < 3; ++c) {
-            const double value = at(x, node(i))[c];
-            box.low[c] = std::min(box.low[c], value - reach);
-            box.high[c] = std::max(box.high[c], value + reach);
-        }
-    return box;
+    const Vec3 p = minus(node_vector(x, touch.node[0]), slip);
+    Foot foot;
+    if (!find_foot_point({touch.node[1], touch.node[2], touch.node[3]}, x, p.data(), 1e300, foot))
+        return touch.share;
+    return {1, foot.weight[0], foot.weight[1], foot.weight[2]};
 }
-
-constexpr std::int32_t most_cells_a_side = 256;
-constexpr double facing = -0.1;     // cosine of node and triangle normals, at most
-constexpr double held_mass = 1e30;  // kg: of a node that nothing moves
-constexpr double rounding = 1e-9;   // of a triangle's edge
-constexpr double border = 0.1;      // how far beyond its triangle a closed contact holds, in weights
 
 }  // namespace
 
+Vec3 ContactTouch::difference(const double* node4) const {
+    Vec3 out{};
+    for (std::size_t i = 0; i < 4; ++i) {
+        const double* of = node_place(node4, node[i]);
+        for (std::size_t c = 0; c < 3; ++c) out[c] += i < own ? share[i] * of[c] : -share[i] * of[c];
+    }
+    return out;
+}
+
 ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part> parts, const Mesh& mesh,
                        std::vector<SurfaceTriangle> surface)
-    : triangles_(std::move(surface)) {
-    measure_edges(mesh);
+    : surface_(mesh, std::move(surface)) {
     const std::size_t node_num = mesh.node_num();
+    const auto triangles = surface_.triangles();
     std::vector<char> seen(node_num);
     std::vector<char> of_side(parts.size());
     for (const ContactPair& pair : pairs) {
-        Active active{pair, {}, 0, {}, false, false};
+        Active active{pair, {}, 0, {}, {}, false, false, false};
         const MeshSet* set = pair.set_name.empty() ? nullptr : find_set(mesh, pair.set_name);
         std::vector<char> meets(node_num, set == nullptr);
         for (std::size_t k = 0; set && k < set->nodes.size(); ++k) meets[set->nodes[k]] = 1;
@@ -75,12 +63,12 @@ ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part>
             std::fill(seen.begin(), seen.end(), 0);
             for (std::size_t k = 0; k < parts.size(); ++k)
                 of_side[k] = is_of_part(parts, k, pair.part_name[s]);
-            for (std::size_t t = 0; t < triangles_.size(); ++t) {
-                if (!of_side[triangles_[t].part]) continue;
-                if (!std::ranges::all_of(triangles_[t].node, [&](std::int32_t n) { return meets[n]; }))
+            for (std::size_t t = 0; t < triangles.size(); ++t) {
+                if (!of_side[triangles[t].part]) continue;
+                if (!std::ranges::all_of(triangles[t].node, [&](std::int32_t n) { return meets[n]; }))
                     continue;
                 side.triangles.push_back(static_cast<std::int32_t>(t));
-                for (std::int32_t n : triangles_[t].node)
+                for (std::int32_t n : triangles[t].node)
                     if (!std::exchange(seen[n], 1)) side.nodes.push_back(n);
             }
             std::sort(side.nodes.begin(), side.nodes.end());
@@ -89,26 +77,16 @@ ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part>
         active.self = pair.part_name[0] == pair.part_name[1];
         for (Side& side : active.side)
             for (std::int32_t n : side.nodes) side.reach = std::max(side.reach, reach_of(active, n));
+        take_edges(active);
         active.touches.reserve(active.side[0].nodes.size() + active.side[1].nodes.size());
         pairs_.push_back(std::move(active));
     }
-    normal_.assign(node_num, {});
-    marked_.assign(node_num, 0);
     sum_.assign(node_num, 0.0);
+    met_.assign(node_num, 0);
     most_.assign(node_num, 0.0);
-}
-
-void ContactSet::measure_edges(const Mesh& mesh) {
-    size_.assign(mesh.node_num(), 0.0);
-    const auto place = [&](std::int32_t n) {
-        return mesh.coordinates.data() + 3 * static_cast<std::ptrdiff_t>(n);
-    };
-    for (const SurfaceTriangle& triangle : triangles_) {
-        double edge = 0;
-        for (std::size_t c = 0; c < 3; ++c)
-            edge = std::max(edge, norm(minus(place(triangle.node[c]), place(triangle.node[(c + 1) % 3]))));
-        for (std::int32_t n : triangle.node) size_[n] = std::max(size_[n], edge);
-    }
+    searched_.assign(4 * node_num, 0.0);
+    peaks.resize(pairs_.size());
+    find_thickness();
 }
 
 void ContactSet::tune(double d_time, double stable_step, int sharing) {
@@ -118,283 +96,132 @@ void ContactSet::tune(double d_time, double stable_step, int sharing) {
                        std::max(1, sharing);
 }
 
-// Cells of the triangles' size over their bounding box; each triangle stands in every cell that its box,
-// widened by `reach`, meets.
-void ContactSet::fill_grid(const std::vector<std::int32_t>& triangles, const double* x, double reach) {
-    Vector low{1e300, 1e300, 1e300}, high{-1e300, -1e300, -1e300};
-    double edge = 0;
-    for (std::int32_t t : triangles) {
-        const SurfaceTriangle& triangle = triangles_[t];
-        for (std::size_t k = 0; k < 3; ++k) {
-            const double* p = at(x, triangle.node[k]);
-            edge += norm(minus(p, at(x, triangle.node[(k + 1) % 3])));
-            for (std::size_t c = 0; c < 3; ++c) {
-                low[c] = std::min(low[c], p[c] - reach);
-                high[c] = std::max(high[c], p[c] + reach);
-            }
-        }
-    }
-    grid_.cell =
-        std::max(edge / (3.0 * static_cast<double>(std::max<std::size_t>(triangles.size(), 1))), 2 * reach);
-    for (std::size_t c = 0; c < 3; ++c)
-        grid_.cell = std::max(grid_.cell, (high[c] - low[c]) / most_cells_a_side);
-    if (!(grid_.cell > 0) || !std::isfinite(grid_.cell)) grid_.cell = 1;
-    grid_.low = low;
-    std::size_t cells = 1;
-    for (std::size_t c = 0; c < 3; ++c) {
-        const double wanted =
-            (high[c] - low[c]) / grid_.cell;  // may be infinite in a run that is about to end
-        grid_.count[c] = wanted < most_cells_a_side ? std::max(static_cast<std::int32_t>(wanted), 0) + 1
-                                                    : most_cells_a_side + 1;
-        cells *= static_cast<std::size_t>(grid_.count[c]);
-    }
-    // hashed into as many buckets as there are triangles, so that memory does not follow the box
-    const std::size_t buckets = std::min(cells, 4 * triangles.size() + 1);
-    grid_.start.assign(buckets + 1, 0);
-    auto each_cell = [&](std::int32_t t, auto visit) {
-        std::array<std::int32_t, 3> from, to;
-        const SurfaceTriangle& triangle = triangles_[t];
-        for (std::size_t c = 0; c < 3; ++c) {
-            const double a = at(x, triangle.node[0])[c], b = at(x, triangle.node[1])[c],
-                         d = at(x, triangle.node[2])[c];
-            from[c] = grid_.index(c, std::min({a, b, d}) - reach);
-            to[c] = grid_.index(c, std::max({a, b, d}) + reach);
-        }
-        for (std::int32_t k = from[2]; k <= to[2]; ++k)
-            for (std::int32_t j = from[1]; j <= to[1]; ++j)
-                for (std::int32_t i = from[0]; i <= to[0]; ++i) visit(grid_.bucket(i, j, k));
-    };
-    for (std::int32_t t : triangles) each_cell(t, [&](std::size_t bucket) { ++grid_.start[bucket + 1]; });
-    for (std::size_t k = 0; k < buckets; ++k) grid_.start[k + 1] += grid_.start[k];
-    grid_.entry.resize(grid_.start.back());
-    grid_.next.assign(grid_.start.begin(), grid_.start.end() - 1);
-    for (std::int32_t t : triangles)
-        each_cell(t, [&](std::size_t bucket) { grid_.entry[grid_.next[bucket]++] = t; });
-}
-
-std::int32_t ContactSet::Grid::index(std::size_t axis, double value) const {
-    const double place = (value - low[axis]) / cell;
-    if (!(place > 0)) return 0;
-    return place < count[axis] ? static_cast<std::int32_t>(place) : count[axis] - 1;
-}
-
-std::size_t ContactSet::Grid::bucket(std::int32_t i, std::int32_t j, std::int32_t k) const {
-    const std::uint64_t cell_number =
-        static_cast<std::uint64_t>(i) +
-        static_cast<std::uint64_t>(count[0]) *
-            (static_cast<std::uint64_t>(j) +
-             static_cast<std::uint64_t>(count[1]) * static_cast<std::uint64_t>(k));
-    return static_cast<std::size_t>(cell_number % (start.size() - 1));
-}
-
-// The foot of p on the triangle's plane: barycentric weights, outward normal, signed height over the
-// plane. False when a weight is below -edge or the triangle is flat.
-bool ContactSet::foot_point(const std::array<std::int32_t, 3>& corner, const double* x, const double* p,
-                            double edge, Vector& weight, Vector& normal, double& height) const {
-    const double *a = at(x, corner[0]), *b = at(x, corner[1]), *c = at(x, corner[2]);
-    const Vector n = cross(minus(b, a), minus(c, a));
-    const double nn = dot(n, n);
-    if (!(nn > 0)) return false;
-    const Vector d = minus(p, a);
-    weight[1] = dot(cross(d, minus(c, a)), n) / nn;
-    weight[2] = dot(cross(minus(b, a), d), n) / nn;
-    weight[0] = 1 - weight[1] - weight[2];
-    if (!(weight[0] >= -edge && weight[1] >= -edge && weight[2] >= -edge)) return false;
-    const double size = std::sqrt(nn);
-    height = dot(d, n) / size;
-    for (std::size_t k = 0; k < 3; ++k) normal[k] = n[k] / size;
-    return true;
-}
-
-// Normals at the marked nodes, from the triangles around them by their angles (Thürmer and Wüthrich,
-// J. Graphics Tools 3, 1998): the division into triangles does not show.
-void ContactSet::find_normals(const double* x) {
-    const auto each_marked = [&](auto visit) {
-        for (const Active& active : pairs_)
-            for (const Side& side : active.side)
-                for (std::int32_t i : side.near) visit(static_cast<std::size_t>(side.nodes[i]));
-    };
-    each_marked([&](std::size_t n) { normal_[n] = {}; });
-    for (const SurfaceTriangle& triangle : triangles_) {
-        const auto wanted = [&](std::size_t k) { return marked_[triangle.node[k]] != 0; };
-        if (!wanted(0) && !wanted(1) && !wanted(2)) continue;
-        const Vector n = cross(minus(at(x, triangle.node[1]), at(x, triangle.node[0])),
-                               minus(at(x, triangle.node[2]), at(x, triangle.node[0])));
-        const double size = norm(n);
-        if (!(size > 0)) continue;
-        for (std::size_t k = 0; k < 3; ++k) {
-            if (!wanted(k)) continue;
-            const double* p = at(x, triangle.node[k]);
-            const Vector a = minus(at(x, triangle.node[(k + 1) % 3]), p),
-                         b = minus(at(x, triangle.node[(k + 2) % 3]), p);
-            const double angle = std::atan2(size, dot(a, b));
-            for (std::size_t c = 0; c < 3; ++c) normal_[triangle.node[k]][c] += angle * n[c] / size;
-        }
-    }
-    each_marked([&](std::size_t n) {
-        if (!std::exchange(marked_[n], 0)) return;  // near in several pairs
-        const double size = norm(normal_[n]);
-        for (double& c : normal_[n]) c = size > 0 ? c / size : 0;
-    });
-}
-
-void ContactSet::find_near(Active& active, std::size_t slave, const double* x) {
-    Side& side = active.side[slave];
-    side.near.clear();
-    const auto& other = active.side[1 - slave].nodes;
-    Box box = box_of(
-        other.size(), [&](std::size_t i) { return other[i]; }, x, side.reach);
-    const auto& within = active.pair.box;
-    for (std::size_t c = 0; c < 3; ++c)
-        if (within[2 * c] < within[2 * c + 1]) {
-            box.low[c] = std::max(box.low[c], within[2 * c]);
-            box.high[c] = std::min(box.high[c], within[2 * c + 1]);
-        }
-    for (std::size_t i = 0; i < side.nodes.size(); ++i) {
-        if (!side.memory[i].closed && !box.holds(at(x, side.nodes[i]))) continue;
-        side.near.push_back(static_cast<std::int32_t>(i));
-        marked_[side.nodes[i]] = 1;
-    }
-}
-
-// The near nodes of side `slave` against the triangles of the other side that they may meet.
-void ContactSet::touch_side(Active& active, std::size_t slave, const ContactArrays& arrays) {
-    const auto& box = active.pair.box;
-    Side& side = active.side[slave];
-    if (side.near.empty()) return;
-    const auto near = [&](std::size_t k) { return side.nodes[side.near[k]]; };
-    const Box around = box_of(side.near.size(), near, arrays.x, side.reach);
-    met_.clear();
-    for (std::int32_t t : active.side[1 - slave].triangles)
-        if (around.meets(triangles_[t].node, arrays.x)) met_.push_back(t);
-    fill_grid(met_, arrays.x, side.reach);
-    for (std::int32_t index : side.near) {
-        const std::size_t i = index;
-        const std::int32_t n = side.nodes[i];
-        const double* p = at(arrays.x, n);
-        bool inside = true;
-        for (std::size_t c = 0; c < 3; ++c)
-            inside =
-                inside && !(box[2 * c] < box[2 * c + 1] && !(p[c] >= box[2 * c] && p[c] <= box[2 * c + 1]));
-        Touch best{n, {}, {}, {}, {}, 0, slave == 0, index};
-        Memory& memory = side.memory[i];
-        if (inside) find_foot(active, best, arrays);
-        if (inside && memory.closed && !(best.depth > 0)) {
-            // at a border or behind a hollow edge: held a little beyond, so that it does not come and go
-            Vector weight, normal;
-            double height;
-            if (foot_point(memory.corner, arrays.x, p, border, weight, normal, height) &&
-                active.pair.gap - height > 0 && active.pair.gap - height < reach_of(active, n)) {
-                best.corner = memory.corner;
-                best.weight = weight;
-                best.normal = normal;
-                best.depth = active.pair.gap - height;
-            }
-        }
-        if (best.depth > 0) {
-            remember(active, best, memory, arrays);
-            active.touches.push_back(best);
-        } else if (memory.closed) {
-            memory = {};
-        }
-    }
-}
-
-void ContactSet::find_foot(const Active& active, Touch& best, const ContactArrays& arrays) const {
-    // nodes do not pass through more than half an element a step
-    const std::int32_t n = best.node;
-    const double* p = at(arrays.x, n);
-    double least = reach_of(active, n);
-    const std::size_t bucket = grid_.bucket(grid_.index(0, p[0]), grid_.index(1, p[1]), grid_.index(2, p[2]));
-    for (std::int32_t k = grid_.start[bucket]; k < grid_.start[bucket + 1]; ++k) {
-        const SurfaceTriangle& triangle = triangles_[grid_.entry[k]];
-        if (triangle.node[0] == n || triangle.node[1] == n || triangle.node[2] == n) continue;
-        Vector weight, normal;
-        double height;
-        if (!foot_point(triangle.node, arrays.x, p, rounding, weight, normal, height)) continue;
-        const double depth = active.pair.gap - height;
-        if (!(depth > 0 && depth < least)) continue;
-        // a node meets only surfaces that it faces: not the flanks of what it enters, nor its back
-        if (!(dot(normal, normal_[n]) < facing)) continue;
-        least = depth;
-        best.corner = triangle.node;
-        best.weight = weight;
-        best.normal = normal;
-        best.depth = depth;
-    }
-}
-
 // The spring is pressed by what the surfaces moved towards each other in the step, whichever triangles they
 // show; never by more than the depth. What lies behind a surface when the pair begins is pushed out.
-void ContactSet::remember(const Active& active, const Touch& touch, Memory& memory,
+void ContactSet::remember(const Active& active, const ContactTouch& touch, ContactMemory& memory,
                           const ContactArrays& arrays) const {
     double closing = touch.depth;
-    if (memory.closed && memory.corner == touch.corner) {
+    if (memory.closed && memory.node == touch.node) {
         closing = touch.depth - memory.depth;
     } else if (active.begun) {
+        const Vec3 away = touch.difference(arrays.v);
         closing = 0;
-        for (std::size_t c = 0; c < 3; ++c) {
-            double away = at(arrays.v, touch.node)[c];
-            for (std::size_t i = 0; i < 3; ++i) away -= touch.weight[i] * at(arrays.v, touch.corner[i])[c];
-            closing -= step_ * away * touch.normal[c];
-        }
+        for (std::size_t c = 0; c < 3; ++c) closing -= step_ * away[c] * touch.normal[c];
     }
-    memory.pressed = std::max(0.0, std::min(memory.pressed + closing, touch.depth));
+    const double wanted = memory.pressed + closing;
+    memory.pressed = std::max(0.0, std::min(wanted, touch.depth));
+    // what the spring loses because less of it is behind the surface than was pressed in
+    if (wanted > touch.depth)
+        memory.account +=
+            spent_again * 0.5 * memory.stiffness * (wanted * wanted - touch.depth * touch.depth);
     memory.depth = touch.depth;
-    memory.corner = touch.corner;
-    memory.closed = true;
+    memory.node = touch.node;
+    memory.triangle = touch.triangle;
+    memory.normal = touch.normal;
 }
 
-ContactSet::Memory& ContactSet::memory_of(Active& active, const Touch& touch) const {
-    return active.side[touch.first ? 0 : 1].memory[touch.memory];
-}
-
-double ContactSet::reach_of(const Active& active, std::int32_t n) const {
-    return active.pair.gap + (active.self ? 0.25 : 0.5) * size_[n];
-}
-
-void ContactSet::press(Active& active, const ContactArrays& arrays) {
-    // what a node can lend to each of the contacts that it takes part in; nothing moves a held node
-    auto lends = [&](std::int32_t n) {
-        const std::size_t k = n;
-        return arrays.b[4 * k] > 0 ? arrays.mass[4 * k] / std::max(1.0, most_[k]) : held_mass;
-    };
-    for (Touch& touch : active.touches) {
-        double opposite = 0;
-        Vector relative{};
-        for (std::size_t c = 0; c < 3; ++c) relative[c] = at(arrays.v, touch.node)[c];
-        for (std::size_t i = 0; i < 3; ++i) {
-            opposite += std::abs(touch.weight[i]) * lends(touch.corner[i]);
-            for (std::size_t c = 0; c < 3; ++c)
-                relative[c] -= touch.weight[i] * at(arrays.v, touch.corner[i])[c];
+// What a touch is to move, kg: of either side by its nodes, each by what it may lend to one contact. A node
+// that is held in some directions is as heavy along another one as 1/(n·M⁻¹·n) with M⁻¹ = 0 in those
+// directions. Without a direction: the lightest that the touch is in any. 0: nothing is free.
+double ContactSet::mass_of(const ContactTouch& touch, const Vec3* direction,
+                           const ContactArrays& arrays) const {
+    std::array<double, 2> side{};
+    for (std::size_t s = 0; s < 2; ++s) {
+        double sum = 0, moving = 0;
+        bool held = false;
+        for (std::size_t i = s == 0 ? 0 : touch.own; i < (s == 0 ? touch.own : 4); ++i) {
+            const std::size_t at = 4 * std::size_t(touch.node[i]);
+            double open = 0;  // n·(1 where free)·n
+            bool whole = true;
+            for (std::size_t c = 0; c < 3; ++c) {
+                const bool is_free = arrays.b[at + c] > 0;
+                whole = whole && is_free;
+                if (is_free) open += direction ? (*direction)[c] * (*direction)[c] : 1.0;
+            }
+            if (whole || (!direction && open > 0)) open = 1;
+            if (!(open > 1e-12)) {
+                held = true;
+                continue;
+            }
+            const double share = std::abs(touch.share[i]);
+            sum += share * (arrays.mass[at] / std::max(1.0, most_[touch.node[i]]) / open);
+            moving += share;
         }
-        const double own = lends(touch.node);
-        touch.force = {};
-        if (own >= held_mass && opposite >= 0.99 * held_mass) continue;
-        const double m = own * opposite / (own + opposite);
-        Memory& memory = memory_of(active, touch);
-        const double allowed = active.share * m / (d_time_ * d_time_);
-        const double k = memory.stiffness > 0 ? std::min(memory.stiffness, allowed) : allowed;
-        memory.stiffness = k;
-        const double away = dot(relative, touch.normal);
-        const double normal_force =
-            std::max(0.0, k * memory.pressed - 2 * active.pair.damping * std::sqrt(k * m) * away);
-        for (std::size_t c = 0; c < 3; ++c) {
-            touch.force[c] = normal_force * touch.normal[c];
-            relative[c] -= away * touch.normal[c];
-        }
-        const double slip = norm(relative);
-        if (slip > 0 && active.pair.friction > 0) {
-            // half of what would stop the slip in one step keeps the lagging velocity from overshooting
-            const double friction = std::min(active.pair.friction * normal_force, 0.5 * m * slip / d_time_);
-            for (std::size_t c = 0; c < 3; ++c) touch.force[c] -= friction * relative[c] / slip;
-        }
-        for (std::size_t c = 0; c < 3; ++c) {
-            arrays.F[4 * touch.node + c] += touch.force[c];
-            for (std::size_t i = 0; i < 3; ++i)
-                arrays.F[4 * touch.corner[i] + c] -= touch.weight[i] * touch.force[c];
-        }
+        side[s] = moving > 0 ? (held ? sum / (moving * moving) : sum) : held_mass;
     }
+    if (side[0] >= held_mass && side[1] >= held_mass) return 0;
+    return side[0] * side[1] / (side[0] + side[1]);
+}
+
+// An offset between spring and depth is taken away as far as its work is paid for.
+void ContactSet::relax(ContactMemory& memory) const {
+    const double offset = memory.depth - memory.pressed;
+    if (!(offset > 0 && memory.account > 0)) return;
+    const double k = memory.stiffness, p = memory.pressed;
+    const double step = std::min(offset, std::sqrt(p * p + 2 * memory.account / k) - p);
+    memory.account -= 0.5 * k * step * (2 * p + step);
+    memory.pressed += step;
+}
+
+// Friction, N: a spring across the normal between the places where the surfaces stick, which gives way at the
+// limit (Coulomb). `along`: the velocity across the normal.
+Vec3 ContactSet::rub(const Active& active, const ContactTouch& touch, double limit, const Vec3& along,
+                     ContactMemory& memory, const ContactArrays& arrays) const {
+    const double m = mass_of(touch, nullptr, arrays);
+    const double k = sticking_share * std::min(memory.stiffness, active.share * m / (d_time_ * d_time_));
+    if (!(k > 0)) return {};
+    const Vec3& n = touch.normal;
+    ContactTouch stuck = touch;
+    if (memory.stuck_node[0] >= 0) {
+        stuck.node = memory.stuck_node;
+        stuck.share = memory.stuck_share;
+    } else {
+        memory.stuck_node = touch.node;
+        memory.stuck_share = touch.share;
+    }
+    const Vec3 apart = stuck.difference(arrays.x);
+    const Vec3 slip = minus(apart, times(dot(apart, n), n));
+    const double c = 2 * std::max(sticking_damping, active.pair.damping) * std::sqrt(k * m);
+    Vec3 force = times(-1, plus(times(k, slip), times(c, along)));
+    const double size = norm(force);
+    if (!(size > limit)) return force;
+    force = times(limit / size, force);
+    // the places move after until the spring pulls no more than the limit; what the damper took is gone
+    if (const double pull = k * norm(slip); pull > limit) {
+        const Vec3 kept = times(limit / pull, slip);
+        memory.account += spent_again * limit * (norm(slip) - norm(kept));
+        memory.stuck_node = touch.node;
+        memory.stuck_share = shares_behind(touch, arrays.x, kept);
+    }
+    return force;
+}
+
+void ContactSet::press(const Active& active, ContactTouch& touch, ContactMemory& memory,
+                       const ContactArrays& arrays) const {
+    touch.force = {};
+    const double m = mass_of(touch, &touch.normal, arrays);
+    const bool closes = !std::exchange(memory.closed, true);
+    if (!(m > 0)) return;
+    const Vec3 relative = touch.difference(arrays.v);
+    const double allowed = active.share * m / (d_time_ * d_time_);
+    const double k = memory.stiffness > 0 ? std::min(memory.stiffness, allowed) : allowed;
+    memory.stiffness = k;
+    if (closes) memory.account += free_energy * 0.5 * m * dot(relative, relative);
+    relax(memory);
+    const double away = dot(relative, touch.normal);
+    const double c = 2 * active.pair.damping * std::sqrt(k * m);
+    double pressed = memory.pressed;
+    // Few edges carry what many nodes do: in the steps in which one comes or goes the work of the sampled
+    // force differs from the spring's energy by up to k h²/8, h the way of a step. The mean over the part of
+    // h that is behind.
+    if (const double h = step_ * std::abs(away); touch.own == 2 && pressed < h)
+        pressed *= (pressed + h) / (2 * h);
+    const double normal_force = std::max(0.0, k * pressed - c * away);
+    if (normal_force > 0) memory.account += spent_again * step_ * c * away * away;
+    touch.force = times(normal_force, touch.normal);
+    if (active.pair.friction > 0)
+        touch.force = plus(touch.force, rub(active, touch, active.pair.friction * normal_force,
+                                            minus(relative, times(away, touch.normal)), memory, arrays));
 }
 
 // A node's springs share what the step allows it. With g = (1, -N1, -N2, -N3) the row sums of Σ k g gᵀ
@@ -402,59 +229,99 @@ void ContactSet::press(Active& active, const ContactArrays& arrays) {
 // spring that stiffened while it is pressed would make energy out of nothing.
 void ContactSet::share_nodes() {
     for (const Active& active : pairs_)
-        for (const Touch& touch : active.touches) {
-            sum_[touch.node] += 1;
-            for (std::size_t i = 0; i < 3; ++i) sum_[touch.corner[i]] += std::abs(touch.weight[i]);
-        }
+        for (const ContactTouch& touch : active.touches)
+            for (std::size_t i = 0; i < 4; ++i) sum_[touch.node[i]] += std::abs(touch.share[i]);
     for (const Active& active : pairs_)
-        for (const Touch& touch : active.touches)
-            for (std::int32_t n : {touch.node, touch.corner[0], touch.corner[1], touch.corner[2]}) {
-                const std::size_t k = n;
-                most_[k] = std::max(most_[k], sum_[k]);
-                sum_[k] = 0;
+        for (const ContactTouch& touch : active.touches)
+            for (const std::int32_t n : touch.node) {
+                most_[n] = std::max(most_[n], sum_[n]);
+                sum_[n] = 0;
             }
 }
 
-void ContactSet::push(const ContactArrays& arrays, double time) {
-    const auto acts = [&](const Active& active) {
-        return time >= active.pair.start_time && !active.side[0].triangles.empty() &&
-               !active.side[1].triangles.empty();
-    };
+// Every thread adds the forces of its own nodes, in the order of the touches.
+void ContactSet::gather(const ContactArrays& arrays, int threads) const {
+    const auto nodes = static_cast<std::int64_t>(most_.size());
+    const std::int64_t touches = touching();
+    const int team = touches < smallest_team ? 1 : std::max(1, threads);
+#pragma omp parallel for schedule(static) num_threads(team) if (team > 1)
+    for (int part = 0; part < team; ++part) {
+        const std::int64_t low = nodes * part / team, high = nodes * (part + 1) / team;
+        for (const Active& active : pairs_)
+            for (const ContactTouch& touch : active.touches)
+                for (std::size_t i = 0; i < 4; ++i) {
+                    const std::int32_t n = touch.node[i];
+                    if (n < low || n >= high) continue;
+                    for (std::size_t c = 0; c < 3; ++c) {
+                        const double f = touch.share[i] * touch.force[c];
+                        arrays.F[4 * std::size_t(n) + c] += i < touch.own ? f : -f;
+                    }
+                }
+    }
+}
+
+void ContactSet::note_deepest(const ContactArrays& arrays, double time) {
+    for (std::size_t k = 0; k < pairs_.size(); ++k)
+        for (const ContactTouch& touch : pairs_[k].touches)
+            if (touch.depth > deepest_.depth)
+                deepest_ = {k, touch.depth, touch.node[0], node_vector(arrays.x, touch.node[0]), time};
+}
+
+void ContactSet::push(const ContactArrays& arrays, double time, int threads) {
+    bool anew = has_moved(arrays.x, threads);
     for (Active& active : pairs_) {
         active.touches.clear();
-        for (std::size_t slave = 0; acts(active) && slave < (active.self ? 1u : 2u); ++slave)
-            find_near(active, slave, arrays.x);
+        const bool acts = time >= active.pair.start_time && !active.side[0].triangles.empty() &&
+                          !active.side[1].triangles.empty();
+        anew = anew || acts != active.acting;
+        active.acting = acts;
     }
-    find_normals(arrays.x);
+    if (anew) search(arrays.x, threads);
     for (Active& active : pairs_) {
-        if (!acts(active)) continue;
-        for (std::size_t slave = 0; slave < (active.self ? 1u : 2u); ++slave)
-            touch_side(active, slave, arrays);
+        if (!active.acting) continue;
+        for (std::size_t slave = 0; slave < active.slaves(); ++slave) {
+            Side& side = active.side[slave];
+            const auto near = static_cast<std::int64_t>(side.near.size());
+            const bool team = threads > 1 && near >= smallest_team;
+#pragma omp parallel for schedule(dynamic, 64) num_threads(threads) if (team)
+            for (std::int64_t k = 0; k < near; ++k)
+                meet(active, side, static_cast<std::size_t>(k), slave, arrays);
+            for (const ContactTouch& touch : side.found)
+                if (touch.depth > 0) active.touches.push_back(touch);
+        }
+        meet_edges(active, arrays, threads);
         active.begun = true;
     }
     share_nodes();
-    for (Active& active : pairs_) press(active, arrays);
+    for (Active& active : pairs_) {
+        const auto touches = static_cast<std::int64_t>(active.touches.size());
+        const bool team = threads > 1 && touches >= smallest_team;
+#pragma omp parallel for schedule(static) num_threads(threads) if (team)
+        for (std::int64_t k = 0; k < touches; ++k) {
+            ContactTouch& touch = active.touches[static_cast<std::size_t>(k)];
+            press(active, touch, active.memory_of(touch), arrays);
+        }
+    }
+    gather(arrays, threads);
+    note_deepest(arrays, time);
 }
 
 std::array<double, 2> ContactSet::power(const double* v, const double* v_new) const {
     std::array<double, 2> sum{};
     for (const Active& active : pairs_)
-        for (const Touch& touch : active.touches)
+        for (const ContactTouch& touch : active.touches) {
+            const Vec3 before = touch.difference(v), after = touch.difference(v_new);
             for (std::size_t c = 0; c < 3; ++c) {
-                double before = at(v, touch.node)[c], after = at(v_new, touch.node)[c];
-                for (std::size_t i = 0; i < 3; ++i) {
-                    before -= touch.weight[i] * at(v, touch.corner[i])[c];
-                    after -= touch.weight[i] * at(v_new, touch.corner[i])[c];
-                }
-                sum[0] += touch.force[c] * before;
-                sum[1] += touch.force[c] * after;
+                sum[0] += touch.force[c] * before[c];
+                sum[1] += touch.force[c] * after[c];
             }
+        }
     return sum;
 }
 
 std::array<double, 3> ContactSet::force(std::size_t pair) const {
     std::array<double, 3> sum{};
-    for (const Touch& touch : pairs_[pair].touches)
+    for (const ContactTouch& touch : pairs_[pair].touches)
         for (std::size_t c = 0; c < 3; ++c) sum[c] += touch.first ? touch.force[c] : -touch.force[c];
     return sum;
 }

@@ -39,6 +39,11 @@ std::vector<std::int32_t> nodes_of(const VelocityRecord& record, const Job& job,
 void add_members(std::span<const std::int32_t> nodes, const VelocityRecord& record, const ExplicitState& s,
                  std::vector<DrivenMembers>& out) {
     if (!s.bodies) return;
+    // a later record takes over what an earlier one says of a node
+    for (DrivenMembers& earlier : out)
+        if (earlier.axis == record.axis)
+            std::erase_if(earlier.nodes,
+                          [&](std::int32_t n) { return std::ranges::binary_search(nodes, n); });
     const std::size_t first = out.size();
     for (std::int32_t n : nodes) {
         const std::int32_t body = s.bodies->system().body_of_node[n];
@@ -182,8 +187,11 @@ void set_contacts(Job& job, ExplicitState& s) {
     if (!tables.walls.empty()) {
         if (s.contact_nodes.empty())
             s.contact_nodes = surface_nodes(surface_triangles(job.mesh()), job.mesh().node_num());
-        s.walls.emplace(tables.walls, job.model.parameters, job.mesh(), s.contact_nodes, s.d_time,
-                        s.stable_step, sharing);
+        std::vector<char> members(s.bodies ? job.mesh().node_num() : 0, 0);
+        for (std::size_t n = 0; n < members.size(); ++n)
+            members[n] = s.bodies->is_member(static_cast<std::int32_t>(n));
+        s.walls.emplace(tables.walls, job.model.parameters, job.mesh(), s.contact_nodes, std::move(members),
+                        s.d_time, s.stable_step, sharing);
         const double ratio = s.walls->stiff_spring(s.contact_mass.empty() ? s.mass : s.contact_mass);
         double zeta = 0;
         for (const RigidWall& wall : tables.walls) zeta = std::max(zeta, wall.damping);

@@ -108,6 +108,9 @@ void add_row(ExplicitState& s) {
         add({(s.v_new[at] - s.v[at]) / s.mean, (s.v_new[at + 1] - s.v[at + 1]) / s.mean,
              (s.v_new[at + 2] - s.v[at + 2]) / s.mean});
     }
+    for (std::size_t k = 0; s.walls && k < s.walls->size(); ++k) row.push_back(s.walls->peaks.take(k));
+    for (std::size_t k = 0; s.contacts && k < s.contacts->size(); ++k)
+        row.push_back(s.contacts->peaks.take(k));
 }
 
 }  // namespace
@@ -145,6 +148,12 @@ void begin_history(const Job& job, ExplicitState& s) {
         const std::string name = "node" + std::to_string(n + 1);
         for (const char* what : {"_u", "_v", "_a"}) add_vector(columns, name + what);
     }
+    if (s.walls)
+        for (const RigidWall& wall : job.model.explicit_tables.walls)
+            columns.push_back("wall_" + heading(wall.name) + "_peak");
+    if (s.contacts)
+        for (const ContactPair& pair : job.model.explicit_tables.contacts)
+            columns.push_back("contact_" + heading(pair.name) + "_peak");
     s.history.values.clear();
 }
 

@@ -57,7 +57,14 @@ void extract_surface(Job& job, ExplicitState& s) {
     job.progress.print("Ntri_s=%zu\n", surface.size());
     s.contacts.emplace(pairs, job.model.parts, job.mesh(), std::move(surface));
     for (std::size_t k = 0; k < pairs.size(); ++k) {
-        if (!s.contacts->can_act(k))
+        const auto missing = std::ranges::find_if(pairs[k].part_name, [&](const std::string& name) {
+            for (std::size_t p = 0; p < job.model.parts.size(); ++p)
+                if (is_of_part(job.model.parts, p, name)) return false;
+            return true;
+        });
+        if (missing != pairs[k].part_name.end())
+            remark(job, "contact " + pairs[k].name + ": this model has no part " + *missing);
+        else if (!s.contacts->can_act(k))
             remark(job, "contact " + pairs[k].name + ": a part of it has no surface in this model");
         if (const std::int32_t common = s.contacts->common_nodes(k); common > 0)
             remark(job, formatted("contact %s: parts %s and %s have %d nodes in common, merged "
@@ -66,6 +73,7 @@ void extract_surface(Job& job, ExplicitState& s) {
                                   pairs[k].part_name[1].c_str(), common));
     }
     if (!pairs.empty()) return;
+    remark(job, "Element_contact is on, but ELEMENT_CONTACT names no pair: nothing meets");
     s.contacts.reset();
     s.contact_nodes.clear();
 }

@@ -193,7 +193,7 @@ bool find_forces(ExplicitState& s) {
     if (s.bodies && !s.bodies->set_time(time)) s.trouble = "a factor of a rigid force is not a finite number";
     for (std::int32_t n : s.contact_nodes)
         std::fill_n(s.F_contact.begin() + 4 * static_cast<std::ptrdiff_t>(n), 3, 0.0);
-    if (s.contacts) s.contacts->push(contact_arrays(s), time);
+    if (s.contacts) s.contacts->push(contact_arrays(s), time, s.team);
     if (s.walls && !s.walls->push(contact_arrays(s), time))
         s.trouble = "the motion of a wall has no finite value";
     if (s.supports) s.supports->gather(node_arrays(s));
@@ -228,6 +228,9 @@ void find_velocities(const Job& job, ExplicitState& s) {
         book(s.wall_work, s.walls->power(s.v.data(), s.v_new.data()));
     }
     if (s.contacts) book(s.contact_work, s.contacts->power(s.v.data(), s.v_new.data()));
+    for (std::size_t k = 0; s.walls && k < s.walls->size(); ++k) s.walls->peaks.note(k, s.walls->force(k));
+    for (std::size_t k = 0; s.contacts && k < s.contacts->size(); ++k)
+        s.contacts->peaks.note(k, s.contacts->force(k));
     s.velocities_known = true;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <utility>
 
 #include "model/mesh_sets.h"
 
@@ -15,22 +16,41 @@ double penalty_share(double d_time, double stable_step, double damping) {
     return std::min(0.5, root * root);
 }
 
+namespace {
+
+constexpr double sticking_share = 0.5;    // of the stiffness along the normal: that across it
+constexpr double sticking_damping = 0.1;  // of the critical damping, at least
+
+}  // namespace
+
+void ForcePeaks::note(std::size_t k, const std::array<double, 3>& force) {
+    largest_[k] = std::max(largest_[k], std::hypot(force[0], force[1], force[2]));
+}
+
+double ForcePeaks::take(std::size_t k) {
+    return std::exchange(largest_[k], 0.0);
+}
+
 WallSet::WallSet(std::span<const RigidWall> walls, std::span<const Parameter> parameters, const Mesh& mesh,
-                 std::vector<std::int32_t> nodes, double d_time, double stable_step, int sharing)
+                 std::vector<std::int32_t> nodes, std::vector<char> members, double d_time,
+                 double stable_step, int sharing)
     : parameters_(parameters.begin(), parameters.end()),
       nodes_(std::move(nodes)),
+      members_(std::move(members)),
       d_time_(d_time),
       step_(d_time) {
     for (const RigidWall& wall : walls) {
         Placed placed{
             wall, {}, {}, {}, penalty_share(d_time, stable_step, wall.damping) / std::max(1, sharing),
-            {},   {}};
+            {},   {}, {}};
         if (const MeshSet* set = wall.set_name.empty() ? nullptr : find_set(mesh, wall.set_name))
             std::ranges::set_intersection(nodes_, set->nodes, std::back_inserter(placed.own_nodes));
         for (std::size_t c = 0; c < 3; ++c) placed.centre[c] = 0.5 * (wall.box[2 * c] + wall.box[2 * c + 1]);
         placed.touches.reserve(nodes_.size());
+        if (wall.friction > 0 && !members_.empty()) placed.sticking.resize(nodes_of(placed).size());
         walls_.push_back(std::move(placed));
     }
+    peaks.resize(walls_.size());
 }
 
 // Where x (relative to the displaced wall's frame) lies: the outward normal and the depth behind the
@@ -72,12 +92,18 @@ bool WallSet::push(const ContactArrays& arrays, double time) {
             if (!std::isfinite(placed.now[c]) || !std::isfinite(placed.next[c])) return false;
         }
         placed.touches.clear();
-        for (std::int32_t n : placed.wall.set_name.empty() ? nodes_ : placed.own_nodes) {
+        const std::vector<std::int32_t>& nodes = nodes_of(placed);
+        for (std::size_t i = 0; i < nodes.size(); ++i) {
+            const std::int32_t n = nodes[i];
             const std::size_t at = 4 * n;
             std::array<double, 3> normal;
             double depth;
-            if (!reach(placed, arrays.x + at, normal, depth) || !(depth > 0)) continue;
-            if (arrays.b[at] == 0 && arrays.b[at + 1] == 0 && arrays.b[at + 2] == 0) continue;
+            const bool behind = reach(placed, arrays.x + at, normal, depth) && depth > 0 &&
+                                (arrays.b[at] != 0 || arrays.b[at + 1] != 0 || arrays.b[at + 2] != 0);
+            if (!behind) {
+                if (!placed.sticking.empty()) placed.sticking[i].closed = false;
+                continue;
+            }
             const double m = arrays.mass[at];
             const double k =
                 placed.wall.stiffness > 0 ? placed.wall.stiffness : placed.share * m / (d_time_ * d_time_);
@@ -86,17 +112,61 @@ bool WallSet::push(const ContactArrays& arrays, double time) {
                 away += normal[c] * (arrays.v[at + c] - (placed.next[c] - placed.now[c]) / step_);
             const double press = std::max(0.0, k * depth - 2 * placed.wall.damping * std::sqrt(k * m) * away);
             Touch touch{n, normal, {}, press};
-            for (std::size_t c = 0; c < 3; ++c) arrays.F[at + c] += touch.force[c] = press * normal[c];
+            for (std::size_t c = 0; c < 3; ++c) touch.force[c] = press * normal[c];
+            if (!placed.sticking.empty() && members_[n]) stick(placed, placed.sticking[i], touch, k, arrays);
+            for (std::size_t c = 0; c < 3; ++c) arrays.F[at + c] += touch.force[c];
             placed.touches.push_back(touch);
+            if (depth > deepest_.depth)
+                deepest_ = {static_cast<std::size_t>(&placed - walls_.data()),
+                            depth,
+                            n,
+                            {arrays.x[at], arrays.x[at + 1], arrays.x[at + 2]},
+                            time};
         }
     }
     return true;
+}
+
+// A member's motion is that of its body, which its own force hardly changes: a spring holds it where it came
+// down, and gives way at the limit (Coulomb).
+void WallSet::stick(Placed& placed, Sticking& sticking, Touch& touch, double k,
+                    const ContactArrays& arrays) const {
+    const std::size_t at = 4 * touch.node;
+    std::array<double, 3> slip{}, speed{};
+    double off = 0, away = 0;
+    for (std::size_t c = 0; c < 3; ++c) {
+        const double place = arrays.x[at + c] - placed.now[c];
+        if (!sticking.closed) sticking.place[c] = place;
+        slip[c] = place - sticking.place[c];
+        speed[c] = arrays.v[at + c] - (placed.next[c] - placed.now[c]) / step_;
+        off += slip[c] * touch.normal[c];
+        away += speed[c] * touch.normal[c];
+    }
+    sticking.closed = true;
+    const double stiffness = sticking_share * k, limit = placed.wall.friction * touch.press;
+    const double damping =
+        2 * std::max(sticking_damping, placed.wall.damping) * std::sqrt(stiffness * arrays.mass[at]);
+    double pull = 0, size = 0;
+    std::array<double, 3> force{};
+    for (std::size_t c = 0; c < 3; ++c) {
+        slip[c] -= off * touch.normal[c];
+        force[c] = -stiffness * slip[c] - damping * (speed[c] - away * touch.normal[c]);
+        pull += slip[c] * slip[c];
+        size += force[c] * force[c];
+    }
+    pull = stiffness * std::sqrt(pull);
+    size = std::sqrt(size);
+    for (std::size_t c = 0; c < 3; ++c) {
+        touch.force[c] += size > limit ? force[c] * limit / size : force[c];
+        if (pull > limit) sticking.place[c] += (1 - limit / pull) * slip[c];
+    }
 }
 
 void WallSet::rub(const ContactArrays& arrays, double* v_new) {
     for (Placed& placed : walls_) {
         if (!(placed.wall.friction > 0)) continue;
         for (Touch& touch : placed.touches) {
+            if (!placed.sticking.empty() && members_[touch.node]) continue;
             const std::size_t at = 4 * touch.node;
             std::array<double, 3> slip{};
             double along = 0, speed = 0, gain = 0;

@@ -32,10 +32,10 @@ TEST(History, NamesColumnsWithTheirUnitsAndGrowsWithTheRun) {
                            "damping",    "wall",          "contact",       "external",
                            "support",    "drift",         "momentum_x",    "angular_momentum_y",
                            "reaction_z", "wall_node_7_x", "contact_A_u_y", "support_momentum_z",
-                           "node12_u_x", "node12_v_y",    "node12_a_z"};
+                           "node12_u_x", "node12_v_y",    "node12_a_z",    "wall_W_peak"};
     add_frame(run, 0);
     add_frame(run, 0.25);
-    for (int k = 0; k < 19; ++k) run.history.values.push_back(k == 0 ? 0 : std::pow(2, k));
+    for (int k = 0; k < 20; ++k) run.history.values.push_back(k == 0 ? 0 : std::pow(2, k));
     const std::vector<std::int32_t> nodes{8, 9};  // the second is not there
     History history = make_history(run, nodes);
     EXPECT_EQ(with_unit(history.axis, history.axis_unit), "Time [s]");
@@ -52,7 +52,8 @@ TEST(History, NamesColumnsWithTheirUnitsAndGrowsWithTheRun) {
                                                  {"Support momentum force z [N]", 32768},
                                                  {"Probe node 12 displacement x [m]", 65536},
                                                  {"Probe node 12 velocity y [m/s]", 131072},
-                                                 {"Probe node 12 acceleration z [m/s^2]", 262144}};
+                                                 {"Probe node 12 acceleration z [m/s^2]", 262144},
+                                                 {"Wall W force, largest since the row before [N]", 524288}};
     std::size_t found = 0;
     for (const HistoryColumn& column : history.columns) {
         const auto known = expected.find(with_unit(column.name, column.unit));
@@ -63,14 +64,14 @@ TEST(History, NamesColumnsWithTheirUnitsAndGrowsWithTheRun) {
         EXPECT_TRUE(std::isnan(column.values[1])) << "no row has come yet";
     }
     EXPECT_EQ(found, expected.size());
-    ASSERT_EQ(history.columns.size(), 19u + 5);
-    EXPECT_EQ(history.columns[22].name, "Node 8 displacement, size");
-    EXPECT_NEAR(history.columns[22].values[1], 0.25 * std::hypot(21, 22, 23), 1e-12);
-    EXPECT_EQ(history.columns[23].values[1], 1e6 * (4 * 24 + 21));
+    ASSERT_EQ(history.columns.size(), 20u + 5);
+    EXPECT_EQ(history.columns[23].name, "Node 8 displacement, size");
+    EXPECT_NEAR(history.columns[23].values[1], 0.25 * std::hypot(21, 22, 23), 1e-12);
+    EXPECT_EQ(history.columns[24].values[1], 1e6 * (4 * 24 + 21));
     add_frame(run, 0.5);
     extend(history, run);
     EXPECT_EQ(history.x, (std::vector<double>{0, 0.25, 0.5}));
-    const std::vector<std::size_t> two{1, 22};
+    const std::vector<std::size_t> two{1, 23};
     EXPECT_EQ(csv_text(history, two).substr(0, 75),
               "Time [s],Kinetic energy [J],\"Node 8 displacement, size [m]\"\n0,2,0\n0.25,,9.5");
     add_frame(run, 0.4);
