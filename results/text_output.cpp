@@ -64,6 +64,61 @@ bool seven_digits(double value, std::uint64_t& digits, int& decimal) {
     return true;
 }
 
+// 10^power = mantissa · 2^exponent but for less than a unit of the 64 bits' last place.
+struct PowerOfTen {
+    std::uint64_t mantissa;
+    int exponent;
+};
+constexpr int least_power = -303, most_power = 330;  // 6 less the exponents of normal numbers
+
+// By tens up and down from 1, in 128 bits: each step is off by less than 2^-122.
+constexpr auto powers_of_ten = [] {
+    __extension__ using Wide = unsigned __int128;
+    std::array<PowerOfTen, most_power - least_power + 1> out{};
+    for (const bool up : {true, false}) {
+        Wide mantissa = Wide{1} << 127;
+        int exponent = -127;
+        for (int power = 0; up ? power <= most_power : power >= least_power; power += up ? 1 : -1) {
+            out[power - least_power] = {static_cast<std::uint64_t>(mantissa >> 64), exponent + 64};
+            if (up) {
+                mantissa = (mantissa >> 4) * 10;
+                exponent += 4;
+            } else {
+                mantissa /= 10;
+            }
+            for (; !(mantissa >> 127); --exponent) mantissa <<= 1;
+        }
+    }
+    return out;
+}();
+
+// The same as seven_digits() for every normal value whose digits 64 bits of the power of ten settle: all but
+// those within 2^-38 of a tie or of a whole number.
+bool seven_digits_of_any(double value, std::uint64_t& digits, int& decimal) {
+    __extension__ using Wide = unsigned __int128;
+    const auto bits = std::bit_cast<std::uint64_t>(value);
+    const int biased = static_cast<int>(bits >> 52), binary = biased - 1023;
+    if (biased == 0 || biased == 2047) return false;
+    const std::uint64_t mantissa = (bits & ((std::uint64_t{1} << 52) - 1)) | (std::uint64_t{1} << 52);
+    decimal = static_cast<int>((std::int64_t{binary} * 78913) >> 18);
+    for (int tries = 0; tries < 2; ++tries, ++decimal) {
+        const PowerOfTen& ten = powers_of_ten[6 - decimal - least_power];
+        const Wide product = Wide{mantissa} * ten.mantissa;
+        const int shift = -(binary - 52 + ten.exponent);
+        const Wide one = Wide{1} << shift, rest = product & (one - 1), half = one >> 1,
+                   error = Wide{mantissa} << 1;
+        digits = static_cast<std::uint64_t>(product >> shift);
+        if (rest < error || rest + error > one || (rest + error > half && rest < half + error)) return false;
+        if (digits >= 10000000) continue;
+        if (rest > half && ++digits == 10000000) {
+            digits = 1000000;
+            ++decimal;
+        }
+        return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 void append_e(std::string& text, double value) {
@@ -73,15 +128,18 @@ void append_e(std::string& text, double value) {
     }
     std::uint64_t seven;
     int exponent;
-    if (seven_digits(std::abs(value), seven, exponent)) {
-        char out[] = "-0.000000e+00";
+    const double size = std::abs(value);
+    if (seven_digits(size, seven, exponent) || seven_digits_of_any(size, seven, exponent)) {
+        char out[] = "-0.000000e+000";
         for (char* at = out + 8; at > out + 2; seven /= 10) *at-- = static_cast<char>('0' + seven % 10);
         out[1] = static_cast<char>('0' + seven);
         if (exponent < 0) out[10] = '-';
         exponent = std::abs(exponent);
-        out[11] = static_cast<char>('0' + exponent / 10);
-        out[12] = static_cast<char>('0' + exponent % 10);
-        text.append(std::signbit(value) ? out : out + 1, out + 13);
+        char* at = out + 11;
+        if (exponent >= 100) *at++ = static_cast<char>('0' + exponent / 100);
+        *at++ = static_cast<char>('0' + exponent / 10 % 10);
+        *at++ = static_cast<char>('0' + exponent % 10);
+        text.append(std::signbit(value) ? out : out + 1, at);
         return;
     }
     char digits[32];

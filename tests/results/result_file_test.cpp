@@ -54,7 +54,7 @@ TEST(ResultNumbers, AreThePrintfOnes) {
                            std::pow(10, static_cast<int>(random() % 44) - 22);
         values.insert(values.end(), {tie, std::nextafter(tie, 0.0), -std::nextafter(tie, HUGE_VAL)});
     }
-    for (int k = -26; k < 34; ++k)
+    for (int k = -307; k < 308; ++k)
         for (const double one : {std::pow(10, k), std::pow(10, k) * 9.9999995})
             values.insert(values.end(), {one, std::nextafter(one, 0.0)});
     for (int k = 0; k < 100000; ++k) values.push_back(std::bit_cast<double>(random()));
