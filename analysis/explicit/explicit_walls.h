@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "model/explicit_records.h"
@@ -36,8 +37,9 @@ public:
     void set_step(double step) { step_ = step; }
 
     // Normal forces of the configuration at `time`, added to arrays.F. False when a wall's displacement
-    // has no value.
+    // has no value, which trouble() tells.
     bool push(const ContactArrays& arrays, double time);
+    const std::string& trouble() const { return trouble_; }
     // Friction: changes the new velocities of the touching nodes by at most what μ times the normal force
     // allows and adds the forces that do so to arrays.F.
     void rub(const ContactArrays& arrays, double* v_new);
@@ -81,6 +83,7 @@ private:
     std::vector<Placed> walls_;
     std::vector<Parameter> parameters_;
     std::vector<std::int32_t> nodes_;
+    std::string trouble_;
     double d_time_, step_;  // the first step and that to come, s
 };
 
