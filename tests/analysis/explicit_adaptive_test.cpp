@@ -1,7 +1,14 @@
 // Steps that follow the stable one, outputs by time, and mass added for a wished step.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <utility>
+#include <vector>
+
 #include "elements/stable_step.h"
+#include "results/result_file.h"
 #include "support/explicit_run.h"
 
 namespace kestralum {
@@ -75,6 +82,17 @@ TEST_F(ExplicitAdaptive, FramesStandAtTheirTimes) {
     run_to_end();
     EXPECT_LE(state->adaptive.largest, 0.3 * state->stable_step * (1 + 1e-9));
     testing::expect_equal(result.results.back()->mode_vec, by_time, 0.02);
+}
+
+// The displacement file, which has no times, gets those of the control.
+TEST_F(ExplicitAdaptive, TheDisplacementFileIsReadWithItsTimes) {
+    read(ModelText{.parts = rect("b", "0.3 0.1 0.1", "6 2 2")},
+         "d_time auto end_time 21e-6 output_time 5e-6");
+    testing::expect_done(analyse(analyse_explicit));
+    const auto stored = read_displacement_file("log\\disp_model.txt", folder.file("log"), &model, said);
+    ASSERT_TRUE(stored && stored->run.mode_num() == 6);
+    for (std::size_t k = 0; k < 6; ++k)
+        EXPECT_DOUBLE_EQ(stored->run.results[k]->n_freq, result.results[k]->n_freq) << k;
 }
 
 // A soft block is squeezed to less than half: the first step would not do.
