@@ -109,6 +109,37 @@ StepBound::StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<co
     }
 }
 
+AddedMass StepBound::add_mass(double step) {
+    AddedMass added;
+    added.nodes.assign(mesh_.node_num(), 0.0);
+    added.parts.assign(parts_.size(), 0.0);
+    added.present = added.parts;
+    added.elements.assign(parts_.size(), 0);
+    const std::size_t nodes = type_.nodes;
+    StableStep reached;
+    for (std::int32_t e = 0; e < mesh_.element_num(); ++e) {
+        double x[most_dofs];
+        gather(e, nullptr, x);
+        const double squared = estimate(e, x, nullptr) * ratio_[e], factor = squared * step * step / 4;
+        const std::int32_t part = mesh_.p_ele_part_id[e];
+        const bool gets = factor > 1 + 1e-9;
+        added.elements[part] += gets;
+        for (std::size_t i = 0; i < nodes; ++i) {
+            double& mass = mass_[static_cast<std::size_t>(e) * nodes + i];
+            added.present[part] += mass;
+            if (!gets) continue;
+            added.nodes[node_index(mesh_.element(e)[i])] += (factor - 1) * mass;
+            added.parts[part] += (factor - 1) * mass;
+            mass *= factor;
+        }
+        const double own = 2 / std::sqrt(gets ? squared / factor : squared);
+        if (reached.element < 0 || own < reached.step) reached = {own, e};
+    }
+    if (std::ranges::any_of(added.elements, [](std::int32_t count) { return count > 0; }))
+        undeformed_ = reached;
+    return added;
+}
+
 void StepBound::gather(std::int32_t e, const double* x4, double* coordinates) const {
     const std::int32_t* element = mesh_.connectivity.data() + static_cast<std::ptrdiff_t>(e) * type_.nodes;
     for (int i = 0; i < type_.nodes; ++i) {

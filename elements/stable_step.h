@@ -17,6 +17,13 @@ struct StableStep {
     std::int32_t element = -1;  // the one that sets it, 0-based
 };
 
+// Mass that elements get so that their stable step is a wished one.
+struct AddedMass {
+    std::vector<double> nodes;           // per node, kg
+    std::vector<double> parts, present;  // per part: added, and lumped before, kg
+    std::vector<std::int32_t> elements;  // per part: how many got some
+};
+
 class StepBound {
 public:
     // `mass_factor`: lumped mass of a degree of freedom over the sum of its elements' diagonal entries of
@@ -24,6 +31,10 @@ public:
     // does (empty: all count). The tables must outlive the object.
     StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials,
               double mass_factor, int threads, std::span<const char> rigid = {});
+
+    // Gives elements whose stable step is below `step` mass so that it is `step`; they count with it from
+    // then on.
+    AddedMass add_mass(double step);
 
     // The undeformed mesh. Congruent elements are computed once.
     const StableStep& undeformed() const { return undeformed_; }

@@ -100,6 +100,11 @@ private:
             key, control_.step_share, "  step_share=%.3e\n", [](double v) { return v > 0 && v <= 1; },
             "a share above 0 and at most 1");
     }
+    void scaled_step(std::string_view key) {
+        read_number(
+            key, control_.scaled_step, "  scaled_step=%.3e\n", [](double v) { return v >= 0; },
+            "a step of at least 0 s");
+    }
     void output_time(std::string_view key) {
         read_number(
             key, control_.output_time, "  output_time=%.3e\n", [](double v) { return v > 0; },
@@ -224,6 +229,7 @@ const ControlFile::Row ControlFile::rows[] = {
     {"ELEMENT_CONTACT", &ControlFile::contact},
     {"step_share", &ControlFile::step_share},
     {"output_time", &ControlFile::output_time},
+    {"scaled_step", &ControlFile::scaled_step},
     {"NL_HALVING", &ControlFile::nl_halving},
     {"LOAD_FACTORS", &ControlFile::load_factors},
     {"LOAD_FACTOR_EXPR", &ControlFile::load_factor_expr},

@@ -18,10 +18,6 @@ inline constexpr const char* program_version = "ver3.01";
 // read.
 struct AnalysisControl {
     double d_time = 0;                  // time step, s
-    bool auto_step = false;             // d_time auto: the step follows the stable one
-    double step_share = 0.9;            // of it, with auto_step
-    double output_time = 0;             // s between outputs, with auto_step; 0: not given
-    double scaled_step = 0;             // s: elements with a smaller stable step get mass; 0: none do
     double end_time = 0;                // s
     std::int32_t output_frequency = 0;  // steps between outputs
     double c_alfa = 0;                  // damping as a fraction of the critical one, per degree of freedom
@@ -32,6 +28,10 @@ struct AnalysisControl {
     std::int32_t nl_halving = 0;               // how often a nonlinear increment may be halved
     std::vector<double> load_factors{};        // of the nonlinear increments; empty: not given
     FieldExpression load_factor_expression{};  // of `time` = k/step_num, k = 1 … step_num
+    bool auto_step = false;                    // d_time auto: the step follows the stable one
+    double step_share = 0.9;                   // of it, with auto_step
+    double output_time = 0;                    // s between outputs, with auto_step; 0: not given
+    double scaled_step = 0;                    // s: elements with a smaller stable step get mass; 0: none do
 
     // Between outputs, with auto_step; a hundredth of the run where it is not given.
     double output_interval() const { return output_time > 0 ? output_time : end_time / 100; }

@@ -278,7 +278,7 @@ private:
     Shape shape() {
         const std::int32_t value = echo(integer());
         const bool known =
-            (value >= 0 && value <= 17) || value == 1000 || value == 1001 || (value >= 2000 && value <= 2004);
+            (value >= 0 && value <= 18) || value == 1000 || value == 1001 || (value >= 2000 && value <= 2004);
         if (ok() && !known) fail("the number of a shape");
         return ok() ? static_cast<Shape>(value) : Shape::rect;
     }

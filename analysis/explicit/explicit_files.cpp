@@ -2,6 +2,8 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <memory>
+#include <utility>
 
 #include "analysis/explicit/explicit_setup.h"
 #include "model/format.h"

@@ -44,6 +44,37 @@ void lump_mass(Job& job, SetUp& set_up) {
     job.report().total_mass = total;
 }
 
+void tell_added(Job& job, const AddedMass& added) {
+    double sum = 0;
+    for (std::size_t p = 0; p < added.parts.size(); ++p) {
+        sum += added.parts[p];
+        if (added.elements[p] > 0)
+            remark(job, formatted("scaled_step: %d elements of part %s get %.6g kg, %.3g %% of its mass",
+                                  added.elements[p], job.model.parts[p].name.c_str(), added.parts[p],
+                                  100 * added.parts[p] / added.present[p]));
+    }
+    const double present = sum_of(added.present);
+    remark(job, formatted("scaled_step: %.6g kg are added to %.6g kg, %.3g %%", sum, present,
+                          100 * sum / present));
+}
+
+// scaled_step: mass for the elements that would want a smaller one.
+bool scale_mass(Job& job, SetUp& set_up, ExplicitState& s) {
+    const double step = job.model.control.scaled_step;
+    if (!(step > 0)) return true;
+    bound_steps(job, set_up, s);
+    const AddedMass added = s.bound->add_mass(step);
+    set_up.added.resize(set_up.lumped.size());
+    for (std::size_t d = 0; d < set_up.added.size(); ++d) {
+        set_up.added[d] = added.nodes[d / 3];
+        set_up.lumped[d] += set_up.added[d];
+    }
+    if (!std::isfinite(sum_of(set_up.added)))
+        return job.fail(RunStatus::bad_input, formatted("scaled_step = %g: no mass makes it stable", step));
+    tell_added(job, added);
+    return true;
+}
+
 // Springs of supports, and what tied nodes give to their masters: their mass, and their stiffness for the
 // damping of the masters.
 bool gather_ties(Job& job, ExplicitState& s, SetUp& set_up) {
@@ -55,6 +86,7 @@ bool gather_ties(Job& job, ExplicitState& s, SetUp& set_up) {
     if (map.empty()) return true;
     set_up.own_mass = set_up.lumped;
     map.gather_mass(set_up.lumped);
+    if (!set_up.added.empty()) map.gather_mass(set_up.added);
     const auto special = map.special_nodes();
     for (std::size_t k = 0; k < special.size(); ++k)
         for (std::size_t c = 0; c < 3 && map.is_tied(special[k]); ++c)
@@ -117,8 +149,11 @@ bool set_loads(Job& job, const SetUp& set_up, ExplicitState& s) {
     }
     const AnalysisControl& control = job.model.control;
     for (std::size_t k = std::max(control.gravity_axis, 0); k < s.F.size() && control.gravity_axis >= 0;
-         k += 4)
-        s.F[k] += s.mass[k] * control.gravity_sign * gravity_acceleration;
+         k += 4) {
+        const double weighs =
+            set_up.added.empty() ? s.mass[k] : s.mass[k] - set_up.added[3 * (k / 4) + k % 4];
+        s.F[k] += weighs * control.gravity_sign * gravity_acceleration;
+    }
     if (s.loads->varies())
         s.loads->keep_constant(s.F);
     else
@@ -166,6 +201,7 @@ void set_supports(const Job& job, const SetUp& set_up, ExplicitState& s) {
 bool set_inertia(Job& job, SetUp& set_up, ExplicitState& s) {
     if (!find_diagonals(job, s.freedoms, set_up)) return false;
     lump_mass(job, set_up);
+    if (!scale_mass(job, set_up, s)) return false;
     if (!gather_ties(job, s, set_up)) return false;
     size_state(job.mesh(), set_up, s);
     find_damping(job, set_up, s);

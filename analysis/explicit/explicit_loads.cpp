@@ -8,6 +8,29 @@
 
 namespace kestralum {
 
+namespace {
+
+// The first record of a group: what is told of the group is told of it.
+std::string first_of(const LoadOptions& options, const Model& model) {
+    const auto is_of = [&](const auto& record) {
+        return record.options.factor.text == options.factor.text &&
+               record.options.case_name == options.case_name;
+    };
+    for (const AppliedForce& force : model.forces)
+        if (is_of(force)) return "force " + force.name;
+    for (const Load& load : model.loads)
+        if (is_of(load)) return "load " + load.name;
+    return "a load";
+}
+
+std::string factor_without_value(const std::string& record, const LoadOptions& options, double factor,
+                                 double time) {
+    return formatted("%s: its factor '%s' is %g at time %.6g", record.c_str(), options.factor.text.c_str(),
+                     factor, time);
+}
+
+}  // namespace
+
 ExplicitLoads::ExplicitLoads(const Job& job, LoadSet loads, std::span<double> constant) : job_(job) {
     const std::string& load_case = job.options.load_case;
     std::vector<char> changes(constant.size(), 0);
@@ -18,7 +41,7 @@ ExplicitLoads::ExplicitLoads(const Job& job, LoadSet loads, std::span<double> co
             for (std::size_t d = 0; d < constant.size(); ++d) constant[d] += factor * group.nodal[d];
             continue;
         }
-        Group& own = groups_.emplace_back(Group{group.options, {}, {}});
+        Group& own = groups_.emplace_back(Group{first_of(group.options, job.model), group.options, {}, {}});
         for (std::size_t d = 0; d < constant.size(); ++d) {
             if (group.nodal[d] == 0) continue;
             own.places.push_back(static_cast<std::int32_t>(4 * (d / 3) + d % 3));
@@ -29,7 +52,7 @@ ExplicitLoads::ExplicitLoads(const Job& job, LoadSet loads, std::span<double> co
     const Mesh& mesh = job.mesh();
     for (const Load* load : loads.surface) {
         if (!acts_in_case(load->options.case_name, load_case)) continue;
-        Surface& own = surface_.emplace_back(Surface{load, {}});
+        Surface& own = surface_.emplace_back(Surface{load, "load " + load->name, {}});
         FacePoints points;
         for (const ElementFace& face : faces_of(mesh, *load)) {
             face_points(mesh, face, {}, points);
@@ -47,11 +70,10 @@ ExplicitLoads::ExplicitLoads(const Job& job, LoadSet loads, std::span<double> co
     nodal_ = u_;
 }
 
-bool ExplicitLoads::take_factor(const LoadOptions& options, double time, double& factor) {
+bool ExplicitLoads::take_factor(const std::string& record, const LoadOptions& options, double time,
+                                double& factor) {
     factor = load_factor(options, time, Growth::whole);
-    if (!std::isfinite(factor))
-        trouble_ =
-            formatted("a load's factor '%s' is %g at time %.6g", options.factor.text.c_str(), factor, time);
+    if (!std::isfinite(factor)) trouble_ = factor_without_value(record, options, factor, time);
     return std::isfinite(factor);
 }
 
@@ -59,11 +81,11 @@ bool ExplicitLoads::set(double time, const double* u, double* F) {
     for (const std::int32_t place : touched_) F[place] = constant_[place];
     double factor = 1;
     for (const Group& group : groups_) {
-        if (!take_factor(group.options, time, factor)) return false;
+        if (!take_factor(group.record, group.options, time, factor)) return false;
         for (std::size_t k = 0; k < group.places.size(); ++k) F[group.places[k]] += factor * group.values[k];
     }
     for (const Surface& surface : surface_) {
-        if (!take_factor(surface.load->options, time, factor)) return false;
+        if (!take_factor(surface.record, surface.load->options, time, factor)) return false;
         for (const std::int32_t n : surface.nodes)
             for (std::size_t c = 0; c < 3; ++c) {
                 u_[3 * n + c] = u[4 * n + c];
@@ -125,9 +147,26 @@ bool ExplicitHeat::set(double time, int threads, ElementBlocks& blocks) {
         blocks.set_thermal(strain_, threads);
         return true;
     }
-    trouble_ = formatted("load %s: its temperature or factor is not a finite number at time %.6g",
-                         heatings_.front().load->name.c_str(), time);
+    tell_trouble(time);
     return false;
+}
+
+void ExplicitHeat::tell_trouble(double time) {
+    for (const Heating& heating : heatings_) {
+        const LoadOptions& options = heating.load->options;
+        const std::string record = "load " + heating.load->name;
+        const double factor = load_factor(options, time, Growth::whole);
+        if (!std::isfinite(factor)) {
+            trouble_ = factor_without_value(record, options, factor, time);
+            return;
+        }
+        std::vector<double> own(strain_.size(), 0.0);
+        add_heating(heating, job_.mesh(), time, factor, 1, own);
+        if (std::ranges::all_of(own, [](double strain) { return std::isfinite(strain); })) continue;
+        trouble_ = formatted("%s: its temperature '%s' has no finite value everywhere at time %.6g",
+                             record.c_str(), heating.load->value.text.c_str(), time);
+        return;
+    }
 }
 
 }  // namespace kestralum

@@ -32,15 +32,17 @@ public:
 
 private:
     struct Group {
+        std::string record;  // the first load of the group: "force F"
         LoadOptions options;
         std::vector<std::int32_t> places;  // 4 node + direction
         std::vector<double> values;        // N, at factor 1
     };
     struct Surface {
         const Load* load;
+        std::string record;               // "load P"
         std::vector<std::int32_t> nodes;  // 0-based, ascending
     };
-    bool take_factor(const LoadOptions& options, double time, double& factor);
+    bool take_factor(const std::string& record, const LoadOptions& options, double time, double& factor);
 
     const Job& job_;
     std::vector<Group> groups_;
@@ -62,6 +64,7 @@ public:
     const std::string& trouble() const { return trouble_; }
 
 private:
+    void tell_trouble(double time);
     const Job& job_;
     std::vector<Heating> heatings_;
     std::vector<std::vector<double>> fixed_;  // per heating whose temperature does not change: at factor 1

@@ -51,15 +51,16 @@ void add_members(std::span<const std::int32_t> nodes, const VelocityRecord& reco
         auto at = std::find_if(out.begin() + std::ptrdiff_t(first), out.end(),
                                [&](const DrivenMembers& d) { return d.body == body; });
         if (at == out.end())
-            at = out.insert(out.end(),
-                            DrivenMembers{body, {}, record.axis, record.velocity.start, record.velocity});
+            at = out.insert(
+                out.end(),
+                DrivenMembers{body, {}, record.axis, record.velocity.start, record.velocity, record.name});
         at->nodes.push_back(n);
     }
 }
 
 bool set_driven(Job& job, ExplicitState& s) {
     for (const VelocityRecord& record : job.model.explicit_tables.velocity_inputs) {
-        DrivenDofs driven{record.velocity, {}};
+        DrivenDofs driven{record.velocity, {}, record.name};
         const auto nodes = nodes_of(record, job, s.freedoms.node_elements);
         const std::size_t bodies_before = s.driven_members.size();
         add_members(nodes, record, s, s.driven_members);

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "elements/symmetric3.h"
+#include "model/format.h"
 #include "solver/dense_eigen.h"
 #include "system/load_set.h"
 
@@ -141,12 +142,15 @@ ExplicitBodies::ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std:
 }
 
 bool ExplicitBodies::set_time(double time) {
-    bool finite = true;
     for (std::size_t k = 0; k < forces_.size() && forces_vary_; ++k) {
-        forces_[k].value = whole_forces_[k] * load_factor(forces_[k].options, time, Growth::whole);
-        finite = finite && std::isfinite(forces_[k].value);
+        RigidForce& force = forces_[k];
+        const double factor = load_factor(force.options, time, Growth::whole);
+        force.value = whole_forces_[k] * factor;
+        if (std::isfinite(force.value) || !trouble_.empty()) continue;
+        trouble_ = formatted("rigid force %s: its factor '%s' is %g at time %.6g", force.name.c_str(),
+                             force.options.factor.text.c_str(), factor, time);
     }
-    return finite;
+    return trouble_.empty();
 }
 
 std::span<const RigidState> ExplicitBodies::states() const {

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "conditions/rigid_combines.h"
@@ -43,6 +44,7 @@ struct DrivenMembers {
     std::int32_t axis;
     double velocity = 0;     // at the middle of the step, m/s
     TimeExpression given{};  // where it comes from
+    std::string record{};    // its name
 };
 
 // The members' nodal arrays, node × 4 as in ExplicitState.
@@ -67,8 +69,9 @@ public:
     const RigidSystem& system() const { return system_; }
     std::span<const ExplicitBody> bodies() const { return bodies_; }
 
-    // The rigid forces' factors at a time; false where one is not a finite number.
+    // The rigid forces' factors at a time; false where one is not a finite number, then told by trouble().
     bool set_time(double time);
+    const std::string& trouble() const { return trouble_; }
 
     // Velocities before the start from prescribed ones of members: the rigid motion that fits them best, of
     // least size.
@@ -123,6 +126,7 @@ private:
     std::vector<RigidCombine> combines_;
     std::vector<CombineTurn> turns_;  // one per combine
     Vec3 reaction_{};
+    std::string trouble_;
     mutable std::vector<RigidState> states_;  // room of states()
     std::vector<Vec6> resist_;                // of the springs, per body
 };

@@ -79,8 +79,8 @@ void extract_surface(Job& job, ExplicitState& s) {
 }
 
 // The step in force: given, or 0.9 of the stable one.
-bool choose_step(Job& job, const SetUp& set_up, std::span<const char> rigid, ExplicitState& s) {
-    s.bound.emplace(job.mesh(), job.model.parts, job.model.materials, set_up.mass_factor, s.threads, rigid);
+bool choose_step(Job& job, const SetUp& set_up, ExplicitState& s) {
+    if (!s.bound) bound_steps(job, set_up, s);
     const StableStep stable = s.bound->undeformed();
     s.stable_step = stable.step;
     if (!(stable.step > 0) || !std::isfinite(stable.step))
@@ -181,6 +181,15 @@ void remark(Job& job, std::string line) {
     job.note(std::move(line));
 }
 
+void bound_steps(const Job& job, const SetUp& set_up, ExplicitState& s) {
+    // a surface that is touched wants the step of its own size: the springs of contact are as stiff as the
+    // step lets them
+    const bool touched = s.contacts || !job.model.explicit_tables.walls.empty();
+    const std::vector<char> rigid =
+        touched ? std::vector<char>() : s.freedoms.rigid.elements_inside(job.mesh());
+    s.bound.emplace(job.mesh(), job.model.parts, job.model.materials, set_up.mass_factor, s.threads, rigid);
+}
+
 bool set_up_explicit(Job& job, ExplicitState& s) {
     s.start = std::chrono::steady_clock::now();
     SetUp set_up;
@@ -197,10 +206,7 @@ bool set_up_explicit(Job& job, ExplicitState& s) {
     if (!set_inertia(job, set_up, s)) return false;
     const std::vector<char> rigid = s.freedoms.rigid.elements_inside(mesh);
     job.clock.begin("step size");
-    // a surface that is touched wants the step of its own size: the springs of contact are as stiff as the
-    // step lets them
-    const bool touched = s.contacts || !job.model.explicit_tables.walls.empty();
-    if (!choose_step(job, set_up, touched ? std::span<const char>() : rigid, s)) return false;
+    if (!choose_step(job, set_up, s)) return false;
     set_up.diagonals = {};
     const bool once_yielded = job.options.mean_dilatation && !job.options.hexahedra;
     s.blocks.emplace(mesh, job.model.parts, job.model.materials,

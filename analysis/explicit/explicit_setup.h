@@ -13,11 +13,15 @@ struct SetUp {
     std::vector<double> stiffness;  // of the places of q, with the supports' springs, N/m
     std::vector<double> lumped;     // per degree of freedom, kg
     std::vector<double> own_mass;   // the same before tied nodes gave theirs away; empty: no node is tied
+    std::vector<double> added;      // per degree of freedom: mass beyond the material's, kg; empty: none
     double mass_factor = 1;         // lumped mass over the consistent diagonal
 };
 
 // A line for the console and for the report.
 void remark(Job& job, std::string line);
+
+// The stable steps of the elements, with the mass that they have so far.
+void bound_steps(const Job& job, const SetUp& set_up, ExplicitState& s);
 
 // The masses, the damping and the loads of the nodes, and the rigid bodies. False with the status set.
 bool set_inertia(Job& job, SetUp& set_up, ExplicitState& s);

@@ -45,6 +45,7 @@ struct Work {
 struct DrivenDofs {
     TimeExpression velocity;
     std::vector<std::int32_t> places;  // 4 node + direction
+    std::string record;                // its name
 };
 
 struct ExplicitState {

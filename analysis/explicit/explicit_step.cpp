@@ -50,12 +50,22 @@ std::array<double, 2> update_velocities(ExplicitState& s) {
     return work;
 }
 
+std::string velocity_without_value(const std::string& record, const TimeExpression& velocity, double value,
+                                   double time) {
+    return formatted("velocity input %s: its velocity '%s' is %g at time %.6g", record.c_str(),
+                     velocity.text.c_str(), value, time);
+}
+
 // Prescribed velocities at t_n + Δt/2, and the power of the forces that see to them.
 std::array<double, 2> drive(const Job& job, ExplicitState& s) {
     std::array<double, 2> power{};
     const double middle = s.middle_time();
     for (const DrivenDofs& driven : s.driven) {
         const double velocity = driven.velocity.at(middle, job.model.parameters);
+        if (!std::isfinite(velocity)) {
+            s.trouble = velocity_without_value(driven.record, driven.velocity, velocity, middle);
+            continue;
+        }
         for (std::int32_t place : driven.places) {
             const std::size_t k = place;
             s.v_new[k] = velocity;
@@ -144,8 +154,13 @@ void move_supports(ExplicitState& s, std::array<double, 2>& driving, std::array<
 void advance_bodies(const Job& job, ExplicitState& s, std::array<double, 2>& driving,
                     std::array<double, 2>& loads) {
     const double middle = s.middle_time();
-    for (DrivenMembers& record : s.driven_members)
-        record.velocity = record.given.at(middle, job.model.parameters);
+    for (DrivenMembers& record : s.driven_members) {
+        const double velocity = record.given.at(middle, job.model.parameters);
+        if (std::isfinite(velocity))
+            record.velocity = velocity;
+        else
+            s.trouble = velocity_without_value(record.record, record.given, velocity, middle);
+    }
     for (const ExplicitBody& body : s.bodies->bodies())
         for (std::int32_t n : body.geometry.members)
             for (std::size_t c = 0; c < 3; ++c) {
@@ -190,12 +205,11 @@ bool find_forces(ExplicitState& s) {
     const bool sound = s.blocks->evaluate(s.x.data(), s.du.data(), s.R.data(), s.team);
     s.springs.add_forces(s.u.data(), s.R.data());
     if (s.loads && !s.loads->set(time, s.u.data(), s.F.data())) s.trouble = s.loads->trouble();
-    if (s.bodies && !s.bodies->set_time(time)) s.trouble = "a factor of a rigid force is not a finite number";
+    if (s.bodies && !s.bodies->set_time(time)) s.trouble = s.bodies->trouble();
     for (std::int32_t n : s.contact_nodes)
         std::fill_n(s.F_contact.begin() + 4 * static_cast<std::ptrdiff_t>(n), 3, 0.0);
     if (s.contacts) s.contacts->push(contact_arrays(s), time, s.team);
-    if (s.walls && !s.walls->push(contact_arrays(s), time))
-        s.trouble = "the motion of a wall has no finite value";
+    if (s.walls && !s.walls->push(contact_arrays(s), time)) s.trouble = s.walls->trouble();
     if (s.supports) s.supports->gather(node_arrays(s));
     return sound && s.trouble.empty();
 }

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <utility>
 
+#include "model/format.h"
 #include "model/mesh_sets.h"
 
 namespace kestralum {
@@ -89,7 +90,12 @@ bool WallSet::push(const ContactArrays& arrays, double time) {
         for (std::size_t c = 0; c < 3; ++c) {
             placed.now[c] = placed.wall.motion[c].at(time, parameters_);
             placed.next[c] = placed.wall.motion[c].at(time + step_, parameters_);
-            if (!std::isfinite(placed.now[c]) || !std::isfinite(placed.next[c])) return false;
+            const bool known = std::isfinite(placed.now[c]);
+            if (known && std::isfinite(placed.next[c])) continue;
+            trouble_ = formatted("wall %s: its displacement '%s' is %g at time %.6g",
+                                 placed.wall.name.c_str(), placed.wall.motion[c].text.c_str(),
+                                 known ? placed.next[c] : placed.now[c], known ? time + step_ : time);
+            return false;
         }
         placed.touches.clear();
         const std::vector<std::int32_t>& nodes = nodes_of(placed);

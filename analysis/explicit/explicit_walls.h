@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "model/explicit_records.h"
@@ -66,8 +67,9 @@ public:
     void set_step(double step) { step_ = step; }
 
     // Normal forces of the configuration at `time`, and friction on members of rigid bodies, added to
-    // arrays.F. False when a wall's displacement has no value.
+    // arrays.F. False when a wall's displacement has no value, which trouble() tells.
     bool push(const ContactArrays& arrays, double time);
+    const std::string& trouble() const { return trouble_; }
     // Friction on the other nodes: changes the new velocities of those that touch by at most what μ times the
     // normal force allows and adds the forces that do so to arrays.F.
     void rub(const ContactArrays& arrays, double* v_new);
@@ -131,6 +133,7 @@ private:
     std::vector<std::int32_t> nodes_;
     std::vector<char> members_;
     DeepestPlace deepest_;
+    std::string trouble_;
     double d_time_, step_;  // the first step and that to come, s
 };
 

@@ -1,7 +1,14 @@
 // Steps that follow the stable one, outputs by time, and mass added for a wished step.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <utility>
+#include <vector>
+
 #include "elements/stable_step.h"
+#include "results/result_file.h"
 #include "support/explicit_run.h"
 
 namespace kestralum {
@@ -75,6 +82,17 @@ TEST_F(ExplicitAdaptive, FramesStandAtTheirTimes) {
     run_to_end();
     EXPECT_LE(state->adaptive.largest, 0.3 * state->stable_step * (1 + 1e-9));
     testing::expect_equal(result.results.back()->mode_vec, by_time, 0.02);
+}
+
+// The displacement file, which has no times, gets those of the control.
+TEST_F(ExplicitAdaptive, TheDisplacementFileIsReadWithItsTimes) {
+    read(ModelText{.parts = rect("b", "0.3 0.1 0.1", "6 2 2")},
+         "d_time auto end_time 21e-6 output_time 5e-6");
+    testing::expect_done(analyse(analyse_explicit));
+    const auto stored = read_displacement_file("log\\disp_model.txt", folder.file("log"), &model, said);
+    ASSERT_TRUE(stored && stored->run.mode_num() == 6);
+    for (std::size_t k = 0; k < 6; ++k)
+        EXPECT_DOUBLE_EQ(stored->run.results[k]->n_freq, result.results[k]->n_freq) << k;
 }
 
 // A soft block is squeezed to less than half: the first step would not do.
@@ -157,6 +175,105 @@ TEST_F(ExplicitAdaptive, AGivenStepIsWhatItWas) {
         const AnalysisInfoReport refused = read_analysis_info_file(model, said);
         EXPECT_EQ(refused.status, AnalysisInfoStatus::wrong) << wrong;
         EXPECT_EQ(refused.remarks.errors.size(), 1u) << joined(refused.remarks.errors);
+    }
+}
+
+// Elements below the wished step get just the mass for it; weight, and what is far away, stay as they are.
+TEST_F(ExplicitAdaptive, MassIsAddedForAWishedStep) {
+    const std::string bars = ModelText{.material = "8000 2e11 0",
+                                       .parts = rect("COARSE", "1 0.1 0.1", "10 1 1") +
+                                                rect("FINE", "1 0.1 0.1", "40 1 1", "0 0 1")},
+                      control = "end_time 1e-4 output_frequency 1 Gravity -z ";
+    read(bars, control);
+    ASSERT_TRUE(begin());
+    // ω² of a bar's element of length h goes by 1/h²: what has a quarter of the step needs 16 times its mass
+    const double fine = state->stable_step;
+    EXPECT_NEAR(report.total_mass, 160, 1e-9);
+    read(bars, control + formatted("scaled_step %.17g", 2 * fine));
+    run();
+    EXPECT_NEAR(state->stable_step, 2 * fine, 1e-6 * fine);
+    EXPECT_NEAR(state->d_time, 1.8 * fine, 1e-6 * fine);
+    double mass = 0;
+    for (std::size_t k = 0; k < state->mass.size(); k += 4) mass += state->mass[k];
+    EXPECT_NEAR(mass, 80 + 4 * 80, 1e-6) << "four times the mass of FINE";
+    EXPECT_TRUE(
+        contains(report.remarks.notices, "scaled_step: 40 elements of part FINE get 240 kg, 300 % of"))
+        << joined(report.remarks.notices);
+    EXPECT_TRUE(contains(report.remarks.notices, "scaled_step: 240 kg are added to 160 kg, 150 %"));
+    EXPECT_LT(largest_drift(), 1e-9);
+    // the weight is that of the material
+    const double g = 9.80665, t = last("time"), fall = 0.5 * g * t * (t + state->d_time);
+    EXPECT_NEAR(u(node_at(1, 0, 0), 2), -fall, 1e-9 * fall);
+    EXPECT_NEAR(u(node_at(1, 0, 1), 2), -fall / 4, 1e-9 * fall);
+    // a step that all elements can take anyway adds nothing
+    read(bars, control + formatted("scaled_step %.17g", 0.99 * fine));
+    ASSERT_TRUE(begin());
+    EXPECT_EQ(state->stable_step, fine);
+    EXPECT_TRUE(contains(report.remarks.notices, "scaled_step: 0 kg are added to 160 kg"));
+}
+
+// A wave needs √(mass) times as long.
+TEST_F(ExplicitAdaptive, AddedMassSlowsWaves) {
+    double time[2] = {};
+    for (const int scaled : {0, 1}) {
+        read(ModelText{.material = "8000 2e11 0", .parts = rect("b", "1 0.02 0.02", "50 1 1")},
+             "end_time 800e-6 output_frequency 1 INITIAL_VELOCITY b plane x 1 0 0 0 0 0 0 % ");
+        ASSERT_TRUE(begin());
+        if (scaled) {
+            model.control.scaled_step = 2 * state->stable_step;
+            ASSERT_TRUE(begin());
+        }
+        const std::size_t end = node_at(1, 0, 0);
+        while (!state->ended() && std::abs(u(end, 0)) < 2e-7) explicit_step(*job, *state);
+        time[scaled] = state->time();
+    }
+    EXPECT_NEAR(time[1] / time[0], 2, 0.1);
+}
+
+// Whatever is of time and loses its value on the way: the record, its expression and the time are named.
+TEST_F(ExplicitAdaptive, AnExpressionWithoutAValueIsNamed) {
+    const std::string lost = "acos(SWITCH((time-25.5e-6)*(0.5-time),2,0,0))",
+                      control = "end_time 100e-6 d_time 1e-6 output_frequency 5 ";
+    const auto block = [](const std::string& supports, const std::string& forces, const std::string& more) {
+        return std::string(ModelText{.material = "7800 2e11 0.3 alpha=1e-5",
+                                     .parts = rect("b", "0.2 0.1 0.1", "2 1 1"),
+                                     .supports = supports,
+                                     .forces = forces,
+                                     .rigid = more,
+                                     .others = "set_info TIP plane x 0.2 %\n"});
+    };
+    const std::string held = "S plane x 0 0 0 0 0 0", body = "R area 0 0 0 -1 0.01 -1 2 -1 2 % ";
+    const struct {
+        std::string text, control, says;
+    } cases[] = {
+        {block(held, "PULL area x 1 0.2 0.2 0 1 0 1 factor=" + lost, ""), "", "force PULL: its factor '"},
+        {block(held, "", "% load_info P pressure TIP 1 factor=" + lost + " %"), "", "load P: its factor '"},
+        {block(held, "", "% load_info P pressure TIP " + lost + " %"), "", "load P: it has no finite value"},
+        {block(
+             held, "",
+             "% load_info G temperature all 300 reference=300 H temperature all " + lost + " reference=0 %"),
+         "", "load H: its temperature '"},
+        {block("S plane x 0 0 0 0 0 0 ux=1e-9*" + lost, "", ""), "", "support S: its displacement"},
+        {block("", "", body + "rigid_force F R x 1 factor=" + lost + " %"), "",
+         "rigid force F: its factor '"},
+        {block(held, "", ""), "RIGID_WALL W plane -x 0 0 0 0 1 1 0 0 0 0 0 " + lost + " 0 %",
+         "wall W: its displacement '"},
+        {block("", "", ""), "VELOCITY_INPUT V plane x " + lost + " 0.2 0.2 0 0 0 0 %",
+         "velocity input V: its velocity '"},
+        {block("", "", body), "VELOCITY_INPUT V plane x " + lost + " 0 0 0 0 0 0 %",
+         "velocity input V: its velocity '"},
+    };
+    for (const auto& c : cases) {
+        read(c.text, control + c.control);
+        const RunReport ended = analyse(analyse_explicit);
+        EXPECT_EQ(ended.status, RunStatus::failed) << c.says;
+        ASSERT_EQ(ended.remarks.errors.size(), 1u) << c.says;
+        const std::string& line = ended.remarks.errors[0];
+        EXPECT_TRUE(contains(line, "step 2") && contains(line, ": " + c.says)) << line;
+        EXPECT_TRUE(contains(line, "at time 2.5") || contains(line, "at time 2.6")) << line;
+        EXPECT_TRUE(ended.written && result.mode_num() >= 5) << c.says;  // a wall is asked a step ahead
+        for (const auto& reached : result.results)
+            for (const double value : reached->mode_vec) ASSERT_TRUE(std::isfinite(value));
     }
 }
 

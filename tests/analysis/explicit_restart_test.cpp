@@ -1,6 +1,12 @@
 // Explicit runs that are stopped and go on from their checkpoint: the same bytes as without a stop.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <filesystem>
+#include <numbers>
+#include <utility>
+#include <vector>
+
 #include "support/explicit_run.h"
 
 namespace kestralum {

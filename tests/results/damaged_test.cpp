@@ -134,7 +134,7 @@ TEST_F(Damaged, ValuesThatNobodyCanUseAreRefusedWithTheirToken) {
              {"ana_type\n1", "ana_type\n5", "'5': expected an analysis type 0 … 4"},
              {"size_info\n0.0", "size_info\nnan", "'nan"},
              // numbers that stand for something
-             {"HOLLOWRECT  3 ", "HOLLOWRECT  18 ", "'18': expected the number of a shape"},
+             {"HOLLOWRECT  3 ", "HOLLOWRECT  19 ", "'19': expected the number of a shape"},
              {"HOLLOWRECT  3 ", "HOLLOWRECT  2005 ", "'2005'"},
              {"  plane  x  0 0 ", "  plane  x  3 0 ", "'3': expected a selection 0, 1 or 2"},
              {"  plane  x  0 0 ", "  plane  x  0 3 ", "'3': expected an axis"},

@@ -3,6 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <span>
+
 #include "full_run.h"
 #include "results/displacement_file.h"
 #include "results/vtu_file.h"
@@ -71,6 +75,15 @@ TEST_P(Frames, GiveTheFilesThatTheRunItselfWouldWrite) {
                 write_vtu_frames(made.model, made.run, said));
     EXPECT_EQ(read_file(folder.file("log/again_000002.vtu")), read_file(folder.file("log/full_000002.vtu")))
         << "places, facets and results to the last bit";
+}
+
+TEST_F(Frames, OfAPartOfAnyShapeAreRead) {
+    for (const Shape shape : {Shape::rect, Shape::inp, Shape::step, Shape::surf_rect, Shape::hole_halfcyli}) {
+        StoredRun stored = full_run(folder, ElementKind::hexahedron, 1, {1, 1, 1});
+        stored.model.parts[0].type = shape;
+        written(stored, folder);
+        EXPECT_EQ(read_back(folder).model.parts.at(0).type, shape);
+    }
 }
 
 TEST_F(Frames, CutAnywhereLeaveTheWholeFramesBefore) {
