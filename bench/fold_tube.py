@@ -42,13 +42,13 @@ def sections(path):
     return found
 
 
-def folds(path):
+def folds(path, frame=-1):
     """Coordinates at rest, from the free end down, where the middle line of a side bulges most, out (+) or in (-)."""
     of = sections(path)
     nodes = [[float(v) for v in row] for row in of["Node"][1:]]
     middle = (WIDTH + WALL) / 2
-    line = sorted((p[2], float(of["mode_vec"][3 * n + 1][-1])) for n, p in enumerate(nodes)
-                  if abs(p[0] - middle) < 1e-6 and abs(p[1]) < 1e-6)
+    line = sorted((p[2], float(of["mode_vec"][3 * n + 1][frame])) for n, p in enumerate(nodes)
+                  if abs(p[0]) < 1e-6 and abs(p[1] + middle) < 1e-6)
     peaks = []
     for before, here, after in zip(line, line[1:], line[2:]):
         if abs(here[1]) > 0.5 * WALL and abs(here[1]) >= abs(before[1]) and abs(here[1]) > abs(after[1]):
