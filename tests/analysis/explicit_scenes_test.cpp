@@ -3,6 +3,7 @@
 #include <random>
 
 #include "support/explicit_run.h"
+#include "support/heap_count.h"
 
 namespace kestralum {
 namespace {
@@ -132,11 +133,16 @@ TEST_F(ExplicitScenes, WhatTouchesDependsNeitherOnTheSearchesNorOnTheThreads) {
     std::int64_t searches[3];
     for (int k = 0; k < 3; ++k) {
         ASSERT_TRUE(begin(2));
-        state->team = k == 1 ? 1 : 2;
+        state->team = k == 0 ? 2 : 1;
         if (k == 2) state->contacts->set_margin(0);
         run_to(state->time_num - 1);
         places[k].assign(state->u.begin(), state->u.end());
         searches[k] = state->contacts->searches();
+        const std::int64_t before = heap.news;
+        find_forces(*state);
+        if (KESTRALUM_COUNTS_HEAP && k > 0) {
+            EXPECT_EQ(heap.news - before, 0) << "a step takes no memory, with a search or without";
+        }
     }
     EXPECT_EQ(places[0], places[1]);
     EXPECT_EQ(places[0], places[2]);
