@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """A square tube that folds under a moving wall: mean force and length of a fold beside the formulas of Abramowicz and Jones
 (Dynamic axial crushing of square tubes, Int. J. Impact Engng 2, 1984): P = 52.22 M0 (c/t)^(1/3), M0 = S t^2/4, for folds of
-length 2 H, H = 0.983 (c^2 t)^(1/3). S is the stress of flow, taken at the middle of the strains of a fold.
+length 2 H, H = 0.983 (c^2 t)^(1/3). S is the stress of flow.
 
 Usage: fold_tube.py BUILD_DIR [FOLDER]     FOLDER: of a run that is done already; otherwise it is run, for some minutes.
 """
@@ -13,8 +13,8 @@ import sys
 import tempfile
 
 HERE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..")
-SPEED, WIDTH, WALL, LENGTH = 20.0, 0.03, 0.0015, 0.06  # m/s, m: of the wall, between middle planes, thickness, length
-FLOW = 300e6  # Pa, beside hardening of 50 MPa per unit of strain
+SPEED, WIDTH, WALL, LENGTH = 20.0, 0.03, 0.0015, 0.08  # m/s, m: of the wall, between middle planes, thickness, length
+FLOW = 300e6  # Pa, without hardening
 
 
 def run(build):
@@ -64,11 +64,15 @@ def main():
     force = [abs(float(r["wall_HEAD_z"])) for r in rows]
     height = 0.983 * (WIDTH**2 * WALL) ** (1 / 3)
     mean = 52.22 * FLOW * WALL**2 / 4 * (WIDTH / WALL) ** (1 / 3)
-    work = 0.0
+    print(f"largest force {max(force) / 1e3:.1f} kN, squash load {4 * WIDTH * WALL * FLOW / 1e3:.1f} kN")
+    work = first = 0.0
     for a, b, fa, fb in zip(way, way[1:], force, force[1:]):
         work += 0.5 * (fa + fb) * (b - a)
-        if any(abs(b - share * LENGTH) < 0.5 * (b - a) for share in (0.1, 0.2, 0.3, 0.4, 0.5)):
-            print(f"crushed by {1e3 * b:5.1f} mm: mean force {work / b / 1e3:7.2f} kN, formula {mean / 1e3:.2f} kN")
+        if b <= 0.1 * LENGTH:
+            first, start = work, b
+        if any(abs(b - share * LENGTH) < 0.5 * (b - a) for share in (0.2, 0.3, 0.4)):
+            print(f"crushed by {1e3 * b:4.1f} mm: mean force {work / b / 1e3:5.2f} kN, after the first {1e3 * start:.1f} mm "
+                  f"{(work - first) / (b - start) / 1e3:5.2f} kN; formula {mean / 1e3:.2f} kN")
     print("bulges [mm at rest: mm]:", ", ".join(f"{1e3 * z:.1f}: {1e3 * u:+.1f}" for z, u in
                                               folds(os.path.join(folder, "log", f"disp_{name}.txt"))))
     print(f"length of a fold by the formula {2e3 * height:.1f} mm")
