@@ -142,8 +142,13 @@ private:
     // which nodes touch
     void meet(const Active& active, Side& side, std::size_t near, std::size_t slave,
               const ContactArrays& arrays) const;
+    // `came`: not empty: only what the node can have come through since the last step, with velocities v.
+    struct Came {
+        const ContactMemory* memory = nullptr;
+        const double* v = nullptr;
+    };
     bool find_foot(const Active& active, const Side& side, std::size_t near, const double* x, double edge,
-                   ContactTouch& best) const;
+                   const Came& came, ContactTouch& best) const;
     bool is_sudden(const Active& active, const ContactTouch& touch, const ContactMemory& memory,
                    const double* v) const;
     bool hold(const Active& active, const ContactMemory& memory, const double* x, ContactTouch& best) const;

@@ -188,11 +188,11 @@ void ContactSet::meet(const Active& active, Side& side, std::size_t near, std::s
     best.node[0] = n;
     best.first = slave == 0;
     best.memory = index;
-    bool touches = inside && find_foot(active, side, near, arrays.x, rounding, best);
+    bool touches = inside && find_foot(active, side, near, arrays.x, rounding, {}, best);
     if (touches && is_sudden(active, best, memory, arrays.v)) {
-        touches = ((memory.closed && hold(active, memory, arrays.x, best)) ||
-                   find_foot(active, side, near, arrays.x, border, best)) &&
-                  !is_sudden(active, best, memory, arrays.v);
+        touches = (memory.closed && hold(active, memory, arrays.x, best) &&
+                   !is_sudden(active, best, memory, arrays.v)) ||
+                  find_foot(active, side, near, arrays.x, border, {&memory, arrays.v}, best);
     } else if (inside && !touches && memory.closed) {
         touches = hold(active, memory, arrays.x, best) || walk(active, memory, arrays.x, best);
     }
@@ -214,7 +214,7 @@ bool ContactSet::is_sudden(const Active& active, const ContactTouch& touch, cons
 
 // The candidate that the touch's node lies least deep behind.
 bool ContactSet::find_foot(const Active& active, const Side& side, std::size_t near, const double* x,
-                           double edge, ContactTouch& best) const {
+                           double edge, const Came& came, ContactTouch& best) const {
     // nodes do not pass through more than half an element a step
     const std::int32_t n = best.node[0];
     const double* p = node_place(x, n);
@@ -232,8 +232,11 @@ bool ContactSet::find_foot(const Active& active, const Side& side, std::size_t n
         // a node meets only surfaces that it faces: not the flanks of what it enters, nor its back
         if (!(dot(foot.normal, normal) < facing)) continue;
         if (active.self && is_opposite_face(n, t)) continue;
+        ContactTouch touch = best;
+        take(touch, t, triangle.node, foot, depth);
+        if (came.memory && is_sudden(active, touch, *came.memory, came.v)) continue;
+        best = touch;
         least = depth;
-        take(best, t, triangle.node, foot, depth);
         found = true;
     }
     return found;

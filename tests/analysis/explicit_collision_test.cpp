@@ -167,6 +167,21 @@ TEST_F(ExplicitCollision, WhatComesInFromTheSideIsPushedOut) {
     EXPECT_LT(largest_drift(), 1e-4);
 }
 
+// What flies in from the side by more in a step than it is below the face has come through the side.
+TEST_F(ExplicitCollision, AFastNodeIsMetByTheFaceItCameThrough) {
+    read(ModelText{.material = "1000 2e9 0.3",
+                   .parts = rect("A", "0.04 0.02 0.01", "8 4 2") +
+                            rect("B", "0.02 0.012 0.01", "4 3 2", "0.0401 0.003 0.0094")},
+         "end_time 30e-6 output_frequency 1 INITIAL_VELOCITY B part x -400 0 0 0 0 0 0 %" + pair);
+    ASSERT_TRUE(begin());
+    ASSERT_GT(400 * state->d_time, 7e-4);
+    run_to(1);
+    const std::array<double, 3> force = state->contacts->force(0);
+    EXPECT_LT(force[0], 0);
+    EXPECT_LT(std::abs(force[2]), 0.1 * std::abs(force[0]));
+    EXPECT_GE(state->contacts->touching(), 4) << "B's foremost nodes";
+}
+
 TEST_F(ExplicitCollision, ContactThatCannotActIsSaid) {
     const std::string cubes =
         ModelText{.material = "1000 1e9 0",

@@ -3,6 +3,7 @@
 #include <random>
 
 #include "support/explicit_run.h"
+#include "support/heap_count.h"
 
 namespace kestralum {
 namespace {
@@ -132,11 +133,16 @@ TEST_F(ExplicitScenes, WhatTouchesDependsNeitherOnTheSearchesNorOnTheThreads) {
     std::int64_t searches[3];
     for (int k = 0; k < 3; ++k) {
         ASSERT_TRUE(begin(2));
-        state->team = k == 1 ? 1 : 2;
+        state->team = k == 0 ? 2 : 1;
         if (k == 2) state->contacts->set_margin(0);
         run_to(state->time_num - 1);
         places[k].assign(state->u.begin(), state->u.end());
         searches[k] = state->contacts->searches();
+        const std::int64_t before = heap.news;
+        find_forces(*state);
+        if (KESTRALUM_COUNTS_HEAP && k > 0) {
+            EXPECT_EQ(heap.news - before, 0) << "a step takes no memory, with a search or without";
+        }
     }
     EXPECT_EQ(places[0], places[1]);
     EXPECT_EQ(places[0], places[2]);
@@ -188,6 +194,55 @@ TEST_F(ExplicitScenes, AStackStandsWithItsWeights) {
     for (const char* side : {"contact_A_B_x", "contact_A_B_y", "contact_B_C_x", "wall_W_x"})
         EXPECT_LT(std::abs(last(side)), 1e-3 * weight) << side;
     EXPECT_LT(last("kinetic"), 1e-8 * weight);
+}
+
+// A block rides on a plate that turns on smooth ground by 57 degrees: what sticks turns with the plate.
+// Friction draws it inwards with ω² r, less than it can.
+TEST_F(ExplicitScenes, WhatSticksTurnsWithTheSurface) {
+    make_parts({hexa_box({{8, 8, 1}, {0.2, 0.2, 0.02}, [](double* x) { x[2] += 1e-5; }}),
+                hexa_box({{2, 2, 1},
+                          {0.05, 0.05, 0.02},
+                          [](double* x) {
+                              x[0] += 0.13;
+                              x[1] += 0.081;
+                              x[2] += 0.02003;
+                          }})},
+               {.density = 1000, .young = 1e7, .poisson = 0.3});
+    read_control(
+        "end_time 0.25 output_frequency 500 Gravity -z Element_contact on RIGID_WALL W plane +z 0 0 0 0.1 0 "
+        "0 0 0 0 0 "
+        "0 0 0 % ELEMENT_CONTACT" +
+        meeting("B", "A", 1, 0.3, 0.1) + " %");
+    ASSERT_TRUE(begin());
+    Vec3 centre{};
+    double mass = 0;
+    for (std::size_t n = 0; n < state->x.size() / 4; ++n) {
+        mass += state->mass[4 * n];
+        centre = plus(centre, times(state->mass[4 * n], node_vector(state->x.data(), std::int32_t(n))));
+    }
+    centre = times(1 / mass, centre);
+    for (std::size_t n = 0; n < state->x.size() / 4; ++n) {
+        state->v[4 * n] = -4 * (state->x[4 * n + 1] - centre[1]);
+        state->v[4 * n + 1] = 4 * (state->x[4 * n] - centre[0]);
+    }
+    state->velocities_known = false;
+    // where a corner of the block is in the frame of an edge of the plate
+    const std::size_t low = node_at(0, 0, 0.02001), high = node_at(0.2, 0, 0.02001),
+                      corner = node_at(0.13, 0.081, 0.02003);
+    const auto place = [&] {
+        const auto at = [&](std::size_t n) { return node_vector(state->x.data(), std::int32_t(n)); };
+        const Vec3 edge = unit(minus(at(high), at(low))), r = minus(at(corner), at(low));
+        return std::array{dot(r, edge), r[1] * edge[0] - r[0] * edge[1], edge[1]};
+    };
+    run_to(state->time_num / 10);
+    const auto before = place();
+    run_to(state->time_num - 1);
+    const auto after = place();
+    EXPECT_GT(after[2], 0.8) << "it was to turn by an angle of 1";
+    for (std::size_t c = 0; c < 2; ++c) EXPECT_NEAR(after[c], before[c], 2e-5) << c;
+    const double inwards = 1000 * 5e-5 * 16 * std::hypot(0.155 - centre[0], 0.106 - centre[1]);
+    EXPECT_NEAR(std::hypot(state->contacts->force(0)[0], state->contacts->force(0)[1]), inwards,
+                0.2 * inwards);
 }
 
 // Two equal spheres pressed together slowly, a quarter of the neighbourhood of their poles: a³ = 3 F R/(8 E*)
