@@ -32,7 +32,7 @@ void sum_nodes(ExplicitState& s) {
         for (std::size_t c = 0; c < 3; ++c) {
             const std::size_t k = 4 * n + c;
             kinetic += 0.5 * s.v[k] * s.mass[k] * s.v_new[k];
-            if (s.before != s.after)  // v_n² = v₋v₊ + ½(Δt₋ - Δt₊) a v_n + …, of second order in the steps
+            if (s.before != s.after)  // what the work in two unequal half steps leaves, to second order
                 kinetic += uneven * s.mass[k] * (s.v_new[k] * s.v_new[k] - s.v[k] * s.v[k]);
             external += F[k] * s.u[k];
             p[c] = 0.5 * s.mass[k] * (s.v[k] + s.v_new[k]);
