@@ -22,7 +22,6 @@ void add_vector(std::vector<std::string>& columns, const std::string& name) {
 void sum_nodes(ExplicitState& s) {
     s.momentum = s.angular_momentum = s.reaction = {};
     const LineDoubles& F = s.loads ? s.loads->constant() : s.F;
-    const double uneven = 0.125 * (s.before - s.after) / s.mean;
     double kinetic = 0, external = 0;
     for (std::size_t n = 0; n < s.u.size() / 4; ++n) {
         std::array<double, 3> p{};
@@ -32,8 +31,6 @@ void sum_nodes(ExplicitState& s) {
         for (std::size_t c = 0; c < 3; ++c) {
             const std::size_t k = 4 * n + c;
             kinetic += 0.5 * s.v[k] * s.mass[k] * s.v_new[k];
-            if (s.before != s.after)  // v_n² = v₋v₊ + ½(Δt₋ - Δt₊) a v_n + …, of second order in the steps
-                kinetic += uneven * s.mass[k] * (s.v_new[k] * s.v_new[k] - s.v[k] * s.v[k]);
             external += F[k] * s.u[k];
             p[c] = 0.5 * s.mass[k] * (s.v[k] + s.v_new[k]);
             s.momentum[c] += p[c];
