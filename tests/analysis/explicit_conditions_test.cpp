@@ -268,7 +268,8 @@ TEST_F(ExplicitConditions, WhatCannotBeIsRefusedWithALine) {
     const RunReport ended = analyse(analyse_explicit);
     EXPECT_EQ(ended.status, RunStatus::failed);
     EXPECT_TRUE(ended.written);
-    EXPECT_TRUE(contains(ended.remarks.errors, "step 100: load P: its factor")) << joined(ended.remarks.errors);
+    EXPECT_TRUE(contains(ended.remarks.errors, "step 100: load P: its factor"))
+        << joined(ended.remarks.errors);
 }
 
 TEST_F(ExplicitConditions, EveryAnalysisSaysWhichShearModulusItUses) {
