@@ -8,9 +8,6 @@ namespace kestralum {
 
 namespace {
 
-void add(Vec3& a, const Vec3& b, double s = 1) {
-    for (std::size_t c = 0; c < 3; ++c) a[c] += s * b[c];
-}
 Vec3 force_of(const Vec6& f) {
     return {f[0], f[1], f[2]};
 }
@@ -23,10 +20,9 @@ Vec3 left_jacobian(const Vec3& phi, const Vec3& v) {
     const double angle = norm(phi), square = angle * angle;
     const bool small = angle < 1e-3;
     const Vec3 first = cross(phi, v), second = cross(phi, first);
-    Vec3 out = v;
-    add(out, first, small ? 0.5 - square / 24 : (1 - std::cos(angle)) / square);
-    add(out, second, small ? 1.0 / 6 - square / 120 : (angle - std::sin(angle)) / (square * angle));
-    return out;
+    const double a = small ? 0.5 - square / 24 : (1 - std::cos(angle)) / square,
+                 b = small ? 1.0 / 6 - square / 120 : (angle - std::sin(angle)) / (square * angle);
+    return plus(plus(v, times(a, first)), times(b, second));
 }
 
 // Jᵀ⁻¹ of the left Jacobian of the rotation vector φ applied to v (Barfoot, State Estimation for Robotics,
@@ -37,10 +33,7 @@ Vec3 inverse_left_jacobian_transposed(const Vec3& phi, const Vec3& v) {
     const double b =
         angle > 1e-3 ? (1 - half / std::tan(half)) / (angle * angle) : 1.0 / 12 + angle * angle / 720;
     const Vec3 first = cross(phi, v), second = cross(phi, first);
-    Vec3 out = v;
-    add(out, first, 0.5);  // transposed: the sign of [φ] turns
-    add(out, second, b);
-    return out;
+    return plus(plus(v, times(0.5, first)), times(b, second));  // transposed: the sign of [φ] turns
 }
 
 // The rotation between two bodies; swing and twist where its turns are counted.
@@ -88,7 +81,8 @@ Vec3 counted_moment(const Relative& relative, const CombineTurn& turn, const Vec
     const double det = dot(spin[0], cross(spin[1], spin[2]));
     const std::array<double, 3> power{dot(m, e1), dot(m, e2), dot(m, a)};
     Vec3 out{};
-    for (std::size_t k = 0; k < 3; ++k) add(out, cross(spin[(k + 1) % 3], spin[(k + 2) % 3]), power[k] / det);
+    for (std::size_t k = 0; k < 3; ++k)
+        out = plus(out, times(power[k] / det, cross(spin[(k + 1) % 3], spin[(k + 2) % 3])));
     return out;
 }
 
@@ -106,8 +100,7 @@ double combine_forces(const RigidCombine& record, const RigidSystem& system,
     const RigidBody &b1 = system.bodies[i1], &b2 = system.bodies[i2];
     const RigidState &s1 = states[i1], &s2 = states[i2];
     const Vec3 d = minus(b2.reference, b1.reference);
-    Vec3 middle = b1.reference;
-    add(middle, d, 0.5);
+    const Vec3 middle = plus(b1.reference, times(0.5, d));
     const Vec3 arm1 = turned(s1.R, minus(middle, b1.pivot)), arm2 = turned(s2.R, minus(middle, b2.pivot));
     const Vec3 w = minus(displacement_of(b2, s2, middle), displacement_of(b1, s1, middle));
     const Mat3 Q = multiply3(s2.R, transposed(s1.R));
@@ -192,7 +185,7 @@ void add_at_rest(const RigidCombine& record, const RigidSystem& system, std::spa
     std::array<Vec6, 12> G;
     std::size_t count = 0;
     Vec3 middle{};
-    for (std::int32_t e : record.element) add(middle, system.bodies[e].reference, 0.5);
+    for (std::int32_t e : record.element) middle = plus(middle, times(0.5, system.bodies[e].reference));
     for (std::size_t side = 0; side < 2; ++side) {
         const RigidBody& body = system.bodies[record.element[side]];
         const double sign = side == 0 ? -1 : 1;
@@ -263,17 +256,16 @@ Vec6 spring_resistance(std::span<const RigidCombine> records, const RigidSystem&
         Vec3 v{};
         w = {};
         for (std::int32_t k = 0; k < body.count(); ++k) {
-            add(v, force_of(body.motions[k]), q[body.first + k]);
-            add(w, moment_of(body.motions[k]), q[body.first + k]);
+            v = plus(v, times(q[body.first + k], force_of(body.motions[k])));
+            w = plus(w, times(q[body.first + k], moment_of(body.motions[k])));
         }
-        add(v, cross(w, minus(at, body.pivot)));
-        return v;
+        return plus(v, cross(w, minus(at, body.pivot)));
     };
     Vec6 sum{};
     for (const RigidCombine& record : records) {
         if (record.element[0] != b && record.element[1] != b) continue;
         Vec3 middle{}, w1, w2;
-        for (std::int32_t e : record.element) add(middle, system.bodies[e].reference, 0.5);
+        for (std::int32_t e : record.element) middle = plus(middle, times(0.5, system.bodies[e].reference));
         const Vec3 u1 = motion_of(record.element[0], middle, w1),
                    u2 = motion_of(record.element[1], middle, w2);
         const double sign = record.element[1] == b ? 1 : -1;
