@@ -15,6 +15,7 @@ namespace {
 template <PointLaw law>
 void tetrahedra4(const KernelArrays& k, std::int64_t first, std::int64_t last) {
     for (std::int64_t b = first; b < last; ++b) {
+        if (b + 1 < last) fetch_nodes<4>(k, b + 1);
         Vec3 x[4], u[4], g[3], U[3];
         const std::int32_t* nodes = k.nodes + 4 * W * b;
         for (int i = 0; i < 4; ++i) {
