@@ -286,8 +286,8 @@ TEST_F(ExplicitScenes, SpheresTouchAsHertzSays) {
 }
 
 // Four boxes of random shapes, places and speeds fly into each other: momenta stay, nothing passes through
-// anything, and contact gives no energy. KESTRALUM_SCENES is another number of scenes: some thousands were
-// run.
+// anything, and contact gives no energy. KESTRALUM_SCENES is another number of scenes:
+// docs/explicit.md tells what thousands of them have shown.
 TEST_F(ExplicitScenes, BoxesThatFlyIntoEachOtherKeepOut) {
     const char* wished = std::getenv("KESTRALUM_SCENES");
     const unsigned scenes = wished ? static_cast<unsigned>(std::strtoul(wished, nullptr, 10)) : 6;
