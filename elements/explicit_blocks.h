@@ -85,7 +85,7 @@ public:
     std::size_t bytes() const;
 
 private:
-    // Of a chunk's nodes those that no other chunk has come first.
+    // A chunk's own nodes, which no other one has, come first; those of its border follow.
     struct Chunk {
         std::int64_t first_node = 0;    // in chunk_nodes_
         std::int32_t own = 0, all = 0;  // nodes
