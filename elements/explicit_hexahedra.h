@@ -98,10 +98,7 @@ constexpr PointSigns make_point_signs() {
 constexpr PointSigns signs = make_point_signs();
 
 KESTRALUM_INLINE void add_flux(const Vec (&s)[6], const Vec3 (&cof)[3], int p, HexaField& sum) {
-    Vec3 P[3];
-    flux(s, cof, 1.0, P);
-    for (int a = 0; a < 3; ++a)
-        for (int r = 0; r < 3; ++r) sum.along[a][place[p][a]].c[r] += P[a].c[r];
+    for (int a = 0; a < 3; ++a) add_traction(s, cof[a], sum.along[a][place[p][a]]);
 }
 
 KESTRALUM_INLINE void find_motion_at(const HexaField& x, const HexaField& du, int p, Motion& m, Sums& sums) {

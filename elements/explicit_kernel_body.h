@@ -45,67 +45,99 @@ void tetrahedra4(const KernelArrays& k, std::int64_t first, std::int64_t last) {
     }
 }
 
-// ∂N/∂ξ of the ten-node tetrahedron at its four points, ξ the volume coordinates of corners 2, 3, 4.
-struct TetraTable {
-    double d[4][10][3];
+// The ten-node tetrahedron at its four points. A field's derivative by the volume coordinate L_i is
+// (4 L_i - 1) f_i + 4 Σ_j L_j f_ij over the middles f_ij of the edges at corner i. Point p has L_p = α, the
+// others are β: so it is a part that all points share and 4 (α - β) times f_p for i = p, f_ip else.
+constexpr double tetra_alpha = 0.5854101966249685, tetra_beta = 0.1381966011250105;
+constexpr double tetra_own = 4 * (tetra_alpha - tetra_beta);
+
+// Local node of corner i = j or of the middle between corners i and j.
+struct TetraNodes {
+    int of[4][4];
 };
-constexpr TetraTable make_tetra_table() {
-    constexpr double alpha = 0.5854101966249685, beta = 0.1381966011250105;
-    TetraTable t{};
-    for (int p = 0; p < 4; ++p) {
-        double L[4] = {beta, beta, beta, beta};
-        L[p] = alpha;
-        double full[10][4] = {};
-        for (int n = 0; n < 4; ++n) full[n][n] = 4 * L[n] - 1;
-        for (int n = 0; n < 6; ++n) {
-            const int i = tetra10_edge[static_cast<std::size_t>(n)][0],
-                      j = tetra10_edge[static_cast<std::size_t>(n)][1];
-            full[4 + n][i] = 4 * L[j];
-            full[4 + n][j] = 4 * L[i];
-        }
-        for (int n = 0; n < 10; ++n)
-            for (int a = 0; a < 3; ++a) t.d[p][n][a] = full[n][a + 1] - full[n][0];
+constexpr TetraNodes make_tetra_nodes() {
+    TetraNodes out{};
+    for (int i = 0; i < 4; ++i) out.of[i][i] = i;
+    for (int n = 0; n < 6; ++n) {
+        const int i = tetra10_edge[static_cast<std::size_t>(n)][0],
+                  j = tetra10_edge[static_cast<std::size_t>(n)][1];
+        out.of[i][j] = out.of[j][i] = 4 + n;
     }
-    return t;
+    return out;
 }
-constexpr TetraTable tetra_table = make_tetra_table();
+constexpr TetraNodes tetra_nodes = make_tetra_nodes();
+
+struct TetraField {
+    Vec3 node[10];
+    Vec3 shared[4];  // the derivatives' parts that all points share
+};
+KESTRALUM_INLINE void tetra_gather(const double* at, const std::int32_t* nodes, TetraField& field) {
+    for (int n = 0; n < 10; ++n) {
+        Vec3& f = field.node[n];
+        gather(at, nodes + W * n, f.c[0], f.c[1], f.c[2]);
+    }
+    const auto& of = tetra_nodes.of;
+    for (int i = 0; i < 4; ++i)
+        for (int r = 0; r < 3; ++r) {
+            Vec middles{};
+            for (int j = 0; j < 4; ++j)
+                if (j != i) middles += field.node[of[i][j]].c[r];
+            field.shared[i].c[r] = (4 * tetra_beta - 1) * field.node[i].c[r] + 4 * tetra_beta * middles;
+        }
+}
+// Derivatives along ξ, the volume coordinates of corners 2, 3 and 4.
+KESTRALUM_INLINE void differentiate(const TetraField& field, int p, Vec3 (&out)[3]) {
+    const auto& of = tetra_nodes.of;
+    for (int r = 0; r < 3; ++r) {
+        const Vec first = field.shared[0].c[r] + tetra_own * field.node[of[p][0]].c[r];
+        for (int a = 0; a < 3; ++a)
+            out[a].c[r] = field.shared[a + 1].c[r] + tetra_own * field.node[of[p][a + 1]].c[r] - first;
+    }
+}
 
 template <PointLaw law>
 void tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) {
     constexpr double weight = 1.0 / 24.0;
     for (std::int64_t b = first; b < last; ++b) {
         if (b + 1 < last) fetch_nodes<10>(k, b + 1);
-        Vec3 x[10], u[10], f[10];
-        const std::int32_t* nodes = k.nodes + 10 * W * b;
-        for (int i = 0; i < 10; ++i) {
-            gather(k.x, nodes + W * i, x[i].c[0], x[i].c[1], x[i].c[2]);
-            gather(k.du, nodes + W * i, u[i].c[0], u[i].c[1], u[i].c[2]);
-        }
+        TetraField x, u;
+        tetra_gather(k.x, k.nodes + 10 * W * b, x);
+        tetra_gather(k.du, k.nodes + 10 * W * b, u);
         const BlockMaterial material = material_of(k, b);
         Sums sums;
         begin(sums);
+        Vec3 f[10];     // forces by the points' own parts, over 4 (α - β)
+        Vec3 total[4];  // what works on the derivative by L_i, summed over the points
 #pragma GCC unroll 1
         for (int p = 0; p < 4; ++p) {
             Vec3 g[3], U[3];
-            const double(*d)[3] = tetra_table.d[p];
-            for (int i = 0; i < 10; ++i)
-                for (int a = 0; a < 3; ++a)
-                    for (int r = 0; r < 3; ++r) {
-                        g[a].c[r] += d[i][a] * x[i].c[r];
-                        U[a].c[r] += d[i][a] * u[i].c[r];
-                    }
+            differentiate(x, p, g);
+            differentiate(u, p, U);
             Motion m;
             find_motion(g, U, m, sums);
             Vec s[6];
             update_stress<law>(k, b, 4 * b + p, m, material, weight, s, sums, m.e);
-            Vec3 P[3];
-            flux(s, m.cof, weight, P);
-            for (int i = 0; i < 10; ++i)
-                for (int r = 0; r < 3; ++r)
-                    f[i].c[r] += d[i][0] * P[0].c[r] + d[i][1] * P[1].c[r] + d[i][2] * P[2].c[r];
+            Vec3 P[4];
+            Vec3 along[3];
+            flux(s, m.cof, weight, along);
+            for (int r = 0; r < 3; ++r) {
+                P[0].c[r] = Vec{} - along[0].c[r] - along[1].c[r] - along[2].c[r];
+                for (int a = 0; a < 3; ++a) P[a + 1].c[r] = along[a].c[r];
+                for (int i = 0; i < 4; ++i) {
+                    total[i].c[r] += P[i].c[r];
+                    f[tetra_nodes.of[p][i]].c[r] += P[i].c[r];
+                }
+            }
         }
-        for (int i = 0; i < 10; ++i)
-            scatter_add(f[i].c[0], f[i].c[1], f[i].c[2], k.places + W * (10 * b + i), k.sums);
+        for (int i = 0; i < 4; ++i)
+            for (int j = i; j < 4; ++j) {
+                const int n = tetra_nodes.of[i][j];
+                for (int r = 0; r < 3; ++r)
+                    f[n].c[r] =
+                        tetra_own * f[n].c[r] + (i == j ? (4 * tetra_beta - 1) * total[i].c[r]
+                                                        : 4 * tetra_beta * (total[i].c[r] + total[j].c[r]));
+                scatter_add(f[n].c[0], f[n].c[1], f[n].c[2], k.places + W * (10 * b + n), k.sums);
+            }
         finish(k, b, sums);
     }
 }

@@ -1,8 +1,8 @@
 // What the explicit kernels do at one point, a vector register of elements at a time. Included by
 // explicit_kernel_body.h alone, once for each vector width.
 //
-// Letters: g_a = ∂x/∂ξ_a, U_a = ∂Δu/∂ξ_a, cof_a = g_b × g_c (cyclic; det·∂ξ_a/∂x), A = ∂Δu/∂x in the
-// configuration reached, G = A (I - A/2)⁻¹ the same in the mid-step one, h half the axial vector of the
+// Letters: g_a = ∂x/∂ξ_a, U_a = ∂Δu/∂ξ_a, cof_a = g_b × g_c (cyclic; det·∂ξ_a/∂x), G the gradient of Δu in
+// the mid-step configuration, whose Jacobian has the columns g_a - U_a/2, h half the axial vector of the
 // spin of G, Q = I + 2 (H + H²)/(1 + h·h) with H = [h]×, Cayley's form of Hughes and Winget's rotation.
 #pragma once
 
@@ -80,6 +80,27 @@ KESTRALUM_INLINE Vec root(Vec a) {
     return {_mm256_sqrt_pd(a.v)};
 #else
     return {Native{__builtin_sqrt(a.v[0]), __builtin_sqrt(a.v[1])}};
+#endif
+}
+
+// √a and 1/√a, a ≥ 1e-300, in Goldschmidt's steps (1964) where the processor has a first guess: its root and
+// division take longer.
+struct Roots {
+    Vec root, inverse;
+};
+KESTRALUM_INLINE Roots roots(Vec a) {
+#if KESTRALUM_LANES == 8
+    const Native guess = _mm512_rsqrt14_pd(a.v);
+    Native g = a.v * guess, h = 0.5 * guess;
+    for (int step = 0; step < 2; ++step) {
+        const Native left = 0.5 - g * h;
+        g += g * left;
+        h += h * left;
+    }
+    return {{g}, {2.0 * h}};
+#else
+    const Vec r = root(a);
+    return {r, 1.0 / r};
 #endif
 }
 
@@ -182,7 +203,7 @@ struct Sums {
 };
 
 struct BlockMaterial {
-    Vec lambda;
+    Vec lambda, compliance;  // λ and 1/(3G + H)
     J2Material<Vec> j2;
 };
 KESTRALUM_INLINE BlockMaterial material_of(const KernelArrays& k, std::int64_t b) {
@@ -193,6 +214,7 @@ KESTRALUM_INLINE BlockMaterial material_of(const KernelArrays& k, std::int64_t b
     out.j2.bulk = out.lambda + (2.0 / 3.0) * out.j2.shear;
     out.j2.yield = load(m + 2 * W);
     out.j2.hardening = load(m + 3 * W);
+    out.compliance = 1.0 / (3.0 * out.j2.shear + out.j2.hardening);
     return out;
 }
 
@@ -207,22 +229,16 @@ KESTRALUM_INLINE void find_motion(const Vec3 (&g)[3], const Vec3 (&U)[3], Motion
     m.cof[0] = cross(g[1], g[2]);
     m.cof[1] = cross(g[2], g[0]);
     m.cof[2] = cross(g[0], g[1]);
-    const Vec det = dot(g[0], m.cof[0]);
-    sums.least = smaller_of(sums.least, det);
-    const Vec r = 1.0 / det;
-    Vec3 A[3];  // rows
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j)
-            A[i].c[j] =
-                r * (U[0].c[i] * m.cof[0].c[j] + U[1].c[i] * m.cof[1].c[j] + U[2].c[i] * m.cof[2].c[j]);
-    Vec3 M[3];  // rows of I - A/2
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) M[i].c[j] = (i == j ? 1.0 : 0.0) - 0.5 * A[i].c[j];
-    const Vec3 n[3] = {cross(M[1], M[2]), cross(M[2], M[0]), cross(M[0], M[1])};
-    const Vec dm = dot(M[0], n[0]);
-    const Vec rm = 1.0 / dm;
-    auto G = [&](int i, int j) { return rm * dot(A[i], n[j]); };
-    m.volume = det * dm;
+    sums.least = smaller_of(sums.least, dot(g[0], m.cof[0]));
+    Vec3 h[3];  // columns of the Jacobian of the mid-step configuration
+    for (int a = 0; a < 3; ++a)
+        for (int c = 0; c < 3; ++c) h[a].c[c] = g[a].c[c] - 0.5 * U[a].c[c];
+    const Vec3 mid[3] = {cross(h[1], h[2]), cross(h[2], h[0]), cross(h[0], h[1])};
+    m.volume = dot(h[0], mid[0]);
+    const Vec r = 1.0 / m.volume;
+    auto G = [&](int i, int j) {
+        return r * (U[0].c[i] * mid[0].c[j] + U[1].c[i] * mid[1].c[j] + U[2].c[i] * mid[2].c[j]);
+    };
     m.e[0] = G(0, 0);
     m.e[1] = G(1, 1);
     m.e[2] = G(2, 2);
@@ -240,16 +256,11 @@ KESTRALUM_INLINE void turn(const Vec3& h, Vec (&s)[6]) {
     const Vec hh = dot(h, h);
     const Vec f = 2.0 / (1.0 + hh);
     const Vec diagonal = 1.0 - f * hh;
-    Vec Q[3][3];
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) Q[i][j] = f * h.c[i] * h.c[j];
-    for (int i = 0; i < 3; ++i) Q[i][i] += diagonal;
-    Q[0][1] -= f * h.c[2];
-    Q[1][0] += f * h.c[2];
-    Q[0][2] += f * h.c[1];
-    Q[2][0] -= f * h.c[1];
-    Q[1][2] -= f * h.c[0];
-    Q[2][1] += f * h.c[0];
+    const Vec fh[3] = {f * h.c[0], f * h.c[1], f * h.c[2]};
+    const Vec xy = fh[0] * h.c[1], yz = fh[1] * h.c[2], zx = fh[2] * h.c[0];
+    const Vec Q[3][3] = {{diagonal + fh[0] * h.c[0], xy - fh[2], zx + fh[1]},
+                         {xy + fh[2], diagonal + fh[1] * h.c[1], yz - fh[0]},
+                         {zx - fh[1], yz + fh[0], diagonal + fh[2] * h.c[2]}};
     const Vec S[3][3] = {{s[0], s[3], s[5]}, {s[3], s[1], s[4]}, {s[5], s[4], s[2]}};
     Vec T[3][3];
     for (int i = 0; i < 3; ++i)
@@ -267,19 +278,22 @@ KESTRALUM_INLINE Vec contract(const Vec (&s)[6], const Vec (&e)[6]) {
     return s[0] * e[0] + s[1] * e[1] + s[2] * e[2] + s[3] * e[3] + s[4] * e[4] + s[5] * e[5];
 }
 
-// Brings a trial deviator back onto the yield surface; returns the plastic work per volume.
+// Brings a trial deviator back onto the yield surface (radial_return() of plasticity.h, with one root);
+// returns the plastic work per volume.
 KESTRALUM_INLINE Vec yield(const BlockMaterial& m, Vec (&d)[6], double* alpha) {
-    const Vec q = root(1.5 * (d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) +
-                       3.0 * (d[3] * d[3] + d[4] * d[4] + d[5] * d[5]));
-    const Vec a = load(alpha);
     const Vec zero{}, tiny = 1e-300 + zero;
-    const RadialReturn<Vec> back = radial_return(m.j2, q, a, zero, tiny);
-    for (Vec& c : d) c = back.scale * c;
-    store(alpha, a + back.d_alpha);
-    return q * back.scale * back.d_alpha;
+    const Roots q = roots(larger_of(tiny, 1.5 * (d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) +
+                                              3.0 * (d[3] * d[3] + d[4] * d[4] + d[5] * d[5])));
+    const Vec a = load(alpha);
+    const Vec d_alpha = m.compliance * larger_of(zero, q.root - (m.j2.yield + m.j2.hardening * a));
+    const Vec scale = 1.0 - 3.0 * m.j2.shear * d_alpha * q.inverse;
+    for (Vec& c : d) c = scale * c;
+    store(alpha, a + d_alpha);
+    return q.root * scale * d_alpha;
 }
 
-// The same onto curves of the yield stress and about a backstress (Simo and Hughes, 1998, box 3.1): on ξ = s
+// The same onto curves of the yield stress and about a backstress (Simo and Hughes, 1998, box 3.1): on ξ
+// = s
 // - β, with Δεp = 3/2 Δα ξ/q and Δβ = 2/3 H Δεp. h turns the backstress first; `at` is block · points +
 // point.
 KESTRALUM_INLINE Vec yield_generally(const KernelArrays& k, std::int64_t b, std::int64_t at,
@@ -363,13 +377,19 @@ KESTRALUM_INLINE void update_stress(const KernelArrays& k, std::int64_t b, std::
     sums.internal += contract(before, nodal) * volume;
 }
 
+// P += σ n, by multiply-adds alone.
+KESTRALUM_INLINE void add_traction(const Vec (&s)[6], const Vec3& n, Vec3& P) {
+    P.c[0] = P.c[0] + s[0] * n.c[0] + s[3] * n.c[1] + s[5] * n.c[2];
+    P.c[1] = P.c[1] + s[3] * n.c[0] + s[1] * n.c[1] + s[4] * n.c[2];
+    P.c[2] = P.c[2] + s[5] * n.c[0] + s[4] * n.c[1] + s[2] * n.c[2];
+}
+
 // P_a = weight · σ cof_a: the force of the node whose shape function has the derivative 1 along ξ_a.
 KESTRALUM_INLINE void flux(const Vec (&s)[6], const Vec3 (&cof)[3], double weight, Vec3 (&P)[3]) {
     for (int a = 0; a < 3; ++a) {
         const Vec3 n{{weight * cof[a].c[0], weight * cof[a].c[1], weight * cof[a].c[2]}};
-        P[a].c[0] = s[0] * n.c[0] + s[3] * n.c[1] + s[5] * n.c[2];
-        P[a].c[1] = s[3] * n.c[0] + s[1] * n.c[1] + s[4] * n.c[2];
-        P[a].c[2] = s[5] * n.c[0] + s[4] * n.c[1] + s[2] * n.c[2];
+        P[a] = Vec3{};
+        add_traction(s, n, P[a]);
     }
 }
 

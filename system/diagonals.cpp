@@ -2,151 +2,102 @@
 
 #include <algorithm>
 
+#include "elements/linear_element.h"
+
 namespace kestralum {
 
 namespace {
 
-constexpr std::int32_t chunk_nodes = 4096;
+constexpr std::int32_t chunk_elements = 16384;
 
-// The matrices of the elements around a run of nodes, and those nodes' rows.
-struct Chunk {
-    std::int32_t first = 0, last = 0;    // nodes
-    std::vector<std::int32_t> elements;  // ascending
-    std::vector<double> ke, me;          // of each of them
-    std::vector<double> K, M;            // per entry of the rows: 3 × 3 and 1 per neighbour
-    std::vector<char> sound;
+struct ElementDiagonals {
+    double K[3 * most_nodes], M[most_nodes];  // N/m, kg
+    double mass = 0;                          // kg
+    double stiffness = 0;                     // Σ of the entries between free degrees of freedom, N/m
+    bool sound = false;
 };
 
-void gather_elements(const NodeElements& node_elements, Chunk& chunk) {
-    chunk.elements.clear();
-    for (std::int32_t n = chunk.first; n < chunk.last; ++n)
-        chunk.elements.insert(chunk.elements.end(), node_elements.of(n).begin(), node_elements.of(n).end());
-    std::sort(chunk.elements.begin(), chunk.elements.end());
-    chunk.elements.erase(std::unique(chunk.elements.begin(), chunk.elements.end()), chunk.elements.end());
+// K_ii = Σ w [(λ + 2G) d_i² + G (d_j² + d_k²)] with d the gradient of the node's shape function.
+void find_stiffness(const ElementType& type, const ElementPoints& points, const IsotropicModuli& D,
+                    double* K) {
+    std::fill_n(K, 3 * type.nodes, 0.0);
+    for (int p = 0; p < type.points; ++p)
+        for (int i = 0; i < type.nodes; ++i) {
+            const double* d = points.dN.data() + 3 * (type.nodes * p + i);
+            const double xx = d[0] * d[0], yy = d[1] * d[1], zz = d[2] * d[2];
+            const double w = points.weight[p];
+            K[3 * i] += w * (D.a * xx + D.g * (yy + zz));
+            K[3 * i + 1] += w * (D.a * yy + D.g * (zz + xx));
+            K[3 * i + 2] += w * (D.a * zz + D.g * (xx + yy));
+        }
 }
 
-// The rows of one node: K three rows of 3 · neighbours, M one of neighbours.
-void add_node(const Mesh& mesh, const NodeElements& node_elements, std::span<const std::int32_t> set,
-              std::int32_t node, const Chunk& chunk, double* K, double* M) {
-    const int ne = mesh.node_per_element(), size = 3 * ne;
-    const std::size_t width = 3 * set.size();
-    for (const std::int32_t e : node_elements.of(node)) {
-        const std::size_t slot =
-            std::lower_bound(chunk.elements.begin(), chunk.elements.end(), e) - chunk.elements.begin();
-        const auto element = mesh.element(e);
-        const int p = static_cast<int>(std::find(element.begin(), element.end(), node + 1) - element.begin());
-        const double* ke = &chunk.ke[slot * size * size] + 3 * p * size;
-        const double* me = &chunk.me[slot * ne * ne] + p * ne;
-        for (int q = 0; q < ne; ++q) {
-            const std::size_t at =
-                std::lower_bound(set.begin(), set.end(), static_cast<std::int32_t>(node_index(element[q]))) -
-                set.begin();
-            for (int a = 0; a < 3; ++a)
-                for (int b = 0; b < 3; ++b) K[a * width + 3 * at + b] += ke[a * size + 3 * q + b];
-            M[at] += me[q];
-        }
-    }
+// Σ of Ke between the free degrees of freedom of an element that has others too.
+double free_stiffness(const ElementType& type, const ElementPoints& points, const IsotropicModuli& D,
+                      std::span<const std::int32_t> element, std::span<const std::int32_t> dof_map) {
+    const int dofs = 3 * type.nodes;
+    bool free[3 * most_nodes];
+    for (int d = 0; d < dofs; ++d) free[d] = dof_map[3 * node_index(element[d / 3]) + d % 3] >= 0;
+    if (std::all_of(free, free + dofs, [](bool f) { return f; })) return 0;
+    double ke[9 * most_nodes * most_nodes];
+    element_stiffness(type, points, D, ke);
+    double sum = 0;
+    for (int a = 0; a < dofs; ++a)
+        for (int b = 0; b < dofs; ++b)
+            if (free[a] && free[b]) sum += ke[a * dofs + b];
+    return sum;
 }
 
-class DiagonalSums {
-public:
-    DiagonalSums(const Mesh& mesh, const NodeElements& node_elements, const NodeNeighbours& neighbours,
-                 std::span<const std::int32_t> dof_map, int threads)
-        : mesh_(mesh),
-          node_elements_(node_elements),
-          neighbours_(neighbours),
-          dof_map_(dof_map),
-          threads_(threads) {
-        out.K.assign(mesh.dof_num(), 0.0);
-        out.M.assign(mesh.dof_num(), 0.0);
-    }
-
-    // False where an element could not be computed.
-    bool take(std::int32_t first, std::int32_t last, const ElementMatrices& matrices) {
-        chunk_.first = first;
-        chunk_.last = last;
-        gather_elements(node_elements_, chunk_);
-        if (!compute(matrices)) return false;
-        assemble();
-        add_up();
-        return true;
-    }
-
-    MatrixDiagonals out;
-
-private:
-    std::span<const std::int32_t> set_of(std::int32_t n) const {
-        return {neighbours_.nodes.data() + neighbours_.start[n],
-                neighbours_.nodes.data() + neighbours_.start[n + 1]};
-    }
-
-    bool compute(const ElementMatrices& matrices) {
-        const std::size_t ne = mesh_.node_per_element();
-        const auto count = static_cast<std::int64_t>(chunk_.elements.size());
-        chunk_.ke.resize(9 * ne * ne * count);
-        chunk_.me.resize(ne * ne * count);
-        chunk_.sound.resize(count);
-#pragma omp parallel for schedule(static) num_threads(threads_)
-        for (std::int64_t k = 0; k < count; ++k)
-            chunk_.sound[k] =
-                matrices(chunk_.elements[k], &chunk_.ke[9 * ne * ne * k], &chunk_.me[ne * ne * k]);
-        for (std::int64_t k = 0; k < count; ++k)
-            if (!chunk_.sound[k]) {
-                out.bad_element = chunk_.elements[k];
-                return false;
-            }
-        return true;
-    }
-
-    void assemble() {
-        const std::int64_t begin = neighbours_.start[chunk_.first], end = neighbours_.start[chunk_.last];
-        chunk_.K.assign(9 * (end - begin), 0.0);
-        chunk_.M.assign(end - begin, 0.0);
-#pragma omp parallel for schedule(static) num_threads(threads_)
-        for (std::int32_t n = chunk_.first; n < chunk_.last; ++n) {
-            const std::int64_t at = neighbours_.start[n] - begin;
-            add_node(mesh_, node_elements_, set_of(n), n, chunk_, &chunk_.K[9 * at], &chunk_.M[at]);
-        }
-    }
-
-    // One after the other: a sum's bits depend on its order.
-    void add_up() {
-        const std::int64_t begin = neighbours_.start[chunk_.first];
-        for (std::int32_t n = chunk_.first; n < chunk_.last; ++n) {
-            const auto set = set_of(n);
-            const double* K = &chunk_.K[9 * (neighbours_.start[n] - begin)];
-            const double* M = &chunk_.M[neighbours_.start[n] - begin];
-            const std::size_t own = std::lower_bound(set.begin(), set.end(), n) - set.begin();
-            for (std::size_t a = 0; a < 3; ++a, K += 3 * set.size()) {
-                out.K[3 * n + a] = K[3 * own + a];
-                out.M[3 * n + a] = M[own];
-                for (std::size_t k = 0; k < set.size(); ++k) out.mass_sum += M[k];
-                if (dof_map_[3 * n + a] < 0) continue;
-                for (std::size_t k = 0; k < 3 * set.size(); ++k)
-                    if (dof_map_[3 * set[k / 3] + k % 3] >= 0) out.stiffness_sum += K[k];
-            }
-        }
-    }
-
-    const Mesh& mesh_;
-    const NodeElements& node_elements_;
-    const NodeNeighbours& neighbours_;
-    std::span<const std::int32_t> dof_map_;
-    int threads_;
-    Chunk chunk_;
-};
+void find(const Mesh& mesh, const ElementType& type, std::int32_t e, const PartMaterial& material,
+          std::span<const std::int32_t> dof_map, ElementDiagonals& out) {
+    ElementPoints points;
+    out.sound = evaluate_points(type, mesh, e, points);
+    if (!out.sound) return;
+    find_stiffness(type, points, material.D, out.K);
+    out.stiffness = free_stiffness(type, points, material.D, mesh.element(e), dof_map);
+    double me[most_nodes * most_nodes];
+    type.mass(points.x.data(), me);
+    out.mass = 0;
+    for (int k = 0; k < type.nodes * type.nodes; ++k) out.mass += me[k];
+    out.mass *= material.density;
+    for (int i = 0; i < type.nodes; ++i) out.M[i] = material.density * me[i * (type.nodes + 1)];
+}
 
 }  // namespace
 
-MatrixDiagonals matrix_diagonals(const Mesh& mesh, const NodeElements& node_elements,
-                                 const NodeNeighbours& neighbours, const ElementMatrices& matrices,
+MatrixDiagonals matrix_diagonals(const Mesh& mesh, std::span<const PartMaterial> of_part,
                                  std::span<const std::int32_t> dof_map, int threads, Progress& progress) {
-    DiagonalSums sums(mesh, node_elements, neighbours, dof_map, threads);
-    for (std::int32_t n = 0; n < mesh.node_num() && !progress.cancelled(); n += chunk_nodes)
-        if (!sums.take(n, std::min(mesh.node_num(), n + chunk_nodes), matrices)) break;
-    for (std::int32_t e = 0; progress.lines_wanted() && e < mesh.element_num(); ++e)
-        progress.counter(e, mesh.element_num(), "    k=");
-    return std::move(sums.out);
+    const ElementType& type = element_type(mesh.element_type);
+    const std::int32_t elements = mesh.element_num();
+    MatrixDiagonals out;
+    out.K.assign(mesh.dof_num(), 0.0);
+    out.M.assign(mesh.dof_num(), 0.0);
+    std::vector<ElementDiagonals> chunk(std::min(chunk_elements, elements));
+    for (std::int32_t first = 0; first < elements && !progress.cancelled(); first += chunk_elements) {
+        const std::int32_t last = std::min(elements, first + chunk_elements);
+#pragma omp parallel for schedule(static) num_threads(threads)
+        for (std::int32_t e = first; e < last; ++e)
+            find(mesh, type, e, of_part[mesh.p_ele_part_id[e]], dof_map, chunk[e - first]);
+        for (std::int32_t e = first; e < last; ++e) {
+            const ElementDiagonals& own = chunk[e - first];
+            if (!own.sound) {
+                out.bad_element = e;
+                return out;
+            }
+            out.mass_sum += 3 * own.mass;
+            out.stiffness_sum += own.stiffness;
+            const auto nodes = mesh.element(e);
+            for (int i = 0; i < type.nodes; ++i)
+                for (int c = 0; c < 3; ++c) {
+                    const std::size_t d = 3 * node_index(nodes[i]) + c;
+                    out.K[d] += own.K[3 * i + c];
+                    out.M[d] += own.M[i];
+                }
+        }
+    }
+    for (std::int32_t e = 0; progress.lines_wanted() && e < elements; ++e)
+        progress.counter(e, elements, "    k=");
+    return out;
 }
 
 }  // namespace kestralum

@@ -2,10 +2,11 @@
 // them.
 #pragma once
 
+#include <span>
 #include <vector>
 
-#include "solver/sparse.h"
-#include "system/freedoms.h"
+#include "elements/elasticity.h"
+#include "model/mesh.h"
 
 namespace kestralum {
 
@@ -17,11 +18,16 @@ struct MatrixDiagonals {
         -1;  // the first (0-based) that could not be computed; the rest is then unfinished
 };
 
-// Sums the elements' matrices node by node, in the order in which assemble_km() adds them and a row's entries
-// stand, so that every value is that of the assembled matrices to the last bit. `dof_map`: -1 = not free.
-// Holds the matrices of a few thousand nodes at a time. A cancel leaves it unfinished.
-MatrixDiagonals matrix_diagonals(const Mesh& mesh, const NodeElements& node_elements,
-                                 const NodeNeighbours& neighbours, const ElementMatrices& matrices,
+struct PartMaterial {
+    IsotropicModuli D;  // N/m^2
+    double density;     // kg/m^3
+};
+
+// Sums the fully integrated elements' diagonals at the nodes, element by element in the mesh's order, so that
+// the bits are the same for any number of threads. `of_part`: per part of the mesh. `dof_map`: -1 = not free.
+// An element whose degrees of freedom are all free moves without force where all go by the same: only the
+// others enter the sum of stiffnesses. A cancel leaves it unfinished.
+MatrixDiagonals matrix_diagonals(const Mesh& mesh, std::span<const PartMaterial> of_part,
                                  std::span<const std::int32_t> dof_map, int threads, Progress& progress);
 
 }  // namespace kestralum

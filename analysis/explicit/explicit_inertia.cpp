@@ -20,11 +20,16 @@ bool find_diagonals(Job& job, const Freedoms& freedoms, SetUp& set_up) {
     const Mesh& mesh = job.mesh();
     const Elasticity elasticity = build_elasticity(job.model.materials, job.progress);
     job.progress.print("Set [K],[M]\n");
-    const NodeNeighbours neighbours = neighbours_of_nodes(mesh, freedoms.node_elements, job.progress);
-    job.progress.print("[K],[M] element num=%ld\n", print_pattern(neighbours, job.progress));
-    set_up.diagonals = matrix_diagonals(mesh, freedoms.node_elements, neighbours,
-                                        element_matrices(job, elasticity, nullptr, HexahedronForm::full),
-                                        freedoms.numbering.dof_map, job.threads(), job.progress);
+    if (job.progress.lines_wanted()) {
+        const NodeNeighbours neighbours = neighbours_of_nodes(mesh, freedoms.node_elements, job.progress);
+        job.progress.print("[K],[M] element num=%ld\n", print_pattern(neighbours, job.progress));
+    }
+    std::vector<PartMaterial> of_part;
+    for (const Part& part : job.model.parts)
+        of_part.push_back(
+            {moduli(elasticity, part.material_id), job.model.materials[part.material_id].density});
+    set_up.diagonals =
+        matrix_diagonals(mesh, of_part, freedoms.numbering.dof_map, job.threads(), job.progress);
     if (const std::int32_t bad = set_up.diagonals.bad_element; bad >= 0)
         return job.fail(RunStatus::failed, place_of_element(job, bad) +
                                                ": the Jacobian is not positive (flat or inverted element)");
