@@ -145,7 +145,8 @@ int main(int argc, char** argv) {
     std::vector<double> sizes{20'000, 200'000};
     if (argc > 3) sizes = {std::atof(argv[3])};
     const int only = argc > 4 ? std::atoi(argv[4]) : -1;
-    // the nodes' arrays: x, du, R, v twice, u and du in and out, factors, loads, the place at rest
+    // the nodes' rows: x, du in and R out; R, v, a factor in and v out; v, u, the place at rest in and u, du,
+    // x out
     const double node = 13 * 4 * 8, list = 4 + 2, energies = 4 * 8, material = 32;
     const double hexahedron = 768 + 8 * list + energies + material + node;
     const Trial works[] = {

@@ -51,13 +51,16 @@ std::vector<std::int32_t> wholly_fixed_nodes(std::span<const BoundaryCondition> 
 
 DofNumbering apply_boundary_conditions(std::span<const BoundaryCondition> records, const Mesh& mesh,
                                        const NodeElements& node_elements, const NodeConstraints& constraints,
-                                       std::int32_t& fn_free, Progress& progress) {
+                                       std::int32_t& fn_free, Progress& progress,
+                                       std::span<const std::int32_t> shown) {
     DofNumbering out;
+    const auto shown_as = [&](std::int32_t n) { return shown.empty() ? n : shown[n]; };
     const auto on_element = [&](std::int32_t n) { return node_elements.any(n); };
     progress.print("Boundary Condition\n");
     for (const BoundaryCondition& record : records) {
         print_selection(record, progress);
-        const auto nodes = select_nodes(record, mesh);
+        auto nodes = select_nodes(record, mesh);
+        std::ranges::sort(nodes, {}, shown_as);
         out.selected.push_back(
             static_cast<std::int32_t>(std::count_if(nodes.begin(), nodes.end(), on_element)));
         if (record.options.given) continue;
@@ -68,7 +71,8 @@ DofNumbering apply_boundary_conditions(std::span<const BoundaryCondition> record
     const std::int32_t fn = 3 * mesh.node_num();
     out.dof_map.assign(fn, 0);
     for (std::int32_t n : out.fixed_nodes) {
-        progress.print("%d:%d,%d,%d\r", n, 3 * n, 3 * n + 1, 3 * n + 2);
+        const std::int32_t k = shown_as(n);
+        progress.print("%d:%d,%d,%d\r", k, 3 * k, 3 * k + 1, 3 * k + 2);
         for (std::int32_t c = 0; c < 3; ++c) out.dof_map[3 * n + c] = -1;
     }
     progress.print("\n");

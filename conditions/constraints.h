@@ -32,9 +32,10 @@ std::vector<std::int32_t> wholly_fixed_nodes(std::span<const BoundaryCondition> 
 // Fixes all three degrees of freedom of every node that a record without options selects, and what the
 // constraints hold: they count degrees of freedom of q (constraint_map.h). fn_free comes in as 3·node_num and
 // falls by 3 for every entry of the list of whole nodes, repeats included; free_dofs.size() is the true
-// number.
+// number. shown: per node, the number that lines give it and by which lists are sorted; empty: its own.
 DofNumbering apply_boundary_conditions(std::span<const BoundaryCondition> records, const Mesh& mesh,
                                        const NodeElements& node_elements, const NodeConstraints& constraints,
-                                       std::int32_t& fn_free, Progress& progress);
+                                       std::int32_t& fn_free, Progress& progress,
+                                       std::span<const std::int32_t> shown = {});
 
 }  // namespace kestralum

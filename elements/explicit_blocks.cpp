@@ -21,8 +21,8 @@ std::uint64_t spread_bits(std::uint64_t v) {
     return (v | v << 2) & 0x1249249249249249;
 }
 
-// Elements by the place of their centres on a Z-order curve (Morton, 1966): neighbours in memory share nodes,
-// and a run of elements is a compact body with few nodes at its border.
+}  // namespace
+
 std::vector<std::int32_t> element_order(const Mesh& mesh) {
     const std::size_t per_element = mesh.node_per_element();
     const std::size_t elements = mesh.element_num();
@@ -53,6 +53,8 @@ std::vector<std::int32_t> element_order(const Mesh& mesh) {
                      [&](std::int32_t a, std::int32_t b) { return code[a] < code[b]; });
     return order;
 }
+
+namespace {
 
 // The law that all points take: the general one where a material or the heat wants it.
 PointLaw law_of(std::span<const Material> materials, const BlockOptions& options) {
@@ -143,11 +145,14 @@ void ElementBlocks::make_chunks(std::int32_t node_num, int elements) {
         Chunk& chunk = chunks_[c];
         chunk.first_node = std::ssize(chunk_nodes_);
         for (const bool own : {true, false}) {
+            const auto first = std::ssize(chunk_nodes_);
             of_chunk(c, [&](std::int32_t n, std::int64_t) {
                 if (place[n] >= 0 || (chunk_of[n] != several) != own) return;
-                place[n] = chunk.all++;
+                place[n] = 0;
                 chunk_nodes_.push_back(n);
             });
+            std::sort(chunk_nodes_.begin() + first, chunk_nodes_.end());
+            for (auto k = first; k < std::ssize(chunk_nodes_); ++k) place[chunk_nodes_[k]] = chunk.all++;
             if (own) chunk.own = chunk.all;
         }
         of_chunk(
@@ -258,9 +263,11 @@ bool ElementBlocks::sum_chunk(std::int64_t c, const double* x, const double* du,
     const std::int64_t first = c * chunk_blocks_, last = std::min(blocks_, first + chunk_blocks_);
     kernel_(arrays, first, last);
     const std::int32_t* nodes = chunk_nodes_.data() + chunk.first_node;
-    for (std::int32_t k = 0; k < chunk.own; ++k)
-        std::copy_n(sums.data() + 4 * static_cast<std::ptrdiff_t>(k), 3,
-                    R + 4 * static_cast<std::ptrdiff_t>(nodes[k]));
+    for (std::int32_t k = 0; k < chunk.own; ++k) {
+        const double* sum = sums.data() + 4 * static_cast<std::ptrdiff_t>(k);
+        double* force = R + 4 * static_cast<std::ptrdiff_t>(nodes[k]);
+        for (int i = 0; i < 4; ++i) force[i] = sum[i];
+    }
     std::copy(sums.data() + 4 * static_cast<std::ptrdiff_t>(chunk.own),
               sums.data() + 4 * static_cast<std::ptrdiff_t>(chunk.all),
               partial_.data() + 4 * (chunk.first_node + chunk.own));
@@ -273,10 +280,11 @@ void ElementBlocks::gather_borders(double* R, int threads) const {
     const auto nodes = std::ssize(border_nodes_);
 #pragma omp parallel for schedule(static) num_threads(threads) if (threads > 1)
     for (std::int64_t k = 0; k < nodes; ++k) {
-        double sum[3] = {0, 0, 0};
+        double sum[4] = {0, 0, 0, 0};
         for (std::int64_t j = border_start_[k]; j < border_start_[k + 1]; ++j)
-            for (std::size_t c = 0; c < 3; ++c) sum[c] += partial_[4 * border_[j] + c];
-        std::copy_n(sum, 3, R + 4 * static_cast<std::ptrdiff_t>(border_nodes_[k]));
+            for (std::size_t c = 0; c < 4; ++c) sum[c] += partial_[4 * border_[j] + c];
+        double* force = R + 4 * static_cast<std::ptrdiff_t>(border_nodes_[k]);
+        for (int i = 0; i < 4; ++i) force[i] = sum[i];
     }
     for (const std::int32_t n : empty_nodes_) std::fill_n(R + 4 * static_cast<std::ptrdiff_t>(n), 3, 0.0);
 }

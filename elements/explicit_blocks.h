@@ -46,10 +46,14 @@ struct BlockOptions {
     int chunk_elements = 512;                    // of a chunk: the sums at its nodes stay in the first cache
 };
 
+// Elements by the place of their centres on a Z-order curve (Morton, 1966): neighbours in memory share nodes,
+// and a run of elements is a compact body with few nodes at its border.
+std::vector<std::int32_t> element_order(const Mesh& mesh);
+
 class ElementBlocks {
 public:
-    // Elements are put in the order of a space-filling curve through their centres; the last block is filled
-    // up with copies whose forces and energies nobody gathers. All stresses start at 0.
+    // Elements are put in element_order(); the last block is filled up with copies whose forces and energies
+    // nobody gathers. All stresses start at 0.
     ElementBlocks(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials,
                   const BlockOptions& options);
 
@@ -81,6 +85,7 @@ public:
         archive(stress_, alpha_, energy_, back_, thermal_, thermal_step_, heat_);
     }
 
+    const KernelSet& kernels() const { return *set_; }
     const char* kernel_name() const { return set_->name; }
     std::size_t bytes() const;
 

@@ -47,6 +47,26 @@ using ForceKernel = void (*)(const KernelArrays& arrays, std::int64_t first, std
 enum class PointLaw { elastic, plastic, general };
 inline constexpr int point_laws = 3;
 
+// Rows of a run's nodes, node × 4 each: place at rest and reached (m), displacement and its last increment
+// (m), velocities before and after (m/s), constant, contact and internal forces (N), the factors of the
+// velocity update and the damping (N·s/m).
+struct NodeRows {
+    const double* X;
+    double *x, *u, *du;
+    const double* v;
+    double* v_new;
+    const double *F, *F_contact, *R, *a, *b, *damping;
+};
+
+// Take the nodes first <= n < last.
+// du = step · v, u += du, x = X + u; returns Σ u - u, which is 0 or not a number.
+using MoveKernel = double (*)(const NodeRows& rows, std::int64_t first, std::int64_t last, double step);
+// v_new of the equation of motion. power: of the damping before and after, W, added to; null without damping.
+using VelocityKernel = void (*)(const NodeRows& rows, std::int64_t first, std::int64_t last, double* power);
+
+// What acts at the nodes of a VelocityKernel.
+enum class NodeForces { internal, constant, contact };  // R; F - R; F + F_contact - R
+
 // One build of the kernels. `mean_dilatation`: hexahedra that average the volume change over their points
 // (Nagtegaal, Parks and Rice, Comput. Methods Appl. Mech. Eng. 4, 1974); `mean_once_yielded`: only those
 // where a point has yielded. `enhanced`: with the internal strains of enhanced_hexahedron.h.
@@ -57,6 +77,8 @@ struct KernelSet {
     ForceKernel mean_dilatation[point_laws];  // by PointLaw
     ForceKernel mean_once_yielded[2];         // plastic, general
     ForceKernel enhanced[point_laws];         // by PointLaw
+    MoveKernel move;
+    VelocityKernel velocities[3];  // by NodeForces
 };
 
 // The widest set that this processor runs; `widest` bounds the lanes (a test compares widths).

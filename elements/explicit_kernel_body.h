@@ -142,6 +142,61 @@ void tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) 
     }
 }
 
+// --- Nodes ----------------------------------------------------------------------------------------
+
+typedef double Row __attribute__((vector_size(32)));
+typedef double LooseRow __attribute__((vector_size(32), aligned(8), may_alias));
+KESTRALUM_INLINE Row row_at(const double* rows, std::ptrdiff_t at) {
+    return *reinterpret_cast<const LooseRow*>(rows + at);
+}
+KESTRALUM_INLINE void put_row(double* rows, std::ptrdiff_t at, Row row) {
+    *reinterpret_cast<LooseRow*>(rows + at) = row;
+}
+KESTRALUM_INLINE double sum_of(Row row) {
+    return row[0] + row[1] + row[2] + row[3];
+}
+
+double move_nodes(const NodeRows& r, std::int64_t first, std::int64_t last, double step) {
+    Row lost{};
+    for (std::ptrdiff_t at = 4 * first; at < 4 * last; at += 4) {
+        const Row du = step * row_at(r.v, at), u = row_at(r.u, at) + du;
+        put_row(r.du, at, du);
+        put_row(r.u, at, u);
+        put_row(r.x, at, row_at(r.X, at) + u);
+        lost += u - u;
+    }
+    return sum_of(lost);
+}
+
+template <NodeForces forces>
+KESTRALUM_INLINE Row force_at(const NodeRows& r, std::ptrdiff_t at) {
+    Row force = -row_at(r.R, at);
+    if constexpr (forces != NodeForces::internal) force += row_at(r.F, at);
+    if constexpr (forces == NodeForces::contact) force += row_at(r.F_contact, at);
+    return force;
+}
+
+// Without damping a is 1, or 0 where b is.
+template <NodeForces forces>
+void node_velocities(const NodeRows& r, std::int64_t first, std::int64_t last, double* power) {
+    Row before{}, after{};
+    for (std::ptrdiff_t at = 4 * first; at < 4 * last; at += 4) {
+        const Row v = row_at(r.v, at), b = row_at(r.b, at), gain = b * force_at<forces>(r, at);
+        if (!power) {
+            put_row(r.v_new, at, b == Row{} ? Row{} : v + gain);
+            continue;
+        }
+        const Row reached = row_at(r.a, at) * v + gain;
+        put_row(r.v_new, at, reached);
+        const Row force = 0.5 * row_at(r.damping, at) * (v + reached);
+        before += force * v;
+        after += force * reached;
+    }
+    if (!power) return;
+    power[0] += sum_of(before);
+    power[1] += sum_of(after);
+}
+
 }  // namespace
 
 const KernelSet kernels::KESTRALUM_KERNEL_SET{
@@ -154,6 +209,9 @@ const KernelSet kernels::KESTRALUM_KERNEL_SET{
      hexahedra_mean_dilatation<PointLaw::general, false>},
     {hexahedra_mean_dilatation<PointLaw::plastic, true>, hexahedra_mean_dilatation<PointLaw::general, true>},
     {hexahedra_enhanced<PointLaw::elastic>, hexahedra_enhanced<PointLaw::plastic>,
-     hexahedra_enhanced<PointLaw::general>}};
+     hexahedra_enhanced<PointLaw::general>},
+    move_nodes,
+    {node_velocities<NodeForces::internal>, node_velocities<NodeForces::constant>,
+     node_velocities<NodeForces::contact>}};
 
 }  // namespace kestralum

@@ -47,6 +47,15 @@ void count_up_to(std::int64_t n, Progress& progress) {
 
 }  // namespace
 
+void renumber_nodes(Mesh& mesh, std::span<const std::int32_t> new_number) {
+    for (std::vector<std::int32_t>* numbers : {&mesh.connectivity, &mesh.surface_facets})
+        for (std::int32_t& c : *numbers) c = new_number[node_index(c)] + 1;
+    std::vector<double> moved(mesh.coordinates.size());
+    for (std::size_t n = 0; n < new_number.size(); ++n)
+        std::copy_n(&mesh.coordinates[3 * n], 3, &moved[3 * std::size_t(new_number[n])]);
+    mesh.coordinates = std::move(moved);
+}
+
 std::vector<std::int32_t> reorder_nodes(Mesh& mesh, std::string_view method, Progress& progress) {
     progress.print("Reordering Node Numbers\n");
     const auto origin = sub_origin(mesh, method);
@@ -71,17 +80,8 @@ std::vector<std::int32_t> reorder_nodes(Mesh& mesh, std::string_view method, Pro
 
     std::vector<std::int32_t> new_number(nodes);
     for (std::size_t k = 0; k < nodes; ++k) new_number[order[k].node] = static_cast<std::int32_t>(k);
-    auto renumber = [&](std::vector<std::int32_t>& numbers) {
-        for (std::int32_t& c : numbers) c = new_number[node_index(c)] + 1;
-    };
-    renumber(mesh.connectivity);
-    renumber(mesh.surface_facets);
+    renumber_nodes(mesh, new_number);
     count_up_to(mesh.element_num(), progress);
-
-    std::vector<double> moved(mesh.coordinates.size());
-    for (std::size_t k = 0; k < nodes; ++k)
-        for (std::size_t c = 0; c < 3; ++c) moved[3 * k + c] = mesh.coordinates[3 * order[k].node + c];
-    mesh.coordinates = std::move(moved);
     count_up_to(mesh.node_num(), progress);
     progress.print("Complete Reordering Node Numbers\n");
     return new_number;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -14,6 +15,9 @@ namespace kestralum {
 // Band measure: the largest value over all elements of 3·(largest node - smallest node) + 3;
 // 0 without elements.
 std::int32_t measure_band(const Mesh& mesh);
+
+// Gives node n (0-based) the number new_number[n] in connectivity, surface facets and coordinates.
+void renumber_nodes(Mesh& mesh, std::span<const std::int32_t> new_number);
 
 // Renumbers the nodes in place: connectivity, surface facets and coordinates (node_n_dir is not
 // touched; it must be rebuilt). Methods: LX LY LZ sort along an axis, LMAX along the longest one

@@ -161,9 +161,16 @@ bool find_rigid_bodies(Job& job, Freedoms& freedoms) {
     return true;
 }
 
+void renumber_sets(Mesh& mesh, std::span<const std::int32_t> number) {
+    for (MeshSet& set : mesh.sets) {
+        for (std::int32_t& node : set.nodes) node = number[node];
+        std::ranges::sort(set.nodes);
+    }
+}
+
 }  // namespace
 
-bool make_run_mesh(Job& job, Renumbering how, Freedoms& freedoms) {
+bool order_run_mesh(Job& job, Renumbering how, Freedoms& freedoms) {
     job.clock.begin("order");
     Mesh& mesh = job.run.mesh;
     mesh = job.model.mesh;
@@ -179,14 +186,42 @@ bool make_run_mesh(Job& job, Renumbering how, Freedoms& freedoms) {
         freedoms.diag_num = measure_band(mesh);
     }
     if (!job.goes_on()) return false;
-    for (MeshSet& set : mesh.sets) {
-        for (std::int32_t& node : set.nodes) node = job.run.node_of[node];
-        std::ranges::sort(set.nodes);
-    }
+    renumber_sets(mesh, job.run.node_of);
     update_node_normals(mesh, &job.progress);
     job.run.force_node = resolve_force_points(mesh, job.model.forces);
-    freedoms.node_elements = elements_of_nodes(mesh);
+    return job.goes_on();
+}
+
+bool find_bodies(Job& job, Freedoms& freedoms) {
+    freedoms.node_elements = elements_of_nodes(job.mesh());
     return find_rigid_bodies(job, freedoms) && job.goes_on();
+}
+
+bool make_run_mesh(Job& job, Renumbering how, Freedoms& freedoms) {
+    return order_run_mesh(job, how, freedoms) && find_bodies(job, freedoms);
+}
+
+std::unique_ptr<StepMesh> renumbered(const Mesh& mesh, std::vector<std::int32_t> number) {
+    auto out = std::make_unique<StepMesh>(StepMesh{mesh, std::move(number), {}});
+    out->of_run.resize(out->number.size());
+    for (std::size_t n = 0; n < out->number.size(); ++n)
+        out->of_run[out->number[n]] = static_cast<std::int32_t>(n);
+    renumber_nodes(out->mesh, out->number);
+    renumber_sets(out->mesh, out->number);
+    for (std::size_t d = 0; d < out->mesh.node_n_dir.size(); ++d)
+        out->mesh.node_n_dir[3 * out->number[d / 3] + d % 3] = mesh.node_n_dir[d];
+    return out;
+}
+
+std::vector<double> of_run_nodes(const Job& job, std::span<const double> values) {
+    std::vector<double> out(values.begin(), values.end());
+    if (!job.steps) return out;
+    const std::vector<std::int32_t>& number = job.steps->number;
+    const std::size_t nodes = number.size(), group = 3 * nodes;
+    for (std::size_t first = 0; first < values.size(); first += group)
+        for (std::size_t n = 0; n < nodes; ++n)
+            std::copy_n(&values[first + 3 * std::size_t(number[n])], 3, &out[first + 3 * n]);
+    return out;
 }
 
 bool check_turning_bodies(Job& job, const RigidSystem& rigid) {
@@ -202,9 +237,9 @@ bool check_turning_bodies(Job& job, const RigidSystem& rigid) {
 
 void count_freedoms(Job& job, Freedoms& freedoms) {
     std::int32_t fn_free = job.mesh().dof_num();
-    freedoms.numbering =
-        apply_boundary_conditions(job.model.boundary_conditions, job.mesh(), freedoms.node_elements,
-                                  freedoms.constraints, fn_free, job.progress);
+    freedoms.numbering = apply_boundary_conditions(
+        job.model.boundary_conditions, job.mesh(), freedoms.node_elements, freedoms.constraints, fn_free,
+        job.progress, job.steps ? std::span(job.steps->of_run) : std::span<const std::int32_t>());
     const auto true_free = static_cast<std::int32_t>(freedoms.numbering.free_dofs.size());
     if (const std::int32_t repeated = freedoms.numbering.repeated_nodes(); repeated > 0) {
         const std::string line = formatted(
@@ -226,7 +261,7 @@ bool number_freedoms(Job& job, Freedoms& freedoms) {
 }
 
 void report_largest(Job& job, const Frame& frame) {
-    const Mesh& mesh = job.mesh();
+    const Mesh& mesh = job.run.mesh;
     const double* u = frame.mode_vec.data();
     const double* mises = frame.node_stress.data() + 4 * frame.mode_vec.size();
     NodeValue displacement, stress;

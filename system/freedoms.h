@@ -1,6 +1,10 @@
 // What can move: the run's numbering of the nodes, its supports, rigid bodies and degrees of freedom.
 #pragma once
 
+#include <memory>
+#include <span>
+#include <vector>
+
 #include "conditions/constraints.h"
 #include "conditions/rigid_bodies.h"
 #include "system/job.h"
@@ -28,6 +32,14 @@ std::string place_of_element(const Job& job, std::int32_t e);
 // no element.
 enum class Renumbering { by_settings, along_longest };
 bool make_run_mesh(Job& job, Renumbering how, Freedoms& freedoms);
+// Its two halves: the run's mesh, and what is found on job.mesh().
+bool order_run_mesh(Job& job, Renumbering how, Freedoms& freedoms);
+bool find_bodies(Job& job, Freedoms& freedoms);
+
+// The mesh with other numbers for its nodes (0-based, per node): connectivity, facets, sets, normals.
+std::unique_ptr<StepMesh> renumbered(const Mesh& mesh, std::vector<std::int32_t> number);
+// Nodal values, groups of 3 per node of job.mesh(), in the order of the run's nodes.
+std::vector<double> of_run_nodes(const Job& job, std::span<const double> values);
 
 // Refuses rigid bodies whose supports would not leave the same motions once they have turned: false with
 // status bad_input. For analyses with large rotations.

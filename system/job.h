@@ -3,6 +3,7 @@
 
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "model/run.h"
 #include "system/stage_clock.h"
@@ -13,6 +14,13 @@ namespace kestralum {
 void begin_run(Run& run, const Model& model, const Settings& settings, const RunOptions& options,
                AnalysisType type, const char* batch_word);
 
+// The run's mesh with its nodes in the order in which an analysis goes through them.
+struct StepMesh {
+    Mesh mesh;
+    std::vector<std::int32_t> number;  // per node of the run's mesh: its node here, 0-based
+    std::vector<std::int32_t> of_run;  // per node here: that of the run's mesh
+};
+
 struct Job {
     const Model& model;
     const Settings& settings;
@@ -20,9 +28,11 @@ struct Job {
     Progress& progress;
     Run& run;
     StageClock clock{run.report.stages, progress};
+    const StepMesh* steps = nullptr;  // null: run.mesh itself
 
     RunReport& report() { return run.report; }
-    const Mesh& mesh() const { return run.mesh; }
+    // What the analysis works on; node numbers and nodal values that leave it are those of run.mesh.
+    const Mesh& mesh() const { return steps ? steps->mesh : run.mesh; }
     HexahedronForm hexahedra() const { return hexahedron_form(model, options); }
     int threads() const { return settings.threads(); }
 

@@ -116,6 +116,9 @@ std::string add_dead(const Model& model, const Mesh& mesh, const Load& load, std
 bool add_forces(Job& job, const Freedoms& freedoms, std::span<const double> stiffness, LoadSet& out) {
     const Model& model = job.model;
     const LoadPlaces places{job.mesh(), freedoms.node_elements, freedoms.numbering, freedoms.constraints.map};
+    std::vector<std::int32_t> force_node = job.run.force_node;
+    for (std::int32_t& n : force_node)
+        if (job.steps && n > 0) n = job.steps->number[n - 1] + 1;
     std::vector<LoadedRecord> records(model.forces.size());
     std::vector<char> done(model.forces.size(), 0);
     for (std::size_t first = 0; first < done.size(); ++first) {
@@ -125,8 +128,7 @@ bool add_forces(Job& job, const Freedoms& freedoms, std::span<const double> stif
         for (std::size_t f = first; f < done.size(); ++f)
             chosen[f] = case_of(model.forces[f].options) == case_of(group.options) &&
                         model.forces[f].options.factor.text == group.options.factor.text;
-        LoadVector load =
-            build_loads(model.forces, job.run.force_node, places, stiffness, job.progress, chosen);
+        LoadVector load = build_loads(model.forces, force_node, places, stiffness, job.progress, chosen);
         for (std::size_t f = 0; f < done.size(); ++f) {
             if (!chosen[f]) continue;
             done[f] = 1;

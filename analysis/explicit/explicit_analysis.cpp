@@ -63,8 +63,8 @@ void fill_report(Job& job, const ExplicitState& s) {
             formatted("the energy is out of balance by %.1f %%: d_time is too large or the mesh too coarse",
                       100 * std::abs(out.drift)));
     const ExplicitTables& tables = job.model.explicit_tables;
-    const auto deepest = [](const DeepestPlace& at, std::string name) {
-        return Penetration{std::move(name), at.depth, at.node + 1, at.place, at.time};
+    const auto deepest = [&](const DeepestPlace& at, std::string name) {
+        return Penetration{std::move(name), at.depth, s.mesh->of_run[at.node] + 1, at.place, at.time};
     };
     if (s.walls && s.walls->deepest().node >= 0)
         out.deepest_wall = deepest(s.walls->deepest(), "wall " + tables.walls[s.walls->deepest().of].name);

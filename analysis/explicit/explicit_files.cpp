@@ -79,7 +79,7 @@ bool ExplicitFiles::go_on(Job& job, ExplicitState& state) {
     FramesReader reader;
     if (!reader.open(file, job.options.log_folder, job.progress)) return refuse(reader.trouble());
     const HistoryRows& rows = reader.head().run.history;
-    const bool own = reader.mesh_hash() == mesh_hash(job.mesh()) && rows.columns == state.history.columns;
+    const bool own = reader.mesh_hash() == mesh_hash(job.run.mesh) && rows.columns == state.history.columns;
     Results& results = job.run.results;
     results.clear();
     while (own && reader.frames() < saved.frames) {

@@ -21,7 +21,8 @@ bool find_diagonals(Job& job, const Freedoms& freedoms, SetUp& set_up) {
     const Elasticity elasticity = build_elasticity(job.model.materials, job.progress);
     job.progress.print("Set [K],[M]\n");
     if (job.progress.lines_wanted()) {
-        const NodeNeighbours neighbours = neighbours_of_nodes(mesh, freedoms.node_elements, job.progress);
+        const Mesh& shown = job.run.mesh;
+        const NodeNeighbours neighbours = neighbours_of_nodes(shown, elements_of_nodes(shown), job.progress);
         job.progress.print("[K],[M] element num=%ld\n", print_pattern(neighbours, job.progress));
     }
     std::vector<PartMaterial> of_part;
@@ -108,13 +109,15 @@ void find_damping(Job& job, const SetUp& set_up, ExplicitState& state) {
         job.progress.print(" Eliminate fix index Complete\n");
     }
     std::array<double, 3> sum{};
-    for (std::size_t i = 0; i < free.size(); ++i) {
-        const std::int32_t dof = free[i];
-        const double k = set_up.stiffness[dof], m = set_up.lumped[dof];
-        job.progress.print("diagM[%zu]:%.3e\r", i, m);
-        state.damping[4 * (dof / 3) + dof % 3] = 2 * std::sqrt(k * m) * job.model.control.c_alfa;
-        sum[dof % 3] += m;
-    }
+    std::size_t i = 0;
+    for (const std::int32_t n : job.steps->number)  // the lines follow the run's nodes
+        for (std::int32_t dof = 3 * n; dof < 3 * n + 3; ++dof) {
+            if (state.freedoms.numbering.dof_map[dof] < 0) continue;
+            const double k = set_up.stiffness[dof], m = set_up.lumped[dof];
+            job.progress.print("diagM[%zu]:%.3e\r", i++, m);
+            state.damping[4 * (dof / 3) + dof % 3] = 2 * std::sqrt(k * m) * job.model.control.c_alfa;
+            sum[dof % 3] += m;
+        }
     state.damped = job.model.control.c_alfa > 0;
     job.progress.print("\n");
     job.progress.print("Mass check\n");
@@ -152,6 +155,7 @@ bool set_loads(Job& job, const SetUp& set_up, ExplicitState& s) {
         s.F[4 * (d / 3) + d % 3] = constant[d];
         job.report().applied[d % 3] += job.run.load[d];
     }
+    job.run.load = of_run_nodes(job, job.run.load);
     const AnalysisControl& control = job.model.control;
     for (std::size_t k = std::max(control.gravity_axis, 0); k < s.F.size() && control.gravity_axis >= 0;
          k += 4) {

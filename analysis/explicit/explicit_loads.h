@@ -22,6 +22,7 @@ public:
     // What acts at all times, node × 4: before the first set().
     void keep_constant(const LineDoubles& F) { constant_ = F; }
     const LineDoubles& constant() const { return constant_; }
+    std::span<const std::int32_t> touched() const { return touched_; }
 
     // F at a time with the displacements u (node × 4, m); no memory is taken. False where a load has no
     // finite value.
@@ -47,7 +48,7 @@ private:
     const Job& job_;
     std::vector<Group> groups_;
     std::vector<Surface> surface_;
-    std::vector<std::int32_t> touched_;  // places that change
+    std::vector<std::int32_t> touched_;  // places (4 node + direction) that change
     LineDoubles constant_;
     std::vector<double> u_, nodal_;  // dof_num, where surface loads act
     std::string trouble_;

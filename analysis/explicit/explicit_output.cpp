@@ -139,9 +139,11 @@ void begin_history(const Job& job, ExplicitState& s) {
     if (s.supports)
         for (const BoundaryCondition& support : job.model.boundary_conditions)
             add_vector(columns, "support_" + heading(support.name));
+    const Mesh& mesh = job.run.mesh;
+    const NodeElements around = job.options.probes.empty() ? NodeElements{} : elements_of_nodes(mesh);
     for (const auto& place : job.options.probes) {
-        const std::int32_t n = nearest_node(job.mesh(), s.freedoms.node_elements, place);
-        s.probes.push_back(n);
+        const std::int32_t n = nearest_node(mesh, around, place);
+        s.probes.push_back(s.mesh->number[n]);
         const std::string name = "node" + std::to_string(n + 1);
         for (const char* what : {"_u", "_v", "_a"}) add_vector(columns, name + what);
     }
@@ -194,13 +196,15 @@ void store_frame(Job& job, ExplicitState& s) {
                   s.energies.kinetic, s.energies.internal, s.energies.plastic, s.drift));
     const auto frame = std::make_shared<Frame>(job.mesh().dof_num());
     frame->n_freq = s.time();
-    std::vector<double>& u = frame->mode_vec;
+    std::vector<double> u(frame->mode_vec.size()), values(frame->node_stress.size());
     for (std::size_t d = 0; d < u.size(); ++d) u[d] = s.u[4 * (d / 3) + d % 3];
     s.blocks->copy_stresses(s.points.stress, s.plastic_strain);
     logarithmic_strains(job.mesh(), u, s.team, s.points);
     SilentProgress silent;  // a frame is whole, whatever is asked meanwhile
-    mean_stress_strain(job.mesh(), s.freedoms.node_elements, s.points, s.plastic_strain, s.team,
-                       frame->node_stress, silent);
+    mean_stress_strain(job.mesh(), s.freedoms.node_elements, s.points, s.plastic_strain, s.team, values,
+                       silent);
+    frame->mode_vec = of_run_nodes(job, u);
+    frame->node_stress = of_run_nodes(job, values);
     job.run.results.push_back(frame);
 }
 

@@ -174,6 +174,19 @@ void report_closed(Job& job, const ExplicitState& s) {
     if (s.contacts) say_where(s.contacts->touching(), "the surface of a contact pair");
 }
 
+// Nodes in the order in which the blocks' elements come upon them: a chunk's rows lie together in memory.
+std::vector<std::int32_t> order_of_use(const Mesh& mesh) {
+    std::vector<std::int32_t> number(mesh.node_num(), -1);
+    std::int32_t next = 0;
+    const auto take = [&](std::size_t node) {
+        if (number[node] < 0) number[node] = next++;
+    };
+    for (const std::int32_t e : element_order(mesh))
+        for (const std::int32_t n : mesh.element(e)) take(node_index(n));
+    for (std::size_t n = 0; n < number.size(); ++n) take(n);  // of no element
+    return number;
+}
+
 }  // namespace
 
 void remark(Job& job, std::string line) {
@@ -193,9 +206,11 @@ void bound_steps(const Job& job, const SetUp& set_up, ExplicitState& s) {
 bool set_up_explicit(Job& job, ExplicitState& s) {
     s.start = std::chrono::steady_clock::now();
     SetUp set_up;
-    if (!check_input(job) || !has_sets(job) || !make_run_mesh(job, Renumbering::along_longest, s.freedoms) ||
-        !check_turning_bodies(job, s.freedoms.rigid))
+    if (!check_input(job) || !has_sets(job) || !order_run_mesh(job, Renumbering::along_longest, s.freedoms))
         return false;
+    s.mesh = renumbered(job.run.mesh, order_of_use(job.run.mesh));
+    job.steps = s.mesh.get();
+    if (!find_bodies(job, s.freedoms) || !check_turning_bodies(job, s.freedoms.rigid)) return false;
     const Mesh& mesh = job.mesh();
     s.threads = job.threads();
     s.team = mesh.node_num() < smallest_team ? 1 : s.threads;
@@ -218,6 +233,7 @@ bool set_up_explicit(Job& job, ExplicitState& s) {
     set_up = {};
     job.clock.end();
     begin_history(job, s);
+    begin_sweep(s);
     const bool found = find_forces(s);
     if (!s.trouble.empty()) return job.fail(RunStatus::bad_input, "at the start: " + s.trouble);
     if (!found)

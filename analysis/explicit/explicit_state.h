@@ -20,6 +20,7 @@
 #include "analysis/explicit/explicit_loads.h"
 #include "analysis/explicit/explicit_rigid.h"
 #include "analysis/explicit/explicit_supports.h"
+#include "analysis/explicit/explicit_sweep.h"
 #include "analysis/explicit/explicit_walls.h"
 #include "elements/explicit_blocks.h"
 #include "elements/stable_step.h"
@@ -76,6 +77,7 @@ struct ExplicitState {
     std::vector<std::uint8_t> supported;  // node × 4: held at 0 by a support (or on no element), not driven
     bool damped = false;
 
+    std::unique_ptr<StepMesh> mesh;  // whose nodes the arrays follow
     std::optional<ElementBlocks> blocks;
     std::optional<WallSet> walls;
     std::optional<ContactSet> contacts;
@@ -89,8 +91,8 @@ struct ExplicitState {
     std::string trouble;  // not empty: what had no value in the last step
     std::optional<ExplicitBodies> bodies;
     std::vector<DrivenMembers> driven_members;  // one per record and body
-    LineDoubles acting;           // node × 4: loads and contacts less internal forces, at members
-    std::vector<double> partial;  // sums of the sweeps' chunks
+    LineDoubles acting;  // node × 4: loads and contacts less internal forces, at members
+    NodeSweep sweep;
 
     Work damping_work, wall_work, contact_work, support_work, rigid_work, load_work;
     double start_energy = 0, largest_energy = 0, drift = 0, largest_drift = 0;

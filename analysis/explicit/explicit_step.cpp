@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "analysis/explicit/explicit_state.h"
+#include "analysis/explicit/explicit_sweep.h"
 #include "elements/element_type.h"
 #include "model/format.h"
 
@@ -9,12 +10,7 @@ namespace kestralum {
 
 namespace {
 
-constexpr std::int64_t chunk_nodes = 1024;  // one partial sum each, whatever the number of threads
 constexpr std::int64_t steps_per_check = 100;
-
-std::int64_t chunks_of(const ExplicitState& s) {
-    return (static_cast<std::int64_t>(s.u.size() / 4) + chunk_nodes - 1) / chunk_nodes;
-}
 
 // Nodes with axes of their own and tied ones have no factors in the sweep; walls and contact press on them
 // all the same, only friction does not change their velocities.
@@ -22,32 +18,6 @@ ContactArrays contact_arrays(ExplicitState& s, bool rubbing = false) {
     const LineDoubles &mass = s.contact_mass.empty() ? s.mass : s.contact_mass,
                       &b = s.contact_b.empty() || rubbing ? s.b : s.contact_b;
     return {s.x.data(), s.v.data(), mass.data(), b.data(), s.F_contact.data()};
-}
-
-// v_{n+½} of the degrees of freedom that the equations of motion rule; the others get 0. Returns the
-// work of damping in the half steps before and after t_n.
-std::array<double, 2> update_velocities(ExplicitState& s) {
-    const std::int64_t chunks = chunks_of(s), nodes = static_cast<std::int64_t>(s.u.size() / 4);
-    s.partial.resize(2 * chunks);
-    const double half[2] = {0.5 * s.before, 0.5 * s.after};
-#pragma omp parallel for schedule(dynamic, 2) num_threads(s.team) if (s.team > 1)
-    for (std::int64_t c = 0; c < chunks; ++c) {
-        const std::size_t first = 4 * c * chunk_nodes, last = 4 * std::min(nodes, (c + 1) * chunk_nodes);
-        for (std::size_t k = first; k < last; ++k)
-            s.v_new[k] = s.a[k] * s.v[k] + s.b[k] * (s.F[k] + s.F_contact[k] - s.R[k]);
-        double before = 0, after = 0;
-        if (s.damped)
-            for (std::size_t k = first; k < last; ++k) {
-                const double force = 0.5 * s.damping[k] * (s.v[k] + s.v_new[k]);
-                before += force * s.v[k];
-                after += force * s.v_new[k];
-            }
-        s.partial[2 * c] = half[0] * before;
-        s.partial[2 * c + 1] = half[1] * after;
-    }
-    std::array<double, 2> work{};
-    for (std::size_t c = 0; c < s.partial.size(); ++c) work[c % 2] += s.partial[c];
-    return work;
 }
 
 std::string velocity_without_value(const std::string& record, const TimeExpression& velocity, double value,
@@ -75,26 +45,6 @@ std::array<double, 2> drive(const Job& job, ExplicitState& s) {
         }
     }
     return power;
-}
-
-// u_{n+1} and x_{n+1}; false when some displacement is not a finite number.
-bool move(ExplicitState& s) {
-    const std::int64_t chunks = chunks_of(s), nodes = static_cast<std::int64_t>(s.u.size() / 4);
-    int lost = 0;
-#pragma omp parallel for schedule(dynamic, 2) num_threads(s.team) if (s.team > 1) reduction(| : lost)
-    for (std::int64_t c = 0; c < chunks; ++c) {
-        const std::size_t first = 4 * c * chunk_nodes, last = 4 * std::min(nodes, (c + 1) * chunk_nodes);
-        double sum = 0;  // of u - u: 0, or not a number
-        for (std::size_t k = first; k < last; ++k) {
-            s.du[k] = s.after * s.v_new[k];
-            s.u[k] += s.du[k];
-            s.x[k] = s.X[k] + s.u[k];
-            sum += s.u[k] - s.u[k];
-        }
-        lost |= !(sum == 0);
-    }
-    s.v.swap(s.v_new);
-    return lost == 0;
 }
 
 std::string part_of(const Job& job, std::int32_t e) {
@@ -254,7 +204,7 @@ void explicit_step(Job& job, ExplicitState& s) {
     if (!s.velocities_known) find_velocities(job, s);
     s.velocities_known = false;
     if (!s.trouble.empty()) return stop(job, s, formatted("step %ld: ", step) + s.trouble);
-    const bool finite = move(s);
+    const bool finite = move_nodes(s);
     if (s.bodies) {
         s.bodies->arrive(s.u, s.du, s.x, s.X);
         s.bodies->print_velocities(job.progress);

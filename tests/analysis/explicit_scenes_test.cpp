@@ -36,10 +36,10 @@ protected:
     }
     Vec3 momentum_of(std::size_t part) const {
         Vec3 sum{};
-        std::vector<char> on(result.mesh.node_num(), 0);
-        for (std::size_t k = 0; k < result.mesh.connectivity.size(); ++k)
-            if (result.mesh.p_ele_part_id[k / 8] == static_cast<std::int32_t>(part))
-                on[node_index(result.mesh.connectivity[k])] = 1;
+        std::vector<char> on(job->mesh().node_num(), 0);
+        for (std::size_t k = 0; k < job->mesh().connectivity.size(); ++k)
+            if (job->mesh().p_ele_part_id[k / 8] == static_cast<std::int32_t>(part))
+                on[node_index(job->mesh().connectivity[k])] = 1;
         for (std::size_t n = 0; n < on.size(); ++n)
             for (std::size_t c = 0; c < 3 && on[n]; ++c) sum[c] += state->mass[4 * n] * state->v[4 * n + c];
         return sum;
@@ -71,7 +71,9 @@ protected:
         }
         return deepest;
     }
-    std::size_t place_of_node(std::size_t of_model) const { return std::size_t(result.node_of[of_model]); }
+    std::size_t place_of_node(std::size_t of_model) const {
+        return std::size_t(state->mesh->number[result.node_of[of_model]]);
+    }
 };
 
 // A clip of two arms of sheet, one element of 1 mm thick and 10 mm long, 4 mm apart: what lies behind a sheet

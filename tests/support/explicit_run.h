@@ -71,6 +71,10 @@ protected:
             ASSERT_NEAR(history(r, column), history(0, column), tolerance) << column << " in row " << r;
     }
     double last(const std::string& column) const { return history(rows() - 1, column); }
+    // The node as the state's rows count it.
+    std::size_t node_at(double x, double y, double z) const {
+        return state->mesh->number[AnalysisTest::node_at(x, y, z)];
+    }
     double u(std::size_t node, std::size_t axis) const { return state->u[4 * node + axis]; }
 
     std::unique_ptr<ExplicitState> state;
