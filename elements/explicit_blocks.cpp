@@ -213,6 +213,35 @@ void ElementBlocks::set_thermal(std::span<const double> strain, int threads) {
     }
 }
 
+void ElementBlocks::set_viscosity(std::span<const double> linear, std::span<const double> quadratic) {
+    const std::size_t W = lanes_, slots = least_.size();
+    if (viscous_.empty()) {
+        viscous_.resize(2 * slots);
+        viscous_pressure_.assign(nodes_per_element_ == 10 ? 4 * slots : slots, 0.0);
+        viscous_work_.assign(slots, 0.0);
+        viscous_rate_.assign(slots, 0.0);
+    }
+    for (std::size_t slot = 0; slot < slots; ++slot) {
+        const std::size_t e = order_[std::min(slot, order_.size() - 1)], at = slot / W * 2 * W + slot % W;
+        viscous_[at] = linear[e];
+        viscous_[at + W] = quadratic[e];
+    }
+}
+
+double ElementBlocks::viscous_energy() const {
+    double sum = 0;
+    for (std::size_t slot = 0; slot < order_.size() && !viscous_work_.empty(); ++slot)
+        sum += viscous_work_[slot];
+    return sum;
+}
+
+double ElementBlocks::largest_compression(std::span<const double> weight) const {
+    double largest = 0;
+    for (std::size_t slot = 0; slot < order_.size() && !viscous_rate_.empty(); ++slot)
+        largest = std::max(largest, weight[order_[slot]] * viscous_rate_[slot]);
+    return largest;
+}
+
 namespace {
 
 // Waves fade ahead of their front into subnormal numbers, which processors compute slowly: here they are 0.
@@ -257,6 +286,11 @@ bool ElementBlocks::sum_chunk(std::int64_t c, const double* x, const double* du,
                       segments_.data()};
     const std::int64_t first = c * chunk_blocks_, last = std::min(blocks_, first + chunk_blocks_);
     kernel_(arrays, first, last);
+    if (!viscous_.empty()) {
+        arrays.viscous = {viscous_.data(), viscous_pressure_.data(), viscous_work_.data(),
+                          viscous_rate_.data(), per_step_};
+        set_->viscosity[nodes_per_element_ == 8 ? 0 : nodes_per_element_ == 4 ? 1 : 2](arrays, first, last);
+    }
     const std::int32_t* nodes = chunk_nodes_.data() + chunk.first_node;
     for (std::int32_t k = 0; k < chunk.own; ++k)
         std::copy_n(sums.data() + 4 * static_cast<std::ptrdiff_t>(k), 3,
@@ -352,7 +386,8 @@ std::size_t ElementBlocks::bytes() const {
            places_.size() * sizeof(std::uint16_t) + chunks_.size() * sizeof(Chunk) +
            (border_start_.size() + border_.size()) * sizeof(std::int64_t) +
            (material_.size() + stress_.size() + alpha_.size() + partial_.size() + energy_.size() +
-            least_.size() + kinematic_.size() + back_.size() + 2 * thermal_.size() + heat_.size()) *
+            least_.size() + kinematic_.size() + back_.size() + 2 * thermal_.size() + heat_.size() +
+            viscous_.size() + viscous_pressure_.size() + viscous_work_.size() + viscous_rate_.size()) *
                sizeof(double);
 }
 

@@ -63,6 +63,14 @@ public:
     // there. With `heated` only.
     void set_thermal(std::span<const double> strain, int threads);
 
+    // Bulk viscosity of the next evaluate(), per element: ρ c b1 l (Pa·s) and ρ (b2 l)² (Pa·s^2).
+    void set_viscosity(std::span<const double> linear, std::span<const double> quadratic);
+    // The step that leads to the next evaluate(), s, for bulk viscosity; 0: none does.
+    void set_step(double step) { per_step_ = step > 0 ? 1 / step : 0; }
+    double viscous_energy() const;  // dissipated so far, J
+    // The largest of weight × fastest compression (1/s) in the last evaluate(); weight: per element.
+    double largest_compression(std::span<const double> weight) const;
+
     // Work done on the points so far and its plastic part, J: on the strains less the thermal ones, whose
     // work is -∫ σ:dε_thermal.
     double internal_energy() const { return energy(0) + heat_work(); }
@@ -79,6 +87,7 @@ public:
     template <typename Archive>
     void serialize(Archive& archive) {
         archive(stress_, alpha_, energy_, back_, thermal_, thermal_step_, heat_);
+        if (!viscous_.empty()) archive(viscous_, viscous_pressure_, viscous_work_, viscous_rate_);
     }
 
     const char* kernel_name() const { return set_->name; }
@@ -108,6 +117,9 @@ private:
     std::vector<PlasticMaterial> laws_;  // of the model's materials
     std::vector<const HardeningSegment*> segments_;
     LineDoubles kinematic_, back_, thermal_, thermal_step_, heat_;
+    // of bulk viscosity; empty: none acts
+    LineDoubles viscous_, viscous_pressure_, viscous_work_, viscous_rate_;
+    double per_step_ = 0;
     std::int64_t chunk_blocks_ = 1;
     std::vector<Chunk> chunks_;
     std::vector<std::int32_t> chunk_nodes_;  // 0-based

@@ -5,6 +5,7 @@
 #include "elements/explicit_hexahedra.h"
 #include "elements/explicit_kernel.h"
 #include "elements/explicit_points.h"
+#include "elements/explicit_viscous.h"
 
 namespace kestralum {
 namespace {
@@ -110,6 +111,40 @@ void tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) 
     }
 }
 
+void viscous_tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) {
+    constexpr double weight = 1.0 / 24.0;
+    for (std::int64_t b = first; b < last; ++b) {
+        Vec3 x[10], u[10], f[10];
+        const std::int32_t* nodes = k.nodes + 10 * W * b;
+        for (int i = 0; i < 10; ++i) {
+            gather(k.x, nodes + W * i, x[i].c[0], x[i].c[1], x[i].c[2]);
+            gather(k.du, nodes + W * i, u[i].c[0], u[i].c[1], u[i].c[2]);
+        }
+        Viscous v;
+        begin(k.viscous, b, v);
+#pragma GCC unroll 1
+        for (int p = 0; p < 4; ++p) {
+            Vec3 g[3], U[3], cof[3];
+            const double(*d)[3] = tetra_table.d[p];
+            for (int i = 0; i < 10; ++i)
+                for (int a = 0; a < 3; ++a)
+                    for (int r = 0; r < 3; ++r) {
+                        g[a].c[r] += d[i][a] * x[i].c[r];
+                        U[a].c[r] += d[i][a] * u[i].c[r];
+                    }
+            Vec now, former;
+            find_volumes(g, U, cof, now, former);
+            const Vec q = weight * viscous_pressure(k.viscous, 4 * b + p, weight * now, weight * former, v);
+            for (int i = 0; i < 10; ++i)
+                for (int r = 0; r < 3; ++r)
+                    f[i].c[r] -= q * (d[i][0] * cof[0].c[r] + d[i][1] * cof[1].c[r] + d[i][2] * cof[2].c[r]);
+        }
+        for (int i = 0; i < 10; ++i)
+            scatter_add(f[i].c[0], f[i].c[1], f[i].c[2], k.places + W * (10 * b + i), k.sums);
+        finish(k.viscous, b, v);
+    }
+}
+
 }  // namespace
 
 const KernelSet kernels::KESTRALUM_KERNEL_SET{
@@ -122,6 +157,7 @@ const KernelSet kernels::KESTRALUM_KERNEL_SET{
      hexahedra_mean_dilatation<PointLaw::general, false>},
     {hexahedra_mean_dilatation<PointLaw::plastic, true>, hexahedra_mean_dilatation<PointLaw::general, true>},
     {hexahedra_enhanced<PointLaw::elastic>, hexahedra_enhanced<PointLaw::plastic>,
-     hexahedra_enhanced<PointLaw::general>}};
+     hexahedra_enhanced<PointLaw::general>},
+    {viscous_hexahedra, viscous_tetrahedra4, viscous_tetrahedra10}};
 
 }  // namespace kestralum

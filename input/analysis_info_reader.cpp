@@ -105,6 +105,16 @@ private:
             key, control_.scaled_step, "  scaled_step=%.3e\n", [](double v) { return v >= 0; },
             "a step of at least 0 s");
     }
+    void linear_viscosity(std::string_view key) {
+        read_viscosity(key, control_.linear_viscosity, "  linear_viscosity=%.3e\n");
+    }
+    void quadratic_viscosity(std::string_view key) {
+        read_viscosity(key, control_.quadratic_viscosity, "  quadratic_viscosity=%.3e\n");
+    }
+    void read_viscosity(std::string_view key, double& place, const char* echo) {
+        read_number(
+            key, place, echo, [](double v) { return v >= 0; }, "a coefficient of at least 0");
+    }
     void output_time(std::string_view key) {
         read_number(
             key, control_.output_time, "  output_time=%.3e\n", [](double v) { return v > 0; },
@@ -230,6 +240,8 @@ const ControlFile::Row ControlFile::rows[] = {
     {"step_share", &ControlFile::step_share},
     {"output_time", &ControlFile::output_time},
     {"scaled_step", &ControlFile::scaled_step},
+    {"linear_viscosity", &ControlFile::linear_viscosity},
+    {"quadratic_viscosity", &ControlFile::quadratic_viscosity},
     {"NL_HALVING", &ControlFile::nl_halving},
     {"LOAD_FACTORS", &ControlFile::load_factors},
     {"LOAD_FACTOR_EXPR", &ControlFile::load_factor_expr},

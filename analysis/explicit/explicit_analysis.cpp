@@ -57,6 +57,7 @@ void fill_report(Job& job, const ExplicitState& s) {
     out.kernel = s.blocks ? s.blocks->kernel_name() : "";
     out.time = s.time();
     out.energies = s.energies;
+    out.viscous = s.viscosity.has_value();
     out.drift = s.largest_drift;
     if (std::abs(out.drift) > largest_drift && !s.diverged)
         job.note(

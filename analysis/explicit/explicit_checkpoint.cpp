@@ -33,6 +33,8 @@ public:
     void add(const AnalysisControl& c) {
         to_(c.d_time, c.auto_step, c.step_share, c.output_time, c.scaled_step, c.end_time, c.output_frequency,
             c.c_alfa, c.gravity_axis, c.gravity_sign, c.plastic, c.element_contact);
+        if (c.linear_viscosity > 0 || c.quadratic_viscosity > 0)
+            to_(c.linear_viscosity, c.quadratic_viscosity);
     }
     void add(const RigidWall& w) {
         to_(w.name, w.kind, w.axis, w.side, w.radius, w.stiffness, w.friction, w.damping, w.box, w.set_name);

@@ -72,11 +72,12 @@ void balance(ExplicitState& s) {
     if (!s.springs.empty()) e.internal += s.springs.energy(s.u.data());
     e.plastic = s.blocks->plastic_energy();
     e.damping = s.damping_work.at;
+    e.viscous = s.blocks->viscous_energy();
     e.wall = s.wall_work.at;
     e.contact = s.contact_work.at;
     e.support = s.support_work.at;
     if (s.step == 0) s.start_energy = e.total();
-    for (double part : {e.kinetic, e.internal, e.damping, std::abs(e.wall), std::abs(e.contact),
+    for (double part : {e.kinetic, e.internal, e.damping, e.viscous, std::abs(e.wall), std::abs(e.contact),
                         std::abs(e.external), std::abs(e.support)})
         s.largest_energy = std::max(s.largest_energy, part);
     s.drift = s.largest_energy > 0 ? (e.total() - s.start_energy) / s.largest_energy : 0.0;
@@ -108,6 +109,7 @@ void add_row(ExplicitState& s) {
     for (std::size_t k = 0; s.walls && k < s.walls->size(); ++k) row.push_back(s.walls->peaks.take(k));
     for (std::size_t k = 0; s.contacts && k < s.contacts->size(); ++k)
         row.push_back(s.contacts->peaks.take(k));
+    if (s.viscosity) row.push_back(e.viscous);
 }
 
 }  // namespace
@@ -151,6 +153,7 @@ void begin_history(const Job& job, ExplicitState& s) {
     if (s.contacts)
         for (const ContactPair& pair : job.model.explicit_tables.contacts)
             columns.push_back("contact_" + heading(pair.name) + "_peak");
+    if (s.viscosity) columns.push_back("viscous");
     s.history.values.clear();
 }
 

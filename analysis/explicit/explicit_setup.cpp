@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "analysis/explicit/explicit_setup.h"
 #include "model/format.h"
@@ -39,9 +40,17 @@ bool check_input(Job& job) {
         return refuse(formatted("end_time = %g: the end time must not be negative", c.end_time));
     if (c.auto_step && !(c.step_share > 0 && c.step_share <= 1))
         return refuse(formatted("step_share = %g: above 0 and at most 1 is expected", c.step_share));
+    for (const auto& [name, value] : {std::pair{"linear_viscosity", c.linear_viscosity},
+                                      std::pair{"quadratic_viscosity", c.quadratic_viscosity}})
+        if (!(value >= 0) || !std::isfinite(value))
+            return refuse(formatted("%s = %g: the viscosity must not be negative", name, value));
     if (!(c.c_alfa >= 0) || !std::isfinite(c.c_alfa))
         return refuse(formatted("C_alfa = %g: the damping must not be negative", c.c_alfa));
     return true;
+}
+
+bool has_viscosity(const Job& job) {
+    return job.model.control.linear_viscosity > 0 || job.model.control.quadratic_viscosity > 0;
 }
 
 // The surface for contact, when it is on; what keeps a pair from acting is said.
@@ -103,6 +112,12 @@ bool choose_step(Job& job, const SetUp& set_up, ExplicitState& s) {
         s.step_factor = 1 / spread;
         job.progress.print("Stable time step=%.3e[s] with the springs of supports and the ties\n",
                            s.stable_step);
+    }
+    if (has_viscosity(job)) {
+        s.viscosity.emplace(job.model, job.mesh(), s.freedoms.rigid.elements_inside(job.mesh()));
+        s.stable_step *= s.viscosity->share_at_rest();
+        s.step_factor *= s.viscosity->share_at_rest();
+        job.progress.print("Stable time step=%.3e[s] with the bulk viscosity\n", s.stable_step);
     }
     if (job.model.control.auto_step) return begin_adaptive(job, s);
     s.d_time = job.model.control.d_time > 0 ? job.model.control.d_time : 0.9 * s.stable_step;

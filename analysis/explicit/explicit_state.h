@@ -20,6 +20,7 @@
 #include "analysis/explicit/explicit_loads.h"
 #include "analysis/explicit/explicit_rigid.h"
 #include "analysis/explicit/explicit_supports.h"
+#include "analysis/explicit/explicit_viscosity.h"
 #include "analysis/explicit/explicit_walls.h"
 #include "elements/explicit_blocks.h"
 #include "elements/stable_step.h"
@@ -77,6 +78,7 @@ struct ExplicitState {
     bool damped = false;
 
     std::optional<ElementBlocks> blocks;
+    std::optional<BulkViscosity> viscosity;
     std::optional<WallSet> walls;
     std::optional<ContactSet> contacts;
     std::vector<std::int32_t> contact_nodes;  // where F_contact can be other than 0
@@ -118,6 +120,7 @@ struct ExplicitState {
         archive(step, velocities_known, before, after, mean, adaptive, time_num, a, b, contact_b, x, u, du, v,
                 v_new, R, F, F_contact);
         archive(*blocks);
+        if (viscosity) archive(*viscosity, energies.viscous);
         if (walls) archive(*walls);
         if (contacts) archive(*contacts);
         if (supports) archive(*supports);

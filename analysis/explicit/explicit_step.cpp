@@ -130,8 +130,10 @@ void stop(Job& job, ExplicitState& s, std::string why) {
 void check_shapes(Job& job, ExplicitState& s) {
     if (s.adaptive.on || s.step_warned || s.step < s.next_check) return;
     s.next_check = s.step + steps_per_check;
-    const StableStep worst = s.bound->worst_above(s.x.data(), s.d_time, s.team);
+    const double share = s.viscosity ? s.viscosity->share_now(*s.blocks) : 1;
+    StableStep worst = s.bound->worst_above(s.x.data(), s.d_time / share, s.team);
     if (worst.element < 0) return;
+    worst.step *= share;
     s.step_warned = true;
     std::string line = formatted(
         "step %ld: d_time = %.3e s passes the stable step of %.3e s of element %d, part %s, in its present "
@@ -202,6 +204,10 @@ void set_step(ExplicitState& s, double before, double after) {
 bool find_forces(ExplicitState& s) {
     const double time = s.time();
     if (s.heat && !s.heat->set(time, s.team, *s.blocks)) s.trouble = s.heat->trouble();
+    if (s.viscosity) {
+        s.viscosity->follow(s.step, s.x.data(), *s.bound, s.team, *s.blocks);
+        s.blocks->set_step(s.step > 0 ? s.before : 0);
+    }
     const bool sound = s.blocks->evaluate(s.x.data(), s.du.data(), s.R.data(), s.team);
     s.springs.add_forces(s.u.data(), s.R.data());
     if (s.loads && !s.loads->set(time, s.u.data(), s.F.data())) s.trouble = s.loads->trouble();

@@ -126,6 +126,8 @@ TEST_F(ExplicitRestart, GoesOnWithContactsWallsAndRigidBodies) {
     // steps of changing lengths
     expect_same_bytes_with_stops(bodies, "d_time auto output_time 23e-6 C_alfa 0.001 " + control,
                                  {7, 20, 31});
+    expect_same_bytes_with_stops(bodies, "linear_viscosity 0.1 quadratic_viscosity 1.2 " + control, {5, 13});
+    EXPECT_GT(result.report.dynamics.energies.viscous, 0);
 }
 
 // More nodes than one thread steps alone.
