@@ -40,6 +40,9 @@ public:
     // for congruent ones' rounding), 1/s²; 0 of those that do not count.
     std::vector<double> estimates_at(const double* x, int threads) const;
 
+    // The element does not count from here on; undeformed() stays.
+    void leave_out(std::int32_t element) { ratio_[element] = 0; }
+
     // The undeformed mesh. Congruent elements are computed once.
     const StableStep& undeformed() const { return undeformed_; }
 

@@ -307,7 +307,7 @@ void ControlFile::load_factor_expr(std::string_view key) {
 }
 
 void ControlFile::material_extra_info(std::string_view key) {
-    static constexpr std::string_view keys[] = {"table=", "kinematic=", "shear="};
+    static constexpr std::string_view keys[] = {"table=", "kinematic=", "shear=", "erode="};
     const TableSection table = section(key);
     const auto records = records_with_options(
         std::string(key), table.tokens, table.closing, keys, [](auto) { return std::size_t{4}; }, remarks_);
@@ -326,6 +326,8 @@ void ControlFile::read_constants(const OptionRecord& record) {
     const auto table = read_hardening_table(options);
     const double kinematic = options.number(
         "kinematic=", 0, [](double v) { return v >= 0; }, "a kinematic hardening modulus of at least 0 Pa");
+    const double erode = options.number(
+        "erode=", 0, [](double v) { return v > 0; }, "a plastic strain above 0");
     const Token* shear = options.find("shear=");
     if (shear && options.value("shear=") != "elastic") remarks_.expected(*shear, "shear=elastic");
     bool known = false;
@@ -337,6 +339,7 @@ void ControlFile::read_constants(const OptionRecord& record) {
         material.hardening = constants[2];
         material.hardening_table = table;
         material.kinematic = kinematic;
+        material.erode = erode;
         material.elastic_shear = shear != nullptr;
     }
     if (!known) return remarks_.notice(tokens[0], "no material of this name; its constants are passed over");

@@ -35,7 +35,9 @@ struct Material {
     double kinematic = 0;      // kinematic=: linear kinematic hardening modulus, Pa
     std::vector<std::array<double, 2>> hardening_table{};  // table=: plastic strain, yield stress (Pa); takes
                                                            // the place of Sy and Sd; empty: not given
-    bool elastic_shear = false;                            // shear=elastic: G of the control file is not used
+    double erode =
+        0;  // erode=: equivalent plastic strain at which explicit runs take an element out; 0: never
+    bool elastic_shear = false;  // shear=elastic: G of the control file is not used
 };
 
 struct Parameter {

@@ -71,6 +71,9 @@ struct ExplicitReport {
     std::array<double, 3> momentum{}, angular_momentum{};  // kg·m/s, kg·m²/s
     Penetration deepest_wall, deepest_contact;             // without a node: none
     bool viscous = false;                                  // with bulk viscosity
+    bool erodes = false;                                   // some material has a limit of plastic strain
+    std::int64_t eroded_elements = 0;
+    double eroded_mass_share = 0;  // of the mass at rest
     bool displacements_written = false, history_written = false;
     bool vtu_written = false, vtu_failed = false;  // the files for ParaView of every frame
 };

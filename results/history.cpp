@@ -31,6 +31,8 @@ constexpr Heading explicit_headings[] = {{"kinetic", "Kinetic energy", "J"},
                                          {"contact", "Work of contact", "J"},
                                          {"external", "Work of loads", "J"},
                                          {"support", "Work of supports", "J"},
+                                         {"eroded", "Energy gone with eroded elements", "J"},
+                                         {"eroded_elements", "Eroded elements", ""},
                                          {"viscous", "Energy lost by bulk viscosity", "J"},
                                          {"drift", "Error of the energy balance", "%", 100}};
 constexpr Heading nonlinear_headings[] = {{"iterations", "Iterations", ""},

@@ -29,6 +29,7 @@ public:
     void add(const Material& m) {
         to_(m.name, m.density, m.young, m.poisson, m.shear_modulus, m.yield_stress, m.hardening, m.expansion,
             m.kinematic, m.hardening_table, m.elastic_shear);
+        if (m.erode > 0) to_(m.erode);
     }
     void add(const AnalysisControl& c) {
         to_(c.d_time, c.auto_step, c.step_share, c.output_time, c.scaled_step, c.end_time, c.output_frequency,

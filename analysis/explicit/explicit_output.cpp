@@ -73,12 +73,13 @@ void balance(ExplicitState& s) {
     e.plastic = s.blocks->plastic_energy();
     e.damping = s.damping_work.at;
     e.viscous = s.blocks->viscous_energy();
+    e.eroded = s.erosion ? s.erosion->energy() : 0;
     e.wall = s.wall_work.at;
     e.contact = s.contact_work.at;
     e.support = s.support_work.at;
     if (s.step == 0) s.start_energy = e.total();
-    for (double part : {e.kinetic, e.internal, e.damping, e.viscous, std::abs(e.wall), std::abs(e.contact),
-                        std::abs(e.external), std::abs(e.support)})
+    for (double part : {e.kinetic, e.internal, e.damping, e.viscous, e.eroded, std::abs(e.wall),
+                        std::abs(e.contact), std::abs(e.external), std::abs(e.support)})
         s.largest_energy = std::max(s.largest_energy, part);
     s.drift = s.largest_energy > 0 ? (e.total() - s.start_energy) / s.largest_energy : 0.0;
     if (!(std::abs(s.drift) <= std::abs(s.largest_drift))) s.largest_drift = s.drift;
@@ -110,6 +111,10 @@ void add_row(ExplicitState& s) {
     for (std::size_t k = 0; s.contacts && k < s.contacts->size(); ++k)
         row.push_back(s.contacts->peaks.take(k));
     if (s.viscosity) row.push_back(e.viscous);
+    if (s.erosion) {
+        row.push_back(e.eroded);
+        row.push_back(static_cast<double>(s.erosion->count()));
+    }
 }
 
 }  // namespace
@@ -154,6 +159,7 @@ void begin_history(const Job& job, ExplicitState& s) {
         for (const ContactPair& pair : job.model.explicit_tables.contacts)
             columns.push_back("contact_" + heading(pair.name) + "_peak");
     if (s.viscosity) columns.push_back("viscous");
+    if (s.erosion) columns.insert(columns.end(), {"eroded", "eroded_elements"});
     s.history.values.clear();
 }
 
@@ -202,8 +208,9 @@ void store_frame(Job& job, ExplicitState& s) {
     s.blocks->copy_stresses(s.points.stress, s.plastic_strain);
     logarithmic_strains(job.mesh(), u, s.team, s.points);
     SilentProgress silent;  // a frame is whole, whatever is asked meanwhile
-    mean_stress_strain(job.mesh(), s.freedoms.node_elements, s.points, s.plastic_strain, s.team,
-                       frame->node_stress, silent);
+    const NodeElements& all = s.freedoms.node_elements;
+    mean_stress_strain(job.mesh(), s.erosion ? s.erosion->node_elements(all) : all, s.points,
+                       s.plastic_strain, s.team, frame->node_stress, silent);
     job.run.results.push_back(frame);
 }
 

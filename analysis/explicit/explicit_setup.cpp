@@ -180,6 +180,15 @@ bool yields(const Job& job) {
     return job.model.control.plastic && std::ranges::any_of(job.model.materials, has_yield_stress);
 }
 
+void set_erosion(Job& job, std::span<const char> rigid, ExplicitState& s) {
+    for (const Material& m : job.model.materials)
+        if (m.erode > 0 && !(job.model.control.plastic && has_yield_stress(m)))
+            remark(job, "material " + m.name + ": erode= counts plastic strain, and it has none: " +
+                            (job.model.control.plastic ? "its yield stress is 0" : "Plastic is off"));
+    s.erosion.emplace(job.model, job.mesh(), rigid);
+    s.blocks->allow_removal();
+}
+
 void report_closed(Job& job, const ExplicitState& s) {
     const auto say_where = [&](std::int64_t touching, const char* what) {
         if (touching > 0)
@@ -227,6 +236,7 @@ bool set_up_explicit(Job& job, ExplicitState& s) {
     s.blocks.emplace(mesh, job.model.parts, job.model.materials,
                      BlockOptions{yields(job), once_yielded, 8, rigid,
                                   once_yielded ? HexahedronForm::full : job.hexahedra(), s.heat.has_value()});
+    if (some_erode(job.model)) set_erosion(job, rigid, s);
     if (!count_steps(job, s)) return false;
     s.before = s.after = s.mean = s.d_time;
     if (!set_motions(job, set_up, s)) return false;

@@ -204,6 +204,7 @@ void set_step(ExplicitState& s, double before, double after) {
 bool find_forces(ExplicitState& s) {
     const double time = s.time();
     if (s.heat && !s.heat->set(time, s.team, *s.blocks)) s.trouble = s.heat->trouble();
+    if (s.erosion && s.step > 0) s.erosion->erode(s);
     if (s.viscosity) {
         s.viscosity->follow(s.step, s.x.data(), *s.bound, s.team, *s.blocks);
         s.blocks->set_step(s.step > 0 ? s.before : 0);
@@ -269,7 +270,10 @@ void explicit_step(Job& job, ExplicitState& s) {
     s.step = step;
     if (s.adaptive.on && finite)
         if (const std::string why = adapt_step(job, s); !why.empty()) return stop(job, s, why);
+    const std::int64_t eroded = s.erosion ? s.erosion->count() : 0;
     const bool sound = find_forces(s);
+    if (s.erosion && s.erosion->count() > eroded)
+        job.progress.print("Eroded elements=%ld of %d\n", s.erosion->count(), job.mesh().element_num());
     if (!finite) {
         list_lost_elements(job, s);
         stop(job, s, formatted("the run diverges in step %ld: a displacement is not a finite number", step));
