@@ -192,6 +192,14 @@ struct RigidCombine {
     std::array<std::int32_t, 2> element{-1, -1};
     std::array<std::string, 6> stiffness_text;  // as written
     std::array<double, 6> stiffness{};          // kx ky kz (N/m), krx kry krz (N·m/rad)
+    std::array<double, 6> damping{};            // cx= … crz=: dashpots beside them, N·s/m, N·m·s/rad
+    bool body_axes = false;                     // axes=body: x y z turn with the first element
+
+    bool damped() const {
+        for (const double c : damping)
+            if (c != 0) return true;
+        return false;
+    }
 };
 
 }  // namespace kestralum

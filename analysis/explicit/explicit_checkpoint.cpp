@@ -63,7 +63,10 @@ public:
         to_(f.name, f.value);
         add(f.options);
     }
-    void add(const RigidCombine& c) { to_(c.name, c.stiffness); }
+    void add(const RigidCombine& c) {
+        to_(c.name, c.stiffness);
+        if (c.damped() || c.body_axes) to_(c.damping, c.body_axes);
+    }
     template <typename Record>
     void add_all(const std::vector<Record>& records) {
         to_(static_cast<std::uint64_t>(records.size()));

@@ -119,6 +119,12 @@ bool choose_step(Job& job, const SetUp& set_up, ExplicitState& s) {
         s.step_factor *= s.viscosity->share_at_rest();
         job.progress.print("Stable time step=%.3e[s] with the bulk viscosity\n", s.stable_step);
     }
+    if (const double rate = s.bodies ? s.bodies->dashpot_rate() : 0; rate > 0) {
+        s.step_limit = 1 / rate;
+        s.stable_step = std::min(s.stable_step, s.step_limit);
+        job.progress.print("Stable time step=%.3e[s] with the dashpots between rigid elements\n",
+                           s.stable_step);
+    }
     if (job.model.control.auto_step) return begin_adaptive(job, s);
     s.d_time = job.model.control.d_time > 0 ? job.model.control.d_time : 0.9 * s.stable_step;
     if (!(job.model.control.d_time > 0))

@@ -10,6 +10,7 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -104,6 +105,7 @@ struct ExplicitState {
 
     std::optional<StepBound> bound;
     double stable_step = 0;                                       // s, of elements and given springs
+    double step_limit = std::numeric_limits<double>::infinity();  // s: of dashpots, whatever the elements
     double added_rate = 0, step_factor = 1;  // it is step_factor · 2/√(ω² + added_rate), ω of the elements
     bool step_warned = false;
     std::int64_t next_check = 0;  // step of the next look at the current shapes

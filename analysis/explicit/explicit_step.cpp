@@ -233,12 +233,14 @@ void find_velocities(const Job& job, ExplicitState& s) {
     std::array<double, 2> driving{}, loads{}, damping = update_velocities(s);
     if (!s.driven.empty()) driving = drive(job, s);
     if (s.supports) move_supports(s, driving, damping);
-    book_work(s.damping_work, damping);
     if (s.walls) s.walls->rub(contact_arrays(s, true), s.v_new.data());
     if (s.bodies) {
         advance_bodies(job, s, driving, loads);
         book(s.rigid_work, loads);
+        damping[0] += 0.5 * s.before * s.bodies->dashpot_power()[0];
+        damping[1] += 0.5 * s.after * s.bodies->dashpot_power()[1];
     }
+    book_work(s.damping_work, damping);
     book(s.support_work, driving);
     if (s.supports) s.supports->follow(s.v_new.data());
     if (s.loads) {
