@@ -131,6 +131,35 @@ TEST_F(ExplicitErosion, WhatIsCrushedToNothingGoes) {
     }
 }
 
+// A block that is thrown apart faster than its waves run, of every kind of element: all go, what they took is
+// what the nodes lost, and these fly on by themselves.
+TEST_F(ExplicitErosion, ABlockThatIsThrownApartLosesAllItsElements) {
+    for (const auto kind : testing::every_kind) {
+        auto material = testing::steel;
+        material.yield_stress = 3e8;
+        material.hardening = 1e9;
+        material.erode = 0.1;
+        make(testing::box_mesh({{3, 2, 2}, {0.09, 0.04, 0.04}}, kind), material);
+        model.control.plastic = true;
+        model.control.linear_viscosity = 0.1;
+        model.control.d_time = 1e-7;
+        model.control.end_time = 1e-5;
+        model.control.output_frequency = 10;
+        ASSERT_TRUE(begin());
+        for (std::size_t k = 0; k < state->v.size(); k += 4) state->v[k] = 4e4 * (state->X[k] - 0.045);
+        state->velocities_known = false;
+        store_frame(*job, *state);
+        const double thrown = last("kinetic");
+        run_to(state->time_num - 1);
+        EXPECT_FALSE(state->diverged);
+        EXPECT_EQ(last("eroded_elements"), result.mesh.element_num());
+        EXPECT_NEAR(thrown - last("kinetic"), last("eroded") + last("viscous"), 2e-3 * last("eroded"));
+        EXPECT_EQ(last("internal"), 0);
+        EXPECT_EQ(last("kinetic"), history(rows() - 2, "kinetic"));
+        EXPECT_GT(last("eroded"), 3e8 * 0.09 * 0.04 * 0.04 * 0.1);
+    }
+}
+
 TEST_F(ExplicitErosion, TheLimitIsReadAndWhatCannotErodeIsSaid) {
     const std::string block = ModelText{.parts = rect("b", "0.1 0.1 0.1", "1 1 1")};
     read(block, "end_time 1e-6 MATERIAL_EXTRA_INFO M 0 3e8 0 erode=0.1+0.1 %");
