@@ -1,6 +1,7 @@
 // Rigid bodies in explicit runs: tumbling, impact, springs, gravity, hinges and prescribed velocities.
 #include <cmath>
 
+#include "analysis/buckling/buckling_analysis.h"
 #include "analysis/explicit/explicit_rigid.h"
 #include "support/explicit_run.h"
 
@@ -255,6 +256,7 @@ TEST_F(ExplicitRigid, DashpotsAreReadAndOtherAnalysesSayThatTheyDoNotAct) {
     EXPECT_TRUE(record.body_axes);
     EXPECT_TRUE(contains(analyse(analyse_static).remarks.notices,
                          "rigid combine S: its dashpots act in the explicit analysis alone"));
+    EXPECT_TRUE(contains(analyse(analyse_buckling).remarks.errors, "axes=body is not known to buckling"));
     for (const auto& [word, says] : {std::pair{"cx=-1", "a damping coefficient of at least 0"},
                                      {"axes=fixed", "axes=body"},
                                      {"cx=1 cx=1", "the option cx= once in a record"}}) {
