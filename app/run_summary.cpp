@@ -38,6 +38,11 @@ void print_dynamics(const ExplicitReport& d, Progress& progress) {
                      d.time, d.d_time, d.stable_step, static_cast<long long>(d.frames));
     progress.summary("%-22s kinetic %.6e, internal %.6e (plastic %.6e), damped %.6e J\n", "energy", e.kinetic,
                      e.internal, e.plastic, e.damping);
+    if (d.erodes)
+        progress.summary("%-22s %lld of %lld elements, %.4g %% of the mass, %.6e J\n", "eroded",
+                         static_cast<long long>(d.eroded_elements), static_cast<long long>(d.elements),
+                         100 * d.eroded_mass_share, e.eroded);
+    if (d.viscous) progress.summary("%-22s %.6e J dissipated\n", "bulk viscosity", e.viscous);
     progress.summary("%-22s loads %.6e, walls %.6e, contact %.6e, driven %.6e J\n", "work done", e.external,
                      e.wall, e.contact, e.support);
     progress.summary("%-22s %.3e of the largest energy\n", "energy drift", d.drift);

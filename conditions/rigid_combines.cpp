@@ -93,17 +93,50 @@ const CombineTurn& turn_of(std::span<const CombineTurn> turns, std::size_t recor
 
 }  // namespace
 
-double combine_forces(const RigidCombine& record, const RigidSystem& system,
-                      std::span<const RigidState> states, const CombineTurn& turn,
-                      std::array<Vec6, 2>& force) {
+namespace {
+
+Mat3 relative_matrix(const RigidCombine& record, const RigidState& s1, const RigidState& s2) {
+    return record.body_axes ? multiply3(transposed(s1.R), s2.R) : multiply3(s2.R, transposed(s1.R));
+}
+
+// Where the springs of a record act: the middle between the reference points, on either body.
+struct CombinePlaces {
+    Vec3 arm1, arm2, w;  // from the pivots; the second place against the first
+};
+CombinePlaces places_of(const RigidCombine& record, const RigidSystem& system,
+                        std::span<const RigidState> states) {
     const std::size_t i1 = record.element[0], i2 = record.element[1];
     const RigidBody &b1 = system.bodies[i1], &b2 = system.bodies[i2];
     const RigidState &s1 = states[i1], &s2 = states[i2];
     const Vec3 d = minus(b2.reference, b1.reference);
     const Vec3 middle = plus(b1.reference, times(0.5, d));
-    const Vec3 arm1 = turned(s1.R, minus(middle, b1.pivot)), arm2 = turned(s2.R, minus(middle, b2.pivot));
-    const Vec3 w = minus(displacement_of(b2, s2, middle), displacement_of(b1, s1, middle));
-    const Mat3 Q = multiply3(s2.R, transposed(s1.R));
+    CombinePlaces out{turned(s1.R, minus(middle, b1.pivot)), turned(s2.R, minus(middle, b2.pivot)),
+                      minus(displacement_of(b2, s2, middle), displacement_of(b1, s1, middle))};
+    return out;
+}
+
+// The force f on the second place and the moments m1 and m2 as resistance of the bodies, added. In axes of
+// the first body the force acts on it at the second place too.
+void add_resistance(const CombinePlaces& at, bool body_axes, const Vec3& f, const Vec3& m1, const Vec3& m2,
+                    Vec6& first, Vec6& second) {
+    const Vec3 t1 = cross(body_axes ? plus(at.arm1, at.w) : at.arm1, f), t2 = cross(at.arm2, f);
+    for (std::size_t c = 0; c < 3; ++c) {
+        first[c] += -f[c];
+        first[3 + c] += -t1[c] - m1[c];
+        second[c] += f[c];
+        second[3 + c] += t2[c] + m2[c];
+    }
+}
+
+}  // namespace
+
+double combine_forces(const RigidCombine& record, const RigidSystem& system,
+                      std::span<const RigidState> states, const CombineTurn& turn,
+                      std::array<Vec6, 2>& force) {
+    const RigidState &s1 = states[record.element[0]], &s2 = states[record.element[1]];
+    const CombinePlaces at = places_of(record, system, states);
+    const Vec3 w = record.body_axes ? turned(transposed(s1.R), at.w) : at.w;
+    const Mat3 Q = relative_matrix(record, s1, s2);
     const Relative relative = relative_rotation(Q, turn);
     const Vec3& phi = relative.rotation;
     Vec3 f, m;
@@ -113,17 +146,14 @@ double combine_forces(const RigidCombine& record, const RigidSystem& system,
         m[c] = record.stiffness[3 + c] * phi[c];
         energy += 0.5 * (f[c] * w[c] + m[c] * phi[c]);
     }
-    const Vec3 m2 = turn.counted ? counted_moment(relative, turn, m)
-                                 : inverse_left_jacobian_transposed(phi, m),
-               m1 = turn.counted ? turned(transposed(Q), m2)
-                                 : inverse_left_jacobian_transposed(times(-1, phi), m);
-    const Vec3 t1 = cross(arm1, f), t2 = cross(arm2, f);
-    for (std::size_t c = 0; c < 3; ++c) {
-        force[0][c] = -f[c];
-        force[0][3 + c] = -t1[c] - m1[c];
-        force[1][c] = f[c];
-        force[1][3 + c] = t2[c] + m2[c];
+    Vec3 m2 = turn.counted ? counted_moment(relative, turn, m) : inverse_left_jacobian_transposed(phi, m),
+         m1 = turn.counted ? turned(transposed(Q), m2) : inverse_left_jacobian_transposed(times(-1, phi), m);
+    if (record.body_axes) {
+        f = turned(s1.R, f);
+        m1 = m2 = turned(s1.R, m2);
     }
+    force = {};
+    add_resistance(at, record.body_axes, f, m1, m2, force[0], force[1]);
     return energy;
 }
 
@@ -132,7 +162,7 @@ void keep_turns(std::span<const RigidCombine> records, std::span<const RigidStat
     for (std::size_t r = 0; r < turns.size(); ++r) {
         CombineTurn& turn = turns[r];
         const Mat3 Q =
-            multiply3(states[records[r].element[1]].R, transposed(states[records[r].element[0]].R));
+            relative_matrix(records[r], states[records[r].element[0]], states[records[r].element[1]]);
         const Relative relative = relative_rotation(Q, turn);
         turn.rotation = relative.rotation;
         turn.twist = relative.twist;
@@ -154,6 +184,34 @@ void combine_resistance(std::span<const RigidCombine> records, const RigidSystem
         combine_forces(record, system, states, turn_of(turns, r), force);
         for (std::size_t side = 0; side < 2; ++side)
             for (std::size_t c = 0; c < 6; ++c) out[record.element[side]][c] += force[side][c];
+    }
+}
+
+void add_dashpot_resistance(std::span<const RigidCombine> records, const RigidSystem& system,
+                            std::span<const RigidState> states, std::span<const Vec6> velocities,
+                            std::span<Vec6> out) {
+    for (const RigidCombine& record : records) {
+        if (!record.damped()) continue;
+        const std::size_t i1 = record.element[0], i2 = record.element[1];
+        const Mat3& R = states[i1].R;
+        const CombinePlaces at = places_of(record, system, states);
+        const Vec3 spin1 = moment_of(velocities[i1]), spin2 = moment_of(velocities[i2]);
+        Vec3 rate = minus(plus(force_of(velocities[i2]), cross(spin2, at.arm2)),
+                          plus(force_of(velocities[i1]), cross(spin1, at.arm1)));
+        Vec3 spin = minus(spin2, spin1);
+        if (record.body_axes) {
+            rate = turned(transposed(R), minus(rate, cross(spin1, at.w)));
+            spin = turned(transposed(R), spin);
+        }
+        for (std::size_t c = 0; c < 3; ++c) {
+            rate[c] *= record.damping[c];
+            spin[c] *= record.damping[3 + c];
+        }
+        if (record.body_axes) {
+            rate = turned(R, rate);
+            spin = turned(R, spin);
+        }
+        add_resistance(at, record.body_axes, rate, spin, spin, out[i1], out[i2]);
     }
 }
 

@@ -6,6 +6,9 @@
 // had there: the rotation is then swing · twist, the twist about that axis of any size, the swing across it
 // below half a turn (swing-twist decomposition; Dobrowolski, arXiv:1506.05481, 2015),
 // and the rotation vector is the sum of both. Between two converged states less than half a turn is seen.
+//
+// With `body_axes` the springs' axes turn with the first body: they act on R1ᵀ w, at the second body's middle
+// point on both bodies, and on the rotation vector of R1ᵀ R2, and a CombineTurn is told in these axes.
 #pragma once
 
 #include <array>
@@ -19,8 +22,8 @@ namespace kestralum {
 struct CombineTurn {
     Vec3 rotation{};       // rad
     bool counted = false;  // about `axis`, a unit vector in fixed directions
-    Vec3 axis{};
-    double twist = 0;  // rad
+    Vec3 axis{};           // with `body_axes` in the first body's
+    double twist = 0;      // rad
 };
 
 // Springs of one record. force: what they resist with, on (pivot 1, pivot 2), force and moment each; returns
@@ -28,6 +31,13 @@ struct CombineTurn {
 double combine_forces(const RigidCombine& record, const RigidSystem& system,
                       std::span<const RigidState> states, const CombineTurn& turn,
                       std::array<Vec6, 2>& force);
+
+// What the dashpots of all records resist with at these velocities (of the pivot, and angular), added to
+// `out`; one each per body. They act on the rate of w, or of R1ᵀ w, and on the angular velocity of the second
+// body against the first.
+void add_dashpot_resistance(std::span<const RigidCombine> records, const RigidSystem& system,
+                            std::span<const RigidState> states, std::span<const Vec6> velocities,
+                            std::span<Vec6> out);
 
 // Of all records; turns: one each, or none where no body has turned far.
 

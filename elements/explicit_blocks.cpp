@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 #include <numeric>
+#include <utility>
 
 #include "elements/element_type.h"
 #include "elements/plasticity.h"
@@ -114,7 +116,8 @@ ElementBlocks::ElementBlocks(const Mesh& mesh, std::span<const Part> parts,
     }
     for (const Material& m : materials) laws_.push_back(j2_material(m, options.plastic));
     if (general) set_general(parts, mesh, options);
-    make_chunks(mesh.node_num(), options.chunk_elements);
+    node_num_ = mesh.node_num();
+    make_chunks(node_num_, options.chunk_elements);
 }
 
 void ElementBlocks::make_chunks(std::int32_t node_num, int elements) {
@@ -218,6 +221,36 @@ void ElementBlocks::set_thermal(std::span<const double> strain, int threads) {
     }
 }
 
+void ElementBlocks::set_viscosity(std::span<const double> linear, std::span<const double> quadratic) {
+    const std::size_t W = lanes_, slots = least_.size();
+    if (viscous_.empty()) {
+        viscous_.resize(2 * slots);
+        viscous_pressure_.assign(nodes_per_element_ == 10 ? 4 * slots : slots, 0.0);
+        viscous_work_.assign(slots, 0.0);
+        viscous_rate_.assign(slots, 0.0);
+    }
+    for (std::size_t slot = 0; slot < slots; ++slot) {
+        const std::size_t e = order_[std::min(slot, order_.size() - 1)], at = slot / W * 2 * W + slot % W;
+        viscous_[at] = is_removed(e) ? 0 : linear[e];
+        viscous_[at + W] = is_removed(e) ? 0 : quadratic[e];
+    }
+}
+
+double ElementBlocks::viscous_energy() const {
+    double sum = 0;
+    for (std::size_t slot = 0; slot < order_.size() && !viscous_work_.empty(); ++slot)
+        sum += viscous_work_[slot];
+    return sum;
+}
+
+double ElementBlocks::largest_compression(std::span<const double> weight) const {
+    double largest = 0;
+    for (std::size_t slot = 0; slot < order_.size() && !viscous_rate_.empty(); ++slot)
+        if (!is_removed(order_[slot]))
+            largest = std::max(largest, weight[order_[slot]] * viscous_rate_[slot]);
+    return largest;
+}
+
 namespace {
 
 // Waves fade ahead of their front into subnormal numbers, which processors compute slowly: here they are 0.
@@ -262,6 +295,11 @@ bool ElementBlocks::sum_chunk(std::int64_t c, const double* x, const double* du,
                       segments_.data()};
     const std::int64_t first = c * chunk_blocks_, last = std::min(blocks_, first + chunk_blocks_);
     kernel_(arrays, first, last);
+    if (!viscous_.empty()) {
+        arrays.viscous = {viscous_.data(), viscous_pressure_.data(), viscous_work_.data(),
+                          viscous_rate_.data(), per_step_};
+        set_->viscosity[nodes_per_element_ == 8 ? 0 : nodes_per_element_ == 4 ? 1 : 2](arrays, first, last);
+    }
     const std::int32_t* nodes = chunk_nodes_.data() + chunk.first_node;
     for (std::int32_t k = 0; k < chunk.own; ++k) {
         const double* sum = sums.data() + 4 * static_cast<std::ptrdiff_t>(k);
@@ -292,6 +330,11 @@ void ElementBlocks::gather_borders(double* R, int threads) const {
 bool ElementBlocks::evaluate(const double* x, const double* du, double* R, int threads) {
     const auto chunks = std::ssize(chunks_);
     int inverted = 0;
+    if (!removed_.empty() && std::ranges::find(removed_, 0) == removed_.end()) {
+        for (std::int32_t n = 0; n < node_num_; ++n)
+            std::fill_n(R + 4 * static_cast<std::ptrdiff_t>(n), 3, 0.0);
+        return true;
+    }
 // taken as threads come free: on a busy machine one of them may be held up
 #pragma omp parallel for schedule(dynamic, 1) num_threads(threads) if (threads > 1) reduction(| : inverted)
     for (std::int64_t c = 0; c < chunks; ++c) {
@@ -299,13 +342,15 @@ bool ElementBlocks::evaluate(const double* x, const double* du, double* R, int t
         inverted |= !sum_chunk(c, x, du, R);
     }
     gather_borders(R, threads);
+    if (!removed_.empty() && first_least_.empty()) first_least_ = least_;
     return inverted == 0;
 }
 
 std::int32_t ElementBlocks::first_inverted() const {
     std::int32_t first = -1;
     for (std::size_t slot = 0; slot < order_.size(); ++slot)
-        if (!(least_[slot] > 0) && (first < 0 || order_[slot] < first)) first = order_[slot];
+        if (!(least_[slot] > 0) && !is_removed(order_[slot]) && (first < 0 || order_[slot] < first))
+            first = order_[slot];
     return first;
 }
 
@@ -317,7 +362,7 @@ double ElementBlocks::energy(int kind) const {
     return sum;
 }
 
-double ElementBlocks::heat_work() const {
+double ElementBlocks::heat_of_all() const {
     double sum = 0;
     for (std::size_t slot = 0; slot < order_.size() && !heat_.empty(); ++slot) sum += heat_[slot];
     return sum;
@@ -344,6 +389,94 @@ void ElementBlocks::copy_stresses(std::vector<double>& stress, std::vector<doubl
     }
 }
 
+void ElementBlocks::allow_removal() {
+    removed_.assign(order_.size(), 0);
+    slot_of_.resize(order_.size());
+    for (std::size_t slot = 0; slot < order_.size(); ++slot)
+        slot_of_[order_[slot]] = static_cast<std::int32_t>(slot);
+}
+
+void ElementBlocks::find_worn(std::span<const double> limit, int threads, std::vector<std::int32_t>& strained,
+                              std::vector<std::int32_t>& thin) const {
+    const std::size_t W = lanes_, points = points_;
+    const auto slots = std::ssize(order_);
+    std::vector<char> worn(order_.size(), 0);
+#pragma omp parallel for schedule(static) num_threads(threads) if (threads > 1)
+    for (std::int64_t slot = 0; slot < slots; ++slot) {
+        const std::size_t e = order_[slot];
+        if (removed_[e] || !(limit[e] < std::numeric_limits<double>::infinity())) continue;
+        double sum = 0;
+        for (std::size_t p = 0; p < points && !alpha_.empty(); ++p)
+            sum += alpha_[(std::size_t(slot) / W * points + p) * W + std::size_t(slot) % W];
+        const bool is_thin = !first_least_.empty() && !(least_[slot] > 0.5 * first_least_[slot]);
+        worn[e] = sum >= static_cast<double>(points) * limit[e] ? 1 : is_thin ? 2 : 0;
+    }
+    for (std::size_t e = 0; e < worn.size(); ++e)
+        if (worn[e]) (worn[e] == 1 ? strained : thin).push_back(static_cast<std::int32_t>(e));
+}
+
+void ElementBlocks::copy_element(std::int32_t e, double* stress, double* pressure) const {
+    const std::size_t W = lanes_, points = points_, slot = slot_of_[e];
+    const std::size_t viscous_points = viscous_pressure_.size() / least_.size();
+    for (std::size_t p = 0; p < points; ++p) {
+        for (std::size_t c = 0; c < 6; ++c)
+            stress[6 * p + c] = stress_[stress_at(slot, static_cast<int>(p)) + c * W];
+        const std::size_t q = viscous_points > 1 ? p : 0;
+        pressure[p] =
+            viscous_points > 0 ? viscous_pressure_[(slot / W * viscous_points + q) * W + slot % W] : 0;
+    }
+}
+
+double ElementBlocks::take_energy(std::int32_t e, double viscous) {
+    const std::size_t W = lanes_, slot = slot_of_[e], at = slot / W * 2 * W + slot % W;
+    double taken = std::exchange(energy_[at], 0.0);
+    energy_[at + W] = 0;
+    if (!heat_.empty()) {
+        taken += heat_[slot];
+        heat_gone_ += std::exchange(heat_[slot], 0.0);
+    }
+    if (!viscous_work_.empty()) viscous_work_[slot] += viscous;
+    return taken;
+}
+
+void ElementBlocks::remove(std::span<const std::int32_t> elements) {
+    for (const std::int32_t e : elements) removed_[e] = 1;
+    pass_over_removed();
+}
+
+// An element that is out is computed as a rigid one on the nodes of one that is not, and its forces go
+// nowhere.
+void ElementBlocks::pass_over_removed() {
+    const std::size_t W = lanes_, per_element = nodes_per_element_, points = points_;
+    std::size_t model = 0;
+    while (model < order_.size() && removed_[order_[model]]) ++model;
+    if (model == order_.size()) return;
+    for (std::size_t slot = 0; slot < least_.size(); ++slot) {
+        const std::size_t e = order_[std::min(slot, order_.size() - 1)], b = slot / W, lane = slot % W;
+        if (!removed_[e]) continue;
+        const Chunk& chunk = chunks_[b / static_cast<std::size_t>(chunk_blocks_)];
+        for (std::size_t i = 0; i < per_element; ++i) {
+            const std::size_t at = (b * per_element + i) * W + lane;
+            nodes_[at] = nodes_[(model / W * per_element + i) * W + model % W];
+            places_[at] = static_cast<std::uint16_t>(chunk.all);
+        }
+        const double values[] = {0, 0, 1};  // λ, G, H
+        for (std::size_t c = 0; c < 3; ++c) material_[(4 * b + (c < 2 ? c : 3)) * W + lane] = values[c];
+        for (std::size_t p = 0; p < points; ++p)
+            for (std::size_t c = 0; c < 6; ++c) {
+                const std::size_t at = ((b * points + p) * 6 + c) * W + lane;
+                stress_[at] = 0;
+                if (!back_.empty()) back_[at] = 0;
+            }
+        if (!kinematic_.empty()) kinematic_[slot] = 1;
+        if (viscous_.empty()) continue;
+        const std::size_t viscous_points = viscous_pressure_.size() / least_.size();
+        viscous_[2 * b * W + lane] = viscous_[(2 * b + 1) * W + lane] = 0;
+        for (std::size_t p = 0; p < viscous_points; ++p)
+            viscous_pressure_[(b * viscous_points + p) * W + lane] = 0;
+    }
+}
+
 void ElementBlocks::set_stresses(std::span<const double> stress) {
     const auto W = static_cast<std::size_t>(lanes_), points = static_cast<std::size_t>(points_);
     for (std::size_t slot = 0; slot < static_cast<std::size_t>(blocks_) * W; ++slot) {
@@ -360,7 +493,8 @@ std::size_t ElementBlocks::bytes() const {
            places_.size() * sizeof(std::uint16_t) + chunks_.size() * sizeof(Chunk) +
            (border_start_.size() + border_.size()) * sizeof(std::int64_t) +
            (material_.size() + stress_.size() + alpha_.size() + partial_.size() + energy_.size() +
-            least_.size() + kinematic_.size() + back_.size() + 2 * thermal_.size() + heat_.size()) *
+            least_.size() + kinematic_.size() + back_.size() + 2 * thermal_.size() + heat_.size() +
+            viscous_.size() + viscous_pressure_.size() + viscous_work_.size() + viscous_rate_.size()) *
                sizeof(double);
 }
 

@@ -67,11 +67,35 @@ public:
     // there. With `heated` only.
     void set_thermal(std::span<const double> strain, int threads);
 
+    // Bulk viscosity of the next evaluate(), per element: ρ c b1 l (Pa·s) and ρ (b2 l)² (Pa·s^2).
+    void set_viscosity(std::span<const double> linear, std::span<const double> quadratic);
+    // The step that leads to the next evaluate(), s, for bulk viscosity; 0: none does.
+    void set_step(double step) { per_step_ = step > 0 ? 1 / step : 0; }
+    double viscous_energy() const;  // dissipated so far, J
+    // The largest of weight × fastest compression (1/s) in the last evaluate(); weight: per element.
+    double largest_compression(std::span<const double> weight) const;
+
+    // Elements can be taken out from here on, and nothing else changes by it.
+    void allow_removal();
+    // Of the last evaluate(), of those with a finite limit (per element) that are not out: whose points' mean
+    // equivalent plastic strain has reached it, and those of the others with a point of less than half of the
+    // volume that it had in the first evaluate().
+    void find_worn(std::span<const double> limit, int threads, std::vector<std::int32_t>& strained,
+                   std::vector<std::int32_t>& thin) const;
+    // Stresses (points × 6) and viscous pressures (points) of one element, N/m^2.
+    void copy_element(std::int32_t e, double* stress, double* pressure) const;
+    // What has been done on the element so far, J, which does not count in the sums of energies from here on;
+    // `viscous` is added to what viscosity has dissipated.
+    double take_energy(std::int32_t e, double viscous);
+    // The elements have neither stress nor stiffness from here on; their nodes may go anywhere.
+    void remove(std::span<const std::int32_t> elements);
+    bool is_removed(std::size_t e) const { return !removed_.empty() && removed_[e] != 0; }
+
     // Work done on the points so far and its plastic part, J: on the strains less the thermal ones, whose
     // work is -∫ σ:dε_thermal.
-    double internal_energy() const { return energy(0) + heat_work(); }
+    double internal_energy() const { return energy(0) + heat_of_all(); }
     double plastic_energy() const { return energy(1); }
-    double heat_work() const;
+    double heat_work() const { return heat_of_all() + heat_gone_; }
 
     // Stresses, in the mesh's order of elements, and equivalent plastic strains (element × point; empty
     // when elastic).
@@ -83,6 +107,10 @@ public:
     template <typename Archive>
     void serialize(Archive& archive) {
         archive(stress_, alpha_, energy_, back_, thermal_, thermal_step_, heat_);
+        if (!viscous_.empty()) archive(viscous_, viscous_pressure_, viscous_work_, viscous_rate_);
+        if (removed_.empty()) return;
+        archive(removed_, least_, heat_gone_);
+        pass_over_removed();
     }
 
     const KernelSet& kernels() const { return *set_; }
@@ -96,6 +124,8 @@ private:
         std::int32_t own = 0, all = 0;  // nodes
     };
     double energy(int kind) const;
+    double heat_of_all() const;
+    void pass_over_removed();
     void make_chunks(std::int32_t node_num, int elements);
     bool sum_chunk(std::int64_t c, const double* x, const double* du, double* R);
     void gather_borders(double* R, int threads) const;
@@ -113,6 +143,15 @@ private:
     std::vector<PlasticMaterial> laws_;  // of the model's materials
     std::vector<const HardeningSegment*> segments_;
     LineDoubles kinematic_, back_, thermal_, thermal_step_, heat_;
+    // of bulk viscosity; empty: none acts
+    LineDoubles viscous_, viscous_pressure_, viscous_work_, viscous_rate_;
+    double per_step_ = 0;
+    // of elements that can be taken out; empty: none can
+    std::vector<char> removed_;          // per element
+    std::vector<std::int32_t> slot_of_;  // of each element
+    LineDoubles first_least_;            // least_ of the first evaluate()
+    double heat_gone_ = 0;               // heat's work on elements that are out, J
+    std::int32_t node_num_ = 0;
     std::int64_t chunk_blocks_ = 1;
     std::vector<Chunk> chunks_;
     std::vector<std::int32_t> chunk_nodes_;  // 0-based

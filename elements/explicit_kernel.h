@@ -25,6 +25,16 @@ struct GeneralArrays {
         nullptr;  // block × lane: first piece of the yield stress' curve
 };
 
+// What bulk viscosity has beyond the stresses. Viscous points: one an element, four of a ten-node
+// tetrahedron.
+struct ViscousArrays {
+    const double* coefficients = nullptr;  // block × 2 × lane: ρ c b1 l, Pa·s, and ρ (b2 l)², Pa·s^2
+    double* pressure = nullptr;            // block × viscous point × lane, in and out, N/m^2
+    double* work = nullptr;                // block × lane, added to: dissipated, J
+    double* rate = nullptr;                // block × lane, out: fastest compression of the points, 1/s
+    double per_step = 0;                   // 1/s, of the step that led to x; 0: none did
+};
+
 // Sizes: `lanes` elements a block; a point's stress is xx yy zz xy yz zx, Cauchy, N/m^2.
 struct KernelArrays {
     const std::int32_t* nodes;  // block × local node × lane: 0-based node
@@ -38,6 +48,7 @@ struct KernelArrays {
     double* energy;  // block × 2 × lane, added to: internal work and its plastic part, J
     double* least;   // block × lane, out: smallest det J of the points, m^3 (scaled)
     GeneralArrays general = {};
+    ViscousArrays viscous = {};
 };
 
 // Takes the blocks first <= b < last.
@@ -77,6 +88,7 @@ struct KernelSet {
     ForceKernel mean_dilatation[point_laws];  // by PointLaw
     ForceKernel mean_once_yielded[2];         // plastic, general
     ForceKernel enhanced[point_laws];         // by PointLaw
+    ForceKernel viscosity[3];                 // by ElementKind: adds the forces of bulk viscosity
     MoveKernel move;
     VelocityKernel velocities[3];  // by NodeForces
 };

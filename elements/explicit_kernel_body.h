@@ -5,6 +5,7 @@
 #include "elements/explicit_hexahedra.h"
 #include "elements/explicit_kernel.h"
 #include "elements/explicit_points.h"
+#include "elements/explicit_viscous.h"
 
 namespace kestralum {
 namespace {
@@ -95,6 +96,33 @@ KESTRALUM_INLINE void differentiate(const TetraField& field, int p, Vec3 (&out)[
     }
 }
 
+struct TetraForces {
+    Vec3 node[10];   // by the points' own parts, over 4 (α - β)
+    Vec3 shared[4];  // what works on the derivative by L_i, summed over the points
+};
+// along: what works on the derivatives along ξ at point p.
+KESTRALUM_INLINE void add_point(TetraForces& f, int p, const Vec3 (&along)[3]) {
+    for (int r = 0; r < 3; ++r)
+        for (int i = 0; i < 4; ++i) {
+            const Vec P = i > 0 ? along[i - 1].c[r] : Vec{} - along[0].c[r] - along[1].c[r] - along[2].c[r];
+            f.shared[i].c[r] += P;
+            f.node[tetra_nodes.of[p][i]].c[r] += P;
+        }
+}
+KESTRALUM_INLINE void tetra_scatter(const TetraForces& f, const KernelArrays& k, std::int64_t b) {
+    for (int i = 0; i < 4; ++i)
+        for (int j = i; j < 4; ++j) {
+            const int n = tetra_nodes.of[i][j];
+            Vec3 sum;
+            for (int r = 0; r < 3; ++r) {
+                const Vec share = i == j ? (4 * tetra_beta - 1) * f.shared[i].c[r]
+                                         : 4 * tetra_beta * (f.shared[i].c[r] + f.shared[j].c[r]);
+                sum.c[r] = tetra_own * f.node[n].c[r] + share;
+            }
+            scatter_add(sum.c[0], sum.c[1], sum.c[2], k.places + W * (10 * b + n), k.sums);
+        }
+}
+
 template <PointLaw law>
 void tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) {
     constexpr double weight = 1.0 / 24.0;
@@ -106,8 +134,7 @@ void tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) 
         const BlockMaterial material = material_of(k, b);
         Sums sums;
         begin(sums);
-        Vec3 f[10];     // forces by the points' own parts, over 4 (α - β)
-        Vec3 total[4];  // what works on the derivative by L_i, summed over the points
+        TetraForces forces;
 #pragma GCC unroll 1
         for (int p = 0; p < 4; ++p) {
             Vec3 g[3], U[3];
@@ -117,28 +144,38 @@ void tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) 
             find_motion(g, U, m, sums);
             Vec s[6];
             update_stress<law>(k, b, 4 * b + p, m, material, weight, s, sums, m.e);
-            Vec3 P[4];
             Vec3 along[3];
             flux(s, m.cof, weight, along);
-            for (int r = 0; r < 3; ++r) {
-                P[0].c[r] = Vec{} - along[0].c[r] - along[1].c[r] - along[2].c[r];
-                for (int a = 0; a < 3; ++a) P[a + 1].c[r] = along[a].c[r];
-                for (int i = 0; i < 4; ++i) {
-                    total[i].c[r] += P[i].c[r];
-                    f[tetra_nodes.of[p][i]].c[r] += P[i].c[r];
-                }
-            }
+            add_point(forces, p, along);
         }
-        for (int i = 0; i < 4; ++i)
-            for (int j = i; j < 4; ++j) {
-                const int n = tetra_nodes.of[i][j];
-                for (int r = 0; r < 3; ++r)
-                    f[n].c[r] =
-                        tetra_own * f[n].c[r] + (i == j ? (4 * tetra_beta - 1) * total[i].c[r]
-                                                        : 4 * tetra_beta * (total[i].c[r] + total[j].c[r]));
-                scatter_add(f[n].c[0], f[n].c[1], f[n].c[2], k.places + W * (10 * b + n), k.sums);
-            }
+        tetra_scatter(forces, k, b);
         finish(k, b, sums);
+    }
+}
+
+void viscous_tetrahedra10(const KernelArrays& k, std::int64_t first, std::int64_t last) {
+    constexpr double weight = 1.0 / 24.0;
+    for (std::int64_t b = first; b < last; ++b) {
+        TetraField x, u;
+        tetra_gather(k.x, k.nodes + 10 * W * b, x);
+        tetra_gather(k.du, k.nodes + 10 * W * b, u);
+        Viscous v;
+        begin(k.viscous, b, v);
+        TetraForces forces;
+#pragma GCC unroll 1
+        for (int p = 0; p < 4; ++p) {
+            Vec3 g[3], U[3], cof[3];
+            differentiate(x, p, g);
+            differentiate(u, p, U);
+            Vec now, former;
+            find_volumes(g, U, cof, now, former);
+            const Vec q = weight * viscous_pressure(k.viscous, 4 * b + p, weight * now, weight * former, v);
+            for (int a = 0; a < 3; ++a)
+                for (int r = 0; r < 3; ++r) cof[a].c[r] = Vec{} - q * cof[a].c[r];
+            add_point(forces, p, cof);
+        }
+        tetra_scatter(forces, k, b);
+        finish(k.viscous, b, v);
     }
 }
 
@@ -210,6 +247,7 @@ const KernelSet kernels::KESTRALUM_KERNEL_SET{
     {hexahedra_mean_dilatation<PointLaw::plastic, true>, hexahedra_mean_dilatation<PointLaw::general, true>},
     {hexahedra_enhanced<PointLaw::elastic>, hexahedra_enhanced<PointLaw::plastic>,
      hexahedra_enhanced<PointLaw::general>},
+    {viscous_hexahedra, viscous_tetrahedra4, viscous_tetrahedra10},
     move_nodes,
     {node_velocities<NodeForces::internal>, node_velocities<NodeForces::constant>,
      node_velocities<NodeForces::contact>}};

@@ -182,6 +182,7 @@ std::vector<double> StepBound::estimates_at(const double* x, int threads) const 
     std::vector<double> estimates(elements);
 #pragma omp parallel for schedule(static) num_threads(threads)
     for (std::int32_t e = 0; e < elements; ++e) {
+        if (ratio_[e] == 0) continue;
         double at[most_dofs];
         gather(e, x, at);
         estimates[e] = estimate(e, at, nullptr) * ratio_[e];

@@ -36,6 +36,13 @@ public:
     // then on.
     AddedMass add_mass(double step);
 
+    // Estimates of the ω² of every element in the configuration x (node × 4; null: undeformed, then exact but
+    // for congruent ones' rounding), 1/s²; 0 of those that do not count.
+    std::vector<double> estimates_at(const double* x, int threads) const;
+
+    // The element does not count from here on; undeformed() stays.
+    void leave_out(std::int32_t element) { ratio_[element] = 0; }
+
     // The undeformed mesh. Congruent elements are computed once.
     const StableStep& undeformed() const { return undeformed_; }
 
@@ -53,8 +60,6 @@ public:
 
 private:
     double estimate(std::int32_t e, const double* coordinates, double* squared_frequency) const;
-    // Of all elements in the configuration x, of ω², 1/s².
-    std::vector<double> estimates_at(const double* x, int threads) const;
     // The `few` highest of `candidates` come first, in order.
     static void put_highest_first(std::vector<std::int32_t>& candidates, std::size_t few,
                                   const std::vector<double>& estimates);

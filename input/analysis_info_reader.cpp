@@ -105,6 +105,16 @@ private:
             key, control_.scaled_step, "  scaled_step=%.3e\n", [](double v) { return v >= 0; },
             "a step of at least 0 s");
     }
+    void linear_viscosity(std::string_view key) {
+        read_viscosity(key, control_.linear_viscosity, "  linear_viscosity=%.3e\n");
+    }
+    void quadratic_viscosity(std::string_view key) {
+        read_viscosity(key, control_.quadratic_viscosity, "  quadratic_viscosity=%.3e\n");
+    }
+    void read_viscosity(std::string_view key, double& place, const char* echo) {
+        read_number(
+            key, place, echo, [](double v) { return v >= 0; }, "a coefficient of at least 0");
+    }
     void output_time(std::string_view key) {
         read_number(
             key, control_.output_time, "  output_time=%.3e\n", [](double v) { return v > 0; },
@@ -230,6 +240,8 @@ const ControlFile::Row ControlFile::rows[] = {
     {"step_share", &ControlFile::step_share},
     {"output_time", &ControlFile::output_time},
     {"scaled_step", &ControlFile::scaled_step},
+    {"linear_viscosity", &ControlFile::linear_viscosity},
+    {"quadratic_viscosity", &ControlFile::quadratic_viscosity},
     {"NL_HALVING", &ControlFile::nl_halving},
     {"LOAD_FACTORS", &ControlFile::load_factors},
     {"LOAD_FACTOR_EXPR", &ControlFile::load_factor_expr},
@@ -295,7 +307,7 @@ void ControlFile::load_factor_expr(std::string_view key) {
 }
 
 void ControlFile::material_extra_info(std::string_view key) {
-    static constexpr std::string_view keys[] = {"table=", "kinematic=", "shear="};
+    static constexpr std::string_view keys[] = {"table=", "kinematic=", "shear=", "erode="};
     const TableSection table = section(key);
     const auto records = records_with_options(
         std::string(key), table.tokens, table.closing, keys, [](auto) { return std::size_t{4}; }, remarks_);
@@ -314,6 +326,8 @@ void ControlFile::read_constants(const OptionRecord& record) {
     const auto table = read_hardening_table(options);
     const double kinematic = options.number(
         "kinematic=", 0, [](double v) { return v >= 0; }, "a kinematic hardening modulus of at least 0 Pa");
+    const double erode = options.number(
+        "erode=", 0, [](double v) { return v > 0; }, "a plastic strain above 0");
     const Token* shear = options.find("shear=");
     if (shear && options.value("shear=") != "elastic") remarks_.expected(*shear, "shear=elastic");
     bool known = false;
@@ -325,6 +339,7 @@ void ControlFile::read_constants(const OptionRecord& record) {
         material.hardening = constants[2];
         material.hardening_table = table;
         material.kinematic = kinematic;
+        material.erode = erode;
         material.elastic_shear = shear != nullptr;
     }
     if (!known) return remarks_.notice(tokens[0], "no material of this name; its constants are passed over");

@@ -18,7 +18,9 @@ std::array<double, 6> read_round_region(const Token& name, std::span<const Token
     return region;
 }
 
-constexpr std::size_t element_fields = 11, set_element_fields = 6, force_fields = 4;
+constexpr std::size_t element_fields = 11, set_element_fields = 6, force_fields = 4, combine_fields = 9;
+constexpr std::array<std::string_view, 7> combine_option_keys{
+    "cx=", "cy=", "cz=", "crx=", "cry=", "crz=", "axes="};
 
 RigidElement read_element(std::span<const Token> record, const RecordFields& fields) {
     static constexpr std::array<std::string_view, 2> selections{"area", "round"};
@@ -108,12 +110,13 @@ void read_rigid_force(const FileSection& section, Model& model, InputRemarks& re
 
 void read_rigid_combine(const FileSection& section, Model& model, InputRemarks& remarks, Progress& progress) {
     echo_tokens(section.tokens, progress);
-    const auto records = records_of(section, 9, remarks);
+    const auto records = records_with_options(
+        section, combine_option_keys, [](auto) { return combine_fields; }, remarks);
     const RecordFields fields(model.parameters, remarks);
     progress.print("rigid_combine_num=%zu\n", records.size());
     progress.print("Rigid_Combine\n");
     std::vector<RigidCombine> combines;
-    for (const auto& record : records) {
+    for (const auto& [record, words] : records) {
         if (progress.cancelled()) return;
         RigidCombine& c = combines.emplace_back();
         c.id = static_cast<std::int32_t>(combines.size()) - 1;
@@ -130,6 +133,16 @@ void read_rigid_combine(const FileSection& section, Model& model, InputRemarks& 
         progress.print("%s[%d], %s[%d]\n", c.element_name[0].c_str(), c.element[0], c.element_name[1].c_str(),
                        c.element[1]);
         progress.write(labelled_values(stiffness_tokens, c.stiffness) + "\n");
+        const RecordOptions options(words, fields);
+        for (std::size_t k = 0; k < 6; ++k)
+            c.damping[k] = options.number(
+                combine_option_keys[k], 0, [](double v) { return v >= 0; },
+                "a damping coefficient of at least 0");
+        if (const Token* axes = options.find("axes=")) {
+            c.body_axes = options.value("axes=") == "body";
+            if (!c.body_axes) remarks.expected(*axes, "axes=body");
+        }
+        options.list(progress);
     }
     model.rigid_combines = std::move(combines);
 }

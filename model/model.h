@@ -33,6 +33,9 @@ struct AnalysisControl {
     double output_time = 0;                    // s between outputs, with auto_step; 0: not given
     double scaled_step = 0;                    // s: elements with a smaller stable step get mass; 0: none do
 
+    double linear_viscosity = 0;  // of bulk viscosity; 0: none
+    double quadratic_viscosity = 0;
+
     // Between outputs, with auto_step; a hundredth of the run where it is not given.
     double output_interval() const { return output_time > 0 ? output_time : end_time / 100; }
     bool operator==(const AnalysisControl&) const = default;

@@ -35,7 +35,9 @@ struct Material {
     double kinematic = 0;      // kinematic=: linear kinematic hardening modulus, Pa
     std::vector<std::array<double, 2>> hardening_table{};  // table=: plastic strain, yield stress (Pa); takes
                                                            // the place of Sy and Sd; empty: not given
-    bool elastic_shear = false;                            // shear=elastic: G of the control file is not used
+    double erode =
+        0;  // erode=: equivalent plastic strain at which explicit runs take an element out; 0: never
+    bool elastic_shear = false;  // shear=elastic: G of the control file is not used
 };
 
 struct Parameter {
@@ -190,6 +192,14 @@ struct RigidCombine {
     std::array<std::int32_t, 2> element{-1, -1};
     std::array<std::string, 6> stiffness_text;  // as written
     std::array<double, 6> stiffness{};          // kx ky kz (N/m), krx kry krz (N·m/rad)
+    std::array<double, 6> damping{};            // cx= … crz=: dashpots beside them, N·s/m, N·m·s/rad
+    bool body_axes = false;                     // axes=body: x y z turn with the first element
+
+    bool damped() const {
+        for (const double c : damping)
+            if (c != 0) return true;
+        return false;
+    }
 };
 
 }  // namespace kestralum

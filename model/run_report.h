@@ -42,7 +42,10 @@ struct ModeReport {
 struct ExplicitEnergies {                                        // J
     double kinetic = 0, internal = 0, plastic = 0, damping = 0;  // plastic is a part of internal
     double wall = 0, contact = 0, external = 0, support = 0;     // work done on the bodies
-    double total() const { return kinetic + internal + damping - wall - contact - external - support; }
+    double viscous = 0, eroded = 0;  // dissipated by bulk viscosity; gone with elements that eroded
+    double total() const {
+        return kinetic + internal + damping + viscous + eroded - wall - contact - external - support;
+    }
     template <typename Archive>
     void serialize(Archive& archive) {
         archive(kinetic, internal, plastic, damping, wall, contact, external, support);
@@ -67,6 +70,10 @@ struct ExplicitReport {
     double drift = 0;  // largest error of the balance over the largest energy
     std::array<double, 3> momentum{}, angular_momentum{};  // kg·m/s, kg·m²/s
     Penetration deepest_wall, deepest_contact;             // without a node: none
+    bool viscous = false;                                  // with bulk viscosity
+    bool erodes = false;                                   // some material has a limit of plastic strain
+    std::int64_t eroded_elements = 0;
+    double eroded_mass_share = 0;  // of the mass at rest
     bool displacements_written = false, history_written = false;
     bool vtu_written = false, vtu_failed = false;  // the files for ParaView of every frame
 };

@@ -178,6 +178,8 @@ private:
             append_field(text, stress);
             append_fields(text, std::span(&strain, 1));
         }
+        if (material.erode > 0)
+            job_.remarks.notices.push_back("material " + material.name + ": erode= is left out");
         if (material.kinematic != 0)
             job_.remarks.notices.push_back("material " + material.name + ": kinematic= is left out");
         job_.remarks.notices.push_back(

@@ -31,6 +31,9 @@ constexpr Heading explicit_headings[] = {{"kinetic", "Kinetic energy", "J"},
                                          {"contact", "Work of contact", "J"},
                                          {"external", "Work of loads", "J"},
                                          {"support", "Work of supports", "J"},
+                                         {"eroded", "Energy gone with eroded elements", "J"},
+                                         {"eroded_elements", "Eroded elements", ""},
+                                         {"viscous", "Energy lost by bulk viscosity", "J"},
                                          {"drift", "Error of the energy balance", "%", 100}};
 constexpr Heading nonlinear_headings[] = {{"iterations", "Iterations", ""},
                                           {"E/F", "Unbalanced forces, |E|/|F|", ""},
@@ -115,8 +118,14 @@ public:
         if (run_.history.columns.empty()) return;
         add("Total energy", "J", [](const Run& run, std::size_t row) {
             const auto part = [&](const char* name) { return run.history.value(row, name); };
+            // of runs that have it
+            const auto more = [&](const char* name) {
+                const double value = part(name);
+                return std::isnan(value) ? 0.0 : value;
+            };
             return ExplicitEnergies{part("kinetic"), part("internal"), part("plastic"),  part("damping"),
-                                    part("wall"),    part("contact"),  part("external"), part("support")}
+                                    part("wall"),    part("contact"),  part("external"), part("support"),
+                                    more("viscous"), more("eroded")}
                 .total();
         });
         std::rotate(made.columns.begin(), made.columns.end() - 1, made.columns.end());

@@ -51,11 +51,13 @@ bool check_loads_finite(Job& job) {
     for (const RigidForce& force : job.model.rigid_forces)
         if (!std::isfinite(force.value)) return refuse("rigid force " + force.name);
     for (const RigidCombine& combine : job.model.rigid_combines)
-        for (double k : combine.stiffness)
-            if (!(k >= 0) || !std::isfinite(k))
-                return job.fail(RunStatus::bad_input,
-                                formatted("rigid combine %s: stiffness %g: not a finite number of at least 0",
-                                          combine.name.c_str(), k));
+        for (const auto values : {combine.stiffness, combine.damping})
+            for (double k : values)
+                if (!(k >= 0) || !std::isfinite(k))
+                    return job.fail(RunStatus::bad_input,
+                                    formatted("rigid combine %s: %s %g: not a finite number of at least 0",
+                                              combine.name.c_str(),
+                                              values == combine.stiffness ? "stiffness" : "damping", k));
     for (const AppliedForce& force : job.model.forces)
         if (!std::isfinite(force.value)) return refuse("force " + force.name);
     return true;
@@ -81,6 +83,12 @@ void note_shear_moduli(Job& job) {
     }
 }
 
+void note_dashpots(Job& job) {
+    for (const RigidCombine& combine : job.model.rigid_combines)
+        if (combine.damped() && job.run.ana_type != AnalysisType::explicit_dynamics)
+            job.note("rigid combine " + combine.name + ": its dashpots act in the explicit analysis alone");
+}
+
 }  // namespace
 
 bool check_analysable(Job& job) {
@@ -92,6 +100,7 @@ bool check_analysable(Job& job) {
     if (asked != HexahedronForm::full && job.model.mesh.element_type != ElementKind::hexahedron)
         job.note(std::string("hexahedra ") + word_of(asked) + ": without effect, the mesh has none");
     note_shear_moduli(job);
+    note_dashpots(job);
     return check_materials_known(job) && check_loads_finite(job);
 }
 

@@ -65,6 +65,8 @@ std::string look(const Job& job, ExplicitState& s) {
     if (!(worst.step > 0) || !std::isfinite(worst.step)) return {};  // an element that is about to be told
     const double of_elements = 4 / (worst.step * worst.step);
     double allowed = a.share * s.step_factor * 2 / std::sqrt(of_elements + s.added_rate);
+    if (s.viscosity) allowed *= s.viscosity->share_now(*s.blocks) / s.viscosity->share_at_rest();
+    allowed = std::min(allowed, a.share * s.step_limit);
     // the springs of walls and contact are as stiff as the first step let them
     if (s.walls || s.contacts) allowed = std::min(allowed, s.d_time);
     a.height = s.bound->least_size() * std::min(1.0, worst.step / s.bound->undeformed().step);

@@ -57,6 +57,12 @@ void fill_report(Job& job, const ExplicitState& s) {
     out.kernel = s.blocks ? s.blocks->kernel_name() : "";
     out.time = s.time();
     out.energies = s.energies;
+    out.viscous = s.viscosity.has_value();
+    if (s.erosion) {
+        out.erodes = true;
+        out.eroded_elements = s.erosion->count();
+        out.eroded_mass_share = s.erosion->mass_share();
+    }
     out.drift = s.largest_drift;
     if (std::abs(out.drift) > largest_drift && !s.diverged)
         job.note(

@@ -29,10 +29,13 @@ public:
     void add(const Material& m) {
         to_(m.name, m.density, m.young, m.poisson, m.shear_modulus, m.yield_stress, m.hardening, m.expansion,
             m.kinematic, m.hardening_table, m.elastic_shear);
+        if (m.erode > 0) to_(m.erode);
     }
     void add(const AnalysisControl& c) {
         to_(c.d_time, c.auto_step, c.step_share, c.output_time, c.scaled_step, c.end_time, c.output_frequency,
             c.c_alfa, c.gravity_axis, c.gravity_sign, c.plastic, c.element_contact);
+        if (c.linear_viscosity > 0 || c.quadratic_viscosity > 0)
+            to_(c.linear_viscosity, c.quadratic_viscosity);
     }
     void add(const RigidWall& w) {
         to_(w.name, w.kind, w.axis, w.side, w.radius, w.stiffness, w.friction, w.damping, w.box, w.set_name);
@@ -60,7 +63,10 @@ public:
         to_(f.name, f.value);
         add(f.options);
     }
-    void add(const RigidCombine& c) { to_(c.name, c.stiffness); }
+    void add(const RigidCombine& c) {
+        to_(c.name, c.stiffness);
+        if (c.damped() || c.body_axes) to_(c.damping, c.body_axes);
+    }
     template <typename Record>
     void add_all(const std::vector<Record>& records) {
         to_(static_cast<std::uint64_t>(records.size()));

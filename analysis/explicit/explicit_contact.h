@@ -62,6 +62,10 @@ public:
     ContactSet(std::span<const ContactPair> pairs, std::span<const Part> parts, const Mesh& mesh,
                std::vector<SurfaceTriangle> surface);
 
+    // The whole mesh has this surface from here on. Contacts with triangles that stay go on as they are; what
+    // lies behind new ones starts unpressed.
+    void renew(std::span<const Part> parts, const Mesh& mesh, std::vector<SurfaceTriangle> surface);
+
     // Chooses the penalties. `sharing`: kinds of contact that a node may have at a time, walls included.
     void tune(double d_time, double stable_step, int sharing);
 

@@ -72,12 +72,14 @@ void balance(ExplicitState& s) {
     if (!s.springs.empty()) e.internal += s.springs.energy(s.u.data());
     e.plastic = s.blocks->plastic_energy();
     e.damping = s.damping_work.at;
+    e.viscous = s.blocks->viscous_energy();
+    e.eroded = s.erosion ? s.erosion->energy() : 0;
     e.wall = s.wall_work.at;
     e.contact = s.contact_work.at;
     e.support = s.support_work.at;
     if (s.step == 0) s.start_energy = e.total();
-    for (double part : {e.kinetic, e.internal, e.damping, std::abs(e.wall), std::abs(e.contact),
-                        std::abs(e.external), std::abs(e.support)})
+    for (double part : {e.kinetic, e.internal, e.damping, e.viscous, e.eroded, std::abs(e.wall),
+                        std::abs(e.contact), std::abs(e.external), std::abs(e.support)})
         s.largest_energy = std::max(s.largest_energy, part);
     s.drift = s.largest_energy > 0 ? (e.total() - s.start_energy) / s.largest_energy : 0.0;
     if (!(std::abs(s.drift) <= std::abs(s.largest_drift))) s.largest_drift = s.drift;
@@ -108,6 +110,11 @@ void add_row(ExplicitState& s) {
     for (std::size_t k = 0; s.walls && k < s.walls->size(); ++k) row.push_back(s.walls->peaks.take(k));
     for (std::size_t k = 0; s.contacts && k < s.contacts->size(); ++k)
         row.push_back(s.contacts->peaks.take(k));
+    if (s.viscosity) row.push_back(e.viscous);
+    if (s.erosion) {
+        row.push_back(e.eroded);
+        row.push_back(static_cast<double>(s.erosion->count()));
+    }
 }
 
 }  // namespace
@@ -153,6 +160,8 @@ void begin_history(const Job& job, ExplicitState& s) {
     if (s.contacts)
         for (const ContactPair& pair : job.model.explicit_tables.contacts)
             columns.push_back("contact_" + heading(pair.name) + "_peak");
+    if (s.viscosity) columns.push_back("viscous");
+    if (s.erosion) columns.insert(columns.end(), {"eroded", "eroded_elements"});
     s.history.values.clear();
 }
 
@@ -201,8 +210,9 @@ void store_frame(Job& job, ExplicitState& s) {
     s.blocks->copy_stresses(s.points.stress, s.plastic_strain);
     logarithmic_strains(job.mesh(), u, s.team, s.points);
     SilentProgress silent;  // a frame is whole, whatever is asked meanwhile
-    mean_stress_strain(job.mesh(), s.freedoms.node_elements, s.points, s.plastic_strain, s.team, values,
-                       silent);
+    const NodeElements& all = s.freedoms.node_elements;
+    mean_stress_strain(job.mesh(), s.erosion ? s.erosion->node_elements(all) : all, s.points,
+                       s.plastic_strain, s.team, values, silent);
     frame->mode_vec = of_run_nodes(job, u);
     frame->node_stress = of_run_nodes(job, values);
     job.run.results.push_back(frame);

@@ -139,6 +139,10 @@ ExplicitBodies::ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std:
     }
     states_.resize(bodies_.size());
     resist_.resize(bodies_.size());
+    pushes_.resize(bodies_.size());
+    damped_ = std::ranges::any_of(combines_, &RigidCombine::damped);
+    for (std::vector<Vec6>* room : {&springs_, &dashpots_, &velocities_, &former_})
+        room->resize(bodies_.size());
 }
 
 bool ExplicitBodies::set_time(double time) {
@@ -260,49 +264,76 @@ void ExplicitBodies::start(std::span<const DrivenMembers> given, double d_time) 
     }
 }
 
+void ExplicitBodies::push(std::size_t b, const MemberArrays& arrays, std::span<const DrivenMembers> driven,
+                          const StepLengths& dt) {
+    ExplicitBody& body = bodies_[b];
+    Push& pushed = pushes_[b];
+    const std::vector<Vec6>& resist = resist_;
+    const Vec6 own = pushed.own =
+        rigid_force_resultant(system_, static_cast<std::int32_t>(b), body.state, forces_);
+    Vec3 f{own[0] - resist[b][0], own[1] - resist[b][1], own[2] - resist[b][2]};
+    Vec3 m{own[3] - resist[b][3], own[4] - resist[b][4], own[5] - resist[b][5]};
+    for (std::int32_t n : body.geometry.members) {
+        const double* at = arrays.force + 4 * n;
+        const Vec3 nodal{at[0], at[1], at[2]};
+        f = plus(f, nodal);
+        m = plus(m, cross(turned(body.state.R, minus(place_of(mesh_, n), body.geometry.pivot)), nodal));
+    }
+    pushed.force = f;
+    if (body.moves) body.p_new = plus(body.p, f, dt.mean);
+    if (!body.moves_freely) body.p_new = turned(body.movable, body.p_new);
+    // what acts about directions that the body cannot turn in goes to what holds it
+    body.L_new = plus(body.L, m, dt.mean);
+    if (!body.turns_freely) body.L_new = act(body.turnable, body.state.R, body.L_new);
+    turn(body, dt.step);
+    pushed.p = body.p_new;
+    pushed.L = body.L_new;
+    drive(body, driven, dt.step, b);
+    if (pushed.p != body.p_new || pushed.L != body.L_new) turn(body, dt.step);
+}
+
+// The dashpots at the mean of the velocities before and after, which they change: by iteration, from those
+// before. It contracts by half the rate times the step. True when the forces have settled.
+bool ExplicitBodies::find_dashpots(int round) {
+    constexpr double settled = 1e-14;
+    for (std::size_t b = 0; b < bodies_.size(); ++b) {
+        const ExplicitBody& body = bodies_[b];
+        const double share = round == 0 ? 0 : 0.5;
+        for (std::size_t c = 0; c < 3; ++c) {
+            velocities_[b][c] =
+                body.moves ? (body.p[c] + share * (body.p_new[c] - body.p[c])) / body.mass : 0;
+            velocities_[b][3 + c] = body.omega[c] + share * (body.omega_new[c] - body.omega[c]);
+        }
+    }
+    former_.swap(dashpots_);
+    std::ranges::fill(dashpots_, Vec6{});
+    add_dashpot_resistance(combines_, system_, states(), velocities_, dashpots_);
+    double change = 0, size = 0;
+    for (std::size_t b = 0; b < bodies_.size(); ++b)
+        for (std::size_t c = 0; c < 6; ++c) {
+            change = std::max(change, std::abs(dashpots_[b][c] - former_[b][c]));
+            size = std::max(size, std::abs(dashpots_[b][c]));
+            resist_[b][c] = springs_[b][c] + dashpots_[b][c];
+        }
+    return round > 0 && !(change > settled * size);
+}
+
 void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenMembers> driven,
                              const StepLengths& dt, std::array<double, 2>& driving,
                              std::array<double, 2>& loads) {
+    constexpr int most_rounds = 60;
     combine_resistance(combines_, system_, states(), turns_, resist_);
-    const std::vector<Vec6>& resist = resist_;
+    if (damped_) springs_ = resist_;
+    for (int round = 0; round < most_rounds; ++round) {
+        if (damped_ && find_dashpots(round)) break;
+        for (std::size_t b = 0; b < bodies_.size(); ++b) push(b, arrays, driven, dt);
+        if (!damped_) break;
+    }
     reaction_ = {};
+    dashpot_power_ = {};
     for (std::size_t b = 0; b < bodies_.size(); ++b) {
-        ExplicitBody& body = bodies_[b];
-        const Vec6 own = rigid_force_resultant(system_, static_cast<std::int32_t>(b), body.state, forces_);
-        Vec3 f{own[0] - resist[b][0], own[1] - resist[b][1], own[2] - resist[b][2]};
-        Vec3 m{own[3] - resist[b][3], own[4] - resist[b][4], own[5] - resist[b][5]};
-        for (std::int32_t n : body.geometry.members) {
-            const double* at = arrays.force + 4 * n;
-            const Vec3 nodal{at[0], at[1], at[2]};
-            f = plus(f, nodal);
-            m = plus(m, cross(turned(body.state.R, minus(place_of(mesh_, n), body.geometry.pivot)), nodal));
-        }
-        if (body.moves) body.p_new = plus(body.p, f, dt.mean);
-        if (!body.moves_freely) body.p_new = turned(body.movable, body.p_new);
-        // what acts about directions that the body cannot turn in goes to what holds it
-        body.L_new = plus(body.L, m, dt.mean);
-        if (!body.turns_freely) body.L_new = act(body.turnable, body.state.R, body.L_new);
-        turn(body, dt.step);
-        const Vec3 p_free = body.p_new, L_free = body.L_new;
-        drive(body, driven, dt.step, b);
-        if (p_free != body.p_new || L_free != body.L_new) turn(body, dt.step);
-        const Vec3 v = body.moves ? times(1 / body.mass, body.p) : Vec3{},
-                   v_new = body.moves ? times(1 / body.mass, body.p_new) : Vec3{};
-        const Vec3 f_drive = times(1 / dt.mean, minus(body.p_new, p_free)),
-                   m_drive = times(1 / dt.mean, minus(body.L_new, L_free));
-        driving[0] += dot(f_drive, v) + dot(m_drive, body.omega);
-        driving[1] += dot(f_drive, v_new) + dot(m_drive, body.omega_new);
-        const Vec3 own_f{own[0], own[1], own[2]}, own_m{own[3], own[4], own[5]};
-        loads[0] += dot(own_f, v) + dot(own_m, body.omega);
-        loads[1] += dot(own_f, v_new) + dot(own_m, body.omega_new);
-        if (!body.moves) reaction_ = plus(reaction_, minus(times(1 / dt.mean, minus(body.p_new, body.p)), f));
-        if (!body.moves_freely) reaction_ = plus(reaction_, minus(turned(body.movable, f), f));
-        const Vec3 p_rate = times(1 / dt.mean, minus(body.p_new, body.p)),
-                   L_rate = times(1 / dt.mean, minus(body.L_new, body.L));
-        for (std::size_t c = 0; c < 3; ++c) {
-            body.held[c] = p_rate[c] + resist[b][c] - own[c];
-            body.held[3 + c] = L_rate[c] + resist[b][3 + c] - own[3 + c];
-        }
+        book(b, dt, driving, loads);
+        const ExplicitBody& body = bodies_[b];
         for (std::int32_t n : body.geometry.members) {
             const Vec3 next = displacement_of(body.geometry, body.next, place_of(mesh_, n));
             for (std::size_t c = 0; c < 3; ++c) {
@@ -310,6 +341,35 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
                 arrays.v_new[k] = (next[c] - arrays.u[k]) / dt.step;
             }
         }
+    }
+}
+
+// What the forces of the step have done, and what holds the body.
+void ExplicitBodies::book(std::size_t b, const StepLengths& dt, std::array<double, 2>& driving,
+                          std::array<double, 2>& loads) {
+    ExplicitBody& body = bodies_[b];
+    const auto& [own, f, p_free, L_free] = pushes_[b];
+    const Vec3 v = body.moves ? times(1 / body.mass, body.p) : Vec3{},
+               v_new = body.moves ? times(1 / body.mass, body.p_new) : Vec3{};
+    const Vec3 f_drive = times(1 / dt.mean, minus(body.p_new, p_free)),
+               m_drive = times(1 / dt.mean, minus(body.L_new, L_free));
+    driving[0] += dot(f_drive, v) + dot(m_drive, body.omega);
+    driving[1] += dot(f_drive, v_new) + dot(m_drive, body.omega_new);
+    const Vec3 own_f{own[0], own[1], own[2]}, own_m{own[3], own[4], own[5]};
+    loads[0] += dot(own_f, v) + dot(own_m, body.omega);
+    loads[1] += dot(own_f, v_new) + dot(own_m, body.omega_new);
+    if (damped_)
+        for (std::size_t c = 0; c < 3; ++c) {
+            dashpot_power_[0] += dashpots_[b][c] * v[c] + dashpots_[b][3 + c] * body.omega[c];
+            dashpot_power_[1] += dashpots_[b][c] * v_new[c] + dashpots_[b][3 + c] * body.omega_new[c];
+        }
+    if (!body.moves) reaction_ = plus(reaction_, minus(times(1 / dt.mean, minus(body.p_new, body.p)), f));
+    if (!body.moves_freely) reaction_ = plus(reaction_, minus(turned(body.movable, f), f));
+    const Vec3 p_rate = times(1 / dt.mean, minus(body.p_new, body.p)),
+               L_rate = times(1 / dt.mean, minus(body.L_new, body.L));
+    for (std::size_t c = 0; c < 3; ++c) {
+        body.held[c] = p_rate[c] + resist_[b][c] - own[c];
+        body.held[3 + c] = L_rate[c] + resist_[b][3 + c] - own[3 + c];
     }
 }
 
@@ -366,11 +426,17 @@ Vec3 ExplicitBodies::angular_momentum() const {
     return sum;
 }
 
-double ExplicitBodies::spring_rate() const {
-    if (combines_.empty() || system_.equations == 0) return 0;
+double ExplicitBodies::dashpot_rate() const {
+    std::vector<RigidCombine> dashpots = combines_;
+    for (RigidCombine& record : dashpots) record.stiffness = record.damping;
+    return damped_ ? largest_rate(dashpots) : 0;
+}
+
+double ExplicitBodies::largest_rate(std::span<const RigidCombine> records) const {
+    if (records.empty() || system_.equations == 0) return 0;
     const int n = system_.equations;
     std::vector<double> K(std::size_t(n) * n, 0.0);
-    add_combine_stiffness(combines_, system_, states(), turns_, K);
+    add_combine_stiffness(records, system_, states(), turns_, K);
     // each body's mass on its motions, then M^-½ K M^-½ bounded by its largest row sum
     double rate = 0;
     std::vector<double> root(n, 0.0);

@@ -105,8 +105,14 @@ public:
         archive(reaction_);
     }
 
-    // Largest ω² of the springs between the bodies, 1/s²: for the stable step.
-    double spring_rate() const;
+    // Power of the dashpots between the bodies at t_n with the velocities before and after, taken from them,
+    // W.
+    const std::array<double, 2>& dashpot_power() const { return dashpot_power_; }
+
+    // Largest ω² of the springs between the bodies, 1/s², and largest rate c/m of the dashpots, 1/s: for the
+    // stable step.
+    double spring_rate() const { return largest_rate(combines_); }
+    double dashpot_rate() const;
 
     // The lines of the set-up ("fn=%d (fn_rigid=%d)" …) and of a step ("Vr:…").
     void print_masses(std::int32_t free_equations, Progress& progress) const;
@@ -114,7 +120,20 @@ public:
 
 private:
     std::span<const RigidState> states() const;  // until the next call
+    // Bound of the largest eigenvalue of M⁻¹ K of the records' springs.
+    double largest_rate(std::span<const RigidCombine> records) const;
     void turn(ExplicitBody& body, double d_time) const;
+    // Force and moment of all but the springs and dashpots, less those.
+    struct Push {
+        Vec6 own;    // of the rigid forces
+        Vec3 force;  // of everything
+        Vec3 p, L;   // momenta that it leads to, before what drives
+    };
+    void push(std::size_t b, const MemberArrays& arrays, std::span<const DrivenMembers> driven,
+              const StepLengths& dt);
+    bool find_dashpots(int round);
+    void book(std::size_t b, const StepLengths& dt, std::array<double, 2>& driving,
+              std::array<double, 2>& loads);
     void drive(ExplicitBody& body, std::span<const DrivenMembers> driven, double d_time, std::size_t b);
 
     RigidSystem system_;
@@ -127,8 +146,12 @@ private:
     std::vector<CombineTurn> turns_;  // one per combine
     Vec3 reaction_{};
     std::string trouble_;
-    mutable std::vector<RigidState> states_;  // room of states()
-    std::vector<Vec6> resist_;                // of the springs, per body
+    mutable std::vector<RigidState> states_;                      // room of states()
+    std::vector<Vec6> resist_;                                    // of the springs and dashpots, per body
+    bool damped_ = false;                                         // some combine has dashpots
+    std::vector<Vec6> springs_, dashpots_, velocities_, former_;  // per body, where some has
+    std::vector<Push> pushes_;                                    // per body
+    std::array<double, 2> dashpot_power_{};
 };
 
 }  // namespace kestralum

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "analysis/explicit/explicit_setup.h"
 #include "model/format.h"
@@ -39,9 +40,17 @@ bool check_input(Job& job) {
         return refuse(formatted("end_time = %g: the end time must not be negative", c.end_time));
     if (c.auto_step && !(c.step_share > 0 && c.step_share <= 1))
         return refuse(formatted("step_share = %g: above 0 and at most 1 is expected", c.step_share));
+    for (const auto& [name, value] : {std::pair{"linear_viscosity", c.linear_viscosity},
+                                      std::pair{"quadratic_viscosity", c.quadratic_viscosity}})
+        if (!(value >= 0) || !std::isfinite(value))
+            return refuse(formatted("%s = %g: the viscosity must not be negative", name, value));
     if (!(c.c_alfa >= 0) || !std::isfinite(c.c_alfa))
         return refuse(formatted("C_alfa = %g: the damping must not be negative", c.c_alfa));
     return true;
+}
+
+bool has_viscosity(const Job& job) {
+    return job.model.control.linear_viscosity > 0 || job.model.control.quadratic_viscosity > 0;
 }
 
 // The surface for contact, when it is on; what keeps a pair from acting is said.
@@ -104,6 +113,18 @@ bool choose_step(Job& job, const SetUp& set_up, ExplicitState& s) {
         job.progress.print("Stable time step=%.3e[s] with the springs of supports and the ties\n",
                            s.stable_step);
     }
+    if (has_viscosity(job)) {
+        s.viscosity.emplace(job.model, job.mesh(), s.freedoms.rigid.elements_inside(job.mesh()));
+        s.stable_step *= s.viscosity->share_at_rest();
+        s.step_factor *= s.viscosity->share_at_rest();
+        job.progress.print("Stable time step=%.3e[s] with the bulk viscosity\n", s.stable_step);
+    }
+    if (const double rate = s.bodies ? s.bodies->dashpot_rate() : 0; rate > 0) {
+        s.step_limit = 1 / rate;
+        s.stable_step = std::min(s.stable_step, s.step_limit);
+        job.progress.print("Stable time step=%.3e[s] with the dashpots between rigid elements\n",
+                           s.stable_step);
+    }
     if (job.model.control.auto_step) return begin_adaptive(job, s);
     s.d_time = job.model.control.d_time > 0 ? job.model.control.d_time : 0.9 * s.stable_step;
     if (!(job.model.control.d_time > 0))
@@ -163,6 +184,15 @@ bool has_sets(Job& job) {
 
 bool yields(const Job& job) {
     return job.model.control.plastic && std::ranges::any_of(job.model.materials, has_yield_stress);
+}
+
+void set_erosion(Job& job, std::span<const char> rigid, ExplicitState& s) {
+    for (const Material& m : job.model.materials)
+        if (m.erode > 0 && !(job.model.control.plastic && has_yield_stress(m)))
+            remark(job, "material " + m.name + ": erode= counts plastic strain, and it has none: " +
+                            (job.model.control.plastic ? "its yield stress is 0" : "Plastic is off"));
+    s.erosion.emplace(job.model, job.mesh(), rigid);
+    s.blocks->allow_removal();
 }
 
 void report_closed(Job& job, const ExplicitState& s) {
@@ -227,6 +257,7 @@ bool set_up_explicit(Job& job, ExplicitState& s) {
     s.blocks.emplace(mesh, job.model.parts, job.model.materials,
                      BlockOptions{yields(job), once_yielded, 8, rigid,
                                   once_yielded ? HexahedronForm::full : job.hexahedra(), s.heat.has_value()});
+    if (some_erode(job.model)) set_erosion(job, rigid, s);
     if (!count_steps(job, s)) return false;
     s.before = s.after = s.mean = s.d_time;
     if (!set_motions(job, set_up, s)) return false;

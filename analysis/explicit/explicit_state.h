@@ -10,6 +10,7 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,10 +18,12 @@
 
 #include "analysis/explicit/explicit_adaptive.h"
 #include "analysis/explicit/explicit_contact.h"
+#include "analysis/explicit/explicit_erosion.h"
 #include "analysis/explicit/explicit_loads.h"
 #include "analysis/explicit/explicit_rigid.h"
 #include "analysis/explicit/explicit_supports.h"
 #include "analysis/explicit/explicit_sweep.h"
+#include "analysis/explicit/explicit_viscosity.h"
 #include "analysis/explicit/explicit_walls.h"
 #include "elements/explicit_blocks.h"
 #include "elements/stable_step.h"
@@ -79,6 +82,8 @@ struct ExplicitState {
 
     std::unique_ptr<StepMesh> mesh;  // whose nodes the arrays follow
     std::optional<ElementBlocks> blocks;
+    std::optional<BulkViscosity> viscosity;
+    std::optional<Erosion> erosion;
     std::optional<WallSet> walls;
     std::optional<ContactSet> contacts;
     std::vector<std::int32_t> contact_nodes;  // where F_contact can be other than 0
@@ -101,7 +106,8 @@ struct ExplicitState {
     std::vector<SupportReaction> reactions;  // of the supports, at the last output
 
     std::optional<StepBound> bound;
-    double stable_step = 0;                  // s, of elements and given springs
+    double stable_step = 0;                                       // s, of elements and given springs
+    double step_limit = std::numeric_limits<double>::infinity();  // s: of dashpots, whatever the elements
     double added_rate = 0, step_factor = 1;  // it is step_factor · 2/√(ω² + added_rate), ω of the elements
     bool step_warned = false;
     std::int64_t next_check = 0;  // step of the next look at the current shapes
@@ -120,6 +126,11 @@ struct ExplicitState {
         archive(step, velocities_known, before, after, mean, adaptive, time_num, a, b, contact_b, x, u, du, v,
                 v_new, R, F, F_contact);
         archive(*blocks);
+        if (viscosity) archive(*viscosity, energies.viscous);
+        if (erosion) {
+            archive(*erosion, energies.eroded);
+            erosion->take_up(*this);
+        }
         if (walls) archive(*walls);
         if (contacts) archive(*contacts);
         if (supports) archive(*supports);

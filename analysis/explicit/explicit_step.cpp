@@ -80,8 +80,10 @@ void stop(Job& job, ExplicitState& s, std::string why) {
 void check_shapes(Job& job, ExplicitState& s) {
     if (s.adaptive.on || s.step_warned || s.step < s.next_check) return;
     s.next_check = s.step + steps_per_check;
-    const StableStep worst = s.bound->worst_above(s.x.data(), s.d_time, s.team);
+    const double share = s.viscosity ? s.viscosity->share_now(*s.blocks) : 1;
+    StableStep worst = s.bound->worst_above(s.x.data(), s.d_time / share, s.team);
     if (worst.element < 0) return;
+    worst.step *= share;
     s.step_warned = true;
     std::string line = formatted(
         "step %ld: d_time = %.3e s passes the stable step of %.3e s of element %d, part %s, in its present "
@@ -152,6 +154,11 @@ void set_step(ExplicitState& s, double before, double after) {
 bool find_forces(ExplicitState& s) {
     const double time = s.time();
     if (s.heat && !s.heat->set(time, s.team, *s.blocks)) s.trouble = s.heat->trouble();
+    if (s.erosion && s.step > 0) s.erosion->erode(s);
+    if (s.viscosity) {
+        s.viscosity->follow(s.step, s.x.data(), *s.bound, s.team, *s.blocks);
+        s.blocks->set_step(s.step > 0 ? s.before : 0);
+    }
     const bool sound = s.blocks->evaluate(s.x.data(), s.du.data(), s.R.data(), s.team);
     s.springs.add_forces(s.u.data(), s.R.data());
     if (s.loads && !s.loads->set(time, s.u.data(), s.F.data())) s.trouble = s.loads->trouble();
@@ -176,12 +183,14 @@ void find_velocities(const Job& job, ExplicitState& s) {
     std::array<double, 2> driving{}, loads{}, damping = update_velocities(s);
     if (!s.driven.empty()) driving = drive(job, s);
     if (s.supports) move_supports(s, driving, damping);
-    book_work(s.damping_work, damping);
     if (s.walls) s.walls->rub(contact_arrays(s, true), s.v_new.data());
     if (s.bodies) {
         advance_bodies(job, s, driving, loads);
         book(s.rigid_work, loads);
+        damping[0] += 0.5 * s.before * s.bodies->dashpot_power()[0];
+        damping[1] += 0.5 * s.after * s.bodies->dashpot_power()[1];
     }
+    book_work(s.damping_work, damping);
     book(s.support_work, driving);
     if (s.supports) s.supports->follow(s.v_new.data());
     if (s.loads) {
@@ -213,7 +222,10 @@ void explicit_step(Job& job, ExplicitState& s) {
     s.step = step;
     if (s.adaptive.on && finite)
         if (const std::string why = adapt_step(job, s); !why.empty()) return stop(job, s, why);
+    const std::int64_t eroded = s.erosion ? s.erosion->count() : 0;
     const bool sound = find_forces(s);
+    if (s.erosion && s.erosion->count() > eroded)
+        job.progress.print("Eroded elements=%ld of %d\n", s.erosion->count(), job.mesh().element_num());
     if (!finite) {
         list_lost_elements(job, s);
         stop(job, s, formatted("the run diverges in step %ld: a displacement is not a finite number", step));

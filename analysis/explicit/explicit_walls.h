@@ -63,6 +63,9 @@ public:
             std::vector<std::int32_t> nodes, std::vector<char> members, double d_time, double stable_step,
             int sharing);
 
+    // Nodes (0-based, ascending) that have come to lie on the surface may meet the walls too.
+    void add_nodes(std::span<const std::int32_t> nodes, const Mesh& mesh);
+
     // The step to come, s: walls move by it. Chosen penalties stay those of the first one.
     void set_step(double step) { step_ = step; }
 

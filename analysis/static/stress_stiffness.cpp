@@ -249,6 +249,11 @@ void measure(const Job& job, const AssembledSystem& system, const State& state, 
 
 bool find_stress_stiffness(Job& job, AssembledSystem& system, const StressStiffnessNeeds& needs,
                            std::unique_ptr<BorderedFactor>& factor, StressStiffness& out) {
+    for (const RigidCombine& record : job.model.rigid_combines)
+        if (record.body_axes)
+            return job.fail(RunStatus::bad_input,
+                            "rigid combine " + record.name +
+                                ": axes=body is not known to buckling and to modes under load: leave it out");
     State state;
     if (!find_terms(job, state.terms) || !assemble_system(job, system, needs.with_mass)) return false;
     job.progress.print("Force Vector\n");

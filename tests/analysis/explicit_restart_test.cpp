@@ -126,6 +126,22 @@ TEST_F(ExplicitRestart, GoesOnWithContactsWallsAndRigidBodies) {
     // steps of changing lengths
     expect_same_bytes_with_stops(bodies, "d_time auto output_time 23e-6 C_alfa 0.001 " + control,
                                  {7, 20, 31});
+    expect_same_bytes_with_stops(bodies, "linear_viscosity 0.1 quadratic_viscosity 1.2 " + control, {5, 13});
+    EXPECT_GT(result.report.dynamics.energies.viscous, 0);
+}
+
+// Elements go, and with them faces that are met; nodes of theirs come down on a wall.
+TEST_F(ExplicitRestart, GoesOnWhereElementsHaveEroded) {
+    expect_same_bytes_with_stops(
+        ModelText{.parts = rect("PLATE", "0.04 0.04 0.004", "10 10 2") +
+                           rect("CUBE", "0.02 0.02 0.02", "3 3 3", "0.011 0.009 0.0045"),
+                  .supports = "S plane x 0 0 0 0 0 0 T plane x 0.04 0.04 0 0 0 0"},
+        "end_time 110e-6 output_frequency 50 Plastic on Element_contact on linear_viscosity 0.06 "
+        "MATERIAL_EXTRA_INFO M 0 3e8 1e9 erode=0.3 % INITIAL_VELOCITY CUBE part z -300 0 0 0 0 0 0 % "
+        "ELEMENT_CONTACT HIT CUBE PLATE 1 0.2 0 0 0 0 0 0 0 0 0 % "
+        "RIGID_WALL W plane +z 0 0 0.2 0 0 0 0 0 -0.006 -0.006 0 0 0 %",
+        {120, 100, 150});
+    EXPECT_GT(result.report.dynamics.eroded_elements, 20);
 }
 
 // More nodes than one thread steps alone.

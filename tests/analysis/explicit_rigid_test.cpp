@@ -1,6 +1,7 @@
 // Rigid bodies in explicit runs: tumbling, impact, springs, gravity, hinges and prescribed velocities.
 #include <cmath>
 
+#include "analysis/buckling/buckling_analysis.h"
 #include "analysis/explicit/explicit_rigid.h"
 #include "support/explicit_run.h"
 
@@ -155,6 +156,115 @@ TEST_F(ExplicitRigid, ASmallBodyTurnsAsItsEndsAreDriven) {
          "S volume y -3 0 0 0 1 0 1 %");
     ASSERT_TRUE(begin());
     EXPECT_NEAR(state->bodies->bodies()[0].omega[2], 8 / 1e-5, 1e-6 * 8 / 1e-5);
+}
+
+// Two blocks of 1 kg, A and B, through whose middle the springs and dashpots of `S A B` go.
+ModelText two_cubes(const std::string& springs, const std::string& supports = {}) {
+    return {.material = "1000 1e9 0.3",
+            .parts = rect("A", "0.1 0.1 0.1", "1 1 1") + rect("B", "0.1 0.1 0.1", "1 1 1", "0.3 0 0"),
+            .supports = supports,
+            .rigid =
+                "A area 0.05 0.05 0.05 0 0.1 0 0.1 0 0.1 B area 0.35 0.05 0.05 0.3 0.4 0 0.1 0 0.1 "
+                "%\nrigid_combine S A B " +
+                springs + " %"};
+}
+
+// w = v/ω' e^(-ζωt) sin ω't of the reduced mass, and ω = ω0 e^(-ct/I) of a spin that nothing drives.
+TEST_F(ExplicitRigid, DashpotsDampAsTheoryWants) {
+    for (const char* axes : {"", " axes=body"}) {
+        const double k = 5000, c = 10, omega = std::sqrt(2 * k), zeta = c / (2 * std::sqrt(0.5 * k)),
+                     damped = omega * std::sqrt(1 - zeta * zeta);
+        run(two_cubes(formatted("%g %g %g 10 10 10 cx=%g cy=3 crz=1e-3", k, k, k, c) + axes),
+            "d_time 2e-5 end_time 0.2 output_frequency 100 INITIAL_VELOCITY B part x 1 0 0 0 0 0 0 %");
+        const std::size_t a = node_at(0, 0, 0), b = node_at(0.4, 0.1, 0.1);
+        for (std::size_t r = 0; r < rows(); ++r) {
+            const double at = history(r, "time"),
+                         w = std::exp(-zeta * omega * at) * std::sin(damped * at) / damped;
+            const std::vector<double>& of = result.results[r]->mode_vec;
+            EXPECT_NEAR(of[3 * b] - of[3 * a], w, 2e-3 / damped);
+        }
+        EXPECT_LT(largest_drift(), 1e-6);
+        EXPECT_NEAR(last("damping"), 0.25 * (1 - std::exp(-2 * zeta * omega * 0.2)), 1e-3);
+        expect_kept("momentum_x", 1e-12);
+
+        run(two_cubes(formatted("0 0 0 0 0 0 crz=0.05%s", axes), "HOLD volume x 0 0.1 0 0.1 0 0.1"),
+            "end_time 0.1 output_frequency 50 INITIAL_VELOCITY U volume x 1 0.3 0.4 0 0 0 0.1 O volume x -1 "
+            "0.3 0.4 0.1 0.1 0 0.1 %");
+        const double I = 0.005;  // corners of 1/8 kg at a/√2
+        EXPECT_NEAR(history(0, "kinetic"), 0.5 * I * 400, 0.01);
+        for (std::size_t r = 0; r < rows(); r += 5)
+            EXPECT_NEAR(history(r, "kinetic") / history(0, "kinetic"),
+                        std::exp(-2 * 0.05 / I * history(r, "time")), 1e-5);
+        EXPECT_LT(largest_drift(), 1e-9);
+    }
+}
+
+// What is stiffer than the bodies' own step allows lowers it; at that step nothing swings up.
+TEST_F(ExplicitRigid, StiffDashpotsLowerTheStableStep) {
+    read(two_cubes("0 0 0 0 0 0 cx=5e4"),
+         "end_time 1e-2 output_frequency 100 INITIAL_VELOCITY B part x 1 0 0 0 0 0 0 %");
+    for (const bool automatic : {false, true}) {
+        model.control.auto_step = automatic;
+        ASSERT_TRUE(begin());
+        EXPECT_LE(state->stable_step, (1 + 1e-9) / (2 * 5e4));  // c/(m/2), or a bound of it
+        EXPECT_GE(state->stable_step, 0.2 / (2 * 5e4));
+        while (!state->ended() && !state->diverged) explicit_step(*job, *state);
+        EXPECT_NEAR(state->v[0], 0.5, 1e-9);
+        EXPECT_LT(largest_drift(), 1e-6);
+    }
+}
+
+// Two blocks turn about their common centre: what holds them together turns with them, whatever its other
+// stiffness, and k w = m Ω² D/2 at rest in the turning frame. Forces in the first body's axes keep the
+// angular momentum.
+TEST_F(ExplicitRigid, SpringsInTheAxesOfABodyTurnWithIt) {
+    const double k = 5000, spin = 20, d = 0.3, I = 0.005;
+    std::string velocities;
+    for (const double y : {0.0, 0.1})
+        velocities += formatted("V volume x %g 0 0.4 %g %g 0 0.1 ", -spin * (y - 0.05), y, y);
+    for (const double x : {0.0, 0.1, 0.3, 0.4})
+        velocities += formatted("V volume y %g %g %g 0 0.1 0 0.1 ", spin * (x - 0.2), x, x);
+    run(two_cubes("5000 20000 8000 50 50 50 cx=25 cy=25 crz=0.1 axes=body"),
+        "d_time 5e-5 end_time 0.8 output_frequency 400 INITIAL_VELOCITY " + velocities + "%");
+    expect_kept("angular_momentum_z", 1e-6);
+    expect_kept("momentum_x", 1e-10);
+    EXPECT_LT(largest_drift(), 1e-4);
+    const double L = 2 * (I + 0.25 * d * d) * spin;
+    double D = d;
+    for (int round = 0; round < 100; ++round) {
+        const double omega = L / (2 * (I + 0.25 * D * D));
+        D = d + 0.5 * omega * omega * D / k;
+    }
+    EXPECT_GT(D, d + 0.005);
+    const auto centre = [&](double x) {
+        Vec3 sum{};
+        for (double dx : {0.0, 0.1})
+            for (double y : {0.0, 0.1})
+                for (double z : {0.0, 0.1})
+                    for (std::size_t c = 0; c < 3; ++c) sum[c] += state->x[4 * node_at(x + dx, y, z) + c] / 8;
+        return sum;
+    };
+    EXPECT_NEAR(norm(minus(centre(0.3), centre(0))), D, 1e-5);
+    const double t = last("time");
+    EXPECT_GT(spin * t, 4 * M_PI) << "two turns at least";
+}
+
+TEST_F(ExplicitRigid, DashpotsAreReadAndOtherAnalysesSayThatTheyDoNotAct) {
+    read(two_cubes("1 2 3 4 5 6 cy=2*3 axes=body crx=0.5", "HOLD volume x 0 0.1 0 0.1 0 0.1"), "end_time 0");
+    const RigidCombine& record = model.rigid_combines.at(0);
+    EXPECT_EQ(record.damping, (std::array<double, 6>{0, 6, 0, 0.5, 0, 0}));
+    EXPECT_TRUE(record.body_axes);
+    EXPECT_TRUE(contains(analyse(analyse_static).remarks.notices,
+                         "rigid combine S: its dashpots act in the explicit analysis alone"));
+    EXPECT_TRUE(contains(analyse(analyse_buckling).remarks.errors, "axes=body is not known to buckling"));
+    for (const auto& [word, says] : {std::pair{"cx=-1", "a damping coefficient of at least 0"},
+                                     {"axes=fixed", "axes=body"},
+                                     {"cx=1 cx=1", "the option cx= once in a record"}}) {
+        Model other = placeholder_model();
+        other.model_file_name = folder.write("other.txt", two_cubes(std::string("1 2 3 4 5 6 ") + word));
+        const ModelReadReport refused = read_input_file(other, {}, said);
+        EXPECT_TRUE(contains(refused.remarks.errors, says)) << joined(refused.remarks.errors);
+    }
 }
 
 }  // namespace

@@ -283,7 +283,7 @@ TEST(RigidNonlinear, AnEndPlateTurnedByAMomentRollsTheStripIntoAQuarterCircle) {
 class TurningBlocks : public RigidAnalysis {
 protected:
     static constexpr double about = 20;  // N m/rad
-    static ModelText blocks(double moment) {
+    static ModelText blocks(double moment, const std::string& more = {}) {
         const std::string cube = "0.1 0.1 0.1";
         return {.material = "1000 1e9 0.3",
                 .parts = rect("A", cube, "1 1 1") + rect("B", cube, "1 1 1", "0 0 0.3"),
@@ -292,20 +292,22 @@ protected:
                     "A area 0.05 0.05 0.2 0 0.1 0 0.1 0 0.1 B area 0.05 0.05 0.2 0 0.1 0 0.1 0.3 0.4 %\n"
                     "rigid_force M B rz " +
                     formatted("%.17g", moment) + " %\nrigid_combine S A B 1e5 1e5 1e5 " +
-                    formatted("%g %g %g %%", about, about, about)};
+                    formatted("%g %g %g ", about, about, about) + more + " %"};
     }
 };
 
 TEST_F(TurningBlocks, AMomentTurnsOneThreeTimes) {
     const double angle = 6 * M_PI + 0.5;
-    ASSERT_TRUE(read(blocks(about * angle)));
-    for (int k = 1; k <= 60; ++k) model.control.load_factors.push_back(k / 60.0);
-    EXPECT_EQ(analyse(analyse_nonlinear).status, RunStatus::done);
-    const std::size_t n = node_at(0.1, 0.1, 0.3);
-    for (const std::size_t k : {20, 40, 60}) {
-        const double phi = angle * static_cast<double>(k) / 60, *u = &frame(k - 1).mode_vec[3 * n];
-        EXPECT_NEAR(u[0], 0.05 * (std::cos(phi) - std::sin(phi)) - 0.05, 1e-7) << k;
-        EXPECT_NEAR(u[1], 0.05 * (std::sin(phi) + std::cos(phi)) - 0.05, 1e-7) << k;
+    for (const char* axes : {"", "axes=body"}) {
+        ASSERT_TRUE(read(blocks(about * angle, axes)));
+        for (int k = 1; k <= 60; ++k) model.control.load_factors.push_back(k / 60.0);
+        EXPECT_EQ(analyse(analyse_nonlinear).status, RunStatus::done);
+        const std::size_t n = node_at(0.1, 0.1, 0.3);
+        for (const std::size_t k : {20, 40, 60}) {
+            const double phi = angle * static_cast<double>(k) / 60, *u = &frame(k - 1).mode_vec[3 * n];
+            EXPECT_NEAR(u[0], 0.05 * (std::cos(phi) - std::sin(phi)) - 0.05, 1e-7) << k;
+            EXPECT_NEAR(u[1], 0.05 * (std::sin(phi) + std::cos(phi)) - 0.05, 1e-7) << k;
+        }
     }
 }
 
@@ -328,55 +330,71 @@ TEST_F(TurningBlocks, AFreeOneSwingsThroughItsTurns) {
 }
 
 TEST(RigidSprings, ResistWithTheGradientOfTheirEnergyAtLargeRotations) {
-    RigidSystem system;
-    for (int b = 0; b < 2; ++b) {
-        RigidBody body;
-        body.reference = {0.3 * b, 0.1, -0.2 * b};
-        body.pivot = {0.1, 0.2 * b, 0};
-        for (std::size_t c = 0; c < 6; ++c) body.motions.add()[c] = 1;
-        body.first = 6 * b;
-        system.bodies.push_back(body);
-    }
-    system.equations = 12;
-    const RigidCombine record{.element = {0, 1}, .stiffness = {3, 2, 5, 0.4, 0.6, 0.3}};
-    std::vector<RigidState> states{{{0.1, 0, -0.3}, rotation_of({0.3, -0.4, 0.2})},
-                                   {{0.2, 0.5, 0}, rotation_of({-0.7, 1.1, 0.9})}};
-    constexpr double h = 1e-5;
-    std::array<Vec6, 2> unused{};
-    const Vec3 axis = times(1 / std::sqrt(1.73), {0.3, -0.8, 1.0});
-    // within half a turn, a little beyond it, and with turns that are counted, whole ones among them
-    const CombineTurn none, beyond{.rotation = {-2, 2.6, 0.9}};
-    std::vector<CombineTurn> turns{none, beyond};
-    for (const double twist : {4.0, -7.0, 4 * M_PI})
-        turns.push_back({.rotation = times(twist, axis), .counted = true, .axis = axis, .twist = twist});
-    for (const CombineTurn& turn : turns) {
-        if (&turn == &turns[1]) states[1].R = multiply3(rotation_of({-1.9, 2.7, 0.8}), states[0].R);
-        if (turn.counted)
-            states[1].R = multiply3(
-                multiply3(rotation_of({0.1, -0.2, 0.05}), rotation_of(times(turn.twist + 0.2, axis))),
-                states[0].R);
-        std::vector<double> Q(12, 0.0);
-        add_combine_forces(std::span(&record, 1), system, states, std::span(&turn, 1), Q);
-        for (std::size_t k = 0; k < 12; ++k) {
-            const auto energy = [&](double moved_by) {
-                std::vector<RigidState> moved = states;
-                double q[6] = {};
-                q[k % 6] = moved_by;
-                moved[k / 6] = advanced(system.bodies[k / 6], states[k / 6], q);
-                return combine_forces(record, system, moved, turn, unused);
-            };
-            EXPECT_NEAR(Q[k], (energy(h) - energy(-h)) / (2 * h), 2e-8) << k << ", twist " << turn.twist;
+    for (const bool body_axes : {false, true}) {
+        RigidSystem system;
+        for (int b = 0; b < 2; ++b) {
+            RigidBody body;
+            body.reference = {0.3 * b, 0.1, -0.2 * b};
+            body.pivot = {0.1, 0.2 * b, 0};
+            for (std::size_t c = 0; c < 6; ++c) body.motions.add()[c] = 1;
+            body.first = 6 * b;
+            system.bodies.push_back(body);
         }
-    }
-    // a common rigid motion stores nothing
-    for (RigidState& s : states) s.R = rotation_of({2.0, 1.0, -1.5});
-    for (std::size_t b = 0; b < 2; ++b) {
-        const Vec3& pivot = system.bodies[b].pivot;
-        states[b].u = minus(turned(states[b].R, pivot), pivot);
-    }
-    EXPECT_NEAR(combine_forces(record, system, states, none, unused), 0, 1e-28);
-    for (const Vec3& v : {Vec3{0, 0, 0}, Vec3{1e-9, 0, 2e-9}, Vec3{3.1, 0.2, -0.1}, Vec3{-1, 2, 0.5}}) {
-        EXPECT_LT(norm(minus(rotation_vector(rotation_of(v)), v)), 1e-13);
+        system.equations = 12;
+        const RigidCombine record{
+            .element = {0, 1}, .stiffness = {3, 2, 5, 0.4, 0.6, 0.3}, .body_axes = body_axes};
+        // a rotation in the axes of the record after that of the first body
+        const auto after_first = [&](const Mat3& by, const Mat3& first) {
+            return body_axes ? multiply3(first, by) : multiply3(by, first);
+        };
+        std::vector<RigidState> states{{{0.1, 0, -0.3}, rotation_of({0.3, -0.4, 0.2})},
+                                       {{0.2, 0.5, 0}, rotation_of({-0.7, 1.1, 0.9})}};
+        constexpr double h = 1e-5;
+        std::array<Vec6, 2> unused{};
+        const Vec3 axis = times(1 / std::sqrt(1.73), {0.3, -0.8, 1.0});
+        // within half a turn, a little beyond it, and with turns that are counted, whole ones among them
+        const CombineTurn none, beyond{.rotation = {-2, 2.6, 0.9}};
+        std::vector<CombineTurn> turns{none, beyond};
+        for (const double twist : {4.0, -7.0, 4 * M_PI})
+            turns.push_back({.rotation = times(twist, axis), .counted = true, .axis = axis, .twist = twist});
+        for (const CombineTurn& turn : turns) {
+            if (&turn == &turns[1]) states[1].R = after_first(rotation_of({-1.9, 2.7, 0.8}), states[0].R);
+            if (turn.counted)
+                states[1].R = after_first(
+                    multiply3(rotation_of({0.1, -0.2, 0.05}), rotation_of(times(turn.twist + 0.2, axis))),
+                    states[0].R);
+            std::vector<double> Q(12, 0.0);
+            add_combine_forces(std::span(&record, 1), system, states, std::span(&turn, 1), Q);
+            for (std::size_t k = 0; k < 12; ++k) {
+                const auto energy = [&](double moved_by) {
+                    std::vector<RigidState> moved = states;
+                    double q[6] = {};
+                    q[k % 6] = moved_by;
+                    moved[k / 6] = advanced(system.bodies[k / 6], states[k / 6], q);
+                    return combine_forces(record, system, moved, turn, unused);
+                };
+                EXPECT_NEAR(Q[k], (energy(h) - energy(-h)) / (2 * h), 2e-8) << k << ", twist " << turn.twist;
+            }
+            // in the axes of a body no moment is left over
+            std::array<Vec6, 2> force{};
+            combine_forces(record, system, states, turn, force);
+            Vec3 rest{};
+            for (std::size_t b = 0; b < 2 && body_axes; ++b)
+                rest = plus(rest, plus({force[b][3], force[b][4], force[b][5]},
+                                       cross(plus(system.bodies[b].pivot, states[b].u),
+                                             {force[b][0], force[b][1], force[b][2]})));
+            EXPECT_LT(norm(rest), 1e-12);
+        }
+        // a common rigid motion stores nothing
+        for (RigidState& s : states) s.R = rotation_of({2.0, 1.0, -1.5});
+        for (std::size_t b = 0; b < 2; ++b) {
+            const Vec3& pivot = system.bodies[b].pivot;
+            states[b].u = minus(turned(states[b].R, pivot), pivot);
+        }
+        EXPECT_NEAR(combine_forces(record, system, states, none, unused), 0, 1e-28);
+        for (const Vec3& v : {Vec3{0, 0, 0}, Vec3{1e-9, 0, 2e-9}, Vec3{3.1, 0.2, -0.1}, Vec3{-1, 2, 0.5}}) {
+            EXPECT_LT(norm(minus(rotation_vector(rotation_of(v)), v)), 1e-13);
+        }
     }
 }
 

@@ -264,6 +264,49 @@ TEST_P(Yielding, HardensOnItsCurveAndAboutItsBackstress) {
     });
 }
 
+// A body that turns by any angle and shrinks or swells alike everywhere: the forces of a pressure q on it, Σ
+// F·x = -3 q V, nothing inside, and its work.
+TEST_P(ExplicitKernel, BulkViscosityIsAPressureAgainstTheChangeOfVolume) {
+    each_width([&] {
+        const double dt = 1e-6, linear = 3e3, quadratic = 2;
+        const std::vector<double> A(mesh.element_num(), linear), B(mesh.element_num(), quadratic),
+            one(mesh.element_num(), 1.0);
+        PointResults points;
+        const double V0 = volume(std::vector<double>(3 * nodes, 0.0), points);
+        std::vector<LineDoubles> forces[2];
+        double q = 0, work = 0;
+        for (const bool viscous : {false, true}) {
+            make_blocks();
+            blocks->set_step(dt);
+            if (viscous) blocks->set_viscosity(A, B);
+            double size = 1;
+            for (const double by : {1 - 1e-3, 1 + 2e-3}) {
+                const double V = V0 * std::pow(size, 3);
+                size *= by;
+                testing::Tensor F = testing::rotation(0.8 * size);
+                for (double& f : F) f *= size;
+                deform(F);
+                forces[viscous].push_back(R);
+                if (!viscous) continue;
+                const double r = std::pow(by, 3), rate = 2 * (r - 1) / (r + 1) / dt;
+                const double former = q;
+                q = -linear * rate + (rate < 0 ? quadratic * rate * rate : 0);
+                work -= 0.5 * (former + q) * V * (r - 1);
+                EXPECT_NEAR(blocks->viscous_energy(), work, 1e-9 * std::abs(work));
+                EXPECT_NEAR(blocks->largest_compression(one), std::max(0.0, -rate), 1e-6 * std::abs(rate));
+                double virial = 0, total = 0;
+                for (int k = 0; k < 4 * nodes; ++k) {
+                    const double f = R[k] - forces[0][forces[1].size() - 1][k];
+                    virial += f * x[k];
+                    total += f;
+                }
+                EXPECT_NEAR(virial, -3 * q * V * r, 1e-6 * std::abs(virial));
+                EXPECT_NEAR(total, 0, 1e-6 * std::abs(q) * std::pow(V0, 2.0 / 3.0));
+            }
+        }
+    });
+}
+
 TEST_P(ExplicitKernel, AnElementTurnedInsideOutIsNamed) {
     each_width([&] {
         for (int n = 0; n < nodes; ++n) {
