@@ -1,5 +1,6 @@
 // Scenes of many contacts: folded walls, stacks, rows of bars, spheres, boxes that fly into each other.
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <random>
 
@@ -285,13 +286,51 @@ TEST_F(ExplicitScenes, SpheresTouchAsHertzSays) {
     EXPECT_LT(largest_drift(), 1e-3);
 }
 
+// Numbers and ranges as in 3,7-12; one number alone is 1 to that.
+std::vector<unsigned> numbers_of(std::string text) {
+    std::vector<unsigned> numbers;
+    if (text.find_first_of(",-") == std::string::npos) text = "1-" + text;
+    for (const char* at = text.c_str(); *at;) {
+        char* end = nullptr;
+        const unsigned long low = std::strtoul(at, &end, 10),
+                            high = *end == '-' ? std::strtoul(end + 1, &end, 10) : low;
+        for (unsigned long k = low; k <= high; ++k) numbers.push_back(static_cast<unsigned>(k));
+        at = *end == ',' ? end + 1 : "";
+    }
+    return numbers;
+}
+
+// What random scenes have shown, all as shares: gains of the kinetic energy by contact, drifts of the energy,
+// depths of nodes in another box of its width.
+struct SceneFigures {
+    unsigned scenes = 0, gaining = 0, drifting = 0, deep = 0;
+    double gain = -1, drift = 0, depth = 0, sum = 0;
+    void note(double gained, double drifted, double inside) {
+        ++scenes;
+        gaining += gained > 1e-3;
+        drifting += drifted > 1e-4;
+        deep += inside > 0.1;
+        gain = std::max(gain, gained);
+        drift = std::max(drift, drifted);
+        depth = std::max(depth, inside);
+        sum += gained;
+    }
+    void print() const {
+        std::printf(
+            "    %u scenes: contact gave more than 1e-3 in %u (at most %.2g), %.2g in the mean; a node came "
+            "deeper than 0.1 in %u (at most %.3f); the energy drifted by more than 1e-4 in %u (%.2g)\n",
+            scenes, gaining, gain, sum / scenes, deep, depth, drifting, drift);
+    }
+};
+
 // Four boxes of random shapes, places and speeds fly into each other: momenta stay, nothing passes through
-// anything, and contact gives no energy. KESTRALUM_SCENES is another number of scenes:
-// docs/explicit.md tells what thousands of them have shown.
+// anything, and contact gives no energy. In some of the usual seeds normals jump under a closed contact (938,
+// 5938), or a corner comes through a face with its flank (6543, 7147) and slides on to the next triangle
+// (5577, 8360). KESTRALUM_SCENES names others: docs/explicit.md tells what ten thousand have shown.
 TEST_F(ExplicitScenes, BoxesThatFlyIntoEachOtherKeepOut) {
     const char* wished = std::getenv("KESTRALUM_SCENES");
-    const unsigned scenes = wished ? static_cast<unsigned>(std::strtoul(wished, nullptr, 10)) : 6;
-    for (unsigned seed = 1; seed <= scenes; ++seed) {
+    SceneFigures figures;
+    for (const unsigned seed : numbers_of(wished ? wished : "1-6,938,5577,5938,6543,7147,8360")) {
         std::mt19937 random(seed);
         const auto between = [&](double low, double high) {
             return low + (high - low) * (double(random()) / double(std::mt19937::max()));
@@ -326,7 +365,7 @@ TEST_F(ExplicitScenes, BoxesThatFlyIntoEachOtherKeepOut) {
         ASSERT_TRUE(begin());
         double inside = 0;
         while (state->step < state->time_num - 1 && !state->diverged) {
-            run_to(state->step + 40);
+            run_to(state->step + 10);
             inside = std::max(inside, deepest_inside(4, 27));
         }
         EXPECT_FALSE(state->diverged);
@@ -337,7 +376,10 @@ TEST_F(ExplicitScenes, BoxesThatFlyIntoEachOtherKeepOut) {
         EXPECT_LT(last("contact"), 1e-3 * history(0, "kinetic")) << seed;
         EXPECT_LT(state->contacts->deepest().depth, 0.004) << seed;
         EXPECT_GT(last("contact"), -0.2 * history(0, "kinetic")) << seed;
+        figures.note(last("contact") / history(0, "kinetic"), largest_drift(), inside);
+        if (wished && figures.scenes % 500 == 0) figures.print();
     }
+    if (wished) figures.print();
 }
 
 }  // namespace
