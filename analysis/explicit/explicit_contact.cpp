@@ -172,10 +172,12 @@ void ContactSet::relax(ContactMemory& memory) const {
 
 // The spring holds no more than the bodies have put in: a normal that turns from one triangle to the next
 // makes a different way out than in. With the half step that led here the spring of force k p holds ½ k p²
-// = held - ½ Δt k p away.
-void ContactSet::cover(ContactMemory& memory, double away) const {
-    const double half = -0.5 * step_ * away;
-    const double most = half + std::sqrt(std::max(0.0, half * half + 2 * memory.held / memory.stiffness));
+// = held - ½ Δt k p away. Beside that what the sampling of the force may miss, k h²/8 with the way h of a
+// step, less what ended contacts of the pair have given too much (`covered`, a share).
+void ContactSet::cover(ContactMemory& memory, double away, double covered) const {
+    const double h = -step_ * away, held = memory.held > 0 ? covered * memory.held : memory.held;
+    const double most =
+        0.5 * h + std::sqrt(std::max(0.0, 0.25 * (1 + covered) * h * h + 2 * held / memory.stiffness));
     memory.pressed = std::min(memory.pressed, std::max(0.0, most));
 }
 
@@ -230,7 +232,7 @@ void ContactSet::press(const Active& active, ContactTouch& touch, ContactMemory&
         if (!active.begun) memory.held += 0.5 * k * memory.pressed * memory.pressed;
     }
     relax(memory);
-    cover(memory, away);
+    cover(memory, away, active.covered);
     const double c = 2 * active.pair.damping * std::sqrt(k * m);
     double pressed = memory.pressed;
     // Few edges carry what many nodes do: in the steps in which one comes or goes the work of the sampled
@@ -289,6 +291,12 @@ void ContactSet::note_deepest(const ContactArrays& arrays, double time) {
                 deepest_ = {k, touch.depth, touch.node[0], node_vector(arrays.x, touch.node[0]), time};
 }
 
+double ContactSet::held_by(Active& active) {
+    double sum = 0;
+    for (const ContactTouch& touch : active.touches) sum += active.memory_of(touch).held;
+    return sum;
+}
+
 void ContactSet::push(const ContactArrays& arrays, double time, int threads) {
     bool anew = has_moved(arrays.x, threads);
     for (Active& active : pairs_) {
@@ -317,12 +325,15 @@ void ContactSet::push(const ContactArrays& arrays, double time, int threads) {
     for (Active& active : pairs_) {
         const auto touches = static_cast<std::int64_t>(active.touches.size());
         const bool team = threads > 1 && touches >= smallest_team;
+        const double open = held_by(active);
+        active.covered = open > 0 ? std::clamp(active.held / open, 0.0, 1.0) : active.held < 0 ? 0.0 : 1.0;
 #pragma omp parallel for schedule(static) num_threads(threads) if (team)
         for (std::int64_t k = 0; k < touches; ++k) {
             ContactTouch& touch = active.touches[static_cast<std::size_t>(k)];
             press(active, touch, active.memory_of(touch), arrays);
         }
         active.begun = active.begun || active.acting;
+        active.held += held_by(active) - open;  // what press() has granted
     }
     gather(arrays, threads);
     note_deepest(arrays, time);
@@ -337,6 +348,7 @@ std::array<double, 2> ContactSet::work(const double* v, const double* v_new) {
             sum[0] += before;
             sum[1] += after;
             active.memory_of(touch).held -= before + after;
+            active.held -= before + after;
         }
     return sum;
 }

@@ -94,7 +94,7 @@ public:
     void serialize(Archive& archive) {
         for (Active& active : pairs_)
             archive(active.side[0].memory, active.side[1].memory, active.touches, active.begun, active.acting,
-                    active.edges.pairs, active.edges.memory);
+                    active.held, active.edges.pairs, active.edges.memory);
         archive(most_, peaks, deepest_);
         searches_ = 0;
     }
@@ -132,6 +132,8 @@ private:
         std::vector<ContactTouch> touches;
         EdgePairs edges;
         bool self = false, begun = false, acting = false;
+        double held = 0;     // J: what the bodies have put in and not got back, in all of the run
+        double covered = 1;  // what of the open contacts' accounts that is, at most all
         std::size_t slaves() const { return self ? 1 : 2; }
         ContactMemory& memory_of(const ContactTouch& touch) {
             if (touch.own == 2) return edges.memory[touch.memory];
@@ -185,7 +187,8 @@ private:
     void press(const Active& active, ContactTouch& touch, ContactMemory& memory,
                const ContactArrays& arrays) const;
     void relax(ContactMemory& memory) const;
-    void cover(ContactMemory& memory, double away) const;
+    void cover(ContactMemory& memory, double away, double covered) const;
+    static double held_by(Active& active);
     Vec3 rub(const Active& active, const ContactTouch& touch, double limit, const Vec3& along,
              ContactMemory& memory, const ContactArrays& arrays) const;
     void gather(const ContactArrays& arrays, int threads) const;
