@@ -362,7 +362,7 @@ struct SceneFigures {
 // Four boxes of random shapes, places and speeds fly into each other: momenta stay, nothing passes through
 // anything, and contact gives no energy. In some of the usual seeds normals jump under a closed contact (938,
 // 5938), or a corner comes through a face with its flank (6543, 7147) and slides on to the next triangle
-// (5577, 8360). KESTRALUM_SCENES names others: docs/explicit.md tells what ten thousand have shown.
+// (5577, 8360). KESTRALUM_SCENES names others: docs/explicit.md tells what thousands have shown.
 TEST_F(ExplicitScenes, BoxesThatFlyIntoEachOtherKeepOut) {
     const char* wished = std::getenv("KESTRALUM_SCENES");
     SceneFigures figures;
