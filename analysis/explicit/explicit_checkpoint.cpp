@@ -17,7 +17,7 @@ namespace kestralum {
 namespace {
 
 constexpr std::string_view magic = "KESTRALUM state ";
-constexpr std::uint32_t form_version = 1;
+constexpr std::uint32_t form_version = 2;
 
 // What the numbers of the state do not show: how things go on with time.
 class Inputs {

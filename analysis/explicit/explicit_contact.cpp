@@ -46,6 +46,12 @@ Vec3 ContactTouch::difference(const double* node4) const {
     return out;
 }
 
+Vec3 ContactTouch::place(const double* x) const {
+    Vec3 out{};
+    for (std::size_t i = 0; i < own; ++i) out = plus(out, times(share[i], node_vector(x, node[i])));
+    return out;
+}
+
 ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part> parts, const Mesh& mesh,
                        std::vector<SurfaceTriangle> surface)
     : surface_(mesh, std::move(surface)) {
@@ -90,7 +96,7 @@ ContactSet::ContactSet(std::span<const ContactPair> pairs, std::span<const Part>
 }
 
 void ContactSet::tune(double d_time, double stable_step, int sharing) {
-    d_time_ = step_ = d_time;
+    d_time_ = step_ = after_ = d_time;
     for (Active& active : pairs_)
         active.share = active.pair.penalty * penalty_share(d_time, stable_step, active.pair.damping) /
                        std::max(1, sharing);
@@ -118,6 +124,7 @@ void ContactSet::remember(const Active& active, const ContactTouch& touch, Conta
     memory.node = touch.node;
     memory.triangle = touch.triangle;
     memory.normal = touch.normal;
+    memory.place = touch.place(arrays.x);
 }
 
 // What a touch is to move, kg: of either side by its nodes, each by what it may lend to one contact. A node
@@ -163,6 +170,17 @@ void ContactSet::relax(ContactMemory& memory) const {
     memory.pressed += step;
 }
 
+// The spring holds no more than the bodies have put in: a normal that turns from one triangle to the next
+// makes a different way out than in. With the half step that led here the spring of force k p holds ½ k p²
+// = held - ½ Δt k p away. Beside that what the sampling of the force may miss, k h²/8 with the way h of a
+// step, less what ended contacts of the pair have given too much (`covered`, a share).
+void ContactSet::cover(ContactMemory& memory, double away, double covered) const {
+    const double h = -step_ * away, held = memory.held > 0 ? covered * memory.held : memory.held;
+    const double most =
+        0.5 * h + std::sqrt(std::max(0.0, 0.25 * (1 + covered) * h * h + 2 * held / memory.stiffness));
+    memory.pressed = std::min(memory.pressed, std::max(0.0, most));
+}
+
 // Friction, N: a spring across the normal between the places where the surfaces stick, which gives way at the
 // limit (Coulomb). `along`: the velocity across the normal.
 Vec3 ContactSet::rub(const Active& active, const ContactTouch& touch, double limit, const Vec3& along,
@@ -206,9 +224,15 @@ void ContactSet::press(const Active& active, ContactTouch& touch, ContactMemory&
     const double allowed = active.share * m / (d_time_ * d_time_);
     const double k = memory.stiffness > 0 ? std::min(memory.stiffness, allowed) : allowed;
     memory.stiffness = k;
-    if (closes) memory.account += free_energy * 0.5 * m * dot(relative, relative);
-    relax(memory);
     const double away = dot(relative, touch.normal);
+    if (closes) {
+        const double given = free_energy * 0.5 * m * dot(relative, relative);
+        memory.account += given;
+        memory.held += given;
+        if (!active.begun) memory.held += 0.5 * k * memory.pressed * memory.pressed;
+    }
+    relax(memory);
+    cover(memory, away, active.covered);
     const double c = 2 * active.pair.damping * std::sqrt(k * m);
     double pressed = memory.pressed;
     // Few edges carry what many nodes do: in the steps in which one comes or goes the work of the sampled
@@ -267,6 +291,12 @@ void ContactSet::note_deepest(const ContactArrays& arrays, double time) {
                 deepest_ = {k, touch.depth, touch.node[0], node_vector(arrays.x, touch.node[0]), time};
 }
 
+double ContactSet::held_by(Active& active) {
+    double sum = 0;
+    for (const ContactTouch& touch : active.touches) sum += active.memory_of(touch).held;
+    return sum;
+}
+
 void ContactSet::push(const ContactArrays& arrays, double time, int threads) {
     bool anew = has_moved(arrays.x, threads);
     for (Active& active : pairs_) {
@@ -290,31 +320,35 @@ void ContactSet::push(const ContactArrays& arrays, double time, int threads) {
                 if (touch.depth > 0) active.touches.push_back(touch);
         }
         meet_edges(active, arrays, threads);
-        active.begun = true;
     }
     share_nodes();
     for (Active& active : pairs_) {
         const auto touches = static_cast<std::int64_t>(active.touches.size());
         const bool team = threads > 1 && touches >= smallest_team;
+        const double open = held_by(active);
+        active.covered = open > 0 ? std::clamp(active.held / open, 0.0, 1.0) : active.held < 0 ? 0.0 : 1.0;
 #pragma omp parallel for schedule(static) num_threads(threads) if (team)
         for (std::int64_t k = 0; k < touches; ++k) {
             ContactTouch& touch = active.touches[static_cast<std::size_t>(k)];
             press(active, touch, active.memory_of(touch), arrays);
         }
+        active.begun = active.begun || active.acting;
+        active.held += held_by(active) - open;  // what press() has granted
     }
     gather(arrays, threads);
     note_deepest(arrays, time);
 }
 
-std::array<double, 2> ContactSet::power(const double* v, const double* v_new) const {
+std::array<double, 2> ContactSet::work(const double* v, const double* v_new) {
     std::array<double, 2> sum{};
-    for (const Active& active : pairs_)
+    for (Active& active : pairs_)
         for (const ContactTouch& touch : active.touches) {
-            const Vec3 before = touch.difference(v), after = touch.difference(v_new);
-            for (std::size_t c = 0; c < 3; ++c) {
-                sum[0] += touch.force[c] * before[c];
-                sum[1] += touch.force[c] * after[c];
-            }
+            const double before = 0.5 * step_ * dot(touch.force, touch.difference(v)),
+                         after = 0.5 * after_ * dot(touch.force, touch.difference(v_new));
+            sum[0] += before;
+            sum[1] += after;
+            active.memory_of(touch).held -= before + after;
+            active.held -= before + after;
         }
     return sum;
 }

@@ -28,6 +28,8 @@ struct ContactTouch {
 
     // Of a table of node × 4: the own nodes' value less the other's.
     Vec3 difference(const double* node4) const;
+    // Where it is on the own nodes' side, m.
+    Vec3 place(const double* x) const;
 
     template <typename Archive>
     void serialize(Archive& archive) {
@@ -41,18 +43,20 @@ struct ContactTouch {
 struct ContactMemory {
     std::array<std::int32_t, 4> node{-1, -1, -1, -1};
     std::int32_t triangle = -1;
-    Vec3 normal{};  // at the last step
+    Vec3 normal{}, place{};  // at the last step; place: of the own nodes, m
     bool closed = false;
     double stiffness = 0;  // N/m; 0: not known yet
     double depth = 0, pressed = 0;
     double account = 0;  // J: what may be spent to push out what is unpressed
+    double held = 0;     // J: what the bodies have put in and not got back yet
     // Where the surfaces stick: a place on either, as shares of nodes; they have slipped by the difference.
     std::array<std::int32_t, 4> stuck_node{-1, -1, -1, -1};
     std::array<double, 4> stuck_share{};
 
     template <typename Archive>
     void serialize(Archive& archive) {
-        archive(node, triangle, normal, closed, stiffness, depth, pressed, account, stuck_node, stuck_share);
+        archive(node, triangle, normal, place, closed, stiffness, depth, pressed, account, held, stuck_node,
+                stuck_share);
     }
 };
 
@@ -69,8 +73,11 @@ public:
     // Chooses the penalties. `sharing`: kinds of contact that a node may have at a time, walls included.
     void tune(double d_time, double stable_step, int sharing);
 
-    // The step that was done, s: surfaces close by it. Penalties stay those of tune().
-    void set_step(double step) { step_ = step; }
+    // The step that was done and that to come, s. Penalties stay those of tune().
+    void set_step(double before, double after) {
+        step_ = before;
+        after_ = after;
+    }
 
     // Both parts of a pair have a surface; and the surface nodes that two different parts share.
     bool can_act(std::size_t pair) const;
@@ -78,8 +85,8 @@ public:
 
     // Forces of the configuration at `time`, added to arrays.F; the same for any number of threads.
     void push(const ContactArrays& arrays, double time, int threads);
-    // Work of the forces in force with the velocities before and after, W.
-    std::array<double, 2> power(const double* v, const double* v_new) const;
+    // Work of the forces in force with the velocities before and after, each in half of its step, J.
+    std::array<double, 2> work(const double* v, const double* v_new);
 
     // Force of each pair on its first part (of a part paired with itself: on the nodes of its contacts), N.
     std::array<double, 3> force(std::size_t pair) const;
@@ -91,7 +98,7 @@ public:
     void serialize(Archive& archive) {
         for (Active& active : pairs_)
             archive(active.side[0].memory, active.side[1].memory, active.touches, active.begun, active.acting,
-                    active.edges.pairs, active.edges.memory);
+                    active.held, active.edges.pairs, active.edges.memory);
         archive(most_, peaks, deepest_);
         searches_ = 0;
     }
@@ -129,6 +136,8 @@ private:
         std::vector<ContactTouch> touches;
         EdgePairs edges;
         bool self = false, begun = false, acting = false;
+        double held = 0;     // J: what the bodies have put in and not got back, in all of the run
+        double covered = 1;  // what of the open contacts' accounts that is, at most all
         std::size_t slaves() const { return self ? 1 : 2; }
         ContactMemory& memory_of(const ContactTouch& touch) {
             if (touch.own == 2) return edges.memory[touch.memory];
@@ -146,13 +155,15 @@ private:
     // which nodes touch
     void meet(const Active& active, Side& side, std::size_t near, std::size_t slave,
               const ContactArrays& arrays) const;
-    // `came`: not empty: only what the node can have come through since the last step, with velocities v.
+    // How a node came to be where it is, with velocities v; beside: the least deep of what it meets sideways.
     struct Came {
-        const ContactMemory* memory = nullptr;
-        const double* v = nullptr;
+        const ContactMemory& memory;
+        const double* v;
+        ContactTouch& beside;
     };
-    bool find_foot(const Active& active, const Side& side, std::size_t near, const double* x, double edge,
+    bool find_foot(const Active& active, const Side& side, std::size_t near, const double* x, bool only,
                    const Came& came, ContactTouch& best) const;
+    void look_beside(const Active& active, const ContactTouch& touch, const Came& came) const;
     bool is_sudden(const Active& active, const ContactTouch& touch, const ContactMemory& memory,
                    const double* v) const;
     bool hold(const Active& active, const ContactMemory& memory, const double* x, ContactTouch& best) const;
@@ -169,7 +180,7 @@ private:
     bool cross_edges(const Active& active, const std::array<std::int32_t, 2>& pair, const double* x,
                      double beyond, ContactTouch& touch) const;
     bool may_begin(const Active& active, const ContactTouch& touch, const double* v) const;
-    bool hand_over(EdgePairs& edges, std::size_t to) const;
+    bool hand_over(EdgePairs& edges, std::size_t to, const double* x) const;
     bool share_node(std::int32_t a, std::int32_t b) const;
 
     // the forces
@@ -180,6 +191,8 @@ private:
     void press(const Active& active, ContactTouch& touch, ContactMemory& memory,
                const ContactArrays& arrays) const;
     void relax(ContactMemory& memory) const;
+    void cover(ContactMemory& memory, double away, double covered) const;
+    static double held_by(Active& active);
     Vec3 rub(const Active& active, const ContactTouch& touch, double limit, const Vec3& along,
              ContactMemory& memory, const ContactArrays& arrays) const;
     void gather(const ContactArrays& arrays, int threads) const;
@@ -201,7 +214,7 @@ private:
     std::vector<std::array<std::int32_t, 2>> new_pairs_;
     std::vector<ContactMemory> new_memory_;
     DeepestPlace deepest_;
-    double d_time_ = 0, step_ = 0;  // of tune(), and the step that was done, s
+    double d_time_ = 0, step_ = 0, after_ = 0;  // of tune(), the step that was done and that to come, s
 };
 
 }  // namespace kestralum

@@ -12,8 +12,9 @@ namespace {
 constexpr double parallel = 0.0076;  // sin² of 5 degrees: edges that turn less do not cross
 constexpr double tilt = 0.052;       // 3 degrees: how far the normal may leave the normals of an edge
 constexpr double same_way = 0.8;     // cosine of the normals of a crossing from step to step
-constexpr double shallow = 0.02;  // of the surface's edges: depth at which a crossing may begin in any case
-constexpr double border = 0.1;    // how far beyond its edge a closed contact holds, in its length
+constexpr double shallow = 0.02;    // of the surface's edges: depth at which a crossing may begin in any case
+constexpr double one_place = 0.25;  // of the surface's edges: between the places of a crossing in two steps
+constexpr double border = 0.1;      // how far beyond its edge a closed contact holds, in its length
 constexpr std::int64_t smallest_team = 256;  // pairs
 
 // Unit vector in the middle of the normals of an edge's triangles, and the angle from it to either.
@@ -158,13 +159,17 @@ bool ContactSet::may_begin(const Active& active, const ContactTouch& touch, cons
            !cross_edges(active, active.edges.pairs[touch.memory], surface_.rest(), border, at_rest);
 }
 
-// A crossing that moves on to a neighbouring edge takes its spring with it.
-bool ContactSet::hand_over(EdgePairs& edges, std::size_t to) const {
+// A crossing that moves on to a neighbouring edge takes its spring with it. What an edge crosses elsewhere is
+// another one.
+bool ContactSet::hand_over(EdgePairs& edges, std::size_t to, const double* x) const {
     const auto [a, b] = edges.pairs[to];
     for (std::size_t k = 0; k < edges.pairs.size(); ++k) {
         if (!edges.memory[k].closed || edges.found[k].depth > 0) continue;
         if (!share_node(a, edges.pairs[k][0]) || !share_node(b, edges.pairs[k][1])) continue;
-        if (dot(edges.found[to].normal, edges.memory[k].normal) < same_way) continue;
+        const ContactTouch& touch = edges.found[to];
+        const double size = std::min(surface_.size(touch.node[0]), surface_.size(touch.node[2]));
+        if (dot(touch.normal, edges.memory[k].normal) < same_way) continue;
+        if (norm(minus(touch.place(x), edges.memory[k].place)) > one_place * size) continue;
         edges.memory[to] = edges.memory[k];
         edges.memory[to].stuck_node[0] = -1;
         edges.memory[k] = {};
@@ -190,7 +195,7 @@ void ContactSet::meet_edges(Active& active, const ContactArrays& arrays, int thr
     for (std::size_t k = 0; k < of.pairs.size() && !lost; ++k)
         lost = of.memory[k].closed && !(of.found[k].depth > 0);
     for (std::size_t k = 0; k < of.pairs.size(); ++k)
-        if (of.found[k].depth > 0 && !of.memory[k].closed && !(lost && hand_over(of, k)) &&
+        if (of.found[k].depth > 0 && !of.memory[k].closed && !(lost && hand_over(of, k, arrays.x)) &&
             !may_begin(active, of.found[k], arrays.v))
             of.found[k].depth = 0;
     for (std::size_t k = 0; k < of.pairs.size(); ++k) {

@@ -11,10 +11,13 @@ namespace kestralum {
 namespace {
 
 constexpr double facing = -0.1;       // cosine of node and triangle normals, at most
+constexpr double sideways = 0.9;      // the same where the node is seen to come through
+constexpr double same_way = 0.8;      // cosine of the normals of neighbours that a contact goes on to
 constexpr double rounding = 1e-9;     // of a triangle's edge
 constexpr double border = 0.1;        // how far beyond its triangle a closed contact holds, in weights
 constexpr double through_wall = 0.9;  // of a thin wall's thickness: how deep a node may come behind it
 constexpr double shallow = 0.02;  // of the surface's edges: depth at which a contact may begin in any case
+constexpr double crease = 0.005;  // the same: how deep it may come past the border of a neighbour, sideways
 constexpr int longest_walk = 8;   // triangles
 constexpr std::int64_t smallest_team = 256;  // nodes
 
@@ -35,6 +38,11 @@ void take(ContactTouch& touch, std::int32_t triangle, const std::array<std::int3
     touch.normal = foot.normal;
     touch.depth = depth;
     touch.triangle = triangle;
+}
+
+// Whether the touch is that of the step before on a surface that hardly turns.
+bool goes_on(const ContactMemory& memory, const ContactTouch& touch) {
+    return memory.closed && dot(touch.normal, memory.normal) > same_way;
 }
 
 }  // namespace
@@ -188,13 +196,23 @@ void ContactSet::meet(const Active& active, Side& side, std::size_t near, std::s
     best.node[0] = n;
     best.first = slave == 0;
     best.memory = index;
-    bool touches = inside && find_foot(active, side, near, arrays.x, rounding, {}, best);
-    if (touches && is_sudden(active, best, memory, arrays.v)) {
-        touches = (memory.closed && hold(active, memory, arrays.x, best) &&
-                   !is_sudden(active, best, memory, arrays.v)) ||
-                  find_foot(active, side, near, arrays.x, border, {&memory, arrays.v}, best);
-    } else if (inside && !touches && memory.closed) {
-        touches = hold(active, memory, arrays.x, best) || walk(active, memory, arrays.x, best);
+    ContactTouch beside;  // what it meets with its flank
+    const Came came{memory, arrays.v, beside};
+    const auto take_beside = [&] {
+        if (beside.depth > 0) best = beside;
+        return beside.depth > 0;
+    };
+    bool touches = inside && find_foot(active, side, near, arrays.x, false, came, best);
+    const bool sudden = touches && is_sudden(active, best, memory, arrays.v);
+    if (inside && (sudden || !touches)) {
+        touches = goes_on(memory, beside) && take_beside();
+        if (!touches && sudden)
+            touches = (memory.closed && hold(active, memory, arrays.x, best) &&
+                       !is_sudden(active, best, memory, arrays.v)) ||
+                      find_foot(active, side, near, arrays.x, true, came, best);
+        else if (!touches && memory.closed)
+            touches = hold(active, memory, arrays.x, best) || walk(active, memory, arrays.x, best);
+        touches = touches || take_beside();
     }
     if (!touches) best.depth = 0;
     if (touches)
@@ -212,9 +230,20 @@ bool ContactSet::is_sudden(const Active& active, const ContactTouch& touch, cons
     return touch.depth > memory.depth + std::max(closing, shallow * surface_.size(touch.node[0]));
 }
 
-// The candidate that the touch's node lies least deep behind.
+// What a node meets that does not face it: the triangle that it was before a step ago, with its foot on it,
+// and then those that go on from there.
+void ContactSet::look_beside(const Active& active, const ContactTouch& touch, const Came& came) const {
+    if (!active.begun || (came.beside.depth > 0 && came.beside.depth <= touch.depth)) return;
+    const double closing = -step_ * dot(touch.difference(came.v), touch.normal);
+    if (touch.depth <= closing + crease * surface_.size(touch.node[0]) ||
+        (goes_on(came.memory, touch) && !is_sudden(active, touch, came.memory, came.v)))
+        came.beside = touch;
+}
+
+// The candidate that the touch's node lies least deep behind, of those that it faces. `only`: of what it can
+// have come through since the last step, a little beyond the borders, too.
 bool ContactSet::find_foot(const Active& active, const Side& side, std::size_t near, const double* x,
-                           double edge, const Came& came, ContactTouch& best) const {
+                           bool only, const Came& came, ContactTouch& best) const {
     // nodes do not pass through more than half an element a step
     const std::int32_t n = best.node[0];
     const double* p = node_place(x, n);
@@ -225,16 +254,20 @@ bool ContactSet::find_foot(const Active& active, const Side& side, std::size_t n
         const std::int32_t t = side.candidates[static_cast<std::size_t>(k)];
         const SurfaceTriangle& triangle = surface_.triangles()[t];
         Foot foot;
-        if (!find_foot_point(triangle.node, x, p, edge, foot)) continue;
+        if (!find_foot_point(triangle.node, x, p, only ? border : rounding, foot)) continue;
         const double depth = active.pair.gap - foot.height;
         if (!(depth > 0 && depth < least && depth < reach_of(active, n, t))) continue;
         if (!std::exchange(known, true)) normal = surface_.normal(n, x);
         // a node meets only surfaces that it faces: not the flanks of what it enters, nor its back
-        if (!(dot(foot.normal, normal) < facing)) continue;
-        if (active.self && is_opposite_face(n, t)) continue;
+        const double way = dot(foot.normal, normal);
+        if (!(way < sideways) || (active.self && is_opposite_face(n, t))) continue;
         ContactTouch touch = best;
         take(touch, t, triangle.node, foot, depth);
-        if (came.memory && is_sudden(active, touch, *came.memory, came.v)) continue;
+        if (!(way < facing)) {
+            if (!only) look_beside(active, touch, came);
+            continue;
+        }
+        if (only && is_sudden(active, touch, came.memory, came.v)) continue;
         best = touch;
         least = depth;
         found = true;
@@ -269,7 +302,9 @@ bool ContactSet::walk(const Active& active, const ContactMemory& memory, const d
         const auto least = std::min_element(foot.weight.begin(), foot.weight.end());
         if (*least >= -rounding) {
             const double depth = active.pair.gap - foot.height;
-            if (!(depth > 0 && dot(foot.normal, surface_.normal(best.node[0], x)) < facing)) return false;
+            const double turned = dot(foot.normal, surface_.normal(best.node[0], x));
+            const bool same = dot(foot.normal, memory.normal) > same_way;
+            if (!(depth > 0 && turned < (same ? sideways : facing))) return false;
             take(best, t, triangle.node, foot, depth);
             return true;
         }

@@ -137,7 +137,7 @@ void set_step(ExplicitState& s, double before, double after) {
     s.mean = 0.5 * (before + after);
     if (s.supports) s.supports->set_step(after, s.mean, s.mass.data());
     if (s.walls) s.walls->set_step(after);
-    if (s.contacts) s.contacts->set_step(before);
+    if (s.contacts) s.contacts->set_step(before, after);
     if (s.mean == former) return;
     for (std::size_t k = 0; k < s.b.size(); ++k) {
         if (s.b[k] == 0) continue;
@@ -200,7 +200,7 @@ void find_velocities(const Job& job, ExplicitState& s) {
     if (s.walls) {
         book(s.wall_work, s.walls->power(s.v.data(), s.v_new.data()));
     }
-    if (s.contacts) book(s.contact_work, s.contacts->power(s.v.data(), s.v_new.data()));
+    if (s.contacts) book_work(s.contact_work, s.contacts->work(s.v.data(), s.v_new.data()));
     for (std::size_t k = 0; s.walls && k < s.walls->size(); ++k) s.walls->peaks.note(k, s.walls->force(k));
     for (std::size_t k = 0; s.contacts && k < s.contacts->size(); ++k)
         s.contacts->peaks.note(k, s.contacts->force(k));

@@ -1,5 +1,6 @@
 // Scenes of many contacts: folded walls, stacks, rows of bars, spheres, boxes that fly into each other.
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <random>
 
@@ -33,6 +34,42 @@ protected:
             model.parts.push_back(model.parts[0]);
         }
         for (std::size_t p = 0; p < meshes.size(); ++p) model.parts[p].name = std::string(1, char('A' + p));
+    }
+    // Four boxes of random shapes, places and speeds that fly into each other, at a share of the proposed
+    // step.
+    bool begin_boxes(unsigned seed, double share) {
+        std::mt19937 random(seed);
+        const auto between = [&](double low, double high) {
+            return low + (high - low) * (double(random()) / double(std::mt19937::max()));
+        };
+        std::vector<Mesh> boxes;
+        std::string thrown, pairs;
+        for (int k = 0; k < 4; ++k) {
+            const Vec3 at{k & 1 ? 0.06 : -0.06, k & 2 ? 0.06 : -0.06, (k == 1 || k == 2) ? 0.06 : -0.06};
+            const Vec3 spin{between(-2, 2), between(-2, 2), between(-2, 2)};
+            const Vec3 size{between(0.03, 0.06), between(0.03, 0.06), between(0.03, 0.06)};
+            const double angle = norm(spin);
+            const Vec3 axis = unit(spin);
+            boxes.push_back(hexa_box({{2, 2, 2}, {size[0], size[1], size[2]}, [=](double* x) {
+                                          const Vec3 r = minus({x[0], x[1], x[2]}, times(0.5, size));
+                                          const Vec3 p =
+                                              plus(plus(times(std::cos(angle), r),
+                                                        times(std::sin(angle), cross(axis, r))),
+                                                   times((1 - std::cos(angle)) * dot(axis, r), axis));
+                                          for (std::size_t c = 0; c < 3; ++c) x[c] = at[c] + p[c];
+                                      }}));
+            for (std::size_t c = 0; c < 3; ++c)
+                thrown += formatted(" %c part %c %g 0 0 0 0 0 0", 'A' + k, char('x' + c),
+                                    -at[c] / 0.06 * between(10, 30));
+            for (int other = 0; other < k; ++other)
+                pairs += meeting(std::string(1, char('A' + other)), std::string(1, char('A' + k)));
+        }
+        make_parts(boxes, {.density = 1000, .young = 2e9, .poisson = 0.3});
+        read_control("end_time 6e-3 output_frequency 20 Element_contact on INITIAL_VELOCITY" + thrown +
+                     " % ELEMENT_CONTACT" + pairs + " %");
+        if (!begin()) return false;
+        model.control.d_time = share * state->d_time;
+        return begin();
     }
     Vec3 momentum_of(std::size_t part) const {
         Vec3 sum{};
@@ -287,48 +324,55 @@ TEST_F(ExplicitScenes, SpheresTouchAsHertzSays) {
     EXPECT_LT(largest_drift(), 1e-3);
 }
 
+// Numbers and ranges as in 3,7-12; one number alone is 1 to that.
+std::vector<unsigned> numbers_of(std::string text) {
+    std::vector<unsigned> numbers;
+    if (text.find_first_of(",-") == std::string::npos) text = "1-" + text;
+    for (const char* at = text.c_str(); *at;) {
+        char* end = nullptr;
+        const unsigned long low = std::strtoul(at, &end, 10),
+                            high = *end == '-' ? std::strtoul(end + 1, &end, 10) : low;
+        for (unsigned long k = low; k <= high; ++k) numbers.push_back(static_cast<unsigned>(k));
+        at = *end == ',' ? end + 1 : "";
+    }
+    return numbers;
+}
+
+// What random scenes have shown, all as shares: gains of the kinetic energy by contact, drifts of the energy,
+// depths of nodes in another box of its width.
+struct SceneFigures {
+    unsigned scenes = 0, gaining = 0, drifting = 0, deep = 0;
+    double gain = -1, drift = 0, depth = 0, sum = 0;
+    void note(double gained, double drifted, double inside) {
+        ++scenes;
+        gaining += gained > 1e-3;
+        drifting += drifted > 1e-4;
+        deep += inside > 0.1;
+        gain = std::max(gain, gained);
+        drift = std::max(drift, drifted);
+        depth = std::max(depth, inside);
+        sum += gained;
+    }
+    void print() const {
+        std::printf(
+            "    %u scenes: contact gave more than 1e-3 in %u (at most %.2g), %.2g in the mean; a node came "
+            "deeper than 0.1 in %u (at most %.3f); the energy drifted by more than 1e-4 in %u (%.2g)\n",
+            scenes, gaining, gain, sum / scenes, deep, depth, drifting, drift);
+    }
+};
+
 // Four boxes of random shapes, places and speeds fly into each other: momenta stay, nothing passes through
-// anything, and contact gives no energy. KESTRALUM_SCENES is another number of scenes:
-// docs/explicit.md tells what thousands of them have shown.
+// anything, and contact gives no energy. In some of the usual seeds normals jump under a closed contact (938,
+// 5938), or a corner comes through a face with its flank (6543, 7147) and slides on to the next triangle
+// (5577, 8360). KESTRALUM_SCENES names others: docs/explicit.md tells what thousands have shown.
 TEST_F(ExplicitScenes, BoxesThatFlyIntoEachOtherKeepOut) {
     const char* wished = std::getenv("KESTRALUM_SCENES");
-    const unsigned scenes = wished ? static_cast<unsigned>(std::strtoul(wished, nullptr, 10)) : 6;
-    for (unsigned seed = 1; seed <= scenes; ++seed) {
-        std::mt19937 random(seed);
-        const auto between = [&](double low, double high) {
-            return low + (high - low) * (double(random()) / double(std::mt19937::max()));
-        };
-        std::vector<Mesh> boxes;
-        std::string thrown, pairs;
-        for (int k = 0; k < 4; ++k) {
-            const Vec3 at{k & 1 ? 0.06 : -0.06, k & 2 ? 0.06 : -0.06, (k == 1 || k == 2) ? 0.06 : -0.06};
-            const Vec3 spin{between(-2, 2), between(-2, 2), between(-2, 2)};
-            const Vec3 size{between(0.03, 0.06), between(0.03, 0.06), between(0.03, 0.06)};
-            const double angle = norm(spin);
-            const Vec3 axis = unit(spin);
-            boxes.push_back(hexa_box({{2, 2, 2}, {size[0], size[1], size[2]}, [=](double* x) {
-                                          const Vec3 r = minus({x[0], x[1], x[2]}, times(0.5, size));
-                                          const Vec3 p =
-                                              plus(plus(times(std::cos(angle), r),
-                                                        times(std::sin(angle), cross(axis, r))),
-                                                   times((1 - std::cos(angle)) * dot(axis, r), axis));
-                                          for (std::size_t c = 0; c < 3; ++c) x[c] = at[c] + p[c];
-                                      }}));
-            for (std::size_t c = 0; c < 3; ++c)
-                thrown += formatted(" %c part %c %g 0 0 0 0 0 0", 'A' + k, char('x' + c),
-                                    -at[c] / 0.06 * between(10, 30));
-            for (int other = 0; other < k; ++other)
-                pairs += meeting(std::string(1, char('A' + other)), std::string(1, char('A' + k)));
-        }
-        make_parts(boxes, {.density = 1000, .young = 2e9, .poisson = 0.3});
-        read_control("end_time 6e-3 output_frequency 20 Element_contact on INITIAL_VELOCITY" + thrown +
-                     " % ELEMENT_CONTACT" + pairs + " %");
-        ASSERT_TRUE(begin());
-        model.control.d_time = 0.5 * state->d_time;
-        ASSERT_TRUE(begin());
+    SceneFigures figures;
+    for (const unsigned seed : numbers_of(wished ? wished : "1-6,938,5577,5938,6543,7147,8360")) {
+        ASSERT_TRUE(begin_boxes(seed, 0.5));
         double inside = 0;
         while (state->step < state->time_num - 1 && !state->diverged) {
-            run_to(state->step + 40);
+            run_to(state->step + 10);
             inside = std::max(inside, deepest_inside(4, 27));
         }
         EXPECT_FALSE(state->diverged);
@@ -339,6 +383,21 @@ TEST_F(ExplicitScenes, BoxesThatFlyIntoEachOtherKeepOut) {
         EXPECT_LT(last("contact"), 1e-3 * history(0, "kinetic")) << seed;
         EXPECT_LT(state->contacts->deepest().depth, 0.004) << seed;
         EXPECT_GT(last("contact"), -0.2 * history(0, "kinetic")) << seed;
+        figures.note(last("contact") / history(0, "kinetic"), largest_drift(), inside);
+        if (wished && figures.scenes % 500 == 0) figures.print();
+    }
+    if (wished) figures.print();
+}
+
+// Where steps are short a contact comes and goes often; what its sampled force gives too much at one end is
+// kept back from the next ones.
+TEST_F(ExplicitScenes, BoxesGainNothingByShortSteps) {
+    for (const unsigned seed : {435u, 2395u}) {
+        ASSERT_TRUE(begin_boxes(seed, 0.125));
+        run_to(state->time_num - 1);
+        EXPECT_LT(last("contact"), 1e-3 * history(0, "kinetic")) << seed;
+        EXPECT_GT(last("contact"), -0.2 * history(0, "kinetic")) << seed;
+        EXPECT_LT(largest_drift(), 1e-5) << seed;
     }
 }
 
