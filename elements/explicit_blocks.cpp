@@ -324,7 +324,7 @@ void ElementBlocks::gather_borders(double* R, int threads) const {
         double* force = R + 4 * static_cast<std::ptrdiff_t>(border_nodes_[k]);
         for (int i = 0; i < 4; ++i) force[i] = sum[i];
     }
-    for (const std::int32_t n : empty_nodes_) std::fill_n(R + 4 * static_cast<std::ptrdiff_t>(n), 3, 0.0);
+    for (const std::int32_t n : empty_nodes_) std::fill_n(R + 4 * static_cast<std::ptrdiff_t>(n), 4, 0.0);
 }
 
 bool ElementBlocks::evaluate(const double* x, const double* du, double* R, int threads) {
@@ -332,7 +332,7 @@ bool ElementBlocks::evaluate(const double* x, const double* du, double* R, int t
     int inverted = 0;
     if (!removed_.empty() && std::ranges::find(removed_, 0) == removed_.end()) {
         for (std::int32_t n = 0; n < node_num_; ++n)
-            std::fill_n(R + 4 * static_cast<std::ptrdiff_t>(n), 3, 0.0);
+            std::fill_n(R + 4 * static_cast<std::ptrdiff_t>(n), 4, 0.0);
         return true;
     }
 // taken as threads come free: on a busy machine one of them may be held up

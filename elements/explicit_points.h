@@ -152,15 +152,16 @@ KESTRALUM_INLINE void scatter_add(const Vec& x, const Vec& y, const Vec& z, cons
         double* at = row(n[lane]);
         _mm256_storeu_pd(at, _mm256_loadu_pd(at) + force);
     };
-    const __m512d none = _mm512_setzero_pd();
     const __m512d xy[2] = {_mm512_unpacklo_pd(x.v, y.v), _mm512_unpackhi_pd(x.v, y.v)};
-    const __m512d zw[2] = {_mm512_unpacklo_pd(z.v, none), _mm512_unpackhi_pd(z.v, none)};
-    const __m512i low = _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11),
-                  high = _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15);
+    const __m512i low[2] = {_mm512_setr_epi64(0, 1, 8, 8, 2, 3, 10, 10),
+                            _mm512_setr_epi64(0, 1, 9, 9, 2, 3, 11, 11)},
+                  high[2] = {_mm512_setr_epi64(4, 5, 12, 12, 6, 7, 14, 14),
+                             _mm512_setr_epi64(4, 5, 13, 13, 6, 7, 15, 15)};
+    constexpr __mmask8 three = 0x77;  // of four
     __m512d rows[2][2];
     for (int odd = 0; odd < 2; ++odd) {
-        rows[0][odd] = _mm512_permutex2var_pd(xy[odd], low, zw[odd]);   // lanes odd, odd + 2
-        rows[1][odd] = _mm512_permutex2var_pd(xy[odd], high, zw[odd]);  // lanes odd + 4, odd + 6
+        rows[0][odd] = _mm512_maskz_permutex2var_pd(three, xy[odd], low[odd], z.v);   // lanes odd, odd + 2
+        rows[1][odd] = _mm512_maskz_permutex2var_pd(three, xy[odd], high[odd], z.v);  // odd + 4, odd + 6
     }
     for (int half = 0; half < 2; ++half)
         for (int part = 0; part < 2; ++part)

@@ -53,6 +53,8 @@ void ContactSet::renew(std::span<const Part> parts, const Mesh& mesh, std::vecto
         Active& to = fresh.pairs_[p];
         to.share = from.share;
         to.begun = from.begun;
+        to.held = from.held;
+        to.covered = from.covered;
         for (std::size_t s = 0; s < 2; ++s)
             for (std::size_t i = 0; i < from.side[s].nodes.size(); ++i) {
                 const std::vector<std::int32_t>& nodes = to.side[s].nodes;
@@ -79,6 +81,7 @@ void ContactSet::renew(std::span<const Part> parts, const Mesh& mesh, std::vecto
     fresh.margin_share_ = margin_share_;
     fresh.d_time_ = d_time_;
     fresh.step_ = step_;
+    fresh.after_ = after_;
     *this = std::move(fresh);
 }
 
