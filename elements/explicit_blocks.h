@@ -58,8 +58,8 @@ public:
                   const BlockOptions& options);
 
     // Stresses of the configuration x reached by du (node × 4, m), and R, node × 4: Σ of the element forces
-    // at each node, N, and 0. False when a point of some element has a volume that is not positive; first_inverted()
-    // tells the element.
+    // at each node, N, and 0. False when a point of some element has a volume that is not positive;
+    // first_inverted() tells the element.
     bool evaluate(const double* x, const double* du, double* R, int threads);
     std::int32_t first_inverted() const;  // 0-based, -1 = none
 

@@ -199,6 +199,22 @@ KESTRALUM_INLINE Vec3 cross(const Vec3& a, const Vec3& b) {
              a.c[0] * b.c[1] - a.c[1] * b.c[0]}};
 }
 
+// From the first corner of the 4-node tetrahedra of block b to the others: in the configuration reached, and
+// of the increments.
+KESTRALUM_INLINE void tetra_edges(const KernelArrays& k, std::int64_t b, Vec3 (&g)[3], Vec3 (&U)[3]) {
+    Vec3 x[4], u[4];
+    const std::int32_t* nodes = k.nodes + 4 * W * b;
+    for (int i = 0; i < 4; ++i) {
+        gather(k.x, nodes + W * i, x[i].c[0], x[i].c[1], x[i].c[2]);
+        gather(k.du, nodes + W * i, u[i].c[0], u[i].c[1], u[i].c[2]);
+    }
+    for (int a = 0; a < 3; ++a)
+        for (int r = 0; r < 3; ++r) {
+            g[a].c[r] = x[a + 1].c[r] - x[0].c[r];
+            U[a].c[r] = u[a + 1].c[r] - u[0].c[r];
+        }
+}
+
 struct Sums {
     Vec internal, plastic, least;
 };

@@ -83,17 +83,8 @@ void viscous_hexahedra(const KernelArrays& k, std::int64_t first, std::int64_t l
 void viscous_tetrahedra4(const KernelArrays& k, std::int64_t first, std::int64_t last) {
     constexpr double weight = 1.0 / 6.0;
     for (std::int64_t b = first; b < last; ++b) {
-        Vec3 x[4], u[4], g[3], U[3], cof[3], apex;
-        const std::int32_t* nodes = k.nodes + 4 * W * b;
-        for (int i = 0; i < 4; ++i) {
-            gather(k.x, nodes + W * i, x[i].c[0], x[i].c[1], x[i].c[2]);
-            gather(k.du, nodes + W * i, u[i].c[0], u[i].c[1], u[i].c[2]);
-        }
-        for (int a = 0; a < 3; ++a)
-            for (int r = 0; r < 3; ++r) {
-                g[a].c[r] = x[a + 1].c[r] - x[0].c[r];
-                U[a].c[r] = u[a + 1].c[r] - u[0].c[r];
-            }
+        Vec3 g[3], U[3], cof[3], apex;
+        tetra_edges(k, b, g, U);
         Viscous v;
         begin(k.viscous, b, v);
         Vec now, former;
