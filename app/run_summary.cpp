@@ -45,6 +45,8 @@ void print_dynamics(const ExplicitReport& d, Progress& progress) {
     if (d.viscous) progress.summary("%-22s %.6e J dissipated\n", "bulk viscosity", e.viscous);
     progress.summary("%-22s loads %.6e, walls %.6e, contact %.6e, driven %.6e J\n", "work done", e.external,
                      e.wall, e.contact, e.support);
+    if (d.friction)
+        progress.summary("%-22s %.6e J of the work of walls and contact\n", "friction took", *d.friction);
     progress.summary("%-22s %.3e of the largest energy\n", "energy drift", d.drift);
     progress.summary("%-22s %.6e %.6e %.6e kg m/s\n", "momentum", d.momentum[0], d.momentum[1],
                      d.momentum[2]);

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -70,6 +71,7 @@ struct ExplicitReport {
     double drift = 0;  // largest error of the balance over the largest energy
     std::array<double, 3> momentum{}, angular_momentum{};  // kg·m/s, kg·m²/s
     Penetration deepest_wall, deepest_contact;             // without a node: none
+    std::optional<double> friction;                        // J, a part of the work of walls and contact
     bool viscous = false;                                  // with bulk viscosity
     bool erodes = false;                                   // some material has a limit of plastic strain
     std::int64_t eroded_elements = 0;

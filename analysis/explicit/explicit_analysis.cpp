@@ -57,6 +57,7 @@ void fill_report(Job& job, const ExplicitState& s) {
     out.kernel = s.blocks ? s.blocks->kernel_name() : "";
     out.time = s.time();
     out.energies = s.energies;
+    if (s.rubs()) out.friction = s.friction_work.at;
     out.viscous = s.viscosity.has_value();
     if (s.erosion) {
         out.erodes = true;

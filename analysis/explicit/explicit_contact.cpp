@@ -353,6 +353,23 @@ std::array<double, 2> ContactSet::work(const double* v, const double* v_new) {
     return sum;
 }
 
+std::array<double, 2> ContactSet::friction_work(const double* v, const double* v_new) const {
+    std::array<double, 2> sum{};
+    for (const Active& active : pairs_) {
+        if (!(active.pair.friction > 0)) continue;
+        for (const ContactTouch& touch : active.touches) {
+            const Vec3 along = minus(touch.force, times(dot(touch.force, touch.normal), touch.normal));
+            sum[0] -= 0.5 * step_ * dot(along, touch.difference(v));
+            sum[1] -= 0.5 * after_ * dot(along, touch.difference(v_new));
+        }
+    }
+    return sum;
+}
+
+bool ContactSet::rubs() const {
+    return std::ranges::any_of(pairs_, [](const Active& active) { return active.pair.friction > 0; });
+}
+
 std::array<double, 3> ContactSet::force(std::size_t pair) const {
     std::array<double, 3> sum{};
     for (const ContactTouch& touch : pairs_[pair].touches)

@@ -88,6 +88,11 @@ public:
     // Work of the forces in force with the velocities before and after, each in half of its step, J.
     std::array<double, 2> work(const double* v, const double* v_new);
 
+    // What friction takes of it, J: the work of the forces along the surfaces, that of their springs
+    // included.
+    std::array<double, 2> friction_work(const double* v, const double* v_new) const;
+    bool rubs() const;
+
     // Force of each pair on its first part (of a part paired with itself: on the nodes of its contacts), N.
     std::array<double, 3> force(std::size_t pair) const;
     std::size_t size() const { return pairs_.size(); }

@@ -110,6 +110,7 @@ void add_row(ExplicitState& s) {
     for (std::size_t k = 0; s.walls && k < s.walls->size(); ++k) row.push_back(s.walls->peaks.take(k));
     for (std::size_t k = 0; s.contacts && k < s.contacts->size(); ++k)
         row.push_back(s.contacts->peaks.take(k));
+    if (s.rubs()) row.push_back(s.friction_work.at);
     if (s.viscosity) row.push_back(e.viscous);
     if (s.erosion) {
         row.push_back(e.eroded);
@@ -160,6 +161,7 @@ void begin_history(const Job& job, ExplicitState& s) {
     if (s.contacts)
         for (const ContactPair& pair : job.model.explicit_tables.contacts)
             columns.push_back("contact_" + heading(pair.name) + "_peak");
+    if (s.rubs()) columns.push_back("friction");
     if (s.viscosity) columns.push_back("viscous");
     if (s.erosion) columns.insert(columns.end(), {"eroded", "eroded_elements"});
     s.history.values.clear();

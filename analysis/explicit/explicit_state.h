@@ -100,6 +100,8 @@ struct ExplicitState {
     NodeSweep sweep;
 
     Work damping_work, wall_work, contact_work, support_work, rigid_work, load_work;
+    Work friction_work;  // what it takes: a part of the work of walls and contact
+    bool rubs() const { return (walls && walls->rubs()) || (contacts && contacts->rubs()); }
     double start_energy = 0, largest_energy = 0, drift = 0, largest_drift = 0;
     ExplicitEnergies energies;
     std::array<double, 3> momentum{}, angular_momentum{}, reaction{};
@@ -135,7 +137,7 @@ struct ExplicitState {
         if (contacts) archive(*contacts);
         if (supports) archive(*supports);
         if (bodies) archive(*bodies);
-        archive(damping_work, wall_work, contact_work, support_work, rigid_work, load_work);
+        archive(damping_work, wall_work, contact_work, support_work, rigid_work, load_work, friction_work);
         archive(start_energy, largest_energy, drift, largest_drift, energies, momentum, angular_momentum,
                 reaction, reactions, step_warned, next_check);
     }

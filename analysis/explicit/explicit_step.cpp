@@ -197,10 +197,18 @@ void find_velocities(const Job& job, ExplicitState& s) {
         const double* F = s.F.data();
         book(s.load_work, {s.loads->power(F, s.v.data()), s.loads->power(F, s.v_new.data())});
     }
+    std::array<double, 2> friction{};
     if (s.walls) {
         book(s.wall_work, s.walls->power(s.v.data(), s.v_new.data()));
+        const auto power = s.walls->friction_power(s.v.data(), s.v_new.data());
+        friction = {0.5 * s.before * power[0], 0.5 * s.after * power[1]};
     }
-    if (s.contacts) book_work(s.contact_work, s.contacts->work(s.v.data(), s.v_new.data()));
+    if (s.contacts) {
+        book_work(s.contact_work, s.contacts->work(s.v.data(), s.v_new.data()));
+        const auto work = s.contacts->friction_work(s.v.data(), s.v_new.data());
+        for (std::size_t k = 0; k < 2; ++k) friction[k] += work[k];
+    }
+    book_work(s.friction_work, friction);
     for (std::size_t k = 0; s.walls && k < s.walls->size(); ++k) s.walls->peaks.note(k, s.walls->force(k));
     for (std::size_t k = 0; s.contacts && k < s.contacts->size(); ++k)
         s.contacts->peaks.note(k, s.contacts->force(k));

@@ -212,6 +212,28 @@ std::array<double, 2> WallSet::power(const double* v, const double* v_new) const
     return sum;
 }
 
+std::array<double, 2> WallSet::friction_power(const double* v, const double* v_new) const {
+    std::array<double, 2> sum{};
+    for (const Placed& placed : walls_) {
+        if (!(placed.wall.friction > 0)) continue;
+        for (const Touch& touch : placed.touches) {
+            const double pressed = dot(touch.force, touch.normal);
+            for (std::size_t c = 0; c < 3; ++c) {
+                const std::size_t at = 4 * touch.node + c;
+                const double along = touch.force[c] - pressed * touch.normal[c],
+                             moves = (placed.next[c] - placed.now[c]) / step_;
+                sum[0] -= along * (v[at] - moves);
+                sum[1] -= along * (v_new[at] - moves);
+            }
+        }
+    }
+    return sum;
+}
+
+bool WallSet::rubs() const {
+    return std::ranges::any_of(walls_, [](const Placed& placed) { return placed.wall.friction > 0; });
+}
+
 std::array<double, 3> WallSet::force(std::size_t wall) const {
     std::array<double, 3> sum{};
     for (const Touch& touch : walls_[wall].touches)

@@ -92,6 +92,9 @@ public:
     }
 
     ForcePeaks peaks;
+    // What friction dissipates, W: its force on the slip before and after, as power().
+    std::array<double, 2> friction_power(const double* v, const double* v_new) const;
+    bool rubs() const;
     const DeepestPlace& deepest() const { return deepest_; }
 
     // The least m/k of springs that are stiffer than chosen ones, s²; 0 when there is none. For the

@@ -79,6 +79,32 @@ TEST_F(Explicit, DampedToRestItIsTheLinearStaticAnswer) {
     }
 }
 
+// The steps have an order of nodes of their own; frames, loads, probes and the summary have the run's.
+TEST_F(Explicit, WhatLeavesTheRunCountsTheRunsNodes) {
+    read(bar("", "push node x -3 0.2 0.02 0.02"),
+         "end_time 4e-5 output_frequency 20 INITIAL_VELOCITY BAR part x -5 0 0 0 0 0 0 % RIGID_WALL W plane "
+         "+x 0 0 "
+         "0 0 0 0 0 0 0 0 0 0 0 %");
+    options.probes = {{0.1, 0.02, 0}};
+    expect_done(analyse(analyse_explicit));
+    for (std::size_t d = 0; d < result.load.size(); ++d)
+        ASSERT_EQ(result.load[d], d == 3 * AnalysisTest::node_at(0.2, 0.02, 0.02) ? -3 : 0);
+    const std::size_t probe = AnalysisTest::node_at(0.1, 0.02, 0);
+    const std::size_t row = result.history.rows() - 1;
+    const std::string name = "node" + std::to_string(probe + 1);
+    const std::vector<double>& u = result.results.back()->mode_vec;
+    for (std::size_t c = 0; c < 3; ++c)
+        EXPECT_EQ(result.history.value(row, name + "_u_" + "xyz"[c]), u[3 * probe + c]);
+    EXPECT_NE(u[3 * probe], 0);
+    const Penetration& deepest = result.report.dynamics.deepest_wall;
+    ASSERT_GT(deepest.node, 0);
+    for (std::size_t c = 0; c < 3; ++c)
+        EXPECT_NEAR(result.mesh.node(deepest.node - 1)[c], deepest.place[c], 1e-3);
+    const auto& mises = result.report.largest_mises;
+    const std::size_t stress = 4 * u.size() + 3 * std::size_t(mises.node - 1);
+    EXPECT_EQ(result.results.back()->node_stress[stress], mises.value);
+}
+
 // A driven face moves as prescribed, though a support holds it; its forces do the work that the body takes.
 TEST_F(Explicit, APrescribedVelocityMovesASupportAndItsWorkIsCounted) {
     run(bar(clamp),
