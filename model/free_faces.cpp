@@ -3,58 +3,15 @@
 #include <algorithm>
 #include <cmath>
 
+#include "model/face_buckets.h"
+
 namespace kestralum {
 
-namespace {
-
-// A face under its smallest corner node; the other corners, ascending, tell it from its neighbours.
-struct FaceKey {
-    std::int32_t corner[3];  // the corners but the smallest, ascending; -1 fills
-    std::int32_t element, face;
-    bool same_corners(const FaceKey& other) const {
-        return corner[0] == other.corner[0] && corner[1] == other.corner[1] && corner[2] == other.corner[2];
-    }
-};
-
-}  // namespace
-
 std::vector<ElementFace> free_faces(const Mesh& mesh, const Progress* progress) {
+    const auto& [start, keys] = bucket_faces(mesh, progress);
     auto stopped = [&](std::size_t turn) { return turn % 4096 == 0 && progress && progress->cancelled(); };
-    const FaceTable table = face_table(mesh.element_type);
-    const std::int32_t elements = mesh.element_num();
-    const std::size_t nodes = mesh.node_num();
-
-    // bucket the faces by their smallest corner node: counts, then places, then keys
-    std::vector<std::int64_t> start(nodes + 1, 0);
-    std::vector<FaceKey> keys(std::size_t(elements) * table.faces);
-    auto sorted_corners = [&](std::int32_t e, int f, std::int32_t* c) {
-        const auto element = mesh.element(e);
-        const auto local = face_corners(mesh.element_type, f);
-        for (int k = 0; k < table.corners; ++k) c[k] = element[local[k]];
-        for (int k = 1; k < table.corners; ++k)
-            for (int m = k; m > 0 && c[m] < c[m - 1]; --m) std::swap(c[m], c[m - 1]);
-    };
-    std::int32_t c[4];
-    for (std::int32_t e = 0; e < elements; ++e) {
-        if (stopped(e)) return {};
-        for (int f = 0; f < table.faces; ++f) {
-            sorted_corners(e, f, c);
-            ++start[c[0]];
-        }
-    }
-    for (std::size_t n = 1; n <= nodes; ++n) start[n] += start[n - 1];
-    std::vector<std::int64_t> place(start.begin(), start.end() - 1);
-    for (std::int32_t e = 0; e < elements; ++e) {
-        if (stopped(e)) return {};
-        for (int f = 0; f < table.faces; ++f) {
-            sorted_corners(e, f, c);
-            FaceKey& key = keys[place[c[0] - 1]++];
-            key = {{c[1], c[2], table.corners == 4 ? c[3] : -1}, e, f};
-        }
-    }
-
     std::vector<ElementFace> faces;
-    for (std::size_t n = 0; n < nodes; ++n) {
+    for (std::size_t n = 0; n + 1 < start.size(); ++n) {
         if (stopped(n)) return {};
         for (std::int64_t a = start[n]; a < start[n + 1]; ++a) {
             bool shared = false;

@@ -47,6 +47,7 @@ struct Frame {
     // 0 = σxx σyy σzz, 1 = σxy σyz σzx (Pa), 2 = εxx εyy εzz, 3 = γxy γyz γzx,
     // 4 = Mises (Pa), equivalent plastic strain, largest principal stress (Pa).
     std::vector<double> node_stress;
+    std::vector<std::int32_t> removed{};  // elements that the run has taken out so far, ascending, 0-based
     std::vector<double> error;  // node_num: estimated error of the stress around the node, of the model's
                                 // root mean square (1 = 100 %); empty: not known
 
@@ -119,6 +120,7 @@ struct Run {
     Mesh mesh;                             // renumbered
     std::vector<std::int32_t> force_node;  // per force of the model: resolve_force_points() on this mesh
     std::vector<double> load;              // dof_num: nodal loads at load factor 1, N; empty where none act
+    bool erodes = false;  // explicit: the frames tell which elements have been taken out
     Results results;
     std::shared_ptr<const FrameStore> stored;  // has the values of frames that hold their time alone; null:
                                                // all hold theirs

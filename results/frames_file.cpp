@@ -17,7 +17,7 @@ namespace kestralum {
 namespace {
 
 constexpr std::string_view magic = "KESTRALUM frames";
-constexpr std::uint32_t form_version = 1;
+enum FormVersion : std::uint32_t { plain_form = 1, eroding_form = 2 };
 constexpr std::size_t start_bytes = magic.size() + 2 * sizeof(std::uint32_t);
 enum RecordKind : std::uint32_t { head_record = 1, frame_record = 2 };
 
@@ -60,8 +60,13 @@ void exchange_head(Archive& archive, std::string& model_file_name, std::string& 
             mesh.size_info, mesh.max_length, run.history.columns);
 }
 
-std::uint64_t frame_length(std::uint64_t columns, std::uint64_t dofs) {
-    return 8 * (2 + columns + dofs * (1 + stress_groups));
+// Words with a bit for each element; none where none can be out.
+std::size_t removed_words(const Run& run) {
+    return run.erodes ? (static_cast<std::size_t>(run.mesh.element_num()) + 63) / 64 : 0;
+}
+
+std::uint64_t frame_length(std::uint64_t columns, std::uint64_t dofs, std::uint64_t words) {
+    return 8 * (2 + columns + dofs * (1 + stress_groups) + words);
 }
 
 std::string bytes_of_head(const Model& model, const Run& run) {
@@ -134,8 +139,9 @@ void FramesWriter::begin(const Model& model, const Run& run) {
         trouble_ = path_ + " cannot be written: " + std::strerror(errno);
         return;
     }
+    removed_words_ = removed_words(run);
     std::string start(magic);
-    const std::array<std::uint32_t, 2> version{form_version, 0};
+    const std::array<std::uint32_t, 2> version{run.erodes ? eroding_form : plain_form, 0};
     append_bytes(start, version.data(), sizeof version);
     const std::string contents = bytes_of_head(model, run);
     begin_record(record_, head_record, contents.size());
@@ -145,9 +151,9 @@ void FramesWriter::begin(const Model& model, const Run& run) {
     record_ = {};
 }
 
-void FramesWriter::go_on(std::string_view model_file_name, std::string_view log_folder,
-                         const FramesEnd& end_of_file) {
-    path_ = paths::to_platform(frames_file_name(model_file_name), log_folder);
+void FramesWriter::go_on(std::string_view model_file_name, const Run& run, const FramesEnd& end_of_file) {
+    path_ = paths::to_platform(frames_file_name(model_file_name), run.origin.options.log_folder);
+    removed_words_ = removed_words(run);
     file_ = Descriptor(::open(path_.c_str(), O_WRONLY | O_CLOEXEC));
     size_ = end_of_file.bytes;
     last_sum_ = end_of_file.sum;
@@ -161,12 +167,17 @@ void FramesWriter::go_on(std::string_view model_file_name, std::string_view log_
 
 void FramesWriter::add(const Frame& frame, std::span<const double> row, std::int64_t number) {
     if (!is_open()) return;
-    begin_record(record_, frame_record, frame_length(row.size(), frame.mode_vec.size()));
+    begin_record(record_, frame_record, frame_length(row.size(), frame.mode_vec.size(), removed_words_));
     append_bytes(record_, &number, sizeof number);
     append_bytes(record_, &frame.n_freq, sizeof frame.n_freq);
     for (const std::span<const double> values :
          {row, std::span<const double>(frame.mode_vec), std::span<const double>(frame.node_stress)})
         append_bytes(record_, values.data(), values.size_bytes());
+    std::vector<std::uint64_t> out(removed_words_, 0);
+    for (const std::int32_t e : frame.removed)
+        if (const auto word = static_cast<std::size_t>(e) / 64; word < out.size())
+            out[word] |= std::uint64_t{1} << (e % 64);
+    append_bytes(record_, out.data(), 8 * out.size());
     last_sum_ = end_record(record_);
     constexpr std::chrono::seconds between(1);
     if (write(record_) && std::chrono::steady_clock::now() - synced_ >= between) sync();
@@ -209,17 +220,18 @@ private:
 
 }  // namespace
 
-std::shared_ptr<const FrameStore> open_frame_store(std::string_view model_file_name,
-                                                   std::string_view log_folder, std::int64_t dofs,
+std::shared_ptr<const FrameStore> open_frame_store(std::string_view model_file_name, const Run& run,
                                                    std::size_t columns) {
-    const std::string path = paths::to_platform(frames_file_name(model_file_name), log_folder);
+    const std::string path =
+        paths::to_platform(frames_file_name(model_file_name), run.origin.options.log_folder);
     Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     RecordHead head;
     if (!file.is_open() || ::pread(file.number(), &head, sizeof head, start_bytes) != sizeof head)
         return nullptr;
     const std::uint64_t first = start_bytes + record_size(head.length), row = 8 * (2 + columns);
+    const std::uint64_t dofs = run.mesh.dof_num();
     return std::make_shared<FramesOnDisk>(std::move(file), first + sizeof(RecordHead) + row,
-                                          record_size(frame_length(columns, dofs)));
+                                          record_size(frame_length(columns, dofs, removed_words(run))));
 }
 
 bool FramesReader::fail(std::string why) {
@@ -262,15 +274,18 @@ bool FramesReader::open(std::string_view file_name, std::string_view log_folder,
     std::memcpy(&version, start.data() + magic.size(), sizeof version);
     if (count != start.size() || std::string_view(start.data(), magic.size()) != magic)
         return fail("no frames file: '" + std::string(magic) + "' is expected at its beginning");
-    if (version != form_version)
-        return fail(formatted("a frames file of form %u; this program reads form %u", version, form_version));
+    if (version != plain_form && version != eroding_form)
+        return fail(formatted("a frames file of form %u; this program reads forms %u and %u", version,
+                              plain_form, eroding_form));
     if (std::fseek(file_.get(), 0, SEEK_END) != 0 || std::ftell(file_.get()) < 0)
         return fail(std::string("cannot be read: ") + std::strerror(errno));
     bytes_ = static_cast<std::uint64_t>(std::ftell(file_.get()));
     whole_ = start.size();
     if (std::fseek(file_.get(), static_cast<long>(whole_), SEEK_SET) != 0 || !read_record(head_record))
         return fail("its head is not whole: no frame can be read");
-    return read_head(progress);
+    const bool done = read_head(progress);
+    head_.run.erodes = version == eroding_form;
+    return done;
 }
 
 bool FramesReader::read_head(Progress& progress) {
@@ -308,11 +323,12 @@ bool FramesReader::read_head(Progress& progress) {
 std::shared_ptr<Frame> FramesReader::next() {
     Run& run = head_.run;
     const std::size_t columns = run.history.columns.size(), dofs = run.mesh.dof_num();
+    std::vector<std::uint64_t> out(removed_words(run));
     if (!read_record(frame_record)) return nullptr;
     std::int64_t number = 0;
     auto frame = std::make_shared<Frame>(run.mesh.dof_num());
     std::vector<double> row(columns);
-    torn_ = contents_.size() != frame_length(columns, dofs);
+    torn_ = contents_.size() != frame_length(columns, dofs, out.size());
     if (torn_) return nullptr;
     const char* from = contents_.data();
     const auto take = [&](void* to, std::size_t count) {
@@ -324,6 +340,9 @@ std::shared_ptr<Frame> FramesReader::next() {
     take(row.data(), 8 * columns);
     take(frame->mode_vec.data(), 8 * dofs);
     take(frame->node_stress.data(), 8 * dofs * stress_groups);
+    take(out.data(), 8 * out.size());
+    for (std::int32_t e = 0; e < run.mesh.element_num() && !out.empty(); ++e)
+        if (out[static_cast<std::size_t>(e) / 64] >> (e % 64) & 1) frame->removed.push_back(e);
     torn_ = number != frames_ + 1;
     if (torn_) return nullptr;
     ++frames_;

@@ -5,8 +5,10 @@
 //                       up with zeros to a multiple of 8 bytes, checksum() of all that (64 bits)
 // The first record is the head: the model's definition as the text of a result file without frames, what that
 // text rounds or leaves out, and the names of the history's columns. One record for each frame follows: its
-// number from 1, its time, its row of the history, mode_vec and node_stress in full precision. A record that
-// is not whole ends the file for its readers.
+// number from 1, its time, its row of the history, mode_vec and node_stress in full precision. In a file of
+// version 2, which runs have that may take elements out, words of 64 bits follow in each frame: bit e % 64 of
+// word e / 64 is set where element e (from 0) is out. A record that is not whole ends the file for its
+// readers.
 #pragma once
 
 #include <chrono>
@@ -64,7 +66,7 @@ public:
     // A new file with its head.
     void begin(const Model& model, const Run& run);
     // Goes on with the file of an earlier run behind frames that have been read.
-    void go_on(std::string_view model_file_name, std::string_view log_folder, const FramesEnd& end_of_file);
+    void go_on(std::string_view model_file_name, const Run& run, const FramesEnd& end_of_file);
 
     // Writes a frame and its row of the history with one call of the system; it outlives the program from
     // then on, and the machine's fall a second later (sync() at the latest).
@@ -80,6 +82,7 @@ public:
 private:
     bool write(std::string_view bytes);
     Descriptor file_;
+    std::size_t removed_words_ = 0;  // in each frame
     std::string path_, trouble_, record_;
     std::uint64_t size_ = 0, last_sum_ = 0;
     std::chrono::steady_clock::time_point synced_{};
@@ -90,7 +93,7 @@ class FramesReader {
 public:
     // Opens the file and reads its head; false with the reason in trouble().
     bool open(std::string_view file_name, std::string_view log_folder, Progress& progress);
-    // The model and the run without frames; run.history has its columns.
+    // The model and the run without frames; run.history has its columns, run.erodes is that of the file.
     StoredRun& head() { return head_; }
     // Of the mesh in full precision: differs where another mesh, or another numbering of it, was computed on.
     std::uint64_t mesh_hash() const { return mesh_hash_; }
@@ -114,9 +117,9 @@ private:
     bool torn_ = false;
 };
 
-// The frames of a file that is being written, one behind the other. Null where it cannot be opened.
-std::shared_ptr<const FrameStore> open_frame_store(std::string_view model_file_name,
-                                                   std::string_view log_folder, std::int64_t dofs,
+// The frames of a file that is being written for a run, one behind the other, with rows of so many columns.
+// Null where it cannot be opened.
+std::shared_ptr<const FrameStore> open_frame_store(std::string_view model_file_name, const Run& run,
                                                    std::size_t columns);
 
 // The model and the whole run that a frames file holds, as read_result_file(); what is not whole at the

@@ -94,17 +94,19 @@ std::string pvd_file_name(std::string_view model_file_name) {
 }
 
 VtuFrames::VtuFrames(const Model& model, const Run& run)
-    : model_file_name_(model.model_file_name),
-      folder_(run.origin.options.log_folder),
-      grid_(make_vtu_grid(model, run.mesh)) {}
+    : model_(model), run_(run), grid_(make_vtu_grid(model, run.mesh)) {}
 
 std::string VtuFrames::add(const Frame& frame, const Progress& progress) {
-    const std::string target = file_name_of(model_file_name_, formatted("_%06zu.vtu", ++frames_));
+    const std::string target = file_name_of(model_.model_file_name, formatted("_%06zu.vtu", ++frames_));
+    if (frame.removed != removed_) {
+        removed_ = frame.removed;
+        grid_ = make_vtu_grid(model_, run_.mesh, removed_);
+    }
     std::vector<VtuArray>& arrays = grid_.point_data;
     arrays.clear();
     add_frame(frame, "", arrays);
     arrays.push_back(make_vtu_array<double>("Float64", "plastic_strain", 1, scalar(frame, 1)));
-    const std::string trouble = write_vtu_grid(grid_, target, folder_, progress);
+    const std::string trouble = write_vtu_grid(grid_, target, run_.origin.options.log_folder, progress);
     list_ += formatted("<DataSet timestep=\"%.9e\" part=\"0\" file=\"%s\"/>\n", frame.n_freq,
                        paths::base_name(target).c_str());
     return trouble;
@@ -116,7 +118,7 @@ std::string VtuFrames::write_list(const Progress& progress) const {
         file.write(list_);
         file.write("</Collection>\n</VTKFile>\n");
     };
-    return write_whole(pvd_file_name(model_file_name_), folder_, fill, progress);
+    return write_whole(pvd_file_name(model_.model_file_name), run_.origin.options.log_folder, fill, progress);
 }
 
 bool write_vtu_frames(const Model& model, const Run& run, Progress& progress) {

@@ -23,22 +23,26 @@ std::string vtu_file_name(std::string_view model_file_name);
 bool write_vtu(const Model& model, const Run& run, Progress& progress);
 
 // Every frame of a history as "log\NAME_000001.vtu" and on, with the equivalent plastic strain as point
-// data too, and "log\NAME.pvd", which lists them with their times (n_freq). False as above.
+// data too and without the cells of elements that have been taken out, and "log\NAME.pvd", which lists them
+// with their times (n_freq). False as above.
 bool write_vtu_frames(const Model& model, const Run& run, Progress& progress);
 std::string pvd_file_name(std::string_view model_file_name);
 
 // The same frame by frame, for a run under way.
 class VtuFrames {
 public:
-    VtuFrames(const Model& model, const Run& run);
+    VtuFrames(const Model& model, const Run& run);  // both stay where they are
     // The file of the next frame. What went wrong, empty if nothing.
     [[nodiscard]] std::string add(const Frame& frame, const Progress& progress);
     // The list of the frames so far in place of the one before. What went wrong, empty if nothing.
     [[nodiscard]] std::string write_list(const Progress& progress) const;
 
 private:
-    std::string model_file_name_, folder_, list_;
+    const Model& model_;
+    const Run& run_;
+    std::string list_;
     std::size_t frames_ = 0;
+    std::vector<std::int32_t> removed_;  // have no cell in grid_
     VtuGrid grid_;
 };
 

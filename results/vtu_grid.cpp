@@ -21,7 +21,7 @@ struct Cells {
     std::vector<std::int32_t> part, material;
 };
 
-Cells make_cells(const Model& model, const Mesh& mesh) {
+Cells make_cells(const Model& model, const Mesh& mesh, std::span<const std::int32_t> removed) {
     Cells cells;
     auto add = [&](const std::int32_t* nodes, std::span<const int> order, CellType type, std::int32_t part) {
         for (int local : order) cells.connectivity.push_back(node_index(nodes[local]));
@@ -32,8 +32,12 @@ Cells make_cells(const Model& model, const Mesh& mesh) {
     };
     const int per_element = mesh.node_per_element();
     const CellType type = per_element == 8 ? vtk_hexa : per_element == 4 ? vtk_tetra : vtk_quadratic_tetra;
-    for (std::size_t e = 0; e < mesh.p_ele_part_id.size(); ++e)
-        add(mesh.element(e).data(), vtk_node_order(mesh.element_type), type, mesh.p_ele_part_id[e]);
+    auto next = removed.begin();
+    for (std::int32_t e = 0; e < std::ssize(mesh.p_ele_part_id); ++e)
+        if (next != removed.end() && *next == e)
+            ++next;
+        else
+            add(mesh.element(e).data(), vtk_node_order(mesh.element_type), type, mesh.p_ele_part_id[e]);
     constexpr std::array<int, 3> triangle{0, 1, 2};
     for (std::size_t f = 0; f < mesh.surface_part_id.size(); ++f)
         add(&mesh.surface_facets[3 * f], triangle, vtk_triangle, mesh.surface_part_id[f]);
@@ -75,8 +79,8 @@ std::span<const int> vtk_node_order(ElementKind kind) {
     return std::span(vtk_tetrahedron).first(nodes_per_element(kind));
 }
 
-VtuGrid make_vtu_grid(const Model& model, const Mesh& mesh) {
-    const Cells cells = make_cells(model, mesh);
+VtuGrid make_vtu_grid(const Model& model, const Mesh& mesh, std::span<const std::int32_t> removed) {
+    const Cells cells = make_cells(model, mesh, removed);
     VtuGrid grid;
     grid.points = mesh.node_num();
     grid.cells = static_cast<std::int64_t>(cells.types.size());

@@ -38,8 +38,9 @@ struct VtuGrid {
 };
 
 // The nodes and cells with part and material index of each cell. Cells: 12 (hexahedron), 10 and 24
-// (tetrahedra), in VTK's node order, and behind them 5 (triangle) for STL facets.
-VtuGrid make_vtu_grid(const Model& model, const Mesh& mesh);
+// (tetrahedra), in VTK's node order, and behind them 5 (triangle) for STL facets. Elements that are `removed`
+// (0-based, ascending) have no cell; all nodes stay.
+VtuGrid make_vtu_grid(const Model& model, const Mesh& mesh, std::span<const std::int32_t> removed = {});
 
 // The file takes its name when it is whole. What went wrong, empty if nothing.
 [[nodiscard]] std::string write_vtu_grid(const VtuGrid& grid, std::string_view target,

@@ -7,6 +7,7 @@
 #include "elements/element_type.h"
 #include "elements/plasticity.h"
 #include "model/format.h"
+#include "model/removed_elements.h"
 #include "model/selection.h"
 #include "solver/ordering.h"
 
@@ -273,13 +274,16 @@ void report_largest(Job& job, const Frame& frame) {
     const Mesh& mesh = job.run.mesh;
     const double* u = frame.mode_vec.data();
     const double* mises = frame.node_stress.data() + 4 * frame.mode_vec.size();
+    std::vector<char> bare = bare_nodes(mesh, frame.removed);
+    if (std::ssize(frame.removed) == mesh.element_num()) bare.clear();  // there is nothing else
     NodeValue displacement, stress;
     for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
+        if (!bare.empty() && bare[n]) continue;
         const std::array<double, 3> place{mesh.node(n)[0], mesh.node(n)[1], mesh.node(n)[2]};
         const double size =
             std::sqrt(u[3 * n] * u[3 * n] + u[3 * n + 1] * u[3 * n + 1] + u[3 * n + 2] * u[3 * n + 2]);
-        if (n == 0 || size > displacement.value) displacement = {n + 1, size, place};
-        if (n == 0 || mises[3 * n] > stress.value) stress = {n + 1, mises[3 * n], place};
+        if (displacement.node == 0 || size > displacement.value) displacement = {n + 1, size, place};
+        if (stress.node == 0 || mises[3 * n] > stress.value) stress = {n + 1, mises[3 * n], place};
     }
     job.report().largest_displacement = displacement;
     job.report().largest_mises = stress;

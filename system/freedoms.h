@@ -50,7 +50,8 @@ bool check_turning_bodies(Job& job, const RigidSystem& rigid);
 void count_freedoms(Job& job, Freedoms& freedoms);
 bool number_freedoms(Job& job, Freedoms& freedoms);
 
-// Largest displacement and Mises stress of the last frame added.
+// Largest displacement and Mises stress of a frame, of the nodes that have an element left; of all nodes
+// where no element is.
 void report_largest(Job& job, const Frame& frame);
 
 }  // namespace kestralum

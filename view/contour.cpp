@@ -56,10 +56,15 @@ std::optional<ValueRange> value_range(std::span<const double> values, std::span<
 }
 
 std::optional<ValueRange> value_range_all_frames(std::int32_t index, const Mesh& mesh, Frames frames,
-                                                 std::span<const std::int32_t> nodes) {
+                                                 std::span<const std::int32_t> nodes,
+                                                 const NodesOfFrame& nodes_of) {
     std::optional<ValueRange> range;
     for (std::int32_t frame = 1; frame <= mode_num(frames); ++frame) {
-        auto here = value_range(nodal_values(index, mesh, *frame_at(frames, frame)), nodes);
+        const Frame& values = *frame_at(frames, frame);
+        std::vector<std::int32_t> left;
+        const bool other = nodes_of && !values.removed.empty();
+        if (other) left = nodes_of(values);
+        auto here = value_range(nodal_values(index, mesh, values), other ? left : nodes);
         if (!here) continue;
         here->low.frame = here->high.frame = frame;
         if (!range) range = here;

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -93,9 +94,11 @@ struct ValueRange {
 // are not finite do not count; none where nothing remains.
 std::optional<ValueRange> value_range(std::span<const double> values, std::span<const std::int32_t> nodes);
 
-// The same over all frames.
+// The same over all frames; over `nodes_of` a frame that has lost elements, where it is given.
+using NodesOfFrame = std::function<std::vector<std::int32_t>(const Frame&)>;
 std::optional<ValueRange> value_range_all_frames(std::int32_t index, const Mesh& mesh, Frames frames,
-                                                 std::span<const std::int32_t> nodes);
+                                                 std::span<const std::int32_t> nodes,
+                                                 const NodesOfFrame& nodes_of = {});
 
 // 0 at the low end, 1 at the high end, clamped; 0 in a range without width. NaN stays NaN.
 double normalised(double value, const ValueRange& range);

@@ -2,6 +2,7 @@
 // display state change.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -51,6 +52,9 @@ public:
     // The faces that the contour colours: every element's where the whole model is translucent.
     const Surface& faces() const { return translucent_ ? all_ : free_; }
 
+    // Whether the run has taken the element (0-based) out in the frame shown.
+    bool is_removed(std::int32_t element) const { return std::ranges::binary_search(removed_, element); }
+
     // Values are shown: there are results and a quantity that they carry.
     bool contour() const { return range_.has_value(); }
     bool translucent() const { return translucent_; }
@@ -80,12 +84,21 @@ public:
 
 private:
     void update_faces(const SceneTables& tables, const DisplayState& state, bool carries);
+    bool take_removed(const SceneTables& tables, const DisplayState& state);
+    Surface surface_of(const Mesh& mesh, Faces faces);
+    std::optional<ValueRange> range_of_all_frames(const SceneTables& tables, const DisplayState& state);
     void update_values(const SceneTables& tables, const DisplayState& state, bool carries);
     void widen_live_range(const SceneTables& tables, const DisplayState& state);
     void update_shape(const SceneTables& tables, const DisplayState& state);
 
     Surface free_, all_;
     PartChoice choice_;
+    std::shared_ptr<const Frame> faces_frame_;  // whose elements are drawn; null: all
+    std::vector<std::int32_t> removed_;         // of it
+    std::optional<FaceNumbers> numbers_;        // once elements are missing
+    std::uint64_t whole_revision_ = 0;          // grows when faces are others for another reason than these
+    std::vector<std::int32_t> whole_nodes_;     // value nodes of faces() with no element removed
+    std::uint64_t whole_nodes_of_ = 0;          // whole_revision_ of these
     bool translucent_ = false, all_built_ = false;
     std::vector<double> values_;
     std::optional<ValueRange> range_;

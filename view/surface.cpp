@@ -22,18 +22,32 @@ bool any(const std::vector<char>& chosen) {
     return std::ranges::find(chosen, 1) != chosen.end();
 }
 
-std::vector<ElementFace> all_faces(const Mesh& mesh, const std::vector<char>& hidden) {
+// Per element whether it is in one of the parts or removed.
+std::vector<char> gone_elements(const Mesh& mesh, const std::vector<char>& parts,
+                                const RemovedElements& removed) {
+    std::vector<char> gone(mesh.element_num(), 0);
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) gone[e] = in(parts, part_of(mesh.p_ele_part_id, e));
+    for (const std::int32_t e : removed.elements)
+        if (e >= 0 && e < mesh.element_num()) gone[e] = 1;
+    return gone;
+}
+
+std::vector<ElementFace> all_faces(const Mesh& mesh, const std::vector<char>& hidden,
+                                   const RemovedElements& removed) {
     const FaceTable table = face_table(mesh.element_type);
+    const std::vector<char> gone = gone_elements(mesh, hidden, removed);
     std::vector<ElementFace> faces;
     faces.reserve(std::int64_t{mesh.element_num()} * table.faces);
     for (std::int32_t e = 0; e < mesh.element_num(); ++e)
-        for (int f = 0; f < table.faces && !in(hidden, part_of(mesh.p_ele_part_id, e)); ++f)
-            faces.push_back({e, f});
+        for (int f = 0; f < table.faces && !gone[e]; ++f) faces.push_back({e, f});
     return faces;
 }
 
-// The free faces of the mesh without some parts.
-std::vector<ElementFace> free_faces_without(const Mesh& mesh, const std::vector<char>& parts) {
+// The free faces of the mesh without some parts and elements.
+std::vector<ElementFace> free_faces_without(const Mesh& mesh, const std::vector<char>& parts,
+                                            const RemovedElements& removed) {
+    if (!removed.elements.empty())
+        return free_faces_left(mesh, *removed.numbers, gone_elements(mesh, parts, removed));
     if (!any(parts)) return free_faces(mesh);
     Mesh rest;
     rest.element_type = mesh.element_type;
@@ -51,8 +65,9 @@ std::vector<ElementFace> free_faces_without(const Mesh& mesh, const std::vector<
 }
 
 // Opaque parts are closed against translucent ones, these only against nothing.
-std::vector<ElementFace> outer_faces(const Mesh& mesh, const PartChoice& choice) {
-    std::vector<ElementFace> faces = free_faces_without(mesh, choice.hidden);
+std::vector<ElementFace> outer_faces(const Mesh& mesh, const PartChoice& choice,
+                                     const RemovedElements& removed) {
+    std::vector<ElementFace> faces = free_faces_without(mesh, choice.hidden, removed);
     if (!any(choice.clear)) return faces;
     std::erase_if(faces, [&](const ElementFace& face) {
         return !in(choice.clear, part_of(mesh.p_ele_part_id, face.element));
@@ -60,7 +75,7 @@ std::vector<ElementFace> outer_faces(const Mesh& mesh, const PartChoice& choice)
     std::vector<char> without = choice.clear;
     without.resize(std::max(without.size(), choice.hidden.size()));
     for (std::size_t p = 0; p < choice.hidden.size(); ++p) without[p] |= choice.hidden[p];
-    const auto opaque = free_faces_without(mesh, without);
+    const auto opaque = free_faces_without(mesh, without, removed);
     faces.insert(faces.end(), opaque.begin(), opaque.end());
     std::ranges::sort(faces);
     return faces;
@@ -265,9 +280,11 @@ PartChoice part_choice(const PartLooks& looks) {
     return choice;
 }
 
-Surface build_surface(const Mesh& mesh, Faces faces, const PartChoice& choice) {
+Surface build_surface(const Mesh& mesh, Faces faces, const PartChoice& choice,
+                      const RemovedElements& removed) {
     return SurfaceBuilder(mesh, faces)
-        .run(faces == Faces::free ? outer_faces(mesh, choice) : all_faces(mesh, choice.hidden),
+        .run(faces == Faces::free ? outer_faces(mesh, choice, removed)
+                                  : all_faces(mesh, choice.hidden, removed),
              [&](std::int32_t part) { return !in(choice.hidden, part); });
 }
 

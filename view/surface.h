@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "model/model.h"
+#include "model/removed_elements.h"
 #include "view/part_look.h"
 #include "view/vector.h"
 
@@ -46,10 +47,17 @@ struct PartChoice {
 };
 PartChoice part_choice(const PartLooks& looks);
 
+// Elements that are not drawn, as if they were in a part that is hidden.
+struct RemovedElements {
+    std::span<const std::int32_t> elements;  // 0-based; others than the mesh's are passed over
+    const FaceNumbers* numbers = nullptr;    // of the mesh; not needed where there are no elements
+};
+
 // O(faces). Of the elements of parts that are not hidden, as if there were no others. An edge belongs to the
 // outline where its faces meet at more than 30°, belong to different parts or are not two. Facets of STL
 // parts are drawn in both cases.
-Surface build_surface(const Mesh& mesh, Faces faces, const PartChoice& choice = {});
+Surface build_surface(const Mesh& mesh, Faces faces, const PartChoice& choice = {},
+                      const RemovedElements& removed = {});
 
 // Of what is highlighted: the faces, and those of `outside` that belong to the parts. The outline shows the
 // rim as well.

@@ -95,6 +95,13 @@ void Erosion::erode(ExplicitState& s) {
     take_up(s);
 }
 
+std::vector<std::int32_t> Erosion::removed(const ExplicitState& s) const {
+    std::vector<std::int32_t> out;
+    for (std::int32_t e = 0; e < mesh_.element_num() && std::ssize(out) < count_; ++e)
+        if (s.blocks->is_removed(e)) out.push_back(e);
+    return out;
+}
+
 void Erosion::take_up(ExplicitState& s) {
     if (count_ == taken_up_) return;
     taken_up_ = count_;

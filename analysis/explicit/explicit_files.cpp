@@ -62,8 +62,7 @@ bool ExplicitFiles::begin(Job& job, ExplicitState& state) {
 
 void ExplicitFiles::open_store(Job& job, const ExplicitState& state) {
     if (!job.options.frames_on_disk) return;
-    job.run.stored = open_frame_store(job.model.model_file_name, job.options.log_folder, job.mesh().dof_num(),
-                                      state.history.columns.size());
+    job.run.stored = open_frame_store(job.model.model_file_name, job.run, state.history.columns.size());
 }
 
 bool ExplicitFiles::go_on(Job& job, ExplicitState& state) {
@@ -79,7 +78,8 @@ bool ExplicitFiles::go_on(Job& job, ExplicitState& state) {
     FramesReader reader;
     if (!reader.open(file, job.options.log_folder, job.progress)) return refuse(reader.trouble());
     const HistoryRows& rows = reader.head().run.history;
-    const bool own = reader.mesh_hash() == mesh_hash(job.run.mesh) && rows.columns == state.history.columns;
+    const bool own = reader.mesh_hash() == mesh_hash(job.run.mesh) && rows.columns == state.history.columns &&
+                     reader.head().run.erodes == job.run.erodes;
     Results& results = job.run.results;
     results.clear();
     while (own && reader.frames() < saved.frames) {
@@ -92,7 +92,7 @@ bool ExplicitFiles::go_on(Job& job, ExplicitState& state) {
         return refuse(path_of(job, file) + formatted(": it does not have the %lld frames of the checkpoint",
                                                      static_cast<long long>(saved.frames)));
     state.history.values = rows.values;
-    frames_.go_on(job.model.model_file_name, job.options.log_folder, saved.frames_end);
+    frames_.go_on(job.model.model_file_name, job.run, saved.frames_end);
     if (!frames_.is_open()) return refuse(frames_.trouble());
     added_ = static_cast<std::int32_t>(saved.frames);
     show_again(job);

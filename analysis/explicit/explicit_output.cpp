@@ -207,6 +207,7 @@ void store_frame(Job& job, ExplicitState& s) {
                   s.energies.kinetic, s.energies.internal, s.energies.plastic, s.drift));
     const auto frame = std::make_shared<Frame>(job.mesh().dof_num());
     frame->n_freq = s.time();
+    if (s.erosion) frame->removed = s.erosion->removed(s);
     std::vector<double> u(frame->mode_vec.size()), values(frame->node_stress.size());
     for (std::size_t d = 0; d < u.size(); ++d) u[d] = s.u[4 * (d / 3) + d % 3];
     s.blocks->copy_stresses(s.points.stress, s.plastic_strain);

@@ -193,6 +193,7 @@ void set_erosion(Job& job, std::span<const char> rigid, ExplicitState& s) {
                             (job.model.control.plastic ? "its yield stress is 0" : "Plastic is off"));
     s.erosion.emplace(job.model, job.mesh(), rigid);
     s.blocks->allow_removal();
+    job.run.erodes = true;
 }
 
 void report_closed(Job& job, const ExplicitState& s) {

@@ -5,8 +5,11 @@
 #include <cmath>
 #include <cstdio>
 
+#include "model/removed_elements.h"
 #include "model/topology.h"
+#include "results/result_file.h"
 #include "support/explicit_run.h"
+#include "view/picture.h"
 
 namespace kestralum {
 namespace {
@@ -157,6 +160,83 @@ TEST_F(ExplicitErosion, ABlockThatIsThrownApartLosesAllItsElements) {
         EXPECT_EQ(last("internal"), 0);
         EXPECT_EQ(last("kinetic"), history(rows() - 2, "kinetic"));
         EXPECT_GT(last("eroded"), 3e8 * 0.09 * 0.04 * 0.04 * 0.1);
+    }
+}
+
+// The frames of a bar that breaks tell what is out, in memory and in the file; the picture of the last one is
+// the surface of two bodies, and files for ParaView have the cells of these.
+TEST_F(ExplicitErosion, FramesTellWhatIsOutAndPicturesLeaveItOut) {
+    read(bar, torn(""));
+    options.vtu_frames = options.keep_frames = options.frames_on_disk = true;
+    testing::expect_done(analyse(analyse_explicit));
+    const std::string from_disk = file("result_model.txt");
+    const auto stored = read_result_file("log\\frames_model.txt", options.log_folder, said);
+    ASSERT_TRUE(stored) << said.errors;
+    options.vtu_frames = options.keep_frames = options.frames_on_disk = false;
+    const RunReport done = analyse(analyse_explicit);
+    EXPECT_EQ(file("result_model.txt"), from_disk);
+    ASSERT_EQ(stored->run.mode_num(), result.mode_num());
+    const std::int32_t elements = result.mesh.element_num();
+    for (std::size_t k = 0; k < result.results.size(); ++k) {
+        const std::vector<std::int32_t>& removed = frame(k).removed;
+        EXPECT_EQ(stored->run.results[k]->removed, removed);
+        EXPECT_EQ(static_cast<double>(removed.size()), result.history.value(k, "eroded_elements"));
+        EXPECT_TRUE(std::ranges::includes(frame(k + 1 < result.results.size() ? k + 1 : k).removed, removed));
+        EXPECT_TRUE(contains(file(formatted("model_%06zu.vtu", k + 1)),
+                             formatted("NumberOfCells=\"%zu\"", elements - removed.size())));
+    }
+    ASSERT_GT(frame(result.results.size() - 1).removed.size(), 0u);
+    EXPECT_TRUE(frame(0).removed.empty());
+
+    view::DisplayState display;
+    display.result_ready = true;
+    view::Picture picture;
+    for (const std::size_t k : {std::size_t{0}, result.results.size() - 1}) {
+        display.frame = static_cast<std::int32_t>(k) + 1;
+        picture.update({model, &result, {}, {}}, display);
+        const view::Surface& drawn = picture.outside();
+        const auto gone = static_cast<double>(frame(k).removed.size());
+        double volume = 0;
+        Mesh skin;  // of the triangles, as tetrahedra that come to a point in their first corner
+        skin.element_type = ElementKind::tetrahedron4;
+        skin.coordinates = result.mesh.coordinates;
+        for (std::int64_t t = 0; t < drawn.triangle_num(); ++t) {
+            const std::int32_t* n = &drawn.triangles[3 * t];
+            volume += dot(place_of(result.mesh, n[0]),
+                          cross(place_of(result.mesh, n[1]), place_of(result.mesh, n[2]))) /
+                      6;
+            for (const int corner : {0, 1, 2, 0}) skin.connectivity.push_back(n[corner] + 1);
+        }
+        EXPECT_NEAR(volume, 2 * 1.6e-4 + 8e-6 - gone * 5e-7, 1e-12) << "each of the neck has 5e-7 m^3";
+        const std::vector<std::int32_t> body = connected_nodes(skin);
+        std::vector<std::int32_t> lowest;
+        for (const std::int32_t n : skin.connectivity) lowest.push_back(body[node_index(n)]);
+        std::ranges::sort(lowest);
+        EXPECT_EQ(std::unique(lowest.begin(), lowest.end()) - lowest.begin(), k == 0 ? 1 : 2);
+        const std::vector<char> bare = bare_nodes(result.mesh, frame(k).removed);
+        for (const std::int32_t n : drawn.nodes) EXPECT_TRUE(bare.empty() || !bare[n]);
+        ASSERT_TRUE(picture.range());
+    }
+    const std::vector<char> bare = bare_nodes(result.mesh, result.results.back()->removed);
+    EXPECT_FALSE(bare[node_index(done.largest_displacement.node)]);
+}
+
+// A node that flies on by itself is not where the body moves most, unless there is no body.
+TEST_F(ExplicitErosion, TheLargestValuesAreThoseOfNodesWithElements) {
+    make(testing::box_mesh({{2, 1, 1}, {0.2, 0.1, 0.1}}, ElementKind::hexahedron), testing::steel);
+    ASSERT_TRUE(begin());
+    Frame frame(result.mesh.dof_num());
+    const std::size_t lost = AnalysisTest::node_at(0, 0, 0), kept = AnalysisTest::node_at(0.2, 0, 0);
+    const std::size_t mises = 4 * frame.mode_vec.size();
+    frame.mode_vec[3 * lost] = frame.node_stress[mises + 3 * lost] = 5;
+    frame.mode_vec[3 * kept] = frame.node_stress[mises + 3 * kept] = 2;
+    const std::int32_t first = element_centre(result.mesh, 0)[0] < 0.1 ? 0 : 1;
+    for (const auto& [removed, largest] :
+         {std::pair{std::vector<std::int32_t>{}, 5.0}, {{first}, 2.0}, {{0, 1}, 5.0}}) {
+        frame.removed = removed;
+        report_largest(*job, frame);
+        EXPECT_EQ(report.largest_displacement.value, largest);
+        EXPECT_EQ(report.largest_mises.value, largest);
     }
 }
 

@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <numeric>
 #include <span>
 
 #include "full_run.h"
+#include "model/format.h"
 #include "results/displacement_file.h"
 #include "results/vtu_file.h"
 
@@ -112,15 +114,66 @@ TEST_F(Frames, ABitThatTurnedEndsTheFileBeforeItsFrame) {
     // frames in another order are not this run's
     const std::string first = bytes.substr(ends[0], ends[1] - ends[0]);
     EXPECT_EQ(frames_in(bytes.substr(0, ends[0]) + first + first, said), 1);
-    EXPECT_EQ(frames_in(replaced(bytes, "frames\x01", "frames\x02"), said), -1);
-    EXPECT_TRUE(contains(said.errors, "form 2")) << said.errors;
+    EXPECT_EQ(frames_in(replaced(bytes, "frames\x01", "frames\x02"), said), -1) << "no word of elements";
+    EXPECT_EQ(frames_in(replaced(bytes, "frames\x01", "frames\x03"), said), -1);
+    EXPECT_TRUE(contains(said.errors, "form 3")) << said.errors;
+}
+
+// Each frame of a run that may lose elements tells which; the cells for ParaView are those that are left.
+TEST_P(Frames, TellWhichElementsAreOut) {
+    write(GetParam());
+    const std::string plain = read_file(folder.file("log/frames_full.txt"));
+    made.run.erodes = true;
+    const std::int32_t elements = made.run.mesh.element_num();
+    std::vector<std::int32_t> every(elements);
+    std::iota(every.begin(), every.end(), 0);
+    const std::vector<std::int32_t> lost[]{{}, {elements - 1}, every};
+    for (std::size_t k = 0; k < 3; ++k) {
+        Frame frame = *made.run.results[k];
+        frame.removed = lost[k];
+        made.run.results[k] = std::make_shared<const Frame>(std::move(frame));
+    }
+    const auto row = [&](std::size_t k) { return std::span(made.run.history.values).subspan(2 * k, 2); };
+    FramesWriter writer;
+    writer.begin(made.model, made.run);
+    const auto store = open_frame_store(made.model.model_file_name, made.run, 2);
+    ASSERT_TRUE(store);
+    writer.add(*made.run.results[0], row(0), 1);
+    const FramesEnd first = writer.end();
+    for (std::size_t k = 1; k < 3; ++k) writer.add(*made.run.results[k], row(k), static_cast<int>(k) + 1);
+    const std::string bytes = read_file(folder.file("log/frames_full.txt"));
+    EXPECT_EQ(bytes.size(), plain.size() + 3 * 8 * ((static_cast<std::size_t>(elements) + 63) / 64));
+    std::vector<double> third(made.run.mesh.dof_num());
+    ASSERT_TRUE(store->read(2, 0, third));
+    EXPECT_EQ(third, made.run.results[2]->mode_vec);
+
+    Collected said;
+    ASSERT_EQ(frames_in(bytes, said), 3);
+    auto stored = read_frames_file("log\\f.txt", log, said);
+    ASSERT_TRUE(stored && stored->run.erodes);
+    stored->model.model_file_name = "data\\full.txt";
+    ASSERT_TRUE(write_vtu_frames(stored->model, stored->run, said));
+    for (std::size_t k = 0; k < 3; ++k) {
+        EXPECT_EQ(stored->run.results[k]->removed, lost[k]);
+        const std::size_t cells = elements + 1 - lost[k].size();  // and a facet
+        const std::string vtu = read_file(folder.file(formatted("log/full_%06zu.vtu", k + 1)));
+        EXPECT_TRUE(contains(
+            vtu, formatted("NumberOfPoints=\"%d\" NumberOfCells=\"%zu\"", made.run.mesh.node_num(), cells)))
+            << vtu.substr(0, 300);
+    }
+    // one that goes on ends in the same bytes
+    folder.write("log/frames_full.txt", bytes.substr(0, first.bytes));
+    FramesWriter again;
+    again.go_on("data\\full.txt", made.run, first);
+    for (std::size_t k = 1; k < 3; ++k) again.add(*made.run.results[k], row(k), static_cast<int>(k) + 1);
+    EXPECT_EQ(read_file(folder.file("log/frames_full.txt")), bytes);
 }
 
 TEST_F(Frames, GoOnBehindTheFramesThatAreThere) {
     const std::string bytes = write();
     folder.write("log/frames_full.txt", bytes.substr(0, ends[2] + 50));
     FramesWriter writer;
-    writer.go_on("data\\full.txt", log, {ends[2], 0});
+    writer.go_on("data\\full.txt", made.run, {ends[2], 0});
     writer.add(*made.run.results[2], std::span(made.run.history.values).subspan(4, 2), 3);
     EXPECT_EQ(read_file(folder.file("log/frames_full.txt")), bytes);
 }

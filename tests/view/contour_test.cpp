@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 
 #include "support/box_mesh.h"
@@ -255,6 +256,55 @@ TEST_F(PictureOf, RecomputesWhatDependsOnTheChange) {
     EXPECT_EQ(changed(), "fcs");
     picture.mesh_changed();
     EXPECT_EQ(changed(), "fcs");
+}
+
+// Faces follow what a frame has lost, ranges the nodes that it draws; a node that lost its last element
+// counts in no frame.
+TEST_F(PictureOf, LeavesOutWhatAFrameHasLost) {
+    Frame torn = *run.results[1];
+    torn.removed = {0, 1};  // a row along x
+    const std::vector<char> bare = bare_nodes(run.mesh, torn.removed);
+    for (std::int32_t n = 0; n < run.mesh.node_num(); ++n) {
+        const double* x = run.mesh.node(n);
+        torn.mode_vec[3 * n] = bare[n] ? 1e6 : x[0] == 1 && x[1] == 0.5 && x[2] == 0.5 ? 7 : 1;
+    }
+    ASSERT_GT(std::ranges::count(bare, 1), 0);
+    run.ana_type = explicit_dynamics;
+    run.results[1] = std::make_shared<const Frame>(torn);
+    run.results.push_back(std::make_shared<const Frame>(torn));
+    EXPECT_EQ(changed(), "fcs");
+    EXPECT_EQ(picture.outside().triangle_num(), 6 * 4 * 2);
+    state.frame = 2;
+    EXPECT_EQ(changed(), "fcs");
+    const std::int64_t torn_triangles = picture.outside().triangle_num();
+    EXPECT_NE(torn_triangles, 6 * 4 * 2);
+    for (const std::int32_t e : picture.outside().triangle_element) EXPECT_GT(e, 1);
+    EXPECT_TRUE(picture.is_removed(1) && !picture.is_removed(2));
+    EXPECT_EQ(picture.range()->high.value, 7) << "in the middle, laid bare";
+    state.frame = 3;
+    EXPECT_EQ(changed(), "-cs") << "the same elements are missing";
+    state.all_frames_range = true;
+    changed();
+    EXPECT_EQ(picture.range()->high.value, 7);
+    EXPECT_EQ(picture.range()->high.frame, 2);
+    const ValueRange range = *picture.range();
+    state.frame = 1;
+    EXPECT_EQ(changed(), "fcs");
+    EXPECT_EQ(picture.outside().triangle_num(), 6 * 4 * 2);
+    EXPECT_EQ(picture.range()->high.node, range.high.node);
+    state.transparency = 0.5;
+    state.frame = 2;
+    changed();
+    EXPECT_EQ(picture.faces().triangle_num(), 6 * 6 * 2);
+    state.result_ready = false;  // the model alone
+    changed();
+    EXPECT_EQ(picture.outside().triangle_num(), 6 * 4 * 2);
+    state.result_ready = true;
+    changed();
+    picture.mesh_changed();
+    run.results.assign(1, std::make_shared<const Frame>(run.mesh.dof_num()));
+    changed();
+    EXPECT_EQ(picture.outside().triangle_num(), 6 * 4 * 2) << "of another run";
 }
 
 TEST_F(PictureOf, ShowsNoValuesWithoutResults) {

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <numeric>
 #include <set>
 
 #include "support/box_mesh.h"
@@ -110,6 +112,50 @@ TEST_P(SurfaceOf, PartsThatAreHiddenOrTranslucentUncoverTheirNeighbours) {
         both.triangle_element.resize(both.parts[0].count);
         EXPECT_NEAR(volume_inside(mesh, both), gone ? 4 : 2, 1e-12);
     }
+}
+
+// Elements that are taken out go as a hidden part does, and the ends of the range stay closed.
+TEST_P(SurfaceOf, RemovedElementsUncoverTheirNeighbours) {
+    const FaceNumbers numbers = number_faces(mesh);
+    cut_in_two(mesh);
+    std::vector<std::int32_t> out{-1}, scattered;
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        if (mesh.p_ele_part_id[e] == 1) out.push_back(e);
+        if (e % 5 == 0 || e % 7 == 3) scattered.push_back(e);
+    }
+    out.push_back(mesh.element_num());  // of another mesh, as the first
+    PartLooks looks(2);
+    looks[1].visible = false;
+    for (const Faces faces : {Faces::free, Faces::all}) {
+        const Surface hidden = build_surface(mesh, faces, part_choice(looks)),
+                      left = build_surface(mesh, faces, {}, {out, &numbers});
+        EXPECT_EQ(left.triangles, hidden.triangles);
+        EXPECT_EQ(left.triangle_element, hidden.triangle_element);
+        EXPECT_EQ(left.edges, hidden.edges);
+        EXPECT_EQ(left.outline, hidden.outline);
+    }
+    const double share = static_cast<double>(scattered.size()) / mesh.element_num();
+    const Surface free = build_surface(mesh, Faces::free, {}, {scattered, &numbers}),
+                  all = build_surface(mesh, Faces::all, {}, {scattered, &numbers});
+    EXPECT_NEAR(volume_inside(mesh, free), volume_inside(mesh, all), 1e-12);
+    if (GetParam() == ElementKind::hexahedron) {
+        EXPECT_NEAR(volume_inside(mesh, free), 6 * (1 - share), 1e-12);
+    }
+    const std::vector<char> bare = bare_nodes(mesh, scattered);
+    for (std::int32_t n = 0; n < mesh.node_num(); ++n)
+        EXPECT_EQ(std::ranges::binary_search(all.nodes, n), !bare[n]) << n;
+    EXPECT_TRUE(bare_nodes(mesh, {}).empty());
+    // a face of three elements shows where one of them is left
+    mesh.connectivity.insert(mesh.connectivity.end(), mesh.element(0).begin(), mesh.element(0).end());
+    mesh.p_ele_part_id.push_back(0);
+    const std::int32_t twin = mesh.element_num() - 1;
+    std::vector<std::int32_t> others(twin);
+    std::iota(others.begin(), others.end(), 0);
+    const FaceNumbers doubled = number_faces(mesh);
+    EXPECT_EQ(build_surface(mesh, Faces::free, {}, {others, &doubled}).triangle_num(),
+              face_table(GetParam()).faces * face_table(GetParam()).triangles_per_face);
+    others.erase(others.begin());
+    EXPECT_EQ(build_surface(mesh, Faces::free, {}, {others, &doubled}).triangle_num(), 0);
 }
 
 TEST_P(SurfaceOf, HighlightsFacesWithTheirRimAndParts) {

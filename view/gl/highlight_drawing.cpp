@@ -44,8 +44,10 @@ void HighlightDrawing::update(const Picture& picture, const SceneTables& tables,
 void HighlightDrawing::find(const Picture& picture, const SceneTables& tables) {
     const Mesh& mesh = tables.mesh();
     Surface surface;
-    if (!highlight_.faces.empty() || !highlight_.parts.empty())
-        surface = highlight_surface(mesh, picture.outside(), highlight_);
+    Highlight left = highlight_;
+    std::erase_if(left.faces, [&](const ElementFace& face) { return picture.is_removed(face.element); });
+    if (!left.faces.empty() || !left.parts.empty())
+        surface = highlight_surface(mesh, picture.outside(), left);
     nodes_ = surface.nodes;
     const auto send = [&](Buffer& buffer, const std::vector<std::int32_t>& nodes) {
         std::vector<std::uint32_t> indices(nodes.size());
