@@ -11,6 +11,7 @@
 #include "app/sweep.h"
 #include "input/model_reader.h"
 #include "model/element_kind.h"
+#include "model/section.h"
 
 namespace kestralum {
 
@@ -25,6 +26,7 @@ struct BatchOptions : CommonOptions {
     double checkpoint_seconds = 0;              // explicit: between checkpoints; 0: none
     bool restart = false;                       // explicit: goes on from the last checkpoint
     std::vector<std::array<double, 3>> probes;  // places whose nearest nodes are told, m
+    std::vector<SectionPlane> sections;         // planes whose forces are told
     bool mean_dilatation = false;               // explicit: hexahedra with one pressure
     std::optional<HexahedronForm> hexahedra;    // in place of the model's
     bool prestress = false;                     // eigen: with the stresses of the loads

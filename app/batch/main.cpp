@@ -16,6 +16,7 @@
 #include "app/export_model.h"
 #include "app/run_process.h"
 #include "app/run_summary.h"
+#include "app/section_table.h"
 #include "app/sweep.h"
 #include "app/sweep_table.h"
 #include "app/verify.h"
@@ -112,10 +113,23 @@ void complete_report(const Input& input, const std::string& replaced, RunReport&
     report.stages = std::move(stages);
 }
 
+void tell_sections(const Model& model, Run& run, Progress& progress) {
+    if (run.sections.empty() || !run.report.has_results()) return;
+    print_sections(model, run, progress);
+    if (write_sections(model, run, progress))
+        progress.summary(
+            "sections               %s\n",
+            paths::to_platform(section_file_name(model.model_file_name), run.origin.options.log_folder)
+                .c_str());
+    else
+        run.report.status = RunStatus::failed;
+}
+
 RunOptions run_options(const BatchOptions& options) {
     RunOptions out;
     out.log_folder = options.log_folder;
     out.probes = options.probes;
+    out.sections = options.sections;
     out.mean_dilatation = options.mean_dilatation;
     out.hexahedra = options.hexahedra;
     out.load_case = options.load_case;
@@ -144,6 +158,7 @@ ExitStatus run_analysis(const BatchOptions& options, const Settings& settings, c
                        .vtu = vtu,
                        .factor_files = list_factor_files(options.log_folder)},
                       progress);
+    tell_sections(input.model, run, progress);
     for (const std::string& error : run.report.remarks.errors) progress.error("%s", error.c_str());
     return exit_status(run.report.status);
 }
