@@ -76,6 +76,7 @@ struct RunOptions {
                                                 // of its points has yielded
     std::optional<HexahedronForm> hexahedra;    // in place of the model's
     bool vtu_frames = false;                    // explicit: a file for ParaView as each frame is reached
+    bool vtu_quantities = false;                // with the further quantities of every frame
     bool keep_frames = false;                   // explicit: the frames file stays when the run has ended
     bool frames_on_disk = false;                // explicit: only the last frame stays in memory
     double checkpoint_seconds = 0;              // explicit: between checkpoints, by the clock; 0: none

@@ -47,9 +47,25 @@ std::string add_section(BatchOptions& options, const std::string& text) {
     return read_section_plane(text, options.sections.emplace_back());
 }
 
+std::string add_line(BatchOptions& options, const std::string& text) {
+    return read_line_request(text, options.lines.emplace_back());
+}
+
 // What takes results apart; empty where nothing of it is given.
 std::string of_results(const BatchOptions& options) {
-    return options.sections.empty() ? "" : "--section";
+    if (!options.sections.empty()) return "--section";
+    if (!options.lines.empty()) return "--line";
+    return options.quantities ? "--quantities" : "";
+}
+
+// What of it does not go with the analysis or the other options.
+std::string check_results(const BatchOptions& options) {
+    const AnalysisEntry* const analysis = find_analysis(options.command);
+    const bool shapes = analysis && has_shapes(analysis->type);
+    if (shapes && (!options.sections.empty() || options.quantities))
+        return std::string(options.quantities ? "--quantities" : "--section") +
+               " goes with static, nonlinear or explicit: shapes have any size";
+    return options.quantities && !options.vtu ? "--quantities goes with --vtu" : "";
 }
 
 std::string choose_hexahedra(BatchOptions& options, const std::string& text) {
@@ -132,6 +148,14 @@ CommandLine describe(BatchOptions& options, Files files) {
                    "section_MODEL.csv; PLANE: x=0.1, y= or z=, metres, or \"px py pz nx ny nz\", a point\n"
                    "and the normal; repeatable",
                    [&options](const std::string& text) { return add_section(options, text); });
+    line.add_value("--line", "\"X Y Z X Y Z N\"",
+                   "displacements, stresses and further quantities at N points from one place to another,\n"
+                   "metres, into line_MODEL.csv; repeatable",
+                   [&options](const std::string& text) { return add_line(options, text); });
+    line.add_flag("--quantities",
+                  "static, nonlinear, explicit: principal stresses, pressure, energy density, safety factor\n"
+                  "and others in the files of --vtu too",
+                  options.quantities);
     line.add_text("--only", "WORD", "verify: the cases whose names begin with the word", options.only);
     line.add_text("--case", "NAME",
                   "the load case or combination that acts; without it static computes them all, the others\n"
@@ -206,11 +230,8 @@ std::string check_command(const BatchOptions& options) {
     if (options.mean_dilatation && options.hexahedra) return "--mean-dilatation does not go with --hexahedra";
     if (options.prestress && options.command != "eigen-subspace" && options.command != "eigen-lanczos")
         return "--prestress goes with eigen-subspace or eigen-lanczos";
-    if (const auto* analysis = find_analysis(options.command);
-        analysis && has_shapes(analysis->type) && !options.sections.empty())
-        return "--section goes with static, nonlinear or explicit: shapes have any size";
     if (const std::string refused = check_sweep(options); !refused.empty()) return refused;
-    if (options.command != "check" && !exports) return {};
+    if (options.command != "check" && !exports) return check_results(options);
     if (!options.probes.empty()) return options.command + " computes nothing: --probe goes with an analysis";
     if (const std::string fields = of_results(options); !fields.empty())
         return options.command + " computes nothing: " + fields + " goes with an analysis";

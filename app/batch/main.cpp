@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "analysis/analysis_table.h"
+#include "analysis/quantity_fields.h"
 #include "app/batch/batch_options.h"
 #include "app/export_model.h"
 #include "app/run_process.h"
@@ -90,7 +91,8 @@ std::string write_for_paraview(const BatchOptions& options, const Model& model, 
         run.report.fail(RunStatus::failed, "the file for ParaView cannot be written");
         return {};
     }
-    if (steps ? write_vtu_frames(model, run, progress) : write_vtu(model, run, progress))
+    const PointFields more = options.quantities ? quantity_fields(model, run.mesh) : PointFields{};
+    if (steps ? write_vtu_frames(model, run, progress, more) : write_vtu(model, run, progress, more))
         return steps ? pvd_file_name(model.model_file_name) : vtu_file_name(model.model_file_name);
     if (progress.cancelled() && !was_stopped)
         run.report.fail(RunStatus::cancelled, "stopped on request");
@@ -111,6 +113,16 @@ void complete_report(const Input& input, const std::string& replaced, RunReport&
     std::vector<Stage> stages = input.stages;
     for (const Stage& stage : report.stages) add_stage(stages, stage);
     report.stages = std::move(stages);
+}
+
+void tell_lines(const BatchOptions& options, const Model& model, Run& run, Progress& progress) {
+    if (options.lines.empty() || !run.report.has_results()) return;
+    if (write_lines(model, run, options.lines, progress))
+        progress.summary(
+            "lines                  %s\n",
+            paths::to_platform(line_file_name(model.model_file_name), options.log_folder).c_str());
+    else
+        run.report.status = RunStatus::failed;
 }
 
 void tell_sections(const Model& model, Run& run, Progress& progress) {
@@ -135,6 +147,7 @@ RunOptions run_options(const BatchOptions& options) {
     out.load_case = options.load_case;
     out.prestress = options.prestress;
     out.vtu_frames = options.vtu && options.command == "explicit";
+    out.vtu_quantities = options.quantities;
     out.keep_frames = options.keep_frames;
     out.frames_on_disk = true;  // nothing is shown
     out.checkpoint_seconds = options.checkpoint_seconds;
@@ -159,6 +172,7 @@ ExitStatus run_analysis(const BatchOptions& options, const Settings& settings, c
                        .factor_files = list_factor_files(options.log_folder)},
                       progress);
     tell_sections(input.model, run, progress);
+    tell_lines(options, input.model, run, progress);
     for (const std::string& error : run.report.remarks.errors) progress.error("%s", error.c_str());
     return exit_status(run.report.status);
 }

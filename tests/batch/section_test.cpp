@@ -1,6 +1,6 @@
 // Planes and lines on the command line: tables, files, refusals.
 #include "batch_run.h"
-#include "support/text_checks.h"
+#include "model/token_reader.h"
 
 namespace kestralum {
 namespace {
@@ -43,6 +43,61 @@ TEST_F(BatchSections, WhatIsNoPlaneIsRefused) {
             << text;
     for (const char* line : {"check bar.txt --section x=1", "eigen-lanczos bar.txt --section x=1",
                              "verify --section x=1", "static bar.txt --sweep P=1,2 --section x=1"})
+        refused(line);
+}
+
+// The bar's displacement is linear, its stress the same everywhere.
+TEST_F(BatchSections, LinesTellWhatIsAlongThem) {
+    const auto ended = run("static bar.txt --quiet --line \"-0.05 0.01 0.01 0.2 0.01 0.01 6\"");
+    ASSERT_EQ(ended.status, 0) << ended.err;
+    EXPECT_TRUE(testing::contains(ended.out, "1 of its 6 points are outside the body")) << ended.out;
+    const auto lines = testing::lines_of(bytes("log/line_bar.csv"));
+    ASSERT_EQ(lines.size(), 7u);
+    for (std::size_t k = 0; k < lines.size(); ++k) {
+        std::vector<std::string> fields(1);
+        for (const char c : lines[k]) {
+            if (c == ',')
+                fields.emplace_back();
+            else
+                fields.back() += c;
+        }
+        ASSERT_GE(fields.size(), 22u);
+        if (k == 0) {
+            EXPECT_EQ(fields[9], "ux[m]");
+            EXPECT_EQ(fields[18], "mises[Pa]");
+        } else if (k == 1) {
+            EXPECT_EQ(fields[8], "0");
+            EXPECT_TRUE(fields[9].empty() && fields.back().empty());
+        } else {
+            const double x = 0.05 * (static_cast<double>(k) - 2);
+            EXPECT_NEAR(*parse_double(fields[4]), x + 0.05, 1e-9);
+            EXPECT_NEAR(*parse_double(fields[9]), testing::bar_end * x / 0.2, 1e-6 * testing::bar_end);
+            EXPECT_NEAR(*parse_double(fields[18]), testing::bar_mises, 1e-6 * testing::bar_mises);
+        }
+    }
+}
+
+TEST_F(BatchSections, FurtherQuantitiesStandInTheFilesForParaView) {
+    folder.write("bar.ana", "x explicit d_time 1e-7 end_time 2e-6 output_frequency 10 END");
+    ASSERT_EQ(run("static bar.txt --quiet --vtu").status, 0);
+    EXPECT_FALSE(testing::contains(bytes("log/bar.vtu"), "principal_stress_1"));
+    ASSERT_EQ(run("static bar.txt --quiet --vtu --quantities").status, 0);
+    ASSERT_EQ(run("explicit bar.txt --quiet --vtu --quantities").status, 0);
+    for (const char* file : {"log/bar.vtu", "log/bar_000002.vtu"})
+        for (const char* name : {"\"mises\"", "\"principal_stress_1\"", "\"principal_direction_3\"",
+                                 "\"strain_energy_density\"", "\"safety_factor\""})
+            EXPECT_TRUE(testing::contains(bytes(file), std::string("Name=") + name)) << file << name;
+    EXPECT_TRUE(testing::contains(bytes("log/bar.vtu"), "Name=\"stress_error\""));
+}
+
+TEST_F(BatchSections, WhatIsNoLineIsRefused) {
+    for (const char* text :
+         {"", "0 0 0 1 1 1", "0 0 0 1 1 1 1", "0 0 0 1 1 x 5", "0 0 0 1 1 1 5 6", "0 0 0 1 1 1 2.5"})
+        EXPECT_TRUE(
+            testing::contains(refused("static bar.txt --line \"" + std::string(text) + "\"").err, "--line"))
+            << text;
+    for (const char* line : {"check bar.txt --line \"0 0 0 1 1 1 2\"", "static bar.txt --quantities",
+                             "eigen-lanczos bar.txt --vtu --quantities", "frames bar.txt --vtu --quantities"})
         refused(line);
 }
 
