@@ -13,6 +13,10 @@ std::vector<char> held_nodes(const Job& job, const Freedoms& freedoms) {
     for (const BoundaryCondition& record : job.model.boundary_conditions)
         if (record.options.spring.given() || record.options.normal_spring.given())
             for (const std::int32_t n : select_nodes(record, job.mesh())) held[n] = 1;
+    const ConstraintMap& map = freedoms.constraints.map;
+    for (const std::int32_t n : map.special_nodes())
+        if (map.is_tied(n))
+            for (const auto& [other, weight] : map.weights_of(n)) held[other] = 1;  // which it leans on
     for (const RigidBody& body : freedoms.rigid.bodies)
         for (const std::int32_t n : body.members) held[n] = 1;
     return held;

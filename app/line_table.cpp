@@ -1,8 +1,9 @@
 #include "app/line_table.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
+#include <span>
+#include <utility>
 
 #include "fields/locate.h"
 #include "fields/quantities.h"
@@ -16,7 +17,7 @@ namespace kestralum {
 
 namespace {
 
-constexpr std::int32_t most_line_points = 1'000'000;
+constexpr std::int32_t most_line_points = 100'000;
 
 // One column of a frame: a component of a nodal table.
 struct Column {
@@ -69,15 +70,63 @@ void append_row(std::string& text, const LinePoint& point, const Mesh& mesh,
     text += '\n';
 }
 
+const MeshSet* set_of(const Mesh& mesh, const std::string& name) {
+    const auto at = std::ranges::find(mesh.sets, name, &MeshSet::name);
+    return at == mesh.sets.end() ? nullptr : &*at;
+}
+
+std::vector<LinePoint> points_of(const Mesh& mesh, const Locator& locator, const LineRequest& line) {
+    if (line.set.empty()) return line_points(locator, line.from, line.to, line.count);
+    std::vector<LinePoint> out;
+    for (const std::int32_t n : set_of(mesh, line.set)->nodes) {
+        const Vec3 place = place_of(mesh, n);
+        const double distance = out.empty() ? 0 : norm(minus(place, out.front().place));
+        out.push_back({place, distance, locator.find(place)});
+    }
+    return out;
+}
+
+void write_rows(const Model& model, const Run& run, const std::vector<LineRequest>& lines,
+                std::span<const std::vector<LinePoint>> points, TextOutput& file) {
+    const std::vector<std::int32_t> material = node_materials(model, run.mesh);
+    bool headed = false;
+    for (std::size_t k = 0; k < run.results.size(); ++k) {
+        const Frame& frame = *run.results[k];
+        if (frame.mode_vec.empty()) continue;  // on disk alone
+        const std::vector<Column> columns = columns_of(model, run, material, frame);
+        std::string text;
+        if (!std::exchange(headed, true)) {
+            text = "line,frame,name,value,distance[m],x[m],y[m],z[m],element";
+            for (const Column& column : columns) text += ',' + column.heading;
+            text += '\n';
+        }
+        for (std::size_t l = 0; l < lines.size(); ++l) {
+            std::string head =
+                csv_field(lines[l].name) + ',' + std::to_string(k + 1) + ',' + csv_field(frame.name) + ',';
+            append_e(head, frame.n_freq);
+            for (const LinePoint& point : points[l]) {
+                text += head;
+                append_row(text, point, run.mesh, columns);
+            }
+        }
+        file.write(text);
+    }
+}
+
 }  // namespace
 
 std::string read_line_request(const std::string& text, LineRequest& line) {
     const std::string refused =
         "--line wants \"x y z x y z n\", two places in metres and how many points "
-        "from 2 to 1000000, not '" +
+        "from 2 to 100000, or \"set NAME\", not '" +
         text + "'";
     TokenReader tokens(text);
     line.name = text;
+    if (tokens.peek() == "set") {
+        tokens.next();
+        line.set = tokens.next();
+        return line.set.empty() || !tokens.at_end() ? refused : "";
+    }
     for (Vec3* place : {&line.from, &line.to})
         for (double& value : *place) {
             const auto number = tokens.next_double();
@@ -95,50 +144,27 @@ std::string line_file_name(std::string_view model_file_name) {
     return "log\\line_" + base.substr(0, base.rfind('.')) + ".csv";
 }
 
-std::string line_csv(const Model& model, const Run& run, const std::vector<LineRequest>& lines,
-                     std::vector<std::int64_t>& outside) {
-    const Locator locator(run.mesh);
-    const std::vector<std::int32_t> material = node_materials(model, run.mesh);
-    std::vector<std::vector<LinePoint>> points;
-    for (const LineRequest& line : lines) {
-        points.push_back(line_points(locator, line.from, line.to, line.count));
-        outside.push_back(std::ranges::count_if(
-            points.back(), [](const LinePoint& point) { return point.where.element < 0; }));
-    }
-    std::string text;
-    for (std::size_t k = 0; k < run.results.size(); ++k) {
-        const Frame& frame = *run.results[k];
-        if (frame.mode_vec.empty()) continue;  // on disk alone
-        const std::vector<Column> columns = columns_of(model, run, material, frame);
-        if (text.empty()) {
-            text = "line,frame,name,value,distance[m],x[m],y[m],z[m],element";
-            for (const Column& column : columns) text += ',' + column.heading;
-            text += '\n';
-        }
-        for (std::size_t l = 0; l < lines.size(); ++l) {
-            std::string head =
-                csv_field(lines[l].name) + ',' + std::to_string(k + 1) + ',' + csv_field(frame.name) + ',';
-            append_e(head, frame.n_freq);
-            for (const LinePoint& point : points[l]) {
-                text += head;
-                append_row(text, point, run.mesh, columns);
-            }
-        }
-    }
-    return text;
+const LineRequest* without_set(const Mesh& mesh, const std::vector<LineRequest>& lines) {
+    for (const LineRequest& line : lines)
+        if (!line.set.empty() && !set_of(mesh, line.set)) return &line;
+    return nullptr;
 }
 
 bool write_lines(const Model& model, const Run& run, const std::vector<LineRequest>& lines,
                  Progress& progress) {
-    std::vector<std::int64_t> outside;
-    const std::string text = line_csv(model, run, lines, outside);
-    for (std::size_t l = 0; l < lines.size(); ++l)
-        if (outside[l] > 0)
-            progress.summary("note: line %s: %lld of its %d points are outside the body\n",
-                             lines[l].name.c_str(), static_cast<long long>(outside[l]), lines[l].count);
+    const Locator locator(run.mesh);
+    std::vector<std::vector<LinePoint>> points;
+    for (const LineRequest& line : lines) {
+        points.push_back(points_of(run.mesh, locator, line));
+        const auto outside = std::ranges::count_if(
+            points.back(), [](const LinePoint& point) { return point.where.element < 0; });
+        if (outside > 0)
+            progress.summary("note: line %s: %td of its %zu points are outside the body\n", line.name.c_str(),
+                             outside, points.back().size());
+    }
     const std::string trouble = write_whole(
         line_file_name(model.model_file_name), run.origin.options.log_folder,
-        [&](TextOutput& file) { file.write(text); }, progress);
+        [&](TextOutput& file) { write_rows(model, run, lines, points, file); }, progress);
     if (!trouble.empty()) progress.error("%s", trouble.c_str());
     return trouble.empty();
 }

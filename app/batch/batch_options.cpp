@@ -148,10 +148,12 @@ CommandLine describe(BatchOptions& options, Files files) {
                    "section_MODEL.csv; PLANE: x=0.1, y= or z=, metres, or \"px py pz nx ny nz\", a point\n"
                    "and the normal; repeatable",
                    [&options](const std::string& text) { return add_section(options, text); });
-    line.add_value("--line", "\"X Y Z X Y Z N\"",
-                   "displacements, stresses and further quantities at N points from one place to another,\n"
-                   "metres, into line_MODEL.csv; repeatable",
-                   [&options](const std::string& text) { return add_line(options, text); });
+    line.add_value(
+        "--line", "LINE",
+        "displacements, stresses and further quantities along a line, into line_MODEL.csv;\n"
+        "LINE: \"x y z x y z n\", two places, metres, and a number of points, or \"set NAME\", the\n"
+        "nodes of a set; repeatable",
+        [&options](const std::string& text) { return add_line(options, text); });
     line.add_flag("--quantities",
                   "static, nonlinear, explicit: principal stresses, pressure, energy density, safety factor\n"
                   "and others in the files of --vtu too",

@@ -298,6 +298,10 @@ ExitStatus run(const BatchOptions& options, Progress& progress) {
     if (!options.sweep.empty()) return sweep(options, settings, progress);
     Input input;
     if (!read_input(options, input, progress)) return progress.cancelled() ? exit_incomplete : exit_bad_input;
+    if (const LineRequest* line = without_set(input.model.mesh, options.lines)) {
+        progress.error("--line: the model has no set '%s'", line->set.c_str());
+        return exit_bad_input;
+    }
     return run_analysis(options, settings, input, progress);
 }
 

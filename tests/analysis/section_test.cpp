@@ -134,6 +134,53 @@ TEST_F(Sections, TellWhatEachPartCarries) {
     expect_balance(sum, 0.1, 0.1);
 }
 
+// What holds the side cut off, and stresses without loads.
+TEST_F(Sections, CountSpringsTiesRigidElementsAndHeat) {
+    const auto carried_of = [&](const SectionPlane& plane, const std::string& text) {
+        options.sections = {plane};
+        if (!AnalysisTest::read(text)) return SectionSum{};
+        expect_done(analyse(analyse_static));
+        const SectionSum sum = result.sections.at(0);
+        const double size = norm(sum.carried.force);
+        expect_balance(sum, 1e-6 * size, 1e-6 * size);
+        return sum;
+    };
+    // a block on springs
+    SectionSum sum = carried_of(plane_at({0, 0, 0.05}, {0.01, 0, 1}),
+                                ModelText{.parts = rect("b", "1 0.5 0.1", "4 2 1"),
+                                          .supports = "BED plane z 0 0 0 0 0 0 spring=1e8",
+                                          .rigid = "% load_info W force TOP 0 0 -1000 %",
+                                          .others = "set_info TOP plane z 0.1 % "});
+    EXPECT_NEAR(sum.held.force[2], 1000, 1e-3);
+    // a block tied onto another that does not fit it: below and above the tie the pressure is carried
+    for (const double z : {0.6, 1.6}) {
+        sum = carried_of(
+            plane_at({0, 0, z}, {0, 0, 1}),
+            ModelText{.parts = rect("a", "1 1 1", "2 2 2") + rect("b", "1 1 1", "3 3 2", "0 0 1.001"),
+                      .supports = "Z plane z 0 0 0 0 0 0",
+                      .rigid = "% load_info P pressure TOP 1e8 % tie_info T B.FOOT A.ROOF tolerance=0.01 %",
+                      .others = "set_info A_ALL part a B_ALL part b ZONE plane z 1 tol=0.0005 FOOT_Z plane z "
+                                "1.001 tol=0.0005 A.ROOF intersection A_ALL,ZONE B.FOOT intersection "
+                                "B_ALL,FOOT_Z TOP plane z 2.001 %\n"});
+        EXPECT_NEAR(sum.carried.force[2], -1e8, 1e-6 * 1e8);
+    }
+    // a bar with a rigid end under a force and a moment
+    sum = carried_of(plane_at({0.45, 0.1, 0.05}, {1, 0.2, 0.1}),
+                     ModelText{.parts = rect("b", "1 0.2 0.1", "6 2 2"),
+                               .supports = "A plane x 0 0 0 0 0 0",
+                               .rigid = "E area 1 0.1 0.05 1 1 0 0.2 0 0.1 % rigid_force F E z -500 %"});
+    EXPECT_NEAR(sum.carried.force[2], -500, 1e-3);
+    // a heated bar between two walls: E α ΔT A
+    sum = carried_of(
+        plane_at({0.45, 0.1, 0.05}, {1, 0, 0}),
+        ModelText{.material = "7800 2e11 0 alpha=1e-5",
+                  .parts = rect("b", "1 0.2 0.1", "6 2 2"),
+                  .supports = "A plane x 0 0 0 0 0 0 fix=x B plane x 1 1 0 0 0 0 fix=x C plane y 0 "
+                              "0 0 0 0 0 fix=y D plane z 0 0 0 0 0 0 fix=z",
+                  .rigid = "% load_info H temperature all 50 %"});
+    EXPECT_NEAR(sum.carried.force[0], -2e11 * 1e-5 * 50 * 0.02, 1e-6 * 2e6);
+}
+
 // Bent far and beyond its yield stress the beam's moments are those about the displaced section.
 TEST_F(Sections, BalanceTheDisplacedBodyOfANonlinearRun) {
     options.sections = {plane_at({0.45, 0.1, 0.05}, {1, 0.3, -0.2})};

@@ -77,6 +77,21 @@ TEST_F(BatchSections, LinesTellWhatIsAlongThem) {
     }
 }
 
+TEST_F(BatchSections, SetsTellWhatIsAtTheirNodes) {
+    std::string text = testing::bar_text;
+    text.insert(text.find("boundary_condition"), "set_info END_ plane x L %\n");
+    folder.write("set.txt", text);
+    ASSERT_EQ(run("static set.txt --quiet --line \"set END_\"").status, 0);
+    const auto lines = testing::lines_of(bytes("log/line_set.csv"));
+    ASSERT_EQ(lines.size(), 10u);  // heading, three by three nodes
+    for (std::size_t k = 1; k < lines.size(); ++k) {
+        EXPECT_TRUE(lines[k].starts_with("set END_,1,,")) << lines[k];
+        EXPECT_TRUE(testing::contains(lines[k], ",2.000000e-01,")) << lines[k];
+        EXPECT_TRUE(testing::contains(lines[k], ",2.500000e-06,")) << lines[k];
+    }
+    EXPECT_TRUE(testing::contains(refused("static set.txt --line \"set START\"").err, "no set 'START'"));
+}
+
 TEST_F(BatchSections, FurtherQuantitiesStandInTheFilesForParaView) {
     folder.write("bar.ana", "x explicit d_time 1e-7 end_time 2e-6 output_frequency 10 END");
     ASSERT_EQ(run("static bar.txt --quiet --vtu").status, 0);
@@ -91,8 +106,8 @@ TEST_F(BatchSections, FurtherQuantitiesStandInTheFilesForParaView) {
 }
 
 TEST_F(BatchSections, WhatIsNoLineIsRefused) {
-    for (const char* text :
-         {"", "0 0 0 1 1 1", "0 0 0 1 1 1 1", "0 0 0 1 1 x 5", "0 0 0 1 1 1 5 6", "0 0 0 1 1 1 2.5"})
+    for (const char* text : {"", "0 0 0 1 1 1", "0 0 0 1 1 1 1", "0 0 0 1 1 x 5", "0 0 0 1 1 1 5 6", "set",
+                             "set A B", "0 0 0 1 1 1 2.5"})
         EXPECT_TRUE(
             testing::contains(refused("static bar.txt --line \"" + std::string(text) + "\"").err, "--line"))
             << text;
