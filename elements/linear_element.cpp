@@ -127,6 +127,14 @@ void balancing_stresses(const ElementType& type, const ElementPoints& points, He
     if (form_of(type, form) == HexahedronForm::mean_dilatation) average_trace(type, points, out);
 }
 
+void stress_forces(const ElementType& type, const ElementPoints& points, HexahedronForm form,
+                   const double* stress, double* fe) {
+    double balancing[6 * most_points];
+    balancing_stresses(type, points, form, stress, balancing);
+    std::fill_n(fe, 3 * type.nodes, 0.0);
+    add_forces(type, points, balancing, fe);
+}
+
 void initial_strain_forces(const ElementType& type, const ElementPoints& points, const IsotropicModuli& D,
                            HexahedronForm form, const double* initial, double* fe) {
     double stress[6 * most_points];

@@ -27,6 +27,10 @@ void element_stresses(const ElementType& type, const ElementPoints& points, cons
 void balancing_stresses(const ElementType& type, const ElementPoints& points, HexahedronForm form,
                         const double* stress, double* out);
 
+// Nodal forces of the points' stresses in the form, fe: 3·nodes, N: Σ w Bᵀ of the balancing stresses.
+void stress_forces(const ElementType& type, const ElementPoints& points, HexahedronForm form,
+                   const double* stress, double* fe);
+
 // Nodal forces of an initial strain (points × 6), fe: 3·nodes, N: what joins the loads in Ke u = f.
 void initial_strain_forces(const ElementType& type, const ElementPoints& points, const IsotropicModuli& D,
                            HexahedronForm form, const double* initial, double* fe);

@@ -15,6 +15,7 @@
 #include "model/mesh.h"
 #include "model/model.h"
 #include "model/run_report.h"
+#include "model/section.h"
 #include "model/settings.h"
 
 namespace kestralum {
@@ -76,15 +77,17 @@ struct RunOptions {
                                                 // of its points has yielded
     std::optional<HexahedronForm> hexahedra;    // in place of the model's
     bool vtu_frames = false;                    // explicit: a file for ParaView as each frame is reached
+    bool vtu_quantities = false;                // with the further quantities of every frame
     bool keep_frames = false;                   // explicit: the frames file stays when the run has ended
     bool frames_on_disk = false;                // explicit: only the last frame stays in memory
     double checkpoint_seconds = 0;              // explicit: between checkpoints, by the clock; 0: none
     bool restart = false;                       // explicit: goes on from the last checkpoint
-    std::vector<double> factors;       // nonlinear: of the load, one per increment; empty: k/step_num
-    std::string load_case;             // the case or combination that acts; empty: all loads
-    bool prestress = false;            // eigen: with the stiffness of the static state's stresses
-    double subspace_tolerance = 1e-6;  // eigen: relative change of the frequencies in one round
-    double lanczos_tolerance = 1e-9;   // eigen: |β s| / |θ| of the inverted operator
+    std::vector<double> factors;         // nonlinear: of the load, one per increment; empty: k/step_num
+    std::string load_case;               // the case or combination that acts; empty: all loads
+    std::vector<SectionPlane> sections;  // static, nonlinear, explicit: whose forces are told
+    bool prestress = false;              // eigen: with the stiffness of the static state's stresses
+    double subspace_tolerance = 1e-6;    // eigen: relative change of the frequencies in one round
+    double lanczos_tolerance = 1e-9;     // eigen: |β s| / |θ| of the inverted operator
 };
 
 // The form of hexahedra that is in force: the caller's, else the model's. Meshes of tetrahedra have none:
@@ -125,6 +128,7 @@ struct Run {
     std::shared_ptr<const FrameStore> stored;  // has the values of frames that hold their time alone; null:
                                                // all hold theirs
     HistoryRows history;  // nonlinear, explicit: what log/history_*.csv tells; none where read from a file
+    std::vector<SectionSum> sections;  // of the options' planes, frame by frame
     RunReport report;
 
     std::int32_t mode_num() const { return static_cast<std::int32_t>(results.size()); }

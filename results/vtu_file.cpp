@@ -1,6 +1,7 @@
 #include "results/vtu_file.h"
 
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "model/format.h"
@@ -34,7 +35,8 @@ std::vector<double> scalar(const Frame& frame, int component) {
 }
 
 // The fields of one frame; `suffix` distinguishes it from the others.
-void add_frame(const Frame& frame, const std::string& suffix, std::vector<VtuArray>& arrays) {
+void add_frame(const Frame& frame, const std::string& suffix, const PointFields& more,
+               std::vector<VtuArray>& arrays) {
     const auto add = [&](const char* name, int components, std::span<const double> values) {
         arrays.push_back(make_vtu_array<double>("Float64", (name + suffix).c_str(), components, values));
     };
@@ -42,24 +44,26 @@ void add_frame(const Frame& frame, const std::string& suffix, std::vector<VtuArr
     add("stress", 6, six_components(frame, 0));
     add("strain", 6, six_components(frame, 2));
     add("mises", 1, scalar(frame, 0));
+    if (!more) return;
+    for (const PointField& field : more(frame)) add(field.name.c_str(), field.components, field.values);
 }
 
 // A static analysis has its result in frame 1, with load cases one in every frame; an eigen or buckling
 // analysis has a shape in every frame.
-std::vector<VtuArray> point_arrays(const Run& run) {
+std::vector<VtuArray> point_arrays(const Run& run, const PointFields& more) {
     std::vector<VtuArray> arrays;
     if (run.results.empty() || run.results.front()->mode_vec.empty()) return arrays;
     if (!has_shapes(run.ana_type)) {
         const bool cases = run.results.size() > 1 && !run.results.front()->name.empty();
-        if (!cases) add_frame(*run.results.front(), "", arrays);
+        if (!cases) add_frame(*run.results.front(), "", more, arrays);
         for (std::size_t k = 0; cases && k < run.results.size(); ++k)
-            add_frame(*run.results[k], "_" + run.results[k]->name, arrays);
+            add_frame(*run.results[k], "_" + run.results[k]->name, more, arrays);
         return arrays;
     }
     const char* const name =
         run.ana_type == AnalysisType::eigen ? "_mode%03zu_%.6gHz" : "_mode%03zu_factor%.6g";
     for (std::size_t k = 0; k < run.results.size(); ++k)
-        add_frame(*run.results[k], formatted(name, k + 1, run.results[k]->n_freq), arrays);
+        add_frame(*run.results[k], formatted(name, k + 1, run.results[k]->n_freq), more, arrays);
     return arrays;
 }
 
@@ -81,9 +85,9 @@ std::string vtu_file_name(std::string_view model_file_name) {
     return file_name_of(model_file_name, ".vtu");
 }
 
-bool write_vtu(const Model& model, const Run& run, Progress& progress) {
+bool write_vtu(const Model& model, const Run& run, Progress& progress, const PointFields& more) {
     VtuGrid grid = make_vtu_grid(model, run.mesh);
-    grid.point_data = point_arrays(run);
+    grid.point_data = point_arrays(run, more);
     return told(
         write_vtu_grid(grid, vtu_file_name(model.model_file_name), run.origin.options.log_folder, progress),
         progress);
@@ -93,8 +97,8 @@ std::string pvd_file_name(std::string_view model_file_name) {
     return file_name_of(model_file_name, ".pvd");
 }
 
-VtuFrames::VtuFrames(const Model& model, const Run& run)
-    : model_(model), run_(run), grid_(make_vtu_grid(model, run.mesh)) {}
+VtuFrames::VtuFrames(const Model& model, const Run& run, PointFields more)
+    : model_(model), run_(run), grid_(make_vtu_grid(model, run.mesh)), more_(std::move(more)) {}
 
 std::string VtuFrames::add(const Frame& frame, const Progress& progress) {
     const std::string target = file_name_of(model_.model_file_name, formatted("_%06zu.vtu", ++frames_));
@@ -104,7 +108,7 @@ std::string VtuFrames::add(const Frame& frame, const Progress& progress) {
     }
     std::vector<VtuArray>& arrays = grid_.point_data;
     arrays.clear();
-    add_frame(frame, "", arrays);
+    add_frame(frame, "", more_, arrays);
     arrays.push_back(make_vtu_array<double>("Float64", "plastic_strain", 1, scalar(frame, 1)));
     const std::string trouble = write_vtu_grid(grid_, target, run_.origin.options.log_folder, progress);
     list_ += formatted("<DataSet timestep=\"%.9e\" part=\"0\" file=\"%s\"/>\n", frame.n_freq,
@@ -121,7 +125,7 @@ std::string VtuFrames::write_list(const Progress& progress) const {
     return write_whole(pvd_file_name(model_.model_file_name), run_.origin.options.log_folder, fill, progress);
 }
 
-bool write_vtu_frames(const Model& model, const Run& run, Progress& progress) {
+bool write_vtu_frames(const Model& model, const Run& run, Progress& progress, const PointFields& more) {
     const bool was_cancelled = progress.cancelled();
     const std::string& folder = run.origin.options.log_folder;
     // Each file sees a cancel while it is written; here is the place between two.
@@ -131,7 +135,7 @@ bool write_vtu_frames(const Model& model, const Run& run, Progress& progress) {
                        paths::to_platform(target, folder).c_str());
         return false;
     };
-    VtuFrames frames(model, run);
+    VtuFrames frames(model, run, more);
     for (std::size_t k = 0; k < run.results.size(); ++k)
         if (!goes_on(file_name_of(model.model_file_name, formatted("_%06zu.vtu", k + 1))) ||
             !told(frames.add(*run.results[k], progress), progress))

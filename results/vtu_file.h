@@ -1,8 +1,10 @@
 // A run as a VTK unstructured grid for ParaView.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "model/model.h"
 #include "model/progress.h"
@@ -14,24 +16,33 @@ namespace kestralum {
 // "log\NAME.vtu": the model file's name without its folder and its last ending.
 std::string vtu_file_name(std::string_view model_file_name);
 
+// Further data of a frame at its nodes.
+struct PointField {
+    std::string name;  // as it may stand in XML
+    int components = 1;
+    std::vector<double> values;  // node_num × components
+};
+using PointFields = std::function<std::vector<PointField>(const Frame& frame)>;
+
 // Writes frame 1 of the results, or every mode of an eigen analysis (its fields named
 // displacement_mode001_84.3Hz and so on): XML with raw appended data (version 1.0, 64-bit block sizes, this
 // machine's byte order). Cells: 12 (hexahedron), 10 and 24 (tetrahedra), in VTK's node order, and 5
 // (triangle) for STL facets. Point data: displacement (m), stress and strain (6 components xx yy zz
-// xy yz zx, N/m^2), mises (N/m^2); cell data: part and material index. The file takes its name when
-// it is whole. False when it cannot be written or was cancelled; the reason has been printed.
-bool write_vtu(const Model& model, const Run& run, Progress& progress);
+// xy yz zx, N/m^2), mises (N/m^2); cell data: part and material index; `more` behind them. The file takes its
+// name when it is whole. False when it cannot be written or was cancelled; the reason has been printed.
+bool write_vtu(const Model& model, const Run& run, Progress& progress, const PointFields& more = {});
 
 // Every frame of a history as "log\NAME_000001.vtu" and on, with the equivalent plastic strain as point
 // data too and without the cells of elements that have been taken out, and "log\NAME.pvd", which lists them
 // with their times (n_freq). False as above.
-bool write_vtu_frames(const Model& model, const Run& run, Progress& progress);
+bool write_vtu_frames(const Model& model, const Run& run, Progress& progress, const PointFields& more = {});
 std::string pvd_file_name(std::string_view model_file_name);
 
 // The same frame by frame, for a run under way.
 class VtuFrames {
 public:
-    VtuFrames(const Model& model, const Run& run);  // both stay where they are
+    // model and run stay where they are
+    VtuFrames(const Model& model, const Run& run, PointFields more = {});
     // The file of the next frame. What went wrong, empty if nothing.
     [[nodiscard]] std::string add(const Frame& frame, const Progress& progress);
     // The list of the frames so far in place of the one before. What went wrong, empty if nothing.
@@ -44,6 +55,7 @@ private:
     std::size_t frames_ = 0;
     std::vector<std::int32_t> removed_;  // have no cell in grid_
     VtuGrid grid_;
+    PointFields more_;
 };
 
 }  // namespace kestralum

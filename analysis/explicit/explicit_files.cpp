@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "analysis/explicit/explicit_setup.h"
+#include "analysis/quantity_fields.h"
 #include "model/format.h"
 #include "model/paths.h"
 
@@ -47,7 +48,9 @@ void add_to_paraview(Job& job, std::optional<VtuFrames>& vtu, const Frame& frame
 bool ExplicitFiles::begin(Job& job, ExplicitState& state) {
     const std::string& name = job.model.model_file_name;
     if (takes_checkpoints(job)) fingerprint_ = fingerprint(job, state);
-    if (job.options.vtu_frames) vtu_.emplace(job.model, job.run);
+    if (job.options.vtu_frames)
+        vtu_.emplace(job.model, job.run,
+                     job.options.vtu_quantities ? quantity_fields(job.model, job.run.mesh) : PointFields{});
     saved_ = std::chrono::steady_clock::now();
     if (job.options.restart) return go_on(job, state);
     keep_as_old(job, frames_file_name(name));

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "analysis/explicit/explicit_state.h"
+#include "analysis/section_report.h"
 #include "elements/finite_elements.h"
 #include "model/format.h"
 #include "model/selection.h"
@@ -195,6 +196,50 @@ void find_reactions(const Job& job, ExplicitState& s) {
 
 }  // namespace
 
+namespace {
+
+// Hexahedra that average the volume change once they have yielded are told by their points.
+std::function<HexahedronForm(std::int32_t e)> form_in_force(const Job& job, const ExplicitState& s) {
+    const bool once_yielded = job.options.mean_dilatation && !job.options.hexahedra;
+    const HexahedronForm form = once_yielded ? HexahedronForm::full : job.hexahedra();
+    const std::size_t points = element_type(job.mesh().element_type).points;
+    if (!once_yielded || s.plastic_strain.empty()) return [form](std::int32_t) { return form; };
+    return [&s, form, points](std::int32_t e) {
+        const auto first = s.plastic_strain.begin() + std::ptrdiff_t(e * points);
+        const bool yielded =
+            std::any_of(first, first + std::ptrdiff_t(points), [](double a) { return a > 0; });
+        return yielded ? HexahedronForm::mean_dilatation : form;
+    };
+}
+
+// Of the frame added last, whose points' stresses are in s.points.
+void report_sections(Job& job, const ExplicitState& s, std::span<const double> u) {
+    if (job.options.sections.empty()) return;
+    const std::size_t dofs = u.size();
+    std::vector<double> internal(dofs), applied(dofs), inertia(dofs);
+    LineDoubles springs(s.u.size(), 0.0);
+    s.springs.add_forces(s.u.data(), springs.data());
+    for (std::size_t d = 0; d < dofs; ++d) {
+        const std::size_t k = 4 * (d / 3) + d % 3;
+        internal[d] = s.R[k] - springs[k];
+        applied[d] = s.F[k] + s.F_contact[k];
+        if (s.bodies && s.bodies->is_member(static_cast<std::int32_t>(d / 3))) continue;
+        inertia[d] = s.mass[k] * (s.v_new[k] - s.v[k]) / s.mean + 0.5 * s.damping[k] * (s.v_new[k] + s.v[k]);
+    }
+    const std::vector<char> held = held_nodes(job, s.freedoms);
+    add_sections(job,
+                 {.mesh = job.mesh(),
+                  .u = u,
+                  .element_forces = forces_of_stresses(job.mesh(), u, s.points.stress, form_in_force(job, s)),
+                  .internal = internal,
+                  .applied = applied,
+                  .inertia = inertia,
+                  .held = held,
+                  .internal_everywhere = true});
+}
+
+}  // namespace
+
 void store_frame(Job& job, ExplicitState& s) {
     if (!s.velocities_known) find_velocities(job, s);
     sum_nodes(s);
@@ -219,6 +264,7 @@ void store_frame(Job& job, ExplicitState& s) {
     frame->mode_vec = of_run_nodes(job, u);
     frame->node_stress = of_run_nodes(job, values);
     job.run.results.push_back(frame);
+    report_sections(job, s, u);
 }
 
 }  // namespace kestralum

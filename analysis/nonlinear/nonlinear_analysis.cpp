@@ -1,5 +1,6 @@
 #include "analysis/nonlinear/nonlinear_analysis.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <memory>
@@ -7,6 +8,7 @@
 
 #include "analysis/nonlinear/newton.h"
 #include "analysis/nonlinear/nonlinear_output.h"
+#include "analysis/section_report.h"
 #include "conditions/rigid_combines.h"
 #include "elements/stresses.h"
 #include "model/format.h"
@@ -118,6 +120,22 @@ std::vector<SupportReaction> reactions_of(Job& job, const Freedoms& freedoms, co
                              solver.states());
 }
 
+// Of the frame added last.
+void report_sections(Job& job, const Freedoms& freedoms, const FiniteBody& body, const NewtonSolver& solver) {
+    if (job.options.sections.empty()) return;
+    const std::vector<char> held = held_nodes(job, freedoms);
+    const std::vector<double> internal = internal_forces(body, freedoms.node_elements);
+    const auto forces = [&body](std::int32_t e, std::span<double> f) {
+        std::copy_n(body.element_force.data() + e * std::ssize(f), f.size(), f.data());
+    };
+    add_sections(job, {.mesh = job.mesh(),
+                       .u = body.u,
+                       .element_forces = forces,
+                       .internal = internal,
+                       .applied = solver.applied().nodal,
+                       .held = held});
+}
+
 // An increment that has ended where the run can go on from: its work, its frame, its rows of the logs.
 struct Increments {
     Job& job;
@@ -146,6 +164,7 @@ struct Increments {
         solver.keep_turns();
         increment.supports = reactions_of(job, freedoms, body, solver);
         store_frame(job, freedoms, body, increment);
+        report_sections(job, freedoms, body, solver);
         history.add(job, increment, solver.internal(), body);
         nonlinear.increments.push_back(increment);
     }

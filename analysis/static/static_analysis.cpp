@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "analysis/linear_run.h"
+#include "analysis/section_report.h"
 #include "analysis/static/static_solution.h"
 #include "conditions/rigid_combines.h"
 #include "elements/error_estimate.h"
@@ -53,6 +54,21 @@ CaseReport report_case(Job& job, const AssembledSystem& system, const PointResul
     return out;
 }
 
+// Of the frame added last.
+void report_sections(Job& job, const Freedoms& freedoms, const PointResults& points, const LinearLoad& load) {
+    if (job.options.sections.empty()) return;
+    const Mesh& mesh = job.mesh();
+    const std::vector<char> held = held_nodes(job, freedoms);
+    const std::vector<double> internal = internal_forces(mesh, points, held, job.hexahedra());
+    const HexahedronForm form = job.hexahedra();
+    const auto forces = forces_of_stresses(mesh, {}, points.stress, [form](std::int32_t) { return form; });
+    add_sections(job, {.mesh = mesh,
+                       .element_forces = forces,
+                       .internal = internal,
+                       .applied = load.applied.nodal,
+                       .held = held});
+}
+
 // points: room for the points' results.
 bool recover(Job& job, const AssembledSystem& system, const CaseTerms& terms, std::span<const double> q,
              const LinearLoad& load, PointResults& points) {
@@ -75,6 +91,7 @@ bool recover(Job& job, const AssembledSystem& system, const CaseTerms& terms, st
     frame->error = nodal_error(mesh, freedoms.node_elements, estimate, points.volume);
     if (job.run.results.empty()) note_thin_bending(job, freedoms.node_elements, points);
     job.run.results.push_back(frame);
+    report_sections(job, system.freedoms, points, load);
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include "analysis/analysis_table.h"
 #include "app/command_line.h"
 #include "app/export_model.h"
+#include "app/section_table.h"
 #include "model/token_reader.h"
 
 namespace kestralum {
@@ -40,6 +41,31 @@ std::string add_probe(BatchOptions& options, const std::string& text) {
     }
     options.probes.push_back(place);
     return {};
+}
+
+std::string add_section(BatchOptions& options, const std::string& text) {
+    return read_section_plane(text, options.sections.emplace_back());
+}
+
+std::string add_line(BatchOptions& options, const std::string& text) {
+    return read_line_request(text, options.lines.emplace_back());
+}
+
+// What takes results apart; empty where nothing of it is given.
+std::string of_results(const BatchOptions& options) {
+    if (!options.sections.empty()) return "--section";
+    if (!options.lines.empty()) return "--line";
+    return options.quantities ? "--quantities" : "";
+}
+
+// What of it does not go with the analysis or the other options.
+std::string check_results(const BatchOptions& options) {
+    const AnalysisEntry* const analysis = find_analysis(options.command);
+    const bool shapes = analysis && has_shapes(analysis->type);
+    if (shapes && (!options.sections.empty() || options.quantities))
+        return std::string(options.quantities ? "--quantities" : "--section") +
+               " goes with static, nonlinear or explicit: shapes have any size";
+    return options.quantities && !options.vtu ? "--quantities goes with --vtu" : "";
 }
 
 std::string choose_hexahedra(BatchOptions& options, const std::string& text) {
@@ -117,6 +143,21 @@ CommandLine describe(BatchOptions& options, Files files) {
                    "what becomes of the node nearest to this place, metres: static, eigen, buckling: in the\n"
                    "summary; nonlinear, explicit: in the history; repeatable",
                    [&options](const std::string& text) { return add_probe(options, text); });
+    line.add_value("--section", "PLANE",
+                   "static, nonlinear, explicit: force and moment across a plane, also into\n"
+                   "section_MODEL.csv; PLANE: x=0.1, y= or z=, metres, or \"px py pz nx ny nz\", a point\n"
+                   "and the normal; repeatable",
+                   [&options](const std::string& text) { return add_section(options, text); });
+    line.add_value(
+        "--line", "LINE",
+        "displacements, stresses and further quantities along a line, into line_MODEL.csv;\n"
+        "LINE: \"x y z x y z n\", two places, metres, and a number of points, or \"set NAME\", the\n"
+        "nodes of a set; repeatable",
+        [&options](const std::string& text) { return add_line(options, text); });
+    line.add_flag("--quantities",
+                  "static, nonlinear, explicit: principal stresses, pressure, energy density, safety factor\n"
+                  "and others in the files of --vtu too",
+                  options.quantities);
     line.add_text("--only", "WORD", "verify: the cases whose names begin with the word", options.only);
     line.add_text("--case", "NAME",
                   "the load case or combination that acts; without it static computes them all, the others\n"
@@ -153,6 +194,8 @@ std::string check_sweep(const BatchOptions& options) {
                                : "--probe");
     if (const std::string steps = of_steps(options); !steps.empty())
         return "--sweep keeps no files of its runs: it does not go with " + steps;
+    if (const std::string fields = of_results(options); !fields.empty())
+        return "--sweep keeps no files of its runs: it does not go with " + fields;
     return refused_axes(options.sweep, options.overrides);
 }
 
@@ -161,7 +204,8 @@ std::string check_frames(const BatchOptions& options) {
     if (options.model_file.empty()) return "the frames file is missing";
     if (!options.overrides.empty() || options.tidy || !options.probes.empty() || options.hexahedra ||
         !options.load_case.empty() || options.mean_dilatation || options.prestress ||
-        !options.sweep.empty() || !options.only.empty() || !of_steps(options).empty())
+        !options.sweep.empty() || !options.only.empty() || !of_steps(options).empty() ||
+        !of_results(options).empty())
         return "frames computes nothing: it takes --vtu, --setting and --log";
     return {};
 }
@@ -172,9 +216,10 @@ std::string check_command(const BatchOptions& options) {
     if (options.command.empty()) return "an analysis, `check`, `export`, `frames` or `verify` is missing";
     if (options.command == "frames") return check_frames(options);
     if (!verifies && !options.only.empty()) return "--only goes with verify";
-    if (verifies && (!options.overrides.empty() || options.vtu || options.tidy || !options.probes.empty() ||
-                     options.hexahedra || !options.load_case.empty() || options.mean_dilatation ||
-                     options.prestress || !options.sweep.empty() || !of_steps(options).empty()))
+    if (verifies &&
+        (!options.overrides.empty() || options.vtu || options.tidy || !options.probes.empty() ||
+         options.hexahedra || !options.load_case.empty() || options.mean_dilatation || options.prestress ||
+         !options.sweep.empty() || !of_steps(options).empty() || !of_results(options).empty()))
         return "verify takes its cases' own options, and --only, --setting and --log";
     if (verifies) return {};
     if (options.command != "check" && !exports && !find_analysis(options.command))
@@ -188,8 +233,10 @@ std::string check_command(const BatchOptions& options) {
     if (options.prestress && options.command != "eigen-subspace" && options.command != "eigen-lanczos")
         return "--prestress goes with eigen-subspace or eigen-lanczos";
     if (const std::string refused = check_sweep(options); !refused.empty()) return refused;
-    if (options.command != "check" && !exports) return {};
+    if (options.command != "check" && !exports) return check_results(options);
     if (!options.probes.empty()) return options.command + " computes nothing: --probe goes with an analysis";
+    if (const std::string fields = of_results(options); !fields.empty())
+        return options.command + " computes nothing: " + fields + " goes with an analysis";
     if (!options.load_case.empty())
         return options.command + " computes nothing: --case goes with an analysis";
     if (options.hexahedra) return options.command + " computes nothing: --hexahedra goes with an analysis";

@@ -8,9 +8,11 @@
 #include <vector>
 
 #include "app/command_line.h"
+#include "app/line_table.h"
 #include "app/sweep.h"
 #include "input/model_reader.h"
 #include "model/element_kind.h"
+#include "model/section.h"
 
 namespace kestralum {
 
@@ -25,6 +27,9 @@ struct BatchOptions : CommonOptions {
     double checkpoint_seconds = 0;              // explicit: between checkpoints; 0: none
     bool restart = false;                       // explicit: goes on from the last checkpoint
     std::vector<std::array<double, 3>> probes;  // places whose nearest nodes are told, m
+    std::vector<SectionPlane> sections;         // planes whose forces are told
+    std::vector<LineRequest> lines;             // along which values are told
+    bool quantities = false;                    // further ones in the files for ParaView
     bool mean_dilatation = false;               // explicit: hexahedra with one pressure
     std::optional<HexahedronForm> hexahedra;    // in place of the model's
     bool prestress = false;                     // eigen: with the stresses of the loads

@@ -12,10 +12,12 @@
 #include <vector>
 
 #include "analysis/analysis_table.h"
+#include "analysis/quantity_fields.h"
 #include "app/batch/batch_options.h"
 #include "app/export_model.h"
 #include "app/run_process.h"
 #include "app/run_summary.h"
+#include "app/section_table.h"
 #include "app/sweep.h"
 #include "app/sweep_table.h"
 #include "app/verify.h"
@@ -89,7 +91,8 @@ std::string write_for_paraview(const BatchOptions& options, const Model& model, 
         run.report.fail(RunStatus::failed, "the file for ParaView cannot be written");
         return {};
     }
-    if (steps ? write_vtu_frames(model, run, progress) : write_vtu(model, run, progress))
+    const PointFields more = options.quantities ? quantity_fields(model, run.mesh) : PointFields{};
+    if (steps ? write_vtu_frames(model, run, progress, more) : write_vtu(model, run, progress, more))
         return steps ? pvd_file_name(model.model_file_name) : vtu_file_name(model.model_file_name);
     if (progress.cancelled() && !was_stopped)
         run.report.fail(RunStatus::cancelled, "stopped on request");
@@ -112,15 +115,39 @@ void complete_report(const Input& input, const std::string& replaced, RunReport&
     report.stages = std::move(stages);
 }
 
+void tell_lines(const BatchOptions& options, const Model& model, Run& run, Progress& progress) {
+    if (options.lines.empty() || !run.report.has_results()) return;
+    if (write_lines(model, run, options.lines, progress))
+        progress.summary(
+            "lines                  %s\n",
+            paths::to_platform(line_file_name(model.model_file_name), options.log_folder).c_str());
+    else
+        run.report.status = RunStatus::failed;
+}
+
+void tell_sections(const Model& model, Run& run, Progress& progress) {
+    if (run.sections.empty() || !run.report.has_results()) return;
+    print_sections(model, run, progress);
+    if (write_sections(model, run, progress))
+        progress.summary(
+            "sections               %s\n",
+            paths::to_platform(section_file_name(model.model_file_name), run.origin.options.log_folder)
+                .c_str());
+    else
+        run.report.status = RunStatus::failed;
+}
+
 RunOptions run_options(const BatchOptions& options) {
     RunOptions out;
     out.log_folder = options.log_folder;
     out.probes = options.probes;
+    out.sections = options.sections;
     out.mean_dilatation = options.mean_dilatation;
     out.hexahedra = options.hexahedra;
     out.load_case = options.load_case;
     out.prestress = options.prestress;
     out.vtu_frames = options.vtu && options.command == "explicit";
+    out.vtu_quantities = options.quantities;
     out.keep_frames = options.keep_frames;
     out.frames_on_disk = true;  // nothing is shown
     out.checkpoint_seconds = options.checkpoint_seconds;
@@ -144,6 +171,8 @@ ExitStatus run_analysis(const BatchOptions& options, const Settings& settings, c
                        .vtu = vtu,
                        .factor_files = list_factor_files(options.log_folder)},
                       progress);
+    tell_sections(input.model, run, progress);
+    tell_lines(options, input.model, run, progress);
     for (const std::string& error : run.report.remarks.errors) progress.error("%s", error.c_str());
     return exit_status(run.report.status);
 }
@@ -269,6 +298,10 @@ ExitStatus run(const BatchOptions& options, Progress& progress) {
     if (!options.sweep.empty()) return sweep(options, settings, progress);
     Input input;
     if (!read_input(options, input, progress)) return progress.cancelled() ? exit_incomplete : exit_bad_input;
+    if (const LineRequest* line = without_set(input.model.mesh, options.lines)) {
+        progress.error("--line: the model has no set '%s'", line->set.c_str());
+        return exit_bad_input;
+    }
     return run_analysis(options, settings, input, progress);
 }
 
