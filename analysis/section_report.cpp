@@ -1,5 +1,6 @@
 #include "analysis/section_report.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "elements/linear_element.h"
@@ -27,6 +28,9 @@ ElementForces forces_of_stresses(const Mesh& mesh, std::span<const double> u, st
     return [&mesh, u, stress, form = std::move(form)](std::int32_t e, std::span<double> f) {
         const ElementType& type = element_type(mesh.element_type);
         const auto nodes = mesh.element(e);
+        const auto own = stress.subspan(std::size_t(6) * e * type.points, std::size_t(6) * type.points);
+        std::ranges::fill(f, 0.0);
+        if (std::ranges::all_of(own, [](double s) { return s == 0; })) return;  // eroded: of any shape
         ElementPoints points;
         for (std::size_t k = 0; k < nodes.size(); ++k)
             for (std::size_t c = 0; c < 3; ++c) {
@@ -34,7 +38,7 @@ ElementForces forces_of_stresses(const Mesh& mesh, std::span<const double> u, st
                 points.x[3 * k + c] = mesh.coordinates[d] + (u.empty() ? 0.0 : u[d]);
             }
         type.gradients(points.x.data(), points.dN.data(), points.weight.data());
-        stress_forces(type, points, form(e), stress.data() + std::ptrdiff_t(6) * e * type.points, f.data());
+        stress_forces(type, points, form(e), own.data(), f.data());
     };
 }
 

@@ -225,6 +225,29 @@ TEST_F(Sections, OfAnExplicitRunLeaveTheInertiaOfWhatIsCutOff) {
         }
 }
 
+// Two blocks that fly apart tear the neck between them: it carries until its elements are gone.
+TEST_F(Sections, OfATornNeckCarryNothing) {
+    options.sections = {plane_at({0.111, 0, 0}, {1, 0, 0})};
+    options.mean_dilatation = true;  // of the elements that have yielded
+    read(ModelText{.material = "7800 2e11 0.3",
+                   .parts = rect("A", "0.1 0.04 0.04", "5 4 4") +
+                            rect("N", "0.02 0.02 0.02", "4 2 2", "0.1 0.01 0.01") +
+                            rect("B", "0.1 0.04 0.04", "5 4 4", "0.12 0 0")},
+         "end_time 400e-6 output_frequency 10 Plastic on MATERIAL_EXTRA_INFO M 0 3e8 1e9 erode=0.2 % "
+         "INITIAL_VELOCITY A part x -80 0 0 0 0 0 0 B part x 80 0 0 0 0 0 0 %");
+    run();
+    double largest = 0;
+    for (const SectionSum& sum : result.sections) {
+        ASSERT_EQ(sum.parts.size(), 1u);
+        EXPECT_EQ(sum.parts[0].part, 1);
+        expect_near(sum.parts[0].carried, sum.carried, 1e-3, 1e-4);
+        expect_balance(sum, 1e-4, 1e-5);
+        largest = std::max(largest, sum.carried.force[0]);
+    }
+    EXPECT_GT(largest, 3e8 * 4e-4) << "the yield stress on the neck's area";
+    EXPECT_LT(norm(result.sections.back().carried.force), 1e-9 * largest);
+}
+
 // A free bar pulled at one end: of the force the share of the length that is cut off accelerates it, on the
 // mean.
 TEST_F(Sections, OfAFreeBarCarryTheirShareOfWhatAcceleratesIt) {
