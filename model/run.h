@@ -123,7 +123,7 @@ struct Run {
     Mesh mesh;                             // renumbered
     std::vector<std::int32_t> force_node;  // per force of the model: resolve_force_points() on this mesh
     std::vector<double> load;              // dof_num: nodal loads at load factor 1, N; empty where none act
-    bool erodes = false;  // explicit: the frames tell which elements have been taken out
+    bool erodes = false;                   // explicit: the frames tell which elements have been taken out
     Results results;
     std::shared_ptr<const FrameStore> stored;  // has the values of frames that hold their time alone; null:
                                                // all hold theirs

@@ -52,7 +52,7 @@ bool Picture::take_removed(const SceneTables& tables, const DisplayState& state)
 }
 
 Surface Picture::surface_of(const Mesh& mesh, Faces faces) {
-    if (removed_.empty()) return build_surface(mesh, faces, choice_);
+    if (removed_.empty() && !numbers_) return build_surface(mesh, faces, choice_);
     if (!numbers_) numbers_ = number_faces(mesh);
     return build_surface(mesh, faces, choice_, {removed_, &*numbers_});
 }

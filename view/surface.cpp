@@ -46,8 +46,7 @@ std::vector<ElementFace> all_faces(const Mesh& mesh, const std::vector<char>& hi
 // The free faces of the mesh without some parts and elements.
 std::vector<ElementFace> free_faces_without(const Mesh& mesh, const std::vector<char>& parts,
                                             const RemovedElements& removed) {
-    if (!removed.elements.empty())
-        return free_faces_left(mesh, *removed.numbers, gone_elements(mesh, parts, removed));
+    if (removed.numbers) return free_faces_left(mesh, *removed.numbers, gone_elements(mesh, parts, removed));
     if (!any(parts)) return free_faces(mesh);
     Mesh rest;
     rest.element_type = mesh.element_type;

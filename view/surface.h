@@ -50,7 +50,7 @@ PartChoice part_choice(const PartLooks& looks);
 // Elements that are not drawn, as if they were in a part that is hidden.
 struct RemovedElements {
     std::span<const std::int32_t> elements;  // 0-based; others than the mesh's are passed over
-    const FaceNumbers* numbers = nullptr;    // of the mesh; not needed where there are no elements
+    const FaceNumbers* numbers = nullptr;    // of the mesh; null where there are no elements
 };
 
 // O(faces). Of the elements of parts that are not hidden, as if there were no others. An edge belongs to the

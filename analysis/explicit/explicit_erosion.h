@@ -31,8 +31,8 @@ public:
 
     std::int64_t count() const { return count_; }
     std::vector<std::int32_t> removed(const ExplicitState& state) const;  // elements, ascending
-    double energy() const { return energy_; }             // that went with them, J
-    double mass_share() const { return gone_ / whole_; }  // of the material's mass at rest
+    double energy() const { return energy_; }                             // that went with them, J
+    double mass_share() const { return gone_ / whole_; }                  // of the material's mass at rest
     // Elements around each node that are not out.
     const NodeElements& node_elements(const NodeElements& all) const { return count_ > 0 ? live_ : all; }
 

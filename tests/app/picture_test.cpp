@@ -1,6 +1,7 @@
 // What is in the framebuffer: colours, faces, the mouse on it, and what a repaint sends to the card.
 #include <QOpenGLFramebufferObject>
 #include <QOpenGLPaintDevice>
+#include <QSpinBox>
 
 #include "app/window/painter_texts.h"
 #include "app/window_fixture.h"
@@ -415,6 +416,34 @@ TEST_F(Picture, ClickPicksTheNodeUnderIt) {
     }
     QTest::mouseClick(window->view(), Qt::LeftButton, {}, QPoint(3, window->view()->height() / 2));
     EXPECT_EQ(status(), "");
+}
+
+// A bar that is torn apart at its notch while it is drawn: the gap is seen through and picks nothing.
+TEST_F(Picture, ElementsThatARunTakesOutAreNotDrawn) {
+    const std::string path = KESTRALUM_SOURCE_DIR "/data/explicit_tear";
+    folder.write("tear.ana", read_file(path + ".ana"));
+    ASSERT_TRUE(open(read_file(path + ".txt"), "tear.txt"));
+    window->findChild<QSpinBox*>("interval pause")->setValue(0);
+    trigger("&Explicit(Real Time)");
+    wait_idle();
+    ASSERT_GT(shown().mode_num(), 10);
+    EXPECT_EQ(state().frame, shown().mode_num());
+    ASSERT_FALSE(shown_run()->results.back()->removed.empty());
+    state().contour = 0;
+    show_only({ViewFlag::fem, ViewFlag::wire}, view::ViewDirection::z);
+    const Vec3 neck{0.065, 0.015, 0.01};
+    for (const bool torn : {false, true}) {
+        state().frame = torn ? shown().mode_num() : 1;
+        const QImage drawn = picture();
+        EXPECT_EQ(farthest(seen_at(drawn, neck), {230, 230, 230}) <= 2, torn);
+        QTest::mouseClick(window->view(), Qt::LeftButton, {}, place_on_screen(neck));
+        EXPECT_EQ(status().empty(), torn) << status();
+        const auto& elements = shown_picture().outside().triangle_element;
+        EXPECT_EQ(std::ranges::any_of(
+                      elements,
+                      [&](std::int32_t e) { return model().parts[mesh().p_ele_part_id[e]].name == "NECK"; }),
+                  !torn);
+    }
 }
 
 TEST_F(Picture, MouseAndKeysMoveTheCamera) {

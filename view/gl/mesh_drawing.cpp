@@ -29,7 +29,7 @@ void MeshDrawing::update(const Picture& picture, const SceneTables& tables, cons
         color_revision_ = shape_revision_ = 0;
         marked_sent_ = false;
     }
-    if (!marked_sent_) send_marked();
+    if (!marked_sent_) send_marked(picture);
     if (color_revision_ != picture.color_revision() || alpha_ != state.transparency) {
         color_revision_ = picture.color_revision();
         alpha_ = state.transparency;
@@ -73,14 +73,17 @@ void MeshDrawing::send_indices(const Picture& picture, std::int32_t node_num) {
     send(points_, outside.nodes);
 }
 
-void MeshDrawing::set_marked(std::vector<std::int32_t> triangles) {
+void MeshDrawing::set_marked(std::vector<std::int32_t> triangles, std::vector<ElementFace> faces) {
     marked_triangles_ = std::move(triangles);
+    marked_faces_ = std::move(faces);
     marked_sent_ = false;
 }
 
-void MeshDrawing::send_marked() {
+void MeshDrawing::send_marked(const Picture& picture) {
     std::vector<std::uint32_t> indices;
+    const std::size_t per_face = marked_triangles_.size() / std::max<std::size_t>(marked_faces_.size(), 1);
     for (std::size_t k = 0; k + 2 < marked_triangles_.size(); k += 3) {
+        if (picture.is_removed(marked_faces_[k / per_face].element)) continue;
         const auto vertex = [&](std::size_t corner) { return vertex_of_[marked_triangles_[k + corner]]; };
         if (vertex(0) < 0 || vertex(1) < 0 || vertex(2) < 0) continue;
         for (std::size_t corner = 0; corner < 3; ++corner) indices.push_back(vertex(corner));

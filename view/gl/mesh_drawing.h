@@ -9,8 +9,9 @@ namespace kestralum::view::gl {
 
 class MeshDrawing {
 public:
-    // Faces to be marked: corners of triangles, 0-based nodes × 3. Those without a drawn node are left out.
-    void set_marked(std::vector<std::int32_t> triangles);
+    // Faces to be marked: corners of triangles, 0-based nodes × 3, as many for each face. Those without a
+    // drawn node and those of elements that are out are left out.
+    void set_marked(std::vector<std::int32_t> triangles, std::vector<ElementFace> faces);
 
     // Sends what has changed; `phase` is the entry of the phase table that will be drawn.
     void update(const Picture& picture, const SceneTables& tables, const DisplayState& state);
@@ -33,7 +34,7 @@ private:
         bool nodes_valid = false, lit_valid = false;
     };
     void send_indices(const Picture& picture, std::int32_t node_num);
-    void send_marked();
+    void send_marked(const Picture& picture);
     void send_colors(const Picture& picture, double alpha);
     void send_shape(const Picture& picture, const SceneTables& tables, int phase, Shape& shape);
     void bind_nodes() const;
@@ -42,6 +43,7 @@ private:
     std::vector<std::int32_t> vertex_of_;  // node -> place in nodes_, -1 = not drawn
     Buffer triangles_, edges_, outline_, points_, colors_, marked_;
     std::vector<std::int32_t> marked_triangles_;
+    std::vector<ElementFace> marked_faces_;
     bool marked_sent_ = false;
     std::array<Shape, phase_count / 2 + 1> shapes_;
     std::size_t shape_ = 0;                 // in force

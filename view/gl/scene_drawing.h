@@ -32,7 +32,7 @@ public:
 
     // The faces that are selected, marked and told of in the picture until other ones are set.
     void set_selection(const FaceSelection& selection, const Mesh& mesh) {
-        mesh_.set_marked(selection.triangles(mesh));
+        mesh_.set_marked(selection.triangles(mesh), selection.all().faces);
         selection_text_ = selection.text(mesh);
     }
 
