@@ -332,7 +332,7 @@ std::shared_ptr<Frame> FramesReader::next() {
     if (torn_) return nullptr;
     const char* from = contents_.data();
     const auto take = [&](void* to, std::size_t count) {
-        std::memcpy(to, from, count);
+        if (count > 0) std::memcpy(to, from, count);
         from += count;
     };
     take(&number, sizeof number);
