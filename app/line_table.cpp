@@ -8,6 +8,7 @@
 #include "fields/locate.h"
 #include "fields/quantities.h"
 #include "model/format.h"
+#include "model/mesh_sets.h"
 #include "model/paths.h"
 #include "model/token_reader.h"
 #include "results/csv.h"
@@ -44,10 +45,11 @@ std::vector<Column> columns_of(const Model& model, const Run& run, std::span<con
         add_component(out, formatted("stress_%s[Pa]", pairs[c]), stress.subspan(dofs, dofs), c);
     add_component(out, "mises[Pa]", stress.subspan(4 * dofs, dofs), 0);
     if (has_shapes(run.ana_type)) return out;
+    const FieldValues fields(model, material, frame);
     for (const FieldQuantityRow& row : field_quantities) {
         if (row.components != 1 || row.quantity == FieldQuantity::error) continue;
         const std::string unit = *row.unit ? formatted("[%s]", row.unit) : "";
-        out.push_back({row.name + unit, field_values(row, model, material, frame)});
+        out.push_back({row.name + unit, fields.of(row)});
     }
     return out;
 }
@@ -70,15 +72,10 @@ void append_row(std::string& text, const LinePoint& point, const Mesh& mesh,
     text += '\n';
 }
 
-const MeshSet* set_of(const Mesh& mesh, const std::string& name) {
-    const auto at = std::ranges::find(mesh.sets, name, &MeshSet::name);
-    return at == mesh.sets.end() ? nullptr : &*at;
-}
-
 std::vector<LinePoint> points_of(const Mesh& mesh, const Locator& locator, const LineRequest& line) {
     if (line.set.empty()) return line_points(locator, line.from, line.to, line.count);
     std::vector<LinePoint> out;
-    for (const std::int32_t n : set_of(mesh, line.set)->nodes) {
+    for (const std::int32_t n : find_set(mesh, line.set)->nodes) {
         const Vec3 place = place_of(mesh, n);
         const double distance = out.empty() ? 0 : norm(minus(place, out.front().place));
         out.push_back({place, distance, locator.find(place)});
@@ -146,7 +143,7 @@ std::string line_file_name(std::string_view model_file_name) {
 
 const LineRequest* without_set(const Mesh& mesh, const std::vector<LineRequest>& lines) {
     for (const LineRequest& line : lines)
-        if (!line.set.empty() && !set_of(mesh, line.set)) return &line;
+        if (!line.set.empty() && !find_set(mesh, line.set)) return &line;
     return nullptr;
 }
 

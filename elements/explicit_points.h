@@ -295,8 +295,8 @@ KESTRALUM_INLINE Vec contract(const Vec (&s)[6], const Vec (&e)[6]) {
     return s[0] * e[0] + s[1] * e[1] + s[2] * e[2] + s[3] * e[3] + s[4] * e[4] + s[5] * e[5];
 }
 
-// Brings a trial deviator back onto the yield surface (radial_return() of plasticity.h, with one root);
-// returns the plastic work per volume.
+// Brings a trial deviator back onto the yield surface (Simo and Hughes, 1998, box 3.1), without branches: a
+// material that never yields has an infinite yield stress. Returns the plastic work per volume.
 KESTRALUM_INLINE Vec yield(const BlockMaterial& m, Vec (&d)[6], double* alpha) {
     const Vec zero{}, tiny = 1e-300 + zero;
     const Roots q = roots(larger_of(tiny, 1.5 * (d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) +

@@ -120,7 +120,7 @@ bool finite_response(const PlasticMaterial& m, const double* H, const FinitePoin
     size = std::sqrt(size);
     const double G2 = 2 * m.shear, q = std::sqrt(1.5) * G2 * size;
     const HardeningSegment* segment = m.curve.data();
-    RadialReturn<double> back;
+    RadialReturn back;
     back.d_alpha = return_to_curve(segment, q, committed.alpha, 3 * m.shear);
     back.scale = 1 - 3 * m.shear * back.d_alpha / larger_of(q, 1e-300);
     double tau[3];

@@ -1,9 +1,7 @@
 #include "fields/quantities.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <functional>
 #include <limits>
 
 #include "elements/elasticity.h"
@@ -21,11 +19,6 @@ std::array<double, 6> stress_at(const Frame& frame, std::size_t n) {
     const double *direct = frame.node_stress.data() + 3 * n, *shear = direct + frame.mode_vec.size();
     return {direct[0], direct[1], direct[2], shear[0], shear[1], shear[2]};
 }
-
-struct Principal {
-    std::array<double, 3> value;  // falling
-    std::array<Vec3, 3> direction;
-};
 
 Principal principal_of(const std::array<double, 6>& stress) {
     double values[3], vectors[9];
@@ -60,36 +53,6 @@ double yield_stress_of(const Material& m) {
     return m.hardening_table.empty() ? m.yield_stress : m.hardening_table.front()[1];
 }
 
-double scalar_of(FieldQuantity quantity, const std::array<double, 6>& s, const Material* material) {
-    switch (quantity) {
-        case FieldQuantity::principal_1:
-            return principal_of(s).value[0];
-        case FieldQuantity::principal_2:
-            return principal_of(s).value[1];
-        case FieldQuantity::principal_3:
-            return principal_of(s).value[2];
-        case FieldQuantity::tresca: {
-            const auto value = principal_of(s).value;
-            return value[0] - value[2];
-        }
-        case FieldQuantity::pressure:
-            return -mean_of(s);
-        case FieldQuantity::triaxiality: {
-            const double q = mises(s.data());
-            return q > 0 ? mean_of(s) / q : no_number;
-        }
-        case FieldQuantity::strain_energy_density:
-            return material ? energy_of(s, *material) : no_number;
-        case FieldQuantity::safety_factor: {
-            const double q = mises(s.data());
-            if (!material || !has_yield_stress(*material)) return no_number;
-            return q > 0 ? yield_stress_of(*material) / q : std::numeric_limits<double>::infinity();
-        }
-        default:
-            return no_number;
-    }
-}
-
 }  // namespace
 
 const FieldQuantityRow* field_quantity_at(std::int32_t index) {
@@ -112,29 +75,63 @@ std::vector<std::int32_t> node_materials(const Model& model, const Mesh& mesh) {
     return part;
 }
 
-std::vector<double> field_values(const FieldQuantityRow& row, const Model& model,
-                                 std::span<const std::int32_t> material, const Frame& frame) {
+FieldValues::FieldValues(const Model& model, std::span<const std::int32_t> material, const Frame& frame)
+    : model_(model), material_(material), frame_(frame) {
     const std::size_t dofs = frame.mode_vec.size(), nodes = dofs / 3;
+    if (frame.node_stress.size() != std::size_t(stress_groups) * dofs || material.size() != nodes) return;
+    for (std::size_t n = 0; n < nodes; ++n) principal_.push_back(principal_of(stress_at(frame, n)));
+}
+
+double FieldValues::scalar(FieldQuantity quantity, std::size_t node) const {
+    const std::array<double, 6> s = stress_at(frame_, node);
+    const std::array<double, 3>& principal = principal_[node].value;
+    const Material* material = material_[node] < 0 ? nullptr : &model_.materials[material_[node]];
+    switch (quantity) {
+        case FieldQuantity::plastic_strain:
+            return frame_.node_stress[4 * frame_.mode_vec.size() + 3 * node + 1];
+        case FieldQuantity::principal_1:
+            return principal[0];
+        case FieldQuantity::principal_2:
+            return principal[1];
+        case FieldQuantity::principal_3:
+            return principal[2];
+        case FieldQuantity::tresca:
+            return principal[0] - principal[2];
+        case FieldQuantity::pressure:
+            return -mean_of(s);
+        case FieldQuantity::triaxiality: {
+            const double q = mises(s.data());
+            return q > 0 ? mean_of(s) / q : no_number;
+        }
+        case FieldQuantity::strain_energy_density:
+            return material ? energy_of(s, *material) : no_number;
+        case FieldQuantity::safety_factor: {
+            const double q = mises(s.data());
+            if (!material || !has_yield_stress(*material)) return no_number;
+            return q > 0 ? yield_stress_of(*material) / q : std::numeric_limits<double>::infinity();
+        }
+        default:
+            return no_number;
+    }
+}
+
+std::vector<double> FieldValues::of(const FieldQuantityRow& row) const {
     std::vector<double> out;
-    if (frame.node_stress.size() != std::size_t(stress_groups) * dofs || material.size() != nodes) return out;
+    if (principal_.empty()) return out;
     if (row.quantity == FieldQuantity::error) {
-        for (const double error : frame.error) out.push_back(100 * error);
+        for (const double error : frame_.error) out.push_back(100 * error);
         return out;
     }
-    out.reserve(nodes * row.components);
-    for (std::size_t n = 0; n < nodes; ++n) {
-        const std::array<double, 6> s = stress_at(frame, n);
-        if (row.quantity == FieldQuantity::plastic_strain) {
-            out.push_back(frame.node_stress[4 * dofs + 3 * n + 1]);
-        } else if (row.components == 3) {
-            const auto k =
-                static_cast<std::size_t>(row.quantity) - static_cast<std::size_t>(FieldQuantity::direction_1);
-            const Vec3 direction = principal_of(s).direction[k];
-            out.insert(out.end(), direction.begin(), direction.end());
-        } else {
-            out.push_back(
-                scalar_of(row.quantity, s, material[n] < 0 ? nullptr : &model.materials[material[n]]));
+    out.reserve(principal_.size() * row.components);
+    for (std::size_t n = 0; n < principal_.size(); ++n) {
+        if (row.components == 1) {
+            out.push_back(scalar(row.quantity, n));
+            continue;
         }
+        const auto k =
+            static_cast<std::size_t>(row.quantity) - static_cast<std::size_t>(FieldQuantity::direction_1);
+        const Vec3& direction = principal_[n].direction[k];
+        out.insert(out.end(), direction.begin(), direction.end());
     }
     return out;
 }

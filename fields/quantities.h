@@ -4,6 +4,7 @@
 // tensor.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -60,9 +61,28 @@ const FieldQuantityRow* field_quantity_at(std::int32_t index);
 // that has the lowest index; -1 where there is none.
 std::vector<std::int32_t> node_materials(const Model& model, const Mesh& mesh);
 
-// Values at all nodes, node_num × components; empty where the frame does not have what they are made of.
-// material: node_materials().
-std::vector<double> field_values(const FieldQuantityRow& row, const Model& model,
-                                 std::span<const std::int32_t> material, const Frame& frame);
+// Principal values and directions of a nodal stress.
+struct Principal {
+    std::array<double, 3> value;  // falling
+    std::array<Vec3, 3> direction;
+};
+
+// The quantities of one frame; its principal stresses are found once. Borrows all.
+class FieldValues {
+public:
+    // material: node_materials().
+    FieldValues(const Model& model, std::span<const std::int32_t> material, const Frame& frame);
+
+    // Values at all nodes, node_num × components; empty where the frame does not have what they are made of.
+    std::vector<double> of(const FieldQuantityRow& row) const;
+
+private:
+    double scalar(FieldQuantity quantity, std::size_t node) const;
+
+    const Model& model_;
+    std::span<const std::int32_t> material_;
+    const Frame& frame_;
+    std::vector<Principal> principal_;  // per node; empty where the frame has no stresses
+};
 
 }  // namespace kestralum

@@ -45,7 +45,7 @@ protected:
     // At a node of the first material.
     std::vector<double> value(FieldQuantity quantity, const Frame& frame) const {
         const FieldQuantityRow* row = field_quantity_at(static_cast<std::int32_t>(quantity));
-        const auto all = field_values(*row, model, material, frame);
+        const auto all = FieldValues(model, material, frame).of(*row);
         const std::size_t n = std::ranges::find(material, 0) - material.begin();
         EXPECT_EQ(all.size(), std::size_t(mesh.node_num() * row->components));
         return {all.begin() + std::ptrdiff_t(n * row->components),
@@ -105,10 +105,10 @@ TEST_F(Quantities, WhatIsNotKnownIsNoNumberOrEmpty) {
     EXPECT_EQ(value(FieldQuantity::safety_factor, at_rest)[0], std::numeric_limits<double>::infinity());
     const auto* safety = field_quantity_at(112);
     EXPECT_EQ(std::ranges::count(material, 1), 4) << "the common nodes have the first part's";
-    const auto all = field_values(*safety, model, material, at_rest);
+    const auto all = FieldValues(model, material, at_rest).of(*safety);
     for (std::size_t n = 0; n < material.size(); ++n) EXPECT_EQ(std::isnan(all[n]), material[n] == 1);
-    EXPECT_TRUE(field_values(*field_quantity_at(101), model, material, at_rest).empty());
-    EXPECT_TRUE(field_values(*safety, model, material, Frame(3)).empty()) << "of another mesh";
+    EXPECT_TRUE(FieldValues(model, material, at_rest).of(*field_quantity_at(101)).empty());
+    EXPECT_TRUE(FieldValues(model, material, Frame(3)).of(*safety).empty()) << "of another mesh";
     model.materials[0].yield_stress = 0;
     model.materials[0].hardening_table = {{0, 1e8}, {0.1, 2e8}};
     EXPECT_NEAR(value(FieldQuantity::safety_factor, frame_of({5e7}, rotation(1)))[0], 2, 1e-12);
