@@ -14,25 +14,15 @@ namespace {
 constexpr int sub_tetrahedra[8][4] = {{0, 4, 6, 7}, {4, 1, 5, 8}, {6, 5, 2, 9}, {7, 8, 9, 3},
                                       {4, 9, 5, 6}, {4, 9, 6, 7}, {4, 9, 7, 8}, {4, 9, 8, 5}};
 
-// Distances along the normal, 0 where a node counts as in the plane.
-std::vector<double> distances(const Mesh& mesh, const SectionPlane& plane, std::span<const double> u) {
-    const double rounding = 1e-9 * mesh.max_length;
-    std::vector<double> out(mesh.node_num());
-    for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
-        const Vec3 x = u.empty() ? place_of(mesh, n) : plus(place_of(mesh, n), triple(u, n));
-        const double d = dot(minus(x, plane.point), plane.normal);
-        out[n] = std::abs(d) <= rounding ? 0.0 : d;
-    }
-    return out;
-}
-
 class Cutter {
 public:
-    Cutter(const Mesh& mesh, std::span<const double> distance, std::span<const double> u, const Vec3& normal)
-        : mesh_(mesh), distance_(distance), u_(u), normal_(normal) {}
+    Cutter(const Mesh& mesh, std::span<const double> distance, std::span<const double> u,
+           std::span<const char> gone)
+        : mesh_(mesh), distance_(distance), u_(u), gone_(gone) {}
 
     PlaneCut take() {
-        for (std::int32_t e = 0; e < mesh_.element_num(); ++e) cut_element(e);
+        for (std::int32_t e = 0; e < mesh_.element_num(); ++e)
+            if (gone_.empty() || !gone_[e]) cut_element(e);
         return std::move(out_);
     }
 
@@ -79,7 +69,7 @@ private:
                 ring[size] = vertex(cell[at / 8], cell[at % 8]);
                 at = std::exchange(next[at], -1);
             }
-            if (size > 0) add_polygon(e, {ring.data(), size});
+            if (size > 0) add_polygon(e, {ring.data(), size}, towards_beyond(cell, nodes_per_element(kind)));
         }
     }
 
@@ -94,23 +84,36 @@ private:
         return at->second;
     }
 
-    Vec3 place(std::int32_t v) const {
-        const auto [a, b] = out_.between[v];
-        Vec3 from = place_of(mesh_, a), to = place_of(mesh_, b);
-        if (!u_.empty()) {
-            from = plus(from, triple(u_, a));
-            to = plus(to, triple(u_, b));
-        }
-        return plus(from, times(out_.share[v], minus(to, from)));
+    Vec3 node_place(std::int64_t n) const {
+        return u_.empty() ? place_of(mesh_, n) : plus(place_of(mesh_, n), triple(u_, n));
     }
 
-    void add_polygon(std::int32_t e, std::span<std::int32_t> ring) {
+    // From the middle of the cell's nodes on this side to that of those beyond.
+    Vec3 towards_beyond(const std::array<std::int32_t, 8>& cell, int nodes) const {
+        std::array<Vec3, 2> sum{};
+        std::array<double, 2> count{};
+        for (int k = 0; k < nodes; ++k) {
+            const std::int64_t n = node_index(cell[k]);
+            const std::size_t side = distance_[n] > 0;
+            sum[side] = plus(sum[side], node_place(n));
+            ++count[side];
+        }
+        return minus(times(1 / count[1], sum[1]), times(1 / count[0], sum[0]));
+    }
+
+    Vec3 place(std::int32_t v) const {
+        const auto [a, b] = out_.between[v];
+        const Vec3 from = node_place(a);
+        return plus(from, times(out_.share[v], minus(node_place(b), from)));
+    }
+
+    void add_polygon(std::int32_t e, std::span<std::int32_t> ring, const Vec3& up) {
         Vec3 area{};  // twice
         const Vec3 first = place(ring[0]);
         for (std::size_t k = 1; k + 1 < ring.size(); ++k)
             area = plus(area, cross(minus(place(ring[k]), first), minus(place(ring[k + 1]), first)));
-        const double along = dot(area, normal_);
-        if (!(std::abs(along) > 1e-18 * mesh_.max_length * mesh_.max_length)) return;  // met at a rim alone
+        if (!(norm(area) > 1e-18 * mesh_.max_length * mesh_.max_length)) return;  // met at a rim alone
+        const double along = dot(area, up);
         if (along < 0) std::reverse(ring.begin(), ring.end());
         out_.corners.insert(out_.corners.end(), ring.begin(), ring.end());
         out_.start.push_back(static_cast<std::int32_t>(out_.corners.size()));
@@ -119,21 +122,36 @@ private:
 
     const Mesh& mesh_;
     const std::span<const double> distance_, u_;
-    const Vec3 normal_;
+    const std::span<const char> gone_;
     std::unordered_map<std::uint64_t, std::int32_t> number_;
     PlaneCut out_;
 };
 
 }  // namespace
 
+std::vector<double> distances_to(const Mesh& mesh, const SectionPlane& plane, std::span<const double> u) {
+    const double rounding = 1e-9 * mesh.max_length;
+    std::vector<double> out(mesh.node_num());
+    for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
+        const Vec3 x = u.empty() ? place_of(mesh, n) : plus(place_of(mesh, n), triple(u, n));
+        const double d = dot(minus(x, plane.point), plane.normal);
+        out[n] = std::abs(d) <= rounding ? 0.0 : d;
+    }
+    return out;
+}
+
 PlaneCut cut_mesh(const Mesh& mesh, const SectionPlane& plane, std::span<const double> u) {
-    const std::vector<double> distance = distances(mesh, plane, u);
-    return Cutter(mesh, distance, u, plane.normal).take();
+    const std::vector<double> distance = distances_to(mesh, plane, u);
+    return Cutter(mesh, distance, u, {}).take();
+}
+
+PlaneCut cut_at_level(const Mesh& mesh, std::span<const double> level, std::span<const char> gone) {
+    return Cutter(mesh, level, {}, gone).take();
 }
 
 std::vector<char> nodes_beyond(const Mesh& mesh, const SectionPlane& plane, std::span<const double> u) {
     std::vector<char> out;
-    for (const double d : distances(mesh, plane, u)) out.push_back(d > 0);
+    for (const double d : distances_to(mesh, plane, u)) out.push_back(d > 0);
     return out;
 }
 

@@ -1,4 +1,4 @@
-// The cut of a plane through the elements of a mesh.
+// The cut of a plane through the elements of a mesh, or of a surface on which a nodal quantity has one value.
 //
 // Hexahedra and 4-node tetrahedra are cut along their edges: the polygon joins the places where the plane
 // meets them, face by face. A 10-node tetrahedron counts as the eight 4-node ones of its corners and mid-side
@@ -35,6 +35,14 @@ struct PlaneCut {
 
 // u: 3 per node, m, of the shape that is cut; empty: at rest.
 PlaneCut cut_mesh(const Mesh& mesh, const SectionPlane& plane, std::span<const double> u = {});
+
+// Per node the distance along the normal, m; 0 where the node counts as in the plane.
+std::vector<double> distances_to(const Mesh& mesh, const SectionPlane& plane, std::span<const double> u = {});
+
+// The cut where a level, one finite value per node and linear along the edges, is 0: between the nodes above
+// 0 and the others. Polygons run anticlockwise seen from the side above 0. Elements that are `gone` (flags;
+// empty: none) are not cut.
+PlaneCut cut_at_level(const Mesh& mesh, std::span<const double> level, std::span<const char> gone = {});
 
 // Per node: it is on the side that the normal points to.
 std::vector<char> nodes_beyond(const Mesh& mesh, const SectionPlane& plane, std::span<const double> u = {});

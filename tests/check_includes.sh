@@ -11,7 +11,7 @@ allowed() {
         mesh) echo "mesh model" ;;
         solver) echo "solver model" ;;
         results) echo "results model" ;;
-        view) echo "view model" ;;
+        view) echo "view fields elements model" ;;
         input) echo "input mesh model" ;;
         conditions) echo "conditions model" ;;
         elements) echo "elements model" ;;

@@ -4,9 +4,33 @@
 
 namespace kestralum::view {
 
+namespace {
+
+bool is_direction(FieldQuantity quantity) {
+    return quantity == FieldQuantity::direction_1 || quantity == FieldQuantity::direction_2 ||
+           quantity == FieldQuantity::direction_3;
+}
+
+}  // namespace
+
+std::span<const Quantity> further_quantities() {
+    static const std::vector<Quantity> rows = [] {
+        std::vector<Quantity> out;
+        for (const FieldQuantityRow& row : field_quantities) {
+            const auto index = static_cast<std::int32_t>(row.quantity);
+            if (index == plastic_strain_row || index == error_row || is_direction(row.quantity)) continue;
+            out.push_back({row.text, row.text, row.unit, Source::field, index, 0});
+        }
+        return out;
+    }();
+    return rows;
+}
+
 const Quantity* quantity_at(std::int32_t index) {
     if (index == plastic_strain_row) return &plastic_strain;
     if (index == error_row) return &error_estimate;
+    for (const Quantity& quantity : further_quantities())
+        if (quantity.group == index) return &quantity;
     if (index < 0 || index >= std::ssize(quantities)) return nullptr;
     return &quantities[index];
 }
@@ -20,7 +44,22 @@ std::shared_ptr<const Frame> frame_at(Frames frames, std::int32_t frame) {
     return frame >= 1 && frame <= mode_num(frames) ? frames[frame - 1] : nullptr;
 }
 
-std::vector<double> nodal_values(std::int32_t index, const Mesh& mesh, const Frame& frame) {
+namespace {
+
+std::vector<double> further_values(std::int32_t index, const Frame& frame, const FieldBase& base) {
+    const FieldQuantityRow* row = field_quantity_at(index);
+    if (!row) return {};
+    std::vector<double> values = FieldValues(base.model, base.material, frame).of(*row);
+    if (row->components == 1) return values;
+    std::vector<double> lengths(values.size() / 3);
+    for (std::size_t n = 0; n < lengths.size(); ++n) lengths[n] = norm(triple(values, n));
+    return lengths;
+}
+
+}  // namespace
+
+std::vector<double> nodal_values(std::int32_t index, const Mesh& mesh, const Frame& frame,
+                                 const FieldBase* base) {
     const Quantity* quantity = quantity_at(index);
     const std::size_t dofs = mesh.dof_num();
     if (!quantity || quantity->source == Source::none || frame.mode_vec.size() != dofs ||
@@ -32,13 +71,25 @@ std::vector<double> nodal_values(std::int32_t index, const Mesh& mesh, const Fra
         for (double& value : percent) value *= 100;
         return percent;
     }
-    const auto table = quantity->source == Source::stress
-                           ? std::span(frame.node_stress).subspan(quantity->group * dofs, dofs)
-                           : std::span(frame.mode_vec);
+    if (quantity->source == Source::stress || quantity->source == Source::field)
+        return place_values(index, frame, base);
     std::vector<double> values(mesh.node_num());
     for (std::size_t n = 0; n < values.size(); ++n)
-        values[n] = quantity->source == Source::magnitude ? norm(triple(table, n))
-                                                          : table[3 * n + quantity->component];
+        values[n] = quantity->source == Source::magnitude ? norm(triple(frame.mode_vec, n))
+                                                          : frame.mode_vec[3 * n + quantity->component];
+    return values;
+}
+
+std::vector<double> place_values(std::int32_t index, const Frame& table, const FieldBase* base) {
+    const Quantity* quantity = quantity_at(index);
+    const std::size_t dofs = table.mode_vec.size();
+    if (!quantity || table.node_stress.size() != stress_groups * dofs) return {};
+    if (quantity->source == Source::field)
+        return base ? further_values(index, table, *base) : std::vector<double>();
+    if (quantity->source != Source::stress) return {};
+    const auto group = std::span(table.node_stress).subspan(quantity->group * dofs, dofs);
+    std::vector<double> values(dofs / 3);
+    for (std::size_t n = 0; n < values.size(); ++n) values[n] = group[3 * n + quantity->component];
     return values;
 }
 
@@ -57,14 +108,14 @@ std::optional<ValueRange> value_range(std::span<const double> values, std::span<
 
 std::optional<ValueRange> value_range_all_frames(std::int32_t index, const Mesh& mesh, Frames frames,
                                                  std::span<const std::int32_t> nodes,
-                                                 const NodesOfFrame& nodes_of) {
+                                                 const NodesOfFrame& nodes_of, const FieldBase* base) {
     std::optional<ValueRange> range;
     for (std::int32_t frame = 1; frame <= mode_num(frames); ++frame) {
         const Frame& values = *frame_at(frames, frame);
         std::vector<std::int32_t> left;
         const bool other = nodes_of && !values.removed.empty();
         if (other) left = nodes_of(values);
-        auto here = value_range(nodal_values(index, mesh, values), other ? left : nodes);
+        auto here = value_range(nodal_values(index, mesh, values, base), other ? left : nodes);
         if (!here) continue;
         here->low.frame = here->high.frame = frame;
         if (!range) range = here;
@@ -75,23 +126,12 @@ std::optional<ValueRange> value_range_all_frames(std::int32_t index, const Mesh&
 }
 
 double normalised(double value, const ValueRange& range) {
-    if (std::isnan(value)) return value;
-    // halves: the width of a range of huge values must not overflow
-    const double width = 0.5 * range.high.value - 0.5 * range.low.value;
-    if (!(width > 0)) return 0;
-    return std::clamp((0.5 * value - 0.5 * range.low.value) / width, 0.0, 1.0);
+    const double share = share_of(value, range.low.value, range.high.value);
+    return std::isnan(share) ? share : std::clamp(share, 0.0, 1.0);
 }
 
 Color contour_color(double v, double alpha) {
-    Vec3 color{0.5, 0.5, 0.5};
-    if (!std::isnan(v)) {
-        const double d = 2 * std::abs(0.5 - v);
-        const double red = v > 0.5 ? d : 0, green = 1 - d, blue = v < 0.5 ? d : 0;
-        const double m = std::max({red, green, blue});
-        color = {red / m, green / m, blue / m};
-    }
-    const auto [red, green, blue] = to_float(color);
-    return {red, green, blue, static_cast<float>(alpha)};
+    return scale_color({}, v, alpha);
 }
 
 }  // namespace kestralum::view

@@ -10,7 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "fields/quantities.h"
 #include "model/run.h"
+#include "view/color_scale.h"
 #include "view/vector.h"
 
 namespace kestralum::view {
@@ -21,6 +23,7 @@ enum class Source {
     displacement,  // its component
     stress,        // component of a group of Frame::node_stress
     error,         // Frame::error, in percent
+    field,         // row `group` of field_quantities; the length of a vector
     none,          // no values: the part's own colour
 };
 struct Quantity {
@@ -28,7 +31,7 @@ struct Quantity {
     const char* text;  // in the legend
     const char* unit;  // "": the title has none
     Source source;
-    int group;      // of node_stress
+    int group;      // of node_stress; the index of a further quantity
     int component;  // 0 … 2
 };
 inline constexpr std::array<Quantity, 18> quantities{{
@@ -61,7 +64,11 @@ inline constexpr std::int32_t error_row = 101;
 inline constexpr Quantity error_estimate{
     "E&rror Estimate", "Estimated stress error", "%", Source::error, 0, 0};
 
-// Row of the table, plastic_strain_row or error_row; null for any other index.
+// The rest of field_quantities that colours a picture, in its order: all but the directions, which have no
+// size. Behind the menu's rows; its index is that of the field quantity.
+std::span<const Quantity> further_quantities();
+
+// Row of the table, plastic_strain_row, error_row or a further one; null for any other index.
 const Quantity* quantity_at(std::int32_t index);
 
 // Text of the legend: empty for 17 and for every index without a row.
@@ -77,14 +84,27 @@ inline std::int32_t mode_num(Frames frames) {
 // Null where the frame does not exist.
 std::shared_ptr<const Frame> frame_at(Frames frames, std::int32_t frame);
 
+// What further quantities are made of beside a frame.
+struct FieldBase {
+    const Model& model;
+    std::span<const std::int32_t> material;  // node_materials() of the mesh
+};
+
 // Values of a quantity at all nodes (node_num); empty where there are none, or where the frame belongs to
-// another mesh.
-std::vector<double> nodal_values(std::int32_t index, const Mesh& mesh, const Frame& frame);
+// another mesh. Further quantities want a `base`.
+std::vector<double> nodal_values(std::int32_t index, const Mesh& mesh, const Frame& frame,
+                                 const FieldBase* base = nullptr);
+
+// The same of a table in the layout of Frame::node_stress for any places: its rows are those of `places` in
+// `table`, whose displacements do not count; base.material is of the places. Empty for displacements and
+// errors, and where the table is.
+std::vector<double> place_values(std::int32_t index, const Frame& table, const FieldBase* base = nullptr);
 
 struct Extreme {
     double value = 0;
-    std::int32_t node = 0;   // 1-based
-    std::int32_t frame = 0;  // 1-based; 0 where one frame was looked at
+    std::int32_t node = 0;    // 1-based
+    std::int32_t frame = 0;   // 1-based; 0 where one frame was looked at
+    bool of_element = false;  // `node` is an element
 };
 struct ValueRange {
     Extreme low, high;
@@ -98,7 +118,8 @@ std::optional<ValueRange> value_range(std::span<const double> values, std::span<
 using NodesOfFrame = std::function<std::vector<std::int32_t>(const Frame&)>;
 std::optional<ValueRange> value_range_all_frames(std::int32_t index, const Mesh& mesh, Frames frames,
                                                  std::span<const std::int32_t> nodes,
-                                                 const NodesOfFrame& nodes_of = {});
+                                                 const NodesOfFrame& nodes_of = {},
+                                                 const FieldBase* base = nullptr);
 
 // 0 at the low end, 1 at the high end, clamped; 0 in a range without width. NaN stays NaN.
 double normalised(double value, const ValueRange& range);

@@ -22,13 +22,16 @@ double scale_factor(AnalysisType ana_type, std::span<const double> vector, const
     const double L = extent_of(rule.max_length);
     const double largest = largest_displacement(vector);
     if (!std::isfinite(largest)) return 0;
+    if (rule.deformation == Deformation::fixed) return std::isfinite(rule.fixed) ? rule.fixed : 0;
     double factor = 1;
     if (has_shapes(ana_type)) {
         if (!(largest > 0)) return 0;
         factor = mode_share * L / largest;
-    } else if (ana_type == AnalysisType::linear_static && rule.auto_scale && largest > 0 &&
-               largest < small_share * L) {
-        factor = static_share * L / largest;
+    } else {
+        const bool automatic = rule.deformation == Deformation::automatic,
+                   magnified = automatic || (ana_type == AnalysisType::linear_static && rule.auto_scale);
+        const double all = automatic && rule.largest_of_steps > 0 ? rule.largest_of_steps : largest;
+        if (magnified && all > 0 && all < small_share * L) factor = static_share * L / all;
     }
     factor *= rule.mode_scale;
     return std::isfinite(factor) ? factor : 0;

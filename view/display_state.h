@@ -6,8 +6,10 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <vector>
 
 #include "model/run.h"
+#include "view/color_scale.h"
 #include "view/contour.h"
 #include "view/part_look.h"
 #include "view/vector.h"
@@ -65,12 +67,51 @@ enum class EigenMethod : std::int32_t { subspace = 2, lanczos = 3 };
 
 inline constexpr int phase_count = 20;  // pictures per oscillation of a mode
 
+// A plane that hides what its normal points to, closed with the contour.
+struct ShownSection {
+    Vec3 point{}, normal{1, 0, 0};  // of the body at rest, m; of length 1
+    bool on = true;
+    bool operator==(const ShownSection&) const = default;
+};
+
+// Values that hide what has them; in the quantity's own unit.
+struct Threshold {
+    std::optional<double> below, above;
+    bool on() const { return below || above; }
+    bool operator==(const Threshold&) const = default;
+};
+
+enum class Deformation {
+    usual,      // modes a fifth of the model, static magnified where auto_scale is on, steps as they are
+    automatic,  // the same magnification in the analyses with steps, by their largest displacement
+    fixed,      // times deformation_factor, whatever mode_scale is
+};
+
+enum class Shading {
+    flat,     // faces without a contour lit, with one normal each; a contour in its own colours
+    smooth,   // lit as if they were round where neighbouring faces meet at less than 30 degrees
+    contour,  // the same with a contour, whose colours are darkened
+};
+
+// How the body is shown beside its contour.
+struct Look {
+    Shading shading = Shading::flat;
+    bool silhouettes = false;     // dark rims where the body hides itself
+    bool occlusion = false;       // corners and hollows darker
+    bool undeformed = false;      // outline at rest
+    bool marks = false;           // of the largest and the smallest value
+    bool element_values = false;  // as they are in each element, not averaged at the nodes
+    bool operator==(const Look&) const = default;
+};
+
+// Signs of a vector or of the principal stresses at the nodes.
+enum class Glyphs { none, displacement, principal, reaction, velocity, acceleration };
+
 struct DisplayState {
     std::array<bool, 16> flags = start_flags();
-    std::int32_t contour = 4;          // row of the Contour menu, -1 none
-    bool error_estimate = false;       // the entry below the Contour menu's rows; contour is -1 then
-    bool plastic_strain = false;       // shown in place of the contour
-    std::int32_t frame = 1;            // mode or output step shown, 1-based; 0 undeformed
+    std::int32_t contour = 4;  // row of the Contour menu, -1 none
+    std::int32_t further = 0;  // index of a quantity from 100 on, shown in place of the contour; 0 none
+    std::int32_t frame = 1;    // mode or output step shown, 1-based; 0 undeformed
     std::int32_t frame_increment = 1;  // kept for the control that sets it
     bool animation_running = false;
     bool animation_repeats = false;  // from the last step to the first; ends with the animation
@@ -79,10 +120,20 @@ struct DisplayState {
     bool mode_swings = true;         // false: at its peak, phase 0
     int phase = 0;                   // entry of the phase table shown
     double mode_scale = 1.0;
-    double transparency = 1.0;      // alpha of the drawn model
-    Vec3 light{1, 1, 1};            // main light, m; max_length each once a view is set up
-    bool auto_scale = true;         // small static displacements are drawn magnified
-    bool all_frames_range = false;  // contour range over all frames, not the one shown
+    double transparency = 1.0;  // alpha of the drawn model
+    Vec3 light{1, 1, 1};        // main light, m; max_length each once a view is set up
+    bool auto_scale = true;     // small static displacements are drawn magnified
+    ColorScale scale;
+    DisplayUnits units;
+    std::vector<ShownSection> sections;
+    Threshold threshold;
+    std::vector<double>
+        iso_values;  // surfaces of these values, in the quantity's own unit; the body is an outline
+    Deformation deformation = Deformation::usual;
+    double deformation_factor = 1;
+    Look look;
+    Glyphs glyphs = Glyphs::none;
+    double glyph_scale = 1;
     MouseMode mouse_mode = MouseMode::translation;
     EigenMethod eigen_method = EigenMethod::subspace;
     bool real_time = false;  // explicit analysis stepped by the view
@@ -91,9 +142,7 @@ struct DisplayState {
     Highlight highlight;
 
     // Row of the quantity table, -1 none.
-    std::int32_t shown_contour() const {
-        return plastic_strain ? plastic_strain_row : error_estimate ? error_row : contour;
-    }
+    std::int32_t shown_contour() const { return further > 0 ? further : contour; }
     bool operator==(const DisplayState&) const = default;
     bool shows(ViewFlag flag) const { return flags[static_cast<std::size_t>(flag)]; }
 };

@@ -8,10 +8,12 @@ namespace kestralum::view {
 
 namespace {
 
-std::string mark(const char* name, const Extreme& extreme) {
+std::string mark(const char* name, const Extreme& extreme, double factor) {
+    const double value = factor * extreme.value;
+    if (extreme.of_element) return formatted("%s %.3e Element:%d", name, value, extreme.node);
     if (extreme.frame > 0)
-        return formatted("%s %.3e Node:%d Frame:%d", name, extreme.value, extreme.node, extreme.frame);
-    return formatted("%s %.3e Node:%d", name, extreme.value, extreme.node);
+        return formatted("%s %.3e Node:%d Frame:%d", name, value, extreme.node, extreme.frame);
+    return formatted("%s %.3e Node:%d", name, value, extreme.node);
 }
 
 // Of a frame with a name.
@@ -52,25 +54,65 @@ std::string legend_text(AnalysisType ana_type, std::int32_t contour, Frames fram
     return "";
 }
 
-ContourBar contour_bar(std::int32_t contour, AnalysisType ana_type, const ValueRange& range) {
-    constexpr double intervals = 8;
+namespace {
+
+// Modes are scaled freely: neither their displacement nor the stress from it has a unit.
+bool has_unit(const Quantity& quantity, AnalysisType ana_type) {
+    return !has_shapes(ana_type) || quantity.unit[0] == '-';
+}
+
+// Foot to head, as many as there are colours on the bar.
+void add_colors(ContourBar& bar, const ColorScale& scale, bool flat) {
+    const int intervals = scale.bands > 0 ? scale.bands : scale.palette == Palette::rainbow ? 8 : 64;
+    bar.blended = scale.bands == 0;
+    const int count = bar.blended ? intervals + 1 : intervals;
+    for (int k = 0; k < count; ++k) {
+        const double share = bar.blended ? 1.0 * k / intervals : (k + 0.5) / intervals;
+        bar.colors.push_back(scale_color(scale, flat ? 0 : share, 1));
+    }
+    if (scale.mark_outside && !flat) bar.outside = {scale_color(scale, -1, 1), scale_color(scale, 2, 1)};
+}
+
+void add_round_ticks(ContourBar& bar, double low, double high) {
+    for (const double value : round_values(low, high, 8))
+        bar.ticks.push_back({share_of(value, low, high), formatted("%.6g", value)});
+}
+
+void add_even_ticks(ContourBar& bar, const ColorScale& scale, double low, double high) {
+    const int borders = scale.bands > 0 ? scale.bands : 8, step = (borders - 1) / 16 + 1;
+    for (int k = 0; k <= borders; k += step) {
+        const double at = 1.0 * k / borders;
+        bar.ticks.push_back({at, formatted("%.3e", low * (1 - at) + high * at)});
+        if (!(high > low)) return;
+    }
+}
+
+}  // namespace
+
+ShownUnit told_unit(std::int32_t contour, AnalysisType ana_type, const DisplayUnits& units) {
+    const Quantity* quantity = quantity_at(contour);
+    if (!quantity || !has_unit(*quantity, ana_type)) return {};
+    return shown_unit(quantity->unit, units);
+}
+
+ContourBar contour_bar(std::int32_t contour, AnalysisType ana_type, const ValueRange& range,
+                       const BarStyle& style) {
     ContourBar bar;
     const Quantity* quantity = quantity_at(contour);
     if (!quantity || quantity->source == Source::none) return bar;
+    const ShownUnit unit = told_unit(contour, ana_type, style.units);
     bar.title = quantity->text;
-    // modes are scaled freely: neither their displacement nor the stress from it has a unit
-    const bool has_unit = !has_shapes(ana_type) || quantity->unit[0] == '-';
     if (quantity->unit[0] != '\0')
-        bar.title += has_unit ? formatted(" [%s]", quantity->unit) : " [mode amplitude]";
-    const bool flat = !(range.high.value > range.low.value);
-    for (int k = 0; k <= intervals; ++k) {
-        const double at = k / intervals;
-        bar.colors.push_back(contour_color(flat ? 0 : at, 1));
-        if (!flat || k == 0)
-            bar.ticks.push_back({at, formatted("%.3e", range.low.value * (1 - at) + range.high.value * at)});
-    }
-    bar.largest = mark("Max", range.high);
-    bar.smallest = mark("Min", range.low);
+        bar.title += has_unit(*quantity, ana_type) ? " [" + unit.text + "]" : " [mode amplitude]";
+    const auto ends = style.ends.value_or(std::array{range.low.value, range.high.value});
+    const double low = unit.factor * ends[0], high = unit.factor * ends[1];
+    add_colors(bar, style.scale, !(high > low));
+    if (style.scale.round_ticks)
+        add_round_ticks(bar, low, high);
+    else
+        add_even_ticks(bar, style.scale, low, high);
+    bar.largest = mark("Max", range.high, unit.factor);
+    bar.smallest = mark("Min", range.low, unit.factor);
     return bar;
 }
 

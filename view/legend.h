@@ -1,7 +1,9 @@
 // Texts over the picture and the contour bar.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,13 +26,29 @@ struct BarTick {
 };
 struct ContourBar {
     std::string title;              // quantity and unit; a mode's amplitude has no unit
-    std::vector<Color> colors;      // foot to head, opaque; neighbours are blended
+    std::vector<Color> colors;      // foot to head, opaque
+    bool blended = true;            // neighbours; else each colour has its share of the bar
+    std::vector<Color> outside;     // of values below and above the range; empty: they have those of the ends
     std::vector<BarTick> ticks;     // foot to head; one where the range has no width
     std::string largest, smallest;  // value and node, with the frame where all were looked at
 };
 
-// Nine colours and values, the quarter points among them.
-ContourBar contour_bar(std::int32_t contour, AnalysisType ana_type, const ValueRange& range);
+// How values are shown.
+struct BarStyle {
+    ColorScale scale{};
+    DisplayUnits units{};
+    // Where the colours reach to, in the quantity's own unit; nothing: to the ends of the values.
+    std::optional<std::array<double, 2>> ends{};
+};
+
+// Nine colours and values, the quarter points among them; of bands their colours and borders, where those are
+// more than 16 every second or third one, and round values where the scale wants them.
+ContourBar contour_bar(std::int32_t contour, AnalysisType ana_type, const ValueRange& range,
+                       const BarStyle& style = {});
+
+// Values of a quantity as they are told: with this factor, in this unit ("" for a mode's amplitude and for
+// pure numbers).
+ShownUnit told_unit(std::int32_t contour, AnalysisType ana_type, const DisplayUnits& units);
 
 // Where the bar stands, in pixels from the top left corner of the view.
 struct BarLayout {

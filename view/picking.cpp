@@ -58,11 +58,23 @@ Vec3 corner_shares(const Vec3& place, const Vec3& a, const Vec3& b, const Vec3& 
     return sum > 0 ? times(1 / sum, shares) : Vec3{1.0 / 3, 1.0 / 3, 1.0 / 3};
 }
 
-Pick nearest_corner(const Hit& hit, const Vec3& place, const Surface& surface, std::span<const double> x) {
+// The nodes that a vertex lies between; a node is its own.
+void add_nodes(const FurtherVertices& further, std::int64_t node_num, std::int32_t vertex,
+               std::vector<std::int32_t>& nodes) {
+    if (vertex < node_num) return nodes.push_back(vertex);
+    for (const std::int32_t end : further.between[vertex - node_num])
+        add_nodes(further, node_num, end, nodes);
+}
+
+Pick nearest_corner(const Hit& hit, const Vec3& place, const Surface& surface, std::span<const double> x,
+                    const FurtherVertices& further) {
     Pick pick;
     double nearest = std::numeric_limits<double>::infinity();
-    for (std::int64_t k = 3 * hit.face_first; k < 3 * (hit.face_first + hit.face_triangles); ++k) {
-        const std::int32_t n = surface.triangles[k];
+    const std::int64_t node_num = std::ssize(x) / 3 - std::ssize(further.between);
+    std::vector<std::int32_t> nodes;
+    for (std::int64_t k = 3 * hit.face_first; k < 3 * (hit.face_first + hit.face_triangles); ++k)
+        add_nodes(further, node_num, surface.triangles[k], nodes);
+    for (const std::int32_t n : nodes) {
         const double away = norm(minus(triple(x, n), place));
         if (away >= nearest) continue;
         nearest = away;
@@ -86,10 +98,11 @@ std::int32_t element_at(std::int32_t node, const Surface& surface) {
 }  // namespace
 
 std::optional<Pick> pick_node(const Ray& ray, const Surface& surface, std::span<const double> coordinates,
-                              double slack) {
+                              double slack, const FurtherVertices& further) {
     const Hit hit = nearest_face(ray, surface, coordinates);
     if (hit.face_first >= 0)
-        return nearest_corner(hit, plus(ray.origin, times(hit.t, ray.direction)), surface, coordinates);
+        return nearest_corner(hit, plus(ray.origin, times(hit.t, ray.direction)), surface, coordinates,
+                              further);
     std::optional<Pick> pick;
     double best = slack;
     for (const std::int32_t n : surface.nodes) {

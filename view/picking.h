@@ -8,6 +8,7 @@
 
 #include "view/camera.h"
 #include "view/surface.h"
+#include "view/trim.h"
 
 namespace kestralum::view {
 
@@ -26,9 +27,10 @@ struct Pick {
 
 // The nearest face that the ray meets, and of its nodes the one nearest to where it meets it. A ray
 // that meets none takes the drawn node that it passes within `slack` per unit of distance (tangent of
-// an angle, about a few pixels): the one closest to the ray's line. `coordinates` are those drawn.
+// an angle, about a few pixels): the one closest to the ray's line. `coordinates` are those drawn, of nodes
+// and `further` vertices; of a face that a section has made the nodes are those that its corners lie between.
 std::optional<Pick> pick_node(const Ray& ray, const Surface& surface, std::span<const double> coordinates,
-                              double slack = 0);
+                              double slack = 0, const FurtherVertices& further = {});
 
 // Tangent of the angle that `pixels` of the screen span, of which each is pixel_ratio pixels of the view.
 double pixel_slack(const Camera& camera, double pixels);

@@ -1,5 +1,10 @@
 #include "view/picture.h"
 
+#include <algorithm>
+#include <cmath>
+
+#include "fields/plane_cut.h"
+
 namespace kestralum::view {
 
 namespace {
@@ -32,10 +37,21 @@ void Picture::mesh_changed() {
     numbers_.reset();
 }
 
+namespace {
+
+bool shows_inside(const DisplayState& state) {
+    return std::ranges::any_of(state.sections, &ShownSection::on) || state.threshold.on() ||
+           !state.iso_values.empty();
+}
+
+}  // namespace
+
 void Picture::update(const SceneTables& tables, const DisplayState& state) {
     const bool carries = carries_values(tables, state);
+    inside_shows_ = shows_inside(state) && tables.mesh().element_num() > 0;
     update_faces(tables, state, carries);
     update_values(tables, state, carries);
+    update_trim(tables, state);
     update_shape(tables, state);
 }
 
@@ -58,7 +74,9 @@ Surface Picture::surface_of(const Mesh& mesh, Faces faces) {
 }
 
 void Picture::update_faces(const SceneTables& tables, const DisplayState& state, bool carries) {
-    const bool translucent = carries && state.transparency < 1;
+    const bool outside_alone =
+        inside_shows_ || state.look.element_values || state.look.shading == Shading::contour;
+    const bool translucent = carries && state.transparency < 1 && !outside_alone;
     PartChoice choice = part_choice(state.part_looks);
     const bool others = drawn_mesh_ != mesh_revision_ || choice != choice_,
                removed = take_removed(tables, state);
@@ -77,7 +95,41 @@ void Picture::update_faces(const SceneTables& tables, const DisplayState& state,
         all_ = surface_of(tables.mesh(), Faces::all);
         all_built_ = true;
     }
+    ++base_revision_;
     ++faces_revision_;
+}
+
+const std::vector<char>& Picture::gone(const Mesh& mesh) {
+    if (gone_of_ == base_revision_) return gone_;
+    gone_of_ = base_revision_;
+    gone_ = gone_elements(mesh, choice_.hidden, {removed_});
+    std::vector<char> there(mesh.node_num(), 0);
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e)
+        if (!gone_[e])
+            for (const std::int32_t n : mesh.element(e)) there[node_index(n)] = 1;
+    inner_.clear();
+    for (std::int32_t n = 0; n < mesh.node_num(); ++n)
+        if (there[n]) inner_.push_back(n);
+    return gone_;
+}
+
+std::span<const std::int32_t> Picture::range_nodes(const Mesh& mesh) {
+    if (!inside_shows_) return translucent_ ? all_.value_nodes : free_.value_nodes;
+    gone(mesh);
+    return inner_;
+}
+
+const FurtherVertices& Picture::further() const {
+    static const FurtherVertices none;
+    return trimmed() ? trimmed_->further : none;
+}
+
+std::array<double, 2> Picture::color_ends(const ColorScale& scale) const {
+    if (scale.range == RangeKind::fixed) return {scale.low, scale.high};
+    if (!range_) return {0, 0};
+    if (scale.range != RangeKind::symmetric) return {range_->low.value, range_->high.value};
+    const double reach = std::max(std::abs(range_->low.value), std::abs(range_->high.value));
+    return {-reach, reach};
 }
 
 namespace {
@@ -108,34 +160,107 @@ std::optional<ValueRange> Picture::range_of_all_frames(const SceneTables& tables
     if (whole_nodes_of_ != whole_revision_) {
         whole_nodes_of_ = whole_revision_;
         const Faces kind = translucent_ ? Faces::all : Faces::free;
-        whole_nodes_ =
-            removed_.empty() ? faces().value_nodes : build_surface(mesh, kind, choice_).value_nodes;
+        whole_nodes_ = removed_.empty() ? (translucent_ ? all_ : free_).value_nodes
+                                        : build_surface(mesh, kind, choice_).value_nodes;
     }
     return value_range_all_frames(
-        state.shown_contour(), mesh, tables.frames(), whole_nodes_,
-        [&](const Frame& frame) { return nodes_left(mesh, frame, whole_nodes_, choice_); });
+        state.shown_contour(), mesh, tables.frames(),
+        inside_shows_ ? range_nodes(mesh) : std::span<const std::int32_t>(whole_nodes_),
+        [&](const Frame& frame) { return nodes_left(mesh, frame, whole_nodes_, choice_); },
+        field_base(tables, false));
+}
+
+// Materials are found once for a mesh, and only where a quantity wants them.
+const FieldBase* Picture::field_base(const SceneTables& tables, bool of_elements) {
+    const Mesh& mesh = tables.mesh();
+    if (materials_of_ != mesh_revision_) {
+        materials_of_ = mesh_revision_;
+        node_materials_ = node_materials(tables.model, mesh);
+        element_materials_.assign(mesh.element_num(), -1);
+        for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+            const std::int32_t part = e < std::ssize(mesh.p_ele_part_id) ? mesh.p_ele_part_id[e] : -1;
+            if (part < 0 || part >= std::ssize(tables.model.parts)) continue;
+            const std::int32_t material = tables.model.parts[part].material_id;
+            if (material < std::ssize(tables.model.materials)) element_materials_[e] = material;
+        }
+    }
+    base_.emplace(FieldBase{tables.model, of_elements ? element_materials_ : node_materials_});
+    return &*base_;
+}
+
+namespace {
+
+bool is_further(std::int32_t contour) {
+    const Quantity* quantity = quantity_at(contour);
+    return quantity && quantity->source == Source::field;
+}
+
+void take_off(std::vector<double>& values, const std::vector<double>& less) {
+    if (less.size() != values.size()) return values.clear();
+    for (std::size_t k = 0; k < values.size(); ++k) values[k] -= less[k];
+}
+
+}  // namespace
+
+void Picture::find_nodal_values(const SceneTables& tables, const DisplayState& state, const Frame& frame) {
+    const std::int32_t contour = state.shown_contour();
+    const FieldBase* base = is_further(contour) ? field_base(tables, false) : nullptr;
+    values_ = nodal_values(contour, tables.mesh(), frame, base);
+    if (tables.minus && !values_.empty())
+        take_off(values_, nodal_values(contour, tables.mesh(), *tables.minus, base));
+}
+
+// The same code picks a quantity out of the elements' table as out of the nodes'.
+void Picture::find_element_values(const SceneTables& tables, const DisplayState& state, const Frame& frame) {
+    element_values_.clear();
+    if (!state.look.element_values || !tables.element_stress || tables.minus) return;
+    Frame table;
+    table.node_stress = tables.element_stress(frame);
+    if (table.node_stress.empty()) return;
+    table.mode_vec.assign(3 * std::size_t(tables.mesh().element_num()), 0);
+    const std::int32_t contour = state.shown_contour();
+    element_values_ = place_values(contour, table, is_further(contour) ? field_base(tables, true) : nullptr);
+    if (std::ssize(element_values_) != tables.mesh().element_num()) element_values_.clear();
+}
+
+std::optional<ValueRange> Picture::range_of_frame(const Mesh& mesh) {
+    if (element_values_.empty()) return value_range(values_, range_nodes(mesh));
+    std::vector<std::int32_t> elements;
+    if (inside_shows_) {
+        for (std::int32_t e = 0; e < mesh.element_num(); ++e)
+            if (!gone(mesh)[e]) elements.push_back(e);
+    } else {
+        for (const std::int32_t e : free_.triangle_element)
+            if (e >= 0 && (elements.empty() || elements.back() != e)) elements.push_back(e);
+    }
+    auto range = value_range(element_values_, elements);
+    if (range) range->low.of_element = range->high.of_element = true;
+    return range;
 }
 
 void Picture::update_values(const SceneTables& tables, const DisplayState& state, bool carries) {
-    const ValueKey key{
-        results_revision_, faces_revision_, state.shown_contour(), state.frame, state.all_frames_range,
-        state.real_time,   carries};
+    const bool all_frames = state.scale.range == RangeKind::all_frames;
+    const ValueKey key{results_revision_, base_revision_, state.shown_contour(),
+                       state.frame,       all_frames,     state.real_time,
+                       carries,           inside_shows_,  state.look.element_values};
     if (key == value_key_) return;
     value_key_ = key;
     ++color_revision_;
     values_.clear();
+    element_values_.clear();
     range_.reset();
     const auto frame = frame_at(tables.frames(), state.frame);
     if (!carries || !frame) return;
-    values_ = nodal_values(state.shown_contour(), tables.mesh(), *frame);
+    find_nodal_values(tables, state, *frame);
     if (values_.empty()) return;
     if (state.real_time) return widen_live_range(tables, state);
     live_range_.reset();
-    if (!state.all_frames_range) {
-        range_ = value_range(values_, faces().value_nodes);
+    find_element_values(tables, state, *frame);
+    if (!all_frames || tables.minus || !element_values_.empty()) {
+        range_ = range_of_frame(tables.mesh());
         return;
     }
-    const RangeKey range_key{results_revision_, whole_revision_, state.shown_contour()};
+    const RangeKey range_key{results_revision_, whole_revision_, state.shown_contour(), inside_shows_};
     if (!(range_key == all_frames_key_)) {
         all_frames_key_ = range_key;
         all_frames_range_ = range_of_all_frames(tables, state);
@@ -145,10 +270,10 @@ void Picture::update_values(const SceneTables& tables, const DisplayState& state
 
 // Of a run that goes on: over all frames that were shown, so that colours do not jump from one to the next.
 void Picture::widen_live_range(const SceneTables& tables, const DisplayState& state) {
-    const RangeKey key{0, whole_revision_, state.shown_contour()};
+    const RangeKey key{0, whole_revision_, state.shown_contour(), inside_shows_};
     if (!live_range_ || !(key == live_key_))
         live_range_ = range_of_all_frames(tables, state);
-    else if (const auto now = value_range(values_, faces().value_nodes)) {
+    else if (const auto now = value_range(values_, range_nodes(tables.mesh()))) {
         if (now->low.value < live_range_->low.value)
             live_range_->low = {now->low.value, now->low.node, state.frame};
         if (now->high.value > live_range_->high.value)
@@ -158,9 +283,79 @@ void Picture::widen_live_range(const SceneTables& tables, const DisplayState& st
     range_ = live_range_;
 }
 
+namespace {
+
+// A value above 0 is hidden; what has no value is hidden too, as far away as any.
+void add_threshold(const std::vector<double>& values, std::span<const std::int32_t> nodes, double limit,
+                   double sign, std::vector<std::vector<double>>& levels) {
+    std::vector<double> level(values.size(), -1);  // what is no element's carries no value
+    double largest = 1;
+    for (const std::int32_t n : nodes)
+        if (std::isfinite(values[n])) largest = std::max(largest, std::abs(values[n] - limit));
+    for (const std::int32_t n : nodes) {
+        const double above = sign * (values[n] - limit);
+        level[n] = std::isnan(above) ? largest : std::clamp(above, -largest, largest);
+    }
+    levels.push_back(std::move(level));
+}
+
+}  // namespace
+
+TrimRequest Picture::trim_request(const Mesh& mesh, const DisplayState& state) {
+    TrimRequest request;
+    request.gone = gone(mesh);
+    for (const ShownSection& section : state.sections)
+        if (section.on) request.levels.push_back(distances_to(mesh, {"", section.point, section.normal}));
+    if (!contour()) return request;
+    const Threshold& limits = state.threshold;
+    if (limits.below) add_threshold(values_, inner_, *limits.below, -1, request.levels);
+    if (limits.above) add_threshold(values_, inner_, *limits.above, 1, request.levels);
+    for (const double value : state.iso_values) {
+        std::vector<double> level(values_);
+        for (double& v : level) v -= value;
+        request.iso_levels.push_back(std::move(level));
+    }
+    request.body = state.iso_values.empty();
+    return request;
+}
+
+void Picture::update_trim(const SceneTables& tables, const DisplayState& state) {
+    const bool by_values = state.threshold.on() || !state.iso_values.empty();
+    const TrimKey key{base_revision_, by_values ? color_revision_ : 0, state.sections, state.threshold,
+                      state.iso_values};
+    if (!(key == trim_key_)) {
+        const bool had = trimmed();
+        trim_key_ = key;
+        trimmed_.reset();
+        if (inside_shows_) trimmed_ = trim_surface(tables.mesh(), free_, trim_request(tables.mesh(), state));
+        if (trimmed() || had) ++faces_revision_;
+    }
+    vertex_values_.clear();
+    if (!trimmed() || !contour()) return;
+    vertex_values_ = values_;
+    extend(trimmed_->further, 1, vertex_values_);
+}
+
+ScaleRule Picture::scale_rule(const SceneTables& tables, const DisplayState& state) {
+    ScaleRule rule{tables.mesh().max_length, state.mode_scale, state.auto_scale, state.deformation,
+                   state.deformation_factor};
+    if (state.deformation != Deformation::automatic || !has_steps(tables.ana_type())) return rule;
+    if (largest_of_ != results_revision_) {
+        largest_of_ = results_revision_;
+        largest_of_steps_ = 0;
+        for (const auto& frame : tables.frames()) {
+            const double largest = largest_displacement(frame->mode_vec);
+            if (std::isfinite(largest)) largest_of_steps_ = std::max(largest_of_steps_, largest);
+        }
+    }
+    rule.largest_of_steps = largest_of_steps_;
+    return rule;
+}
+
 void Picture::update_shape(const SceneTables& tables, const DisplayState& state) {
-    const ShapeKey key{results_revision_, faces_revision_,  state.frame,       tables.ana_type(),
-                       state.mode_scale,  state.auto_scale, state.result_ready};
+    const ShapeKey key{results_revision_,  faces_revision_,   state.frame,
+                       tables.ana_type(),  state.mode_scale,  state.auto_scale,
+                       state.result_ready, state.deformation, state.deformation_factor};
     if (key == shape_key_) return;
     const bool same_faces = key.faces == shape_key_.faces, same_kind = key.ana_type == shape_key_.ana_type;
     shape_key_ = key;
@@ -168,8 +363,7 @@ void Picture::update_shape(const SceneTables& tables, const DisplayState& state)
     const double former_factor = factor_;
     frame_ = state.result_ready ? frame_at(tables.frames(), state.frame) : nullptr;
     if (frame_ && frame_->mode_vec.size() != tables.mesh().coordinates.size()) frame_ = nullptr;
-    factor_ = scale_factor(tables.ana_type(), vector(),
-                           {tables.mesh().max_length, state.mode_scale, state.auto_scale});
+    factor_ = scale_factor(tables.ana_type(), vector(), scale_rule(tables, state));
     phases_ = phase_table(tables.ana_type());
     // frames that a run adds behind the one shown change nothing
     const bool same_places = same_kind && frame_ == former_frame && factor_ == former_factor;
@@ -183,6 +377,7 @@ double Picture::swing(int phase) const {
 
 void Picture::place(const SceneTables& tables, int phase, std::vector<double>& out) const {
     displace(tables.mesh().coordinates, vector(), swing(phase), out);
+    if (trimmed()) extend(trimmed_->further, 3, out);
 }
 
 }  // namespace kestralum::view

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -18,6 +19,7 @@
 #include "view/display_state.h"
 #include "view/rigid_symbols.h"
 #include "view/surface.h"
+#include "view/trim.h"
 
 namespace kestralum::view {
 
@@ -30,6 +32,10 @@ struct SceneTables {
     std::span<const RigidHold> rigid_holds = {};      // one per rigid element
     std::span<const SupportHold> support_holds = {};  // of mesh(), of supports with options
     std::span<const SupportSprings> support_springs = {};  // the same
+    const Frame* minus = nullptr;  // of mesh(): its values are taken off those of the frame shown; null: none
+    // What an element has itself, in the layout of Frame::node_stress with elements in place of nodes; empty
+    // where it is not known.
+    std::function<std::vector<double>(const Frame&)> element_stress = {};
 
     const Mesh& mesh() const { return run ? run->mesh : model.mesh; }
     Frames frames() const { return run ? Frames(run->results) : Frames(); }
@@ -47,10 +53,14 @@ public:
     // Brings everything up to date with the tables and the state.
     void update(const SceneTables& tables, const DisplayState& state);
 
-    // The faces of one element only: what is outlined, lit and picked.
-    const Surface& outside() const { return free_; }
-    // The faces that the contour colours: every element's where the whole model is translucent.
-    const Surface& faces() const { return translucent_ ? all_ : free_; }
+    // The faces of one element only, or what sections leave of them: what is outlined, lit and picked.
+    // Vertices from node_num on are those of further().
+    const Surface& outside() const { return trimmed() ? trimmed_->surface : free_; }
+    // The faces that the contour colours: every element's where the whole model is translucent and not cut.
+    const Surface& faces() const { return translucent_ ? all_ : outside(); }
+    bool trimmed() const { return trimmed_.has_value(); }
+    const FurtherVertices& further() const;
+    const Surface& whole() const { return free_; }  // without sections
 
     // Whether the run has taken the element (0-based) out in the frame shown.
     bool is_removed(std::int32_t element) const { return std::ranges::binary_search(removed_, element); }
@@ -60,6 +70,12 @@ public:
     bool translucent() const { return translucent_; }
     const std::vector<double>& values() const { return values_; }  // node_num; empty without contour
     const std::optional<ValueRange>& range() const { return range_; }
+    // The same at the vertices of faces(), and of the elements (element_num) where those are shown, else
+    // empty.
+    const std::vector<double>& vertex_values() const { return trimmed() ? vertex_values_ : values_; }
+    const std::vector<double>& element_values() const { return element_values_; }
+    // Where the colours reach to: the range, or what the scale says in its place.
+    std::array<double, 2> color_ends(const ColorScale& scale) const;
 
     std::span<const double> vector() const {  // dof_num, of the frame shown; may be empty
         return frame_ ? std::span(frame_->mode_vec) : std::span<const double>();
@@ -70,7 +86,7 @@ public:
     bool deformed() const { return factor_ != 0 && !vector().empty(); }
     double swing(int phase) const;  // on it, at an entry of the phase table
 
-    // The node places drawn (node_num × 3) at an entry of the phase table.
+    // The places drawn of nodes and further vertices (× 3) at an entry of the phase table.
     void place(const SceneTables& tables, int phase, std::vector<double>& out) const;
 
     double edge_length() const { return edge_length_; }  // mean over the outside, m; 0 without edges
@@ -78,7 +94,7 @@ public:
     // Each grows when what it names has changed.
     std::uint64_t mesh_revision() const { return mesh_revision_; }
     std::uint64_t faces_revision() const { return faces_revision_; }    // outside() or faces()
-    std::uint64_t color_revision() const { return color_revision_; }    // values, range or faces()
+    std::uint64_t color_revision() const { return color_revision_; }    // values or range
     std::uint64_t shape_revision() const { return shape_revision_; }    // vector, factor or faces()
     std::uint64_t places_revision() const { return places_revision_; }  // the mesh, vector or factor
 
@@ -89,9 +105,23 @@ private:
     std::optional<ValueRange> range_of_all_frames(const SceneTables& tables, const DisplayState& state);
     void update_values(const SceneTables& tables, const DisplayState& state, bool carries);
     void widen_live_range(const SceneTables& tables, const DisplayState& state);
+    void find_element_values(const SceneTables& tables, const DisplayState& state, const Frame& frame);
+    void find_nodal_values(const SceneTables& tables, const DisplayState& state, const Frame& frame);
+    std::optional<ValueRange> range_of_frame(const Mesh& mesh);
+    void update_trim(const SceneTables& tables, const DisplayState& state);
+    TrimRequest trim_request(const Mesh& mesh, const DisplayState& state);
     void update_shape(const SceneTables& tables, const DisplayState& state);
+    ScaleRule scale_rule(const SceneTables& tables, const DisplayState& state);
+    const FieldBase* field_base(const SceneTables& tables, bool of_elements);
+    const std::vector<char>& gone(const Mesh& mesh);
+    std::span<const std::int32_t> range_nodes(const Mesh& mesh);
 
     Surface free_, all_;
+    std::optional<Trimmed> trimmed_;
+    std::vector<char> gone_;           // per element, of gone_of_
+    std::vector<std::int32_t> inner_;  // nodes of all drawn elements, the same
+    std::uint64_t gone_of_ = 0;
+    bool inside_shows_ = false;  // sections, thresholds or iso-surfaces: ranges are those of the whole body
     PartChoice choice_;
     std::shared_ptr<const Frame> faces_frame_;  // whose elements are drawn; null: all
     std::vector<std::int32_t> removed_;         // of it
@@ -100,7 +130,10 @@ private:
     std::vector<std::int32_t> whole_nodes_;     // value nodes of faces() with no element removed
     std::uint64_t whole_nodes_of_ = 0;          // whole_revision_ of these
     bool translucent_ = false, all_built_ = false;
-    std::vector<double> values_;
+    std::vector<double> values_, vertex_values_, element_values_;
+    std::vector<std::int32_t> node_materials_, element_materials_;
+    std::uint64_t materials_of_ = 0;  // mesh revision
+    std::optional<FieldBase> base_;
     std::optional<ValueRange> range_;
     std::shared_ptr<const Frame> frame_;  // null: undeformed
     double factor_ = 0, edge_length_ = 0;
@@ -110,7 +143,7 @@ private:
     struct ValueKey {
         std::uint64_t results = 0, faces = 0;
         std::int32_t contour = -1, frame = 0;
-        bool all_frames = false, live = false, carries = false;
+        bool all_frames = false, live = false, carries = false, inside = false, of_elements = false;
         bool operator==(const ValueKey&) const = default;
     } value_key_;
     struct ShapeKey {
@@ -119,11 +152,23 @@ private:
         AnalysisType ana_type = AnalysisType::eigen;
         double mode_scale = 0;
         bool auto_scale = false, ready = false;
+        Deformation deformation = Deformation::usual;
+        double deformation_factor = 1;
         bool operator==(const ShapeKey&) const = default;
     } shape_key_;
+    struct TrimKey {
+        std::uint64_t faces = 0, values = 0;  // values: only where they cut
+        std::vector<ShownSection> sections;
+        Threshold threshold;
+        std::vector<double> iso_values;
+        bool operator==(const TrimKey&) const = default;
+    } trim_key_;
+    double largest_of_steps_ = 0;
+    std::uint64_t largest_of_ = 0;  // results revision
     struct RangeKey {
         std::uint64_t results = 0, faces = 0;
         std::int32_t contour = -1;
+        bool inside = false;
         bool operator==(const RangeKey&) const = default;
     } all_frames_key_;
     std::optional<ValueRange> all_frames_range_;
@@ -131,6 +176,7 @@ private:
     std::optional<ValueRange> live_range_;
 
     std::uint64_t mesh_revision_ = 1, results_revision_ = 1, drawn_mesh_ = 0;
+    std::uint64_t base_revision_ = 0;  // free_ or all_
     std::uint64_t faces_revision_ = 0, color_revision_ = 0, shape_revision_ = 0, places_revision_ = 1;
 };
 

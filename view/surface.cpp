@@ -22,15 +22,19 @@ bool any(const std::vector<char>& chosen) {
     return std::ranges::find(chosen, 1) != chosen.end();
 }
 
-// Per element whether it is in one of the parts or removed.
-std::vector<char> gone_elements(const Mesh& mesh, const std::vector<char>& parts,
+}  // namespace
+
+std::vector<char> gone_elements(const Mesh& mesh, const std::vector<char>& hidden,
                                 const RemovedElements& removed) {
     std::vector<char> gone(mesh.element_num(), 0);
-    for (std::int32_t e = 0; e < mesh.element_num(); ++e) gone[e] = in(parts, part_of(mesh.p_ele_part_id, e));
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e)
+        gone[e] = in(hidden, part_of(mesh.p_ele_part_id, e));
     for (const std::int32_t e : removed.elements)
         if (e >= 0 && e < mesh.element_num()) gone[e] = 1;
     return gone;
 }
+
+namespace {
 
 std::vector<ElementFace> all_faces(const Mesh& mesh, const std::vector<char>& hidden,
                                    const RemovedElements& removed) {
@@ -337,6 +341,32 @@ std::vector<float> triangle_normals(const Surface& surface, std::span<const doub
             for (int k = 0; k < part.triangles_per_face; ++k)
                 normals.insert(normals.end(), n.begin(), n.end());
         }
+    return normals;
+}
+
+std::vector<float> corner_normals(const Surface& surface, std::span<const double> coordinates) {
+    const std::vector<float> flat = triangle_normals(surface, coordinates);
+    const std::size_t corners = surface.triangles.size(), vertices = coordinates.size() / 3;
+    std::vector<std::int64_t> start(vertices + 1, 0), around(corners);
+    for (const std::int32_t v : surface.triangles) ++start[v + 1];
+    for (std::size_t v = 0; v < vertices; ++v) start[v + 1] += start[v];
+    std::vector<std::int64_t> place(start.begin(), start.end() - 1);
+    for (std::size_t k = 0; k < corners; ++k) around[place[surface.triangles[k]]++] = std::int64_t(k / 3);
+    std::vector<Vec3> area(corners / 3);
+    for (std::size_t t = 0; t < area.size(); ++t) area[t] = area_vector(surface, coordinates, t);
+    const auto normal_of = [&](std::int64_t t) {
+        return Vec3{flat[3 * t], flat[3 * t + 1], flat[3 * t + 2]};
+    };
+    std::vector<float> normals(3 * corners);
+    for (std::size_t k = 0; k < corners; ++k) {
+        const Vec3 own = normal_of(std::int64_t(k / 3));
+        Vec3 sum{};
+        const std::int32_t v = surface.triangles[k];
+        for (std::int64_t at = start[v]; at < start[v + 1]; ++at)
+            if (dot(own, normal_of(around[at])) > outline_cosine) sum = plus(sum, area[around[at]]);
+        const auto n = to_float(unit(sum, own));
+        std::ranges::copy(n, normals.begin() + 3 * k);
+    }
     return normals;
 }
 

@@ -53,6 +53,10 @@ struct RemovedElements {
     const FaceNumbers* numbers = nullptr;    // of the mesh; null where there are no elements
 };
 
+// Per element (flags) whether it is in a hidden part or removed.
+std::vector<char> gone_elements(const Mesh& mesh, const std::vector<char>& hidden,
+                                const RemovedElements& removed = {});
+
 // O(faces). Of the elements of parts that are not hidden, as if there were no others. An edge belongs to the
 // outline where its faces meet at more than 30°, belong to different parts or are not two. Facets of STL
 // parts are drawn in both cases.
@@ -69,5 +73,10 @@ std::optional<ElementFace> face_of_triangle(const Mesh& mesh, const Surface& sur
 // Unit normal per triangle at `coordinates` (node_num × 3): the triangles of a face share that of the
 // whole face. 0 for a face without area.
 std::vector<float> triangle_normals(const Surface& surface, std::span<const double> coordinates);
+
+// Unit normal per triangle corner (9 values a triangle) at `coordinates`: the mean, by area, of those of the
+// faces at the corner that meet its own at less than 30°, so that round shapes look round and edges stay
+// sharp.
+std::vector<float> corner_normals(const Surface& surface, std::span<const double> coordinates);
 
 }  // namespace kestralum::view

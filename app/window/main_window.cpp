@@ -183,7 +183,7 @@ void MainWindow::offer_error_estimate() {
     const auto shown = view::frame_at(view_->shown().tables().frames(), state.frame);
     const bool known = shown && !shown->error.empty();
     contour_actions_.back()->setEnabled(known);
-    if (!known && state.error_estimate) show_contour(view::DisplayState().contour);
+    if (!known && state.further == view::error_row) show_contour(view::DisplayState().contour);
 }
 
 void MainWindow::show_frame_in_controls() {
@@ -244,16 +244,41 @@ void MainWindow::slotsContourMenu() {
     std::array<bool, contour_count> checked{};
     for (std::size_t k = 0; k < checked.size(); ++k) checked[k] = contour_actions_[k]->isChecked();
     const view::DisplayState& state = view_->state();
-    show_contour(view::chosen_contour(checked, state.error_estimate ? error_entry : state.contour));
-    view_->state().plastic_strain = false;  // what was chosen last shows
-    plastic_->setChecked(false);
+    const bool error = state.further == view::error_row || before_plastic_ == view::error_row;
+    show_contour(view::chosen_contour(checked, error ? error_entry : state.contour));
 }
 
+// What was chosen last shows.
 void MainWindow::show_contour(std::int32_t entry) {
-    view_->state().error_estimate = entry == error_entry;
     view_->state().contour = entry == error_entry ? -1 : entry;
+    set_further(entry == error_entry ? view::error_row : 0);
     for (std::int32_t k = 0; k < contour_count; ++k) contour_actions_[k]->setChecked(k == entry);
+}
+
+void MainWindow::set_further(std::int32_t index) {
+    view_->state().further = index;
+    before_plastic_ = 0;
+    const QSignalBlocker quiet(plastic_);
+    plastic_->setChecked(false);
+    for (QAction* action : further_actions_) action->setChecked(action->data().toInt() == index);
     show_what_is_shown();
+    emit contour_changed();
+}
+
+// An entry of the further quantities; chosen again it takes the colours away, as those of the menu do.
+void MainWindow::show_further(std::int32_t index) {
+    const bool again = view_->state().further == index;
+    show_contour(-1);
+    if (!again) set_further(index);
+}
+
+// In place of the chosen contour, which comes back.
+void MainWindow::show_plastic_strain(bool on) {
+    std::int32_t& further = view_->state().further;
+    if (on) before_plastic_ = further;
+    further = on ? view::plastic_strain_row : std::exchange(before_plastic_, 0);
+    show_what_is_shown();
+    emit contour_changed();
 }
 
 // ---- pixmaps

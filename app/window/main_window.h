@@ -66,6 +66,7 @@ public:
 signals:
     void content_shown();         // another model or another run stands in store()
     void frame_shown(int frame);  // another frame is drawn, or a live run has added some; from 1
+    void contour_changed();       // another quantity colours the model
     void reading_refused();       // a reading was stopped, failed or left: model and overrides stand
 
 public slots:
@@ -146,6 +147,9 @@ private:
     void set_mouse_mode(view::MouseMode mode);
     void offer_error_estimate();
     void show_contour(std::int32_t entry);
+    void set_further(std::int32_t index);
+    void show_further(std::int32_t index);
+    void show_plastic_strain(bool on);
     void show_frame_in_controls();
     void show_light_in_controls();
 
@@ -209,7 +213,9 @@ private:
     // the rows of the quantity table, and the estimated error behind them
     static constexpr std::int32_t error_entry = std::ssize(view::quantities), contour_count = error_entry + 1;
     std::array<QAction*, contour_count> contour_actions_{};
+    std::vector<QAction*> further_actions_;  // their data: the index of the quantity
     QAction* plastic_ = nullptr;
+    std::int32_t before_plastic_ = 0;  // the further quantity that its toggle covers
     QAction* copy_ = nullptr;
     QMenu* result_menu_ = nullptr;
     QAction *rotate_ = nullptr, *stop_ = nullptr;

@@ -92,6 +92,16 @@ void MainWindow::make_menus() {
         contour->addAction(contour_actions_[k] = action);
     }
     contour_actions_[error_entry]->setEnabled(false);
+    contour->addSeparator();
+    QMenu* further = contour->addMenu("F&urther");
+    for (const view::Quantity& quantity : view::further_quantities()) {
+        QAction* action = further->addAction(quantity.menu_text);
+        action->setStatusTip(quantity.menu_text);
+        action->setCheckable(true);
+        action->setData(quantity.group);
+        connect(action, &QAction::triggered, this, [this, index = quantity.group] { show_further(index); });
+        further_actions_.push_back(action);
+    }
 }
 
 // Behind the documented entries.
@@ -270,12 +280,13 @@ void MainWindow::make_toolbars() {
     contour->setAutoRaise(true);
     bar->addWidget(contour);
     plastic_ = toggle(view::plastic_strain.menu_text, ToolIcon::plastic,
-                      "Equivalent plastic strain in place of the chosen contour", false, [this](bool on) {
-                          view_->state().plastic_strain = on;
-                          show_what_is_shown();
-                      });
+                      "Equivalent plastic strain in place of the chosen contour", false,
+                      [this](bool on) { show_plastic_strain(on); });
     toggle("All Frames", ToolIcon::all_frames, "Contour range over all frames, not the one shown", false,
-           [this](bool on) { view_->state().all_frames_range = on; });
+           [this](bool on) {
+               using enum view::RangeKind;
+               view_->state().scale.range = on ? all_frames : automatic;
+           });
     toggle("Auto Scale", ToolIcon::auto_scale, "Draw small static displacements magnified",
            view_->state().auto_scale, [this](bool on) { view_->state().auto_scale = on; });
 }

@@ -111,7 +111,7 @@ std::string ShownModel::pick(double x, double y, bool more) {
     std::vector<double> places;
     picture.place(shown, state.phase, places);
     const auto found = view::pick_node(view::unproject(camera, box(), x, y), picture.outside(), places,
-                                       view::pixel_slack(camera, 5));
+                                       view::pixel_slack(camera, 5), picture.further());
     drawing.set_pick(found);
     select(found, more);
     if (!found) return "";

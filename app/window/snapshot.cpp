@@ -91,12 +91,9 @@ int make_snapshot(const WindowOptions& options, Progress& progress) {
     if (!start_up("setting\\setting.txt", options.log_folder, shown.store.settings, progress))
         return exit_wrong_input;
     if (const auto ended = fill_store(options, shown, progress)) return *ended;
+    view::DisplayState& state = shown.state = options.display;
     shown.reset_light();
-    view::DisplayState& state = shown.state;
     state.result_ready = shown.store.run != nullptr;
-    state.contour = options.contour;
-    state.plastic_strain = options.plastic_strain;
-    state.error_estimate = options.error_estimate;
     state.frame = view::clamp_frame(options.frame, shown.mode_num());
     state.mode_scale = options.scale;
     state.transparency = options.opacity;

@@ -5,6 +5,7 @@
 
 #include "analysis/analysis_table.h"
 #include "app/command_line.h"
+#include "app/window/display_options.h"
 #include "model/token_reader.h"
 #include "view/contour.h"
 #include "view/display_state.h"
@@ -40,15 +41,6 @@ std::string take_number(const std::string& option, const std::string& text, doub
         return option + " wants a number within the range of its control, not '" + text + "'";
     place = *value;
     return {};
-}
-
-std::string take_contour(WindowOptions& options, const std::string& text) {
-    options.plastic_strain = text == "plastic";
-    options.error_estimate = text == "error";
-    if (options.plastic_strain || options.error_estimate) return {};
-    const std::string refused = take_integer(
-        "--contour", text, -1, static_cast<std::int32_t>(view::quantities.size()) - 1, options.contour);
-    return refused.empty() ? refused : refused + ", plastic or error";
 }
 
 std::string take_size(WindowOptions& options, const std::string& text) {
@@ -112,10 +104,11 @@ void describe_snapshot(CommandLine& line, WindowOptions& options) {
     terms.excludes = "--analysis";
     line.add_text("--result", "FILE", "shows the results of this file", options.result_file, terms);
     terms.excludes.clear();
-    add("--contour", "N|plastic|error",
+    add("--contour", "N|plastic|error|NAME",
         "0 ... 16 in the order of the Contour menu, 17 part colours, -1 none; 4 unless given;\n"
-        "plastic: equivalent plastic strain; error: estimated error of the stress",
-        [&options](Text text) { return take_contour(options, text); });
+        "plastic: equivalent plastic strain; error: estimated error of the stress; or the name\n"
+        "of a further quantity as --quantities has it: principal_stress_1, safety_factor ...",
+        [&options](Text text) { return take_contour(text, options.display); });
     add("--frame", "K", "mode or output step, from 1",
         [&options](Text text) { return take_integer("--frame", text, 1, 9999, options.frame); });
     add("--view", "x|y|z|iso", "looks from there; iso unless given",
@@ -126,6 +119,7 @@ void describe_snapshot(CommandLine& line, WindowOptions& options) {
         [&options](Text text) { return take_number("--scale", text, 0.1, 10, options.scale); });
     add("--opacity", "A", "of the model, 0.01 ... 1",
         [&options](Text text) { return take_number("--opacity", text, 0.01, 1, options.opacity); });
+    describe_display(line, options.display, terms);
     add("--show", "LIST", "entries of the View menu, separated by commas:\n" + listed(entries),
         [&options](Text text) { return take_entries("--show", text, options.show); });
     add("--hide", "LIST", "the same",

@@ -10,16 +10,15 @@
 
 #include "app/command_line.h"
 #include "view/camera.h"
+#include "view/display_state.h"
 
 namespace kestralum {
 
 struct WindowOptions : CommonOptions {
-    std::string snapshot;         // image file to write instead of opening a window; "" = none
-    std::string result_file;      // for a snapshot: results to show
-    std::string analysis;         // for a snapshot: analysis to run first, its batch word
-    std::int32_t contour = 4;     // row of the Contour menu, -1 none
-    bool plastic_strain = false;  // shown in place of the contour
-    bool error_estimate = false;  // the same
+    std::string snapshot;        // image file to write instead of opening a window; "" = none
+    std::string result_file;     // for a snapshot: results to show
+    std::string analysis;        // for a snapshot: analysis to run first, its batch word
+    view::DisplayState display;  // contour, colours, sections, deformation, look
     std::int32_t frame = 1;
     std::optional<view::ViewDirection> direction;
     std::array<int, 2> size{800, 600};

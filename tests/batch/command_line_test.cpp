@@ -95,16 +95,16 @@ TEST(CommandLine, NamesTheWordThatIsWrong) {
 TEST(CommandLine, SaysWhatTheWindowShows) {
     const WindowOptions bare = parsed("'' m.txt --log b --quiet", parse_window_options);
     EXPECT_EQ(bare.error + bare.snapshot + bare.model_file + bare.log_folder, "m.txtb");
-    EXPECT_TRUE(bare.quiet && bare.contour == 4 && !bare.plastic_strain);
+    EXPECT_TRUE(bare.quiet && bare.display == view::DisplayState());
     const WindowOptions full = parsed(
         "--snapshot a.png --result r --contour -1 --frame 3 --view z --size 640x480 --scale 0.1 --opacity 1 "
         "--show node,part-axes --hide bc --frame 4",
         parse_window_options);
     EXPECT_EQ(full.error + full.snapshot + full.result_file, "a.pngr");
-    EXPECT_TRUE(full.contour == -1 && full.frame == 4 && full.scale == 0.1 && full.opacity == 1);
+    EXPECT_TRUE(full.display.contour == -1 && full.frame == 4 && full.scale == 0.1 && full.opacity == 1);
     EXPECT_TRUE(full.direction == view::ViewDirection::z && full.size == (std::array{640, 480}));
     EXPECT_TRUE(full.show == (std::vector<std::size_t>{0, 5}) && full.hide == std::vector<std::size_t>{6});
-    EXPECT_TRUE(parsed("m --snapshot a --contour plastic", parse_window_options).plastic_strain);
+    EXPECT_EQ(parsed("m --snapshot a --contour plastic", parse_window_options).display.further, 100);
     // clang-format off
     const std::pair<const char*, const char*> refused[] = {
         {"--snapshot", "--snapshot wants"}, {"m --snapshot ''", "--snapshot wants"}, {"--snapshot a", "model file"},

@@ -239,7 +239,7 @@ TEST_F(PictureOf, RecomputesWhatDependsOnTheChange) {
     EXPECT_EQ(changed(), "--s");
     state.frame = 2;
     EXPECT_EQ(changed(), "-cs");
-    state.all_frames_range = true;
+    state.scale.range = RangeKind::all_frames;
     EXPECT_EQ(changed(), "-c-");
     state.transparency = 0.5;
     EXPECT_EQ(changed(), "fcs");
@@ -283,7 +283,7 @@ TEST_F(PictureOf, LeavesOutWhatAFrameHasLost) {
     EXPECT_EQ(picture.range()->high.value, 7) << "in the middle, laid bare";
     state.frame = 3;
     EXPECT_EQ(changed(), "-cs") << "the same elements are missing";
-    state.all_frames_range = true;
+    state.scale.range = RangeKind::all_frames;
     changed();
     EXPECT_EQ(picture.range()->high.value, 7);
     EXPECT_EQ(picture.range()->high.frame, 2);

@@ -25,6 +25,35 @@ void Buffer::release(bool context_alive) {
     count_ = 0;
 }
 
+void Texture::send(const std::vector<std::array<std::uint8_t, 4>>& texels, std::int32_t width) {
+    if (id_ == 0) glGenTextures(1, &id_);
+    glBindTexture(GL_TEXTURE_2D, id_);
+    for (const GLenum side : {GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T})
+        glTexParameteri(GL_TEXTURE_2D, side, GL_CLAMP_TO_EDGE);
+    for (const GLenum filter : {GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER})
+        glTexParameteri(GL_TEXTURE_2D, filter, GL_NEAREST);
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, width, static_cast<GLsizei>(texels.size()) / width, 0, GL_RGBA,
+                 GL_UNSIGNED_BYTE, texels.data());
+    glBindTexture(GL_TEXTURE_2D, 0);
+}
+
+void Texture::bind() const {
+    glBindTexture(GL_TEXTURE_2D, id_);
+    glEnable(GL_TEXTURE_2D);
+    glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
+}
+
+void Texture::unbind() {
+    glDisable(GL_TEXTURE_2D);
+    glBindTexture(GL_TEXTURE_2D, 0);
+}
+
+void Texture::release(bool context_alive) {
+    if (id_ != 0 && context_alive) glDeleteTextures(1, &id_);
+    id_ = 0;
+}
+
 LitVertex lit_vertex(const Vec3& place, const Vec3& normal) {
     LitVertex v{to_float(place), {}};
     for (std::size_t k = 0; k < 3; ++k)

@@ -39,6 +39,21 @@ private:
     std::int64_t bytes_sent_ = 0;
 };
 
+// A small picture of colours: rows of RGBA, not blended, its ends going on for ever.
+class Texture {
+public:
+    Texture() = default;
+    Texture(const Texture&) = delete;
+    Texture& operator=(const Texture&) = delete;
+    void send(const std::vector<std::array<std::uint8_t, 4>>& texels, std::int32_t width);
+    void bind() const;  // GL_TEXTURE_2D, enabled; colours are multiplied
+    static void unbind();
+    void release(bool context_alive);
+
+private:
+    GLuint id_ = 0;
+};
+
 struct LitVertex {
     std::array<float, 3> place;
     std::array<std::int8_t, 4> normal;  // × 127

@@ -104,19 +104,39 @@ BarLayout layout_of(const ContourBar& bar, const Camera& camera, const TextPaint
     return bar_layout(camera.width, camera.height, widest, height);
 }
 
+void draw_colors(const ContourBar& bar, const BarLayout& at) {
+    const double foot = at.bar_y + at.bar_height;
+    const int count = static_cast<int>(bar.colors.size()), intervals = bar.blended ? count - 1 : count;
+    glBegin(GL_QUADS);
+    for (int k = 0; k < intervals; ++k) {
+        const double y0 = foot - at.bar_height * k / intervals,
+                     y1 = foot - at.bar_height * (k + 1) / intervals;
+        glColor4fv(bar.colors[k].data());
+        glVertex2d(at.bar_x, y0);
+        glVertex2d(at.bar_x + at.bar_width, y0);
+        glColor4fv(bar.colors[bar.blended ? k + 1 : k].data());
+        glVertex2d(at.bar_x + at.bar_width, y1);
+        glVertex2d(at.bar_x, y1);
+    }
+    glEnd();
+    if (bar.outside.empty()) return;
+    const double height = 0.5 * at.bar_width, middle = at.bar_x + 0.5 * at.bar_width;
+    glBegin(GL_TRIANGLES);
+    for (const bool above : {false, true}) {
+        const double y = above ? at.bar_y : foot;
+        glColor4fv(bar.outside[above].data());
+        glVertex2d(at.bar_x, y);
+        glVertex2d(at.bar_x + at.bar_width, y);
+        glVertex2d(middle, above ? y - height : y + height);
+    }
+    glEnd();
+}
+
 void draw_bar(const ContourBar& bar, const Camera& camera, TextPainter& painter) {
     const BarLayout at = layout_of(bar, camera, painter);
     rectangle(GL_QUADS, at.panel_x, at.panel_y, at.panel_width, at.panel_height, {1, 1, 1, 0.85f});
     const double foot = at.bar_y + at.bar_height;
-    const int steps = static_cast<int>(bar.colors.size()) - 1;
-    glBegin(GL_QUAD_STRIP);
-    for (int k = 0; k <= steps; ++k) {
-        const double y = foot - at.bar_height * k / steps;
-        glColor4fv(bar.colors[k].data());
-        glVertex2d(at.bar_x, y);
-        glVertex2d(at.bar_x + at.bar_width, y);
-    }
-    glEnd();
+    draw_colors(bar, at);
     rectangle(GL_LINE_LOOP, at.bar_x, at.bar_y, at.bar_width, at.bar_height, frame);
     const double height = painter.height(TextSize::small);
     painter.draw(at.bar_x, at.title_y, bar.title, TextSize::small, black);

@@ -136,8 +136,9 @@ void SceneDrawing::draw_faces(const SceneTables& tables, const DisplayState& sta
         }
         glEnable(GL_LIGHTING);
         mesh_.draw_lit_faces(tables.model.parts, state, clear);
-        glDisable(GL_LIGHTING);
+        if (!mesh_.lit_contour()) glDisable(GL_LIGHTING);
         mesh_.draw_contour_faces(state, clear);
+        glDisable(GL_LIGHTING);
     }
     glDepthMask(GL_TRUE);
     glEnable(GL_ALPHA_TEST);
@@ -158,6 +159,16 @@ void SceneDrawing::draw_mesh(const SceneTables& tables, const DisplayState& stat
     draw_selection();
     highlight_.draw_faces();
     glDisable(GL_POLYGON_OFFSET_FILL);
+    if (state.look.silhouettes && state.shows(ViewFlag::fem)) {
+        glLineWidth(width(3));
+        glColor4f(0, 0, 0, 1);
+        mesh_.draw_silhouettes();
+    }
+    if (state.look.undeformed && picture_.deformed()) {
+        glLineWidth(width(1));
+        glColor4f(0.35f, 0.35f, 0.35f, 0.9f);
+        mesh_.draw_undeformed();
+    }
     const double pixels = picture_.edge_length() * pixels_per_length(camera, scene) / ratio;
     if (state.shows(ViewFlag::wire)) {
         glLineWidth(width(1));

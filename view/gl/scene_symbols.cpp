@@ -82,7 +82,8 @@ std::vector<Part> visible_parts(const std::vector<Part>& parts_o, const PartLook
 
 ContourBar shown_bar(const Picture& picture, const DisplayState& state, AnalysisType ana_type) {
     if (!picture.contour() || !state.shows(ViewFlag::contour_bar)) return {};
-    return contour_bar(state.shown_contour(), ana_type, *picture.range());
+    return contour_bar(state.shown_contour(), ana_type, *picture.range(),
+                       {state.scale, state.units, picture.color_ends(state.scale)});
 }
 
 std::vector<double> extent_points(const Picture& picture, const SceneTables& tables,
@@ -90,7 +91,7 @@ std::vector<double> extent_points(const Picture& picture, const SceneTables& tab
     std::vector<double> points, places;
     auto add_mesh = [&](int phase) {
         picture.place(tables, phase, places);
-        for (const std::int32_t n : picture.outside().nodes)
+        for (const std::int32_t n : picture.whole().nodes)
             points.insert(points.end(), &places[3 * n], &places[3 * n] + 3);
     };
     auto add_rigid = [&](int phase) {
@@ -153,7 +154,7 @@ void SceneDrawing::update_symbols(const SceneTables& tables, const DisplayState&
     const Markers sizes = dimensions(tables.box());
     send(dimension_lines_, sizes.lines);
     dimension_labels_ = sizes.labels;
-    part_labels_ = part_labels(tables.mesh(), tables.model.parts, picture_.outside(), state.part_looks);
+    part_labels_ = part_labels(tables.mesh(), tables.model.parts, picture_.whole(), state.part_looks);
     std::vector<LitVertex> cones;  // supports do not move
     for (const Cone& cone : support_cones(tables.mesh(), tables.fixed_nodes, tables.mesh().coordinates))
         add_cone(cones, cone);
