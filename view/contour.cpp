@@ -93,6 +93,16 @@ std::vector<double> place_values(std::int32_t index, const Frame& table, const F
     return values;
 }
 
+std::optional<Vec3> place_of_extreme(const Mesh& mesh, std::span<const double> places,
+                                     const Extreme& extreme) {
+    const std::int32_t k = extreme.node - 1;
+    if (k < 0 || k >= (extreme.of_element ? mesh.element_num() : mesh.node_num())) return std::nullopt;
+    if (!extreme.of_element) return triple(places, k);
+    Vec3 sum{};
+    for (const std::int32_t n : mesh.element(k)) sum = plus(sum, triple(places, node_index(n)));
+    return times(1.0 / static_cast<double>(mesh.element(k).size()), sum);
+}
+
 std::optional<ValueRange> value_range(std::span<const double> values, std::span<const std::int32_t> nodes) {
     std::optional<ValueRange> range;
     for (const std::int32_t n : nodes) {

@@ -110,6 +110,11 @@ struct ValueRange {
     Extreme low, high;
 };
 
+// The node, or the middle of the element's nodes, at `places` (node_num × 3 at least); none for a number that
+// the mesh does not have.
+std::optional<Vec3> place_of_extreme(const Mesh& mesh, std::span<const double> places,
+                                     const Extreme& extreme);
+
 // Least and largest value over `nodes` (0-based), the first node where several have it. Values that
 // are not finite do not count; none where nothing remains.
 std::optional<ValueRange> value_range(std::span<const double> values, std::span<const std::int32_t> nodes);

@@ -126,6 +126,8 @@ struct DisplayState {
     ColorScale scale;
     DisplayUnits units;
     std::vector<ShownSection> sections;
+    std::int32_t active_section = -1;  // whose rim is drawn; -1 none
+    std::vector<std::int32_t> probes;  // nodes (0-based) that are marked with their values
     Threshold threshold;
     std::vector<double>
         iso_values;  // surfaces of these values, in the quantity's own unit; the body is an outline

@@ -91,6 +91,9 @@ public:
 
     double edge_length() const { return edge_length_; }  // mean over the outside, m; 0 without edges
 
+    // What further quantities of the mesh are made of, at its nodes or for its elements; until the next call.
+    const FieldBase* field_base(const SceneTables& tables, bool of_elements);
+
     // Each grows when what it names has changed.
     std::uint64_t mesh_revision() const { return mesh_revision_; }
     std::uint64_t faces_revision() const { return faces_revision_; }    // outside() or faces()
@@ -112,7 +115,6 @@ private:
     TrimRequest trim_request(const Mesh& mesh, const DisplayState& state);
     void update_shape(const SceneTables& tables, const DisplayState& state);
     ScaleRule scale_rule(const SceneTables& tables, const DisplayState& state);
-    const FieldBase* field_base(const SceneTables& tables, bool of_elements);
     const std::vector<char>& gone(const Mesh& mesh);
     std::span<const std::int32_t> range_nodes(const Mesh& mesh);
 

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <utility>
 
+#include "view/occlusion.h"
+
 namespace kestralum::view::gl {
 
 namespace {
@@ -55,10 +57,11 @@ void MeshDrawing::update(const Picture& picture, const SceneTables& tables, cons
         faces_revision_ = picture.faces_revision();
         send_indices(picture, tables.mesh().node_num());
         color_revision_ = shape_revision_ = 0;
-        marked_sent_ = undeformed_sent_ = false;
+        marked_sent_ = undeformed_sent_ = greys_sent_ = false;
     }
     if (!marked_sent_) send_marked(picture);
     if (state.look.undeformed && !undeformed_sent_) send_undeformed(picture, tables);
+    if (state.look.occlusion && !greys_sent_) send_occlusion(picture, tables);
     const ColorKey key = color_key(picture, state);
     if (color_revision_ != picture.color_revision() || key != key_) {
         color_revision_ = picture.color_revision();
@@ -159,6 +162,21 @@ void MeshDrawing::send_shares(const Picture& picture) {
                 add(e < 0 ? std::nan("") : picture.element_values()[e]);
     }
     shares_.send(GL_ARRAY_BUFFER, places);
+}
+
+// Of the body at rest: what swings keeps its shades.
+void MeshDrawing::send_occlusion(const Picture& picture, const SceneTables& tables) {
+    constexpr double darkest = 0.35;
+    std::vector<double> places = tables.mesh().coordinates;
+    extend(picture.further(), 3, places);
+    const std::vector<float> open = open_shares(picture.outside(), places);
+    std::vector<std::array<std::uint8_t, 4>> greys(nodes_.size());
+    for (std::size_t k = 0; k < nodes_.size(); ++k) {
+        const auto grey = static_cast<float>(darkest + (1 - darkest) * open[nodes_[k]]);
+        greys[k] = color_bytes({grey, grey, grey, 1});
+    }
+    greys_.send(GL_ARRAY_BUFFER, greys);
+    greys_sent_ = true;
 }
 
 void MeshDrawing::send_undeformed(const Picture& picture, const SceneTables& tables) {
@@ -334,6 +352,22 @@ void MeshDrawing::draw_silhouettes() const {
     glDisable(GL_CULL_FACE);
 }
 
+// Once more over the faces themselves, as a factor.
+void MeshDrawing::draw_occlusion() const {
+    if (triangles_.count() == 0 || !greys_sent_) return;
+    glEnable(GL_BLEND);
+    glBlendFunc(GL_DST_COLOR, GL_ZERO);
+    glDepthMask(GL_FALSE);
+    bind_nodes();
+    greys_.bind(GL_ARRAY_BUFFER);
+    glEnableClientState(GL_COLOR_ARRAY);
+    glColorPointer(4, GL_UNSIGNED_BYTE, 0, nullptr);
+    draw_indexed(GL_TRIANGLES, triangles_, 0, triangles_.count());
+    glDisableClientState(GL_COLOR_ARRAY);
+    glDepthMask(GL_TRUE);
+    glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+}
+
 void MeshDrawing::draw_undeformed() const {
     if (undeformed_.count() == 0) return;
     undeformed_.bind(GL_ARRAY_BUFFER);
@@ -347,7 +381,7 @@ void MeshDrawing::draw_undeformed() const {
 std::int64_t MeshDrawing::bytes_sent() const {
     std::int64_t bytes = 0;
     for (const Buffer* buffer :
-         {&triangles_, &edges_, &outline_, &points_, &colors_, &marked_, &shares_, &undeformed_})
+         {&triangles_, &edges_, &outline_, &points_, &colors_, &marked_, &shares_, &undeformed_, &greys_})
         bytes += buffer->bytes_sent();
     for (const Shape& shape : shapes_) bytes += shape.nodes.bytes_sent() + shape.lit.bytes_sent();
     return bytes;
@@ -355,7 +389,7 @@ std::int64_t MeshDrawing::bytes_sent() const {
 
 void MeshDrawing::release(bool context_alive) {
     for (Buffer* buffer :
-         {&triangles_, &edges_, &outline_, &points_, &colors_, &marked_, &shares_, &undeformed_})
+         {&triangles_, &edges_, &outline_, &points_, &colors_, &marked_, &shares_, &undeformed_, &greys_})
         buffer->release(context_alive);
     for (Shape& shape : shapes_) {
         shape.nodes.release(context_alive);
@@ -364,7 +398,7 @@ void MeshDrawing::release(bool context_alive) {
     }
     texels_.release(context_alive);
     faces_revision_ = color_revision_ = shape_revision_ = 0;
-    marked_sent_ = undeformed_sent_ = false;
+    marked_sent_ = undeformed_sent_ = greys_sent_ = false;
 }
 
 }  // namespace kestralum::view::gl

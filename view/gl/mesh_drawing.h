@@ -28,6 +28,7 @@ public:
     void draw_nodes() const;
     void draw_silhouettes() const;  // the rims of what is turned away, lines of the width in force
     void draw_undeformed() const;   // the outline at rest
+    void draw_occlusion() const;    // darkens what the faces have in the picture; blending is its own affair
     void release(bool context_alive);
     std::int64_t bytes_sent() const;  // to the card so far
 
@@ -54,6 +55,7 @@ private:
     void find_parts(const Picture& picture);
     void send_colors(const Picture& picture, double alpha);
     void send_shares(const Picture& picture);
+    void send_occlusion(const Picture& picture, const SceneTables& tables);
     void send_undeformed(const Picture& picture, const SceneTables& tables);
     void draw_run(float opacity, std::int64_t first, std::int64_t count, const DisplayState& state) const;
     bool all_lit() const { return !contour_ || key_.way == Way::corner_shares; }
@@ -62,7 +64,7 @@ private:
 
     std::vector<std::int32_t> nodes_;      // drawn, ascending, 0-based
     std::vector<std::int32_t> vertex_of_;  // node -> place in nodes_, -1 = not drawn
-    Buffer triangles_, edges_, outline_, points_, colors_, marked_, shares_, undeformed_;
+    Buffer triangles_, edges_, outline_, points_, colors_, marked_, shares_, undeformed_, greys_;
     Texture texels_;
     ColorKey key_;
     std::vector<std::int32_t> marked_triangles_;
@@ -73,7 +75,7 @@ private:
     std::vector<PartTriangles> lit_parts_;  // drawn lit: all, or in a contour those without values
     std::int64_t lit_first_ = 0;            // triangle that the lit buffer begins with
     bool smooth_ = false;                   // its normals
-    bool undeformed_sent_ = false;
+    bool undeformed_sent_ = false, greys_sent_ = false;
     std::vector<PartTriangles> contour_parts_;
     Vec3 centre_{};
     std::vector<double> places_;  // scratch

@@ -66,6 +66,7 @@ void SceneDrawing::draw(const SceneTables& tables, const DisplayState& state, co
     picture_.update(tables, state);
     mesh_.update(picture_, tables, state);
     highlight_.update(picture_, tables, state);
+    results_.update(picture_, tables, state);
     update_symbols(tables, state);
     update_loads(tables, state);
     update_walls(tables, state);
@@ -156,6 +157,7 @@ void SceneDrawing::draw_mesh(const SceneTables& tables, const DisplayState& stat
     glPolygonOffset(1, 1);
     if (state.shows(ViewFlag::fem)) draw_faces(tables, state);
     glDisable(GL_LIGHTING);
+    if (state.look.occlusion && state.shows(ViewFlag::fem) && state.transparency >= 1) mesh_.draw_occlusion();
     draw_selection();
     highlight_.draw_faces();
     glDisable(GL_POLYGON_OFFSET_FILL);
@@ -189,6 +191,7 @@ void SceneDrawing::draw_mesh(const SceneTables& tables, const DisplayState& stat
     highlight_.draw_marks(ratio);
     glPointSize(1);
     glPopMatrix();
+    results_.draw_marks(ratio);
     if (const auto at = picked_place(tables, state)) {
         glDisable(GL_DEPTH_TEST);
         glPointSize(width(9));
@@ -219,8 +222,10 @@ void SceneDrawing::draw_symbols(const DisplayState& state, double pixels, double
     if (state.shows(ViewFlag::force)) draw_lines(arrow_shafts_);
     if (state.shows(ViewFlag::force)) loads_.draw_lines();
     if (state.shows(ViewFlag::bc)) supports_.draw_lines();
+    results_.draw_lines(pixel_ratio);
     glLineWidth(1);
     glEnable(GL_LIGHTING);
+    results_.draw_solids();
     if (state.shows(ViewFlag::bc) && cones_.count() > 0) {
         set_material(cone_color);
         draw_lit(cones_, 0, cones_.count());
@@ -272,6 +277,7 @@ std::vector<Buffer*> SceneDrawing::buffers() {
     for (ConditionDrawing* conditions : {&loads_, &supports_})
         for (Buffer* buffer : conditions->buffers()) all.push_back(buffer);
     for (Buffer* buffer : highlight_.buffers()) all.push_back(buffer);
+    for (Buffer* buffer : results_.buffers()) all.push_back(buffer);
     return all;
 }
 
@@ -288,6 +294,7 @@ void SceneDrawing::release(bool context_alive) {
     forces_of_ = supports_of_ = walls_of_ = contacts_of_ = {};
     rigid_of_ = {};
     highlight_.forget();
+    results_.forget();
 }
 
 }  // namespace kestralum::view::gl

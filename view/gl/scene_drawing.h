@@ -9,6 +9,7 @@
 #include "view/gl/highlight_drawing.h"
 #include "view/gl/mesh_drawing.h"
 #include "view/gl/overlay.h"
+#include "view/gl/result_drawing.h"
 #include "view/part_labels.h"
 #include "view/picking.h"
 #include "view/selection.h"
@@ -75,6 +76,7 @@ private:
     Picture picture_;
     MeshDrawing mesh_;
     HighlightDrawing highlight_;
+    ResultDrawing results_;
     std::optional<Pick> pick_;
     std::vector<std::string> selection_text_;
 

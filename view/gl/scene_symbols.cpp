@@ -246,6 +246,7 @@ OverlayTexts SceneDrawing::texts(const SceneTables& tables, const DisplayState& 
     if (pick_ && state.shows(ViewFlag::text)) out.lines.push_back(pick_text(*pick_));
     if (state.shows(ViewFlag::text))
         out.lines.insert(out.lines.end(), selection_text_.begin(), selection_text_.end());
+    if (!results_.text().empty()) out.lines.push_back(results_.text());
     out.bar = shown_bar(picture_, state, tables.ana_type());
     out.triad = state.shows(ViewFlag::axes);
     return out;
@@ -255,7 +256,7 @@ OverlayTexts SceneDrawing::texts(const SceneTables& tables, const DisplayState& 
 void SceneDrawing::add_labels(OverlayTexts& out, const SceneTables& tables, const DisplayState& state,
                               const Camera& camera) const {
     if (state.shows(ViewFlag::part_name)) add_part_labels(out, tables, state, camera);
-    std::vector<Label> labels;
+    std::vector<Label> labels = results_.labels();
     auto add = [&](ViewFlag flag, const std::vector<Label>& more) {
         if (state.shows(flag)) labels.insert(labels.end(), more.begin(), more.end());
     };
