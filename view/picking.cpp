@@ -5,6 +5,7 @@
 
 #include "model/format.h"
 #include "view/contour.h"
+#include "view/legend.h"
 
 namespace kestralum::view {
 
@@ -127,18 +128,21 @@ std::string pick_text(const Pick& pick) {
 }
 
 std::string status_text(const Pick& pick, const Mesh& mesh, std::span<const double> displacement,
-                        std::span<const double> values, std::int32_t contour) {
+                        std::span<const double> values, std::int32_t contour, const ToldIn& told) {
     std::string text = pick_text(pick);
     const std::int64_t n = std::int64_t{pick.node} - 1;
     if (n < 0 || n >= mesh.node_num()) return text;
-    const Vec3 x = triple(mesh.coordinates, n);
-    text += formatted("   x:%.6g y:%.6g z:%.6g [m]", x[0], x[1], x[2]);
+    const ShownUnit length = shown_unit("m", told.units);
+    const Vec3 x = times(length.factor, triple(mesh.coordinates, n));
+    text += formatted("   x:%.6g y:%.6g z:%.6g [%s]", x[0], x[1], x[2], length.text.c_str());
     if (displacement.size() == mesh.coordinates.size()) {
-        const Vec3 u = triple(displacement, n);
+        const double factor = has_shapes(told.ana_type) ? 1 : length.factor;
+        const Vec3 u = times(factor, triple(displacement, n));
         text += formatted("   ux:%.3e uy:%.3e uz:%.3e", u[0], u[1], u[2]);
     }
     if (std::ssize(values) == mesh.node_num())
-        text += formatted("   %s:%.3e", quantity_text(contour), values[n]);
+        text += formatted("   %s:%.3e", quantity_text(contour),
+                          told_unit(contour, told.ana_type, told.units).factor * values[n]);
     return text;
 }
 

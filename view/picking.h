@@ -7,6 +7,7 @@
 #include <string>
 
 #include "view/camera.h"
+#include "view/color_scale.h"
 #include "view/surface.h"
 #include "view/trim.h"
 
@@ -38,9 +39,14 @@ double pixel_slack(const Camera& camera, double pixels);
 // "Element:%d, Node:%d, D.o.f.:%d".
 std::string pick_text(const Pick& pick);
 
+struct ToldIn {
+    AnalysisType ana_type = AnalysisType::linear_static;
+    DisplayUnits units{};
+};
+
 // The line of the status bar: the pick, the node's coordinates, and where there are any its
 // displacement (of three values) and the value of the contour quantity.
 std::string status_text(const Pick& pick, const Mesh& mesh, std::span<const double> displacement,
-                        std::span<const double> values, std::int32_t contour);
+                        std::span<const double> values, std::int32_t contour, const ToldIn& told = {});
 
 }  // namespace kestralum::view

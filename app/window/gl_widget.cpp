@@ -10,6 +10,7 @@
 #include "app/window/painter_texts.h"
 #include "app/window/render_image.h"
 #include "input/settings_reader.h"
+#include "view/aim.h"
 
 namespace kestralum {
 
@@ -180,6 +181,7 @@ void GLWidget::mouseMoveEvent(QMouseEvent* event) {
     auto move = [&](view::MouseButton button) {
         view::mouse_move(shown_.camera, shown_.box(), button, state().mouse_mode, at.x(), at.y());
     };
+    if (event->buttons() & Qt::LeftButton && move_section(at, event->modifiers())) return;
     if (event->buttons() & Qt::LeftButton)
         move(view::MouseButton::left);
     else if (event->buttons() & Qt::RightButton)
@@ -189,11 +191,32 @@ void GLWidget::mouseMoveEvent(QMouseEvent* event) {
     update();
 }
 
+// With Ctrl the chosen section goes along its normal.
+bool GLWidget::move_section(const QPoint& at, Qt::KeyboardModifiers keys) {
+    auto& sections = state().sections;
+    const std::int32_t row = state().active_section;
+    if (!(keys & Qt::ControlModifier) || row < 0 || row >= std::ssize(sections)) return false;
+    view::ShownSection& section = sections[row];
+    view::Camera& camera = shown_.camera;
+    const double along = view::drag_along(camera, shown_.box(), section.point, section.normal,
+                                          at.x() - camera.last_x, at.y() - camera.last_y);
+    const auto [low, high] = view::reach_along(shown_.box(), section.normal);
+    view::move_to(section, std::clamp(dot(section.normal, section.point) + along, low, high));
+    view::mouse_press(camera, at.x(), at.y());
+    emit section_moved();
+    update();
+    return true;
+}
+
 void GLWidget::mouseReleaseEvent(QMouseEvent* event) {
     const QPoint at = pixel(event->position());
     view::mouse_press(shown_.camera, at.x(), at.y());
     if (!click_ || event->button() != Qt::LeftButton) return;
     click_ = false;
+    const auto mark = measure_texts([&](const view::gl::TextPainter& texts) {
+        return shown_.drawing.mark_at(shown_.tables(), state(), shown_.camera, texts, at.x(), at.y());
+    });
+    if (mark) return emit extreme_clicked(*mark);
     const bool more = event->modifiers() & Qt::ShiftModifier;
     emit picked(QString::fromStdString(shown_.pick(at.x() + 0.5, at.y() + 0.5, more)), more);
     update();

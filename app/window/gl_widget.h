@@ -39,6 +39,8 @@ signals:
     void started();                               // the settings are read: a model may be opened
     void settings_missing();                      // the program cannot go on
     void picked(const QString& text, bool more);  // more: beside what was picked before
+    void extreme_clicked(bool largest);           // its text at the contour bar
+    void section_moved();                         // by the mouse
     void painted();                               // on the screen
 
 protected:
@@ -56,6 +58,7 @@ private:
     void draw_scene();
     void forget_context();
     QPoint pixel(const QPointF& place) const;
+    bool move_section(const QPoint& at, Qt::KeyboardModifiers keys);
     template <typename Use>
     auto measure_texts(Use use);
     template <typename Use>

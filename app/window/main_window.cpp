@@ -281,6 +281,14 @@ void MainWindow::show_plastic_strain(bool on) {
     emit contour_changed();
 }
 
+void MainWindow::go_to_extreme(bool largest) {
+    const std::int32_t before = view_->state().frame;
+    const std::string line = view_->shown().go_to_extreme(largest);
+    if (view_->state().frame != before) step_to(view_->state().frame);
+    if (!line.empty()) say(QString::fromStdString(line));
+    view_->update();
+}
+
 // ---- pixmaps
 
 void MainWindow::show_pixmap(const QImage& image) {

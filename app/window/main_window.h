@@ -30,6 +30,7 @@ namespace kestralum {
 class LiveRun;
 class PixmapWindow;
 class ProgressLine;
+class DisplayPanel;
 class SweepPanel;
 struct AnalysisEntry;
 struct StoredRun;
@@ -150,6 +151,7 @@ private:
     void set_further(std::int32_t index);
     void show_further(std::int32_t index);
     void show_plastic_strain(bool on);
+    void go_to_extreme(bool largest);
     void show_frame_in_controls();
     void show_light_in_controls();
 
@@ -239,6 +241,8 @@ private:
     bool check_unasked_ = false;   // a check is under way that follows an opening
     std::int32_t told_frame_ = 0;  // by frame_shown
     SweepPanel* sweep_ = nullptr;
+    DisplayPanel* display_ = nullptr;
+    QAction* all_frames_ = nullptr;
     bool leaves_sweep_ = false;  // the user wants to exit all the same
     QString starter_notice_;     // of the model under way, where it was made for a part
 

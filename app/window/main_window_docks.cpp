@@ -8,10 +8,12 @@
 #include <QScreen>
 #include <QScrollArea>
 #include <QSettings>
+#include <QSignalBlocker>
 #include <QToolBar>
 #include <QVBoxLayout>
 
 #include "app/window/dialogs.h"
+#include "app/window/display_panel.h"
 #include "app/window/main_window.h"
 #include "app/window/model_tree.h"
 #include "app/window/parameter_panel.h"
@@ -73,7 +75,28 @@ void MainWindow::make_docks() {
     connect(this, &MainWindow::content_shown, sweep_, &SweepPanel::refresh);
     add_dock("Sweep", sweep_, Qt::RightDockWidgetArea, false);
 
-    for (const char* title : {"Parameters", "Sweep"})
+    display_ = new DisplayPanel(view_->shown());
+    auto* display_scroll = new QScrollArea;
+    display_scroll->setWidget(display_);
+    display_scroll->setWidgetResizable(true);
+    display_scroll->setFrameShape(QFrame::NoFrame);
+    add_dock("Display", display_scroll, Qt::RightDockWidgetArea, false);
+    connect(this, &MainWindow::content_shown, display_, &DisplayPanel::refresh);
+    connect(this, &MainWindow::contour_changed, display_, &DisplayPanel::contour_changed);
+    connect(view_, &GLWidget::section_moved, display_, &DisplayPanel::show_state);
+    connect(display_, &DisplayPanel::changed, view_, [this] {
+        show_what_is_shown();
+        view_->update();
+    });
+    connect(display_, &DisplayPanel::range_changed, this, [this] {
+        const QSignalBlocker quiet(all_frames_);
+        all_frames_->setChecked(view_->state().scale.range == view::RangeKind::all_frames);
+    });
+    connect(display_, &DisplayPanel::refused, this, &MainWindow::say);
+    connect(display_, &DisplayPanel::extreme_asked, this, &MainWindow::go_to_extreme);
+    connect(view_, &GLWidget::extreme_clicked, this, &MainWindow::go_to_extreme);
+
+    for (const char* title : {"Parameters", "Sweep", "Display"})
         tabifyDockWidget(findChild<QDockWidget*>("Controls"), findChild<QDockWidget*>(title));
 
     messages_ = new Messages;
@@ -145,7 +168,9 @@ void MainWindow::show_what_is_shown() {
         texts << QString::fromStdString(run->origin.analysis);
     const view::Quantity* quantity = view::quantity_at(view_->state().shown_contour());
     if (run && !run->results.empty() && quantity && *quantity->unit)
-        texts << (has_shapes(run->ana_type) ? "mode amplitude" : QString::fromUtf8(quantity->unit));
+        texts << (has_shapes(run->ana_type)
+                      ? "mode amplitude"
+                      : QString::fromStdString(view::shown_unit(quantity->unit, view_->state().units).text));
     shown_text_->setText(texts.join("  ·  "));
 }
 

@@ -12,6 +12,7 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include "app/window/display_panel.h"
 #include "app/window/main_window.h"
 #include "app/window/tool_icons.h"
 #include "view/contour.h"
@@ -282,11 +283,12 @@ void MainWindow::make_toolbars() {
     plastic_ = toggle(view::plastic_strain.menu_text, ToolIcon::plastic,
                       "Equivalent plastic strain in place of the chosen contour", false,
                       [this](bool on) { show_plastic_strain(on); });
-    toggle("All Frames", ToolIcon::all_frames, "Contour range over all frames, not the one shown", false,
-           [this](bool on) {
-               using enum view::RangeKind;
-               view_->state().scale.range = on ? all_frames : automatic;
-           });
+    all_frames_ = toggle("All Frames", ToolIcon::all_frames,
+                         "Contour range over all frames, not the one shown", false, [this](bool on) {
+                             using enum view::RangeKind;
+                             view_->state().scale.range = on ? all_frames : automatic;
+                             display_->show_state();
+                         });
     toggle("Auto Scale", ToolIcon::auto_scale, "Draw small static displacements magnified",
            view_->state().auto_scale, [this](bool on) { view_->state().auto_scale = on; });
 }

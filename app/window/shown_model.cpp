@@ -7,6 +7,7 @@
 #include "conditions/rigid_bodies.h"
 #include "conditions/supports.h"
 #include "model/selection.h"
+#include "view/aim.h"
 
 namespace kestralum {
 
@@ -68,6 +69,8 @@ void ShownModel::show(std::shared_ptr<const Model> model, std::shared_ptr<const 
     state.result_ready = mode_num() > 0;
     ++revision_;
     drawing.set_pick({});
+    recent_picks_.clear();
+    state.probes.clear();
     drawing.mesh_changed();
     patches_.reset();
     free_faces_.clear();
@@ -115,7 +118,47 @@ std::string ShownModel::pick(double x, double y, bool more) {
     drawing.set_pick(found);
     select(found, more);
     if (!found) return "";
-    return view::status_text(*found, mesh(), picture.vector(), picture.values(), state.shown_contour());
+    recent_picks_.push_back(found->node - 1);
+    if (recent_picks_.size() > 3) recent_picks_.erase(recent_picks_.begin());
+    return pick_line(*found);
+}
+
+std::string ShownModel::pick_line(const view::Pick& pick) const {
+    const view::Picture& picture = drawing.picture();
+    return view::status_text(pick, mesh(), picture.vector(), picture.values(), state.shown_contour(),
+                             {ana_type(), state.units});
+}
+
+std::string ShownModel::go_to_extreme(bool largest) {
+    drawing.update(tables(), state);
+    const auto& range = drawing.picture().range();
+    if (!range) return "";
+    const view::Extreme extreme = largest ? range->high : range->low;
+    if (extreme.frame > 0) state.frame = extreme.frame;
+    if (!extreme.of_element) return go_to_node(extreme.node);
+    const auto at = view::place_of_extreme(mesh(), mesh().coordinates, extreme);
+    if (at) view::centre_on(camera, *at, box());
+    return at ? "Element:" + std::to_string(extreme.node) : "";
+}
+
+std::string ShownModel::go_to_node(std::int32_t node) {
+    if (node < 1 || node > mesh().node_num()) return "";
+    drawing.update(tables(), state);
+    std::vector<double> places;
+    drawing.picture().place(tables(), state.phase, places);
+    view::Pick pick;
+    pick.node = node;
+    pick.place = view::triple(places, node - 1);
+    const auto& connectivity = mesh().connectivity;
+    const auto found = std::ranges::find(connectivity, node);
+    if (found != connectivity.end())
+        pick.element = static_cast<std::int32_t>((found - connectivity.begin()) /
+                                                 nodes_per_element(mesh().element_type)) +
+                       1;
+    view::centre_on(camera, pick.place, box());
+    drawing.set_pick(pick);
+    ++revision_;
+    return pick_line(pick);
 }
 
 void ShownModel::select(const std::optional<view::Pick>& pick, bool more) {

@@ -55,6 +55,15 @@ public:
     // or with `more` beside them. A pixel beside the faces selects none, with `more` it changes nothing.
     std::string pick(double x, double y, bool more = false);
 
+    // The nodes that were picked last (0-based), the latest behind; at most three.
+    const std::vector<std::int32_t>& recent_picks() const { return recent_picks_; }
+
+    // Moves the place of the largest or smallest value of the colours into the middle of the view and picks
+    // its node; the line for the status bar. Where all frames count, `frame` is set to the one that has it.
+    std::string go_to_extreme(bool largest);
+    // The same with a node, 1-based; "" for one that the mesh does not have.
+    std::string go_to_node(std::int32_t node);
+
     const view::FaceSelection& selection() const { return selection_; }
     void clear_selection();
     std::function<void()> on_selection;  // called when it has changed; may be empty
@@ -62,6 +71,7 @@ public:
     std::string selection_records();
 
 private:
+    std::string pick_line(const view::Pick& pick) const;
     void select(const std::optional<view::Pick>& pick, bool more);
     void selection_changed();
 
@@ -74,6 +84,7 @@ private:
     std::vector<view::SupportHold> support_holds_;
     std::vector<view::SupportSprings> support_springs_;
 
+    std::vector<std::int32_t> recent_picks_;
     view::FaceSelection selection_;
     std::string records_;                   // of the selection, once they have been asked for
     std::vector<std::string> given_names_;  // in records so far

@@ -206,6 +206,19 @@ PixelBox draw_triad(const Camera& camera, TextPainter& painter) {
 
 }  // namespace
 
+std::optional<bool> bar_mark_at(const ContourBar& bar, const Camera& camera, const TextPainter& painter,
+                                double x, double y) {
+    if (bar.colors.empty()) return std::nullopt;
+    const BarLayout at = layout_of(bar, camera, painter);
+    const PixelBox pixel{x, y, x, y};
+    for (const bool largest : {true, false})
+        if (text_box(at.bar_x, largest ? at.largest_y : at.smallest_y, largest ? bar.largest : bar.smallest,
+                     TextSize::small, painter)
+                .meets(pixel))
+            return largest;
+    return std::nullopt;
+}
+
 OverlayRoom overlay_room(const OverlayTexts& texts, const Camera& camera, const TextPainter& painter) {
     OverlayRoom room;
     PixelBox corner{0, 0, 0, 0};

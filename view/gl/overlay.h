@@ -1,6 +1,7 @@
 // What lies flat over the picture: legend, contour bar, labels, mesh counts. Drawn last, always readable.
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -31,5 +32,9 @@ struct OverlayRoom {
     std::vector<PixelBox> strips;  // what the margins are for: contour bar, legend
 };
 OverlayRoom overlay_room(const OverlayTexts& texts, const Camera& camera, const TextPainter& painter);
+
+// Whether a pixel lies on the bar's text of the largest value (true) or of the smallest.
+std::optional<bool> bar_mark_at(const ContourBar& bar, const Camera& camera, const TextPainter& painter,
+                                double x, double y);
 
 }  // namespace kestralum::view::gl

@@ -16,6 +16,9 @@
 
 namespace kestralum::view::gl {
 
+// The bar shown; without colours where there is none.
+ContourBar shown_bar(const Picture& picture, const DisplayState& state, AnalysisType ana_type);
+
 // All calls but the *_changed ones and picture() need a current context, always the same one.
 class SceneDrawing {
 public:
@@ -44,6 +47,12 @@ public:
     OverlayRoom room(const SceneTables& tables, const DisplayState& state, const Camera& camera,
                      const TextPainter& painter) const {
         return overlay_room(texts(tables, state), camera, painter);
+    }
+
+    // Whether a pixel lies on the contour bar's text of the largest value (true) or of the smallest.
+    std::optional<bool> mark_at(const SceneTables& tables, const DisplayState& state, const Camera& camera,
+                                const TextPainter& painter, double x, double y) const {
+        return bar_mark_at(shown_bar(picture_, state, tables.ana_type()), camera, painter, x, y);
     }
 
     // Bytes of geometry sent to the card so far: a repaint that changes nothing adds none.
@@ -104,9 +113,6 @@ private:
     std::vector<PartLabel> part_labels_;
     std::vector<Label> rigid_labels_, dimension_labels_, force_labels_, wall_labels_, contact_labels_;
 };
-
-// The bar shown; without colours where there is none.
-ContourBar shown_bar(const Picture& picture, const DisplayState& state, AnalysisType ana_type);
 
 // The places that the picture extends to: the mesh at both ends of a mode's swing and its arrows.
 std::vector<double> extent_points(const Picture& picture, const SceneTables& tables,
