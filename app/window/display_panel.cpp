@@ -32,6 +32,8 @@ QComboBox* combo(const char* name, const Names& names, const char* tip) {
     auto* box = named(name, new QComboBox);
     for (const char* text : names) box->addItem(text);
     box->setToolTip(tip);
+    box->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    box->setMinimumContentsLength(9);
     return box;
 }
 
@@ -67,6 +69,7 @@ QString axis_text(const view::ShownSection& section, double length_factor, const
 DisplayPanel::DisplayPanel(ShownModel& shown, QWidget* parent)
     : QWidget(parent), shown_(shown), state_(shown.state) {
     auto* column = new QVBoxLayout(this);
+    column->setContentsMargins(2, 2, 2, 2);
     make_colors(column);
     make_deformation(column);
     make_sections(column);
@@ -102,6 +105,7 @@ QCheckBox* DisplayPanel::add_switch(QFormLayout* form, const char* name, const c
 
 QLineEdit* DisplayPanel::add_value(QFormLayout* form, const char* name, const char* label, const char* tip) {
     auto* edit = named(name, new QLineEdit);
+    edit->setMinimumWidth(70);
     edit->setToolTip(tip);
     form->addRow(label, edit);
     return edit;
@@ -142,12 +146,13 @@ void DisplayPanel::make_colors(QVBoxLayout* column) {
     for (QComboBox* box : {stress_, length_}) connect(box, &QComboBox::currentIndexChanged, this, take_units);
     add_switch(form, "display_round", "Round values", "At the bar, in place of even shares of the range",
                state_.scale.round_ticks);
-    add_switch(form, "display_outside", "Mark what is outside",
+    add_switch(form, "display_outside", "Mark outside",
                "Values beyond a fixed range in grey and violet, not in the colours of its ends",
                state_.scale.mark_outside);
     add_switch(form, "display_elements", "Element values",
                "As they are in each element, not averaged at the nodes", state_.look.element_values);
-    add_switch(form, "display_marks", "Mark largest and smallest", "In the model", state_.look.marks);
+    add_switch(form, "display_marks", "Mark extremes", "The largest and the smallest value, in the model",
+               state_.look.marks);
     auto* row = new QHBoxLayout;
     for (const bool largest : {true, false}) {
         auto* button = named(largest ? "display_go_max" : "display_go_min", new QToolButton);

@@ -9,6 +9,7 @@
 #include <QScrollArea>
 #include <QSettings>
 #include <QSignalBlocker>
+#include <QStyle>
 #include <QToolBar>
 #include <QVBoxLayout>
 
@@ -80,6 +81,9 @@ void MainWindow::make_docks() {
     display_scroll->setWidget(display_);
     display_scroll->setWidgetResizable(true);
     display_scroll->setFrameShape(QFrame::NoFrame);
+    display_scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    display_scroll->setMinimumWidth(display_->minimumSizeHint().width() +
+                                    style()->pixelMetric(QStyle::PM_ScrollBarExtent) + 4);
     add_dock("Display", display_scroll, Qt::RightDockWidgetArea, false);
     connect(this, &MainWindow::content_shown, display_, &DisplayPanel::refresh);
     connect(this, &MainWindow::contour_changed, display_, &DisplayPanel::contour_changed);
