@@ -51,6 +51,10 @@ struct Frame {
     std::vector<std::int32_t> removed{};  // elements that the run has taken out so far, ascending, 0-based
     std::vector<double> error;  // node_num: estimated error of the stress around the node, of the model's
                                 // root mean square (1 = 100 %); empty: not known
+    // What supports, their springs and velocity inputs do to each node, dof_num, N; empty: nothing is held,
+    // or not known. What holds a rigid body is spread over those of its nodes that are held.
+    std::vector<double> reaction{};
+    std::vector<float> velocity{}, acceleration{};  // dof_num, m/s and m/s^2; of explicit runs
 
     explicit Frame(std::int32_t dof_num = 0)
         : mode_vec(dof_num), node_stress(std::size_t(stress_groups) * dof_num) {}

@@ -40,7 +40,7 @@ bool check_materials(Job& job) {
 // Frames of the whole run and what is kept for the logs.
 bool check_memory(Job& job, std::size_t increments) {
     const double dofs = job.model.mesh.dof_num(), points = 8.0 * job.model.mesh.element_num();
-    const double megabytes = 8e-6 * static_cast<double>(increments) * ((2 + stress_groups) * dofs + points);
+    const double megabytes = 8e-6 * static_cast<double>(increments) * ((3 + stress_groups) * dofs + points);
     const double most = machine_megabytes();
     return megabytes < most ||
            job.fail(RunStatus::bad_input,
@@ -66,9 +66,11 @@ std::vector<PlasticMaterial> point_materials(Job& job) {
     return materials;
 }
 
-void store_frame(Job& job, const Freedoms& freedoms, const FiniteBody& body, IncrementReport& increment) {
+void store_frame(Job& job, const Freedoms& freedoms, const FiniteBody& body, std::vector<double> reaction,
+                 IncrementReport& increment) {
     const auto frame = std::make_shared<Frame>(job.mesh().dof_num());
     frame->mode_vec = body.u;
+    frame->reaction = std::move(reaction);
     frame->n_freq = increment.factor;
     std::vector<double> alpha(body.current.size());
     for (std::size_t p = 0; p < alpha.size(); ++p) alpha[p] = body.current[p].alpha;
@@ -106,8 +108,9 @@ std::string describe(const IncrementReport& increment, std::size_t number, Newto
     }
 }
 
+// nodal: dof_num, N, gets what each node has of them.
 std::vector<SupportReaction> reactions_of(Job& job, const Freedoms& freedoms, const FiniteBody& body,
-                                          const NewtonSolver& solver) {
+                                          const NewtonSolver& solver, std::vector<double>& nodal) {
     const AppliedLoads& applied = solver.applied();
     std::vector<double> residual = internal_forces(body, freedoms.node_elements);
     const std::vector<char> wanted = reaction_nodes(freedoms, job.mesh().node_num());
@@ -116,8 +119,9 @@ std::vector<SupportReaction> reactions_of(Job& job, const Freedoms& freedoms, co
     combine_resistance(job.model.rigid_combines, freedoms.rigid, solver.states(), solver.turns(), bodies);
     for (std::size_t b = 0; b < bodies.size(); ++b)
         for (std::size_t c = 0; c < 6; ++c) bodies[b][c] -= applied.rigid[b][c];
+    nodal.assign(residual.size(), 0.0);
     return support_reactions(job.model, job.mesh(), freedoms, residual, bodies, body.u, Places::displaced,
-                             solver.states());
+                             solver.states(), nodal);
 }
 
 // Of the frame added last.
@@ -162,8 +166,9 @@ struct Increments {
         increment.work = work += solver.work(u_before, states_before, factor_before, increment.factor);
         factor_before = increment.factor;
         solver.keep_turns();
-        increment.supports = reactions_of(job, freedoms, body, solver);
-        store_frame(job, freedoms, body, increment);
+        std::vector<double> reaction;
+        increment.supports = reactions_of(job, freedoms, body, solver, reaction);
+        store_frame(job, freedoms, body, std::move(reaction), increment);
         report_sections(job, freedoms, body, solver);
         history.add(job, increment, solver.internal(), body);
         nonlinear.increments.push_back(increment);
