@@ -55,6 +55,10 @@ struct Frame {
     // or not known. What holds a rigid body is spread over those of its nodes that are held.
     std::vector<double> reaction{};
     std::vector<float> velocity{}, acceleration{};  // dof_num, m/s and m/s^2; of explicit runs
+    // Means over the points of each element, of nonlinear and explicit runs (analysis/element_values.h).
+    std::vector<float> element_stress{};   // 6 per element, xx yy zz xy yz zx, Pa
+    std::vector<float> element_strain{};   // 6 per element, logarithmic; of nonlinear runs
+    std::vector<float> element_plastic{};  // 1 per element: equivalent plastic strain; empty: none
 
     explicit Frame(std::int32_t dof_num = 0)
         : mode_vec(dof_num), node_stress(std::size_t(stress_groups) * dof_num) {}

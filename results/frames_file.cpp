@@ -20,7 +20,8 @@ namespace {
 constexpr std::string_view magic = "KESTRALUM frames";
 enum FormVersion : std::uint32_t { plain_form = 1, eroding_form = 2, wide_form = 3 };
 // What the frames of wide_form have.
-constexpr std::uint32_t removed_table = 1, reaction_table = 2, motion_table = 4, all_tables = 7;
+constexpr std::uint32_t removed_table = 1, reaction_table = 2, motion_table = 4, element_table = 8,
+                        plastic_table = 16, all_tables = 31;
 constexpr std::size_t start_bytes = magic.size() + 2 * sizeof(std::uint32_t);
 enum RecordKind : std::uint32_t { head_record = 1, frame_record = 2 };
 
@@ -73,6 +74,8 @@ void each_table(const FramesLayout& layout, auto& frame, auto& words, Visit visi
     if (tables & reaction_table) visit(frame.reaction, dofs);
     if (tables & motion_table) visit(frame.velocity, dofs);
     if (tables & motion_table) visit(frame.acceleration, dofs);
+    if (tables & element_table) visit(frame.element_stress, 6 * elements);
+    if (tables & plastic_table) visit(frame.element_plastic, elements);
     if (tables & removed_table) visit(words, (elements + 63) / 64);
 }
 
@@ -92,8 +95,13 @@ FramesLayout layout_of(const Mesh& mesh, std::uint32_t tables) {
 // What the frames of a run have, as its last one shows.
 FramesLayout layout_of(const Run& run) {
     std::uint32_t tables = run.erodes ? removed_table : 0;
-    if (!run.results.empty() && !run.results.back()->reaction.empty()) tables |= reaction_table;
-    if (!run.results.empty() && !run.results.back()->velocity.empty()) tables |= motion_table;
+    if (!run.results.empty()) {
+        const Frame& frame = *run.results.back();
+        if (!frame.reaction.empty()) tables |= reaction_table;
+        if (!frame.velocity.empty()) tables |= motion_table;
+        if (!frame.element_stress.empty()) tables |= element_table;
+        if (!frame.element_plastic.empty()) tables |= plastic_table;
+    }
     return layout_of(run.mesh, tables);
 }
 

@@ -8,8 +8,9 @@
 // number from 1, its time, its row of the history, mode_vec and node_stress in full precision. In a file of
 // version 2, which runs have that may take elements out, words of 64 bits follow in each frame: bit e % 64 of
 // word e / 64 is set where element e (from 0) is out. In one of version 3 the 32 bits behind the version tell
-// which tables follow node_stress in every frame: 2 reaction (64-bit numbers), 4 velocity and acceleration
-// (32-bit), 1 those words, in this order. A record that is not whole ends the file for its readers.
+// which tables follow node_stress in every frame: 2 reaction (64-bit numbers), 4 velocity and acceleration, 8
+// element_stress, 16 element_plastic (32-bit), 1 those words, in this order. A record that is not whole ends
+// the file for its readers.
 #pragma once
 
 #include <chrono>

@@ -286,6 +286,9 @@ void store_frame(Job& job, ExplicitState& s) {
     frame->node_stress = of_run_nodes(job, values);
     frame->reaction = of_run_nodes(job, reaction);
     take_motion(job, s, *frame);
+    const int points = element_type(job.mesh().element_type).points;
+    frame->element_stress = point_means(s.points.stress, points, 6);
+    frame->element_plastic = point_means(s.plastic_strain, points, 1);
     job.run.results.push_back(frame);
     report_sections(job, s, u);
 }

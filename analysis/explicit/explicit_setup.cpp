@@ -151,8 +151,8 @@ bool count_given_steps(Job& job, ExplicitState& s) {
     return true;
 }
 
-// Of a frame's degree of freedom: reaction, velocity, acceleration.
-constexpr double motion_bytes = 8 + 4 + 4;
+// Of a frame: reaction, velocity, acceleration per degree of freedom; an element's means.
+constexpr double motion_bytes = 8 + 4 + 4, mean_bytes = (6 + 1) * 4;
 
 bool count_steps(Job& job, ExplicitState& s) {
     if (!s.adaptive.on && !count_given_steps(job, s)) return false;
@@ -160,7 +160,8 @@ bool count_steps(Job& job, ExplicitState& s) {
     job.progress.print("out_time_num = %ld\n", s.out_time_num);
     const auto frames = static_cast<double>(s.out_time_num);
     const double dofs = job.mesh().dof_num();
-    const double frame = dofs * ((1 + stress_groups) * 8 + motion_bytes);
+    const double frame =
+        dofs * ((1 + stress_groups) * 8 + motion_bytes) + job.mesh().element_num() * mean_bytes;
     const double bytes = frames * frame + static_cast<double>(s.blocks->bytes()) + dofs / 3 * 4 * 13 * 8;
     job.progress.print("Memory Size = %8.3f[Mbyte]\n", bytes / 1000000);
     const double most = machine_megabytes(), held = job.options.frames_on_disk ? 1 : frames;

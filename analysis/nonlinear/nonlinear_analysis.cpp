@@ -39,8 +39,10 @@ bool check_materials(Job& job) {
 
 // Frames of the whole run and what is kept for the logs.
 bool check_memory(Job& job, std::size_t increments) {
-    const double dofs = job.model.mesh.dof_num(), points = 8.0 * job.model.mesh.element_num();
-    const double megabytes = 8e-6 * static_cast<double>(increments) * ((3 + stress_groups) * dofs + points);
+    const double dofs = job.model.mesh.dof_num(), elements = job.model.mesh.element_num();
+    constexpr double of_element = 8 + 0.5 * (6 + 6 + 1);  // points' Mises stresses, the frame's means
+    const double megabytes =
+        8e-6 * static_cast<double>(increments) * ((3 + stress_groups) * dofs + of_element * elements);
     const double most = machine_megabytes();
     return megabytes < most ||
            job.fail(RunStatus::bad_input,
@@ -74,8 +76,13 @@ void store_frame(Job& job, const Freedoms& freedoms, const FiniteBody& body, std
     frame->n_freq = increment.factor;
     std::vector<double> alpha(body.current.size());
     for (std::size_t p = 0; p < alpha.size(); ++p) alpha[p] = body.current[p].alpha;
-    mean_stress_strain(job.mesh(), freedoms.node_elements, finite_point_results(body), alpha, body.threads,
-                       frame->node_stress, job.progress);
+    const PointResults points = finite_point_results(body);
+    mean_stress_strain(job.mesh(), freedoms.node_elements, points, alpha, body.threads, frame->node_stress,
+                       job.progress);
+    const int per_element = element_type(job.mesh().element_type).points;
+    frame->element_stress = point_means(points.stress, per_element, 6);
+    frame->element_strain = point_means(points.strain, per_element, 6);
+    frame->element_plastic = point_means(alpha, per_element, 1);
     for (std::size_t n = 0; n < body.u.size() / 3; ++n) {
         const double* u = body.u.data() + 3 * n;
         increment.largest_displacement =

@@ -120,9 +120,9 @@ TEST_F(Frames, ABitThatTurnedEndsTheFileBeforeItsFrame) {
     EXPECT_TRUE(contains(said.errors, "form 4")) << said.errors;
 }
 
-// Reactions and motions follow the stresses where the run's frames have them; what the file says of its
-// tables is what it has.
-TEST_P(Frames, CarryReactionsAndMotions) {
+// Reactions, motions and the elements' means follow the stresses where the run's frames have them; what the
+// file says of its tables is what it has.
+TEST_P(Frames, CarryReactionsMotionsAndMeans) {
     write(GetParam());
     std::mt19937 random(3);
     std::normal_distribution<double> number;
@@ -134,6 +134,9 @@ TEST_P(Frames, CarryReactionsAndMotions) {
             frame.velocity.push_back(static_cast<float>(number(random)));
             frame.acceleration.push_back(static_cast<float>(number(random)));
         }
+        for (int k = 0; k < 6 * made.run.mesh.element_num(); ++k)
+            frame.element_stress.push_back(static_cast<float>(number(random)));
+        frame.element_plastic.assign(made.run.mesh.element_num(), 0.25F);
         each = std::make_shared<const Frame>(std::move(frame));
     }
     for (const bool erodes : {false, true}) {
@@ -156,6 +159,8 @@ TEST_P(Frames, CarryReactionsAndMotions) {
             EXPECT_EQ(got.reaction, exact.reaction);
             EXPECT_EQ(got.velocity, exact.velocity);
             EXPECT_EQ(got.acceleration, exact.acceleration);
+            EXPECT_EQ(got.element_stress, exact.element_stress);
+            EXPECT_EQ(got.element_plastic, exact.element_plastic);
             std::vector<double> u(dofs);
             ASSERT_TRUE(store && store->read(k, 0, u));
             EXPECT_EQ(u, exact.mode_vec);
