@@ -78,6 +78,8 @@ bool recover(Job& job, const AssembledSystem& system, const CaseTerms& terms, st
     const auto frame = std::make_shared<Frame>(mesh.dof_num());
     frame->name = terms.name;
     frame->mode_vec = displacements(mesh, freedoms, q, load);
+    frame->load = load.applied.nodal;
+    frame->load.resize(frame->mode_vec.size(), 0.0);
     job.progress.print("Strain Analysis\n");
     recover_stresses(job, system, {.form = job.hexahedra(), .initial = load.initial_strain}, points, *frame);
     if (!job.goes_on()) return false;
@@ -102,6 +104,9 @@ bool recover_all(Job& job, const AssembledSystem& system, std::span<const CaseTe
                  std::span<const double> q) {
     job.clock.begin("recover");
     note_slivers(job);
+    const std::vector<char> held = held_nodes(job, system.freedoms);
+    for (std::int32_t n = 0; n < job.mesh().node_num(); ++n)
+        if (held[n]) job.run.held_nodes.push_back(n);
     const std::size_t n = system.equations();
     PointResults points;
     for (const CaseTerms& terms : frames) {
