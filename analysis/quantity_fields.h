@@ -5,8 +5,8 @@
 
 namespace kestralum {
 
-// The scalars and directions of fields/quantities.h that a frame has, but for the plastic strain, which the
-// files of increments have anyway. Borrows the model.
+// The scalars, directions and vectors of fields/quantities.h that a frame has, but for the plastic strain,
+// which the files of increments have anyway. Borrows the model.
 PointFields quantity_fields(const Model& model, const Mesh& mesh);
 
 }  // namespace kestralum

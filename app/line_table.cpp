@@ -32,6 +32,16 @@ void add_component(std::vector<Column>& columns, const std::string& heading, std
     for (std::size_t k = component; k < table.size(); k += 3) column.values.push_back(table[k]);
 }
 
+// Components and size of a vector that the frame has; directions are none.
+void add_vector(std::vector<Column>& columns, const FieldQuantityRow& row, std::span<const double> values) {
+    if (values.empty()) return;
+    for (std::size_t c = 0; c < 3; ++c)
+        add_component(columns, formatted("%s_%c[%s]", row.name, "xyz"[c], row.unit), values, c);
+    Column& size = columns.emplace_back(Column{formatted("%s[%s]", row.name, row.unit), {}});
+    for (std::size_t n = 0; n < values.size() / 3; ++n)
+        size.values.push_back(norm(triple(values, static_cast<std::int64_t>(n))));
+}
+
 std::vector<Column> columns_of(const Model& model, const Run& run, std::span<const std::int32_t> material,
                                const Frame& frame) {
     const char *const axes[] = {"x", "y", "z"}, *const pairs[] = {"xy", "yz", "zx"};
@@ -51,6 +61,8 @@ std::vector<Column> columns_of(const Model& model, const Run& run, std::span<con
         const std::string unit = *row.unit ? formatted("[%s]", row.unit) : "";
         out.push_back({row.name + unit, fields.of(row)});
     }
+    for (const FieldQuantityRow& row : field_quantities)
+        if (row.components == 3 && *row.unit) add_vector(out, row, fields.of(row));
     return out;
 }
 

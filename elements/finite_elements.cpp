@@ -201,7 +201,26 @@ std::vector<double> internal_forces(const FiniteBody& body, const NodeElements& 
 
 namespace {
 
-// body: whose internal strains count; null: none have any.
+// Strains at the points of one element (points × 6); returns its volume. body: whose internal strains count;
+// null: none have any.
+double find_strains(const Mesh& mesh, std::span<const double> u, std::int32_t e, HexahedronForm form,
+                    const FiniteBody* body, double* strain) {
+    const ElementType& type = element_type(mesh.element_type);
+    FiniteElementState state;
+    gather(mesh, u, type, e, state);
+    double H[9 * most_points], of_form[9 * most_points], Fi[9], volume = 0;
+    for (int p = 0; p < type.points; ++p) {
+        displacement_gradient(type.nodes, state.u.data(), state.points.dN.data() + 3 * type.nodes * p,
+                              H + 9 * p);
+        volume += state.points.weight[p] * invert_deformation(H + 9 * p, Fi);
+    }
+    const double* strained = form == HexahedronForm::full ? H : of_form;
+    if (form == HexahedronForm::enhanced) enhanced_gradients(*body, state, e, of_form);
+    if (form == HexahedronForm::mean_dilatation) mean_dilatation_gradients(state, of_form);
+    for (int p = 0; p < type.points; ++p) logarithmic_strain(strained + 9 * p, strain + 6 * p);
+    return volume;
+}
+
 void find_strains(const Mesh& mesh, std::span<const double> u, int threads, HexahedronForm form,
                   const FiniteBody* body, PointResults& out) {
     const ElementType& type = element_type(mesh.element_type);
@@ -209,27 +228,27 @@ void find_strains(const Mesh& mesh, std::span<const double> u, int threads, Hexa
     out.strain.resize(6 * first_point(type, elements));
     out.volume.assign(elements, 0.0);
 #pragma omp parallel for schedule(static) num_threads(threads)
-    for (std::int32_t e = 0; e < elements; ++e) {
-        FiniteElementState state;
-        gather(mesh, u, type, e, state);
-        double H[9 * most_points], of_form[9 * most_points], Fi[9];
-        for (int p = 0; p < type.points; ++p) {
-            displacement_gradient(type.nodes, state.u.data(), state.points.dN.data() + 3 * type.nodes * p,
-                                  H + 9 * p);
-            out.volume[e] += state.points.weight[p] * invert_deformation(H + 9 * p, Fi);
-        }
-        const double* strained = form == HexahedronForm::full ? H : of_form;
-        if (form == HexahedronForm::enhanced) enhanced_gradients(*body, state, e, of_form);
-        if (form == HexahedronForm::mean_dilatation) mean_dilatation_gradients(state, of_form);
-        for (int p = 0; p < type.points; ++p)
-            logarithmic_strain(strained + 9 * p, &out.strain[6 * (first_point(type, e) + p)]);
-    }
+    for (std::int32_t e = 0; e < elements; ++e)
+        out.volume[e] = find_strains(mesh, u, e, form, body, &out.strain[6 * first_point(type, e)]);
 }
 
 }  // namespace
 
 void logarithmic_strains(const Mesh& mesh, std::span<const double> u, int threads, PointResults& out) {
     find_strains(mesh, u, threads, HexahedronForm::full, nullptr, out);
+}
+
+std::vector<float> mean_logarithmic_strains(const Mesh& mesh, std::span<const double> u, int threads) {
+    const int points = element_type(mesh.element_type).points;
+    std::vector<float> out(6 * std::size_t(mesh.element_num()));
+#pragma omp parallel for schedule(static) num_threads(threads)
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        double strain[6 * most_points], mean[6]{};
+        find_strains(mesh, u, e, HexahedronForm::full, nullptr, strain);
+        for (int k = 0; k < 6 * points; ++k) mean[k % 6] += strain[k] / points;
+        for (std::size_t c = 0; c < 6; ++c) out[6 * std::size_t(e) + c] = static_cast<float>(mean[c]);
+    }
+    return out;
 }
 
 PointResults finite_point_results(const FiniteBody& body) {

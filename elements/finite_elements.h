@@ -58,6 +58,9 @@ std::vector<double> internal_forces(const FiniteBody& body, const NodeElements& 
 // current volumes; u: 3 per node. The stress of `out` stays.
 void logarithmic_strains(const Mesh& mesh, std::span<const double> u, int threads, PointResults& out);
 
+// The strain's means over the points of each element, 6 per element.
+std::vector<float> mean_logarithmic_strains(const Mesh& mesh, std::span<const double> u, int threads);
+
 // Cauchy stress, logarithmic strain and current volume, for the averages at the nodes.
 PointResults finite_point_results(const FiniteBody& body);
 

@@ -120,6 +120,18 @@ void mean_stress_strain(const Mesh& mesh, const NodeElements& node_elements, con
     progress.print("mean_stress_strain\n");
 }
 
+std::vector<float> point_means(std::span<const double> values, int points, int components) {
+    const std::size_t own = std::size_t(points) * components, width = components;
+    std::vector<float> out(values.size() / points);
+    for (std::size_t k = 0; k < out.size(); ++k) {
+        const double* first = values.data() + k / width * own + k % width;
+        double sum = 0;
+        for (int p = 0; p < points; ++p) sum += first[width * p];
+        out[k] = static_cast<float>(sum / points);
+    }
+    return out;
+}
+
 std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points,
                                     std::span<const char> wanted, HexahedronForm form) {
     const ElementType& type = element_type(mesh.element_type);

@@ -39,6 +39,9 @@ void mean_stress_strain(const Mesh& mesh, const NodeElements& node_elements, con
                         std::span<const double> plastic_strain, int threads, std::span<double> node_stress,
                         Progress& progress);
 
+// Means over the points of each element, element × components, of values element × points × components.
+std::vector<float> point_means(std::span<const double> values, int points, int components);
+
 // Internal forces Σ ∫ Bᵀ σ dV at the nodes with wanted[node] != 0 (3 per node, 0 elsewhere), N.
 std::vector<double> internal_forces(const Mesh& mesh, const PointResults& points,
                                     std::span<const char> wanted, HexahedronForm form = HexahedronForm::full);

@@ -76,10 +76,13 @@ std::vector<std::int32_t> node_materials(const Model& model, const Mesh& mesh) {
 }
 
 FieldValues::FieldValues(const Model& model, std::span<const std::int32_t> material, const Frame& frame)
-    : model_(model), material_(material), frame_(frame) {
-    const std::size_t dofs = frame.mode_vec.size(), nodes = dofs / 3;
-    if (frame.node_stress.size() != std::size_t(stress_groups) * dofs || material.size() != nodes) return;
-    for (std::size_t n = 0; n < nodes; ++n) principal_.push_back(principal_of(stress_at(frame, n)));
+    : model_(model), material_(material), frame_(frame) {}
+
+void FieldValues::find_principal() const {
+    const std::size_t dofs = frame_.mode_vec.size(), nodes = dofs / 3;
+    if (!principal_.empty() || frame_.node_stress.size() != std::size_t(stress_groups) * dofs) return;
+    principal_.reserve(nodes);
+    for (std::size_t n = 0; n < nodes; ++n) principal_.push_back(principal_of(stress_at(frame_, n)));
 }
 
 double FieldValues::scalar(FieldQuantity quantity, std::size_t node) const {
@@ -117,6 +120,14 @@ double FieldValues::scalar(FieldQuantity quantity, std::size_t node) const {
 
 std::vector<double> FieldValues::of(const FieldQuantityRow& row) const {
     std::vector<double> out;
+    if (3 * material_.size() != frame_.mode_vec.size()) return out;
+    if (row.quantity == FieldQuantity::reaction) return frame_.reaction;
+    if (row.quantity == FieldQuantity::velocity || row.quantity == FieldQuantity::acceleration) {
+        const std::vector<float>& of =
+            row.quantity == FieldQuantity::velocity ? frame_.velocity : frame_.acceleration;
+        return {of.begin(), of.end()};
+    }
+    find_principal();
     if (principal_.empty()) return out;
     if (row.quantity == FieldQuantity::error) {
         for (const double error : frame_.error) out.push_back(100 * error);

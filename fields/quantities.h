@@ -29,6 +29,9 @@ enum class FieldQuantity : std::int32_t {
     tresca = 110,                 // σ1 - σ3
     strain_energy_density = 111,  // ½ σ:ε of the elastic strain of the stress
     safety_factor = 112,          // Sy / Mises, Sy at rest; not a number without Sy, infinite without stress
+    reaction = 113,               // Frame::reaction
+    velocity = 114,               // of explicit runs
+    acceleration = 115,           //
 };
 
 struct FieldQuantityRow {
@@ -52,6 +55,9 @@ inline constexpr FieldQuantityRow field_quantities[] = {
     {FieldQuantity::tresca, "tresca", "Tresca stress", "Pa", 1},
     {FieldQuantity::strain_energy_density, "strain_energy_density", "Strain energy density", "J/m^3", 1},
     {FieldQuantity::safety_factor, "safety_factor", "Safety factor", "", 1},
+    {FieldQuantity::reaction, "reaction", "Reaction", "N", 3},
+    {FieldQuantity::velocity, "velocity", "Velocity", "m/s", 3},
+    {FieldQuantity::acceleration, "acceleration", "Acceleration", "m/s^2", 3},
 };
 
 // Null where no row has the index.
@@ -67,7 +73,8 @@ struct Principal {
     std::array<Vec3, 3> direction;
 };
 
-// The quantities of one frame; its principal stresses are found once. Borrows all.
+// The quantities of one frame; its principal stresses are found once, when one is asked for that needs them.
+// Borrows all; for one thread.
 class FieldValues {
 public:
     // material: node_materials().
@@ -82,7 +89,8 @@ private:
     const Model& model_;
     std::span<const std::int32_t> material_;
     const Frame& frame_;
-    std::vector<Principal> principal_;  // per node; empty where the frame has no stresses
+    void find_principal() const;
+    mutable std::vector<Principal> principal_;  // per node; empty where the frame has no stresses
 };
 
 }  // namespace kestralum

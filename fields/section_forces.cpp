@@ -97,6 +97,7 @@ SectionSum section_of_stresses(const Mesh& mesh, const Frame& frame, const Secti
     };
     const CutTriangles triangles = triangles_of(cut);
     for (std::size_t t = 0; t < triangles.polygon.size(); ++t) {
+        if (std::ranges::binary_search(frame.removed, cut.element[triangles.polygon[t]])) continue;
         const std::int32_t* v = triangles.corners.data() + 3 * t;
         const Vec3 a = triple(places, v[0]);
         const double area = 0.5 * norm(cross(minus(triple(places, v[1]), a), minus(triple(places, v[2]), a)));

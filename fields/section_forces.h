@@ -35,7 +35,8 @@ struct SectionState {
 SectionSum section_forces(const SectionState& state, const SectionPlane& plane);
 
 // The same from a frame's nodal stresses alone, for results that were read from a file: ∫ σ n dA over the
-// polygons at rest. As exact as the averaged stresses are; loads, held and inertia are left 0.
+// polygons at rest, those of elements that are out left out. As exact as the averaged stresses are; loads,
+// held and inertia are left 0.
 SectionSum section_of_stresses(const Mesh& mesh, const Frame& frame, const SectionPlane& plane);
 
 }  // namespace kestralum

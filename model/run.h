@@ -51,6 +51,15 @@ struct Frame {
     std::vector<std::int32_t> removed{};  // elements that the run has taken out so far, ascending, 0-based
     std::vector<double> error;  // node_num: estimated error of the stress around the node, of the model's
                                 // root mean square (1 = 100 %); empty: not known
+    // What supports, their springs and velocity inputs do to each node, dof_num, N; empty: nothing is held,
+    // or not known. What holds a rigid body is spread over those of its nodes that are held.
+    std::vector<double> reaction{};
+    std::vector<double> load{};  // dof_num: nodal loads of its case, N; static runs computed here
+    std::vector<float> velocity{}, acceleration{};  // dof_num, m/s and m/s^2; of explicit runs
+    // Means over the points of each element, of nonlinear and explicit runs (analysis/element_values.h).
+    std::vector<float> element_stress{};   // 6 per element, xx yy zz xy yz zx, Pa
+    std::vector<float> element_strain{};   // 6 per element, logarithmic; of nonlinear runs
+    std::vector<float> element_plastic{};  // 1 per element: equivalent plastic strain; empty: none
 
     explicit Frame(std::int32_t dof_num = 0)
         : mode_vec(dof_num), node_stress(std::size_t(stress_groups) * dof_num) {}
@@ -123,7 +132,10 @@ struct Run {
     Mesh mesh;                             // renumbered
     std::vector<std::int32_t> force_node;  // per force of the model: resolve_force_points() on this mesh
     std::vector<double> load;              // dof_num: nodal loads at load factor 1, N; empty where none act
-    bool erodes = false;                   // explicit: the frames tell which elements have been taken out
+    std::vector<std::int32_t>
+        held_nodes;       // static: something beside loads and elements acts on them (supports,
+                          // springs, ties, rigid elements), 0-based; none where a file is read
+    bool erodes = false;  // explicit: the frames tell which elements have been taken out
     Results results;
     std::shared_ptr<const FrameStore> stored;  // has the values of frames that hold their time alone; null:
                                                // all hold theirs

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -17,7 +18,10 @@ namespace kestralum {
 namespace {
 
 constexpr std::string_view magic = "KESTRALUM frames";
-enum FormVersion : std::uint32_t { plain_form = 1, eroding_form = 2 };
+enum FormVersion : std::uint32_t { plain_form = 1, eroding_form = 2, wide_form = 3 };
+// What the frames of wide_form have.
+constexpr std::uint32_t removed_table = 1, reaction_table = 2, motion_table = 4, element_table = 8,
+                        plastic_table = 16, all_tables = 31;
 constexpr std::size_t start_bytes = magic.size() + 2 * sizeof(std::uint32_t);
 enum RecordKind : std::uint32_t { head_record = 1, frame_record = 2 };
 
@@ -60,13 +64,63 @@ void exchange_head(Archive& archive, std::string& model_file_name, std::string& 
             mesh.size_info, mesh.max_length, run.history.columns);
 }
 
-// Words with a bit for each element; none where none can be out.
-std::size_t removed_words(const Run& run) {
-    return run.erodes ? (static_cast<std::size_t>(run.mesh.element_num()) + 63) / 64 : 0;
+// Calls visit(table, values) for the tables of a frame behind its row, in the file's order, that `tables`
+// has: the same for writing, reading and counting. values: how many there are.
+template <typename Visit>
+void each_table(const FramesLayout& layout, auto& frame, auto& words, Visit visit) {
+    const auto [tables, dofs, elements] = layout;
+    visit(frame.mode_vec, dofs);
+    visit(frame.node_stress, stress_groups * dofs);
+    if (tables & reaction_table) visit(frame.reaction, dofs);
+    if (tables & motion_table) visit(frame.velocity, dofs);
+    if (tables & motion_table) visit(frame.acceleration, dofs);
+    if (tables & element_table) visit(frame.element_stress, 6 * elements);
+    if (tables & plastic_table) visit(frame.element_plastic, elements);
+    if (tables & removed_table) visit(words, (elements + 63) / 64);
 }
 
-std::uint64_t frame_length(std::uint64_t columns, std::uint64_t dofs, std::uint64_t words) {
-    return 8 * (2 + columns + dofs * (1 + stress_groups) + words);
+std::uint64_t frame_length(std::uint64_t columns, const FramesLayout& layout) {
+    std::uint64_t bytes = 8 * (2 + columns);
+    const Frame none;
+    const std::vector<std::uint64_t> words;
+    each_table(layout, none, words,
+               [&](const auto& table, std::size_t values) { bytes += values * sizeof table[0]; });
+    return bytes;
+}
+
+FramesLayout layout_of(const Mesh& mesh, std::uint32_t tables) {
+    return {tables, static_cast<std::size_t>(mesh.dof_num()), static_cast<std::size_t>(mesh.element_num())};
+}
+
+// What the frames of a run have, as its last one shows.
+FramesLayout layout_of(const Run& run) {
+    std::uint32_t tables = run.erodes ? removed_table : 0;
+    if (!run.results.empty()) {
+        const Frame& frame = *run.results.back();
+        if (!frame.reaction.empty()) tables |= reaction_table;
+        if (!frame.velocity.empty()) tables |= motion_table;
+        if (!frame.element_stress.empty()) tables |= element_table;
+        if (!frame.element_plastic.empty()) tables |= plastic_table;
+    }
+    return layout_of(run.mesh, tables);
+}
+
+// Version and tables of a file that begins with `start`.
+using FileStart = std::array<char, start_bytes>;
+std::array<std::uint32_t, 2> version_of(const FileStart& start) {
+    std::array<std::uint32_t, 2> out{};
+    std::memcpy(out.data(), start.data() + magic.size(), sizeof out);
+    if (out[0] < wide_form) out[1] = out[0] == eroding_form ? removed_table : 0;
+    return out;
+}
+
+// A bit for each element.
+std::vector<std::uint64_t> words_of(const Frame& frame, std::size_t elements) {
+    std::vector<std::uint64_t> out((elements + 63) / 64, 0);
+    for (const std::int32_t e : frame.removed)
+        if (const auto word = static_cast<std::size_t>(e) / 64; word < out.size())
+            out[word] |= std::uint64_t{1} << (e % 64);
+    return out;
 }
 
 std::string bytes_of_head(const Model& model, const Run& run) {
@@ -139,9 +193,10 @@ void FramesWriter::begin(const Model& model, const Run& run) {
         trouble_ = path_ + " cannot be written: " + std::strerror(errno);
         return;
     }
-    removed_words_ = removed_words(run);
+    layout_ = layout_of(run);
     std::string start(magic);
-    const std::array<std::uint32_t, 2> version{run.erodes ? eroding_form : plain_form, 0};
+    std::array<std::uint32_t, 2> version{run.erodes ? eroding_form : plain_form, 0};
+    if ((layout_.tables & ~removed_table) != 0) version = {wide_form, layout_.tables};
     append_bytes(start, version.data(), sizeof version);
     const std::string contents = bytes_of_head(model, run);
     begin_record(record_, head_record, contents.size());
@@ -153,7 +208,7 @@ void FramesWriter::begin(const Model& model, const Run& run) {
 
 void FramesWriter::go_on(std::string_view model_file_name, const Run& run, const FramesEnd& end_of_file) {
     path_ = paths::to_platform(frames_file_name(model_file_name), run.origin.options.log_folder);
-    removed_words_ = removed_words(run);
+    layout_ = layout_of(run);
     file_ = Descriptor(::open(path_.c_str(), O_WRONLY | O_CLOEXEC));
     size_ = end_of_file.bytes;
     last_sum_ = end_of_file.sum;
@@ -167,17 +222,15 @@ void FramesWriter::go_on(std::string_view model_file_name, const Run& run, const
 
 void FramesWriter::add(const Frame& frame, std::span<const double> row, std::int64_t number) {
     if (!is_open()) return;
-    begin_record(record_, frame_record, frame_length(row.size(), frame.mode_vec.size(), removed_words_));
+    begin_record(record_, frame_record, frame_length(row.size(), layout_));
     append_bytes(record_, &number, sizeof number);
     append_bytes(record_, &frame.n_freq, sizeof frame.n_freq);
-    for (const std::span<const double> values :
-         {row, std::span<const double>(frame.mode_vec), std::span<const double>(frame.node_stress)})
-        append_bytes(record_, values.data(), values.size_bytes());
-    std::vector<std::uint64_t> out(removed_words_, 0);
-    for (const std::int32_t e : frame.removed)
-        if (const auto word = static_cast<std::size_t>(e) / 64; word < out.size())
-            out[word] |= std::uint64_t{1} << (e % 64);
-    append_bytes(record_, out.data(), 8 * out.size());
+    append_bytes(record_, row.data(), row.size_bytes());
+    const std::vector<std::uint64_t> words = words_of(frame, layout_.elements);
+    each_table(layout_, frame, words, [&](const auto& table, std::size_t values) {
+        assert(table.size() == values);
+        append_bytes(record_, table.data(), values * sizeof table[0]);
+    });
     last_sum_ = end_record(record_);
     constexpr std::chrono::seconds between(1);
     if (write(record_) && std::chrono::steady_clock::now() - synced_ >= between) sync();
@@ -226,12 +279,14 @@ std::shared_ptr<const FrameStore> open_frame_store(std::string_view model_file_n
         paths::to_platform(frames_file_name(model_file_name), run.origin.options.log_folder);
     Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     RecordHead head;
-    if (!file.is_open() || ::pread(file.number(), &head, sizeof head, start_bytes) != sizeof head)
+    FileStart start;
+    if (!file.is_open() || ::pread(file.number(), start.data(), start.size(), 0) != start_bytes ||
+        ::pread(file.number(), &head, sizeof head, start_bytes) != sizeof head)
         return nullptr;
+    const FramesLayout layout = layout_of(run.mesh, version_of(start)[1]);
     const std::uint64_t first = start_bytes + record_size(head.length), row = 8 * (2 + columns);
-    const std::uint64_t dofs = run.mesh.dof_num();
     return std::make_shared<FramesOnDisk>(std::move(file), first + sizeof(RecordHead) + row,
-                                          record_size(frame_length(columns, dofs, removed_words(run))));
+                                          record_size(frame_length(columns, layout)));
 }
 
 bool FramesReader::fail(std::string why) {
@@ -268,15 +323,17 @@ bool FramesReader::open(std::string_view file_name, std::string_view log_folder,
     errno = 0;
     file_ = paths::open(file_name, "rb", log_folder);
     if (!file_) return fail(std::string("cannot be read: ") + std::strerror(errno));
-    std::array<char, start_bytes> start{};
-    std::uint32_t version = 0;
-    const std::size_t count = std::fread(start.data(), 1, start.size(), file_.get());
-    std::memcpy(&version, start.data() + magic.size(), sizeof version);
-    if (count != start.size() || std::string_view(start.data(), magic.size()) != magic)
+    FileStart start{};
+    if (std::fread(start.data(), 1, start.size(), file_.get()) != start.size() ||
+        std::string_view(start.data(), magic.size()) != magic)
         return fail("no frames file: '" + std::string(magic) + "' is expected at its beginning");
-    if (version != plain_form && version != eroding_form)
-        return fail(formatted("a frames file of form %u; this program reads forms %u and %u", version,
-                              plain_form, eroding_form));
+    const auto [version, tables] = version_of(start);
+    if (version < plain_form || version > wide_form)
+        return fail(formatted("a frames file of form %u; this program reads forms %u to %u", version,
+                              plain_form, wide_form));
+    tables_ = tables;
+    if ((tables_ & ~all_tables) != 0)
+        return fail(formatted("its frames have tables that this program does not know (%u)", tables_));
     if (std::fseek(file_.get(), 0, SEEK_END) != 0 || std::ftell(file_.get()) < 0)
         return fail(std::string("cannot be read: ") + std::strerror(errno));
     bytes_ = static_cast<std::uint64_t>(std::ftell(file_.get()));
@@ -284,7 +341,7 @@ bool FramesReader::open(std::string_view file_name, std::string_view log_folder,
     if (std::fseek(file_.get(), static_cast<long>(whole_), SEEK_SET) != 0 || !read_record(head_record))
         return fail("its head is not whole: no frame can be read");
     const bool done = read_head(progress);
-    head_.run.erodes = version == eroding_form;
+    head_.run.erodes = (tables_ & removed_table) != 0;
     return done;
 }
 
@@ -322,13 +379,14 @@ bool FramesReader::read_head(Progress& progress) {
 
 std::shared_ptr<Frame> FramesReader::next() {
     Run& run = head_.run;
-    const std::size_t columns = run.history.columns.size(), dofs = run.mesh.dof_num();
-    std::vector<std::uint64_t> out(removed_words(run));
+    const std::size_t columns = run.history.columns.size();
+    const FramesLayout layout = layout_of(run.mesh, tables_);
+    std::vector<std::uint64_t> words;
     if (!read_record(frame_record)) return nullptr;
     std::int64_t number = 0;
     auto frame = std::make_shared<Frame>(run.mesh.dof_num());
     std::vector<double> row(columns);
-    torn_ = contents_.size() != frame_length(columns, dofs, out.size());
+    torn_ = contents_.size() != frame_length(columns, layout);
     if (torn_) return nullptr;
     const char* from = contents_.data();
     const auto take = [&](void* to, std::size_t count) {
@@ -338,11 +396,12 @@ std::shared_ptr<Frame> FramesReader::next() {
     take(&number, sizeof number);
     take(&frame->n_freq, sizeof frame->n_freq);
     take(row.data(), 8 * columns);
-    take(frame->mode_vec.data(), 8 * dofs);
-    take(frame->node_stress.data(), 8 * dofs * stress_groups);
-    take(out.data(), 8 * out.size());
-    for (std::int32_t e = 0; e < run.mesh.element_num() && !out.empty(); ++e)
-        if (out[static_cast<std::size_t>(e) / 64] >> (e % 64) & 1) frame->removed.push_back(e);
+    each_table(layout, *frame, words, [&](auto& table, std::size_t values) {
+        table.resize(values);
+        take(table.data(), values * sizeof table[0]);
+    });
+    for (std::int32_t e = 0; e < run.mesh.element_num() && !words.empty(); ++e)
+        if (words[static_cast<std::size_t>(e) / 64] >> (e % 64) & 1) frame->removed.push_back(e);
     torn_ = number != frames_ + 1;
     if (torn_) return nullptr;
     ++frames_;

@@ -7,8 +7,10 @@
 // text rounds or leaves out, and the names of the history's columns. One record for each frame follows: its
 // number from 1, its time, its row of the history, mode_vec and node_stress in full precision. In a file of
 // version 2, which runs have that may take elements out, words of 64 bits follow in each frame: bit e % 64 of
-// word e / 64 is set where element e (from 0) is out. A record that is not whole ends the file for its
-// readers.
+// word e / 64 is set where element e (from 0) is out. In one of version 3 the 32 bits behind the version tell
+// which tables follow node_stress in every frame: 2 reaction (64-bit numbers), 4 velocity and acceleration, 8
+// element_stress, 16 element_plastic (32-bit), 1 those words, in this order. A record that is not whole ends
+// the file for its readers.
 #pragma once
 
 #include <chrono>
@@ -59,11 +61,17 @@ struct FramesEnd {
     }
 };
 
+// What each frame of a file has.
+struct FramesLayout {
+    std::uint32_t tables = 0;  // bits: which, see above
+    std::size_t dofs = 0, elements = 0;
+};
+
 // The file of a run under way. What cannot be written is told by trouble() and ends the file where it was
 // whole; later calls then do nothing.
 class FramesWriter {
 public:
-    // A new file with its head.
+    // A new file with its head. The run's last frame shows which tables all have.
     void begin(const Model& model, const Run& run);
     // Goes on with the file of an earlier run behind frames that have been read.
     void go_on(std::string_view model_file_name, const Run& run, const FramesEnd& end_of_file);
@@ -82,7 +90,7 @@ public:
 private:
     bool write(std::string_view bytes);
     Descriptor file_;
-    std::size_t removed_words_ = 0;  // in each frame
+    FramesLayout layout_;
     std::string path_, trouble_, record_;
     std::uint64_t size_ = 0, last_sum_ = 0;
     std::chrono::steady_clock::time_point synced_{};
@@ -114,6 +122,7 @@ private:
     StoredRun head_;
     std::uint64_t mesh_hash_ = 0, whole_ = 0, bytes_ = 0, last_sum_ = 0;
     std::int64_t frames_ = 0;
+    std::uint32_t tables_ = 0;  // in each frame
     bool torn_ = false;
 };
 

@@ -11,8 +11,6 @@ namespace kestralum {
 
 namespace {
 
-constexpr double end_of_load = 1;  // the `time` of an analysis without one
-
 void add_scaled(std::vector<double>& sum, double factor, const std::vector<double>& other) {
     if (sum.empty()) sum.assign(other.size(), 0.0);
     for (std::size_t k = 0; k < other.size(); ++k) sum[k] += factor * other[k];

@@ -11,6 +11,8 @@
 
 namespace kestralum {
 
+inline constexpr double end_of_load = 1;  // the `time` of an analysis without one
+
 // One load case, or the sum of some.
 struct CaseTerms {
     std::string name;  // empty where the model has but one case

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+#include <cmath>
+
+#include "elements/symmetric3.h"
 #include "model/selection.h"
 #include "system/support_springs.h"
 
@@ -13,10 +16,13 @@ bool is_held(const RigidBody& body) {
     return !body.fixed.empty() || !body.held.empty();
 }
 
-// Forces at places, gathered as force and moment about one support's centre.
+// Forces at places, gathered as force and moment about one support's centre, and node by node.
 class Gather {
 public:
-    Gather(const Model& model, const Mesh& mesh, std::span<const std::int32_t> reached) {
+    // nodal: dof_num, or empty.
+    Gather(const Model& model, const Mesh& mesh, std::span<const std::int32_t> reached,
+           std::span<double> nodal)
+        : nodal_(nodal) {
         for (std::size_t r = 0; r < model.boundary_conditions.size(); ++r) {
             SupportReaction& out = reactions.emplace_back();
             out.name = model.boundary_conditions[r].name;
@@ -35,8 +41,53 @@ public:
             out.moment[c] += turn[c];
         }
     }
+    void add_at(std::int32_t record, std::int32_t node, const Vec3& place, const Vec3& force) {
+        add(record, place, force);
+        add_nodal(node, force);
+    }
+    void add_nodal(std::int32_t node, const Vec3& force) {
+        for (std::size_t c = 0; c < 3 && !nodal_.empty(); ++c) nodal_[3 * std::size_t(node) + c] += force[c];
+    }
     std::vector<SupportReaction> reactions;
+
+private:
+    std::span<double> nodal_;
 };
+
+// Nodes of a body that supports hold, ascending.
+std::vector<std::int32_t> held_members(const RigidBody& body) {
+    std::vector<std::int32_t> out = body.fixed;
+    for (const HeldDirection& held : body.held) out.push_back(held.node);
+    std::ranges::sort(out);
+    out.erase(std::ranges::unique(out).begin(), out.end());
+    return out;
+}
+
+// Spreads a force and its moment about their centre over places as the smallest forces (in the sum of their
+// squares) that make them: F/n + ω × r with Σ r × (ω × r) = M. Places on a line leave the moment about it.
+template <typename Add>
+void spread(std::span<const Vec3> places, const Vec3& force, const Vec3& moment, Add add) {
+    const double share = 1 / static_cast<double>(places.size());
+    Vec3 centre{};
+    for (const Vec3& x : places) centre = plus(centre, times(share, x));
+    double J[6]{}, values[3], axes[9];  // Σ r² 1 - r rᵀ
+    for (const Vec3& x : places) {
+        const Vec3 r = minus(x, centre);
+        for (std::size_t c = 0; c < 3; ++c) {
+            J[c] += dot(r, r) - r[c] * r[c];
+            J[3 + c] -= r[c] * r[(c + 1) % 3];
+        }
+    }
+    symmetric_eigen3(J, values, axes);
+    const double least = 1e-9 * std::max({values[0], values[1], values[2]});
+    Vec3 omega{};
+    for (std::size_t k = 0; k < 3; ++k) {
+        const Vec3 axis{axes[3 * k], axes[3 * k + 1], axes[3 * k + 2]};
+        if (values[k] > least) omega = plus(omega, times(dot(axis, moment) / values[k], axis));
+    }
+    for (std::size_t k = 0; k < places.size(); ++k)
+        add(k, plus(times(share, force), cross(omega, minus(places[k], centre))));
+}
 
 // The support that has a member of the body, the first of the file.
 std::int32_t record_of(const RigidBody& body, const DofNumbering& numbering) {
@@ -64,13 +115,13 @@ std::vector<char> reaction_nodes(const Freedoms& freedoms, std::int32_t nodes) {
 std::vector<SupportReaction> support_reactions(const Model& model, const Mesh& mesh, const Freedoms& freedoms,
                                                std::span<const double> residual, std::span<const Vec6> bodies,
                                                std::span<const double> u, Places places,
-                                               std::span<const RigidState> states) {
+                                               std::span<const RigidState> states, std::span<double> nodal) {
     const DofNumbering& numbering = freedoms.numbering;
     const auto place = [&](std::int32_t n) {
         return places == Places::displaced ? plus(place_of(mesh, n), triple(u, n)) : place_of(mesh, n);
     };
     const ConstraintMap& map = freedoms.constraints.map;
-    Gather gather(model, mesh, numbering.selected);
+    Gather gather(model, mesh, numbering.selected, nodal);
     std::vector<double> left(residual.begin(), residual.end());
     for (std::size_t r = 0; r < model.boundary_conditions.size(); ++r) {
         const BoundaryCondition& record = model.boundary_conditions[r];
@@ -78,7 +129,7 @@ std::vector<SupportReaction> support_reactions(const Model& model, const Mesh& m
         std::vector<double> springs(left.size(), 0.0);
         add_spring_forces(record, mesh, freedoms.node_elements, u, springs);
         for (std::int32_t n = 0; n < mesh.node_num(); ++n)
-            gather.add(static_cast<std::int32_t>(r), place(n), times(-1, triple(springs, n)));
+            gather.add_at(static_cast<std::int32_t>(r), n, place(n), times(-1, triple(springs, n)));
         for (std::size_t d = 0; d < left.size(); ++d) left[d] += springs[d];
     }
     map.gather(left);
@@ -90,16 +141,27 @@ std::vector<SupportReaction> support_reactions(const Model& model, const Mesh& m
         Vec6 sum = resultant(body, states.empty() ? RigidState{} : states[b], mesh, left);
         for (std::size_t c = 0; c < 6; ++c) sum[c] += bodies[b][c];
         const Vec3 pivot = states.empty() ? body.pivot : plus(body.pivot, states[b].u);
-        gather.add(record_of(body, numbering), pivot, {sum[0], sum[1], sum[2]}, {sum[3], sum[4], sum[5]});
+        const Vec3 force{sum[0], sum[1], sum[2]}, moment{sum[3], sum[4], sum[5]};
+        gather.add(record_of(body, numbering), pivot, force, moment);
+        const std::vector<std::int32_t> nodes = held_members(body);
+        std::vector<Vec3> where;
+        Vec3 centre{};
+        for (const std::int32_t n : nodes) {
+            where.push_back(place(n));
+            centre = plus(centre, times(1 / static_cast<double>(nodes.size()), where.back()));
+        }
+        spread(where, force, plus(moment, cross(minus(pivot, centre), force)),
+               [&](std::size_t k, const Vec3& f) { gather.add_nodal(nodes[k], f); });
     }
     for (std::size_t k = 0; k < numbering.fixed_nodes.size(); ++k) {
         const std::int32_t n = numbering.fixed_nodes[k];
         if (counted[n]) continue;
         counted[n] = 1;
-        gather.add(numbering.fixed_record[k], place(n), triple(left, n));
+        gather.add_at(numbering.fixed_record[k], n, place(n), triple(left, n));
     }
     for (const HeldDof& held : freedoms.constraints.held)
-        gather.add(held.record, place(held.dof / 3), times(left[held.dof], map.axis(held.dof)));
+        gather.add_at(held.record, held.dof / 3, place(held.dof / 3),
+                      times(left[held.dof], map.axis(held.dof)));
     return gather.reactions;
 }
 

@@ -170,8 +170,9 @@ void begin_history(const Job& job, ExplicitState& s) {
 
 namespace {
 
-// What holds the body at its supports, inertia of what they move included.
-void find_reactions(const Job& job, ExplicitState& s) {
+// What holds the body at its supports, inertia of what they move included, and node by node (dof_num, in the
+// steps' order; empty: nothing is held or driven).
+std::vector<double> find_reactions(const Job& job, ExplicitState& s) {
     std::vector<double> residual(job.mesh().dof_num()), u(residual.size());
     LineDoubles springs(s.u.size(), 0.0);
     s.springs.add_forces(s.u.data(), springs.data());  // counted support by support
@@ -189,9 +190,29 @@ void find_reactions(const Job& job, ExplicitState& s) {
             bodies.push_back(body.held);
             states.push_back(body.state);
         }
+    std::vector<double> nodal;
+    if (!job.model.boundary_conditions.empty() || !s.driven.empty()) nodal.assign(u.size(), 0.0);
     // the bodies' pivots are those of the run
-    s.reactions =
-        support_reactions(job.model, job.mesh(), s.freedoms, residual, bodies, u, Places::displaced, states);
+    s.reactions = support_reactions(job.model, job.mesh(), s.freedoms, residual, bodies, u, Places::displaced,
+                                    states, nodal);
+    for (const DrivenDofs& driven : s.driven)
+        for (const std::int32_t place : driven.places) {
+            const std::size_t d = 3 * std::size_t(place / 4) + place % 4;
+            nodal[d] = residual[d];
+        }
+    return nodal;
+}
+
+// Velocities and accelerations at t_n, as the history tells them of its probes.
+void take_motion(const Job& job, const ExplicitState& s, Frame& frame) {
+    const std::vector<std::int32_t>& number = job.steps->number;
+    frame.velocity.resize(3 * number.size());
+    frame.acceleration.resize(3 * number.size());
+    for (std::size_t d = 0; d < frame.velocity.size(); ++d) {
+        const std::size_t k = 4 * std::size_t(number[d / 3]) + d % 3;
+        frame.velocity[d] = static_cast<float>(0.5 * (s.v[k] + s.v_new[k]));
+        frame.acceleration[d] = static_cast<float>((s.v_new[k] - s.v[k]) / s.mean);
+    }
 }
 
 }  // namespace
@@ -244,7 +265,7 @@ void store_frame(Job& job, ExplicitState& s) {
     if (!s.velocities_known) find_velocities(job, s);
     sum_nodes(s);
     balance(s);
-    find_reactions(job, s);
+    const std::vector<double> reaction = find_reactions(job, s);
     add_row(s);
     job.progress.set_course(
         formatted("t = %.4g of %.4g s, kinetic %.4g J, internal %.4g J, plastic %.4g J, drift %.1e", s.time(),
@@ -263,6 +284,11 @@ void store_frame(Job& job, ExplicitState& s) {
                        s.plastic_strain, s.team, values, silent);
     frame->mode_vec = of_run_nodes(job, u);
     frame->node_stress = of_run_nodes(job, values);
+    frame->reaction = of_run_nodes(job, reaction);
+    take_motion(job, s, *frame);
+    const int points = element_type(job.mesh().element_type).points;
+    frame->element_stress = point_means(s.points.stress, points, 6);
+    frame->element_plastic = point_means(s.plastic_strain, points, 1);
     job.run.results.push_back(frame);
     report_sections(job, s, u);
 }

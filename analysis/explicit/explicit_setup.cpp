@@ -151,17 +151,21 @@ bool count_given_steps(Job& job, ExplicitState& s) {
     return true;
 }
 
+// Of a frame: reaction, velocity, acceleration per degree of freedom; an element's means.
+constexpr double motion_bytes = 8 + 4 + 4, mean_bytes = (6 + 1) * 4;
+
 bool count_steps(Job& job, ExplicitState& s) {
     if (!s.adaptive.on && !count_given_steps(job, s)) return false;
     job.progress.print("time_num = %ld\n", s.time_num);
     job.progress.print("out_time_num = %ld\n", s.out_time_num);
     const auto frames = static_cast<double>(s.out_time_num);
     const double dofs = job.mesh().dof_num();
-    const double bytes = frames * dofs * (1 + stress_groups) * 8 + static_cast<double>(s.blocks->bytes()) +
-                         dofs / 3 * 4 * 13 * 8;
+    const double frame =
+        dofs * ((1 + stress_groups) * 8 + motion_bytes) + job.mesh().element_num() * mean_bytes;
+    const double bytes = frames * frame + static_cast<double>(s.blocks->bytes()) + dofs / 3 * 4 * 13 * 8;
     job.progress.print("Memory Size = %8.3f[Mbyte]\n", bytes / 1000000);
     const double most = machine_megabytes(), held = job.options.frames_on_disk ? 1 : frames;
-    const double needed = bytes - (frames - held) * dofs * (1 + stress_groups) * 8;
+    const double needed = bytes - (frames - held) * frame;
     if (frames > std::numeric_limits<std::int32_t>::max() || 1e-6 * needed > 0.9 * most)
         return job.fail(RunStatus::bad_input,
                         formatted("%ld frames need %.0f MB, this machine has %.0f MB: raise output_frequency",

@@ -39,8 +39,10 @@ bool check_materials(Job& job) {
 
 // Frames of the whole run and what is kept for the logs.
 bool check_memory(Job& job, std::size_t increments) {
-    const double dofs = job.model.mesh.dof_num(), points = 8.0 * job.model.mesh.element_num();
-    const double megabytes = 8e-6 * static_cast<double>(increments) * ((2 + stress_groups) * dofs + points);
+    const double dofs = job.model.mesh.dof_num(), elements = job.model.mesh.element_num();
+    constexpr double of_element = 8 + 0.5 * (6 + 6 + 1);  // points' Mises stresses, the frame's means
+    const double megabytes =
+        8e-6 * static_cast<double>(increments) * ((3 + stress_groups) * dofs + of_element * elements);
     const double most = machine_megabytes();
     return megabytes < most ||
            job.fail(RunStatus::bad_input,
@@ -66,14 +68,21 @@ std::vector<PlasticMaterial> point_materials(Job& job) {
     return materials;
 }
 
-void store_frame(Job& job, const Freedoms& freedoms, const FiniteBody& body, IncrementReport& increment) {
+void store_frame(Job& job, const Freedoms& freedoms, const FiniteBody& body, std::vector<double> reaction,
+                 IncrementReport& increment) {
     const auto frame = std::make_shared<Frame>(job.mesh().dof_num());
     frame->mode_vec = body.u;
+    frame->reaction = std::move(reaction);
     frame->n_freq = increment.factor;
     std::vector<double> alpha(body.current.size());
     for (std::size_t p = 0; p < alpha.size(); ++p) alpha[p] = body.current[p].alpha;
-    mean_stress_strain(job.mesh(), freedoms.node_elements, finite_point_results(body), alpha, body.threads,
-                       frame->node_stress, job.progress);
+    const PointResults points = finite_point_results(body);
+    mean_stress_strain(job.mesh(), freedoms.node_elements, points, alpha, body.threads, frame->node_stress,
+                       job.progress);
+    const int per_element = element_type(job.mesh().element_type).points;
+    frame->element_stress = point_means(points.stress, per_element, 6);
+    frame->element_strain = point_means(points.strain, per_element, 6);
+    frame->element_plastic = point_means(alpha, per_element, 1);
     for (std::size_t n = 0; n < body.u.size() / 3; ++n) {
         const double* u = body.u.data() + 3 * n;
         increment.largest_displacement =
@@ -106,8 +115,9 @@ std::string describe(const IncrementReport& increment, std::size_t number, Newto
     }
 }
 
+// nodal: dof_num, N, gets what each node has of them.
 std::vector<SupportReaction> reactions_of(Job& job, const Freedoms& freedoms, const FiniteBody& body,
-                                          const NewtonSolver& solver) {
+                                          const NewtonSolver& solver, std::vector<double>& nodal) {
     const AppliedLoads& applied = solver.applied();
     std::vector<double> residual = internal_forces(body, freedoms.node_elements);
     const std::vector<char> wanted = reaction_nodes(freedoms, job.mesh().node_num());
@@ -116,8 +126,9 @@ std::vector<SupportReaction> reactions_of(Job& job, const Freedoms& freedoms, co
     combine_resistance(job.model.rigid_combines, freedoms.rigid, solver.states(), solver.turns(), bodies);
     for (std::size_t b = 0; b < bodies.size(); ++b)
         for (std::size_t c = 0; c < 6; ++c) bodies[b][c] -= applied.rigid[b][c];
+    nodal.assign(residual.size(), 0.0);
     return support_reactions(job.model, job.mesh(), freedoms, residual, bodies, body.u, Places::displaced,
-                             solver.states());
+                             solver.states(), nodal);
 }
 
 // Of the frame added last.
@@ -162,8 +173,9 @@ struct Increments {
         increment.work = work += solver.work(u_before, states_before, factor_before, increment.factor);
         factor_before = increment.factor;
         solver.keep_turns();
-        increment.supports = reactions_of(job, freedoms, body, solver);
-        store_frame(job, freedoms, body, increment);
+        std::vector<double> reaction;
+        increment.supports = reactions_of(job, freedoms, body, solver, reaction);
+        store_frame(job, freedoms, body, std::move(reaction), increment);
         report_sections(job, freedoms, body, solver);
         history.add(job, increment, solver.internal(), body);
         nonlinear.increments.push_back(increment);

@@ -30,9 +30,9 @@ std::vector<double> residual_forces(const Job& job, const Freedoms& freedoms, co
     return out;
 }
 
-// q: the amounts of the rigid bodies' motions; u: displacements of all nodes.
+// q: the amounts of the rigid bodies' motions. The frame gets its reactions.
 CaseReport report_case(Job& job, const AssembledSystem& system, const PointResults& points,
-                       const LinearLoad& load, std::span<const double> q, const Frame& frame) {
+                       const LinearLoad& load, std::span<const double> q, Frame& frame) {
     const RigidSystem& rigid = system.freedoms.rigid;
     CaseReport out;
     out.name = frame.name;
@@ -44,9 +44,10 @@ CaseReport report_case(Job& job, const AssembledSystem& system, const PointResul
         for (std::size_t c = 0; c < 6; ++c) body[c] -= load.applied.rigid[b][c];
         for (std::size_t c = 0; c < 3; ++c) out.applied[c] += load.applied.rigid[b][c];
     }
-    out.supports =
-        support_reactions(job.model, job.mesh(), system.freedoms,
-                          residual_forces(job, system.freedoms, points, load), bodies, frame.mode_vec);
+    frame.reaction.assign(frame.mode_vec.size(), 0.0);
+    out.supports = support_reactions(job.model, job.mesh(), system.freedoms,
+                                     residual_forces(job, system.freedoms, points, load), bodies,
+                                     frame.mode_vec, Places::at_rest, {}, frame.reaction);
     out.reaction = sum_of(out.supports);
     report_largest(job, frame);
     out.largest_displacement = job.report().largest_displacement;
@@ -77,6 +78,8 @@ bool recover(Job& job, const AssembledSystem& system, const CaseTerms& terms, st
     const auto frame = std::make_shared<Frame>(mesh.dof_num());
     frame->name = terms.name;
     frame->mode_vec = displacements(mesh, freedoms, q, load);
+    frame->load = load.applied.nodal;
+    frame->load.resize(frame->mode_vec.size(), 0.0);
     job.progress.print("Strain Analysis\n");
     recover_stresses(job, system, {.form = job.hexahedra(), .initial = load.initial_strain}, points, *frame);
     if (!job.goes_on()) return false;
@@ -101,6 +104,9 @@ bool recover_all(Job& job, const AssembledSystem& system, std::span<const CaseTe
                  std::span<const double> q) {
     job.clock.begin("recover");
     note_slivers(job);
+    const std::vector<char> held = held_nodes(job, system.freedoms);
+    for (std::int32_t n = 0; n < job.mesh().node_num(); ++n)
+        if (held[n]) job.run.held_nodes.push_back(n);
     const std::size_t n = system.equations();
     PointResults points;
     for (const CaseTerms& terms : frames) {

@@ -1,7 +1,9 @@
 // What planes carry in whole analyses, against what statics, beam theory and Newton's law say.
 #include <cmath>
 
+#include "analysis/frame_section.h"
 #include "analysis/nonlinear/nonlinear_analysis.h"
+#include "results/result_file.h"
 #include "support/explicit_run.h"
 
 namespace kestralum {
@@ -43,6 +45,28 @@ protected:
                      all(sum.carried.moment, sum.loads.moment, sum.held.moment, sum.inertia.moment)},
                     {}, force, moment);
     }
+    static double size_of(const Vec3& a, const Vec3& b, const Vec3& c) {
+        return std::max({norm(a), norm(b), norm(c)});
+    }
+    // A static run, and what frame_section() finds of its planes afterwards: the same.
+    void analyse_and_look_again() {
+        expect_done(analyse(analyse_static));
+        for (const SectionSum& sum : result.sections) {
+            const auto again = frame_section(model, result, sum.frame, options.sections[sum.plane]);
+            ASSERT_TRUE(again && again->exact);
+            const double size = size_of(sum.carried.force, sum.loads.force, sum.held.force),
+                         turn = size_of(sum.carried.moment, sum.loads.moment, sum.held.moment),
+                         force = 1e-9 * size, moment = 1e-9 * std::max(turn, size * result.mesh.max_length);
+            expect_near(again->sum.carried, sum.carried, force, moment);
+            expect_near(again->sum.loads, sum.loads, force, moment);
+            expect_near(again->sum.held, sum.held, force, moment);
+            ASSERT_EQ(again->sum.parts.size(), sum.parts.size());
+            for (std::size_t k = 0; k < sum.parts.size(); ++k)
+                expect_near(again->sum.parts[k].carried, sum.parts[k].carried, force, moment);
+            EXPECT_EQ(again->sum.frame, sum.frame);
+            EXPECT_EQ(again->sum.area, sum.area);
+        }
+    }
     // A cantilever of 1 × 0.2 × 0.1 with a force and a moment at its end and a pressure on its side.
     std::string cantilever(ElementKind kind, const std::string& load) {
         return ModelText{.parts = part_of(kind, {{5, 2, 2}, {1, 0.2, 0.1}}),
@@ -59,7 +83,7 @@ TEST_F(Sections, CarryTheLoadsBeyondThemInEveryForm) {
         options.hexahedra = form;
         ASSERT_TRUE(AnalysisTest::read(
             cantilever(kind, "F remote TIP 1 0.1 0.05 200 300 -1000 30 0 0 P pressure SIDE 2e4*x")));
-        expect_done(analyse(analyse_static));
+        analyse_and_look_again();
         ASSERT_EQ(result.sections.size(), options.sections.size());
         for (const SectionSum& sum : result.sections) {
             const SectionPlane& plane = options.sections[sum.plane];
@@ -70,7 +94,7 @@ TEST_F(Sections, CarryTheLoadsBeyondThemInEveryForm) {
         }
         // of the force and the moment alone: the beam's normal force, shear, twist and bending
         ASSERT_TRUE(AnalysisTest::read(cantilever(kind, "F remote TIP 1 0.1 0.05 200 300 -1000 30 0 0")));
-        expect_done(analyse(analyse_static));
+        analyse_and_look_again();
         const SectionSum& middle = result.sections[0];
         EXPECT_NEAR(middle.area, 0.02, 1e-12);
         expect_near(middle.carried, {{200, 300, -1000}, {30, 500, 150}}, 1e-3, 1e-3);
@@ -85,7 +109,7 @@ TEST_F(Sections, OfABeamOnTwoSupportsAndOfARingUnderPressureAreThoseOfTheory) {
                   .rigid = "% load_info P force TOP 0 0 -4000 %",
                   .others = "set_info LEFT box 0 0 0 0.1 0 0 RIGHT box 1 1 0 0.1 0 0 MIDDLE plane y 0.05 TOP "
                             "box 0.45 0.55 0 0.1 0.1 0.1 %\n"}));
-    expect_done(analyse(analyse_static));
+    analyse_and_look_again();
     // at a quarter P/2 and P/2 · L/4, a fifth from the right P/2 · L/5
     expect_near(result.sections[0].carried, {{0, 0, -2000}, {0, -500, 0}}, 2e-3, 1e-3);
     expect_near(result.sections[1].carried, {{0, 0, -2000}, {0, 400, 0}}, 2e-3, 1e-3);
@@ -104,7 +128,7 @@ TEST_F(Sections, OfABeamOnTwoSupportsAndOfARingUnderPressureAreThoseOfTheory) {
             .rigid = "% load_info P pressure BORE 1e6 %",
             .others =
                 "set_info BORE cylinder z 0 0 0 0.1 FRONT where 1e-9-(x^2) SIDE where 1e-9-(y^2) %\n"}));
-        expect_done(analyse(analyse_static));
+        analyse_and_look_again();
         const SectionSum& hoop = result.sections[0];
         expect_figure("hoop force", hoop.carried.force[1], 2 * p * r * b, 0.01);
         EXPECT_NEAR(hoop.area, 2 * 0.02 * b, 1e-9);
@@ -124,7 +148,7 @@ TEST_F(Sections, TellWhatEachPartCarries) {
                   .parts = rect("hard", "1 0.1 0.1", "5 2 2") +
                            replaced(rect("soft", "1 0.1 0.1", "5 2 2", "0 0.1 0"), " M ", " N "),
                   .supports = "A plane x 0 0 0 0 0 0 B plane x 1 1 0 0 0 0 fix=x ux=1e-4"}));
-    expect_done(analyse(analyse_static));
+    analyse_and_look_again();
     const SectionSum& sum = result.sections[0];
     ASSERT_EQ(sum.parts.size(), 2u);
     EXPECT_NEAR(sum.parts[0].carried.force[0], 2e11 * 1e-4 * 0.01, 1);
@@ -139,7 +163,7 @@ TEST_F(Sections, CountSpringsTiesRigidElementsAndHeat) {
     const auto carried_of = [&](const SectionPlane& plane, const std::string& text) {
         options.sections = {plane};
         if (!AnalysisTest::read(text)) return SectionSum{};
-        expect_done(analyse(analyse_static));
+        analyse_and_look_again();
         const SectionSum sum = result.sections.at(0);
         const double size = norm(sum.carried.force);
         expect_balance(sum, 1e-6 * size, 1e-6 * size);
@@ -179,6 +203,49 @@ TEST_F(Sections, CountSpringsTiesRigidElementsAndHeat) {
                               "0 0 0 0 0 fix=y D plane z 0 0 0 0 0 0 fix=z",
                   .rigid = "% load_info H temperature all 50 %"});
     EXPECT_NEAR(sum.carried.force[0], -2e11 * 1e-5 * 50 * 0.02, 1e-6 * 2e6);
+}
+
+// Heat and force in cases of their own, and together: each frame has its own strains and loads.
+TEST_F(Sections, OfEachLoadCaseAreFoundAgain) {
+    options.sections = {plane_at({0.45, 0.1, 0.05}, {-1, 0.2, 0.1})};
+    ASSERT_TRUE(AnalysisTest::read(
+        ModelText{.material = "7800 2e11 0.3 alpha=1e-5",
+                  .parts = rect("b", "1 0.2 0.1", "6 2 2"),
+                  .supports = "A plane x 0 0 0 0 0 0 B plane x 1 1 0 0 0 0 fix=x",
+                  .rigid = "% load_info H temperature all 50*x case=heat F force TOP 0 0 -1e5 case=push % "
+                           "load_combination both 2*heat-0.5*push %",
+                  .others = "set_info TOP box 0.4 1 0 0.2 0.1 0.1 %\n"}));
+    analyse_and_look_again();
+    ASSERT_EQ(result.sections.size(), 3u);
+    EXPECT_GT(norm(minus(result.sections[2].carried.force, result.sections[0].carried.force)), 1e4);
+    EXPECT_FALSE(frame_section(model, result, 3, options.sections[0])) << "there are three frames";
+}
+
+// Without points' stresses, in other analyses and from files, the nodes' averages are taken, and it is said.
+TEST_F(Sections, OfAveragedStressesAreNotCalledExact) {
+    const SectionPlane plane = plane_at({0.51, 0, 0}, {1, 0, 0});
+    options.sections = {plane};
+    options.log_folder = folder.file("log");
+    ASSERT_TRUE(AnalysisTest::read(ModelText{.parts = rect("b", "1 0.2 0.1", "40 8 4"),
+                                             .supports = "ROOT plane x 0 0 0 0 0 0",
+                                             .rigid = "% load_info F force TIP 2e4 0 -2e4 %",
+                                             .others = "set_info TIP plane x 1 %\n"}));
+    analyse_and_look_again();
+    const auto stored = read_result_file("log\\result_model.txt", options.log_folder, said);
+    ASSERT_TRUE(stored) << said.errors;
+    const auto of_file = frame_section(stored->model, stored->run, 0, plane);
+    ASSERT_TRUE(of_file && !of_file->exact);
+    EXPECT_NEAR(of_file->sum.carried.force[0], 2e4, 0.01 * 2e4);
+    EXPECT_NEAR(of_file->sum.carried.moment[1], 2e4 * 0.49, 0.02 * 2e4 * 0.49);
+    EXPECT_EQ(of_file->sum.loads.force, Vec3{});
+    expect_done(analyse(analyse_nonlinear));
+    const auto bent = frame_section(model, result, result.results.size() - 1, plane);
+    ASSERT_TRUE(bent && !bent->exact);
+    EXPECT_NEAR(bent->sum.carried.force[0], 2e4, 0.01 * 2e4);
+    Frame torn = *result.results.back();
+    for (std::int32_t e = 0; e < result.mesh.element_num(); ++e) torn.removed.push_back(e);
+    result.results = {std::make_shared<const Frame>(torn)};
+    EXPECT_EQ(frame_section(model, result, 0, plane)->sum.carried.force, Vec3{}) << "all elements are out";
 }
 
 // Bent far and beyond its yield stress the beam's moments are those about the displaced section.

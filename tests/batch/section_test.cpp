@@ -103,6 +103,17 @@ TEST_F(BatchSections, FurtherQuantitiesStandInTheFilesForParaView) {
                                  "\"strain_energy_density\"", "\"safety_factor\""})
             EXPECT_TRUE(testing::contains(bytes(file), std::string("Name=") + name)) << file << name;
     EXPECT_TRUE(testing::contains(bytes("log/bar.vtu"), "Name=\"stress_error\""));
+    EXPECT_TRUE(testing::contains(bytes("log/bar.vtu"), "Name=\"reaction\""));
+    EXPECT_FALSE(testing::contains(bytes("log/bar.vtu"), "Name=\"velocity\""));
+    EXPECT_TRUE(testing::contains(bytes("log/bar_000002.vtu"), "Name=\"acceleration\""));
+    // along lines their components and size stand last
+    const std::string line = " --quiet --line \"0 0.01 0.01 0.2 0.01 0.01 3\"";
+    ASSERT_EQ(run("static bar.txt" + line).status, 0);
+    EXPECT_TRUE(testing::lines_of(bytes("log/line_bar.csv"))[0].ends_with(
+        ",safety_factor,reaction_x[N],reaction_y[N],reaction_z[N],reaction[N]"));
+    ASSERT_EQ(run("explicit bar.txt" + line).status, 0);
+    EXPECT_TRUE(testing::contains(testing::lines_of(bytes("log/line_bar.csv"))[0],
+                                  ",velocity[m/s],acceleration_x[m/s^2],"));
 }
 
 TEST_F(BatchSections, WhatIsNoLineIsRefused) {

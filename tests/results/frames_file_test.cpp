@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <numeric>
+#include <random>
 #include <span>
 
 #include "full_run.h"
@@ -115,8 +116,62 @@ TEST_F(Frames, ABitThatTurnedEndsTheFileBeforeItsFrame) {
     const std::string first = bytes.substr(ends[0], ends[1] - ends[0]);
     EXPECT_EQ(frames_in(bytes.substr(0, ends[0]) + first + first, said), 1);
     EXPECT_EQ(frames_in(replaced(bytes, "frames\x01", "frames\x02"), said), -1) << "no word of elements";
-    EXPECT_EQ(frames_in(replaced(bytes, "frames\x01", "frames\x03"), said), -1);
-    EXPECT_TRUE(contains(said.errors, "form 3")) << said.errors;
+    EXPECT_EQ(frames_in(replaced(bytes, "frames\x01", "frames\x04"), said), -1);
+    EXPECT_TRUE(contains(said.errors, "form 4")) << said.errors;
+}
+
+// Reactions, motions and the elements' means follow the stresses where the run's frames have them; what the
+// file says of its tables is what it has.
+TEST_P(Frames, CarryReactionsMotionsAndMeans) {
+    write(GetParam());
+    std::mt19937 random(3);
+    std::normal_distribution<double> number;
+    const std::size_t dofs = made.run.mesh.dof_num();
+    for (auto& each : made.run.results) {
+        Frame frame = *each;
+        for (std::size_t d = 0; d < dofs; ++d) {
+            frame.reaction.push_back(number(random));
+            frame.velocity.push_back(static_cast<float>(number(random)));
+            frame.acceleration.push_back(static_cast<float>(number(random)));
+        }
+        for (int k = 0; k < 6 * made.run.mesh.element_num(); ++k)
+            frame.element_stress.push_back(static_cast<float>(number(random)));
+        frame.element_plastic.assign(made.run.mesh.element_num(), 0.25F);
+        each = std::make_shared<const Frame>(std::move(frame));
+    }
+    for (const bool erodes : {false, true}) {
+        made.run.erodes = erodes;
+        FramesWriter writer;
+        writer.begin(made.model, made.run);
+        const auto store = open_frame_store(made.model.model_file_name, made.run, 2);
+        const std::size_t start = writer.end().bytes;
+        for (std::size_t k = 0; k < 3; ++k)
+            writer.add(*made.run.results[k], std::span(made.run.history.values).subspan(2 * k, 2),
+                       static_cast<int>(k) + 1);
+        std::string bytes = read_file(folder.file("log/frames_full.txt"));
+        EXPECT_GE((bytes.size() - start) / 3, 8 * (2 + 2 + dofs * 6) + dofs * (8 + 4 + 4));
+        Collected said;
+        ASSERT_EQ(frames_in(bytes, said), 3);
+        const auto stored = read_frames_file("log\\f.txt", log, said);
+        EXPECT_EQ(stored->run.erodes, erodes);
+        for (std::size_t k = 0; k < 3; ++k) {
+            const Frame &got = *stored->run.results[k], &exact = *made.run.results[k];
+            EXPECT_EQ(got.reaction, exact.reaction);
+            EXPECT_EQ(got.velocity, exact.velocity);
+            EXPECT_EQ(got.acceleration, exact.acceleration);
+            EXPECT_EQ(got.element_stress, exact.element_stress);
+            EXPECT_EQ(got.element_plastic, exact.element_plastic);
+            std::vector<double> u(dofs);
+            ASSERT_TRUE(store && store->read(k, 0, u));
+            EXPECT_EQ(u, exact.mode_vec);
+        }
+        EXPECT_EQ(frames_in(bytes.substr(0, bytes.size() - 9), said), 2) << "torn in the last table";
+        bytes[20] = static_cast<char>(bytes[20] ^ 2);
+        EXPECT_EQ(frames_in(bytes, said), -1) << "a table that is not there";
+        bytes[20] = 64;
+        EXPECT_EQ(frames_in(bytes, said), -1);
+        EXPECT_TRUE(contains(said.errors, "tables that this program does not know")) << said.errors;
+    }
 }
 
 // Each frame of a run that may lose elements tells which; the cells for ParaView are those that are left.
