@@ -15,7 +15,20 @@ double distance(const Camera& camera, const Scene& scene) {
     return extent_of(scene.max_length) - camera.shift[2];
 }
 
+double plane_distance(const Camera& camera, const Scene& scene) {
+    const double away = distance(camera, scene);
+    return camera.orthographic ? std::max(away, 0.02 * extent_of(scene.max_length)) : away;
+}
+
+void keep_width(Camera& camera, const Scene& scene, double former_aspect) {
+    const double away = plane_distance(camera, scene);
+    if (!(camera.aspect() < former_aspect) || !(away > 0)) return;
+    camera.shift[2] = extent_of(scene.max_length) - away * former_aspect / camera.aspect();
+}
+
 namespace {
+
+constexpr double parallel_reach = 50;  // of a parallel view, model lengths before and behind the centre
 
 // Model turned about its centre, then moved; the camera's own place comes on top.
 Vec3 turned(const Matrix& turn, const Vec3& p) {
@@ -111,6 +124,16 @@ Matrix perspective(double angle, double aspect, double z_near, double z_far) {
     return m;
 }
 
+Matrix orthographic(double half_width, double half_height, double z_near, double z_far) {
+    Matrix m{};
+    m[0] = 1 / half_width;
+    m[5] = 1 / half_height;
+    m[10] = 2 / (z_near - z_far);
+    m[14] = (z_far + z_near) / (z_near - z_far);
+    m[15] = 1;
+    return m;
+}
+
 Vec3 transform(const Matrix& m, const Vec3& p) {
     std::array<double, 4> q{};
     for (std::size_t i = 0; i < 4; ++i) q[i] = m[i] * p[0] + m[4 + i] * p[1] + m[8 + i] * p[2] + m[12 + i];
@@ -124,6 +147,11 @@ void resize(Camera& camera, int width, int height) {
 
 Matrix projection(const Camera& camera, const Scene& scene) {
     const double L = extent_of(scene.max_length);
+    if (camera.orthographic) {
+        const double away = distance(camera, scene), half = tangent() * plane_distance(camera, scene);
+        return orthographic(half * camera.aspect(), half, away - parallel_reach * L,
+                            away + parallel_reach * L);
+    }
     return perspective(field_of_view, camera.aspect(), L / 100, L * 100);
 }
 
@@ -146,6 +174,10 @@ void mouse_move(Camera& camera, const Scene& scene, MouseButton button, MouseMod
     } else if (button == MouseButton::left && mode == MouseMode::rotation) {
         camera.turn =
             orthonormal(product(trackball(camera, camera.last_x, camera.last_y, x, y), camera.turn));
+    } else if (camera.orthographic) {
+        const double pixel = 2 * tangent() * plane_distance(camera, scene) / camera.height;
+        camera.shift[0] += (x - camera.last_x) * pixel;
+        camera.shift[1] -= (y - camera.last_y) * pixel;
     } else {
         camera.shift[0] += dx * L / 800;
         camera.shift[1] -= dy * L / 600;
@@ -163,7 +195,7 @@ Matrix trackball(const Camera& camera, int x0, int y0, int x1, int y1) {
 
 void zoom_at(Camera& camera, const Scene& scene, double steps, int x, int y) {
     const double L = extent_of(scene.max_length);
-    const double from = distance(camera, scene);
+    const double from = plane_distance(camera, scene);
     if (!(from > 0)) {  // the right button may have moved the centre behind the camera
         if (steps < 0) camera.shift[2] -= 0.1 * L;
         return;
@@ -189,7 +221,8 @@ std::array<double, 2> room(double low_margin, double high_margin, double pixels)
 }  // namespace
 
 // At distance d a point q appears at (q_x + s)/(T (d - q_z)), s the shift and T the tangent of half the
-// view. Within low … high: T low d + max(-q_x - T low q_z) ≤ s ≤ T high d - max(q_x + T high q_z).
+// view. Within low … high: T low d + max(-q_x - T low q_z) ≤ s ≤ T high d - max(q_x + T high q_z). A parallel
+// view draws it as if it had q_z = 0.
 void fit_points(Camera& camera, const Scene& scene, std::span<const double> points, const Margins& margins) {
     const double L = extent_of(scene.max_length);
     const std::array<std::array<double, 2>, 2> rooms{room(margins.left, margins.right, camera.width),
@@ -199,8 +232,8 @@ void fit_points(Camera& camera, const Scene& scene, std::span<const double> poin
     std::array<double, 2> below{none, none}, above{none, none};
     double nearest = none;
     for (std::size_t n = 0; n + 2 < points.size(); n += 3) {
-        const Vec3 q =
-            turned(camera.turn, minus(Vec3{points[n], points[n + 1], points[n + 2]}, scene.centre()));
+        Vec3 q = turned(camera.turn, minus(Vec3{points[n], points[n + 1], points[n + 2]}, scene.centre()));
+        if (camera.orthographic) q[2] = 0;
         if (!std::isfinite(norm(q))) continue;
         nearest = std::max(nearest, q[2]);
         for (std::size_t a = 0; a < 2; ++a) {
@@ -250,7 +283,7 @@ void look_from(Camera& camera, ViewDirection direction) {
 
 std::optional<Vec3> project(const Camera& camera, const Scene& scene, const Vec3& point) {
     const Vec3 eye = eye_point(camera, scene, point);
-    if (!(eye[2] < 0)) return std::nullopt;
+    if (!(eye[2] < 0) && !camera.orthographic) return std::nullopt;
     const Vec3 device = transform(projection(camera, scene), eye);
     return Vec3{0.5 * (device[0] + 1) * camera.width, 0.5 * (1 - device[1]) * camera.height, device[2]};
 }
@@ -258,10 +291,23 @@ std::optional<Vec3> project(const Camera& camera, const Scene& scene, const Vec3
 Ray unproject(const Camera& camera, const Scene& scene, double pixel_x, double pixel_y) {
     const auto [sx, sy] = slopes(camera, pixel_x, pixel_y);
     const double L = extent_of(scene.max_length);
+    if (camera.orthographic) {
+        const double away = plane_distance(camera, scene);
+        const Vec3 on_screen{sx * away, sy * away, camera.shift[2] + parallel_reach * L};
+        return {plus(turned_back(camera.turn, minus(on_screen, camera.shift)), scene.centre()),
+                turned_back(camera.turn, {0, 0, -1}), away};
+    }
     // the camera's place in the turned model's space, then back through the rotation
     const Vec3 place = minus(Vec3{0, 0, L}, camera.shift);
     return {plus(turned_back(camera.turn, place), scene.centre()),
             unit(turned_back(camera.turn, {sx, sy, -1}))};
+}
+
+Vec3 brought_nearer(const Camera& camera, const Scene& scene, const Vec3& place, double share) {
+    const Ray axis = unproject(camera, scene, 0.5 * camera.width, 0.5 * camera.height);
+    if (camera.orthographic)
+        return minus(place, times(share * plane_distance(camera, scene), axis.direction));
+    return plus(place, times(share, minus(axis.origin, place)));
 }
 
 }  // namespace kestralum::view

@@ -21,13 +21,35 @@ Matrix translation(const Vec3& t);
 Matrix rotation(const Vec3& axis, double angle);  // unit axis, radians
 // Field of view over the height in degrees, aspect = width/height.
 Matrix perspective(double field_of_view, double aspect, double z_near, double z_far);
+// Half the width and the height of what is seen, m.
+Matrix orthographic(double half_width, double half_height, double z_near, double z_far);
 Vec3 transform(const Matrix& m, const Vec3& p);  // with the division by w
 
 struct Ray {
     Vec3 origin, direction;  // unit direction
+    // Of parallel rays: at which distance a slope from the ray is measured, m; 0: each at its own.
+    double measured_at = 0;
 };
 
 enum class ViewDirection { x, y, z, minus_x, minus_y, minus_z, isometric };
+
+// The sides of a model by name, z up: who looks at its front looks along +y, x to the right.
+struct NamedView {
+    const char* menu_text;
+    const char* word;  // on the command line
+    const char* axis;  // where the viewer stands
+    ViewDirection direction;
+};
+inline constexpr std::array<NamedView, 7> named_views{{
+    {"&Front", "front", "-y", ViewDirection::minus_y},
+    {"&Back", "back", "+y", ViewDirection::y},
+    {"&Left", "left", "-x", ViewDirection::minus_x},
+    {"&Right", "right", "+x", ViewDirection::x},
+    {"&Top", "top", "+z", ViewDirection::z},
+    {"Botto&m", "bottom", "-z", ViewDirection::minus_z},
+    {"&Isometric", "iso", "+x +y +z", ViewDirection::isometric},
+}};
+
 enum class MouseButton { left, middle, right };
 
 inline constexpr double field_of_view = 30;  // degrees
@@ -51,6 +73,7 @@ struct Camera {
     // density. Texts, marks and lines are drawn so many times larger; the mouse moves the model as far as it
     // would at 1.
     double pixel_ratio = 1;
+    bool orthographic = false;  // parallel rays; what lies in the plane of the model's centre is as large
 
     bool operator==(const Camera&) const = default;
     double aspect() const { return 1.0 * width / height; }
@@ -62,6 +85,13 @@ void resize(Camera& camera, int width, int height);
 double tangent();  // of half the field of view
 // From the camera to the model's centre along the view axis, m; not positive where that lies behind.
 double distance(const Camera& camera, const Scene& scene);
+// Where half the view is tangent() times as high: distance(), but for a parallel view never less than 0.02
+// of the model, as there one may look from within it.
+double plane_distance(const Camera& camera, const Scene& scene);
+
+// Moves the model away until a view of this aspect shows the width in the plane of its centre that one of
+// the former aspect showed; a wider view leaves it.
+void keep_width(Camera& camera, const Scene& scene, double former_aspect);
 
 Matrix projection(const Camera& camera, const Scene& scene);
 Matrix model_view(const Camera& camera, const Scene& scene);
@@ -69,7 +99,7 @@ Matrix model_view(const Camera& camera, const Scene& scene);
 void mouse_press(Camera& camera, int x, int y);
 
 // Left button: moves the model, or turns it in rotation mode; right: moves it along the view axis;
-// middle: moves it in either mode.
+// middle: moves it in either mode. A parallel view moves it as far as the mouse.
 void mouse_move(Camera& camera, const Scene& scene, MouseButton button, MouseMode mode, int x, int y);
 
 // Rotation that a drag from one pixel to another gives on a ball in the middle of the view, smaller
@@ -110,10 +140,14 @@ bool in_free_view(const Camera& camera, const Scene& scene, std::span<const doub
 // Turns the model so that the viewer stands on the named side: z up for x and y, y up for z.
 void look_from(Camera& camera, ViewDirection direction);
 
-// Where a point of the model is drawn: pixel x, pixel y, depth -1 near … 1 far. None behind the camera.
+// Where a point of the model is drawn: pixel x, pixel y, depth -1 near … 1 far. None behind the camera,
+// which a parallel view does not have.
 std::optional<Vec3> project(const Camera& camera, const Scene& scene, const Vec3& point);
 
 // The ray of the model's space that falls on a pixel, from the camera outwards.
 Ray unproject(const Camera& camera, const Scene& scene, double pixel_x, double pixel_y);
+
+// The place brought towards the viewer by a share of its distance.
+Vec3 brought_nearer(const Camera& camera, const Scene& scene, const Vec3& place, double share);
 
 }  // namespace kestralum::view

@@ -105,6 +105,11 @@ std::array<Margins, 3> choices(const PixelBox& box, const Margins& given, const 
     return out;
 }
 
+// Margins that leave less of a side do not count for fit_points().
+bool leave_room(const Margins& m, const Camera& camera) {
+    return 3 * (m.left + m.right) <= 2 * camera.width && 3 * (m.top + m.bottom) <= 2 * camera.height;
+}
+
 }  // namespace
 
 bool in_free_view(const Camera& camera, const Scene& scene, std::span<const double> points,
@@ -129,6 +134,7 @@ void fit_beside(Camera& camera, const Scene& scene, std::span<const double> poin
     const Margins* best = nullptr;
     double nearest = std::numeric_limits<double>::infinity();
     for (const Margins& m : tried) {
+        if (leave_room(margins, camera) && !leave_room(m, camera)) continue;
         Camera fitted = camera;
         fit_points(fitted, scene, outer, m);
         const double away = distance(fitted, scene);

@@ -110,7 +110,8 @@ std::optional<Pick> pick_node(const Ray& ray, const Surface& surface, std::span<
         const Vec3 to = minus(triple(coordinates, n), ray.origin);
         const double along = dot(to, ray.direction);
         if (!(along > 0)) continue;
-        const double slope = norm(minus(to, times(along, ray.direction))) / along;
+        const double from = ray.measured_at > 0 ? ray.measured_at : along;
+        const double slope = norm(minus(to, times(along, ray.direction))) / from;
         if (!(slope < best)) continue;
         best = slope;
         pick = Pick{0, n + 1, triple(coordinates, n)};

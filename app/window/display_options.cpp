@@ -176,11 +176,10 @@ std::string take_contour(const std::string& text, view::DisplayState& display) {
            "', plastic or error, or the name of a further quantity";
 }
 
-void describe_display(CommandLine& line, view::DisplayState& display, const OptionTerms& terms) {
+void describe_display(const AddOption& add_option, view::DisplayState& display) {
     const auto add = [&](const char* name, const char* shape, const char* description, auto take) {
-        line.add_value(
-            name, shape, description,
-            [&display, take](const std::string& text) { return take(text, display); }, terms);
+        add_option(name, shape, description,
+                   [&display, take](const std::string& text) { return take(text, display); });
     };
     add("--section", "PLANE",
         "hides what lies beyond x=, y= or z= a coordinate in m, or beyond a point and a normal,\n"

@@ -1,6 +1,7 @@
 // Options of a snapshot that say how results are shown.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "app/command_line.h"
@@ -8,8 +9,10 @@
 
 namespace kestralum {
 
-// Takes the options into the part of a display state that they set.
-void describe_display(CommandLine& line, view::DisplayState& display, const OptionTerms& terms);
+// Adds the options, which set their part of a display state.
+using AddOption = std::function<void(const std::string& name, const std::string& shape,
+                                     const std::string& description, Take take)>;
+void describe_display(const AddOption& add_option, view::DisplayState& display);
 
 // The index of a quantity by its number, by "plastic" or "error", or by its name in files; a contour menu's
 // row into display.contour, others into display.further. Why the text is none.

@@ -92,7 +92,7 @@ void GLWidget::resizeGL(int width, int height) {
     shown_.camera.pixel_ratio = ratio;
     view::resize(shown_.camera, static_cast<int>(width * ratio), static_cast<int>(height * ratio));
     // docks come and go: a model that stands as it was fitted stays fitted
-    if (fitted_ && fitted_->shift == shown_.camera.shift && fitted_->turn == shown_.camera.turn) fit_view();
+    if (is_fitted()) fit_view();
 }
 
 // A frame per repaint; a mode swings by the timer, so that turning the model does not speed it up.
@@ -134,9 +134,9 @@ QImage GLWidget::grab_picture() {
     return image;
 }
 
-QImage GLWidget::render_picture(const QSize& size, QString& error) {
+QImage GLWidget::render_picture(const ImageOptions& options, QString& error) {
     makeCurrent();
-    QImage image = render_image(shown_, size, false, error);
+    QImage image = render_image(shown_, options, error);
     doneCurrent();
     return image;
 }
@@ -156,6 +156,17 @@ void GLWidget::fit_view() {
 void GLWidget::fit_if_outside() {
     if (measure_texts([&](const view::gl::TextPainter& texts) { return shown_.leaves_view(texts); }))
         fit_view();
+}
+
+bool GLWidget::is_fitted() const {
+    return fitted_ && fitted_->shift == shown_.camera.shift && fitted_->turn == shown_.camera.turn;
+}
+
+void GLWidget::set_orthographic(bool on) {
+    const bool fitted = is_fitted();
+    shown_.camera.orthographic = on;
+    if (fitted) fit_view();
+    update();
 }
 
 void GLWidget::look_from(view::ViewDirection direction) {

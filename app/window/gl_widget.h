@@ -7,6 +7,7 @@
 #include <QPoint>
 #include <optional>
 
+#include "app/window/render_image.h"
 #include "app/window/shown_model.h"
 #include "model/progress.h"
 
@@ -26,11 +27,15 @@ public:
     void fit_view();
     void fit_if_outside();  // where what is drawn leaves the view or lies under the legend
     void look_from(view::ViewDirection direction);  // and fit
+    // The model stands as the last fit left it.
+    bool is_fitted() const;
+    // Or in perspective; a model that stands as it was fitted is fitted again.
+    void set_orthographic(bool on);
 
     // The picture as it is now, without a step of the animation.
     QImage grab_picture();
-    // The same drawn at another size; a null image and why where that is not possible.
-    QImage render_picture(const QSize& size, QString& error);
+    // The same drawn at any size; a null image and why where that is not possible.
+    QImage render_picture(const ImageOptions& options, QString& error);
 
 public slots:
     void advanceGears();

@@ -102,12 +102,12 @@ int main(int argc, char** argv) {
     if (renderer == Renderer::none) {
         progress.error("kestralum: OpenGL cannot be used on this display (platform %s)",
                        QGuiApplication::platformName().toStdString().c_str());
-        if (options.snapshot.empty() && QGuiApplication::platformName() == "xcb")
+        if (!options.draws() && QGuiApplication::platformName() == "xcb")
             QMessageBox::critical(nullptr, "KESTRALUM", "OpenGL cannot be used on this display.");
         return exit_no_display;
     }
     choose_format(renderer);
-    if (options.snapshot.empty()) return open_window(options);
+    if (!options.draws()) return open_window(options);
     ConsoleProgress of_stages(options.quiet);
     return make_snapshot(options, of_stages);
 }

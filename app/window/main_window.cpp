@@ -23,6 +23,7 @@
 #include "app/window/live_run.h"
 #include "app/window/progress_line.h"
 #include "app/window/sweep_panel.h"
+#include "app/window/view_menu.h"
 
 namespace kestralum {
 
@@ -289,50 +290,6 @@ void MainWindow::go_to_extreme(bool largest) {
     view_->update();
 }
 
-// ---- pixmaps
-
-void MainWindow::show_pixmap(const QImage& image) {
-    clearPixmap();
-    pixmap_ = new PixmapWindow(QPixmap::fromImage(image), this);
-    pixmap_->show();
-}
-
-namespace {
-
-// A mode is taken at its peak, wherever it swings just now.
-class AtPeak {
-public:
-    explicit AtPeak(view::DisplayState& state) : state_(state), phase_(std::exchange(state.phase, 0)) {}
-    ~AtPeak() { state_.phase = phase_; }
-
-private:
-    view::DisplayState& state_;
-    const int phase_;
-};
-
-}  // namespace
-
-void MainWindow::renderIntoPixmap() {
-    const auto size = ask_for_size(this, view_->size());
-    if (!size) return;
-    QString error;
-    const AtPeak still(view_->state());
-    const QImage image = view_->render_picture(*size, error);
-    if (image.isNull())
-        refuse("The pixmap was not drawn", {error});
-    else
-        show_pixmap(image);
-}
-
-void MainWindow::grabFrameBuffer() {
-    const AtPeak still(view_->state());
-    show_pixmap(view_->grab_picture());
-}
-
-void MainWindow::clearPixmap() {
-    delete pixmap_;
-}
-
 // ---- selection
 
 void MainWindow::copySelection() {
@@ -415,6 +372,9 @@ void MainWindow::keyPressEvent(QKeyEvent* event) {
             break;
         case Qt::Key_I:
             view_->look_from(ViewDirection::isometric);
+            break;
+        case Qt::Key_O:
+            view_menu_->toggle_projection();
             break;
         case Qt::Key_Escape:
             clearSelection();

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "app/window/file_watch.h"
+#include "app/window/film.h"
 #include "app/window/gl_widget.h"
 #include "app/window/messages.h"
 #include "app/window/run_settings.h"
@@ -32,6 +33,7 @@ class PixmapWindow;
 class ProgressLine;
 class DisplayPanel;
 class SweepPanel;
+class ViewMenu;
 struct AnalysisEntry;
 struct StoredRun;
 
@@ -76,6 +78,8 @@ public slots:
     void renderIntoPixmap();
     void grabFrameBuffer();
     void clearPixmap();
+    void savePicture();
+    void saveAnimation();
     void copySelection();
     void clearSelection();
     void showPartFileDialog();
@@ -192,7 +196,11 @@ private:
     void show_outcome(const Run& run, const QString& title, const Heard& heard);
     RunOptions run_options() const;
 
+    // main_window_pictures.cpp
     void show_pixmap(const QImage& image);
+    QString offered_name();
+    void start_film(Film film, bool all_frames_range);
+
     void say(const QString& text);
     // Keeps messages; the first error or summary is also said in the status bar. Gives them as they are kept.
     QStringList tell(MessageKind kind, const QStringList& lines);
@@ -232,6 +240,8 @@ private:
     QSpinBox* frame_box_ = nullptr;
     QSpinBox* mode_box_ = nullptr;
     QPointer<PixmapWindow> pixmap_;
+    QPointer<FilmMaker> film_;  // under way
+    ViewMenu* view_menu_ = nullptr;
     QString at_start_, folder_, result_folder_;  // of the file dialogs
     QMenu* recent_menu_ = nullptr;
     FileWatch watch_;

@@ -13,6 +13,7 @@
 #include <QToolBar>
 #include <QVBoxLayout>
 
+#include "app/window/caption.h"
 #include "app/window/dialogs.h"
 #include "app/window/display_panel.h"
 #include "app/window/main_window.h"
@@ -152,24 +153,10 @@ void MainWindow::keep_layout() {
     settings.setValue("folder", folder_);
 }
 
-// "model · result · unit": a result of another file never poses as the model's.
+// "model · result · unit".
 void MainWindow::show_what_is_shown() {
-    const Model& model = *store().model;
     const Run* run = store().run.get();
-    QStringList texts;
-    const auto file = [](const std::string& name) {
-        return QFileInfo(QString::fromStdString(name)).fileName();
-    };
-    if (model.source == ModelSource::start_up)
-        texts << "no model";
-    else
-        texts << (model.source == ModelSource::model_file ? file(model.model_file_name) : "no model file");
-    if (!run || run->results.empty())
-        texts << "no result";
-    else if (!run->origin.file_name.empty())
-        texts << file(run->origin.file_name);
-    else
-        texts << QString::fromStdString(run->origin.analysis);
+    QStringList texts = shown_names(*store().model, run);
     const view::Quantity* quantity = view::quantity_at(view_->state().shown_contour());
     if (run && !run->results.empty() && quantity && *quantity->unit)
         texts << (has_shapes(run->ana_type)

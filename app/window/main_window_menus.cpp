@@ -15,6 +15,7 @@
 #include "app/window/display_panel.h"
 #include "app/window/main_window.h"
 #include "app/window/tool_icons.h"
+#include "app/window/view_menu.h"
 #include "view/contour.h"
 
 namespace kestralum {
@@ -63,6 +64,14 @@ void MainWindow::make_menus() {
     copy_->setShortcut(QKeySequence::Copy);
     copy_->setEnabled(false);
     view->addAction(copy_);
+    view_menu_ = new ViewMenu(
+        view, *view_,
+        [this] {
+            const Model& shown = *store().model;
+            return shown.source == ModelSource::start_up ? QString()
+                                                         : QString::fromStdString(shown.model_file_name);
+        },
+        this);
 
     QMenu* analysis = menuBar()->addMenu("&Analysis");
     analysis->addAction(tools_.statics = add_action("&Static", "", &MainWindow::slotsExecStatic));
@@ -121,6 +130,12 @@ void MainWindow::make_appended_entries() {
     with_key("&Render into Pixmap...", "Ctrl+R", &MainWindow::renderIntoPixmap);
     with_key("&Grab Frame Buffer", "Ctrl+G", &MainWindow::grabFrameBuffer);
     with_key("&Clear Pixmap", "Ctrl+L", &MainWindow::clearPixmap);
+    result_menu_->addSeparator();
+    result_menu_->addAction(
+        add_action("Save &Picture...", "Save the view as a picture of any size", &MainWindow::savePicture));
+    result_menu_->addAction(add_action("Save &Animation...",
+                                       "Save the swing of a mode, steps or load cases as a film",
+                                       &MainWindow::saveAnimation));
 }
 
 void MainWindow::make_help_menu() {

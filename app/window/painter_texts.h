@@ -27,6 +27,13 @@ public:
         return QFontMetricsF(font(size)).horizontalAdvance(QString::fromStdString(text));
     }
 
+    // The text, its end left out where it is wider.
+    std::string cut(const std::string& text, Size size, double width) const {
+        return QFontMetricsF(font(size))
+            .elidedText(QString::fromStdString(text), Qt::ElideRight, width)
+            .toStdString();
+    }
+
     // Paints what was drawn, in pixels of the device.
     void paint(QPaintDevice* device) {
         QPainter painter(device);

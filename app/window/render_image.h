@@ -4,6 +4,8 @@
 #include <QImage>
 #include <QSize>
 #include <QString>
+#include <cstdint>
+#include <span>
 
 #include "app/window/shown_model.h"
 
@@ -13,9 +15,26 @@ namespace kestralum {
 // screen is more than one of the view, Qt paints the texts.
 bool use_glut_text();
 
-// Draws with the context that is current. A null image where the card cannot draw that size; `error`
-// says why. Texts and lines are larger in images beyond 1920 x 1080. With `fit` the model is fitted to that
-// size first. The camera's own size comes back.
-QImage render_image(ShownModel& shown, const QSize& size, bool fit, QString& error);
+struct ImageOptions {
+    QSize size;  // pixels, the caption's among them
+    // The model is fitted to that size first; else it stands as the camera shows it, with `whole_width` as
+    // much of it to the left and right as there.
+    bool fit = false, whole_width = false;
+    bool white = false;    // behind the model; else grey
+    bool caption = false;  // a strip below the scene tells what is shown
+    double ratio = 0;      // letters and lines are so many times larger; 0: by the size, beyond 1920 x 1080
+};
+
+// Draws with the context that is current; Qt paints the texts. A null image where the card cannot draw that
+// size; `error` says why. The camera comes back as it was.
+QImage render_image(ShownModel& shown, const ImageOptions& options, QString& error);
+
+// Moves the model so that the frames, from 1, leave an image of these options no more than render_image()
+// with `fit` would let the frame shown. Needs a context that is current.
+void fit_to_frames(ShownModel& shown, const ImageOptions& options, std::span<const std::int32_t> frames);
+
+// Writes a picture as its ending tells, .png or .jpg: the whole file or none, a former one stays meanwhile.
+// Why that was not possible; empty: done.
+QString save_image(const QImage& image, const QString& file_name);
 
 }  // namespace kestralum

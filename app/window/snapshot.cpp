@@ -1,14 +1,20 @@
 #include "app/window/snapshot.h"
 
+#include <QEventLoop>
 #include <QImage>
 #include <QOffscreenSurface>
 #include <QOpenGLContext>
+#include <QTimer>
+#include <array>
+#include <atomic>
+#include <csignal>
 #include <memory>
 #include <optional>
 #include <utility>
 
 #include "analysis/analysis_table.h"
 #include "app/run_process.h"
+#include "app/window/film.h"
 #include "app/window/render_image.h"
 #include "input/analysis_info_reader.h"
 #include "input/model_reader.h"
@@ -62,35 +68,106 @@ std::optional<ExitStatus> fill_store(const WindowOptions& options, ShownModel& s
     return std::nullopt;
 }
 
+ImageOptions image_options(const WindowOptions& options) {
+    ImageOptions image;
+    image.size = QSize(options.size[0], options.size[1]);
+    image.fit = true;
+    image.white = options.white;
+    image.caption = options.caption;
+    return image;
+}
+
+// OpenGL without a window, current as long as it lives.
+class OffscreenContext {
+public:
+    OffscreenContext() {
+        surface_.setFormat(context_.format());
+        surface_.create();
+        valid_ = context_.create() && context_.makeCurrent(&surface_);
+    }
+    bool valid() const { return valid_; }
+
+private:
+    QOffscreenSurface surface_;
+    QOpenGLContext context_;
+    bool valid_ = false;
+};
+
 ExitStatus write_picture(const WindowOptions& options, ShownModel& shown, Progress& progress) {
-    QOffscreenSurface surface;
-    QOpenGLContext context;
-    surface.setFormat(context.format());
-    surface.create();
-    if (!context.create() || !context.makeCurrent(&surface)) {
+    const OffscreenContext context;
+    if (!context.valid()) {
         progress.error("there is no OpenGL to draw with");
         return exit_failed;
     }
-    view::look_from(shown.camera, options.direction.value_or(view::ViewDirection::isometric));
     QString error;
-    const QImage image = render_image(shown, QSize(options.size[0], options.size[1]), true, error);
+    const QImage image = render_image(shown, image_options(options), error);
     shown.drawing.release(true);
-    if (image.isNull()) {
-        progress.error("%s", error.toStdString().c_str());
-        return exit_failed;
-    }
-    if (image.save(QString::fromStdString(options.snapshot))) return exit_done;
-    progress.error("%s cannot be written", options.snapshot.c_str());
+    if (error.isEmpty()) error = save_image(image, QString::fromStdString(options.snapshot));
+    if (error.isEmpty()) return exit_done;
+    progress.error("%s", error.toStdString().c_str());
     return exit_failed;
 }
 
-}  // namespace
+std::atomic<bool> interrupted{false};
 
-int make_snapshot(const WindowOptions& options, Progress& progress) {
-    ShownModel shown;
-    if (!start_up("setting\\setting.txt", options.log_folder, shown.store.settings, progress))
+// What a film has written so far is taken away before the process ends.
+class Interrupts {
+public:
+    Interrupts() {
+        for (std::size_t k = 0; k < signals_.size(); ++k)
+            former_[k] = std::signal(signals_[k], [](int) { interrupted.store(true); });
+    }
+    ~Interrupts() {
+        for (std::size_t k = 0; k < signals_.size(); ++k) std::signal(signals_[k], former_[k]);
+    }
+    Interrupts(const Interrupts&) = delete;
+    Interrupts& operator=(const Interrupts&) = delete;
+
+private:
+    static constexpr std::array<int, 3> signals_{SIGINT, SIGTERM, SIGHUP};
+    std::array<void (*)(int), 3> former_{};
+};
+
+// Which frames; modes are those of --frame where no range is given.
+FilmRange film_range(const WindowOptions& options, const ShownModel& shown) {
+    if (options.film_range) return *options.film_range;
+    if (!has_shapes(shown.ana_type())) return {};
+    return {shown.state.frame, shown.state.frame, 1};
+}
+
+ExitStatus write_film(const WindowOptions& options, ShownModel& shown, Progress& progress) {
+    Film film{QString::fromStdString(options.film),
+              film_frames(shown.ana_type(), shown.mode_num(), film_range(options, shown)),
+              options.fps > 0 ? options.fps : usual_fps(shown.ana_type()), image_options(options)};
+    if (film.frames.empty()) {
+        progress.error("--frames begins behind the last frame, %d", shown.mode_num());
         return exit_wrong_input;
-    if (const auto ended = fill_store(options, shown, progress)) return *ended;
+    }
+    const Interrupts until_done;
+    QEventLoop loop;
+    QString error;
+    FilmMaker maker(shown, std::move(film));
+    QObject::connect(&maker, &FilmMaker::progressed, [&](int done) {
+        progress.counter(done, static_cast<std::int64_t>(maker.count()), "film ");
+    });
+    QObject::connect(&maker, &FilmMaker::ended, [&](const QString& why) {
+        error = why;
+        loop.quit();
+    });
+    QTimer look;
+    QObject::connect(&look, &QTimer::timeout, [&] {
+        if (interrupted.load()) maker.cancel();
+    });
+    look.start(50);
+    maker.start();
+    loop.exec();
+    if (progress.lines_wanted()) progress.print("\n");
+    if (error.isEmpty()) return exit_done;
+    progress.error("%s", error.toStdString().c_str());
+    return exit_failed;
+}
+
+void set_display(const WindowOptions& options, ShownModel& shown) {
     view::DisplayState& state = shown.state = options.display;
     shown.reset_light();
     state.result_ready = shown.store.run != nullptr;
@@ -99,7 +176,34 @@ int make_snapshot(const WindowOptions& options, Progress& progress) {
     state.transparency = options.opacity;
     for (const std::size_t row : options.show) state.flags[row] = true;
     for (const std::size_t row : options.hide) state.flags[row] = false;
-    return write_picture(options, shown, progress);
+    shown.camera.orthographic = options.orthographic;
+    view::look_from(shown.camera, options.direction.value_or(view::ViewDirection::isometric));
+}
+
+}  // namespace
+
+int make_snapshot(const WindowOptions& options, Progress& progress) {
+    if (!options.film.empty())
+        if (const QString missing = film_hindrance(QString::fromStdString(options.film));
+            !missing.isEmpty()) {
+            progress.error("%s", missing.toStdString().c_str());
+            return exit_failed;
+        }
+    ShownModel shown;
+    if (!start_up("setting\\setting.txt", options.log_folder, shown.store.settings, progress))
+        return exit_wrong_input;
+    if (const auto ended = fill_store(options, shown, progress)) return *ended;
+    set_display(options, shown);
+    ExitStatus status = exit_done;
+    if (!options.snapshot.empty()) status = write_picture(options, shown, progress);
+    if (status == exit_done && !options.film.empty()) {
+        view::RangeKind& range = shown.state.scale.range;
+        if (range == view::RangeKind::automatic && !has_shapes(shown.ana_type()))
+            range = view::RangeKind::all_frames;  // colours mean the same in all of it
+        status = write_film(options, shown, progress);
+        range = options.display.scale.range;
+    }
+    return status;
 }
 
 }  // namespace kestralum

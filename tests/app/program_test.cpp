@@ -1,6 +1,8 @@
 // kestralum as a process: snapshots, and what it says where it cannot run.
 #include <QImage>
+#include <QImageReader>
 #include <QProcess>
+#include <QStandardPaths>
 
 #include "app/window_fixture.h"
 
@@ -63,6 +65,71 @@ TEST_F(Program, DrawsSnapshots) {
     EXPECT_TRUE(high.red() > 200 && high.blue() < 50) << high.name().toStdString();
     // the result file shows the same
     EXPECT_EQ(shown({"--result", "log/result_bar.txt", "--contour", "1"}), stress);
+}
+
+// Frames of a run, sizes and a film's own loop.
+TEST_F(Program, WritesFilms) {
+    folder.write("bar.txt", replaced(bar_text, "END", "mode_num 2 %\nEND"));
+    const QStringList film{"bar.txt", "--analysis", "eigen-lanczos", "--size", "241x180", "--caption", "on"};
+    const auto names = [&](const std::string& prefix) {
+        std::set<std::string> out;
+        for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
+            if (const std::string name = entry.path().filename().string();
+                name.starts_with(prefix) || name.starts_with("."))
+                out.insert(name);
+        return out;
+    };
+    const Ended two = run(film + QStringList{"--film", "modes.png", "--frames", "1:2"});
+    ASSERT_EQ(two.status, 0) << two.err;
+    EXPECT_EQ(names("modes_").size(), 40u);
+    EXPECT_EQ(image("modes_0002.png"), image("modes_0020.png")) << "a mode returns the way it came";
+    EXPECT_NE(image("modes_0001.png"), image("modes_0021.png")) << "another mode";
+    const QStringList result{"--result", "log/result_bar.txt"};
+    const QStringList shown = QStringList{"bar.txt", "--size", "241x180"} + result;
+    EXPECT_EQ(run(shown + QStringList{"--film", "x.gif", "--frames", "900:901"}).status, 2);
+    const Ended nowhere = run(shown + QStringList{"--film", "nowhere/x.png"});
+    EXPECT_EQ(nowhere.status, 1);
+    EXPECT_TRUE(contains(nowhere.err, "nowhere/x.png cannot be written")) << nowhere.err;
+
+    // coders that are not there, fail, are killed, and wait for ever
+    const auto coder = [&](const std::string& body) {
+        std::filesystem::create_directory(folder.path() / "bin");
+        const std::string program = folder.write("bin/ffmpeg", "#!/bin/sh\n" + body);
+        std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+        return QStringList{"PATH=" + QString::fromStdString(folder.file("bin")) + ":/usr/bin:/bin"};
+    };
+    const std::tuple<QStringList, const char*> broken[] = {
+        {{"PATH=/nonexistent"}, "wants the program ffmpeg"},
+        {coder("cat > /dev/null; echo No space left on device >&2; exit 3"), "No space left on device"}};
+    for (const auto& [with, word] : broken) {
+        const Ended ended = run(shown + QStringList{"--film", "x.webm"}, {"PATH"}, with);
+        EXPECT_EQ(ended.status, 1);
+        EXPECT_TRUE(contains(ended.err, word)) << ended.err;
+    }
+    EXPECT_TRUE(contains(run(shown + QStringList{"--film", "x.gif"}, {"PATH"}, coder("kill -9 $$")).err,
+                         "ended from outside"));
+    QProcess waiting;
+    waiting.setWorkingDirectory(QString::fromStdString(folder.path().string()));
+    QStringList variables = QProcess::systemEnvironment();
+    variables.removeIf([](const QString& v) { return v.startsWith("PATH="); });
+    waiting.setEnvironment(variables + coder("touch begun; exec sleep 60"));
+    waiting.start(KESTRALUM_BINARY_DIR "/kestralum", shown + QStringList{"--film", "x.mp4"});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return std::filesystem::exists(folder.path() / "begun"); }, 30000));
+    waiting.terminate();
+    ASSERT_TRUE(waiting.waitForFinished(5000));
+    EXPECT_EQ(waiting.exitCode(), 1);
+    EXPECT_TRUE(names("x").empty()) << "something was left";
+
+    if (QStandardPaths::findExecutable("ffmpeg").isEmpty()) GTEST_SKIP() << "ffmpeg is missing";
+    const Ended gif = run(shown + QStringList{"--film", "swing.gif", "--fps", "25"});
+    ASSERT_EQ(gif.status, 0) << gif.err;
+    QImageReader reader(QString::fromStdString(folder.file("swing.gif")));
+    EXPECT_EQ(reader.imageCount(), 20);
+    EXPECT_EQ(reader.loopCount(), -1) << "it ends";
+    EXPECT_EQ(reader.read().size(), QSize(241, 180));
+    EXPECT_EQ(reader.nextImageDelay(), 40);
+    EXPECT_EQ(run(shown + QStringList{"--film", "swing.MP4"}).status, 0);
+    EXPECT_EQ(read_file(folder.file("swing.MP4")).substr(4, 4), "ftyp");
 }
 
 TEST_F(Program, EndsWhereFilesAreMissing) {

@@ -105,6 +105,14 @@ TEST(CommandLine, SaysWhatTheWindowShows) {
     EXPECT_TRUE(full.direction == view::ViewDirection::z && full.size == (std::array{640, 480}));
     EXPECT_TRUE(full.show == (std::vector<std::size_t>{0, 5}) && full.hide == std::vector<std::size_t>{6});
     EXPECT_EQ(parsed("m --snapshot a --contour plastic", parse_window_options).display.further, 100);
+    const WindowOptions film = parsed(
+        "m --film a.b.GIF --analysis static --frames 2:9999:3 --view bottom --projection orthographic "
+        "--background white --caption on --fps 7",
+        parse_window_options);
+    EXPECT_EQ(film.error + film.film, "a.b.GIF");
+    EXPECT_TRUE(film.film_range == (FilmRange{2, 9999, 3}) && film.fps == 7 && film.caption && film.white);
+    EXPECT_TRUE(film.orthographic && film.direction == view::ViewDirection::minus_z);
+    EXPECT_FALSE(full.orthographic || full.white || full.caption);
     // clang-format off
     const std::pair<const char*, const char*> refused[] = {
         {"--snapshot", "--snapshot wants"}, {"m --snapshot ''", "--snapshot wants"}, {"--snapshot a", "model file"},
@@ -113,11 +121,29 @@ TEST(CommandLine, SaysWhatTheWindowShows) {
         {"m --snapshot a --size 640*480", "'640*480'"}, {"m --snapshot a --view w", "'w'"},
         {"m --snapshot a --hide wires", "'wires'"}, {"m --snapshot a --analysis dynamic", "'dynamic'"},
         {"m --snapshot a --analysis static --result r", "--result"}, {"m n", "'n'"}, {"-x", "-x"},
-        {"m --log ''", "empty"}, {"m --snapshot=a", "--snapshot=a"}};
+        {"m --log ''", "empty"}, {"m --snapshot=a", "--snapshot=a"}, {"m --film a.avi", "'a.avi'"},
+        {"m --film .gif", "'.gif'"}, {"m --film a.gif", "--film wants --analysis"}, {"m --snapshot a --fps 5", "--film"},
+        {"m --film a.gif --analysis static --frames 3:2", "'3:2'"}, {"m --film a.gif --frames 0:2", "'0:2'"},
+        {"m --film a.gif --frames 1:2:3:4", "'1:2:3:4'"}, {"m --film a.gif --frames 4", "'4'"},
+        {"m --film a.gif --fps 51", "'51'"}, {"m --snapshot a --projection flat", "'flat'"},
+        {"m --caption on", "--caption requires --snapshot"}};
     // clang-format on
     for (const auto& [line, word] : refused)
         EXPECT_TRUE(contains(parsed(line, parse_window_options).error, word)) << line;
     EXPECT_EQ(parsed("m --frame 2 --help", parse_window_options).error, "");
+}
+
+TEST(Film, HasTheFramesOfItsRange) {
+    using enum AnalysisType;
+    const auto steps = film_frames(explicit_dynamics, 7, {2, 9999, 3});
+    EXPECT_EQ(steps, (std::vector<FilmFrame>{{2, 0}, {5, 0}}));
+    EXPECT_TRUE(film_frames(linear_static, 3, {4, 9, 1}).empty());
+    const auto modes = film_frames(eigen, 3, {2, 3, 1});
+    ASSERT_EQ(modes.size(), 2u * view::phase_count);
+    EXPECT_EQ(modes[view::phase_count - 1], (FilmFrame{2, view::phase_count - 1}));
+    EXPECT_EQ(modes[view::phase_count], (FilmFrame{3, 0}));
+    EXPECT_EQ(series_name("a.b/c.d.PNG", 12), "a.b/c.d_0012.PNG");
+    EXPECT_FALSE(film_format("a/b.gif/c"));
 }
 
 TEST_F(Batch, BadUsageIsOneLineAndTouchesNothing) {

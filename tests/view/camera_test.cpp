@@ -46,14 +46,68 @@ void expect_rotation(const Matrix& m) {
 }
 
 TEST(Camera, ProjectsAsTheMatricesDoAndBack) {
-    const Camera camera = turned_camera();
-    const Matrix whole = product(projection(camera, long_box), model_view(camera, long_box));
-    for (const Vec3& p : {Vec3{10, -1, 2}, {14, 0, 4}, {12.3, -0.4, 2.2}}) {
-        const Vec3 pixel = project(camera, long_box, p).value(), device = transform(whole, p);
-        EXPECT_NEAR(pixel[0], 0.5 * (1 + device[0]) * 801, 1e-9);
-        EXPECT_NEAR(pixel[1], 0.5 * (1 - device[1]) * 600, 1e-9);
-        const Ray ray = unproject(camera, long_box, pixel[0], pixel[1]);
-        expect_near(unit(minus(p, ray.origin)), ray.direction, 1e-9);
+    for (const bool parallel : {false, true}) {
+        Camera camera = turned_camera();
+        camera.orthographic = parallel;
+        const Matrix whole = product(projection(camera, long_box), model_view(camera, long_box));
+        for (const Vec3& p : {Vec3{10, -1, 2}, {14, 0, 4}, {12.3, -0.4, 2.2}}) {
+            const Vec3 pixel = project(camera, long_box, p).value(), device = transform(whole, p);
+            EXPECT_NEAR(pixel[0], 0.5 * (1 + device[0]) * 801, 1e-9);
+            EXPECT_NEAR(pixel[1], 0.5 * (1 - device[1]) * 600, 1e-9);
+            const Ray ray = unproject(camera, long_box, pixel[0], pixel[1]);
+            expect_near(unit(minus(p, ray.origin)), ray.direction, 1e-9);
+        }
+    }
+}
+
+// What lies in the plane of the centre stands still when the projection changes; in a parallel view depth
+// moves nothing, also behind the camera, and a drag moves the model as far as the mouse.
+TEST(Camera, ParallelViewDrawsThePlaneOfTheCentreAlike) {
+    const Camera plain = turned_camera();
+    Camera camera = plain;
+    camera.orthographic = true;
+    const Vec3 toward = times(-1, unproject(camera, long_box, 400.5, 300).direction);
+    const Vec3 in_plane = plus(long_box.centre(), across(toward));
+    const Vec3 at = project(plain, long_box, in_plane).value();
+    for (const double depth : {-3.0, 0.0, 3.0, 40.0}) {
+        const Vec3 pixel = project(camera, long_box, plus(in_plane, times(depth, toward))).value();
+        EXPECT_NEAR(pixel[0], at[0], 1e-9);
+        EXPECT_NEAR(pixel[1], at[1], 1e-9);
+        EXPECT_LT(std::abs(pixel[2]), 1);
+    }
+    const Vec3 nearer = brought_nearer(camera, long_box, in_plane, 0.01);
+    expect_near(nearer, plus(in_plane, times(0.01 * distance(camera, long_box), toward)));
+    for (const double steps : {0.0, 12.0}) {
+        zoom_at(camera, long_box, steps, 10, 20);
+        const Vec3 before = project(camera, long_box, in_plane).value();
+        mouse_press(camera, 100, 100);
+        mouse_move(camera, long_box, MouseButton::left, MouseMode::translation, 137, 85);
+        const Vec3 after = project(camera, long_box, in_plane).value();
+        EXPECT_NEAR(after[0] - before[0], 37, 1e-9);
+        EXPECT_NEAR(after[1] - before[1], -15, 1e-9);
+    }
+    camera.shift[2] =
+        2 * long_box.max_length;  // moved through the camera: still drawn, and the wheel brings it back
+    EXPECT_TRUE(std::isfinite(project(camera, long_box, in_plane).value()[0]));
+    for (int k = 0; k < 60; ++k) zoom_at(camera, long_box, -1, 0, 0);
+    EXPECT_GT(distance(camera, long_box), long_box.max_length);
+}
+
+// A narrower picture shows the width that a wider one did.
+TEST(Camera, KeepsTheWidthInANarrowerPicture) {
+    for (const bool parallel : {false, true}) {
+        Camera camera = turned_camera();
+        camera.orthographic = parallel;
+        const double former = camera.aspect();
+        const Vec3 right{camera.turn[0], camera.turn[4], camera.turn[8]};
+        const Vec3 beside = plus(long_box.centre(), right);
+        const double share = project(camera, long_box, beside).value()[0] / camera.width;
+        resize(camera, 500, 500);
+        keep_width(camera, long_box, former);
+        EXPECT_NEAR(project(camera, long_box, beside).value()[0] / 500, share, 1e-9);
+        const Camera wide = camera;
+        keep_width(camera, long_box, 0.5);
+        EXPECT_EQ(camera, wide);
     }
 }
 
@@ -81,8 +135,12 @@ TEST(Camera, TrackballTurnsWithTheMouseAndDoesNothingElse) {
     EXPECT_NEAR(transform(camera.turn, {0, 0, 1})[1], 1, 1e-9);
 }
 
-TEST(Camera, WheelKeepsWhatIsUnderTheCursor) {
+class Projections : public ::testing::TestWithParam<bool> {};
+INSTANTIATE_TEST_SUITE_P(Parallel, Projections, ::testing::Bool());
+
+TEST_P(Projections, WheelKeepsWhatIsUnderTheCursor) {
     Camera camera = turned_camera();
+    camera.orthographic = GetParam();
     const Ray before = unproject(camera, long_box, 150, 400);
     // where the ray meets the plane through the centre that faces the camera
     const Vec3 axis = unproject(camera, long_box, 400.5, 300).direction;
@@ -103,7 +161,7 @@ TEST(Camera, WheelKeepsWhatIsUnderTheCursor) {
 
 // The nearest distance at which every point lies within nine tenths of the room that the texts leave, and in
 // its middle.
-TEST(Camera, FitFillsTheRoomBesideTheTexts) {
+TEST_P(Projections, FitFillsTheRoomBesideTheTexts) {
     const Mesh mesh = hexa_box({{3, 2, 1}, {3, 1, 0.5}, [](double* x) { x[1] += 0.3 * x[0] * x[0] - 5; }});
     const Scene scene{mesh.size_info, mesh.max_length};
     const Margins right_and_foot{0, 250, 0, 60}, left_and_top{100, 0, 80, 0};
@@ -113,6 +171,7 @@ TEST(Camera, FitFillsTheRoomBesideTheTexts) {
                                            {800, 600, left_and_top}})
         for (const ViewDirection direction : all_directions) {
             Camera camera = camera_from(direction, width, height);
+            camera.orthographic = GetParam();
             fit_points(camera, scene, mesh.coordinates, m);
             std::vector<double> x, y;  // shares of the room
             for (std::int64_t n = 0; n < mesh.node_num(); ++n) {
@@ -167,6 +226,18 @@ TEST(Camera, FitKeepsClearOfTextsInTheCorners) {
     EXPECT_FALSE(in_free_view(beside, scene, mesh.coordinates, {})) << "behind the camera";
 }
 
+// Texts in a corner and a bar that leave little beside each other: the bar stays clear all the same.
+TEST(Camera, FitKeepsClearOfTheBarBesideAWideCorner) {
+    const Mesh mesh = hexa_box({{1, 1, 1}, {1, 0.5, 2}});
+    const Scene scene{mesh.size_info, mesh.max_length};
+    const Margins bar{0, 237, 0, 47};
+    const std::vector<PixelBox> corner{{0, 0, 215, 84}};
+    Camera camera = camera_from(ViewDirection::isometric, 640, 455);
+    fit_beside(camera, scene, mesh.coordinates, bar, corner);
+    for (std::int64_t n = 0; n < mesh.node_num(); ++n)
+        EXPECT_LT(project(camera, scene, triple(mesh.coordinates, n)).value()[0], 640 - 237);
+}
+
 // On a screen of twice the density the same movement of the hand is twice as many pixels.
 TEST(Camera, MovesAsFarOnADenseScreen) {
     for (const MouseButton button : {MouseButton::left, MouseButton::right, MouseButton::middle})
@@ -193,6 +264,13 @@ TEST(Camera, SurvivesAModelAndAViewWithoutSize) {
     for (const double value : projection(camera, point)) EXPECT_TRUE(std::isfinite(value));
 }
 
+std::vector<std::pair<ViewDirection, bool>> every_view() {
+    std::vector<std::pair<ViewDirection, bool>> out;
+    for (const ViewDirection direction : all_directions)
+        for (const bool parallel : {false, true}) out.emplace_back(direction, parallel);
+    return out;
+}
+
 class Picking : public ::testing::TestWithParam<ElementKind> {};
 INSTANTIATE_TEST_SUITE_P(Kinds, Picking, ::testing::ValuesIn(every_kind));
 
@@ -201,8 +279,9 @@ TEST_P(Picking, FindsTheNodeUnderThePixel) {
     const Mesh mesh = box_mesh({{4, 2, 3}, {4, 1, 2}}, GetParam());
     const Surface surface = build_surface(mesh, Faces::free);
     const Scene scene{mesh.size_info, mesh.max_length};
-    for (const ViewDirection direction : all_directions) {
+    for (const auto& [direction, parallel] : every_view()) {
         Camera camera = camera_from(direction, 900, 700);
+        camera.orthographic = parallel;
         fit_points(camera, scene, mesh.coordinates);
         const Vec3 eye = unproject(camera, scene, 450, 350).origin;
         int tried = 0;
@@ -221,6 +300,19 @@ TEST_P(Picking, FindsTheNodeUnderThePixel) {
             const auto nodes = mesh.element(pick->element - 1);
             EXPECT_NE(std::find(nodes.begin(), nodes.end(), n + 1), nodes.end());
         }
+        // beside the model: within the slack of two pixels or not
+        const auto beside = [&](double pixels) {
+            const Vec3 corner = triple(mesh.coordinates, 0);
+            Surface one = surface;
+            one.parts.clear();  // no faces to meet
+            one.nodes = {0};
+            const Vec3 pixel = project(camera, scene, corner).value();
+            return pick_node(unproject(camera, scene, pixel[0] + pixels, pixel[1]), one, mesh.coordinates,
+                             pixel_slack(camera, 3))
+                .has_value();
+        };
+        EXPECT_TRUE(beside(2));
+        EXPECT_FALSE(beside(4));
         EXPECT_GE(tried, 12);
     }
 }

@@ -30,7 +30,7 @@ float fading(double pixels_per_edge) {
 }
 
 double pixels_per_length(const Camera& camera, const Scene& scene) {
-    const double away = std::max(distance(camera, scene), 0.01 * extent_of(scene.max_length));
+    const double away = std::max(plane_distance(camera, scene), 0.01 * extent_of(scene.max_length));
     return 0.5 * camera.height / (tangent() * away);
 }
 
@@ -86,7 +86,7 @@ void SceneDrawing::draw(const SceneTables& tables, const DisplayState& state, co
 
 void SceneDrawing::set_state(const DisplayState& state, const Camera& camera, const Scene& scene) const {
     glViewport(0, 0, camera.width, camera.height);
-    glClearColor(0.9f, 0.9f, 0.9f, 1);
+    glClearColor(background_[0], background_[1], background_[2], background_[3]);
     glDepthMask(GL_TRUE);
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
     glDisable(GL_SCISSOR_TEST);

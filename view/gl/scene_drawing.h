@@ -30,6 +30,9 @@ public:
     void draw(const SceneTables& tables, const DisplayState& state, const Camera& camera,
               TextPainter& painter);
 
+    // What is behind the model from the next picture on.
+    void set_background(const Color& color) { background_ = color; }
+
     // The node that was picked: marked and named in the picture until the mesh changes or none is set.
     void set_pick(const std::optional<Pick>& pick) { pick_ = pick; }
     std::int32_t picked_node() const { return pick_ ? pick_->node : 0; }  // from 1; 0 none
@@ -82,6 +85,7 @@ private:
                          const Camera& camera) const;
     std::optional<Vec3> picked_place(const SceneTables& tables, const DisplayState& state) const;
 
+    Color background_{0.9f, 0.9f, 0.9f, 1};
     Picture picture_;
     MeshDrawing mesh_;
     HighlightDrawing highlight_;

@@ -16,10 +16,9 @@ std::vector<char> visible_points(std::span<const Vec3> places, const Camera& cam
     glDepthFunc(GL_LEQUAL);
     glPointSize(3);
     // a little nearer: a place on a face is not hidden by it
-    const Vec3 eye = unproject(camera, scene, 0.5 * camera.width, 0.5 * camera.height).origin;
     constexpr double nearer = 0.005;
     for (std::size_t k = 0; k < places.size(); ++k) {
-        const Vec3 at = plus(places[k], times(nearer, minus(eye, places[k])));
+        const Vec3 at = brought_nearer(camera, scene, places[k], nearer);
         glBeginQuery(GL_SAMPLES_PASSED, queries[k]);
         glBegin(GL_POINTS);
         glVertex3dv(at.data());

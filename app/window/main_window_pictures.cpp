@@ -1,0 +1,140 @@
+// Pictures of the view in a window of their own and in files, and films.
+#include <QFileInfo>
+#include <QProgressDialog>
+#include <utility>
+
+#include "app/window/dialogs.h"
+#include "app/window/film.h"
+#include "app/window/main_window.h"
+#include "app/window/picture_dialogs.h"
+
+namespace kestralum {
+
+void MainWindow::show_pixmap(const QImage& image) {
+    clearPixmap();
+    pixmap_ = new PixmapWindow(QPixmap::fromImage(image), this);
+    pixmap_->show();
+}
+
+namespace {
+
+// A mode is taken at its peak, wherever it swings just now.
+class AtPeak {
+public:
+    explicit AtPeak(view::DisplayState& state) : state_(state), phase_(std::exchange(state.phase, 0)) {}
+    ~AtPeak() { state_.phase = phase_; }
+
+private:
+    view::DisplayState& state_;
+    const int phase_;
+};
+
+PictureOf picture_of(GLWidget& view) {
+    const view::Camera& camera = view.shown().camera;
+    return {{camera.width, camera.height}, camera.pixel_ratio, view.is_fitted()};
+}
+
+}  // namespace
+
+void MainWindow::renderIntoPixmap() {
+    const auto size = ask_for_size(this, view_->size());
+    if (!size) return;
+    QString error;
+    const AtPeak still(view_->state());
+    const QImage image = view_->render_picture({.size = *size}, error);
+    if (image.isNull())
+        refuse("The pixmap was not drawn", {error});
+    else
+        show_pixmap(image);
+}
+
+void MainWindow::grabFrameBuffer() {
+    const AtPeak still(view_->state());
+    show_pixmap(view_->grab_picture());
+}
+
+void MainWindow::clearPixmap() {
+    delete pixmap_;
+}
+
+// In the folder of the model, by its name.
+QString MainWindow::offered_name() {
+    const Run* run = store().run.get();
+    const std::string& model = store().model->model_file_name;
+    QString name = QFileInfo(QString::fromStdString(model).replace('\\', '/')).completeBaseName();
+    if (name.isEmpty()) name = "picture";
+    if (run && !run->origin.analysis.empty()) name += "_" + QString::fromStdString(run->origin.analysis);
+    return folder_ + "/" + name;
+}
+
+void MainWindow::savePicture() {
+    const auto options = ask_for_picture(this, picture_of(*view_));
+    if (!options) return;
+    const QString name = ask_for_new_file(this, "Save Picture", offered_name(), ".png");
+    if (name.isEmpty()) return;
+    QString error;
+    const AtPeak still(view_->state());
+    const QImage image = view_->render_picture(*options, error);
+    if (error.isEmpty()) error = save_image(image, name);
+    if (!error.isEmpty()) return refuse("The picture was not saved", {error});
+    tell(MessageKind::summary,
+         {QString("%1: a picture of %2 x %3").arg(name).arg(image.width()).arg(image.height())});
+}
+
+void MainWindow::saveAnimation() {
+    if (film_) return say("An animation is being saved");
+    ShownModel& shown = view_->shown();
+    if (shown.mode_num() == 0 || !shown.state.result_ready)
+        return say("There is no result: an animation shows modes, steps or load cases");
+    const auto choice =
+        ask_for_film(this, picture_of(*view_), shown.ana_type(), shown.mode_num(), shown.state.frame);
+    if (!choice) return;
+    const auto entry = std::ranges::find(film_formats, choice->format, &FilmFormatEntry::format);
+    const QString name = ask_for_new_file(this, "Save Animation", offered_name(), entry->ending);
+    if (name.isEmpty()) return;
+    if (const QString missing = film_hindrance(name); !missing.isEmpty())
+        return refuse("The animation was not saved", {missing});
+    start_film(
+        {name, film_frames(shown.ana_type(), shown.mode_num(), choice->range), choice->fps, choice->image},
+        choice->all_frames_range);
+}
+
+// Beside the view, which goes on with what it shows.
+void MainWindow::start_film(Film film, bool all_frames_range) {
+    view::DisplayState& state = view_->state();
+    const view::RangeKind former = state.scale.range;
+    if (all_frames_range && former == view::RangeKind::automatic)
+        state.scale.range = view::RangeKind::all_frames;
+    film_ = new FilmMaker(view_->shown(), std::move(film), this);
+    state.scale.range = former;
+    auto* progress = new QProgressDialog(QString("Saving %1").arg(film_->film().file_name), "Cancel", 0,
+                                         static_cast<int>(film_->count()), this);
+    progress->setWindowTitle("Save Animation");
+    progress->setMinimumDuration(0);
+    progress->setAutoClose(false);
+    progress->setAutoReset(false);
+    progress->setValue(0);
+    connect(film_, &FilmMaker::progressed, progress, &QProgressDialog::setValue);
+    connect(progress, &QProgressDialog::canceled, film_, &FilmMaker::cancel);
+    connect(film_, &FilmMaker::ended, this, [this, progress](const QString& error) {
+        const Film& done = film_->film();
+        progress->disconnect(film_);
+        progress->deleteLater();
+        film_->deleteLater();
+        if (progress->wasCanceled())
+            say(error);
+        else if (!error.isEmpty())
+            refuse("The animation was not saved", {error});
+        else
+            tell(MessageKind::summary, {QString("%1: %2 pictures of %3 x %4, %5 a second")
+                                            .arg(done.file_name)
+                                            .arg(done.frames.size())
+                                            .arg(done.image.size.width())
+                                            .arg(done.image.size.height())
+                                            .arg(done.fps)});
+        film_ = nullptr;
+    });
+    film_->start();
+}
+
+}  // namespace kestralum
