@@ -21,17 +21,19 @@ public:
         : mesh_(mesh), distance_(distance), u_(u), gone_(gone) {}
 
     PlaneCut take() {
-        for (std::int32_t e = 0; e < mesh_.element_num(); ++e)
-            if (gone_.empty() || !gone_[e]) cut_element(e);
+        std::vector<char> beyond(distance_.size());
+        for (std::size_t n = 0; n < beyond.size(); ++n) beyond[n] = distance_[n] > 0;
+        for (std::int32_t e = 0; e < mesh_.element_num(); ++e) {
+            int count = 0;
+            const auto nodes = mesh_.element(e);
+            for (const std::int32_t n : nodes) count += beyond[node_index(n)];
+            if (count > 0 && count < std::ssize(nodes) && (gone_.empty() || !gone_[e])) cut_element(e, nodes);
+        }
         return std::move(out_);
     }
 
 private:
-    void cut_element(std::int32_t e) {
-        const auto nodes = mesh_.element(e);
-        const auto beyond =
-            std::ranges::count_if(nodes, [&](std::int32_t n) { return distance_[node_index(n)] > 0; });
-        if (beyond == 0 || beyond == std::ssize(nodes)) return;
+    void cut_element(std::int32_t e, std::span<const std::int32_t> nodes) {
         std::array<std::int32_t, 8> cell{};
         if (mesh_.element_type != ElementKind::tetrahedron10) {
             std::ranges::copy(nodes, cell.begin());

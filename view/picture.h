@@ -61,6 +61,8 @@ public:
     bool trimmed() const { return trimmed_.has_value(); }
     const FurtherVertices& further() const;
     const Surface& whole() const { return free_; }  // without sections
+    // whole() has the faces of all elements, none hidden, removed or seen through.
+    bool has_every_face() const { return removed_.empty() && choice_ == PartChoice(); }
 
     // Whether the run has taken the element (0-based) out in the frame shown.
     bool is_removed(std::int32_t element) const { return std::ranges::binary_search(removed_, element); }
@@ -96,6 +98,7 @@ public:
 
     // Each grows when what it names has changed.
     std::uint64_t mesh_revision() const { return mesh_revision_; }
+    std::uint64_t whole_revision() const { return base_revision_; }     // whole()
     std::uint64_t faces_revision() const { return faces_revision_; }    // outside() or faces()
     std::uint64_t color_revision() const { return color_revision_; }    // values or range
     std::uint64_t shape_revision() const { return shape_revision_; }    // vector, factor or faces()

@@ -328,6 +328,15 @@ std::optional<ElementFace> face_of_triangle(const Mesh& mesh, const Surface& sur
     return std::nullopt;
 }
 
+std::vector<ElementFace> faces_of(const Mesh& mesh, const Surface& surface) {
+    std::vector<ElementFace> faces;
+    for (const PartTriangles& group : surface.parts)
+        for (std::int64_t t = group.first; t < group.first + group.count; t += group.triangles_per_face)
+            if (const auto face = face_of_triangle(mesh, surface, t)) faces.push_back(*face);
+    std::ranges::sort(faces);
+    return faces;
+}
+
 std::vector<float> triangle_normals(const Surface& surface, std::span<const double> coordinates) {
     std::vector<float> normals;
     normals.reserve(surface.triangles.size());

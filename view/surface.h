@@ -70,6 +70,9 @@ Surface highlight_surface(const Mesh& mesh, const Surface& outside, const Highli
 // The face that a triangle of a surface belongs to; none for facets of STL parts.
 std::optional<ElementFace> face_of_triangle(const Mesh& mesh, const Surface& surface, std::int64_t triangle);
 
+// The faces of solid elements that a surface has, ascending.
+std::vector<ElementFace> faces_of(const Mesh& mesh, const Surface& surface);
+
 // Unit normal per triangle at `coordinates` (node_num × 3): the triangles of a face share that of the
 // whole face. 0 for a face without area.
 std::vector<float> triangle_normals(const Surface& surface, std::span<const double> coordinates);

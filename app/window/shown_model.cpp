@@ -164,7 +164,9 @@ std::string ShownModel::go_to_node(std::int32_t node) {
 void ShownModel::select(const std::optional<view::Pick>& pick, bool more) {
     const auto patches = [this]() -> SmoothPatches& {
         if (!patches_) {
-            free_faces_ = free_faces(mesh());
+            const view::Picture& picture = drawing.picture();
+            free_faces_ =
+                picture.has_every_face() ? view::faces_of(mesh(), picture.whole()) : free_faces(mesh());
             patches_.emplace(mesh(), free_faces_);
         }
         return *patches_;

@@ -140,7 +140,7 @@ std::vector<double> extent_points(const Picture& picture, const SceneTables& tab
 }
 
 void SceneDrawing::update_symbols(const SceneTables& tables, const DisplayState& state) {
-    const MeshKey key{picture_.mesh_revision(), picture_.faces_revision()};
+    const MeshKey key{picture_.mesh_revision(), picture_.whole_revision()};
     if (symbols_of_ == key) return;
     symbols_of_ = key;
     const std::vector<Part> parts_o = visible_parts(tables.model.parts_o, state.part_looks);
