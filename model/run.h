@@ -75,6 +75,8 @@ public:
     // Values from number `first` on of mode_vec and node_stress, one behind the other, of a frame (from 0).
     // False where they cannot be read; any thread may ask.
     virtual bool read(std::size_t frame, std::int64_t first, std::span<double> to) const = 0;
+    // All that a frame had in memory; null where it cannot be read.
+    virtual std::shared_ptr<const Frame> whole(std::size_t frame) const = 0;
 };
 
 // What the caller chooses beside the settings file.

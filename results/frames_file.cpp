@@ -247,14 +247,58 @@ void FramesWriter::sync() {
 
 namespace {
 
+// A frame of a record's contents, which are as long as its layout says; what stands before its tables.
+struct ReadFrame {
+    std::int64_t number = 0;
+    std::vector<double> row;
+    std::shared_ptr<Frame> frame;
+};
+ReadFrame frame_of(const std::string& contents, std::size_t columns, const FramesLayout& layout) {
+    ReadFrame out{0, std::vector<double>(columns), std::make_shared<Frame>()};
+    Frame& frame = *out.frame;
+    std::vector<std::uint64_t> words;
+    const char* from = contents.data();
+    const auto take = [&](void* to, std::size_t count) {
+        if (count > 0) std::memcpy(to, from, count);
+        from += count;
+    };
+    take(&out.number, sizeof out.number);
+    take(&frame.n_freq, sizeof frame.n_freq);
+    take(out.row.data(), 8 * columns);
+    each_table(layout, frame, words, [&](auto& table, std::size_t values) {
+        table.resize(values);
+        take(table.data(), values * sizeof table[0]);
+    });
+    for (std::size_t e = 0; e < layout.elements && !words.empty(); ++e)
+        if (words[e / 64] >> (e % 64) & 1) frame.removed.push_back(static_cast<std::int32_t>(e));
+    return out;
+}
+
 class FramesOnDisk : public FrameStore {
 public:
-    FramesOnDisk(Descriptor file, std::uint64_t first_value, std::uint64_t record)
-        : file_(std::move(file)), first_value_(first_value), record_(record) {}
+    FramesOnDisk(Descriptor file, std::uint64_t first, std::size_t columns, const FramesLayout& layout)
+        : file_(std::move(file)), first_(first), columns_(columns), layout_(layout) {}
     bool read(std::size_t frame, std::int64_t first, std::span<double> to) const override {
-        auto* at = reinterpret_cast<char*>(to.data());
-        std::size_t left = to.size_bytes();
-        std::uint64_t place = first_value_ + frame * record_ + 8 * static_cast<std::uint64_t>(first);
+        const std::uint64_t values = 2 + columns_ + static_cast<std::uint64_t>(first);
+        return read_bytes(place_of(frame) + 8 * values, to.data(), to.size_bytes());
+    }
+    std::shared_ptr<const Frame> whole(std::size_t frame) const override {
+        std::string contents(frame_length(columns_, layout_), '\0');
+        RecordHead head;
+        const std::uint64_t place = place_of(frame);
+        if (!read_bytes(place - sizeof head, &head, sizeof head) || head.length != contents.size() ||
+            !read_bytes(place, contents.data(), contents.size()))
+            return nullptr;
+        return frame_of(contents, columns_, layout_).frame;
+    }
+
+private:
+    // Of the contents of a frame's record.
+    std::uint64_t place_of(std::size_t frame) const {
+        return first_ + frame * record_size(frame_length(columns_, layout_)) + sizeof(RecordHead);
+    }
+    bool read_bytes(std::uint64_t place, void* to, std::size_t left) const {
+        auto* at = static_cast<char*>(to);
         while (left > 0) {
             const ssize_t got = ::pread(file_.number(), at, left, static_cast<off_t>(place));
             if (got < 0 && errno == EINTR) continue;
@@ -266,9 +310,10 @@ public:
         return true;
     }
 
-private:
     Descriptor file_;
-    std::uint64_t first_value_, record_;  // places in the file, bytes
+    std::uint64_t first_;  // place of the first frame's record, bytes
+    std::size_t columns_;
+    FramesLayout layout_;
 };
 
 }  // namespace
@@ -284,9 +329,8 @@ std::shared_ptr<const FrameStore> open_frame_store(std::string_view model_file_n
         ::pread(file.number(), &head, sizeof head, start_bytes) != sizeof head)
         return nullptr;
     const FramesLayout layout = layout_of(run.mesh, version_of(start)[1]);
-    const std::uint64_t first = start_bytes + record_size(head.length), row = 8 * (2 + columns);
-    return std::make_shared<FramesOnDisk>(std::move(file), first + sizeof(RecordHead) + row,
-                                          record_size(frame_length(columns, layout)));
+    return std::make_shared<FramesOnDisk>(std::move(file), start_bytes + record_size(head.length), columns,
+                                          layout);
 }
 
 bool FramesReader::fail(std::string why) {
@@ -381,32 +425,15 @@ std::shared_ptr<Frame> FramesReader::next() {
     Run& run = head_.run;
     const std::size_t columns = run.history.columns.size();
     const FramesLayout layout = layout_of(run.mesh, tables_);
-    std::vector<std::uint64_t> words;
     if (!read_record(frame_record)) return nullptr;
-    std::int64_t number = 0;
-    auto frame = std::make_shared<Frame>(run.mesh.dof_num());
-    std::vector<double> row(columns);
     torn_ = contents_.size() != frame_length(columns, layout);
     if (torn_) return nullptr;
-    const char* from = contents_.data();
-    const auto take = [&](void* to, std::size_t count) {
-        if (count > 0) std::memcpy(to, from, count);
-        from += count;
-    };
-    take(&number, sizeof number);
-    take(&frame->n_freq, sizeof frame->n_freq);
-    take(row.data(), 8 * columns);
-    each_table(layout, *frame, words, [&](auto& table, std::size_t values) {
-        table.resize(values);
-        take(table.data(), values * sizeof table[0]);
-    });
-    for (std::int32_t e = 0; e < run.mesh.element_num() && !words.empty(); ++e)
-        if (words[static_cast<std::size_t>(e) / 64] >> (e % 64) & 1) frame->removed.push_back(e);
-    torn_ = number != frames_ + 1;
+    ReadFrame read = frame_of(contents_, columns, layout);
+    torn_ = read.number != frames_ + 1;
     if (torn_) return nullptr;
     ++frames_;
-    run.history.add(row);
-    return frame;
+    run.history.add(read.row);
+    return std::move(read.frame);
 }
 
 std::optional<StoredRun> read_frames_file(std::string_view file_name, std::string_view log_folder,

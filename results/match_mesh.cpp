@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "model/format.h"
 #include "model/token_reader.h"
 #include "results/text_output.h"
 
@@ -13,18 +14,19 @@ namespace {
 
 constexpr std::int32_t none = -1;
 
-// Gives each node of an element its counterpart; false where two elements disagree.
-bool match_elements(const Mesh& own, const Mesh& read, std::vector<std::int32_t>& node_of,
-                    std::vector<std::int32_t>& own_of) {
+// Gives each node of an element its counterpart; the first place of the connectivity where two elements
+// disagree, -1 where none do.
+std::int64_t match_elements(const Mesh& own, const Mesh& read, std::vector<std::int32_t>& node_of,
+                            std::vector<std::int32_t>& own_of) {
     for (std::size_t k = 0; k < own.connectivity.size(); ++k) {
         const std::int32_t a = own.connectivity[k] - 1, b = read.connectivity[k] - 1;
         if (node_of[a] == none && own_of[b] == none) {
             node_of[a] = b;
             own_of[b] = a;
         }
-        if (node_of[a] != b || own_of[b] != a) return false;
+        if (node_of[a] != b || own_of[b] != a) return static_cast<std::int64_t>(k);
     }
-    return true;
+    return -1;
 }
 
 // The nodes without a counterpart by their coordinates, as a file has them.
@@ -45,26 +47,41 @@ Places loose_nodes(const Mesh& mesh, const std::vector<std::int32_t>& counterpar
     return places;
 }
 
-bool same_place(const double* a, const double* b, double max_length) {
-    for (int c = 0; c < 3; ++c)  // half of the last digit, and what two machines differ by
-        if (!(std::abs(a[c] - b[c]) <= 5.1e-7 * std::abs(a[c]) + 1e-9 * max_length)) return false;
+bool same_place(const double* a, const double* b, double max_length, Coordinates given) {
+    const double written = given == Coordinates::as_written ? 5.1e-7 : 0;  // half of the last digit
+    for (int c = 0; c < 3; ++c)                                            // and what two machines differ by
+        if (!(std::abs(a[c] - b[c]) <= written * std::abs(a[c]) + 1e-9 * max_length)) return false;
     return true;
 }
 
 }  // namespace
 
-std::vector<std::int32_t> match_nodes(const Mesh& own, const Mesh& read) {
-    if (own.element_type != read.element_type || own.node_num() != read.node_num() ||
-        own.connectivity.size() != read.connectivity.size())
-        return {};
-    std::vector<std::int32_t> node_of(own.node_num(), none), own_of(own.node_num(), none);
-    if (!match_elements(own, read, node_of, own_of)) return {};
-    // nodes of facets, which such a file does not have
-    const Places left = loose_nodes(own, node_of), right = loose_nodes(read, own_of);
+MeshMatch match_meshes(const Mesh& a, const Mesh& b, Coordinates given) {
+    const int of_a = nodes_per_element(a.element_type), of_b = nodes_per_element(b.element_type);
+    if (of_a != of_b)
+        return {{}, formatted("one has elements of %d nodes, the other of %d nodes", of_a, of_b)};
+    if (a.element_num() != b.element_num())
+        return {{}, formatted("one has %d elements, the other %d", a.element_num(), b.element_num())};
+    if (a.node_num() != b.node_num())
+        return {{}, formatted("one has %d nodes, the other %d", a.node_num(), b.node_num())};
+    std::vector<std::int32_t> node_of(a.node_num(), none), own_of(a.node_num(), none);
+    if (const std::int64_t at = match_elements(a, b, node_of, own_of); at >= 0)
+        return {{}, formatted("element %ld joins other nodes", static_cast<long>(at / of_a + 1))};
+    // nodes of facets, which are on no element
+    const Places left = loose_nodes(a, node_of), right = loose_nodes(b, own_of);
     for (std::size_t k = 0; k < left.size(); ++k) node_of[left[k].second] = right[k].second;
-    for (std::int32_t n = 0; n < own.node_num(); ++n)
-        if (!same_place(own.node(n), read.node(node_of[n]), own.max_length)) return {};
-    return node_of;
+    for (std::int32_t n = 0; n < a.node_num(); ++n) {
+        const double *x = a.node(n), *y = b.node(node_of[n]);
+        if (!same_place(x, y, a.max_length, given))
+            return {{},
+                    formatted("node %d is at (%.9g, %.9g, %.9g), its counterpart at (%.9g, %.9g, %.9g)",
+                              n + 1, x[0], x[1], x[2], y[0], y[1], y[2])};
+    }
+    return {std::move(node_of), {}};
+}
+
+std::vector<std::int32_t> match_nodes(const Mesh& own, const Mesh& read) {
+    return match_meshes(own, read, Coordinates::as_written).node_of;
 }
 
 }  // namespace kestralum

@@ -59,7 +59,7 @@ std::vector<std::int32_t> held_members(const RigidBody& body) {
     std::vector<std::int32_t> out = body.fixed;
     for (const HeldDirection& held : body.held) out.push_back(held.node);
     std::ranges::sort(out);
-    out.erase(std::ranges::unique(out).begin(), out.end());
+    out.erase(std::unique(out.begin(), out.end()), out.end());
     return out;
 }
 

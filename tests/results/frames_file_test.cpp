@@ -164,7 +164,15 @@ TEST_P(Frames, CarryReactionsMotionsAndMeans) {
             std::vector<double> u(dofs);
             ASSERT_TRUE(store && store->read(k, 0, u));
             EXPECT_EQ(u, exact.mode_vec);
+            const auto whole = store->whole(k);
+            ASSERT_TRUE(whole);
+            EXPECT_EQ(whole->n_freq, exact.n_freq);
+            EXPECT_EQ(whole->node_stress, exact.node_stress);
+            EXPECT_EQ(whole->reaction, exact.reaction);
+            EXPECT_EQ(whole->acceleration, exact.acceleration);
+            EXPECT_EQ(whole->element_plastic, exact.element_plastic);
         }
+        EXPECT_FALSE(store->whole(3)) << "there are three";
         EXPECT_EQ(frames_in(bytes.substr(0, bytes.size() - 9), said), 2) << "torn in the last table";
         bytes[20] = static_cast<char>(bytes[20] ^ 2);
         EXPECT_EQ(frames_in(bytes, said), -1) << "a table that is not there";
