@@ -68,6 +68,7 @@ struct Camera {
     Vec3 shift{0, 0, 0};         // tx ty tz of the model, m
     Matrix turn = identity();    // rotation of the model
     int width = 4, height = 3;   // of the view, pixels
+    int left = 0;                // where it begins in the window
     int last_x = 0, last_y = 0;  // mouse position of the last event
     // Pixels of the view per pixel that lengths on the screen are given in: 2 on a screen of twice the
     // density. Texts, marks and lines are drawn so many times larger; the mouse moves the model as far as it

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "fields/frame_difference.h"
 #include "fields/plane_cut.h"
 
 namespace kestralum::view {
@@ -195,9 +196,10 @@ bool is_further(std::int32_t contour) {
     return quantity && quantity->source == Source::field;
 }
 
-void take_off(std::vector<double>& values, const std::vector<double>& less) {
-    if (less.size() != values.size()) return values.clear();
-    for (std::size_t k = 0; k < values.size(); ++k) values[k] -= less[k];
+std::vector<double> less(const std::vector<double>& values, std::int32_t contour, const Subtracted& minus) {
+    const FieldBase base{*minus.model, minus.material};
+    return value_difference(values, nodal_values(contour, minus.run->mesh, *minus.frame, &base), 1,
+                            minus.node_of);
 }
 
 }  // namespace
@@ -206,8 +208,7 @@ void Picture::find_nodal_values(const SceneTables& tables, const DisplayState& s
     const std::int32_t contour = state.shown_contour();
     const FieldBase* base = is_further(contour) ? field_base(tables, false) : nullptr;
     values_ = nodal_values(contour, tables.mesh(), frame, base);
-    if (tables.minus && !values_.empty())
-        take_off(values_, nodal_values(contour, tables.mesh(), *tables.minus, base));
+    if (tables.minus && !values_.empty()) values_ = less(values_, contour, *tables.minus);
 }
 
 // The same code picks a quantity out of the elements' table as out of the nodes'.

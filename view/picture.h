@@ -23,6 +23,15 @@
 
 namespace kestralum::view {
 
+// A frame of another run on the same mesh.
+struct Subtracted {
+    std::shared_ptr<const Model> model;
+    std::shared_ptr<const Run> run;
+    std::shared_ptr<const Frame> frame;
+    std::vector<std::int32_t> node_of;   // per node of the mesh shown its node in the run's, 0-based
+    std::vector<std::int32_t> material;  // node_materials() of the run's mesh
+};
+
 // What is drawn: a model as it was meshed, or a run with its own mesh and frames.
 struct SceneTables {
     const Model& model;
@@ -32,7 +41,7 @@ struct SceneTables {
     std::span<const RigidHold> rigid_holds = {};      // one per rigid element
     std::span<const SupportHold> support_holds = {};  // of mesh(), of supports with options
     std::span<const SupportSprings> support_springs = {};  // the same
-    const Frame* minus = nullptr;  // of mesh(): its values are taken off those of the frame shown; null: none
+    const Subtracted* minus = nullptr;  // its values are taken off those of the frame shown; null: none
     // What an element has itself, in the layout of Frame::node_stress with elements in place of nodes; empty
     // where it is not known.
     std::function<std::vector<double>(const Frame&)> element_stress = {};

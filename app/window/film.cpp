@@ -51,6 +51,7 @@ FilmMaker::FilmMaker(const ShownModel& shown, Film film, QObject* parent)
     shown_.store.settings = shown.store.settings;
     shown_.show(shown.store.model, shown.store.run);
     shown_.state = shown.state;
+    shown_.compare_like(shown);
     shown_.state.animation_running = false;
     shown_.camera = shown.camera;
 }
@@ -63,7 +64,7 @@ FilmMaker::~FilmMaker() {
         coder_->waitForFinished(2000);
     }
     if (context_.isValid() && context_.makeCurrent(&surface_)) {
-        shown_.drawing.release(true);
+        shown_.release_drawings(true);
         context_.doneCurrent();
     }
 }

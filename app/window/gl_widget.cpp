@@ -45,7 +45,7 @@ GLWidget::~GLWidget() {
 void GLWidget::forget_context() {
     if (!context()) return;
     makeCurrent();
-    shown_.drawing.release(true);
+    shown_.release_drawings(true);
     doneCurrent();
 }
 
@@ -90,7 +90,8 @@ void GLWidget::initializeGL() {
 void GLWidget::resizeGL(int width, int height) {
     const double ratio = devicePixelRatioF();
     shown_.camera.pixel_ratio = ratio;
-    view::resize(shown_.camera, static_cast<int>(width * ratio), static_cast<int>(height * ratio));
+    view::resize(shown_.camera, shown_.view_width(static_cast<int>(width * ratio)),
+                 static_cast<int>(height * ratio));
     // docks come and go: a model that stands as it was fitted stays fitted
     if (is_fitted()) fit_view();
 }
@@ -174,11 +175,24 @@ void GLWidget::look_from(view::ViewDirection direction) {
     fit_view();
 }
 
+void GLWidget::panes_changed() {
+    resizeGL(width(), height());
+    fit_view();
+}
+
+// In the view that the mouse acts in.
 QPoint GLWidget::pixel(const QPointF& place) const {
-    return (place * devicePixelRatioF()).toPoint();
+    return (place * devicePixelRatioF()).toPoint() - QPoint(pane_left_, 0);
+}
+
+void GLWidget::choose_pane(const QPointF& place) {
+    pane_left_ = 0;
+    const int half = shown_.camera.width;
+    if (shown_.comparison() == Compare::side_by_side && pixel(place).x() >= half) pane_left_ = half;
 }
 
 void GLWidget::mousePressEvent(QMouseEvent* event) {
+    choose_pane(event->position());
     pressed_at_ = pixel(event->position());
     click_ = event->button() == Qt::LeftButton;
     view::mouse_press(shown_.camera, pressed_at_.x(), pressed_at_.y());
@@ -234,6 +248,7 @@ void GLWidget::mouseReleaseEvent(QMouseEvent* event) {
 }
 
 void GLWidget::wheelEvent(QWheelEvent* event) {
+    choose_pane(event->position());
     const QPoint at = pixel(event->position());
     view::zoom_at(shown_.camera, shown_.box(), event->angleDelta().y() / 120.0, at.x(), at.y());
     update();

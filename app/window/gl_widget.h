@@ -24,6 +24,8 @@ public:
     ShownModel& shown() { return shown_; }
     view::DisplayState& state() { return shown_.state; }
 
+    // Views beside each other, or one again.
+    void panes_changed();
     void fit_view();
     void fit_if_outside();  // where what is drawn leaves the view or lies under the legend
     void look_from(view::ViewDirection direction);  // and fit
@@ -63,6 +65,7 @@ private:
     void draw_scene();
     void forget_context();
     QPoint pixel(const QPointF& place) const;
+    void choose_pane(const QPointF& place);
     bool move_section(const QPoint& at, Qt::KeyboardModifiers keys);
     template <typename Use>
     auto measure_texts(Use use);
@@ -81,6 +84,7 @@ private:
     bool grabbing_ = false, tick_ = false, ready_ = false;
     bool click_ = false;
     QPoint pressed_at_;
+    int pane_left_ = 0;                    // of the view that the mouse acts in
     QElapsedTimer drawing_, since_drawn_;  // of the picture under way; since the last was shown
     qint64 draw_time_ = 0;                 // of the last picture, ms
 };

@@ -80,6 +80,7 @@ public slots:
     void clearPixmap();
     void savePicture();
     void saveAnimation();
+    void holdResult();
     void copySelection();
     void clearSelection();
     void showPartFileDialog();
@@ -129,6 +130,9 @@ private:
     QAction* add_action(const char* text, const char* tip, Slot slot);
     void make_menus();
     void make_appended_entries();
+    void make_comparison_entries();  // main_window_comparison.cpp
+    void compare(Compare how);
+    void show_comparison();
     void make_help_menu();
     void make_controls(QVBoxLayout* column);
     void make_toolbars();
@@ -253,6 +257,7 @@ private:
     SweepPanel* sweep_ = nullptr;
     DisplayPanel* display_ = nullptr;
     QAction* all_frames_ = nullptr;
+    QAction *beside_ = nullptr, *difference_ = nullptr;
     bool leaves_sweep_ = false;  // the user wants to exit all the same
     QString starter_notice_;     // of the model under way, where it was made for a part
 

@@ -136,6 +136,7 @@ void MainWindow::make_appended_entries() {
     result_menu_->addAction(add_action("Save &Animation...",
                                        "Save the swing of a mode, steps or load cases as a film",
                                        &MainWindow::saveAnimation));
+    make_comparison_entries();
 }
 
 void MainWindow::make_help_menu() {

@@ -21,7 +21,7 @@ public:
     explicit PainterTexts(double pixel_ratio = qGuiApp->devicePixelRatio()) : TextPainter(pixel_ratio) {}
 
     void draw(double x, double y, const std::string& text, Size size, const view::Color& color) override {
-        texts_.push_back({x, y, text, size, color});
+        texts_.push_back({left() + x, y, text, size, color});
     }
     double width(const std::string& text, Size size) const override {
         return QFontMetricsF(font(size)).horizontalAdvance(QString::fromStdString(text));

@@ -41,7 +41,7 @@ class ImageCamera {
 public:
     ImageCamera(ShownModel& shown, const ImageOptions& options, int height)
         : camera_(shown.camera), former_(shown.camera) {
-        view::resize(camera_, options.size.width(), height);
+        view::resize(camera_, shown.view_width(options.size.width()), height);
         camera_.pixel_ratio = ratio_of(options);
         if (options.whole_width) view::keep_width(camera_, shown.box(), former_.aspect());
     }
@@ -66,9 +66,9 @@ QImage draw_scene(ShownModel& shown, const QSize& size, PainterTexts& texts, con
                     .arg(size.height());
         return {};
     }
-    shown.drawing.set_background(background);
+    shown.set_background(background);
     shown.draw(texts);
-    shown.drawing.set_background(grey);
+    shown.set_background(grey);
     target.release();
     return target.toImage().convertToFormat(QImage::Format_RGB32);
 }

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <utility>
 
+#include "analysis/element_values.h"
 #include "conditions/constraints.h"
 #include "conditions/rigid_bodies.h"
 #include "conditions/supports.h"
 #include "model/selection.h"
+#include "results/match_mesh.h"
 #include "view/aim.h"
 
 namespace kestralum {
@@ -75,6 +77,8 @@ void ShownModel::show(std::shared_ptr<const Model> model, std::shared_ptr<const 
     patches_.reset();
     free_faces_.clear();
     clear_selection();
+    held_.node_of.clear();
+    if (compare_ == Compare::difference && !match_held().empty()) compare_ = Compare::off;
 }
 
 void ShownModel::reset_light() {
@@ -83,8 +87,14 @@ void ShownModel::reset_light() {
 }
 
 view::SceneTables ShownModel::tables() const {
-    return {*store.model, store.run.get(), force_node_,     fixed_nodes_,
-            rigid_holds_, support_holds_,  support_springs_};
+    view::SceneTables tables{*store.model, store.run.get(), force_node_,     fixed_nodes_,
+                             rigid_holds_, support_holds_,  support_springs_};
+    if (compare_ == Compare::difference && !held_.node_of.empty()) tables.minus = &held_;
+    if (store.run)
+        tables.element_stress = [model = store.model, run = store.run](const Frame& frame) {
+            return element_values(*model, *run, frame);
+        };
+    return tables;
 }
 
 view::Scene ShownModel::box() const {

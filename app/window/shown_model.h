@@ -13,6 +13,8 @@
 
 namespace kestralum {
 
+enum class Compare { off, side_by_side, difference };
+
 class ShownModel {
 public:
     ModelStore store;
@@ -48,7 +50,22 @@ public:
     // What is drawn reaches out of the view or under the texts, at an end of its swing.
     bool leaves_view(const view::gl::TextPainter& texts);
 
-    void draw(view::gl::TextPainter& texts) { drawing.draw(tables(), state, camera, texts); }
+    void draw(view::gl::TextPainter& texts);
+
+    // Keeps the result that is shown, to be compared with others: beside them, with the same camera, colours
+    // and deformation, or as what others differ from it by.
+    void hold_result();
+    bool holds_result() const { return held_.run != nullptr; }
+    const std::string& held_title() const { return held_title_; }
+    Compare comparison() const { return compare_; }
+    // Why it cannot be compared so, in one line; empty: it is.
+    [[nodiscard]] std::string compare(Compare how);
+    // The same result and way as another's.
+    void compare_like(const ShownModel& other);
+    // Width and height of each view in a window of that size.
+    int view_width(int width) const { return compare_ == Compare::side_by_side ? width / 2 : width; }
+    void set_background(const view::Color& color);
+    void release_drawings(bool context_alive);
 
     // The node under a pixel: marked in the picture and named in a line for the status bar; "" beside the
     // model, which takes the mark away. The faces around the pixel are selected: in place of those that are,
@@ -85,6 +102,15 @@ private:
     std::vector<view::SupportSprings> support_springs_;
 
     std::vector<std::int32_t> recent_picks_;
+    std::string match_held();
+    void draw_both(view::gl::TextPainter& texts);
+
+    view::Subtracted held_;  // node_of and material: of the run shown, in Compare::difference
+    std::int32_t held_frame_ = 1;
+    std::string held_title_;
+    Compare compare_ = Compare::off;
+    view::gl::SceneDrawing held_drawing_;
+    std::vector<std::int32_t> held_fixed_nodes_;
     view::FaceSelection selection_;
     std::string records_;                   // of the selection, once they have been asked for
     std::vector<std::string> given_names_;  // in records so far

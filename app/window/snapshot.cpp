@@ -101,7 +101,7 @@ ExitStatus write_picture(const WindowOptions& options, ShownModel& shown, Progre
     }
     QString error;
     const QImage image = render_image(shown, image_options(options), error);
-    shown.drawing.release(true);
+    shown.release_drawings(true);
     if (error.isEmpty()) error = save_image(image, QString::fromStdString(options.snapshot));
     if (error.isEmpty()) return exit_done;
     progress.error("%s", error.toStdString().c_str());

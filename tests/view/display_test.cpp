@@ -121,7 +121,7 @@ TEST(Aim, ThePlaneFollowsTheMouse) {
 struct Bar : ::testing::Test {
     Bar() {
         model.materials.resize(1);
-                model.parts.resize(1);
+        model.parts.resize(1);
         run.mesh = box_mesh({{4, 1, 1}, {4, 1, 1}}, ElementKind::hexahedron);
         run.mesh.size_info = {0, 0, 0, 4, 1, 1};
         run.mesh.max_length = 4;
@@ -161,8 +161,21 @@ TEST_F(Bar, RangesFurtherQuantitiesAndDifferences) {
     update();
     EXPECT_EQ(picture.range()->low.value, -1e6);
     state.further = 0;
-    Frame other = *run.results[0];
-    for (double& s : other.node_stress) s *= 0.75;
+    // the other run has its nodes in the opposite order
+    Subtracted other{std::make_shared<Model>(model), nullptr, nullptr, {}, node_materials(model, run.mesh)};
+    auto reversed = std::make_shared<kestralum::Run>(run);
+    Frame frame = *run.results[0];
+    const std::int32_t last = run.mesh.node_num() - 1;
+    for (std::int32_t n = 0; n <= last; ++n) {
+        other.node_of.push_back(last - n);
+        for (std::size_t g = 0; g < stress_groups; ++g)
+            for (std::size_t c = 0; c < 3; ++c) {
+                const std::size_t at = g * frame.mode_vec.size() + c;
+                frame.node_stress[at + 3 * (last - n)] = 0.75 * run.results[0]->node_stress[at + 3 * n];
+            }
+    }
+    other.run = reversed;
+    other.frame = std::make_shared<const Frame>(frame);
     tables.minus = &other;
     picture.results_changed();
     update();

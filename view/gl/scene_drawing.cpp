@@ -85,15 +85,17 @@ void SceneDrawing::draw(const SceneTables& tables, const DisplayState& state, co
 }
 
 void SceneDrawing::set_state(const DisplayState& state, const Camera& camera, const Scene& scene) const {
-    glViewport(0, 0, camera.width, camera.height);
+    glViewport(camera.left, 0, camera.width, camera.height);
     glClearColor(background_[0], background_[1], background_[2], background_[3]);
     glDepthMask(GL_TRUE);
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
-    glDisable(GL_SCISSOR_TEST);
+    glScissor(camera.left, 0, camera.width, camera.height);
+    glEnable(GL_SCISSOR_TEST);  // a view beside another clears its own part
     glDisable(GL_STENCIL_TEST);
     glDisable(GL_TEXTURE_2D);
     glDisable(GL_CULL_FACE);
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    glDisable(GL_SCISSOR_TEST);
     glEnable(GL_MULTISAMPLE);
     glEnable(GL_DEPTH_TEST);
     glDepthFunc(GL_LEQUAL);

@@ -31,6 +31,8 @@ public:
               TextPainter& painter);
 
     // What is behind the model from the next picture on.
+    // A line above all others in the corner; empty: none.
+    void set_title(const std::string& title) { title_ = title; }
     void set_background(const Color& color) { background_ = color; }
 
     // The node that was picked: marked and named in the picture until the mesh changes or none is set.
@@ -85,6 +87,7 @@ private:
                          const Camera& camera) const;
     std::optional<Vec3> picked_place(const SceneTables& tables, const DisplayState& state) const;
 
+    std::string title_;
     Color background_{0.9f, 0.9f, 0.9f, 1};
     Picture picture_;
     MeshDrawing mesh_;

@@ -241,13 +241,16 @@ OverlayTexts SceneDrawing::texts(const SceneTables& tables, const DisplayState& 
                                  tables.model.control, state.frame);
         if (picture_.deformed()) out.scale = scale_text(picture_.factor());
     }
+    if (!title_.empty()) out.lines.push_back(title_);
     if (state.shows(ViewFlag::fem_information) && tables.mesh().element_num() > 0)
-        out.lines = fem_information(tables.mesh(), tables.model.parts.size());
+        for (const std::string& line : fem_information(tables.mesh(), tables.model.parts.size()))
+            out.lines.push_back(line);
     if (pick_ && state.shows(ViewFlag::text)) out.lines.push_back(pick_text(*pick_));
     if (state.shows(ViewFlag::text))
         out.lines.insert(out.lines.end(), selection_text_.begin(), selection_text_.end());
     if (!results_.text().empty()) out.lines.push_back(results_.text());
     out.bar = shown_bar(picture_, state, tables.ana_type());
+    if (tables.minus && !out.bar.title.empty()) out.bar.title = "Difference: " + out.bar.title;
     out.triad = state.shows(ViewFlag::axes);
     return out;
 }

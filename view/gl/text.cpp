@@ -48,7 +48,7 @@ void* font_of(TextSize size) {
 // glWindowPos, not glRasterPos: a text that begins left of the view is drawn as far as it is inside.
 void GlutText::draw(double x, double y, const std::string& text, TextSize size, const Color& color) {
     glColor4fv(color.data());
-    glWindowPos2d(x, view_height_ - y);
+    glWindowPos2d(left() + x, view_height_ - y);
     for (const char letter : text) glutBitmapCharacter(font_of(size), static_cast<unsigned char>(letter));
 }
 

@@ -19,9 +19,12 @@ public:
     // With a little room.
     double height(TextSize size) const { return pixel_ratio_ * (size == TextSize::large ? 18 : 13); }
     double pixel_ratio() const { return pixel_ratio_; }
+    // Places count from there on: the left edge of one of several views beside each other.
+    void set_left(double left) { left_ = left; }
+    double left() const { return left_; }
 
 private:
-    double pixel_ratio_;
+    double pixel_ratio_, left_ = 0;
 };
 
 // True where GLUT can be used: it needs an X display. The first call initialises it.

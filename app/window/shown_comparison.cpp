@@ -1,0 +1,113 @@
+// A held result beside the one that is shown, or taken off it.
+#include <algorithm>
+
+#include "app/window/caption.h"
+#include "app/window/shown_model.h"
+#include "conditions/constraints.h"
+#include "results/match_mesh.h"
+
+namespace kestralum {
+
+void ShownModel::hold_result() {
+    if (mode_num() == 0) return;
+    held_ = {store.model, store.run, nullptr, {}, {}};
+    held_frame_ = state.frame;
+    held_.frame = view::frame_at(tables().frames(), held_frame_);
+    held_title_ = caption_text(*this);
+    held_fixed_nodes_ = fixed_nodes_;
+    held_drawing_.mesh_changed();
+    ++revision_;
+}
+
+// Which nodes of the held run's mesh those of the shown one's are.
+std::string ShownModel::match_held() {
+    if (!held_.node_of.empty()) return "";
+    if (!store.run || store.run->results.empty()) return "There is no result to take the held one off";
+    MeshMatch match = match_meshes(store.run->mesh, held_.run->mesh, Coordinates::as_written);
+    if (!match.same()) return "The held result is of another mesh: " + match.why_not;
+    held_.node_of = std::move(match.node_of);
+    held_.material = node_materials(*held_.model, held_.run->mesh);
+    return "";
+}
+
+std::string ShownModel::compare(Compare how) {
+    if (how != Compare::off && !holds_result()) return "Hold a result first";
+    if (how == Compare::difference)
+        if (std::string why = match_held(); !why.empty()) return why;
+    if (how != compare_) results_changed();
+    compare_ = how;
+    return "";
+}
+
+void ShownModel::compare_like(const ShownModel& other) {
+    held_ = other.held_;
+    held_frame_ = other.held_frame_;
+    held_title_ = other.held_title_;
+    held_fixed_nodes_ = other.held_fixed_nodes_;
+    compare_ = other.compare_;
+    held_drawing_.mesh_changed();
+    results_changed();
+}
+
+namespace {
+
+// Both in the colours that reach over both.
+void share_range(view::DisplayState& a, view::DisplayState& b, const view::Picture& first,
+                 const view::Picture& second) {
+    if (!first.contour() || !second.contour()) return;
+    const auto one = first.color_ends(a.scale), other = second.color_ends(b.scale);
+    for (view::DisplayState* state : {&a, &b}) {
+        state->scale.range = view::RangeKind::fixed;
+        state->scale.low = std::min(one[0], other[0]);
+        state->scale.high = std::max(one[1], other[1]);
+    }
+}
+
+}  // namespace
+
+void ShownModel::draw(view::gl::TextPainter& texts) {
+    if (compare_ == Compare::side_by_side) return draw_both(texts);
+    drawing.set_title(compare_ == Compare::difference ? "Less " + held_title_ : "");
+    drawing.draw(tables(), state, camera, texts);
+}
+
+void ShownModel::draw_both(view::gl::TextPainter& texts) {
+    const view::SceneTables held{.model = *held_.model,
+                                 .run = held_.run.get(),
+                                 .force_node = held_.run->force_node,
+                                 .fixed_nodes = held_fixed_nodes_};
+    view::DisplayState right = state, left = state;
+    left.result_ready = true;
+    const bool steps = has_steps(held_.run->ana_type) && has_steps(ana_type());
+    left.frame = view::clamp_frame(steps ? state.frame : held_frame_, held_.run->mode_num());
+    left.real_time = false;
+    left.highlight = {};
+    left.probes.clear();
+    if (held_.model != store.model) left.part_looks.clear();
+    drawing.update(tables(), right);
+    left.deformation = view::Deformation::fixed;
+    left.deformation_factor = drawing.picture().factor();
+    held_drawing_.update(held, left);
+    share_range(left, right, held_drawing_.picture(), drawing.picture());
+    view::Camera half = camera;
+    half.left = 0;
+    held_drawing_.set_title("Held: " + held_title_);
+    held_drawing_.draw(held, left, half, texts);
+    half.left = camera.width;
+    texts.set_left(half.left);
+    drawing.set_title("Shown: " + caption_text(*this));
+    drawing.draw(tables(), right, half, texts);
+    texts.set_left(0);
+}
+
+void ShownModel::set_background(const view::Color& color) {
+    drawing.set_background(color);
+    held_drawing_.set_background(color);
+}
+
+void ShownModel::release_drawings(bool context_alive) {
+    drawing.release(context_alive);
+    held_drawing_.release(context_alive);
+}
+
+}  // namespace kestralum
