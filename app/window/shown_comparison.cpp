@@ -1,5 +1,6 @@
 // A held result beside the one that is shown, or taken off it.
 #include <algorithm>
+#include <string_view>
 
 #include "app/window/caption.h"
 #include "app/window/shown_model.h"
@@ -8,12 +9,27 @@
 
 namespace kestralum {
 
+namespace {
+
+// The caption with the frame, in letters that every font has.
+std::string title_of(ShownModel& shown) {
+    std::string title = caption_text(shown);
+    for (std::size_t at; (at = title.find("\u00b7")) != std::string::npos;)
+        title.replace(at, std::string_view("\u00b7").size(), "-");
+    const view::SceneTables tables = shown.tables();
+    const std::string frame =
+        view::legend_text(tables.ana_type(), -1, tables.frames(), tables.model.control, shown.state.frame);
+    return frame.empty() ? title : title + (frame[0] == ',' ? "" : " - ") + frame;
+}
+
+}  // namespace
+
 void ShownModel::hold_result() {
     if (mode_num() == 0) return;
     held_ = {store.model, store.run, nullptr, {}, {}};
     held_frame_ = state.frame;
     held_.frame = view::frame_at(tables().frames(), held_frame_);
-    held_title_ = caption_text(*this);
+    held_title_ = title_of(*this);
     held_fixed_nodes_ = fixed_nodes_;
     held_drawing_.mesh_changed();
     ++revision_;
@@ -95,7 +111,7 @@ void ShownModel::draw_both(view::gl::TextPainter& texts) {
     held_drawing_.draw(held, left, half, texts);
     half.left = camera.width;
     texts.set_left(half.left);
-    drawing.set_title("Shown: " + caption_text(*this));
+    drawing.set_title("Shown: " + title_of(*this));
     drawing.draw(tables(), right, half, texts);
     texts.set_left(0);
 }
