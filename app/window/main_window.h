@@ -34,6 +34,7 @@ class ProgressLine;
 class SweepPanel;
 class ViewMenu;
 struct AnalysisEntry;
+struct ReportChoice;
 struct StoredRun;
 
 class MainWindow : public QMainWindow {
@@ -78,6 +79,7 @@ public slots:
     void clearPixmap();
     void savePicture();
     void saveAnimation();
+    void saveReport();
     void copySelection();
     void clearSelection();
     void showPartFileDialog();
@@ -194,6 +196,7 @@ private:
     void show_pixmap(const QImage& image);
     QString offered_name();
     void start_film(Film film, bool all_frames_range);
+    void start_report(const ReportChoice& choice, const QString& name);
 
     void say(const QString& text);
     // Keeps messages; the first error or summary is also said in the status bar. Gives them as they are kept.
