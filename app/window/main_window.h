@@ -195,6 +195,7 @@ private:
     // main_window_pictures.cpp
     void show_pixmap(const QImage& image);
     QString offered_name();
+    bool may_replace_series(const QString& name);
     void start_film(Film film, bool all_frames_range);
     void start_report(const ReportChoice& choice, const QString& name);
 

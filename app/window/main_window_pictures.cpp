@@ -94,9 +94,18 @@ void MainWindow::saveAnimation() {
     if (name.isEmpty()) return;
     if (const QString missing = film_hindrance(name); !missing.isEmpty())
         return refuse("The animation was not saved", {missing});
+    if (film_format(name.toStdString()) == FilmFormat::png_series && !may_replace_series(name)) return;
     start_film(
         {name, film_frames(shown.ana_type(), shown.mode_num(), choice->range), choice->fps, choice->image},
         choice->all_frames_range);
+}
+
+// The file dialog asked about a name without a number.
+bool MainWindow::may_replace_series(const QString& name) {
+    const QString first = QString::fromStdString(series_name(name.toStdString(), 1));
+    enum Answer { replace, leave };
+    return !QFileInfo::exists(first) || ask(this, first + " is there already.", "Replace these pictures?",
+                                            {"Replace", "Leave them"}, leave, leave) == replace;
 }
 
 // Beside the view, which goes on with what it shows.

@@ -113,6 +113,8 @@ TEST_F(Saving, AFilmOfAModeIsOneSwing) {
     }
     EXPECT_EQ(state(), shown_before);
     EXPECT_EQ(camera(), camera_before);
+    EXPECT_TRUE(contains(told_by([&] { save("Save &Animation...", fields, "swing.png"); }, {"Leave them"}),
+                         "swing_0001.png is there already"));
     // stopped: at once, and nothing stays
     save("Save &Animation...", fields, "other.png");
     QProgressDialog* progress = nullptr;
