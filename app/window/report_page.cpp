@@ -105,7 +105,8 @@ std::string pictures(const ReportPage& page) {
     std::string out = heading("Pictures");
     for (const ReportPicture& picture : page.pictures)
         out += "<figure><img alt=\"" + escaped(picture.title) + "\" src=\"data:image/png;base64," +
-               picture.png_base64 + "\"/>\n<figcaption>" + escaped(picture.title) + "</figcaption></figure>\n";
+               picture.png_base64 + "\"/>\n<figcaption>" + escaped(picture.title) +
+               "</figcaption></figure>\n";
     return out;
 }
 
