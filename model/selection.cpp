@@ -86,6 +86,26 @@ std::vector<std::int32_t> select_nodes(const BoundaryCondition& record, const Me
     });
 }
 
+std::vector<std::int32_t> select_nodes(const VelocityRecord& record, const std::vector<Part>& parts,
+                                       const Mesh& mesh) {
+    if (record.kind != VelocitySelection::part) {
+        BoundaryCondition selection;
+        selection.kind = static_cast<Selection>(record.kind);
+        selection.axis = record.axis;
+        selection.box = record.box;
+        return select_nodes(selection, mesh);
+    }
+    const std::size_t per_element = mesh.node_per_element();
+    std::vector<char> on(mesh.node_num(), 0);
+    for (std::size_t k = 0; k < mesh.connectivity.size(); ++k)
+        if (is_of_part(parts, mesh.p_ele_part_id[k / per_element], record.name))
+            on[node_index(mesh.connectivity[k])] = 1;
+    std::vector<std::int32_t> nodes;
+    for (std::size_t n = 0; n < on.size(); ++n)
+        if (on[n]) nodes.push_back(static_cast<std::int32_t>(n));
+    return nodes;
+}
+
 std::vector<std::int32_t> select_nodes(const AppliedForce& record, const Mesh& mesh) {
     if (!record.set_name.empty()) return nodes_of_set(mesh, record.set_name);
     return nodes_where(

@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include "model/explicit_records.h"
 #include "model/topology.h"
 
 namespace kestralum {
@@ -16,9 +17,13 @@ namespace kestralum {
 bool in_box(const double* x, const std::array<double, 6>& box, double margin);
 bool strictly_in_box(const double* x, const std::array<double, 6>& box, double margin);
 
-// Nodes (0-based, ascending) of a support or a velocity: kind plane within 1e-10 m of the plane (the axis's
+// Nodes (0-based, ascending) of a support: kind plane within 1e-10 m of the plane (the axis's
 // max), kind area exactly on it and within 1e-10 m of the rectangle, kind volume within 1e-6 m of the box.
 std::vector<std::int32_t> select_nodes(const BoundaryCondition& record, const Mesh& mesh);
+
+// The same of a velocity; of kind part the nodes of the elements of the parts of that name.
+std::vector<std::int32_t> select_nodes(const VelocityRecord& record, const std::vector<Part>& parts,
+                                       const Mesh& mesh);
 
 // Nodes of an area force: strictly inside its box made 1e-7 m wider.
 std::vector<std::int32_t> select_nodes(const AppliedForce& record, const Mesh& mesh);

@@ -42,14 +42,21 @@ void check_shape(const Mesh& mesh, std::int32_t e, std::span<const double> x, Mo
 void check_elements(const Model& model, const Mesh& mesh, ModelCheck& out) {
     const ElementType& type = element_type(mesh.element_type);
     ElementPoints points;
+    out.part_mass.assign(model.parts.size(), 0);
+    out.part_volume.assign(model.parts.size(), 0);
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         const bool sound = evaluate_points(type, mesh, e, points);
         const ElementPlace place{e, element_volume(type, points), element_centre(mesh, e)};
         out.volume += place.volume;
         check_shape(mesh, e, points.x, out);
-        const Part& part = model.parts[mesh.p_ele_part_id[e]];
-        if (part.material_id >= 0 && std::size_t(part.material_id) < model.materials.size())
-            out.mass += place.volume * model.materials[part.material_id].density;
+        const std::int32_t p = mesh.p_ele_part_id[e];
+        const Part& part = model.parts[p];
+        out.part_volume[p] += place.volume;
+        if (part.material_id >= 0 && std::size_t(part.material_id) < model.materials.size()) {
+            const double mass = place.volume * model.materials[part.material_id].density;
+            out.mass += mass;
+            out.part_mass[p] += mass;
+        }
         if (out.smallest.element < 0 || place.volume < out.smallest.volume) out.smallest = place;
         if (out.largest.element < 0 || place.volume > out.largest.volume) out.largest = place;
         if (!sound && ++out.bad_count <= 100) out.bad.push_back(place);

@@ -40,8 +40,9 @@ struct ShapeMeasure {
 };
 
 struct ModelCheck {
-    double mass = 0;    // kg
-    double volume = 0;  // m^3
+    double mass = 0;                             // kg
+    double volume = 0;                           // m^3
+    std::vector<double> part_mass, part_volume;  // of them, per part of the model
     ElementPlace smallest, largest;
     std::vector<ElementPlace> bad;  // elements with a non-positive Jacobian; the first hundred
     std::int64_t bad_count = 0;

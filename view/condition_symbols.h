@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -54,6 +55,7 @@ struct ConditionTables {
     std::span<const SupportSprings> springs;
     std::span<const double> coordinates;  // node_num × 3, as drawn
     ActingCases acting = {};
+    std::optional<double> time = {};  // of the explicit frame that is shown, s; none: before a run
 };
 
 // What has one colour and is lit.
@@ -84,7 +86,12 @@ ConditionSymbols support_symbols(const ConditionTables& tables);
 // the name. Remote loads on rigid elements are drawn with those.
 ConditionSymbols load_symbols(const ConditionTables& tables);
 
-// What both draw with.
+// Of the explicit analysis: an initial velocity, before a run and at time 0, as an arrow above its nodes, or
+// beside them where they move up or down; a prescribed one as an arrow before its nodes, or behind them where
+// the model stands in its way, with the value at the time, before a run with its text.
+ConditionSymbols velocity_symbols(const ConditionTables& tables);
+
+// What these draw with.
 
 // Some of the faces, spread evenly.
 struct FacePlace {

@@ -10,7 +10,7 @@ namespace kestralum::view {
 
 namespace {
 
-constexpr Color pressure_color{0.25f, 0.05f, 0.5f, 1}, traction_color{0.9f, 0.4f, 0, 1},
+constexpr Color pressure_color{0.6f, 0.15f, 0.95f, 1}, traction_color{0.9f, 0.4f, 0, 1},
     remote_color{0.75f, 0.05f, 0.4f, 1}, mass_color{0, 0.4f, 0.4f, 1};
 
 class Builder {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "model/mesh.h"
@@ -30,8 +31,11 @@ struct Highlight {
     std::vector<ElementFace> faces;   // tinted and outlined
     std::vector<std::int32_t> parts;  // the same for all their drawn faces
     std::vector<Vec3> points;         // of the undeformed model, m: marked
+    std::vector<std::string> sets;    // named beside their middle
     bool operator==(const Highlight&) const = default;
-    bool empty() const { return nodes.empty() && faces.empty() && parts.empty() && points.empty(); }
+    bool empty() const {
+        return nodes.empty() && faces.empty() && parts.empty() && points.empty() && sets.empty();
+    }
 };
 
 }  // namespace kestralum::view

@@ -13,25 +13,10 @@ namespace {
 // Nodes on solid elements that a velocity record selects.
 std::vector<std::int32_t> nodes_of(const VelocityRecord& record, const Job& job,
                                    const NodeElements& node_elements) {
-    const Mesh& mesh = job.mesh();
-    std::vector<std::int32_t> nodes;
-    if (record.kind == VelocitySelection::part) {
-        const std::size_t per_element = mesh.node_per_element();
-        std::vector<char> on(mesh.node_num(), 0);
-        for (std::size_t k = 0; k < mesh.connectivity.size(); ++k)
-            if (is_of_part(job.model.parts, mesh.p_ele_part_id[k / per_element], record.name))
-                on[node_index(mesh.connectivity[k])] = 1;
-        for (std::size_t n = 0; n < on.size(); ++n)
-            if (on[n]) nodes.push_back(static_cast<std::int32_t>(n));
-        return nodes;
-    }
-    BoundaryCondition selection;
-    selection.kind = static_cast<Selection>(record.kind);
-    selection.axis = record.axis;
-    selection.box = record.box;
-    for (std::int32_t n : select_nodes(selection, mesh))
-        if (node_elements.start[n] != node_elements.start[static_cast<std::size_t>(n) + 1])
-            nodes.push_back(n);
+    std::vector<std::int32_t> nodes = select_nodes(record, job.model.parts, job.mesh());
+    std::erase_if(nodes, [&](std::int32_t n) {
+        return node_elements.start[n] == node_elements.start[static_cast<std::size_t>(n) + 1];
+    });
     return nodes;
 }
 

@@ -99,7 +99,7 @@ QString FilmMaker::start_coder() {
                               "file:" + temporary().toStdString()))
         arguments << QString::fromStdString(argument);
     connect(coder_.get(), &QProcess::finished, this, &FilmMaker::coder_ended);
-    connect(coder_.get(), &QProcess::bytesWritten, this, &FilmMaker::go_on);
+    connect(coder_.get(), &QProcess::bytesWritten, this, &FilmMaker::schedule);
     coder_->setStandardOutputFile(QProcess::nullDevice());
     coder_->start(coder_program(), arguments);
     constexpr int patience = 10000;  // ms
@@ -112,19 +112,26 @@ void FilmMaker::start() {
         if (over_) return;
         if (const QString error = prepare(); !error.isEmpty()) return end(error);
         begun_ = true;
-        go_on();
+        schedule();
     });
+}
+
+// The window's events come between two pictures.
+void FilmMaker::schedule() {
+    if (over_ || !begun_ || std::exchange(scheduled_, true)) return;
+    QTimer::singleShot(0, this, &FilmMaker::go_on);
 }
 
 // One picture, and the next in another turn of the event loop; none while the coder has enough to do.
 void FilmMaker::go_on() {
     constexpr qint64 enough = 8 << 20;  // bytes
-    if (over_ || !begun_ || done_ == count() || (coder_ && coder_->bytesToWrite() > enough)) return;
+    scheduled_ = false;
+    if (over_ || done_ == count() || (coder_ && coder_->bytesToWrite() > enough)) return;
     if (const QString error = add_picture(); !error.isEmpty()) return end(error);
     ++done_;
     emit progressed(static_cast<int>(done_));
     if (over_) return;
-    if (done_ < count()) return QTimer::singleShot(0, this, &FilmMaker::go_on);
+    if (done_ < count()) return schedule();
     if (coder_) return coder_->closeWriteChannel();  // coder_ended() follows
     end(place_files());
 }

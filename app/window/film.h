@@ -53,6 +53,7 @@ signals:
 private:
     QString prepare();
     QString start_coder();
+    void schedule();
     void go_on();
     QString add_picture();
     QString add_to_series(const QImage& image) const;
@@ -68,7 +69,7 @@ private:
     std::unique_ptr<QTemporaryDir> folder_;
     std::unique_ptr<QProcess> coder_;  // null: a PNG series
     std::size_t done_ = 0;
-    bool begun_ = false, over_ = false;
+    bool begun_ = false, scheduled_ = false, over_ = false;
 };
 
 }  // namespace kestralum

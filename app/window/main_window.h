@@ -35,6 +35,7 @@ class DisplayPanel;
 class SweepPanel;
 class ViewMenu;
 struct AnalysisEntry;
+struct ReportChoice;
 struct StoredRun;
 
 class MainWindow : public QMainWindow {
@@ -81,6 +82,7 @@ public slots:
     void savePicture();
     void saveAnimation();
     void holdResult();
+    void saveReport();
     void copySelection();
     void clearSelection();
     void showPartFileDialog();
@@ -203,7 +205,9 @@ private:
     // main_window_pictures.cpp
     void show_pixmap(const QImage& image);
     QString offered_name();
+    bool may_replace_series(const QString& name);
     void start_film(Film film, bool all_frames_range);
+    void start_report(const ReportChoice& choice, const QString& name);
 
     void say(const QString& text);
     // Keeps messages; the first error or summary is also said in the status bar. Gives them as they are kept.

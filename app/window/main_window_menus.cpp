@@ -136,6 +136,9 @@ void MainWindow::make_appended_entries() {
     result_menu_->addAction(add_action("Save &Animation...",
                                        "Save the swing of a mode, steps or load cases as a film",
                                        &MainWindow::saveAnimation));
+    result_menu_->addAction(add_action("Save &Report...",
+                                       "Save model, run and pictures as one page for the browser",
+                                       &MainWindow::saveReport));
     make_comparison_entries();
 }
 

@@ -94,9 +94,18 @@ void MainWindow::saveAnimation() {
     if (name.isEmpty()) return;
     if (const QString missing = film_hindrance(name); !missing.isEmpty())
         return refuse("The animation was not saved", {missing});
+    if (film_format(name.toStdString()) == FilmFormat::png_series && !may_replace_series(name)) return;
     start_film(
         {name, film_frames(shown.ana_type(), shown.mode_num(), choice->range), choice->fps, choice->image},
         choice->all_frames_range);
+}
+
+// The file dialog asked about a name without a number.
+bool MainWindow::may_replace_series(const QString& name) {
+    const QString first = QString::fromStdString(series_name(name.toStdString(), 1));
+    enum Answer { replace, leave };
+    return !QFileInfo::exists(first) || ask(this, first + " is there already.", "Replace these pictures?",
+                                            {"Replace", "Leave them"}, leave, leave) == replace;
 }
 
 // Beside the view, which goes on with what it shows.
@@ -135,6 +144,39 @@ void MainWindow::start_film(Film film, bool all_frames_range) {
         film_ = nullptr;
     });
     film_->start();
+}
+
+void MainWindow::saveReport() {
+    const auto choice = ask_for_report(this, view_->state().result_ready);
+    if (!choice) return;
+    const QString name = ask_for_new_file(this, "Save Report", offered_name(), ".html");
+    if (name.isEmpty()) return;
+    after_run("Report", [this, choice = *choice, name] { start_report(choice, name); });
+}
+
+// What takes time beside the window, the pictures when it is done.
+void MainWindow::start_report(const ReportChoice& choice, const QString& name) {
+    const std::shared_ptr<const Model> model = store().model;
+    const std::shared_ptr<const Run> run = store().run;
+    auto texts = std::make_shared<ReportTexts>();
+    worker_->start(
+        "Report",
+        [texts, model, run, settings = store().settings](Progress& progress) {
+            progress.set_stage("check");
+            *texts = report_texts(*model, run.get(), settings, progress);
+        },
+        [this, texts, model, run, choice, name](const Heard& heard) {
+            if (heard.stopped) return say("The report was stopped");
+            if (store().model != model || store().run != run)
+                return say("The report was not saved: another model or result is shown");
+            QString error;
+            view_->makeCurrent();
+            auto pictures = draw_report_pictures(view_->shown(), choice, error);
+            view_->doneCurrent();
+            if (error.isEmpty()) error = write_report(view_->shown(), *texts, std::move(pictures), name);
+            if (!error.isEmpty()) return refuse("The report was not saved", {error});
+            tell(MessageKind::summary, {name + " was written"});
+        });
 }
 
 }  // namespace kestralum

@@ -103,6 +103,7 @@ private:
             OutlineItem& item = add(set.name, amount(set.nodes.size(), "node", "nodes") + ", " +
                                                   amount(set.faces.size(), "face", "faces"));
             point_out(item, set.name);
+            item.highlight.sets = {set.name};
         }
         // groups of meshes come before the sets of the file
         find_records(Keyword::set_info, items_.size() - std::min(items_.size(), model_.sets.size()));

@@ -149,6 +149,7 @@ void ModelTree::show_chosen() {
         all.faces.insert(all.faces.end(), h.faces.begin(), h.faces.end());
         all.parts.insert(all.parts.end(), h.parts.begin(), h.parts.end());
         all.points.insert(all.points.end(), h.points.begin(), h.points.end());
+        all.sets.insert(all.sets.end(), h.sets.begin(), h.sets.end());
     }
     shown_.state.highlight = std::move(all);
     place_->setText(

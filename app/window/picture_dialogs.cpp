@@ -6,12 +6,14 @@
 #include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListWidget>
 #include <QSpinBox>
 #include <QVBoxLayout>
 #include <algorithm>
 
 #include "app/window/dialogs.h"
 #include "app/window/widgets.h"
+#include "view/contour.h"
 #include "view/display_state.h"
 
 namespace kestralum {
@@ -155,6 +157,34 @@ std::optional<FilmChoice> ask_for_film(QWidget* parent, const PictureOf& view, A
     }
     return FilmChoice{static_cast<FilmFormat>(format->currentData().toInt()), chosen(), fps->value(),
                       same->isChecked(), *options};
+}
+
+std::optional<ReportChoice> ask_for_report(QWidget* parent, bool results) {
+    FormDialog asked(parent, "Save Report");
+    const auto box = [&](const char* name, const char* text, bool on) {
+        auto* out = named(name, new QCheckBox(text));
+        out->setChecked(on);
+        asked.form->addRow("", out);
+        return out;
+    };
+    const QCheckBox *model = box("report model", "The model with its supports and loads", true),
+                    *current = box("report view", "The view as it is", true),
+                    *sides = box("report sides", "From the front, the right and above", false);
+    auto* list = named("report quantities", new QListWidget);
+    for (std::int32_t row = 0; row < std::ssize(view::quantities); ++row) {
+        if (view::quantities[row].source == view::Source::none) continue;
+        auto* item = new QListWidgetItem(view::quantities[row].text, list);
+        item->setData(Qt::UserRole, row);
+        item->setCheckState(Qt::Unchecked);
+    }
+    list->setEnabled(results);
+    asked.form->addRow("Contours too:", list);
+    if (!asked.exec()) return std::nullopt;
+    ReportChoice out{model->isChecked(), current->isChecked(), sides->isChecked(), {}};
+    for (int k = 0; results && k < list->count(); ++k)
+        if (list->item(k)->checkState() == Qt::Checked)
+            out.quantities.push_back(list->item(k)->data(Qt::UserRole).toInt());
+    return out;
 }
 
 }  // namespace kestralum

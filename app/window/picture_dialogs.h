@@ -7,6 +7,7 @@
 
 #include "app/window/film.h"
 #include "app/window/render_image.h"
+#include "app/window/report_pictures.h"
 
 class QCheckBox;
 class QComboBox;
@@ -52,5 +53,8 @@ struct FilmChoice {
 // Of a run with `mode_num` frames, of which `frame` is shown.
 std::optional<FilmChoice> ask_for_film(QWidget* parent, const PictureOf& view, AnalysisType ana_type,
                                        int mode_num, int frame);
+
+// `results`: there are some, and quantities to choose from.
+std::optional<ReportChoice> ask_for_report(QWidget* parent, bool results);
 
 }  // namespace kestralum

@@ -16,6 +16,7 @@
 #include "app/run_process.h"
 #include "app/window/film.h"
 #include "app/window/render_image.h"
+#include "app/window/report_pictures.h"
 #include "input/analysis_info_reader.h"
 #include "input/model_reader.h"
 #include "results/result_file.h"
@@ -167,6 +168,27 @@ ExitStatus write_film(const WindowOptions& options, ShownModel& shown, Progress&
     return exit_failed;
 }
 
+ExitStatus write_page(const WindowOptions& options, ShownModel& shown, Progress& progress) {
+    const ReportTexts texts =
+        report_texts(*shown.store.model, shown.store.run.get(), shown.store.settings, progress);
+    const OffscreenContext context;
+    if (!context.valid()) {
+        progress.error("there is no OpenGL to draw with");
+        return exit_failed;
+    }
+    ReportChoice choice;
+    choice.current = shown.state.result_ready;
+    choice.fit = true;
+    QString error;
+    auto pictures = draw_report_pictures(shown, choice, error);
+    shown.drawing.release(true);
+    if (error.isEmpty())
+        error = write_report(shown, texts, std::move(pictures), QString::fromStdString(options.report));
+    if (error.isEmpty()) return exit_done;
+    progress.error("%s", error.toStdString().c_str());
+    return exit_failed;
+}
+
 void set_display(const WindowOptions& options, ShownModel& shown) {
     view::DisplayState& state = shown.state = options.display;
     shown.reset_light();
@@ -203,6 +225,7 @@ int make_snapshot(const WindowOptions& options, Progress& progress) {
         status = write_film(options, shown, progress);
         range = options.display.scale.range;
     }
+    if (status == exit_done && !options.report.empty()) status = write_page(options, shown, progress);
     return status;
 }
 

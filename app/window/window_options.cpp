@@ -81,6 +81,13 @@ std::string take_film(WindowOptions& options, const std::string& text) {
     return {};
 }
 
+std::string take_report(WindowOptions& options, const std::string& text) {
+    if (!text.ends_with(".html") && !text.ends_with(".htm"))
+        return "--report wants the name of an .html file, not '" + text + "'";
+    options.report = text;
+    return {};
+}
+
 std::string take_film_range(WindowOptions& options, const std::string& text) {
     options.film_range = read_film_range(text);
     return options.film_range ? std::string()
@@ -146,6 +153,8 @@ void describe_files(CommandLine& line, WindowOptions& options) {
                    "a film of the result: .gif, .webm or .mp4, for which ffmpeg has to be\n"
                    "installed, or NAME.png for a series NAME_0001.png ...",
                    [&options](Text text) { return take_film(options, text); });
+    line.add_value("--report", "FILE", "a page for the browser (.html) with model, run and pictures",
+                   [&options](Text text) { return take_report(options, text); });
 }
 
 void describe_pictures(CommandLine& line, WindowOptions& options) {
@@ -203,6 +212,7 @@ CommandLine describe(WindowOptions& options) {
         "kestralum [MODEL_FILE] [--log DIR] [--quiet]\n"
         "kestralum MODEL_FILE --snapshot FILE [OPTION]...\n"
         "kestralum MODEL_FILE --film FILE [OPTION]...\n"
+        "kestralum MODEL_FILE --report FILE [OPTION]...\n"
         "kestralum --help | --version",
         options);
     line.add_text("MODEL_FILE", "",

@@ -8,6 +8,7 @@
 #include <QPushButton>
 #include <QSettings>
 #include <QSpinBox>
+#include <QTreeWidget>
 
 #include "app/window/dialogs.h"
 #include "app/window/saved_views.h"
@@ -112,6 +113,8 @@ TEST_F(Saving, AFilmOfAModeIsOneSwing) {
     }
     EXPECT_EQ(state(), shown_before);
     EXPECT_EQ(camera(), camera_before);
+    EXPECT_TRUE(contains(told_by([&] { save("Save &Animation...", fields, "swing.png"); }, {"Leave them"}),
+                         "swing_0001.png is there already"));
     // stopped: at once, and nothing stays
     save("Save &Animation...", fields, "other.png");
     QProgressDialog* progress = nullptr;
@@ -194,6 +197,29 @@ TEST_F(Saving, ViewsStayWithTheirModel) {
             EXPECT_EQ(menu->actions().size(), 1);
         }
     EXPECT_EQ(saved_views(file).front().name, "all sides");
+}
+
+// Among the texts of the picture while the set is chosen in the tree; it moves with what it names.
+TEST_F(Window, AChosenSetHasItsNameInThePicture) {
+    ASSERT_TRUE(open(replaced(block_text, "rigid_element", "set_info PULLED plane x 0.4 %\nrigid_element")));
+    set_results([](const double* x) { return Vec3{x[0], 0, 0}; });
+    state().auto_scale = false;
+    auto* tree = window->findChild<QTreeWidget*>();
+    const auto rows = tree->findItems("PULLED", Qt::MatchExactly | Qt::MatchRecursive);
+    ASSERT_EQ(rows.size(), 1);
+    show_only({view::ViewFlag::fem}, view::ViewDirection::x);
+    const QImage without = picture();
+    tree->setCurrentItem(rows[0]);
+    EXPECT_EQ(state().highlight.sets, std::vector<std::string>{"PULLED"});
+    const view::Highlight chosen = state().highlight;
+    state().highlight.sets.clear();
+    const QImage unnamed = picture();
+    state().highlight = chosen;
+    const QImage named = picture();
+    EXPECT_NE(unnamed, without);
+    EXPECT_NE(named, unnamed) << "no name";
+    tree->clearSelection();
+    EXPECT_EQ(picture(), without);
 }
 
 }  // namespace

@@ -63,7 +63,9 @@ TEST_F(Program, DrawsSnapshots) {
     const QColor low = stress.pixelColor(left, 150), high = stress.pixelColor(right, 150);
     EXPECT_TRUE(low.blue() > 200 && low.red() < 50) << low.name().toStdString();
     EXPECT_TRUE(high.red() > 200 && high.blue() < 50) << high.name().toStdString();
-    // the result file shows the same
+    // the result file shows the same, and has a report without a summary
+    EXPECT_EQ(run({"bar.txt", "--result", "log/result_bar.txt", "--report", "a.html"}).status, 0);
+    EXPECT_TRUE(contains(read_file(folder.file("a.html")), "holds no summary"));
     EXPECT_EQ(shown({"--result", "log/result_bar.txt", "--contour", "1"}), stress);
 }
 
@@ -136,7 +138,8 @@ TEST_F(Program, EndsWhereFilesAreMissing) {
     const std::tuple<QStringList, int, const char*> missing[] = {
         {{"missing.txt", "--snapshot", "a.png"}, 2, "missing.txt"},
         {{"bar.txt", "--snapshot", "a.png", "--result", "missing"}, 2, "missing"},
-        {{"bar.txt", "--snapshot", "nowhere/a.png"}, 1, "nowhere/a.png"}};
+        {{"bar.txt", "--snapshot", "nowhere/a.png"}, 1, "nowhere/a.png"},
+        {{"bar.txt", "--report", "nowhere/a.html"}, 1, "nowhere/a.html"}};
     for (const auto& [arguments, status, word] : missing) {
         const Ended ended = run(arguments);
         EXPECT_EQ(ended.status, status) << ended.err;

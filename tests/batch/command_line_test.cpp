@@ -121,7 +121,7 @@ TEST(CommandLine, SaysWhatTheWindowShows) {
         {"m --snapshot a --size 640*480", "'640*480'"}, {"m --snapshot a --view w", "'w'"},
         {"m --snapshot a --hide wires", "'wires'"}, {"m --snapshot a --analysis dynamic", "'dynamic'"},
         {"m --snapshot a --analysis static --result r", "--result"}, {"m n", "'n'"}, {"-x", "-x"},
-        {"m --log ''", "empty"}, {"m --snapshot=a", "--snapshot=a"}, {"m --film a.avi", "'a.avi'"},
+        {"m --log ''", "empty"}, {"m --snapshot=a", "--snapshot=a"}, {"m --film a.avi", "'a.avi'"}, {"m --report a.pdf", "'a.pdf'"}, {"--report a.html", "--report wants a model"},
         {"m --film .gif", "'.gif'"}, {"m --film a.gif", "--film wants --analysis"}, {"m --snapshot a --fps 5", "--film"},
         {"m --film a.gif --analysis static --frames 3:2", "'3:2'"}, {"m --film a.gif --frames 0:2", "'0:2'"},
         {"m --film a.gif --frames 1:2:3:4", "'1:2:3:4'"}, {"m --film a.gif --frames 4", "'4'"},

@@ -175,4 +175,46 @@ TEST_P(Conditions, TiesShowBothSetsOfFaces) {
     EXPECT_NEAR(around, 4 + 6, 1e-12);
 }
 
+// Of the box of 2 × 1 × 1 m: arrows lie outside it and point the way of the motion.
+TEST_P(Conditions, VelocitiesPointTheWayOfTheMotion) {
+    auto& [walls, initial, inputs, contacts] = model.explicit_tables;
+    const auto velocity = [](VelocitySelection kind, int axis, double value, std::array<double, 6> box) {
+        VelocityRecord record{"BOX", "", "", kind, axis, {}, box};
+        record.velocity.start = value;
+        return record;
+    };
+    const auto symbols_at = [&](std::optional<double> time) {
+        ConditionTables at = tables();
+        at.time = time;
+        return velocity_symbols(at);
+    };
+    initial = {velocity(VelocitySelection::part, 1, -3, {}), velocity(VelocitySelection::part, 2, 4, {})};
+    for (const std::optional<double> time : {std::optional<double>(), std::optional<double>(0)}) {
+        const ConditionSymbols start = symbols_at(time);
+        const auto arrows = arrows_of(start);
+        ASSERT_EQ(arrows.size(), 2u);
+        EXPECT_LT(arrows[0].tip[1], arrows[0].tail[1]);
+        EXPECT_GT(arrows[0].tip[2], 1);
+        EXPECT_GT(arrows[1].tip[2], arrows[1].tail[2]);
+        EXPECT_GT(arrows[1].tip[0], 2);
+        EXPECT_EQ(start.labels[0].text, "BOX starts at 3.000e+00[m/s]");
+    }
+    EXPECT_TRUE(symbols_at(0.1).solids.empty()) << "it moves already";
+    initial.clear();
+    for (const double v : {2.0, -2.0}) {
+        inputs = {velocity(VelocitySelection::plane, 0, v, {2, 2, 0, 1, 0, 1})};
+        const auto arrows = arrows_of(symbols_at(0.1));
+        ASSERT_EQ(arrows.size(), 1u);
+        EXPECT_GT(std::min(arrows[0].tip[0], arrows[0].tail[0]), 2);
+        EXPECT_EQ(arrows[0].tip[0] > arrows[0].tail[0], v > 0);
+    }
+    TimeExpression& varying = inputs[0].velocity;
+    varying = {"8*time", 0, true,
+               [](std::string_view, std::span<const Parameter>, double time) { return 8 * time; }};
+    EXPECT_EQ(symbols_at({}).labels.at(0).text, "BOX 8*time[m/s]");
+    EXPECT_EQ(symbols_at(0.5).labels.at(0).text, "BOX 4.000e+00[m/s]");
+    const ConditionSymbols still = symbols_at(0);
+    EXPECT_TRUE(still.solids.empty() && still.labels.size() == 1);
+}
+
 }  // namespace

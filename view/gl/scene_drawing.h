@@ -85,6 +85,8 @@ private:
                     const Camera& camera) const;
     void add_part_labels(OverlayTexts& texts, const SceneTables& tables, const DisplayState& state,
                          const Camera& camera) const;
+    Vec3 drawn_at(std::int32_t node, const SceneTables& tables, const DisplayState& state) const;
+    Vec3 middle_of(const MeshSet& set, const SceneTables& tables, const DisplayState& state) const;
     std::optional<Vec3> picked_place(const SceneTables& tables, const DisplayState& state) const;
 
     std::string title_;

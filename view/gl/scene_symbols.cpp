@@ -1,5 +1,8 @@
 #include <algorithm>
+#include <iterator>
+#include <optional>
 
+#include "model/mesh_sets.h"
 #include "view/gl/scene_drawing.h"
 #include "view/gl/visible_points.h"
 
@@ -45,10 +48,31 @@ ActingCases acting(const Picture& picture, const SceneTables& tables) {
     return {tables.model, picture.frame_name()};
 }
 
+// Of the frame that is shown; none before an explicit run.
+std::optional<double> explicit_time(const SceneTables& tables, const DisplayState& state) {
+    if (tables.ana_type() != AnalysisType::explicit_dynamics || !state.result_ready) return std::nullopt;
+    return frame_time(tables.frames(), tables.model.control, state.frame);
+}
+
 ConditionTables conditions_at(const Picture& picture, const SceneTables& tables,
-                              std::span<const double> places) {
-    return {tables.model,           tables.mesh(), tables.support_holds,
-            tables.support_springs, places,        acting(picture, tables)};
+                              std::span<const double> places, std::optional<double> time) {
+    return {tables.model,
+            tables.mesh(),
+            tables.support_holds,
+            tables.support_springs,
+            places,
+            acting(picture, tables),
+            time};
+}
+
+// Loads, and velocities where the run is one that has them or may become one.
+ConditionSymbols acting_symbols(const ConditionTables& conditions, const SceneTables& tables) {
+    ConditionSymbols out = load_symbols(conditions);
+    if (tables.run && tables.ana_type() != AnalysisType::explicit_dynamics) return out;
+    ConditionSymbols velocities = velocity_symbols(conditions);
+    std::ranges::move(velocities.solids, std::back_inserter(out.solids));
+    std::ranges::move(velocities.labels, std::back_inserter(out.labels));
+    return out;
 }
 
 ForceSymbols forces_at(const Picture& picture, const SceneTables& tables, std::span<const double> places) {
@@ -126,9 +150,11 @@ std::vector<double> extent_points(const Picture& picture, const SceneTables& tab
     const std::vector<double> loaded = arrow_places(picture, tables);
     if (state.shows(ViewFlag::force)) {
         add_arrows(forces_at(picture, tables, loaded).arrows);
-        add_conditions(load_symbols(conditions_at(picture, tables, loaded)));
+        add_conditions(
+            acting_symbols(conditions_at(picture, tables, loaded, explicit_time(tables, state)), tables));
     }
-    if (state.shows(ViewFlag::bc)) add_conditions(support_symbols(conditions_at(picture, tables, loaded)));
+    if (state.shows(ViewFlag::bc))
+        add_conditions(support_symbols(conditions_at(picture, tables, loaded, std::nullopt)));
     if (state.shows(ViewFlag::axes) && !points.empty() && near_origin(tables.box()))
         for (const Line& line : axes(axes_share * extent_of(tables.mesh().max_length)))
             points.insert(points.end(), line.to.begin(), line.to.end());
@@ -168,12 +194,17 @@ SceneDrawing::PlacesKey SceneDrawing::places_key(const SceneTables& tables) cons
 
 void SceneDrawing::update_loads(const SceneTables& tables, const DisplayState& state) {
     const PlacesKey key = places_key(tables);
-    const bool forces = state.shows(ViewFlag::force) && forces_of_ != key,
+    PlacesKey timed = key;  // what follows the time as well
+    const auto time = explicit_time(tables, state);
+    const ExplicitTables& records = tables.model.explicit_tables;
+    if (!records.initial_velocities.empty() || !records.velocity_inputs.empty())
+        timed.time = time.value_or(-1);
+    const bool forces = state.shows(ViewFlag::force) && forces_of_ != timed,
                supports = state.shows(ViewFlag::bc) && supports_of_ != key;
     if (!forces && !supports) return;
     const std::vector<double> places = arrow_places(picture_, tables);
     if (forces) {
-        forces_of_ = key;
+        forces_of_ = timed;
         std::vector<Line> shafts;
         std::vector<LitVertex> heads;
         const ForceSymbols symbols = forces_at(picture_, tables, places);
@@ -181,11 +212,11 @@ void SceneDrawing::update_loads(const SceneTables& tables, const DisplayState& s
         force_labels_ = symbols.labels;
         arrow_shafts_.send(GL_ARRAY_BUFFER, line_vertices(shafts));
         arrow_heads_.send(GL_ARRAY_BUFFER, heads);
-        loads_.send(load_symbols(conditions_at(picture_, tables, places)));
+        loads_.send(acting_symbols(conditions_at(picture_, tables, places, time), tables));
     }
     if (!supports) return;
     supports_of_ = key;
-    supports_.send(support_symbols(conditions_at(picture_, tables, places)));
+    supports_.send(support_symbols(conditions_at(picture_, tables, places, std::nullopt)));
 }
 
 void SceneDrawing::update_walls(const SceneTables& tables, const DisplayState& state) {
@@ -270,6 +301,9 @@ void SceneDrawing::add_labels(OverlayTexts& out, const SceneTables& tables, cons
     add(ViewFlag::force, force_labels_);
     add(ViewFlag::force, loads_.labels());
     add(ViewFlag::bc, supports_.labels());
+    for (const std::string& name : state.highlight.sets)
+        if (const MeshSet* set = find_set(tables.mesh(), name); set && !set->nodes.empty())
+            labels.push_back({middle_of(*set, tables, state), name});
     std::vector<Vec3> places;
     for (const Label& label : labels) places.push_back(label.at);
     const std::vector<char> visible = visible_points(places, camera, tables.box());
@@ -277,16 +311,27 @@ void SceneDrawing::add_labels(OverlayTexts& out, const SceneTables& tables, cons
         (visible[k] ? out.labels : out.dim_labels).push_back(labels[k]);
 }
 
+Vec3 SceneDrawing::drawn_at(std::int32_t node, const SceneTables& tables, const DisplayState& state) const {
+    const Vec3 at = triple(tables.mesh().coordinates, node);
+    if (!picture_.deformed()) return at;
+    return plus(at, times(picture_.swing(state.phase), triple(picture_.vector(), node)));
+}
+
+// At the node that is nearest to the mean of all, as drawn.
+Vec3 SceneDrawing::middle_of(const MeshSet& set, const SceneTables& tables, const DisplayState& state) const {
+    const std::vector<double>& x = tables.mesh().coordinates;
+    Vec3 sum{};
+    for (const std::int32_t n : set.nodes) sum = plus(sum, triple(x, n));
+    const Vec3 mean = times(1.0 / static_cast<double>(set.nodes.size()), sum);
+    const auto away = [&](std::int32_t n) { return norm(minus(triple(x, n), mean)); };
+    return drawn_at(*std::ranges::min_element(set.nodes, {}, away), tables, state);
+}
+
 // A part that nothing is seen of has no name in the picture.
 void SceneDrawing::add_part_labels(OverlayTexts& out, const SceneTables& tables, const DisplayState& state,
                                    const Camera& camera) const {
     std::vector<Vec3> places;
-    const auto place = [&](std::int32_t n) {
-        Vec3 at = triple(tables.mesh().coordinates, n);
-        if (picture_.deformed())
-            at = plus(at, times(picture_.swing(state.phase), triple(picture_.vector(), n)));
-        return at;
-    };
+    const auto place = [&](std::int32_t n) { return drawn_at(n, tables, state); };
     for (const PartLabel& label : part_labels_) {
         if (label.triangles.empty()) places.push_back(label.place);
         for (const auto& [a, b, c] : label.triangles)
