@@ -70,9 +70,8 @@ private:
 };
 
 void show_quantity(view::DisplayState& state, std::int32_t row) {
-    state.plastic_strain = row == view::plastic_strain_row;
-    state.error_estimate = row == view::error_row;
-    state.contour = state.plastic_strain || state.error_estimate ? -1 : row;
+    state.further = row >= view::plastic_strain_row ? row : 0;
+    state.contour = state.further > 0 ? -1 : row;
 }
 
 }  // namespace
