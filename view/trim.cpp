@@ -74,6 +74,8 @@ private:
         const auto found = made_.find(key);
         if (found != made_.end()) return found->second;
         const double at = levels_[level_][a], to = levels_[level_][b];
+        if (at == 0) return a;  // a vertex in the cut stands for itself
+        if (to == 0) return b;
         const std::int32_t number = vertex(a, b, at / (at - to));
         levels_[level_].back() = 0;
         made_.emplace(key, number);
@@ -83,10 +85,13 @@ private:
     void cut_triangle(const std::array<std::int32_t, 3>& corner, std::int32_t element, Pieces& out) {
         std::array<std::int32_t, 4> left{};
         std::size_t count = 0;
+        const auto take = [&](std::int32_t v) {
+            if (count == 0 || (left[count - 1] != v && left[0] != v)) left[count++] = v;
+        };
         for (std::size_t k = 0; k < 3; ++k) {
             const std::int32_t a = corner[k], b = corner[(k + 1) % 3];
-            if (!above(a)) left[count++] = a;
-            if (above(a) != above(b)) left[count++] = crossing(a, b);
+            if (!above(a)) take(a);
+            if (above(a) != above(b)) take(crossing(a, b));
         }
         for (std::size_t k = 1; k + 1 < count; ++k) out.add({left[0], left[k], left[k + 1]}, element);
     }
@@ -126,6 +131,7 @@ private:
                 a = crossing(a, b);
             else if (b_out)
                 b = crossing(a, b);
+            if (a == b) continue;
             lines[kept++] = a;
             lines[kept++] = b;
         }
@@ -149,17 +155,25 @@ private:
     // Polygons of a level as triangles and lines, trimmed by all cuts but `own`.
     void add_closing(const PlaneCut& cut, std::size_t own) {
         std::vector<std::int32_t> number(cut.vertices());
-        for (std::size_t v = 0; v < number.size(); ++v)
-            number[v] = own == level_ ? crossing(cut.between[v][0], cut.between[v][1])
-                                      : vertex(cut.between[v][0], cut.between[v][1], cut.share[v]);
+        for (std::size_t v = 0; v < number.size(); ++v) {
+            const auto [a, b] = cut.between[v];
+            number[v] = own == level_       ? crossing(a, b)
+                        : cut.share[v] == 0 ? a
+                        : cut.share[v] == 1 ? b
+                                            : vertex(a, b, cut.share[v]);
+        }
         std::vector<std::array<std::int32_t, 2>> rims;
+        std::vector<std::int32_t> ring;
         Pieces all;
         for (std::size_t p = 0; p < cut.polygons(); ++p) {
-            const auto ring = cut.polygon(p);
-            for (std::size_t k = 0; k < ring.size(); ++k) {
-                const std::int32_t a = number[ring[k]], b = number[ring[(k + 1) % ring.size()]];
-                if (a != b) rims.push_back({std::min(a, b), std::max(a, b)});
-                if (k > 0 && k + 1 < ring.size()) all.add({number[ring[0]], a, b}, cut.element[p]);
+            ring.clear();
+            for (const std::int32_t v : cut.polygon(p))
+                if (ring.empty() || (ring.back() != number[v] && ring.front() != number[v]))
+                    ring.push_back(number[v]);
+            for (std::size_t k = 0; k < ring.size() && ring.size() > 2; ++k) {
+                const std::int32_t a = ring[k], b = ring[(k + 1) % ring.size()];
+                rims.push_back({std::min(a, b), std::max(a, b)});
+                if (k > 0 && k + 1 < ring.size()) all.add({ring[0], a, b}, cut.element[p]);
             }
         }
         std::vector<std::int32_t> lines, rim;

@@ -107,6 +107,23 @@ TEST(Trim, FurtherVerticesCarryEveryNodalField) {
     for (const std::int32_t v : trimmed.surface.outline) EXPECT_LT(v, std::ssize(values));
 }
 
+// Through the nodes: no vertex stands beside a node, so that the sides of neighbouring polygons are the same.
+TEST(Trim, APlaneThroughNodesHasNothingButItsRim) {
+    for (const ElementKind kind : every_kind) {
+        Mesh mesh = box_mesh({{4, 3, 3}, {1, 1, 1}}, kind);
+        mesh.max_length = 1;
+        const Trimmed half =
+            trim_surface(mesh, build_surface(mesh, Faces::free), {{plane(mesh, {0.5, 0, 0}, {1, 0, 0})}});
+        EXPECT_EQ(half.further.size(), 0u);
+        EXPECT_NEAR(measure(mesh, half).volume, 0.5, 1e-12);
+        double length = 0;
+        for (std::size_t k = 0; k + 1 < half.surface.outline.size(); k += 2)
+            length += norm(
+                minus(place_of(mesh, half.surface.outline[k + 1]), place_of(mesh, half.surface.outline[k])));
+        EXPECT_NEAR(length, 4 * 0.5 + 8, 1e-12);
+    }
+}
+
 TEST(Trim, LeavesOutGonePartsAndKeepsPartsApart) {
     Mesh mesh = cube(ElementKind::hexahedron);
     std::vector<char> gone(mesh.element_num(), 0);

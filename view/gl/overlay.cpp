@@ -9,8 +9,8 @@ namespace kestralum::view::gl {
 
 namespace {
 
-constexpr Color black{0, 0, 0, 1}, grey{0.45f, 0.45f, 0.45f, 1}, panel{1, 1, 1, 0.75f},
-    dim_panel{1, 1, 1, 0.45f}, frame{0.4f, 0.4f, 0.4f, 1};
+constexpr Color black{0, 0, 0, 1}, grey{0.3f, 0.3f, 0.3f, 1}, panel{1, 1, 1, 0.75f},
+    dim_panel{1, 1, 1, 0.65f}, frame{0.4f, 0.4f, 0.4f, 1};
 
 void rectangle(GLenum kind, double x, double y, double width, double height, const Color& color) {
     glColor4fv(color.data());

@@ -280,6 +280,9 @@ OverlayTexts SceneDrawing::texts(const SceneTables& tables, const DisplayState& 
     if (state.shows(ViewFlag::text))
         out.lines.insert(out.lines.end(), selection_text_.begin(), selection_text_.end());
     if (!results_.text().empty()) out.lines.push_back(results_.text());
+    if (state.shows(ViewFlag::text) && state.result_ready && !picture_.contour() &&
+        quantity_text(state.shown_contour())[0] != '\0')
+        out.lines.push_back(std::string("No values: ") + quantity_text(state.shown_contour()));
     out.bar = shown_bar(picture_, state, tables.ana_type());
     if (tables.minus && !out.bar.title.empty()) out.bar.title = "Difference: " + out.bar.title;
     out.triad = state.shows(ViewFlag::axes);
