@@ -72,6 +72,7 @@ struct ShownSection {
     Vec3 point{}, normal{1, 0, 0};  // of the body at rest, m; of length 1
     bool on = true;
     bool operator==(const ShownSection&) const = default;
+    bool hides(const Vec3& place) const { return on && dot(normal, minus(place, point)) > 0; }
 };
 
 // Values that hide what has them; in the quantity's own unit.

@@ -74,9 +74,8 @@ void ResultDrawing::add_extremes(const Picture& picture, const SceneTables& tabl
     if (!state.look.marks || !picture.contour()) return;
     const ShownUnit unit = told_unit(state.shown_contour(), tables.ana_type(), state.units);
     const auto hidden = [&](const Vec3& place) {
-        return std::ranges::any_of(state.sections, [&](const ShownSection& section) {
-            return section.on && dot(section.normal, minus(place, section.point)) > 0;
-        });
+        return std::ranges::any_of(state.sections,
+                                   [&](const ShownSection& section) { return section.hides(place); });
     };
     const auto add = [&](const Extreme& extreme, const char* name, const Color& color) {
         if (extreme.frame > 0 && extreme.frame != state.frame) return;

@@ -68,6 +68,7 @@ void SceneDrawing::draw(const SceneTables& tables, const DisplayState& state, co
     highlight_.update(picture_, tables, state);
     results_.update(picture_, tables, state);
     update_symbols(tables, state);
+    update_cones(tables, state);
     update_loads(tables, state);
     update_walls(tables, state);
     update_contacts(tables, state);
@@ -293,6 +294,7 @@ void SceneDrawing::release(bool context_alive) {
     mesh_.release(context_alive);
     for (Buffer* buffer : buffers()) buffer->release(context_alive);
     symbols_of_ = {};
+    cones_of_ = {};
     forces_of_ = supports_of_ = walls_of_ = contacts_of_ = {};
     rigid_of_ = {};
     highlight_.forget();

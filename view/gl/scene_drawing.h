@@ -70,6 +70,7 @@ private:
     std::vector<Buffer*> buffers();
     void set_state(const DisplayState& state, const Camera& camera, const Scene& scene) const;
     void update_symbols(const SceneTables& tables, const DisplayState& state);
+    void update_cones(const SceneTables& tables, const DisplayState& state);
     void update_loads(const SceneTables& tables, const DisplayState& state);
     void update_walls(const SceneTables& tables, const DisplayState& state);
     void update_contacts(const SceneTables& tables, const DisplayState& state);
@@ -104,6 +105,11 @@ private:
         std::uint64_t mesh = 0, faces = 0;
         bool operator==(const MeshKey&) const = default;
     } symbols_of_;
+    struct ConesKey {
+        std::uint64_t mesh = 0;
+        std::vector<ShownSection> sections;
+        bool operator==(const ConesKey&) const = default;
+    } cones_of_;
     struct PlacesKey {
         std::uint64_t mesh = 0, places = 0;
         std::string frame_name;

@@ -181,8 +181,22 @@ void SceneDrawing::update_symbols(const SceneTables& tables, const DisplayState&
     send(dimension_lines_, sizes.lines);
     dimension_labels_ = sizes.labels;
     part_labels_ = part_labels(tables.mesh(), tables.model.parts, picture_.whole(), state.part_looks);
-    std::vector<LitVertex> cones;  // supports do not move
-    for (const Cone& cone : support_cones(tables.mesh(), tables.fixed_nodes, tables.mesh().coordinates))
+}
+
+// Supports do not move; those of nodes that a section hides are hidden too.
+void SceneDrawing::update_cones(const SceneTables& tables, const DisplayState& state) {
+    const ConesKey key{picture_.mesh_revision(), state.sections};
+    if (cones_of_ == key) return;
+    cones_of_ = key;
+    std::vector<std::int32_t> nodes;
+    for (const std::int32_t n : tables.fixed_nodes)
+        if (n < 0 || n >= tables.mesh().node_num() ||
+            std::ranges::none_of(
+                state.sections,
+                [at = place_of(tables.mesh(), n)](const ShownSection& section) { return section.hides(at); }))
+            nodes.push_back(n);
+    std::vector<LitVertex> cones;
+    for (const Cone& cone : support_cones(tables.mesh(), nodes, tables.mesh().coordinates))
         add_cone(cones, cone);
     cones_.send(GL_ARRAY_BUFFER, cones);
 }
