@@ -1,6 +1,7 @@
 #include "app/window/display_options.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 #include <vector>
 
@@ -14,13 +15,18 @@ namespace {
 
 using Text = const std::string&;
 
+std::optional<double> finite_number(const std::string& text) {
+    const auto value = parse_double(text);
+    return value && std::isfinite(*value) ? value : std::nullopt;
+}
+
 // "LOW:HIGH", each a number; empty where `open`.
 bool read_pair(const std::string& text, bool open, std::optional<double>& low, std::optional<double>& high) {
     const std::size_t colon = text.find(':');
     if (colon == std::string::npos) return false;
     const std::string first = text.substr(0, colon), second = text.substr(colon + 1);
-    low = parse_double(first);
-    high = parse_double(second);
+    low = finite_number(first);
+    high = finite_number(second);
     if (!low && !(open && first.empty())) return false;
     if (!high && !(open && second.empty())) return false;
     if (!low && !high) return false;
@@ -97,7 +103,7 @@ std::string take_threshold(Text text, view::DisplayState& display) {
 std::string take_iso(Text text, view::DisplayState& display) {
     for (std::size_t from = 0; from <= text.size();) {
         const std::size_t comma = std::min(text.find(',', from), text.size());
-        const auto value = parse_double(text.substr(from, comma - from));
+        const auto value = finite_number(text.substr(from, comma - from));
         if (!value) return "--iso wants values separated by commas, not '" + text + "'";
         display.iso_values.push_back(*value);
         from = comma + 1;
@@ -112,7 +118,7 @@ std::string take_deformation(Text text, view::DisplayState& display) {
         display.deformation_factor = 1;
         return {};
     }
-    const auto factor = parse_double(text);
+    const auto factor = finite_number(text);
     if (!factor || *factor < 0)
         return "--deformation wants auto, true or a factor of at least 0, not '" + text + "'";
     display.deformation = fixed;

@@ -38,7 +38,8 @@ QComboBox* combo(const char* name, const Names& names, const char* tip) {
 }
 
 std::optional<double> number_in(const QLineEdit* edit) {
-    return parse_double(edit->text().trimmed().toStdString());
+    const auto value = parse_double(edit->text().trimmed().toStdString());
+    return value && std::isfinite(*value) ? value : std::nullopt;
 }
 
 // Red letters where a text is refused.
@@ -367,8 +368,8 @@ void DisplayPanel::take_values() {
     bool good = true;
     for (const QString& word : iso_->text().split(QRegularExpression("[\\s,;]+"), Qt::SkipEmptyParts)) {
         const auto value = parse_double(word.toStdString());
-        if (value) state_.iso_values.push_back(*value / value_factor());
-        good = good && value;
+        if (value && std::isfinite(*value)) state_.iso_values.push_back(*value / value_factor());
+        good = good && value && std::isfinite(*value);
     }
     mark(iso_, good);
     if (!good) emit refused("The values of surfaces are numbers separated by blanks");

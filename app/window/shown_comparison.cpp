@@ -22,6 +22,15 @@ std::string title_of(ShownModel& shown) {
     return frame.empty() ? title : title + (frame[0] == ',' ? "" : " - ") + frame;
 }
 
+// Short: the legend of each view tells its frame.
+std::string name_of(const Run* run) {
+    if (!run) return "";
+    const std::string& file =
+        run->origin.file_name.empty() ? run->origin.model_file_name : run->origin.file_name;
+    return file.substr(file.find_last_of("/\\") + 1) +
+           (run->origin.analysis.empty() ? "" : ", " + run->origin.analysis);
+}
+
 }  // namespace
 
 void ShownModel::hold_result() {
@@ -30,15 +39,19 @@ void ShownModel::hold_result() {
     held_frame_ = state.frame;
     held_.frame = view::frame_at(tables().frames(), held_frame_);
     held_title_ = title_of(*this);
+    held_name_ = name_of(store.run.get());
     held_fixed_nodes_ = fixed_nodes_;
     held_drawing_.mesh_changed();
-    ++revision_;
+    if (compare_ == Compare::difference && !match_held().empty()) compare_ = Compare::off;
+    results_changed();
 }
 
 // Which nodes of the held run's mesh those of the shown one's are.
 std::string ShownModel::match_held() {
     if (!held_.node_of.empty()) return "";
     if (!store.run || store.run->results.empty()) return "There is no result to take the held one off";
+    if (has_shapes(store.run->ana_type) != has_shapes(held_.run->ana_type))
+        return "A mode has no size: it is compared with modes alone";
     MeshMatch match = match_meshes(store.run->mesh, held_.run->mesh, Coordinates::as_written);
     if (!match.same()) return "The held result is of another mesh: " + match.why_not;
     held_.node_of = std::move(match.node_of);
@@ -50,6 +63,8 @@ std::string ShownModel::compare(Compare how) {
     if (how != Compare::off && !holds_result()) return "Hold a result first";
     if (how == Compare::difference)
         if (std::string why = match_held(); !why.empty()) return why;
+    if (how == Compare::side_by_side && has_shapes(ana_type()) != has_shapes(held_.run->ana_type))
+        return "A mode has no size: it is compared with modes alone";
     if (how != compare_) results_changed();
     compare_ = how;
     return "";
@@ -59,6 +74,7 @@ void ShownModel::compare_like(const ShownModel& other) {
     held_ = other.held_;
     held_frame_ = other.held_frame_;
     held_title_ = other.held_title_;
+    held_name_ = other.held_name_;
     held_fixed_nodes_ = other.held_fixed_nodes_;
     compare_ = other.compare_;
     held_drawing_.mesh_changed();
@@ -107,11 +123,11 @@ void ShownModel::draw_both(view::gl::TextPainter& texts) {
     share_range(left, right, held_drawing_.picture(), drawing.picture());
     view::Camera half = camera;
     half.left = 0;
-    held_drawing_.set_title("Held: " + held_title_);
+    held_drawing_.set_title("Held: " + held_name_);
     held_drawing_.draw(held, left, half, texts);
     half.left = camera.width;
     texts.set_left(half.left);
-    drawing.set_title("Shown: " + title_of(*this));
+    drawing.set_title("Shown: " + name_of(store.run.get()));
     drawing.draw(tables(), right, half, texts);
     texts.set_left(0);
 }

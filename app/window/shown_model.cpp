@@ -79,6 +79,9 @@ void ShownModel::show(std::shared_ptr<const Model> model, std::shared_ptr<const 
     clear_selection();
     held_.node_of.clear();
     if (compare_ == Compare::difference && !match_held().empty()) compare_ = Compare::off;
+    if (compare_ == Compare::side_by_side && mode_num() > 0 &&
+        has_shapes(ana_type()) != has_shapes(held_.run->ana_type))
+        compare_ = Compare::off;
 }
 
 void ShownModel::reset_light() {

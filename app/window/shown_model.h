@@ -107,7 +107,7 @@ private:
 
     view::Subtracted held_;  // node_of and material: of the run shown, in Compare::difference
     std::int32_t held_frame_ = 1;
-    std::string held_title_;
+    std::string held_title_, held_name_;
     Compare compare_ = Compare::off;
     view::gl::SceneDrawing held_drawing_;
     std::vector<std::int32_t> held_fixed_nodes_;

@@ -135,7 +135,10 @@ namespace {
 // Place of a share in the texture: the colours below, what has no value above.
 std::array<float, 2> texture_place(double share) {
     constexpr double farthest = 50;  // ranges beyond the one shown
+    constexpr double inside = 1e-4;  // of a texel's width or less: both ends have the colours of the range
     if (std::isnan(share)) return {0, 0.75f};
+    if (share > -inside && share < inside) share = inside;
+    if (share > 1 - inside && share < 1 + inside) share = 1 - inside;
     return {static_cast<float>((std::clamp(share, -farthest, farthest) + 1) / 3), 0.25f};
 }
 

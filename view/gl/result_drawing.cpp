@@ -79,6 +79,10 @@ void ResultDrawing::add_extremes(const Picture& picture, const SceneTables& tabl
     };
     const auto add = [&](const Extreme& extreme, const char* name, const Color& color) {
         if (extreme.frame > 0 && extreme.frame != state.frame) return;
+        const Threshold& limits = state.threshold;
+        if ((limits.below && extreme.value < *limits.below) ||
+            (limits.above && extreme.value > *limits.above))
+            return;
         const auto at = place_of_extreme(tables.mesh(), places_, extreme),
                    rest = place_of_extreme(tables.mesh(), tables.mesh().coordinates, extreme);
         if (!at || hidden(*rest)) return;

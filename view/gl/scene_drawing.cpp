@@ -164,7 +164,10 @@ void SceneDrawing::draw_mesh(const SceneTables& tables, const DisplayState& stat
     draw_selection();
     highlight_.draw_faces();
     glDisable(GL_POLYGON_OFFSET_FILL);
-    if (state.look.silhouettes && state.shows(ViewFlag::fem)) {
+    const bool opaque =
+        state.transparency >= 1 &&
+        std::ranges::all_of(state.part_looks, [](const PartLook& l) { return l.opacity >= 1; });
+    if (state.look.silhouettes && opaque && state.shows(ViewFlag::fem)) {
         glLineWidth(width(3));
         glColor4f(0, 0, 0, 1);
         mesh_.draw_silhouettes();
