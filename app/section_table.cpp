@@ -32,16 +32,6 @@ std::string frame_name(const Run& run, const SectionSum& sum) {
     return frame.name.empty() ? std::to_string(sum.frame + 1) : frame.name;
 }
 
-// What is left of the balance, over the largest force in it.
-double imbalance(const SectionSum& sum) {
-    const Vec3 left =
-        minus(plus(sum.carried.force, plus(sum.loads.force, sum.held.force)), sum.inertia.force);
-    double largest = 0;
-    for (const Resultant* of : {&sum.carried, &sum.loads, &sum.held, &sum.inertia})
-        largest = std::max(largest, norm(of->force));
-    return largest > 0 ? norm(left) / largest : 0;
-}
-
 std::string line(const char* title, const Resultant& of) {
     return formatted("  %-20s %13.6e %13.6e %13.6e N %13.6e %13.6e %13.6e N m\n", title, of.force[0],
                      of.force[1], of.force[2], of.moment[0], of.moment[1], of.moment[2]);
@@ -63,16 +53,29 @@ void print(const Model& model, const Run& run, const SectionSum& sum, Progress& 
             text += line(("  " + model.parts[part.part].name).c_str(), part.carried);
     text += line("loads on that side", sum.loads) + line("held on that side", sum.held);
     if (run.ana_type == AnalysisType::explicit_dynamics) text += line("its inertia", sum.inertia);
-    const auto [N, M] = sum.carried;
-    const Vec3& n = plane.normal;
-    const double axial = dot(N, n), twist = dot(M, n);
-    text += formatted(
-        "  normal force %.6e N, shear %.6e N, twist %.6e N m, bending %.6e N m, imbalance %.1e\n", axial,
-        norm(minus(N, times(axial, n))), twist, norm(minus(M, times(twist, n))), imbalance(sum));
+    const auto [axial, shear, twist, bending] = action_of(sum.carried, plane.normal);
+    text +=
+        formatted("  normal force %.6e N, shear %.6e N, twist %.6e N m, bending %.6e N m, imbalance %.1e\n",
+                  axial, shear, twist, bending, imbalance(sum));
     progress.summary("%s", text.c_str());
 }
 
 }  // namespace
+
+SectionAction action_of(const Resultant& of, const Vec3& normal) {
+    const double axial = dot(of.force, normal), twist = dot(of.moment, normal);
+    return {axial, norm(minus(of.force, times(axial, normal))), twist,
+            norm(minus(of.moment, times(twist, normal)))};
+}
+
+double imbalance(const SectionSum& sum) {
+    const Vec3 left =
+        minus(plus(sum.carried.force, plus(sum.loads.force, sum.held.force)), sum.inertia.force);
+    double largest = 0;
+    for (const Resultant* of : {&sum.carried, &sum.loads, &sum.held, &sum.inertia})
+        largest = std::max(largest, norm(of->force));
+    return largest > 0 ? norm(left) / largest : 0;
+}
 
 std::string read_section_plane(const std::string& text, SectionPlane& plane) {
     const std::string refused =

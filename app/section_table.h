@@ -14,6 +14,16 @@ namespace kestralum {
 // `plane` has it, named by the text.
 [[nodiscard]] std::string read_section_plane(const std::string& text, SectionPlane& plane);
 
+// A force and a moment along a plane's normal, and what is left of them across it.
+struct SectionAction {
+    double normal = 0, shear = 0;   // N
+    double twist = 0, bending = 0;  // N m
+};
+SectionAction action_of(const Resultant& of, const Vec3& normal);
+
+// What is left of the balance of forces, over the largest force in it; 0 where there is none.
+double imbalance(const SectionSum& sum);
+
 // "log\section_NAME.csv": the model file's name without its folder and its last ending.
 std::string section_file_name(std::string_view model_file_name);
 

@@ -27,6 +27,7 @@ struct History {
 
     bool ordered = true;    // x never falls from row to row
     bool numbered = false;  // x counts load cases or modes
+    bool of_frames = true;  // else the rows are places, and x is where they are
 };
 
 // "Kinetic energy [J]"; the name alone of a pure number.

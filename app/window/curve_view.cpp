@@ -6,6 +6,7 @@
 #include <QGraphicsLayout>
 #include <QGraphicsLineItem>
 #include <QLegend>
+#include <QLegendMarker>
 #include <QLineSeries>
 #include <QMouseEvent>
 #include <QRubberBand>
@@ -118,6 +119,7 @@ void CurveView::show_curves(const History& history, std::vector<ShownCurve> curv
         chart()->addSeries(series);
         series->attachAxis(x_);
         series->attachAxis(curve.right ? right_ : left_);
+        for (QLegendMarker* marker : chart()->legend()->markers(series)) marker->setVisible(curve.named);
         series_.push_back(series);
         units[curve.right] =
             column.unit.empty() ? QString("pure number") : QString::fromStdString(column.unit);
@@ -262,7 +264,7 @@ void CurveView::point_at(const QPointF& pixel) {
     if (!std::isfinite(y)) return emit pointed_at("");
     emit pointed_at(text(column.name, y, column.unit) + "   at " +
                     text(history_->axis, history_->x[hit->row], history_->axis_unit) +
-                    QString("   (frame %1)").arg(hit->row + 1));
+                    (history_->of_frames ? QString("   (frame %1)").arg(hit->row + 1) : QString()));
 }
 
 // ---- mouse
@@ -318,7 +320,7 @@ void CurveView::mouseReleaseEvent(QMouseEvent* event) {
         if (band.width() >= least && band.height() >= least && !part.isEmpty()) zoom(part);
     } else if (button == Qt::LeftButton) {
         const auto hit = nearest(event->position());
-        if (!hit) return;
+        if (!hit || !history_->of_frames) return;
         row_before_click_ = cursor_row_;
         emit frame_chosen(static_cast<int>(hit->row) + 1);
     }

@@ -22,6 +22,7 @@ struct ShownCurve {
     std::size_t column = 0;  // of the history
     QColor color{};
     bool right = false;  // measured by the right axis
+    bool named = true;   // in the legend; else a further piece of the one before
 };
 
 class CurveView : public QChartView {
@@ -49,7 +50,7 @@ public:
     QPointF place_of(std::size_t curve, std::size_t row) const;
 
 signals:
-    void frame_chosen(int frame);           // from 1
+    void frame_chosen(int frame);           // from 1; of a history of frames
     void pointed_at(const QString& value);  // under the pointer; "" where there is none
 
 protected:

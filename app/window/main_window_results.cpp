@@ -1,4 +1,5 @@
 // What shows a run beside the picture: graphs, the table of modes, the bar that moves through the frames.
+#include <QAction>
 #include <QDockWidget>
 #include <QToolBar>
 #include <utility>
@@ -7,6 +8,8 @@
 #include "app/window/main_window.h"
 #include "app/window/mode_table.h"
 #include "app/window/playback_bar.h"
+#include "app/window/probe_panel.h"
+#include "app/window/section_panel.h"
 
 namespace kestralum {
 
@@ -30,7 +33,29 @@ void MainWindow::make_result_docks() {
     });
     connect(this, &MainWindow::frame_shown, modes, &ModeTable::show_frame);
     connect(modes, &ModeTable::frame_chosen, this, &MainWindow::step_to);
-    for (QDockWidget* dock : {graphs_, table}) tabifyDockWidget(below, dock);
+
+    auto* probes = new ProbePanel(view_->shown());
+    QDockWidget* probe_dock = add_dock("Probes", probes, Qt::BottomDockWidgetArea, false);
+    connect(this, &MainWindow::content_shown, probes, &ProbePanel::refresh);
+    connect(view_, &GLWidget::painted, probes, &ProbePanel::follow);
+    connect(view_, &GLWidget::picked, probes,
+            [this, probes] { probes->pick_node(view_->shown().drawing.picked_node()); });
+    connect(probe_dock->toggleViewAction(), &QAction::toggled, probes, [probes](bool open) {
+        if (!open) probes->stop_adding();
+    });
+    connect(probes, &ProbePanel::changed, view_, [this] { view_->update(); });
+    connect(probes, &ProbePanel::told, this, &MainWindow::say);
+    connect(probes, &ProbePanel::refused, this,
+            [this](const QString& why) { tell(MessageKind::error, {why}); });
+    connect(probes, &ProbePanel::frame_chosen, this, &MainWindow::step_to);
+
+    auto* sections = new SectionPanel(view_->shown());
+    QDockWidget* section_dock = add_dock("Section Forces", sections, Qt::BottomDockWidgetArea, false);
+    connect(this, &MainWindow::content_shown, sections, &SectionPanel::follow);
+    connect(view_, &GLWidget::painted, sections, &SectionPanel::follow);
+    connect(sections, &SectionPanel::refused, this,
+            [this](const QString& why) { tell(MessageKind::error, {why}); });
+    for (QDockWidget* dock : {graphs_, table, probe_dock, section_dock}) tabifyDockWidget(below, dock);
 
     auto* playback = new PlaybackBar(view_->state(), run);
     connect(playback, &PlaybackBar::frame_chosen, this, &MainWindow::step_to);
