@@ -7,6 +7,7 @@
 #include <vector>
 
 class QTableWidget;
+class QWidget;
 
 namespace kestralum {
 
