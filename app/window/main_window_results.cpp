@@ -1,6 +1,7 @@
 // What shows a run beside the picture: graphs, the table of modes, the bar that moves through the frames.
 #include <QAction>
 #include <QDockWidget>
+#include <QScrollArea>
 #include <QToolBar>
 #include <utility>
 
@@ -35,7 +36,11 @@ void MainWindow::make_result_docks() {
     connect(modes, &ModeTable::frame_chosen, this, &MainWindow::step_to);
 
     auto* probes = new ProbePanel(view_->shown());
-    QDockWidget* probe_dock = add_dock("Probes", probes, Qt::BottomDockWidgetArea, false);
+    auto* probe_scroll = new QScrollArea;  // a narrow window does not grow for it
+    probe_scroll->setWidget(probes);
+    probe_scroll->setWidgetResizable(true);
+    probe_scroll->setFrameShape(QFrame::NoFrame);
+    QDockWidget* probe_dock = add_dock("Probes", probe_scroll, Qt::BottomDockWidgetArea, false);
     connect(this, &MainWindow::content_shown, probes, &ProbePanel::refresh);
     connect(view_, &GLWidget::painted, probes, &ProbePanel::follow);
     connect(view_, &GLWidget::picked, probes,
