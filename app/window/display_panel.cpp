@@ -138,9 +138,9 @@ void DisplayPanel::make_colors(QVBoxLayout* column) {
     form->addRow("Length in", length_ = combo("display_length", view::length_unit_names,
                                               "Unit of displacements and places"));
     const auto take_units = [this] {
+        if (showing_) return;  // one of the two fields may not have followed yet
         state_.units = {static_cast<view::StressUnit>(stress_->currentIndex()),
                         static_cast<view::LengthUnit>(length_->currentIndex())};
-        if (showing_) return;
         show_state();
         emit changed();
     };
