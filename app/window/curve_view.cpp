@@ -116,6 +116,11 @@ void CurveView::show_curves(const History& history, std::vector<ShownCurve> curv
         auto* series = new QLineSeries;
         series->setName(title(column.name, column.unit));
         series->setPen(QPen(curve.color, 1.6, curve.right ? Qt::DashLine : Qt::SolidLine));
+        if (!curve.joined) {
+            constexpr double points = 4;  // pixels across
+            series->setPen(QPen(curve.color, points, Qt::NoPen));
+            series->setMarkerSize(points);
+        }
         chart()->addSeries(series);
         series->attachAxis(x_);
         series->attachAxis(curve.right ? right_ : left_);
@@ -169,19 +174,20 @@ void CurveView::set_ranges(Range x, Range left, Range right) {
 
 // Only what the pixels show is handed to the chart: a curve of many thousand points is drawn at once.
 void CurveView::refill() {
-    constexpr std::size_t few = 60;  // points are marked one by one
+    constexpr std::size_t few = 60;     // points are marked one by one
+    constexpr std::size_t most = 5000;  // of points alone that are all drawn
     const int width = std::max(1, static_cast<int>(chart()->plotArea().width()));
     for (std::size_t k = 0; k < series_.size(); ++k) {
         const std::vector<double>& y = history_->columns[curves_[k].column].values;
         QList<QPointF> points;
-        if (history_->ordered) {
+        if (history_->ordered && (curves_[k].joined || y.size() > most)) {
             for (const CurvePoint& p : thinned(history_->x, y, x_seen_.low, x_seen_.high, width))
                 points.append({p.x, p.y});
         } else {
             for (std::size_t row = 0; row < history_->x.size(); ++row)
                 if (std::isfinite(y[row])) points.append({history_->x[row], y[row]});
         }
-        series_[k]->setPointsVisible(history_->x.size() <= few);
+        series_[k]->setPointsVisible(!curves_[k].joined || history_->x.size() <= few);
         series_[k]->replace(points);
     }
     mark_->hide();

@@ -23,6 +23,7 @@ struct ShownCurve {
     QColor color{};
     bool right = false;  // measured by the right axis
     bool named = true;   // in the legend; else a further piece of the one before
+    bool joined = true;  // by a line; else points alone
 };
 
 class CurveView : public QChartView {

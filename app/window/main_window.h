@@ -143,6 +143,7 @@ private:
     QDockWidget* add_dock(const char* title, QWidget* content, Qt::DockWidgetArea area, bool open);
     void make_docks();
     void make_result_docks();  // main_window_results.cpp
+    void make_room(QDockWidget* dock);
     void make_window_menu();
     void reset_layout();
     void keep_layout();

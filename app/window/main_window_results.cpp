@@ -61,6 +61,10 @@ void MainWindow::make_result_docks() {
     connect(sections, &SectionPanel::refused, this,
             [this](const QString& why) { tell(MessageKind::error, {why}); });
     for (QDockWidget* dock : {graphs_, table, probe_dock, section_dock}) tabifyDockWidget(below, dock);
+    for (QDockWidget* dock : {probe_dock, section_dock})
+        connect(dock->toggleViewAction(), &QAction::triggered, this, [this, dock](bool open) {
+            if (open) make_room(dock);
+        });
 
     auto* playback = new PlaybackBar(view_->state(), run);
     connect(playback, &PlaybackBar::frame_chosen, this, &MainWindow::step_to);
@@ -78,10 +82,15 @@ void MainWindow::make_result_docks() {
 }
 
 void MainWindow::open_graphwindow() {
-    constexpr int least = 240, height = 340;  // pixels
     graphs_->show();
     graphs_->raise();
-    if (graphs_->height() < least && !graphs_->isFloating()) resizeDocks({graphs_}, {height}, Qt::Vertical);
+    make_room(graphs_);
+}
+
+// For a table or a chart.
+void MainWindow::make_room(QDockWidget* dock) {
+    constexpr int least = 240, height = 340;  // pixels
+    if (dock->height() < least && !dock->isFloating()) resizeDocks({dock}, {height}, Qt::Vertical);
 }
 
 }  // namespace kestralum

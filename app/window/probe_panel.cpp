@@ -8,12 +8,12 @@
 #include <QItemSelectionModel>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPushButton>
 #include <QSignalBlocker>
 #include <QSpinBox>
 #include <QSplitter>
 #include <QTableWidget>
 #include <QTimer>
+#include <QToolButton>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <array>
@@ -38,8 +38,9 @@ QString with_unit_text(const QString& name, const std::string& unit) {
     return unit.empty() || unit == "-" ? name : name + " [" + shown(unit) + "]";
 }
 
-QPushButton* button(const char* name, const char* text, const char* tip) {
-    auto* made = named(name, new QPushButton(text));
+QToolButton* button(const char* name, const char* text, const char* tip) {
+    auto* made = named(name, new QToolButton);
+    made->setText(text);
     made->setToolTip(tip);
     return made;
 }
@@ -113,49 +114,52 @@ QHBoxLayout* ProbePanel::make_buttons() {
     node_ = named("probe_node", new QLineEdit);
     node_->setPlaceholderText("Node");
     node_->setToolTip("A number and Enter: the node is added and brought into the middle of the view");
-    node_->setMaximumWidth(90);
+    node_->setFixedWidth(node_->fontMetrics().horizontalAdvance("0000000") + 16);
     remove_ = button("probe_remove", "Remove", "The chosen rows");
     clear_ = button("probe_clear", "Clear", "All of them");
     copy_ = button("probe_copy", "Copy", "The table as text onto the clipboard");
     save_ = button("probe_save", "Save CSV...", "The table with all digits");
     connect(node_, &QLineEdit::returnPressed, this, &ProbePanel::add_typed);
-    connect(remove_, &QPushButton::clicked, this, [this] { remove(chosen_rows()); });
-    connect(clear_, &QPushButton::clicked, this, [this] {
+    connect(remove_, &QToolButton::clicked, this, [this] { remove(chosen_rows()); });
+    connect(clear_, &QToolButton::clicked, this, [this] {
         kept_.clear();
         take_nodes();
     });
-    connect(copy_, &QPushButton::clicked, this, &ProbePanel::copy);
-    connect(save_, &QPushButton::clicked, this, [this] {
+    connect(copy_, &QToolButton::clicked, this, &ProbePanel::copy);
+    connect(save_, &QToolButton::clicked, this, [this] {
         const QString why = save_csv_text(this, "Save the probes", "probes", csv_text(table()));
         if (!why.isEmpty()) emit refused(why);
     });
     auto* row = new QHBoxLayout;
+    row->setSpacing(3);
     row->addWidget(clicks_);
     row->addWidget(node_);
-    for (QPushButton* one : {remove_, clear_, copy_, save_}) row->addWidget(one);
+    for (QToolButton* one : {remove_, clear_, copy_, save_}) row->addWidget(one);
     row->addStretch();
     return row;
 }
 
 QHBoxLayout* ProbePanel::make_plot_fields() {
     kind_ = named("probe_plot", new QComboBox);
-    kind_->addItems({"Between two probes", "Along a set", "Over the frames"});
-    kind_->setToolTip("Between two probes: those of two chosen rows, else the last two");
+    kind_->addItems({"Along a line", "Along a set", "Over the frames"});
+    kind_->setToolTip("Along a line: between two probes, those of two chosen rows, else the last two");
     points_ = named("probe_points", new QSpinBox);
     points_->setRange(2, 1000);
     points_->setValue(101);
     points_->setSuffix(" points");
     set_ = named("probe_set", new QComboBox);
-    set_->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
-    set_->setMinimumContentsLength(10);
     over_ = named("probe_over", new QComboBox);
-    for (const char* axis : set_axis_names) over_->addItem(QString("over ") + axis);
-    over_->setToolTip("distance: from the first node of the set");
+    for (const char* axis : set_axis_names) over_->addItem(axis);
+    over_->setToolTip("What the values are drawn over; distance: from the first node of the set");
+    for (const auto& [box, letters] : {std::pair(kind_, 8), std::pair(set_, 5), std::pair(over_, 3)}) {
+        box->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+        box->setMinimumContentsLength(letters);
+    }
     save_plot_ = button("probe_plot_save", "Save CSV...", "The numbers of the curves, and where they are");
     const auto again = [this] { plot(); };
     for (QComboBox* box : {kind_, set_, over_}) connect(box, &QComboBox::currentIndexChanged, this, again);
     connect(points_, &QSpinBox::valueChanged, this, again);
-    connect(save_plot_, &QPushButton::clicked, this, [this] {
+    connect(save_plot_, &QToolButton::clicked, this, [this] {
         std::vector<std::size_t> columns(plotted_.columns.size());
         for (std::size_t c = 0; c < columns.size(); ++c) columns[c] = c;
         const QString why =
@@ -163,6 +167,7 @@ QHBoxLayout* ProbePanel::make_plot_fields() {
         if (!why.isEmpty()) emit refused(why);
     });
     auto* row = new QHBoxLayout;
+    row->setSpacing(3);
     for (QWidget* one : std::initializer_list<QWidget*>{kind_, points_, set_, over_, save_plot_})
         row->addWidget(one);
     row->addStretch();
@@ -282,7 +287,7 @@ void ProbePanel::update_all() {
         show_table(table(), *table_);
     }
     const bool any = !kept_.empty();
-    for (QPushButton* one : {remove_, clear_, copy_, save_}) one->setEnabled(any);
+    for (QToolButton* one : {remove_, clear_, copy_, save_}) one->setEnabled(any);
     show_distance();
     plot();
 }
@@ -346,9 +351,11 @@ void ProbePanel::show_distance() {
     const Vec3 way = minus(kept_[b].place, kept_[a].place);
     QString line = QString("%1 to %2: at rest ").arg(probe_name(a), probe_name(b)) + text(way);
     const auto vector = picture().vector();
-    if (vector.size() == shown_.mesh().coordinates.size() && !has_shapes(shown_.ana_type()))
-        line += ", displaced " +
-                text(plus(way, minus(triple(vector, kept_[b].node), triple(vector, kept_[a].node))));
+    if (vector.size() == shown_.mesh().coordinates.size() && !has_shapes(shown_.ana_type())) {
+        const Vec3 moved = plus(way, minus(triple(vector, kept_[b].node), triple(vector, kept_[a].node)));
+        const double longer = told.length_factor * (norm(moved) - norm(way));
+        line += ", displaced " + text(moved) + ", longer by " + number(longer) + ' ' + shown(told.length);
+    }
     const double more = told.factor * (value(b) - value(a));
     if (std::isfinite(more))
         line += "; " + (shown(told.name) + " differs by " + number(more) + ' ' + shown(told.unit)).trimmed();
@@ -463,11 +470,15 @@ void ProbePanel::plot() {
 void ProbePanel::draw(bool split) {
     const bool frames = plotted_.of_frames;
     History next = split ? split_at_gaps(plotted_) : plotted_;
-    std::vector<ShownCurve> curves;
+    // nodes of a face that are as far along it have no order
+    const bool joined = split || frames || std::ranges::adjacent_find(next.x) == next.x.end();
     const std::size_t count = split || frames ? next.columns.size() : 1;
-    for (std::size_t c = 0; c < count; ++c)
-        curves.push_back(
-            {c, QColor(curve_colors[frames ? c % curve_colors.size() : 0]), false, frames || c == 0});
+    std::vector<ShownCurve> curves;
+    for (std::size_t c = 0; c < count; ++c) {
+        if (frames) next.columns[c].name = probe_name(static_cast<int>(c)).toStdString();  // as in the table
+        const QColor color(curve_colors[frames ? c % curve_colors.size() : 0]);
+        curves.push_back({c, color, false, frames || c == 0, joined});
+    }
     drawn_ = std::move(next);
     chart_->show_curves(drawn_, std::move(curves), std::exchange(drawn_axis_, drawn_.axis) == drawn_.axis);
     chart_->set_cursor(frames && state_.frame > 0 ? std::optional(std::size_t(state_.frame) - 1)

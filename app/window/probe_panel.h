@@ -18,10 +18,10 @@ class QComboBox;
 class QHBoxLayout;
 class QLabel;
 class QLineEdit;
-class QPushButton;
 class QSpinBox;
 class QTableWidget;
 class QTimer;
+class QToolButton;
 class QVBoxLayout;
 
 namespace kestralum {
@@ -114,7 +114,7 @@ private:
     QLineEdit* node_;
     QComboBox *kind_, *set_, *over_;
     QSpinBox* points_;
-    QPushButton *remove_, *clear_, *copy_, *save_, *save_plot_;
+    QToolButton *remove_, *clear_, *copy_, *save_, *save_plot_;
     QTimer* soon_;
 };
 
