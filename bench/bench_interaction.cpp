@@ -1,10 +1,6 @@
 // Milliseconds of what a user does with a large result: a model opened, turned, given another contour, cut by
 // a section that is dragged, a node picked. 1280 x 860 pixels. Usage: bench_interaction [CELLS]...   along an
 // edge of a box; hexahedra, and tetrahedra six to a cell of a box with as many elements; 40 100 unless given.
-#include <QGuiApplication>
-#include <QOffscreenSurface>
-#include <QOpenGLContext>
-#include <QOpenGLFramebufferObject>
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -15,6 +11,7 @@
 #include <vector>
 
 #include "app/window/shown_model.h"
+#include "offscreen.h"
 #include "support/box_mesh.h"
 
 using namespace kestralum;
@@ -95,7 +92,6 @@ void measure(const char* name, ElementKind kind, int cells) {
     shown.draw(texts);
     std::printf("%s %9d %10.1f %8.1f %8.1f %10.1f %8.1f", name, elements, open, turned, contour, first_pick,
                 pick);
-#ifndef WITHOUT_SECTIONS
     shown.state.sections = {{{0.5, 0, 0}, {1, 0, 0}, true}};
     shown.draw(texts);
     const double section = median(9, [&](int k) {
@@ -104,7 +100,6 @@ void measure(const char* name, ElementKind kind, int cells) {
     });
     const double cut_turned = median(9, [&](int) { turn(); });
     std::printf(" %10.1f %10.1f", section, cut_turned);
-#endif
     std::printf("\n");
     std::fflush(stdout);
     shown.drawing.release(true);
@@ -113,21 +108,10 @@ void measure(const char* name, ElementKind kind, int cells) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    QSurfaceFormat format;
-    format.setProfile(QSurfaceFormat::CompatibilityProfile);
-    format.setVersion(2, 1);
-    format.setDepthBufferSize(24);
-    QSurfaceFormat::setDefaultFormat(format);
+    testing::use_view_format();
     QGuiApplication application(argc, argv);
-    QOffscreenSurface surface;
-    surface.create();
-    QOpenGLContext context;
-    if (!context.create() || !context.makeCurrent(&surface)) {
-        std::fprintf(stderr, "bench_interaction: no OpenGL\n");
-        return 1;
-    }
-    QOpenGLFramebufferObject target(width, height, QOpenGLFramebufferObject::CombinedDepthStencil);
-    target.bind();
+    const testing::Offscreen target(width, height);
+    if (!target.ready()) return 1;
     std::printf("ms at %d x %d, %s\n", width, height,
                 reinterpret_cast<const char*>(glGetString(GL_RENDERER)));
     std::printf(

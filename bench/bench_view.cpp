@@ -1,10 +1,6 @@
 // Milliseconds per repaint of a swinging box of hexahedra, 800 x 600 pixels: every element's faces vertex
 // by vertex, the outside from arrays in memory, and what the view does, from buffers on the card.
 // Usage: bench_view [CELLS]...   along an edge; 20 40 80 unless given. Needs an X display.
-#include <QGuiApplication>
-#include <QOffscreenSurface>
-#include <QOpenGLContext>
-#include <QOpenGLFramebufferObject>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -14,6 +10,7 @@
 #include <vector>
 
 #include "immediate_scene.h"
+#include "offscreen.h"
 #include "support/box_mesh.h"
 #include "view/gl/scene_drawing.h"
 
@@ -131,7 +128,10 @@ private:
         const auto& picture = drawing_.picture();
         for (const std::int32_t n : outside.triangles)
             vertices.push_back(gl::color_vertex(
-                triple(places_, n), contour_color(normalised(picture.values()[n], *picture.range()), 1)));
+                triple(places_, n), scale_color({},
+                                                share_of(picture.values()[n], picture.range()->low.value,
+                                                         picture.range()->high.value),
+                                                1)));
         glEnableClientState(GL_VERTEX_ARRAY);
         glEnableClientState(GL_COLOR_ARRAY);
         glVertexPointer(3, GL_FLOAT, sizeof(gl::ColorVertex), vertices.data()->place.data());
@@ -152,21 +152,10 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    QSurfaceFormat format;
-    format.setProfile(QSurfaceFormat::CompatibilityProfile);
-    format.setVersion(2, 1);
-    format.setDepthBufferSize(24);
-    QSurfaceFormat::setDefaultFormat(format);
+    testing::use_view_format();
     QGuiApplication application(argc, argv);
-    QOffscreenSurface surface;
-    surface.create();
-    QOpenGLContext context;
-    if (!context.create() || !context.makeCurrent(&surface)) {
-        std::fprintf(stderr, "bench_view: no OpenGL\n");
-        return 1;
-    }
-    QOpenGLFramebufferObject target(width, height, QOpenGLFramebufferObject::CombinedDepthStencil);
-    target.bind();
+    const testing::Offscreen target(width, height);
+    if (!target.ready()) return 1;
     std::printf("ms per repaint at %d x %d, %s\n", width, height,
                 reinterpret_cast<const char*>(glGetString(GL_RENDERER)));
     std::printf("%8s %10s %12s %12s %12s %12s %12s %12s %8s\n", "elements", "triangles", "immediate",

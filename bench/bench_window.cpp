@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "app/window/main_window.h"
+#include "offscreen.h"
 
 using namespace kestralum;
 
@@ -115,11 +116,7 @@ void print(const std::string& stage, const Turning& turning) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    QSurfaceFormat format;
-    format.setProfile(QSurfaceFormat::CompatibilityProfile);
-    format.setVersion(2, 1);
-    format.setDepthBufferSize(24);
-    QSurfaceFormat::setDefaultFormat(format);
+    testing::use_view_format();
     QApplication application(argc, argv);
     const int cells = argc > 1 ? std::atoi(argv[1]) : 30;
     if (cells < 1 || cells > 200) {

@@ -32,9 +32,10 @@ inline void draw_every_face(const view::Picture& picture, const view::SceneTable
             for (const int p : local) {
                 const std::int32_t n = element[p] - 1;
                 if (picture.contour())
-                    glColor4fv(contour_color(normalised(picture.values()[static_cast<std::size_t>(n)],
-                                                        *picture.range()),
-                                             alpha)
+                    glColor4fv(scale_color({},
+                                           share_of(picture.values()[static_cast<std::size_t>(n)],
+                                                    picture.range()->low.value, picture.range()->high.value),
+                                           alpha)
                                    .data());
                 glVertex3dv(places.data() + 3 * static_cast<std::ptrdiff_t>(n));
             }

@@ -116,16 +116,16 @@ std::optional<ValueRange> value_range(std::span<const double> values, std::span<
     return range;
 }
 
-std::optional<ValueRange> value_range_all_frames(std::int32_t index, const Mesh& mesh, Frames frames,
+std::optional<ValueRange> value_range_all_frames(Frames frames, const ValuesOfFrame& values_of,
                                                  std::span<const std::int32_t> nodes,
-                                                 const NodesOfFrame& nodes_of, const FieldBase* base) {
+                                                 const NodesOfFrame& nodes_of) {
     std::optional<ValueRange> range;
     for (std::int32_t frame = 1; frame <= mode_num(frames); ++frame) {
         const Frame& values = *frame_at(frames, frame);
         std::vector<std::int32_t> left;
         const bool other = nodes_of && !values.removed.empty();
         if (other) left = nodes_of(values);
-        auto here = value_range(nodal_values(index, mesh, values, base), other ? left : nodes);
+        auto here = value_range(values_of(values), other ? left : nodes);
         if (!here) continue;
         here->low.frame = here->high.frame = frame;
         if (!range) range = here;
@@ -133,15 +133,6 @@ std::optional<ValueRange> value_range_all_frames(std::int32_t index, const Mesh&
         if (here->high.value > range->high.value) range->high = here->high;
     }
     return range;
-}
-
-double normalised(double value, const ValueRange& range) {
-    const double share = share_of(value, range.low.value, range.high.value);
-    return std::isnan(share) ? share : std::clamp(share, 0.0, 1.0);
-}
-
-Color contour_color(double v, double alpha) {
-    return scale_color({}, v, alpha);
 }
 
 }  // namespace kestralum::view

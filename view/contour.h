@@ -119,18 +119,12 @@ std::optional<Vec3> place_of_extreme(const Mesh& mesh, std::span<const double> p
 // are not finite do not count; none where nothing remains.
 std::optional<ValueRange> value_range(std::span<const double> values, std::span<const std::int32_t> nodes);
 
-// The same over all frames; over `nodes_of` a frame that has lost elements, where it is given.
+// The same over all frames, of the values that a frame has; over `nodes_of` a frame that has lost elements,
+// where it is given.
+using ValuesOfFrame = std::function<std::vector<double>(const Frame&)>;
 using NodesOfFrame = std::function<std::vector<std::int32_t>(const Frame&)>;
-std::optional<ValueRange> value_range_all_frames(std::int32_t index, const Mesh& mesh, Frames frames,
+std::optional<ValueRange> value_range_all_frames(Frames frames, const ValuesOfFrame& values_of,
                                                  std::span<const std::int32_t> nodes,
-                                                 const NodesOfFrame& nodes_of = {},
-                                                 const FieldBase* base = nullptr);
-
-// 0 at the low end, 1 at the high end, clamped; 0 in a range without width. NaN stays NaN.
-double normalised(double value, const ValueRange& range);
-
-// Colour of v in [0, 1]: blue, cyan, green, yellow, red, always one component at least at 1. Grey for
-// NaN: no value.
-Color contour_color(double v, double alpha);
+                                                 const NodesOfFrame& nodes_of = {});
 
 }  // namespace kestralum::view

@@ -1,6 +1,7 @@
 // What the window's slots set and the drawing reads.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <optional>
@@ -127,6 +128,9 @@ struct DisplayState {
     ColorScale scale;
     DisplayUnits units;
     std::vector<ShownSection> sections;
+    bool hides(const Vec3& place) const {
+        return std::ranges::any_of(sections, [&](const ShownSection& s) { return s.hides(place); });
+    }
     std::int32_t active_section = -1;  // whose rim is drawn; -1 none
     std::vector<std::int32_t> probes;  // nodes (0-based) that are marked with their values
     Threshold threshold;

@@ -165,10 +165,9 @@ std::optional<ValueRange> Picture::range_of_all_frames(const SceneTables& tables
                                         : build_surface(mesh, kind, choice_).value_nodes;
     }
     return value_range_all_frames(
-        state.shown_contour(), mesh, tables.frames(),
+        tables.frames(), [&](const Frame& frame) { return nodes_of(tables, state, frame); },
         inside_shows_ ? range_nodes(mesh) : std::span<const std::int32_t>(whole_nodes_),
-        [&](const Frame& frame) { return nodes_left(mesh, frame, whole_nodes_, choice_); },
-        field_base(tables, false));
+        [&](const Frame& frame) { return nodes_left(mesh, frame, whole_nodes_, choice_); });
 }
 
 // Materials are found once for a mesh, and only where a quantity wants them.
@@ -204,28 +203,31 @@ std::vector<double> less(const std::vector<double>& values, std::int32_t contour
 
 }  // namespace
 
-void Picture::find_nodal_values(const SceneTables& tables, const DisplayState& state, const Frame& frame) {
+std::vector<double> Picture::nodes_of(const SceneTables& tables, const DisplayState& state,
+                                      const Frame& frame) {
     const std::int32_t contour = state.shown_contour();
     const FieldBase* base = is_further(contour) ? field_base(tables, false) : nullptr;
-    values_ = nodal_values(contour, tables.mesh(), frame, base);
-    if (tables.minus && !values_.empty()) values_ = less(values_, contour, *tables.minus);
+    const std::vector<double> values = nodal_values(contour, tables.mesh(), frame, base);
+    return tables.minus && !values.empty() ? less(values, contour, *tables.minus) : values;
 }
 
 // The same code picks a quantity out of the elements' table as out of the nodes'.
-void Picture::find_element_values(const SceneTables& tables, const DisplayState& state, const Frame& frame) {
-    element_values_.clear();
-    if (!state.look.element_values || !tables.element_stress || tables.minus) return;
+std::vector<double> Picture::elements_of(const SceneTables& tables, const DisplayState& state,
+                                         const Frame& frame) {
+    if (!state.look.element_values || !tables.element_stress || tables.minus) return {};
     Frame table;
     table.node_stress = tables.element_stress(frame);
-    if (table.node_stress.empty()) return;
+    if (table.node_stress.empty()) return {};
     table.mode_vec.assign(3 * std::size_t(tables.mesh().element_num()), 0);
     const std::int32_t contour = state.shown_contour();
-    element_values_ = place_values(contour, table, is_further(contour) ? field_base(tables, true) : nullptr);
-    if (std::ssize(element_values_) != tables.mesh().element_num()) element_values_.clear();
+    const FieldBase* base = is_further(contour) ? field_base(tables, true) : nullptr;
+    std::vector<double> values = place_values(contour, table, base);
+    if (std::ssize(values) != tables.mesh().element_num()) values.clear();
+    return values;
 }
 
-std::optional<ValueRange> Picture::range_of_frame(const Mesh& mesh) {
-    if (element_values_.empty()) return value_range(values_, range_nodes(mesh));
+// Those that are seen, or all that are drawn where the inside shows.
+std::vector<std::int32_t> Picture::range_elements(const Mesh& mesh) {
     std::vector<std::int32_t> elements;
     if (inside_shows_) {
         for (std::int32_t e = 0; e < mesh.element_num(); ++e)
@@ -234,9 +236,19 @@ std::optional<ValueRange> Picture::range_of_frame(const Mesh& mesh) {
         for (const std::int32_t e : free_.triangle_element)
             if (e >= 0 && (elements.empty() || elements.back() != e)) elements.push_back(e);
     }
-    auto range = value_range(element_values_, elements);
-    if (range) range->low.of_element = range->high.of_element = true;
-    return range;
+    return elements;
+}
+
+std::optional<ValueRange> Picture::element_range_of_all_frames(const SceneTables& tables,
+                                                               const DisplayState& state) {
+    const std::vector<std::int32_t> elements = range_elements(tables.mesh());
+    return value_range_all_frames(
+        tables.frames(), [&](const Frame& frame) { return elements_of(tables, state, frame); }, elements,
+        [&](const Frame& frame) {
+            std::vector<std::int32_t> left = elements;
+            std::erase_if(left, [&](std::int32_t e) { return std::ranges::binary_search(frame.removed, e); });
+            return left;
+        });
 }
 
 void Picture::update_values(const SceneTables& tables, const DisplayState& state, bool carries) {
@@ -252,26 +264,31 @@ void Picture::update_values(const SceneTables& tables, const DisplayState& state
     range_.reset();
     const auto frame = frame_at(tables.frames(), state.frame);
     if (!carries || !frame) return;
-    find_nodal_values(tables, state, *frame);
+    values_ = nodes_of(tables, state, *frame);
     if (values_.empty()) return;
     if (state.real_time) return widen_live_range(tables, state);
     live_range_.reset();
-    find_element_values(tables, state, *frame);
-    if (!all_frames || tables.minus || !element_values_.empty()) {
-        range_ = range_of_frame(tables.mesh());
-        return;
+    element_values_ = elements_of(tables, state, *frame);
+    const bool of_elements = !element_values_.empty();
+    if (all_frames) {
+        const RangeKey range_key{results_revision_, whole_revision_, state.shown_contour(), inside_shows_,
+                                 of_elements};
+        if (!(range_key == all_frames_key_)) {
+            all_frames_key_ = range_key;
+            all_frames_range_ =
+                of_elements ? element_range_of_all_frames(tables, state) : range_of_all_frames(tables, state);
+        }
+        range_ = all_frames_range_;
+    } else {
+        range_ = of_elements ? value_range(element_values_, range_elements(tables.mesh()))
+                             : value_range(values_, range_nodes(tables.mesh()));
     }
-    const RangeKey range_key{results_revision_, whole_revision_, state.shown_contour(), inside_shows_};
-    if (!(range_key == all_frames_key_)) {
-        all_frames_key_ = range_key;
-        all_frames_range_ = range_of_all_frames(tables, state);
-    }
-    range_ = all_frames_range_;
+    if (range_) range_->low.of_element = range_->high.of_element = of_elements;
 }
 
 // Of a run that goes on: over all frames that were shown, so that colours do not jump from one to the next.
 void Picture::widen_live_range(const SceneTables& tables, const DisplayState& state) {
-    const RangeKey key{0, whole_revision_, state.shown_contour(), inside_shows_};
+    const RangeKey key{0, whole_revision_, state.shown_contour(), inside_shows_, false};
     if (!live_range_ || !(key == live_key_))
         live_range_ = range_of_all_frames(tables, state);
     else if (const auto now = value_range(values_, range_nodes(tables.mesh()))) {
@@ -354,9 +371,9 @@ ScaleRule Picture::scale_rule(const SceneTables& tables, const DisplayState& sta
 }
 
 void Picture::update_shape(const SceneTables& tables, const DisplayState& state) {
-    const ShapeKey key{results_revision_,  faces_revision_,   state.frame,
-                       tables.ana_type(),  state.mode_scale,  state.auto_scale,
-                       state.result_ready, state.deformation, state.deformation_factor};
+    const ShapeKey key{results_revision_,        faces_revision_,      state.frame,        tables.ana_type(),
+                       state.mode_scale,         state.auto_scale,     state.result_ready, state.deformation,
+                       state.deformation_factor, tables.largest_factor};
     if (key == shape_key_) return;
     const bool same_faces = key.faces == shape_key_.faces, same_kind = key.ana_type == shape_key_.ana_type;
     shape_key_ = key;
@@ -364,12 +381,17 @@ void Picture::update_shape(const SceneTables& tables, const DisplayState& state)
     const double former_factor = factor_;
     frame_ = state.result_ready ? frame_at(tables.frames(), state.frame) : nullptr;
     if (frame_ && frame_->mode_vec.size() != tables.mesh().coordinates.size()) frame_ = nullptr;
-    factor_ = scale_factor(tables.ana_type(), vector(), scale_rule(tables, state));
+    factor_ = frame_ ? own_factor(tables, state, *frame_) : 0;
+    if (state.deformation != Deformation::fixed) factor_ = std::min(factor_, tables.largest_factor);
     phases_ = phase_table(tables.ana_type());
     // frames that a run adds behind the one shown change nothing
     const bool same_places = same_kind && frame_ == former_frame && factor_ == former_factor;
     if (!same_places) ++places_revision_;
     if (!same_places || !same_faces) ++shape_revision_;
+}
+
+double Picture::own_factor(const SceneTables& tables, const DisplayState& state, const Frame& frame) {
+    return scale_factor(tables.ana_type(), frame.mode_vec, scale_rule(tables, state));
 }
 
 double Picture::swing(int phase) const {

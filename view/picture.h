@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <span>
@@ -45,6 +46,8 @@ struct SceneTables {
     // What an element has itself, in the layout of Frame::node_stress with elements in place of nodes; empty
     // where it is not known.
     std::function<std::vector<double>(const Frame&)> element_stress = {};
+    // Displacements are drawn no farther, but for a fixed factor: what is compared has one factor.
+    double largest_factor = std::numeric_limits<double>::infinity();
 
     const Mesh& mesh() const { return run ? run->mesh : model.mesh; }
     Frames frames() const { return run ? Frames(run->results) : Frames(); }
@@ -94,6 +97,8 @@ public:
     // Load case of the frame shown; empty: none or not told.
     std::string frame_name() const { return frame_ ? frame_->name : std::string(); }
     double factor() const { return factor_; }  // on it, at the largest swing
+    // What that would be for a frame, whatever tables.largest_factor says.
+    double own_factor(const SceneTables& tables, const DisplayState& state, const Frame& frame);
     bool deformed() const { return factor_ != 0 && !vector().empty(); }
     double swing(int phase) const;  // on it, at an entry of the phase table
 
@@ -118,11 +123,13 @@ private:
     bool take_removed(const SceneTables& tables, const DisplayState& state);
     Surface surface_of(const Mesh& mesh, Faces faces);
     std::optional<ValueRange> range_of_all_frames(const SceneTables& tables, const DisplayState& state);
+    std::optional<ValueRange> element_range_of_all_frames(const SceneTables& tables,
+                                                          const DisplayState& state);
     void update_values(const SceneTables& tables, const DisplayState& state, bool carries);
     void widen_live_range(const SceneTables& tables, const DisplayState& state);
-    void find_element_values(const SceneTables& tables, const DisplayState& state, const Frame& frame);
-    void find_nodal_values(const SceneTables& tables, const DisplayState& state, const Frame& frame);
-    std::optional<ValueRange> range_of_frame(const Mesh& mesh);
+    std::vector<double> elements_of(const SceneTables& tables, const DisplayState& state, const Frame& frame);
+    std::vector<double> nodes_of(const SceneTables& tables, const DisplayState& state, const Frame& frame);
+    std::vector<std::int32_t> range_elements(const Mesh& mesh);
     void update_trim(const SceneTables& tables, const DisplayState& state);
     TrimRequest trim_request(const Mesh& mesh, const DisplayState& state);
     void update_shape(const SceneTables& tables, const DisplayState& state);
@@ -167,7 +174,7 @@ private:
         double mode_scale = 0;
         bool auto_scale = false, ready = false;
         Deformation deformation = Deformation::usual;
-        double deformation_factor = 1;
+        double deformation_factor = 1, largest_factor = 0;
         bool operator==(const ShapeKey&) const = default;
     } shape_key_;
     struct TrimKey {
@@ -182,7 +189,7 @@ private:
     struct RangeKey {
         std::uint64_t results = 0, faces = 0;
         std::int32_t contour = -1;
-        bool inside = false;
+        bool inside = false, of_elements = false;
         bool operator==(const RangeKey&) const = default;
     } all_frames_key_;
     std::optional<ValueRange> all_frames_range_;

@@ -48,7 +48,7 @@ public:
             for (Group& group : groups_) cut_group(group);
             cut_lines(edges_);
             cut_lines(outline_);
-            if (request_.closed && request_.body)
+            if (request_.body)
                 add_closing(cut_at_level(mesh_, request_.levels[level_], request_.gone), level_);
         }
         for (const std::vector<double>& iso : request_.iso_levels) add_iso(iso);

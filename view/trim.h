@@ -31,7 +31,6 @@ struct TrimRequest {
     std::vector<std::vector<double>> levels;      // of the cuts, node_num finite values each
     std::vector<std::vector<double>> iso_levels;  // of surfaces inside the body, 0 on each; NaN: none there
     std::span<const char> gone = {};              // per element: not drawn; empty: all are
-    bool closed = true;                           // the cuts are closed by faces
     bool body = true;                             // else its outline and the iso-surfaces alone
 };
 

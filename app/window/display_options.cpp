@@ -82,17 +82,14 @@ std::string take_bands(Text text, view::DisplayState& display) {
 }
 
 std::string take_units(Text text, view::DisplayState& display) {
-    for (std::size_t from = 0; from <= text.size();) {
-        const std::size_t comma = std::min(text.find(',', from), text.size());
-        const std::string word = text.substr(from, comma - from);
-        from = comma + 1;
+    return each_word(text, [&display](Text word) -> std::string {
         const auto stress = row_of(view::stress_unit_names, word),
                    length = row_of(view::length_unit_names, word);
         if (!stress && !length) return "--units wants Pa, kPa, MPa, m or mm, not '" + word + "'";
         if (stress) display.units.stress = static_cast<view::StressUnit>(*stress);
         if (length) display.units.length = static_cast<view::LengthUnit>(*length);
-    }
-    return {};
+        return {};
+    });
 }
 
 std::string take_threshold(Text text, view::DisplayState& display) {
@@ -101,14 +98,12 @@ std::string take_threshold(Text text, view::DisplayState& display) {
 }
 
 std::string take_iso(Text text, view::DisplayState& display) {
-    for (std::size_t from = 0; from <= text.size();) {
-        const std::size_t comma = std::min(text.find(',', from), text.size());
-        const auto value = finite_number(text.substr(from, comma - from));
+    return each_word(text, [&](Text word) -> std::string {
+        const auto value = finite_number(word);
         if (!value) return "--iso wants values separated by commas, not '" + text + "'";
         display.iso_values.push_back(*value);
-        from = comma + 1;
-    }
-    return {};
+        return {};
+    });
 }
 
 std::string take_deformation(Text text, view::DisplayState& display) {
@@ -127,18 +122,14 @@ std::string take_deformation(Text text, view::DisplayState& display) {
 }
 
 std::string take_look(Text text, view::DisplayState& display) {
-    for (std::size_t from = 0; from <= text.size();) {
-        const std::size_t comma = std::min(text.find(',', from), text.size());
-        const std::string word = text.substr(from, comma - from);
-        from = comma + 1;
-        view::Look& look = display.look;
-        const std::pair<const char*, bool*> switches[] = {
-            {"silhouettes", &look.silhouettes},      {"occlusion", &look.occlusion},
-            {"undeformed", &look.undeformed},        {"marks", &look.marks},
-            {"elements", &look.element_values},      {"round-ticks", &display.scale.round_ticks},
-            {"outside", &display.scale.mark_outside}};
-        const auto found =
-            std::ranges::find(switches, word, [](const auto& s) { return std::string(s.first); });
+    view::Look& look = display.look;
+    const std::pair<std::string, bool*> switches[] = {
+        {"silhouettes", &look.silhouettes},      {"occlusion", &look.occlusion},
+        {"undeformed", &look.undeformed},        {"marks", &look.marks},
+        {"elements", &look.element_values},      {"round-ticks", &display.scale.round_ticks},
+        {"outside", &display.scale.mark_outside}};
+    return each_word(text, [&](Text word) -> std::string {
+        const auto found = std::ranges::find(switches, word, [](const auto& s) { return s.first; });
         if (found != std::end(switches))
             *found->second = true;
         else if (word == "smooth")
@@ -147,8 +138,8 @@ std::string take_look(Text text, view::DisplayState& display) {
             look.shading = view::Shading::contour;
         else
             return "--look: '" + word + "' is none of its words";
-    }
-    return {};
+        return {};
+    });
 }
 
 std::string take_glyphs(Text text, view::DisplayState& display) {
@@ -162,6 +153,15 @@ std::string take_glyphs(Text text, view::DisplayState& display) {
 }
 
 }  // namespace
+
+std::string each_word(const std::string& text, const Take& take) {
+    for (std::size_t from = 0; from <= text.size();) {
+        const std::size_t comma = std::min(text.find(',', from), text.size());
+        if (std::string refused = take(text.substr(from, comma - from)); !refused.empty()) return refused;
+        from = comma + 1;
+    }
+    return {};
+}
 
 std::string take_contour(const std::string& text, view::DisplayState& display) {
     display.further = text == "plastic" ? view::plastic_strain_row : text == "error" ? view::error_row : 0;

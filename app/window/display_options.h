@@ -14,6 +14,9 @@ using AddOption = std::function<void(const std::string& name, const std::string&
                                      const std::string& description, Take take)>;
 void describe_display(const AddOption& add_option, view::DisplayState& display);
 
+// Each of the words between a text's commas, until one is refused; why.
+std::string each_word(const std::string& text, const Take& take);
+
 // The index of a quantity by its number, by "plastic" or "error", or by its name in files; a contour menu's
 // row into display.contour, others into display.further. Why the text is none.
 [[nodiscard]] std::string take_contour(const std::string& text, view::DisplayState& display);

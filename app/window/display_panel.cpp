@@ -104,6 +104,15 @@ QCheckBox* DisplayPanel::add_switch(QFormLayout* form, const char* name, const c
     return box;
 }
 
+// A field that is left as it was keeps the digits that it does not show.
+void DisplayPanel::when_typed(QLineEdit* edit, std::function<void()> take) {
+    connect(edit, &QLineEdit::editingFinished, this, [this, edit, take = std::move(take)] {
+        if (showing_ || !edit->isModified()) return;
+        edit->setModified(false);
+        take();
+    });
+}
+
 QLineEdit* DisplayPanel::add_value(QFormLayout* form, const char* name, const char* label, const char* tip) {
     auto* edit = named(name, new QLineEdit);
     edit->setMinimumWidth(70);
@@ -118,8 +127,7 @@ void DisplayPanel::make_colors(QVBoxLayout* column) {
     low_ = add_value(form, "display_low", "from", "Low end of a fixed range");
     high_ = add_value(form, "display_high", "to", "High end of a fixed range");
     connect(range_, &QComboBox::currentIndexChanged, this, &DisplayPanel::take_range);
-    for (QLineEdit* edit : {low_, high_})
-        connect(edit, &QLineEdit::editingFinished, this, &DisplayPanel::take_fixed_range);
+    for (QLineEdit* edit : {low_, high_}) when_typed(edit, [this] { take_fixed_range(); });
     bands_ = named("display_bands", new QSpinBox);
     bands_->setRange(view::least_bands - 1, view::most_bands);
     bands_->setSpecialValueText("smooth");
@@ -176,9 +184,7 @@ void DisplayPanel::make_deformation(QVBoxLayout* column) {
     connect(deformation_, &QComboBox::currentIndexChanged, this, [this] {
         if (!showing_) take_deformation();
     });
-    connect(factor_, &QLineEdit::editingFinished, this, [this] {
-        if (!showing_) take_deformation();
-    });
+    when_typed(factor_, [this] { take_deformation(); });
     add_switch(form, "display_undeformed", "Undeformed outline", "Edges of the body at rest",
                state_.look.undeformed);
 }
@@ -238,8 +244,8 @@ void DisplayPanel::make_sections(QVBoxLayout* column) {
         const auto [low, high] = view::reach_along(shown_.box(), active()->normal);
         move_section(low + (high - low) * step / slider_steps);
     });
-    connect(position_, &QLineEdit::editingFinished, this, [this] {
-        if (showing_ || !active()) return;
+    when_typed(position_, [this] {
+        if (!active()) return;
         const auto value = number_in(position_);
         mark(position_, value.has_value());
         if (value) move_section(*value / length_factor());
@@ -256,10 +262,7 @@ void DisplayPanel::make_values(QVBoxLayout* column) {
     form->addRow("Surfaces", iso_count_);
     iso_ =
         add_value(form, "display_iso", "at", "Values, separated by blanks; the body is shown as an outline");
-    for (QLineEdit* edit : {below_, above_, iso_})
-        connect(edit, &QLineEdit::editingFinished, this, [this] {
-            if (!showing_) take_values();
-        });
+    for (QLineEdit* edit : {below_, above_, iso_}) when_typed(edit, [this] { take_values(); });
     connect(iso_count_, &QSpinBox::valueChanged, this, [this](int count) {
         if (!showing_) spread_iso_values(count);
     });
@@ -325,7 +328,6 @@ void DisplayPanel::take_range(int row) {
 }
 
 void DisplayPanel::take_fixed_range() {
-    if (showing_) return;
     const auto low = number_in(low_), high = number_in(high_);
     const bool good = low && high && *low < *high;
     for (QLineEdit* edit : {low_, high_}) mark(edit, good);
@@ -354,25 +356,33 @@ void DisplayPanel::take_deformation() {
 }
 
 void DisplayPanel::take_values() {
-    const auto limit = [&](QLineEdit* edit, std::optional<double>& place) {
+    QString why;
+    const auto limit = [&](QLineEdit* edit) -> std::optional<double> {
         const auto value = number_in(edit);
-        const bool empty = edit->text().trimmed().isEmpty();
-        mark(edit, empty || value);
-        if (!empty && !value) return emit refused("A threshold is a number");
-        place = value;
-        if (place) *place /= value_factor();
+        const bool good = value || edit->text().trimmed().isEmpty();
+        mark(edit, good);
+        if (!good) why = "A threshold is a number";
+        return value ? std::optional(*value / value_factor()) : std::nullopt;
     };
-    limit(below_, state_.threshold.below);
-    limit(above_, state_.threshold.above);
-    state_.iso_values.clear();
+    const view::Threshold typed{limit(below_), limit(above_)};
+    if (typed.below && typed.above && !(*typed.below < *typed.above)) {
+        mark(above_, false);
+        why = "Hide below wants less than hide above";
+    }
+    if (why.isEmpty()) state_.threshold = typed;
+    std::vector<double> values;
     bool good = true;
     for (const QString& word : iso_->text().split(QRegularExpression("[\\s,;]+"), Qt::SkipEmptyParts)) {
         const auto value = parse_double(word.toStdString());
-        if (value && std::isfinite(*value)) state_.iso_values.push_back(*value / value_factor());
         good = good && value && std::isfinite(*value);
+        if (good) values.push_back(*value / value_factor());
     }
     mark(iso_, good);
-    if (!good) emit refused("The values of surfaces are numbers separated by blanks");
+    if (good)
+        state_.iso_values = values;
+    else
+        why = "The values of surfaces are numbers separated by blanks";
+    if (!why.isEmpty()) emit refused(why);
     emit changed();
 }
 

@@ -4,6 +4,7 @@
 
 #include <QWidget>
 #include <array>
+#include <functional>
 #include <map>
 
 #include "app/window/shown_model.h"
@@ -53,6 +54,7 @@ private:
     QCheckBox* add_switch(QFormLayout* form, const char* name, const char* text, const char* tip,
                           bool& place);
     QLineEdit* add_value(QFormLayout* form, const char* name, const char* label, const char* tip);
+    void when_typed(QLineEdit* edit, std::function<void()> take);
     void take_range(int row);
     void take_fixed_range();
     void take_deformation();

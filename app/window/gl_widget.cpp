@@ -238,6 +238,10 @@ void GLWidget::mouseReleaseEvent(QMouseEvent* event) {
     view::mouse_press(shown_.camera, at.x(), at.y());
     if (!click_ || event->button() != Qt::LeftButton) return;
     click_ = false;
+    if (shown_.comparison() == Compare::side_by_side && pane_left_ == 0) {
+        emit said(QString::fromStdString(shown_.pick_held(at.x() + 0.5, at.y() + 0.5)));
+        return update();
+    }
     const auto mark = measure_texts([&](const view::gl::TextPainter& texts) {
         return shown_.drawing.mark_at(shown_.tables(), state(), shown_.camera, texts, at.x(), at.y());
     });

@@ -46,6 +46,7 @@ signals:
     void started();                               // the settings are read: a model may be opened
     void settings_missing();                      // the program cannot go on
     void picked(const QString& text, bool more);  // more: beside what was picked before
+    void said(const QString& text);               // of the held result beside the one shown
     void extreme_clicked(bool largest);           // its text at the contour bar
     void section_moved();                         // by the mouse
     void painted();                               // on the screen

@@ -75,6 +75,7 @@ MainWindow::MainWindow(const std::string& log_folder, bool quiet)
     connect(view_, &GLWidget::started, this, &MainWindow::on_started);
     connect(view_, &GLWidget::settings_missing, this, &MainWindow::on_settings_missing);
     connect(view_, &GLWidget::picked, this, &MainWindow::say);
+    connect(view_, &GLWidget::said, this, &MainWindow::say);
     view_->shown().on_selection = [this] { copy_->setEnabled(!view_->shown().selection().empty()); };
     connect(view_, &GLWidget::painted, this, [this] {
         if (live_ && std::exchange(live_frame_new_, false)) live_->repainted();

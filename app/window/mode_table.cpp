@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "app/window/number_table.h"
 #include "app/window/widgets.h"
 
 namespace kestralum {
@@ -57,16 +58,10 @@ ModeTable::ModeTable(std::function<const Run*()> run, QWidget* parent)
     : QWidget(parent),
       run_(std::move(run)),
       note_(new QLabel(nothing)),
-      table_(new QTableWidget),
+      table_(new_number_table("mode_rows")),
       copy_(new QPushButton("Copy Table")) {
     setObjectName("mode_table");
-    table_->setObjectName("mode_rows");
-    table_->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    table_->setSelectionBehavior(QAbstractItemView::SelectRows);
     table_->setSelectionMode(QAbstractItemView::SingleSelection);
-    table_->setAlternatingRowColors(true);
-    table_->verticalHeader()->hide();
-    table_->verticalHeader()->setDefaultSectionSize(table_->fontMetrics().height() + 6);
     copies_with_key(table_, [this] { copy(); });
     note_->setObjectName("mode_note");
     note_->setWordWrap(true);

@@ -1,5 +1,6 @@
 // A held result beside the one that is shown, or taken off it.
 #include <algorithm>
+#include <limits>
 #include <string_view>
 
 #include "app/window/caption.h"
@@ -103,12 +104,18 @@ void ShownModel::draw(view::gl::TextPainter& texts) {
     drawing.draw(tables(), state, camera, texts);
 }
 
-void ShownModel::draw_both(view::gl::TextPainter& texts) {
-    const view::SceneTables held{.model = *held_.model,
-                                 .run = held_.run.get(),
-                                 .force_node = held_.run->force_node,
-                                 .fixed_nodes = held_fixed_nodes_};
-    view::DisplayState right = state, left = state;
+view::SceneTables ShownModel::held_tables() const {
+    view::SceneTables tables{.model = *held_.model,
+                             .run = held_.run.get(),
+                             .force_node = held_.run->force_node,
+                             .fixed_nodes = held_fixed_nodes_};
+    tables.largest_factor = one_factor_;
+    return tables;
+}
+
+// Of runs with steps the same one.
+view::DisplayState ShownModel::held_state() const {
+    view::DisplayState left = state;
     left.result_ready = true;
     const bool steps = has_steps(held_.run->ana_type) && has_steps(ana_type());
     left.frame = view::clamp_frame(steps ? state.frame : held_frame_, held_.run->mode_num());
@@ -116,20 +123,55 @@ void ShownModel::draw_both(view::gl::TextPainter& texts) {
     left.highlight = {};
     left.probes.clear();
     if (held_.model != store.model) left.part_looks.clear();
-    drawing.update(tables(), right);
-    left.deformation = view::Deformation::fixed;
-    left.deformation_factor = drawing.picture().factor();
-    held_drawing_.update(held, left);
-    share_range(left, right, held_drawing_.picture(), drawing.picture());
+    return left;
+}
+
+// Neither is drawn farther than it would be alone.
+void ShownModel::share_factor() {
+    const view::DisplayState left = held_state();
+    const FactorKey key{view::frame_at(tables().frames(), state.frame),
+                        view::frame_at(held_tables().frames(), left.frame), state.mode_scale,
+                        state.auto_scale, state.deformation};
+    if (key == factor_of_) return;
+    factor_of_ = key;
+    one_factor_ = std::numeric_limits<double>::infinity();
+    const auto take = [&](double factor) {
+        if (factor > 0) one_factor_ = std::min(one_factor_, factor);
+    };
+    if (key.shown) take(drawing.own_factor(tables(), state, *key.shown));
+    if (key.held) take(held_drawing_.own_factor(held_tables(), left, *key.held));
+}
+
+ShownModel::Panes ShownModel::panes() {
+    Panes both{held_state(), state};
+    drawing.update(tables(), both.right);
+    held_drawing_.update(held_tables(), both.left);
+    share_range(both.left, both.right, held_drawing_.picture(), drawing.picture());
+    return both;
+}
+
+void ShownModel::draw_both(view::gl::TextPainter& texts) {
+    share_factor();
+    const Panes both = panes();
     view::Camera half = camera;
     half.left = 0;
     held_drawing_.set_title("Held: " + held_name_);
-    held_drawing_.draw(held, left, half, texts);
+    held_drawing_.draw(held_tables(), both.left, half, texts);
     half.left = camera.width;
     texts.set_left(half.left);
     drawing.set_title("Shown: " + name_of(store.run.get()));
-    drawing.draw(tables(), right, half, texts);
+    drawing.draw(tables(), both.right, half, texts);
     texts.set_left(0);
+}
+
+std::string ShownModel::pick_held(double x, double y) {
+    const view::DisplayState left = held_state();
+    const view::SceneTables held = held_tables();
+    held_drawing_.update(held, left);
+    const auto found = pick_in(held_drawing_.picture(), held, left, x, y);
+    held_drawing_.set_pick(found);
+    ++revision_;
+    return found ? "Held: " + pick_line(*found, held_drawing_.picture(), held, left) : "";
 }
 
 void ShownModel::set_background(const view::Color& color) {

@@ -93,6 +93,7 @@ view::SceneTables ShownModel::tables() const {
     view::SceneTables tables{*store.model, store.run.get(), force_node_,     fixed_nodes_,
                              rigid_holds_, support_holds_,  support_springs_};
     if (compare_ == Compare::difference && !held_.node_of.empty()) tables.minus = &held_;
+    if (compare_ == Compare::side_by_side) tables.largest_factor = one_factor_;
     if (store.run)
         tables.element_stress = [model = store.model, run = store.run](const Frame& frame) {
             return element_values(*model, *run, frame);
@@ -105,41 +106,56 @@ view::Scene ShownModel::box() const {
 }
 
 void ShownModel::fit(const view::gl::TextPainter& texts) {
-    drawing.update(tables(), state);
+    const std::vector<double> points = extent();
     const auto room = drawing.room(tables(), state, camera, texts);
-    const auto points = view::gl::extent_points(drawing.picture(), tables(), state);
     view::fit_beside(camera, box(), points, room.margins, room.boxes);
 }
 
-bool ShownModel::leaves_view(const view::gl::TextPainter& texts) {
+// Of the held result too where it stands beside.
+std::vector<double> ShownModel::extent() {
+    const bool both = compare_ == Compare::side_by_side;
+    if (both) share_factor();
     drawing.update(tables(), state);
+    std::vector<double> points = view::gl::extent_points(drawing.picture(), tables(), state);
+    if (!both) return points;
+    held_drawing_.update(held_tables(), held_state());
+    const auto more = view::gl::extent_points(held_drawing_.picture(), held_tables(), held_state());
+    points.insert(points.end(), more.begin(), more.end());
+    return points;
+}
+
+bool ShownModel::leaves_view(const view::gl::TextPainter& texts) {
+    const std::vector<double> points = extent();
     const auto room = drawing.room(tables(), state, camera, texts);
     std::vector<view::PixelBox> taken = room.boxes;
     taken.insert(taken.end(), room.strips.begin(), room.strips.end());
-    const auto points = view::gl::extent_points(drawing.picture(), tables(), state);
     return !view::in_free_view(camera, box(), points, taken);
 }
 
 std::string ShownModel::pick(double x, double y, bool more) {
-    const view::SceneTables shown = tables();
-    drawing.update(shown, state);
-    const view::Picture& picture = drawing.picture();
-    std::vector<double> places;
-    picture.place(shown, state.phase, places);
-    const auto found = view::pick_node(view::unproject(camera, box(), x, y), picture.outside(), places,
-                                       view::pixel_slack(camera, 5), picture.further());
+    drawing.update(tables(), state);
+    const auto found = pick_in(drawing.picture(), tables(), state, x, y);
     drawing.set_pick(found);
     select(found, more);
     if (!found) return "";
     recent_picks_.push_back(found->node - 1);
     if (recent_picks_.size() > 3) recent_picks_.erase(recent_picks_.begin());
-    return pick_line(*found);
+    return pick_line(*found, drawing.picture(), tables(), state);
 }
 
-std::string ShownModel::pick_line(const view::Pick& pick) const {
-    const view::Picture& picture = drawing.picture();
-    return view::status_text(pick, mesh(), picture.vector(), picture.values(), state.shown_contour(),
-                             {ana_type(), state.units});
+std::optional<view::Pick> ShownModel::pick_in(const view::Picture& picture, const view::SceneTables& tables,
+                                              const view::DisplayState& display, double x, double y) const {
+    std::vector<double> places;
+    picture.place(tables, display.phase, places);
+    const view::Scene box = tables.box();
+    return view::pick_node(view::unproject(camera, box, x, y), picture.outside(), places,
+                           view::pixel_slack(camera, 5), picture.further());
+}
+
+std::string ShownModel::pick_line(const view::Pick& pick, const view::Picture& picture,
+                                  const view::SceneTables& tables, const view::DisplayState& display) {
+    return view::status_text(pick, tables.mesh(), picture.vector(), picture.values(), display.shown_contour(),
+                             {tables.ana_type(), display.units});
 }
 
 std::string ShownModel::go_to_extreme(bool largest) {
@@ -171,7 +187,7 @@ std::string ShownModel::go_to_node(std::int32_t node) {
     view::centre_on(camera, pick.place, box());
     drawing.set_pick(pick);
     ++revision_;
-    return pick_line(pick);
+    return pick_line(pick, drawing.picture(), tables(), state);
 }
 
 void ShownModel::select(const std::optional<view::Pick>& pick, bool more) {

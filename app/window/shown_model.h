@@ -71,6 +71,8 @@ public:
     // model, which takes the mark away. The faces around the pixel are selected: in place of those that are,
     // or with `more` beside them. A pixel beside the faces selects none, with `more` it changes nothing.
     std::string pick(double x, double y, bool more = false);
+    // The same with the held result in its own view: named and marked there, nothing is selected.
+    std::string pick_held(double x, double y);
 
     // The nodes that were picked last (0-based), the latest behind; at most three.
     const std::vector<std::int32_t>& recent_picks() const { return recent_picks_; }
@@ -88,7 +90,10 @@ public:
     std::string selection_records();
 
 private:
-    std::string pick_line(const view::Pick& pick) const;
+    std::optional<view::Pick> pick_in(const view::Picture& picture, const view::SceneTables& tables,
+                                      const view::DisplayState& display, double x, double y) const;
+    static std::string pick_line(const view::Pick& pick, const view::Picture& picture,
+                                 const view::SceneTables& tables, const view::DisplayState& display);
     void select(const std::optional<view::Pick>& pick, bool more);
     void selection_changed();
 
@@ -102,7 +107,15 @@ private:
     std::vector<view::SupportSprings> support_springs_;
 
     std::vector<std::int32_t> recent_picks_;
+    std::vector<double> extent();
     std::string match_held();
+    struct Panes {
+        view::DisplayState left, right;  // of the held result and of the one shown
+    };
+    Panes panes();
+    view::SceneTables held_tables() const;
+    view::DisplayState held_state() const;
+    void share_factor();
     void draw_both(view::gl::TextPainter& texts);
 
     view::Subtracted held_;  // node_of and material: of the run shown, in Compare::difference
@@ -111,6 +124,14 @@ private:
     Compare compare_ = Compare::off;
     view::gl::SceneDrawing held_drawing_;
     std::vector<std::int32_t> held_fixed_nodes_;
+    struct FactorKey {
+        std::shared_ptr<const Frame> shown, held;
+        double mode_scale = 0;
+        bool auto_scale = false;
+        view::Deformation deformation = view::Deformation::usual;
+        bool operator==(const FactorKey&) const = default;
+    } factor_of_;
+    double one_factor_ = 0;  // the smaller one of what both would be drawn with
     view::FaceSelection selection_;
     std::string records_;                   // of the selection, once they have been asked for
     std::vector<std::string> given_names_;  // in records so far

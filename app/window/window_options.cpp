@@ -94,19 +94,15 @@ std::string take_film_range(WindowOptions& options, const std::string& text) {
                               : "--frames wants FROM:TO or FROM:TO:STEP, from 1, not '" + text + "'";
 }
 
-// Words separated by commas.
 std::string take_entries(const std::string& option, const std::string& text, std::vector<std::size_t>& rows) {
-    for (std::size_t from = 0; from <= text.size();) {
-        const std::size_t comma = std::min(text.find(',', from), text.size());
-        const std::string word = text.substr(from, comma - from);
-        from = comma + 1;
+    return each_word(text, [&](const std::string& word) -> std::string {
         const auto row =
             std::find_if(view::view_entries.begin(), view::view_entries.end(),
                          [&](const view::ViewEntry& entry) { return option_word(entry.text) == word; });
         if (row == view::view_entries.end()) return option + ": '" + word + "' is no entry of the View menu";
         rows.push_back(row - view::view_entries.begin());
-    }
-    return {};
+        return {};
+    });
 }
 
 // Words for a help text that goes on in lines of at most eight.

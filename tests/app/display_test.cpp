@@ -41,6 +41,7 @@ protected:
     void type(const char* name, const QString& text) {
         auto* edit = find<QLineEdit>(name);
         edit->setText(text);
+        edit->setModified(true);
         emit edit->editingFinished();
     }
     QPoint place_on_screen(const Vec3& place) {
@@ -131,6 +132,11 @@ TEST_F(Display, ThresholdsAndSurfacesGoWithTheirQuantity) {
     EXPECT_TRUE(empty_at({0.1, 0, 0.1}) && !empty_at({0.3, 0, 0.1}));
     type("display_below", "x");
     EXPECT_EQ(status(), "A threshold is a number");
+    EXPECT_EQ(state().threshold.below, 5e5) << "stays";
+    type("display_above", "4e5");
+    type("display_below", "5e5");
+    EXPECT_EQ(status(), "Hide below wants less than hide above");
+    type("display_above", "");
     find<QSpinBox>("display_iso_count")->setValue(4);
     EXPECT_EQ(state().iso_values, (std::vector<double>{125000, 375000, 625000, 875000}));
     action("&Disp. x")->trigger();
@@ -175,6 +181,10 @@ TEST_F(Display, AHeldResultIsComparedBesideAndByDifference) {
     const QColor held = both.pixelColor(place), now = both.pixelColor(place + QPoint(camera().width, 0));
     EXPECT_GT(now.red(), 240);
     EXPECT_TRUE(held.red() < 40 && held.green() > 200) << "a third of the range that both have";
+    QTest::mouseClick(window->view(), Qt::LeftButton, {}, place);
+    EXPECT_TRUE(status().starts_with("Held: ")) << status();
+    EXPECT_NE(status().find("Mises Stress:1.000e+06"), std::string::npos) << status();
+    EXPECT_EQ(shown().drawing.picked_node(), 0);
     QTest::mouseClick(window->view(), Qt::LeftButton, {}, place + QPoint(camera().width, 0));
     EXPECT_NEAR(mesh().node(std::max(shown().drawing.picked_node() - 1, 0))[0], 0.4, 0.01);
     trigger("Compare Side &by Side");

@@ -26,7 +26,7 @@ TEST(ContourColor, RunsFromBlueToRedAtFullBrightness) {
     const Vec3 color[] = {{0, 0, 1}, {0, 0.25, 1}, {0, 1, 1},      {0, 1, 0},
                           {1, 1, 0}, {1, 0, 0},    {0.5, 0.5, 0.5}};
     for (std::size_t k = 0; k < 7; ++k) {
-        const auto [red, green, blue, alpha] = contour_color(at[k], 0.4);
+        const auto [red, green, blue, alpha] = scale_color({}, at[k], 0.4);
         expect_near({red, green, blue}, color[k], 1e-6);
         EXPECT_FLOAT_EQ(alpha, 0.4f);
     }
@@ -71,19 +71,26 @@ TEST_F(Values, RangeOverTheShownNodesNamesItsEnds) {
     const ValueRange range = value_range(values, shown).value();
     const ContourBar bar = contour_bar(6, nonlinear_static, range);
     EXPECT_EQ(bar.smallest + bar.largest, "Min -3.000e+00 Node:2Max 9.000e+00 Node:4");
-    EXPECT_DOUBLE_EQ(normalised(0, range), 0.25);
-    EXPECT_EQ(normalised(100, range), 1);  // a hidden node outside the range
-    EXPECT_TRUE(std::isnan(normalised(nan_value, range)));
+    const auto share = [](double value, const ValueRange& in) {
+        return share_of(value, in.low.value, in.high.value);
+    };
+    EXPECT_DOUBLE_EQ(share(0, range), 0.25);
+    EXPECT_EQ(scale_color({}, share(100, range), 1),
+              scale_color({}, 1, 1));  // a hidden node outside the range
+    EXPECT_TRUE(std::isnan(share(nan_value, range)));
     EXPECT_FALSE(value_range(values, std::vector<std::int32_t>{2, 7, 8}));
     const ValueRange flat{{4, 1, 0}, {4, 1, 0}}, huge{{-1.5e308, 1, 0}, {1.5e308, 2, 0}};
-    EXPECT_EQ(normalised(4, flat), 0);
-    EXPECT_DOUBLE_EQ(normalised(0, huge), 0.5);
+    EXPECT_EQ(share(4, flat), 0);
+    EXPECT_DOUBLE_EQ(share(0, huge), 0.5);
 
-    const ValueRange all = value_range_all_frames(6, mesh, results, std::vector{0, 7}).value();
+    const auto values_of = [&](std::int32_t index) {
+        return [this, index](const Frame& frame) { return nodal_values(index, mesh, frame); };
+    };
+    const ValueRange all = value_range_all_frames(results, values_of(6), std::vector{0, 7}).value();
     const ContourBar all_bar = contour_bar(6, nonlinear_static, all);
     EXPECT_EQ(all_bar.smallest, "Min 1.010e+02 Node:1 Frame:1");
     EXPECT_EQ(all_bar.largest, "Max 2.010e+02 Node:1 Frame:2");
-    EXPECT_FALSE(value_range_all_frames(17, mesh, results, shown));
+    EXPECT_FALSE(value_range_all_frames(results, values_of(17), shown));
 }
 
 TEST(Legend, NamesWhatTheAnalysisShows) {
@@ -147,7 +154,7 @@ TEST(Legend, BarCarriesValuesAndColours) {
     for (std::size_t k = 0; k < bar.ticks.size(); ++k) {
         const double value = std::stod(bar.ticks[k].text);
         EXPECT_NEAR(bar.ticks[k].at, (value + 100) / 400, 1e-3);
-        EXPECT_EQ(bar.colors[k], contour_color(normalised(value, range), 1));
+        EXPECT_EQ(bar.colors[k], scale_color({}, share_of(value, range.low.value, range.high.value), 1));
     }
     EXPECT_EQ(contour_bar(0, eigen, range).title, "Displacement Mag. [mode amplitude]");
     EXPECT_EQ(contour_bar(plastic_strain_row, nonlinear_static, range).title, "Eq. plastic strain");

@@ -162,7 +162,7 @@ TEST(Trim, SurfacesOfOneValueHaveTheirAreaAndVolume) {
         std::vector<double> level = nodal(mesh, [](const Vec3& x) {
             return norm(minus(x, {0.5, 0.5, 0.5})) - r;
         });
-        const Trimmed sphere = trim_surface(mesh, outside, {{}, {level}, {}, true, false});
+        const Trimmed sphere = trim_surface(mesh, outside, {{}, {level}, {}, false});
         const Figures got = measure(mesh, sphere);
         EXPECT_NEAR(got.area, 4 * pi * r * r, 0.015 * 4 * pi * r * r);
         EXPECT_NEAR(got.volume, 4 * pi * r * r * r / 3, 0.02 * 4 * pi * r * r * r / 3);
@@ -171,7 +171,7 @@ TEST(Trim, SurfacesOfOneValueHaveTheirAreaAndVolume) {
         const double rest = measure(mesh, trim_surface(mesh, outside, {{level}})).volume;
         EXPECT_NEAR(rest, 1 - got.volume, kind == ElementKind::hexahedron ? 1e-5 : 1e-12);
         level[level.size() / 2 + 150] = std::nan("");
-        const Trimmed torn = trim_surface(mesh, outside, {{}, {level}, {}, true, false});
+        const Trimmed torn = trim_surface(mesh, outside, {{}, {level}, {}, false});
         EXPECT_LE(torn.surface.triangle_num(), sphere.surface.triangle_num());
         EXPECT_GT(torn.surface.triangle_num(), sphere.surface.triangle_num() / 2);
     }

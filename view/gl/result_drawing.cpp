@@ -59,7 +59,7 @@ void ResultDrawing::add_glyphs(Picture& picture, const SceneTables& tables, cons
     // beside the surface, the nodes that a section lies between
     std::vector<std::int32_t> nodes = picture.outside().nodes;
     for (const auto& [a, b] : picture.further().between)
-        if (a < tables.mesh().node_num()) nodes.push_back(a);
+        if (a < tables.mesh().node_num() && !state.hides(place_of(tables.mesh(), a))) nodes.push_back(a);
     const GlyphSigns signs = glyph_signs({tables.mesh(), *frame, *picture.field_base(tables, false), nodes,
                                           places_, state.glyphs, state.glyph_scale});
     for (const Arrow& arrow : signs.arrows) add_arrow(arrow, arrow_color, line_list_, head_list_);
@@ -73,10 +73,6 @@ void ResultDrawing::add_extremes(const Picture& picture, const SceneTables& tabl
                                  const DisplayState& state) {
     if (!state.look.marks || !picture.contour()) return;
     const ShownUnit unit = told_unit(state.shown_contour(), tables.ana_type(), state.units);
-    const auto hidden = [&](const Vec3& place) {
-        return std::ranges::any_of(state.sections,
-                                   [&](const ShownSection& section) { return section.hides(place); });
-    };
     const auto add = [&](const Extreme& extreme, const char* name, const Color& color) {
         if (extreme.frame > 0 && extreme.frame != state.frame) return;
         const Threshold& limits = state.threshold;
@@ -85,7 +81,7 @@ void ResultDrawing::add_extremes(const Picture& picture, const SceneTables& tabl
             return;
         const auto at = place_of_extreme(tables.mesh(), places_, extreme),
                    rest = place_of_extreme(tables.mesh(), tables.mesh().coordinates, extreme);
-        if (!at || hidden(*rest)) return;
+        if (!at || state.hides(*rest)) return;
         mark_list_.push_back(color_vertex(*at, color));
         labels_.push_back({*at, name + with_unit(extreme.value, unit)});
     };

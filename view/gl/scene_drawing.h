@@ -45,6 +45,10 @@ public:
         selection_text_ = selection.text(mesh);
     }
 
+    double own_factor(const SceneTables& tables, const DisplayState& state, const Frame& frame) {
+        return picture_.own_factor(tables, state, frame);
+    }
+
     // Brings picture() up to date without drawing; needs no context.
     void update(const SceneTables& tables, const DisplayState& state) { picture_.update(tables, state); }
 

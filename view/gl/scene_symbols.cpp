@@ -190,10 +190,7 @@ void SceneDrawing::update_cones(const SceneTables& tables, const DisplayState& s
     cones_of_ = key;
     std::vector<std::int32_t> nodes;
     for (const std::int32_t n : tables.fixed_nodes)
-        if (n < 0 || n >= tables.mesh().node_num() ||
-            std::ranges::none_of(
-                state.sections,
-                [at = place_of(tables.mesh(), n)](const ShownSection& section) { return section.hides(at); }))
+        if (n >= 0 && n < tables.mesh().node_num() && !state.hides(place_of(tables.mesh(), n)))
             nodes.push_back(n);
     std::vector<LitVertex> cones;
     for (const Cone& cone : support_cones(tables.mesh(), nodes, tables.mesh().coordinates))
@@ -297,6 +294,8 @@ OverlayTexts SceneDrawing::texts(const SceneTables& tables, const DisplayState& 
     if (state.shows(ViewFlag::text) && state.result_ready && !picture_.contour() &&
         quantity_text(state.shown_contour())[0] != '\0')
         out.lines.push_back(std::string("No values: ") + quantity_text(state.shown_contour()));
+    if (picture_.trimmed() && picture_.outside().triangle_num() == 0)
+        out.lines.push_back("Sections and thresholds leave nothing of the body");
     out.bar = shown_bar(picture_, state, tables.ana_type());
     if (tables.minus && !out.bar.title.empty()) out.bar.title = "Difference: " + out.bar.title;
     out.triad = state.shows(ViewFlag::axes);
