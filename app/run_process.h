@@ -28,7 +28,8 @@ private:
 };
 
 // Starts the program again with the matrix kernels that this processor deserves; goes on as it is
-// where that is not needed, not possible, or the environment has chosen.
+// where that is not needed, not possible, or the environment has chosen. Where address space is limited the
+// matrix library takes all its buffers then.
 void use_best_kernels(char** argv);
 
 // Reads the settings, makes the log folder and prints the banner. False where there are no settings.
