@@ -24,6 +24,8 @@ expect "check" "$(offered "$batch" ch)" "ch"
 expect "models" "$(offered "$batch" static mo)" "a model"
 expect "models" "$(offered "$batch" static m --log mo)" "--log"
 expect "" "$(offered "$batch" static m --sweep mo)" "--sweep"
+expect "models" "$(offered "$1/package/kestralum-new" mo)" "a folder"
+expect "--bare" "$(offered "$1/package/kestralum-new" --b)" "--b"
 # every option that the help has
 expect "$("$batch" --help | sed -n 's/^  \(-h,\)\{0,1\}\(--[a-z-]*\).*/\2/p' | sort | xargs)" \
     "$(offered "$batch" static -- | tr ' ' '\n' | sort | xargs)" "--"
