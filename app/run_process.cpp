@@ -170,10 +170,21 @@ void use_best_kernels(char** argv) {
 
 bool start_up(std::string_view setting_file, std::string_view log_folder, Settings& settings,
               Progress& progress) {
-    if (read_setting_file(setting_file, settings, progress) == SettingsStatus::missing) return false;
+    if (read_setting_file(setting_file, settings, progress) == SettingsStatus::missing) {
+        if (const std::string hint = missing_settings_hint(); !hint.empty())
+            progress.error("%s", hint.c_str());
+        return false;
+    }
     make_folder(log_folder);
     progress.print("KESTRALUM %s\n", program_version);
     return true;
+}
+
+std::string missing_settings_hint() {
+    std::error_code fault;
+    const auto folder = std::filesystem::read_symlink("/proc/self/exe", fault).parent_path();
+    if (fault || !std::filesystem::exists(folder / "kestralum-new", fault)) return {};
+    return "kestralum-new FOLDER makes a folder with settings and models to start from";
 }
 
 std::string slow_kernels_note() {
