@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "app/verify_page.h"
+#include "app/verify_peer.h"
 #include "app/verify_pictures.h"
 #include "model/format.h"
 #include "model/paths.h"
@@ -146,6 +147,48 @@ VerifyStatus stopped(Progress& progress) {
     return VerifyStatus::cancelled;
 }
 
+// "ok", "MISSED", or what is not judged.
+void print_peer(const VerifyCase& one, const PeerOutcome& outcome, Progress& progress) {
+    if (!outcome.fault.empty()) {
+        progress.summary("%-28s %s: %s\n", one.name.c_str(), outcome.left_out ? "left out" : "MISSED",
+                         outcome.fault.c_str());
+        return;
+    }
+    const bool judged = outcome.limit > 0;
+    const char* const verdict = !judged ? "shown" : outcome.difference <= outcome.limit ? "ok" : "MISSED";
+    print_row(
+        formatted("%-28s %-26s %8zu %12.1e %8s  %-6s  %s", one.name.c_str(), outcome.elements.c_str(),
+                  outcome.compared, outcome.difference,
+                  judged ? formatted("%.0e", outcome.limit).c_str() : "", verdict, outcome.note.c_str()),
+        progress);
+}
+
+VerifyStatus verify_with_ccx(const VerifySelection& selection, const VerifyOptions& options,
+                             const Settings& settings, Progress& progress) {
+    const std::string ccx = find_ccx();
+    if (ccx.empty()) {
+        progress.error("--peer: CalculiX is not installed: there is no ccx on the path");
+        return VerifyStatus::bad_input;
+    }
+    int met = 0, missed = 0, shown = 0, left_out = 0;
+    print_row(formatted("%-28s %-26s %8s %12s %8s", "case", "elements", "compared", "difference", "limit"),
+              progress);
+    for (const auto& [one, judged] : selection.cases) {
+        if (!judged) continue;
+        const PeerOutcome outcome = compare_with_ccx(ccx, *one, settings, options.log_folder, progress);
+        if (progress.cancelled()) return stopped(progress);
+        print_peer(*one, outcome, progress);
+        const bool good = outcome.fault.empty() && outcome.difference <= outcome.limit;
+        ++(outcome.left_out                              ? left_out
+           : outcome.fault.empty() && outcome.limit == 0 ? shown
+           : good                                        ? met
+                                                         : missed);
+    }
+    progress.summary("%d cases agree with CalculiX, %d missed, %d shown, %d left out\n", met, missed, shown,
+                     left_out);
+    return missed == 0 ? VerifyStatus::all_met : VerifyStatus::some_missed;
+}
+
 }  // namespace
 
 VerifyStatus verify(const VerifyOptions& options, const Settings& settings, Progress& progress) {
@@ -162,6 +205,7 @@ VerifyStatus verify(const VerifyOptions& options, const Settings& settings, Prog
         print_list(selection, progress);
         return VerifyStatus::all_met;
     }
+    if (options.ccx) return verify_with_ccx(selection, options, settings, progress);
     if (!options.report.empty() && !can_be_written(options.report, progress)) return VerifyStatus::bad_input;
     VerifyRunner runner(settings, options.log_folder);
     Totals totals;

@@ -18,6 +18,7 @@ struct VerifyOptions {
     std::string log_folder;
     bool list = false;   // tells the cases and runs none
     std::string report;  // page to write; empty: none
+    bool ccx = false;    // compares with CalculiX instead of the targets
 };
 
 enum class VerifyStatus { all_met, some_missed, bad_input, cancelled, no_page };
@@ -26,6 +27,7 @@ enum class VerifyStatus { all_met, some_missed, bad_input, cancelled, no_page };
 // check, target, got, error, "ok" or "MISSED", tolerance, and beside the first check the seconds of the case.
 // What a case has no target for is "shown", or "weak" where the formulation is known to be bad, which a line
 // behind the checks explains. A case that cannot be run is missed, with the reason.
+// With CalculiX one line per static or modal case: what is compared, the largest difference and its limit.
 VerifyStatus verify(const VerifyOptions& options, const Settings& settings, Progress& progress);
 
 }  // namespace kestralum

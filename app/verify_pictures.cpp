@@ -11,6 +11,7 @@
 #include <string_view>
 #include <thread>
 
+#include "app/program_path.h"
 #include "mesh/child_process.h"
 #include "model/paths.h"
 
@@ -21,15 +22,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr double patience = 120;  // s without a line of the window program
-
-// The program of this name on the path; empty: there is none.
-std::string on_path(const std::string& name) {
-    const char* const folders = std::getenv("PATH");
-    std::istringstream list(folders ? folders : "");
-    for (std::string folder; std::getline(list, folder, ':');)
-        if (const std::string file = folder + "/" + name; ::access(file.c_str(), X_OK) == 0) return file;
-    return {};
-}
 
 // A screen in memory for as long as the object lives.
 class Screen {
@@ -100,20 +92,14 @@ struct Artist {
     }
 };
 
-std::string beside_this_program() {
-    std::error_code fault;
-    const fs::path program = fs::read_symlink("/proc/self/exe", fault).parent_path() / "kestralum";
-    return !fault && ::access(program.c_str(), X_OK) == 0 ? program.string() : std::string();
-}
-
 }  // namespace
 
 DrawnPictures draw_pictures(std::span<const PictureOrder> orders, const std::string& log_folder,
                             Progress& progress) {
     DrawnPictures out{std::vector<std::string>(orders.size()), {}};
-    Artist artist{beside_this_program(), {}, fs::path(log_folder) / "verify_pictures"};
+    Artist artist{program_beside("kestralum"), {}, fs::path(log_folder) / "verify_pictures"};
     const char* const display = std::getenv("DISPLAY");
-    const std::string server = display && *display ? std::string() : on_path("Xvfb");
+    const std::string server = display && *display ? std::string() : program_on_path("Xvfb");
     const auto none = [&](const char* why) {
         out.why_none = why;
         return out;

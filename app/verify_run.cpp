@@ -193,18 +193,6 @@ bool is_met(const VerifyCheck& check, double got, double a, double b, double tol
     return false;
 }
 
-// "enhanced hexahedra"
-std::string elements_of(const Model& model, const Run& run) {
-    switch (run.mesh.element_type) {
-        case ElementKind::tetrahedron4:
-            return "4-node tetrahedra";
-        case ElementKind::tetrahedron10:
-            return "10-node tetrahedra";
-        default:
-            return std::string(word_of(hexahedron_form(model, run.origin.options))) + " hexahedra";
-    }
-}
-
 // One check: its value becomes known to those behind it.
 CheckOutcome judge(const VerifyCase& one, const VerifyCheck& check, const Model& model, const Run& run,
                    Known& known) {
@@ -233,6 +221,17 @@ std::string first_error(const Remarks& remarks, const char* otherwise) {
 }
 
 }  // namespace
+
+std::string elements_of(const Model& model, const Run& run) {
+    switch (run.mesh.element_type) {
+        case ElementKind::tetrahedron4:
+            return "4-node tetrahedra";
+        case ElementKind::tetrahedron10:
+            return "10-node tetrahedra";
+        default:
+            return std::string(word_of(hexahedron_form(model, run.origin.options))) + " hexahedra";
+    }
+}
 
 double CheckOutcome::error() const {
     const bool compared = check->expectation == Expectation::near || check->expectation == Expectation::shown;

@@ -8,6 +8,7 @@
 #include "app/verify_cases.h"
 #include "model/model.h"
 #include "model/progress.h"
+#include "model/run.h"
 #include "model/settings.h"
 
 namespace kestralum {
@@ -34,6 +35,9 @@ struct CaseOutcome {
     std::int64_t element_num = 0, dof_num = 0;
     double seconds = 0;  // of reading and analysis
 };
+
+// "enhanced hexahedra"
+std::string elements_of(const Model& model, const Run& run);
 
 // As the console and the page tell them; empty where there is none.
 std::string target_text(const CheckOutcome& outcome);

@@ -90,6 +90,11 @@ std::string choose_report(BatchOptions& options, const std::string& text) {
                : "--report wants the name of an .html file, not '" + text + "'";
 }
 
+std::string choose_peer(BatchOptions& options, const std::string& text) {
+    options.peer = text;
+    return text == "ccx" ? "" : "--peer wants ccx (CalculiX), not '" + text + "'";
+}
+
 // What only the steps of an explicit run take; empty where nothing of it is given.
 std::string of_steps(const BatchOptions& options) {
     if (options.keep_frames) return "--keep-frames";
@@ -111,6 +116,7 @@ void take_case_names(BatchOptions& options) {
 std::string of_verify(const BatchOptions& options) {
     if (options.list) return "--list";
     if (options.quick) return "--quick";
+    if (!options.peer.empty()) return "--peer";
     return options.report.empty() ? "" : "--report";
 }
 
@@ -128,7 +134,7 @@ CommandLine describe(BatchOptions& options, Words words) {
         "kestralum-batch frames FRAMES_FILE [--vtu] [--setting FILE] [--log DIR]\n"
         "kestralum-batch verify [CASES_FILE] [NAME]... [--only WORD] [--list] [--quick] [--report "
         "FILE.html]\n"
-        "                       [--setting FILE] [--log DIR]\n"
+        "                       [--peer ccx] [--setting FILE] [--log DIR]\n"
         "kestralum-batch --help | --version",
         options);
     line.add_text(
@@ -197,6 +203,9 @@ CommandLine describe(BatchOptions& options, Words words) {
     line.add_value("--report", "FILE.html",
                    "verify: writes a page with pictures, tables and convergence plots",
                    [&options](const std::string& text) { return choose_report(options, text); });
+    line.add_value("--peer", "ccx",
+                   "verify: compares static and modal cases with CalculiX node by node, not with targets",
+                   [&options](const std::string& text) { return choose_peer(options, text); });
     line.add_text("--case", "NAME",
                   "the load case or combination that acts; without it static computes them all, the others\n"
                   "take all loads together",
@@ -237,6 +246,13 @@ std::string check_sweep(const BatchOptions& options) {
     return refused_axes(options.sweep, options.overrides);
 }
 
+std::string check_verify(const BatchOptions& options) {
+    if (options.list && !options.report.empty()) return "--list does not go with --report";
+    if (!options.peer.empty() && (options.list || !options.report.empty()))
+        return std::string("--peer does not go with ") + (options.list ? "--list" : "--report");
+    return {};
+}
+
 // `frames` makes files of what a run has computed.
 std::string check_frames(const BatchOptions& options) {
     if (options.model_file.empty()) return "the frames file is missing";
@@ -258,9 +274,9 @@ std::string check_command(const BatchOptions& options) {
         (!options.overrides.empty() || options.vtu || options.tidy || !options.probes.empty() ||
          options.hexahedra || !options.load_case.empty() || options.mean_dilatation || options.prestress ||
          !options.sweep.empty() || !of_steps(options).empty() || !of_results(options).empty()))
-        return "verify takes its cases' own options, and --only, --list, --quick, --report, --setting and "
-               "--log";
-    if (verifies) return options.list && !options.report.empty() ? "--list does not go with --report" : "";
+        return "verify takes its cases' own options, and --only, --list, --quick, --report, --peer, "
+               "--setting and --log";
+    if (verifies) return check_verify(options);
     if (const std::string word = of_verify(options); !word.empty()) return word + " goes with verify";
     if (options.command != "check" && !exports && !find_analysis(options.command))
         return "unknown analysis '" + options.command + "'";

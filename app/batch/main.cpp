@@ -237,7 +237,8 @@ ExitStatus run_verify(const BatchOptions& options, const Settings& settings, Pro
                                         .choice = {options.case_names, options.only, options.quick},
                                         .log_folder = options.log_folder,
                                         .list = options.list,
-                                        .report = options.report},
+                                        .report = options.report,
+                                        .ccx = options.peer == "ccx"},
                                        settings, progress);
     if (status == VerifyStatus::bad_input) return exit_bad_input;
     return status == VerifyStatus::all_met ? exit_done : exit_incomplete;

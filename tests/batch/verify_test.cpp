@@ -5,6 +5,7 @@
 
 #include "app/html_text.h"
 #include "app/svg_chart.h"
+#include "app/verify_peer.h"
 #include "batch_run.h"
 #include "model/token_reader.h"
 
@@ -205,6 +206,75 @@ TEST_F(Verify, SaysBeforeItRunsThatNoPageCanBeWritten) {
         EXPECT_FALSE(contains(run.out, "coarse")) << run.out;
     }
     refused("verify cases.txt --report page.txt");
+}
+
+// A program in place of CalculiX that knows the bar's answer: u = SCALE x along the bar, nothing across it.
+const std::string stand_in =
+    "#!/bin/sh\n"
+    "echo ' displacements (vx,vy,vz) for set NALL and time  0.1000000E+01' > $2.dat\n"
+    "awk '/^\\*/ {nodes = /^\\*NODE,/; next} nodes {split($0, a, \",\");\n"
+    "  printf \"%d %.6E %.6E %.6E\\n\", a[1], SCALE * a[2], 0, 0}' SCALE=$SCALE $2.inp >> $2.dat\n"
+    "[ -z \"$BROKEN\" ] || { rm $2.dat; echo '*ERROR in calinput'; exit 201; }\n";
+
+// Where the two agree and where not is told case by case; what the peer has no like of is not judged.
+TEST_F(Verify, ComparesWithAnotherProgram) {
+    folder.write("cases.txt",
+                 "case full model bar.txt % run static hexahedra=full % check t energy shown 1 %\n"
+                 "case twice like full run static set=P=2000 % check %\n"
+                 "case other like full run static hexahedra=enhanced % check %\n"
+                 "case plastic like full run nonlinear % check %\nEND\n");
+    std::filesystem::create_directory(folder.path() / "bin");
+    std::filesystem::permissions(folder.write("bin/ccx", stand_in), std::filesystem::perms::owner_all);
+    const std::string with = "env PATH=\"$PWD/bin:$PATH\" SCALE=1.25e-5 " + in_time;
+    const Ended run = this->run("verify cases.txt --peer ccx", with);
+    EXPECT_EQ(run.status, 1) << run.out << run.err;
+    const std::string full = line_of(run.out, "full "), other = line_of(run.out, "other ");
+    EXPECT_EQ(tokens_of(full)[3], "81");  // 9 by 3 by 3 nodes
+    EXPECT_TRUE(full.ends_with("1e-06  ok")) << full;
+    EXPECT_TRUE(contains(line_of(run.out, "twice "), "5.0e-01    1e-06  MISSED")) << run.out;
+    EXPECT_TRUE(contains(other, "shown   hexahedra enhanced are written as C3D8I")) << other;
+    EXPECT_TRUE(contains(run.out, "\nplastic                      left out: neither static nor modal\n"));
+    EXPECT_TRUE(contains(run.out, "1 cases agree with CalculiX, 1 missed, 1 shown, 1 left out\n")) << run.out;
+    EXPECT_EQ(this->run("verify cases.txt full --peer ccx", with).status, 0);
+    EXPECT_TRUE(contains(this->run("verify cases.txt full --peer ccx", "env BROKEN=1 " + with).out,
+                         "MISSED: ccx ended with status 201: *ERROR in calinput\n"));
+    EXPECT_FALSE(exists("log/verify_peer"));
+    const Ended without = refused("verify cases.txt --peer ccx", 2, no_pictures);
+    EXPECT_TRUE(contains(without.err, "there is no ccx on the path")) << without.err;
+    refused("verify cases.txt --peer other");
+    refused("verify cases.txt --peer ccx --list");
+}
+
+TEST_F(Verify, AgreesWithCalculix) {
+    if (kestralum::find_ccx().empty())
+        GTEST_SKIP() << "CalculiX (ccx) is not installed: the comparison with it is not tried";
+    const Ended run = this->run("verify " KESTRALUM_SOURCE_DIR
+                                "/verify/cases.txt wedge_full thermal_bar_tet4 cases_tet_coarse "
+                                "fv52_full_coarse beam_regular_full --peer ccx");
+    EXPECT_EQ(run.status, 0) << run.out << run.err;
+    EXPECT_TRUE(contains(run.out, "5 cases agree with CalculiX, 0 missed, 0 shown, 0 left out\n")) << run.out;
+}
+
+// Displacements of the steps, then frequencies; what the file tells of the modes' shapes is passed over.
+TEST(Ccx, ReadsWhatItPrints) {
+    const kestralum::CcxResults read = kestralum::read_ccx_dat(
+        "\n displacements (vx,vy,vz) for set NALL and time  0.1000000E+01\n\n"
+        "         1  1.5E-06 -2.0E-07  0.0E+00\n        12  3.0E-06  0.0E+00  4.0E-08\n"
+        "\n displacements (vx,vy,vz) for set NALL and time  0.2000000E+01\n\n"
+        "         1  1.0E+00  2.0E+00  3.0E+00\n"
+        "\n     E I G E N V A L U E   O U T P U T\n\n MODE NO    EIGENVALUE    FREQUENCY\n"
+        "                       REAL PART   IMAGINARY PART\n"
+        "      1   0.4E+04   0.6E+02   0.1006584E+02   0.0E+00\n"
+        "      2   0.9E+04   0.9E+02   0.1509877E+02   0.0E+00\n"
+        "\n     P A R T I C I P A T I O N   F A C T O R S\n\n      1   0.1   0.2   0.3   0.4   0.5   0.6\n"
+        "\n displacements (vx,vy,vz) for set NALL and time  0.0000000E+00\n\n"
+        "         1  9.0E+00  9.0E+00  9.0E+00\n");
+    ASSERT_EQ(read.steps.size(), 2u);
+    ASSERT_EQ(read.steps[0].size(), 2u);
+    EXPECT_EQ(read.steps[0][1].first, 12);
+    EXPECT_EQ(read.steps[0][1].second, (std::array<double, 3>{3e-6, 0, 4e-8}));
+    EXPECT_EQ(read.steps[1].size(), 1u);
+    EXPECT_EQ(read.frequencies, (std::vector<double>{10.06584, 15.09877}));
 }
 
 // An error that falls with a power of the unknowns is a straight line; what is not positive has no place.
