@@ -13,7 +13,7 @@ h1 { font-size: 1.7em; margin-bottom: 0.2em; }
 h2 { font-size: 1.2em; border-bottom: 1px solid #999; margin-top: 2em; padding-bottom: 0.15em; }
 table { border-collapse: collapse; margin: 0.6em 0; }
 th, td { text-align: left; padding: 0.2em 0.9em 0.2em 0; border-bottom: 1px solid #ddd; vertical-align: top; }
-td.n { text-align: right; font-variant-numeric: tabular-nums; }
+td.n { text-align: right; font-variant-numeric: tabular-nums; white-space: nowrap; }
 pre { font-size: 8.5pt; line-height: 1.35; white-space: pre-wrap; background: #f6f6f6; padding: 0.8em; }
 figure { margin: 1em 0; }
 figure img, figure svg { max-width: 100%; height: auto; border: 1px solid #ccc; }

@@ -10,6 +10,7 @@
 #include "model/format.h"
 #include "model/paths.h"
 #include "model/run.h"
+#include "model/token_reader.h"
 
 namespace kestralum {
 
@@ -40,6 +41,18 @@ std::string words_of(const Count& count) {
 
 std::string paragraph(const std::string& text) {
     return "<p>" + escaped(text) + "</p>\n";
+}
+
+// The comments that a model file begins with: words that begin with "%", with "_" for blanks.
+std::string leading_comments(const std::string& model_file) {
+    std::string text, unread, out;
+    if (!paths::read_text(model_file, text, unread)) return {};
+    TokenReader tokens(text);
+    for (std::string_view token = tokens.next(); token.size() > 1 && token.starts_with('%');
+         token = tokens.next())
+        out += (out.empty() ? "" : " ") + std::string(token.substr(1));
+    std::ranges::replace(out, '_', ' ');
+    return out;
 }
 
 // Each text once, in the order in which they come.
@@ -136,6 +149,7 @@ std::string section(const VerifyFamily& family, std::size_t number) {
     for (const std::string& source : each_once(family, &VerifyCase::source))
         sources += (sources.empty() ? "" : "; ") + source;
     if (!sources.empty()) out += paragraph("Source: " + sources);
+    if (!family.words.empty()) out += paragraph(family.words);
     HtmlTable titles({"Case", "Computed as", "Analysis", "Model"});
     for (const CaseOutcome* one : family.cases)
         titles.add({one->is->name, one->is->title, one->is->analysis, paths::base_name(one->is->model_file)});
@@ -160,9 +174,11 @@ std::vector<VerifyFamily> families_of(std::span<const CaseOutcome> outcomes) {
     for (const CaseOutcome& one : outcomes) {
         const std::string& name = one.is->family.empty() ? one.is->title : one.is->family;
         auto family = std::ranges::find(out, name, &VerifyFamily::name);
-        if (family == out.end()) family = out.insert(out.end(), {name, {}, {}});
+        if (family == out.end())
+            family = out.insert(out.end(), {.name = name, .cases = {}, .words = {}, .png = {}});
         family->cases.push_back(&one);
     }
+    for (VerifyFamily& family : out) family.words = leading_comments(family.drawn().model_file);
     return out;
 }
 

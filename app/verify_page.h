@@ -13,13 +13,14 @@ namespace kestralum {
 struct VerifyFamily {
     std::string name;
     std::vector<const CaseOutcome*> cases;
-    std::string png;  // its picture; empty: none
+    std::string words;  // what the comments before the model say of the problem
+    std::string png;    // its picture; empty: none
 
     // Whose picture stands for it: the first that has options for one, else the first.
     const VerifyCase& drawn() const;
 };
 
-// In the order of their first cases.
+// In the order of their first cases. Reads the comments of the models.
 std::vector<VerifyFamily> families_of(std::span<const CaseOutcome> outcomes);
 
 struct VerifyPage {

@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QProcessEnvironment>
 #include <QTimer>
 #include <utility>
 
@@ -32,6 +33,10 @@ QString verification_cases() {
 }
 
 Verification::Verification(Plan plan, QObject* parent) : QObject(parent), plan_(std::move(plan)) {
+    QProcessEnvironment variables = QProcessEnvironment::systemEnvironment();
+    // a thread that waits leaves its core to the window
+    if (!variables.contains("OMP_WAIT_POLICY")) variables.insert("OMP_WAIT_POLICY", "passive");
+    process_.setProcessEnvironment(variables);
     connect(&process_, &QProcess::readyReadStandardOutput, this, &Verification::read_lines);
     connect(&process_, &QProcess::finished, this, &Verification::end);
 }

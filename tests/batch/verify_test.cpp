@@ -172,9 +172,11 @@ TEST_F(Verify, TakesOverWhatACaseDoesNotSayItself) {
 const std::string no_pictures = "env -u DISPLAY PATH=/nowhere /usr/bin/timeout -k 5 200";
 
 TEST_F(Verify, WritesAPageThatStandsForItself) {
-    folder.write("bent.txt", replaced(replaced(replaced(read_file(folder.file("bar.txt")), "8 2 2", "N 1 1"),
-                                               "P 1000", "P 1000 N 4"),
-                                      "area x P  L L -1 1 -1 1", "area y P  L L -1 1 -1 1"));
+    folder.write("bent.txt",
+                 "%A_bar_&_its_tip.\n%L_>_B\n" +
+                     replaced(replaced(replaced(read_file(folder.file("bar.txt")), "8 2 2", "N 1 1"),
+                                       "P 1000", "P 1000 N 4"),
+                              "area x P  L L -1 1 -1 1", "area y P  L L -1 1 -1 1"));
     folder.write("cases.txt", bending);
     const Ended run = this->run("verify cases.txt --report page.html", no_pictures);
     EXPECT_EQ(run.status, 1) << run.err;  // the case without a model is missed, and stands in the page
@@ -182,8 +184,9 @@ TEST_F(Verify, WritesAPageThatStandsForItself) {
     EXPECT_TRUE(contains(run.out, "page                   page.html, 2 problems, 0 pictures\n")) << run.out;
     const std::string page = bytes("page.html");
     for (const char* text :
-         {"<a href=\"#problem1\">Bending &lt;of&gt; bars</a>: 3 met, 2 weak</li>", "Source: Euler (1744)</p>",
-          "KESTRALUM ver3.01", "5, of cases.txt", "<td>fine</td><td>enhanced hexahedra</td><td>108</td>",
+         {"<a href=\"#problem1\">Bending &lt;of&gt; bars</a>: 3 met, 2 weak</li>",
+          "Source: Euler (1744)</p>\n<p>A bar &amp; its tip. L &gt; B</p>", "KESTRALUM ver3.01",
+          "5, of cases.txt", "<td>fine</td><td>enhanced hexahedra</td><td>108</td>",
           "MISSED: ", "Weak: full hexahedra lock.</p>", "none: "})
         EXPECT_TRUE(contains(page, text)) << text << page;
     for (const char* text : {"<script", "<link", "src=", folder.path().c_str()})
