@@ -1,5 +1,5 @@
 # Short names; scripts/ holds the work.
-.PHONY: build run test bench pictures format
+.PHONY: build run test bench fuzz pictures format
 build:
 	scripts/prepare build window cad && scripts/build release
 run:
@@ -8,6 +8,8 @@ test:
 	scripts/test
 bench:
 	scripts/bench
+fuzz:
+	scripts/fuzz
 pictures:
 	scripts/pictures
 format:

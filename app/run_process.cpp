@@ -1,7 +1,10 @@
 #include "app/run_process.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -94,6 +97,46 @@ std::string make_folder(std::string_view log_folder) {
     return inside.parent_path().string();
 }
 
+// OpenBLAS takes a buffer for each of its threads while it is loaded, before main(), one more for each that
+// calls it, and where a limit of address space (ulimit -v) leaves it none it tries for ever. So this runs
+// before any library begins: nothing but system calls.
+__attribute__((no_sanitize("address", "undefined", "thread"))) void check_address_space(int, char**,
+                                                                                        char** environment) {
+    constexpr std::size_t buffer = std::size_t(129) << 20, stack = std::size_t(72)
+                                                                   << 20;  // bytes, with its heap
+    constexpr int most_threads = 128;
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return;
+    cpu_set_t processors;
+    int threads = ::sched_getaffinity(0, sizeof processors, &processors) == 0 ? CPU_COUNT(&processors) : 1;
+    for (char** one = environment; *one; ++one) {
+        constexpr char name[] = "OMP_NUM_THREADS=";
+        const int wanted =
+            std::strncmp(*one, name, sizeof name - 1) == 0 ? std::atoi(*one + sizeof name - 1) : 0;
+        if (wanted > 0 && wanted < threads) threads = wanted;
+    }
+    const std::size_t bytes =
+        static_cast<std::size_t>(std::min(threads, most_threads)) * (2 * buffer + stack);
+    void* const room = ::mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (room != MAP_FAILED) {
+        ::munmap(room, bytes);
+        return;
+    }
+    constexpr char line[] =
+        "the limit of address space (ulimit -v) is too small: the matrix library takes 330 MB for each "
+        "thread, "
+        "with OMP_NUM_THREADS=1 for one\n";
+    (void)!::write(STDERR_FILENO, line, sizeof line - 1);
+    ::_exit(1);
+}
+__attribute__((section(".preinit_array"), used)) void (*const before_libraries)(int, char**,
+                                                                                char**) = check_address_space;
+
+bool address_space_is_limited() {
+    rlimit limit{};
+    return ::getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+}
+
 }  // namespace
 
 LogLock::~LogLock() {
@@ -120,17 +163,28 @@ bool LogLock::take(std::string_view log_folder, Progress& progress) {
 
 void use_best_kernels(char** argv) {
     const char* kernels = better_blas_kernels();
-    if (!kernels || std::getenv("OPENBLAS_CORETYPE") || ::setenv("OPENBLAS_CORETYPE", kernels, 0) != 0)
-        return;
-    ::execv("/proc/self/exe", argv);
+    if (kernels && !std::getenv("OPENBLAS_CORETYPE") && ::setenv("OPENBLAS_CORETYPE", kernels, 0) == 0)
+        ::execv("/proc/self/exe", argv);
+    if (address_space_is_limited()) take_blas_buffers();
 }
 
 bool start_up(std::string_view setting_file, std::string_view log_folder, Settings& settings,
               Progress& progress) {
-    if (read_setting_file(setting_file, settings, progress) == SettingsStatus::missing) return false;
+    if (read_setting_file(setting_file, settings, progress) == SettingsStatus::missing) {
+        if (const std::string hint = missing_settings_hint(); !hint.empty())
+            progress.error("%s", hint.c_str());
+        return false;
+    }
     make_folder(log_folder);
     progress.print("KESTRALUM %s\n", program_version);
     return true;
+}
+
+std::string missing_settings_hint() {
+    std::error_code fault;
+    const auto folder = std::filesystem::read_symlink("/proc/self/exe", fault).parent_path();
+    if (fault || !std::filesystem::exists(folder / "kestralum-new", fault)) return {};
+    return "kestralum-new FOLDER makes a folder with settings and models to start from";
 }
 
 std::string slow_kernels_note() {

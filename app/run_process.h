@@ -28,12 +28,18 @@ private:
 };
 
 // Starts the program again with the matrix kernels that this processor deserves; goes on as it is
-// where that is not needed, not possible, or the environment has chosen.
+// where that is not needed, not possible, or the environment has chosen. Where address space is limited the
+// matrix library takes all its buffers then.
 void use_best_kernels(char** argv);
 
-// Reads the settings, makes the log folder and prints the banner. False where there are no settings.
+// Reads the settings, makes the log folder and prints the banner. False where there are no settings, with the
+// hint where there is one.
 bool start_up(std::string_view setting_file, std::string_view log_folder, Settings& settings,
               Progress& progress);
+
+// Where there are no settings: a command that makes a folder with some; empty where it is not installed
+// beside the program.
+std::string missing_settings_hint();
 
 // What to tell the user where the environment has chosen slower kernels; otherwise empty.
 std::string slow_kernels_note();

@@ -1,6 +1,7 @@
 // Milliseconds of what a user does with a large result: a model opened, turned, given another contour, cut by
-// a section that is dragged, a node picked. 1280 x 860 pixels. Usage: bench_interaction [CELLS]...   along an
-// edge of a box; hexahedra, and tetrahedra six to a cell of a box with as many elements; 40 100 unless given.
+// a section that is dragged, a node picked; the forces of a section, 101 points of a line. 1280 x 860 pixels.
+// Usage: bench_interaction [CELLS]...   along an edge of a box; hexahedra, and tetrahedra six to a cell of a
+// box with as many elements; 40 100 unless given.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -8,9 +9,12 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
+#include "analysis/frame_section.h"
 #include "app/window/shown_model.h"
+#include "fields/locate.h"
 #include "offscreen.h"
 #include "support/box_mesh.h"
 
@@ -100,6 +104,18 @@ void measure(const char* name, ElementKind kind, int cells) {
     });
     const double cut_turned = median(9, [&](int) { turn(); });
     std::printf(" %10.1f %10.1f", section, cut_turned);
+    const double forces = median(5, [&](int k) {
+        (void)frame_section(*model, *run, 0, {"", {0.3 + 0.083 * k, 0, 0}, {1, 0, 0}});
+    });
+    std::optional<Locator> locator;
+    const double first_line = milliseconds([&] {
+        locator.emplace(run->mesh);
+        (void)line_points(*locator, {0.01, 0.02, 0.03}, {0.98, 0.97, 0.99}, 101);
+    });
+    const double line = median(9, [&](int) {
+        (void)line_points(*locator, {0.03, 0.02, 0.9}, {0.98, 0.5, 0.1}, 101);
+    });
+    std::printf(" %8.1f %10.1f %8.1f", forces, first_line, line);
     std::printf("\n");
     std::fflush(stdout);
     shown.drawing.release(true);
@@ -115,7 +131,8 @@ int main(int argc, char** argv) {
     std::printf("ms at %d x %d, %s\n", width, height,
                 reinterpret_cast<const char*>(glGetString(GL_RENDERER)));
     std::printf(
-        "            elements       open     turn  contour first pick     pick    section cut turned\n");
+        "            elements       open     turn  contour first pick     pick    section cut turned   "
+        "forces first line     line\n");
     std::vector<int> sizes;
     for (int k = 1; k < argc; ++k) sizes.push_back(std::atoi(argv[k]));
     if (sizes.empty()) sizes = {40, 100};

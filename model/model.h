@@ -9,10 +9,9 @@
 #include "model/mesh.h"
 #include "model/mesh_sets.h"
 #include "model/records.h"
+#include "model/version.h"
 
 namespace kestralum {
-
-inline constexpr const char* program_version = "ver3.01";
 
 // Settings of the explicit and the nonlinear analysis, from the control file beside the model; 0 until one is
 // read.

@@ -1,9 +1,11 @@
 #include "solver/panels.h"
 
 #include <cblas.h>
+#include <omp.h>
 #include <sys/mman.h>
 
 #include <string_view>
+#include <vector>
 
 namespace kestralum {
 
@@ -205,6 +207,20 @@ const char* better_blas_kernels() {
 
 void use_serial_blas() {
     openblas_set_num_threads(1);
+}
+
+// Long enough that the calls of all threads are under way at the same time.
+void take_blas_buffers() {
+    use_serial_blas();
+    constexpr int n = 512;
+    const std::vector<double> a(n * n, 1.0);
+    std::vector<double> all(static_cast<std::size_t>(omp_get_max_threads()) * n * n);
+#pragma omp parallel
+    {
+#pragma omp barrier
+        cblas_dgemm(CblasRowMajor, CblasNoTrans, CblasTrans, n, n, n, 1.0, a.data(), n, a.data(), n, 0.0,
+                    all.data() + static_cast<std::size_t>(omp_get_thread_num()) * n * n, n);
+    }
 }
 
 }  // namespace kestralum

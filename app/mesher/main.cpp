@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "app/mesher/cad_mesher.h"
+#include "model/version.h"
 
 namespace {
 
@@ -48,6 +49,30 @@ bool read_argument(std::string_view argument, MesherRequest& request) {
     return true;
 }
 
+constexpr const char* usage =
+    "kestralum-mesher file=FILE output=FILE [WORD=VALUE]...\n"
+    "kestralum-mesher --help | --version\n"
+    "\n"
+    "Divides a CAD file into tetrahedra. kestralum and kestralum-batch start it for the CAD files of a "
+    "model.\n"
+    "\n"
+    "Arguments:\n"
+    "  file=FILE             STEP, IGES, BREP or a closed STL surface, by its ending\n"
+    "  output=FILE           the mesh, Gmsh's format 4.1, binary\n"
+    "  size=S                edge of an element, in the file's length; 0, unless given: chosen, and told\n"
+    "  order=1|2             4-node or 10-node tetrahedra; 2 unless given\n"
+    "  curvature=N           elements around a full turn; -1, unless given: 12, but no edge under size/5\n"
+    "  fragment=on|off       bodies that touch share the nodes of their faces; off unless given\n"
+    "  refine=GROUP:S        edge at a face or body; repeatable\n"
+    "  most_elements=N       more than these are refused before the work begins\n"
+    "\n"
+    "Options:\n"
+    "  -h,--help             prints this\n"
+    "  --version             prints the version\n"
+    "\n"
+    "Exit status: 0 done, the last line is \"done\"; 1 it could not be divided, the last line is \"error\" "
+    "and why.\n";
+
 int fail(const char* reason) {
     std::printf("\nerror %s\n", reason);
     return 1;
@@ -57,6 +82,9 @@ int fail(const char* reason) {
 
 int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);  // the caller follows the lines
+    const std::string_view asked = argc == 2 ? argv[1] : "";
+    if (asked == "-h" || asked == "--help") return std::fputs(usage, stdout) < 0;
+    if (asked == "--version") return std::printf("KESTRALUM %s\n", kestralum::program_version) < 0;
     MesherRequest request;
     for (int k = 1; k < argc; ++k)
         if (!read_argument(argv[k], request)) return fail("a WORD=VALUE that it knows expected");

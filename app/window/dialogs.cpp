@@ -8,7 +8,9 @@
 #include <QPushButton>
 #include <QScrollArea>
 #include <QVBoxLayout>
+
 #include <algorithm>
+#include "app/window/render_image.h"
 
 #include "view/display_state.h"
 
@@ -111,9 +113,8 @@ PixmapWindow::PixmapWindow(const QPixmap& pixmap, QWidget* parent)
 void PixmapWindow::save() {
     const QString name = ask_for_new_file(this, "Save pixmap", "picture", ".png");
     if (name.isEmpty()) return;
-    if (!pixmap_.save(name))
-        show_errors(this, "The pixmap was not saved",
-                    {name + " cannot be written; its ending has to be .png or .jpg"});
+    const QString fault = save_image(pixmap_.toImage(), name);
+    if (!fault.isEmpty()) show_errors(this, "The pixmap was not saved", {fault});
 }
 
 }  // namespace kestralum

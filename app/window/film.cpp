@@ -1,7 +1,6 @@
 #include "app/window/film.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
 #include <QTimer>
@@ -153,9 +152,8 @@ QString FilmMaker::add_picture() {
 }
 
 QString FilmMaker::add_to_series(const QImage& image) const {
-    QFile file(temporary(done_ + 1));
-    if (file.open(QIODevice::WriteOnly) && image.save(&file, "PNG") && file.flush()) return {};
-    return QString("%1 cannot be written: %2").arg(film_.file_name, file.errorString());
+    const QString file = temporary(done_ + 1);
+    return save_image(image, file).replace(file, film_.file_name);
 }
 
 void FilmMaker::coder_ended() {
@@ -184,6 +182,10 @@ QString FilmMaker::place_files() const {
                 .arg(QString::fromStdString(to), QString::fromStdString(error.message()));
     }
     return {};
+}
+
+std::string FilmMaker::older_pictures() const {
+    return coder_ ? "" : kestralum::older_pictures(film_.file_name.toStdString(), count());
 }
 
 void FilmMaker::cancel() {

@@ -43,6 +43,7 @@ public:
     void cancel();
 
     std::size_t count() const { return film_.frames.size(); }
+    std::string older_pictures() const;  // those of a longer series that was there, for the user; else empty
     const Film& film() const { return film_; }
 
 signals:

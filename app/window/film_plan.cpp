@@ -1,6 +1,7 @@
 #include "app/window/film_plan.h"
 
 #include <algorithm>
+#include <filesystem>
 
 #include "model/format.h"
 #include "model/token_reader.h"
@@ -49,6 +50,15 @@ int usual_fps(AnalysisType ana_type) {
 std::string series_name(const std::string& file_name, std::size_t number) {
     const std::size_t dot = file_name.rfind('.');
     return file_name.substr(0, dot) + formatted("_%04zu", number) + file_name.substr(dot);
+}
+
+std::string older_pictures(const std::string& file_name, std::size_t count) {
+    std::size_t last = count;
+    std::error_code unknown;
+    while (std::filesystem::exists(series_name(file_name, last + 1), unknown)) ++last;
+    if (last == count) return {};
+    return formatted("%s to %s are of an earlier film", series_name(file_name, count + 1).c_str(),
+                     series_name(file_name, last).c_str());
 }
 
 std::vector<std::string> film_coder_arguments(FilmFormat format, int width, int height, int fps,

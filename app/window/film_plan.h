@@ -54,6 +54,9 @@ int usual_fps(AnalysisType ana_type);
 // "dir/film_0001.png" of "dir/film.png", `number` from 1.
 std::string series_name(const std::string& file_name, std::size_t number);
 
+// A line for the user where pictures of an earlier, longer series follow on one of `count`; else empty.
+std::string older_pictures(const std::string& file_name, std::size_t count);
+
 // Arguments of ffmpeg that takes frames of width × height pixels of 4 bytes, blue, green, red and one that
 // does not count, from its standard input and writes `file_name`. Not for a PNG series. WebM and MP4 have
 // sides of an even number of pixels: an odd one gets a row or column more.

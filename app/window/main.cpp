@@ -1,5 +1,6 @@
 // kestralum: the program with its window.
 #include <QApplication>
+#include <QIcon>
 #include <QMessageBox>
 #include <QOffscreenSurface>
 #include <QOpenGLContext>
@@ -97,7 +98,9 @@ int main(int argc, char** argv) {
     QSurfaceFormat::setDefaultFormat(format);
     int qt_argc = 1;  // the options are the program's own
     QApplication application(qt_argc, argv);
-    std::setlocale(LC_NUMERIC, "C");  // Qt took the user's; numbers have a point
+    QGuiApplication::setDesktopFileName("kestralum");
+    QApplication::setWindowIcon(QIcon::fromTheme("kestralum"));  // of the installed program
+    std::setlocale(LC_NUMERIC, "C");                             // Qt took the user's; numbers have a point
     const Renderer renderer = find_renderer();
     if (renderer == Renderer::none) {
         progress.error("kestralum: OpenGL cannot be used on this display (platform %s)",

@@ -19,6 +19,7 @@
 #include <array>
 #include <utility>
 
+#include "app/run_process.h"
 #include "app/window/dialogs.h"
 #include "app/window/live_run.h"
 #include "app/window/progress_line.h"
@@ -95,9 +96,11 @@ void MainWindow::on_started() {
 
 void MainWindow::on_settings_missing() {
     const QString place = QDir::toNativeSeparators(QDir::currentPath());
-    show_errors(this, "The settings file is missing",
-                {QString("setting/setting.txt was looked for in %1.").arg(place),
-                 "Start the program in the folder that holds the folder setting."});
+    QStringList lines{QString("setting/setting.txt was looked for in %1.").arg(place),
+                      "Start the program in the folder that holds the folder setting."};
+    if (const std::string hint = missing_settings_hint(); !hint.empty())
+        lines << QString::fromStdString(hint) + ".";
+    show_errors(this, "The settings file is missing", lines);
     QCoreApplication::exit(0);
 }
 

@@ -137,13 +137,16 @@ void MainWindow::start_film(Film film, bool all_frames_range) {
             say(error);
         else if (!error.isEmpty())
             refuse("The animation was not saved", {error});
-        else
+        else {
             tell(MessageKind::summary, {QString("%1: %2 pictures of %3 x %4, %5 a second")
                                             .arg(done.file_name)
                                             .arg(done.frames.size())
                                             .arg(done.image.size.width())
                                             .arg(done.image.size.height())
                                             .arg(done.fps)});
+            if (const std::string older = film_->older_pictures(); !older.empty())
+                tell(MessageKind::note, {QString::fromStdString(older)});
+        }
         film_ = nullptr;
     });
     film_->start();

@@ -6,9 +6,9 @@
 #include <cmath>
 
 #include "app/window/dialogs.h"
+#include "app/window/saved_file.h"
 #include "app/window/widgets.h"
 #include "results/csv.h"
-#include "results/text_output.h"
 
 namespace kestralum {
 
@@ -88,10 +88,8 @@ std::string csv_text(const NumberTable& table) {
 QString save_csv_text(QWidget* parent, const QString& title, const QString& name, const std::string& text) {
     const QString file = ask_for_new_file(parent, title, name, ".csv");
     if (file.isEmpty()) return {};
-    SilentProgress silent;
-    const std::string fault = write_whole(
-        file.toStdString(), "log", [&](TextOutput& out) { out.write(text); }, silent);
-    return fault.empty() ? QString() : "Not saved: " + QString::fromStdString(fault);
+    const QString fault = save_whole(file, text);
+    return fault.isEmpty() ? QString() : "Not saved: " + fault;
 }
 
 }  // namespace kestralum

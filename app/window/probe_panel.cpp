@@ -183,6 +183,7 @@ void ProbePanel::add(std::int32_t node) {
 
 void ProbePanel::pick_node(int node) {
     if (!clicks_->isChecked() || node < 1 || node > shown_.mesh().node_num()) return;
+    shown_.clear_selection();  // the click is for the node: its faces keep their colours
     const auto found = std::ranges::find(kept_, node - 1, &Kept::node);
     if (found == kept_.end())
         add(node - 1);

@@ -1,15 +1,16 @@
 #include "app/window/render_image.h"
 
+#include <QBuffer>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QImageWriter>
 #include <QOpenGLFramebufferObject>
 #include <QPainter>
-#include <QSaveFile>
 #include <algorithm>
 
 #include "app/window/caption.h"
 #include "app/window/painter_texts.h"
+#include "app/window/saved_file.h"
 
 namespace kestralum {
 
@@ -137,16 +138,20 @@ void fit_to_frames(ShownModel& shown, const ImageOptions& options, std::span<con
     shown.camera.shift = fitted.shift;
 }
 
+QByteArray coded(const QImage& image, const QByteArray& format, int quality) {
+    QBuffer buffer;
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, format.constData(), quality);
+    return buffer.data();
+}
+
 QString save_image(const QImage& image, const QString& file_name) {
     const QByteArray ending = QFileInfo(file_name).suffix().toLower().toLatin1();
     if (!QImageWriter::supportedImageFormats().contains(ending))
         return QString("%1 cannot be written: its ending has to be .png or .jpg").arg(file_name);
     constexpr int jpeg_quality = 92;
-    QSaveFile file(file_name);
-    if (file.open(QIODevice::WriteOnly) &&
-        image.save(&file, ending.constData(), ending.startsWith("jp") ? jpeg_quality : -1) && file.commit())
-        return {};
-    return QString("%1 cannot be written: %2").arg(file_name, file.errorString());
+    const QByteArray bytes = coded(image, ending, ending.startsWith("jp") ? jpeg_quality : -1);
+    return save_whole(file_name, {bytes.constData(), static_cast<std::size_t>(bytes.size())});
 }
 
 }  // namespace kestralum

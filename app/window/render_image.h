@@ -33,6 +33,9 @@ QImage render_image(ShownModel& shown, const ImageOptions& options, QString& err
 // with `fit` would let the frame shown. Needs a context that is current.
 void fit_to_frames(ShownModel& shown, const ImageOptions& options, std::span<const std::int32_t> frames);
 
+// The bytes of a file: "png" or "jpg"; quality 0 to 100, -1: the usual one.
+QByteArray coded(const QImage& image, const QByteArray& format, int quality = -1);
+
 // Writes a picture as its ending tells, .png or .jpg: the whole file or none, a former one stays meanwhile.
 // Why that was not possible; empty: done.
 QString save_image(const QImage& image, const QString& file_name);

@@ -1,11 +1,10 @@
 #include "app/window/report_pictures.h"
 
-#include <QBuffer>
 #include <QDateTime>
-#include <QSaveFile>
 #include <utility>
 
 #include "app/window/render_image.h"
+#include "app/window/saved_file.h"
 #include "view/legend.h"
 
 namespace kestralum {
@@ -56,10 +55,7 @@ public:
         options.whole_width = true;
         options.white = true;
         const QImage image = render_image(shown_, options, error_);
-        QByteArray png;
-        QBuffer buffer(&png);
-        if (!image.isNull() && buffer.open(QIODevice::WriteOnly) && image.save(&buffer, "PNG"))
-            pictures_.push_back({title, png.toBase64().toStdString()});
+        if (!image.isNull()) pictures_.push_back({title, coded(image, "png").toBase64().toStdString()});
     }
     std::vector<ReportPicture> pictures() { return std::move(pictures_); }
 
@@ -111,9 +107,7 @@ QString write_report(const ShownModel& shown, const ReportTexts& texts, std::vec
     const QByteArray html = QString::fromStdString(report_html({*shown.store.model, shown.store.run.get(),
                                                                 texts, std::move(pictures), time}))
                                 .toUtf8();
-    QSaveFile file(file_name);
-    if (file.open(QIODevice::WriteOnly) && file.write(html) == html.size() && file.commit()) return {};
-    return QString("%1 cannot be written: %2").arg(file_name, file.errorString());
+    return save_whole(file_name, {html.constData(), static_cast<std::size_t>(html.size())});
 }
 
 }  // namespace kestralum

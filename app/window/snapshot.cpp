@@ -163,9 +163,13 @@ ExitStatus write_film(const WindowOptions& options, ShownModel& shown, Progress&
     maker.start();
     loop.exec();
     if (progress.lines_wanted()) progress.print("\n");
-    if (error.isEmpty()) return exit_done;
-    progress.error("%s", error.toStdString().c_str());
-    return exit_failed;
+    if (!error.isEmpty()) {
+        progress.error("%s", error.toStdString().c_str());
+        return exit_failed;
+    }
+    if (const std::string older = maker.older_pictures(); !older.empty())
+        progress.summary("note: %s\n", older.c_str());
+    return exit_done;
 }
 
 ExitStatus write_page(const WindowOptions& options, ShownModel& shown, Progress& progress) {

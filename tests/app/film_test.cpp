@@ -1,4 +1,5 @@
 // Pictures and films in files, and the user's own views.
+#include <sys/resource.h>
 #include <QComboBox>
 #include <QFileDialog>
 #include <QInputDialog>
@@ -9,6 +10,7 @@
 #include <QSettings>
 #include <QSpinBox>
 #include <QTreeWidget>
+#include <csignal>
 
 #include "app/window/dialogs.h"
 #include "app/window/saved_views.h"
@@ -25,6 +27,10 @@ class Saving : public Window {
 protected:
     // Answers the dialog of a menu entry: fields by name, then the file; an empty one closes the file dialog.
     void save(const char* entry, const std::map<std::string, std::string>& fields, const std::string& file) {
+        begin(entry, fields, file);
+        expect_answered();
+    }
+    void begin(const char* entry, const std::map<std::string, std::string>& fields, const std::string& file) {
         answer_next<QDialog>([this, fields, file](QDialog* dialog) {
             for (const auto& [name, value] : fields) {
                 QWidget* field = dialog->findChild<QWidget*>(QString::fromStdString(name));
@@ -45,7 +51,6 @@ protected:
             dialog->accept();
         });
         trigger(entry);
-        expect_answered();
     }
     QImage image(const std::string& name) { return QImage(QString::fromStdString(folder.file(name))); }
     // Files that begin so, and folders of films under way.
@@ -86,6 +91,34 @@ TEST_F(Saving, PicturesOfAnySize) {
     EXPECT_EQ(count("a."), 0u);
 }
 
+// What is written is whole or not there, and the system's own reason is told.
+TEST_F(Saving, AFullDiskIsToldAndLeavesNothing) {
+    ASSERT_TRUE(open(block_text));
+    set_results([](const double* x) { return Vec3{x[0], 0, 0}; }, AnalysisType::eigen);
+    write("full.png", "former");
+    for (const char* name : {"full.png.part", "full.html.part"})
+        std::filesystem::create_symlink("/dev/full", folder.path() / name);
+    EXPECT_TRUE(contains(told_by([&] { save("Save &Picture...", {}, "full.png"); }, {"&Yes", ""}),
+                         "full.png cannot be written: No space left on device"));
+    EXPECT_EQ(read_file(folder.file("full.png")), "former");
+    EXPECT_TRUE(contains(told_by([&] { begin("Save &Report...", {}, "full.html"); }),
+                         "full.html cannot be written: No space left on device"));
+    EXPECT_EQ(count("full.html"), 0u);
+    const auto former_handler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit former{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &former), 0);
+    const rlimit little{2000, former.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &little), 0);
+    const std::string told = told_by([&] {
+        begin("Save &Animation...", {{"film format", "PNG"}}, "series.png");
+        wait_for([&] { return contains(messages(), "series.png"); });
+    });
+    ::setrlimit(RLIMIT_FSIZE, &former);
+    std::signal(SIGXFSZ, former_handler);
+    EXPECT_TRUE(contains(told, "series.png cannot be written: File too large")) << told;
+    EXPECT_EQ(count("series"), 0u);
+}
+
 // A mode's film has each of the twenty phases once: it returns the way it came, and goes on with its first
 // picture. The view shows what it showed before, and answers meanwhile.
 TEST_F(Saving, AFilmOfAModeIsOneSwing) {
@@ -115,6 +148,12 @@ TEST_F(Saving, AFilmOfAModeIsOneSwing) {
     EXPECT_EQ(camera(), camera_before);
     EXPECT_TRUE(contains(told_by([&] { save("Save &Animation...", fields, "swing.png"); }, {"Leave them"}),
                          "swing_0001.png is there already"));
+    // a longer one that was there: what is left of it is told
+    for (const char* name : {"swing_0021.png", "swing_0022.png", "swing_0024.png"}) write(name, "x");
+    told_by([&] { save("Save &Animation...", fields, "swing.png"); }, {"Replace"});
+    wait_for([&] { return contains(messages(), "are of an earlier film"); });
+    EXPECT_TRUE(contains(messages(), "swing_0021.png to " + folder.file("swing_0022.png") + " are of"))
+        << messages();
     // stopped: at once, and nothing stays
     save("Save &Animation...", fields, "other.png");
     QProgressDialog* progress = nullptr;

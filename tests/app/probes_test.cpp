@@ -217,9 +217,11 @@ TEST_F(Probes, AreClickedAndRefuseWhatIsNone) {
     };
     click();
     EXPECT_TRUE(state().probes.empty()) << "clicks are not taken unasked";
+    EXPECT_FALSE(shown().selection().empty());
     clicks->setChecked(true);
     click();
     EXPECT_EQ(state().probes, std::vector{node - 1});
+    EXPECT_TRUE(shown().selection().empty()) << "selected faces hide the colours that are probed";
     click();
     EXPECT_TRUE(state().probes.empty()) << "the second one takes it away";
     for (const char* text : {"0", "46", "-1", "4.5", "x", ""}) {

@@ -164,7 +164,7 @@ TEST_F(Program, EndsWithAWordWhereThereIsNoDisplayOrNoOpenGL) {
         EXPECT_EQ(ended.status, 1) << with.join(' ').toStdString() << ended.err;
         EXPECT_TRUE(contains(ended.err, "display")) << with.join(' ').toStdString() << ended.err;
     }
-    EXPECT_EQ(run({"--version"}, display).out, "KESTRALUM ver3.01\n");
+    EXPECT_EQ(run({"--version"}, display).out, std::string("KESTRALUM ") + kestralum::program_version + "\n");
 }
 
 }  // namespace

@@ -152,7 +152,7 @@ TEST_F(Batch, BadUsageIsOneLineAndTouchesNothing) {
     std::filesystem::remove_all(folder.path() / "setting");
     const Ended version = run("--version"), help = run("--help");
     EXPECT_EQ(version.status + help.status, 0);
-    EXPECT_EQ(version.out, "KESTRALUM ver3.01\n");
+    EXPECT_EQ(version.out, std::string("KESTRALUM ") + program_version + "\n");
     EXPECT_TRUE(contains(help.out, "static, eigen-subspace, eigen-lanczos, nonlinear, explicit"));
     EXPECT_EQ(wrong.out + version.err + help.err, "");
     EXPECT_FALSE(exists("log"));

@@ -15,6 +15,19 @@ TEST_F(Batch, WithoutSettingsNothingRuns) {
     EXPECT_EQ(run("static bar.txt --setting mine.txt").status, 0);
 }
 
+// The matrix library waits for ever where a limit leaves it no address space.
+TEST_F(Batch, TooLittleAddressSpaceIsTold) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "a sanitizer reserves terabytes";
+#endif
+    const std::string one_thread = "OMP_NUM_THREADS=1 " + in_time;
+    const Ended little = run("static bar.txt --quiet", "ulimit -v 200000; " + one_thread);
+    EXPECT_EQ(little.status, 1);
+    EXPECT_TRUE(contains(little.err, "ulimit -v")) << little.err;
+    EXPECT_FALSE(exists("log"));
+    EXPECT_EQ(run("static bar.txt --quiet", "ulimit -v 600000; " + one_thread).status, 0);
+}
+
 TEST_F(Batch, InputThatIsWrongNeverRunsAnAnalysis) {
     const std::string rigid = "rigid_element  HEAD area 0 0 0  8 9 8 9 8 9  %\nEND";
     folder.write("control.ana", "a explicit\nd_time oops\n");
