@@ -58,6 +58,11 @@ void CommandLine::add_text(const std::string& name, const std::string& shape, co
     add_value(name, shape, description, take, terms);
 }
 
+void CommandLine::add_words(const std::string& name, const std::string& description,
+                            std::vector<std::string>& place) {
+    app_->add_option(name, place, description)->option_text("...");
+}
+
 void CommandLine::add_flag(const std::string& name, const std::string& description, bool& place) {
     app_->add_flag(name, place, description);
 }

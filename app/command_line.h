@@ -6,6 +6,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -43,6 +44,8 @@ public:
                    Take take, const OptionTerms& terms = {});
     void add_text(const std::string& name, const std::string& shape, const std::string& description,
                   std::string& place, const OptionTerms& terms = {});
+    // Any number of positional arguments behind the others.
+    void add_words(const std::string& name, const std::string& description, std::vector<std::string>& place);
     void add_flag(const std::string& name, const std::string& description, bool& place);
     void add_footer(const std::string& text);
 

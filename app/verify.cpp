@@ -1,251 +1,195 @@
 #include "app/verify.h"
 
-#include <algorithm>
-#include <cmath>
-#include <functional>
-#include <optional>
+#include <unistd.h>
 
-#include "analysis/analysis_table.h"
-#include "app/verify_cases.h"
-#include "input/analysis_info_reader.h"
-#include "input/calculator.h"
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <utility>
+
+#include "app/verify_page.h"
+#include "app/verify_peer.h"
+#include "app/verify_pictures.h"
 #include "model/format.h"
-#include "model/mesh_sets.h"
-#include "model/selection.h"
-#include "model/topology.h"
+#include "model/paths.h"
+#include "results/text_output.h"
 
 namespace kestralum {
 
 namespace {
 
-// Values of earlier checks, by "check" in the same case and "case__check" from any.
-using Known = std::vector<Parameter>;
+// "le10_hex  stress_d  -5.38e+06 ..." and whatever follows the verdict, without blanks at its end.
+void print_row(const std::string& row, Progress& progress) {
+    progress.summary("%s\n", row.substr(0, row.find_last_not_of(' ') + 1).c_str());
+}
 
-class Measurement {
-public:
-    Measurement(const Model& model, const Run& run, const Known& known, const std::string& case_name)
-        : run_(run), names_(known), around_(elements_of_nodes(run.mesh)) {
-        for (const Parameter& p : known)
-            if (p.name.starts_with(case_name + "__"))
-                names_.push_back({0, p.name.substr(case_name.size() + 2), p.value, {}});
-        names_.insert(names_.end(), model.parameters.begin(), model.parameters.end());
-    }
-
-    std::string error;
-
-    double number(const std::string& text) {
-        const CalcResult result = calc(text, names_);
-        if (!result.ok() && error.empty()) error = "'" + text + "' has no value (" + result.error + ")";
-        return result.value;
-    }
-
-    double measure(const VerifyCheck& check) {
-        switch (check.measured) {
-            case Measured::frequency:
-            case Measured::load_factor:
-                return mode(check);
-            case Measured::formula:
-                return number(check.number);
-            case Measured::energy:
-                return case_of(check).strain_energy;
-            case Measured::reaction:
-                return reaction(check);
-            default:
-                return over_frames(check, [&](const Frame& frame) { return in_frame(check, frame); });
+// `text` in lines of at most 118 letters behind `head`.
+void print_folded(const std::string& head, const std::string& text, Progress& progress) {
+    constexpr std::size_t most = 118;
+    std::string line = head, indent(head.size(), ' ');
+    bool first = true;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find(' ', at), text.size());
+        if (!first && line.size() + 1 + end - at > most) {
+            print_row(line, progress);
+            line = indent;
+            first = true;
         }
+        line += (first ? "" : " ") + text.substr(at, end - at);
+        first = false;
+        at = end + 1;
     }
-
-private:
-    double fail(const std::string& why) {
-        if (error.empty()) error = why;
-        return 0;
-    }
-    double mode(const VerifyCheck& check) {
-        const double n = number(check.number);
-        if (!(n >= 1 && n <= static_cast<double>(run_.results.size())))
-            return fail(formatted("there are %zu modes", run_.results.size()));
-        return run_.results[static_cast<std::size_t>(n) - 1]->n_freq;
-    }
-    const CaseReport& case_of(const VerifyCheck& check) {
-        static const CaseReport none;
-        for (const CaseReport& one : run_.report.cases)
-            if (check.case_name.empty() || one.name == check.case_name) return one;
-        fail(check.case_name.empty() ? "the run tells no energy" : "no load case " + check.case_name);
-        return none;
-    }
-    double reaction_in(const std::vector<SupportReaction>& supports, const VerifyCheck& check) {
-        for (const SupportReaction& s : supports)
-            if (s.name == check.set_name) return s.force[std::string("xyz").find(check.component)];
-        return fail("no support " + check.set_name);
-    }
-    double reaction(const VerifyCheck& check) {
-        if (check.frames != OverFrames::one && !run_.report.nonlinear.increments.empty()) {
-            std::optional<double> best;
-            for (const IncrementReport& increment : run_.report.nonlinear.increments)
-                best = better(check.frames, best, reaction_in(increment.supports, check));
-            return best.value_or(0);
-        }
-        return run_.report.cases.empty() ? reaction_in(run_.report.supports, check)
-                                         : reaction_in(case_of(check).supports, check);
-    }
-    static double better(OverFrames frames, const std::optional<double>& so_far, double value) {
-        if (!so_far) return value;
-        return frames == OverFrames::least ? std::min(*so_far, value) : std::max(*so_far, value);
-    }
-    double over_frames(const VerifyCheck& check, const std::function<double(const Frame&)>& value) {
-        if (run_.results.empty()) return fail("the run has no frame");
-        std::optional<double> best;
-        for (const auto& frame : run_.results) {
-            if (!check.case_name.empty() && frame->name != check.case_name) continue;
-            if (check.frames != OverFrames::one) {
-                best = better(check.frames, best, value(*frame));
-                continue;
-            }
-            if (!check.case_name.empty() || !has_steps(run_.ana_type)) return value(*frame);
-        }
-        if (best) return *best;
-        if (!check.case_name.empty()) return fail("no load case " + check.case_name);
-        return value(*run_.results.back());  // of steps the last
-    }
-
-    double at_node(const VerifyCheck& check, const Frame& frame, std::int32_t n) const {
-        const Vec3 u = triple(frame.mode_vec, n);
-        if (check.measured == Measured::displacement)
-            return check.component == "magnitude" ? norm(u) : u[std::string("xyz").find(check.component)];
-        constexpr std::array<std::string_view, 6> order{"xx", "yy", "zz", "xy", "yz", "zx"};
-        const std::size_t dofs = run_.mesh.dof_num();
-        if (check.component == "mises") return frame.node_stress[4 * dofs + 3 * n];
-        const std::size_t c = std::ranges::find(order, check.component) - order.begin();
-        return frame.node_stress[c / 3 * dofs + 3 * n + c % 3];
-    }
-    const MeshSet* set_of(const VerifyCheck& check) {
-        const MeshSet* set = find_set(run_.mesh, check.set_name);
-        if (set && !set->nodes.empty()) return set;
-        fail("no set " + check.set_name + " with nodes");
-        return nullptr;
-    }
-    double mean_radius(const VerifyCheck& check, const Frame& frame) {
-        const MeshSet* set = set_of(check);
-        if (!set) return 0;
-        const std::size_t axis = std::string("xyz").find(check.component);
-        Vec3 point;
-        for (std::size_t c = 0; c < 3; ++c) point[c] = number(check.where[c]);
-        double sum = 0;
-        for (const std::int32_t n : set->nodes) {
-            Vec3 arm = minus(plus(place_of(run_.mesh, n), triple(frame.mode_vec, n)), point);
-            arm[axis] = 0;
-            sum += norm(arm) / static_cast<double>(set->nodes.size());
-        }
-        return sum;
-    }
-    double in_frame(const VerifyCheck& check, const Frame& frame) {
-        if (check.measured == Measured::radius) return mean_radius(check, frame);
-        if (check.place == Place::at) {
-            std::array<double, 3> where;
-            for (std::size_t c = 0; c < 3; ++c) where[c] = number(check.where[c]);
-            return at_node(check, frame, nearest_node(run_.mesh, around_, where));
-        }
-        const MeshSet* set = set_of(check);
-        if (!set) return 0;
-        double sum = 0, least = at_node(check, frame, set->nodes[0]), largest = least;
-        for (const std::int32_t n : set->nodes) {
-            const double value = at_node(check, frame, n);
-            sum += value / static_cast<double>(set->nodes.size());
-            least = std::min(least, value);
-            largest = std::max(largest, value);
-        }
-        return check.place == Place::set_mean ? sum : check.place == Place::set_min ? least : largest;
-    }
-
-    const Run& run_;
-    Known names_;
-    NodeElements around_;
-};
+    print_row(line, progress);
+}
 
 struct Totals {
-    int met = 0, missed = 0, shown = 0;
+    std::array<int, 4> of{};  // by verdict
+    int operator[](Verdict verdict) const { return of[static_cast<std::size_t>(verdict)]; }
+    void add(const CaseOutcome& outcome) {
+        if (!outcome.fault.empty())
+            of[static_cast<std::size_t>(Verdict::missed)] += static_cast<int>(outcome.is->checks.size());
+        for (const CheckOutcome& check : outcome.checks) ++of[static_cast<std::size_t>(check.verdict)];
+    }
 };
 
-bool is_met(const VerifyCheck& check, double got, double a, double b, double tolerance) {
-    switch (check.expectation) {
-        case Expectation::near:
-            return std::abs(got - a) <= (check.relative ? tolerance * std::abs(a) : tolerance);
-        case Expectation::below:
-            return got < a;
-        case Expectation::above:
-            return got > a;
-        case Expectation::between:
-            return got >= a && got <= b;
-        case Expectation::shown:
-            return true;
+void print_case(const CaseOutcome& outcome, Progress& progress) {
+    const char* const name = outcome.is->name.c_str();
+    if (!outcome.fault.empty()) progress.summary("%-28s %-16s MISSED: %s\n", name, "", outcome.fault.c_str());
+    std::string seconds = formatted("%8.2f", outcome.seconds);
+    for (const CheckOutcome& one : outcome.checks) {
+        const char* const check = one.check->name.c_str();
+        if (!one.fault.empty())
+            progress.summary("%-28s %-16s MISSED: %s\n", name, check, one.fault.c_str());
+        else
+            print_row(formatted("%-28s %-16s %20s %14.6g %10s  %-6s %10s %s", name, check,
+                                target_text(one).c_str(), one.got, error_text(one).c_str(),
+                                word_of(one.verdict), tolerance_text(one).c_str(), seconds.c_str()),
+                      progress);
+        seconds.clear();
     }
+    if (!outcome.is->weak.empty()) print_folded("  weak: ", outcome.is->weak, progress);
+}
+
+void print_list(const VerifySelection& selection, Progress& progress) {
+    for (const auto& [one, judged] : selection.cases) {
+        if (!judged) continue;
+        print_row(formatted("%-28s %-16s %-5s %s", one->name.c_str(), one->analysis.c_str(),
+                            one->is_long ? "long" : "", one->title.c_str()),
+                  progress);
+        if (!one->source.empty()) print_folded("    ", one->source, progress);
+    }
+    progress.summary("%d case%s\n", selection.judged, selection.judged == 1 ? "" : "s");
+}
+
+void print_totals(const VerifySelection& selection, const Totals& totals, Progress& progress) {
+    progress.summary("%d case%s: %d checks met, %d missed, %d shown\n", selection.judged,
+                     selection.judged == 1 ? "" : "s", totals[Verdict::met], totals[Verdict::missed],
+                     totals[Verdict::shown] + totals[Verdict::weak]);
+    if (totals[Verdict::weak] > 0)
+        progress.summary("%d of those shown are of formulations that are known to be bad there\n",
+                         totals[Verdict::weak]);
+    if (selection.left_out > 0)
+        progress.summary("%d long case%s left out\n", selection.left_out, selection.left_out == 1 ? "" : "s");
+}
+
+// The day in Greenwich.
+std::string today() {
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+    ::gmtime_r(&now, &parts);
+    return formatted("%04d-%02d-%02d", parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday);
+}
+
+// False with a line where a page cannot come to stand there: better said before the cases run than behind
+// them.
+bool can_be_written(const std::string& page, Progress& progress) {
+    const std::string folder = paths::directory_of(paths::to_platform(page));
+    std::error_code none;
+    const bool is_folder = std::filesystem::is_directory(paths::to_platform(page), none);
+    if (!is_folder && ::access(folder.empty() ? "." : folder.c_str(), W_OK) == 0) return true;
+    progress.error("%s cannot be written: %s", page.c_str(), std::strerror(is_folder ? EISDIR : errno));
     return false;
 }
 
-std::string target_text(const VerifyCheck& check, double a, double b) {
-    switch (check.expectation) {
-        case Expectation::below:
-            return formatted("< %.6g", a);
-        case Expectation::above:
-            return formatted("> %.6g", a);
-        case Expectation::between:
-            return formatted("%.6g..%.6g", a, b);
-        default:
-            return formatted("%.6g", a);
+// False with a line where it cannot be written.
+bool write_page(const VerifyOptions& options, std::span<const CaseOutcome> outcomes, int left_out,
+                Progress& progress) {
+    VerifyPage page{paths::to_platform(options.file_name), today(), left_out, {}, families_of(outcomes)};
+    std::vector<PictureOrder> orders;
+    for (const VerifyFamily& family : page.families) {
+        const VerifyCase& one = family.drawn();
+        orders.push_back({one.model_file, one.analysis, one.picture});
     }
+    DrawnPictures pictures = draw_pictures(orders, options.log_folder, progress);
+    if (progress.cancelled()) return false;
+    page.no_pictures = pictures.why_none;
+    std::size_t drawn = 0;
+    for (std::size_t k = 0; k < page.families.size(); ++k) {
+        page.families[k].png = std::move(pictures.png[k]);
+        drawn += !page.families[k].png.empty();
+        if (page.families[k].png.empty() && page.no_pictures.empty())
+            progress.summary("note: %s: the window program has drawn no picture\n",
+                             page.families[k].name.c_str());
+    }
+    if (!page.no_pictures.empty()) progress.summary("note: no pictures: %s\n", page.no_pictures.c_str());
+    const std::string html = verify_html(page);
+    const std::string fault = write_whole(
+        options.report, options.log_folder, [&](TextOutput& file) { file.write(html); }, progress);
+    if (!fault.empty()) progress.error("%s", fault.c_str());
+    if (fault.empty())
+        progress.summary("%-22s %s, %zu problems, %zu pictures\n", "page", options.report.c_str(),
+                         page.families.size(), drawn);
+    return fault.empty();
 }
 
-// One check: its value becomes known to those behind it.
-void print_check(const VerifyCase& one, const VerifyCheck& check, const Model& model, const Run& run,
-                 Known& known, Totals& totals, Progress& progress) {
-    Measurement m(model, run, known, one.name);
-    const double got = m.measure(check), a = m.number(check.bounds[0]);
-    const double b = check.expectation == Expectation::between ? m.number(check.bounds[1]) : 0;
-    const double tolerance = check.tolerance.empty() ? 0 : m.number(check.tolerance);
-    known.push_back({0, one.name + "__" + check.name, got, {}});
-    if (!m.error.empty()) {
-        ++totals.missed;
-        progress.summary("%-28s %-16s MISSED: %s\n", one.name.c_str(), check.name.c_str(), m.error.c_str());
-        return;
-    }
-    const bool shown = check.expectation == Expectation::shown, met = is_met(check, got, a, b, tolerance);
-    ++(shown ? totals.shown : met ? totals.met : totals.missed);
-    const bool compared = check.expectation == Expectation::near || shown;
-    const std::string error = compared && a != 0 ? formatted("%+.2f %%", 100 * (got - a) / std::abs(a)) : "";
-    progress.summary("%-28s %-16s %20s %14.6g %10s  %s\n", one.name.c_str(), check.name.c_str(),
-                     target_text(check, a, b).c_str(), got, error.c_str(),
-                     shown ? "shown"
-                     : met ? "ok"
-                           : "MISSED");
+VerifyStatus stopped(Progress& progress) {
+    progress.error("stopped on request");
+    return VerifyStatus::cancelled;
 }
 
-void run_case(const VerifyCase& one, const VerifyOptions& options, const Settings& settings, Known& known,
-              Totals& totals, Progress& progress) {
-    SilentProgress silent(progress);
-    Model model = placeholder_model();
-    model.model_file_name = one.model_file;
-    const ModelReadReport read = read_input_file(model, one.overrides, silent);
-    std::string why = read.ok || read.remarks.errors.empty() ? "" : read.remarks.errors.front();
-    Run run;
-    if (read.ok) {
-        read_analysis_info_file(model, silent);
-        RunOptions run_options;
-        run_options.log_folder = options.log_folder;
-        run_options.hexahedra = one.hexahedra;
-        run_options.load_case = one.load_case;
-        run_options.prestress = one.prestress;
-        run = find_analysis(one.analysis)->analyse(model, settings, run_options, silent);
-        if (run.report.status != RunStatus::done)
-            why =
-                run.report.remarks.errors.empty() ? "the run ended early" : run.report.remarks.errors.front();
-    }
-    if (progress.cancelled()) return;
-    if (!read.ok || !why.empty()) {
-        totals.missed += static_cast<int>(one.checks.size());
-        progress.summary("%-28s %-16s MISSED: %s\n", one.name.c_str(), "", why.c_str());
+// "ok", "MISSED", or what is not judged.
+void print_peer(const VerifyCase& one, const PeerOutcome& outcome, Progress& progress) {
+    if (!outcome.fault.empty()) {
+        progress.summary("%-28s %s: %s\n", one.name.c_str(), outcome.left_out ? "left out" : "MISSED",
+                         outcome.fault.c_str());
         return;
     }
-    for (const VerifyCheck& check : one.checks) print_check(one, check, model, run, known, totals, progress);
+    const bool judged = outcome.limit > 0;
+    const char* const verdict = !judged ? "shown" : outcome.difference <= outcome.limit ? "ok" : "MISSED";
+    print_row(
+        formatted("%-28s %-26s %8zu %12.1e %8s  %-6s  %s", one.name.c_str(), outcome.elements.c_str(),
+                  outcome.compared, outcome.difference,
+                  judged ? formatted("%.0e", outcome.limit).c_str() : "", verdict, outcome.note.c_str()),
+        progress);
+}
+
+VerifyStatus verify_with_ccx(const VerifySelection& selection, const VerifyOptions& options,
+                             const Settings& settings, Progress& progress) {
+    const std::string ccx = find_ccx();
+    if (ccx.empty()) {
+        progress.error("--peer: CalculiX is not installed: there is no ccx on the path");
+        return VerifyStatus::bad_input;
+    }
+    int met = 0, missed = 0, shown = 0, left_out = 0;
+    print_row(formatted("%-28s %-26s %8s %12s %8s", "case", "elements", "compared", "difference", "limit"),
+              progress);
+    for (const auto& [one, judged] : selection.cases) {
+        if (!judged) continue;
+        const PeerOutcome outcome = compare_with_ccx(ccx, *one, settings, options.log_folder, progress);
+        if (progress.cancelled()) return stopped(progress);
+        print_peer(*one, outcome, progress);
+        const bool good = outcome.fault.empty() && outcome.difference <= outcome.limit;
+        ++(outcome.left_out                              ? left_out
+           : outcome.fault.empty() && outcome.limit == 0 ? shown
+           : good                                        ? met
+                                                         : missed);
+    }
+    progress.summary("%d cases agree with CalculiX, %d missed, %d shown, %d left out\n", met, missed, shown,
+                     left_out);
+    return missed == 0 ? VerifyStatus::all_met : VerifyStatus::some_missed;
 }
 
 }  // namespace
@@ -255,27 +199,38 @@ VerifyStatus verify(const VerifyOptions& options, const Settings& settings, Prog
     const std::vector<VerifyCase> cases = read_verify_cases(options.file_name, remarks);
     for (const std::string& error : remarks.errors) progress.error("%s", error.c_str());
     if (!remarks.ok()) return VerifyStatus::bad_input;
-    Known known;
-    Totals totals;
-    int run = 0;
-    progress.summary("%-28s %-16s %20s %14s %10s\n", "case", "check", "target", "got", "error");
-    for (const VerifyCase& one : cases) {
-        if (!one.name.starts_with(options.only)) continue;
-        ++run;
-        run_case(one, options, settings, known, totals, progress);
-        if (progress.cancelled()) {
-            progress.error("stopped on request");
-            return VerifyStatus::cancelled;
-        }
-    }
-    if (run == 0) {
-        progress.error("%s: no case has a name that begins with '%s'", options.file_name.c_str(),
-                       options.only.c_str());
+    const VerifySelection selection = select_cases(cases, options.choice);
+    if (!selection.error.empty()) {
+        progress.error("%s: %s", options.file_name.c_str(), selection.error.c_str());
         return VerifyStatus::bad_input;
     }
-    progress.summary("%d case%s: %d checks met, %d missed, %d shown\n", run, run == 1 ? "" : "s", totals.met,
-                     totals.missed, totals.shown);
-    return totals.missed == 0 ? VerifyStatus::all_met : VerifyStatus::some_missed;
+    if (options.list) {
+        print_list(selection, progress);
+        return VerifyStatus::all_met;
+    }
+    if (options.ccx) return verify_with_ccx(selection, options, settings, progress);
+    if (!options.report.empty() && !can_be_written(options.report, progress)) return VerifyStatus::bad_input;
+    VerifyRunner runner(settings, options.log_folder);
+    Totals totals;
+    std::vector<CaseOutcome> outcomes;
+    std::string source;
+    print_row(formatted("%-28s %-16s %20s %14s %10s  %-6s %10s %8s", "case", "check", "target", "got",
+                        "error", "", "tolerance", "seconds"),
+              progress);
+    for (const auto& [one, judged] : selection.cases) {
+        CaseOutcome outcome = runner.run(*one, progress);
+        if (progress.cancelled()) return stopped(progress);
+        if (!judged) continue;
+        if (one->source != source && !one->source.empty()) print_folded("  source: ", one->source, progress);
+        source = one->source;
+        print_case(outcome, progress);
+        totals.add(outcome);
+        outcomes.push_back(std::move(outcome));
+    }
+    print_totals(selection, totals, progress);
+    if (!options.report.empty() && !write_page(options, outcomes, selection.left_out, progress))
+        return progress.cancelled() ? stopped(progress) : VerifyStatus::no_page;
+    return totals[Verdict::missed] == 0 ? VerifyStatus::all_met : VerifyStatus::some_missed;
 }
 
 }  // namespace kestralum

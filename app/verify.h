@@ -1,8 +1,12 @@
 // Runs the cases of a verification folder and tells what they give against what is expected.
 #pragma once
 
+#include <span>
 #include <string>
+#include <vector>
 
+#include "app/verify_run.h"
+#include "app/verify_select.h"
 #include "model/progress.h"
 #include "model/settings.h"
 
@@ -10,14 +14,20 @@ namespace kestralum {
 
 struct VerifyOptions {
     std::string file_name;  // of the cases
-    std::string only;       // cases whose names begin so; empty: all
+    VerifyChoice choice;
     std::string log_folder;
+    bool list = false;   // tells the cases and runs none
+    std::string report;  // page to write; empty: none
+    bool ccx = false;    // compares with CalculiX instead of the targets
 };
 
-enum class VerifyStatus { all_met, some_missed, bad_input, cancelled };
+enum class VerifyStatus { all_met, some_missed, bad_input, cancelled, no_page };
 
-// One line per check on `progress`: case, check, target, got, error, "ok" or "MISSED"; what a case has none
-// for is "shown". A case that cannot be run is missed, with the reason.
+// The source where it is another than that of the case before; then one line per check on `progress`: case,
+// check, target, got, error, "ok" or "MISSED", tolerance, and beside the first check the seconds of the case.
+// What a case has no target for is "shown", or "weak" where the formulation is known to be bad, which a line
+// behind the checks explains. A case that cannot be run is missed, with the reason.
+// With CalculiX one line per static or modal case: what is compared, the largest difference and its limit.
 VerifyStatus verify(const VerifyOptions& options, const Settings& settings, Progress& progress);
 
 }  // namespace kestralum

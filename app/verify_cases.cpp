@@ -1,7 +1,9 @@
 #include "app/verify_cases.h"
 
 #include <algorithm>
+#include <span>
 #include <string_view>
+#include <utility>
 
 #include "analysis/analysis_table.h"
 #include "input/calculator.h"
@@ -13,8 +15,9 @@ namespace kestralum {
 
 namespace {
 
-constexpr std::array<std::string_view, 8> measured_words{"displacement", "stress", "frequency", "load_factor",
-                                                         "reaction",     "energy", "radius",    "formula"};
+constexpr std::array<std::string_view, 9> measured_words{"displacement", "stress",   "frequency",
+                                                         "load_factor",  "reaction", "energy",
+                                                         "radius",       "formula",  "error_ratio"};
 constexpr std::array<std::string_view, 4> place_words{"at", "set", "set_max", "set_min"};
 constexpr std::array<std::string_view, 5> expectation_words{"near", "below", "above", "between", "shown"};
 constexpr std::array<std::string_view, 4> displacement_words{"x", "y", "z", "magnitude"};
@@ -35,11 +38,12 @@ public:
                 expected(token, "case, a comment or END");
                 break;
             }
-            VerifyCase& one = cases.emplace_back();
+            VerifyCase one;
             one.name = next_word("the name of the case");
-            if (std::ranges::count(cases, one.name, &VerifyCase::name) > 1)
+            if (std::ranges::count(cases, one.name, &VerifyCase::name) > 0)
                 expected(last_, "a name that no case before has");
-            read_case(one);
+            read_case(one, cases);
+            cases.push_back(std::move(one));
         }
         if (remarks_.ok() && cases.empty()) remarks_.error("it holds no case");
         return remarks_.ok() ? cases : std::vector<VerifyCase>();
@@ -82,13 +86,34 @@ private:
         return out;
     }
 
-    void read_case(VerifyCase& one) {
-        while (remarks_.ok()) {
+    // All of an earlier case but its name and what is said to be bad about it.
+    void take_over(VerifyCase& one, std::span<const VerifyCase> before) {
+        const auto other = std::ranges::find(before, next_word("the name of a case"), &VerifyCase::name);
+        if (other == before.end()) return expected(last_, "the name of a case before this one");
+        std::string name = std::move(one.name);
+        one = *other;
+        one.name = std::move(name);
+        one.weak.clear();
+    }
+
+    void read_case(VerifyCase& one, std::span<const VerifyCase> before) {
+        for (bool first = true; remarks_.ok(); first = false) {
             const Token key = next();
-            if (key.text == "title") {
+            if (key.text == "like" && first) {
+                take_over(one, before);
+            } else if (key.text == "shown") {
+                for (VerifyCheck& check : one.checks) check.expectation = Expectation::shown;
+            } else if (key.text == "title") {
                 one.title = text_line();
             } else if (key.text == "source") {
                 one.source = text_line();
+            } else if (key.text == "family") {
+                one.family = text_line();
+            } else if (key.text == "weak") {
+                one.weak = text_line();
+                if (one.weak.empty()) expected(last_, "why the formulation is known to be bad");
+            } else if (key.text == "picture") {
+                one.picture = text_line();
             } else if (key.text == "model") {
                 one.model_file = folder_ + text_line();
             } else if (key.text == "run") {
@@ -99,12 +124,16 @@ private:
                     expected(key, "model and run before the checks of a case");
                 return;
             } else {
-                expected(key, "title, source, model, run or check");
+                expected(key, "like, title, source, family, weak, picture, model, run, shown or check");
             }
         }
     }
 
     void read_run(VerifyCase& one) {
+        one.overrides.clear();
+        one.hexahedra.reset();
+        one.load_case.clear();
+        one.prestress = one.is_long = false;
         one.analysis = next_word("an analysis");
         if (!find_analysis(one.analysis)) expected(last_, "an analysis");
         for (Token token = next(); remarks_.ok() && !token.text.starts_with('%'); token = next()) {
@@ -120,19 +149,27 @@ private:
                 one.load_case = value;
             else if (token.text == "prestress")
                 one.prestress = true;
+            else if (token.text == "long")
+                one.is_long = true;
             else
-                expected(token, "set=NAME=EXPRESSION, hexahedra=WORD, case=NAME, prestress or %");
+                expected(token, "set=NAME=EXPRESSION, hexahedra=WORD, case=NAME, prestress, long or %");
         }
     }
 
+    // A record of the name of one that was taken over takes its place.
     void read_checks(VerifyCase& one) {
+        const std::size_t taken_over = one.checks.size();
         Token token = next();
         while (remarks_.ok() && !token.text.starts_with('%')) {
             if (token.text.empty()) {
                 expected(token, "%");
                 return;
             }
-            VerifyCheck& check = one.checks.emplace_back();
+            std::size_t at = 0;
+            while (at < taken_over && one.checks[at].name != token.text) ++at;
+            if (at == taken_over) at = one.checks.size();
+            one.checks.resize(std::max(one.checks.size(), at + 1));
+            VerifyCheck& check = one.checks[at] = {};
             check.name = token.text;
             if (!is_parameter_name(check.name)) expected(token, "a name that expressions can use");
             read_quantity(check);
@@ -176,6 +213,10 @@ private:
             case Measured::formula:
                 check.number = next_word("an expression");
                 return;
+            case Measured::error_ratio:
+                check.component = next_word("the name of a check");
+                check.number = next_word("the name of a case") + "__" + check.component;
+                return;
             case Measured::energy:
                 return;
         }
@@ -199,6 +240,8 @@ private:
                 check.frames = OverFrames::least;
             else if (token.text == "frame=max")
                 check.frames = OverFrames::largest;
+            else if (token.text == "plot")
+                check.plotted = true;
             else
                 return token;
         }

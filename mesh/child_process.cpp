@@ -81,6 +81,18 @@ std::string end_of(int status) {
     return WEXITSTATUS(status) == 0 ? std::string() : formatted("ended with status %d", WEXITSTATUS(status));
 }
 
+// Asks it to end, so that it can clean up after itself, and does not wait long for that.
+void end_child(pid_t child) {
+    constexpr int most_ms = 1000;
+    ::kill(child, SIGTERM);
+    for (int waited_ms = 0; waited_ms < most_ms; waited_ms += 5) {
+        if (::waitpid(child, nullptr, WNOHANG) == child) return;
+        ::usleep(5000);
+    }
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+}
+
 }  // namespace
 
 ChildEnd run_child(const std::string& program, std::span<const std::string> arguments, double silence_limit,
@@ -130,8 +142,7 @@ ChildEnd run_child(const std::string& program, std::span<const std::string> argu
         const bool silent = std::chrono::duration<double>(Clock::now() - heard).count() > silence_limit;
         if (silent) end.reason = formatted("has said nothing for %.6g s", silence_limit);
         if (!end.cancelled && !silent) continue;
-        ::kill(child, SIGKILL);
-        ::waitpid(child, &status, 0);
+        end_child(child);
         return end;
     }
     lines.end();

@@ -19,9 +19,10 @@ struct ChildEnd {
 };
 
 // Runs `program` with `arguments`; take_line gets each line of its standard output and standard error,
-// without the newline, a longer one than 4096 bytes in pieces. The program is killed where `progress` asks to
-// stop, seen within a tenth of a second, after `silence_limit` seconds without output, and with this one. It
-// may take nine tenths of the machine's memory.
+// without the newline, a longer one than 4096 bytes in pieces. The program is ended where `progress` asks to
+// stop, seen within a tenth of a second, and after `silence_limit` seconds without output: asked to, and
+// killed where it has not gone within a second. It is killed with this one. It may take nine tenths of the
+// machine's memory.
 ChildEnd run_child(const std::string& program, std::span<const std::string> arguments, double silence_limit,
                    const std::function<void(std::string_view line)>& take_line, const Progress& progress);
 

@@ -1,15 +1,17 @@
 #!/usr/bin/env python3
 """Writes the meshes of verify/ anew, as Gmsh files of format 2.2: scripts/verify_meshes.py [FOLDER]
 
-A mesh is a grid of cells over (u, v, w) that a function places in space: 8-node hexahedra, or six 10-node
-tetrahedra a cell whose mid-side nodes stand on the curved surfaces too. Sides of the grid are named groups.
+A mesh is a grid of cells over (u, v, w) that a function places in space: 8-node hexahedra, or six tetrahedra a cell, of
+4 nodes, or of 10 whose mid-side nodes stand on the curved surfaces too. Sides of the grid are named groups. Where a
+problem is computed on further meshes, their models are copies of the first one's with another mesh in them.
 """
 import itertools
 import math
 import os
+import re
 import sys
 
-GMSH = {"hexahedron": 5, "tetrahedron": 11, "quadrangle": 3, "triangle": 9}
+GMSH = {"hexahedron": 5, "tetrahedron": 11, "tetrahedron4": 4, "quadrangle": 3, "triangle": 9, "triangle3": 2}
 
 
 def steps(n, ratio=1.0):
@@ -103,9 +105,8 @@ def grid_mesh(path, kind, lines, place, sides, group=lambda u, v, w: "BODY", clo
             points = [element[c] for c in face]
             for name, side in sides.items():
                 if on_side(points, side, size):
-                    if face_kind == "triangle":
-                        points = with_middles(points)
-                    faces[name].append((face_kind, [node(p) for p in points]))
+                    shown = with_middles(points) if face_kind == "triangle" else points
+                    faces[name].append((face_kind, [node(p) for p in shown]))
 
     for k, j, i in itertools.product(*(range(0, size[c], 2) for c in (2, 1, 0))):
         volume = group(*(at[c][p + 1] for c, p in enumerate((i, j, k))))
@@ -116,6 +117,10 @@ def grid_mesh(path, kind, lines, place, sides, group=lambda u, v, w: "BODY", clo
             add_faces(cell, HEX_FACES, "quadrangle")
             continue
         for corners in kuhn(i, j, k):
+            if kind == "tet4":
+                solids.append(("tetrahedron4", [node(p) for p in corners], volume))
+                add_faces(corners, TET_FACES, "triangle3")
+                continue
             solids.append(("tetrahedron", [node(p) for p in with_middles(corners)], volume))
             add_faces(corners, TET_FACES, "triangle")
     write_msh(path, nodes, solids, faces)
@@ -214,6 +219,22 @@ def wedge(u, v, w):
     return ((1 - u) * 0.2 * v + u * 0.8, 0.4 * v, 0.1 * w)
 
 
+def model_like(folder, name, mesh, model):
+    """Writes the model `name` as a copy of another one of the folder, with this mesh for its only one."""
+    with open(f"{folder}/{model}.txt") as other:
+        text = other.read()
+    if "tet4" in mesh:
+        text = text.replace("10-node", "4-node")
+    with open(f"{folder}/{name}.txt", "w") as out:
+        out.write(re.sub(r"[\w]+\.msh", f"{mesh}.msh", text))
+
+
+def further(folder, model, kind, name, lines, place, sides, **more):
+    """A mesh and its model, both `name`, after the model."""
+    grid_mesh(f"{folder}/{name}.msh", kind, lines, place, sides, **more)
+    model_like(folder, name, name, model)
+
+
 def turned(degrees, place):
     c, s = math.cos(math.radians(degrees)), math.sin(math.radians(degrees))
 
@@ -225,8 +246,8 @@ def turned(degrees, place):
 
 
 def patch_mesh(path, kind):
-    """MacNeal and Harder's solid patch: a distorted hexahedron inside a unit cube and six around it. As tetrahedra:
-    each face cut from its lowest node, each hexahedron filled from its middle."""
+    """MacNeal and Harder's solid patch: a distorted hexahedron inside a unit cube and six around it. As tetrahedra
+    of 10 ("tet") or 4 nodes: each face cut from its lowest node, each hexahedron filled from its middle."""
     ring4 = [(0, 0), (1, 0), (1, 1), (0, 1)]
     nodes = [(float(a), float(b), float(c)) for c in (0, 1) for a, b in ring4] + PATCH_INNER
     inner = list(range(8, 16))
@@ -260,8 +281,11 @@ def patch_mesh(path, kind):
         nodes.append(tuple(sum(nodes[n][c] for n in cell) / 8 for c in range(3)))
         for face in HEX_FACES:
             for a, b, c in triangles([cell[n] for n in face]):
-                solids.append(("tetrahedron", quadratic([a, c, b, centre]), "BODY"))
-    skin = [("triangle", quadratic(t)) for f in outer for t in triangles(f)]
+                if kind == "tet4":
+                    solids.append(("tetrahedron4", [a, c, b, centre], "BODY"))
+                else:
+                    solids.append(("tetrahedron", quadratic([a, c, b, centre]), "BODY"))
+    skin = [("triangle3", t) if kind == "tet4" else ("triangle", quadratic(t)) for f in outer for t in triangles(f)]
     write_msh(path, nodes, solids, {"SKIN": skin})
 
 
@@ -277,12 +301,32 @@ def nafems():
     ):
         sides = {"ON_X": "v0", "ON_Y": "v1", "OUTER": "u1", "BOTTOM": "w0", "TOP": "w1"}
         grid_mesh(f"nafems/{name}.msh", cells[0], cells[1:], ellipses(z0, z1), sides)
+    sides = {"ON_X": "v0", "ON_Y": "v1", "OUTER": "u1", "BOTTOM": "w0", "TOP": "w1"}
+    for model, z0, z1, kind, name, lines in (
+        ("le10_hex", -0.3, 0.3, "hex", "le10_hex_coarse", (steps(10, 3), steps(8, 3), steps(6))),
+        ("le10_tet", -0.3, 0.3, "tet", "le10_tet_coarse", (steps(3, 2), steps(4, 2), steps(1))),
+        ("le10_tet", -0.3, 0.3, "tet4", "le10_tet4_coarse", (steps(8, 3), steps(6, 3), steps(4))),
+        ("le10_tet", -0.3, 0.3, "tet4", "le10_tet4", (steps(12, 3), steps(10, 3), steps(6))),
+        ("le1_hex", 0, 0.05, "hex", "le1_hex_coarse", (steps(7, 4), steps(10, 4), steps(1))),
+        ("le1_tet", 0, 0.05, "tet", "le1_tet_coarse", (steps(3, 3), steps(5, 3), steps(1))),
+        ("le1_tet", 0, 0.05, "tet4", "le1_tet4_coarse", (steps(7, 4), steps(10, 4), steps(1))),
+        ("le1_tet", 0, 0.05, "tet4", "le1_tet4", (steps(14, 4), steps(20, 4), steps(1))),
+    ):
+        further("nafems", model, kind, name, lines, ellipses(z0, z1), sides)
     sides = {"ON_X": "v0", "ON_Y": "v1", "BOTTOM": "w0", "TOP": "w1"}
+    further("nafems", "le11_hex", "hex", "le11_hex_coarse", (steps(3, 1.5), steps(6), steps(10)), le11, sides)
+    further("nafems", "le11_tet", "tet", "le11_tet_coarse", (steps(3, 1.5), steps(6), steps(10)), le11, sides)
+    further("nafems", "le11_tet", "tet4", "le11_tet4_coarse", (steps(3, 1.5), steps(6), steps(10)), le11, sides)
+    further("nafems", "le11_tet", "tet4", "le11_tet4", (steps(5, 1.5), steps(9), steps(20)), le11, sides)
     grid_mesh("nafems/le11_hex.msh", "hex", (steps(6, 1.5), steps(12), steps(20)), le11, sides)
     grid_mesh("nafems/le11_tet.msh", "tet", (steps(5, 1.5), steps(6), steps(20)), le11, sides)
     sides = {"SIDE_X0": "u0", "SIDE_X1": "u1", "SIDE_Y0": "v0", "SIDE_Y1": "v1"}
     grid_mesh("nafems/fv52_tet.msh", "tet", (steps(6), steps(6), steps(2)),
               lambda u, v, w: (10 * u, 10 * v, w - 0.5), sides)
+    for kind, name, lines in (("tet", "fv52_tet_coarse", (steps(4), steps(4), steps(1))),
+                              ("tet4", "fv52_tet4_coarse", (steps(6), steps(6), steps(2))),
+                              ("tet4", "fv52_tet4", (steps(12), steps(12), steps(4)))):
+        further("nafems", "fv52_tet", kind, name, lines, lambda u, v, w: (10 * u, 10 * v, w - 0.5), sides)
 
 
 def macneal():
@@ -295,8 +339,16 @@ def macneal():
     straight = box(6, 0.2, 0.1)
     grid_mesh("macneal/beam_fine_hex.msh", "hex", (steps(24), steps(8), steps(8)), straight, ends)
     grid_mesh("macneal/beam_tet.msh", "tet", (steps(18), steps(4), steps(2)), straight, ends)
+    for kind, name, lines in (("tet", "beam_tet_coarse", (steps(6), steps(1), steps(1))),
+                              ("tet4", "beam_tet4_coarse", (steps(24), steps(2), steps(2))),
+                              ("tet4", "beam_tet4", (steps(48), steps(4), steps(4)))):
+        further("macneal", "beam_tet", kind, name, lines, straight, ends)
     curve = ring(4.12, 4.32, 90, 0.1)
     ends = {"ROOT": "v0", "TIP": "v1"}
+    for kind, name, lines in (("tet", "curved_tet_coarse", (steps(1), steps(6), steps(1))),
+                              ("tet4", "curved_tet4_coarse", (steps(2), steps(24), steps(2))),
+                              ("tet4", "curved_tet4", (steps(4), steps(48), steps(4)))):
+        further("macneal", "curved_tet", kind, name, lines, curve, ends)
     grid_mesh("macneal/curved_hex.msh", "hex", (steps(1), steps(6), steps(1)), curve, ends)
     grid_mesh("macneal/curved_fine_hex.msh", "hex", (steps(6), steps(24), steps(4)), curve, ends)
     grid_mesh("macneal/curved_tet.msh", "tet", (steps(4), steps(20), steps(2)), curve, ends)
@@ -304,23 +356,44 @@ def macneal():
     grid_mesh("macneal/twisted_hex.msh", "hex", (steps(12), steps(2), steps(1)), twisted, ends)
     grid_mesh("macneal/twisted_fine_hex.msh", "hex", (steps(24), steps(4), steps(2)), twisted, ends)
     grid_mesh("macneal/twisted_tet.msh", "tet", (steps(12), steps(2), steps(1)), twisted, ends)
+    for kind, name, lines in (("tet", "twisted_tet_coarse", (steps(6), steps(1), steps(1))),
+                              ("tet4", "twisted_tet4_coarse", (steps(12), steps(2), steps(1))),
+                              ("tet4", "twisted_tet4", (steps(24), steps(4), steps(2)))):
+        further("macneal", "twisted_tet", kind, name, lines, twisted, ends)
     sides = {"DIAPHRAGM": "v0", "MIDDLE": "v1", "CROWN": "u0", "EDGE": "u1"}
+    further("macneal", "roof_hex", "hex", "roof_hex_coarse", (steps(8), steps(8), steps(1)), roof, sides)
+    for kind, name, lines in (("tet", "roof_tet_coarse", (steps(7), steps(7), steps(1))),
+                              ("tet4", "roof_tet4_coarse", (steps(8), steps(8), steps(1))),
+                              ("tet4", "roof_tet4", (steps(16), steps(16), steps(1)))):
+        further("macneal", "roof_tet", kind, name, lines, roof, sides)
     grid_mesh("macneal/roof_hex.msh", "hex", (steps(16), steps(16), steps(1)), roof, sides)
     grid_mesh("macneal/roof_tet.msh", "tet", (steps(14), steps(14), steps(1)), roof, sides)
     sides = {"LEFT": "u0", "RIGHT": "u1", "BOTTOM": "w0"}
     for n in (4, 16):
         grid_mesh(f"macneal/cook{n}_hex.msh", "hex", (steps(n), steps(n), steps(1)), cook, sides)
     grid_mesh("macneal/cook_tet.msh", "tet", (steps(8), steps(8), steps(1)), cook, sides)
+    for kind, name, n in (("tet", "cook_tet_coarse", 4), ("tet4", "cook_tet4_coarse", 8), ("tet4", "cook_tet4", 16)):
+        further("macneal", "cook_tet", kind, name, (steps(n), steps(n), steps(1)), cook, sides)
     radii = [(r - 3) / 6 for r in (3, 3.5, 4.2, 5.2, 6.75, 9)]
     sides = {"INNER": "u0", "ON_X": "v0", "ON_Y": "v1", "BOTTOM": "w0", "TOP": "w1"}
     for kind in ("hex", "tet"):
         grid_mesh(f"macneal/cylinder_{kind}.msh", kind, (radii, steps(9), steps(1)), ring(3, 9, 90, 1), sides)
         patch_mesh(f"macneal/patch_{kind}.msh", kind)
+    fine = lattice(radii)
+    quarter = ring(3, 9, 90, 1)
+    further("macneal", "cylinder_hex", "hex", "cylinder_hex_fine", (fine, steps(18), steps(1)), quarter, sides)
+    further("macneal", "cylinder_tet", "tet", "cylinder_tet_fine", (fine, steps(18), steps(1)), quarter, sides)
+    further("macneal", "cylinder_tet", "tet4", "cylinder_tet4", (radii, steps(9), steps(1)), quarter, sides)
+    further("macneal", "cylinder_tet", "tet4", "cylinder_tet4_fine", (fine, steps(18), steps(1)), quarter, sides)
+    patch_mesh("macneal/patch_tet4.msh", "tet4")
+    model_like("macneal", "patch_tet4", "patch_tet4", "patch_tet")
 
 
 def plastic():
     grid_mesh("plastic/cantilever_tet.msh", "tet", (steps(1), steps(4), steps(20)), box(0.14, 0.2, 2),
               {"ROOT": "w0", "TIP": "w1"})
+    further("plastic", "cantilever_tet", "tet", "cantilever_tet_coarse", (steps(1), steps(2), steps(10)),
+            box(0.14, 0.2, 2), {"ROOT": "w0", "TIP": "w1"})
     grid_mesh("plastic/hinge_tet.msh", "tet", (steps(1), steps(8), steps(18, 8)), box(0.07, 0.2, 2),
               {"ROOT": "w0", "TIP": "w1"})
 
@@ -328,11 +401,23 @@ def plastic():
 def buckling():
     ends = {"ROOT": "w0", "TIP": "w1"}
     grid_mesh("buckling/column_tet.msh", "tet", (steps(1), steps(1), steps(40)), box(0.03, 0.02, 1), ends)
+    column = box(0.03, 0.02, 1)
+    grid_mesh("buckling/column_tet_coarse.msh", "tet", (steps(1), steps(1), steps(10)), column, ends)
+    grid_mesh("buckling/column_tet4.msh", "tet4", (steps(2), steps(2), steps(50)), column, ends)
+    for model in ("column_free", "column_pinned", "column_fixed_pinned", "column_fixed", "tension_beam"):
+        for mesh in ("tet_coarse", "tet4"):
+            model_like("buckling", f"{model}_{mesh}", f"column_{mesh}", f"{model}_tet")
     sides = {"EDGE_X": "u1", "EDGE_Y": "v1"}
+    further("buckling", "plate_tet", "tet", "plate_tet_coarse", (steps(6), steps(6), steps(1)), box(0.5, 0.5, 0.01), sides)
+    further("buckling", "plate_tet", "tet4", "plate_tet4", (steps(16), steps(16), steps(2)), box(0.5, 0.5, 0.01), sides)
     grid_mesh("buckling/plate_tet.msh", "tet", (steps(12), steps(12), steps(1)), box(0.5, 0.5, 0.01), sides)
     sides = {"OUTER": "u1", "ON_X": "v0", "ON_Y": "v1", "BOTTOM": "w0"}
     grid_mesh("buckling/ring_hex.msh", "hex", (steps(2), steps(32), steps(1)), ring(0.975, 1.025, 90, 0.05), sides)
-    grid_mesh("buckling/ring_tet.msh", "tet", (steps(1), steps(16), steps(1)), ring(0.975, 1.025, 90, 0.05), sides)
+    hoop = ring(0.975, 1.025, 90, 0.05)
+    grid_mesh("buckling/ring_tet.msh", "tet", (steps(1), steps(16), steps(1)), hoop, sides)
+    further("buckling", "ring_hex", "hex", "ring_hex_coarse", (steps(2), steps(16), steps(1)), hoop, sides)
+    further("buckling", "ring_tet", "tet", "ring_tet_coarse", (steps(1), steps(8), steps(1)), hoop, sides)
+    further("buckling", "ring_tet", "tet4", "ring_tet4", (steps(4), steps(64), steps(2)), hoop, sides)
 
 
 def loads():
@@ -340,20 +425,45 @@ def loads():
     disc, pipe = ring(0.1, 0.5, 90, 0.02), ring(0.05, 0.1, 90, 0.02)
     grid_mesh("loads/disc_tet.msh", "tet", (steps(8, 4), steps(10), steps(1)), disc, sides)
     grid_mesh("loads/pipe_tet.msh", "tet", (steps(4, 1.5), steps(6), steps(1)), pipe, sides)
+    for name, place, bands, parts in (("disc", disc, 4, 5), ("pipe", pipe, 2, 3)):
+        further("loads", f"{name}_tet", "tet", f"{name}_tet_coarse", (steps(bands, 2), steps(parts), steps(1)), place, sides)
+        for end, n in (("_coarse", 1), ("", 2)):
+            further("loads", f"{name}_tet", "tet4", f"{name}_tet4{end}", (steps(8 * n), steps(8 * n), steps(1)), place, sides)
     sides = {"BORE": "u0", "RIM": "u1", "BOTTOM": "w0"}
+    lug = ring(0.02, 0.05, 360, 0.005)
+    for model, kind, name, lines in (
+        ("bearing_hex", "hex", "bearing_hex_coarse", (steps(8, 6), steps(40), steps(1))),
+        ("bearing_tet", "tet", "bearing_tet_coarse", (steps(2, 2), steps(16), steps(1))),
+        ("bearing_tet", "tet4", "bearing_tet4", (steps(8, 6), steps(48), steps(1))),
+    ):
+        further("loads", model, kind, name, lines, lug, sides, closed=True)
     for kind, across, around in (("hex", steps(16, 6), 80), ("tet", steps(4, 2), 32)):
         grid_mesh(f"loads/bearing_{kind}.msh", kind, (across, steps(around), steps(1)), ring(0.02, 0.05, 360, 0.005),
                   sides, closed=True)
     ends = {"X0": "u0", "Y0": "v0", "LOW": "w0", "HIGH": "w1"}
     grid_mesh("loads/bar_tet.msh", "tet", (steps(1), steps(1), steps(24)), box(0.02, 0.02, 1), ends)
+    grid_mesh("loads/bar_tet_coarse.msh", "tet", (steps(1), steps(1), steps(8)), box(0.02, 0.02, 1), ends)
+    grid_mesh("loads/bar_tet4.msh", "tet4", (steps(2), steps(2), steps(40)), box(0.02, 0.02, 1), ends)
+    for model in ("hanging_bar", "thermal_bar", "thermal_gradient", "cases", "remote_rigid", "remote_distributing"):
+        for mesh in ("tet_coarse", "tet4"):
+            model_like("loads", f"{model}_{mesh}", f"bar_{mesh}", f"{model}_tet")
     grid_mesh("loads/follower_tet.msh", "tet", (steps(1), steps(1), steps(30)), box(0.02, 0.01, 1),
               {"ROOT": "w0", "BELOW": "v0"})
+    further("loads", "follower_tet", "tet", "follower_tet_coarse", (steps(1), steps(1), steps(10)), box(0.02, 0.01, 1),
+            {"ROOT": "w0", "BELOW": "v0"})
     grid_mesh("loads/bimetal_tet.msh", "tet", (steps(1), steps(2), steps(40)), box(0.005, 0.002, 0.2),
               {"ROOT": "w0", "X0": "u0"}, group=lambda u, v, w: "STEEL" if v < 0.5 else "ALU")
+    for kind, name, lines in (("tet", "bimetal_tet_coarse", (steps(1), steps(2), steps(10))),
+                              ("tet4", "bimetal_tet4", (steps(2), steps(4), steps(80)))):
+        further("loads", "bimetal_tet", kind, name, lines, box(0.005, 0.002, 0.2), {"ROOT": "w0", "X0": "u0"},
+                group=lambda u, v, w: "STEEL" if v < 0.5 else "ALU")
     sides = {"SLANT": "u0", "LOADED": "u1", "BELOW": "v0", "BACK": "w0"}
     for kind in ("hex", "tet"):
         grid_mesh(f"loads/wedge_{kind}.msh", kind, (steps(6), steps(4), steps(1)), wedge, sides)
+    further("loads", "wedge_tet", "tet4", "wedge_tet4", (steps(6), steps(4), steps(1)), wedge, sides)
     sides = {"FOOT": "u0", "HEAD": "u1", "SIDE": "v0", "BACK": "w0"}
+    further("loads", "slanted_block_tet", "tet4", "slanted_block_tet4", (steps(3), steps(2), steps(1)),
+            turned(30, box(0.3, 0.2, 0.1)), sides)
     grid_mesh("loads/slanted_block_tet.msh", "tet", (steps(3), steps(2), steps(1)),
               turned(30, box(0.3, 0.2, 0.1)), sides)
     for name, n, z in (("low2", 2, 0), ("high4", 4, 0.05), ("high3", 3, 0.05)):

@@ -1,11 +1,14 @@
 #include "app/batch/batch_options.h"
 
 #include <cmath>
+#include <filesystem>
+#include <utility>
 
 #include "analysis/analysis_table.h"
 #include "app/command_line.h"
 #include "app/export_model.h"
 #include "app/section_table.h"
+#include "model/paths.h"
 #include "model/token_reader.h"
 
 namespace kestralum {
@@ -80,6 +83,18 @@ std::string choose_checkpoint(BatchOptions& options, const std::string& text) {
     return good ? "" : "--checkpoint wants seconds, at least 0 (none), not '" + text + "'";
 }
 
+std::string choose_report(BatchOptions& options, const std::string& text) {
+    options.report = text;
+    return text.ends_with(".html") || text.ends_with(".htm")
+               ? ""
+               : "--report wants the name of an .html file, not '" + text + "'";
+}
+
+std::string choose_peer(BatchOptions& options, const std::string& text) {
+    options.peer = text;
+    return text == "ccx" ? "" : "--peer wants ccx (CalculiX), not '" + text + "'";
+}
+
 // What only the steps of an explicit run take; empty where nothing of it is given.
 std::string of_steps(const BatchOptions& options) {
     if (options.keep_frames) return "--keep-frames";
@@ -87,9 +102,28 @@ std::string of_steps(const BatchOptions& options) {
     return options.checkpoint_seconds > 0 ? "--checkpoint" : "";
 }
 
-enum class Files { model, model_and_export };
+// The cases file is the first word of `verify` where it is a file or looks like one; else it is a name.
+void take_case_names(BatchOptions& options) {
+    const std::string& first = options.model_file;
+    if (options.command != "verify" || first.empty() || first.find_first_of("/\\.") != std::string::npos)
+        return;
+    std::error_code fault;
+    if (std::filesystem::is_regular_file(first, fault)) return;
+    options.case_names.insert(options.case_names.begin(), std::exchange(options.model_file, {}));
+}
 
-CommandLine describe(BatchOptions& options, Files files) {
+// What only `verify` takes beside --only; empty where nothing of it is given.
+std::string of_verify(const BatchOptions& options) {
+    if (options.list) return "--list";
+    if (options.quick) return "--quick";
+    if (!options.peer.empty()) return "--peer";
+    return options.report.empty() ? "" : "--report";
+}
+
+// Words that stand on the line without an option before them.
+enum class Words { model, model_and_export, cases, all };
+
+CommandLine describe(BatchOptions& options, Words words) {
     std::string analyses;
     for (const AnalysisEntry& entry : analysis_table())
         analyses += std::string(analyses.empty() ? "" : ", ") + entry.batch_word;
@@ -98,7 +132,9 @@ CommandLine describe(BatchOptions& options, Files files) {
         "kestralum-batch check MODEL_FILE [--set NAME=EXPRESSION]... [--setting FILE] [--quiet]\n"
         "kestralum-batch export MODEL_FILE FILE [--set NAME=EXPRESSION]... [--setting FILE] [--quiet]\n"
         "kestralum-batch frames FRAMES_FILE [--vtu] [--setting FILE] [--log DIR]\n"
-        "kestralum-batch verify [CASES_FILE] [--only WORD] [--setting FILE] [--log DIR]\n"
+        "kestralum-batch verify [CASES_FILE] [NAME]... [--only WORD] [--list] [--quick] [--report "
+        "FILE.html]\n"
+        "                       [--peer ccx] [--setting FILE] [--log DIR]\n"
         "kestralum-batch --help | --version",
         options);
     line.add_text(
@@ -112,11 +148,14 @@ CommandLine describe(BatchOptions& options, Files files) {
         options.command);
     line.add_text("MODEL_FILE", "", "the model; its control file (.ana) is read from beside it",
                   options.model_file);
-    if (files == Files::model_and_export)
+    if (words == Words::model_and_export || words == Words::all)
         line.add_text("FILE", "",
                       "export: the file to write, by its ending .inp (CalculiX, Abaqus), .msh (Gmsh),\n"
                       ".vtu (ParaView) or .stl (surface)",
                       options.export_file);
+    if (words == Words::cases || words == Words::all)
+        line.add_words("NAME", "verify: cases to run; NAME* is all whose names begin so; none: all",
+                       options.case_names);
     line.add_value("--set", "NAME=EXPRESSION",
                    "gives a parameter of the model another expression; repeatable",
                    [&options](const std::string& text) { return add_override(options, text); });
@@ -159,6 +198,14 @@ CommandLine describe(BatchOptions& options, Files files) {
                   "and others in the files of --vtu too",
                   options.quantities);
     line.add_text("--only", "WORD", "verify: the cases whose names begin with the word", options.only);
+    line.add_flag("--list", "verify: tells the cases with title and source, runs none", options.list);
+    line.add_flag("--quick", "verify: leaves out the long cases", options.quick);
+    line.add_value("--report", "FILE",
+                   "verify: writes a page (.html) with pictures, tables and convergence plots",
+                   [&options](const std::string& text) { return choose_report(options, text); });
+    line.add_value("--peer", "ccx",
+                   "verify: compares static and modal cases with CalculiX node by node, not with targets",
+                   [&options](const std::string& text) { return choose_peer(options, text); });
     line.add_text("--case", "NAME",
                   "the load case or combination that acts; without it static computes them all, the others\n"
                   "take all loads together",
@@ -199,13 +246,20 @@ std::string check_sweep(const BatchOptions& options) {
     return refused_axes(options.sweep, options.overrides);
 }
 
+std::string check_verify(const BatchOptions& options) {
+    if (options.list && !options.report.empty()) return "--list does not go with --report";
+    if (!options.peer.empty() && (options.list || !options.report.empty()))
+        return std::string("--peer does not go with ") + (options.list ? "--list" : "--report");
+    return {};
+}
+
 // `frames` makes files of what a run has computed.
 std::string check_frames(const BatchOptions& options) {
     if (options.model_file.empty()) return "the frames file is missing";
     if (!options.overrides.empty() || options.tidy || !options.probes.empty() || options.hexahedra ||
         !options.load_case.empty() || options.mean_dilatation || options.prestress ||
-        !options.sweep.empty() || !options.only.empty() || !of_steps(options).empty() ||
-        !of_results(options).empty())
+        !options.sweep.empty() || !options.only.empty() || !of_verify(options).empty() ||
+        !of_steps(options).empty() || !of_results(options).empty())
         return "frames computes nothing: it takes --vtu, --setting and --log";
     return {};
 }
@@ -220,8 +274,10 @@ std::string check_command(const BatchOptions& options) {
         (!options.overrides.empty() || options.vtu || options.tidy || !options.probes.empty() ||
          options.hexahedra || !options.load_case.empty() || options.mean_dilatation || options.prestress ||
          !options.sweep.empty() || !of_steps(options).empty() || !of_results(options).empty()))
-        return "verify takes its cases' own options, and --only, --setting and --log";
-    if (verifies) return {};
+        return "verify takes its cases' own options, and --only, --list, --quick, --report, --peer, "
+               "--setting and --log";
+    if (verifies) return check_verify(options);
+    if (const std::string word = of_verify(options); !word.empty()) return word + " goes with verify";
     if (options.command != "check" && !exports && !find_analysis(options.command))
         return "unknown analysis '" + options.command + "'";
     if (options.model_file.empty()) return "the model file is missing";
@@ -251,12 +307,14 @@ std::string check_command(const BatchOptions& options) {
 
 BatchOptions parse_batch_options(std::span<const char* const> arguments) {
     BatchOptions options;
-    options.error = describe(options, Files::model_and_export).parse(arguments);
+    options.error = describe(options, Words::model_and_export).parse(arguments);
     if (options.command != "export") {  // a second file is one argument too many
+        const Words words = options.command == "verify" ? Words::cases : Words::model;
         options = {};
-        options.error = describe(options, Files::model).parse(arguments);
+        options.error = describe(options, words).parse(arguments);
     }
     if (!options.error.empty()) return options;
+    take_case_names(options);
     if (options.log_folder.empty() || options.setting_file.empty())
         options.error = "an empty file or folder name";
     else if (options.command == "-" || options.model_file == "-" || options.export_file == "-")
@@ -268,7 +326,7 @@ BatchOptions parse_batch_options(std::span<const char* const> arguments) {
 
 std::string batch_usage() {
     BatchOptions unused;
-    return describe(unused, Files::model_and_export).help_text();
+    return describe(unused, Words::all).help_text();
 }
 
 }  // namespace kestralum

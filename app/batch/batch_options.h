@@ -35,6 +35,10 @@ struct BatchOptions : CommonOptions {
     bool prestress = false;                     // eigen: with the stresses of the loads
     std::string load_case;                      // the one that acts; empty: all
     std::string only;                           // of `verify`: cases whose names begin so
+    std::vector<std::string> case_names;        // of `verify`, NAME* all that begin so; empty: all
+    bool list = false, quick = false;           // of `verify`: no run; without the long cases
+    std::string report;                         // of `verify`: page to write; empty: none
+    std::string peer;                           // of `verify`: "ccx" or none
 };
 
 BatchOptions parse_batch_options(std::span<const char* const> arguments);

@@ -232,7 +232,14 @@ ExitStatus convert_frames(const BatchOptions& options, const Settings& settings)
 ExitStatus run_verify(const BatchOptions& options, const Settings& settings, Progress& progress) {
     stop_on_interrupt(progress);
     const std::string file = options.model_file.empty() ? "verify\\cases.txt" : options.model_file;
-    const VerifyStatus status = verify({file, options.only, options.log_folder}, settings, progress);
+    std::setvbuf(stdout, nullptr, _IOLBF, 1 << 16);  // who reads along sees each case as it ends
+    const VerifyStatus status = verify({.file_name = file,
+                                        .choice = {options.case_names, options.only, options.quick},
+                                        .log_folder = options.log_folder,
+                                        .list = options.list,
+                                        .report = options.report,
+                                        .ccx = options.peer == "ccx"},
+                                       settings, progress);
     if (status == VerifyStatus::bad_input) return exit_bad_input;
     return status == VerifyStatus::all_met ? exit_done : exit_incomplete;
 }

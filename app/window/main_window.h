@@ -33,6 +33,7 @@ class PixmapWindow;
 class ProgressLine;
 class DisplayPanel;
 class SweepPanel;
+class Verification;
 class ViewMenu;
 struct AnalysisEntry;
 struct ReportChoice;
@@ -83,6 +84,7 @@ public slots:
     void saveAnimation();
     void holdResult();
     void saveReport();
+    void verifyProgram();
     void copySelection();
     void clearSelection();
     void showPartFileDialog();
@@ -209,6 +211,7 @@ private:
     bool may_replace_series(const QString& name);
     void start_film(Film film, bool all_frames_range);
     void start_report(const ReportChoice& choice, const QString& name);
+    void end_verification(const QString& error);
 
     void say(const QString& text);
     // Keeps messages; the first error or summary is also said in the status bar. Gives them as they are kept.
@@ -249,7 +252,8 @@ private:
     QSpinBox* frame_box_ = nullptr;
     QSpinBox* mode_box_ = nullptr;
     QPointer<PixmapWindow> pixmap_;
-    QPointer<FilmMaker> film_;  // under way
+    QPointer<FilmMaker> film_;             // under way
+    QPointer<Verification> verification_;  // under way
     ViewMenu* view_menu_ = nullptr;
     QString at_start_, folder_, result_folder_;  // of the file dialogs
     QMenu* recent_menu_ = nullptr;

@@ -148,6 +148,9 @@ void MainWindow::make_help_menu() {
     QAction* about_qt = help->addAction("About &Qt");
     about_qt->setStatusTip("About Qt");
     connect(about_qt, &QAction::triggered, qApp, &QApplication::aboutQt);
+    help->addAction(add_action("&Verify...",
+                               "Compute the problems with a known answer and make a page of them",
+                               &MainWindow::verifyProgram));
 }
 
 namespace {

@@ -1,12 +1,15 @@
-// Pictures of the view in a window of their own and in files, and films.
+// Pictures of the view in a window of their own and in files, films and pages.
+#include <QDesktopServices>
 #include <QFileInfo>
 #include <QProgressDialog>
+#include <QUrl>
 #include <utility>
 
 #include "app/window/dialogs.h"
 #include "app/window/film.h"
 #include "app/window/main_window.h"
 #include "app/window/picture_dialogs.h"
+#include "app/window/verification.h"
 
 namespace kestralum {
 
@@ -180,6 +183,58 @@ void MainWindow::start_report(const ReportChoice& choice, const QString& name) {
             if (!error.isEmpty()) return refuse("The report was not saved", {error});
             tell(MessageKind::summary, {name + " was written"});
         });
+}
+
+void MainWindow::verifyProgram() {
+    if (verification_) return say("The verification is under way");
+    const QString cases = verification_cases();
+    if (cases.isEmpty())
+        return refuse("The verification cannot be run",
+                      {"there is no verify/cases.txt here or beside the program"});
+    enum Answer { quick, all, leave };
+    const int answer = ask(this, "The problems with a known answer are computed beside the window.",
+                           cases + ": all of them, or those alone that are quick?",
+                           {"Quick", "All", "Cancel"}, quick, leave);
+    if (answer == leave) return;
+    const QString folder = QFileInfo(QString::fromStdString(log_folder_)).absoluteFilePath();
+    verification_ = new Verification({cases, folder, folder + "/verification.html", answer == quick}, this);
+    auto* progress = new QProgressDialog("Verifying", "Cancel", 0, 0, this);
+    progress->setWindowTitle("Verify");
+    progress->setMinimumDuration(0);
+    progress->setAutoClose(false);
+    progress->setAutoReset(false);
+    progress->setValue(0);
+    connect(verification_, &Verification::progressed, progress,
+            [progress](int done, int count, const QString& what) {
+                progress->setMaximum(count);
+                progress->setValue(done);
+                progress->setLabelText(QString("%1 of %2 cases: %3").arg(done).arg(count).arg(what));
+            });
+    connect(progress, &QProgressDialog::canceled, verification_, &Verification::cancel);
+    connect(verification_, &Verification::ended, this,
+            [this, progress](bool cancelled, const QString& error) {
+                progress->disconnect(verification_);
+                progress->deleteLater();
+                if (cancelled)
+                    say("The verification was stopped");
+                else
+                    end_verification(error);
+                verification_->deleteLater();
+                verification_ = nullptr;
+            });
+    verification_->start();
+}
+
+void MainWindow::end_verification(const QString& error) {
+    if (!error.isEmpty()) return refuse("The verification was not completed", {error});
+    const QString page = verification_->plan().page;
+    const QString totals = verification_->totals();
+    tell(MessageKind::error, verification_->missed());
+    tell(MessageKind::summary, {totals, page + " was written"});
+    enum Answer { open, leave };
+    if (ask(this, totals, page + " tells all of them.", {"Open the Page", "Close"}, open, leave) == open &&
+        !QDesktopServices::openUrl(QUrl::fromLocalFile(page)))
+        say(page + " cannot be opened here");
 }
 
 }  // namespace kestralum

@@ -5,10 +5,11 @@
 #include <span>
 #include <utility>
 
+#include "app/html_text.h"
 #include "app/run_summary.h"
 #include "app/section_table.h"
+#include "app/svg_chart.h"
 #include "app/window/condition_words.h"
-#include "app/window/svg_chart.h"
 #include "model/element_kind.h"
 #include "model/format.h"
 #include "results/history.h"
@@ -29,52 +30,6 @@ protected:
     }
 };
 
-constexpr const char* style = R"(
-body { font-family: "DejaVu Sans", Arial, sans-serif; font-size: 10.5pt; color: #1a1a1a; max-width: 62em;
-       margin: 2em auto; padding: 0 1.5em; line-height: 1.4; }
-h1 { font-size: 1.7em; margin-bottom: 0.2em; }
-h2 { font-size: 1.2em; border-bottom: 1px solid #999; margin-top: 2em; padding-bottom: 0.15em; }
-table { border-collapse: collapse; margin: 0.6em 0; }
-th, td { text-align: left; padding: 0.2em 0.9em 0.2em 0; border-bottom: 1px solid #ddd; vertical-align: top; }
-td.n { text-align: right; font-variant-numeric: tabular-nums; }
-pre { font-size: 8.5pt; line-height: 1.35; white-space: pre-wrap; background: #f6f6f6; padding: 0.8em; }
-figure { margin: 1em 0; }
-figure img, figure svg { max-width: 100%; height: auto; border: 1px solid #ccc; }
-figcaption { font-size: 0.92em; color: #444; }
-@page { margin: 18mm; }
-@media print { body { margin: 0; max-width: none; padding: 0; } h2 { break-after: avoid; }
-  figure, tr { break-inside: avoid; } pre { background: none; border: 1px solid #ccc; font-size: 7pt; } }
-)";
-
-std::string heading(const char* text) {
-    return "<h2>" + escaped(text) + "</h2>\n";
-}
-
-// Rows of cells.
-class Table {
-public:
-    explicit Table(std::initializer_list<const char*> heads) {
-        if (heads.size() == 0) return;
-        text_ += "<tr>";
-        for (const char* head : heads) text_ += "<th>" + escaped(head) + "</th>";
-        text_ += "</tr>\n";
-    }
-    // `numbers`: how many of the last cells are numbers.
-    void add(const std::vector<std::string>& cells, std::size_t numbers = 0) {
-        text_ += "<tr>";
-        for (std::size_t k = 0; k < cells.size(); ++k)
-            text_ +=
-                (k + numbers >= cells.size() ? "<td class=\"n\">" : "<td>") + escaped(cells[k]) + "</td>";
-        text_ += "</tr>\n";
-        ++rows_;
-    }
-    std::string html() const { return rows_ ? "<table>\n" + text_ + "</table>\n" : std::string(); }
-
-private:
-    std::string text_;
-    std::size_t rows_ = 0;
-};
-
 std::string block(const std::string& text) {
     return text.empty() ? std::string() : "<pre>" + escaped(text) + "</pre>\n";
 }
@@ -86,7 +41,7 @@ std::string number(double value) {
 std::string head(const ReportPage& page) {
     const Model& model = page.model;
     const bool from_file = model.source != ModelSource::start_up;
-    Table table({});
+    HtmlTable table({});
     table.add({"Model file", from_file ? model.model_file_name : "none"});
     if (page.run) {
         const RunOrigin& origin = page.run->origin;
@@ -102,11 +57,8 @@ std::string head(const ReportPage& page) {
 
 std::string pictures(const ReportPage& page) {
     if (page.pictures.empty()) return {};
-    std::string out = heading("Pictures");
-    for (const ReportPicture& picture : page.pictures)
-        out += "<figure><img alt=\"" + escaped(picture.title) + "\" src=\"data:image/png;base64," +
-               picture.png_base64 + "\"/>\n<figcaption>" + escaped(picture.title) +
-               "</figcaption></figure>\n";
+    std::string out = html_heading("Pictures");
+    for (const ReportPicture& picture : page.pictures) out += html_figure(picture.png_base64, picture.title);
     return out;
 }
 
@@ -115,7 +67,7 @@ std::string parts(const ReportPage& page) {
     std::vector<std::size_t> elements(model.parts.size());
     for (const std::int32_t p : model.mesh.p_ele_part_id)
         if (p >= 0 && p < std::ssize(elements)) ++elements[p];
-    Table table({"Part", "Shape", "Material", "Elements", "Volume [m³]", "Mass [kg]"});
+    HtmlTable table({"Part", "Shape", "Material", "Elements", "Volume [m³]", "Mass [kg]"});
     for (std::size_t p = 0; p < model.parts.size(); ++p) {
         const Part& part = model.parts[p];
         const bool known = page.texts.check && p < page.texts.check->part_mass.size();
@@ -124,30 +76,30 @@ std::string parts(const ReportPage& page) {
                    known ? number(page.texts.check->part_mass[p]) : ""},
                   3);
     }
-    Table materials(
+    HtmlTable materials(
         {"Material", "E [Pa]", "Poisson's ratio", "Density [kg/m³]", "Yield stress [Pa]", "Hardening [Pa]"});
     for (const Material& m : model.materials)
         materials.add(
             {m.name, number(m.young), number(m.poisson), number(m.density),
              m.yield_stress > 0 ? number(m.yield_stress) : "", m.yield_stress > 0 ? number(m.hardening) : ""},
             5);
-    return heading("Parts and materials") + table.html() + materials.html();
+    return html_heading("Parts and materials") + table.html() + materials.html();
 }
 
 std::string parameters(const Model& model) {
-    Table table({"Parameter", "Expression", "Value"});
+    HtmlTable table({"Parameter", "Expression", "Value"});
     for (const Parameter& p : model.parameters) table.add({p.name, p.expression, number(p.value)}, 1);
-    return model.parameters.empty() ? std::string() : heading("Parameters") + table.html();
+    return model.parameters.empty() ? std::string() : html_heading("Parameters") + table.html();
 }
 
 std::string conditions(const Model& model) {
-    Table table({"What", "Name", "How"});
+    HtmlTable table({"What", "Name", "How"});
     const auto words = condition_words(model);
     for (const ConditionWords& one : words) table.add({one.kind, one.name, one.words});
-    return words.empty() ? std::string() : heading("Supports and loads") + table.html();
+    return words.empty() ? std::string() : html_heading("Supports and loads") + table.html();
 }
 
-void add_explicit_settings(const AnalysisControl& control, Table& table) {
+void add_explicit_settings(const AnalysisControl& control, HtmlTable& table) {
     if (control.auto_step)
         table.add({"Time step", formatted("%.6g of the stable step", control.step_share)});
     else
@@ -165,7 +117,7 @@ void add_explicit_settings(const AnalysisControl& control, Table& table) {
 std::string settings(const Run& run, const Model& model) {
     if (!run.origin.file_name.empty()) return {};
     const RunOptions& options = run.origin.options;
-    Table table({});
+    HtmlTable table({});
     table.add({"Hexahedra", word_of(hexahedron_form(model, options))});
     if (!options.load_case.empty()) table.add({"Load case", options.load_case});
     if (options.prestress) table.add({"Prestress", "stiffness of the static state's stresses"});
@@ -176,7 +128,7 @@ std::string settings(const Run& run, const Model& model) {
     if (has_steps(run.ana_type)) table.add({"Plasticity", model.control.plastic ? "on" : "off"});
     table.add({"Solver", run.origin.settings.solver});
     table.add({"Threads", std::to_string(run.origin.settings.threads())});
-    return heading("Analysis settings") + table.html();
+    return html_heading("Analysis settings") + table.html();
 }
 
 // What a file tells of the frames, which has no summary.
@@ -184,7 +136,7 @@ std::string frames(const Run& run) {
     if (run.origin.file_name.empty() || run.ana_type == AnalysisType::explicit_dynamics) return {};
     const char* const what = run.ana_type == AnalysisType::eigen ? "Frequency [Hz]" : "Load factor";
     const bool cases = run.ana_type == AnalysisType::linear_static;
-    Table table({"Frame", cases ? "Load case" : what});
+    HtmlTable table({"Frame", cases ? "Load case" : what});
     for (std::size_t k = 0; k < run.results.size(); ++k)
         table.add({std::to_string(k + 1), cases ? run.results[k]->name : number(run.results[k]->n_freq)},
                   cases ? 0 : 1);
@@ -214,7 +166,7 @@ std::string histories(const Run& run) {
                 svg_chart(history, std::span(columns).subspan(first, std::min(most, columns.size() - first)));
             if (!chart.empty()) out += "<figure>\n" + chart + "</figure>\n";
         }
-    return out.empty() ? out : heading("Histories") + out;
+    return out.empty() ? out : html_heading("Histories") + out;
 }
 
 }  // namespace
@@ -240,16 +192,14 @@ ReportTexts report_texts(const Model& model, const Run* run, const Settings& set
 std::string report_html(const ReportPage& page) {
     std::string body =
         head(page) + pictures(page) + parts(page) + parameters(page.model) + conditions(page.model);
-    if (!page.texts.check_text.empty()) body += heading("Mesh") + block(page.texts.check_text);
+    if (!page.texts.check_text.empty()) body += html_heading("Mesh") + block(page.texts.check_text);
     if (page.run) {
         body += settings(*page.run, page.model);
         const std::string results = block(page.texts.run_text) + frames(*page.run);
-        if (!results.empty()) body += heading("Results") + results;
+        if (!results.empty()) body += html_heading("Results") + results;
         body += histories(*page.run);
     }
-    return "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n<title>" +
-           escaped(page.model.model_file_name) + "</title>\n<style>" + style + "</style>\n</head>\n<body>\n" +
-           body + "</body>\n</html>\n";
+    return html_page(page.model.model_file_name, body);
 }
 
 }  // namespace kestralum

@@ -3,11 +3,13 @@
 #include <QFileDialog>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QProcess>
+#include <QStandardPaths>
 #include <QXmlStreamReader>
 
+#include "app/svg_chart.h"
 #include "app/window/condition_words.h"
 #include "app/window/report_page.h"
-#include "app/window/svg_chart.h"
 #include "app/window_fixture.h"
 #include "model/format.h"
 
@@ -78,6 +80,47 @@ TEST_F(Window, SavesAReportThatStandsForItself) {
     std::vector<QString> pictures;
     for (auto [at, end] = page.attributes.equal_range("src"); at != end; ++at) pictures.push_back(at->second);
     for (std::size_t k = 1; k < pictures.size(); ++k) EXPECT_NE(pictures[k], pictures[k - 1]);
+}
+
+// The manual of `verify` has a picture of each problem, drawn on this display and on one in memory.
+TEST(Report, OfVerificationHasPictures) {
+    const TempFolder folder;
+    std::filesystem::create_directory(folder.path() / "setting");
+    folder.write("setting/setting.txt", settings_text());
+    folder.write("bar.txt", bar_text);
+    folder.write("cases.txt",
+                 "case pulled title Pulled & clamped % model bar.txt % run static %\n"
+                 "check tip displacement x at L 0 0 near 2.5e-6 rel 1e-6 %\n"
+                 "case swings model bar.txt % picture --frame 1 % run eigen-lanczos %\n"
+                 "check f frequency 1 above 0 %\n"
+                 "case odd like swings family Odd % picture --nothing % check %\nEND\n");
+    for (const bool display : {true, false}) {
+        if (!display && QStandardPaths::findExecutable("Xvfb").isEmpty()) {
+            std::puts("Xvfb is missing: pictures without a display are not tried");
+            continue;
+        }
+        QProcess process;
+        QProcessEnvironment variables = QProcessEnvironment::systemEnvironment();
+        if (!display) variables.remove("DISPLAY");
+        process.setProcessEnvironment(variables);
+        process.setWorkingDirectory(QString::fromStdString(folder.path().string()));
+        process.start(KESTRALUM_BINARY_DIR "/kestralum-batch",
+                      {"verify", "cases.txt", "--report", "page.html"});
+        ASSERT_TRUE(process.waitForFinished(60000));
+        EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+        const ReadPage page(read_file(folder.file("page.html")));
+        const std::string said = process.readAllStandardOutput().toStdString();
+        EXPECT_EQ(page.attributes.count("src"), 2u) << said;
+        EXPECT_TRUE(contains(said, "\nnote: Odd: the window program has drawn no picture\n")) << said;
+        EXPECT_TRUE(contains(page.text, "2 swings\n") && contains(page.text, "3 Odd\n")) << page.text;
+        for (auto [at, end] = page.attributes.equal_range("src"); at != end; ++at) {
+            const auto png = QByteArray::fromBase64(at->second.section(',', 1).toLatin1());
+            EXPECT_EQ(QImage::fromData(png, "PNG").size(), QSize(480, 360));
+        }
+        EXPECT_TRUE(contains(page.text, "Pulled & clamped"));
+        EXPECT_FALSE(std::filesystem::exists(folder.path() / "log/verify_pictures"));
+        std::filesystem::remove(folder.path() / "page.html");
+    }
 }
 
 // A straight line runs from the lower left to the upper right corner of its axes; unknown values leave gaps.

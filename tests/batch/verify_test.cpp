@@ -1,5 +1,11 @@
 // `verify`: cases against their targets, what is missed and what is refused; and that the shipped folder
 // holds.
+#include <array>
+#include <regex>
+
+#include "app/html_text.h"
+#include "app/svg_chart.h"
+#include "app/verify_peer.h"
 #include "batch_run.h"
 
 using namespace kestralum::testing;
@@ -16,11 +22,26 @@ const std::string cases =
     "case first model bar.txt % run eigen-lanczos %\n"
     "check f frequency 1 shown 1  of_other formula pulled__tip near 5e-6 abs 1e-11 %\nEND\n";
 
+// The line that begins with `start`.
+std::string line_of(const std::string& text, const std::string& start) {
+    const std::size_t at = text.find("\n" + start);
+    EXPECT_NE(at, std::string::npos) << start << text;
+    return at == std::string::npos ? "" : lines_of(text.substr(at + 1)).front();
+}
+
+int count_of(const std::string& text, const std::string& part) {
+    int count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+    return count;
+}
+
 struct Verify : Batch {
     void SetUp() override {
         Batch::SetUp();
-        folder.write("bar.txt", replaced(bar_text, "boundary_condition",
-                                         "set_info BAR_END plane x L %\nboundary_condition"));
+        std::filesystem::create_directory(folder.path() / "verify");
+        for (const char* name : {"bar.txt", "verify/bar.txt"})
+            folder.write(name, replaced(bar_text, "boundary_condition",
+                                        "set_info BAR_END plane x L %\nboundary_condition"));
     }
 };
 
@@ -43,6 +64,250 @@ TEST_F(Verify, TellsEachCheckAndCountsThem) {
         contains(this->run("verify cases.txt --only first").out, "MISSED: the model has no solid elements"));
 }
 
+// What is asked for runs, and what it refers to is known; the rest is counted or refused.
+TEST_F(Verify, RunsTheCasesThatAreNamed) {
+    const std::string long_one = replaced(cases, "run static set=P=2000 %", "run static set=P=2000 long %");
+    folder.write("cases.txt", long_one);
+    folder.write("verify/cases.txt", long_one);
+    for (const char* words : {"verify cases.txt first", "verify first", "verify 'fi*'",
+                              "verify cases.txt --quick", "verify --only fir 'pull*' first"}) {
+        const Ended run = this->run(words);
+        EXPECT_EQ(run.status, 0) << words << run.out << run.err;
+        // of the other case only the value that is referred to
+        EXPECT_TRUE(contains(run.out, "\n1 case: 1 checks met, 0 missed, 1 shown\n")) << words << run.out;
+        EXPECT_FALSE(contains(run.out, "\npulled ")) << words;
+        EXPECT_EQ(contains(run.out, "1 long case left out\n"), contains(words, "--quick")) << words;
+    }
+    EXPECT_TRUE(contains(this->run("verify pulled first").out, "\n2 cases: 6 checks met"));
+    EXPECT_TRUE(contains(refused("verify pulled frist").err, "'frist'; the nearest name is 'first'"));
+    EXPECT_TRUE(contains(refused("verify 'p*' 'q*'").err, "no case is named 'q*'"));
+    refused("verify other/cases.txt first");
+    refused("verify first --list --report page.html");
+    refused("static bar.txt --quick");
+}
+
+TEST_F(Verify, ListsWithoutRunning) {
+    folder.write("cases.txt",
+                 replaced(cases, "model bar.txt % run static", "model gone.txt % run static long"));
+    const Ended run = this->run("verify cases.txt --list");
+    EXPECT_EQ(run.status, 0) << run.err;
+    const auto lines = lines_of(run.out.substr(run.out.find("\npulled ") + 1));
+    ASSERT_EQ(lines.size(), 4u) << run.out;
+    EXPECT_EQ(tokens_of(lines[0]), tokens_of("pulled static long A bar"));
+    EXPECT_EQ(tokens_of(lines[1]), tokens_of("Hooke (1678)"));
+    EXPECT_EQ(tokens_of(lines[2]), tokens_of("first eigen-lanczos"));
+}
+
+// Columns of today stay where they are; tolerance and seconds follow, and what is known to be bad says so.
+TEST_F(Verify, TellsToleranceTimeAndWhatIsWeak) {
+    folder.write("cases.txt", replaced(replaced(cases, "near P/A rel 1e-6", "shown P/A"), "title A bar",
+                                       "family Bars % weak a rod is no beam % title A bar"));
+    const Ended run = this->run("verify cases.txt");
+    EXPECT_EQ(run.status, 0) << run.out << run.err;
+    EXPECT_TRUE(contains(run.out, "\n  source: Hooke (1678)\npulled ")) << run.out;
+    const std::string line = line_of(run.out, "pulled                       tip ");
+    EXPECT_TRUE(contains(line, "   5e-06          5e-06    ")) << line;
+    const auto words = tokens_of(line);
+    ASSERT_EQ(words.size(), 10u) << line;
+    EXPECT_EQ(words[6] + words[7] + words[8], "ok0.0001%");
+    EXPECT_TRUE(std::regex_match(words[9], std::regex("[0-9]+\\.[0-9]{2}"))) << line;  // seconds
+    EXPECT_TRUE(contains(line_of(run.out, "pulled                       most "), " %  weak"));
+    EXPECT_TRUE(contains(run.out, "\n  weak: a rod is no beam\n"));
+    EXPECT_TRUE(contains(run.out, "2 cases: 5 checks met, 0 missed, 2 shown\n1 of those shown "));
+}
+
+// A cantilever whose enhanced hexahedra bend and whose full ones lock, on two meshes.
+const std::string bending =
+    "case coarse family Bending <of> bars % title Enhanced, 2 cells % source Euler (1744) %\n"
+    "model bent.txt % run static set=N=2 hexahedra=enhanced %\n"
+    "check tip displacement y set BAR_END near P*L^3/(3*2e11*B^4/12) rel 0.2 plot\n"
+    "  none reaction CLAMP x near 0 abs 1e-3 plot %\n"
+    "case fine family Bending <of> bars % source Euler (1744) % model bent.txt %\n"
+    "run static set=N=8 hexahedra=enhanced %\n"
+    "check tip displacement y set BAR_END near P*L^3/(3*2e11*B^4/12) rel 0.02 plot %\n"
+    "case locked family Bending <of> bars % weak full hexahedra lock % model bent.txt %\n"
+    "run static set=N=2 hexahedra=full %\n"
+    "check tip displacement y set BAR_END shown P*L^3/(3*2e11*B^4/12) plot %\n"
+    "case locked_fine family Bending <of> bars % weak full hexahedra lock % model bent.txt %\n"
+    "run static set=N=8 hexahedra=full %\n"
+    "check tip displacement y set BAR_END shown P*L^3/(3*2e11*B^4/12) plot %\n"
+    "case apart model gone.txt % run static % check tip displacement y at 0 0 0 below 1 %\nEND\n";
+
+// A case like another one: what it says itself holds instead; what is shown is not judged, what follows is.
+TEST_F(Verify, TakesOverWhatACaseDoesNotSayItself) {
+    const std::string more =
+        "case again like pulled run static set=P=3000 % check work energy shown 1 %\n"
+        "case unjudged like pulled title Other bar % weak some reason % shown\n"
+        "check tip displacement x at L 0 0 near 1.1*2*P*L/(4e11*A) rel 1e-6\n"
+        "  smaller error_ratio most rough below 1e-3 %\nEND\n";
+    const std::string rough = "case rough like pulled check most formula 1.1*P/A near P/A rel 0.2 %\n";
+    folder.write("cases.txt", replaced(cases, "END\n", rough + more));
+    const Ended run = this->run("verify cases.txt 'again' unjudged");
+    EXPECT_EQ(run.status, 1) << run.out << run.err;
+    // the tip's target has the parameter of the case; that of the reaction stays at 2000 N and is missed
+    EXPECT_EQ(tokens_of(line_of(run.out, "again                        tip "))[2], "7.5e-06") << run.out;
+    EXPECT_TRUE(contains(line_of(run.out, "again                        carried "), "MISSED"));
+    EXPECT_TRUE(contains(line_of(run.out, "again                        work "), "shown"));
+    for (const char* check : {"most", "carried", "work", "twice"})
+        EXPECT_TRUE(contains(line_of(run.out, std::string("unjudged                     ") + check), "weak"))
+            << check << run.out;
+    EXPECT_TRUE(contains(line_of(run.out, "unjudged                     tip "), "-9.09 %  MISSED"));
+    EXPECT_TRUE(contains(line_of(run.out, "unjudged                     smaller "), "  ok"));
+    const std::pair<const char*, const char*> wrongs[] = {
+        {"again like pulled", "again like pulledd"},
+        {"again like pulled", "again like again"},
+        {"again like pulled", "again title A % like pulled"},
+        {"error_ratio most rough", "error_ratio most %"},
+    };
+    for (const auto& [good, bad] : wrongs) {
+        folder.write("cases.txt", replaced(cases, "END\n", rough + replaced(more, good, bad)));
+        EXPECT_TRUE(contains(refused("verify cases.txt").err, "cases.txt: token ")) << bad;
+    }
+    folder.write("cases.txt", replaced(cases, "END\n", rough + replaced(more, "most rough", "gone rough")));
+    EXPECT_TRUE(contains(this->run("verify cases.txt unjudged").out, "MISSED: no check 'unjudged__gone'"));
+}
+
+// As where no window can draw: neither a display nor Xvfb.
+const std::string no_pictures = "env -u DISPLAY PATH=/nowhere /usr/bin/timeout -k 5 200";
+
+TEST_F(Verify, WritesAPageThatStandsForItself) {
+    folder.write("bent.txt",
+                 "%A_bar_&_its_tip.\n%L_>_B\n" +
+                     replaced(replaced(replaced(read_file(folder.file("bar.txt")), "8 2 2", "N 1 1"),
+                                       "P 1000", "P 1000 N 4"),
+                              "area x P  L L -1 1 -1 1", "area y P  L L -1 1 -1 1"));
+    folder.write("cases.txt", bending);
+    const Ended run = this->run("verify cases.txt --report page.html", no_pictures);
+    EXPECT_EQ(run.status, 1) << run.err;  // the case without a model is missed, and stands in the page
+    EXPECT_TRUE(contains(run.out, "note: no pictures: ")) << run.out;
+    EXPECT_TRUE(contains(run.out, "page                   page.html, 2 problems, 0 pictures\n")) << run.out;
+    const std::string page = bytes("page.html");
+    for (const char* text :
+         {"<a href=\"#problem1\">Bending &lt;of&gt; bars</a>: 3 met, 2 weak</li>",
+          "Source: Euler (1744)</p>\n<p>A bar &amp; its tip. L &gt; B</p>", "KESTRALUM ver3.01",
+          "5, of cases.txt", "<td>fine</td><td>enhanced hexahedra</td><td>108</td>",
+          "MISSED: ", "Weak: full hexahedra lock.</p>", "none: "})
+        EXPECT_TRUE(contains(page, text)) << text << page;
+    for (const char* text : {"<script", "<link", "src=", folder.path().c_str()})
+        EXPECT_FALSE(contains(page, text)) << text;
+    EXPECT_EQ(count_of(page, "<svg"), 1);       // a target of 0 has no error to draw
+    EXPECT_EQ(count_of(page, "<polyline"), 2);  // enhanced, full
+    EXPECT_EQ(count_of(page, "<circle"), 4);
+    EXPECT_EQ(count_of(page, "Weak: "), 1);
+    EXPECT_FALSE(exists("log/verify_pictures"));
+    this->run("verify cases.txt --report again.html", no_pictures);
+    EXPECT_EQ(bytes("again.html"), page);
+}
+
+TEST_F(Verify, SaysBeforeItRunsThatNoPageCanBeWritten) {
+    folder.write("cases.txt", bending);
+    for (const char* file : {"gone/page.html", "folder.html"}) {
+        std::filesystem::create_directory(folder.path() / "folder.html");
+        const Ended run = refused(std::string("verify cases.txt --report ") + file);
+        EXPECT_TRUE(contains(run.err, std::string(file) + " cannot be written: ")) << run.err;
+        EXPECT_FALSE(contains(run.out, "coarse")) << run.out;
+    }
+    refused("verify cases.txt --report page.txt");
+}
+
+// A program in place of CalculiX that knows the bar's answer: u = SCALE x along the bar, nothing across it.
+const std::string stand_in =
+    "#!/bin/sh\n"
+    "echo ' displacements (vx,vy,vz) for set NALL and time  0.1000000E+01' > $2.dat\n"
+    "awk '/^\\*/ {nodes = /^\\*NODE,/; next} nodes {split($0, a, \",\");\n"
+    "  printf \"%d %.6E %.6E %.6E\\n\", a[1], SCALE * a[2], 0, 0}' SCALE=$SCALE $2.inp >> $2.dat\n"
+    "[ -z \"$BROKEN\" ] || { rm $2.dat; echo '*ERROR in calinput'; exit 201; }\n";
+
+// Where the two agree and where not is told case by case; what the peer has no like of is not judged.
+TEST_F(Verify, ComparesWithAnotherProgram) {
+    folder.write("cases.txt",
+                 "case full model bar.txt % run static hexahedra=full % check t energy shown 1 %\n"
+                 "case twice like full run static set=P=2000 % check %\n"
+                 "case other like full run static hexahedra=enhanced % check %\n"
+                 "case plastic like full run nonlinear % check %\nEND\n");
+    std::filesystem::create_directory(folder.path() / "bin");
+    std::filesystem::permissions(folder.write("bin/ccx", stand_in), std::filesystem::perms::owner_all);
+    const std::string with = "env PATH=\"$PWD/bin:$PATH\" SCALE=1.25e-5 " + in_time;
+    const Ended run = this->run("verify cases.txt --peer ccx", with);
+    EXPECT_EQ(run.status, 1) << run.out << run.err;
+    const std::string full = line_of(run.out, "full "), other = line_of(run.out, "other ");
+    EXPECT_EQ(tokens_of(full)[3], "81");  // 9 by 3 by 3 nodes
+    EXPECT_TRUE(full.ends_with("1e-06  ok")) << full;
+    EXPECT_TRUE(contains(line_of(run.out, "twice "), "5.0e-01    1e-06  MISSED")) << run.out;
+    EXPECT_TRUE(contains(other, "shown   hexahedra enhanced are written as C3D8I")) << other;
+    EXPECT_TRUE(contains(run.out, "\nplastic                      left out: neither static nor modal\n"));
+    EXPECT_TRUE(contains(run.out, "1 cases agree with CalculiX, 1 missed, 1 shown, 1 left out\n")) << run.out;
+    EXPECT_EQ(this->run("verify cases.txt full --peer ccx", with).status, 0);
+    EXPECT_TRUE(contains(this->run("verify cases.txt full --peer ccx", "env BROKEN=1 " + with).out,
+                         "MISSED: ccx ended with status 201: *ERROR in calinput\n"));
+    EXPECT_FALSE(exists("log/verify_peer"));
+    const Ended without = refused("verify cases.txt --peer ccx", 2, no_pictures);
+    EXPECT_TRUE(contains(without.err, "there is no ccx on the path")) << without.err;
+    refused("verify cases.txt --peer other");
+    refused("verify cases.txt --peer ccx --list");
+}
+
+TEST_F(Verify, AgreesWithCalculix) {
+    if (kestralum::find_ccx().empty())
+        GTEST_SKIP() << "CalculiX (ccx) is not installed: the comparison with it is not tried";
+    const Ended run = this->run("verify " KESTRALUM_SOURCE_DIR
+                                "/verify/cases.txt wedge_full thermal_bar_tet4 cases_tet_coarse "
+                                "fv52_full_coarse beam_regular_full --peer ccx");
+    EXPECT_EQ(run.status, 0) << run.out << run.err;
+    EXPECT_TRUE(contains(run.out, "5 cases agree with CalculiX, 0 missed, 0 shown, 0 left out\n")) << run.out;
+}
+
+// Displacements of the steps, then frequencies; what the file tells of the modes' shapes is passed over.
+TEST(Ccx, ReadsWhatItPrints) {
+    const kestralum::CcxResults read = kestralum::read_ccx_dat(
+        "\n displacements (vx,vy,vz) for set NALL and time  0.1000000E+01\n\n"
+        "         1  1.5E-06 -2.0E-07  0.0E+00\n        12  3.0E-06  0.0E+00  4.0E-08\n"
+        "\n displacements (vx,vy,vz) for set NALL and time  0.2000000E+01\n\n"
+        "         1  1.0E+00  2.0E+00  3.0E+00\n"
+        "\n     E I G E N V A L U E   O U T P U T\n\n MODE NO    EIGENVALUE    FREQUENCY\n"
+        "                       REAL PART   IMAGINARY PART\n"
+        "      1   0.4E+04   0.6E+02   0.1006584E+02   0.0E+00\n"
+        "      2   0.9E+04   0.9E+02   0.1509877E+02   0.0E+00\n"
+        "\n     P A R T I C I P A T I O N   F A C T O R S\n\n      1   0.1   0.2   0.3   0.4   0.5   0.6\n"
+        "\n displacements (vx,vy,vz) for set NALL and time  0.0000000E+00\n\n"
+        "         1  9.0E+00  9.0E+00  9.0E+00\n");
+    ASSERT_EQ(read.steps.size(), 2u);
+    ASSERT_EQ(read.steps[0].size(), 2u);
+    EXPECT_EQ(read.steps[0][1].first, 12);
+    EXPECT_EQ(read.steps[0][1].second, (std::array<double, 3>{3e-6, 0, 4e-8}));
+    EXPECT_EQ(read.steps[1].size(), 1u);
+    EXPECT_EQ(read.frequencies, (std::vector<double>{10.06584, 15.09877}));
+}
+
+// An error that falls with a power of the unknowns is a straight line; what is not positive has no place.
+TEST(LogChart, DrawsPowersAsStraightLines) {
+    const kestralum::LogCurve curves[] = {{"a < b", {{10, 4}, {100, 0.4}, {1000, 0}, {10000, 0.004}}},
+                                          {"c", {{1000, 0.04}}}};
+    const std::string svg = kestralum::svg_log_chart(curves, "unknowns", "error [%]");
+    std::vector<std::array<double, 2>> marks;
+    const std::regex circle("<circle cx=\"([0-9.]+)\" cy=\"([0-9.]+)\"");
+    for (std::sregex_iterator at(svg.begin(), svg.end(), circle), end; at != end; ++at)
+        marks.push_back({std::stod((*at)[1]), std::stod((*at)[2])});
+    ASSERT_EQ(marks.size(), 4u) << svg;
+    EXPECT_LT(marks[0][0], marks[1][0]);
+    EXPECT_LT(marks[0][1], marks[1][1]);  // downwards
+    for (std::size_t c = 0; c < 2; ++c) {
+        EXPECT_NEAR(marks[2][c] - marks[1][c], 2 * (marks[1][c] - marks[0][c]), 0.2);
+        EXPECT_NEAR(marks[3][c] - marks[1][c], marks[1][c] - marks[0][c], 0.2);
+    }
+    for (const char* text : {">a &lt; b<", ">unknowns<", ">error [%]<", ">100<", ">0.01<"})
+        EXPECT_TRUE(contains(svg, text)) << text << svg;
+    const kestralum::LogCurve point[] = {{"c", {{1000, 0.04}, {2000, -1}}}};
+    EXPECT_EQ(kestralum::svg_log_chart(point, "x", "y"), "");
+}
+
+TEST(Base64, IsThatOfRfc4648) {
+    const std::pair<const char*, const char*> vectors[] = {
+        {"", ""},        {"f", "Zg=="},          {"fo", "Zm8="},
+        {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}, {"\xff\xfe", "//4="}};
+    for (const auto& [bytes, text] : vectors) EXPECT_EQ(kestralum::base64(bytes), text);
+}
+
 TEST_F(Verify, RefusesWhatIsWrongInAFile) {
     const std::pair<const char*, const char*> wrongs[] = {
         {"run static", "run statik"},
@@ -53,6 +318,8 @@ TEST_F(Verify, RefusesWhatIsWrongInAFile) {
         {"case first", "case pulled"},
         {"model bar.txt % run static", "run static"},
         {"work energy", "2work energy"},
+        {"title A bar %", "weak % title A bar %"},
+        {"set=P=2000", "set=P=2000 quick"},
         {"between -2001 -1999", "between -2001 %"},
     };
     for (const auto& [good, bad] : wrongs) {

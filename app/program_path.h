@@ -1,0 +1,14 @@
+// Where other programs are.
+#pragma once
+
+#include <string>
+
+namespace kestralum {
+
+// The program of this name on the path; empty: there is none.
+std::string program_on_path(const std::string& name);
+
+// The program of this name in the folder of this one; empty: there is none.
+std::string program_beside(const std::string& name);
+
+}  // namespace kestralum
