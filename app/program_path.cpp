@@ -22,4 +22,13 @@ std::string program_beside(const std::string& name) {
     return !fault && ::access(program.c_str(), X_OK) == 0 ? program.string() : std::string();
 }
 
+std::string shared_file(const std::string& name) {
+    namespace fs = std::filesystem;
+    std::error_code fault, none;
+    if (fs::exists(name, none)) return name;
+    const fs::path installed =
+        fs::read_symlink("/proc/self/exe", fault).parent_path().parent_path() / "share/kestralum" / name;
+    return !fault && fs::is_regular_file(installed, none) ? installed.string() : name;
+}
+
 }  // namespace kestralum

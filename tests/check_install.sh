@@ -47,6 +47,8 @@ echo mine >first/setting/setting.txt
 cp second/setting/setting.txt first/setting/ && cd first || exit 2
 "$bin/kestralum-batch" static data/rigid_joint.txt --quiet >out 2>&1 && [ -f log/result_rigid_joint.txt ] ||
     wrong "a shipped model: $(cat out)"
+"$bin/kestralum-batch" verify --quick --list --quiet >out 2>&1 && grep -q "^le10_hex " out ||
+    wrong "the installed benchmarks are not found: $(cat out)"
 if [ -x "$bin/kestralum-mesher" ]; then
     "$bin/kestralum-batch" check data/step_bracket.txt --set h=30 --set order=1 --quiet >out 2>&1 &&
         grep -q "4-node tetrahedron" out || wrong "the mesher is not found: $(cat out)"

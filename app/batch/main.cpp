@@ -15,6 +15,7 @@
 #include "analysis/quantity_fields.h"
 #include "app/batch/batch_options.h"
 #include "app/export_model.h"
+#include "app/program_path.h"
 #include "app/run_process.h"
 #include "app/run_summary.h"
 #include "app/section_table.h"
@@ -231,7 +232,8 @@ ExitStatus convert_frames(const BatchOptions& options, const Settings& settings)
 
 ExitStatus run_verify(const BatchOptions& options, const Settings& settings, Progress& progress) {
     stop_on_interrupt(progress);
-    const std::string file = options.model_file.empty() ? "verify\\cases.txt" : options.model_file;
+    const std::string file =
+        options.model_file.empty() ? shared_file("verify/cases.txt") : options.model_file;
     std::setvbuf(stdout, nullptr, _IOLBF, 1 << 16);  // who reads along sees each case as it ends
     const VerifyStatus status = verify({.file_name = file,
                                         .choice = {options.case_names, options.only, options.quick},
