@@ -84,7 +84,9 @@ std::string head(const VerifyPage& page) {
                "Each problem has a published or worked-out answer and is computed with the elements and "
                "formulations that apply, on more than one mesh where that tells something. A check is ok "
                "where its value differs from the target by no more than the tolerance, and MISSED "
-               "otherwise. Values that are shown only are not judged; a weak one belongs to a formulation "
+               "otherwise. The error is value minus target, over the size of the target: of a negative "
+               "target, a value that is too large in size has a negative error. Values that are shown only "
+               "are not judged; a weak one belongs to a formulation "
                "that is known to be bad at the problem, and stands here with its error.");
 }
 

@@ -41,8 +41,9 @@ public:
 
     double number(const std::string& text) {
         const CalcResult result = calc(text, names_);
-        if (!result.ok() && error.empty()) error = "'" + text + "' has no value (" + result.error + ")";
-        return result.value;
+        if (!result.ok()) return fail("'" + text + "' has no value (" + result.error + ")");
+        // by an infinite target any value would be near enough
+        return std::isfinite(result.value) ? result.value : fail("'" + text + "' is not a finite number");
     }
 
     double measure(const VerifyCheck& check) {
@@ -74,6 +75,9 @@ private:
         return at == errors_.end() ? fail("no check '" + name + "' with an error") : std::abs(at->value);
     }
     double mode(const VerifyCheck& check) {
+        const bool factor = check.measured == Measured::load_factor;
+        if (run_.ana_type != (factor ? AnalysisType::buckling : AnalysisType::eigen))
+            return fail(factor ? "the analysis has no load factors" : "the analysis has no frequencies");
         const double n = number(check.number);
         if (!(n >= 1 && n <= static_cast<double>(run_.results.size())))
             return fail(formatted("there are %zu modes", run_.results.size()));

@@ -31,10 +31,13 @@ std::size_t distance(std::string_view a, std::string_view b) {
 }
 
 std::string unknown_name(std::span<const VerifyCase> cases, const std::string& word) {
-    const auto nearest =
-        std::ranges::min_element(cases, {}, [&](const VerifyCase& one) { return distance(one.name, word); });
-    return "no case is named '" + word + "'" +
-           (nearest == cases.end() ? "" : "; the nearest name is '" + nearest->name + "'");
+    const std::string told = "no case is named '" + word + "'";
+    const auto letters = [&](const VerifyCase& one) { return distance(one.name, word); };
+    const auto nearest = std::ranges::min_element(cases, {}, letters);
+    // farther off it would be any name
+    const bool is_near =
+        nearest != cases.end() && !word.ends_with('*') && letters(*nearest) <= word.size() / 2;
+    return told + (is_near ? "; the nearest name is '" + nearest->name + "'" : "; --list tells the names");
 }
 
 bool refers_to(const VerifyCase& one, const std::string& name) {

@@ -64,6 +64,25 @@ TEST_F(Verify, TellsEachCheckAndCountsThem) {
         contains(this->run("verify cases.txt --only first").out, "MISSED: the model has no solid elements"));
 }
 
+// An infinite target or tolerance would be met by any value, a place that is none by the first node, and what
+// an analysis does not compute would be 0.
+TEST_F(Verify, MissesWhatIsNoNumberOrNotComputed) {
+    const std::array<std::array<const char*, 3>, 6> wrongs{{
+        {"near 2*P*L/(4e11*A) rel", "near 1/0 rel", "'1/0' is not a finite number"},
+        {"A) rel 1e-6\n  most", "A) rel 1/0\n  most", "'1/0' is not a finite number"},
+        {"formula 2*tip above tip", "formula 2*tip below tip/0", "'tip/0' is not a finite number"},
+        {"displacement x at L 0 0", "displacement x at 0/0 0 0", "'0/0' is not a finite number"},
+        {"energy near 0.5*P*tip", "frequency 1 near 0", "the analysis has no frequencies"},
+        {"f frequency 1", "f load_factor 1", "the analysis has no load factors"},
+    }};
+    for (const auto& [good, bad, told] : wrongs) {
+        folder.write("cases.txt", replaced(cases, good, bad));
+        const Ended run = this->run("verify cases.txt");
+        EXPECT_EQ(run.status, 1) << bad;
+        EXPECT_TRUE(contains(run.out, std::string("MISSED: ") + told)) << bad << run.out;
+    }
+}
+
 // What is asked for runs, and what it refers to is known; the rest is counted or refused.
 TEST_F(Verify, RunsTheCasesThatAreNamed) {
     const std::string long_one = replaced(cases, "run static set=P=2000 %", "run static set=P=2000 long %");
@@ -80,7 +99,8 @@ TEST_F(Verify, RunsTheCasesThatAreNamed) {
     }
     EXPECT_TRUE(contains(this->run("verify pulled first").out, "\n2 cases: 6 checks met"));
     EXPECT_TRUE(contains(refused("verify pulled frist").err, "'frist'; the nearest name is 'first'"));
-    EXPECT_TRUE(contains(refused("verify 'p*' 'q*'").err, "no case is named 'q*'"));
+    EXPECT_TRUE(contains(refused("verify 'p*' 'q*'").err, "no case is named 'q*'; --list tells the names"));
+    EXPECT_TRUE(contains(refused("verify elsewhere").err, "'elsewhere'; --list tells the names"));
     refused("verify other/cases.txt first");
     refused("verify first --list --report page.html");
     refused("static bar.txt --quick");
