@@ -23,6 +23,9 @@ constexpr std::array<std::string_view, 5> expectation_words{"near", "below", "ab
 constexpr std::array<std::string_view, 4> displacement_words{"x", "y", "z", "magnitude"};
 constexpr std::array<std::string_view, 7> stress_words{"xx", "yy", "zz", "xy", "yz", "zx", "mises"};
 constexpr std::array<std::string_view, 3> axes{"x", "y", "z"};
+// Options of the window program that name a file or folder to write: what a page is made of is written
+// nowhere else.
+constexpr std::array<std::string_view, 4> writing_options{"--snapshot", "--film", "--report", "--log"};
 
 class Reader {
 public:
@@ -86,6 +89,20 @@ private:
         return out;
     }
 
+    // The same of options of a picture, none of which may write.
+    std::string picture_line() {
+        std::string out;
+        for (Token token = next(); !token.text.starts_with('%'); token = next()) {
+            const std::string_view option = token.text.substr(0, token.text.find('='));
+            if (token.text.empty() || std::ranges::count(writing_options, option) > 0) {
+                expected(token, token.text.empty() ? "%" : "an option that says how the picture looks");
+                break;
+            }
+            out += (out.empty() ? "" : " ") + std::string(token.text);
+        }
+        return out;
+    }
+
     // All of an earlier case but its name and what is said to be bad about it.
     void take_over(VerifyCase& one, std::span<const VerifyCase> before) {
         const auto other = std::ranges::find(before, next_word("the name of a case"), &VerifyCase::name);
@@ -113,7 +130,7 @@ private:
                 one.weak = text_line();
                 if (one.weak.empty()) expected(last_, "why the formulation is known to be bad");
             } else if (key.text == "picture") {
-                one.picture = text_line();
+                one.picture = picture_line();
             } else if (key.text == "model") {
                 one.model_file = folder_ + text_line();
             } else if (key.text == "run") {

@@ -341,6 +341,8 @@ TEST_F(Verify, RefusesWhatIsWrongInAFile) {
         {"title A bar %", "weak % title A bar %"},
         {"set=P=2000", "set=P=2000 quick"},
         {"between -2001 -1999", "between -2001 %"},
+        {"title A bar %", "picture --view iso --snapshot other.png % title A bar %"},
+        {"title A bar %", "picture --log=elsewhere % title A bar %"},
     };
     for (const auto& [good, bad] : wrongs) {
         folder.write("cases.txt", replaced(cases, good, bad));
