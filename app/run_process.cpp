@@ -89,11 +89,10 @@ const char* with_article(AnalysisType type) {
     return "an explicit analysis";
 }
 
-// The folder as the platform names it; opening a file in it tells whether it is there.
-std::string make_folder(std::string_view log_folder) {
+// The folder as the platform names it; `fault` says why it could not be made.
+std::string make_folder(std::string_view log_folder, std::error_code& fault) {
     const std::filesystem::path inside = paths::to_platform("log\\file", log_folder);
-    std::error_code ignored;
-    std::filesystem::create_directories(inside.parent_path(), ignored);
+    std::filesystem::create_directories(inside.parent_path(), fault);
     return inside.parent_path().string();
 }
 
@@ -144,11 +143,13 @@ LogLock::~LogLock() {
 }
 
 bool LogLock::take(std::string_view log_folder, Progress& progress) {
-    const std::string directory = make_folder(log_folder);
+    std::error_code fault;
+    const std::string directory = make_folder(log_folder, fault);
     const std::string name = directory + "/.lock";
     file_ = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     if (file_ < 0) {
-        progress.error("the folder %s cannot be written: %s", directory.c_str(), std::strerror(errno));
+        const std::string why = fault ? fault.message() : std::strerror(errno);
+        progress.error("the folder %s cannot be written: %s", directory.c_str(), why.c_str());
         return false;
     }
     if (::flock(file_, LOCK_EX | LOCK_NB) != 0) {
@@ -175,7 +176,8 @@ bool start_up(std::string_view setting_file, std::string_view log_folder, Settin
             progress.error("%s", hint.c_str());
         return false;
     }
-    make_folder(log_folder);
+    std::error_code none;  // a run that writes there tells it itself
+    make_folder(log_folder, none);
     progress.print("KESTRALUM %s\n", program_version);
     return true;
 }

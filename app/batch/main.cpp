@@ -291,9 +291,10 @@ ExitStatus sweep(const BatchOptions& options, const Settings& settings, Progress
     return end_sweep(plan, run_sweep(plan, show, progress), progress);
 }
 
-// Needs no log folder to itself: a sweep's runs have folders of their own.
+// Needs no log folder to itself: a sweep's runs have folders of their own, a list of cases runs none.
 bool shares_log_folder(const BatchOptions& options) {
-    return !options.sweep.empty() || options.command == "check" || options.command == "export";
+    return !options.sweep.empty() || options.list || options.command == "check" ||
+           options.command == "export";
 }
 
 ExitStatus run(const BatchOptions& options, Progress& progress) {

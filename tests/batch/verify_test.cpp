@@ -116,6 +116,11 @@ TEST_F(Verify, ListsWithoutRunning) {
     EXPECT_EQ(tokens_of(lines[0]), tokens_of("pulled static long A bar"));
     EXPECT_EQ(tokens_of(lines[1]), tokens_of("Hooke (1678)"));
     EXPECT_EQ(tokens_of(lines[2]), tokens_of("first eigen-lanczos"));
+    // without a log folder to itself; what runs says why there is none: the system's folder takes no other
+    EXPECT_EQ(this->run("verify cases.txt --list --log /sys/none/log").status, 0);
+    const Ended refusal = refused("verify cases.txt --log /sys/none/log");
+    EXPECT_TRUE(contains(refusal.err, "the folder /sys/none/log cannot be written: ")) << refusal.err;
+    EXPECT_FALSE(contains(refusal.err, "No such file")) << refusal.err;
 }
 
 // Columns of today stay where they are; tolerance and seconds follow, and what is known to be bad says so.
