@@ -6,6 +6,7 @@
 namespace kestralum {
 
 enum class Distortion {
+    none,
     smooth,  // by a smooth map of the cube onto itself that also slides nodes in its faces; the same map on
              // every mesh, mid-side nodes included, so that edges are curved
     random,  // by up to 0.15 of a cell in each direction, of a fixed seed; edges stay straight

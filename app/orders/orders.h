@@ -19,7 +19,8 @@ struct OrdersRow {
     std::string analysis;     // static eigen nonlinear explicit
     std::string element;      // hexahedron tetrahedron4 tetrahedron10
     std::string formulation;  // full enhanced mean-dilatation; of tetrahedra full
-    std::string mesh;  // smooth: nodes moved by a smooth map; random: by random numbers of a fixed seed
+    std::string mesh;  // smooth: nodes moved by a smooth map; random: by random numbers of a fixed seed;
+                       // regular: cubes
     std::string quantity;
     std::vector<double> h;      // cell size (m), of explicit rows the time step over the stable one
     std::vector<double> error;  // relative to the size of the exact answer
@@ -38,6 +39,9 @@ struct OrdersOptions {
     bool coarse = false;     // two meshes instead of three, and random ones only
     std::string only;        // analyses whose names begin so; empty: all
 };
+
+// Whether an analysis that has orders begins so.
+bool has_orders(const std::string& name);
 
 // False, told as an error, where an analysis fails or none has the name, and where a stop was asked for;
 // `rows` then has what was done.

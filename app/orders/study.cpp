@@ -117,7 +117,9 @@ RowSet::RowSet(const char* analysis, const StudyElement& of, Distortion distorti
         row.analysis = analysis;
         row.element = of.element;
         row.formulation = of.formulation;
-        row.mesh = distortion == Distortion::smooth ? "smooth" : "random";
+        row.mesh = distortion == Distortion::smooth   ? "smooth"
+                   : distortion == Distortion::random ? "random"
+                                                      : "regular";
         row.quantity = quantity.name;
         row.expected = quantity.expected;
     }
