@@ -136,6 +136,9 @@ bool write_page(const VerifyOptions& options, std::span<const CaseOutcome> outco
     for (std::size_t k = 0; k < page.families.size(); ++k) {
         page.families[k].png = std::move(pictures.png[k]);
         drawn += !page.families[k].png.empty();
+        if (page.families[k].png.empty() && page.no_pictures.empty())
+            progress.summary("note: %s: the window program has drawn no picture\n",
+                             page.families[k].name.c_str());
     }
     if (!page.no_pictures.empty()) progress.summary("note: no pictures: %s\n", page.no_pictures.c_str());
     const std::string html = verify_html(page);

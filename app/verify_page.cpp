@@ -173,7 +173,9 @@ const VerifyCase& VerifyFamily::drawn() const {
 std::vector<VerifyFamily> families_of(std::span<const CaseOutcome> outcomes) {
     std::vector<VerifyFamily> out;
     for (const CaseOutcome& one : outcomes) {
-        const std::string& name = one.is->family.empty() ? one.is->title : one.is->family;
+        const std::string& name = !one.is->family.empty()  ? one.is->family
+                                  : !one.is->title.empty() ? one.is->title
+                                                           : one.is->name;
         auto family = std::ranges::find(out, name, &VerifyFamily::name);
         if (family == out.end())
             family = out.insert(out.end(), {.name = name, .cases = {}, .words = {}, .png = {}});

@@ -116,7 +116,7 @@ DrawnPictures draw_pictures(std::span<const PictureOrder> orders, const std::str
     progress.set_stage("pictures");
     for (std::size_t k = 0; k < orders.size() && !progress.cancelled(); ++k) {
         out.png[k] = artist.draw(orders[k], progress);
-        progress.counter(static_cast<std::int64_t>(k + 1), static_cast<std::int64_t>(orders.size()));
+        progress.set_count(static_cast<std::int64_t>(k + 1), static_cast<std::int64_t>(orders.size()));
     }
     fs::remove_all(artist.folder, fault);
     return out;

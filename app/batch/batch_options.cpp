@@ -202,8 +202,8 @@ CommandLine describe(BatchOptions& options, Words words) {
     line.add_text("--only", "WORD", "verify: the cases whose names begin with the word", options.only);
     line.add_flag("--list", "verify: tells the cases with title and source, runs none", options.list);
     line.add_flag("--quick", "verify: leaves out the long cases", options.quick);
-    line.add_value("--report", "FILE.html",
-                   "verify: writes a page with pictures, tables and convergence plots",
+    line.add_value("--report", "FILE",
+                   "verify: writes a page (.html) with pictures, tables and convergence plots",
                    [&options](const std::string& text) { return choose_report(options, text); });
     line.add_value("--peer", "ccx",
                    "verify: compares static and modal cases with CalculiX node by node, not with targets",

@@ -92,7 +92,8 @@ TEST(Report, OfVerificationHasPictures) {
                  "case pulled title Pulled & clamped % model bar.txt % run static %\n"
                  "check tip displacement x at L 0 0 near 2.5e-6 rel 1e-6 %\n"
                  "case swings model bar.txt % picture --frame 1 % run eigen-lanczos %\n"
-                 "check f frequency 1 above 0 %\nEND\n");
+                 "check f frequency 1 above 0 %\n"
+                 "case odd like swings family Odd % picture --nothing % check %\nEND\n");
     for (const bool display : {true, false}) {
         if (!display && QStandardPaths::findExecutable("Xvfb").isEmpty()) {
             std::puts("Xvfb is missing: pictures without a display are not tried");
@@ -108,7 +109,10 @@ TEST(Report, OfVerificationHasPictures) {
         ASSERT_TRUE(process.waitForFinished(60000));
         EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
         const ReadPage page(read_file(folder.file("page.html")));
-        EXPECT_EQ(page.attributes.count("src"), 2u) << process.readAllStandardOutput().toStdString();
+        const std::string said = process.readAllStandardOutput().toStdString();
+        EXPECT_EQ(page.attributes.count("src"), 2u) << said;
+        EXPECT_TRUE(contains(said, "\nnote: Odd: the window program has drawn no picture\n")) << said;
+        EXPECT_TRUE(contains(page.text, "2 swings\n") && contains(page.text, "3 Odd\n")) << page.text;
         for (auto [at, end] = page.attributes.equal_range("src"); at != end; ++at) {
             const auto png = QByteArray::fromBase64(at->second.section(',', 1).toLatin1());
             EXPECT_EQ(QImage::fromData(png, "PNG").size(), QSize(480, 360));
