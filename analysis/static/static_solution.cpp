@@ -31,6 +31,8 @@ void check_held(Job& job, const AssembledSystem& system, const BorderedFactor& f
 
 // A relative residual above this is worth another solution.
 constexpr double refined_above = 1e-9;
+// Above this it is none: a factor file was altered while the run was at work, or the matrix leaves no digits.
+constexpr double useless_above = 1e-2;
 
 // F - K q into `out`, column by column; returns the largest ‖Kq - F‖ / ‖F‖.
 double residuals(const Job& job, const AssembledSystem& system, std::span<const double> q,
@@ -83,8 +85,15 @@ bool solve_static(Job& job, const AssembledSystem& system, std::vector<double>& 
     if (!std::isfinite(norm(q)))
         return job.fail(RunStatus::failed, "the displacements are not finite numbers");
     check_held(job, system, factor);
-    if (job.report().residual > refined_above && job.report().status == RunStatus::done)
-        return refine(job, system, factor, q, F, std::move(left), columns);
+    if (job.report().residual > refined_above && job.report().status == RunStatus::done &&
+        !refine(job, system, factor, q, F, std::move(left), columns))
+        return false;
+    if (job.report().residual > useless_above && job.report().status == RunStatus::done)
+        return job.fail(
+            RunStatus::failed,
+            formatted("the displacements leave %.2g of the loads without balance (|Ku-F|/|F|): the "
+                      "matrix is too ill-conditioned, or the factor's files were altered",
+                      job.report().residual));
     return true;
 }
 

@@ -2,6 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <utility>
 
 #include "analysis/static/static_analysis.h"
 #include "results/result_file.h"
@@ -88,6 +91,48 @@ TEST_F(StaticAnalysis, PartsThatTouchWithoutBeingJoinedAreNamedBefore) {
 const std::string small_model = ModelText{.parts = rect("b", "0.3 0.2 1", "3 2 24"),
                                           .supports = "c plane z 0 0 0 0 0 0",
                                           .forces = "f area x 1000 0 0.3 0 0.2 1 1"};
+
+// Overwrites the factor's files as soon as the run begins to solve with them.
+class Saboteur : public testing::Collected {
+public:
+    explicit Saboteur(std::filesystem::path folder) : folder_(std::move(folder)) {}
+    bool cancelled() const override {
+        if (place().stage == "solve" && !std::exchange(done_, true))
+            for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
+                if (entry.path().filename().string().find("temp_") == std::string::npos) continue;
+                std::fstream file(entry.path(), std::ios::in | std::ios::out | std::ios::binary);
+                const auto bytes = static_cast<std::size_t>(std::filesystem::file_size(entry.path()));
+                file.seekp(static_cast<std::streamoff>(bytes / 3));
+                file << std::string(bytes / 3, '\0');
+                ++overwritten;
+            }
+        return false;
+    }
+    mutable int overwritten = 0;
+
+private:
+    std::filesystem::path folder_;
+    mutable bool done_ = false;
+};
+
+TEST_F(StaticAnalysis, AFactorFileThatWasAlteredGivesNoResult) {
+    settings.memory_size = 1;
+    options.log_folder = folder.file("log");
+    for (const char* solver : {"skyline", "sparse"}) {
+        settings.solver = solver;
+        ASSERT_TRUE(read(ModelText{.parts = rect("b", "0.1 0.1 0.4", "6 6 24"),
+                                   .supports = "C plane z 0 0 0 0 0 0",
+                                   .forces = "P area x 1000 0 0.1 0 0.1 0.4 0.4"}));
+        Saboteur sabotage(folder.path() / "log");
+        const RunReport report = analyse_static(model, settings, options, sabotage).report;
+        ASSERT_GT(sabotage.overwritten, 0);
+        EXPECT_EQ(report.status, RunStatus::failed);
+        EXPECT_FALSE(report.has_results());
+        EXPECT_TRUE(testing::contains(report.remarks.errors, "without balance") ||
+                    testing::contains(report.remarks.errors, "not finite"))
+            << report.remarks.errors.size();
+    }
+}
 
 TEST_F(StaticAnalysis, EndsWithoutATornFileWhereItCannotGoOn) {
     folder.write("log/result_model.txt", "an earlier run's");

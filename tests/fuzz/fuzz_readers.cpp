@@ -29,6 +29,7 @@
 #include "results/frames_file.h"
 #include "results/result_file.h"
 #include "system/model_check.h"
+#include "view/contour.h"
 
 using namespace kestralum;
 
@@ -65,6 +66,11 @@ const std::filesystem::path& folder() {
         return path;
     }();
     return made;
+}
+
+const std::string& log_folder() {
+    static const std::string name = folder() / "log";
+    return name;
 }
 
 std::string file_with(std::string_view text, const char* name) {
@@ -114,54 +120,47 @@ void read_result(std::string_view text) {
 void read_displacements(std::string_view text) {
     Impatient progress;
     const std::string file = file_with(text, "log/disp_model.txt");
-    const auto stored = read_displacement_file(file, folder() / "log", nullptr, progress);
+    const auto stored = read_displacement_file(file, log_folder(), nullptr, progress);
     must(stored || progress.errors > 0, "a refused displacement file has an error line");
 }
 
 void read_frames(std::string_view text) {
     Impatient progress;
     const std::string file = file_with(text, "log/frames_model.txt");
-    const auto stored = read_frames_file(file, folder() / "log", progress);
+    const auto stored = read_frames_file(file, log_folder(), progress);
     must(stored || progress.errors > 0, "a refused frames file has an error line");
-    if (!stored) return;
-    for (std::size_t f = 0; f < stored->run.results.size() && f < 3; ++f) {
-        const Frames frames(stored->run.results);
-        frame_at(frames, static_cast<std::int32_t>(f) + 1);
-    }
+    for (std::int32_t f = 1; stored && f <= 3; ++f) view::frame_at(stored->run.results, f);
 }
 
 template <typename Read>
 void read_mesh(const Read& read) {
     PartMesh mesh;
     Remarks remarks;
-    const bool good = read(mesh, remarks);
-    must(good || !remarks.errors.empty(), "a refused mesh has an error line");
+    const Impatient progress;
+    const bool good = read(mesh, remarks, progress);
+    must(good || !remarks.errors.empty() || progress.cancelled(), "a refused mesh has an error line");
     must(good || mesh.node_num() == 0, "a refused mesh has no nodes");
     for (const double x : mesh.coordinates) must(std::isfinite(x), "coordinates are finite");
 }
 
 void read_vol(std::string_view text) {
-    const Impatient progress;
-    read_mesh([&](PartMesh& mesh, Remarks& remarks) {
+    read_mesh([&](PartMesh& mesh, Remarks& remarks, const Progress& progress) {
         return read_vol_text(text, "f", 1, mesh, remarks, progress);
     });
 }
 void read_msh(std::string_view text) {
-    const Impatient progress;
-    read_mesh([&](PartMesh& mesh, Remarks& remarks) {
+    read_mesh([&](PartMesh& mesh, Remarks& remarks, const Progress& progress) {
         return read_msh_text(text, "f", 1, mesh, remarks, progress);
     });
 }
 void read_stl(std::string_view text) {
-    const Impatient progress;
-    read_mesh([&](PartMesh& mesh, Remarks& remarks) {
+    read_mesh([&](PartMesh& mesh, Remarks& remarks, const Progress& progress) {
         return read_stl_text(text, "f", 1, mesh, remarks, progress);
     });
 }
 void read_inp(std::string_view text) {
-    const Impatient progress;
     const std::string file = file_with(text, "deck.inp");  // which may include itself
-    read_mesh([&](PartMesh& mesh, Remarks& remarks) {
+    read_mesh([&](PartMesh& mesh, Remarks& remarks, const Progress& progress) {
         return read_inp_text(text, file, 1, {1'000'000, 1'000'000}, mesh, remarks, progress);
     });
 }
