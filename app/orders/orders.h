@@ -28,8 +28,8 @@ struct OrdersRow {
     double expected = 0;        // of theory; 0: the answer is met to rounding on every mesh
 };
 
-inline constexpr double order_share = 0.9;      // of theory's order that the last one is to reach
-inline constexpr double rounding_error = 1e-8;  // of rows that are met to rounding
+inline constexpr double order_share = 0.9;       // of theory's order that the last one is to reach
+inline constexpr double rounding_error = 1e-10;  // of rows that are met to rounding
 
 // Whether a row is as theory has it, within the band. Not where it has no numbers.
 bool reaches_theory(const OrdersRow& row);

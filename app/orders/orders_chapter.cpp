@@ -13,17 +13,15 @@ namespace kestralum {
 namespace {
 
 constexpr const char* words =
-    "A displacement that no element has in its shape functions is made the exact answer: the body force that "
-    "it "
-    "needs acts inside a unit cube, its surface is moved by it, and the error of what the analysis finds is "
-    "measured "
-    "on finer and finer meshes. Frequencies are those of the cube between rollers on all faces. At finite "
-    "strain the "
-    "body force is that of Hencky's law; a uniform deformation is met to rounding. In time the lowest mode "
-    "of one "
-    "mesh swings over one period with smaller and smaller steps. An order is the slope between one size and "
-    "the "
-    "next; it is ok where the last one reaches nine tenths of theory's.";
+    "A displacement that no element has in its shape functions is made the exact answer: the body force "
+    "that it needs acts inside a unit cube, its surface is moved by it, and the error of what the "
+    "analysis finds is measured on finer and finer meshes. Frequencies are those of the cube between "
+    "rollers on all faces. At finite strain the body force is that of Hencky's law; a uniform "
+    "deformation is met to rounding. In time the lowest mode of one mesh swings over one period with "
+    "smaller and smaller steps. An order is the slope between one size and the next; it is ok where the "
+    "last one reaches nine tenths of theory's. Stresses at the nodes are better than theory promises "
+    "for linear elements. Enhanced hexahedra that are no parallelepipeds are of first order in time: "
+    "their internal strains follow the nodes with a share of a step.";
 
 std::string curve_name(const OrdersRow& row) {
     return row.formulation == "full" && row.element != "hexahedron" ? row.element
@@ -70,8 +68,10 @@ std::string table(const std::vector<OrdersRow>& rows) {
         std::string sizes, errors, orders;
         for (std::size_t k = 0; k < row.h.size(); ++k) {
             sizes += formatted(k ? ", %.3g" : "%.3g", row.h[k]);
-            errors += formatted(k ? ", %.1e" : "%.1e", row.error[k]);
+            if (row.expected > 0) errors += formatted(k ? ", %.1e" : "%.1e", row.error[k]);
         }
+        if (row.expected == 0)  // the digits of rounding are another machine's others
+            errors = formatted(reaches_theory(row) ? "< %.0e" : "> %.0e", rounding_error);
         for (std::size_t k = 0; k < row.order.size(); ++k)
             orders += formatted(k ? ", %.2f" : "%.2f", row.order[k]);
         out.add({row.analysis, curve_name(row), row.mesh, row.quantity, sizes, errors, orders,
