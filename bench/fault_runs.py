@@ -23,7 +23,7 @@ MODEL = """%a
 material_info S 7800 2e11 0.3 %
 part_info B red S RECT 0.1 0.1 0.4 0 0 0 {cells} 0 0 0 0 0 0 0 0 0 %
 boundary_condition C plane z 0 0 0 0 0 0 %
-apply_force P area z 1e6 0 0.1 0 0.1 0.4 0.4 %
+apply_force P area z -1e6 0 0.1 0 0.1 0.4 0.4 %
 END
 """
 CONTROL = "B explicit\nend_time 2e-4\noutput_frequency 40\nload_inc_num 4\nEND\n"
@@ -82,7 +82,7 @@ class Bench:
         """Every file that stays, but for the spilled factor, which the run may leave, and times of day."""
         files = {}
         for path in sorted((self.folder / log).glob("*")):
-            if not re.match(r"[LS]temp", path.name):
+            if not re.match(r"[LSW]temp", path.name):
                 files[path.name] = re.sub(rb"(seconds|created|time of).*", b"", path.read_bytes())
         return files
 
@@ -196,7 +196,7 @@ class Bench:
             run = self.start("log")
             spilled = []
             while run.poll() is None and not spilled:
-                spilled = [p for p in (self.folder / "log").glob("[LS]temp*") if p.stat().st_size > 100_000]
+                spilled = [p for p in (self.folder / "log").glob("[LSW]temp*") if p.stat().st_size > 100_000]
                 time.sleep(0.001)
             if run.poll() is None and spilled:
                 run.send_signal(signal.SIGSTOP)

@@ -90,7 +90,8 @@ Messages::Messages(QWidget* parent) : QWidget(parent), list_(new QListWidget) {
         shown_[k]->setObjectName(looks[k].name);
         shown_[k]->setCheckable(true);
         shown_[k]->setChecked(true);
-        shown_[k]->setIcon(style()->standardIcon(looks[k].icon));
+        icons_[k] = style()->standardIcon(looks[k].icon);
+        shown_[k]->setIcon(icons_[k]);
         shown_[k]->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
         connect(shown_[k], &QToolButton::toggled, this, &Messages::filter);
     }
@@ -115,8 +116,7 @@ QString Messages::add(MessageKind kind, const QString& text) {
     if (shown.isEmpty()) return shown;
     const auto place = place_of_remark(shown.toStdString());
     if (place) shown = with_line_number(shown, *place);
-    auto* item = new QListWidgetItem(style()->standardIcon(looks[k].icon),
-                                     QTime::currentTime().toString("HH:mm:ss  ") + shown, list_);
+    auto* item = new QListWidgetItem(icons_[k], QTime::currentTime().toString("HH:mm:ss  ") + shown, list_);
     item->setData(kind_role, static_cast<int>(kind));
     if (place) {
         item->setData(file_role, QString::fromStdString(place->file));

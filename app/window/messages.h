@@ -1,6 +1,7 @@
 // What the program has said since it was started: errors, notes and summaries, kept with their time.
 #pragma once
 
+#include <QIcon>
 #include <QListWidget>
 #include <QString>
 #include <QToolButton>
@@ -33,6 +34,7 @@ private:
 
     QListWidget* list_;
     std::array<QToolButton*, 3> shown_{};
+    std::array<QIcon, 3> icons_;  // of all messages: a style's icon has a hundred kilobytes
     std::array<int, 3> counts_{};
 };
 

@@ -1,4 +1,5 @@
 // Analyses on the worker: the window goes on meanwhile, and shows what has become whole.
+#include <malloc.h>
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QMenu>
@@ -318,6 +319,39 @@ TEST_F(Runs, GoOnWhileTheyAreDrawn) {
     EXPECT_TRUE(model().forces.empty()) << "the forces belong to another mesh";
     for (std::size_t k = 0; k < last.mode_vec.size(); ++k)
         EXPECT_NEAR(shown_run()->results.back()->mode_vec[k], last.mode_vec[k], 1e-9);
+}
+
+// Bytes in use, not those of the process, which the library's arenas hold.
+std::size_t bytes_in_use() {
+    const struct mallinfo2 all = ::mallinfo2();
+    return all.uordblks + all.hblkhd;
+}
+
+// The results of a run take 50 kB, those of a hundred would show.
+TEST_F(Runs, AHundredOfThemLeaveNothingBehind) {
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "a sanitizer has its own memory";
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+    GTEST_SKIP() << "a sanitizer has its own memory";
+#endif
+#endif
+    ASSERT_TRUE(open(replaced(block_text, "4 2 2 0 0 0", "8 4 4 0 0 0")));
+    const auto work = [&](int k) {
+        std::filesystem::remove(folder.path() / "log/result_model.txt");  // nothing is asked
+        run(k % 2 ? "&Static" : "&Eigen(Lanczos)");
+        state().contour = 1 + k % 4;
+        picture();
+        if (k % 10 == 9) open(replaced(block_text, "4 2 2 0 0 0", "8 4 4 0 0 0"));
+        window->messages().clear();
+    };
+    for (int k = 0; k < 20; ++k) work(k);
+    const std::size_t before = bytes_in_use();
+    for (int k = 0; k < 100; ++k) work(k);
+    const std::size_t after = bytes_in_use();
+    std::printf("    in use: %.2f MB, after a hundred runs %.2f MB\n", 1e-6 * double(before),
+                1e-6 * double(after));
+    EXPECT_LT(after, before + 1'000'000);
 }
 
 }  // namespace
