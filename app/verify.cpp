@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "app/orders/orders.h"
 #include "app/verify_page.h"
 #include "app/verify_peer.h"
 #include "app/verify_pictures.h"
@@ -116,8 +117,13 @@ bool can_be_written(const std::string& page, Progress& progress) {
 
 // False with a line where it cannot be written.
 bool write_page(const VerifyOptions& options, std::span<const CaseOutcome> outcomes, int left_out,
-                Progress& progress) {
-    VerifyPage page{paths::to_platform(options.file_name), today(), left_out, {}, families_of(outcomes)};
+                const std::vector<OrdersRow>& orders_rows, Progress& progress) {
+    VerifyPage page{paths::to_platform(options.file_name),
+                    today(),
+                    left_out,
+                    {},
+                    families_of(outcomes),
+                    orders_chapter(orders_rows)};
     std::vector<PictureOrder> orders;
     for (const VerifyFamily& family : page.families) {
         const VerifyCase& one = family.drawn();
@@ -166,6 +172,21 @@ void print_peer(const VerifyCase& one, const PeerOutcome& outcome, Progress& pro
         progress);
 }
 
+// Takes the words `orders` and `orders-ANALYSIS` out of the names, unless a case has the name: the analyses
+// whose observed orders are wanted, "" for all.
+std::vector<std::string> take_orders(std::span<const VerifyCase> cases, std::vector<std::string>& names) {
+    std::vector<std::string> analyses;
+    const std::string_view word = orders_word;
+    std::erase_if(names, [&](const std::string& name) {
+        if (!name.starts_with(word) || (name.size() > word.size() && name[word.size()] != '-') ||
+            std::ranges::find(cases, name, &VerifyCase::name) != cases.end())
+            return false;
+        analyses.push_back(name.substr(std::min(name.size(), word.size() + 1)));
+        return true;
+    });
+    return analyses;
+}
+
 VerifyStatus verify_with_ccx(const VerifySelection& selection, const VerifyOptions& options,
                              const Settings& settings, Progress& progress) {
     const std::string ccx = find_ccx();
@@ -192,6 +213,28 @@ VerifyStatus verify_with_ccx(const VerifySelection& selection, const VerifyOptio
     return missed == 0 ? VerifyStatus::all_met : VerifyStatus::some_missed;
 }
 
+// False where a stop was asked for.
+bool run_cases(const VerifySelection& selection, const VerifyOptions& options, const Settings& settings,
+               Progress& progress, Totals& totals, std::vector<CaseOutcome>& outcomes) {
+    VerifyRunner runner(settings, options.log_folder);
+    std::string source;
+    print_row(formatted("%-28s %-16s %20s %14s %10s  %-6s %10s %8s", "case", "check", "target", "got",
+                        "error", "", "tolerance", "seconds"),
+              progress);
+    for (const auto& [one, judged] : selection.cases) {
+        CaseOutcome outcome = runner.run(*one, progress);
+        if (progress.cancelled()) return false;
+        if (!judged) continue;
+        if (one->source != source && !one->source.empty()) print_folded("  source: ", one->source, progress);
+        source = one->source;
+        print_case(outcome, progress);
+        totals.add(outcome);
+        outcomes.push_back(std::move(outcome));
+    }
+    print_totals(selection, totals, progress);
+    return true;
+}
+
 }  // namespace
 
 VerifyStatus verify(const VerifyOptions& options, const Settings& settings, Progress& progress) {
@@ -199,7 +242,20 @@ VerifyStatus verify(const VerifyOptions& options, const Settings& settings, Prog
     const std::vector<VerifyCase> cases = read_verify_cases(options.file_name, remarks);
     for (const std::string& error : remarks.errors) progress.error("%s", error.c_str());
     if (!remarks.ok()) return VerifyStatus::bad_input;
-    const VerifySelection selection = select_cases(cases, options.choice);
+    VerifyChoice choice = options.choice;
+    const std::vector<std::string> orders = take_orders(cases, choice.names);
+    const bool orders_alone = !orders.empty() && choice.names.empty() && choice.only.empty();
+    if (!orders.empty() && (options.ccx || options.list)) {
+        progress.error("%s does not go with %s", orders_word, options.ccx ? "--peer" : "--list");
+        return VerifyStatus::bad_input;
+    }
+    for (const std::string& analysis : orders)
+        if (!has_orders(analysis)) {
+            progress.error("%s-%s: there are %s-static, -eigen, -nonlinear and -explicit", orders_word,
+                           analysis.c_str(), orders_word);
+            return VerifyStatus::bad_input;
+        }
+    const VerifySelection selection = orders_alone ? VerifySelection{} : select_cases(cases, choice);
     if (!selection.error.empty()) {
         progress.error("%s: %s", options.file_name.c_str(), selection.error.c_str());
         return VerifyStatus::bad_input;
@@ -210,27 +266,22 @@ VerifyStatus verify(const VerifyOptions& options, const Settings& settings, Prog
     }
     if (options.ccx) return verify_with_ccx(selection, options, settings, progress);
     if (!options.report.empty() && !can_be_written(options.report, progress)) return VerifyStatus::bad_input;
-    VerifyRunner runner(settings, options.log_folder);
     Totals totals;
     std::vector<CaseOutcome> outcomes;
-    std::string source;
-    print_row(formatted("%-28s %-16s %20s %14s %10s  %-6s %10s %8s", "case", "check", "target", "got",
-                        "error", "", "tolerance", "seconds"),
-              progress);
-    for (const auto& [one, judged] : selection.cases) {
-        CaseOutcome outcome = runner.run(*one, progress);
-        if (progress.cancelled()) return stopped(progress);
-        if (!judged) continue;
-        if (one->source != source && !one->source.empty()) print_folded("  source: ", one->source, progress);
-        source = one->source;
-        print_case(outcome, progress);
-        totals.add(outcome);
-        outcomes.push_back(std::move(outcome));
-    }
-    print_totals(selection, totals, progress);
-    if (!options.report.empty() && !write_page(options, outcomes, selection.left_out, progress))
+    if (!orders_alone && !run_cases(selection, options, settings, progress, totals, outcomes))
+        return stopped(progress);
+    std::vector<OrdersRow> rows;
+    bool found = true;
+    for (const std::string& analysis : orders)
+        found = found && find_orders({options.log_folder, choice.quick, analysis}, settings, progress, rows);
+    if (progress.cancelled()) return stopped(progress);
+    if (!orders.empty()) print_orders(rows, progress);
+    if (!found) return VerifyStatus::some_missed;
+    if (!options.report.empty() && !write_page(options, outcomes, selection.left_out, rows, progress))
         return progress.cancelled() ? stopped(progress) : VerifyStatus::no_page;
-    return totals[Verdict::missed] == 0 ? VerifyStatus::all_met : VerifyStatus::some_missed;
+    return totals[Verdict::missed] == 0 && std::ranges::all_of(rows, reaches_theory)
+               ? VerifyStatus::all_met
+               : VerifyStatus::some_missed;
 }
 
 }  // namespace kestralum

@@ -75,9 +75,9 @@ std::string head(const VerifyPage& page) {
     HtmlTable table({});
     table.add({"Program", std::string("KESTRALUM ") + program_version});
     table.add({"Date", page.date});
-    table.add({"Cases", formatted("%zu, of ", cases) + page.cases_file});
+    if (cases > 0) table.add({"Cases", formatted("%zu, of ", cases) + page.cases_file});
     if (page.left_out > 0) table.add({"Left out", formatted("%d long cases", page.left_out)});
-    table.add({"Checks", words_of(all)});
+    if (cases > 0) table.add({"Checks", words_of(all)});
     if (!page.no_pictures.empty()) table.add({"Pictures", "none: " + page.no_pictures});
     return "<h1>Verification of KESTRALUM</h1>\n" + table.html() +
            paragraph(
@@ -95,6 +95,7 @@ std::string contents(const VerifyPage& page) {
     for (std::size_t k = 0; k < page.families.size(); ++k)
         out += formatted("<li><a href=\"#problem%zu\">", k + 1) + escaped(page.families[k].name) +
                "</a>: " + words_of(count_of(page.families[k])) + "</li>\n";
+    if (!page.orders.empty()) out += "<li><a href=\"#orders\">Observed orders</a></li>\n";
     return out + "</ol>\n";
 }
 
@@ -189,7 +190,7 @@ std::vector<VerifyFamily> families_of(std::span<const CaseOutcome> outcomes) {
 std::string verify_html(const VerifyPage& page) {
     std::string body = head(page) + contents(page);
     for (std::size_t k = 0; k < page.families.size(); ++k) body += section(page.families[k], k + 1);
-    return html_page("Verification of KESTRALUM", body);
+    return html_page("Verification of KESTRALUM", body + page.orders);
 }
 
 }  // namespace kestralum

@@ -28,6 +28,7 @@ struct VerifyPage {
     int left_out = 0;         // long cases
     std::string no_pictures;  // why there are none; empty: there are
     std::vector<VerifyFamily> families;
+    std::string orders;  // chapter of the observed orders, HTML; empty: not asked for
 };
 
 // The same bytes for the same outcomes and date: no times, no folders of this machine.

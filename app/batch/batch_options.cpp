@@ -154,7 +154,9 @@ CommandLine describe(BatchOptions& options, Words words) {
                       ".vtu (ParaView) or .stl (surface)",
                       options.export_file);
     if (words == Words::cases || words == Words::all)
-        line.add_words("NAME", "verify: cases to run; NAME* is all whose names begin so; none: all",
+        line.add_words("NAME",
+                       "verify: cases to run; NAME* is all whose names begin so; none: all; orders,\n"
+                       "orders-ANALYSIS: the observed orders of convergence of every element",
                        options.case_names);
     line.add_value("--set", "NAME=EXPRESSION",
                    "gives a parameter of the model another expression; repeatable",

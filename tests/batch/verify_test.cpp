@@ -106,6 +106,32 @@ TEST_F(Verify, RunsTheCasesThatAreNamed) {
     refused("static bar.txt --quick");
 }
 
+// The word `orders`: rows of all elements, beside cases or alone; a case of that name goes before it.
+TEST_F(Verify, TellsObservedOrdersWhereTheyAreNamed) {
+    folder.write("cases.txt", cases);
+    Ended run = this->run("verify cases.txt orders-explicit pulled --quick --report page.html");
+    EXPECT_EQ(run.status, 0) << run.out << run.err;
+    EXPECT_TRUE(contains(run.out, "1 case: 5 checks met, 0 missed, 0 shown\n")) << run.out;
+    EXPECT_TRUE(contains(run.out, "18 rows, 0 below theory\n")) << run.out;
+    const std::string page = read_file(folder.path() / "page.html");
+    EXPECT_TRUE(contains(page, "<a href=\"#orders\">") && contains(page, "<h2 id=\"orders\">")) << page;
+    EXPECT_EQ(count_of(page, "<figcaption>explicit, random meshes: "), 2);
+    EXPECT_EQ(count_of(page, "<figcaption>explicit, regular meshes: "), 2);
+    run = this->run("verify cases.txt orders-explicit --quick");
+    EXPECT_TRUE(run.status == 0 && !contains(run.out, "cases:")) << run.out;
+    for (const auto& [words, told] : {std::pair{"orders --list", "orders does not go with --list"},
+                                      {"orders --peer ccx", "orders does not go with --peer"},
+                                      {"orders-modal", "orders-modal: there are orders-static"},
+                                      {"ordersx", "no case is named 'ordersx'"}}) {
+        run = this->run(std::string("verify cases.txt ") + words);
+        EXPECT_EQ(run.status, 2) << words;
+        EXPECT_TRUE(contains(run.err, told)) << run.err;
+    }
+    folder.write("cases.txt", replaced(cases, "case first ", "case orders "));
+    run = this->run("verify cases.txt orders");
+    EXPECT_TRUE(contains(run.out, "1 case: 1 checks met, 0 missed, 1 shown\n")) << run.out;
+}
+
 TEST_F(Verify, ListsWithoutRunning) {
     folder.write("cases.txt",
                  replaced(cases, "model bar.txt % run static", "model gone.txt % run static long"));
