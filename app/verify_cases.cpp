@@ -119,7 +119,7 @@ private:
             if (key.text == "like" && first) {
                 take_over(one, before);
             } else if (key.text == "shown") {
-                for (VerifyCheck& check : one.checks) check.expectation = Expectation::shown;
+                for (VerifyCheck& check : one.checks) check.is_shown = true;
             } else if (key.text == "title") {
                 one.title = text_line();
             } else if (key.text == "source") {

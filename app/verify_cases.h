@@ -40,6 +40,7 @@ struct VerifyCheck {
     std::array<std::string, 3> where;  // at: x y z; radius: a point of the axis
     std::string number;                // of a mode; a formula; of an error ratio CASE__CHECK
     Expectation expectation = Expectation::shown;
+    bool is_shown = false;              // what is expected is told and not judged
     std::array<std::string, 2> bounds;  // target; between: both
     std::string tolerance;
     bool relative = true;

@@ -213,7 +213,7 @@ CheckOutcome judge(const VerifyCase& one, const VerifyCheck& check, const Model&
     out.fault = m.error;
     if (out.fault.empty() && !std::isfinite(out.got)) out.fault = "the value is not a finite number";
     if (!out.fault.empty()) return out;
-    if (check.expectation == Expectation::shown)
+    if (check.is_shown || check.expectation == Expectation::shown)
         out.verdict = one.weak.empty() ? Verdict::shown : Verdict::weak;
     else if (is_met(check, out.got, out.target, out.upper, out.tolerance))
         out.verdict = Verdict::met;
@@ -262,7 +262,7 @@ std::string error_text(const CheckOutcome& outcome) {
 }
 
 std::string tolerance_text(const CheckOutcome& outcome) {
-    if (outcome.check->expectation != Expectation::near) return {};
+    if (outcome.check->expectation != Expectation::near || outcome.check->is_shown) return {};
     return outcome.check->relative ? formatted("%.3g %%", 100 * outcome.tolerance)
                                    : formatted("%.3g abs", outcome.tolerance);
 }

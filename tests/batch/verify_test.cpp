@@ -199,6 +199,11 @@ TEST_F(Verify, TakesOverWhatACaseDoesNotSayItself) {
     EXPECT_EQ(tokens_of(line_of(run.out, "again                        tip "))[2], "7.5e-06") << run.out;
     EXPECT_TRUE(contains(line_of(run.out, "again                        carried "), "MISSED"));
     EXPECT_TRUE(contains(line_of(run.out, "again                        work "), "shown"));
+    // a bound stays a bound: it is no target that a value has an error to
+    const auto carried = tokens_of(line_of(run.out, "unjudged                     carried "));
+    ASSERT_EQ(carried.size(), 5u) << run.out;
+    EXPECT_EQ(carried[2], "-2001..-1999");
+    EXPECT_EQ(carried[4], "weak");
     for (const char* check : {"most", "carried", "work", "twice"})
         EXPECT_TRUE(contains(line_of(run.out, std::string("unjudged                     ") + check), "weak"))
             << check << run.out;
