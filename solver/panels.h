@@ -112,8 +112,8 @@ const char* better_blas_kernels();
 // Keeps OpenBLAS to one thread: the parallel loops are ours.
 void use_serial_blas();
 
-// Makes OpenBLAS take the buffers of all threads that will call it, at once: where a limit of address space leaves
-// it none in the middle of a run it would try for ever.
+// Makes OpenBLAS take the buffers of all threads that will call it, at once: where a limit of address space
+// leaves it none in the middle of a run it would try for ever.
 void take_blas_buffers();
 
 }  // namespace kestralum
