@@ -17,6 +17,7 @@
 #include <filesystem>
 #include <optional>
 
+#include "app/program_path.h"
 #include "input/settings_reader.h"
 #include "model/format.h"
 #include "model/paths.h"
@@ -101,8 +102,8 @@ std::string make_folder(std::string_view log_folder, std::error_code& fault) {
 // before any library begins: nothing but system calls.
 __attribute__((no_sanitize("address", "undefined", "thread"))) void check_address_space(int, char**,
                                                                                         char** environment) {
-    constexpr std::size_t buffer = std::size_t(129) << 20, stack = std::size_t(72)
-                                                                   << 20;  // bytes, with its heap
+    constexpr std::size_t buffer = std::size_t(129) << 20;  // bytes
+    constexpr std::size_t stack = std::size_t(72) << 20;    // of a thread, with its heap
     constexpr int most_threads = 128;
     rlimit limit{};
     if (::getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return;
@@ -123,8 +124,7 @@ __attribute__((no_sanitize("address", "undefined", "thread"))) void check_addres
     }
     constexpr char line[] =
         "the limit of address space (ulimit -v) is too small: the matrix library takes 330 MB for each "
-        "thread, "
-        "with OMP_NUM_THREADS=1 for one\n";
+        "thread, with OMP_NUM_THREADS=1 for one\n";
     (void)!::write(STDERR_FILENO, line, sizeof line - 1);
     ::_exit(1);
 }
@@ -183,9 +183,7 @@ bool start_up(std::string_view setting_file, std::string_view log_folder, Settin
 }
 
 std::string missing_settings_hint() {
-    std::error_code fault;
-    const auto folder = std::filesystem::read_symlink("/proc/self/exe", fault).parent_path();
-    if (fault || !std::filesystem::exists(folder / "kestralum-new", fault)) return {};
+    if (program_beside("kestralum-new").empty()) return {};
     return "kestralum-new FOLDER makes a folder with settings and models to start from";
 }
 

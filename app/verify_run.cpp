@@ -25,12 +25,9 @@ using Known = VerifyRunner::Known;
 class Measurement {
 public:
     // Expressions have values of checks as CHECK in the same case and as CASE__CHECK from any.
-    Measurement(const Model& model, const Run& run, const Known& known, const std::string& case_name)
-        : run_(run),
-          names_(known.values),
-          errors_(known.errors),
-          case_name_(case_name),
-          around_(elements_of_nodes(run.mesh)) {
+    Measurement(const Model& model, const Run& run, const NodeElements& around, const Known& known,
+                const std::string& case_name)
+        : run_(run), names_(known.values), errors_(known.errors), case_name_(case_name), around_(around) {
         for (const Parameter& p : known.values)
             if (p.name.starts_with(case_name + "__"))
                 names_.push_back({0, p.name.substr(case_name.size() + 2), p.value, {}});
@@ -178,7 +175,7 @@ private:
     std::vector<Parameter> names_;
     const std::vector<Parameter>& errors_;
     const std::string& case_name_;
-    NodeElements around_;
+    const NodeElements& around_;
 };
 
 bool is_met(const VerifyCheck& check, double got, double a, double b, double tolerance) {
@@ -199,8 +196,8 @@ bool is_met(const VerifyCheck& check, double got, double a, double b, double tol
 
 // One check: its value becomes known to those behind it.
 CheckOutcome judge(const VerifyCase& one, const VerifyCheck& check, const Model& model, const Run& run,
-                   Known& known) {
-    Measurement m(model, run, known, one.name);
+                   const NodeElements& around, Known& known) {
+    Measurement m(model, run, around, known, one.name);
     CheckOutcome out;
     out.check = &check;
     out.got = m.measure(check);
@@ -299,7 +296,9 @@ CaseOutcome VerifyRunner::run(const VerifyCase& one, Progress& progress) {
     out.elements = elements_of(model, run);
     out.element_num = run.mesh.element_num();
     out.dof_num = run.mesh.dof_num();
-    for (const VerifyCheck& check : one.checks) out.checks.push_back(judge(one, check, model, run, known_));
+    const NodeElements around = elements_of_nodes(run.mesh);
+    for (const VerifyCheck& check : one.checks)
+        out.checks.push_back(judge(one, check, model, run, around, known_));
     return out;
 }
 

@@ -8,6 +8,7 @@
 #include "app/orders/cube_mesh.h"
 #include "app/orders/element_rule.h"
 #include "app/orders/exact_field.h"
+#include "support/analysis_run.h"
 #include "support/collected.h"
 #include "support/temp_folder.h"
 
@@ -17,18 +18,6 @@ namespace {
 using testing::Collected;
 using testing::TempFolder;
 
-Settings plain_settings() {
-    Settings settings;
-    settings.memory_size = 1000;
-    settings.free_hd_size = 1000;
-    settings.div_memory_size = 1;
-    settings.ordering_type = "LALL";
-    settings.c_eigen_shift = 0.5;
-    settings.nl_conv = 1e-6;
-    settings.n_threads = 2;
-    return settings;
-}
-
 class Orders : public ::testing::TestWithParam<const char*> {};
 
 // Nothing here is taken from the program: the exact answers and the slopes are those of theory.
@@ -37,7 +26,7 @@ TEST_P(Orders, AreThoseOfTheory) {
     Collected said;
     std::vector<OrdersRow> rows;
     const OrdersOptions options{(folder.path() / "log").string(), true, GetParam()};
-    ASSERT_TRUE(find_orders(options, plain_settings(), said, rows));
+    ASSERT_TRUE(find_orders(options, testing::analysis_settings(), said, rows));
     EXPECT_GE(rows.size(), 5u);  // one of each element and formulation at least
     for (const OrdersRow& row : rows) {
         const std::string what = row.element + " " + row.formulation + " " + row.mesh + " " + row.quantity;
@@ -144,10 +133,10 @@ TEST(OrdersTools, AnUnknownAnalysisAndAStopAreTold) {
     Collected said;
     std::vector<OrdersRow> rows;
     const std::string log = (folder.path() / "log").string();
-    EXPECT_FALSE(find_orders({log, true, "modal"}, plain_settings(), said, rows));
+    EXPECT_FALSE(find_orders({log, true, "modal"}, testing::analysis_settings(), said, rows));
     EXPECT_NE(said.errors.find("'modal'"), std::string::npos);
     said.cancel();
-    EXPECT_FALSE(find_orders({log, true, "static"}, plain_settings(), said, rows));
+    EXPECT_FALSE(find_orders({log, true, "static"}, testing::analysis_settings(), said, rows));
     EXPECT_TRUE(rows.empty());
 }
 
