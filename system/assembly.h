@@ -25,9 +25,10 @@ struct AssembledSystem {
 ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, const RigidSystem* rigid,
                                  HexahedronForm form);
 
-// The diagonal of K, one entry per equation, as if no body were rigid: what area forces are spread by. `km`
-// is the constrained matrix, without the elements inside rigid bodies.
-std::vector<double> unstrained_diagonal(const Job& job, const Freedoms& freedoms, const SparseKM& km);
+// The diagonal of K, one entry per equation, as if no body were rigid: what area forces are spread by.
+// `diagonal`: of the constrained matrix, without the elements inside rigid bodies.
+std::vector<double> unstrained_diagonal(const Job& job, const Freedoms& freedoms,
+                                        std::vector<double> diagonal);
 
 // Supports, elasticity, pattern, assembly and elimination, with the progress lines. system.freedoms is as
 // make_run_mesh() left it. `with_mass` false: M is summed for the total alone. False with the status set when
