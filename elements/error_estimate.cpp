@@ -80,8 +80,8 @@ Stress stress_at(const PointResults& points, const ElementType& type, std::int32
 
 // Of an element with one constant stress: the difference runs linearly between its nodes, ∫ Ni Nj = V (1 +
 // δij)/20.
-ElementEnergies of_constant(const std::array<Stress, most_nodes>& nodal, const Stress& own, double volume, double E,
-                     double poisson) {
+ElementEnergies of_constant(const std::array<Stress, most_nodes>& nodal, const Stress& own, double volume,
+                            double E, double poisson) {
     ElementEnergies out;
     std::array<Stress, 4> d;
     for (std::size_t i = 0; i < 4; ++i)
@@ -94,7 +94,7 @@ ElementEnergies of_constant(const std::array<Stress, most_nodes>& nodal, const S
 }
 
 ElementEnergies of_element(const Mesh& mesh, const ElementType& type, const PointResults& points,
-                    const Recovered& recovered, const Material& material, std::int32_t e) {
+                           const Recovered& recovered, const Material& material, std::int32_t e) {
     const auto nodes = mesh.element(e);
     std::array<Stress, most_nodes> nodal;
     for (int i = 0; i < type.nodes; ++i)

@@ -126,7 +126,8 @@ void add_border(const Team& team, const Piece& piece, const SparseKM& km, std::s
     }
     team.sum(rr);
     for (std::size_t j = 0; j < nr; ++j)
-        for (std::size_t k = 0; k < j; ++k) rr[j * nr + k] = rr[k * nr + j] = 0.5 * (rr[j * nr + k] + rr[k * nr + j]);
+        for (std::size_t k = 0; k < j; ++k)
+            rr[j * nr + k] = rr[k * nr + j] = 0.5 * (rr[j * nr + k] + rr[k * nr + j]);
 }
 
 }  // namespace
@@ -161,8 +162,8 @@ namespace {
 struct OwnedRows {
     const Piece& piece;
     const RowValues& rows;
-    std::vector<char> free;       // of all nodes here
-    std::vector<PetscInt> number; // of all rows here
+    std::vector<char> free;        // of all nodes here
+    std::vector<PetscInt> number;  // of all rows here
 
     // Entries of a row of which `take` gets number and value.
     template <typename Take>
@@ -197,7 +198,8 @@ void set_border(const Team& team, const OwnedRows& owned, PetscInt first_row, Pe
         must(MatSetValues(matrix, own, numbers.data(), 1, &border, column, INSERT_VALUES));
         must(MatSetValues(matrix, 1, &border, own, numbers.data(), column, INSERT_VALUES));
         for (PetscInt j = 0; j < rows.nr && team.rank() == team.size() - 1; ++j)
-            must(MatSetValue(matrix, border, all_rows - rows.nr + j, rows.rr[k * rows.nr + j], INSERT_VALUES));
+            must(
+                MatSetValue(matrix, border, all_rows - rows.nr + j, rows.rr[k * rows.nr + j], INSERT_VALUES));
     }
 }
 
@@ -214,7 +216,7 @@ PetscMat make_matrix(const Team& team, const Freedoms& freedoms, const Piece& pi
     must(MatSetType(matrix, MATAIJ));
     if (rows.nr == 0) must(MatSetBlockSize(matrix, 3));
     PetscInt first = 0, all = 0;
-    must(MatGetSize(matrix, &all, nullptr));
+    MPI_Allreduce(&here, &all, 1, MPIU_INT, MPI_SUM, team.comm());
     MPI_Exscan(&own, &first, 1, MPIU_INT, MPI_SUM, team.comm());
     if (team.first()) first = 0;
     std::vector<PetscInt> inside(here, 0), outside(here, 0);
@@ -251,8 +253,8 @@ PetscMat make_matrix(const Team& team, const Freedoms& freedoms, const Piece& pi
             values.push_back(scale);
         }
         const PetscInt number = first + row;
-        must(MatSetValues(matrix, 1, &number, static_cast<PetscInt>(columns.size()), columns.data(), values.data(),
-                          INSERT_VALUES));
+        must(MatSetValues(matrix, 1, &number, static_cast<PetscInt>(columns.size()), columns.data(),
+                          values.data(), INSERT_VALUES));
     }
     if (rows.nr > 0) set_border(team, owned, first, all, matrix);
     must(MatAssemblyBegin(matrix, MAT_FINAL_ASSEMBLY));
@@ -304,7 +306,8 @@ void set_rigid_motions(const Team& team, const Mesh& mesh, const Freedoms& freed
     }
     std::vector<Vec> list(motions.begin(), motions.end());
     MatNullSpace space = nullptr;
-    must(MatNullSpaceCreate(team.comm(), PETSC_FALSE, static_cast<PetscInt>(list.size()), list.data(), &space));
+    must(MatNullSpaceCreate(team.comm(), PETSC_FALSE, static_cast<PetscInt>(list.size()), list.data(),
+                            &space));
     must(MatSetNearNullSpace(matrix, space));
     must(MatNullSpaceDestroy(&space));
 }

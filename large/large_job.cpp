@@ -48,8 +48,8 @@ bool make_rows(LargeJob& large, bool with_mass, PieceRows& rows, std::vector<dou
     if (!freedoms.rigid.empty()) leave_members_out(freedoms.rigid, freedoms.numbering);
     large.system.border.nr = large.border.nr;
     job.report().free_dofs = std::ssize(freedoms.numbering.free_dofs) + large.border.nr;
-    job.progress.print("rank 0 of %d: %d of %d nodes, %d elements, %ld entries\n", team.size(), large.piece.owned,
-                       job.mesh().node_num(), large.piece.mesh.element_num(),
+    job.progress.print("rank 0 of %d: %d of %d nodes, %d elements, %ld entries\n", team.size(),
+                       large.piece.owned, job.mesh().node_num(), large.piece.mesh.element_num(),
                        static_cast<long>(rows.km.row_start[large.piece.owned_dofs()]));
     if (job.report().free_dofs == 0)
         job.fail(RunStatus::failed, "the rigid elements and supports leave no motion: nothing to solve");
@@ -65,7 +65,8 @@ std::vector<double> rows_of(const LargeJob& large, std::span<const double> equat
     const std::vector<std::int32_t>& dof_map = large.system.freedoms.numbering.dof_map;
     std::vector<double> out(large.piece.owned_dofs(), 0.0);
     for (std::size_t row = 0; row < out.size(); ++row) {
-        const std::int32_t equation = dof_map[3 * large.piece.nodes[row / 3] + static_cast<std::int32_t>(row % 3)];
+        const std::int32_t equation =
+            dof_map[3 * large.piece.nodes[row / 3] + static_cast<std::int32_t>(row % 3)];
         if (equation >= 0) out[row] = equations[equation];
     }
     return out;
@@ -124,7 +125,8 @@ CountedPiece counted_piece(const LargeJob& large) {
         mesh.coordinates.insert(mesh.coordinates.end(), piece.mesh.node(n), piece.mesh.node(n) + 3);
     for (std::int32_t e = 0; e < piece.mesh.element_num(); ++e) {
         if (!piece.counted[e]) continue;
-        for (const std::int32_t node : piece.mesh.element(e)) mesh.connectivity.push_back(number[node_index(node)]);
+        for (const std::int32_t node : piece.mesh.element(e))
+            mesh.connectivity.push_back(number[node_index(node)]);
         mesh.p_ele_part_id.push_back(piece.mesh.p_ele_part_id[e]);
     }
     out.run.ana_type = large.job.run.ana_type;
@@ -152,7 +154,8 @@ void write_pieces(LargeJob& large) {
     const auto told = [&](const std::string& fault) {
         return fault.empty() || large.job.fail_to_write(fault);
     };
-    if (!large.team.stage(large.job, [&] { return told(write_vtu_piece(of, large.team.rank(), large.job.progress)); }))
+    if (!large.team.stage(large.job,
+                          [&] { return told(write_vtu_piece(of, large.team.rank(), large.job.progress)); }))
         return;
     large.team.stage(large.job, [&] {
         return !large.team.first() || told(write_pvtu(of, large.team.size(), large.job.progress));

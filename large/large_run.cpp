@@ -3,6 +3,7 @@
 #include <array>
 
 #include "analysis/analysis_table.h"
+#include "large/large_eigen.h"
 #include "large/large_static.h"
 
 namespace kestralum {
@@ -14,8 +15,10 @@ struct LargeEntry {
     void (*analyse)(const Team& team, Job& job, bool pieces);
 };
 
-constexpr std::array<LargeEntry, 1> entries{{
+constexpr std::array<LargeEntry, 3> entries{{
     {"static", analyse_static_large},
+    {"eigen-lanczos", analyse_eigen_large},
+    {"eigen-subspace", analyse_eigen_large},
 }};
 
 const LargeEntry* find_entry(const std::string& word) {

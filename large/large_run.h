@@ -1,6 +1,6 @@
 // The analyses of models that one process cannot hold: the same as analysis/ computes, with the rows of the
-// matrices, the elements and their stresses on the ranks of a team. The mesh and vectors of nodal values are on every
-// rank.
+// matrices, the elements and their stresses on the ranks of a team. The mesh and vectors of nodal values are
+// on every rank.
 #pragma once
 
 #include <string>
@@ -19,8 +19,8 @@ struct LargeOptions {
 bool is_large_analysis(const std::string& word);
 std::string large_analyses();
 
-// Runs the analysis; every rank returns the report, the first one the results too. Writes the result file, or the
-// pieces, from the options' log folder. `progress` of the other ranks prints nothing. Collective.
+// Runs the analysis; every rank returns the report, the first one the results too. Writes the result file, or
+// the pieces, from the options' log folder. `progress` of the other ranks prints nothing. Collective.
 Run analyse_large(const Team& team, const std::string& word, const Model& model, const Settings& settings,
                   const LargeOptions& options, Progress& progress);
 

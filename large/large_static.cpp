@@ -25,11 +25,11 @@ bool check_held(LargeJob& large) {
             return job.fail(RunStatus::failed,
                             formatted("the body is free: no support holds body %zu (part %s)", b + 1,
                                       job.model.parts[bodies[b].parts.front()].name.c_str()));
-    const std::size_t n = large.system.equations();
-    const std::size_t motions = free_rigid_motions(job, large.system).size() / std::max<std::size_t>(n, 1);
-    return motions == 0 || job.fail(RunStatus::failed,
-                                    formatted("the body is free: the supports leave %zu rigid motion%s", motions,
-                                              motions == 1 ? "" : "s"));
+    const std::size_t motions =
+        free_rigid_motions(job, large.system).size() / static_cast<std::size_t>(large.system.equations());
+    return motions == 0 ||
+           job.fail(RunStatus::failed, formatted("the body is free: the supports leave %zu rigid motion%s",
+                                                 motions, motions == 1 ? "" : "s"));
 }
 
 // One load case: what acts on the whole body, and the initial strains of the piece.
@@ -67,7 +67,8 @@ CaseLoad load_of(LargeJob& large, const LoadSet& set, const std::string& name) {
     return out;
 }
 
-bool solve_case(LargeJob& large, LargeBordered& bordered, const std::vector<double>& F, std::vector<double>& q) {
+bool solve_case(LargeJob& large, LargeBordered& bordered, const std::vector<double>& F,
+                std::vector<double>& q) {
     std::vector<double> f = rows_of(large, F);
     std::vector<double> g(F.end() - large.border.nr, F.end());
     if (!bordered.solve(f, g)) return false;
@@ -75,7 +76,8 @@ bool solve_case(LargeJob& large, LargeBordered& bordered, const std::vector<doub
     return true;
 }
 
-void recover_case(LargeJob& large, const CaseTerms& terms, const LinearLoad& load, std::span<const double> q) {
+void recover_case(LargeJob& large, const CaseTerms& terms, const LinearLoad& load,
+                  std::span<const double> q) {
     Job& job = large.job;
     const Freedoms& freedoms = large.system.freedoms;
     const auto frame = std::make_shared<Frame>();
@@ -138,7 +140,8 @@ bool work(LargeJob& large) {
     LoadSet set;
     if (!team.stage(job, [&] {
             const DofNumbering without = std::exchange(freedoms.numbering, with_members);
-            const bool found = resolve_loads(job, freedoms, unstrained_diagonal(job, freedoms, diagonal), set);
+            const bool found =
+                resolve_loads(job, freedoms, unstrained_diagonal(job, freedoms, diagonal), set);
             freedoms.numbering = without;
             return found && check_held(large);
         }))
@@ -148,13 +151,15 @@ bool work(LargeJob& large) {
     rows = {};
     set_rigid_motions(team, job.mesh(), freedoms, large.piece, matrix);
     job.clock.begin("set up");
-    LargeSolver solver(team, job, chosen_method(job.settings, LargeMethod::multigrid), job.settings.solver_tolerance);
+    LargeSolver solver(team, job, chosen_method(job.settings, LargeMethod::multigrid),
+                       job.settings.solver_tolerance);
     LargeBordered bordered(team, job, solver, large.border);
     if (!solver.set_up(matrix)) return false;
     job.clock.begin("solve");
     if (!bordered.prepare()) return false;
     if (bordered.has_free_motion())
-        return job.fail(RunStatus::failed, "the body is free: a motion of the rigid elements meets no resistance");
+        return job.fail(RunStatus::failed,
+                        "the body is free: a motion of the rigid elements meets no resistance");
     const std::vector<std::string> cases = cases_of(frames);
     std::vector<CaseLoad> loads;
     std::vector<std::vector<double>> q;

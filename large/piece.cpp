@@ -32,8 +32,8 @@ bool deal_by_graph(const Mesh& mesh, int ranks, std::vector<std::int32_t>& rank)
     idx_t options[METIS_NOPTIONS];
     METIS_SetDefaultOptions(options);
     options[METIS_OPTION_SEED] = 1;
-    return METIS_PartMeshDual(&elements, &nodes, start.data(), index.data(), nullptr, nullptr, &common, &parts,
-                              nullptr, options, &cut, rank.data(), of_node.data()) == METIS_OK;
+    return METIS_PartMeshDual(&elements, &nodes, start.data(), index.data(), nullptr, nullptr, &common,
+                              &parts, nullptr, options, &cut, rank.data(), of_node.data()) == METIS_OK;
 }
 
 std::vector<std::int32_t> deal_elements(const Mesh& mesh, int ranks) {
@@ -54,7 +54,8 @@ std::vector<std::int32_t> deal_nodes(const NodeElements& around, std::span<const
         std::int32_t best = -1;
         for (const std::int32_t e : around.of(n)) {
             const std::int32_t rank = element_rank[e];
-            if (best < 0 || count[rank] < count[best] || (count[rank] == count[best] && rank < best)) best = rank;
+            if (best < 0 || count[rank] < count[best] || (count[rank] == count[best] && rank < best))
+                best = rank;
         }
         out[n] = std::max(best, 0);
         ++count[out[n]];
@@ -82,7 +83,8 @@ Partition partition(const Team& team, const Mesh& mesh, const NodeElements& arou
 namespace {
 
 // Nodes around which all elements are wanted.
-std::vector<char> wanted_nodes(const Partition& partition, int rank, const Mesh& mesh, const ConstraintMap& map) {
+std::vector<char> wanted_nodes(const Partition& partition, int rank, const Mesh& mesh,
+                               const ConstraintMap& map) {
     std::vector<char> out(partition.node_rank.size());
     for (std::size_t n = 0; n < out.size(); ++n) out[n] = partition.node_rank[n] == rank;
     const std::vector<char> owned = out;
@@ -98,7 +100,8 @@ std::vector<char> wanted_nodes(const Partition& partition, int rank, const Mesh&
 }
 
 // The nodes of the elements here, and those that tied ones among them follow.
-std::vector<char> nodes_here(const Mesh& mesh, std::span<const std::int32_t> elements, const ConstraintMap& map) {
+std::vector<char> nodes_here(const Mesh& mesh, std::span<const std::int32_t> elements,
+                             const ConstraintMap& map) {
     std::vector<char> out(mesh.node_num(), 0);
     for (const std::int32_t e : elements)
         for (const std::int32_t node : mesh.element(e)) out[node_index(node)] = 1;
@@ -156,7 +159,8 @@ Piece make_piece(const Partition& partition, int rank, const Mesh& mesh, const C
     Piece out;
     const std::vector<char> wanted = wanted_nodes(partition, rank, mesh, map);
     for (std::int32_t e = 0; e < mesh.element_num(); ++e)
-        if (std::ranges::any_of(mesh.element(e), [&](std::int32_t node) { return wanted[node_index(node)] != 0; })) {
+        if (std::ranges::any_of(mesh.element(e),
+                                [&](std::int32_t node) { return wanted[node_index(node)] != 0; })) {
             out.elements.push_back(e);
             out.counted.push_back(partition.element_rank[e] == rank);
         }

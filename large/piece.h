@@ -1,9 +1,9 @@
 // The piece of a mesh that one rank computes on.
 //
-// Elements and nodes are dealt out: each element is counted by one rank, each node has one owner. A rank has all
-// elements around the nodes that it owns and around those of the elements that it counts, so that whatever is
-// summed at such a node is whole without a message; the further nodes of these elements are its ghosts.
-// Equations of all ranks are numbered rank after rank, three to a node.
+// Elements and nodes are dealt out: each element is counted by one rank, each node has one owner. A rank has
+// all elements around the nodes that it owns and around those of the elements that it counts, so that
+// whatever is summed at such a node is whole without a message; the further nodes of these elements are its
+// ghosts. Equations of all ranks are numbered rank after rank, three to a node.
 #pragma once
 
 #include <cstdint>
@@ -24,8 +24,9 @@ struct Partition {
     std::vector<std::int32_t> first;         // size + 1: the first of these places of each rank
 };
 
-// Elements are dealt out by METIS on the first rank, by the graph of their common faces (Karypis and Kumar, SIAM
-// J. Sci. Comput. 20, 1998); a node goes to the smallest of the ranks whose elements surround it. Collective.
+// Elements are dealt out by METIS on the first rank, by the graph of their common faces (Karypis and Kumar,
+// SIAM J. Sci. Comput. 20, 1998); a node goes to the smallest of the ranks whose elements surround it.
+// Collective.
 Partition partition(const Team& team, const Mesh& mesh, const NodeElements& around);
 
 struct Piece {
@@ -45,7 +46,8 @@ struct Piece {
     std::vector<double> of_all(std::span<const double> all, int width = 3) const;
 };
 
-// The piece as a job of its own, in nothing but its mesh another than the whole one; silent, with a report of its own.
+// The piece as a job of its own, in nothing but its mesh another than the whole one; silent, with a report of
+// its own.
 struct PieceJob {
     PieceJob(const Job& whole, const Piece& piece);
 

@@ -13,12 +13,12 @@ constexpr int stress_width = 3 * stress_groups;  // values per node
 
 }  // namespace
 
-PieceStresses piece_stresses(Job& job, const Elasticity& elasticity, const Piece& piece, std::span<const double> u,
-                             std::span<const double> initial) {
+PieceStresses piece_stresses(Job& job, const Elasticity& elasticity, const Piece& piece,
+                             std::span<const double> u, std::span<const double> initial) {
     SilentProgress silent(job.progress);
     PieceStresses out;
-    point_stresses(piece.mesh, job.model.parts, elasticity, piece.of_all(u), job.threads(), out.points, silent,
-                   {.form = job.hexahedra(), .initial = initial});
+    point_stresses(piece.mesh, job.model.parts, elasticity, piece.of_all(u), job.threads(), out.points,
+                   silent, {.form = job.hexahedra(), .initial = initial});
     out.nodal.assign(std::size_t(stress_groups) * piece.mesh.dof_num(), 0.0);
     mean_stress_strain(piece.mesh, piece.around, out.points, {}, job.threads(), out.nodal, silent);
     return out;
@@ -71,8 +71,9 @@ void find_largest(const Team& team, Job& job, const Piece& piece, std::span<cons
     job.report().largest_mises = largest_of(team, job.mesh(), mises);
 }
 
-std::vector<double> gather_forces(const Team& team, const Job& job, const Partition& partition, const Piece& piece,
-                                  const PointResults& points, std::span<const char> wanted) {
+std::vector<double> gather_forces(const Team& team, const Job& job, const Partition& partition,
+                                  const Piece& piece, const PointResults& points,
+                                  std::span<const char> wanted) {
     std::vector<char> here(piece.nodes.size(), 0);
     for (std::int32_t k = 0; k < piece.owned; ++k) here[k] = wanted[piece.nodes[k]];
     const std::vector<double> forces = internal_forces(piece.mesh, points, here, job.hexahedra());

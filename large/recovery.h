@@ -18,8 +18,8 @@ struct PieceStresses {
 };
 
 // u: 3 per node of the run; initial: element × points × 6 of the elements here, or empty. Not collective.
-PieceStresses piece_stresses(Job& job, const Elasticity& elasticity, const Piece& piece, std::span<const double> u,
-                             std::span<const double> initial);
+PieceStresses piece_stresses(Job& job, const Elasticity& elasticity, const Piece& piece,
+                             std::span<const double> u, std::span<const double> initial);
 
 // The nodal stresses of all nodes on the first rank, in the order of Frame; empty on the others. Collective.
 std::vector<double> gather_stresses(const Team& team, const Partition& partition, const Piece& piece,
@@ -30,11 +30,13 @@ void find_largest(const Team& team, Job& job, const Piece& piece, std::span<cons
                   std::span<const double> nodal);
 
 // Forces of the points' stresses at the nodes with wanted[node of the run] != 0, on every rank. Collective.
-std::vector<double> gather_forces(const Team& team, const Job& job, const Partition& partition, const Piece& piece,
-                                  const PointResults& points, std::span<const char> wanted);
+std::vector<double> gather_forces(const Team& team, const Job& job, const Partition& partition,
+                                  const Piece& piece, const PointResults& points,
+                                  std::span<const char> wanted);
 
-// The estimate of elements/error_estimate.h over the elements of all ranks: strain energy (J), relative error, the
-// element with the largest share of it (of the run, -1: none) and the error around each node, on the first rank.
+// The estimate of elements/error_estimate.h over the elements of all ranks: strain energy (J), relative
+// error, the element with the largest share of it (of the run, -1: none) and the error around each node, on
+// the first rank.
 struct TeamError {
     double strain_energy = 0, relative = 0;
     std::int32_t worst = -1;

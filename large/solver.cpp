@@ -26,7 +26,7 @@ struct Watch {
 };
 
 // A request to stop counts on all ranks at once.
-PetscErrorCode test_convergence(KSP ksp, PetscInt iteration, PetscReal residual, KSPConvergedReason* reason,
+PetscErrorCode test_convergence(KSP, PetscInt iteration, PetscReal residual, KSPConvergedReason* reason,
                                 void* context) {
     auto& watch = *static_cast<Watch*>(context);
     *reason = KSP_CONVERGED_ITERATING;
@@ -91,18 +91,19 @@ bool LargeSolver::set_up_direct() {
     if (failed != PC_NOERROR) {
         PetscInt info = 0;
         MatMumpsGetInfog(factored, 1, &info);
-        job_.fail(RunStatus::failed,
-                  info == -9 || info == -13 || info == -19
-                      ? "not enough memory for the direct factor"
-                      : formatted("the direct factor cannot be computed (INFOG(1) = %d)", static_cast<int>(info)));
+        job_.fail(RunStatus::failed, info == -9 || info == -13 || info == -19
+                                         ? "not enough memory for the direct factor"
+                                         : formatted("the direct factor cannot be computed (INFOG(1) = %d)",
+                                                     static_cast<int>(info)));
         return team_.goes_on(job_);
     }
     PetscInt negative = 0, zero = 0, positive = 0;
     must(MatGetInertia(factored, &negative, &zero, &positive));
     negative_pivots_ = negative;
     if (zero > 0)
-        job_.fail(RunStatus::failed, formatted("the body is free: %d pivots of its stiffness are nothing but rounding",
-                                               static_cast<int>(zero)));
+        job_.fail(RunStatus::failed,
+                  formatted("the body is free: %d pivots of its stiffness are nothing but rounding",
+                            static_cast<int>(zero)));
     return team_.goes_on(job_);
 }
 
@@ -135,8 +136,8 @@ double LargeSolver::rounding(Vec f, Vec x) const {
     return loads > 0 ? of_row * std::numeric_limits<double>::epsilon() * size / loads : 0;
 }
 
-// Rounds of conjugate gradients, each from the true residual of the one before: the one that an iteration carries
-// along parts from it. False where they do not come to the tolerance, or to what rounding leaves.
+// Rounds of conjugate gradients, each from the true residual of the one before: the one that an iteration
+// carries along parts from it. False where they do not come to the tolerance, or to what rounding leaves.
 bool LargeSolver::iterate(Vec f, Vec x, double& residual, int& iterations) {
     constexpr double largest_rounding = 1e-5;  // a solution that grows without bound has more
     double loads = 0;
@@ -177,8 +178,8 @@ bool LargeSolver::solve(std::span<double> x) {
         iterations_ = std::max(iterations_, iterations);
         if (!team_.goes_on(job_)) return false;
         if (!done &&
-            !take_direct(formatted("conjugate gradients have left %.1e of the loads after %d iterations", residual,
-                                   iterations)))
+            !take_direct(formatted("conjugate gradients have left %.1e of the loads after %d iterations",
+                                   residual, iterations)))
             return false;
     }
     if (!done) {

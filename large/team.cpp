@@ -117,9 +117,8 @@ bool Team::stage(Job& job, const std::function<bool()>& work) const {
     try {
         work();
     } catch (const std::bad_alloc&) {
-        job.fail(RunStatus::failed,
-                 "not enough memory for this model on rank " + std::to_string(rank_) + " of " +
-                     std::to_string(size_));
+        job.fail(RunStatus::failed, "not enough memory for this model on rank " + std::to_string(rank_) +
+                                        " of " + std::to_string(size_));
     }
     return goes_on(job);
 }

@@ -1,5 +1,5 @@
-// The processes that compute one model together, each a rank of MPI. Every rank runs the same stages on its own
-// piece of the mesh; what follows from the model alone is computed by each for itself.
+// The processes that compute one model together, each a rank of MPI. Every rank runs the same stages on its
+// own piece of the mesh; what follows from the model alone is computed by each for itself.
 //
 // All functions are collective: every rank calls them, in the same order.
 #pragma once
@@ -44,7 +44,8 @@ public:
     // Whether every rank can go on: where one has failed, all get the status and the error of the lowest such
     // rank; where one was asked to stop, all stop.
     bool goes_on(Job& job) const;
-    // Does the work of this rank alone, no collective call in it, then goes_on(); a lack of memory is a failure.
+    // Does the work of this rank alone, no collective call in it, then goes_on(); a lack of memory is a
+    // failure.
     bool stage(Job& job, const std::function<bool()>& work) const;
 
 private:

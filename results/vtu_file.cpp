@@ -146,7 +146,8 @@ std::string write_pvtu(const VtuPiece& of, int pieces, const Progress& progress)
                                  paths::base_name(vtu_piece_name(of.model.model_file_name, piece)).c_str()));
         file.write("</PUnstructuredGrid>\n</VTKFile>\n");
     };
-    return write_whole(pvtu_file_name(of.model.model_file_name), of.run.origin.options.log_folder, fill, progress);
+    return write_whole(pvtu_file_name(of.model.model_file_name), of.run.origin.options.log_folder, fill,
+                       progress);
 }
 
 std::string pvd_file_name(std::string_view model_file_name) {

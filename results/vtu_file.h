@@ -32,10 +32,10 @@ using PointFields = std::function<std::vector<PointField>(const Frame& frame)>;
 // name when it is whole. False when it cannot be written or was cancelled; the reason has been printed.
 bool write_vtu(const Model& model, const Run& run, Progress& progress, const PointFields& more = {});
 
-// One of the pieces that together are the grid of a run whose elements lie on several processes, "log\NAME_p0007.vtu",
-// and the list of them that ParaView opens, "log\NAME.pvtu"; `run` has the elements and nodes of the piece, its
-// fields are those of every piece; node: per node its number in the whole, from 1, as the point data "node". What went
-// wrong, empty if nothing.
+// One of the pieces that together are the grid of a run whose elements lie on several processes,
+// "log\NAME_p0007.vtu", and the list of them that ParaView opens, "log\NAME.pvtu"; `run` has the elements and
+// nodes of the piece, its fields are those of every piece; node: per node its number in the whole, from 1, as
+// the point data "node". What went wrong, empty if nothing.
 std::string vtu_piece_name(std::string_view model_file_name, int piece);
 std::string pvtu_file_name(std::string_view model_file_name);
 struct VtuPiece {

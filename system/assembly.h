@@ -17,7 +17,9 @@ struct AssembledSystem {
     SparseKM km;    // reduced to the free degrees of freedom; the members' taken out by transform_rigid()
     Border border;  // of the rigid bodies
 
-    std::int32_t equations() const { return km.rows() + border.nr; }
+    std::int32_t equations() const {
+        return static_cast<std::int32_t>(freedoms.numbering.free_dofs.size()) + border.nr;
+    }
 };
 
 // Ke and Me of the run's elements for assemble_km: linear elasticity, consistent mass (none where `me` is

@@ -25,7 +25,8 @@ struct Border {
     std::vector<double> K_fr, K_rr, M_fr, M_rr;
 };
 
-// Takes the members of rigid bodies out of the numbering; per equation of before its new one, -1: of a member.
+// Takes the members of rigid bodies out of the numbering; per equation of before its new one, -1: of a
+// member.
 std::vector<std::int32_t> leave_members_out(const RigidSystem& rigid, DofNumbering& numbering);
 
 // Takes the members out of the reduced [K] and [M] (rows: numbering.free_dofs) into the border: TᵀKT and TᵀMT

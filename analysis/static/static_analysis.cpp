@@ -103,7 +103,8 @@ bool work(Job& job, AssembledSystem& system) {
     if (!find_cases(job, frames) || !assemble_system(job, system, false)) return false;
     job.progress.print("Force Vector\n");
     LoadSet set;
-    if (!resolve_loads(job, system.freedoms, unstrained_diagonal(job, system.freedoms, diagonal_of(system.km)), set))
+    if (!resolve_loads(job, system.freedoms,
+                       unstrained_diagonal(job, system.freedoms, diagonal_of(system.km)), set))
         return false;
     job.progress.print("Force Vector Complete\n");
     if (!transform_rigid(job, system, false)) return false;

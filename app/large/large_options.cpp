@@ -13,14 +13,19 @@ CommandLine describe(LargeCommand& options) {
         "kestralum-large --help | --version",
         options);
     line.add_text("ANALYSIS", "", large_analyses(), options.analysis);
-    line.add_text("MODEL_FILE", "", "the model; its control file (.ana) is read from beside it", options.model_file);
-    line.add_value("--set", "NAME=EXPRESSION", "gives a parameter of the model another expression; repeatable",
+    line.add_text("MODEL_FILE", "", "the model; its control file (.ana) is read from beside it",
+                  options.model_file);
+    line.add_value("--set", "NAME=EXPRESSION",
+                   "gives a parameter of the model another expression; repeatable",
                    [&options](const std::string& text) { return read_override(text, options.overrides); });
-    line.add_text("--setting", "FILE", "settings file instead of setting/setting.txt; SOLVER iterative: conjugate\n"
+    line.add_text("--setting", "FILE",
+                  "settings file instead of setting/setting.txt; SOLVER iterative: conjugate\n"
                   "gradients with multigrid, sparse or skyline: the direct factor of MUMPS",
                   options.setting_file);
-    line.add_text("--log", "DIR", "writes there instead of log; one run at a time in a folder", options.log_folder);
-    line.add_flag("--vtu", "writes a piece for ParaView from every rank and NAME.pvtu instead of the result file",
+    line.add_text("--log", "DIR", "writes there instead of log; one run at a time in a folder",
+                  options.log_folder);
+    line.add_flag("--vtu",
+                  "writes a piece for ParaView from every rank and NAME.pvtu instead of the result file",
                   options.vtu);
     line.add_text("--case", "NAME", "the load case or combination that acts", options.load_case);
     line.add_value("--hexahedra", "FORM", "full, enhanced or mean-dilatation, in place of the model's",
@@ -32,7 +37,8 @@ CommandLine describe(LargeCommand& options) {
                    });
     line.add_flag("--quiet", "summary and errors only", options.quiet);
     line.add_footer(
-        "Each rank is one process with one thread. PETSC_OPTIONS in the environment reaches the solver library.\n"
+        "Each rank is one process with one thread. PETSC_OPTIONS in the environment reaches the solver "
+        "library.\n"
         "Status: 0 done, 1 not completed, 2 bad input.\n");
     return line;
 }

@@ -48,7 +48,8 @@ bool read_input(const LargeCommand& options, Input& input, Progress& progress) {
     return input.control.status != AnalysisInfoStatus::wrong;
 }
 
-// The first rank reads alone, so that what is wrong is told once and a part file is meshed once; then the others.
+// The first rank reads alone, so that what is wrong is told once and a part file is meshed once; then the
+// others.
 bool read_everywhere(const Team& team, const LargeCommand& options, Settings& settings, Input& input,
                      Progress& progress) {
     const auto read = [&] {
