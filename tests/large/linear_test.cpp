@@ -1,8 +1,11 @@
 // The linear analyses on several ranks against those of one process.
+#include <fstream>
+
 #include "large/piece.h"
 #include "large_run.h"
 #include "model/paths.h"
 #include "results/result_file.h"
+#include "results/vtu_file.h"
 
 namespace kestralum::testing {
 namespace {
@@ -166,6 +169,66 @@ TEST_F(LargeTeam, AFreeBodyAndAFlatElementEndAllWithOneError) {
     EXPECT_NE(flat.report.remarks.errors[0].find("Jacobian"), std::string::npos);
     MPI_Barrier(team.comm());
     EXPECT_FALSE(std::filesystem::exists(log_folder + "/result_model.txt"));
+}
+
+// The pieces of all ranks, read back, are the result: every element once, the values of every node.
+TEST_F(LargeTeam, PiecesReadBackAreTheResult) {
+    for (const char* const name : {"data/bracket_cases.txt", "verify/loads/tied_nested_tet.txt"}) {
+        ASSERT_TRUE(read_shipped(name));
+        const kestralum::Run pieces = run_large("static", "auto", true), whole = run_large("static");
+        ASSERT_EQ(pieces.report.status, RunStatus::done);
+        if (!team.first()) continue;
+        EXPECT_FALSE(pieces.report.written);
+        const auto back = read_result_file(pvtu_file_name(model.model_file_name), log_folder, said);
+        ASSERT_TRUE(back) << said.errors;
+        EXPECT_EQ(back->run.mesh.element_num(), whole.mesh.element_num());
+        EXPECT_EQ(back->run.mesh.coordinates, whole.mesh.coordinates);
+        ASSERT_EQ(back->run.results.size(), whole.results.size());
+        for (std::size_t k = 0; k < whole.results.size(); ++k) {
+            EXPECT_EQ(back->run.results[k]->name, whole.results[k]->name);
+            expect_equal(back->run.results[k]->mode_vec, whole.results[k]->mode_vec, 1e-9);
+            std::vector<double> stress = whole.results[k]->node_stress;
+            stress.resize(4 * whole.results[k]->mode_vec.size());
+            expect_equal(back->run.results[k]->node_stress, stress, 1e-7);
+        }
+    }
+}
+
+TEST_F(LargeTeam, ADamagedPieceIsToldByName) {
+    ASSERT_TRUE(read(ModelText{.parts = rect("A", "1 1 1", "3 3 3"),
+                               .supports = "S plane z 0 0 0 0 0 0",
+                               .forces = "P area x 1000 0 1 0 1 1 1"}));
+    ASSERT_EQ(run_large("eigen-lanczos", "auto", true).report.status, RunStatus::done);
+    if (!team.first()) return;
+    const std::string list = pvtu_file_name(model.model_file_name);
+    const auto back = read_result_file(list, log_folder, said);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->run.ana_type, AnalysisType::eigen);
+    EXPECT_GT(back->run.results.front()->n_freq, 0);
+    const std::string piece = log_folder + "/model_p0000.vtu", whole = read_file(piece);
+    const auto with = [&](const std::string& text) {
+        std::ofstream(piece, std::ios::binary) << text;
+        said.clear();
+        EXPECT_FALSE(read_result_file(list, log_folder, said));
+        EXPECT_NE(said.errors.find("model_p0000.vtu: "), std::string::npos) << said.errors;
+        EXPECT_EQ(std::ranges::count(said.errors, '\n'), 1) << said.errors;
+    };
+    const auto replaced = [&](const std::string& from, const std::string& to) {
+        std::string text = whole;
+        text.replace(text.find(from), from.size(), to);
+        return text;
+    };
+    with("");
+    for (const double share : {0.1, 0.5, 0.9})
+        with(whole.substr(0, std::size_t(share * double(whole.size()))));
+    with(replaced("NumberOfPoints=\"", "NumberOfPoints=\"9"));
+    with(replaced("Name=\"node\"", "Name=\"nodes\""));
+    with(replaced("offset=\"0\"", "offset=\"99999999999\""));
+    with(replaced("displacement_mode", "displacement_made"));
+    std::filesystem::remove(piece);
+    said.clear();
+    EXPECT_FALSE(read_result_file(list, log_folder, said));
+    EXPECT_NE(said.errors.find("No such file"), std::string::npos) << said.errors;
 }
 
 // Asks to stop when the iteration has begun.
