@@ -37,9 +37,9 @@ CommandLine describe(LargeCommand& options) {
                    });
     line.add_flag("--quiet", "summary and errors only", options.quiet);
     line.add_footer(
-        "Each rank is one process with one thread. PETSC_OPTIONS in the environment reaches the solver "
-        "library.\n"
-        "Status: 0 done, 1 not completed, 2 bad input.\n");
+        "Exit status: 0 done; 1 the analysis could not be completed; 2 bad usage, missing settings, "
+        "unreadable\n"
+        "or wrong input.");
     return line;
 }
 
