@@ -46,14 +46,14 @@ def _look_at_address_space():
 _limited = _look_at_address_space()
 
 import _kestralum  # noqa: E402
-from _kestralum import Error, Frame, Model, Run, analyses, quantities, sections, version  # noqa: E402
+from _kestralum import Error, Frame, Model, Run, analyses, quantities, sections  # noqa: E402
 
 if _limited:
     _kestralum._take_blas_buffers()
 
 __all__ = ["Error", "Frame", "Model", "Run", "Table", "analyses", "kernels_note", "quantities", "read", "sections",
            "version"]
-__version__ = version
+__version__ = version = _kestralum.version.removeprefix("ver")
 
 for _class in Frame, Model, Run:
     _class.__module__ = __name__
@@ -103,17 +103,7 @@ def _sweep(self, analysis, axes=None, *, case="", prestress=False, mean_dilatati
     return Table(*self._sweep(analysis, axes, case, prestress, mean_dilatation, hexahedra, threads, settings, console))
 
 
-def _set(self, **parameters):
-    _kestralum_set(self, **parameters)
-    return self
-
-
-_kestralum_set = Model.set
-_set.__doc__ = """Other values or expressions of parameters that the model defines, as --set gives them; the model is
-meshed anew when it is next asked for. Gives the model: model.set(nl=50, L="400*mm").run("static")"""
-_set.__name__ = _set.__qualname__ = "set"
 _sweep.__name__ = _sweep.__qualname__ = "sweep"
-Model.set = _set
 Model.sweep = _sweep
 
 

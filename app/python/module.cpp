@@ -153,15 +153,29 @@ void define_model(py::module_& m) {
              }),
              py::arg("text") = "", py::arg("name") = "model.txt", py::arg("control") = py::none(),
              py::arg("settings") = py::none())
-        .def("add", &PythonModel::add,
-             "add(section, *fields, **options): a record at the end of a section, which is made where there "
-             "is\n"
-             "none. Fields are those of the model file: numbers, expressions as texts, lists of them. "
-             "Options\n"
-             "become KEY=VALUE. m.add('material_info', 'STEEL', 7800, '206e9', 0.3, alpha=12e-6)")
-        .def("set", &PythonModel::set,
-             "set(**parameters): other values or expressions of parameters that the model defines, as --set\n"
-             "gives them; the model is meshed anew when it is next asked for. m.set(nl=50, L='400*mm')")
+        .def(
+            "add",
+            [](const py::object& self, const std::string& section, const py::args& fields,
+               const py::kwargs& options) {
+                self.cast<PythonModel&>().add(section, fields, options);
+                return self;
+            },
+            py::arg("section"),
+            "add(section, *fields, **options): a record at the end of a section, which is made where there "
+            "is\n"
+            "none. Fields are those of the model file: numbers, expressions as texts, lists of them. "
+            "Options\n"
+            "become KEY=VALUE. Gives the model. m.add('material_info', 'STEEL', 7800, '206e9', 0.3, "
+            "alpha=12e-6)")
+        .def(
+            "set",
+            [](const py::object& self, const py::kwargs& parameters) {
+                self.cast<PythonModel&>().set(parameters);
+                return self;
+            },
+            "set(**parameters): other values or expressions of parameters that the model defines, as --set\n"
+            "gives them; the model is meshed anew when it is next asked for. Gives the model:\n"
+            "m.set(nl=50, L='400*mm').run('static')")
         .def(
             "copy", [](const PythonModel& model) { return model; },
             "A model of its own with the same records, parameters and settings.")
@@ -378,7 +392,9 @@ void define_run(py::module_& m) {
         .def("__len__", &PythonRun::frames)
         .def("__getitem__", &PythonRun::frame, py::arg("index"))
         .def("__getitem__", &PythonRun::frame_of, py::arg("case"))
-        .def_property_readonly("analysis", [](const PythonRun& run) { return run.run().origin.analysis; })
+        .def_property_readonly(
+            "analysis", [](const PythonRun& run) { return run.run().origin.analysis; },
+            "The analysis, as run() names it.")
         .def_property_readonly("frame", &PythonRun::shown, "The frame that the properties below are of.")
         .def_property_readonly("displacements", of_frame<PythonRun>(&PythonFrame::displacements),
                                "(n, 3), m.")
@@ -397,6 +413,11 @@ void define_run(py::module_& m) {
                 return frame.nodal(frame.frame().reaction, "reactions");
             },
             "(n, 3), N: what supports do to each node.")
+        .def_property_readonly(
+            "velocities", [](const PythonRun& run) { return velocities_of(run.shown()); },
+            "(n, 3), m/s, float32; explicit.")
+        .def_property_readonly("element_stresses", of_frame<PythonRun>(&PythonFrame::element_stresses),
+                               "(e, 6), Pa: means over the points of each element.")
         .def(
             "quantity",
             [](const PythonRun& run, const std::string& name) { return run.shown().quantity(name); },
@@ -412,6 +433,10 @@ void define_run(py::module_& m) {
         .def_property_readonly("residuals", &residuals_of, "(k,): of the modes.")
         .def_property_readonly("history", &PythonRun::history,
                                "Columns of the history file by name, of a nonlinear or explicit run.")
+        .def_property_readonly(
+            "sections", &PythonRun::sections,
+            "What each plane carries in each frame: dicts of plane, frame, area (m^2), centre\n"
+            "(m), force (N) and moment (N m) about it.")
         .def_property_readonly(
             "supports", &PythonRun::supports,
             "Reactions of each support, of the last load case, increment or output: dicts of\n"

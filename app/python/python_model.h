@@ -3,8 +3,8 @@
 #pragma once
 
 #include <pybind11/numpy.h>
-#include <pybind11/stl.h>
 #include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
 
 #include <memory>
 #include <optional>

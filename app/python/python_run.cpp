@@ -16,6 +16,7 @@
 #include "app/python/work.h"
 #include "app/run_process.h"
 #include "app/run_summary.h"
+#include "app/section_table.h"
 #include "app/sweep.h"
 #include "app/sweep_table.h"
 #include "model/paths.h"
@@ -286,6 +287,21 @@ py::list PythonRun::supports() const {
     return out;
 }
 
+py::list PythonRun::sections() const {
+    py::list out;
+    for (const SectionSum& sum : run().sections) {
+        py::dict one;
+        one["plane"] = run().origin.options.sections[sum.plane].name;
+        one["frame"] = sum.frame;
+        one["area"] = sum.area;
+        one["centre"] = triple_of(sum.centre);
+        one["force"] = triple_of(sum.carried.force);
+        one["moment"] = triple_of(sum.carried.moment);
+        out.append(one);
+    }
+    return out;
+}
+
 py::dict PythonRun::energies() const {
     py::dict out;
     for (const CaseReport& one : report().cases) {
@@ -371,6 +387,10 @@ py::object run_model(PythonModel& model, const RunRequest& request) {
     const Said said = work(request.console, [&](Progress& progress) {
         data->run = analysis.analyse(data->input->model, settings.settings(), options, progress);
         remove_factor_files(folder.name());
+        RunReport& report = data->run.report;
+        if (!data->run.sections.empty() && report.has_results() &&
+            !write_sections(data->input->model, data->run, progress))
+            report.status = RunStatus::failed;
     });
     data->node_of = node_places(data->run);
     data->seconds = std::chrono::duration<double>(Clock::now() - start).count();

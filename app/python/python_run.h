@@ -73,6 +73,7 @@ public:
     py::array_t<double> shapes() const;  // (k, n, 3)
     py::dict history() const;
     py::list supports() const;
+    py::list sections() const;
     py::dict energies() const;
     py::dict table() const;
     py::object largest(const NodeValue& value) const;
