@@ -3,6 +3,7 @@
 Run by ctest with PYTHONPATH set to the build; the batch command stands beside the module.
 """
 
+import ast
 import csv
 import filecmp
 import gc
@@ -211,10 +212,10 @@ class Runs(Folder):
     def test_writes_the_files_of_the_command(self):
         threads = kestralum._kestralum._blas_threads()
         for word, name, options in (("static", "bracket_cases.txt", ("--vtu",)), ("static", "cantilever.txt", ()),
-                                    ("eigen-lanczos", "cantilever.txt", ("--vtu",)), ("buckling", "shaft_mm.txt", ()),
+                                    ("eigen-lanczos", "cantilever.txt", ("--vtu",)), ("buckling", "cantilever.txt", ()),
                                     ("explicit", "explicit_bar_wall.txt", ("--vtu",))):
             with self.subTest(f"{word} {name}"):
-                parameters = {"nl": 25} if name == "cantilever.txt" else {}
+                parameters = {"nb": 4, "nh": 4, "nl": 25} if name == "cantilever.txt" else {}
                 m = kestralum.read(data(name), parameters=parameters)
                 told = [text for one in parameters.items() for text in ("--set", "%s=%s" % one)]
                 self.assertSameFiles(m.run(word), (*options, *told), word, data(name))
@@ -378,6 +379,30 @@ class Runs(Folder):
                 m.sweep("static", **wrong)
 
 
+class Documents(Folder):
+    def blocks(self, name):
+        """Pairs of a block of Python and of what it prints, None where the document does not tell."""
+        with open(os.path.join(SOURCE, name), encoding="utf-8") as file:
+            return re.findall(r"```python\n(.*?)```\n(?:```\n(.*?)```\n)?", file.read(), flags=re.S)
+
+    def test_examples_print_what_the_documents_say(self):
+        os.symlink(DATA, self.inside("data"))
+        code, told = zip(*self.blocks("docs/python.md"))
+        self.assertEqual(len(code), 4)
+        self.assertIn((code[0], told[0]), self.blocks("README.md"))
+        done = subprocess.run([sys.executable, "-c", "\n".join(code)], capture_output=True, text=True, cwd=self.folder,
+                              env={**os.environ, "PYTHONPATH": os.path.dirname(BATCH)})
+        self.assertEqual(done.returncode, 0, done.stderr)
+        number = r"[-+]?\d+\.?\d*(?:e[-+]?\d+)?"
+        in_text = re.search(r"# (\S+)$", code[1], flags=re.M)[1] + "\n"
+        expected = told[0] + in_text + told[2]
+        self.assertEqual(re.sub(number, "#", done.stdout), re.sub(number, "#", expected))
+        got = [[float(x) for x in re.findall(number, text)] for text in (done.stdout, expected)]
+        np.testing.assert_allclose(got[0], got[1], rtol=1e-4)
+        with open(self.inside("mises.ppm"), "rb") as file:
+            self.assertEqual(file.readline(), b"P6 400 400 255\n")
+
+
 class Process(Folder):
     def long_model(self):
         return kestralum.read(data("cantilever.txt"), parameters={"nb": 24, "nh": 24, "nl": 60})
@@ -402,8 +427,7 @@ class Process(Folder):
 
     def test_the_console_gets_the_lines_and_may_end_the_run(self):
         pieces = []
-        m = bar()
-        m.run("static", console=pieces.append)
+        bar().run("static", console=pieces.append)
         text = "".join(pieces)
         self.assertIn("Static Analysis Start", text)
 
@@ -414,7 +438,7 @@ class Process(Folder):
             self.long_model().run("buckling", console=refuse)
 
     def test_other_threads_go_on_and_two_runs_do_not_mix(self):
-        models = [kestralum.read(data("cantilever.txt"), parameters={"nl": nl}) for nl in (60, 90)]
+        models = [kestralum.read(data("cantilever.txt"), parameters={"nl": nl}) for nl in (40, 60)]
         alone = [m.run("static", threads=1).displacements for m in models]
         together, faults = [None, None], []
 
@@ -496,6 +520,14 @@ class Process(Folder):
             for member in vars(thing) if inspect.isclass(thing) and name != "Error" else ():
                 if not member.startswith("_"):
                     self.assertTrue(inspect.getdoc(getattr(thing, member)), f"{name}.{member}")
+        with open(os.path.join(SOURCE, "app", "python", "kestralum.pyi"), encoding="utf-8") as file:
+            stub = ast.parse(file.read())
+        told = {node.name: node for node in stub.body if isinstance(node, (ast.ClassDef, ast.FunctionDef))}
+        self.assertEqual(set(told) | {"version"}, set(kestralum.__all__))
+        for name in ("Model", "Frame", "Run"):
+            members = {getattr(one, "name", None) or one.target.id for one in told[name].body}
+            public = {member for member in vars(getattr(kestralum, name)) if not member.startswith("_")}
+            self.assertEqual({member for member in members if not member.startswith("_")}, public)
         self.assertIn("eigen-lanczos", kestralum.analyses())
         self.assertEqual(kestralum.sections()[:2], ["parameter", "material_info"])
 
