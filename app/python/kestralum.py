@@ -6,16 +6,18 @@
         run = model.set(nl=nl).run("static")
         print(nl, run.largest_displacement["value"], run.mises.max())
 
-read() reads a model file, Model() builds one from the same records; Model.run() analyses it and gives a Run with
-its results as NumPy arrays, Model.sweep() runs it for each value of a parameter. What cannot be done raises
-kestralum.Error with the text that the program prints for it. Units are SI: m, kg, s, N, Pa. Indices count from 0.
+read() reads a model file, Model() builds one from the same records; Model.run() analyses it and gives a Run
+with its results as NumPy arrays, Model.sweep() runs it for each value of a parameter. What cannot be done
+raises kestralum.Error with the text that the program prints for it. Units are SI: m, kg, s, N, Pa. Indices
+count from 0.
 """
 
 import sys as _sys
 
 
 def _look_at_address_space():
-    """Where a limit of address space leaves OpenBLAS no buffer for a thread it tries for ever while it is loaded."""
+    """Whether there is a limit. Where it leaves OpenBLAS no buffer for a thread it tries for ever while it is
+    loaded: ImportError instead."""
     import mmap
     import os
     import resource
@@ -51,8 +53,8 @@ from _kestralum import Error, Frame, Model, Run, analyses, quantities, sections 
 if _limited:
     _kestralum._take_blas_buffers()
 
-__all__ = ["Error", "Frame", "Model", "Run", "Table", "analyses", "kernels_note", "quantities", "read", "sections",
-           "version"]
+__all__ = ["Error", "Frame", "Model", "Run", "Table", "analyses", "kernels_note", "quantities", "read",
+           "sections", "version"]
 __version__ = version = _kestralum.version.removeprefix("ver")
 
 for _class in Frame, Model, Run:
@@ -72,8 +74,9 @@ def read(path, settings=None, parameters=None, console=None):
 
 
 class Table(dict):
-    """The rows of a sweep as columns: {heading: array}, a value for each run, NaN where a run has none; "status"
-    and "error" are lists. str() is the table that the program prints; write(path) writes its file of commas."""
+    """The rows of a sweep as columns: {heading: array}, a value for each run, NaN where a run has none;
+    "status" and "error" are lists. str() is the table that the program prints; write(path) writes its file of
+    commas."""
 
     def __init__(self, axes, columns, text, csv):
         super().__init__(columns)
@@ -81,9 +84,6 @@ class Table(dict):
 
     def __str__(self):
         return self._text
-
-    def __len__(self):
-        return dict.__len__(self)
 
     def write(self, path):
         """Writes the rows with commas and all digits, as kestralum-batch --sweep does."""
@@ -95,12 +95,13 @@ def _sweep(self, analysis, axes=None, *, case="", prestress=False, mean_dilatati
            threads=None, settings=None, console=None, **values):
     """Runs an analysis for each value of a parameter, or for each pair of values of two; gives a Table.
 
-    model.sweep("static", nl=[25, 50, 100, 200]); a parameter whose name is that of an argument goes into the dict
-    `axes`. Small models run side by side. A run that fails is a row that says why. The other arguments are those
-    of run(); console gets a line for each run.
+    model.sweep("static", nl=[25, 50, 100, 200]); a parameter whose name is that of an argument goes into the
+    dict `axes`. Small models run side by side. A run that fails is a row that says why. The other arguments
+    are those of run(); console gets a line for each run.
     """
     axes = {**(axes or {}), **values}
-    return Table(*self._sweep(analysis, axes, case, prestress, mean_dilatation, hexahedra, threads, settings, console))
+    return Table(*self._sweep(analysis, axes, case, prestress, mean_dilatation, hexahedra, threads, settings,
+                              console))
 
 
 _sweep.__name__ = _sweep.__qualname__ = "sweep"
@@ -108,13 +109,13 @@ Model.sweep = _sweep
 
 
 def kernels_note():
-    """A line where OpenBLAS, which a process loads but once, runs with slower kernels than this processor has; runs
-    then differ from those of kestralum-batch in the last digits. Otherwise ''."""
+    """A line where OpenBLAS, which a process loads but once, runs with slower kernels than the processor has;
+    runs then differ from those of kestralum-batch in the last digits. Otherwise ''."""
     better = _kestralum._better_kernels()
     if not better:
         return ""
-    return (f"OpenBLAS has slower kernels than this processor: with OPENBLAS_CORETYPE={better} in the environment "
-            "of Python runs are faster, and equal to those of kestralum-batch to the last digit")
+    return (f"OpenBLAS has slower kernels than this processor: with OPENBLAS_CORETYPE={better} in the "
+            "environment of Python runs are faster, and equal to those of kestralum-batch to the last digit")
 
 
 if kernels_note():
