@@ -31,7 +31,7 @@ std::size_t begin_of(const std::string& text, const Token& token) {
     return token.text.empty() ? text.size() : static_cast<std::size_t>(token.text.data() - text.data());
 }
 
-// The last byte of a token that is not the first on its line is no place for a line of its own.
+// The beginning of a token's line where nothing but blanks stands before it, else the token's own place.
 std::size_t line_begin(const std::string& text, std::size_t at) {
     const std::size_t line = text.rfind('\n', at == 0 ? 0 : at - 1);
     const std::size_t begin = at == 0 || line == std::string::npos ? 0 : line + 1;
