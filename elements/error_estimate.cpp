@@ -72,10 +72,6 @@ private:
     std::vector<char> several_;  // per node: elements of several parts meet there
 };
 
-struct Energies {
-    double error = 0, stress = 0;  // J
-};
-
 Stress stress_at(const PointResults& points, const ElementType& type, std::int32_t e, int p) {
     Stress out;
     for (std::size_t c = 0; c < 6; ++c) out[c] = points.stress[6 * (std::size_t(e) * type.points + p) + c];
@@ -84,9 +80,9 @@ Stress stress_at(const PointResults& points, const ElementType& type, std::int32
 
 // Of an element with one constant stress: the difference runs linearly between its nodes, ∫ Ni Nj = V (1 +
 // δij)/20.
-Energies of_constant(const std::array<Stress, most_nodes>& nodal, const Stress& own, double volume, double E,
-                     double poisson) {
-    Energies out;
+ElementEnergies of_constant(const std::array<Stress, most_nodes>& nodal, const Stress& own, double volume,
+                            double E, double poisson) {
+    ElementEnergies out;
     std::array<Stress, 4> d;
     for (std::size_t i = 0; i < 4; ++i)
         for (std::size_t c = 0; c < 6; ++c) d[i][c] = nodal[i][c] - own[c];
@@ -97,8 +93,8 @@ Energies of_constant(const std::array<Stress, most_nodes>& nodal, const Stress& 
     return out;
 }
 
-Energies of_element(const Mesh& mesh, const ElementType& type, const PointResults& points,
-                    const Recovered& recovered, const Material& material, std::int32_t e) {
+ElementEnergies of_element(const Mesh& mesh, const ElementType& type, const PointResults& points,
+                           const Recovered& recovered, const Material& material, std::int32_t e) {
     const auto nodes = mesh.element(e);
     std::array<Stress, most_nodes> nodal;
     for (int i = 0; i < type.nodes; ++i)
@@ -107,7 +103,7 @@ Energies of_element(const Mesh& mesh, const ElementType& type, const PointResult
         return of_constant(nodal, stress_at(points, type, e, 0), points.volume[e], material.young,
                            material.poisson);
     const double* weight = points.weight.data() + std::ptrdiff_t(e) * type.points;
-    Energies out;
+    ElementEnergies out;
     for (int p = 0; p < type.points; ++p) {
         const Stress own = stress_at(points, type, e, p);
         Stress d{};
@@ -122,17 +118,27 @@ Energies of_element(const Mesh& mesh, const ElementType& type, const PointResult
 
 }  // namespace
 
-ErrorEstimate estimate_error(const Mesh& mesh, std::span<const Part> parts,
-                             std::span<const Material> materials, const NodeElements& node_elements,
-                             const PointResults& points, std::span<const double> node_stress, int threads) {
+std::vector<ElementEnergies> element_energies(const Mesh& mesh, std::span<const Part> parts,
+                                              std::span<const Material> materials,
+                                              const NodeElements& node_elements, const PointResults& points,
+                                              std::span<const double> node_stress, int threads) {
     const ElementType& type = element_type(mesh.element_type);
     const Recovered recovered(mesh, node_elements, points, node_stress);
     const std::int32_t elements = mesh.element_num();
-    std::vector<Energies> energies(elements);
+    std::vector<ElementEnergies> energies(elements);
 #pragma omp parallel for schedule(static) num_threads(threads)
     for (std::int32_t e = 0; e < elements; ++e)
         energies[e] =
             of_element(mesh, type, points, recovered, materials[parts[mesh.p_ele_part_id[e]].material_id], e);
+    return energies;
+}
+
+ErrorEstimate estimate_error(const Mesh& mesh, std::span<const Part> parts,
+                             std::span<const Material> materials, const NodeElements& node_elements,
+                             const PointResults& points, std::span<const double> node_stress, int threads) {
+    const std::vector<ElementEnergies> energies =
+        element_energies(mesh, parts, materials, node_elements, points, node_stress, threads);
+    const std::int32_t elements = mesh.element_num();
     ErrorEstimate out;
     double error = 0, stress = 0, volume = 0;
     for (std::int32_t e = 0; e < elements; ++e) {

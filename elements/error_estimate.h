@@ -12,6 +12,15 @@
 
 namespace kestralum {
 
+// Of one element, J: ‖e‖² and ‖σ‖² in the energy norm.
+struct ElementEnergies {
+    double error = 0, stress = 0;
+};
+std::vector<ElementEnergies> element_energies(const Mesh& mesh, std::span<const Part> parts,
+                                              std::span<const Material> materials,
+                                              const NodeElements& node_elements, const PointResults& points,
+                                              std::span<const double> node_stress, int threads);
+
 struct ErrorEstimate {
     double strain_energy = 0;  // ∫ ½ σᵀ D⁻¹ σ dV, J
     double relative = 0;       // ‖e‖ / √(‖σ‖² + ‖e‖²), 0 … 1

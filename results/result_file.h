@@ -43,10 +43,10 @@ struct StoredRun {
     Run run;
 };
 
-// Reads a result file, or a frames file; an empty name is asked for on standard input. model.mesh and
-// run.mesh are both the file's mesh. Materials, parameters, springs, walls and control are not in the file:
-// empty. A static analysis has one frame; columns of zeros behind it are left out. None when it could not be
-// read or was cancelled; the reason has been printed.
+// Reads a result file, a frames file or a list of pieces (results/pieces_reader.h); an empty name is asked
+// for on standard input. model.mesh and run.mesh are both the file's mesh. Materials, parameters, springs,
+// walls and control are not in the file: empty. A static analysis has one frame; columns of zeros behind it
+// are left out. None when it could not be read or was cancelled; the reason has been printed.
 std::optional<StoredRun> read_result_file(std::string_view file_name, std::string_view log_folder,
                                           Progress& progress);
 

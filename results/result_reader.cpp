@@ -10,6 +10,7 @@
 #include "model/token_reader.h"
 #include "results/frames_file.h"
 #include "results/match_mesh.h"
+#include "results/pieces_reader.h"
 #include "results/result_file.h"
 
 namespace kestralum {
@@ -511,6 +512,7 @@ std::optional<StoredRun> read_result_file(std::string_view file_name, std::strin
                                           Progress& progress) {
     const std::string name = name_to_read(file_name, progress);
     if (name.empty()) return std::nullopt;
+    if (is_pieces_list(name)) return read_pieces(name, log_folder, progress);
     progress.print("%s", read_head);
     if (is_frames_file(name, log_folder)) {
         progress.print("FILE OPEN !!\n");

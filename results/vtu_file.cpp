@@ -93,6 +93,63 @@ bool write_vtu(const Model& model, const Run& run, Progress& progress, const Poi
         progress);
 }
 
+std::string vtu_piece_name(std::string_view model_file_name, int piece) {
+    return file_name_of(model_file_name, formatted("_p%04d.vtu", piece));
+}
+
+std::string pvtu_file_name(std::string_view model_file_name) {
+    return file_name_of(model_file_name, ".pvtu");
+}
+
+namespace {
+
+VtuGrid grid_of(const VtuPiece& of) {
+    VtuGrid grid = make_vtu_grid(of.model, of.run.mesh);
+    grid.point_data = point_arrays(of.run, {});
+    grid.point_data.push_back(make_vtu_array<std::int32_t>("Int32", "node", 1, of.node));
+    return grid;
+}
+
+}  // namespace
+
+std::string write_vtu_piece(const VtuPiece& of, int piece, const Progress& progress) {
+    return write_vtu_grid(grid_of(of), vtu_piece_name(of.model.model_file_name, piece),
+                          of.run.origin.options.log_folder, progress);
+}
+
+namespace {
+
+// The arrays of a section as the list of pieces names them.
+std::string listed(const char* section, std::span<const VtuArray> arrays) {
+    std::string out = formatted("<P%s>\n", section);
+    for (const VtuArray& array : arrays) {
+        constexpr std::string_view element = "<DataArray", format = " format=";
+        const std::size_t from = array.header.find(element) + element.size();
+        out += "<PDataArray" + array.header.substr(from, array.header.find(format) - from) + "/>\n";
+    }
+    return out + formatted("</P%s>\n", section);
+}
+
+}  // namespace
+
+std::string write_pvtu(const VtuPiece& of, int pieces, const Progress& progress) {
+    const VtuGrid grid = grid_of(of);
+    const auto fill = [&](TextOutput& file) {
+        file.write(
+            "<?xml version=\"1.0\"?>\n<VTKFile type=\"PUnstructuredGrid\" version=\"1.0\" "
+            "byte_order=\"LittleEndian\" header_type=\"UInt64\">\n<PUnstructuredGrid GhostLevel=\"0\">\n");
+        file.write(listed("PointData", grid.point_data));
+        file.write(listed("CellData", grid.cell_data));
+        file.write(listed("Points", grid.coordinates));
+        for (int piece = 0; piece < pieces; ++piece)
+            file.write(formatted("<Piece Source=\"%s\"/>\n",
+                                 paths::base_name(vtu_piece_name(of.model.model_file_name, piece)).c_str()));
+        file.write("</PUnstructuredGrid>\n</VTKFile>\n");
+    };
+    return write_whole(pvtu_file_name(of.model.model_file_name), of.run.origin.options.log_folder, fill,
+                       progress);
+}
+
 std::string pvd_file_name(std::string_view model_file_name) {
     return file_name_of(model_file_name, ".pvd");
 }

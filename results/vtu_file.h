@@ -32,6 +32,20 @@ using PointFields = std::function<std::vector<PointField>(const Frame& frame)>;
 // name when it is whole. False when it cannot be written or was cancelled; the reason has been printed.
 bool write_vtu(const Model& model, const Run& run, Progress& progress, const PointFields& more = {});
 
+// One of the pieces that together are the grid of a run whose elements lie on several processes,
+// "log\NAME_p0007.vtu", and the list of them that ParaView opens, "log\NAME.pvtu"; `run` has the elements and
+// nodes of the piece, its fields are those of every piece; node: per node its number in the whole, from 1, as
+// the point data "node". What went wrong, empty if nothing.
+std::string vtu_piece_name(std::string_view model_file_name, int piece);
+std::string pvtu_file_name(std::string_view model_file_name);
+struct VtuPiece {
+    const Model& model;
+    const Run& run;
+    std::span<const std::int32_t> node;
+};
+[[nodiscard]] std::string write_vtu_piece(const VtuPiece& of, int piece, const Progress& progress);
+[[nodiscard]] std::string write_pvtu(const VtuPiece& of, int pieces, const Progress& progress);
+
 // Every frame of a history as "log\NAME_000001.vtu" and on, with the equivalent plastic strain as point
 // data too and without the cells of elements that have been taken out, and "log\NAME.pvd", which lists them
 // with their times (n_freq). False as above.

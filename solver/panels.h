@@ -111,7 +111,7 @@ const char* better_blas_kernels();
 
 // Keeps OpenBLAS to one thread: the parallel loops are ours.
 void use_serial_blas();
-// The number of threads OpenBLAS has, one number for the whole process, for a program that others share it with.
+// How many threads OpenBLAS has, one number for the whole process, where others use it too.
 int blas_threads();
 void set_blas_threads(int threads);
 

@@ -29,8 +29,8 @@ ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, c
     };
 }
 
-std::vector<double> unstrained_diagonal(const Job& job, const Freedoms& freedoms, const SparseKM& km) {
-    std::vector<double> diagonal = diagonal_of(km);
+std::vector<double> unstrained_diagonal(const Job& job, const Freedoms& freedoms,
+                                        std::vector<double> diagonal) {
     if (freedoms.rigid.empty()) return diagonal;
     const Mesh& mesh = job.mesh();
     const ElementType& type = element_type(mesh.element_type);

@@ -17,7 +17,9 @@ struct AssembledSystem {
     SparseKM km;    // reduced to the free degrees of freedom; the members' taken out by transform_rigid()
     Border border;  // of the rigid bodies
 
-    std::int32_t equations() const { return km.rows() + border.nr; }
+    std::int32_t equations() const {
+        return static_cast<std::int32_t>(freedoms.numbering.free_dofs.size()) + border.nr;
+    }
 };
 
 // Ke and Me of the run's elements for assemble_km: linear elasticity, consistent mass (none where `me` is
@@ -25,9 +27,10 @@ struct AssembledSystem {
 ElementMatrices element_matrices(const Job& job, const Elasticity& elasticity, const RigidSystem* rigid,
                                  HexahedronForm form);
 
-// The diagonal of K, one entry per equation, as if no body were rigid: what area forces are spread by. `km`
-// is the constrained matrix, without the elements inside rigid bodies.
-std::vector<double> unstrained_diagonal(const Job& job, const Freedoms& freedoms, const SparseKM& km);
+// The diagonal of K, one entry per equation, as if no body were rigid: what area forces are spread by.
+// `diagonal`: of the constrained matrix, without the elements inside rigid bodies.
+std::vector<double> unstrained_diagonal(const Job& job, const Freedoms& freedoms,
+                                        std::vector<double> diagonal);
 
 // Supports, elasticity, pattern, assembly and elimination, with the progress lines. system.freedoms is as
 // make_run_mesh() left it. `with_mass` false: M is summed for the total alone. False with the status set when

@@ -98,8 +98,7 @@ void fill_border(const RigidSystem& rigid, std::span<const RigidState> states, c
     }
 }
 
-void rigid_transform(const RigidSystem& rigid, std::span<const RigidState> states, const Mesh& mesh,
-                     bool with_mass, SparseKM& km, DofNumbering& numbering, Border& border) {
+std::vector<std::int32_t> leave_members_out(const RigidSystem& rigid, DofNumbering& numbering) {
     std::vector<std::int32_t> equation(numbering.free_dofs.size(), -1), left;
     for (std::size_t r = 0; r < equation.size(); ++r) {
         const std::int32_t dof = numbering.free_dofs[r];
@@ -111,9 +110,16 @@ void rigid_transform(const RigidSystem& rigid, std::span<const RigidState> state
         numbering.dof_map[dof] = equation[r];
         left.push_back(dof);
     }
-    fill_border(rigid, states, mesh, km, numbering.free_dofs, equation, with_mass, border);
-    keep_rows(equation, km);
     numbering.free_dofs = std::move(left);
+    return equation;
+}
+
+void rigid_transform(const RigidSystem& rigid, std::span<const RigidState> states, const Mesh& mesh,
+                     bool with_mass, SparseKM& km, DofNumbering& numbering, Border& border) {
+    const std::vector<std::int32_t> before = numbering.free_dofs,
+                                    equation = leave_members_out(rigid, numbering);
+    fill_border(rigid, states, mesh, km, before, equation, with_mass, border);
+    keep_rows(equation, km);
 }
 
 void multiply_border(const Border& border, std::span<const double> fr, std::span<const double> rr,

@@ -25,6 +25,10 @@ struct Border {
     std::vector<double> K_fr, K_rr, M_fr, M_rr;
 };
 
+// Takes the members of rigid bodies out of the numbering; per equation of before its new one, -1: of a
+// member.
+std::vector<std::int32_t> leave_members_out(const RigidSystem& rigid, DofNumbering& numbering);
+
 // Takes the members out of the reduced [K] and [M] (rows: numbering.free_dofs) into the border: TᵀKT and TᵀMT
 // with u_member = v + ω × r at the states (null: at rest). km and numbering keep the nodes of no body.
 // `with_mass` false leaves the M parts empty.

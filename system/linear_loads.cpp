@@ -16,7 +16,8 @@ void add_scaled(std::vector<double>& sum, double factor, const std::vector<doubl
     for (std::size_t k = 0; k < other.size(); ++k) sum[k] += factor * other[k];
 }
 
-// The nodal forces of initial strains.
+}  // namespace
+
 void add_strain_forces(const Job& job, const Elasticity& elasticity, std::span<const double> strain,
                        std::span<double> nodal) {
     const Mesh& mesh = job.mesh();
@@ -33,6 +34,8 @@ void add_strain_forces(const Job& job, const Elasticity& elasticity, std::span<c
             nodal[3 * node_index(nodes[d / 3]) + d % 3] += fe[d];
     }
 }
+
+namespace {
 
 // What the body and the supports' springs resist displacements with (3 per node); only elements that are
 // moved are looked at.

@@ -31,6 +31,9 @@ struct LinearLoad {
 };
 LinearLoad load_of_case(const Job& job, const LoadSet& loads, const Freedoms& freedoms,
                         const std::string& load_case);
+// The nodal forces of initial strains (element_num × points × 6) of job.mesh(), added to `nodal`.
+void add_strain_forces(const Job& job, const Elasticity& elasticity, std::span<const double> strain,
+                       std::span<double> nodal);
 // Σ factor · the other, in the size of the first that has any.
 void add_load(LinearLoad& sum, double factor, const LinearLoad& other);
 

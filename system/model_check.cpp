@@ -64,30 +64,32 @@ void check_elements(const Model& model, const Mesh& mesh, ModelCheck& out) {
 }
 
 // Bodies: elements connected through common nodes and `links`, pairs of 0-based nodes.
-void check_bodies(const Mesh& mesh, std::span<const char> fixed,
-                  std::span<const std::array<std::int32_t, 2>> links, ModelCheck& out) {
+std::vector<Body> linked_bodies(const Mesh& mesh, std::span<const char> fixed,
+                                std::span<const std::array<std::int32_t, 2>> links) {
+    std::vector<Body> out;
     const std::vector<std::int32_t> lowest = connected_nodes(mesh, links);
     std::vector<std::int32_t> body_of(lowest.size(), -1);  // of each lowest node
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         const std::size_t first = node_index(mesh.element(e)[0]);
         std::int32_t& body = body_of[lowest[first]];
         if (body < 0) {
-            body = static_cast<std::int32_t>(out.bodies.size());
-            out.bodies.emplace_back();
+            body = static_cast<std::int32_t>(out.size());
+            out.emplace_back();
         }
-        Body& b = out.bodies[body];
+        Body& b = out[body];
         ++b.elements;
         const std::int32_t part = mesh.p_ele_part_id[e];
         if (b.parts.empty() || b.parts.back() != part) b.parts.push_back(part);
     }
     for (std::size_t n = 0; n < lowest.size(); ++n) {
         const std::int32_t body = body_of[lowest[n]];
-        if (body >= 0 && fixed[n]) out.bodies[body].supported = true;
+        if (body >= 0 && fixed[n]) out[body].supported = true;
     }
-    for (Body& b : out.bodies) {
+    for (Body& b : out) {
         std::sort(b.parts.begin(), b.parts.end());
         b.parts.erase(std::unique(b.parts.begin(), b.parts.end()), b.parts.end());
     }
+    return out;
 }
 
 void notice(ModelCheck& out, std::string text) {
@@ -176,11 +178,18 @@ void add_tied_links(const Freedoms& freedoms, std::vector<std::array<std::int32_
             for (const auto& [master, weight] : map.weights_of(n)) links.push_back({n, master});
 }
 
-void hold_by_springs(const Model& model, const Mesh& mesh, const Freedoms& freedoms, std::span<char> fixed) {
+// Flags of the nodes that something holds: supports, their springs, supports of rigid bodies.
+std::vector<char> held_nodes_of(const Model& model, const Mesh& mesh, const Freedoms& freedoms) {
+    std::vector<char> fixed(mesh.node_num(), 0);
+    for (std::int32_t n : freedoms.numbering.fixed_nodes) fixed[n] = 1;
+    for (const HeldDof& held : freedoms.constraints.held) fixed[held.dof / 3] = 1;
+    for (const RigidBody& body : freedoms.rigid.bodies)
+        for (const HeldDirection& held : body.held) fixed[held.node] = 1;
     for (const BoundaryCondition& record : model.boundary_conditions)
         if (record.options.spring.given() || record.options.normal_spring.given())
             for (const std::int32_t n : select_nodes(record, mesh))
                 if (freedoms.node_elements.any(n)) fixed[n] = 1;
+    return fixed;
 }
 
 // The profile of the free rows from the neighbour sets: the first free column of each. Members of rigid
@@ -278,6 +287,12 @@ void check_factor(const Mesh& mesh, const Settings& settings, const Freedoms& fr
 
 }  // namespace
 
+std::vector<Body> bodies_of(const Model& model, const Mesh& mesh, const Freedoms& freedoms) {
+    std::vector<std::array<std::int32_t, 2>> links = rigid_links(model, freedoms.rigid);
+    add_tied_links(freedoms, links);
+    return linked_bodies(mesh, held_nodes_of(model, mesh, freedoms), links);
+}
+
 ModelCheck check_model(const Model& model, const Settings& settings, const Progress& progress) {
     SilentProgress silent(progress);
     const RunOptions options;
@@ -302,21 +317,14 @@ ModelCheck check_model(const Model& model, const Settings& settings, const Progr
     for (const std::string& text : freedoms.constraints.notices) notice(out, text);
     for (const std::int32_t n : freedoms.constraints.map.special_nodes())
         out.tied_nodes += freedoms.constraints.map.is_tied(n);
-    std::vector<char> fixed(mesh.node_num(), 0);
-    for (std::int32_t n : freedoms.numbering.fixed_nodes) fixed[n] = 1;
-    for (const HeldDof& held : freedoms.constraints.held) fixed[held.dof / 3] = 1;
-    for (const RigidBody& body : freedoms.rigid.bodies)
-        for (const HeldDirection& held : body.held) fixed[held.node] = 1;
-    hold_by_springs(model, mesh, freedoms, fixed);
-    std::vector<std::array<std::int32_t, 2>> links = rigid_links(model, freedoms.rigid);
-    const std::size_t rigid = links.size();
-    add_tied_links(freedoms, links);
-    check_bodies(mesh, fixed, links, out);
+    out.bodies = bodies_of(model, mesh, freedoms);
     for (std::size_t b = 0; b < out.bodies.size(); ++b)
         if (!out.bodies[b].supported)
             notice(out, formatted("body %zu (part %s): no support holds it", b + 1,
                                   model.parts[out.bodies[b].parts.front()].name.c_str()));
-    check_contacts(model, mesh, std::span(links).subspan(rigid), out, progress);
+    std::vector<std::array<std::int32_t, 2>> tied;
+    add_tied_links(freedoms, tied);
+    check_contacts(model, mesh, tied, out, progress);
     if (mesh.element_num() < 1)
         notice(out, "the model has no solid elements: nothing to analyse");
     else if (!progress.cancelled())

@@ -68,6 +68,9 @@ struct ModelCheck {
     Remarks remarks;  // notices: supports and loads that select nothing, loose bodies, bad elements
 };
 
+// The bodies of a run's mesh, whatever joins them, and whether something holds each.
+std::vector<Body> bodies_of(const Model& model, const Mesh& mesh, const Freedoms& freedoms);
+
 // Prints nothing; a cancel of `progress` ends it early with what is known.
 ModelCheck check_model(const Model& model, const Settings& settings, const Progress& progress);
 

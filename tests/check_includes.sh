@@ -18,11 +18,12 @@ allowed() {
         fields) echo "fields elements model" ;;
         system) echo "system conditions elements solver model" ;;
         analysis) echo "analysis fields system conditions elements solver results model" ;;
-        app) echo "app model mesh input conditions elements fields solver system analysis results view" ;;
+        large) echo "large fields conditions elements solver system analysis results model" ;;
+        app) echo "app large model mesh input conditions elements fields solver system analysis results view" ;;
     esac
 }
 files=0
-for room in model mesh input conditions elements fields solver system analysis results view app; do
+for room in model mesh input conditions elements fields solver system analysis results view large app; do
     for file in "$room"/*.cpp "$room"/*.h "$room"/*/*.cpp "$room"/*/*.h; do
         [ -f "$file" ] || continue
         files=$((files + 1))
@@ -34,11 +35,11 @@ for room in model mesh input conditions elements fields solver system analysis r
         done
     done
 done
-if grep -lE '#include <(Q[A-Z]|GL/)' model/* mesh/* input/* conditions/* elements/* fields/* solver/* system/* analysis/* analysis/*/* results/* view/*.h view/*.cpp app/batch/* app/python/* app/*.* 2>/dev/null; then
+if grep -lE '#include <(Q[A-Z]|GL/)' model/* mesh/* input/* conditions/* elements/* fields/* solver/* system/* analysis/* analysis/*/* results/* large/* view/*.h view/*.cpp app/batch/* app/python/* app/*.* 2>/dev/null; then
     echo "the files above include Qt or OpenGL"
     fail=1
 fi
-if ! grep -oH '^ *#include "[^"]*"' $(find model mesh input conditions elements fields solver system analysis results view app \
+if ! grep -oH '^ *#include "[^"]*"' $(find model mesh input conditions elements fields solver system analysis results view large app \
         -name '*.cpp' -o -name '*.h') | sed 's|: *#include "| |; s|"$||' | tsort >/dev/null; then
     echo "the files above include each other in a circle"
     fail=1

@@ -11,7 +11,7 @@ for program in "$@"; do
 done
 number=$(echo "$version" | sed 's/\./\\./g')
 if (cd "$source" && grep -rnE "(^|[^0-9.])$number([^0-9.]|$)" package model mesh input conditions elements fields solver system analysis \
-        results view app scripts --include='*.h' --include='*.cpp' --include='*.in' --include='*.cmake' 2>/dev/null); then
+        results view large app scripts --include='*.h' --include='*.cpp' --include='*.in' --include='*.cmake' 2>/dev/null); then
     echo "the lines above repeat the version, which CMakeLists.txt alone has"
     fail=1
 fi

@@ -20,6 +20,8 @@ namespace {
 using Method = bool (*)(EigenProblem& problem, const EigenOptions& options, EigenPairs& out,
                         SpectrumGap& gap);
 
+}  // namespace
+
 bool check_densities(Job& job) {
     for (std::int32_t part : job.model.mesh.p_ele_part_id) {
         const Material& material = job.model.materials[job.model.parts[part].material_id];
@@ -31,6 +33,8 @@ bool check_densities(Job& job) {
     }
     return true;
 }
+
+namespace {
 
 // Scales φ to φᵀ M φ = 1 and reports the mode; M_all: M times the translations. Returns φᵀ M φ as it comes
 // out.
@@ -89,6 +93,8 @@ void normalise_all(EigenProblem& problem, const AssembledSystem& system, std::in
 // Residuals, as shares of ‖(K + λ₁M)φ‖: what is above is no mode, or one of few digits.
 constexpr double unresolved = 1e-3, coarse = 1e-6;
 
+}  // namespace
+
 bool check_resolved(Job& job) {
     std::size_t worst = 0;
     const std::vector<ModeReport>& modes = job.report().modes;
@@ -105,6 +111,8 @@ bool check_resolved(Job& job) {
                            modes[worst].frequency, modes[worst].residual));
     return true;
 }
+
+namespace {
 
 bool store_modes(Job& job, const AssembledSystem& system, const EigenPairs& pairs) {
     std::vector<double> frequencies;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "analysis/analysis_table.h"
+#include "system/job.h"
 
 namespace kestralum {
 
@@ -11,5 +12,12 @@ Run analyse_eigen_subspace(const Model& model, const Settings& settings, const R
                            Progress& progress);
 Run analyse_eigen_lanczos(const Model& model, const Settings& settings, const RunOptions& options,
                           Progress& progress);
+
+// Whether every material that the mesh uses has a density; false with status bad_input.
+bool check_densities(Job& job);
+
+// Whether the residuals of the report's modes are those of modes; notes the worst where it has few digits.
+// False with status failed.
+bool check_resolved(Job& job);
 
 }  // namespace kestralum

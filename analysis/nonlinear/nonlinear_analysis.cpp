@@ -296,7 +296,8 @@ bool work(Job& job, NonlinearHistory& history) {
     if (!solver.prepare()) return false;
     job.report().free_dofs = static_cast<std::int64_t>(solver.internal().size());
     LoadSet loads;
-    if (!resolve_loads(job, freedoms, unstrained_diagonal(job, freedoms, solver.stiffness()), loads))
+    if (!resolve_loads(job, freedoms, unstrained_diagonal(job, freedoms, diagonal_of(solver.stiffness())),
+                       loads))
         return false;
     solver.set_loads(loads);
     job.clock.begin("iterate");

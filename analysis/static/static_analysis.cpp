@@ -5,8 +5,8 @@
 
 #include "analysis/linear_run.h"
 #include "analysis/section_report.h"
+#include "analysis/static/static_report.h"
 #include "analysis/static/static_solution.h"
-#include "conditions/rigid_combines.h"
 #include "elements/error_estimate.h"
 #include "elements/stresses.h"
 #include "system/linear_loads.h"
@@ -17,42 +17,12 @@ namespace kestralum {
 
 namespace {
 
-constexpr std::int32_t static_columns = 6;  // of the result file
-
 // Nodal forces of the points' stresses less the loads, at the nodes that the supports' reactions come from.
 std::vector<double> residual_forces(const Job& job, const Freedoms& freedoms, const PointResults& points,
                                     const LinearLoad& load) {
     const Mesh& mesh = job.mesh();
     const std::vector<char> wanted = reaction_nodes(freedoms, mesh.node_num());
-    std::vector<double> out = internal_forces(mesh, points, wanted, job.hexahedra());
-    for (std::size_t d = 0; d < out.size(); ++d)
-        if (wanted[d / 3]) out[d] -= load.applied.nodal[d];
-    return out;
-}
-
-// q: the amounts of the rigid bodies' motions. The frame gets its reactions.
-CaseReport report_case(Job& job, const AssembledSystem& system, const PointResults& points,
-                       const LinearLoad& load, std::span<const double> q, Frame& frame) {
-    const RigidSystem& rigid = system.freedoms.rigid;
-    CaseReport out;
-    out.name = frame.name;
-    std::vector<Vec6> bodies;
-    for (std::size_t d = 0; d < load.applied.nodal.size(); ++d) out.applied[d % 3] += load.applied.nodal[d];
-    for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
-        Vec6& body = bodies.emplace_back(
-            spring_resistance(job.model.rigid_combines, rigid, static_cast<std::int32_t>(b), q));
-        for (std::size_t c = 0; c < 6; ++c) body[c] -= load.applied.rigid[b][c];
-        for (std::size_t c = 0; c < 3; ++c) out.applied[c] += load.applied.rigid[b][c];
-    }
-    frame.reaction.assign(frame.mode_vec.size(), 0.0);
-    out.supports = support_reactions(job.model, job.mesh(), system.freedoms,
-                                     residual_forces(job, system.freedoms, points, load), bodies,
-                                     frame.mode_vec, Places::at_rest, {}, frame.reaction);
-    out.reaction = sum_of(out.supports);
-    report_largest(job, frame);
-    out.largest_displacement = job.report().largest_displacement;
-    out.largest_mises = job.report().largest_mises;
-    return out;
+    return less_loads(internal_forces(mesh, points, wanted, job.hexahedra()), wanted, load);
 }
 
 // Of the frame added last.
@@ -84,7 +54,11 @@ bool recover(Job& job, const AssembledSystem& system, const CaseTerms& terms, st
     recover_stresses(job, system, {.form = job.hexahedra(), .initial = load.initial_strain}, points, *frame);
     if (!job.goes_on()) return false;
     CaseReport& report = job.report().cases.emplace_back(
-        report_case(job, system, points, load, q.subspan(freedoms.numbering.free_dofs.size()), *frame));
+        report_case(job, freedoms, residual_forces(job, freedoms, points, load), load,
+                    q.subspan(freedoms.numbering.free_dofs.size()), *frame));
+    report_largest(job, *frame);
+    report.largest_displacement = job.report().largest_displacement;
+    report.largest_mises = job.report().largest_mises;
     const ErrorEstimate estimate =
         estimate_error(mesh, job.model.parts, job.model.materials, freedoms.node_elements, points,
                        frame->node_stress, job.threads());
@@ -120,12 +94,7 @@ bool recover_all(Job& job, const AssembledSystem& system, std::span<const CaseTe
         }
         if (!recover(job, system, terms, sum, load, points)) return false;
     }
-    const CaseReport& first = job.report().cases.front();
-    job.report().applied = first.applied;
-    job.report().reaction = first.reaction;
-    job.report().largest_displacement = first.largest_displacement;
-    job.report().largest_mises = first.largest_mises;
-    job.report().supports = first.supports;
+    report_first_case(job.report());
     return true;
 }
 
@@ -134,14 +103,12 @@ bool work(Job& job, AssembledSystem& system) {
     if (!find_cases(job, frames) || !assemble_system(job, system, false)) return false;
     job.progress.print("Force Vector\n");
     LoadSet set;
-    if (!resolve_loads(job, system.freedoms, unstrained_diagonal(job, system.freedoms, system.km), set))
+    if (!resolve_loads(job, system.freedoms,
+                       unstrained_diagonal(job, system.freedoms, diagonal_of(system.km)), set))
         return false;
     job.progress.print("Force Vector Complete\n");
     if (!transform_rigid(job, system, false)) return false;
-    std::vector<std::string> cases;
-    for (const CaseTerms& frame : frames)
-        for (const auto& [name, factor] : frame.terms)
-            if (std::ranges::find(cases, name) == cases.end()) cases.push_back(name);
+    const std::vector<std::string> cases = cases_of(frames);
     std::vector<LinearLoad> loads;
     std::vector<double> q;
     for (const std::string& name : cases) {

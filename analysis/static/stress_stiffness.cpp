@@ -257,7 +257,8 @@ bool find_stress_stiffness(Job& job, AssembledSystem& system, const StressStiffn
     State state;
     if (!find_terms(job, state.terms) || !assemble_system(job, system, needs.with_mass)) return false;
     job.progress.print("Force Vector\n");
-    if (!resolve_loads(job, system.freedoms, unstrained_diagonal(job, system.freedoms, system.km), state.set))
+    if (!resolve_loads(job, system.freedoms,
+                       unstrained_diagonal(job, system.freedoms, diagonal_of(system.km)), state.set))
         return false;
     job.progress.print("Force Vector Complete\n");
     state.before_rigid = system.freedoms.numbering;

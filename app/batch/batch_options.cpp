@@ -13,16 +13,15 @@
 
 namespace kestralum {
 
-namespace {
-
-// NAME=EXPRESSION
-std::string add_override(BatchOptions& options, const std::string& text) {
+std::string read_override(const std::string& text, std::vector<ParameterOverride>& overrides) {
     const std::size_t equals = text.find('=');
     if (equals == std::string::npos || equals == 0 || equals + 1 == text.size())
         return "--set wants NAME=EXPRESSION, not '" + text + "'";
-    options.overrides.push_back({text.substr(0, equals), text.substr(equals + 1)});
+    overrides.push_back({text.substr(0, equals), text.substr(equals + 1)});
     return {};
 }
+
+namespace {
 
 // NAME=FROM:TO:COUNT or NAME=V1,V2,...
 std::string add_sweep(BatchOptions& options, const std::string& text) {
@@ -160,7 +159,7 @@ CommandLine describe(BatchOptions& options, Words words) {
                        options.case_names);
     line.add_value("--set", "NAME=EXPRESSION",
                    "gives a parameter of the model another expression; repeatable",
-                   [&options](const std::string& text) { return add_override(options, text); });
+                   [&options](const std::string& text) { return read_override(text, options.overrides); });
     line.add_value(
         "--sweep", "NAME=VALUES",
         "runs the analysis for each value of a parameter and tabulates what comes out, also into\n"

@@ -41,6 +41,9 @@ struct BatchOptions : CommonOptions {
     std::string peer;                           // of `verify`: "ccx" or none
 };
 
+// Reads NAME=EXPRESSION, for --set. What is wrong with it, empty if nothing.
+std::string read_override(const std::string& text, std::vector<ParameterOverride>& overrides);
+
 BatchOptions parse_batch_options(std::span<const char* const> arguments);
 
 // The help text.

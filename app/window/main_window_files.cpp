@@ -257,7 +257,7 @@ void MainWindow::open_displacements(const QString& name) {
 }
 
 void MainWindow::showResultFileDialog() {
-    const QString name = ask_for_file(this, text_files, result_folder_);
+    const QString name = ask_for_file(this, result_files, result_folder_);
     if (!name.isEmpty()) open_results(name);
 }
 
@@ -268,7 +268,7 @@ void MainWindow::showDispFileDialog() {
 
 void MainWindow::open_any(const QString& name) {
     const QString file = file_of(name);
-    if (file.startsWith("result_"))
+    if (file.startsWith("result_") || file.endsWith(".pvtu"))
         open_results(name);
     else if (file.startsWith("disp_"))
         open_displacements(name);

@@ -64,4 +64,4 @@ _kestralum() {
     fi
 }
 
-complete -o filenames -F _kestralum kestralum kestralum-batch kestralum-new kestralum-open
+complete -o filenames -F _kestralum kestralum kestralum-batch kestralum-large kestralum-new kestralum-open

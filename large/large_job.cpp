@@ -1,0 +1,185 @@
+#include "large/large_job.h"
+
+#include <algorithm>
+
+#include "model/format.h"
+#include "results/result_file.h"
+#include "results/vtu_file.h"
+#include "system/bordered.h"
+
+namespace kestralum {
+
+bool prepare_pieces(LargeJob& large) {
+    const auto& [team, job] = std::tie(large.team, large.job);
+    Freedoms& freedoms = large.system.freedoms;
+    if (!team.stage(job, [&] {
+            return check_analysable(job) && make_run_mesh(job, Renumbering::by_settings, freedoms);
+        }))
+        return false;
+    job.clock.begin("order");
+    if (!team.stage(job, [&] { return number_freedoms(job, freedoms); })) return false;
+    large.system.elasticity = build_elasticity(job.model.materials, job.progress);
+    job.clock.begin("partition");
+    large.partition = partition(team, job.mesh(), freedoms.node_elements);
+    return team.stage(job, [&] {
+        large.piece = make_piece(large.partition, team.rank(), job.mesh(), freedoms.constraints.map);
+        return true;
+    });
+}
+
+bool make_rows(LargeJob& large, bool with_mass, PieceRows& rows, std::vector<double>* diagonal) {
+    const Team& team = large.team;
+    Job& job = large.job;
+    Freedoms& freedoms = large.system.freedoms;
+    job.clock.begin("assemble");
+    if (!team.stage(job, [&] {
+            rows = assemble_rows(job, freedoms, large.system.elasticity, large.piece, with_mass);
+            return rows.error.empty() || job.fail(rows.status, rows.error);
+        }))
+        return false;
+    job.report().total_mass = team.sum(rows.mass_sum) / 3;
+    if (diagonal) {
+        const std::vector<double> all = gather_nodes(team, large.partition, rows.diagonal, 3, true);
+        diagonal->clear();
+        for (const std::int32_t dof : freedoms.numbering.free_dofs) diagonal->push_back(all[dof]);
+    }
+    large.scale = scale_of(team, freedoms, large.piece, rows.km);
+    large.border = make_border(team, job, freedoms, large.piece, rows.km);
+    if (!freedoms.rigid.empty()) leave_members_out(freedoms.rigid, freedoms.numbering);
+    large.system.border.nr = large.border.nr;
+    job.report().free_dofs = std::ssize(freedoms.numbering.free_dofs) + large.border.nr;
+    job.progress.print("rank 0 of %d: %d of %d nodes, %d elements, %ld entries\n", team.size(),
+                       large.piece.owned, job.mesh().node_num(), large.piece.mesh.element_num(),
+                       static_cast<long>(rows.km.row_start[large.piece.owned_dofs()]));
+    if (job.report().free_dofs == 0)
+        job.fail(RunStatus::failed, "the rigid elements and supports leave no motion: nothing to solve");
+    return team.goes_on(job);
+}
+
+LargeMethod chosen_method(const Settings& settings, LargeMethod automatic) {
+    if (settings.solver == "auto") return automatic;
+    return settings.solver == "iterative" ? LargeMethod::multigrid : LargeMethod::direct;
+}
+
+std::vector<double> rows_of(const LargeJob& large, std::span<const double> equations) {
+    const std::vector<std::int32_t>& dof_map = large.system.freedoms.numbering.dof_map;
+    std::vector<double> out(large.piece.owned_dofs(), 0.0);
+    for (std::size_t row = 0; row < out.size(); ++row) {
+        const std::int32_t equation =
+            dof_map[3 * large.piece.nodes[row / 3] + static_cast<std::int32_t>(row % 3)];
+        if (equation >= 0) out[row] = equations[equation];
+    }
+    return out;
+}
+
+std::vector<double> equations_of(const LargeJob& large, std::span<const double> rows,
+                                 std::span<const double> bodies) {
+    const std::vector<double> all = gather_nodes(large.team, large.partition, rows, 3, true);
+    std::vector<double> out;
+    for (const std::int32_t dof : large.system.freedoms.numbering.free_dofs) out.push_back(all[dof]);
+    out.insert(out.end(), bodies.begin(), bodies.end());
+    return out;
+}
+
+void store_large_frame(LargeJob& large, std::shared_ptr<Frame> frame, const PieceStresses& stresses) {
+    if (large.pieces) {
+        const auto own = std::make_shared<Frame>();
+        own->n_freq = frame->n_freq;
+        own->name = frame->name;
+        own->mode_vec = large.piece.of_all(frame->mode_vec);
+        own->node_stress = stresses.nodal;
+        large.frames.push_back(own);
+        frame->node_stress = {};
+        if (large.team.first()) large.job.run.results.push_back(frame);
+        return;
+    }
+    frame->node_stress = gather_stresses(large.team, large.partition, large.piece, stresses.nodal);
+    if (large.team.first()) large.job.run.results.push_back(frame);
+}
+
+namespace {
+
+// The elements that this rank counts, and their nodes: together with those of the others each element once.
+struct CountedPiece {
+    Run run;
+    std::vector<std::int32_t> nodes;  // here -> piece
+    std::vector<std::int32_t> node;   // here -> run, from 1
+};
+
+CountedPiece counted_piece(const LargeJob& large) {
+    const Piece& piece = large.piece;
+    CountedPiece out;
+    std::vector<std::int32_t> number(piece.nodes.size(), -1);
+    for (std::int32_t e = 0; e < piece.mesh.element_num(); ++e)
+        for (const std::int32_t node : piece.mesh.element(e))
+            if (piece.counted[e]) number[node_index(node)] = 0;
+    for (std::size_t n = 0; n < number.size(); ++n)
+        if (number[n] == 0) {
+            number[n] = static_cast<std::int32_t>(out.nodes.size()) + 1;
+            out.nodes.push_back(static_cast<std::int32_t>(n));
+            out.node.push_back(piece.nodes[n] + 1);
+        }
+    Mesh& mesh = out.run.mesh;
+    mesh.element_type = piece.mesh.element_type;
+    for (const std::int32_t n : out.nodes)
+        mesh.coordinates.insert(mesh.coordinates.end(), piece.mesh.node(n), piece.mesh.node(n) + 3);
+    for (std::int32_t e = 0; e < piece.mesh.element_num(); ++e) {
+        if (!piece.counted[e]) continue;
+        for (const std::int32_t node : piece.mesh.element(e))
+            mesh.connectivity.push_back(number[node_index(node)]);
+        mesh.p_ele_part_id.push_back(piece.mesh.p_ele_part_id[e]);
+    }
+    out.run.ana_type = large.job.run.ana_type;
+    out.run.origin = large.job.run.origin;
+    const std::size_t here = piece.mesh.dof_num();
+    for (const std::shared_ptr<Frame>& from : large.frames) {
+        const auto frame = std::make_shared<Frame>(mesh.dof_num());
+        frame->n_freq = from->n_freq;
+        frame->name = from->name;
+        for (std::size_t n = 0; n < out.nodes.size(); ++n) {
+            std::copy_n(&from->mode_vec[3 * out.nodes[n]], 3, &frame->mode_vec[3 * n]);
+            for (std::size_t g = 0; g < stress_groups; ++g)
+                std::copy_n(&from->node_stress[g * here + 3 * out.nodes[n]], 3,
+                            &frame->node_stress[g * frame->mode_vec.size() + 3 * n]);
+        }
+        out.run.results.push_back(frame);
+    }
+    return out;
+}
+
+// The list comes when every piece stands.
+void write_pieces(LargeJob& large) {
+    const CountedPiece own = counted_piece(large);
+    const VtuPiece of{large.job.model, own.run, own.node};
+    const auto told = [&](const std::string& fault) {
+        return fault.empty() || large.job.fail_to_write(fault);
+    };
+    if (!large.team.stage(large.job,
+                          [&] { return told(write_vtu_piece(of, large.team.rank(), large.job.progress)); }))
+        return;
+    large.team.stage(large.job, [&] {
+        return !large.team.first() || told(write_pvtu(of, large.team.size(), large.job.progress));
+    });
+}
+
+}  // namespace
+
+void write_large(LargeJob& large, std::int32_t columns) {
+    Job& job = large.job;
+    job.clock.begin("write");
+    job.report().kept = true;
+    if (large.pieces) {
+        write_pieces(large);
+    } else {
+        large.team.stage(job, [&] {
+            return !large.team.first() ||
+                   write_results(job.model, job.run, std::max(columns, job.run.mode_num()), Publish::now,
+                                 job.progress) ||
+                   job.fail_to_write("the result file cannot be written");
+        });
+        job.report().written = job.report().status == RunStatus::done;
+    }
+    job.clock.end();
+}
+
+}  // namespace kestralum

@@ -1,0 +1,126 @@
+#include "large/team.h"
+
+#include <new>
+#include <numeric>
+
+namespace kestralum {
+
+namespace {
+
+// Values that go in one message: counts of MPI are of 32 bits.
+constexpr std::size_t most_values = std::size_t(1) << 28;
+
+}  // namespace
+
+Team::Team(MPI_Comm comm) : comm_(comm) {
+    MPI_Comm_rank(comm, &rank_);
+    MPI_Comm_size(comm, &size_);
+}
+
+void Team::sum(std::span<double> values) const {
+    // a sum at one place and its copies: a sum on every rank need not have the same bits on all
+    for (std::size_t at = 0; at < values.size(); at += most_values) {
+        const auto part = values.subspan(at, std::min(most_values, values.size() - at));
+        const int count = static_cast<int>(part.size());
+        MPI_Reduce(first() ? MPI_IN_PLACE : part.data(), part.data(), count, MPI_DOUBLE, MPI_SUM, 0, comm_);
+        MPI_Bcast(part.data(), count, MPI_DOUBLE, 0, comm_);
+    }
+}
+
+double Team::sum(double value) const {
+    sum(std::span(&value, 1));
+    return value;
+}
+
+std::int64_t Team::sum(std::int64_t value) const {
+    MPI_Allreduce(MPI_IN_PLACE, &value, 1, MPI_INT64_T, MPI_SUM, comm_);
+    return value;
+}
+
+double Team::largest(double value) const {
+    MPI_Allreduce(MPI_IN_PLACE, &value, 1, MPI_DOUBLE, MPI_MAX, comm_);
+    return value;
+}
+
+bool Team::any(bool here) const {
+    int flag = here;
+    MPI_Allreduce(MPI_IN_PLACE, &flag, 1, MPI_INT, MPI_MAX, comm_);
+    return flag != 0;
+}
+
+void Team::share(std::vector<std::int32_t>& values) const {
+    std::int64_t count = std::ssize(values);
+    MPI_Bcast(&count, 1, MPI_INT64_T, 0, comm_);
+    values.resize(count);
+    MPI_Bcast(values.data(), static_cast<int>(count), MPI_INT32_T, 0, comm_);
+}
+
+void Team::share(std::string& text) const {
+    int length = static_cast<int>(text.size());
+    MPI_Bcast(&length, 1, MPI_INT, 0, comm_);
+    text.resize(length);
+    MPI_Bcast(text.data(), length, MPI_CHAR, 0, comm_);
+}
+
+std::vector<int> Team::counts_of(std::size_t here) const {
+    std::vector<int> counts(size_);
+    const int own = static_cast<int>(here);
+    MPI_Allgather(&own, 1, MPI_INT, counts.data(), 1, MPI_INT, comm_);
+    return counts;
+}
+
+std::vector<double> Team::gathered(std::span<const double> values, bool everywhere) const {
+    const std::vector<int> counts = counts_of(values.size());
+    std::vector<int> starts(counts.size(), 0);
+    std::partial_sum(counts.begin(), counts.end() - 1, starts.begin() + 1);
+    std::vector<double> all;
+    if (first() || everywhere) all.resize(std::size_t(starts.back()) + counts.back());
+    const int own = static_cast<int>(values.size());
+    if (everywhere)
+        MPI_Allgatherv(values.data(), own, MPI_DOUBLE, all.data(), counts.data(), starts.data(), MPI_DOUBLE,
+                       comm_);
+    else
+        MPI_Gatherv(values.data(), own, MPI_DOUBLE, all.data(), counts.data(), starts.data(), MPI_DOUBLE, 0,
+                    comm_);
+    return all;
+}
+
+std::vector<double> Team::gather(std::span<const double> values) const {
+    return gathered(values, false);
+}
+
+std::vector<double> Team::gather_everywhere(std::span<const double> values) const {
+    return gathered(values, true);
+}
+
+bool Team::goes_on(Job& job) const {
+    const bool stopped = any(job.progress.cancelled());
+    if (stopped) job.progress.cancel();
+    RunReport& report = job.report();
+    const bool failed = report.status != RunStatus::done && report.status != RunStatus::cancelled;
+    int worst = failed ? rank_ : size_;
+    MPI_Allreduce(MPI_IN_PLACE, &worst, 1, MPI_INT, MPI_MIN, comm_);
+    if (worst == size_) return job.goes_on();
+    int status = static_cast<int>(report.status);
+    MPI_Bcast(&status, 1, MPI_INT, worst, comm_);
+    std::string text = report.remarks.errors.empty() ? std::string() : report.remarks.errors.front();
+    int length = static_cast<int>(text.size());
+    MPI_Bcast(&length, 1, MPI_INT, worst, comm_);
+    text.resize(length);
+    MPI_Bcast(text.data(), length, MPI_CHAR, worst, comm_);
+    report.status = static_cast<RunStatus>(status);
+    report.remarks.errors.assign(1, text);
+    return false;
+}
+
+bool Team::stage(Job& job, const std::function<bool()>& work) const {
+    try {
+        work();
+    } catch (const std::bad_alloc&) {
+        job.fail(RunStatus::failed, "not enough memory for this model on rank " + std::to_string(rank_) +
+                                        " of " + std::to_string(size_));
+    }
+    return goes_on(job);
+}
+
+}  // namespace kestralum

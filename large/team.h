@@ -1,0 +1,59 @@
+// The processes that compute one model together, each a rank of MPI. Every rank runs the same stages on its
+// own piece of the mesh; what follows from the model alone is computed by each for itself.
+//
+// All functions are collective: every rank calls them, in the same order.
+#pragma once
+
+#include <mpi.h>
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "system/job.h"
+
+namespace kestralum {
+
+class Team {
+public:
+    explicit Team(MPI_Comm comm);
+
+    MPI_Comm comm() const { return comm_; }
+    int rank() const { return rank_; }
+    int size() const { return size_; }
+    bool first() const { return rank_ == 0; }  // the rank that prints and writes
+
+    // Sums over the ranks, the same bits on each of them.
+    void sum(std::span<double> values) const;
+    double sum(double value) const;
+    std::int64_t sum(std::int64_t value) const;
+    double largest(double value) const;
+    bool any(bool here) const;
+
+    // Makes `values` those of the first rank.
+    void share(std::vector<std::int32_t>& values) const;
+    void share(std::string& text) const;
+
+    // Sends every rank's values to the first one, rank after rank; nothing comes back on the others.
+    std::vector<double> gather(std::span<const double> values) const;
+    // The same on every rank.
+    std::vector<double> gather_everywhere(std::span<const double> values) const;
+
+    // Whether every rank can go on: where one has failed, all get the status and the error of the lowest such
+    // rank; where one was asked to stop, all stop.
+    bool goes_on(Job& job) const;
+    // Does the work of this rank alone, no collective call in it, then goes_on(); a lack of memory is a
+    // failure.
+    bool stage(Job& job, const std::function<bool()>& work) const;
+
+private:
+    std::vector<int> counts_of(std::size_t here) const;
+    std::vector<double> gathered(std::span<const double> values, bool everywhere) const;
+
+    MPI_Comm comm_;
+    int rank_ = 0, size_ = 1;
+};
+
+}  // namespace kestralum
