@@ -23,10 +23,13 @@ PetscErrorCode tell_once(MPI_Comm, int, const char*, const char*, PetscErrorCode
     if (type != PETSC_ERROR_INITIAL) return code;
     const std::string_view all = text ? text : "unknown";
     const std::string line(all.substr(0, all.find('\n')));
-    if (code == PETSC_ERR_MEM)
+    const char* what = nullptr;
+    PetscErrorMessage(code, &what, nullptr);
+    // an allocation that fails inside PetscMalloc hands over its place in the source in place of a code
+    if (code == PETSC_ERR_MEM || !what)
         std::fprintf(stderr, "not enough memory for this model on rank %d\n", rank_here());
     else
-        std::fprintf(stderr, "rank %d: the solver library failed: %s\n", rank_here(), line.c_str());
+        std::fprintf(stderr, "rank %d: the solver library failed: %s (%s)\n", rank_here(), line.c_str(), what);
     std::fflush(stderr);
     return code;
 }
