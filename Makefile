@@ -1,7 +1,7 @@
 # Short names; scripts/ holds the work.
 .PHONY: build run test bench fuzz pictures format
 build:
-	scripts/prepare build window cad && scripts/build release
+	scripts/prepare build window cad python && scripts/build release
 run:
 	scripts/run
 test:

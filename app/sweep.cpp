@@ -219,17 +219,24 @@ private:
         for (std::size_t a = 0; a < plan_.axes.size(); ++a)
             overrides.push_back({plan_.axes[a].name, sweep_number(row.parameters[a])});
         model.mesh = {};
-        const ModelReadReport report = read_input_file(model, overrides, silent);
+        const ModelReadReport report = plan_.model_text
+                                           ? read_input_text(model, *plan_.model_text, overrides, silent)
+                                           : read_input_file(model, overrides, silent);
         row.status = RunStatus::bad_input;
         row.error = first_line(report.remarks.errors, "the model cannot be read");
         if (!report.ok) return false;
-        const AnalysisInfoReport control = read_analysis_info_file(model, silent);
+        const AnalysisInfoReport control = read_control(model, silent);
         row.error = first_line(control.remarks.errors, "the control file cannot be read");
         if (control.status == AnalysisInfoStatus::wrong) return false;
         row.status = RunStatus::done;
         row.error.clear();
         seconds = seconds_since(start);
         return true;
+    }
+
+    AnalysisInfoReport read_control(Model& model, Progress& silent) const {
+        if (plan_.control_text) return read_analysis_info_text(model, *plan_.control_text, silent);
+        return plan_.model_text ? AnalysisInfoReport{} : read_analysis_info_file(model, silent);
     }
 
     std::string folder_name(const SweepRow& row) const {
@@ -289,7 +296,8 @@ private:
 std::string unknown_parameter(const SweepPlan& plan, const Progress& progress) {
     std::string error;
     const std::string& file = plan.base.model_file_name;
-    const std::vector<FileParameter> defined = file_parameters(file, error, progress);
+    const std::vector<FileParameter> defined = plan.model_text ? text_parameters(*plan.model_text, progress)
+                                                               : file_parameters(file, error, progress);
     if (!error.empty()) return error;
     for (const SweepAxis& axis : plan.axes)
         if (std::ranges::find(defined, axis.name, &FileParameter::name) == defined.end())

@@ -35,9 +35,10 @@ std::string sweep_number(double value);
 struct SweepPlan {
     Model base;  // names the model file, and has the tables that the file leaves out; its mesh is not used
     const AnalysisEntry* analysis = nullptr;
-    std::vector<SweepAxis> axes;               // one or two; the values of the second run fastest
-    std::vector<ParameterOverride> overrides;  // of other parameters, the same in each run
-    RunOptions options;                        // its log folder is the sweep's
+    std::optional<std::string> model_text, control_text;  // in place of the two files, which are not opened
+    std::vector<SweepAxis> axes;                          // one or two; the values of the second run fastest
+    std::vector<ParameterOverride> overrides;             // of other parameters, the same in each run
+    RunOptions options;                                   // its log folder is the sweep's
     Settings settings;
 
     std::size_t runs() const;

@@ -378,6 +378,18 @@ bool stands(std::string_view stored) {
            std::filesystem::file_type::not_found;
 }
 
+void no_memory(InputRemarks& remarks, AnalysisInfoReport& report) {
+    remarks.error("not enough memory to read it");
+    report.status = AnalysisInfoStatus::wrong;
+}
+
+void end_reading(InputRemarks& remarks, AnalysisInfoReport& report, Progress& progress) {
+    remarks.close();
+    if (report.status == AnalysisInfoStatus::wrong && progress.cancelled())
+        report.remarks.errors = {report.file_name + ": stopped on request"};
+    print_remarks(report.remarks, progress);
+}
+
 }  // namespace
 
 int last_dot(std::string_view model_file_name) {
@@ -412,13 +424,22 @@ AnalysisInfoReport read_analysis_info_file(Model& model, Progress& progress) {
             progress.print("FILE CLOSE !!\n");
         }
     } catch (const std::bad_alloc&) {
-        remarks.error("not enough memory to read it");
-        report.status = AnalysisInfoStatus::wrong;
+        no_memory(remarks, report);
     }
-    remarks.close();
-    if (report.status == AnalysisInfoStatus::wrong && progress.cancelled())
-        report.remarks.errors = {report.file_name + ": stopped on request"};
-    print_remarks(report.remarks, progress);
+    end_reading(remarks, report, progress);
+    return report;
+}
+
+AnalysisInfoReport read_analysis_info_text(Model& model, std::string_view text, Progress& progress) {
+    AnalysisInfoReport report;
+    report.file_name = analysis_info_file_name(model.model_file_name);
+    InputRemarks remarks(report.file_name, report.remarks);
+    try {
+        report.status = read_control_text(text, model, remarks, report, progress);
+    } catch (const std::bad_alloc&) {
+        no_memory(remarks, report);
+    }
+    end_reading(remarks, report, progress);
     return report;
 }
 

@@ -34,6 +34,9 @@ struct AnalysisInfoReport {
 // the error "stopped on request".
 AnalysisInfoReport read_analysis_info_file(Model& model, Progress& progress);
 
+// The same of a text that is at hand; the file is not looked for.
+AnalysisInfoReport read_analysis_info_text(Model& model, std::string_view text, Progress& progress);
+
 // Place of the last "." in the file's own name, -1 if there is none: folders do not count.
 int last_dot(std::string_view model_file_name);
 

@@ -7,13 +7,15 @@ namespace kestralum {
 
 std::vector<FileParameter> file_parameters(const std::string& model_file_name, std::string& error,
                                            const Progress& progress) {
-    std::vector<FileParameter> parameters;
     std::string text, reason;
     error.clear();
-    if (!paths::read_text(model_file_name, text, reason)) {
-        error = model_file_name + ": " + reason;
-        return parameters;
-    }
+    if (paths::read_text(model_file_name, text, reason)) return text_parameters(text, progress);
+    error = model_file_name + ": " + reason;
+    return {};
+}
+
+std::vector<FileParameter> text_parameters(std::string_view text, const Progress& progress) {
+    std::vector<FileParameter> parameters;
     for (const FileSection& section : split_sections(text, progress).sections) {
         if (section.keyword != Keyword::parameter) continue;
         parameters.clear();

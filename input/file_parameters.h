@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "model/progress.h"
@@ -17,5 +18,8 @@ struct FileParameter {
 // stop.
 std::vector<FileParameter> file_parameters(const std::string& model_file_name, std::string& error,
                                            const Progress& progress);
+
+// The same of a text that is at hand.
+std::vector<FileParameter> text_parameters(std::string_view text, const Progress& progress);
 
 }  // namespace kestralum

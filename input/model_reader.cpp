@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <iostream>
 #include <new>
 #include <set>
@@ -245,17 +246,15 @@ bool mesh_model(Model& model, InputRemarks& remarks, Progress& progress) {
     return true;
 }
 
-// The file's text in place of what it names in `model`; false with an error in `remarks` or after a stop.
-bool read_and_mesh(std::span<const ParameterOverride> overrides, Model& model, InputRemarks& remarks,
-                   ModelReadReport& report, Progress& progress) {
+// Where a model's text comes from: false with an error in the remarks where it cannot be had.
+using TextSource = std::function<bool(std::string& text, InputRemarks& remarks)>;
+
+// The text in place of what it names in `model`; false with an error in `remarks` or after a stop.
+bool read_and_mesh(const TextSource& source, std::span<const ParameterOverride> overrides, Model& model,
+                   InputRemarks& remarks, ModelReadReport& report, Progress& progress) {
     const auto start = Clock::now();
-    std::string text, reason;
-    if (!paths::read_text(model.model_file_name, text, reason)) {
-        progress.print("INPUT FILE OPEN ERROR\n");
-        remarks.error(reason);
-        return false;
-    }
-    progress.print("INPUT FILE OPEN !!\n");
+    std::string text;
+    if (!source(text, remarks)) return false;
     const bool good = read_tables(text, overrides, model, remarks, report, progress);
     report.read_seconds = seconds_since(start);
     if (!good) return false;
@@ -265,19 +264,16 @@ bool read_and_mesh(std::span<const ParameterOverride> overrides, Model& model, I
     return meshed;
 }
 
-}  // namespace
-
-ModelReadReport read_input_file(Model& model, std::span<const ParameterOverride> overrides,
-                                Progress& progress) {
+ModelReadReport read_from(const TextSource& source, const std::string& file_name, Model& model,
+                          std::span<const ParameterOverride> overrides, Progress& progress) {
     progress.set_stage("read");
     ModelReadReport report;
-    const std::string file_name =
-        model.model_file_name.empty() ? ask_for_file_name(progress) : model.model_file_name;
     InputRemarks remarks(file_name, report.remarks);
     try {
         Model read = model;
         read.model_file_name = file_name;
-        report.ok = read_and_mesh(overrides, read, remarks, report, progress) && !progress.cancelled();
+        report.ok =
+            read_and_mesh(source, overrides, read, remarks, report, progress) && !progress.cancelled();
         if (report.ok) {
             read.source = ModelSource::model_file;
             model = std::move(read);
@@ -289,6 +285,34 @@ ModelReadReport read_input_file(Model& model, std::span<const ParameterOverride>
     if (!report.ok && progress.cancelled()) report.remarks.errors = {file_name + ": stopped on request"};
     print_remarks(report.remarks, progress);
     return report;
+}
+
+}  // namespace
+
+ModelReadReport read_input_file(Model& model, std::span<const ParameterOverride> overrides,
+                                Progress& progress) {
+    const std::string file_name =
+        model.model_file_name.empty() ? ask_for_file_name(progress) : model.model_file_name;
+    const auto from_file = [&](std::string& text, InputRemarks& remarks) {
+        std::string reason;
+        if (!paths::read_text(file_name, text, reason)) {
+            progress.print("INPUT FILE OPEN ERROR\n");
+            remarks.error(reason);
+            return false;
+        }
+        progress.print("INPUT FILE OPEN !!\n");
+        return true;
+    };
+    return read_from(from_file, file_name, model, overrides, progress);
+}
+
+ModelReadReport read_input_text(Model& model, std::string_view text,
+                                std::span<const ParameterOverride> overrides, Progress& progress) {
+    const auto at_hand = [&](std::string& copy, InputRemarks&) {
+        copy = text;
+        return true;
+    };
+    return read_from(at_hand, std::string(model.model_file_name), model, overrides, progress);
 }
 
 }  // namespace kestralum

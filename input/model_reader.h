@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "model/model.h"
@@ -37,5 +38,10 @@ struct ModelReadReport {
 // nothing; a stop that `progress` asks for is the error "stopped on request".
 ModelReadReport read_input_file(Model& model, std::span<const ParameterOverride> overrides,
                                 Progress& progress);
+
+// The same of a text that is at hand: model.model_file_name is what remarks and results are named after, and
+// no file of that name is opened.
+ModelReadReport read_input_text(Model& model, std::string_view text,
+                                std::span<const ParameterOverride> overrides, Progress& progress);
 
 }  // namespace kestralum

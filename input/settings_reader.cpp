@@ -183,7 +183,8 @@ private:
     bool ended_ = false;
 };
 
-// The size of the team that a parallel region gets when it asks for nothing.
+}  // namespace
+
 std::int32_t count_available_threads() {
     std::int32_t team = 1;
 #pragma omp parallel
@@ -191,8 +192,6 @@ std::int32_t count_available_threads() {
     team = omp_get_num_threads();
     return team;
 }
-
-}  // namespace
 
 Settings parse_settings(std::string_view text, std::string_view file_name, std::int32_t available_threads,
                         Progress& progress) {

@@ -22,4 +22,7 @@ SettingsStatus read_setting_file(std::string_view file_name, Settings& settings,
 Settings parse_settings(std::string_view text, std::string_view file_name, std::int32_t available_threads,
                         Progress& progress);
 
+// The size of the team that a parallel region gets when it asks for nothing.
+std::int32_t count_available_threads();
+
 }  // namespace kestralum

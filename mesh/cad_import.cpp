@@ -1,5 +1,6 @@
 #include "mesh/cad_import.h"
 
+#include <dlfcn.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,6 +23,18 @@ namespace {
 
 constexpr double silence_limit = 600;  // s: the mesher tells of each step
 constexpr const char* mesher_name = "kestralum-mesher";
+
+// Beside the program, or beside the library with this code where the program is Python; empty where it is
+// not.
+std::string find_mesher() {
+    std::error_code fault;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", fault).parent_path() / mesher_name;
+    if (!fault && std::filesystem::exists(program, fault)) return program.string();
+    Dl_info here{};
+    if (::dladdr(reinterpret_cast<const void*>(&find_mesher), &here) == 0 || !here.dli_fname) return {};
+    const auto beside = std::filesystem::path(here.dli_fname).parent_path() / mesher_name;
+    return std::filesystem::exists(beside, fault) ? beside.string() : std::string();
+}
 
 std::string exact(double value) {
     char text[32];
@@ -110,19 +123,18 @@ private:
 
     // Has the file meshed into `text` and the kept file.
     bool divide(std::string& text) {
-        std::error_code fault;
-        const auto program =
-            std::filesystem::read_symlink("/proc/self/exe", fault).parent_path() / mesher_name;
-        if (fault || !std::filesystem::exists(program, fault))
+        const std::string program = find_mesher();
+        if (program.empty())
             return fail(": " + std::string(mesher_name) +
                         ", which divides CAD files, is not beside the program: it is built where the Gmsh "
                         "library is installed");
         const std::string fresh = fresh_name();
-        const bool good = run_mesher(program.string(), fresh) && read_fresh(fresh, text);
+        const bool good = run_mesher(program, fresh) && read_fresh(fresh, text);
+        std::error_code ignored;
         if (good)
             keep(fresh, text);
         else
-            std::filesystem::remove(fresh, fault);
+            std::filesystem::remove(fresh, ignored);
         return good;
     }
     // Beside the model, or in the system's folder where that one cannot be written to.

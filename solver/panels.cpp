@@ -209,6 +209,14 @@ void use_serial_blas() {
     openblas_set_num_threads(1);
 }
 
+int blas_threads() {
+    return openblas_get_num_threads();
+}
+
+void set_blas_threads(int threads) {
+    openblas_set_num_threads(threads);
+}
+
 // Long enough that the calls of all threads are under way at the same time.
 void take_blas_buffers() {
     use_serial_blas();

@@ -111,6 +111,9 @@ const char* better_blas_kernels();
 
 // Keeps OpenBLAS to one thread: the parallel loops are ours.
 void use_serial_blas();
+// How many threads OpenBLAS has, one number for the whole process, where others use it too.
+int blas_threads();
+void set_blas_threads(int threads);
 
 // Makes OpenBLAS take the buffers of all threads that will call it, at once: where a limit of address space
 // leaves it none in the middle of a run it would try for ever.

@@ -35,7 +35,7 @@ for room in model mesh input conditions elements fields solver system analysis r
         done
     done
 done
-if grep -lE '#include <(Q[A-Z]|GL/)' model/* mesh/* input/* conditions/* elements/* fields/* solver/* system/* analysis/* analysis/*/* results/* large/* view/*.h view/*.cpp app/batch/* app/*.* 2>/dev/null; then
+if grep -lE '#include <(Q[A-Z]|GL/)' model/* mesh/* input/* conditions/* elements/* fields/* solver/* system/* analysis/* analysis/*/* results/* large/* view/*.h view/*.cpp app/batch/* app/python/* app/*.* 2>/dev/null; then
     echo "the files above include Qt or OpenGL"
     fail=1
 fi

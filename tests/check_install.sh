@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs a build into a folder of its own and uses it as somebody who has nothing else: settings and models from
 # kestralum-new, the programs finding each other, manual pages that tell every option and no other.
-# Usage: check_install.sh BUILD_DIR
+# Usage: check_install.sh BUILD_DIR VERSION PYTHON
 set -u
 build=$1
 folder=$(mktemp -d)
@@ -52,6 +52,14 @@ cp second/setting/setting.txt first/setting/ && cd first || exit 2
 if [ -x "$bin/kestralum-mesher" ]; then
     "$bin/kestralum-batch" check data/step_bracket.txt --set h=30 --set order=1 --quiet >out 2>&1 &&
         grep -q "4-node tetrahedron" out || wrong "the mesher is not found: $(cat out)"
+fi
+
+module=$(find "$folder/usr/lib" -name kestralum.py)
+if [ -n "$module" ]; then
+    (cd "$folder/work/first" && PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=$(dirname "$module") "${3:-python3}" -c '
+import kestralum, sys
+run = kestralum.read("data/rigid_joint.txt").run("static")
+sys.exit(kestralum.version != sys.argv[1] or len(run) != 1)' "$2" >out 2>&1) || wrong "the module: $(cat "$folder/work/first/out")"
 fi
 
 if [ -x "$bin/kestralum" ]; then

@@ -36,6 +36,12 @@ Outcome read_text(const std::string& text, const Model& before = two_materials()
     if (report.status != AnalysisInfoStatus::read) {
         EXPECT_EQ(digest(model), digest(before)) << text;
     }
+    Model of_text = before;  // a text at hand reads as the file does
+    of_text.model_file_name = model.model_file_name;
+    Collected told;
+    EXPECT_EQ(read_analysis_info_text(of_text, text, told).status, report.status);
+    EXPECT_EQ(told.errors + told.notices, c.errors + c.notices);
+    EXPECT_EQ(digest(of_text), digest(model));
     const std::size_t name = c.lines.find("analysis_info_file_name:");
     return {model, report, c.lines.substr(c.lines.find('\n', name) + 1), c.errors, c.notices};
 }

@@ -30,6 +30,12 @@ Outcome read_text(const std::string& text, const std::vector<ParameterOverride>&
     if (!report.ok) {
         EXPECT_EQ(digest(model), digest(before)) << text;
     }
+    Model of_text = before;  // a text at hand reads as the file does
+    of_text.model_file_name = model.model_file_name;
+    Collected told;
+    EXPECT_EQ(read_input_text(of_text, text, overrides, told).ok, report.ok);
+    EXPECT_EQ(told.errors + told.notices, console.errors + console.notices);
+    EXPECT_EQ(digest(of_text), digest(model));
     return {model, report, console.lines, console.errors, console.notices};
 }
 
