@@ -286,7 +286,12 @@ CaseOutcome VerifyRunner::run(const VerifyCase& one, Progress& progress) {
         out.fault = first_error(read.remarks, "the model cannot be read");
         return out;
     }
-    read_analysis_info_file(model, silent);
+    const AnalysisInfoReport control = read_analysis_info_file(model, silent);
+    out.notes.insert(out.notes.end(), control.remarks.notices.begin(), control.remarks.notices.end());
+    if (control.status == AnalysisInfoStatus::wrong) {
+        out.fault = first_error(control.remarks, "the control file cannot be read");
+        return out;
+    }
     RunOptions options;
     options.log_folder = log_folder_;
     options.hexahedra = one.hexahedra;
