@@ -68,6 +68,15 @@ TEST_F(Verify, TellsEachCheckAndCountsThem) {
     EXPECT_TRUE(contains(this->run("verify pulled").out, "MISSED: verify/bar.ana: token 4 'what'"));
 }
 
+// Without a folder of cases those of the source tree are taken, or the ones installed.
+TEST_F(Verify, TakesTheCasesBesideTheProgram) {
+    if (!std::filesystem::exists(KESTRALUM_BINARY_DIR "/../verify/cases.txt"))
+        GTEST_SKIP() << "the build stands outside the source tree";
+    const Ended run = this->run("verify patch_hex --quiet");
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_TRUE(contains(run.out, "1 case: 12 checks met, 0 missed, 1 shown\n")) << run.out;
+}
+
 // A misspelt parameter changes nothing, and is told; an expression without a value is not told by the page.
 TEST_F(Verify, TellsWhatAParameterIsNot) {
     folder.write("cases.txt", replaced(cases, "set=P=2000", "set=P=2000 set=PP=7"));
