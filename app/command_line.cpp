@@ -74,10 +74,15 @@ void CommandLine::add_footer(const std::string& text) {
 std::string CommandLine::parse(std::span<const char* const> arguments) {
     std::size_t positionals =
         app_->get_options([](const CLI::Option* option) { return option->get_positional(); }).size();
+    const std::size_t all_positionals = positionals;
+    passed_over_empty_ = false;
     std::vector<std::string> words;
     for (std::size_t k = 0; k < arguments.size(); ++k) {
         const std::string word = arguments[k];
-        if (word.empty() && positionals > 0) continue;
+        if (word.empty() && positionals > 0) {
+            passed_over_empty_ = passed_over_empty_ || positionals < all_positionals;
+            continue;
+        }
         words.push_back(word);
         if (word.size() < 2 || word[0] != '-') {
             positionals -= positionals > 0;

@@ -53,10 +53,13 @@ public:
     // value is the word behind it, whatever that begins with; "--log=DIR" and "-hx" are no options. An empty
     // word where a positional one is wanted counts for none.
     std::string parse(std::span<const char* const> arguments);
+    // Whether the last line that was read had an empty word behind its first positional argument.
+    bool passed_over_empty() const { return passed_over_empty_; }
     std::string help_text() const;
 
 private:
     std::unique_ptr<CLI::App> app_;
+    bool passed_over_empty_ = false;
 };
 
 }  // namespace kestralum

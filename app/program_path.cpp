@@ -26,9 +26,12 @@ std::string shared_file(const std::string& name) {
     namespace fs = std::filesystem;
     std::error_code fault, none;
     if (fs::exists(name, none)) return name;
-    const fs::path installed =
-        fs::read_symlink("/proc/self/exe", fault).parent_path().parent_path() / "share/kestralum" / name;
-    return !fault && fs::is_regular_file(installed, none) ? installed.string() : name;
+    const fs::path beside = fs::read_symlink("/proc/self/exe", fault).parent_path(),
+                   above = beside.parent_path();
+    if (fault) return name;
+    for (const fs::path& folder : {beside, above, above / "share/kestralum"})
+        if (fs::is_regular_file(folder / name, none)) return folder / name;
+    return name;
 }
 
 }  // namespace kestralum

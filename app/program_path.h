@@ -11,8 +11,8 @@ std::string program_on_path(const std::string& name);
 // The program of this name in the folder of this one; empty: there is none.
 std::string program_beside(const std::string& name);
 
-// `name` as it stands where that is a file here, or where it is none that is installed with this program (in
-// ../share/kestralum of the program's folder); else the installed file.
+// `name` as it stands where that is a file here or nowhere; else the file of this name in the program's
+// folder, in the one above, where the program was built, or in ../share/kestralum, where it is installed.
 std::string shared_file(const std::string& name);
 
 }  // namespace kestralum

@@ -46,6 +46,11 @@ void print_folded(const std::string& head, const std::string& text, Progress& pr
     print_row(line, progress);
 }
 
+// "1 case", "2 cases"
+std::string counted(std::size_t number, const char* what) {
+    return formatted("%zu %s%s", number, what, number == 1 ? "" : "s");
+}
+
 struct Totals {
     std::array<int, 4> of{};  // by verdict
     int operator[](Verdict verdict) const { return of[static_cast<std::size_t>(verdict)]; }
@@ -71,6 +76,7 @@ void print_case(const CaseOutcome& outcome, Progress& progress) {
                       progress);
         seconds.clear();
     }
+    for (const std::string& note : outcome.notes) print_folded("  note: ", note, progress);
     if (!outcome.is->weak.empty()) print_folded("  weak: ", outcome.is->weak, progress);
 }
 
@@ -82,18 +88,18 @@ void print_list(const VerifySelection& selection, Progress& progress) {
                   progress);
         if (!one->source.empty()) print_folded("    ", one->source, progress);
     }
-    progress.summary("%d case%s\n", selection.judged, selection.judged == 1 ? "" : "s");
+    progress.summary("%s\n", counted(selection.judged, "case").c_str());
 }
 
 void print_totals(const VerifySelection& selection, const Totals& totals, Progress& progress) {
-    progress.summary("%d case%s: %d checks met, %d missed, %d shown\n", selection.judged,
-                     selection.judged == 1 ? "" : "s", totals[Verdict::met], totals[Verdict::missed],
+    progress.summary("%s: %d checks met, %d missed, %d shown\n", counted(selection.judged, "case").c_str(),
+                     totals[Verdict::met], totals[Verdict::missed],
                      totals[Verdict::shown] + totals[Verdict::weak]);
     if (totals[Verdict::weak] > 0)
         progress.summary("%d of those shown are of formulations that are known to be bad there\n",
                          totals[Verdict::weak]);
     if (selection.left_out > 0)
-        progress.summary("%d long case%s left out\n", selection.left_out, selection.left_out == 1 ? "" : "s");
+        progress.summary("%s left out\n", counted(selection.left_out, "long case").c_str());
 }
 
 // The day in Greenwich.
@@ -137,8 +143,8 @@ bool write_page(const VerifyOptions& options, std::span<const CaseOutcome> outco
         page.families[k].png = std::move(pictures.png[k]);
         drawn += !page.families[k].png.empty();
         if (page.families[k].png.empty() && page.no_pictures.empty())
-            progress.summary("note: %s: the window program has drawn no picture\n",
-                             page.families[k].name.c_str());
+            progress.summary("note: %s: the window program has drawn no picture: %s\n",
+                             page.families[k].name.c_str(), pictures.faults[k].c_str());
     }
     if (!page.no_pictures.empty()) progress.summary("note: no pictures: %s\n", page.no_pictures.c_str());
     const std::string html = verify_html(page);
@@ -146,8 +152,8 @@ bool write_page(const VerifyOptions& options, std::span<const CaseOutcome> outco
         options.report, options.log_folder, [&](TextOutput& file) { file.write(html); }, progress);
     if (!fault.empty()) progress.error("%s", fault.c_str());
     if (fault.empty())
-        progress.summary("%-22s %s, %zu problems, %zu pictures\n", "page", options.report.c_str(),
-                         page.families.size(), drawn);
+        progress.summary("%-22s %s, %s, %s\n", "page", options.report.c_str(),
+                         counted(page.families.size(), "problem").c_str(), counted(drawn, "picture").c_str());
     return fault.empty();
 }
 
@@ -208,8 +214,8 @@ VerifyStatus verify_with_ccx(const VerifySelection& selection, const VerifyOptio
            : good                                        ? met
                                                          : missed);
     }
-    progress.summary("%d cases agree with CalculiX, %d missed, %d shown, %d left out\n", met, missed, shown,
-                     left_out);
+    progress.summary("%s agree%s with CalculiX, %d missed, %d shown, %d left out\n",
+                     counted(met, "case").c_str(), met == 1 ? "s" : "", missed, shown, left_out);
     return missed == 0 ? VerifyStatus::all_met : VerifyStatus::some_missed;
 }
 
@@ -272,10 +278,11 @@ VerifyStatus verify(const VerifyOptions& options, const Settings& settings, Prog
         return stopped(progress);
     std::vector<OrdersRow> rows;
     bool found = true;
+    if (!orders.empty()) print_orders_head(progress);
     for (const std::string& analysis : orders)
         found = found && find_orders({options.log_folder, choice.quick, analysis}, settings, progress, rows);
     if (progress.cancelled()) return stopped(progress);
-    if (!orders.empty()) print_orders(rows, progress);
+    if (!orders.empty()) print_orders_totals(rows, progress);
     if (!found) return VerifyStatus::some_missed;
     if (!options.report.empty() && !write_page(options, outcomes, selection.left_out, rows, progress))
         return progress.cancelled() ? stopped(progress) : VerifyStatus::no_page;

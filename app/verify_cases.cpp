@@ -1,6 +1,7 @@
 #include "app/verify_cases.h"
 
 #include <algorithm>
+#include <set>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -176,6 +177,7 @@ private:
     // A record of the name of one that was taken over takes its place.
     void read_checks(VerifyCase& one) {
         const std::size_t taken_over = one.checks.size();
+        std::set<std::string> said;
         Token token = next();
         while (remarks_.ok() && !token.text.starts_with('%')) {
             if (token.text.empty()) {
@@ -189,6 +191,7 @@ private:
             VerifyCheck& check = one.checks[at] = {};
             check.name = token.text;
             if (!is_parameter_name(check.name)) expected(token, "a name that expressions can use");
+            if (!said.insert(check.name).second) expected(token, "a name that no check of the case has");
             read_quantity(check);
             read_expectation(check);
             token = read_options(check);

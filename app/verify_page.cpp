@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "app/html_text.h"
+#include "app/program_commit.h"
 #include "app/svg_chart.h"
 #include "model/format.h"
 #include "model/paths.h"
@@ -73,7 +74,8 @@ std::string head(const VerifyPage& page) {
         cases += family.cases.size();
     }
     HtmlTable table({});
-    table.add({"Program", std::string("KESTRALUM ") + program_version});
+    const std::string commit = *program_commit ? std::string(", commit ") + program_commit : std::string();
+    table.add({"Program", std::string("KESTRALUM ") + program_version + commit});
     table.add({"Date", page.date});
     if (cases > 0) table.add({"Cases", formatted("%zu, of ", cases) + page.cases_file});
     if (page.left_out > 0) table.add({"Left out", formatted("%d long cases", page.left_out)});

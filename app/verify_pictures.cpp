@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "app/program_path.h"
+#include "input/input_remarks.h"
 #include "mesh/child_process.h"
 #include "model/paths.h"
 
@@ -66,7 +67,7 @@ struct Artist {
     std::string program, display;
     fs::path folder;
 
-    std::string draw(const PictureOrder& order, const Progress& progress) const {
+    std::string draw(const PictureOrder& order, const Progress& progress, std::string& fault_line) const {
         const std::string file = folder / "picture.png";
         std::vector<std::string> words{"LIBGL_ALWAYS_SOFTWARE=1",
                                        "QT_QPA_PLATFORM=xcb",
@@ -78,17 +79,23 @@ struct Artist {
                                        "--log",
                                        folder,
                                        "--analysis",
-                                       order.analysis};
+                                       order.analysis,
+                                       "--quiet"};
         std::istringstream options(
             "--size 480x360 --background white --hide axes,fem-infomation,node,bc,text " + order.options);
         for (std::string word; options >> word;) words.push_back(word);
         std::error_code fault;
         fs::remove(file, fault);
+        std::string png, said, reason;
         const ChildEnd end = run_child(
-            "/usr/bin/env", words, patience, [](std::string_view) {}, progress);
-        std::string png, reason;
-        if (end.cancelled || !end.reason.empty() || !paths::read_text(file, png, reason)) return {};
-        return png;
+            "/usr/bin/env", words, patience,
+            [&](std::string_view line) {
+                if (!line.empty()) said = line;
+            },
+            progress);
+        if (!end.cancelled && end.reason.empty() && paths::read_text(file, png, reason)) return png;
+        fault_line = !said.empty() ? shown_text(said, 200) : !end.reason.empty() ? end.reason : reason;
+        return {};
     }
 };
 
@@ -96,7 +103,7 @@ struct Artist {
 
 DrawnPictures draw_pictures(std::span<const PictureOrder> orders, const std::string& log_folder,
                             Progress& progress) {
-    DrawnPictures out{std::vector<std::string>(orders.size()), {}};
+    DrawnPictures out{std::vector<std::string>(orders.size()), std::vector<std::string>(orders.size()), {}};
     Artist artist{program_beside("kestralum"), {}, fs::path(log_folder) / "verify_pictures"};
     const char* const display = std::getenv("DISPLAY");
     const std::string server = display && *display ? std::string() : program_on_path("Xvfb");
@@ -115,7 +122,7 @@ DrawnPictures draw_pictures(std::span<const PictureOrder> orders, const std::str
     fs::create_directories(artist.folder, fault);
     progress.set_stage("pictures");
     for (std::size_t k = 0; k < orders.size() && !progress.cancelled(); ++k) {
-        out.png[k] = artist.draw(orders[k], progress);
+        out.png[k] = artist.draw(orders[k], progress, out.faults[k]);
         progress.set_count(static_cast<std::int64_t>(k + 1), static_cast<std::int64_t>(orders.size()));
     }
     fs::remove_all(artist.folder, fault);

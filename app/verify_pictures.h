@@ -15,8 +15,9 @@ struct PictureOrder {
 };
 
 struct DrawnPictures {
-    std::vector<std::string> png;  // per order; empty: not drawn
-    std::string why_none;          // why nothing could be drawn; empty: see `png`
+    std::vector<std::string> png;     // per order; empty: not drawn
+    std::vector<std::string> faults;  // per order: why not, as the window program says; empty: drawn
+    std::string why_none;             // why nothing could be drawn; empty: see `png`
 };
 
 // Draws on the display that the environment names, else on one in memory, Xvfb. Works in a folder of its own

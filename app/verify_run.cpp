@@ -10,6 +10,7 @@
 #include "analysis/analysis_table.h"
 #include "input/analysis_info_reader.h"
 #include "input/calculator.h"
+#include "input/input_remarks.h"
 #include "model/format.h"
 #include "model/mesh_sets.h"
 #include "model/selection.h"
@@ -38,9 +39,10 @@ public:
 
     double number(const std::string& text) {
         const CalcResult result = calc(text, names_);
-        if (!result.ok()) return fail("'" + text + "' has no value (" + result.error + ")");
+        if (!result.ok()) return fail("'" + shown_text(text) + "' has no value (" + result.error + ")");
         // by an infinite target any value would be near enough
-        return std::isfinite(result.value) ? result.value : fail("'" + text + "' is not a finite number");
+        return std::isfinite(result.value) ? result.value
+                                           : fail("'" + shown_text(text) + "' is not a finite number");
     }
 
     double measure(const VerifyCheck& check) {
@@ -69,7 +71,8 @@ private:
     // Of an earlier check that has one.
     double error_of(const std::string& name) {
         const auto at = std::ranges::find(errors_, name, &Parameter::name);
-        return at == errors_.end() ? fail("no check '" + name + "' with an error") : std::abs(at->value);
+        return at == errors_.end() ? fail("no check '" + shown_text(name) + "' with an error")
+                                   : std::abs(at->value);
     }
     double mode(const VerifyCheck& check) {
         const bool factor = check.measured == Measured::load_factor;
@@ -90,7 +93,7 @@ private:
     double reaction_in(const std::vector<SupportReaction>& supports, const VerifyCheck& check) {
         for (const SupportReaction& s : supports)
             if (s.name == check.set_name) return s.force[std::string("xyz").find(check.component)];
-        return fail("no support " + check.set_name);
+        return fail("no support " + shown_text(check.set_name));
     }
     double reaction(const VerifyCheck& check) {
         if (check.frames != OverFrames::one && !run_.report.nonlinear.increments.empty()) {
@@ -118,7 +121,7 @@ private:
             if (!check.case_name.empty() || !has_steps(run_.ana_type)) return value(*frame);
         }
         if (best) return *best;
-        if (!check.case_name.empty()) return fail("no load case " + check.case_name);
+        if (!check.case_name.empty()) return fail("no load case " + shown_text(check.case_name));
         return value(*run_.results.back());  // of steps the last
     }
 
@@ -135,7 +138,7 @@ private:
     const MeshSet* set_of(const VerifyCheck& check) {
         const MeshSet* set = find_set(run_.mesh, check.set_name);
         if (set && !set->nodes.empty()) return set;
-        fail("no set " + check.set_name + " with nodes");
+        fail("no set " + shown_text(check.set_name) + " with nodes");
         return nullptr;
     }
     double mean_radius(const VerifyCheck& check, const Frame& frame) {
@@ -278,11 +281,17 @@ CaseOutcome VerifyRunner::run(const VerifyCase& one, Progress& progress) {
     Model model = placeholder_model();
     model.model_file_name = one.model_file;
     const ModelReadReport read = read_input_file(model, one.overrides, silent);
+    out.notes = read.remarks.notices;
     if (!read.ok) {
         out.fault = first_error(read.remarks, "the model cannot be read");
         return out;
     }
-    read_analysis_info_file(model, silent);
+    const AnalysisInfoReport control = read_analysis_info_file(model, silent);
+    out.notes.insert(out.notes.end(), control.remarks.notices.begin(), control.remarks.notices.end());
+    if (control.status == AnalysisInfoStatus::wrong) {
+        out.fault = first_error(control.remarks, "the control file cannot be read");
+        return out;
+    }
     RunOptions options;
     options.log_folder = log_folder_;
     options.hexahedra = one.hexahedra;

@@ -30,8 +30,9 @@ struct CheckOutcome {
 struct CaseOutcome {
     const VerifyCase* is = nullptr;
     std::vector<CheckOutcome> checks;
-    std::string fault;     // why it was not computed: all its checks are missed
-    std::string elements;  // "enhanced hexahedra"
+    std::string fault;               // why it was not computed: all its checks are missed
+    std::vector<std::string> notes;  // what the reading of its model had to say
+    std::string elements;            // "enhanced hexahedra"
     std::int64_t element_num = 0, dof_num = 0;
     double seconds = 0;  // of reading and analysis
 };

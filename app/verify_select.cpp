@@ -6,14 +6,11 @@
 #include <string_view>
 #include <utility>
 
+#include "input/input_remarks.h"
+
 namespace kestralum {
 
 namespace {
-
-bool is_meant(const std::string& name, const std::string& word) {
-    return word.ends_with('*') ? name.starts_with(std::string_view(word).substr(0, word.size() - 1))
-                               : name == word;
-}
 
 // Letters to put in, take out or exchange to come from one word to the other (Levenshtein 1966).
 std::size_t distance(std::string_view a, std::string_view b) {
@@ -31,7 +28,9 @@ std::size_t distance(std::string_view a, std::string_view b) {
 }
 
 std::string unknown_name(std::span<const VerifyCase> cases, const std::string& word) {
-    const std::string told = "no case is named '" + word + "'";
+    const std::string told = "no case is named '" + shown_text(word) + "'";
+    constexpr std::size_t longest = 100;  // the search is quadratic
+    if (word.size() > longest) return told;
     const auto letters = [&](const VerifyCase& one) { return distance(one.name, word); };
     const auto nearest = std::ranges::min_element(cases, {}, letters);
     // farther off it would be any name
@@ -67,6 +66,11 @@ void add_needed(std::span<const VerifyCase> cases, std::vector<SelectedCase>& ou
 }
 
 }  // namespace
+
+bool is_meant(const std::string& name, const std::string& word) {
+    return word.ends_with('*') ? name.starts_with(std::string_view(word).substr(0, word.size() - 1))
+                               : name == word;
+}
 
 VerifySelection select_cases(std::span<const VerifyCase> cases, const VerifyChoice& choice) {
     VerifySelection out;

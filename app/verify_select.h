@@ -26,6 +26,9 @@ struct VerifySelection {
     std::string error;                // a name that no case has; no case at all
 };
 
+// Whether a word on the command line means the case: its name, or NAME* where its name begins so.
+bool is_meant(const std::string& name, const std::string& word);
+
 VerifySelection select_cases(std::span<const VerifyCase> cases, const VerifyChoice& choice);
 
 }  // namespace kestralum

@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "input/calculator.h"
+#include "input/input_remarks.h"
 #include "input/record_options.h"
 #include "input/section_readers.h"
 #include "model/format.h"
@@ -42,7 +43,7 @@ double evaluate_override(const std::string& name, const std::string& expression,
                          std::span<const Parameter> parameters, InputRemarks& remarks) {
     const CalcResult result = calc(expression, parameters);
     if (result.ok() && std::isfinite(result.value)) return result.value;
-    remarks.error("parameter set to " + name + "=" + expression +
+    remarks.error("parameter set to " + shown_text(name) + "=" + shown_text(expression) +
                   ": expected an expression with a finite value (" +
                   (result.ok() ? "not finite" : result.error) + ")");
     return 0;

@@ -19,17 +19,20 @@ std::size_t character_size(std::string_view text) {
 
 }  // namespace
 
-std::string place_of(const Token& token) {
-    if (token.text.empty()) return "end of file";
-    constexpr std::size_t shown = 60;
-    std::string text;
-    for (std::string_view rest = token.text; !rest.empty() && text.size() < shown;) {
+std::string shown_text(std::string_view text, std::size_t most) {
+    std::string out;
+    for (std::string_view rest = text; !rest.empty() && out.size() < most;) {
         const std::size_t size = character_size(rest);
-        text += size > 0 ? rest.substr(0, size) : "?";
+        out += size > 0 ? rest.substr(0, size) : "?";
         rest.remove_prefix(std::max<std::size_t>(size, 1));
     }
-    if (token.text.size() > shown) text += "...";
-    return "token " + std::to_string(token.number) + " '" + text + "'";
+    if (text.size() > most) out += "...";
+    return out;
+}
+
+std::string place_of(const Token& token) {
+    if (token.text.empty()) return "end of file";
+    return "token " + std::to_string(token.number) + " '" + shown_text(token.text) + "'";
 }
 
 void InputRemarks::expected(const Token& token, std::string_view what) {

@@ -16,6 +16,10 @@ struct Token {
     std::int64_t number = 0;
 };
 
+// Text for a console line: what cannot be printed as "?", of a longer one than `most` bytes the beginning and
+// "...".
+std::string shown_text(std::string_view text, std::size_t most = 60);
+
 // "token 12 'abc'", long or unprintable text made fit for a console line; "end of file".
 std::string place_of(const Token& token);
 

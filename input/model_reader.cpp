@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "input/calculator.h"
+#include "input/input_remarks.h"
 #include "input/kept_sections.h"
 #include "input/section_readers.h"
 #include "mesh/assembly.h"
@@ -45,7 +46,7 @@ OverrideTable prepare_overrides(std::span<const ParameterOverride> overrides, co
     std::vector<std::string> order;
     for (const ParameterOverride& o : overrides) {
         if (!is_parameter_name(o.name)) {
-            remarks.error("parameter set to " + o.name + "=" + o.expression +
+            remarks.error("parameter set to " + shown_text(o.name) + "=" + shown_text(o.expression) +
                           ": no expression can use this name");
             continue;
         }
@@ -59,7 +60,7 @@ OverrideTable prepare_overrides(std::span<const ParameterOverride> overrides, co
     for (const std::string& name : order) {
         if (defined.contains(name)) continue;
         const std::string& expression = table.expressions[name];
-        remarks.notice("--set " + name +
+        remarks.notice("--set " + shown_text(name) +
                        ": the model file defines no such parameter; it is there from the start");
         const Parameter p{0, name, evaluate_override(name, expression, model.parameters, remarks),
                           truncate_text(expression, parameter_text_width)};

@@ -9,6 +9,7 @@ import itertools
 import math
 import os
 import re
+import shutil
 import sys
 
 GMSH = {"hexahedron": 5, "tetrahedron": 11, "tetrahedron4": 4, "quadrangle": 3, "triangle": 9, "triangle3": 2}
@@ -227,6 +228,28 @@ def model_like(folder, name, mesh, model):
         text = text.replace("10-node", "4-node")
     with open(f"{folder}/{name}.txt", "w") as out:
         out.write(re.sub(r"[\w]+\.msh", f"{mesh}.msh", text))
+    copy_control(folder, name, model)
+
+
+def copy_control(folder, name, model):
+    """The control file goes with the model's name."""
+    if os.path.exists(f"{folder}/{model}.ana") and name != model:
+        shutil.copyfile(f"{folder}/{model}.ana", f"{folder}/{name}.ana")
+
+
+def meshed_model(folder, name, model, meshes):
+    """Writes the model `name` as a copy of one whose parts are made from shapes, with meshes {part: mesh} for them
+    where they stand."""
+    with open(f"{folder}/{model}.txt") as other:
+        text = other.read().replace("hexahedra enhanced %\n", "")
+    for part, mesh in meshes.items():
+        number = r"\s+[^\s]+"
+        text, found = re.subn(rf"(\n +{part} +\w+ +\w+ +)[A-Z_]+{number * 12}",
+                              rf"\g<1>MSH  {mesh}.msh 0 0 0 0 0   0 0 0 0 0 0", text)
+        assert found == 1, (model, part)
+    with open(f"{folder}/{name}.txt", "w") as out:
+        out.write(text)
+    copy_control(folder, name, model)
 
 
 def further(folder, model, kind, name, lines, place, sides, **more):
@@ -245,14 +268,72 @@ def turned(degrees, place):
     return out
 
 
-def patch_mesh(path, kind):
-    """MacNeal and Harder's solid patch: a distorted hexahedron inside a unit cube and six around it. As tetrahedra
-    of 10 ("tet") or 4 nodes: each face cut from its lowest node, each hexahedron filled from its middle."""
+def cut_cells(nodes, cells, n):
+    """Each hexahedron cut into n x n x n of its own trilinear map: the nodes and cells of that."""
+    out, number, finer = [], {}, []
+
+    def node(cell, at):
+        u, v, w = (t / n for t in at)
+        shape = [(1 - u) * (1 - v) * (1 - w), u * (1 - v) * (1 - w), u * v * (1 - w), (1 - u) * v * (1 - w),
+                 (1 - u) * (1 - v) * w, u * (1 - v) * w, u * v * w, (1 - u) * v * w]
+        place = tuple(sum(shape[k] * nodes[cell[k]][c] for k in range(8)) for c in range(3))
+        key = tuple(round(p, 9) for p in place)
+        if key not in number:
+            number[key] = len(out)
+            out.append(place)
+        return number[key]
+
+    corners = [(0, 0, 0), (1, 0, 0), (1, 1, 0), (0, 1, 0), (0, 0, 1), (1, 0, 1), (1, 1, 1), (0, 1, 1)]
+    for cell in cells:
+        for at in itertools.product(range(n), repeat=3):
+            finer.append([node(cell, [a + c for a, c in zip(at, corner)]) for corner in corners])
+    return out, finer
+
+
+def concentric(u, v):
+    """A square of -1 to 1 onto the unit circle, squares on circles (Shirley, Chiu 1997)."""
+    r = max(abs(u), abs(v))
+    if r == 0:
+        return (0.0, 0.0)
+    t = math.pi / 4 * v / u if abs(u) >= abs(v) else math.pi / 2 - math.pi / 4 * u / v
+    r = math.copysign(r, u if abs(u) >= abs(v) else v)
+    return (r * math.cos(t), r * math.sin(t))
+
+
+def disc(radius, length):
+    def place(u, v, w):
+        x, y = concentric(2 * u - 1, 2 * v - 1)
+        return (radius * x, radius * y, w * length)
+
+    return place
+
+
+def quarter_disc(radius, length):
+    def place(u, v, w):
+        x, y = concentric(u, v)
+        return (radius * x, radius * y, w * length)
+
+    return place
+
+
+def patch_mesh(path, kind, cuts=1):
+    """MacNeal and Harder's solid patch: a distorted hexahedron inside a unit cube and six around it, each cut into
+    cuts^3. As tetrahedra of 10 ("tet") or 4 nodes: each face cut from its lowest node, each hexahedron filled from
+    its middle."""
     ring4 = [(0, 0), (1, 0), (1, 1), (0, 1)]
     nodes = [(float(a), float(b), float(c)) for c in (0, 1) for a, b in ring4] + PATCH_INNER
     inner = list(range(8, 16))
     cells = [inner] + [[f[0], f[3], f[2], f[1], f[0] + 8, f[3] + 8, f[2] + 8, f[1] + 8] for f in HEX_FACES]
+    if cuts > 1:
+        nodes, cells = cut_cells(nodes, cells, cuts)
+
+    def is_outer(face):
+        return any(abs(nodes[face[0]][c] - end) < 1e-9 and all(abs(nodes[n][c] - end) < 1e-9 for n in face)
+                   for c in range(3) for end in (0, 1))
+
     outer = [list(f) for f in HEX_FACES]
+    if cuts > 1:
+        outer = [f for f in ([cell[c] for c in face] for cell in cells for face in HEX_FACES) if is_outer(f)]
     if kind == "hex":
         write_msh(path, nodes, [("hexahedron", c, "BODY") for c in cells],
                   {"SKIN": [("quadrangle", f) for f in outer]})
@@ -387,6 +468,9 @@ def macneal():
     further("macneal", "cylinder_tet", "tet4", "cylinder_tet4_fine", (fine, steps(18), steps(1)), quarter, sides)
     patch_mesh("macneal/patch_tet4.msh", "tet4")
     model_like("macneal", "patch_tet4", "patch_tet4", "patch_tet")
+    for kind in ("hex", "tet", "tet4"):
+        patch_mesh(f"macneal/patch_{kind}_fine.msh", kind, 2)
+        model_like("macneal", f"patch_{kind}_fine", f"patch_{kind}_fine", f"patch_{kind}")
 
 
 def plastic():
@@ -394,8 +478,77 @@ def plastic():
               {"ROOT": "w0", "TIP": "w1"})
     further("plastic", "cantilever_tet", "tet", "cantilever_tet_coarse", (steps(1), steps(2), steps(10)),
             box(0.14, 0.2, 2), {"ROOT": "w0", "TIP": "w1"})
+    half, ends = box(0.07, 0.2, 2), {"ROOT": "w0", "TIP": "w1"}
+    for model, kind, name, lines, place in (
+        ("cantilever_tet", "tet4", "cantilever_tet4", (steps(2), steps(6), steps(40)), box(0.14, 0.2, 2)),
+        ("cantilever_tet", "tet4", "cantilever_tet4_coarse", (steps(2), steps(4), steps(20)), box(0.14, 0.2, 2)),
+        ("hinge_tet", "tet", "hinge_tet_coarse", (steps(1), steps(4), steps(9, 8)), half),
+        ("hinge_tet", "tet4", "hinge_tet4", (steps(1), steps(8), steps(40)), half),
+        ("hinge_tet", "tet4", "hinge_tet4_coarse", (steps(1), steps(4), steps(20)), half),
+    ):
+        further("plastic", model, kind, name, lines, place, ends)
     grid_mesh("plastic/hinge_tet.msh", "tet", (steps(1), steps(8), steps(18, 8)), box(0.07, 0.2, 2),
               {"ROOT": "w0", "TIP": "w1"})
+
+
+def explicit():
+    rod = (quarter_disc(0.0032, 0.0324), {"FOOT_END": "w0"})
+    for kind, end, n, along in (("tet", "_coarse", 2, 16), ("tet", "", 3, 24), ("tet4", "_coarse", 4, 32),
+                                ("tet4", "", 6, 48)):
+        grid_mesh(f"explicit/taylor_{kind}{end}.msh", kind, (steps(n), steps(n), steps(along)), *rod)
+        meshed_model("explicit", f"taylor_{kind}{end}", "taylor_hex", {"ROD": f"taylor_{kind}{end}"})
+
+
+def bodies():
+    """Tetrahedra for the models whose hexahedra are made from shapes."""
+
+    def both(model, part, place, cells, sides, closed=False):
+        for kind, meshes in cells.items():
+            for end, lines in zip(("_coarse", ""), meshes):
+                name = f"{model}_{kind}{end}"
+                grid_mesh(f"bodies/{name}.msh", kind, lines, place, sides, closed=closed)
+                meshed_model("bodies", name, model, {part: name})
+
+    def cells(*sizes):
+        return tuple(steps(n) for n in sizes)
+
+    ends = {"ROOT": "w0", "END": "w1"}
+    both("bar_wall", "BAR", box(0.2, 0.02, 0.02),
+         {"tet": (cells(20, 1, 1), cells(50, 1, 1)), "tet4": (cells(40, 1, 1), cells(100, 1, 1))}, {"FRONT": "u0"})
+    both("free_beam", "BEAM", box(0.02, 0.02, 1),
+         {"tet": (cells(1, 1, 10), cells(1, 1, 30)), "tet4": (cells(2, 2, 20), cells(2, 2, 60))}, ends)
+    both("free_ring", "RING", ring(0.39, 0.41, 360, 0.02),
+         {"tet": (cells(1, 32, 1), cells(2, 64, 2)), "tet4": (cells(2, 48, 2), cells(2, 96, 2))},
+         {"BORE": "u0", "RIM": "u1"}, closed=True)
+    both("shaft", "SHAFT", disc(0.02, 0.4),
+         {"tet": (cells(2, 2, 8), cells(4, 4, 16)), "tet4": (cells(3, 3, 12), cells(6, 6, 24))}, ends)
+    both("tube", "TUBE", ring(0.025, 0.03, 360, 0.4),
+         {"tet": (cells(1, 16, 8), cells(1, 32, 16)), "tet4": (cells(1, 24, 16), cells(2, 36, 24))}, ends, closed=True)
+    both("round_plate", "PLATE", disc(0.5, 0.02),
+         {"tet": (cells(12, 12, 1), cells(26, 26, 1)), "tet4": (cells(12, 12, 2), cells(24, 24, 2))},
+         {"BELOW": "w0", "ABOVE": "w1"})
+    for kind, sizes in (("tet", ((2, 2, 10), (4, 4, 20))), ("tet4", ((3, 3, 20), (6, 6, 40)))):
+        for end, size in zip(("_coarse", ""), sizes):
+            mesh = f"joint_{kind}{end}"
+            grid_mesh(f"bodies/{mesh}.msh", kind, cells(*size), box(0.04, 0.04, 0.4), ends)
+            meshed_model("bodies", f"rigid_joint_{kind}{end}", "rigid_joint", {"LOWER": mesh, "UPPER": mesh})
+    both("slide", "BLOCK", box(0.2, 0.1, 0.05),
+         {"tet": (cells(2, 1, 1), cells(4, 2, 1)), "tet4": (cells(4, 2, 1), cells(8, 4, 2))}, {"BELOW": "w0"})
+    for kind, sizes in (("tet", (16, 30)), ("tet4", (30, 60))):
+        for end, n in zip(("_coarse", ""), sizes):
+            for part, across in (("left", 1), ("right", 2)):
+                grid_mesh(f"bodies/meet_{part}_{kind}{end}.msh", kind, cells(n, across, across), box(0.2, 0.02, 0.02),
+                          {"HEAD": "u0", "BACK": "u1"})
+            grid_mesh(f"bodies/chain_{kind}{end}.msh", kind, cells(n, 1, 1), box(0.2, 0.02, 0.02),
+                      {"HEAD": "u0", "BACK": "u1"})
+            meshed_model("bodies", f"bars_chain_{kind}{end}", "bars_chain",
+                         {part: f"chain_{kind}{end}" for part in ("HEAVY", "MIDDLE", "LIGHT")})
+            grid_mesh(f"bodies/short_{kind}{end}.msh", kind, cells(n // 2, 1, 1), box(0.1, 0.02, 0.02),
+                      {"HEAD": "u0", "BACK": "u1"})
+            meshed_model("bodies", f"bars_unequal_{kind}{end}", "bars_unequal",
+                         {"SHORT": f"short_{kind}{end}", "LONG": f"chain_{kind}{end}"})
+            meshed_model("bodies", f"bars_meet_{kind}{end}", "bars_meet",
+                         {"LEFT": f"meet_left_{kind}{end}", "RIGHT": f"meet_right_{kind}{end}"})
 
 
 def buckling():
@@ -404,11 +557,13 @@ def buckling():
     column = box(0.03, 0.02, 1)
     grid_mesh("buckling/column_tet_coarse.msh", "tet", (steps(1), steps(1), steps(10)), column, ends)
     grid_mesh("buckling/column_tet4.msh", "tet4", (steps(2), steps(2), steps(50)), column, ends)
+    grid_mesh("buckling/column_tet4_coarse.msh", "tet4", (steps(2), steps(2), steps(25)), column, ends)
     for model in ("column_free", "column_pinned", "column_fixed_pinned", "column_fixed", "tension_beam"):
-        for mesh in ("tet_coarse", "tet4"):
+        for mesh in ("tet_coarse", "tet4", "tet4_coarse"):
             model_like("buckling", f"{model}_{mesh}", f"column_{mesh}", f"{model}_tet")
     sides = {"EDGE_X": "u1", "EDGE_Y": "v1"}
     further("buckling", "plate_tet", "tet", "plate_tet_coarse", (steps(6), steps(6), steps(1)), box(0.5, 0.5, 0.01), sides)
+    further("buckling", "plate_tet", "tet4", "plate_tet4_coarse", (steps(8), steps(8), steps(1)), box(0.5, 0.5, 0.01), sides)
     further("buckling", "plate_tet", "tet4", "plate_tet4", (steps(16), steps(16), steps(2)), box(0.5, 0.5, 0.01), sides)
     grid_mesh("buckling/plate_tet.msh", "tet", (steps(12), steps(12), steps(1)), box(0.5, 0.5, 0.01), sides)
     sides = {"OUTER": "u1", "ON_X": "v0", "ON_Y": "v1", "BOTTOM": "w0"}
@@ -417,6 +572,7 @@ def buckling():
     grid_mesh("buckling/ring_tet.msh", "tet", (steps(1), steps(16), steps(1)), hoop, sides)
     further("buckling", "ring_hex", "hex", "ring_hex_coarse", (steps(2), steps(16), steps(1)), hoop, sides)
     further("buckling", "ring_tet", "tet", "ring_tet_coarse", (steps(1), steps(8), steps(1)), hoop, sides)
+    further("buckling", "ring_tet", "tet4", "ring_tet4_coarse", (steps(2), steps(32), steps(1)), hoop, sides)
     further("buckling", "ring_tet", "tet4", "ring_tet4", (steps(4), steps(64), steps(2)), hoop, sides)
 
 
@@ -434,6 +590,7 @@ def loads():
     for model, kind, name, lines in (
         ("bearing_hex", "hex", "bearing_hex_coarse", (steps(8, 6), steps(40), steps(1))),
         ("bearing_tet", "tet", "bearing_tet_coarse", (steps(2, 2), steps(16), steps(1))),
+        ("bearing_tet", "tet4", "bearing_tet4_coarse", (steps(4, 3), steps(24), steps(1))),
         ("bearing_tet", "tet4", "bearing_tet4", (steps(8, 6), steps(48), steps(1))),
     ):
         further("loads", model, kind, name, lines, lug, sides, closed=True)
@@ -444,16 +601,21 @@ def loads():
     grid_mesh("loads/bar_tet.msh", "tet", (steps(1), steps(1), steps(24)), box(0.02, 0.02, 1), ends)
     grid_mesh("loads/bar_tet_coarse.msh", "tet", (steps(1), steps(1), steps(8)), box(0.02, 0.02, 1), ends)
     grid_mesh("loads/bar_tet4.msh", "tet4", (steps(2), steps(2), steps(40)), box(0.02, 0.02, 1), ends)
+    grid_mesh("loads/bar_tet4_coarse.msh", "tet4", (steps(1), steps(1), steps(20)), box(0.02, 0.02, 1), ends)
     for model in ("hanging_bar", "thermal_bar", "thermal_gradient", "cases", "remote_rigid", "remote_distributing"):
-        for mesh in ("tet_coarse", "tet4"):
+        for mesh in ("tet_coarse", "tet4", "tet4_coarse"):
             model_like("loads", f"{model}_{mesh}", f"bar_{mesh}", f"{model}_tet")
     grid_mesh("loads/follower_tet.msh", "tet", (steps(1), steps(1), steps(30)), box(0.02, 0.01, 1),
               {"ROOT": "w0", "BELOW": "v0"})
     further("loads", "follower_tet", "tet", "follower_tet_coarse", (steps(1), steps(1), steps(10)), box(0.02, 0.01, 1),
             {"ROOT": "w0", "BELOW": "v0"})
+    for end, n in (("_coarse", 1), ("", 2)):
+        further("loads", "follower_tet", "tet4", f"follower_tet4{end}", (steps(n), steps(2), steps(50 * n)),
+                box(0.02, 0.01, 1), {"ROOT": "w0", "BELOW": "v0"})
     grid_mesh("loads/bimetal_tet.msh", "tet", (steps(1), steps(2), steps(40)), box(0.005, 0.002, 0.2),
               {"ROOT": "w0", "X0": "u0"}, group=lambda u, v, w: "STEEL" if v < 0.5 else "ALU")
     for kind, name, lines in (("tet", "bimetal_tet_coarse", (steps(1), steps(2), steps(10))),
+                              ("tet4", "bimetal_tet4_coarse", (steps(1), steps(2), steps(40))),
                               ("tet4", "bimetal_tet4", (steps(2), steps(4), steps(80)))):
         further("loads", "bimetal_tet", kind, name, lines, box(0.005, 0.002, 0.2), {"ROOT": "w0", "X0": "u0"},
                 group=lambda u, v, w: "STEEL" if v < 0.5 else "ALU")
@@ -461,18 +623,35 @@ def loads():
     for kind in ("hex", "tet"):
         grid_mesh(f"loads/wedge_{kind}.msh", kind, (steps(6), steps(4), steps(1)), wedge, sides)
     further("loads", "wedge_tet", "tet4", "wedge_tet4", (steps(6), steps(4), steps(1)), wedge, sides)
+    for kind, model in (("hex", "wedge_hex"), ("tet", "wedge_tet"), ("tet4", "wedge_tet")):
+        further("loads", model, kind, f"wedge_{kind}_coarse", (steps(3), steps(2), steps(1)), wedge, sides)
     sides = {"FOOT": "u0", "HEAD": "u1", "SIDE": "v0", "BACK": "w0"}
     further("loads", "slanted_block_tet", "tet4", "slanted_block_tet4", (steps(3), steps(2), steps(1)),
             turned(30, box(0.3, 0.2, 0.1)), sides)
+    for kind in ("tet", "tet4"):
+        further("loads", "slanted_block_tet", kind, f"slanted_block_{kind}_fine", (steps(6), steps(4), steps(2)),
+                turned(30, box(0.3, 0.2, 0.1)), sides)
     grid_mesh("loads/slanted_block_tet.msh", "tet", (steps(3), steps(2), steps(1)),
               turned(30, box(0.3, 0.2, 0.1)), sides)
-    for name, n, z in (("low2", 2, 0), ("high4", 4, 0.05), ("high3", 3, 0.05)):
-        grid_mesh(f"loads/tied_{name}_tet.msh", "tet", (steps(n), steps(n), steps(1)),
-                  lambda u, v, w, z=z: (0.1 * u, 0.1 * v, z + 0.05 * w),
-                  {"X0": "u0", "Y0": "v0", "LOW": "w0", "HIGH": "w1"})
+    for name, n, up, z in (("low2", 2, 1, 0), ("high4", 4, 1, 0.05), ("high3", 3, 1, 0.05), ("low4", 4, 2, 0),
+                           ("high8", 8, 2, 0.05), ("high6", 6, 2, 0.05)):
+        for kind in ("tet", "tet4"):
+            grid_mesh(f"loads/tied_{name}_{kind}.msh", kind, (steps(n), steps(n), steps(up)),
+                      lambda u, v, w, z=z: (0.1 * u, 0.1 * v, z + 0.05 * w),
+                      {"X0": "u0", "Y0": "v0", "LOW": "w0", "HIGH": "w1"})
+    for model, coarse, fine in (("tied_nested", "high4", "high8"), ("tied_unlike", "high3", "high6")):
+        for kind in ("tet", "tet4"):
+            for end, low, high in (("", "low2", coarse), ("_fine", "low4", fine)):
+                if (kind, end) != ("tet", ""):
+                    meshed_model("loads", f"{model}_{kind}{end}", f"{model}_tet",
+                                 {"LOW": f"tied_{low}_{kind}", "HIGH": f"tied_{high}_{kind}"})
+    for kind in ("tet", "tet4"):
+        for end, mesh in (("", "low2"), ("_fine", "low4")):
+            if (kind, end) != ("tet", ""):
+                meshed_model("loads", f"spring_bed_{kind}{end}", "spring_bed_tet", {"BLOCK": f"tied_{mesh}_{kind}"})
 
 
 if __name__ == "__main__":
     os.chdir(sys.argv[1] if len(sys.argv) > 1 else os.path.join(os.path.dirname(__file__), "..", "verify"))
-    for make in (nafems, macneal, plastic, buckling, loads):
+    for make in (nafems, macneal, plastic, explicit, buckling, loads, bodies):
         make()

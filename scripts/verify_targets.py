@@ -145,7 +145,69 @@ def bimetal():
     print("bimetal: curvature", curvature, "tip", curvature * L * L / 2)
 
 
+def plane_quadrilateral(at, D):
+    """Stiffness (18 x 18) of a 9-node quadrilateral, nodes column by column, by 3 x 3 points (Zienkiewicz, Taylor)."""
+    def line(x):
+        return [x * (x - 1) / 2, 1 - x * x, x * (x + 1) / 2], [x - 0.5, -2 * x, x + 0.5]
+
+    gauss = [(-(0.6**0.5), 5 / 9), (0.0, 8 / 9), (0.6**0.5, 5 / 9)]
+    K = [[0.0] * 18 for _ in range(18)]
+    for (x, wx), (y, wy) in ((p, q) for p in gauss for q in gauss):
+        (Nx, dx), (Ny, dy) = line(x), line(y)
+        slopes = [(dx[a] * Ny[b], Nx[a] * dy[b]) for a in range(3) for b in range(3)]
+        J = [[sum(g[r] * p[c] for g, p in zip(slopes, at)) for c in range(2)] for r in range(2)]
+        det = J[0][0] * J[1][1] - J[0][1] * J[1][0]
+        B = []
+        for a, b in slopes:
+            px, py = (J[1][1] * a - J[0][1] * b) / det, (J[0][0] * b - J[1][0] * a) / det
+            B += [(px, 0.0, py), (0.0, py, px)]
+        DB = [[sum(D[r][c] * column[c] for c in range(3)) for r in range(3)] for column in B]
+        for r, s in ((r, s) for r in range(18) for s in range(18)):
+            K[r][s] += wx * wy * det * sum(B[r][c] * DB[s][c] for c in range(3))
+    return K
+
+
+def solve_band(rows, load):
+    """rows[r][k]: entry (r, r + k) of a symmetric matrix; Gauss' elimination."""
+    width, count = len(rows[0]), len(rows)
+    for r in range(count):
+        for k in range(1, min(width, count - r)):
+            f = rows[r][k] / rows[r][0]
+            if f:
+                for c in range(width - k):
+                    rows[r + k][c] -= f * rows[r][k + c]
+                load[r + k] -= f * load[r]
+    for r in reversed(range(count)):
+        known = sum(rows[r][k] * load[r + k] for k in range(1, min(width, count - r)))
+        load[r] = (load[r] - known) / rows[r][0]
+    return load
+
+
+def cook():
+    """The middle of the loaded edge in plane stress, by n x n 9-node quadrilaterals."""
+    E, nu = 1.0, 1 / 3
+    D = [[E / (1 - nu**2), nu * E / (1 - nu**2), 0], [nu * E / (1 - nu**2), E / (1 - nu**2), 0], [0, 0, E / 2 / (1 + nu)]]
+    for n in (4, 8, 16):
+        m = 2 * n + 1  # nodes of a line across
+        rows = [[0.0] * (4 * m + 6) for _ in range(2 * m * m)]
+        load = [0.0] * len(rows)
+        for i, j in ((2 * a, 2 * b) for a in range(n) for b in range(n)):
+            nodes = [(i + a, j + b) for a in range(3) for b in range(3)]
+            lines = [(p / (2 * n), q / (2 * n)) for p, q in nodes]
+            K = plane_quadrilateral([(48 * u, (1 - u) * 44 * v + u * (44 + 16 * v)) for u, v in lines], D)
+            dofs = [2 * (p * m + q) + c for p, q in nodes for c in range(2)]
+            for r, s in ((r, s) for r in range(18) for s in range(18)):
+                if dofs[s] >= dofs[r]:
+                    rows[dofs[r]][dofs[s] - dofs[r]] += K[r][s]
+        for j in range(0, 2 * n, 2):
+            for k, share in enumerate((1 / 6, 4 / 6, 1 / 6)):
+                load[2 * (2 * n * m + j + k) + 1] += share / n
+        first = 2 * m  # the clamped ones
+        u = solve_band(rows[first:], load[first:])
+        print(f"Cook's membrane: {n} x {n} cells", u[2 * (2 * n * m + n) + 1 - first])
+
+
 if __name__ == "__main__":
-    for show in (straight_beam, curved_beam, twisted_beam, prager_hodge, clamped_hinged, bimetal, bearing):
+    for show in (straight_beam, curved_beam, twisted_beam, prager_hodge, clamped_hinged, bimetal, bearing, cook):
         show()
     follower(6)

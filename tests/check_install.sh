@@ -71,6 +71,13 @@ if [ -x "$bin/kestralum" ]; then
     if command -v desktop-file-validate >/dev/null; then
         desktop-file-validate "$share/applications/kestralum.desktop" || wrong "kestralum.desktop"
     fi
+    metainfo=$share/metainfo/example.kestralum.kestralum.metainfo.xml
+    if command -v appstreamcli >/dev/null; then
+        appstreamcli validate --no-net "$metainfo" >out 2>&1 || wrong "the metainfo: $(cat out)"
+    fi
+    grep -q "<launchable type=\"desktop-id\">kestralum.desktop<" "$metainfo" &&
+        grep -q "<release version=\"$("$bin/kestralum-batch" --version | grep -oE '[0-9]+\.[0-9]+')\" date=\"20" "$metainfo" ||
+        wrong "the metainfo names another entry or version: $(cat "$metainfo")"
     if command -v update-mime-database >/dev/null; then
         XDG_DATA_DIRS=$share update-mime-database "$share/mime" 2>&1 | grep . && wrong "kestralum.xml"
         grep -q "^[0-9]*:model/step:\*.step$" "$share/mime/globs2" || wrong "kestralum.xml names no STEP files"

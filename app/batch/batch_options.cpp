@@ -312,7 +312,11 @@ BatchOptions parse_batch_options(std::span<const char* const> arguments) {
     if (options.command != "export") {  // a second file is one argument too many
         const Words words = options.command == "verify" ? Words::cases : Words::model;
         options = {};
-        options.error = describe(options, words).parse(arguments);
+        CommandLine line = describe(options, words);
+        options.error = line.parse(arguments);
+        // all cases are what is meant by no name, not by one that is lost
+        if (options.error.empty() && words == Words::cases && line.passed_over_empty())
+            options.error = "an empty name of a case";
     }
     if (!options.error.empty()) return options;
     take_case_names(options);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <new>
 #include <span>
 #include <string>
@@ -230,13 +231,25 @@ ExitStatus convert_frames(const BatchOptions& options, const Settings& settings)
     return exit_done;
 }
 
+// Whether a word that looks like a file is none, and a case of the file has it for a name.
+bool is_case_name(const std::string& word, const std::string& cases_file) {
+    std::error_code fault;
+    if (word.empty() || std::filesystem::exists(paths::to_platform(word), fault)) return false;
+    Remarks unheard;
+    return std::ranges::any_of(read_verify_cases(cases_file, unheard),
+                               [&](const VerifyCase& one) { return is_meant(one.name, word); });
+}
+
 ExitStatus run_verify(const BatchOptions& options, const Settings& settings, Progress& progress) {
     stop_on_interrupt(progress);
-    const std::string file =
-        options.model_file.empty() ? shared_file("verify/cases.txt") : options.model_file;
+    const std::string shipped = shared_file("verify/cases.txt");
+    const bool named = is_case_name(options.model_file, shipped);
+    const std::string file = named || options.model_file.empty() ? shipped : options.model_file;
+    VerifyChoice choice{options.case_names, options.only, options.quick};
+    if (named) choice.names.insert(choice.names.begin(), options.model_file);
     std::setvbuf(stdout, nullptr, _IOLBF, 1 << 16);  // who reads along sees each case as it ends
     const VerifyStatus status = verify({.file_name = file,
-                                        .choice = {options.case_names, options.only, options.quick},
+                                        .choice = std::move(choice),
                                         .log_folder = options.log_folder,
                                         .list = options.list,
                                         .report = options.report,

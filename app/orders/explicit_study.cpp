@@ -190,7 +190,7 @@ bool study_steps(Study& study, const StudyElement& of, Distortion distortion) {
         rows.add(model.control.d_time / stable, std::array{motion_error(*run, mode, amplitude),
                                                            energy_error(*run, of.form), balance_error(*run)});
     }
-    rows.finish(study.rows);
+    rows.finish(study);
     return true;
 }
 

@@ -36,7 +36,7 @@ bool study_homogeneous(Study& study, const Lame& moduli) {
         const auto e = errors_of(study, exact, of, cube_mesh(of.kind, n, Distortion::random));
         if (!e) return false;
         rows.add(1.0 / n, std::array{e->displacement, e->gradient, e->nodal_stress});
-        rows.finish(study.rows);
+        rows.finish(study);
     }
     return true;
 }

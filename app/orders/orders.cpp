@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "app/orders/study.h"
-#include "model/format.h"
 
 namespace kestralum {
 
@@ -48,22 +47,14 @@ bool find_orders(const OrdersOptions& options, const Settings& settings, Progres
     return true;
 }
 
-void print_orders(const std::vector<OrdersRow>& rows, Progress& progress) {
+void print_orders_head(Progress& progress) {
     progress.summary("%-10s %-14s %-16s %-7s %-25s %-33s %-18s %s\n", "analysis", "element", "formulation",
                      "mesh", "quantity", "errors", "orders", "theory");
-    std::size_t below = 0;
-    for (const OrdersRow& row : rows) {
-        std::string errors, orders;
-        for (const double e : row.error) errors += formatted("%.1e ", e);
-        for (const double p : row.order) orders += formatted("%.2f ", p);
-        const bool reached = reaches_theory(row);
-        below += !reached;
-        progress.summary(
-            "%-10s %-14s %-16s %-7s %-25s %-33s %-18s %-6s %s\n", row.analysis.c_str(), row.element.c_str(),
-            row.formulation.c_str(), row.mesh.c_str(), row.quantity.c_str(), errors.c_str(), orders.c_str(),
-            row.expected == 0 ? "exact" : formatted("%.0f", row.expected).c_str(), reached ? "ok" : "below");
-    }
-    progress.summary("%zu rows, %zu below theory\n", rows.size(), below);
+}
+
+void print_orders_totals(const std::vector<OrdersRow>& rows, Progress& progress) {
+    const auto below = rows.size() - std::ranges::count_if(rows, reaches_theory);
+    progress.summary("%zu row%s, %zu below theory\n", rows.size(), rows.size() == 1 ? "" : "s", below);
 }
 
 }  // namespace kestralum

@@ -3,8 +3,8 @@
 // Engineering, 1998): each row is an analysis run as a model would be, on meshes or with time steps made
 // finer, and its error against the exact answer.
 //
-// find_orders() computes the rows, print_orders() tells them as a table, orders_chapter() as a part of a
-// page.
+// find_orders() computes the rows and tells each as it is found, orders_chapter() makes a part of a page of
+// them.
 #pragma once
 
 #include <string>
@@ -43,13 +43,17 @@ struct OrdersOptions {
 // Whether an analysis that has orders begins so.
 bool has_orders(const std::string& name);
 
+// The head of the table that the rows are lines of.
+void print_orders_head(Progress& progress);
+
+// A line for each row as it is found: what, its errors, its orders, theory, "ok" or "below".
 // False, told as an error, where an analysis fails or none has the name, and where a stop was asked for;
 // `rows` then has what was done.
 bool find_orders(const OrdersOptions& options, const Settings& settings, Progress& progress,
                  std::vector<OrdersRow>& rows);
 
-// A line per row: what, its errors, its orders, theory, "ok" or "below"; and how many are below.
-void print_orders(const std::vector<OrdersRow>& rows, Progress& progress);
+// How many rows there are, and how many below theory.
+void print_orders_totals(const std::vector<OrdersRow>& rows, Progress& progress);
 
 // The rows as a chapter of a page, HTML: a table, and for each analysis, kind of mesh and quantity a drawing
 // of the error over the size on logarithmic axes with a line of theory's slope; none of what is met to

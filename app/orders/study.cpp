@@ -5,6 +5,7 @@
 
 #include "analysis/analysis_table.h"
 #include "app/orders/element_rule.h"
+#include "model/format.h"
 #include "model/model.h"
 
 namespace kestralum {
@@ -105,7 +106,7 @@ bool for_meshes(
                 if (!of_mesh(of, cube_mesh(of.kind, n, distortion), errors)) return false;
                 rows.add(1.0 / n, errors);
             }
-            rows.finish(study.rows);
+            rows.finish(study);
         }
     return true;
 }
@@ -132,12 +133,24 @@ void RowSet::add(double h, std::span<const double> errors) {
     }
 }
 
-void RowSet::finish(std::vector<OrdersRow>& to) {
+void Study::take(OrdersRow row) {
+    std::string errors, orders;
+    for (const double e : row.error) errors += formatted("%.1e ", e);
+    for (const double p : row.order) orders += formatted("%.2f ", p);
+    progress.summary("%-10s %-14s %-16s %-7s %-25s %-33s %-18s %-6s %s\n", row.analysis.c_str(),
+                     row.element.c_str(), row.formulation.c_str(), row.mesh.c_str(), row.quantity.c_str(),
+                     errors.c_str(), orders.c_str(),
+                     row.expected == 0 ? "exact" : formatted("%.0f", row.expected).c_str(),
+                     reaches_theory(row) ? "ok" : "below");
+    rows.push_back(std::move(row));
+}
+
+void RowSet::finish(Study& to) {
     for (OrdersRow& row : rows_) {
         for (std::size_t k = 1; k < row.h.size() && row.expected > 0; ++k)
             row.order.push_back(std::log(row.error[k - 1] / row.error[k]) /
                                 std::log(row.h[k - 1] / row.h[k]));
-        to.push_back(std::move(row));
+        to.take(std::move(row));
     }
     rows_.clear();
 }

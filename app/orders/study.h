@@ -28,6 +28,9 @@ struct Study {
     Progress& progress;
     std::vector<OrdersRow>& rows;
 
+    // Takes a row that is whole, and tells it.
+    void take(OrdersRow row);
+
     // Runs an analysis; nothing where it fails, which is told as an error, or a stop was asked for.
     std::optional<Run> analyse(const char* word, const Model& model, const Settings& with) const;
 };
@@ -63,7 +66,7 @@ public:
     // One error per quantity.
     void add(double h, std::span<const double> errors);
     // Finds the orders and hands the rows over.
-    void finish(std::vector<OrdersRow>& to);
+    void finish(Study& to);
 
 private:
     std::vector<OrdersRow> rows_;

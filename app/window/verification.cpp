@@ -7,6 +7,8 @@
 #include <QTimer>
 #include <utility>
 
+#include "app/program_path.h"
+
 namespace kestralum {
 
 namespace {
@@ -23,13 +25,8 @@ QString last_line(const QByteArray& text) {
 }  // namespace
 
 QString verification_cases() {
-    const QString beside = QCoreApplication::applicationDirPath();
-    for (const QString& folder :
-         {QDir::currentPath(), beside, beside + "/..", beside + "/../share/kestralum"}) {
-        const QFileInfo file(folder + "/verify/cases.txt");
-        if (file.isFile()) return file.canonicalFilePath();
-    }
-    return {};
+    const QFileInfo file(QString::fromStdString(shared_file("verify/cases.txt")));
+    return file.isFile() ? file.canonicalFilePath() : QString();
 }
 
 Verification::Verification(Plan plan, QObject* parent) : QObject(parent), plan_(std::move(plan)) {

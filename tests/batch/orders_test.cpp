@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "app/orders/cube_mesh.h"
@@ -28,6 +29,8 @@ TEST_P(Orders, AreThoseOfTheory) {
     const OrdersOptions options{(folder.path() / "log").string(), true, GetParam()};
     ASSERT_TRUE(find_orders(options, testing::analysis_settings(), said, rows));
     EXPECT_GE(rows.size(), 5u);  // one of each element and formulation at least
+    // a line each, as they come
+    EXPECT_EQ(std::ranges::count(said.summaries, '\n'), std::ssize(rows)) << said.summaries;
     for (const OrdersRow& row : rows) {
         const std::string what = row.element + " " + row.formulation + " " + row.mesh + " " + row.quantity;
         EXPECT_TRUE(reaches_theory(row)) << what << " " << (row.order.empty() ? 0 : row.order.back());
@@ -119,13 +122,29 @@ TEST(OrdersTools, ARowIsJudgedByItsLastOrderAndDrawn) {
                           {0.5},       {1e-3},         {},     0};
     EXPECT_FALSE(reaches_theory(exact));
     Collected said;
-    print_orders({row, exact, nan}, said);
+    print_orders_totals({row, exact, nan}, said);
     EXPECT_NE(said.summaries.find("3 rows, 2 below theory"), std::string::npos) << said.summaries;
     const std::string chapter = orders_chapter({row, exact});
     EXPECT_NE(chapter.find("<figcaption>static, smooth meshes: displacement"), std::string::npos);
     EXPECT_NE(chapter.find(">order 2<"), std::string::npos);
     EXPECT_EQ(chapter.find("<figcaption>nonlinear"), std::string::npos);
     EXPECT_EQ(orders_chapter({}), "");
+}
+
+// Whoever waits for minutes sees the rows that are done.
+TEST(OrdersTools, RowsAreToldBeforeTheNextAreComputed) {
+    struct StopsAtFirstRow : Collected {
+        void take(Kind kind, std::string_view text) override {
+            Collected::take(kind, text);
+            if (kind == Kind::summary) cancel();
+        }
+    } said;
+    TempFolder folder;
+    std::vector<OrdersRow> rows;
+    EXPECT_FALSE(find_orders({(folder.path() / "log").string(), true, "explicit"},
+                             testing::analysis_settings(), said, rows));
+    EXPECT_TRUE(said.summaries.starts_with("explicit   hexahedron ")) << said.summaries;
+    EXPECT_LT(rows.size(), 4u);
 }
 
 TEST(OrdersTools, AnUnknownAnalysisAndAStopAreTold) {

@@ -62,6 +62,39 @@ TEST_F(Verify, TellsEachCheckAndCountsThem) {
     folder.write("bar.txt", "part_info %");
     EXPECT_TRUE(
         contains(this->run("verify cases.txt --only first").out, "MISSED: the model has no solid elements"));
+    // settings that cannot be read are not passed over
+    folder.write("verify/cases.txt", cases);
+    folder.write("verify/bar.ana", "BAR explicit end_time what END\n");
+    EXPECT_TRUE(contains(this->run("verify pulled").out, "MISSED: verify/bar.ana: token 4 'what'"));
+}
+
+// Without a folder of cases those of the source tree are taken, or the ones installed.
+TEST_F(Verify, TakesTheCasesBesideTheProgram) {
+    if (!std::filesystem::exists(KESTRALUM_BINARY_DIR "/../verify/cases.txt"))
+        GTEST_SKIP() << "the build stands outside the source tree";
+    const Ended run = this->run("verify patch_hex --quiet");
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_TRUE(contains(run.out, "1 case: 12 checks met, 0 missed, 1 shown\n")) << run.out;
+}
+
+// A misspelt parameter changes nothing, and is told; an expression without a value is not told by the page.
+TEST_F(Verify, TellsWhatAParameterIsNot) {
+    folder.write("cases.txt", replaced(cases, "set=P=2000", "set=P=2000 set=PP=7"));
+    Ended run = this->run("verify cases.txt pulled");
+    EXPECT_EQ(run.status, 0) << run.out;
+    EXPECT_EQ(count_of(run.out, "\n  note: bar.txt: --set PP: the model file defines no such parameter"), 1)
+        << run.out;
+    const std::string sum = "1" + std::string(1 << 20, '+');
+    for (const auto& [good, bad] :
+         {std::pair<const char*, std::string>{"near 2*P*L", "near " + sum + "+2*P*L"},
+          {"set=P=2000", "set=P=" + sum}}) {
+        folder.write("cases.txt", replaced(cases, good, bad));
+        run = this->run("verify cases.txt pulled");
+        EXPECT_EQ(run.status, 1);
+        EXPECT_TRUE(contains(run.out, "MISSED: ") && contains(run.out, "++...")) << run.out.substr(0, 3000);
+        EXPECT_LT(run.out.size(), 3000u);
+    }
+    EXPECT_LT(refused("verify " + std::string(100000, 'x')).err.size(), 1000u);
 }
 
 // An infinite target or tolerance would be met by any value, a place that is none by the first node, and what
@@ -102,6 +135,13 @@ TEST_F(Verify, RunsTheCasesThatAreNamed) {
     EXPECT_TRUE(contains(refused("verify 'p*' 'q*'").err, "no case is named 'q*'; --list tells the names"));
     EXPECT_TRUE(contains(refused("verify elsewhere").err, "'elsewhere'; --list tells the names"));
     refused("verify other/cases.txt first");
+    for (const char* words : {"verify ''", "verify cases.txt ''", "verify '' first", "verify --quick ''"})
+        EXPECT_TRUE(contains(refused(words).err, "an empty name")) << words;
+    // what looks like a file is one where it is there
+    folder.write("verify/cases.txt", replaced(cases, "case first ", "case sub/first.bar "));
+    for (const char* words : {"verify sub/first.bar", "verify 'sub/*'", "verify 'sub/first.*' --quick"})
+        EXPECT_TRUE(contains(this->run(words).out, "\n1 case: 1 checks met, 0 missed, 1 shown\n")) << words;
+    EXPECT_TRUE(contains(refused("verify sub/second.bar").err, "sub/second.bar: ")) << "no file of the name";
     refused("verify first --list --report page.html");
     refused("static bar.txt --quick");
 }
@@ -213,6 +253,7 @@ TEST_F(Verify, TakesOverWhatACaseDoesNotSayItself) {
         {"again like pulled", "again like pulledd"},
         {"again like pulled", "again like again"},
         {"again like pulled", "again title A % like pulled"},
+        {"work energy shown 1", "work energy shown 1 work energy shown 1"},
         {"error_ratio most rough", "error_ratio most %"},
     };
     for (const auto& [good, bad] : wrongs) {
@@ -244,7 +285,12 @@ TEST_F(Verify, WritesAPageThatStandsForItself) {
           "5, of cases.txt", "<td>fine</td><td>enhanced hexahedra</td><td>108</td>",
           "MISSED: ", "Weak: full hexahedra lock.</p>", "none: "})
         EXPECT_TRUE(contains(page, text)) << text << page;
-    for (const char* text : {"<script", "<link", "src=", folder.path().c_str()})
+    EXPECT_TRUE(std::regex_search(
+        page, std::regex(std::filesystem::exists(KESTRALUM_SOURCE_DIR "/.git")
+                             ? "<td>KESTRALUM ver[0-9.]+, commit [0-9a-f]{10}( with changes)?</td>"
+                             : "<td>KESTRALUM ver[0-9.]+</td>")))
+        << page;
+    for (const char* text : {"<script", "<link", "src=", folder.path().c_str(), KESTRALUM_SOURCE_DIR})
         EXPECT_FALSE(contains(page, text)) << text;
     EXPECT_EQ(count_of(page, "<svg"), 1);       // a target of 0 has no error to draw
     EXPECT_EQ(count_of(page, "<polyline"), 2);  // enhanced, full
@@ -253,6 +299,24 @@ TEST_F(Verify, WritesAPageThatStandsForItself) {
     EXPECT_FALSE(exists("log/verify_pictures"));
     this->run("verify cases.txt --report again.html", no_pictures);
     EXPECT_EQ(bytes("again.html"), page);
+}
+
+// What the window program says of its options is passed on, with a program in its place that only refuses.
+TEST_F(Verify, SaysWhyAPictureIsMissing) {
+    folder.write("cases.txt", replaced(cases, "title A bar %", "title A bar % picture --contuor 1 %"));
+    std::filesystem::permissions(
+        folder.write("kestralum",
+                     "#!/bin/sh\nfor word; do [ $word != --contuor ] || what=$word; done\n"
+                     "echo \"kestralum: unknown option $what\" >&2; exit 2\n"),
+        std::filesystem::perms::owner_all);
+    const Ended run = this->run("verify cases.txt pulled --report page.html",
+                                "env DISPLAY=:0 sh -c 'cp \"$0\" . && exec ./kestralum-batch \"$@\"'");
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_TRUE(contains(run.out,
+                         "note: A bar: the window program has drawn no picture: kestralum: unknown "
+                         "option --contuor\n"))
+        << run.out;
+    EXPECT_TRUE(contains(run.out, "page.html, 1 problem, 0 pictures\n")) << run.out;
 }
 
 TEST_F(Verify, SaysBeforeItRunsThatNoPageCanBeWritten) {
@@ -292,7 +356,7 @@ TEST_F(Verify, ComparesWithAnotherProgram) {
     EXPECT_TRUE(contains(line_of(run.out, "twice "), "5.0e-01    1e-06  MISSED")) << run.out;
     EXPECT_TRUE(contains(other, "shown   hexahedra enhanced are written as C3D8I")) << other;
     EXPECT_TRUE(contains(run.out, "\nplastic                      left out: neither static nor modal\n"));
-    EXPECT_TRUE(contains(run.out, "1 cases agree with CalculiX, 1 missed, 1 shown, 1 left out\n")) << run.out;
+    EXPECT_TRUE(contains(run.out, "1 case agrees with CalculiX, 1 missed, 1 shown, 1 left out\n")) << run.out;
     EXPECT_EQ(this->run("verify cases.txt full --peer ccx", with).status, 0);
     EXPECT_TRUE(contains(this->run("verify cases.txt full --peer ccx", "env BROKEN=1 " + with).out,
                          "MISSED: ccx ended with status 201: *ERROR in calinput\n"));
@@ -374,6 +438,7 @@ TEST_F(Verify, RefusesWhatIsWrongInAFile) {
         {"case first", "case pulled"},
         {"model bar.txt % run static", "run static"},
         {"work energy", "2work energy"},
+        {"work energy", "tip energy"},
         {"title A bar %", "weak % title A bar %"},
         {"set=P=2000", "set=P=2000 quick"},
         {"between -2001 -1999", "between -2001 %"},
