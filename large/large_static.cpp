@@ -126,26 +126,12 @@ bool recover_all(LargeJob& large, std::span<const CaseTerms> frames, std::span<c
     return true;
 }
 
-bool work(LargeJob& large) {
+// Loads and solutions of the cases. The matrix and what solves with it are gone when it returns.
+bool solve_cases(LargeJob& large, PieceRows rows, const LoadSet& set, std::span<const std::string> cases,
+                 std::vector<CaseLoad>& loads, std::vector<std::vector<double>>& q) {
     Job& job = large.job;
     const Team& team = large.team;
-    std::vector<CaseTerms> frames;
-    if (!team.stage(job, [&] { return find_cases(job, frames); }) || !prepare_pieces(large)) return false;
-    PieceRows rows;
-    std::vector<double> diagonal;
-    // the numbering of the loads still has the members of rigid bodies
-    Freedoms& freedoms = large.system.freedoms;
-    const DofNumbering with_members = freedoms.numbering;
-    if (!make_rows(large, false, rows, &diagonal)) return false;
-    LoadSet set;
-    if (!team.stage(job, [&] {
-            const DofNumbering without = std::exchange(freedoms.numbering, with_members);
-            const bool found =
-                resolve_loads(job, freedoms, unstrained_diagonal(job, freedoms, diagonal), set);
-            freedoms.numbering = without;
-            return found && check_held(large);
-        }))
-        return false;
+    const Freedoms& freedoms = large.system.freedoms;
     job.clock.begin("matrix");
     const PetscMat matrix = make_matrix(team, freedoms, large.piece, {rows.km, rows.km.K_value}, large.scale);
     rows = {};
@@ -160,9 +146,6 @@ bool work(LargeJob& large) {
     if (bordered.has_free_motion())
         return job.fail(RunStatus::failed,
                         "the body is free: a motion of the rigid elements meets no resistance");
-    const std::vector<std::string> cases = cases_of(frames);
-    std::vector<CaseLoad> loads;
-    std::vector<std::vector<double>> q;
     for (const std::string& name : cases) {
         loads.push_back(load_of(large, set, name));
         if (!solve_case(large, bordered, loads.back().F, q.emplace_back())) return false;
@@ -170,7 +153,34 @@ bool work(LargeJob& large) {
     job.report().solver = solver.outcome();
     job.report().residual = bordered.residual();
     job.report().negative_pivots = solver.negative_pivots() + bordered.negative();
-    return recover_all(large, frames, cases, loads, q);
+    return true;
+}
+
+bool work(LargeJob& large) {
+    Job& job = large.job;
+    std::vector<CaseTerms> frames;
+    if (!large.team.stage(job, [&] { return find_cases(job, frames); }) || !prepare_pieces(large))
+        return false;
+    PieceRows rows;
+    std::vector<double> diagonal;
+    // the numbering of the loads still has the members of rigid bodies
+    Freedoms& freedoms = large.system.freedoms;
+    const DofNumbering with_members = freedoms.numbering;
+    if (!make_rows(large, false, rows, &diagonal)) return false;
+    LoadSet set;
+    if (!large.team.stage(job, [&] {
+            const DofNumbering without = std::exchange(freedoms.numbering, with_members);
+            const bool found =
+                resolve_loads(job, freedoms, unstrained_diagonal(job, freedoms, diagonal), set);
+            freedoms.numbering = without;
+            return found && check_held(large);
+        }))
+        return false;
+    const std::vector<std::string> cases = cases_of(frames);
+    std::vector<CaseLoad> loads;
+    std::vector<std::vector<double>> q;
+    return solve_cases(large, std::move(rows), set, cases, loads, q) &&
+           recover_all(large, frames, cases, loads, q);
 }
 
 }  // namespace
