@@ -5,10 +5,9 @@
 #include <cmath>
 
 #include "conditions/turning_stiffness.h"
-#include "elements/element_type.h"
 #include "model/format.h"
+#include "system/bordered.h"
 #include "system/support_springs.h"
-#include "system/transformed.h"
 
 namespace kestralum {
 
@@ -24,9 +23,10 @@ enum Timed { assembling, factoring, solving, stressing, gathering };
 
 }  // namespace
 
-NewtonSolver::NewtonSolver(Job& job, FiniteBody& body, const Freedoms& freedoms, const NewtonOptions& options)
+NewtonSolver::NewtonSolver(Job& job, NewtonBody& body, const Freedoms& freedoms, const NewtonOptions& options)
     : job_(job),
       body_(body),
+      mesh_(job.mesh()),
       freedoms_(freedoms),
       numbering_(freedoms.numbering),
       rigid_(freedoms.rigid),
@@ -34,87 +34,31 @@ NewtonSolver::NewtonSolver(Job& job, FiniteBody& body, const Freedoms& freedoms,
       free_(freedoms.numbering),
       states_(freedoms.rigid.bodies.size()),
       turns_(job.model.rigid_combines.size()) {
-    body.rigid = rigid_.elements_inside(body.mesh);
+    if (!rigid_.empty()) leave_members_out(rigid_, free_);
 }
-
-namespace {
-
-// Entry numbers in place of values (exact below 2^53) go through an elimination: where each entry that stays
-// comes from.
-std::vector<std::int64_t> entry_numbers(SparseKM& km) {
-    std::vector<std::int64_t> out(km.K_value.size());
-    for (std::size_t k = 0; k < out.size(); ++k) out[k] = static_cast<std::int64_t>(km.K_value[k]);
-    return out;
-}
-
-}  // namespace
 
 bool NewtonSolver::prepare() {
-    neighbours_ = neighbours_of_nodes(body_.mesh, freedoms_.node_elements, job_.progress);
-    count_overlap(neighbours_, full_, job_.progress);
-    build_index(neighbours_, full_, job_.progress);
-    if (!job_.goes_on()) return false;
-    find_diagonals(full_);
-    const ConstraintMap& map = freedoms_.constraints.map;
     held_.assign(freedoms_.constraints.held.size(), 0.0);
     target_ = carried_ = held_;
-    constrained_ = full_;
-    constrained_.K_value.assign(full_.entries(), 0.0);
-    transform(map, body_.threads, constrained_, job_.progress);
-    if (!job_.goes_on()) return false;
-    for (std::size_t k = 0; k < constrained_.K_value.size(); ++k)
-        constrained_.K_value[k] = static_cast<double>(k);
-    eliminate_fixed(numbering_.dof_map, constrained_, job_.progress);
-    kept_ = entry_numbers(constrained_);
-    reduced_ = constrained_;
-    if (!rigid_.empty()) {
-        rigid_transform(rigid_, {}, body_.mesh, false, reduced_, free_, border_);
-        for (std::int32_t dof : numbering_.free_dofs) equation_.push_back(free_.dof_map[dof]);
-    }
-    kept_free_ = entry_numbers(reduced_);
-    const std::size_t equations = free_.free_dofs.size() + border_.nr;
+    if (!body_.prepare()) return false;
+    const std::size_t equations = free_.free_dofs.size() + rigid_.equations;
     if (equations == 0)
         return job_.fail(RunStatus::failed, "every degree of freedom is fixed: nothing to solve");
     Q_.assign(equations, 0.0);
     nodal_Q_.assign(body_.u.size(), 0.0);
     SilentProgress silent(job_.progress);  // its lines come with the first iteration
     at_rest_ = assemble(silent);
-    if (!job_.goes_on()) return false;
+    if (!body_.goes_on()) return false;
     if (!at_rest_) return job_.fail(RunStatus::failed, error);
-    std::unique_ptr<Factor> free;
-    if (reduced_.rows() > 0) {
-        const double border = 2 * 8e-6 * reduced_.rows() * border_.nr;
-        free = plan_factor(job_, reduced_, freedoms_.diag_num, {free_.free_dofs, 1, border, true});
-        if (!free) return false;
-    }
-    factor_ = std::make_unique<BorderedFactor>(std::move(free), reduced_.rows(), border_.nr);
-    return true;
+    return body_.plan();
 }
 
 bool NewtonSolver::assemble(Progress& lines) {
     const auto start = Clock::now();
-    const std::int32_t bad = assemble_km(
-        body_.mesh, neighbours_,
-        [&](std::int32_t e, double* ke, double*) { return finite_stiffness(body_, e, ke); }, body_.threads,
-        full_, lines, MassStorage::none, "k=");
-    if (bad >= 0) {
-        const auto c = element_centre(body_.mesh, bad);
-        error = formatted("element %d at (%.6g, %.6g, %.6g) is flat or inverted", bad + 1, c[0], c[1], c[2]);
+    if (!body_.assemble(loads_, load_factor_, lines)) {
+        error = body_.error;
         return false;
     }
-    error = add_springs(job_.model, body_.mesh, freedoms_.node_elements, full_, full_.K_value);
-    if (!error.empty()) return false;
-    if (loads_)
-        add_follower_stiffness(*loads_, body_.mesh, load_factor_, Growth::with_time, job_.options.load_case,
-                               body_.u, adding_to(full_, full_.K_value));
-    const ConstraintMap& map = freedoms_.constraints.map;
-    if (!map.empty()) {
-        mapped_ = full_;
-        transform(map, body_.threads, mapped_, job_.progress);
-    }
-    const std::vector<double>& values = map.empty() ? full_.K_value : mapped_.K_value;
-    for (std::size_t k = 0; k < kept_.size(); ++k) constrained_.K_value[k] = values[kept_[k]];
-    for (std::size_t k = 0; k < kept_free_.size(); ++k) reduced_.K_value[k] = values[kept_free_[k]];
     seconds[assembling] += assemble_seconds_ = since(start);
     return true;
 }
@@ -132,16 +76,16 @@ void NewtonSolver::set_forces(double factor) {
     load_factor_ = factor;
     const std::string& load_case = job_.options.load_case;
     const auto loads_at = [&](double time, Growth growth) {
-        return applied_loads(*loads_, body_.mesh, rigid_, time, growth, load_case, body_.u, states_);
+        return applied_loads(*loads_, mesh_, rigid_, time, growth, load_case, body_.u, states_);
     };
     applied_ = loads_at(factor, Growth::with_time);
     gathered_ = applied_.nodal;
     freedoms_.constraints.map.gather(gathered_);
     if (!one_factor_) {
-        F_ = reduce_loads(applied_, freedoms_, free_.free_dofs, body_.mesh, states_);
+        F_ = reduce_loads(applied_, freedoms_, free_.free_dofs, mesh_, states_);
         return;
     }
-    F_ = reduce_loads(loads_at(1, Growth::whole), freedoms_, free_.free_dofs, body_.mesh, states_);
+    F_ = reduce_loads(loads_at(1, Growth::whole), freedoms_, free_.free_dofs, mesh_, states_);
     for (double& f : F_) f *= factor;
 }
 
@@ -155,7 +99,7 @@ void NewtonSolver::set_targets(double factor) {
             HeldDof one{constraints.held[k].dof, constraints.held[k].record, {part}};
             const bool varies = records[part.record].options.displacement[part.axis].varies;
             sum += (varies ? 1 : factor) *
-                   constraints.displacement(one, records, body_.mesh, factor, job_.options.load_case);
+                   constraints.displacement(one, records, mesh_, factor, job_.options.load_case);
         }
         target_[k] = sum;
         prescribed_ = prescribed_ || sum != 0;
@@ -180,10 +124,9 @@ std::vector<double> NewtonSolver::left_to_move() const {
 // E := E - K moved on the equations.
 void NewtonSolver::subtract_moved(const std::vector<double>& moved, std::vector<double>& E) const {
     AppliedLoads resisted;
-    resisted.nodal.resize(moved.size());
+    resisted.nodal = body_.resistance(moved);
     resisted.rigid.assign(rigid_.bodies.size(), {});
-    multiply(full_, full_.K_value, moved, resisted.nodal, full_.rows(), 1, body_.threads);
-    const std::vector<double> R = reduce_loads(resisted, freedoms_, free_.free_dofs, body_.mesh, states_);
+    const std::vector<double> R = reduce_loads(resisted, freedoms_, free_.free_dofs, mesh_, states_);
     for (std::size_t k = 0; k < E.size(); ++k) E[k] -= R[k];
 }
 
@@ -193,7 +136,7 @@ void NewtonSolver::add_load_stiffness(std::span<double> K_rr) const {
     for (std::size_t d = 0; d < nodal.size(); ++d) nodal[d] -= gathered_[d];
     for (std::size_t b = 0; b < rigid_.bodies.size(); ++b) {
         const RigidBody& body = rigid_.bodies[b];
-        std::vector<ForceAt> forces = forces_on_members(body, body_.mesh, nodal);
+        std::vector<ForceAt> forces = forces_on_members(body, mesh_, nodal);
         forces.push_back({body.reference, times(-1, triple(applied_.rigid[b], 0))});
         add_turning_stiffness(body, states_[b], forces, rigid_.equations, K_rr);
     }
@@ -201,18 +144,16 @@ void NewtonSolver::add_load_stiffness(std::span<double> K_rr) const {
 
 bool NewtonSolver::evaluate() {
     const auto start = Clock::now();
-    const std::int32_t bad = update_stresses(body_);
+    const bool sound = body_.update_stresses();
     seconds[stressing] += since(start);
-    if (bad >= 0) {
-        const auto c = element_centre(body_.mesh, bad);
-        error = formatted("element %d at (%.6g, %.6g, %.6g) is inverted or its stress is not finite", bad + 1,
-                          c[0], c[1], c[2]);
+    if (!sound) {
+        error = body_.error;
         return false;
     }
     const auto gather = Clock::now();
-    nodal_Q_ = internal_forces(body_, freedoms_.node_elements);
+    nodal_Q_ = body_.internal_forces();
     for (const BoundaryCondition& record : job_.model.boundary_conditions)
-        add_spring_forces(record, body_.mesh, freedoms_.node_elements, body_.u, nodal_Q_);
+        add_spring_forces(record, mesh_, freedoms_.node_elements, body_.u, nodal_Q_);
     freedoms_.constraints.map.gather(nodal_Q_);
     const std::size_t nf = free_.free_dofs.size();
     for (std::size_t k = 0; k < nf; ++k) Q_[k] = nodal_Q_[free_.free_dofs[k]];
@@ -221,7 +162,7 @@ bool NewtonSolver::evaluate() {
         std::fill(own.begin(), own.end(), 0.0);
         for (std::size_t b = 0; b < states_.size(); ++b) {
             const RigidBody& rigid = rigid_.bodies[b];
-            project(rigid, states_[b], resultant(rigid, states_[b], body_.mesh, nodal_Q_), 1,
+            project(rigid, states_[b], resultant(rigid, states_[b], mesh_, nodal_Q_), 1,
                     own.data() + rigid.first);
         }
         add_combine_forces(job_.model.rigid_combines, rigid_, states_, turns_, own);
@@ -257,7 +198,7 @@ bool NewtonSolver::place(const Placement& from, std::span<const double> du, doub
         for (double& v : q) v *= s;
         for (std::size_t b = 0; b < states_.size(); ++b)
             states_[b] = advanced(rigid_.bodies[b], from.states[b], q.data() + rigid_.bodies[b].first);
-        place_members(rigid_, states_, body_.mesh, body_.u);
+        place_members(rigid_, states_, mesh_, body_.u);
         map.follow(body_.u);
     }
     return evaluate();
@@ -294,25 +235,19 @@ bool NewtonSolver::search_along(const Placement& from, const std::vector<double>
     return place(from, du, s);
 }
 
-bool NewtonSolver::factor_and_solve(std::vector<double>& du, IncrementReport& report) {
+bool NewtonSolver::factor_and_solve(std::vector<double>& du) {
     job_.progress.print("Static Analysis Start\n");
-    if (const Factor* free = factor_->free()) {
-        job_.progress.print("[L] division:%d\n", free->division_count());
-        job_.progress.print("[L]memory size=%10.1f[MB]\n", free->megabytes());
-    }
     auto start = Clock::now();
     const auto failed = [&] {
         error = job_.report().remarks.errors.back();
         return false;
     };
-    if (!factor_->factor(job_, job_.progress, reduced_, reduced_.K_value, border_.K_fr, border_.K_rr))
-        return failed();
+    if (!body_.factor()) return failed();
     seconds[factoring] += since(start);
     start = Clock::now();
     for (std::size_t k = 0; k < du.size(); ++k) du[k] = F_[k] - Q_[k];
     if (const std::vector<double> moved = left_to_move(); !moved.empty()) subtract_moved(moved, du);
-    if (!factor_->solve(job_, du)) return failed();
-    report.negative_pivots = factor_->negative_pivots();
+    if (!body_.solve(du)) return failed();
     seconds[solving] += since(start);
     return true;
 }
@@ -321,18 +256,9 @@ bool NewtonSolver::factor_and_solve(std::vector<double>& du, IncrementReport& re
 bool NewtonSolver::finds_free_motion() {
     if (free_motion_checked_) return false;
     free_motion_checked_ = true;
-    const std::int32_t loose =
-        factor_->free() ? find_free_motion(reduced_, reduced_.K_value, *factor_->free(), job_.progress) : -1;
-    if (loose >= 0) {
-        const std::int32_t dof = free_.free_dofs[loose];
-        const double* x = &body_.mesh.coordinates[dof - dof % 3];
-        error = formatted("the body is free: the supports do not hold node %d at (%.6g, %.6g, %.6g) in %c",
-                          dof / 3 + 1, x[0], x[1], x[2], "xyz"[dof % 3]);
-        return true;
-    }
-    if (!factor_->has_free_motion(border_.K_rr)) return false;
-    error = "the body is free: a motion of the rigid elements meets no resistance";
-    return true;
+    const std::string free = body_.free_motion();
+    if (!free.empty()) error = free;
+    return !free.empty();
 }
 
 // The heading of an iteration and the forces it starts from.
@@ -400,7 +326,7 @@ double NewtonSolver::work(const std::vector<double>& u_before, std::span<const R
     if (loads_->surface.empty()) return all;
     const LoadSet pressures{{}, loads_->surface, {}};
     const auto at = [&](double time, const std::vector<double>& u) {
-        return applied_loads(pressures, body_.mesh, {}, time, Growth::with_time, load_case, u).nodal;
+        return applied_loads(pressures, mesh_, {}, time, Growth::with_time, load_case, u).nodal;
     };
     const std::vector<double> before = at(factor_before, u_before), now = at(factor, body_.u);
     for (std::size_t d = 0; d < now.size(); ++d)
@@ -436,12 +362,20 @@ double NewtonSolver::measure(IncrementReport& report) {
 }
 
 NewtonOutcome NewtonSolver::attempt(bool search, IncrementReport& report) {
+    const NewtonOutcome end = iterate(search, report);
+    const bool stands = end == NewtonOutcome::converged || end == NewtonOutcome::unconverged;
+    if (!stands || body_.count_negative(report.negative_pivots)) return end;
+    error = job_.report().remarks.errors.back();
+    return NewtonOutcome::failed;
+}
+
+NewtonOutcome NewtonSolver::iterate(bool search, IncrementReport& report) {
     report.ratios.clear();
     job_.progress.clear_residuals();
     std::vector<double> du(Q_.size());
     for (int iteration = 0;; ++iteration) {
         print_head(iteration);
-        const std::int32_t elements = body_.mesh.element_num();
+        const std::int32_t elements = mesh_.element_num();
         if (!at_rest_ && !assemble(job_.progress)) return NewtonOutcome::diverged;
         for (std::int32_t e = 0; at_rest_ && job_.progress.lines_wanted() && e < elements; ++e)
             job_.progress.counter(e, elements, "k=");
@@ -453,17 +387,16 @@ NewtonOutcome NewtonSolver::attempt(bool search, IncrementReport& report) {
         job_.progress.print("Force Vector Complete\n");
         const auto rigid_start = Clock::now();
         if (!rigid_.empty()) {
-            fill_border(rigid_, states_, body_.mesh, constrained_, numbering_.free_dofs, equation_, false,
-                        border_);
-            add_combine_stiffness(job_.model.rigid_combines, rigid_, states_, turns_, border_.K_rr);
-            add_load_stiffness(border_.K_rr);
+            const std::span<double> K_rr = body_.border(states_);
+            add_combine_stiffness(job_.model.rigid_combines, rigid_, states_, turns_, K_rr);
+            add_load_stiffness(K_rr);
         }
         job_.progress.print("K_F_Rigid Time:  %lf[s]\n", rigid_.empty() ? 0.0 : since(rigid_start));
         job_.progress.print("cal_QF Time:  %lf[s]\n", gather_seconds_);
         job_.progress.print("Q Rigid Transformaion\n");
-        job_.progress.print("fn_no_rigid=%zu, fn_rigid=%d\n", free_.free_dofs.size(), border_.nr);
+        job_.progress.print("fn_no_rigid=%zu, fn_rigid=%d\n", free_.free_dofs.size(), rigid_.equations);
         job_.progress.print("Q_Rigid Time:  %lf[s]\n", 0.0);
-        if (!factor_and_solve(du, report) || finds_free_motion()) return NewtonOutcome::failed;
+        if (!factor_and_solve(du) || finds_free_motion()) return NewtonOutcome::failed;
         const auto start = Clock::now();
         const Placement from = placement();
         const bool sound = search ? search_along(from, du) : place(from, du, 1);
@@ -477,7 +410,7 @@ NewtonOutcome NewtonSolver::attempt(bool search, IncrementReport& report) {
             return NewtonOutcome::diverged;
         }
         if (iteration == options_.limit - 1) return NewtonOutcome::unconverged;
-        if (!job_.goes_on()) return NewtonOutcome::failed;
+        if (!body_.goes_on()) return NewtonOutcome::failed;
     }
 }
 
@@ -491,10 +424,7 @@ IncrementReport NewtonSolver::advance(std::int32_t number, double factor, bool o
         outcome = NewtonOutcome::failed;
         return refused;
     }
-    thermal_ =
-        thermal_strains(*loads_, job_.model, body_.mesh, factor, Growth::with_time, job_.options.load_case);
-    body_.set_thermal(thermal_);
-    if (!thermal_.empty()) meet_heat();
+    if (body_.set_heat(*loads_, factor)) meet_heat();
     job_.progress.print("########## Force Iteration: %d ##########\n", number);
     const Placement at_start = placement();
     held_before_ = held_;

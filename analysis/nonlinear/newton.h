@@ -6,13 +6,12 @@
 //     counts what they carry too, and heat what it has left unbalanced
 #pragma once
 
-#include <memory>
+#include <span>
 #include <string>
+#include <vector>
 
+#include "analysis/nonlinear/newton_body.h"
 #include "conditions/rigid_combines.h"
-#include "elements/finite_elements.h"
-#include "solver/sparse.h"
-#include "system/assembly.h"
 #include "system/load_set.h"
 
 namespace kestralum {
@@ -29,26 +28,20 @@ struct NewtonOptions {
 class NewtonSolver {
 public:
     // Borrows all; the body is at rest, its run's nodal load not known yet.
-    NewtonSolver(Job& job, FiniteBody& body, const Freedoms& freedoms, const NewtonOptions& options);
+    NewtonSolver(Job& job, NewtonBody& body, const Freedoms& freedoms, const NewtonOptions& options);
 
-    // The pattern and its reduction to the equations, and K at rest. False with the run's status set: a flat
-    // element, nothing free, a budget, a cancel.
+    // The body's matrix, and K at rest. False with the run's status set: a flat element, nothing free, a
+    // budget, a cancel.
     bool prepare();
 
     // Before the first increment.
     void set_loads(const LoadSet& loads);
-
-    // K at rest without the supported degrees of freedom: its diagonal weighs the shares of area forces.
-    const SparseKM& stiffness() const { return constrained_; }
 
     // Increment `number` (from 1) up to the load factor `factor`. Starts once more with a line search where
     // the first attempt does not converge. On `converged` the states are committed; on `unconverged` the body
     // is at its last iterate, or with `or_back` where the increment began; on `diverged` and `failed`, a
     // cancel among them, it is where the increment began.
     IncrementReport advance(std::int32_t number, double factor, bool or_back = false);
-
-    // Waits for the file of the last factor; false with the run's status set.
-    bool await_file() { return !factor_ || factor_->await_file(job_); }
 
     // One per equation: those of nodes on no rigid body, then the bodies'.
     std::span<const double> internal() const { return Q_; }
@@ -67,8 +60,9 @@ public:
 
 private:
     NewtonOutcome attempt(bool search, IncrementReport& report);
+    NewtonOutcome iterate(bool search, IncrementReport& report);
     bool assemble(Progress& lines);
-    bool factor_and_solve(std::vector<double>& du, IncrementReport& report);
+    bool factor_and_solve(std::vector<double>& du);
     struct Placement {
         std::vector<double> u;
         std::vector<RigidState> states;
@@ -100,27 +94,18 @@ private:
     std::vector<double> gathered_;       // applied_.nodal on the places of q
     std::vector<double> held_, target_;  // per constraints.held: displacement where the body is, and to be, m
     std::vector<double> carried_, held_before_,
-        carried_before_;           // the forces there, N; both when the increment began
-    bool prescribed_ = false;      // some of them are not 0
-    std::vector<double> thermal_;  // of the points
-    FiniteBody& body_;
+        carried_before_;       // the forces there, N; both when the increment began
+    bool prescribed_ = false;  // some of them are not 0
+    NewtonBody& body_;
+    const Mesh& mesh_;
     const Freedoms& freedoms_;
     const DofNumbering& numbering_;
     const RigidSystem& rigid_;
     NewtonOptions options_;
 
-    NodeNeighbours neighbours_;
-    // K of all degrees of freedom, of those that no support holds, and of those on no rigid body either
-    SparseKM full_, constrained_, reduced_;
-    SparseKM mapped_;  // full_ through the constraint map, where there is one
-    std::vector<std::int64_t> kept_,
-        kept_free_;      // per entry of constrained_ and reduced_: its place in full_ or mapped_
-    DofNumbering free_;  // numbering of reduced_
-    std::vector<std::int32_t> equation_;  // per row of constrained_: row of reduced_, -1 = member
-    Border border_;
+    DofNumbering free_;  // without the members of rigid bodies
     std::vector<RigidState> states_;
     std::vector<CombineTurn> turns_;  // of the rigid combines, at the end of the last increment
-    std::unique_ptr<BorderedFactor> factor_;
     std::vector<double> F_, Q_;
     std::vector<double> nodal_Q_;  // 3 per node
     double load_factor_ = 0;

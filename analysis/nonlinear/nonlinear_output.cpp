@@ -106,10 +106,11 @@ void NonlinearHistory::begin(Job& job, const NodeElements& node_elements) {
 }
 
 void NonlinearHistory::add(Job& job, const IncrementReport& increment, std::span<const double> internal,
-                           const FiniteBody& body) {
+                           const NewtonBody& body) {
+    std::vector<double> stresses = body.mises();
+    if (!body.keeps()) return;
     Q.emplace_back(internal.begin(), internal.end());
-    std::vector<double>& values = mises.emplace_back(body.stress.size() / 6);
-    for (std::size_t p = 0; p < values.size(); ++p) values[p] = kestralum::mises(&body.stress[6 * p]);
+    mises.push_back(std::move(stresses));
     std::vector<double>& row = job.run.history.values;
     row.insert(row.end(),
                {increment.factor, static_cast<double>(increment.iterations), increment.ratio,

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "elements/finite_elements.h"
+#include "analysis/nonlinear/newton_body.h"
 #include "system/job.h"
 
 namespace kestralum {
@@ -20,7 +20,7 @@ struct NonlinearHistory {
 
     void begin(Job& job, const NodeElements& node_elements);
     void add(Job& job, const IncrementReport& increment, std::span<const double> internal,
-             const FiniteBody& body);
+             const NewtonBody& body);
 
     // "log\integ_stress.txt": a line for each point of the 100 elements with the largest Mises stress at the
     // end, "[element][point]:%e " per increment (element from 1, point from 0). "log\Q.txt": a line for each

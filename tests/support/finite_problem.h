@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "analysis/nonlinear/newton.h"
+#include "analysis/nonlinear/whole_body.h"
 #include "solver/ordering.h"
 #include "support/analysis_run.h"
 #include "support/assembled.h"
@@ -41,7 +42,8 @@ public:
     // full: 3 per node, N, at load factor 1
     void start(const std::vector<double>& full) {
         for (std::int32_t d : freedoms.numbering.free_dofs) result.load[d] = full.empty() ? 0.0 : full[d];
-        solver = std::make_unique<NewtonSolver>(job, body, freedoms, newton);
+        whole = std::make_unique<WholeBody>(job, body, freedoms);
+        solver = std::make_unique<NewtonSolver>(job, *whole, freedoms, newton);
         loads.groups = {{.options = {}, .nodal = result.load, .rigid_forces = {}}};
         solver->set_loads(loads);
         ASSERT_TRUE(solver->prepare());
@@ -77,6 +79,7 @@ public:
     NewtonOptions newton;
     Job job{model, settings, options, silent, result};
     LoadSet loads;
+    std::unique_ptr<WholeBody> whole;
     std::unique_ptr<NewtonSolver> solver;
 };
 
