@@ -258,10 +258,11 @@ PointResults finite_point_results(const FiniteBody& body) {
     return out;
 }
 
-double plastic_share(const FiniteBody& body) {
+std::array<double, 2> plastic_volume(const FiniteBody& body, std::span<const char> counted) {
     const ElementType& type = element_type(body.mesh.element_type);
     double plastic = 0, all = 0;
     for (std::int32_t e = 0; e < body.mesh.element_num(); ++e) {
+        if (!counted.empty() && counted[e] == 0) continue;
         ElementPoints points;
         evaluate_points(type, body.mesh, e, points);
         for (int p = 0; p < type.points; ++p) {
@@ -270,6 +271,11 @@ double plastic_share(const FiniteBody& body) {
             if (body.committed[first_point(type, e) + p].alpha > 0) plastic += w;
         }
     }
+    return {plastic, all};
+}
+
+double plastic_share(const FiniteBody& body) {
+    const auto [plastic, all] = plastic_volume(body);
     return all > 0 ? plastic / all : 0;
 }
 

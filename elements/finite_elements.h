@@ -2,6 +2,7 @@
 // every element type, from its referential gradients (see finite_strain.h for the point).
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -66,5 +67,7 @@ PointResults finite_point_results(const FiniteBody& body);
 
 // Volume share of the points whose equivalent plastic strain is above zero, 0 … 1.
 double plastic_share(const FiniteBody& body);
+// That volume and the whole one, m^3, of the elements with counted[e] != 0; all where it is empty.
+std::array<double, 2> plastic_volume(const FiniteBody& body, std::span<const char> counted = {});
 
 }  // namespace kestralum

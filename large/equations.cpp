@@ -10,9 +10,6 @@
 
 namespace kestralum {
 
-namespace {
-
-// The bodies' members by the numbers of the nodes here: what tells elements inside a body.
 RigidSystem members_here(const RigidSystem& rigid, const Piece& piece) {
     RigidSystem out;
     if (rigid.empty()) return out;
@@ -21,7 +18,6 @@ RigidSystem members_here(const RigidSystem& rigid, const Piece& piece) {
     return out;
 }
 
-// Adds the blocks of faces, by nodes of the run, whose elements are here.
 AddBlock adding_here(const Piece& piece, const AddBlock& add) {
     return [&piece, add](std::span<const std::int32_t> nodes, std::span<const double> block) {
         std::vector<std::int32_t> here;
@@ -33,6 +29,8 @@ AddBlock adding_here(const Piece& piece, const AddBlock& add) {
         if (whole) add(here, block);
     };
 }
+
+namespace {
 
 // K and M of the nodes here; false with the error set.
 bool assemble_here(Job& job, const Freedoms& freedoms, const Elasticity& elasticity, const Piece& piece,
@@ -83,8 +81,13 @@ PieceRows assemble_rows(Job& job, const Freedoms& freedoms, const Elasticity& el
     }
     SilentProgress silent(job.progress);
     transform(piece.map, job.threads(), out.km, silent);
-    for (std::int32_t row = 0; row < piece.owned_dofs(); ++row)
-        out.diagonal.push_back(diagonal_entry(out.km, row));
+    out.diagonal = owned_diagonal(piece, out.km);
+    return out;
+}
+
+std::vector<double> owned_diagonal(const Piece& piece, const SparseKM& km) {
+    std::vector<double> out;
+    for (std::int32_t row = 0; row < piece.owned_dofs(); ++row) out.push_back(diagonal_entry(km, row));
     return out;
 }
 
@@ -98,9 +101,6 @@ std::vector<char> free_rows(const Freedoms& freedoms, const Piece& piece) {
     return out;
 }
 
-namespace {
-
-// values · x on the owned rows.
 std::vector<double> multiply_owned(const Piece& piece, const SparseKM& km, std::span<const double> values,
                                    std::span<const double> x) {
     std::vector<double> y(piece.owned_dofs(), 0.0);
@@ -109,6 +109,8 @@ std::vector<double> multiply_owned(const Piece& piece, const SparseKM& km, std::
             y[row] += values[k] * x[km.col_index[k]];
     return y;
 }
+
+namespace {
 
 // One matrix through the bodies' motions, which are columns of values per node here.
 void add_border(const Team& team, const Piece& piece, const SparseKM& km, std::span<const double> values,
@@ -132,25 +134,38 @@ void add_border(const Team& team, const Piece& piece, const SparseKM& km, std::s
 
 }  // namespace
 
-PieceBorder make_border(const Team& team, const Job& job, const Freedoms& freedoms, const Piece& piece,
-                        const SparseKM& km) {
+PieceBorder border_at(const Team& team, const Job& job, const Freedoms& freedoms, const Piece& piece,
+                      const SparseKM& km, std::span<const RigidState> states) {
     PieceBorder out;
     const RigidSystem& rigid = freedoms.rigid;
     if (rigid.empty()) return out;
     out.nr = rigid.equations;
     // the members' displacements in each motion of the bodies, which is T's column
     std::vector<std::vector<double>> motions;
-    std::vector<double> amounts(out.nr, 0.0), u(job.mesh().dof_num());
-    for (std::int32_t k = 0; k < out.nr; ++k) {
-        amounts[k] = 1;
-        std::ranges::fill(u, 0.0);
-        expand_members(rigid, job.mesh(), amounts, u);
-        motions.push_back(piece.of_all(u));
-        amounts[k] = 0;
+    for (std::size_t b = 0; b < rigid.bodies.size(); ++b) {
+        const RigidBody& body = rigid.bodies[b];
+        const RigidState state = states.empty() ? RigidState{} : states[b];
+        for (const Vec6& motion : current_motions(body, state)) {
+            std::vector<double>& u = motions.emplace_back(piece.mesh.dof_num(), 0.0);
+            for (const std::int32_t n : body.members) {
+                if (piece.node_of[n] < 0 || std::ranges::binary_search(body.fixed, n)) continue;
+                const Vec3 arm = turned(state.R, minus(place_of(job.mesh(), n), body.pivot));
+                const Vec3 turn = cross({motion[3], motion[4], motion[5]}, arm);
+                for (std::size_t c = 0; c < 3; ++c) u[3 * piece.node_of[n] + c] = motion[c] + turn[c];
+            }
+        }
     }
     const std::vector<char> free = free_rows(freedoms, piece);
     add_border(team, piece, km, km.K_value, motions, free, out.K_fr, out.K_rr);
     if (!km.M_value.empty()) add_border(team, piece, km, km.M_value, motions, free, out.M_fr, out.M_rr);
+    return out;
+}
+
+PieceBorder make_border(const Team& team, const Job& job, const Freedoms& freedoms, const Piece& piece,
+                        const SparseKM& km) {
+    PieceBorder out = border_at(team, job, freedoms, piece, km, {});
+    if (out.nr == 0) return out;
+    const RigidSystem& rigid = freedoms.rigid;
     add_combine_stiffness(job.model.rigid_combines, rigid, std::vector<RigidState>(rigid.bodies.size()), {},
                           out.K_rr);
     return out;
@@ -276,7 +291,7 @@ double scale_of(const Team& team, const Freedoms& freedoms, const Piece& piece, 
 }
 
 void set_rigid_motions(const Team& team, const Mesh& mesh, const Freedoms& freedoms, const Piece& piece,
-                       Mat matrix) {
+                       Mat matrix, std::span<const double> u) {
     Vec3 centre;
     for (std::size_t c = 0; c < 3; ++c) centre[c] = 0.5 * (mesh.size_info[c] + mesh.size_info[c + 3]);
     std::vector<PetscVec> motions;
@@ -288,7 +303,8 @@ void set_rigid_motions(const Team& team, const Mesh& mesh, const Freedoms& freed
         for (std::int32_t row = 0; row < piece.owned_dofs(); ++row) {
             const std::int32_t node = piece.nodes[row / 3];
             const Vec3 axis = freedoms.constraints.map.axis(3 * node + row % 3);
-            const Vec3 turn = cross(minus(place_of(mesh, node), centre), axis);
+            const Vec3 moved = u.empty() ? Vec3{} : triple(u, node);
+            const Vec3 turn = cross(plus(minus(place_of(mesh, node), centre), moved), axis);
             value[row] = m < 3 ? axis[m] : turn[m - 3];
         }
         must(VecRestoreArray(motion, &value));

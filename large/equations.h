@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "conditions/surface_loads.h"
 #include "elements/elasticity.h"
 #include "large/petsc.h"
 #include "large/piece.h"
@@ -39,7 +40,23 @@ struct PieceBorder {
     std::vector<double> K_rr, M_rr;  // nr × nr; the same on every rank
 };
 
-// Collective. The springs between bodies are in K_rr.
+// Of values on the pattern of the nodes here, on the owned rows: the diagonal, and the product with x, 3 per
+// node here.
+std::vector<double> owned_diagonal(const Piece& piece, const SparseKM& km);
+std::vector<double> multiply_owned(const Piece& piece, const SparseKM& km, std::span<const double> values,
+                                   std::span<const double> x);
+
+// Adds the blocks of faces, by nodes of the run, whose elements are here.
+AddBlock adding_here(const Piece& piece, const AddBlock& add);
+
+// The bodies' members by the numbers of the nodes here: what tells elements inside a body.
+RigidSystem members_here(const RigidSystem& rigid, const Piece& piece);
+
+// The border of the elements at the bodies' states (empty: at rest). Collective.
+PieceBorder border_at(const Team& team, const Job& job, const Freedoms& freedoms, const Piece& piece,
+                      const SparseKM& km, std::span<const RigidState> states);
+
+// The same at rest with the springs between the bodies in K_rr.
 PieceBorder make_border(const Team& team, const Job& job, const Freedoms& freedoms, const Piece& piece,
                         const SparseKM& km);
 
@@ -61,8 +78,8 @@ PetscMat make_matrix(const Team& team, const Freedoms& freedoms, const Piece& pi
 double scale_of(const Team& team, const Freedoms& freedoms, const Piece& piece, const SparseKM& km);
 
 // The rigid motions of the mesh on the owned rows of the matrix: what its multigrid takes as smooth.
-// Collective.
+// u: 3 per node of the run, of a mesh that has moved; empty: at rest. Collective.
 void set_rigid_motions(const Team& team, const Mesh& mesh, const Freedoms& freedoms, const Piece& piece,
-                       Mat matrix);
+                       Mat matrix, std::span<const double> u = {});
 
 }  // namespace kestralum

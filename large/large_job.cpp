@@ -2,19 +2,19 @@
 
 #include <algorithm>
 
+#include "analysis/eigen/rigid_motions.h"
 #include "model/format.h"
 #include "results/result_file.h"
 #include "results/vtu_file.h"
 #include "system/bordered.h"
+#include "system/model_check.h"
 
 namespace kestralum {
 
-bool prepare_pieces(LargeJob& large) {
+bool prepare_pieces(LargeJob& large, Renumbering how) {
     const auto& [team, job] = std::tie(large.team, large.job);
     Freedoms& freedoms = large.system.freedoms;
-    if (!team.stage(job, [&] {
-            return check_analysable(job) && make_run_mesh(job, Renumbering::by_settings, freedoms);
-        }))
+    if (!team.stage(job, [&] { return check_analysable(job) && make_run_mesh(job, how, freedoms); }))
         return false;
     job.clock.begin("order");
     if (!team.stage(job, [&] { return number_freedoms(job, freedoms); })) return false;
@@ -25,6 +25,21 @@ bool prepare_pieces(LargeJob& large) {
         large.piece = make_piece(large.partition, team.rank(), job.mesh(), freedoms.constraints.map);
         return true;
     });
+}
+
+bool check_held(LargeJob& large) {
+    Job& job = large.job;
+    const std::vector<Body> bodies = bodies_of(job.model, job.mesh(), large.system.freedoms);
+    for (std::size_t b = 0; b < bodies.size(); ++b)
+        if (!bodies[b].supported)
+            return job.fail(RunStatus::failed,
+                            formatted("the body is free: no support holds body %zu (part %s)", b + 1,
+                                      job.model.parts[bodies[b].parts.front()].name.c_str()));
+    const std::size_t motions =
+        free_rigid_motions(job, large.system).size() / static_cast<std::size_t>(large.system.equations());
+    return motions == 0 ||
+           job.fail(RunStatus::failed, formatted("the body is free: the supports leave %zu rigid motion%s",
+                                                 motions, motions == 1 ? "" : "s"));
 }
 
 bool make_rows(LargeJob& large, bool with_mass, PieceRows& rows, std::vector<double>* diagonal) {

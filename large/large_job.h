@@ -26,7 +26,11 @@ struct LargeJob {
 };
 
 // The run's mesh, its freedoms, and the piece of this rank. False with the status set, like all that follows.
-bool prepare_pieces(LargeJob& large);
+bool prepare_pieces(LargeJob& large, Renumbering how = Renumbering::by_settings);
+
+// Without pivots to look at: whether each body is held, and the supports leave no rigid motion of the whole.
+// The members of rigid bodies are out of the numbering.
+bool check_held(LargeJob& large);
 
 // The rows of this rank and the border; leaves the members of rigid bodies out of the numbering. `diagonal`:
 // of K, per equation of the numbering as it was, for resolve_loads().

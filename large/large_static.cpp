@@ -3,34 +3,16 @@
 #include <algorithm>
 #include <cmath>
 
-#include "analysis/eigen/rigid_motions.h"
 #include "analysis/section_report.h"
 #include "analysis/static/static_report.h"
 #include "large/large_job.h"
 #include "model/format.h"
 #include "system/mesh_notes.h"
-#include "system/model_check.h"
 #include "system/reactions.h"
 
 namespace kestralum {
 
 namespace {
-
-// Without pivots to look at: whether each body is held, and the supports leave no rigid motion of the whole.
-bool check_held(LargeJob& large) {
-    Job& job = large.job;
-    const std::vector<Body> bodies = bodies_of(job.model, job.mesh(), large.system.freedoms);
-    for (std::size_t b = 0; b < bodies.size(); ++b)
-        if (!bodies[b].supported)
-            return job.fail(RunStatus::failed,
-                            formatted("the body is free: no support holds body %zu (part %s)", b + 1,
-                                      job.model.parts[bodies[b].parts.front()].name.c_str()));
-    const std::size_t motions =
-        free_rigid_motions(job, large.system).size() / static_cast<std::size_t>(large.system.equations());
-    return motions == 0 ||
-           job.fail(RunStatus::failed, formatted("the body is free: the supports leave %zu rigid motion%s",
-                                                 motions, motions == 1 ? "" : "s"));
-}
 
 // One load case: what acts on the whole body, and the initial strains of the piece.
 struct CaseLoad {

@@ -203,4 +203,22 @@ std::vector<double> gather_nodes(const Team& team, const Partition& partition, s
     return out;
 }
 
+std::vector<double> gather_elements(const Team& team, const Partition& partition, const Piece& piece,
+                                    std::span<const double> values, std::size_t width) {
+    std::vector<double> own;
+    for (std::size_t e = 0; e < piece.elements.size(); ++e)
+        if (piece.counted[e])
+            own.insert(own.end(), values.begin() + std::ptrdiff_t(e * width),
+                       values.begin() + std::ptrdiff_t((e + 1) * width));
+    const std::vector<double> by_rank = team.gather(own);
+    if (!team.first()) return {};
+    std::vector<std::size_t> next(team.size() + 1, 0);  // element of a rank, its elements ascending
+    for (const std::int32_t rank : partition.element_rank) ++next[rank + 1];
+    std::partial_sum(next.begin(), next.end(), next.begin());
+    std::vector<double> out(by_rank.size());
+    for (std::size_t e = 0; e < partition.element_rank.size(); ++e)
+        std::copy_n(&by_rank[width * next[partition.element_rank[e]]++], width, &out[width * e]);
+    return out;
+}
+
 }  // namespace kestralum

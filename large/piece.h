@@ -63,4 +63,9 @@ Piece make_piece(const Partition& partition, int rank, const Mesh& mesh, const C
 std::vector<double> gather_nodes(const Team& team, const Partition& partition, std::span<const double> owned,
                                  int width, bool everywhere);
 
+// Per element of the run, `width` values each, on the first rank, from values of the elements here; nothing
+// on the others. Collective.
+std::vector<double> gather_elements(const Team& team, const Partition& partition, const Piece& piece,
+                                    std::span<const double> values, std::size_t width);
+
 }  // namespace kestralum

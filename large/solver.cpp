@@ -8,6 +8,13 @@
 #include "model/format.h"
 #include "solver/dense_eigen.h"
 
+// LAPACK (Anderson et al., LAPACK Users' Guide, 3rd ed. 1999)
+extern "C" {
+void dgetrf_(const int* m, const int* n, double* a, const int* lda, int* pivots, int* info);
+void dgetrs_(const char* trans, const int* n, const int* columns, const double* a, const int* lda,
+             const int* pivots, double* b, const int* ldb, int* info, std::size_t);
+}
+
 namespace kestralum {
 
 namespace {
@@ -203,6 +210,29 @@ bool LargeSolver::solve(std::span<double> x) {
     return team_.goes_on(job_);
 }
 
+bool LargeSolver::look_for_negative() {
+    if (method_ == LargeMethod::direct) return true;
+    PetscVec f, x;
+    must(MatCreateVecs(matrix_, x.reset(), f.reset()));
+    PetscInt first = 0, last = 0;
+    must(MatGetOwnershipRange(matrix_, &first, &last));
+    std::vector<double> values;
+    for (PetscInt row = first; row < last; ++row) {  // splitmix64 of the row's number
+        std::uint64_t z = (std::uint64_t(row) + 1) * 0x9e3779b97f4a7c15u;
+        z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9u;
+        z = (z ^ (z >> 27)) * 0x94d049bb133111ebu;
+        values.push_back(static_cast<double>(z >> 11) * 0x1p-52 - 1);
+    }
+    set_values(f, values);
+    double residual = 0;
+    int iterations = 0;
+    const bool positive = iterate(f, x, residual, iterations);
+    if (!team_.goes_on(job_)) return false;
+    return positive ||
+           take_direct(formatted("conjugate gradients have left %.1e of a trial load after %d iterations",
+                                 residual, iterations));
+}
+
 void LargeSolver::multiply(std::span<const double> x, std::span<double> y) const {
     PetscVec from, to;
     must(MatCreateVecs(matrix_, from.reset(), to.reset()));
@@ -235,15 +265,36 @@ bool LargeBordered::prepare() {
             for (std::size_t row = 0; row < rows; ++row)
                 V_[j * nr + k] -= border_.K_fr[j * rows + row] * X_[k * rows + row];
     team_.sum(V_);
+    return reduce_border();
+}
+
+// The scaled S of V = -Arf Aff⁻¹ Afr: its eigenvalues, and its factors where it is not symmetric.
+bool LargeBordered::reduce_border() {
+    const std::size_t nr = border_.nr;
+    const std::vector<double>& K_rr = border_.K_rr;
     for (std::size_t j = 0; j < nr; ++j) {
-        const double diagonal = std::abs(border_.K_rr[j * nr + j]);
+        const double diagonal = std::abs(K_rr[j * nr + j]);
         scale_.push_back(diagonal > 0 ? 1 / std::sqrt(diagonal) : 1);
     }
+    std::vector<double> S(nr * nr);  // column-major
     for (std::size_t j = 0; j < nr; ++j)
-        for (std::size_t k = 0; k <= j; ++k) {
-            const double S = border_.K_rr[j * nr + k] + 0.5 * (V_[j * nr + k] + V_[k * nr + j]);
-            V_[j * nr + k] = V_[k * nr + j] = S * scale_[j] * scale_[k];
+        for (std::size_t k = 0; k < nr; ++k) {
+            const double condensed = 0.5 * (V_[j * nr + k] + V_[k * nr + j]);
+            S[k * nr + j] = (K_rr[j * nr + k] + condensed) * scale_[j] * scale_[k];
+            symmetric_ = symmetric_ && K_rr[j * nr + k] == K_rr[k * nr + j];
         }
+    for (std::size_t j = 0; j < nr; ++j)
+        for (std::size_t k = 0; k < nr; ++k) V_[j * nr + k] = 0.5 * (S[j * nr + k] + S[k * nr + j]);
+    if (!symmetric_) {
+        const int n = border_.nr;
+        int info = 0;
+        LU_ = S;
+        pivots_.resize(nr);
+        dgetrf_(&n, &n, LU_.data(), &n, pivots_.data(), &info);
+        if (info != 0)
+            return job_.fail(RunStatus::failed,
+                             "the body is free: a motion of the rigid elements meets no resistance");
+    }
     if (!symmetric_eigen(static_cast<int>(nr), V_, values_))
         return job_.fail(RunStatus::failed, "the displacements are not finite numbers");
     constexpr double nothing = 1e-12;
@@ -304,6 +355,24 @@ bool LargeBordered::solve(std::span<double> f, std::span<double> g) {
     return true;
 }
 
+// The scaled S, in place.
+void LargeBordered::solve_border(std::span<double> g) const {
+    const std::size_t nr = g.size();
+    if (!symmetric_) {
+        const int n = border_.nr, one = 1;
+        int info = 0;
+        dgetrs_("N", &n, &one, LU_.data(), &n, pivots_.data(), g.data(), &n, &info, 1);
+        return;
+    }
+    const std::vector<double> rest(g.begin(), g.end());
+    std::ranges::fill(g, 0.0);
+    for (std::size_t v = 0; v < nr; ++v) {
+        double along = 0;
+        for (std::size_t k = 0; k < nr; ++k) along += V_[v * nr + k] * rest[k];
+        for (std::size_t k = 0; k < nr; ++k) g[k] += V_[v * nr + k] * along / values_[v];
+    }
+}
+
 bool LargeBordered::eliminate(std::span<double> f, std::span<double> g) {
     if (!solver_.solve(f)) return false;
     const std::size_t nr = border_.nr, rows = f.size();
@@ -312,13 +381,9 @@ bool LargeBordered::eliminate(std::span<double> f, std::span<double> g) {
     for (std::size_t k = 0; k < nr; ++k)
         for (std::size_t row = 0; row < rows; ++row) rest[k] -= border_.K_fr[k * rows + row] * f[row];
     team_.sum(rest);
-    for (std::size_t k = 0; k < nr; ++k) rest[k] = (rest[k] + g[k]) * scale_[k];
-    std::ranges::fill(g, 0.0);
-    for (std::size_t v = 0; v < nr; ++v) {
-        double along = 0;
-        for (std::size_t k = 0; k < nr; ++k) along += V_[v * nr + k] * rest[k];
-        for (std::size_t k = 0; k < nr; ++k) g[k] += scale_[k] * V_[v * nr + k] * along / values_[v];
-    }
+    for (std::size_t k = 0; k < nr; ++k) g[k] = (rest[k] + g[k]) * scale_[k];
+    solve_border(g);
+    for (std::size_t k = 0; k < nr; ++k) g[k] *= scale_[k];
     for (std::size_t k = 0; k < nr; ++k)
         for (std::size_t row = 0; row < rows; ++row) f[row] -= X_[k * rows + row] * g[k];
     return true;

@@ -30,6 +30,10 @@ public:
     double residual() const { return residual_; }   // the largest true one, ‖f - A x‖ / ‖f‖
     // Of the direct factor; 0 of the multigrid's, whose matrix is positive.
     std::int64_t negative_pivots() const { return negative_pivots_; }
+    // Looks for a direction of negative energy where the solutions so far have met none: the iteration solves
+    // for a right-hand side that has a part in every direction; where it cannot, the direct factor is made
+    // and takes over. Collective; false with the status set.
+    bool look_for_negative();
     double tolerance() const { return tolerance_; }
     // y := A x, owned rows.
     void multiply(std::span<const double> x, std::span<double> y) const;
@@ -58,7 +62,7 @@ private:
 };
 
 // A system with the border of rigid bodies: [Aff Afr; Arf Arr], Aff behind `solver`; S = Arr - Arf Aff⁻¹ Afr
-// is the same on every rank (compare system/bordered.h).
+// is the same on every rank (compare system/bordered.h). Arr need not be symmetric.
 class LargeBordered {
 public:
     // Borrows the solver, which has been set up, and the border. Solves one column per motion of the bodies.
@@ -68,12 +72,15 @@ public:
     // of the whole system is that of the solver's.
     bool solve(std::span<double> f, std::span<double> g);
     double residual() const { return residual_; }  // the largest of the whole system, |F - K q|/|F|
-    // Smallest eigenvalue of S, scaled to the diagonal of Arr, below 1e-12: a motion that nothing resists.
+    // Smallest eigenvalue of S's symmetric part, scaled to the diagonal of Arr, below 1e-12: a motion that
+    // nothing resists.
     bool has_free_motion() const { return free_motion_; }
     std::int64_t negative() const { return negative_; }
 
 private:
     bool eliminate(std::span<double> f, std::span<double> g);
+    bool reduce_border();
+    void solve_border(std::span<double> g) const;
     double left_over(std::span<const double> f, std::span<const double> g, std::span<double> x,
                      std::span<double> y);
 
@@ -84,6 +91,9 @@ private:
     std::vector<double> X_;           // Aff⁻¹ Afr
     std::vector<double> V_, values_;  // of the scaled S: eigenvectors, eigenvalues
     std::vector<double> scale_;       // 1/√(diagonal of Arr)
+    bool symmetric_ = true;           // of Arr
+    std::vector<double> LU_;          // of the scaled S where it is not, column-major
+    std::vector<int> pivots_;
     double residual_ = 0;
     bool free_motion_ = false;
     std::int64_t negative_ = 0;

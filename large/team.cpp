@@ -1,5 +1,6 @@
 #include "large/team.h"
 
+#include <limits>
 #include <new>
 #include <numeric>
 
@@ -40,6 +41,13 @@ std::int64_t Team::sum(std::int64_t value) const {
 double Team::largest(double value) const {
     MPI_Allreduce(MPI_IN_PLACE, &value, 1, MPI_DOUBLE, MPI_MAX, comm_);
     return value;
+}
+
+std::int32_t Team::lowest(std::int32_t number) const {
+    constexpr std::int32_t none = std::numeric_limits<std::int32_t>::max();
+    std::int32_t least = number < 0 ? none : number;
+    MPI_Allreduce(MPI_IN_PLACE, &least, 1, MPI_INT32_T, MPI_MIN, comm_);
+    return least == none ? -1 : least;
 }
 
 bool Team::any(bool here) const {

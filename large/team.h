@@ -30,6 +30,8 @@ public:
     double sum(double value) const;
     std::int64_t sum(std::int64_t value) const;
     double largest(double value) const;
+    // The lowest of the numbers from 0 on; -1 where no rank has one.
+    std::int32_t lowest(std::int32_t number) const;
     bool any(bool here) const;
 
     // Makes `values` those of the first rank.

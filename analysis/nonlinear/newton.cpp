@@ -376,7 +376,8 @@ NewtonOutcome NewtonSolver::iterate(bool search, IncrementReport& report) {
     for (int iteration = 0;; ++iteration) {
         print_head(iteration);
         const std::int32_t elements = mesh_.element_num();
-        if (!at_rest_ && !assemble(job_.progress)) return NewtonOutcome::diverged;
+        if (!at_rest_ && !assemble(job_.progress))
+            return body_.goes_on() ? NewtonOutcome::diverged : NewtonOutcome::failed;
         for (std::int32_t e = 0; at_rest_ && job_.progress.lines_wanted() && e < elements; ++e)
             job_.progress.counter(e, elements, "k=");
         at_rest_ = false;

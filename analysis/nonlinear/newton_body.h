@@ -35,7 +35,7 @@ public:
     // The pattern of K. False with the status set.
     virtual bool prepare() = 0;
     // K at u: of the elements, the supports' springs and, where there are loads, of the pressures that follow
-    // at their load factor. False with `error` set.
+    // at their load factor. False with `error` set, or where it was asked to stop.
     virtual bool assemble(const LoadSet* loads, double factor, Progress& lines) = 0;
     // What factors K, which has been assembled once. False with the status set.
     virtual bool plan() = 0;

@@ -86,6 +86,7 @@ bool WholeBody::assemble(const LoadSet* loads, double factor, Progress& lines) {
     if (!map.empty()) {
         mapped_ = full_;
         transform(map, body_.threads, mapped_, job_.progress);
+        if (!job_.goes_on()) return false;  // a stop leaves tables that are not to be used
     }
     const std::vector<double>& values = map.empty() ? full_.K_value : mapped_.K_value;
     for (std::size_t k = 0; k < kept_.size(); ++k) constrained_.K_value[k] = values[kept_[k]];

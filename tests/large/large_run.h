@@ -22,12 +22,12 @@ protected:
     void TearDown() override { MPI_Barrier(team.comm()); }
 
     // A model of the sources' own; of one with the cells n and nz few of them.
-    bool read_shipped(const std::string& name) {
+    bool read_shipped(const std::string& name, std::vector<ParameterOverride> set = {}) {
         model = placeholder_model();
         model.model_file_name = KESTRALUM_SOURCE_DIR "/" + name;
-        std::vector<ParameterOverride> few;
-        if (name.find("rigid_joint") != std::string::npos) few = {{"n", "2"}, {"nz", "12"}};
-        return read_input_file(model, few, said).ok;
+        if (name.find("rigid_joint") != std::string::npos)
+            set.insert(set.begin(), {{"n", "2"}, {"nz", "12"}});
+        return read_input_file(model, set, said).ok;
     }
     kestralum::Run run_large(const std::string& word, const std::string& solver = "auto",
                              bool pieces = false) {

@@ -1,0 +1,247 @@
+// The nonlinear static analysis on several ranks against that of one process.
+#include "input/analysis_info_reader.h"
+#include "large_run.h"
+#include "model/paths.h"
+#include "results/result_file.h"
+
+namespace kestralum::testing {
+namespace {
+
+class LargeNonlinear : public LargeTest {
+protected:
+    void SetUp() override {
+        LargeTest::SetUp();
+        settings.nl_conv = 1e-9;
+    }
+
+    // spare: iterations that an increment may differ by
+    void expect_increments(const kestralum::Run& large, const kestralum::Run& alone, int spare) {
+        const auto &got = large.report.nonlinear.increments, &exact = alone.report.nonlinear.increments;
+        ASSERT_EQ(got.size(), exact.size());
+        for (std::size_t k = 0; k < exact.size(); ++k) {
+            EXPECT_EQ(got[k].factor, exact[k].factor);
+            EXPECT_EQ(got[k].converged, exact[k].converged);
+            EXPECT_LE(std::abs(got[k].iterations - exact[k].iterations), spare) << k;
+            EXPECT_EQ(got[k].negative_pivots, exact[k].negative_pivots) << k;
+            EXPECT_NEAR(got[k].plastic_share, exact[k].plastic_share, 1e-12);
+            EXPECT_NEAR(got[k].work, exact[k].work, 1e-7 * std::abs(exact[k].work));
+            EXPECT_NEAR(got[k].largest_displacement, exact[k].largest_displacement,
+                        1e-7 * exact[k].largest_displacement);
+            ASSERT_EQ(got[k].supports.size(), exact[k].supports.size());
+            double size = 0;
+            for (const SupportReaction& support : exact[k].supports)
+                for (const double f : support.force) size = std::max(size, std::abs(f));
+            for (std::size_t s = 0; s < exact[k].supports.size(); ++s)
+                for (std::size_t c = 0; c < 3; ++c)
+                    EXPECT_NEAR(got[k].supports[s].force[c], exact[k].supports[s].force[c], 1e-6 * size);
+        }
+    }
+
+    void expect_frame(const Frame& got, const Frame& exact) {
+        EXPECT_EQ(got.n_freq, exact.n_freq);
+        const std::size_t dofs = exact.mode_vec.size();
+        expect_equal(got.mode_vec, exact.mode_vec, 1e-7);
+        expect_equal(got.reaction, exact.reaction, 1e-6);
+        ASSERT_EQ(got.node_stress.size(), exact.node_stress.size());
+        for (const std::size_t first : {std::size_t(0), 2 * dofs})
+            expect_equal(got.node_stress, exact.node_stress, 1e-6, first, 2 * dofs);
+        double mises = 0;
+        for (std::size_t at = 4 * dofs; at < exact.node_stress.size(); at += 3)
+            mises = std::max(mises, exact.node_stress[at]);
+        for (std::size_t at = 4 * dofs; at < exact.node_stress.size(); at += 3) {
+            ASSERT_NEAR(got.node_stress[at], exact.node_stress[at], 1e-6 * mises);
+            ASSERT_NEAR(got.node_stress[at + 1], exact.node_stress[at + 1], 1e-9);  // plastic strain
+            ASSERT_NEAR(got.node_stress[at + 2], exact.node_stress[at + 2], 1e-6 * mises);
+        }
+        ASSERT_EQ(got.element_stress.size(), exact.element_stress.size());
+        ASSERT_EQ(got.element_plastic.size(), exact.element_plastic.size());
+        expect_equal(got.element_stress, exact.element_stress, 1e-6);
+        expect_equal(got.element_strain, exact.element_strain, 1e-6);
+        for (std::size_t e = 0; e < exact.element_plastic.size(); ++e)
+            ASSERT_NEAR(got.element_plastic[e], exact.element_plastic[e], 1e-7);
+    }
+
+    std::string written(const std::string& folder_name, const std::string& name) {
+        return read_file(paths::to_platform(name, folder_name));
+    }
+
+    void expect_as_alone(int spare = 0, const std::string& solver = "auto") {
+        const kestralum::Run large = run_large("nonlinear", solver), alone = run_alone("nonlinear");
+        ASSERT_EQ(alone.report.status, RunStatus::done) << joined(alone.report.remarks.errors);
+        ASSERT_EQ(large.report.status, RunStatus::done) << joined(large.report.remarks.errors);
+        EXPECT_EQ(large.report.free_dofs, alone.report.free_dofs);
+        EXPECT_NEAR(large.report.largest_mises.value, alone.report.largest_mises.value,
+                    1e-6 * alone.report.largest_mises.value);
+        expect_increments(large, alone, spare);
+        if (!team.first()) {
+            EXPECT_TRUE(large.results.empty());
+            return;
+        }
+        EXPECT_TRUE(large.report.written);
+        ASSERT_EQ(large.results.size(), alone.results.size());
+        for (std::size_t k = 0; k < alone.results.size(); ++k)
+            expect_frame(*large.results[k], *alone.results[k]);
+        // the logs have the same lines for the same equations and points
+        const std::string own = folder.file("alone");
+        EXPECT_FALSE(written(log_folder, "log\\Q.txt").empty());
+        EXPECT_EQ(std::ranges::count(written(log_folder, "log\\Q.txt"), '\n'),
+                  std::ranges::count(written(own, "log\\Q.txt"), '\n'));
+        const std::string points = written(log_folder, "log\\integ_stress.txt"),
+                          exact = written(own, "log\\integ_stress.txt");
+        EXPECT_EQ(std::ranges::count(points, '\n'), std::ranges::count(exact, '\n'));
+        EXPECT_EQ(large.history.columns, alone.history.columns);
+        EXPECT_EQ(large.history.values.size(), alone.history.values.size());
+    }
+};
+
+struct Shipped {
+    const char* file;
+    std::vector<ParameterOverride> set;
+    std::vector<double> factors;
+    // A point that an increment starts from on its yield surface is elastic or plastic in the first tangent
+    // as rounding has it: an iteration more or less.
+    int spare = 0;
+    double tolerance = 1e-9;
+};
+
+class LargeNonlinearShipped : public LargeNonlinear, public ::testing::WithParamInterface<Shipped> {};
+
+TEST_P(LargeNonlinearShipped, AgreesWithOneProcess) {
+    ASSERT_TRUE(read_shipped(GetParam().file, GetParam().set));
+    ASSERT_NE(read_analysis_info_file(model, said).status, AnalysisInfoStatus::wrong);
+    options.factors = GetParam().factors;
+    settings.nl_conv = GetParam().tolerance;
+    expect_as_alone(GetParam().spare);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, LargeNonlinearShipped,
+    ::testing::Values(
+        Shipped{"verify/plastic/cantilever_tet4_coarse.txt", {}, {0.9, 1}, 1},
+        Shipped{"verify/plastic/cantilever_hex.txt", {{"nh", "2"}, {"nl", "10"}}, {0.8, 1.1}, 1},
+        Shipped{"verify/loads/follower_hex.txt", {{"ny", "2"}, {"nz", "20"}}, {0.1, 0.2}, 0, 1e-6},
+        Shipped{"verify/bodies/rigid_joint.txt", {{"nz", "3"}, {"kr", "100"}}, {0.5, 1}},
+        Shipped{"verify/loads/tied_unlike_hex.txt", {}, {1, 20}},
+        Shipped{"verify/loads/spring_bed_hex.txt", {}, {1}}),
+    [](const auto& of) {
+        const std::string name = of.param.file;
+        return name.substr(name.rfind('/') + 1, name.rfind('.') - name.rfind('/') - 1);
+    });
+
+// Stretched to twice its length by its end, which also goes sideways.
+TEST_F(LargeNonlinear, ASupportMovesFar) {
+    ASSERT_TRUE(
+        read(ModelText{.material = "1000 1e7 0.3",
+                       .parts = rect("A", "1 1 2", "3 3 6"),
+                       .supports = "LOW plane z 0 0 0 0 0 0 TOP plane z 0 0 0 0 2 2 ux=0.5 uy=0 uz=2"}));
+    options.factors = {0.5, 1};
+    expect_as_alone();
+}
+
+// Heat that both ends hold back, and one that it grows under.
+TEST_F(LargeNonlinear, HeatMeetsWhatHoldsIt) {
+    ASSERT_TRUE(read("hexahedra enhanced % material_info M 1000 1e9 0.3 alpha=1e-4 % part_info " +
+                     rect("A", "1 1 3", "3 3 8") +
+                     "% set_info SIDE plane x 1 % boundary_condition LOW plane z 0 0 0 0 0 0 TOP plane z 0 0 "
+                     "0 0 3 3 % load_info H temperature all 100*(1+x) P pressure SIDE 1e6 % END\n"));
+    options.factors = {0.5, 1};
+    expect_as_alone();
+}
+
+// A square column, perfect but for rounding, beyond its Euler load: one direction of negative energy across
+// each side, which its load does not touch. Newton stays on the straight branch.
+TEST_F(LargeNonlinear, NegativePivotsBeyondTheEulerLoadAreCounted) {
+    const double E = 1e9, L = 10, I = 1.0 / 12, euler = M_PI * M_PI * E * I / (4 * L * L);
+    ASSERT_TRUE(
+        read("hexahedra enhanced % material_info M 1000 1e9 0 % part_info " + rect("A", "1 1 10", "2 2 8") +
+             "% set_info TOP plane z 10 % boundary_condition LOW plane z 0 0 0 0 0 0 % load_info P force "
+             "TOP 0 0 " +
+             formatted("%.17g", -euler) + " % END\n"));
+    options.factors = {0.8, 1.2};
+    for (const char* solver : {"auto", "sparse"}) {
+        expect_as_alone(0, solver);
+        const kestralum::Run large = run_large("nonlinear", solver);
+        ASSERT_EQ(large.report.nonlinear.increments.size(), 2u);
+        EXPECT_EQ(large.report.nonlinear.increments[0].negative_pivots, 0);
+        EXPECT_EQ(large.report.nonlinear.increments[1].negative_pivots, 2);
+        EXPECT_EQ(large.report.negative_pivots, 2);
+    }
+}
+
+// What ends a run of one process ends that of many with the same words, and the frames before it stand.
+TEST_F(LargeNonlinear, EndsAsOneProcessDoes) {
+    const std::string held = "S plane z 0 0 0 0 0 0", block = rect("A", "1 1 2", "3 3 6");
+    const auto expect_same_end = [&] {
+        const kestralum::Run large = run_large("nonlinear"), alone = run_alone("nonlinear");
+        EXPECT_EQ(large.report.status, alone.report.status);
+        EXPECT_EQ(large.report.remarks.errors, alone.report.remarks.errors);
+        EXPECT_EQ(large.report.nonlinear.increments.size(), alone.report.nonlinear.increments.size());
+        if (team.first()) {
+            EXPECT_EQ(large.results.size(), alone.results.size());
+        }
+        return alone;
+    };
+    // pushed through itself
+    ASSERT_TRUE(read(ModelText{
+        .material = "1000 1e7 0.3", .parts = block, .supports = held + " TOP plane z 0 0 0 0 2 2 uz=-4"}));
+    options.factors = {0.1, 1};
+    const kestralum::Run inverted = expect_same_end();
+    ASSERT_EQ(inverted.report.remarks.errors.size(), 1u);
+    EXPECT_NE(inverted.report.remarks.errors[0].find("is inverted"), std::string::npos)
+        << inverted.report.remarks.errors[0];
+    EXPECT_EQ(inverted.results.size(), 1u);
+    // no balance in so few iterations
+    ASSERT_TRUE(read(ModelText{
+        .material = "1000 1e7 0.3", .parts = block, .supports = held, .forces = "P area x 5e5 0 1 0 1 2 2"}));
+    model.iteration_limit = 1;
+    options.factors = {0.5, 1};
+    for (const int go_on : {0, 1}) {
+        settings.nl_static = go_on;
+        const kestralum::Run alone = run_alone("nonlinear"), large = run_large("nonlinear");
+        EXPECT_EQ(large.report.status, alone.report.status);
+        EXPECT_EQ(large.report.nonlinear.increments.size(), alone.report.nonlinear.increments.size());
+        EXPECT_EQ(large.report.nonlinear.increments.size(), go_on ? 2u : 1u);
+    }
+}
+
+TEST_F(LargeNonlinear, AFreeBodyAndPiecesAreRefused) {
+    ASSERT_TRUE(read(ModelText{.parts = rect("A", "1 1 1", "3 3 3"), .forces = "P area z 1000 0 1 0 1 1 1"}));
+    const kestralum::Run loose = run_large("nonlinear");
+    EXPECT_EQ(loose.report.status, RunStatus::failed);
+    ASSERT_EQ(loose.report.remarks.errors.size(), 1u);
+    EXPECT_NE(loose.report.remarks.errors[0].find("the body is free"), std::string::npos);
+    const kestralum::Run pieces = run_large("nonlinear", "auto", true);
+    EXPECT_EQ(pieces.report.status, RunStatus::bad_input);
+    ASSERT_EQ(pieces.report.remarks.errors.size(), 1u);
+    EXPECT_NE(pieces.report.remarks.errors[0].find("--vtu"), std::string::npos);
+    MPI_Barrier(team.comm());
+    EXPECT_FALSE(std::filesystem::exists(log_folder + "/result_model.txt"));
+}
+
+// Asks to stop when the second increment is under way.
+class StopsInTheSecond : public Collected {
+public:
+    bool cancelled() const override { return course().text.starts_with("increment 2"); }
+};
+
+TEST_F(LargeNonlinear, AStopOnOneRankStopsAllAndLeavesTheEarlierResult) {
+    ASSERT_TRUE(read(ModelText{.material = "1000 1e7 0.3",
+                               .parts = rect("A", "1 1 2", "3 3 6"),
+                               .supports = "S plane z 0 0 0 0 0 0",
+                               .forces = "P area x 1e4 0 1 0 1 2 2"}));
+    options.factors = {0.5, 1};
+    ASSERT_EQ(run_large("nonlinear").report.status, RunStatus::done);
+    const std::string file = log_folder + "/result_model.txt";
+    const std::string before = read_file(file);
+    StopsInTheSecond stops;
+    LargeOptions large{.run = options, .pieces = false};
+    large.run.log_folder = log_folder;
+    Progress& here = team.rank() == team.size() - 1 ? static_cast<Progress&>(stops) : said;
+    const kestralum::Run run = analyse_large(team, "nonlinear", model, settings, large, here);
+    EXPECT_EQ(run.report.status, RunStatus::cancelled);
+    EXPECT_TRUE(run.results.empty());
+    EXPECT_EQ(read_file(file), before);
+}
+
+}  // namespace
+}  // namespace kestralum::testing
