@@ -25,8 +25,9 @@ public:
     NewtonBody(const NewtonBody&) = delete;
     NewtonBody& operator=(const NewtonBody&) = delete;
 
-    std::vector<double>&
-        u;              // of all nodes, 3 each, m; what the other functions take comes with update_stresses()
+    // Displacements of all nodes, 3 each, m. The other functions take them as they were at the last
+    // update_stresses().
+    std::vector<double>& u;
     std::string error;  // why assemble() or update_stresses() was false
 
     // False with the run's status set where it was asked to stop or another process has failed.
