@@ -11,8 +11,6 @@
 
 namespace kestralum {
 
-inline constexpr const char* result_files =
-    "Text Files (*.txt);;Pieces of Several Processes (*.pvtu);;All Files (*)";
 inline constexpr const char* text_files = "Text Files (*.txt);;All Files (*)";
 inline constexpr const char* movie_files = "Text Files (*.mov);;All Files (*)";
 

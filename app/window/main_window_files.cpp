@@ -257,7 +257,7 @@ void MainWindow::open_displacements(const QString& name) {
 }
 
 void MainWindow::showResultFileDialog() {
-    const QString name = ask_for_file(this, result_files, result_folder_);
+    const QString name = ask_for_file(this, text_files, result_folder_);
     if (!name.isEmpty()) open_results(name);
 }
 
