@@ -4,6 +4,7 @@
 
 #include "analysis/analysis_table.h"
 #include "large/large_eigen.h"
+#include "large/large_explicit.h"
 #include "large/large_static.h"
 
 namespace kestralum {
@@ -15,10 +16,11 @@ struct LargeEntry {
     void (*analyse)(const Team& team, Job& job, bool pieces);
 };
 
-constexpr std::array<LargeEntry, 3> entries{{
+constexpr std::array<LargeEntry, 4> entries{{
     {"static", analyse_static_large},
     {"eigen-lanczos", analyse_eigen_large},
     {"eigen-subspace", analyse_eigen_large},
+    {"explicit", analyse_explicit_large},
 }};
 
 const LargeEntry* find_entry(const std::string& word) {
