@@ -1,6 +1,10 @@
 #include "large/large_explicit.h"
 
 #include <algorithm>
+#include <chrono>
+#include <span>
+#include <string>
+#include <vector>
 
 #include "analysis/explicit/explicit_report.h"
 #include "analysis/explicit/explicit_setup.h"
