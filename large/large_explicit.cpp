@@ -26,13 +26,10 @@ std::string beyond_ranks(const Job& job, bool pieces) {
         if (material.erode > 0) return "material " + material.name + ": erode=";
     for (const BoundaryCondition& support : model.boundary_conditions) {
         const SupportOptions& options = support.options;
-        const char* what =
-            options.normal                  ? "fix=normal"
-            : options.spring.given()        ? "spring="
-            : options.normal_spring.given() ? "spring_normal="
-            : std::ranges::any_of(options.displacement, [](const FieldExpression& u) { return u.given(); })
-                ? "ux=, uy= or uz="
-                : nullptr;
+        const char* what = options.normal                  ? "fix=normal"
+                           : options.spring.given()        ? "spring="
+                           : options.normal_spring.given() ? "spring_normal="
+                                                           : nullptr;
         if (what) return "support " + support.name + ": " + what;
     }
     if (!job.options.sections.empty()) return "--section";
@@ -48,10 +45,10 @@ bool refuse(Job& job, const std::string& what) {
 
 // What the records come to: nothing that a piece cannot do.
 bool check_prepared(Job& job, const ExplicitState& s) {
-    const bool leads = s.supports && (s.supports->has_special_nodes() || !s.supports->moved_places().empty());
     if (s.bodies) return refuse(job, "rigid bodies");
     if (s.contacts) return refuse(job, "Element_contact");
-    if (leads || !s.springs.empty()) return refuse(job, "supports that move, turn or give way");
+    if ((s.supports && s.supports->has_special_nodes()) || !s.springs.empty())
+        return refuse(job, "supports that turn or give way");
     return true;
 }
 

@@ -131,6 +131,7 @@ void keep_piece(Job& job, ExplicitState& s) {
         driven.places = std::move(here);
     }
     if (s.walls) s.walls->keep(piece.node_of, piece.owned);
+    if (s.supports) s.supports->keep(piece.node_of, piece.owned);
     if (s.loads) s.loads->keep(piece.node_of);
     if (s.heat) s.heat->keep(piece.elements);
     if (s.viscosity) s.viscosity->keep(piece.elements);
