@@ -109,6 +109,21 @@ StepBound::StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<co
     }
 }
 
+StepBound::StepBound(const StepBound& whole, const Mesh& mesh, std::span<const std::int32_t> elements)
+    : mesh_(mesh),
+      parts_(whole.parts_),
+      materials_(whole.materials_),
+      type_(whole.type_),
+      undeformed_(whole.undeformed_),
+      least_size_(whole.least_size_) {
+    const auto nodes = static_cast<std::ptrdiff_t>(type_.nodes);
+    for (const std::int32_t e : elements) {
+        const auto first = whole.mass_.begin() + nodes * e;
+        mass_.insert(mass_.end(), first, first + nodes);
+        ratio_.push_back(whole.ratio_[e]);
+    }
+}
+
 AddedMass StepBound::add_mass(double step) {
     AddedMass added;
     added.nodes.assign(mesh_.node_num(), 0.0);
@@ -177,6 +192,8 @@ constexpr std::size_t most_in_full = 16;  // elements whose frequency is compute
 
 }  // namespace
 
+const std::size_t StepBound::most_candidates = most_in_full + 1;
+
 std::vector<double> StepBound::estimates_at(const double* x, int threads) const {
     const std::int32_t elements = mesh_.element_num();
     std::vector<double> estimates(elements);
@@ -199,25 +216,38 @@ void StepBound::put_highest_first(std::vector<std::int32_t>& candidates, std::si
                       });
 }
 
-StableStep StepBound::now(const double* x, int threads) const {
+std::vector<StepBound::Candidate> StepBound::highest(const double* x, int threads) const {
     const std::vector<double> estimates = estimates_at(x, threads);
     std::vector<std::int32_t> elements(estimates.size());
     std::iota(elements.begin(), elements.end(), 0);
-    if (!std::ranges::all_of(estimates, [](double v) { return std::isfinite(v); })) return {};
-    const std::size_t few = std::min(most_in_full, elements.size()),
-                      sorted = std::min(most_in_full + 1, elements.size());
-    put_highest_first(elements, sorted, estimates);
-    double largest = sorted > few ? estimates[elements[few]] : 0;
-    std::int32_t worst = elements[sorted - 1];
+    for (const std::int32_t e : elements)
+        if (!std::isfinite(estimates[e])) return {{estimates[e], e}};
+    const std::size_t count = std::min(most_candidates, elements.size());
+    put_highest_first(elements, count, estimates);
+    std::vector<Candidate> out;
+    for (std::size_t k = 0; k < count; ++k) out.push_back({estimates[elements[k]], elements[k]});
+    return out;
+}
+
+StableStep StepBound::judged(const double* x, std::span<const Candidate> highest) const {
+    if (highest.empty() || !std::isfinite(highest.front().estimate)) return {};
+    const std::size_t few = std::min(most_in_full, highest.size());
+    double largest = highest.size() > few ? highest[few].estimate : 0;
+    std::int32_t worst = highest.back().element;
     for (std::size_t k = 0; k < few; ++k) {
+        const std::int32_t e = highest[k].element;
+        if (e < 0 || !(ratio_[e] > 0)) continue;
         double at[most_dofs], squared = 0;
-        gather(elements[k], x, at);
-        if (!(ratio_[elements[k]] > 0)) continue;
-        estimate(elements[k], at, &squared);
-        if (squared > largest) worst = elements[k];
+        gather(e, x, at);
+        estimate(e, at, &squared);
+        if (squared > largest) worst = e;
         largest = std::max(largest, squared);
     }
     return {2 / std::sqrt(largest), worst};
+}
+
+StableStep StepBound::now(const double* x, int threads) const {
+    return judged(x, highest(x, threads));
 }
 
 StableStep StepBound::worst_above(const double* x, double step, int threads) const {

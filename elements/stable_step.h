@@ -32,6 +32,10 @@ public:
     StepBound(const Mesh& mesh, std::span<const Part> parts, std::span<const Material> materials,
               double mass_factor, int threads, std::span<const char> rigid = {});
 
+    // That of some elements of the mesh: `mesh` has them, and `elements` says which they are. undeformed()
+    // and least_size() stay those of all.
+    StepBound(const StepBound& whole, const Mesh& mesh, std::span<const std::int32_t> elements);
+
     // Gives elements whose stable step is below `step` mass so that it is `step`; they count with it from
     // then on.
     AddedMass add_mass(double step);
@@ -53,6 +57,16 @@ public:
     // Of the configuration x (node × 4): the smallest stable step and its element. The few with the highest
     // estimates are computed in full; no other one's estimate is above what is given.
     StableStep now(const double* x, int threads) const;
+
+    // Its two halves: the highest estimates of ω², in order, and the step by them. One that is not finite
+    // stands alone. `element` -1: it is another's, whose estimate counts alone.
+    struct Candidate {
+        double estimate = 0;  // 1/s²
+        std::int32_t element = -1;
+    };
+    std::vector<Candidate> highest(const double* x, int threads) const;
+    StableStep judged(const double* x, std::span<const Candidate> highest) const;
+    static const std::size_t most_candidates;  // of highest(), at most
 
     // In the configuration x (node × 4): the element whose frequency is above 2/step, -1 for none. An
     // estimate from the elements' gradients picks the few that are computed in full.

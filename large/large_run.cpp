@@ -4,6 +4,7 @@
 
 #include "analysis/analysis_table.h"
 #include "large/large_eigen.h"
+#include "large/large_explicit.h"
 #include "large/large_nonlinear.h"
 #include "large/large_static.h"
 
@@ -16,10 +17,11 @@ struct LargeEntry {
     void (*analyse)(const Team& team, Job& job, bool pieces);
 };
 
-constexpr std::array<LargeEntry, 4> entries{{
+constexpr std::array<LargeEntry, 5> entries{{
     {"static", analyse_static_large},
     {"eigen-lanczos", analyse_eigen_large},
     {"eigen-subspace", analyse_eigen_large},
+    {"explicit", analyse_explicit_large},
     {"nonlinear", analyse_nonlinear_large},
 }};
 

@@ -36,9 +36,10 @@ void find_next(AdaptiveStep& a, double after) {
 
 Vec3 mean_velocity(const ExplicitState& s) {
     Vec3 sum{};
-    for (std::size_t k = 0; k < s.v.size(); ++k)
+    for (std::size_t k = 0; k < 4 * static_cast<std::size_t>(s.owned); ++k)
         if (k % 4 < 3) sum[k % 4] += s.v[k];
-    return times(4 / static_cast<double>(s.v.size()), sum);
+    if (s.ranks) s.ranks->sum(sum);
+    return times(1 / static_cast<double>(s.mesh->of_run.size()), sum);
 }
 
 // What two nodes may have come closer in the step that was done, m.
@@ -52,20 +53,31 @@ double come_closer(const ExplicitState& s) {
         const double x = v[0] - drift[0], y = v[1] - drift[1], z = v[2] - drift[2];
         fastest = std::max(fastest, x * x + y * y + z * z);
     }
+    if (s.ranks) fastest = s.ranks->largest(fastest);
     return 2 * std::sqrt(fastest) * s.before;
+}
+
+// Of all processes; the element is of the run.
+StableStep stable_step_now(const ExplicitState& s) {
+    if (!s.ranks) return s.bound->now(s.x.data(), s.team);
+    const std::vector<std::int32_t>& elements = s.piece->elements;
+    const auto highest = s.ranks->highest(s.bound->highest(s.x.data(), s.team), elements);
+    StableStep here = s.bound->judged(s.x.data(), highest);
+    if (here.element >= 0) here.element = elements[here.element];
+    return here.step > 0 ? s.ranks->smallest(here) : here;
 }
 
 // The stable step of the shapes in force, into `limit` where that is worth a change.
 std::string look(const Job& job, ExplicitState& s) {
     AdaptiveStep& a = s.adaptive;
-    const StableStep worst = s.bound->now(s.x.data(), s.team);
+    const StableStep worst = stable_step_now(s);
     a.looked = s.step;
     a.travelled = 0;
     a.drift = mean_velocity(s);
     if (!(worst.step > 0) || !std::isfinite(worst.step)) return {};  // an element that is about to be told
     const double of_elements = 4 / (worst.step * worst.step);
     double allowed = a.share * s.step_factor * 2 / std::sqrt(of_elements + s.added_rate);
-    if (s.viscosity) allowed *= s.viscosity->share_now(*s.blocks) / s.viscosity->share_at_rest();
+    if (s.viscosity) allowed *= viscous_share(s) / s.viscosity->share_at_rest();
     allowed = std::min(allowed, a.share * s.step_limit);
     // the springs of walls and contact are as stiff as the first step let them
     if (s.walls || s.contacts) allowed = std::min(allowed, s.d_time);
@@ -74,7 +86,7 @@ std::string look(const Job& job, ExplicitState& s) {
     if (a.limit >= least_share * s.d_time) return {};
     return formatted("step %ld: the stable step has fallen from %.3e to %.3e s, with element %d of part %s",
                      s.step, s.d_time, a.limit, worst.element + 1,
-                     job.model.parts[job.mesh().p_ele_part_id[worst.element]].name.c_str());
+                     job.model.parts[job.run.mesh.p_ele_part_id[worst.element]].name.c_str());
 }
 
 }  // namespace

@@ -131,6 +131,7 @@ void size_state(const Mesh& mesh, const SetUp& set_up, ExplicitState& s) {
     for (LineDoubles* array :
          {&s.X, &s.x, &s.u, &s.du, &s.v, &s.v_new, &s.R, &s.F, &s.F_contact, &s.mass, &s.damping, &s.a, &s.b})
         array->assign(4 * nodes, 0.0);
+    s.owned = static_cast<std::int64_t>(nodes);
     s.supported.assign(4 * nodes, 1);
     for (std::size_t d = 0; d < 3 * nodes; ++d) {
         const std::size_t at = 4 * (d / 3) + d % 3;

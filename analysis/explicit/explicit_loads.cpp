@@ -77,8 +77,9 @@ bool ExplicitLoads::take_factor(const std::string& record, const LoadOptions& op
     return std::isfinite(factor);
 }
 
-bool ExplicitLoads::set(double time, const double* u, double* F) {
+bool ExplicitLoads::set(double time, const double* u, double* F, ExplicitTeam* ranks) {
     for (const std::int32_t place : touched_) F[place] = constant_[place];
+    bool finite = true;
     double factor = 1;
     for (const Group& group : groups_) {
         if (!take_factor(group.record, group.options, time, factor)) return false;
@@ -92,6 +93,7 @@ bool ExplicitLoads::set(double time, const double* u, double* F) {
                 nodal_[3 * n + c] = 0;
             }
         add_surface_load(job_.mesh(), *surface.load, time, u_, nodal_);
+        if (ranks) ranks->add_shared(nodal_.data(), 3);
         double sum = 0;  // of 0 · f: not a number where one is not finite
         for (const std::int32_t n : surface.nodes)
             for (std::size_t c = 0; c < 3; ++c) {
@@ -101,15 +103,47 @@ bool ExplicitLoads::set(double time, const double* u, double* F) {
         if (sum != 0) {
             trouble_ = formatted("load %s: it has no finite value everywhere on its faces at time %.6g",
                                  surface.load->name.c_str(), time);
-            return false;
+            if (!ranks) return false;  // the others wait for what this one has of the next load
+            finite = false;
         }
     }
-    return true;
+    return finite;
 }
 
-double ExplicitLoads::power(const double* F, const double* v) const {
+void ExplicitLoads::keep(std::span<const std::int32_t> place_of) {
+    std::size_t nodes = 0;
+    for (const std::int32_t place : place_of) nodes += place >= 0;
+    const auto here = [&](std::int32_t place) {
+        return place_of[place / 4] < 0 ? -1 : 4 * place_of[place / 4] + place % 4;
+    };
+    LineDoubles constant(4 * nodes, 0.0);
+    for (std::size_t k = 0; k < constant_.size(); ++k)
+        if (const std::int32_t at = here(static_cast<std::int32_t>(k)); at >= 0) constant[at] = constant_[k];
+    constant_ = std::move(constant);
+    for (Group& group : groups_) {
+        Group kept{group.record, group.options, {}, {}};
+        for (std::size_t k = 0; k < group.places.size(); ++k) {
+            const std::int32_t at = here(group.places[k]);
+            if (at < 0) continue;
+            kept.places.push_back(at);
+            kept.values.push_back(group.values[k]);
+        }
+        group = std::move(kept);
+    }
+    for (Surface& surface : surface_) {
+        std::erase_if(surface.nodes, [&](std::int32_t n) { return place_of[n] < 0; });
+        for (std::int32_t& n : surface.nodes) n = place_of[n];
+    }
+    for (std::int32_t& place : touched_) place = here(place);
+    std::erase(touched_, -1);
+    if (!u_.empty()) u_.assign(3 * nodes, 0.0);
+    nodal_ = u_;
+}
+
+double ExplicitLoads::power(const double* F, const double* v, std::int64_t nodes) const {
     double sum = 0;
-    for (const std::int32_t place : touched_) sum += (F[place] - constant_[place]) * v[place];
+    for (const std::int32_t place : touched_)
+        if (place < 4 * nodes) sum += (F[place] - constant_[place]) * v[place];
     return sum;
 }
 
@@ -149,6 +183,21 @@ bool ExplicitHeat::set(double time, int threads, ElementBlocks& blocks) {
     }
     tell_trouble(time);
     return false;
+}
+
+void ExplicitHeat::keep(std::span<const std::int32_t> elements) {
+    const std::size_t points = element_type(job_.mesh().element_type).points;
+    const auto keep = [&](std::vector<double>& values) {
+        std::vector<double> out;
+        for (const std::int32_t e : elements) {
+            const auto first = values.begin() + static_cast<std::ptrdiff_t>(points) * e;
+            out.insert(out.end(), first, first + static_cast<std::ptrdiff_t>(points));
+        }
+        values = std::move(out);
+    };
+    keep(strain_);
+    for (std::vector<double>& fixed : fixed_)
+        if (!fixed.empty()) keep(fixed);
 }
 
 void ExplicitHeat::tell_trouble(double time) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "analysis/explicit/explicit_team.h"
 #include "elements/explicit_blocks.h"
 #include "system/load_set.h"
 
@@ -24,11 +25,15 @@ public:
     const LineDoubles& constant() const { return constant_; }
     std::span<const std::int32_t> touched() const { return touched_; }
 
+    // Leaves the nodes that have a place, and gives them that. The job's mesh and the constant loads are to
+    // follow.
+    void keep(std::span<const std::int32_t> place_of);
+
     // F at a time with the displacements u (node × 4, m); no memory is taken. False where a load has no
-    // finite value.
-    bool set(double time, const double* u, double* F);
-    // Of what varies, with velocities v (node × 4), W.
-    double power(const double* F, const double* v) const;
+    // finite value. `ranks`: have the other faces; null: all are here.
+    bool set(double time, const double* u, double* F, ExplicitTeam* ranks = nullptr);
+    // Of what varies at the nodes before `nodes`, with velocities v (node × 4), W.
+    double power(const double* F, const double* v, std::int64_t nodes) const;
     const std::string& trouble() const { return trouble_; }
 
 private:
@@ -63,6 +68,8 @@ public:
     // Hands the strains at a time on; true where they are numbers.
     bool set(double time, int threads, ElementBlocks& blocks);
     const std::string& trouble() const { return trouble_; }
+    // Leaves these elements; the job's mesh is to follow.
+    void keep(std::span<const std::int32_t> elements);
 
 private:
     void tell_trouble(double time);

@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
+#include <utility>
 
 #include "analysis/explicit/explicit_state.h"
 #include "analysis/section_report.h"
@@ -24,7 +26,7 @@ void sum_nodes(ExplicitState& s) {
     s.momentum = s.angular_momentum = s.reaction = {};
     const LineDoubles& F = s.loads ? s.loads->constant() : s.F;
     double kinetic = 0, external = 0;
-    for (std::size_t n = 0; n < s.u.size() / 4; ++n) {
+    for (std::size_t n = 0; n < static_cast<std::size_t>(s.owned); ++n) {
         std::array<double, 3> p{};
         const bool member = s.bodies && s.bodies->is_member(static_cast<std::int32_t>(n));
         for (std::size_t c = 0; c < 3 && member; ++c) external += F[4 * n + c] * s.u[4 * n + c];
@@ -44,6 +46,7 @@ void sum_nodes(ExplicitState& s) {
     for (const DrivenDofs& driven : s.driven)
         for (std::int32_t place : driven.places) {
             const std::size_t k = place;
+            if (place / 4 >= s.owned) continue;
             s.reaction[k % 4] +=
                 s.mass[k] * (s.v_new[k] - s.v[k]) / s.mean + s.R[k] - s.F[k] - s.F_contact[k];
         }
@@ -67,7 +70,8 @@ void sum_nodes(ExplicitState& s) {
     s.energies.external = external;
 }
 
-void balance(ExplicitState& s) {
+// Of this process' elements and nodes.
+void sum_energies(ExplicitState& s) {
     ExplicitEnergies& e = s.energies;
     e.internal = s.blocks->internal_energy() + (s.bodies ? s.bodies->spring_energy() : 0.0);
     if (!s.springs.empty()) e.internal += s.springs.energy(s.u.data());
@@ -78,6 +82,29 @@ void balance(ExplicitState& s) {
     e.wall = s.wall_work.at;
     e.contact = s.contact_work.at;
     e.support = s.support_work.at;
+}
+
+// The sums of all processes, with each wall's force.
+void add_up(ExplicitState& s) {
+    ExplicitEnergies& e = s.energies;
+    s.friction = s.friction_work.at;
+    s.wall_force.clear();
+    for (std::size_t k = 0; s.walls && k < s.walls->size(); ++k) s.wall_force.push_back(s.walls->force(k));
+    std::vector<double*> places{&e.kinetic,  &e.internal, &e.plastic, &e.damping, &e.wall,    &e.contact,
+                                &e.external, &e.support,  &e.viscous, &e.eroded,  &s.friction};
+    for (std::array<double, 3>* sum : {&s.momentum, &s.angular_momentum, &s.reaction})
+        for (double& value : *sum) places.push_back(&value);
+    for (Vec3& force : s.wall_force)
+        for (double& value : force) places.push_back(&value);
+    std::vector<double> values;
+    for (const double* place : places) values.push_back(*place);
+    s.ranks->sum(values);
+    for (std::size_t k = 0; k < values.size(); ++k) *places[k] = values[k];
+    sum_wall_course(s);
+}
+
+void balance(ExplicitState& s) {
+    const ExplicitEnergies& e = s.energies;
     if (s.step == 0) s.start_energy = e.total();
     for (double part : {e.kinetic, e.internal, e.damping, e.viscous, e.eroded, std::abs(e.wall),
                         std::abs(e.contact), std::abs(e.external), std::abs(e.support)})
@@ -86,7 +113,12 @@ void balance(ExplicitState& s) {
     if (!(std::abs(s.drift) <= std::abs(s.largest_drift))) s.largest_drift = s.drift;
 }
 
-void add_row(ExplicitState& s) {
+// Displacement, velocity before and after of one node.
+struct NodeMotion {
+    const double *u, *v, *v_new;
+};
+
+void add_row(ExplicitState& s, const auto& motion_of) {
     std::vector<double>& row = s.history.values;
     const ExplicitEnergies& e = s.energies;
     row.push_back(s.time());
@@ -97,21 +129,20 @@ void add_row(ExplicitState& s) {
     add(s.momentum);
     add(s.angular_momentum);
     add(s.reaction);
-    for (std::size_t k = 0; s.walls && k < s.walls->size(); ++k) add(s.walls->force(k));
+    for (std::size_t k = 0; s.walls && k < s.walls->size(); ++k)
+        add(s.ranks ? s.wall_force[k] : s.walls->force(k));
     for (std::size_t k = 0; s.contacts && k < s.contacts->size(); ++k) add(s.contacts->force(k));
     for (std::size_t k = 0; s.supports && k < s.reactions.size(); ++k) add(s.reactions[k].force);
     for (std::int32_t n : s.probes) {
-        const std::size_t at = 4 * n;
-        add({s.u[at], s.u[at + 1], s.u[at + 2]});
-        add({0.5 * (s.v[at] + s.v_new[at]), 0.5 * (s.v[at + 1] + s.v_new[at + 1]),
-             0.5 * (s.v[at + 2] + s.v_new[at + 2])});
-        add({(s.v_new[at] - s.v[at]) / s.mean, (s.v_new[at + 1] - s.v[at + 1]) / s.mean,
-             (s.v_new[at + 2] - s.v[at + 2]) / s.mean});
+        const auto [u, v, v_new] = motion_of(n);
+        add({u[0], u[1], u[2]});
+        add({0.5 * (v[0] + v_new[0]), 0.5 * (v[1] + v_new[1]), 0.5 * (v[2] + v_new[2])});
+        add({(v_new[0] - v[0]) / s.mean, (v_new[1] - v[1]) / s.mean, (v_new[2] - v[2]) / s.mean});
     }
     for (std::size_t k = 0; s.walls && k < s.walls->size(); ++k) row.push_back(s.walls->peaks.take(k));
     for (std::size_t k = 0; s.contacts && k < s.contacts->size(); ++k)
         row.push_back(s.contacts->peaks.take(k));
-    if (s.rubs()) row.push_back(s.friction_work.at);
+    if (s.rubs()) row.push_back(s.ranks ? s.friction : s.friction_work.at);
     if (s.viscosity) row.push_back(e.viscous);
     if (s.erosion) {
         row.push_back(e.eroded);
@@ -170,19 +201,25 @@ void begin_history(const Job& job, ExplicitState& s) {
 
 namespace {
 
-// What holds the body at its supports, inertia of what they move included, and node by node (dof_num, in the
-// steps' order; empty: nothing is held or driven).
-std::vector<double> find_reactions(const Job& job, ExplicitState& s) {
-    std::vector<double> residual(job.mesh().dof_num()), u(residual.size());
+// What the elements and inertia leave to what holds the nodes, 3 per node.
+std::vector<double> residual_of(const Job& job, const ExplicitState& s) {
+    std::vector<double> residual(job.mesh().dof_num());
     LineDoubles springs(s.u.size(), 0.0);
     s.springs.add_forces(s.u.data(), springs.data());  // counted support by support
     for (std::size_t d = 0; d < residual.size(); ++d) {
         const std::size_t k = 4 * (d / 3) + d % 3;
-        u[d] = s.u[k];
         residual[d] = s.R[k] - springs[k] - s.F[k] - s.F_contact[k];
         if (!s.bodies || !s.bodies->is_member(static_cast<std::int32_t>(d / 3)))
             residual[d] += s.mass[k] * (s.v_new[k] - s.v[k]) / s.mean;
     }
+    return residual;
+}
+
+// What holds the body at its supports, inertia of what they move included, and node by node (dof_num, in the
+// steps' order; empty: nothing is held or driven). driven: places, record after record.
+std::vector<double> find_reactions(const Job& job, ExplicitState& s, std::span<const double> residual,
+                                   std::span<const double> u,
+                                   std::span<const std::vector<std::int32_t>> driven) {
     std::vector<Vec6> bodies;
     std::vector<RigidState> states;
     if (s.bodies)
@@ -191,27 +228,27 @@ std::vector<double> find_reactions(const Job& job, ExplicitState& s) {
             states.push_back(body.state);
         }
     std::vector<double> nodal;
-    if (!job.model.boundary_conditions.empty() || !s.driven.empty()) nodal.assign(u.size(), 0.0);
+    if (!job.model.boundary_conditions.empty() || !driven.empty()) nodal.assign(u.size(), 0.0);
     // the bodies' pivots are those of the run
     s.reactions = support_reactions(job.model, job.mesh(), s.freedoms, residual, bodies, u, Places::displaced,
                                     states, nodal);
-    for (const DrivenDofs& driven : s.driven)
-        for (const std::int32_t place : driven.places) {
+    for (const std::vector<std::int32_t>& places : driven)
+        for (const std::int32_t place : places) {
             const std::size_t d = 3 * std::size_t(place / 4) + place % 4;
             nodal[d] = residual[d];
         }
     return nodal;
 }
 
-// Velocities and accelerations at t_n, as the history tells them of its probes.
-void take_motion(const Job& job, const ExplicitState& s, Frame& frame) {
-    const std::vector<std::int32_t>& number = job.steps->number;
-    frame.velocity.resize(3 * number.size());
-    frame.acceleration.resize(3 * number.size());
-    for (std::size_t d = 0; d < frame.velocity.size(); ++d) {
-        const std::size_t k = 4 * std::size_t(number[d / 3]) + d % 3;
-        frame.velocity[d] = static_cast<float>(0.5 * (s.v[k] + s.v_new[k]));
-        frame.acceleration[d] = static_cast<float>((s.v_new[k] - s.v[k]) / s.mean);
+// Velocities and accelerations at t_n of the run's nodes, as the history tells them of its probes.
+void take_motion(const ExplicitState& s, std::int32_t dofs, const auto& motion_of, Frame& frame) {
+    frame.velocity.resize(dofs);
+    frame.acceleration.resize(dofs);
+    for (std::int32_t d = 0; d < dofs; ++d) {
+        const auto [u, v, v_new] = motion_of(d / 3);
+        const std::int32_t c = d % 3;
+        frame.velocity[d] = static_cast<float>(0.5 * (v[c] + v_new[c]));
+        frame.acceleration[d] = static_cast<float>((v_new[c] - v[c]) / s.mean);
     }
 }
 
@@ -261,21 +298,70 @@ void report_sections(Job& job, const ExplicitState& s, std::span<const double> u
 
 }  // namespace
 
-void store_frame(Job& job, ExplicitState& s) {
-    if (!s.velocities_known) find_velocities(job, s);
-    sum_nodes(s);
-    balance(s);
-    const std::vector<double> reaction = find_reactions(job, s);
-    add_row(s);
+namespace {
+
+void tell_course(Job& job, const ExplicitState& s) {
     job.progress.set_course(
         formatted("t = %.4g of %.4g s, kinetic %.4g J, internal %.4g J, plastic %.4g J, drift %.1e", s.time(),
                   s.adaptive.on ? s.adaptive.end : static_cast<double>(s.time_num) * s.d_time,
                   s.energies.kinetic, s.energies.internal, s.energies.plastic, s.drift));
+}
+
+// The frame and the row of a run of several processes, on the first one; the others keep its time.
+void store_gathered(Job& job, ExplicitState& s) {
+    add_up(s);
+    balance(s);
+    const GatheredFrame all = s.ranks->gather(job, s, residual_of(job, s));
+    const auto frame = std::make_shared<Frame>();
+    frame->n_freq = s.time();
+    job.run.results.push_back(frame);
+    if (!s.ranks->first()) return;
+    // supports and their places are in the order of the whole run's steps
+    const StepMesh* const here = std::exchange(job.steps, s.mesh.get());
+    const std::vector<std::int32_t>& of_run = job.steps->of_run;
+    std::vector<double> residual(all.residual.size()), u(residual.size());
+    for (std::size_t n = 0; n < of_run.size(); ++n) {
+        std::copy_n(&all.residual[3 * std::size_t(of_run[n])], 3, &residual[3 * n]);
+        std::copy_n(&all.u[3 * std::size_t(of_run[n])], 3, &u[3 * n]);
+    }
+    frame->reaction = of_run_nodes(job, find_reactions(job, s, residual, u, s.piece->driven));
+    job.steps = here;
+    const auto motion_of = [&](std::int32_t n) {
+        const std::size_t at = 3 * n;
+        return NodeMotion{&all.u[at], &all.v[at], &all.v_new[at]};
+    };
+    add_row(s, [&](std::int32_t n) { return motion_of(of_run[n]); });
+    tell_course(job, s);
+    frame->mode_vec = all.u;
+    frame->node_stress = all.node_stress;
+    take_motion(s, static_cast<std::int32_t>(all.u.size()), motion_of, *frame);
+    frame->element_stress = all.element_stress;
+    frame->element_plastic = all.element_plastic;
+}
+
+}  // namespace
+
+void store_frame(Job& job, ExplicitState& s) {
+    if (!s.velocities_known) find_velocities(job, s);
+    sum_nodes(s);
+    sum_energies(s);
+    if (s.ranks) return store_gathered(job, s);
+    balance(s);
+    std::vector<double> u(job.mesh().dof_num());
+    for (std::size_t d = 0; d < u.size(); ++d) u[d] = s.u[4 * (d / 3) + d % 3];
+    std::vector<std::vector<std::int32_t>> driven;
+    for (const DrivenDofs& record : s.driven) driven.push_back(record.places);
+    const std::vector<double> reaction = find_reactions(job, s, residual_of(job, s), u, driven);
+    const auto motion_of = [&](std::int32_t n) {
+        const std::size_t at = 4 * n;
+        return NodeMotion{&s.u[at], &s.v[at], &s.v_new[at]};
+    };
+    add_row(s, motion_of);
+    tell_course(job, s);
     const auto frame = std::make_shared<Frame>(job.mesh().dof_num());
     frame->n_freq = s.time();
     if (s.erosion) frame->removed = s.erosion->removed(s);
-    std::vector<double> u(frame->mode_vec.size()), values(frame->node_stress.size());
-    for (std::size_t d = 0; d < u.size(); ++d) u[d] = s.u[4 * (d / 3) + d % 3];
+    std::vector<double> values(frame->node_stress.size());
     s.blocks->copy_stresses(s.points.stress, s.plastic_strain);
     logarithmic_strains(job.mesh(), u, s.team, s.points);
     SilentProgress silent;  // a frame is whole, whatever is asked meanwhile
@@ -285,7 +371,8 @@ void store_frame(Job& job, ExplicitState& s) {
     frame->mode_vec = of_run_nodes(job, u);
     frame->node_stress = of_run_nodes(job, values);
     frame->reaction = of_run_nodes(job, reaction);
-    take_motion(job, s, *frame);
+    take_motion(
+        s, job.mesh().dof_num(), [&](std::int32_t n) { return motion_of(job.steps->number[n]); }, *frame);
     const int points = element_type(job.mesh().element_type).points;
     frame->element_stress = point_means(s.points.stress, points, 6);
     frame->element_plastic = point_means(s.plastic_strain, points, 1);

@@ -205,21 +205,12 @@ void report_closed(Job& job, const ExplicitState& s) {
         if (touching > 0)
             remark(job, formatted("%ld nodes lie behind %s at the start and are pushed out", touching, what));
     };
-    if (s.walls) say_where(s.walls->touching(), "a wall");
+    if (s.walls) {
+        double touching[] = {static_cast<double>(s.walls->touching())};
+        if (s.ranks) s.ranks->sum(touching);
+        say_where(static_cast<std::int64_t>(touching[0]), "a wall");
+    }
     if (s.contacts) say_where(s.contacts->touching(), "the surface of a contact pair");
-}
-
-// Nodes in the order in which the blocks' elements come upon them: a chunk's rows lie together in memory.
-std::vector<std::int32_t> order_of_use(const Mesh& mesh) {
-    std::vector<std::int32_t> number(mesh.node_num(), -1);
-    std::int32_t next = 0;
-    const auto take = [&](std::size_t node) {
-        if (number[node] < 0) number[node] = next++;
-    };
-    for (const std::int32_t e : element_order(mesh))
-        for (const std::int32_t n : mesh.element(e)) take(node_index(n));
-    for (std::size_t n = 0; n < number.size(); ++n) take(n);  // of no element
-    return number;
 }
 
 }  // namespace
@@ -235,29 +226,34 @@ void bound_steps(const Job& job, const SetUp& set_up, ExplicitState& s) {
     const bool touched = s.contacts || !job.model.explicit_tables.walls.empty();
     const std::vector<char> rigid =
         touched ? std::vector<char>() : s.freedoms.rigid.elements_inside(job.mesh());
-    s.bound.emplace(job.mesh(), job.model.parts, job.model.materials, set_up.mass_factor, s.threads, rigid);
+    s.bound = std::make_unique<StepBound>(job.mesh(), job.model.parts, job.model.materials,
+                                          set_up.mass_factor, s.threads, rigid);
 }
 
-bool set_up_explicit(Job& job, ExplicitState& s) {
+bool prepare_explicit(Job& job, SetUp& set_up, ExplicitState& s) {
     s.start = std::chrono::steady_clock::now();
-    SetUp set_up;
     if (!check_input(job) || !has_sets(job) || !order_run_mesh(job, Renumbering::along_longest, s.freedoms))
         return false;
     s.mesh = renumbered(job.run.mesh, order_of_use(job.run.mesh));
     job.steps = s.mesh.get();
     if (!find_bodies(job, s.freedoms) || !check_turning_bodies(job, s.freedoms.rigid)) return false;
-    const Mesh& mesh = job.mesh();
     s.threads = job.threads();
-    s.team = mesh.node_num() < smallest_team ? 1 : s.threads;
+    s.team = job.mesh().node_num() < smallest_team ? 1 : s.threads;
     job.clock.begin("assemble");
     extract_surface(job, s);
     job.progress.print("diag_num=%d\n", s.freedoms.diag_num);
     count_freedoms(job, s.freedoms);
     if (!set_inertia(job, set_up, s)) return false;
-    const std::vector<char> rigid = s.freedoms.rigid.elements_inside(mesh);
     job.clock.begin("step size");
     if (!choose_step(job, set_up, s)) return false;
     set_up.diagonals = {};
+    return true;
+}
+
+bool make_explicit(Job& job, SetUp& set_up, ExplicitState& s) {
+    const Mesh& mesh = s.piece ? s.piece->steps.mesh : job.mesh();
+    const std::vector<char> rigid =
+        s.piece ? std::vector<char>() : s.freedoms.rigid.elements_inside(job.mesh());
     const bool once_yielded = job.options.mean_dilatation && !job.options.hexahedra;
     s.blocks.emplace(mesh, job.model.parts, job.model.materials,
                      BlockOptions{yields(job), once_yielded, 8, rigid,
@@ -269,15 +265,30 @@ bool set_up_explicit(Job& job, ExplicitState& s) {
     set_up = {};
     job.clock.end();
     begin_history(job, s);
+    if (s.piece) keep_piece(job, s);
     begin_sweep(s);
+    return true;
+}
+
+bool find_first_forces(Job& job, ExplicitState& s) {
     const bool found = find_forces(s);
     if (!s.trouble.empty()) return job.fail(RunStatus::bad_input, "at the start: " + s.trouble);
     if (!found)
         return job.fail(RunStatus::failed, "the forces of the start cannot be found: an element is inverted");
+    return true;
+}
+
+bool store_start(Job& job, ExplicitState& s) {
     report_closed(job, s);
     store_frame(job, s);
     if (!s.trouble.empty()) return job.fail(RunStatus::bad_input, "step 1: " + s.trouble);
     return job.goes_on();
+}
+
+bool set_up_explicit(Job& job, ExplicitState& s) {
+    SetUp set_up;
+    return prepare_explicit(job, set_up, s) && make_explicit(job, set_up, s) && find_first_forces(job, s) &&
+           store_start(job, s);
 }
 
 }  // namespace kestralum

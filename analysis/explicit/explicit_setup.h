@@ -29,4 +29,13 @@ bool set_inertia(Job& job, SetUp& set_up, ExplicitState& s);
 // What moves the nodes otherwise than by their equations, after the step is known. False with the status set.
 bool set_motions(Job& job, const SetUp& set_up, ExplicitState& s);
 
+// set_up_explicit() in pieces. Masses, loads, supports and the step of the whole model.
+bool prepare_explicit(Job& job, SetUp& set_up, ExplicitState& s);
+// The elements, the motions and the counts: of the whole model, or of state.piece.
+bool make_explicit(Job& job, SetUp& set_up, ExplicitState& s);
+// The forces of the start. With others: collective, but for the status.
+bool find_first_forces(Job& job, ExplicitState& s);
+// Frame 1. Collective with others.
+bool store_start(Job& job, ExplicitState& s);
+
 }  // namespace kestralum

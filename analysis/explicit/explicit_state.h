@@ -20,9 +20,11 @@
 #include "analysis/explicit/explicit_contact.h"
 #include "analysis/explicit/explicit_erosion.h"
 #include "analysis/explicit/explicit_loads.h"
+#include "analysis/explicit/explicit_piece.h"
 #include "analysis/explicit/explicit_rigid.h"
 #include "analysis/explicit/explicit_supports.h"
 #include "analysis/explicit/explicit_sweep.h"
+#include "analysis/explicit/explicit_team.h"
 #include "analysis/explicit/explicit_viscosity.h"
 #include "analysis/explicit/explicit_walls.h"
 #include "elements/explicit_blocks.h"
@@ -80,7 +82,17 @@ struct ExplicitState {
     std::vector<std::uint8_t> supported;  // node × 4: held at 0 by a support (or on no element), not driven
     bool damped = false;
 
-    std::unique_ptr<StepMesh> mesh;  // whose nodes the arrays follow
+    std::unique_ptr<StepMesh> mesh;  // whose nodes the arrays follow, but for those of a piece
+    // The other processes that compute the model, and what this one has of it; null: it computes all.
+    ExplicitTeam* ranks = nullptr;
+    std::unique_ptr<ExplicitPiece> piece;
+    std::int64_t owned = 0;  // the nodes that count here in sums: the first ones
+    StepFault fault;         // of this process, with others
+    bool asked_to_stop = false;
+    std::vector<double>
+        wall_course;               // with others: each wall's force (N) in the steps since they were summed
+    std::vector<Vec3> wall_force;  // with others: at the last output, N
+    double friction = 0;           // with others: friction_work of all at the last output
     std::optional<ElementBlocks> blocks;
     std::optional<BulkViscosity> viscosity;
     std::optional<Erosion> erosion;
@@ -107,7 +119,7 @@ struct ExplicitState {
     std::array<double, 3> momentum{}, angular_momentum{}, reaction{};
     std::vector<SupportReaction> reactions;  // of the supports, at the last output
 
-    std::optional<StepBound> bound;
+    std::unique_ptr<StepBound> bound;
     double stable_step = 0;                                       // s, of elements and given springs
     double step_limit = std::numeric_limits<double>::infinity();  // s: of dashpots, whatever the elements
     double added_rate = 0, step_factor = 1;  // it is step_factor · 2/√(ω² + added_rate), ω of the elements
@@ -162,6 +174,11 @@ void set_step(ExplicitState& state, double before, double after);
 
 // v_{n+½} into v_new and the works up to t_n; `trouble` is not empty where a displacement has no value.
 void find_velocities(const Job& job, ExplicitState& state);
+
+// The share of the undamped stable step that bulk viscosity leaves; 1 without it. Collective with others.
+double viscous_share(const ExplicitState& state);
+// With others: the largest forces of walls in the steps since the last call. Collective.
+void sum_wall_course(ExplicitState& state);
 
 // Stores the frame and the row of the history that belong to the step done last.
 void store_frame(Job& job, ExplicitState& state);

@@ -39,6 +39,7 @@ std::array<double, 2> drive(const Job& job, ExplicitState& s) {
         for (std::int32_t place : driven.places) {
             const std::size_t k = place;
             s.v_new[k] = velocity;
+            if (place / 4 >= s.owned) continue;
             const double force = s.mass[k] * (velocity - s.v[k]) / s.mean + s.R[k] - s.F[k] - s.F_contact[k];
             power[0] += force * s.v[k];
             power[1] += force * velocity;
@@ -47,8 +48,14 @@ std::array<double, 2> drive(const Job& job, ExplicitState& s) {
     return power;
 }
 
+// e: of the run.
 std::string part_of(const Job& job, std::int32_t e) {
-    return job.model.parts[job.mesh().p_ele_part_id[e]].name;
+    return job.model.parts[job.run.mesh.p_ele_part_id[e]].name;
+}
+
+// Element e of this process in the numbers of the run.
+std::int32_t run_element(const ExplicitState& s, std::int32_t e) {
+    return s.piece && e >= 0 ? s.piece->elements[e] : e;
 }
 
 // Every element with a node whose displacement is not finite, at its first such node.
@@ -63,8 +70,8 @@ void list_lost_elements(Job& job, const ExplicitState& s) {
             if (std::isfinite(u[0]) && std::isfinite(u[1]) && std::isfinite(u[2])) continue;
             const double* X = mesh.coordinates.data() + 3 * n;
             const std::int32_t part = mesh.p_ele_part_id[e];
-            job.progress.print("Ele=%d,%zu; part=%d[%s], coord:%.3e, %.3e, %.3e\n", e, i, part,
-                               part_of(job, e).c_str(), X[0], X[1], X[2]);
+            job.progress.print("Ele=%d,%zu; part=%d[%s], coord:%.3e, %.3e, %.3e\n", run_element(s, e), i,
+                               part, job.model.parts[part].name.c_str(), X[0], X[1], X[2]);
             job.progress.print("         :%.3e,%.3e,%.3e\n", u[0], u[1], u[2]);
             break;
         }
@@ -76,12 +83,36 @@ void stop(Job& job, ExplicitState& s, std::string why) {
     job.fail(RunStatus::failed, std::move(why));
 }
 
+// What ends the run; with others it goes on until all know of it. True where it has ended.
+bool ends(Job& job, ExplicitState& s, StepFault fault) {
+    if (!s.ranks)
+        stop(job, s, std::move(fault.text));
+    else if (s.fault.step < 0)
+        s.fault = std::move(fault);
+    return s.diverged;
+}
+
+// Whether no process has met a fault: of the step before, or of this one too. Notes where one is asked to
+// stop.
+bool all_go_on(Job& job, ExplicitState& s, bool at_once) {
+    constexpr int faulty = 1, asked = 2;
+    const int here = (s.fault.step >= 0 ? faulty : 0) | (job.progress.cancelled() ? asked : 0);
+    const int all = s.ranks->flags(here, at_once);
+    s.asked_to_stop = (all & asked) != 0;
+    if ((all & faulty) == 0) return true;
+    s.ranks->share_first(s.fault);
+    s.step = s.fault.step;
+    stop(job, s, s.fault.text);
+    return false;
+}
+
 // The stable step of the shapes in force, looked at now and then and said once.
 void check_shapes(Job& job, ExplicitState& s) {
     if (s.adaptive.on || s.step_warned || s.step < s.next_check) return;
     s.next_check = s.step + steps_per_check;
-    const double share = s.viscosity ? s.viscosity->share_now(*s.blocks) : 1;
+    const double share = viscous_share(s);
     StableStep worst = s.bound->worst_above(s.x.data(), s.d_time / share, s.team);
+    if (s.ranks) worst = s.ranks->smallest({worst.step, run_element(s, worst.element)});
     if (worst.element < 0) return;
     worst.step *= share;
     s.step_warned = true;
@@ -151,17 +182,24 @@ void set_step(ExplicitState& s, double before, double after) {
         for (std::size_t c = 0; c < 3; ++c) s.contact_b[4 * n + c] = s.mean / s.contact_mass[4 * n + c];
 }
 
+double viscous_share(const ExplicitState& s) {
+    if (!s.viscosity) return 1;
+    const double share = s.viscosity->share_now(*s.blocks);
+    return s.ranks ? -s.ranks->largest(-share) : share;
+}
+
 bool find_forces(ExplicitState& s) {
     const double time = s.time();
     if (s.heat && !s.heat->set(time, s.team, *s.blocks)) s.trouble = s.heat->trouble();
     if (s.erosion && s.step > 0) s.erosion->erode(s);
     if (s.viscosity) {
-        s.viscosity->follow(s.step, s.x.data(), *s.bound, s.team, *s.blocks);
+        s.viscosity->follow(s.step, s.x.data(), *s.bound, s.team, *s.blocks, s.ranks);
         s.blocks->set_step(s.step > 0 ? s.before : 0);
     }
     const bool sound = s.blocks->evaluate(s.x.data(), s.du.data(), s.R.data(), s.team);
+    if (s.ranks) s.ranks->add_shared(s.R.data(), 4);
     s.springs.add_forces(s.u.data(), s.R.data());
-    if (s.loads && !s.loads->set(time, s.u.data(), s.F.data())) s.trouble = s.loads->trouble();
+    if (s.loads && !s.loads->set(time, s.u.data(), s.F.data(), s.ranks)) s.trouble = s.loads->trouble();
     if (s.bodies && !s.bodies->set_time(time)) s.trouble = s.bodies->trouble();
     for (std::int32_t n : s.contact_nodes)
         std::fill_n(s.F_contact.begin() + 4 * static_cast<std::ptrdiff_t>(n), 3, 0.0);
@@ -169,6 +207,31 @@ bool find_forces(ExplicitState& s) {
     if (s.walls && !s.walls->push(contact_arrays(s), time)) s.trouble = s.walls->trouble();
     if (s.supports) s.supports->gather(node_arrays(s));
     return sound && s.trouble.empty();
+}
+
+namespace {
+
+constexpr std::size_t longest_course = 12288;  // forces that wait for their sum
+
+void note_wall_forces(ExplicitState& s) {
+    for (std::size_t k = 0; s.walls && k < s.walls->size(); ++k) {
+        const Vec3 force = s.walls->force(k);
+        if (s.ranks)
+            s.wall_course.insert(s.wall_course.end(), force.begin(), force.end());
+        else
+            s.walls->peaks.note(k, force);
+    }
+    if (s.wall_course.size() >= longest_course) sum_wall_course(s);
+}
+
+}  // namespace
+
+void sum_wall_course(ExplicitState& s) {
+    if (s.wall_course.empty()) return;
+    s.ranks->sum(s.wall_course);
+    for (std::size_t k = 0; 3 * k < s.wall_course.size(); ++k)
+        s.walls->peaks.note(k % s.walls->size(), triple(s.wall_course, k));
+    s.wall_course.clear();
 }
 
 void find_velocities(const Job& job, ExplicitState& s) {
@@ -195,7 +258,8 @@ void find_velocities(const Job& job, ExplicitState& s) {
     if (s.supports) s.supports->follow(s.v_new.data());
     if (s.loads) {
         const double* F = s.F.data();
-        book(s.load_work, {s.loads->power(F, s.v.data()), s.loads->power(F, s.v_new.data())});
+        book(s.load_work,
+             {s.loads->power(F, s.v.data(), s.owned), s.loads->power(F, s.v_new.data(), s.owned)});
     }
     std::array<double, 2> friction{};
     if (s.walls) {
@@ -209,7 +273,7 @@ void find_velocities(const Job& job, ExplicitState& s) {
         for (std::size_t k = 0; k < 2; ++k) friction[k] += work[k];
     }
     book_work(s.friction_work, friction);
-    for (std::size_t k = 0; s.walls && k < s.walls->size(); ++k) s.walls->peaks.note(k, s.walls->force(k));
+    note_wall_forces(s);
     for (std::size_t k = 0; s.contacts && k < s.contacts->size(); ++k)
         s.contacts->peaks.note(k, s.contacts->force(k));
     s.velocities_known = true;
@@ -220,7 +284,7 @@ void explicit_step(Job& job, ExplicitState& s) {
     job.progress.print("########## Time: %.3e[s]  %ld/%ld##########\n", s.next_time(), step, s.time_num);
     if (!s.velocities_known) find_velocities(job, s);
     s.velocities_known = false;
-    if (!s.trouble.empty()) return stop(job, s, formatted("step %ld: ", step) + s.trouble);
+    if (!s.trouble.empty() && ends(job, s, {step, 0, -1, formatted("step %ld: ", step) + s.trouble})) return;
     const bool finite = move_nodes(s);
     if (s.bodies) {
         s.bodies->arrive(s.u, s.du, s.x, s.X);
@@ -228,27 +292,32 @@ void explicit_step(Job& job, ExplicitState& s) {
     }
     if (s.supports) s.supports->arrive(node_arrays(s));
     s.step = step;
-    if (s.adaptive.on && finite)
+    if (s.adaptive.on && (finite || s.ranks))
         if (const std::string why = adapt_step(job, s); !why.empty()) return stop(job, s, why);
     const std::int64_t eroded = s.erosion ? s.erosion->count() : 0;
     const bool sound = find_forces(s);
     if (s.erosion && s.erosion->count() > eroded)
         job.progress.print("Eroded elements=%ld of %d\n", s.erosion->count(), job.mesh().element_num());
     if (!finite) {
-        list_lost_elements(job, s);
-        stop(job, s, formatted("the run diverges in step %ld: a displacement is not a finite number", step));
+        if (s.fault.step < 0) list_lost_elements(job, s);
+        if (ends(job, s,
+                 {step, 1, -1,
+                  formatted("the run diverges in step %ld: a displacement is not a finite number", step)}))
+            return;
     } else if (!sound) {
-        const std::int32_t e = s.blocks->first_inverted();
-        stop(job, s,
-             e >= 0 ? formatted("the run diverges in step %ld: element %d of part %s has a point "
-                                "whose volume is no longer positive",
-                                step, e + 1, part_of(job, e).c_str())
-                    : formatted("step %ld: ", step) + s.trouble);
-    } else {
-        const bool output = s.adaptive.on ? s.adaptive.at_output : step % s.output_frequency == 0;
-        if (output && job.run.mode_num() < s.out_time_num) store_frame(job, s);
-        check_shapes(job, s);
+        const std::int32_t e = run_element(s, s.blocks->first_inverted());
+        std::string text = e >= 0 ? formatted(
+                                        "the run diverges in step %ld: element %d of part %s has a point "
+                                        "whose volume is no longer positive",
+                                        step, e + 1, part_of(job, e).c_str())
+                                  : formatted("step %ld: ", step) + s.trouble;
+        if (ends(job, s, {step, e >= 0 ? 2 : 3, e, std::move(text)})) return;
     }
+    const bool output = s.adaptive.on ? s.adaptive.at_output : step % s.output_frequency == 0,
+               stored = output && job.run.mode_num() < s.out_time_num;
+    if (s.ranks && !all_go_on(job, s, stored || s.adaptive.on || s.ended())) return;
+    if (stored) store_frame(job, s);
+    check_shapes(job, s);
 }
 
 }  // namespace kestralum

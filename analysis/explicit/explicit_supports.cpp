@@ -11,7 +11,7 @@ namespace kestralum {
 ExplicitSupports::ExplicitSupports(const Job& job, const NodeConstraints& constraints,
                                    std::span<const double> stiffness, std::span<const double> lumped,
                                    double damping)
-    : job_(job), constraints_(constraints), map_(constraints.map) {
+    : job_(job), constraints_(constraints), map_(constraints.map), mesh_(job.mesh()) {
     if (!map_.empty()) turned_of_.assign(lumped.size() / 3, -1);
     for (const std::int32_t n : map_.special_nodes()) {
         if (map_.is_tied(n)) continue;
@@ -56,9 +56,15 @@ void ExplicitSupports::release(std::int32_t place) {
     std::erase_if(moved_, [&](const Moved& m) { return m.place == static_cast<std::size_t>(place); });
 }
 
+void ExplicitSupports::keep(std::span<const std::int32_t> place_of, std::int64_t owned) {
+    std::erase_if(moved_, [&](const Moved& m) { return place_of[m.place / 4] < 0; });
+    for (Moved& moved : moved_) moved.place = 4 * std::size_t(place_of[moved.place / 4]) + moved.place % 4;
+    counted_ = 4 * static_cast<std::size_t>(owned);
+}
+
 double ExplicitSupports::displacement(const Motion& motion, double time) const {
-    return constraints_.displacement(constraints_.held[motion.held], job_.model.boundary_conditions,
-                                     job_.mesh(), time, job_.options.load_case);
+    return constraints_.displacement(constraints_.held[motion.held], job_.model.boundary_conditions, mesh_,
+                                     time, job_.options.load_case);
 }
 
 bool ExplicitSupports::find_next(Motion& motion, double time) {
@@ -67,7 +73,7 @@ bool ExplicitSupports::find_next(Motion& motion, double time) {
     motion.velocity = (motion.next - motion.now) / step_;
     if (std::isfinite(motion.next)) return true;
     const HeldDof& held = constraints_.held[motion.held];
-    const double* x = job_.mesh().node(held.dof / 3);
+    const double* x = mesh_.node(held.dof / 3);
     trouble_ = formatted("support %s: its displacement at (%.6g, %.6g, %.6g) is %g at time %.6g",
                          job_.model.boundary_conditions[held.record].name.c_str(), x[0], x[1], x[2],
                          motion.next, time);
@@ -169,6 +175,7 @@ bool ExplicitSupports::advance(double next_time, const NodeArrays& at, Halves& d
         if (!find_next(moved.motion, next_time)) return false;
         const std::size_t k = moved.place;
         const double v = at.v[k], reached = at.v_new[k] = moved.motion.velocity;
+        if (k >= counted_) continue;
         const double held = at.mass[k] * (reached - v) / mean_ - force_at(k);
         driving[0] += held * v;
         driving[1] += held * reached;
@@ -213,7 +220,8 @@ Vec3 ExplicitSupports::reaction(const NodeArrays& at, double mean) const {
     const auto held_at = [&](std::size_t k) {
         return at.mass[k] * (at.v_new[k] - at.v[k]) / mean + at.R[k] - at.F[k] - at.F_contact[k];
     };
-    for (const Moved& moved : moved_) sum[moved.place % 4] += held_at(moved.place);
+    for (const Moved& moved : moved_)
+        if (moved.place < counted_) sum[moved.place % 4] += held_at(moved.place);
     for (const Turned& node : turned_) {
         const std::size_t k = 4 * node.node;
         const Vec3 force{held_at(k), held_at(k + 1), held_at(k + 2)};

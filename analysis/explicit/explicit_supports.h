@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdint>
+#include <limits>
 #include <span>
 #include <string>
 #include <vector>
@@ -44,6 +45,10 @@ public:
     std::vector<std::size_t> moved_places() const;
     // A velocity input rules the place (4 node + direction): no support moves it any more.
     void release(std::int32_t place);
+
+    // Leaves the moved nodes that have a place, and gives them that; in sums the first `owned` places count.
+    // Of runs without special nodes.
+    void keep(std::span<const std::int32_t> place_of, std::int64_t owned);
 
     // Before the first step: Δt, and where the supports stand at time 0, into u, du and x. The records that
     // do not stand at 0.
@@ -101,11 +106,13 @@ private:
     const Job& job_;
     const NodeConstraints& constraints_;
     const ConstraintMap& map_;
+    const Mesh& mesh_;  // whose nodes the constraints name
     std::vector<Moved> moved_;
     std::vector<Turned> turned_;
     std::vector<Motion> motions_;  // of turned nodes
     std::vector<std::int32_t> turned_of_;
     double step_ = 0, mean_ = 0;
+    std::size_t counted_ = std::numeric_limits<std::size_t>::max();  // places before it count in sums
     std::string trouble_;
 };
 

@@ -42,8 +42,13 @@ std::array<double, 2> update_velocities(ExplicitState& s) {
     for (std::int64_t p = 0; p < portions; ++p) {
         const std::int64_t first = p * NodeSweep::portion_nodes;
         double power[2] = {0, 0};
-        s.blocks->kernels().velocities[static_cast<std::size_t>(sweep.forces[p])](
-            rows, first, std::min(first + NodeSweep::portion_nodes, node_num(s)), s.damped ? power : nullptr);
+        const std::int64_t last = std::min(first + NodeSweep::portion_nodes, node_num(s)),
+                           counted = std::clamp(s.owned, first, last);
+        const VelocityKernel sweep_over =
+            s.blocks->kernels().velocities[static_cast<std::size_t>(sweep.forces[p])];
+        sweep_over(rows, first, counted, s.damped ? power : nullptr);
+        double of_others[2] = {0, 0};
+        if (counted < last) sweep_over(rows, counted, last, s.damped ? of_others : nullptr);
         sweep.damping[2 * p] = 0.5 * s.before * power[0];
         sweep.damping[2 * p + 1] = 0.5 * s.after * power[1];
     }

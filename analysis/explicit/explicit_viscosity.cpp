@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <type_traits>
+#include <utility>
 
 #include "elements/plasticity.h"
 
@@ -30,6 +32,7 @@ BulkViscosity::BulkViscosity(const Model& model, const Mesh& mesh, std::span<con
         speed_.push_back(std::sqrt(pressing / material.density));
         stiffer_.push_back(pressing / m.bulk);
     }
+    stiffest_ = *std::ranges::max_element(stiffer_);
     length_.assign(density_.size(), 0.0);
     weight_.assign(density_.size(), 0.0);
 }
@@ -59,21 +62,33 @@ void BulkViscosity::set(ElementBlocks& blocks) {
 }
 
 void BulkViscosity::follow(std::int64_t step, const double* x, const StepBound& bound, int threads,
-                           ElementBlocks& blocks) {
+                           ElementBlocks& blocks, const ExplicitTeam* ranks) {
     if (step < next_) return;
-    const double change = find_lengths(x, bound, threads);
+    double change = find_lengths(x, bound, threads);
+    if (ranks) change = ranks->largest(change);
     set(blocks);
     if (change > large_change) interval_ = std::max<std::int64_t>(1, interval_ / 2);
     if (change < small_change) interval_ = std::min(longest_interval, 2 * interval_);
     next_ = step + interval_;
 }
 
+void BulkViscosity::keep(std::span<const std::int32_t> elements) {
+    const auto keep = [&](auto& values) {
+        if (values.empty()) return;
+        std::remove_reference_t<decltype(values)> out;
+        for (const std::int32_t e : elements) out.push_back(values[e]);
+        values = std::move(out);
+    };
+    for (std::vector<double>* values : {&density_, &speed_, &stiffer_, &length_, &weight_}) keep(*values);
+    keep(rigid_);
+}
+
 double BulkViscosity::share_at_rest() const {
-    return damped_share(linear_ * *std::ranges::max_element(stiffer_));
+    return damped_share(linear_ * stiffest_);
 }
 
 double BulkViscosity::share_now(const ElementBlocks& blocks) const {
-    return damped_share(linear_ * *std::ranges::max_element(stiffer_) + blocks.largest_compression(weight_));
+    return damped_share(linear_ * stiffest_ + blocks.largest_compression(weight_));
 }
 
 }  // namespace kestralum

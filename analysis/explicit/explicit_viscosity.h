@@ -11,6 +11,7 @@
 #include <span>
 #include <vector>
 
+#include "analysis/explicit/explicit_team.h"
 #include "elements/explicit_blocks.h"
 #include "elements/stable_step.h"
 #include "model/model.h"
@@ -23,8 +24,12 @@ public:
     BulkViscosity(const Model& model, const Mesh& mesh, std::span<const char> rigid);
 
     // Lengths of the configuration x (node × 4), where it is time for them: often where they change fast.
+    // With `ranks`: the fastest of all; null: all elements are here.
     void follow(std::int64_t step, const double* x, const StepBound& bound, int threads,
-                ElementBlocks& blocks);
+                ElementBlocks& blocks, const ExplicitTeam* ranks = nullptr);
+
+    // Leaves these elements.
+    void keep(std::span<const std::int32_t> elements);
 
     // Share of the undamped stable step: at rest, and with the compression of the last forces.
     double share_at_rest() const;
@@ -41,6 +46,7 @@ private:
     void set(ElementBlocks& blocks);
 
     double linear_, quadratic_;
+    double stiffest_ = 0;                            // the largest of stiffer_, of all elements of the run
     std::vector<double> density_, speed_, stiffer_;  // per element: kg/m^3; c, m/s; ρ c²/K
     std::vector<char> rigid_;
     std::vector<double> length_, weight_;  // per element: l, m; b2² l/c · ρ c²/K, s

@@ -203,12 +203,14 @@ void WallSet::rub(const ContactArrays& arrays, double* v_new) {
 std::array<double, 2> WallSet::power(const double* v, const double* v_new) const {
     std::array<double, 2> sum{};
     for (const Placed& placed : walls_)
-        for (const Touch& touch : placed.touches)
+        for (const Touch& touch : placed.touches) {
+            if (touch.node >= owned_) continue;
             for (std::size_t c = 0; c < 3; ++c) {
                 const std::size_t at = 4 * touch.node + c;
                 sum[0] += touch.force[c] * v[at];
                 sum[1] += touch.force[c] * v_new[at];
             }
+        }
     return sum;
 }
 
@@ -217,6 +219,7 @@ std::array<double, 2> WallSet::friction_power(const double* v, const double* v_n
     for (const Placed& placed : walls_) {
         if (!(placed.wall.friction > 0)) continue;
         for (const Touch& touch : placed.touches) {
+            if (touch.node >= owned_) continue;
             const double pressed = dot(touch.force, touch.normal);
             for (std::size_t c = 0; c < 3; ++c) {
                 const std::size_t at = 4 * touch.node + c;
@@ -237,14 +240,27 @@ bool WallSet::rubs() const {
 std::array<double, 3> WallSet::force(std::size_t wall) const {
     std::array<double, 3> sum{};
     for (const Touch& touch : walls_[wall].touches)
-        for (std::size_t c = 0; c < 3; ++c) sum[c] += touch.force[c];
+        for (std::size_t c = 0; c < 3 && touch.node < owned_; ++c) sum[c] += touch.force[c];
     return sum;
 }
 
 std::int64_t WallSet::touching() const {
     std::int64_t count = 0;
-    for (const Placed& placed : walls_) count += static_cast<std::int64_t>(placed.touches.size());
+    for (const Placed& placed : walls_)
+        count +=
+            std::ranges::count_if(placed.touches, [this](const Touch& touch) { return touch.node < owned_; });
     return count;
+}
+
+void WallSet::keep(std::span<const std::int32_t> place_of, std::int64_t owned) {
+    const auto keep = [&](std::vector<std::int32_t>& nodes) {
+        std::erase_if(nodes, [&](std::int32_t n) { return place_of[n] < 0; });
+        for (std::int32_t& n : nodes) n = place_of[n];
+        std::ranges::sort(nodes);
+    };
+    keep(nodes_);
+    for (Placed& placed : walls_) keep(placed.own_nodes);
+    owned_ = static_cast<std::int32_t>(owned);
 }
 
 double WallSet::stiff_spring(std::span<const double> mass) const {

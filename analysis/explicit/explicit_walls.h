@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <limits>
 #include <span>
 #include <string>
 #include <vector>
@@ -65,6 +66,9 @@ public:
 
     // Nodes (0-based, ascending) that have come to lie on the surface may meet the walls too.
     void add_nodes(std::span<const std::int32_t> nodes, const Mesh& mesh);
+
+    // Leaves the nodes that have a place, and gives them that; in sums the first `owned` places count.
+    void keep(std::span<const std::int32_t> place_of, std::int64_t owned);
 
     // The step to come, s: walls move by it. Chosen penalties stay those of the first one.
     void set_step(double step) { step_ = step; }
@@ -140,7 +144,8 @@ private:
     std::vector<char> members_;
     DeepestPlace deepest_;
     std::string trouble_;
-    double d_time_, step_;  // the first step and that to come, s
+    double d_time_, step_;                                           // the first step and that to come, s
+    std::int32_t owned_ = std::numeric_limits<std::int32_t>::max();  // nodes before it count
 };
 
 }  // namespace kestralum

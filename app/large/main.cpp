@@ -84,6 +84,7 @@ ExitStatus run_analysis(const Team& team, const LargeCommand& command, Progress&
     options.run.log_folder = command.log_folder;
     options.run.load_case = command.load_case;
     options.run.hexahedra = command.hexahedra;
+    options.run.frames_on_disk = true;
     options.pieces = command.vtu;
     const Run run = analyse_large(team, command.analysis, input.model, settings, options, progress);
     if (team.first()) {

@@ -1,0 +1,36 @@
+// The part of a model that one of several processes steps: cut out of an explicit run that has been set up
+// whole.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "system/job.h"
+
+namespace kestralum {
+
+struct ExplicitState;
+
+// Per node of the steps' mesh its place in the order in which the blocks' elements come upon them: a chunk's
+// rows lie together in memory.
+std::vector<std::int32_t> order_of_use(const Mesh& mesh);
+
+struct ExplicitPiece {
+    // The elements here and their nodes, owned ones first; number: -1 for nodes of the run that are not here.
+    StepMesh steps;
+    std::int64_t owned = 0;
+    std::vector<std::int32_t> elements;             // here -> run, ascending
+    std::vector<std::int32_t> node_of;              // steps' mesh of the whole run -> here, -1: not here
+    std::vector<std::vector<std::int32_t>> driven;  // places of all driven nodes, record after record
+};
+
+// elements: ascending; owned: per node of the run.
+ExplicitPiece cut_piece(const StepMesh& whole, std::span<const std::int32_t> elements,
+                        std::span<const char> owned);
+
+// Leaves state.piece of the whole run's state; the blocks are made of the piece already. The job's mesh is
+// that of the piece then.
+void keep_piece(Job& job, ExplicitState& state);
+
+}  // namespace kestralum

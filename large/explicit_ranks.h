@@ -1,0 +1,71 @@
+// The ranks of a team in an explicit run: who steps what, and what goes from one to another.
+#pragma once
+
+#include <mpi.h>
+
+#include <array>
+#include <utility>
+#include <vector>
+
+#include "analysis/explicit/explicit_state.h"
+#include "large/piece.h"
+
+namespace kestralum {
+
+class ExplicitRanks : public ExplicitTeam {
+public:
+    explicit ExplicitRanks(const Team& team) : team_(team) {}
+    ~ExplicitRanks() override;
+    ExplicitRanks(const ExplicitRanks&) = delete;
+    ExplicitRanks& operator=(const ExplicitRanks&) = delete;
+
+    // Deals out the elements of the run's mesh. Collective.
+    void deal_out(const Mesh& mesh);
+    // The piece of this rank, and what it exchanges with its neighbours. Not collective.
+    void cut(const Job& job, ExplicitState& state);
+
+    bool first() const override { return team_.first(); }
+    void add_shared(double* values, int width) override;
+    void sum(std::span<double> values) const override { team_.sum(values); }
+    double largest(double value) const override { return team_.largest(value); }
+    StableStep smallest(StableStep here) const override;
+    std::vector<StepBound::Candidate> highest(std::span<const StepBound::Candidate> here,
+                                              std::span<const std::int32_t> of_run) const override;
+    int flags(int here, bool at_once) override;
+    void share_first(StepFault& fault) const override;
+    GatheredFrame gather(const Job& job, ExplicitState& state, std::span<const double> residual) override;
+
+private:
+    // Nodes that another rank has too, in the order of the run: the same on both sides.
+    struct Neighbour {
+        int rank = 0;
+        std::size_t first = 0;            // of its nodes in shared_
+        std::vector<std::int32_t> nodes;  // here
+    };
+    // What several ranks have of one node, in the order of the ranks.
+    struct Source {
+        std::int64_t at = -1;  // in in_, -1: this rank's own
+    };
+    void find_neighbours(const Mesh& mesh, const StepMesh& piece);
+    void find_halo(const Mesh& mesh);
+    PointResults points_of_piece(const PointResults& here, std::vector<double>& plastic) const;
+
+    const Team& team_;
+    Partition partition_;
+    NodeElements around_;  // of the run's mesh
+    Piece piece_;          // what the averages at owned nodes are made of
+    // forces at shared nodes
+    std::vector<Neighbour> neighbours_;
+    std::vector<double> out_, in_;  // 3 per node, neighbour after neighbour
+    std::vector<MPI_Request> requests_;
+    std::vector<std::int32_t> shared_nodes_;  // here
+    std::vector<std::size_t> first_source_;   // of each, and their number
+    std::vector<Source> sources_;
+    // elements whose stresses go to and come from other ranks, rank after rank: places in piece_
+    std::vector<std::vector<std::int32_t>> leaving_, coming_;
+    std::vector<std::int32_t> counted_;  // of the elements here, their places in piece_
+    MPI_Request flag_request_ = MPI_REQUEST_NULL;
+    int flag_here_ = 0, flag_all_ = 0;
+};
+
+}  // namespace kestralum

@@ -1,0 +1,149 @@
+#include "large/large_explicit.h"
+
+#include <algorithm>
+#include <chrono>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "analysis/explicit/explicit_report.h"
+#include "analysis/explicit/explicit_setup.h"
+#include "large/explicit_ranks.h"
+#include "model/format.h"
+
+namespace kestralum {
+
+namespace {
+
+// What one process alone can do; empty: nothing of it is wanted.
+std::string beyond_ranks(const Job& job, bool pieces) {
+    const Model& model = job.model;
+    if (pieces) return "--vtu";
+    if (model.control.element_contact && !model.explicit_tables.contacts.empty()) return "Element_contact";
+    if (!model.rigid_elements.empty()) return "rigid element " + model.rigid_elements.front().name;
+    if (!model.ties.empty()) return "tie " + model.ties.front().name;
+    for (const Material& material : model.materials)
+        if (material.erode > 0) return "material " + material.name + ": erode=";
+    for (const BoundaryCondition& support : model.boundary_conditions) {
+        const SupportOptions& options = support.options;
+        const char* what = options.normal                  ? "fix=normal"
+                           : options.spring.given()        ? "spring="
+                           : options.normal_spring.given() ? "spring_normal="
+                                                           : nullptr;
+        if (what) return "support " + support.name + ": " + what;
+    }
+    if (!job.options.sections.empty()) return "--section";
+    if (job.options.checkpoint_seconds > 0 || job.options.restart) return "--checkpoint";
+    if (job.options.vtu_frames) return "--vtu";
+    return {};
+}
+
+bool refuse(Job& job, const std::string& what) {
+    return job.fail(RunStatus::bad_input,
+                    what + ": not in explicit runs of many processes; kestralum-batch has it");
+}
+
+// What the records come to: nothing that a piece cannot do.
+bool check_prepared(Job& job, const ExplicitState& s) {
+    if (s.bodies) return refuse(job, "rigid bodies");
+    if (s.contacts) return refuse(job, "Element_contact");
+    if ((s.supports && s.supports->has_special_nodes()) || !s.springs.empty())
+        return refuse(job, "supports that turn or give way");
+    return true;
+}
+
+bool set_up(const Team& team, Job& job, bool pieces, ExplicitRanks& ranks, ExplicitState& s) {
+    SetUp set_up;
+    if (!team.stage(job, [&] {
+            const std::string what = beyond_ranks(job, pieces);
+            if (!what.empty()) return refuse(job, what);
+            return prepare_explicit(job, set_up, s) && check_prepared(job, s);
+        }))
+        return false;
+    job.clock.begin("partition");
+    ranks.deal_out(job.run.mesh);
+    if (!team.stage(job, [&] {
+            ranks.cut(job, s);
+            return make_explicit(job, set_up, s);
+        }))
+        return false;
+    find_first_forces(job, s);
+    if (!team.goes_on(job)) return false;
+    store_start(job, s);
+    return team.goes_on(job);
+}
+
+void run_steps(const Team& team, Job& job, ExplicitState& s, ExplicitFiles& files) {
+    const auto start = std::chrono::steady_clock::now();
+    job.clock.begin("steps");
+    while (!s.ended() && !s.diverged && !s.asked_to_stop) {
+        explicit_step(job, s);
+        if (team.first()) files.after_step(job, s);
+        job.progress.set_count(s.step, s.time_num - 1);
+        if (s.adaptive.on) job.progress.set_share(s.time() / s.adaptive.end);
+    }
+    if (s.asked_to_stop && !s.diverged)
+        job.fail(RunStatus::cancelled,
+                 formatted("stopped on request after step %ld of %ld", s.step, s.time_num - 1));
+    job.clock.end();
+    s.loop_seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Of all ranks: the deepest, of equal ones the first.
+void find_deepest(const Team& team, Job& job, const ExplicitState& s) {
+    Penetration& out = job.report().dynamics.deepest_wall;
+    std::vector<double> own;
+    if (out.node > 0)
+        own = {-out.depth,
+               out.time,
+               static_cast<double>(out.node),
+               static_cast<double>(s.walls->deepest().of),
+               out.place[0],
+               out.place[1],
+               out.place[2]};
+    const std::size_t width = 7;
+    const std::vector<double> all = team.gather_everywhere(own);
+    std::span<const double> best;
+    for (std::size_t k = 0; k < all.size(); k += width) {
+        const auto found = std::span(all).subspan(k, width);
+        if (best.empty() || std::ranges::lexicographical_compare(found, best)) best = found;
+    }
+    if (best.empty()) return;
+    out.depth = -best[0];
+    out.time = best[1];
+    out.node = static_cast<std::int32_t>(best[2]);
+    out.name = "wall " + job.model.explicit_tables.walls[static_cast<std::size_t>(best[3])].name;
+    out.place = {best[4], best[5], best[6]};
+}
+
+void finish(const Team& team, Job& job, ExplicitState& s, ExplicitFiles& files) {
+    tell_end(job, s);
+    find_deepest(team, job, s);
+    job.report().kept = true;
+    if (team.first()) {
+        job.run.history.columns = s.history.columns;
+        job.run.history.values = s.history.values;
+        write_explicit(job, s, files);
+    }
+    team.goes_on(job);
+}
+
+}  // namespace
+
+void analyse_explicit_large(const Team& team, Job& job, bool pieces) {
+    ExplicitRanks ranks(team);
+    ExplicitState state;
+    ExplicitFiles files;
+    state.ranks = &ranks;
+    bool begun = set_up(team, job, pieces, ranks, state);
+    begun = begun && team.stage(job, [&] { return !team.first() || files.begin(job, state); });
+    job.clock.end();
+    if (begun) {
+        run_steps(team, job, state, files);
+        finish(team, job, state, files);
+    }
+    if (!begun || !team.first()) job.run.results.clear();
+    job.steps = nullptr;
+}
+
+}  // namespace kestralum

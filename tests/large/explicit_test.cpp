@@ -1,0 +1,296 @@
+// Explicit dynamics on several ranks against one process.
+#include <filesystem>
+#include <map>
+
+#include "analysis/explicit/explicit_state.h"
+#include "input/analysis_info_reader.h"
+#include "large_run.h"
+#include "results/result_file.h"
+#include "support/box_mesh.h"
+
+namespace kestralum::testing {
+namespace {
+
+const std::string steel_wall = " RIGID_WALL WALL plane +x 0 0 0 0 0 0 0 0 0 0 0 0 0 % ";
+
+// The columns that are measured by one another: energies, the axes of a vector.
+std::string kind_of(const std::string& column) {
+    for (const char* energy : {"kinetic", "internal", "plastic", "damping", "wall", "contact", "external",
+                               "support", "viscous", "friction"})
+        if (column == energy) return "energy";
+    const std::size_t end = column.size() - 2;
+    return column[end] == '_' ? column.substr(0, end) : column;
+}
+
+class LargeExplicit : public LargeTest {
+protected:
+    bool read(const std::string& text, const std::string& control) {
+        folder.write("model.ana", "x explicit " + control + " END");
+        if (!AnalysisTest::read(text)) return false;
+        const AnalysisInfoReport of_control = read_analysis_info_file(model, said);
+        for (const auto& error : of_control.remarks.errors) ADD_FAILURE() << error;
+        return of_control.remarks.errors.empty();
+    }
+    std::string box(ElementKind kind, const Grid& grid, const std::string& others = "",
+                    const std::string& supports = "", const std::string& loads = "") {
+        return ModelText{.parts = part_of(kind, grid),
+                         .supports = supports,
+                         .rigid = loads.empty() ? "" : "% load_info " + loads + " %",
+                         .others = others};
+    }
+
+    // Runs both; every value of every frame and every row on the first rank.
+    void expect_agreement(double tolerance = 1e-9) {
+        large = run_large("explicit");
+        const kestralum::Run alone = run_alone("explicit");
+        expect_done(alone.report);
+        ASSERT_EQ(large.report.status, RunStatus::done);
+        EXPECT_EQ(large.report.dynamics.steps, alone.report.dynamics.steps);
+        EXPECT_NEAR(large.report.dynamics.d_time, alone.report.dynamics.d_time,
+                    1e-9 * alone.report.dynamics.d_time);
+        EXPECT_EQ(large.report.dynamics.deepest_wall.node > 0, alone.report.dynamics.deepest_wall.node > 0);
+        EXPECT_NEAR(large.report.dynamics.deepest_wall.depth, alone.report.dynamics.deepest_wall.depth,
+                    tolerance * alone.report.dynamics.deepest_wall.depth);
+        EXPECT_EQ(large.report.dynamics.deepest_wall.name, alone.report.dynamics.deepest_wall.name);
+        if (!team.first()) return;
+        EXPECT_TRUE(large.report.written);
+        ASSERT_EQ(large.results.size(), alone.results.size());
+        ASSERT_GT(alone.results.size(), 1u);
+        for (std::size_t k = 0; k < alone.results.size(); ++k) {
+            SCOPED_TRACE(k);
+            expect_frame(*large.results[k], *alone.results[k], tolerance);
+        }
+        expect_rows(alone.history, tolerance);
+    }
+    void expect_values(const auto& got, const auto& exact, double tolerance, std::size_t first = 0,
+                       std::size_t count = std::size_t(-1)) {
+        ASSERT_EQ(got.size(), exact.size());
+        const auto end = std::min(exact.size(), count == std::size_t(-1) ? exact.size() : first + count);
+        double largest = 0, worst = 0;
+        for (std::size_t d = first; d < end; ++d) {
+            largest = std::max<double>(largest, std::abs(exact[d]));
+            worst = std::max<double>(worst, std::abs(got[d] - exact[d]));
+        }
+        EXPECT_LE(worst, tolerance * largest);
+    }
+    void expect_frame(const Frame& got, const Frame& exact, double tolerance) {
+        const double of_floats = std::max(tolerance, 2e-7);
+        const std::size_t dofs = exact.mode_vec.size();
+        EXPECT_NEAR(got.n_freq, exact.n_freq, 1e-12 * exact.n_freq);
+        expect_values(got.mode_vec, exact.mode_vec, tolerance);
+        for (const std::size_t group : {0, 2})  // stresses, strains
+            expect_values(got.node_stress, exact.node_stress, tolerance, group * dofs, 2 * dofs);
+        std::array<double, 3> largest{}, worst{};
+        for (std::size_t d = 0; d < dofs; ++d) {
+            largest[d % 3] = std::max(largest[d % 3], std::abs(exact.node_stress[4 * dofs + d]));
+            worst[d % 3] = std::max(
+                worst[d % 3], std::abs(got.node_stress[4 * dofs + d] - exact.node_stress[4 * dofs + d]));
+        }
+        largest[2] = std::max(largest[0], largest[2]);  // a principal stress may be nothing but rounding
+        for (std::size_t c = 0; c < 3; ++c) EXPECT_LE(worst[c], tolerance * largest[c]) << c;
+        expect_values(got.reaction, exact.reaction, tolerance);
+        expect_values(got.velocity, exact.velocity, of_floats);
+        expect_values(got.acceleration, exact.acceleration, of_floats);
+        expect_values(got.element_stress, exact.element_stress, of_floats);
+        expect_values(got.element_plastic, exact.element_plastic, of_floats);
+    }
+    void expect_rows(const HistoryRows& exact, double tolerance) {
+        const HistoryRows& got = large.history;
+        ASSERT_EQ(got.columns, exact.columns);
+        ASSERT_EQ(got.values.size(), exact.values.size());
+        const std::size_t columns = exact.columns.size();
+        std::map<std::string, double> size;
+        for (std::size_t k = 0; k < exact.values.size(); ++k) {
+            double& most = size[kind_of(exact.columns[k % columns])];
+            most = std::max(most, std::abs(exact.values[k]));
+        }
+        size["drift"] = 1;
+        for (std::size_t k = 0; k < exact.values.size(); ++k) {
+            const std::string& column = exact.columns[k % columns];
+            ASSERT_NEAR(got.values[k], exact.values[k], tolerance * size[kind_of(column)])
+                << column << " in row " << k / columns;
+        }
+    }
+    double history(std::size_t row, const std::string& column) const {
+        return large.history.value(row, column);
+    }
+
+    kestralum::Run large;
+};
+
+// With an output in each step p(n+1) - p(n) = Δt (F(n) + F(n+1))/2 to rounding; it leaves as it came.
+TEST_F(LargeExplicit, ABarThatStrikesAWallFliesBack) {
+    options.probes = {{0, 0, 0}, {0.2, 0.02, 0.02}};
+    ASSERT_TRUE(read(
+        ModelText{.material = "8000 2e11 0", .parts = rect("BAR", "0.2 0.02 0.02", "50 2 2", "1e-3 0 0")},
+        "end_time 120e-6 output_frequency 1 C_alfa 0" + steel_wall +
+            "INITIAL_VELOCITY BAR part x -100 0 0 0 0 0 0 %"));
+    expect_agreement();
+    if (!team.first()) return;
+    const double start = history(0, "momentum_x");
+    const std::size_t rows = large.history.rows();
+    EXPECT_NEAR(start, -100 * 8000 * 0.2 * 4e-4, 1e-9 * 64);
+    EXPECT_NEAR(history(rows - 1, "momentum_x"), -start, 0.02 * 64);
+    double largest = 0;
+    for (std::size_t k = 0; k + 1 < rows; ++k) {
+        const double mean = 0.5 * (history(k, "wall_WALL_x") + history(k + 1, "wall_WALL_x"));
+        ASSERT_NEAR(history(k + 1, "momentum_x") - history(k, "momentum_x"),
+                    mean * large.report.dynamics.d_time, 1e-11 * 64)
+            << k;
+        largest = std::max(largest, history(k, "wall_WALL_x"));
+        EXPECT_LT(std::abs(history(k, "drift")), 1e-10);
+    }
+    EXPECT_GT(largest, 1.5e6);  // ρ c V A = 1.6 MN
+}
+
+TEST_F(LargeExplicit, ARubbingBlockIsDampedByAWallWithASet) {
+    ASSERT_TRUE(read(
+        box(ElementKind::hexahedron, {{6, 4, 3}, {0.1, 0.06, 0.04}}, "set_info LOW plane z 0 %\n"),
+        "end_time 3e-4 output_frequency 7 C_alfa 0.01 Gravity -z RIGID_WALL FLOOR plane +z 0 0 0.3 0.2 set "
+        "LOW 0 0 1e-5*sin(2e4*time) % "
+        "INITIAL_VELOCITY b part x 20 0 0 0 0 0 0 b part z -5 0 0 0 0 0 0 %"));
+    expect_agreement();
+    if (!team.first()) return;
+    const std::size_t last = large.history.rows() - 1;
+    EXPECT_GT(history(last, "friction"), 1e-3 * history(0, "kinetic"));
+    EXPECT_GT(history(last, "damping"), 0);
+    EXPECT_GT(*large.report.dynamics.friction, 0);
+}
+
+TEST_F(LargeExplicit, AShakenBeamCarriesItsReactions) {
+    const std::string supports =
+        "FOOT plane z 0 0 0 0 0 0 SIDE volume x 0 0 0 0.021 0.05 0.2 ux=1e-5*sin(4e4*time)*(1+9*z) fix=y";
+    ASSERT_TRUE(read(
+        ModelText{.material = "7800 2e11 0.3",
+                  .parts = rect("BEAM", "0.02 0.03 0.2", "2 3 12"),
+                  .supports = supports,
+                  .forces = "F area y 1e4 0.02 0.02 0 0.03 0.1 0.2 factor=sin(3e4*time)"},
+        "end_time 2e-4 output_frequency 12 C_alfa 0.01 Gravity -z VELOCITY_INPUT FOOT volume x "
+        "1*sin(9424.8*time) 0 0.02 0 0.03 0 0 EDGE volume y 0.2*cos(5e4*time) 0 0.02 0.03 0.031 0 0.2 %"));
+    expect_agreement();
+    if (!team.first()) return;
+    const std::size_t last = large.history.rows() - 1;
+    EXPECT_GT(std::abs(history(last, "support")), 0.1 * history(last, "kinetic"));
+    EXPECT_NE(history(last, "support_SIDE_y"), 0);
+}
+
+TEST_F(LargeExplicit, ARodThatYieldsSpreadsAlike) {
+    for (const std::optional<HexahedronForm> form :
+         {std::optional<HexahedronForm>(), {HexahedronForm::enhanced}, {HexahedronForm::mean_dilatation}}) {
+        options.hexahedra = form;
+        options.mean_dilatation = !form;
+        ASSERT_TRUE(read(
+            ModelText{.material = "8930 117e9 0.35", .parts = rect("ROD", "3.2e-3 3.2e-3 16e-3", "4 4 20")},
+            "d_time 1e-8 end_time 4e-6 output_frequency 80 Plastic on MATERIAL_EXTRA_INFO M "
+            "117e9/(2*(1+0.35)) 400e6 100e6 % RIGID_WALL ANVIL plane +z 0 0 0 0.1 0 0 0 0 0 0 0 0 0 % "
+            "INITIAL_VELOCITY ROD part z -227 0 0 0 0 0 0 %"));
+        expect_agreement();
+        if (!team.first()) continue;
+        EXPECT_GT(history(large.history.rows() - 1, "plastic"), 0.1 * history(0, "kinetic"));
+    }
+}
+
+// Steps that follow the shapes, viscosity that follows the lengths, a pressure that follows faces which
+// several ranks have, heat, and a dead load.
+TEST_F(LargeExplicit, TetrahedraUnderPressureAndHeatFollowTheirStep) {
+    for (const ElementKind kind :
+         {ElementKind::tetrahedron4, ElementKind::tetrahedron10, ElementKind::hexahedron}) {
+        SCOPED_TRACE(static_cast<int>(kind));
+        ASSERT_TRUE(
+            read(box(kind, {{8, 3, 3}, {0.2, 0.07, 0.05}}, "set_info ALL patch 0 0.035 0.025 91 %\n",
+                     "S plane x 0 0 0 0 0 0",
+                     "P pressure ALL 1e14*time*(1+x) T traction ALL 1e12*time*x 0 0 factor=cos(time) H "
+                     "temperature all "
+                     "300+1e8*time*x reference=300"),
+                 "d_time auto end_time 6e-5 output_time 1e-5 linear_viscosity 0.06 quadratic_viscosity 1.2"));
+        for (Material& m : model.materials) m.expansion = 1e-5;
+        expect_agreement();
+        EXPECT_EQ(large.report.dynamics.frames, 7);
+    }
+}
+
+// Fewer elements than ranks, and so many steps between outputs that the largest forces of walls are summed
+// before one.
+TEST_F(LargeExplicit, AFewElementsBounceBetweenFourWalls) {
+    const auto wall = [](const std::string& name, const std::string& axis, const std::string& place) {
+        return name + " plane " + axis + " 0 0 0 0.05 " + place + " 0 0 0 ";
+    };
+    ASSERT_TRUE(read(ModelText{.material = "8000 2e11 0.3", .parts = rect("BAR", "0.3 0.1 0.1", "3 1 1")},
+                     "d_time 4e-6 end_time 6e-3 output_frequency 1200 RIGID_WALL " +
+                         wall("A", "+x", "-0.001 -0.001 0 0 0 0") + wall("B", "-x", "0.301 0.301 0 0 0 0") +
+                         wall("C", "+y", "0 0 -0.001 -0.001 0 0") + wall("D", "-y", "0 0 0.101 0.101 0 0") +
+                         "% INITIAL_VELOCITY BAR part x 10 0 0 0 0 0 0 BAR part y 7 0 0 0 0 0 0 %"));
+    expect_agreement(1e-8);
+    if (!team.first()) return;
+    for (const char* const name : {"A", "B", "C", "D"})
+        EXPECT_GT(history(1, std::string("wall_") + name + "_peak"), 1e3);
+}
+
+// A body that is pressed flat: the step falls, and the run ends in the same step with the same line.
+TEST_F(LargeExplicit, ARunThatDivergesEndsAllRanksWithOneLine) {
+    const std::string soft =
+        ModelText{.material = "1000 1e6 0.3", .parts = rect("B", "0.4 0.1 0.1", "16 2 2")};
+    for (const std::string control : {"d_time 1e-4 end_time 1", "d_time auto end_time 1 output_time 1e-2"}) {
+        ASSERT_TRUE(read(soft, control + " output_frequency 1000 " + steel_wall +
+                                   "INITIAL_VELOCITY B part x -30 0 0 0 0 0 0 %"));
+        large = run_large("explicit");
+        const kestralum::Run alone = run_alone("explicit");
+        ASSERT_EQ(alone.report.status, RunStatus::failed) << control;
+        EXPECT_EQ(large.report.status, RunStatus::failed);
+        EXPECT_EQ(large.report.remarks.errors, alone.report.remarks.errors);
+        EXPECT_EQ(large.report.dynamics.steps, alone.report.dynamics.steps);
+        EXPECT_EQ(large.report.dynamics.frames, alone.report.dynamics.frames);
+    }
+}
+
+// Asks to stop in a step.
+class StopsInAStep : public Collected {
+public:
+    bool cancelled() const override { return place().stage == "steps" && place().count >= 40; }
+};
+
+TEST_F(LargeExplicit, AStopOnOneRankLeavesTheFilesOfWhatWasReached) {
+    ASSERT_TRUE(read(ModelText{.parts = rect("A", "1 0.1 0.1", "24 3 3")},
+                     "end_time 1 output_frequency 10 INITIAL_VELOCITY A part x 1 0 0 0 0 0 0 %"));
+    StopsInAStep stops;
+    LargeOptions chosen{.run = options, .pieces = false};
+    chosen.run.log_folder = log_folder;
+    Progress& here = team.rank() == team.size() - 1 ? static_cast<Progress&>(stops) : said;
+    const kestralum::Run run = analyse_large(team, "explicit", model, settings, chosen, here);
+    EXPECT_EQ(run.report.status, RunStatus::cancelled);
+    EXPECT_NE(joined(run.report.remarks.errors).find("stopped on request after step 4"), std::string::npos)
+        << joined(run.report.remarks.errors);
+    EXPECT_EQ(run.report.dynamics.frames, 5);
+    if (!team.first()) return;
+    EXPECT_EQ(run.results.size(), 5u);
+    Collected reads;  // the run has stopped `said` too
+    const auto back = read_result_file(result_file_name(model.model_file_name), log_folder, reads);
+    ASSERT_TRUE(back) << reads.errors;
+    EXPECT_EQ(back->run.results.size(), 5u);
+}
+
+// What one process alone has is refused with a line, and nothing is written.
+TEST_F(LargeExplicit, WhatDoesNotGoIsRefused) {
+    const std::string two = rect("A", "1 1 1", "2 2 2") + rect("B", "1 1 1", "2 2 2", "1.1 0 0");
+    const auto refused = [&](const ModelText& text, const std::string& control, const std::string& what,
+                             bool pieces = false) {
+        ASSERT_TRUE(read(text, "end_time 1e-4 " + control));
+        const kestralum::Run run = run_large("explicit", "auto", pieces);
+        EXPECT_EQ(run.report.status, RunStatus::bad_input) << what;
+        ASSERT_EQ(run.report.remarks.errors.size(), 1u);
+        EXPECT_EQ(run.report.remarks.errors[0],
+                  what + ": not in explicit runs of many processes; kestralum-batch has it");
+        MPI_Barrier(team.comm());
+        EXPECT_FALSE(std::filesystem::exists(log_folder + "/result_model.txt"));
+        EXPECT_FALSE(std::filesystem::exists(log_folder + "/frames_model.txt"));
+    };
+    refused({.parts = two}, "Element_contact on ELEMENT_CONTACT HIT A B 1 0 0 0 0 0 0 0 0 0 0 %",
+            "Element_contact");
+    refused({.parts = two, .rigid = "R area 0.5 0.5 0.5 0 1 0 1 0 1 %"}, "", "rigid element R");
+    refused({.parts = two, .supports = "S plane x 0 0 0 0 0 0 spring=1e9"}, "", "support S: spring=");
+    refused({.parts = two, .supports = "S plane x 0 0 0 0 0 0 fix=normal"}, "", "support S: fix=normal");
+    refused({.parts = two}, "", "--vtu", true);
+}
+
+}  // namespace
+}  // namespace kestralum::testing
