@@ -29,7 +29,8 @@ PetscErrorCode tell_once(MPI_Comm, int, const char*, const char*, PetscErrorCode
     if (code == PETSC_ERR_MEM || !what)
         std::fprintf(stderr, "not enough memory for this model on rank %d\n", rank_here());
     else
-        std::fprintf(stderr, "rank %d: the solver library failed: %s (%s)\n", rank_here(), line.c_str(), what);
+        std::fprintf(stderr, "rank %d: the solver library failed: %s (%s)\n", rank_here(), line.c_str(),
+                     what);
     std::fflush(stderr);
     return code;
 }

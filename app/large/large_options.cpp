@@ -26,7 +26,7 @@ CommandLine describe(LargeCommand& options) {
                   options.log_folder);
     line.add_flag("--vtu",
                   "writes a piece for ParaView from every rank and NAME.pvtu instead of the result file;
-"
+                  "
                   "static and eigen",
                   options.vtu);
     line.add_text("--case", "NAME", "the load case or combination that acts", options.load_case);
