@@ -25,9 +25,8 @@ CommandLine describe(LargeCommand& options) {
     line.add_text("--log", "DIR", "writes there instead of log; one run at a time in a folder",
                   options.log_folder);
     line.add_flag("--vtu",
-                  "writes a piece for ParaView from every rank and NAME.pvtu instead of the result file;
-                  "
-                  "static and eigen",
+                  "static, eigen: writes a piece for ParaView from every rank and NAME.pvtu instead of the\n"
+                  "result file",
                   options.vtu);
     line.add_text("--case", "NAME", "the load case or combination that acts", options.load_case);
     line.add_value("--hexahedra", "FORM", "full, enhanced or mean-dilatation, in place of the model's",
