@@ -111,7 +111,7 @@ TEST(Report, OfVerificationHasPictures) {
         const ReadPage page(read_file(folder.file("page.html")));
         const std::string said = process.readAllStandardOutput().toStdString();
         EXPECT_EQ(page.attributes.count("src"), 2u) << said;
-        EXPECT_TRUE(contains(said, "\nnote: Odd: the window program has drawn no picture\n")) << said;
+        EXPECT_TRUE(contains(said, "\nnote: Odd: the window program has drawn no picture: ")) << said;
         EXPECT_TRUE(contains(page.text, "2 swings\n") && contains(page.text, "3 Odd\n")) << page.text;
         for (auto [at, end] = page.attributes.equal_range("src"); at != end; ++at) {
             const auto png = QByteArray::fromBase64(at->second.section(',', 1).toLatin1());
