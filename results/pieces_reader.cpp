@@ -161,6 +161,7 @@ public:
             part.id = p;
             part.name = formatted("part_%d", p + 1);
             part.color = {0.6, 0.7, 0.8};
+            part.material_name = "NONE";
             part.material_id = -1;
         }
         model_.parts_o = model_.parts;
