@@ -39,7 +39,6 @@ public:
     void multiply(std::span<const double> x, std::span<double> y) const;
     // "conjugate gradients with multigrid, 18 iterations"
     std::string outcome() const;
-    KSP ksp() const { return ksp_; }
 
 private:
     bool set_up_direct();
