@@ -79,7 +79,7 @@ bool MultifrontalFactor::ends(Walk& walk) const {
     return true;
 }
 
-// Small subtrees are taken whole; above them the thread that finishes a front's last child goes on with the
+// Small subtrees are one task each; above them the thread that finishes a front's last child goes on with the
 // front.
 void MultifrontalFactor::walk_up(Walk& walk, const std::function<void(std::int32_t)>& visit) const {
     const auto n = static_cast<std::int32_t>(tree_.fronts.size());
@@ -101,17 +101,15 @@ void MultifrontalFactor::walk_up(Walk& walk, const std::function<void(std::int32
         for (std::int32_t p = fronts[s].parent; p >= 0 && --waits[p] == 0; p = fronts[p].parent)
             visit_guarded(p);
     };
-    std::vector<std::int32_t> starts;
+#pragma omp parallel num_threads(options_.threads)
+#pragma omp single
     for (std::int32_t s = 0; s < n; ++s) {
         const bool small = fronts[s].subtree_work <= cut, leaf = tree_.children_of(s).empty();
         const bool top = fronts[s].parent < 0 || fronts[fronts[s].parent].subtree_work > cut;
-        if (small ? top : leaf) starts.push_back(s);
+        if (!(small ? top : leaf)) continue;
+#pragma omp task firstprivate(s) shared(climb)
+        climb(s);
     }
-    // taken one by one, not made tasks: clang's OpenMP hands the block of a task that has ended to the next
-    // one unseen by the thread sanitizer; who finds none left works on the tasks of the large fronts
-    const auto last = static_cast<std::int64_t>(starts.size());
-#pragma omp parallel for schedule(dynamic, 1) num_threads(options_.threads)
-    for (std::int64_t k = 0; k < last; ++k) climb(starts[k]);
 }
 
 void MultifrontalFactor::walk_down(Walk& walk, const std::function<void(std::int32_t)>& visit) const {
