@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "input/analysis_info_reader.h"
 #include "input/model_reader.h"
@@ -12,6 +13,18 @@
 #include "system/model_check.h"
 
 namespace kestralum {
+
+// Keeps what is printed as a summary.
+class SummaryText : public Progress {
+public:
+    SummaryText() : Progress(false) {}
+    std::string text;
+
+protected:
+    void take(Kind kind, std::string_view piece) override {
+        if (kind == Kind::summary) text += piece;
+    }
+};
 
 struct RunSummary {
     const Model& model;

@@ -135,6 +135,20 @@ PetscErrorCode test_stop(EPS eps, PetscInt iterations, PetscInt most, PetscInt c
     return 0;
 }
 
+// How the spectral transformation solves, once per step: by `solver` alone.
+PC transform_by(EPS eps, STType transformation, PCType solver) {
+    ST st = nullptr;
+    must(EPSGetST(eps, &st));
+    must(STSetType(st, transformation));
+    KSP ksp = nullptr;
+    must(STGetKSP(st, &ksp));
+    must(KSPSetType(ksp, KSPPREONLY));
+    PC pc = nullptr;
+    must(KSPGetPC(ksp, &pc));
+    must(PCSetType(pc, solver));
+    return pc;
+}
+
 // Krylov-Schur on (K - σM)⁻¹ M; σ is below every eigenvalue, so that the factored matrix is positive.
 void set_inverted(const Pencil& pencil, EPS eps) {
     must(EPSSetType(eps, EPSKRYLOVSCHUR));
@@ -142,16 +156,7 @@ void set_inverted(const Pencil& pencil, EPS eps) {
     must(EPSSetWhichEigenpairs(eps, EPS_TARGET_MAGNITUDE));
     must(EPSSetTarget(eps, sigma));
     must(EPSSetTolerances(eps, 1e-12, 500));
-    ST st = nullptr;
-    must(EPSGetST(eps, &st));
-    must(STSetType(st, STSINVERT));
-    KSP ksp = nullptr;
-    must(STGetKSP(st, &ksp));
-    must(KSPSetType(ksp, KSPPREONLY));
-    PC pc = nullptr;
-    must(KSPGetPC(ksp, &pc));
-    must(PCSetType(pc, PCCHOLESKY));
-    must(PCFactorSetMatSolverType(pc, MATSOLVERMUMPS));
+    must(PCFactorSetMatSolverType(transform_by(eps, STSINVERT, PCCHOLESKY), MATSOLVERMUMPS));
 }
 
 // Davidson's method with one cycle of the multigrid of K, or of K + σM of a free body, as the preconditioner.
@@ -160,19 +165,13 @@ void set_iterated(const LargeJob& large, Pencil& pencil, EPS eps) {
     must(EPSSetWhichEigenpairs(eps, EPS_SMALLEST_REAL));
     must(EPSSetTolerances(eps, 1e-6, 5000));
     must(EPSSetConvergenceTestFunction(eps, relative_residual, &pencil, nullptr));
-    ST st = nullptr;
-    must(EPSGetST(eps, &st));
-    must(STSetType(st, STPRECOND));
-    KSP ksp = nullptr;
-    must(STGetKSP(st, &ksp));
-    must(KSPSetType(ksp, KSPPREONLY));
-    PC pc = nullptr;
-    must(KSPGetPC(ksp, &pc));
-    must(PCSetType(pc, PCGAMG));
+    transform_by(eps, STPRECOND, PCGAMG);
     PetscMat shifted;
     must(MatDuplicate(pencil.K, MAT_COPY_VALUES, shifted.reset()));
     if (pencil.rigid > 0) must(MatAXPY(shifted, free_shift * pencil.elastic, pencil.M, SAME_NONZERO_PATTERN));
     set_rigid_motions(large.team, large.job.mesh(), large.system.freedoms, large.piece, shifted);
+    ST st = nullptr;
+    must(EPSGetST(eps, &st));
     must(STSetPreconditionerMat(st, shifted));
     if (pencil.rigid == 0) return;
     std::vector<Vec> motions(pencil.motions.begin(), pencil.motions.end());

@@ -7,13 +7,7 @@
 
 #include "model/format.h"
 #include "solver/dense_eigen.h"
-
-// LAPACK (Anderson et al., LAPACK Users' Guide, 3rd ed. 1999)
-extern "C" {
-void dgetrf_(const int* m, const int* n, double* a, const int* lda, int* pivots, int* info);
-void dgetrs_(const char* trans, const int* n, const int* columns, const double* a, const int* lda,
-             const int* pivots, double* b, const int* ldb, int* info, std::size_t);
-}
+#include "solver/lapack_lu.h"
 
 namespace kestralum {
 

@@ -21,6 +21,11 @@ std::string read_override(const std::string& text, std::vector<ParameterOverride
     return {};
 }
 
+std::string read_hexahedra(const std::string& text, std::optional<HexahedronForm>& form) {
+    form = hexahedron_form_of(text);
+    return form ? "" : "--hexahedra wants full, enhanced or mean-dilatation, not '" + text + "'";
+}
+
 namespace {
 
 // NAME=FROM:TO:COUNT or NAME=V1,V2,...
@@ -68,11 +73,6 @@ std::string check_results(const BatchOptions& options) {
         return std::string(options.quantities ? "--quantities" : "--section") +
                " goes with static, nonlinear or explicit: shapes have any size";
     return options.quantities && !options.vtu ? "--quantities goes with --vtu" : "";
-}
-
-std::string choose_hexahedra(BatchOptions& options, const std::string& text) {
-    options.hexahedra = hexahedron_form_of(text);
-    return options.hexahedra ? "" : "--hexahedra wants full, enhanced or mean-dilatation, not '" + text + "'";
 }
 
 std::string choose_checkpoint(BatchOptions& options, const std::string& text) {
@@ -221,7 +221,7 @@ CommandLine describe(BatchOptions& options, Words words) {
         "--hexahedra", "WORD",
         "full, enhanced (bend without locking) or mean-dilatation (flow without locking) in place of\n"
         "what the model says",
-        [&options](const std::string& text) { return choose_hexahedra(options, text); });
+        [&options](const std::string& text) { return read_hexahedra(text, options.hexahedra); });
     line.add_flag("--tidy", "removes the files of the factor after the run", options.tidy);
     line.add_flag("--quiet", "prints the closing summary only", options.quiet);
     line.add_footer(

@@ -44,6 +44,9 @@ struct BatchOptions : CommonOptions {
 // Reads NAME=EXPRESSION, for --set. What is wrong with it, empty if nothing.
 std::string read_override(const std::string& text, std::vector<ParameterOverride>& overrides);
 
+// Reads the form of hexahedra, for --hexahedra; what is wrong with it, empty if nothing.
+std::string read_hexahedra(const std::string& text, std::optional<HexahedronForm>& form);
+
 BatchOptions parse_batch_options(std::span<const char* const> arguments);
 
 // The help text.

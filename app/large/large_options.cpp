@@ -30,12 +30,7 @@ CommandLine describe(LargeCommand& options) {
                   options.vtu);
     line.add_text("--case", "NAME", "the load case or combination that acts", options.load_case);
     line.add_value("--hexahedra", "FORM", "full, enhanced or mean-dilatation, in place of the model's",
-                   [&options](const std::string& text) {
-                       options.hexahedra = hexahedron_form_of(text);
-                       return options.hexahedra
-                                  ? std::string()
-                                  : "--hexahedra wants full, enhanced or mean-dilatation, not '" + text + "'";
-                   });
+                   [&options](const std::string& text) { return read_hexahedra(text, options.hexahedra); });
     line.add_flag("--quiet", "summary and errors only", options.quiet);
     line.add_footer(
         "Exit status: 0 done; 1 the analysis could not be completed; 2 bad usage, missing settings, "

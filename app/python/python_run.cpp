@@ -111,18 +111,6 @@ py::tuple triple_of(const std::array<double, 3>& v) {
     return py::make_tuple(v[0], v[1], v[2]);
 }
 
-// Keeps the closing report.
-class SummaryText : public Progress {
-public:
-    SummaryText() : Progress(false) {}
-    std::string text;
-
-protected:
-    void take(Kind kind, std::string_view piece) override {
-        if (kind == Kind::summary) text += piece;
-    }
-};
-
 // Copies under a temporary name beside the target, which is whole or absent.
 void copy_whole(const fs::path& from, const fs::path& folder) {
     const fs::path half = folder / ("." + from.filename().string() + ".part");

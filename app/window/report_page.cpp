@@ -18,18 +18,6 @@ namespace kestralum {
 
 namespace {
 
-// Keeps the summary that the batch command prints.
-class SummaryText : public Progress {
-public:
-    SummaryText() : Progress(false) {}
-    std::string text;
-
-protected:
-    void take(Kind kind, std::string_view piece) override {
-        if (kind == Kind::summary) text += piece;
-    }
-};
-
 std::string block(const std::string& text) {
     return text.empty() ? std::string() : "<pre>" + escaped(text) + "</pre>\n";
 }

@@ -36,6 +36,18 @@ protected:
         large.run.log_folder = log_folder;
         return analyse_large(team, word, model, settings, large, said);
     }
+    // Of the ranks the last one asks to stop; all do, and the result of a run before stays.
+    void expect_stop(const std::string& word, Progress& stops) {
+        const std::string file = log_folder + "/result_model.txt";
+        const std::string before = read_file(file);
+        LargeOptions large{.run = options, .pieces = false};
+        large.run.log_folder = log_folder;
+        Progress& here = team.rank() == team.size() - 1 ? stops : said;
+        const kestralum::Run run = analyse_large(team, word, model, settings, large, here);
+        EXPECT_EQ(run.report.status, RunStatus::cancelled);
+        EXPECT_TRUE(run.results.empty());
+        EXPECT_EQ(read_file(file), before);
+    }
     // Every rank for itself, by the sparse factor.
     kestralum::Run run_alone(const std::string& word) {
         settings.solver = "sparse";

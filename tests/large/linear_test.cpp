@@ -242,16 +242,8 @@ TEST_F(LargeTeam, AStopOnOneRankStopsAllAndLeavesTheEarlierResult) {
                                .supports = "S plane z 0 0 0 0 0 0",
                                .forces = "P area x 1000 0 1 0 1 4 4"}));
     ASSERT_EQ(run_large("static").report.status, RunStatus::done);
-    const std::string file = log_folder + "/result_model.txt";
-    const std::string before = read_file(file);
     StopsInTheIteration stops;
-    LargeOptions large{.run = options, .pieces = false};
-    large.run.log_folder = log_folder;
-    Progress& here = team.rank() == team.size() - 1 ? static_cast<Progress&>(stops) : said;
-    const kestralum::Run run = analyse_large(team, "static", model, settings, large, here);
-    EXPECT_EQ(run.report.status, RunStatus::cancelled);
-    EXPECT_TRUE(run.results.empty());
-    EXPECT_EQ(read_file(file), before);
+    expect_stop("static", stops);
 }
 
 }  // namespace

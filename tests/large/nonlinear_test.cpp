@@ -298,16 +298,8 @@ TEST_F(LargeNonlinear, AStopOnOneRankStopsAllAndLeavesTheEarlierResult) {
                                .forces = "P area x 1e4 0 1 0 1 2 2"}));
     options.factors = {0.5, 1};
     ASSERT_EQ(run_large("nonlinear").report.status, RunStatus::done);
-    const std::string file = log_folder + "/result_model.txt";
-    const std::string before = read_file(file);
     StopsInTheSecond stops;
-    LargeOptions large{.run = options, .pieces = false};
-    large.run.log_folder = log_folder;
-    Progress& here = team.rank() == team.size() - 1 ? static_cast<Progress&>(stops) : said;
-    const kestralum::Run run = analyse_large(team, "nonlinear", model, settings, large, here);
-    EXPECT_EQ(run.report.status, RunStatus::cancelled);
-    EXPECT_TRUE(run.results.empty());
-    EXPECT_EQ(read_file(file), before);
+    expect_stop("nonlinear", stops);
 }
 
 }  // namespace
