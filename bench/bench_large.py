@@ -5,6 +5,8 @@ on one side and pushed on the other; iterations, seconds and the largest memory 
 Usage: bench_large.py [--ranks 1,2] [--own SOLVER]... BUILD_DIR [CASE]...
 CASE: cubeN, or platesize in mm as plateS, meshed by gmsh (plate4: 10^6 unknowns); cube30 cube40 cube60 unless given.
 --own sparse, --own iterative: kestralum-batch on the same model too, on as many threads as the most ranks.
+--ccx: CalculiX's conjugate gradients on the same mesh, "ITERATIVE CHOLESKY" and "ITERATIVE SCALING", which
+stop at a tolerance of their own: the whole run's seconds and memory; the largest displacement tells what it is worth.
 """
 import argparse
 import os
@@ -72,6 +74,41 @@ def run(command, folder, threads):
     return figures
 
 
+def ccx_input(case, folder, build, preconditioner):
+    """The deck of a case: what kestralum-batch exports of a cube, what bench_parts has written of a plate."""
+    source = os.path.join(folder, "static.inp")
+    if case.startswith("cube"):
+        setting = os.path.join(folder, "own.txt")
+        open(setting, "w").write(SETTING)
+        subprocess.run([os.path.join(build, "kestralum-batch"), "export", "model.txt", "static.inp", "--setting", setting,
+                        "--quiet"], cwd=folder, check=True, capture_output=True)
+    deck, count = re.subn(r"^\*STATIC *$", f"*STATIC, SOLVER=ITERATIVE {preconditioner}", open(source).read(), flags=re.M)
+    if count != 1:
+        sys.exit(f"{source}: one *STATIC was expected")
+    open(os.path.join(folder, "ccx.inp"), "w").write(deck)
+
+
+def run_ccx(case, folder, build, preconditioner, threads):
+    from bench_parts import run as run_measured
+    ccx_input(case, folder, build, preconditioner)
+    seconds, megabytes, text = run_measured(["ccx", "ccx"], folder, {"OMP_NUM_THREADS": str(threads)})
+    iterations = re.findall(r"of iterations *= *(\d+)", text)[-1]
+    return f"{iterations:>20} {'':8} {'':8} {seconds:8.2f} {megabytes:8.0f} {'':>10} {largest_of_frd(folder):.6e}"
+
+
+def largest_of_frd(folder):
+    """The largest displacement of any node in CalculiX's result file: three columns of twelve behind the number."""
+    found, inside = 0.0, False
+    for line in open(os.path.join(folder, "ccx.frd")):
+        if line.startswith(" -4"):
+            inside = line.split()[1] == "DISP"
+        elif line.startswith(" -3"):
+            inside = False
+        elif inside and line.startswith(" -1"):
+            found = max(found, sum(float(line[k:k + 12]) ** 2 for k in (13, 25, 37)) ** 0.5)
+    return found
+
+
 def tell(case, how, figures):
     if isinstance(figures, str):
         print(f"{case:10} {how:14} {figures}", flush=True)
@@ -86,6 +123,7 @@ def main():
     line.add_argument("build")
     line.add_argument("--ranks", default="1,2")
     line.add_argument("--own", action="append", default=[])
+    line.add_argument("--ccx", action="store_true")
     line.add_argument("cases", nargs="*", default=["cube30", "cube40", "cube60"])
     options = line.parse_args()
     build = os.path.abspath(options.build)
@@ -107,6 +145,8 @@ def main():
                 command = [os.path.join(build, "kestralum-batch"), "static", "model.txt", "--setting", setting, "--log", "log",
                            "--quiet", "--vtu", "--tidy"]
                 tell(case, f"own {solver}", run(command, folder, max(ranks)))
+            for preconditioner in ("CHOLESKY", "SCALING") if options.ccx else ():
+                tell(case, f"ccx {preconditioner}", run_ccx(case, folder, build, preconditioner, max(ranks)))
 
 
 if __name__ == "__main__":

@@ -28,24 +28,61 @@ void ExplicitRanks::cut(const Job& job, ExplicitState& s) {
         if (partition_.element_rank[e] == team_.rank()) elements.push_back(e);
     std::vector<char> owned(mesh.node_num());
     for (std::size_t n = 0; n < owned.size(); ++n) owned[n] = partition_.node_rank[n] == team_.rank();
-    s.piece = std::make_unique<ExplicitPiece>(cut_piece(*s.mesh, elements, owned));
+    find_bound(s);
+    std::vector<std::int32_t> bound;
+    for (const auto& [node, rank] : bound_)
+        if (rank == team_.rank()) bound.push_back(s.mesh->number[node]);
+    s.piece = std::make_unique<ExplicitPiece>(cut_piece(*s.mesh, elements, owned, bound));
     piece_ = make_piece(partition_, team_.rank(), mesh, {});
     find_neighbours(mesh, s.piece->steps);
     find_halo(mesh);
     around_ = {};
 }
 
+std::vector<int> ExplicitRanks::ranks_of(std::int32_t node) const {
+    std::vector<int> ranks;
+    for (const std::int32_t e : around_.of(node)) ranks.push_back(partition_.element_rank[e]);
+    const auto also = std::ranges::equal_range(bound_, node, {}, &std::pair<std::int32_t, int>::first);
+    for (const auto& [same, rank] : also) ranks.push_back(rank);
+    std::ranges::sort(ranks);
+    ranks.erase(std::unique(ranks.begin(), ranks.end()), ranks.end());
+    return ranks;
+}
+
+// A spring acts where its first node is owned, on all of its nodes; who has a tied node hands its forces to
+// all that lead it.
+void ExplicitRanks::find_bound(const ExplicitState& s) {
+    const std::vector<std::int32_t>& of_run = s.mesh->of_run;
+    std::vector<std::pair<std::int32_t, int>> found;
+    const auto want = [&](std::int32_t node, int rank) {
+        if (!std::ranges::binary_search(ranks_of(node), rank)) found.emplace_back(node, rank);
+    };
+    const auto add_found = [&] {
+        bound_.insert(bound_.end(), found.begin(), found.end());
+        std::ranges::sort(bound_);
+        bound_.erase(std::unique(bound_.begin(), bound_.end()), bound_.end());
+        found.clear();
+    };
+    bound_.clear();
+    for (std::size_t b = 0; b < s.springs.blocks(); ++b) {
+        const auto nodes = s.springs.nodes(b);
+        for (const std::int32_t n : nodes) want(of_run[n], partition_.node_rank[of_run[nodes.front()]]);
+    }
+    add_found();
+    const ConstraintMap& map = s.freedoms.constraints.map;
+    for (std::size_t k = 0; k < map.special_nodes().size(); ++k)
+        for (const int rank : ranks_of(of_run[map.special_nodes()[k]]))
+            for (const auto& [master, weight] : map.weights(k)) want(of_run[master], rank);
+    add_found();
+}
+
 void ExplicitRanks::find_neighbours(const Mesh& mesh, const StepMesh& piece) {
     std::vector<std::vector<std::int32_t>> of_rank(team_.size());  // shared nodes, of the run
-    std::vector<int> ranks;
     std::vector<std::int32_t> shared;
     std::vector<std::vector<int>> sharers;
     for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
         if (piece.number[n] < 0) continue;
-        ranks.clear();
-        for (const std::int32_t e : around_.of(n)) ranks.push_back(partition_.element_rank[e]);
-        std::ranges::sort(ranks);
-        ranks.erase(std::unique(ranks.begin(), ranks.end()), ranks.end());
+        const std::vector<int> ranks = ranks_of(n);
         if (ranks.size() == 1) continue;
         shared.push_back(n);
         sharers.push_back(ranks);
@@ -190,25 +227,27 @@ void ExplicitRanks::find_halo(const Mesh& mesh) {
     }
 }
 
-// Stresses, strains and volumes of all elements around the owned nodes; plastic: of the elements here, comes
-// back with the others.
-PointResults ExplicitRanks::points_of_piece(const PointResults& here, std::vector<double>& plastic) const {
+// Stresses, strains and volumes of all elements around the owned nodes, and which of them are out; plastic:
+// of the elements here, comes back with the others.
+PointResults ExplicitRanks::points_of_piece(const PointResults& here, std::span<const char> gone_here,
+                                            std::vector<double>& plastic, std::vector<char>& gone) const {
     const std::size_t points = element_type(piece_.mesh.element_type).points,
                       elements = piece_.elements.size(), with_plastic = plastic.empty() ? 0 : points;
     PointResults out;
     out.stress.assign(6 * points * elements, 0.0);
     out.strain = out.stress;
     out.volume.assign(elements, 1.0);
-    std::vector<double> all_plastic(with_plastic * elements, 0.0);
+    std::vector<double> all_plastic(with_plastic * elements, 0.0), is_out(elements, 0.0);
     for (std::size_t k = 0; k < counted_.size(); ++k) {
         const std::size_t to = counted_[k];
         std::copy_n(&here.stress[6 * points * k], 6 * points, &out.stress[6 * points * to]);
         std::copy_n(&here.strain[6 * points * k], 6 * points, &out.strain[6 * points * to]);
         out.volume[to] = here.volume[k];
+        is_out[to] = gone_here[k];
         std::copy_n(plastic.begin() + std::ptrdiff_t(with_plastic * k), with_plastic,
                     all_plastic.begin() + std::ptrdiff_t(with_plastic * to));
     }
-    const std::size_t width = 12 * points + 1 + with_plastic;
+    const std::size_t width = 12 * points + 2 + with_plastic;
     constexpr int tag = 2;
     std::vector<std::vector<double>> out_buffers(team_.size()), in_buffers(team_.size());
     std::vector<MPI_Request> requests;
@@ -222,6 +261,7 @@ PointResults ExplicitRanks::points_of_piece(const PointResults& here, std::vecto
             add(out.stress, 6 * points);
             add(out.strain, 6 * points);
             add(out.volume, 1);
+            add(is_out, 1);
             add(all_plastic, with_plastic);
         }
         in_buffers[rank].resize(width * coming_[rank].size());
@@ -243,10 +283,12 @@ PointResults ExplicitRanks::points_of_piece(const PointResults& here, std::vecto
             take(out.stress, 6 * points);
             take(out.strain, 6 * points);
             take(out.volume, 1);
+            take(is_out, 1);
             take(all_plastic, with_plastic);
         }
     }
     plastic = std::move(all_plastic);
+    gone.assign(is_out.begin(), is_out.end());
     return out;
 }
 
@@ -276,14 +318,17 @@ GatheredFrame ExplicitRanks::gather(const Job& job, ExplicitState& s, std::span<
     s.blocks->copy_stresses(s.points.stress, s.plastic_strain);
     logarithmic_strains(mesh, u, job.settings.threads(), s.points);
     std::vector<double> plastic = s.plastic_strain, nodal(std::size_t(stress_groups) * piece_.mesh.dof_num());
-    const PointResults points = points_of_piece(s.points, plastic);
+    std::vector<char> gone_here, gone;
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e)
+        gone_here.push_back(s.erosion && s.blocks->is_removed(e));
+    const PointResults points = points_of_piece(s.points, gone_here, plastic, gone);
     SilentProgress silent;
-    mean_stress_strain(piece_.mesh, piece_.around, points, plastic, 1, nodal, silent);
+    mean_stress_strain(piece_.mesh, s.erosion ? live_elements(piece_.around, gone) : piece_.around, points,
+                       plastic, 1, nodal, silent);
     out.node_stress = gather_stresses(team_, partition_, piece_, nodal);
     // means of the elements
     const int count = element_type(mesh.element_type).points;
-    const auto of_elements = [&](std::span<const double> values, int components) {
-        const std::vector<float> means = point_means(values, count, components);
+    const auto of_elements = [&](std::span<const float> means, int components) {
         const std::vector<double> by_rank = team_.gather(std::vector<double>(means.begin(), means.end()));
         std::vector<float> ordered(by_rank.size());
         std::vector<std::size_t> next(team_.size() + 1, 0);
@@ -294,8 +339,13 @@ GatheredFrame ExplicitRanks::gather(const Job& job, ExplicitState& s, std::span<
                 ordered[components * e + c] = static_cast<float>(by_rank[next[partition_.element_rank[e]]++]);
         return ordered;
     };
-    out.element_stress = of_elements(s.points.stress, 6);
-    out.element_plastic = of_elements(s.plastic_strain, 1);
+    out.element_stress = of_elements(point_means(s.points.stress, count, 6), 6);
+    out.element_plastic = of_elements(point_means(s.plastic_strain, count, 1), 1);
+    if (!s.erosion) return out;
+    const std::vector<float> out_of_all =
+        of_elements(std::vector<float>(gone_here.begin(), gone_here.end()), 1);
+    for (std::size_t e = 0; e < out_of_all.size(); ++e)
+        if (out_of_all[e] > 0) out.removed.push_back(static_cast<std::int32_t>(e));
     return out;
 }
 

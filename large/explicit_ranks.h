@@ -46,14 +46,20 @@ private:
     struct Source {
         std::int64_t at = -1;  // in in_, -1: this rank's own
     };
+    void find_bound(const ExplicitState& state);
+    std::vector<int> ranks_of(std::int32_t node) const;  // that have it, ascending
     void find_neighbours(const Mesh& mesh, const StepMesh& piece);
     void find_halo(const Mesh& mesh);
-    PointResults points_of_piece(const PointResults& here, std::vector<double>& plastic) const;
+    PointResults points_of_piece(const PointResults& here, std::span<const char> gone_here,
+                                 std::vector<double>& plastic, std::vector<char>& gone) const;
 
     const Team& team_;
     Partition partition_;
     NodeElements around_;  // of the run's mesh
-    Piece piece_;          // what the averages at owned nodes are made of
+    // Node of the run and rank: who has a node without an element at it, since a node there is tied to it or
+    // a spring there holds it. Sorted.
+    std::vector<std::pair<std::int32_t, int>> bound_;
+    Piece piece_;  // what the averages at owned nodes are made of
     // forces at shared nodes
     std::vector<Neighbour> neighbours_;
     std::vector<double> out_, in_;  // 3 per node, neighbour after neighbour

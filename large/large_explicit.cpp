@@ -20,18 +20,6 @@ std::string beyond_ranks(const Job& job, bool pieces) {
     const Model& model = job.model;
     if (pieces) return "--vtu";
     if (model.control.element_contact && !model.explicit_tables.contacts.empty()) return "Element_contact";
-    if (!model.rigid_elements.empty()) return "rigid element " + model.rigid_elements.front().name;
-    if (!model.ties.empty()) return "tie " + model.ties.front().name;
-    for (const Material& material : model.materials)
-        if (material.erode > 0) return "material " + material.name + ": erode=";
-    for (const BoundaryCondition& support : model.boundary_conditions) {
-        const SupportOptions& options = support.options;
-        const char* what = options.normal                  ? "fix=normal"
-                           : options.spring.given()        ? "spring="
-                           : options.normal_spring.given() ? "spring_normal="
-                                                           : nullptr;
-        if (what) return "support " + support.name + ": " + what;
-    }
     if (!job.options.sections.empty()) return "--section";
     if (job.options.checkpoint_seconds > 0 || job.options.restart) return "--checkpoint";
     if (job.options.vtu_frames) return "--vtu";
@@ -43,21 +31,12 @@ bool refuse(Job& job, const std::string& what) {
                     what + ": not in explicit runs of many processes; kestralum-batch has it");
 }
 
-// What the records come to: nothing that a piece cannot do.
-bool check_prepared(Job& job, const ExplicitState& s) {
-    if (s.bodies) return refuse(job, "rigid bodies");
-    if (s.contacts) return refuse(job, "Element_contact");
-    if ((s.supports && s.supports->has_special_nodes()) || !s.springs.empty())
-        return refuse(job, "supports that turn or give way");
-    return true;
-}
-
 bool set_up(const Team& team, Job& job, bool pieces, ExplicitRanks& ranks, ExplicitState& s) {
     SetUp set_up;
     if (!team.stage(job, [&] {
             const std::string what = beyond_ranks(job, pieces);
             if (!what.empty()) return refuse(job, what);
-            return prepare_explicit(job, set_up, s) && check_prepared(job, s);
+            return prepare_explicit(job, set_up, s);
         }))
         return false;
     job.clock.begin("partition");

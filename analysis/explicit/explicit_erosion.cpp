@@ -88,10 +88,9 @@ void Erosion::erode(ExplicitState& s) {
     s.blocks->find_worn(limit_, s.team, gone, endangered);
     for (const std::int32_t e : endangered)
         if (is_thin(s, e)) gone.push_back(e);
-    if (gone.empty()) return;
     std::sort(gone.begin(), gone.end());
     for (const std::int32_t e : gone) book(s, e);
-    s.blocks->remove(gone);
+    if (!gone.empty()) s.blocks->remove(gone);
     take_up(s);
 }
 
@@ -102,38 +101,69 @@ std::vector<std::int32_t> Erosion::removed(const ExplicitState& s) const {
     return out;
 }
 
+Eroded Erosion::total(const ExplicitTeam* ranks) const {
+    std::array<double, 3> sums{static_cast<double>(count_), gone_, whole_};
+    if (ranks) ranks->sum(sums);
+    return {static_cast<std::int64_t>(sums[0]), sums[1] / sums[2]};
+}
+
+NodeElements live_elements(const NodeElements& all, std::span<const char> gone) {
+    NodeElements live;
+    live.start.push_back(0);
+    for (std::int32_t n = 0; n + 1 < std::ssize(all.start); ++n) {
+        std::ranges::copy_if(all.of(n), std::back_inserter(live.elements),
+                             [&](std::int32_t e) { return !gone[e]; });
+        live.start.push_back(std::ssize(live.elements));
+    }
+    return live;
+}
+
 void Erosion::take_up(ExplicitState& s) {
-    if (count_ == taken_up_) return;
+    const bool changed = count_ != taken_up_;
     taken_up_ = count_;
-    Mesh live;
-    live.element_type = mesh_.element_type;
-    live.coordinates = mesh_.coordinates;
-    for (std::int32_t e = 0; e < mesh_.element_num(); ++e) {
-        if (s.blocks->is_removed(e)) {
-            s.bound->leave_out(e);
-            continue;
+    if (changed) {
+        std::vector<char> gone(mesh_.element_num());
+        for (std::int32_t e = 0; e < mesh_.element_num(); ++e) {
+            gone[e] = s.blocks->is_removed(e);
+            if (gone[e]) s.bound->leave_out(e);
         }
-        std::ranges::copy(mesh_.element(e), std::back_inserter(live.connectivity));
-        live.p_ele_part_id.push_back(mesh_.p_ele_part_id[e]);
+        if (!s.ranks) live_ = live_elements(s.freedoms.node_elements, gone);
     }
-    const NodeElements& all = s.freedoms.node_elements;
-    live_ = {};
-    live_.start.push_back(0);
-    for (std::int32_t n = 0; n < mesh_.node_num(); ++n) {
-        std::ranges::copy_if(all.of(n), std::back_inserter(live_.elements),
-                             [&](std::int32_t e) { return !s.blocks->is_removed(e); });
-        live_.start.push_back(std::ssize(live_.elements));
-    }
-    if (!s.contacts && !s.walls) return;
-    // what has come to light are nodes of elements that are out, whatever order they went in
-    std::vector<std::int32_t> bared, touched;
-    for (std::int32_t n = 0; n < mesh_.node_num(); ++n)
-        if (live_.of(n).size() < all.of(n).size()) bared.push_back(n);
+    if ((changed || s.ranks) && (s.contacts || s.walls)) lay_bare(s);
+}
+
+// Nodes of elements that are out, whatever order they went in and whichever process had them.
+std::vector<std::int32_t> Erosion::bared_nodes(const ExplicitState& s) const {
+    LineDoubles gone(s.u.size(), 0.0);
+    for (const std::int32_t e : removed(s))
+        for (const std::int32_t node : mesh_.element(e)) gone[4 * node_index(node)] = 1;
+    if (s.ranks) s.ranks->add_shared(gone.data(), 4);
+    std::vector<std::int32_t> out;
+    for (std::size_t n = 0; 4 * n < gone.size(); ++n)
+        if (gone[4 * n] > 0) out.push_back(static_cast<std::int32_t>(n));
+    return out;
+}
+
+// What has come to light meets walls and contact.
+void Erosion::lay_bare(ExplicitState& s) {
+    const std::vector<std::int32_t> bared = bared_nodes(s);
+    if (bared.size() == bared_ && !s.contacts) return;
+    bared_ = bared.size();
+    std::vector<std::int32_t> touched;
     std::ranges::set_union(s.contact_nodes, bared, std::back_inserter(touched));
     s.contact_nodes = std::move(touched);
     begin_sweep(s);
     if (s.walls) s.walls->add_nodes(bared, mesh_);
-    if (s.contacts) s.contacts->renew(parts_, mesh_, surface_triangles(live));
+    if (!s.contacts) return;
+    Mesh live;
+    live.element_type = mesh_.element_type;
+    live.coordinates = mesh_.coordinates;
+    for (std::int32_t e = 0; e < mesh_.element_num(); ++e) {
+        if (s.blocks->is_removed(e)) continue;
+        std::ranges::copy(mesh_.element(e), std::back_inserter(live.connectivity));
+        live.p_ele_part_id.push_back(mesh_.p_ele_part_id[e]);
+    }
+    s.contacts->renew(parts_, mesh_, surface_triangles(live));
 }
 
 }  // namespace kestralum

@@ -18,13 +18,21 @@
 namespace kestralum {
 
 struct ExplicitState;
+class ExplicitTeam;
+
+struct Eroded {
+    std::int64_t elements = 0;
+    double mass_share = 0;  // of the material's mass at rest
+};
 
 class Erosion {
 public:
-    // `rigid`: per element, inside a rigid body, where nothing yields; empty: none is.
+    // mesh: of the elements that are stepped. `rigid`: per element, inside a rigid body, where nothing
+    // yields; empty: none is.
     Erosion(const Model& model, const Mesh& mesh, std::span<const char> rigid);
 
-    // Takes elements out between the last configuration and that in force, whose forces come next.
+    // Takes elements out between the last configuration and that in force, whose forces come next. Collective
+    // with others.
     void erode(ExplicitState& state);
     // The stable step and the surfaces without the elements that are out; once for each change.
     void take_up(ExplicitState& state);
@@ -32,8 +40,9 @@ public:
     std::int64_t count() const { return count_; }
     std::vector<std::int32_t> removed(const ExplicitState& state) const;  // elements, ascending
     double energy() const { return energy_; }                             // that went with them, J
-    double mass_share() const { return gone_ / whole_; }                  // of the material's mass at rest
-    // Elements around each node that are not out.
+    // Of all processes; null: of this one, which is all.
+    Eroded total(const ExplicitTeam* ranks) const;
+    // Elements around each node that are not out; of runs of one process.
     const NodeElements& node_elements(const NodeElements& all) const { return count_ > 0 ? live_ : all; }
 
     // What the steps change, but for which elements are out: the blocks know.
@@ -45,14 +54,20 @@ public:
 private:
     bool is_thin(const ExplicitState& state, std::int32_t e) const;
     void book(ExplicitState& state, std::int32_t e);
+    std::vector<std::int32_t> bared_nodes(const ExplicitState& state) const;
+    void lay_bare(ExplicitState& state);
 
     const Mesh& mesh_;
     std::span<const Part> parts_;
     std::vector<double> limit_, mass_;  // per element: infinite where it stays; kg
     NodeElements live_;
     std::int64_t count_ = 0, taken_up_ = 0;
+    std::size_t bared_ = 0;  // nodes
     double energy_ = 0, gone_ = 0, whole_ = 0;
 };
+
+// Of `all` the elements that are not out; gone: per element.
+NodeElements live_elements(const NodeElements& all, std::span<const char> gone);
 
 // Whether some material of the model's elements erodes.
 bool some_erode(const Model& model);

@@ -50,7 +50,7 @@ void sum_nodes(ExplicitState& s) {
             s.reaction[k % 4] +=
                 s.mass[k] * (s.v_new[k] - s.v[k]) / s.mean + s.R[k] - s.F[k] - s.F_contact[k];
         }
-    if (s.bodies) {
+    if (s.counts_bodies()) {
         kinetic += s.bodies->kinetic();
         external += s.rigid_work.at;
         const Vec3 p = s.bodies->momentum(), L = s.bodies->angular_momentum(), r = s.bodies->reaction();
@@ -73,12 +73,13 @@ void sum_nodes(ExplicitState& s) {
 // Of this process' elements and nodes.
 void sum_energies(ExplicitState& s) {
     ExplicitEnergies& e = s.energies;
-    e.internal = s.blocks->internal_energy() + (s.bodies ? s.bodies->spring_energy() : 0.0);
+    e.internal = s.blocks->internal_energy() + (s.counts_bodies() ? s.bodies->spring_energy() : 0.0);
     if (!s.springs.empty()) e.internal += s.springs.energy(s.u.data());
     e.plastic = s.blocks->plastic_energy();
     e.damping = s.damping_work.at;
     e.viscous = s.blocks->viscous_energy();
     e.eroded = s.erosion ? s.erosion->energy() : 0;
+    if (s.erosion) s.eroded = s.erosion->total(s.ranks);
     e.wall = s.wall_work.at;
     e.contact = s.contact_work.at;
     e.support = s.support_work.at;
@@ -146,7 +147,7 @@ void add_row(ExplicitState& s, const auto& motion_of) {
     if (s.viscosity) row.push_back(e.viscous);
     if (s.erosion) {
         row.push_back(e.eroded);
-        row.push_back(static_cast<double>(s.erosion->count()));
+        row.push_back(static_cast<double>(s.eroded.elements));
     }
 }
 
@@ -201,11 +202,12 @@ void begin_history(const Job& job, ExplicitState& s) {
 
 namespace {
 
-// What the elements and inertia leave to what holds the nodes, 3 per node.
+// What the elements and inertia leave to what holds the nodes, 3 per node. Collective with others.
 std::vector<double> residual_of(const Job& job, const ExplicitState& s) {
     std::vector<double> residual(job.mesh().dof_num());
     LineDoubles springs(s.u.size(), 0.0);
     s.springs.add_forces(s.u.data(), springs.data());  // counted support by support
+    if (s.ranks) s.ranks->add_shared(springs.data(), 4);
     for (std::size_t d = 0; d < residual.size(); ++d) {
         const std::size_t k = 4 * (d / 3) + d % 3;
         residual[d] = s.R[k] - springs[k] - s.F[k] - s.F_contact[k];
@@ -337,6 +339,7 @@ void store_gathered(Job& job, ExplicitState& s) {
     take_motion(s, static_cast<std::int32_t>(all.u.size()), motion_of, *frame);
     frame->element_stress = all.element_stress;
     frame->element_plastic = all.element_plastic;
+    frame->removed = all.removed;
 }
 
 }  // namespace

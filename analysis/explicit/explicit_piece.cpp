@@ -68,14 +68,16 @@ void number_nodes(const Mesh& from, Mesh& mesh, std::vector<std::int32_t>& place
 }  // namespace
 
 ExplicitPiece cut_piece(const StepMesh& whole, std::span<const std::int32_t> elements,
-                        std::span<const char> owned) {
+                        std::span<const char> owned, std::span<const std::int32_t> bound) {
     ExplicitPiece out;
     out.elements.assign(elements.begin(), elements.end());
     Mesh loose = elements_alone(whole.mesh, elements);
     std::vector<std::int32_t> place(whole.mesh.node_num(), -1), used;
-    for (const std::int32_t node : loose.connectivity)
-        if (std::exchange(place[node_index(node)], 0) < 0)
-            used.push_back(static_cast<std::int32_t>(node_index(node)));
+    const auto use_node = [&](std::size_t node) {
+        if (std::exchange(place[node], 0) < 0) used.push_back(static_cast<std::int32_t>(node));
+    };
+    for (const std::int32_t node : loose.connectivity) use_node(node_index(node));
+    for (const std::int32_t node : bound) use_node(static_cast<std::size_t>(node));
     std::ranges::sort(used);
     for (std::size_t k = 0; k < used.size(); ++k) place[used[k]] = static_cast<std::int32_t>(k);
     number_nodes(whole.mesh, loose, place);
@@ -117,9 +119,9 @@ void keep_rows(Values& values, std::span<const std::int32_t> node_of, std::size_
 void keep_piece(Job& job, ExplicitState& s) {
     ExplicitPiece& piece = *s.piece;
     const std::size_t nodes = piece.steps.mesh.node_num();
-    for (LineDoubles* array :
-         {&s.X, &s.x, &s.u, &s.du, &s.v, &s.v_new, &s.R, &s.F, &s.F_contact, &s.mass, &s.damping, &s.a, &s.b})
-        keep_rows(*array, piece.node_of, nodes);
+    for (LineDoubles* array : {&s.X, &s.x, &s.u, &s.du, &s.v, &s.v_new, &s.R, &s.F, &s.F_contact, &s.mass,
+                               &s.damping, &s.a, &s.b, &s.contact_mass, &s.contact_b, &s.acting})
+        if (!array->empty()) keep_rows(*array, piece.node_of, nodes);
     keep_rows(s.supported, piece.node_of, nodes);
     s.owned = piece.owned;
     s.contact_nodes = taken_over(s.contact_nodes, piece.node_of);
@@ -132,6 +134,10 @@ void keep_piece(Job& job, ExplicitState& s) {
     }
     if (s.walls) s.walls->keep(piece.node_of, piece.owned);
     if (s.supports) s.supports->keep(piece.node_of, piece.owned);
+    s.springs.keep(piece.node_of, piece.owned);
+    if (s.bodies)
+        s.bodies->keep(piece.node_of, piece.owned, piece.steps.mesh,
+                       [&ranks = *s.ranks](std::span<double> values) { ranks.sum(values); });
     if (s.loads) s.loads->keep(piece.node_of);
     if (s.heat) s.heat->keep(piece.elements);
     if (s.viscosity) s.viscosity->keep(piece.elements);

@@ -17,7 +17,8 @@ struct ExplicitState;
 std::vector<std::int32_t> order_of_use(const Mesh& mesh);
 
 struct ExplicitPiece {
-    // The elements here and their nodes, owned ones first; number: -1 for nodes of the run that are not here.
+    // The elements here, their nodes and those bound to these, owned ones first; number: -1 for nodes of the
+    // run that are not here.
     StepMesh steps;
     std::int64_t owned = 0;
     std::vector<std::int32_t> elements;             // here -> run, ascending
@@ -25,9 +26,10 @@ struct ExplicitPiece {
     std::vector<std::vector<std::int32_t>> driven;  // places of all driven nodes, record after record
 };
 
-// elements: ascending; owned: per node of the run.
+// elements: ascending; owned: per node of the run; bound: further nodes (of `whole`), which supports and ties
+// tell of together with those of the elements.
 ExplicitPiece cut_piece(const StepMesh& whole, std::span<const std::int32_t> elements,
-                        std::span<const char> owned);
+                        std::span<const char> owned, std::span<const std::int32_t> bound);
 
 // Leaves state.piece of the whole run's state; the blocks are made of the piece already. The job's mesh is
 // that of the piece then.

@@ -37,8 +37,9 @@ void fill_report(Job& job, const ExplicitState& s) {
     out.viscous = s.viscosity.has_value();
     if (s.erosion) {
         out.erodes = true;
-        out.eroded_elements = s.erosion->count();
-        out.eroded_mass_share = s.erosion->mass_share();
+        const Eroded eroded = s.erosion->total(s.ranks);
+        out.eroded_elements = eroded.elements;
+        out.eroded_mass_share = eroded.mass_share;
     }
     out.drift = s.largest_drift;
     if (std::abs(out.drift) > largest_drift && !s.diverged)

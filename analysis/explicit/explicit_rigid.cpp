@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "elements/symmetric3.h"
 #include "model/format.h"
@@ -105,6 +106,7 @@ ExplicitBodies::ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std:
                                std::span<const RigidForce> forces, std::span<const RigidCombine> combines)
     : system_(system),
       mesh_(mesh),
+      own_mesh_(&mesh),
       forces_(forces.begin(), forces.end()),
       combines_(combines.begin(), combines.end()),
       turns_(combines.size()) {
@@ -264,6 +266,44 @@ void ExplicitBodies::start(std::span<const DrivenMembers> given, double d_time) 
     }
 }
 
+void ExplicitBodies::add_nodal(std::size_t b, const double* force, Vec3& f, Vec3& m) const {
+    const ExplicitBody& body = bodies_[b];
+    for (std::int32_t n : body.geometry.members) {
+        if (n >= owned_) continue;
+        const double* at = force + 4 * std::ptrdiff_t(n);
+        const Vec3 nodal{at[0], at[1], at[2]};
+        f = plus(f, nodal);
+        m = plus(m, cross(turned(body.state.R, minus(place_of(*own_mesh_, n), body.geometry.pivot)), nodal));
+    }
+}
+
+// Of all processes.
+void ExplicitBodies::sum_nodal(const double* force) {
+    nodal_.clear();
+    for (std::size_t b = 0; b < bodies_.size(); ++b) {
+        Vec3 f{}, m{};
+        add_nodal(b, force, f, m);
+        nodal_.insert(nodal_.end(), {f[0], f[1], f[2], m[0], m[1], m[2]});
+    }
+    sum_(nodal_);
+}
+
+void ExplicitBodies::keep(std::span<const std::int32_t> place_of, std::int64_t owned, const Mesh& mesh,
+                          Sum sum) {
+    own_mesh_ = &mesh;
+    owned_ = owned;
+    sum_ = std::move(sum);
+    std::vector<std::int32_t> body_of_node(mesh.node_num(), -1);
+    for (std::size_t n = 0; n < place_of.size(); ++n)
+        if (place_of[n] >= 0) body_of_node[place_of[n]] = system_.body_of_node[n];
+    system_.body_of_node = std::move(body_of_node);
+    for (ExplicitBody& body : bodies_) {
+        std::vector<std::int32_t>& members = body.geometry.members;
+        std::erase_if(members, [&](std::int32_t n) { return place_of[n] < 0; });
+        for (std::int32_t& n : members) n = place_of[n];
+    }
+}
+
 void ExplicitBodies::push(std::size_t b, const MemberArrays& arrays, std::span<const DrivenMembers> driven,
                           const StepLengths& dt) {
     ExplicitBody& body = bodies_[b];
@@ -273,11 +313,12 @@ void ExplicitBodies::push(std::size_t b, const MemberArrays& arrays, std::span<c
         rigid_force_resultant(system_, static_cast<std::int32_t>(b), body.state, forces_);
     Vec3 f{own[0] - resist[b][0], own[1] - resist[b][1], own[2] - resist[b][2]};
     Vec3 m{own[3] - resist[b][3], own[4] - resist[b][4], own[5] - resist[b][5]};
-    for (std::int32_t n : body.geometry.members) {
-        const double* at = arrays.force + 4 * n;
-        const Vec3 nodal{at[0], at[1], at[2]};
-        f = plus(f, nodal);
-        m = plus(m, cross(turned(body.state.R, minus(place_of(mesh_, n), body.geometry.pivot)), nodal));
+    if (sum_) {
+        const double* of_all = &nodal_[6 * b];
+        f = plus(f, {of_all[0], of_all[1], of_all[2]});
+        m = plus(m, {of_all[3], of_all[4], of_all[5]});
+    } else {
+        add_nodal(b, arrays.force, f, m);
     }
     pushed.force = f;
     if (body.moves) body.p_new = plus(body.p, f, dt.mean);
@@ -324,6 +365,7 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
     constexpr int most_rounds = 60;
     combine_resistance(combines_, system_, states(), turns_, resist_);
     if (damped_) springs_ = resist_;
+    if (sum_) sum_nodal(arrays.force);
     for (int round = 0; round < most_rounds; ++round) {
         if (damped_ && find_dashpots(round)) break;
         for (std::size_t b = 0; b < bodies_.size(); ++b) push(b, arrays, driven, dt);
@@ -335,7 +377,7 @@ void ExplicitBodies::advance(const MemberArrays& arrays, std::span<const DrivenM
         book(b, dt, driving, loads);
         const ExplicitBody& body = bodies_[b];
         for (std::int32_t n : body.geometry.members) {
-            const Vec3 next = displacement_of(body.geometry, body.next, place_of(mesh_, n));
+            const Vec3 next = displacement_of(body.geometry, body.next, place_of(*own_mesh_, n));
             for (std::size_t c = 0; c < 3; ++c) {
                 const std::size_t k = 4 * n + c;
                 arrays.v_new[k] = (next[c] - arrays.u[k]) / dt.step;
@@ -377,7 +419,7 @@ void ExplicitBodies::arrive(std::span<double> u, std::span<double> du, std::span
                             std::span<const double> X) {
     for (ExplicitBody& body : bodies_) {
         for (std::int32_t n : body.geometry.members) {
-            const Vec3 next = displacement_of(body.geometry, body.next, place_of(mesh_, n));
+            const Vec3 next = displacement_of(body.geometry, body.next, place_of(*own_mesh_, n));
             for (std::size_t c = 0; c < 3; ++c) {
                 const std::size_t k = 4 * n + c;
                 du[k] += next[c] - u[k];

@@ -8,6 +8,8 @@
 #pragma once
 
 #include <array>
+#include <functional>
+#include <limits>
 #include <span>
 #include <string>
 #include <vector>
@@ -65,6 +67,11 @@ public:
     ExplicitBodies(const RigidSystem& system, const Mesh& mesh, std::span<const double> lumped,
                    std::span<const RigidForce> forces, std::span<const RigidCombine> combines);
 
+    // Leaves the members that have a place, and gives them that: nodes of `mesh` then. Those with a place
+    // below `owned` count in sums, which `sum` makes those of all processes. Every process leads all bodies.
+    using Sum = std::function<void(std::span<double>)>;
+    void keep(std::span<const std::int32_t> place_of, std::int64_t owned, const Mesh& mesh, Sum sum);
+
     bool is_member(std::int32_t node) const { return system_.body_of_node[node] >= 0; }
     const RigidSystem& system() const { return system_; }
     std::span<const ExplicitBody> bodies() const { return bodies_; }
@@ -78,8 +85,8 @@ public:
     void start(std::span<const DrivenMembers> given, double d_time);
 
     // Momenta and places of t_{n+½} and t_{n+1}; fills v_new of the members. driven: what rules over the
-    // equations. Power of the forces that drive, before and after t_n, is added to `driving`, that of the
-    // rigid forces to `loads`.
+    // equations, nodes of the whole run's steps. Collective with others. Power of the forces that drive,
+    // before and after t_n, is added to `driving`, that of the rigid forces to `loads`.
     void advance(const MemberArrays& arrays, std::span<const DrivenMembers> driven, const StepLengths& dt,
                  std::array<double, 2>& driving, std::array<double, 2>& loads);
 
@@ -131,13 +138,20 @@ private:
     };
     void push(std::size_t b, const MemberArrays& arrays, std::span<const DrivenMembers> driven,
               const StepLengths& dt);
+    // Force and moment about the pivot of what acts on the members, added in the members' order.
+    void add_nodal(std::size_t b, const double* force, Vec3& f, Vec3& m) const;
+    void sum_nodal(const double* force);
     bool find_dashpots(int round);
     void book(std::size_t b, const StepLengths& dt, std::array<double, 2>& driving,
               std::array<double, 2>& loads);
     void drive(ExplicitBody& body, std::span<const DrivenMembers> driven, double d_time, std::size_t b);
 
     RigidSystem system_;
-    const Mesh& mesh_;
+    const Mesh& mesh_;      // of the whole run's steps
+    const Mesh* own_mesh_;  // of the members
+    std::int64_t owned_ = std::numeric_limits<std::int64_t>::max();
+    Sum sum_;                    // with others
+    std::vector<double> nodal_;  // with others: force and moment per body
     std::vector<ExplicitBody> bodies_;
     std::vector<RigidForce> forces_;    // with their values of the time set last
     std::vector<double> whole_forces_;  // their values at factor 1

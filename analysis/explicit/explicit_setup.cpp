@@ -190,12 +190,12 @@ bool yields(const Job& job) {
     return job.model.control.plastic && std::ranges::any_of(job.model.materials, has_yield_stress);
 }
 
-void set_erosion(Job& job, std::span<const char> rigid, ExplicitState& s) {
+void set_erosion(Job& job, const Mesh& mesh, std::span<const char> rigid, ExplicitState& s) {
     for (const Material& m : job.model.materials)
         if (m.erode > 0 && !(job.model.control.plastic && has_yield_stress(m)))
             remark(job, "material " + m.name + ": erode= counts plastic strain, and it has none: " +
                             (job.model.control.plastic ? "its yield stress is 0" : "Plastic is off"));
-    s.erosion.emplace(job.model, job.mesh(), rigid);
+    s.erosion.emplace(job.model, mesh, rigid);
     s.blocks->allow_removal();
     job.run.erodes = true;
 }
@@ -252,13 +252,16 @@ bool prepare_explicit(Job& job, SetUp& set_up, ExplicitState& s) {
 
 bool make_explicit(Job& job, SetUp& set_up, ExplicitState& s) {
     const Mesh& mesh = s.piece ? s.piece->steps.mesh : job.mesh();
-    const std::vector<char> rigid =
-        s.piece ? std::vector<char>() : s.freedoms.rigid.elements_inside(job.mesh());
+    std::vector<char> rigid = s.freedoms.rigid.elements_inside(job.mesh());
+    if (s.piece && !rigid.empty()) {
+        const std::vector<char> of_all = std::exchange(rigid, {});
+        for (const std::int32_t e : s.piece->elements) rigid.push_back(of_all[e]);
+    }
     const bool once_yielded = job.options.mean_dilatation && !job.options.hexahedra;
     s.blocks.emplace(mesh, job.model.parts, job.model.materials,
                      BlockOptions{yields(job), once_yielded, 8, rigid,
                                   once_yielded ? HexahedronForm::full : job.hexahedra(), s.heat.has_value()});
-    if (some_erode(job.model)) set_erosion(job, rigid, s);
+    if (some_erode(job.model)) set_erosion(job, mesh, rigid, s);
     if (!count_steps(job, s)) return false;
     s.before = s.after = s.mean = s.d_time;
     if (!set_motions(job, set_up, s)) return false;

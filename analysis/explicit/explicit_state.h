@@ -107,6 +107,8 @@ struct ExplicitState {
     std::optional<ExplicitHeat> heat;
     std::string trouble;  // not empty: what had no value in the last step
     std::optional<ExplicitBodies> bodies;
+    // Every process leads all bodies; one counts them in sums.
+    bool counts_bodies() const { return bodies && (!ranks || ranks->first()); }
     std::vector<DrivenMembers> driven_members;  // one per record and body
     LineDoubles acting;  // node × 4: loads and contacts less internal forces, at members
     NodeSweep sweep;
@@ -116,6 +118,7 @@ struct ExplicitState {
     bool rubs() const { return (walls && walls->rubs()) || (contacts && contacts->rubs()); }
     double start_energy = 0, largest_energy = 0, drift = 0, largest_drift = 0;
     ExplicitEnergies energies;
+    Eroded eroded;  // at the last output
     std::array<double, 3> momentum{}, angular_momentum{}, reaction{};
     std::vector<SupportReaction> reactions;  // of the supports, at the last output
 

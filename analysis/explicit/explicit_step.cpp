@@ -150,8 +150,10 @@ void advance_bodies(const Job& job, ExplicitState& s, std::array<double, 2>& dri
                 const std::size_t k = 4 * n + c;
                 s.acting[k] = s.F[k] + s.F_contact[k] - s.R[k];
             }
+    std::array<double, 2> elsewhere{};  // counted by the first process
+    const bool counts = s.counts_bodies();
     s.bodies->advance({s.u.data(), s.acting.data(), s.v_new.data()}, s.driven_members, {s.after, s.mean},
-                      driving, loads);
+                      counts ? driving : elsewhere, counts ? loads : elsewhere);
 }
 
 }  // namespace
@@ -197,7 +199,6 @@ bool find_forces(ExplicitState& s) {
         s.blocks->set_step(s.step > 0 ? s.before : 0);
     }
     const bool sound = s.blocks->evaluate(s.x.data(), s.du.data(), s.R.data(), s.team);
-    if (s.ranks) s.ranks->add_shared(s.R.data(), 4);
     s.springs.add_forces(s.u.data(), s.R.data());
     if (s.loads && !s.loads->set(time, s.u.data(), s.F.data(), s.ranks)) s.trouble = s.loads->trouble();
     if (s.bodies && !s.bodies->set_time(time)) s.trouble = s.bodies->trouble();
@@ -206,6 +207,8 @@ bool find_forces(ExplicitState& s) {
     if (s.contacts) s.contacts->push(contact_arrays(s), time, s.team);
     if (s.walls && !s.walls->push(contact_arrays(s), time)) s.trouble = s.walls->trouble();
     if (s.supports) s.supports->gather(node_arrays(s));
+    if (s.ranks) s.ranks->add_shared(s.R.data(), 4);
+    if (s.supports) s.supports->settle(node_arrays(s));
     return sound && s.trouble.empty();
 }
 
@@ -250,8 +253,9 @@ void find_velocities(const Job& job, ExplicitState& s) {
     if (s.bodies) {
         advance_bodies(job, s, driving, loads);
         book(s.rigid_work, loads);
-        damping[0] += 0.5 * s.before * s.bodies->dashpot_power()[0];
-        damping[1] += 0.5 * s.after * s.bodies->dashpot_power()[1];
+        const double counts = s.counts_bodies() ? 0.5 : 0;
+        damping[0] += counts * s.before * s.bodies->dashpot_power()[0];
+        damping[1] += counts * s.after * s.bodies->dashpot_power()[1];
     }
     book_work(s.damping_work, damping);
     book(s.support_work, driving);
@@ -296,7 +300,7 @@ void explicit_step(Job& job, ExplicitState& s) {
         if (const std::string why = adapt_step(job, s); !why.empty()) return stop(job, s, why);
     const std::int64_t eroded = s.erosion ? s.erosion->count() : 0;
     const bool sound = find_forces(s);
-    if (s.erosion && s.erosion->count() > eroded)
+    if (s.erosion && !s.ranks && s.erosion->count() > eroded)
         job.progress.print("Eroded elements=%ld of %d\n", s.erosion->count(), job.mesh().element_num());
     if (!finite) {
         if (s.fault.step < 0) list_lost_elements(job, s);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "model/format.h"
 #include "system/support_springs.h"
@@ -11,13 +12,22 @@ namespace kestralum {
 ExplicitSupports::ExplicitSupports(const Job& job, const NodeConstraints& constraints,
                                    std::span<const double> stiffness, std::span<const double> lumped,
                                    double damping)
-    : job_(job), constraints_(constraints), map_(constraints.map), mesh_(job.mesh()) {
-    if (!map_.empty()) turned_of_.assign(lumped.size() / 3, -1);
-    for (const std::int32_t n : map_.special_nodes()) {
-        if (map_.is_tied(n)) continue;
+    : job_(job), constraints_(constraints), mesh_(job.mesh()) {
+    const ConstraintMap& map = constraints.map;
+    special_.assign(map.special_nodes().begin(), map.special_nodes().end());
+    if (!map.empty()) {
+        turned_of_.assign(lumped.size() / 3, -1);
+        is_tied_.assign(lumped.size() / 3, 0);
+    }
+    for (const std::int32_t n : special_) {
+        if (map.is_tied(n)) {
+            is_tied_[n] = 1;
+            tied_.push_back({n, map.weights_of(n)});
+            continue;
+        }
         Turned node{.node = n, .axes = {}};
         for (std::size_t c = 0; c < 3; ++c) {
-            const Vec3 axis = map_.axis(3 * n + static_cast<std::int32_t>(c));
+            const Vec3 axis = map.axis(3 * n + static_cast<std::int32_t>(c));
             double along = 0;  // the diagonal's part of the stiffness along the axis
             for (std::size_t k = 0; k < 3; ++k) {
                 node.axes[3 * c + k] = axis[k];
@@ -60,6 +70,26 @@ void ExplicitSupports::keep(std::span<const std::int32_t> place_of, std::int64_t
     std::erase_if(moved_, [&](const Moved& m) { return place_of[m.place / 4] < 0; });
     for (Moved& moved : moved_) moved.place = 4 * std::size_t(place_of[moved.place / 4]) + moved.place % 4;
     counted_ = 4 * static_cast<std::size_t>(owned);
+    if (special_.empty()) return;
+    const auto nodes = static_cast<std::size_t>(
+        std::ranges::count_if(place_of, [](std::int32_t place) { return place >= 0; }));
+    const auto take_place = [&](std::int32_t& node) { node = place_of[node]; };
+    std::erase_if(special_, [&](std::int32_t n) { return place_of[n] < 0; });
+    std::ranges::for_each(special_, take_place);
+    std::ranges::sort(special_);
+    std::erase_if(tied_, [&](const Tied& tied) { return place_of[tied.node] < 0; });
+    is_tied_.assign(nodes, 0);
+    for (Tied& tied : tied_) {
+        take_place(tied.node);
+        is_tied_[tied.node] = 1;
+        for (auto& [master, weight] : tied.masters) take_place(master);
+    }
+    std::erase_if(turned_, [&](const Turned& turned) { return place_of[turned.node] < 0; });
+    turned_of_.assign(nodes, -1);
+    for (std::size_t k = 0; k < turned_.size(); ++k) {
+        take_place(turned_[k].node);
+        turned_of_[turned_[k].node] = static_cast<std::int32_t>(k);
+    }
 }
 
 double ExplicitSupports::displacement(const Motion& motion, double time) const {
@@ -132,16 +162,20 @@ void ExplicitSupports::project(double* v) const {
 }
 
 void ExplicitSupports::gather(const NodeArrays& at) const {
-    const auto special = map_.special_nodes();
-    for (std::size_t s = 0; s < special.size(); ++s) {
-        if (!map_.is_tied(special[s])) continue;
+    for (const Tied& tied : tied_)
         for (std::size_t c = 0; c < 3; ++c) {
-            const std::size_t k = 4 * special[s] + c;
-            const double own = at.R[k] - at.F[k] - at.F_contact[k];
-            for (const auto& [master, weight] : map_.weights(s)) at.R[4 * master + c] += weight * own;
+            const std::size_t k = 4 * tied.node + c;
+            const double own = k < counted_ ? at.R[k] - at.F[k] - at.F_contact[k] : at.R[k];
+            for (const auto& [master, weight] : tied.masters) at.R[4 * master + c] += weight * own;
+        }
+}
+
+void ExplicitSupports::settle(const NodeArrays& at) const {
+    for (const Tied& tied : tied_)
+        for (std::size_t c = 0; c < 3; ++c) {
+            const std::size_t k = 4 * tied.node + c;
             at.R[k] = at.F[k] + at.F_contact[k];
         }
-    }
 }
 
 bool ExplicitSupports::advance(double next_time, const NodeArrays& at, Halves& driving, Halves& damping) {
@@ -150,7 +184,7 @@ bool ExplicitSupports::advance(double next_time, const NodeArrays& at, Halves& d
         if (!find_next(motion, next_time)) return false;
     for (const Turned& node : turned_) {
         const std::size_t first = 4 * node.node;
-        const double m = at.mass[first];
+        const double m = at.mass[first], counts = first < counted_ ? 1 : 0;
         Vec3 v_new{};
         for (std::size_t c = 0; c < 3; ++c) {
             const Vec3 axis = triple(node.axes, c);
@@ -159,11 +193,11 @@ bool ExplicitSupports::advance(double next_time, const NodeArrays& at, Halves& d
             double reached = node.a[c] * v + node.b[c] * f;
             if (node.held[c]) {
                 reached = node.motion[c] < 0 ? 0 : motions_[node.motion[c]].velocity;
-                const double held = m * (reached - v) / mean_ - f;
+                const double held = counts * (m * (reached - v) / mean_ - f);
                 driving[0] += held * v;
                 driving[1] += held * reached;
             } else {
-                const double resisted = 0.5 * node.damping[c] * (v + reached);
+                const double resisted = counts * 0.5 * node.damping[c] * (v + reached);
                 damping[0] += resisted * v;
                 damping[1] += resisted * reached;
             }
@@ -184,15 +218,12 @@ bool ExplicitSupports::advance(double next_time, const NodeArrays& at, Halves& d
 }
 
 void ExplicitSupports::follow(double* v_new) const {
-    const auto special = map_.special_nodes();
-    for (std::size_t s = 0; s < special.size(); ++s) {
-        if (!map_.is_tied(special[s])) continue;
+    for (const Tied& tied : tied_)
         for (std::size_t c = 0; c < 3; ++c) {
             double sum = 0;
-            for (const auto& [master, weight] : map_.weights(s)) sum += weight * v_new[4 * master + c];
-            v_new[4 * special[s] + c] = sum;
+            for (const auto& [master, weight] : tied.masters) sum += weight * v_new[4 * master + c];
+            v_new[4 * tied.node + c] = sum;
         }
-    }
 }
 
 void ExplicitSupports::arrive(const NodeArrays& at) const {
@@ -200,19 +231,16 @@ void ExplicitSupports::arrive(const NodeArrays& at) const {
         at.u[moved.place] = moved.motion.next;
         at.x[moved.place] = at.X[moved.place] + moved.motion.next;
     }
-    const auto special = map_.special_nodes();
-    for (std::size_t s = 0; s < special.size(); ++s) {
-        if (!map_.is_tied(special[s])) continue;
+    for (const Tied& tied : tied_)
         for (std::size_t c = 0; c < 3; ++c) {
-            const std::size_t k = 4 * special[s] + c;
+            const std::size_t k = 4 * tied.node + c;
             at.u[k] = at.du[k] = 0;
-            for (const auto& [master, weight] : map_.weights(s)) {
+            for (const auto& [master, weight] : tied.masters) {
                 at.u[k] += weight * at.u[4 * master + c];
                 at.du[k] += weight * at.du[4 * master + c];
             }
             at.x[k] = at.X[k] + at.u[k];
         }
-    }
 }
 
 Vec3 ExplicitSupports::reaction(const NodeArrays& at, double mean) const {
@@ -224,6 +252,7 @@ Vec3 ExplicitSupports::reaction(const NodeArrays& at, double mean) const {
         if (moved.place < counted_) sum[moved.place % 4] += held_at(moved.place);
     for (const Turned& node : turned_) {
         const std::size_t k = 4 * node.node;
+        if (k >= counted_) continue;
         const Vec3 force{held_at(k), held_at(k + 1), held_at(k + 2)};
         for (std::size_t c = 0; c < 3; ++c)
             if (node.held[c]) sum = plus(sum, times(dot(triple(node.axes, c), force), triple(node.axes, c)));
@@ -241,13 +270,32 @@ std::string SpringSet::collect(const Job& job, const NodeElements& node_elements
                        });
 }
 
+std::span<const std::int32_t> SpringSet::nodes(std::size_t block) const {
+    const std::size_t last = block + 1 < first_node_.size() ? first_node_[block + 1] : nodes_.size();
+    return std::span(nodes_).subspan(first_node_[block], last - first_node_[block]);
+}
+
+void SpringSet::keep(std::span<const std::int32_t> place_of, std::int64_t owned) {
+    SpringSet kept;
+    for (std::size_t b = 0; b < blocks(); ++b) {
+        const auto of = nodes(b);
+        const std::int32_t first = place_of[of.front()];
+        if (first < 0 || first >= owned) continue;
+        kept.first_node_.push_back(kept.nodes_.size());
+        kept.first_value_.push_back(kept.values_.size());
+        for (const std::int32_t n : of) kept.nodes_.push_back(place_of[n]);
+        const auto values = std::span(values_).subspan(first_value_[b], 9 * of.size() * of.size());
+        kept.values_.insert(kept.values_.end(), values.begin(), values.end());
+    }
+    *this = std::move(kept);
+}
+
 template <typename Visit>
 void SpringSet::each(Visit visit) const {
-    for (std::size_t b = 0; b < first_node_.size(); ++b) {
-        const std::size_t last = b + 1 < first_node_.size() ? first_node_[b + 1] : nodes_.size();
-        const std::int32_t* node = nodes_.data() + first_node_[b];
+    for (std::size_t b = 0; b < blocks(); ++b) {
+        const auto node = nodes(b);
         const double* value = values_.data() + first_value_[b];
-        const std::size_t size = 3 * (last - first_node_[b]);
+        const std::size_t size = 3 * node.size();
         for (std::size_t i = 0; i < size; ++i)
             for (std::size_t j = 0; j < size; ++j)
                 visit(3 * std::size_t(node[i / 3]) + i % 3, 3 * std::size_t(node[j / 3]) + j % 3,

@@ -37,17 +37,17 @@ public:
 
     // Nodes that the sweep of all nodes is not to move, and places that it holds at 0 otherwise.
     bool is_turned(std::int32_t n) const { return turned_of_.empty() ? false : turned_of_[n] >= 0; }
-    bool is_tied(std::int32_t n) const { return map_.is_tied(n); }
-    bool has_special_nodes() const { return !map_.empty(); }
-    std::span<const std::int32_t> special_nodes() const { return map_.special_nodes(); }
+    bool is_tied(std::int32_t n) const { return !is_tied_.empty() && is_tied_[n]; }
+    bool has_special_nodes() const { return !special_.empty(); }
+    std::span<const std::int32_t> special_nodes() const { return special_; }
 
     // Places (4 node + direction) that follow a prescribed displacement.
     std::vector<std::size_t> moved_places() const;
     // A velocity input rules the place (4 node + direction): no support moves it any more.
     void release(std::int32_t place);
 
-    // Leaves the moved nodes that have a place, and gives them that; in sums the first `owned` places count.
-    // Of runs without special nodes.
+    // Leaves the nodes that have a place, and gives them that; in sums the first `owned` places count. The
+    // masters of a tied node have places where it has one.
     void keep(std::span<const std::int32_t> place_of, std::int64_t owned);
 
     // Before the first step: Δt, and where the supports stand at time 0, into u, du and x. The records that
@@ -58,8 +58,11 @@ public:
     // Takes from given velocities what the supports do not let; places that they move are at rest.
     void project(double* v) const;
 
-    // Forces of tied nodes go to their masters, into R; what is left at a tied node is 0.
+    // Forces of tied nodes go to their masters, into R, of which this process may have a part; what acts on
+    // them from outside goes from where they count.
     void gather(const NodeArrays& arrays) const;
+    // When R is whole: nothing is left at tied nodes.
+    void settle(const NodeArrays& arrays) const;
     // Velocities at t_n + Δt/2 and what prescribes them; false where a displacement has no value. Adds power
     // of the supports (W) and of the damping (W), before and after t_n.
     bool advance(double next_time, const NodeArrays& arrays, Halves& driving, Halves& damping);
@@ -100,13 +103,19 @@ private:
         std::array<bool, 3> held{};
         std::array<std::int32_t, 3> motion{-1, -1, -1};  // of held places: index into motions_, -1: at 0
     };
+    struct Tied {
+        std::int32_t node;
+        ConstraintMap::Weights masters;
+    };
     double displacement(const Motion& motion, double time) const;
     bool find_next(Motion& motion, double time);
 
     const Job& job_;
     const NodeConstraints& constraints_;
-    const ConstraintMap& map_;
-    const Mesh& mesh_;  // whose nodes the constraints name
+    const Mesh& mesh_;                   // whose nodes the constraints name
+    std::vector<std::int32_t> special_;  // turned and tied nodes, ascending
+    std::vector<Tied> tied_;
+    std::vector<char> is_tied_;  // per node; empty: none is special
     std::vector<Moved> moved_;
     std::vector<Turned> turned_;
     std::vector<Motion> motions_;  // of turned nodes
@@ -123,6 +132,12 @@ public:
     std::string collect(const Job& job, const NodeElements& node_elements);
 
     bool empty() const { return first_node_.empty(); }
+    // Per block its nodes.
+    std::size_t blocks() const { return first_node_.size(); }
+    std::span<const std::int32_t> nodes(std::size_t block) const;
+    // Leaves the blocks whose first node counts: has a place below `owned`. All nodes of such a block have
+    // places, which they take.
+    void keep(std::span<const std::int32_t> place_of, std::int64_t owned);
     // + K u at the nodes, node × 4, N.
     void add_forces(const double* u, double* R) const;
     double energy(const double* u) const;  // J

@@ -30,6 +30,7 @@ struct GatheredFrame {
     std::vector<double> u, v, v_new, residual;  // 3 per node
     std::vector<double> node_stress;            // as in Frame
     std::vector<float> element_stress, element_plastic;
+    std::vector<std::int32_t> removed;  // elements that are out, ascending
 };
 
 // All functions but first() are called by every process, in the same order.

@@ -259,7 +259,16 @@ void WallSet::keep(std::span<const std::int32_t> place_of, std::int64_t owned) {
         std::ranges::sort(nodes);
     };
     keep(nodes_);
-    for (Placed& placed : walls_) keep(placed.own_nodes);
+    for (Placed& placed : walls_) {
+        keep(placed.own_nodes);
+        if (!placed.sticking.empty()) placed.sticking.assign(nodes_of(placed).size(), {});
+    }
+    if (!members_.empty()) {
+        std::vector<char> members(std::ranges::max(place_of) + 1, 0);
+        for (std::size_t n = 0; n < place_of.size(); ++n)
+            if (place_of[n] >= 0) members[place_of[n]] = members_[n];
+        members_ = std::move(members);
+    }
     owned_ = static_cast<std::int32_t>(owned);
 }
 
