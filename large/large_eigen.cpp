@@ -18,10 +18,6 @@ namespace {
 
 using PetscEps = PetscOwner<EPS, EPSDestroy>;
 
-// Equations up to which the direct factor is taken where the settings leave the choice: its memory and
-// operations grow as their 4/3 and 2nd power, the multigrid's as themselves.
-constexpr std::int64_t direct_equations = 400'000;
-
 // Shift of a free body, as a share of what its elastic eigenvalues are like.
 constexpr double free_shift = 1e-3;
 

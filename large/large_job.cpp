@@ -71,6 +71,13 @@ bool make_rows(LargeJob& large, bool with_mass, PieceRows& rows, std::vector<dou
     return team.goes_on(job);
 }
 
+LargeMethod method_for_border(const LargeJob& large) {
+    const std::int64_t motions = large.system.freedoms.rigid.equations,
+                       rows = 3 * static_cast<std::int64_t>(large.partition.node_rank.size());
+    const bool direct = rows <= direct_equations && motions * rows_of_a_motion >= rows;
+    return chosen_method(large.job.settings, direct ? LargeMethod::direct : LargeMethod::multigrid);
+}
+
 LargeMethod chosen_method(const Settings& settings, LargeMethod automatic) {
     if (settings.solver == "auto") return automatic;
     return settings.solver == "iterative" ? LargeMethod::multigrid : LargeMethod::direct;

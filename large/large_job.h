@@ -39,6 +39,14 @@ bool make_rows(LargeJob& large, bool with_mass, PieceRows& rows, std::vector<dou
 // The method by the settings' SOLVER: iterative, sparse and skyline (both direct), or `automatic`.
 LargeMethod chosen_method(const Settings& settings, LargeMethod automatic);
 
+// Equations up to which a direct factor is taken where the settings leave the choice and it is quicker: its
+// memory and operations grow as their 4/3 and 2nd power, the multigrid's as themselves.
+inline constexpr std::int64_t direct_equations = 400'000;
+// For each so many rows a factor takes as long as one solution by the multigrid, in cubes of 20 to 40 cells.
+inline constexpr std::int64_t rows_of_a_motion = 5000;
+// What solves with a matrix for the loads and for each motion of the rigid bodies.
+LargeMethod method_for_border(const LargeJob& large);
+
 // Owned rows of values per equation of a system with its border (system.freedoms.numbering), and all
 // equations' values from owned rows and the border's.
 std::vector<double> rows_of(const LargeJob& large, std::span<const double> equations);

@@ -119,8 +119,7 @@ bool solve_cases(LargeJob& large, PieceRows rows, const LoadSet& set, std::span<
     rows = {};
     set_rigid_motions(team, job.mesh(), freedoms, large.piece, matrix);
     job.clock.begin("set up");
-    LargeSolver solver(team, job, chosen_method(job.settings, LargeMethod::multigrid),
-                       job.settings.solver_tolerance);
+    LargeSolver solver(team, job, method_for_border(large), job.settings.solver_tolerance);
     LargeBordered bordered(team, job, solver, large.border);
     if (!solver.set_up(matrix)) return false;
     job.clock.begin("solve");

@@ -22,7 +22,7 @@ PieceBody::PieceBody(LargeJob& large, std::span<const PlasticMaterial> materials
       body_{large.piece.mesh, material_, materials},
       place_(large.job.mesh().dof_num(), 0.0),
       free_(large.system.freedoms.numbering),
-      method_(chosen_method(large.job.settings, LargeMethod::multigrid)) {
+      method_(method_for_border(large)) {
     body_.form = job_.hexahedra();
     body_.rigid = members_here(freedoms_.rigid, piece_).elements_inside(piece_.mesh);
     body_.start();

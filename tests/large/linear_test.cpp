@@ -10,14 +10,25 @@
 namespace kestralum::testing {
 namespace {
 
-class LargeStatic : public LargeTest, public ::testing::WithParamInterface<const char*> {};
+class LargeStatic : public LargeTest, public ::testing::WithParamInterface<const char*> {
+protected:
+    void expect_agreement(const kestralum::Run& large, const kestralum::Run& alone);
+};
 
 // Loads of every kind, ties, slanted rollers, springs, heat, supports that move, rigid bodies with springs
 // between them, load cases; hexahedra and both tetrahedra. Slender ones among them stall the iteration.
 TEST_P(LargeStatic, AgreesWithOneProcess) {
     ASSERT_TRUE(read_shipped(GetParam()));
-    const kestralum::Run large = run_large("static"), alone = run_alone("static");
+    const kestralum::Run alone = run_alone("static");
     ASSERT_EQ(alone.report.status, RunStatus::done);
+    expect_agreement(run_large("static", "iterative"), alone);
+    if (model.rigid_elements.empty()) return;
+    const kestralum::Run direct = run_large("static");
+    EXPECT_EQ(direct.report.solver, "direct (MUMPS)");
+    expect_agreement(direct, alone);
+}
+
+void LargeStatic::expect_agreement(const kestralum::Run& large, const kestralum::Run& alone) {
     ASSERT_EQ(large.report.status, RunStatus::done);
     EXPECT_LT(large.report.residual, 1e-7);  // slender ones end at what rounding leaves
     EXPECT_EQ(large.report.free_dofs, alone.report.free_dofs);
