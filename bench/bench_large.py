@@ -3,8 +3,9 @@
 on one side and pushed on the other; iterations, seconds and the largest memory of a rank.
 
 Usage: bench_large.py [--ranks 1,2] [--own SOLVER]... BUILD_DIR [CASE]...
-CASE: cubeN, or platesize in mm as plateS, meshed by gmsh (plate4: 10^6 unknowns); cube30 cube40 cube60 unless given.
+CASE: cubeN, or platesize in mm as plateS, meshed by gmsh (plate3.6: 10^6 unknowns); cube30 cube40 cube60 unless given.
 --own sparse, --own iterative: kestralum-batch on the same model too, on as many threads as the most ranks.
+--modes N: so many modes of cubes (1 x 0.8 x 1) instead, on the ranks with each SOLVER of --own, and by kestralum-batch.
 --ccx: CalculiX's conjugate gradients on the same mesh, "ITERATIVE CHOLESKY" and "ITERATIVE SCALING", which
 stop at a tolerance of their own: the whole run's seconds and memory; the largest displacement tells what it is worth.
 """
@@ -23,8 +24,9 @@ n {n} %
 material_info
 STEEL 7800 206e9 0.3
 %
+mode_num {modes} %
 part_info
-C blue STEEL RECT 1 1 1 0 0 0 n n n 0 0 0 0 0 0 0 0 0
+C blue STEEL RECT 1 {width} 1 0 0 0 n n n 0 0 0 0 0 0 0 0 0
 %
 boundary_condition
 CLAMP plane z 0 0 0 0 0 0
@@ -36,10 +38,11 @@ END
 """
 
 
-def prepare(case, folder):
+def prepare(case, folder, modes=0):
     if case.startswith("cube"):
         with open(os.path.join(folder, "model.txt"), "w") as out:
-            out.write(CUBE.format(n=int(case[4:])))
+            # pairs of equal frequencies would make two modes of every direction
+            out.write(CUBE.format(n=int(case[4:]), modes=max(modes, 1), width=0.8 if modes else 1))
     elif case.startswith("plate"):
         import bench_parts
         bench_parts.prepare(folder, "plate", 0.001 * float(case[5:]))
@@ -109,6 +112,23 @@ def largest_of_frd(folder):
     return found
 
 
+def run_modes(command, folder, threads):
+    """Seconds of the iteration and of the whole run, memory, and the highest frequency."""
+    start = time.time()
+    done = subprocess.run(command, cwd=folder, env={**os.environ, "OMP_NUM_THREADS": str(threads)}, capture_output=True,
+                          text=True)
+    if done.returncode != 0:
+        return f"ended with {done.returncode}: {(done.stderr.strip().splitlines() or ['no line'])[0]}"
+    stages = {name.strip(): (float(a), float(b))
+              for name, a, b in re.findall(r"^([a-z ]+?) +([0-9.]+) +([0-9.]+)$", done.stdout, re.M)}
+    rank = re.search(r"largest memory of one ([0-9.]+)", done.stdout)
+    memory = float(rank.group(1)) if rank else max(b for _, b in stages.values())
+    modes = re.findall(r"^ *\d+ +([0-9.]+) +[0-9.e-]+ ", done.stdout, re.M)
+    seconds = {name: stages.get(name, (0, 0))[0] for name in ("factor", "iterate", "check")}
+    told = "  ".join(f"{name} {value:.2f}" for name, value in seconds.items())
+    return f"{told}  whole {time.time() - start:.2f} s  {memory:.0f} MB  mode {len(modes)}: {modes[-1]} Hz"
+
+
 def tell(case, how, figures):
     if isinstance(figures, str):
         print(f"{case:10} {how:14} {figures}", flush=True)
@@ -118,12 +138,25 @@ def tell(case, how, figures):
           f"{figures['largest']}", flush=True)
 
 
+def compare_modes(case, folder, build, ranks, own):
+    setting = os.path.join(folder, "setting.txt")
+    rest = ["eigen-lanczos", "model.txt", "--setting", setting, "--log", "log", "--quiet"]
+    for solver in own:
+        open(setting, "w").write(SETTING + f"SOLVER {solver}\n")
+        for n in ranks:
+            command = ["mpirun", "--oversubscribe", "-n", str(n), os.path.join(build, "kestralum-large"), *rest, "--vtu"]
+            tell(case, f"{n} {solver}", run_modes(command, folder, 1))
+    open(setting, "w").write(SETTING)
+    tell(case, "own", run_modes([os.path.join(build, "kestralum-batch"), *rest], folder, max(ranks)))
+
+
 def main():
     line = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     line.add_argument("build")
     line.add_argument("--ranks", default="1,2")
     line.add_argument("--own", action="append", default=[])
     line.add_argument("--ccx", action="store_true")
+    line.add_argument("--modes", type=int, default=0)
     line.add_argument("cases", nargs="*", default=["cube30", "cube40", "cube60"])
     options = line.parse_args()
     build = os.path.abspath(options.build)
@@ -132,7 +165,10 @@ def main():
           f"{'residual':>10} largest displacement")
     for case in options.cases:
         with tempfile.TemporaryDirectory() as folder:
-            prepare(case, folder)
+            prepare(case, folder, options.modes)
+            if options.modes:
+                compare_modes(case, folder, build, ranks, options.own)
+                continue
             for n in ranks:
                 setting = os.path.join(folder, "setting.txt")
                 open(setting, "w").write(SETTING + "SOLVER iterative\n")
