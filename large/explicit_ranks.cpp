@@ -28,11 +28,14 @@ void ExplicitRanks::cut(const Job& job, ExplicitState& s) {
         if (partition_.element_rank[e] == team_.rank()) elements.push_back(e);
     std::vector<char> owned(mesh.node_num());
     for (std::size_t n = 0; n < owned.size(); ++n) owned[n] = partition_.node_rank[n] == team_.rank();
-    find_bound(s);
-    std::vector<std::int32_t> bound;
+    std::vector<std::int32_t> contact = contact_surface(job, s), bound;
+    find_bound(s, contact);
     for (const auto& [node, rank] : bound_)
         if (rank == team_.rank()) bound.push_back(s.mesh->number[node]);
+    for (std::size_t n = 0; n < everywhere_.size(); ++n)
+        if (everywhere_[n]) bound.push_back(s.mesh->number[n]);
     s.piece = std::make_unique<ExplicitPiece>(cut_piece(*s.mesh, elements, owned, bound));
+    s.piece->contact_nodes = std::move(contact);
     piece_ = make_piece(partition_, team_.rank(), mesh, {});
     find_neighbours(mesh, s.piece->steps);
     find_halo(mesh);
@@ -51,7 +54,7 @@ std::vector<int> ExplicitRanks::ranks_of(std::int32_t node) const {
 
 // A spring acts where its first node is owned, on all of its nodes; who has a tied node hands its forces to
 // all that lead it.
-void ExplicitRanks::find_bound(const ExplicitState& s) {
+void ExplicitRanks::find_bound(const ExplicitState& s, std::span<const std::int32_t> contact) {
     const std::vector<std::int32_t>& of_run = s.mesh->of_run;
     std::vector<std::pair<std::int32_t, int>> found;
     const auto want = [&](std::int32_t node, int rank) {
@@ -74,53 +77,74 @@ void ExplicitRanks::find_bound(const ExplicitState& s) {
         for (const int rank : ranks_of(of_run[map.special_nodes()[k]]))
             for (const auto& [master, weight] : map.weights(k)) want(of_run[master], rank);
     add_found();
+    everywhere_.clear();
+    if (contact.empty()) return;
+    everywhere_.assign(of_run.size(), 0);
+    for (const std::int32_t n : contact) everywhere_[of_run[n]] = 1;
+    for (std::size_t k = 0; k < map.special_nodes().size(); ++k)
+        for (const auto& [master, weight] : map.weights(k))
+            if (everywhere_[of_run[map.special_nodes()[k]]]) everywhere_[of_run[master]] = 1;
 }
 
+// Forces at a node are summed by all that have it, from those that have a part in them.
 void ExplicitRanks::find_neighbours(const Mesh& mesh, const StepMesh& piece) {
-    std::vector<std::vector<std::int32_t>> of_rank(team_.size());  // shared nodes, of the run
-    std::vector<std::int32_t> shared;
+    const int own = team_.rank();
+    std::vector<std::vector<std::int32_t>> leaving(team_.size());  // nodes here
+    std::vector<std::int32_t> coming(team_.size(), 0), shared;
     std::vector<std::vector<int>> sharers;
     for (std::int32_t n = 0; n < mesh.node_num(); ++n) {
         if (piece.number[n] < 0) continue;
         const std::vector<int> ranks = ranks_of(n);
-        if (ranks.size() == 1) continue;
+        const bool all = !everywhere_.empty() && everywhere_[n];
+        if (all ? team_.size() == 1 : ranks.size() == 1) continue;
         shared.push_back(n);
         sharers.push_back(ranks);
-        for (const int rank : ranks)
-            if (rank != team_.rank()) of_rank[rank].push_back(n);
+        for (const int rank : ranks) coming[rank] += rank != own;
+        if (!std::ranges::binary_search(ranks, own)) continue;
+        for (int rank = 0; rank < team_.size(); ++rank)
+            if (rank != own && (all || std::ranges::binary_search(ranks, rank)))
+                leaving[rank].push_back(piece.number[n]);
     }
     std::vector<std::size_t> next(team_.size(), 0);  // places of in_ by rank
-    std::size_t count = 0;
-    for (int rank = 0; rank < team_.size(); ++rank) {
-        if (of_rank[rank].empty()) continue;
-        Neighbour& neighbour = neighbours_.emplace_back(Neighbour{rank, count, {}});
-        for (const std::int32_t n : of_rank[rank]) neighbour.nodes.push_back(piece.number[n]);
-        next[rank] = count;
-        count += neighbour.nodes.size();
-    }
+    for (int rank = 1; rank < team_.size(); ++rank) next[rank] = next[rank - 1] + coming[rank - 1];
     first_source_.assign(1, 0);
     for (std::size_t k = 0; k < shared.size(); ++k) {
         shared_nodes_.push_back(piece.number[shared[k]]);
         for (const int rank : sharers[k])
-            sources_.push_back({rank == team_.rank() ? -1 : static_cast<std::int64_t>(3 * next[rank]++)});
+            sources_.push_back({rank == own ? -1 : static_cast<std::int64_t>(3 * next[rank]++)});
         first_source_.push_back(sources_.size());
     }
-    out_.resize(3 * count);
-    in_.resize(3 * count);
+    open_channels(leaving, coming);
+}
+
+// leaving: per rank the nodes whose values go there; coming: per rank how many come.
+void ExplicitRanks::open_channels(std::span<const std::vector<std::int32_t>> leaving,
+                                  std::span<const std::int32_t> coming) {
+    std::size_t all_leaving = 0, all_coming = 0;
+    for (std::size_t rank = 0; rank < leaving.size(); ++rank) {
+        all_leaving += leaving[rank].size();
+        all_coming += coming[rank];
+    }
+    out_.resize(3 * all_leaving);
+    in_.resize(3 * all_coming);
     constexpr int tag = 1;
-    for (const Neighbour& neighbour : neighbours_) {
-        const int size = static_cast<int>(3 * neighbour.nodes.size());
-        const std::size_t at = 3 * neighbour.first;
-        MPI_Recv_init(&in_[at], size, MPI_DOUBLE, neighbour.rank, tag, team_.comm(),
-                      &requests_.emplace_back());
-        MPI_Send_init(&out_[at], size, MPI_DOUBLE, neighbour.rank, tag, team_.comm(),
-                      &requests_.emplace_back());
+    std::size_t to = 0, from = 0;
+    for (int rank = 0; rank < team_.size(); ++rank) {
+        if (const int count = 3 * coming[rank]; count > 0) {
+            MPI_Recv_init(&in_[from], count, MPI_DOUBLE, rank, tag, team_.comm(), &requests_.emplace_back());
+            from += static_cast<std::size_t>(count);
+        }
+        if (leaving[rank].empty()) continue;
+        const int count = static_cast<int>(3 * leaving[rank].size());
+        neighbours_.push_back({to, leaving[rank]});
+        MPI_Send_init(&out_[to], count, MPI_DOUBLE, rank, tag, team_.comm(), &requests_.emplace_back());
+        to += static_cast<std::size_t>(count);
     }
 }
 
 void ExplicitRanks::add_shared(double* values, int width) {
     for (const Neighbour& neighbour : neighbours_) {
-        double* out = out_.data() + 3 * neighbour.first;
+        double* out = out_.data() + neighbour.first;
         for (const std::int32_t n : neighbour.nodes)
             out = std::copy_n(values + std::ptrdiff_t(width) * n, 3, out);
     }
@@ -136,6 +160,11 @@ void ExplicitRanks::add_shared(double* values, int width) {
         }
         std::copy_n(sum, 3, own);
     }
+}
+
+std::vector<std::int32_t> ExplicitRanks::everywhere(std::span<const std::int32_t> here) const {
+    const std::vector<double> all = team_.gather_everywhere(std::vector<double>(here.begin(), here.end()));
+    return {all.begin(), all.end()};
 }
 
 StableStep ExplicitRanks::smallest(StableStep here) const {

@@ -27,6 +27,7 @@ public:
     bool first() const override { return team_.first(); }
     void add_shared(double* values, int width) override;
     void sum(std::span<double> values) const override { team_.sum(values); }
+    std::vector<std::int32_t> everywhere(std::span<const std::int32_t> here) const override;
     double largest(double value) const override { return team_.largest(value); }
     StableStep smallest(StableStep here) const override;
     std::vector<StepBound::Candidate> highest(std::span<const StepBound::Candidate> here,
@@ -36,19 +37,21 @@ public:
     GatheredFrame gather(const Job& job, ExplicitState& state, std::span<const double> residual) override;
 
 private:
-    // Nodes that another rank has too, in the order of the run: the same on both sides.
+    // Nodes that another rank has too, here, in the order of the run: what this rank has at them goes there.
     struct Neighbour {
-        int rank = 0;
-        std::size_t first = 0;            // of its nodes in shared_
-        std::vector<std::int32_t> nodes;  // here
+        std::size_t first = 0;  // of them in out_, 3 for each
+        std::vector<std::int32_t> nodes;
     };
     // What several ranks have of one node, in the order of the ranks.
     struct Source {
         std::int64_t at = -1;  // in in_, -1: this rank's own
     };
-    void find_bound(const ExplicitState& state);
-    std::vector<int> ranks_of(std::int32_t node) const;  // that have it, ascending
+    // contact: nodes of the steps of the whole run that every rank has.
+    void find_bound(const ExplicitState& state, std::span<const std::int32_t> contact);
+    std::vector<int> ranks_of(std::int32_t node) const;  // that have a part in its forces, ascending
     void find_neighbours(const Mesh& mesh, const StepMesh& piece);
+    void open_channels(std::span<const std::vector<std::int32_t>> leaving,
+                       std::span<const std::int32_t> coming);
     void find_halo(const Mesh& mesh);
     PointResults points_of_piece(const PointResults& here, std::span<const char> gone_here,
                                  std::vector<double>& plastic, std::vector<char>& gone) const;
@@ -59,7 +62,8 @@ private:
     // Node of the run and rank: who has a node without an element at it, since a node there is tied to it or
     // a spring there holds it. Sorted.
     std::vector<std::pair<std::int32_t, int>> bound_;
-    Piece piece_;  // what the averages at owned nodes are made of
+    std::vector<char> everywhere_;  // per node of the run: every rank has it, for contact; empty: none
+    Piece piece_;                   // what the averages at owned nodes are made of
     // forces at shared nodes
     std::vector<Neighbour> neighbours_;
     std::vector<double> out_, in_;  // 3 per node, neighbour after neighbour

@@ -17,9 +17,7 @@ namespace {
 
 // What one process alone can do; empty: nothing of it is wanted.
 std::string beyond_ranks(const Job& job, bool pieces) {
-    const Model& model = job.model;
     if (pieces) return "--vtu";
-    if (model.control.element_contact && !model.explicit_tables.contacts.empty()) return "Element_contact";
     if (!job.options.sections.empty()) return "--section";
     if (job.options.checkpoint_seconds > 0 || job.options.restart) return "--checkpoint";
     if (job.options.vtu_frames) return "--vtu";

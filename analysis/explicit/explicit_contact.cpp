@@ -377,6 +377,19 @@ std::array<double, 3> ContactSet::force(std::size_t pair) const {
     return sum;
 }
 
+std::vector<std::int32_t> ContactSet::nodes() const {
+    std::vector<char> looked_at(most_.size(), 0);
+    for (const Active& active : pairs_)
+        for (const Side& side : active.side)
+            for (const std::int32_t n : side.nodes)
+                for (const std::int32_t t : surface_.around(n))
+                    for (const std::int32_t corner : surface_.triangles()[t].node) looked_at[corner] = 1;
+    std::vector<std::int32_t> out;
+    for (std::size_t n = 0; n < looked_at.size(); ++n)
+        if (looked_at[n]) out.push_back(static_cast<std::int32_t>(n));
+    return out;
+}
+
 bool ContactSet::can_act(std::size_t pair) const {
     return !pairs_[pair].side[0].triangles.empty() && !pairs_[pair].side[1].triangles.empty();
 }

@@ -79,6 +79,9 @@ public:
         after_ = after;
     }
 
+    // All nodes whose places and velocities tell of a contact, ascending: those of the pairs and around them.
+    std::vector<std::int32_t> nodes() const;
+
     // Both parts of a pair have a surface; and the surface nodes that two different parts share.
     bool can_act(std::size_t pair) const;
     std::int32_t common_nodes(std::size_t pair) const;

@@ -33,6 +33,7 @@ bool some_erode(const Model& model) {
 Erosion::Erosion(const Model& model, const Mesh& mesh, std::span<const char> rigid)
     : mesh_(mesh), parts_(model.parts) {
     const ElementType& type = element_type(mesh.element_type);
+    taken_up_.assign(mesh.element_num(), 0);
     for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
         const Material& m = model.materials[model.parts[mesh.p_ele_part_id[e]].material_id];
         const bool stays = !(m.erode > 0) || (!rigid.empty() && rigid[e]);
@@ -119,51 +120,59 @@ NodeElements live_elements(const NodeElements& all, std::span<const char> gone) 
 }
 
 void Erosion::take_up(ExplicitState& s) {
-    const bool changed = count_ != taken_up_;
-    taken_up_ = count_;
-    if (changed) {
-        std::vector<char> gone(mesh_.element_num());
-        for (std::int32_t e = 0; e < mesh_.element_num(); ++e) {
-            gone[e] = s.blocks->is_removed(e);
-            if (gone[e]) s.bound->leave_out(e);
-        }
-        if (!s.ranks) live_ = live_elements(s.freedoms.node_elements, gone);
+    const bool meets = s.contacts || s.walls;
+    std::vector<std::int32_t> fresh;  // of the whole run's steps
+    for (std::int32_t e = 0; e < mesh_.element_num() && taken_ < count_; ++e) {
+        if (taken_up_[e] || !s.blocks->is_removed(e)) continue;
+        taken_up_[e] = 1;
+        ++taken_;
+        s.bound->leave_out(e);
+        fresh.push_back(s.piece ? s.piece->elements[e] : e);
     }
-    if ((changed || s.ranks) && (s.contacts || s.walls)) lay_bare(s);
+    if (s.ranks && meets) fresh = s.ranks->everywhere(fresh);
+    if (fresh.empty()) return;
+    out_.resize(s.mesh->mesh.element_num());
+    for (const std::int32_t e : fresh) out_[e] = 1;
+    if (!s.ranks) live_ = live_elements(s.freedoms.node_elements, out_);
+    if (meets) lay_bare(s);
 }
 
-// Nodes of elements that are out, whatever order they went in and whichever process had them.
+// Nodes here of elements that are out, whatever order they went in and whichever process had them.
 std::vector<std::int32_t> Erosion::bared_nodes(const ExplicitState& s) const {
-    LineDoubles gone(s.u.size(), 0.0);
-    for (const std::int32_t e : removed(s))
-        for (const std::int32_t node : mesh_.element(e)) gone[4 * node_index(node)] = 1;
-    if (s.ranks) s.ranks->add_shared(gone.data(), 4);
+    const Mesh& whole = s.mesh->mesh;
+    std::vector<char> bared(s.u.size() / 4, 0);
+    for (std::int32_t e = 0; e < whole.element_num(); ++e) {
+        if (!out_[e]) continue;
+        for (const std::int32_t node : whole.element(e)) {
+            const auto n = static_cast<std::int32_t>(node_index(node));
+            if (const std::int32_t here = s.piece ? s.piece->node_of[n] : n; here >= 0) bared[here] = 1;
+        }
+    }
     std::vector<std::int32_t> out;
-    for (std::size_t n = 0; 4 * n < gone.size(); ++n)
-        if (gone[4 * n] > 0) out.push_back(static_cast<std::int32_t>(n));
+    for (std::size_t n = 0; n < bared.size(); ++n)
+        if (bared[n]) out.push_back(static_cast<std::int32_t>(n));
     return out;
 }
 
 // What has come to light meets walls and contact.
 void Erosion::lay_bare(ExplicitState& s) {
     const std::vector<std::int32_t> bared = bared_nodes(s);
-    if (bared.size() == bared_ && !s.contacts) return;
-    bared_ = bared.size();
     std::vector<std::int32_t> touched;
     std::ranges::set_union(s.contact_nodes, bared, std::back_inserter(touched));
     s.contact_nodes = std::move(touched);
     begin_sweep(s);
     if (s.walls) s.walls->add_nodes(bared, mesh_);
     if (!s.contacts) return;
+    const Mesh& whole = s.mesh->mesh;
     Mesh live;
-    live.element_type = mesh_.element_type;
-    live.coordinates = mesh_.coordinates;
-    for (std::int32_t e = 0; e < mesh_.element_num(); ++e) {
-        if (s.blocks->is_removed(e)) continue;
-        std::ranges::copy(mesh_.element(e), std::back_inserter(live.connectivity));
-        live.p_ele_part_id.push_back(mesh_.p_ele_part_id[e]);
+    live.element_type = whole.element_type;
+    live.coordinates = whole.coordinates;
+    for (std::int32_t e = 0; e < whole.element_num(); ++e) {
+        if (out_[e]) continue;
+        std::ranges::copy(whole.element(e), std::back_inserter(live.connectivity));
+        live.p_ele_part_id.push_back(whole.p_ele_part_id[e]);
     }
-    s.contacts->renew(parts_, mesh_, surface_triangles(live));
+    s.contacts->renew(parts_, whole, surface_triangles(live));
 }
 
 }  // namespace kestralum

@@ -61,8 +61,9 @@ private:
     std::span<const Part> parts_;
     std::vector<double> limit_, mass_;  // per element: infinite where it stays; kg
     NodeElements live_;
-    std::int64_t count_ = 0, taken_up_ = 0;
-    std::size_t bared_ = 0;  // nodes
+    std::int64_t count_ = 0, taken_ = 0;
+    std::vector<char> taken_up_;  // per element here: it is out for bound and surfaces too
+    std::vector<char> out_;       // per element of the whole run's steps, with those of others
     double energy_ = 0, gone_ = 0, whole_ = 0;
 };
 

@@ -104,6 +104,21 @@ ExplicitPiece cut_piece(const StepMesh& whole, std::span<const std::int32_t> ele
     return out;
 }
 
+std::vector<std::int32_t> contact_surface(const Job& job, const ExplicitState& s) {
+    if (!s.contacts) return {};
+    if (!some_erode(job.model)) return s.contacts->nodes();
+    std::vector<std::int32_t> nodes = s.contact_nodes;
+    const Mesh& mesh = s.mesh->mesh;
+    for (std::int32_t e = 0; e < mesh.element_num(); ++e) {
+        if (!(job.model.materials[job.model.parts[mesh.p_ele_part_id[e]].material_id].erode > 0)) continue;
+        for (const std::int32_t node : mesh.element(e))
+            nodes.push_back(static_cast<std::int32_t>(node_index(node)));
+    }
+    std::ranges::sort(nodes);
+    nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
+    return nodes;
+}
+
 namespace {
 
 template <typename Values>
@@ -132,6 +147,7 @@ void keep_piece(Job& job, ExplicitState& s) {
             if (piece.node_of[place / 4] >= 0) here.push_back(4 * piece.node_of[place / 4] + place % 4);
         driven.places = std::move(here);
     }
+    if (s.contacts) s.mirror.emplace(piece.contact_nodes, piece.node_of);
     if (s.walls) s.walls->keep(piece.node_of, piece.owned);
     if (s.supports) s.supports->keep(piece.node_of, piece.owned);
     s.springs.keep(piece.node_of, piece.owned);

@@ -24,12 +24,16 @@ struct ExplicitPiece {
     std::vector<std::int32_t> elements;             // here -> run, ascending
     std::vector<std::int32_t> node_of;              // steps' mesh of the whole run -> here, -1: not here
     std::vector<std::vector<std::int32_t>> driven;  // places of all driven nodes, record after record
+    std::vector<std::int32_t> contact_nodes;        // of the whole run's steps: every process has them
 };
 
 // elements: ascending; owned: per node of the run; bound: further nodes (of `whole`), which supports and ties
 // tell of together with those of the elements.
 ExplicitPiece cut_piece(const StepMesh& whole, std::span<const std::int32_t> elements,
                         std::span<const char> owned, std::span<const std::int32_t> bound);
+
+// The nodes of the whole run's steps that contact looks at or may lay bare; empty: nothing meets.
+std::vector<std::int32_t> contact_surface(const Job& job, const ExplicitState& state);
 
 // Leaves state.piece of the whole run's state; the blocks are made of the piece already. The job's mesh is
 // that of the piece then.

@@ -47,15 +47,15 @@ void fill_report(Job& job, const ExplicitState& s) {
             formatted("the energy is out of balance by %.1f %%: d_time is too large or the mesh too coarse",
                       100 * std::abs(out.drift)));
     const ExplicitTables& tables = job.model.explicit_tables;
-    const std::vector<std::int32_t>& of_run = s.piece ? s.piece->steps.of_run : s.mesh->of_run;
-    const auto deepest = [&](const DeepestPlace& at, std::string name) {
-        return Penetration{std::move(name), at.depth, of_run[at.node] + 1, at.place, at.time};
+    const auto deepest = [](const DeepestPlace& at, const StepMesh& steps, std::string name) {
+        return Penetration{std::move(name), at.depth, steps.of_run[at.node] + 1, at.place, at.time};
     };
     if (s.walls && s.walls->deepest().node >= 0)
-        out.deepest_wall = deepest(s.walls->deepest(), "wall " + tables.walls[s.walls->deepest().of].name);
+        out.deepest_wall = deepest(s.walls->deepest(), s.piece ? s.piece->steps : *s.mesh,
+                                   "wall " + tables.walls[s.walls->deepest().of].name);
     if (s.contacts && s.contacts->deepest().node >= 0)
-        out.deepest_contact =
-            deepest(s.contacts->deepest(), "contact " + tables.contacts[s.contacts->deepest().of].name);
+        out.deepest_contact = deepest(s.contacts->deepest(), *s.mesh,
+                                      "contact " + tables.contacts[s.contacts->deepest().of].name);
     out.momentum = s.momentum;
     out.angular_momentum = s.angular_momentum;
     job.report().reaction = s.reaction;

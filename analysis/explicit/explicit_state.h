@@ -20,6 +20,7 @@
 #include "analysis/explicit/explicit_contact.h"
 #include "analysis/explicit/explicit_erosion.h"
 #include "analysis/explicit/explicit_loads.h"
+#include "analysis/explicit/explicit_mirror.h"
 #include "analysis/explicit/explicit_piece.h"
 #include "analysis/explicit/explicit_rigid.h"
 #include "analysis/explicit/explicit_supports.h"
@@ -98,6 +99,7 @@ struct ExplicitState {
     std::optional<Erosion> erosion;
     std::optional<WallSet> walls;
     std::optional<ContactSet> contacts;
+    std::optional<ContactMirror> mirror;      // with others: what `contacts` works on
     std::vector<std::int32_t> contact_nodes;  // where F_contact can be other than 0
     std::vector<DrivenDofs> driven;
     Freedoms freedoms;
@@ -107,8 +109,9 @@ struct ExplicitState {
     std::optional<ExplicitHeat> heat;
     std::string trouble;  // not empty: what had no value in the last step
     std::optional<ExplicitBodies> bodies;
-    // Every process leads all bodies; one counts them in sums.
-    bool counts_bodies() const { return bodies && (!ranks || ranks->first()); }
+    // Every process leads all bodies and finds all contacts; one counts them in sums.
+    bool counts_all() const { return !ranks || ranks->first(); }
+    bool counts_bodies() const { return bodies && counts_all(); }
     std::vector<DrivenMembers> driven_members;  // one per record and body
     LineDoubles acting;  // node × 4: loads and contacts less internal forces, at members
     NodeSweep sweep;

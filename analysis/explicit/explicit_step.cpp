@@ -190,6 +190,16 @@ double viscous_share(const ExplicitState& s) {
     return s.ranks ? -s.ranks->largest(-share) : share;
 }
 
+namespace {
+
+void push_contacts(ExplicitState& s, double time) {
+    const ContactArrays arrays = contact_arrays(s);
+    s.contacts->push(s.mirror ? s.mirror->take(arrays) : arrays, time, s.team);
+    if (s.mirror) s.mirror->give(arrays.F);
+}
+
+}  // namespace
+
 bool find_forces(ExplicitState& s) {
     const double time = s.time();
     if (s.heat && !s.heat->set(time, s.team, *s.blocks)) s.trouble = s.heat->trouble();
@@ -204,7 +214,7 @@ bool find_forces(ExplicitState& s) {
     if (s.bodies && !s.bodies->set_time(time)) s.trouble = s.bodies->trouble();
     for (std::int32_t n : s.contact_nodes)
         std::fill_n(s.F_contact.begin() + 4 * static_cast<std::ptrdiff_t>(n), 3, 0.0);
-    if (s.contacts) s.contacts->push(contact_arrays(s), time, s.team);
+    if (s.contacts) push_contacts(s, time);
     if (s.walls && !s.walls->push(contact_arrays(s), time)) s.trouble = s.walls->trouble();
     if (s.supports) s.supports->gather(node_arrays(s));
     if (s.ranks) s.ranks->add_shared(s.R.data(), 4);
@@ -272,9 +282,12 @@ void find_velocities(const Job& job, ExplicitState& s) {
         friction = {0.5 * s.before * power[0], 0.5 * s.after * power[1]};
     }
     if (s.contacts) {
-        book_work(s.contact_work, s.contacts->work(s.v.data(), s.v_new.data()));
-        const auto work = s.contacts->friction_work(s.v.data(), s.v_new.data());
-        for (std::size_t k = 0; k < 2; ++k) friction[k] += work[k];
+        const double *v = s.mirror ? s.mirror->velocities() : s.v.data(),
+                     *v_new = s.mirror ? s.mirror->follow(s.v_new.data()) : s.v_new.data();
+        const double counts = s.counts_all() ? 1 : 0;
+        const auto work = s.contacts->work(v, v_new), rubbed = s.contacts->friction_work(v, v_new);
+        book_work(s.contact_work, {counts * work[0], counts * work[1]});
+        for (std::size_t k = 0; k < 2; ++k) friction[k] += counts * rubbed[k];
     }
     book_work(s.friction_work, friction);
     note_wall_forces(s);

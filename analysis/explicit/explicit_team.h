@@ -39,12 +39,14 @@ public:
     virtual ~ExplicitTeam() = default;
     virtual bool first() const = 0;
 
-    // Adds up what the processes have at the nodes that they share: `width` values per node here. The same
-    // bits on all of them.
+    // Adds up what the processes have at the nodes that they share: `width` values per node here, of which 3
+    // count; what one has at a node that it only looks at does not. The same bits on all of them.
     virtual void add_shared(double* values, int width) = 0;
 
     virtual void sum(std::span<double> values) const = 0;
     virtual double largest(double value) const = 0;
+    // What the processes name, rank after rank.
+    virtual std::vector<std::int32_t> everywhere(std::span<const std::int32_t> here) const = 0;
     // Of elements of the run; the first of equal ones. An element of -1 is none.
     virtual StableStep smallest(StableStep here) const = 0;
     // As StepBound::highest(), of all processes: elements of others have none.
