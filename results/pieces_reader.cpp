@@ -10,6 +10,7 @@
 
 #include "model/format.h"
 #include "model/paths.h"
+#include "model/symmetric3.h"
 #include "model/token_reader.h"
 #include "results/vtu_grid.h"
 
@@ -352,6 +353,9 @@ private:
                     }
                     frame.node_stress[4 * dofs + d] = from.mises[k];
                     frame.node_stress[4 * dofs + d + 1] = from.plastic[k];
+                    double principal[3];
+                    symmetric_eigen3(&from.stress[6 * k], principal, nullptr);
+                    frame.node_stress[4 * dofs + d + 2] = *std::ranges::max_element(principal);
                 }
             values_[f].clear();
         }

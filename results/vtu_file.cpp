@@ -1,5 +1,6 @@
 #include "results/vtu_file.h"
 
+#include <cstdio>
 #include <span>
 #include <utility>
 #include <vector>
@@ -243,7 +244,10 @@ std::string VtuPieceFrames::write_lists(int pieces, const Progress& progress) {
                    grid_,
                    {}};
     for (int piece = 0; piece < pieces; ++piece) list.pieces.push_back(frame_piece_name(of_, frames_, piece));
-    std::string trouble = write_piece_list(list, of_.run.origin.options.log_folder, progress);
+    const std::string& folder = of_.run.origin.options.log_folder;
+    if (frames_ == 1)  // that of an earlier run names these files
+        std::remove(paths::to_platform(pvd_file_name(of_.model.model_file_name), folder).c_str());
+    std::string trouble = write_piece_list(list, folder, progress);
     if (!trouble.empty()) return trouble;
     list_ += listed_frame(value_, list.target);
     return write_frame_list(of_.model, of_.run, list_, progress);

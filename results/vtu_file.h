@@ -84,7 +84,8 @@ public:
     VtuPieceFrames(const VtuPiece& of, int piece);
     // This process' piece of the next frame. What went wrong, empty if nothing, like all that follows.
     [[nodiscard]] std::string hold(const Frame& frame, const Progress& progress, HeldFile& file);
-    // Of one process, when the pieces of this frame have their names: its list, then that of the frames.
+    // Of one process, when the pieces of this frame have their names: its list, then that of the frames. The
+    // list of an earlier run goes with the first frame.
     [[nodiscard]] std::string write_lists(int pieces, const Progress& progress);
 
 private:

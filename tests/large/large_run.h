@@ -89,6 +89,7 @@ protected:
         for (std::size_t d = 4 * dofs; d < 5 * dofs; d += 3) {
             ASSERT_NEAR(got.node_stress[d], exact.node_stress[d], of_stress * mises);
             ASSERT_NEAR(got.node_stress[d + 1], exact.node_stress[d + 1], of_plastic);
+            ASSERT_NEAR(got.node_stress[d + 2], exact.node_stress[d + 2], of_stress * mises);
         }
     }
     // The last rank cannot write, or not name, its piece of the second frame: all end with one line, and the

@@ -221,6 +221,13 @@ TEST_P(PiecesOfHexahedra, OfWhichOneIsNotWholeLeaveTheEarlierOnes) {
                              .hold(of_piece(*made.run.results[1], one), said, file),
                          "full_000001_p0000.vtu cannot be written: No space left on device"));
     EXPECT_EQ(read_file(path), before);
+    // a list of an earlier run does not stay beside pieces of this one
+    ASSERT_TRUE(std::filesystem::exists(folder.file("log/full.pvd")));
+    VtuPieceFrames again({made.model, one.run, one.node}, 0);
+    ASSERT_EQ(again.hold(of_piece(*made.run.results[1], one), said, file), "");
+    std::filesystem::create_symlink("/dev/full", name_of(0, ".pvtu.part"));
+    EXPECT_TRUE(contains(again.write_lists(1, said), "full_000001.pvtu cannot be written: No space left"));
+    EXPECT_FALSE(std::filesystem::exists(folder.file("log/full.pvd")));
 }
 
 }  // namespace
