@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "elements/symmetric3.h"
+#include "model/symmetric3.h"
 
 namespace kestralum {
 

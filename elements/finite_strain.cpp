@@ -4,7 +4,7 @@
 
 #include "elements/element_type.h"
 #include "elements/finite_kinematic.h"
-#include "elements/symmetric3.h"
+#include "model/symmetric3.h"
 
 namespace kestralum {
 

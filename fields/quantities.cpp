@@ -6,7 +6,7 @@
 
 #include "elements/elasticity.h"
 #include "elements/plasticity.h"
-#include "elements/symmetric3.h"
+#include "model/symmetric3.h"
 
 namespace kestralum {
 

@@ -21,7 +21,7 @@ void ExplicitRanks::deal_out(const Mesh& mesh) {
     partition_ = partition(team_, mesh, around_);
 }
 
-void ExplicitRanks::cut(const Job& job, ExplicitState& s) {
+void ExplicitRanks::cut(Job& job, ExplicitState& s) {
     const Mesh& mesh = job.run.mesh;
     std::vector<std::int32_t> elements;
     for (std::int32_t e = 0; e < mesh.element_num(); ++e)
@@ -40,6 +40,7 @@ void ExplicitRanks::cut(const Job& job, ExplicitState& s) {
     find_neighbours(mesh, s.piece->steps);
     find_halo(mesh);
     around_ = {};
+    if (pieces_) files_.emplace(team_, job, piece_);
 }
 
 std::vector<int> ExplicitRanks::ranks_of(std::int32_t node) const {
@@ -237,26 +238,28 @@ void ExplicitRanks::share_first(StepFault& fault) const {
     MPI_Bcast(fault.text.data(), length, MPI_CHAR, from, team_.comm());
 }
 
-// What a rank has around the owned nodes of others goes there, in the order of the run's elements.
+// What a rank has around nodes of others' elements goes there, in the order of the run's elements.
 void ExplicitRanks::find_halo(const Mesh& mesh) {
     leaving_.resize(team_.size());
     coming_.resize(team_.size());
     for (std::size_t k = 0; k < piece_.elements.size(); ++k) {
         const std::int32_t e = piece_.elements[k];
         const auto place = static_cast<std::int32_t>(k);
-        const int of = partition_.element_rank[e];
-        if (piece_.counted[k]) counted_.push_back(place);
-        for (const std::int32_t node : mesh.element(e)) {
-            const int owner = partition_.node_rank[node_index(node)];
-            std::vector<std::int32_t>* list = nullptr;
-            if (of == team_.rank() && owner != team_.rank()) list = &leaving_[owner];
-            if (of != team_.rank() && owner == team_.rank()) list = &coming_[of];
-            if (list && (list->empty() || list->back() != place)) list->push_back(place);
+        if (!piece_.counted[k]) {
+            coming_[partition_.element_rank[e]].push_back(place);
+            continue;
         }
+        counted_.push_back(place);
+        for (const std::int32_t node : mesh.element(e))
+            for (const std::int32_t other : around_.of(node_index(node))) {
+                const int rank = partition_.element_rank[other];
+                std::vector<std::int32_t>& list = leaving_[rank];
+                if (rank != team_.rank() && (list.empty() || list.back() != place)) list.push_back(place);
+            }
     }
 }
 
-// Stresses, strains and volumes of all elements around the owned nodes, and which of them are out; plastic:
+// Stresses, strains and volumes of all elements of piece_, and which of them are out; plastic:
 // of the elements here, comes back with the others.
 PointResults ExplicitRanks::points_of_piece(const PointResults& here, std::span<const char> gone_here,
                                             std::vector<double>& plastic, std::vector<char>& gone) const {
@@ -321,6 +324,30 @@ PointResults ExplicitRanks::points_of_piece(const PointResults& here, std::span<
     return out;
 }
 
+// gone_here, gone: elements that are out, of those that this rank counts and of piece_.
+void ExplicitRanks::write_piece(const ExplicitState& s, std::vector<double> nodal,
+                                std::span<const char> gone_here, std::span<const char> gone) {
+    if (s.step == 0 && team_.any(!s.trouble.empty())) return;  // the run is refused
+    const std::vector<std::int32_t>& number = s.piece->steps.number;
+    u_.assign(3 * piece_.nodes.size(), 0.0);
+    for (std::size_t k = 0; k < piece_.nodes.size(); ++k)
+        if (const std::int32_t n = number[piece_.nodes[k]]; n >= 0)
+            std::copy_n(&s.u[4 * std::size_t(n)], 3, &u_[3 * k]);
+    nodal_ = std::move(nodal);
+    const auto numbers = [](std::span<const char> flags) {
+        std::vector<std::int32_t> out;
+        for (std::size_t e = 0; e < flags.size(); ++e)
+            if (flags[e]) out.push_back(static_cast<std::int32_t>(e));
+        return out;
+    };
+    removed_ = numbers(gone);
+    trouble_ = files_->add(s.time(), u_, nodal_, numbers(gone_here));
+}
+
+void ExplicitRanks::find_largest(Job& job) const {
+    kestralum::find_largest(team_, job, piece_, u_, nodal_, removed_);
+}
+
 GatheredFrame ExplicitRanks::gather(const Job& job, ExplicitState& s, std::span<const double> residual) {
     GatheredFrame out;
     // nodes
@@ -354,6 +381,10 @@ GatheredFrame ExplicitRanks::gather(const Job& job, ExplicitState& s, std::span<
     SilentProgress silent;
     mean_stress_strain(piece_.mesh, s.erosion ? live_elements(piece_.around, gone) : piece_.around, points,
                        plastic, 1, nodal, silent);
+    if (files_) {
+        write_piece(s, std::move(nodal), gone_here, gone);
+        return out;
+    }
     out.node_stress = gather_stresses(team_, partition_, piece_, nodal);
     // means of the elements
     const int count = element_type(mesh.element_type).points;

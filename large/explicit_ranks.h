@@ -4,17 +4,21 @@
 #include <mpi.h>
 
 #include <array>
+#include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "analysis/explicit/explicit_state.h"
 #include "large/piece.h"
+#include "large/piece_files.h"
 
 namespace kestralum {
 
 class ExplicitRanks : public ExplicitTeam {
 public:
-    explicit ExplicitRanks(const Team& team) : team_(team) {}
+    // pieces: stresses are not gathered; every rank writes its piece of each frame.
+    explicit ExplicitRanks(const Team& team, bool pieces = false) : team_(team), pieces_(pieces) {}
     ~ExplicitRanks() override;
     ExplicitRanks(const ExplicitRanks&) = delete;
     ExplicitRanks& operator=(const ExplicitRanks&) = delete;
@@ -22,7 +26,12 @@ public:
     // Deals out the elements of the run's mesh. Collective.
     void deal_out(const Mesh& mesh);
     // The piece of this rank, and what it exchanges with its neighbours. Not collective.
-    void cut(const Job& job, ExplicitState& state);
+    void cut(Job& job, ExplicitState& state);
+
+    // With pieces: why the last frame could not be written, the same on every rank; empty: it is listed.
+    const std::string& trouble() const { return trouble_; }
+    // With pieces: the largest values of the last frame, into the report of every rank. Collective.
+    void find_largest(Job& job) const;
 
     bool first() const override { return team_.first(); }
     void add_shared(double* values, int width) override;
@@ -55,6 +64,8 @@ private:
     void find_halo(const Mesh& mesh);
     PointResults points_of_piece(const PointResults& here, std::span<const char> gone_here,
                                  std::vector<double>& plastic, std::vector<char>& gone) const;
+    void write_piece(const ExplicitState& state, std::vector<double> nodal, std::span<const char> gone_here,
+                     std::span<const char> gone);
 
     const Team& team_;
     Partition partition_;
@@ -63,7 +74,7 @@ private:
     // a spring there holds it. Sorted.
     std::vector<std::pair<std::int32_t, int>> bound_;
     std::vector<char> everywhere_;  // per node of the run: every rank has it, for contact; empty: none
-    Piece piece_;                   // what the averages at owned nodes are made of
+    Piece piece_;                   // what the averages at the nodes here are made of
     // forces at shared nodes
     std::vector<Neighbour> neighbours_;
     std::vector<double> out_, in_;  // 3 per node, neighbour after neighbour
@@ -76,6 +87,12 @@ private:
     std::vector<std::int32_t> counted_;  // of the elements here, their places in piece_
     MPI_Request flag_request_ = MPI_REQUEST_NULL;
     int flag_here_ = 0, flag_all_ = 0;
+    // pieces of the frames
+    bool pieces_;
+    std::optional<PieceFrames> files_;
+    std::vector<double> u_, nodal_;      // of the last frame, at the nodes of piece_
+    std::vector<std::int32_t> removed_;  // of the elements of piece_
+    std::string trouble_;
 };
 
 }  // namespace kestralum

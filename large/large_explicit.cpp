@@ -10,14 +10,14 @@
 #include "analysis/explicit/explicit_setup.h"
 #include "large/explicit_ranks.h"
 #include "model/format.h"
+#include "results/displacement_file.h"
 
 namespace kestralum {
 
 namespace {
 
 // What one process alone can do; empty: nothing of it is wanted.
-std::string beyond_ranks(const Job& job, bool pieces) {
-    if (pieces) return "--vtu";
+std::string beyond_ranks(const Job& job) {
     if (!job.options.sections.empty()) return "--section";
     if (job.options.checkpoint_seconds > 0 || job.options.restart) return "--checkpoint";
     if (job.options.vtu_frames) return "--vtu";
@@ -29,10 +29,10 @@ bool refuse(Job& job, const std::string& what) {
                     what + ": not in explicit runs of many processes; kestralum-batch has it");
 }
 
-bool set_up(const Team& team, Job& job, bool pieces, ExplicitRanks& ranks, ExplicitState& s) {
+bool set_up(const Team& team, Job& job, ExplicitRanks& ranks, ExplicitState& s) {
     SetUp set_up;
     if (!team.stage(job, [&] {
-            const std::string what = beyond_ranks(job, pieces);
+            const std::string what = beyond_ranks(job);
             if (!what.empty()) return refuse(job, what);
             return prepare_explicit(job, set_up, s);
         }))
@@ -50,16 +50,19 @@ bool set_up(const Team& team, Job& job, bool pieces, ExplicitRanks& ranks, Expli
     return team.goes_on(job);
 }
 
-void run_steps(const Team& team, Job& job, ExplicitState& s, ExplicitFiles& files) {
+// files: of the gathered frames, where this rank has them.
+void run_steps(Job& job, ExplicitState& s, const ExplicitRanks& ranks, ExplicitFiles* files) {
     const auto start = std::chrono::steady_clock::now();
     job.clock.begin("steps");
-    while (!s.ended() && !s.diverged && !s.asked_to_stop) {
+    while (!s.ended() && !s.diverged && !s.asked_to_stop && ranks.trouble().empty()) {
         explicit_step(job, s);
-        if (team.first()) files.after_step(job, s);
+        if (files) files->after_step(job, s);
         job.progress.set_count(s.step, s.time_num - 1);
         if (s.adaptive.on) job.progress.set_share(s.time() / s.adaptive.end);
     }
-    if (s.asked_to_stop && !s.diverged)
+    if (!ranks.trouble().empty())
+        job.fail(RunStatus::failed, ranks.trouble());
+    else if (s.asked_to_stop && !s.diverged)
         job.fail(RunStatus::cancelled,
                  formatted("stopped on request after step %ld of %ld", s.step, s.time_num - 1));
     job.clock.end();
@@ -93,14 +96,33 @@ void find_deepest(const Team& team, Job& job, const ExplicitState& s) {
     out.place = {best[4], best[5], best[6]};
 }
 
-void finish(const Team& team, Job& job, ExplicitState& s, ExplicitFiles& files) {
+// The history, where the frames are on disk in pieces.
+void write_rows(Job& job, const std::string& trouble) {
+    SilentProgress silent(job.progress);  // what is wrong with the disk has been told
+    job.clock.begin("write");
+    bool& written = job.report().dynamics.history_written;
+    written = write_history(history_file_name(job.model.model_file_name), job.options.log_folder,
+                            job.run.history, trouble.empty() ? job.progress : silent);
+    if (!written) job.fail_to_write("the history cannot be written");
+    job.clock.end();
+}
+
+// files: null, where the frames are on disk in pieces.
+void finish(const Team& team, Job& job, ExplicitState& s, const ExplicitRanks& ranks, ExplicitFiles* files) {
     tell_end(job, s);
     find_deepest(team, job, s);
     job.report().kept = true;
+    if (!files) {
+        ranks.find_largest(job);
+        job.report().dynamics.frames = job.report().listed_frames;
+    }
     if (team.first()) {
         job.run.history.columns = s.history.columns;
         job.run.history.values = s.history.values;
-        write_explicit(job, s, files);
+        if (files)
+            write_explicit(job, s, *files);
+        else
+            write_rows(job, ranks.trouble());
     }
     team.goes_on(job);
 }
@@ -108,16 +130,16 @@ void finish(const Team& team, Job& job, ExplicitState& s, ExplicitFiles& files) 
 }  // namespace
 
 void analyse_explicit_large(const Team& team, Job& job, bool pieces) {
-    ExplicitRanks ranks(team);
+    ExplicitRanks ranks(team, pieces);
     ExplicitState state;
-    ExplicitFiles files;
+    ExplicitFiles of_gathered, *const files = pieces ? nullptr : &of_gathered;
     state.ranks = &ranks;
-    bool begun = set_up(team, job, pieces, ranks, state);
-    begun = begun && team.stage(job, [&] { return !team.first() || files.begin(job, state); });
+    bool begun = set_up(team, job, ranks, state);
+    begun = begun && team.stage(job, [&] { return !files || !team.first() || files->begin(job, state); });
     job.clock.end();
     if (begun) {
-        run_steps(team, job, state, files);
-        finish(team, job, state, files);
+        run_steps(job, state, ranks, team.first() ? files : nullptr);
+        finish(team, job, state, ranks, files);
     }
     if (!begun || !team.first()) job.run.results.clear();
     job.steps = nullptr;

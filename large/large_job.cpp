@@ -5,7 +5,6 @@
 #include "analysis/eigen/rigid_motions.h"
 #include "model/format.h"
 #include "results/result_file.h"
-#include "results/vtu_file.h"
 #include "system/bordered.h"
 #include "system/model_check.h"
 
@@ -105,12 +104,10 @@ std::vector<double> equations_of(const LargeJob& large, std::span<const double> 
 
 void store_large_frame(LargeJob& large, std::shared_ptr<Frame> frame, const PieceStresses& stresses) {
     if (large.pieces) {
-        const auto own = std::make_shared<Frame>();
-        own->n_freq = frame->n_freq;
-        own->name = frame->name;
-        own->mode_vec = large.piece.of_all(frame->mode_vec);
-        own->node_stress = stresses.nodal;
-        large.frames.push_back(own);
+        if (!large.own) large.own = counted_piece(large.job, large.piece);
+        Frame& own = large.own->add_frame(large.piece.of_all(frame->mode_vec), stresses.nodal);
+        own.n_freq = frame->n_freq;
+        own.name = frame->name;
         frame->node_stress = {};
         if (large.team.first()) large.job.run.results.push_back(frame);
         return;
@@ -119,79 +116,13 @@ void store_large_frame(LargeJob& large, std::shared_ptr<Frame> frame, const Piec
     if (large.team.first()) large.job.run.results.push_back(frame);
 }
 
-namespace {
-
-// The elements that this rank counts, and their nodes: together with those of the others each element once.
-struct CountedPiece {
-    Run run;
-    std::vector<std::int32_t> nodes;  // here -> piece
-    std::vector<std::int32_t> node;   // here -> run, from 1
-};
-
-CountedPiece counted_piece(const LargeJob& large) {
-    const Piece& piece = large.piece;
-    CountedPiece out;
-    std::vector<std::int32_t> number(piece.nodes.size(), -1);
-    for (std::int32_t e = 0; e < piece.mesh.element_num(); ++e)
-        for (const std::int32_t node : piece.mesh.element(e))
-            if (piece.counted[e]) number[node_index(node)] = 0;
-    for (std::size_t n = 0; n < number.size(); ++n)
-        if (number[n] == 0) {
-            number[n] = static_cast<std::int32_t>(out.nodes.size()) + 1;
-            out.nodes.push_back(static_cast<std::int32_t>(n));
-            out.node.push_back(piece.nodes[n] + 1);
-        }
-    Mesh& mesh = out.run.mesh;
-    mesh.element_type = piece.mesh.element_type;
-    for (const std::int32_t n : out.nodes)
-        mesh.coordinates.insert(mesh.coordinates.end(), piece.mesh.node(n), piece.mesh.node(n) + 3);
-    for (std::int32_t e = 0; e < piece.mesh.element_num(); ++e) {
-        if (!piece.counted[e]) continue;
-        for (const std::int32_t node : piece.mesh.element(e))
-            mesh.connectivity.push_back(number[node_index(node)]);
-        mesh.p_ele_part_id.push_back(piece.mesh.p_ele_part_id[e]);
-    }
-    out.run.ana_type = large.job.run.ana_type;
-    out.run.origin = large.job.run.origin;
-    const std::size_t here = piece.mesh.dof_num();
-    for (const std::shared_ptr<Frame>& from : large.frames) {
-        const auto frame = std::make_shared<Frame>(mesh.dof_num());
-        frame->n_freq = from->n_freq;
-        frame->name = from->name;
-        for (std::size_t n = 0; n < out.nodes.size(); ++n) {
-            std::copy_n(&from->mode_vec[3 * out.nodes[n]], 3, &frame->mode_vec[3 * n]);
-            for (std::size_t g = 0; g < stress_groups; ++g)
-                std::copy_n(&from->node_stress[g * here + 3 * out.nodes[n]], 3,
-                            &frame->node_stress[g * frame->mode_vec.size() + 3 * n]);
-        }
-        out.run.results.push_back(frame);
-    }
-    return out;
-}
-
-// The list comes when every piece stands.
-void write_pieces(LargeJob& large) {
-    const CountedPiece own = counted_piece(large);
-    const VtuPiece of{large.job.model, own.run, own.node};
-    const auto told = [&](const std::string& fault) {
-        return fault.empty() || large.job.fail_to_write(fault);
-    };
-    if (!large.team.stage(large.job,
-                          [&] { return told(write_vtu_piece(of, large.team.rank(), large.job.progress)); }))
-        return;
-    large.team.stage(large.job, [&] {
-        return !large.team.first() || told(write_pvtu(of, large.team.size(), large.job.progress));
-    });
-}
-
-}  // namespace
-
 void write_large(LargeJob& large, std::int32_t columns) {
     Job& job = large.job;
     job.clock.begin("write");
     job.report().kept = true;
     if (large.pieces) {
-        write_pieces(large);
+        if (!large.own) large.own = counted_piece(job, large.piece);
+        write_pieces(large.team, job, *large.own);
     } else {
         large.team.stage(job, [&] {
             return !large.team.first() ||

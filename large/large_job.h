@@ -2,11 +2,13 @@
 // displacements to files.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "large/equations.h"
 #include "large/large_run.h"
+#include "large/piece_files.h"
 #include "large/recovery.h"
 #include "large/solver.h"
 #include "system/assembly.h"
@@ -21,8 +23,8 @@ struct LargeJob {
     Partition partition;
     Piece piece;
     PieceBorder border;
-    double scale = 1;                            // of rows that are not free
-    std::vector<std::shared_ptr<Frame>> frames;  // of the piece, where `pieces`
+    double scale = 1;                 // of rows that are not free
+    std::optional<CountedPiece> own;  // with the frames so far, where `pieces`
 };
 
 // The run's mesh, its freedoms, and the piece of this rank. False with the status set, like all that follows.

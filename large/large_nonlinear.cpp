@@ -12,7 +12,7 @@ namespace {
 
 bool work(LargeJob& large, NonlinearHistory& history) {
     Job& job = large.job;
-    if (!large.team.stage(job, [&] { return check_nonlinear(job); })) return false;
+    if (!large.team.stage(job, [&] { return check_nonlinear(job, !large.pieces); })) return false;
     if (!prepare_pieces(large, Renumbering::along_longest)) return false;
     if (!large.team.stage(job, [&] { return check_turning_bodies(job, large.system.freedoms.rigid); }))
         return false;
@@ -28,12 +28,7 @@ bool work(LargeJob& large, NonlinearHistory& history) {
 
 void analyse_nonlinear_large(const Team& team, Job& job, bool pieces) {
     const auto start = std::chrono::steady_clock::now();
-    if (pieces) {
-        job.fail(RunStatus::bad_input,
-                 "--vtu: a nonlinear run writes no pieces; its result file has every increment");
-        return;
-    }
-    LargeJob large{team, job, false, {}, {}, {}, {}, 1, {}};
+    LargeJob large{team, job, pieces, {}, {}, {}, {}, 1, {}};
     NonlinearHistory history;
     const bool done = work(large, history);
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
@@ -43,7 +38,7 @@ void analyse_nonlinear_large(const Team& team, Job& job, bool pieces) {
         return;
     }
     team.stage(job, [&] {
-        if (team.first()) write_nonlinear(job, history);
+        if (team.first()) write_nonlinear(job, history, !pieces);
         return true;
     });
 }

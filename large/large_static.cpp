@@ -73,7 +73,7 @@ void recover_case(LargeJob& large, const CaseTerms& terms, const LinearLoad& loa
         gather_forces(large.team, job, large.partition, large.piece, stresses.points, wanted), wanted, load);
     CaseReport& report = job.report().cases.emplace_back(
         report_case(job, freedoms, residual, load, q.subspan(freedoms.numbering.free_dofs.size()), *frame));
-    find_largest(large.team, job, large.piece, frame->mode_vec, stresses.nodal);
+    find_largest(large.team, job, large.piece, large.piece.of_all(frame->mode_vec), stresses.nodal);
     report.largest_displacement = job.report().largest_displacement;
     report.largest_mises = job.report().largest_mises;
     TeamError error = find_error(large.team, job, large.piece, stresses);

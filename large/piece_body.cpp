@@ -26,6 +26,7 @@ PieceBody::PieceBody(LargeJob& large, std::span<const PlasticMaterial> materials
     body_.form = job_.hexahedra();
     body_.rigid = members_here(freedoms_.rigid, piece_).elements_inside(piece_.mesh);
     body_.start();
+    if (large.pieces) files_.emplace(team_, job_, piece_);
     if (!freedoms_.rigid.empty()) leave_members_out(freedoms_.rigid, free_);
 }
 
@@ -165,27 +166,36 @@ std::vector<float> PieceBody::gather_means(std::span<const float> here, std::siz
     return {all.begin(), all.end()};
 }
 
-void PieceBody::store(std::shared_ptr<Frame> frame, IncrementReport& increment) {
-    SilentProgress silent(job_.progress);
+bool PieceBody::store(std::shared_ptr<Frame> frame, IncrementReport& increment) {
+    SilentProgress silent;  // a frame is whole, whatever is asked meanwhile
     BodyResults results = results_of(body_, piece_.around, silent);
-    frame->node_stress = gather_stresses(team_, large_.partition, piece_, results.nodal);
-    frame->element_stress = gather_means(results.stress, 6);
-    frame->element_strain = gather_means(results.strain, 6);
-    frame->element_plastic = gather_means(results.plastic, 1);
-    nodal_ = std::move(results.nodal);
     std::array<double, 2> volume = plastic_volume(body_, piece_.counted);
     team_.sum(volume);
     increment.plastic_share = volume[1] > 0 ? volume[0] / volume[1] : 0;
+    std::string trouble;
+    if (files_) {  // the load factor alone stays here
+        trouble = files_->add(frame->n_freq, piece_.of_all(u), results.nodal);
+        *frame = Frame();
+        frame->n_freq = increment.factor;
+    } else {
+        frame->node_stress = gather_stresses(team_, large_.partition, piece_, results.nodal);
+        frame->element_stress = gather_means(results.stress, 6);
+        frame->element_strain = gather_means(results.strain, 6);
+        frame->element_plastic = gather_means(results.plastic, 1);
+    }
+    nodal_ = std::move(results.nodal);
     if (team_.first()) job_.run.results.push_back(std::move(frame));
+    return trouble.empty() || job_.fail(RunStatus::failed, trouble);
 }
 
 std::vector<double> PieceBody::mises() const {
+    if (files_) return {};
     const auto points = static_cast<std::size_t>(element_type(piece_.mesh.element_type).points);
     return gather_elements(team_, large_.partition, piece_, mises_of(body_), points);
 }
 
 void PieceBody::find_largest() {
-    kestralum::find_largest(team_, job_, piece_, u, nodal_);
+    kestralum::find_largest(team_, job_, piece_, piece_.of_all(u), nodal_);
 }
 
 std::string PieceBody::outcome() const {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "analysis/nonlinear/newton_body.h"
@@ -35,7 +36,7 @@ public:
     void restart() override { body_.restart(); }
 
     bool keeps() const override { return team_.first(); }
-    void store(std::shared_ptr<Frame> frame, IncrementReport& increment) override;
+    bool store(std::shared_ptr<Frame> frame, IncrementReport& increment) override;
     std::vector<double> mises() const override;
     void find_largest() override;
 
@@ -63,7 +64,8 @@ private:
     PetscMat matrix_;
     std::unique_ptr<LargeSolver> solver_;
     std::unique_ptr<LargeBordered> bordered_;
-    std::vector<double> nodal_;  // stresses of the last frame at the nodes here
+    std::vector<double> nodal_;         // stresses of the last frame at the nodes here
+    std::optional<PieceFrames> files_;  // where every rank writes its piece
 };
 
 }  // namespace kestralum

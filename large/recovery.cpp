@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "elements/error_estimate.h"
+#include "model/removed_elements.h"
 
 namespace kestralum {
 
@@ -58,17 +59,20 @@ NodeValue largest_of(const Team& team, const Mesh& mesh, const NodeValue& here) 
 }  // namespace
 
 void find_largest(const Team& team, Job& job, const Piece& piece, std::span<const double> u,
-                  std::span<const double> nodal) {
+                  std::span<const double> nodal, std::span<const std::int32_t> removed) {
+    std::vector<char> bare = bare_nodes(piece.mesh, removed);
+    if (!team.any(std::ssize(removed) < piece.mesh.element_num())) bare.clear();  // there is nothing else
     NodeValue displacement, mises;
     for (std::int32_t k = 0; k < piece.owned; ++k) {
+        if (!bare.empty() && bare[k]) continue;
         const std::int32_t n = piece.nodes[k];
-        const double size = norm(triple(u, n));
+        const double size = norm(triple(u, k));
         const double stress = nodal.empty() ? 0 : nodal[4 * std::size_t(piece.mesh.dof_num()) + 3 * k];
         if (displacement.node == 0 || size > displacement.value) displacement = {n + 1, size, {}};
         if (mises.node == 0 || stress > mises.value) mises = {n + 1, stress, {}};
     }
-    job.report().largest_displacement = largest_of(team, job.mesh(), displacement);
-    job.report().largest_mises = largest_of(team, job.mesh(), mises);
+    job.report().largest_displacement = largest_of(team, job.run.mesh, displacement);
+    job.report().largest_mises = largest_of(team, job.run.mesh, mises);
 }
 
 std::vector<double> gather_forces(const Team& team, const Job& job, const Partition& partition,

@@ -25,9 +25,10 @@ PieceStresses piece_stresses(Job& job, const Elasticity& elasticity, const Piece
 std::vector<double> gather_stresses(const Team& team, const Partition& partition, const Piece& piece,
                                     std::span<const double> nodal);
 
-// Largest displacement and Mises stress into the report of every rank. Collective.
+// Largest displacement and Mises stress into the report of every rank; u: 3 per node here; removed: elements
+// here that have been taken out, whose nodes do not count where nothing else is around them. Collective.
 void find_largest(const Team& team, Job& job, const Piece& piece, std::span<const double> u,
-                  std::span<const double> nodal);
+                  std::span<const double> nodal, std::span<const std::int32_t> removed = {});
 
 // Forces of the points' stresses at the nodes with wanted[node of the run] != 0, on every rank. Collective.
 std::vector<double> gather_forces(const Team& team, const Job& job, const Partition& partition,

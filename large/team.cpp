@@ -63,11 +63,18 @@ void Team::share(std::vector<std::int32_t>& values) const {
     MPI_Bcast(values.data(), static_cast<int>(count), MPI_INT32_T, 0, comm_);
 }
 
-void Team::share(std::string& text) const {
+void Team::share(std::string& text, int from) const {
     int length = static_cast<int>(text.size());
-    MPI_Bcast(&length, 1, MPI_INT, 0, comm_);
+    MPI_Bcast(&length, 1, MPI_INT, from, comm_);
     text.resize(length);
-    MPI_Bcast(text.data(), length, MPI_CHAR, 0, comm_);
+    MPI_Bcast(text.data(), length, MPI_CHAR, from, comm_);
+}
+
+std::string Team::first_text(std::string here) const {
+    const int from = lowest(here.empty() ? -1 : rank_);
+    if (from < 0) return {};
+    share(here, from);
+    return here;
 }
 
 std::vector<int> Team::counts_of(std::size_t here) const {
@@ -112,10 +119,7 @@ bool Team::goes_on(Job& job) const {
     int status = static_cast<int>(report.status);
     MPI_Bcast(&status, 1, MPI_INT, worst, comm_);
     std::string text = report.remarks.errors.empty() ? std::string() : report.remarks.errors.front();
-    int length = static_cast<int>(text.size());
-    MPI_Bcast(&length, 1, MPI_INT, worst, comm_);
-    text.resize(length);
-    MPI_Bcast(text.data(), length, MPI_CHAR, worst, comm_);
+    share(text, worst);
     report.status = static_cast<RunStatus>(status);
     report.remarks.errors.assign(1, text);
     return false;

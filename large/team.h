@@ -34,9 +34,11 @@ public:
     std::int32_t lowest(std::int32_t number) const;
     bool any(bool here) const;
 
-    // Makes `values` those of the first rank.
+    // Makes `values` those of the first rank, `text` that of a rank.
     void share(std::vector<std::int32_t>& values) const;
-    void share(std::string& text) const;
+    void share(std::string& text, int from = 0) const;
+    // The text of the lowest rank that has one, on every rank; empty where none has.
+    std::string first_text(std::string here) const;
 
     // Sends every rank's values to the first one, rank after rank; nothing comes back on the others.
     std::vector<double> gather(std::span<const double> values) const;

@@ -164,6 +164,8 @@ struct RunReport {
     ExplicitReport dynamics;
     NonlinearReport nonlinear;
 
+    // of many processes: frames that the list for ParaView names, written as they were reached
+    std::int32_t listed_frames = 0;
     bool kept = false;     // the run's frames are whole results: they may be shown
     bool written = false;  // the result file holds this run's results
     bool has_results() const { return kept; }

@@ -10,6 +10,7 @@
 
 #include "model/format.h"
 #include "model/paths.h"
+#include "model/symmetric3.h"
 #include "model/token_reader.h"
 #include "results/vtu_grid.h"
 
@@ -111,6 +112,7 @@ private:
 };
 
 constexpr std::string_view displacement = "displacement";
+constexpr std::string_view list_ending = ".pvtu", series_ending = ".pvd";
 
 // What a field's name says of its frame behind "displacement": nothing, "_CASE", "_mode001_84.3Hz" or
 // "_mode001_factor2.5".
@@ -126,6 +128,12 @@ void name_frame(std::string_view suffix, Frame& frame, AnalysisType& type) {
     if (value.ends_with("Hz")) value.remove_suffix(2);
     frame.n_freq = parse_double(value).value_or(0);
 }
+
+// What a list of pieces says of its frame; of shapes and static runs nothing.
+struct FrameTag {
+    std::optional<AnalysisType> type;
+    double value = 0;  // load factor or time, s
+};
 
 class PiecesReader {
 public:
@@ -144,14 +152,16 @@ public:
         if (std::ranges::any_of(*places, [](double x) { return !std::isfinite(x); }))
             return "expected finite coordinates";
         for (std::size_t k = 0; k < node->size(); ++k) place_node((*node)[k] - 1, &(*places)[3 * k]);
+        nodes_.push_back(*node);
         if (std::string why = add_cells(piece, *node); !why.empty()) return why;
         return add_fields(piece, *node);
     }
 
-    // Why they are not whole; empty if they are.
-    std::string finish() {
+    // The frames of the pieces so far. Why they are not whole; empty if they are.
+    std::string finish(const FrameTag& tag) {
         Mesh& mesh = run_.mesh;
         if (mesh.connectivity.empty()) return "expected an element";
+        if (tag.type && !is_one_frame()) return one_frame;
         leave_out_unknown();
         mesh.node_n_dir.assign(mesh.coordinates.size(), 0.0);
         update_extent(mesh);
@@ -166,13 +176,70 @@ public:
         }
         model_.parts_o = model_.parts;
         model_.mesh = mesh;
-        run_.ana_type = type_;
-        spread();
-        run_.results.assign(frames_.begin(), frames_.end());
+        run_.ana_type = tag.type.value_or(type_);
+        take_frames(tag);
+        return {};
+    }
+
+    // A further frame on the mesh that stands: its pieces in the order of the first ones, without the cells
+    // of elements that have been taken out since. Why it is none; empty if it is one.
+    std::string add_later(const PieceFile& piece) {
+        const std::size_t p = values_.empty() ? 0 : values_.front().size();
+        if (p == nodes_.size() || piece.read<std::int32_t>("node", "Int32", piece.points()) != nodes_[p])
+            return "expected the nodes of the first frame's piece";
+        if (std::string why = find_removed(piece, p); !why.empty()) return why;
+        return add_fields(piece, nodes_[p]);
+    }
+    std::string finish_later(const FrameTag& tag) {
+        if (values_.empty() || values_.front().size() != nodes_.size())
+            return "expected the pieces of the first frame";
+        if (!is_one_frame()) return one_frame;
+        if (tag.type != run_.ana_type) return "expected the analysis of the first frame";
+        frames_.front()->removed = std::move(removed_);
+        run_.erodes = run_.erodes || !frames_.front()->removed.empty();
+        removed_.clear();
+        take_frames(tag);
         return {};
     }
 
 private:
+    static constexpr const char* one_frame = "expected the fields of one frame";
+    bool is_one_frame() const { return suffixes_.size() == 1 && suffixes_.front().empty(); }
+
+    void take_frames(const FrameTag& tag) {
+        spread();
+        if (tag.type) frames_.front()->n_freq = tag.value;
+        run_.results.insert(run_.results.end(), frames_.begin(), frames_.end());
+        frames_.clear();
+        suffixes_.clear();
+        values_.clear();
+    }
+
+    // The elements of the first frame's piece that have no cell.
+    std::string find_removed(const PieceFile& piece, std::size_t p) {
+        const Mesh& mesh = run_.mesh;
+        const std::int64_t width = mesh.node_per_element();
+        const auto connectivity = piece.read<std::int64_t>("connectivity", "Int64", width * piece.cells());
+        if (!connectivity) return "expected the nodes of the cells";
+        const auto order = vtk_node_order(mesh.element_type);
+        std::int64_t cell = 0;
+        for (std::int32_t e = first_element_[p]; e < first_element_[p + 1]; ++e) {
+            const auto nodes = mesh.element(e);
+            const auto is_node = [&](std::int64_t k) {
+                const std::int64_t n = (*connectivity)[width * cell + k];
+                return n >= 0 && n < piece.points() &&
+                       number_[nodes_[p][n] - 1] == static_cast<std::int32_t>(node_index(nodes[order[k]]));
+            };
+            bool here = cell < piece.cells();
+            for (std::int64_t k = 0; here && k < width; ++k) here = is_node(k);
+            if (here)
+                ++cell;
+            else
+                removed_.push_back(e);
+        }
+        return cell == piece.cells() ? "" : "expected cells of the first frame's piece in their order";
+    }
+
     // Nodes on no element are in no piece: the others get the numbers without gaps, in the same order.
     void leave_out_unknown() {
         Mesh& mesh = run_.mesh;
@@ -201,6 +268,7 @@ private:
         const auto types = piece.read<std::uint8_t>("types", "UInt8", piece.cells());
         const auto part = piece.read<std::int32_t>("part", "Int32", piece.cells());
         if (!types || !part) return "expected types and parts of the cells";
+        first_element_.push_back(first_element_.back() + static_cast<std::int32_t>(piece.cells()));
         if (types->empty()) return {};
         const std::uint8_t type = types->front();
         const ElementKind kind = type == 12   ? ElementKind::hexahedron
@@ -250,15 +318,22 @@ private:
                        mises = piece.read<double>("mises" + suffixes[f], "Float64", piece.points());
             if (!u || !stress || !strain || !mises)
                 return "expected displacement, stress, strain and mises of each frame";
-            values_[f].push_back(
-                {node, std::move(*u), std::move(*stress), std::move(*strain), std::move(*mises)});
+            const std::string yielded = "plastic_strain" + suffixes[f];
+            const bool has_plastic = std::ranges::count(piece.names(), yielded) > 0;
+            auto plastic = piece.read<double>(yielded, "Float64", piece.points());
+            if (plastic.has_value() != has_plastic || has_plastic != has_plastic_.value_or(has_plastic))
+                return "expected plastic_strain as in the other pieces";
+            has_plastic_ = has_plastic;
+            if (!plastic) plastic.emplace(piece.points(), 0.0);
+            values_[f].push_back({node, std::move(*u), std::move(*stress), std::move(*strain),
+                                  std::move(*mises), std::move(*plastic)});
         }
         return {};
     }
 
     struct NodeValues {
         std::vector<std::int32_t> node;
-        std::vector<double> u, stress, strain, mises;
+        std::vector<double> u, stress, strain, mises, plastic;
     };
 
     // The fields on the nodes of the mesh.
@@ -277,6 +352,10 @@ private:
                         std::copy_n(&from.strain[6 * k + 3 * g], 3, &frame.node_stress[(2 + g) * dofs + d]);
                     }
                     frame.node_stress[4 * dofs + d] = from.mises[k];
+                    frame.node_stress[4 * dofs + d + 1] = from.plastic[k];
+                    double principal[3];
+                    symmetric_eigen3(&from.stress[6 * k], principal, nullptr);
+                    frame.node_stress[4 * dofs + d + 2] = *std::ranges::max_element(principal);
                 }
             values_[f].clear();
         }
@@ -289,42 +368,103 @@ private:
     std::int32_t parts_ = 0;
     AnalysisType type_ = AnalysisType::linear_static;
     std::vector<std::string> suffixes_;
+    std::optional<bool> has_plastic_;  // the pieces tell the plastic strain; not known before the first
     std::vector<std::shared_ptr<Frame>> frames_;
     std::vector<std::vector<NodeValues>> values_;  // per frame, piece by piece
+    // of the first frame's pieces
+    std::vector<std::vector<std::int32_t>> nodes_;  // as the file numbers them, from 1
+    std::vector<std::int32_t> first_element_{0};    // and the number of elements
+    std::vector<std::int32_t> removed_;             // in the frame under way
+};
+
+// Reads lists and their pieces; the first fault is told and ends it.
+class ListReader {
+public:
+    ListReader(StoredRun& stored, std::string_view log_folder, Progress& progress)
+        : reader_(stored), log_folder_(log_folder), progress_(progress) {}
+
+    // The pieces of one list, on the mesh that stands or as the first ones.
+    bool read_pieces_list(const std::string& name, bool first) {
+        std::string list;
+        FrameTag tag;
+        if (!open(name, list)) return false;
+        const auto grids = elements_named(list, "PUnstructuredGrid"), pieces = elements_named(list, "Piece");
+        if (grids.empty() || pieces.empty())
+            return refuse(name, "expected a list of pieces of an unstructured grid");
+        if (std::string why = read_tag(grids.front(), tag); !why.empty()) return refuse(name, why);
+        for (const std::string_view piece : pieces) {
+            const std::string file = beside(name, attribute(piece, "Source"));
+            PieceFile one;
+            std::string why = one.open(file, log_folder_);
+            if (why.empty()) why = first ? reader_.add(one) : reader_.add_later(one);
+            if (!why.empty()) return refuse(file, why);
+            if (progress_.cancelled()) return refuse(name, "stopped on request");
+        }
+        const std::string why = first ? reader_.finish(tag) : reader_.finish_later(tag);
+        return why.empty() || refuse(name, why);
+    }
+
+    // The frames of a history.
+    bool read_series(const std::string& name) {
+        std::string list;
+        if (!open(name, list)) return false;
+        const auto frames = elements_named(list, "DataSet");
+        if (list.find("<Collection>") == std::string::npos || frames.empty())
+            return refuse(name, "expected a list of frames");
+        for (std::size_t k = 0; k < frames.size(); ++k) {
+            const std::string file = beside(name, attribute(frames[k], "file"));
+            if (!file.ends_with(list_ending))
+                return refuse(name, "expected lists of pieces (.pvtu) as frames, got '" + file +
+                                        "': a run of one process has a result file");
+            if (!read_pieces_list(file, k == 0)) return false;
+        }
+        return true;
+    }
+
+private:
+    bool refuse(const std::string& file, const std::string& why) {
+        progress_.error("%s: %s", file.c_str(), why.c_str());
+        return false;
+    }
+    bool open(const std::string& name, std::string& text) {
+        std::string error;
+        return paths::read_text(name, text, error, log_folder_) || refuse(name, error);
+    }
+    static std::string beside(const std::string& list, std::string_view name) {
+        return paths::directory_of(list) + std::string(name);
+    }
+    static std::string read_tag(std::string_view grid, FrameTag& tag) {
+        const std::string_view analysis = attribute(grid, "analysis");
+        if (analysis.empty()) return {};
+        const auto value = parse_double(attribute(grid, "value"));
+        if ((analysis != "nonlinear" && analysis != "explicit") || !value || !std::isfinite(*value))
+            return "expected the analysis nonlinear or explicit and the value of its frame";
+        tag.type = analysis == "nonlinear" ? AnalysisType::nonlinear_static : AnalysisType::explicit_dynamics;
+        tag.value = *value;
+        return {};
+    }
+
+    PiecesReader reader_;
+    const std::string log_folder_;
+    Progress& progress_;
 };
 
 }  // namespace
 
 bool is_pieces_list(std::string_view file_name) {
-    return file_name.ends_with(".pvtu");
+    return file_name.ends_with(list_ending) || file_name.ends_with(series_ending);
 }
 
 std::optional<StoredRun> read_pieces(std::string_view file_name, std::string_view log_folder,
                                      Progress& progress) {
     const std::string name(file_name);
-    const auto refuse = [&](const std::string& file, const std::string& why) -> std::optional<StoredRun> {
-        progress.error("%s: %s", file.c_str(), why.c_str());
-        return std::nullopt;
-    };
-    std::string list, error;
-    if (!paths::read_text(name, list, error, log_folder)) return refuse(name, error);
-    const auto pieces = elements_named(list, "Piece");
-    if (list.find("<PUnstructuredGrid") == std::string::npos || pieces.empty())
-        return refuse(name, "expected a list of pieces of an unstructured grid");
     StoredRun stored;
     stored.model.model_file_name.clear();
     stored.model.source = ModelSource::displacement_file;
     stored.run.origin.file_name = name;
-    PiecesReader reader(stored);
-    for (const std::string_view piece : pieces) {
-        const std::string file = paths::directory_of(name) + std::string(attribute(piece, "Source"));
-        PieceFile one;
-        std::string why = one.open(file, log_folder);
-        if (why.empty()) why = reader.add(one);
-        if (!why.empty()) return refuse(file, why);
-        if (progress.cancelled()) return refuse(name, "stopped on request");
-    }
-    if (const std::string why = reader.finish(); !why.empty()) return refuse(name, why);
+    ListReader reader(stored, log_folder, progress);
+    if (!(name.ends_with(series_ending) ? reader.read_series(name) : reader.read_pieces_list(name, true)))
+        return std::nullopt;
     return stored;
 }
 

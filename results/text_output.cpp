@@ -239,14 +239,35 @@ bool TextOutput::finish() {
 
 std::string write_whole(std::string_view target, std::string_view log_folder,
                         const std::function<void(TextOutput&)>& fill, const Progress& progress) {
-    const std::string path = paths::to_platform(target, log_folder), held = path + ".part";
-    TextOutput file(held, progress);
+    HeldFile file;
+    std::string trouble = file.write(target, log_folder, fill, progress);
+    return trouble.empty() ? file.take_name() : trouble;
+}
+
+std::string HeldFile::write(std::string_view target, std::string_view log_folder,
+                            const std::function<void(TextOutput&)>& fill, const Progress& progress) {
+    path_ = paths::to_platform(target, log_folder);
+    held_ = path_ + ".part";
+    TextOutput file(held_, progress);
     if (file.is_open()) fill(file);
-    const bool whole = file.is_open() && file.finish();
-    if (whole && std::rename(held.c_str(), path.c_str()) == 0) return {};
-    const std::string reason = whole ? std::strerror(errno) : file.error();
-    std::remove(held.c_str());
-    return path + " cannot be written: " + reason;
+    if (file.is_open() && file.finish()) return {};
+    drop();
+    return path_ + " cannot be written: " + file.error();
+}
+
+std::string HeldFile::take_name() {
+    if (std::rename(held_.c_str(), path_.c_str()) == 0) {
+        held_.clear();
+        return {};
+    }
+    const std::string reason = std::strerror(errno);
+    drop();
+    return path_ + " cannot be written: " + reason;
+}
+
+void HeldFile::drop() {
+    if (!held_.empty()) std::remove(held_.c_str());
+    held_.clear();
 }
 
 }  // namespace kestralum

@@ -80,4 +80,21 @@ private:
 [[nodiscard]] std::string write_whole(std::string_view target, std::string_view log_folder,
                                       const std::function<void(TextOutput&)>& fill, const Progress& progress);
 
+// The same in two steps, for a file that takes its name when others are whole too. What has not taken it is
+// removed at the end.
+class HeldFile {
+public:
+    HeldFile() = default;
+    HeldFile(const HeldFile&) = delete;
+    HeldFile& operator=(const HeldFile&) = delete;
+    ~HeldFile() { drop(); }
+    [[nodiscard]] std::string write(std::string_view target, std::string_view log_folder,
+                                    const std::function<void(TextOutput&)>& fill, const Progress& progress);
+    [[nodiscard]] std::string take_name();
+    void drop();
+
+private:
+    std::string path_, held_;  // as the platform opens them; held_ is empty where nothing is held
+};
+
 }  // namespace kestralum

@@ -1,5 +1,6 @@
 #include "results/vtu_file.h"
 
+#include <cstdio>
 #include <span>
 #include <utility>
 #include <vector>
@@ -112,9 +113,9 @@ VtuGrid grid_of(const VtuPiece& of) {
 
 }  // namespace
 
-std::string write_vtu_piece(const VtuPiece& of, int piece, const Progress& progress) {
-    return write_vtu_grid(grid_of(of), vtu_piece_name(of.model.model_file_name, piece),
-                          of.run.origin.options.log_folder, progress);
+std::string hold_vtu_piece(const VtuPiece& of, int piece, const Progress& progress, HeldFile& file) {
+    return hold_vtu_grid(grid_of(of), vtu_piece_name(of.model.model_file_name, piece),
+                         of.run.origin.options.log_folder, progress, file);
 }
 
 namespace {
@@ -130,24 +131,37 @@ std::string listed(const char* section, std::span<const VtuArray> arrays) {
     return out + formatted("</P%s>\n", section);
 }
 
+// What a list of pieces is made of; attributes: further ones of the grid, behind a blank.
+struct PieceList {
+    std::string target, attributes;
+    const VtuGrid& grid;
+    std::vector<std::string> pieces;  // stored names
+};
+
+std::string write_piece_list(const PieceList& list, std::string_view log_folder, const Progress& progress) {
+    const auto fill = [&](TextOutput& file) {
+        file.write(
+            "<?xml version=\"1.0\"?>\n<VTKFile type=\"PUnstructuredGrid\" version=\"1.0\" "
+            "byte_order=\"LittleEndian\" header_type=\"UInt64\">\n<PUnstructuredGrid GhostLevel=\"0\"");
+        file.write(list.attributes + ">\n");
+        file.write(listed("PointData", list.grid.point_data));
+        file.write(listed("CellData", list.grid.cell_data));
+        file.write(listed("Points", list.grid.coordinates));
+        for (const std::string& piece : list.pieces)
+            file.write(formatted("<Piece Source=\"%s\"/>\n", paths::base_name(piece).c_str()));
+        file.write("</PUnstructuredGrid>\n</VTKFile>\n");
+    };
+    return write_whole(list.target, log_folder, fill, progress);
+}
+
 }  // namespace
 
 std::string write_pvtu(const VtuPiece& of, int pieces, const Progress& progress) {
     const VtuGrid grid = grid_of(of);
-    const auto fill = [&](TextOutput& file) {
-        file.write(
-            "<?xml version=\"1.0\"?>\n<VTKFile type=\"PUnstructuredGrid\" version=\"1.0\" "
-            "byte_order=\"LittleEndian\" header_type=\"UInt64\">\n<PUnstructuredGrid GhostLevel=\"0\">\n");
-        file.write(listed("PointData", grid.point_data));
-        file.write(listed("CellData", grid.cell_data));
-        file.write(listed("Points", grid.coordinates));
-        for (int piece = 0; piece < pieces; ++piece)
-            file.write(formatted("<Piece Source=\"%s\"/>\n",
-                                 paths::base_name(vtu_piece_name(of.model.model_file_name, piece)).c_str()));
-        file.write("</PUnstructuredGrid>\n</VTKFile>\n");
-    };
-    return write_whole(pvtu_file_name(of.model.model_file_name), of.run.origin.options.log_folder, fill,
-                       progress);
+    const std::string& model = of.model.model_file_name;
+    PieceList list{pvtu_file_name(model), "", grid, {}};
+    for (int piece = 0; piece < pieces; ++piece) list.pieces.push_back(vtu_piece_name(model, piece));
+    return write_piece_list(list, of.run.origin.options.log_folder, progress);
 }
 
 std::string pvd_file_name(std::string_view model_file_name) {
@@ -157,6 +171,35 @@ std::string pvd_file_name(std::string_view model_file_name) {
 VtuFrames::VtuFrames(const Model& model, const Run& run, PointFields more)
     : model_(model), run_(run), grid_(make_vtu_grid(model, run.mesh)), more_(std::move(more)) {}
 
+namespace {
+
+// The fields of a frame of a history.
+void add_step(const Frame& frame, const PointFields& more, std::vector<VtuArray>& arrays) {
+    add_frame(frame, "", more, arrays);
+    arrays.push_back(make_vtu_array<double>("Float64", "plastic_strain", 1, scalar(frame, 1)));
+}
+
+std::string listed_frame(double value, const std::string& stored) {
+    return formatted("<DataSet timestep=\"%.9e\" part=\"0\" file=\"%s\"/>\n", value,
+                     paths::base_name(stored).c_str());
+}
+
+std::string frame_piece_name(const VtuPiece& of, std::size_t frame, int piece) {
+    return file_name_of(of.model.model_file_name, formatted("_%06zu_p%04d.vtu", frame, piece));
+}
+
+std::string write_frame_list(const Model& model, const Run& run, const std::string& list,
+                             const Progress& progress) {
+    const auto fill = [&](TextOutput& file) {
+        file.write("<?xml version=\"1.0\"?>\n<VTKFile type=\"Collection\" version=\"1.0\">\n<Collection>\n");
+        file.write(list);
+        file.write("</Collection>\n</VTKFile>\n");
+    };
+    return write_whole(pvd_file_name(model.model_file_name), run.origin.options.log_folder, fill, progress);
+}
+
+}  // namespace
+
 std::string VtuFrames::add(const Frame& frame, const Progress& progress) {
     const std::string target = file_name_of(model_.model_file_name, formatted("_%06zu.vtu", ++frames_));
     if (frame.removed != removed_) {
@@ -165,21 +208,49 @@ std::string VtuFrames::add(const Frame& frame, const Progress& progress) {
     }
     std::vector<VtuArray>& arrays = grid_.point_data;
     arrays.clear();
-    add_frame(frame, "", more_, arrays);
-    arrays.push_back(make_vtu_array<double>("Float64", "plastic_strain", 1, scalar(frame, 1)));
+    add_step(frame, more_, arrays);
     const std::string trouble = write_vtu_grid(grid_, target, run_.origin.options.log_folder, progress);
-    list_ += formatted("<DataSet timestep=\"%.9e\" part=\"0\" file=\"%s\"/>\n", frame.n_freq,
-                       paths::base_name(target).c_str());
+    list_ += listed_frame(frame.n_freq, target);
     return trouble;
 }
 
 std::string VtuFrames::write_list(const Progress& progress) const {
-    const auto fill = [&](TextOutput& file) {
-        file.write("<?xml version=\"1.0\"?>\n<VTKFile type=\"Collection\" version=\"1.0\">\n<Collection>\n");
-        file.write(list_);
-        file.write("</Collection>\n</VTKFile>\n");
-    };
-    return write_whole(pvd_file_name(model_.model_file_name), run_.origin.options.log_folder, fill, progress);
+    return write_frame_list(model_, run_, list_, progress);
+}
+
+VtuPieceFrames::VtuPieceFrames(const VtuPiece& of, int piece)
+    : of_(of), piece_(piece), grid_(make_vtu_grid(of.model, of.run.mesh)) {}
+
+std::string VtuPieceFrames::hold(const Frame& frame, const Progress& progress, HeldFile& file) {
+    ++frames_;
+    value_ = frame.n_freq;
+    if (frame.removed != removed_) {
+        removed_ = frame.removed;
+        grid_ = make_vtu_grid(of_.model, of_.run.mesh, removed_);
+    }
+    std::vector<VtuArray>& arrays = grid_.point_data;
+    arrays.clear();
+    add_step(frame, {}, arrays);
+    arrays.push_back(make_vtu_array<std::int32_t>("Int32", "node", 1, of_.node));
+    return hold_vtu_grid(grid_, frame_piece_name(of_, frames_, piece_), of_.run.origin.options.log_folder,
+                         progress, file);
+}
+
+std::string VtuPieceFrames::write_lists(int pieces, const Progress& progress) {
+    const char* const analysis =
+        of_.run.ana_type == AnalysisType::nonlinear_static ? "nonlinear" : "explicit";
+    PieceList list{file_name_of(of_.model.model_file_name, formatted("_%06zu.pvtu", frames_)),
+                   formatted(" analysis=\"%s\" value=\"%.17g\"", analysis, value_),
+                   grid_,
+                   {}};
+    for (int piece = 0; piece < pieces; ++piece) list.pieces.push_back(frame_piece_name(of_, frames_, piece));
+    const std::string& folder = of_.run.origin.options.log_folder;
+    if (frames_ == 1)  // that of an earlier run names these files
+        std::remove(paths::to_platform(pvd_file_name(of_.model.model_file_name), folder).c_str());
+    std::string trouble = write_piece_list(list, folder, progress);
+    if (!trouble.empty()) return trouble;
+    list_ += listed_frame(value_, list.target);
+    return write_frame_list(of_.model, of_.run, list_, progress);
 }
 
 bool write_vtu_frames(const Model& model, const Run& run, Progress& progress, const PointFields& more) {

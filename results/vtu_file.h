@@ -35,7 +35,8 @@ bool write_vtu(const Model& model, const Run& run, Progress& progress, const Poi
 // One of the pieces that together are the grid of a run whose elements lie on several processes,
 // "log\NAME_p0007.vtu", and the list of them that ParaView opens, "log\NAME.pvtu"; `run` has the elements and
 // nodes of the piece, its fields are those of every piece; node: per node its number in the whole, from 1, as
-// the point data "node". What went wrong, empty if nothing.
+// the point data "node". The piece is to take its name when those of all processes are whole, the list comes
+// when they have. What went wrong, empty if nothing.
 std::string vtu_piece_name(std::string_view model_file_name, int piece);
 std::string pvtu_file_name(std::string_view model_file_name);
 struct VtuPiece {
@@ -43,7 +44,8 @@ struct VtuPiece {
     const Run& run;
     std::span<const std::int32_t> node;
 };
-[[nodiscard]] std::string write_vtu_piece(const VtuPiece& of, int piece, const Progress& progress);
+[[nodiscard]] std::string hold_vtu_piece(const VtuPiece& of, int piece, const Progress& progress,
+                                         HeldFile& file);
 [[nodiscard]] std::string write_pvtu(const VtuPiece& of, int pieces, const Progress& progress);
 
 // Every frame of a history as "log\NAME_000001.vtu" and on, with the equivalent plastic strain as point
@@ -70,6 +72,30 @@ private:
     std::vector<std::int32_t> removed_;  // have no cell in grid_
     VtuGrid grid_;
     PointFields more_;
+};
+
+// The frames of a history whose elements lie on several processes, each as pieces with the fields that it has
+// above and "node", "log\NAME_000001_p0007.vtu", and a list of them, "log\NAME_000001.pvtu", which tells in
+// attributes the analysis ("nonlinear", "explicit") and the frame's load factor or time; "log\NAME.pvd" lists
+// the frames. As for one piece what a frame has lost comes from Frame::removed, elements of the piece.
+class VtuPieceFrames {
+public:
+    // what it is made of stays where it is; of.run has no frames
+    VtuPieceFrames(const VtuPiece& of, int piece);
+    // This process' piece of the next frame. What went wrong, empty if nothing, like all that follows.
+    [[nodiscard]] std::string hold(const Frame& frame, const Progress& progress, HeldFile& file);
+    // Of one process, when the pieces of this frame have their names: its list, then that of the frames. The
+    // list of an earlier run goes with the first frame.
+    [[nodiscard]] std::string write_lists(int pieces, const Progress& progress);
+
+private:
+    VtuPiece of_;
+    int piece_;
+    std::string list_;
+    std::size_t frames_ = 0;
+    double value_ = 0;                   // of the last frame
+    std::vector<std::int32_t> removed_;  // have no cell in grid_
+    VtuGrid grid_;
 };
 
 }  // namespace kestralum

@@ -93,8 +93,8 @@ VtuGrid make_vtu_grid(const Model& model, const Mesh& mesh, std::span<const std:
     return grid;
 }
 
-std::string write_vtu_grid(const VtuGrid& grid, std::string_view target, std::string_view log_folder,
-                           const Progress& progress) {
+std::string hold_vtu_grid(const VtuGrid& grid, std::string_view target, std::string_view log_folder,
+                          const Progress& progress, HeldFile& held) {
     const auto fill = [&](TextOutput& file) {
         file.write(make_xml(grid));
         for (const auto& [section, arrays] : sections_of(grid))
@@ -105,7 +105,14 @@ std::string write_vtu_grid(const VtuGrid& grid, std::string_view target, std::st
             }
         file.write("\n</AppendedData>\n</VTKFile>\n");
     };
-    return write_whole(target, log_folder, fill, progress);
+    return held.write(target, log_folder, fill, progress);
+}
+
+std::string write_vtu_grid(const VtuGrid& grid, std::string_view target, std::string_view log_folder,
+                           const Progress& progress) {
+    HeldFile file;
+    std::string trouble = hold_vtu_grid(grid, target, log_folder, progress, file);
+    return trouble.empty() ? file.take_name() : trouble;
 }
 
 }  // namespace kestralum

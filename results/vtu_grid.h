@@ -45,6 +45,10 @@ VtuGrid make_vtu_grid(const Model& model, const Mesh& mesh, std::span<const std:
 // The file takes its name when it is whole. What went wrong, empty if nothing.
 [[nodiscard]] std::string write_vtu_grid(const VtuGrid& grid, std::string_view target,
                                          std::string_view log_folder, const Progress& progress);
+// The same, but the name is left to the caller to take.
+[[nodiscard]] std::string hold_vtu_grid(const VtuGrid& grid, std::string_view target,
+                                        std::string_view log_folder, const Progress& progress,
+                                        HeldFile& file);
 
 // Local nodes of an element in VTK's order, which for these kinds is that of Abaqus too.
 std::span<const int> vtk_node_order(ElementKind kind);

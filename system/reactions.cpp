@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "elements/symmetric3.h"
+#include "model/symmetric3.h"
 #include "model/selection.h"
 #include "system/support_springs.h"
 

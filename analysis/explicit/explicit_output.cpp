@@ -309,7 +309,8 @@ void tell_course(Job& job, const ExplicitState& s) {
                   s.energies.kinetic, s.energies.internal, s.energies.plastic, s.drift));
 }
 
-// The frame and the row of a run of several processes, on the first one; the others keep its time.
+// The frame and the row of a run of several processes, on the first one; the others keep its time. So does
+// the first one where the stresses stay with those that have them.
 void store_gathered(Job& job, ExplicitState& s) {
     add_up(s);
     balance(s);
@@ -326,7 +327,7 @@ void store_gathered(Job& job, ExplicitState& s) {
         std::copy_n(&all.residual[3 * std::size_t(of_run[n])], 3, &residual[3 * n]);
         std::copy_n(&all.u[3 * std::size_t(of_run[n])], 3, &u[3 * n]);
     }
-    frame->reaction = of_run_nodes(job, find_reactions(job, s, residual, u, s.piece->driven));
+    std::vector<double> reaction = of_run_nodes(job, find_reactions(job, s, residual, u, s.piece->driven));
     job.steps = here;
     const auto motion_of = [&](std::int32_t n) {
         const std::size_t at = 3 * n;
@@ -334,6 +335,8 @@ void store_gathered(Job& job, ExplicitState& s) {
     };
     add_row(s, [&](std::int32_t n) { return motion_of(of_run[n]); });
     tell_course(job, s);
+    if (all.node_stress.empty()) return;  // on disk, from every process its own
+    frame->reaction = std::move(reaction);
     frame->mode_vec = all.u;
     frame->node_stress = all.node_stress;
     take_motion(s, static_cast<std::int32_t>(all.u.size()), motion_of, *frame);

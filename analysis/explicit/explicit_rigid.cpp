@@ -4,7 +4,7 @@
 #include <cmath>
 #include <utility>
 
-#include "elements/symmetric3.h"
+#include "model/symmetric3.h"
 #include "model/format.h"
 #include "solver/dense_eigen.h"
 #include "system/load_set.h"

@@ -25,7 +25,8 @@ struct StepFault {
     std::string text;
 };
 
-// Values of all nodes and elements of the run, in its order; on the first process alone.
+// Values of all nodes and elements of the run, in its order; on the first process alone. Stresses are empty
+// where each process has written its own.
 struct GatheredFrame {
     std::vector<double> u, v, v_new, residual;  // 3 per node
     std::vector<double> node_stress;            // as in Frame

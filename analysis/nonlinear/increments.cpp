@@ -34,12 +34,12 @@ bool check_materials(Job& job) {
     return true;
 }
 
-// Frames of the whole run and what is kept for the logs.
-bool check_memory(Job& job, std::size_t increments) {
+// Frames of the whole run and what is kept for the logs: without frames the internal forces.
+bool check_memory(Job& job, std::size_t increments, bool frames) {
     const double dofs = job.model.mesh.dof_num(), elements = job.model.mesh.element_num();
     constexpr double of_element = 8 + 0.5 * (6 + 6 + 1);  // points' Mises stresses, the frame's means
-    const double megabytes =
-        8e-6 * static_cast<double>(increments) * ((3 + stress_groups) * dofs + of_element * elements);
+    const double values = frames ? (3 + stress_groups) * dofs + of_element * elements : dofs;
+    const double megabytes = 8e-6 * static_cast<double>(increments) * values;
     const double most = machine_megabytes();
     return megabytes < most ||
            job.fail(RunStatus::bad_input,
@@ -47,14 +47,14 @@ bool check_memory(Job& job, std::size_t increments) {
                               megabytes / 1e3, most / 1e3));
 }
 
-void store_frame(Job& job, NewtonBody& body, std::vector<double> reaction, IncrementReport& increment) {
+bool store_frame(Job& job, NewtonBody& body, std::vector<double> reaction, IncrementReport& increment) {
     const auto frame = std::make_shared<Frame>();
     frame->mode_vec = body.u;
     frame->reaction = std::move(reaction);
     frame->n_freq = increment.factor;
     for (std::int32_t n = 0; n < job.mesh().node_num(); ++n)
         increment.largest_displacement = std::max(increment.largest_displacement, norm(triple(body.u, n)));
-    body.store(frame, increment);
+    return body.store(frame, increment);
 }
 
 void print_increment(Progress& progress, const DofNumbering& numbering, const std::vector<double>& u_before,
@@ -119,7 +119,8 @@ struct Increments {
     NonlinearHistory& history;
     double factor_before = 0, work = 0;
 
-    void take(IncrementReport& increment, const std::vector<double>& u_before,
+    // False with the status set where its frame cannot be written; it stands all the same.
+    bool take(IncrementReport& increment, const std::vector<double>& u_before,
               std::span<const RigidState> states_before) {
         NonlinearReport& nonlinear = job.report().nonlinear;
         const std::size_t number = nonlinear.increments.size() + 1;
@@ -138,10 +139,11 @@ struct Increments {
         solver.keep_turns();
         std::vector<double> reaction;
         increment.supports = reactions_of(job, freedoms, body, solver, reaction);
-        store_frame(job, body, std::move(reaction), increment);
+        const bool stored = store_frame(job, body, std::move(reaction), increment);
         report_sections(job, freedoms, body, solver);
         history.add(job, increment, solver.internal(), body);
         nonlinear.increments.push_back(increment);
+        return stored;
     }
 };
 
@@ -166,7 +168,7 @@ bool run_increment(Increments& done, double factor, int may_be_halved, bool& hal
         job.report().remarks.errors.clear();  // what the factor said is in the text
         return job.fail(RunStatus::failed, text);
     }
-    done.take(increment, u_before, states_before);
+    if (!done.take(increment, u_before, states_before)) return false;
     if (solver.outcome != NewtonOutcome::unconverged) return true;
     if (job.settings.nl_static != 1) return job.fail(RunStatus::failed, text);
     job.note(text);
@@ -239,9 +241,10 @@ bool check_factors(Job& job) {
 
 }  // namespace
 
-bool check_nonlinear(Job& job) {
+bool check_nonlinear(Job& job, bool keeps_frames) {
     if (!check_analysable(job) || !check_case(job) || !check_materials(job)) return false;
-    if (job.options.factors.empty() && !check_memory(job, std::max(job.model.mode_count, 1))) return false;
+    if (job.options.factors.empty() && !check_memory(job, std::max(job.model.mode_count, 1), keeps_frames))
+        return false;
     return check_factors(job);
 }
 
@@ -294,12 +297,12 @@ bool run_nonlinear(Job& job, const Freedoms& freedoms, NewtonBody& body, Nonline
     return body.await_file();
 }
 
-void write_nonlinear(Job& job, const NonlinearHistory& history) {
+void write_nonlinear(Job& job, const NonlinearHistory& history, bool keeps_frames) {
     job.clock.begin("write");
     RunReport& report = job.report();
     report.kept = true;
     report.nonlinear.history_written = history.write(job);
-    if (report.status != RunStatus::cancelled) {
+    if (keeps_frames && report.status != RunStatus::cancelled) {
         report.written = write_results(job.model, job.run, job.run.mode_num(), Publish::now, job.progress);
         if (!report.written) job.fail_to_write("the result file cannot be written");
     }

@@ -9,8 +9,9 @@
 
 namespace kestralum {
 
-// False with status bad_input: the model, its materials, load factors or settings cannot be run.
-bool check_nonlinear(Job& job);
+// False with status bad_input: the model, its materials, load factors or settings cannot be run, or the
+// frames, where they are kept, are too many for the memory.
+bool check_nonlinear(Job& job, bool keeps_frames = true);
 
 // The materials as the points take them; says which law runs where the control file leaves a doubt.
 std::vector<PlasticMaterial> point_materials(Job& job);
@@ -21,7 +22,7 @@ std::vector<std::int32_t> element_materials(const Model& model, const Mesh& mesh
 // others.
 bool run_nonlinear(Job& job, const Freedoms& freedoms, NewtonBody& body, NonlinearHistory& history);
 
-// The result file, the logs and the history.
-void write_nonlinear(Job& job, const NonlinearHistory& history);
+// The logs, the history and, of frames that are kept, the result file.
+void write_nonlinear(Job& job, const NonlinearHistory& history, bool keeps_frames = true);
 
 }  // namespace kestralum

@@ -70,9 +70,11 @@ public:
     // Whether this process keeps the frames and writes the files.
     virtual bool keeps() const { return true; }
     // Adds a frame of u to the run, with its nodal stresses and the elements' means, where this process keeps
-    // it; the increment gets the share of the volume that has yielded.
-    virtual void store(std::shared_ptr<Frame> frame, IncrementReport& increment) = 0;
-    // Mises stress of all points, element after element, N/m^2; where this process keeps the frames.
+    // it; the increment gets the share of the volume that has yielded. False with the status set where a file
+    // of the frame cannot be written.
+    virtual bool store(std::shared_ptr<Frame> frame, IncrementReport& increment) = 0;
+    // Mises stress of all points, element after element, N/m^2; where this process keeps the frames. Empty
+    // where each process keeps its own.
     virtual std::vector<double> mises() const = 0;
     // Nodal forces of single elements; empty where they are not all here.
     virtual ElementForces element_forces() const { return {}; }

@@ -110,7 +110,7 @@ void NonlinearHistory::add(Job& job, const IncrementReport& increment, std::span
     std::vector<double> stresses = body.mises();
     if (!body.keeps()) return;
     Q.emplace_back(internal.begin(), internal.end());
-    mises.push_back(std::move(stresses));
+    if (!stresses.empty()) mises.push_back(std::move(stresses));
     std::vector<double>& row = job.run.history.values;
     row.insert(row.end(),
                {increment.factor, static_cast<double>(increment.iterations), increment.ratio,
@@ -121,7 +121,7 @@ void NonlinearHistory::add(Job& job, const IncrementReport& increment, std::span
 }
 
 bool NonlinearHistory::write(Job& job) const {
-    const bool stress = write_integ_stress(*this, job);
+    const bool stress = mises.empty() || write_integ_stress(*this, job);
     const bool forces = write_Q(*this, job);
     return write_history(job.run.history, job) && stress && forces;
 }

@@ -11,8 +11,8 @@
 
 namespace kestralum {
 
-// Per increment: internal forces, Mises stresses of all points; the run's rows of the history with the
-// probes' displacements.
+// Per increment: internal forces, Mises stresses of all points (none where each process keeps its own); the
+// run's rows of the history with the probes' displacements.
 struct NonlinearHistory {
     std::vector<std::vector<double>> Q;      // increment × equations, N
     std::vector<std::vector<double>> mises;  // increment × points, N/m^2

@@ -150,7 +150,7 @@ bool WholeBody::set_heat(const LoadSet& loads, double factor) {
     return !strain.empty();
 }
 
-void WholeBody::store(std::shared_ptr<Frame> frame, IncrementReport& increment) {
+bool WholeBody::store(std::shared_ptr<Frame> frame, IncrementReport& increment) {
     const BodyResults results = results_of(body_, freedoms_.node_elements, job_.progress);
     frame->node_stress = results.nodal;
     frame->element_stress = results.stress;
@@ -158,6 +158,7 @@ void WholeBody::store(std::shared_ptr<Frame> frame, IncrementReport& increment) 
     frame->element_plastic = results.plastic;
     increment.plastic_share = plastic_share(body_);
     job_.run.results.push_back(std::move(frame));
+    return true;
 }
 
 std::vector<double> WholeBody::mises() const {

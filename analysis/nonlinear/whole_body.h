@@ -34,7 +34,7 @@ public:
     void commit() override { body_.commit(); }
     void restart() override { body_.restart(); }
 
-    void store(std::shared_ptr<Frame> frame, IncrementReport& increment) override;
+    bool store(std::shared_ptr<Frame> frame, IncrementReport& increment) override;
     std::vector<double> mises() const override;
     ElementForces element_forces() const override;
     void find_largest() override { report_largest(job_, *job_.run.results.back()); }

@@ -25,8 +25,8 @@ CommandLine describe(LargeCommand& options) {
     line.add_text("--log", "DIR", "writes there instead of log; one run at a time in a folder",
                   options.log_folder);
     line.add_flag("--vtu",
-                  "static, eigen: writes a piece for ParaView from every rank and NAME.pvtu instead of the\n"
-                  "result file",
+                  "writes a piece for ParaView from every rank and NAME.pvtu instead of the result file;\n"
+                  "nonlinear, explicit: for each frame as it is reached, and NAME.pvd",
                   options.vtu);
     line.add_text("--case", "NAME", "the load case or combination that acts", options.load_case);
     line.add_value("--hexahedra", "FORM", "full, enhanced or mean-dilatation, in place of the model's",

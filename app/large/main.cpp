@@ -75,6 +75,14 @@ void tell_ranks(const Team& team, const Run& run, Progress& progress) {
                      all / team.size());
 }
 
+// The list that ParaView opens, its stored name; empty where there is none. What a history has reached stays
+// listed however it ends.
+std::string list_for_paraview(const Model& model, const Run& run) {
+    if (has_steps(run.ana_type))
+        return run.report.listed_frames > 0 ? pvd_file_name(model.model_file_name) : std::string();
+    return run.report.has_results() ? pvtu_file_name(model.model_file_name) : std::string();
+}
+
 ExitStatus run_analysis(const Team& team, const LargeCommand& command, Progress& progress) {
     Settings settings;
     Input input;
@@ -87,18 +95,14 @@ ExitStatus run_analysis(const Team& team, const LargeCommand& command, Progress&
     options.run.frames_on_disk = true;
     options.pieces = command.vtu;
     const Run run = analyse_large(team, command.analysis, input.model, settings, options, progress);
-    if (team.first()) {
-        const std::string vtu = run.report.has_results() && command.vtu
-                                    ? pvtu_file_name(input.model.model_file_name)
-                                    : std::string();
+    if (team.first())
         print_run_summary({.model = input.model,
                            .run = run,
                            .read = &input.read,
                            .control = &input.control,
-                           .vtu = vtu,
+                           .vtu = command.vtu ? list_for_paraview(input.model, run) : std::string(),
                            .factor_files = {}},
                           progress);
-    }
     tell_ranks(team, run, progress);
     if (team.first())
         for (const std::string& error : run.report.remarks.errors) progress.error("%s", error.c_str());

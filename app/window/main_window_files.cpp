@@ -268,7 +268,7 @@ void MainWindow::showDispFileDialog() {
 
 void MainWindow::open_any(const QString& name) {
     const QString file = file_of(name);
-    if (file.startsWith("result_") || file.endsWith(".pvtu"))
+    if (file.startsWith("result_") || file.endsWith(".pvtu") || file.endsWith(".pvd"))
         open_results(name);
     else if (file.startsWith("disp_"))
         open_displacements(name);

@@ -1,8 +1,12 @@
 // Opening models, results and displacements: what is shown, asked and told.
+#include <QDropEvent>
 #include <QFileDialog>
 #include <QLineEdit>
+#include <QMimeData>
+#include <numeric>
 
 #include "app/window_fixture.h"
+#include "results/vtu_file.h"
 
 using namespace kestralum;
 using namespace kestralum::testing;
@@ -120,6 +124,40 @@ TEST_F(Files, ReadsBackWhatAnAnalysisWrote) {
     run("&Update Model");
     EXPECT_FALSE(model().materials.empty());
     EXPECT_FALSE(state().result_ready);
+}
+
+// A history in pieces, opened from its list and, by drop, a frame of it.
+TEST_F(Files, ReadsBackAHistoryInPieces) {
+    ASSERT_TRUE(open("step_num 3 %\n" + bar_text, "bar.txt"));
+    run("&Nonlinear Static");
+    const SharedRun made = shown_run();
+    ASSERT_TRUE(made && made->mode_num() == 3);
+    std::vector<std::int32_t> node(made->mesh.node_num());
+    std::iota(node.begin(), node.end(), 1);
+    VtuPieceFrames files({model(), *made, node}, 0);
+    Collected said;
+    for (const auto& frame : made->results) {
+        HeldFile file;
+        ASSERT_EQ(files.hold(*frame, said, file), "");
+        ASSERT_EQ(file.take_name(), "");
+        ASSERT_EQ(files.write_lists(1, said), "");
+    }
+    choose("&Open Result File", folder.file("log/bar.pvd"));
+    ASSERT_TRUE(shown_run() != made && shown().mode_num() == 3) << status();
+    EXPECT_EQ(shown().ana_type(), AnalysisType::nonlinear_static);
+    for (std::size_t k = 0; k < 3; ++k) {
+        EXPECT_EQ(shown_run()->results[k]->n_freq, made->results[k]->n_freq);
+        EXPECT_EQ(shown_run()->results[k]->mode_vec, made->results[k]->mode_vec);
+    }
+    QMimeData data;
+    data.setUrls({QUrl::fromLocalFile(QString::fromStdString(folder.file("log/bar_000002.pvtu")))});
+    QDragEnterEvent enter(QPoint(50, 50), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(window.get(), &enter);
+    QDropEvent drop(QPointF(50, 50), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(window.get(), &drop);
+    wait_for([&] { return shown().mode_num() == 1; });
+    wait_idle();
+    EXPECT_EQ(shown_run()->results[0]->n_freq, made->results[1]->n_freq);
 }
 
 }  // namespace

@@ -127,6 +127,15 @@ protected:
         return large.history.value(row, column);
     }
 
+    // A block that flies onto a ball of a wall, whose elements go.
+    bool read_wearing_block() {
+        return read(
+            ModelText{.material = "7800 2e11 0.3", .parts = rect("B", "0.04 0.02 0.02", "12 5 5")},
+            "end_time 60e-6 output_frequency 40 linear_viscosity 0.06 quadratic_viscosity 1.2 Plastic on "
+            "MATERIAL_EXTRA_INFO M 0 3e8 1e8 erode=0.25 % RIGID_WALL STAMP sphere +x 0.005 0 0.1 0.2 -0.0051 "
+            "-0.0051 0.0105 0.0105 0.01 0.01 0 0 0 % INITIAL_VELOCITY B part x -250 0 0 0 0 0 0 %");
+    }
+
     kestralum::Run large;
     double held = 0;  // N: the largest reaction of a node in a run
 };
@@ -303,11 +312,7 @@ TEST_F(LargeExplicit, RigidBodiesAreLedAlike) {
 
 // What is laid bare on one rank meets walls on all that have the node.
 TEST_F(LargeExplicit, ElementsThatAreWornOutGoOnAllRanks) {
-    ASSERT_TRUE(read(
-        ModelText{.material = "7800 2e11 0.3", .parts = rect("B", "0.04 0.02 0.02", "12 5 5")},
-        "end_time 60e-6 output_frequency 40 linear_viscosity 0.06 quadratic_viscosity 1.2 Plastic on "
-        "MATERIAL_EXTRA_INFO M 0 3e8 1e8 erode=0.25 % RIGID_WALL STAMP sphere +x 0.005 0 0.1 0.2 -0.0051 "
-        "-0.0051 0.0105 0.0105 0.01 0.01 0 0 0 % INITIAL_VELOCITY B part x -250 0 0 0 0 0 0 %"));
+    ASSERT_TRUE(read_wearing_block());
     expect_agreement(1e-8);
     if (!team.first()) return;
     EXPECT_GT(large.report.dynamics.eroded_elements, 6);
@@ -388,30 +393,36 @@ public:
 TEST_F(LargeExplicit, AStopOnOneRankLeavesTheFilesOfWhatWasReached) {
     ASSERT_TRUE(read(ModelText{.parts = rect("A", "1 0.1 0.1", "24 3 3")},
                      "end_time 1 output_frequency 10 INITIAL_VELOCITY A part x 1 0 0 0 0 0 0 %"));
-    StopsInAStep stops;
-    LargeOptions chosen{.run = options, .pieces = false};
-    chosen.run.log_folder = log_folder;
-    Progress& here = team.rank() == team.size() - 1 ? static_cast<Progress&>(stops) : said;
-    const kestralum::Run run = analyse_large(team, "explicit", model, settings, chosen, here);
-    EXPECT_EQ(run.report.status, RunStatus::cancelled);
-    EXPECT_NE(joined(run.report.remarks.errors).find("stopped on request after step 4"), std::string::npos)
-        << joined(run.report.remarks.errors);
-    EXPECT_EQ(run.report.dynamics.frames, 5);
-    if (!team.first()) return;
-    EXPECT_EQ(run.results.size(), 5u);
-    Collected reads;  // the run has stopped `said` too
-    const auto back = read_result_file(result_file_name(model.model_file_name), log_folder, reads);
-    ASSERT_TRUE(back) << reads.errors;
-    EXPECT_EQ(back->run.results.size(), 5u);
+    for (const bool pieces : {false, true}) {
+        StopsInAStep stops;
+        Collected goes_on;  // until the run stops it too
+        LargeOptions chosen{.run = options, .pieces = pieces};
+        chosen.run.log_folder = log_folder;
+        Progress& here = team.rank() == team.size() - 1 ? static_cast<Progress&>(stops) : goes_on;
+        const kestralum::Run run = analyse_large(team, "explicit", model, settings, chosen, here);
+        EXPECT_EQ(run.report.status, RunStatus::cancelled);
+        EXPECT_NE(joined(run.report.remarks.errors).find("stopped on request after step 4"),
+                  std::string::npos)
+            << joined(run.report.remarks.errors);
+        EXPECT_EQ(run.report.dynamics.frames, 5);
+        EXPECT_EQ(run.report.listed_frames, pieces ? 5 : 0);
+        EXPECT_EQ(run.report.dynamics.history_written, team.first());
+        if (!team.first()) continue;
+        EXPECT_EQ(run.results.size(), 5u);
+        Collected reads;
+        const auto back = pieces
+                              ? read_series()
+                              : read_result_file(result_file_name(model.model_file_name), log_folder, reads);
+        ASSERT_TRUE(back) << reads.errors;
+        EXPECT_EQ(back->run.results.size(), 5u);
+    }
 }
 
 // What one process alone has is refused with a line, and nothing is written.
 TEST_F(LargeExplicit, WhatDoesNotGoIsRefused) {
-    const std::string one = rect("A", "1 1 1", "2 2 2");
-    const auto refused = [&](const ModelText& text, const std::string& control, const std::string& what,
-                             bool pieces = false) {
-        ASSERT_TRUE(read(text, "end_time 1e-4 " + control));
-        const kestralum::Run run = run_large("explicit", "auto", pieces);
+    const auto refused = [&](const std::string& what) {
+        ASSERT_TRUE(read(ModelText{.parts = rect("A", "1 1 1", "2 2 2")}, "end_time 1e-4"));
+        const kestralum::Run run = run_large("explicit");
         EXPECT_EQ(run.report.status, RunStatus::bad_input) << what;
         ASSERT_EQ(run.report.remarks.errors.size(), 1u);
         EXPECT_EQ(run.report.remarks.errors[0],
@@ -420,7 +431,78 @@ TEST_F(LargeExplicit, WhatDoesNotGoIsRefused) {
         EXPECT_FALSE(std::filesystem::exists(log_folder + "/result_model.txt"));
         EXPECT_FALSE(std::filesystem::exists(log_folder + "/frames_model.txt"));
     };
-    refused({.parts = one}, "", "--vtu", true);
+    options.checkpoint_seconds = 60;
+    refused("--checkpoint");
+}
+
+// The pieces of every frame, read back, are the frames of one process; the history and the largest values are
+// found all the same.
+TEST_F(LargeExplicit, PiecesOfEveryFrameAreTheFramesOfOneProcess) {
+    // the nodes of elements, whatever their order
+    const auto nodes_of = [](const Mesh& mesh, const std::vector<std::int32_t>& elements) {
+        std::vector<std::vector<std::int32_t>> out;
+        for (const std::int32_t e : elements)
+            out.emplace_back(mesh.element(e).begin(), mesh.element(e).end());
+        std::ranges::sort(out);
+        return out;
+    };
+    const auto expect_pieces = [&](double tolerance = 1e-9) {
+        large = run_large("explicit", "auto", true);
+        const kestralum::Run alone = run_alone("explicit");
+        ASSERT_EQ(large.report.status, RunStatus::done) << joined(large.report.remarks.errors);
+        EXPECT_GT(alone.mode_num(), 2);
+        EXPECT_EQ(large.report.listed_frames, alone.mode_num());
+        EXPECT_EQ(large.report.dynamics.frames, alone.mode_num());
+        EXPECT_FALSE(large.report.written || large.report.dynamics.displacements_written);
+        for (const auto& [got, exact] :
+             {std::pair{large.report.largest_mises, alone.report.largest_mises},
+              {large.report.largest_displacement, alone.report.largest_displacement}}) {
+            EXPECT_NEAR(got.value, exact.value, tolerance * exact.value);
+            for (std::size_t c = 0; c < 3; ++c) EXPECT_EQ(got.place[c], alone.mesh.node(got.node - 1)[c]);
+        }
+        if (!team.first()) return;
+        EXPECT_TRUE(large.report.dynamics.history_written);
+        for (const char* file : {"/result_model.txt", "/disp_model.txt", "/frames_model.txt"})
+            EXPECT_FALSE(std::filesystem::exists(log_folder + file)) << file;
+        expect_rows(alone.history, tolerance);
+        const auto back = read_series();
+        ASSERT_TRUE(back);
+        EXPECT_EQ(back->run.ana_type, AnalysisType::explicit_dynamics);
+        EXPECT_EQ(back->run.mesh.coordinates, alone.mesh.coordinates);
+        EXPECT_EQ(back->run.mesh.element_num(), alone.mesh.element_num());
+        ASSERT_EQ(back->run.results.size(), alone.results.size());
+        for (std::size_t k = 0; k < alone.results.size(); ++k) {
+            SCOPED_TRACE(k);
+            expect_fields(*back->run.results[k], *alone.results[k], tolerance, tolerance, tolerance);
+            EXPECT_EQ(nodes_of(back->run.mesh, back->run.results[k]->removed),
+                      nodes_of(alone.mesh, alone.results[k]->removed));
+        }
+    };
+    ASSERT_TRUE(
+        read(ModelText{.material = "8930 117e9 0.35", .parts = rect("ROD", "3.2e-3 3.2e-3 16e-3", "4 4 20")},
+             "d_time 1e-8 end_time 4e-6 output_frequency 200 Plastic on MATERIAL_EXTRA_INFO M "
+             "117e9/(2*(1+0.35)) 400e6 100e6 % RIGID_WALL ANVIL plane +z 0 0 0 0.1 0 0 0 0 0 0 0 0 0 % "
+             "INITIAL_VELOCITY ROD part z -227 0 0 0 0 0 0 %"));
+    expect_pieces();
+    ASSERT_TRUE(read(box(ElementKind::tetrahedron10, {{8, 3, 3}, {0.2, 0.07, 0.05}},
+                         "set_info ALL patch 0 0.035 0.025 91 %\n", "S plane x 0 0 0 0 0 0",
+                         "P pressure ALL 1e14*time*(1+x)"),
+                     "d_time auto end_time 3e-5 output_time 1e-5"));
+    expect_pieces();
+    // fewer elements than ranks
+    ASSERT_TRUE(read(ModelText{.material = "8000 2e11 0.3", .parts = rect("BAR", "0.3 0.1 0.1", "3 1 1")},
+                     "d_time 4e-6 end_time 4e-4 output_frequency 50" + steel_wall +
+                         "INITIAL_VELOCITY BAR part x -10 0 0 0 0 0 0 %"));
+    expect_pieces();
+    ASSERT_TRUE(read_wearing_block());
+    expect_pieces(1e-8);
+    EXPECT_GT(large.report.dynamics.eroded_elements, 6);
+}
+
+TEST_F(LargeExplicit, APieceThatCannotBeWrittenEndsAllRanksWithOneLine) {
+    ASSERT_TRUE(read(ModelText{.parts = rect("A", "1 0.1 0.1", "24 3 3")},
+                     "end_time 1 output_frequency 10 INITIAL_VELOCITY A part x 1 0 0 0 0 0 0 %"));
+    expect_end_at_second_frame("explicit");
 }
 
 }  // namespace

@@ -1,11 +1,13 @@
 // The nonlinear static analysis on several ranks against that of one process.
 #include <sstream>
 
+#include "analysis/nonlinear/increments.h"
 #include "input/analysis_info_reader.h"
 #include "large/solver.h"
 #include "large_run.h"
 #include "model/paths.h"
 #include "results/result_file.h"
+#include "solver/memory_limits.h"
 
 namespace kestralum::testing {
 namespace {
@@ -272,18 +274,71 @@ TEST_F(LargeNonlinear, EndsAsOneProcessDoes) {
     }
 }
 
-TEST_F(LargeNonlinear, AFreeBodyAndPiecesAreRefused) {
+TEST_F(LargeNonlinear, AFreeBodyIsRefused) {
     ASSERT_TRUE(read(ModelText{.parts = rect("A", "1 1 1", "3 3 3"), .forces = "P area z 1000 0 1 0 1 1 1"}));
     const kestralum::Run loose = run_large("nonlinear");
     EXPECT_EQ(loose.report.status, RunStatus::failed);
     ASSERT_EQ(loose.report.remarks.errors.size(), 1u);
     EXPECT_NE(loose.report.remarks.errors[0].find("the body is free"), std::string::npos);
     const kestralum::Run pieces = run_large("nonlinear", "auto", true);
-    EXPECT_EQ(pieces.report.status, RunStatus::bad_input);
-    ASSERT_EQ(pieces.report.remarks.errors.size(), 1u);
-    EXPECT_NE(pieces.report.remarks.errors[0].find("--vtu"), std::string::npos);
+    EXPECT_EQ(pieces.report.remarks.errors, loose.report.remarks.errors);
     MPI_Barrier(team.comm());
-    EXPECT_FALSE(std::filesystem::exists(log_folder + "/result_model.txt"));
+    EXPECT_TRUE(std::filesystem::is_empty(log_folder));
+}
+
+// The pieces of every increment, read back, are the frames of one process; nothing of them is gathered.
+TEST_F(LargeNonlinear, PiecesOfEveryIncrementAreTheFramesOfOneProcess) {
+    for (const Shipped& shipped :
+         {Shipped{"verify/plastic/cantilever_tet4_coarse.txt", {}, {0.9, 1}, 1},
+          Shipped{"verify/bodies/rigid_joint.txt", {{"nz", "3"}, {"kr", "100"}}, {0.5, 1}}}) {
+        SCOPED_TRACE(shipped.file);
+        ASSERT_TRUE(read_shipped(shipped.file, shipped.set));
+        ASSERT_NE(read_analysis_info_file(model, said).status, AnalysisInfoStatus::wrong);
+        options.factors = shipped.factors;
+        const kestralum::Run large = run_large("nonlinear", "auto", true), alone = run_alone("nonlinear");
+        ASSERT_EQ(large.report.status, RunStatus::done) << joined(large.report.remarks.errors);
+        expect_increments(large, alone, shipped.spare);
+        EXPECT_EQ(large.report.listed_frames, 2);
+        EXPECT_FALSE(large.report.written);
+        EXPECT_NEAR(large.report.largest_mises.value, alone.report.largest_mises.value,
+                    1e-6 * alone.report.largest_mises.value);
+        EXPECT_NEAR(large.report.largest_displacement.value, alone.report.largest_displacement.value,
+                    1e-7 * alone.report.largest_displacement.value);
+        if (!team.first()) continue;
+        for (const auto& frame : large.results)
+            EXPECT_TRUE(frame->mode_vec.empty() && frame->node_stress.empty());
+        const auto exists = [&](const std::string& name) {
+            return std::filesystem::exists(paths::to_platform(name, log_folder));
+        };
+        EXPECT_FALSE(exists(result_file_name(model.model_file_name)) || exists("log\\integ_stress.txt"));
+        EXPECT_TRUE(exists("log\\Q.txt") && large.report.nonlinear.history_written);
+        const auto back = read_series();
+        ASSERT_TRUE(back);
+        EXPECT_EQ(back->run.ana_type, AnalysisType::nonlinear_static);
+        EXPECT_EQ(back->run.mesh.coordinates, alone.mesh.coordinates);
+        EXPECT_EQ(back->run.mesh.element_num(), alone.mesh.element_num());
+        ASSERT_EQ(back->run.results.size(), alone.results.size());
+        for (std::size_t k = 0; k < alone.results.size(); ++k)
+            expect_fields(*back->run.results[k], *alone.results[k], 1e-7, 1e-6, 1e-9);
+    }
+}
+
+TEST_F(LargeNonlinear, APieceThatCannotBeWrittenEndsAllRanksWithOneLine) {
+    ASSERT_TRUE(read(ModelText{.parts = rect("A", "1 1 2", "3 3 6"),
+                               .supports = "S plane z 0 0 0 0 0 0",
+                               .forces = "P area x 1e4 0 1 0 1 2 2"}));
+    options.factors = {0.3, 0.6, 1};
+    expect_end_at_second_frame("nonlinear");
+}
+
+// 15 kB an increment of 192 degrees of freedom and 27 elements, 1.5 kB where frames are not kept.
+TEST_F(LargeNonlinear, FramesInPiecesAreNotCountedAsMemory) {
+    ASSERT_TRUE(read(ModelText{.parts = rect("A", "1 1 1", "3 3 3"), .supports = "S plane z 0 0 0 0 0 0"}));
+    model.mode_count = static_cast<std::int32_t>(machine_megabytes() / 5e-3);
+    kestralum::Run run;
+    Job job{model, settings, options, said, run};
+    EXPECT_TRUE(check_nonlinear(job, false)) << joined(run.report.remarks.errors);
+    EXPECT_FALSE(check_nonlinear(job));
 }
 
 // Asks to stop when the second increment is under way.
@@ -301,6 +356,20 @@ TEST_F(LargeNonlinear, AStopOnOneRankStopsAllAndLeavesTheEarlierResult) {
     ASSERT_EQ(run_large("nonlinear").report.status, RunStatus::done);
     StopsInTheSecond stops;
     expect_stop("nonlinear", stops);
+    // of pieces what was reached is listed
+    Collected goes_on;  // the first run has stopped `said` too
+    LargeOptions large{.run = options, .pieces = true};
+    large.run.log_folder = log_folder;
+    StopsInTheSecond again;
+    Progress& here = team.rank() == team.size() - 1 ? static_cast<Progress&>(again) : goes_on;
+    const kestralum::Run run = analyse_large(team, "nonlinear", model, settings, large, here);
+    EXPECT_EQ(run.report.status, RunStatus::cancelled);
+    EXPECT_EQ(run.report.listed_frames, 1);
+    if (!team.first()) return;
+    const auto back = read_series();
+    ASSERT_TRUE(back);
+    ASSERT_EQ(back->run.results.size(), 1u);
+    EXPECT_EQ(back->run.results[0]->n_freq, 0.5);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "elements/symmetric3.h"
+#include "model/symmetric3.h"
 
 #include <cmath>
 
