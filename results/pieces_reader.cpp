@@ -4,8 +4,12 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
-#include <map>
+#include <filesystem>
+#include <limits>
+#include <memory>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "model/format.h"
@@ -26,12 +30,15 @@ std::string_view attribute(std::string_view element, std::string_view name) {
     return rest.substr(0, rest.find('"'));
 }
 
-// The elements of a name in a text of XML, "<NAME ...>".
+// The elements of a name in a text of XML, "<NAME ...>", as far as they end.
 std::vector<std::string_view> elements_named(std::string_view text, std::string_view name) {
     std::vector<std::string_view> out;
     const std::string head = "<" + std::string(name) + " ";
-    for (std::size_t at = text.find(head); at != std::string_view::npos; at = text.find(head, at + 1))
-        out.push_back(text.substr(at, text.find('>', at) - at));
+    for (std::size_t at = text.find(head), end; at != std::string_view::npos; at = text.find(head, end)) {
+        end = text.find('>', at);
+        if (end == std::string_view::npos) break;
+        out.push_back(text.substr(at, end - at));
+    }
     return out;
 }
 
@@ -115,16 +122,25 @@ constexpr std::string_view displacement = "displacement";
 // What a field's name says of its frame behind "displacement": nothing, "_CASE", "_mode001_84.3Hz" or
 // "_mode001_factor2.5".
 void name_frame(std::string_view suffix, Frame& frame, AnalysisType& type) {
-    const std::size_t at = suffix.starts_with("_mode") ? suffix.find('_', 1) : std::string_view::npos;
-    if (at == std::string_view::npos) {
-        frame.name = suffix.starts_with('_') ? suffix.substr(1) : suffix;
-        return;
-    }
-    std::string_view value = suffix.substr(at + 1);
-    type = value.starts_with("factor") ? AnalysisType::buckling : AnalysisType::eigen;
-    if (value.starts_with("factor")) value.remove_prefix(6);
-    if (value.ends_with("Hz")) value.remove_suffix(2);
-    frame.n_freq = parse_double(value).value_or(0);
+    frame.name = suffix.starts_with('_') ? suffix.substr(1) : suffix;
+    constexpr std::string_view mode = "mode", factor = "factor", unit = "Hz";
+    std::string_view rest = frame.name;
+    if (!rest.starts_with(mode)) return;
+    rest.remove_prefix(mode.size());
+    const std::size_t at = rest.find('_');
+    if (at == std::string_view::npos || !number_of<std::uint64_t>(rest.substr(0, at))) return;
+    std::string_view value = rest.substr(at + 1);
+    const bool is_factor = value.starts_with(factor), is_frequency = value.ends_with(unit);
+    if (is_factor == is_frequency) return;
+    if (is_factor)
+        value.remove_prefix(factor.size());
+    else
+        value.remove_suffix(unit.size());
+    const std::optional<double> number = parse_double(value);
+    if (!number || !std::isfinite(*number)) return;
+    frame.n_freq = *number;
+    frame.name.clear();
+    type = is_factor ? AnalysisType::buckling : AnalysisType::eigen;
 }
 
 class PiecesReader {
@@ -133,28 +149,29 @@ public:
 
     // Why it is none; empty if it is one.
     std::string add(const PieceFile& piece) {
+        if (piece.points() == 0 && piece.cells() == 0) return {};  // which then has no values either
         const auto node = piece.read<std::int32_t>("node", "Int32", piece.points());
         const auto places = piece.read<double>("Points", "Float64", 3 * piece.points());
         if (!node || !places) return "expected numbers and places of the nodes";
-        constexpr std::int64_t most_gaps =
-            64;  // times as many nodes as are here: numbers are those of one mesh
-        for (const std::int32_t n : *node)
-            if (n < 1 || n > most_gaps * (piece.points() + std::int64_t(known_.size()) + 1'000'000))
-                return "expected node numbers from 1";
+        if (std::ranges::any_of(*node, [](std::int32_t n) { return n < 1; }))
+            return "expected node numbers from 1";
         if (std::ranges::any_of(*places, [](double x) { return !std::isfinite(x); }))
             return "expected finite coordinates";
-        for (std::size_t k = 0; k < node->size(); ++k) place_node((*node)[k] - 1, &(*places)[3 * k]);
-        if (std::string why = add_cells(piece, *node); !why.empty()) return why;
-        return add_fields(piece, *node);
+        constexpr std::size_t most = std::numeric_limits<std::int32_t>::max();
+        if (node_.size() + node->size() > most) return "expected fewer than 2^31 nodes in all pieces";
+        if (std::string why = add_cells(piece); !why.empty()) return why;
+        node_.insert(node_.end(), node->begin(), node->end());
+        places_.insert(places_.end(), places->begin(), places->end());
+        return add_fields(piece);
     }
 
     // Why they are not whole; empty if they are.
     std::string finish() {
         Mesh& mesh = run_.mesh;
         if (mesh.connectivity.empty()) return "expected an element";
-        leave_out_unknown();
-        mesh.node_n_dir.assign(mesh.coordinates.size(), 0.0);
-        update_extent(mesh);
+        constexpr std::int64_t spare = 10'000;  // parts without an element
+        if (parts_ > std::ssize(mesh.p_ele_part_id) + spare) return "expected parts that have elements";
+        if (std::string why = number_nodes(); !why.empty()) return why;
         update_node_normals(mesh);
         for (std::int32_t p = 0; p < parts_; ++p) {
             Part& part = model_.parts.emplace_back();
@@ -173,31 +190,33 @@ public:
     }
 
 private:
-    // Nodes on no element are in no piece: the others get the numbers without gaps, in the same order.
-    void leave_out_unknown() {
+    // The nodes in the order of the pieces' numbers, which may have gaps: a node on no element is in no
+    // piece. Why they are not those of one mesh; empty if they are.
+    std::string number_nodes() {
         Mesh& mesh = run_.mesh;
-        number_.assign(known_.size(), -1);
-        std::int32_t count = 0;
-        for (std::size_t n = 0; n < known_.size(); ++n) {
-            if (!known_[n]) continue;
-            std::copy_n(&mesh.coordinates[3 * n], 3, &mesh.coordinates[3 * std::size_t(count)]);
-            number_[n] = count++;
+        std::vector<std::int32_t> numbers = node_;
+        std::ranges::sort(numbers);
+        numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+        mesh.coordinates.resize(3 * numbers.size());
+        here_.resize(node_.size());
+        for (std::size_t k = 0; k < node_.size(); ++k) {
+            here_[k] =
+                static_cast<std::int32_t>(std::ranges::lower_bound(numbers, node_[k]) - numbers.begin());
+            std::copy_n(&places_[3 * k], 3, &mesh.coordinates[3 * std::size_t(here_[k])]);
         }
-        mesh.coordinates.resize(3 * std::size_t(count));
-        for (std::int32_t& node : mesh.connectivity) node = number_[node - 1] + 1;
+        for (std::int32_t& node : mesh.connectivity) node = here_[node_index(node)] + 1;
+        update_extent(mesh);
+        if (!std::isfinite(mesh.max_length)) return "expected places in a finite box";
+        const double apart = 1e-9 * mesh.max_length;
+        for (std::size_t d = 0; d < places_.size(); ++d)
+            if (std::abs(places_[d] - mesh.node(here_[d / 3])[d % 3]) > apart)
+                return formatted("its pieces are not of one run: node %d stands at two places", node_[d / 3]);
+        places_ = {};
+        return {};
     }
 
-    void place_node(std::int32_t n, const double* x) {
-        Mesh& mesh = run_.mesh;
-        if (std::size_t(n) >= known_.size()) {
-            known_.resize(n + 1, 0);
-            mesh.coordinates.resize(3 * known_.size(), 0.0);
-        }
-        known_[n] = 1;
-        std::copy_n(x, 3, &mesh.coordinates[3 * std::size_t(n)]);
-    }
-
-    std::string add_cells(const PieceFile& piece, const std::vector<std::int32_t>& node) {
+    // Its nodes come behind those of the pieces before.
+    std::string add_cells(const PieceFile& piece) {
         const auto types = piece.read<std::uint8_t>("types", "UInt8", piece.cells());
         const auto part = piece.read<std::int32_t>("part", "Int32", piece.cells());
         if (!types || !part) return "expected types and parts of the cells";
@@ -221,7 +240,7 @@ private:
             for (std::int64_t k = 0; k < width; ++k) {
                 const std::int64_t n = (*connectivity)[width * c + k];
                 if (n < 0 || n >= piece.points()) return "expected nodes of the piece in its cells";
-                to[first + order[k]] = node[n];
+                to[first + order[k]] = static_cast<std::int32_t>(std::int64_t(node_.size()) + n + 1);
             }
             const std::int32_t p = (*part)[c];
             if (p < 0 || p > 1'000'000) return "expected part numbers";
@@ -232,7 +251,7 @@ private:
     }
 
     // The frames are those of the first piece, in its order.
-    std::string add_fields(const PieceFile& piece, const std::vector<std::int32_t>& node) {
+    std::string add_fields(const PieceFile& piece) {
         std::vector<std::string> suffixes;
         for (const std::string& name : piece.names())
             if (name.starts_with(displacement)) suffixes.push_back(name.substr(displacement.size()));
@@ -244,20 +263,19 @@ private:
             }
         if (suffixes != suffixes_ || suffixes.empty()) return "expected the fields of the other pieces";
         for (std::size_t f = 0; f < frames_.size(); ++f) {
-            const auto u = piece.read<double>("displacement" + suffixes[f], "Float64", 3 * piece.points()),
-                       stress = piece.read<double>("stress" + suffixes[f], "Float64", 6 * piece.points()),
-                       strain = piece.read<double>("strain" + suffixes[f], "Float64", 6 * piece.points()),
-                       mises = piece.read<double>("mises" + suffixes[f], "Float64", piece.points());
+            auto u = piece.read<double>("displacement" + suffixes[f], "Float64", 3 * piece.points()),
+                 stress = piece.read<double>("stress" + suffixes[f], "Float64", 6 * piece.points()),
+                 strain = piece.read<double>("strain" + suffixes[f], "Float64", 6 * piece.points()),
+                 mises = piece.read<double>("mises" + suffixes[f], "Float64", piece.points());
             if (!u || !stress || !strain || !mises)
                 return "expected displacement, stress, strain and mises of each frame";
-            values_[f].push_back(
-                {node, std::move(*u), std::move(*stress), std::move(*strain), std::move(*mises)});
+            values_[f].push_back({std::move(*u), std::move(*stress), std::move(*strain), std::move(*mises)});
         }
         return {};
     }
 
+    // Per node of a piece.
     struct NodeValues {
-        std::vector<std::int32_t> node;
         std::vector<double> u, stress, strain, mises;
     };
 
@@ -268,9 +286,10 @@ private:
             Frame& frame = *frames_[f];
             frame.mode_vec.assign(dofs, 0.0);
             frame.node_stress.assign(stress_groups * dofs, 0.0);
+            auto here = here_.begin();
             for (const NodeValues& from : values_[f])
-                for (std::size_t k = 0; k < from.node.size(); ++k) {
-                    const std::size_t d = 3 * std::size_t(number_[from.node[k] - 1]);
+                for (std::size_t k = 0; k < from.mises.size(); ++k) {
+                    const std::size_t d = 3 * std::size_t(*here++);
                     std::copy_n(&from.u[3 * k], 3, &frame.mode_vec[d]);
                     for (std::size_t g = 0; g < 2; ++g) {
                         std::copy_n(&from.stress[6 * k + 3 * g], 3, &frame.node_stress[g * dofs + d]);
@@ -278,20 +297,39 @@ private:
                     }
                     frame.node_stress[4 * dofs + d] = from.mises[k];
                 }
-            values_[f].clear();
+            values_[f] = {};
         }
     }
 
     Run& run_;
     Model& model_;
-    std::vector<char> known_;           // per node, as the pieces number them
-    std::vector<std::int32_t> number_;  // of these: in the mesh, -1: in no piece
+    // per node of all pieces: its number, from 1, its place (× 3) and, at the end, its node in the mesh
+    std::vector<std::int32_t> node_;
+    std::vector<double> places_;
+    std::vector<std::int32_t> here_;
     std::int32_t parts_ = 0;
     AnalysisType type_ = AnalysisType::linear_static;
     std::vector<std::string> suffixes_;
     std::vector<std::shared_ptr<Frame>> frames_;
     std::vector<std::vector<NodeValues>> values_;  // per frame, piece by piece
 };
+
+// A piece lies beside its list or below.
+bool is_below(std::string_view source) {
+    constexpr std::size_t most = 255;  // of a name that a message may hold
+    const auto is_control = [](char c) { return static_cast<unsigned char>(c) < ' '; };
+    if (source.size() > most || std::ranges::any_of(source, is_control)) return false;
+    const std::filesystem::path way = std::filesystem::path(paths::to_platform(source)).lexically_normal();
+    return way.has_filename() && way.is_relative() && way != "." && *way.begin() != "..";
+}
+
+// What is said of the name where it does not.
+std::string not_below(std::string_view source) {
+    std::string shown(source.substr(0, 60));
+    for (char& c : shown)
+        if (static_cast<unsigned char>(c) < ' ') c = '?';
+    return "expected a piece that lies beside it, not '" + shown + "'";
+}
 
 }  // namespace
 
@@ -309,15 +347,21 @@ std::optional<StoredRun> read_pieces(std::string_view file_name, std::string_vie
     std::string list, error;
     if (!paths::read_text(name, list, error, log_folder)) return refuse(name, error);
     const auto pieces = elements_named(list, "Piece");
-    if (list.find("<PUnstructuredGrid") == std::string::npos || pieces.empty())
+    if (list.find("<PUnstructuredGrid") == std::string::npos ||
+        list.find("</PUnstructuredGrid>") == std::string::npos || pieces.empty())
         return refuse(name, "expected a list of pieces of an unstructured grid");
     StoredRun stored;
     stored.model.model_file_name.clear();
     stored.model.source = ModelSource::displacement_file;
     stored.run.origin.file_name = name;
     PiecesReader reader(stored);
+    std::set<std::filesystem::path> met;
     for (const std::string_view piece : pieces) {
-        const std::string file = paths::directory_of(name) + std::string(attribute(piece, "Source"));
+        const std::string_view source = attribute(piece, "Source");
+        if (!is_below(source)) return refuse(name, not_below(source));
+        const std::string file = paths::directory_of(name) + std::string(source);
+        if (!met.insert(std::filesystem::path(paths::to_platform(source)).lexically_normal()).second)
+            return refuse(name, "expected each piece once, not " + std::string(source) + " again");
         PieceFile one;
         std::string why = one.open(file, log_folder);
         if (why.empty()) why = reader.add(one);

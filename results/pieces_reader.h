@@ -14,8 +14,8 @@ bool is_pieces_list(std::string_view file_name);
 
 // The whole mesh of all pieces with their frames; nodes by the numbers that the pieces give them. The model
 // is the mesh alone, its parts by their numbers, without materials and supports. Frequencies and load factors
-// of shapes have the digits of the fields' names. None where a file cannot be read, is damaged, or the pieces
-// are not those of one run; the reason has been printed.
+// of shapes have the digits of the fields' names. A piece lies beside the list or below. None where a file
+// cannot be read, is damaged, or the pieces are not those of one run; the reason has been printed.
 std::optional<StoredRun> read_pieces(std::string_view file_name, std::string_view log_folder,
                                      Progress& progress);
 
