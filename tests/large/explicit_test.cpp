@@ -294,11 +294,11 @@ TEST_F(LargeExplicit, RigidBodiesAreLedAlike) {
 
 // What is laid bare on one rank meets walls on all that have the node.
 TEST_F(LargeExplicit, ElementsThatAreWornOutGoOnAllRanks) {
-    ASSERT_TRUE(
-        read(ModelText{.material = "7800 2e11 0.3", .parts = rect("B", "0.04 0.02 0.02", "12 5 5")},
-             "end_time 60e-6 output_frequency 40 linear_viscosity 0.06 quadratic_viscosity 1.2 Plastic on "
-             "MATERIAL_EXTRA_INFO M 0 3e8 1e8 erode=0.25 % RIGID_WALL STAMP sphere +x 0.005 0 0.1 0.2 -0.0051 "
-             "-0.0051 0.0105 0.0105 0.01 0.01 0 0 0 % INITIAL_VELOCITY B part x -250 0 0 0 0 0 0 %"));
+    ASSERT_TRUE(read(
+        ModelText{.material = "7800 2e11 0.3", .parts = rect("B", "0.04 0.02 0.02", "12 5 5")},
+        "end_time 60e-6 output_frequency 40 linear_viscosity 0.06 quadratic_viscosity 1.2 Plastic on "
+        "MATERIAL_EXTRA_INFO M 0 3e8 1e8 erode=0.25 % RIGID_WALL STAMP sphere +x 0.005 0 0.1 0.2 -0.0051 "
+        "-0.0051 0.0105 0.0105 0.01 0.01 0 0 0 % INITIAL_VELOCITY B part x -250 0 0 0 0 0 0 %"));
     expect_agreement(1e-8);
     if (!team.first()) return;
     EXPECT_GT(large.report.dynamics.eroded_elements, 6);
