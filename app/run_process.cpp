@@ -130,6 +130,10 @@ void use_best_kernels(char** argv) {
     const char* kernels = better_blas_kernels();
     if (kernels && !std::getenv("OPENBLAS_CORETYPE") && ::setenv("OPENBLAS_CORETYPE", kernels, 0) == 0)
         ::execv("/proc/self/exe", argv);
+    take_buffers_where_limited();
+}
+
+void take_buffers_where_limited() {
     if (address_space_is_limited()) take_blas_buffers();
 }
 

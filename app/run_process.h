@@ -28,9 +28,13 @@ private:
 };
 
 // Starts the program again with the matrix kernels that this processor deserves; goes on as it is
-// where that is not needed, not possible, or the environment has chosen. Where address space is limited the
-// matrix library takes all its buffers then.
+// where that is not needed, not possible, or the environment has chosen. Then as
+// take_buffers_where_limited().
 void use_best_kernels(char** argv);
+
+// Where address space is limited the matrix library takes all its buffers here, for as many threads as OpenMP
+// has by default: in the middle of a run it would wait for one for ever.
+void take_buffers_where_limited();
 
 // Reads the settings, makes the log folder and prints the banner. False where there are no settings, with the
 // hint where there is one.

@@ -267,6 +267,11 @@ ModeReport report_mode(const Pencil& pencil, Vec phi, double lambda, double firs
     return out;
 }
 
+// What rounding leaves of an eigenvalue that is zero, 1/s².
+double rounding_of(const Pencil& pencil, const Modes& modes) {
+    return 1e-9 * std::max(pencil.elastic, std::abs(modes.lambda.back()));
+}
+
 void report_modes(LargeJob& large, const Pencil& pencil, std::int32_t wanted, const Modes& modes) {
     std::vector<PetscVec> M_all;
     const std::vector<double> all = translations(large.system);
@@ -277,7 +282,7 @@ void report_modes(LargeJob& large, const Pencil& pencil, std::int32_t wanted, co
         must(VecDuplicate(motion, M.reset()));
         must(MatMult(pencil.M, motion, M));
     }
-    const double rounding = 1e-9 * std::max(pencil.elastic, std::abs(modes.lambda.back()));
+    const double rounding = rounding_of(pencil, modes);
     double first_elastic = pencil.elastic;
     for (const double lambda : modes.lambda)
         if (lambda > rounding) {
@@ -299,9 +304,12 @@ bool check_complete(LargeJob& large, const Pencil& pencil, LargeMethod method, s
         return true;
     }
     constexpr double clear_gap = 1e-3;
+    const double rounding = rounding_of(pencil, modes);
     std::size_t below = 0;
     for (std::size_t k = wanted; k < modes.lambda.size() && below == 0; ++k)
-        if (modes.lambda[k] - modes.lambda[k - 1] > clear_gap * std::abs(modes.lambda[k])) below = k;
+        if (modes.lambda[k] - modes.lambda[k - 1] >
+            std::max(clear_gap * std::abs(modes.lambda[k]), 100 * rounding))
+            below = k;
     if (below == 0) {
         job.note("no clear gap in the spectrum above the modes asked for: their number could not be checked");
         return true;

@@ -4,8 +4,13 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
-#include <map>
+#include <filesystem>
+#include <limits>
+#include <memory>
+#include <set>
+#include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "model/format.h"
@@ -27,12 +32,15 @@ std::string_view attribute(std::string_view element, std::string_view name) {
     return rest.substr(0, rest.find('"'));
 }
 
-// The elements of a name in a text of XML, "<NAME ...>".
+// The elements of a name in a text of XML, "<NAME ...>", as far as they end.
 std::vector<std::string_view> elements_named(std::string_view text, std::string_view name) {
     std::vector<std::string_view> out;
     const std::string head = "<" + std::string(name) + " ";
-    for (std::size_t at = text.find(head); at != std::string_view::npos; at = text.find(head, at + 1))
-        out.push_back(text.substr(at, text.find('>', at) - at));
+    for (std::size_t at = text.find(head), end; at != std::string_view::npos; at = text.find(head, end)) {
+        end = text.find('>', at);
+        if (end == std::string_view::npos) break;
+        out.push_back(text.substr(at, end - at));
+    }
     return out;
 }
 
@@ -117,16 +125,25 @@ constexpr std::string_view list_ending = ".pvtu", series_ending = ".pvd";
 // What a field's name says of its frame behind "displacement": nothing, "_CASE", "_mode001_84.3Hz" or
 // "_mode001_factor2.5".
 void name_frame(std::string_view suffix, Frame& frame, AnalysisType& type) {
-    const std::size_t at = suffix.starts_with("_mode") ? suffix.find('_', 1) : std::string_view::npos;
-    if (at == std::string_view::npos) {
-        frame.name = suffix.starts_with('_') ? suffix.substr(1) : suffix;
-        return;
-    }
-    std::string_view value = suffix.substr(at + 1);
-    type = value.starts_with("factor") ? AnalysisType::buckling : AnalysisType::eigen;
-    if (value.starts_with("factor")) value.remove_prefix(6);
-    if (value.ends_with("Hz")) value.remove_suffix(2);
-    frame.n_freq = parse_double(value).value_or(0);
+    frame.name = suffix.starts_with('_') ? suffix.substr(1) : suffix;
+    constexpr std::string_view mode = "mode", factor = "factor", unit = "Hz";
+    std::string_view rest = frame.name;
+    if (!rest.starts_with(mode)) return;
+    rest.remove_prefix(mode.size());
+    const std::size_t at = rest.find('_');
+    if (at == std::string_view::npos || !number_of<std::uint64_t>(rest.substr(0, at))) return;
+    std::string_view value = rest.substr(at + 1);
+    const bool is_factor = value.starts_with(factor), is_frequency = value.ends_with(unit);
+    if (is_factor == is_frequency) return;
+    if (is_factor)
+        value.remove_prefix(factor.size());
+    else
+        value.remove_suffix(unit.size());
+    const std::optional<double> number = parse_double(value);
+    if (!number || !std::isfinite(*number)) return;
+    frame.n_freq = *number;
+    frame.name.clear();
+    type = is_factor ? AnalysisType::buckling : AnalysisType::eigen;
 }
 
 // What a list of pieces says of its frame; of shapes and static runs nothing.
@@ -141,20 +158,24 @@ public:
 
     // Why it is none; empty if it is one.
     std::string add(const PieceFile& piece) {
+        if (is_empty(piece)) {
+            close_piece();
+            return {};
+        }
         const auto node = piece.read<std::int32_t>("node", "Int32", piece.points());
         const auto places = piece.read<double>("Points", "Float64", 3 * piece.points());
         if (!node || !places) return "expected numbers and places of the nodes";
-        constexpr std::int64_t most_gaps =
-            64;  // times as many nodes as are here: numbers are those of one mesh
-        for (const std::int32_t n : *node)
-            if (n < 1 || n > most_gaps * (piece.points() + std::int64_t(known_.size()) + 1'000'000))
-                return "expected node numbers from 1";
+        if (std::ranges::any_of(*node, [](std::int32_t n) { return n < 1; }))
+            return "expected node numbers from 1";
         if (std::ranges::any_of(*places, [](double x) { return !std::isfinite(x); }))
             return "expected finite coordinates";
-        for (std::size_t k = 0; k < node->size(); ++k) place_node((*node)[k] - 1, &(*places)[3 * k]);
-        nodes_.push_back(*node);
-        if (std::string why = add_cells(piece, *node); !why.empty()) return why;
-        return add_fields(piece, *node);
+        constexpr std::size_t most = std::numeric_limits<std::int32_t>::max();
+        if (node_.size() + node->size() > most) return "expected fewer than 2^31 nodes in all pieces";
+        if (std::string why = add_cells(piece); !why.empty()) return why;
+        node_.insert(node_.end(), node->begin(), node->end());
+        places_.insert(places_.end(), places->begin(), places->end());
+        close_piece();
+        return add_fields(piece);
     }
 
     // The frames of the pieces so far. Why they are not whole; empty if they are.
@@ -162,9 +183,9 @@ public:
         Mesh& mesh = run_.mesh;
         if (mesh.connectivity.empty()) return "expected an element";
         if (tag.type && !is_one_frame()) return one_frame;
-        leave_out_unknown();
-        mesh.node_n_dir.assign(mesh.coordinates.size(), 0.0);
-        update_extent(mesh);
+        constexpr std::int64_t spare = 10'000;  // parts without an element
+        if (parts_ > std::ssize(mesh.p_ele_part_id) + spare) return "expected parts that have elements";
+        if (std::string why = number_nodes(); !why.empty()) return why;
         update_node_normals(mesh);
         for (std::int32_t p = 0; p < parts_; ++p) {
             Part& part = model_.parts.emplace_back();
@@ -184,14 +205,18 @@ public:
     // A further frame on the mesh that stands: its pieces in the order of the first ones, without the cells
     // of elements that have been taken out since. Why it is none; empty if it is one.
     std::string add_later(const PieceFile& piece) {
-        const std::size_t p = values_.empty() ? 0 : values_.front().size();
-        if (p == nodes_.size() || piece.read<std::int32_t>("node", "Int32", piece.points()) != nodes_[p])
+        const std::size_t p = later_++;
+        if (p + 1 >= first_node_.size()) return "expected no more pieces than those of the first frame";
+        const auto nodes = std::span(node_).subspan(first_node_[p], first_node_[p + 1] - first_node_[p]);
+        if (is_empty(piece) && nodes.empty()) return {};
+        const auto node = piece.read<std::int32_t>("node", "Int32", piece.points());
+        if (!node || !std::ranges::equal(*node, nodes))
             return "expected the nodes of the first frame's piece";
         if (std::string why = find_removed(piece, p); !why.empty()) return why;
-        return add_fields(piece, nodes_[p]);
+        return add_fields(piece);
     }
     std::string finish_later(const FrameTag& tag) {
-        if (values_.empty() || values_.front().size() != nodes_.size())
+        if (std::exchange(later_, 0) + 1 != first_node_.size())
             return "expected the pieces of the first frame";
         if (!is_one_frame()) return one_frame;
         if (tag.type != run_.ana_type) return "expected the analysis of the first frame";
@@ -203,6 +228,13 @@ public:
     }
 
 private:
+    // Such a piece has no values either.
+    static bool is_empty(const PieceFile& piece) { return piece.points() == 0 && piece.cells() == 0; }
+    void close_piece() {
+        first_node_.push_back(node_.size());
+        first_element_.push_back(static_cast<std::int32_t>(run_.mesh.p_ele_part_id.size()));
+    }
+
     static constexpr const char* one_frame = "expected the fields of one frame";
     bool is_one_frame() const { return suffixes_.size() == 1 && suffixes_.front().empty(); }
 
@@ -228,7 +260,7 @@ private:
             const auto is_node = [&](std::int64_t k) {
                 const std::int64_t n = (*connectivity)[width * cell + k];
                 return n >= 0 && n < piece.points() &&
-                       number_[nodes_[p][n] - 1] == static_cast<std::int32_t>(node_index(nodes[order[k]]));
+                       here_[first_node_[p] + static_cast<std::size_t>(n)] + 1 == nodes[order[k]];
             };
             bool here = cell < piece.cells();
             for (std::int64_t k = 0; here && k < width; ++k) here = is_node(k);
@@ -240,35 +272,36 @@ private:
         return cell == piece.cells() ? "" : "expected cells of the first frame's piece in their order";
     }
 
-    // Nodes on no element are in no piece: the others get the numbers without gaps, in the same order.
-    void leave_out_unknown() {
+    // The nodes in the order of the pieces' numbers, which may have gaps: a node on no element is in no
+    // piece. Why they are not those of one mesh; empty if they are.
+    std::string number_nodes() {
         Mesh& mesh = run_.mesh;
-        number_.assign(known_.size(), -1);
-        std::int32_t count = 0;
-        for (std::size_t n = 0; n < known_.size(); ++n) {
-            if (!known_[n]) continue;
-            std::copy_n(&mesh.coordinates[3 * n], 3, &mesh.coordinates[3 * std::size_t(count)]);
-            number_[n] = count++;
+        std::vector<std::int32_t> numbers = node_;
+        std::ranges::sort(numbers);
+        numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+        mesh.coordinates.resize(3 * numbers.size());
+        here_.resize(node_.size());
+        for (std::size_t k = 0; k < node_.size(); ++k) {
+            here_[k] =
+                static_cast<std::int32_t>(std::ranges::lower_bound(numbers, node_[k]) - numbers.begin());
+            std::copy_n(&places_[3 * k], 3, &mesh.coordinates[3 * std::size_t(here_[k])]);
         }
-        mesh.coordinates.resize(3 * std::size_t(count));
-        for (std::int32_t& node : mesh.connectivity) node = number_[node - 1] + 1;
+        for (std::int32_t& node : mesh.connectivity) node = here_[node_index(node)] + 1;
+        update_extent(mesh);
+        if (!std::isfinite(mesh.max_length)) return "expected places in a finite box";
+        const double apart = 1e-9 * mesh.max_length;
+        for (std::size_t d = 0; d < places_.size(); ++d)
+            if (std::abs(places_[d] - mesh.node(here_[d / 3])[d % 3]) > apart)
+                return formatted("its pieces are not of one run: node %d stands at two places", node_[d / 3]);
+        places_ = {};
+        return {};
     }
 
-    void place_node(std::int32_t n, const double* x) {
-        Mesh& mesh = run_.mesh;
-        if (std::size_t(n) >= known_.size()) {
-            known_.resize(n + 1, 0);
-            mesh.coordinates.resize(3 * known_.size(), 0.0);
-        }
-        known_[n] = 1;
-        std::copy_n(x, 3, &mesh.coordinates[3 * std::size_t(n)]);
-    }
-
-    std::string add_cells(const PieceFile& piece, const std::vector<std::int32_t>& node) {
+    // Its nodes come behind those of the pieces before.
+    std::string add_cells(const PieceFile& piece) {
         const auto types = piece.read<std::uint8_t>("types", "UInt8", piece.cells());
         const auto part = piece.read<std::int32_t>("part", "Int32", piece.cells());
         if (!types || !part) return "expected types and parts of the cells";
-        first_element_.push_back(first_element_.back() + static_cast<std::int32_t>(piece.cells()));
         if (types->empty()) return {};
         const std::uint8_t type = types->front();
         const ElementKind kind = type == 12   ? ElementKind::hexahedron
@@ -289,7 +322,7 @@ private:
             for (std::int64_t k = 0; k < width; ++k) {
                 const std::int64_t n = (*connectivity)[width * c + k];
                 if (n < 0 || n >= piece.points()) return "expected nodes of the piece in its cells";
-                to[first + order[k]] = node[n];
+                to[first + order[k]] = static_cast<std::int32_t>(std::int64_t(node_.size()) + n + 1);
             }
             const std::int32_t p = (*part)[c];
             if (p < 0 || p > 1'000'000) return "expected part numbers";
@@ -300,7 +333,7 @@ private:
     }
 
     // The frames are those of the first piece, in its order.
-    std::string add_fields(const PieceFile& piece, const std::vector<std::int32_t>& node) {
+    std::string add_fields(const PieceFile& piece) {
         std::vector<std::string> suffixes;
         for (const std::string& name : piece.names())
             if (name.starts_with(displacement)) suffixes.push_back(name.substr(displacement.size()));
@@ -312,10 +345,10 @@ private:
             }
         if (suffixes != suffixes_ || suffixes.empty()) return "expected the fields of the other pieces";
         for (std::size_t f = 0; f < frames_.size(); ++f) {
-            const auto u = piece.read<double>("displacement" + suffixes[f], "Float64", 3 * piece.points()),
-                       stress = piece.read<double>("stress" + suffixes[f], "Float64", 6 * piece.points()),
-                       strain = piece.read<double>("strain" + suffixes[f], "Float64", 6 * piece.points()),
-                       mises = piece.read<double>("mises" + suffixes[f], "Float64", piece.points());
+            auto u = piece.read<double>("displacement" + suffixes[f], "Float64", 3 * piece.points()),
+                 stress = piece.read<double>("stress" + suffixes[f], "Float64", 6 * piece.points()),
+                 strain = piece.read<double>("strain" + suffixes[f], "Float64", 6 * piece.points()),
+                 mises = piece.read<double>("mises" + suffixes[f], "Float64", piece.points());
             if (!u || !stress || !strain || !mises)
                 return "expected displacement, stress, strain and mises of each frame";
             const std::string yielded = "plastic_strain" + suffixes[f];
@@ -325,14 +358,14 @@ private:
                 return "expected plastic_strain as in the other pieces";
             has_plastic_ = has_plastic;
             if (!plastic) plastic.emplace(piece.points(), 0.0);
-            values_[f].push_back({node, std::move(*u), std::move(*stress), std::move(*strain),
-                                  std::move(*mises), std::move(*plastic)});
+            values_[f].push_back({std::move(*u), std::move(*stress), std::move(*strain), std::move(*mises),
+                                  std::move(*plastic)});
         }
         return {};
     }
 
+    // Per node of a piece.
     struct NodeValues {
-        std::vector<std::int32_t> node;
         std::vector<double> u, stress, strain, mises, plastic;
     };
 
@@ -343,9 +376,10 @@ private:
             Frame& frame = *frames_[f];
             frame.mode_vec.assign(dofs, 0.0);
             frame.node_stress.assign(stress_groups * dofs, 0.0);
+            auto here = here_.begin();
             for (const NodeValues& from : values_[f])
-                for (std::size_t k = 0; k < from.node.size(); ++k) {
-                    const std::size_t d = 3 * std::size_t(number_[from.node[k] - 1]);
+                for (std::size_t k = 0; k < from.mises.size(); ++k) {
+                    const std::size_t d = 3 * std::size_t(*here++);
                     std::copy_n(&from.u[3 * k], 3, &frame.mode_vec[d]);
                     for (std::size_t g = 0; g < 2; ++g) {
                         std::copy_n(&from.stress[6 * k + 3 * g], 3, &frame.node_stress[g * dofs + d]);
@@ -357,14 +391,16 @@ private:
                     symmetric_eigen3(&from.stress[6 * k], principal, nullptr);
                     frame.node_stress[4 * dofs + d + 2] = *std::ranges::max_element(principal);
                 }
-            values_[f].clear();
+            values_[f] = {};
         }
     }
 
     Run& run_;
     Model& model_;
-    std::vector<char> known_;           // per node, as the pieces number them
-    std::vector<std::int32_t> number_;  // of these: in the mesh, -1: in no piece
+    // per node of all pieces: its number, from 1, its place (× 3) and, at the end, its node in the mesh
+    std::vector<std::int32_t> node_;
+    std::vector<double> places_;
+    std::vector<std::int32_t> here_;
     std::int32_t parts_ = 0;
     AnalysisType type_ = AnalysisType::linear_static;
     std::vector<std::string> suffixes_;
@@ -372,10 +408,29 @@ private:
     std::vector<std::shared_ptr<Frame>> frames_;
     std::vector<std::vector<NodeValues>> values_;  // per frame, piece by piece
     // of the first frame's pieces
-    std::vector<std::vector<std::int32_t>> nodes_;  // as the file numbers them, from 1
-    std::vector<std::int32_t> first_element_{0};    // and the number of elements
-    std::vector<std::int32_t> removed_;             // in the frame under way
+    std::vector<std::size_t> first_node_{0};      // in node_, and their number
+    std::vector<std::int32_t> first_element_{0};  // and the number of elements
+    // of the frame under way
+    std::size_t later_ = 0;  // pieces
+    std::vector<std::int32_t> removed_;
 };
+
+// What a list names lies beside it or below.
+bool is_below(std::string_view source) {
+    constexpr std::size_t most = 255;  // of a name that a message may hold
+    const auto is_control = [](char c) { return static_cast<unsigned char>(c) < ' '; };
+    if (source.size() > most || std::ranges::any_of(source, is_control)) return false;
+    const std::filesystem::path way = std::filesystem::path(paths::to_platform(source)).lexically_normal();
+    return way.has_filename() && way.is_relative() && way != "." && *way.begin() != "..";
+}
+
+// What is said of the name where it does not.
+std::string not_below(const std::string& what, std::string_view source) {
+    std::string shown(source.substr(0, 60));
+    for (char& c : shown)
+        if (static_cast<unsigned char>(c) < ' ') c = '?';
+    return "expected a " + what + " that lies beside it, not '" + shown + "'";
+}
 
 // Reads lists and their pieces; the first fault is told and ends it.
 class ListReader {
@@ -389,11 +444,16 @@ public:
         FrameTag tag;
         if (!open(name, list)) return false;
         const auto grids = elements_named(list, "PUnstructuredGrid"), pieces = elements_named(list, "Piece");
-        if (grids.empty() || pieces.empty())
+        if (grids.empty() || pieces.empty() || list.find("</PUnstructuredGrid>") == std::string::npos)
             return refuse(name, "expected a list of pieces of an unstructured grid");
         if (std::string why = read_tag(grids.front(), tag); !why.empty()) return refuse(name, why);
+        std::set<std::filesystem::path> met;
         for (const std::string_view piece : pieces) {
-            const std::string file = beside(name, attribute(piece, "Source"));
+            const std::string_view source = attribute(piece, "Source");
+            if (!is_below(source)) return refuse(name, not_below("piece", source));
+            if (!met.insert(std::filesystem::path(paths::to_platform(source)).lexically_normal()).second)
+                return refuse(name, "expected each piece once, not " + std::string(source) + " again");
+            const std::string file = beside(name, source);
             PieceFile one;
             std::string why = one.open(file, log_folder_);
             if (why.empty()) why = first ? reader_.add(one) : reader_.add_later(one);
@@ -409,10 +469,13 @@ public:
         std::string list;
         if (!open(name, list)) return false;
         const auto frames = elements_named(list, "DataSet");
-        if (list.find("<Collection>") == std::string::npos || frames.empty())
+        if (list.find("<Collection>") == std::string::npos ||
+            list.find("</Collection>") == std::string::npos || frames.empty())
             return refuse(name, "expected a list of frames");
         for (std::size_t k = 0; k < frames.size(); ++k) {
-            const std::string file = beside(name, attribute(frames[k], "file"));
+            const std::string_view source = attribute(frames[k], "file");
+            if (!is_below(source)) return refuse(name, not_below("frame", source));
+            const std::string file = beside(name, source);
             if (!file.ends_with(list_ending))
                 return refuse(name, "expected lists of pieces (.pvtu) as frames, got '" + file +
                                         "': a run of one process has a result file");

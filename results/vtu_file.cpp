@@ -50,10 +50,11 @@ void add_frame(const Frame& frame, const std::string& suffix, const PointFields&
 }
 
 // A static analysis has its result in frame 1, with load cases one in every frame; an eigen or buckling
-// analysis has a shape in every frame.
+// analysis has a shape in every frame. A piece without nodes has the arrays of the others.
 std::vector<VtuArray> point_arrays(const Run& run, const PointFields& more) {
     std::vector<VtuArray> arrays;
-    if (run.results.empty() || run.results.front()->mode_vec.empty()) return arrays;
+    if (run.results.empty() || (run.results.front()->mode_vec.empty() && run.mesh.node_num() > 0))
+        return arrays;
     if (!has_shapes(run.ana_type)) {
         const bool cases = run.results.size() > 1 && !run.results.front()->name.empty();
         if (!cases) add_frame(*run.results.front(), "", more, arrays);

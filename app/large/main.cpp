@@ -146,14 +146,15 @@ bool is_run(const LargeCommand& command, ExitStatus& status) {
 
 int main(int argc, char** argv) {
     const LargeCommand command = parse_large_command(std::span(argv, argc).subspan(argc > 0 ? 1 : 0));
+    // a rank is one thread: cores are shared out by ranks
+    omp_set_num_threads(1);
+    take_buffers_where_limited();
     MPI_Init(&argc, &argv);
     int rank = 0;
     MPI_Comm_rank(MPI_COMM_WORLD, &rank);
     ExitStatus status = exit_done;
     if (rank == 0 || (command.error.empty() && !command.help && !command.version)) {
         if (is_run(command, status)) {
-            // a rank is one thread: cores are shared out by ranks
-            omp_set_num_threads(1);
             openblas_set_num_threads(1);
             ConsoleProgress console(command.quiet);
             SilentProgress silent;

@@ -4,6 +4,7 @@
 // does a reader that says neither, or that hands on what it says it has refused.
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -27,6 +28,7 @@
 #include "mesh/stl_import.h"
 #include "mesh/vol_import.h"
 #include "results/frames_file.h"
+#include "results/pieces_reader.h"
 #include "results/result_file.h"
 #include "system/model_check.h"
 #include "view/contour.h"
@@ -132,6 +134,33 @@ void read_frames(std::string_view text) {
     for (std::int32_t f = 1; stored && f <= 3; ++f) view::frame_at(stored->run.results, f);
 }
 
+// The list and its pieces in one input, with a mark between two.
+void read_list_of_pieces(std::string_view text) {
+    constexpr std::string_view mark = "<!-- next file -->";
+    std::string list;
+    for (const char* const name : {"log/model.pvtu", "log/model_p0000.vtu", "log/model_p0001.vtu"}) {
+        const std::size_t end = std::min(text.find(mark), text.size());
+        const std::string file = file_with(text.substr(0, end), name);
+        if (list.empty()) list = file;
+        text.remove_prefix(std::min(end + mark.size(), text.size()));
+    }
+    Impatient progress;
+    const auto stored = read_pieces(list, log_folder(), progress);
+    must(stored ? progress.errors == 0 : progress.errors == 1, "refused pieces have one error line");
+    if (!stored) return;
+    const Mesh& mesh = stored->run.mesh;
+    finite(mesh);
+    must(mesh.element_num() > 0 && std::isfinite(mesh.max_length), "pieces have elements in a box");
+    for (const std::int32_t node : mesh.connectivity)
+        must(node >= 1 && node <= mesh.node_num(), "elements have nodes of the mesh");
+    for (const std::int32_t part : mesh.p_ele_part_id)
+        must(part >= 0 && std::size_t(part) < stored->model.parts.size(), "elements have parts of the model");
+    for (const auto& frame : stored->run.results)
+        must(frame->mode_vec.size() == mesh.coordinates.size() &&
+                 frame->node_stress.size() == stress_groups * mesh.coordinates.size(),
+             "frames have values of all nodes");
+}
+
 template <typename Read>
 void read_mesh(const Read& read) {
     PartMesh mesh;
@@ -210,6 +239,7 @@ constexpr Reader readers[] = {{"model", read_model},
                               {"result", read_result},
                               {"displacement", read_displacements},
                               {"frames", read_frames},
+                              {"pieces", read_list_of_pieces},
                               {"vol", read_vol},
                               {"msh", read_msh},
                               {"stl", read_stl},

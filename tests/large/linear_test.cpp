@@ -125,6 +125,22 @@ TEST_F(LargeEigen, FrequenciesOfAFreeBodyAgreeByBothMethods) {
     expect_modes("iterative");
 }
 
+// What separates zero modes is rounding, and no gap to count pivots in.
+TEST_F(LargeEigen, AFreeBodyHasAnyNumberOfItsModes) {
+    for (const std::int32_t wanted : {1, 3, 5, 6, 7}) {
+        SCOPED_TRACE(wanted);
+        ASSERT_TRUE(read(ModelText{.parts = rect("A", "1 1.2 4", "2 2 6")}));
+        model.mode_count = wanted;
+        const kestralum::Run large = run_large("eigen-lanczos", "sparse");
+        ASSERT_EQ(large.report.status, RunStatus::done) << joined(large.report.remarks.errors);
+        ASSERT_EQ(std::ssize(large.report.modes), wanted);
+        for (std::int32_t k = 0; k < wanted; ++k) EXPECT_EQ(large.report.modes[k].zero, k < 6) << k;
+        // counted above all six, or not at all
+        EXPECT_EQ(large.report.modes_found, large.report.modes_counted);
+        EXPECT_TRUE(large.report.check_frequency == 0 || large.report.modes_counted >= 6);
+    }
+}
+
 TEST_F(LargeEigen, RigidBodiesAndTiesAreInTheirMatrices) {
     ASSERT_TRUE(read_shipped("verify/bodies/rigid_joint.txt"));
     model.mode_count = 2;  // a pair

@@ -282,6 +282,13 @@ TEST_F(LargeNonlinear, AFreeBodyIsRefused) {
     EXPECT_NE(loose.report.remarks.errors[0].find("the body is free"), std::string::npos);
     const kestralum::Run pieces = run_large("nonlinear", "auto", true);
     EXPECT_EQ(pieces.report.remarks.errors, loose.report.remarks.errors);
+    // a rigid body of all nodes, some of which are held: no equation is left
+    ASSERT_TRUE(read(ModelText{.parts = rect("A", "1 1 1", "3 3 3"),
+                               .supports = "S plane z 0 0 0 0 0 0",
+                               .rigid = "R area 0.5 0.5 0.5 0 1 0 1 0 1 %"}));
+    const kestralum::Run stiff = run_large("nonlinear");
+    EXPECT_EQ(stiff.report.status, RunStatus::failed);
+    EXPECT_EQ(stiff.report.remarks.errors, run_alone("nonlinear").report.remarks.errors);
     MPI_Barrier(team.comm());
     EXPECT_TRUE(std::filesystem::is_empty(log_folder));
 }

@@ -1,233 +1,296 @@
-// A history in pieces, as several processes write it, and what is read of it.
+// The pieces of a run on several processes read back: together the run, or one clear line.
 #include <gtest/gtest.h>
 
-#include <deque>
-#include <filesystem>
-#include <limits>
+#include <bit>
+#include <chrono>
+#include <numeric>
 
+#include "dealt_run.h"
 #include "full_run.h"
 #include "results/vtu_file.h"
+#include "usable_run.h"
 
 using namespace kestralum;
 using namespace kestralum::testing;
 
 namespace {
 
-struct Pieces : ::testing::TestWithParam<ElementKind> {
-    TempFolder folder;
-    const std::string log = folder.file("log"), series = "log\\full.pvd";
-    StoredRun made;
+class Pieces : public ::testing::Test {
+protected:
+    // Of two frames, in two parts, without the facet that no such run has.
+    StoredRun make_whole(ElementKind kind = ElementKind::hexahedron) const {
+        StoredRun stored = full_run(folder, kind, 2);
+        Mesh& mesh = stored.run.mesh;
+        const std::vector<std::int32_t> parts = mesh.p_ele_part_id;
+        mesh = box_mesh({{2, 1, 2}, {1, 2.0 / 3, 3}}, kind);
+        mesh.p_ele_part_id = parts;
+        stored.model.mesh = mesh;
+        std::mt19937 random(11);
+        std::normal_distribution<double> number(0, 1e5);
+        for (std::size_t k = 0; k < 2; ++k) {
+            Frame frame(mesh.dof_num());
+            frame.name = k ? "wind" : "base";
+            for (auto* values : {&frame.mode_vec, &frame.node_stress})
+                for (double& v : *values) v = number(random);
+            stored.run.results[k] = std::make_shared<const Frame>(std::move(frame));
+        }
+        return stored;
+    }
+    void write_piece(const VtuPiece& piece, int number) {
+        HeldFile file;
+        ASSERT_EQ(hold_vtu_piece(piece, number, said, file), "");
+        ASSERT_EQ(file.take_name(), "");
+    }
+    // Two pieces and their list; the nodes are numbered by `number_of`.
+    void write(const StoredRun& whole, const std::function<std::int32_t(std::int32_t)>& number_of = {}) {
+        const std::int32_t half = whole.run.mesh.element_num() / 2;
+        for (int k = 0; k < 2; ++k) {
+            Dealt part = dealt(whole.run, k * half, k ? whole.run.mesh.element_num() : half);
+            for (std::int32_t& n : part.node)
+                if (number_of) n = number_of(n);
+            const VtuPiece piece{whole.model, part.run, part.node};
+            write_piece(piece, k);
+            if (k == 0) {
+                ASSERT_EQ(write_pvtu(piece, 2, said), "");
+            }
+        }
+    }
+    std::optional<StoredRun> read() {
+        said.clear();
+        return read_result_file("log\\full.pvtu", log, said);
+    }
+    // Reads what cannot be read: the line that tells of the file.
+    std::string refused(const std::string& file, const std::string& what) {
+        EXPECT_FALSE(read()) << what;
+        EXPECT_TRUE(said.errors.starts_with(file + ": ") && lines_of(said.errors).size() == 1 &&
+                    said.errors.size() < 250)
+            << what << ": " << said.errors;
+        return said.errors;
+    }
+    std::string text_of(const std::string& name) const { return read_file(folder.path() / "log" / name); }
+    void put(const std::string& name, const std::string& text) const { folder.write("log/" + name, text); }
+    // The bytes of a value of an array in a piece's data in place of those there.
+    template <typename T>
+    std::string with_value(std::string text, const std::string& array, std::size_t index, T value) const {
+        const std::string mark = " offset=\"";
+        const std::size_t at = text.find(mark, text.find("Name=\"" + array + "\"")) + mark.size();
+        const std::size_t data = text.find("raw\">\n_") + 7 + std::stoul(text.substr(at));
+        const auto bytes = std::bit_cast<std::array<char, sizeof(T)>>(value);
+        std::copy_n(bytes.begin(), sizeof(T), text.begin() + std::ptrdiff_t(data + 8 + index * sizeof(T)));
+        return text;
+    }
 
-    struct One {
-        kestralum::Run run;
-        std::vector<std::int32_t> node;
-        std::int32_t first = 0;  // element
-    };
-    // Two pieces of half the elements and one of none. From the second frame on element 0 is out, then also
-    // the last one.
-    void write(ElementKind kind, AnalysisType type = AnalysisType::explicit_dynamics) {
-        made = full_run(folder, kind, 3);
-        made.run.ana_type = type;
-        const std::int32_t all = made.run.mesh.element_num();
-        std::deque<One> ones;
-        std::deque<VtuPieceFrames> files;
-        const std::int32_t starts[] = {0, all / 2, all, all};
-        for (int p = 0; p < 3; ++p) {
-            ones.push_back(piece(starts[p], starts[p + 1]));
-            files.emplace_back(VtuPiece{made.model, ones.back().run, ones.back().node}, p);
-        }
-        Collected said;
-        for (int k = 0; k < 3; ++k) {
-            auto frame = std::make_shared<Frame>(*made.run.results[k]);
-            if (k > 0) frame->removed = {0};
-            if (k > 1) frame->removed.push_back(all - 1);
-            made.run.results[k] = frame;
-            std::deque<HeldFile> held(3);
-            for (int p = 0; p < 3; ++p)
-                ASSERT_EQ(files[p].hold(of_piece(*frame, ones[p]), said, held[p]), "");
-            ASSERT_FALSE(std::filesystem::exists(name_of(k, "_p0000.vtu"))) << "others are not whole yet";
-            for (HeldFile& file : held) ASSERT_EQ(file.take_name(), "");
-            ASSERT_EQ(files[0].write_lists(3, said), "");
-        }
-    }
-    One piece(std::int32_t from, std::int32_t to) const {
-        const Mesh& mesh = made.run.mesh;
-        One out;
-        out.run.ana_type = made.run.ana_type;
-        out.run.origin = made.run.origin;
-        out.run.mesh.element_type = mesh.element_type;
-        out.first = from;
-        std::vector<std::int32_t> number(mesh.node_num(), 0);
-        for (std::int32_t e = from; e < to; ++e) {
-            for (const std::int32_t node : mesh.element(e)) {
-                std::int32_t& here = number[node - 1];
-                if (here == 0) {
-                    out.node.push_back(node);
-                    here = static_cast<std::int32_t>(out.node.size());
-                    const double* x = mesh.node(node - 1);
-                    out.run.mesh.coordinates.insert(out.run.mesh.coordinates.end(), x, x + 3);
-                }
-                out.run.mesh.connectivity.push_back(here);
-            }
-            out.run.mesh.p_ele_part_id.push_back(mesh.p_ele_part_id[e]);
-        }
-        return out;
-    }
-    static Frame of_piece(const Frame& whole, const One& one) {
-        Frame out(one.run.mesh.dof_num());
-        out.n_freq = whole.n_freq;
-        for (std::size_t n = 0; n < one.node.size(); ++n)
-            for (std::size_t c = 0; c < 3; ++c) {
-                const std::size_t from = 3 * std::size_t(one.node[n] - 1) + c, to = 3 * n + c;
-                out.mode_vec[to] = whole.mode_vec[from];
-                for (std::size_t g = 0; g < 5; ++g)
-                    out.node_stress[g * out.mode_vec.size() + to] =
-                        whole.node_stress[g * whole.mode_vec.size() + from];
-            }
-        for (const std::int32_t e : whole.removed)
-            if (e >= one.first && e < one.first + one.run.mesh.element_num())
-                out.removed.push_back(e - one.first);
-        return out;
-    }
-    std::string name_of(int frame, const std::string& ending) const {
-        return folder.file("log/full_00000" + std::to_string(frame + 1) + ending);
-    }
-    // Groups 1 to 4 and Mises stress and plastic strain of the last; nodes on no element are left out.
-    void expect_frame(const Frame& got, const Frame& exact) const {
-        const std::size_t dofs = got.mode_vec.size(), all = exact.mode_vec.size();
-        EXPECT_EQ(got.n_freq, exact.n_freq);
-        ASSERT_EQ(all, dofs + 12);
-        for (std::size_t d = 0; d < dofs; ++d) {
-            ASSERT_EQ(got.mode_vec[d], exact.mode_vec[d]);
-            for (std::size_t g = 0; g < 5; ++g)
-                if (g < 4 || d % 3 < 2) {
-                    ASSERT_EQ(got.node_stress[g * dofs + d], exact.node_stress[g * all + d]);
-                }
-        }
-    }
-    std::optional<StoredRun> read(const std::string& name, std::string& errors) const {
-        Collected said;
-        auto out = read_result_file(name, log, said);
-        errors = said.errors;
-        return out;
-    }
+    TempFolder folder;
+    std::string log = folder.file("log");
+    Collected said;
 };
 
-INSTANTIATE_TEST_SUITE_P(Kinds, Pieces,
-                         ::testing::Values(ElementKind::hexahedron, ElementKind::tetrahedron4,
-                                           ElementKind::tetrahedron10));
-
-TEST_P(Pieces, OfAHistoryAreReadAsItsFrames) {
-    write(GetParam());
-    std::string errors;
-    const auto back = read(series, errors);
-    ASSERT_TRUE(back) << errors;
-    EXPECT_EQ(back->run.ana_type, AnalysisType::explicit_dynamics);
-    EXPECT_TRUE(back->run.erodes);
-    EXPECT_EQ(back->run.mesh.connectivity, made.run.mesh.connectivity);
-    EXPECT_EQ(back->run.mesh.p_ele_part_id, made.run.mesh.p_ele_part_id);
-    ASSERT_EQ(back->run.results.size(), 3u);
-    for (std::size_t k = 0; k < 3; ++k) {
-        SCOPED_TRACE(k);
-        EXPECT_EQ(back->run.results[k]->removed, made.run.results[k]->removed);
-        expect_frame(*back->run.results[k], *made.run.results[k]);
-    }
-    const auto one = read("log\\full_000003.pvtu", errors);
-    ASSERT_TRUE(one) << errors;
-    EXPECT_EQ(one->run.ana_type, AnalysisType::explicit_dynamics);
-    EXPECT_EQ(one->run.mesh.element_num(), made.run.mesh.element_num() - 2);
-    ASSERT_EQ(one->run.results.size(), 1u);
-    expect_frame(*one->run.results[0], *made.run.results[2]);
-}
-
-using PiecesOfHexahedra = Pieces;
-INSTANTIATE_TEST_SUITE_P(Kinds, PiecesOfHexahedra, ::testing::Values(ElementKind::hexahedron));
-
-// One line, which begins with the name of the file at fault.
-TEST_P(PiecesOfHexahedra, ThatDoNotFitAreToldByName) {
-    write(GetParam(), AnalysisType::nonlinear_static);
-    std::string errors;
-    const auto good = read(series, errors);
-    ASSERT_TRUE(good) << errors;
-    EXPECT_EQ(good->run.ana_type, AnalysisType::nonlinear_static);
-    const auto told = [&](const std::string& file, const std::string& text, const std::string& at,
-                          const std::string& what) {
-        const std::string path = folder.file("log/" + file), whole = read_file(path);
-        text.empty() ? void(std::filesystem::remove(path)) : void(folder.write("log/" + file, text));
-        EXPECT_FALSE(read(series, errors)) << file << what;
-        EXPECT_TRUE(errors.starts_with("log\\" + at + ": ") && contains(errors, what)) << errors;
-        EXPECT_EQ(lines_of(errors).size(), 1u) << errors;
-        folder.write("log/" + file, whole);
-    };
-    const auto of = [&](const std::string& file) { return read_file(folder.file("log/" + file)); };
-    const std::string later = "full_000002.pvtu", piece = "full_000002_p0001.vtu", all = of(piece),
-                      list = of(later), frames = of("full.pvd");
-    told(piece, "", piece, "No such file");
-    told(later, "", later, "No such file");
-    told("full_000001_p0000.vtu", of("full_000001_p0000.vtu").substr(0, 900), "full_000001_p0000.vtu",
-         "expected");
-    for (const double share : {0.1, 0.6, 0.95})
-        told(piece, all.substr(0, std::size_t(share * static_cast<double>(all.size()))), piece, "expected");
-    told(piece, of("full_000002_p0000.vtu"), piece, "expected the nodes of the first frame's piece");
-    told(piece, replaced(all, "\"plastic_strain\" NumberOf", "\"plastic_strains\" NumberOf"), piece,
-         "expected plastic_strain");
-    told(piece, replaced(all, "\"Float64\" Name=\"plastic_strain\"", "\"Float32\" Name=\"plastic_strain\""),
-         piece, "expected plastic_strain");
-    told(later, replaced(list, "<Piece Source=\"full_000002_p0002.vtu\"/>\n", ""), later,
-         "expected the pieces of the first frame");
-    told(later, replaced(list, "p0002.vtu\"/>", "p0002.vtu\"/><Piece Source=\"full_000002_p0002.vtu\"/>"),
-         "full_000002_p0002.vtu", "expected the nodes");
-    told(later, replaced(list, "nonlinear", "explicit"), later, "expected the analysis of the first frame");
-    told(later, replaced(list, "nonlinear", "modal"), later, "nonlinear or explicit");
-    told(later, replaced(list, "value=\"", "value=\"nan"), later, "the value of its frame");
-    told("full.pvd", replaced(frames, "full_000002.pvtu", "full_000002.vtu"), "full.pvd",
-         "expected lists of pieces (.pvtu) as frames, got 'log\\full_000002.vtu'");
-    told("full.pvd", replaced(frames, "file=", "field="), "full.pvd", "expected lists of pieces");
-    told("full.pvd", "<VTKFile><Collection></Collection></VTKFile>", "full.pvd", "expected a list of frames");
-    told("full.pvd", "no list", "full.pvd", "expected a list of frames");
-    // cells that the first frame does not have, or in another order
-    std::string cells = all;
-    const std::string first = of("full_000001_p0001.vtu");
-    const std::size_t head = cells.find("\n_") + 2;
-    ASSERT_EQ(cells.size(), first.size());
-    // the array before the last two, of offsets and types, is the cells' nodes
-    const std::int32_t count = made.run.mesh.element_num() / 2;
-    const std::size_t end = cells.size() - std::string("\n</AppendedData>\n</VTKFile>\n").size() -
-                            (8 + std::size_t(count)) - (8 + 8 * std::size_t(count));
-    ASSERT_GT(end - 64 * std::size_t(count), head);
-    std::rotate(cells.begin() + std::ptrdiff_t(end - 64), cells.begin() + std::ptrdiff_t(end - 8),
-                cells.begin() + std::ptrdiff_t(end));
-    told(piece, cells, piece, "expected cells of the first frame's piece");
-    EXPECT_TRUE(read(series, errors)) << errors;
-}
-
-// A process that cannot write its piece leaves the others' earlier ones.
-TEST_P(PiecesOfHexahedra, OfWhichOneIsNotWholeLeaveTheEarlierOnes) {
-    write(GetParam());
-    const std::string path = name_of(0, "_p0000.vtu"), before = read_file(path);
-    Collected said;
-    One one = piece(0, 1);
-    VtuPieceFrames files({made.model, one.run, one.node}, 0);
-    {
-        HeldFile file;
-        ASSERT_EQ(files.hold(of_piece(*made.run.results[1], one), said, file), "");
-        EXPECT_TRUE(std::filesystem::exists(path + ".part"));
-    }
-    EXPECT_FALSE(std::filesystem::exists(path + ".part"));
-    EXPECT_EQ(read_file(path), before);
-    std::filesystem::create_symlink("/dev/full", path + ".part");
-    HeldFile file;
-    EXPECT_TRUE(contains(VtuPieceFrames({made.model, one.run, one.node}, 0)
-                             .hold(of_piece(*made.run.results[1], one), said, file),
-                         "full_000001_p0000.vtu cannot be written: No space left on device"));
-    EXPECT_EQ(read_file(path), before);
-    // a list of an earlier run does not stay beside pieces of this one
-    ASSERT_TRUE(std::filesystem::exists(folder.file("log/full.pvd")));
-    VtuPieceFrames again({made.model, one.run, one.node}, 0);
-    ASSERT_EQ(again.hold(of_piece(*made.run.results[1], one), said, file), "");
-    std::filesystem::create_symlink("/dev/full", name_of(0, ".pvtu.part"));
-    EXPECT_TRUE(contains(again.write_lists(1, said), "full_000001.pvtu cannot be written: No space left"));
-    EXPECT_FALSE(std::filesystem::exists(folder.file("log/full.pvd")));
-}
+class PiecesOf : public Pieces, public ::testing::WithParamInterface<ElementKind> {};
+INSTANTIATE_TEST_SUITE_P(Kinds, PiecesOf, ::testing::ValuesIn(every_kind));
 
 }  // namespace
+
+// Numbers without gaps, with small ones, and as far apart as numbers go: the order is what counts.
+TEST_P(PiecesOf, ReadBackAreTheRun) {
+    const StoredRun whole = make_whole(GetParam());
+    const std::int32_t last = whole.run.mesh.node_num();
+    const std::function<std::int32_t(std::int32_t)> numbers[] = {
+        {},
+        [](std::int32_t n) { return 3 * n + 5; },
+        [last](std::int32_t n) { return std::numeric_limits<std::int32_t>::max() - 7'000'000 * (last - n); }};
+    for (const auto& number_of : numbers) {
+        write(whole, number_of);
+        const auto back = read();
+        ASSERT_TRUE(back) << said.errors;
+        EXPECT_EQ(back->run.mesh.element_type, whole.run.mesh.element_type);
+        EXPECT_EQ(back->run.mesh.coordinates, whole.run.mesh.coordinates);
+        EXPECT_EQ(back->run.mesh.connectivity, whole.run.mesh.connectivity);
+        EXPECT_EQ(back->run.mesh.p_ele_part_id, whole.run.mesh.p_ele_part_id);
+        EXPECT_EQ(back->model.parts.size(), 2u);
+        ASSERT_EQ(back->run.results.size(), 2u);
+        for (std::size_t k = 0; k < 2; ++k) {
+            const Frame &got = *back->run.results[k], &exact = *whole.run.results[k];
+            EXPECT_EQ(got.name, exact.name);
+            EXPECT_EQ(got.mode_vec, exact.mode_vec);
+            for (std::size_t d = 0; d < 4 * exact.mode_vec.size(); ++d)
+                ASSERT_EQ(got.node_stress[d], exact.node_stress[d]) << d;
+            for (std::size_t d = 4 * exact.mode_vec.size(); d < exact.node_stress.size(); d += 3)
+                ASSERT_EQ(got.node_stress[d], exact.node_stress[d]) << d;
+        }
+    }
+}
+
+// A frame is a mode or a load factor by the whole of its name; a case may be called nearly so.
+TEST_F(Pieces, CasesThatAreCalledLikeModesStayCases) {
+    StoredRun whole = make_whole();
+    const char* const names[] = {"mode_up", "model_factor2"};
+    for (std::size_t k = 0; k < 2; ++k) {
+        Frame frame = *whole.run.results[k];
+        frame.name = names[k];
+        whole.run.results[k] = std::make_shared<const Frame>(frame);
+    }
+    write(whole);
+    const auto cases = read();
+    ASSERT_TRUE(cases) << said.errors;
+    EXPECT_EQ(cases->run.ana_type, AnalysisType::linear_static);
+    for (std::size_t k = 0; k < 2; ++k) EXPECT_EQ(cases->run.results[k]->name, names[k]);
+    for (const AnalysisType type : {AnalysisType::eigen, AnalysisType::buckling}) {
+        whole.run.ana_type = type;
+        for (std::size_t k = 0; k < 2; ++k) {
+            Frame frame = *whole.run.results[k];
+            frame.n_freq = k ? -2.5e-7 : 84.25;
+            whole.run.results[k] = std::make_shared<const Frame>(frame);
+        }
+        write(whole);
+        const auto back = read();
+        ASSERT_TRUE(back) << said.errors;
+        EXPECT_EQ(back->run.ana_type, type);
+        EXPECT_EQ(back->run.results[0]->n_freq, 84.25);
+        EXPECT_EQ(back->run.results[1]->n_freq, -2.5e-7);
+    }
+}
+
+// A rank without an element has no nodes.
+TEST_F(Pieces, APieceWithoutElementsIsOne) {
+    const StoredRun whole = make_whole();
+    write(whole);
+    Dealt none = dealt(whole.run, 0, 0);
+    write_piece({whole.model, none.run, none.node}, 2);
+    // ParaView wants the arrays of the list in every piece
+    const std::string list = text_of("full.pvtu"), empty = text_of("full_p0002.vtu"), mark = "Name=\"";
+    for (std::size_t at = list.find(mark); at != std::string::npos; at = list.find(mark, at + 1)) {
+        const std::string name = list.substr(at, list.find('"', at + mark.size()) + 1 - at);
+        EXPECT_TRUE(contains(empty, name)) << name;
+    }
+    for (const char* const place : {"<Piece Source=\"full_p0000", "</PUnstructuredGrid>"}) {
+        write(whole);
+        put("full.pvtu", replaced(text_of("full.pvtu"), place,
+                                  "<Piece Source=\"full_p0002.vtu\"/>\n" + std::string(place)));
+        for (const std::string& text : {empty, replaced(empty, "displacement", "removed")}) {
+            put("full_p0002.vtu", text);
+            const auto back = read();
+            ASSERT_TRUE(back) << said.errors;
+            EXPECT_EQ(back->run.mesh.connectivity, whole.run.mesh.connectivity);
+            EXPECT_EQ(back->run.results.size(), 2u);
+        }
+    }
+}
+
+TEST_F(Pieces, WhatIsCutOrChangedIsTold) {
+    write(make_whole());
+    const std::string piece = "full_p0001.vtu", good = text_of(piece);
+    const std::size_t head = good.find("_", good.find("raw")), end = good.find("\n</AppendedData>");
+    std::vector<std::size_t> lengths{head, head + 1, end - 1};
+    for (std::size_t length = 0; length < end; length += end / 150) lengths.push_back(length);
+    for (const std::size_t length : lengths) {
+        put(piece, good.substr(0, length));
+        refused("log\\" + piece, "prefix of " + std::to_string(length));
+    }
+    std::mt19937 random(20261123);
+    int whole = 0;
+    for (int k = 0; k < 300 && !HasFailure(); ++k) {
+        std::string text = good;
+        for (int changes = 1 + int(random() % 2); changes > 0; --changes)
+            text[random() % (k % 3 ? head : text.size())] = char(random());
+        put(piece, text);
+        if (const auto stored = read(); stored) {
+            ++whole;
+            EXPECT_EQ(said.errors, "");
+            expect_usable(*stored, "change " + std::to_string(k));
+        } else {
+            EXPECT_EQ(lines_of(said.errors).size(), 1u) << said.errors;
+            EXPECT_LT(said.errors.size(), 250u);
+        }
+    }
+    EXPECT_GT(whole, 20);
+    EXPECT_LT(whole, 280);
+}
+
+TEST_F(Pieces, ValuesThatCannotBeAreTold) {
+    const StoredRun stored = make_whole();
+    write(stored);
+    const std::string piece = "full_p0001.vtu", good = text_of(piece);
+    const auto start = std::chrono::steady_clock::now();
+    const auto expect = [&](const std::string& text, const std::string& why) {
+        put(piece, text);
+        EXPECT_TRUE(contains(refused("log\\" + piece, why), why)) << said.errors;
+    };
+    constexpr double none = std::numeric_limits<double>::quiet_NaN(), most = 1e308;
+    expect(with_value(good, "Points", 4, none), "finite coordinates");
+    expect(with_value(good, "Points", 35, -std::numeric_limits<double>::infinity()), "finite coordinates");
+    for (const std::int32_t n : {0, -1, std::numeric_limits<std::int32_t>::min()})
+        expect(with_value(good, "node", 2, n), "node numbers from 1");
+    for (const std::int64_t n : {std::int64_t(12), std::int64_t(-1), std::int64_t(1) << 32,
+                                 std::numeric_limits<std::int64_t>::min()})
+        expect(with_value(good, "connectivity", 3, n), "nodes of the piece");
+    for (const std::int32_t p : {-1, std::numeric_limits<std::int32_t>::max()})
+        expect(with_value(good, "part", 1, p), "part numbers");
+    for (const int type : {0, 5, 10, 24, 255})
+        expect(with_value(good, "types", 1, static_cast<std::uint8_t>(type)), "cells of one type");
+    // sizes of blocks, whole and beyond what 64 bits count
+    for (const std::uint64_t bytes :
+         {std::uint64_t(0), std::uint64_t(1) << 32, ~std::uint64_t(0), ~std::uint64_t(7)}) {
+        std::string text = good;
+        const auto there = std::bit_cast<std::array<char, 8>>(bytes);
+        std::copy_n(there.begin(), 8, text.begin() + std::ptrdiff_t(text.find("raw\">\n_") + 7));
+        expect(text, "displacement, stress");
+    }
+    for (const char* const offset : {"99999999999", "18446744073709551608", "18446744073709551615"})
+        expect(replaced(good, "offset=\"0\"", std::string("offset=\"") + offset + "\""),
+               "displacement, stress");
+    for (const char* const offset : {"18446744073709551616", "-1", "1e3", ""})
+        expect(replaced(good, "offset=\"0\"", std::string("offset=\"") + offset + "\""), "offset");
+    for (const char* const count :
+         {"1000000001", "-1", "9223372036854775807", "99999999999999999999", "x", ""})
+        expect(replaced(good, "Cells=\"2\"", std::string("Cells=\"") + count + "\""), "points and cells");
+    expect(replaced(good, "Cells=\"2\"", "Cells=\"1000000000\""), "types and parts");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+
+    // what every piece has on its own, but not together
+    const auto of_all = [&](const std::string& text, const std::string& why) {
+        put(piece, text);
+        EXPECT_TRUE(contains(refused("log\\full.pvtu", why), why)) << said.errors;
+    };
+    of_all(with_value(with_value(good, "Points", 0, most), "Points", 33, -most), "places");
+    of_all(with_value(good, "part", 1, std::int32_t(999'999)), "parts");
+    // a node that both have
+    const Dealt first = dealt(stored.run, 0, 2), second = dealt(stored.run, 2, 4);
+    const auto common = std::ranges::find_first_of(second.node, first.node);
+    ASSERT_NE(common, second.node.end());
+    const std::size_t at = 3 * std::size_t(common - second.node.begin()) + 1;
+    of_all(with_value(good, "Points", at, second.run.mesh.coordinates[at] + 1e-3), "one run");
+}
+
+// A list names pieces that lie beside it or below, each once.
+TEST_F(Pieces, AListThatLeadsElsewhereIsTold) {
+    write(make_whole());
+    const std::string good = text_of("full.pvtu"), second = "\"full_p0001.vtu\"";
+    std::filesystem::create_directories(folder.path() / "log/sub");
+    std::filesystem::copy(folder.path() / "log/full_p0001.vtu", folder.path() / "log/sub/piece.vtu");
+    std::filesystem::copy(folder.path() / "log/full_p0001.vtu", folder.path() / "outside.vtu");
+    put("full.pvtu", replaced(good, second, "\"sub/piece.vtu\""));
+    EXPECT_TRUE(read()) << said.errors;
+    for (const std::string& elsewhere :
+         {std::string("../outside.vtu"), std::string("..\\outside.vtu"), std::string("sub/../../outside.vtu"),
+          folder.file("outside.vtu"), std::string(), std::string("."), std::string(300, 'x') + "/../../a"}) {
+        put("full.pvtu", replaced(good, second, '"' + elsewhere + '"'));
+        EXPECT_TRUE(contains(refused("log\\full.pvtu", elsewhere), "beside")) << said.errors;
+    }
+    for (const char* const twice : {"full_p0000.vtu", "./full_p0000.vtu", "sub/../full_p0000.vtu"}) {
+        put("full.pvtu", replaced(good, second, '"' + std::string(twice) + '"'));
+        EXPECT_TRUE(contains(refused("log\\full.pvtu", twice), "once")) << said.errors;
+    }
+    put("full.pvtu", replaced(good, second, "\"full.pvtu\""));
+    EXPECT_TRUE(contains(refused("log\\full.pvtu", "itself"), "appended data")) << said.errors;
+    put("full.pvtu", replaced(good, second, "\"sub\""));
+    refused("log\\sub", "a folder");
+    put("full.pvtu", replaced(good, second, '"' + std::string(5000, 'x') + '"'));
+    EXPECT_TRUE(contains(refused("log\\full.pvtu", "a long name"), "xxx")) << said.errors;
+    put("full.pvtu", replaced(good, second, "\"a\nb\""));
+    refused("log\\full.pvtu", "a line break");
+    for (const std::size_t length :
+         {std::size_t(0), good.size() / 4, good.find("<Piece") + 3, good.find("</PUnstructuredGrid>")}) {
+        put("full.pvtu", good.substr(0, length));
+        EXPECT_TRUE(contains(refused("log\\full.pvtu", "prefix"), "list of pieces")) << said.errors;
+    }
+}
