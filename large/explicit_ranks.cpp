@@ -46,8 +46,9 @@ void ExplicitRanks::cut(Job& job, ExplicitState& s) {
 std::vector<int> ExplicitRanks::ranks_of(std::int32_t node) const {
     std::vector<int> ranks;
     for (const std::int32_t e : around_.of(node)) ranks.push_back(partition_.element_rank[e]);
-    const auto also = std::ranges::equal_range(bound_, node, {}, &std::pair<std::int32_t, int>::first);
-    for (const auto& [same, rank] : also) ranks.push_back(rank);
+    for (auto at = std::ranges::lower_bound(bound_, std::pair(node, 0));
+         at != bound_.end() && at->first == node; ++at)
+        ranks.push_back(at->second);
     std::ranges::sort(ranks);
     ranks.erase(std::unique(ranks.begin(), ranks.end()), ranks.end());
     return ranks;

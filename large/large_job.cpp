@@ -11,7 +11,8 @@
 namespace kestralum {
 
 bool prepare_pieces(LargeJob& large, Renumbering how) {
-    const auto& [team, job] = std::tie(large.team, large.job);
+    const Team& team = large.team;
+    Job& job = large.job;
     Freedoms& freedoms = large.system.freedoms;
     if (!team.stage(job, [&] { return check_analysable(job) && make_run_mesh(job, how, freedoms); }))
         return false;

@@ -14,7 +14,7 @@ printf '%s\n' 'parameter n 6 %' 'material_info S 7800 2e11 0.3 %' \
     'boundary_condition B plane z 0 0 0 0 0 0 %' 'apply_force P area y 1000 0 1 0 1 1 1 %' END >cube.txt
 sed 's/2e11/2x11/' cube.txt >typo.txt
 run() { (in_place "$@"); }
-in_place() { exec "$mpiexec" --oversubscribe -n 3 "$program" "$@" --setting "$setting" --log log --quiet; }
+in_place() { exec "$mpiexec" --oversubscribe -n 3 "$program" "$@" --setting "$setting" --quiet; }
 # what the program itself has said on standard error; mpirun frames its own remarks with dashes
 said() { awk '/^-----/ { on = !on; next } !on && NF' "$1"; }
 
@@ -45,6 +45,18 @@ for megabytes in 400 600 700 900; do
     wait $started || [ "$(said err | wc -l)" -gt 0 ] || wrong "$megabytes MB of address space: ends without a line"
 done
 cp before.txt log/result_cube.txt
+
+# frames in pieces, where the disk is full for one rank
+sed 's/apply_force .*//' cube.txt >fly.txt
+printf '%s\n' 'FLY explicit end_time 1 d_time 1e-6 output_frequency 2000' END >fly.ana
+mkdir full
+ln -s /dev/full full/fly_000003_p0002.vtu.part
+run explicit fly.txt --vtu --log full >out 2>err
+status=$?
+[ $status -eq 1 ] && [ "$(said err)" = 'full/fly_000003_p0002.vtu cannot be written: No space left on device' ] &&
+    [ "$(grep -c DataSet full/fly.pvd)" -eq 2 ] && grep -q '^for ParaView  *full/fly.pvd' out &&
+    ! ls full | grep -q '000003' ||
+    wrong "a full disk: status $status, $(said err), $(ls full)"
 
 # a model of some seconds, ended while it computes
 for how in TERM KILL; do
