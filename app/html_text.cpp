@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "model/xml_text.h"
+
 namespace kestralum {
 
 namespace {
@@ -25,23 +27,6 @@ figcaption { font-size: 0.92em; color: #444; }
 
 }  // namespace
 
-std::string escaped(const std::string& text) {
-    std::string out;
-    for (const char c : text) {
-        if (c == '&')
-            out += "&amp;";
-        else if (c == '<')
-            out += "&lt;";
-        else if (c == '>')
-            out += "&gt;";
-        else if (c == '"')
-            out += "&quot;";
-        else
-            out += c;
-    }
-    return out;
-}
-
 std::string base64(std::string_view bytes) {
     constexpr std::string_view letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string out;
@@ -58,14 +43,15 @@ std::string base64(std::string_view bytes) {
 HtmlTable::HtmlTable(std::initializer_list<const char*> heads) {
     if (heads.size() == 0) return;
     text_ += "<tr>";
-    for (const char* head : heads) text_ += "<th>" + escaped(head) + "</th>";
+    for (const char* head : heads) text_ += "<th>" + xml_escaped(head) + "</th>";
     text_ += "</tr>\n";
 }
 
 void HtmlTable::add(const std::vector<std::string>& cells, std::size_t numbers) {
     text_ += "<tr>";
     for (std::size_t k = 0; k < cells.size(); ++k)
-        text_ += (k + numbers >= cells.size() ? "<td class=\"n\">" : "<td>") + escaped(cells[k]) + "</td>";
+        text_ +=
+            (k + numbers >= cells.size() ? "<td class=\"n\">" : "<td>") + xml_escaped(cells[k]) + "</td>";
     text_ += "</tr>\n";
     ++rows_;
 }
@@ -75,17 +61,17 @@ std::string HtmlTable::html() const {
 }
 
 std::string html_heading(const std::string& text) {
-    return "<h2>" + escaped(text) + "</h2>\n";
+    return "<h2>" + xml_escaped(text) + "</h2>\n";
 }
 
 std::string html_figure(const std::string& png_base64, const std::string& title) {
-    return "<figure><img alt=\"" + escaped(title) + "\" src=\"data:image/png;base64," + png_base64 +
-           "\"/>\n<figcaption>" + escaped(title) + "</figcaption></figure>\n";
+    return "<figure><img alt=\"" + xml_escaped(title) + "\" src=\"data:image/png;base64," + png_base64 +
+           "\"/>\n<figcaption>" + xml_escaped(title) + "</figcaption></figure>\n";
 }
 
 std::string html_page(const std::string& title, const std::string& body) {
     return "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n<title>" +
-           escaped(title) + "</title>\n<style>" + style + "</style>\n</head>\n<body>\n" + body +
+           xml_escaped(title) + "</title>\n<style>" + style + "</style>\n</head>\n<body>\n" + body +
            "</body>\n</html>\n";
 }
 

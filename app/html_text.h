@@ -9,9 +9,6 @@
 
 namespace kestralum {
 
-// `text` with & < > and " as HTML and XML write them.
-std::string escaped(const std::string& text);
-
 // `bytes` in the letters of RFC 4648, section 4.
 std::string base64(std::string_view bytes);
 

@@ -7,6 +7,7 @@
 
 #include "app/html_text.h"
 #include "model/format.h"
+#include "model/xml_text.h"
 
 namespace kestralum {
 
@@ -48,7 +49,7 @@ std::string line(double x1, double y1, double x2, double y2, const char* color) 
 }
 
 std::string text(double x, double y, const char* anchor, const std::string& words) {
-    return formatted("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"%s\">", x, y, anchor) + escaped(words) +
+    return formatted("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"%s\">", x, y, anchor) + xml_escaped(words) +
            "</text>\n";
 }
 

@@ -12,6 +12,7 @@
 #include "model/paths.h"
 #include "model/run.h"
 #include "model/token_reader.h"
+#include "model/xml_text.h"
 
 namespace kestralum {
 
@@ -41,7 +42,7 @@ std::string words_of(const Count& count) {
 }
 
 std::string paragraph(const std::string& text) {
-    return "<p>" + escaped(text) + "</p>\n";
+    return "<p>" + xml_escaped(text) + "</p>\n";
 }
 
 // The comments that a model file begins with: words that begin with "%", with "_" for blanks.
@@ -95,7 +96,7 @@ std::string head(const VerifyPage& page) {
 std::string contents(const VerifyPage& page) {
     std::string out = html_heading("Contents") + "<ol>\n";
     for (std::size_t k = 0; k < page.families.size(); ++k)
-        out += formatted("<li><a href=\"#problem%zu\">", k + 1) + escaped(page.families[k].name) +
+        out += formatted("<li><a href=\"#problem%zu\">", k + 1) + xml_escaped(page.families[k].name) +
                "</a>: " + words_of(count_of(page.families[k])) + "</li>\n";
     if (!page.orders.empty()) out += "<li><a href=\"#orders\">Observed orders</a></li>\n";
     return out + "</ol>\n";
@@ -149,7 +150,7 @@ std::string convergence(const VerifyFamily& family) {
 
 std::string section(const VerifyFamily& family, std::size_t number) {
     std::string out =
-        formatted("<h2 id=\"problem%zu\">%zu ", number, number) + escaped(family.name) + "</h2>\n";
+        formatted("<h2 id=\"problem%zu\">%zu ", number, number) + xml_escaped(family.name) + "</h2>\n";
     std::string sources;
     for (const std::string& source : each_once(family, &VerifyCase::source))
         sources += (sources.empty() ? "" : "; ") + source;

@@ -124,7 +124,7 @@ void finish(const Team& team, Job& job, ExplicitState& s, const ExplicitRanks& r
         else
             write_rows(job, ranks.trouble());
     }
-    team.goes_on(job);
+    team.agrees(job);
 }
 
 }  // namespace

@@ -125,7 +125,7 @@ void write_large(LargeJob& large, std::int32_t columns) {
         if (!large.own) large.own = counted_piece(job, large.piece);
         write_pieces(large.team, job, *large.own);
     } else {
-        large.team.stage(job, [&] {
+        large.team.conclude(job, [&] {
             return !large.team.first() ||
                    write_results(job.model, job.run, std::max(columns, job.run.mode_num()), Publish::now,
                                  job.progress) ||

@@ -37,7 +37,7 @@ void analyse_nonlinear_large(const Team& team, Job& job, bool pieces) {
         job.run.results.clear();
         return;
     }
-    team.stage(job, [&] {
+    team.conclude(job, [&] {
         if (team.first()) write_nonlinear(job, history, !pieces);
         return true;
     });

@@ -48,8 +48,9 @@ bool write_pieces(const Team& team, Job& job, const CountedPiece& own) {
     HeldFile file;
     const auto told = [&](const std::string& fault) { return fault.empty() || job.fail_to_write(fault); };
     return team.stage(job, [&] { return told(hold_vtu_piece(of, team.rank(), job.progress, file)); }) &&
-           team.stage(job, [&] { return told(file.take_name()); }) &&
-           team.stage(job, [&] { return !team.first() || told(write_pvtu(of, team.size(), job.progress)); });
+           team.conclude(job, [&] { return told(file.take_name()); }) && team.conclude(job, [&] {
+               return !team.first() || told(write_pvtu(of, team.size(), job.progress));
+           });
 }
 
 PieceFrames::PieceFrames(const Team& team, Job& job, const Piece& piece)

@@ -109,13 +109,20 @@ std::vector<double> Team::gather_everywhere(std::span<const double> values) cons
 }
 
 bool Team::goes_on(Job& job) const {
-    const bool stopped = any(job.progress.cancelled());
-    if (stopped) job.progress.cancel();
+    if (any(job.progress.cancelled())) job.progress.cancel();
+    return agrees(job) && job.goes_on();
+}
+
+bool Team::agrees(Job& job) const {
     RunReport& report = job.report();
     const bool failed = report.status != RunStatus::done && report.status != RunStatus::cancelled;
     int worst = failed ? rank_ : size_;
     MPI_Allreduce(MPI_IN_PLACE, &worst, 1, MPI_INT, MPI_MIN, comm_);
-    if (worst == size_) return job.goes_on();
+    if (worst == size_) {
+        if (!any(report.status == RunStatus::cancelled)) return true;
+        job.progress.cancel();
+        return job.goes_on();
+    }
     int status = static_cast<int>(report.status);
     MPI_Bcast(&status, 1, MPI_INT, worst, comm_);
     std::string text = report.remarks.errors.empty() ? std::string() : report.remarks.errors.front();
@@ -125,14 +132,23 @@ bool Team::goes_on(Job& job) const {
     return false;
 }
 
-bool Team::stage(Job& job, const std::function<bool()>& work) const {
+void Team::work_alone(Job& job, const std::function<bool()>& work) const {
     try {
         work();
     } catch (const std::bad_alloc&) {
         job.fail(RunStatus::failed, "not enough memory for this model on rank " + std::to_string(rank_) +
                                         " of " + std::to_string(size_));
     }
+}
+
+bool Team::stage(Job& job, const std::function<bool()>& work) const {
+    work_alone(job, work);
     return goes_on(job);
+}
+
+bool Team::conclude(Job& job, const std::function<bool()>& work) const {
+    work_alone(job, work);
+    return agrees(job);
 }
 
 }  // namespace kestralum

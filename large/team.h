@@ -48,11 +48,16 @@ public:
     // Whether every rank can go on: where one has failed, all get the status and the error of the lowest such
     // rank; where one was asked to stop, all stop.
     bool goes_on(Job& job) const;
+    // The same, but a request to stop that has not ended the work of a rank comes too late.
+    bool agrees(Job& job) const;
     // Does the work of this rank alone, no collective call in it, then goes_on(); a lack of memory is a
     // failure.
     bool stage(Job& job, const std::function<bool()>& work) const;
+    // As the last stage, of which files stand: agrees() behind it.
+    bool conclude(Job& job, const std::function<bool()>& work) const;
 
 private:
+    void work_alone(Job& job, const std::function<bool()>& work) const;
     std::vector<int> counts_of(std::size_t here) const;
     std::vector<double> gathered(std::span<const double> values, bool everywhere) const;
 

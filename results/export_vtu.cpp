@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <functional>
 
+#include "model/xml_text.h"
 #include "results/export_text.h"
 #include "results/vtu_grid.h"
 
@@ -8,22 +10,10 @@ namespace kestralum {
 namespace {
 
 // As it may stand between quotes in XML.
-std::string xml_text(const std::string& name) {
-    std::string out;
-    for (const char c : name) switch (c) {
-            case '&':
-                out += "&amp;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            default:
-                out += static_cast<signed char>(c) < ' ' || c == 127 ? '_' : c;
-        }
-    return out;
+std::string xml_name(std::string name) {
+    const auto is_plain = [](char c) { return static_cast<signed char>(c) >= ' ' && c != 127; };
+    std::ranges::replace_if(name, std::not_fn(is_plain), '_');
+    return xml_escaped(name);
 }
 
 void add_conditions(const ExportJob& job, VtuGrid& grid) {
@@ -53,7 +43,7 @@ void add_conditions(const ExportJob& job, VtuGrid& grid) {
 void add_sets(const ExportJob& job, VtuGrid& grid) {
     ExportNames names(ExportNames::Rule::quoted, job.remarks.notices);
     for (const MeshSet& set : job.model.mesh.sets) {
-        const std::string name = "set_" + xml_text(names.take("set", set.name));
+        const std::string name = "set_" + xml_name(names.take("set", set.name));
         std::vector<std::uint8_t> in(grid.points, 0);
         for (const std::int32_t n : set.nodes) in[n] = 1;
         grid.point_data.push_back(make_vtu_array<std::uint8_t>("UInt8", name.c_str(), 1, in));

@@ -17,6 +17,7 @@
 #include "model/paths.h"
 #include "model/symmetric3.h"
 #include "model/token_reader.h"
+#include "model/xml_text.h"
 #include "results/vtu_grid.h"
 
 namespace kestralum {
@@ -449,10 +450,10 @@ public:
         if (std::string why = read_tag(grids.front(), tag); !why.empty()) return refuse(name, why);
         std::set<std::filesystem::path> met;
         for (const std::string_view piece : pieces) {
-            const std::string_view source = attribute(piece, "Source");
+            const std::string source = xml_unescaped(attribute(piece, "Source"));
             if (!is_below(source)) return refuse(name, not_below("piece", source));
             if (!met.insert(std::filesystem::path(paths::to_platform(source)).lexically_normal()).second)
-                return refuse(name, "expected each piece once, not " + std::string(source) + " again");
+                return refuse(name, "expected each piece once, not " + source + " again");
             const std::string file = beside(name, source);
             PieceFile one;
             std::string why = one.open(file, log_folder_);
@@ -473,7 +474,7 @@ public:
             list.find("</Collection>") == std::string::npos || frames.empty())
             return refuse(name, "expected a list of frames");
         for (std::size_t k = 0; k < frames.size(); ++k) {
-            const std::string_view source = attribute(frames[k], "file");
+            const std::string source = xml_unescaped(attribute(frames[k], "file"));
             if (!is_below(source)) return refuse(name, not_below("frame", source));
             const std::string file = beside(name, source);
             if (!file.ends_with(list_ending))

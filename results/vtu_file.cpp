@@ -7,6 +7,7 @@
 
 #include "model/format.h"
 #include "model/paths.h"
+#include "model/xml_text.h"
 #include "results/text_output.h"
 #include "results/vtu_grid.h"
 
@@ -149,7 +150,7 @@ std::string write_piece_list(const PieceList& list, std::string_view log_folder,
         file.write(listed("CellData", list.grid.cell_data));
         file.write(listed("Points", list.grid.coordinates));
         for (const std::string& piece : list.pieces)
-            file.write(formatted("<Piece Source=\"%s\"/>\n", paths::base_name(piece).c_str()));
+            file.write(formatted("<Piece Source=\"%s\"/>\n", xml_escaped(paths::base_name(piece)).c_str()));
         file.write("</PUnstructuredGrid>\n</VTKFile>\n");
     };
     return write_whole(list.target, log_folder, fill, progress);
@@ -182,7 +183,7 @@ void add_step(const Frame& frame, const PointFields& more, std::vector<VtuArray>
 
 std::string listed_frame(double value, const std::string& stored) {
     return formatted("<DataSet timestep=\"%.9e\" part=\"0\" file=\"%s\"/>\n", value,
-                     paths::base_name(stored).c_str());
+                     xml_escaped(paths::base_name(stored)).c_str());
 }
 
 std::string frame_piece_name(const VtuPiece& of, std::size_t frame, int piece) {

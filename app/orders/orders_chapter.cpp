@@ -7,6 +7,7 @@
 #include "app/orders/orders.h"
 #include "app/svg_chart.h"
 #include "model/format.h"
+#include "model/xml_text.h"
 
 namespace kestralum {
 
@@ -59,7 +60,7 @@ std::string chart(const std::string& title, const std::vector<const OrdersRow*>&
     const std::string svg =
         svg_log_chart(curves, in_time ? "time step over the stable one" : "cell size [m]", "relative error");
     if (svg.empty()) return {};
-    return "<figure>\n" + svg + "<figcaption>" + escaped(title) + "</figcaption>\n</figure>\n";
+    return "<figure>\n" + svg + "<figcaption>" + xml_escaped(title) + "</figcaption>\n</figure>\n";
 }
 
 std::string table(const std::vector<OrdersRow>& rows) {
@@ -85,7 +86,8 @@ std::string table(const std::vector<OrdersRow>& rows) {
 
 std::string orders_chapter(const std::vector<OrdersRow>& rows) {
     if (rows.empty()) return {};
-    std::string out = "<h2 id=\"orders\">Observed orders</h2>\n<p>" + escaped(words) + "</p>\n" + table(rows);
+    std::string out =
+        "<h2 id=\"orders\">Observed orders</h2>\n<p>" + xml_escaped(words) + "</p>\n" + table(rows);
     std::vector<std::string> titles;  // in the order of the rows
     std::map<std::string, std::vector<const OrdersRow*>> drawn;
     for (const OrdersRow& row : rows) {

@@ -12,6 +12,7 @@
 #include "app/window/condition_words.h"
 #include "model/element_kind.h"
 #include "model/format.h"
+#include "model/xml_text.h"
 #include "results/history.h"
 
 namespace kestralum {
@@ -19,7 +20,7 @@ namespace kestralum {
 namespace {
 
 std::string block(const std::string& text) {
-    return text.empty() ? std::string() : "<pre>" + escaped(text) + "</pre>\n";
+    return text.empty() ? std::string() : "<pre>" + xml_escaped(text) + "</pre>\n";
 }
 
 std::string number(double value) {
@@ -40,7 +41,7 @@ std::string head(const ReportPage& page) {
     table.add({"Report made", page.time});
     table.add({"Program", std::string("KESTRALUM ") + program_version});
     const std::string name = model.model_file_name.substr(model.model_file_name.find_last_of("/\\") + 1);
-    return "<h1>" + escaped(from_file ? name : "No model") + "</h1>\n" + table.html();
+    return "<h1>" + xml_escaped(from_file ? name : "No model") + "</h1>\n" + table.html();
 }
 
 std::string pictures(const ReportPage& page) {

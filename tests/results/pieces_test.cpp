@@ -280,6 +280,13 @@ TEST_F(Pieces, AListThatLeadsElsewhereIsTold) {
         put("full.pvtu", replaced(good, second, '"' + std::string(twice) + '"'));
         EXPECT_TRUE(contains(refused("log\\full.pvtu", twice), "once")) << said.errors;
     }
+    // letters that XML writes otherwise, which a file's name may have
+    StoredRun named = make_whole();
+    named.model.model_file_name = "a & \"b\" <c>.txt";
+    write(named);
+    EXPECT_TRUE(
+        contains(text_of("a & \"b\" <c>.pvtu"), "Source=\"a &amp; &quot;b&quot; &lt;c&gt;_p0001.vtu\""));
+    EXPECT_TRUE(read_result_file("log\\a & \"b\" <c>.pvtu", log, said)) << said.errors;
     put("full.pvtu", replaced(good, second, "\"full.pvtu\""));
     EXPECT_TRUE(contains(refused("log\\full.pvtu", "itself"), "appended data")) << said.errors;
     put("full.pvtu", replaced(good, second, "\"sub\""));
