@@ -4,8 +4,8 @@
 
 #include <cmath>
 
-#include "model/symmetric3.h"
 #include "model/selection.h"
+#include "model/symmetric3.h"
 #include "system/support_springs.h"
 
 namespace kestralum {

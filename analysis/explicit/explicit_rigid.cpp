@@ -4,8 +4,8 @@
 #include <cmath>
 #include <utility>
 
-#include "model/symmetric3.h"
 #include "model/format.h"
+#include "model/symmetric3.h"
 #include "solver/dense_eigen.h"
 #include "system/load_set.h"
 
