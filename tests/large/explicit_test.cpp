@@ -313,7 +313,7 @@ TEST_F(LargeExplicit, RigidBodiesAreLedAlike) {
 // What is laid bare on one rank meets walls on all that have the node.
 TEST_F(LargeExplicit, ElementsThatAreWornOutGoOnAllRanks) {
     ASSERT_TRUE(read_wearing_block());
-    expect_agreement(1e-8);
+    expect_agreement();
     if (!team.first()) return;
     EXPECT_GT(large.report.dynamics.eroded_elements, 6);
     EXPECT_GT(large.results.back()->removed.size(), 6u);
@@ -342,7 +342,7 @@ TEST_F(LargeExplicit, BodiesMeetAcrossPieces) {
         "0 EDGE B C 1 0.1 0 0 0 0 0 0 0 0 0 %";
     for (const std::string steps : {"end_time 200e-6 ", "d_time auto end_time 120e-6 C_alfa 0.001 "}) {
         ASSERT_TRUE(read(bodies, steps + control));
-        expect_agreement(1e-7);
+        expect_agreement();
         EXPECT_EQ(large.report.dynamics.deepest_contact.node > 0, true);
         if (!team.first()) continue;
         const std::size_t last = large.history.rows() - 1;
@@ -363,7 +363,7 @@ TEST_F(LargeExplicit, WhatIsLaidBareIsMetOnAllRanks) {
         "erode=0.2 % INITIAL_VELOCITY CUBE part z -300 0 0 0 0 0 0 % ELEMENT_CONTACT HIT CUBE PLATE 1 0 0 0 "
         "0 0 0 "
         "0 0 0 0 %"));
-    expect_agreement(1e-7);
+    expect_agreement();
     EXPECT_GT(large.report.dynamics.eroded_elements, 4);
 }
 
