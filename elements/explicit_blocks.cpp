@@ -450,12 +450,12 @@ void ElementBlocks::pass_over_removed() {
     const std::size_t W = lanes_, per_element = nodes_per_element_, points = points_;
     std::size_t model = 0;
     while (model < order_.size() && removed_[order_[model]]) ++model;
-    if (model == order_.size()) return;
+    const bool some_stay = model < order_.size();  // evaluate() computes nothing otherwise
     for (std::size_t slot = 0; slot < least_.size(); ++slot) {
         const std::size_t e = order_[std::min(slot, order_.size() - 1)], b = slot / W, lane = slot % W;
         if (!removed_[e]) continue;
         const Chunk& chunk = chunks_[b / static_cast<std::size_t>(chunk_blocks_)];
-        for (std::size_t i = 0; i < per_element; ++i) {
+        for (std::size_t i = 0; some_stay && i < per_element; ++i) {
             const std::size_t at = (b * per_element + i) * W + lane;
             nodes_[at] = nodes_[(model / W * per_element + i) * W + model % W];
             places_[at] = static_cast<std::uint16_t>(chunk.all);
