@@ -378,12 +378,27 @@ std::array<double, 3> ContactSet::force(std::size_t pair) const {
 }
 
 std::vector<std::int32_t> ContactSet::nodes() const {
-    std::vector<char> looked_at(most_.size(), 0);
+    const auto triangles = surface_.triangles();
+    std::vector<char> looked_at(most_.size(), 0), reached(triangles.size(), 0);
+    std::vector<std::int32_t> front;
+    const auto reach = [&](std::int32_t t) {
+        if (!std::exchange(reached[t], 1)) front.push_back(t);
+    };
     for (const Active& active : pairs_)
-        for (const Side& side : active.side)
+        for (const Side& side : active.side) {
             for (const std::int32_t n : side.nodes)
                 for (const std::int32_t t : surface_.around(n))
-                    for (const std::int32_t corner : surface_.triangles()[t].node) looked_at[corner] = 1;
+                    for (const std::int32_t corner : triangles[t].node) looked_at[corner] = 1;
+            if (active.pair.set_name.empty()) std::ranges::for_each(side.triangles, reach);
+        }
+    while (!front.empty()) {
+        const std::int32_t t = front.back();
+        front.pop_back();
+        for (std::size_t k = 0; k < 3; ++k) {
+            looked_at[triangles[t].node[k]] = 1;
+            if (const std::int32_t beyond = surface_.beyond(t, k); beyond >= 0) reach(beyond);
+        }
+    }
     std::vector<std::int32_t> out;
     for (std::size_t n = 0; n < looked_at.size(); ++n)
         if (looked_at[n]) out.push_back(static_cast<std::int32_t>(n));

@@ -79,7 +79,8 @@ public:
         after_ = after;
     }
 
-    // All nodes whose places and velocities tell of a contact, ascending: those of the pairs and around them.
+    // All nodes whose places and velocities tell of a contact, ascending: those of the pairs and around them,
+    // and of whole parts those of surfaces merged with theirs, over which a contact may go on.
     std::vector<std::int32_t> nodes() const;
 
     // Both parts of a pair have a surface; and the surface nodes that two different parts share.
@@ -175,7 +176,8 @@ private:
     bool is_sudden(const Active& active, const ContactTouch& touch, const ContactMemory& memory,
                    const double* v) const;
     bool hold(const Active& active, const ContactMemory& memory, const double* x, ContactTouch& best) const;
-    bool walk(const Active& active, const ContactMemory& memory, const double* x, ContactTouch& best) const;
+    bool walk(const Active& active, const Side& other, const ContactMemory& memory, const double* x,
+              ContactTouch& best) const;
     bool is_opposite_face(std::int32_t n, std::int32_t t) const;
     // How deep a node may come behind a triangle and be met by it, m: of any one, and of that.
     double reach_of(const Active& active, std::int32_t n) const;

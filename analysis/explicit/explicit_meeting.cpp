@@ -211,7 +211,8 @@ void ContactSet::meet(const Active& active, Side& side, std::size_t near, std::s
                        !is_sudden(active, best, memory, arrays.v)) ||
                       find_foot(active, side, near, arrays.x, true, came, best);
         else if (!touches && memory.closed)
-            touches = hold(active, memory, arrays.x, best) || walk(active, memory, arrays.x, best);
+            touches = hold(active, memory, arrays.x, best) ||
+                      walk(active, active.side[1 - slave], memory, arrays.x, best);
         touches = touches || take_beside();
     }
     if (!touches) best.depth = 0;
@@ -289,12 +290,15 @@ bool ContactSet::hold(const Active& active, const ContactMemory& memory, const d
 }
 
 // A closed contact that has become deeper than candidates are looked for: from triangle to triangle towards
-// the foot.
-bool ContactSet::walk(const Active& active, const ContactMemory& memory, const double* x,
+// the foot, over those of the other side alone where a set says which they are.
+bool ContactSet::walk(const Active& active, const Side& other, const ContactMemory& memory, const double* x,
                       ContactTouch& best) const {
+    const auto may_meet = [&](std::int32_t t) {
+        return t >= 0 && (active.pair.set_name.empty() || std::ranges::binary_search(other.triangles, t));
+    };
     const double* p = node_place(x, best.node[0]);
     std::int32_t t = memory.triangle;
-    for (int way = 0; way < longest_walk && t >= 0; ++way) {
+    for (int way = 0; way < longest_walk && may_meet(t); ++way) {
         const SurfaceTriangle& triangle = surface_.triangles()[t];
         Foot foot;
         if (has_corner(triangle, best.node[0]) || !find_foot_point(triangle.node, x, p, 1e300, foot))

@@ -201,6 +201,23 @@ TEST_F(ExplicitContact, TaylorBar) {
 }
 
 }  // namespace
+
+// A soft contact that is deeper than candidates are looked for goes on from face to face, but not beyond the
+// set.
+TEST_F(ExplicitContact, ADeepContactEndsWithItsSet) {
+    for (const std::string place : {"set S 0", "0 0 0 0 0 0 0"}) {
+        run(ModelText{.parts = rect("A", "0.4 0.1 0.1", "4 1 1") +
+                               rect("B", "0.04 0.04 0.04", "2 2 2", "0.04 0.03 0.1001"),
+                      .supports = "F plane z 0 0 0 0 0 0",
+                      .others = "set_info S box -1 0.2001 -1 1 -1 1 %\n"},
+            "end_time 720e-6 output_frequency 20 Element_contact on ELEMENT_CONTACT H A B 0.0005 0 0 0 " +
+                place + " % INITIAL_VELOCITY B part z -80 0 0 0 0 0 0 B part x 250 0 0 0 0 0 0 %");
+        EXPECT_GT(u(node_at(0.04, 0.03, 0.1001), 0), 0.1601) << "its last edge is beyond";
+        EXPECT_GT(most("contact_H_z"), 1e4);
+        EXPECT_EQ(last("contact_H_z") == 0, place.starts_with("set")) << place;
+    }
+}
+
 // A set in place of coordinates: the wall stands where the set is and meets its nodes alone, a pair its
 // faces.
 TEST_F(ExplicitContact, SetsSelectForWallsAndPairs) {

@@ -361,6 +361,21 @@ TEST_F(LargeExplicit, BodiesMeetAcrossPieces) {
     }
 }
 
+// A contact that is deeper than candidates are looked for goes on over the surface of a part that is merged
+// with the pair's.
+TEST_F(LargeExplicit, ADeepContactGoesOnOverAMergedPart) {
+    ASSERT_TRUE(
+        read(ModelText{.parts = rect("A", "0.2 0.1 0.06", "10 5 3") +
+                                rect("A2", "0.2 0.1 0.06", "10 5 3", "0.2 0 0") +
+                                rect("B", "0.04 0.04 0.04", "2 2 2", "0.04 0.03 0.0601"),
+                       .supports = "F plane z 0 0 0 0 0 0"},
+             "end_time 800e-6 output_frequency 20 Element_contact on INITIAL_VELOCITY B part z -80 0 0 "
+             "0 0 0 0 B part x 250 0 0 0 0 0 0 % ELEMENT_CONTACT H A B 0.001 0 0 0 0 0 0 0 0 0 0 %"));
+    expect_agreement();
+    if (!team.first()) return;
+    EXPECT_NE(history(large.history.rows() - 1, "contact_H_z"), 0);
+}
+
 // A cube goes through a plate: the layer behind is met when the one before has gone, on whichever rank.
 TEST_F(LargeExplicit, WhatIsLaidBareIsMetOnAllRanks) {
     ASSERT_TRUE(read(
