@@ -20,7 +20,6 @@ namespace {
 std::string beyond_ranks(const Job& job) {
     if (!job.options.sections.empty()) return "--section";
     if (job.options.checkpoint_seconds > 0 || job.options.restart) return "--checkpoint";
-    if (job.options.vtu_frames) return "--vtu";
     return {};
 }
 

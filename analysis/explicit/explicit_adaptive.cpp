@@ -64,7 +64,7 @@ StableStep stable_step_now(const ExplicitState& s) {
     const auto highest = s.ranks->highest(s.bound->highest(s.x.data(), s.team), elements);
     StableStep here = s.bound->judged(s.x.data(), highest);
     if (here.element >= 0) here.element = elements[here.element];
-    return here.step > 0 ? s.ranks->smallest(here) : here;
+    return s.ranks->smallest(here);
 }
 
 // The stable step of the shapes in force, into `limit` where that is worth a change.
