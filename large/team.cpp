@@ -1,31 +1,28 @@
 #include "large/team.h"
 
+#include <algorithm>
 #include <limits>
 #include <new>
 #include <numeric>
 
 namespace kestralum {
 
-namespace {
-
-// Values that go in one message: counts of MPI are of 32 bits.
-constexpr std::size_t most_values = std::size_t(1) << 28;
-
-}  // namespace
-
-Team::Team(MPI_Comm comm) : comm_(comm) {
+Team::Team(MPI_Comm comm, std::size_t most_values) : comm_(comm), most_values_(most_values) {
     MPI_Comm_rank(comm, &rank_);
     MPI_Comm_size(comm, &size_);
 }
 
+void Team::each_message(std::span<double> values, const std::function<void(double*, int)>& send) const {
+    for (std::size_t at = 0; at < values.size(); at += most_values_)
+        send(&values[at], static_cast<int>(std::min(most_values_, values.size() - at)));
+}
+
 void Team::sum(std::span<double> values) const {
     // a sum at one place and its copies: a sum on every rank need not have the same bits on all
-    for (std::size_t at = 0; at < values.size(); at += most_values) {
-        const auto part = values.subspan(at, std::min(most_values, values.size() - at));
-        const int count = static_cast<int>(part.size());
-        MPI_Reduce(first() ? MPI_IN_PLACE : part.data(), part.data(), count, MPI_DOUBLE, MPI_SUM, 0, comm_);
-        MPI_Bcast(part.data(), count, MPI_DOUBLE, 0, comm_);
-    }
+    each_message(values, [this](double* part, int count) {
+        MPI_Reduce(first() ? MPI_IN_PLACE : part, part, count, MPI_DOUBLE, MPI_SUM, 0, comm_);
+        MPI_Bcast(part, count, MPI_DOUBLE, 0, comm_);
+    });
 }
 
 double Team::sum(double value) const {
@@ -77,27 +74,46 @@ std::string Team::first_text(std::string here) const {
     return here;
 }
 
-std::vector<int> Team::counts_of(std::size_t here) const {
-    std::vector<int> counts(size_);
-    const int own = static_cast<int>(here);
-    MPI_Allgather(&own, 1, MPI_INT, counts.data(), 1, MPI_INT, comm_);
-    return counts;
+std::vector<double> Team::gathered(std::span<const double> values, bool everywhere) const {
+    std::vector<std::int64_t> counts(size_);
+    const std::int64_t own = std::ssize(values);
+    MPI_Allgather(&own, 1, MPI_INT64_T, counts.data(), 1, MPI_INT64_T, comm_);
+    const auto total =
+        static_cast<std::size_t>(std::accumulate(counts.begin(), counts.end(), std::int64_t(0)));
+    std::vector<double> all(first() || everywhere ? total : 0);
+    if (total > most_values_) {
+        gather_by_messages(values, counts, all);
+        return all;
+    }
+    std::vector<int> sizes(counts.begin(), counts.end()), starts(sizes.size(), 0);
+    std::partial_sum(sizes.begin(), sizes.end() - 1, starts.begin() + 1);
+    if (everywhere)
+        MPI_Allgatherv(values.data(), sizes[rank_], MPI_DOUBLE, all.data(), sizes.data(), starts.data(),
+                       MPI_DOUBLE, comm_);
+    else
+        MPI_Gatherv(values.data(), sizes[rank_], MPI_DOUBLE, all.data(), sizes.data(), starts.data(),
+                    MPI_DOUBLE, 0, comm_);
+    return all;
 }
 
-std::vector<double> Team::gathered(std::span<const double> values, bool everywhere) const {
-    const std::vector<int> counts = counts_of(values.size());
-    std::vector<int> starts(counts.size(), 0);
-    std::partial_sum(counts.begin(), counts.end() - 1, starts.begin() + 1);
-    std::vector<double> all;
-    if (first() || everywhere) all.resize(std::size_t(starts.back()) + counts.back());
-    const int own = static_cast<int>(values.size());
-    if (everywhere)
-        MPI_Allgatherv(values.data(), own, MPI_DOUBLE, all.data(), counts.data(), starts.data(), MPI_DOUBLE,
-                       comm_);
-    else
-        MPI_Gatherv(values.data(), own, MPI_DOUBLE, all.data(), counts.data(), starts.data(), MPI_DOUBLE, 0,
-                    comm_);
-    return all;
+// What is too much for one message; to every rank where `all` has room on each.
+void Team::gather_by_messages(std::span<const double> values, std::span<const std::int64_t> counts,
+                              std::vector<double>& all) const {
+    constexpr int tag = 3;
+    if (first()) {
+        std::ranges::copy(values, all.begin());
+        std::size_t at = values.size();
+        for (int rank = 1; rank < size_; at += counts[rank++])
+            each_message(std::span(all).subspan(at, counts[rank]), [&](double* part, int count) {
+                MPI_Recv(part, count, MPI_DOUBLE, rank, tag, comm_, MPI_STATUS_IGNORE);
+            });
+    } else {
+        std::vector<double> sent(values.begin(), values.end());
+        each_message(sent,
+                     [&](double* part, int count) { MPI_Send(part, count, MPI_DOUBLE, 0, tag, comm_); });
+    }
+    if (!any(all.empty()))
+        each_message(all, [&](double* part, int count) { MPI_Bcast(part, count, MPI_DOUBLE, 0, comm_); });
 }
 
 std::vector<double> Team::gather(std::span<const double> values) const {

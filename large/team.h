@@ -18,7 +18,8 @@ namespace kestralum {
 
 class Team {
 public:
-    explicit Team(MPI_Comm comm);
+    // most_values: that go in one message, whose counts are of 32 bits.
+    explicit Team(MPI_Comm comm, std::size_t most_values = std::size_t(1) << 28);
 
     MPI_Comm comm() const { return comm_; }
     int rank() const { return rank_; }
@@ -58,10 +59,13 @@ public:
 
 private:
     void work_alone(Job& job, const std::function<bool()>& work) const;
-    std::vector<int> counts_of(std::size_t here) const;
+    void each_message(std::span<double> values, const std::function<void(double*, int)>& send) const;
+    void gather_by_messages(std::span<const double> values, std::span<const std::int64_t> counts,
+                            std::vector<double>& all) const;
     std::vector<double> gathered(std::span<const double> values, bool everywhere) const;
 
     MPI_Comm comm_;
+    std::size_t most_values_;
     int rank_ = 0, size_ = 1;
 };
 

@@ -1,5 +1,6 @@
 // The linear analyses on several ranks against those of one process.
 #include <fstream>
+#include <numeric>
 
 #include "large/piece.h"
 #include "large_run.h"
@@ -170,6 +171,22 @@ TEST_F(LargeTeam, PiecesCoverTheMeshOnce) {
     std::vector<std::int32_t> numbers = dealt.number;
     std::ranges::sort(numbers);
     for (std::int32_t n = 0; n < mesh.node_num(); ++n) ASSERT_EQ(numbers[n], n);
+}
+
+// What does not go in one message of the library comes together all the same.
+TEST_F(LargeTeam, ManyMessagesBringWhatOneDoes) {
+    const Team small(team.comm(), 7);
+    std::vector<double> own(std::size_t(5 + 11 * ((team.rank() + 1) % 3)), team.rank());
+    std::iota(own.begin() + 1, own.end(), 0.5 * team.rank());
+    EXPECT_EQ(small.gather(own), team.gather(own));
+    EXPECT_EQ(small.gather_everywhere(own), team.gather_everywhere(own));
+    std::vector<double> some(31), all;
+    std::iota(some.begin(), some.end(), 1.0 + team.rank());
+    all = some;
+    team.sum(all);
+    small.sum(some);
+    EXPECT_EQ(some, all);
+    EXPECT_EQ(all[30], 30.0 * team.size() + 0.5 * team.size() * (team.size() + 1));
 }
 
 TEST_F(LargeTeam, AFreeBodyAndAFlatElementEndAllWithOneError) {
