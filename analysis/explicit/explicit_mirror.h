@@ -13,8 +13,8 @@ namespace kestralum {
 
 class ContactMirror {
 public:
-    // nodes: of the whole run's steps, of which there are node_num; place_of: of each its place here. All of
-    // `nodes` have one.
+    // nodes: of the whole run's steps, all of which are here; place_of: of each node of those steps its place
+    // here.
     ContactMirror(std::span<const std::int32_t> nodes, std::span<const std::int32_t> place_of);
 
     // What the arrays here (node × 4) say of the surface, in tables of the whole run's nodes; forces of 0.
