@@ -16,26 +16,9 @@ namespace kestralum {
 
 namespace {
 
-// What one process alone can do; empty: nothing of it is wanted.
-std::string beyond_ranks(const Job& job) {
-    if (!job.options.sections.empty()) return "--section";
-    if (job.options.checkpoint_seconds > 0 || job.options.restart) return "--checkpoint";
-    return {};
-}
-
-bool refuse(Job& job, const std::string& what) {
-    return job.fail(RunStatus::bad_input,
-                    what + ": not in explicit runs of many processes; kestralum-batch has it");
-}
-
 bool set_up(const Team& team, Job& job, ExplicitRanks& ranks, ExplicitState& s) {
     SetUp set_up;
-    if (!team.stage(job, [&] {
-            const std::string what = beyond_ranks(job);
-            if (!what.empty()) return refuse(job, what);
-            return prepare_explicit(job, set_up, s);
-        }))
-        return false;
+    if (!team.stage(job, [&] { return prepare_explicit(job, set_up, s); })) return false;
     job.clock.begin("partition");
     ranks.deal_out(job.run.mesh);
     if (!team.stage(job, [&] {

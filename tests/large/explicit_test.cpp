@@ -442,23 +442,6 @@ TEST_F(LargeExplicit, AStopOnOneRankLeavesTheFilesOfWhatWasReached) {
     }
 }
 
-// What one process alone has is refused with a line, and nothing is written.
-TEST_F(LargeExplicit, WhatDoesNotGoIsRefused) {
-    const auto refused = [&](const std::string& what) {
-        ASSERT_TRUE(read(ModelText{.parts = rect("A", "1 1 1", "2 2 2")}, "end_time 1e-4"));
-        const kestralum::Run run = run_large("explicit");
-        EXPECT_EQ(run.report.status, RunStatus::bad_input) << what;
-        ASSERT_EQ(run.report.remarks.errors.size(), 1u);
-        EXPECT_EQ(run.report.remarks.errors[0],
-                  what + ": not in explicit runs of many processes; kestralum-batch has it");
-        MPI_Barrier(team.comm());
-        EXPECT_FALSE(std::filesystem::exists(log_folder + "/result_model.txt"));
-        EXPECT_FALSE(std::filesystem::exists(log_folder + "/frames_model.txt"));
-    };
-    options.checkpoint_seconds = 60;
-    refused("--checkpoint");
-}
-
 // The pieces of every frame, read back, are the frames of one process; the history and the largest values are
 // found all the same.
 TEST_F(LargeExplicit, PiecesOfEveryFrameAreTheFramesOfOneProcess) {
